@@ -1,0 +1,7 @@
+#pragma once
+
+/// Marks what a host supplies: declared here, defined by the process that loads the library.
+#define QX_PLATFORM_API __attribute__((visibility("default")))
+
+/// Marks what the library exports.
+#define QX_API __attribute__((visibility("default")))

@@ -79,14 +79,14 @@ public:
     Manager& operator=(const Manager&) = delete;
 
 private:
-    class ShaderCompilationTask;
+    class QX_LOCAL ShaderCompilationTask;
 
     Manager() = default;
 
-    void init(bool flag) noexcept;
-    bool shouldPause() const noexcept;
-    void recompile(ShaderEffectInfo& known, const ShaderEffectInfo& fresh) noexcept;
-    void addCompiled(const ShaderEffectInfo& fresh) noexcept;
+    QX_LOCAL void init(bool flag) noexcept;
+    QX_LOCAL bool shouldPause() const noexcept;
+    QX_LOCAL void recompile(ShaderEffectInfo& known, const ShaderEffectInfo& fresh) noexcept;
+    QX_LOCAL void addCompiled(const ShaderEffectInfo& fresh) noexcept;
 
     Qx::Vector<ShaderEffectInfo> effects_;
     CriticalSection loadingLock_; ///< held by the background compilation for its whole run

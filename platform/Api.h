@@ -5,3 +5,6 @@
 
 /// Marks what the library exports.
 #define QX_API __attribute__((visibility("default")))
+
+/// Marks a member of an exported class that stays inside the library.
+#define QX_LOCAL __attribute__((visibility("hidden")))

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "host/effects/EffectSyntax.h"
+#include "host/effects/TokenReader.h"
+
+#include <unordered_map>
+#include <vector>
+
+namespace Qx::Host::Effects {
+
+/// Reads the effect framework from preprocessed tokens that end with an End token. Function bodies are taken
+/// as they are, with their brackets checked. Throws CompileError at the first thing it cannot read.
+class EffectParser
+{
+public:
+    explicit EffectParser(const std::vector<Token>& tokens) : reader_(tokens) {}
+
+    EffectSyntax parse();
+
+private:
+    using Tokens = std::vector<Token>;
+    using Annotations = std::vector<EffectSyntax::Annotation>;
+
+    /// What stands before a type.
+    struct Qualifiers
+    {
+        Tokens kept; ///< those that the HLSL compiler gets
+        bool isStatic = false;
+        bool isConst = false;
+        bool isUniform = false;
+        bool isOut = false;
+        bool isInOut = false;
+    };
+
+    void parseGlobal();
+    void refuseForeign() const;
+    void parseTechnique();
+    EffectSyntax::Pass parsePass();
+    void parseState(EffectSyntax::Pass& pass);
+    void parseCompile(EffectSyntax::Pass& pass);
+    void parseTexture();
+    void parseSampler();
+    void parseSamplerState(EffectSyntax::Sampler& sampler);
+    void parseStruct();
+    void parseTypedef();
+    void parseText();
+    void parseDeclaration();
+    void parseFunction(const Qualifiers& qualifiers, EffectSyntax::Type type, const Token& name);
+    EffectSyntax::FunctionParameter parseFunctionParameter(EffectSyntax::Piece& piece);
+    void parseBody(EffectSyntax::Piece& piece);
+    void parseVariables(const Qualifiers& qualifiers, const EffectSyntax::Type& type, Token name);
+    void parseConstant(bool isConst, const EffectSyntax::Type& type, const Token& name);
+    void rememberConstant(const EffectSyntax::Type& type, const Token& name, const Tokens& value);
+    void parseParameter(const EffectSyntax::Type& type, const Token& name);
+    void checkParameterType(const EffectSyntax::Type& type, const Token& name) const;
+
+    Qualifiers parseQualifiers();
+    EffectSyntax::Type parseType();
+    Tokens parseDimensions();
+    std::uint32_t elementsOf(const Tokens& dimensions, const Token& name);
+    std::optional<Token> parseSemantic();
+    Annotations parseAnnotations();
+    ConstantValue evaluateInitializer(Tokens tokens, const Token& name);
+    std::optional<ConstantValue> constantNamed(const Token& name) const;
+    void claimName(const Token& name);
+    void checkReserved(const Token& name) const;
+
+    TokenReader reader_;
+    EffectSyntax effect_;
+    std::unordered_map<std::string_view, ConstantValue> constants_;
+    std::unordered_map<std::string_view, NumericType> typedefs_;
+    std::unordered_map<std::string_view, Location>
+        names_; ///< of parameters, textures, samplers and constants
+};
+
+} // namespace Qx::Host::Effects

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "host/effects/EffectSyntax.h"
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace Qx::Host::Effects {
+
+/// Whether a pass may set this state. None has a meaning where a pass fills one rectangle of one target, so
+/// their values are not looked at; names go without regard to case.
+bool isRenderState(std::string_view name);
+
+/// The states of one sampler_state block.
+class SamplerStates
+{
+public:
+    /// Throws CompileError for an unknown state or value; adds a warning for a value that is not honoured.
+    void set(const Token& name, const std::vector<Token>& value, std::vector<CompileError>& warnings);
+
+    void apply(EffectSyntax::Sampler& sampler, std::vector<CompileError>& warnings) const;
+
+private:
+    std::optional<CompiledEffect::Filter> minFilter_;
+    std::optional<CompiledEffect::Filter> magFilter_;
+    std::optional<CompiledEffect::Address> addressU_;
+    std::optional<CompiledEffect::Address> addressV_;
+};
+
+} // namespace Qx::Host::Effects

@@ -1,0 +1,180 @@
+#include "host/effects/FetchRewriter.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include <glslang/SPIRV/spirv.hpp>
+
+namespace Qx::Host::Effects {
+namespace {
+
+constexpr std::size_t headerWords = 5;
+constexpr std::size_t boundWord = 3;
+
+/// A view of one instruction of a module.
+struct Instruction
+{
+    const std::uint32_t* words;
+
+    spv::Op op() const { return static_cast<spv::Op>(words[0] & spv::OpCodeMask); }
+    std::size_t size() const { return words[0] >> spv::WordCountShift; }
+    std::uint32_t operator[](std::size_t i) const { return words[i]; }
+};
+
+std::string readString(const Instruction& instruction, std::size_t first)
+{
+    std::string text;
+    for (std::size_t i = first; i < instruction.size(); ++i) {
+        for (unsigned shift = 0; shift < 32; shift += 8) {
+            const auto c = static_cast<char>(instruction[i] >> shift & 0xFFU);
+            if (c == '\0') {
+                return text;
+            }
+            text += c;
+        }
+    }
+    return text;
+}
+
+class Rewriter
+{
+public:
+    Rewriter(std::vector<std::uint32_t>& spirv, std::string_view function)
+        : spirv_(spirv), function_(std::string(function) + "("), nextId_(spirv[boundWord])
+    {
+    }
+
+    bool run()
+    {
+        output_.assign(spirv_.begin(), spirv_.begin() + headerWords);
+        for (std::size_t at = headerWords; at < spirv_.size();) {
+            const Instruction instruction{spirv_.data() + at};
+            if (instruction.size() == 0 || at + instruction.size() > spirv_.size()) {
+                return false;
+            }
+            visit(instruction);
+            at += instruction.size();
+        }
+        output_[boundWord] = nextId_;
+        spirv_ = std::move(output_);
+        return good_;
+    }
+
+private:
+    void visit(const Instruction& instruction)
+    {
+        switch (instruction.op()) {
+        case spv::OpName:
+            if (readString(instruction, 2).compare(0, function_.size(), function_) == 0) {
+                fetchFunctions_.insert(instruction[1]);
+            }
+            break;
+        case spv::OpTypeInt:
+            intType_ = instruction[3] == 1 && instruction[2] == 32 ? instruction[1] : intType_;
+            break;
+        case spv::OpTypeVector:
+            int2Type_ = instruction[2] == intType_ && instruction[3] == 2 ? instruction[1] : int2Type_;
+            break;
+        case spv::OpTypeSampledImage:
+            imageTypes_[instruction[1]] = instruction[2];
+            break;
+        case spv::OpTypePointer:
+            pointees_[instruction[1]] = instruction[3];
+            break;
+        case spv::OpConstant:
+            if (instruction[1] == intType_ && instruction[3] == 0) {
+                intZero_ = instruction[2];
+            }
+            break;
+        case spv::OpFunction:
+            enterFunction(instruction);
+            break;
+        case spv::OpFunctionParameter:
+            parameters_.push_back({instruction[1], instruction[2]});
+            break;
+        case spv::OpLoad:
+            loadedTypes_[instruction[2]] = instruction[1];
+            break;
+        case spv::OpImageSampleExplicitLod:
+        case spv::OpImageSampleImplicitLod:
+            if (inside_) {
+                emitFetch(instruction);
+                return;
+            }
+            break;
+        default:
+            break;
+        }
+        output_.insert(output_.end(), instruction.words, instruction.words + instruction.size());
+    }
+
+    void enterFunction(const Instruction& function)
+    {
+        if (!intZero_ && intType_ != 0 && !fetchFunctions_.empty()) {
+            // Constants stand before the first function; the level needs one.
+            intZero_ = nextId_++;
+            emit(spv::OpConstant, {intType_, *intZero_, 0});
+        }
+        inside_ = fetchFunctions_.count(function[2]) != 0;
+        parameters_.clear();
+    }
+
+    void emitFetch(const Instruction& sample)
+    {
+        const auto image = imageTypes_.find(loadedTypes_[sample[3]]);
+        if (parameters_.size() != 2 || image == imageTypes_.end() || int2Type_ == 0 || !intZero_) {
+            good_ = false;
+            return;
+        }
+        const auto [type, texel] = parameters_[1];
+        std::uint32_t coordinates = texel;
+        if (const auto pointee = pointees_.find(type); pointee != pointees_.end()) {
+            coordinates = nextId_++;
+            emit(spv::OpLoad, {pointee->second, coordinates, texel});
+        }
+        const std::uint32_t plainImage = nextId_++;
+        emit(spv::OpImage, {image->second, plainImage, sample[3]});
+        emit(spv::OpImageFetch,
+             {sample[1], sample[2], plainImage, coordinates, spv::ImageOperandsLodMask, *intZero_});
+    }
+
+    void emit(spv::Op op, std::initializer_list<std::uint32_t> operands)
+    {
+        const auto words = static_cast<std::uint32_t>(operands.size() + 1);
+        output_.push_back(words << spv::WordCountShift | static_cast<std::uint32_t>(op));
+        output_.insert(output_.end(), operands);
+    }
+
+    struct Parameter
+    {
+        std::uint32_t type;
+        std::uint32_t id;
+    };
+
+    std::vector<std::uint32_t>& spirv_;
+    std::vector<std::uint32_t> output_;
+    std::string function_; ///< as the front end decorates it: "name("
+    std::uint32_t nextId_;
+    std::unordered_set<std::uint32_t> fetchFunctions_;
+    std::unordered_map<std::uint32_t, std::uint32_t> imageTypes_; ///< of sampled image types
+    std::unordered_map<std::uint32_t, std::uint32_t> pointees_;
+    std::unordered_map<std::uint32_t, std::uint32_t> loadedTypes_;
+    std::vector<Parameter> parameters_; ///< of the function at hand
+    std::uint32_t intType_ = 0;
+    std::uint32_t int2Type_ = 0;
+    std::optional<std::uint32_t> intZero_;
+    bool inside_ = false;
+    bool good_ = true;
+};
+
+} // namespace
+
+bool rewriteFetches(std::vector<std::uint32_t>& spirv, std::string_view function)
+{
+    return spirv.size() > headerWords && Rewriter(spirv, function).run();
+}
+
+} // namespace Qx::Host::Effects

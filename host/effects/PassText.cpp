@@ -1,0 +1,242 @@
+#include "host/effects/PassText.h"
+
+#include "host/effects/EntryCall.h"
+#include "host/effects/HlslChecks.h"
+#include "host/effects/Preprocessor.h"
+
+#include <algorithm>
+
+namespace Qx::Host::Effects {
+namespace {
+
+using Kind = EffectSyntax::Piece::Kind;
+
+constexpr std::size_t deepestCalls = 256;
+constexpr std::size_t mostInlinedTokens = 1U << 20U;
+
+// One level and no coordinates outside the draw: an explicit level 0 is what every sampling means here, and
+// it stays defined in branches, where there are no derivatives.
+constexpr std::string_view prelude = R"(
+[[vk::constant_id(0)]] const bool qxfx_rotate = false;
+float4 qxfx_tex2D(sampler2D s, float2 at) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+float4 qxfx_tex2D(sampler2D s, float2 at, float2 dx, float2 dy) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+float4 qxfx_tex2Dlod(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 0.0, 0.0)); }
+float4 qxfx_tex2Dbias(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 0.0, 0.0)); }
+float4 qxfx_tex2Dgrad(sampler2D s, float2 at, float2 dx, float2 dy) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+float4 qxfx_tex2Dproj(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy / at.w, 0.0, 0.0)); }
+float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(float2(texel), 0.0, 0.0)); }
+)";
+
+/// What the HLSL compiler gets for a name: full precision everywhere, combined samplers, our samplings.
+std::string_view translated(const Token& token)
+{
+    static const std::unordered_map<std::string_view, std::string_view> names{
+        {"sampler", "sampler2D"},        {"Sampler", "sampler2D"},        {"dword", "uint"},
+        {"tex2D", "qxfx_tex2D"},         {"tex2Dlod", "qxfx_tex2Dlod"},   {"tex2Dbias", "qxfx_tex2Dbias"},
+        {"tex2Dgrad", "qxfx_tex2Dgrad"}, {"tex2Dproj", "qxfx_tex2Dproj"}, {"tex2Dfetch", "qxfx_tex2Dfetch"}};
+    if (token.kind != TokenKind::Identifier) {
+        return token.text;
+    }
+    if (const auto found = names.find(token.text); found != names.end()) {
+        return found->second;
+    }
+    const std::string_view text = token.text;
+    if (text.substr(0, 4) == "half" || text.substr(0, 5) == "fixed") {
+        if (const auto type = NumericType::named(text)) {
+            return type->spelling();
+        }
+    }
+    return text;
+}
+
+class Output
+{
+public:
+    void add(std::string_view line, Location at)
+    {
+        text_.hlsl += line;
+        text_.hlsl += '\n';
+        text_.lines.push_back(at);
+    }
+
+    void add(const std::vector<Token>& tokens)
+    {
+        for (const Token& token : tokens) {
+            add(translated(token), token.at);
+        }
+    }
+
+    PassText take() { return std::move(text_); }
+
+private:
+    PassText text_;
+};
+
+void writePrelude(Output& output, Location at)
+{
+    for (std::size_t begin = 0; begin < prelude.size();) {
+        const std::size_t end = prelude.find('\n', begin);
+        output.add(prelude.substr(begin, end - begin), at);
+        begin = end + 1;
+    }
+}
+
+std::string declaration(const CompiledEffect::Parameter& parameter)
+{
+    const NumericType type{static_cast<NumericType::Scalar>(parameter.type), parameter.rows,
+                           parameter.columns};
+    const std::string array = parameter.elements == 0 ? "" : "[" + std::to_string(parameter.elements) + "]";
+    return (parameter.rows > 1 ? "row_major " : "") + std::string(type.spelling()) + ' ' + parameter.name +
+           array + " : packoffset(c" + std::to_string(parameter.offset / 16) + '.' +
+           "xyzw"[parameter.offset % 16 / 4] + ");";
+}
+
+} // namespace
+
+PassWriter::PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect)
+    : syntax_(syntax), effect_(effect), costs_(syntax.pieces.size())
+{
+    for (std::size_t i = 0; i < syntax.pieces.size(); ++i) {
+        piecesByName_[syntax.pieces[i].name.text].push_back(i);
+    }
+    for (std::size_t i = 0; i < syntax.pieces.size(); ++i) {
+        costOf(i, 0);
+    }
+}
+
+bool PassWriter::mayCall(std::size_t caller, std::size_t callee) const
+{
+    const EffectSyntax::Piece& piece = syntax_.pieces[callee];
+    if (piece.kind != Kind::Function || !piece.function.hasBody) {
+        return false;
+    }
+    const std::vector<std::size_t>& namesakes = piecesByName_.at(piece.name.text);
+    if (callee == caller) {
+        return namesakes.size() == 1; // else it may be another function of that name that is called
+    }
+    // A name means what was declared before it.
+    return callee < caller || std::any_of(namesakes.begin(), namesakes.end(), [&](std::size_t i) {
+               return i < caller && !syntax_.pieces[i].function.hasBody;
+           });
+}
+
+std::size_t PassWriter::costOf(std::size_t index, std::size_t depth)
+{
+    const EffectSyntax::Piece& piece = syntax_.pieces[index];
+    Cost& cost = costs_[index];
+    if (cost.state == Cost::State::Known) {
+        return cost.tokens;
+    }
+    if (cost.state == Cost::State::Open) {
+        throw CompileError(piece.name.at, "function " + inQuotes(piece.name.text) +
+                                              " calls itself, directly or through others; shaders cannot");
+    }
+    if (depth > deepestCalls) {
+        throw CompileError(piece.name.at, "calls of functions are nested more than " +
+                                              std::to_string(deepestCalls) + " deep");
+    }
+    cost.state = Cost::State::Open;
+    std::size_t tokens = piece.text.size();
+    for (std::size_t i = piece.bodyBegin; i < piece.text.size(); ++i) {
+        const auto found = piecesByName_.find(piece.text[i].text);
+        if (piece.kind != Kind::Function || found == piecesByName_.end()) {
+            continue;
+        }
+        std::size_t dearest = 0;
+        for (const std::size_t callee : found->second) {
+            dearest = mayCall(index, callee) ? std::max(dearest, costOf(callee, depth + 1)) : dearest;
+        }
+        tokens += dearest;
+        if (tokens > mostInlinedTokens) {
+            throw CompileError(piece.name.at, "function " + inQuotes(piece.name.text) +
+                                                  " comes to more than " + std::to_string(mostInlinedTokens) +
+                                                  " tokens with all that it calls");
+        }
+    }
+    cost = {Cost::State::Known, tokens};
+    return tokens;
+}
+
+const EffectSyntax::Piece& PassWriter::findEntry(const EffectSyntax::Pass& pass) const
+{
+    const EffectSyntax::Piece* entry = nullptr;
+    if (const auto found = piecesByName_.find(pass.entry.text); found != piecesByName_.end()) {
+        for (const std::size_t i : found->second) {
+            const EffectSyntax::Piece& piece = syntax_.pieces[i];
+            if (piece.kind != Kind::Function || !piece.function.hasBody) {
+                continue;
+            }
+            if (entry != nullptr) {
+                throw CompileError(pass.entry.at, "there are two functions " + inQuotes(pass.entry.text) +
+                                                      "; a pass needs one of its own name");
+            }
+            entry = &piece;
+        }
+    }
+    if (entry == nullptr) {
+        throw CompileError(pass.entry.at, "there is no function " + inQuotes(pass.entry.text));
+    }
+    return *entry;
+}
+
+std::unordered_set<std::string_view> PassWriter::reachableFrom(const EffectSyntax::Pass& pass) const
+{
+    std::unordered_set<std::string_view> names{pass.entry.text};
+    std::vector<std::string_view> open{pass.entry.text};
+    const auto reach = [&](const std::vector<Token>& tokens) {
+        for (const Token& token : tokens) {
+            if (token.kind == TokenKind::Identifier && names.insert(token.text).second) {
+                open.push_back(token.text);
+            }
+        }
+    };
+    for (const std::vector<Token>& argument : pass.arguments) {
+        reach(argument);
+    }
+    while (!open.empty()) {
+        const auto found = piecesByName_.find(open.back());
+        open.pop_back();
+        if (found != piecesByName_.end()) {
+            for (const std::size_t i : found->second) {
+                reach(syntax_.pieces[i].text);
+            }
+        }
+    }
+    return names;
+}
+
+PassText PassWriter::write(const EffectSyntax::Pass& pass) const
+{
+    const EntryCall call(syntax_, findEntry(pass), pass);
+    const std::unordered_set<std::string_view> names = reachableFrom(pass);
+    const auto used = [&](std::string_view name) { return names.count(name) != 0; };
+    Output output;
+    writePrelude(output, pass.entry.at);
+    output.add("cbuffer qxfx_uniforms : register(b0) { float4 qxfx_area : packoffset(c0);", pass.entry.at);
+    output.add("float4 qxfx_coordinates[" + std::to_string(CompiledEffect::SystemUniforms::maxTexCoords) +
+                   "] : packoffset(c1);",
+               pass.entry.at);
+    for (std::size_t i = 0; i < effect_.parameters.size(); ++i) {
+        if (used(effect_.parameters[i].name)) {
+            output.add(declaration(effect_.parameters[i]), syntax_.parameters[i].name.at);
+        }
+    }
+    output.add("};", pass.entry.at);
+    for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
+        if (used(effect_.samplers[i].name)) {
+            output.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] sampler2D " +
+                           effect_.samplers[i].name + ";",
+                       syntax_.samplers[i].name.at);
+        }
+    }
+    for (const EffectSyntax::Piece& piece : syntax_.pieces) {
+        if (used(piece.name.text)) {
+            output.add(piece.text);
+        }
+    }
+    call.write([&](std::string_view line) { output.add(line, pass.entry.at); },
+               [&](const std::vector<Token>& tokens) { output.add(checkedHlsl(tokens)); });
+    return output.take();
+}
+
+} // namespace Qx::Host::Effects

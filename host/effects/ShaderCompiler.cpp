@@ -1,0 +1,224 @@
+#include "host/effects/ShaderCompiler.h"
+
+#include "host/effects/FetchRewriter.h"
+
+#include <glslang/Public/ResourceLimits.h>
+#include <glslang/Public/ShaderLang.h>
+#include <glslang/SPIRV/GlslangToSpv.h>
+#include <spirv-tools/libspirv.hpp>
+#include <spirv-tools/optimizer.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstddef>
+#include <exception>
+#include <map>
+#include <sstream>
+#include <string_view>
+#include <thread>
+
+#include <glslang/SPIRV/spirv.hpp>
+#include <pthread.h>
+
+namespace Qx::Host::Effects {
+namespace {
+
+constexpr auto target = SPV_ENV_VULKAN_1_1;
+
+/// glslang's process-wide tables, made on first use and kept: freeing them while another module of the
+/// process still compiles would take them from under it.
+void startGlslang()
+{
+    static const bool started = glslang::InitializeProcess();
+    static_cast<void>(started);
+}
+
+/// "ERROR: 0:12: 'gain' : undeclared identifier" and the like; other lines are cascades without a place.
+void readLog(const char* log, std::vector<CompiledShader::Message>& errors)
+{
+    constexpr std::string_view mark = "ERROR: 0:";
+    std::istringstream lines(log == nullptr ? "" : log);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, mark.size(), mark) != 0) {
+            continue;
+        }
+        CompiledShader::Message message;
+        const char* const end = line.data() + line.size();
+        const auto [rest, failure] = std::from_chars(line.data() + mark.size(), end, message.line);
+        message.text.assign(rest, end);
+        message.text.erase(0, message.text.find_first_not_of(": "));
+        const bool cascade = failure != std::errc() || message.text.empty() ||
+                             message.text.find("compilation terminated") != std::string::npos;
+        if (!cascade) {
+            errors.push_back(std::move(message));
+        }
+    }
+}
+
+/// Empty after an error.
+std::vector<std::uint32_t> translate(const std::string& hlsl, std::vector<CompiledShader::Message>& errors)
+{
+    glslang::TShader shader(EShLangFragment);
+    const char* const text = hlsl.c_str();
+    const int length = static_cast<int>(hlsl.size());
+    shader.setStringsWithLengths(&text, &length, 1);
+    shader.setEntryPoint("main");
+    shader.setSourceEntryPoint("main");
+    shader.setEnvInput(glslang::EShSourceHlsl, EShLangFragment, glslang::EShClientVulkan, 100);
+    shader.setEnvClient(glslang::EShClientVulkan, glslang::EShTargetVulkan_1_1);
+    shader.setEnvTarget(glslang::EShTargetSpv, glslang::EShTargetSpv_1_3);
+    const auto messages = static_cast<EShMessages>(EShMsgSpvRules | EShMsgVulkanRules | EShMsgReadHlsl |
+                                                   EShMsgHlslDX9Compatible | EShMsgSuppressWarnings);
+    constexpr int version = 100;
+    glslang::TProgram program;
+    bool good = shader.parse(GetDefaultResources(), version, false, messages);
+    if (good) {
+        program.addShader(&shader);
+        good = program.link(messages);
+    }
+    if (!good) {
+        readLog(shader.getInfoLog(), errors);
+        readLog(program.getInfoLog(), errors);
+        if (errors.empty()) {
+            errors.push_back({0, "the HLSL compiler refused the shader: " +
+                                     std::string(shader.getInfoLog()).substr(0, 200)});
+        }
+        return {};
+    }
+    std::vector<std::uint32_t> spirv;
+    glslang::SpvOptions options;
+    options.disableOptimizer = true; // it follows, after the fetches are in their place
+    glslang::GlslangToSpv(*program.getIntermediate(EShLangFragment), spirv, &options);
+    return spirv;
+}
+
+spvtools::MessageConsumer collectInto(std::string& text)
+{
+    return [&text](spv_message_level_t level, const char*, const spv_position_t&, const char* message) {
+        if (level <= SPV_MSG_ERROR) {
+            text += (text.empty() ? "" : "; ") + std::string(message);
+        }
+    };
+}
+
+bool optimize(std::vector<std::uint32_t>& spirv, std::string& problem)
+{
+    spvtools::Optimizer optimizer(target);
+    optimizer.SetMessageConsumer(collectInto(problem));
+    optimizer.RegisterLegalizationPasses().RegisterPerformancePasses();
+    optimizer.RegisterPass(spvtools::CreateStripDebugInfoPass());
+    spvtools::OptimizerOptions options;
+    options.set_run_validator(false); // the result is validated
+    std::vector<std::uint32_t> optimized;
+    if (!optimizer.Run(spirv.data(), spirv.size(), &optimized, options)) {
+        return false;
+    }
+    spirv = std::move(optimized);
+    return true;
+}
+
+bool validate(const std::vector<std::uint32_t>& spirv, std::string& problem)
+{
+    spvtools::SpirvTools tools(target);
+    tools.SetMessageConsumer(collectInto(problem));
+    return tools.Validate(spirv);
+}
+
+std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spirv)
+{
+    std::map<std::uint32_t, std::uint32_t> bindings;
+    std::vector<std::uint32_t> read;
+    constexpr std::size_t header = 5;
+    for (std::size_t at = header; at < spirv.size(); at += spirv[at] >> spv::WordCountShift) {
+        const auto op = static_cast<spv::Op>(spirv[at] & spv::OpCodeMask);
+        if (op == spv::OpDecorate && spirv[at + 2] == spv::DecorationBinding) {
+            bindings[spirv[at + 1]] = spirv[at + 3];
+        } else if (op == spv::OpVariable && spirv[at + 3] == spv::StorageClassUniformConstant) {
+            read.push_back(bindings[spirv[at + 2]]);
+        }
+    }
+    std::sort(read.begin(), read.end());
+    return read;
+}
+
+CompiledShader compileShader(const std::string& hlsl)
+{
+    CompiledShader shader;
+    shader.spirv = translate(hlsl, shader.errors);
+    if (shader.spirv.empty()) {
+        return shader;
+    }
+    std::string problem;
+    if (!rewriteFetches(shader.spirv, fetchFunction) || !optimize(shader.spirv, problem) ||
+        !validate(shader.spirv, problem)) {
+        shader.errors.push_back({0, "the shader does not become valid SPIR-V: " + problem});
+        shader.spirv.clear();
+        return shader;
+    }
+    shader.bindings = samplerBindings(shader.spirv);
+    return shader;
+}
+
+/// What the threads of one compileShaders share: each takes the next text until there is none.
+struct Work
+{
+    const std::vector<std::string>& hlsl;
+    std::vector<CompiledShader>& shaders;
+    std::atomic<std::size_t> next{0};
+
+    void run()
+    {
+        for (std::size_t i = next++; i < hlsl.size(); i = next++) {
+            try {
+                shaders[i] = compileShader(hlsl[i]);
+            } catch (const std::exception& error) {
+                shaders[i].spirv.clear();
+                shaders[i].errors.push_back({0, std::string("the shader compiler failed: ") + error.what()});
+            }
+        }
+    }
+};
+
+void* runWork(void* work)
+{
+    static_cast<Work*>(work)->run();
+    return nullptr;
+}
+
+} // namespace
+
+std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl)
+{
+    constexpr std::size_t stackBytes = 256U << 20U; // address space; memory only as far as it is used
+    constexpr std::size_t mostThreads = 4;
+    startGlslang();
+    std::vector<CompiledShader> shaders(hlsl.size());
+    Work work{hlsl, shaders};
+    const std::size_t count =
+        std::min({mostThreads, hlsl.size(),
+                  static_cast<std::size_t>(std::max(std::thread::hardware_concurrency(), 1U))});
+    std::vector<pthread_t> threads;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stackBytes);
+    while (threads.size() < count) {
+        pthread_t thread{};
+        if (pthread_create(&thread, &attributes, &runWork, &work) != 0) {
+            break;
+        }
+        threads.push_back(thread);
+    }
+    pthread_attr_destroy(&attributes);
+    for (const pthread_t thread : threads) {
+        pthread_join(thread, nullptr);
+    }
+    for (std::size_t i = 0; i < shaders.size(); ++i) {
+        if (shaders[i].spirv.empty() && shaders[i].errors.empty()) {
+            shaders[i].errors.push_back({0, "no thread could be started to compile the shader"});
+        }
+    }
+    return shaders;
+}
+
+} // namespace Qx::Host::Effects

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Qx::Host::Effects {
+
+/// One pixel shader in plain HLSL, with the entry point "main".
+struct CompiledShader
+{
+    struct Message
+    {
+        std::uint32_t line = 0; ///< of the HLSL text, from 1; 0 when unknown
+        std::string text;
+    };
+
+    std::vector<std::uint32_t> spirv;    ///< optimized and valid for Vulkan 1.1; empty after an error
+    std::vector<std::uint32_t> bindings; ///< of the combined image samplers that it reads, ascending
+    std::vector<Message> errors;
+};
+
+/// Name of the function `float4 qxfx_tex2Dfetch(sampler2D s, int2 texel)`, which the text declares with a
+/// body of one tex2Dlod: the compiler turns that sampling into an unfiltered fetch of the texel.
+inline constexpr const char* fetchFunction = "qxfx_tex2Dfetch";
+
+/// Compiles each text, on a few threads of its own whose stacks bear deeply nested input. Any thread may call
+/// it, several at once.
+std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl);
+
+} // namespace Qx::Host::Effects

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Qx::Host::Effects {
+
+/// Where a token stands in what the author wrote. A token that a macro's body supplied stands where the macro
+/// is used; `note` then tells which line of the body it came from.
+struct Location
+{
+    std::uint32_t file = 0;   ///< index into SourceFiles
+    std::uint32_t line = 0;   ///< from 1; 0 when the message concerns the file as a whole
+    std::uint32_t column = 0; ///< from 1, in characters
+    std::uint32_t note = 0;   ///< index of a macro note; 0 for none
+};
+
+/// The files of one compilation. Texts and names stay where they are for its whole life, so that tokens may
+/// refer into them.
+class SourceFiles
+{
+public:
+    struct File
+    {
+        std::filesystem::path path; ///< as opened; empty for text that came from no file
+        std::string name;           ///< as messages write it
+        std::string text;
+        bool once = false; ///< holds #pragma once
+    };
+
+    std::uint32_t add(File file);
+    const File& operator[](std::uint32_t index) const { return files_[index]; }
+    File& operator[](std::uint32_t index) { return files_[index]; }
+    std::uint32_t size() const { return static_cast<std::uint32_t>(files_.size()); }
+
+    /// Keeps text that the preprocessor made; the view is valid as long as this object.
+    std::string_view keep(std::string text);
+
+    std::uint32_t addMacroNote(std::string_view macro, Location bodyToken);
+
+    /// "FILE:LINE:COLUMN", and the macro note for the end of the message or an empty text.
+    std::string describe(Location at) const;
+    std::string describeNote(Location at) const;
+
+private:
+    std::deque<File> files_;
+    std::deque<std::string> kept_;
+    std::vector<std::pair<std::string_view, Location>> notes_{{}};
+};
+
+/// What ends the reading of an effect: it never leaves compileEffect.
+class CompileError : public std::exception
+{
+public:
+    CompileError(Location at, std::string text) : at_(at), text_(std::move(text)) {}
+
+    Location at() const { return at_; }
+    const char* what() const noexcept override { return text_.c_str(); }
+
+private:
+    Location at_;
+    std::string text_;
+};
+
+/// Text of the author's that a message repeats, cut to a length that a person reads.
+std::string inQuotes(std::string_view text);
+
+bool equalIgnoringCase(std::string_view a, std::string_view b);
+
+} // namespace Qx::Host::Effects

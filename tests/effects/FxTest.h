@@ -1,0 +1,58 @@
+#pragma once
+
+#include "host/effects/EffectCompiler.h"
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Qx::Host::Tests {
+
+/// A test of the effect compiler as a text file; README.md beside this header says how one is written.
+struct FxTest
+{
+    struct Section
+    {
+        std::string kind; ///< the first word in the brackets
+        std::string argument;
+        std::vector<std::string> lines; ///< as they are, without empty ones at the end
+        int line = 0;                   ///< of the section's head in the test file
+    };
+
+    std::vector<Section> sections;
+
+    /// Null when there is none; the first when there are several.
+    const Section* find(const std::string& kind) const;
+};
+
+FxTest readFxTest(const std::filesystem::path& file);
+
+/// The definitions that the test gives.
+EffectCompilerOptions optionsOf(const FxTest& test);
+
+/// Writes the test's files below `directory`; returns the path of the effect, "effect.fx" there.
+std::filesystem::path writeFiles(const FxTest& test, const std::filesystem::path& directory);
+
+/// What a compiled effect holds, a fact a line.
+std::vector<std::string> describe(const CompiledEffect& effect);
+
+/// A shader as text, with friendly names.
+std::string disassemble(const std::vector<std::uint32_t>& spirv);
+
+/// A new, empty directory that goes with its object.
+class TemporaryDirectory
+{
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+} // namespace Qx::Host::Tests

@@ -1,0 +1,130 @@
+#include "tests/effects/FxTest.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+namespace Qx::Host::Tests {
+namespace {
+
+std::string joined(const std::vector<std::string>& lines)
+{
+    std::string text;
+    for (const std::string& line : lines) {
+        text += line + '\n';
+    }
+    return text;
+}
+
+/// Messages name files as opened; a test names them from the directory that holds them.
+std::string withoutDirectory(std::string text, const std::string& directory)
+{
+    for (std::size_t at = text.find(directory); at != std::string::npos; at = text.find(directory)) {
+        const bool whole = text.compare(at + directory.size(), 1, "/") == 0;
+        text.replace(at, directory.size() + (whole ? 1 : 0), whole ? "" : ".");
+    }
+    return text;
+}
+
+std::size_t occurrences(const std::string& text, const std::string& word)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + word.size())) {
+        ++count;
+    }
+    return count;
+}
+
+void checkResult(const FxTest::Section& section, const CompiledEffect& effect)
+{
+    const std::vector<std::string> facts = describe(effect);
+    for (const std::string& line : section.lines) {
+        EXPECT_NE(std::find(facts.begin(), facts.end(), line), facts.end())
+            << "not in the result: " << line << "\nwhich is\n"
+            << joined(facts);
+    }
+}
+
+/// "[spirv TECHNIQUE]" or "[spirv TECHNIQUE/PASS]", then lines "COUNT WORD".
+void checkSpirv(const FxTest::Section& section, const CompiledEffect& effect)
+{
+    const std::string& place = section.argument;
+    const auto pass = [&]() -> const CompiledEffect::Pass* {
+        for (const CompiledEffect::Technique& technique : effect.techniques) {
+            for (const CompiledEffect::Pass& candidate : technique.passes) {
+                if (place == technique.name || place == technique.name + '/' + candidate.name) {
+                    return &candidate;
+                }
+            }
+        }
+        return nullptr;
+    }();
+    ASSERT_NE(pass, nullptr) << "line " << section.line << ": there is no pass " << place;
+    const std::string text = disassemble(pass->spirv);
+    for (const std::string& line : section.lines) {
+        std::istringstream words(line);
+        std::size_t count = 0;
+        std::string word;
+        words >> count >> std::ws;
+        std::getline(words, word);
+        EXPECT_EQ(occurrences(text, word), count) << word << " in\n" << text;
+    }
+}
+
+class FxTestCases : public testing::TestWithParam<std::filesystem::path>
+{
+};
+
+TEST_P(FxTestCases, holds)
+{
+    const FxTest test = readFxTest(GetParam());
+    const TemporaryDirectory directory;
+    const std::filesystem::path effect = writeFiles(test, directory.path());
+    const EffectCompilation compilation = compileEffect(effect, optionsOf(test));
+
+    const FxTest::Section* const expected = test.find("messages");
+    const std::string messages = withoutDirectory(compilation.messages, directory.path().string());
+    EXPECT_EQ(messages, expected == nullptr ? "" : joined(expected->lines));
+    const bool failed = messages.find(": error: ") != std::string::npos;
+    ASSERT_EQ(compilation.effect == nullptr, failed);
+    for (const FxTest::Section& section : test.sections) {
+        if (section.kind == "files") {
+            std::string files;
+            for (const std::filesystem::path& file : compilation.files) {
+                files += withoutDirectory(file.string(), directory.path().string()) + '\n';
+            }
+            EXPECT_EQ(files, joined(section.lines));
+        } else if (section.kind == "result" || section.kind == "spirv") {
+            ASSERT_NE(compilation.effect, nullptr) << messages;
+            section.kind == "result" ? checkResult(section, *compilation.effect)
+                                     : checkSpirv(section, *compilation.effect);
+        } else {
+            const std::vector<std::string> others{"effect", "file", "definitions", "messages"};
+            EXPECT_NE(std::find(others.begin(), others.end(), section.kind), others.end())
+                << "line " << section.line << ": unknown section [" << section.kind << ']';
+        }
+    }
+}
+
+std::vector<std::filesystem::path> allCases()
+{
+    std::vector<std::filesystem::path> cases;
+    for (const auto& entry : std::filesystem::directory_iterator(QX_FXTEST_CASES)) {
+        if (entry.path().extension() == ".fxtest") {
+            cases.push_back(entry.path());
+        }
+    }
+    std::sort(cases.begin(), cases.end());
+    return cases;
+}
+
+std::string nameOf(const testing::TestParamInfo<std::filesystem::path>& test)
+{
+    return test.param.stem().string();
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, FxTestCases, testing::ValuesIn(allCases()), nameOf);
+
+} // namespace
+} // namespace Qx::Host::Tests

@@ -17,6 +17,7 @@ struct Rescale
     float scale;  // codes of the target in a code of the source, to the nearest power of two
     float excess; // what is missing from `scale`: the true ratio is scale * (1 + excess)
     float maxCode;
+    float inverseMax;
 };
 
 // Codes a step of 8 bits takes at the depth of maxCode: 2^(n-8).
@@ -42,6 +43,7 @@ Rescale rescale(float sourceMax, bool sourceFull, float targetMax, bool targetFu
     r.scale = stepOf(targetMax) * inverseStepOf(sourceMax);
     r.excess = (sourcePart - targetPart) / (1.0 - sourcePart);
     r.maxCode = targetMax;
+    r.inverseMax = 1.0 / targetMax;
     return r;
 }
 
@@ -60,7 +62,7 @@ float component(float offset, float upper, float lower, Rescale r)
     float fine = (lower + (upper + lower) * r.excess) * r.scale;
     float whole = floor(coarse);
     float code = whole + floor((coarse - whole) + fine);
-    return clamp(code, 0.0, r.maxCode) / r.maxCode;
+    return clamp(code, 0.0, r.maxCode) * r.inverseMax;
 }
 
 #endif

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <sstream>
 
 namespace Qx::Pixels {
@@ -75,6 +76,22 @@ Verdict judge(const Picture& got, const std::vector<double>& exact)
         }
     }
     return verdict;
+}
+
+int farthestApart(const Picture& one, const Picture& other, int edge, std::string& where)
+{
+    const int skipped = Picture::texelsFor(one.layout, edge);
+    int farthest = 0;
+    for (int row = 0; row < one.height; ++row)
+        for (int texel = skipped; texel < one.texels() - skipped; ++texel)
+            for (int component = 0; component < 4; ++component) {
+                const int apart = std::abs(one.at(texel, row, component) - other.at(texel, row, component));
+                if (apart > farthest) {
+                    farthest = apart;
+                    where = describe(one, texel, row, component, other.at(texel, row, component));
+                }
+            }
+    return farthest;
 }
 
 Picture rounded(const Picture& like, const std::vector<double>& exact)

@@ -38,6 +38,10 @@ struct Verdict
 /// Compares the codes of `got` with exact values, four a texel, row by row without padding.
 Verdict judge(const Picture& got, const std::vector<double>& exact);
 
+/// The farthest that two pictures of one size are apart, in codes; `where` then names the place. `edge`
+/// pixels on the left and on the right are not compared.
+int farthestApart(const Picture& one, const Picture& other, int edge, std::string& where);
+
 /// The exact values as a picture, rounded.
 Picture rounded(const Picture& like, const std::vector<double>& exact);
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <functional>
 #include <numbers>
 
 namespace Qx::Pixels {
@@ -88,8 +87,8 @@ double lanczos3(double x)
 
 /// `sample(i)` for whole i, filtered at `position`; the kernel's argument is the distance times `squeeze`.
 /// Indices are held to 0..last.
-double filtered(const std::function<double(int)>& sample, int last, double position,
-                const std::function<double(double)>& kernel, double squeeze)
+template <typename Sample, typename Kernel>
+double filtered(const Sample& sample, int last, double position, const Kernel& kernel, double squeeze)
 {
     const int reach = static_cast<int>(std::ceil(3.0 / squeeze)) + 1;
     const int centre = static_cast<int>(std::floor(position));

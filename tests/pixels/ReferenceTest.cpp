@@ -1,5 +1,6 @@
 #include "tests/pixels/Reference.h"
 #include "tests/pixels/Judge.h"
+#include "tests/pixels/Zimg.h"
 
 #include <gtest/gtest.h>
 
@@ -79,6 +80,22 @@ TEST(Reference, KeepsFlatColourFlatWithEveryFilter)
         for (std::size_t i = 0; i < exact.size(); ++i)
             EXPECT_NEAR(exact[i], exact[i % 4], 1e-9) << conversion.technique() << ", value " << i;
     }
+}
+
+TEST(Reference, AgreesWithZimgWithinACode)
+{
+    for (const int depth : {8, 16})
+        for (const Conversion& conversion : allConversions()) {
+            const Layout layout = conversion.direction == Direction::Decode ? Layout::Packed422 : Layout::Rgb;
+            const Picture source = naturalPicture(layout, depth, 160, 40);
+            const Picture theirs = convertByZimg(conversion, source);
+            ASSERT_GT(theirs.width, 0);
+            std::string where;
+            EXPECT_LE(farthestApart(theirs, rounded(theirs, exactConversion(conversion, source, depth)),
+                                    edgeOfZimg, where),
+                      1)
+                << conversion.technique() << ", " << where;
+        }
 }
 
 TEST(Reference, NamesFortyTechniques)

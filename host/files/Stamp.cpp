@@ -1,11 +1,11 @@
 #include "host/files/Stamp.h"
 
+#include "host/files/ReadFile.h"
 #include "platform/Settings.h"
 #include "platform/Text.h"
 
+#include <algorithm>
 #include <cstddef>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <set>
 #include <string>
@@ -19,7 +19,7 @@ namespace {
 
 /// More than any effect has. Beyond these limits a file counts by what the file system says about it.
 constexpr std::size_t mostFiles = 256;
-constexpr std::uintmax_t largestFile = 16U << 20;
+constexpr std::size_t largestFile = 16U << 20;
 
 /// FNV-1a, 64 bits: http://www.isthe.com/chongo/tech/comp/fnv/
 class Hash
@@ -47,18 +47,6 @@ void addStatus(Hash& hash, const struct stat& status)
         hash.add(static_cast<std::uint64_t>(time.tv_sec));
         hash.add(static_cast<std::uint64_t>(time.tv_nsec));
     }
-}
-
-std::optional<std::string> contentsOf(const std::filesystem::path& path)
-{
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error) ||
-        std::filesystem::file_size(path, error) > largestFile || error) {
-        return std::nullopt;
-    }
-    std::ifstream file(path, std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    return file.bad() ? std::nullopt : std::optional(std::move(bytes));
 }
 
 /// The names in the text's `#include "..."` lines. Those in comments and inactive branches are among them,
@@ -104,7 +92,7 @@ void addEffect(Hash& hash, const std::filesystem::path& effect)
     std::vector<std::filesystem::path> toRead{effect};
     std::set<std::filesystem::path> seen{effect};
     for (std::size_t i = 0; i < toRead.size(); ++i) {
-        const std::optional<std::string> contents = contentsOf(toRead[i]);
+        const std::optional<std::string> contents = readFile(toRead[i], largestFile);
         if (!contents) {
             hash.add("missing");
             struct stat status = {};

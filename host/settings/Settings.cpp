@@ -1,20 +1,17 @@
 #include "host/settings/Settings.h"
 
 #include "host/core/Immortal.h"
+#include "host/files/ReadFile.h"
 #include "host/settings/Directories.h"
 #include "platform/Log.h"
 
 #include <toml++/toml.h>
 
-#include <array>
-#include <cctype>
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <mutex>
 #include <set>
-#include <sstream>
 
 namespace Qx::Host {
 
@@ -130,16 +127,16 @@ void Settings::read()
     if (!std::filesystem::exists(path_, error) && !error) {
         return;
     }
-    std::ifstream file(path_, std::ios::binary);
-    std::ostringstream contents;
-    if (!file || !(contents << file.rdbuf() || file.peek() == std::ifstream::traits_type::eof())) {
+    constexpr std::size_t largest = 1 << 20;
+    const std::optional<std::string> contents = readFile(path_, largest);
+    if (!contents) {
         fileProblem_ = path_ + ": the settings cannot be read; every setting has its default.";
         return;
     }
 
     toml::table root;
     try {
-        root = toml::parse(contents.str(), path_);
+        root = toml::parse(*contents, path_);
     } catch (const toml::parse_error& problem) {
         const auto where = problem.source().begin;
         fileProblem_ = path_ + ":" + std::to_string(where.line) + ":" + std::to_string(where.column) + ": " +

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "host/effects/EffectCompiler.h"
+#include "platform/GPUService.h"
+
+namespace Qx::Host {
+
+/// Compiles an effect file that the library names. Includes are also searched for in the shaders' directory
+/// and its "Include", and in the template directories of the user and the machine.
+EffectCompilation compileFile(const LightweightString<wchar_t>& path,
+                              const iGPUService::Definitions& definitions);
+
+/// A wide text in UTF-8. What is no character becomes U+FFFD.
+std::string toUtf8(const LightweightString<wchar_t>& text);
+
+} // namespace Qx::Host

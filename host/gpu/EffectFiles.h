@@ -10,7 +10,4 @@ namespace Qx::Host {
 EffectCompilation compileFile(const LightweightString<wchar_t>& path,
                               const iGPUService::Definitions& definitions);
 
-/// A wide text in UTF-8. What is no character becomes U+FFFD.
-std::string toUtf8(const LightweightString<wchar_t>& text);
-
 } // namespace Qx::Host

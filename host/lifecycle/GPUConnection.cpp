@@ -1,44 +1,30 @@
 #include "host/lifecycle/GPUConnection.h"
 
-#include "host/core/Immortal.h"
-#include "platform/GPUService.h"
+#include "host/gpu/GPUService.h"
+#include "host/settings/Settings.h"
 #include "platform/Log.h"
 
 namespace Qx::Host {
 
-namespace {
-
-/// No device is built in: every operation fails as it does on a machine without one.
-class NoGPU final : public iGPUService
-{
-public:
-    Ptr<iShaderEffect> loadEffectFile(const LightweightString<wchar_t>&, const Definitions&) override
-    {
-        return {};
-    }
-    EffectCompileResult compileEffectFile(const LightweightString<wchar_t>&, const Definitions&) override
-    {
-        return {{}, "no GPU service is built in"};
-    }
-    Ptr<iGPUComputeContext> createComputeContext(int) override { return {}; }
-    Ptr<iGPUImage> createGPUImage(XY<int>, iGPUImage::eFormat) override { return {}; }
-    Ptr<iHostImage> createHostImage(XY<int>, iGPUImage::eFormat) override { return {}; }
-    Ptr<iGPUImage> uploadImage(Ptr<iHostImage>, int) override { return {}; }
-    Ptr<iHostImage> downloadImage(Ptr<iGPUImage>) override { return {}; }
-    Ptr<iHostImage3D> createHostImage3D(int) override { return {}; }
-    Ptr<iGPUImage3D> upload3DImage(Ptr<iHostImage3D>) override { return {}; }
-    Ptr<iFont> createFont(const LightweightString<wchar_t>&, int, int) override { return {}; }
-};
-
-} // namespace
-
 iGPUService& connectedGPU()
 {
-    return immortal<NoGPU>();
+    return gpuService();
 }
 
-void configureGPU(const char*) {}
+void configureGPU(const char* device)
+{
+    const Settings& settings = Settings::instance();
+    GPUOptions options;
+    options.device = device != nullptr ? device : settings.text("device").value_or("");
+    options.validation = settings.flag("vulkan_validation").value_or(false);
+    if (!gpuService().configure(options)) {
+        Log("The GPU service has started already and keeps its options\n");
+    }
+}
 
-void shutDownGPU() {}
+void shutDownGPU()
+{
+    gpuService().shutdown();
+}
 
 } // namespace Qx::Host

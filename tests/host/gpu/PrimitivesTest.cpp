@@ -1,0 +1,1 @@
+#include "tests/host/gpu/GpuFixture.h"

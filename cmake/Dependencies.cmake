@@ -17,6 +17,7 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavut
 pkg_check_modules(ZIMG REQUIRED IMPORTED_TARGET zimg)
 if(QX_BUILD_TESTS)
     find_package(GTest REQUIRED)
+    find_package(PNG REQUIRED)
 endif()
 if(QX_BUILD_BENCHMARKS)
     find_package(benchmark REQUIRED)

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "platform/Allocator.h"
+#include "platform/OS.h"
+
+#include <cstddef>
+#include <limits>
+#include <new>
+#include <vector>
+
+namespace Qx {
+
+/// The standard allocator that takes its memory from the host. All instances are equal.
+template <class T>
+struct HostAllocator
+{
+    using value_type = T;
+
+    HostAllocator() = default;
+    template <class U>
+    HostAllocator(const HostAllocator<U>&) noexcept // NOLINT(google-explicit-constructor): allocators convert
+    {
+    }
+
+    T* allocate(std::size_t n)
+    {
+        if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
+            throw std::bad_array_new_length();
+        }
+        if (void* block = OS().allocator().allocate(n * sizeof(T), alignof(T))) {
+            return static_cast<T*>(block);
+        }
+        throw std::bad_alloc();
+    }
+
+    void deallocate(T* block, std::size_t) noexcept { OS().allocator().deallocate(block); }
+
+    template <class U>
+    friend bool operator==(const HostAllocator&, const HostAllocator<U>&) noexcept
+    {
+        return true;
+    }
+};
+
+/// The std::vector that may cross the border between library and host: either side may grow or free it.
+template <class T>
+using Vector = std::vector<T, HostAllocator<T>>;
+
+} // namespace Qx

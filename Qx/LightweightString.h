@@ -1,0 +1,233 @@
+#pragma once
+
+#include "Qx/Ptr.h"
+#include "platform/Allocator.h"
+#include "platform/OS.h"
+
+#include <algorithm>
+#include <clocale>
+#include <compare>
+#include <cstdint>
+#include <cstring>
+#include <cwctype>
+#include <locale.h>
+#include <new>
+#include <string>
+#include <string_view>
+
+namespace Qx {
+
+/// Folds the case of one character for comparison, whatever locale the process runs in: by Unicode's simple
+/// lower-case mapping for wide characters, by ASCII for the bytes of UTF-8.
+inline wchar_t foldCase(wchar_t c)
+{
+    static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    if (c >= 0 && c < 0x80) {
+        return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c + (L'a' - L'A')) : c;
+    }
+    return unicode != nullptr ? static_cast<wchar_t>(towlower_l(static_cast<wint_t>(c), unicode)) : c;
+}
+
+inline char foldCase(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
+/// A shared, reference-counted, null-terminated text: narrow (UTF-8) or wide (32-bit code units).
+///
+/// Copies share one buffer. A writer works in place when it is the buffer's only owner and the text fits, and
+/// otherwise builds a new buffer, so that no other owner ever sees a change. A string without a buffer is the
+/// null string; it reads as and equals the empty text.
+///
+/// A text has at most maxLength characters. A writer that would exceed it, or for which there is no memory,
+/// leaves the string as it was.
+///
+/// Threads: copies may be made, written and released on different threads; one string object may not be
+/// written while another thread uses the same object.
+template <class CharT>
+class LightweightString
+{
+public:
+    using View = std::basic_string_view<CharT>;
+
+    /// So that the capacity, the next power of two, still fits 32 bits.
+    static constexpr std::uint32_t maxLength = 0x7fffffffU;
+
+    LightweightString() noexcept = default;
+
+    /// A null pointer or an empty text gives the null string.
+    LightweightString(const CharT* s) { assign(s); } // NOLINT(google-explicit-constructor): texts are strings
+
+    explicit LightweightString(View text) { append(text.data(), text.size()); }
+
+    LightweightString& operator=(const CharT* s) { return assign(s); }
+
+    LightweightString& assign(const CharT* s)
+    {
+        const std::size_t n = lengthOf(s);
+        if (n == 0) {
+            buffer_.reset();
+        } else if (fitsInPlace(n)) {
+            std::char_traits<CharT>::move(buffer_->text, s, n);
+            setLength(static_cast<std::uint32_t>(n));
+        } else if (BufferPtr fresh = makeBuffer(n)) {
+            std::char_traits<CharT>::copy(fresh->text, s, n);
+            buffer_ = fresh;
+        }
+        return *this;
+    }
+
+    /// Prepares the string for exactly n characters, which the caller then writes to data(). The old text
+    /// survives only when the buffer does: when this string is its sole owner and n is less than its
+    /// capacity. False, and nothing changed, when there can be no such buffer.
+    bool resizeFor(std::size_t n)
+    {
+        if (n == 0) {
+            buffer_.reset();
+            return true;
+        }
+        if (fitsInPlace(n)) {
+            setLength(static_cast<std::uint32_t>(n));
+            return true;
+        }
+        BufferPtr fresh = makeBuffer(n);
+        if (!fresh) {
+            return false;
+        }
+        buffer_ = fresh;
+        return true;
+    }
+
+    /// Appends n characters, which may be this string's own.
+    LightweightString& append(const CharT* s, std::size_t n)
+    {
+        if (s == nullptr || n == 0) {
+            return *this;
+        }
+        const std::size_t oldLength = length();
+        const BufferPtr old =
+            fitsInPlace(oldLength + n) ? BufferPtr() : buffer_; // keeps the old text readable
+        if (n > maxLength || !resizeFor(oldLength + n)) {
+            return *this;
+        }
+        if (old) {
+            std::char_traits<CharT>::copy(buffer_->text, old->text, oldLength);
+        }
+        std::char_traits<CharT>::move(buffer_->text + oldLength, s, n);
+        return *this;
+    }
+
+    LightweightString& operator+=(const CharT* s) { return append(s, lengthOf(s)); }
+    LightweightString& operator+=(const LightweightString& s) { return append(s.c_str(), s.length()); }
+
+    LightweightString operator+(const CharT* s) const { return concatenated(s, lengthOf(s)); }
+    LightweightString operator+(const LightweightString& s) const
+    {
+        return concatenated(s.c_str(), s.length());
+    }
+
+    /// Never null: the null string reads as a static empty text.
+    const CharT* c_str() const noexcept { return buffer_ ? buffer_->text : emptyText; }
+    std::uint32_t length() const noexcept { return buffer_ ? buffer_->length : 0; }
+
+    /// Characters that the buffer can hold, its terminator included; 0 without a buffer.
+    std::uint32_t capacity() const noexcept { return buffer_ ? buffer_->capacity : 0; }
+    bool empty() const noexcept { return length() == 0; }
+    View view() const noexcept { return View(c_str(), length()); }
+
+    /// The characters for writing, after resizeFor(); null for the null string. The buffer must not be
+    /// shared.
+    CharT* data() noexcept { return buffer_ ? buffer_->text : nullptr; }
+
+    bool equalsIgnoringCase(const LightweightString& other) const
+    {
+        return std::equal(view().begin(), view().end(), other.view().begin(), other.view().end(),
+                          [](CharT a, CharT b) { return foldCase(a) == foldCase(b); });
+    }
+
+    /// Case-sensitive, by code unit; null equals empty.
+    friend bool operator==(const LightweightString& a, const LightweightString& b) noexcept
+    {
+        return a.view() == b.view();
+    }
+    friend bool operator<(const LightweightString& a, const LightweightString& b) noexcept
+    {
+        return a.view() < b.view();
+    }
+
+private:
+    struct Buffer
+    {
+        CharT* text;
+        std::uint32_t length;
+        std::uint32_t capacity;
+        std::uint32_t count;
+
+        std::uint32_t& referenceCount() noexcept { return count; }
+    };
+
+    struct BufferCounting
+    {
+        static std::uint32_t* attach(Buffer* buffer) noexcept { return &buffer->count; }
+        static void destroy(std::uint32_t*, Buffer* buffer) noexcept { OS().allocator().deallocate(buffer); }
+    };
+
+    using BufferPtr = Ptr<Buffer, BufferCounting>;
+
+    static std::size_t lengthOf(const CharT* s) noexcept
+    {
+        return s != nullptr ? std::char_traits<CharT>::length(s) : 0;
+    }
+
+    /// The smallest power of two that is greater than n.
+    static std::uint32_t capacityFor(std::uint32_t n) noexcept
+    {
+        std::uint32_t capacity = 1;
+        while (capacity <= n) {
+            capacity *= 2;
+        }
+        return capacity;
+    }
+
+    bool fitsInPlace(std::size_t n) const noexcept { return buffer_.isSoleOwner() && n < buffer_->capacity; }
+
+    void setLength(std::uint32_t n) noexcept
+    {
+        buffer_->length = n;
+        buffer_->text[n] = CharT();
+    }
+
+    static BufferPtr makeBuffer(std::size_t n)
+    {
+        if (n > maxLength) {
+            return {};
+        }
+        const std::uint32_t capacity = capacityFor(static_cast<std::uint32_t>(n));
+        const std::size_t bytes = sizeof(Buffer) + capacity * sizeof(CharT);
+        void* block = OS().allocator().allocate(bytes, alignof(Buffer));
+        if (block == nullptr) {
+            return {};
+        }
+        auto* text = reinterpret_cast<CharT*>(static_cast<std::byte*>(block) + sizeof(Buffer));
+        text[n] = CharT();
+        return BufferPtr(new (block) Buffer{text, static_cast<std::uint32_t>(n), capacity, 0});
+    }
+
+    LightweightString concatenated(const CharT* s, std::size_t n) const
+    {
+        LightweightString result;
+        if (result.resizeFor(length() + n) && length() + n > 0) {
+            std::char_traits<CharT>::copy(result.data(), c_str(), length());
+            std::char_traits<CharT>::copy(result.data() + length(), s, n);
+        }
+        return result;
+    }
+
+    static constexpr CharT emptyText[1] = {};
+
+    BufferPtr buffer_;
+};
+
+} // namespace Qx
+
+using Qx::LightweightString;

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "Qx/HostAllocator.h"
+#include "Qx/Ptr.h"
+
+#include <cstddef>
+#include <utility>
+
+namespace Qx {
+
+/// A shared, reference-counted vector: copies are the same list, and every holder sees a change. Its storage
+/// comes from the host's allocator. Readers and writers of one list need a lock of their own.
+template <class T>
+class LightweightVector
+{
+public:
+    LightweightVector() : shared_(makePtr<Shared>()) {}
+
+    std::size_t size() const noexcept { return shared_->items.size(); }
+    bool empty() const noexcept { return shared_->items.empty(); }
+    void push_back(T item) { shared_->items.push_back(std::move(item)); }
+    void clear() noexcept { shared_->items.clear(); }
+
+    const T& operator[](std::size_t i) const noexcept { return shared_->items[i]; }
+    auto begin() const noexcept { return shared_->items.cbegin(); }
+    auto end() const noexcept { return shared_->items.cend(); }
+
+private:
+    struct Shared : iObject
+    {
+        Vector<T> items;
+    };
+
+    Ptr<Shared> shared_;
+};
+
+} // namespace Qx
+
+using Qx::LightweightVector;

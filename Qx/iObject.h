@@ -1,0 +1,63 @@
+#pragma once
+
+#include "platform/Allocator.h"
+#include "platform/OS.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+namespace Qx {
+
+/// The reference count of an object that Qx::Ptr shares by the internal policy. A new object has the count 0,
+/// and the first Qx::Ptr to take it raises it to 1. A copy of an object has a count of its own.
+class QX_PLATFORM_API InternalRefCount
+{
+public:
+    /// The counting word. Only the host's atomic service changes it.
+    std::uint32_t& referenceCount() noexcept { return count_; }
+
+protected:
+    InternalRefCount() = default;
+    InternalRefCount(const InternalRefCount&) noexcept {}
+    InternalRefCount& operator=(const InternalRefCount&) noexcept { return *this; }
+    ~InternalRefCount() = default;
+
+private:
+    std::uint32_t count_ = 0;
+};
+
+/// The base of everything that library and host share through Qx::Ptr. Its memory comes from the host's
+/// allocator whichever module makes or frees it.
+class QX_PLATFORM_API iObject : public virtual InternalRefCount
+{
+public:
+    iObject() = default;
+    iObject(const iObject&) = default;
+    iObject& operator=(const iObject&) = default;
+    virtual ~iObject() = default;
+
+    static void* operator new(std::size_t bytes) { return allocate(bytes, alignof(std::max_align_t)); }
+    static void* operator new(std::size_t bytes, std::align_val_t alignment)
+    {
+        return allocate(bytes, static_cast<std::size_t>(alignment));
+    }
+    static void operator delete(void* block) noexcept { OS().allocator().deallocate(block); }
+    static void operator delete(void* block, std::align_val_t) noexcept
+    {
+        OS().allocator().deallocate(block);
+    }
+
+private:
+    static void* allocate(std::size_t bytes, std::size_t alignment)
+    {
+        if (void* block = OS().allocator().allocate(bytes, alignment)) {
+            return block;
+        }
+        throw std::bad_alloc();
+    }
+};
+
+} // namespace Qx
+
+using Qx::iObject;

@@ -1,0 +1,174 @@
+#include "QxFxResources/Manager.h"
+
+#include "QxFxResources/GPUColourConverter.h"
+#include "QxFxResources/ManagerLifetime.h"
+#include "QxFxResources/ShaderCompilationTask.h"
+#include "platform/Atomics.h"
+#include "platform/Clock.h"
+#include "platform/GPUService.h"
+#include "platform/Log.h"
+#include "platform/Messages.h"
+#include "platform/OS.h"
+#include "platform/Settings.h"
+
+#include <array>
+#include <cstdio>
+
+namespace Qx::FxResources {
+
+namespace {
+
+constexpr int shutdownOrder = 450;
+
+/// What the host was told at start-up. Recorded only.
+[[maybe_unused]] bool startupFlag = false;
+
+/// The names that every catalogued effect may rely on. A host that renders through an effect gives it better
+/// values.
+constexpr std::array definitionNames{
+    "_OUTPUTWIDTH", "_OUTPUTHEIGHT", "_OUTPUTASPECTRATIO", "_PROGRESS",
+    "_OUTPUTFPS",   "_LENGTH",       "_LENGTHFRAMES",
+};
+constexpr const char* definitionValue = "1";
+
+/// The manager while it exists, also while it is being initialised. Guarded by lifetimeLock().
+Manager* existing = nullptr;
+
+/// The same once it is initialised: what instance() reads without a lock.
+std::atomic<Manager*> ready{nullptr};
+
+void showEmptyCatalogueMessage()
+{
+    LightweightString<wchar_t> text(L"No .fx files found in ");
+    text += getShadersDir();
+    text += L"Shaders";
+    iMessageService& messages = OS().messages();
+    messages.showMessage(messages.effectsCaption(), text, iMessageService::OkButton,
+                         iMessageService::Warning);
+}
+
+} // namespace
+
+const CriticalSection& lifetimeLock()
+{
+    // Never destroyed: a thread may still be leaving it when the process ends.
+    static const auto& lock = *new CriticalSection;
+    return lock;
+}
+
+Manager* existingManager()
+{
+    return existing;
+}
+
+Manager& Manager::instance() noexcept
+{
+    if (Manager* manager = ready.load(std::memory_order_acquire)) {
+        return *manager;
+    }
+    const CriticalSectionScope inside(lifetimeLock());
+    startup(false);
+    return *existing;
+}
+
+void Manager::startup(bool flag) noexcept
+{
+    const CriticalSectionScope inside(lifetimeLock());
+    if (existing != nullptr) {
+        return;
+    }
+    existing = new Manager;
+    existing->init(flag);
+    Shutdown::addCallback(&Manager::shutdown, shutdownOrder);
+    ready.store(existing, std::memory_order_release);
+}
+
+void Manager::init(bool flag) noexcept
+{
+    startupFlag = flag;
+    for (const char* name : definitionNames) {
+        definitions_.push_back({name, definitionValue});
+    }
+    getFXFiles(effects_);
+    if (effects_.empty()) {
+        showEmptyCatalogueMessage();
+        return;
+    }
+    const Qx::Ptr<iBackgroundTask> task = Qx::makePtr<ShaderCompilationTask>();
+    UIBackgroundTasksQueue::instance().queue(task, false);
+}
+
+const ShaderEffectInfo& Manager::findEffect(const LightweightString<wchar_t>& name) const noexcept
+{
+    for (const ShaderEffectInfo& info : effects_) {
+        if (info.name.equalsIgnoringCase(name)) {
+            return info;
+        }
+    }
+    static const ShaderEffectInfo none;
+    return none;
+}
+
+void Manager::load(const ShaderEffectInfo& info) const noexcept
+{
+    const double start = service_get_msecs_precise();
+    iAtomics& atomics = OS().atomics();
+    atomics.atomicIncrement(foregroundLoads_);
+    info.load(definitions_);
+    atomics.atomicDecrement(foregroundLoads_);
+    const double elapsed = service_get_msecs_precise() - start;
+    if (ErrorLogLogger::loggingEnabled_) {
+        std::printf("%s : %.2lfms\n", "Manager::load()", elapsed);
+    }
+}
+
+EffectCompileResult Manager::compileFXFile(const LightweightString<wchar_t>& path) const noexcept
+{
+    return OS().gpu().compileEffectFile(path, definitions_);
+}
+
+void Manager::waitForEffectsToLoad() const noexcept
+{
+    const CriticalSectionScope passThrough(loadingLock_);
+}
+
+Qx::Ptr<iGPUComputeContext> Manager::getGPUComputeContext() noexcept
+{
+    if (Qx::Ptr<iGPUComputeContext> context = computeContext_.acquire()) {
+        return context;
+    }
+    const CriticalSectionScope inside(gpuLock_);
+    if (!computeContext_) {
+        computeContext_.publish(OS().gpu().createComputeContext(0));
+    }
+    return computeContext_;
+}
+
+void Manager::fini() noexcept
+{
+    running_.store(false, std::memory_order_relaxed);
+    waitForEffectsToLoad();
+    effects_.clear();
+    computeContext_.reset();
+}
+
+Manager::~Manager()
+{
+    fini();
+}
+
+void Manager::shutdown(Shutdown::eExitType) noexcept
+{
+    {
+        const CriticalSectionScope inside(lifetimeLock());
+        if (existing != nullptr) {
+            existing->fini(); // while instance() still answers: a running pass may ask for it
+            ready.store(nullptr, std::memory_order_release);
+            delete existing;
+            existing = nullptr;
+        }
+    }
+    Image::ColourConversion::deInit();
+}
+
+} // namespace Qx::FxResources

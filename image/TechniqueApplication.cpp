@@ -1,0 +1,58 @@
+#include "image/TechniqueApplication.h"
+
+#include "Qx/HostAllocator.h"
+#include "QxFxResources/GPUColourConverter.h"
+#include "QxFxResources/Manager.h"
+
+namespace Qx::Image {
+
+namespace {
+
+/// What both forms share once the technique is chosen; the second input is shifted by that part of the width.
+void renderTechnique(iShaderEffect& effect, const Surface& src, Surface& dst, float width, float shift)
+{
+    effect.setFloat("_Width", width);
+    effect.setFloat("_Height", static_cast<float>(src.getHeight()));
+    Qx::Vector<iShaderEffect::Source> sources;
+    sources.reserve(2);
+    sources.emplace_back("Input", src.getGPUSurface());
+    sources.emplace_back("Input", src.getGPUSurface()).texCoords = {shift, 0.0F, 1.0F + shift, 1.0F};
+    effect.render(dst.getGPUSurface(), sources);
+    dst.setDescriptions(src.getDescriptions());
+}
+
+} // namespace
+
+Qx::Ptr<iShaderEffect> getShader(const LightweightString<wchar_t>& fileName) noexcept
+{
+    if (!ColourConversion::isInitialised()) {
+        ColourConversion::init();
+    }
+    return FxResources::Manager::instance().findEffect(fileName).getShader();
+}
+
+bool applyTechnique(Qx::Ptr<iShaderEffect> effect, const Surface& src, Surface& dst,
+                    const LightweightString<char>& technique, float width) noexcept
+{
+    const CriticalSectionScope inside(FxResources::Manager::instance().gpuLock());
+    if (!effect || !effect->setTechnique(technique)) {
+        return false;
+    }
+    renderTechnique(*effect, src, dst, width, 1.0F / static_cast<float>(src.getWidth()));
+    return true;
+}
+
+bool applyTechnique(const Surface& src, Surface& dst, const LightweightString<char>& technique, float width,
+                    iGPUImage::eFormat /*format*/) noexcept
+{
+    const Qx::Ptr<iShaderEffect> effect = getShader(L"null.fx");
+    const CriticalSectionScope inside(FxResources::Manager::instance().gpuLock());
+    if (!effect) {
+        return false;
+    }
+    effect->setTechnique(technique);
+    renderTechnique(*effect, src, dst, width, -1.0F / width);
+    return true;
+}
+
+} // namespace Qx::Image

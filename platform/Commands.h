@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Qx/LightweightString.h"
+#include "platform/Api.h"
+
+/// A text of the user interface: as it stands, or the string resource of that number.
+struct UIString
+{
+    static constexpr int noResource = 999999;
+
+    LightweightString<wchar_t> text;
+    int resource = noResource;
+};
+
+/// A key binding; the default is none.
+struct MapItem
+{
+    int key = 0;
+    int modifiers = 0;
+};
+
+/// Where a command can be given.
+enum eCmdScope
+{
+    PanelCommand = 1,
+    GlobalCommand = 2
+};
+
+/// Registers a parameterless command under a name for as long as the object lives. May be constructed and
+/// destroyed during static initialisation and destruction. The handler runs on the thread that gives the
+/// command.
+class QX_PLATFORM_API CommandRegistrar
+{
+public:
+    using Handler = void (*)();
+
+    CommandRegistrar(const char* name, Handler handler, const UIString& displayText,
+                     const UIString& description, eCmdScope scope, const MapItem& binding);
+    ~CommandRegistrar();
+    CommandRegistrar(const CommandRegistrar&) = delete;
+    CommandRegistrar& operator=(const CommandRegistrar&) = delete;
+
+private:
+    const char* name_;
+};

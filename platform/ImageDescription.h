@@ -1,0 +1,106 @@
+#pragma once
+
+#include "platform/ImageFormat.h"
+
+#include <cstdint>
+
+/// What is said about a frame beside its pixels. A frame carries two records of one shape: four attributes
+/// (the fourth an 8-bit flag), three numbers and a flag.
+namespace Qx::Image {
+
+/// The frame as a picture in time.
+class FrameDescription
+{
+public:
+    TransparencyType getTransparency() const { return transparency_; }
+    void setTransparency(TransparencyType v) { transparency_ = v; }
+    /// Width of a pixel over its height.
+    float getPixelAspect() const { return pixelAspect_; }
+    void setPixelAspect(float v) { pixelAspect_ = v; }
+    Raster getRaster() const { return raster_; }
+    void setRaster(Raster v) { raster_ = v; }
+    /// 1 when the picture repeats the one before.
+    std::uint8_t getRepeated() const { return repeated_; }
+    void setRepeated(std::uint8_t v) { repeated_ = v; }
+
+    std::uint32_t frameNumber = 0;
+    std::uint32_t frameRateNumerator = 0; ///< frames a second are numerator / denominator; 0 / 0 is unknown
+    std::uint32_t frameRateDenominator = 0;
+    bool dropFrame = false; ///< time code counts by the drop-frame rule
+
+    friend bool operator==(const FrameDescription&, const FrameDescription&) = default;
+
+private:
+    TransparencyType transparency_ = TransparencyType::Unknown;
+    float pixelAspect_ = 1.0F;
+    Raster raster_ = Raster::Frame;
+    std::uint8_t repeated_ = 0;
+};
+
+/// The frame as a video signal.
+class SignalDescription
+{
+public:
+    Polarity getPolarity() const { return polarity_; }
+    void setPolarity(Polarity v) { polarity_ = v; }
+    ColourSpace getColourSpace() const { return colourSpace_; }
+    void setColourSpace(ColourSpace v) { colourSpace_ = v; }
+    GamutScaling getGamutScaling() const { return gamutScaling_; }
+    void setGamutScaling(GamutScaling v) { gamutScaling_ = v; }
+    /// 1 when colour space and gamut scaling were guessed, not read from the material.
+    std::uint8_t getGuessed() const { return guessed_; }
+    void setGuessed(std::uint8_t v) { guessed_ = v; }
+
+    /// Code points of Rec. ITU-T H.273, tables 2, 3 and 4; 2 is unspecified.
+    std::uint32_t colourPrimaries = 2;
+    std::uint32_t transferCharacteristics = 2;
+    std::uint32_t matrixCoefficients = 2;
+    bool interlacedChroma = false; ///< chroma was sampled within each field
+
+    friend bool operator==(const SignalDescription&, const SignalDescription&) = default;
+
+private:
+    Polarity polarity_ = Polarity::Progressive;
+    ColourSpace colourSpace_ = ColourSpace::Unknown;
+    GamutScaling gamutScaling_ = GamutScaling::Unknown;
+    std::uint8_t guessed_ = 0;
+};
+
+/// Both records. They travel together from a surface to the surface that is made from it.
+struct ImageDescriptions
+{
+    FrameDescription frame;
+    SignalDescription signal;
+
+    friend bool operator==(const ImageDescriptions&, const ImageDescriptions&) = default;
+};
+
+namespace Core {
+
+/// The description of an image in host memory: what it takes to read its bytes.
+class Data
+{
+public:
+    Data() = default;
+    Data(std::uint32_t w, std::uint32_t h, Format f, std::uint16_t perComponent, std::uint16_t perPixel)
+        : width(w), height(h), bitsPerComponent(perComponent), bitsPerPixel(perPixel), format(f)
+    {
+    }
+
+    Format getDataFormat() const { return format; }
+    std::uint16_t getBitsPerComponent() const { return bitsPerComponent; }
+
+    std::uint32_t width = 0;  ///< in pixels
+    std::uint32_t height = 0; ///< in lines
+    std::uint16_t bitsPerComponent = 0;
+    std::uint16_t bitsPerPixel = 0; ///< 0 is filled in from the format
+    Format format = UnknownFormat;
+    std::uint8_t topDown = 1;   ///< 1: the first row in memory is the picture's top line
+    std::uint32_t rowPitch = 0; ///< bytes from a row to the next; 0: rows follow each other without padding
+
+    friend bool operator==(const Data&, const Data&) = default;
+};
+
+} // namespace Core
+
+} // namespace Qx::Image

@@ -1,0 +1,102 @@
+// Conversions between the pixel formats of video. Every technique reads one image, under all the names its
+// caller binds, and writes each texel of the target once.
+//
+// Techniques are named for the ranges ("Unscaled" is full range, "Video" is 16 to 235), the matrix and the
+// chroma filter. Any depth of source and target, 8 to 16 bits, goes with any technique.
+
+texture gSourceImage;
+// Shifted views of the same image. The techniques fetch whole texels by number and need none of them.
+texture gSourceImage2;
+texture gSourceImage3;
+texture gSourceImage4;
+texture gSourceImage5;
+texture gSourceImage6;
+texture gIterHelp2Step;
+
+sampler SourceSampler = sampler_state
+{
+    Texture = <gSourceImage>;
+    MinFilter = Point;
+    MagFilter = Point;
+    AddressU = Clamp;
+    AddressV = Clamp;
+};
+
+float2 inputSize : TEXTURESIZE < string Texture = "gSourceImage"; >;
+float inputMax : TEXTUREMAXCODE < string Texture = "gSourceImage"; >;
+float2 targetSize : TARGETSIZE;
+float targetMax : TARGETMAXCODE;
+
+#define BT601 1
+#define BT709 2
+
+#define VIDEO false
+#define UNSCALED true
+
+#define POINT 1
+#define CATMULL_ROM 2
+#define MITCHELL 3
+#define LANCZOS 4
+
+#include "Include/Decode422.fxh"
+#include "Include/Encode422.fxh"
+
+#define DECODE(NAME, SOURCE, MATRIX, TARGET, FILTER)                                                         \
+    technique NAME                                                                                           \
+    {                                                                                                        \
+        pass P0                                                                                              \
+        {                                                                                                    \
+            PixelShader = compile ps_3_0 decode422(MATRIX, SOURCE, TARGET, FILTER);                          \
+        }                                                                                                    \
+    }
+
+#define ENCODE(NAME, SOURCE, TARGET, MATRIX, FILTER)                                                         \
+    technique NAME                                                                                           \
+    {                                                                                                        \
+        pass P0                                                                                              \
+        {                                                                                                    \
+            PixelShader = compile ps_3_0 encode422(MATRIX, SOURCE, TARGET, FILTER);                          \
+        }                                                                                                    \
+    }
+
+DECODE(YCrCb422_Unscaled_BT601_To_RGB_Unscaled_Point, UNSCALED, BT601, UNSCALED, POINT)
+DECODE(YCrCb422_Unscaled_BT601_To_RGB_Unscaled_CatmullRom, UNSCALED, BT601, UNSCALED, CATMULL_ROM)
+DECODE(YCrCb422_Unscaled_BT601_To_RGB_Unscaled_Mitchell, UNSCALED, BT601, UNSCALED, MITCHELL)
+DECODE(YCrCb422_Unscaled_BT601_To_RGB_Video_Point, UNSCALED, BT601, VIDEO, POINT)
+DECODE(YCrCb422_Unscaled_BT601_To_RGB_Video_CatmullRom, UNSCALED, BT601, VIDEO, CATMULL_ROM)
+DECODE(YCrCb422_Unscaled_BT601_To_RGB_Video_Mitchell, UNSCALED, BT601, VIDEO, MITCHELL)
+DECODE(YCrCb422_Unscaled_BT709_To_RGB_Unscaled_Point, UNSCALED, BT709, UNSCALED, POINT)
+DECODE(YCrCb422_Unscaled_BT709_To_RGB_Unscaled_CatmullRom, UNSCALED, BT709, UNSCALED, CATMULL_ROM)
+DECODE(YCrCb422_Unscaled_BT709_To_RGB_Unscaled_Mitchell, UNSCALED, BT709, UNSCALED, MITCHELL)
+DECODE(YCrCb422_Unscaled_BT709_To_RGB_Video_Point, UNSCALED, BT709, VIDEO, POINT)
+DECODE(YCrCb422_Unscaled_BT709_To_RGB_Video_CatmullRom, UNSCALED, BT709, VIDEO, CATMULL_ROM)
+DECODE(YCrCb422_Unscaled_BT709_To_RGB_Video_Mitchell, UNSCALED, BT709, VIDEO, MITCHELL)
+DECODE(YCrCb422_Video_BT601_To_RGB_Unscaled_Point, VIDEO, BT601, UNSCALED, POINT)
+DECODE(YCrCb422_Video_BT601_To_RGB_Unscaled_CatmullRom, VIDEO, BT601, UNSCALED, CATMULL_ROM)
+DECODE(YCrCb422_Video_BT601_To_RGB_Unscaled_Mitchell, VIDEO, BT601, UNSCALED, MITCHELL)
+DECODE(YCrCb422_Video_BT601_To_RGB_Video_Point, VIDEO, BT601, VIDEO, POINT)
+DECODE(YCrCb422_Video_BT601_To_RGB_Video_CatmullRom, VIDEO, BT601, VIDEO, CATMULL_ROM)
+DECODE(YCrCb422_Video_BT601_To_RGB_Video_Mitchell, VIDEO, BT601, VIDEO, MITCHELL)
+DECODE(YCrCb422_Video_BT709_To_RGB_Unscaled_Point, VIDEO, BT709, UNSCALED, POINT)
+DECODE(YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom, VIDEO, BT709, UNSCALED, CATMULL_ROM)
+DECODE(YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell, VIDEO, BT709, UNSCALED, MITCHELL)
+DECODE(YCrCb422_Video_BT709_To_RGB_Video_Point, VIDEO, BT709, VIDEO, POINT)
+DECODE(YCrCb422_Video_BT709_To_RGB_Video_CatmullRom, VIDEO, BT709, VIDEO, CATMULL_ROM)
+DECODE(YCrCb422_Video_BT709_To_RGB_Video_Mitchell, VIDEO, BT709, VIDEO, MITCHELL)
+
+ENCODE(RGB_Unscaled_To_YCrCb422_Unscaled_BT601_Point, UNSCALED, UNSCALED, BT601, POINT)
+ENCODE(RGB_Unscaled_To_YCrCb422_Unscaled_BT601_Lanczos, UNSCALED, UNSCALED, BT601, LANCZOS)
+ENCODE(RGB_Unscaled_To_YCrCb422_Unscaled_BT709_Point, UNSCALED, UNSCALED, BT709, POINT)
+ENCODE(RGB_Unscaled_To_YCrCb422_Unscaled_BT709_Lanczos, UNSCALED, UNSCALED, BT709, LANCZOS)
+ENCODE(RGB_Unscaled_To_YCrCb422_Video_BT601_Point, UNSCALED, VIDEO, BT601, POINT)
+ENCODE(RGB_Unscaled_To_YCrCb422_Video_BT601_Lanczos, UNSCALED, VIDEO, BT601, LANCZOS)
+ENCODE(RGB_Unscaled_To_YCrCb422_Video_BT709_Point, UNSCALED, VIDEO, BT709, POINT)
+ENCODE(RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos, UNSCALED, VIDEO, BT709, LANCZOS)
+ENCODE(RGB_Video_To_YCrCb422_Unscaled_BT601_Point, VIDEO, UNSCALED, BT601, POINT)
+ENCODE(RGB_Video_To_YCrCb422_Unscaled_BT601_Lanczos, VIDEO, UNSCALED, BT601, LANCZOS)
+ENCODE(RGB_Video_To_YCrCb422_Unscaled_BT709_Point, VIDEO, UNSCALED, BT709, POINT)
+ENCODE(RGB_Video_To_YCrCb422_Unscaled_BT709_Lanczos, VIDEO, UNSCALED, BT709, LANCZOS)
+ENCODE(RGB_Video_To_YCrCb422_Video_BT601_Point, VIDEO, VIDEO, BT601, POINT)
+ENCODE(RGB_Video_To_YCrCb422_Video_BT601_Lanczos, VIDEO, VIDEO, BT601, LANCZOS)
+ENCODE(RGB_Video_To_YCrCb422_Video_BT709_Point, VIDEO, VIDEO, BT709, POINT)
+ENCODE(RGB_Video_To_YCrCb422_Video_BT709_Lanczos, VIDEO, VIDEO, BT709, LANCZOS)

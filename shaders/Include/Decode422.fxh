@@ -1,0 +1,141 @@
+// Packed Y Cb Y Cr to RGB. A texel holds two pixels: .a = Y of the even one, .r = Cb, .g = Y of the odd one,
+// .b = Cr. Cb and Cr are sited on the even pixel.
+#ifndef QX_DECODE422_FXH
+#define QX_DECODE422_FXH
+
+#include "Standards.fxh"
+#include "Precise.fxh"
+
+// R' = Y' + rCr Cr, G' = Y' + gCb Cb + gCr Cr, B' = Y' + bCb Cb, all of Y' times y; each split in two.
+struct DecodeMatrix
+{
+    float2 y;
+    float2 rCr;
+    float2 gCb;
+    float2 gCr;
+    float2 bCb;
+};
+
+// The inverse of Y' = Kr R' + Kg G' + Kb B', Cb = (B' - Y') / (2 (1 - Kb)), Cr = (R' - Y') / (2 (1 - Kr))
+// (BT.601-7, clauses 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3), with the steps from the source's range
+// to the target's in luma and in chroma.
+#define FILL_DECODE(KR, KB, LUMA, CHROMA)                                                                    \
+    m.y = SPLIT(LUMA);                                                                                       \
+    m.rCr = SPLIT((CHROMA) * 2.0 * (1.0 - KR));                                                              \
+    m.gCb = SPLIT(-(CHROMA) * 2.0 * (1.0 - KB) * KB / (1.0 - KR - KB));                                      \
+    m.gCr = SPLIT(-(CHROMA) * 2.0 * (1.0 - KR) * KR / (1.0 - KR - KB));                                      \
+    m.bCb = SPLIT((CHROMA) * 2.0 * (1.0 - KB));
+
+#define FILL_DECODE_FOR_MATRIX(LUMA, CHROMA)                                                                 \
+    if (matrixId == BT601)                                                                                   \
+    {                                                                                                        \
+        FILL_DECODE(KR_BT601, KB_BT601, LUMA, CHROMA)                                                        \
+    }                                                                                                        \
+    else                                                                                                     \
+    {                                                                                                        \
+        FILL_DECODE(KR_BT709, KB_BT709, LUMA, CHROMA)                                                        \
+    }
+
+DecodeMatrix decodeMatrix(int matrixId, bool sourceFull, bool targetFull)
+{
+    DecodeMatrix m;
+    if (sourceFull)
+    {
+        if (targetFull)
+        {
+            FILL_DECODE_FOR_MATRIX(1.0, 1.0)
+        }
+        else
+        {
+            FILL_DECODE_FOR_MATRIX(VIDEO_LUMA_CODES / 256.0, VIDEO_LUMA_CODES / 256.0)
+        }
+    }
+    else
+    {
+        if (targetFull)
+        {
+            FILL_DECODE_FOR_MATRIX(256.0 / VIDEO_LUMA_CODES, 256.0 / VIDEO_CHROMA_CODES)
+        }
+        else
+        {
+            FILL_DECODE_FOR_MATRIX(1.0, VIDEO_LUMA_CODES / VIDEO_CHROMA_CODES)
+        }
+    }
+    return m;
+}
+
+// The texel of a pair of pixels, the outermost pairs of the picture repeated outwards. What a row holds
+// behind the picture is padding.
+float4 pairAt(int2 pair, int2 lastPair)
+{
+    return codesOf(tex2Dfetch(SourceSampler, clamp(pair, int2(0, 0), lastPair)), inputMax);
+}
+
+// Cb and Cr (x, y) of a pixel as a whole number of codes (xy) and what is left (zw).
+//
+// Cubics of Mitchell and Netravali's family ("Reconstruction Filters in Computer Graphics", SIGGRAPH 1988,
+// equation 8), Catmull-Rom with B = 0, C = 1/2 and Mitchell with B = C = 1/3, at the distances that occur:
+//   even pixel, k(0) and k(1):         Catmull-Rom 1, 0;           Mitchell 128/144, 8/144
+//   odd pixel, k(1/2) and k(3/2):      Catmull-Rom 9/16, -1/16;    Mitchell 77/144, -5/144
+// The weights are used times their denominator: up to 16 bits the sums stay exact.
+float4 chromaAt(float4 own, int2 pair, int2 lastPair, bool odd, int filterId)
+{
+    if (filterId == POINT)
+    {
+        return float4(own.rb, 0.0, 0.0);
+    }
+
+    float2 before = pairAt(pair - int2(1, 0), lastPair).rb;
+    float2 next = pairAt(pair + int2(1, 0), lastPair).rb;
+    float2 afterNext = pairAt(pair + int2(2, 0), lastPair).rb;
+
+    float2 sum;
+    float denominator;
+    if (filterId == CATMULL_ROM)
+    {
+        sum = odd ? 9.0 * (own.rb + next) - (before + afterNext) : 16.0 * own.rb;
+        denominator = 16.0;
+    }
+    else
+    {
+        sum = odd ? 77.0 * (own.rb + next) - 5.0 * (before + afterNext) : 128.0 * own.rb + 8.0 * (before + next);
+        denominator = 144.0;
+    }
+    float2 whole = floor(sum * (1.0 / denominator) + 0.5);
+    return float4(whole, (sum - whole * denominator) * (1.0 / denominator));
+}
+
+float4 decode422(float2 pos : VPOS, uniform int matrixId, uniform bool sourceFull, uniform bool targetFull,
+                 uniform int filterId) : COLOR0
+{
+    int2 pixel = int2(pos);
+    int2 pair = int2(pixel.x >> 1, pixel.y);
+    bool odd = (pixel.x & 1) != 0;
+    int2 picture = int2(targetSize);
+    int2 lastPair = min(int2((picture.x + 1) >> 1, picture.y), int2(inputSize)) - int2(1, 1);
+
+    float4 own = pairAt(pair, lastPair);
+    float4 chroma = chromaAt(own, pair, lastPair, odd, filterId);
+
+    float sourceStep = stepOf(inputMax);
+    float y = (odd ? own.g : own.a) - (sourceFull ? 0.0 : VIDEO_BLACK * sourceStep);
+    float2 c = chroma.xy - CHROMA_ZERO * sourceStep;
+    float2 rest = chroma.zw;
+
+    DecodeMatrix m = decodeMatrix(matrixId, sourceFull, targetFull);
+    float3 upper = m.y.x * y + float3(m.rCr.x * c.y, m.gCb.x * c.x + m.gCr.x * c.y, m.bCb.x * c.x);
+    float3 lower = m.y.y * y + float3(m.rCr.y * c.y, m.gCb.y * c.x + m.gCr.y * c.y, m.bCb.y * c.x);
+    if (filterId != POINT)
+    {
+        lower += float3((m.rCr.x + m.rCr.y) * rest.y,
+                        (m.gCb.x + m.gCb.y) * rest.x + (m.gCr.x + m.gCr.y) * rest.y,
+                        (m.bCb.x + m.bCb.y) * rest.x);
+    }
+
+    Rescale r = rescale(inputMax, sourceFull, targetMax, targetFull);
+    float black = targetFull ? 0.0 : VIDEO_BLACK * stepOf(targetMax);
+    return float4(component(black, upper.r, lower.r, r), component(black, upper.g, lower.g, r),
+                  component(black, upper.b, lower.b, r), 1.0);
+}
+
+#endif

@@ -1,0 +1,135 @@
+// RGB to packed Y Cb Y Cr. A texel of the target holds two pixels: .a = Y of the even one, .r = Cb, .g = Y of
+// the odd one, .b = Cr. Cb and Cr are sited on the even pixel.
+#ifndef QX_ENCODE422_FXH
+#define QX_ENCODE422_FXH
+
+#include "Standards.fxh"
+#include "Precise.fxh"
+
+// The weights of R', G' and B' in Y', Cb and Cr: upper parts and lower parts.
+struct EncodeMatrix
+{
+    float3 yUpper;
+    float3 yLower;
+    float3 cbUpper;
+    float3 cbLower;
+    float3 crUpper;
+    float3 crLower;
+};
+
+// Y' = Kr R' + Kg G' + Kb B', Cb = (B' - Y') / (2 (1 - Kb)), Cr = (R' - Y') / (2 (1 - Kr)) (BT.601-7,
+// clauses 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3), with the steps from the source's range to the
+// target's in luma and in chroma.
+#define FILL_ENCODE(KR, KB, LUMA, CHROMA, PART, Y, CB, CR)                                                   \
+    Y = float3(PART((LUMA) * KR), PART((LUMA) * (1.0 - KR - KB)), PART((LUMA) * KB));                        \
+    CB = float3(PART((CHROMA) * -KR / (2.0 * (1.0 - KB))),                                                   \
+                PART((CHROMA) * -(1.0 - KR - KB) / (2.0 * (1.0 - KB))), PART((CHROMA) * 0.5));               \
+    CR = float3(PART((CHROMA) * 0.5), PART((CHROMA) * -(1.0 - KR - KB) / (2.0 * (1.0 - KR))),                \
+                PART((CHROMA) * -KB / (2.0 * (1.0 - KR))));
+
+#define FILL_ENCODE_FOR_MATRIX(LUMA, CHROMA)                                                                 \
+    if (matrixId == BT601)                                                                                   \
+    {                                                                                                        \
+        FILL_ENCODE(KR_BT601, KB_BT601, LUMA, CHROMA, UPPER, m.yUpper, m.cbUpper, m.crUpper)                 \
+        FILL_ENCODE(KR_BT601, KB_BT601, LUMA, CHROMA, LOWER, m.yLower, m.cbLower, m.crLower)                 \
+    }                                                                                                        \
+    else                                                                                                     \
+    {                                                                                                        \
+        FILL_ENCODE(KR_BT709, KB_BT709, LUMA, CHROMA, UPPER, m.yUpper, m.cbUpper, m.crUpper)                 \
+        FILL_ENCODE(KR_BT709, KB_BT709, LUMA, CHROMA, LOWER, m.yLower, m.cbLower, m.crLower)                 \
+    }
+
+EncodeMatrix encodeMatrix(int matrixId, bool sourceFull, bool targetFull)
+{
+    EncodeMatrix m;
+    if (sourceFull)
+    {
+        if (targetFull)
+        {
+            FILL_ENCODE_FOR_MATRIX(1.0, 1.0)
+        }
+        else
+        {
+            FILL_ENCODE_FOR_MATRIX(VIDEO_LUMA_CODES / 256.0, VIDEO_CHROMA_CODES / 256.0)
+        }
+    }
+    else
+    {
+        if (targetFull)
+        {
+            FILL_ENCODE_FOR_MATRIX(256.0 / VIDEO_LUMA_CODES, 256.0 / VIDEO_LUMA_CODES)
+        }
+        else
+        {
+            FILL_ENCODE_FOR_MATRIX(1.0, VIDEO_CHROMA_CODES / VIDEO_LUMA_CODES)
+        }
+    }
+    return m;
+}
+
+// The codes of a pixel, the outermost pixels of the picture repeated outwards.
+float3 pixelAt(int x, int y)
+{
+    int2 last = int2(inputSize) - int2(1, 1);
+    return codesOf(tex2Dfetch(SourceSampler, clamp(int2(x, y), int2(0, 0), last)), inputMax).rgb;
+}
+
+// Lanczos with three lobes, sinc(x) sinc(x / 3), stretched by two because every other sample is kept. At
+// whole pixels from the site it is 1 at 0, 0 at 2 and 4, and, times pi^2, 6 at 1, -4/3 at 3 and 6/25 at 5:
+// no sine is needed.
+#define PI_SQUARED 9.869604401089358
+#define LANCZOS_SUM (PI_SQUARED + 2.0 * (6.0 - 4.0 / 3.0 + 6.0 / 25.0))
+#define LANCZOS_1 (6.0 / LANCZOS_SUM)
+#define LANCZOS_3 (-4.0 / 3.0 / LANCZOS_SUM)
+#define LANCZOS_5 (6.0 / 25.0 / LANCZOS_SUM)
+
+// What Lanczos adds to the pixel that the site is on: the weights come to 1 together, so they apply to
+// differences from that pixel. The upper parts of the sum are exact.
+void lanczosDifference(float3 even, float3 odd, int x, int y, out float3 upper, out float3 lower)
+{
+    float3 twice = 2.0 * even;
+    float3 d1 = (pixelAt(x - 1, y) + odd) - twice;
+    float3 d3 = (pixelAt(x - 3, y) + pixelAt(x + 3, y)) - twice;
+    float3 d5 = (pixelAt(x - 5, y) + pixelAt(x + 5, y)) - twice;
+    upper = UPPER(LANCZOS_1) * d1 + UPPER(LANCZOS_3) * d3 + UPPER(LANCZOS_5) * d5;
+    lower = LOWER(LANCZOS_1) * d1 + LOWER(LANCZOS_3) * d3 + LOWER(LANCZOS_5) * d5;
+}
+
+float4 encode422(float2 pos : VPOS, uniform int matrixId, uniform bool sourceFull, uniform bool targetFull,
+                 uniform int filterId) : COLOR0
+{
+    int x = int(pos.x) * 2;
+    int y = int(pos.y);
+    float3 even = pixelAt(x, y);
+    float3 odd = pixelAt(x + 1, y);
+
+    // The colour that chroma is made from, in whole codes and what is left. Black drops out of it: the
+    // weights of Cb and of Cr come to 0 together.
+    float3 site = even;
+    float3 rest = float3(0.0, 0.0, 0.0);
+    if (filterId == LANCZOS)
+    {
+        float3 upper, lower;
+        lanczosDifference(even, odd, x, y, upper, lower);
+        float3 whole = floor(upper);
+        site += whole;
+        rest = (upper - whole) + lower;
+    }
+
+    EncodeMatrix m = encodeMatrix(matrixId, sourceFull, targetFull);
+    Rescale r = rescale(inputMax, sourceFull, targetMax, targetFull);
+    float sourceBlack = sourceFull ? 0.0 : VIDEO_BLACK * stepOf(inputMax);
+    float black = targetFull ? 0.0 : VIDEO_BLACK * stepOf(targetMax);
+    float zero = CHROMA_ZERO * stepOf(targetMax);
+    even -= sourceBlack;
+    odd -= sourceBlack;
+
+    float cbLower = dot(m.cbLower, site) + dot(m.cbUpper + m.cbLower, rest);
+    float crLower = dot(m.crLower, site) + dot(m.crUpper + m.crLower, rest);
+    return float4(component(zero, dot(m.cbUpper, site), cbLower, r),
+                  component(black, dot(m.yUpper, odd), dot(m.yLower, odd), r),
+                  component(zero, dot(m.crUpper, site), crLower, r),
+                  component(black, dot(m.yUpper, even), dot(m.yLower, even), r));
+}
+
+#endif

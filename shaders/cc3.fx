@@ -1,0 +1,61 @@
+// Three-way colour correction: lift for the dark end, gamma for the middle, gain for the bright end, and
+// saturation. Lift, gamma and gain each have a master and one control a channel, which work together: lifts
+// add, gammas and gains multiply. The defaults leave every code as it is, also those below black and above
+// white of video-range pictures. Alpha is passed on.
+
+#include "Include/Standards.fxh"
+
+texture Input;
+
+sampler InputSampler = sampler_state
+{
+    Texture = <Input>;
+    MinFilter = Point;
+    MagFilter = Point;
+    AddressU = Clamp;
+    AddressV = Clamp;
+};
+
+float lift < string Label = "Lift"; float Min = -1.0; float Max = 1.0; float Step = 0.01; > = 0.0;
+float liftRed < string Label = "Lift red"; float Min = -1.0; float Max = 1.0; float Step = 0.01; > = 0.0;
+float liftGreen < string Label = "Lift green"; float Min = -1.0; float Max = 1.0; float Step = 0.01; > = 0.0;
+float liftBlue < string Label = "Lift blue"; float Min = -1.0; float Max = 1.0; float Step = 0.01; > = 0.0;
+
+float gamma < string Label = "Gamma"; float Min = 0.1; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gammaRed < string Label = "Gamma red"; float Min = 0.1; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gammaGreen < string Label = "Gamma green"; float Min = 0.1; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gammaBlue < string Label = "Gamma blue"; float Min = 0.1; float Max = 4.0; float Step = 0.01; > = 1.0;
+
+float gain < string Label = "Gain"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gainRed < string Label = "Gain red"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gainGreen < string Label = "Gain green"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gainBlue < string Label = "Gain blue"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
+
+float saturation < string Label = "Saturation"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
+
+// Lift moves black and leaves white where it is; gain moves white and leaves black; gamma bends what is
+// between. Below 0 the curve is the mirror image of that above. pow(x, 1) need not be x, hence the exception.
+float grade(float value, float liftBy, float gammaBy, float gainBy)
+{
+    float v = (value + liftBy * (1.0 - value)) * gainBy;
+    float bent = sign(v) * pow(max(abs(v), 1.0e-20), 1.0 / max(gammaBy, 0.01));
+    return gammaBy == 1.0 ? v : bent;
+}
+
+float4 threeWay(float2 uv : TEXCOORD0) : COLOR0
+{
+    float4 pixel = tex2D(InputSampler, uv);
+    float3 graded = float3(grade(pixel.r, lift + liftRed, gamma * gammaRed, gain * gainRed),
+                           grade(pixel.g, lift + liftGreen, gamma * gammaGreen, gain * gainGreen),
+                           grade(pixel.b, lift + liftBlue, gamma * gammaBlue, gain * gainBlue));
+    float luma = dot(graded, float3(KR_BT709, 1.0 - KR_BT709 - KB_BT709, KB_BT709));
+    return float4(graded + (saturation - 1.0) * (graded - luma), pixel.a);
+}
+
+technique ThreeWay
+{
+    pass P0
+    {
+        PixelShader = compile ps_3_0 threeWay();
+    }
+}

@@ -1,0 +1,82 @@
+// Measures every 4:2:2 conversion against exact arithmetic and writes the result as a Markdown page.
+
+#include "tests/pixels/Gpu.h"
+#include "tests/pixels/Judge.h"
+#include "tests/pixels/Reference.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <optional>
+
+namespace {
+
+using namespace Qx::Pixels;
+
+std::optional<Errors> measure(const Conversion& conversion, int sourceDepth, int targetDepth)
+{
+    const Layout layout = conversion.direction == Direction::Decode ? Layout::Packed422 : Layout::Rgb;
+    Errors total;
+    for (const Picture& picture : trialPictures(layout, sourceDepth)) {
+        const auto got = convert(conversion, picture, targetDepth);
+        if (!got)
+            return std::nullopt;
+        total += judge(*got, exactConversion(conversion, picture, targetDepth)).errors;
+    }
+    return total;
+}
+
+constexpr const char* introduction = R"(# Accuracy of the 4:2:2 conversions
+
+Written by `scripts/accuracy`; do not edit.
+
+Every technique of `ColourConvert.fx`, at each depth of source and target, against the same conversion in
+double precision, on random codes, ramps through every code, greys, colour bars, single chroma edges and
+impulses, widths of 1 to 67 pixels and padded rows.
+
+- *correct*: share of samples that are the code nearest to the exact value (either one, where the exact value
+  is half way between two).
+- *worst*: codes between the farthest sample and the nearest code.
+- *mean*: mean distance of a sample from the exact value, in codes. Rounding alone makes that 0.25 where exact
+  values are spread evenly, and less where many are whole or beyond the range.
+)";
+
+bool write(std::ostream& page)
+{
+    page << introduction;
+    for (const int sourceDepth : {8, 16})
+        for (const int targetDepth : {8, 16}) {
+            page << fmt::format("\n## {} bits to {} bits\n\n", sourceDepth, targetDepth)
+                 << "| technique | samples | correct | worst | mean |\n|---|---:|---:|---:|---:|\n";
+            for (const Conversion& conversion : allConversions()) {
+                const auto errors = measure(conversion, sourceDepth, targetDepth);
+                if (!errors) {
+                    fmt::print(stderr, "accuracy: {} could not be run from {} to {} bits\n",
+                               conversion.technique(), sourceDepth, targetDepth);
+                    return false;
+                }
+                page << fmt::format("| {} | {} | {:.4f} % | {} | {:.4f} |\n", conversion.technique(),
+                                    errors->samples, errors->correctPercent(), errors->worst,
+                                    errors->meanDistance());
+            }
+        }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 2) {
+        fmt::print(stderr, "usage: accuracy PAGE.md\n");
+        return 2;
+    }
+    std::ofstream page(argv[1]);
+    const bool written = write(page);
+    page.close();
+    if (written && !page)
+        fmt::print(stderr, "accuracy: {} could not be written\n", argv[1]);
+    return written && page ? 0 : 1;
+}

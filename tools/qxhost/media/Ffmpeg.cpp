@@ -1,0 +1,67 @@
+#include "tools/qxhost/media/Ffmpeg.h"
+
+#include <array>
+#include <cstdarg>
+#include <mutex>
+#include <utility>
+
+namespace Qx::Media {
+
+namespace {
+
+std::mutex messageMutex;
+std::string lastMessage; // guarded by messageMutex
+
+void keepMessage(void* context, int level, const char* format, va_list arguments)
+{
+    if (level > AV_LOG_ERROR) {
+        return;
+    }
+    std::array<char, 512> line{};
+    int prefix = 1;
+    av_log_format_line2(context, level, format, arguments, line.data(), static_cast<int>(line.size()),
+                        &prefix);
+    std::string text(line.data());
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) {
+        text.pop_back();
+    }
+    // "[png @ 0x55...] text": the address tells a person nothing.
+    const auto address = text.find(" @ 0x");
+    const auto bracket = text.find(']');
+    if (address != std::string::npos && bracket != std::string::npos && address < bracket) {
+        text.erase(address, bracket - address);
+    }
+    if (!text.empty()) {
+        const std::lock_guard lock(messageMutex);
+        lastMessage = std::move(text);
+    }
+}
+
+} // namespace
+
+std::string errorText(int code)
+{
+    std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+    av_strerror(code, text.data(), text.size());
+    return text.data();
+}
+
+void captureFfmpegLog()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { av_log_set_callback(keepMessage); });
+}
+
+std::string takeFfmpegMessage()
+{
+    const std::lock_guard lock(messageMutex);
+    return std::exchange(lastMessage, {});
+}
+
+std::string ffmpegHint()
+{
+    const std::string message = takeFfmpegMessage();
+    return message.empty() ? message : ": " + message;
+}
+
+} // namespace Qx::Media

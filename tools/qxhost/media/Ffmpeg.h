@@ -1,0 +1,65 @@
+#pragma once
+
+// This folder's one way to FFmpeg's headers: owners for its objects and words for its errors.
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/display.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
+#include <libavutil/pixdesc.h>
+}
+
+#include "tools/qxhost/media/MediaTypes.h"
+
+#include <memory>
+#include <string>
+
+namespace Qx::Media {
+
+struct FreeFrame
+{
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+struct FreePacket
+{
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+struct FreeCodec
+{
+    void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
+};
+struct FreeParameters
+{
+    void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
+};
+
+using FramePtr = std::unique_ptr<AVFrame, FreeFrame>;
+using PacketPtr = std::unique_ptr<AVPacket, FreePacket>;
+using CodecPtr = std::unique_ptr<AVCodecContext, FreeCodec>;
+
+inline AVRational toAv(Rational value)
+{
+    return {value.num, value.den};
+}
+
+inline Rational fromAv(AVRational value)
+{
+    return value.den == 0 ? Rational{} : Rational{value.num, value.den};
+}
+
+/// FFmpeg's text for an error code, or the system's for an errno.
+std::string errorText(int code);
+
+/// Sends FFmpeg's messages here instead of to standard error. Called by whatever opens a file; cheap.
+void captureFfmpegLog();
+
+/// The last error message FFmpeg gave on any thread since the last call, or empty. A hint for people: with
+/// several clips open it may belong to another one.
+std::string takeFfmpegMessage();
+
+/// ": MESSAGE" of takeFfmpegMessage(), or empty.
+std::string ffmpegHint();
+
+} // namespace Qx::Media

@@ -1,0 +1,47 @@
+#include "tools/qxhost/media/FrameWriter.h"
+
+#include "tools/qxhost/media/ClipWriter.h"
+#include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/Names.h"
+#include "tools/qxhost/media/PictureWriter.h"
+
+#include <algorithm>
+
+namespace Qx::Media {
+
+namespace {
+
+std::string lowerExtension(const std::filesystem::path& file)
+{
+    std::string text = file.extension().native();
+    text.erase(0, 1);
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return text;
+}
+
+} // namespace
+
+Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
+                                                 const OutputSettings& settings)
+{
+    captureFfmpegLog();
+    if (settings.width <= 0 || settings.height <= 0 || settings.width > 65535 || settings.height > 65535) {
+        return Error{"cannot write " + quoted(file) + ": " + std::to_string(settings.width) + "x" +
+                     std::to_string(settings.height) + " is no size for a picture"};
+    }
+    if (settings.timeBase.num <= 0 || settings.timeBase.den <= 0) {
+        return Error{"cannot write " + quoted(file) + ": the time base is not known"};
+    }
+    const std::string extension = lowerExtension(file);
+    if (extension.empty()) {
+        return Error{"cannot write " + quoted(file) +
+                     ": its name has no extension to tell the kind of file (.png, .mov, .mkv, .mp4 ...)"};
+    }
+    if (const char* encoder = pictureEncoder(extension)) {
+        return PictureWriter::open(file, settings, encoder);
+    }
+    return ClipWriter::open(file, extension, settings);
+}
+
+} // namespace Qx::Media

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Qx::Media {
+
+/// A ratio; den is never 0. A num of 0 means "not known".
+struct Rational
+{
+    int num = 0;
+    int den = 1;
+
+    double toDouble() const { return static_cast<double>(num) / den; }
+    bool operator==(const Rational&) const = default;
+};
+
+/// How codes stand for levels (BT.601 2.5.3, BT.709 4.6): video is 16-235/16-240 scaled to the depth, full is
+/// 0 to the largest code.
+enum class Range
+{
+    video,
+    full
+};
+
+/// The luma coefficients: Kr, Kb of BT.601 or of BT.709.
+enum class Matrix
+{
+    bt601,
+    bt709
+};
+
+/// In which order the two fields of a frame were taken; progressive when there are no fields.
+enum class FieldOrder
+{
+    progressive,
+    topFirst,
+    bottomFirst
+};
+
+/// Bits of a sample in memory. Sixteen-bit samples are in the machine's byte order.
+enum class Depth
+{
+    bits8 = 8,
+    bits16 = 16
+};
+
+/// What a stream says of its colours, and what is assumed where it says nothing.
+///
+/// The assumption: BT.709 for pictures wider than 720 pixels, else BT.601; video range. RGB, palette and grey
+/// pictures become YCbCr in video range with the matrix that the same rule picks, which is no guess because
+/// the conversion is made here.
+struct Colour
+{
+    Range range = Range::video;
+    Matrix matrix = Matrix::bt709;
+    bool rangeGuessed = false;
+    bool matrixGuessed = false;
+    /// The stream holds RGB, grey or a palette; range and matrix tell what the reader makes of it.
+    bool fromRgb = false;
+    /// Empty, or why these colours are neither BT.601 nor BT.709 ("matrix BT.2020 ..."). Range and matrix
+    /// then hold the assumption, for a user who insists.
+    std::string unsupported;
+    /// Code points of ITU-T H.273 tables 2 to 4 as the stream has them; 2 is "unspecified".
+    int primariesTag = 2;
+    int transferTag = 2;
+    int matrixTag = 2;
+};
+
+/// The matrix assumed for untagged video and used for RGB pictures of this width.
+constexpr Matrix matrixForWidth(int width)
+{
+    return width > 720 ? Matrix::bt709 : Matrix::bt601;
+}
+
+/// When a frame is shown.
+struct FrameTime
+{
+    /// In units of the stream's time base; never missing and always growing from frame to frame.
+    std::int64_t pts = 0;
+    /// In the same units; 0 when not known.
+    std::int64_t duration = 0;
+    FieldOrder fieldOrder = FieldOrder::progressive;
+};
+
+} // namespace Qx::Media

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/media/OutputFile.h"
+#include "tools/qxhost/media/VideoEncoder.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Qx::Media {
+
+/// Name of the encoder for pictures with this extension (lower case), or null when it is none of a picture.
+const char* pictureEncoder(const std::string& extension);
+
+/// The names of a numbered sequence.
+class NumberedNames
+{
+public:
+    /// A pattern has one "%d" or "%0Nd" in its last part, and "%%" for a percent sign; a name without a
+    /// number gets "_%05d" before its extension.
+    explicit NumberedNames(const std::filesystem::path& pattern);
+
+    bool isPattern() const { return isPattern_; }
+    std::filesystem::path name(long number) const;
+
+private:
+    std::filesystem::path directory_;
+    std::string before_;
+    std::string after_;
+    int digits_ = 5;
+    bool isPattern_ = false;
+};
+
+/// One picture, or a numbered sequence of them.
+class PictureWriter final : public iFrameWriter
+{
+public:
+    static Result<std::unique_ptr<iFrameWriter>> open(const std::filesystem::path& file,
+                                                      const OutputSettings& settings, const char* encoder);
+
+    Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) override;
+    Status finish() override;
+    const std::vector<std::string>& warnings() const override { return warnings_; }
+    std::string description() const override { return encoder_.description(); }
+    std::vector<std::filesystem::path> files() const override;
+
+private:
+    PictureWriter(const std::filesystem::path& file, const OutputSettings& settings, VideoEncoder encoder);
+    Status take(const AVPacket& packet);
+    Status complete(OutputFile& picture);
+
+    const std::filesystem::path file_;
+    const NumberedNames names_;
+    const bool force_;
+    VideoEncoder encoder_;
+    std::vector<std::string> warnings_;
+    std::optional<OutputFile>
+        first_; // of a name without a number, until a second frame tells what to call it
+    long taken_ = 0;
+    std::filesystem::path firstDone_;
+    std::filesystem::path lastDone_;
+};
+
+} // namespace Qx::Media

@@ -1,0 +1,84 @@
+#include "tools/qxhost/media/StreamColour.h"
+
+#include "tools/qxhost/media/ComponentRows.h"
+
+namespace Qx::Media {
+
+namespace {
+
+std::string named(const char* what, const char* name)
+{
+    return std::string(what) + " " + (name ? name : "of an unknown number");
+}
+
+std::string whyUnsupported(AVColorSpace matrix, AVColorPrimaries primaries,
+                           AVColorTransferCharacteristic transfer, bool rgb)
+{
+    if (transfer == AVCOL_TRC_SMPTE2084 || transfer == AVCOL_TRC_ARIB_STD_B67) {
+        return std::string("its transfer characteristic is ") +
+               (transfer == AVCOL_TRC_SMPTE2084 ? "PQ (SMPTE ST 2084)" : "HLG (ARIB STD-B67)") +
+               ", high dynamic range";
+    }
+    if (transfer == AVCOL_TRC_LINEAR || transfer == AVCOL_TRC_LOG || transfer == AVCOL_TRC_LOG_SQRT) {
+        return named("its transfer characteristic is", av_color_transfer_name(transfer));
+    }
+    switch (matrix) {
+    case AVCOL_SPC_BT709:
+    case AVCOL_SPC_BT470BG:
+    case AVCOL_SPC_SMPTE170M:
+    case AVCOL_SPC_UNSPECIFIED:
+    case AVCOL_SPC_RESERVED:
+        break;
+    case AVCOL_SPC_RGB:
+        if (rgb) {
+            break;
+        }
+        [[fallthrough]];
+    default:
+        return named("its matrix is", matrix == AVCOL_SPC_BT2020_NCL || matrix == AVCOL_SPC_BT2020_CL
+                                          ? "BT.2020"
+                                          : av_color_space_name(matrix));
+    }
+    if (primaries == AVCOL_PRI_BT2020) {
+        return "its primaries are BT.2020";
+    }
+    return {};
+}
+
+} // namespace
+
+Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
+{
+    const ComponentRows components(static_cast<AVPixelFormat>(frame.format));
+    const auto matrix = frame.colorspace != AVCOL_SPC_UNSPECIFIED ? frame.colorspace : stream.color_space;
+    const auto range = frame.color_range != AVCOL_RANGE_UNSPECIFIED ? frame.color_range : stream.color_range;
+    const auto primaries =
+        frame.color_primaries != AVCOL_PRI_UNSPECIFIED ? frame.color_primaries : stream.color_primaries;
+    const auto transfer = frame.color_trc != AVCOL_TRC_UNSPECIFIED ? frame.color_trc : stream.color_trc;
+
+    Colour colour;
+    colour.fromRgb = components.isRgb() || (components.isGrey() && frame.color_range != AVCOL_RANGE_MPEG);
+    colour.matrixTag = matrix;
+    colour.primariesTag = primaries;
+    colour.transferTag = transfer;
+    colour.unsupported = whyUnsupported(matrix, primaries, transfer, components.isRgb());
+    colour.matrix = matrixForWidth(frame.width);
+    if (colour.fromRgb) {
+        return colour;
+    }
+    const bool jpegFormat = frame.format == AV_PIX_FMT_YUVJ420P || frame.format == AV_PIX_FMT_YUVJ422P ||
+                            frame.format == AV_PIX_FMT_YUVJ444P || frame.format == AV_PIX_FMT_YUVJ440P ||
+                            frame.format == AV_PIX_FMT_YUVJ411P;
+    colour.range = range == AVCOL_RANGE_JPEG || jpegFormat ? Range::full : Range::video;
+    colour.rangeGuessed = range == AVCOL_RANGE_UNSPECIFIED && !jpegFormat;
+    if (matrix == AVCOL_SPC_BT709) {
+        colour.matrix = Matrix::bt709;
+    } else if (matrix == AVCOL_SPC_BT470BG || matrix == AVCOL_SPC_SMPTE170M) {
+        colour.matrix = Matrix::bt601;
+    } else {
+        colour.matrixGuessed = true;
+    }
+    return colour;
+}
+
+} // namespace Qx::Media

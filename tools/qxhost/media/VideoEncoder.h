@@ -1,0 +1,74 @@
+#pragma once
+
+#include "tools/qxhost/media/ComponentRows.h"
+#include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/media/RowGraph.h"
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Qx::Media {
+
+/// Turns A R G B frames into an encoder's packets: RGB encoders get the codes as they are, others YCbCr made
+/// by zimg.
+class VideoEncoder
+{
+public:
+    using Sink = std::function<Status(AVPacket& packet)>;
+
+    /// timeBase is what packets' times count in; the frames' times are rescaled to it.
+    static Result<VideoEncoder> make(const AVCodec& codec, const OutputSettings& settings,
+                                     AVRational timeBase, bool globalHeader);
+
+    Status encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink);
+    /// Gives the packets still under way.
+    Status flush(const Sink& sink);
+
+    AVCodecContext& context() const { return *context_; }
+    std::string description() const;
+    /// Alpha was asked for and cannot be kept.
+    bool dropsAlpha() const { return dropsAlpha_; }
+
+private:
+    VideoEncoder() = default;
+
+    Status configure(const AVCodec& codec, const OutputSettings& settings, AVRational timeBase,
+                     bool globalHeader);
+    void tagColours(const OutputSettings& settings);
+    Status openCodec(const AVCodec& codec, const OutputSettings& settings);
+    Status drain(const Sink& sink);
+    void fillAlpha(AVFrame& to);
+    void copyRows(const AVFrame& from, AVFrame& to);
+    Status convertRows(const AVFrame& from, AVFrame& to, FieldOrder order);
+    Status convertField(const AVFrame& from, AVFrame& to, int field, int fields);
+
+    struct Graph
+    {
+        PlanarFormat from;
+        PlanarFormat to;
+        RowGraph graph;
+    };
+
+    CodecPtr context_;
+    PacketPtr packet_;
+    std::optional<ComponentRows> input_;
+    std::optional<ComponentRows> output_;
+    std::array<std::optional<Graph>, 2> graphs_; // one for each field
+    std::vector<std::uint16_t> scratch_;
+    std::map<std::int64_t, std::int64_t> durations_; // by time of the frame, until its packet comes
+    AVRational inputTimeBase_{1, 1};
+    std::optional<std::int64_t> lastPts_;
+    Range rgbRange_ = Range::full;
+    Range range_ = Range::video;
+    Matrix matrix_ = Matrix::bt709;
+    bool alpha_ = false;
+    bool dropsAlpha_ = false;
+};
+
+} // namespace Qx::Media

@@ -517,7 +517,7 @@ void EffectParser::parseFunction(const Qualifiers& qualifiers, EffectSyntax::Typ
     while (!reader_.peek().is(")")) {
         if (!piece.function.parameters.empty()) {
             piece.text.push_back(reader_.peek());
-            reader_.expect(",", "or ')' between the parameters of " + inQuotes(name.text));
+            reader_.expect(",", "between the parameters of " + inQuotes(name.text));
         }
         piece.function.parameters.push_back(parseFunctionParameter(piece));
     }

@@ -138,6 +138,18 @@ void checkArraySize(const Token* token, const Token* end, const ConstantReader::
     }
 }
 
+/// "m._m00_m11", which the HLSL compiler takes for what it is not.
+void refuseMatrixSwizzle(const Token& token)
+{
+    const bool elements = token.text.size() > 4 && token.text[0] == '_' &&
+                          token.text.find_first_not_of("_m01234") == std::string_view::npos;
+    if (elements) {
+        throw CompileError(token.at, inQuotes(token.text) +
+                                         " selects several elements of a matrix; select one "
+                                         "at a time, such as float2(m._m00, m._m11)");
+    }
+}
+
 } // namespace
 
 std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantReader::Names& names)
@@ -156,6 +168,9 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
         }
         if (token->kind == TokenKind::Identifier) {
             refuseWord(*token);
+            if (!kept.empty() && kept.back().is(".")) {
+                refuseMatrixSwizzle(*token);
+            }
         }
         if (token->is("[")) {
             checkArraySize(token, end, names);

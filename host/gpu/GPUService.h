@@ -51,6 +51,9 @@ public:
     /// Destroys released images that are kept for reuse.
     void trim();
 
+    /// Whether Vulkan's validation layer watches.
+    bool isValidating();
+
     /// The device was lost; every operation fails from then on.
     bool isLost();
 

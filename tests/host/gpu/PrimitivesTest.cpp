@@ -324,10 +324,10 @@ float4 two(float2 a : TEXCOORD0, float2 b : TEXCOORD1) : COLOR0
 {
     return float4(tex2D(S, a).r, tex2D(T, b).g, 0.0, 1.0);
 }
-float4 half(float2 uv : TEXCOORD0) : COLOR0 { return float4(1.0, 1.0, 1.0, 0.2); }
+float4 faint(float2 uv : TEXCOORD0) : COLOR0 { return float4(1.0, 1.0, 1.0, 0.2); }
 technique One { pass P { PixelShader = compile ps_3_0 one(); } }
 technique Two { pass P { PixelShader = compile ps_3_0 two(); } }
-technique Faint { pass P { PixelShader = compile ps_3_0 half(); } }
+technique Faint { pass P { PixelShader = compile ps_3_0 faint(); } }
 )";
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "tests/pixels/Gpu.h"
 #include "tests/pixels/Judge.h"
 #include "tests/pixels/Reference.h"
+#include "tests/pixels/RunningHost.h"
 
 #include <fmt/format.h>
 
@@ -43,9 +44,9 @@ impulses, widths of 1 to 67 pixels and padded rows.
   values are spread evenly, and less where many are whole or beyond the range.
 )";
 
-bool write(std::ostream& page)
+bool write(std::ostream& page, const std::string& device)
 {
-    page << introduction;
+    page << introduction << "\nMeasured on " << device << ".\n";
     for (const int sourceDepth : {8, 16})
         for (const int targetDepth : {8, 16}) {
             page << fmt::format("\n## {} bits to {} bits\n\n", sourceDepth, targetDepth)
@@ -73,8 +74,14 @@ int main(int argc, char** argv)
         fmt::print(stderr, "usage: accuracy PAGE.md\n");
         return 2;
     }
+    const RunningHost host(false);
+    const std::string device = host.device();
+    if (device.empty()) {
+        fmt::print(stderr, "accuracy: no device to measure: {}\n", host.failure());
+        return 1;
+    }
     std::ofstream page(argv[1]);
-    const bool written = write(page);
+    const bool written = write(page, device);
     page.close();
     if (written && !page)
         fmt::print(stderr, "accuracy: {} could not be written\n", argv[1]);

@@ -58,11 +58,11 @@ TEST_P(Conversions, AgreeWithExactArithmetic)
 INSTANTIATE_TEST_SUITE_P(Depths, Conversions,
                          testing::Combine(testing::Values(Direction::Decode, Direction::Encode),
                                           testing::Values(8, 16), testing::Values(8, 16)),
-                         [](const auto& info) {
-                             return std::string(std::get<0>(info.param) == Direction::Decode ? "Decode"
-                                                                                             : "Encode") +
-                                    std::to_string(std::get<1>(info.param)) + "To" +
-                                    std::to_string(std::get<2>(info.param));
+                         [](const auto& trial) {
+                             return std::string(std::get<0>(trial.param) == Direction::Decode ? "Decode"
+                                                                                              : "Encode") +
+                                    std::to_string(std::get<1>(trial.param)) + "To" +
+                                    std::to_string(std::get<2>(trial.param));
                          });
 
 /// Neutral luma 128, and in row r a change of chroma at pair r + 1: from grey to strong colour, and back.

@@ -39,6 +39,7 @@ impulses, widths of 1 to 67 pixels and padded rows.
 
 - *correct*: share of samples that are the code nearest to the exact value (either one, where the exact value
   is half way between two).
+- *samples*: components of colour; alpha, always right, is left out.
 - *worst*: codes between the farthest sample and the nearest code.
 - *mean*: mean distance of a sample from the exact value, in codes. Rounding alone makes that 0.25 where exact
   values are spread evenly, and less where many are whole or beyond the range.

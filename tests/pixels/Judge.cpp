@@ -85,8 +85,8 @@ int farthestApart(const Picture& one, const Picture& other, int edge, std::strin
 {
     const int skipped = Picture::texelsFor(one.layout, edge);
     int farthest = 0;
-    for (int row = 0; row < one.height; ++row)
-        for (int texel = skipped; texel < one.texels() - skipped; ++texel)
+    for (int row = 0; row < one.height; ++row) {
+        for (int texel = skipped; texel < one.texels() - skipped; ++texel) {
             for (int component = 0; component < 4; ++component) {
                 const int apart = std::abs(one.at(texel, row, component) - other.at(texel, row, component));
                 if (apart > farthest) {
@@ -94,6 +94,8 @@ int farthestApart(const Picture& one, const Picture& other, int edge, std::strin
                     where = describe(one, texel, row, component, other.at(texel, row, component));
                 }
             }
+        }
+    }
     return farthest;
 }
 
@@ -127,11 +129,12 @@ bool writePng(const std::filesystem::path& file, const Picture& picture)
     std::vector<std::uint8_t> bytes;
     for (int row = 0; row < picture.height; ++row) {
         for (int x = 0; x < picture.width; ++x) {
-            if (picture.layout == Layout::Rgb)
+            if (picture.layout == Layout::Rgb) {
                 bytes.insert(bytes.end(), {shown(x, row, 0), shown(x, row, 1), shown(x, row, 2)});
-            else
+            } else {
                 bytes.insert(bytes.end(), {shown(x / 2, row, x % 2 == 0 ? 0 : 2), shown(x / 2, row, 1),
                                            shown(x / 2, row, 3)});
+            }
         }
     }
     png_image image{};

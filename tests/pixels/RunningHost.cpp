@@ -29,9 +29,10 @@ std::string RunningHost::device() const
 {
     if (!Host::gpuService().start())
         return {};
-    for (const auto& device : Host::gpuService().listDevices())
+    for (const auto& device : Host::gpuService().listDevices()) {
         if (device.chosen)
             return device.name + " (" + device.type + ", " + device.driver + ")";
+    }
     return {};
 }
 

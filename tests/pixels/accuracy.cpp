@@ -48,7 +48,7 @@ impulses, widths of 1 to 67 pixels and padded rows.
 bool write(std::ostream& page, const std::string& device)
 {
     page << introduction << "\nMeasured on " << device << ".\n";
-    for (const int sourceDepth : {8, 16})
+    for (const int sourceDepth : {8, 16}) {
         for (const int targetDepth : {8, 16}) {
             page << fmt::format("\n## {} bits to {} bits\n\n", sourceDepth, targetDepth)
                  << "| technique | samples | correct | worst | mean |\n|---|---:|---:|---:|---:|\n";
@@ -64,6 +64,7 @@ bool write(std::ostream& page, const std::string& device)
                                     errors->meanDistance());
             }
         }
+    }
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include "host/effects/EffectCompiler.h"
 
 #include "host/effects/EffectParser.h"
+#include "host/effects/HlslMessage.h"
 #include "host/effects/ParameterLayout.h"
 #include "host/effects/PassText.h"
 #include "host/effects/Preprocessor.h"
@@ -188,15 +189,31 @@ private:
             const CompiledShader& shader = shaders[place.text];
             CompiledEffect::Technique& technique = effect_.techniques[place.technique];
             CompiledEffect::Pass& pass = technique.passes[place.pass];
-            for (const CompiledShader::Message& error : shader.errors) {
-                const bool known = error.line > 0 && error.line <= place.lines.size();
-                messages_.fail(known ? place.lines[error.line - 1] : place.entry, error.text, technique.name);
+            if (shader.error) {
+                report(*shader.error, place, technique.name);
             }
             pass.spirv = shader.spirv;
             for (const std::uint32_t binding : shader.bindings) {
                 pass.samplers.push_back(binding - 1);
             }
         }
+    }
+
+    void report(const CompiledShader::Message& error, const PassPlace& place, const std::string& technique)
+    {
+        const bool known = error.line > 0 && error.line <= place.lines.size();
+        const Location at = known ? place.lines[error.line - 1] : place.entry;
+        messages_.fail(at, readableMessage(error.text, known ? lineOf(texts_[place.text], error.line) : ""),
+                       technique);
+    }
+
+    static std::string_view lineOf(const std::string& text, std::uint32_t number)
+    {
+        std::size_t begin = 0;
+        for (std::uint32_t i = 1; i < number && begin < text.size(); ++i) {
+            begin = text.find('\n', begin) + 1;
+        }
+        return std::string_view(text).substr(begin, text.find('\n', begin) - begin);
     }
 
     SourceFiles files_;

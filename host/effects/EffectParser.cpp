@@ -239,7 +239,8 @@ void EffectParser::parseCompile(EffectSyntax::Pass& pass)
     }
     const Token open = reader_.take();
     while (!reader_.peek().is(")")) {
-        pass.arguments.push_back(reader_.takeUntil(",)", "the arguments of the function to compile", &open));
+        pass.arguments.push_back(
+            checked(reader_.takeUntil(",)", "the arguments of the function to compile", &open)));
         if (pass.arguments.back().empty()) {
             throw CompileError(reader_.peek().at, "an argument is missing");
         }
@@ -466,7 +467,7 @@ EffectParser::Tokens EffectParser::parseDimensions()
     while (reader_.peek().is("[")) {
         append(dimensions, reader_.takeBracketed("the size of an array"));
     }
-    return dimensions;
+    return checked(dimensions);
 }
 
 std::optional<Token> EffectParser::parseSemantic()
@@ -516,7 +517,7 @@ void EffectParser::parseFunction(const Qualifiers& qualifiers, EffectSyntax::Typ
     while (!reader_.peek().is(")")) {
         if (!piece.function.parameters.empty()) {
             piece.text.push_back(reader_.peek());
-            reader_.expect(",", "or ')' between the parameters of " + inQuotes(name.text));
+            reader_.expect(",", "between the parameters of " + inQuotes(name.text));
         }
         piece.function.parameters.push_back(parseFunctionParameter(piece));
     }
@@ -545,7 +546,7 @@ EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSynta
     append(piece.text, dimensions);
     if (reader_.peek().is("=")) {
         piece.text.push_back(reader_.take());
-        parameter.defaultValue = reader_.takeUntil(",)", "the value of a parameter");
+        parameter.defaultValue = checked(reader_.takeUntil(",)", "the value of a parameter"));
         if (parameter.defaultValue.empty()) {
             throw reader_.unexpected("a value", "after '='");
         }
@@ -565,7 +566,7 @@ void EffectParser::parseBody(EffectSyntax::Piece& piece)
     }
     piece.function.hasBody = true;
     piece.bodyBegin = piece.text.size();
-    append(piece.text, checkedHlsl(reader_.takeBracketed("the body of " + inQuotes(piece.name.text))));
+    append(piece.text, checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text))));
 }
 
 void EffectParser::parseVariables(const Qualifiers& qualifiers, const EffectSyntax::Type& type, Token name)
@@ -609,7 +610,7 @@ void EffectParser::parseConstant(bool isConst, const EffectSyntax::Type& type, c
     parseAnnotations();
     if (reader_.peek().is("=")) {
         piece.text.push_back(reader_.take());
-        const Tokens value = checkedHlsl(reader_.takeUntil(",;", "the value of " + inQuotes(name.text)));
+        const Tokens value = checked(reader_.takeUntil(",;", "the value of " + inQuotes(name.text)));
         if (value.empty()) {
             throw reader_.unexpected("a value", "after '='");
         }
@@ -706,6 +707,11 @@ std::optional<ConstantValue> EffectParser::constantNamed(const Token& name) cons
 {
     const auto found = constants_.find(name.text);
     return found == constants_.end() ? std::nullopt : std::optional(found->second);
+}
+
+EffectParser::Tokens EffectParser::checked(const Tokens& tokens) const
+{
+    return checkedHlsl(tokens, [this](const Token& name) { return constantNamed(name); });
 }
 
 void EffectParser::claimName(const Token& name)

@@ -62,6 +62,7 @@ private:
     Annotations parseAnnotations();
     ConstantValue evaluateInitializer(Tokens tokens, const Token& name);
     std::optional<ConstantValue> constantNamed(const Token& name) const;
+    Tokens checked(const Tokens& tokens) const;
     void claimName(const Token& name);
     void checkReserved(const Token& name) const;
 

@@ -13,8 +13,8 @@ namespace {
 // that it is given.
 constexpr std::size_t longestStatement = 16384;
 constexpr std::size_t longestRunOfOperators = 64;
-constexpr std::size_t longestChainOfBranches = 512;
-constexpr double largestArray = 65536.0;
+constexpr std::size_t longestChainOfBranches = 256;
+constexpr double largestArray = 4096.0;
 
 bool isHint(const Token* token, const Token* end, const Token* previous)
 {
@@ -45,6 +45,18 @@ void refuseWord(const Token& token)
     }
     if (std::find(foreign.begin(), foreign.end(), token.text) != foreign.end()) {
         throw CompileError(token.at, inQuotes(token.text) + " is not part of the effect language here");
+    }
+    static constexpr std::array<std::string_view, 6> narrow{"double", "min16",  "min12",
+                                                            "min10",  "int64_", "uint64_"};
+    static constexpr std::array<std::string_view, 3> otherTextures{"tex1D", "tex3D", "texCUBE"};
+    const auto begins = [&](std::string_view start) { return token.text.substr(0, start.size()) == start; };
+    if (std::any_of(narrow.begin(), narrow.end(), begins)) {
+        throw CompileError(token.at, inQuotes(token.text) +
+                                         " is not part of the effect language here; use float "
+                                         "or int");
+    }
+    if (std::any_of(otherTextures.begin(), otherTextures.end(), begins)) {
+        throw CompileError(token.at, inQuotes(token.text) + " is not there: textures are 2D; use tex2D");
     }
     if (token.text.substr(0, 5) == "qxfx_") {
         throw CompileError(token.at, "names that begin with 'qxfx_' are reserved");
@@ -90,21 +102,57 @@ private:
     std::size_t branches_ = 0;
 };
 
-void checkArraySize(const Token* token, const Token* end)
+/// The value between two brackets, or 1 where it is no constant.
+double sizeBetween(const Token* open, const Token* close, const ConstantReader::Names& names)
 {
-    double value = 0.0;
-    bool integer = false;
-    if (token->is("[") && end - token > 2 && token[1].kind == TokenKind::Number && token[2].is("]") &&
-        readNumber(token[1].text, value, integer) && value > largestArray) {
-        throw CompileError(token[1].at, "an array has " +
-                                            std::to_string(static_cast<unsigned>(largestArray)) +
-                                            " elements at most");
+    std::vector<Token> inside(open + 1, close);
+    Token end;
+    end.at = close->at;
+    inside.push_back(end);
+    try {
+        const ConstantValue value = ConstantReader(inside.data(), names).readExpression();
+        return value.components.size() == 1 ? std::max(value.components[0], 1.0) : 1.0;
+    } catch (const CompileError&) {
+        return 1.0; // an index, or an error that the HLSL compiler will tell
+    }
+}
+
+/// At the first bracket of "[2][3]".
+void checkArraySize(const Token* token, const Token* end, const ConstantReader::Names& names)
+{
+    constexpr std::ptrdiff_t longest = 64; // tokens; sizes are short
+    const Location at = token->at;
+    double size = 1.0;
+    while (token != end && token->is("[")) {
+        const Token* const last = end - token > longest ? token + longest : end;
+        const Token* const close = std::find_if(token, last, [](const Token& t) { return t.is("]"); });
+        if (close == last) {
+            return;
+        }
+        size *= sizeBetween(token, close, names);
+        token = close + 1;
+    }
+    if (size > largestArray) {
+        throw CompileError(at, "an array has " + std::to_string(static_cast<unsigned>(largestArray)) +
+                                   " elements at most");
+    }
+}
+
+/// "m._m00_m11", which the HLSL compiler takes for what it is not.
+void refuseMatrixSwizzle(const Token& token)
+{
+    const bool elements = token.text.size() > 4 && token.text[0] == '_' &&
+                          token.text.find_first_not_of("_m01234") == std::string_view::npos;
+    if (elements) {
+        throw CompileError(token.at, inQuotes(token.text) +
+                                         " selects several elements of a matrix; select one "
+                                         "at a time, such as float2(m._m00, m._m11)");
     }
 }
 
 } // namespace
 
-std::vector<Token> checkedHlsl(std::vector<Token> tokens)
+std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantReader::Names& names)
 {
     std::vector<Token> kept;
     kept.reserve(tokens.size());
@@ -120,8 +168,13 @@ std::vector<Token> checkedHlsl(std::vector<Token> tokens)
         }
         if (token->kind == TokenKind::Identifier) {
             refuseWord(*token);
+            if (!kept.empty() && kept.back().is(".")) {
+                refuseMatrixSwizzle(*token);
+            }
         }
-        checkArraySize(token, end);
+        if (token->is("[")) {
+            checkArraySize(token, end, names);
+        }
         chains.count(*token);
         kept.push_back(*token);
     }

@@ -1,7 +1,6 @@
 #include "host/effects/PassText.h"
 
 #include "host/effects/EntryCall.h"
-#include "host/effects/HlslChecks.h"
 #include "host/effects/Preprocessor.h"
 
 #include <algorithm>
@@ -12,7 +11,9 @@ namespace {
 using Kind = EffectSyntax::Piece::Kind;
 
 constexpr std::size_t deepestCalls = 256;
-constexpr std::size_t mostInlinedTokens = 1U << 20U;
+// Every call is replaced by the function called, at a price that grows with the square of their number.
+constexpr std::size_t mostInlinedTokens = 1U << 17U;
+constexpr std::size_t tokensOfCall = 64; // what one costs beside its text
 
 // One level and no coordinates outside the draw: an explicit level 0 is what every sampling means here, and
 // it stays defined in branches, where there are no derivatives.
@@ -144,7 +145,9 @@ std::size_t PassWriter::costOf(std::size_t index, std::size_t depth)
         }
         std::size_t dearest = 0;
         for (const std::size_t callee : found->second) {
-            dearest = mayCall(index, callee) ? std::max(dearest, costOf(callee, depth + 1)) : dearest;
+            if (mayCall(index, callee)) {
+                dearest = std::max(dearest, costOf(callee, depth + 1) + tokensOfCall);
+            }
         }
         tokens += dearest;
         if (tokens > mostInlinedTokens) {
@@ -235,7 +238,7 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass) const
         }
     }
     call.write([&](std::string_view line) { output.add(line, pass.entry.at); },
-               [&](const std::vector<Token>& tokens) { output.add(checkedHlsl(tokens)); });
+               [&](const std::vector<Token>& tokens) { output.add(tokens); });
     return output.take();
 }
 

@@ -34,30 +34,38 @@ void startGlslang()
     static_cast<void>(started);
 }
 
-/// "ERROR: 0:12: 'gain' : undeclared identifier" and the like; other lines are cascades without a place.
-void readLog(const char* log, std::vector<CompiledShader::Message>& errors)
+/// The first line with a place, "ERROR: 0:12: 'gain' : undeclared identifier", or else the first without.
+std::optional<CompiledShader::Message> firstError(const std::string& log)
 {
-    constexpr std::string_view mark = "ERROR: 0:";
-    std::istringstream lines(log == nullptr ? "" : log);
+    constexpr std::string_view mark = "ERROR: ";
+    constexpr std::string_view place = "0:";
+    std::optional<CompiledShader::Message> placeless;
+    std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
         if (line.compare(0, mark.size(), mark) != 0) {
             continue;
         }
+        line.erase(0, mark.size());
         CompiledShader::Message message;
-        const char* const end = line.data() + line.size();
-        const auto [rest, failure] = std::from_chars(line.data() + mark.size(), end, message.line);
-        message.text.assign(rest, end);
-        message.text.erase(0, message.text.find_first_not_of(": "));
-        const bool cascade = failure != std::errc() || message.text.empty() ||
-                             message.text.find("compilation terminated") != std::string::npos;
-        if (!cascade) {
-            errors.push_back(std::move(message));
+        if (line.compare(0, place.size(), place) == 0) {
+            const char* const end = line.data() + line.size();
+            const char* const rest = std::from_chars(line.data() + place.size(), end, message.line).ptr;
+            line.erase(0, static_cast<std::size_t>(rest - line.data()));
+            line.erase(0, line.find_first_not_of(": "));
+        }
+        message.text = line;
+        if (message.line != 0 && !message.text.empty()) {
+            return message;
+        }
+        if (!placeless) {
+            placeless = message;
         }
     }
+    return placeless;
 }
 
 /// Empty after an error.
-std::vector<std::uint32_t> translate(const std::string& hlsl, std::vector<CompiledShader::Message>& errors)
+std::vector<std::uint32_t> translate(const std::string& hlsl, std::optional<CompiledShader::Message>& error)
 {
     glslang::TShader shader(EShLangFragment);
     const char* const text = hlsl.c_str();
@@ -78,12 +86,8 @@ std::vector<std::uint32_t> translate(const std::string& hlsl, std::vector<Compil
         good = program.link(messages);
     }
     if (!good) {
-        readLog(shader.getInfoLog(), errors);
-        readLog(program.getInfoLog(), errors);
-        if (errors.empty()) {
-            errors.push_back({0, "the HLSL compiler refused the shader: " +
-                                     std::string(shader.getInfoLog()).substr(0, 200)});
-        }
+        error = firstError(std::string(shader.getInfoLog()) + '\n' + program.getInfoLog());
+        error = error.value_or(CompiledShader::Message{0, "the HLSL compiler refused the shader"});
         return {};
     }
     std::vector<std::uint32_t> spirv;
@@ -125,6 +129,24 @@ bool validate(const std::vector<std::uint32_t>& spirv, std::string& problem)
     return tools.Validate(spirv);
 }
 
+/// Whether every device offers what the shader needs.
+bool needsOnlyCore(const std::vector<std::uint32_t>& spirv, std::string& problem)
+{
+    constexpr std::size_t header = 5;
+    for (std::size_t at = header; at < spirv.size(); at += spirv[at] >> spv::WordCountShift) {
+        const std::uint32_t capability = spirv[at + 1];
+        if ((spirv[at] & spv::OpCodeMask) != spv::OpCapability) {
+            break; // they come first
+        }
+        if (capability != spv::CapabilityShader && capability != spv::CapabilityMatrix &&
+            capability != spv::CapabilityImageQuery && capability != spv::CapabilityDerivativeControl) {
+            problem = "it needs what not every device has (capability " + std::to_string(capability) + ")";
+            return false;
+        }
+    }
+    return true;
+}
+
 std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spirv)
 {
     std::map<std::uint32_t, std::uint32_t> bindings;
@@ -145,14 +167,14 @@ std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spi
 CompiledShader compileShader(const std::string& hlsl)
 {
     CompiledShader shader;
-    shader.spirv = translate(hlsl, shader.errors);
+    shader.spirv = translate(hlsl, shader.error);
     if (shader.spirv.empty()) {
         return shader;
     }
     std::string problem;
     if (!rewriteFetches(shader.spirv, fetchFunction) || !optimize(shader.spirv, problem) ||
-        !validate(shader.spirv, problem)) {
-        shader.errors.push_back({0, "the shader does not become valid SPIR-V: " + problem});
+        !validate(shader.spirv, problem) || !needsOnlyCore(shader.spirv, problem)) {
+        shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
         shader.spirv.clear();
         return shader;
     }
@@ -174,7 +196,7 @@ struct Work
                 shaders[i] = compileShader(hlsl[i]);
             } catch (const std::exception& error) {
                 shaders[i].spirv.clear();
-                shaders[i].errors.push_back({0, std::string("the shader compiler failed: ") + error.what()});
+                shaders[i].error = {0, std::string("the shader compiler failed: ") + error.what()};
             }
         }
     }
@@ -214,8 +236,8 @@ std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl)
         pthread_join(thread, nullptr);
     }
     for (std::size_t i = 0; i < shaders.size(); ++i) {
-        if (shaders[i].spirv.empty() && shaders[i].errors.empty()) {
-            shaders[i].errors.push_back({0, "no thread could be started to compile the shader"});
+        if (shaders[i].spirv.empty() && !shaders[i].error) {
+            shaders[i].error = {0, "no thread could be started to compile the shader"};
         }
     }
     return shaders;

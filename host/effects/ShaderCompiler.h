@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,7 @@ struct CompiledShader
 
     std::vector<std::uint32_t> spirv;    ///< optimized and valid for Vulkan 1.1; empty after an error
     std::vector<std::uint32_t> bindings; ///< of the combined image samplers that it reads, ascending
-    std::vector<Message> errors;
+    std::optional<Message> error;        ///< the first; what compilers say after it misleads
 };
 
 /// Name of the function `float4 qxfx_tex2Dfetch(sampler2D s, int2 texel)`, which the text declares with a

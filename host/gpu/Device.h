@@ -42,6 +42,7 @@ public:
 
     VkInstance handle() const { return instance_; }
     std::vector<VkPhysicalDevice> physicalDevices() const;
+    bool isValidating() const { return messenger_ != nullptr; }
     std::uint64_t validationMessages() const { return validationMessages_; }
 
 private:

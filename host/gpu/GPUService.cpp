@@ -153,6 +153,12 @@ void GPUService::trim()
     });
 }
 
+bool GPUService::isValidating()
+{
+    const std::lock_guard lock(mutex_);
+    return context_ != nullptr && context_->instance().isValidating();
+}
+
 bool GPUService::isLost()
 {
     const std::lock_guard lock(mutex_);

@@ -20,7 +20,8 @@ struct FaultInjection;
 /// It starts its device at the first use; when it finds none that it can use, every operation fails and
 /// failure() says why. Which device it took goes to the host's log. Any thread may call it.
 ///
-/// An effect's parameter whose semantic the host fills refuses values. Without shutdown() nothing of Vulkan
+/// An effect's parameter whose semantic the host fills refuses values. A coordinate set that no source sets
+/// spans its whole input. Without shutdown() nothing of Vulkan
 /// runs at the end of the process; after it operations fail, and what is still held is safe to release.
 class QX_API GPUService final : public iGPUService
 {
@@ -50,6 +51,9 @@ public:
 
     /// Destroys released images that are kept for reuse.
     void trim();
+
+    /// Whether Vulkan's validation layer watches.
+    bool isValidating();
 
     /// The device was lost; every operation fails from then on.
     bool isLost();

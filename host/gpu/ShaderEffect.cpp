@@ -125,6 +125,7 @@ void fillSystem(std::vector<std::byte>& uniforms, const RectangleOf<float>& area
 {
     SystemUniforms system;
     system.area = {area.x0, area.y0, 1.0F / (area.x1 - area.x0), 1.0F / (area.y1 - area.y0)};
+    system.texCoords.fill({0.0F, 0.0F, 1.0F, 1.0F});
     for (std::size_t i = 0; i < std::min(sources.size(), SystemUniforms::maxTexCoords); ++i) {
         system.texCoords.at(i) = sources[i].texCoords;
     }

@@ -210,10 +210,10 @@ TEST_F(BackgroundCompilation, FinishesTheEffectItIsAtBeforeItPausesForAForegroun
     std::promise<void> begun;
     std::promise<void> release;
     std::shared_future<void> released = release.get_future().share();
-    std::jthread foreground;
+    std::thread foreground;
     host().makeEffect = [&](const std::wstring& path) -> Qx::Ptr<iShaderEffect> {
         if (path == L"/shaders/a.fx") { // the pass is at a.fx when the demand for b.fx comes
-            foreground = std::jthread([] { Manager::instance().findEffect(L"b.fx").getShader(); });
+            foreground = std::thread([] { Manager::instance().findEffect(L"b.fx").getShader(); });
             begun.get_future().wait();
         } else {
             begun.set_value();
@@ -288,11 +288,11 @@ TEST_F(BackgroundCompilation, ShutdownDuringThePassStopsItAfterTheCurrentEffectW
 TEST_F(BackgroundCompilation, DoesNotLookForItsEndWhileItPauses)
 {
     const Qx::Ptr<iBackgroundTask> task = startWith(2);
-    std::jthread stopping;
+    std::thread stopping;
     int sleeps = 0;
     host().script.during("sleepMilliseconds", [&] {
         if (++sleeps == 1) {
-            stopping = std::jthread([] { Manager::instance().fini(); });
+            stopping = std::thread([] { Manager::instance().fini(); });
             EXPECT_TRUE(waitForBlockedThreads(1));
         }
     });
@@ -309,9 +309,9 @@ TEST_F(BackgroundCompilation, DoesNotLookForItsEndWhileItPauses)
 TEST_F(BackgroundCompilation, StopAfterTheLastEffectPrintsNoCount)
 {
     const Qx::Ptr<iBackgroundTask> task = startWith(1);
-    std::jthread stopping;
+    std::thread stopping;
     host().script.during("setProgress", [&] {
-        stopping = std::jthread([] { Manager::instance().fini(); });
+        stopping = std::thread([] { Manager::instance().fini(); });
         EXPECT_TRUE(waitForBlockedThreads(1));
     });
     task->run();
@@ -334,9 +334,9 @@ TEST_F(BackgroundCompilation, TaskThatIsStillQueuedAtShutdownDoesNotBringTheMana
 TEST_F(BackgroundCompilation, TaskThatStartsDuringInitialisationCompilesTheWholeCatalogue)
 {
     host().addFile(L"/shaders/", L"a.fx");
-    std::jthread background;
+    std::thread background;
     host().script.during("queue", [&] {
-        background = std::jthread([] {
+        background = std::thread([] {
             Manager::instance().waitForEffectsToLoad(); // waits for the initialisation to end
             host().journal.record("manager ready");
         });

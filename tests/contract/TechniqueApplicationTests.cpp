@@ -307,9 +307,9 @@ TEST_F(TechniqueApplication, ReleasesTheGpuLockWhenTheTechniqueIsUnknown)
 
 TEST_F(TechniqueApplication, OtherThreadsWaitForTheGpuLockWhileOneRenders)
 {
-    std::jthread other;
+    std::thread other;
     host().script.during("render", [&] {
-        other = std::jthread([] {
+        other = std::thread([] {
             const CriticalSectionScope inside(Manager::instance().gpuLock());
             host().journal.record("entered");
         });

@@ -80,34 +80,51 @@ const FxTest::Section* FxTest::find(const std::string& kind) const
     return nullptr;
 }
 
-FxTest readFxTest(const std::filesystem::path& file)
+void PrintTo(const FxTest& test, std::ostream* stream)
 {
-    FxTest test;
+    *stream << test.name;
+}
+
+std::vector<FxTest> readFxTests(const std::filesystem::path& file)
+{
+    std::vector<FxTest> tests(1);
+    tests[0].name = file.stem().string();
     std::ifstream stream(file);
     int number = 0;
     for (std::string line; std::getline(stream, line);) {
         ++number;
-        // An attribute in an effect begins with a bracket too, but never a line of its own at its start.
-        if (line.size() > 2 && line.front() == '[' && line.back() == ']') {
-            std::istringstream head(line.substr(1, line.size() - 2));
-            FxTest::Section section;
-            head >> section.kind >> std::ws;
-            std::getline(head, section.argument);
-            section.line = number;
-            test.sections.push_back(std::move(section));
-        } else if (!test.sections.empty()) {
-            test.sections.back().lines.push_back(line);
+        // An attribute in an effect stands in brackets too, but never alone on an unindented line.
+        if (line.size() <= 2 || line.front() != '[' || line.back() != ']') {
+            if (!tests.back().sections.empty()) {
+                tests.back().sections.back().lines.push_back(line);
+            }
+            continue;
+        }
+        std::istringstream head(line.substr(1, line.size() - 2));
+        FxTest::Section section;
+        head >> section.kind >> std::ws;
+        std::getline(head, section.argument);
+        section.line = number;
+        if (section.kind == "case") {
+            tests.push_back({file.stem().string() + '_' + section.argument, {}});
+        } else {
+            tests.back().sections.push_back(std::move(section));
         }
     }
-    for (FxTest::Section& section : test.sections) {
-        while (!section.lines.empty() && section.lines.back().empty()) {
-            section.lines.pop_back();
+    if (tests.size() > 1 && tests[0].sections.empty()) {
+        tests.erase(tests.begin());
+    }
+    for (FxTest& test : tests) {
+        for (FxTest::Section& section : test.sections) {
+            while (!section.lines.empty() && section.lines.back().empty()) {
+                section.lines.pop_back();
+            }
+        }
+        if (test.find("effect") == nullptr) {
+            throw std::runtime_error(file.string() + ": test " + test.name + " has no [effect]");
         }
     }
-    if (test.find("effect") == nullptr) {
-        throw std::runtime_error(file.string() + ": there is no [effect]");
-    }
-    return test;
+    return tests;
 }
 
 EffectCompilerOptions optionsOf(const FxTest& test)

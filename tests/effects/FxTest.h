@@ -3,6 +3,7 @@
 #include "host/effects/EffectCompiler.h"
 
 #include <filesystem>
+#include <iosfwd>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,13 +21,18 @@ struct FxTest
         int line = 0;                   ///< of the section's head in the test file
     };
 
+    std::string name; ///< of the file, and of the case where a file has several
     std::vector<Section> sections;
 
     /// Null when there is none; the first when there are several.
     const Section* find(const std::string& kind) const;
 };
 
-FxTest readFxTest(const std::filesystem::path& file);
+/// For GoogleTest.
+void PrintTo(const FxTest& test, std::ostream* stream);
+
+/// The tests of one file. Throws std::runtime_error for a file that holds none or one without an effect.
+std::vector<FxTest> readFxTests(const std::filesystem::path& file);
 
 /// The definitions that the test gives.
 EffectCompilerOptions optionsOf(const FxTest& test);

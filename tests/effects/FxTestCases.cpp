@@ -68,17 +68,21 @@ void checkSpirv(const FxTest::Section& section, const CompiledEffect& effect)
         std::string word;
         words >> count >> std::ws;
         std::getline(words, word);
+        if (word.empty()) {
+            ADD_FAILURE() << "a line is COUNT TEXT, not: " << line;
+            continue;
+        }
         EXPECT_EQ(occurrences(text, word), count) << word << " in\n" << text;
     }
 }
 
-class FxTestCases : public testing::TestWithParam<std::filesystem::path>
+class FxTestCases : public testing::TestWithParam<FxTest>
 {
 };
 
 TEST_P(FxTestCases, holds)
 {
-    const FxTest test = readFxTest(GetParam());
+    const FxTest& test = GetParam();
     const TemporaryDirectory directory;
     const std::filesystem::path effect = writeFiles(test, directory.path());
     const EffectCompilation compilation = compileEffect(effect, optionsOf(test));
@@ -107,21 +111,22 @@ TEST_P(FxTestCases, holds)
     }
 }
 
-std::vector<std::filesystem::path> allCases()
+std::vector<FxTest> allCases()
 {
-    std::vector<std::filesystem::path> cases;
+    std::vector<FxTest> cases;
     for (const auto& entry : std::filesystem::directory_iterator(QX_FXTEST_CASES)) {
         if (entry.path().extension() == ".fxtest") {
-            cases.push_back(entry.path());
+            const std::vector<FxTest> tests = readFxTests(entry.path());
+            cases.insert(cases.end(), tests.begin(), tests.end());
         }
     }
-    std::sort(cases.begin(), cases.end());
+    std::sort(cases.begin(), cases.end(), [](const FxTest& a, const FxTest& b) { return a.name < b.name; });
     return cases;
 }
 
-std::string nameOf(const testing::TestParamInfo<std::filesystem::path>& test)
+std::string nameOf(const testing::TestParamInfo<FxTest>& test)
 {
-    return test.param.stem().string();
+    return test.param.name;
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, FxTestCases, testing::ValuesIn(allCases()), nameOf);

@@ -20,6 +20,7 @@ void GpuTest::SetUp()
 {
     takeLog();
     ASSERT_TRUE(gpu().start()) << gpu().failure();
+    ASSERT_TRUE(gpu().isValidating());
     const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
     folder_ =
         std::filesystem::temp_directory_path() / ("qx-gpu-" + std::to_string(getpid()) + "-" + test->name());

@@ -28,8 +28,8 @@ struct StartOptions
 
 QX_HOST_API void start(const StartOptions& options);
 
-/// Ends the host: lets a running background task finish and drops those that wait, calls the shutdown
-/// callbacks, and ends the GPU service. Only the first call does anything. Call it on the main thread.
+/// Ends the host: drops the background tasks that wait, calls the shutdown callbacks, lets a running task
+/// finish, and ends the GPU service. Only the first call does anything. Call it on the main thread.
 QX_HOST_API void stop(Shutdown::eExitType exitType = Shutdown::NormalExit);
 
 /// A command that can be given by name.

@@ -16,6 +16,7 @@ public:
 
     /// Registers a callback for the host's shutdown. Each registration is called once; higher orders go
     /// first, and equal ones in the reverse order of registration. The task queue is closed before any order
-    /// below 1000. A callback may register callbacks: they are called in the same shutdown.
+    /// below 1000: it starts no more tasks, while one that is running may run on beside the callbacks. A
+    /// callback may register callbacks: they are called in the same shutdown.
     static void addCallback(Callback callback, int order);
 };

@@ -57,7 +57,9 @@ void stop(Shutdown::eExitType exitType)
         return;
     }
     wakeSleepers();
-    shutdownSequence().run(exitType, closeTaskQueue);
+    // The running task is waited for last: a callback may be what makes it stop early.
+    shutdownSequence().run(exitType, refuseTasks);
+    taskQueue().close();
     shutDownGPU();
     stopMonitor();
     HostLog::instance().flush();

@@ -75,19 +75,25 @@ void TaskQueue::holdBack(bool hold)
     heldBack_ = hold && !closed_;
 }
 
-void TaskQueue::close()
+void TaskQueue::refuse()
 {
     std::deque<Ptr<iBackgroundTask>> dropped; // let go of outside the lock: a task's end is its own business
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+    heldBack_ = false; // a task that waits for better times would never finish
+    dropped.swap(waiting_);
+    changed_.notify_all();
+}
+
+void TaskQueue::close()
+{
+    refuse();
     std::thread thread;
     {
         const std::lock_guard lock(mutex_);
-        closed_ = true;
-        heldBack_ = false; // a task that waits for better times would never finish
-        dropped.swap(waiting_);
         if (thread_.get_id() != std::this_thread::get_id()) {
             thread.swap(thread_);
         }
-        changed_.notify_all();
     }
     if (thread.joinable()) {
         thread.join();
@@ -149,10 +155,10 @@ TaskQueue& taskQueue()
     return LokiSingleton<TaskQueue>::instance();
 }
 
-void closeTaskQueue()
+void refuseTasks()
 {
     closedForGood = true;
-    taskQueue().close();
+    taskQueue().refuse();
 }
 
 } // namespace Qx::Host

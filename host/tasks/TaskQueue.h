@@ -42,8 +42,12 @@ public:
     /// closed asks nobody.
     void holdBack(bool hold);
 
-    /// Lets the running task finish and drops those that wait. Tasks that are queued from now on are dropped.
-    /// Returns when the thread is gone; called from the queue's own task, at once.
+    /// Drops the tasks that wait and those that are queued from now on. The running one goes on, and is not
+    /// held back any more.
+    void refuse();
+
+    /// The same, and waits until the running task has finished and the thread is gone. Called from the
+    /// queue's own task it returns at once.
     void close();
 
     /// The queue's tasks: those that are done and stay listed, the running one, those that wait.
@@ -70,8 +74,8 @@ private:
     bool closed_ = false;
 };
 
-/// Closes the process's queue, and every one that Loki might make in its place.
-void closeTaskQueue();
+/// Has the process's queue, and every one that Loki might make in its place, refuse tasks.
+void refuseTasks();
 
 /// The process's queue.
 TaskQueue& taskQueue();

@@ -4,8 +4,10 @@
 #include "platform/OS.h"
 #include "tests/host/services/Support.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <gtest/gtest.h>
-#include <regex>
+#include <string>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -43,10 +45,12 @@ std::size_t count(const std::string& text, const std::string& what)
 
 TEST(Log, LinesHaveTheTimeAndTheProcess)
 {
-    const std::string text = logged([] { Log("number %d\n", 5); });
-    EXPECT_TRUE(std::regex_match(text, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[)" +
-                                                  std::to_string(::getpid()) + R"(\] number 5\n)")))
-        << text;
+    const std::string text = logged([] { Log("number five\n"); });
+    std::string shape = text;
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    std::replace_if(shape.begin(), shape.begin() + static_cast<std::ptrdiff_t>(shape.find('[')), isDigit,
+                    '#');
+    EXPECT_EQ(shape, "####-##-## ##:##:##.### [" + std::to_string(::getpid()) + "] number five\n") << text;
 }
 
 TEST(Log, PiecesOfALineAreOneLine)

@@ -114,6 +114,30 @@ TEST(Tasks, ClosingLetsTheRunningOneFinishAndDropsTheOthers)
     EXPECT_EQ(Task::gone, 3);
 }
 
+TEST(Tasks, RefusingDoesNotWaitForTheRunningOne)
+{
+    TaskQueue queue;
+    Gate started;
+    Gate go;
+    bool ran = false;
+    queue.queue(Qx::makePtr<Task>("running",
+                                  [&] {
+                                      started.open();
+                                      go.wait();
+                                      return true;
+                                  }),
+                false);
+    queue.queue(Qx::makePtr<Task>("waiting", [&] { return ran = true; }), false);
+    started.wait();
+    queue.refuse();
+    const auto report = queue.report();
+    ASSERT_EQ(report.size(), 1U);
+    EXPECT_EQ(report[0].state, TaskState::Running);
+    go.open(); // what was waited for before refuse() returned would never have come here
+    queue.close();
+    EXPECT_FALSE(ran);
+}
+
 TEST(Tasks, WhatWaitsWhenTheQueueClosesNeverRuns)
 {
     Task::gone = 0;

@@ -148,6 +148,7 @@ struct ClipReader::Impl
     void noteDecodeError(int error, std::int64_t pts);
 
     const fs::path file;
+    DecoderMessages messages; // outlives the decoder that writes to it
     InputPtr input;
     AVStream* stream = nullptr;
     CodecPtr decoder;
@@ -253,12 +254,13 @@ Status ClipReader::Impl::openDecoder(int threads)
         return Error{"out of memory"};
     }
     decoder->pkt_timebase = stream->time_base;
+    decoder->opaque = &messages;
     decoder->thread_count = threads;
     decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     decoder->max_pixels = static_cast<std::int64_t>(largestSide) * largestSide;
     if (const int error = avcodec_open2(decoder.get(), codec, nullptr); error < 0) {
-        return Error{"cannot decode " + quoted(file) + " (" + codec->name + "): " + errorText(error) +
-                     ffmpegHint()};
+        return Error{"cannot decode " + quoted(file) + " (" + codec->name + "): " + errorText(error) + " " +
+                     messages.take()};
     }
     return {};
 }
@@ -325,8 +327,9 @@ void ClipReader::Impl::problem(const std::string& text)
 
 void ClipReader::Impl::noteDecodeError(int error, std::int64_t pts)
 {
-    problem(quoted(file) + ": damaged video near " + where(pts) + " (" + errorText(error) + ")" +
-            ffmpegHint());
+    const std::string message = messages.take();
+    problem(quoted(file) + ": damaged video near " + where(pts) + ": " +
+            (message.empty() ? errorText(error) : message));
     if (++damageInARow > damageInARowAllowed) {
         failure = quoted(file) + ": nothing but damaged video since " + where(pts) + "; decoding stops";
     }
@@ -449,9 +452,10 @@ ClipReader::Next ClipReader::next(Frame& frame)
     const bool damaged = picture->decode_error_flags != 0 || (picture->flags & AV_FRAME_FLAG_CORRUPT) != 0;
     const FrameTime time = self.timeOf(*picture);
     ++self.framesGiven;
-    if (damaged) {
-        self.problem(quoted(self.file) + ": the frame at " + seconds(time.pts, self.stream->time_base) +
-                     " is damaged and was patched by the decoder");
+    const std::string message = self.messages.take();
+    if (damaged || !message.empty()) {
+        self.problem(quoted(self.file) + ": damage near " + seconds(time.pts, self.stream->time_base) +
+                     ", patched by the decoder" + (message.empty() ? "" : ": " + message));
     }
     frame = Frame(std::shared_ptr<const AVFrame>(picture.release(), FreeFrame()), time, damaged);
     return Next::frame;

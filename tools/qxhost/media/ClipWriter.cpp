@@ -3,9 +3,22 @@
 #include "tools/qxhost/media/EncoderChoice.h"
 #include "tools/qxhost/media/Names.h"
 
+#include <algorithm>
+#include <array>
+#include <string_view>
+
 namespace Qx::Media {
 
 namespace {
+
+/// Whether frames of this container come at a fixed rate and have no times of their own.
+bool hasFixedRate(const AVOutputFormat& container)
+{
+    // QuickTime's family times every sample, though FFmpeg's flags do not say so.
+    static constexpr std::array<std::string_view, 7> timed{"mov", "mp4", "ipod", "3gp", "3g2", "psp", "f4v"};
+    return !(container.flags & AVFMT_VARIABLE_FPS) &&
+           std::find(timed.begin(), timed.end(), container.name) == timed.end();
+}
 
 /// Codecs whose stream itself counts frames at a fixed rate.
 bool hasFixedRate(AVCodecID codec)
@@ -34,7 +47,7 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
         return Error{"cannot write " + quoted(file) + ": a file of type ." + extension + " cannot hold " +
                      avcodec_get_name(codec.value()->id) + " video"};
     }
-    const bool fixedRate = !(container->flags & AVFMT_VARIABLE_FPS) || hasFixedRate(codec.value()->id);
+    const bool fixedRate = hasFixedRate(*container) || hasFixedRate(codec.value()->id);
     if (settings.frameRate.num <= 0 || settings.frameRate.den <= 0) {
         return Error{"cannot write " + quoted(file) + ": the frame rate is not known"};
     }
@@ -116,7 +129,10 @@ Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
     takeFfmpegMessage();
     int error = avio_open(&output_->pb, url.c_str(), AVIO_FLAG_WRITE);
     if (error >= 0) {
-        error = avformat_write_header(output_.get(), nullptr);
+        AVDictionary* options = nullptr;
+        av_dict_set(&options, "movflags", "+write_colr", 0); // colour tags; other containers ignore it
+        error = avformat_write_header(output_.get(), &options);
+        av_dict_free(&options);
     }
     return fileStatus(error);
 }

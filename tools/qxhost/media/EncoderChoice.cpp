@@ -22,7 +22,7 @@ constexpr std::array defaultEncoders{
     DefaultEncoder{"avi", "ffv1"},      DefaultEncoder{"nut", "ffv1"},
     DefaultEncoder{"mp4", "libx264"},   DefaultEncoder{"m4v", "libx264"},
     DefaultEncoder{"ts", "libx264"},    DefaultEncoder{"webm", "libvpx-vp9"},
-    DefaultEncoder{"mxf", "dnxhd"},     DefaultEncoder{"y4m", "rawvideo"},
+    DefaultEncoder{"mxf", "dnxhd"},
 };
 
 /// What suits a codec.
@@ -61,6 +61,7 @@ Wish wishFor(AVCodecID codec, Depth depth)
     case AV_CODEC_ID_V210:
     case AV_CODEC_ID_CFHD:
     case AV_CODEC_ID_RAWVIDEO:
+    case AV_CODEC_ID_WRAPPED_AVFRAME:
         return {false, 1, 0, deep ? 10 : 8};
     case AV_CODEC_ID_MJPEG:
         return {false, 1, 0, 8};

@@ -2,8 +2,6 @@
 
 #include <array>
 #include <cstdarg>
-#include <mutex>
-#include <utility>
 
 namespace Qx::Media {
 
@@ -31,7 +29,18 @@ void keepMessage(void* context, int level, const char* format, va_list arguments
     if (address != std::string::npos && bracket != std::string::npos && address < bracket) {
         text.erase(address, bracket - address);
     }
-    if (!text.empty()) {
+    if (text.empty()) {
+        return;
+    }
+    if (context && *static_cast<const AVClass**>(context) == avcodec_get_class()) {
+        // Frame threads work on copies of the decoder's context, which share its opaque pointer.
+        const auto* codec = static_cast<const AVCodecContext*>(context);
+        if (codec->opaque && av_codec_is_decoder(codec->codec)) {
+            static_cast<DecoderMessages*>(codec->opaque)->add(std::move(text));
+            return;
+        }
+    }
+    {
         const std::lock_guard lock(messageMutex);
         lastMessage = std::move(text);
     }

@@ -14,7 +14,9 @@ extern "C" {
 #include "tools/qxhost/media/MediaTypes.h"
 
 #include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
 
 namespace Qx::Media {
 
@@ -52,11 +54,33 @@ inline Rational fromAv(AVRational value)
 /// FFmpeg's text for an error code, or the system's for an errno.
 std::string errorText(int code);
 
+/// Error messages of one decoder, from whichever of its threads. A decoder whose `opaque` points to one of
+/// these sends its errors here: some decoders patch damage without any other sign of it.
+class DecoderMessages
+{
+public:
+    void add(std::string text)
+    {
+        const std::lock_guard lock(mutex_);
+        last_ = std::move(text);
+    }
+    /// The last message since the last call, or empty.
+    std::string take()
+    {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(last_, {});
+    }
+
+private:
+    std::mutex mutex_;
+    std::string last_;
+};
+
 /// Sends FFmpeg's messages here instead of to standard error. Called by whatever opens a file; cheap.
 void captureFfmpegLog();
 
-/// The last error message FFmpeg gave on any thread since the last call, or empty. A hint for people: with
-/// several clips open it may belong to another one.
+/// The last error message FFmpeg gave, decoders with DecoderMessages apart, on any thread since the last
+/// call, or empty. A hint for people: with several clips open it may belong to another one.
 std::string takeFfmpegMessage();
 
 /// ": MESSAGE" of takeFfmpegMessage(), or empty.

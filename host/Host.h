@@ -1,0 +1,95 @@
+#pragma once
+
+#include "Qx/HostAllocator.h"
+#include "Qx/LightweightString.h"
+#include "platform/Shutdown.h"
+
+#include <cstdint>
+
+/// Marks what the reference host offers to the program that embeds it, beside the platform's interfaces.
+#define QX_HOST_API __attribute__((visibility("default")))
+
+/// The reference host. A program calls start() once at the beginning of main and stop() before it returns;
+/// the services themselves work before and after that.
+namespace Qx::Host {
+
+struct StartOptions
+{
+    int argc = 0; ///< as main got them: what StartEnv answers from
+    const char* const* argv = nullptr;
+
+    /// The GPU to use: its index or a part of its name. Null: the setting `device`, and without that a GPU
+    /// before a software device.
+    const char* device = nullptr;
+
+    /// Debug output on standard error is left out. The log has everything that belongs into it all the same.
+    bool quiet = false;
+};
+
+QX_HOST_API void start(const StartOptions& options);
+
+/// Ends the host: lets a running background task finish and drops those that wait, calls the shutdown
+/// callbacks, and ends the GPU service. Only the first call does anything. Call it on the main thread.
+QX_HOST_API void stop(Shutdown::eExitType exitType = Shutdown::NormalExit);
+
+/// A command that can be given by name.
+struct CommandInfo
+{
+    LightweightString<char> name;
+    LightweightString<wchar_t> displayText;
+    LightweightString<wchar_t> description;
+};
+
+/// The commands in the order of their registration.
+QX_HOST_API Vector<CommandInfo> listCommands();
+
+/// Gives a command on the calling thread; false when there is none of that name.
+QX_HOST_API bool runCommand(const char* name);
+
+/// A background task of the process's queue.
+struct TaskInfo
+{
+    enum eState
+    {
+        Queued,
+        Running,
+        Succeeded,
+        Failed
+    };
+
+    LightweightString<char> id;
+    LightweightString<wchar_t> description;
+    eState state = Queued;
+    LightweightString<wchar_t> step; ///< what the task is at
+    double fraction = 0;             ///< done, 0 to 1
+};
+
+/// The tasks: those that are done and stay listed, the running one, those that wait.
+QX_HOST_API Vector<TaskInfo> listTasks();
+
+/// While it is on, background tasks are asked to wait before their next steps. Off at the start and from
+/// stop() on.
+QX_HOST_API void holdBackTasks(bool hold);
+
+/// A setting as the environment or the settings file has it; empty when it is not set. Keys are those of the
+/// file, tables and names joined by '.'.
+QX_HOST_API LightweightString<char> textSetting(const char* key);
+
+/// Has the watchdog watch the thread that makes it, for as long as it lives: a line in the log says so when
+/// the thread does not report for that long.
+class QX_HOST_API WatchedThread
+{
+public:
+    WatchedThread(const char* name, unsigned seconds);
+    ~WatchedThread();
+    WatchedThread(const WatchedThread&) = delete;
+    WatchedThread& operator=(const WatchedThread&) = delete;
+
+    /// The thread is well. Any thread may say so.
+    void report();
+
+private:
+    std::uint64_t ticket_;
+};
+
+} // namespace Qx::Host

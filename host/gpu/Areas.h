@@ -1,0 +1,17 @@
+#pragma once
+
+#include "host/gpu/Resources.h"
+#include "platform/GraphicPrimitives.h"
+
+namespace Qx::Host::Vulkan {
+
+/// The pixels of a target whose centres lie inside a rectangle; empty when there are none.
+VkRect2D pixelsInside(const RectangleOf<float>& area, const Texture& target);
+
+/// The part of a rectangle that lies in a target.
+VkRect2D pixelsInside(const RectangleOf<int>& area, const Texture& target);
+
+bool isEmpty(const VkRect2D& area);
+bool coversAll(const VkRect2D& area, const Texture& target);
+
+} // namespace Qx::Host::Vulkan

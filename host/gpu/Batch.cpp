@@ -1,0 +1,273 @@
+#include "host/gpu/Batch.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace Qx::Host::Vulkan {
+
+namespace {
+
+constexpr VkDeviceSize uniformChunkBytes = 1U << 16;
+constexpr std::uint32_t setsPerPool = 128;
+constexpr std::uint32_t samplersPerPool = setsPerPool * 8;
+
+constexpr VkPipelineStageFlags2 copyStage = VK_PIPELINE_STAGE_2_COPY_BIT;
+
+VkImageMemoryBarrier2 imageBarrier(const Texture& texture, VkImageLayout layout, bool discard)
+{
+    VkImageMemoryBarrier2 barrier{};
+    barrier.sType = VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER_2;
+    barrier.srcStageMask = texture.use.stage;
+    barrier.srcAccessMask = texture.use.written;
+    barrier.oldLayout = discard ? VK_IMAGE_LAYOUT_UNDEFINED : texture.use.layout;
+    barrier.newLayout = layout;
+    barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
+    barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
+    barrier.image = texture.image;
+    barrier.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
+    return barrier;
+}
+
+VkBufferMemoryBarrier2 bufferBarrier(const HostBuffer& buffer)
+{
+    VkBufferMemoryBarrier2 barrier{};
+    barrier.sType = VK_STRUCTURE_TYPE_BUFFER_MEMORY_BARRIER_2;
+    barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
+    barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
+    barrier.buffer = buffer.buffer;
+    barrier.size = VK_WHOLE_SIZE;
+    return barrier;
+}
+
+VkDeviceSize alignedUp(VkDeviceSize value, VkDeviceSize alignment)
+{
+    return (value + alignment - 1) / alignment * alignment;
+}
+
+} // namespace
+
+bool Batch::begin(std::uint64_t value)
+{
+    value_ = value;
+    bytes = 0;
+    operations = 0;
+    barriers = 0;
+    chunk_ = 0;
+    chunkUsed_ = 0;
+    descriptorPool_ = 0;
+    for (VkDescriptorPool pool : descriptorPools_) {
+        vkResetDescriptorPool(device_.handle(), pool, 0);
+    }
+    if (pool_ == nullptr) {
+        VkCommandPoolCreateInfo info{};
+        info.sType = VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO;
+        info.flags = VK_COMMAND_POOL_CREATE_TRANSIENT_BIT;
+        info.queueFamilyIndex = device_.queueFamily();
+        if (!device_.succeeded(vkCreateCommandPool(device_.handle(), &info, nullptr, &pool_),
+                               "creating a command pool")) {
+            pool_ = nullptr;
+            return false;
+        }
+    } else if (!device_.succeeded(vkResetCommandPool(device_.handle(), pool_, 0), "resetting commands")) {
+        return false;
+    }
+    if (commands_ == nullptr) {
+        VkCommandBufferAllocateInfo info{};
+        info.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_ALLOCATE_INFO;
+        info.commandPool = pool_;
+        info.level = VK_COMMAND_BUFFER_LEVEL_PRIMARY;
+        info.commandBufferCount = 1;
+        if (!device_.succeeded(vkAllocateCommandBuffers(device_.handle(), &info, &commands_),
+                               "allocating a command buffer")) {
+            commands_ = nullptr;
+            return false;
+        }
+    }
+    VkCommandBufferBeginInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO;
+    info.flags = VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT;
+    return device_.succeeded(vkBeginCommandBuffer(commands_, &info), "beginning commands");
+}
+
+bool Batch::end()
+{
+    return device_.succeeded(vkEndCommandBuffer(commands_), "ending commands");
+}
+
+void Batch::destroy()
+{
+    for (UniformChunk& chunk : chunks_) {
+        vkDestroyBuffer(device_.handle(), chunk.buffer, nullptr);
+        memory_.free(chunk.memory);
+    }
+    for (VkDescriptorPool pool : descriptorPools_) {
+        vkDestroyDescriptorPool(device_.handle(), pool, nullptr);
+    }
+    vkDestroyCommandPool(device_.handle(), pool_, nullptr);
+    chunks_.clear();
+    descriptorPools_.clear();
+    pool_ = nullptr;
+    commands_ = nullptr;
+}
+
+bool Batch::addUniformChunk(VkDeviceSize bytes_)
+{
+    UniformChunk chunk;
+    chunk.bytes = std::max(uniformChunkBytes, bytes_);
+    if (!device_.succeeded(createBuffer(device_, memory_, chunk.bytes, VK_BUFFER_USAGE_UNIFORM_BUFFER_BIT,
+                                        MemoryUse::Uniform, chunk.buffer, chunk.memory),
+                           "allocating memory for parameters")) {
+        return false;
+    }
+    chunks_.push_back(chunk);
+    return true;
+}
+
+bool Batch::uniform(std::span<const std::byte> data, VkDescriptorBufferInfo& info)
+{
+    VkDeviceSize offset = alignedUp(chunkUsed_, device_.limits().minUniformBufferOffsetAlignment);
+    while (chunk_ < chunks_.size() && offset + data.size() > chunks_[chunk_].bytes) {
+        ++chunk_;
+        offset = 0;
+    }
+    if (chunk_ == chunks_.size() && !addUniformChunk(data.size())) {
+        chunkUsed_ = 0;
+        return false;
+    }
+    std::memcpy(static_cast<std::byte*>(chunks_[chunk_].memory.mapped) + offset, data.data(), data.size());
+    chunkUsed_ = offset + data.size();
+    info = {chunks_[chunk_].buffer, offset, data.size()};
+    return true;
+}
+
+bool Batch::addDescriptorPool()
+{
+    const std::array<VkDescriptorPoolSize, 2> sizes{{
+        {VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER, setsPerPool},
+        {VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, samplersPerPool},
+    }};
+    VkDescriptorPoolCreateInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO;
+    info.maxSets = setsPerPool;
+    info.poolSizeCount = static_cast<std::uint32_t>(sizes.size());
+    info.pPoolSizes = sizes.data();
+    VkDescriptorPool pool = nullptr;
+    if (!device_.succeeded(vkCreateDescriptorPool(device_.handle(), &info, nullptr, &pool),
+                           "creating a descriptor pool")) {
+        return false;
+    }
+    descriptorPools_.push_back(pool);
+    return true;
+}
+
+VkDescriptorSet Batch::descriptorSet(VkDescriptorSetLayout layout)
+{
+    VkDescriptorSetAllocateInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO;
+    info.descriptorSetCount = 1;
+    info.pSetLayouts = &layout;
+    for (bool fresh = false;;) {
+        if (descriptorPool_ == descriptorPools_.size()) {
+            if (fresh || !addDescriptorPool()) {
+                return nullptr;
+            }
+            fresh = true;
+        }
+        info.descriptorPool = descriptorPools_[descriptorPool_];
+        VkDescriptorSet set = nullptr;
+        if (vkAllocateDescriptorSets(device_.handle(), &info, &set) == VK_SUCCESS) {
+            return set;
+        }
+        ++descriptorPool_;
+    }
+}
+
+void Batch::use(Texture& texture, const Use& next)
+{
+    texture.lastUse.store(value_, std::memory_order_relaxed);
+    if (!next.writes && texture.use.layout == next.layout) {
+        return;
+    }
+    VkImageMemoryBarrier2 barrier = imageBarrier(texture, next.layout, next.discard);
+    barrier.dstStageMask = next.stage;
+    barrier.dstAccessMask = next.access;
+    imageBarriers_.push_back(barrier);
+    texture.use = {next.layout, next.stage, next.writes ? next.access : VK_ACCESS_2_NONE};
+}
+
+void Batch::sample(Texture& texture)
+{
+    use(texture, {VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL, VK_PIPELINE_STAGE_2_FRAGMENT_SHADER_BIT,
+                  VK_ACCESS_2_SHADER_SAMPLED_READ_BIT, false, false});
+}
+
+void Batch::renderTo(Texture& texture, bool discard)
+{
+    use(texture,
+        {VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL, VK_PIPELINE_STAGE_2_COLOR_ATTACHMENT_OUTPUT_BIT,
+         VK_ACCESS_2_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_2_COLOR_ATTACHMENT_WRITE_BIT, true, discard});
+}
+
+void Batch::copyFrom(Texture& texture)
+{
+    use(texture,
+        {VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, copyStage, VK_ACCESS_2_TRANSFER_READ_BIT, false, false});
+}
+
+void Batch::copyTo(Texture& texture)
+{
+    use(texture,
+        {VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, copyStage, VK_ACCESS_2_TRANSFER_WRITE_BIT, true, true});
+}
+
+void Batch::copyFrom(HostBuffer& buffer)
+{
+    buffer.lastUse.store(value_, std::memory_order_relaxed);
+    buffer.use.stage = copyStage;
+}
+
+void Batch::copyTo(HostBuffer& buffer)
+{
+    buffer.lastUse.store(value_, std::memory_order_relaxed);
+    buffer.lastWrite.store(value_, std::memory_order_relaxed);
+    if (buffer.use.stage != VK_PIPELINE_STAGE_2_NONE) {
+        VkBufferMemoryBarrier2 barrier = bufferBarrier(buffer);
+        barrier.srcStageMask = copyStage;
+        barrier.dstStageMask = copyStage;
+        barrier.dstAccessMask = VK_ACCESS_2_TRANSFER_WRITE_BIT;
+        bufferBarriers_.push_back(barrier);
+    }
+}
+
+void Batch::publish(HostBuffer& buffer)
+{
+    VkBufferMemoryBarrier2 barrier = bufferBarrier(buffer);
+    barrier.srcStageMask = copyStage;
+    barrier.srcAccessMask = VK_ACCESS_2_TRANSFER_WRITE_BIT;
+    barrier.dstStageMask = VK_PIPELINE_STAGE_2_HOST_BIT | copyStage;
+    barrier.dstAccessMask =
+        VK_ACCESS_2_HOST_READ_BIT | VK_ACCESS_2_TRANSFER_READ_BIT | VK_ACCESS_2_TRANSFER_WRITE_BIT;
+    bufferBarriers_.push_back(barrier);
+    buffer.use.stage = VK_PIPELINE_STAGE_2_NONE;
+    flush();
+}
+
+void Batch::flush()
+{
+    if (imageBarriers_.empty() && bufferBarriers_.empty()) {
+        return;
+    }
+    VkDependencyInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_DEPENDENCY_INFO;
+    info.imageMemoryBarrierCount = static_cast<std::uint32_t>(imageBarriers_.size());
+    info.pImageMemoryBarriers = imageBarriers_.data();
+    info.bufferMemoryBarrierCount = static_cast<std::uint32_t>(bufferBarriers_.size());
+    info.pBufferMemoryBarriers = bufferBarriers_.data();
+    vkCmdPipelineBarrier2(commands_, &info);
+    barriers += imageBarriers_.size() + bufferBarriers_.size();
+    imageBarriers_.clear();
+    bufferBarriers_.clear();
+}
+
+} // namespace Qx::Host::Vulkan

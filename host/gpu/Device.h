@@ -1,0 +1,107 @@
+#pragma once
+
+#include "host/gpu/GPUOptions.h"
+
+#include <vulkan/vulkan_core.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Qx::Host::Vulkan {
+
+/// Writes a line to the host's log.
+void report(const std::string& line);
+
+/// Makes the device misbehave, for tests.
+struct FaultInjection
+{
+    /// So many allocations of device memory still succeed before `failures` of them fail.
+    std::atomic<std::uint64_t> allocationsBeforeFailure{0};
+    std::atomic<std::uint64_t> failures{0};
+
+    /// True when this allocation is to fail.
+    bool takeAllocation();
+};
+
+/// The Vulkan instance, with the validation layer when it is wanted.
+class Instance
+{
+public:
+    /// Null, and says why in `failure`, when there is no usable Vulkan on this machine.
+    static std::unique_ptr<Instance> create(bool validation, std::string& failure);
+    ~Instance() { close(); }
+    Instance(const Instance&) = delete;
+    Instance& operator=(const Instance&) = delete;
+
+    /// Destroys the Vulkan instance; the object stays to be asked for its counts.
+    void close();
+
+    VkInstance handle() const { return instance_; }
+    std::vector<VkPhysicalDevice> physicalDevices() const;
+    bool isValidating() const { return messenger_ != nullptr; }
+    std::uint64_t validationMessages() const { return validationMessages_; }
+
+private:
+    Instance() = default;
+    static VkBool32 VKAPI_CALL onMessage(VkDebugUtilsMessageSeverityFlagBitsEXT severity,
+                                         VkDebugUtilsMessageTypeFlagsEXT types,
+                                         const VkDebugUtilsMessengerCallbackDataEXT* data, void* self);
+
+    VkInstance instance_ = nullptr;
+    VkDebugUtilsMessengerEXT messenger_ = nullptr;
+    std::atomic<std::uint64_t> validationMessages_{0};
+};
+
+DeviceDescription describe(VkPhysicalDevice physical, std::uint32_t index);
+
+/// The logical device and what everything needs to know of it.
+///
+/// All members may be used from any thread; only the recorder touches the queue.
+class Device
+{
+public:
+    static std::unique_ptr<Device> create(VkPhysicalDevice physical, std::string& failure);
+    ~Device() { close(); }
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+
+    /// Destroys the Vulkan device; the object stays to be asked for what it was.
+    void close();
+
+    VkDevice handle() const { return device_; }
+    VkPhysicalDevice physical() const { return physical_; }
+    VkQueue queue() const { return queue_; }
+    std::uint32_t queueFamily() const { return queueFamily_; }
+    VkPipelineCache pipelineCache() const { return pipelineCache_; }
+    const VkPhysicalDeviceLimits& limits() const { return limits_; }
+    const VkPhysicalDeviceMemoryProperties& memory() const { return memory_; }
+    std::uint64_t largestHeap() const;
+
+    /// True for VK_SUCCESS. Anything else is written to the log as the failure of `what`, and a lost device
+    /// is lost from then on.
+    bool succeeded(VkResult result, const char* what);
+
+    bool isLost() const { return lost_.load(std::memory_order_acquire); }
+    void markLost(const std::string& reason);
+
+    FaultInjection& faults() { return faults_; }
+
+private:
+    Device() = default;
+
+    VkPhysicalDevice physical_ = nullptr;
+    VkDevice device_ = nullptr;
+    VkQueue queue_ = nullptr;
+    std::uint32_t queueFamily_ = 0;
+    VkPipelineCache pipelineCache_ = nullptr;
+    VkPhysicalDeviceLimits limits_{};
+    VkPhysicalDeviceMemoryProperties memory_{};
+    std::atomic<bool> lost_{false};
+    FaultInjection faults_;
+};
+
+} // namespace Qx::Host::Vulkan

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace Qx::Host {
+
+/// How the GPU service starts. Zero numbers stand for the defaults that are named here.
+struct GPUOptions
+{
+    /// Part of a device's name, letter case aside, or its index in listDevices(). Empty: a GPU before a
+    /// software device. The environment variable QX_DEVICE, when it is set and not empty, goes first.
+    std::string device;
+
+    /// Vulkan's validation layer watches every call; its messages go to the log and are counted. The
+    /// environment variable QX_VULKAN_VALIDATION=1 turns it on too.
+    bool validation = false;
+
+    /// Bytes of images that recorded and submitted work may touch before callers wait for the device.
+    /// Default: the smaller of 512 MiB and a quarter of the device's largest heap.
+    std::uint64_t inFlightBytes = 0;
+
+    /// Bytes of released images that are kept for the next ones, host and GPU memory each. Default: as above.
+    std::uint64_t poolBytes = 0;
+
+    /// How long shutdown() waits for callers and for the device.
+    std::chrono::milliseconds shutdownLimit{10'000};
+
+    /// A device on which nothing finishes for so long while somebody waits for it counts as lost.
+    std::chrono::milliseconds stallLimit{60'000};
+};
+
+/// One Vulkan device of this machine.
+struct DeviceDescription
+{
+    std::string name;
+    std::string type;   ///< "discrete GPU", "integrated GPU", "virtual GPU", "software" or "other"
+    std::string driver; ///< the driver's name and version
+    std::uint32_t index = 0;
+    bool software = false;   ///< it computes on the processor
+    bool chosen = false;     ///< the one that the service runs on
+    std::string unsupported; ///< what the service needs and the device lacks; empty when it can be used
+};
+
+/// What the service holds and has done. A snapshot: other threads go on while it is taken.
+struct GPUStatistics
+{
+    std::uint64_t inFlightBytes = 0;      ///< counted against GPUOptions::inFlightBytes
+    std::uint64_t inFlightLimit = 0;      ///< the bound in force
+    std::uint64_t idleImageBytes = 0;     ///< released GPU images kept in the pool
+    std::uint64_t idleHostBytes = 0;      ///< released host images kept in the pool
+    std::uint64_t liveImageBytes = 0;     ///< GPU images in use
+    std::uint64_t liveHostBytes = 0;      ///< host images in use
+    std::uint64_t imagesCreated = 0;      ///< GPU images that did not come from the pool
+    std::uint64_t hostImagesCreated = 0;  ///< host images that did not come from the pool
+    std::uint64_t memoryAllocations = 0;  ///< allocations of device memory since the start
+    std::uint64_t batchesSubmitted = 0;   ///< submissions to the device's queue
+    std::uint64_t draws = 0;              ///< passes and primitives recorded
+    std::uint64_t barriers = 0;           ///< image and buffer barriers recorded
+    std::uint64_t validationMessages = 0; ///< warnings and errors of the validation layer
+};
+
+} // namespace Qx::Host

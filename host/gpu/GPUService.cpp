@@ -1,0 +1,295 @@
+#include "host/gpu/GPUService.h"
+
+#include "host/gpu/DeviceChoice.h"
+#include "host/gpu/EffectFiles.h"
+#include "host/gpu/Images.h"
+#include "host/gpu/ShaderEffect.h"
+
+#include <cstdlib>
+
+namespace Qx::Host {
+
+namespace {
+
+std::string environment(const char* name)
+{
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nobody sets variables
+    return value != nullptr ? value : "";
+}
+
+/// Runs `function` with a context whose device works, as one operation; `Result()` when there is none.
+template <class Result, class Function>
+Result operate(const std::shared_ptr<Vulkan::Context>& context, Function&& function)
+{
+    return Vulkan::guarded(Result(), [&]() -> Result {
+        if (context == nullptr) {
+            return {};
+        }
+        const Vulkan::Operation operation(*context);
+        return operation ? function(*context) : Result();
+    });
+}
+
+std::string announcement(const DeviceDescription& device)
+{
+    const std::string name =
+        "GPU: using \"" + device.name + "\" (" + device.type + ", " + device.driver + ")";
+    return device.software ? name + ". This is a SOFTWARE device: everything runs on the processor, slowly"
+                           : name;
+}
+
+} // namespace
+
+GPUService::~GPUService()
+{
+    shutdown();
+}
+
+bool GPUService::configure(const GPUOptions& options)
+{
+    const std::lock_guard lock(mutex_);
+    if (!started_) {
+        options_ = options;
+    }
+    return !started_;
+}
+
+void GPUService::startLocked()
+{
+    started_ = true;
+    const bool validation = options_.validation || environment("QX_VULKAN_VALIDATION") == "1";
+    auto instance = Vulkan::Instance::create(validation, failure_);
+    if (instance == nullptr) {
+        return;
+    }
+    const std::vector<VkPhysicalDevice> physical = instance->physicalDevices();
+    for (std::uint32_t i = 0; i < physical.size(); ++i) {
+        devices_.push_back(Vulkan::describe(physical[i], i));
+    }
+    const std::string fromEnvironment = environment("QX_DEVICE");
+    const DeviceChoice choice =
+        fromEnvironment.empty()
+            ? chooseDevice(devices_, options_.device, "the setting")
+            : chooseDevice(devices_, fromEnvironment, "the environment variable QX_DEVICE");
+    if (!choice.index) {
+        failure_ = choice.failure;
+        return;
+    }
+    auto device = Vulkan::Device::create(physical[*choice.index], failure_);
+    if (device == nullptr) {
+        return;
+    }
+    context_ = Vulkan::Context::create(std::move(instance), std::move(device), options_, failure_);
+    if (context_ != nullptr) {
+        devices_[*choice.index].chosen = true;
+        Vulkan::report(announcement(devices_[*choice.index]));
+    }
+}
+
+std::shared_ptr<Vulkan::Context> GPUService::context()
+{
+    const std::lock_guard lock(mutex_);
+    if (!started_ && !shutDown_) {
+        try {
+            startLocked();
+        } catch (const std::exception& e) {
+            failure_ = std::string("The GPU service could not start: ") + e.what();
+        }
+        if (context_ == nullptr) {
+            Vulkan::report("GPU: " + failure_);
+        }
+    }
+    return context_;
+}
+
+bool GPUService::start()
+{
+    return context() != nullptr;
+}
+
+std::string GPUService::failure()
+{
+    context();
+    const std::lock_guard lock(mutex_);
+    return failure_;
+}
+
+std::vector<DeviceDescription> GPUService::listDevices()
+{
+    context();
+    const std::lock_guard lock(mutex_);
+    return devices_;
+}
+
+void GPUService::shutdown()
+{
+    std::shared_ptr<Vulkan::Context> context;
+    {
+        const std::lock_guard lock(mutex_);
+        shutDown_ = true;
+        context = context_;
+    }
+    if (context != nullptr) {
+        Vulkan::guarded(false, [&] {
+            context->shutdown(options_.shutdownLimit);
+            return true;
+        });
+    }
+}
+
+GPUStatistics GPUService::statistics()
+{
+    const std::lock_guard lock(mutex_);
+    return context_ != nullptr ? context_->statistics() : GPUStatistics();
+}
+
+void GPUService::trim()
+{
+    operate<bool>(context(), [](Vulkan::Context& context) {
+        const std::uint64_t completed = context.recorder().completed();
+        context.textures().trim(0, completed);
+        context.hostBuffers().trim(0, completed);
+        return true;
+    });
+}
+
+bool GPUService::isValidating()
+{
+    const std::lock_guard lock(mutex_);
+    return context_ != nullptr && context_->instance().isValidating();
+}
+
+bool GPUService::isLost()
+{
+    const std::lock_guard lock(mutex_);
+    return context_ != nullptr && context_->device().isLost();
+}
+
+void GPUService::failAllocations(std::uint64_t before, std::uint64_t failures)
+{
+    if (const auto context = this->context()) {
+        context->device().faults().allocationsBeforeFailure = before;
+        context->device().faults().failures = failures;
+    }
+}
+
+void GPUService::loseDevice()
+{
+    if (const auto context = this->context()) {
+        context->device().markLost("by a test");
+    }
+}
+
+Qx::Ptr<iShaderEffect> GPUService::loadEffectFile(const LightweightString<wchar_t>& path,
+                                                  const Definitions& definitions)
+{
+    return compileEffectFile(path, definitions).effect;
+}
+
+EffectCompileResult GPUService::compileEffectFile(const LightweightString<wchar_t>& path,
+                                                  const Definitions& definitions)
+{
+    return Vulkan::guarded(EffectCompileResult(), [&] {
+        EffectCompileResult result;
+        EffectCompilation compilation = compileFile(path, definitions);
+        if (compilation.effect != nullptr) {
+            const std::shared_ptr<Vulkan::Context> context = this->context();
+            const auto program =
+                operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
+                    return Vulkan::EffectProgram::create(device.shared_from_this(), compilation.effect,
+                                                         compilation.messages);
+                });
+            if (program != nullptr) {
+                result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);
+            } else if (compilation.messages.empty()) {
+                compilation.messages = "error: there is no GPU device to run the effect on\n";
+            }
+        }
+        result.errors = compilation.messages.c_str();
+        return result;
+    });
+}
+
+Qx::Ptr<iGPUComputeContext> GPUService::createComputeContext(int kind)
+{
+    return operate<Qx::Ptr<iGPUComputeContext>>(
+        context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUComputeContext> {
+            if (kind != 0) {
+                return {};
+            }
+            return Qx::makePtr<Vulkan::ComputeContext>(context.shared_from_this());
+        });
+}
+
+Qx::Ptr<iGPUImage> GPUService::createGPUImage(XY<int> size, iGPUImage::eFormat format)
+{
+    return operate<Qx::Ptr<iGPUImage>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage> {
+        return Vulkan::makeGPUImage(context, size, format);
+    });
+}
+
+Qx::Ptr<iHostImage> GPUService::createHostImage(XY<int> size, iGPUImage::eFormat format)
+{
+    return operate<Qx::Ptr<iHostImage>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage> {
+        return Vulkan::makeHostImage(context, size, format);
+    });
+}
+
+Qx::Ptr<iGPUImage> GPUService::uploadImage(Qx::Ptr<iHostImage> image, int)
+{
+    return operate<Qx::Ptr<iGPUImage>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage> {
+        auto* source = dynamic_cast<Vulkan::HostImage*>(image.get());
+        if (source == nullptr || &source->context() != &context) {
+            return {};
+        }
+        return Vulkan::upload(context, *source);
+    });
+}
+
+Qx::Ptr<iHostImage> GPUService::downloadImage(Qx::Ptr<iGPUImage> image)
+{
+    return operate<Qx::Ptr<iHostImage>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage> {
+        auto* source = dynamic_cast<Vulkan::GPUImage*>(image.get());
+        if (source == nullptr || &source->context() != &context) {
+            return {};
+        }
+        return Vulkan::download(context, *source);
+    });
+}
+
+Qx::Ptr<iHostImage3D> GPUService::createHostImage3D(int size)
+{
+    return operate<Qx::Ptr<iHostImage3D>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage3D> {
+        if (!Vulkan::isSupported3D(context, size)) {
+            return {};
+        }
+        return Vulkan::HostImage3D::create(size);
+    });
+}
+
+Qx::Ptr<iGPUImage3D> GPUService::upload3DImage(Qx::Ptr<iHostImage3D> image)
+{
+    return operate<Qx::Ptr<iGPUImage3D>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage3D> {
+        if (!image || !Vulkan::isSupported3D(context, image->getSize())) {
+            return {};
+        }
+        return Vulkan::upload(context, *image);
+    });
+}
+
+Qx::Ptr<iFont> GPUService::createFont(const LightweightString<wchar_t>&, int, int)
+{
+    Vulkan::guarded(false, [] {
+        Vulkan::report("GPU: fonts are not available in this version of the host");
+        return true;
+    });
+    return {};
+}
+
+GPUService& gpuService()
+{
+    static GPUService& service = *new GPUService;
+    return service;
+}
+
+} // namespace Qx::Host

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "host/gpu/GPUOptions.h"
+#include "platform/Api.h"
+#include "platform/GPUService.h"
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace Qx::Host {
+
+namespace Vulkan {
+class Context;
+struct FaultInjection;
+} // namespace Vulkan
+
+/// The GPU service on Vulkan 1.3.
+///
+/// It starts its device at the first use; when it finds none that it can use, every operation fails and
+/// failure() says why. Which device it took goes to the host's log. Any thread may call it.
+///
+/// An effect's parameter whose semantic the host fills refuses values. A coordinate set that no source sets
+/// spans its whole input. Without shutdown() nothing of Vulkan
+/// runs at the end of the process; after it operations fail, and what is still held is safe to release.
+class QX_API GPUService final : public iGPUService
+{
+public:
+    GPUService() = default;
+    explicit GPUService(GPUOptions options) : options_(std::move(options)) {}
+    ~GPUService();
+    GPUService(const GPUService&) = delete;
+    GPUService& operator=(const GPUService&) = delete;
+
+    /// Sets the options; false when the service has started already.
+    bool configure(const GPUOptions& options);
+
+    /// Starts the service unless it has been; whether there is a device to work with.
+    bool start();
+
+    /// Why there is no device, for people; empty when there is one.
+    std::string failure();
+
+    /// The machine's devices, with the chosen one marked.
+    std::vector<DeviceDescription> listDevices();
+
+    /// Lets callers and the device finish, within GPUOptions::shutdownLimit, and closes the device.
+    void shutdown();
+
+    GPUStatistics statistics();
+
+    /// Destroys released images that are kept for reuse.
+    void trim();
+
+    /// Whether Vulkan's validation layer watches.
+    bool isValidating();
+
+    /// The device was lost; every operation fails from then on.
+    bool isLost();
+
+    /// For tests: makes the next allocations of device memory fail, after `before` that succeed.
+    void failAllocations(std::uint64_t before, std::uint64_t failures);
+    /// For tests: the device is lost from now on.
+    void loseDevice();
+
+    Qx::Ptr<iShaderEffect> loadEffectFile(const LightweightString<wchar_t>& path,
+                                          const Definitions& definitions) override;
+    EffectCompileResult compileEffectFile(const LightweightString<wchar_t>& path,
+                                          const Definitions& definitions) override;
+    Qx::Ptr<iGPUComputeContext> createComputeContext(int kind) override;
+    Qx::Ptr<iGPUImage> createGPUImage(XY<int> size, iGPUImage::eFormat format) override;
+    Qx::Ptr<iHostImage> createHostImage(XY<int> size, iGPUImage::eFormat format) override;
+    Qx::Ptr<iGPUImage> uploadImage(Qx::Ptr<iHostImage> image, int options) override;
+    Qx::Ptr<iHostImage> downloadImage(Qx::Ptr<iGPUImage> image) override;
+    Qx::Ptr<iHostImage3D> createHostImage3D(int size) override;
+    Qx::Ptr<iGPUImage3D> upload3DImage(Qx::Ptr<iHostImage3D> image) override;
+    Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>& typeface, int size, int style) override;
+
+private:
+    std::shared_ptr<Vulkan::Context> context();
+    void startLocked();
+
+    std::mutex mutex_; // guards all below
+    GPUOptions options_;
+    bool started_ = false;
+    bool shutDown_ = false;
+    std::string failure_;
+    std::vector<DeviceDescription> devices_;
+    std::shared_ptr<Vulkan::Context> context_;
+};
+
+/// The process's service. Constructed at the first use and never destroyed.
+QX_API GPUService& gpuService();
+
+} // namespace Qx::Host

@@ -1,0 +1,398 @@
+#include "host/gpu/ShaderEffect.h"
+
+#include "host/gpu/Areas.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace Qx::Host::Vulkan {
+
+namespace {
+
+using Parameter = CompiledEffect::Parameter;
+using SystemUniforms = CompiledEffect::SystemUniforms;
+using Textures = std::vector<Texture*>; // by the effect's texture index; null when nothing is bound
+
+constexpr std::size_t rowBytes = 16; // std140: array elements and matrix rows start on a float4
+
+std::size_t componentCount(const Parameter& parameter)
+{
+    return std::size_t{parameter.rows} * parameter.columns * std::max(parameter.elements, 1U);
+}
+
+std::size_t componentOffset(const Parameter& parameter, std::size_t component)
+{
+    if (parameter.rows == 1 && parameter.elements == 0) {
+        return component * sizeof(float);
+    }
+    return component / parameter.columns * rowBytes + component % parameter.columns * sizeof(float);
+}
+
+std::int32_t toInteger(float value)
+{
+    constexpr float beyond = 2147483648.0F;
+    if (std::isnan(value)) {
+        return 0;
+    }
+    if (value >= beyond) {
+        return std::numeric_limits<std::int32_t>::max();
+    }
+    return value < -beyond ? std::numeric_limits<std::int32_t>::min() : static_cast<std::int32_t>(value);
+}
+
+void writeComponent(std::vector<std::byte>& uniforms, const Parameter& parameter, std::size_t component,
+                    float value)
+{
+    const std::size_t at = parameter.offset + componentOffset(parameter, component);
+    if (at + sizeof(float) > uniforms.size()) {
+        return;
+    }
+    if (parameter.type == CompiledEffect::ScalarType::Float) {
+        std::memcpy(uniforms.data() + at, &value, sizeof value);
+        return;
+    }
+    const std::int32_t number =
+        parameter.type == CompiledEffect::ScalarType::Bool ? (value != 0.0F ? 1 : 0) : toInteger(value);
+    std::memcpy(uniforms.data() + at, &number, sizeof number);
+}
+
+void writeAll(std::vector<std::byte>& uniforms, const Parameter& parameter, std::array<float, 3> values)
+{
+    const std::size_t count = std::min(componentCount(parameter), values.size());
+    for (std::size_t i = 0; i < count; ++i) {
+        writeComponent(uniforms, parameter, i, values.at(i));
+    }
+}
+
+std::array<float, 3> sizeOf(const Texture& texture)
+{
+    return {static_cast<float>(texture.key.width), static_cast<float>(texture.key.height),
+            static_cast<float>(texture.key.depth)};
+}
+
+std::size_t textureIndex(const CompiledEffect& effect, std::string_view name)
+{
+    const auto found = std::find_if(effect.textures.begin(), effect.textures.end(),
+                                    [name](const auto& texture) { return texture.name == name; });
+    return static_cast<std::size_t>(found - effect.textures.begin());
+}
+
+Textures bind(Context& context, const CompiledEffect& effect,
+              const Qx::Vector<iShaderEffect::Source>& sources)
+{
+    Textures textures(effect.textures.size(), nullptr);
+    for (const iShaderEffect::Source& source : sources) {
+        const std::size_t index = textureIndex(effect, source.name.c_str());
+        if (index < textures.size()) {
+            textures[index] = textureOf(context, source.resource.get());
+        }
+    }
+    return textures;
+}
+
+void fillBySemantic(std::vector<std::byte>& uniforms, const CompiledEffect& effect, const Textures& textures,
+                    const Texture& target)
+{
+    for (const Parameter& parameter : effect.parameters) {
+        const std::size_t index = textureIndex(effect, parameter.semanticTexture);
+        const Texture* texture = index < textures.size() ? textures[index] : nullptr;
+        switch (parameter.semantic) {
+        case CompiledEffect::Semantic::None:
+            break;
+        case CompiledEffect::Semantic::TextureSize:
+            writeAll(uniforms, parameter, texture != nullptr ? sizeOf(*texture) : std::array<float, 3>{});
+            break;
+        case CompiledEffect::Semantic::TextureMaxCode: {
+            const float code = texture != nullptr ? maxCode(texture->key.format) : 0.0F;
+            writeAll(uniforms, parameter, {code, code, code});
+            break;
+        }
+        case CompiledEffect::Semantic::TargetSize:
+            writeAll(uniforms, parameter, sizeOf(target));
+            break;
+        case CompiledEffect::Semantic::TargetMaxCode: {
+            const float code = maxCode(target.key.format);
+            writeAll(uniforms, parameter, {code, code, code});
+            break;
+        }
+        }
+    }
+}
+
+void fillSystem(std::vector<std::byte>& uniforms, const RectangleOf<float>& area,
+                const Qx::Vector<iShaderEffect::Source>& sources)
+{
+    SystemUniforms system;
+    system.area = {area.x0, area.y0, 1.0F / (area.x1 - area.x0), 1.0F / (area.y1 - area.y0)};
+    system.texCoords.fill({0.0F, 0.0F, 1.0F, 1.0F});
+    for (std::size_t i = 0; i < std::min(sources.size(), SystemUniforms::maxTexCoords); ++i) {
+        system.texCoords.at(i) = sources[i].texCoords;
+    }
+    std::memcpy(uniforms.data(), &system, sizeof system);
+}
+
+/// What stops the passes from being drawn; empty when nothing does.
+std::string obstacle(const CompiledEffect& effect, std::size_t technique,
+                     const std::vector<PassProgram>& passes, const Textures& textures, const Texture& target)
+{
+    for (std::size_t p = 0; p < passes.size(); ++p) {
+        const CompiledEffect::Pass& pass = effect.techniques[technique].passes[p];
+        for (std::size_t i = 0; i < pass.samplers.size(); ++i) {
+            const std::uint32_t index = effect.samplers[pass.samplers[i]].texture;
+            const Texture* texture = textures.at(index);
+            const std::string name = "texture \"" + effect.textures[index].name + "\"";
+            if (texture == nullptr) {
+                return name + " is not bound";
+            }
+            if (texture == &target) {
+                return name + " is the target itself";
+            }
+            if ((texture->key.depth > 0 ? 3U : 2U) != passes[p].dimensions[i]) {
+                return name + " needs an image of " + std::to_string(passes[p].dimensions[i]) + " dimensions";
+            }
+        }
+    }
+    return {};
+}
+
+VkDescriptorSet describe(Batch& batch, Device& device, const CompiledEffect& effect,
+                         const CompiledEffect::Pass& pass, const PassProgram& program,
+                         const Textures& textures, const VkDescriptorBufferInfo& uniforms)
+{
+    VkDescriptorSet set = batch.descriptorSet(program.setLayout);
+    if (set == nullptr) {
+        return nullptr;
+    }
+    std::vector<VkDescriptorImageInfo> images(pass.samplers.size());
+    std::vector<VkWriteDescriptorSet> writes(1 + pass.samplers.size());
+    for (VkWriteDescriptorSet& write : writes) {
+        write.sType = VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET;
+        write.dstSet = set;
+        write.descriptorCount = 1;
+    }
+    writes[0].descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER;
+    writes[0].pBufferInfo = &uniforms;
+    for (std::size_t i = 0; i < pass.samplers.size(); ++i) {
+        const std::uint32_t sampler = pass.samplers[i];
+        images[i] = {program.samplers[i], textures[effect.samplers[sampler].texture]->sampled,
+                     VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL};
+        writes[1 + i].dstBinding = 1 + sampler;
+        writes[1 + i].descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
+        writes[1 + i].pImageInfo = &images[i];
+    }
+    vkUpdateDescriptorSets(device.handle(), static_cast<std::uint32_t>(writes.size()), writes.data(), 0,
+                           nullptr);
+    return set;
+}
+
+/// One draw of a technique, all of whose parts are known.
+struct Draw
+{
+    Context& context;
+    const CompiledEffect& effect;
+    const std::vector<CompiledEffect::Pass>& passes;
+    const std::vector<PassProgram>& programs;
+    const Textures& textures;
+    Texture& target;
+    VkRect2D pixels;
+    const std::vector<std::byte>& uniforms;
+
+    bool record(Batch& batch) const
+    {
+        VkDescriptorBufferInfo info;
+        if (!batch.uniform(uniforms, info)) {
+            return false;
+        }
+        std::vector<VkDescriptorSet> sets;
+        for (std::size_t p = 0; p < passes.size(); ++p) {
+            sets.push_back(describe(batch, context.device(), effect, passes[p], programs[p], textures, info));
+            if (sets.back() == nullptr) {
+                return false;
+            }
+        }
+        const bool replacesAll = coversAll(pixels, target) && !programs.front().discards;
+        prepare(batch, replacesAll);
+        beginDrawing(batch.commands(), target, pixels,
+                     replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
+        for (std::size_t p = 0; p < passes.size(); ++p) {
+            vkCmdBindPipeline(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS,
+                              pipelineFor(programs[p].pipelines, target.key.format));
+            vkCmdBindDescriptorSets(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, programs[p].layout, 0,
+                                    1, &sets[p], 0, nullptr);
+            vkCmdDraw(batch.commands(), 3, 1, 0, 0);
+        }
+        vkCmdEndRendering(batch.commands());
+        context.draws += passes.size();
+        return true;
+    }
+
+    void prepare(Batch& batch, bool replacesAll) const
+    {
+        for (const CompiledEffect::Pass& pass : passes) {
+            for (const std::uint32_t sampler : pass.samplers) {
+                batch.sample(*textures[effect.samplers[sampler].texture]);
+            }
+        }
+        batch.renderTo(target, replacesAll);
+        batch.flush();
+    }
+};
+
+} // namespace
+
+EffectState::EffectState(std::shared_ptr<EffectProgram> program) : program_(std::move(program))
+{
+    uniforms_.resize(std::max<std::size_t>(effect().uniformBytes, sizeof(SystemUniforms)));
+    for (const Parameter& parameter : effect().parameters) {
+        const std::size_t room = uniforms_.size() - std::min<std::size_t>(parameter.offset, uniforms_.size());
+        std::copy_n(parameter.defaultValue.begin(), std::min(parameter.defaultValue.size(), room),
+                    uniforms_.begin() + static_cast<std::ptrdiff_t>(uniforms_.size() - room));
+    }
+}
+
+bool EffectState::setTechnique(std::string_view name)
+{
+    const auto& techniques = effect().techniques;
+    const auto found = std::find_if(techniques.begin(), techniques.end(),
+                                    [name](const auto& technique) { return technique.name == name; });
+    if (found == techniques.end()) {
+        return false;
+    }
+    const std::lock_guard lock(mutex_);
+    technique_ = static_cast<std::size_t>(found - techniques.begin());
+    return true;
+}
+
+bool EffectState::setValues(const Parameter& parameter, const float* values, std::size_t count)
+{
+    if (values == nullptr || count != componentCount(parameter) ||
+        parameter.semantic != CompiledEffect::Semantic::None) {
+        return false;
+    }
+    const std::lock_guard lock(mutex_);
+    for (std::size_t i = 0; i < count; ++i) {
+        writeComponent(uniforms_, parameter, i, values[i]);
+    }
+    return true;
+}
+
+std::size_t EffectState::snapshot(std::vector<std::byte>& uniforms) const
+{
+    const std::lock_guard lock(mutex_);
+    uniforms = uniforms_;
+    return technique_;
+}
+
+bool EffectState::isNews(const std::string& text)
+{
+    const std::lock_guard lock(mutex_);
+    return told_.insert(text).second;
+}
+
+bool NumberParameter::setValue(float value)
+{
+    return guarded(false, [&] {
+        const std::vector<float> values(getComponentCount(), value);
+        return setValues(values.data(), values.size());
+    });
+}
+
+bool NumberParameter::setValues(const float* values, std::size_t count)
+{
+    return guarded(false, [&] { return state_->setValues(parameter_, values, count); });
+}
+
+std::size_t NumberParameter::getComponentCount() const
+{
+    return componentCount(parameter_);
+}
+
+bool ShaderEffect::setTechnique(const LightweightString<char>& name)
+{
+    return guarded(false, [&] { return state_->setTechnique(name.c_str()); });
+}
+
+Qx::Vector<LightweightString<char>> ShaderEffect::getTechniqueNames() const
+{
+    return guarded(Qx::Vector<LightweightString<char>>(), [&] {
+        Qx::Vector<LightweightString<char>> names;
+        for (const CompiledEffect::Technique& technique : state_->effect().techniques) {
+            names.emplace_back(technique.name.c_str());
+        }
+        return names;
+    });
+}
+
+Qx::Ptr<iShaderParam> ShaderEffect::getParam(const char* name)
+{
+    return guarded(Qx::Ptr<iShaderParam>(), [&]() -> Qx::Ptr<iShaderParam> {
+        if (name == nullptr) {
+            return {};
+        }
+        for (const Parameter& parameter : state_->effect().parameters) {
+            if (parameter.name == name) {
+                return Qx::makePtr<NumberParameter>(state_, parameter);
+            }
+        }
+        if (textureIndex(state_->effect(), name) < textures().size()) {
+            return Qx::makePtr<TextureParameter>();
+        }
+        return {};
+    });
+}
+
+bool ShaderEffect::fail(const std::string& reason)
+{
+    if (state_->isNews(reason)) {
+        report("GPU: an effect cannot be drawn: " + reason);
+    }
+    return false;
+}
+
+bool ShaderEffect::render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources)
+{
+    return guarded(false, [&] {
+        auto* image = dynamic_cast<GPUImage*>(target.get());
+        if (image == nullptr) {
+            return false;
+        }
+        const RectangleOf<float> all{0.0F, 0.0F, static_cast<float>(image->getSize().x),
+                                     static_cast<float>(image->getSize().y)};
+        return draw(*image, all, sources);
+    });
+}
+
+bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const Qx::Vector<Source>& sources)
+{
+    Context& context = state_->program().context();
+    const Operation operation(context);
+    if (!operation || &target.context() != &context) {
+        return false;
+    }
+    const CompiledEffect& effect = state_->effect();
+    if (effect.techniques.empty()) {
+        return fail("it has no technique");
+    }
+    std::vector<std::byte> uniforms;
+    const std::size_t technique = state_->snapshot(uniforms);
+    const std::vector<PassProgram>& programs = state_->program().passes(technique);
+    const Textures textures = bind(context, effect, sources);
+    const std::string reason = obstacle(effect, technique, programs, textures, target.texture());
+    if (!reason.empty()) {
+        return fail("technique \"" + effect.techniques[technique].name + "\": " + reason);
+    }
+    const VkRect2D pixels = pixelsInside(area, target.texture());
+    if (isEmpty(pixels) || programs.empty()) {
+        return true;
+    }
+    fillBySemantic(uniforms, effect, textures, target.texture());
+    fillSystem(uniforms, area, sources);
+    const Draw draw{context,  effect,   effect.techniques[technique].passes,
+                    programs, textures, target.texture(),
+                    pixels,   uniforms};
+    return context.recorder().record(target.texture().key.bytes(), Recorder::Submit::WhenDue,
+                                     [&draw](Batch& batch) { return draw.record(batch); }) != 0;
+}
+
+} // namespace Qx::Host::Vulkan

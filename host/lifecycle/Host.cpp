@@ -1,0 +1,101 @@
+#include "host/Host.h"
+
+#include "host/lifecycle/Commands.h"
+#include "host/lifecycle/GPUConnection.h"
+#include "host/lifecycle/Services.h"
+#include "host/lifecycle/ShutdownSequence.h"
+#include "host/lifecycle/StartArguments.h"
+#include "host/lifecycle/Watchdog.h"
+#include "host/log/HostLog.h"
+#include "host/settings/Settings.h"
+#include "host/tasks/TaskQueue.h"
+#include "platform/Log.h"
+
+#include <atomic>
+#include <string>
+#include <string_view>
+
+namespace Qx::Host {
+
+namespace {
+
+template <class CharT>
+LightweightString<CharT> shared(const std::basic_string<CharT>& text)
+{
+    return LightweightString<CharT>(std::basic_string_view<CharT>(text));
+}
+
+TaskInfo::eState stateOf(TaskState state)
+{
+    switch (state) {
+    case TaskState::Queued:
+        return TaskInfo::Queued;
+    case TaskState::Running:
+        return TaskInfo::Running;
+    case TaskState::Succeeded:
+        return TaskInfo::Succeeded;
+    case TaskState::Failed:
+        break;
+    }
+    return TaskInfo::Failed;
+}
+
+} // namespace
+
+void start(const StartOptions& options)
+{
+    HostLog::instance().setDebugOutput(!options.quiet);
+    setStartArguments(options.argc, options.argv);
+    ErrorLogLogger::loggingEnabled_ = Settings::instance().flag("timing_lines").value_or(false);
+    configureGPU(options.device);
+}
+
+void stop(Shutdown::eExitType exitType)
+{
+    static std::atomic<bool> stopped = false;
+    if (stopped.exchange(true)) {
+        return;
+    }
+    wakeSleepers();
+    shutdownSequence().run(exitType, closeTaskQueue);
+    shutDownGPU();
+    stopMonitor();
+    HostLog::instance().flush();
+}
+
+Vector<CommandInfo> listCommands()
+{
+    Vector<CommandInfo> commands;
+    for (const RegisteredCommand& command : registeredCommands()) {
+        commands.push_back({shared(command.name), shared(command.displayText), shared(command.description)});
+    }
+    return commands;
+}
+
+bool runCommand(const char* name)
+{
+    return name != nullptr && giveCommand(name);
+}
+
+Vector<TaskInfo> listTasks()
+{
+    Vector<TaskInfo> tasks;
+    for (const TaskReport& task : taskQueue().report()) {
+        tasks.push_back({shared(task.id), shared(task.description), stateOf(task.state),
+                         shared(task.progress.step), task.progress.fraction});
+    }
+    return tasks;
+}
+
+void holdBackTasks(bool hold)
+{
+    taskQueue().holdBack(hold);
+}
+
+LightweightString<char> textSetting(const char* key)
+{
+    const auto value = key != nullptr ? Settings::instance().text(key) : std::nullopt;
+    return value ? shared(*value) : LightweightString<char>();
+}
+
+} // namespace Qx::Host

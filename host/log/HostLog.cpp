@@ -1,0 +1,176 @@
+#include "host/log/HostLog.h"
+
+#include "host/core/Immortal.h"
+#include "host/settings/Directories.h"
+#include "host/settings/Settings.h"
+
+#include <spdlog/logger.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <locale.h>
+
+namespace Qx::Host {
+
+namespace {
+
+constexpr std::size_t largestFile = 4 << 20;
+constexpr std::size_t olderFiles = 2;
+
+void writeToStandardError(std::string_view text)
+{
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+std::shared_ptr<spdlog::logger> makeFileLogger(const std::filesystem::path& path)
+{
+    std::filesystem::create_directories(path.parent_path());
+    auto sink =
+        std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path.string(), largestFile, olderFiles);
+    auto logger = std::make_shared<spdlog::logger>("qxhost", std::move(sink));
+    logger->set_pattern("%Y-%m-%d %H:%M:%S.%e [%P] %v");
+    logger->flush_on(spdlog::level::info);                // whatever was logged before a crash is in the file
+    logger->set_error_handler([](const std::string&) {}); // a full disk is no reason to disturb the user
+    return logger;
+}
+
+/// The log file of the state directory; null, and a line on standard error, when it cannot be written.
+std::shared_ptr<spdlog::logger> openFile()
+{
+    const std::filesystem::path directory = userStateDirectory();
+    if (directory.empty()) {
+        return {};
+    }
+    const std::filesystem::path path = directory / "qxhost.log";
+    try {
+        return makeFileLogger(path);
+    } catch (const std::exception& error) {
+        writeToStandardError("The log file " + path.string() + " cannot be written (" + error.what() +
+                             "). Make its directory writable, or set QX_LOG_FILE=0.\n");
+    }
+    return {};
+}
+
+} // namespace
+
+HostLog& HostLog::instance()
+{
+    return immortal<HostLog>();
+}
+
+HostLog::HostLog() = default;
+
+// The lock is not held while the settings are read: they may have something to log.
+void HostLog::open(std::unique_lock<std::mutex>& lock)
+{
+    state_ = State::Opening;
+    lock.unlock();
+    const Settings& settings = Settings::unreported();
+    const bool alsoStandardError = settings.flag("log.stderr").value_or(false);
+    const bool wanted = settings.flag("log.file").value_or(true);
+    std::shared_ptr<spdlog::logger> file = wanted ? openFile() : nullptr;
+    lock.lock();
+    alsoStandardError_ = alsoStandardError;
+    file_ = std::move(file);
+    state_ = State::Open;
+}
+
+void HostLog::writeToFile(std::string_view text)
+{
+    unfinishedLine_ += text;
+    if (state_ == State::Opening) {
+        return;
+    }
+    if (!file_) {
+        unfinishedLine_.clear();
+        return;
+    }
+    std::size_t begin = 0;
+    for (std::size_t end; (end = unfinishedLine_.find('\n', begin)) != std::string::npos; begin = end + 1) {
+        file_->log(spdlog::level::info, spdlog::string_view_t(unfinishedLine_.data() + begin, end - begin));
+    }
+    unfinishedLine_.erase(0, begin);
+}
+
+void HostLog::writeTo(unsigned targets, std::string_view text)
+{
+    std::unique_lock lock(mutex_);
+    if (state_ == State::Closed) {
+        open(lock);
+    }
+    if ((targets & ToFile) != 0) {
+        writeToFile(text);
+    }
+    if ((targets & ToStandardError) != 0 || ((targets & ToFile) != 0 && alsoStandardError_)) {
+        writeToStandardError(text);
+    }
+}
+
+void HostLog::write(std::string_view text)
+{
+    writeTo(ToFile, text);
+}
+
+void HostLog::writeDebug(std::string_view text)
+{
+    const std::lock_guard lock(mutex_);
+    if (debugOutput_) {
+        writeToStandardError(text);
+    }
+}
+
+void HostLog::writeBoth(std::string_view text)
+{
+    bool shown = false;
+    {
+        const std::lock_guard lock(mutex_);
+        shown = debugOutput_;
+    }
+    writeTo(shown ? ToFile | ToStandardError : +ToFile, text);
+}
+
+void HostLog::writeUrgent(std::string_view text)
+{
+    writeTo(ToFile | ToStandardError, text);
+}
+
+void HostLog::setDebugOutput(bool shown)
+{
+    const std::lock_guard lock(mutex_);
+    debugOutput_ = shown;
+}
+
+void HostLog::flush()
+{
+    const std::lock_guard lock(mutex_);
+    if (!unfinishedLine_.empty()) {
+        writeToFile("\n");
+    }
+}
+
+std::string formatted(const char* format, std::va_list arguments)
+{
+    static const locale_t plain = newlocale(LC_NUMERIC_MASK, "C", nullptr);
+    const locale_t previous = plain != nullptr ? uselocale(plain) : nullptr;
+    std::va_list again;
+    va_copy(again, arguments);
+    std::string text;
+    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    if (length >= 0) {
+        text.resize(static_cast<std::size_t>(length));
+        std::vsnprintf(text.data(), text.size() + 1, format, again);
+    } else {
+        text = format; // an unprintable wide character, say: better than nothing
+    }
+    va_end(again);
+    if (previous != nullptr) {
+        uselocale(previous);
+    }
+    return text;
+}
+
+} // namespace Qx::Host

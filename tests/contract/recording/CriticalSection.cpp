@@ -1,0 +1,123 @@
+#include "platform/CriticalSection.h"
+
+#include "tests/contract/recording/RecordingHost.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+namespace {
+
+class ThreadCount
+{
+public:
+    void change(int by)
+    {
+        const std::lock_guard guard(lock_);
+        count_ += by;
+        changed_.notify_all();
+    }
+
+    bool waitFor(int count)
+    {
+        std::unique_lock guard(lock_);
+        return changed_.wait_for(guard, std::chrono::minutes(1), [&] { return count_ >= count; });
+    }
+
+private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    int count_ = 0;
+};
+
+ThreadCount blockedThreads;
+
+} // namespace
+
+class CriticalSection::Impl
+{
+public:
+    void addHandle() { ++handles_; }
+
+    void dropHandle()
+    {
+        if (--handles_ == 0) {
+            delete this;
+        }
+    }
+
+    /// How often the calling thread is inside, this time included.
+    int enter()
+    {
+        if (!mutex_.try_lock()) {
+            blockedThreads.change(+1);
+            mutex_.lock();
+            blockedThreads.change(-1);
+        }
+        return ++depth_;
+    }
+
+    void leave()
+    {
+        --depth_;
+        mutex_.unlock();
+    }
+
+private:
+    std::recursive_mutex mutex_;
+    std::atomic<int> handles_ = 1;
+    int depth_ = 0;
+};
+
+namespace {
+
+/// The depth that the calling thread's last entering reached, in whichever section.
+thread_local int depthReached = 0;
+
+} // namespace
+
+CriticalSection::CriticalSection() : impl_(new Impl) {}
+
+CriticalSection::CriticalSection(const CriticalSection& other) : impl_(other.impl_)
+{
+    impl_->addHandle();
+}
+
+CriticalSection& CriticalSection::operator=(const CriticalSection& other)
+{
+    other.impl_->addHandle();
+    impl_->dropHandle();
+    impl_ = other.impl_;
+    return *this;
+}
+
+CriticalSection::~CriticalSection()
+{
+    impl_->dropHandle();
+}
+
+void CriticalSection::enter() const
+{
+    depthReached = impl_->enter();
+}
+
+void CriticalSection::leave() const
+{
+    impl_->leave();
+}
+
+namespace Qx::Test {
+
+int depthOf(const CriticalSection& section)
+{
+    const CriticalSectionScope inside(section);
+    return depthReached - 1;
+}
+
+bool waitForBlockedThreads(int count)
+{
+    return blockedThreads.waitFor(count);
+}
+
+} // namespace Qx::Test

@@ -1,0 +1,125 @@
+#include "tests/contract/recording/FakeGPU.h"
+
+#include "platform/GraphicPrimitives.h"
+#include "tests/contract/recording/RecordingHost.h"
+
+#include <utility>
+
+namespace Qx::Test {
+
+namespace {
+
+class FakeParameter final : public iShaderParam
+{
+public:
+    FakeParameter(Qx::Ptr<FakeEffect> effect, std::string name)
+        : effect_(std::move(effect)), name_(std::move(name))
+    {
+    }
+
+    bool setValue(float value) override
+    {
+        effect_->setFloatValue(name_, value);
+        return host().call("setValue", effect_->name() + ", " + name_ + ", " + number(value));
+    }
+
+    bool setValues(const float*, std::size_t) override { return host().call("setValues", name_); }
+    std::size_t getComponentCount() const override { return 1; }
+
+private:
+    Qx::Ptr<FakeEffect> effect_;
+    std::string name_;
+};
+
+std::string nameOf(const iGPUResource* resource)
+{
+    if (resource == nullptr) {
+        return "null";
+    }
+    const auto* image = dynamic_cast<const FakeGPUImage*>(resource);
+    return image != nullptr ? image->name() : "unknown";
+}
+
+} // namespace
+
+Qx::Ptr<iGraphicPrimitivesRenderer> FakeGPUImage::getPrimitivesRenderer(int layer)
+{
+    host().call("getPrimitivesRenderer", name_ + ", " + std::to_string(layer));
+    return {};
+}
+
+std::vector<FakeEffect::Drawing> FakeEffect::drawings() const
+{
+    const std::lock_guard guard(lock_);
+    return drawings_;
+}
+
+bool FakeEffect::setTechnique(const LightweightString<char>& name)
+{
+    const std::string wanted = text(name);
+    if (!host().call("setTechnique", name_ + ", " + wanted)) {
+        return false;
+    }
+    if (techniques_ && !techniques_->contains(wanted)) {
+        return false;
+    }
+    const std::lock_guard guard(lock_);
+    technique_ = wanted;
+    return true;
+}
+
+Qx::Vector<LightweightString<char>> FakeEffect::getTechniqueNames() const
+{
+    host().call("getTechniqueNames", name_);
+    Qx::Vector<LightweightString<char>> names;
+    for (const std::string& name : techniques_.value_or(std::set<std::string>())) {
+        names.emplace_back(name.c_str());
+    }
+    return names;
+}
+
+Qx::Ptr<iShaderParam> FakeEffect::getParam(const char* name)
+{
+    if (!host().call("getParam", name_ + ", " + name) || !parameters_.contains(name)) {
+        return {};
+    }
+    return Qx::makePtr<FakeParameter>(Qx::Ptr<FakeEffect>(this), name);
+}
+
+bool FakeEffect::render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources)
+{
+    Drawing drawing;
+    drawing.target = target.get();
+    std::string inputs;
+    for (const Source& source : sources) {
+        const auto& r = source.texCoords;
+        drawing.inputs.push_back({text(source.name), source.resource.get(), r});
+        inputs += ", " + text(source.name) + "=" + nameOf(source.resource.get()) + "(" + number(r[0]) + " " +
+                  number(r[1]) + " " + number(r[2]) + " " + number(r[3]) + ")";
+    }
+    {
+        const std::lock_guard guard(lock_);
+        drawing.technique = technique_;
+        drawing.floats = floats_;
+        drawings_.push_back(std::move(drawing));
+    }
+    return host().call("render", name_ + ", " + nameOf(target.get()) + inputs);
+}
+
+void FakeEffect::setFloatValue(const std::string& parameter, float value)
+{
+    const std::lock_guard guard(lock_);
+    floats_[parameter] = value;
+}
+
+void RecordingTaskLog::setStep(const LightweightString<wchar_t>& step, int level)
+{
+    host().call("setStep", quoted(text(step)) + ", " + std::to_string(level));
+}
+
+void RecordingTaskLog::setProgress(const LightweightString<wchar_t>& progress, double fraction)
+{
+    host().call("setProgress", quoted(text(progress)) + ", " + number(fraction));
+}
+
+} // namespace Qx::Test

@@ -1,0 +1,97 @@
+#pragma once
+
+#include "platform/BackgroundTasks.h"
+#include "platform/GPUImage.h"
+#include "platform/ShaderEffect.h"
+
+#include <array>
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+/// GPU objects without a GPU: they have names and record in the host's journal what is done with them.
+namespace Qx::Test {
+
+class FakeGPUImage final : public iGPUImage
+{
+public:
+    FakeGPUImage(std::string name, XY<int> size, eFormat format = eARGB8)
+        : name_(std::move(name)), size_(size), format_(format)
+    {
+    }
+
+    const std::string& name() const { return name_; }
+
+    XY<int> getSize() const override { return size_; }
+    eFormat getFormat() const override { return format_; }
+    unsigned getBitsPerTexel() const override { return format_ == eARGB16 ? 64 : 32; }
+    Qx::Ptr<iGraphicPrimitivesRenderer> getPrimitivesRenderer(int layer) override;
+
+private:
+    std::string name_;
+    XY<int> size_;
+    eFormat format_;
+};
+
+class FakeComputeContext final : public iGPUComputeContext
+{
+};
+
+/// An effect that has the techniques and the float parameters it was given, and records its use.
+class FakeEffect final : public iShaderEffect
+{
+public:
+    struct Input
+    {
+        std::string name;
+        const iGPUResource* resource = nullptr;
+        std::array<float, 4> rectangle{};
+    };
+
+    /// One render with the state that it met.
+    struct Drawing
+    {
+        std::string technique;
+        std::map<std::string, float> floats;
+        const iGPUImage* target = nullptr;
+        std::vector<Input> inputs;
+    };
+
+    explicit FakeEffect(std::string name) : name_(std::move(name)) {}
+
+    /// Without this, every technique exists.
+    void haveTechniques(std::set<std::string> names) { techniques_ = std::move(names); }
+    void haveParameters(std::set<std::string> names) { parameters_ = std::move(names); }
+
+    const std::string& name() const { return name_; }
+    std::vector<Drawing> drawings() const;
+
+    bool setTechnique(const LightweightString<char>& name) override;
+    Qx::Vector<LightweightString<char>> getTechniqueNames() const override;
+    Qx::Ptr<iShaderParam> getParam(const char* name) override;
+    bool render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources) override;
+
+    void setFloatValue(const std::string& parameter, float value);
+
+private:
+    const std::string name_;
+    std::optional<std::set<std::string>> techniques_;
+    std::set<std::string> parameters_{"_Width", "_Height"};
+    mutable std::mutex lock_;
+    std::string technique_;
+    std::map<std::string, float> floats_;
+    std::vector<Drawing> drawings_;
+};
+
+class RecordingTaskLog final : public iTaskLog
+{
+public:
+    void setStep(const LightweightString<wchar_t>& text, int level) override;
+    void setProgress(const LightweightString<wchar_t>& text, double fraction) override;
+};
+
+} // namespace Qx::Test

@@ -1,0 +1,140 @@
+#include "tests/contract/recording/RecordingHost.h"
+
+#include "platform/Log.h"
+
+#include <array>
+#include <charconv>
+#include <utility>
+
+namespace Qx::Test {
+
+namespace {
+
+template <class T>
+std::string shortest(T value)
+{
+    std::array<char, 64> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+    return {digits.data(), end};
+}
+
+} // namespace
+
+RecordingHost& RecordingHost::instance()
+{
+    static RecordingHost& only = *new RecordingHost;
+    return only;
+}
+
+void RecordingHost::addFile(const wchar_t* directory, const wchar_t* name, std::uint64_t stamp)
+{
+    iFileManager::DirectoryItem item;
+    item.name = name;
+    item.stamp = stamp;
+    for (auto& known : directories[directory]) {
+        if (known.name == item.name) {
+            known = item;
+            return;
+        }
+    }
+    directories[directory].push_back(item);
+}
+
+std::vector<Qx::Ptr<iBackgroundTask>> RecordingHost::takeTasks()
+{
+    const std::lock_guard guard(lock_);
+    return std::exchange(tasks_, {});
+}
+
+void RecordingHost::keepTask(Qx::Ptr<iBackgroundTask> task)
+{
+    const std::lock_guard guard(lock_);
+    tasks_.push_back(std::move(task));
+}
+
+double RecordingHost::tick()
+{
+    if (recordClock) {
+        call("millisecondsPrecise");
+    }
+    const std::lock_guard guard(lock_);
+    now_ += clockStep;
+    return now_;
+}
+
+bool RecordingHost::call(const std::string& operation, const std::string& arguments)
+{
+    journal.record(operation + "(" + arguments + ")");
+    return script.play(operation);
+}
+
+void RecordingHost::watchCountersIn(const void* object, std::size_t bytes)
+{
+    watchedBegin_ = static_cast<const std::byte*>(object);
+    watchedEnd_ = watchedBegin_ + bytes;
+}
+
+void RecordingHost::counterChanged(const char* operation, const std::uint32_t& counter, std::uint32_t value)
+{
+    const auto* address = reinterpret_cast<const std::byte*>(&counter);
+    if (address >= watchedBegin_ && address < watchedEnd_) {
+        journal.record(std::string(operation) + "() = " + std::to_string(value));
+    }
+}
+
+void RecordingHost::reset()
+{
+    script.reset();
+    takeTasks();
+    shadersDirectory = L"/shaders/";
+    templatesDirectory = L"/templates/";
+    directories.clear();
+    settings.clear();
+    resources.clear();
+    programArguments.clear();
+    compileErrors.clear();
+    makeEffect = nullptr;
+    taskStatus = nullptr;
+    clockStep = 1.5;
+    shutdownCallbacks.clear();
+    recordClock = false;
+    watchCountersIn(nullptr, 0);
+    ErrorLogLogger::loggingEnabled_ = false;
+    journal.clear();
+}
+
+std::string text(const LightweightString<wchar_t>& s)
+{
+    std::string result;
+    for (const wchar_t wide : s.view()) {
+        const auto c = static_cast<std::uint32_t>(wide);
+        if (c < 0x80) {
+            result += static_cast<char>(c);
+        } else if (c < 0x800) {
+            result += static_cast<char>(0xC0 | c >> 6);
+            result += static_cast<char>(0x80 | (c & 0x3F));
+        } else {
+            result += c < 0x10000 ? "" : std::string(1, static_cast<char>(0xF0 | c >> 18));
+            result += static_cast<char>(c < 0x10000 ? 0xE0 | c >> 12 : 0x80 | (c >> 12 & 0x3F));
+            result += static_cast<char>(0x80 | (c >> 6 & 0x3F));
+            result += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+    return result;
+}
+
+std::string text(const LightweightString<char>& s)
+{
+    return std::string(s.view());
+}
+
+std::string number(double value)
+{
+    return shortest(value);
+}
+std::string number(float value)
+{
+    return shortest(value);
+}
+
+} // namespace Qx::Test

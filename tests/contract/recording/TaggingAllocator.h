@@ -1,0 +1,63 @@
+#pragma once
+
+#include "platform/Allocator.h"
+
+#include <atomic>
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Qx::Test {
+
+/// An allocator that knows its blocks. Freeing what is none of them (another allocator's block, or one that
+/// was freed before) and writing past a block's end are faults: they fail the running test, and after the
+/// last test they end the process.
+class TaggingAllocator final : public iAllocator
+{
+public:
+    void* allocate(std::size_t bytes, std::size_t alignment) override;
+    void deallocate(void* block) override;
+
+    /// Allocations since the start.
+    std::size_t allocations() const { return allocations_.load(); }
+    std::size_t liveBlocks() const;
+    std::size_t liveBytes() const;
+
+    /// Whether the address lies in a live block.
+    bool owns(const void* address) const;
+
+    /// Size of the live block that starts there; 0 when there is none.
+    std::size_t sizeOf(const void* block) const;
+
+    /// Requests of at least that many bytes find no memory.
+    void refuseFrom(std::size_t bytes) { limit_ = bytes; }
+    std::size_t largestRefusal() const { return largestRefusal_; }
+
+    /// The faults since the last call.
+    std::vector<std::string> takeFaults();
+
+    /// From now on a fault ends the process.
+    void setFaultsFatal() { fatal_ = true; }
+
+private:
+    struct Block
+    {
+        std::size_t bytes = 0;
+        void* base = nullptr;
+    };
+
+    void fault(const char* what, const void* block);
+
+    mutable std::mutex lock_;
+    std::map<std::byte*, Block> live_;
+    std::vector<std::string> faults_;
+    std::size_t liveBytes_ = 0;
+    std::atomic<std::size_t> allocations_ = 0;
+    std::atomic<std::size_t> limit_ = static_cast<std::size_t>(-1);
+    std::atomic<std::size_t> largestRefusal_ = 0;
+    std::atomic<bool> fatal_ = false;
+};
+
+} // namespace Qx::Test

@@ -1,0 +1,10 @@
+# Fails when the host's library offers something of the libraries inside it.
+execute_process(COMMAND ${NM} -D -C --defined-only ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
+if(NOT symbols MATCHES " T OS\\(\\)")
+    message(FATAL_ERROR "${LIBRARY} does not offer the platform's OS()")
+endif()
+string(REGEX MATCHALL "[^\n]*(spdlog|fmt::|toml::|glslang|spvtools|spv::)[^\n]*" foreign "${symbols}")
+if(foreign)
+    list(JOIN foreign "\n" foreign)
+    message(FATAL_ERROR "${LIBRARY} offers what is not its own:\n${foreign}")
+endif()

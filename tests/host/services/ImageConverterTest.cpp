@@ -1,0 +1,154 @@
+#include "platform/ImageConverter.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+using namespace Qx::Image;
+
+namespace {
+
+unsigned char* row(const Surface& surface, unsigned y)
+{
+    return static_cast<unsigned char*>(surface.getHostImage()->map(iHostImage::Write)) +
+           y * surface.getRowPitch();
+}
+
+/// The code of component i (Cb Y Cr Y ...) of a test row.
+unsigned codeAt(unsigned i, unsigned y)
+{
+    return (i * 37 + y * 501) % 1024;
+}
+
+Surface v210Surface(unsigned width, unsigned height, bool bottomUp = false)
+{
+    Surface surface(width, height, V210, bottomUp, 10, 0, 0);
+    EXPECT_TRUE(surface.allocateHost());
+    for (unsigned y = 0; y < height; ++y) {
+        for (unsigned word = 0; word < surface.getRowPitch() / 4; ++word) {
+            const std::uint32_t packed =
+                codeAt(3 * word, y) | codeAt(3 * word + 1, y) << 10 | codeAt(3 * word + 2, y) << 20;
+            std::memcpy(row(surface, y) + 4 * word, &packed, 4);
+        }
+    }
+    return surface;
+}
+
+std::uint16_t word(const Surface& surface, unsigned y, unsigned i)
+{
+    std::uint16_t value;
+    std::memcpy(&value, row(surface, y) + 2 * i, 2);
+    return value;
+}
+
+} // namespace
+
+TEST(ImageConverter, V210To16BitsKeepsEveryCode)
+{
+    for (const unsigned width : {1U, 2U, 5U, 6U, 7U, 50U}) {
+        const Surface from = v210Surface(width, 2);
+        Surface to(width, 2, Y216, false, 16, 0, 0);
+        ASSERT_TRUE(ImageConverter::convert(from, to));
+        for (unsigned y = 0; y < 2; ++y) {
+            for (unsigned i = 0; i < (width + 1) / 2 * 4; ++i) {
+                ASSERT_EQ(word(to, y, i), codeAt(i ^ 1, y) * 64) << "width " << width << " component " << i;
+            }
+        }
+    }
+}
+
+TEST(ImageConverter, V210To8BitsRoundsToTheNearestCode)
+{
+    const Surface from = v210Surface(512, 1); // its 1024 components hold every code
+    Surface to(512, 1, YUY2, false, 8, 0, 0);
+    ASSERT_TRUE(ImageConverter::convert(from, to));
+    for (unsigned i = 0; i < 1024; ++i) {
+        ASSERT_EQ(row(to, 0)[i], std::min(255U, (codeAt(i ^ 1, 0) + 2) / 4)) << i;
+    }
+}
+
+TEST(ImageConverter, EightBitsComeBackFromSixteenAsTheyWere)
+{
+    Surface from(512, 1, YUY2, false, 8, 0, 0);
+    ASSERT_TRUE(from.allocateHost());
+    for (unsigned i = 0; i < 1024; ++i) {
+        row(from, 0)[i] = static_cast<unsigned char>(i);
+    }
+    Surface deep(512, 1, Y216, false, 16, 0, 0);
+    ASSERT_TRUE(ImageConverter::convert(from, deep));
+    EXPECT_EQ(word(deep, 0, 235), 235 * 256) << "video white";
+    Surface back(512, 1, YUY2, false, 8, 0, 0);
+    ASSERT_TRUE(ImageConverter::convert(deep, back));
+    EXPECT_EQ(std::memcmp(row(back, 0), row(from, 0), 1024), 0);
+}
+
+TEST(ImageConverter, SixteenBitsRoundToEight)
+{
+    Surface from(2, 1, Y216, false, 16, 0, 0);
+    ASSERT_TRUE(from.allocateHost());
+    const std::array<std::uint16_t, 4> codes{0x1280, 0x127F, 0xFFFF, 0xFF7F};
+    std::memcpy(row(from, 0), codes.data(), sizeof codes);
+    Surface to(2, 1, YUY2, false, 8, 0, 0);
+    ASSERT_TRUE(ImageConverter::convert(from, to));
+    EXPECT_EQ(row(to, 0)[0], 0x13);
+    EXPECT_EQ(row(to, 0)[1], 0x12);
+    EXPECT_EQ(row(to, 0)[2], 0xFF);
+    EXPECT_EQ(row(to, 0)[3], 0xFF);
+}
+
+TEST(ImageConverter, TheTopLineStaysOnTop)
+{
+    const Surface from = v210Surface(6, 3, true);
+    Surface to(6, 3, Y216, false, 16, 0, 0);
+    ASSERT_TRUE(ImageConverter::convert(from, to));
+    for (unsigned y = 0; y < 3; ++y) {
+        EXPECT_EQ(word(to, y, 0), codeAt(1, 2 - y) * 64) << y;
+    }
+}
+
+TEST(ImageConverter, AFormatCopiesToItselfAcrossDifferentPitches)
+{
+    Surface from(3, 2, RGB24, false, 8, 0, 32);
+    ASSERT_TRUE(from.allocateHost());
+    for (unsigned i = 0; i < 9; ++i) {
+        row(from, 0)[i] = static_cast<unsigned char>(i + 1);
+        row(from, 1)[i] = static_cast<unsigned char>(i + 101);
+    }
+    Surface to(3, 2, RGB24, false, 8, 0, 0);
+    ASSERT_TRUE(ImageConverter::convert(from, to));
+    EXPECT_EQ(to.getRowPitch(), 12U);
+    EXPECT_EQ(row(to, 0)[8], 9);
+    EXPECT_EQ(row(to, 1)[0], 101);
+}
+
+TEST(ImageConverter, WhatIsNotSupportedLeavesTheTargetAlone)
+{
+    const Surface from = v210Surface(6, 2);
+    Surface rgb(6, 2, ARGB, false, 8, 0, 0);
+    EXPECT_FALSE(ImageConverter::convert(from, rgb));
+    EXPECT_FALSE(rgb.getHostImage());
+    Surface otherSize(4, 2, YUY2, false, 8, 0, 0);
+    EXPECT_FALSE(ImageConverter::convert(from, otherSize));
+    EXPECT_FALSE(otherSize.getHostImage());
+    Surface yuy2(6, 2, YUY2, false, 8, 0, 0);
+    EXPECT_FALSE(ImageConverter::convert(Surface(6, 2, V210, false, 10, 0, 0), yuy2)) << "no pixels";
+    EXPECT_FALSE(yuy2.getHostImage());
+    Surface uyvy(6, 2, UYVY, false, 8, 0, 0);
+    EXPECT_FALSE(ImageConverter::convert(from, uyvy));
+}
+
+TEST(ImageConverter, ADescriptionThatIsLargerThanItsImageIsRefused)
+{
+    Surface from = v210Surface(6, 2);
+    from.setHeight(3);
+    Surface to(6, 3, YUY2, false, 8, 0, 0);
+    EXPECT_FALSE(ImageConverter::convert(from, to));
+    Surface wide = v210Surface(6, 2);
+    wide.setWidth(600);
+    wide.setRowPitch(0);
+    Surface wideTarget(600, 2, YUY2, false, 8, 0, 0);
+    EXPECT_FALSE(ImageConverter::convert(wide, wideTarget));
+}

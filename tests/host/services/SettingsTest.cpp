@@ -1,0 +1,145 @@
+#include "host/settings/Settings.h"
+#include "host/settings/Directories.h"
+#include "platform/Settings.h"
+#include "tests/host/services/Support.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <limits>
+
+using namespace Qx::Host::Test;
+using Qx::Host::environmentVariable;
+using Qx::Host::Settings;
+
+TEST(Settings, TheFileIsReadByTable)
+{
+    const TemporaryDirectory directory;
+    const Settings settings(directory.write("s.toml", "device = \"soft\"\nzero = 0\n"
+                                                      "[log]\nstderr = true\nfile = false\n"
+                                                      "[a.b]\nc = -5\n"));
+    EXPECT_TRUE(settings.fileProblem().empty());
+    EXPECT_EQ(settings.text("device"), "soft");
+    EXPECT_EQ(settings.integer("a.b.c"), -5);
+    EXPECT_EQ(settings.flag("log.stderr"), true);
+    EXPECT_EQ(settings.flag("log.file"), false);
+    EXPECT_EQ(settings.integer("log.stderr"), 1);
+    EXPECT_EQ(settings.flag("zero"), false);
+    EXPECT_FALSE(settings.integer("missing"));
+}
+
+TEST(Settings, AMissingFileIsEmpty)
+{
+    const TemporaryDirectory directory;
+    const Settings settings((directory / "none.toml").string());
+    EXPECT_TRUE(settings.fileProblem().empty());
+    EXPECT_FALSE(settings.text("device"));
+}
+
+TEST(Settings, ABrokenFileIsOneMessageWithItsLineAndEverySettingHasItsDefault)
+{
+    const TemporaryDirectory directory;
+    const auto file = directory.write("s.toml", "good = 1\n\nbad = = 2\n");
+    const Settings settings(file);
+    EXPECT_EQ(settings.fileProblem().find(file.string() + ":3:"), 0U) << settings.fileProblem();
+    EXPECT_EQ(settings.fileProblem().find('\n'), std::string::npos);
+    EXPECT_FALSE(settings.integer("good"));
+}
+
+TEST(Settings, AFileThatIsNoFileIsAProblem)
+{
+    const TemporaryDirectory directory;
+    const Settings settings(directory.path());
+    EXPECT_NE(settings.fileProblem().find(directory.path().string()), std::string::npos);
+}
+
+TEST(Settings, VariablesAreNamedAfterKeys)
+{
+    EXPECT_EQ(environmentVariable("device"), "QX_DEVICE");
+    EXPECT_EQ(environmentVariable("log.stderr"), "QX_LOG_STDERR");
+    EXPECT_EQ(environmentVariable("shaders_dir"), "QX_SHADERS_DIR");
+    EXPECT_EQ(environmentVariable("some-key"), "QX_SOME_KEY");
+    EXPECT_EQ(environmentVariable("HTTPServerPort2Use"), "QX_HTTP_SERVER_PORT2_USE");
+    EXPECT_EQ(environmentVariable("ForceUnscaledYCrCbColourConversion"),
+              "QX_FORCE_UNSCALED_Y_CR_CB_COLOUR_CONVERSION");
+}
+
+TEST(Settings, TheEnvironmentGoesBeforeTheFile)
+{
+    const TemporaryDirectory directory;
+    const Settings settings(directory.write("s.toml", "number = 1\nswitch = false\nname = \"file\"\n"));
+    const Variable number("QX_NUMBER", "-42");
+    const Variable onOff("QX_SWITCH", "yes");
+    const Variable name("QX_NAME", "environment");
+    EXPECT_EQ(settings.integer("number"), -42);
+    EXPECT_EQ(settings.flag("switch"), true);
+    EXPECT_EQ(settings.text("name"), "environment");
+}
+
+TEST(Settings, ValuesOfTheWrongKindAreReportedOnceAndIgnored)
+{
+    const TemporaryDirectory directory;
+    const auto file = directory.write("s.toml", "\nwrongKind = \"many\"\nlist = [1]\n");
+    const Settings settings(file);
+    const Variable variable("QX_WRONG_VARIABLE", "12 monkeys");
+    const std::size_t before = contentsOf(logFile()).size();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(settings.integer("wrongKind"));
+        EXPECT_FALSE(settings.text("list"));
+        EXPECT_FALSE(settings.integer("wrong_variable"));
+    }
+    const std::string log = contentsOf(logFile()).substr(before);
+    const std::size_t first = log.find(file.string() + ":2: wrongKind is ignored");
+    ASSERT_NE(first, std::string::npos) << log;
+    EXPECT_EQ(log.find("wrongKind", first + file.string().size() + 6), std::string::npos);
+    EXPECT_NE(log.find(file.string() + ":3: list"), std::string::npos);
+    EXPECT_NE(log.find("QX_WRONG_VARIABLE=12 monkeys is ignored"), std::string::npos);
+}
+
+TEST(Settings, ConfigIntTakesFileThenEnvironmentThenDefault)
+{
+    EXPECT_EQ(config_int("FromFile", 3), 12);
+    EXPECT_EQ(config_int("NotThere", 3), 3);
+    EXPECT_EQ(config_int("NotANumber", 4), 4);
+    EXPECT_EQ(config_int(nullptr, 5), 5);
+    EXPECT_EQ(config_int("", 6), 6);
+    const Variable variable("QX_OVERRIDDEN", "2");
+    EXPECT_EQ(config_int("Overridden", 3), 2);
+    const Variable tooLarge("QX_TOO_LARGE", "99999999999");
+    EXPECT_EQ(config_int("TooLarge", 7), 7);
+}
+
+TEST(Settings, NumbersAreReadTheSameWithADecimalComma)
+{
+    const DecimalComma comma;
+    const TemporaryDirectory directory;
+    const Settings settings(directory.write("s.toml", "ratio = 1.5\nnumber = 1_234_567\n"));
+    EXPECT_TRUE(settings.fileProblem().empty()) << settings.fileProblem();
+    EXPECT_EQ(settings.integer("number"), 1234567);
+}
+
+TEST(Directories, FollowTheXDGVariables)
+{
+    const Variable data("XDG_DATA_HOME", "/some/data");
+    EXPECT_EQ(Qx::Host::userDataDirectory(), "/some/data/qxhost");
+    EXPECT_EQ(getFXTemplatesDirectory(iSettings::User), L"/some/data/qxhost/templates/");
+    EXPECT_EQ(getLUTDirectory(iSettings::User), L"/some/data/qxhost/luts/");
+    const Variable home("HOME", "/some/home");
+    const Variable relative("XDG_DATA_HOME", "not/absolute");
+    EXPECT_EQ(Qx::Host::userDataDirectory(), "/some/home/.local/share/qxhost");
+}
+
+TEST(Directories, TheShippedEffectsAreFoundInABuildThatIsNotInstalled)
+{
+    const std::string directory = narrow(getShadersDir());
+    ASSERT_FALSE(directory.empty());
+    EXPECT_EQ(directory.back(), '/');
+    EXPECT_TRUE(std::filesystem::is_directory(directory)) << directory;
+}
+
+TEST(Directories, AVariableChoosesTheShippedEffects)
+{
+    const Variable variable("QX_SHADERS_DIR", "/elsewhere");
+    EXPECT_EQ(getShadersDir(), L"/elsewhere/");
+    const Variable withSeparator("QX_LUTS_DIR", "/luts/");
+    EXPECT_EQ(getLUTDirectory(iSettings::User), L"/luts/");
+}

@@ -1,0 +1,316 @@
+// What a reader says of a clip, and what it says when it cannot read one.
+
+#include "tests/system/media/MediaFixture.h"
+
+namespace Qx::Media::Test {
+namespace {
+
+using Reader = MediaTest;
+
+bool has(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+std::vector<FrameTime> allTimes(ClipReader& reader)
+{
+    std::vector<FrameTime> times;
+    Frame frame;
+    while (reader.next(frame) == ClipReader::Next::frame) {
+        times.push_back(frame.time());
+    }
+    return times;
+}
+
+TEST_F(Reader, TellsSizeRateAspectFieldOrderAndAudio)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=72x58:r=25:d=0.4 -f lavfi -i sine=d=0.4 -vf setfield=bff,setsar=16/15 "
+           "-c:v prores_ks -flags +ildct -c:a pcm_s16le clip.mov");
+    auto reader = open(at("clip.mov"));
+    ASSERT_TRUE(reader);
+    const StreamInfo& info = reader->info();
+    EXPECT_EQ(info.width, 72);
+    EXPECT_EQ(info.height, 58);
+    EXPECT_EQ(info.frameRate, (Rational{25, 1}));
+    EXPECT_EQ(info.sampleAspect, (Rational{16, 15}));
+    EXPECT_EQ(info.fieldOrder, FieldOrder::bottomFirst);
+    EXPECT_EQ(info.codec, "prores");
+    EXPECT_EQ(info.pixelFormat, "yuv422p10le");
+    EXPECT_EQ(info.bitsPerComponent, 10);
+    EXPECT_TRUE(info.hasAudio);
+    EXPECT_FALSE(info.isStill);
+    EXPECT_TRUE(info.frameCountIsExact);
+    EXPECT_EQ(info.frameCount, 10);
+    EXPECT_NEAR(info.duration, 0.4, 0.001);
+}
+
+TEST_F(Reader, GivesEveryFrameWithItsTime)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x64:r=30000/1001:d=1 -bf 3 -g 12 -c:v libx264 clip.mp4");
+    auto reader = open(at("clip.mp4"));
+    ASSERT_TRUE(reader);
+    const auto times = allTimes(*reader);
+    ASSERT_EQ(times.size(), 30U);
+    const double unit = reader->info().timeBase.toDouble();
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        EXPECT_NEAR(static_cast<double>(times[i].pts) * unit, static_cast<double>(i) * 1001 / 30000, 1e-4);
+        EXPECT_NEAR(static_cast<double>(times[i].duration) * unit, 1001.0 / 30000, 1e-4);
+    }
+    Frame frame;
+    EXPECT_EQ(reader->next(frame), ClipReader::Next::end);
+    EXPECT_EQ(reader->problemCount(), 0);
+}
+
+TEST_F(Reader, StreamsWithoutTimesGetThemFromTheFrameRate)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x64:r=24:d=0.5 -c:v libx264 -bf 0 clip.h264");
+    auto reader = open(at("clip.h264"));
+    ASSERT_TRUE(reader);
+    const auto times = allTimes(*reader);
+    ASSERT_EQ(times.size(), 12U);
+    for (std::size_t i = 1; i < times.size(); ++i) {
+        EXPECT_GT(times[i].pts, times[i - 1].pts);
+    }
+}
+
+struct TagCase
+{
+    const char* options;
+    Range range;
+    Matrix matrix;
+    bool rangeGuessed;
+    bool matrixGuessed;
+};
+
+class Tags : public MediaTest, public testing::WithParamInterface<TagCase>
+{
+};
+
+TEST_P(Tags, AreReadAndGuessesAreMarked)
+{
+    const TagCase& wanted = GetParam();
+    ffmpeg(std::string("-f lavfi -i testsrc2=r=25:d=0.08:s=") + wanted.options + " clip.mkv");
+    auto reader = open(at("clip.mkv"));
+    ASSERT_TRUE(reader);
+    const Colour& colour = reader->info().colour;
+    EXPECT_EQ(colour.range, wanted.range);
+    EXPECT_EQ(colour.matrix, wanted.matrix);
+    EXPECT_EQ(colour.rangeGuessed, wanted.rangeGuessed);
+    EXPECT_EQ(colour.matrixGuessed, wanted.matrixGuessed);
+    EXPECT_EQ(colour.unsupported, "");
+}
+
+constexpr auto video = Range::video;
+constexpr auto full = Range::full;
+INSTANTIATE_TEST_SUITE_P(
+    Combinations, Tags,
+    testing::Values(TagCase{"720x16 -pix_fmt yuv420p -c:v libx264", video, Matrix::bt601, true, true},
+                    TagCase{"722x16 -pix_fmt yuv420p -c:v libx264", video, Matrix::bt709, true, true},
+                    TagCase{"64x16 -pix_fmt yuv420p -colorspace bt709 -color_range tv -c:v libx264", video,
+                            Matrix::bt709, false, false},
+                    TagCase{"722x16 -pix_fmt yuv420p -colorspace smpte170m -color_range pc -c:v libx264",
+                            full, Matrix::bt601, false, false},
+                    TagCase{"722x16 -pix_fmt yuv420p -colorspace bt470bg -color_range tv -c:v libx264", video,
+                            Matrix::bt601, false, false},
+                    TagCase{"64x16 -pix_fmt yuvj422p -c:v mjpeg", full, Matrix::bt601, false, false}));
+
+TEST_F(Reader, OtherColoursAreUnsupportedByName)
+{
+    const std::pair<std::string, std::string> cases[] = {
+        {"-colorspace bt2020nc", "BT.2020"},
+        {"-colorspace bt709 -color_primaries bt2020 -color_trc bt709", "BT.2020"},
+        {"-colorspace bt2020nc -color_primaries bt2020 -color_trc smpte2084", "PQ"},
+        {"-colorspace bt709 -color_trc arib-std-b67", "HLG"},
+        {"-colorspace smpte240m", "smpte240m"},
+        {"-colorspace fcc", "fcc"},
+        {"-colorspace ycgco", "ycgco"},
+    };
+    for (const auto& [options, word] : cases) {
+        ffmpeg("-f lavfi -i testsrc2=r=25:d=0.08:s=64x16 -pix_fmt yuv420p -c:v libx264 " + options +
+               " clip.mp4");
+        auto reader = open(at("clip.mp4"));
+        ASSERT_TRUE(reader);
+        EXPECT_TRUE(has(reader->info().colour.unsupported, word))
+            << options << ": " << reader->info().colour.unsupported;
+    }
+}
+
+TEST_F(Reader, MissingEmptyAndForeignFilesAreNamedWithTheCause)
+{
+    EXPECT_TRUE(has(openError(at("none.mov")), "none.mov\": there is no such file"));
+    EXPECT_TRUE(has(openError(directory_), "it is a directory"));
+    store(at("empty.mov"), {});
+    EXPECT_TRUE(has(openError(at("empty.mov")), "empty.mov\": the file is empty"));
+    const std::string prose = "This is no clip.\n";
+    store(at("prose.mov"), Bytes(prose.begin(), prose.end()));
+    EXPECT_TRUE(has(openError(at("prose.mov")), "prose.mov"));
+    store(at("noise.bin"), noise(5000));
+    EXPECT_TRUE(has(openError(at("noise.bin")), "noise.bin"));
+    EXPECT_TRUE(has(openError(at("none_%03d.png")), "none_%03d.png"));
+    const fs::path link = at("loop.mov");
+    fs::create_symlink(link, link);
+    EXPECT_TRUE(has(openError(link), "loop.mov"));
+}
+
+TEST_F(Reader, SoundAloneIsNoVideo)
+{
+    ffmpeg("-f lavfi -i sine=d=0.2 sound.wav");
+    EXPECT_TRUE(has(openError(at("sound.wav")), "has no video stream"));
+    ffmpeg(
+        "-f lavfi -i sine=d=0.2 -f lavfi -i color=s=32x32:r=25:d=0.04 -c:v png -disposition:v attached_pic "
+        "-map 0 -map 1 cover.m4a");
+    EXPECT_TRUE(has(openError(at("cover.m4a")), "cover picture"));
+}
+
+TEST_F(Reader, PixelFormatsThatCannotBeConvertedAreRefusedByName)
+{
+    ffmpeg("-f lavfi -i color=s=32x32 -frames:v 1 -pix_fmt gbrpf32le one.exr");
+    const std::string error = openError(at("one.exr"));
+    EXPECT_TRUE(has(error, "one.exr") && has(error, "gbrpf32le") && has(error, "floating-point")) << error;
+}
+
+TEST_F(Reader, PlaylistsDoNotOpenOtherFiles)
+{
+    ffmpeg("-f lavfi -i color=s=32x32:d=0.2 -c:v libx264 other.ts");
+    const std::string list =
+        "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nhttp://127.0.0.1:9/other.ts\n#EXT-X-ENDLIST\n";
+    store(at("list.m3u8"), Bytes(list.begin(), list.end()));
+    EXPECT_TRUE(has(openError(at("list.m3u8")), "list.m3u8"));
+}
+
+TEST_F(Reader, TruncatedClipGivesWhatIsThereAndSaysSo)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x64:r=25:d=2 -c:v mjpeg -movflags +faststart whole.mov");
+    Bytes bytes = contents(at("whole.mov"));
+    bytes.resize(bytes.size() * 6 / 10);
+    store(at("cut.mov"), bytes);
+    auto reader = open(at("cut.mov"));
+    ASSERT_TRUE(reader);
+    const auto times = allTimes(*reader);
+    EXPECT_GT(times.size(), 10U);
+    EXPECT_LT(times.size(), 50U);
+    ASSERT_GT(reader->problemCount(), 0);
+    EXPECT_TRUE(has(reader->problems().back(), "cut.mov")) << reader->problems().back();
+}
+
+TEST_F(Reader, ClipCutBeforeItsIndexIsAnErrorWithTheCause)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x64:r=25:d=1 -c:v mjpeg whole.mov");
+    Bytes bytes = contents(at("whole.mov"));
+    bytes.resize(bytes.size() / 2);
+    store(at("cut.mov"), bytes);
+    EXPECT_TRUE(has(openError(at("cut.mov")), "moov atom not found"));
+}
+
+TEST_F(Reader, DamagedFramesAreCountedWithTheirTimeAndDoNotEndTheClip)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=128x128:r=25:d=2 -c:v ffv1 -level 3 -slicecrc 1 clip.mkv");
+    Bytes bytes = contents(at("clip.mkv"));
+    const std::size_t middle = bytes.size() / 2;
+    for (std::size_t i = middle; i < middle + 40; ++i) {
+        bytes[i] = static_cast<std::uint8_t>(~bytes[i]);
+    }
+    store(at("hurt.mkv"), bytes);
+    auto reader = open(at("hurt.mkv"));
+    ASSERT_TRUE(reader);
+    const auto times = allTimes(*reader);
+    EXPECT_GE(times.size(), 45U);
+    ASSERT_GT(reader->problemCount(), 0);
+    EXPECT_TRUE(has(reader->problems().front(), "hurt.mkv") && has(reader->problems().front(), " s"))
+        << reader->problems().front();
+}
+
+TEST_F(Reader, RandomDamageNeverHangsOrCrashes)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x64:r=25:d=0.4 -f lavfi -i sine=d=0.4 -c:v libx264 -c:a aac clip.mp4");
+    const Bytes whole = contents(at("clip.mp4"));
+    for (unsigned seed = 0; seed < 40; ++seed) {
+        std::mt19937 random(seed);
+        Bytes hurt = whole;
+        for (int i = 0; i < 20; ++i) {
+            hurt[random() % hurt.size()] = static_cast<std::uint8_t>(random());
+        }
+        store(at("hurt.mp4"), hurt);
+        auto reader = ClipReader::open(at("hurt.mp4"), {});
+        if (!reader) {
+            EXPECT_TRUE(has(reader.text(), "hurt.mp4")) << reader.text();
+            continue;
+        }
+        EXPECT_LE(allTimes(*reader.value()).size(), 1000U);
+    }
+}
+
+TEST_F(Reader, AChangeOfSizeIsAFailureThatSaysBothSizes)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x64:r=25:d=0.2 -c:v libx264 -bf 0 a.h264");
+    ffmpeg("-f lavfi -i testsrc2=s=96x64:r=25:d=0.2 -c:v libx264 -bf 0 b.h264");
+    Bytes both = contents(at("a.h264"));
+    const Bytes second = contents(at("b.h264"));
+    both.insert(both.end(), second.begin(), second.end());
+    store(at("both.h264"), both);
+    auto reader = open(at("both.h264"));
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(allTimes(*reader).size(), 5U);
+    Frame frame;
+    EXPECT_EQ(reader->next(frame), ClipReader::Next::failed);
+    EXPECT_TRUE(has(reader->failure(), "64x64") && has(reader->failure(), "96x64")) << reader->failure();
+}
+
+TEST_F(Reader, NamesNeedNotBeUtf8AndMayHoldPercentSignsAndColons)
+{
+    ffmpeg("-f lavfi -i color=white:s=32x16 -frames:v 1 one.png");
+    for (const std::string name :
+         {"caf\xe9.png", "100%d.png", "a:b.png", "-x.png", "*.png", "with space\n.png"}) {
+        fs::rename(at("one.png"), at(name));
+        auto reader = open(at(name));
+        ASSERT_TRUE(reader) << name;
+        EXPECT_EQ(reader->info().width, 32);
+        fs::rename(at(name), at("one.png"));
+    }
+}
+
+TEST_F(Reader, ANumberPatternIsAClip)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=32x16:r=25:d=0.2 shot_%03d.png");
+    auto reader = open(at("shot_%03d.png"));
+    ASSERT_TRUE(reader);
+    EXPECT_FALSE(reader->info().isStill);
+    EXPECT_EQ(allTimes(*reader).size(), 5U);
+}
+
+TEST_F(Reader, AudioPacketsComeWhenAskedFor)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=32x16:r=25:d=0.4 -f lavfi -i sine=d=0.4 -c:v ffv1 -c:a pcm_s16le "
+           "-metadata:s:a language=fra clip.mkv");
+    auto reader = open(at("clip.mkv"), true);
+    ASSERT_TRUE(reader);
+    allTimes(*reader);
+    ASSERT_EQ(reader->audio()->tracks().size(), 1U);
+    EXPECT_EQ(reader->audio()->tracks()[0].language, "fra");
+    EXPECT_NE(reader->audio()->pop(), nullptr);
+
+    auto silent = open(at("clip.mkv"), false);
+    ASSERT_TRUE(silent);
+    EXPECT_TRUE(silent->info().hasAudio);
+    allTimes(*silent);
+    EXPECT_TRUE(silent->audio()->tracks().empty());
+    EXPECT_EQ(silent->audio()->pop(), nullptr);
+}
+
+TEST_F(Reader, FramesOutliveTheirReader)
+{
+    ffmpeg("-f lavfi -i color=white:s=32x16 -frames:v 1 one.png");
+    Frame frame;
+    {
+        auto reader = open(at("one.png"));
+        ASSERT_TRUE(reader);
+        ASSERT_EQ(reader->next(frame), ClipReader::Next::frame);
+    }
+    Bytes rows(FramePacker::rowBytes(32, Depth::bits8) * 16);
+    FramePacker packer({});
+    EXPECT_TRUE(packer.pack(frame, rows.data(), 64));
+    EXPECT_EQ(rows[0], 235);
+}
+
+} // namespace
+} // namespace Qx::Media::Test

@@ -58,18 +58,18 @@ TEST_P(Conversions, AgreeWithExactArithmetic)
 INSTANTIATE_TEST_SUITE_P(Depths, Conversions,
                          testing::Combine(testing::Values(Direction::Decode, Direction::Encode),
                                           testing::Values(8, 16), testing::Values(8, 16)),
-                         [](const auto& info) {
-                             return std::string(std::get<0>(info.param) == Direction::Decode ? "Decode"
-                                                                                             : "Encode") +
-                                    std::to_string(std::get<1>(info.param)) + "To" +
-                                    std::to_string(std::get<2>(info.param));
+                         [](const auto& trial) {
+                             return std::string(std::get<0>(trial.param) == Direction::Decode ? "Decode"
+                                                                                              : "Encode") +
+                                    std::to_string(std::get<1>(trial.param)) + "To" +
+                                    std::to_string(std::get<2>(trial.param));
                          });
 
 /// Neutral luma 128, and in row r a change of chroma at pair r + 1: from grey to strong colour, and back.
 Picture chromaEdge()
 {
     Picture picture = Picture::blank("chroma-edge", Layout::Packed422, 24, 10, 8);
-    for (int row = 0; row < picture.height; ++row)
+    for (int row = 0; row < picture.height; ++row) {
         for (int pair = 0; pair < picture.texels(); ++pair) {
             const bool coloured = (pair > row) != (row % 2 == 1);
             picture.at(pair, row, 0) = 128;
@@ -77,6 +77,7 @@ Picture chromaEdge()
             picture.at(pair, row, 2) = 128;
             picture.at(pair, row, 3) = coloured ? 170 : 128;
         }
+    }
     return picture;
 }
 
@@ -87,7 +88,7 @@ TEST(ChromaSiting, AnEvenPixelBesideAChromaEdgeHoldsTheUnblendedChroma)
         const Conversion conversion{Direction::Decode, Range::Full, Range::Full, Matrix::Bt601, filter};
         const auto got = convert(conversion, edge, 8);
         ASSERT_TRUE(got);
-        for (int row = 0; row < edge.height; ++row)
+        for (int row = 0; row < edge.height; ++row) {
             for (int pair = 0; pair < edge.texels(); ++pair) {
                 // Red and blue of that pair's own Cb 90 and Cr 170, or of none:
                 // 128 + 1.402 * 42 = 186.884, 128 + 1.772 * -38 = 60.664.
@@ -97,6 +98,7 @@ TEST(ChromaSiting, AnEvenPixelBesideAChromaEdgeHoldsTheUnblendedChroma)
                 EXPECT_EQ(got->at(2 * pair, row, 2), coloured ? 61 : 128)
                     << "pair " << pair << ", row " << row;
             }
+        }
     }
 }
 
@@ -117,17 +119,19 @@ TEST(ChromaSiting, PointRepeatsTheChromaOfThePairOnItsOddPixel)
     const Conversion conversion{Direction::Decode, Range::Full, Range::Full, Matrix::Bt601, Filter::Point};
     const auto got = convert(conversion, chromaEdge(), 8);
     ASSERT_TRUE(got);
-    for (int row = 0; row < got->height; ++row)
+    for (int row = 0; row < got->height; ++row) {
         for (int x = 0; x < got->width; x += 2)
             EXPECT_EQ(got->at(x, row, 0), got->at(x + 1, row, 0)) << "pixel " << x << ", row " << row;
+    }
 }
 
 TEST(Range, CodesBelowBlackAndAboveWhitePassWhereTheTargetCanHoldThem)
 {
     Picture ramp = Picture::blank("ramp", Layout::Packed422, 512, 1, 8);
-    for (int pair = 0; pair < 256; ++pair)
+    for (int pair = 0; pair < 256; ++pair) {
         for (int component = 0; component < 4; ++component)
             ramp.at(pair, 0, component) = component % 2 == 0 ? static_cast<std::uint16_t>(pair) : 128;
+    }
 
     const auto kept =
         convert({Direction::Decode, Range::Video, Range::Video, Matrix::Bt709, Filter::CatmullRom}, ramp, 8);

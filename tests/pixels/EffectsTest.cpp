@@ -58,7 +58,7 @@ void expectGraded(const Parameters& parameters, const Grade& grade)
     const auto got = throughEffect(L"cc3.fx", "ThreeWay", fromDefaults(parameters), source);
     ASSERT_TRUE(got);
     std::vector<double> exact;
-    for (int row = 0; row < source.height; ++row)
+    for (int row = 0; row < source.height; ++row) {
         for (int x = 0; x < source.width; ++x) {
             const auto graded = grade(
                 {source.at(x, row, 0) / 255.0, source.at(x, row, 1) / 255.0, source.at(x, row, 2) / 255.0});
@@ -66,6 +66,7 @@ void expectGraded(const Parameters& parameters, const Grade& grade)
                 exact.push_back(std::clamp(channel * 255.0, 0.0, 255.0));
             exact.push_back(source.at(x, row, 3));
         }
+    }
     const Verdict verdict = judge(*got, exact);
     EXPECT_LE(verdict.errors.worst, 1) << verdict.worstSample << "\n"
                                        << leaveBehind("cc3", *got, rounded(*got, exact));

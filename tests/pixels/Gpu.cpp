@@ -27,15 +27,17 @@ std::uint16_t codeAt(const std::byte* row, int depth, std::size_t index)
 
 void setCode(std::byte* row, int depth, std::size_t index, std::uint16_t code)
 {
-    if (depth == 8)
+    if (depth == 8) {
         row[index] = static_cast<std::byte>(code);
-    else
+    } else {
         std::memcpy(row + 2 * index, &code, sizeof code);
+    }
 }
 
 std::size_t indexInRow(Layout layout, int texel, int component)
 {
-    return static_cast<std::size_t>(4 * texel + componentInMemory(layout, component));
+    return 4 * static_cast<std::size_t>(texel) +
+           static_cast<std::size_t>(componentInMemory(layout, component));
 }
 
 std::size_t rowBytes(const Picture& picture)
@@ -61,11 +63,14 @@ Image::Surface upload(const Picture& picture)
     auto* bytes = static_cast<std::byte*>(host.getHostImage()->map(iHostImage::Write));
     if (bytes == nullptr)
         return {};
-    for (int row = 0; row < picture.height; ++row, bytes += host.getHostImage()->getPitch())
-        for (int texel = 0; texel < picture.rowTexels; ++texel)
-            for (int component = 0; component < 4; ++component)
+    for (int row = 0; row < picture.height; ++row, bytes += host.getHostImage()->getPitch()) {
+        for (int texel = 0; texel < picture.rowTexels; ++texel) {
+            for (int component = 0; component < 4; ++component) {
                 setCode(bytes, picture.depth, indexInRow(picture.layout, texel, component),
                         picture.at(texel, row, component));
+            }
+        }
+    }
     return host.uploadToGPU();
 }
 
@@ -79,11 +84,14 @@ std::optional<Picture> download(const Image::Surface& surface, Layout layout, co
         return std::nullopt;
     Picture picture = Picture::blank(name, layout, static_cast<int>(host.getWidth()),
                                      static_cast<int>(host.getHeight()), host.getBitsPerComponent());
-    for (int row = 0; row < picture.height; ++row, bytes += host.getHostImage()->getPitch())
-        for (int texel = 0; texel < picture.rowTexels; ++texel)
-            for (int component = 0; component < 4; ++component)
+    for (int row = 0; row < picture.height; ++row, bytes += host.getHostImage()->getPitch()) {
+        for (int texel = 0; texel < picture.rowTexels; ++texel) {
+            for (int component = 0; component < 4; ++component) {
                 picture.at(texel, row, component) =
                     codeAt(bytes, picture.depth, indexInRow(layout, texel, component));
+            }
+        }
+    }
     return picture;
 }
 
@@ -118,9 +126,10 @@ std::optional<Picture> throughEffect(const std::wstring& effect, const std::stri
     const auto shader = Image::getShader(LightweightString<wchar_t>(effect.c_str()));
     if (!from.getGPUSurface() || !shader)
         return std::nullopt;
-    for (const auto& [name, value] : parameters)
+    for (const auto& [name, value] : parameters) {
         if (!shader->setFloat(LightweightString<char>(name.c_str()), value))
             return std::nullopt;
+    }
     Image::Surface to = from.createDestARGBGPUSurface(formatOf(source.depth));
     if (!Image::applyTechnique(shader, from, to, LightweightString<char>(technique.c_str()),
                                static_cast<float>(source.width)))

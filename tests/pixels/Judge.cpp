@@ -64,10 +64,13 @@ Verdict judge(const Picture& got, const std::vector<double>& exact)
                 const double value = exact[next++];
                 const double distance = std::abs(got.at(texel, row, component) - value);
                 const int off = std::max(0, static_cast<int>(std::ceil(distance - 0.5 - Errors::tie)));
-                ++verdict.errors.samples;
-                verdict.errors.misrounded += off > 0 ? 1 : 0;
+                const bool alpha = got.layout == Layout::Rgb && component == 3;
+                if (!alpha) {
+                    ++verdict.errors.samples;
+                    verdict.errors.misrounded += off > 0 ? 1 : 0;
+                    verdict.errors.distance += distance;
+                }
                 verdict.errors.worst = std::max(verdict.errors.worst, off);
-                verdict.errors.distance += distance;
                 if (distance > farthest) {
                     farthest = distance;
                     verdict.worstSample = describe(got, texel, row, component, value);
@@ -82,8 +85,8 @@ int farthestApart(const Picture& one, const Picture& other, int edge, std::strin
 {
     const int skipped = Picture::texelsFor(one.layout, edge);
     int farthest = 0;
-    for (int row = 0; row < one.height; ++row)
-        for (int texel = skipped; texel < one.texels() - skipped; ++texel)
+    for (int row = 0; row < one.height; ++row) {
+        for (int texel = skipped; texel < one.texels() - skipped; ++texel) {
             for (int component = 0; component < 4; ++component) {
                 const int apart = std::abs(one.at(texel, row, component) - other.at(texel, row, component));
                 if (apart > farthest) {
@@ -91,6 +94,8 @@ int farthestApart(const Picture& one, const Picture& other, int edge, std::strin
                     where = describe(one, texel, row, component, other.at(texel, row, component));
                 }
             }
+        }
+    }
     return farthest;
 }
 
@@ -124,11 +129,12 @@ bool writePng(const std::filesystem::path& file, const Picture& picture)
     std::vector<std::uint8_t> bytes;
     for (int row = 0; row < picture.height; ++row) {
         for (int x = 0; x < picture.width; ++x) {
-            if (picture.layout == Layout::Rgb)
+            if (picture.layout == Layout::Rgb) {
                 bytes.insert(bytes.end(), {shown(x, row, 0), shown(x, row, 1), shown(x, row, 2)});
-            else
+            } else {
                 bytes.insert(bytes.end(), {shown(x / 2, row, x % 2 == 0 ? 0 : 2), shown(x / 2, row, 1),
                                            shown(x / 2, row, 3)});
+            }
         }
     }
     png_image image{};

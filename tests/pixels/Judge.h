@@ -9,7 +9,8 @@
 
 namespace Qx::Pixels {
 
-/// How far codes are from the exact values they stand for.
+/// How far codes are from the exact values they stand for. Alpha counts for `worst` alone: it is always the
+/// same, and would make the shares look better than they are.
 struct Errors
 {
     /// Values this close to the middle between two codes may round either way: double precision itself

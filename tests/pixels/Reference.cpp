@@ -68,10 +68,11 @@ double cubic(double x, double b, double c)
     x = std::abs(x);
     if (x < 1.0)
         return ((12 - 9 * b - 6 * c) * x * x * x + (-18 + 12 * b + 6 * c) * x * x + (6 - 2 * b)) / 6.0;
-    if (x < 2.0)
+    if (x < 2.0) {
         return ((-b - 6 * c) * x * x * x + (6 * b + 30 * c) * x * x + (-12 * b - 48 * c) * x +
                 (8 * b + 24 * c)) /
                6.0;
+    }
     return 0.0;
 }
 
@@ -197,23 +198,26 @@ std::string text(Filter filter)
 
 std::string Conversion::technique() const
 {
-    if (direction == Direction::Decode)
+    if (direction == Direction::Decode) {
         return "YCrCb422_" + text(source) + "_" + text(matrix) + "_To_RGB_" + text(target) + "_" +
                text(filter);
+    }
     return "RGB_" + text(source) + "_To_YCrCb422_" + text(target) + "_" + text(matrix) + "_" + text(filter);
 }
 
 std::vector<Conversion> allConversions()
 {
     std::vector<Conversion> all;
-    for (const Range source : {Range::Full, Range::Video})
-        for (const Range target : {Range::Full, Range::Video})
+    for (const Range source : {Range::Full, Range::Video}) {
+        for (const Range target : {Range::Full, Range::Video}) {
             for (const Matrix matrix : {Matrix::Bt601, Matrix::Bt709}) {
                 for (const Filter filter : {Filter::Point, Filter::CatmullRom, Filter::Mitchell})
                     all.push_back({Direction::Decode, source, target, matrix, filter});
                 for (const Filter filter : {Filter::Point, Filter::Lanczos})
                     all.push_back({Direction::Encode, source, target, matrix, filter});
             }
+        }
+    }
     return all;
 }
 

@@ -20,19 +20,21 @@ public:
         : bytes_(depth == 8 ? 1U : 2U), halfChroma_(halfChroma)
     {
         stride_ = (static_cast<std::size_t>(width) * bytes_ + alignment - 1) / alignment * alignment;
-        for (auto& plane : planes_)
+        for (auto& plane : planes_) {
             plane.reset(static_cast<std::byte*>(
                 ::operator new[](stride_* static_cast<std::size_t>(height), std::align_val_t{alignment})));
+        }
     }
 
     bool halfChroma() const { return halfChroma_; }
 
     void set(std::size_t plane, int x, int y, std::uint16_t code)
     {
-        if (bytes_ == 1)
+        if (bytes_ == 1) {
             *place(plane, x, y) = static_cast<std::byte>(code);
-        else
+        } else {
             std::memcpy(place(plane, x, y), &code, sizeof code);
+        }
     }
 
     std::uint16_t get(std::size_t plane, int x, int y) const
@@ -102,7 +104,7 @@ zimg_image_format describe(const Picture& picture, Range range, Matrix matrix, b
 /// The planes of the picture: R, G, B, or Y, Cb, Cr with as much chroma as they are said to have.
 void fill(Planes& planes, const Picture& picture)
 {
-    for (int y = 0; y < picture.height; ++y)
+    for (int y = 0; y < picture.height; ++y) {
         for (int x = 0; x < picture.width; ++x) {
             if (picture.layout == Layout::Rgb) {
                 for (int i = 0; i < 3; ++i)
@@ -115,12 +117,13 @@ void fill(Planes& planes, const Picture& picture)
                 planes.set(2, planes.halfChroma() ? x / 2 : x, y, picture.at(x / 2, y, 3));
             }
         }
+    }
 }
 
 Picture gather(const Planes& planes, const Picture& like, Layout layout)
 {
     Picture picture = Picture::blank(like.name, layout, like.width, like.height, like.depth);
-    for (int y = 0; y < picture.height; ++y)
+    for (int y = 0; y < picture.height; ++y) {
         for (int texel = 0; texel < picture.texels(); ++texel) {
             if (layout == Layout::Rgb) {
                 for (int i = 0; i < 3; ++i)
@@ -134,6 +137,7 @@ Picture gather(const Planes& planes, const Picture& like, Layout layout)
             picture.at(texel, y, 2) = planes.get(0, 2 * texel + 1, y);
             picture.at(texel, y, 3) = planes.get(2, chroma, y);
         }
+    }
     return picture;
 }
 

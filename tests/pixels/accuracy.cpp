@@ -3,6 +3,7 @@
 #include "tests/pixels/Gpu.h"
 #include "tests/pixels/Judge.h"
 #include "tests/pixels/Reference.h"
+#include "tests/pixels/RunningHost.h"
 
 #include <fmt/format.h>
 
@@ -38,15 +39,16 @@ impulses, widths of 1 to 67 pixels and padded rows.
 
 - *correct*: share of samples that are the code nearest to the exact value (either one, where the exact value
   is half way between two).
+- *samples*: components of colour; alpha, always right, is left out.
 - *worst*: codes between the farthest sample and the nearest code.
 - *mean*: mean distance of a sample from the exact value, in codes. Rounding alone makes that 0.25 where exact
   values are spread evenly, and less where many are whole or beyond the range.
 )";
 
-bool write(std::ostream& page)
+bool write(std::ostream& page, const std::string& device)
 {
-    page << introduction;
-    for (const int sourceDepth : {8, 16})
+    page << introduction << "\nMeasured on " << device << ".\n";
+    for (const int sourceDepth : {8, 16}) {
         for (const int targetDepth : {8, 16}) {
             page << fmt::format("\n## {} bits to {} bits\n\n", sourceDepth, targetDepth)
                  << "| technique | samples | correct | worst | mean |\n|---|---:|---:|---:|---:|\n";
@@ -62,6 +64,7 @@ bool write(std::ostream& page)
                                     errors->meanDistance());
             }
         }
+    }
     return true;
 }
 
@@ -73,8 +76,14 @@ int main(int argc, char** argv)
         fmt::print(stderr, "usage: accuracy PAGE.md\n");
         return 2;
     }
+    const RunningHost host(false);
+    const std::string device = host.device();
+    if (device.empty()) {
+        fmt::print(stderr, "accuracy: no device to measure: {}\n", host.failure());
+        return 1;
+    }
     std::ofstream page(argv[1]);
-    const bool written = write(page);
+    const bool written = write(page, device);
     page.close();
     if (written && !page)
         fmt::print(stderr, "accuracy: {} could not be written\n", argv[1]);

@@ -1,0 +1,159 @@
+#include "QxFxResources/GPUColourConverter.h"
+#include "bench/Fixture.h"
+#include "image/TechniqueApplication.h"
+#include "platform/GPUService.h"
+#include "platform/OS.h"
+
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <cstring>
+#include <deque>
+#include <string>
+#include <vector>
+
+// Frames a second of each conversion at 1080p: on the device alone, and with every frame uploaded and read
+// back. Plain copies of the same bytes stand beside them.
+
+namespace Qx::Bench {
+namespace {
+
+using namespace Image;
+using benchmark::State;
+
+constexpr int framesInFlight = 3;
+constexpr int framesPerIteration = 16;
+constexpr std::array depths{iGPUImage::eARGB8, iGPUImage::eARGB16};
+
+/// Converts a frame; false when nothing was drawn.
+using Conversion = bool (*)(const Surface& source, Surface& target, Filter filter);
+
+bool decode(const Surface& source, Surface& target, Filter filter)
+{
+    return ColourConversion::convertYCrCb422ToRGB(source, target, GamutScaling::Unscaled, filter);
+}
+
+bool encode(const Surface& source, Surface& target, Filter filter)
+{
+    return ColourConversion::convertRGBToYCrCb422(source, target, filter);
+}
+
+bool copy(const Surface& source, Surface& target, Filter)
+{
+    return applyTechnique(source, target, "Null", static_cast<float>(source.getWidth()), iGPUImage::eARGB8);
+}
+
+Surface makeVideoTarget(iGPUImage::eFormat depth)
+{
+    Surface target = makePicture(depth).createDestYUY2GPUSurface(depth);
+    target.setColourSpace(ColourSpace::BT709);
+    target.setGamutScaling(GamutScaling::Video);
+    return target;
+}
+
+void onDevice(State& state, Conversion convert, const Surface& source, Surface target, Filter filter)
+{
+    if (!convert(source, target, filter)) {
+        state.SkipWithError("the conversion draws nothing");
+        return;
+    }
+    finish();
+    for (auto _ : state) {
+        for (int i = 0; i < framesPerIteration; ++i) {
+            convert(source, target, filter);
+        }
+        finish();
+    }
+    state.counters["fps"] = benchmark::Counter(static_cast<double>(state.iterations()) * framesPerIteration,
+                                               benchmark::Counter::kIsRate);
+}
+
+void thereAndBack(State& state, iGPUImage::eFormat depth, Filter filter)
+{
+    const std::vector<Surface> frames(framesInFlight, makeVideoFrame(depth));
+    std::deque<Surface> results;
+    std::size_t next = 0;
+    const auto start = [&] {
+        const Surface source = frames[next++ % frames.size()].uploadToGPU();
+        Surface target = makePicture(depth);
+        decode(source, target, filter);
+        results.push_back(target.copyToHost());
+    };
+    for (int i = 0; i < framesInFlight; ++i) {
+        start();
+    }
+    for (auto _ : state) {
+        const Qx::Ptr<iHostImage> image = results.front().getHostImage();
+        if (!image || image->map(iHostImage::Read) == nullptr) {
+            state.SkipWithError("no frame came back");
+            return;
+        }
+        results.pop_front();
+        start();
+    }
+    state.counters["fps"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+}
+
+void copyInMemory(State& state, iGPUImage::eFormat depth)
+{
+    const std::size_t bytes = static_cast<std::size_t>(frameSize.x) * static_cast<std::size_t>(frameSize.y) *
+                              (depth == iGPUImage::eARGB8 ? 4 : 8);
+    const std::vector<char> source(bytes, 1);
+    std::vector<char> target(bytes);
+    for (auto _ : state) {
+        std::memcpy(target.data(), source.data(), bytes);
+        benchmark::DoNotOptimize(target.data());
+        benchmark::ClobberMemory();
+    }
+    state.counters["fps"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+}
+
+template <class Function, class... Args>
+void add(const std::string& name, Function function, Args... args)
+{
+    benchmark::RegisterBenchmark(name.c_str(), function, args...)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+}
+
+void addDecoding(iGPUImage::eFormat depth)
+{
+    const std::string bits = depthName(depth);
+    const Surface source = makeVideoFrame(depth).uploadToGPU();
+    for (const auto& [filter, name] :
+         {std::pair{Filter::Point, "Point"}, std::pair{Filter::CatmullRom, "Catmull-Rom"},
+          std::pair{Filter::Mitchell, "Mitchell"}}) {
+        add("4:2:2 to RGB, " + bits + " bits, " + name, onDevice, decode, source, makePicture(depth), filter);
+    }
+}
+
+void addEncoding(iGPUImage::eFormat depth)
+{
+    const std::string bits = depthName(depth);
+    const Surface source = makePicture(depth);
+    for (const auto& [filter, name] :
+         {std::pair{Filter::Point, "Point"}, std::pair{Filter::Lanczos, "Lanczos"}}) {
+        add("RGB to 4:2:2, " + bits + " bits, " + name, onDevice, encode, source, makeVideoTarget(depth),
+            filter);
+    }
+}
+
+} // namespace
+
+void registerConversions()
+{
+    for (const iGPUImage::eFormat depth : depths) {
+        const std::string bits = depthName(depth);
+        add("memcpy of an RGB frame, " + bits + " bits", copyInMemory, depth);
+        add("copy on the device, " + bits + " bits", onDevice, copy, makePicture(depth), makePicture(depth),
+            Filter::Point);
+        addDecoding(depth);
+        addEncoding(depth);
+        add("upload, 4:2:2 to RGB, read back, " + bits + " bits, Catmull-Rom", thereAndBack, depth,
+            Filter::CatmullRom);
+    }
+}
+
+} // namespace Qx::Bench

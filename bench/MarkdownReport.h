@@ -1,0 +1,31 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <string>
+#include <vector>
+
+namespace Qx::Bench {
+
+/// Prints as usual, and keeps the medians of repeated benchmarks for a page of documentation.
+class MarkdownReport : public benchmark::ConsoleReporter
+{
+public:
+    void ReportRuns(const std::vector<Run>& runs) override;
+
+    /// Writes the page; false when the file cannot be written.
+    bool write(const std::string& path) const;
+
+private:
+    struct Row
+    {
+        std::string name;
+        double time = 0;
+        std::string unit;
+        double framesPerSecond = 0; ///< 0 for what is not counted in frames
+    };
+
+    std::vector<Row> rows_;
+};
+
+} // namespace Qx::Bench

@@ -1,5 +1,6 @@
 #include "host/effects/ShaderCompiler.h"
 
+#include "host/effects/ExactArithmetic.h"
 #include "host/effects/FetchRewriter.h"
 
 #include <glslang/Public/ResourceLimits.h>
@@ -171,6 +172,7 @@ CompiledShader compileShader(const std::string& hlsl)
     if (shader.spirv.empty()) {
         return shader;
     }
+    keepArithmeticAsWritten(shader.spirv);
     std::string problem;
     if (!rewriteFetches(shader.spirv, fetchFunction) || !optimize(shader.spirv, problem) ||
         !validate(shader.spirv, problem) || !needsOnlyCore(shader.spirv, problem)) {

@@ -227,7 +227,10 @@ PlanarFormat FramePacker::Impl::sourceFormat(const AVFrame& frame, int field, in
     from.height = static_cast<unsigned>(roundUp((frame.height + fields - 1 - field) / fields, from.shiftY));
     from.rgb = rgb;
     from.bits = components->bits();
-    from.range = rgb ? Range::full : target.range;
+    from.range = target.range;
+    if (rgb) {
+        from.range = frame.color_range == AVCOL_RANGE_MPEG ? Range::video : Range::full;
+    }
     from.matrix = target.matrix;
     from.chromaLocation = chromaLocation(frame);
     if (from.shiftX == 1 && from.shiftY == 0) {

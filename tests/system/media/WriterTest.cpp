@@ -459,6 +459,40 @@ TEST_F(Writer, AudioEndsWithTheVideo)
     EXPECT_NEAR(static_cast<double>(contents(at("out.pcm")).size()) / 2 / 44100, 0.4, 0.03);
 }
 
+TEST_F(Writer, TimesThatAFixedRateCannotHoldAreAWarning)
+{
+    const Bytes rows = flat(32, 32, {255, 10, 20, 30});
+    OutputSettings wanted = settings(32, 32);
+    wanted.timeBase = {1, 1000};
+    for (const std::string name : {"a.avi", "a.mkv"}) {
+        auto writer = openWriter(at(name), wanted);
+        ASSERT_TRUE(writer);
+        for (const int pts : {100, 140, 145, 180}) { // 25 a second, and one between
+            ASSERT_TRUE(writer->write(rows.data(), 128, {pts, 40, FieldOrder::progressive}));
+        }
+        ASSERT_TRUE(writer->finish());
+        EXPECT_EQ(writer->warnings().size(), name == "a.avi" ? 1U : 0U);
+        auto reader = open(at(name));
+        Frame frame;
+        int frames = 0;
+        while (reader->next(frame) == ClipReader::Next::frame) {
+            ++frames;
+        }
+        EXPECT_EQ(frames, 4) << name;
+    }
+}
+
+TEST_F(Writer, AlphaThatTheFileCannotHoldIsAWarning)
+{
+    OutputSettings wanted = settings(32, 32);
+    wanted.alpha = true;
+    for (const std::string name : {"a.mp4", "a.bmp", "a.jpg"}) {
+        auto writer = openWriter(at(name), wanted);
+        writeFrames(*writer, flat(32, 32, {99, 10, 20, 30}), 128, 1);
+        EXPECT_EQ(writer->warnings().size(), name == "a.bmp" ? 0U : 1U) << name;
+    }
+}
+
 TEST_F(Writer, NamesNeedNotBeUtf8)
 {
     const Bytes rows = flat(8, 8, {255, 1, 2, 3});

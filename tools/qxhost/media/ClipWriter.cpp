@@ -68,6 +68,7 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
     Status status = writer->begin(*container, hasAudio);
     if (!status && hasAudio) {
         writer->warnings_.clear();
+        writer->warnAboutAlpha();
         writer->warnings_.push_back("audio is left out: ." + extension + " does not take it (" +
                                     status.text() + ")");
         status = writer->begin(*container, false);
@@ -81,6 +82,14 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
 ClipWriter::ClipWriter(OutputFile part, const OutputSettings& settings, VideoEncoder encoder)
     : part_(std::move(part)), settings_(settings), encoder_(std::move(encoder))
 {
+    warnAboutAlpha();
+}
+
+void ClipWriter::warnAboutAlpha()
+{
+    if (encoder_.dropsAlpha()) {
+        warnings_.push_back("alpha is left out: " + encoder_.description() + " cannot hold it");
+    }
 }
 
 void ClipWriter::addAudio(const AVOutputFormat& container)
@@ -236,6 +245,10 @@ Status ClipWriter::finish()
     }
     if (refusedAudio_ > 0) {
         warnings_.push_back(std::to_string(refusedAudio_) + " damaged audio packets are left out");
+    }
+    if (encoder_.movedFrames() > 0) {
+        warnings_.push_back("the times of " + std::to_string(encoder_.movedFrames()) +
+                            " frames are changed: this kind of file counts frames at a fixed rate");
     }
     status = part_.commit();
     done_ = static_cast<bool>(status);

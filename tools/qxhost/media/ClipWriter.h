@@ -37,6 +37,7 @@ private:
 
     ClipWriter(OutputFile part, const OutputSettings& settings, VideoEncoder encoder);
     Status begin(const AVOutputFormat& container, bool withAudio);
+    void warnAboutAlpha();
     void addAudio(const AVOutputFormat& container);
     Status writeVideo(AVPacket& packet);
     Status writeAudioUpTo(std::int64_t endMicroseconds);

@@ -29,7 +29,7 @@ struct Stride
 template <int step>
 void gather8(const std::uint8_t* from, std::uint8_t* to, int count)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         to[i] = from[i * step];
     }
 }
@@ -37,7 +37,7 @@ void gather8(const std::uint8_t* from, std::uint8_t* to, int count)
 template <int step>
 void scatter8(const std::uint8_t* from, std::uint8_t* to, int count)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         to[i * step] = from[i];
     }
 }
@@ -58,7 +58,7 @@ void gather8(const std::uint8_t* from, std::uint8_t* to, int count, int step)
         gather8<4>(from, to, count);
         break;
     default:
-        for (int i = 0; i < count; ++i) {
+        for (std::ptrdiff_t i = 0; i < count; ++i) {
             to[i] = from[i * step];
         }
     }
@@ -80,7 +80,7 @@ void scatter8(const std::uint8_t* from, std::uint8_t* to, int count, int step)
         scatter8<4>(from, to, count);
         break;
     default:
-        for (int i = 0; i < count; ++i) {
+        for (std::ptrdiff_t i = 0; i < count; ++i) {
             to[i * step] = from[i];
         }
     }
@@ -98,8 +98,8 @@ std::uint16_t loadWord(const std::uint8_t* from)
 template <int step, bool bigEndian>
 void gather16(const std::uint8_t* from, std::uint16_t* to, int count, int shift, unsigned mask)
 {
-    for (int i = 0; i < count; ++i) {
-        const std::uint16_t word = loadWord(from + static_cast<std::ptrdiff_t>(i) * step);
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+        const std::uint16_t word = loadWord(from + i * step);
         const std::uint16_t value = bigEndian ? swapped(word) : word;
         to[i] = static_cast<std::uint16_t>((static_cast<unsigned>(value) >> shift) & mask);
     }
@@ -122,8 +122,8 @@ void gather16(const std::uint8_t* from, std::uint16_t* to, int count, const Stri
         gather16<8, bigEndian>(from, to, count, stride.shift, stride.mask);
         break;
     default:
-        for (int i = 0; i < count; ++i) {
-            const std::uint16_t word = loadWord(from + static_cast<std::ptrdiff_t>(i) * stride.step);
+        for (std::ptrdiff_t i = 0; i < count; ++i) {
+            const std::uint16_t word = loadWord(from + i * stride.step);
             const unsigned value = bigEndian ? swapped(word) : word;
             to[i] = static_cast<std::uint16_t>((value >> stride.shift) & stride.mask);
         }
@@ -133,10 +133,10 @@ void gather16(const std::uint8_t* from, std::uint16_t* to, int count, const Stri
 template <int step, bool bigEndian>
 void scatter16(const std::uint16_t* from, std::uint8_t* to, int count, int shift)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         const auto value = static_cast<std::uint16_t>(from[i] << shift);
         const std::uint16_t word = bigEndian ? swapped(value) : value;
-        std::memcpy(to + static_cast<std::ptrdiff_t>(i) * step, &word, sizeof word);
+        std::memcpy(to + i * step, &word, sizeof word);
     }
 }
 
@@ -290,7 +290,7 @@ void ComponentRows::readPalette(const AVFrame& frame, int component, int row, in
         table[i] = static_cast<std::uint8_t>(entry >> shifts[static_cast<std::size_t>(component)]);
     }
     const std::uint8_t* from = frame.data[0] + static_cast<std::ptrdiff_t>(row) * frame.linesize[0] + first;
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         codes[i] = table[from[i]];
     }
 }

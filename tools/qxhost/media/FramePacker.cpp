@@ -227,7 +227,10 @@ PlanarFormat FramePacker::Impl::sourceFormat(const AVFrame& frame, int field, in
     from.height = static_cast<unsigned>(roundUp((frame.height + fields - 1 - field) / fields, from.shiftY));
     from.rgb = rgb;
     from.bits = components->bits();
-    from.range = rgb ? Range::full : target.range;
+    from.range = target.range;
+    if (rgb) {
+        from.range = frame.color_range == AVCOL_RANGE_MPEG ? Range::video : Range::full;
+    }
     from.matrix = target.matrix;
     from.chromaLocation = chromaLocation(frame);
     if (from.shiftX == 1 && from.shiftY == 0) {
@@ -267,8 +270,8 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
             if (static_cast<int>(row) >= rows) {
                 return; // a row added to make the height whole
             }
-            const int first = static_cast<int>(left) / 2;
-            const int pairs = std::min(static_cast<int>(right + 1) / 2, allPairs) - first;
+            const std::ptrdiff_t first = left / 2;
+            const int pairs = std::min(static_cast<int>(right + 1) / 2, allPairs) - static_cast<int>(first);
             std::byte* to8 = out.row(static_cast<int>(row) * fields + field);
             if (target.depth == Depth::bits8) {
                 packRow8(static_cast<const std::uint8_t*>(window.row(0, row)) + first * 2,
@@ -287,7 +290,7 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
 void FramePacker::Impl::fillRows(const AVFrame& frame, const RowGraph::Window& window, unsigned row,
                                  unsigned left, unsigned right, int field, int fields) const
 {
-    const int size = components->wide() ? 2 : 1;
+    const std::ptrdiff_t size = components->wide() ? 2 : 1;
     for (int plane = 0; plane < 3; ++plane) {
         const int shiftX = plane == 0 ? 0 : components->chromaShiftX();
         const int shiftY = plane == 0 ? 0 : components->chromaShiftY();

@@ -175,6 +175,7 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
     frame->pts = av_rescale_q(time.pts, inputTimeBase_, context_->time_base);
     if (lastPts_ && frame->pts <= *lastPts_) {
         frame->pts = *lastPts_ + 1; // two frames that the time base cannot tell apart
+        ++movedFrames_;
     }
     lastPts_ = frame->pts;
     durations_[frame->pts] = av_rescale_q(time.duration, inputTimeBase_, context_->time_base);
@@ -303,8 +304,8 @@ Status VideoEncoder::convertField(const AVFrame& from, AVFrame& to, int field, i
         cached.emplace(Graph{source, target, std::move(made.value())});
     }
 
-    const int inputSize = input_->wide() ? 2 : 1;
-    const int outputSize = output_->wide() ? 2 : 1;
+    const std::ptrdiff_t inputSize = input_->wide() ? 2 : 1;
+    const std::ptrdiff_t outputSize = output_->wide() ? 2 : 1;
     const auto fill = [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
         const int at = std::min(static_cast<int>(row), rows - 1) * fields + field;
         const int first = std::min(static_cast<int>(left), width - 1);

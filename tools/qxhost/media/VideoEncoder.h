@@ -34,6 +34,9 @@ public:
     std::string description() const;
     /// Alpha was asked for and cannot be kept.
     bool dropsAlpha() const { return dropsAlpha_; }
+    /// Frames so far that were given later times, because the time base could not tell them from the one
+    /// before.
+    std::int64_t movedFrames() const { return movedFrames_; }
 
 private:
     VideoEncoder() = default;
@@ -69,6 +72,7 @@ private:
     Matrix matrix_ = Matrix::bt709;
     bool alpha_ = false;
     bool dropsAlpha_ = false;
+    std::int64_t movedFrames_ = 0;
 };
 
 } // namespace Qx::Media

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace Qx::Host {
@@ -88,6 +89,10 @@ private:
     std::vector<DeviceDescription> devices_;
     std::shared_ptr<Vulkan::Context> context_;
 };
+
+/// Names of an effect's parameters that take values from a caller, in the file's order. Empty for an effect that is
+/// not this service's.
+QX_API std::vector<std::string> settableParameters(const iShaderEffect& effect);
 
 /// The process's service. Constructed at the first use and never destroyed.
 QX_API GPUService& gpuService();

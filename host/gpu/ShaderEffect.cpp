@@ -1,6 +1,7 @@
 #include "host/gpu/ShaderEffect.h"
 
 #include "host/gpu/Areas.h"
+#include "host/gpu/GPUService.h"
 
 #include <algorithm>
 #include <cmath>
@@ -396,3 +397,20 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
 }
 
 } // namespace Qx::Host::Vulkan
+
+namespace Qx::Host {
+
+std::vector<std::string> settableParameters(const iShaderEffect& effect)
+{
+    std::vector<std::string> names;
+    if (const auto* ours = dynamic_cast<const Vulkan::ShaderEffect*>(&effect)) {
+        for (const CompiledEffect::Parameter& parameter : ours->parameters()) {
+            if (parameter.semantic == CompiledEffect::Semantic::None) {
+                names.push_back(parameter.name);
+            }
+        }
+    }
+    return names;
+}
+
+} // namespace Qx::Host

@@ -80,8 +80,9 @@ public:
     /// Draws the present technique over a rectangle of the target, given in pixels.
     bool draw(GPUImage& target, const RectangleOf<float>& area, const Qx::Vector<Source>& sources);
 
-    /// The names of the effect's textures, in the file's order.
+    /// The effect's textures and parameters, in the file's order.
     const std::vector<CompiledEffect::Texture>& textures() const { return state_->effect().textures; }
+    const std::vector<CompiledEffect::Parameter>& parameters() const { return state_->effect().parameters; }
 
 private:
     bool fail(const std::string& reason);

@@ -174,6 +174,11 @@ Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettin
     return best;
 }
 
+bool isJpegFormat(AVPixelFormat format)
+{
+    return format == AV_PIX_FMT_YUVJ420P || format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
+}
+
 std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& codec, AVPixelFormat format)
 {
     const std::string_view name = codec.name;

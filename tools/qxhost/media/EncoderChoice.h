@@ -17,6 +17,9 @@ Result<const AVCodec*> chooseClipEncoder(const std::string& extension, const AVO
 /// RGB for lossless and still-picture codecs, 4:2:2 for those used between editing steps, 4:2:0 for delivery.
 Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettings& settings);
 
+/// One of JPEG's formats: YCbCr in full range.
+bool isJpegFormat(AVPixelFormat format);
+
 /// Options of good quality for encoders whose own defaults are for small files.
 std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& codec, AVPixelFormat format);
 

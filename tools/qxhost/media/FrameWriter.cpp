@@ -1,6 +1,8 @@
 #include "tools/qxhost/media/FrameWriter.h"
 
 #include "tools/qxhost/media/ClipWriter.h"
+#include "tools/qxhost/media/ComponentRows.h"
+#include "tools/qxhost/media/EncoderChoice.h"
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "tools/qxhost/media/Names.h"
 #include "tools/qxhost/media/PictureWriter.h"
@@ -42,6 +44,30 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
         return PictureWriter::open(file, settings, encoder);
     }
     return ClipWriter::open(file, extension, settings);
+}
+
+bool writesPictures(const std::filesystem::path& file)
+{
+    return pictureEncoder(lowerExtension(file)) != nullptr;
+}
+
+Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& settings)
+{
+    if (writesPictures(file)) {
+        return Range::full;
+    }
+    const std::string extension = lowerExtension(file);
+    const AVOutputFormat* container = av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
+    if (!container) {
+        return Range::full;
+    }
+    const auto codec = chooseClipEncoder(extension, *container, settings);
+    if (!codec) {
+        return Range::full;
+    }
+    const auto format = choosePixelFormat(*codec.value(), settings);
+    return format && !ComponentRows(format.value()).isRgb() && !isJpegFormat(format.value()) ? Range::video
+                                                                                             : Range::full;
 }
 
 } // namespace Qx::Media

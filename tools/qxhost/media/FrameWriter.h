@@ -88,4 +88,11 @@ public:
 Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
                                                  const OutputSettings& settings);
 
+/// Whether openWriter() would write pictures to that file, and no clip.
+bool writesPictures(const std::filesystem::path& file);
+
+/// The range in which RGB codes lose least on their way into that file, whatever settings.rgbRange says:
+/// video for YCbCr in video range, full for everything else, and for what openWriter() would refuse.
+Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& settings);
+
 } // namespace Qx::Media

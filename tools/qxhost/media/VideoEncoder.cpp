@@ -14,11 +14,6 @@ int roundUp(int value, int shift)
     return (value + step - 1) / step * step;
 }
 
-bool isJpegFormat(AVPixelFormat format)
-{
-    return format == AV_PIX_FMT_YUVJ420P || format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
-}
-
 /// Codecs whose encoders here know how to code fields.
 bool codesFields(AVCodecID codec)
 {

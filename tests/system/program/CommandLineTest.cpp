@@ -1,0 +1,141 @@
+#include "tests/system/program/Program.h"
+
+namespace Qx::System {
+
+namespace {
+
+class CommandLine : public ProgramTest
+{
+protected:
+    void SetUp() override
+    {
+        ProgramTest::SetUp();
+        // None of these may need a device: without any driver they work all the same.
+        ::setenv("VK_ICD_FILENAMES", "/nonexistent.json", 1);
+        ::setenv("VK_DRIVER_FILES", "/nonexistent.json", 1);
+    }
+
+    void TearDown() override
+    {
+        ::unsetenv("VK_ICD_FILENAMES");
+        ::unsetenv("VK_DRIVER_FILES");
+        ProgramTest::TearDown();
+    }
+
+    /// A wrong command line: exit code 2, nothing on standard output, one line that has all these words in
+    /// it.
+    void expectUsageError(const std::vector<std::string>& arguments,
+                          const std::vector<std::string>& words) const
+    {
+        const Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, 2);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_TRUE(outcome.err.starts_with("qxhost: ")) << outcome.err;
+        EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1) << outcome.err;
+        EXPECT_NE(outcome.err.find("--help"), std::string::npos) << outcome.err;
+        for (const std::string& word : words) {
+            EXPECT_NE(outcome.err.find(word), std::string::npos) << word << " is not in: " << outcome.err;
+        }
+    }
+
+    void expectHelp(const std::vector<std::string>& arguments, const std::vector<std::string>& words) const
+    {
+        const Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, 0);
+        EXPECT_EQ(outcome.err, "");
+        for (const std::string& word : words) {
+            EXPECT_NE(outcome.out.find(word), std::string::npos) << word << " is not in: " << outcome.out;
+        }
+    }
+};
+
+TEST_F(CommandLine, alone_it_shows_its_commands)
+{
+    expectHelp({}, {"Usage: qxhost", "convert", "effects", "devices", "Examples:"});
+}
+
+TEST_F(CommandLine, every_command_has_help)
+{
+    expectHelp({"--help"}, {"Usage: qxhost", "convert"});
+    expectHelp({"help"}, {"Usage: qxhost", "convert"});
+    expectHelp({"convert", "--help"},
+               {"Usage: qxhost convert INPUT OUTPUT", "--matrix", "Exit codes", "130"});
+    expectHelp({"help", "convert"}, {"Usage: qxhost convert INPUT OUTPUT"});
+    expectHelp({"convert", "a", "b", "-h"}, {"Usage: qxhost convert INPUT OUTPUT"});
+    expectHelp({"effects"}, {"list", "check"});
+    expectHelp({"effects", "check", "--help"}, {"Usage: qxhost effects check FILE..."});
+    expectHelp({"effects", "list", "--help"}, {"--json"});
+    expectHelp({"devices", "--help"}, {"--json"});
+}
+
+TEST_F(CommandLine, the_version_is_one_line)
+{
+    const Outcome outcome = qxhost({"--version"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(outcome.out.find("qxhost "), 0U);
+    EXPECT_EQ(outcome.out.find('\n'), outcome.out.size() - 1);
+}
+
+TEST_F(CommandLine, a_mistyped_command_is_suggested)
+{
+    expectUsageError({"convrt", "a.mov", "b.mov"}, {"\"convrt\"", "did you mean convert?"});
+    expectUsageError({"effects", "lsit"}, {"\"lsit\"", "did you mean list?"});
+    expectUsageError({"xyzzy"}, {"\"xyzzy\""});
+}
+
+TEST_F(CommandLine, a_mistyped_option_is_suggested)
+{
+    expectUsageError({"convert", "a.mov", "b.mov", "--forse"}, {"--forse", "did you mean --force?"});
+    expectUsageError({"convert", "--outputrange=full", "a.mov", "b.mov"}, {"did you mean --output-range?"});
+    expectUsageError({"--versoin"}, {"did you mean --version?"});
+    expectUsageError({"devices", "--jsn"}, {"did you mean --json?"});
+}
+
+TEST_F(CommandLine, missing_and_superfluous_arguments_are_named)
+{
+    expectUsageError({"convert"}, {"INPUT is missing", "qxhost convert --help"});
+    expectUsageError({"convert", "a.mov"}, {"OUTPUT is missing"});
+    expectUsageError({"convert", "a.mov", "b.mov", "c.mov"}, {"\"c.mov\"", "too many"});
+    expectUsageError({"effects", "check"}, {"FILE is missing"});
+    expectUsageError({"devices", "all"}, {"\"all\"", "too many"});
+    expectUsageError({"convert", "a.mov", "b.mov", "--matrix"}, {"--matrix"});
+}
+
+TEST_F(CommandLine, wrong_values_are_answered_with_the_right_ones)
+{
+    expectUsageError({"convert", "a", "b", "--matrix", "bt2020"},
+                     {"--matrix", "\"bt2020\"", "bt601 and bt709"});
+    expectUsageError({"convert", "a", "b", "--range", "tv"}, {"--range", "\"tv\"", "video and full"});
+    expectUsageError({"convert", "a", "b", "--filter", "lanczos"}, {"point, catmullrom and mitchell"});
+    expectUsageError({"convert", "a", "b", "--depth", "10"}, {"--depth", "8 and 16"});
+    expectUsageError({"convert", "a", "b", "--frames", "0"}, {"--frames", "\"0\""});
+    expectUsageError({"convert", "a", "b", "--frames", "many"}, {"--frames", "\"many\""});
+    expectUsageError({"convert", "a", "b", "--start", "-1"}, {"--start", "\"-1\""});
+    expectUsageError({"convert", "a", "b", "--frames", "99999999999999999999"}, {"--frames"});
+}
+
+TEST_F(CommandLine, effect_options_need_an_effect_and_make_sense)
+{
+    expectUsageError({"convert", "a", "b", "--technique", "T"}, {"--technique T", "before any --effect"});
+    expectUsageError({"convert", "a", "b", "--set", "x=1", "--effect", "cc3.fx"},
+                     {"--set x=1", "before any"});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain"},
+                     {"--set gain", "NAME=VALUE"});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "=1"}, {"NAME=VALUE"});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain=bright"}, {"\"bright\""});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain=1,,2"}, {"no number"});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain=nan"}, {"\"nan\""});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--technique", "A", "--technique", "B"},
+                     {"e.fx", "two techniques"});
+}
+
+TEST_F(CommandLine, closed_standard_output_is_a_failure_to_write)
+{
+    const Outcome outcome = run({"sh", "-c", programPath() + " --help > /dev/full"});
+    EXPECT_EQ(outcome.exitCode, 4);
+    EXPECT_NE(outcome.err.find("standard output"), std::string::npos) << outcome.err;
+}
+
+} // namespace
+
+} // namespace Qx::System

@@ -1,0 +1,199 @@
+#include "tests/system/program/Program.h"
+
+#include <nlohmann/json.hpp>
+
+namespace Qx::System {
+
+namespace {
+
+constexpr const char* tintEffect = R"(// Weighs the components.
+texture Input;
+sampler S = sampler_state { Texture = <Input>; MinFilter = Point; MagFilter = Point; };
+float4 tint = {1, 1, 1, 1};
+float amount = 1;
+float4 weigh(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(S, uv) * tint * amount; }
+float4 white(float2 uv : TEXCOORD0) : COLOR0 { return 1; }
+technique Weigh { pass P0 { PixelShader = compile ps_3_0 weigh(); } }
+technique White { pass P0 { PixelShader = compile ps_3_0 white(); } }
+)";
+
+using Bytes = std::vector<std::uint8_t>;
+
+class Effects : public ProgramTest
+{
+protected:
+    void SetUp() override
+    {
+        ProgramTest::SetUp();
+        ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=48x32", "-frames", "1", "-pix_fmt", "yuv422p", "-c:v",
+                "ffv1", "-colorspace", "bt709", "-color_range", "tv", "clip.mkv"});
+        write("tint.fx", tintEffect);
+    }
+
+    Bytes through(std::vector<std::string> options) const
+    {
+        options.insert(options.begin(), {"convert", "clip.mkv", "out.png", "--force"});
+        const Outcome outcome = qxhost(options);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return decoded("out.png", "rgb24");
+    }
+
+    void expectFailure(std::vector<std::string> options, const std::vector<std::string>& words) const
+    {
+        options.insert(options.begin(), {"convert", "clip.mkv", "no.png"});
+        const Outcome outcome = qxhost(options);
+        EXPECT_EQ(outcome.exitCode, 6) << outcome.err;
+        for (const std::string& word : words) {
+            EXPECT_NE(outcome.err.find(word), std::string::npos) << word << " is not in: " << outcome.err;
+        }
+        EXPECT_EQ(filesBeside({"clip.mkv", "tint.fx", "broken.fx", "two.fx"}), std::vector<std::string>());
+    }
+};
+
+TEST_F(Effects, a_neutral_grade_changes_nothing)
+{
+    EXPECT_EQ(through({"--effect", "cc3.fx"}), through({}));
+}
+
+TEST_F(Effects, names_of_the_catalogue_have_no_letter_case)
+{
+    EXPECT_EQ(through({"--effect", "CC3.FX", "--set", "saturation=0"}),
+              through({"--effect", "cc3.fx", "--set", "saturation=0"}));
+}
+
+TEST_F(Effects, a_parameter_has_its_effect)
+{
+    const Bytes grey = through({"--effect", "cc3.fx", "--set", "saturation=0"});
+    for (std::size_t i = 0; i < grey.size(); i += 3) {
+        ASSERT_NEAR(grey[i], grey[i + 1], 1);
+        ASSERT_NEAR(grey[i], grey[i + 2], 1);
+    }
+}
+
+TEST_F(Effects, a_vector_sets_each_component)
+{
+    const Bytes plain = through({});
+    const Bytes tinted = through({"--effect", "./tint.fx", "--set", "tint=1,0.5,0,1"});
+    ASSERT_EQ(tinted.size(), plain.size());
+    for (std::size_t i = 0; i < plain.size(); i += 3) {
+        ASSERT_EQ(tinted[i], plain[i]);
+        ASSERT_NEAR(tinted[i + 1], plain[i + 1] * 0.5, 0.51);
+        ASSERT_EQ(tinted[i + 2], 0);
+    }
+}
+
+TEST_F(Effects, one_value_sets_all_components)
+{
+    EXPECT_EQ(through({"--effect", "tint.fx", "--set", "tint=0"}), Bytes(48 * 32 * 3, 0));
+}
+
+TEST_F(Effects, a_technique_is_chosen_by_name)
+{
+    EXPECT_EQ(through({"--effect", "tint.fx", "--technique", "White"}), Bytes(48 * 32 * 3, 255));
+}
+
+TEST_F(Effects, several_run_in_order_each_with_its_own_parameters)
+{
+    const Bytes result = through({"--effect", "tint.fx", "--technique", "White", "--effect", "tint.fx",
+                                  "--set", "tint=1,1,0,1", "--effect", "tint.fx", "--set", "amount=0.2"});
+    for (std::size_t i = 0; i < result.size(); i += 3) {
+        ASSERT_EQ(result[i], 51);
+        ASSERT_EQ(result[i + 1], 51);
+        ASSERT_EQ(result[i + 2], 0);
+    }
+}
+
+TEST_F(Effects, an_unknown_effect_is_answered_with_those_there_are)
+{
+    expectFailure({"--effect", "cc4.fx"}, {"cc4.fx", "did you mean cc3.fx?", "null.fx"});
+}
+
+TEST_F(Effects, an_unknown_technique_is_answered_with_those_there_are)
+{
+    expectFailure({"--effect", "tint.fx", "--technique", "Whit"},
+                  {"tint.fx", "\"Whit\"", "did you mean White?", "Weigh and White"});
+}
+
+TEST_F(Effects, an_unknown_parameter_is_answered_with_those_there_are)
+{
+    expectFailure({"--effect", "tint.fx", "--set", "tnit=1"},
+                  {"tint.fx", "\"tnit\"", "did you mean tint?", "tint and amount"});
+    expectFailure({"--effect", "cc3.fx", "--set", "satturation=1"}, {"did you mean saturation?", "gainRed"});
+}
+
+TEST_F(Effects, a_wrong_number_of_values_is_refused)
+{
+    expectFailure({"--effect", "tint.fx", "--set", "tint=1,2"}, {"\"tint\"", "4", "2"});
+    expectFailure({"--effect", "tint.fx", "--set", "Input=1"}, {"\"Input\""});
+}
+
+TEST_F(Effects, a_broken_effect_is_refused_with_the_place)
+{
+    write("broken.fx", "float4 f() : COLOR0 {\n    return nothing;\n}\n"
+                       "technique T { pass P { PixelShader = compile ps_3_0 f(); } }\n");
+    expectFailure({"--effect", "broken.fx"}, {"broken.fx:2:", "nothing"});
+}
+
+TEST_F(Effects, one_that_wants_a_second_picture_is_refused)
+{
+    write("two.fx", "texture Other;\nsampler S = sampler_state { Texture = <Other>; };\n"
+                    "float4 f(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(S, uv); }\n"
+                    "technique T { pass P { PixelShader = compile ps_3_0 f(); } }\n");
+    expectFailure({"--effect", "two.fx"}, {"two.fx", "Input"});
+}
+
+TEST_F(Effects, the_list_names_the_shipped_effects)
+{
+    const Outcome outcome = qxhost({"effects", "list", "--json"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    std::map<std::string, std::size_t> techniques;
+    for (const auto& effect : nlohmann::json::parse(outcome.out)) {
+        EXPECT_TRUE(effect["compiled"].get<bool>()) << effect;
+        EXPECT_TRUE(fs::is_directory(effect["directory"].get<std::string>())) << effect;
+        techniques[effect["name"]] = effect["techniques"].size();
+    }
+    EXPECT_EQ(techniques["ColourConvert.fx"], 40U);
+    EXPECT_EQ(techniques.count("null.fx"), 1U);
+    EXPECT_EQ(techniques.count("cc3.fx"), 1U);
+    const Outcome table = qxhost({"effects", "list"});
+    EXPECT_NE(table.out.find("ColourConvert.fx"), std::string::npos);
+    EXPECT_NE(table.out.find("40"), std::string::npos);
+}
+
+TEST_F(Effects, checking_prints_the_messages_and_answers_by_exit_code)
+{
+    const Outcome good = qxhost({"effects", "check", "tint.fx"});
+    EXPECT_EQ(good.exitCode, 0) << good.err;
+    EXPECT_NE(good.out.find("tint.fx: ok, 2 techniques"), std::string::npos) << good.out;
+
+    write("broken.fx", "technique T { pass P { PixelShader = compile ps_3_0 missing(); } }\n");
+    const Outcome bad = qxhost({"effects", "check", "tint.fx", "broken.fx"});
+    EXPECT_EQ(bad.exitCode, 1);
+    EXPECT_NE(bad.out.find("tint.fx: ok"), std::string::npos) << bad.out;
+    EXPECT_NE(bad.out.find("broken.fx:1:"), std::string::npos) << bad.out;
+
+    const auto report =
+        nlohmann::json::parse(qxhost({"effects", "check", "--json", "tint.fx", "broken.fx"}).out);
+    EXPECT_EQ(report[0]["ok"], true);
+    EXPECT_EQ(report[1]["ok"], false);
+    EXPECT_NE(report[1]["messages"].get<std::string>().find("missing"), std::string::npos);
+
+    EXPECT_EQ(qxhost({"effects", "check", "absent.fx"}).exitCode, 3);
+}
+
+TEST_F(Effects, devices_are_listed_and_one_is_chosen)
+{
+    const Outcome outcome = qxhost({"devices", "--json"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    int chosen = 0;
+    for (const auto& device : nlohmann::json::parse(outcome.out)) {
+        EXPECT_FALSE(device["name"].get<std::string>().empty());
+        chosen += device["chosen"].get<bool>() ? 1 : 0;
+    }
+    EXPECT_EQ(chosen, 1);
+    EXPECT_NE(qxhost({"devices"}).out.find("* "), std::string::npos);
+}
+
+} // namespace
+
+} // namespace Qx::System

@@ -1,0 +1,142 @@
+#include "tests/system/program/Program.h"
+
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+namespace Qx::System {
+
+namespace {
+
+class Failures : public ProgramTest
+{
+protected:
+    void SetUp() override
+    {
+        ProgramTest::SetUp();
+        ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=320x240", "-frames", "10", "-pix_fmt", "yuv422p", "-c:v",
+                "ffv1", "-colorspace", "bt709", "-color_range", "tv", "clip.mkv"});
+    }
+
+    /// Fails with this exit code and one line that has all these words, and leaves nothing behind.
+    void expectFailure(const Outcome& outcome, int exitCode, const std::vector<std::string>& words,
+                       std::vector<std::string> files = {}) const
+    {
+        EXPECT_EQ(outcome.exitCode, exitCode) << outcome.err;
+        EXPECT_EQ(outcome.out, "");
+        const std::size_t last = outcome.err.rfind("qxhost: ");
+        ASSERT_NE(last, std::string::npos) << outcome.err;
+        for (const std::string& word : words) {
+            EXPECT_NE(outcome.err.find(word, last), std::string::npos)
+                << word << " is not in: " << outcome.err;
+        }
+        files.emplace_back("clip.mkv");
+        EXPECT_EQ(filesBeside(files), std::vector<std::string>());
+    }
+};
+
+TEST_F(Failures, a_missing_input_is_named)
+{
+    expectFailure(qxhost({"convert", "absent.mov", "out.png"}), 3, {"absent.mov"});
+}
+
+TEST_F(Failures, an_input_that_is_no_media_is_named)
+{
+    write("noise.mov", std::string(5000, 'x'));
+    expectFailure(qxhost({"convert", "noise.mov", "out.png"}), 3, {"noise.mov"}, {"noise.mov"});
+    write("empty.mov", "");
+    expectFailure(qxhost({"convert", "empty.mov", "out.png"}), 3, {"empty.mov"}, {"noise.mov", "empty.mov"});
+    expectFailure(qxhost({"convert", ".", "out.png"}), 3, {"."}, {"noise.mov", "empty.mov"});
+}
+
+TEST_F(Failures, audio_alone_is_no_input)
+{
+    ffmpeg({"-f", "lavfi", "-i", "sine", "-t", "0.1", "tone.wav"});
+    expectFailure(qxhost({"convert", "tone.wav", "out.png"}), 3, {"tone.wav", "video"}, {"tone.wav"});
+}
+
+TEST_F(Failures, bt2020_is_refused_aloud)
+{
+    ffmpeg({"-i", "clip.mkv", "-c:v", "ffv1", "-colorspace", "bt2020nc", "-color_primaries", "bt2020",
+            "-color_trc", "smpte2084", "hdr.mkv"});
+    expectFailure(qxhost({"convert", "hdr.mkv", "out.png"}), 3, {"hdr.mkv", "2020", "--matrix"}, {"hdr.mkv"});
+}
+
+TEST_F(Failures, starting_behind_the_end_is_an_input_failure)
+{
+    expectFailure(qxhost({"convert", "clip.mkv", "out.mov", "--start", "10"}), 3, {"clip.mkv", "--start 10"});
+}
+
+TEST_F(Failures, an_existing_file_is_only_replaced_by_force)
+{
+    write("out.png", "precious");
+    expectFailure(qxhost({"convert", "clip.mkv", "out.png", "--frames", "1"}), 4, {"out.png", "--force"},
+                  {"out.png"});
+    EXPECT_EQ(read(at("out.png")), "precious");
+    write("out.mov", "precious");
+    expectFailure(qxhost({"convert", "clip.mkv", "out.mov"}), 4, {"out.mov", "--force"},
+                  {"out.png", "out.mov"});
+    EXPECT_EQ(read(at("out.mov")), "precious");
+    EXPECT_EQ(qxhost({"convert", "clip.mkv", "out.mov", "--force"}).exitCode, 0);
+    EXPECT_NE(read(at("out.mov")), "precious");
+}
+
+TEST_F(Failures, the_input_is_never_overwritten)
+{
+    const std::string before = read(at("clip.mkv"));
+    expectFailure(qxhost({"convert", "clip.mkv", "./clip.mkv", "--force"}), 4, {"clip.mkv", "input"});
+    EXPECT_EQ(read(at("clip.mkv")), before);
+}
+
+TEST_F(Failures, an_output_that_cannot_be_made_is_named)
+{
+    expectFailure(qxhost({"convert", "clip.mkv", "absent/out.png"}), 4, {"absent/"});
+    expectFailure(qxhost({"convert", "clip.mkv", "out"}), 4, {"out"});
+    expectFailure(qxhost({"convert", "clip.mkv", "out.xyz"}), 4, {"out.xyz"});
+    expectFailure(qxhost({"convert", "clip.mkv", "out.mov", "--codec", "nonsense"}), 4, {"nonsense"});
+    expectFailure(qxhost({"convert", "clip.mkv", "out.mov", "--pixel-format", "nonsense"}), 4, {"nonsense"});
+}
+
+TEST_F(Failures, a_failed_run_leaves_an_existing_file_alone)
+{
+    write("out.mov", "precious");
+    const Outcome outcome =
+        run({"sh", "-c", "ulimit -f 8; exec " + programPath() + " convert clip.mkv out.mov --force"});
+    expectFailure(outcome, 4, {"out.mov"}, {"out.mov"});
+    EXPECT_EQ(read(at("out.mov")), "precious");
+}
+
+TEST_F(Failures, no_room_for_the_output_is_an_output_failure)
+{
+    expectFailure(run({"sh", "-c", "ulimit -f 8; exec " + programPath() + " convert clip.mkv out.mkv"}), 4,
+                  {"out.mkv"});
+    expectFailure(
+        run({"sh", "-c", "ulimit -f 8; exec " + programPath() + " convert clip.mkv out.bmp --frames 1"}), 4,
+        {"out"});
+}
+
+TEST_F(Failures, a_device_that_is_not_there_is_answered_with_those_that_are)
+{
+    expectFailure(qxhost({"convert", "clip.mkv", "out.png", "--device", "nonesuch"}), 5,
+                  {"--device nonesuch", "0: "});
+    expectFailure(qxhost({"effects", "list", "--device", "99"}), 5, {"--device 99"});
+}
+
+TEST_F(Failures, without_any_device_the_program_says_what_to_install)
+{
+    expectFailure(run({"env", "VK_ICD_FILENAMES=/nonexistent.json", "VK_DRIVER_FILES=/nonexistent.json",
+                       programPath(), "convert", "clip.mkv", "out.png"}),
+                  5, {"Vulkan"});
+}
+
+TEST_F(Failures, json_tells_of_failures_too)
+{
+    const Outcome outcome = qxhost({"convert", "absent.mov", "out.png", "--json"});
+    EXPECT_EQ(outcome.exitCode, 3);
+    const auto report = nlohmann::json::parse(outcome.out);
+    EXPECT_EQ(report["error"]["exitCode"], 3);
+    EXPECT_NE(report["error"]["message"].get<std::string>().find("absent.mov"), std::string::npos);
+}
+
+} // namespace
+
+} // namespace Qx::System

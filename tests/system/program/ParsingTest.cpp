@@ -1,0 +1,100 @@
+#include "tools/qxhost/CommandLine.h"
+#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/ProgressDisplay.h"
+
+#include <gtest/gtest.h>
+
+namespace Qx::Program {
+
+namespace {
+
+ConvertOptions convert(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), "convert");
+    return std::get<ConvertOptions>(parseCommandLine(arguments));
+}
+
+TEST(Parsing, convert_has_its_defaults)
+{
+    const ConvertOptions options = convert({"in.mov", "out.png"});
+    EXPECT_EQ(options.input, "in.mov");
+    EXPECT_EQ(options.output, "out.png");
+    EXPECT_FALSE(options.range || options.matrix || options.outputRange || options.depth);
+    EXPECT_EQ(options.filter, Image::Filter::CatmullRom);
+    EXPECT_TRUE(options.effects.empty());
+    EXPECT_EQ(options.start, 0);
+    EXPECT_EQ(options.frames, 0);
+    EXPECT_TRUE(options.audio);
+    EXPECT_FALSE(options.force || options.quiet || options.json);
+}
+
+TEST(Parsing, convert_takes_every_option)
+{
+    const ConvertOptions options =
+        convert({"--range",    "full",     "--matrix", "BT601", "--output-range", "video",
+                 "--filter",   "Mitchell", "--depth",  "16",    "--start",        "3",
+                 "--frames",   "7",        "--codec",  "ffv1",  "--pixel-format", "gbrp",
+                 "--no-audio", "--force",  "--device", "1",     "--quiet",        "--json",
+                 "in",         "out"});
+    EXPECT_EQ(options.range, Media::Range::full);
+    EXPECT_EQ(options.matrix, Media::Matrix::bt601);
+    EXPECT_EQ(options.outputRange, Media::Range::video);
+    EXPECT_EQ(options.filter, Image::Filter::Mitchell);
+    EXPECT_EQ(options.depth, Media::Depth::bits16);
+    EXPECT_EQ(options.start, 3);
+    EXPECT_EQ(options.frames, 7);
+    EXPECT_EQ(options.codec, "ffv1");
+    EXPECT_EQ(options.pixelFormat, "gbrp");
+    EXPECT_FALSE(options.audio);
+    EXPECT_TRUE(options.force && options.quiet && options.json);
+    EXPECT_EQ(options.device, "1");
+    EXPECT_EQ(options.input, "in");
+    EXPECT_EQ(options.output, "out");
+}
+
+TEST(Parsing, techniques_and_settings_belong_to_the_effect_before_them)
+{
+    const ConvertOptions options =
+        convert({"--effect", "a.fx", "--set", "x=1", "in", "--effect", "b.fx", "--technique", "T", "out",
+                 "--set", "y=0.5,-1,2e1", "--set=z=true", "--effect", "a.fx"});
+    ASSERT_EQ(options.effects.size(), 3U);
+    EXPECT_EQ(options.effects[0].file, "a.fx");
+    EXPECT_EQ(options.effects[0].technique, "");
+    ASSERT_EQ(options.effects[0].settings.size(), 1U);
+    EXPECT_EQ(options.effects[0].settings[0].name, "x");
+    EXPECT_EQ(options.effects[1].technique, "T");
+    ASSERT_EQ(options.effects[1].settings.size(), 2U);
+    EXPECT_EQ(options.effects[1].settings[0].values, (std::vector<float>{0.5F, -1.0F, 20.0F}));
+    EXPECT_EQ(options.effects[1].settings[1].values, (std::vector<float>{1.0F}));
+    EXPECT_EQ(options.effects[2].file, "a.fx");
+    EXPECT_TRUE(options.effects[2].settings.empty());
+    EXPECT_EQ(options.input, "in");
+    EXPECT_EQ(options.output, "out");
+}
+
+TEST(Parsing, names_that_look_like_options_follow_two_dashes)
+{
+    const ConvertOptions options = convert({"--force", "--", "-in.mov", "--out.mov"});
+    EXPECT_EQ(options.input, "-in.mov");
+    EXPECT_EQ(options.output, "--out.mov");
+}
+
+TEST(Parsing, check_takes_many_files)
+{
+    const auto options =
+        std::get<EffectsCheckOptions>(parseCommandLine({"effects", "check", "a.fx", "b.fx", "--json"}));
+    EXPECT_EQ(options.files, (std::vector<std::filesystem::path>{"a.fx", "b.fx"}));
+    EXPECT_TRUE(options.json);
+}
+
+TEST(Parsing, times_read_as_clocks)
+{
+    EXPECT_EQ(clockText(-1), "0:00");
+    EXPECT_EQ(clockText(4.2), "0:05");
+    EXPECT_EQ(clockText(754), "12:34");
+    EXPECT_EQ(clockText(3723), "1:02:03");
+}
+
+} // namespace
+
+} // namespace Qx::Program

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace Qx::System {
+
+namespace fs = std::filesystem;
+
+/// What a program left behind.
+struct Outcome
+{
+    int exitCode = -1; ///< 128 + signal when a signal ended it
+    std::string out;
+    std::string err;
+};
+
+/// A program that is running, its outputs going to files.
+class Running
+{
+public:
+    Running(const std::vector<std::string>& command, const fs::path& directory);
+    ~Running();
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+
+    void signal(int number) const;
+    bool isRunning();
+
+    /// Waits for the end. A program that hangs is killed after a while, and fails the test.
+    Outcome wait();
+
+private:
+    bool reap(bool wait);
+
+    pid_t pid_ = -1;
+    fs::path out_;
+    fs::path err_;
+    int status_ = 0;
+    bool ended_ = false;
+};
+
+/// A directory of its own for each test, in which programs run with settings, data and log of their own.
+class ProgramTest : public testing::Test
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    fs::path at(const std::string& name) const { return directory_ / name; }
+
+    /// Runs the program under test.
+    Outcome qxhost(const std::vector<std::string>& arguments) const;
+    Outcome run(const std::vector<std::string>& command) const;
+
+    /// Runs ffmpeg in the test's directory; it must succeed.
+    void ffmpeg(const std::vector<std::string>& arguments) const;
+
+    /// What ffprobe says of a file's first stream of a kind ("v" or "a"), "key=value" a line.
+    std::string probe(const std::string& file, const std::string& entries,
+                      const std::string& kind = "v") const;
+
+    /// The frames of a file as ffmpeg decodes them to this pixel format.
+    std::vector<std::uint8_t> decoded(const std::string& file, const std::string& pixelFormat) const;
+
+    /// Names in the directory other than those given, sorted: nothing else may be left behind.
+    std::vector<std::string> filesBeside(const std::vector<std::string>& known) const;
+
+    static std::string read(const fs::path& file);
+    void write(const std::string& name, const std::string& text) const;
+
+    fs::path directory_;
+};
+
+/// The program under test.
+std::string programPath();
+
+} // namespace Qx::System

@@ -1,0 +1,412 @@
+#include "tools/qxhost/CommandLine.h"
+
+#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/Suggestion.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cmath>
+#include <map>
+
+namespace Qx::Program {
+
+namespace {
+
+constexpr const char* program = "qxhost";
+
+constexpr const char* mainFooter = R"(Examples:
+  qxhost convert clip.mov frames/shot_%05d.png     every frame as a picture, RGB
+  qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2
+  qxhost effects list                              the effects that can be used by name
+  qxhost devices                                   what the conversions can run on
+
+'qxhost COMMAND --help' says more about a command.)";
+
+constexpr const char* convertFooter = R"(Examples:
+  qxhost convert clip.mov shot.png --frames 1
+      The first frame as one picture.
+  qxhost convert clip.mov frames/shot_%05d.png
+      Every frame as a picture: shot_00001.png, shot_00002.png, ...
+  qxhost convert tape.avi tape.mov --range video --matrix bt601
+      For a clip without colour tags: says what its codes mean instead of having them guessed.
+  qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2 --set saturation=0.8
+      Through an effect. Several run in the order given; --technique and --set belong to the --effect
+      before them.
+
+Output formats, by the name's ending:
+  pictures  png tif tiff bmp jpg jpeg ppm dpx tga webp
+  clips     mov mkv mp4 avi mxf webm nut and whatever else FFmpeg writes
+
+Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input, 4 output, 5 GPU device, 6 effect,
+130 interrupted. Nothing incomplete is left behind under the output's name.)";
+
+constexpr const char* checkFooter = R"(Example:
+  qxhost effects check my/glow.fx my/blur.fx
+
+Prints the compiler's messages as FILE:LINE:COLUMN. Exit codes: 0 no errors, 1 errors, 3 no such file,
+5 GPU device.)";
+
+[[noreturn]] void complain(const std::string& text, const std::string& command = "")
+{
+    throw Failure(ExitCode::usage,
+                  text + "; see '" + program + (command.empty() ? "" : " " + command) + " --help'");
+}
+
+/// Values that an option takes by name, as one table for checking, help and meaning.
+template <class T>
+using Names = std::vector<std::pair<std::string, T>>;
+
+const Names<Media::Range> ranges{{"video", Media::Range::video}, {"full", Media::Range::full}};
+const Names<Media::Matrix> matrices{{"bt601", Media::Matrix::bt601}, {"bt709", Media::Matrix::bt709}};
+const Names<Media::Depth> depths{{"8", Media::Depth::bits8}, {"16", Media::Depth::bits16}};
+const Names<Image::Filter> filters{{"point", Image::Filter::Point},
+                                   {"catmullrom", Image::Filter::CatmullRom},
+                                   {"mitchell", Image::Filter::Mitchell}};
+
+template <class T>
+std::vector<std::string> namesOf(const Names<T>& names)
+{
+    std::vector<std::string> words;
+    for (const auto& [name, value] : names) {
+        words.push_back(name);
+    }
+    return words;
+}
+
+/// Adds an option that takes one of the names.
+template <class T, class Target>
+CLI::Option* addChoice(CLI::App& app, const std::string& option, Target& target, const Names<T>& names,
+                       const std::string& description)
+{
+    const auto set = [&target, &names, option](const std::string& word) {
+        for (const auto& [name, value] : names) {
+            if (name == CLI::detail::to_lower(word)) {
+                target = value;
+                return;
+            }
+        }
+        throw CLI::ValidationError(option, "\"" + word + "\" is none of " + listed(namesOf(names)));
+    };
+    return app.add_option_function<std::string>(option, set, description)
+        ->option_text(CLI::detail::join(namesOf(names), "|"));
+}
+
+CLI::Option* addCount(CLI::App& app, const std::string& option, std::int64_t& target, std::int64_t smallest,
+                      const std::string& description)
+{
+    const auto set = [&target, option, smallest](const std::string& word) {
+        std::int64_t value = 0;
+        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+        if (error != std::errc() || end != word.data() + word.size() || value < smallest) {
+            throw CLI::ValidationError(option, "\"" + word + "\" is no whole number from " +
+                                                   std::to_string(smallest) + " on");
+        }
+        target = value;
+    };
+    return app.add_option_function<std::string>(option, set, description)->option_text("N");
+}
+
+CLI::Option* addDevice(CLI::App& app, std::string& device)
+{
+    return app
+        .add_option("--device", device, "GPU to use: part of its name, or its number in 'qxhost devices'")
+        ->option_text("NAME|N");
+}
+
+/// A usage line that says what the command needs; the rest of the help as the library lays it out.
+class HelpFormatter : public CLI::Formatter
+{
+public:
+    std::string make_usage(const CLI::App* app, std::string name) const override
+    {
+        std::string usage = "Usage: " + name;
+        for (const CLI::Option* option : app->get_options()) {
+            if (option->get_positional()) {
+                const bool many = option->get_expected_max() > 1;
+                usage += " " + option->get_name(true) + (many ? "..." : "");
+            }
+        }
+        const bool hasCommands = !app->get_subcommands({}).empty();
+        return "\n" + usage + (hasCommands ? " COMMAND" : " [OPTIONS]") + "\n";
+    }
+
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override
+    {
+        // The library leaves two empty lines between groups, and none or one at the end.
+        std::string text = CLI::detail::find_and_replace(
+            CLI::Formatter::make_help(app, std::move(name), mode), "\n\n\n", "\n\n");
+        text.erase(text.find_last_not_of('\n') + 1);
+        return text + "\n";
+    }
+};
+
+/// "--technique" and "--set" speak of the "--effect" before them, so their order on the command line counts.
+std::vector<EffectRequest> groupEffects(const CLI::App& app)
+{
+    std::vector<EffectRequest> effects;
+    std::map<const CLI::Option*, std::size_t> taken;
+    for (const CLI::Option* option : app.parse_order()) {
+        const std::string name = option->get_name();
+        if (name != "--effect" && name != "--technique" && name != "--set") {
+            continue;
+        }
+        const std::string value = option->results().at(taken[option]++);
+        if (name == "--effect") {
+            effects.push_back({value, "", {}});
+        } else if (effects.empty()) {
+            complain(name + " " + value + " stands before any --effect that it could belong to", "convert");
+        } else if (name == "--set") {
+            effects.back().settings.push_back(parseSetting(value));
+        } else if (!effects.back().technique.empty()) {
+            complain("--effect " + effects.back().file + " has two techniques", "convert");
+        } else {
+            effects.back().technique = value;
+        }
+    }
+    return effects;
+}
+
+CLI::App* addConvert(CLI::App& app, ConvertOptions& options)
+{
+    CLI::App* convert = app.add_subcommand("convert", "Convert a clip or picture to RGB on the GPU");
+    convert->add_option("INPUT", options.input, "Any clip or picture that FFmpeg reads")->option_text(" ");
+    convert->add_option("OUTPUT", options.output, "A clip, a picture, or a pattern such as shot_%05d.png")
+        ->option_text(" ");
+
+    const std::string colour = "Colour";
+    addChoice(*convert, "--range", options.range, ranges, "Range of the input's codes, whatever its tags say")
+        ->group(colour);
+    addChoice(*convert, "--matrix", options.matrix, matrices, "Matrix of the input, whatever its tags say")
+        ->group(colour);
+    addChoice(*convert, "--output-range", options.outputRange, ranges,
+              "Range of the RGB made. Default: full; video for a clip\nof YCbCr without effects, which keeps "
+              "what is beyond\nblack and white")
+        ->group(colour);
+    addChoice(*convert, "--filter", options.filter, filters,
+              "How chroma is interpolated. Default: catmullrom")
+        ->group(colour);
+    addChoice(*convert, "--depth", options.depth, depths,
+              "Bits of a component on the GPU. Default: 8 for inputs\nof 8 bits, 16 for deeper ones")
+        ->group(colour);
+
+    const std::string effects = "Effects";
+    static std::vector<std::string> texts; // read through parse_order()
+    texts.clear();
+    const auto addText = [&](const std::string& name, const std::string& text, const std::string& about) {
+        convert->add_option(name, texts, about)
+            ->option_text(text)
+            ->allow_extra_args(false)
+            ->take_all()
+            ->group(effects);
+    };
+    addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
+    addText("--technique", "NAME", "The effect's technique. Default: its first");
+    addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
+
+    const std::string frames = "Frames";
+    addCount(*convert, "--start", options.start, 0, "Leave out the first N frames")->group(frames);
+    addCount(*convert, "--frames", options.frames, 1, "Convert N frames at most")->group(frames);
+
+    const std::string output = "Output";
+    convert
+        ->add_option("--codec", options.codec, "FFmpeg's name of the encoder. Default: by the output's name")
+        ->option_text("NAME")
+        ->group(output);
+    convert->add_option("--pixel-format", options.pixelFormat, "FFmpeg's name of a format the encoder takes")
+        ->option_text("NAME")
+        ->group(output);
+    convert
+        ->add_flag_callback(
+            "--no-audio", [&options] { options.audio = false; }, "Leave the audio out")
+        ->group(output);
+    convert->add_flag("--force", options.force, "Replace output files that exist")->group(output);
+
+    const std::string other = "Other options";
+    addDevice(*convert, options.device)->group(other);
+    convert->add_flag("--quiet", options.quiet, "Say nothing but errors")->group(other);
+    convert->add_flag("--json", options.json, "Print what was done as JSON on standard output")->group(other);
+    convert->set_help_flag("-h,--help", "Show this help")->group(other);
+    convert->footer(convertFooter);
+    return convert;
+}
+
+void refuseExtras(const CLI::App& app, const std::string& command)
+{
+    std::vector<std::string> extras = app.remaining();
+    std::erase(extras, "--"); // which the library counts among them
+    if (extras.empty()) {
+        return;
+    }
+    const std::string& first = extras.front();
+    std::vector<std::string> known;
+    if (first.starts_with("-")) {
+        for (const CLI::Option* option : app.get_options()) {
+            for (const std::string& name : option->get_lnames()) {
+                known.push_back("--" + name);
+            }
+        }
+        complain("there is no option " + first + didYouMean(first.substr(0, first.find('=')), known),
+                 command);
+    }
+    for (const CLI::App* sub : app.get_subcommands({})) {
+        known.push_back(sub->get_name());
+    }
+    if (!known.empty()) {
+        complain("there is no command \"" + first + "\"" + didYouMean(first, known), command);
+    }
+    complain("\"" + first + "\" is one argument too many", command);
+}
+
+void requireValue(const std::filesystem::path& value, const std::string& name, const std::string& command)
+{
+    if (value.empty()) {
+        complain(name + " is missing", command);
+    }
+}
+
+/// All of the program's arguments and where their values go.
+class Parser
+{
+public:
+    Parser()
+    {
+        app_.name(program);
+        app_.formatter(std::make_shared<HelpFormatter>());
+        app_.set_help_flag("-h,--help", "Show this help");
+        app_.get_formatter()->column_width(30);
+        app_.get_formatter()->label("Positionals", "Arguments");
+        app_.allow_extras();
+        app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+        app_.add_flag("--version", version_, "Show the version");
+        app_.footer(mainFooter);
+        convert_ = addConvert(app_, convertOptions_);
+        effects_ = app_.add_subcommand("effects", "List the effects, or check effect files");
+        list_ = effects_->add_subcommand("list", "List the effects that can be used by name");
+        addDevice(*list_, listOptions_.device);
+        list_->add_flag("--json", listOptions_.json, "Print JSON");
+        check_ = effects_->add_subcommand("check", "Compile effect files and print the compiler's messages");
+        check_->add_option("FILE", checkOptions_.files, "Effect files")->option_text(" ");
+        addDevice(*check_, checkOptions_.device);
+        check_->add_flag("--json", checkOptions_.json, "Print JSON");
+        check_->footer(checkFooter);
+        devices_ = app_.add_subcommand("devices", "List the devices that conversions can run on");
+        devices_->add_flag("--json", devicesOptions_.json, "Print JSON");
+        for (CLI::App* command : app_.get_subcommands({})) {
+            command->group("Commands");
+        }
+        list_->group("Commands");
+        check_->group("Commands");
+    }
+
+    Command parse(std::vector<std::string> arguments)
+    {
+        std::reverse(arguments.begin(), arguments.end()); // as the library wants a vector
+        try {
+            app_.parse(arguments);
+        } catch (const CLI::CallForHelp&) {
+            return ShowText{app_.help()};
+        } catch (const CLI::ParseError& error) {
+            complain(error.what(), chosenCommand());
+        }
+        return command();
+    }
+
+private:
+    std::string chosenCommand() const
+    {
+        std::string name;
+        for (const CLI::App* app = &app_; !app->get_subcommands().empty();) {
+            app = app->get_subcommands().front();
+            name += (name.empty() ? "" : " ") + app->get_name();
+        }
+        return name;
+    }
+
+    Command command()
+    {
+        if (convert_->parsed()) {
+            refuseExtras(*convert_, "convert");
+            requireValue(convertOptions_.input, "INPUT", "convert");
+            requireValue(convertOptions_.output, "OUTPUT", "convert");
+            convertOptions_.effects = groupEffects(*convert_);
+            return convertOptions_;
+        }
+        if (list_->parsed()) {
+            refuseExtras(*list_, "effects list");
+            return listOptions_;
+        }
+        if (check_->parsed()) {
+            refuseExtras(*check_, "effects check");
+            requireValue(checkOptions_.files.empty() ? "" : checkOptions_.files.front(), "FILE",
+                         "effects check");
+            return checkOptions_;
+        }
+        if (devices_->parsed()) {
+            refuseExtras(*devices_, "devices");
+            return devicesOptions_;
+        }
+        if (effects_->parsed()) {
+            refuseExtras(*effects_, "effects");
+            return ShowText{app_.help()};
+        }
+        refuseExtras(app_, "");
+        return ShowText{version_ ? std::string(program) + " " QX_VERSION "\n" : app_.help()};
+    }
+
+    CLI::App app_{
+        "Converts clips and pictures from YCbCr 4:2:2 to RGB on the GPU, and runs effects on them."};
+    bool version_ = false;
+    ConvertOptions convertOptions_;
+    EffectsListOptions listOptions_;
+    EffectsCheckOptions checkOptions_;
+    DevicesOptions devicesOptions_;
+    CLI::App* convert_ = nullptr;
+    CLI::App* effects_ = nullptr;
+    CLI::App* list_ = nullptr;
+    CLI::App* check_ = nullptr;
+    CLI::App* devices_ = nullptr;
+};
+
+float parseNumber(const std::string& word, const std::string& setting)
+{
+    if (word == "true" || word == "false") {
+        return word == "true" ? 1.0F : 0.0F;
+    }
+    float value = 0;
+    const char* end = word.data() + word.size();
+    const auto [stopped, error] = std::from_chars(word.data(), end, value);
+    if (word.empty() || error != std::errc() || stopped != end || !std::isfinite(value)) {
+        complain("--set " + setting + ": \"" + word + "\" is no number (write 0.5, or 1,0.5,0 for a vector)",
+                 "convert");
+    }
+    return value;
+}
+
+} // namespace
+
+ParameterSetting parseSetting(const std::string& text)
+{
+    const std::size_t equals = text.find('=');
+    if (equals == 0 || equals == std::string::npos) {
+        complain("--set " + text + ": write NAME=VALUE, as in --set gain=1.2", "convert");
+    }
+    ParameterSetting setting{text.substr(0, equals), {}};
+    for (std::size_t begin = equals + 1; begin <= text.size();) {
+        const std::size_t comma = std::min(text.find(',', begin), text.size());
+        setting.values.push_back(parseNumber(text.substr(begin, comma - begin), text));
+        begin = comma + 1;
+    }
+    return setting;
+}
+
+Command parseCommandLine(const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> words = arguments;
+    if (!words.empty() && words.front() == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    }
+    return Parser().parse(std::move(words));
+}
+
+} // namespace Qx::Program

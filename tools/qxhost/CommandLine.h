@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tools/qxhost/ConvertOptions.h"
+
+#include <filesystem>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace Qx::Program {
+
+/// Text that was asked for: help, or the version.
+struct ShowText
+{
+    std::string text;
+};
+
+struct EffectsListOptions
+{
+    std::string device;
+    bool json = false;
+};
+
+struct EffectsCheckOptions
+{
+    std::vector<std::filesystem::path> files;
+    std::string device;
+    bool json = false;
+};
+
+struct DevicesOptions
+{
+    bool json = false;
+};
+
+using Command =
+    std::variant<ShowText, ConvertOptions, EffectsListOptions, EffectsCheckOptions, DevicesOptions>;
+
+/// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
+/// touches neither files nor devices.
+Command parseCommandLine(const std::vector<std::string>& arguments);
+
+/// Reads "NAME=VALUE[,VALUE...]"; throws Failure (usage).
+ParameterSetting parseSetting(const std::string& text);
+
+} // namespace Qx::Program

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "tools/qxhost/CommandLine.h"
+#include "tools/qxhost/Console.h"
+#include "tools/qxhost/ExitCode.h"
+
+namespace Qx::Program {
+
+// What the program does, one function a command. They throw Failure; what they answer otherwise is the exit
+// code.
+
+ExitCode runConvert(const ConvertOptions& options, Console& console);
+ExitCode runEffectsList(const EffectsListOptions& options, Console& console);
+ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console);
+ExitCode runDevices(const DevicesOptions& options, Console& console);
+
+} // namespace Qx::Program

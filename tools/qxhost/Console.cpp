@@ -1,0 +1,129 @@
+#include "tools/qxhost/Console.h"
+
+#include "tools/qxhost/Failure.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace Qx::Program {
+
+namespace {
+
+constexpr int standardOutput = 1;
+constexpr int standardError = 2;
+constexpr std::string_view wipeLine = "\r\033[K";
+
+/// False, with errno set, when not everything could be written.
+bool writeAll(int file, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t n = ::write(file, text.data(), text.size());
+        if (n < 0 && errno != EINTR) {
+            return false;
+        }
+        text.remove_prefix(n > 0 ? static_cast<std::size_t>(n) : 0);
+    }
+    return true;
+}
+
+/// A process may be started with its standard files closed; what is opened first would then take their place.
+void fillStandardFiles()
+{
+    for (int file = 0; file <= standardError; ++file) {
+        if (::fcntl(file, F_GETFD) < 0 && errno == EBADF) {
+            static_cast<void>(::open("/dev/null", file == 0 ? O_RDONLY : O_WRONLY));
+        }
+    }
+}
+
+bool isCapableTerminal()
+{
+    const char* term = std::getenv("TERM");
+    return ::isatty(standardError) == 1 && term != nullptr && std::strcmp(term, "dumb") != 0;
+}
+
+} // namespace
+
+Console::Console()
+{
+    fillStandardFiles();
+    constexpr int beyondStandardFiles = 3;
+    dataOutput_ = ::fcntl(standardOutput, F_DUPFD_CLOEXEC, beyondStandardFiles);
+    ::dup2(standardError, standardOutput);
+    interactive_ = isCapableTerminal();
+}
+
+Console::~Console()
+{
+    if (dataOutput_ >= 0) {
+        ::dup2(dataOutput_, standardOutput);
+        ::close(dataOutput_);
+    }
+}
+
+void Console::data(std::string_view text)
+{
+    const std::lock_guard lock(mutex_);
+    if (!writeAll(dataOutput_, text)) {
+        throw Failure(ExitCode::output,
+                      std::string("standard output: cannot be written (") + std::strerror(errno) + ")");
+    }
+}
+
+void Console::error(std::string_view text)
+{
+    const std::lock_guard lock(mutex_);
+    say(text);
+}
+
+void Console::note(std::string_view text)
+{
+    const std::lock_guard lock(mutex_);
+    if (!quiet_) {
+        say(text);
+    }
+}
+
+void Console::say(std::string_view text)
+{
+    std::string line(status_.empty() ? std::string_view() : wipeLine);
+    line.append("qxhost: ").append(text);
+    if (!line.ends_with('\n')) {
+        line += '\n';
+    }
+    print(line + status_);
+}
+
+void Console::status(std::string_view line)
+{
+    const std::lock_guard lock(mutex_);
+    status_ = line;
+    print(std::string(wipeLine) + status_);
+}
+
+void Console::endStatus(bool keep)
+{
+    const std::lock_guard lock(mutex_);
+    if (!status_.empty()) {
+        print(keep ? std::string_view("\n") : wipeLine);
+        status_.clear();
+    }
+}
+
+void Console::print(std::string_view text)
+{
+    writeAll(standardError, text);
+}
+
+std::size_t Console::columns() const
+{
+    winsize size{};
+    constexpr std::size_t usual = 80;
+    return ::ioctl(standardError, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+}
+
+} // namespace Qx::Program

@@ -1,0 +1,258 @@
+#include "QxFxResources/GPUColourConverter.h"
+#include "tools/qxhost/ColourChoice.h"
+#include "tools/qxhost/Commands.h"
+#include "tools/qxhost/EffectChain.h"
+#include "tools/qxhost/EffectFile.h"
+#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/FramePipeline.h"
+#include "tools/qxhost/HostSession.h"
+#include "tools/qxhost/Interruption.h"
+#include "tools/qxhost/Json.h"
+#include "tools/qxhost/ProgressDisplay.h"
+#include "tools/qxhost/media/FrameWriter.h"
+
+#include <chrono>
+#include <fmt/format.h>
+#include <memory>
+
+namespace Qx::Program {
+
+namespace {
+
+using ReaderPtr = std::unique_ptr<Media::ClipReader>;
+using WriterPtr = std::unique_ptr<Media::iFrameWriter>;
+
+/// A conversion and everything that was decided before its first frame.
+struct Conversion
+{
+    const ConvertOptions& options;
+    ReaderPtr reader;
+    ColourChoice colour;
+    Media::OutputSettings settings;
+    WriterPtr writer;
+    std::int64_t frames = 0; ///< written
+    double seconds = 0;
+
+    const Media::StreamInfo& info() const { return reader->info(); }
+    double framesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
+};
+
+void refuseSameFile(const ConvertOptions& options)
+{
+    std::error_code ignored;
+    if (std::filesystem::equivalent(options.input, options.output, ignored)) {
+        throw Failure(ExitCode::output,
+                      options.output.string() + ": is the input itself; choose another name");
+    }
+}
+
+ReaderPtr openInput(const ConvertOptions& options)
+{
+    // Audio that began before the first frame converted would be out of step.
+    const bool keepAudio = options.audio && options.start == 0 && !Media::writesPictures(options.output);
+    auto reader = Media::ClipReader::open(options.input, {.threads = 0, .keepAudio = keepAudio});
+    if (!reader) {
+        throw Failure(ExitCode::input, reader.text());
+    }
+    return std::move(reader.value());
+}
+
+Media::OutputSettings outputSettings(const Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    const Media::StreamInfo& info = conversion.info();
+    Media::OutputSettings settings;
+    settings.width = info.width;
+    settings.height = info.height;
+    settings.depth = options.depth.value_or(info.naturalDepth);
+    if (info.frameRate.num > 0) {
+        settings.frameRate = info.frameRate;
+    }
+    settings.timeBase = info.timeBase;
+    settings.sampleAspect = info.sampleAspect;
+    settings.fieldOrder = info.fieldOrder;
+    settings.colour = conversion.colour.forWriting;
+    settings.encoder = options.codec;
+    settings.pixelFormat = options.pixelFormat;
+    settings.force = options.force;
+    settings.audio = conversion.reader->audio();
+    // Effects are written for full range. Without one, video range loses nothing on its way to YCbCr.
+    settings.rgbRange = options.outputRange.value_or(
+        options.effects.empty() ? Media::bestRgbRange(options.output, settings) : Media::Range::full);
+    return settings;
+}
+
+WriterPtr openOutput(const Conversion& conversion)
+{
+    auto writer = Media::openWriter(conversion.options.output, conversion.settings);
+    if (!writer) {
+        throw Failure(ExitCode::output, writer.text());
+    }
+    return std::move(writer.value());
+}
+
+/// Frames that will be converted, as far as the input tells; 0 when it does not.
+std::int64_t expectedFrames(const ConvertOptions& options, const Media::StreamInfo& info)
+{
+    if (info.frameCount <= 0) {
+        return options.frames;
+    }
+    const std::int64_t left = std::max<std::int64_t>(info.frameCount - options.start, 0);
+    return options.frames > 0 ? std::min(options.frames, left) : left;
+}
+
+/// Has the library obtain its effect now, where a failure has a place and does not cost frames.
+void prepareConversion()
+{
+    if (!Image::ColourConversion::init()) {
+        static_cast<void>(obtainEffect("ColourConvert.fx")); // for its messages
+        throw Failure(ExitCode::effect, "ColourConvert.fx: was not accepted; the log (qxhost.log) says why");
+    }
+}
+
+void noteDecisions(const Conversion& conversion, Console& console)
+{
+    for (const std::string& note : conversion.colour.notes) {
+        console.note(note);
+    }
+    const ConvertOptions& options = conversion.options;
+    if (options.audio && options.start > 0 && conversion.info().hasAudio &&
+        !Media::writesPictures(options.output)) {
+        console.note("the audio is left out, because --start leaves out the frames that it begins with");
+    }
+    if (deviceIsSoftware()) {
+        console.note("converting on " + deviceName() +
+                     ", which is software on the processor and no GPU; expect it to be slow");
+    }
+}
+
+/// What is only known in the end. A line for each.
+std::vector<std::string> warningsOf(const Conversion& conversion)
+{
+    std::vector<std::string> warnings = conversion.writer->warnings();
+    const std::vector<std::string>& problems = conversion.reader->problems();
+    warnings.insert(warnings.end(), problems.begin(), problems.end());
+    const std::int64_t unlisted =
+        conversion.reader->problemCount() - static_cast<std::int64_t>(problems.size());
+    if (unlisted > 0) {
+        warnings.push_back(fmt::format("{}: {} more problems", conversion.options.input.string(), unlisted));
+    }
+    return warnings;
+}
+
+Json describeSource(const Conversion& conversion)
+{
+    const Media::StreamInfo& info = conversion.info();
+    Json source;
+    source["codec"] = info.codec;
+    source["pixelFormat"] = info.pixelFormat;
+    source["matrix"] = nameOf(conversion.colour.matrix);
+    source["matrixGuessed"] = conversion.colour.matrixGuessed;
+    source["range"] = nameOf(conversion.colour.range);
+    source["rangeGuessed"] = conversion.colour.rangeGuessed;
+    return source;
+}
+
+Json describeRun(const Conversion& conversion)
+{
+    Json run;
+    run["input"] = conversion.options.input.string();
+    run["output"] = conversion.options.output.string();
+    run["files"] = Json::array();
+    for (const std::filesystem::path& file : conversion.writer->files()) {
+        run["files"].push_back(file.string());
+    }
+    run["format"] = conversion.writer->description();
+    run["frames"] = conversion.frames;
+    run["width"] = conversion.settings.width;
+    run["height"] = conversion.settings.height;
+    run["bitsPerComponent"] = static_cast<int>(conversion.settings.depth);
+    run["source"] = describeSource(conversion);
+    run["outputRange"] = nameOf(conversion.settings.rgbRange);
+    run["device"]["name"] = deviceName();
+    run["device"]["software"] = deviceIsSoftware();
+    run["seconds"] = conversion.seconds;
+    run["framesPerSecond"] = conversion.framesPerSecond();
+    run["warnings"] = warningsOf(conversion);
+    return run;
+}
+
+std::string summary(const Conversion& conversion)
+{
+    const std::vector<std::filesystem::path> files = conversion.writer->files();
+    const std::string first = files.empty() ? conversion.options.output.string() : files.front().string();
+    const std::string last = files.size() > 1 ? " to " + files.back().filename().string() : "";
+    return fmt::format("{}{}: {} {} ({}) in {:.1f} s, {:.1f} frames/s on {}", first, last, conversion.frames,
+                       conversion.frames == 1 ? "frame" : "frames", conversion.writer->description(),
+                       conversion.seconds, conversion.framesPerSecond(), deviceName());
+}
+
+ConversionJob jobOf(const Conversion& conversion, EffectChain& effects)
+{
+    const ConvertOptions& options = conversion.options;
+    return {.reader = *conversion.reader,
+            .effects = effects,
+            .source = {conversion.settings.depth, conversion.colour.range, conversion.colour.matrix},
+            .outputRange = conversion.settings.rgbRange == Media::Range::video
+                               ? Image::GamutScaling::Video
+                               : Image::GamutScaling::Unscaled,
+            .filter = options.filter,
+            .start = options.start,
+            .frames = options.frames};
+}
+
+/// Runs the pipeline; false when it was interrupted.
+bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
+{
+    ProgressDisplay progress(console, expectedFrames(conversion.options, conversion.info()));
+    FramePipeline pipeline(job, [&](std::int64_t done) { progress.update(done); });
+    // From here on there are files to clean up.
+    const Interruption interruption([&] { pipeline.stop(); });
+    conversion.writer = openOutput(conversion);
+    const auto begin = std::chrono::steady_clock::now();
+    conversion.frames = pipeline.run(*conversion.writer);
+    if (pipeline.stopped()) {
+        conversion.writer.reset();
+        return false;
+    }
+    if (conversion.frames == 0) {
+        throw Failure(ExitCode::input,
+                      fmt::format("{}: has no frame to start from after --start {}; choose a smaller number",
+                                  conversion.options.input.string(), conversion.options.start));
+    }
+    if (const Media::Status finished = conversion.writer->finish(); !finished) {
+        throw Failure(ExitCode::output, finished.text());
+    }
+    conversion.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    return true;
+}
+
+} // namespace
+
+ExitCode runConvert(const ConvertOptions& options, Console& console)
+{
+    console.setQuiet(options.quiet);
+    refuseSameFile(options);
+    Conversion conversion{options, openInput(options), {}, {}, {}, 0, 0};
+    conversion.colour = chooseColour(options, conversion.info());
+    conversion.settings = outputSettings(conversion);
+
+    const HostSession host(options.device);
+    prepareConversion();
+    EffectChain effects(options.effects);
+    noteDecisions(conversion, console);
+    if (!convertFrames(conversion, jobOf(conversion, effects), console)) {
+        console.error("interrupted; " + options.output.string() + " was not completed");
+        return ExitCode::interrupted;
+    }
+    for (const std::string& warning : warningsOf(conversion)) {
+        console.note(warning);
+    }
+    console.note(summary(conversion));
+    if (options.json) {
+        console.data(jsonText(describeRun(conversion)));
+    }
+    return ExitCode::ok;
+}
+
+} // namespace Qx::Program

@@ -1,0 +1,163 @@
+#include "tools/qxhost/EffectChain.h"
+
+#include "QxFxResources/Manager.h"
+#include "host/gpu/GPUService.h"
+#include "image/TechniqueApplication.h"
+#include "platform/CriticalSection.h"
+#include "platform/Text.h"
+#include "tools/qxhost/EffectFile.h"
+#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/HostSession.h"
+#include "tools/qxhost/Suggestion.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Qx::Program {
+
+namespace {
+
+/// An effect that remembers whether its last drawing took place, which technique application does not tell.
+class WatchedEffect : public iShaderEffect
+{
+public:
+    explicit WatchedEffect(Qx::Ptr<iShaderEffect> effect) : effect_(std::move(effect)) {}
+
+    bool setTechnique(const LightweightString<char>& name) override { return effect_->setTechnique(name); }
+    Qx::Vector<LightweightString<char>> getTechniqueNames() const override
+    {
+        return effect_->getTechniqueNames();
+    }
+    Qx::Ptr<iShaderParam> getParam(const char* name) override { return effect_->getParam(name); }
+    bool render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources) override
+    {
+        drawn_ = effect_->render(std::move(target), sources);
+        return drawn_;
+    }
+
+    bool drawn() const { return drawn_; }
+
+private:
+    Qx::Ptr<iShaderEffect> effect_;
+    bool drawn_ = false;
+};
+
+LightweightString<char> chooseTechnique(const iShaderEffect& effect, const EffectRequest& request)
+{
+    const Qx::Vector<LightweightString<char>> names = effect.getTechniqueNames();
+    if (request.technique.empty()) {
+        return names.front();
+    }
+    std::vector<std::string> known;
+    for (const LightweightString<char>& name : names) {
+        known.emplace_back(name.view());
+    }
+    if (std::find(known.begin(), known.end(), request.technique) == known.end()) {
+        throw Failure(ExitCode::effect, request.file + ": has no technique \"" + request.technique + "\"" +
+                                            didYouMean(request.technique, known) + "; it has " +
+                                            listed(known));
+    }
+    return LightweightString<char>(std::string_view(request.technique));
+}
+
+[[noreturn]] void refuseParameter(const iShaderEffect& effect, const EffectRequest& request,
+                                  const ParameterSetting& setting)
+{
+    const std::vector<std::string> known = Host::settableParameters(effect);
+    throw Failure(ExitCode::effect, request.file + ": has no parameter \"" + setting.name + "\"" +
+                                        didYouMean(setting.name, known) + "; it has " +
+                                        (known.empty() ? "none" : listed(known)));
+}
+
+Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& request,
+                                    const ParameterSetting& setting)
+{
+    Qx::Ptr<iShaderParam> param = effect.getParam(setting.name.c_str());
+    if (!param) {
+        refuseParameter(effect, request, setting);
+    }
+    const std::size_t components = param->getComponentCount();
+    if (components == 0) {
+        throw Failure(ExitCode::effect, request.file + ": \"" + setting.name + "\" holds no numbers");
+    }
+    if (setting.values.size() != 1 && setting.values.size() != components) {
+        throw Failure(ExitCode::effect, request.file + ": \"" + setting.name + "\" takes " +
+                                            std::to_string(components) + " value(s), or one for all; " +
+                                            std::to_string(setting.values.size()) + " are given");
+    }
+    return param;
+}
+
+[[noreturn]] void refuseDrawing(const std::string& file, const LightweightString<char>& technique,
+                                const Image::Surface& picture)
+{
+    if (deviceIsLost()) {
+        failOnDevice(static_cast<int>(picture.getWidth()), static_cast<int>(picture.getHeight()));
+    }
+    throw Failure(ExitCode::effect,
+                  file + ": technique \"" + std::string(technique.view()) +
+                      "\" could not be drawn; does it read a texture other than Input? The log "
+                      "(qxhost.log) says why");
+}
+
+bool setParameter(iShaderParam& param, const std::vector<float>& values)
+{
+    return values.size() == 1 ? param.setValue(values.front())
+                              : param.setValues(values.data(), values.size());
+}
+
+} // namespace
+
+EffectChain::EffectChain(const std::vector<EffectRequest>& requests)
+{
+    for (const EffectRequest& request : requests) {
+        links_.push_back(makeLink(request));
+    }
+}
+
+bool EffectChain::isInUse(const Qx::Ptr<iShaderEffect>& effect) const
+{
+    return std::any_of(links_.begin(), links_.end(), [&](const Link& link) { return link.effect == effect; });
+}
+
+EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
+{
+    Link link;
+    link.file = request.file;
+    link.effect = obtainEffect(request.file);
+    if (isInUse(link.effect)) {
+        // A second use of the same file has parameters of its own.
+        link.effect = compileEffectFile(effectPath(request.file));
+    }
+    link.technique = chooseTechnique(*link.effect, request);
+    for (const ParameterSetting& setting : request.settings) {
+        Parameter parameter{findParameter(*link.effect, request, setting), setting.values};
+        if (!setParameter(*parameter.param, parameter.values)) {
+            throw Failure(ExitCode::effect,
+                          request.file + ": \"" + setting.name + "\" does not take this value");
+        }
+        link.parameters.push_back(std::move(parameter));
+    }
+    return link;
+}
+
+Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFormat format)
+{
+    Image::Surface current = picture;
+    for (Link& link : links_) {
+        Image::Surface next = current.createDestARGBGPUSurface(format);
+        if (!next.getGPUSurface()) {
+            failOnDevice(static_cast<int>(current.getWidth()), static_cast<int>(current.getHeight()));
+        }
+        const Qx::Ptr<WatchedEffect> watched = Qx::makePtr<WatchedEffect>(link.effect);
+        const bool applied = Image::applyTechnique(watched, current, next, link.technique,
+                                                   static_cast<float>(current.getWidth()));
+        if (!applied || !watched->drawn()) {
+            refuseDrawing(link.file, link.technique, current);
+        }
+        current = next;
+    }
+    return current;
+}
+
+} // namespace Qx::Program

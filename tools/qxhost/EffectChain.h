@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Qx/LightweightString.h"
+#include "Qx/Ptr.h"
+#include "platform/ShaderEffect.h"
+#include "platform/Surface.h"
+#include "tools/qxhost/ConvertOptions.h"
+
+#include <string>
+#include <vector>
+
+namespace Qx::Program {
+
+/// The effects that every frame runs through, one after the other.
+class EffectChain
+{
+public:
+    /// Finds or compiles the effects and checks techniques and parameters. Throws Failure (effect).
+    explicit EffectChain(const std::vector<EffectRequest>& requests);
+
+    std::size_t size() const { return links_.size(); }
+
+    /// The picture after all effects, in a GPU image of the same size and format; the picture itself when
+    /// there are none. Throws Failure (device, effect) when one of them was not drawn. One thread.
+    Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format);
+
+private:
+    struct Parameter
+    {
+        Qx::Ptr<iShaderParam> param;
+        std::vector<float> values;
+    };
+
+    struct Link
+    {
+        std::string file;
+        Qx::Ptr<iShaderEffect> effect;
+        LightweightString<char> technique;
+        std::vector<Parameter> parameters;
+    };
+
+    Link makeLink(const EffectRequest& request) const;
+    bool isInUse(const Qx::Ptr<iShaderEffect>& effect) const;
+
+    std::vector<Link> links_;
+};
+
+} // namespace Qx::Program

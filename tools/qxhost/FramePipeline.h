@@ -1,0 +1,100 @@
+#pragma once
+
+#include "Qx/Ptr.h"
+#include "platform/GPUImage.h"
+#include "platform/Surface.h"
+#include "tools/qxhost/BoundedQueue.h"
+#include "tools/qxhost/EffectChain.h"
+#include "tools/qxhost/media/ClipReader.h"
+#include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/media/FrameWriter.h"
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace Qx::Program {
+
+/// What a pipeline converts, and how.
+struct ConversionJob
+{
+    Media::ClipReader& reader;
+    EffectChain& effects;
+
+    Media::FramePacker::Target source; ///< depth, range and matrix of the 4:2:2 frames
+    Image::GamutScaling outputRange = Image::GamutScaling::Unscaled;
+    Image::Filter filter = Image::Filter::CatmullRom;
+
+    std::int64_t start = 0;  ///< frames to leave out at the beginning
+    std::int64_t frames = 0; ///< frames to convert at most; 0: all
+};
+
+/// Converts a clip: one thread each decodes, packs into the device's memory, drives the GPU, and encodes.
+/// Frames keep their order, and the queues between the threads bound how many are in memory.
+class FramePipeline
+{
+public:
+    /// Calls `onFrame` on the encoding thread after every frame written, with their number.
+    FramePipeline(const ConversionJob& job, std::function<void(std::int64_t)> onFrame);
+
+    /// Converts everything and returns the number of frames written; the writer is not finished. Throws
+    /// Failure: the first that happened. Call it once.
+    std::int64_t run(Media::iFrameWriter& writer);
+
+    /// Ends run() early, from any thread.
+    void stop();
+
+    /// Whether stop() ended it.
+    bool stopped() const { return stopped_; }
+
+private:
+    struct Packed
+    {
+        Qx::Ptr<iHostImage> image;
+        Media::FrameTime time;
+    };
+
+    struct Converted
+    {
+        Image::Surface picture;
+        Media::FrameTime time;
+    };
+
+    template <class Stage>
+    void startStage(std::vector<std::thread>& threads, Stage stage);
+    void fail(std::exception_ptr failure);
+    void cancel();
+
+    void decode();
+    void pack();
+    void convert();
+    void encode();
+
+    void makeHostImages();
+    Image::Surface describe(const Packed& frame) const;
+    Image::Surface toRGB(const Packed& frame) const;
+
+    ConversionJob job_;
+    std::function<void(std::int64_t)> onFrame_;
+    Media::iFrameWriter* writer_ = nullptr;
+    int width_;
+    int height_;
+    iGPUImage::eFormat format_;
+    std::size_t inFlight_;
+
+    BoundedQueue<Media::Frame> decoded_;
+    BoundedQueue<Qx::Ptr<iHostImage>> free_; ///< host images that wait to be packed into
+    BoundedQueue<Packed> packed_;
+    BoundedQueue<Converted> converted_;
+
+    std::mutex mutex_;
+    std::exception_ptr failure_;
+    std::atomic<bool> stopped_{false};
+    std::int64_t written_ = 0;
+};
+
+} // namespace Qx::Program

@@ -1,0 +1,85 @@
+#include "tools/qxhost/HostSession.h"
+
+#include "host/Host.h"
+#include "host/gpu/GPUService.h"
+#include "tools/qxhost/Failure.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+
+namespace Qx::Program {
+
+namespace {
+
+void start(const std::string& device)
+{
+    // With this argument the library compiles effects when they are needed instead of all in the background.
+    constexpr std::array arguments{"qxhost", "-transcode"};
+    if (!device.empty()) {
+        ::unsetenv("QX_DEVICE"); // an option goes before the environment
+    }
+    Host::start({.argc = static_cast<int>(arguments.size()),
+                 .argv = arguments.data(),
+                 .device = device.empty() ? nullptr : device.c_str(),
+                 .quiet = true});
+}
+
+Host::DeviceDescription chosenDevice()
+{
+    const std::vector<Host::DeviceDescription> devices = Host::gpuService().listDevices();
+    const auto chosen =
+        std::find_if(devices.begin(), devices.end(), [](const auto& device) { return device.chosen; });
+    return chosen != devices.end() ? *chosen : Host::DeviceDescription{};
+}
+
+} // namespace
+
+HostSession::HostSession(const std::string& device)
+{
+    start(device);
+    if (!Host::gpuService().start()) {
+        const std::string reason = Host::gpuService().failure();
+        Host::stop();
+        throw Failure(ExitCode::device, (device.empty() ? "" : "--device " + device + ": ") + reason);
+    }
+}
+
+HostSession::~HostSession()
+{
+    Host::stop();
+}
+
+std::string deviceName()
+{
+    return chosenDevice().name;
+}
+
+bool deviceIsSoftware()
+{
+    return chosenDevice().software;
+}
+
+bool deviceIsLost()
+{
+    return Host::gpuService().isLost();
+}
+
+void failOnDevice(int width, int height)
+{
+    if (deviceIsLost()) {
+        throw Failure(ExitCode::device, deviceName() +
+                                            ": stopped working; run again, or choose another device with "
+                                            "--device ('qxhost devices' lists them)");
+    }
+    throw Failure(ExitCode::device, deviceName() + ": cannot hold another picture of " +
+                                        std::to_string(width) + " x " + std::to_string(height) +
+                                        " pixels; close what else uses it, or choose another with --device");
+}
+
+std::uint64_t drawsSoFar()
+{
+    return Host::gpuService().statistics().draws;
+}
+
+} // namespace Qx::Program

@@ -111,7 +111,7 @@ void Context::retire(DeviceObject& object, std::function<void()> destroy)
 void Context::shutdown(std::chrono::milliseconds limit)
 {
     const std::lock_guard shutdownLock(shutdownMutex_);
-    if (shutDown_) {
+    if (state_ != State::Running) {
         return;
     }
     if (!gate_.close(limit) || !recorder_.drain(limit)) {
@@ -132,14 +132,32 @@ void Context::shutdown(std::chrono::milliseconds limit)
     textures_.destroyAll([](const Texture&) { return false; });
     // Addresses that were given out stay valid as long as their images live, which may be longer than we do.
     const std::size_t kept = hostBuffers_.destroyAll([](const HostBuffer& b) { return b.givenOut.load(); });
-    shutDown_ = true;
     if (kept > 0) {
+        state_ = State::HostImagesHeld;
         report("GPU: " + std::to_string(kept) + " host images are still held; their memory stays");
         return;
     }
+    close();
+}
+
+void Context::close()
+{
     memory_.destroy();
     device_->close();
     instance_->close();
+    state_ = State::Closed;
+}
+
+Context::~Context()
+{
+    if (state_ == State::HostImagesHeld) {
+        hostBuffers_.destroyKept();
+        close();
+    } else if (state_ == State::Running) {
+        // A device that does not come to rest may still use all of it.
+        static_cast<void>(device_.release());
+        static_cast<void>(instance_.release());
+    }
 }
 
 GPUStatistics Context::statistics()

@@ -45,6 +45,10 @@ public:
     static std::shared_ptr<Context> create(std::unique_ptr<Instance> instance, std::unique_ptr<Device> device,
                                            const GPUOptions& options, std::string& failure);
 
+    ~Context();
+    Context(const Context&) = delete;
+    Context& operator=(const Context&) = delete;
+
     Device& device() { return *device_; }
     Instance& instance() { return *instance_; }
     DeviceMemory& memory() { return memory_; }
@@ -69,6 +73,7 @@ public:
     std::atomic<std::uint64_t> draws{0};
 
 private:
+    void close();
     Context(std::unique_ptr<Instance> instance, std::unique_ptr<Device> device, const GPUOptions& options);
 
     std::unique_ptr<Instance> instance_;
@@ -83,7 +88,13 @@ private:
     std::mutex objectsMutex_;
     std::unordered_set<DeviceObject*> objects_;
     std::mutex shutdownMutex_;
-    std::atomic<bool> shutDown_{false};
+    enum class State
+    {
+        Running,
+        HostImagesHeld, ///< shut down, but for host images whose addresses were given out
+        Closed,
+    };
+    State state_ = State::Running; // guarded by shutdownMutex_
 };
 
 /// The scope of one call on the service or an object of it.

@@ -68,6 +68,15 @@ std::optional<std::uint32_t> graphicsQueueFamily(VkPhysicalDevice physical)
     return std::nullopt;
 }
 
+bool supportsDrawing(VkPhysicalDevice physical, VkFormat format)
+{
+    VkFormatProperties properties;
+    vkGetPhysicalDeviceFormatProperties(physical, format, &properties);
+    constexpr VkFormatFeatureFlags wanted =
+        VK_FORMAT_FEATURE_COLOR_ATTACHMENT_BLEND_BIT | VK_FORMAT_FEATURE_SAMPLED_IMAGE_BIT;
+    return (properties.optimalTilingFeatures & wanted) == wanted;
+}
+
 std::string missingFeatures(VkPhysicalDevice physical, std::uint32_t apiVersion)
 {
     if (apiVersion < VK_API_VERSION_1_3) {
@@ -83,6 +92,10 @@ std::string missingFeatures(VkPhysicalDevice physical, std::uint32_t apiVersion)
     }
     if (features.core.features.dualSrcBlend == VK_FALSE) {
         return "blending with two sources";
+    }
+    if (!supportsDrawing(physical, VK_FORMAT_R8G8B8A8_UNORM) ||
+        !supportsDrawing(physical, VK_FORMAT_R16G16B16A16_UNORM)) {
+        return "drawing into images of 8 and 16 bits";
     }
     return graphicsQueueFamily(physical) ? std::string() : std::string("a graphics queue");
 }
@@ -289,6 +302,11 @@ std::uint64_t Device::largestHeap() const
         largest = std::max<std::uint64_t>(largest, memory_.memoryHeaps[i].size);
     }
     return largest;
+}
+
+bool Device::canDrawInto(VkFormat format) const
+{
+    return supportsDrawing(physical_, format);
 }
 
 bool Device::succeeded(VkResult result, const char* what)

@@ -81,6 +81,9 @@ public:
     const VkPhysicalDeviceMemoryProperties& memory() const { return memory_; }
     std::uint64_t largestHeap() const;
 
+    /// Whether images of that format can be drawn into, with blending.
+    bool canDrawInto(VkFormat format) const;
+
     /// True for VK_SUCCESS. Anything else is written to the log as the failure of `what`, and a lost device
     /// is lost from then on.
     bool succeeded(VkResult result, const char* what);

@@ -89,6 +89,9 @@ void GPUService::startLocked()
 std::shared_ptr<Vulkan::Context> GPUService::context()
 {
     const std::lock_guard lock(mutex_);
+    if (shutDown_ && !started_) {
+        failure_ = "The GPU service is shut down.";
+    }
     if (!started_ && !shutDown_) {
         try {
             startLocked();
@@ -124,14 +127,16 @@ std::vector<DeviceDescription> GPUService::listDevices()
 void GPUService::shutdown()
 {
     std::shared_ptr<Vulkan::Context> context;
+    std::chrono::milliseconds limit{};
     {
         const std::lock_guard lock(mutex_);
         shutDown_ = true;
         context = context_;
+        limit = options_.shutdownLimit;
     }
     if (context != nullptr) {
         Vulkan::guarded(false, [&] {
-            context->shutdown(options_.shutdownLimit);
+            context->shutdown(limit);
             return true;
         });
     }

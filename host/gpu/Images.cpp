@@ -105,7 +105,11 @@ Qx::Ptr<HostImage> makeHostImage(Context& context, XY<int> size, iGPUImage::eFor
         return {};
     }
     Pooled<HostBuffer> buffer = acquireHostBuffer(context, keyOf(size, format).bytes());
-    return buffer ? Qx::makePtr<HostImage>(std::move(buffer), size, format) : Qx::Ptr<HostImage>();
+    if (!buffer) {
+        return {};
+    }
+    buffer->givenOut = false;
+    return Qx::makePtr<HostImage>(std::move(buffer), size, format);
 }
 
 Qx::Ptr<GPUImage> upload(Context& context, HostImage& source)

@@ -130,8 +130,10 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
     VkShaderModule vertex = nullptr;
     VkResult result = createShaderModule(device, triangleVertexShader, vertex);
     for (std::size_t i = 0; i < targetFormats.size() && result == VK_SUCCESS; ++i) {
-        result =
-            createPipeline(device, vertex, fragment, layout, blending, targetFormats.at(i), pipelines.at(i));
+        if (device.canDrawInto(targetFormats.at(i))) {
+            result = createPipeline(device, vertex, fragment, layout, blending, targetFormats.at(i),
+                                    pipelines.at(i));
+        }
     }
     vkDestroyShaderModule(device.handle(), vertex, nullptr);
     if (result != VK_SUCCESS) {

@@ -11,7 +11,7 @@ namespace Qx::Host::Vulkan {
 constexpr std::array<VkFormat, 3> targetFormats{VK_FORMAT_R8G8B8A8_UNORM, VK_FORMAT_R16G16B16A16_UNORM,
                                                 VK_FORMAT_A2R10G10B10_UNORM_PACK32};
 
-/// A pipeline for each of targetFormats.
+/// A pipeline for each of targetFormats; null where the device cannot draw into images of the format.
 using FormatPipelines = std::array<VkPipeline, targetFormats.size()>;
 
 VkPipeline pipelineFor(const FormatPipelines& pipelines, VkFormat format);

@@ -72,6 +72,9 @@ public:
         liveBytes_ -= resource->memoryBytes();
         if (destroyed_) {
             all_.erase(resource.get());
+            if (resource->exists()) {
+                kept_.push_back(std::move(resource));
+            }
             return;
         }
         idleBytes_ += resource->memoryBytes();
@@ -86,7 +89,7 @@ public:
     }
 
     /// Destroys the Vulkan objects of every resource, also of those in use, whose owners hold empty shells
-    /// then. `keep` says which survive.
+    /// then. `keep` says which of these survive; returns their number.
     template <class Keep>
     std::size_t destroyAll(Keep keep)
     {
@@ -107,6 +110,16 @@ public:
             }
         }
         return kept;
+    }
+
+    /// Destroys what survived destroyAll() and was given back since. Nothing may be in use any more.
+    void destroyKept()
+    {
+        const std::lock_guard lock(mutex_);
+        for (auto& resource : kept_) {
+            resource->destroy(device_, memory_);
+        }
+        kept_.clear();
     }
 
     std::uint64_t idleBytes() const { return idleBytes_; }
@@ -132,6 +145,7 @@ private:
     const std::uint64_t idleLimit_;
     std::mutex mutex_;
     std::list<std::unique_ptr<Resource>> idle_; // the latest released first
+    std::list<std::unique_ptr<Resource>> kept_;
     std::unordered_set<Resource*> all_;
     bool destroyed_ = false;
     std::atomic<std::uint64_t> idleBytes_{0};

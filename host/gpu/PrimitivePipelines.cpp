@@ -3,6 +3,8 @@
 #include "host/gpu/shaders/gradient.frag.h"
 #include "host/gpu/shaders/image.frag.h"
 #include "host/gpu/shaders/imageOver.frag.h"
+#include "host/gpu/shaders/texels.frag.h"
+#include "host/gpu/shaders/texelsOver.frag.h"
 
 #include <algorithm>
 
@@ -50,7 +52,17 @@ bool PrimitivePipelines::create()
 {
     return createLayouts() && createPipelinesOf(gradientShader, Blending::Replace, gradient_) &&
            createPipelinesOf(imageShader, Blending::Replace, image_) &&
-           createPipelinesOf(imageOverShader, Blending::ByCoverage, imageOver_);
+           createPipelinesOf(imageOverShader, Blending::ByCoverage, imageOver_) &&
+           createPipelinesOf(texelsShader, Blending::Replace, texels_) &&
+           createPipelinesOf(texelsOverShader, Blending::ByCoverage, texelsOver_);
+}
+
+VkPipeline PrimitivePipelines::image(VkFormat format, Sampling sampling, Blending blending) const
+{
+    if (sampling == Sampling::Unfiltered) {
+        return pipelineFor(blending == Blending::Replace ? texels_ : texelsOver_, format);
+    }
+    return pipelineFor(blending == Blending::Replace ? image_ : imageOver_, format);
 }
 
 void PrimitivePipelines::destroy()
@@ -58,6 +70,8 @@ void PrimitivePipelines::destroy()
     destroyPipelines(device_, gradient_);
     destroyPipelines(device_, image_);
     destroyPipelines(device_, imageOver_);
+    destroyPipelines(device_, texels_);
+    destroyPipelines(device_, texelsOver_);
     vkDestroyPipelineLayout(device_.handle(), layout_, nullptr);
     vkDestroyDescriptorSetLayout(device_.handle(), setLayout_, nullptr);
     layout_ = nullptr;

@@ -24,7 +24,12 @@ public:
         std::array<std::int32_t, 4> readable;
         float weight;
         std::int32_t byAlpha;
-        std::int32_t everySecondLine;
+    };
+
+    enum class Sampling
+    {
+        Filtered,
+        Unfiltered, ///< the one texel that a pixel's centre falls on
     };
 
     explicit PrimitivePipelines(Device& device) : device_(device) {}
@@ -35,10 +40,7 @@ public:
     VkDescriptorSetLayout setLayout() const { return setLayout_; }
     VkPipelineLayout layout() const { return layout_; }
     VkPipeline gradient(VkFormat format) const { return pipelineFor(gradient_, format); }
-    VkPipeline image(VkFormat format, Blending blending) const
-    {
-        return pipelineFor(blending == Blending::Replace ? image_ : imageOver_, format);
-    }
+    VkPipeline image(VkFormat format, Sampling sampling, Blending blending) const;
 
 private:
     bool createLayouts();
@@ -51,6 +53,8 @@ private:
     FormatPipelines gradient_{};
     FormatPipelines image_{};
     FormatPipelines imageOver_{};
+    FormatPipelines texels_{};
+    FormatPipelines texelsOver_{};
 };
 
 } // namespace Qx::Host::Vulkan

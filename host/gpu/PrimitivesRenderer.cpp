@@ -191,6 +191,36 @@ bool PrimitivesRenderer::draw(const ImageDescriptionEx& d, int layer)
     });
 }
 
+PrimitivesRenderer::Mapping PrimitivesRenderer::mappingOf(const ImageDraw& d)
+{
+    const float scaleX = (d.source.x1 - d.source.x0) / (d.destination.x1 - d.destination.x0);
+    const float scaleY = (d.source.y1 - d.source.y0) / (d.destination.y1 - d.destination.y0);
+    const auto columns = readable(d.source.x0, d.source.x1, d.image.key.width);
+    const auto rows = readable(d.source.y0, d.source.y1, d.image.key.height);
+    Mapping mapping;
+    mapping.x = d.source.x0 - d.destination.x0 * scaleX;
+    mapping.y = d.source.y0 - d.destination.y0 * scaleY;
+    mapping.constants = {{mapping.x, mapping.y, scaleX, scaleY},
+                         {columns[0], rows[0], columns[1], rows[1]},
+                         d.weight,
+                         d.byAlpha ? 1 : 0};
+    const bool ownSize = scaleX == 1.0F && scaleY == 1.0F && mapping.x == std::floor(mapping.x) &&
+                         mapping.y == std::floor(mapping.y);
+    if (ownSize) {
+        mapping.sampling = Sampling::Unfiltered;
+    }
+    if (d.everySecondLine) {
+        // A row's centre maps to the middle of its source line.
+        const float firstRow = std::ceil(d.destination.y0 - 0.5F);
+        mapping.y = std::floor(d.source.y0) - 2.0F * firstRow;
+        mapping.constants.mapping = {mapping.x, mapping.y - 0.5F, scaleX, 2.0F};
+        mapping.constants.readable[1] = 0;
+        mapping.constants.readable[3] = static_cast<std::int32_t>(d.image.key.height) - 1;
+        mapping.sampling = Sampling::Unfiltered;
+    }
+    return mapping;
+}
+
 bool PrimitivesRenderer::drawImage(const ImageDraw& d)
 {
     if (&d.image == &d.target) {
@@ -200,27 +230,15 @@ bool PrimitivesRenderer::drawImage(const ImageDraw& d)
     if (!hasArea(d.source) || !hasArea(d.destination) || isEmpty(pixels)) {
         return true;
     }
-    const float scaleX = (d.source.x1 - d.source.x0) / (d.destination.x1 - d.destination.x0);
-    float scaleY = (d.source.y1 - d.source.y0) / (d.destination.y1 - d.destination.y0);
-    float originY = d.source.y0 - d.destination.y0 * scaleY;
-    const auto columns = readable(d.source.x0, d.source.x1, d.image.key.width);
-    auto rows = readable(d.source.y0, d.source.y1, d.image.key.height);
+    const Mapping mapping = mappingOf(d);
     if (d.everySecondLine) {
-        const float firstRow = std::ceil(d.destination.y0 - 0.5F);
-        scaleY = 2.0F;
-        originY = std::floor(d.source.y0) - 2.0F * firstRow;
-        rows = {0, static_cast<std::int32_t>(d.image.key.height) - 1};
-        clipToLines(pixels, originY + 2.0F * static_cast<float>(pixels.offset.y), d.image.key.height);
-        if (isEmpty(pixels)) {
-            return true;
-        }
+        clipToLines(pixels, mapping.y + 2.0F * static_cast<float>(pixels.offset.y), d.image.key.height);
     }
-    const PrimitivePipelines::Image constants{
-        {d.source.x0 - d.destination.x0 * scaleX, originY, scaleX, scaleY},
-        {columns[0], rows[0], columns[1], rows[1]},
-        d.weight,
-        d.byAlpha ? 1 : 0,
-        d.everySecondLine ? 1 : 0};
+    return isEmpty(pixels) || recordImage(d, pixels, mapping);
+}
+
+bool PrimitivesRenderer::recordImage(const ImageDraw& d, const VkRect2D& pixels, const Mapping& mapping)
+{
     const bool replaces = !d.byAlpha && d.weight == 1.0F;
     const bool replacesAll = replaces && coversAll(pixels, d.target);
     const PrimitivePipelines& pipelines = context().primitives();
@@ -235,13 +253,13 @@ bool PrimitivesRenderer::drawImage(const ImageDraw& d)
         VkCommandBuffer commands = batch.commands();
         beginDrawing(commands, d.target, pixels,
                      replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
-        vkCmdBindPipeline(
-            commands, VK_PIPELINE_BIND_POINT_GRAPHICS,
-            pipelines.image(d.target.key.format, replaces ? Blending::Replace : Blending::ByCoverage));
+        vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS,
+                          pipelines.image(d.target.key.format, mapping.sampling,
+                                          replaces ? Blending::Replace : Blending::ByCoverage));
         vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, pipelines.layout(), 0, 1, &set, 0,
                                 nullptr);
-        vkCmdPushConstants(commands, pipelines.layout(), VK_SHADER_STAGE_FRAGMENT_BIT, 0, sizeof constants,
-                           &constants);
+        vkCmdPushConstants(commands, pipelines.layout(), VK_SHADER_STAGE_FRAGMENT_BIT, 0,
+                           sizeof mapping.constants, &mapping.constants);
         vkCmdDraw(commands, 3, 1, 0, 0);
         vkCmdEndRendering(commands);
         ++context().draws;

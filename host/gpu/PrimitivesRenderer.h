@@ -32,6 +32,19 @@ private:
         bool everySecondLine = false;
     };
 
+    using Sampling = PrimitivePipelines::Sampling;
+
+    /// How pixels of the target find their texels.
+    struct Mapping
+    {
+        float x = 0.0F; ///< the source position of the target's corner; for y, of its first whole line
+        float y = 0.0F;
+        PrimitivePipelines::Image constants{};
+        Sampling sampling = Sampling::Filtered;
+    };
+
+    static Mapping mappingOf(const ImageDraw& draw);
+    bool recordImage(const ImageDraw& draw, const VkRect2D& pixels, const Mapping& mapping);
     bool drawRectangles(const std::vector<VkRect2D>& areas, const RectDescription& description);
     bool drawImage(const ImageDraw& draw);
     bool drawThroughEffect(const ImageDescriptionEx& description, GPUImage& image);

@@ -43,6 +43,7 @@ struct Texture
     std::atomic<std::uint64_t> lastUse{0}; ///< timeline value after which the device is done with it
 
     std::uint64_t memoryBytes() const { return key.bytes(); }
+    bool exists() const { return image != nullptr; }
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, Texture& texture);
     void destroy(Device& device, DeviceMemory& memory);
 };
@@ -61,6 +62,7 @@ struct HostBuffer
     std::atomic<bool> givenOut{false};       ///< somebody may hold its address
 
     std::uint64_t memoryBytes() const { return key; }
+    bool exists() const { return buffer != nullptr; }
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, HostBuffer& buffer);
     void destroy(Device& device, DeviceMemory& memory);
 };

@@ -1,8 +1,10 @@
 #version 450
 
 // An image stretched to a rectangle. A pixel is the average of the source over the pixel's own footprint, or
-// over one texel where the image is enlarged, which is bilinear interpolation. An image at its own size is
-// copied exactly.
+// over one texel where the image is enlarged, which is bilinear interpolation.
+//
+// Variants: UNFILTERED takes the one texel that a pixel's centre falls on. BLEND gives, as a second result, how
+// much of the first one replaces what is in the target.
 
 layout(constant_id = 0) const bool rotated = false;
 
@@ -14,7 +16,6 @@ layout(push_constant) uniform Parameters
     ivec4 readable;  // first and last column and row that may be read: x0, y0, x1, y1
     float weight;
     int byAlpha;
-    int everySecondLine;
 };
 
 layout(location = 0, index = 0) out vec4 result;
@@ -22,13 +23,14 @@ layout(location = 0, index = 0) out vec4 result;
 layout(location = 0, index = 1) out vec4 coverage;
 #endif
 
-// More taps than this on an axis are thinned out.
-const int mostTaps = 64;
-
 vec4 fetch(ivec2 at)
 {
     return texelFetch(image, clamp(at, readable.xy, readable.zw), 0);
 }
+
+#ifndef UNFILTERED
+// More taps than this on an axis are thinned out.
+const int mostTaps = 64;
 
 vec4 averaged(vec2 centre)
 {
@@ -50,20 +52,16 @@ vec4 averaged(vec2 centre)
     }
     return sum / total;
 }
-
-vec4 fromEverySecondLine(vec2 pixel)
-{
-    // mapping.w is 2 here, and mapping.y the source line of pixel row 0's top.
-    const int column = int(floor(mapping.x + pixel.x * mapping.z));
-    const int line = int(floor(mapping.y + floor(pixel.y) * mapping.w));
-    return fetch(ivec2(column, line));
-}
+#endif
 
 void main()
 {
-    const vec2 pixel = gl_FragCoord.xy;
-    const vec4 texel =
-        everySecondLine != 0 ? fromEverySecondLine(pixel) : averaged(mapping.xy + pixel * mapping.zw);
+    const vec2 centre = mapping.xy + gl_FragCoord.xy * mapping.zw;
+#ifdef UNFILTERED
+    const vec4 texel = fetch(ivec2(floor(centre)));
+#else
+    const vec4 texel = averaged(centre);
+#endif
 #ifdef BLEND
     const vec4 colour = byAlpha != 0 ? vec4(texel.rgb, 1.0) : texel;
     coverage = vec4(byAlpha != 0 ? weight * texel.a : weight);

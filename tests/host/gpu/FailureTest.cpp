@@ -209,4 +209,43 @@ TEST_F(FailureTest, ImagesOfAnotherServiceAreRefused)
     other.shutdown();
 }
 
+namespace {
+
+/// Holds on to what it is given until the process's static destructors run.
+std::vector<Qx::Ptr<iObject>>& heldUntilExit()
+{
+    static std::vector<Qx::Ptr<iObject>> held;
+    return held;
+}
+
+} // namespace
+
+TEST_F(FailureTest, HusksAreReleasedInStaticDestructors)
+{
+    heldUntilExit().emplace_back(gpu().createGPUImage({16, 16}, iGPUImage::eARGB8));
+    heldUntilExit().emplace_back(gpu().upload3DImage(gpu().createHostImage3D(4)));
+    heldUntilExit().emplace_back(copyEffect());
+    gpu().shutdown();
+}
+
+TEST(ProcessServiceTest, NothingHappensToAServiceThatNobodyShutsDown)
+{
+    ASSERT_TRUE(Host::gpuService().start()) << Host::gpuService().failure();
+    EXPECT_EQ(&Host::gpuService(), &Host::gpuService());
+    const Qx::Ptr<iHostImage> host = Host::gpuService().createHostImage({16, 16}, iGPUImage::eARGB8);
+    ASSERT_TRUE(host);
+    heldUntilExit().emplace_back(host);
+    heldUntilExit().emplace_back(Host::gpuService().uploadImage(host, 0));
+    EXPECT_TRUE(heldUntilExit().back());
+}
+
+TEST(ProcessServiceTest, AServiceThatWasShutDownBeforeItStartedDoesNotStart)
+{
+    GPUService service;
+    service.shutdown();
+    EXPECT_FALSE(service.start());
+    EXPECT_NE(service.failure().find("shut down"), std::string::npos);
+    EXPECT_FALSE(service.createGPUImage({4, 4}, iGPUImage::eARGB8));
+}
+
 } // namespace Qx::GpuTests

@@ -90,8 +90,8 @@ private:
     std::shared_ptr<Vulkan::Context> context_;
 };
 
-/// Names of an effect's parameters that take values from a caller, in the file's order. Empty for an effect that is
-/// not this service's.
+/// Names of an effect's parameters that take values from a caller, in the file's order. Empty for an effect
+/// that is not this service's.
 QX_API std::vector<std::string> settableParameters(const iShaderEffect& effect);
 
 /// The process's service. Constructed at the first use and never destroyed.

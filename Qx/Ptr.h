@@ -86,7 +86,7 @@ public:
 
     ~Ptr() { decRef(); }
 
-    Ptr& operator=(const Ptr& other) noexcept
+    Ptr& operator=(const Ptr& other) noexcept // NOLINT(bugprone-unhandled-self-assignment): handled first
     {
         if (object_ == other.object_ && count_ == other.count_) {
             return *this;

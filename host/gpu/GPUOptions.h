@@ -9,9 +9,12 @@ namespace Qx::Host {
 /// How the GPU service starts. Zero numbers stand for the defaults that are named here.
 struct GPUOptions
 {
-    /// Part of a device's name, letter case aside, or its index in listDevices(). Empty: a GPU before a
-    /// software device. The environment variable QX_DEVICE, when it is set and not empty, goes first.
+    /// Part of a device's name, letter case aside, or its index in listDevices(). Empty: what the environment
+    /// variable QX_DEVICE says, and without it a GPU before a software device.
     std::string device;
+
+    /// Where `device` comes from, for the message that there is none such.
+    std::string deviceSource = "the options";
 
     /// Vulkan's validation layer watches every call; its messages go to the log and are counted. The
     /// environment variable QX_VULKAN_VALIDATION=1 turns it on too.

@@ -66,11 +66,9 @@ void GPUService::startLocked()
     for (std::uint32_t i = 0; i < physical.size(); ++i) {
         devices_.push_back(Vulkan::describe(physical[i], i));
     }
-    const std::string fromEnvironment = environment("QX_DEVICE");
-    const DeviceChoice choice =
-        fromEnvironment.empty()
-            ? chooseDevice(devices_, options_.device, "the setting")
-            : chooseDevice(devices_, fromEnvironment, "the environment variable QX_DEVICE");
+    const DeviceChoice choice = options_.device.empty()
+                                    ? chooseDevice(devices_, environment("QX_DEVICE"), "QX_DEVICE")
+                                    : chooseDevice(devices_, options_.device, options_.deviceSource);
     if (!choice.index) {
         failure_ = choice.failure;
         return;

@@ -120,13 +120,22 @@ TEST(DeviceTest, AnUnknownNameIsAClearFailureAndEveryOperationFails)
     EXPECT_FALSE(service.listDevices().empty());
 }
 
-TEST(DeviceTest, TheEnvironmentGoesBeforeTheSetting)
+TEST(DeviceTest, TheOptionsGoBeforeTheEnvironment)
 {
     const Environment environment("QX_DEVICE", "from the environment");
-    GPUService service({.device = "from the setting"});
+    GPUService service({.device = "wanted", .deviceSource = "the command line"});
     EXPECT_FALSE(service.start());
-    EXPECT_NE(service.failure().find("\"from the environment\""), std::string::npos) << service.failure();
-    EXPECT_NE(service.failure().find("QX_DEVICE"), std::string::npos) << service.failure();
+    EXPECT_NE(service.failure().find("\"wanted\" (from the command line)"), std::string::npos)
+        << service.failure();
+}
+
+TEST(DeviceTest, TheEnvironmentChoosesWhereTheOptionsDoNot)
+{
+    const Environment environment("QX_DEVICE", "from the environment");
+    GPUService service;
+    EXPECT_FALSE(service.start());
+    EXPECT_NE(service.failure().find("\"from the environment\" (from QX_DEVICE)"), std::string::npos)
+        << service.failure();
 }
 
 TEST(DeviceTest, OptionsAreTakenUntilTheServiceStarts)

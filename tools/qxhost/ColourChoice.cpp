@@ -20,19 +20,18 @@ bool tagAgrees(int tag, Media::Matrix matrix)
 std::string guessNote(const ConvertOptions& options, const Media::StreamInfo& info,
                       const ColourChoice& choice)
 {
-    std::string guesses;
-    if (choice.matrixGuessed) {
-        guesses += std::string(nameOf(choice.matrix)) + " (the picture is " + std::to_string(info.width) +
-                   " pixels wide; --matrix)";
+    const std::string matrix = std::string(nameOf(choice.matrix)) + " (the picture is " +
+                               (info.width > 720 ? "" : "not ") + "wider than 720 pixels)";
+    const std::string range = std::string(nameOf(choice.range)) + " range";
+    const std::string file = options.input.string();
+    if (!choice.rangeGuessed) {
+        return file + ": has no tag for its matrix; assuming " + matrix + "; --matrix overrides";
     }
-    if (choice.rangeGuessed) {
-        guesses += std::string(guesses.empty() ? "" : " and ") + nameOf(choice.range) + " range (--range)";
+    if (!choice.matrixGuessed) {
+        return file + ": has no tag for its range; assuming " + range + "; --range overrides";
     }
-    return options.input.string() + ": says nothing of its " +
-           (choice.matrixGuessed && choice.rangeGuessed ? "matrix and range"
-            : choice.matrixGuessed                      ? "matrix"
-                                                        : "range") +
-           "; assuming " + guesses;
+    return file + ": has no tags for its matrix and range; assuming " + matrix + " and " + range +
+           "; --matrix and --range override";
 }
 
 } // namespace

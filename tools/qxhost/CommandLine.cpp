@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cmath>
+#include <fmt/format.h>
 #include <map>
 
 namespace Qx::Program {
@@ -154,7 +155,8 @@ std::vector<EffectRequest> groupEffects(const CLI::App& app)
         if (name == "--effect") {
             effects.push_back({value, "", {}});
         } else if (effects.empty()) {
-            complain(name + " " + value + " stands before any --effect that it could belong to", "convert");
+            complain(fmt::format("{} {} stands before any --effect that it could belong to", name, value),
+                     "convert");
         } else if (name == "--set") {
             effects.back().settings.push_back(parseSetting(value));
         } else if (!effects.back().technique.empty()) {
@@ -278,7 +280,6 @@ public:
         app_.allow_extras();
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         app_.add_flag("--version", version_, "Show the version");
-        app_.footer(mainFooter);
         convert_ = addConvert(app_, convertOptions_);
         effects_ = app_.add_subcommand("effects", "List the effects, or check effect files");
         list_ = effects_->add_subcommand("list", "List the effects that can be used by name");
@@ -296,6 +297,7 @@ public:
         }
         list_->group("Commands");
         check_->group("Commands");
+        app_.footer(mainFooter); // last, because commands take over their parent's
     }
 
     Command parse(std::vector<std::string> arguments)

@@ -59,8 +59,9 @@ Console::Console()
 
 Console::~Console()
 {
+    // Standard output stays where it is now: lines that are still in its buffer are written when the process
+    // ends.
     if (dataOutput_ >= 0) {
-        ::dup2(dataOutput_, standardOutput);
         ::close(dataOutput_);
     }
 }

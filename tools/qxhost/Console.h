@@ -10,8 +10,8 @@ namespace Qx::Program {
 /// The program's two outputs, kept apart: data and help go to standard output, everything a person should
 /// know meanwhile to standard error. Any thread.
 ///
-/// Constructing it takes standard output away from the rest of the process, so that a line that some library
-/// prints there lands on standard error and never in the data.
+/// Constructing it takes standard output away from the rest of the process, for good, so that a line that
+/// some library prints there lands on standard error and never in the data.
 class Console
 {
 public:

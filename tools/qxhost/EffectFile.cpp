@@ -43,7 +43,8 @@ const ShaderEffectInfo* findRecord(const std::string& nameOrPath)
     throw Failure(ExitCode::effect,
                   name + ": there is neither an effect nor a file of this name" + didYouMean(name, known) +
                       "; " +
-                      (known.empty() ? "no effects are installed" : "the effects are " + listed(known)));
+                      (known.empty() ? "no effects are installed where the setting shaders_dir points"
+                                     : "the effects are " + listed(known)));
 }
 
 bool isFile(const std::filesystem::path& path)

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 
 namespace Qx::Program {
 
@@ -16,9 +15,6 @@ void start(const std::string& device)
 {
     // With this argument the library compiles effects when they are needed instead of all in the background.
     constexpr std::array arguments{"qxhost", "-transcode"};
-    if (!device.empty()) {
-        ::unsetenv("QX_DEVICE"); // an option goes before the environment
-    }
     Host::start({.argc = static_cast<int>(arguments.size()),
                  .argv = arguments.data(),
                  .device = device.empty() ? nullptr : device.c_str(),

@@ -313,31 +313,11 @@ TEST_F(Convert, a_clip_of_rgb_holds_what_the_pictures_hold)
 
 TEST_F(Convert, a_clip_keeps_times_aspect_tags_and_audio)
 {
-    ffmpeg({"-f",
-            "lavfi",
-            "-i",
-            "testsrc2=size=64x48:rate=30000/1001",
-            "-f",
-            "lavfi",
-            "-i",
-            "sine=frequency=440:sample_rate=48000",
-            "-t",
-            "0.4",
-            "-vf",
-            "setsar=12/11,format=yuv422p10le",
-            "-colorspace",
-            "smpte170m",
-            "-color_primaries",
-            "smpte170m",
-            "-color_trc",
-            "smpte170m",
-            "-color_range",
-            "tv",
-            "-c:v",
-            "prores_ks",
-            "-c:a",
-            "pcm_s16le",
-            "clip.mov"});
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48:rate=30000/1001", "-f", "lavfi", "-i",
+            "sine=frequency=440:sample_rate=48000", "-t", "0.4", "-vf",
+            "setsar=12/11,format=yuv422p10le,setparams=colorspace=smpte170m:color_primaries=smpte170m:"
+            "color_trc=smpte170m:range=tv",
+            "-c:v", "prores_ks", "-c:a", "pcm_s16le", "clip.mov"});
     convert({"clip.mov", "out.mov"});
     const std::string entries = "width,height,r_frame_rate,sample_aspect_ratio,color_space,color_primaries,"
                                 "color_transfer,nb_read_frames";

@@ -54,11 +54,14 @@ TEST_F(Failures, audio_alone_is_no_input)
     expectFailure(qxhost({"convert", "tone.wav", "out.png"}), 3, {"tone.wav", "video"}, {"tone.wav"});
 }
 
-TEST_F(Failures, bt2020_is_refused_aloud)
+TEST_F(Failures, bt2020_and_hdr_are_refused_aloud)
 {
-    ffmpeg({"-i", "clip.mkv", "-c:v", "ffv1", "-colorspace", "bt2020nc", "-color_primaries", "bt2020",
-            "-color_trc", "smpte2084", "hdr.mkv"});
-    expectFailure(qxhost({"convert", "hdr.mkv", "out.png"}), 3, {"hdr.mkv", "2020", "--matrix"}, {"hdr.mkv"});
+    ffmpeg({"-i", "clip.mkv", "-c:v", "ffv1", "-colorspace", "bt2020nc", "wide.mkv"});
+    expectFailure(qxhost({"convert", "wide.mkv", "out.png"}), 3, {"wide.mkv", "BT.2020", "--matrix"},
+                  {"wide.mkv"});
+    ffmpeg({"-i", "clip.mkv", "-c:v", "ffv1", "-color_trc", "smpte2084", "hdr.mkv"});
+    expectFailure(qxhost({"convert", "hdr.mkv", "out.png"}), 3, {"hdr.mkv", "PQ", "--matrix"},
+                  {"wide.mkv", "hdr.mkv"});
 }
 
 TEST_F(Failures, starting_behind_the_end_is_an_input_failure)

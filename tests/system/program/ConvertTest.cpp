@@ -258,7 +258,7 @@ TEST_F(Convert, chroma_of_420_is_brought_to_every_line)
     ffmpeg({"-f", "rawvideo", "-pix_fmt", "yuv420p", "-s", "48x32", "-i", "raw.yuv", "-c:v", "ffv1",
             "-colorspace", "bt709", "-color_range", "tv", "clip.mkv"});
     convert({"clip.mkv", "out.png"});
-    Bytes as422(raw.begin(), raw.begin() + width * height);
+    Bytes as422(raw.begin(), raw.begin() + std::ptrdiff_t{width} * height);
     as422.insert(as422.end(), chroma.begin(), chroma.end());
     expectNear(decoded("out.png", "rgb24"),
                expected(packed(as422, width, height, 8), Matrix::Bt709, Range::Video), 8);
@@ -313,11 +313,11 @@ TEST_F(Convert, a_clip_of_rgb_holds_what_the_pictures_hold)
 
 TEST_F(Convert, a_clip_keeps_times_aspect_tags_and_audio)
 {
+    const std::string tags = "colorspace=smpte170m:color_primaries=smpte170m:color_trc=smpte170m:range=tv";
+    const std::string filters = "setsar=12/11,format=yuv422p10le,setparams=" + tags;
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48:rate=30000/1001", "-f", "lavfi", "-i",
-            "sine=frequency=440:sample_rate=48000", "-t", "0.4", "-vf",
-            "setsar=12/11,format=yuv422p10le,setparams=colorspace=smpte170m:color_primaries=smpte170m:"
-            "color_trc=smpte170m:range=tv",
-            "-c:v", "prores_ks", "-c:a", "pcm_s16le", "clip.mov"});
+            "sine=frequency=440:sample_rate=48000", "-t", "0.4", "-vf", filters, "-c:v", "prores_ks", "-c:a",
+            "pcm_s16le", "clip.mov"});
     convert({"clip.mov", "out.mov"});
     const std::string entries = "width,height,r_frame_rate,sample_aspect_ratio,color_space,color_primaries,"
                                 "color_transfer,nb_read_frames";

@@ -84,12 +84,12 @@ TEST_F(Effects, a_vector_sets_each_component)
 
 TEST_F(Effects, one_value_sets_all_components)
 {
-    EXPECT_EQ(through({"--effect", "tint.fx", "--set", "tint=0"}), Bytes(48 * 32 * 3, 0));
+    EXPECT_EQ(through({"--effect", "tint.fx", "--set", "tint=0"}), Bytes(std::size_t{48} * 32 * 3, 0));
 }
 
 TEST_F(Effects, a_technique_is_chosen_by_name)
 {
-    EXPECT_EQ(through({"--effect", "tint.fx", "--technique", "White"}), Bytes(48 * 32 * 3, 255));
+    EXPECT_EQ(through({"--effect", "tint.fx", "--technique", "White"}), Bytes(std::size_t{48} * 32 * 3, 255));
 }
 
 TEST_F(Effects, several_run_in_order_each_with_its_own_parameters)

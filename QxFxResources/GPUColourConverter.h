@@ -14,8 +14,9 @@ QX_API void toggle_cfgForceUnscaledYCrCb() noexcept;
 /// Conversions of frames between pixel formats on the GPU, by techniques of "ColourConvert.fx".
 ///
 /// Any thread; they take turns. A conversion records its work and returns. False means that nothing was
-/// drawn: the effect cannot be had, or it has no technique for this combination of values. Surfaces are not
-/// checked: one without a GPU image draws nothing.
+/// drawn: the effect cannot be had, or it has no technique for this combination of values. True means that
+/// the technique was there; whether the host could draw it is not told. Surfaces are not checked: one without
+/// a GPU image draws nothing.
 namespace ColourConversion {
 
 /// Obtains the effect for the first time. True on the one call that succeeds; false ever after, and for good

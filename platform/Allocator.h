@@ -10,9 +10,9 @@
 /// - whatever is shared through Qx::Ptr is allocated and freed here (Qx::iObject carries the operators);
 /// - every container that crosses the border is a Qx::Vector, a Qx::LightweightString or a
 ///   Qx::LightweightVector, whose storage comes from here;
-/// - what stays inside the library comes from here too, through the library's own operator new, which no
-/// other
-///   module of the process sees.
+/// - what stays inside the library comes from here too,
+///   through the library's own operator new,
+///   which no other module of the process sees.
 /// So a block is always freed by the service that made it, whichever module holds the last reference.
 class QX_PLATFORM_API iAllocator
 {

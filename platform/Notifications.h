@@ -47,11 +47,13 @@ public:
     Notifier& operator=(const Notifier&) = delete;
 
     /// Listeners are called in the order in which they were added, on the notifying thread. The pair of
-    /// function and context identifies a listener. A listener may add and remove listeners.
+    /// function and context identifies a listener. A listener may add and remove listeners. A notification
+    /// under way on another thread may still call a listener once after its removal.
     void addListener(Listener listener, void* context);
     void removeListener(Listener listener, void* context);
 
-    /// Delivers the message to every listener. `flags` has no meaning yet and is 0.
+    /// Delivers the message to every listener; the notifier must live until it returns. `flags` has no
+    /// meaning yet and is 0.
     void issueNotification(const NotifyMsg& message, int flags) const;
 
 private:

@@ -64,15 +64,14 @@ void Notifier::removeListener(Listener listener, void* context)
 // return.
 void Notifier::issueNotification(const NotifyMsg& message, int) const
 {
-    const CriticalSection lock = lock_;
     Qx::Vector<Record> current;
     {
-        const CriticalSectionScope scope(lock);
+        const CriticalSectionScope scope(lock_);
         current = listeners_;
     }
     for (const Record& record : current) {
         {
-            const CriticalSectionScope scope(lock);
+            const CriticalSectionScope scope(lock_);
             const auto isSame = [&](const Record& r) {
                 return r.listener == record.listener && r.context == record.context;
             };

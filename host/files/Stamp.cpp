@@ -1,8 +1,8 @@
 #include "host/files/Stamp.h"
 
+#include "Qx/LightweightString.h"
+#include "host/core/EffectIncludes.h"
 #include "host/files/ReadFile.h"
-#include "platform/Settings.h"
-#include "platform/Text.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -49,8 +49,8 @@ void addStatus(Hash& hash, const struct stat& status)
     }
 }
 
-/// The names in the text's `#include "..."` lines. Those in comments and inactive branches are among them,
-/// which makes a stamp change once too often at worst.
+/// The names in the text's `#include "..."` and `#include <...>` lines. Those in comments and inactive
+/// branches are among them, which makes a stamp change once too often at worst.
 std::vector<std::string> includedNames(std::string_view text)
 {
     constexpr std::string_view blanks = " \t\r";
@@ -65,17 +65,21 @@ std::vector<std::string> includedNames(std::string_view text)
             line.remove_prefix(found ? what.size() : 0);
             return found;
         };
-        if (!skip("#") || !skip("include") || !skip("\"")) {
+        if (!skip("#") || !skip("include")) {
             continue;
         }
-        if (const std::size_t quote = line.find('"'); quote != std::string_view::npos) {
-            names.emplace_back(line.substr(0, quote));
+        const char close = skip("<") ? '>' : '"';
+        if (close == '"' && !skip("\"")) {
+            continue;
+        }
+        if (const std::size_t length = line.find(close); length != std::string_view::npos) {
+            names.emplace_back(line.substr(0, length));
         }
     }
     return names;
 }
 
-/// The included file: beside the including one, or among the shipped effects.
+/// The included file as the effect compiler finds it: beside the including one, or where includes are kept.
 std::filesystem::path findInclude(const std::filesystem::path& from, const std::string& name)
 {
     std::error_code error;
@@ -83,8 +87,12 @@ std::filesystem::path findInclude(const std::filesystem::path& from, const std::
     if (std::filesystem::is_regular_file(beside, error)) {
         return beside;
     }
-    const std::filesystem::path shipped = std::filesystem::path(toUTF8(getShadersDir()).c_str()) / name;
-    return std::filesystem::is_regular_file(shipped, error) ? shipped.lexically_normal() : beside;
+    for (const std::filesystem::path& directory : effectIncludeDirectories()) {
+        if (std::filesystem::is_regular_file(directory / name, error)) {
+            return (directory / name).lexically_normal();
+        }
+    }
+    return beside;
 }
 
 void addEffect(Hash& hash, const std::filesystem::path& effect)

@@ -22,8 +22,8 @@ struct FaultInjection;
 /// failure() says why. Which device it took goes to the host's log. Any thread may call it.
 ///
 /// An effect's parameter whose semantic the host fills refuses values. A coordinate set that no source sets
-/// spans its whole input. Without shutdown() nothing of Vulkan
-/// runs at the end of the process; after it operations fail, and what is still held is safe to release.
+/// spans its whole input. Without shutdown() nothing of Vulkan runs at the end of the process; after it
+/// operations fail, and what is still held is safe to release.
 class QX_API GPUService final : public iGPUService
 {
 public:

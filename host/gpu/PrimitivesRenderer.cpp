@@ -75,8 +75,21 @@ std::array<std::int32_t, 2> readable(float a, float b, std::uint32_t size)
 void clipToLines(VkRect2D& pixels, float firstLine, std::uint32_t imageHeight)
 {
     const float lines = static_cast<float>(imageHeight) - std::floor(firstLine);
-    const auto rows = lines > 0.0F ? static_cast<std::uint32_t>(std::ceil(lines / 2.0F)) : 0U;
-    pixels.extent.height = std::min(pixels.extent.height, rows);
+    const float rows = std::clamp(std::ceil(lines / 2.0F), 0.0F, static_cast<float>(pixels.extent.height));
+    pixels.extent.height = static_cast<std::uint32_t>(rows);
+}
+
+/// The destination without the rows for which the image has no line.
+RectangleOf<float> rowsWithLines(const ImageDescriptionEx& d, const GPUImage& image)
+{
+    RectangleOf<float> destination = d.destination;
+    if (d.mode == ImageDescriptionEx::EverySecondLine) {
+        const float lines = static_cast<float>(image.getSize().y) - std::floor(d.source.y0);
+        const float firstRow = std::ceil(destination.y0 - 0.5F);
+        const float end = firstRow + std::max(std::ceil(lines / 2.0F), 0.0F);
+        destination.y1 = std::max(std::min(destination.y1, end), destination.y0);
+    }
+    return destination;
 }
 
 VkDescriptorSet describeImage(Batch& batch, Context& context, const Texture& image)
@@ -273,16 +286,17 @@ bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage
     if (effect == nullptr || effect->textures().size() < 1 + d.furtherImages.size()) {
         return false;
     }
-    const VkRect2D pixels = pixelsInside(d.destination, target_->texture());
-    if (!hasArea(d.source) || !hasArea(d.destination) || isEmpty(pixels)) {
+    const RectangleOf<float> destination = rowsWithLines(d, original);
+    const VkRect2D pixels = pixelsInside(destination, target_->texture());
+    if (!hasArea(d.source) || !hasArea(destination) || isEmpty(pixels)) {
         return true;
     }
     const XY<int> size{static_cast<int>(pixels.extent.width), static_cast<int>(pixels.extent.height)};
     // The destination as seen from the corner of the pixels that are drawn.
     const auto left = static_cast<float>(pixels.offset.x);
     const auto top = static_cast<float>(pixels.offset.y);
-    const RectangleOf<float> local{d.destination.x0 - left, d.destination.y0 - top, d.destination.x1 - left,
-                                   d.destination.y1 - top};
+    const RectangleOf<float> local{destination.x0 - left, destination.y0 - top, destination.x1 - left,
+                                   destination.y1 - top};
     Qx::Ptr<iGPUImage> image = d.image;
     std::array<float, 4> coordinates = normalised(d.source, original);
     if (d.mode == ImageDescriptionEx::EverySecondLine) {
@@ -301,7 +315,7 @@ bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage
         sources.back().texCoords = coordinates;
     }
     if (!d.blend) {
-        return effect->draw(*target_, d.destination, sources);
+        return effect->draw(*target_, destination, sources);
     }
     // An effect says nothing of how it covers the target, so its result is drawn over it in a second step.
     const Qx::Ptr<GPUImage> result = makeGPUImage(context(), size, target_->getFormat());

@@ -160,6 +160,9 @@ bool ImageConverter::convert(const Surface& from, Surface& to)
         return false;
     }
     Surface target = to;
+    if (target.getHostImage() == from.getHostImage()) {
+        target.setHostImage(nullptr); // copies of a surface share their pixels
+    }
     if (!target.getHostImage() && !target.allocateHost()) {
         return false;
     }

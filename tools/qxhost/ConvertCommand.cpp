@@ -242,8 +242,8 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
     EffectChain effects(options.effects);
     noteDecisions(conversion, console);
     if (!convertFrames(conversion, jobOf(conversion, effects), console)) {
-        console.error("interrupted; " + options.output.string() + " was not completed");
-        return ExitCode::interrupted;
+        throw Failure(ExitCode::interrupted,
+                      "interrupted; " + options.output.string() + " was not completed");
     }
     for (const std::string& warning : warningsOf(conversion)) {
         console.note(warning);

@@ -3,7 +3,6 @@
 #include "QxFxResources/Manager.h"
 #include "host/gpu/GPUService.h"
 #include "image/TechniqueApplication.h"
-#include "platform/CriticalSection.h"
 #include "platform/Text.h"
 #include "tools/qxhost/EffectFile.h"
 #include "tools/qxhost/Failure.h"
@@ -131,12 +130,10 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
     }
     link.technique = chooseTechnique(*link.effect, request);
     for (const ParameterSetting& setting : request.settings) {
-        Parameter parameter{findParameter(*link.effect, request, setting), setting.values};
-        if (!setParameter(*parameter.param, parameter.values)) {
+        if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
             throw Failure(ExitCode::effect,
                           request.file + ": \"" + setting.name + "\" does not take this value");
         }
-        link.parameters.push_back(std::move(parameter));
     }
     return link;
 }

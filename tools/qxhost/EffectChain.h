@@ -25,18 +25,11 @@ public:
     Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format);
 
 private:
-    struct Parameter
-    {
-        Qx::Ptr<iShaderParam> param;
-        std::vector<float> values;
-    };
-
     struct Link
     {
         std::string file;
         Qx::Ptr<iShaderEffect> effect;
         LightweightString<char> technique;
-        std::vector<Parameter> parameters;
     };
 
     Link makeLink(const EffectRequest& request) const;

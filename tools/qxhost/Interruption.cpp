@@ -80,9 +80,4 @@ Interruption::~Interruption()
     ::close(impl_->pipe[1]);
 }
 
-bool Interruption::happened() const
-{
-    return signalsSeen.load() > 0;
-}
-
 } // namespace Qx::Program

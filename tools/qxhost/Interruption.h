@@ -18,9 +18,6 @@ public:
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
 
-    /// Whether a signal came.
-    bool happened() const;
-
 private:
     struct Impl;
     std::unique_ptr<Impl> impl_;

@@ -62,6 +62,8 @@ ExitCode runReporting(Console& console, const Command& command)
         return report(console, json, failure.code(), failure.what());
     } catch (const std::bad_alloc&) {
         return report(console, json, ExitCode::failed, "out of memory; smaller pictures need less");
+    } catch (const std::exception& error) {
+        return report(console, json, ExitCode::failed, error.what());
     }
 }
 

@@ -387,6 +387,23 @@ TEST_F(PrimitivesTest, AnEffectsResultIsBlendedByItsOwnAlpha)
     EXPECT_NEAR(result[3], 51, 1);
 }
 
+TEST_F(PrimitivesTest, AnEffectWithEverySecondLineLeavesTheRowsForWhichThereIsNoLine)
+{
+    const XY<int> size{4, 4};
+    const Qx::Ptr<iGPUImage> target = canvas(size, {7, 7, 7, 7});
+    const Qx::Ptr<iShaderEffect> e = effect(mixEffect);
+    ASSERT_TRUE(e);
+    ImageDescriptionEx d = precise(addresses(size), {0, 0, 4, 4}, {0, 0, 4, 4}, false);
+    d.mode = ImageDescriptionEx::EverySecondLine;
+    d.effect = e;
+    ASSERT_TRUE(draw(target, d));
+    const Bytes result = download(target);
+    EXPECT_EQ(at(result, size, 0, 0, 2), 0);
+    EXPECT_EQ(at(result, size, 0, 1, 2), 2);
+    EXPECT_EQ(at(result, size, 0, 2, 2), 7);
+    EXPECT_EQ(at(result, size, 0, 3, 2), 7);
+}
+
 TEST_F(PrimitivesTest, AnEffectWithEverySecondLineSeesThoseLines)
 {
     const XY<int> size{4, 4};

@@ -191,6 +191,25 @@ TEST(Stamps, IncludesAreAlsoFoundAmongTheShippedEffects)
     EXPECT_NE(stampOf(effect), start);
 }
 
+TEST(Stamps, IncludesAreFoundWhereverTheCompilerLooksForThem)
+{
+    const TemporaryDirectory shipped;
+    const TemporaryDirectory machine;
+    const TemporaryDirectory own;
+    const Variable shaders("QX_SHADERS_DIR", shipped.path());
+    const Variable templates("QX_MACHINE_TEMPLATES_DIR", machine.path());
+    std::filesystem::create_directory(shipped.path() / "Include");
+    const auto effect = own.write("a.fx", "#include \"x.fxh\"\n # include <y.fxh>\n");
+    shipped.write("Include/x.fxh", "1");
+    machine.write("y.fxh", "1");
+    const std::uint64_t start = stampOf(effect);
+    shipped.write("Include/x.fxh", "2");
+    const std::uint64_t changed = stampOf(effect);
+    EXPECT_NE(changed, start);
+    machine.write("y.fxh", "2");
+    EXPECT_NE(stampOf(effect), changed);
+}
+
 TEST(Stamps, CirclesAndSelfInclusionEnd)
 {
     const TemporaryDirectory directory;

@@ -152,3 +152,19 @@ TEST(ImageConverter, ADescriptionThatIsLargerThanItsImageIsRefused)
     Surface wideTarget(600, 2, YUY2, false, 8, 0, 0);
     EXPECT_FALSE(ImageConverter::convert(wide, wideTarget));
 }
+
+TEST(ImageConverter, ACopyThatSharesThePixelsGetsItsOwn)
+{
+    Surface from(2, 3, YUY2, false, 8, 0, 0);
+    ASSERT_TRUE(from.allocateHost());
+    for (unsigned y = 0; y < 3; ++y) {
+        std::fill_n(row(from, y), 4, static_cast<unsigned char>(y));
+    }
+    Surface flipped = from;
+    flipped.setTopDown(false);
+    ASSERT_TRUE(ImageConverter::convert(from, flipped));
+    for (unsigned y = 0; y < 3; ++y) {
+        EXPECT_EQ(*row(from, y), y);
+        EXPECT_EQ(*row(flipped, y), 2 - y);
+    }
+}

@@ -57,6 +57,17 @@ TEST_F(Runs, a_termination_leaves_no_part_of_a_file)
     expectCleanEnd(SIGTERM);
 }
 
+TEST_F(Runs, an_interrupt_is_told_in_json_too)
+{
+    makeClip(2000);
+    Running program({programPath(), "convert", "--json", "clip.mkv", "out.mkv"}, directory_);
+    ASSERT_TRUE(waitForFile(program, ".out.mkv.part"));
+    program.signal(SIGINT);
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.exitCode, 130);
+    EXPECT_NE(outcome.out.find("\"exitCode\": 130"), std::string::npos) << outcome.out;
+}
+
 TEST_F(Runs, an_interrupt_leaves_complete_pictures_only)
 {
     makeClip(500);

@@ -417,7 +417,8 @@ FrameTime ClipReader::Impl::timeOf(const AVFrame& frame)
     if (time.duration == 0 && info.frameRate.num > 0) {
         time.duration = av_rescale_q(1, av_inv_q(toAv(info.frameRate)), stream->time_base);
     }
-    const std::int64_t next = lastPts ? *lastPts + std::max<std::int64_t>(lastDuration, 1) : 0;
+    // A file may hold any time, also one that leaves no room for a next.
+    const std::int64_t next = lastPts ? av_sat_add64(*lastPts, std::max<std::int64_t>(lastDuration, 1)) : 0;
     time.pts = frame.best_effort_timestamp != AV_NOPTS_VALUE ? frame.best_effort_timestamp : next;
     if (lastPts && time.pts <= *lastPts) {
         time.pts = next;

@@ -164,8 +164,9 @@ Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime
     }
     ++frames_;
     FrameTime shifted = time;
-    shifted.pts -= shift_;
-    endMicroseconds_ = av_rescale_q(shifted.pts + shifted.duration, toAv(settings_.timeBase), AV_TIME_BASE_Q);
+    shifted.pts = av_sat_sub64(shifted.pts, shift_);
+    endMicroseconds_ =
+        av_rescale_q(av_sat_add64(shifted.pts, shifted.duration), toAv(settings_.timeBase), AV_TIME_BASE_Q);
     Status status =
         encoder_.encode(rows, pitch, shifted, [this](AVPacket& packet) { return writeVideo(packet); });
     return status ? writeAudioUpTo(endMicroseconds_) : status;
@@ -194,13 +195,13 @@ Status ClipWriter::writeAudioUpTo(std::int64_t endMicroseconds)
         const std::int64_t shift = av_rescale_q(shift_, toAv(settings_.timeBase), timeBase);
         const std::int64_t start = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
         if (start != AV_NOPTS_VALUE &&
-            av_rescale_q(start - shift, timeBase, AV_TIME_BASE_Q) >= endMicroseconds) {
+            av_rescale_q(av_sat_sub64(start, shift), timeBase, AV_TIME_BASE_Q) >= endMicroseconds) {
             return {};
         }
         AVStream* stream = trackIndex < audioStreams_.size() ? audioStreams_[trackIndex] : nullptr;
         if (stream) {
-            packet.pts = packet.pts != AV_NOPTS_VALUE ? packet.pts - shift : packet.pts;
-            packet.dts = packet.dts != AV_NOPTS_VALUE ? packet.dts - shift : packet.dts;
+            packet.pts = packet.pts != AV_NOPTS_VALUE ? av_sat_sub64(packet.pts, shift) : packet.pts;
+            packet.dts = packet.dts != AV_NOPTS_VALUE ? av_sat_sub64(packet.dts, shift) : packet.dts;
             packet.stream_index = stream->index;
             packet.pos = -1;
             av_packet_rescale_ts(&packet, timeBase, stream->time_base);

@@ -169,7 +169,7 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
 
     frame->pts = av_rescale_q(time.pts, inputTimeBase_, context_->time_base);
     if (lastPts_ && frame->pts <= *lastPts_) {
-        frame->pts = *lastPts_ + 1; // two frames that the time base cannot tell apart
+        frame->pts = av_sat_add64(*lastPts_, 1); // two frames that the time base cannot tell apart
         ++movedFrames_;
     }
     lastPts_ = frame->pts;

@@ -57,6 +57,16 @@ ReaderPtr openInput(const ConvertOptions& options)
     return std::move(reader.value());
 }
 
+/// Frames that will be converted, as far as the input tells; 0 when it does not.
+std::int64_t expectedFrames(const ConvertOptions& options, const Media::StreamInfo& info)
+{
+    if (info.frameCount <= 0) {
+        return options.frames;
+    }
+    const std::int64_t left = std::max<std::int64_t>(info.frameCount - options.start, 0);
+    return options.frames > 0 ? std::min(options.frames, left) : left;
+}
+
 Media::OutputSettings outputSettings(const Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
@@ -75,6 +85,8 @@ Media::OutputSettings outputSettings(const Conversion& conversion)
     settings.encoder = options.codec;
     settings.pixelFormat = options.pixelFormat;
     settings.force = options.force;
+    settings.kept = conversion.reader->files();
+    settings.expectedFrames = expectedFrames(options, info);
     settings.audio = conversion.reader->audio();
     // Effects are written for full range. Without one, video range loses nothing on its way to YCbCr.
     settings.rgbRange = options.outputRange.value_or(
@@ -89,16 +101,6 @@ WriterPtr openOutput(const Conversion& conversion)
         throw Failure(ExitCode::output, writer.text());
     }
     return std::move(writer.value());
-}
-
-/// Frames that will be converted, as far as the input tells; 0 when it does not.
-std::int64_t expectedFrames(const ConvertOptions& options, const Media::StreamInfo& info)
-{
-    if (info.frameCount <= 0) {
-        return options.frames;
-    }
-    const std::int64_t left = std::max<std::int64_t>(info.frameCount - options.start, 0);
-    return options.frames > 0 ? std::min(options.frames, left) : left;
 }
 
 /// Has the library obtain its effect now, where a failure has a place and does not cost frames.

@@ -156,6 +156,44 @@ TEST_F(Writer, ExistingFilesAreKeptUnlessForced)
     EXPECT_EQ(contents(at("b.mkv")), Bytes{'x'});
 }
 
+TEST_F(Writer, FilesToKeepAreNotReplacedEvenWithForce)
+{
+    const Bytes rows = flat(8, 8, {255, 1, 2, 3});
+    for (const std::string name : {"a.mkv", "s_00002.png", "s_00004.png"}) {
+        store(at(name), {'x'});
+    }
+    FileSet kept;
+    for (const std::string name : {"a.mkv", "s_00002.png", "s_00004.png"}) {
+        kept.add(at(name));
+    }
+    OutputSettings wanted = settings(8, 8);
+    wanted.force = true;
+    wanted.kept = std::make_shared<const FileSet>(kept);
+    EXPECT_TRUE(has(writerError(at("a.mkv"), wanted), "belongs to the input"));
+    // Foreseen, as far as the number of frames is known ...
+    for (const int frames : {0, 2, 9}) {
+        wanted.expectedFrames = frames;
+        EXPECT_TRUE(has(writerError(at("s_%05d.png"), wanted), "s_00002.png"));
+    }
+    // ... and met when it is not what was expected.
+    wanted.expectedFrames = 1;
+    for (const std::string name : {"s.png", "s_%05d.png"}) {
+        auto writer = openWriter(at(name), wanted);
+        ASSERT_TRUE(writer);
+        Status status;
+        for (int i = 0; i < 3 && status; ++i) {
+            status = writer->write(rows.data(), 32, {i, 1, FieldOrder::progressive});
+        }
+        status = status ? writer->finish() : status;
+        ASSERT_FALSE(status);
+        EXPECT_TRUE(has(status.text(), "s_00002.png") && has(status.text(), "belongs to the input"))
+            << status.text();
+    }
+    for (const std::string name : {"a.mkv", "s_00002.png", "s_00004.png"}) {
+        EXPECT_EQ(contents(at(name)), Bytes{'x'}) << name;
+    }
+}
+
 TEST_F(Writer, NothingIsLeftOfAnUnfinishedFile)
 {
     const Bytes rows = flat(8, 8, {255, 1, 2, 3});

@@ -90,6 +90,31 @@ TEST_F(Failures, the_input_is_never_overwritten)
     EXPECT_EQ(read(at("clip.mkv")), before);
 }
 
+TEST_F(Failures, pictures_of_the_input_are_never_overwritten)
+{
+    const std::vector<std::string> pictures{"f_1.png", "f_2.png", "f_3.png", "f_4.png", "link_2.png"};
+    ffmpeg({"-i", "clip.mkv", "-frames", "4", "f_%d.png"});
+    fs::create_symlink("f_3.png", at("link_2.png"));
+    std::vector<std::string> before;
+    for (const std::string& picture : pictures) {
+        before.push_back(read(at(picture)));
+    }
+    const std::vector<std::vector<std::string>> commands{
+        {"f_1.png", "f_%d.png"},     {"f_1.png", "./f_1.png"},
+        {"f_%d.png", "f_%d.png"},    {"f_%d.png", "f_3.png", "--frames", "1"},
+        {"f_%d.png", "link_%d.png"}, {"f_%d.png", "f_%d.png", "--start", "1", "--no-audio"},
+        {"f_%d.png", "f_%01d.png"},
+    };
+    for (std::vector<std::string> command : commands) {
+        command.insert(command.begin(), "convert");
+        command.emplace_back("--force");
+        expectFailure(qxhost(command), 4, {"input", "choose another name"}, pictures);
+        for (std::size_t i = 0; i < pictures.size(); ++i) {
+            EXPECT_EQ(read(at(pictures[i])), before[i]) << pictures[i];
+        }
+    }
+}
+
 TEST_F(Failures, an_output_that_cannot_be_made_is_named)
 {
     expectFailure(qxhost({"convert", "clip.mkv", "absent/out.png"}), 4, {"absent/"});

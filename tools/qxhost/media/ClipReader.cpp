@@ -3,6 +3,7 @@
 #include "tools/qxhost/media/ComponentRows.h"
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "tools/qxhost/media/Names.h"
+#include "tools/qxhost/media/NumberedNames.h"
 #include "tools/qxhost/media/StreamColour.h"
 
 #include <algorithm>
@@ -62,6 +63,36 @@ std::string whyNotAFile(const fs::path& file, bool& exists)
         return "the file is empty";
     }
     return {};
+}
+
+/// The files behind a name that may be a number pattern.
+FileSet filesOf(const fs::path& file)
+{
+    FileSet files;
+    if (std::error_code error; fs::exists(file, error)) {
+        files.add(file);
+        return files;
+    }
+    if (const NumberedNames names(file); names.isPattern()) {
+        for (const long number : names.existing()) {
+            files.add(names.name(number));
+        }
+        return files;
+    }
+    // A number in a directory's name: FFmpeg looks for the first picture up to 4 and ends at a gap.
+    constexpr int lastStart = 4;
+    for (int number = 0;; ++number) {
+        std::array<char, 4096> name{};
+        std::error_code error;
+        const bool found =
+            av_get_frame_filename(name.data(), static_cast<int>(name.size()), file.c_str(), number) == 0 &&
+            fs::exists(name.data(), error);
+        if (found) {
+            files.add(name.data());
+        } else if (number >= lastStart) {
+            return files;
+        }
+    }
 }
 
 Result<InputPtr> openInput(const fs::path& file)
@@ -148,6 +179,7 @@ struct ClipReader::Impl
     void noteDecodeError(int error, std::int64_t pts);
 
     const fs::path file;
+    std::shared_ptr<const FileSet> files;
     DecoderMessages messages; // outlives the decoder that writes to it
     InputPtr input;
     AVStream* stream = nullptr;
@@ -177,6 +209,7 @@ Result<std::unique_ptr<ClipReader>> ClipReader::open(const fs::path& file, const
 {
     captureFfmpegLog();
     auto impl = std::make_unique<Impl>(file);
+    impl->files = std::make_shared<const FileSet>(filesOf(file));
     auto input = openInput(file);
     if (!input) {
         return input.error();
@@ -465,6 +498,11 @@ ClipReader::Next ClipReader::next(Frame& frame)
 const StreamInfo& ClipReader::info() const
 {
     return impl_->info;
+}
+
+std::shared_ptr<const FileSet> ClipReader::files() const
+{
+    return impl_->files;
 }
 
 const std::string& ClipReader::failure() const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/media/AudioQueue.h"
+#include "tools/qxhost/media/FileSet.h"
 #include "tools/qxhost/media/Frame.h"
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/media/Result.h"
@@ -84,6 +85,9 @@ public:
     ClipReader& operator=(const ClipReader&) = delete;
 
     const StreamInfo& info() const;
+
+    /// The file, or every file of a numbered sequence.
+    std::shared_ptr<const FileSet> files() const;
 
     /// Gives the next frame in order of presentation. A damaged frame that can be skipped or patched does not
     /// end the clip: it is counted and described in problems(). `failed` means that decoding cannot go on

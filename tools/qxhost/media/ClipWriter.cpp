@@ -57,7 +57,7 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
     if (!encoder) {
         return Error{"cannot write " + quoted(file) + ": " + encoder.text()};
     }
-    auto part = OutputFile::create(file, settings.force);
+    auto part = OutputFile::create(file, settings.force, settings.kept);
     if (!part) {
         return part.error();
     }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "tools/qxhost/media/AudioQueue.h"
+#include "tools/qxhost/media/FileSet.h"
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/media/Result.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -43,6 +45,10 @@ struct OutputSettings
     int threads = 0;
     /// Replaces files that exist.
     bool force = false;
+    /// Null, or files that are not replaced even with force: those the frames come from.
+    std::shared_ptr<const FileSet> kept;
+    /// Frames that will be given; 0 when not known. Only used to foresee which names they will take.
+    std::int64_t expectedFrames = 0;
     /// Null, or the audio to copy into a clip.
     std::shared_ptr<AudioQueue> audio;
 };
@@ -84,7 +90,7 @@ public:
 ///   FFmpeg prefers.
 ///
 /// Fails when the extension is unknown, the encoder cannot be had or refuses the size, the file exists and
-/// force is off, or the file cannot be made.
+/// force is off, it is one to keep, or it cannot be made.
 Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
                                                  const OutputSettings& settings);
 

@@ -28,7 +28,7 @@ Error cannotWrite(const fs::path& file, const std::string& why)
     return Error{"cannot write " + quoted(file) + ": " + why};
 }
 
-Status checkPlace(const fs::path& file, bool force)
+Status checkPlace(const fs::path& file, bool force, const FileSet* kept)
 {
     std::error_code error;
     if (!file.has_filename()) {
@@ -47,6 +47,9 @@ Status checkPlace(const fs::path& file, bool force)
     }
     if (!fs::is_regular_file(status) && !fs::is_symlink(status)) {
         return cannotWrite(file, "it is no regular file");
+    }
+    if (kept && kept->contains(file)) {
+        return OutputFile::wouldReplaceInput(file);
     }
     if (!force) {
         return cannotWrite(file, existsText);
@@ -71,9 +74,14 @@ fs::path partName(const fs::path& file, int attempt)
 
 } // namespace
 
-Result<OutputFile> OutputFile::create(const fs::path& file, bool force)
+Error OutputFile::wouldReplaceInput(const fs::path& file)
 {
-    if (const Status status = checkPlace(file, force); !status) {
+    return cannotWrite(file, "it belongs to the input itself; choose another name");
+}
+
+Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::shared_ptr<const FileSet> kept)
+{
+    if (const Status status = Media::checkPlace(file, force, kept.get()); !status) {
         return Error{status.text()};
     }
     constexpr int attempts = 100;
@@ -82,7 +90,7 @@ Result<OutputFile> OutputFile::create(const fs::path& file, bool force)
         const int descriptor = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (descriptor >= 0) {
             ::close(descriptor);
-            return OutputFile(file, part, force);
+            return OutputFile(file, part, force, std::move(kept));
         }
         if (errno != EEXIST) {
             return cannotWrite(file, systemText(errno));
@@ -91,13 +99,16 @@ Result<OutputFile> OutputFile::create(const fs::path& file, bool force)
     return cannotWrite(file, "too many unfinished files beside it (" + quoted(partName(file, 1)) + " ...)");
 }
 
-OutputFile::OutputFile(fs::path file, fs::path part, bool force)
-    : file_(std::move(file)), part_(std::move(part)), force_(force)
+OutputFile::OutputFile(fs::path file, fs::path part, bool force, std::shared_ptr<const FileSet> kept)
+    : file_(std::move(file)), part_(std::move(part)), force_(force), kept_(std::move(kept))
 {
 }
 
 OutputFile::OutputFile(OutputFile&& other) noexcept
-    : file_(std::move(other.file_)), part_(std::exchange(other.part_, {})), force_(other.force_)
+    : file_(std::move(other.file_)),
+      part_(std::exchange(other.part_, {})),
+      force_(other.force_),
+      kept_(std::move(other.kept_))
 {
 }
 
@@ -108,8 +119,14 @@ OutputFile& OutputFile::operator=(OutputFile&& other) noexcept
         file_ = std::move(other.file_);
         part_ = std::exchange(other.part_, {});
         force_ = other.force_;
+        kept_ = std::move(other.kept_);
     }
     return *this;
+}
+
+Status OutputFile::checkPlace(const fs::path& file) const
+{
+    return Media::checkPlace(file, force_, kept_.get());
 }
 
 OutputFile::~OutputFile()
@@ -162,7 +179,7 @@ Status OutputFile::commit()
     }
     // With force, or where the file system cannot refuse to replace.
     if (result != 0) {
-        if (Status status = checkPlace(file_, force_); !status) {
+        if (Status status = checkPlace(file_); !status) {
             return status;
         }
         if (::rename(part_.c_str(), file_.c_str()) != 0) {
@@ -175,7 +192,7 @@ Status OutputFile::commit()
 
 Status OutputFile::retarget(const fs::path& file)
 {
-    if (Status status = checkPlace(file, force_); !status) {
+    if (Status status = checkPlace(file); !status) {
         return status;
     }
     file_ = file;

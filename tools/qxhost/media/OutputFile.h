@@ -1,9 +1,11 @@
 #pragma once
 
+#include "tools/qxhost/media/FileSet.h"
 #include "tools/qxhost/media/Result.h"
 
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 
 namespace Qx::Media {
 
@@ -13,8 +15,13 @@ class OutputFile
 {
 public:
     /// Makes the part file, empty. Fails when the file exists and force is off, when the place is no
-    /// directory or may not be written to, or when the file exists and is no regular file.
-    static Result<OutputFile> create(const std::filesystem::path& file, bool force);
+    /// directory or may not be written to, or when the file exists and is no regular file or one of those
+    /// to keep (null for none).
+    static Result<OutputFile> create(const std::filesystem::path& file, bool force,
+                                     std::shared_ptr<const FileSet> kept = nullptr);
+
+    /// What is said when a file to keep would be replaced.
+    static Error wouldReplaceInput(const std::filesystem::path& file);
 
     OutputFile(OutputFile&& other) noexcept;
     OutputFile& operator=(OutputFile&& other) noexcept;
@@ -34,12 +41,15 @@ public:
     Status retarget(const std::filesystem::path& file);
 
 private:
-    OutputFile(std::filesystem::path file, std::filesystem::path part, bool force);
+    OutputFile(std::filesystem::path file, std::filesystem::path part, bool force,
+               std::shared_ptr<const FileSet> kept);
+    Status checkPlace(const std::filesystem::path& file) const;
     void remove() noexcept;
 
     std::filesystem::path file_;
     std::filesystem::path part_; // empty when there is nothing to remove
     bool force_ = false;
+    std::shared_ptr<const FileSet> kept_;
 };
 
 } // namespace Qx::Media

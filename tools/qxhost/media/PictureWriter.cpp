@@ -22,9 +22,22 @@ constexpr std::array kinds{
     PictureKind{"webp", "libwebp"},
 };
 
-bool isDigit(char c)
+/// Whether a picture to come would replace a file to keep. A better time to say so than after hours of work;
+/// each picture is checked all the same.
+Status checkKept(const NumberedNames& names, const OutputSettings& settings)
 {
-    return c >= '0' && c <= '9';
+    const bool numbered = names.isPattern() || settings.expectedFrames != 1;
+    if (!settings.kept || settings.kept->empty() || !numbered) {
+        return {};
+    }
+    for (const long number : names.existing()) {
+        const bool written =
+            number >= 1 && (settings.expectedFrames <= 0 || number <= settings.expectedFrames);
+        if (written && settings.kept->contains(names.name(number))) {
+            return OutputFile::wouldReplaceInput(names.name(number));
+        }
+    }
+    return {};
 }
 
 } // namespace
@@ -39,45 +52,6 @@ const char* pictureEncoder(const std::string& extension)
     return nullptr;
 }
 
-NumberedNames::NumberedNames(const std::filesystem::path& pattern) : directory_(pattern.parent_path())
-{
-    const std::string name = pattern.filename().native();
-    std::string* part = &before_;
-    int numbers = 0;
-    for (std::size_t at = 0; at < name.size(); ++at) {
-        std::size_t end = at + 1;
-        while (name[at] == '%' && end < name.size() && isDigit(name[end])) {
-            ++end;
-        }
-        if (name[at] == '%' && end < name.size() && name[end] == 'd' && end - at <= 3) {
-            digits_ = end > at + 1 ? std::stoi(name.substr(at + 1, end - at - 1)) : 1;
-            part = &after_;
-            ++numbers;
-            at = end;
-        } else if (name[at] == '%' && at + 1 < name.size() && name[at + 1] == '%') {
-            *part += '%';
-            ++at;
-        } else {
-            *part += name[at];
-        }
-    }
-    isPattern_ = numbers == 1;
-    if (!isPattern_) {
-        before_ = pattern.stem().native() + "_";
-        after_ = pattern.extension().native();
-        digits_ = 5;
-    }
-}
-
-std::filesystem::path NumberedNames::name(long number) const
-{
-    std::string digits = std::to_string(number);
-    if (digits.size() < static_cast<std::size_t>(digits_)) {
-        digits.insert(0, static_cast<std::size_t>(digits_) - digits.size(), '0');
-    }
-    return directory_ / (before_ + digits + after_);
-}
-
 Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem::path& file,
                                                           const OutputSettings& settings, const char* encoder)
 {
@@ -90,9 +64,12 @@ Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem:
     if (!made) {
         return Error{"cannot write " + quoted(file) + ": " + made.text()};
     }
-    // Made now, so that a place that cannot be written is found before the work begins.
     const NumberedNames names(file);
-    auto first = OutputFile::create(names.isPattern() ? names.name(1) : file, settings.force);
+    if (Status status = checkKept(names, settings); !status) {
+        return Error{status.text()};
+    }
+    // Made now, so that a place that cannot be written is found before the work begins.
+    auto first = OutputFile::create(names.isPattern() ? names.name(1) : file, settings.force, settings.kept);
     if (!first) {
         return first.error();
     }
@@ -103,7 +80,7 @@ Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem:
 
 PictureWriter::PictureWriter(const std::filesystem::path& file, const OutputSettings& settings,
                              VideoEncoder encoder)
-    : file_(file), names_(file), force_(settings.force), encoder_(std::move(encoder))
+    : file_(file), names_(file), force_(settings.force), kept_(settings.kept), encoder_(std::move(encoder))
 {
     if (encoder_.dropsAlpha()) {
         warnings_.push_back("alpha is left out: " + encoder_.description() + " cannot hold it");
@@ -146,7 +123,7 @@ Status PictureWriter::take(const AVPacket& packet)
             return status;
         }
     }
-    auto picture = OutputFile::create(names_.name(taken_), force_);
+    auto picture = OutputFile::create(names_.name(taken_), force_, kept_);
     if (!picture) {
         return picture.error();
     }

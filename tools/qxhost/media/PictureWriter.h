@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/media/NumberedNames.h"
 #include "tools/qxhost/media/OutputFile.h"
 #include "tools/qxhost/media/VideoEncoder.h"
 
@@ -13,25 +14,6 @@ namespace Qx::Media {
 
 /// Name of the encoder for pictures with this extension (lower case), or null when it is none of a picture.
 const char* pictureEncoder(const std::string& extension);
-
-/// The names of a numbered sequence.
-class NumberedNames
-{
-public:
-    /// A pattern has one "%d" or "%0Nd" in its last part, and "%%" for a percent sign; a name without a
-    /// number gets "_%05d" before its extension.
-    explicit NumberedNames(const std::filesystem::path& pattern);
-
-    bool isPattern() const { return isPattern_; }
-    std::filesystem::path name(long number) const;
-
-private:
-    std::filesystem::path directory_;
-    std::string before_;
-    std::string after_;
-    int digits_ = 5;
-    bool isPattern_ = false;
-};
 
 /// One picture, or a numbered sequence of them.
 class PictureWriter final : public iFrameWriter
@@ -54,6 +36,7 @@ private:
     const std::filesystem::path file_;
     const NumberedNames names_;
     const bool force_;
+    const std::shared_ptr<const FileSet> kept_;
     VideoEncoder encoder_;
     std::vector<std::string> warnings_;
     std::optional<OutputFile>

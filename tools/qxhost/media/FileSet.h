@@ -1,0 +1,35 @@
+#pragma once
+
+#include <filesystem>
+#include <set>
+#include <sys/stat.h>
+#include <utility>
+
+namespace Qx::Media {
+
+/// Files as they are on disk: one that goes by several names, or through links, is one.
+class FileSet
+{
+public:
+    /// Nothing happens when there is no such file.
+    void add(const std::filesystem::path& file)
+    {
+        struct stat status = {};
+        if (::stat(file.c_str(), &status) == 0) {
+            files_.emplace(status.st_dev, status.st_ino);
+        }
+    }
+
+    bool contains(const std::filesystem::path& file) const
+    {
+        struct stat status = {};
+        return ::stat(file.c_str(), &status) == 0 && files_.count({status.st_dev, status.st_ino}) != 0;
+    }
+
+    bool empty() const { return files_.empty(); }
+
+private:
+    std::set<std::pair<dev_t, ino_t>> files_;
+};
+
+} // namespace Qx::Media

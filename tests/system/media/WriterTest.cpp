@@ -252,6 +252,22 @@ TEST_F(Writer, WrongEncodersFormatsAndOptionsAreNamed)
     EXPECT_TRUE(listing().empty());
 }
 
+TEST_F(Writer, APictureHoldsWhatItsEndingSays)
+{
+    const std::pair<std::string, std::string> cases[] = {
+        {"a.png", "libx264"}, {"a_%d.jpg", "png"}, {"a.tiff", "prores_ks"}};
+    for (const auto& [name, encoder] : cases) {
+        OutputSettings wrong = settings(16, 16);
+        wrong.encoder = encoder;
+        const std::string error = writerError(at(name), wrong);
+        EXPECT_TRUE(has(error, name) && has(error, "cannot hold") && has(error, "another ending")) << error;
+    }
+    EXPECT_TRUE(listing().empty());
+    OutputSettings right = settings(16, 16);
+    right.encoder = "png";
+    writeFrames(*openWriter(at("a.png"), right), flat(16, 16, {255, 1, 2, 3}), 64, 1);
+}
+
 /// Files may not grow past a size: writing fails as on a full disk, without one.
 class FullDisk
 {

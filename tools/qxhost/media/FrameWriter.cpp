@@ -40,15 +40,15 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
         return Error{"cannot write " + quoted(file) +
                      ": its name has no extension to tell the kind of file (.png, .mov, .mkv, .mp4 ...)"};
     }
-    if (const char* encoder = pictureEncoder(extension)) {
-        return PictureWriter::open(file, settings, encoder);
+    if (isPictureExtension(extension)) {
+        return PictureWriter::open(file, extension, settings);
     }
     return ClipWriter::open(file, extension, settings);
 }
 
 bool writesPictures(const std::filesystem::path& file)
 {
-    return pictureEncoder(lowerExtension(file)) != nullptr;
+    return isPictureExtension(lowerExtension(file));
 }
 
 Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& settings)

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/Names.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -13,14 +14,23 @@ struct PictureKind
 {
     std::string_view extension;
     const char* encoder;
+    AVCodecID codec;
 };
 
 constexpr std::array kinds{
-    PictureKind{"png", "png"},      PictureKind{"tif", "tiff"},  PictureKind{"tiff", "tiff"},
-    PictureKind{"bmp", "bmp"},      PictureKind{"jpg", "mjpeg"}, PictureKind{"jpeg", "mjpeg"},
-    PictureKind{"ppm", "ppm"},      PictureKind{"dpx", "dpx"},   PictureKind{"tga", "targa"},
-    PictureKind{"webp", "libwebp"},
+    PictureKind{"png", "png", AV_CODEC_ID_PNG},     PictureKind{"tif", "tiff", AV_CODEC_ID_TIFF},
+    PictureKind{"tiff", "tiff", AV_CODEC_ID_TIFF},  PictureKind{"bmp", "bmp", AV_CODEC_ID_BMP},
+    PictureKind{"jpg", "mjpeg", AV_CODEC_ID_MJPEG}, PictureKind{"jpeg", "mjpeg", AV_CODEC_ID_MJPEG},
+    PictureKind{"ppm", "ppm", AV_CODEC_ID_PPM},     PictureKind{"dpx", "dpx", AV_CODEC_ID_DPX},
+    PictureKind{"tga", "targa", AV_CODEC_ID_TARGA}, PictureKind{"webp", "libwebp", AV_CODEC_ID_WEBP},
 };
+
+const PictureKind* kindOf(std::string_view extension)
+{
+    const auto* kind = std::find_if(kinds.begin(), kinds.end(),
+                                    [&](const PictureKind& each) { return each.extension == extension; });
+    return kind == kinds.end() ? nullptr : kind;
+}
 
 /// Whether a picture to come would replace a file to keep. A better time to say so than after hours of work;
 /// each picture is checked all the same.
@@ -42,23 +52,27 @@ Status checkKept(const NumberedNames& names, const OutputSettings& settings)
 
 } // namespace
 
-const char* pictureEncoder(const std::string& extension)
+bool isPictureExtension(const std::string& extension)
 {
-    for (const PictureKind& kind : kinds) {
-        if (kind.extension == extension) {
-            return kind.encoder;
-        }
-    }
-    return nullptr;
+    return kindOf(extension) != nullptr;
 }
 
 Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem::path& file,
-                                                          const OutputSettings& settings, const char* encoder)
+                                                          const std::string& extension,
+                                                          const OutputSettings& settings)
 {
-    const std::string name = settings.encoder.empty() ? encoder : settings.encoder;
+    const PictureKind* kind = kindOf(extension);
+    if (!kind) {
+        return Error{"cannot write " + quoted(file) + ": no kind of picture is known by ." + extension};
+    }
+    const std::string name = settings.encoder.empty() ? kind->encoder : settings.encoder;
     const AVCodec* codec = avcodec_find_encoder_by_name(name.c_str());
     if (!codec || codec->type != AVMEDIA_TYPE_VIDEO) {
         return Error{"cannot write " + quoted(file) + ": this FFmpeg has no encoder \"" + name + "\""};
+    }
+    if (codec->id != kind->codec) {
+        return Error{"cannot write " + quoted(file) + ": a ." + extension + " cannot hold " +
+                     avcodec_get_name(codec->id) + "; leave out the codec, or choose another ending (.mkv)"};
     }
     auto made = VideoEncoder::make(*codec, settings, toAv(settings.timeBase), false);
     if (!made) {

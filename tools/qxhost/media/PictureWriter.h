@@ -12,15 +12,16 @@
 
 namespace Qx::Media {
 
-/// Name of the encoder for pictures with this extension (lower case), or null when it is none of a picture.
-const char* pictureEncoder(const std::string& extension);
+/// Whether this extension (lower case) is one of pictures.
+bool isPictureExtension(const std::string& extension);
 
 /// One picture, or a numbered sequence of them.
 class PictureWriter final : public iFrameWriter
 {
 public:
-    static Result<std::unique_ptr<iFrameWriter>> open(const std::filesystem::path& file,
-                                                      const OutputSettings& settings, const char* encoder);
+    /// The extension (lower case) tells the kind of picture.
+    static Result<std::unique_ptr<iFrameWriter>>
+    open(const std::filesystem::path& file, const std::string& extension, const OutputSettings& settings);
 
     Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) override;
     Status finish() override;

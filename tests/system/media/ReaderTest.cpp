@@ -193,6 +193,29 @@ TEST_F(Reader, TruncatedClipGivesWhatIsThereAndSaysSo)
     EXPECT_TRUE(has(reader->problems().back(), "cut.mov")) << reader->problems().back();
 }
 
+TEST_F(Reader, AClipWithoutAnIndexToMissIsKnownToBeCutToo)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x64:r=25:d=2 -f lavfi -i sine=d=2.5 -c:v ffv1 -c:a pcm_s16le whole.mkv");
+    ffmpeg("-f lavfi -i testsrc2=s=64x64:r=25:d=2 -c:v libvpx-vp9 -b:v 300k -speed 8 whole.webm");
+    for (const std::string name : {"whole.mkv", "whole.webm"}) {
+        auto whole = open(at(name));
+        ASSERT_TRUE(whole);
+        EXPECT_EQ(allTimes(*whole).size(), 50U);
+        EXPECT_EQ(whole->problemCount(), 0) << whole->problems().front();
+        const Bytes bytes = contents(at(name));
+        for (const std::size_t percent : {40U, 60U, 83U}) {
+            store(at("cut.mkv"), Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(
+                                                                          bytes.size() * percent / 100)));
+            auto reader = open(at("cut.mkv"));
+            ASSERT_TRUE(reader);
+            allTimes(*reader);
+            ASSERT_EQ(reader->problemCount(), 1) << name << " " << percent;
+            EXPECT_TRUE(has(reader->problems()[0], "cut.mkv") && has(reader->problems()[0], "cut short"))
+                << reader->problems()[0];
+        }
+    }
+}
+
 TEST_F(Reader, ClipCutBeforeItsIndexIsAnErrorWithTheCause)
 {
     ffmpeg("-f lavfi -i testsrc2=s=64x64:r=25:d=1 -c:v mjpeg whole.mov");

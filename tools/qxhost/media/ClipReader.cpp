@@ -37,11 +37,16 @@ struct CloseInput
 };
 using InputPtr = std::unique_ptr<AVFormatContext, CloseInput>;
 
-std::string seconds(std::int64_t pts, AVRational timeBase)
+std::string secondsText(double time)
 {
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%.3f s", static_cast<double>(pts) * av_q2d(timeBase));
+    std::snprintf(text.data(), text.size(), "%.3f s", time);
     return text.data();
+}
+
+std::string seconds(std::int64_t pts, AVRational timeBase)
+{
+    return secondsText(static_cast<double>(pts) * av_q2d(timeBase));
 }
 
 /// Empty, or why the name cannot be a clip. `exists` tells a file from what may be a number pattern.
@@ -170,6 +175,9 @@ struct ClipReader::Impl
     Status describe(const AVFrame& first);
     void queueAudio(const AVPacket& packet);
     void problem(const std::string& text);
+    void noteReached(const AVPacket& from);
+    void noteEndOfInput(int error);
+    void checkLength();
     std::string where(std::int64_t pts) const;
 
     /// Decodes on; null at the end, and after a failure that `failure` describes.
@@ -180,7 +188,8 @@ struct ClipReader::Impl
 
     const fs::path file;
     std::shared_ptr<const FileSet> files;
-    DecoderMessages messages; // outlives the decoder that writes to it
+    SourceMessages messages;      // of the decoder; outlives it
+    SourceMessages inputMessages; // outlives the input
     InputPtr input;
     AVStream* stream = nullptr;
     CodecPtr decoder;
@@ -192,6 +201,8 @@ struct ClipReader::Impl
 
     bool inputEnded = false;
     bool ended = false;
+    double reached = 0;   // seconds: the latest end of a packet of any stream
+    bool stopped = false; // reading, before the end; a problem says why
     int damageInARow = 0;
     std::int64_t lastFedPts = AV_NOPTS_VALUE;
     std::optional<std::int64_t> lastPts;
@@ -215,6 +226,7 @@ Result<std::unique_ptr<ClipReader>> ClipReader::open(const fs::path& file, const
         return input.error();
     }
     impl->input = std::move(input.value());
+    impl->input->opaque = &impl->inputMessages;
     if (const Status status = impl->findStreams(options); !status) {
         return Error{status.text()};
     }
@@ -261,7 +273,8 @@ Status ClipReader::Impl::findStreams(const Options& options)
             const AVDictionaryEntry* language = av_dict_get(other.metadata, "language", nullptr, 0);
             tracks.push_back(
                 {std::move(copy), other.time_base.num, other.time_base.den, language ? language->value : ""});
-        } else if (&other != stream) {
+        } else if (&other != stream && stream->duration != AV_NOPTS_VALUE) {
+            // Where only the file as a whole has a duration, the end of any stream may be its end.
             other.discard = AVDISCARD_ALL;
         }
     }
@@ -368,6 +381,42 @@ void ClipReader::Impl::noteDecodeError(int error, std::int64_t pts)
     }
 }
 
+void ClipReader::Impl::noteReached(const AVPacket& from)
+{
+    const std::int64_t begin = from.pts != AV_NOPTS_VALUE ? from.pts : from.dts;
+    if (begin != AV_NOPTS_VALUE) {
+        const AVRational unit = input->streams[from.stream_index]->time_base;
+        reached = std::max(reached, static_cast<double>(begin + from.duration) * av_q2d(unit));
+    }
+}
+
+void ClipReader::Impl::noteEndOfInput(int error)
+{
+    const std::string message = inputMessages.take();
+    if (error != AVERROR_EOF || !message.empty()) {
+        problem("reading " + quoted(file) + " stops after " + where(lastFedPts) + ": " +
+                (message.empty() ? errorText(error) : message + "; the file is damaged or cut short"));
+        stopped = true;
+    }
+}
+
+void ClipReader::Impl::checkLength()
+{
+    // Only a duration that the file itself states can be missed, not one worked out from what is there.
+    if (stopped || info.isStill || info.frameCountIsExact || stream->duration != AV_NOPTS_VALUE ||
+        input->duration <= 0 || input->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) {
+        return;
+    }
+    constexpr double framesOfTolerance = 3;
+    constexpr double leastTolerance = 0.1;
+    const double rate = info.frameRate.toDouble();
+    const double tolerance = std::max(leastTolerance, rate > 0 ? framesOfTolerance / rate : 1.0);
+    if (reached < info.duration - tolerance) {
+        problem(quoted(file) + " ends at " + secondsText(reached) + " of " + secondsText(info.duration) +
+                "; the file is cut short");
+    }
+}
+
 void ClipReader::Impl::queueAudio(const AVPacket& from)
 {
     const int track = trackOfStream[static_cast<std::size_t>(from.stream_index)];
@@ -387,12 +436,11 @@ bool ClipReader::Impl::feed()
         const int error = av_read_frame(input.get(), packet.get());
         if (error < 0) {
             inputEnded = true;
-            if (error != AVERROR_EOF) {
-                problem("reading " + quoted(file) + " stops after " + where(lastFedPts) + ": " +
-                        errorText(error));
-            }
+            noteEndOfInput(error);
             break;
         }
+        inputMessages.take(); // what the demuxer went on after
+        noteReached(*packet);
         const bool isVideo = packet->stream_index == stream->index;
         if (!isVideo) {
             if (static_cast<std::size_t>(packet->stream_index) < trackOfStream.size()) {
@@ -480,6 +528,9 @@ ClipReader::Next ClipReader::next(Frame& frame)
         if (self.failure.empty() && self.info.frameCountIsExact && self.framesGiven < self.info.frameCount) {
             self.problem(quoted(self.file) + " announces " + std::to_string(self.info.frameCount) +
                          " frames, of which " + std::to_string(self.framesGiven) + " could be read");
+        }
+        if (self.failure.empty()) {
+            self.checkLength();
         }
         return self.failure.empty() ? Next::end : Next::failed;
     }

@@ -10,6 +10,21 @@ namespace {
 std::mutex messageMutex;
 std::string lastMessage; // guarded by messageMutex
 
+/// Where the messages of this object go, or null.
+SourceMessages* messagesOf(void* context)
+{
+    const AVClass* kind = context ? *static_cast<const AVClass**>(context) : nullptr;
+    if (kind && kind == avcodec_get_class()) {
+        // Frame threads work on copies of the decoder's context, which share its opaque pointer.
+        const auto* codec = static_cast<const AVCodecContext*>(context);
+        return av_codec_is_decoder(codec->codec) ? static_cast<SourceMessages*>(codec->opaque) : nullptr;
+    }
+    if (kind && kind == avformat_get_class()) {
+        return static_cast<SourceMessages*>(static_cast<const AVFormatContext*>(context)->opaque);
+    }
+    return nullptr;
+}
+
 void keepMessage(void* context, int level, const char* format, va_list arguments)
 {
     if (level > AV_LOG_ERROR) {
@@ -32,13 +47,9 @@ void keepMessage(void* context, int level, const char* format, va_list arguments
     if (text.empty()) {
         return;
     }
-    if (context && *static_cast<const AVClass**>(context) == avcodec_get_class()) {
-        // Frame threads work on copies of the decoder's context, which share its opaque pointer.
-        const auto* codec = static_cast<const AVCodecContext*>(context);
-        if (codec->opaque && av_codec_is_decoder(codec->codec)) {
-            static_cast<DecoderMessages*>(codec->opaque)->add(std::move(text));
-            return;
-        }
+    if (SourceMessages* own = messagesOf(context)) {
+        own->add(std::move(text));
+        return;
     }
     {
         const std::lock_guard lock(messageMutex);

@@ -54,9 +54,10 @@ inline Rational fromAv(AVRational value)
 /// FFmpeg's text for an error code, or the system's for an errno.
 std::string errorText(int code);
 
-/// Error messages of one decoder, from whichever of its threads. A decoder whose `opaque` points to one of
-/// these sends its errors here: some decoders patch damage without any other sign of it.
-class DecoderMessages
+/// Error messages of one decoder or input, from whichever of its threads. One whose `opaque` points to one of
+/// these sends its errors here: some decoders patch damage, and some inputs end, without any other sign of
+/// it.
+class SourceMessages
 {
 public:
     void add(std::string text)
@@ -79,7 +80,7 @@ private:
 /// Sends FFmpeg's messages here instead of to standard error. Called by whatever opens a file; cheap.
 void captureFfmpegLog();
 
-/// The last error message FFmpeg gave, decoders with DecoderMessages apart, on any thread since the last
+/// The last error message FFmpeg gave, those with SourceMessages apart, on any thread since the last
 /// call, or empty. A hint for people: with several clips open it may belong to another one.
 std::string takeFfmpegMessage();
 

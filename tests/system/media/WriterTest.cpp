@@ -386,6 +386,52 @@ TEST_F(Writer, OddSizesAreWritten)
     }
 }
 
+TEST_F(Writer, EverySizeIsWrittenByTheLosslessDefault)
+{
+    const std::pair<int, int> sizes[] = {{1, 1},   {3, 3},   {67, 3},  {3, 67},  {8, 9},
+                                         {65, 64}, {353, 1}, {353, 7}, {1920, 2}};
+    for (const auto& [width, height] : sizes) {
+        OutputSettings wanted = settings(width, height);
+        wanted.force = true;
+        const Bytes codes = noise(static_cast<std::size_t>(width * height * 4));
+        auto writer = openWriter(at("a.mkv"), wanted);
+        ASSERT_TRUE(writer) << width << "x" << height;
+        writeFrames(*writer, codes, width * 4, 1);
+        EXPECT_EQ(decoded(at("a.mkv"), "rgb24"), withoutAlpha(codes, 1)) << width << "x" << height;
+    }
+}
+
+TEST_F(Writer, OddSizesAreWrittenAsH264)
+{
+    const std::pair<int, int> sizes[] = {{67, 48}, {66, 49}, {67, 49}};
+    for (const auto& [width, height] : sizes) {
+        OutputSettings wanted = settings(width, height);
+        wanted.force = true;
+        auto writer = openWriter(at("a.mp4"), wanted);
+        ASSERT_TRUE(writer);
+        writeFrames(*writer, flat(width, height, {255, 128, 128, 128}), width * 4, 2);
+        EXPECT_EQ(decoded(at("a.mp4"), "rgb24").size(), static_cast<std::size_t>(width * height * 3 * 2));
+    }
+    OutputSettings wanted = settings(67, 49);
+    wanted.pixelFormat = "yuv420p";
+    const std::string error = writerError(at("b.mp4"), wanted);
+    EXPECT_TRUE(has(error, "67x49") && has(error, ".mkv") && has(error, "yuv444p")) << error;
+}
+
+TEST_F(Writer, SizesAndKindsThatCannotBeSayWhatCan)
+{
+    const std::string small = writerError(at("a.mxf"), settings(64, 64));
+    EXPECT_TRUE(has(small, "256x120") && has(small, "64x64") && has(small, ".mkv")) << small;
+    const std::string gif = writerError(at("a.gif"), settings(64, 64));
+    EXPECT_TRUE(has(gif, "a.gif") && has(gif, ".mov")) << gif;
+}
+
+TEST_F(Writer, NamesInMessagesStayOnOneLine)
+{
+    const std::string error = writerError(at("none/a\nb\x1b[1m.png"), settings(8, 8));
+    EXPECT_TRUE(has(error, "a\\nb\\x1b[1m.png")) << error;
+}
+
 TEST_F(Writer, FieldsAreNotMixedIn420)
 {
     Bytes rows;

@@ -25,6 +25,10 @@ constexpr std::array defaultEncoders{
     DefaultEncoder{"mxf", "dnxhd"},
 };
 
+/// The smallest picture that FFmpeg's encoder accepts.
+constexpr int dnxhrWidth = 256;
+constexpr int dnxhrHeight = 120;
+
 /// What suits a codec.
 struct Wish
 {
@@ -74,6 +78,36 @@ Wish wishFor(AVCodecID codec, Depth depth)
     }
 }
 
+/// FFV1 since level 3 cuts a picture into a grid of slices, which may not be finer than the picture.
+std::vector<std::pair<std::string, std::string>> ffv1Options(const OutputSettings& settings)
+{
+    constexpr int enoughForSixteen = 64;
+    constexpr int enoughForFour = 8;
+    const int least = std::min(settings.width, settings.height);
+    if (least < enoughForFour) {
+        return {{"level", "1"}};
+    }
+    return {{"level", "3"}, {"slices", least < enoughForSixteen ? "4" : "16"}, {"slicecrc", "1"}};
+}
+
+/// Whether this encoder refuses sizes that the format's chroma does not divide evenly.
+bool needsEvenSizes(const AVCodec& codec)
+{
+    return codec.id == AV_CODEC_ID_H264 || codec.id == AV_CODEC_ID_HEVC;
+}
+
+bool dividesSize(AVPixelFormat format, const OutputSettings& settings)
+{
+    const ComponentRows rows(format);
+    return settings.width % (1 << rows.chromaShiftX()) == 0 &&
+           settings.height % (1 << rows.chromaShiftY()) == 0;
+}
+
+std::string sizeText(const OutputSettings& settings)
+{
+    return std::to_string(settings.width) + "x" + std::to_string(settings.height);
+}
+
 /// Smaller is nearer; losing something costs more than carrying more than is needed.
 int distance(AVPixelFormat format, const Wish& wish, bool alpha)
 {
@@ -105,8 +139,9 @@ std::string listOf(const AVPixelFormat* formats)
 /// For encoders that take anything.
 constexpr std::array anyFormats{AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV422P10, AV_PIX_FMT_NONE};
 
-Result<AVPixelFormat> namedFormat(const AVCodec& codec, const std::string& name)
+Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& settings)
 {
+    const std::string& name = settings.pixelFormat;
     const AVPixelFormat format = av_get_pix_fmt(name.c_str());
     if (format == AV_PIX_FMT_NONE) {
         return Error{"there is no pixel format \"" + name + "\""};
@@ -118,6 +153,10 @@ Result<AVPixelFormat> namedFormat(const AVCodec& codec, const std::string& name)
     if (!known || !ComponentRows::writable(format)) {
         return Error{"encoder " + std::string(codec.name) + " cannot be given pixel format " + name +
                      (codec.pix_fmts ? "; it takes " + listOf(codec.pix_fmts) : "")};
+    }
+    if (needsEvenSizes(codec) && !dividesSize(format, settings)) {
+        return Error{"encoder " + std::string(codec.name) + " cannot hold " + sizeText(settings) +
+                     " pixels as " + name + "; choose .mkv, or the pixel format yuv444p"};
     }
     return format;
 }
@@ -152,14 +191,19 @@ Result<const AVCodec*> chooseClipEncoder(const std::string& extension, const AVO
 Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettings& settings)
 {
     if (!settings.pixelFormat.empty()) {
-        return namedFormat(codec, settings.pixelFormat);
+        return namedFormat(codec, settings);
+    }
+    if (codec.id == AV_CODEC_ID_DNXHD && (settings.width < dnxhrWidth || settings.height < dnxhrHeight)) {
+        return Error{"DNxHR holds pictures of " + std::to_string(dnxhrWidth) + "x" +
+                     std::to_string(dnxhrHeight) + " pixels or more, and these are " + sizeText(settings) +
+                     "; choose another codec or another kind of file (.mov, .mkv)"};
     }
     const Wish wish = wishFor(codec.id, settings.depth);
     AVPixelFormat best = AV_PIX_FMT_NONE;
     int bestDistance = 0;
     const AVPixelFormat* each = codec.pix_fmts ? codec.pix_fmts : anyFormats.data();
     for (; *each != AV_PIX_FMT_NONE; ++each) {
-        if (!ComponentRows::writable(*each)) {
+        if (!ComponentRows::writable(*each) || (needsEvenSizes(codec) && !dividesSize(*each, settings))) {
             continue;
         }
         const int here = distance(*each, wish, settings.alpha);
@@ -169,7 +213,10 @@ Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettin
         }
     }
     if (best == AV_PIX_FMT_NONE) {
-        return Error{"encoder " + std::string(codec.name) + " takes no pixel format that can be made here"};
+        return Error{
+            "encoder " + std::string(codec.name) +
+            " takes no pixel format that can be made here; choose another codec or another kind of file "
+            "(.mov, .mkv, .png)"};
     }
     return best;
 }
@@ -179,7 +226,8 @@ bool isJpegFormat(AVPixelFormat format)
     return format == AV_PIX_FMT_YUVJ420P || format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
 }
 
-std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& codec, AVPixelFormat format)
+std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& codec, AVPixelFormat format,
+                                                                const OutputSettings& settings)
 {
     const std::string_view name = codec.name;
     const bool deep = ComponentRows(format).wide();
@@ -196,7 +244,7 @@ std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& c
         return {{"profile", deep ? "dnxhr_hqx" : "dnxhr_hq"}};
     }
     if (name == "ffv1") {
-        return {{"level", "3"}, {"slices", "16"}, {"slicecrc", "1"}};
+        return ffv1Options(settings);
     }
     if (name == "png") {
         return {{"compression_level", "1"},

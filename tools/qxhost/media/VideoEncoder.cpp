@@ -110,7 +110,7 @@ void VideoEncoder::tagColours(const OutputSettings& settings)
 Status VideoEncoder::openCodec(const AVCodec& codec, const OutputSettings& settings)
 {
     AVDictionary* options = nullptr;
-    for (const auto& [name, value] : defaultOptions(codec, context_->pix_fmt)) {
+    for (const auto& [name, value] : defaultOptions(codec, context_->pix_fmt, settings)) {
         av_dict_set(&options, name.c_str(), value.c_str(), 0);
     }
     for (const auto& [name, value] : settings.encoderOptions) {

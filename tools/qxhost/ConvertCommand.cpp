@@ -81,6 +81,7 @@ Media::OutputSettings outputSettings(const Conversion& conversion)
     settings.timeBase = info.timeBase;
     settings.sampleAspect = info.sampleAspect;
     settings.fieldOrder = info.fieldOrder;
+    settings.orientation = info.orientation;
     settings.colour = conversion.colour.forWriting;
     settings.encoder = options.codec;
     settings.pixelFormat = options.pixelFormat;
@@ -121,6 +122,13 @@ void noteDecisions(const Conversion& conversion, Console& console)
     if (options.audio && options.start > 0 && conversion.info().hasAudio &&
         !Media::writesPictures(options.output)) {
         console.note("the audio is left out, because --start leaves out the frames that it begins with");
+    }
+    if (conversion.info().hasAlpha) {
+        console.note(options.input.string() + " has alpha, which is left out; the output is opaque");
+    }
+    if (conversion.info().hasFullChroma) {
+        console.note(options.input.string() + " (" + conversion.info().pixelFormat +
+                     ") holds colour for every pixel; it passes through 4:2:2, which keeps half of that");
     }
     if (deviceIsSoftware()) {
         console.note("converting on " + deviceName() +

@@ -320,6 +320,28 @@ TEST_F(Reader, AudioPacketsComeWhenAskedFor)
     EXPECT_EQ(silent->audio()->pop(), nullptr);
 }
 
+TEST_F(Reader, AlphaAndFullChromaAreTold)
+{
+    struct Case
+    {
+        const char* file;
+        const char* pixelFormat;
+        bool alpha;
+        bool fullChroma;
+    };
+    for (const Case& c : {Case{"a.png", "rgba", true, true}, Case{"a.png", "rgb24", false, true},
+                          Case{"a.png", "gray", false, false}, Case{"a.png", "pal8", false, true},
+                          Case{"a.mkv", "yuva422p", true, false}, Case{"a.mkv", "yuv444p", false, true},
+                          Case{"a.mkv", "yuv420p", false, false}}) {
+        ffmpeg("-f lavfi -i testsrc2=s=32x16:r=25 -frames:v 1 -pix_fmt " + std::string(c.pixelFormat) +
+               (has(c.file, "mkv") ? " -c:v ffv1 " : " ") + c.file);
+        auto reader = open(at(c.file));
+        ASSERT_TRUE(reader);
+        EXPECT_EQ(reader->info().hasAlpha, c.alpha) << c.pixelFormat;
+        EXPECT_EQ(reader->info().hasFullChroma, c.fullChroma) << c.pixelFormat;
+    }
+}
+
 TEST_F(Reader, FramesOutliveTheirReader)
 {
     ffmpeg("-f lavfi -i color=white:s=32x16 -frames:v 1 one.png");

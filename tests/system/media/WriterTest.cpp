@@ -1,6 +1,7 @@
 // What writers leave on disk: judged by ffmpeg's own decoders, and by what is not there after a failure.
 
 #include "tests/system/media/MediaFixture.h"
+#include "tools/qxhost/media/Ffmpeg.h"
 
 #include <array>
 #include <cmath>
@@ -531,7 +532,38 @@ TEST_F(Writer, AudioThatTheContainerCannotHoldIsAWarning)
         ASSERT_TRUE(writer);
         writeFrames(*writer, flat(64, 48, {255, 10, 20, 30}), 256, 1);
         ASSERT_EQ(writer->warnings().size(), 1U);
-        EXPECT_TRUE(has(writer->warnings()[0], "audio")) << writer->warnings()[0];
+        const std::string& warning = writer->warnings()[0];
+        EXPECT_TRUE(has(warning, "audio")) << warning;
+        EXPECT_EQ(warning.find("0x"), std::string::npos) << warning;
+        EXPECT_TRUE(name == "a.png" || (has(warning, ".mkv") && has(warning, "--no-audio"))) << warning;
+    }
+}
+
+TEST_F(Writer, OrientationIsKeptOrItsLossIsAWarning)
+{
+    for (const int degrees : {90, 180, 270}) {
+        Orientation turned;
+        turned.degrees = degrees;
+        av_display_rotation_set(turned.matrix.data(), degrees);
+        OutputSettings wanted = settings(64, 48);
+        wanted.orientation = turned;
+        wanted.force = true;
+        for (const std::string name : {"a.mov", "a.mp4", "a.mkv", "a.png"}) {
+            auto writer = openWriter(at(name), wanted);
+            ASSERT_TRUE(writer);
+            writeFrames(*writer, flat(64, 48, {255, 10, 20, 30}), 256, 1);
+            auto reader = open(at(name));
+            ASSERT_TRUE(reader);
+            if (name == "a.mov" || name == "a.mp4") {
+                EXPECT_EQ(reader->info().orientation, turned) << name;
+                EXPECT_TRUE(writer->warnings().empty()) << writer->warnings().front();
+            } else {
+                EXPECT_FALSE(reader->info().orientation);
+                ASSERT_EQ(writer->warnings().size(), 1U);
+                EXPECT_TRUE(has(writer->warnings()[0], std::to_string(degrees) + " degrees"))
+                    << writer->warnings()[0];
+            }
+        }
     }
 }
 

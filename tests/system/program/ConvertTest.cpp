@@ -343,6 +343,18 @@ TEST_F(Convert, guesses_are_reported_and_tags_are_not)
     EXPECT_EQ(convert({"untagged.mkv", "c.png", "--quiet"}).err, "");
 }
 
+TEST_F(Convert, what_is_not_kept_of_the_input_is_said)
+{
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=40x30", "-frames", "1", "-pix_fmt", "rgba", "in.png"});
+    const Outcome rgba = convert({"in.png", "out.tiff"});
+    EXPECT_NE(rgba.err.find("has alpha, which is left out"), std::string::npos) << rgba.err;
+    EXPECT_NE(rgba.err.find("passes through 4:2:2"), std::string::npos) << rgba.err;
+    makeClip("clip.mkv", "yuv422p", 32, 24, 1, {"-colorspace", "bt709", "-color_range", "tv"});
+    const Outcome plain = convert({"clip.mkv", "out.png"});
+    EXPECT_EQ(plain.err.find("alpha"), std::string::npos) << plain.err;
+    EXPECT_EQ(plain.err.find("4:2:2"), std::string::npos) << plain.err;
+}
+
 TEST_F(Convert, json_is_all_there_is_on_standard_output)
 {
     makeClip("clip.mkv", "yuv422p10le", 32, 24, 2, {"-colorspace", "bt709", "-color_range", "tv"});

@@ -136,19 +136,43 @@ Result<InputPtr> openInput(const fs::path& file)
     return InputPtr(raw);
 }
 
-int displayRotation(const AVStream& stream)
+/// Empty where pictures are shown as they are stored.
+std::optional<Orientation> orientationOf(const AVStream& stream)
 {
-    const std::uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
-    if (!matrix) {
-        return 0;
+    std::size_t size = 0;
+    const std::uint8_t* data = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+    Orientation found;
+    if (!data || size < sizeof found.matrix) {
+        return {};
     }
-    std::array<std::int32_t, 9> values{};
-    std::memcpy(values.data(), matrix, sizeof values);
-    const double counterClockwise = av_display_rotation_get(values.data());
-    if (std::isnan(counterClockwise)) {
-        return 0;
+    std::memcpy(found.matrix.data(), data, sizeof found.matrix);
+    constexpr std::int32_t one = 1 << 16;
+    constexpr std::int32_t oneOfLast = 1 << 30; // the third column has another point
+    if (found.matrix == std::array<std::int32_t, 9>{one, 0, 0, 0, one, 0, 0, 0, oneOfLast}) {
+        return {};
     }
-    return (static_cast<int>(std::lround(-counterClockwise)) % 360 + 360) % 360;
+    const double counterClockwise = av_display_rotation_get(found.matrix.data());
+    if (!std::isnan(counterClockwise)) {
+        found.degrees = (static_cast<int>(std::lround(-counterClockwise)) % 360 + 360) % 360;
+    }
+    return found;
+}
+
+/// A palette may always hold alpha; whether it does shows in its use.
+bool usesAlpha(const AVFrame& frame, const ComponentRows& components)
+{
+    if (!components.hasAlpha() || frame.format != AV_PIX_FMT_PAL8) {
+        return components.hasAlpha();
+    }
+    constexpr std::uint8_t opaque = 255;
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(frame.width));
+    for (int y = 0; y < frame.height; ++y) {
+        components.read(frame, 3, y, 0, frame.width, row.data());
+        if (std::any_of(row.begin(), row.end(), [](std::uint8_t alpha) { return alpha != opaque; })) {
+            return true;
+        }
+    }
+    return false;
 }
 
 FieldOrder fieldOrderOf(const AVFrame& frame)
@@ -339,7 +363,9 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     const ComponentRows components(format);
     info.bitsPerComponent = components.bits();
     info.naturalDepth = components.wide() ? Depth::bits16 : Depth::bits8;
-    info.rotation = displayRotation(*stream);
+    info.hasAlpha = usesAlpha(first, components);
+    info.hasFullChroma = !components.isGrey() && components.chromaShiftX() == 0;
+    info.orientation = orientationOf(*stream);
     if (info.isStill) {
         info.frameCount = 1;
         return {};

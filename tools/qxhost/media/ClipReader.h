@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,8 +45,12 @@ struct StreamInfo
     /// The depth that loses nothing: 8 bits for sources of up to 8 bits, else 16.
     Depth naturalDepth = Depth::bits8;
     bool hasAudio = false;
-    /// Clockwise degrees by which a player is asked to turn the picture. The reader does not turn it.
-    int rotation = 0;
+    /// Frames say how opaque they are. Conversions make opaque pictures.
+    bool hasAlpha = false;
+    /// Colour at the full width (RGB, 4:4:4), of which packing to 4:2:2 keeps half.
+    bool hasFullChroma = false;
+    /// Where the clip asks for it; the reader turns nothing.
+    std::optional<Orientation> orientation;
 };
 
 /// Reads the video and the audio packets of any clip or still picture that FFmpeg reads.

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <string_view>
 
 namespace Qx::Media {
@@ -18,6 +19,21 @@ bool hasFixedRate(const AVOutputFormat& container)
     static constexpr std::array<std::string_view, 7> timed{"mov", "mp4", "ipod", "3gp", "3g2", "psp", "f4v"};
     return !(container.flags & AVFMT_VARIABLE_FPS) &&
            std::find(timed.begin(), timed.end(), container.name) == timed.end();
+}
+
+/// Whether files of this kind hold a display matrix.
+bool holdsOrientation(const AVOutputFormat& container)
+{
+    static constexpr std::array<std::string_view, 3> kinds{"mov", "mp4", "ipod"};
+    return std::find(kinds.begin(), kinds.end(), container.name) != kinds.end();
+}
+
+/// With a way to keep it, or to leave it out without a word.
+std::string audioIsLeftOut(const std::string& codecs, const std::string& extension)
+{
+    const char* other = extension == "mov" ? ".mkv" : (extension == "mkv" ? ".mov" : ".mov or .mkv");
+    return "audio (" + codecs + ") is left out: ." + extension + " cannot hold it; use " + other +
+           ", or --no-audio";
 }
 
 /// Codecs whose stream itself counts frames at a fixed rate.
@@ -64,14 +80,22 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
     std::unique_ptr<ClipWriter> writer(
         new ClipWriter(std::move(part.value()), settings, std::move(encoder.value())));
     writer->fixedRate_ = fixedRate;
+    if (settings.orientation && !holdsOrientation(*container)) {
+        writer->warnings_.push_back(orientationIsLost(*settings.orientation));
+    }
     const bool hasAudio = settings.audio && !settings.audio->tracks().empty();
+    writer->extension_ = extension;
+    std::vector<std::string> warnings = writer->warnings_;
     Status status = writer->begin(*container, hasAudio);
     if (!status && hasAudio) {
-        writer->warnings_.clear();
-        writer->warnAboutAlpha();
-        writer->warnings_.push_back("audio is left out: ." + extension + " does not take it (" +
-                                    status.text() + ")");
+        std::string codecs;
+        for (const AudioQueue::Track& track : settings.audio->tracks()) {
+            codecs +=
+                (codecs.empty() ? "" : ", ") + std::string(avcodec_get_name(track.parameters->codec_id));
+        }
         status = writer->begin(*container, false);
+        writer->warnings_ = std::move(warnings);
+        writer->warnings_.push_back(audioIsLeftOut(codecs, extension));
     }
     if (!status) {
         return Error{status.text()};
@@ -106,11 +130,24 @@ void ClipWriter::addAudio(const AVOutputFormat& container)
                 av_dict_set(&stream->metadata, "language", track.language.c_str(), 0);
             }
         } else {
-            warnings_.push_back("audio (" + std::string(avcodec_get_name(codec)) +
-                                ") is left out: " + container.name + " cannot hold it");
+            warnings_.push_back(audioIsLeftOut(avcodec_get_name(codec), extension_));
         }
         audioStreams_.push_back(stream);
     }
+}
+
+Status ClipWriter::setOrientation(const AVOutputFormat& container)
+{
+    if (!settings_.orientation || !holdsOrientation(container)) {
+        return {};
+    }
+    const auto& matrix = settings_.orientation->matrix;
+    std::uint8_t* data = av_stream_new_side_data(video_, AV_PKT_DATA_DISPLAYMATRIX, sizeof matrix);
+    if (!data) {
+        return Error{"out of memory"};
+    }
+    std::memcpy(data, matrix.data(), sizeof matrix);
+    return {};
 }
 
 Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
@@ -132,6 +169,9 @@ Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
     video_->r_frame_rate = video_->avg_frame_rate;
     video_->sample_aspect_ratio = toAv(settings_.sampleAspect);
     video_->codecpar->field_order = encoder_.context().field_order;
+    if (Status status = setOrientation(container); !status) {
+        return status;
+    }
     if (withAudio) {
         addAudio(container);
     }

@@ -37,6 +37,7 @@ private:
 
     ClipWriter(OutputFile part, const OutputSettings& settings, VideoEncoder encoder);
     Status begin(const AVOutputFormat& container, bool withAudio);
+    Status setOrientation(const AVOutputFormat& container);
     void warnAboutAlpha();
     void addAudio(const AVOutputFormat& container);
     Status writeVideo(AVPacket& packet);
@@ -53,6 +54,7 @@ private:
     std::deque<AudioQueue::Packet> waitingAudio_;
     std::vector<std::string> warnings_;
     std::int64_t shift_ = 0; // subtracted from all times, in the source's time base
+    std::string extension_;
     bool fixedRate_ = false;
     std::int64_t frames_ = 0;
     std::int64_t endMicroseconds_ = 0;

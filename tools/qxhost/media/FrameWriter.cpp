@@ -46,6 +46,15 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
     return ClipWriter::open(file, extension, settings);
 }
 
+std::string orientationIsLost(const Orientation& orientation)
+{
+    const std::string how = orientation.degrees == 0
+                                ? "flipped"
+                                : "turned by " + std::to_string(orientation.degrees) + " degrees";
+    return "the clip is marked to be shown " + how +
+           ", which this kind of file cannot hold; the pictures are written as they are stored";
+}
+
 bool writesPictures(const std::filesystem::path& file)
 {
     return isPictureExtension(lowerExtension(file));

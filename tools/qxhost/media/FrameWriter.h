@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,8 @@ struct OutputSettings
     /// num 0 when not known.
     Rational sampleAspect;
     FieldOrder fieldOrder = FieldOrder::progressive;
+    /// What players are to do with the frames, which are written as they come. Kept where the file can.
+    std::optional<Orientation> orientation;
     /// The matrix used where the file holds YCbCr, and the source's tags to write into it. YCbCr is written
     /// in video range (full range where the encoder knows no other, as JPEG).
     Colour colour;
@@ -93,6 +96,9 @@ public:
 /// force is off, it is one to keep, or it cannot be made.
 Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
                                                  const OutputSettings& settings);
+
+/// The remark for frames whose orientation the file cannot hold.
+std::string orientationIsLost(const Orientation& orientation);
 
 /// Whether openWriter() would write pictures to that file, and no clip.
 bool writesPictures(const std::filesystem::path& file);

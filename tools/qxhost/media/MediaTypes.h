@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace Qx::Media {
@@ -72,6 +74,16 @@ constexpr Matrix matrixForWidth(int width)
 {
     return width > 720 ? Matrix::bt709 : Matrix::bt601;
 }
+
+/// How a player is asked to turn and flip the pictures: 3x3 fixed-point numbers as ISO/IEC 14496-12 8.2.2.3
+/// has them, and the clockwise degrees that they come to.
+struct Orientation
+{
+    std::array<std::int32_t, 9> matrix{};
+    int degrees = 0;
+
+    bool operator==(const Orientation&) const = default;
+};
 
 /// When a frame is shown.
 struct FrameTime

@@ -99,6 +99,9 @@ PictureWriter::PictureWriter(const std::filesystem::path& file, const OutputSett
     if (encoder_.dropsAlpha()) {
         warnings_.push_back("alpha is left out: " + encoder_.description() + " cannot hold it");
     }
+    if (settings.orientation) {
+        warnings_.push_back(orientationIsLost(*settings.orientation));
+    }
     if (settings.audio && !settings.audio->tracks().empty()) {
         warnings_.emplace_back("audio is left out: pictures cannot hold it");
     }

@@ -301,6 +301,27 @@ TEST_F(Reader, ANumberPatternIsAClip)
     EXPECT_EQ(allTimes(*reader).size(), 5U);
 }
 
+TEST_F(Reader, ASequenceBeginsWithItsLowestNumberAndEndsAtAGap)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=32x16:r=25:d=0.4 -start_number 10001 shot_%d.png");
+    store(at("shot_x.png"), {'x'});
+    auto reader = open(at("shot_%d.png"));
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(reader->info().frameCount, 10);
+    EXPECT_EQ(allTimes(*reader).size(), 10U);
+    EXPECT_EQ(reader->problemCount(), 0);
+
+    fs::remove(at("shot_10004.png"));
+    auto gap = open(at("shot_%05d.png"));
+    ASSERT_TRUE(gap);
+    EXPECT_EQ(gap->info().frameCount, 3);
+    EXPECT_EQ(allTimes(*gap).size(), 3U);
+    ASSERT_EQ(gap->problemCount(), 1) << gap->problems().front();
+    EXPECT_TRUE(has(gap->problems()[0], "picture 10004 is missing") &&
+                has(gap->problems()[0], "the sequence ends there"))
+        << gap->problems()[0];
+}
+
 TEST_F(Reader, AudioPacketsComeWhenAskedFor)
 {
     ffmpeg("-f lavfi -i testsrc2=s=32x16:r=25:d=0.4 -f lavfi -i sine=d=0.4 -c:v ffv1 -c:a pcm_s16le "

@@ -70,6 +70,33 @@ std::string whyNotAFile(const fs::path& file, bool& exists)
     return {};
 }
 
+/// The part of a numbered sequence that is read: up to its first gap.
+struct Sequence
+{
+    long first = 0;
+    long last = 0;
+    bool hasGap = false; // more pictures follow
+};
+
+/// Empty for what is no sequence with a number in its last part, or has no picture.
+std::optional<Sequence> sequenceOf(const fs::path& file)
+{
+    const NumberedNames names(file);
+    std::error_code error;
+    if (fs::exists(file, error) || !names.isPattern()) {
+        return {};
+    }
+    const std::vector<long> numbers = names.existing();
+    if (numbers.empty()) {
+        return {};
+    }
+    std::size_t count = 1;
+    while (count < numbers.size() && numbers[count] == numbers[count - 1] + 1) {
+        ++count;
+    }
+    return Sequence{numbers.front(), numbers[count - 1], count < numbers.size()};
+}
+
 /// The files behind a name that may be a number pattern.
 FileSet filesOf(const fs::path& file)
 {
@@ -100,7 +127,7 @@ FileSet filesOf(const fs::path& file)
     }
 }
 
-Result<InputPtr> openInput(const fs::path& file)
+Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& sequence)
 {
     bool exists = false;
     if (const std::string why = whyNotAFile(file, exists); !why.empty()) {
@@ -123,6 +150,9 @@ Result<InputPtr> openInput(const fs::path& file)
     AVIOContext* own = raw->pb;
     AVDictionary* options = nullptr;
     av_dict_set(&options, "protocol_whitelist", "file", 0);
+    if (sequence) {
+        av_dict_set_int(&options, "start_number", sequence->first, 0);
+    }
     takeFfmpegMessage();
     const int error = avformat_open_input(&raw, url.c_str(), nullptr, &options);
     av_dict_free(&options);
@@ -212,6 +242,7 @@ struct ClipReader::Impl
 
     const fs::path file;
     std::shared_ptr<const FileSet> files;
+    std::optional<Sequence> sequence;
     SourceMessages messages;      // of the decoder; outlives it
     SourceMessages inputMessages; // outlives the input
     InputPtr input;
@@ -245,7 +276,8 @@ Result<std::unique_ptr<ClipReader>> ClipReader::open(const fs::path& file, const
     captureFfmpegLog();
     auto impl = std::make_unique<Impl>(file);
     impl->files = std::make_shared<const FileSet>(filesOf(file));
-    auto input = openInput(file);
+    impl->sequence = sequenceOf(file);
+    auto input = openInput(file, impl->sequence);
     if (!input) {
         return input.error();
     }
@@ -375,6 +407,12 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     } else if (input->duration != AV_NOPTS_VALUE && input->duration > 0) {
         info.duration = static_cast<double>(input->duration) / AV_TIME_BASE;
     }
+    if (sequence) {
+        info.frameCountIsExact = true;
+        info.frameCount = sequence->last - sequence->first + 1;
+        info.duration = static_cast<double>(info.frameCount) / std::max(info.frameRate.toDouble(), 1e-9);
+        return {};
+    }
     info.frameCountIsExact = stream->nb_frames > 0;
     info.frameCount =
         info.frameCountIsExact
@@ -419,6 +457,13 @@ void ClipReader::Impl::noteReached(const AVPacket& from)
 void ClipReader::Impl::noteEndOfInput(int error)
 {
     const std::string message = inputMessages.take();
+    if (sequence && sequence->hasGap) {
+        const fs::path missing = NumberedNames(file).name(sequence->last + 1);
+        problem("picture " + std::to_string(sequence->last + 1) + " is missing (" + quoted(missing) +
+                "); the sequence ends there");
+        stopped = true;
+        return;
+    }
     if (error != AVERROR_EOF || !message.empty()) {
         problem("reading " + quoted(file) + " stops after " + where(lastFedPts) + ": " +
                 (message.empty() ? errorText(error) : message + "; the file is damaged or cut short"));

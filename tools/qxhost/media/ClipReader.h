@@ -55,8 +55,9 @@ struct StreamInfo
 
 /// Reads the video and the audio packets of any clip or still picture that FFmpeg reads.
 ///
-/// A name with a number pattern ("shot_%05d.png") that is not itself a file is read as a numbered sequence.
-/// The file named is the only one opened (a playlist cannot send the reader to the network).
+/// A name with a number pattern ("shot_%05d.png") that is not itself a file is read as a numbered sequence,
+/// from the lowest number there is up to the first gap. The file named is the only one opened (a playlist
+/// cannot send the reader to the network).
 ///
 /// One thread at a time; decoding uses threads of its own. The frames and the audio queue handed out live on
 /// their own and may be used on other threads and after the reader is gone.

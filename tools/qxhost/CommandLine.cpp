@@ -38,14 +38,14 @@ Output formats, by the name's ending:
   pictures  png tif tiff bmp jpg jpeg ppm dpx tga webp
   clips     mov mkv mp4 avi mxf webm nut and whatever else FFmpeg writes
 
-Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input, 4 output, 5 GPU device, 6 effect,
-130 interrupted. Nothing incomplete is left behind under the output's name.)";
+Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input (missing, or damaged: then
+what could be read is written), 4 output, 5 GPU device, 6 effect, 130 interrupted. Nothing incomplete is left behind under the output's name.)";
 
 constexpr const char* checkFooter = R"(Example:
   qxhost effects check my/glow.fx my/blur.fx
 
-Prints the compiler's messages as FILE:LINE:COLUMN. Exit codes: 0 no errors, 1 errors, 3 no such file,
-5 GPU device.)";
+Prints the compiler's messages as FILE:LINE:COLUMN. Exit codes: 0 no errors, 1 errors, 3 a file is
+missing (the others are checked), 5 GPU device.)";
 
 [[noreturn]] void complain(const std::string& text, const std::string& command = "")
 {

@@ -181,6 +181,30 @@ TEST_F(Effects, checking_prints_the_messages_and_answers_by_exit_code)
     EXPECT_EQ(qxhost({"effects", "check", "absent.fx"}).exitCode, 3);
 }
 
+TEST_F(Effects, a_missing_file_does_not_keep_the_others_from_being_checked)
+{
+    write("broken.fx", "technique T { pass P { PixelShader = compile ps_3_0 missing(); } }\n");
+    const Outcome outcome = qxhost({"effects", "check", "absent.fx", "broken.fx", "tint.fx"});
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_NE(outcome.err.find("qxhost: absent.fx: "), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.out.find("broken.fx: has errors"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("tint.fx: ok"), std::string::npos) << outcome.out;
+    const Outcome json = qxhost({"effects", "check", "--json", "absent.fx", "tint.fx"});
+    EXPECT_EQ(json.exitCode, 3);
+    const auto report = nlohmann::json::parse(json.out);
+    EXPECT_EQ(report[0]["ok"], false);
+    EXPECT_EQ(report[1]["ok"], true);
+}
+
+TEST_F(Effects, checking_takes_names_of_the_catalogue_too)
+{
+    const Outcome outcome = qxhost({"effects", "check", "CC3.fx"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find("cc3.fx: ok"), std::string::npos) << outcome.out;
+    write("cc3.fx", "nonsense");
+    EXPECT_EQ(qxhost({"effects", "check", "cc3.fx"}).exitCode, 1) << "a file goes before the catalogue";
+}
+
 TEST_F(Effects, devices_are_listed_and_one_is_chosen)
 {
     const Outcome outcome = qxhost({"devices", "--json"});

@@ -131,6 +131,38 @@ TEST_F(Failures, without_any_device_the_program_says_what_to_install)
                   5, {"Vulkan"});
 }
 
+TEST_F(Failures, a_damaged_picture_of_a_sequence_is_converted_around_and_told_by_exit_code_and_json)
+{
+    ffmpeg({"-i", "clip.mkv", "-frames", "3", "-pix_fmt", "rgb24", "in_%d.png"});
+    const std::string second = read(at("in_2.png"));
+    write("in_2.png", second.substr(0, second.size() / 4));
+    const Outcome damaged = qxhost({"convert", "in_%d.png", "out.mkv", "--json"});
+    EXPECT_EQ(damaged.exitCode, 3) << damaged.err;
+    EXPECT_NE(damaged.err.find("in_%d.png: is damaged or incomplete"), std::string::npos) << damaged.err;
+    const auto report = nlohmann::json::parse(damaged.out);
+    EXPECT_EQ(report["complete"], false);
+    EXPECT_FALSE(report["warnings"].empty());
+    EXPECT_TRUE(fs::exists(at("out.mkv")));
+    EXPECT_NE(qxhost({"convert", "in_%d.png", "quiet.mkv", "--quiet"}).exitCode, 0);
+
+    write("in_2.png", second);
+    const Outcome whole = qxhost({"convert", "in_%d.png", "whole.mkv", "--json"});
+    EXPECT_EQ(whole.exitCode, 0) << whole.err;
+    EXPECT_EQ(nlohmann::json::parse(whole.out)["complete"], true);
+}
+
+TEST_F(Failures, a_clip_that_is_cut_short_is_converted_as_far_as_it_goes_and_told_by_exit_code)
+{
+    ffmpeg({"-i", "clip.mkv", "-c:v", "mjpeg", "-pix_fmt", "yuvj422p", "-movflags", "+faststart", "cut.mov"});
+    const std::string whole = read(at("cut.mov"));
+    write("cut.mov", whole.substr(0, whole.size() / 2));
+    const Outcome outcome = qxhost({"convert", "cut.mov", "out_%02d.png"});
+    EXPECT_EQ(outcome.exitCode, 3) << outcome.err;
+    EXPECT_NE(outcome.err.find("cut.mov: is damaged or incomplete"), std::string::npos) << outcome.err;
+    EXPECT_TRUE(fs::exists(at("out_01.png")));
+    EXPECT_FALSE(fs::exists(at("out_10.png")));
+}
+
 TEST_F(Failures, json_tells_of_failures_too)
 {
     const Outcome outcome = qxhost({"convert", "absent.mov", "out.png", "--json"});

@@ -239,7 +239,7 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
     conversion.colour = chooseColour(options, conversion.info());
     conversion.settings = outputSettings(conversion);
 
-    const HostSession host(options.device);
+    const HostSession host(options.device, &console);
     prepareConversion();
     EffectChain effects(options.effects);
     noteDecisions(conversion, console);

@@ -1,5 +1,6 @@
 #include "tools/qxhost/Console.h"
 
+#include "host/core/Printable.h"
 #include "tools/qxhost/Failure.h"
 
 #include <cerrno>
@@ -75,24 +76,24 @@ void Console::data(std::string_view text)
     }
 }
 
-void Console::error(std::string_view text)
+void Console::error(std::string_view text, std::string_view details)
 {
     const std::lock_guard lock(mutex_);
-    say(text);
+    say(text, details);
 }
 
 void Console::note(std::string_view text)
 {
     const std::lock_guard lock(mutex_);
     if (!quiet_) {
-        say(text);
+        say(text, {});
     }
 }
 
-void Console::say(std::string_view text)
+void Console::say(std::string_view text, std::string_view details)
 {
     std::string line(status_.empty() ? std::string_view() : wipeLine);
-    line.append("qxhost: ").append(text);
+    line.append("qxhost: ").append(Host::printable(text)).append("\n").append(details);
     if (!line.ends_with('\n')) {
         line += '\n';
     }

@@ -68,7 +68,7 @@ Qx::Ptr<iShaderEffect> compileEffectFile(const std::filesystem::path& file)
     const EffectCompileResult result = Manager::instance().compileFXFile(wide(file.string()));
     if (!result.effect) {
         std::string errors(result.errors.view());
-        throw Failure(ExitCode::effect, file.string() + ": does not compile\n" + errors);
+        throw Failure(ExitCode::effect, file.string() + ": does not compile", errors);
     }
     return result.effect;
 }

@@ -1,4 +1,5 @@
 #include "QxFxResources/Manager.h"
+#include "host/core/Printable.h"
 #include "platform/Text.h"
 #include "tools/qxhost/Commands.h"
 #include "tools/qxhost/EffectFile.h"
@@ -95,11 +96,12 @@ CheckResult check(const std::filesystem::path& named)
 
 std::string verdict(const CheckResult& result)
 {
-    const std::string file = result.file.string();
+    const std::string file = Host::printable(result.file.string());
     if (result.code == ExitCode::failed) {
         return file + ": has errors\n";
     }
-    return fmt::format("{}: ok, {} technique{}\n", file, result.techniques, result.techniques == 1 ? "" : "s");
+    return fmt::format("{}: ok, {} technique{}\n", file, result.techniques,
+                       result.techniques == 1 ? "" : "s");
 }
 
 /// Shows a result at once; what could not be checked is no data.
@@ -124,7 +126,7 @@ Json describe(const CheckResult& result)
 
 ExitCode runEffectsList(const EffectsListOptions& options, Console& console)
 {
-    const HostSession host(options.device);
+    const HostSession host(options.device, &console);
     Json effects = Json::array();
     for (const ShaderEffectInfo& info : Manager::instance().effects()) {
         effects.push_back(describe(info));
@@ -140,7 +142,7 @@ ExitCode runEffectsList(const EffectsListOptions& options, Console& console)
 
 ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console)
 {
-    const HostSession host(options.device);
+    const HostSession host(options.device, &console);
     Json report = Json::array();
     ExitCode worst = ExitCode::ok;
     for (const std::filesystem::path& file : options.files) {

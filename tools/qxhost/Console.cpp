@@ -31,11 +31,16 @@ bool writeAll(int file, std::string_view text)
     return true;
 }
 
+bool isOpen(int file)
+{
+    return ::fcntl(file, F_GETFD) >= 0 || errno != EBADF;
+}
+
 /// A process may be started with its standard files closed; what is opened first would then take their place.
 void fillStandardFiles()
 {
     for (int file = 0; file <= standardError; ++file) {
-        if (::fcntl(file, F_GETFD) < 0 && errno == EBADF) {
+        if (!isOpen(file)) {
             static_cast<void>(::open("/dev/null", file == 0 ? O_RDONLY : O_WRONLY));
         }
     }
@@ -51,9 +56,12 @@ bool isCapableTerminal()
 
 Console::Console()
 {
+    const bool hasOutput = isOpen(standardOutput);
     fillStandardFiles();
     constexpr int beyondStandardFiles = 3;
-    dataOutput_ = ::fcntl(standardOutput, F_DUPFD_CLOEXEC, beyondStandardFiles);
+    if (hasOutput) { // otherwise the first data fails, as writing to a closed file does
+        dataOutput_ = ::fcntl(standardOutput, F_DUPFD_CLOEXEC, beyondStandardFiles);
+    }
     ::dup2(standardError, standardOutput);
     interactive_ = isCapableTerminal();
 }

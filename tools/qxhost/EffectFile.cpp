@@ -81,6 +81,10 @@ Qx::Ptr<iShaderEffect> obtainEffect(const std::string& nameOrPath)
         }
         return compileEffectFile(effectPath(nameOrPath)); // for its messages
     }
+    std::error_code ignored;
+    if (std::filesystem::exists(nameOrPath, ignored) && !isFile(nameOrPath)) {
+        throw Failure(ExitCode::effect, nameOrPath + ": is no file; name the effect file itself");
+    }
     if (!isFile(nameOrPath)) {
         refuseName(nameOrPath);
     }

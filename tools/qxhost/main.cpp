@@ -74,7 +74,7 @@ ExitCode run(Console& console, const std::vector<std::string>& arguments)
     try {
         return runReporting(console, parseCommandLine(arguments));
     } catch (const Failure& failure) {
-        console.error(failure.what());
+        console.error(failure.what(), failure.details());
         return failure.code();
     } catch (const std::exception& error) {
         console.error(error.what());

@@ -75,6 +75,10 @@ QX_HOST_API void holdBackTasks(bool hold);
 /// file, tables and names joined by '.'.
 QX_HOST_API LightweightString<char> textSetting(const char* key);
 
+/// What is wrong with the settings and the log, a line each without its end, for a quiet host's user; keys
+/// that nobody knows are among it. Each is answered once. Not quiet, the host shows them itself.
+QX_HOST_API Vector<LightweightString<char>> takeComplaints();
+
 /// Has the watchdog watch the thread that makes it, for as long as it lives: a line in the log says so when
 /// the thread does not report for that long.
 class QX_HOST_API WatchedThread

@@ -1,5 +1,6 @@
 #include "host/effects/EffectCompiler.h"
 
+#include "host/core/Printable.h"
 #include "host/effects/EffectParser.h"
 #include "host/effects/HlslMessage.h"
 #include "host/effects/ParameterLayout.h"
@@ -58,9 +59,10 @@ private:
 
     void add(std::string_view kind, Location at, std::string_view text, std::string_view technique)
     {
-        std::string line = files_.describe(at) + ": " + std::string(kind) + ": " + std::string(text) +
-                           files_.describeNote(at);
+        std::string line = printable(files_.describe(at)) + ": " + std::string(kind) + ": " +
+                           std::string(text) + files_.describeNote(at);
         std::replace(line.begin(), line.end(), '\n', ' ');
+        line = printable(line);
         const auto [place, isNew] = known_.emplace(line, entries_.size());
         if (!isNew) {
             entries_[place->second].others += technique.empty() ? 0U : 1U;

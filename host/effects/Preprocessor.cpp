@@ -90,6 +90,9 @@ std::uint32_t Preprocessor::open(const std::filesystem::path& path, Location fro
     if (!stream) {
         throw CompileError(from, "cannot read " + inQuotes(path.string()) + " to its end");
     }
+    if (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF")) {
+        throw CompileError({file, 1, 1, 0}, "the file is UTF-16; save it as UTF-8");
+    }
     files_[file].text = std::move(text);
     return file;
 }

@@ -186,8 +186,10 @@ std::unique_ptr<Instance> Instance::create(bool validation, std::string& failure
     const VkResult result = vkCreateInstance(&info, nullptr, &self->instance_);
     if (result != VK_SUCCESS) {
         self->instance_ = nullptr;
-        failure = "Vulkan could not be started (result " + std::to_string(result) +
-                  "). Install its GPU's driver, or the package mesa-vulkan-drivers for a software device.";
+        failure = result == VK_ERROR_INCOMPATIBLE_DRIVER
+                      ? "no Vulkan driver was found"
+                      : "Vulkan could not be started (result " + std::to_string(result) + ")";
+        failure += "; install the GPU's driver, or the package mesa-vulkan-drivers for a software device";
         return nullptr;
     }
     if (validation) {
@@ -238,6 +240,7 @@ DeviceDescription describe(VkPhysicalDevice physical, std::uint32_t index)
     description.type = typeName(properties.properties.deviceType);
     description.driver = std::string(driver.driverName) + " " + driver.driverInfo;
     description.index = index;
+    description.largestImage = properties.properties.limits.maxImageDimension2D;
     description.software = properties.properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU;
     description.unsupported = missingFeatures(physical, properties.properties.apiVersion);
     return description;
@@ -269,7 +272,7 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
     const VkResult result = vkCreateDevice(physical, &info, nullptr, &self->device_);
     if (result != VK_SUCCESS) {
         self->device_ = nullptr;
-        failure = "The Vulkan device could not be opened (result " + std::to_string(result) + ").";
+        failure = "the Vulkan device could not be opened (result " + std::to_string(result) + ")";
         return nullptr;
     }
     vkGetDeviceQueue(self->device_, self->queueFamily_, 0, &self->queue_);

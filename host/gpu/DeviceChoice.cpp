@@ -36,8 +36,8 @@ std::size_t rank(const DeviceDescription& device)
 DeviceChoice chosen(const DeviceDescription& device)
 {
     if (!device.unsupported.empty()) {
-        return {std::nullopt, "The Vulkan device \"" + device.name + "\" cannot be used: it lacks " +
-                                  device.unsupported + "."};
+        return {std::nullopt,
+                "the Vulkan device \"" + device.name + "\" cannot be used: it lacks " + device.unsupported};
     }
     return {device.index, {}};
 }
@@ -59,8 +59,8 @@ DeviceChoice chooseDevice(const std::vector<DeviceDescription>& devices, const s
                           const std::string& wishSource)
 {
     if (devices.empty()) {
-        return {std::nullopt, "This machine has no Vulkan device. Install its GPU's driver, or the package "
-                              "mesa-vulkan-drivers for a software device."};
+        return {std::nullopt, "this machine has no Vulkan device; install the GPU's driver, or the package "
+                              "mesa-vulkan-drivers for a software device"};
     }
     if (wish.empty()) {
         return chooseBest(devices);
@@ -80,8 +80,8 @@ DeviceChoice chooseDevice(const std::vector<DeviceDescription>& devices, const s
         return lowerCase(device.name).find(part) != std::string::npos;
     });
     if (named.empty()) {
-        return {std::nullopt, "No Vulkan device matches \"" + wish + "\" (from " + wishSource +
-                                  "). Give an index or part of a name of: " + listed(devices) + "."};
+        return {std::nullopt, "no Vulkan device matches \"" + wish + "\" (from " + wishSource +
+                                  "); give an index or part of a name of: " + listed(devices)};
     }
     return chooseBest(named);
 }

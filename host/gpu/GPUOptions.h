@@ -41,8 +41,9 @@ struct DeviceDescription
     std::string type;   ///< "discrete GPU", "integrated GPU", "virtual GPU", "software" or "other"
     std::string driver; ///< the driver's name and version
     std::uint32_t index = 0;
-    bool software = false;   ///< it computes on the processor
-    bool chosen = false;     ///< the one that the service runs on
+    std::uint32_t largestImage = 0; ///< pixels that an image may have a side
+    bool software = false;          ///< it computes on the processor
+    bool chosen = false;            ///< the one that the service runs on
     std::string unsupported; ///< what the service needs and the device lacks; empty when it can be used
 };
 

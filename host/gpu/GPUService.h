@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Qx::Host {
@@ -93,6 +94,10 @@ private:
 /// Names of an effect's parameters that take values from a caller, in the file's order. Empty for an effect
 /// that is not this service's.
 QX_API std::vector<std::string> settableParameters(const iShaderEffect& effect);
+
+/// Names of the textures that a technique's passes read, each once. Empty for an effect that is not this
+/// service's, and for a technique that it does not have.
+QX_API std::vector<std::string> texturesRead(const iShaderEffect& effect, std::string_view technique);
 
 /// The process's service. Constructed at the first use and never destroyed.
 QX_API GPUService& gpuService();

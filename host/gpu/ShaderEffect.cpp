@@ -351,6 +351,23 @@ bool ShaderEffect::fail(const std::string& reason)
     return false;
 }
 
+std::vector<std::string> ShaderEffect::texturesRead(std::string_view technique) const
+{
+    const CompiledEffect& effect = state_->effect();
+    std::vector<std::string> names;
+    for (const CompiledEffect::Technique& each : effect.techniques) {
+        for (const CompiledEffect::Pass& pass : each.passes) {
+            for (const std::uint32_t sampler : pass.samplers) {
+                const std::string& name = effect.textures[effect.samplers[sampler].texture].name;
+                if (each.name == technique && std::find(names.begin(), names.end(), name) == names.end()) {
+                    names.push_back(name);
+                }
+            }
+        }
+    }
+    return names;
+}
+
 bool ShaderEffect::render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources)
 {
     return guarded(false, [&] {
@@ -411,6 +428,12 @@ std::vector<std::string> settableParameters(const iShaderEffect& effect)
         }
     }
     return names;
+}
+
+std::vector<std::string> texturesRead(const iShaderEffect& effect, std::string_view technique)
+{
+    const auto* ours = dynamic_cast<const Vulkan::ShaderEffect*>(&effect);
+    return ours != nullptr ? ours->texturesRead(technique) : std::vector<std::string>();
 }
 
 } // namespace Qx::Host

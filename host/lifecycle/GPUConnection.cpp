@@ -16,7 +16,7 @@ void configureGPU(const char* device)
     const Settings& settings = Settings::instance();
     GPUOptions options;
     options.device = device != nullptr ? device : settings.text("device").value_or("");
-    options.deviceSource = device != nullptr ? "the command line" : "QX_DEVICE or the setting `device`";
+    options.deviceSource = device != nullptr ? "the command line" : "QX_DEVICE or the setting device";
     options.validation = settings.flag("vulkan_validation").value_or(false);
     if (!gpuService().configure(options)) {
         Log("The GPU service has started already and keeps its options\n");

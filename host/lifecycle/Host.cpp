@@ -100,4 +100,14 @@ LightweightString<char> textSetting(const char* key)
     return value ? shared(*value) : LightweightString<char>();
 }
 
+Vector<LightweightString<char>> takeComplaints()
+{
+    Settings::instance().reportMistakes();
+    Vector<LightweightString<char>> complaints;
+    for (const std::string& complaint : HostLog::instance().takeComplaints()) {
+        complaints.push_back(shared(complaint));
+    }
+    return complaints;
+}
+
 } // namespace Qx::Host

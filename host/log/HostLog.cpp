@@ -1,6 +1,7 @@
 #include "host/log/HostLog.h"
 
 #include "host/core/Immortal.h"
+#include "host/core/Printable.h"
 #include "host/settings/Directories.h"
 #include "host/settings/Settings.h"
 
@@ -8,11 +9,14 @@
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <locale.h>
+#include <system_error>
+#include <utility>
 
 namespace Qx::Host {
 
@@ -28,7 +32,6 @@ void writeToStandardError(std::string_view text)
 
 std::shared_ptr<spdlog::logger> makeFileLogger(const std::filesystem::path& path)
 {
-    std::filesystem::create_directories(path.parent_path());
     auto sink =
         std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path.string(), largestFile, olderFiles);
     auto logger = std::make_shared<spdlog::logger>("qxhost", std::move(sink));
@@ -38,19 +41,31 @@ std::shared_ptr<spdlog::logger> makeFileLogger(const std::filesystem::path& path
     return logger;
 }
 
-/// The log file of the state directory; null, and a line on standard error, when it cannot be written.
-std::shared_ptr<spdlog::logger> openFile()
+std::string cannotWrite(const std::filesystem::path& file, const std::string& why)
+{
+    return "the log " + file.string() + " cannot be written: " + why +
+           "; make its directory writable, or set QX_LOG_FILE=0";
+}
+
+/// The log file of the state directory; null, and what is wrong, when it cannot be written.
+std::shared_ptr<spdlog::logger> openFile(std::string& problem)
 {
     const std::filesystem::path directory = userStateDirectory();
     if (directory.empty()) {
         return {};
     }
     const std::filesystem::path path = directory / "qxhost.log";
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (error) {
+        problem = cannotWrite(path, error.message());
+        return {};
+    }
     try {
         return makeFileLogger(path);
-    } catch (const std::exception& error) {
-        writeToStandardError("The log file " + path.string() + " cannot be written (" + error.what() +
-                             "). Make its directory writable, or set QX_LOG_FILE=0.\n");
+    } catch (const std::exception&) {
+        const int reason = errno;
+        problem = cannotWrite(path, std::generic_category().message(reason != 0 ? reason : EIO));
     }
     return {};
 }
@@ -71,11 +86,15 @@ void HostLog::open(std::unique_lock<std::mutex>& lock)
     lock.unlock();
     const Settings& settings = Settings::unreported();
     const bool alsoStandardError = settings.flag("log.stderr").value_or(false);
+    std::string problem;
     const bool wanted = settings.flag("log.file").value_or(true);
-    std::shared_ptr<spdlog::logger> file = wanted ? openFile() : nullptr;
+    std::shared_ptr<spdlog::logger> file = wanted ? openFile(problem) : nullptr;
     lock.lock();
     alsoStandardError_ = alsoStandardError;
     file_ = std::move(file);
+    if (!problem.empty()) {
+        tell(problem);
+    }
     state_ = State::Open;
 }
 
@@ -136,6 +155,29 @@ void HostLog::writeBoth(std::string_view text)
 void HostLog::writeUrgent(std::string_view text)
 {
     writeTo(ToFile | ToStandardError, text);
+}
+
+/// With the lock held.
+void HostLog::tell(std::string_view complaint)
+{
+    if (debugOutput_) {
+        writeToStandardError("qxhost: " + printable(complaint) + "\n");
+    } else {
+        complaints_.emplace_back(complaint);
+    }
+}
+
+void HostLog::complain(std::string_view text)
+{
+    writeTo(ToFile, printable(text) + "\n");
+    const std::lock_guard lock(mutex_);
+    tell(text);
+}
+
+std::vector<std::string> HostLog::takeComplaints()
+{
+    const std::lock_guard lock(mutex_);
+    return std::exchange(complaints_, {});
 }
 
 void HostLog::setDebugOutput(bool shown)

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace spdlog {
 class logger;
@@ -33,6 +34,13 @@ public:
     /// To the file, and to standard error whatever the settings say: what the user must see.
     void writeUrgent(std::string_view text);
 
+    /// A line, without its end, about the host's own set-up: to the file, and as "qxhost: TEXT" to standard
+    /// error; while debug output is off it waits there for takeComplaints() instead.
+    void complain(std::string_view text);
+
+    /// The lines that wait, which are then gone.
+    std::vector<std::string> takeComplaints();
+
     /// Whether debug output is shown. It is from the start.
     void setDebugOutput(bool shown);
 
@@ -57,11 +65,13 @@ private:
 
     void writeTo(unsigned targets, std::string_view text);
     void writeToFile(std::string_view text);
+    void tell(std::string_view complaint);
     void open(std::unique_lock<std::mutex>& lock);
 
     std::mutex mutex_;
     std::shared_ptr<spdlog::logger> file_;
     std::string unfinishedLine_;
+    std::vector<std::string> complaints_;
     State state_ = State::Closed;
     bool alsoStandardError_ = false;
     bool debugOutput_ = true;

@@ -2,8 +2,8 @@
 
 #include "host/core/Immortal.h"
 #include "host/files/ReadFile.h"
+#include "host/log/HostLog.h"
 #include "host/settings/Directories.h"
-#include "platform/Log.h"
 
 #include <toml++/toml.h>
 
@@ -70,11 +70,44 @@ bool isNews(const std::string& thing)
 void reportEnvironment(const std::string& variable, const char* value, const char* wanted)
 {
     if (isNews(variable)) {
-        LogBoth("%s=%s is ignored: it must be %s\n", variable.c_str(), value, wanted);
+        HostLog::instance().complain(variable + "=" + value + " is ignored: it must be " + wanted);
     }
 }
 
 } // namespace
+
+void Settings::reportMistakes() const
+{
+    enum class Kind
+    {
+        Flag,
+        Integer,
+        Text
+    };
+    static const std::map<std::string, Kind, std::less<>> known{
+        {"device", Kind::Text},
+        {"vulkan_validation", Kind::Flag},
+        {"shaders_dir", Kind::Text},
+        {"templates_dir", Kind::Text},
+        {"machine_templates_dir", Kind::Text},
+        {"luts_dir", Kind::Text},
+        {"machine_luts_dir", Kind::Text},
+        {"log.file", Kind::Flag},
+        {"log.stderr", Kind::Flag},
+        {"timing_lines", Kind::Flag},
+        {"ForceUnscaledYCrCbColourConversion", Kind::Integer}};
+    for (const auto& [key, kind] : known) {
+        kind == Kind::Flag      ? static_cast<void>(flag(key))
+        : kind == Kind::Integer ? static_cast<void>(integer(key))
+                                : static_cast<void>(text(key));
+    }
+    for (const auto& [key, entry] : values_) {
+        if (known.find(key) == known.end() && isNews(path_ + ' ' + key)) {
+            HostLog::instance().complain(path_ + ":" + std::to_string(entry.line) + ": there is no setting " +
+                                         key + "; it is ignored");
+        }
+    }
+}
 
 std::string environmentVariable(std::string_view key)
 {
@@ -102,7 +135,7 @@ const Settings& Settings::instance()
 {
     const Settings& settings = unreported();
     if (!settings.fileProblem_.empty() && isNews(settings.path_)) {
-        LogBoth("%s\n", settings.fileProblem_.c_str());
+        HostLog::instance().complain(settings.fileProblem_);
     }
     return settings;
 }
@@ -130,7 +163,7 @@ void Settings::read()
     constexpr std::size_t largest = 1 << 20;
     const std::optional<std::string> contents = readFile(path_, largest);
     if (!contents) {
-        fileProblem_ = path_ + ": the settings cannot be read; every setting has its default.";
+        fileProblem_ = path_ + ": the settings cannot be read; every setting has its default";
         return;
     }
 
@@ -141,7 +174,7 @@ void Settings::read()
         const auto where = problem.source().begin;
         fileProblem_ = path_ + ":" + std::to_string(where.line) + ":" + std::to_string(where.column) + ": " +
                        std::string(problem.description()) +
-                       "; every setting has its default until this is mended.";
+                       "; every setting has its default until this is mended";
         return;
     }
 
@@ -176,8 +209,8 @@ const Settings::Value* Settings::findInFile(std::string_view key) const
 void Settings::reportWrongType(std::string_view key, const Value& value, const char* wanted) const
 {
     if (isNews(path_ + ' ' + std::string(key))) {
-        LogBoth("%s:%u: %.*s is ignored: it must be %s\n", path_.c_str(), value.line,
-                static_cast<int>(key.size()), key.data(), wanted);
+        HostLog::instance().complain(path_ + ":" + std::to_string(value.line) + ": " + std::string(key) +
+                                     " is ignored: it must be " + wanted);
     }
 }
 

@@ -36,6 +36,10 @@ public:
     /// An empty text counts as not set.
     std::optional<std::string> text(std::string_view key) const;
 
+    /// Reports everything in the file and the environment that no part of the host or the library can use:
+    /// values of another type, and keys that nobody knows.
+    void reportMistakes() const;
+
     /// What is wrong with the file, for people; empty when nothing is.
     const std::string& fileProblem() const { return fileProblem_; }
 

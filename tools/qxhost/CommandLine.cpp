@@ -16,7 +16,7 @@ namespace {
 constexpr const char* program = "qxhost";
 
 constexpr const char* mainFooter = R"(Examples:
-  qxhost convert clip.mov frames/shot_%05d.png     every frame as a picture, RGB
+  qxhost convert clip.mov shot_%05d.png            every frame as a picture, RGB
   qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2
   qxhost effects list                              the effects that can be used by name
   qxhost devices                                   what the conversions can run on
@@ -26,7 +26,7 @@ constexpr const char* mainFooter = R"(Examples:
 constexpr const char* convertFooter = R"(Examples:
   qxhost convert clip.mov shot.png --frames 1
       The first frame as one picture.
-  qxhost convert clip.mov frames/shot_%05d.png
+  qxhost convert clip.mov shot_%05d.png
       Every frame as a picture: shot_00001.png, shot_00002.png, ...
   qxhost convert tape.avi tape.mov --range video --matrix bt601
       For a clip without colour tags: says what its codes mean instead of having them guessed.
@@ -38,14 +38,14 @@ Output formats, by the name's ending:
   pictures  png tif tiff bmp jpg jpeg ppm dpx tga webp
   clips     mov mkv mp4 avi mxf webm nut and whatever else FFmpeg writes
 
-Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input, 4 output, 5 GPU device, 6 effect,
-130 interrupted. Nothing incomplete is left behind under the output's name.)";
+Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input (missing, or damaged: then
+what could be read is written), 4 output, 5 GPU device, 6 effect, 130 interrupted. Nothing incomplete is left behind under the output's name.)";
 
 constexpr const char* checkFooter = R"(Example:
   qxhost effects check my/glow.fx my/blur.fx
 
-Prints the compiler's messages as FILE:LINE:COLUMN. Exit codes: 0 no errors, 1 errors, 3 no such file,
-5 GPU device.)";
+Prints the compiler's messages as FILE:LINE:COLUMN. Exit codes: 0 no errors, 1 errors, 3 a file is
+missing (the others are checked), 5 GPU device.)";
 
 [[noreturn]] void complain(const std::string& text, const std::string& command = "")
 {
@@ -152,6 +152,9 @@ std::vector<EffectRequest> groupEffects(const CLI::App& app)
             continue;
         }
         const std::string value = option->results().at(taken[option]++);
+        if (name == "--effect" && value.empty()) {
+            complain("--effect is empty; give an effect's name or file", "convert");
+        }
         if (name == "--effect") {
             effects.push_back({value, "", {}});
         } else if (effects.empty()) {
@@ -349,10 +352,13 @@ private:
         }
         if (effects_->parsed()) {
             refuseExtras(*effects_, "effects");
-            return ShowText{app_.help()};
+            throw Failure(ExitCode::usage, "a command is missing after effects", app_.help());
         }
         refuseExtras(app_, "");
-        return ShowText{version_ ? std::string(program) + " " QX_VERSION "\n" : app_.help()};
+        if (!version_) {
+            throw Failure(ExitCode::usage, "a command is missing", app_.help());
+        }
+        return ShowText{std::string(program) + " " QX_VERSION "\n"};
     }
 
     CLI::App app_{

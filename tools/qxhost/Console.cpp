@@ -1,5 +1,6 @@
 #include "tools/qxhost/Console.h"
 
+#include "host/core/Printable.h"
 #include "tools/qxhost/Failure.h"
 
 #include <cerrno>
@@ -30,11 +31,16 @@ bool writeAll(int file, std::string_view text)
     return true;
 }
 
+bool isOpen(int file)
+{
+    return ::fcntl(file, F_GETFD) >= 0 || errno != EBADF;
+}
+
 /// A process may be started with its standard files closed; what is opened first would then take their place.
 void fillStandardFiles()
 {
     for (int file = 0; file <= standardError; ++file) {
-        if (::fcntl(file, F_GETFD) < 0 && errno == EBADF) {
+        if (!isOpen(file)) {
             static_cast<void>(::open("/dev/null", file == 0 ? O_RDONLY : O_WRONLY));
         }
     }
@@ -50,9 +56,12 @@ bool isCapableTerminal()
 
 Console::Console()
 {
+    const bool hasOutput = isOpen(standardOutput);
     fillStandardFiles();
     constexpr int beyondStandardFiles = 3;
-    dataOutput_ = ::fcntl(standardOutput, F_DUPFD_CLOEXEC, beyondStandardFiles);
+    if (hasOutput) { // otherwise the first data fails, as writing to a closed file does
+        dataOutput_ = ::fcntl(standardOutput, F_DUPFD_CLOEXEC, beyondStandardFiles);
+    }
     ::dup2(standardError, standardOutput);
     interactive_ = isCapableTerminal();
 }
@@ -75,24 +84,24 @@ void Console::data(std::string_view text)
     }
 }
 
-void Console::error(std::string_view text)
+void Console::error(std::string_view text, std::string_view details)
 {
     const std::lock_guard lock(mutex_);
-    say(text);
+    say(text, details);
 }
 
 void Console::note(std::string_view text)
 {
     const std::lock_guard lock(mutex_);
     if (!quiet_) {
-        say(text);
+        say(text, {});
     }
 }
 
-void Console::say(std::string_view text)
+void Console::say(std::string_view text, std::string_view details)
 {
     std::string line(status_.empty() ? std::string_view() : wipeLine);
-    line.append("qxhost: ").append(text);
+    line.append("qxhost: ").append(Host::printable(text)).append("\n").append(details);
     if (!line.ends_with('\n')) {
         line += '\n';
     }

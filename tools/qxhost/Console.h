@@ -23,8 +23,9 @@ public:
     /// Writes data, all of it; throws Failure (output) when standard output does not take it.
     void data(std::string_view text);
 
-    /// One line "qxhost: TEXT" on standard error: what went wrong.
-    void error(std::string_view text);
+    /// One line "qxhost: TEXT" on standard error: what went wrong. Control characters in it are written out.
+    /// The details, lines of a compiler for one, follow as they are.
+    void error(std::string_view text, std::string_view details = {});
 
     /// The same for what is worth knowing; dropped when quiet.
     void note(std::string_view text);
@@ -45,7 +46,7 @@ public:
     std::size_t columns() const;
 
 private:
-    void say(std::string_view text);
+    void say(std::string_view text, std::string_view details);
     void print(std::string_view text);
 
     std::mutex mutex_;

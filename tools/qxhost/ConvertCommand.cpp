@@ -34,6 +34,7 @@ struct Conversion
     double seconds = 0;
 
     const Media::StreamInfo& info() const { return reader->info(); }
+    bool complete() const { return reader->problemCount() == 0; } ///< nothing of the input was lost
     double framesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
 };
 
@@ -174,6 +175,7 @@ Json describeRun(const Conversion& conversion)
     }
     run["format"] = conversion.writer->description();
     run["frames"] = conversion.frames;
+    run["complete"] = conversion.complete();
     run["width"] = conversion.settings.width;
     run["height"] = conversion.settings.height;
     run["bitsPerComponent"] = static_cast<int>(conversion.settings.depth);
@@ -247,7 +249,7 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
     conversion.colour = chooseColour(options, conversion.info());
     conversion.settings = outputSettings(conversion);
 
-    const HostSession host(options.device);
+    const HostSession host(options.device, &console);
     prepareConversion();
     EffectChain effects(options.effects);
     noteDecisions(conversion, console);
@@ -261,6 +263,11 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
     console.note(summary(conversion));
     if (options.json) {
         console.data(jsonText(describeRun(conversion)));
+    }
+    if (!conversion.complete()) {
+        console.error(options.input.string() + ": is damaged or incomplete; " + options.output.string() +
+                      " holds what could be read of it");
+        return ExitCode::input;
     }
     return ExitCode::ok;
 }

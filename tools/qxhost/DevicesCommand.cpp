@@ -2,6 +2,7 @@
 #include "host/gpu/GPUService.h"
 #include "tools/qxhost/Commands.h"
 #include "tools/qxhost/Failure.h"
+#include "tools/qxhost/HostSession.h"
 #include "tools/qxhost/Json.h"
 
 #include <algorithm>
@@ -23,6 +24,7 @@ Json describe(const Devices& devices)
         entry["type"] = device.type;
         entry["software"] = device.software;
         entry["driver"] = device.driver;
+        entry["largestImage"] = device.largestImage;
         entry["chosen"] = device.chosen;
         entry["usable"] = device.unsupported.empty();
         entry["lacks"] = device.unsupported;
@@ -60,6 +62,7 @@ ExitCode runDevices(const DevicesOptions& options, Console& console)
     Host::start({.argc = 0, .argv = nullptr, .device = nullptr, .quiet = true});
     const bool usable = Host::gpuService().start();
     const Devices devices = Host::gpuService().listDevices();
+    tellComplaints(console);
     const std::string failure = Host::gpuService().failure();
     Host::stop();
     if (options.json) {

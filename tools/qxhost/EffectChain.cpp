@@ -80,11 +80,26 @@ Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& 
         throw Failure(ExitCode::effect, request.file + ": \"" + setting.name + "\" holds no numbers");
     }
     if (setting.values.size() != 1 && setting.values.size() != components) {
-        throw Failure(ExitCode::effect, request.file + ": \"" + setting.name + "\" takes " +
-                                            std::to_string(components) + " value(s), or one for all; " +
-                                            std::to_string(setting.values.size()) + " are given");
+        const std::size_t given = setting.values.size();
+        throw Failure(ExitCode::effect,
+                      request.file + ": \"" + setting.name + "\" takes " +
+                          (components == 1 ? std::string("one value")
+                                           : std::to_string(components) + " values, or one for all") +
+                          "; " + std::to_string(given) + " are given");
     }
     return param;
+}
+
+/// There is one picture to give, so an effect that reads others cannot be drawn.
+void requireOnlyInput(const iShaderEffect& effect, const std::string& file, std::string_view technique)
+{
+    for (const std::string& texture : Host::texturesRead(effect, technique)) {
+        if (texture != "Input") {
+            throw Failure(ExitCode::effect, file + ": technique \"" + std::string(technique) +
+                                                "\" reads the texture \"" + texture +
+                                                "\", which qxhost cannot supply; it supplies Input alone");
+        }
+    }
 }
 
 [[noreturn]] void refuseDrawing(const std::string& file, const LightweightString<char>& technique,
@@ -93,10 +108,8 @@ Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& 
     if (deviceIsLost()) {
         failOnDevice(static_cast<int>(picture.getWidth()), static_cast<int>(picture.getHeight()));
     }
-    throw Failure(ExitCode::effect,
-                  file + ": technique \"" + std::string(technique.view()) +
-                      "\" could not be drawn; does it read a texture other than Input? The log "
-                      "(qxhost.log) says why");
+    throw Failure(ExitCode::effect, file + ": technique \"" + std::string(technique.view()) +
+                                        "\" could not be drawn; the log (qxhost.log) says why");
 }
 
 bool setParameter(iShaderParam& param, const std::vector<float>& values)
@@ -129,6 +142,7 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
         link.effect = compileEffectFile(effectPath(request.file));
     }
     link.technique = chooseTechnique(*link.effect, request);
+    requireOnlyInput(*link.effect, request.file, link.technique.view());
     for (const ParameterSetting& setting : request.settings) {
         if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
             throw Failure(ExitCode::effect,

@@ -68,7 +68,7 @@ Qx::Ptr<iShaderEffect> compileEffectFile(const std::filesystem::path& file)
     const EffectCompileResult result = Manager::instance().compileFXFile(wide(file.string()));
     if (!result.effect) {
         std::string errors(result.errors.view());
-        throw Failure(ExitCode::effect, file.string() + ": does not compile\n" + errors);
+        throw Failure(ExitCode::effect, file.string() + ": does not compile", errors);
     }
     return result.effect;
 }
@@ -80,6 +80,10 @@ Qx::Ptr<iShaderEffect> obtainEffect(const std::string& nameOrPath)
             return effect;
         }
         return compileEffectFile(effectPath(nameOrPath)); // for its messages
+    }
+    std::error_code ignored;
+    if (std::filesystem::exists(nameOrPath, ignored) && !isFile(nameOrPath)) {
+        throw Failure(ExitCode::effect, nameOrPath + ": is no file; name the effect file itself");
     }
     if (!isFile(nameOrPath)) {
         refuseName(nameOrPath);

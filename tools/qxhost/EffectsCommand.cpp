@@ -1,7 +1,8 @@
 #include "QxFxResources/Manager.h"
+#include "host/core/Printable.h"
 #include "platform/Text.h"
 #include "tools/qxhost/Commands.h"
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/EffectFile.h"
 #include "tools/qxhost/HostSession.h"
 #include "tools/qxhost/Json.h"
 
@@ -55,12 +56,18 @@ std::string table(const Json& effects)
 
 struct CheckResult
 {
-    bool ok;
+    std::filesystem::path file; ///< what was compiled
+    ExitCode code = ExitCode::ok;
     std::string messages;
-    std::size_t techniques;
+    std::size_t techniques = 0;
 };
 
-CheckResult check(const std::filesystem::path& file)
+CheckResult missing(const std::filesystem::path& file, const char* why)
+{
+    return {file, ExitCode::input, file.string() + ": " + why + "\n", 0};
+}
+
+CheckResult compile(const std::filesystem::path& file)
 {
     const LightweightString<char> path(std::string_view(file.native()));
     const EffectCompileResult result = Manager::instance().compileFXFile(fromUTF8(path));
@@ -68,28 +75,58 @@ CheckResult check(const std::filesystem::path& file)
     if (!messages.empty() && !messages.ends_with('\n')) {
         messages += '\n';
     }
-    return {static_cast<bool>(result.effect), messages,
+    return {file, result.effect ? ExitCode::ok : ExitCode::failed, messages,
             result.effect ? result.effect->getTechniqueNames().size() : 0};
 }
 
-void requireReadable(const std::vector<std::filesystem::path>& files)
+/// Checks a file; a name that is no file may be one of the catalogue.
+CheckResult check(const std::filesystem::path& named)
 {
-    for (const std::filesystem::path& file : files) {
-        std::error_code error;
-        if (!std::filesystem::exists(file, error)) {
-            throw Failure(ExitCode::input, file.string() + ": there is no such file");
-        }
-        if (!std::filesystem::is_regular_file(file, error)) {
-            throw Failure(ExitCode::input, file.string() + ": is no file; name the effect file itself");
-        }
+    std::error_code error;
+    const std::filesystem::path file =
+        std::filesystem::exists(named, error) ? named : effectPath(named.string());
+    if (!std::filesystem::exists(file, error)) {
+        return missing(file, "there is neither a file nor an effect of this name");
     }
+    if (!std::filesystem::is_regular_file(file, error)) {
+        return missing(file, "is no file; name the effect file itself");
+    }
+    return compile(file);
+}
+
+std::string verdict(const CheckResult& result)
+{
+    const std::string file = Host::printable(result.file.string());
+    if (result.code == ExitCode::failed) {
+        return file + ": has errors\n";
+    }
+    return fmt::format("{}: ok, {} technique{}\n", file, result.techniques,
+                       result.techniques == 1 ? "" : "s");
+}
+
+/// Shows a result at once; what could not be checked is no data.
+void show(const CheckResult& result, Console& console)
+{
+    if (result.code == ExitCode::input) {
+        console.error(std::string_view(result.messages).substr(0, result.messages.size() - 1));
+    } else {
+        console.data(result.messages + verdict(result));
+    }
+}
+
+Json describe(const CheckResult& result)
+{
+    return {{"file", result.file.string()},
+            {"ok", result.code == ExitCode::ok},
+            {"techniques", result.techniques},
+            {"messages", result.messages}};
 }
 
 } // namespace
 
 ExitCode runEffectsList(const EffectsListOptions& options, Console& console)
 {
-    const HostSession host(options.device);
+    const HostSession host(options.device, &console);
     Json effects = Json::array();
     for (const ShaderEffectInfo& info : Manager::instance().effects()) {
         effects.push_back(describe(info));
@@ -105,28 +142,21 @@ ExitCode runEffectsList(const EffectsListOptions& options, Console& console)
 
 ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console)
 {
-    requireReadable(options.files);
-    const HostSession host(options.device);
+    const HostSession host(options.device, &console);
     Json report = Json::array();
-    bool allGood = true;
+    ExitCode worst = ExitCode::ok;
     for (const std::filesystem::path& file : options.files) {
         const CheckResult result = check(file);
-        allGood = allGood && result.ok;
-        report.push_back({{"file", file.string()},
-                          {"ok", result.ok},
-                          {"techniques", result.techniques},
-                          {"messages", result.messages}});
-        if (!options.json) {
-            const std::string verdict = result.ok ? fmt::format("ok, {} technique{}", result.techniques,
-                                                                result.techniques == 1 ? "" : "s")
-                                                  : std::string("has errors");
-            console.data(result.messages + file.string() + ": " + verdict + "\n");
+        worst = std::max(worst, result.code);
+        report.push_back(describe(result));
+        if (!options.json || result.code == ExitCode::input) {
+            show(result, console);
         }
     }
     if (options.json) {
         console.data(jsonText(report));
     }
-    return allGood ? ExitCode::ok : ExitCode::failed;
+    return worst;
 }
 
 } // namespace Qx::Program

@@ -8,7 +8,7 @@ enum class ExitCode : int
     ok = 0,
     failed = 1, ///< an effect has errors (effects check), or something unforeseen
     usage = 2,  ///< the command line makes no sense
-    input = 3,  ///< the input is missing, broken, or of colours that need a decision
+    input = 3,  ///< the input is missing, broken, damaged in parts, or of colours that need a decision
     output = 4, ///< the output cannot be written, or exists
     device = 5, ///< no usable GPU device, or it was lost
     effect = 6, ///< an effect, technique or parameter that cannot be had

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace Qx::Program {
 
@@ -12,12 +13,18 @@ namespace Qx::Program {
 class Failure : public std::runtime_error
 {
 public:
-    Failure(ExitCode code, const std::string& text) : std::runtime_error(text), code_(code) {}
+    /// `details` are further lines, such as a compiler's messages.
+    Failure(ExitCode code, const std::string& text, std::string details = {})
+        : std::runtime_error(text), code_(code), details_(std::move(details))
+    {
+    }
 
     ExitCode code() const { return code_; }
+    const std::string& details() const { return details_; }
 
 private:
     ExitCode code_;
+    std::string details_;
 };
 
 } // namespace Qx::Program

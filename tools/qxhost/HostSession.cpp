@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <fmt/format.h>
 
 namespace Qx::Program {
 
@@ -31,10 +32,21 @@ Host::DeviceDescription chosenDevice()
 
 } // namespace
 
-HostSession::HostSession(const std::string& device)
+void tellComplaints(Console& console)
+{
+    for (const LightweightString<char>& complaint : Host::takeComplaints()) {
+        console.note(complaint.view());
+    }
+}
+
+HostSession::HostSession(const std::string& device, Console* console)
 {
     start(device);
-    if (!Host::gpuService().start()) {
+    const bool usable = Host::gpuService().start();
+    if (console != nullptr) {
+        tellComplaints(*console);
+    }
+    if (!usable) {
         const std::string reason = Host::gpuService().failure();
         Host::stop();
         throw Failure(ExitCode::device, (device.empty() ? "" : "--device " + device + ": ") + reason);
@@ -67,6 +79,13 @@ void failOnDevice(int width, int height)
         throw Failure(ExitCode::device, deviceName() +
                                             ": stopped working; run again, or choose another device with "
                                             "--device ('qxhost devices' lists them)");
+    }
+    const auto limit = static_cast<int>(chosenDevice().largestImage);
+    if (width > limit || height > limit) {
+        throw Failure(ExitCode::device,
+                      fmt::format("{}: takes images of at most {} x {} pixels, and the picture has {} x {}; "
+                                  "choose another device with --device",
+                                  deviceName(), limit, limit, width, height));
     }
     throw Failure(ExitCode::device, deviceName() + ": cannot hold another picture of " +
                                         std::to_string(width) + " x " + std::to_string(height) +

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/qxhost/Console.h"
+
 #include <cstdint>
 #include <string>
 
@@ -12,19 +14,23 @@ namespace Qx::Program {
 class HostSession
 {
 public:
-    /// `device` chooses as the option --device does; empty leaves it to the settings.
-    explicit HostSession(const std::string& device);
+    /// `device` chooses as the option --device does; empty leaves it to the settings. What is wrong with the
+    /// settings and the log is told to the console, if there is one.
+    explicit HostSession(const std::string& device, Console* console = nullptr);
     ~HostSession();
     HostSession(const HostSession&) = delete;
     HostSession& operator=(const HostSession&) = delete;
 };
 
+/// Notes what is wrong with the host's settings and its log.
+void tellComplaints(Console& console);
+
 /// The device in use, for people.
 std::string deviceName();
 bool deviceIsSoftware();
 
-/// Throws the Failure (device) that explains why the device gave nothing: it is lost, or has no memory left
-/// for a picture of that size.
+/// Throws the Failure (device) that explains why the device gave nothing: it is lost, takes no
+/// pictures of that size, or has no memory left for one.
 [[noreturn]] void failOnDevice(int width, int height);
 
 /// Whether the device is lost: whatever fails then fails for that.

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/ExitCode.h"
 #include "tools/qxhost/Failure.h"
+#include "tools/qxhost/media/PartFiles.h"
 
 #include <array>
 #include <atomic>
@@ -26,6 +27,7 @@ void onSignal(int)
 {
     const int savedError = errno;
     if (signalsSeen.fetch_add(1) > 0) {
+        Media::PartFiles::removeAll();
         ::_exit(static_cast<int>(ExitCode::interrupted));
     }
     [[maybe_unused]] const ssize_t written = ::write(wakeUp.load(), &interrupted, 1);

@@ -8,7 +8,8 @@ namespace Qx::Program {
 /// What happens on Ctrl-C, and on the signals that ask a process to end.
 ///
 /// While an Interruption lives, the first such signal calls `stop` on a thread of its own, so that the work
-/// can end cleanly; a second one ends the process at once. Without one, the signals end the process as usual.
+/// can end cleanly; a second one removes the unfinished files and
+/// ends the process at once. Without one, the signals end the process as usual.
 /// One at a time.
 class Interruption
 {

@@ -23,6 +23,18 @@ std::string clockText(double seconds)
     return h > 0 ? fmt::format("{}:{:02}:{:02}", h, m, s) : fmt::format("{}:{:02}", m, s);
 }
 
+std::string fieldsThatFit(std::string_view text, std::size_t columns)
+{
+    while (text.size() > columns) {
+        const std::size_t end = text.rfind(", ");
+        if (end == std::string_view::npos) {
+            return {};
+        }
+        text = text.substr(0, end);
+    }
+    return std::string(text);
+}
+
 ProgressDisplay::ProgressDisplay(Console& console, std::int64_t total)
     : console_(console), total_(total), lastShown_(Clock::now())
 {
@@ -81,7 +93,7 @@ std::string ProgressDisplay::bar(std::int64_t done) const
     constexpr std::size_t around = 10; // brackets, blanks and "100%"
     const std::size_t columns = console_.columns();
     if (total_ <= 0 || columns < text.size() + around + 4) {
-        return text.substr(0, columns > 0 ? columns - 1 : 0);
+        return fieldsThatFit(text, columns > 0 ? columns - 1 : 0);
     }
     const std::size_t width = std::min(widest, columns - text.size() - around);
     const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));

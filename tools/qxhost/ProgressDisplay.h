@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <string_view>
 
 namespace Qx::Program {
 
@@ -41,6 +42,9 @@ private:
     Clock::time_point lastShown_;
     std::deque<Sample> recent_;
 };
+
+/// As many of the text's fields, which ", " separates, as that many columns hold.
+std::string fieldsThatFit(std::string_view text, std::size_t columns);
 
 /// "0:05", "12:34", "1:02:03".
 std::string clockText(double seconds);

@@ -44,11 +44,13 @@ bool wantsJson(const Command& command)
         command);
 }
 
-ExitCode report(Console& console, bool json, ExitCode code, const std::string& text)
+ExitCode report(Console& console, bool json, ExitCode code, const std::string& text,
+                const std::string& details = {})
 {
-    console.error(text);
+    console.error(text, details);
     if (json) {
-        console.data(jsonText({{"error", {{"message", text}, {"exitCode", static_cast<int>(code)}}}}));
+        const std::string message = details.empty() ? text : text + "\n" + details;
+        console.data(jsonText({{"error", {{"message", message}, {"exitCode", static_cast<int>(code)}}}}));
     }
     return code;
 }
@@ -59,7 +61,7 @@ ExitCode runReporting(Console& console, const Command& command)
     try {
         return std::visit(Run{console}, command);
     } catch (const Failure& failure) {
-        return report(console, json, failure.code(), failure.what());
+        return report(console, json, failure.code(), failure.what(), failure.details());
     } catch (const std::bad_alloc&) {
         return report(console, json, ExitCode::failed, "out of memory; smaller pictures need less");
     } catch (const std::exception& error) {
@@ -72,7 +74,7 @@ ExitCode run(Console& console, const std::vector<std::string>& arguments)
     try {
         return runReporting(console, parseCommandLine(arguments));
     } catch (const Failure& failure) {
-        console.error(failure.what());
+        console.error(failure.what(), failure.details());
         return failure.code();
     } catch (const std::exception& error) {
         console.error(error.what());

@@ -1,11 +1,15 @@
 #include "host/settings/Settings.h"
+#include "host/log/HostLog.h"
 #include "host/settings/Directories.h"
 #include "platform/Settings.h"
 #include "tests/host/services/Support.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
+#include <string>
+#include <vector>
 
 using namespace Qx::Host::Test;
 using Qx::Host::environmentVariable;
@@ -93,6 +97,27 @@ TEST(Settings, ValuesOfTheWrongKindAreReportedOnceAndIgnored)
     EXPECT_EQ(log.find("wrongKind", first + file.string().size() + 6), std::string::npos);
     EXPECT_NE(log.find(file.string() + ":3: list"), std::string::npos);
     EXPECT_NE(log.find("QX_WRONG_VARIABLE=12 monkeys is ignored"), std::string::npos);
+}
+
+TEST(Settings, UnknownKeysAndWrongTypesAreComplainedOfOnceWithTheirLines)
+{
+    const TemporaryDirectory directory;
+    const auto file =
+        directory.write("s.toml", "devise = \"x\"\ntiming_lines = \"often\"\n[log]\nfiel = true\n");
+    const Settings settings(file);
+    Qx::Host::HostLog& log = Qx::Host::HostLog::instance();
+    log.takeComplaints();
+    log.setDebugOutput(false);
+    settings.reportMistakes();
+    settings.reportMistakes();
+    log.setDebugOutput(true);
+    std::vector<std::string> complaints = log.takeComplaints();
+    std::sort(complaints.begin(), complaints.end());
+    EXPECT_EQ(complaints, (std::vector<std::string>{
+                              file.string() + ":1: there is no setting devise; it is ignored",
+                              file.string() + ":2: timing_lines is ignored: it must be true or false",
+                              file.string() + ":4: there is no setting log.fiel; it is ignored",
+                          }));
 }
 
 TEST(Settings, ConfigIntTakesFileThenEnvironmentThenDefault)

@@ -49,9 +49,15 @@ protected:
     }
 };
 
-TEST_F(CommandLine, alone_it_shows_its_commands)
+TEST_F(CommandLine, without_a_command_it_shows_its_commands_as_a_usage_error)
 {
-    expectHelp({}, {"Usage: qxhost", "convert", "effects", "devices", "Examples:"});
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{}, {"effects"}}) {
+        const Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, 2);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_NE(outcome.err.find("Usage: qxhost"), std::string::npos) << outcome.err;
+        EXPECT_NE(outcome.err.find("Commands:"), std::string::npos) << outcome.err;
+    }
 }
 
 TEST_F(CommandLine, every_command_has_help)
@@ -62,7 +68,7 @@ TEST_F(CommandLine, every_command_has_help)
                {"Usage: qxhost convert INPUT OUTPUT", "--matrix", "Exit codes", "130"});
     expectHelp({"help", "convert"}, {"Usage: qxhost convert INPUT OUTPUT"});
     expectHelp({"convert", "a", "b", "-h"}, {"Usage: qxhost convert INPUT OUTPUT"});
-    expectHelp({"effects"}, {"list", "check"});
+    expectHelp({"effects", "--help"}, {"list", "check"});
     expectHelp({"effects", "check", "--help"}, {"Usage: qxhost effects check FILE..."});
     expectHelp({"effects", "list", "--help"}, {"--json"});
     expectHelp({"devices", "--help"}, {"--json"});
@@ -119,6 +125,7 @@ TEST_F(CommandLine, effect_options_need_an_effect_and_make_sense)
     expectUsageError({"convert", "a", "b", "--technique", "T"}, {"--technique T", "before any --effect"});
     expectUsageError({"convert", "a", "b", "--set", "x=1", "--effect", "cc3.fx"},
                      {"--set x=1", "before any"});
+    expectUsageError({"convert", "a", "b", "--effect", ""}, {"--effect", "name"});
     expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain"},
                      {"--set gain", "NAME=VALUE"});
     expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "=1"}, {"NAME=VALUE"});
@@ -131,9 +138,11 @@ TEST_F(CommandLine, effect_options_need_an_effect_and_make_sense)
 
 TEST_F(CommandLine, closed_standard_output_is_a_failure_to_write)
 {
-    const Outcome outcome = run({"sh", "-c", programPath() + " --help > /dev/full"});
-    EXPECT_EQ(outcome.exitCode, 4);
-    EXPECT_NE(outcome.err.find("standard output"), std::string::npos) << outcome.err;
+    for (const char* output : {" --help > /dev/full", " --help >&-"}) {
+        const Outcome outcome = run({"sh", "-c", programPath() + output});
+        EXPECT_EQ(outcome.exitCode, 4);
+        EXPECT_NE(outcome.err.find("standard output"), std::string::npos) << outcome.err;
+    }
 }
 
 } // namespace

@@ -46,7 +46,8 @@ protected:
         for (const std::string& word : words) {
             EXPECT_NE(outcome.err.find(word), std::string::npos) << word << " is not in: " << outcome.err;
         }
-        EXPECT_EQ(filesBeside({"clip.mkv", "tint.fx", "broken.fx", "two.fx"}), std::vector<std::string>());
+        EXPECT_EQ(filesBeside({"clip.mkv", "tint.fx", "broken.fx", "two.fx", "wide.fx"}),
+                  std::vector<std::string>());
     }
 };
 
@@ -139,7 +140,26 @@ TEST_F(Effects, one_that_wants_a_second_picture_is_refused)
     write("two.fx", "texture Other;\nsampler S = sampler_state { Texture = <Other>; };\n"
                     "float4 f(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(S, uv); }\n"
                     "technique T { pass P { PixelShader = compile ps_3_0 f(); } }\n");
-    expectFailure({"--effect", "two.fx"}, {"two.fx", "Input"});
+    expectFailure({"--effect", "two.fx"},
+                  {"two.fx", "reads the texture \"Other\"", "cannot supply", "Input"});
+}
+
+TEST_F(Effects, messages_cannot_steer_the_terminal)
+{
+    write("bad\x1b[31m\n.fx", "#error \x1b[2J\n");
+    const Outcome checked = qxhost({"effects", "check", "bad\x1b[31m\n.fx"});
+    EXPECT_EQ(checked.exitCode, 1);
+    EXPECT_EQ((checked.out + checked.err).find('\x1b'), std::string::npos) << checked.out << checked.err;
+    EXPECT_NE(checked.out.find("bad\\x1b[31m\\n.fx:1:"), std::string::npos) << checked.out;
+    const Outcome missing = qxhost({"convert", "no\x1b[31m\nsuch.mov", "out.png"});
+    EXPECT_EQ(missing.err.find('\x1b'), std::string::npos) << missing.err;
+    EXPECT_EQ(missing.err.find('\n'), missing.err.size() - 1) << missing.err;
+}
+
+TEST_F(Effects, a_file_in_utf_16_is_refused_with_what_to_do)
+{
+    write("wide.fx", std::string("\xff\xfet\0e\0", 6));
+    expectFailure({"--effect", "wide.fx"}, {"wide.fx:1:1:", "UTF-16", "save it as UTF-8"});
 }
 
 TEST_F(Effects, the_list_names_the_shipped_effects)
@@ -179,6 +199,30 @@ TEST_F(Effects, checking_prints_the_messages_and_answers_by_exit_code)
     EXPECT_NE(report[1]["messages"].get<std::string>().find("missing"), std::string::npos);
 
     EXPECT_EQ(qxhost({"effects", "check", "absent.fx"}).exitCode, 3);
+}
+
+TEST_F(Effects, a_missing_file_does_not_keep_the_others_from_being_checked)
+{
+    write("broken.fx", "technique T { pass P { PixelShader = compile ps_3_0 missing(); } }\n");
+    const Outcome outcome = qxhost({"effects", "check", "absent.fx", "broken.fx", "tint.fx"});
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_NE(outcome.err.find("qxhost: absent.fx: "), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.out.find("broken.fx: has errors"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("tint.fx: ok"), std::string::npos) << outcome.out;
+    const Outcome json = qxhost({"effects", "check", "--json", "absent.fx", "tint.fx"});
+    EXPECT_EQ(json.exitCode, 3);
+    const auto report = nlohmann::json::parse(json.out);
+    EXPECT_EQ(report[0]["ok"], false);
+    EXPECT_EQ(report[1]["ok"], true);
+}
+
+TEST_F(Effects, checking_takes_names_of_the_catalogue_too)
+{
+    const Outcome outcome = qxhost({"effects", "check", "CC3.fx"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find("cc3.fx: ok"), std::string::npos) << outcome.out;
+    write("cc3.fx", "nonsense");
+    EXPECT_EQ(qxhost({"effects", "check", "cc3.fx"}).exitCode, 1) << "a file goes before the catalogue";
 }
 
 TEST_F(Effects, devices_are_listed_and_one_is_chosen)

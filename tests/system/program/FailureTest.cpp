@@ -153,7 +153,80 @@ TEST_F(Failures, without_any_device_the_program_says_what_to_install)
 {
     expectFailure(run({"env", "VK_ICD_FILENAMES=/nonexistent.json", "VK_DRIVER_FILES=/nonexistent.json",
                        programPath(), "convert", "clip.mkv", "out.png"}),
-                  5, {"Vulkan"});
+                  5, {"no Vulkan driver was found", "mesa-vulkan-drivers"});
+}
+
+TEST_F(Failures, a_damaged_picture_of_a_sequence_is_converted_around_and_told_by_exit_code_and_json)
+{
+    ffmpeg({"-i", "clip.mkv", "-frames", "3", "-pix_fmt", "rgb24", "in_%d.png"});
+    const std::string second = read(at("in_2.png"));
+    write("in_2.png", second.substr(0, second.size() / 4));
+    const Outcome damaged = qxhost({"convert", "in_%d.png", "out.mkv", "--json"});
+    EXPECT_EQ(damaged.exitCode, 3) << damaged.err;
+    EXPECT_NE(damaged.err.find("in_%d.png: is damaged or incomplete"), std::string::npos) << damaged.err;
+    const auto report = nlohmann::json::parse(damaged.out);
+    EXPECT_EQ(report["complete"], false);
+    EXPECT_FALSE(report["warnings"].empty());
+    EXPECT_TRUE(fs::exists(at("out.mkv")));
+    EXPECT_NE(qxhost({"convert", "in_%d.png", "quiet.mkv", "--quiet"}).exitCode, 0);
+
+    write("in_2.png", second);
+    const Outcome whole = qxhost({"convert", "in_%d.png", "whole.mkv", "--json"});
+    EXPECT_EQ(whole.exitCode, 0) << whole.err;
+    EXPECT_EQ(nlohmann::json::parse(whole.out)["complete"], true);
+}
+
+TEST_F(Failures, a_clip_that_is_cut_short_is_converted_as_far_as_it_goes_and_told_by_exit_code)
+{
+    ffmpeg({"-i", "clip.mkv", "-c:v", "mjpeg", "-pix_fmt", "yuvj422p", "-movflags", "+faststart", "cut.mov"});
+    const std::string whole = read(at("cut.mov"));
+    write("cut.mov", whole.substr(0, whole.size() / 2));
+    const Outcome outcome = qxhost({"convert", "cut.mov", "out_%02d.png"});
+    EXPECT_EQ(outcome.exitCode, 3) << outcome.err;
+    EXPECT_NE(outcome.err.find("cut.mov: is damaged or incomplete"), std::string::npos) << outcome.err;
+    EXPECT_TRUE(fs::exists(at("out_01.png")));
+    EXPECT_FALSE(fs::exists(at("out_10.png")));
+}
+
+TEST_F(Failures, a_picture_beyond_the_devices_limit_is_refused_with_the_limit)
+{
+    int largest = 0;
+    for (const auto& device : nlohmann::json::parse(qxhost({"devices", "--json"}).out)) {
+        largest = device["chosen"] == true ? device["largestImage"].get<int>() : largest;
+    }
+    ASSERT_GT(largest, 0);
+    constexpr int largestRead = 32768;
+    if (largest >= largestRead) {
+        GTEST_SKIP() << "this device takes every picture that can be read";
+    }
+    const std::string size = std::to_string(largest + 2) + "x4";
+    ffmpeg({"-f", "lavfi", "-i", "color=red:size=" + size, "-frames", "1", "-pix_fmt", "rgb24", "wide.png"});
+    expectFailure(qxhost({"convert", "wide.png", "out.png"}), 5,
+                  {"at most " + std::to_string(largest) + " x ", std::to_string(largest + 2) + " x 4"},
+                  {"wide.png"});
+}
+
+TEST_F(Failures, a_log_that_cannot_be_written_is_a_note_and_no_failure)
+{
+    write(".state", "no directory");
+    const Outcome outcome = qxhost({"convert", "clip.mkv", "out.mkv"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.err.find("qxhost: the log "), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.err.find("filesystem error"), std::string::npos) << outcome.err;
+    EXPECT_EQ(qxhost({"convert", "clip.mkv", "quiet.mkv", "--quiet"}).err, "");
+}
+
+TEST_F(Failures, mistakes_in_the_settings_are_told_once_with_their_lines)
+{
+    fs::create_directories(at(".config/qxhost"));
+    write(".config/qxhost/settings.toml", "devise = \"x\"\ntiming_lines = \"often\"\n");
+    const std::string err = qxhost({"devices"}).err;
+    for (const char* words :
+         {"settings.toml:1: there is no setting devise", "settings.toml:2: timing_lines"}) {
+        EXPECT_NE(err.find(words), std::string::npos) << err;
+        EXPECT_EQ(err.find(words), err.rfind(words)) << err;
+    }
+    EXPECT_TRUE(err.starts_with("qxhost: ")) << err;
 }
 
 TEST_F(Failures, json_tells_of_failures_too)

@@ -87,6 +87,15 @@ TEST(Parsing, check_takes_many_files)
     EXPECT_TRUE(options.json);
 }
 
+TEST(Progress, narrow_terminals_lose_whole_fields)
+{
+    const std::string text = "12 of 250 frames, 31.5 frames/s, 0:08 left";
+    EXPECT_EQ(fieldsThatFit(text, 80), text);
+    EXPECT_EQ(fieldsThatFit(text, text.size() - 1), "12 of 250 frames, 31.5 frames/s");
+    EXPECT_EQ(fieldsThatFit(text, 20), "12 of 250 frames");
+    EXPECT_EQ(fieldsThatFit(text, 5), "");
+}
+
 TEST(Parsing, times_read_as_clocks)
 {
     EXPECT_EQ(clockText(-1), "0:00");

@@ -57,6 +57,17 @@ TEST_F(Runs, a_termination_leaves_no_part_of_a_file)
     expectCleanEnd(SIGTERM);
 }
 
+TEST_F(Runs, a_second_interrupt_leaves_no_part_of_a_file_either)
+{
+    makeClip(2000);
+    Running program({programPath(), "convert", "clip.mkv", "out.mkv"}, directory_);
+    ASSERT_TRUE(waitForFile(program, ".out.mkv.part"));
+    program.signal(SIGTERM); // two of a kind could be taken for one
+    program.signal(SIGINT);
+    EXPECT_EQ(program.wait().exitCode, 130);
+    EXPECT_EQ(filesBeside({"clip.mkv"}), std::vector<std::string>());
+}
+
 TEST_F(Runs, an_interrupt_is_told_in_json_too)
 {
     makeClip(2000);

@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/OutputFile.h"
 
 #include "tools/qxhost/media/Names.h"
+#include "tools/qxhost/media/PartFiles.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -89,6 +90,7 @@ Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::sha
         const fs::path part = partName(file, attempt);
         const int descriptor = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (descriptor >= 0) {
+            PartFiles::remember(part);
             ::close(descriptor);
             return OutputFile(file, part, force, std::move(kept));
         }
@@ -138,6 +140,7 @@ void OutputFile::remove() noexcept
 {
     if (!part_.empty()) {
         ::unlink(part_.c_str());
+        PartFiles::forget(part_);
     }
 }
 
@@ -186,6 +189,7 @@ Status OutputFile::commit()
             return cannotWrite(file_, systemText(errno));
         }
     }
+    PartFiles::forget(part_);
     part_.clear();
     return {};
 }

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <filesystem>
+
+namespace Qx::Media::PartFiles {
+
+// The unfinished files of this process, kept where a signal handler can reach them. Any thread.
+
+/// Has removeAll() remove that file. A path too long, or one more than a few dozen, is not remembered.
+void remember(const std::filesystem::path& file) noexcept;
+
+/// The file is finished or removed.
+void forget(const std::filesystem::path& file) noexcept;
+
+/// Removes them all. Safe in a signal handler; the process must end right after it.
+void removeAll() noexcept;
+
+} // namespace Qx::Media::PartFiles

@@ -35,13 +35,16 @@ bool MarkdownReport::write(const std::string& path) const
         return row != rows_.end() ? row->framesPerSecond : 0.0;
     };
 
+    std::vector<Row> sorted = rows_; // they ran in random order
+    std::sort(sorted.begin(), sorted.end(), [](const Row& a, const Row& b) { return a.name < b.name; });
+
     std::ofstream page(path);
     page << "# Performance\n\n"
             "Written by `scripts/performance`. Medians of one run, at 1920 x 1080. Compare figures of one "
             "run only.\n\n"
          << "Device: " << deviceName() << "\n\n"
          << "## Frames\n\n| work | frames a second | of a copy on the device |\n|---|---:|---:|\n";
-    for (const Row& row : rows_) {
+    for (const Row& row : sorted) {
         if (row.framesPerSecond > 0) {
             const double copy = copyRate(row.name);
             page << fmt::format("| {} | {:.0f} | {} |\n", row.name, row.framesPerSecond,
@@ -50,7 +53,7 @@ bool MarkdownReport::write(const std::string& path) const
         }
     }
     page << "\n## Other costs\n\n| work | time |\n|---|---:|\n";
-    for (const Row& row : rows_) {
+    for (const Row& row : sorted) {
         if (row.framesPerSecond == 0) {
             page << fmt::format("| {} | {:.3g} {} |\n", row.name, row.time, row.unit);
         }

@@ -2,6 +2,8 @@
 
 #include "tests/system/media/MediaFixture.h"
 
+#include <ostream>
+
 namespace Qx::Media::Test {
 namespace {
 
@@ -80,6 +82,9 @@ struct TagCase
     Matrix matrix;
     bool rangeGuessed;
     bool matrixGuessed;
+
+    /// Names the test by what it reads, and not by where the text lies in memory.
+    friend void PrintTo(const TagCase& tags, std::ostream* out) { *out << tags.options; }
 };
 
 class Tags : public MediaTest, public testing::WithParamInterface<TagCase>

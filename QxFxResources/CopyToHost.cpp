@@ -109,7 +109,7 @@ Surface copyToHostRGBSurface(Surface source, const Core::Data& fmt, Polarity /*p
         QX_CONVERTER_ASSERT(fmt.getDataFormat() == ARGB10, "fmt.getDataFormat() == ARGB10", 921);
         const Qx::Ptr<iShaderEffect> effect = getShader(nullEffect);
         Surface target = makeTarget(source, iGPUImage::eARGB10);
-        target.setDataFormat(ARGB10);
+        target.setDataFormat(ARGB10); // which a host's wrapper need not say
         target.setBitsPerComponent(10);
         redraw(effect, source, target, "Null", fmt);
     } else if (given != wanted || source.getDataFormat() != fmt.getDataFormat()) {

@@ -181,6 +181,14 @@ TEST_F(ReorderComponents, TenBitM101ThatCannotBeUnpackedIsAnUnfilledSurface)
     EXPECT_EQ(host().journal.count("render"), 0U);
 }
 
+TEST_F(ReorderComponents, TenBitM101IsNotUnpackedInto10BitWords)
+{
+    Surface source = frame(M101, 10);
+    EXPECT_FALSE(reorderComponents(source, YUY2, iGPUImage::eARGB10).getGPUSurface())
+        << "the format is the host's to refuse";
+    EXPECT_EQ(host().journal.count("createGPUImage"), 0U);
+}
+
 TEST_F(ReorderComponents, M101OfOtherDepthsIsReturnedAsItIs)
 {
     for (const unsigned bits : {8U, 9U, 12U, 16U}) {
@@ -349,6 +357,15 @@ TEST_F(ChannelExpand, IsFourTimesAsWideAndTellsTheEffectSo)
                             "getParam(null.fx, _Width)", "setValue(null.fx, _Width, 1920)",
                             "render(null.fx, created, Input=single(0 0 1 1))"));
     EXPECT_EQ(result->getSize(), (XY<int>{1920, 270}));
+}
+
+TEST_F(ChannelExpand, EveryWidthIsTakenFourTimes)
+{
+    for (const int width : {1, 3, 481}) {
+        const auto image = Qx::makePtr<FakeGPUImage>("single", XY<int>{width, 7});
+        EXPECT_EQ(channelExpand(image, iGPUImage::eARGB8)->getSize(), (XY<int>{4 * width, 7}));
+        EXPECT_EQ(nullFx->drawings().back().floats.at("_Width"), static_cast<float>(4 * width));
+    }
 }
 
 TEST_F(ChannelExpand, OtherFormatsAreAssertedAndUsed)

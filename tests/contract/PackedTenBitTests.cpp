@@ -312,18 +312,20 @@ TEST_F(PackedTenBit, WithoutItsEffectLeavesTheDestinationAsItWas)
     EXPECT_EQ(dest.getDescriptions(), ImageDescriptions());
 }
 
-TEST_F(PackedTenBit, HoldsTheGpuLockForItsWholeDuration)
+TEST_F(PackedTenBit, HoldsTheGpuLockFromFetchingTheEffectToTheEnd)
 {
-    restart();
     watchLock({"loadEffectFile", "setTechnique", "createGPUImage", "getParam", "setValue", "render"});
     const Surface source = packedFrame();
     Surface dest = unpacked(8, iGPUImage::eARGB8);
+    restart();
     EXPECT_TRUE(unpackDvs10BitFormat(source, dest));
     EXPECT_THAT(lockDepths, SizeIs(5));
+    restart();
     EXPECT_TRUE(unpackMatrox10BitFormat(source, dest));
-    EXPECT_THAT(lockDepths, SizeIs(9));
+    EXPECT_THAT(lockDepths, SizeIs(10));
+    restart();
     EXPECT_TRUE(packMatrox10BitFormat(source, dest));
-    EXPECT_THAT(lockDepths, SizeIs(16));
+    EXPECT_THAT(lockDepths, SizeIs(18));
     EXPECT_THAT(lockDepths, Each(EndsWith(" 1")));
     EXPECT_EQ(depthOf(Qx::FxResources::Manager::instance().gpuLock()), 0);
 }

@@ -73,7 +73,7 @@ Qx::Ptr<iGPUImage> createResizedSurface(Qx::Ptr<iGPUImage> source, const XY<int>
     if (!source) {
         return {};
     }
-    const Qx::Ptr<iGPUImage> resized = OS().gpu().createGPUImage(size, format);
+    Qx::Ptr<iGPUImage> resized = OS().gpu().createGPUImage(size, format);
     if (!resized) {
         LogBoth("Failed to create GPU surface\n");
         return source;

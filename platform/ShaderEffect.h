@@ -80,6 +80,5 @@ public:
 struct EffectCompileResult
 {
     Qx::Ptr<iShaderEffect> effect; ///< empty when it failed
-    LightweightString<char>
-        errors; ///< the compiler's text, one message a line; may hold warnings of a success
+    LightweightString<char> errors; ///< the compiler's text, lines; may hold warnings of a success
 };

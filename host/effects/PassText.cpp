@@ -1,5 +1,6 @@
 #include "host/effects/PassText.h"
 
+#include "host/core/Suggestion.h"
 #include "host/effects/EntryCall.h"
 #include "host/effects/Preprocessor.h"
 
@@ -67,6 +68,14 @@ public:
         }
     }
 
+    void addPiece(std::size_t index, const std::vector<Token>& tokens)
+    {
+        beginPiece(index);
+        add(tokens);
+    }
+
+    void beginPiece(std::size_t index) { text_.pieces.emplace_back(text_.lines.size() + 1, index); }
+
     PassText take() { return std::move(text_); }
 
 private:
@@ -90,6 +99,17 @@ std::string declaration(const CompiledEffect::Parameter& parameter)
     return (parameter.rows > 1 ? "row_major " : "") + std::string(type.spelling()) + ' ' + parameter.name +
            array + " : packoffset(c" + std::to_string(parameter.offset / 16) + '.' +
            "xyzw"[parameter.offset % 16 / 4] + ");";
+}
+
+std::vector<Token> declarationOf(const EffectSyntax::Piece& function)
+{
+    std::vector<Token> tokens(function.text.begin(),
+                              function.text.begin() + static_cast<std::ptrdiff_t>(function.bodyBegin));
+    Token semicolon = function.name;
+    semicolon.kind = TokenKind::Punctuator;
+    semicolon.text = ";";
+    tokens.push_back(semicolon);
+    return tokens;
 }
 
 } // namespace
@@ -177,7 +197,14 @@ const EffectSyntax::Piece& PassWriter::findEntry(const EffectSyntax::Pass& pass)
         }
     }
     if (entry == nullptr) {
-        throw CompileError(pass.entry.at, "there is no function " + inQuotes(pass.entry.text));
+        std::vector<std::string_view> functions;
+        for (const EffectSyntax::Piece& piece : syntax_.pieces) {
+            if (piece.kind == Kind::Function) {
+                functions.push_back(piece.name.text);
+            }
+        }
+        throw CompileError(pass.entry.at, "there is no function " + inQuotes(pass.entry.text) +
+                                              didYouMean(pass.entry.text, functions));
     }
     return *entry;
 }
@@ -208,10 +235,17 @@ std::unordered_set<std::string_view> PassWriter::reachableFrom(const EffectSynta
     return names;
 }
 
-PassText PassWriter::write(const EffectSyntax::Pass& pass) const
+std::optional<std::size_t> PassText::pieceAt(std::size_t line) const
+{
+    const auto next = std::upper_bound(pieces.begin(), pieces.end(), line,
+                                       [](std::size_t at, const auto& piece) { return at < piece.first; });
+    return next == pieces.begin() || next == pieces.end() ? std::nullopt : std::optional((next - 1)->second);
+}
+
+PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
 {
     const EntryCall call(syntax_, findEntry(pass), pass);
-    const std::unordered_set<std::string_view> names = reachableFrom(pass);
+    std::unordered_set<std::string_view> names = reachableFrom(pass);
     const auto used = [&](std::string_view name) { return names.count(name) != 0; };
     Output output;
     writePrelude(output, pass.entry.at);
@@ -232,14 +266,19 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass) const
                        syntax_.samplers[i].name.at);
         }
     }
-    for (const EffectSyntax::Piece& piece : syntax_.pieces) {
+    for (std::size_t i = 0; i < syntax_.pieces.size(); ++i) {
+        const EffectSyntax::Piece& piece = syntax_.pieces[i];
         if (used(piece.name.text)) {
-            output.add(piece.text);
+            withoutBody.count(i) == 0 ? output.addPiece(i, piece.text)
+                                      : output.addPiece(i, declarationOf(piece));
         }
     }
+    output.beginPiece(syntax_.pieces.size());
     call.write([&](std::string_view line) { output.add(line, pass.entry.at); },
                [&](const std::vector<Token>& tokens) { output.add(tokens); });
-    return output.take();
+    PassText text = output.take();
+    text.names = std::move(names);
+    return text;
 }
 
 } // namespace Qx::Host::Effects

@@ -1,7 +1,7 @@
 #include "tools/qxhost/CommandLine.h"
 
 #include "tools/qxhost/Failure.h"
-#include "tools/qxhost/Suggestion.h"
+#include "tools/qxhost/Wording.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -284,14 +284,14 @@ void refuseExtras(const CLI::App& app, const std::string& command)
                 known.push_back("--" + name);
             }
         }
-        complain("there is no option " + first + didYouMean(first.substr(0, first.find('=')), known),
+        complain("there is no option " + first + Host::didYouMean(first.substr(0, first.find('=')), known),
                  command);
     }
     for (const CLI::App* sub : app.get_subcommands({})) {
         known.push_back(sub->get_name());
     }
     if (!known.empty()) {
-        complain("there is no command \"" + first + "\"" + didYouMean(first, known), command);
+        complain("there is no command \"" + first + "\"" + Host::didYouMean(first, known), command);
     }
     complain("\"" + first + "\" is one argument too many", command);
 }

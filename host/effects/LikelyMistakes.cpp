@@ -1,9 +1,9 @@
 #include "host/effects/LikelyMistakes.h"
 
+#include "host/effects/ParameterRange.h"
+
 #include <algorithm>
-#include <array>
-#include <charconv>
-#include <optional>
+#include <locale>
 #include <sstream>
 #include <vector>
 
@@ -35,7 +35,10 @@ void warnOfUnread(const EffectSyntax& syntax, const CompiledEffect& effect, Prob
             std::any_of(effect.parameters.begin(), effect.parameters.end(), [&](const auto& parameter) {
                 return parameter.semanticTexture == effect.textures[i].name;
             });
-        if (!texturesRead[i] && !measured && isInEffect(name)) {
+        const bool meant =
+            std::any_of(effect.textures[i].annotations.begin(), effect.textures[i].annotations.end(),
+                        [](const auto& annotation) { return equalIgnoringCase(annotation.name, "Unread"); });
+        if (!texturesRead[i] && !measured && !meant && isInEffect(name)) {
             problems.warn({name.at, "no technique reads the texture " + inQuotes(name.text)});
         }
     }
@@ -47,25 +50,6 @@ void warnOfUnread(const EffectSyntax& syntax, const CompiledEffect& effect, Prob
     }
 }
 
-/// The number of the first annotation with one of the names.
-std::optional<double> limit(const EffectSyntax::Parameter& parameter,
-                            const std::array<std::string_view, 2>& names)
-{
-    for (const EffectSyntax::Annotation& annotation : parameter.annotations) {
-        const bool named = std::any_of(names.begin(), names.end(), [&](std::string_view name) {
-            return equalIgnoringCase(name, annotation.name.text);
-        });
-        const std::string_view text = annotation.value;
-        const bool negative = text.substr(0, 1) == "-";
-        double value = 0.0;
-        bool integer = false;
-        if (named && readNumber(text.substr(negative || text.substr(0, 1) == "+" ? 1 : 0), value, integer)) {
-            return negative ? -value : value;
-        }
-    }
-    return std::nullopt;
-}
-
 std::string number(double value)
 {
     std::ostringstream text;
@@ -75,28 +59,19 @@ std::string number(double value)
 }
 
 /// "from 0 to 4", "of at least 0" or "of at most 4".
-std::string range(const std::optional<double>& least, const std::optional<double>& most)
+std::string written(const ParameterRange& range)
 {
-    if (least && most) {
-        return "from " + number(*least) + " to " + number(*most);
+    if (range.least && range.most) {
+        return "from " + number(*range.least) + " to " + number(*range.most);
     }
-    return least ? "of at least " + number(*least) : "of at most " + number(*most);
+    return range.least ? "of at least " + number(*range.least) : "of at most " + number(*range.most);
 }
 
-void warnOfRange(const EffectSyntax::Parameter& parameter, bool used, Problems& problems)
+void warnOfRange(const EffectSyntax::Parameter& parameter, const ParameterRange& range, Problems& problems)
 {
-    const std::optional<double> least = limit(parameter, {"Min", "UIMin"});
-    const std::optional<double> most = limit(parameter, {"Max", "UIMax"});
-    if (!least && !most) {
-        return;
-    }
     const Token& name = parameter.name;
-    if (!used && isInEffect(name)) {
-        problems.warn({name.at, "no technique uses the parameter " + inQuotes(name.text)});
-    }
-    if (least && most && *least > *most) {
-        problems.warn(
-            {name.at, "the range of " + inQuotes(name.text) + " " + range(least, most) + " is empty"});
+    if (range.least && range.most && *range.least > *range.most) {
+        problems.warn({name.at, "the range of " + inQuotes(name.text) + " " + written(range) + " is empty"});
         return;
     }
     const std::vector<double> values =
@@ -104,9 +79,10 @@ void warnOfRange(const EffectSyntax::Parameter& parameter, bool used, Problems& 
     for (const double value : values) {
         // As the effect holds it: a limit such as 0.1 is no exact number either.
         const auto held = static_cast<float>(value);
-        if ((least && held < static_cast<float>(*least)) || (most && held > static_cast<float>(*most))) {
+        if ((range.least && held < static_cast<float>(*range.least)) ||
+            (range.most && held > static_cast<float>(*range.most))) {
             problems.warn({name.at, "the default " + number(value) + " of " + inQuotes(name.text) +
-                                        " is outside its range " + range(least, most)});
+                                        " is outside its range " + written(range)});
             return;
         }
     }
@@ -118,8 +94,17 @@ void warnOfLikelyMistakes(const EffectSyntax& syntax, const CompiledEffect& effe
                           const std::unordered_set<std::string_view>& names, Problems& problems)
 {
     warnOfUnread(syntax, effect, problems);
-    for (const EffectSyntax::Parameter& parameter : syntax.parameters) {
-        warnOfRange(parameter, names.count(parameter.name.text) != 0, problems);
+    for (std::size_t i = 0; i < syntax.parameters.size(); ++i) {
+        const EffectSyntax::Parameter& parameter = syntax.parameters[i];
+        const ParameterRange range = rangeOf(effect.parameters[i]);
+        if (!range.least && !range.most) {
+            continue;
+        }
+        if (names.count(parameter.name.text) == 0 && isInEffect(parameter.name)) {
+            problems.warn(
+                {parameter.name.at, "no technique uses the parameter " + inQuotes(parameter.name.text)});
+        }
+        warnOfRange(parameter, range, problems);
     }
 }
 

@@ -11,8 +11,8 @@ namespace Qx::Host::Effects {
 
 /// Warns of what compiles and is probably not meant, in an effect without errors: textures and samplers that
 /// no technique reads, parameters that are offered with a range and change nothing, defaults outside their
-/// range. What an include declares serves several effects and may stay unused. `names` are those that the
-/// passes reach.
+/// range. A texture with an annotation `Unread` is left unread on purpose. What an include declares serves
+/// several effects and may stay unused. `names` are those that the passes reach.
 void warnOfLikelyMistakes(const EffectSyntax& syntax, const CompiledEffect& effect,
                           const std::unordered_set<std::string_view>& names, Problems& problems);
 

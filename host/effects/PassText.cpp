@@ -17,7 +17,8 @@ constexpr std::size_t mostInlinedTokens = 1U << 17U;
 constexpr std::size_t tokensOfCall = 64; // what one costs beside its text
 
 // One level and no coordinates outside the draw: an explicit level 0 is what every sampling means here, and
-// it stays defined in branches, where there are no derivatives.
+// it stays defined in branches, where there are no derivatives. The HLSL compiler's own fmod takes the sign
+// of the divisor, which is GLSL's mod; HLSL's has the sign of what is divided.
 constexpr std::string_view prelude = R"(
 [[vk::constant_id(0)]] const bool qxfx_rotate = false;
 float4 qxfx_tex2D(sampler2D s, float2 at) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
@@ -26,6 +27,10 @@ float4 qxfx_tex2Dlod(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 
 float4 qxfx_tex2Dbias(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 0.0, 0.0)); }
 float4 qxfx_tex2Dgrad(sampler2D s, float2 at, float2 dx, float2 dy) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
 float4 qxfx_tex2Dproj(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy / at.w, 0.0, 0.0)); }
+float qxfx_fmod(float x, float y) { return x - y * trunc(x / y); }
+float2 qxfx_fmod(float2 x, float2 y) { return x - y * trunc(x / y); }
+float3 qxfx_fmod(float3 x, float3 y) { return x - y * trunc(x / y); }
+float4 qxfx_fmod(float4 x, float4 y) { return x - y * trunc(x / y); }
 float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(float2(texel), 0.0, 0.0)); }
 )";
 
@@ -33,9 +38,16 @@ float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(floa
 std::string_view translated(const Token& token)
 {
     static const std::unordered_map<std::string_view, std::string_view> names{
-        {"sampler", "sampler2D"},        {"Sampler", "sampler2D"},        {"dword", "uint"},
-        {"tex2D", "qxfx_tex2D"},         {"tex2Dlod", "qxfx_tex2Dlod"},   {"tex2Dbias", "qxfx_tex2Dbias"},
-        {"tex2Dgrad", "qxfx_tex2Dgrad"}, {"tex2Dproj", "qxfx_tex2Dproj"}, {"tex2Dfetch", "qxfx_tex2Dfetch"}};
+        {"sampler", "sampler2D"},
+        {"Sampler", "sampler2D"},
+        {"dword", "uint"},
+        {"tex2D", "qxfx_tex2D"},
+        {"tex2Dlod", "qxfx_tex2Dlod"},
+        {"tex2Dbias", "qxfx_tex2Dbias"},
+        {"tex2Dgrad", "qxfx_tex2Dgrad"},
+        {"tex2Dproj", "qxfx_tex2Dproj"},
+        {"tex2Dfetch", "qxfx_tex2Dfetch"},
+        {"fmod", "qxfx_fmod"}};
     if (token.kind != TokenKind::Identifier) {
         return token.text;
     }

@@ -1,5 +1,6 @@
 #include "tools/qxhost/CommandLine.h"
 
+#include "host/core/Suggestion.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/Wording.h"
 
@@ -56,6 +57,12 @@ constexpr const char* watchFooter = R"(Examples:
 
 The file's directory stands in for the user's templates meanwhile. A file that does not compile
 leaves the last good effect, and the picture, as they are. Ctrl-C ends it.)";
+
+constexpr const char* describeFooter = R"(Example:
+  qxhost effects describe cc3.fx
+
+Shows what an effect has: techniques and their passes, parameters with type, default, range and label,
+textures and samplers. Exit codes: 0 done, 1 the effect has errors, 3 the file is missing.)";
 
 [[noreturn]] void complain(const std::string& text, const std::string& command = "")
 {
@@ -318,7 +325,7 @@ public:
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         app_.add_flag("--version", version_, "Show the version");
         convert_ = addConvert(app_, convertOptions_);
-        effects_ = app_.add_subcommand("effects", "List the effects, or check effect files");
+        effects_ = app_.add_subcommand("effects", "List, check or describe effects");
         list_ = effects_->add_subcommand("list", "List the effects that can be used by name");
         addDevice(*list_, listOptions_.device);
         list_->add_flag("--json", listOptions_.json, "Print JSON");
@@ -328,6 +335,12 @@ public:
         check_->add_flag("--json", checkOptions_.json, "Print JSON");
         check_->footer(checkFooter);
         watch_ = addWatch(*effects_, watchOptions_, watchSettings_);
+        describe_ =
+            effects_->add_subcommand("describe", "Show an effect's techniques, parameters and textures");
+        describe_->add_option("FILE", describeOptions_.file, "An effect file, or a name of the catalogue")
+            ->option_text(" ");
+        describe_->add_flag("--json", describeOptions_.json, "Print JSON");
+        describe_->footer(describeFooter);
         devices_ = app_.add_subcommand("devices", "List the devices that conversions can run on");
         devices_->add_flag("--json", devicesOptions_.json, "Print JSON");
         for (CLI::App* command : app_.get_subcommands({})) {
@@ -336,6 +349,7 @@ public:
         list_->group("Commands");
         check_->group("Commands");
         watch_->group("Commands");
+        describe_->group("Commands");
         app_.footer(mainFooter); // last, because commands take over their parent's
     }
 
@@ -386,6 +400,11 @@ private:
             refuseExtras(*watch_, "effects watch");
             return watchCommand();
         }
+        if (describe_->parsed()) {
+            refuseExtras(*describe_, "effects describe");
+            requireValue(describeOptions_.file, "FILE", "effects describe");
+            return describeOptions_;
+        }
         if (devices_->parsed()) {
             refuseExtras(*devices_, "devices");
             return devicesOptions_;
@@ -426,12 +445,14 @@ private:
     EffectsCheckOptions checkOptions_;
     EffectsWatchOptions watchOptions_;
     std::vector<std::string> watchSettings_;
+    EffectsDescribeOptions describeOptions_;
     DevicesOptions devicesOptions_;
     CLI::App* convert_ = nullptr;
     CLI::App* effects_ = nullptr;
     CLI::App* list_ = nullptr;
     CLI::App* check_ = nullptr;
     CLI::App* watch_ = nullptr;
+    CLI::App* describe_ = nullptr;
     CLI::App* devices_ = nullptr;
 };
 

@@ -39,13 +39,19 @@ struct EffectsWatchOptions
     std::string device;
 };
 
+struct EffectsDescribeOptions
+{
+    std::filesystem::path file;
+    bool json = false;
+};
+
 struct DevicesOptions
 {
     bool json = false;
 };
 
 using Command = std::variant<ShowText, ConvertOptions, EffectsListOptions, EffectsCheckOptions,
-                             EffectsWatchOptions, DevicesOptions>;
+                             EffectsWatchOptions, EffectsDescribeOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

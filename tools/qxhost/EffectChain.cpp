@@ -1,6 +1,7 @@
 #include "tools/qxhost/EffectChain.h"
 
 #include "QxFxResources/Manager.h"
+#include "host/core/Suggestion.h"
 #include "host/gpu/GPUService.h"
 #include "image/TechniqueApplication.h"
 #include "platform/Text.h"

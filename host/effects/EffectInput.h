@@ -15,4 +15,8 @@ struct EffectInput
         content; ///< of the bytes that were read; none when no file was there to read
 };
 
+/// Whether another look at the file would find the same: its bytes, or nothing to read. A relative path
+/// starts from `directory`.
+bool isUnchanged(const EffectInput& input, const std::filesystem::path& directory);
+
 } // namespace Qx::Host

@@ -23,10 +23,13 @@ struct PassProgram
 class EffectProgram final : public DeviceObject
 {
 public:
+    /// Told of each pass before its pipelines are made: indices of the technique and of the pass in it.
+    using Observer = std::function<void(std::size_t technique, std::size_t pass)>;
+
     /// Null, with messages a line each, when the device does not take the effect. Inside an Operation.
     static std::shared_ptr<EffectProgram> create(std::shared_ptr<Context> context,
                                                  std::shared_ptr<const CompiledEffect> effect,
-                                                 std::string& messages);
+                                                 std::string& messages, const Observer& observer = {});
     ~EffectProgram();
     EffectProgram(const EffectProgram&) = delete;
     EffectProgram& operator=(const EffectProgram&) = delete;

@@ -32,6 +32,25 @@ struct GPUOptions
 
     /// A device on which nothing finishes for so long while somebody waits for it counts as lost.
     std::chrono::milliseconds stallLimit{60'000};
+
+    /// The program of the process that compiles effects and tries them out. Default: qxfxc of the
+    /// installation or build that the host was loaded from.
+    std::string worker;
+
+    /// Processor time that one step of trying an effect out may take: making a pass's pipelines, a
+    /// technique's first draw. Compiling the file may take 6 times as long, everything together 30 times, and
+    /// by the clock each 4 times its limit. Default: 10 seconds.
+    std::chrono::milliseconds workerStepLimit{0};
+
+    /// Bytes of memory that a worker process may hold. Default: 2 GiB.
+    std::uint64_t workerMemory = 0;
+
+    /// Workers that are busy at once as long as nobody waits for an effect. Default: one a processor core.
+    unsigned workers = 0;
+
+    /// With the first effect that loadEffectFile() loads from a directory, the others there are compiled
+    /// ahead.
+    bool compileAhead = false;
 };
 
 /// One Vulkan device of this machine.

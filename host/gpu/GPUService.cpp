@@ -4,6 +4,7 @@
 #include "host/gpu/EffectFiles.h"
 #include "host/gpu/Images.h"
 #include "host/gpu/ShaderEffect.h"
+#include "host/gpu/WarmUp.h"
 
 #include <cstdlib>
 
@@ -99,8 +100,35 @@ std::shared_ptr<Vulkan::Context> GPUService::context()
         if (context_ == nullptr) {
             Vulkan::report("GPU: " + failure_);
         }
+        startWorkersLocked();
     }
     return context_;
+}
+
+void GPUService::startWorkersLocked()
+{
+    Worker::EffectWorkersOptions options;
+    options.program = options_.worker;
+    options.cores = options_.workers;
+    options.log = Vulkan::report;
+    if (options_.workerStepLimit.count() > 0) {
+        options.limits.step = options_.workerStepLimit;
+    }
+    if (options_.workerMemory > 0) {
+        options.limits.memoryBytes = options_.workerMemory;
+    }
+    if (context_ != nullptr) {
+        options.hello.device = Vulkan::uuidOf(context_->device().physical());
+        options.hello.validation = context_->instance().isValidating();
+    }
+    workers_ = std::make_shared<Worker::EffectWorkers>(std::move(options));
+}
+
+std::shared_ptr<Worker::EffectWorkers> GPUService::workers()
+{
+    context();
+    const std::lock_guard lock(mutex_);
+    return workers_;
 }
 
 bool GPUService::start()
@@ -125,12 +153,20 @@ std::vector<DeviceDescription> GPUService::listDevices()
 void GPUService::shutdown()
 {
     std::shared_ptr<Vulkan::Context> context;
+    std::shared_ptr<Worker::EffectWorkers> workers;
     std::chrono::milliseconds limit{};
     {
         const std::lock_guard lock(mutex_);
         shutDown_ = true;
         context = context_;
+        workers = workers_;
         limit = options_.shutdownLimit;
+    }
+    if (workers != nullptr) {
+        Vulkan::guarded(false, [&] {
+            workers->close();
+            return true;
+        });
     }
     if (context != nullptr) {
         Vulkan::guarded(false, [&] {
@@ -186,31 +222,61 @@ void GPUService::loseDevice()
 Qx::Ptr<iShaderEffect> GPUService::loadEffectFile(const LightweightString<wchar_t>& path,
                                                   const Definitions& definitions)
 {
-    return compileEffectFile(path, definitions).effect;
+    return Vulkan::guarded(Qx::Ptr<iShaderEffect>(), [&] {
+        const Worker::CompileRequest request = compileRequest(path, definitions);
+        compileBeside(request);
+        return compile(request).effect;
+    });
 }
 
 EffectCompileResult GPUService::compileEffectFile(const LightweightString<wchar_t>& path,
                                                   const Definitions& definitions)
 {
-    return Vulkan::guarded(EffectCompileResult(), [&] {
-        EffectCompileResult result;
-        EffectCompilation compilation = compileFile(path, definitions);
-        if (compilation.effect != nullptr) {
-            const std::shared_ptr<Vulkan::Context> context = this->context();
-            const auto program =
-                operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
-                    return Vulkan::EffectProgram::create(device.shared_from_this(), compilation.effect,
-                                                         compilation.messages);
-                });
-            if (program != nullptr) {
-                result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);
-            } else if (compilation.messages.empty()) {
-                compilation.messages = "error: there is no GPU device to run the effect on\n";
-            }
+    return Vulkan::guarded(EffectCompileResult(), [&] { return compile(compileRequest(path, definitions)); });
+}
+
+/// The library loads its catalogue's effects one after another; the processor's other cores can be ahead.
+void GPUService::compileBeside(const Worker::CompileRequest& request)
+{
+    const std::shared_ptr<Worker::EffectWorkers> workers = this->workers();
+    {
+        const std::lock_guard lock(mutex_);
+        std::string place = request.file.parent_path().string();
+        for (const auto& [name, value] : request.options.definitions) {
+            place += '\n' + name + '=' + value;
         }
-        result.errors = compilation.messages.c_str();
+        if (workers == nullptr || !options_.compileAhead || !compiledAhead_.insert(place).second) {
+            return;
+        }
+    }
+    workers->compileAhead(requestsBeside(request));
+}
+
+EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)
+{
+    EffectCompileResult result;
+    const std::shared_ptr<Vulkan::Context> context = this->context();
+    const std::shared_ptr<Worker::EffectWorkers> workers = this->workers();
+    if (workers == nullptr) {
+        result.errors = "error: the GPU service is shut down\n";
         return result;
-    });
+    }
+    EffectCompilation compilation = compileFile(*workers, request);
+    if (compilation.effect != nullptr) {
+        const auto program =
+            operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
+                return Vulkan::EffectProgram::create(device.shared_from_this(), compilation.effect,
+                                                     compilation.messages);
+            });
+        if (program != nullptr) {
+            Vulkan::WarmUp(program).drawAll();
+            result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);
+        } else if (compilation.messages.empty()) {
+            compilation.messages = "error: there is no GPU device to run the effect on\n";
+        }
+    }
+    result.errors = compilation.messages.c_str();
+    return result;
 }
 
 Qx::Ptr<iGPUComputeContext> GPUService::createComputeContext(int kind)

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,13 +18,19 @@ class Context;
 struct FaultInjection;
 } // namespace Vulkan
 
+namespace Worker {
+class EffectWorkers;
+struct CompileRequest;
+} // namespace Worker
+
 /// The GPU service on Vulkan 1.3.
 ///
 /// It starts its device at the first use; when it finds none that it can use, every operation fails and
 /// failure() says why. Which device it took goes to the host's log. Any thread may call it.
 ///
 /// An effect's parameter whose semantic the host fills refuses values. A coordinate set that no source sets
-/// spans its whole input. Without shutdown() nothing of Vulkan runs at the end of the process; after it
+/// spans its whole input. Effects are compiled and tried out in worker processes; one that a worker does not
+/// survive is an error message. Without shutdown() nothing of Vulkan runs at the end of the process; after it
 /// operations fail, and what is still held is safe to release.
 class QX_API GPUService final : public iGPUService
 {
@@ -80,7 +87,11 @@ public:
 
 private:
     std::shared_ptr<Vulkan::Context> context();
+    std::shared_ptr<Worker::EffectWorkers> workers();
     void startLocked();
+    void startWorkersLocked();
+    EffectCompileResult compile(const Worker::CompileRequest& request);
+    void compileBeside(const Worker::CompileRequest& request);
 
     std::mutex mutex_; // guards all below
     GPUOptions options_;
@@ -89,6 +100,8 @@ private:
     std::string failure_;
     std::vector<DeviceDescription> devices_;
     std::shared_ptr<Vulkan::Context> context_;
+    std::shared_ptr<Worker::EffectWorkers> workers_;
+    std::set<std::string> compiledAhead_; ///< directories, each with the definitions
 };
 
 /// Names of an effect's parameters that take values from a caller, in the file's order. Empty for an effect

@@ -35,7 +35,7 @@ struct GPUOptions
 
     /// The program of the process that compiles effects and tries them out. Default: qxfxc of the
     /// installation or build that the host was loaded from.
-    std::string worker;
+    std::string worker{};
 
     /// Processor time that one step of trying an effect out may take: making a pass's pipelines, a
     /// technique's first draw. Compiling the file may take 6 times as long, everything together 30 times, and

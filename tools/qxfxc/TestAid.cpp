@@ -65,6 +65,14 @@ void sendRaw(std::span<const std::byte> bytes)
     }
 }
 
+void waitForGate(const std::filesystem::path& file)
+{
+    constexpr std::chrono::milliseconds pause{5};
+    while (!std::filesystem::exists(file.native() + ".go")) {
+        std::this_thread::sleep_for(pause);
+    }
+}
+
 void chatter()
 {
     const std::string line(1000, 'x');
@@ -113,8 +121,12 @@ void misbehave(std::string_view stage, const std::filesystem::path& file)
     if (order.stage != stage || (!order.file.empty() && file.filename() != order.file)) {
         return;
     }
+    std::fprintf(stderr, "%d %s\n", static_cast<int>(::getpid()), order.stage.c_str());
+    std::fflush(stderr);
     if (action == "stall") {
         stall();
+    } else if (action == "gate") {
+        waitForGate(file);
     } else if (action == "spin") {
         spin();
     } else if (action == "freeze") {

@@ -170,6 +170,7 @@ int serve(Channel& channel, Watch& watch)
         if (!request || !channel.send(FrameType::Result, writeEffectArchive(workSafely(service, *request)))) {
             return 1;
         }
+        misbehave("waiting", request->file);
     }
     watch.busy = false;
     return 0;

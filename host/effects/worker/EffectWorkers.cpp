@@ -147,6 +147,7 @@ EffectCompilation EffectWorkers::compile(const CompileRequest& request)
         const std::shared_ptr<Job> job = found->second;
         const bool kept = job->state == Job::State::Done;
         job->asked = true;
+        joined_ += kept ? 0U : 1U;
         changed_.wait(lock, [&] { return job->state == Job::State::Done; });
         if (kept) {
             keptBytes_ -= bytesOf(job->result);
@@ -236,7 +237,7 @@ EffectWorkers::Process EffectWorkers::takeProcess(bool& fresh, std::string& prob
 EffectWorkers::Process EffectWorkers::startProcess(std::string& problem)
 {
     Lock lock(mutex_);
-    WorkerProcess::Problem found{hopeless_, true};
+    WorkerProcess::Problem found{hopeless_, !hopeless_.empty()};
     Process process;
     if (hopeless_.empty() && !closed_) {
         lock.unlock();

@@ -54,6 +54,9 @@ public:
     /// Requests that a process worked on, each once.
     std::uint64_t compilations() const { return compilations_; }
 
+    /// Requests that joined a compilation which was under way.
+    std::uint64_t joined() const { return joined_; }
+
 private:
     struct Job;
     struct Helper;
@@ -74,6 +77,7 @@ private:
     std::atomic<bool> closed_{false};
     std::atomic<std::uint64_t> started_{0};
     std::atomic<std::uint64_t> compilations_{0};
+    std::atomic<std::uint64_t> joined_{0};
 
     std::mutex mutex_; // guards all below
     std::condition_variable changed_;

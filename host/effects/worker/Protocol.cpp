@@ -12,11 +12,14 @@ namespace {
 using Cache::ByteReader;
 using Cache::ByteWriter;
 
-/// Names for messages, so that a report always fits its frame.
-std::string_view shortened(std::string_view text)
+/// So that a report always fits its frame.
+std::string_view shortened(std::string_view text, std::size_t most)
 {
-    return text.substr(0, mostReportBytes / 4);
+    return text.substr(0, most);
 }
+
+constexpr std::size_t mostNameBytes = 256;
+constexpr std::size_t mostProblemBytes = mostReportBytes / 2;
 
 template <class Value>
 std::optional<Value> checked(const ByteReader& reader, Value value)
@@ -56,7 +59,7 @@ std::vector<std::byte> encode(const Ready& ready)
 {
     ByteWriter writer;
     writer.number(ready.version);
-    writer.text(shortened(ready.problem));
+    writer.text(shortened(ready.problem, mostProblemBytes));
     return writer.take();
 }
 
@@ -107,8 +110,8 @@ std::vector<std::byte> encode(const Step& step)
 {
     ByteWriter writer;
     writer.enumeration(step.stage);
-    writer.text(shortened(step.technique));
-    writer.text(shortened(step.pass));
+    writer.text(shortened(step.technique, mostNameBytes));
+    writer.text(shortened(step.pass, mostNameBytes));
     return writer.take();
 }
 

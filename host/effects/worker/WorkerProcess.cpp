@@ -272,7 +272,8 @@ WorkerProcess::Outcome WorkerProcess::compile(const CompileRequest& request, con
 void WorkerProcess::follow(Outcome& outcome, Meter& meter, const Limits& limits,
                            const Channel::Patience& patience)
 {
-    constexpr std::size_t mostReports = 64U << 20U;
+    constexpr std::size_t mostReports = 8U << 20U; // many thousands of techniques
+    constexpr std::size_t headerBytes = 12;
     std::size_t reported = 0;
     Frame frame;
     Channel::Answer answer = Channel::Answer::Frame;
@@ -286,7 +287,7 @@ void WorkerProcess::follow(Outcome& outcome, Meter& meter, const Limits& limits,
             break;
         }
         const auto step = frame.type == FrameType::Step ? decodeStep(frame.payload) : std::nullopt;
-        reported += frame.payload.size() + 1;
+        reported += headerBytes + frame.payload.size();
         if (!step || reported > mostReports) {
             break;
         }

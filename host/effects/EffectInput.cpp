@@ -1,22 +1,26 @@
 #include "host/effects/EffectInput.h"
 
-#include <fstream>
-#include <iterator>
-#include <string>
+#include "host/cache/ReadWhole.h"
+#include "host/effects/Preprocessor.h"
+
 #include <system_error>
 
 namespace Qx::Host {
 
+std::optional<Cache::Digest> digestOfFile(const std::filesystem::path& file)
+{
+    const auto bytes = Cache::readWhole(file, Effects::Limits::fileBytes);
+    return bytes ? std::optional(Cache::digestOf(*bytes)) : std::nullopt;
+}
+
 bool isUnchanged(const EffectInput& input, const std::filesystem::path& directory)
 {
-    std::error_code error;
     const std::filesystem::path path = directory / input.path;
-    if (!std::filesystem::is_regular_file(path, error)) {
-        return !input.content;
+    if (input.content) {
+        return digestOfFile(path) == input.content;
     }
-    std::ifstream stream(path, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(stream), {}};
-    return stream && input.content == Cache::digestOf(text);
+    std::error_code error;
+    return !std::filesystem::is_regular_file(path, error);
 }
 
 } // namespace Qx::Host

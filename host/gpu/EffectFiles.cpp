@@ -43,9 +43,4 @@ std::vector<Worker::CompileRequest> requestsBeside(const Worker::CompileRequest&
     return requests;
 }
 
-EffectCompilation compileFile(Worker::EffectWorkers& workers, const Worker::CompileRequest& request)
-{
-    return workers.compile(request);
-}
-
 } // namespace Qx::Host

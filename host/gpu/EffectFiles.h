@@ -14,7 +14,4 @@ Worker::CompileRequest compileRequest(const LightweightString<wchar_t>& path,
 /// begin with an underscore are for including only.
 std::vector<Worker::CompileRequest> requestsBeside(const Worker::CompileRequest& request);
 
-/// Compiles an effect file in a worker, where it has survived the device's driver too.
-EffectCompilation compileFile(Worker::EffectWorkers& workers, const Worker::CompileRequest& request);
-
 } // namespace Qx::Host

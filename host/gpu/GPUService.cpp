@@ -3,6 +3,7 @@
 #include "host/gpu/DeviceChoice.h"
 #include "host/gpu/EffectFiles.h"
 #include "host/gpu/Images.h"
+#include "host/gpu/PipelineCache.h"
 #include "host/gpu/ShaderEffect.h"
 #include "host/gpu/WarmUp.h"
 
@@ -55,9 +56,21 @@ bool GPUService::configure(const GPUOptions& options)
     return !started_;
 }
 
+void GPUService::openCacheLocked()
+{
+    constexpr std::uint64_t defaultBytes = 256U << 20U;
+    if (!options_.cacheDirectory.empty()) {
+        cache_ = std::make_shared<Cache::FileStore>(
+            options_.cacheDirectory, options_.cacheBytes != 0 ? options_.cacheBytes : defaultBytes,
+            Vulkan::report);
+        effects_ = std::make_shared<const EffectCache>(cache_, std::string());
+    }
+}
+
 void GPUService::startLocked()
 {
     started_ = true;
+    openCacheLocked();
     const bool validation = options_.validation || environment("QX_VULKAN_VALIDATION") == "1";
     auto instance = Vulkan::Instance::create(validation, failure_);
     if (instance == nullptr) {
@@ -78,10 +91,18 @@ void GPUService::startLocked()
     if (device == nullptr) {
         return;
     }
+    if (cache_ != nullptr) {
+        effects_ =
+            std::make_shared<const EffectCache>(cache_, Vulkan::driverIdentity(physical[*choice.index]));
+        pipelines_ = std::make_shared<Vulkan::PipelineCache>(*device, cache_);
+        pipelines_->load();
+    }
     context_ = Vulkan::Context::create(std::move(instance), std::move(device), options_, failure_);
     if (context_ != nullptr) {
         devices_[*choice.index].chosen = true;
         Vulkan::report(announcement(devices_[*choice.index]));
+    } else {
+        pipelines_ = nullptr;
     }
 }
 
@@ -111,6 +132,7 @@ void GPUService::startWorkersLocked()
     options.program = options_.worker;
     options.cores = options_.workers;
     options.log = Vulkan::report;
+    options.cache = effects_;
     if (options_.workerStepLimit.count() > 0) {
         options.limits.step = options_.workerStepLimit;
     }
@@ -150,6 +172,21 @@ std::vector<DeviceDescription> GPUService::listDevices()
     return devices_;
 }
 
+void GPUService::savePipelines(const std::shared_ptr<Vulkan::Context>& context)
+{
+    std::shared_ptr<Vulkan::PipelineCache> pipelines;
+    {
+        const std::lock_guard lock(mutex_);
+        pipelines = pipelines_;
+    }
+    operate<bool>(context, [&](Vulkan::Context&) {
+        if (pipelines != nullptr) {
+            pipelines->save();
+        }
+        return true;
+    });
+}
+
 void GPUService::shutdown()
 {
     std::shared_ptr<Vulkan::Context> context;
@@ -169,6 +206,7 @@ void GPUService::shutdown()
         });
     }
     if (context != nullptr) {
+        savePipelines(context);
         Vulkan::guarded(false, [&] {
             context->shutdown(limit);
             return true;
@@ -252,6 +290,24 @@ void GPUService::compileBeside(const Worker::CompileRequest& request)
     workers->compileAhead(requestsBeside(request));
 }
 
+std::shared_ptr<Vulkan::EffectProgram>
+GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context, EffectCompilation& compilation)
+{
+    std::shared_ptr<Vulkan::PipelineCache> pipelines;
+    {
+        const std::lock_guard lock(mutex_);
+        pipelines = pipelines_;
+    }
+    return operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
+        auto made = Vulkan::EffectProgram::create(device.shared_from_this(), compilation.effect,
+                                                  compilation.messages);
+        if (pipelines != nullptr) {
+            pipelines->countEffect();
+        }
+        return made;
+    });
+}
+
 EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)
 {
     EffectCompileResult result;
@@ -261,13 +317,9 @@ EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)
         result.errors = "error: the GPU service is shut down\n";
         return result;
     }
-    EffectCompilation compilation = compileFile(*workers, request);
+    EffectCompilation compilation = workers->compile(request);
     if (compilation.effect != nullptr) {
-        const auto program =
-            operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
-                return Vulkan::EffectProgram::create(device.shared_from_this(), compilation.effect,
-                                                     compilation.messages);
-            });
+        const auto program = makeProgram(context, compilation);
         if (program != nullptr) {
             Vulkan::WarmUp(program).drawAll();
             result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);

@@ -13,8 +13,17 @@
 
 namespace Qx::Host {
 
+class EffectCache;
+struct EffectCompilation;
+
+namespace Cache {
+class FileStore;
+}
+
 namespace Vulkan {
 class Context;
+class EffectProgram;
+class PipelineCache;
 struct FaultInjection;
 } // namespace Vulkan
 
@@ -91,7 +100,11 @@ private:
     void startLocked();
     void startWorkersLocked();
     EffectCompileResult compile(const Worker::CompileRequest& request);
+    std::shared_ptr<Vulkan::EffectProgram> makeProgram(const std::shared_ptr<Vulkan::Context>& context,
+                                                       EffectCompilation& compilation);
     void compileBeside(const Worker::CompileRequest& request);
+    void openCacheLocked();
+    void savePipelines(const std::shared_ptr<Vulkan::Context>& context);
 
     std::mutex mutex_; // guards all below
     GPUOptions options_;
@@ -99,6 +112,9 @@ private:
     bool shutDown_ = false;
     std::string failure_;
     std::vector<DeviceDescription> devices_;
+    std::shared_ptr<Cache::FileStore> cache_;          ///< null when nothing is kept between runs
+    std::shared_ptr<const EffectCache> effects_;       ///< null without cache_
+    std::shared_ptr<Vulkan::PipelineCache> pipelines_; ///< null without cache_ and without a device
     std::shared_ptr<Vulkan::Context> context_;
     std::shared_ptr<Worker::EffectWorkers> workers_;
     std::set<std::string> compiledAhead_; ///< directories, each with the definitions

@@ -28,13 +28,24 @@ struct EffectsCheckOptions
     bool json = false;
 };
 
+struct EffectsCacheOptions
+{
+    enum class Action
+    {
+        Info,
+        Clear
+    };
+    Action action = Action::Info;
+    bool json = false;
+};
+
 struct DevicesOptions
 {
     bool json = false;
 };
 
-using Command =
-    std::variant<ShowText, ConvertOptions, EffectsListOptions, EffectsCheckOptions, DevicesOptions>;
+using Command = std::variant<ShowText, ConvertOptions, EffectsListOptions, EffectsCheckOptions,
+                             EffectsCacheOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

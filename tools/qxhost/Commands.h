@@ -12,6 +12,7 @@ namespace Qx::Program {
 ExitCode runConvert(const ConvertOptions& options, Console& console);
 ExitCode runEffectsList(const EffectsListOptions& options, Console& console);
 ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console);
+ExitCode runEffectsCache(const EffectsCacheOptions& options, Console& console);
 ExitCode runDevices(const DevicesOptions& options, Console& console);
 
 } // namespace Qx::Program

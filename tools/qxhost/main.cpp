@@ -29,6 +29,10 @@ struct Run
     {
         return runEffectsCheck(options, console);
     }
+    ExitCode operator()(const EffectsCacheOptions& options) const
+    {
+        return runEffectsCache(options, console);
+    }
     ExitCode operator()(const DevicesOptions& options) const { return runDevices(options, console); }
 };
 

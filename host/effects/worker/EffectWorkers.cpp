@@ -170,7 +170,7 @@ void EffectWorkers::run(Lock& lock, const std::string& key, Job& job)
     lock.unlock();
     EffectCompilation result;
     try {
-        result = work(job.request);
+        result = find(job.request);
     } catch (const std::exception& error) {
         result.messages = std::string("error: ") + error.what() + "\n";
     }
@@ -187,6 +187,19 @@ void EffectWorkers::run(Lock& lock, const std::string& key, Job& job)
         jobs_.erase(key);
     }
     changed_.notify_all();
+}
+
+EffectCompilation EffectWorkers::find(const CompileRequest& request)
+{
+    if (options_.cache == nullptr) {
+        return work(request);
+    }
+    if (std::optional<EffectCompilation> known = options_.cache->find(request.file, request.options)) {
+        return *std::move(known);
+    }
+    EffectCompilation compilation = work(request);
+    options_.cache->keep(request.file, request.options, compilation);
+    return compilation;
 }
 
 EffectCompilation EffectWorkers::work(const CompileRequest& request)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/effects/EffectCache.h"
 #include "host/effects/worker/WorkerProcess.h"
 
 #include <atomic>
@@ -22,6 +23,9 @@ struct EffectWorkersOptions
     Limits limits;
     unsigned cores = 0; ///< processes that work at once as long as nobody waits; 0: the machine's
     std::function<void(const std::string&)> log; ///< a line without its end; any thread
+
+    /// Asked before a worker is, and told what survived one. Null: nothing is kept.
+    std::shared_ptr<const EffectCache> cache;
 };
 
 /// Compiles effects in worker processes, so that nothing that an effect holds reaches the host before the
@@ -64,6 +68,7 @@ private:
     using Process = std::shared_ptr<WorkerProcess>;
 
     void run(Lock& lock, const std::string& key, Job& job);
+    EffectCompilation find(const CompileRequest& request);
     EffectCompilation work(const CompileRequest& request);
     Process takeProcess(bool& fresh, std::string& problem);
     Process startProcess(std::string& problem);

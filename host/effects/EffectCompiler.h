@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/effects/CompiledEffect.h"
+#include "host/effects/EffectInput.h"
 
 #include <filesystem>
 #include <memory>
@@ -23,8 +24,10 @@ struct EffectCompilation
     /// and columns (from 1), with the technique where it is known. Empty when there is nothing to say.
     std::string messages;
 
-    /// Every file that went in, the effect itself first, as opened.
-    std::vector<std::filesystem::path> files;
+    /// Every file that was looked for, each once, the effect itself first, then in the order of the look-ups:
+    /// as long as none of them changes, appears or goes, another compilation with the same options comes to
+    /// the same.
+    std::vector<EffectInput> inputs;
 };
 
 struct EffectCompilerOptions

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 namespace Qx::Host {
@@ -26,6 +27,12 @@ struct GPUOptions
 
     /// Bytes of released images that are kept for the next ones, host and GPU memory each. Default: as above.
     std::uint64_t poolBytes = 0;
+
+    /// Where compiled effects and pipelines are kept between runs. Empty: nowhere.
+    std::filesystem::path cacheDirectory;
+
+    /// Bytes that the files there may have. Default: 256 MiB.
+    std::uint64_t cacheBytes = 0;
 
     /// How long shutdown() waits for callers and for the device.
     std::chrono::milliseconds shutdownLimit{10'000};

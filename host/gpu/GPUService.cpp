@@ -3,6 +3,7 @@
 #include "host/gpu/DeviceChoice.h"
 #include "host/gpu/EffectFiles.h"
 #include "host/gpu/Images.h"
+#include "host/gpu/PipelineCache.h"
 #include "host/gpu/ShaderEffect.h"
 
 #include <cstdlib>
@@ -54,9 +55,21 @@ bool GPUService::configure(const GPUOptions& options)
     return !started_;
 }
 
+void GPUService::openCacheLocked()
+{
+    constexpr std::uint64_t defaultBytes = 256U << 20U;
+    if (!options_.cacheDirectory.empty()) {
+        cache_ = std::make_shared<Cache::FileStore>(
+            options_.cacheDirectory, options_.cacheBytes != 0 ? options_.cacheBytes : defaultBytes,
+            Vulkan::report);
+        effects_ = std::make_shared<const EffectCache>(cache_, std::string());
+    }
+}
+
 void GPUService::startLocked()
 {
     started_ = true;
+    openCacheLocked();
     const bool validation = options_.validation || environment("QX_VULKAN_VALIDATION") == "1";
     auto instance = Vulkan::Instance::create(validation, failure_);
     if (instance == nullptr) {
@@ -77,10 +90,18 @@ void GPUService::startLocked()
     if (device == nullptr) {
         return;
     }
+    if (cache_ != nullptr) {
+        effects_ =
+            std::make_shared<const EffectCache>(cache_, Vulkan::driverIdentity(physical[*choice.index]));
+        pipelines_ = std::make_shared<Vulkan::PipelineCache>(*device, cache_);
+        pipelines_->load();
+    }
     context_ = Vulkan::Context::create(std::move(instance), std::move(device), options_, failure_);
     if (context_ != nullptr) {
         devices_[*choice.index].chosen = true;
         Vulkan::report(announcement(devices_[*choice.index]));
+    } else {
+        pipelines_ = nullptr;
     }
 }
 
@@ -122,6 +143,21 @@ std::vector<DeviceDescription> GPUService::listDevices()
     return devices_;
 }
 
+void GPUService::savePipelines(const std::shared_ptr<Vulkan::Context>& context)
+{
+    std::shared_ptr<Vulkan::PipelineCache> pipelines;
+    {
+        const std::lock_guard lock(mutex_);
+        pipelines = pipelines_;
+    }
+    operate<bool>(context, [&](Vulkan::Context&) {
+        if (pipelines != nullptr) {
+            pipelines->save();
+        }
+        return true;
+    });
+}
+
 void GPUService::shutdown()
 {
     std::shared_ptr<Vulkan::Context> context;
@@ -133,6 +169,7 @@ void GPUService::shutdown()
         limit = options_.shutdownLimit;
     }
     if (context != nullptr) {
+        savePipelines(context);
         Vulkan::guarded(false, [&] {
             context->shutdown(limit);
             return true;
@@ -194,13 +231,24 @@ EffectCompileResult GPUService::compileEffectFile(const LightweightString<wchar_
 {
     return Vulkan::guarded(EffectCompileResult(), [&] {
         EffectCompileResult result;
-        EffectCompilation compilation = compileFile(path, definitions);
+        const std::shared_ptr<Vulkan::Context> context = this->context();
+        std::shared_ptr<const EffectCache> cache;
+        std::shared_ptr<Vulkan::PipelineCache> pipelines;
+        {
+            const std::lock_guard lock(mutex_);
+            cache = effects_;
+            pipelines = pipelines_;
+        }
+        EffectCompilation compilation = compileFile(path, definitions, cache.get());
         if (compilation.effect != nullptr) {
-            const std::shared_ptr<Vulkan::Context> context = this->context();
             const auto program =
                 operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
-                    return Vulkan::EffectProgram::create(device.shared_from_this(), compilation.effect,
-                                                         compilation.messages);
+                    auto made = Vulkan::EffectProgram::create(device.shared_from_this(), compilation.effect,
+                                                              compilation.messages);
+                    if (pipelines != nullptr) {
+                        pipelines->countEffect();
+                    }
+                    return made;
                 });
             if (program != nullptr) {
                 result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);

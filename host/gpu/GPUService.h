@@ -12,8 +12,15 @@
 
 namespace Qx::Host {
 
+class EffectCache;
+
+namespace Cache {
+class FileStore;
+}
+
 namespace Vulkan {
 class Context;
+class PipelineCache;
 struct FaultInjection;
 } // namespace Vulkan
 
@@ -81,6 +88,8 @@ public:
 private:
     std::shared_ptr<Vulkan::Context> context();
     void startLocked();
+    void openCacheLocked();
+    void savePipelines(const std::shared_ptr<Vulkan::Context>& context);
 
     std::mutex mutex_; // guards all below
     GPUOptions options_;
@@ -88,6 +97,9 @@ private:
     bool shutDown_ = false;
     std::string failure_;
     std::vector<DeviceDescription> devices_;
+    std::shared_ptr<Cache::FileStore> cache_;          ///< null when nothing is kept between runs
+    std::shared_ptr<const EffectCache> effects_;       ///< null without cache_
+    std::shared_ptr<Vulkan::PipelineCache> pipelines_; ///< null without cache_ and without a device
     std::shared_ptr<Vulkan::Context> context_;
 };
 

@@ -87,6 +87,8 @@ void Settings::reportMistakes() const
     static const std::map<std::string, Kind, std::less<>> known{
         {"device", Kind::Text},
         {"vulkan_validation", Kind::Flag},
+        {"cache", Kind::Flag},
+        {"cache_mib", Kind::Integer},
         {"shaders_dir", Kind::Text},
         {"templates_dir", Kind::Text},
         {"machine_templates_dir", Kind::Text},

@@ -274,7 +274,8 @@ std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::
     const bool done = writeAll(file.number(), fileOf(kind, key, content)) && file.close() &&
                       renameat(directory.number(), unfinished.c_str(), directory.number(), name.c_str()) == 0;
     if (!done) {
-        problem = systemError(errno);
+        // What is not there any more fell to somebody who clears the store: that is no fault.
+        problem = errno == ENOENT ? std::string() : systemError(errno);
         static_cast<void>(unlinkat(directory.number(), unfinished.c_str(), 0));
     }
     return problem;

@@ -29,7 +29,7 @@ struct GPUOptions
     std::uint64_t poolBytes = 0;
 
     /// Where compiled effects and pipelines are kept between runs. Empty: nowhere.
-    std::filesystem::path cacheDirectory;
+    std::filesystem::path cacheDirectory{};
 
     /// Bytes that the files there may have. Default: 256 MiB.
     std::uint64_t cacheBytes = 0;

@@ -318,7 +318,8 @@ public:
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         app_.add_flag("--version", version_, "Show the version");
         convert_ = addConvert(app_, convertOptions_);
-        effects_ = app_.add_subcommand("effects", "List the effects, or check effect files");
+        effects_ = app_.add_subcommand(
+            "effects", "List the effects, check effect files, or look after what is kept of them");
         list_ = effects_->add_subcommand("list", "List the effects that can be used by name");
         addDevice(*list_, listOptions_.device);
         list_->add_flag("--json", listOptions_.json, "Print JSON");
@@ -328,6 +329,7 @@ public:
         check_->add_flag("--json", checkOptions_.json, "Print JSON");
         check_->footer(checkFooter);
         watch_ = addWatch(*effects_, watchOptions_, watchSettings_);
+        addCache();
         devices_ = app_.add_subcommand("devices", "List the devices that conversions can run on");
         devices_->add_flag("--json", devicesOptions_.json, "Print JSON");
         for (CLI::App* command : app_.get_subcommands({})) {
@@ -336,6 +338,7 @@ public:
         list_->group("Commands");
         check_->group("Commands");
         watch_->group("Commands");
+        cache_->group("Commands");
         app_.footer(mainFooter); // last, because commands take over their parent's
     }
 
@@ -353,6 +356,30 @@ public:
     }
 
 private:
+    void addCache()
+    {
+        cache_ = effects_->add_subcommand("cache", "Compiled effects and pipelines that are kept on disk");
+        cacheInfo_ = cache_->add_subcommand("info", "Show where they are and how much there is");
+        cacheClear_ = cache_->add_subcommand("clear", "Remove them; they are made anew when needed");
+        for (CLI::App* command : {cacheInfo_, cacheClear_}) {
+            command->add_flag("--json", cacheOptions_.json, "Print JSON");
+            command->group("Commands");
+        }
+    }
+
+    Command cacheCommand()
+    {
+        if (!cacheInfo_->parsed() && !cacheClear_->parsed()) {
+            refuseExtras(*cache_, "effects cache");
+            throw Failure(ExitCode::usage, "a command is missing after effects cache", app_.help());
+        }
+        const bool clear = cacheClear_->parsed();
+        refuseExtras(clear ? *cacheClear_ : *cacheInfo_,
+                     clear ? "effects cache clear" : "effects cache info");
+        cacheOptions_.action = clear ? EffectsCacheOptions::Action::Clear : EffectsCacheOptions::Action::Info;
+        return cacheOptions_;
+    }
+
     std::string chosenCommand() const
     {
         std::string name;
@@ -385,6 +412,9 @@ private:
         if (watch_->parsed()) {
             refuseExtras(*watch_, "effects watch");
             return watchCommand();
+        }
+        if (cache_->parsed()) {
+            return cacheCommand();
         }
         if (devices_->parsed()) {
             refuseExtras(*devices_, "devices");
@@ -426,12 +456,16 @@ private:
     EffectsCheckOptions checkOptions_;
     EffectsWatchOptions watchOptions_;
     std::vector<std::string> watchSettings_;
+    EffectsCacheOptions cacheOptions_;
     DevicesOptions devicesOptions_;
     CLI::App* convert_ = nullptr;
     CLI::App* effects_ = nullptr;
     CLI::App* list_ = nullptr;
     CLI::App* check_ = nullptr;
     CLI::App* watch_ = nullptr;
+    CLI::App* cache_ = nullptr;
+    CLI::App* cacheInfo_ = nullptr;
+    CLI::App* cacheClear_ = nullptr;
     CLI::App* devices_ = nullptr;
 };
 

@@ -39,13 +39,24 @@ struct EffectsWatchOptions
     std::string device;
 };
 
+struct EffectsCacheOptions
+{
+    enum class Action
+    {
+        Info,
+        Clear
+    };
+    Action action = Action::Info;
+    bool json = false;
+};
+
 struct DevicesOptions
 {
     bool json = false;
 };
 
 using Command = std::variant<ShowText, ConvertOptions, EffectsListOptions, EffectsCheckOptions,
-                             EffectsWatchOptions, DevicesOptions>;
+                             EffectsWatchOptions, EffectsCacheOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

@@ -33,6 +33,10 @@ struct Run
     {
         return runEffectsWatch(options, console);
     }
+    ExitCode operator()(const EffectsCacheOptions& options) const
+    {
+        return runEffectsCache(options, console);
+    }
     ExitCode operator()(const DevicesOptions& options) const { return runDevices(options, console); }
 };
 

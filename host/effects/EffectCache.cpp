@@ -20,15 +20,6 @@ std::optional<Digest> digestOfFile(const std::filesystem::path& file)
     return bytes ? std::optional(Cache::digestOf(*bytes)) : std::nullopt;
 }
 
-bool isUnchanged(const EffectInput& input)
-{
-    if (input.content) {
-        return digestOfFile(input.path) == input.content;
-    }
-    std::error_code error;
-    return !std::filesystem::is_regular_file(input.path, error);
-}
-
 } // namespace
 
 Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& content,
@@ -66,7 +57,8 @@ std::optional<EffectCompilation> EffectCache::find(const std::filesystem::path& 
     const auto bytes = store_->load(Cache::Kind::Effect, keyOf(file, *content, options));
     std::optional<EffectCompilation> known = bytes ? readEffectArchive(*bytes) : std::nullopt;
     if (!known || known->effect == nullptr || known->inputs.empty() ||
-        !std::all_of(known->inputs.begin(), known->inputs.end(), isUnchanged)) {
+        !std::all_of(known->inputs.begin(), known->inputs.end(),
+                     [](const EffectInput& input) { return isUnchanged(input, {}); })) {
         return std::nullopt;
     }
     return known;

@@ -15,4 +15,7 @@ struct EffectInput
         content; ///< of the bytes that were read; none when no file was there to read
 };
 
+/// Whether the file is now as it was then. A relative path is taken from that directory.
+bool isUnchanged(const EffectInput& input, const std::filesystem::path& directory);
+
 } // namespace Qx::Host

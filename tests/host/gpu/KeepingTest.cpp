@@ -54,7 +54,7 @@ protected:
         options.cacheDirectory = directory;
         GPUService gpu(options);
         EXPECT_TRUE(gpu.start()) << gpu.failure();
-        const Host::EffectCompileResult result = gpu.compileEffectFile(fromUTF8(effect().c_str()), {});
+        const EffectCompileResult result = gpu.compileEffectFile(fromUTF8(effect().c_str()), {});
         EXPECT_TRUE(result.effect) << result.errors.c_str();
         gpu.shutdown();
         EXPECT_EQ(gpu.statistics().validationMessages, 0U);

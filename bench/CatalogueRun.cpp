@@ -34,8 +34,7 @@ std::vector<std::filesystem::path> effectsIn(const std::filesystem::path& direct
     return files;
 }
 
-/// Waits until what was drawn into an image is done. Unlike finish() it leaves the library's own effects
-/// alone, whose compilation in the background would disturb what is measured.
+/// Waits until what was drawn into an image is done. Unlike finish() it needs none of the library's effects.
 void waitFor(Image::Surface& target)
 {
     if (const Qx::Ptr<iHostImage> image = OS().gpu().downloadImage(target.getGPUSurface())) {

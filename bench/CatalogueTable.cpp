@@ -58,6 +58,8 @@ std::optional<Figures> startOnce(const Configuration& configuration, const fs::p
          {"XDG_CACHE_HOME=", "XDG_CONFIG_HOME=", "XDG_STATE_HOME=", "XDG_DATA_HOME="}) {
         settings.push_back(variable + home.string());
     }
+    // The library's own effects are not there to be compiled in the background meanwhile.
+    settings.push_back("QX_SHADERS_DIR=" + home.string());
     for (char** each = environ; *each != nullptr; ++each) {
         settings.emplace_back(*each); // an earlier one of the same name wins
     }

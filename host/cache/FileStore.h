@@ -56,7 +56,8 @@ public:
     /// What of that kind is there.
     Usage usage(Kind kind) const;
 
-    /// Removes every entry, also while others use them, and what interrupted writers left. Empty, or why it could not.
+    /// Removes every entry, also while others use them, and what interrupted writers left. Empty, or why it
+    /// could not.
     std::string clear();
 
     const std::filesystem::path& directory() const { return directory_; }

@@ -1,15 +1,26 @@
 #include "host/effects/EffectCache.h"
 
 #include "host/cache/Bytes.h"
+#include "host/cache/ReadWhole.h"
 #include "host/effects/EffectArchive.h"
+#include "host/effects/Preprocessor.h"
 #include "host/effects/ShaderCompiler.h"
 
 #include <algorithm>
 #include <system_error>
 
 namespace Qx::Host {
+namespace {
 
 using Cache::Digest;
+
+std::optional<Digest> digestOfFile(const std::filesystem::path& file)
+{
+    const auto bytes = Cache::readWhole(file, Effects::Limits::fileBytes);
+    return bytes ? std::optional(Cache::digestOf(*bytes)) : std::nullopt;
+}
+
+} // namespace
 
 Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& content,
                           const EffectCompilerOptions& options) const
@@ -47,7 +58,7 @@ std::optional<EffectCompilation> EffectCache::find(const std::filesystem::path& 
     std::optional<EffectCompilation> known = bytes ? readEffectArchive(*bytes) : std::nullopt;
     if (!known || known->effect == nullptr || known->inputs.empty() ||
         !std::all_of(known->inputs.begin(), known->inputs.end(),
-                     [](const EffectInput& input) { return isUnchanged(input); })) {
+                     [](const EffectInput& input) { return isUnchanged(input, {}); })) {
         return std::nullopt;
     }
     return known;

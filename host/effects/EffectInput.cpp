@@ -7,20 +7,15 @@
 
 namespace Qx::Host {
 
-std::optional<Cache::Digest> digestOfFile(const std::filesystem::path& file)
-{
-    const auto bytes = Cache::readWhole(file, Effects::Limits::fileBytes);
-    return bytes ? std::optional(Cache::digestOf(*bytes)) : std::nullopt;
-}
-
 bool isUnchanged(const EffectInput& input, const std::filesystem::path& directory)
 {
     const std::filesystem::path path = directory / input.path;
-    if (input.content) {
-        return digestOfFile(path) == input.content;
+    if (!input.content) {
+        std::error_code error;
+        return !std::filesystem::is_regular_file(path, error);
     }
-    std::error_code error;
-    return !std::filesystem::is_regular_file(path, error);
+    const auto bytes = Cache::readWhole(path, Effects::Limits::fileBytes);
+    return bytes && Cache::digestOf(*bytes) == *input.content;
 }
 
 } // namespace Qx::Host

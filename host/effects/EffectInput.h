@@ -15,11 +15,7 @@ struct EffectInput
         content; ///< of the bytes that were read; none when no file was there to read
 };
 
-/// The digest of a file that an effect could be made of; none when there is no such file to read.
-std::optional<Cache::Digest> digestOfFile(const std::filesystem::path& file);
-
-/// Whether another look at the file would find the same: its bytes, or nothing to read. A relative path
-/// starts from `directory`, or from where the process stands when that is empty.
-bool isUnchanged(const EffectInput& input, const std::filesystem::path& directory = {});
+/// Whether the file is now as it was then. A relative path is taken from that directory.
+bool isUnchanged(const EffectInput& input, const std::filesystem::path& directory);
 
 } // namespace Qx::Host

@@ -28,6 +28,17 @@ struct EffectsCheckOptions
     bool json = false;
 };
 
+struct EffectsWatchOptions
+{
+    std::filesystem::path file;   ///< an effect, a directory of effects, or a name; empty: the catalogue
+    std::filesystem::path input;  ///< the picture to show the effect on
+    std::filesystem::path output; ///< where to; empty: nothing is shown
+    std::string technique;
+    std::vector<ParameterSetting> settings;
+    bool force = false;
+    std::string device;
+};
+
 struct EffectsCacheOptions
 {
     enum class Action
@@ -45,13 +56,13 @@ struct DevicesOptions
 };
 
 using Command = std::variant<ShowText, ConvertOptions, EffectsListOptions, EffectsCheckOptions,
-                             EffectsCacheOptions, DevicesOptions>;
+                             EffectsWatchOptions, EffectsCacheOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.
 Command parseCommandLine(const std::vector<std::string>& arguments);
 
-/// Reads "NAME=VALUE[,VALUE...]"; throws Failure (usage).
-ParameterSetting parseSetting(const std::string& text);
+/// Reads "NAME=VALUE[,VALUE...]", said to that command; throws Failure (usage).
+ParameterSetting parseSetting(const std::string& text, const std::string& command);
 
 } // namespace Qx::Program

@@ -12,7 +12,11 @@ namespace Qx::Program {
 ExitCode runConvert(const ConvertOptions& options, Console& console);
 ExitCode runEffectsList(const EffectsListOptions& options, Console& console);
 ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console);
+ExitCode runEffectsWatch(const EffectsWatchOptions& options, Console& console);
 ExitCode runEffectsCache(const EffectsCacheOptions& options, Console& console);
 ExitCode runDevices(const DevicesOptions& options, Console& console);
+
+/// Converts on the host that is running, without a word. Throws Failure.
+void convertQuietly(const ConvertOptions& options);
 
 } // namespace Qx::Program

@@ -29,6 +29,10 @@ struct Run
     {
         return runEffectsCheck(options, console);
     }
+    ExitCode operator()(const EffectsWatchOptions& options) const
+    {
+        return runEffectsWatch(options, console);
+    }
     ExitCode operator()(const EffectsCacheOptions& options) const
     {
         return runEffectsCache(options, console);

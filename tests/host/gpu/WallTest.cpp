@@ -1,6 +1,8 @@
 #include "platform/Text.h"
 #include "tests/host/gpu/GpuFixture.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
@@ -88,8 +90,14 @@ std::string loopingEffect(const std::string& count)
 TEST_F(WallTest, ADrawThatDoesNotEndIsStopped)
 {
     ::setenv("QXFXC_TEST", "drawing:spin:bad.fx", 1);
-    expectFailure(write("bad.fx", harmless),
-                  "did not end within 1 s of processor time and was stopped while drawing [technique \"T\"]");
+    const EffectCompileResult failed = compile(write("bad.fx", harmless));
+    EXPECT_FALSE(failed.effect);
+    EXPECT_THAT(
+        failed.errors.c_str(),
+        testing::MatchesRegex(".*/bad.fx: error: the worker process did not end within .* and was stopped "
+                              "while drawing .technique \"T\".\n"));
+    EXPECT_TRUE(effect(harmless));
+    EXPECT_FALSE(gpu().isLost());
 }
 
 TEST_F(WallTest, AnEndlessShaderIsStoppedOrCutShortByItsDriver)

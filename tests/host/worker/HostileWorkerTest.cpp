@@ -1,5 +1,7 @@
 #include "tests/host/worker/WorkerFixture.h"
 
+#include <gmock/gmock.h>
+
 #include <fstream>
 #include <sys/stat.h>
 
@@ -11,7 +13,7 @@ struct Mischief
 {
     const char* name;
     const char* order;
-    const char* message; ///< behind "FILE: error: "
+    const char* message; ///< behind "FILE: error: ", as a regular expression
 };
 
 void PrintTo(const Mischief& mischief, std::ostream* stream)
@@ -35,7 +37,8 @@ TEST_P(HostileWorkerTest, CostsOneMessageAndTheNextEffectCompiles)
     EXPECT_NE(before.effect, nullptr) << before.messages;
     const EffectCompilation failed = compile(hostile);
     EXPECT_EQ(failed.effect, nullptr);
-    EXPECT_EQ(failed.messages, hostile.string() + ": error: " + GetParam().message + "\n");
+    EXPECT_THAT(failed.messages,
+                testing::MatchesRegex(".*/hostile.fx: error: " + std::string(GetParam().message) + "\n"));
     const EffectCompilation after = compile(good);
     EXPECT_NE(after.effect, nullptr) << after.messages;
     EXPECT_EQ(workers().processesStarted(), 2U);
@@ -45,13 +48,13 @@ TEST_P(HostileWorkerTest, CostsOneMessageAndTheNextEffectCompiles)
 INSTANTIATE_TEST_SUITE_P(
     , HostileWorkerTest,
     testing::Values(
-        Mischief{"Crash", "compiling:crash", "the worker process crashed (SIGABRT) while compiling"},
-        Mischief{"Kill", "compiling:kill", "the worker process was killed (SIGKILL) while compiling"},
-        Mischief{"KillAtTheEnd", "answering:kill", "the worker process was killed (SIGKILL) while compiling"},
+        Mischief{"Crash", "compiling:crash", "the worker process crashed .SIGABRT. while compiling"},
+        Mischief{"Kill", "compiling:kill", "the worker process was killed .SIGKILL. while compiling"},
+        Mischief{"KillAtTheEnd", "answering:kill", "the worker process was killed .SIGKILL. while compiling"},
         Mischief{"Exit", "compiling:exit",
-                 "the worker process ended by itself (exit code 3) while compiling"},
+                 "the worker process ended by itself .exit code 3. while compiling"},
         Mischief{"Spin", "compiling:spin",
-                 "the worker process did not end within 1800 ms of processor time and was stopped while "
+                 "the worker process did not end within .* and was stopped while "
                  "compiling"},
         Mischief{"Stall", "compiling:stall",
                  "the worker process did not end within 7200 ms and was stopped while compiling"},

@@ -29,4 +29,7 @@ inline constexpr const char* fetchFunction = "qxfx_tex2Dfetch";
 /// it, several at once.
 std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl);
 
+/// The versions of the libraries that the shaders come from.
+std::string shaderCompilerVersion();
+
 } // namespace Qx::Host::Effects

@@ -45,13 +45,25 @@ struct EffectsDescribeOptions
     bool json = false;
 };
 
+struct EffectsCacheOptions
+{
+    enum class Action
+    {
+        Info,
+        Clear
+    };
+    Action action = Action::Info;
+    bool json = false;
+};
+
 struct DevicesOptions
 {
     bool json = false;
 };
 
-using Command = std::variant<ShowText, ConvertOptions, EffectsListOptions, EffectsCheckOptions,
-                             EffectsWatchOptions, EffectsDescribeOptions, DevicesOptions>;
+using Command =
+    std::variant<ShowText, ConvertOptions, EffectsListOptions, EffectsCheckOptions, EffectsWatchOptions,
+                 EffectsDescribeOptions, EffectsCacheOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

@@ -14,6 +14,7 @@ ExitCode runEffectsList(const EffectsListOptions& options, Console& console);
 ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console);
 ExitCode runEffectsWatch(const EffectsWatchOptions& options, Console& console);
 ExitCode runEffectsDescribe(const EffectsDescribeOptions& options, Console& console);
+ExitCode runEffectsCache(const EffectsCacheOptions& options, Console& console);
 ExitCode runDevices(const DevicesOptions& options, Console& console);
 
 /// Converts on the host that is running, without a word. Throws Failure.

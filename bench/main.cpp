@@ -12,6 +12,7 @@
 
 namespace Qx::Bench {
 void registerConversions();
+void registerFormats();
 void registerStartUp();
 void registerTechniqueApplication();
 } // namespace Qx::Bench
@@ -44,6 +45,7 @@ int main(int argc, char** argv)
     Qx::Host::start(options);
 
     Qx::Bench::registerConversions();
+    Qx::Bench::registerFormats();
     Qx::Bench::registerTechniqueApplication();
     Qx::Bench::registerStartUp();
     Qx::Bench::MarkdownReport report;

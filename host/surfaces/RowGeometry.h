@@ -20,7 +20,7 @@ struct RowGeometry
     iGPUImage::eFormat texels = iGPUImage::eARGB8;
 
     /// The image that holds these rows, in texels.
-    XY<int> imageSize() const;
+    QX_API XY<int> imageSize() const;
 };
 
 /// Bytes of a texel.

@@ -70,7 +70,7 @@ const char* kindOf(const FormatInfo& info)
 std::string blockText(const PixelFormat& format)
 {
     if (format.info->planes != Planes::One) {
-        return fmt::format("planes, {} bytes a component", format.bits / 8);
+        return format.isDeep() ? "planes of 16-bit words" : "planes of bytes";
     }
     const RowLayout& layout = format.info->layout(format.bits);
     return fmt::format("{} {} in {} bytes", layout.blockPixels, layout.blockPixels == 1 ? "pixel" : "pixels",

@@ -59,6 +59,8 @@ constexpr std::array containers{
     stored(Image::B48R, 16, "nut", "RGB0", AV_PIX_FMT_RGB48LE),
     stored(Image::B48R, 8, "mov", "raw ", AV_PIX_FMT_RGB24),
     stored(Image::B48R, 8, "nut", "RGB\x18", AV_PIX_FMT_RGB24),
+    stored(Image::PlanarRGB, 8, "nut", "G3\0\x08", AV_PIX_FMT_GBRP),
+    stored(Image::PlanarRGB, 16, "nut", "G3\0\x10", AV_PIX_FMT_GBRP16LE),
     stored(Image::B64A, 16, "mov", "b64a", AV_PIX_FMT_RGBA64BE, true), // the decoder puts alpha last
 };
 
@@ -81,9 +83,11 @@ Format sameRows(Format format, int bits)
 {
     switch (format) {
     case Image::YUYV:
-        return Image::YUY2;
+        return bits == 16 ? Image::Y216 : Image::YUY2;
     case Image::V216:
         return Image::Y216;
+    case Image::YUY2:
+        return bits == 16 ? Image::Y216 : format;
     case Image::BGRA32:
         return Image::BGRA;
     case Image::RGB24:
@@ -131,7 +135,7 @@ std::string ffmpegNameOf(Format format, int bits)
     const Format same = sameRows(format, bits);
     for (const StoredContainer& each : containers) {
         const bool isSame = each.format == same && each.bits == bits && !each.bigEndian;
-        if (isSame && each.format != Image::YV12) {
+        if (isSame && each.format != Image::YV12 && each.format != Image::PlanarRGB) {
             return av_get_pix_fmt_name(each.pixelFormat);
         }
     }

@@ -131,6 +131,9 @@ Status StoredVideo::encode(const void* rows, std::ptrdiff_t pitch, const FrameTi
     if (container_.bigEndian) {
         swapWords(packet->data, size);
     }
+    if (layout_.format == Image::PlanarRGB) {
+        std::rotate(packet->data, packet->data + size / 3, packet->data + size); // green comes first there
+    }
     packet->pts = times_.next(time, context_->time_base);
     packet->dts = packet->pts;
     packet->duration = times_.duration(time, context_->time_base);

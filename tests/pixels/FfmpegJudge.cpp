@@ -164,4 +164,14 @@ std::vector<std::uint16_t> b64aByFfmpeg(const std::vector<std::byte>& frame, uns
     return samples;
 }
 
+std::vector<std::uint8_t> m101Extradata(unsigned depth, std::size_t pitch)
+{
+    std::vector<std::uint8_t> bytes(24);
+    bytes[8] = static_cast<std::uint8_t>(depth);
+    bytes[12] = 3;
+    for (unsigned i = 0; i < 4; ++i)
+        bytes[20 + i] = static_cast<std::uint8_t>(pitch >> (8 * i));
+    return bytes;
+}
+
 } // namespace Qx::Pixels

@@ -19,6 +19,9 @@ std::vector<std::vector<std::uint16_t>> samplesByFfmpeg(const std::string& pixel
 TenBitCodes decodedByFfmpeg(const std::string& decoder, const std::vector<std::byte>& frame, unsigned width,
                             unsigned height, const std::vector<std::uint8_t>& extradata);
 
+/// What the "m101" decoder needs to know, as AVI files carry it: the depth, progressive, the bytes of a row.
+std::vector<std::uint8_t> m101Extradata(unsigned depth, std::size_t pitch);
+
 /// The frame that FFmpeg's v210 encoder writes. Empty when it refuses.
 std::vector<std::byte> v210ByFfmpeg(const TenBitCodes& codes);
 

@@ -161,17 +161,6 @@ std::vector<std::byte> joined(const Rows& rows, std::size_t pitch)
     return bytes;
 }
 
-/// As AVI files carry it: the depth, progressive, the bytes of a row.
-std::vector<std::uint8_t> m101Extradata(unsigned depth, std::size_t pitch)
-{
-    std::vector<std::uint8_t> bytes(24);
-    bytes[8] = static_cast<std::uint8_t>(depth);
-    bytes[12] = 3;
-    for (unsigned i = 0; i < 4; ++i)
-        bytes[20 + i] = static_cast<std::uint8_t>(pitch >> (8 * i));
-    return bytes;
-}
-
 /// Never fewer than four lines: FFmpeg's v210 decoder leaves such frames black.
 void forSomeSizes(const std::function<void(const TenBitCodes&)>& check)
 {

@@ -28,17 +28,19 @@ float _Height = 0.0;
 #include "Include/Components.fxh"
 #include "Include/TenBit.fxh"
 
-// The picture is bound a second time with its rectangle moved aside, where a technique is applied to a surface.
-// Where an image is drawn through an effect, it is bound once.
-bool ofSurface(float2 uv, float2 moved)
+// Where a technique is applied to a surface, its picture is bound a second time, with the rectangle moved aside;
+// where an image is drawn through an effect, it is bound once. What is not bound has the rectangle (0, 0, 1, 1),
+// as the third one always has.
+bool isSurface(float2 second, float2 unbound)
 {
-    return moved.x != uv.x && moved.y == uv.y;
+    return second.x != unbound.x;
 }
 
-// The rectangle of a surface is that of its rows, padding included. Moved right, it is by one of its pixels.
-float4 copy(float2 uv : TEXCOORD0, float2 moved : TEXCOORD1) : COLOR0
+// The rectangle of a surface is that of its rows, padding included. Moved to the right, it is by a pixel of the
+// picture: whose width is thus known to be _Width.
+float4 copy(float2 uv : TEXCOORD0, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLOR0
 {
-    bool knowsWidth = ofSurface(uv, moved) && abs((moved.x - uv.x) * _Width - 1.0) < 0.1;
+    bool knowsWidth = isSurface(second, unbound) && abs((second.x - uv.x) * _Width - 1.0) < 0.1;
     float used = knowsWidth ? min(_Width / inputSize.x, 1.0) : 1.0;
     return tex2D(SourceSampler, float2(uv.x * used, uv.y));
 }
@@ -71,10 +73,10 @@ float4 reorderVideo(float2 pos : VPOS, uniform int order) : COLOR0
 }
 
 // B G R A pictures are drawn through this; surfaces that it is applied to are video.
-float4 reverseOrder(float2 pos : VPOS, float2 uv : TEXCOORD0, float2 moved : TEXCOORD1) : COLOR0
+float4 reverseOrder(float2 pos : VPOS, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLOR0
 {
     float4 c = componentsAt(int2(pos)).wzyx;
-    return texelOf(ofSurface(uv, moved) ? atTargetDepth(c) : c);
+    return texelOf(isSurface(second, unbound) ? atTargetDepth(c) : c);
 }
 
 // ---- Three components a pixel ----

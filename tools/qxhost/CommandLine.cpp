@@ -188,7 +188,8 @@ Media::Rational parseRate(const std::string& word)
     return rate;
 }
 
-CLI::Option* addRate(CLI::App& app, Media::Rational& rate, const std::string& description)
+template <class Target>
+CLI::Option* addRate(CLI::App& app, Target& rate, const std::string& description)
 {
     return app
         .add_option_function<std::string>(

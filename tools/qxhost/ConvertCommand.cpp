@@ -88,6 +88,9 @@ Media::Depth depthOf(const Conversion& conversion)
 Media::Colour storedColour(const Conversion& conversion)
 {
     Media::Colour colour = conversion.colour.forWriting;
+    // A guess is worth a note where something is made by it, and no tag where codes are passed on.
+    colour.rangeGuessed = conversion.keepCodes && conversion.colour.rangeGuessed;
+    colour.matrixGuessed = conversion.keepCodes && conversion.colour.matrixGuessed;
     if (conversion.options.format->isYCrCb() && !conversion.keepCodes) {
         colour.range = Media::Range::video;
         colour.matrix = Media::matrixForWidth(conversion.settings.width);
@@ -139,7 +142,7 @@ void fillSettings(Conversion& conversion)
     settings.audio = conversion.input->audio();
     if (options.format) {
         settings.stored = storedLayout(*options.format, static_cast<unsigned>(info.width),
-                                       static_cast<unsigned>(info.height), options.outputRowBytes);
+                                       static_cast<unsigned>(info.height), 0);
         settings.colour = storedColour(conversion);
     }
     settings.rgbRange = rgbRange(conversion);
@@ -165,10 +168,12 @@ void prepareConversion()
 
 void noteDecisions(const Conversion& conversion, Console& console)
 {
-    for (const std::string& note : conversion.colour.notes) {
-        console.note(note);
-    }
     const ConvertOptions& options = conversion.options;
+    for (const std::string& note : conversion.colour.notes) {
+        if (!conversion.keepCodes) {
+            console.note(note);
+        }
+    }
     if (options.audio && options.start > 0 && conversion.info().hasAudio &&
         !Media::writesPictures(options.output)) {
         console.note("the audio is left out, because --start leaves out the frames that it begins with");
@@ -231,6 +236,7 @@ Json describeRun(const Conversion& conversion)
     run["bitsPerComponent"] = conversion.options.format ? static_cast<int>(conversion.options.format->bits)
                                                         : static_cast<int>(conversion.settings.depth);
     run["source"] = describeSource(conversion);
+    run["codesKept"] = conversion.keepCodes;
     run["outputRange"] = nameOf(conversion.settings.rgbRange);
     run["device"]["name"] = deviceName();
     run["device"]["software"] = deviceIsSoftware();
@@ -275,7 +281,7 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects)
 /// Runs the pipeline; false when it was interrupted.
 bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
 {
-    ProgressDisplay progress(console, expectedFrames(conversion.options, conversion.info()));
+    ProgressDisplay progress(console, conversion.settings.expectedFrames);
     FramePipeline pipeline(job, [&](std::int64_t done) { progress.update(done); });
     // From here on there are files to clean up.
     const Interruption interruption([&] { pipeline.stop(); });

@@ -35,8 +35,8 @@ struct RawInputOptions
     std::optional<PixelFormat> format; ///< empty: the input is a clip or picture
     unsigned width = 0;                ///< pixels; 0: not said
     unsigned height = 0;
-    std::size_t rowBytes = 0; ///< from a row to the next in the file; 0: the format's own
-    Media::Rational frameRate{25, 1};
+    std::size_t rowBytes = 0;                 ///< from a row to the next in the file; 0: the format's own
+    std::optional<Media::Rational> frameRate; ///< empty: 25
 };
 
 /// "qxhost fields": every frame becomes its two fields.
@@ -64,7 +64,6 @@ struct ConvertOptions
 
     RawInputOptions raw;
     std::optional<PixelFormat> format; ///< of the frames written; empty: the encoder's own
-    std::size_t outputRowBytes = 0;    ///< of rows in a raw output; 0: the format's own
     PictureStep step;
 
     std::optional<Media::Range> range; ///< of the input, instead of what its tags say

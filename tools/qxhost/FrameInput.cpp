@@ -59,11 +59,11 @@ Media::StreamInfo describeRaw(const RawInputOptions& raw, std::int64_t frames)
     Media::StreamInfo info;
     info.width = static_cast<int>(raw.width);
     info.height = static_cast<int>(raw.height);
-    info.frameRate = raw.frameRate;
-    info.timeBase = {raw.frameRate.den, raw.frameRate.num};
+    info.frameRate = raw.frameRate.value_or(Media::Rational{25, 1});
+    info.timeBase = {info.frameRate.den, info.frameRate.num};
     info.frameCount = frames;
     info.frameCountIsExact = true;
-    info.duration = static_cast<double>(frames) / raw.frameRate.toDouble();
+    info.duration = static_cast<double>(frames) / info.frameRate.toDouble();
     const PixelFormat& format = require(raw.format);
     const bool yCrCb = format.isYCrCb();
     info.colour.matrix = Media::matrixForWidth(info.width);
@@ -152,6 +152,20 @@ std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)
     return std::make_unique<RawInput>(std::move(reader.value()), raw);
 }
 
+/// What only raw frames need to be told.
+void refuseRawOptions(const RawInputOptions& raw)
+{
+    const char* option = raw.width != 0      ? "--size"
+                         : raw.rowBytes != 0 ? "--row-bytes"
+                         : raw.frameRate     ? "--fps"
+                                             : nullptr;
+    if (option != nullptr) {
+        throw Failure(ExitCode::usage,
+                      std::string(option) +
+                          ": describes raw frames; add --raw FORMAT ('qxhost formats' lists them)");
+    }
+}
+
 } // namespace
 
 bool holdsRgb(const Media::StreamInfo& info)
@@ -164,11 +178,7 @@ std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool 
     if (options.raw.format) {
         return openRaw(options);
     }
-    if (options.raw.width != 0 || options.raw.rowBytes != 0) {
-        throw Failure(ExitCode::usage,
-                      std::string(options.raw.width != 0 ? "--size" : "--row-bytes") +
-                          ": describes raw frames; add --raw FORMAT ('qxhost formats' lists them)");
-    }
+    refuseRawOptions(options.raw);
     auto reader = Media::ClipReader::open(options.input, {.threads = 0, .keepAudio = keepAudio});
     if (!reader) {
         throw Failure(ExitCode::input, reader.text());

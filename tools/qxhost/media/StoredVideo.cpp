@@ -84,11 +84,15 @@ void StoredVideo::tagColours(const OutputSettings& settings)
         context_->color_range = settings.rgbRange == Range::full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
         return;
     }
-    const auto tag = static_cast<AVColorSpace>(settings.colour.matrixTag);
-    const bool is709 = settings.colour.matrix == Matrix::bt709;
-    const bool isSame601 = !is709 && (tag == AVCOL_SPC_BT470BG || tag == AVCOL_SPC_SMPTE170M);
-    context_->colorspace = is709 ? AVCOL_SPC_BT709 : (isSame601 ? tag : AVCOL_SPC_SMPTE170M);
-    context_->color_range = settings.colour.range == Range::full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    if (!settings.colour.rangeGuessed) {
+        context_->color_range = settings.colour.range == Range::full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    }
+    if (!settings.colour.matrixGuessed) {
+        const auto tag = static_cast<AVColorSpace>(settings.colour.matrixTag);
+        const bool is709 = settings.colour.matrix == Matrix::bt709;
+        const bool isSame601 = !is709 && (tag == AVCOL_SPC_BT470BG || tag == AVCOL_SPC_SMPTE170M);
+        context_->colorspace = is709 ? AVCOL_SPC_BT709 : (isSame601 ? tag : AVCOL_SPC_SMPTE170M);
+    }
     context_->chroma_sample_location = AVCHROMA_LOC_LEFT;
 }
 

@@ -47,8 +47,9 @@ unsigned parseDepth(const std::string& option, const FormatInfo& info, const std
     const char* end = text.data() + text.size();
     const auto [stopped, error] = std::from_chars(text.data(), end, bits);
     if (error != std::errc() || stopped != end || !info.hasDepth(bits)) {
-        throw Failure(ExitCode::usage, fmt::format("{}: {} has no depth \"{}\"; it has {}", option, info.word,
-                                                   text, depthsOf(info)));
+        throw Failure(ExitCode::usage,
+                      fmt::format("{}: {} has no depth \"{}\"; it has {} ('qxhost formats' lists them)",
+                                  option, info.word, text, depthsOf(info)));
     }
     return bits;
 }

@@ -219,7 +219,7 @@ Qx::Ptr<iGPUImage> channelExpand(const Qx::Ptr<iGPUImage>& image, iGPUImage::eFo
     }
     const XY<int> size = image->getSize();
     const int width = 4 * size.x;
-    const Qx::Ptr<iGPUImage> expanded = OS().gpu().createGPUImage({width, size.y}, fmt);
+    Qx::Ptr<iGPUImage> expanded = OS().gpu().createGPUImage({width, size.y}, fmt);
     if (!expanded) {
         return {};
     }

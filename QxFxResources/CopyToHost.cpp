@@ -49,19 +49,20 @@ const char* orderingTechnique(const Core::Data& fmt)
     }
 }
 
-/// Runs a technique of "null.fx" over the source into an image of that depth, and gives the source that image
-/// and the requested description. The source stays as it is when the effect cannot be had.
-void redraw(Surface& source, iGPUImage::eFormat format, const char* technique, const Core::Data& fmt)
+/// A surface on the GPU of the source's size, one texel a pixel.
+Surface makeTarget(const Surface& source, iGPUImage::eFormat format)
 {
-    const Qx::Ptr<iShaderEffect> effect = getShader(nullEffect);
     const XY<int> size{static_cast<int>(source.getWidth()), static_cast<int>(source.getHeight())};
-    Surface result = makeWrapper(OS().gpu().createGPUImage(size, format));
-    if (format == iGPUImage::eARGB10) {
-        result.setDataFormat(ARGB10);
-        result.setBitsPerComponent(10);
-    }
-    if (applyTechnique(effect, source, result, technique, static_cast<float>(source.getWidth()))) {
-        source.setGPUSurface(result.getGPUSurface());
+    return makeWrapper(OS().gpu().createGPUImage(size, format));
+}
+
+/// Runs a technique of "null.fx" over the source into the target, and gives the source the target's image and
+/// the requested description. The source stays as it is when the technique cannot be had.
+void redraw(const Qx::Ptr<iShaderEffect>& effect, Surface& source, Surface& target, const char* technique,
+            const Core::Data& fmt)
+{
+    if (applyTechnique(effect, source, target, technique, static_cast<float>(source.getWidth()))) {
+        source.setGPUSurface(target.getGPUSurface());
         source.setData(fmt);
     }
 }
@@ -106,9 +107,14 @@ Surface copyToHostRGBSurface(Surface source, const Core::Data& fmt, Polarity /*p
     const unsigned given = source.getBitsPerComponent();
     if (given != 10 && wanted == 10) {
         QX_CONVERTER_ASSERT(fmt.getDataFormat() == ARGB10, "fmt.getDataFormat() == ARGB10", 921);
-        redraw(source, iGPUImage::eARGB10, "Null", fmt);
+        const Qx::Ptr<iShaderEffect> effect = getShader(nullEffect);
+        Surface target = makeTarget(source, iGPUImage::eARGB10);
+        target.setDataFormat(ARGB10); // which a host's wrapper need not say
+        target.setBitsPerComponent(10);
+        redraw(effect, source, target, "Null", fmt);
     } else if (given != wanted || source.getDataFormat() != fmt.getDataFormat()) {
-        redraw(source, wanted == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16, orderingTechnique(fmt), fmt);
+        Surface target = makeTarget(source, wanted == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16);
+        redraw(getShader(nullEffect), source, target, orderingTechnique(fmt), fmt);
     }
     return source.copyToHost();
 }

@@ -63,8 +63,9 @@ QX_API bool packMatrox10BitFormat(const Surface& source, Surface& dest) noexcept
 
 /// Brings any component order of 4:2:2 to YUY2, YUY2 to UYVY, and gives 16-bit YUY2 the name Y216 or v216.
 /// The result is in `destFormat` where the source's format can be brought there; otherwise it is a copy of
-/// the source, or what the source's order gives, and an assertion on standard output says so. `gpuFormat`:
-/// the depth that is wanted; 16 bits are kept only for a source of more than 8.
+/// the source, or what the source's order gives, and an assertion on standard output says so. A new image's
+/// rows have no padding, and the rest of its description is the source's, bits per component and per pixel
+/// included. `gpuFormat`: the depth that is wanted; 16 bits are kept only for a source of more than 8.
 QX_API Surface reorderComponents(Surface& source, Format destFormat, iGPUImage::eFormat gpuFormat) noexcept;
 
 /// Brings any order of RGB, and YUY2 or Y216, to ARGB on the GPU, top line first. The source itself when it
@@ -81,10 +82,13 @@ QX_API Qx::Ptr<iGPUImage> channelExpand(const Qx::Ptr<iGPUImage>& image, iGPUIma
 QX_API Surface copyToHostSurface(Surface source, const Core::Data& fmt, Polarity polarity) noexcept;
 
 /// Full-range RGB to video-range YCrCb 4:2:2: BT.709 from a width of 721 on, BT.601 below. The result carries
-/// `polarity`.
+/// `polarity`. In the format that was asked for leave YUY2, UYVY, and at 16 bits Y216 and v216; at 10 bits
+/// M101. Any other leaves as YUY2, or at 10 bits YUY2 as M101; the result's description tells.
 QX_API Surface copyToHostYUVSurface(Surface source, const Core::Data& fmt, Polarity polarity) noexcept;
 
-/// To another order or depth of RGB. The result is described by `fmt`. `polarity` is not used.
+/// To another order or depth of RGB: to b48r, 24BG and 16-bit b64a; to any other in the order of ARGB. The
+/// result is described by `fmt`, by which its rows are laid out; one that needed no conversion, or for which
+/// "null.fx" cannot be had, keeps its own description. `polarity` is not used.
 QX_API Surface copyToHostRGBSurface(Surface source, const Core::Data& fmt, Polarity polarity) noexcept;
 
 } // namespace ColourConversion

@@ -7,6 +7,7 @@
 #include "platform/OS.h"
 
 #include <algorithm>
+#include <cstdint>
 
 namespace Qx::Image {
 
@@ -72,7 +73,7 @@ Qx::Ptr<iGPUImage> createResizedSurface(Qx::Ptr<iGPUImage> source, const XY<int>
     if (!source) {
         return {};
     }
-    const Qx::Ptr<iGPUImage> resized = OS().gpu().createGPUImage(size, format);
+    Qx::Ptr<iGPUImage> resized = OS().gpu().createGPUImage(size, format);
     if (!resized) {
         LogBoth("Failed to create GPU surface\n");
         return source;
@@ -110,11 +111,15 @@ void interlaceCopy(Qx::Ptr<iGPUImage> source, Qx::Ptr<iGPUImage> dest, const XY<
     if (!source || !dest) {
         return;
     }
-    auto [width, height] = source->getSize();
-    const int destWidth = dest->getSize().x;
-    auto [x, y] = position;
+    // Positions may be any integers: their sums and multiples do not fit an int.
+    using Integer = std::int64_t;
+    Integer width = source->getSize().x;
+    Integer height = source->getSize().y;
+    const Integer destWidth = dest->getSize().x;
+    Integer x = position.x;
+    Integer y = position.y;
 
-    int sourceX = 0;
+    Integer sourceX = 0;
     if (x < 0) {
         width += x;
         sourceX = -x;
@@ -124,7 +129,7 @@ void interlaceCopy(Qx::Ptr<iGPUImage> source, Qx::Ptr<iGPUImage> dest, const XY<
         width = destWidth - x;
     }
 
-    int sourceY = 0;
+    Integer sourceY = 0;
     if (y < 0) {
         height += y;
         sourceY = -2 * y; // a destination line is two of the source, and whole frames are treated alike
@@ -140,7 +145,7 @@ void interlaceCopy(Qx::Ptr<iGPUImage> source, Qx::Ptr<iGPUImage> dest, const XY<
         ++sourceY;
     }
 
-    const auto rectangle = [](int x0, int y0, int x1, int y1) {
+    const auto rectangle = [](Integer x0, Integer y0, Integer x1, Integer y1) {
         return RectangleOf<float>{static_cast<float>(x0), static_cast<float>(y0), static_cast<float>(x1),
                                   static_cast<float>(y1)};
     };

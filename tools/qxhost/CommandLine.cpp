@@ -71,6 +71,16 @@ constexpr const char* checkFooter = R"(Example:
 Prints the compiler's messages as FILE:LINE:COLUMN. Exit codes: 0 no errors, 1 errors, 3 a file is
 missing (the others are checked), 5 GPU device.)";
 
+constexpr const char* watchFooter = R"(Examples:
+  qxhost effects watch my/glow.fx --input photo.png --output look.png
+      Draws photo.png through glow.fx into look.png, again each time glow.fx or a file that it
+      includes is saved. A viewer that reloads shows the look.
+  qxhost effects watch my
+      Compiles what is saved in the directory and prints the messages.
+
+The file's directory stands in for the user's templates meanwhile. A file that does not compile
+leaves the last good effect, and the picture, as they are. Ctrl-C ends it.)";
+
 [[noreturn]] void complain(const std::string& text, const std::string& command = "")
 {
     throw Failure(ExitCode::usage,
@@ -258,7 +268,7 @@ std::vector<EffectRequest> groupEffects(const CLI::App& app)
             complain(fmt::format("{} {} stands before any --effect that it could belong to", name, value),
                      "convert");
         } else if (name == "--set") {
-            effects.back().settings.push_back(parseSetting(value));
+            effects.back().settings.push_back(parseSetting(value, "convert"));
         } else if (!effects.back().technique.empty()) {
             complain("--effect " + effects.back().file + " has two techniques", "convert");
         } else {
@@ -441,6 +451,30 @@ CLI::App* addBlack(CLI::App& app, BlackOptions& options)
     return command;
 }
 
+CLI::App* addWatch(CLI::App& effects, EffectsWatchOptions& options, std::vector<std::string>& settings)
+{
+    CLI::App* watch = effects.add_subcommand(
+        "watch", "Compile effects each time they are saved, and show one on a picture");
+    watch
+        ->add_option(
+            "FILE", options.file,
+            "An effect file, a directory of them, or an effect's name.\nDefault: the whole catalogue")
+        ->option_text(" ");
+    watch->add_option("--input", options.input, "The picture, or clip, to show the effect on")
+        ->option_text("FILE");
+    watch->add_option("--output", options.output, "The picture to write each time")->option_text("FILE");
+    watch->add_option("--technique", options.technique, "The technique shown. Default: the effect's first")
+        ->option_text("NAME");
+    watch->add_option("--set", settings, "A parameter of the effect; several values for a vector")
+        ->option_text("NAME=V[,V...]")
+        ->allow_extra_args(false)
+        ->take_all();
+    watch->add_flag("--force", options.force, "Replace an output file that exists when watching begins");
+    addDevice(*watch, options.device);
+    watch->footer(watchFooter);
+    return watch;
+}
+
 void refuseExtras(const CLI::App& app, const std::string& command)
 {
     std::vector<std::string> extras = app.remaining();
@@ -547,6 +581,7 @@ public:
         formats_->add_flag("--json", formatsOptions_.json, "Print JSON");
         formats_->add_flag("--markdown", formatsOptions_.markdown,
                            "Print a page with pictures of the layouts");
+        watch_ = addWatch(*effects_, watchOptions_, watchSettings_);
         devices_ = app_.add_subcommand("devices", "List the devices that conversions can run on");
         devices_->add_flag("--json", devicesOptions_.json, "Print JSON");
         for (CLI::App* command : app_.get_subcommands({})) {
@@ -554,6 +589,7 @@ public:
         }
         list_->group("Commands");
         check_->group("Commands");
+        watch_->group("Commands");
         app_.footer(mainFooter); // last, because commands take over their parent's
     }
 
@@ -623,6 +659,10 @@ private:
                          "effects check");
             return checkOptions_;
         }
+        if (watch_->parsed()) {
+            refuseExtras(*watch_, "effects watch");
+            return watchCommand();
+        }
         if (devices_->parsed()) {
             refuseExtras(*devices_, "devices");
             return devicesOptions_;
@@ -638,6 +678,23 @@ private:
         return ShowText{std::string(program) + " " QX_VERSION "\n"};
     }
 
+    Command watchCommand()
+    {
+        if (watchOptions_.input.empty() != watchOptions_.output.empty()) {
+            complain("--input and --output belong together: the picture, and where it is shown",
+                     "effects watch");
+        }
+        const bool shows = !watchOptions_.output.empty();
+        if (!shows && (!watchOptions_.technique.empty() || !watchSettings_.empty())) {
+            complain("--technique and --set say how a picture is shown; give --input and --output too",
+                     "effects watch");
+        }
+        for (const std::string& setting : watchSettings_) {
+            watchOptions_.settings.push_back(parseSetting(setting, "effects watch"));
+        }
+        return watchOptions_;
+    }
+
     CLI::App app_{"Converts clips and pictures between YCbCr and RGB on the GPU, and runs effects on them."};
     bool version_ = false;
     ConvertOptions convertOptions_;
@@ -649,6 +706,8 @@ private:
     FormatsOptions formatsOptions_;
     EffectsListOptions listOptions_;
     EffectsCheckOptions checkOptions_;
+    EffectsWatchOptions watchOptions_;
+    std::vector<std::string> watchSettings_;
     DevicesOptions devicesOptions_;
     CLI::App* convert_ = nullptr;
     CLI::App* fields_ = nullptr;
@@ -658,10 +717,11 @@ private:
     CLI::App* effects_ = nullptr;
     CLI::App* list_ = nullptr;
     CLI::App* check_ = nullptr;
+    CLI::App* watch_ = nullptr;
     CLI::App* devices_ = nullptr;
 };
 
-float parseNumber(const std::string& word, const std::string& setting)
+float parseNumber(const std::string& word, const std::string& setting, const std::string& command)
 {
     if (word == "true" || word == "false") {
         return word == "true" ? 1.0F : 0.0F;
@@ -671,23 +731,23 @@ float parseNumber(const std::string& word, const std::string& setting)
     const auto [stopped, error] = std::from_chars(word.data(), end, value);
     if (word.empty() || error != std::errc() || stopped != end || !std::isfinite(value)) {
         complain("--set " + setting + ": \"" + word + "\" is no number (write 0.5, or 1,0.5,0 for a vector)",
-                 "convert");
+                 command);
     }
     return value;
 }
 
 } // namespace
 
-ParameterSetting parseSetting(const std::string& text)
+ParameterSetting parseSetting(const std::string& text, const std::string& command)
 {
     const std::size_t equals = text.find('=');
     if (equals == 0 || equals == std::string::npos) {
-        complain("--set " + text + ": write NAME=VALUE, as in --set gain=1.2", "convert");
+        complain("--set " + text + ": write NAME=VALUE, as in --set gain=1.2", command);
     }
     ParameterSetting setting{text.substr(0, equals), {}};
     for (std::size_t begin = equals + 1; begin <= text.size();) {
         const std::size_t comma = std::min(text.find(',', begin), text.size());
-        setting.values.push_back(parseNumber(text.substr(begin, comma - begin), text));
+        setting.values.push_back(parseNumber(text.substr(begin, comma - begin), text, command));
         begin = comma + 1;
     }
     return setting;

@@ -50,19 +50,30 @@ struct FormatsOptions
     bool markdown = false;
 };
 
+struct EffectsWatchOptions
+{
+    std::filesystem::path file;   ///< an effect, a directory of effects, or a name; empty: the catalogue
+    std::filesystem::path input;  ///< the picture to show the effect on
+    std::filesystem::path output; ///< where to; empty: nothing is shown
+    std::string technique;
+    std::vector<ParameterSetting> settings;
+    bool force = false;
+    std::string device;
+};
+
 struct DevicesOptions
 {
     bool json = false;
 };
 
 using Command = std::variant<ShowText, ConvertOptions, BlackOptions, EffectsListOptions, EffectsCheckOptions,
-                             FormatsOptions, DevicesOptions>;
+                             EffectsWatchOptions, FormatsOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.
 Command parseCommandLine(const std::vector<std::string>& arguments);
 
-/// Reads "NAME=VALUE[,VALUE...]"; throws Failure (usage).
-ParameterSetting parseSetting(const std::string& text);
+/// Reads "NAME=VALUE[,VALUE...]", said to that command; throws Failure (usage).
+ParameterSetting parseSetting(const std::string& text, const std::string& command);
 
 } // namespace Qx::Program

@@ -160,7 +160,7 @@ WriterPtr openOutput(const Conversion& conversion)
 /// Has the library obtain its effect now, where a failure has a place and does not cost frames.
 void prepareConversion()
 {
-    if (!Image::ColourConversion::init()) {
+    if (!Image::ColourConversion::isInitialised() && !Image::ColourConversion::init()) {
         static_cast<void>(obtainEffect("ColourConvert.fx")); // for its messages
         throw Failure(ExitCode::effect, "ColourConvert.fx: was not accepted; the log (qxhost.log) says why");
     }
@@ -339,6 +339,21 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
         return ExitCode::input;
     }
     return ExitCode::ok;
+}
+
+void convertQuietly(const ConvertOptions& options)
+{
+    refuseSameFile(options);
+    Conversion conversion{options, openInput(options), {}, {}, {}, 0, 0};
+    conversion.colour = chooseColour(options, conversion.info());
+    conversion.settings = outputSettings(conversion);
+    prepareConversion();
+    EffectChain effects(options.effects);
+    conversion.writer = openOutput(conversion);
+    FramePipeline(jobOf(conversion, effects), [](std::int64_t) {}).run(*conversion.writer);
+    if (const Media::Status finished = conversion.writer->finish(); !finished) {
+        throw Failure(ExitCode::output, finished.text());
+    }
 }
 
 } // namespace Qx::Program

@@ -24,11 +24,23 @@ std::string narrow(const LightweightString<wchar_t>& text)
     return std::string(toUTF8(text).view());
 }
 
+/// The catalogue's record of a file.
+const ShaderEffectInfo* findFile(const std::filesystem::path& file)
+{
+    std::error_code ignored;
+    for (const ShaderEffectInfo& info : Manager::instance().effects()) {
+        if (std::filesystem::equivalent(narrow(info.getFullPath()), file, ignored)) {
+            return &info;
+        }
+    }
+    return nullptr;
+}
+
 /// The catalogue's record of that name; null when there is none. A name with a directory is a path.
 const ShaderEffectInfo* findRecord(const std::string& nameOrPath)
 {
     if (nameOrPath.find('/') != std::string::npos) {
-        return nullptr;
+        return findFile(nameOrPath);
     }
     const ShaderEffectInfo& info = Manager::instance().findEffect(wide(nameOrPath));
     return info.name.empty() ? nullptr : &info;
@@ -54,6 +66,17 @@ bool isFile(const std::filesystem::path& path)
 }
 
 } // namespace
+
+bool isCatalogued(const std::string& nameOrPath)
+{
+    return findRecord(nameOrPath) != nullptr;
+}
+
+Qx::Ptr<iShaderEffect> catalogued(const std::string& nameOrPath)
+{
+    const ShaderEffectInfo* info = findRecord(nameOrPath);
+    return info != nullptr ? info->getShader() : Qx::Ptr<iShaderEffect>();
+}
 
 std::filesystem::path effectPath(const std::string& nameOrPath)
 {

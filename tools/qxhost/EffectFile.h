@@ -8,7 +8,13 @@
 
 namespace Qx::Program {
 
-// Effects as a user names them: by their name in the catalogue, or by a path.
+// Effects as a user names them: by their name in the catalogue, or by a path, which may be one of the
+// catalogue's too.
+
+bool isCatalogued(const std::string& nameOrPath);
+
+/// The catalogue's effect; empty when there is none or it never compiled.
+Qx::Ptr<iShaderEffect> catalogued(const std::string& nameOrPath);
 
 /// The compiled effect. Throws Failure (effect): there is no such effect, with what there is; or it does not
 /// compile, with the compiler's messages.

@@ -12,14 +12,14 @@ namespace Qx::Program {
 
 namespace {
 
-void start(const std::string& device)
+void start(const std::string& device, bool quiet)
 {
     // With this argument the library compiles effects when they are needed instead of all in the background.
     constexpr std::array arguments{"qxhost", "-transcode"};
     Host::start({.argc = static_cast<int>(arguments.size()),
                  .argv = arguments.data(),
                  .device = device.empty() ? nullptr : device.c_str(),
-                 .quiet = true});
+                 .quiet = quiet});
 }
 
 Host::DeviceDescription chosenDevice()
@@ -39,9 +39,9 @@ void tellComplaints(Console& console)
     }
 }
 
-HostSession::HostSession(const std::string& device, Console* console)
+HostSession::HostSession(const std::string& device, Console* console, Output output)
 {
-    start(device);
+    start(device, output == Output::quiet);
     const bool usable = Host::gpuService().start();
     if (console != nullptr) {
         tellComplaints(*console);

@@ -14,9 +14,16 @@ namespace Qx::Program {
 class HostSession
 {
 public:
+    enum class Output
+    {
+        quiet,
+        debug ///< on standard error, the library's lines among it
+    };
+
     /// `device` chooses as the option --device does; empty leaves it to the settings. What is wrong with the
     /// settings and the log is told to the console, if there is one.
-    explicit HostSession(const std::string& device, Console* console = nullptr);
+    explicit HostSession(const std::string& device, Console* console = nullptr,
+                         Output output = Output::quiet);
     ~HostSession();
     HostSession(const HostSession&) = delete;
     HostSession& operator=(const HostSession&) = delete;

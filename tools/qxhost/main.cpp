@@ -31,6 +31,10 @@ struct Run
     }
     ExitCode operator()(const BlackOptions& options) const { return runBlack(options, console); }
     ExitCode operator()(const FormatsOptions& options) const { return runFormats(options, console); }
+    ExitCode operator()(const EffectsWatchOptions& options) const
+    {
+        return runEffectsWatch(options, console);
+    }
     ExitCode operator()(const DevicesOptions& options) const { return runDevices(options, console); }
 };
 

@@ -43,6 +43,12 @@ std::vector<char*> pointers(std::vector<std::string>& texts)
     return result;
 }
 
+std::string textOf(const fs::path& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
 } // namespace
 
 std::string programPath()
@@ -102,6 +108,11 @@ bool Running::isRunning()
     return !reap(false);
 }
 
+std::string Running::errorSoFar() const
+{
+    return textOf(err_);
+}
+
 Outcome Running::wait()
 {
     using namespace std::chrono_literals;
@@ -114,13 +125,9 @@ Outcome Running::wait()
         ::kill(pid_, SIGKILL);
         reap(true);
     }
-    const auto text = [](const fs::path& file) {
-        std::ifstream in(file, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    };
     constexpr int signalBase = 128;
-    return {WIFEXITED(status_) ? WEXITSTATUS(status_) : signalBase + WTERMSIG(status_), text(out_),
-            text(err_)};
+    return {WIFEXITED(status_) ? WEXITSTATUS(status_) : signalBase + WTERMSIG(status_), textOf(out_),
+            textOf(err_)};
 }
 
 void ProgramTest::SetUp()
@@ -191,8 +198,7 @@ std::vector<std::string> ProgramTest::filesBeside(const std::vector<std::string>
 
 std::string ProgramTest::read(const fs::path& file)
 {
-    std::ifstream in(file, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    return textOf(file);
 }
 
 void ProgramTest::write(const std::string& name, const std::string& text) const

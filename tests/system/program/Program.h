@@ -32,6 +32,9 @@ public:
     void signal(int number) const;
     bool isRunning();
 
+    /// What it has written to standard error until now.
+    std::string errorSoFar() const;
+
     /// Waits for the end. A program that hangs is killed after a while, and fails the test.
     Outcome wait();
 

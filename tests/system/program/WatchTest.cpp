@@ -1,0 +1,168 @@
+#include "tests/system/program/Program.h"
+
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <regex>
+#include <thread>
+
+namespace Qx::System {
+
+namespace {
+
+/// An author at work on fx/glow.fx, which multiplies a picture of one grey by what fx/look.fxh says.
+class Watching : public ProgramTest
+{
+protected:
+    void SetUp() override
+    {
+        ProgramTest::SetUp();
+        fs::create_directory(at("fx"));
+        write("fx/look.fxh", "static const float gain = 0.5;\n");
+        write("fx/glow.fx", glow("gain"));
+        ffmpeg({"-f", "lavfi", "-i", "color=0xC8C8C8:size=16x16,format=rgb24", "-frames:v", "1", "in.png"});
+    }
+
+    static std::string glow(const std::string& factor)
+    {
+        return "#include \"look.fxh\"\n"
+               "texture Input;\n"
+               "sampler S = sampler_state { Texture = <Input>; };\n"
+               "float4 f(float2 uv : TEXCOORD0) : COLOR { return float4(tex2D(S, uv).rgb * " +
+               factor +
+               ", 1); }\n"
+               "technique Look { pass P { PixelShader = compile ps_3_0 f(); } }\n";
+    }
+
+    void startWatching()
+    {
+        program_ = std::make_unique<Running>(std::vector<std::string>{programPath(), "effects", "watch",
+                                                                      "fx/glow.fx", "--input", "in.png",
+                                                                      "--output", "look.png"},
+                                             directory_);
+        ASSERT_TRUE(becomes([&] {
+            return lines().ends_with("qxhost: watching N effects; Ctrl-C ends it\n");
+        })) << lines();
+    }
+
+    /// What was printed, without what differs from run to run.
+    std::string lines() const
+    {
+        std::string text = program_->errorSoFar();
+        text = std::regex_replace(text, std::regex("in [0-9]+ ms"), "in T ms");
+        text = std::regex_replace(text, std::regex("watching [0-9]+ effects"), "watching N effects");
+        text = std::regex_replace(text, std::regex(at("fx").string()), "FX");
+        const std::size_t start = text.find("qxhost: look.png");
+        return start == std::string::npos ? text : text.substr(start);
+    }
+
+    bool becomes(const std::function<bool()>& condition) const
+    {
+        using namespace std::chrono_literals;
+        const auto limit = std::chrono::steady_clock::now() + 60s; // far beyond what it takes
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > limit || !program_->isRunning()) {
+                return false;
+            }
+            std::this_thread::sleep_for(10ms);
+        }
+        return true;
+    }
+
+    /// Waits for these lines to follow those that were there.
+    void expectNext(const std::string& more)
+    {
+        told_ += more;
+        EXPECT_TRUE(becomes([&] { return lines().size() >= told_.size(); }));
+        EXPECT_EQ(lines(), told_);
+    }
+
+    int shownGrey() const { return decoded("look.png", "gray").at(0); }
+
+    static constexpr const char* drawn = "qxhost: look.png: drawn with FX/glow.fx in T ms\n";
+
+    std::unique_ptr<Running> program_;
+    std::string told_ = std::string(drawn) + "qxhost: watching N effects; Ctrl-C ends it\n";
+};
+
+TEST_F(Watching, shows_each_save_and_keeps_the_last_good_look)
+{
+    startWatching();
+    EXPECT_NEAR(shownGrey(), 100, 1);
+
+    write("fx/look.fxh", "static const float gain = 0.25;\n"); // an include, written in place
+    expectNext(std::string("Recompiled glow.fx\n") + drawn);
+    EXPECT_NEAR(shownGrey(), 50, 1);
+
+    write("fx/.glow.swp", glow("bluff")); // an editor that renames
+    fs::rename(at("fx/.glow.swp"), at("fx/glow.fx"));
+    ASSERT_TRUE(becomes([&] { return lines().find("bluff") != std::string::npos; })) << lines();
+    EXPECT_EQ(lines().find(told_ + "Failed to recompile glow.fx\n   FX/glow.fx:4:"), 0U) << lines();
+    EXPECT_NEAR(shownGrey(), 50, 1);
+    told_ = lines();
+
+    fs::rename(at("fx"), at("old")); // a directory that is replaced
+    fs::create_directory(at("fx"));
+    write("fx/look.fxh", "static const float gain = 0.25;\n");
+    write("fx/glow.fx", glow("gain * 3"));
+    expectNext(std::string("Recompiled glow.fx\n") + drawn);
+    EXPECT_NEAR(shownGrey(), 150, 1);
+
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
+TEST_F(Watching, picks_up_new_effects_and_tells_of_those_that_do_not_compile)
+{
+    startWatching();
+    write("fx/second.fx", glow("gain * 2")); // which the manager adds without a word
+    write("fx/third.fx", glow("nothing"));
+    expectNext("Failed to compile third.fx\n");
+    write("fx/second.fx", glow("gain * 4"));
+    expectNext("Recompiled second.fx\nFailed to compile third.fx\n");
+    program_->signal(SIGTERM);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
+TEST_F(Watching, a_technique_that_goes_missing_is_told_and_the_picture_stays)
+{
+    startWatching();
+    std::string renamed = glow("gain");
+    renamed.replace(renamed.find("Input;"), 6, "Other;");
+    renamed.replace(renamed.find("<Input>"), 7, "<Other>");
+    write("fx/glow.fx", renamed);
+    expectNext(
+        "Recompiled glow.fx\n"
+        "qxhost: FX/glow.fx: technique \"Look\" reads the texture \"Other\", which qxhost cannot supply; "
+        "it supplies Input alone\n");
+    EXPECT_NEAR(shownGrey(), 100, 1);
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
+TEST_F(Watching, what_it_cannot_watch_it_refuses)
+{
+    const auto refusal = [&](const std::vector<std::string>& arguments, int code) {
+        std::vector<std::string> command{"effects", "watch"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const Outcome outcome = qxhost(command);
+        EXPECT_EQ(outcome.exitCode, code);
+        return outcome.err;
+    };
+    EXPECT_EQ(refusal({"fx/none.fx"}, 3),
+              "qxhost: fx/none.fx: there is neither a file nor a directory of this name\n");
+    EXPECT_EQ(refusal({"fx/look.fxh"}, 3),
+              "qxhost: fx/look.fxh: is no effect of a catalogue; those end in .fx and do not begin with an "
+              "underscore. Name the effect that includes it, or the directory\n");
+    EXPECT_EQ(refusal({"fx", "--input", "in.png", "--output", "look.png"}, 2),
+              "qxhost: --output shows one effect: name its file, not a directory\n");
+    EXPECT_EQ(refusal({"fx/glow.fx", "--input", "in.png"}, 2),
+              "qxhost: --input and --output belong together: the picture, and where it is shown; see 'qxhost "
+              "effects watch --help'\n");
+    EXPECT_EQ(refusal({"fx/glow.fx", "--input", "in.png", "--output", "in.png"}, 4),
+              "qxhost: in.png: exists already; choose another name or add --force\n");
+}
+
+} // namespace
+
+} // namespace Qx::System

@@ -1,9 +1,9 @@
 // Copies and rearrangements of an image: components change their places and keep their values.
 //
 // Techniques are named for the order of components in memory that they read and write, as their callers spell
-// it; README.md says what each one does. All but "Null" read texels by number, so that what a row holds behind
-// the picture never comes in. Values keep their share of the largest code where the depth changes; those of
-// YCrCb keep their place among the steps of video.
+// it; README.md says what each one does. Texels are read by number, so that what a row holds behind the picture
+// never comes in. Values of RGB keep their share of the largest code where the depth changes; those of YCrCb keep
+// their place among the steps of video.
 
 texture Input;
 
@@ -41,8 +41,8 @@ bool isSurface(float2 second, float2 unbound)
 float4 copy(float2 uv : TEXCOORD0, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLOR0
 {
     bool knowsWidth = isSurface(second, unbound) && abs((second.x - uv.x) * _Width - 1.0) < 0.1;
-    float used = knowsWidth ? min(_Width / inputSize.x, 1.0) : 1.0;
-    return tex2D(SourceSampler, float2(uv.x * used, uv.y));
+    float columns = knowsWidth ? min(_Width, inputSize.x) : inputSize.x;
+    return texelOf(componentsAt(int2(floor(uv * float2(columns, inputSize.y)))));
 }
 
 // ---- A texel for a texel ----

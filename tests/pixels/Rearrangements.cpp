@@ -1,8 +1,10 @@
 #include "tests/pixels/Rearrangements.h"
 
+#include "QxFxResources/GPUColourConverter.h"
 #include "image/TechniqueApplication.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
+#include "tests/pixels/Gpu.h"
 
 namespace Qx::Pixels {
 
@@ -95,6 +97,28 @@ Rows rowsAsYUY2(const char* technique, const Surface& frame, unsigned depth)
 {
     const FrameSpec spec{YUY2, depth, frame.getWidth(), frame.getHeight()};
     return rowsIn(through(technique, frame.uploadToGPU(), spec).copyToHost(), spec);
+}
+
+std::optional<Picture> convertToTenBits(const Conversion& conversion, const Picture& source)
+{
+    Surface from = upload(source);
+    from.setGamutScaling(static_cast<GamutScaling>(conversion.source));
+    Surface video = from.createDestYUY2GPUSurface(iGPUImage::eARGB16);
+    video.setGamutScaling(static_cast<GamutScaling>(conversion.target));
+    video.setColourSpace(static_cast<ColourSpace>(conversion.matrix));
+    if (!ColourConversion::convertRGBToYCrCb422(from, video, static_cast<Image::Filter>(conversion.filter)))
+        return std::nullopt;
+    const unsigned width = from.getWidth();
+    const unsigned height = from.getHeight();
+    const Surface packed = through("YUYVtoV210", video, {V210, 10, width, height});
+    const Surface unpacked = through("V210toYUYV", packed, {YUY2, 16, width, height});
+    std::optional<Picture> picture = download(unpacked, Layout::Packed422, source.name);
+    if (picture) {
+        picture->depth = 10;
+        for (std::uint16_t& code : picture->codes)
+            code = static_cast<std::uint16_t>(code >> 6);
+    }
+    return picture;
 }
 
 } // namespace Qx::Pixels

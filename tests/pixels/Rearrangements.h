@@ -1,8 +1,12 @@
 #pragma once
 
 #include "tests/pixels/HostFrames.h"
+#include "tests/pixels/Picture.h"
+#include "tests/pixels/Reference.h"
 
 #include "platform/Surface.h"
+
+#include <optional>
 
 /// Techniques of "null.fx" and the packed formats, called as a program calls them that writes every format.
 namespace Qx::Pixels {
@@ -25,5 +29,9 @@ Rows rowsAsM101(const Image::Surface& source);
 
 /// Uploaded rows, unpacked or reordered by a technique of "null.fx" to YUY2, all pairs of an odd width too.
 Rows rowsAsYUY2(const char* technique, const Image::Surface& frame, unsigned depth);
+
+/// An RGB picture encoded by the library and packed as v210: the codes of 10 bits that lie there. Empty when
+/// the library or the device refused.
+std::optional<Picture> convertToTenBits(const Conversion& conversion, const Picture& source);
 
 } // namespace Qx::Pixels

@@ -21,24 +21,29 @@ struct FormatAtDepth
     bool comesBottomUp = false;
 };
 
-/// All small widths with few lines, tight and padded, and some frames of full width or height.
+/// All small widths with few lines, tight and padded in turn, and some frames of full width or height.
 std::vector<FrameSpec> smallFramesOf(Format format, unsigned depth)
 {
     std::vector<FrameSpec> specs;
     for (const unsigned height : {1U, 2U, 5U}) {
-        for (unsigned width = 1; width <= 67; ++width) {
-            for (const unsigned padding : {0U, 1U + width % 3})
-                specs.push_back({format, depth, width, height, false, padding});
-        }
+        for (unsigned width = 1; width <= 67; ++width)
+            specs.push_back({format, depth, width, height, false, (width + height) % 3});
         specs.push_back({format, depth, 1920, height, false, height - 1});
     }
     specs.push_back({format, depth, 67, 1080, false, 3});
     return specs;
 }
 
+/// The same frames, each tight and padded, and a full one.
 std::vector<FrameSpec> framesOf(Format format, unsigned depth)
 {
-    std::vector<FrameSpec> specs = smallFramesOf(format, depth);
+    std::vector<FrameSpec> specs;
+    for (FrameSpec spec : smallFramesOf(format, depth)) {
+        for (const unsigned padding : {0U, 1U + spec.width % 3}) {
+            spec.padding = padding;
+            specs.push_back(spec);
+        }
+    }
     specs.push_back({format, depth, 1920, 1080, false, 0});
     return specs;
 }

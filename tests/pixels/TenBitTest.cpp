@@ -2,11 +2,13 @@
 
 #include "QxFxResources/GPUColourConverter.h"
 #include "image/SurfaceUtilities.h"
+#include "platform/ImageConverter.h"
 #include "tests/pixels/Rearrangements.h"
 #include "tests/pixels/TenBitFrames.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <functional>
 
 namespace Qx::Pixels {
@@ -178,6 +180,43 @@ TEST(DvsWords, PutTheUpperEightBitsOnTopOfSixteen)
             code = static_cast<std::uint16_t>(code & ~3U);
     }
     EXPECT_EQ(firstDifference(rowsIn(video.copyToHost(), yuy2(codes, 16)), as16Bits(codes)), "");
+}
+
+/// One kind of packed 4:2:2 in host memory, and how codes lie in it.
+struct Packing
+{
+    FrameSpec spec;
+    Rows (*pack)(const TenBitCodes& codes);
+};
+
+TEST(ImageConverter, BringsEveryKindOfPackedVideoToEveryOther)
+{
+    const auto roundedTo8 = [](const TenBitCodes& codes) { return as8Bits(codes, true); };
+    for (const unsigned width : {1U, 2U, 5U, 6U, 7U, 16U, 17U, 50U}) {
+        const TenBitCodes deep = TenBitCodes::random(width, 3);
+        TenBitCodes shallow = deep;
+        for (auto& row : shallow.rows) {
+            for (auto& code : row)
+                code = static_cast<std::uint16_t>(code & ~3U);
+        }
+        const std::array packings{Packing{{V210, 10, width, 3}, packV210},
+                                  Packing{{M101, 10, width, 3}, packM101},
+                                  Packing{{Y216, 16, width, 3, false, 2}, as16Bits},
+                                  Packing{{YUY2, 16, width, 3}, as16Bits},
+                                  Packing{{YUY2, 8, width, 3, false, 1}, roundedTo8},
+                                  Packing{{M102, 8, width, 3}, roundedTo8}};
+        for (const Packing& from : packings) {
+            const TenBitCodes& codes = from.spec.depth == 8 ? shallow : deep;
+            Surface source = makeFrame(from.spec);
+            fillRows(source, from.pack(codes));
+            for (const Packing& to : packings) {
+                Surface target = randomFrame(to.spec); // with something to be overwritten
+                ASSERT_TRUE(::ImageConverter::convert(source, target));
+                EXPECT_EQ(firstDifference(rowsIn(target, to.spec), to.pack(codes)), "")
+                    << from.spec.name() << " to " << to.spec.name();
+            }
+        }
+    }
 }
 
 } // namespace

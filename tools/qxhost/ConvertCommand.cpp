@@ -304,11 +304,9 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& co
     return true;
 }
 
-} // namespace
-
-ExitCode runConvert(const ConvertOptions& options, Console& console)
+/// Opens the input and decides everything that the first frame needs.
+Conversion decide(const ConvertOptions& options)
 {
-    console.setQuiet(options.quiet);
     refuseSameFile(options);
     Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, 0, 0};
     conversion.colour = chooseColour(options, conversion.info());
@@ -317,6 +315,15 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
         conversion.delivery.emplace(*options.format);
     }
     fillSettings(conversion);
+    return conversion;
+}
+
+} // namespace
+
+ExitCode runConvert(const ConvertOptions& options, Console& console)
+{
+    console.setQuiet(options.quiet);
+    Conversion conversion = decide(options);
 
     const HostSession host(options.device, &console);
     prepareConversion();
@@ -343,10 +350,7 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
 
 void convertQuietly(const ConvertOptions& options)
 {
-    refuseSameFile(options);
-    Conversion conversion{options, openInput(options), {}, {}, {}, 0, 0};
-    conversion.colour = chooseColour(options, conversion.info());
-    conversion.settings = outputSettings(conversion);
+    Conversion conversion = decide(options);
     prepareConversion();
     EffectChain effects(options.effects);
     conversion.writer = openOutput(conversion);

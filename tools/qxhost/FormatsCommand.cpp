@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <sstream>
 
 namespace Qx::Program {
 
@@ -165,12 +166,29 @@ std::string markdownRow(const PixelFormat& format)
                        same.empty() ? "" : "`" + same + "`");
 }
 
+/// The text in lines of at most 120 columns.
+std::string wrapped(const std::string& text)
+{
+    constexpr std::size_t columns = 120;
+    std::string lines;
+    std::size_t used = 0;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        const bool fits = used + 1 + word.size() <= columns;
+        lines += used == 0 ? "" : (fits ? " " : "\n");
+        used = used == 0 || !fits ? word.size() : used + 1 + word.size();
+        lines += word;
+    }
+    return lines + "\n";
+}
+
 std::string markdownSection(const FormatInfo& info)
 {
     const std::vector<PixelFormat> depths = depthsOf(info);
-    std::string text = fmt::format("\n## {}\n\n{}, {} bits{}.", info.word, kindOf(info), info.usualDepth,
-                                   depths.size() > 1 ? " where nothing else is said" : "");
-    text += *info.note != '\0' ? fmt::format(" {}\n", info.note) : "\n";
+    std::string text =
+        fmt::format("\n## {}\n\n", info.word) +
+        wrapped(fmt::format("{}, {} bits{}. {}", kindOf(info), info.usualDepth,
+                            depths.size() > 1 ? " where nothing else is said" : "", info.note));
     for (const PixelFormat& format : depths) {
         text += fmt::format("\n`{}`:\n\n```text\n{}```\n", format.name(), drawLayout(info, format.bits));
     }

@@ -61,13 +61,19 @@ struct EffectsWatchOptions
     std::string device;
 };
 
+struct EffectsDescribeOptions
+{
+    std::filesystem::path file;
+    bool json = false;
+};
+
 struct DevicesOptions
 {
     bool json = false;
 };
 
 using Command = std::variant<ShowText, ConvertOptions, BlackOptions, EffectsListOptions, EffectsCheckOptions,
-                             EffectsWatchOptions, FormatsOptions, DevicesOptions>;
+                             EffectsWatchOptions, EffectsDescribeOptions, FormatsOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

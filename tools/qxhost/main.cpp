@@ -35,6 +35,10 @@ struct Run
     {
         return runEffectsWatch(options, console);
     }
+    ExitCode operator()(const EffectsDescribeOptions& options) const
+    {
+        return runEffectsDescribe(options, console);
+    }
     ExitCode operator()(const DevicesOptions& options) const { return runDevices(options, console); }
 };
 

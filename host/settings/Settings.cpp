@@ -161,6 +161,11 @@ Settings::Settings(const std::string& path) : path_(path)
     read();
 }
 
+Settings::Settings(const std::string& path, std::string_view contents) : path_(path)
+{
+    parse(contents);
+}
+
 void Settings::read()
 {
     std::error_code error;
@@ -173,10 +178,14 @@ void Settings::read()
         fileProblem_ = path_ + ": the settings cannot be read; every setting has its default";
         return;
     }
+    parse(*contents);
+}
 
+void Settings::parse(std::string_view contents)
+{
     toml::table root;
     try {
-        root = toml::parse(*contents, path_);
+        root = toml::parse(contents, path_);
     } catch (const toml::parse_error& problem) {
         const auto where = problem.source().begin;
         fileProblem_ = path_ + ":" + std::to_string(where.line) + ":" + std::to_string(where.column) + ": " +

@@ -7,6 +7,7 @@
 
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
@@ -183,6 +184,14 @@ void Settings::read()
 
 void Settings::parse(std::string_view contents)
 {
+    // The parser nests a table for every dot in a key, and frees them by recursion, to the end of the stack.
+    constexpr std::ptrdiff_t mostDots = 4096;
+    if (std::count(contents.begin(), contents.end(), '.') > mostDots) {
+        fileProblem_ = path_ + ":1:1: the file has more than " + std::to_string(mostDots) +
+                       " dots, which may nest its tables too deep; every setting has its default";
+        return;
+    }
+
     toml::table root;
     try {
         root = toml::parse(contents, path_);

@@ -92,7 +92,7 @@ private:
     {
         std::map<std::string, std::size_t> known;
         std::size_t bytes = 0;
-        constexpr std::size_t mostBytes = 256U << 20U;
+        constexpr std::size_t mostBytes = 64U << 20U;
         for (const EffectSyntax::Technique& technique : syntax_.techniques) {
             effect_.techniques.push_back(
                 {std::string(technique.name.text), {}, plainAnnotations(technique.annotations)});

@@ -61,9 +61,9 @@ void parse(EffectText& text)
     }
     CompiledEffect effect;
     layOutParameters(syntax, effect, text.problems());
-    checkLayout(effect);
     const auto names = checkPasses(text, syntax, effect);
     if (!text.problems().failed()) {
+        checkLayout(effect);
         warnOfLikelyMistakes(syntax, effect, names, text.problems());
     }
 }

@@ -7,6 +7,7 @@
 #include <map>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 // Effects whose text is small beside what they ask for: each is refused before it takes more memory and time
 // than any honest effect.
@@ -268,6 +269,27 @@ TEST(Includes, stayInTheDirectoriesOfEffects)
         EXPECT_EQ(compilation.messages.find("secret"), std::string::npos) << compilation.messages;
         EXPECT_EQ(compilation.messages.find("root:"), std::string::npos) << compilation.messages;
     }
+}
+
+TEST(HostileFiles, unreadableIsAnError)
+{
+    const TemporaryDirectory directory;
+    const std::filesystem::path file = directory.path() / "effect.fx";
+    std::ofstream(file) << entry << technique;
+    std::filesystem::permissions(file, std::filesystem::perms::none);
+    std::filesystem::permissions(directory.path(), std::filesystem::perms::all);
+    constexpr uid_t nobody = 65534;
+    const bool root = ::geteuid() == 0; // who may read everything
+    if (root && ::seteuid(nobody) != 0) {
+        GTEST_SKIP() << "there is no other user here";
+    }
+    const EffectCompilation compilation = compileEffect(file, {});
+    if (root) {
+        ASSERT_EQ(::seteuid(0), 0);
+    }
+    EXPECT_EQ(compilation.effect, nullptr);
+    EXPECT_NE(compilation.messages.find("effect.fx:1:1: error: cannot read"), std::string::npos)
+        << compilation.messages;
 }
 
 } // namespace

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <compare>
 
 namespace {
 
@@ -20,18 +19,6 @@ int wholePixels(float size)
 }
 
 } // namespace
-
-bool operator<(const FontDefinition& a, const FontDefinition& b) noexcept
-{
-    // What is no number has its place too, or the map would lose its order.
-    if (const auto order = std::weak_order(a.size, b.size); order != 0) {
-        return order < 0;
-    }
-    if (a.style != b.style) {
-        return a.style < b.style;
-    }
-    return a.name < b.name;
-}
 
 GPUFontCache& GPUFontCache::instance() noexcept
 {

@@ -6,6 +6,7 @@
 #include "platform/Api.h"
 #include "platform/Font.h"
 
+#include <compare>
 #include <cstdint>
 
 /// Which font. Ordered by size, then style, then name in its letter case.
@@ -15,7 +16,15 @@ struct FontDefinition
     float size = 0;                  ///< in pixels; fonts are made in whole ones, rounded toward zero
     std::uint8_t style = 0;          ///< iFont::eStyle; further bits tell definitions apart and no more
 
-    friend QX_API bool operator<(const FontDefinition& a, const FontDefinition& b) noexcept;
+    friend bool operator<(const FontDefinition& a, const FontDefinition& b) noexcept
+    {
+        // What is no number has its place too, or a map would lose its order.
+        const auto order = std::weak_order(a.size, b.size);
+        if (order != 0) {
+            return order < 0;
+        }
+        return a.style != b.style ? a.style < b.style : a.name < b.name;
+    }
 };
 
 /// The process's GPU fonts, each made once. About ten are kept: see Cache for which one goes.

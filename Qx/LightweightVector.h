@@ -19,7 +19,7 @@ public:
     std::size_t size() const noexcept { return shared_->items.size(); }
     bool empty() const noexcept { return shared_->items.empty(); }
     void push_back(T item) { shared_->items.push_back(std::move(item)); }
-    void clear() noexcept { shared_->items.clear(); }
+    void clear() noexcept { Vector<T>().swap(shared_->items); } ///< gives its storage back, too
 
     const T& operator[](std::size_t i) const noexcept { return shared_->items[i]; }
     auto begin() const noexcept { return shared_->items.cbegin(); }

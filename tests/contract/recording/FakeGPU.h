@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/BackgroundTasks.h"
+#include "platform/Font.h"
 #include "platform/GPUImage.h"
 #include "platform/ShaderEffect.h"
 
@@ -52,6 +53,44 @@ private:
     XY<int> size_;
     iGPUImage::eFormat format_;
     std::vector<std::byte> bytes_;
+};
+
+/// A LUT's table, known by its file.
+class FakeHostImage3D final : public iHostImage3D
+{
+public:
+    explicit FakeHostImage3D(std::string name) : name_(std::move(name)) {}
+
+    const std::string& name() const { return name_; }
+    int getSize() const override { return 2; }
+    const float* getData() const override { return data_.data(); }
+    float* getData() override { return data_.data(); }
+
+private:
+    std::string name_;
+    std::array<float, 32> data_{};
+};
+
+class FakeGPUImage3D final : public iGPUImage3D
+{
+public:
+    explicit FakeGPUImage3D(std::string name) : name_(std::move(name)) {}
+
+    const std::string& name() const { return name_; }
+    int getSize() const override { return 2; }
+
+private:
+    std::string name_;
+};
+
+class FakeFont final : public iFont
+{
+public:
+    XY<int> measure(const LightweightString<wchar_t>&) override { return {}; }
+    bool draw(Qx::Ptr<iGPUImage>, const LightweightString<wchar_t>&, XY<int>, const NormalisedRGB&) override
+    {
+        return false;
+    }
 };
 
 class FakeComputeContext final : public iGPUComputeContext

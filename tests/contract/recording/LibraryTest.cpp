@@ -1,12 +1,15 @@
 #include "tests/contract/recording/LibraryTest.h"
 
 #include "QxFxResources/Manager.h"
+#include "fonts/GPUFontCache.h"
 
 namespace Qx::Test {
 
 void LibraryTest::SetUp()
 {
-    FxResources::Manager::shutdown(Shutdown::NormalExit); // what lives as long as the process is made now
+    // What lives as long as the process is made now.
+    FxResources::Manager::shutdown(Shutdown::NormalExit);
+    GPUFontCache::instance();
     host().reset();
     blocksBefore_ = host().allocator.liveBlocks();
 }

@@ -1,5 +1,7 @@
 #include "platform/BackgroundTasks.h"
 #include "platform/Commands.h"
+#include "platform/CubeLUT.h"
+#include "platform/FileManager.h"
 #include "platform/Log.h"
 #include "platform/Settings.h"
 #include "platform/Shutdown.h"
@@ -34,7 +36,7 @@ LightweightString<wchar_t> getFXTemplatesDirectory(iSettings::eType scope)
 LightweightString<wchar_t> getLUTDirectory(iSettings::eType scope)
 {
     host().call("getLUTDirectory", std::to_string(static_cast<int>(scope)));
-    return {};
+    return host().lutDirectories.at(static_cast<std::size_t>(scope)).c_str();
 }
 
 int config_int(const char* name, int defaultValue)
@@ -42,6 +44,35 @@ int config_int(const char* name, int defaultValue)
     host().call("config_int", quoted(name) + ", " + std::to_string(defaultValue));
     const auto found = host().settings.find(name);
     return found != host().settings.end() ? found->second : defaultValue;
+}
+
+// LUT files
+
+void getDirectoryContents(const LightweightString<wchar_t>& directory,
+                          const LightweightString<wchar_t>& pattern,
+                          Qx::Vector<LightweightString<wchar_t>>& contents, unsigned flags)
+{
+    host().call("getDirectoryContents",
+                quoted(text(directory)) + ", " + quoted(text(pattern)) + ", " + std::to_string(flags));
+    for (const std::wstring& path : host().lutFiles[std::wstring(directory.view())]) {
+        contents.emplace_back(path.c_str());
+    }
+}
+
+Qx::Ptr<iHostImage3D> CubeLUT::load(const LightweightString<wchar_t>& path)
+{
+    if (!host().call("CubeLUT::load", quoted(text(path)))) {
+        return {};
+    }
+    return Qx::makePtr<Qx::Test::FakeHostImage3D>(text(path));
+}
+
+void CubeLUT::getSupportedFileTypes(Qx::Vector<LightweightString<wchar_t>>& types)
+{
+    host().call("CubeLUT::getSupportedFileTypes");
+    for (const std::wstring& type : host().lutTypes) {
+        types.emplace_back(type.c_str());
+    }
 }
 
 // Text

@@ -89,6 +89,9 @@ void RecordingHost::reset()
     shadersDirectory = L"/shaders/";
     templatesDirectory = L"/templates/";
     directories.clear();
+    lutDirectories = {L"/luts/user", L"/luts/machine"};
+    lutFiles.clear();
+    lutTypes = {L"cube", L"3dl"};
     settings.clear();
     resources.clear();
     programArguments.clear();

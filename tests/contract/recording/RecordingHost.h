@@ -13,6 +13,7 @@
 #include "tests/contract/recording/Script.h"
 #include "tests/contract/recording/TaggingAllocator.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -42,6 +43,9 @@ public:
     std::wstring shadersDirectory = L"/shaders/";
     std::wstring templatesDirectory = L"/templates/";
     std::map<std::wstring, std::vector<iFileManager::DirectoryItem>> directories;
+    std::array<std::wstring, 2> lutDirectories{L"/luts/user", L"/luts/machine"}; ///< by scope
+    std::map<std::wstring, std::vector<std::wstring>> lutFiles;                  ///< paths, by directory
+    std::vector<std::wstring> lutTypes{L"cube", L"3dl"};
     std::map<std::string, int> settings;
     std::map<int, std::wstring> resources;
     std::set<std::wstring> programArguments;

@@ -166,12 +166,25 @@ public:
         return Qx::makePtr<FakeHostImage>(image->getSize(), image->getFormat());
     }
 
-    // What nothing calls yet answers failure.
+    // What nothing calls answers failure.
     Qx::Ptr<iHostImage3D> createHostImage3D(int) override { return refuse("createHostImage3D"); }
-    Qx::Ptr<iGPUImage3D> upload3DImage(Qx::Ptr<iHostImage3D>) override { return refuse("upload3DImage"); }
-    Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>&, int, int) override
+
+    Qx::Ptr<iGPUImage3D> upload3DImage(Qx::Ptr<iHostImage3D> image) override
     {
-        return refuse("createFont");
+        const auto* fake = dynamic_cast<const FakeHostImage3D*>(image.get());
+        if (!host().call("upload3DImage", fake != nullptr ? fake->name() : "null") || fake == nullptr) {
+            return {};
+        }
+        return Qx::makePtr<FakeGPUImage3D>(fake->name());
+    }
+
+    Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>& typeface, int size, int style) override
+    {
+        if (!host().call("createFont", quoted(text(typeface)) + ", " + std::to_string(size) + ", " +
+                                           std::to_string(style))) {
+            return {};
+        }
+        return Qx::makePtr<FakeFont>();
     }
 
 private:

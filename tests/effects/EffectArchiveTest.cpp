@@ -114,12 +114,29 @@ TEST_F(EffectArchive, ComesBackAsItWasWritten)
 TEST_F(EffectArchive, HoldsAFailureWithItsMessages)
 {
     EffectCompilation failure;
-    failure.messages = std::string("a.fx:1:1: error: \0 odd\n", 23);
+    Diagnostic diagnostic;
+    diagnostic.severity = Diagnostic::Severity::Warning;
+    diagnostic.at = {"b.fxh", 7, 3};
+    diagnostic.text = std::string("\0 odd", 5);
+    diagnostic.technique = "T";
+    diagnostic.pass = "P";
+    diagnostic.otherPasses = 2;
+    diagnostic.excerpt = "  x = y;";
+    diagnostic.caret = 6;
+    diagnostic.macro = "M";
+    diagnostic.macroBody = {"c.fxh", 1, 2};
+    diagnostic.includedFrom = {{"a.fx", 4, 1}};
+    diagnostic.notes = {"one", "two"};
+    failure.diagnostics = {diagnostic};
+    failure.messages = messageText(diagnostic);
+    refuse(failure, "a.fx", "the worker process ended", "T");
     failure.inputs = {{"a.fx", Cache::digestOf("x")}, {"/missing/b.fxh", std::nullopt}};
     const std::optional<EffectCompilation> read = readEffectArchive(writeEffectArchive(failure));
     ASSERT_TRUE(read);
     EXPECT_EQ(read->effect, nullptr);
     EXPECT_EQ(read->messages, failure.messages);
+    EXPECT_EQ(read->diagnostics.size(), 2U);
+    EXPECT_EQ(writeEffectArchive(*read), writeEffectArchive(failure));
     ASSERT_EQ(read->inputs.size(), 2U);
     EXPECT_EQ(read->inputs[0].content, Cache::digestOf("x"));
     EXPECT_FALSE(read->inputs[1].content);

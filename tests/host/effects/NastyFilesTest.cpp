@@ -220,17 +220,17 @@ const std::vector<Nasty>& nastyFiles()
     return list;
 }
 
-/// What a compiler or a driver may die of or not come back from.
+/// What a driver may not come back from. Mesa's software device leaves a loop after 65535 rounds, so that
+/// these effects are good ones there.
 const std::vector<Nasty>& deadlyFiles()
 {
     static const std::vector<Nasty> list{
         {"EndlessLoop",
-         holding(effectWith("float a = uv.x; for (;;) { a += 1; if (a < 0) break; } return a;")),
-         ": error: "},
+         holding(effectWith("float a = uv.x; for (;;) { a += 1; if (a < 0) break; } return a;")), nullptr},
         {"LoopToAParameter",
          holding(effectWith("float a = uv.x; for (int i = 0; i < n; ++i) { a = sin(a) * k + i; } return a;",
                             "int n = 2000000000;\nfloat k = 1.5;\n")),
-         ": error: "},
+         nullptr},
     };
     return list;
 }
@@ -272,11 +272,12 @@ protected:
         return gpuService().compileEffectFile(fromUTF8(LightweightString<char>(file.c_str())), {});
     }
 
-    void giveAll(const std::vector<Nasty>& files)
+    /// `mayFail`: what would be good may also end in a message, as long as everything goes on.
+    void giveAll(const std::vector<Nasty>& files, bool mayFail)
     {
         for (const Nasty& nasty : files) {
             SCOPED_TRACE(nasty.name);
-            give(nasty);
+            give(nasty, mayFail);
             if (HasFatalFailure()) {
                 return;
             }
@@ -286,7 +287,7 @@ protected:
     }
 
 private:
-    void give(const Nasty& nasty)
+    void give(const Nasty& nasty, bool mayFail)
     {
         const Path directory = root_ / nasty.name;
         std::filesystem::create_directory(directory);
@@ -294,12 +295,14 @@ private:
         nasty.make(file);
         const EffectCompileResult result = compile(file);
         const std::string errors = result.errors.c_str();
-        if (nasty.error == nullptr) {
+        if (nasty.error == nullptr && (result.effect || !mayFail)) {
             EXPECT_TRUE(result.effect) << errors;
             return;
         }
         EXPECT_FALSE(result.effect);
-        EXPECT_NE(errors.find(nasty.error), std::string::npos) << errors.substr(0, 2000);
+        if (nasty.error != nullptr) {
+            EXPECT_NE(errors.find(nasty.error), std::string::npos) << errors.substr(0, 2000);
+        }
         EXPECT_NE(errors.find(": error: "), std::string::npos) << errors.substr(0, 2000);
         EXPECT_NE(errors.find(nasty.name), std::string::npos) << "names the file: " << errors.substr(0, 2000);
         EXPECT_LT(errors.size(), 1U << 17U);
@@ -332,12 +335,12 @@ std::optional<Pixels::RunningHost> NastyFiles::host_;
 
 TEST_F(NastyFiles, getAnAnswerAndTheNextEffectCompiles)
 {
-    giveAll(nastyFiles());
+    giveAll(nastyFiles(), false);
 }
 
-TEST_F(NastyFiles, thatCompilersDieOfGetAnAnswerToo)
+TEST_F(NastyFiles, thatDriversHangOnGetAnAnswerToo)
 {
-    giveAll(deadlyFiles());
+    giveAll(deadlyFiles(), true);
 }
 
 } // namespace

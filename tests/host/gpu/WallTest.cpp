@@ -48,7 +48,7 @@ protected:
         const EffectCompileResult failed = compile(file);
         EXPECT_FALSE(failed.effect);
         EXPECT_EQ(std::string(failed.errors.c_str()),
-                  file.string() + ": error: the worker process " + message + "\n");
+                  file.string() + ":1:1: error: the worker process " + message + "\n");
         EXPECT_TRUE(effect(harmless));
         EXPECT_FALSE(gpu().isLost());
     }
@@ -61,19 +61,20 @@ TEST_F(WallTest, AWorkerThatDiesWhileItMakesPipelinesIsOneMessage)
 {
     ::setenv("QXFXC_TEST", "pipelines:kill:bad.fx", 1);
     expectFailure(write("bad.fx", harmless),
-                  "was killed (SIGKILL) while creating pipelines [technique \"T\", pass \"P\"]");
+                  "was killed (SIGKILL) while creating pipelines\n  in technique 'T', pass 'P'");
 }
 
 TEST_F(WallTest, AWorkerThatDiesWhileItDrawsIsOneMessage)
 {
     ::setenv("QXFXC_TEST", "drawing:crash:bad.fx", 1);
-    expectFailure(write("bad.fx", harmless), "crashed (SIGABRT) while drawing [technique \"T\"]");
+    expectFailure(write("bad.fx", harmless), "crashed (SIGABRT) while drawing\n  in technique 'T'");
 }
 
 TEST_F(WallTest, AWorkerThatDiesWithItsAnswerIsOneMessage)
 {
     ::setenv("QXFXC_TEST", "answering:exit:bad.fx", 1);
-    expectFailure(write("bad.fx", harmless), "ended by itself (exit code 3) while drawing [technique \"T\"]");
+    expectFailure(write("bad.fx", harmless),
+                  "ended by itself (exit code 3) while drawing\n  in technique 'T'");
 }
 
 /// Runs `count` times over arithmetic that no compiler foresees.
@@ -92,10 +93,10 @@ TEST_F(WallTest, ADrawThatDoesNotEndIsStopped)
     ::setenv("QXFXC_TEST", "drawing:spin:bad.fx", 1);
     const EffectCompileResult failed = compile(write("bad.fx", harmless));
     EXPECT_FALSE(failed.effect);
-    EXPECT_THAT(
-        failed.errors.c_str(),
-        testing::MatchesRegex(".*/bad.fx: error: the worker process did not end within .* and was stopped "
-                              "while drawing .technique \"T\".\n"));
+    EXPECT_THAT(failed.errors.c_str(),
+                testing::MatchesRegex(
+                    ".*/bad.fx:1:1: error: the worker process did not end within .* and was stopped "
+                    "while drawing\n  in technique 'T'\n"));
     EXPECT_TRUE(effect(harmless));
     EXPECT_FALSE(gpu().isLost());
 }

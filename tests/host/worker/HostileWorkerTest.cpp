@@ -13,7 +13,7 @@ struct Mischief
 {
     const char* name;
     const char* order;
-    const char* message; ///< behind "FILE: error: ", as a regular expression
+    const char* message; ///< behind "FILE:1:1: error: ", as a regular expression
 };
 
 void PrintTo(const Mischief& mischief, std::ostream* stream)
@@ -38,7 +38,7 @@ TEST_P(HostileWorkerTest, CostsOneMessageAndTheNextEffectCompiles)
     const EffectCompilation failed = compile(hostile);
     EXPECT_EQ(failed.effect, nullptr);
     EXPECT_THAT(failed.messages,
-                testing::MatchesRegex(".*/hostile.fx: error: " + std::string(GetParam().message) + "\n"));
+                testing::MatchesRegex(".*/hostile.fx:1:1: error: " + std::string(GetParam().message) + "\n"));
     const EffectCompilation after = compile(good);
     EXPECT_NE(after.effect, nullptr) << after.messages;
     EXPECT_EQ(workers().processesStarted(), 2U);
@@ -84,7 +84,7 @@ protected:
             const EffectCompilation compiled = compile(file);
             EXPECT_EQ(compiled.effect, nullptr);
             EXPECT_EQ(compiled.messages,
-                      file.string() + ": error: it cannot be compiled: " + start + reason + "\n");
+                      file.string() + ":1:1: error: it cannot be compiled: " + start + reason + "\n");
         }
         EXPECT_EQ(log(), std::vector<std::string>{"Effects cannot be compiled: " + start + reason});
     }

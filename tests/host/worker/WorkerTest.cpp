@@ -106,7 +106,7 @@ TEST_F(WorkerTest, ClosingEndsARequestThatIsUnderWay)
     closing.close();
     one.join();
     EXPECT_EQ(compiled.effect, nullptr);
-    EXPECT_EQ(compiled.messages, file.string() + ": error: the host is shutting down\n");
+    EXPECT_EQ(compiled.messages, file.string() + ":1:1: error: the host is shutting down\n");
     EXPECT_EQ(closing.compile(request(file)).effect, nullptr);
 }
 

@@ -348,7 +348,10 @@ TEST_F(Convert, what_is_not_kept_of_the_input_is_said)
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=40x30", "-frames", "1", "-pix_fmt", "rgba", "in.png"});
     const Outcome rgba = convert({"in.png", "out.tiff"});
     EXPECT_NE(rgba.err.find("has alpha, which is left out"), std::string::npos) << rgba.err;
-    EXPECT_NE(rgba.err.find("passes through 4:2:2"), std::string::npos) << rgba.err;
+    EXPECT_EQ(rgba.err.find("4:2:2"), std::string::npos) << rgba.err; // RGB stays RGB
+    makeClip("full.mkv", "yuv444p", 32, 24, 1, {"-colorspace", "bt709", "-color_range", "tv"});
+    const Outcome full = convert({"full.mkv", "full.png"});
+    EXPECT_NE(full.err.find("passes through 4:2:2"), std::string::npos) << full.err;
     makeClip("clip.mkv", "yuv422p", 32, 24, 1, {"-colorspace", "bt709", "-color_range", "tv"});
     const Outcome plain = convert({"clip.mkv", "out.png"});
     EXPECT_EQ(plain.err.find("alpha"), std::string::npos) << plain.err;

@@ -19,8 +19,8 @@ namespace Qx::System {
 
 namespace {
 
-/// The test's own environment, with the user's directories moved into the test's. Compiled effects are shared by
-/// all tests, unless one makes a ".cache" of its own.
+/// The test's own environment, with the user's directories moved into the test's. Compiled effects are shared
+/// by all tests, unless one makes a ".cache" of its own.
 std::vector<std::string> environmentFor(const fs::path& directory)
 {
     const fs::path ownCache = directory / ".cache";

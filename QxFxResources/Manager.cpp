@@ -3,6 +3,8 @@
 #include "QxFxResources/GPUColourConverter.h"
 #include "QxFxResources/ManagerLifetime.h"
 #include "QxFxResources/ShaderCompilationTask.h"
+#include "fonts/GPUFontCache.h"
+#include "lut/LUTManager.h"
 #include "platform/Atomics.h"
 #include "platform/Clock.h"
 #include "platform/GPUService.h"
@@ -159,16 +161,22 @@ Manager::~Manager()
 
 void Manager::shutdown(Shutdown::eExitType) noexcept
 {
+    bool existed = false;
     {
         const CriticalSectionScope inside(lifetimeLock());
-        if (existing != nullptr) {
+        existed = existing != nullptr;
+        if (existed) {
             existing->fini(); // while instance() still answers: a running pass may ask for it
             ready.store(nullptr, std::memory_order_release);
             delete existing;
             existing = nullptr;
         }
     }
+    if (existed) {
+        GPUFontCache::instance().clear();
+    }
     Image::ColourConversion::deInit();
+    LUTManager::shutdown();
 }
 
 } // namespace Qx::FxResources

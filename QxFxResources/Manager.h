@@ -31,8 +31,9 @@ public:
     /// Creates the manager. When there is one already, nothing happens and the flag is ignored.
     static void startup(bool flag) noexcept;
 
-    /// Tears the library down: the manager first, if there is one, then colour conversion. Registered with
-    /// the host's shutdown callbacks. A later instance() makes a new manager.
+    /// Tears the library down: the manager and the fonts, if there is a manager, then colour conversion and
+    /// the list of LUTs. Registered with the host's shutdown callbacks. A later instance() makes a new
+    /// manager.
     static void shutdown(Shutdown::eExitType exitType) noexcept;
 
     /// Appends a record for every effect file: those of the shaders directory, then those of the templates

@@ -26,15 +26,17 @@ float4 qxfx_tex2Dbias(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy,
 float4 qxfx_tex2Dgrad(sampler2D s, float2 at, float2 dx, float2 dy) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
 float4 qxfx_tex2Dproj(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy / at.w, 0.0, 0.0)); }
 float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(float2(texel), 0.0, 0.0)); }
+float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(float3(texel), 0.0)); }
 )";
 
 /// What the HLSL compiler gets for a name: full precision everywhere, combined samplers, our samplings.
 std::string_view translated(const Token& token)
 {
     static const std::unordered_map<std::string_view, std::string_view> names{
-        {"sampler", "sampler2D"},        {"Sampler", "sampler2D"},        {"dword", "uint"},
-        {"tex2D", "qxfx_tex2D"},         {"tex2Dlod", "qxfx_tex2Dlod"},   {"tex2Dbias", "qxfx_tex2Dbias"},
-        {"tex2Dgrad", "qxfx_tex2Dgrad"}, {"tex2Dproj", "qxfx_tex2Dproj"}, {"tex2Dfetch", "qxfx_tex2Dfetch"}};
+        {"sampler", "sampler2D"},         {"Sampler", "sampler2D"},        {"dword", "uint"},
+        {"tex2D", "qxfx_tex2D"},          {"tex2Dlod", "qxfx_tex2Dlod"},   {"tex2Dbias", "qxfx_tex2Dbias"},
+        {"tex2Dgrad", "qxfx_tex2Dgrad"},  {"tex2Dproj", "qxfx_tex2Dproj"}, {"tex2Dfetch", "qxfx_tex2Dfetch"},
+        {"tex3Dfetch", "qxfx_tex3Dfetch"}};
     if (token.kind != TokenKind::Identifier) {
         return token.text;
     }
@@ -227,8 +229,9 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass) const
     output.add("};", pass.entry.at);
     for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
         if (used(effect_.samplers[i].name)) {
-            output.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] sampler2D " +
-                           effect_.samplers[i].name + ";",
+            output.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] sampler" +
+                           std::to_string(syntax_.samplers[i].dimensions) + "D " + effect_.samplers[i].name +
+                           ";",
                        syntax_.samplers[i].name.at);
         }
     }

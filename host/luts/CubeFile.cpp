@@ -17,12 +17,16 @@ std::string inQuotes(std::string_view text)
     return '"' + printable(text.substr(0, most)) + (text.size() > most ? "...\"" : "\"");
 }
 
+/// The words of a line up to its comment.
 std::vector<std::string_view> words(std::string_view line)
 {
     constexpr std::string_view blanks = " \t\v\f";
     std::vector<std::string_view> result;
     for (std::size_t begin = line.find_first_not_of(blanks); begin < line.size();) {
         const std::size_t end = std::min(line.find_first_of(blanks, begin), line.size());
+        if (line[begin] == '#') {
+            break; // a comment to the end of the line; inside a word '#' belongs to it, as in 1.#INF
+        }
         result.push_back(line.substr(begin, end - begin));
         begin = line.find_first_not_of(blanks, end);
     }
@@ -93,8 +97,7 @@ public:
     {
         std::string_view line;
         while (lines_.next(line)) {
-            const std::size_t comment = line.find('#');
-            const std::vector<std::string_view> found = words(line.substr(0, comment));
+            const std::vector<std::string_view> found = words(line);
             if (found.empty()) {
                 continue;
             }

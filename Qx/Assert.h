@@ -11,4 +11,11 @@ inline void assertionFailed(const char* condition, const char* position)
     std::printf("assertion failed %s at %s\n", condition, position);
 }
 
+inline void assertThat(bool holds, const char* condition, const char* position)
+{
+    if (!holds) {
+        assertionFailed(condition, position);
+    }
+}
+
 } // namespace Qx

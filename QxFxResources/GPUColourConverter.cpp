@@ -3,6 +3,7 @@
 #include "Qx/HostAllocator.h"
 #include "Qx/LightweightString.h"
 #include "Qx/Ptr.h"
+#include "QxFxResources/ColourConversionDetail.h"
 #include "QxFxResources/Manager.h"
 #include "image/TechniqueApplication.h"
 #include "platform/Commands.h"
@@ -30,13 +31,6 @@ enum EffectState : int
 };
 
 std::atomic<int> effectState{NotTried};
-
-constexpr const wchar_t* colourConvert = L"ColourConvert.fx";
-
-const CriticalSection& gpuLock()
-{
-    return FxResources::Manager::instance().gpuLock();
-}
 
 /// The range that a conversion takes a YCrCb surface to have.
 GamutScaling effectiveGamut(GamutScaling ofSurface)
@@ -182,7 +176,7 @@ bool init() noexcept
         return false;
     }
     effectState = Failed; // whatever happens now, there is no second attempt
-    if (!FxResources::Manager::instance().findEffect(colourConvert).getShader()) {
+    if (!FxResources::Manager::instance().findEffect(colourConvertEffect).getShader()) {
         LogBoth("Error: Failed to obtain effect 'ColourConvert.fx' - effects will not be shown on output "
                 "monitors.\n");
         return false;
@@ -204,7 +198,7 @@ bool convertYCrCb422ToRGB(const Surface& source, Surface& dest, GamutScaling gam
     const CriticalSectionScope inside(gpuLock());
     const GamutScaling sourceGamut = effectiveGamut(source.getGamutScaling());
     bool drawn = false;
-    if (const Qx::Ptr<iShaderEffect> effect = getShader(colourConvert)) {
+    if (const Qx::Ptr<iShaderEffect> effect = getShader(colourConvertEffect)) {
         const Sources inputs = decodeInputs(source, dest);
         drawn = effect->setTechnique(decodeTechnique(sourceGamut, colourSpace, gamut, filter));
         if (drawn) {
@@ -221,7 +215,7 @@ bool convertRGBToYCrCb422(const Surface& source, Surface& dest, Filter filter) n
     const GamutScaling destGamut = dest.getGamutScaling();
     const ColourSpace colourSpace = dest.getColourSpace();
     const CriticalSectionScope inside(gpuLock());
-    const Qx::Ptr<iShaderEffect> effect = getShader(colourConvert);
+    const Qx::Ptr<iShaderEffect> effect = getShader(colourConvertEffect);
     if (!effect ||
         !effect->setTechnique(encodeTechnique(sourceGamut, effectiveGamut(destGamut), colourSpace, filter))) {
         return false;

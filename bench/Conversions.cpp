@@ -22,7 +22,6 @@ using namespace Image;
 using benchmark::State;
 
 constexpr int framesInFlight = 3;
-constexpr int framesPerIteration = 16;
 constexpr std::array depths{iGPUImage::eARGB8, iGPUImage::eARGB16};
 
 /// Converts a frame; false when nothing was drawn.
@@ -53,19 +52,7 @@ Surface makeVideoTarget(iGPUImage::eFormat depth)
 
 void onDevice(State& state, Conversion convert, const Surface& source, Surface target, Filter filter)
 {
-    if (!convert(source, target, filter)) {
-        state.SkipWithError("the conversion draws nothing");
-        return;
-    }
-    finish();
-    for (auto _ : state) {
-        for (int i = 0; i < framesPerIteration; ++i) {
-            convert(source, target, filter);
-        }
-        finish();
-    }
-    state.counters["fps"] = benchmark::Counter(static_cast<double>(state.iterations()) * framesPerIteration,
-                                               benchmark::Counter::kIsRate);
+    measureOnDevice(state, target, [&] { return convert(source, target, filter); });
 }
 
 void thereAndBack(State& state, iGPUImage::eFormat depth, Filter filter)

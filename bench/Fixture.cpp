@@ -60,6 +60,27 @@ void finish()
     }
 }
 
+void measureOnDevice(benchmark::State& state, const Surface& target, const std::function<bool()>& draw)
+{
+    constexpr int framesPerIteration = 16;
+    const Qx::Ptr<iGPUImage> image = target.getGPUSurface();
+    if (!image || !draw()) {
+        state.SkipWithError("nothing is drawn");
+        return;
+    }
+    finish();
+    for (auto _ : state) {
+        for (int i = 0; i < framesPerIteration; ++i) {
+            draw();
+        }
+        finish();
+    }
+    const XY<int> size = image->getSize();
+    state.counters["fps"] = benchmark::Counter(static_cast<double>(state.iterations()) * framesPerIteration,
+                                               benchmark::Counter::kIsRate);
+    state.counters["bytes"] = static_cast<double>(size.x) * size.y * (image->getBitsPerTexel() / 8);
+}
+
 const char* deviceName()
 {
     static const std::string name = [] {

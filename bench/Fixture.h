@@ -3,6 +3,10 @@
 #include "platform/GPUImage.h"
 #include "platform/Surface.h"
 
+#include <benchmark/benchmark.h>
+
+#include <functional>
+
 /// What the benchmarks share: frames of one size, and waiting for the device.
 namespace Qx::Bench {
 
@@ -21,6 +25,11 @@ Image::Surface makePicture(iGPUImage::eFormat depth);
 
 /// Waits until the device has done all that is recorded.
 void finish();
+
+/// Frames a second of a pass into that target, as the counter "fps"; the counter "bytes" has the target's
+/// bytes. `draw` records the pass, and is false when it cannot.
+void measureOnDevice(benchmark::State& state, const Image::Surface& target,
+                     const std::function<bool()>& draw);
 
 /// The device that the benchmarks run on, for people.
 const char* deviceName();

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <string>
 #include <string_view>
 
 namespace Qx::Bench {
@@ -17,20 +18,25 @@ void MarkdownReport::ReportRuns(const std::vector<Run>& runs)
         if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median" || run.error_occurred) {
             continue;
         }
-        const auto fps = run.counters.find("fps");
+        const auto counter = [&run](const char* name) {
+            const auto found = run.counters.find(name);
+            return found != run.counters.end() ? found->second.value : 0.0;
+        };
         rows_.push_back({run.run_name.function_name, run.GetAdjustedRealTime(),
-                         benchmark::GetTimeUnitString(run.time_unit),
-                         fps != run.counters.end() ? fps->second.value : 0.0});
+                         benchmark::GetTimeUnitString(run.time_unit), counter("fps"), counter("bytes")});
     }
 }
 
 bool MarkdownReport::write(const std::string& path) const
 {
-    // Frames are compared with the device's own copy of as many bytes: the least that a pass could cost.
-    const auto copyRate = [this](std::string_view name) {
-        const std::string_view bits = name.find(", 16 bits") != std::string_view::npos ? "16" : "8";
-        const auto row = std::find_if(rows_.begin(), rows_.end(), [bits](const Row& r) {
-            return r.name == fmt::format("copy on the device, {} bits", bits);
+    // A pass is compared with the device's own copy of as many bytes, the least that it could cost; what is
+    // more than a pass, with that of an RGB frame of its depth.
+    const auto copyRate = [this](const Row& of) {
+        const bool deep = of.name.find(", 16 bits") != std::string::npos;
+        const std::string_view frame = deep ? "copy on the device, 16 bits" : "copy on the device, 8 bits";
+        const auto row = std::find_if(rows_.begin(), rows_.end(), [&](const Row& r) {
+            return of.bytes > 0 ? r.bytes == of.bytes && r.name.starts_with("copy on the device")
+                                : r.name == frame;
         });
         return row != rows_.end() ? row->framesPerSecond : 0.0;
     };
@@ -43,10 +49,10 @@ bool MarkdownReport::write(const std::string& path) const
             "Written by `scripts/performance`. Medians of one run, at 1920 x 1080. Compare figures of one "
             "run only.\n\n"
          << "Device: " << deviceName() << "\n\n"
-         << "## Frames\n\n| work | frames a second | of a copy on the device |\n|---|---:|---:|\n";
+         << "## Frames\n\n| work | frames a second | of a copy of as many bytes |\n|---|---:|---:|\n";
     for (const Row& row : sorted) {
         if (row.framesPerSecond > 0) {
-            const double copy = copyRate(row.name);
+            const double copy = copyRate(row);
             page << fmt::format("| {} | {:.0f} | {} |\n", row.name, row.framesPerSecond,
                                 copy > 0 ? fmt::format("{:.2f}", row.framesPerSecond / copy)
                                          : "not measured");

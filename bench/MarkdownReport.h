@@ -23,6 +23,7 @@ private:
         double time = 0;
         std::string unit;
         double framesPerSecond = 0; ///< 0 for what is not counted in frames
+        double bytes = 0;           ///< that a pass writes; 0: it is more than one pass
     };
 
     std::vector<Row> rows_;

@@ -10,6 +10,7 @@
 
 namespace Qx::Bench {
 void registerConversions();
+void registerFormats();
 void registerStartUp();
 void registerTechniqueApplication();
 } // namespace Qx::Bench
@@ -38,6 +39,7 @@ int main(int argc, char** argv)
     Qx::Host::start(options);
 
     Qx::Bench::registerConversions();
+    Qx::Bench::registerFormats();
     Qx::Bench::registerTechniqueApplication();
     Qx::Bench::registerStartUp();
     Qx::Bench::MarkdownReport report;

@@ -21,7 +21,7 @@ install(FILES ${PROJECT_SOURCE_DIR}/image/TechniqueApplication.h DESTINATION ${Q
 install(FILES ${PROJECT_SOURCE_DIR}/host/Host.h DESTINATION ${QX_HEADER_DIR}/host)
 install(FILES ${PROJECT_SOURCE_DIR}/host/gpu/GPUOptions.h ${PROJECT_SOURCE_DIR}/host/gpu/GPUService.h
     DESTINATION ${QX_HEADER_DIR}/host/gpu)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/shaders/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qx/shaders)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/shaders/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qx/shaders PATTERN README.md EXCLUDE)
 
 install(EXPORT QxFxResourcesTargets NAMESPACE QxFxResources:: DESTINATION ${QX_PACKAGE_DIR})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/QxFxResourcesConfig.cmake.in

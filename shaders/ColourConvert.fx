@@ -27,6 +27,12 @@ float inputMax : TEXTUREMAXCODE < string Texture = "gSourceImage"; >;
 float2 targetSize : TARGETSIZE;
 float targetMax : TARGETMAXCODE;
 
+// What callers of the 10-bit techniques tell: how many 32-bit words a packed row has on its way in, how many
+// pairs of pixels, counting half ones, a row has on its way out, and the packed row's words then, which are
+// the target's.
+float pSourceImageTotalWidthInDWORDs = 0.0;
+float DestImageWidth = 0.0;
+
 #define BT601 1
 #define BT709 2
 
@@ -40,6 +46,7 @@ float targetMax : TARGETMAXCODE;
 
 #include "Include/Decode422.fxh"
 #include "Include/Encode422.fxh"
+#include "Include/TenBit.fxh"
 
 #define DECODE(NAME, SOURCE, MATRIX, TARGET, FILTER)                                                         \
     technique NAME                                                                                           \
@@ -100,3 +107,50 @@ ENCODE(RGB_Video_To_YCrCb422_Video_BT601_Point, VIDEO, VIDEO, BT601, POINT)
 ENCODE(RGB_Video_To_YCrCb422_Video_BT601_Lanczos, VIDEO, VIDEO, BT601, LANCZOS)
 ENCODE(RGB_Video_To_YCrCb422_Video_BT709_Point, VIDEO, VIDEO, BT709, POINT)
 ENCODE(RGB_Video_To_YCrCb422_Video_BT709_Lanczos, VIDEO, VIDEO, BT709, LANCZOS)
+
+float4 unpackDvs(float2 pos : VPOS) : COLOR0
+{
+    return pairFromWords(int2(pos), DVS_UPPER_BITS);
+}
+
+float4 unpackMatrox(float2 pos : VPOS, uniform bool upperBitsOnly) : COLOR0
+{
+    return pairFromMatrox(int2(pos), int(pSourceImageTotalWidthInDWORDs), upperBitsOnly);
+}
+
+float4 packMatrox(float2 pos : VPOS) : COLOR0
+{
+    return matroxWord(int2(pos), int(ceil(pSourceImageTotalWidthInDWORDs)));
+}
+
+technique UnpackDvs10Bit_BaseOnly
+{
+    pass P0
+    {
+        PixelShader = compile ps_3_0 unpackDvs();
+    }
+}
+
+technique UnpackMatrox10Bit
+{
+    pass P0
+    {
+        PixelShader = compile ps_3_0 unpackMatrox(false);
+    }
+}
+
+technique UnpackMatrox10Bit_BaseOnly
+{
+    pass P0
+    {
+        PixelShader = compile ps_3_0 unpackMatrox(true);
+    }
+}
+
+technique PackMatrox10Bit
+{
+    pass P0
+    {
+        PixelShader = compile ps_3_0 packMatrox();
+    }
+}

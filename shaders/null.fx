@@ -1,8 +1,13 @@
-// Copies and plain rearrangements of an image.
+// Copies and rearrangements of an image: components change their places and keep their values.
+//
+// Techniques are named for the order of components in memory that they read and write, as their callers spell
+// it; README.md says what each one does. Texels are read by number, so that what a row holds behind the picture
+// never comes in. Values of RGB keep their share of the largest code where the depth changes; those of YCrCb keep
+// their place among the steps of video.
 
 texture Input;
 
-sampler InputSampler = sampler_state
+sampler SourceSampler = sampler_state
 {
     Texture = <Input>;
     MinFilter = Point;
@@ -11,19 +16,226 @@ sampler InputSampler = sampler_state
     AddressV = Clamp;
 };
 
-// The size of the image, as the caller counts it.
+float2 inputSize : TEXTURESIZE < string Texture = "Input"; >;
+float inputMax : TEXTUREMAXCODE < string Texture = "Input"; >;
+float2 targetSize : TARGETSIZE;
+float targetMax : TARGETMAXCODE;
+
+// The size of the picture as the caller counts it.
 float _Width = 0.0;
 float _Height = 0.0;
 
-float4 copy(float2 uv : TEXCOORD0) : COLOR0
+#include "Include/Components.fxh"
+#include "Include/TenBit.fxh"
+
+// Where a technique is applied to a surface, its picture is bound a second time, with the rectangle moved aside;
+// where an image is drawn through an effect, it is bound once. What is not bound has the rectangle (0, 0, 1, 1),
+// as the third one always has.
+bool isSurface(float2 second, float2 unbound)
 {
-    return tex2D(InputSampler, uv);
+    return second.x != unbound.x;
 }
 
-technique Null
+// The rectangle of a surface is that of its rows, padding included. Moved to the right, it is by a pixel of the
+// picture: whose width is thus known to be _Width.
+float4 copy(float2 uv : TEXCOORD0, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLOR0
 {
-    pass P0
-    {
-        PixelShader = compile ps_3_0 copy();
-    }
+    bool knowsWidth = isSurface(second, unbound) && abs((second.x - uv.x) * _Width - 1.0) < 0.1;
+    float columns = knowsWidth ? min(_Width, inputSize.x) : inputSize.x;
+    return texelOf(componentsAt(int2(floor(uv * float2(columns, inputSize.y)))));
 }
+
+// ---- A texel for a texel ----
+
+#define AS_IT_IS 0
+#define FLIPPED 1
+#define LAST_TO_FRONT 2
+#define FIRST_TO_BACK 3
+#define COLOURS_REVERSED 4
+
+float4 reorderColours(float2 pos : VPOS, uniform int order) : COLOR0
+{
+    int2 at = int2(pos);
+    float4 c = componentsAt(order == FLIPPED ? int2(at.x, int(_Height) - 1 - at.y) : at);
+    c = order == LAST_TO_FRONT ? c.wxyz : c;
+    c = order == FIRST_TO_BACK ? c.yzwx : c;
+    c = order == COLOURS_REVERSED ? c.xwzy : c;
+    return texelOf(c);
+}
+
+#define PAIRS_SWAPPED 0
+#define CHROMA_SWAPPED 1
+
+float4 reorderVideo(float2 pos : VPOS, uniform int order) : COLOR0
+{
+    float4 c = componentsAt(int2(pos));
+    return texelOf(atTargetDepth(order == PAIRS_SWAPPED ? c.yxwz : c.xwzy));
+}
+
+// B G R A pictures are drawn through this; surfaces that it is applied to are video.
+float4 reverseOrder(float2 pos : VPOS, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLOR0
+{
+    float4 c = componentsAt(int2(pos)).wzyx;
+    return texelOf(isSurface(second, unbound) ? atTargetDepth(c) : c);
+}
+
+// ---- Three components a pixel ----
+
+float4 fromThree(float2 pos : VPOS, uniform bool redFirst, uniform bool flipped) : COLOR0
+{
+    int first = int(pos.x) * 3;
+    int row = flipped ? int(_Height) - 1 - int(pos.y) : int(pos.y);
+    int texel = first >> 2;
+    float3 c = threeOf(componentsAt(int2(texel, row)), componentsAt(int2(texel + 1, row)), first & 3);
+    return float4(redFirst ? c : c.zyx, 1.0);
+}
+
+// Red, green and blue of a pixel of the source; 0 behind the picture.
+float3 coloursAt(int x, int y)
+{
+    return x < int(_Width) ? componentsAt(int2(x, y)).yzw : float3(0.0, 0.0, 0.0);
+}
+
+// The target's texels hold a row's components one after the other.
+float4 toThree(float2 pos : VPOS, uniform bool redFirst) : COLOR0
+{
+    int y = int(pos.y);
+    int first = int(pos.x) * 4;
+    int pixel = first / 3;
+    float3 one = coloursAt(pixel, y);
+    float3 two = coloursAt(pixel + 1, y);
+    return texelOf(fourOf(redFirst ? one : one.zyx, redFirst ? two : two.zyx, first - pixel * 3));
+}
+
+// ---- Planes ----
+
+float4 fromPlanes(float2 pos : VPOS) : COLOR0
+{
+    int2 at = int2(pos);
+    int rows = int(_Height);
+    return float4(componentAt(at.x, at.y), componentAt(at.x, at.y + rows), componentAt(at.x, at.y + 2 * rows),
+                  1.0);
+}
+
+float4 toPlanes(float2 pos : VPOS) : COLOR0
+{
+    int rows = int(_Height);
+    int plane = int(pos.y) / rows;
+    int y = int(pos.y) - plane * rows;
+    int x = int(pos.x) * 4;
+    float3 one = coloursAt(x, y);
+    float3 two = coloursAt(x + 1, y);
+    float3 three = coloursAt(x + 2, y);
+    float3 four = coloursAt(x + 3, y);
+    return texelOf(plane == 0   ? float4(one.r, two.r, three.r, four.r)
+                   : plane == 1 ? float4(one.g, two.g, three.g, four.g)
+                                : float4(one.b, two.b, three.b, four.b));
+}
+
+// Y, then Cr and Cb of half as many lines, which two lines of the picture share.
+float4 fromYV12(float2 pos : VPOS) : COLOR0
+{
+    int pair = int(pos.x);
+    int y = int(pos.y);
+    int rows = int(_Height);
+    int cr = rows + (y >> 1);
+    int cb = cr + ((rows + 1) >> 1);
+    return texelOf(atTargetDepth(float4(componentAt(pair * 2, y), componentAt(pair, cb),
+                                        componentAt(pair * 2 + 1, y), componentAt(pair, cr))));
+}
+
+// Chroma of a pair of pixels in two lines: the mean, halves rounded up. The last of an odd number of lines is
+// on its own.
+float sharedChroma(int pair, int row, int rows, bool cr)
+{
+    float4 upper = codesOf(componentsAt(int2(pair, row)), inputMax);
+    float4 lower = codesOf(componentsAt(int2(pair, min(row + 1, rows - 1))), inputMax);
+    float4 mean = floor((upper + lower + 1.0) * 0.5) / inputMax;
+    return cr ? mean.w : mean.y;
+}
+
+float4 toYV12(float2 pos : VPOS) : COLOR0
+{
+    int x = int(pos.x);
+    int y = int(pos.y);
+    int rows = int(_Height);
+    int4 place = x * 4 + int4(0, 1, 2, 3);
+    float4 c;
+    int width;
+    if (y < rows)
+    {
+        c = float4(componentsAt(int2(x * 2, y)).xz, componentsAt(int2(x * 2 + 1, y)).xz);
+        width = int(_Width);
+    }
+    else
+    {
+        int chromaRows = (rows + 1) >> 1;
+        bool cr = y - rows < chromaRows;
+        int row = (cr ? y - rows : y - rows - chromaRows) * 2;
+        c = float4(sharedChroma(place.x, row, rows, cr), sharedChroma(place.y, row, rows, cr),
+                   sharedChroma(place.z, row, rows, cr), sharedChroma(place.w, row, rows, cr));
+        width = (int(_Width) + 1) >> 1;
+    }
+    c = float4(place.x < width ? c.x : 0.0, place.y < width ? c.y : 0.0, place.z < width ? c.z : 0.0,
+               place.w < width ? c.w : 0.0);
+    return texelOf(atTargetDepth(c));
+}
+
+// ---- Words of ten bits ----
+
+float4 fromV210(float2 pos : VPOS) : COLOR0
+{
+    return pairFromWords(int2(pos), V210);
+}
+
+float4 toV210(float2 pos : VPOS) : COLOR0
+{
+    return v210Word(int2(pos), (int(_Width) + 1) >> 1);
+}
+
+// ---- Looking at an image ----
+
+// Four pixels for a texel: its components, as greys.
+float4 expandChannels(float2 pos : VPOS) : COLOR0
+{
+    float grey = componentAt(int(pos.x), int(pos.y));
+    return float4(grey, grey, grey, 1.0);
+}
+
+#define TECHNIQUE(NAME, CALL)                                                                                \
+    technique NAME                                                                                           \
+    {                                                                                                        \
+        pass P0                                                                                              \
+        {                                                                                                    \
+            PixelShader = compile ps_3_0 CALL;                                                               \
+        }                                                                                                    \
+    }
+
+TECHNIQUE(Null, copy())
+
+TECHNIQUE(FlipVertical, reorderColours(FLIPPED))
+TECHNIQUE(RotateLeft, reorderColours(LAST_TO_FRONT))
+TECHNIQUE(ABGRtoARGB, reorderColours(COLOURS_REVERSED))
+TECHNIQUE(ReverseComponentOrder, reverseOrder())
+TECHNIQUE(BGRAtoARGB, reorderColours(AS_IT_IS))
+TECHNIQUE(RGBtoARGB, fromThree(false, false))
+TECHNIQUE(RGBtoARGB_FlipVertical, fromThree(false, true))
+TECHNIQUE(RGB16toABGR, fromThree(false, false))
+TECHNIQUE(BGRtoARGB, fromThree(true, false))
+TECHNIQUE(BGRtoARGB_FlipVertical, fromThree(true, true))
+TECHNIQUE(RGBPlanartoARGB, fromPlanes())
+
+TECHNIQUE(ARGBtoRGB, toThree(true))
+TECHNIQUE(ARGBtoBGR, toThree(false))
+TECHNIQUE(ARGBtoBGRA, reorderColours(AS_IT_IS))
+TECHNIQUE(ARGBtoRGBA, reorderColours(FIRST_TO_BACK))
+TECHNIQUE(ARGBtoRGBPlanar, toPlanes())
+
+TECHNIQUE(UYVYtoYUYV, reorderVideo(PAIRS_SWAPPED))
+TECHNIQUE(YVYUtoYUYV, reorderVideo(CHROMA_SWAPPED))
+TECHNIQUE(YV12toYUYV, fromYV12())
+TECHNIQUE(V210toYUYV, fromV210())
+TECHNIQUE(YUYVtoYV12, toYV12())
+TECHNIQUE(YUYVtoV210, toV210())
+
+TECHNIQUE(ChannelExpand, expandChannels())

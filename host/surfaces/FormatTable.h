@@ -1,12 +1,26 @@
 #pragma once
 
+#include "platform/Api.h"
 #include "platform/GPUImage.h"
 #include "platform/ImageFormat.h"
 
+#include <array>
 #include <cstdint>
 #include <span>
+#include <string>
+#include <vector>
 
 namespace Qx::Host {
+
+/// How the bits of a component lie in a block of pixels. Components follow each other in the format's order.
+enum class Packing
+{
+    Samples,        ///< a byte or a little-endian 16-bit word each
+    ThreeInWord,    ///< 10 bits each, three in a little-endian 32-bit word from bit 0 on; the top bits unused
+    UpperThenLower, ///< a byte each for the upper eight bits, then two bits each, from bit 0 on, for the
+                    ///< lower
+    TwoTenTenTen,   ///< one little-endian 32-bit word: two bits, then 10 bits each, from the top down
+};
 
 /// How the pixels of a row lie in memory at one depth.
 struct RowLayout
@@ -16,6 +30,7 @@ struct RowLayout
     unsigned rowAlignment = 1; ///< bytes that a row is filled up to a multiple of
     std::uint16_t bitsPerPixel = 0;
     iGPUImage::eFormat texels = iGPUImage::eARGB8; ///< of the GPU image that holds such rows
+    Packing packing = Packing::Samples;
 };
 
 enum class FormatKind
@@ -32,25 +47,46 @@ enum class Planes
     OneAndTwoHalf, ///< one of the picture's size, then two of half its size both ways, rounded up
 };
 
+/// The depths at which a format is read and written, zeros at the end.
+using Depths = std::array<std::uint16_t, 3>;
+
 /// One pixel format. The layouts are those of a row of the first plane.
 struct FormatInfo
 {
     Image::Format format;
     const char* name;
+    const char* word;  ///< its name on a command line: lower case, unique
+    const char* order; ///< its components in memory, or its planes: "Y0 Cb Y1 Cr"
     FormatKind kind;
     Planes planes;
     std::uint16_t usualDepth; ///< bits per component that a description without any means
     RowLayout upTo8Bits;
     RowLayout at10Bits;
     RowLayout otherDepths; ///< 9 to 16 bits, in 16-bit words
+    Depths depths;
+    const char* note; ///< what is particular about it, where its code means something else in other software
 
-    const RowLayout& layout(unsigned bitsPerComponent) const;
+    QX_API const RowLayout& layout(unsigned bitsPerComponent) const;
+    QX_API bool hasDepth(unsigned bitsPerComponent) const;
 };
 
+/// Bits of one component in a block of pixels, or, where a component is split, a part of them.
+struct ComponentBits
+{
+    std::string component; ///< "R", "Y0", "Cb": those of pixel pairs are numbered where a block has several
+    unsigned bit = 0;      ///< the lowest, counted from bit 0 of the block's first byte on
+    unsigned bits = 0;
+    unsigned valueBit = 0; ///< which bit of the component's value the lowest is
+};
+
+/// Where everything lies in a block of the first plane, in memory order; of a planar format the components of
+/// the planes, one after the other, each at bit 0.
+QX_API std::vector<ComponentBits> componentsOf(const FormatInfo& info, unsigned bitsPerComponent);
+
 /// Every format that there is.
-std::span<const FormatInfo> formatTable();
+QX_API std::span<const FormatInfo> formatTable();
 
 /// Null for an unknown code.
-const FormatInfo* findFormat(Image::Format format);
+QX_API const FormatInfo* findFormat(Image::Format format);
 
 } // namespace Qx::Host

@@ -4,41 +4,31 @@
 #include "host/surfaces/RowGeometry.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <optional>
 
 namespace {
 
 using Qx::Host::RowGeometry;
-using Qx::Image::Format;
 using Qx::Image::Surface;
 
-/// The layouts of 4:2:2 between which pixels are converted here.
-enum class Layout
-{
-    Other,
-    Packed8,  ///< Y0 Cb Y1 Cr, bytes
-    Packed16, ///< Y0 Cb Y1 Cr, 16-bit words
-    Words10,  ///< v210
-};
+/// Where in four components in memory Y0, Cb, Y1 and Cr lie.
+using Places = std::array<std::uint8_t, 4>;
 
-Layout layoutOf(const Qx::Image::Core::Data& data)
+constexpr Places inOrder{0, 1, 2, 3};
+
+/// A row as everything is converted by way of: Y0 Cb Y1 Cr in 16 bits, of which a code of fewer bits has the
+/// upper ones. Nothing is lost on the way in, so what is rounded on the way out is rounded once.
+struct WideRow
 {
-    switch (data.format) {
-    case Qx::Image::YUY2:
-    case Qx::Image::YUYV:
-        return data.bitsPerComponent > 8 ? Layout::Packed16 : Layout::Packed8;
-    case Qx::Image::Y216:
-    case Qx::Image::V216:
-        return Layout::Packed16;
-    case Qx::Image::V210:
-        return Layout::Words10;
-    default:
-        return Layout::Other;
-    }
-}
+    std::uint16_t* components;
+    std::size_t pairs;
+};
 
 std::uint16_t load16(const std::byte* from)
 {
@@ -47,77 +37,153 @@ std::uint16_t load16(const std::byte* from)
     return value;
 }
 
-void store(std::byte* to, std::size_t i, std::uint8_t value)
+/// To the nearest code of that many bits, halves up, and none beyond the largest.
+template <unsigned bits>
+unsigned narrowed(std::uint16_t value)
 {
-    to[i] = static_cast<std::byte>(value);
+    constexpr unsigned shift = 16 - bits;
+    return std::min((value + (1U << (shift - 1))) >> shift, (1U << bits) - 1);
 }
 
-void store(std::byte* to, std::size_t i, std::uint16_t value)
+void readBytes(const std::byte* from, WideRow to, const Places& places)
 {
-    std::memcpy(to + 2 * i, &value, sizeof value);
+    for (std::size_t i = 0; i < to.pairs * 4; i += 4) {
+        for (std::size_t c = 0; c < 4; ++c) {
+            to.components[i + c] =
+                static_cast<std::uint16_t>(std::to_integer<unsigned>(from[i + places[c]]) << 8);
+        }
+    }
 }
 
-/// To the nearest 8-bit code, halves up: 8 bits are the upper ones of any deeper code.
-std::uint8_t from10To8(unsigned code)
+void writeBytes(WideRow from, std::byte* to, const Places& places)
 {
-    return static_cast<std::uint8_t>(std::min((code + 2) >> 2, 255U));
+    for (std::size_t i = 0; i < from.pairs * 4; i += 4) {
+        for (std::size_t c = 0; c < 4; ++c) {
+            to[i + places[c]] = static_cast<std::byte>(narrowed<8>(from.components[i + c]));
+        }
+    }
 }
 
-std::uint16_t from10To16(unsigned code)
+void readWords(const std::byte* from, WideRow to, const Places& places)
 {
-    return static_cast<std::uint16_t>(code << 6);
+    for (std::size_t i = 0; i < to.pairs * 4; i += 4) {
+        for (std::size_t c = 0; c < 4; ++c) {
+            to.components[i + c] = load16(from + 2 * (i + places[c]));
+        }
+    }
 }
 
-/// Unpacks `pairs` pixel pairs of a v210 row. Component i of a row is field i % 3 of word i / 3, and every
-/// pair of components comes chroma first.
-template <class Sample, Sample convert(unsigned)>
-void unpackV210(const std::byte* from, std::byte* to, std::size_t pairs)
+void writeWords(WideRow from, std::byte* to, const Places& places)
 {
-    for (std::size_t i = 0; i < pairs * 4; ++i) {
+    for (std::size_t i = 0; i < from.pairs * 4; i += 4) {
+        for (std::size_t c = 0; c < 4; ++c) {
+            std::memcpy(to + 2 * (i + places[c]), &from.components[i + c], 2);
+        }
+    }
+}
+
+// v210: component i of a row is field i % 3 of word i / 3, and every pair of components comes chroma first.
+
+void readV210(const std::byte* from, WideRow to, const Places& /*places*/)
+{
+    for (std::size_t i = 0; i < to.pairs * 4; ++i) {
         std::uint32_t word;
         std::memcpy(&word, from + i / 3 * 4, sizeof word);
-        store(to, i ^ 1, convert(word >> i % 3 * 10 & 0x3FF));
+        to.components[i ^ 1] = static_cast<std::uint16_t>((word >> i % 3 * 10 & 0x3FF) << 6);
     }
 }
 
-void widen(const std::byte* from, std::byte* to, std::size_t pairs)
+void writeV210(WideRow from, std::byte* to, const Places& /*places*/)
 {
-    for (std::size_t i = 0; i < pairs * 4; ++i) {
-        store(to, i, static_cast<std::uint16_t>(std::to_integer<unsigned>(from[i]) << 8));
+    const std::size_t components = from.pairs * 4;
+    const std::size_t words = (components + 11) / 12 * 4; // whole groups of six pixels
+    for (std::size_t w = 0; w < words; ++w) {
+        std::uint32_t word = 0;
+        for (std::size_t i = 3 * w; i < std::min(3 * w + 3, components); ++i) {
+            word |= narrowed<10>(from.components[i ^ 1]) << i % 3 * 10;
+        }
+        std::memcpy(to + w * 4, &word, sizeof word);
     }
 }
 
-void narrow(const std::byte* from, std::byte* to, std::size_t pairs)
+// M101: blocks of eight pairs, the upper eight bits of each component and then a byte a pair with the lower
+// two.
+
+constexpr std::size_t matroxPairs = 8;
+constexpr std::size_t matroxBytes = 40;
+
+void readM101(const std::byte* from, WideRow to, const Places& /*places*/)
 {
-    for (std::size_t i = 0; i < pairs * 4; ++i) {
-        store(to, i, static_cast<std::uint8_t>(std::min((load16(from + 2 * i) + 128U) >> 8, 255U)));
+    for (std::size_t pair = 0; pair < to.pairs; ++pair) {
+        const std::byte* block = from + pair / matroxPairs * matroxBytes;
+        const std::size_t place = pair % matroxPairs;
+        const auto lower = std::to_integer<unsigned>(block[matroxPairs * 4 + place]);
+        for (std::size_t c = 0; c < 4; ++c) {
+            const auto upper = std::to_integer<unsigned>(block[place * 4 + c]);
+            to.components[pair * 4 + c] = static_cast<std::uint16_t>(upper << 8 | (lower >> 2 * c & 3) << 6);
+        }
     }
 }
 
-using RowConversion = void (*)(const std::byte* from, std::byte* to, std::size_t pairs);
-
-RowConversion conversionBetween(Layout from, Layout to)
+void writeM101(WideRow from, std::byte* to, const Places& /*places*/)
 {
-    if (from == Layout::Words10 && to == Layout::Packed8) {
-        return unpackV210<std::uint8_t, from10To8>;
+    std::memset(to, 0, (from.pairs + matroxPairs - 1) / matroxPairs * matroxBytes);
+    for (std::size_t pair = 0; pair < from.pairs; ++pair) {
+        std::byte* block = to + pair / matroxPairs * matroxBytes;
+        const std::size_t place = pair % matroxPairs;
+        for (std::size_t c = 0; c < 4; ++c) {
+            const unsigned code = narrowed<10>(from.components[pair * 4 + c]);
+            block[place * 4 + c] = static_cast<std::byte>(code >> 2);
+            block[matroxPairs * 4 + place] |= static_cast<std::byte>((code & 3) << 2 * c);
+        }
     }
-    if (from == Layout::Words10 && to == Layout::Packed16) {
-        return unpackV210<std::uint16_t, from10To16>;
+}
+
+/// How a row of 4:2:2 is read and written.
+struct Layout
+{
+    void (*read)(const std::byte* from, WideRow to, const Places& places);
+    void (*write)(WideRow from, std::byte* to, const Places& places);
+    Places places = inOrder;
+
+    friend bool operator==(const Layout&, const Layout&) = default;
+};
+
+std::optional<Layout> layoutOf(const Qx::Image::Core::Data& data)
+{
+    const auto ordered = [&](const Places& places) {
+        return data.bitsPerComponent > 8 ? Layout{readWords, writeWords, places}
+                                         : Layout{readBytes, writeBytes, places};
+    };
+    switch (data.format) {
+    case Qx::Image::YUY2:
+    case Qx::Image::YUYV:
+        return ordered(inOrder);
+    case Qx::Image::YVYU:
+        return ordered({0, 3, 2, 1});
+    case Qx::Image::UYVY:
+        return ordered({1, 0, 3, 2});
+    case Qx::Image::VYUY:
+        return ordered({3, 2, 1, 0});
+    case Qx::Image::Y216:
+    case Qx::Image::V216:
+        return Layout{readWords, writeWords};
+    case Qx::Image::V210:
+        return Layout{readV210, writeV210};
+    case Qx::Image::M101:
+    case Qx::Image::M102:
+        return data.bitsPerComponent != 0 && data.bitsPerComponent <= 8 ? Layout{readBytes, writeBytes}
+                                                                        : Layout{readM101, writeM101};
+    default:
+        return std::nullopt;
     }
-    if (from == Layout::Packed8 && to == Layout::Packed16) {
-        return widen;
-    }
-    if (from == Layout::Packed16 && to == Layout::Packed8) {
-        return narrow;
-    }
-    return nullptr;
 }
 
 /// Whether the rows of both descriptions hold the same bytes.
 bool sameLayout(const Surface& from, const Surface& to)
 {
-    const Layout layout = layoutOf(from.getData());
-    if (layout != Layout::Other) {
+    const std::optional<Layout> layout = layoutOf(from.getData());
+    if (layout) {
         return layout == layoutOf(to.getData());
     }
     const auto* info = Qx::Host::findFormat(from.getDataFormat());
@@ -153,17 +219,22 @@ struct MappedRows
 
 bool ImageConverter::convert(const Surface& from, Surface& to)
 {
-    const RowConversion convertRow = conversionBetween(layoutOf(from.getData()), layoutOf(to.getData()));
+    const std::optional<Layout> read = layoutOf(from.getData());
+    const std::optional<Layout> write = layoutOf(to.getData());
+    const bool copies = sameLayout(from, to);
     const bool flip = from.isTopDown() != to.isTopDown();
     if (!from.getHostImage() || from.getWidth() != to.getWidth() || from.getHeight() != to.getHeight() ||
-        (convertRow == nullptr && !sameLayout(from, to)) || (flip && !isOnePlane(from))) {
+        (!copies && !(read && write)) || (flip && !isOnePlane(from))) {
         return false;
     }
+    const std::size_t pairs = (std::size_t{from.getWidth()} + 1) / 2;
+    const std::unique_ptr<std::uint16_t[]> wide(copies ? nullptr
+                                                       : new (std::nothrow) std::uint16_t[pairs * 4]);
     Surface target = to;
     if (target.getHostImage() == from.getHostImage()) {
         target.setHostImage(nullptr); // copies of a surface share their pixels
     }
-    if (!target.getHostImage() && !target.allocateHost()) {
+    if ((!copies && !wide) || (!target.getHostImage() && !target.allocateHost())) {
         return false;
     }
     const std::optional<RowGeometry> source = Qx::Host::rowGeometryOf(from.getData());
@@ -177,14 +248,14 @@ bool ImageConverter::convert(const Surface& from, Surface& to)
         return false;
     }
     const std::size_t rows = wanted->rows;
-    const std::size_t pairs = (std::size_t{from.getWidth()} + 1) / 2;
     for (std::size_t y = 0; y < rows; ++y) {
         const std::byte* inputRow = input.first + (flip ? rows - 1 - y : y) * input.pitch;
         std::byte* outputRow = output.first + y * output.pitch;
-        if (convertRow != nullptr) {
-            convertRow(inputRow, outputRow, pairs);
-        } else {
+        if (copies) {
             std::memcpy(outputRow, inputRow, source->rowBytes);
+        } else {
+            read->read(inputRow, {wide.get(), pairs}, read->places);
+            write->write({wide.get(), pairs}, outputRow, write->places);
         }
     }
     to = target;

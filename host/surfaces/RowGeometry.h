@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Qx/XY.h"
+#include "platform/Api.h"
 #include "platform/GPUImage.h"
 #include "platform/ImageDescription.h"
 
@@ -19,7 +20,7 @@ struct RowGeometry
     iGPUImage::eFormat texels = iGPUImage::eARGB8;
 
     /// The image that holds these rows, in texels.
-    XY<int> imageSize() const;
+    QX_API XY<int> imageSize() const;
 };
 
 /// Bytes of a texel.
@@ -32,7 +33,7 @@ std::uint16_t bitsPerPixelOf(const Image::Core::Data& data);
 /// of texels is rounded up. Empty when the description makes no sense: no width or height, a format that is
 /// unknown (and no bits per pixel either) or does not exist at that depth, a pitch that a row does not fit
 /// into, or a size beyond what an image and the address space can have.
-std::optional<RowGeometry> rowGeometryOf(const Image::Core::Data& data);
+QX_API std::optional<RowGeometry> rowGeometryOf(const Image::Core::Data& data);
 
 /// The same without requiring that the pitch holds a row.
 std::optional<RowGeometry> rowGeometryAtAnyPitch(const Image::Core::Data& data);

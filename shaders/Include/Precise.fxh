@@ -23,7 +23,7 @@ struct Rescale
 // Codes a step of 8 bits takes at the depth of maxCode: 2^(n-8).
 float stepOf(float maxCode)
 {
-    return (maxCode + 1.0) / 256.0;
+    return (maxCode + 1.0) * (1.0 / 256.0);
 }
 
 // 1 / stepOf, which a division need not get exactly right.

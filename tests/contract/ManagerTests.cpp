@@ -1,6 +1,7 @@
 #include "QxFxResources/Manager.h"
 #include "platform/Log.h"
 #include "tests/contract/recording/LibraryTest.h"
+#include "tests/contract/recording/Surfaces.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,16 +24,6 @@ namespace {
 class EffectManager : public LibraryTest
 {
 };
-
-/// What `action` writes to standard output.
-template <class Action>
-std::string printedBy(Action action)
-{
-    testing::internal::CaptureStdout();
-    action();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
 
 } // namespace
 
@@ -220,11 +211,12 @@ TEST_F(EffectManager, LoadPrintsOneTimingLineWhenLoggingIsOn)
     const Manager& manager = Manager::instance();
     Qx::ErrorLogLogger::loggingEnabled_ = true;
     host().clockStep = 12.344;
-    EXPECT_EQ(printedBy([&] { manager.findEffect(L"a.fx").getShader(); }), "Manager::load() : 12.34ms\n");
-    EXPECT_EQ(printedBy([&] { manager.findEffect(L"a.fx").getShader(); }), "") << "it is there: no load";
-    EXPECT_EQ(printedBy([&] { manager.load(manager.findEffect(L"a.fx")); }), "Manager::load() : 12.34ms\n");
+    EXPECT_EQ(printedDuring([&] { manager.findEffect(L"a.fx").getShader(); }), "Manager::load() : 12.34ms\n");
+    EXPECT_EQ(printedDuring([&] { manager.findEffect(L"a.fx").getShader(); }), "") << "it is there: no load";
+    EXPECT_EQ(printedDuring([&] { manager.load(manager.findEffect(L"a.fx")); }),
+              "Manager::load() : 12.34ms\n");
     host().clockStep = 0.0;
-    EXPECT_EQ(printedBy([&] { manager.findEffect(L"unknown.fx").getShader(); }),
+    EXPECT_EQ(printedDuring([&] { manager.findEffect(L"unknown.fx").getShader(); }),
               "Manager::load() : 0.00ms\n");
 }
 
@@ -232,7 +224,7 @@ TEST_F(EffectManager, LoadPrintsNothingWhenLoggingIsOff)
 {
     host().addFile(L"/shaders/", L"a.fx");
     const Manager& manager = Manager::instance();
-    EXPECT_EQ(printedBy([&] { manager.load(manager.findEffect(L"a.fx")); }), "");
+    EXPECT_EQ(printedDuring([&] { manager.load(manager.findEffect(L"a.fx")); }), "");
 }
 
 TEST_F(EffectManager, LoadCountsItselfByTheAtomicServiceBetweenTheReadingsOfTheClock)

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -125,6 +126,28 @@ TEST(LibrarySymbols, ExportedAreThePublicInterfaceAndNothingElse)
     }
     EXPECT_THAT(strangers, IsEmpty());
     EXPECT_GT(known, 10U) << "the list of symbols was not read";
+}
+
+TEST(LibrarySymbols, EveryFunctionOfThePublicHeadersIsExported)
+{
+    std::set<std::string> exported;
+    for (const std::string& line : dynamicSymbols("--defined-only")) {
+        exported.insert(outermostName(nameIn(line)));
+    }
+    const std::string headers = headersOf({"QxFxResources", "image"});
+    static const std::regex function(R"(\bQX_API\s+[^;{}()]*\b(\w+)\()");
+    std::vector<std::string> missing;
+    std::size_t known = 0;
+    for (std::sregex_iterator found(headers.begin(), headers.end(), function), end; found != end; ++found) {
+        const std::string name = (*found)[1];
+        if (exported.contains(name)) {
+            ++known;
+        } else {
+            missing.push_back(name);
+        }
+    }
+    EXPECT_THAT(missing, IsEmpty());
+    EXPECT_GT(known, 20U) << "the headers were not read";
 }
 
 TEST(LibrarySymbols, NothingOfTheStandardLibraryAllocatesBehindTheHostsBack)

@@ -1,6 +1,7 @@
 #include "QxFxResources/Manager.h"
 #include "image/TechniqueApplication.h"
 #include "tests/contract/recording/LibraryTest.h"
+#include "tests/contract/recording/Surfaces.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -71,29 +72,6 @@ protected:
     Surface source;
     Surface destination;
 };
-
-/// A description in which no attribute has its default.
-ImageDescriptions unusualDescriptions()
-{
-    ImageDescriptions d;
-    d.frame.setTransparency(TransparencyType::Premultiplied);
-    d.frame.setPixelAspect(1.25F);
-    d.frame.setRaster(Raster::LowerField);
-    d.frame.setRepeated(255);
-    d.frame.frameNumber = 0xFFFFFFFFU;
-    d.frame.frameRateNumerator = 30000;
-    d.frame.frameRateDenominator = 1001;
-    d.frame.dropFrame = true;
-    d.signal.setPolarity(Polarity::LowerFieldFirst);
-    d.signal.setColourSpace(ColourSpace::BT709);
-    d.signal.setGamutScaling(GamutScaling::Video);
-    d.signal.setGuessed(1);
-    d.signal.colourPrimaries = 9;
-    d.signal.transferCharacteristics = 14;
-    d.signal.matrixCoefficients = 1;
-    d.signal.interlacedChroma = true;
-    return d;
-}
 
 } // namespace
 

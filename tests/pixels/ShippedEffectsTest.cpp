@@ -44,6 +44,62 @@ TEST(ShippedEffects, ColourConvertHasTheTechniqueOfEveryConversion)
         EXPECT_TRUE(names.contains(conversion.technique())) << conversion.technique();
 }
 
+std::set<std::string> techniquesOf(const Host::CompiledEffect& effect)
+{
+    std::set<std::string> names;
+    for (const auto& technique : effect.techniques)
+        EXPECT_TRUE(names.insert(technique.name).second) << technique.name << " twice";
+    return names;
+}
+
+TEST(ShippedEffects, ColourConvertHasTheTechniquesAndParametersOfPackedTenBits)
+{
+    const auto compilation = compileShipped("ColourConvert.fx");
+    ASSERT_TRUE(compilation.effect) << compilation.messages;
+    const auto names = techniquesOf(*compilation.effect);
+    for (const char* name :
+         {"UnpackDvs10Bit_BaseOnly", "UnpackMatrox10Bit", "UnpackMatrox10Bit_BaseOnly", "PackMatrox10Bit"})
+        EXPECT_TRUE(names.contains(name)) << name;
+    std::set<std::string> parameters;
+    for (const auto& parameter : compilation.effect->parameters)
+        parameters.insert(parameter.name);
+    for (const char* name : {"pSourceImageTotalWidthInDWORDs", "DestImageWidth"})
+        EXPECT_TRUE(parameters.contains(name)) << name;
+}
+
+TEST(ShippedEffects, NullHasEveryTechniqueThatPicturesAreRearrangedBy)
+{
+    const auto compilation = compileShipped("null.fx");
+    ASSERT_TRUE(compilation.effect) << compilation.messages;
+    const auto names = techniquesOf(*compilation.effect);
+    for (const char* name : {"Null",
+                             "YV12toYUYV",
+                             "YVYUtoYUYV",
+                             "ReverseComponentOrder",
+                             "UYVYtoYUYV",
+                             "V210toYUYV",
+                             "FlipVertical",
+                             "RotateLeft",
+                             "ABGRtoARGB",
+                             "RGBPlanartoARGB",
+                             "RGBtoARGB",
+                             "RGBtoARGB_FlipVertical",
+                             "RGB16toABGR",
+                             "BGRtoARGB",
+                             "BGRtoARGB_FlipVertical",
+                             "BGRAtoARGB",
+                             "ARGBtoRGB",
+                             "ARGBtoBGR",
+                             "ARGBtoBGRA",
+                             "ChannelExpand",
+                             "ARGBtoRGBA",
+                             "ARGBtoRGBPlanar",
+                             "YUYVtoV210",
+                             "YUYVtoYV12"})
+        EXPECT_TRUE(names.contains(name)) << name;
+    EXPECT_EQ(compilation.effect->techniques.front().name, "Null") << "what is drawn when no name is known";
+}
+
 TEST(ShippedEffects, ColourConvertTakesEveryInputThatConversionsBind)
 {
     const auto compilation = compileShipped("ColourConvert.fx");

@@ -1,20 +1,31 @@
-// Measures every 4:2:2 conversion against exact arithmetic and writes the result as a Markdown page.
+// Measures every 4:2:2 conversion, and packing to 10 bits, against exact arithmetic and writes the result as
+// a Markdown page.
 
 #include "tests/pixels/Gpu.h"
 #include "tests/pixels/Judge.h"
+#include "tests/pixels/Rearrangements.h"
 #include "tests/pixels/Reference.h"
 #include "tests/pixels/RunningHost.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace {
 
 using namespace Qx::Pixels;
+
+std::string line(const Conversion& conversion, const Errors& errors)
+{
+    return fmt::format("| {} | {} | {:.4f} % | {} | {:.4f} |\n", conversion.technique(), errors.samples,
+                       errors.correctPercent(), errors.worst, errors.meanDistance());
+}
 
 std::optional<Errors> measure(const Conversion& conversion, int sourceDepth, int targetDepth)
 {
@@ -27,6 +38,38 @@ std::optional<Errors> measure(const Conversion& conversion, int sourceDepth, int
         total += judge(*got, exactConversion(conversion, picture, targetDepth)).errors;
     }
     return total;
+}
+
+/// RGB encoded for output and packed as v210: what a 10-bit file or card gets.
+std::optional<Errors> measureTenBits(const Conversion& conversion)
+{
+    Errors total;
+    for (const Picture& picture : trialPictures(Layout::Rgb, 16)) {
+        const auto codes = convertToTenBits(conversion, picture);
+        if (!codes)
+            return std::nullopt;
+        std::vector<double> exact = exactConversion(conversion, picture, 16);
+        for (double& value : exact)
+            value = std::min(value / 64.0, 1023.0);
+        total += judge(*codes, exact).errors;
+    }
+    return total;
+}
+
+bool writeTenBits(std::ostream& page)
+{
+    page << "\n## 16 bits to 10 bits, packed as v210\n\nBy way of 16 bits, so that some samples are rounded "
+            "twice.\n\n| technique | samples | correct | worst | mean |\n|---|---:|---:|---:|---:|\n";
+    for (const Matrix matrix : {Matrix::Bt601, Matrix::Bt709}) {
+        const Conversion conversion{Direction::Encode, Range::Full, Range::Video, matrix, Filter::Point};
+        const auto errors = measureTenBits(conversion);
+        if (!errors) {
+            fmt::print(stderr, "accuracy: {} could not be packed\n", conversion.technique());
+            return false;
+        }
+        page << line(conversion, *errors);
+    }
+    return true;
 }
 
 constexpr const char* introduction = R"(# Accuracy of the 4:2:2 conversions
@@ -59,13 +102,11 @@ bool write(std::ostream& page, const std::string& device)
                                conversion.technique(), sourceDepth, targetDepth);
                     return false;
                 }
-                page << fmt::format("| {} | {} | {:.4f} % | {} | {:.4f} |\n", conversion.technique(),
-                                    errors->samples, errors->correctPercent(), errors->worst,
-                                    errors->meanDistance());
+                page << line(conversion, *errors);
             }
         }
     }
-    return true;
+    return writeTenBits(page);
 }
 
 } // namespace

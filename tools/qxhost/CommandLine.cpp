@@ -8,6 +8,7 @@
 #include <cmath>
 #include <fmt/format.h>
 #include <map>
+#include <tuple>
 
 namespace Qx::Program {
 
@@ -18,6 +19,8 @@ constexpr const char* program = "qxhost";
 constexpr const char* mainFooter = R"(Examples:
   qxhost convert clip.mov shot_%05d.png            every frame as a picture, RGB
   qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2
+  qxhost convert clip.mov tape.mov --format v210   frames in a pixel format, as they are
+  qxhost formats                                   the pixel formats
   qxhost effects list                              the effects that can be used by name
   qxhost devices                                   what the conversions can run on
 
@@ -30,6 +33,10 @@ constexpr const char* convertFooter = R"(Examples:
       Every frame as a picture: shot_00001.png, shot_00002.png, ...
   qxhost convert tape.avi tape.mov --range video --matrix bt601
       For a clip without colour tags: says what its codes mean instead of having them guessed.
+  qxhost convert clip.mov tape.mov --format v210
+      Frames in a pixel format, as they are; 'qxhost formats' lists the formats and what holds them.
+  qxhost convert tape.raw tape.mov --raw uyvy --size 720x576 --fps 25
+      Reads such frames from a file that holds nothing else.
   qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2 --set saturation=0.8
       Through an effect. Several run in the order given; --technique and --set belong to the --effect
       before them.
@@ -37,9 +44,26 @@ constexpr const char* convertFooter = R"(Examples:
 Output formats, by the name's ending:
   pictures  png tif tiff bmp jpg jpeg ppm dpx tga webp
   clips     mov mkv mp4 avi mxf webm nut and whatever else FFmpeg writes
+  frames    raw yuv rgb bin data, or a pixel format's name (uyvy, v210, ...)
 
 Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input (missing, or damaged: then
 what could be read is written), 4 output, 5 GPU device, 6 effect, 130 interrupted. Nothing incomplete is left behind under the output's name.)";
+
+constexpr const char* fieldsFooter = R"(Examples:
+  qxhost fields tape.mov field_%05d.png
+      Two pictures a frame, of half its height: first the field that was first in time.
+  qxhost fields tape.avi fields.mkv --order bottom
+      A clip of twice the frame rate, for an input that does not say its order, or says it wrong.)";
+
+constexpr const char* thumbnailFooter = R"(Examples:
+  qxhost thumbnail clip.mov small.jpg --size 320x180
+      The first frame, as large as fits into that size.
+  qxhost thumbnail clip.mov small.png --size 320x180 --start 100
+      The frame after the first 100.)";
+
+constexpr const char* blackFooter = R"(Examples:
+  qxhost black black.png --size 1920x1080
+  qxhost black second.mov --size 1920x1080 --frames 25 --format v210)";
 
 constexpr const char* checkFooter = R"(Example:
   qxhost effects check my/glow.fx my/blur.fx
@@ -117,6 +141,79 @@ CLI::Option* addCount(CLI::App& app, const std::string& option, std::int64_t& ta
     return app.add_option_function<std::string>(option, set, description)->option_text("N");
 }
 
+/// Reads "WxH".
+void parseSize(const std::string& option, const std::string& word, unsigned& width, unsigned& height)
+{
+    const char* end = word.data() + word.size();
+    const auto [cross, first] = std::from_chars(word.data(), end, width);
+    bool good = first == std::errc() && cross != end && (*cross == 'x' || *cross == 'X');
+    if (good) {
+        const auto [stopped, second] = std::from_chars(cross + 1, end, height);
+        good = second == std::errc() && stopped == end;
+    }
+    if (!good || width == 0 || height == 0) {
+        throw CLI::ValidationError(option, "\"" + word + "\" is no size; write WIDTHxHEIGHT, as 1920x1080");
+    }
+}
+
+CLI::Option* addSize(CLI::App& app, unsigned& width, unsigned& height, const std::string& description)
+{
+    return app
+        .add_option_function<std::string>(
+            "--size",
+            [&width, &height](const std::string& word) { parseSize("--size", word, width, height); },
+            description)
+        ->option_text("WxH");
+}
+
+/// Reads "25", "29.97" or "30000/1001".
+Media::Rational parseRate(const std::string& word)
+{
+    constexpr int largest = 1000000;
+    const char* end = word.data() + word.size();
+    Media::Rational rate;
+    auto [stopped, error] = std::from_chars(word.data(), end, rate.num);
+    if (error == std::errc() && stopped != end && *stopped == '/') {
+        std::tie(stopped, error) = [&] {
+            const auto result = std::from_chars(stopped + 1, end, rate.den);
+            return std::pair(result.ptr, result.ec);
+        }();
+    } else if (error == std::errc() && stopped != end) {
+        double value = 0;
+        const auto result = std::from_chars(word.data(), end, value);
+        stopped = result.ptr;
+        error = value > 0 && value < largest ? result.ec : std::errc::invalid_argument;
+        // 23.976, 29.97 and their kind mean N x 1000 / 1001.
+        const double nearest = error == std::errc() ? std::round(value * 1.001) : 0;
+        const bool isNtsc =
+            std::abs(value - nearest / 1.001) < 0.005 && std::abs(value - std::round(value)) > 0.005;
+        rate = isNtsc ? Media::Rational{static_cast<int>(nearest) * 1000, 1001}
+                      : Media::Rational{static_cast<int>(std::lround(value * 1000)), 1000};
+    }
+    if (error != std::errc() || stopped != end || rate.num <= 0 || rate.den <= 0 || rate.num > largest ||
+        rate.den > largest) {
+        throw CLI::ValidationError("--fps",
+                                   "\"" + word + "\" is no frame rate; write 25, 29.97 or 30000/1001");
+    }
+    return rate;
+}
+
+template <class Target>
+CLI::Option* addRate(CLI::App& app, Target& rate, const std::string& description)
+{
+    return app
+        .add_option_function<std::string>(
+            "--fps", [&rate](const std::string& word) { rate = parseRate(word); }, description)
+        ->option_text("R");
+}
+
+CLI::Option* addPixelFormat(CLI::App& app, const std::string& option, std::optional<PixelFormat>& target,
+                            const std::string& description)
+{
+    const auto set = [&target, option](const std::string& word) { target = parsePixelFormat(option, word); };
+    return app.add_option_function<std::string>(option, set, description)->option_text("NAME[:BITS]");
+}
+
 CLI::Option* addDevice(CLI::App& app, std::string& device)
 {
     return app
@@ -181,68 +278,177 @@ std::vector<EffectRequest> groupEffects(const CLI::App& app)
     return effects;
 }
 
-CLI::App* addConvert(CLI::App& app, ConvertOptions& options)
+void addColour(CLI::App& app, ConvertOptions& options)
 {
-    CLI::App* convert = app.add_subcommand("convert", "Convert a clip or picture to RGB on the GPU");
-    convert->add_option("INPUT", options.input, "Any clip or picture that FFmpeg reads")->option_text(" ");
-    convert->add_option("OUTPUT", options.output, "A clip, a picture, or a pattern such as shot_%05d.png")
-        ->option_text(" ");
-
-    const std::string colour = "Colour";
-    addChoice(*convert, "--range", options.range, ranges, "Range of the input's codes, whatever its tags say")
-        ->group(colour);
-    addChoice(*convert, "--matrix", options.matrix, matrices, "Matrix of the input, whatever its tags say")
-        ->group(colour);
-    addChoice(*convert, "--output-range", options.outputRange, ranges,
+    const std::string group = "Colour";
+    addChoice(app, "--range", options.range, ranges, "Range of the input's codes, whatever its tags say")
+        ->group(group);
+    addChoice(app, "--matrix", options.matrix, matrices, "Matrix of the input, whatever its tags say")
+        ->group(group);
+    addChoice(app, "--output-range", options.outputRange, ranges,
               "Range of the RGB made. Default: full; video for a clip\nof YCbCr without effects, which keeps "
               "what is beyond\nblack and white")
-        ->group(colour);
-    addChoice(*convert, "--filter", options.filter, filters,
-              "How chroma is interpolated. Default: catmullrom")
-        ->group(colour);
-    addChoice(*convert, "--depth", options.depth, depths,
+        ->group(group);
+    addChoice(app, "--filter", options.filter, filters, "How chroma is interpolated. Default: catmullrom")
+        ->group(group);
+    addChoice(app, "--depth", options.depth, depths,
               "Bits of a component on the GPU. Default: 8 for inputs\nof 8 bits, 16 for deeper ones")
-        ->group(colour);
+        ->group(group);
+}
 
-    const std::string effects = "Effects";
+void addEffects(CLI::App& app)
+{
     static std::vector<std::string> texts; // read through parse_order()
     texts.clear();
     const auto addText = [&](const std::string& name, const std::string& text, const std::string& about) {
-        convert->add_option(name, texts, about)
+        app.add_option(name, texts, about)
             ->option_text(text)
             ->allow_extra_args(false)
             ->take_all()
-            ->group(effects);
+            ->group("Effects");
     };
     addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
     addText("--technique", "NAME", "The effect's technique. Default: its first");
     addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
+}
 
+/// What describes an input of nothing but frames. `sizeOption`: "--size" stands for its size, not for what
+/// the command makes.
+void addRawInput(CLI::App& app, RawInputOptions& raw, bool sizeOption)
+{
+    const std::string group = "Raw input";
+    addPixelFormat(
+        app, "--raw", raw.format,
+        "INPUT is nothing but frames of this format ('qxhost\nformats'). Not needed for a name that "
+        "ends in one")
+        ->group(group);
+    if (sizeOption) {
+        addSize(app, raw.width, raw.height, "Their size in pixels")->group(group);
+    } else {
+        app.add_option_function<std::string>(
+               "--raw-size",
+               [&raw](const std::string& word) { parseSize("--raw-size", word, raw.width, raw.height); },
+               "Their size in pixels")
+            ->option_text("WxH")
+            ->group(group);
+    }
+    addRate(app, raw.frameRate, "Frames a second. Default: 25")->group(group);
+    app.add_option_function<std::int64_t>(
+           "--row-bytes",
+           [&raw](const std::int64_t& bytes) {
+               if (bytes <= 0) {
+                   throw CLI::ValidationError("--row-bytes", "a row has at least one byte");
+               }
+               raw.rowBytes = static_cast<std::size_t>(bytes);
+           },
+           "Bytes from one row to the next. Default: the format's own")
+        ->option_text("N")
+        ->group(group);
+}
+
+void addOutput(CLI::App& app, ConvertOptions& options)
+{
+    const std::string group = "Output";
+    addPixelFormat(app, "--format", options.format,
+                   "Write frames of this pixel format as they are\n('qxhost formats')")
+        ->group(group);
+    app.add_option("--codec", options.codec, "FFmpeg's name of the encoder. Default: by the output's name")
+        ->option_text("NAME")
+        ->group(group);
+    app.add_option("--pixel-format", options.pixelFormat, "FFmpeg's name of a format the encoder takes")
+        ->option_text("NAME")
+        ->group(group);
+    app.add_flag_callback(
+           "--no-audio", [&options] { options.audio = false; }, "Leave the audio out")
+        ->group(group);
+    app.add_flag("--force", options.force, "Replace output files that exist")->group(group);
+}
+
+void addOther(CLI::App& app, ConvertOptions& options)
+{
+    const std::string group = "Other options";
+    addDevice(app, options.device)->group(group);
+    app.add_flag("--quiet", options.quiet, "Say nothing but errors")->group(group);
+    app.add_flag("--json", options.json, "Print what was done as JSON on standard output")->group(group);
+    app.set_help_flag("-h,--help", "Show this help")->group(group);
+}
+
+void addFiles(CLI::App& app, ConvertOptions& options, const std::string& output)
+{
+    app.add_option("INPUT", options.input, "Any clip or picture that FFmpeg reads, or raw frames")
+        ->option_text(" ");
+    app.add_option("OUTPUT", options.output, output)->option_text(" ");
+}
+
+CLI::App* addConvert(CLI::App& app, ConvertOptions& options)
+{
+    CLI::App* convert = app.add_subcommand("convert", "Convert a clip or picture on the GPU");
+    addFiles(*convert, options, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
+    addColour(*convert, options);
+    addEffects(*convert);
     const std::string frames = "Frames";
     addCount(*convert, "--start", options.start, 0, "Leave out the first N frames")->group(frames);
     addCount(*convert, "--frames", options.frames, 1, "Convert N frames at most")->group(frames);
-
-    const std::string output = "Output";
-    convert
-        ->add_option("--codec", options.codec, "FFmpeg's name of the encoder. Default: by the output's name")
-        ->option_text("NAME")
-        ->group(output);
-    convert->add_option("--pixel-format", options.pixelFormat, "FFmpeg's name of a format the encoder takes")
-        ->option_text("NAME")
-        ->group(output);
-    convert
-        ->add_flag_callback(
-            "--no-audio", [&options] { options.audio = false; }, "Leave the audio out")
-        ->group(output);
-    convert->add_flag("--force", options.force, "Replace output files that exist")->group(output);
-
-    const std::string other = "Other options";
-    addDevice(*convert, options.device)->group(other);
-    convert->add_flag("--quiet", options.quiet, "Say nothing but errors")->group(other);
-    convert->add_flag("--json", options.json, "Print what was done as JSON on standard output")->group(other);
-    convert->set_help_flag("-h,--help", "Show this help")->group(other);
+    addRawInput(*convert, options.raw, true);
+    addOutput(*convert, options);
+    addOther(*convert, options);
     convert->footer(convertFooter);
     return convert;
+}
+
+const Names<Media::FieldOrder> fieldOrders{{"top", Media::FieldOrder::topFirst},
+                                           {"bottom", Media::FieldOrder::bottomFirst}};
+
+CLI::App* addFields(CLI::App& app, ConvertOptions& options, SeparateFields& fields)
+{
+    CLI::App* command = app.add_subcommand("fields", "Take the frames of a clip apart into their fields");
+    addFiles(*command, options, "A clip of twice the rate, or a pattern such as field_%05d.png");
+    const std::string frames = "Frames";
+    addChoice(*command, "--order", fields.order, fieldOrders,
+              "Which field comes first. Default: as the input says,\nand top where it says nothing")
+        ->group(frames);
+    addCount(*command, "--start", options.start, 0, "Leave out the first N frames")->group(frames);
+    addCount(*command, "--frames", options.frames, 1, "Take N frames at most")->group(frames);
+    addColour(*command, options);
+    addRawInput(*command, options.raw, true);
+    addOutput(*command, options);
+    addOther(*command, options);
+    command->footer(fieldsFooter);
+    return command;
+}
+
+CLI::App* addThumbnail(CLI::App& app, ConvertOptions& options, ShrinkPicture& shrink)
+{
+    CLI::App* command = app.add_subcommand("thumbnail", "Make a small picture of a frame");
+    addFiles(*command, options, "A picture");
+    const std::string picture = "Picture";
+    addSize(*command, shrink.width, shrink.height, "Largest width and height in pixels")->group(picture);
+    command->add_flag("--stretch", shrink.stretch, "Make it exactly that size, whatever the frame's shape")
+        ->group(picture);
+    addCount(*command, "--start", options.start, 0, "Take the frame after the first N")->group(picture);
+    addColour(*command, options);
+    addRawInput(*command, options.raw, false);
+    addOutput(*command, options);
+    addOther(*command, options);
+    command->footer(thumbnailFooter);
+    return command;
+}
+
+CLI::App* addBlack(CLI::App& app, BlackOptions& options)
+{
+    CLI::App* command = app.add_subcommand("black", "Make a black picture or clip");
+    command->add_option("OUTPUT", options.output, "A picture, a clip or raw frames")->option_text(" ");
+    addSize(*command, options.width, options.height, "Its size in pixels");
+    command->add_flag("--transparent", options.transparent, "Alpha is 0, where the output holds alpha");
+    addCount(*command, "--frames", options.frames, 1, "Frames to write. Default: 1");
+    addRate(*command, options.frameRate, "Frames a second. Default: 25");
+    addPixelFormat(*command, "--format", options.format, "Write frames of this pixel format as they are");
+    command->add_flag("--force", options.force, "Replace an output file that exists");
+    addDevice(*command, options.device);
+    command->add_flag("--quiet", options.quiet, "Say nothing but errors");
+    command->add_flag("--json", options.json, "Print what was done as JSON on standard output");
+    command->footer(blackFooter);
+    return command;
 }
 
 CLI::App* addWatch(CLI::App& effects, EffectsWatchOptions& options, std::vector<std::string>& settings)
@@ -303,6 +509,47 @@ void requireValue(const std::filesystem::path& value, const std::string& name, c
     }
 }
 
+void requireSize(unsigned width, const std::string& command)
+{
+    if (width == 0) {
+        complain("--size is missing; write --size WIDTHxHEIGHT, as --size 320x180", command);
+    }
+}
+
+/// The format that was named, or the one that the file's name ends in. They may not disagree.
+std::optional<PixelFormat> formatFor(const std::filesystem::path& file,
+                                     const std::optional<PixelFormat>& named, const std::string& command)
+{
+    const std::optional<PixelFormat> byName = pixelFormatOf(file);
+    if (!named || !byName) {
+        return named ? named : byName;
+    }
+    if (named->info != byName->info) {
+        complain("--format " + named->name() + " does not go with the name " + file.filename().string() +
+                     "; end it in ." + named->info->word + " or .raw",
+                 command);
+    }
+    return named;
+}
+
+/// What INPUT and OUTPUT say by their names.
+void checkFiles(const CLI::App& app, ConvertOptions& options)
+{
+    const std::string command = app.get_name();
+    refuseExtras(app, command);
+    requireValue(options.input, "INPUT", command);
+    requireValue(options.output, "OUTPUT", command);
+    options.format = formatFor(options.output, options.format, command);
+    if (options.format && (!options.codec.empty() || !options.pixelFormat.empty())) {
+        complain(std::string(options.codec.empty() ? "--pixel-format" : "--codec") +
+                     " does not go with --format, which writes frames as they are",
+                 command);
+    }
+    if (!options.raw.format) {
+        options.raw.format = pixelFormatOf(options.input);
+    }
+}
+
 /// All of the program's arguments and where their values go.
 class Parser
 {
@@ -318,6 +565,9 @@ public:
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         app_.add_flag("--version", version_, "Show the version");
         convert_ = addConvert(app_, convertOptions_);
+        fields_ = addFields(app_, fieldsOptions_, separateFields_);
+        thumbnail_ = addThumbnail(app_, thumbnailOptions_, shrinkPicture_);
+        black_ = addBlack(app_, blackOptions_);
         effects_ = app_.add_subcommand("effects", "List the effects, or check effect files");
         list_ = effects_->add_subcommand("list", "List the effects that can be used by name");
         addDevice(*list_, listOptions_.device);
@@ -327,6 +577,10 @@ public:
         addDevice(*check_, checkOptions_.device);
         check_->add_flag("--json", checkOptions_.json, "Print JSON");
         check_->footer(checkFooter);
+        formats_ = app_.add_subcommand("formats", "List the pixel formats and how they lie in memory");
+        formats_->add_flag("--json", formatsOptions_.json, "Print JSON");
+        formats_->add_flag("--markdown", formatsOptions_.markdown,
+                           "Print a page with pictures of the layouts");
         watch_ = addWatch(*effects_, watchOptions_, watchSettings_);
         devices_ = app_.add_subcommand("devices", "List the devices that conversions can run on");
         devices_->add_flag("--json", devicesOptions_.json, "Print JSON");
@@ -366,11 +620,34 @@ private:
     Command command()
     {
         if (convert_->parsed()) {
-            refuseExtras(*convert_, "convert");
-            requireValue(convertOptions_.input, "INPUT", "convert");
-            requireValue(convertOptions_.output, "OUTPUT", "convert");
+            checkFiles(*convert_, convertOptions_);
             convertOptions_.effects = groupEffects(*convert_);
             return convertOptions_;
+        }
+        if (fields_->parsed()) {
+            checkFiles(*fields_, fieldsOptions_);
+            fieldsOptions_.step = separateFields_;
+            fieldsOptions_.audio = false; // its packets' times are the frames'
+            return fieldsOptions_;
+        }
+        if (thumbnail_->parsed()) {
+            checkFiles(*thumbnail_, thumbnailOptions_);
+            requireSize(shrinkPicture_.width, "thumbnail");
+            thumbnailOptions_.step = shrinkPicture_;
+            thumbnailOptions_.frames = 1;
+            thumbnailOptions_.audio = false;
+            return thumbnailOptions_;
+        }
+        if (black_->parsed()) {
+            refuseExtras(*black_, "black");
+            requireValue(blackOptions_.output, "OUTPUT", "black");
+            requireSize(blackOptions_.width, "black");
+            blackOptions_.format = formatFor(blackOptions_.output, blackOptions_.format, "black");
+            return blackOptions_;
+        }
+        if (formats_->parsed()) {
+            refuseExtras(*formats_, "formats");
+            return formatsOptions_;
         }
         if (list_->parsed()) {
             refuseExtras(*list_, "effects list");
@@ -418,16 +695,25 @@ private:
         return watchOptions_;
     }
 
-    CLI::App app_{
-        "Converts clips and pictures from YCbCr 4:2:2 to RGB on the GPU, and runs effects on them."};
+    CLI::App app_{"Converts clips and pictures between YCbCr and RGB on the GPU, and runs effects on them."};
     bool version_ = false;
     ConvertOptions convertOptions_;
+    ConvertOptions fieldsOptions_;
+    SeparateFields separateFields_;
+    ConvertOptions thumbnailOptions_;
+    ShrinkPicture shrinkPicture_;
+    BlackOptions blackOptions_;
+    FormatsOptions formatsOptions_;
     EffectsListOptions listOptions_;
     EffectsCheckOptions checkOptions_;
     EffectsWatchOptions watchOptions_;
     std::vector<std::string> watchSettings_;
     DevicesOptions devicesOptions_;
     CLI::App* convert_ = nullptr;
+    CLI::App* fields_ = nullptr;
+    CLI::App* thumbnail_ = nullptr;
+    CLI::App* black_ = nullptr;
+    CLI::App* formats_ = nullptr;
     CLI::App* effects_ = nullptr;
     CLI::App* list_ = nullptr;
     CLI::App* check_ = nullptr;

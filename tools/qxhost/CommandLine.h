@@ -28,6 +28,28 @@ struct EffectsCheckOptions
     bool json = false;
 };
 
+/// What "qxhost black" was asked for.
+struct BlackOptions
+{
+    std::filesystem::path output;
+    unsigned width = 0; ///< pixels
+    unsigned height = 0;
+    bool transparent = false;
+    std::optional<PixelFormat> format; ///< of the frames written; empty: the encoder's own
+    std::int64_t frames = 1;
+    Media::Rational frameRate{25, 1};
+    bool force = false;
+    std::string device;
+    bool quiet = false;
+    bool json = false;
+};
+
+struct FormatsOptions
+{
+    bool json = false;
+    bool markdown = false;
+};
+
 struct EffectsWatchOptions
 {
     std::filesystem::path file;   ///< an effect, a directory of effects, or a name; empty: the catalogue
@@ -44,8 +66,8 @@ struct DevicesOptions
     bool json = false;
 };
 
-using Command = std::variant<ShowText, ConvertOptions, EffectsListOptions, EffectsCheckOptions,
-                             EffectsWatchOptions, DevicesOptions>;
+using Command = std::variant<ShowText, ConvertOptions, BlackOptions, EffectsListOptions, EffectsCheckOptions,
+                             EffectsWatchOptions, FormatsOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

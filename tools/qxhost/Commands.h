@@ -12,6 +12,8 @@ namespace Qx::Program {
 ExitCode runConvert(const ConvertOptions& options, Console& console);
 ExitCode runEffectsList(const EffectsListOptions& options, Console& console);
 ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console);
+ExitCode runBlack(const BlackOptions& options, Console& console);
+ExitCode runFormats(const FormatsOptions& options, Console& console);
 ExitCode runEffectsWatch(const EffectsWatchOptions& options, Console& console);
 ExitCode runDevices(const DevicesOptions& options, Console& console);
 

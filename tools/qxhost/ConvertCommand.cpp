@@ -19,22 +19,24 @@ namespace Qx::Program {
 
 namespace {
 
-using ReaderPtr = std::unique_ptr<Media::ClipReader>;
+using InputPtr = std::unique_ptr<iFrameInput>;
 using WriterPtr = std::unique_ptr<Media::iFrameWriter>;
 
 /// A conversion and everything that was decided before its first frame.
 struct Conversion
 {
     const ConvertOptions& options;
-    ReaderPtr reader;
+    InputPtr input;
     ColourChoice colour;
+    std::optional<FrameDelivery> delivery; ///< to the pixel format asked for
+    bool keepCodes = false;                ///< YCrCb is passed on as it is
     Media::OutputSettings settings;
     WriterPtr writer;
     std::int64_t frames = 0; ///< written
     double seconds = 0;
 
-    const Media::StreamInfo& info() const { return reader->info(); }
-    bool complete() const { return reader->problemCount() == 0; } ///< nothing of the input was lost
+    const Media::StreamInfo& info() const { return input->info(); }
+    bool complete() const { return input->problemCount() == 0; } ///< nothing of the input was lost
     double framesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
 };
 
@@ -47,15 +49,18 @@ void refuseSameFile(const ConvertOptions& options)
     }
 }
 
-ReaderPtr openInput(const ConvertOptions& options)
+InputPtr openInput(const ConvertOptions& options)
 {
     // Audio that began before the first frame converted would be out of step.
     const bool keepAudio = options.audio && options.start == 0 && !Media::writesPictures(options.output);
-    auto reader = Media::ClipReader::open(options.input, {.threads = 0, .keepAudio = keepAudio});
-    if (!reader) {
-        throw Failure(ExitCode::input, reader.text());
-    }
-    return std::move(reader.value());
+    return openFrameInput(options, keepAudio);
+}
+
+/// Frames go from one YCrCb format to another without anything that needs RGB.
+bool passesCodes(const ConvertOptions& options, const Media::StreamInfo& info)
+{
+    return options.format && options.format->isYCrCb() && !holdsRgb(info) && options.effects.empty() &&
+           std::holds_alternative<std::monostate>(options.step);
 }
 
 /// Frames that will be converted, as far as the input tells; 0 when it does not.
@@ -68,14 +73,59 @@ std::int64_t expectedFrames(const ConvertOptions& options, const Media::StreamIn
     return options.frames > 0 ? std::min(options.frames, left) : left;
 }
 
-Media::OutputSettings outputSettings(const Conversion& conversion)
+/// The depth that loses nothing of the input, nor of the format that is to leave.
+Media::Depth depthOf(const Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
-    const Media::StreamInfo& info = conversion.info();
-    Media::OutputSettings settings;
+    if (conversion.keepCodes) {
+        return options.format->isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
+    }
+    const bool deep = options.format && options.format->isDeep();
+    return options.depth.value_or(deep ? Media::Depth::bits16 : conversion.info().naturalDepth);
+}
+
+/// The tags of what the library's encoding makes, or of what is passed on.
+Media::Colour storedColour(const Conversion& conversion)
+{
+    Media::Colour colour = conversion.colour.forWriting;
+    // A guess is worth a note where something is made by it, and no tag where codes are passed on.
+    colour.rangeGuessed = conversion.keepCodes && conversion.colour.rangeGuessed;
+    colour.matrixGuessed = conversion.keepCodes && conversion.colour.matrixGuessed;
+    if (conversion.options.format->isYCrCb() && !conversion.keepCodes) {
+        colour.range = Media::Range::video;
+        colour.matrix = Media::matrixForWidth(conversion.settings.width);
+        colour.matrixTag = 2;
+    }
+    return colour;
+}
+
+/// Of the RGB on the way.
+Media::Range rgbRange(const Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    if (options.outputRange == Media::Range::video &&
+        (holdsRgb(conversion.info()) || (options.format && options.format->isYCrCb()))) {
+        throw Failure(ExitCode::usage,
+                      holdsRgb(conversion.info())
+                          ? "--output-range video: " + options.input.string() +
+                                " holds RGB, whose codes are kept as they are"
+                          : "--output-range video: the RGB on the way to " + options.format->name() +
+                                " is of full range, and what is written is of video range without it");
+    }
+    // Effects are written for full range. Without one, video range loses nothing on its way to YCbCr.
+    const bool full = !options.effects.empty() || options.format || holdsRgb(conversion.info());
+    return options.outputRange.value_or(full ? Media::Range::full
+                                             : Media::bestRgbRange(options.output, conversion.settings));
+}
+
+void fillSettings(Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    const Media::StreamInfo info = afterStep(options, conversion.info());
+    Media::OutputSettings& settings = conversion.settings;
     settings.width = info.width;
     settings.height = info.height;
-    settings.depth = options.depth.value_or(info.naturalDepth);
+    settings.depth = depthOf(conversion);
     if (info.frameRate.num > 0) {
         settings.frameRate = info.frameRate;
     }
@@ -87,13 +137,15 @@ Media::OutputSettings outputSettings(const Conversion& conversion)
     settings.encoder = options.codec;
     settings.pixelFormat = options.pixelFormat;
     settings.force = options.force;
-    settings.kept = conversion.reader->files();
-    settings.expectedFrames = expectedFrames(options, info);
-    settings.audio = conversion.reader->audio();
-    // Effects are written for full range. Without one, video range loses nothing on its way to YCbCr.
-    settings.rgbRange = options.outputRange.value_or(
-        options.effects.empty() ? Media::bestRgbRange(options.output, settings) : Media::Range::full);
-    return settings;
+    settings.kept = conversion.input->files();
+    settings.expectedFrames = expectedFrames(options, conversion.info()) * picturesEach(options.step);
+    settings.audio = conversion.input->audio();
+    if (options.format) {
+        settings.stored = storedLayout(*options.format, static_cast<unsigned>(info.width),
+                                       static_cast<unsigned>(info.height), 0);
+        settings.colour = storedColour(conversion);
+    }
+    settings.rgbRange = rgbRange(conversion);
 }
 
 WriterPtr openOutput(const Conversion& conversion)
@@ -116,18 +168,21 @@ void prepareConversion()
 
 void noteDecisions(const Conversion& conversion, Console& console)
 {
-    for (const std::string& note : conversion.colour.notes) {
-        console.note(note);
-    }
     const ConvertOptions& options = conversion.options;
+    for (const std::string& note : conversion.colour.notes) {
+        if (!conversion.keepCodes) {
+            console.note(note);
+        }
+    }
     if (options.audio && options.start > 0 && conversion.info().hasAudio &&
         !Media::writesPictures(options.output)) {
         console.note("the audio is left out, because --start leaves out the frames that it begins with");
     }
-    if (conversion.info().hasAlpha) {
+    const bool keepsAlpha = options.format && !options.format->isYCrCb();
+    if (conversion.info().hasAlpha && !keepsAlpha) {
         console.note(options.input.string() + " has alpha, which is left out; the output is opaque");
     }
-    if (conversion.info().hasFullChroma) {
+    if (conversion.info().hasFullChroma && !holdsRgb(conversion.info())) {
         console.note(options.input.string() + " (" + conversion.info().pixelFormat +
                      ") holds colour for every pixel; it passes through 4:2:2, which keeps half of that");
     }
@@ -141,10 +196,10 @@ void noteDecisions(const Conversion& conversion, Console& console)
 std::vector<std::string> warningsOf(const Conversion& conversion)
 {
     std::vector<std::string> warnings = conversion.writer->warnings();
-    const std::vector<std::string>& problems = conversion.reader->problems();
+    const std::vector<std::string>& problems = conversion.input->problems();
     warnings.insert(warnings.end(), problems.begin(), problems.end());
     const std::int64_t unlisted =
-        conversion.reader->problemCount() - static_cast<std::int64_t>(problems.size());
+        conversion.input->problemCount() - static_cast<std::int64_t>(problems.size());
     if (unlisted > 0) {
         warnings.push_back(fmt::format("{}: {} more problems", conversion.options.input.string(), unlisted));
     }
@@ -178,8 +233,10 @@ Json describeRun(const Conversion& conversion)
     run["complete"] = conversion.complete();
     run["width"] = conversion.settings.width;
     run["height"] = conversion.settings.height;
-    run["bitsPerComponent"] = static_cast<int>(conversion.settings.depth);
+    run["bitsPerComponent"] = conversion.options.format ? static_cast<int>(conversion.options.format->bits)
+                                                        : static_cast<int>(conversion.settings.depth);
     run["source"] = describeSource(conversion);
+    run["codesKept"] = conversion.keepCodes;
     run["outputRange"] = nameOf(conversion.settings.rgbRange);
     run["device"]["name"] = deviceName();
     run["device"]["software"] = deviceIsSoftware();
@@ -202,21 +259,29 @@ std::string summary(const Conversion& conversion)
 ConversionJob jobOf(const Conversion& conversion, EffectChain& effects)
 {
     const ConvertOptions& options = conversion.options;
-    return {.reader = *conversion.reader,
-            .effects = effects,
-            .source = {conversion.settings.depth, conversion.colour.range, conversion.colour.matrix},
-            .outputRange = conversion.settings.rgbRange == Media::Range::video
-                               ? Image::GamutScaling::Video
-                               : Image::GamutScaling::Unscaled,
-            .filter = options.filter,
-            .start = options.start,
-            .frames = options.frames};
+    ConversionJob job{
+        .input = *conversion.input,
+        .effects = effects,
+        .source = {conversion.settings.depth, conversion.colour.range, conversion.colour.matrix},
+        .outputRange = conversion.settings.rgbRange == Media::Range::video ? Image::GamutScaling::Video
+                                                                           : Image::GamutScaling::Unscaled,
+        .filter = options.filter,
+        .step = options.step,
+        .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
+        .keepCodes = conversion.keepCodes,
+        .start = options.start,
+        .frames = options.frames};
+    if (auto* target = std::get_if<ShrinkPicture>(&job.step)) {
+        target->width = static_cast<unsigned>(conversion.settings.width);
+        target->height = static_cast<unsigned>(conversion.settings.height);
+    }
+    return job;
 }
 
 /// Runs the pipeline; false when it was interrupted.
 bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
 {
-    ProgressDisplay progress(console, expectedFrames(conversion.options, conversion.info()));
+    ProgressDisplay progress(console, conversion.settings.expectedFrames);
     FramePipeline pipeline(job, [&](std::int64_t done) { progress.update(done); });
     // From here on there are files to clean up.
     const Interruption interruption([&] { pipeline.stop(); });
@@ -239,15 +304,26 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& co
     return true;
 }
 
+/// Opens the input and decides everything that the first frame needs.
+Conversion decide(const ConvertOptions& options)
+{
+    refuseSameFile(options);
+    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, 0, 0};
+    conversion.colour = chooseColour(options, conversion.info());
+    conversion.keepCodes = passesCodes(options, conversion.info());
+    if (options.format) {
+        conversion.delivery.emplace(*options.format);
+    }
+    fillSettings(conversion);
+    return conversion;
+}
+
 } // namespace
 
 ExitCode runConvert(const ConvertOptions& options, Console& console)
 {
     console.setQuiet(options.quiet);
-    refuseSameFile(options);
-    Conversion conversion{options, openInput(options), {}, {}, {}, 0, 0};
-    conversion.colour = chooseColour(options, conversion.info());
-    conversion.settings = outputSettings(conversion);
+    Conversion conversion = decide(options);
 
     const HostSession host(options.device, &console);
     prepareConversion();
@@ -274,10 +350,7 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
 
 void convertQuietly(const ConvertOptions& options)
 {
-    refuseSameFile(options);
-    Conversion conversion{options, openInput(options), {}, {}, {}, 0, 0};
-    conversion.colour = chooseColour(options, conversion.info());
-    conversion.settings = outputSettings(conversion);
+    Conversion conversion = decide(options);
     prepareConversion();
     EffectChain effects(options.effects);
     conversion.writer = openOutput(conversion);

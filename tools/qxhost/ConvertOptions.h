@@ -1,12 +1,15 @@
 #pragma once
 
 #include "platform/ImageFormat.h"
+#include "tools/qxhost/PixelFormat.h"
 #include "tools/qxhost/media/MediaTypes.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace Qx::Program {
@@ -26,11 +29,42 @@ struct EffectRequest
     std::vector<ParameterSetting> settings;
 };
 
-/// What "qxhost convert" was asked for.
+/// What a user says of an input that holds nothing but frames.
+struct RawInputOptions
+{
+    std::optional<PixelFormat> format; ///< empty: the input is a clip or picture
+    unsigned width = 0;                ///< pixels; 0: not said
+    unsigned height = 0;
+    std::size_t rowBytes = 0;                 ///< from a row to the next in the file; 0: the format's own
+    std::optional<Media::Rational> frameRate; ///< empty: 25
+};
+
+/// "qxhost fields": every frame becomes its two fields.
+struct SeparateFields
+{
+    std::optional<Media::FieldOrder> order; ///< which was first in time; empty: as the input says
+};
+
+/// "qxhost thumbnail": a frame becomes one small picture.
+struct ShrinkPicture
+{
+    unsigned width = 0; ///< largest, in pixels
+    unsigned height = 0;
+    bool stretch = false; ///< to exactly that size, whatever the shape
+};
+
+/// What is made of the pictures after the effects.
+using PictureStep = std::variant<std::monostate, SeparateFields, ShrinkPicture>;
+
+/// What "qxhost convert" was asked for, and the commands that convert in a particular way.
 struct ConvertOptions
 {
     std::filesystem::path input;
     std::filesystem::path output;
+
+    RawInputOptions raw;
+    std::optional<PixelFormat> format; ///< of the frames written; empty: the encoder's own
+    PictureStep step;
 
     std::optional<Media::Range> range; ///< of the input, instead of what its tags say
     std::optional<Media::Matrix> matrix;

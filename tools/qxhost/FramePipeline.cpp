@@ -13,9 +13,6 @@ namespace Qx::Program {
 
 namespace {
 
-using Image::ColourSpace;
-using Image::GamutScaling;
-using Image::Polarity;
 using Image::Surface;
 
 /// Frames between two stages: enough to keep the stages apart, and no more than fit in a share of memory.
@@ -30,28 +27,16 @@ std::size_t framesInFlight(int width, int height, Media::Depth depth)
     return std::clamp(budget / std::max<std::size_t>(frame, 1), fewest, most);
 }
 
-Polarity polarityOf(Media::FieldOrder order)
-{
-    switch (order) {
-    case Media::FieldOrder::topFirst:
-        return Polarity::UpperFieldFirst;
-    case Media::FieldOrder::bottomFirst:
-        return Polarity::LowerFieldFirst;
-    case Media::FieldOrder::progressive:
-        break;
-    }
-    return Polarity::Progressive;
-}
-
 } // namespace
 
 FramePipeline::FramePipeline(const ConversionJob& job, std::function<void(std::int64_t)> onFrame)
     : job_(job),
       onFrame_(std::move(onFrame)),
-      width_(job.reader.info().width),
-      height_(job.reader.info().height),
+      width_(job.input.info().width),
+      height_(job.input.info().height),
       format_(job.source.depth == Media::Depth::bits8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16),
       inFlight_(framesInFlight(width_, height_, job.source.depth)),
+      upload_(job.input.prepare(job.source), job.source),
       decoded_(inFlight_),
       free_(inFlight_),
       packed_(inFlight_),
@@ -121,7 +106,7 @@ void FramePipeline::cancel()
 void FramePipeline::makeHostImages()
 {
     for (std::size_t i = 0; i < inFlight_; ++i) {
-        Qx::Ptr<iHostImage> image = OS().gpu().createHostImage({(width_ + 1) / 2, height_}, format_);
+        Qx::Ptr<iHostImage> image = upload_.makeHostImage();
         if (!image) {
             failOnDevice(width_, height_);
         }
@@ -134,11 +119,11 @@ void FramePipeline::decode()
     Media::Frame frame;
     std::int64_t taken = 0;
     for (std::int64_t n = 0; job_.frames == 0 || taken < job_.frames; ++n) {
-        const Media::ClipReader::Next next = job_.reader.next(frame);
-        if (next == Media::ClipReader::Next::failed) {
-            throw Failure(ExitCode::input, job_.reader.failure());
+        const iFrameInput::Next next = job_.input.next(frame);
+        if (next == iFrameInput::Next::failed) {
+            throw Failure(ExitCode::input, job_.input.failure());
         }
-        if (next == Media::ClipReader::Next::end) {
+        if (next == iFrameInput::Next::end) {
             break;
         }
         if (n >= job_.start) {
@@ -155,7 +140,6 @@ void FramePipeline::decode()
 
 void FramePipeline::pack()
 {
-    Media::FramePacker packer(job_.source);
     while (std::optional<Media::Frame> frame = decoded_.pop()) {
         std::optional<Qx::Ptr<iHostImage>> image = free_.pop();
         if (!image) {
@@ -166,7 +150,7 @@ void FramePipeline::pack()
             failOnDevice(width_, height_);
         }
         const Media::Status packed =
-            packer.pack(*frame, rows, static_cast<std::ptrdiff_t>((*image)->getPitch()));
+            job_.input.place(*frame, rows, static_cast<std::ptrdiff_t>((*image)->getPitch()));
         if (!packed) {
             throw Failure(ExitCode::input, packed.text());
         }
@@ -177,33 +161,15 @@ void FramePipeline::pack()
     packed_.close();
 }
 
-Surface FramePipeline::describe(const Packed& frame) const
+Surface FramePipeline::toRGB(const Surface& pairs) const
 {
-    const bool deep = format_ == iGPUImage::eARGB16;
-    Surface surface;
-    surface.init(static_cast<unsigned>(width_), static_cast<unsigned>(height_), Image::YUY2, false,
-                 deep ? 16 : 8, deep ? 32 : 16, 0);
-    surface.setRowPitch(static_cast<std::uint32_t>(frame.image->getPitch()));
-    surface.setHostImage(frame.image);
-    surface.setColourSpace(job_.source.matrix == Media::Matrix::bt601 ? ColourSpace::BT601
-                                                                      : ColourSpace::BT709);
-    surface.setGamutScaling(job_.source.range == Media::Range::video ? GamutScaling::Video
-                                                                     : GamutScaling::Unscaled);
-    surface.setPolarity(polarityOf(frame.time.fieldOrder));
-    surface.setTransparency(Image::TransparencyType::Opaque);
-    return surface;
-}
-
-Surface FramePipeline::toRGB(const Packed& frame) const
-{
-    const Surface source = describe(frame).uploadToGPU();
-    Surface picture = source.createDestARGBGPUSurface(format_);
-    if (!source.getGPUSurface() || !picture.getGPUSurface()) {
+    Surface picture = pairs.createDestARGBGPUSurface(format_);
+    if (!picture.getGPUSurface()) {
         failOnDevice(width_, height_);
     }
     // The conversion answers that a technique was there, not that it was drawn.
     const std::uint64_t drawnBefore = drawsSoFar();
-    if (!Image::ColourConversion::convertYCrCb422ToRGB(source, picture, job_.outputRange, job_.filter)) {
+    if (!Image::ColourConversion::convertYCrCb422ToRGB(pairs, picture, job_.outputRange, job_.filter)) {
         throw Failure(ExitCode::effect,
                       "ColourConvert.fx: cannot be used for this conversion; is it installed "
                       "whole? 'qxhost effects list' shows where effects come from");
@@ -214,16 +180,29 @@ Surface FramePipeline::toRGB(const Packed& frame) const
     return picture;
 }
 
-void FramePipeline::convert()
+bool FramePipeline::convertFrame(const Packed& frame)
 {
-    while (std::optional<Packed> frame = packed_.pop()) {
-        const Surface picture = job_.effects.apply(toRGB(*frame), format_);
-        Surface result = picture.copyToHost();
+    const Surface uploaded = upload_.upload(frame.image, frame.time, format_);
+    if (job_.keepCodes) {
+        return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
+    }
+    const Surface picture = job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded) : uploaded, format_);
+    bool going = true;
+    runStep(job_.step, picture, frame.time, [&](const Surface& made, const Media::FrameTime& time) {
+        Surface result = job_.delivery != nullptr ? job_.delivery->fromPicture(made) : made.copyToHost();
         if (!result.getHostImage()) {
             failOnDevice(width_, height_);
         }
+        going = going && converted_.push({std::move(result), time});
+    });
+    return going;
+}
+
+void FramePipeline::convert()
+{
+    while (std::optional<Packed> frame = packed_.pop()) {
         // Whoever maps the image for writing waits for its upload.
-        if (!free_.push(std::move(frame->image)) || !converted_.push({std::move(result), frame->time})) {
+        if (!convertFrame(*frame) || !free_.push(std::move(frame->image))) {
             return;
         }
     }

@@ -5,7 +5,10 @@
 #include "platform/Surface.h"
 #include "tools/qxhost/BoundedQueue.h"
 #include "tools/qxhost/EffectChain.h"
-#include "tools/qxhost/media/ClipReader.h"
+#include "tools/qxhost/FrameDelivery.h"
+#include "tools/qxhost/FrameInput.h"
+#include "tools/qxhost/FrameUpload.h"
+#include "tools/qxhost/PictureSteps.h"
 #include "tools/qxhost/media/Frame.h"
 #include "tools/qxhost/media/FrameWriter.h"
 
@@ -22,12 +25,15 @@ namespace Qx::Program {
 /// What a pipeline converts, and how.
 struct ConversionJob
 {
-    Media::ClipReader& reader;
+    iFrameInput& input;
     EffectChain& effects;
 
-    Media::FramePacker::Target source; ///< depth, range and matrix of the 4:2:2 frames
+    Media::FramePacker::Target source; ///< depth of the conversion; range and matrix of YCrCb frames
     Image::GamutScaling outputRange = Image::GamutScaling::Unscaled;
     Image::Filter filter = Image::Filter::CatmullRom;
+    PictureStep step;                        ///< after the effects
+    const FrameDelivery* delivery = nullptr; ///< how pictures leave the GPU; null: as A R G B
+    bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
 
     std::int64_t start = 0;  ///< frames to leave out at the beginning
     std::int64_t frames = 0; ///< frames to convert at most; 0: all
@@ -75,8 +81,8 @@ private:
     void encode();
 
     void makeHostImages();
-    Image::Surface describe(const Packed& frame) const;
-    Image::Surface toRGB(const Packed& frame) const;
+    Image::Surface toRGB(const Image::Surface& pairs) const;
+    bool convertFrame(const Packed& frame);
 
     ConversionJob job_;
     std::function<void(std::int64_t)> onFrame_;
@@ -85,6 +91,7 @@ private:
     int height_;
     iGPUImage::eFormat format_;
     std::size_t inFlight_;
+    FrameUpload upload_;
 
     BoundedQueue<Media::Frame> decoded_;
     BoundedQueue<Qx::Ptr<iHostImage>> free_; ///< host images that wait to be packed into

@@ -29,6 +29,8 @@ struct Run
     {
         return runEffectsCheck(options, console);
     }
+    ExitCode operator()(const BlackOptions& options) const { return runBlack(options, console); }
+    ExitCode operator()(const FormatsOptions& options) const { return runFormats(options, console); }
     ExitCode operator()(const EffectsWatchOptions& options) const
     {
         return runEffectsWatch(options, console);

@@ -40,12 +40,80 @@ std::string nameOf(const iGPUResource* resource)
     return image != nullptr ? image->name() : "unknown";
 }
 
+std::string text(const NormalisedRGB& c)
+{
+    return "(" + number(c.red) + " " + number(c.green) + " " + number(c.blue) + " " + number(c.alpha) + ")";
+}
+
+std::string text(const RectangleOf<int>& r)
+{
+    return "(" + std::to_string(r.x0) + " " + std::to_string(r.y0) + " " + std::to_string(r.x1) + " " +
+           std::to_string(r.y1) + ")";
+}
+
+std::string text(const RectangleOf<float>& r)
+{
+    return "(" + number(r.x0) + " " + number(r.y0) + " " + number(r.x1) + " " + number(r.y1) + ")";
+}
+
+/// Writes every field of what it is to draw into the journal.
+class FakeRenderer final : public iGraphicPrimitivesRenderer
+{
+public:
+    explicit FakeRenderer(std::string target) : target_(std::move(target)) {}
+
+    bool draw(const RectDescription& d, int layer) override
+    {
+        return host().call("drawRect", target_ + text(d.area) + ", colours " + text(d.colour) + " " +
+                                           text(d.colour2) + ", border " + std::to_string(d.border) +
+                                           ", layer " + std::to_string(layer));
+    }
+
+    bool draw(const ImageDescription& d, int layer) override
+    {
+        return host().call("drawImage", target_ + text(d.destination) + ", " + nameOf(d.image.get()) +
+                                            text(d.source) + ", blend " + std::to_string(d.blend) +
+                                            ", weight " + number(d.weight) + ", layer " +
+                                            std::to_string(layer));
+    }
+
+    bool draw(const ImageDescriptionEx& d, int layer) override
+    {
+        const auto* effect = dynamic_cast<const FakeEffect*>(d.effect.get());
+        return host().call("drawImageEx",
+                           target_ + text(d.destination) + ", " + nameOf(d.image.get()) + text(d.source) +
+                               ", effect " + (effect != nullptr ? effect->name() : "none") + ", blend " +
+                               std::to_string(d.blend) + ", mode " + std::to_string(d.mode) + ", further " +
+                               std::to_string(d.furtherImages.size()) + ", layer " + std::to_string(layer));
+    }
+
+private:
+    const std::string target_;
+};
+
 } // namespace
 
 Qx::Ptr<iGraphicPrimitivesRenderer> FakeGPUImage::getPrimitivesRenderer(int layer)
 {
-    host().call("getPrimitivesRenderer", name_ + ", " + std::to_string(layer));
-    return {};
+    if (!host().call("getPrimitivesRenderer", name_ + ", " + std::to_string(layer))) {
+        return {};
+    }
+    return Qx::makePtr<FakeRenderer>(name_);
+}
+
+FakeHostImage::FakeHostImage(XY<int> size, iGPUImage::eFormat format) : size_(size), format_(format)
+{
+    bytes_.resize(getPitch() * static_cast<std::size_t>(size.y));
+}
+
+std::size_t FakeHostImage::getPitch() const
+{
+    return static_cast<std::size_t>(size_.x) * (format_ == iGPUImage::eARGB16 ? 8 : 4);
+}
+
+void* FakeHostImage::map(eAccess access)
+{
+    return host().call("map", access == Read ? "Read" : "Write") ? bytes_.data() : nullptr;
 }
 
 std::vector<FakeEffect::Drawing> FakeEffect::drawings() const

@@ -37,6 +37,23 @@ private:
     eFormat format_;
 };
 
+/// An image in memory of its own.
+class FakeHostImage final : public iHostImage
+{
+public:
+    FakeHostImage(XY<int> size, iGPUImage::eFormat format);
+
+    XY<int> getSize() const override { return size_; }
+    iGPUImage::eFormat getFormat() const override { return format_; }
+    std::size_t getPitch() const override;
+    void* map(eAccess access) override;
+
+private:
+    XY<int> size_;
+    iGPUImage::eFormat format_;
+    std::vector<std::byte> bytes_;
+};
+
 class FakeComputeContext final : public iGPUComputeContext
 {
 };

@@ -79,6 +79,18 @@ std::string described(const LightweightString<wchar_t>& path, const iGPUService:
     return result + "}";
 }
 
+std::string described(XY<int> size, iGPUImage::eFormat format)
+{
+    return std::to_string(size.x) + "x" + std::to_string(size.y) + ", " +
+           std::to_string(static_cast<int>(format));
+}
+
+template <class Image>
+std::string described(const Image& image)
+{
+    return described(image.getSize(), image.getFormat());
+}
+
 Qx::Ptr<iShaderEffect> effectOf(const std::wstring& path)
 {
     if (path.empty()) { // no host opens a file without a name
@@ -124,21 +136,37 @@ public:
 
     Qx::Ptr<iGPUImage> createGPUImage(XY<int> size, iGPUImage::eFormat format) override
     {
-        const std::string arguments = std::to_string(size.x) + "x" + std::to_string(size.y) + ", " +
-                                      std::to_string(static_cast<int>(format));
-        if (!host().call("createGPUImage", arguments)) {
+        if (!host().call("createGPUImage", described(size, format))) {
             return {};
         }
         return Qx::makePtr<FakeGPUImage>("created", size, format);
     }
 
-    // What nothing calls yet answers failure.
-    Qx::Ptr<iHostImage> createHostImage(XY<int>, iGPUImage::eFormat) override
+    Qx::Ptr<iHostImage> createHostImage(XY<int> size, iGPUImage::eFormat format) override
     {
-        return refuse("createHostImage");
+        if (!host().call("createHostImage", described(size, format))) {
+            return {};
+        }
+        return Qx::makePtr<FakeHostImage>(size, format);
     }
-    Qx::Ptr<iGPUImage> uploadImage(Qx::Ptr<iHostImage>, int) override { return refuse("uploadImage"); }
-    Qx::Ptr<iHostImage> downloadImage(Qx::Ptr<iGPUImage>) override { return refuse("downloadImage"); }
+
+    Qx::Ptr<iGPUImage> uploadImage(Qx::Ptr<iHostImage> image, int options) override
+    {
+        if (!host().call("uploadImage", described(*image) + ", " + std::to_string(options))) {
+            return {};
+        }
+        return Qx::makePtr<FakeGPUImage>("uploaded", image->getSize(), image->getFormat());
+    }
+
+    Qx::Ptr<iHostImage> downloadImage(Qx::Ptr<iGPUImage> image) override
+    {
+        if (!host().call("downloadImage", described(*image))) {
+            return {};
+        }
+        return Qx::makePtr<FakeHostImage>(image->getSize(), image->getFormat());
+    }
+
+    // What nothing calls yet answers failure.
     Qx::Ptr<iHostImage3D> createHostImage3D(int) override { return refuse("createHostImage3D"); }
     Qx::Ptr<iGPUImage3D> upload3DImage(Qx::Ptr<iHostImage3D>) override { return refuse("upload3DImage"); }
     Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>&, int, int) override

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <string>
+#include <utility>
 #include <vector>
 
 using namespace Qx::Image;
@@ -85,6 +87,40 @@ TEST(ImageConverter, EightBitsComeBackFromSixteenAsTheyWere)
     EXPECT_EQ(std::memcmp(row(back, 0), row(from, 0), 1024), 0);
 }
 
+TEST(ImageConverter, SixteenBitsRoundToTen)
+{
+    Surface from(2, 1, Y216, false, 16, 0, 0);
+    ASSERT_TRUE(from.allocateHost());
+    const std::array<std::uint16_t, 4> codes{0x1260, 0x125F, 0xFFFF, 0xFFDF}; // Y0 Cb Y1 Cr
+    std::memcpy(row(from, 0), codes.data(), sizeof codes);
+    Surface to(2, 1, V210, false, 10, 0, 0);
+    ASSERT_TRUE(ImageConverter::convert(from, to));
+    std::array<std::uint32_t, 2> words{};
+    std::memcpy(words.data(), row(to, 0), sizeof words);
+    EXPECT_EQ(words[0], 0x49U | 0x4AU << 10 | 0x3FFU << 20);
+    EXPECT_EQ(words[1], 0x3FFU);
+}
+
+TEST(ImageConverter, EveryOrderOf422ComesToEveryOther)
+{
+    const auto make = [](Format format) { return Surface(2, 1, format, false, 8, 0, 0); };
+    Surface yuy2 = make(YUY2);
+    ASSERT_TRUE(yuy2.allocateHost());
+    std::copy_n("YbZr", 4, row(yuy2, 0));
+    const auto text = [](const Surface& surface) {
+        return std::string(reinterpret_cast<const char*>(row(surface, 0)), 4);
+    };
+    for (const auto& [format, wanted] : {std::pair{UYVY, "bYrZ"}, std::pair{YVYU, "YrZb"},
+                                         std::pair{VYUY, "rZbY"}, std::pair{M101, "YbZr"}}) {
+        Surface other = make(format);
+        ASSERT_TRUE(ImageConverter::convert(yuy2, other));
+        EXPECT_EQ(text(other), wanted);
+        Surface back = make(YUYV);
+        ASSERT_TRUE(ImageConverter::convert(other, back));
+        EXPECT_EQ(text(back), "YbZr") << wanted;
+    }
+}
+
 TEST(ImageConverter, SixteenBitsRoundToEight)
 {
     Surface from(2, 1, Y216, false, 16, 0, 0);
@@ -136,8 +172,10 @@ TEST(ImageConverter, WhatIsNotSupportedLeavesTheTargetAlone)
     Surface yuy2(6, 2, YUY2, false, 8, 0, 0);
     EXPECT_FALSE(ImageConverter::convert(Surface(6, 2, V210, false, 10, 0, 0), yuy2)) << "no pixels";
     EXPECT_FALSE(yuy2.getHostImage());
-    Surface uyvy(6, 2, UYVY, false, 8, 0, 0);
-    EXPECT_FALSE(ImageConverter::convert(from, uyvy));
+    Surface planar(6, 2, YV12, false, 8, 0, 0);
+    EXPECT_FALSE(ImageConverter::convert(from, planar));
+    Surface twelveBits(6, 2, M101, false, 12, 0, 0);
+    EXPECT_FALSE(ImageConverter::convert(from, twelveBits)) << "no such depth";
 }
 
 TEST(ImageConverter, ADescriptionThatIsLargerThanItsImageIsRefused)

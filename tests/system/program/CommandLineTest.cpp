@@ -38,6 +38,19 @@ protected:
         }
     }
 
+    /// The same for what a value is wrong about, whose message says itself where to look.
+    void expectFailedUsage(const std::vector<std::string>& arguments,
+                           const std::vector<std::string>& words) const
+    {
+        const Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, 2);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_NE(outcome.err.find("qxhost formats"), std::string::npos) << outcome.err;
+        for (const std::string& word : words) {
+            EXPECT_NE(outcome.err.find(word), std::string::npos) << word << " is not in: " << outcome.err;
+        }
+    }
+
     void expectHelp(const std::vector<std::string>& arguments, const std::vector<std::string>& words) const
     {
         const Outcome outcome = qxhost(arguments);
@@ -72,6 +85,10 @@ TEST_F(CommandLine, every_command_has_help)
     expectHelp({"effects", "check", "--help"}, {"Usage: qxhost effects check FILE..."});
     expectHelp({"effects", "list", "--help"}, {"--json"});
     expectHelp({"devices", "--help"}, {"--json"});
+    expectHelp({"fields", "--help"}, {"Usage: qxhost fields INPUT OUTPUT", "--order"});
+    expectHelp({"thumbnail", "--help"}, {"Usage: qxhost thumbnail INPUT OUTPUT", "--size WxH", "--stretch"});
+    expectHelp({"black", "--help"}, {"Usage: qxhost black OUTPUT", "--transparent"});
+    expectHelp({"formats", "--help"}, {"--markdown"});
 }
 
 TEST_F(CommandLine, the_version_is_one_line)
@@ -118,6 +135,46 @@ TEST_F(CommandLine, wrong_values_are_answered_with_the_right_ones)
     expectUsageError({"convert", "a", "b", "--frames", "many"}, {"--frames", "\"many\""});
     expectUsageError({"convert", "a", "b", "--start", "-1"}, {"--start", "\"-1\""});
     expectUsageError({"convert", "a", "b", "--frames", "99999999999999999999"}, {"--frames"});
+}
+
+TEST_F(CommandLine, pixel_formats_sizes_and_rates_are_checked)
+{
+    expectFailedUsage({"convert", "a", "b.raw", "--format", "uyvi"}, {"--format", "\"uyvi\"", "mean uyvy?"});
+    expectFailedUsage({"convert", "a", "b.raw", "--format", "uyvy:10"},
+                      {"--format", "uyvy", "\"10\"", "8 and 16"});
+    expectUsageError({"convert", "a", "b.uyvy", "--format", "v210"}, {"--format v210", "b.uyvy", ".v210"});
+    expectUsageError({"convert", "a", "b.mov", "--format", "v210", "--codec", "v210"},
+                     {"--codec", "--format"});
+    expectUsageError({"convert", "a", "b", "--size", "1920"}, {"--size", "\"1920\"", "1920x1080"});
+    expectUsageError({"convert", "a", "b", "--size", "0x5"}, {"--size", "\"0x5\""});
+    expectUsageError({"convert", "a", "b", "--fps", "0"}, {"--fps", "\"0\"", "30000/1001"});
+    expectUsageError({"convert", "a", "b", "--row-bytes", "0"}, {"--row-bytes"});
+    expectUsageError({"thumbnail", "a", "b.png"}, {"--size is missing", "320x180"});
+    expectUsageError({"black", "b.png"}, {"--size is missing"});
+    expectUsageError({"fields", "a", "b", "--order", "odd"}, {"--order", "top and bottom"});
+}
+
+TEST_F(CommandLine, the_page_about_formats_is_what_the_program_prints)
+{
+    const Outcome page = qxhost({"formats", "--markdown"});
+    EXPECT_EQ(page.exitCode, 0);
+    EXPECT_EQ(page.out, read(fs::path(QX_SOURCE_FOLDER) / "docs/formats.md"))
+        << "make it anew: qxhost formats --markdown > docs/formats.md";
+}
+
+TEST_F(CommandLine, formats_are_listed_for_people_and_for_programs)
+{
+    const Outcome table = qxhost({"formats"});
+    EXPECT_EQ(table.exitCode, 0);
+    for (const char* word : {"yuy2", "uyvy", "yvyu", "vyuy", "yv12", "m101", "v210", "y216", "argb", "24bg",
+                             "b48r", "b64a", "argb10", "mov avi nut mkv"}) {
+        EXPECT_NE(table.out.find(word), std::string::npos) << word;
+    }
+    const Outcome json = qxhost({"formats", "--json"});
+    EXPECT_EQ(json.exitCode, 0);
+    for (const char* word : {"\"characters\": \"v210\"", "\"code\": 808530550", "\"blockBytes\": 40"}) {
+        EXPECT_NE(json.out.find(word), std::string::npos) << word;
+    }
 }
 
 TEST_F(CommandLine, effect_options_need_an_effect_and_make_sense)

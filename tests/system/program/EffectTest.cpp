@@ -172,12 +172,12 @@ TEST_F(Effects, the_list_names_the_shipped_effects)
         EXPECT_TRUE(fs::is_directory(effect["directory"].get<std::string>())) << effect;
         techniques[effect["name"]] = effect["techniques"].size();
     }
-    EXPECT_EQ(techniques["ColourConvert.fx"], 40U);
+    EXPECT_EQ(techniques["ColourConvert.fx"], 44U);
     EXPECT_EQ(techniques.count("null.fx"), 1U);
     EXPECT_EQ(techniques.count("cc3.fx"), 1U);
     const Outcome table = qxhost({"effects", "list"});
     EXPECT_NE(table.out.find("ColourConvert.fx"), std::string::npos);
-    EXPECT_NE(table.out.find("40"), std::string::npos);
+    EXPECT_NE(table.out.find("44"), std::string::npos);
 }
 
 TEST_F(Effects, checking_prints_the_messages_and_answers_by_exit_code)

@@ -66,12 +66,12 @@ protected:
     ExitCode run(Media::iFrameWriter& writer,
                  const std::function<void(FramePipeline&, std::int64_t)>& onFrame)
     {
-        auto reader = Media::ClipReader::open(clip(), {});
-        EXPECT_TRUE(reader);
+        ConvertOptions options;
+        options.input = clip();
+        const std::unique_ptr<iFrameInput> input = openFrameInput(options, false);
         EffectChain effects({});
         FramePipeline* running = nullptr;
-        FramePipeline pipeline({.reader = *reader.value(), .effects = effects, .source = {}},
-                               [&](std::int64_t done) { onFrame(*running, done); });
+        FramePipeline pipeline(jobFor(*input, effects), [&](std::int64_t done) { onFrame(*running, done); });
         running = &pipeline;
         try {
             frames_ = pipeline.run(writer);
@@ -80,6 +80,11 @@ protected:
             what_ = failure.what();
             return failure.code();
         }
+    }
+
+    static ConversionJob jobFor(iFrameInput& input, EffectChain& effects)
+    {
+        return {.input = input, .effects = effects, .source = {}, .step = {}};
     }
 
     fs::path directory_;

@@ -2,6 +2,8 @@
 
 #include "tools/qxhost/media/EncoderChoice.h"
 #include "tools/qxhost/media/Names.h"
+#include "tools/qxhost/media/StoredVideo.h"
+#include "tools/qxhost/media/VideoEncoder.h"
 
 #include <algorithm>
 #include <array>
@@ -43,6 +45,22 @@ bool hasFixedRate(AVCodecID codec)
            codec == AV_CODEC_ID_DVVIDEO || codec == AV_CODEC_ID_THEORA;
 }
 
+AVRational timeBaseOf(const OutputSettings& settings, bool fixedRate)
+{
+    return fixedRate ? av_inv_q(toAv(settings.frameRate)) : toAv(settings.timeBase);
+}
+
+/// What can hold them instead.
+std::string cannotStore(const StoredLayout& layout, const std::string& extension)
+{
+    std::string others;
+    for (const std::string& each : containersOf(layout.format, layout.bits)) {
+        others += (others.empty() ? "." : ", .") + each;
+    }
+    return "a file of type ." + extension + " cannot hold " + layout.name + " frames as they are; " +
+           (others.empty() ? "no container can, use .raw" : "use " + others + ", or .raw");
+}
+
 } // namespace
 
 Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::path& file,
@@ -55,30 +73,20 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
         return Error{"cannot write " + quoted(file) + ": no kind of clip or picture is known by ." +
                      extension + " (try .png, .mov, .mkv, .mp4)"};
     }
-    const auto codec = chooseClipEncoder(extension, *container, settings);
-    if (!codec) {
-        return Error{"cannot write " + quoted(file) + ": " + codec.text()};
-    }
-    if (avformat_query_codec(container, codec.value()->id, FF_COMPLIANCE_UNOFFICIAL) == 0) {
-        return Error{"cannot write " + quoted(file) + ": a file of type ." + extension + " cannot hold " +
-                     avcodec_get_name(codec.value()->id) + " video"};
-    }
-    const bool fixedRate = hasFixedRate(*container) || hasFixedRate(codec.value()->id);
     if (settings.frameRate.num <= 0 || settings.frameRate.den <= 0) {
         return Error{"cannot write " + quoted(file) + ": the frame rate is not known"};
     }
-    const AVRational timeBase = fixedRate ? av_inv_q(toAv(settings.frameRate)) : toAv(settings.timeBase);
-    auto encoder =
-        VideoEncoder::make(*codec.value(), settings, timeBase, (container->flags & AVFMT_GLOBALHEADER) != 0);
-    if (!encoder) {
-        return Error{"cannot write " + quoted(file) + ": " + encoder.text()};
+    bool fixedRate = false;
+    auto packets = makePackets(extension, *container, settings, fixedRate);
+    if (!packets) {
+        return Error{"cannot write " + quoted(file) + ": " + packets.text()};
     }
     auto part = OutputFile::create(file, settings.force, settings.kept);
     if (!part) {
         return part.error();
     }
     std::unique_ptr<ClipWriter> writer(
-        new ClipWriter(std::move(part.value()), settings, std::move(encoder.value())));
+        new ClipWriter(std::move(part.value()), settings, std::move(packets.value())));
     writer->fixedRate_ = fixedRate;
     if (settings.orientation && !holdsOrientation(*container)) {
         writer->warnings_.push_back(orientationIsLost(*settings.orientation));
@@ -103,16 +111,48 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
     return std::unique_ptr<iFrameWriter>(std::move(writer));
 }
 
-ClipWriter::ClipWriter(OutputFile part, const OutputSettings& settings, VideoEncoder encoder)
-    : part_(std::move(part)), settings_(settings), encoder_(std::move(encoder))
+Result<std::unique_ptr<iVideoPackets>> ClipWriter::makePackets(const std::string& extension,
+                                                               const AVOutputFormat& container,
+                                                               const OutputSettings& settings,
+                                                               bool& fixedRate)
+{
+    fixedRate = hasFixedRate(container);
+    if (settings.stored) {
+        const StoredLayout& layout = *settings.stored;
+        const StoredContainer* way = findContainer(layout.format, layout.bits, extension);
+        if (way == nullptr) {
+            return Error{cannotStore(layout, extension)};
+        }
+        return StoredVideo::make(*way, settings, timeBaseOf(settings, fixedRate));
+    }
+    const auto codec = chooseClipEncoder(extension, container, settings);
+    if (!codec) {
+        return codec.error();
+    }
+    if (avformat_query_codec(&container, codec.value()->id, FF_COMPLIANCE_UNOFFICIAL) == 0) {
+        return Error{"a file of type ." + extension + " cannot hold " + avcodec_get_name(codec.value()->id) +
+                     " video"};
+    }
+    fixedRate = fixedRate || hasFixedRate(codec.value()->id);
+    auto encoder = VideoEncoder::make(*codec.value(), settings, timeBaseOf(settings, fixedRate),
+                                      (container.flags & AVFMT_GLOBALHEADER) != 0);
+    if (!encoder) {
+        return encoder.error();
+    }
+    return std::unique_ptr<iVideoPackets>(std::make_unique<VideoEncoder>(std::move(encoder.value())));
+}
+
+ClipWriter::ClipWriter(OutputFile part, const OutputSettings& settings,
+                       std::unique_ptr<iVideoPackets> packets)
+    : part_(std::move(part)), settings_(settings), encoder_(std::move(packets))
 {
     warnAboutAlpha();
 }
 
 void ClipWriter::warnAboutAlpha()
 {
-    if (encoder_.dropsAlpha()) {
-        warnings_.push_back("alpha is left out: " + encoder_.description() + " cannot hold it");
+    if (encoder_->dropsAlpha()) {
+        warnings_.push_back("alpha is left out: " + encoder_->description() + " cannot hold it");
     }
 }
 
@@ -161,14 +201,14 @@ Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
     output_.reset(raw);
     output_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
     video_ = avformat_new_stream(output_.get(), nullptr);
-    if (!video_ || avcodec_parameters_from_context(video_->codecpar, &encoder_.context()) < 0) {
+    if (!video_ || avcodec_parameters_from_context(video_->codecpar, &encoder_->context()) < 0) {
         return Error{"out of memory"};
     }
-    video_->time_base = encoder_.context().time_base;
+    video_->time_base = encoder_->context().time_base;
     video_->avg_frame_rate = toAv(settings_.frameRate);
     video_->r_frame_rate = video_->avg_frame_rate;
     video_->sample_aspect_ratio = toAv(settings_.sampleAspect);
-    video_->codecpar->field_order = encoder_.context().field_order;
+    video_->codecpar->field_order = encoder_->context().field_order;
     if (Status status = setOrientation(container); !status) {
         return status;
     }
@@ -208,14 +248,14 @@ Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime
     endMicroseconds_ =
         av_rescale_q(av_sat_add64(shifted.pts, shifted.duration), toAv(settings_.timeBase), AV_TIME_BASE_Q);
     Status status =
-        encoder_.encode(rows, pitch, shifted, [this](AVPacket& packet) { return writeVideo(packet); });
+        encoder_->encode(rows, pitch, shifted, [this](AVPacket& packet) { return writeVideo(packet); });
     return status ? writeAudioUpTo(endMicroseconds_) : status;
 }
 
 Status ClipWriter::writeVideo(AVPacket& packet)
 {
     packet.stream_index = video_->index;
-    av_packet_rescale_ts(&packet, encoder_.context().time_base, video_->time_base);
+    av_packet_rescale_ts(&packet, encoder_->context().time_base, video_->time_base);
     return fileStatus(av_interleaved_write_frame(output_.get(), &packet));
 }
 
@@ -269,7 +309,7 @@ Status ClipWriter::finish()
     if (frames_ == 0) {
         return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
     }
-    Status status = encoder_.flush([this](AVPacket& packet) { return writeVideo(packet); });
+    Status status = encoder_->flush([this](AVPacket& packet) { return writeVideo(packet); });
     if (status) {
         status = writeAudioUpTo(endMicroseconds_);
     }
@@ -287,8 +327,8 @@ Status ClipWriter::finish()
     if (refusedAudio_ > 0) {
         warnings_.push_back(std::to_string(refusedAudio_) + " damaged audio packets are left out");
     }
-    if (encoder_.movedFrames() > 0) {
-        warnings_.push_back("the times of " + std::to_string(encoder_.movedFrames()) +
+    if (encoder_->movedFrames() > 0) {
+        warnings_.push_back("the times of " + std::to_string(encoder_->movedFrames()) +
                             " frames are changed: this kind of file counts frames at a fixed rate");
     }
     status = part_.commit();
@@ -298,7 +338,7 @@ Status ClipWriter::finish()
 
 std::string ClipWriter::description() const
 {
-    return encoder_.description() + ", " + output_->oformat->name;
+    return encoder_->description() + ", " + output_->oformat->name;
 }
 
 std::vector<std::filesystem::path> ClipWriter::files() const

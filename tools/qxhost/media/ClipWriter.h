@@ -2,7 +2,7 @@
 
 #include "tools/qxhost/media/FrameWriter.h"
 #include "tools/qxhost/media/OutputFile.h"
-#include "tools/qxhost/media/VideoEncoder.h"
+#include "tools/qxhost/media/VideoPackets.h"
 
 #include <deque>
 #include <memory>
@@ -11,7 +11,7 @@
 
 namespace Qx::Media {
 
-/// A clip in a container: encoded video and copied audio.
+/// A clip in a container: video, encoded or stored as it is, and copied audio.
 class ClipWriter final : public iFrameWriter
 {
 public:
@@ -35,7 +35,11 @@ private:
     };
     using OutputPtr = std::unique_ptr<AVFormatContext, CloseOutput>;
 
-    ClipWriter(OutputFile part, const OutputSettings& settings, VideoEncoder encoder);
+    static Result<std::unique_ptr<iVideoPackets>> makePackets(const std::string& extension,
+                                                              const AVOutputFormat& container,
+                                                              const OutputSettings& settings,
+                                                              bool& fixedRate);
+    ClipWriter(OutputFile part, const OutputSettings& settings, std::unique_ptr<iVideoPackets> packets);
     Status begin(const AVOutputFormat& container, bool withAudio);
     Status setOrientation(const AVOutputFormat& container);
     void warnAboutAlpha();
@@ -47,7 +51,7 @@ private:
 
     OutputFile part_;
     const OutputSettings settings_;
-    VideoEncoder encoder_;
+    std::unique_ptr<iVideoPackets> encoder_;
     OutputPtr output_;
     AVStream* video_ = nullptr;
     std::vector<AVStream*> audioStreams_; // by track; null for those left out

@@ -6,6 +6,8 @@
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "tools/qxhost/media/Names.h"
 #include "tools/qxhost/media/PictureWriter.h"
+#include "tools/qxhost/media/RawWriter.h"
+#include "tools/qxhost/media/StoredContainers.h"
 
 #include <algorithm>
 
@@ -40,7 +42,14 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
         return Error{"cannot write " + quoted(file) +
                      ": its name has no extension to tell the kind of file (.png, .mov, .mkv, .mp4 ...)"};
     }
+    if (settings.stored && isRawExtension(extension, settings.stored->word)) {
+        return RawWriter::open(file, settings);
+    }
     if (isPictureExtension(extension)) {
+        if (settings.stored) {
+            return Error{"cannot write " + quoted(file) + ": ." + extension +
+                         " has a layout of its own; leave out --format, or choose a name that ends in .raw"};
+        }
         return PictureWriter::open(file, extension, settings);
     }
     return ClipWriter::open(file, extension, settings);

@@ -4,6 +4,7 @@
 #include "tools/qxhost/media/FileSet.h"
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/media/Result.h"
+#include "tools/qxhost/media/StoredLayout.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -24,6 +25,9 @@ struct OutputSettings
     int height = 0;
     /// Of the frames given: four components a pixel in memory order A R G B.
     Depth depth = Depth::bits8;
+    /// The frames given have this layout instead, and are written as they are: nothing is converted, and
+    /// depth and alpha above do not count. What `colour` says, its range included, goes into the file's tags.
+    std::optional<StoredLayout> stored;
     /// Of the RGB codes given. Files of RGB keep the codes as they are.
     Range rgbRange = Range::full;
     /// Keeps the alpha component where the file format can hold it; otherwise it is dropped.
@@ -91,6 +95,9 @@ public:
 /// 422
 ///   HQ, mkv, avi and nut FFV1 in RGB (lossless), mp4, m4v and ts H.264 4:2:0, webm VP9, mxf DNxHR, else what
 ///   FFmpeg prefers.
+///
+/// With settings.stored: clips whose container knows such frames, or a raw file for .raw, .yuv, .rgb, .bin,
+/// .data and the format's own name.
 ///
 /// Fails when the extension is unknown, the encoder cannot be had or refuses the size, the file exists and
 /// force is off, it is one to keep, or it cannot be made.

@@ -62,7 +62,7 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
     }
     input_.emplace(settings.depth == Depth::bits8 ? AV_PIX_FMT_RGBA : AV_PIX_FMT_RGBA64);
     output_.emplace(format.value());
-    inputTimeBase_ = Media::toAv(settings.timeBase);
+    times_ = PacketTimes(settings.timeBase);
     rgbRange_ = settings.rgbRange;
     alpha_ = settings.alpha && output_->hasAlpha() && output_->isRgb() && output_->bits() == input_->bits();
     dropsAlpha_ = settings.alpha && !alpha_;
@@ -167,13 +167,8 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
         return status;
     }
 
-    frame->pts = av_rescale_q(time.pts, inputTimeBase_, context_->time_base);
-    if (lastPts_ && frame->pts <= *lastPts_) {
-        frame->pts = av_sat_add64(*lastPts_, 1); // two frames that the time base cannot tell apart
-        ++movedFrames_;
-    }
-    lastPts_ = frame->pts;
-    durations_[frame->pts] = av_rescale_q(time.duration, inputTimeBase_, context_->time_base);
+    frame->pts = times_.next(time, context_->time_base);
+    durations_[frame->pts] = times_.duration(time, context_->time_base);
     frame->interlaced_frame = time.fieldOrder != FieldOrder::progressive;
     frame->top_field_first = time.fieldOrder == FieldOrder::topFirst;
     frame->sample_aspect_ratio = context_->sample_aspect_ratio;

@@ -3,7 +3,9 @@
 #include "tools/qxhost/media/ComponentRows.h"
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/media/PacketTimes.h"
 #include "tools/qxhost/media/RowGraph.h"
+#include "tools/qxhost/media/VideoPackets.h"
 
 #include <array>
 #include <cstddef>
@@ -17,26 +19,20 @@ namespace Qx::Media {
 
 /// Turns A R G B frames into an encoder's packets: RGB encoders get the codes as they are, others YCbCr made
 /// by zimg.
-class VideoEncoder
+class VideoEncoder final : public iVideoPackets
 {
 public:
-    using Sink = std::function<Status(AVPacket& packet)>;
-
     /// timeBase is what packets' times count in; the frames' times are rescaled to it.
     static Result<VideoEncoder> make(const AVCodec& codec, const OutputSettings& settings,
                                      AVRational timeBase, bool globalHeader);
 
-    Status encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink);
-    /// Gives the packets still under way.
-    Status flush(const Sink& sink);
+    Status encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink) override;
+    Status flush(const Sink& sink) override;
 
-    AVCodecContext& context() const { return *context_; }
-    std::string description() const;
-    /// Alpha was asked for and cannot be kept.
-    bool dropsAlpha() const { return dropsAlpha_; }
-    /// Frames so far that were given later times, because the time base could not tell them from the one
-    /// before.
-    std::int64_t movedFrames() const { return movedFrames_; }
+    AVCodecContext& context() const override { return *context_; }
+    std::string description() const override;
+    bool dropsAlpha() const override { return dropsAlpha_; }
+    std::int64_t movedFrames() const override { return times_.moved(); }
 
 private:
     VideoEncoder() = default;
@@ -65,14 +61,12 @@ private:
     std::array<std::optional<Graph>, 2> graphs_; // one for each field
     std::vector<std::uint16_t> scratch_;
     std::map<std::int64_t, std::int64_t> durations_; // by time of the frame, until its packet comes
-    AVRational inputTimeBase_{1, 1};
-    std::optional<std::int64_t> lastPts_;
+    PacketTimes times_;
     Range rgbRange_ = Range::full;
     Range range_ = Range::video;
     Matrix matrix_ = Matrix::bt709;
     bool alpha_ = false;
     bool dropsAlpha_ = false;
-    std::int64_t movedFrames_ = 0;
 };
 
 } // namespace Qx::Media

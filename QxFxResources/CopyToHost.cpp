@@ -1,0 +1,122 @@
+#include "QxFxResources/ColourConversionDetail.h"
+#include "QxFxResources/GPUColourConverter.h"
+#include "image/TechniqueApplication.h"
+#include "platform/GPUService.h"
+#include "platform/OS.h"
+
+namespace Qx::Image::ColourConversion {
+
+namespace {
+
+/// The widest picture that is taken to be standard definition.
+constexpr unsigned standardDefinitionWidth = 720;
+
+/// A YUY2 surface on the GPU for a picture of the source's size, to be encoded into.
+Surface makeIntermediate(const Surface& source, unsigned bits, Polarity polarity)
+{
+    const int width = static_cast<int>(source.getWidth());
+    const XY<int> size{width / 2, static_cast<int>(source.getHeight())};
+    const iGPUImage::eFormat format = bits == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16;
+    Surface intermediate = makeWrapper(OS().gpu().createGPUImage(size, format));
+    intermediate.setDataFormat(YUY2);
+    intermediate.setWidth(source.getWidth());
+    intermediate.setBitsPerPixel(static_cast<std::uint16_t>(2 * bits));
+    intermediate.frame() = source.frame();
+    intermediate.setPolarity(polarity);
+    intermediate.setColourSpace(source.getWidth() > standardDefinitionWidth ? ColourSpace::BT709
+                                                                            : ColourSpace::BT601);
+    intermediate.setGamutScaling(GamutScaling::Video);
+    return intermediate;
+}
+
+iGPUImage::eFormat gpuFormatOf(const Surface& surface)
+{
+    const Qx::Ptr<iGPUImage> image = surface.getGPUSurface();
+    return image ? image->getFormat() : iGPUImage::eARGB8;
+}
+
+const char* orderingTechnique(const Core::Data& fmt)
+{
+    switch (fmt.getDataFormat()) {
+    case B48R:
+        return "ARGBtoRGB";
+    case BGR24:
+        return "ARGBtoBGR";
+    case B64A:
+        return fmt.getBitsPerComponent() == 16 ? "ARGBtoBGRA" : "Null";
+    default:
+        return "Null";
+    }
+}
+
+/// A surface on the GPU of the source's size, one texel a pixel.
+Surface makeTarget(const Surface& source, iGPUImage::eFormat format)
+{
+    const XY<int> size{static_cast<int>(source.getWidth()), static_cast<int>(source.getHeight())};
+    return makeWrapper(OS().gpu().createGPUImage(size, format));
+}
+
+/// Runs a technique of "null.fx" over the source into the target, and gives the source the target's image and
+/// the requested description. The source stays as it is when the technique cannot be had.
+void redraw(const Qx::Ptr<iShaderEffect>& effect, Surface& source, Surface& target, const char* technique,
+            const Core::Data& fmt)
+{
+    if (applyTechnique(effect, source, target, technique, static_cast<float>(source.getWidth()))) {
+        source.setGPUSurface(target.getGPUSurface());
+        source.setData(fmt);
+    }
+}
+
+} // namespace
+
+Surface copyToHostSurface(Surface source, const Core::Data& fmt, Polarity polarity) noexcept
+{
+    if (isRGB(fmt.getDataFormat())) {
+        return copyToHostRGBSurface(source, fmt, polarity);
+    }
+    QX_CONVERTER_ASSERT(isYUV(fmt.getDataFormat()), "isYUV( fmt.getDataFormat() )", 825);
+    return copyToHostYUVSurface(source, fmt, polarity);
+}
+
+Surface copyToHostYUVSurface(Surface source, const Core::Data& fmt, Polarity polarity) noexcept
+{
+    const unsigned bits = fmt.getBitsPerComponent();
+    Surface intermediate = makeIntermediate(source, bits, polarity);
+    source.setGamutScaling(GamutScaling::Unscaled); // what was rendered is full range
+    const bool success = convertRGBToYCrCb422(source, intermediate, Filter::Point);
+    QX_CONVERTER_ASSERT(success, "success", 886);
+
+    if (bits == 10 && intermediate.getBitsPerComponent() == 16) {
+        Surface packed;
+        if (packMatrox10BitFormat(intermediate, packed)) {
+            intermediate = packed;
+        } else {
+            QX_CONVERTER_ASSERT(false, "false", 897);
+        }
+    }
+    // A frame that is packed already must not be unpacked again.
+    if (fmt.getDataFormat() != YUY2 && fmt.getDataFormat() != intermediate.getDataFormat()) {
+        intermediate = reorderComponents(intermediate, fmt.getDataFormat(), gpuFormatOf(intermediate));
+    }
+    return intermediate.copyToHost();
+}
+
+Surface copyToHostRGBSurface(Surface source, const Core::Data& fmt, Polarity /*polarity*/) noexcept
+{
+    const unsigned wanted = fmt.getBitsPerComponent();
+    const unsigned given = source.getBitsPerComponent();
+    if (given != 10 && wanted == 10) {
+        QX_CONVERTER_ASSERT(fmt.getDataFormat() == ARGB10, "fmt.getDataFormat() == ARGB10", 921);
+        const Qx::Ptr<iShaderEffect> effect = getShader(nullEffect);
+        Surface target = makeTarget(source, iGPUImage::eARGB10);
+        target.setDataFormat(ARGB10); // which a host's wrapper need not say
+        target.setBitsPerComponent(10);
+        redraw(effect, source, target, "Null", fmt);
+    } else if (given != wanted || source.getDataFormat() != fmt.getDataFormat()) {
+        Surface target = makeTarget(source, wanted == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16);
+        redraw(getShader(nullEffect), source, target, orderingTechnique(fmt), fmt);
+    }
+    return source.copyToHost();
+}
+
+} // namespace Qx::Image::ColourConversion

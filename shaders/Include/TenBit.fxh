@@ -1,0 +1,115 @@
+// 10-bit 4:2:2 packed in 32-bit words, which are texels of four bytes, to and from Y0 Cb Y1 Cr.
+#ifndef QX_TEN_BIT_FXH
+#define QX_TEN_BIT_FXH
+
+#include "Components.fxh"
+
+float4 fromTenBits(float4 codes)
+{
+    return componentsOfCodes(codes * (stepOf(targetMax) * 0.25));
+}
+
+// To the nearest code.
+float4 toTenBits(float4 components)
+{
+    return min(floor(codesOf(components, inputMax) * (inverseStepOf(inputMax) * 4.0) + 0.5), 1023.0);
+}
+
+int4 bytesAt(int2 at)
+{
+    return int4(codesOf(componentsAt(at), 255.0));
+}
+
+float4 texelOfBytes(int4 bytes)
+{
+    return texelOf(float4(bytes) / 255.0);
+}
+
+// The 10-bit codes of a pair of pixels of the source, in the order of its components. Of an odd width the
+// last pair may be missing in the image; the one before stands in for it. 0 behind the picture.
+float4 tenBitsOfPair(int pair, int row, int pairs)
+{
+    return pair < pairs ? toTenBits(componentsAt(int2(pair, row))) : float4(0.0, 0.0, 0.0, 0.0);
+}
+
+// ---- Three components a word, in the order Cb Y0 Cr Y1 ----
+
+#define V210 0
+#define DVS_UPPER_BITS 1
+
+// v210 has 10 bits each, from bit 0. The DVS layout has the upper eight bits of each in a byte of its own and
+// the lower two in the fourth byte; here the lower ones are left out.
+float3 fieldsOf(int4 b, int packing)
+{
+    if (packing == DVS_UPPER_BITS)
+    {
+        return float3(b.xyz) * 4.0;
+    }
+    return float3(b.x | ((b.y & 3) << 8), (b.y >> 2) | ((b.z & 15) << 6), (b.z >> 4) | ((b.w & 63) << 4));
+}
+
+// A pair's four components begin at component 4 x pair of the row.
+float4 pairFromWords(int2 at, int packing)
+{
+    int first = at.x * 4;
+    int word = first / 3;
+    float4 codes = fourOf(fieldsOf(bytesAt(int2(word, at.y)), packing),
+                          fieldsOf(bytesAt(int2(word + 1, at.y)), packing), first - word * 3);
+    return texelOf(fromTenBits(codes.yxwz));
+}
+
+// A v210 word's three components begin at component 3 x word of the row.
+float4 v210Word(int2 at, int pairs)
+{
+    int first = at.x * 3;
+    int pair = first >> 2;
+    int3 f = int3(threeOf(tenBitsOfPair(pair, at.y, pairs).yxwz, tenBitsOfPair(pair + 1, at.y, pairs).yxwz,
+                          first & 3));
+    return texelOfBytes(int4(f.x & 255, (f.x >> 8) | ((f.y & 63) << 2), (f.y >> 6) | ((f.z & 15) << 4),
+                             f.z >> 4));
+}
+
+// ---- Blocks of 8 pairs in 10 words: upper eight bits of a pair in each of 8, then the lower two bits ----
+
+#define MATROX_PAIRS 8
+#define MATROX_WORDS 10
+
+// A pair. Lower bits that the row does not have are 0.
+float4 pairFromMatrox(int2 at, int rowWords, bool upperBitsOnly)
+{
+    int block = at.x / MATROX_PAIRS;
+    int place = at.x - block * MATROX_PAIRS;
+    float4 codes = float4(bytesAt(int2(block * MATROX_WORDS + place, at.y))) * 4.0;
+    if (!upperBitsOnly)
+    {
+        int word = block * MATROX_WORDS + MATROX_PAIRS + (place >> 2);
+        int lower = int(codesOf(componentAt(word * 4 + (place & 3), at.y), 255.0).x);
+        codes += word < rowWords ? float4(lower & 3, (lower >> 2) & 3, (lower >> 4) & 3, lower >> 6)
+                                 : float4(0.0, 0.0, 0.0, 0.0);
+    }
+    return texelOf(fromTenBits(codes));
+}
+
+int lowerBitsOf(float4 codes)
+{
+    int4 c = int4(codes) & 3;
+    return c.x | (c.y << 2) | (c.z << 4) | (c.w << 6);
+}
+
+float4 matroxWord(int2 at, int pairs)
+{
+    int block = at.x / MATROX_WORDS;
+    int place = at.x - block * MATROX_WORDS;
+    int pair = block * MATROX_PAIRS + place;
+    if (place < MATROX_PAIRS)
+    {
+        return texelOfBytes(int4(tenBitsOfPair(pair, at.y, pairs)) >> 2);
+    }
+    pair = block * MATROX_PAIRS + (place - MATROX_PAIRS) * 4;
+    return texelOfBytes(int4(lowerBitsOf(tenBitsOfPair(pair, at.y, pairs)),
+                             lowerBitsOf(tenBitsOfPair(pair + 1, at.y, pairs)),
+                             lowerBitsOf(tenBitsOfPair(pair + 2, at.y, pairs)),
+                             lowerBitsOf(tenBitsOfPair(pair + 3, at.y, pairs))));
+}
+
+#endif

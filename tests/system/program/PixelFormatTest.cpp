@@ -1,0 +1,258 @@
+#include "tests/system/program/Program.h"
+
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+namespace Qx::System {
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// A pixel format in a container, and the planar one that FFmpeg can say its samples in.
+struct Case
+{
+    const char* format;
+    const char* file;
+    const char* codec;
+    const char* samples;
+};
+
+class PixelFormats : public ProgramTest
+{
+protected:
+    static constexpr int width = 50; // no whole number of the groups of any packed format
+    static constexpr int height = 22;
+
+    /// A noisy clip of two frames, losslessly coded.
+    void makeClip(const std::string& name, const std::string& pixelFormat) const
+    {
+        std::vector<std::string> arguments{"-f", "lavfi", "-i", "testsrc2=size=50x22:rate=25", "-vf"};
+        arguments.push_back("noise=alls=60:allf=t,format=" + pixelFormat);
+        const bool rgb = pixelFormat.starts_with("gbr");
+        arguments.insert(arguments.end(), {"-frames", "2", "-c:v", "ffv1", "-colorspace",
+                                           rgb ? "rgb" : "bt709", "-color_range", rgb ? "pc" : "tv", name});
+        ffmpeg(arguments);
+    }
+
+    /// Runs the program, which must succeed.
+    Outcome succeed(const std::vector<std::string>& arguments) const
+    {
+        Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return outcome;
+    }
+
+    void expectWritten(const std::string& clip, const Case& each) const
+    {
+        SCOPED_TRACE(std::string(each.format) + " in " + each.file);
+        succeed({"convert", clip, each.file, "--format", each.format, "--quiet"});
+        EXPECT_EQ(decoded(each.file, each.samples), decoded(clip, each.samples));
+        EXPECT_EQ(probe(each.file, "codec_name"), std::string("codec_name=") + each.codec + "\n");
+    }
+
+    void expectFailure(const std::vector<std::string>& arguments, int code,
+                       const std::vector<std::string>& words) const
+    {
+        const Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, code) << outcome.err;
+        for (const std::string& word : words) {
+            EXPECT_NE(outcome.err.find(word), std::string::npos) << word << " is not in: " << outcome.err;
+        }
+    }
+};
+
+TEST_F(PixelFormats, video_that_is_written_decodes_to_the_samples_of_the_source)
+{
+    makeClip("deep.mkv", "yuv422p10le");
+    makeClip("clip.mkv", "yuv422p");
+    expectWritten("deep.mkv", {"v210", "deep.mov", "v210", "yuv422p10le"});
+    expectWritten("deep.mkv", {"m101", "deep.avi", "m101", "yuv422p10le"});
+    EXPECT_EQ(probe("deep.mov", "codec_tag_string,color_space"),
+              "codec_tag_string=v210\ncolor_space=bt709\n");
+    expectWritten("clip.mkv", {"uyvy", "clip.mov", "rawvideo", "yuv422p"});
+    expectWritten("clip.mkv", {"yuy2", "clip.avi", "rawvideo", "yuv422p"});
+    expectWritten("clip.mkv", {"yvyu", "clip.nut", "rawvideo", "yuv422p"});
+    EXPECT_EQ(probe("clip.mov", "codec_tag_string"), "codec_tag_string=2vuy\n");
+    EXPECT_EQ(
+        filesBeside({"deep.mkv", "clip.mkv", "deep.mov", "deep.avi", "clip.mov", "clip.avi", "clip.nut"}),
+        std::vector<std::string>{});
+}
+
+TEST_F(PixelFormats, rgb_that_is_written_decodes_to_the_codes_of_the_source)
+{
+    makeClip("clip.mkv", "gbrp");
+    makeClip("deep.mkv", "gbrp16le");
+    expectWritten("clip.mkv", {"24bg", "a.avi", "rawvideo", "gbrp"});
+    expectWritten("clip.mkv", {"bgr3", "a.mov", "rawvideo", "gbrp"});
+    expectWritten("clip.mkv", {"bgra", "b.mov", "rawvideo", "gbrp"});
+    expectWritten("clip.mkv", {"planar", "a.nut", "rawvideo", "gbrp"});
+    expectWritten("deep.mkv", {"b48r", "c.mov", "rawvideo", "gbrp16le"});
+    expectWritten("deep.mkv", {"b64a", "d.mov", "rawvideo", "gbrp16le"});
+    expectWritten("deep.mkv", {"rgba:16", "d.nut", "rawvideo", "gbrp16le"});
+    EXPECT_EQ(probe("c.mov", "codec_tag_string,pix_fmt"), "codec_tag_string=b48r\npix_fmt=rgb48be\n");
+    EXPECT_EQ(probe("d.mov", "codec_tag_string,pix_fmt"), "codec_tag_string=b64a\npix_fmt=rgba64be\n");
+}
+
+TEST_F(PixelFormats, what_ffmpeg_writes_comes_in_to_the_same_samples)
+{
+    makeClip("deep.mkv", "yuv422p10le");
+    ffmpeg({"-i", "deep.mkv", "-c:v", "v210", "v210.mov"});
+    // Upper bits first: a word of y216 is the 10-bit code times 64.
+    ffmpeg({"-i", "deep.mkv", "-f", "rawvideo", "-pix_fmt", "yuv422p10le", "planar.raw"});
+    succeed({"convert", "v210.mov", "tape.y216"});
+    ffmpeg({"-f", "rawvideo", "-pix_fmt", "y210le", "-s", "50x22", "-i", "tape.y216", "-f", "rawvideo",
+            "-pix_fmt", "yuv422p10le", "again.raw"});
+    EXPECT_EQ(read(at("again.raw")), read(at("planar.raw")));
+
+    makeClip("rgb.mkv", "gbrp16le");
+    ffmpeg({"-i", "rgb.mkv", "-c:v", "rawvideo", "-pix_fmt", "rgb48be", "b48r.mov"});
+    ffmpeg({"-i", "rgb.mkv", "-f", "rawvideo", "-pix_fmt", "rgb48le", "rgb.raw"});
+    succeed({"convert", "b48r.mov", "rgb.b48r"});
+    EXPECT_EQ(read(at("rgb.b48r")), read(at("rgb.raw")));
+    succeed({"convert", "rgb.b48r", "b64a.mov", "--size", "50x22", "--format", "b64a"});
+    succeed({"convert", "b64a.mov", "rgb.bgr3", "--format", "bgr3:16"});
+    EXPECT_EQ(read(at("rgb.bgr3")), read(at("rgb.raw")));
+}
+
+TEST_F(PixelFormats, raw_frames_keep_their_codes_from_format_to_format)
+{
+    makeClip("clip.mkv", "yuv420p");
+    ffmpeg({"-i", "clip.mkv", "-f", "rawvideo", "-pix_fmt", "yuv420p", "planar.raw"});
+    std::string yv12 = read(at("planar.raw"));
+    constexpr std::size_t luma = width * height;
+    constexpr std::size_t chroma = luma / 4;
+    for (std::size_t at = luma; at < yv12.size(); at += luma + 2 * chroma) {
+        std::swap_ranges(yv12.begin() + static_cast<std::ptrdiff_t>(at),
+                         yv12.begin() + static_cast<std::ptrdiff_t>(at + chroma),
+                         yv12.begin() + static_cast<std::ptrdiff_t>(at + chroma));
+    }
+    write("clip.yv12", yv12);
+    const Outcome outcome = succeed({"convert", "clip.yv12", "clip.uyvy", "--size", "50x22", "--json"});
+    const nlohmann::json run = nlohmann::json::parse(outcome.out);
+    EXPECT_EQ(run["frames"], 2);
+    EXPECT_EQ(run["codesKept"], true);
+    EXPECT_EQ(outcome.err.find("BT.601"), std::string::npos) << outcome.err; // nothing depends on a guess
+    succeed({"convert", "clip.uyvy", "tape.raw", "--size", "50x22", "--format", "v210"});
+    succeed({"convert", "tape.raw", "again.yv12", "--raw", "v210", "--size", "50x22"});
+    EXPECT_EQ(read(at("again.yv12")), yv12);
+}
+
+TEST_F(PixelFormats, rows_may_be_padded_and_the_rate_is_the_one_said)
+{
+    const std::string tight = [] {
+        std::string bytes;
+        for (int i = 0; i < 6 * 4 * 4; ++i) {
+            bytes += static_cast<char>(i * 37);
+        }
+        return bytes; // two frames of 12 x 2 in UYVY
+    }();
+    std::string padded;
+    for (std::size_t row = 0; row < 4; ++row) {
+        padded += tight.substr(row * 24, 24) + "#######"; // 31 bytes a row
+    }
+    write("padded.raw", padded);
+    succeed({"convert", "padded.raw", "tight.mov", "--raw", "uyvy", "--size", "12x2", "--row-bytes", "31",
+             "--fps", "29.97", "--format", "uyvy"});
+    const Bytes decodedBytes = decoded("tight.mov", "uyvy422");
+    EXPECT_EQ(std::string(decodedBytes.begin(), decodedBytes.end()), tight);
+    EXPECT_EQ(probe("tight.mov", "r_frame_rate"), "r_frame_rate=30000/1001\n");
+}
+
+TEST_F(PixelFormats, rgb_becomes_video_by_the_librarys_rules)
+{
+    // BT.601 for small pictures: Y = 16 + 65.481 R + 128.553 G + 24.966 B; Cb and Cr from the same weights.
+    ffmpeg({"-f", "lavfi", "-i", "color=red:size=50x22,format=gbrp", "-frames", "1", "red.png"});
+    succeed({"convert", "red.png", "red.uyvy"});
+    const std::string bytes = read(at("red.uyvy"));
+    ASSERT_EQ(bytes.size(), std::size_t{width * height * 2});
+    for (std::size_t i = 0; i < bytes.size(); i += 4) {
+        ASSERT_EQ(static_cast<std::uint8_t>(bytes[i]), 90);
+        ASSERT_EQ(static_cast<std::uint8_t>(bytes[i + 1]), 81);
+        ASSERT_EQ(static_cast<std::uint8_t>(bytes[i + 2]), 240);
+    }
+}
+
+TEST_F(PixelFormats, fields_are_every_second_line_in_their_order_of_time)
+{
+    makeClip("clip.mkv", "gbrp");
+    succeed({"fields", "clip.mkv", "top.mkv"});
+    succeed({"fields", "clip.mkv", "bottom.mkv", "--order", "bottom"});
+    for (const std::string order : {"top", "bottom"}) {
+        ffmpeg({"-i", "clip.mkv", "-vf",
+                std::string("setfield=") + (order == "top" ? "tff" : "bff") + ",separatefields", "-c:v",
+                "ffv1", "wanted.mkv"});
+        EXPECT_EQ(decoded(order + ".mkv", "gbrp"), decoded("wanted.mkv", "gbrp")) << order;
+    }
+    EXPECT_EQ(probe("top.mkv", "width,height,r_frame_rate,nb_read_frames"),
+              "width=50\nheight=11\nr_frame_rate=50/1\nnb_read_frames=4\n");
+}
+
+TEST_F(PixelFormats, thumbnails_keep_the_shape_unless_told_otherwise)
+{
+    ffmpeg({"-f", "lavfi", "-i", "color=0x3060c0:size=320x180,format=gbrp", "-frames", "1", "in.png"});
+    succeed({"thumbnail", "in.png", "fit.png", "--size", "100x100"});
+    EXPECT_EQ(probe("fit.png", "width,height"), "width=100\nheight=56\n");
+    succeed({"thumbnail", "in.png", "square.png", "--size", "100x100", "--stretch"});
+    EXPECT_EQ(probe("square.png", "width,height"), "width=100\nheight=100\n");
+    const Bytes codes = decoded("square.png", "rgb24");
+    for (std::size_t i = 0; i < codes.size(); i += 3) {
+        ASSERT_EQ(codes[i], 0x30);
+        ASSERT_EQ(codes[i + 1], 0x60);
+        ASSERT_EQ(codes[i + 2], 0xc0);
+    }
+    succeed({"thumbnail", "in.png", "same.png", "--size", "4000x4000"});
+    EXPECT_EQ(probe("same.png", "width,height"), "width=320\nheight=180\n");
+    expectFailure({"thumbnail", "in.png", "no.png", "--size", "4000x40", "--stretch"}, 2,
+                  {"4000x40", "320x180", "--stretch"});
+}
+
+TEST_F(PixelFormats, black_is_black_in_every_kind_of_output)
+{
+    succeed({"black", "opaque.png", "--size", "8x4"});
+    EXPECT_EQ(decoded("opaque.png", "rgb24"), Bytes(std::size_t{8 * 4 * 3}));
+    succeed({"black", "clear.png", "--size", "8x4", "--transparent"});
+    EXPECT_EQ(decoded("clear.png", "rgba"), Bytes(std::size_t{8 * 4 * 4}));
+    EXPECT_EQ(probe("clear.png", "pix_fmt"), "pix_fmt=rgba\n");
+    const Outcome outcome = succeed({"black", "leader.mov", "--size", "50x22", "--frames", "3", "--fps", "24",
+                                     "--format", "v210", "--json"});
+    EXPECT_EQ(nlohmann::json::parse(outcome.out)["frames"], 3);
+    EXPECT_EQ(probe("leader.mov", "r_frame_rate,nb_read_frames"), "r_frame_rate=24/1\nnb_read_frames=3\n");
+    const Bytes codes = decoded("leader.mov", "yuv422p10le");
+    ASSERT_EQ(codes.size(), std::size_t{3 * 50 * 22 * 2 * 2});
+    EXPECT_EQ(codes[0] | codes[1] << 8, 64);
+    EXPECT_EQ(codes[50 * 22 * 2] | codes[50 * 22 * 2 + 1] << 8, 512);
+    expectFailure({"black", "opaque.png", "--size", "8x4"}, 4, {"opaque.png", "exists", "--force"});
+}
+
+TEST_F(PixelFormats, what_cannot_be_is_refused_with_what_can)
+{
+    write("tape.v210", std::string(1000, 'x'));
+    expectFailure({"convert", "tape.v210", "out.png"}, 2, {"tape.v210", "--size WxH"});
+    expectFailure({"convert", "tape.v210", "out.png", "--size", "48x10"}, 3,
+                  {"1000 bytes", "48x10 v210 has 1280", "--size"});
+    expectFailure({"convert", "none.v210", "out.png", "--size", "48x10"}, 3, {"none.v210", "no such file"});
+    expectFailure({"convert", "tape.v210", "out.mp4", "--size", "48x1", "--format", "v210"}, 4,
+                  {".mp4", "v210", ".mov, .avi, .mkv", ".raw"});
+    expectFailure({"convert", "tape.v210", "out.mov", "--size", "48x1", "--format", "vyuy"}, 4,
+                  {"vyuy", "no container", ".raw"});
+    expectFailure({"convert", "tape.v210", "out.png", "--size", "48x1", "--format", "yuy2"}, 4,
+                  {".png", "--format", ".raw"});
+    expectFailure(
+        {"convert", "tape.v210", "out.raw", "--size", "48x1", "--row-bytes", "100", "--format", "uyvy"}, 2,
+        {"--row-bytes 100", "48 pixels of v210", "128"});
+    makeClip("clip.mkv", "yuv422p");
+    expectFailure({"convert", "clip.mkv", "out.png", "--fps", "30"}, 2, {"--fps", "--raw"});
+    expectFailure({"convert", "clip.mkv", "out.uyvy", "--output-range", "video"}, 2,
+                  {"--output-range", "uyvy"});
+    EXPECT_EQ(filesBeside({"tape.v210", "clip.mkv"}), std::vector<std::string>{});
+
+    // What is whole is written all the same.
+    expectFailure({"convert", "tape.v210", "whole.uyvy", "--size", "48x3"}, 3,
+                  {"1000 bytes", "last 232 bytes", "incomplete"});
+    EXPECT_EQ(fs::file_size(at("whole.uyvy")), 2U * 48 * 3 * 2);
+}
+
+} // namespace
+
+} // namespace Qx::System

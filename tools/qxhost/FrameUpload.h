@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Qx/Ptr.h"
+#include "platform/GPUImage.h"
+#include "platform/ImageDescription.h"
+#include "platform/Surface.h"
+#include "tools/qxhost/media/Frame.h"
+
+namespace Qx::Program {
+
+/// Brings frames of any format from host memory to where conversions begin: YCrCb to pixel pairs in YUY2
+/// order, RGB to A R G B.
+class FrameUpload
+{
+public:
+    /// `layout` describes the frames; `source` tells what codes of YCrCb mean.
+    FrameUpload(const Image::Core::Data& layout, const Media::FramePacker::Target& source);
+
+    bool isYCrCb() const;
+
+    /// A host image for one frame; empty when there is no memory.
+    Qx::Ptr<iHostImage> makeHostImage() const;
+
+    /// The frame on the GPU: YUY2 of the frame's depth, 8 or 16 bits (deeper than 8 is 16), or ARGB in the
+    /// depth of `working`. Throws Failure (device).
+    Image::Surface upload(const Qx::Ptr<iHostImage>& image, const Media::FrameTime& time,
+                          iGPUImage::eFormat working) const;
+
+private:
+    Image::Surface describe(const Qx::Ptr<iHostImage>& image, const Media::FrameTime& time) const;
+    Image::Surface toPairs(Image::Surface host) const;
+    Image::Surface toPicture(const Image::Surface& host, iGPUImage::eFormat working) const;
+    [[noreturn]] void fail() const;
+
+    Image::Core::Data layout_;
+    Media::FramePacker::Target source_;
+};
+
+/// The picture in another depth, its codes' shares of the largest kept; the picture itself in its own.
+Image::Surface atDepth(const Image::Surface& picture, iGPUImage::eFormat format);
+
+} // namespace Qx::Program

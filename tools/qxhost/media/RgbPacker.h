@@ -1,0 +1,16 @@
+#pragma once
+
+#include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/media/MediaTypes.h"
+#include "tools/qxhost/media/Result.h"
+
+#include <cstddef>
+
+namespace Qx::Media {
+
+/// Writes a frame of RGB (or of a palette) as four components a pixel in memory order A R G B. Codes keep
+/// their share of the largest code where depths differ, rounded to nearest; at their own depth they are kept
+/// as they are. What has no alpha is opaque. Rows begin at rows, rows + pitch, ...
+Status packRgb(const Frame& frame, Depth depth, void* rows, std::ptrdiff_t pitch);
+
+} // namespace Qx::Media

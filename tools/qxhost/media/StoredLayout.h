@@ -1,0 +1,43 @@
+#pragma once
+
+#include "platform/ImageFormat.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Qx::Media {
+
+/// Frames as a pixel format of host memory lays them out, for files that hold them so.
+///
+/// In memory the rows of all planes follow each other at one pitch. In a file every plane has row bytes of
+/// its own, and nothing lies between rows or planes.
+struct StoredLayout
+{
+    struct Plane
+    {
+        int rows = 0;
+        std::size_t usedBytes = 0; ///< of a row, what pixels need
+        std::size_t rowBytes = 0;  ///< from a row to the next in a file; at least usedBytes
+    };
+
+    Image::Format format = Image::UnknownFormat;
+    int bits = 0;     ///< of a component
+    std::string word; ///< the format's name on the command line: "uyvy"
+    std::string name; ///< the same with the depth where it is not the usual one: "uyvy:16"
+    bool yCrCb = false;
+    bool words = false; ///< components are 16-bit words, in the machine's order
+    std::vector<Plane> planes;
+
+    std::size_t frameBytes() const;
+    int rows() const; ///< of all planes
+
+    /// Copies a frame from memory to `frame`, which has frameBytes(). What of a row no pixel needs is zero.
+    void gather(const void* rows, std::ptrdiff_t pitch, std::byte* frame) const;
+
+    /// The other way. A row in memory has `pitch` bytes; what exceeds the pixels is zeroed.
+    void scatter(const std::byte* frame, void* rows, std::ptrdiff_t pitch) const;
+};
+
+} // namespace Qx::Media

@@ -175,7 +175,7 @@ public:
     {
         TableDomain result;
         for (std::size_t c = 0; c < 3; ++c) {
-            result.min[c] = static_cast<float>(-offset_[c] / scale_[c]);
+            result.min[c] = static_cast<float>((0.0 - offset_[c]) / scale_[c]);
             result.max[c] = static_cast<float>((1.0 - offset_[c]) / scale_[c]);
             if (!std::isfinite(result.min[c]) || !std::isfinite(result.max[c]) ||
                 !(result.max[c] > result.min[c])) {

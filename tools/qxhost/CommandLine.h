@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/ConvertOptions.h"
+#include "tools/qxhost/LutOptions.h"
 
 #include <filesystem>
 #include <string>
@@ -67,7 +68,7 @@ struct DevicesOptions
 };
 
 using Command = std::variant<ShowText, ConvertOptions, BlackOptions, EffectsListOptions, EffectsCheckOptions,
-                             EffectsWatchOptions, FormatsOptions, DevicesOptions>;
+                             EffectsWatchOptions, FormatsOptions, LutOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

@@ -78,7 +78,7 @@ void measureOnDevice(benchmark::State& state, const Surface& target, const std::
     const XY<int> size = image->getSize();
     state.counters["fps"] = benchmark::Counter(static_cast<double>(state.iterations()) * framesPerIteration,
                                                benchmark::Counter::kIsRate);
-    state.counters["bytes"] = static_cast<double>(size.x) * size.y * (image->getBitsPerTexel() / 8);
+    state.counters["bytes"] = static_cast<double>(size.x) * size.y * image->getBitsPerTexel() / 8.0;
 }
 
 const char* deviceName()

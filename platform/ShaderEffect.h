@@ -79,7 +79,6 @@ public:
 /// What compiling an effect file gives.
 struct EffectCompileResult
 {
-    Qx::Ptr<iShaderEffect> effect; ///< empty when it failed
-    LightweightString<char>
-        errors; ///< the compiler's text, one message a line; may hold warnings of a success
+    Qx::Ptr<iShaderEffect> effect;  ///< empty when it failed
+    LightweightString<char> errors; ///< the compiler's text, lines; may hold warnings of a success
 };

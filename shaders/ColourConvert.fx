@@ -6,12 +6,12 @@
 
 texture gSourceImage;
 // Shifted views of the same image. The techniques fetch whole texels by number and need none of them.
-texture gSourceImage2;
-texture gSourceImage3;
-texture gSourceImage4;
-texture gSourceImage5;
-texture gSourceImage6;
-texture gIterHelp2Step;
+texture gSourceImage2 < bool Unread = true; >;
+texture gSourceImage3 < bool Unread = true; >;
+texture gSourceImage4 < bool Unread = true; >;
+texture gSourceImage5 < bool Unread = true; >;
+texture gSourceImage6 < bool Unread = true; >;
+texture gIterHelp2Step < bool Unread = true; >;
 
 sampler SourceSampler = sampler_state
 {

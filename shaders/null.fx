@@ -42,7 +42,9 @@ float4 copy(float2 uv : TEXCOORD0, float2 second : TEXCOORD1, float2 unbound : T
 {
     bool knowsWidth = isSurface(second, unbound) && abs((second.x - uv.x) * _Width - 1.0) < 0.1;
     float columns = knowsWidth ? min(_Width, inputSize.x) : inputSize.x;
-    return texelOf(componentsAt(int2(floor(uv * float2(columns, inputSize.y)))));
+    float4 c = componentsAt(int2(floor(uv * float2(columns, inputSize.y))));
+    // Rounded here: devices differ in how they write 10 bits.
+    return texelOf(componentsOfCodes(c * targetMax));
 }
 
 // ---- A texel for a texel ----

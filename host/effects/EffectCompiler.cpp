@@ -1,17 +1,20 @@
 #include "host/effects/EffectCompiler.h"
 
-#include "host/core/Printable.h"
 #include "host/effects/EffectParser.h"
+#include "host/effects/HlslHints.h"
 #include "host/effects/HlslMessage.h"
+#include "host/effects/LikelyMistakes.h"
 #include "host/effects/ParameterLayout.h"
 #include "host/effects/PassText.h"
 #include "host/effects/Preprocessor.h"
+#include "host/effects/Problems.h"
 #include "host/effects/ShaderCompiler.h"
 
-#include <algorithm>
 #include <exception>
 #include <map>
-#include <new>
+#include <optional>
+#include <set>
+#include <unordered_set>
 #include <utility>
 
 namespace Qx::Host {
@@ -19,95 +22,30 @@ namespace {
 
 using namespace Effects;
 
-/// Collects what is to be said. The same text from several techniques is said once.
-class Messages
-{
-public:
-    explicit Messages(const SourceFiles& files) : files_(files) {}
-
-    void warn(const CompileError& warning) { add("warning", warning.at(), warning.what(), {}); }
-
-    void fail(Location at, std::string_view text, std::string_view technique)
-    {
-        failed_ = true;
-        add("error", at, text, technique);
-    }
-
-    bool failed() const { return failed_; }
-
-    std::string text() const
-    {
-        std::string result;
-        for (const Entry& entry : entries_) {
-            result += entry.line;
-            if (!entry.technique.empty()) {
-                result += " [technique " + inQuotes(entry.technique) +
-                          (entry.others == 0 ? "" : " and " + std::to_string(entry.others) + " more") + "]";
-            }
-            result += '\n';
-        }
-        return result;
-    }
-
-private:
-    struct Entry
-    {
-        std::string line;
-        std::string technique; ///< the first of those that have it
-        std::size_t others = 0;
-    };
-
-    void add(std::string_view kind, Location at, std::string_view text, std::string_view technique)
-    {
-        std::string line = printable(files_.describe(at)) + ": " + std::string(kind) + ": " +
-                           std::string(text) + files_.describeNote(at);
-        std::replace(line.begin(), line.end(), '\n', ' ');
-        line = printable(line);
-        const auto [place, isNew] = known_.emplace(line, entries_.size());
-        if (!isNew) {
-            entries_[place->second].others += technique.empty() ? 0U : 1U;
-            return;
-        }
-        constexpr std::size_t most = 100;
-        if (entries_.size() < most) {
-            entries_.push_back({std::move(line), std::string(technique)});
-        } else {
-            known_.erase(place);
-        }
-    }
-
-    const SourceFiles& files_;
-    std::vector<Entry> entries_;
-    std::map<std::string, std::size_t> known_;
-    bool failed_ = false;
-};
-
 /// One compilation from the text to the shaders.
 class Compilation
 {
 public:
-    Compilation() : messages_(files_) {}
+    Compilation() : problems_(files_) {}
 
     void run(const std::filesystem::path& file, const EffectCompilerOptions& options)
     {
         try {
-            const EffectSyntax syntax = read(file, options);
-            layOutParameters(syntax, effect_);
-            writePasses(syntax);
-            if (!messages_.failed()) {
-                compilePasses();
+            if (read(file, options)) {
+                compile();
             }
         } catch (const CompileError& error) {
-            messages_.fail(error.at(), error.what(), technique_);
+            problems_.fail(error, at_);
         } catch (const std::exception& error) {
-            messages_.fail({}, std::string("the effect could not be compiled: ") + error.what(), technique_);
+            problems_.fail({{}, std::string("the effect could not be compiled: ") + error.what()}, at_);
         }
     }
 
     EffectCompilation result(const std::filesystem::path& file)
     {
         EffectCompilation result;
-        result.messages = messages_.text();
+        result.diagnostics = problems_.take();
+        result.messages = messageText(result.diagnostics);
         for (std::uint32_t i = 0; i < files_.size(); ++i) {
             if (!files_[i].path.empty()) {
                 result.files.push_back(files_[i].path);
@@ -116,7 +54,7 @@ public:
         if (result.files.empty()) {
             result.files.push_back(file);
         }
-        if (!messages_.failed()) {
+        if (!problems_.failed()) {
             result.effect = std::make_shared<const CompiledEffect>(std::move(effect_));
         }
         return result;
@@ -129,84 +67,126 @@ private:
         std::size_t technique;
         std::size_t pass;
         std::size_t text;
-        std::vector<Location> lines;
-        Location entry;
+        PassText source; ///< without its text
     };
 
-    EffectSyntax read(const std::filesystem::path& file, const EffectCompilerOptions& options)
+    /// False after an error: without the whole effect, looking further would only find what follows from it.
+    bool read(const std::filesystem::path& file, const EffectCompilerOptions& options)
     {
-        Preprocessor preprocessor(files_, options);
+        Preprocessor preprocessor(files_, options, problems_);
         const std::vector<Token> tokens = preprocessor.run(file);
-        for (const CompileError& warning : preprocessor.warnings()) {
-            messages_.warn(warning);
+        if (problems_.failed()) {
+            return false;
         }
-        EffectSyntax syntax = EffectParser(tokens).parse();
-        for (const CompileError& warning : syntax.warnings) {
-            messages_.warn(warning);
-        }
-        if (syntax.techniques.empty()) {
+        syntax_ = EffectParser(tokens, problems_).parse();
+        if (!problems_.failed() && syntax_.techniques.empty()) {
             throw CompileError(tokens.back().at, "the effect has no technique");
         }
-        return syntax;
+        return !problems_.failed();
     }
 
-    void writePasses(const EffectSyntax& syntax)
+    void compile()
     {
-        const PassWriter writer(syntax, effect_);
+        layOutParameters(syntax_, effect_, problems_);
+        const PassWriter writer(syntax_, effect_);
+        writePasses(writer);
+        compilePasses(writer);
+        if (!problems_.failed()) {
+            warnOfLikelyMistakes(syntax_, effect_, names_, problems_);
+        }
+    }
+
+    void writePasses(const PassWriter& writer)
+    {
         std::map<std::string, std::size_t> known;
         std::size_t bytes = 0;
         constexpr std::size_t mostBytes = 256U << 20U;
-        for (const EffectSyntax::Technique& technique : syntax.techniques) {
+        for (const EffectSyntax::Technique& technique : syntax_.techniques) {
             effect_.techniques.push_back(
                 {std::string(technique.name.text), {}, plainAnnotations(technique.annotations)});
-            technique_ = technique.name.text;
             for (const EffectSyntax::Pass& pass : technique.passes) {
                 std::vector<CompiledEffect::Pass>& passes = effect_.techniques.back().passes;
                 passes.push_back({std::string(pass.name.text), {}, {}});
+                at_ = {technique.name.text, pass.name.text};
                 try {
                     PassText text = writer.write(pass);
+                    names_.merge(text.names);
+                    text.names.clear();
                     const auto [place, isNew] = known.emplace(std::move(text.hlsl), texts_.size());
                     if (isNew) {
                         texts_.push_back(place->first);
                     }
                     bytes += isNew ? place->first.size() : 0;
-                    places_.push_back({effect_.techniques.size() - 1, passes.size() - 1, place->second,
-                                       std::move(text.lines), pass.entry.at});
+                    places_.push_back(
+                        {effect_.techniques.size() - 1, passes.size() - 1, place->second, std::move(text)});
                 } catch (const CompileError& error) {
-                    messages_.fail(error.at(), error.what(), technique_);
+                    problems_.fail(error, at_);
                 }
                 if (bytes > mostBytes) {
-                    throw CompileError(pass.entry.at, "the effect is too large: its shaders take more than " +
-                                                          std::to_string(mostBytes) + " bytes of text");
+                    throw LimitError(pass.entry.at, "the effect is too large: its shaders take more than " +
+                                                        std::to_string(mostBytes) + " bytes of text");
                 }
             }
         }
-        technique_.clear();
+        at_ = {};
     }
 
-    void compilePasses()
+    void compilePasses(const PassWriter& writer)
     {
         const std::vector<CompiledShader> shaders = compileShaders(texts_);
         for (const PassPlace& place : places_) {
             const CompiledShader& shader = shaders[place.text];
-            CompiledEffect::Technique& technique = effect_.techniques[place.technique];
-            CompiledEffect::Pass& pass = technique.passes[place.pass];
-            if (shader.error) {
-                report(*shader.error, place, technique.name);
-            }
+            CompiledEffect::Pass& pass = effect_.techniques[place.technique].passes[place.pass];
             pass.spirv = shader.spirv;
             for (const std::uint32_t binding : shader.bindings) {
                 pass.samplers.push_back(binding - 1);
             }
+            if (shader.error && !problems_.enough()) {
+                report(*shader.error, place, place.source, texts_[place.text]);
+                lookFurther(*shader.error, place, writer);
+            }
         }
     }
 
-    void report(const CompiledShader::Message& error, const PassPlace& place, const std::string& technique)
+    /// The HLSL compiler stops at its first error. What is wrong with other functions shows when the one that
+    /// has the error is left out.
+    void lookFurther(CompiledShader::Message error, const PassPlace& place, const PassWriter& writer)
     {
-        const bool known = error.line > 0 && error.line <= place.lines.size();
-        const Location at = known ? place.lines[error.line - 1] : place.entry;
-        messages_.fail(at, readableMessage(error.text, known ? lineOf(texts_[place.text], error.line) : ""),
-                       technique);
+        constexpr std::size_t mostFunctions = 4; // of a pass; each takes one more compilation
+        constexpr std::size_t mostCompilations = 16;
+        const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
+        if (!lookedAt_.insert(place.text).second) {
+            return;
+        }
+        std::set<std::size_t> left;
+        PassText source = place.source;
+        while (left.size() < mostFunctions) {
+            const std::optional<std::size_t> piece = source.pieceAt(error.line);
+            const bool leavable =
+                piece && syntax_.pieces[*piece].function.hasBody && left.insert(*piece).second;
+            if (!leavable || ++furtherCompilations_ > mostCompilations) {
+                return;
+            }
+            source = writer.write(pass, left);
+            const CompiledShader shader = compileShaders({source.hlsl}).front();
+            if (!shader.error || !source.pieceAt(shader.error->line)) {
+                return; // nothing more, or only that a function has no body
+            }
+            error = *shader.error;
+            report(error, place, source, source.hlsl);
+        }
+    }
+
+    void report(const CompiledShader::Message& error, const PassPlace& place, const PassText& source,
+                const std::string& hlsl)
+    {
+        const EffectSyntax::Technique& technique = syntax_.techniques[place.technique];
+        const EffectSyntax::Pass& pass = technique.passes[place.pass];
+        const bool known = error.line > 0 && error.line <= source.lines.size();
+        const Location at = known ? source.lines[error.line - 1] : pass.entry.at;
+        std::string text = readableMessage(error.text, known ? lineOf(hlsl, error.line) : "");
+        text += hintFor(text, syntax_, source.pieceAt(error.line));
+        problems_.fail({at, std::move(text)}, {technique.name.text, pass.name.text});
     }
 
     static std::string_view lineOf(const std::string& text, std::uint32_t number)
@@ -219,11 +199,15 @@ private:
     }
 
     SourceFiles files_;
-    Messages messages_;
+    Problems problems_;
+    EffectSyntax syntax_;
     CompiledEffect effect_;
     std::vector<std::string> texts_; ///< each once, however many passes share it
     std::vector<PassPlace> places_;
-    std::string technique_; ///< at hand, for what is thrown
+    std::unordered_set<std::string_view> names_; ///< that the passes reach
+    std::set<std::size_t> lookedAt_;             ///< texts whose further functions were looked at
+    std::size_t furtherCompilations_ = 0;
+    Problems::Context at_; ///< for what is thrown
 };
 
 } // namespace

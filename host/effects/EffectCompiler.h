@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/effects/CompiledEffect.h"
+#include "host/effects/Diagnostic.h"
 
 #include <filesystem>
 #include <memory>
@@ -10,7 +11,8 @@
 
 namespace Qx::Host {
 
-/// Compiles one effect file, every technique of it, and validates what comes out.
+/// Compiles one effect file, every technique of it, and validates what comes out. After an error it looks for
+/// more: in the rest of the file, in other functions and in other passes.
 ///
 /// Any thread may call it, several at once. It reads files and touches no device. It throws nothing and
 /// answers any input with an effect or with messages.
@@ -19,8 +21,11 @@ struct EffectCompilation
     /// Null when anything in the file failed.
     std::shared_ptr<const CompiledEffect> effect;
 
-    /// Errors and warnings for people, one a line, "FILE:LINE:COLUMN: error: TEXT", in the author's own lines
-    /// and columns (from 1), with the technique where it is known. Empty when there is nothing to say.
+    /// Errors and warnings, in the author's own lines and columns. An error among them means that there is no
+    /// effect.
+    std::vector<Diagnostic> diagnostics;
+
+    /// The same for people, as messageText() writes them. Empty when there is nothing to say.
     std::string messages;
 
     /// Every file that went in, the effect itself first, as opened.

@@ -1,5 +1,6 @@
 #include "host/effects/EffectParser.h"
 
+#include "host/core/Suggestion.h"
 #include "host/effects/EffectStates.h"
 #include "host/effects/HlslChecks.h"
 
@@ -23,6 +24,22 @@ Token endTokenAfter(const std::vector<Token>& tokens, Location otherwise)
     return end;
 }
 
+void checkReserved(const Token& name)
+{
+    if (name.text.substr(0, reservedPrefix.size()) == reservedPrefix) {
+        throw CompileError(name.at, "names that begin with " + inQuotes(reservedPrefix) + " are reserved");
+    }
+}
+
+/// For the name of anything that an effect declares.
+void checkName(const Token& name)
+{
+    checkReserved(name);
+    if (NumericType::named(name.text)) {
+        throw CompileError(name.at, inQuotes(name.text) + " is a type; choose another name");
+    }
+}
+
 void append(std::vector<Token>& to, const std::vector<Token>& tokens)
 {
     to.insert(to.end(), tokens.begin(), tokens.end());
@@ -33,7 +50,18 @@ void append(std::vector<Token>& to, const std::vector<Token>& tokens)
 EffectSyntax EffectParser::parse()
 {
     while (!reader_.atEnd()) {
-        parseGlobal();
+        const Token* const item = reader_.position();
+        try {
+            parseGlobal();
+        } catch (const LimitError&) {
+            throw;
+        } catch (const CompileError& error) {
+            problems_.fail(error);
+            if (problems_.enough()) {
+                throw;
+            }
+            reader_.skipItem(item);
+        }
     }
     return std::move(effect_);
 }
@@ -109,6 +137,10 @@ EffectParser::Annotations EffectParser::parseAnnotations()
                                "annotation " + inQuotes(annotation.name.text) + " has no value");
         }
         for (const Token& token : value) {
+            if (token.is("=")) {
+                throw CompileError(token.at, "';' is missing after the value of annotation " +
+                                                 inQuotes(annotation.name.text));
+            }
             const bool text = token.kind == TokenKind::String;
             annotation.value += text ? token.text.substr(1, token.text.size() - 2) : token.text;
         }
@@ -193,9 +225,9 @@ void EffectParser::parseState(EffectSyntax::Pass& pass)
                                         "VertexShader out");
         }
     } else if (indexed || !isRenderState(name.text)) {
-        throw CompileError(name.at, "unknown state " + state + " in a pass");
+        problems_.fail({name.at, "unknown state " + state + " in a pass" + likelyRenderState(name.text)});
     } else if (value.empty()) {
-        throw CompileError(name.at, "the state " + state + " has no value");
+        problems_.fail({name.at, "the state " + state + " has no value"});
     }
 }
 
@@ -269,17 +301,19 @@ void EffectParser::parseSampler()
         reader_.take();
     }
     reader_.expect("{", "after 'sampler_state'");
-    parseSamplerState(sampler);
+    const bool allKnown = parseSamplerState(sampler);
     reader_.expect(";", "after sampler " + name);
-    if (sampler.texture.kind == TokenKind::End) {
+    if (sampler.texture.kind == TokenKind::End && allKnown) {
         throw CompileError(sampler.name.at, "sampler " + name + " has no texture; write Texture = <NAME>;");
     }
     effect_.samplers.push_back(std::move(sampler));
 }
 
-void EffectParser::parseSamplerState(EffectSyntax::Sampler& sampler)
+/// Whether every state was a known one.
+bool EffectParser::parseSamplerState(EffectSyntax::Sampler& sampler)
 {
     SamplerStates states;
+    bool allKnown = true;
     while (!reader_.accept("}")) {
         if (reader_.accept(";")) {
             continue;
@@ -294,13 +328,19 @@ void EffectParser::parseSamplerState(EffectSyntax::Sampler& sampler)
             }
         } else {
             const Tokens value = reader_.takeUntil(";}", "the value of state " + inQuotes(name.text));
-            states.set(name, value, effect_.warnings);
+            try {
+                states.set(name, value, problems_);
+            } catch (const CompileError& error) {
+                problems_.fail(error); // the next state can be read
+                allKnown = false;
+            }
         }
         if (!reader_.peek().is("}")) {
             reader_.expect(";", "after the state " + inQuotes(name.text));
         }
     }
-    states.apply(sampler, effect_.warnings);
+    states.apply(sampler, problems_);
+    return allKnown;
 }
 
 void EffectParser::parseStruct()
@@ -309,7 +349,7 @@ void EffectParser::parseStruct()
     piece.kind = EffectSyntax::Piece::Kind::Struct;
     piece.text.push_back(reader_.take());
     piece.name = reader_.expectName("the name of the struct");
-    checkReserved(piece.name);
+    claimTypeName(piece.name);
     piece.text.push_back(piece.name);
     piece.text.push_back(reader_.peek());
     reader_.expect("{", "after the name of the struct");
@@ -356,7 +396,7 @@ void EffectParser::parseTypedef()
     append(piece.text, qualifiers.kept);
     append(piece.text, type.tokens);
     piece.name = reader_.expectName("the new name of the type");
-    checkReserved(piece.name);
+    claimTypeName(piece.name);
     piece.text.push_back(piece.name);
     const Tokens dimensions = parseDimensions();
     append(piece.text, dimensions);
@@ -474,6 +514,7 @@ void EffectParser::parseDeclaration()
         throw reader_.unexpected("a technique, parameter, texture, sampler, struct or function", {});
     }
     EffectSyntax::Type type = parseType();
+    checkType(type);
     const Token name = reader_.expectName("a name after the type " + inQuotes(type.tokens[0].text));
     if (reader_.peek().is("(")) {
         parseFunction(qualifiers, std::move(type), name);
@@ -485,7 +526,7 @@ void EffectParser::parseDeclaration()
 void EffectParser::parseFunction(const Qualifiers& qualifiers, EffectSyntax::Type type, const Token& name)
 {
     EffectSyntax::Piece piece;
-    checkReserved(name);
+    checkName(name);
     piece.name = name;
     piece.text = qualifiers.kept;
     append(piece.text, type.tokens);
@@ -518,7 +559,7 @@ EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSynta
     parameter.input = !qualifiers.isOut || qualifiers.isInOut;
     parameter.type = parseType();
     parameter.name = reader_.expectName("the name of a parameter of " + inQuotes(piece.name.text));
-    checkReserved(parameter.name);
+    checkName(parameter.name);
     const Tokens dimensions = parseDimensions();
     parameter.array = !dimensions.empty();
     parameter.semantic = parseSemantic();
@@ -698,16 +739,35 @@ EffectParser::Tokens EffectParser::checked(const Tokens& tokens) const
 
 void EffectParser::claimName(const Token& name)
 {
-    checkReserved(name);
-    if (!names_.emplace(name.text, name.at).second) {
+    checkName(name);
+    if (!names_.insert(name.text).second) {
         throw CompileError(name.at, inQuotes(name.text) + " is declared already");
     }
 }
 
-void EffectParser::checkReserved(const Token& name) const
+void EffectParser::claimTypeName(const Token& name)
 {
-    if (name.text.substr(0, reservedPrefix.size()) == reservedPrefix) {
-        throw CompileError(name.at, "names that begin with " + inQuotes(reservedPrefix) + " are reserved");
+    checkName(name);
+    typeNames_.insert(name.text);
+}
+
+/// Refuses a word that looks like a mistyped one. Others may be types that the HLSL compiler knows.
+void EffectParser::checkType(const EffectSyntax::Type& type) const
+{
+    static constexpr std::array<std::string_view, 22> words{
+        "technique", "texture",  "sampler",  "struct", "typedef", "float", "float2", "float3",
+        "float4",    "float3x3", "float4x4", "half",   "half2",   "half3", "half4",  "half4x4",
+        "int",       "int2",     "bool",     "void",   "string",  "pass"};
+    const Token& name = type.tokens[0];
+    const bool known = type.numeric || type.sampler || typeNames_.count(name.text) != 0 ||
+                       isOneOf(name.text, {"void", "vector", "matrix", "dword", "DWORD", "unsigned"});
+    if (known) {
+        return;
+    }
+    std::string likely = didYouMean(name.text, words);
+    likely = likely.empty() ? didYouMean(name.text, typeNames_) : likely;
+    if (!likely.empty()) {
+        throw CompileError(name.at, "there is no " + inQuotes(name.text) + likely);
     }
 }
 

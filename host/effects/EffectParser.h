@@ -1,20 +1,29 @@
 #pragma once
 
 #include "host/effects/EffectSyntax.h"
+#include "host/effects/Problems.h"
 #include "host/effects/TokenReader.h"
 
+#include <set>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace Qx::Host::Effects {
 
 /// Reads the effect framework from preprocessed tokens that end with an End token. Function bodies are taken
-/// as they are, with their brackets checked. Throws CompileError at the first thing it cannot read.
+/// as they are, with their brackets checked.
 class EffectParser
 {
 public:
-    explicit EffectParser(const std::vector<Token>& tokens) : reader_(tokens) {}
+    /// Both live longer than this object.
+    EffectParser(const std::vector<Token>& tokens, Problems& problems) : reader_(tokens), problems_(problems)
+    {
+    }
 
+    /// What the effect says. What cannot be read becomes a problem, is left out, and reading goes on behind
+    /// it; the result then is good for nothing but looking for more problems. Throws CompileError when there
+    /// are too many.
     EffectSyntax parse();
 
 private:
@@ -40,7 +49,7 @@ private:
     void parseCompile(EffectSyntax::Pass& pass);
     void parseTexture();
     void parseSampler();
-    void parseSamplerState(EffectSyntax::Sampler& sampler);
+    bool parseSamplerState(EffectSyntax::Sampler& sampler);
     void parseStruct();
     void parseTypedef();
     void parseText();
@@ -64,14 +73,16 @@ private:
     std::optional<ConstantValue> constantNamed(const Token& name) const;
     Tokens checked(const Tokens& tokens) const;
     void claimName(const Token& name);
-    void checkReserved(const Token& name) const;
+    void claimTypeName(const Token& name);
+    void checkType(const EffectSyntax::Type& type) const;
 
     TokenReader reader_;
+    Problems& problems_;
     EffectSyntax effect_;
     std::unordered_map<std::string_view, ConstantValue> constants_;
     std::unordered_map<std::string_view, NumericType> typedefs_;
-    std::unordered_map<std::string_view, Location>
-        names_; ///< of parameters, textures, samplers and constants
+    std::set<std::string_view> typeNames_;       ///< of structs and typedefs
+    std::unordered_set<std::string_view> names_; ///< of parameters, textures, samplers and constants
 };
 
 } // namespace Qx::Host::Effects

@@ -1,5 +1,7 @@
 #include "host/effects/EffectStates.h"
 
+#include "host/core/Suggestion.h"
+
 #include <algorithm>
 #include <array>
 #include <string>
@@ -29,17 +31,74 @@ template <typename Value, std::size_t Count>
 Value look(const Names<Value, Count>& names, const Token& state, const std::vector<Token>& value)
 {
     std::string choices;
+    std::vector<std::string_view> known;
     for (const auto& [name, meaning] : names) {
         if (value.size() == 1 && equalIgnoringCase(value[0].text, name)) {
             return meaning;
         }
         choices += (choices.empty() ? "" : ", ") + std::string(name);
+        known.push_back(name);
     }
-    throw CompileError(value.empty() ? state.at : value[0].at,
-                       "state " + inQuotes(state.text) + " is one of " + choices);
+    throw CompileError(value[0].at, "state " + inQuotes(state.text) + " is one of " + choices +
+                                        didYouMean(value[0].text, known));
 }
 
-bool isOneOf(std::string_view name, std::initializer_list<std::string_view> names)
+constexpr std::array<std::string_view, 47> renderStates{"AlphaBlendEnable",
+                                                        "AlphaFunc",
+                                                        "AlphaRef",
+                                                        "AlphaTestEnable",
+                                                        "Ambient",
+                                                        "BlendFactor",
+                                                        "BlendOp",
+                                                        "BlendOpAlpha",
+                                                        "Clipping",
+                                                        "ClipPlaneEnable",
+                                                        "ColorVertex",
+                                                        "ColorWriteEnable",
+                                                        "ColorWriteEnable1",
+                                                        "ColorWriteEnable2",
+                                                        "ColorWriteEnable3",
+                                                        "CullMode",
+                                                        "DepthBias",
+                                                        "DestBlend",
+                                                        "DestBlendAlpha",
+                                                        "DitherEnable",
+                                                        "FillMode",
+                                                        "FogEnable",
+                                                        "LastPixel",
+                                                        "Lighting",
+                                                        "MultiSampleAntialias",
+                                                        "MultiSampleMask",
+                                                        "ScissorTestEnable",
+                                                        "SeparateAlphaBlendEnable",
+                                                        "ShadeMode",
+                                                        "SlopeScaleDepthBias",
+                                                        "SpecularEnable",
+                                                        "SrcBlend",
+                                                        "SrcBlendAlpha",
+                                                        "SRGBWriteEnable",
+                                                        "StencilEnable",
+                                                        "StencilFail",
+                                                        "StencilFunc",
+                                                        "StencilMask",
+                                                        "StencilPass",
+                                                        "StencilRef",
+                                                        "StencilWriteMask",
+                                                        "StencilZFail",
+                                                        "TextureFactor",
+                                                        "TwoSidedStencilMode",
+                                                        "ZEnable",
+                                                        "ZFunc",
+                                                        "ZWriteEnable"};
+constexpr std::array<std::string_view, 5> meaninglessSamplerStates{
+    "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias", "ElementIndex"};
+constexpr std::array<std::string_view, 14> samplerStates{
+    "Texture",     "MinFilter",     "MagFilter",   "MipFilter",   "AddressU",
+    "AddressV",    "AddressW",      "BorderColor", "SRGBTexture", "MaxAnisotropy",
+    "MaxMipLevel", "MipMapLodBias", "MipLodBias",  "ElementIndex"};
+
+template <typename Names>
+bool isOneOf(std::string_view name, const Names& names)
 {
     return std::any_of(names.begin(), names.end(),
                        [&](std::string_view candidate) { return equalIgnoringCase(name, candidate); });
@@ -60,57 +119,17 @@ bool isZero(const std::vector<Token>& value)
 
 bool isRenderState(std::string_view name)
 {
-    return isOneOf(name, {"AlphaBlendEnable",
-                          "AlphaFunc",
-                          "AlphaRef",
-                          "AlphaTestEnable",
-                          "Ambient",
-                          "BlendFactor",
-                          "BlendOp",
-                          "BlendOpAlpha",
-                          "Clipping",
-                          "ClipPlaneEnable",
-                          "ColorVertex",
-                          "ColorWriteEnable",
-                          "ColorWriteEnable1",
-                          "ColorWriteEnable2",
-                          "ColorWriteEnable3",
-                          "CullMode",
-                          "DepthBias",
-                          "DestBlend",
-                          "DestBlendAlpha",
-                          "DitherEnable",
-                          "FillMode",
-                          "FogEnable",
-                          "LastPixel",
-                          "Lighting",
-                          "MultiSampleAntialias",
-                          "MultiSampleMask",
-                          "ScissorTestEnable",
-                          "SeparateAlphaBlendEnable",
-                          "ShadeMode",
-                          "SlopeScaleDepthBias",
-                          "SpecularEnable",
-                          "SrcBlend",
-                          "SrcBlendAlpha",
-                          "SRGBWriteEnable",
-                          "StencilEnable",
-                          "StencilFail",
-                          "StencilFunc",
-                          "StencilMask",
-                          "StencilPass",
-                          "StencilRef",
-                          "StencilWriteMask",
-                          "StencilZFail",
-                          "TextureFactor",
-                          "TwoSidedStencilMode",
-                          "ZEnable",
-                          "ZFunc",
-                          "ZWriteEnable"});
+    return isOneOf(name, renderStates);
 }
 
-void SamplerStates::set(const Token& name, const std::vector<Token>& value,
-                        std::vector<CompileError>& warnings)
+std::string likelyRenderState(std::string_view name)
+{
+    static constexpr std::array<std::string_view, 2> shaders{"PixelShader", "VertexShader"};
+    const std::string shader = didYouMean(name, shaders);
+    return shader.empty() ? didYouMean(name, renderStates) : shader;
+}
+
+void SamplerStates::set(const Token& name, const std::vector<Token>& value, Problems& problems)
 {
     const std::string_view state = name.text;
     if (value.empty()) {
@@ -128,21 +147,21 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value,
         addressV_ = look(addresses, name, value);
     } else if (equalIgnoringCase(state, "AddressW")) {
         look(addresses, name, value);
-    } else if (isOneOf(state, {"BorderColor", "SRGBTexture"})) {
+    } else if (equalIgnoringCase(state, "BorderColor") || equalIgnoringCase(state, "SRGBTexture")) {
         if (!isZero(value)) {
-            warnings.emplace_back(name.at, "the state " + inQuotes(state) + " is taken as 0");
+            problems.warn({name.at, "the state " + inQuotes(state) + " is taken as 0"});
         }
-    } else if (!isOneOf(state,
-                        {"MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias", "ElementIndex"})) {
-        throw CompileError(name.at, "unknown state " + inQuotes(state) + " of a sampler");
+    } else if (!isOneOf(state, meaninglessSamplerStates)) {
+        throw CompileError(name.at, "unknown state " + inQuotes(state) + " of a sampler" +
+                                        didYouMean(state, samplerStates));
     }
 }
 
-void SamplerStates::apply(EffectSyntax::Sampler& sampler, std::vector<CompileError>& warnings) const
+void SamplerStates::apply(EffectSyntax::Sampler& sampler, Problems& problems) const
 {
     if (minFilter_ && magFilter_ && *minFilter_ != *magFilter_) {
-        warnings.emplace_back(sampler.name.at, "sampler " + inQuotes(sampler.name.text) +
-                                                   " has two filters; MagFilter is used for both");
+        problems.warn({sampler.name.at, "sampler " + inQuotes(sampler.name.text) +
+                                            " has two filters; MagFilter is used for both"});
     }
     sampler.filter = magFilter_.value_or(minFilter_.value_or(sampler.filter));
     sampler.addressU = addressU_.value_or(sampler.addressU);

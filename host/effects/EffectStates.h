@@ -1,8 +1,10 @@
 #pragma once
 
 #include "host/effects/EffectSyntax.h"
+#include "host/effects/Problems.h"
 
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -12,14 +14,17 @@ namespace Qx::Host::Effects {
 /// their values are not looked at; names go without regard to case.
 bool isRenderState(std::string_view name);
 
+/// " (did you mean X?)" for a word that is none, or empty.
+std::string likelyRenderState(std::string_view name);
+
 /// The states of one sampler_state block.
 class SamplerStates
 {
 public:
     /// Throws CompileError for an unknown state or value; adds a warning for a value that is not honoured.
-    void set(const Token& name, const std::vector<Token>& value, std::vector<CompileError>& warnings);
+    void set(const Token& name, const std::vector<Token>& value, Problems& problems);
 
-    void apply(EffectSyntax::Sampler& sampler, std::vector<CompileError>& warnings) const;
+    void apply(EffectSyntax::Sampler& sampler, Problems& problems) const;
 
 private:
     std::optional<CompiledEffect::Filter> minFilter_;

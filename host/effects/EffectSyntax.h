@@ -124,7 +124,6 @@ struct EffectSyntax
     std::vector<Texture> textures;
     std::vector<Sampler> samplers;
     std::vector<Technique> techniques;
-    std::vector<CompileError> warnings;
 };
 
 } // namespace Qx::Host::Effects

@@ -1,11 +1,21 @@
 #include "host/effects/EntryCall.h"
 
+#include "host/core/Suggestion.h"
 #include "host/effects/CompiledEffect.h"
 
 #include <algorithm>
+#include <array>
 
 namespace Qx::Host::Effects {
 namespace {
+
+std::string likelyInput(std::string_view semantic)
+{
+    static constexpr std::array<std::string_view, 2> inputs{"TEXCOORD0", "VPOS"};
+    constexpr std::string_view spelt = "TEXCOORD";
+    return equalIgnoringCase(semantic.substr(0, spelt.size()), spelt) ? std::string()
+                                                                      : didYouMean(semantic, inputs);
+}
 
 bool isColour(std::string_view semantic)
 {
@@ -166,6 +176,7 @@ std::string EntryCall::input(const EffectSyntax::Type& type, const Token& name, 
     const bool position = equalIgnoringCase(semantic->text, "VPOS");
     if (!position && coordinate >= CompiledEffect::SystemUniforms::maxTexCoords) {
         throw CompileError(semantic->at, "pixel shaders have no input " + inQuotes(semantic->text) +
+                                             likelyInput(semantic->text) +
                                              "; there are TEXCOORD0 to TEXCOORD7 and VPOS");
     }
     if (!type.numeric || type.numeric->rows != 1 || array ||

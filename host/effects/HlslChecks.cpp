@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string>
+#include <unordered_map>
 
 namespace Qx::Host::Effects {
 namespace {
@@ -138,6 +140,48 @@ void checkArraySize(const Token* token, const Token* end, const ConstantReader::
     }
 }
 
+/// The constants of a function, such as "const int count = 4;", for the sizes of its arrays.
+class LocalConstants
+{
+public:
+    explicit LocalConstants(const ConstantReader::Names& outer) : outer_(outer) {}
+
+    std::optional<ConstantValue> find(const Token& name) const
+    {
+        const auto found = values_.find(name.text);
+        return found == values_.end() ? outer_(name) : std::optional(found->second);
+    }
+
+    /// At any token.
+    void note(const Token* token, const Token* end)
+    {
+        constexpr std::ptrdiff_t longest = 64; // tokens; sizes are short
+        if (!token->is("const") || end - token < 4) {
+            return;
+        }
+        const Token* const last = end - token > longest ? token + longest : end;
+        const Token* const equals = std::find_if(token, last, [](const Token& t) { return t.is("="); });
+        const Token* const stop =
+            std::find_if(equals, last, [](const Token& t) { return t.is(";") || t.is(","); });
+        if (stop == last) {
+            return;
+        }
+        std::vector<Token> value(equals + 1, stop);
+        value.emplace_back();
+        try {
+            values_[equals[-1].text] = ConstantReader(value.data(), [this](const Token& name) {
+                                           return find(name);
+                                       }).readExpression();
+        } catch (const CompileError&) {
+            // No constant, or one that the HLSL compiler will complain of.
+        }
+    }
+
+private:
+    const ConstantReader::Names& outer_;
+    std::unordered_map<std::string_view, ConstantValue> values_;
+};
+
 /// "m._m00_m11", which the HLSL compiler takes for what it is not.
 void refuseMatrixSwizzle(const Token& token)
 {
@@ -157,6 +201,8 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
     std::vector<Token> kept;
     kept.reserve(tokens.size());
     Chains chains;
+    LocalConstants constants(names);
+    const auto constantNamed = [&](const Token& name) { return constants.find(name); };
     const Token* const end = tokens.data() + tokens.size();
     for (const Token* token = tokens.data(); token != end; ++token) {
         if (isHint(token, end, kept.empty() ? nullptr : &kept.back())) {
@@ -173,8 +219,9 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
             }
         }
         if (token->is("[")) {
-            checkArraySize(token, end, names);
+            checkArraySize(token, end, constantNamed);
         }
+        constants.note(token, end);
         chains.count(*token);
         kept.push_back(*token);
     }

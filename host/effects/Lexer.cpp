@@ -211,8 +211,8 @@ std::vector<Token> splitIntoTokens(std::string_view text, std::uint32_t file, st
     Token token;
     while (lexer.next(token)) {
         if (tokens.size() >= limit) {
-            throw CompileError(token.at, "the effect is too large: more than " + std::to_string(limit) +
-                                             " tokens in one file");
+            throw LimitError(token.at, "the effect is too large: more than " + std::to_string(limit) +
+                                           " tokens in one file");
         }
         tokens.push_back(token);
     }

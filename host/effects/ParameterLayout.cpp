@@ -1,5 +1,6 @@
 #include "host/effects/ParameterLayout.h"
 
+#include "host/core/Suggestion.h"
 #include "host/effects/Preprocessor.h"
 
 #include <algorithm>
@@ -71,29 +72,59 @@ std::vector<std::byte> encodeDefault(const EffectSyntax::Parameter& syntax,
     return bytes;
 }
 
+constexpr std::array<std::string_view, 4> semanticNames{"TEXTURESIZE", "TEXTUREMAXCODE", "TARGETSIZE",
+                                                        "TARGETMAXCODE"};
+
 Semantic semanticNamed(std::string_view name)
 {
-    static constexpr std::array<std::pair<std::string_view, Semantic>, 4> names{
-        {{"TEXTURESIZE", Semantic::TextureSize},
-         {"TEXTUREMAXCODE", Semantic::TextureMaxCode},
-         {"TARGETSIZE", Semantic::TargetSize},
-         {"TARGETMAXCODE", Semantic::TargetMaxCode}}};
-    for (const auto& [spelling, semantic] : names) {
-        if (equalIgnoringCase(name, spelling)) {
-            return semantic;
-        }
+    const auto* const found =
+        std::find_if(semanticNames.begin(), semanticNames.end(),
+                     [&](std::string_view word) { return equalIgnoringCase(name, word); });
+    // The names stand in the order of the semantics, which begin with None.
+    return found == semanticNames.end() ? Semantic::None
+                                        : static_cast<Semantic>(1 + (found - semanticNames.begin()));
+}
+
+void warnOfLikelySemantic(const Token& semantic, Problems& problems)
+{
+    const std::string likely = didYouMean(semantic.text, semanticNames);
+    if (!likely.empty()) {
+        problems.warn({semantic.at, "semantic " + inQuotes(semantic.text) + " means nothing here" + likely});
     }
-    return Semantic::None;
+}
+
+std::uint32_t textureNamed(std::string_view name, Location at, const CompiledEffect& effect)
+{
+    std::vector<std::string_view> known;
+    for (std::uint32_t i = 0; i < effect.textures.size(); ++i) {
+        if (effect.textures[i].name == name) {
+            return i;
+        }
+        known.push_back(effect.textures[i].name);
+    }
+    throw CompileError(at, "there is no texture " + inQuotes(name) + didYouMean(name, known));
+}
+
+/// Reports what is wrong with one property of a thing and leaves it as it was.
+template <typename Step>
+void tolerate(Problems& problems, const Step& step)
+{
+    try {
+        step();
+    } catch (const CompileError& error) {
+        problems.fail(error);
+    }
 }
 
 void resolveSemantic(const EffectSyntax::Parameter& syntax, const CompiledEffect& effect,
-                     CompiledEffect::Parameter& parameter)
+                     CompiledEffect::Parameter& parameter, Problems& problems)
 {
     if (!syntax.semantic) {
         return;
     }
     parameter.semantic = semanticNamed(syntax.semantic->text);
     if (parameter.semantic == Semantic::None) {
+        warnOfLikelySemantic(*syntax.semantic, problems);
         return; // authors and other programs have their own
     }
     const std::string semantic = inQuotes(syntax.semantic->text);
@@ -116,15 +147,10 @@ void resolveSemantic(const EffectSyntax::Parameter& syntax, const CompiledEffect
         throw CompileError(syntax.semantic->at,
                            "semantic " + semantic + " needs an annotation: < string Texture = \"NAME\"; >");
     }
-    const bool known = std::any_of(effect.textures.begin(), effect.textures.end(),
-                                   [&](const auto& texture) { return texture.name == found->value; });
-    if (!known) {
-        throw CompileError(found->at, "there is no texture " + inQuotes(found->value));
-    }
-    parameter.semanticTexture = found->value;
+    parameter.semanticTexture = effect.textures[textureNamed(found->value, found->at, effect)].name;
 }
 
-void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effect)
+void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effect, Problems& problems)
 {
     CompiledEffect::Parameter parameter;
     const NumericType& type = *syntax.type.numeric;
@@ -136,30 +162,26 @@ void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effe
     parameter.columns = type.columns;
     parameter.elements = syntax.elements;
     parameter.annotations = plainAnnotations(syntax.annotations);
-    resolveSemantic(syntax, effect, parameter);
+    tolerate(problems, [&] { resolveSemantic(syntax, effect, parameter, problems); });
     const Placement placement = place(parameter);
     parameter.offset = roundUp(effect.uniformBytes, placement.alignment);
     parameter.bytes = placement.bytes;
-    parameter.defaultValue = encodeDefault(syntax, parameter, placement);
+    tolerate(problems, [&] { parameter.defaultValue = encodeDefault(syntax, parameter, placement); });
     effect.uniformBytes = parameter.offset + parameter.bytes;
     if (effect.uniformBytes > Limits::uniformBytes) {
-        throw CompileError(syntax.name.at, "the parameters up to " + inQuotes(syntax.name.text) + " take " +
-                                               std::to_string(effect.uniformBytes) + " bytes; " +
-                                               std::to_string(Limits::uniformBytes) + " are there");
+        throw LimitError(syntax.name.at, "the parameters up to " + inQuotes(syntax.name.text) + " take " +
+                                             std::to_string(effect.uniformBytes) + " bytes; " +
+                                             std::to_string(Limits::uniformBytes) + " are there");
     }
     effect.parameters.push_back(std::move(parameter));
 }
 
-void resolveSampler(const EffectSyntax::Sampler& syntax, CompiledEffect& effect)
+void resolveSampler(const EffectSyntax::Sampler& syntax, CompiledEffect& effect, Problems& problems)
 {
-    const auto found = std::find_if(effect.textures.begin(), effect.textures.end(),
-                                    [&](const auto& texture) { return texture.name == syntax.texture.text; });
-    if (found == effect.textures.end()) {
-        throw CompileError(syntax.texture.at, "there is no texture " + inQuotes(syntax.texture.text));
-    }
     CompiledEffect::Sampler sampler;
     sampler.name = syntax.name.text;
-    sampler.texture = static_cast<std::uint32_t>(found - effect.textures.begin());
+    tolerate(problems,
+             [&] { sampler.texture = textureNamed(syntax.texture.text, syntax.texture.at, effect); });
     sampler.filter = syntax.filter;
     sampler.addressU = syntax.addressU;
     sampler.addressV = syntax.addressV;
@@ -180,17 +202,17 @@ plainAnnotations(const std::vector<EffectSyntax::Annotation>& annotations)
     return plain;
 }
 
-void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect)
+void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Problems& problems)
 {
     for (const EffectSyntax::Texture& texture : syntax.textures) {
         effect.textures.push_back({std::string(texture.name.text), plainAnnotations(texture.annotations)});
     }
     for (const EffectSyntax::Sampler& sampler : syntax.samplers) {
-        resolveSampler(sampler, effect);
+        resolveSampler(sampler, effect, problems);
     }
     effect.uniformBytes = sizeof(CompiledEffect::SystemUniforms);
     for (const EffectSyntax::Parameter& parameter : syntax.parameters) {
-        layOutParameter(parameter, effect);
+        layOutParameter(parameter, effect, problems);
     }
     effect.uniformBytes = roundUp(effect.uniformBytes, 16);
 }

@@ -1,5 +1,6 @@
 #include "host/effects/PassText.h"
 
+#include "host/core/Suggestion.h"
 #include "host/effects/EntryCall.h"
 #include "host/effects/Preprocessor.h"
 
@@ -16,7 +17,8 @@ constexpr std::size_t mostInlinedTokens = 1U << 17U;
 constexpr std::size_t tokensOfCall = 64; // what one costs beside its text
 
 // One level and no coordinates outside the draw: an explicit level 0 is what every sampling means here, and
-// it stays defined in branches, where there are no derivatives.
+// it stays defined in branches, where there are no derivatives. The HLSL compiler's own fmod takes the sign
+// of the divisor, which is GLSL's mod; HLSL's has the sign of what is divided.
 constexpr std::string_view prelude = R"(
 [[vk::constant_id(0)]] const bool qxfx_rotate = false;
 float4 qxfx_tex2D(sampler2D s, float2 at) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
@@ -25,6 +27,10 @@ float4 qxfx_tex2Dlod(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 
 float4 qxfx_tex2Dbias(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 0.0, 0.0)); }
 float4 qxfx_tex2Dgrad(sampler2D s, float2 at, float2 dx, float2 dy) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
 float4 qxfx_tex2Dproj(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy / at.w, 0.0, 0.0)); }
+float qxfx_fmod(float x, float y) { return x - y * trunc(x / y); }
+float2 qxfx_fmod(float2 x, float2 y) { return x - y * trunc(x / y); }
+float3 qxfx_fmod(float3 x, float3 y) { return x - y * trunc(x / y); }
+float4 qxfx_fmod(float4 x, float4 y) { return x - y * trunc(x / y); }
 float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(float2(texel), 0.0, 0.0)); }
 float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(float3(texel), 0.0)); }
 )";
@@ -33,10 +39,17 @@ float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(floa
 std::string_view translated(const Token& token)
 {
     static const std::unordered_map<std::string_view, std::string_view> names{
-        {"sampler", "sampler2D"},         {"Sampler", "sampler2D"},        {"dword", "uint"},
-        {"tex2D", "qxfx_tex2D"},          {"tex2Dlod", "qxfx_tex2Dlod"},   {"tex2Dbias", "qxfx_tex2Dbias"},
-        {"tex2Dgrad", "qxfx_tex2Dgrad"},  {"tex2Dproj", "qxfx_tex2Dproj"}, {"tex2Dfetch", "qxfx_tex2Dfetch"},
-        {"tex3Dfetch", "qxfx_tex3Dfetch"}};
+        {"sampler", "sampler2D"},
+        {"Sampler", "sampler2D"},
+        {"dword", "uint"},
+        {"tex2D", "qxfx_tex2D"},
+        {"tex2Dlod", "qxfx_tex2Dlod"},
+        {"tex2Dbias", "qxfx_tex2Dbias"},
+        {"tex2Dgrad", "qxfx_tex2Dgrad"},
+        {"tex2Dproj", "qxfx_tex2Dproj"},
+        {"tex2Dfetch", "qxfx_tex2Dfetch"},
+        {"tex3Dfetch", "qxfx_tex3Dfetch"},
+        {"fmod", "qxfx_fmod"}};
     if (token.kind != TokenKind::Identifier) {
         return token.text;
     }
@@ -69,6 +82,14 @@ public:
         }
     }
 
+    void addPiece(std::size_t index, const std::vector<Token>& tokens)
+    {
+        beginPiece(index);
+        add(tokens);
+    }
+
+    void beginPiece(std::size_t index) { text_.pieces.emplace_back(text_.lines.size() + 1, index); }
+
     PassText take() { return std::move(text_); }
 
 private:
@@ -92,6 +113,17 @@ std::string declaration(const CompiledEffect::Parameter& parameter)
     return (parameter.rows > 1 ? "row_major " : "") + std::string(type.spelling()) + ' ' + parameter.name +
            array + " : packoffset(c" + std::to_string(parameter.offset / 16) + '.' +
            "xyzw"[parameter.offset % 16 / 4] + ");";
+}
+
+std::vector<Token> declarationOf(const EffectSyntax::Piece& function)
+{
+    std::vector<Token> tokens(function.text.begin(),
+                              function.text.begin() + static_cast<std::ptrdiff_t>(function.bodyBegin));
+    Token semicolon = function.name;
+    semicolon.kind = TokenKind::Punctuator;
+    semicolon.text = ";";
+    tokens.push_back(semicolon);
+    return tokens;
 }
 
 } // namespace
@@ -179,7 +211,14 @@ const EffectSyntax::Piece& PassWriter::findEntry(const EffectSyntax::Pass& pass)
         }
     }
     if (entry == nullptr) {
-        throw CompileError(pass.entry.at, "there is no function " + inQuotes(pass.entry.text));
+        std::vector<std::string_view> functions;
+        for (const EffectSyntax::Piece& piece : syntax_.pieces) {
+            if (piece.kind == Kind::Function) {
+                functions.push_back(piece.name.text);
+            }
+        }
+        throw CompileError(pass.entry.at, "there is no function " + inQuotes(pass.entry.text) +
+                                              didYouMean(pass.entry.text, functions));
     }
     return *entry;
 }
@@ -210,10 +249,17 @@ std::unordered_set<std::string_view> PassWriter::reachableFrom(const EffectSynta
     return names;
 }
 
-PassText PassWriter::write(const EffectSyntax::Pass& pass) const
+std::optional<std::size_t> PassText::pieceAt(std::size_t line) const
+{
+    const auto next = std::upper_bound(pieces.begin(), pieces.end(), line,
+                                       [](std::size_t at, const auto& piece) { return at < piece.first; });
+    return next == pieces.begin() || next == pieces.end() ? std::nullopt : std::optional((next - 1)->second);
+}
+
+PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
 {
     const EntryCall call(syntax_, findEntry(pass), pass);
-    const std::unordered_set<std::string_view> names = reachableFrom(pass);
+    std::unordered_set<std::string_view> names = reachableFrom(pass);
     const auto used = [&](std::string_view name) { return names.count(name) != 0; };
     Output output;
     writePrelude(output, pass.entry.at);
@@ -235,14 +281,19 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass) const
                        syntax_.samplers[i].name.at);
         }
     }
-    for (const EffectSyntax::Piece& piece : syntax_.pieces) {
+    for (std::size_t i = 0; i < syntax_.pieces.size(); ++i) {
+        const EffectSyntax::Piece& piece = syntax_.pieces[i];
         if (used(piece.name.text)) {
-            output.add(piece.text);
+            withoutBody.count(i) == 0 ? output.addPiece(i, piece.text)
+                                      : output.addPiece(i, declarationOf(piece));
         }
     }
+    output.beginPiece(syntax_.pieces.size());
     call.write([&](std::string_view line) { output.add(line, pass.entry.at); },
                [&](const std::vector<Token>& tokens) { output.add(tokens); });
-    return output.take();
+    PassText text = output.take();
+    text.names = std::move(names);
+    return text;
 }
 
 } // namespace Qx::Host::Effects

@@ -3,10 +3,13 @@
 #include "host/effects/CompiledEffect.h"
 #include "host/effects/EffectSyntax.h"
 
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace Qx::Host::Effects {
@@ -16,6 +19,15 @@ struct PassText
 {
     std::string hlsl;
     std::vector<Location> lines; ///< where line i + 1 of the text comes from
+
+    /// Line at which each piece begins, from 1, and its index in EffectSyntax::pieces, ascending. The last
+    /// entry is where the pieces end, with the number of pieces as its index.
+    std::vector<std::pair<std::size_t, std::size_t>> pieces;
+
+    std::unordered_set<std::string_view> names; ///< that the pass reaches, declared or not
+
+    /// The piece that a line is part of; nothing for what the compiler adds.
+    std::optional<std::size_t> pieceAt(std::size_t line) const;
 };
 
 /// Writes the HLSL of passes: what the entry function reaches, the parameters and samplers that this uses,
@@ -27,8 +39,9 @@ public:
     /// functions that call each other in a circle or too deep, and for calls that multiply beyond bounds.
     PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect);
 
-    /// Throws CompileError when the entry function cannot serve as one.
-    PassText write(const EffectSyntax::Pass& pass) const;
+    /// Throws CompileError when the entry function cannot serve as one. The functions `withoutBody`, by their
+    /// index in EffectSyntax::pieces, are only declared: for finding what is wrong with the others.
+    PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody = {}) const;
 
 private:
     struct Cost

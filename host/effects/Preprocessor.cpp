@@ -1,13 +1,35 @@
 #include "host/effects/Preprocessor.h"
 
+#include "host/core/Suggestion.h"
 #include "host/effects/ConstantExpression.h"
+#include "host/effects/FileKind.h"
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <optional>
 #include <system_error>
 
 namespace Qx::Host::Effects {
+
+namespace {
+
+/// Names to suggest for one that is missing.
+void addFilesOf(const std::filesystem::path& directory, std::vector<std::string>& names)
+{
+    constexpr int most = 1000; // of a directory; this is only a help
+    std::error_code error;
+    std::filesystem::directory_iterator entry(directory.empty() ? "." : directory, error);
+    for (int i = 0; i < most && !error && entry != std::filesystem::directory_iterator(); ++i) {
+        if (entry->is_regular_file(error)) {
+            names.push_back(entry->path().filename().string());
+        }
+        entry.increment(error);
+    }
+    std::sort(names.begin(), names.end()); // directories have an order of their own
+}
+
+} // namespace
 
 struct Preprocessor::Macro
 {
@@ -27,8 +49,8 @@ struct Preprocessor::Context
     Macro* macro = nullptr;
 };
 
-Preprocessor::Preprocessor(SourceFiles& files, const EffectCompilerOptions& options)
-    : files_(files), options_(options)
+Preprocessor::Preprocessor(SourceFiles& files, const EffectCompilerOptions& options, Problems& problems)
+    : files_(files), options_(options), problems_(problems)
 {
 }
 
@@ -49,7 +71,8 @@ std::vector<Token> Preprocessor::run(const std::filesystem::path& effect)
 void Preprocessor::defineFromOptions()
 {
     for (const auto& [name, value] : options_.definitions) {
-        const std::uint32_t file = files_.add({{}, "<definition " + name + ">", name + ' ' + value, false});
+        const std::uint32_t file =
+            files_.add({{}, "<definition " + name + ">", files_.keep(name + ' ' + value)});
         const Tokens tokens = splitIntoTokens(files_[file].text, file, Limits::tokens);
         const bool oneName = !tokens.empty() && tokens[0].text == name;
         if (!oneName || tokens[0].kind != TokenKind::Identifier) {
@@ -71,7 +94,7 @@ std::uint32_t Preprocessor::open(const std::filesystem::path& path, Location fro
     // Devices and pipes never end: only regular files are read.
     const bool regular = std::filesystem::is_regular_file(path, error);
     const std::uintmax_t bytes = regular ? std::filesystem::file_size(path, error) : 0;
-    const std::uint32_t file = files_.add({path, path.string(), {}, false});
+    const std::uint32_t file = files_.add({path, path.string(), {}, false, from});
     if (from.line == 0) {
         from.file = file;
     }
@@ -90,31 +113,51 @@ std::uint32_t Preprocessor::open(const std::filesystem::path& path, Location fro
     if (!stream) {
         throw CompileError(from, "cannot read " + inQuotes(path.string()) + " to its end");
     }
-    if (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF")) {
-        throw CompileError({file, 1, 1, 0}, "the file is UTF-16; save it as UTF-8");
+    if (const std::string why = whyNoEffect(text); !why.empty()) {
+        throw CompileError({file, 0, 0, 0}, why);
     }
-    files_[file].text = std::move(text);
+    files_[file].text = files_.keep(std::move(text));
     return file;
 }
 
 void Preprocessor::processFile(std::uint32_t file, Location from)
 {
     if (++inclusions_ > Limits::inclusions) {
-        throw CompileError(from, "more than " + std::to_string(Limits::inclusions) +
-                                     " inclusions; does a file include itself without a guard?");
+        throw LimitError(from, "more than " + std::to_string(Limits::inclusions) +
+                                   " inclusions; does a file include itself without a guard?");
     }
     if (includeStack_.size() >= Limits::includeDepth) {
-        throw CompileError(from, "includes are nested more than " + std::to_string(Limits::includeDepth) +
-                                     " deep; does a file include itself without a guard?");
+        throw LimitError(from, "includes are nested more than " + std::to_string(Limits::includeDepth) +
+                                   " deep; does a file include itself without a guard?");
     }
+    const std::uint32_t inclusion = includeStack_.empty() ? file : files_.addInclusion(file, from);
+    const Tokens tokens = splitIntoTokens(files_[file].text, inclusion, Limits::tokens);
     includeStack_.push_back(file);
-    const Tokens tokens = splitIntoTokens(files_[file].text, file, Limits::tokens);
     std::vector<Condition> conditions;
     processLines(tokens, conditions);
     if (!conditions.empty()) {
-        throw CompileError(conditions.back().at, "this condition has no #endif");
+        problems_.fail({conditions.back().at, "this condition has no #endif"});
     }
     includeStack_.pop_back();
+}
+
+/// Reports what is wrong with one line, so that the next can be read.
+template <typename Step>
+void Preprocessor::tolerate(const Step& step)
+{
+    try {
+        step();
+    } catch (const LimitError&) {
+        throw;
+    } catch (const CompileError& error) {
+        problems_.fail(error);
+        if (problems_.enough()) {
+            throw;
+        }
+        for (const auto& [name, macro] : macros_) {
+            macro->active = false; // an expansion may have been left half way
+        }
+    }
 }
 
 void Preprocessor::processLines(const Tokens& tokens, std::vector<Condition>& conditions)
@@ -126,13 +169,13 @@ void Preprocessor::processLines(const Tokens& tokens, std::vector<Condition>& co
         if (isDirective(*token)) {
             const Token* const next =
                 std::find_if(token + 1, end, [](const Token& t) { return t.startsLine; });
-            directive(token + 1, next, token->at, conditions);
+            tolerate([&] { directive(token + 1, next, token->at, conditions); });
             token = next;
             continue;
         }
         const Token* const next = std::find_if(token, end, isDirective);
         if (conditions.empty() || conditions.back().active) {
-            expand(token, next, output_, 0);
+            tolerate([&] { expand(token, next, output_, 0); });
         }
         token = next;
     }
@@ -168,15 +211,19 @@ void Preprocessor::directive(const Token* begin, const Token* end, Location hash
         throw CompileError(begin->at, "#error " + text.substr(0, Limits::textBytes));
     } else if (word == "pragma") {
         if (end - begin == 2 && begin[1].is("once")) {
-            files_[begin->at.file].once = true;
+            files_[includeStack_.back()].once = true;
         } else {
-            warnings_.emplace_back(begin->at, "this #pragma is not known and changes nothing");
+            problems_.warn({begin->at, "this #pragma is not known and changes nothing"});
         }
     } else if (word == "line" || word == "warning") {
         // Positions in messages are the real ones; what a generator claims about its own source is not used.
-        warnings_.emplace_back(begin->at, "#" + std::string(word) + " changes nothing");
+        problems_.warn({begin->at, "#" + std::string(word) + " changes nothing"});
     } else {
-        throw CompileError(hash, "unknown directive " + inQuotes("#" + std::string(word)));
+        static constexpr std::array<std::string_view, 12> words{"include", "define", "undef",  "if",
+                                                                "ifdef",   "ifndef", "elif",   "else",
+                                                                "endif",   "error",  "pragma", "line"};
+        throw CompileError(hash, "unknown directive " + inQuotes("#" + std::string(word)) +
+                                     didYouMean(word, words));
     }
 }
 
@@ -189,6 +236,8 @@ bool Preprocessor::conditional(const Token* begin, const Token* end, std::vector
             throw CompileError(begin->at, "conditions are nested more than " +
                                               std::to_string(Limits::nesting) + " deep");
         }
+        // If it cannot be told whether the condition holds, no branch is read.
+        conditions.push_back({false, true, false, reading, begin->at});
         bool holds = false;
         if (reading && word == "if") {
             holds = evaluateCondition(begin, end);
@@ -198,7 +247,8 @@ bool Preprocessor::conditional(const Token* begin, const Token* end, std::vector
             }
             holds = (macros_.count(begin[1].text) != 0) == (word == "ifdef");
         }
-        conditions.push_back({holds, holds, false, reading, begin->at});
+        conditions.back().active = holds;
+        conditions.back().taken = holds;
         return true;
     }
     if (word != "elif" && word != "else" && word != "endif") {
@@ -279,21 +329,34 @@ void Preprocessor::include(const Token* begin, const Token* end)
     }
 }
 
-std::filesystem::path Preprocessor::findInclude(const std::string& name, const Token& at) const
+/// The including file's own directory first; each once.
+std::vector<std::filesystem::path> Preprocessor::searchedDirectories() const
 {
     std::vector<std::filesystem::path> directories{files_[includeStack_.back()].path.parent_path()};
-    directories.insert(directories.end(), options_.includeDirectories.begin(),
-                       options_.includeDirectories.end());
+    for (const std::filesystem::path& directory : options_.includeDirectories) {
+        if (std::find(directories.begin(), directories.end(), directory) == directories.end()) {
+            directories.push_back(directory);
+        }
+    }
+    return directories;
+}
+
+std::filesystem::path Preprocessor::findInclude(const std::string& name, const Token& at) const
+{
     std::string searched;
-    for (const std::filesystem::path& directory : directories) {
+    std::vector<std::string> neighbours;
+    for (const std::filesystem::path& directory : searchedDirectories()) {
         const std::filesystem::path candidate = (directory / name).lexically_normal();
         std::error_code error;
         if (std::filesystem::is_regular_file(candidate, error)) {
             return candidate;
         }
         searched += (searched.empty() ? "" : ", ") + (directory.empty() ? "." : directory.string());
+        addFilesOf(candidate.parent_path(), neighbours);
     }
-    throw CompileError(at.at, "cannot find the include file " + inQuotes(name) + "; searched in " + searched);
+    throw CompileError(at.at, "cannot find the include file " + inQuotes(name) +
+                                  didYouMean(std::filesystem::path(name).filename().string(), neighbours) +
+                                  "; searched in " + searched);
 }
 
 void Preprocessor::define(const Token* begin, const Token* end)
@@ -325,9 +388,8 @@ void Preprocessor::define(const Token* begin, const Token* end)
         if (!std::equal(slot->body.begin(), slot->body.end(), macro->body.begin(), macro->body.end(),
                         sameText) ||
             slot->parameters != macro->parameters || slot->functionLike != macro->functionLike) {
-            warnings_.emplace_back(begin->at, "macro " + inQuotes(macro->name) +
-                                                  " has another definition at " + files_.describe(slot->at) +
-                                                  "; this one holds from here");
+            problems_.warn({begin->at, "macro " + inQuotes(macro->name) + " has another definition at " +
+                                           files_.describe(slot->at) + "; this one holds from here"});
         }
         retired_.push_back(std::move(slot));
     }
@@ -365,16 +427,16 @@ const Token* Preprocessor::readMacroParameters(Macro& macro, const Token* token,
 void Preprocessor::countStep(Location at)
 {
     if (++steps_ > Limits::steps) {
-        throw CompileError(at, "the effect is too large: preprocessing took more than " +
-                                   std::to_string(Limits::steps) + " steps");
+        throw LimitError(at, "the effect is too large: preprocessing took more than " +
+                                 std::to_string(Limits::steps) + " steps");
     }
 }
 
 void Preprocessor::expand(const Token* begin, const Token* end, Tokens& output, std::size_t depth)
 {
     if (depth > Limits::macroDepth) {
-        throw CompileError(begin->at, "macro calls are nested more than " +
-                                          std::to_string(Limits::macroDepth) + " deep");
+        throw LimitError(begin->at,
+                         "macro calls are nested more than " + std::to_string(Limits::macroDepth) + " deep");
     }
     std::vector<Context> contexts;
     contexts.push_back({{}, begin, end, nullptr});
@@ -397,8 +459,8 @@ void Preprocessor::expand(const Token* begin, const Token* end, Tokens& output, 
             token.noExpand = true;
         }
         if (output.size() >= Limits::tokens) {
-            throw CompileError(token.at, "the effect is too large: more than " +
-                                             std::to_string(Limits::tokens) + " tokens after preprocessing");
+            throw LimitError(token.at, "the effect is too large: more than " +
+                                           std::to_string(Limits::tokens) + " tokens after preprocessing");
         }
         output.push_back(token);
     }

@@ -2,6 +2,7 @@
 
 #include "host/effects/EffectCompiler.h"
 #include "host/effects/Lexer.h"
+#include "host/effects/Problems.h"
 
 #include <memory>
 #include <string>
@@ -29,17 +30,15 @@ struct Limits
 class Preprocessor
 {
 public:
-    /// Both live longer than this object.
-    Preprocessor(SourceFiles& files, const EffectCompilerOptions& options);
+    /// All live longer than this object.
+    Preprocessor(SourceFiles& files, const EffectCompilerOptions& options, Problems& problems);
     ~Preprocessor();
     Preprocessor(const Preprocessor&) = delete;
     Preprocessor& operator=(const Preprocessor&) = delete;
 
-    /// The tokens of the effect, ended by one End token. Throws CompileError.
+    /// The tokens of the effect, ended by one End token. After an error in a line it reads on with the next
+    /// one, for what else is wrong; the tokens then mean nothing. Throws CompileError when it cannot read on.
     std::vector<Token> run(const std::filesystem::path& effect);
-
-    /// What #pragma and the like had to say: no errors.
-    const std::vector<CompileError>& warnings() const { return warnings_; }
 
 private:
     struct Macro;
@@ -58,10 +57,13 @@ private:
     std::uint32_t open(const std::filesystem::path& path, Location from);
     void processFile(std::uint32_t file, Location end);
     void processLines(const Tokens& tokens, std::vector<Condition>& conditions);
+    template <typename Step>
+    void tolerate(const Step& step);
     void directive(const Token* begin, const Token* end, Location hash, std::vector<Condition>& conditions);
     bool conditional(const Token* begin, const Token* end, std::vector<Condition>& conditions);
     void include(const Token* begin, const Token* end);
     std::filesystem::path findInclude(const std::string& name, const Token& at) const;
+    std::vector<std::filesystem::path> searchedDirectories() const;
     void define(const Token* begin, const Token* end);
     const Token* readMacroParameters(Macro& macro, const Token* token, const Token* end) const;
     bool evaluateCondition(const Token* begin, const Token* end);
@@ -79,7 +81,7 @@ private:
     const EffectCompilerOptions& options_;
     std::unordered_map<std::string_view, std::unique_ptr<Macro>> macros_;
     std::vector<std::unique_ptr<Macro>> retired_; ///< undefined ones, which an expansion may still use
-    std::vector<CompileError> warnings_;
+    Problems& problems_;
     Tokens output_;
     std::vector<std::uint32_t> includeStack_;
     std::size_t inclusions_ = 0;

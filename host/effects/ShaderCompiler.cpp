@@ -2,6 +2,7 @@
 
 #include "host/effects/ExactArithmetic.h"
 #include "host/effects/FetchRewriter.h"
+#include "host/effects/Remainders.h"
 
 #include <glslang/Public/ResourceLimits.h>
 #include <glslang/Public/ShaderLang.h>
@@ -172,6 +173,7 @@ CompiledShader compileShader(const std::string& hlsl)
     if (shader.spirv.empty()) {
         return shader;
     }
+    useRemaindersOfHlsl(shader.spirv);
     keepArithmeticAsWritten(shader.spirv);
     std::string problem;
     if (!rewriteFetches(shader.spirv, {std::begin(fetchFunctions), std::end(fetchFunctions)}) ||

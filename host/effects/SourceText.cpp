@@ -18,26 +18,24 @@ std::string_view SourceFiles::keep(std::string text)
 
 std::uint32_t SourceFiles::addMacroNote(std::string_view macro, Location bodyToken)
 {
-    notes_.emplace_back(macro, bodyToken);
+    notes_.push_back({macro, bodyToken});
     return static_cast<std::uint32_t>(notes_.size() - 1);
+}
+
+std::uint32_t SourceFiles::addInclusion(std::uint32_t file, Location includedFrom)
+{
+    return add({{}, files_[file].name, files_[file].text, false, includedFrom});
 }
 
 std::string SourceFiles::describe(Location at) const
 {
-    std::string text = at.file < files_.size() ? files_[at.file].name : std::string();
-    // Editors need a place to jump to, also for what concerns the whole file.
-    text += ':' + std::to_string(std::max(at.line, 1U));
-    text += ':' + std::to_string(std::max(at.column, 1U));
-    return text;
+    return (at.file < files_.size() ? files_[at.file].name : std::string()) + ':' + std::to_string(at.line) +
+           ':' + std::to_string(at.column);
 }
 
-std::string SourceFiles::describeNote(Location at) const
+const SourceFiles::MacroNote* SourceFiles::macroNote(Location at) const
 {
-    if (at.note == 0 || at.note >= notes_.size()) {
-        return {};
-    }
-    const auto& [macro, body] = notes_[at.note];
-    return " (in the expansion of macro " + inQuotes(macro) + ", " + describe(body) + ")";
+    return at.note == 0 || at.note >= notes_.size() ? nullptr : &notes_[at.note];
 }
 
 std::string inQuotes(std::string_view text)

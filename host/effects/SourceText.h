@@ -31,11 +31,22 @@ public:
     {
         std::filesystem::path path; ///< as opened; empty for text that came from no file
         std::string name;           ///< as messages write it
-        std::string text;
-        bool once = false; ///< holds #pragma once
+        std::string_view text;
+        bool once = false;       ///< holds #pragma once
+        Location includedFrom{}; ///< line 0 for what no file includes
+    };
+
+    struct MacroNote
+    {
+        std::string_view macro;
+        Location body;
     };
 
     std::uint32_t add(File file);
+
+    /// The file once more, for what stands in it when it is included there: an entry without a path.
+    std::uint32_t addInclusion(std::uint32_t file, Location includedFrom);
+
     const File& operator[](std::uint32_t index) const { return files_[index]; }
     File& operator[](std::uint32_t index) { return files_[index]; }
     std::uint32_t size() const { return static_cast<std::uint32_t>(files_.size()); }
@@ -45,17 +56,20 @@ public:
 
     std::uint32_t addMacroNote(std::string_view macro, Location bodyToken);
 
-    /// "FILE:LINE:COLUMN", and the macro note for the end of the message or an empty text.
+    /// "FILE:LINE:COLUMN".
     std::string describe(Location at) const;
-    std::string describeNote(Location at) const;
+
+    /// Null for a token that no macro's body supplied.
+    const MacroNote* macroNote(Location at) const;
 
 private:
     std::deque<File> files_;
     std::deque<std::string> kept_;
-    std::vector<std::pair<std::string_view, Location>> notes_{{}};
+    std::vector<MacroNote> notes_{{}};
 };
 
-/// What ends the reading of an effect: it never leaves compileEffect.
+/// What is wrong with an effect, and where. As an exception it ends the reading of the thing that it is about
+/// and never leaves compileEffect.
 class CompileError : public std::exception
 {
 public:
@@ -67,6 +81,13 @@ public:
 private:
     Location at_;
     std::string text_;
+};
+
+/// An effect that is larger than the compiler takes: reading on would only take longer.
+class LimitError : public CompileError
+{
+public:
+    using CompileError::CompileError;
 };
 
 /// Text of the author's that a message repeats, cut to a length that a person reads.

@@ -18,7 +18,48 @@ std::string_view partner(std::string_view bracket)
     return bracket == "(" ? ")" : bracket == "[" ? "]" : "}";
 }
 
+bool isTechnique(const Token& token)
+{
+    return token.kind == TokenKind::Identifier && equalIgnoringCase(token.text, "technique");
+}
+
+/// "< string Name = ...", which is no comparison.
+bool startsAnnotations(const Token* token)
+{
+    return token->is("<") && token[1].kind == TokenKind::Identifier &&
+           token[2].kind == TokenKind::Identifier && token[3].is("=");
+}
+
+bool mayStartItem(const Token& token)
+{
+    return token.kind == TokenKind::End || token.startsLine || isTechnique(token);
+}
+
 } // namespace
+
+void TokenReader::skipItem(const Token* item)
+{
+    const Token* const reached = token_;
+    std::vector<std::string_view> open; // the brackets that would close them
+    for (const Token* token = item; token->kind != TokenKind::End; ++token) {
+        if (open.empty() && startsAnnotations(token)) {
+            open.push_back(">");
+        } else if (opens(*token)) {
+            open.push_back(partner(token->text));
+        } else if (!open.empty() && token->is(open.back())) {
+            open.pop_back(); // one that closes nothing is the mistake, and is ignored
+        }
+        const bool ends = token->is(";") || (token->is("}") && mayStartItem(token[1]));
+        if (open.empty() && ends && token + 1 >= reached) {
+            token_ = token + 1;
+            return;
+        }
+    }
+    token_ = item;
+    do {
+        take();
+    } while (!atEnd() && !(token_->startsLine && isTechnique(*token_)));
+}
 
 void TokenReader::checkToken() const
 {

@@ -77,6 +77,13 @@ public:
     /// Takes from an opening bracket to its partner, both included.
     std::vector<Token> takeBracketed(std::string_view what);
 
+    /// The token that is next, for skipItem.
+    const Token* position() const { return token_; }
+
+    /// After an error: goes on behind the item at the top of the file that begins there, at its ';' or the
+    /// end of its braces; where brackets do not match, at the next technique.
+    void skipItem(const Token* item);
+
 private:
     void checkToken() const;
 

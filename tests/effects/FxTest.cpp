@@ -1,5 +1,6 @@
 #include "tests/effects/FxTest.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -124,6 +125,19 @@ std::vector<FxTest> readFxTests(const std::filesystem::path& file)
             throw std::runtime_error(file.string() + ": test " + test.name + " has no [effect]");
         }
     }
+    return tests;
+}
+
+std::vector<FxTest> readAllFxTests()
+{
+    std::vector<FxTest> tests;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(QX_FXTEST_CASES)) {
+        if (entry.path().extension() == ".fxtest") {
+            const std::vector<FxTest> some = readFxTests(entry.path());
+            tests.insert(tests.end(), some.begin(), some.end());
+        }
+    }
+    std::sort(tests.begin(), tests.end(), [](const FxTest& a, const FxTest& b) { return a.name < b.name; });
     return tests;
 }
 

@@ -34,6 +34,9 @@ void PrintTo(const FxTest& test, std::ostream* stream);
 /// The tests of one file. Throws std::runtime_error for a file that holds none or one without an effect.
 std::vector<FxTest> readFxTests(const std::filesystem::path& file);
 
+/// All tests below cases/, by name.
+std::vector<FxTest> readAllFxTests();
+
 /// The definitions that the test gives.
 EffectCompilerOptions optionsOf(const FxTest& test);
 

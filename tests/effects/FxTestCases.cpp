@@ -104,24 +104,12 @@ TEST_P(FxTestCases, holds)
             section.kind == "result" ? checkResult(section, *compilation.effect)
                                      : checkSpirv(section, *compilation.effect);
         } else {
-            const std::vector<std::string> others{"effect", "file", "definitions", "messages"};
+            const std::vector<std::string> others{"effect", "file", "definitions", "messages",
+                                                  "image",  "set",  "draw",        "probe"};
             EXPECT_NE(std::find(others.begin(), others.end(), section.kind), others.end())
                 << "line " << section.line << ": unknown section [" << section.kind << ']';
         }
     }
-}
-
-std::vector<FxTest> allCases()
-{
-    std::vector<FxTest> cases;
-    for (const auto& entry : std::filesystem::directory_iterator(QX_FXTEST_CASES)) {
-        if (entry.path().extension() == ".fxtest") {
-            const std::vector<FxTest> tests = readFxTests(entry.path());
-            cases.insert(cases.end(), tests.begin(), tests.end());
-        }
-    }
-    std::sort(cases.begin(), cases.end(), [](const FxTest& a, const FxTest& b) { return a.name < b.name; });
-    return cases;
 }
 
 std::string nameOf(const testing::TestParamInfo<FxTest>& test)
@@ -129,7 +117,7 @@ std::string nameOf(const testing::TestParamInfo<FxTest>& test)
     return test.param.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, FxTestCases, testing::ValuesIn(allCases()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Files, FxTestCases, testing::ValuesIn(readAllFxTests()), nameOf);
 
 } // namespace
 } // namespace Qx::Host::Tests

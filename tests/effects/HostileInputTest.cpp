@@ -84,8 +84,11 @@ TEST_P(HostileInputs, areAnswered)
     }
     EXPECT_EQ(compilation.effect, nullptr);
     EXPECT_NE(compilation.messages.find(GetParam().error), std::string::npos) << compilation.messages;
-    const std::regex form("[^:]*/effect\\.fx:[1-9][0-9]*:[1-9][0-9]*: error: [^\\n]+\\n");
+    const std::regex form(
+        "([^:\\n]*/effect\\.fx:[1-9][0-9]*:[1-9][0-9]*: error: [^\\n]+\\n(  [^\\n]+\\n)*)+");
     EXPECT_TRUE(std::regex_match(compilation.messages, form)) << compilation.messages;
+    EXPECT_LE(compilation.diagnostics.size(), 50U);
+    EXPECT_LE(compilation.messages.size(), 50U * 4096U);
 }
 
 const std::vector<Hostile>& hostileInputs()
@@ -93,7 +96,25 @@ const std::vector<Hostile>& hostileInputs()
     static const std::vector<Hostile> inputs{
         {"Empty", [] { return std::string(); }, "no technique"},
         {"OnlyBlanks", [] { return repeated(" \n\t", 1000); }, "no technique"},
-        {"Zeros", [] { return std::string(1000, '\0'); }, "unexpected character"},
+        {"Zeros", [] { return std::string(1000, '\0'); },
+         "this is binary data, not an effect: byte 0 is zero"},
+        {"Controls", [] { return repeated("a\1b\2", 100); }, "this is binary data, not an effect\n"},
+        {"Utf16",
+         [] {
+             return std::string("\xFF\xFE"
+                                "f\0x\0",
+                                6);
+         },
+         "the file is UTF-16; save it as UTF-8"},
+        {"Picture", [] { return "\x89PNG\r\n\x1A\n" + std::string(100, 'x'); }, "this is a picture"},
+        {"CompiledEffect", [] { return "\x01\x09\xFF\xFE" + std::string(100, '\0'); },
+         "its source is needed"},
+        {"WebPage", [] { return std::string("\n <!DOCTYPE html>\n<html><body>404</body></html>"); },
+         "this looks like a web page, not an effect"},
+        {"ManyErrors", [] { return repeated("float4 = ;\n", 1000); }, "is expected"},
+        {"ManyErrorsInDirectives", [] { return repeated("#foo\n", 1000); }, "unknown directive"},
+        {"LongLine", [] { return std::string(1U << 20U, ' ') + "@" + std::string(1U << 20U, '/'); },
+         "unexpected character '@'\n    ..."},
         {"ByteOrderMark", [] { return "\xEF\xBB\xBF" + effectWith("return 1;"); }, nullptr},
         {"NoUtf8", [] { return effectWith("return \xFF\xFE;"); }, "unexpected character"},
         {"LoneBackslash", [] { return effectWith("return 1;") + "\\"; }, "unexpected character"},
@@ -225,6 +246,19 @@ TEST(HostileInput, cutAnywhereIsAnswered)
         EXPECT_EQ(compilation.effect, nullptr) << whole.substr(0, length);
         EXPECT_NE(compilation.messages.find(": error: "), std::string::npos) << whole.substr(0, length);
     }
+}
+
+TEST(HostileInput, moreMessagesThanAnyoneReadsAreCounted)
+{
+    std::string text;
+    for (int i = 0; i < 60; ++i) {
+        text += "sampler S" + std::to_string(i) + " = sampler_state { Texture = <Missing>; };\n";
+    }
+    const EffectCompilation compilation = compileText(text + effectWith("return 1;"));
+    ASSERT_EQ(compilation.diagnostics.size(), 50U);
+    EXPECT_EQ(compilation.diagnostics.back().at.line, 50U);
+    EXPECT_EQ(compilation.diagnostics.back().notes, std::vector<std::string>{"and 10 more messages"});
+    EXPECT_TRUE(compilation.messages.ends_with("^\n  and 10 more messages\n")) << compilation.messages;
 }
 
 TEST(HostileInput, missingFileIsNamed)

@@ -157,8 +157,9 @@ std::vector<std::uint16_t> b64aByFfmpeg(const std::vector<std::byte>& frame, uns
     const Frame picture = decode(context, codec, frame);
     std::vector<std::uint16_t> samples;
     for (unsigned y = 0; picture && y < height; ++y) {
-        const std::uint8_t* row = picture->data[0] + y * static_cast<unsigned>(picture->linesize[0]);
-        for (unsigned i = 0; i < 4 * width; ++i)
+        const std::uint8_t* row =
+            picture->data[0] + std::size_t{y} * static_cast<std::size_t>(picture->linesize[0]);
+        for (std::size_t i = 0; i < std::size_t{4} * width; ++i)
             samples.push_back(static_cast<std::uint16_t>(row[2 * i] << 8 | row[2 * i + 1]));
     }
     return samples;

@@ -1,8 +1,9 @@
 #include "tools/qxhost/CommandLine.h"
 
+#include "host/core/Suggestion.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/LutCommandLine.h"
-#include "tools/qxhost/Suggestion.h"
+#include "tools/qxhost/Wording.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -82,6 +83,12 @@ constexpr const char* watchFooter = R"(Examples:
 
 The file's directory stands in for the user's templates meanwhile. A file that does not compile
 leaves the last good effect, and the picture, as they are. Ctrl-C ends it.)";
+
+constexpr const char* describeFooter = R"(Example:
+  qxhost effects describe cc3.fx
+
+Shows what an effect has: techniques and their passes, parameters with type, default, range and label,
+textures and samplers. Exit codes: 0 done, 1 the effect has errors, 3 the file is missing.)";
 
 [[noreturn]] void complain(const std::string& text, const std::string& command = "")
 {
@@ -531,14 +538,14 @@ void refuseExtras(const CLI::App& app, const std::string& command)
                 known.push_back("--" + name);
             }
         }
-        complain("there is no option " + first + didYouMean(first.substr(0, first.find('=')), known),
+        complain("there is no option " + first + Host::didYouMean(first.substr(0, first.find('=')), known),
                  command);
     }
     for (const CLI::App* sub : app.get_subcommands({})) {
         known.push_back(sub->get_name());
     }
     if (!known.empty()) {
-        complain("there is no command \"" + first + "\"" + didYouMean(first, known), command);
+        complain("there is no command \"" + first + "\"" + Host::didYouMean(first, known), command);
     }
     complain("\"" + first + "\" is one argument too many", command);
 }
@@ -609,7 +616,7 @@ public:
         fields_ = addFields(app_, fieldsOptions_, separateFields_);
         thumbnail_ = addThumbnail(app_, thumbnailOptions_, shrinkPicture_);
         black_ = addBlack(app_, blackOptions_);
-        effects_ = app_.add_subcommand("effects", "List the effects, or check effect files");
+        effects_ = app_.add_subcommand("effects", "List, check or describe effects");
         list_ = effects_->add_subcommand("list", "List the effects that can be used by name");
         addDevice(*list_, listOptions_.device);
         list_->add_flag("--json", listOptions_.json, "Print JSON");
@@ -624,6 +631,12 @@ public:
                            "Print a page with pictures of the layouts");
         watch_ = addWatch(*effects_, watchOptions_, watchSettings_);
         lut_ = addLut(app_, lutOptions_);
+        describe_ =
+            effects_->add_subcommand("describe", "Show an effect's techniques, parameters and textures");
+        describe_->add_option("FILE", describeOptions_.file, "An effect file, or a name of the catalogue")
+            ->option_text(" ");
+        describe_->add_flag("--json", describeOptions_.json, "Print JSON");
+        describe_->footer(describeFooter);
         devices_ = app_.add_subcommand("devices", "List the devices that conversions can run on");
         devices_->add_flag("--json", devicesOptions_.json, "Print JSON");
         for (CLI::App* command : app_.get_subcommands({})) {
@@ -635,6 +648,7 @@ public:
         for (CLI::App* command : lut_->get_subcommands({})) {
             command->group("Commands");
         }
+        describe_->group("Commands");
         app_.footer(mainFooter); // last, because commands take over their parent's
     }
 
@@ -711,6 +725,11 @@ private:
         if (lut_->parsed()) {
             return lutCommand();
         }
+        if (describe_->parsed()) {
+            refuseExtras(*describe_, "effects describe");
+            requireValue(describeOptions_.file, "FILE", "effects describe");
+            return describeOptions_;
+        }
         if (devices_->parsed()) {
             refuseExtras(*devices_, "devices");
             return devicesOptions_;
@@ -777,6 +796,7 @@ private:
     EffectsCheckOptions checkOptions_;
     EffectsWatchOptions watchOptions_;
     std::vector<std::string> watchSettings_;
+    EffectsDescribeOptions describeOptions_;
     DevicesOptions devicesOptions_;
     CLI::App* convert_ = nullptr;
     CLI::App* fields_ = nullptr;
@@ -787,6 +807,7 @@ private:
     CLI::App* list_ = nullptr;
     CLI::App* check_ = nullptr;
     CLI::App* watch_ = nullptr;
+    CLI::App* describe_ = nullptr;
     CLI::App* devices_ = nullptr;
     CLI::App* lut_ = nullptr;
     LutOptions lutOptions_;

@@ -62,13 +62,20 @@ struct EffectsWatchOptions
     std::string device;
 };
 
+struct EffectsDescribeOptions
+{
+    std::filesystem::path file;
+    bool json = false;
+};
+
 struct DevicesOptions
 {
     bool json = false;
 };
 
 using Command = std::variant<ShowText, ConvertOptions, BlackOptions, EffectsListOptions, EffectsCheckOptions,
-                             EffectsWatchOptions, FormatsOptions, LutOptions, DevicesOptions>;
+                             EffectsWatchOptions, EffectsDescribeOptions, FormatsOptions, LutOptions,
+                             DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

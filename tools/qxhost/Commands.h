@@ -16,6 +16,7 @@ ExitCode runBlack(const BlackOptions& options, Console& console);
 ExitCode runFormats(const FormatsOptions& options, Console& console);
 ExitCode runEffectsWatch(const EffectsWatchOptions& options, Console& console);
 ExitCode runLut(const LutOptions& options, Console& console);
+ExitCode runEffectsDescribe(const EffectsDescribeOptions& options, Console& console);
 ExitCode runDevices(const DevicesOptions& options, Console& console);
 
 /// Converts on the host that is running, without a word. Throws Failure.

@@ -1,6 +1,7 @@
 #include "tools/qxhost/EffectChain.h"
 
 #include "QxFxResources/Manager.h"
+#include "host/core/Suggestion.h"
 #include "host/gpu/GPUService.h"
 #include "image/TechniqueApplication.h"
 #include "platform/Text.h"
@@ -8,7 +9,7 @@
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/HostSession.h"
 #include "tools/qxhost/LutFile.h"
-#include "tools/qxhost/Suggestion.h"
+#include "tools/qxhost/Wording.h"
 
 #include <algorithm>
 #include <utility>
@@ -65,7 +66,7 @@ LightweightString<char> chooseTechnique(const iShaderEffect& effect, const Effec
     }
     if (std::find(known.begin(), known.end(), request.technique) == known.end()) {
         throw Failure(ExitCode::effect, request.file + ": has no technique \"" + request.technique + "\"" +
-                                            didYouMean(request.technique, known) + "; it has " +
+                                            Host::didYouMean(request.technique, known) + "; it has " +
                                             listed(known));
     }
     return LightweightString<char>(std::string_view(request.technique));
@@ -76,7 +77,7 @@ LightweightString<char> chooseTechnique(const iShaderEffect& effect, const Effec
 {
     const std::vector<std::string> known = Host::settableParameters(effect);
     throw Failure(ExitCode::effect, request.file + ": has no parameter \"" + setting.name + "\"" +
-                                        didYouMean(setting.name, known) + "; it has " +
+                                        Host::didYouMean(setting.name, known) + "; it has " +
                                         (known.empty() ? "none" : listed(known)));
 }
 

@@ -1,9 +1,10 @@
 #include "tools/qxhost/EffectFile.h"
 
 #include "QxFxResources/Manager.h"
+#include "host/core/Suggestion.h"
 #include "platform/Text.h"
 #include "tools/qxhost/Failure.h"
-#include "tools/qxhost/Suggestion.h"
+#include "tools/qxhost/Wording.h"
 
 #include <algorithm>
 
@@ -53,8 +54,8 @@ const ShaderEffectInfo* findRecord(const std::string& nameOrPath)
         known.push_back(narrow(info.name));
     }
     throw Failure(ExitCode::effect,
-                  name + ": there is neither an effect nor a file of this name" + didYouMean(name, known) +
-                      "; " +
+                  name + ": there is neither an effect nor a file of this name" +
+                      Host::didYouMean(name, known) + "; " +
                       (known.empty() ? "no effects are installed where the setting shaders_dir points"
                                      : "the effects are " + listed(known)));
 }

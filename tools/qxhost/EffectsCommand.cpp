@@ -1,7 +1,9 @@
 #include "QxFxResources/Manager.h"
 #include "host/core/Printable.h"
+#include "host/gpu/EffectFiles.h"
 #include "platform/Text.h"
 #include "tools/qxhost/Commands.h"
+#include "tools/qxhost/EffectData.h"
 #include "tools/qxhost/EffectFile.h"
 #include "tools/qxhost/HostSession.h"
 #include "tools/qxhost/Json.h"
@@ -60,6 +62,7 @@ struct CheckResult
     ExitCode code = ExitCode::ok;
     std::string messages;
     std::size_t techniques = 0;
+    std::vector<Host::Diagnostic> diagnostics{};
 };
 
 CheckResult missing(const std::filesystem::path& file, const char* why)
@@ -79,8 +82,9 @@ CheckResult compile(const std::filesystem::path& file)
             result.effect ? result.effect->getTechniqueNames().size() : 0};
 }
 
-/// Checks a file; a name that is no file may be one of the catalogue.
-CheckResult check(const std::filesystem::path& named)
+/// Checks a file; a name that is no file may be one of the catalogue. `asData`: with its diagnostics, which
+/// the library gives as text alone.
+CheckResult check(const std::filesystem::path& named, bool asData)
 {
     std::error_code error;
     const std::filesystem::path file =
@@ -91,7 +95,12 @@ CheckResult check(const std::filesystem::path& named)
     if (!std::filesystem::is_regular_file(file, error)) {
         return missing(file, "is no file; name the effect file itself");
     }
-    return compile(file);
+    CheckResult result = compile(file);
+    if (asData) {
+        const LightweightString<char> path(std::string_view(file.native()));
+        result.diagnostics = Host::compileFile(fromUTF8(path), {}).diagnostics;
+    }
+    return result;
 }
 
 std::string verdict(const CheckResult& result)
@@ -119,7 +128,8 @@ Json describe(const CheckResult& result)
     return {{"file", result.file.string()},
             {"ok", result.code == ExitCode::ok},
             {"techniques", result.techniques},
-            {"messages", result.messages}};
+            {"messages", result.messages},
+            {"diagnostics", diagnosticsData(result.diagnostics)}};
 }
 
 } // namespace
@@ -146,7 +156,7 @@ ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console)
     Json report = Json::array();
     ExitCode worst = ExitCode::ok;
     for (const std::filesystem::path& file : options.files) {
-        const CheckResult result = check(file);
+        const CheckResult result = check(file, options.json);
         worst = std::max(worst, result.code);
         report.push_back(describe(result));
         if (!options.json || result.code == ExitCode::input) {

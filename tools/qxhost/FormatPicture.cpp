@@ -42,7 +42,7 @@ std::string drawCells(const std::string& name, const std::vector<Cell>& cells)
 /// Boxes that are one unit of memory each, with their byte above, in rows of as many as read well.
 std::string drawUnits(const std::vector<ComponentBits>& parts)
 {
-    constexpr std::size_t cellsInRow = 16;
+    constexpr std::size_t cellsInRow = 8;
     std::string text;
     std::vector<Cell> cells;
     for (const ComponentBits& part : parts) {

@@ -2,7 +2,6 @@
 #include "tools/qxhost/FormatPicture.h"
 #include "tools/qxhost/Json.h"
 #include "tools/qxhost/PixelFormat.h"
-#include "tools/qxhost/Suggestion.h"
 #include "tools/qxhost/media/StoredContainers.h"
 
 #include <algorithm>

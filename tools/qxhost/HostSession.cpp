@@ -53,6 +53,12 @@ HostSession::HostSession(const std::string& device, Console* console, Output out
     }
 }
 
+HostSession::HostSession(Console& console)
+{
+    start({}, true);
+    tellComplaints(console);
+}
+
 HostSession::~HostSession()
 {
     Host::stop();

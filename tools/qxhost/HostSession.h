@@ -24,6 +24,9 @@ public:
     /// settings and the log is told to the console, if there is one.
     explicit HostSession(const std::string& device, Console* console = nullptr,
                          Output output = Output::quiet);
+
+    /// For what needs the host but no device: none is looked for.
+    explicit HostSession(Console& console);
     ~HostSession();
     HostSession(const HostSession&) = delete;
     HostSession& operator=(const HostSession&) = delete;

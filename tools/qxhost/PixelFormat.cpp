@@ -1,8 +1,9 @@
 #include "tools/qxhost/PixelFormat.h"
 
+#include "host/core/Suggestion.h"
 #include "host/surfaces/RowGeometry.h"
 #include "tools/qxhost/Failure.h"
-#include "tools/qxhost/Suggestion.h"
+#include "tools/qxhost/Wording.h"
 
 #include <algorithm>
 #include <charconv>
@@ -102,7 +103,7 @@ PixelFormat parsePixelFormat(const std::string& option, const std::string& text)
         }
         throw Failure(ExitCode::usage, fmt::format("{}: there is no pixel format \"{}\"{}; 'qxhost formats' "
                                                    "lists them",
-                                                   option, text, didYouMean(word, words)));
+                                                   option, text, Host::didYouMean(word, words)));
     }
     return {info, colon == std::string::npos ? info->usualDepth
                                              : parseDepth(option, *info, text.substr(colon + 1))};

@@ -36,6 +36,10 @@ struct Run
         return runEffectsWatch(options, console);
     }
     ExitCode operator()(const LutOptions& options) const { return runLut(options, console); }
+    ExitCode operator()(const EffectsDescribeOptions& options) const
+    {
+        return runEffectsDescribe(options, console);
+    }
     ExitCode operator()(const DevicesOptions& options) const { return runDevices(options, console); }
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -16,7 +17,7 @@ namespace {
 unsigned char* row(const Surface& surface, unsigned y)
 {
     return static_cast<unsigned char*>(surface.getHostImage()->map(iHostImage::Write)) +
-           y * surface.getRowPitch();
+           std::size_t{y} * surface.getRowPitch();
 }
 
 /// The code of component i (Cb Y Cr Y ...) of a test row.
@@ -33,7 +34,7 @@ Surface v210Surface(unsigned width, unsigned height, bool bottomUp = false)
         for (unsigned word = 0; word < surface.getRowPitch() / 4; ++word) {
             const std::uint32_t packed =
                 codeAt(3 * word, y) | codeAt(3 * word + 1, y) << 10 | codeAt(3 * word + 2, y) << 20;
-            std::memcpy(row(surface, y) + 4 * word, &packed, 4);
+            std::memcpy(row(surface, y) + std::size_t{4} * word, &packed, 4);
         }
     }
     return surface;
@@ -42,7 +43,7 @@ Surface v210Surface(unsigned width, unsigned height, bool bottomUp = false)
 std::uint16_t word(const Surface& surface, unsigned y, unsigned i)
 {
     std::uint16_t value;
-    std::memcpy(&value, row(surface, y) + 2 * i, 2);
+    std::memcpy(&value, row(surface, y) + std::size_t{2} * i, 2);
     return value;
 }
 

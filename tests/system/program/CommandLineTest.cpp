@@ -83,6 +83,7 @@ TEST_F(CommandLine, every_command_has_help)
     expectHelp({"convert", "a", "b", "-h"}, {"Usage: qxhost convert INPUT OUTPUT"});
     expectHelp({"effects", "--help"}, {"list", "check"});
     expectHelp({"effects", "check", "--help"}, {"Usage: qxhost effects check FILE..."});
+    expectHelp({"effects", "describe", "--help"}, {"Usage: qxhost effects describe FILE", "--json"});
     expectHelp({"effects", "list", "--help"}, {"--json"});
     expectHelp({"devices", "--help"}, {"--json"});
     expectHelp({"fields", "--help"}, {"Usage: qxhost fields INPUT OUTPUT", "--order"});
@@ -120,6 +121,8 @@ TEST_F(CommandLine, missing_and_superfluous_arguments_are_named)
     expectUsageError({"convert", "a.mov"}, {"OUTPUT is missing"});
     expectUsageError({"convert", "a.mov", "b.mov", "c.mov"}, {"\"c.mov\"", "too many"});
     expectUsageError({"effects", "check"}, {"FILE is missing"});
+    expectUsageError({"effects", "describe"}, {"FILE is missing"});
+    expectUsageError({"effects", "describe", "a.fx", "b.fx"}, {"\"b.fx\"", "too many"});
     expectUsageError({"devices", "all"}, {"\"all\"", "too many"});
     expectUsageError({"convert", "a.mov", "b.mov", "--matrix"}, {"--matrix"});
 }

@@ -195,10 +195,77 @@ TEST_F(Effects, checking_prints_the_messages_and_answers_by_exit_code)
     const auto report =
         nlohmann::json::parse(qxhost({"effects", "check", "--json", "tint.fx", "broken.fx"}).out);
     EXPECT_EQ(report[0]["ok"], true);
+    EXPECT_EQ(report[0]["diagnostics"], nlohmann::json::array());
     EXPECT_EQ(report[1]["ok"], false);
     EXPECT_NE(report[1]["messages"].get<std::string>().find("missing"), std::string::npos);
+    const auto expected = nlohmann::json::parse(R"({
+        "severity": "error", "file": "broken.fx", "line": 1, "column": 53,
+        "text": "there is no function 'missing'", "technique": "T", "pass": "P", "otherPasses": 0,
+        "excerpt": "technique T { pass P { PixelShader = compile ps_3_0 missing(); } }", "caret": 52})");
+    ASSERT_EQ(report[1]["diagnostics"].size(), 1U);
+    EXPECT_EQ(report[1]["diagnostics"][0], expected);
 
     EXPECT_EQ(qxhost({"effects", "check", "absent.fx"}).exitCode, 3);
+}
+
+TEST_F(Effects, describing_shows_what_an_effect_has)
+{
+    write(
+        "glow.fx",
+        "texture Input < string Label = \"Picture\"; >;\n"
+        "sampler S = sampler_state { Texture = <Input>; MagFilter = Linear; AddressV = Wrap; };\n"
+        "float amount < string Label = \"Amount\"; float Min = -1; float Max = 2.5; > = 0.5;\n"
+        "float3x2 m = { 1, 2, 3, 4, 5, 6 };\n"
+        "bool on[2] = { true, false };\n"
+        "float2 size : TARGETSIZE;\n"
+        "float4 f(float2 uv : TEXCOORD0) : COLOR\n"
+        "{ return tex2D(S, uv) * amount + m._m00 + on[0] + size.x; }\n"
+        "technique Glow < string Label = \"Glow\"; >\n"
+        "{ pass First { PixelShader = compile ps_3_0 f(); } pass { PixelShader = compile ps_3_0 f(); } }\n");
+    const Outcome shown = qxhost({"effects", "describe", "glow.fx"});
+    EXPECT_EQ(shown.exitCode, 0) << shown.err;
+    EXPECT_EQ(shown.out, "TECHNIQUE  PASSES            LABEL\n"
+                         "Glow       First, (unnamed)  Glow\n"
+                         "\n"
+                         "PARAMETER  TYPE      DEFAULT               RANGE      LABEL\n"
+                         "amount     float     0.5                   -1 to 2.5  Amount\n"
+                         "m          float3x2  1, 2, 3, 4, 5, 6\n"
+                         "on         bool[2]   true, false\n"
+                         "size       float2    (size of the target)\n"
+                         "\n"
+                         "TEXTURE  LABEL\n"
+                         "Input    Picture\n"
+                         "\n"
+                         "SAMPLER  TEXTURE  FILTER  ADDRESS\n"
+                         "S        Input    Linear  Clamp, Wrap\n");
+
+    const auto data = nlohmann::json::parse(qxhost({"effects", "describe", "glow.fx", "--json"}).out);
+    EXPECT_EQ(data["ok"], true);
+    EXPECT_EQ(data["techniques"][0]["passes"][0],
+              nlohmann::json::parse(R"({"name": "First", "samplers": ["S"]})"));
+    EXPECT_EQ(data["parameters"][0],
+              nlohmann::json::parse(R"({"name": "amount", "type": "float", "default": [0.5],
+        "minimum": -1.0, "maximum": 2.5, "label": "Amount", "annotations": [
+            {"type": "string", "name": "Label", "value": "Amount"}, {"type": "float", "name": "Min", "value": "-1"},
+            {"type": "float", "name": "Max", "value": "2.5"}]})"));
+    EXPECT_EQ(data["parameters"][1]["default"], nlohmann::json({1.0, 2.0, 3.0, 4.0, 5.0, 6.0}));
+    EXPECT_EQ(data["parameters"][2]["default"], nlohmann::json({true, false}));
+    EXPECT_EQ(data["parameters"][3]["filledWith"], "size of the target");
+    EXPECT_EQ(data["samplers"][0]["addressV"], "Wrap");
+}
+
+TEST_F(Effects, describing_what_does_not_compile_gives_the_messages)
+{
+    write("broken.fx", "float x = ;\n");
+    const Outcome shown = qxhost({"effects", "describe", "broken.fx"});
+    EXPECT_EQ(shown.exitCode, 1);
+    EXPECT_EQ(shown.out, "");
+    EXPECT_NE(shown.err.find("broken.fx:1:7: error: "), std::string::npos) << shown.err;
+    const auto data = nlohmann::json::parse(qxhost({"effects", "describe", "--json", "broken.fx"}).out);
+    EXPECT_EQ(data["ok"], false);
+    EXPECT_EQ(data["diagnostics"][0]["column"], 7);
+    EXPECT_EQ(qxhost({"effects", "describe", "absent.fx"}).exitCode, 3);
+    EXPECT_EQ(qxhost({"effects", "describe", "cc3.fx"}).exitCode, 0);
 }
 
 TEST_F(Effects, a_missing_file_does_not_keep_the_others_from_being_checked)

@@ -98,21 +98,22 @@ TEST_F(PixelFormats, what_ffmpeg_writes_comes_in_to_the_same_samples)
 {
     makeClip("deep.mkv", "yuv422p10le");
     ffmpeg({"-i", "deep.mkv", "-c:v", "v210", "v210.mov"});
-    // Upper bits first: a word of y216 is the 10-bit code times 64.
-    ffmpeg({"-i", "deep.mkv", "-f", "rawvideo", "-pix_fmt", "yuv422p10le", "planar.raw"});
+    // Upper bits first: a word of y216 is the 10-bit code times 64. (FFmpeg's encoder has kept codes clear of
+    // the reserved ones, so what counts is what it wrote.)
+    ffmpeg({"-i", "v210.mov", "-f", "rawvideo", "-pix_fmt", "yuv422p10le", "planar.raw"});
     succeed({"convert", "v210.mov", "tape.y216"});
     ffmpeg({"-f", "rawvideo", "-pix_fmt", "y210le", "-s", "50x22", "-i", "tape.y216", "-f", "rawvideo",
             "-pix_fmt", "yuv422p10le", "again.raw"});
-    EXPECT_EQ(read(at("again.raw")), read(at("planar.raw")));
+    EXPECT_TRUE(read(at("again.raw")) == read(at("planar.raw")));
 
     makeClip("rgb.mkv", "gbrp16le");
     ffmpeg({"-i", "rgb.mkv", "-c:v", "rawvideo", "-pix_fmt", "rgb48be", "b48r.mov"});
     ffmpeg({"-i", "rgb.mkv", "-f", "rawvideo", "-pix_fmt", "rgb48le", "rgb.raw"});
     succeed({"convert", "b48r.mov", "rgb.b48r"});
-    EXPECT_EQ(read(at("rgb.b48r")), read(at("rgb.raw")));
+    EXPECT_TRUE(read(at("rgb.b48r")) == read(at("rgb.raw")));
     succeed({"convert", "rgb.b48r", "b64a.mov", "--size", "50x22", "--format", "b64a"});
     succeed({"convert", "b64a.mov", "rgb.bgr3", "--format", "bgr3:16"});
-    EXPECT_EQ(read(at("rgb.bgr3")), read(at("rgb.raw")));
+    EXPECT_TRUE(read(at("rgb.bgr3")) == read(at("rgb.raw")));
 }
 
 TEST_F(PixelFormats, raw_frames_keep_their_codes_from_format_to_format)
@@ -135,7 +136,7 @@ TEST_F(PixelFormats, raw_frames_keep_their_codes_from_format_to_format)
     EXPECT_EQ(outcome.err.find("BT.601"), std::string::npos) << outcome.err; // nothing depends on a guess
     succeed({"convert", "clip.uyvy", "tape.raw", "--size", "50x22", "--format", "v210"});
     succeed({"convert", "tape.raw", "again.yv12", "--raw", "v210", "--size", "50x22"});
-    EXPECT_EQ(read(at("again.yv12")), yv12);
+    EXPECT_TRUE(read(at("again.yv12")) == yv12);
 }
 
 TEST_F(PixelFormats, rows_may_be_padded_and_the_rate_is_the_one_said)

@@ -1,10 +1,14 @@
-#include "tools/qxhost/Suggestion.h"
+#include "host/core/Suggestion.h"
+#include "tools/qxhost/Wording.h"
 
 #include <gtest/gtest.h>
 
 namespace Qx::Program {
 
 namespace {
+
+using Host::closest;
+using Host::didYouMean;
 
 const std::vector<std::string> names{"gain", "gainRed", "gamma", "saturation"};
 

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace Qx::Host::Effects {
+
+/// A line of a file as a message shows it.
+struct Excerpt
+{
+    std::string text; ///< printable, at most about a hundred terminal cells wide; empty for a blank line
+    std::uint32_t caret = 0; ///< of the column, in terminal cells from 0
+};
+
+/// The given line of the text around the given column, both from 1.
+Excerpt excerptOf(std::string_view text, std::uint32_t line, std::uint32_t column);
+
+} // namespace Qx::Host::Effects

@@ -75,6 +75,9 @@ public:
     /// The catalogue in scan order. Valid until fini() or recompileAll().
     const Qx::Vector<ShaderEffectInfo>& effects() const noexcept { return effects_; }
 
+    /// What the catalogue's effects are compiled with.
+    const Qx::Vector<iShaderEffect::CompilerDefinition>& definitions() const noexcept { return definitions_; }
+
     ~Manager();
     Manager(const Manager&) = delete;
     Manager& operator=(const Manager&) = delete;

@@ -27,7 +27,7 @@ void MarkdownReport::ReportRuns(const std::vector<Run>& runs)
     }
 }
 
-bool MarkdownReport::write(const std::string& path) const
+bool MarkdownReport::write(const std::string& path, const std::string& catalogue) const
 {
     // A pass is compared with the device's own copy of as many bytes, the least that it could cost; what is
     // more than a pass, with that of an RGB frame of its depth.
@@ -64,6 +64,9 @@ bool MarkdownReport::write(const std::string& path) const
             page << fmt::format("| {} | {:.3g} {} |\n", row.name, row.time, row.unit);
         }
     }
+    page << "\n## Starting with a catalogue of effects\n\n"
+            "Each start is a process of its own. The first one finds all caches empty, the driver's too.\n\n"
+         << catalogue;
     page.flush();
     return page.good();
 }

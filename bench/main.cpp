@@ -1,3 +1,4 @@
+#include "bench/Catalogue.h"
 #include "bench/MarkdownReport.h"
 #include "host/Host.h"
 
@@ -7,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 namespace Qx::Bench {
 void registerConversions();
@@ -18,6 +20,10 @@ void registerTechniqueApplication();
 /// qx_bench [--markdown=FILE] [Google Benchmark's options]
 int main(int argc, char** argv)
 {
+    setenv("QX_SHADERS_DIR", QX_SHADERS_FOLDER, 0);
+    if (argc == 2 && std::string_view(argv[1]).starts_with(Qx::Bench::catalogueOption)) {
+        return Qx::Bench::runCatalogue(argv[1] + Qx::Bench::catalogueOption.size());
+    }
     constexpr const char* markdownOption = "--markdown=";
     std::string markdown;
     if (argc > 1 && std::strncmp(argv[1], markdownOption, std::strlen(markdownOption)) == 0) {
@@ -31,7 +37,7 @@ int main(int argc, char** argv)
         return 2;
     }
 
-    setenv("QX_SHADERS_DIR", QX_SHADERS_FOLDER, 0);
+    setenv("QX_CACHE", "0", 1);                                 // compilation is what is measured
     const char* const arguments[] = {"qx_bench", "-transcode"}; // nothing compiles in the background
     Qx::Host::StartOptions options;
     options.argc = 2;
@@ -44,12 +50,15 @@ int main(int argc, char** argv)
     Qx::Bench::registerStartUp();
     Qx::Bench::MarkdownReport report;
     benchmark::RunSpecifiedBenchmarks(&report);
-    const bool written = markdown.empty() || report.write(markdown);
+    unsetenv("QX_CACHE");
+    const std::string catalogue = Qx::Bench::measureCatalogue();
+    std::printf("\n%s", catalogue.c_str());
+    const bool written = markdown.empty() || report.write(markdown, catalogue);
     if (!written) {
         std::fprintf(stderr, "%s: cannot be written\n", markdown.c_str());
     }
     benchmark::ClearRegisteredBenchmarks(); // they hold surfaces
     benchmark::Shutdown();
     Qx::Host::stop();
-    return written ? 0 : 1;
+    return written && !catalogue.empty() ? 0 : 1;
 }

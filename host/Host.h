@@ -79,6 +79,24 @@ QX_HOST_API LightweightString<char> textSetting(const char* key);
 /// that nobody knows are among it. Each is answered once. Not quiet, the host shows them itself.
 QX_HOST_API Vector<LightweightString<char>> takeComplaints();
 
+/// What is kept on disk between runs, to start faster. Any process of the user's may share it.
+struct CacheInfo
+{
+    LightweightString<char> directory; ///< where it is kept, or would be
+    bool enabled = false;              ///< the setting `cache`, with a bound of more than nothing
+    std::uint64_t limitBytes = 0;      ///< the bound of all files together, from the setting `cache_mib`
+    std::uint64_t effects = 0;         ///< compiled effects
+    std::uint64_t effectBytes = 0;
+    std::uint64_t pipelines = 0; ///< devices and drivers whose pipelines are kept
+    std::uint64_t pipelineBytes = 0;
+};
+
+QX_HOST_API CacheInfo cacheInfo();
+
+/// Removes everything that is kept, also while other processes use it: they make it anew. Empty, or why not
+/// all of it could be removed.
+QX_HOST_API LightweightString<char> clearCache();
+
 /// Has the watchdog watch the thread that makes it, for as long as it lives: a line in the log says so when
 /// the thread does not report for that long.
 class QX_HOST_API WatchedThread

@@ -41,19 +41,12 @@ public:
         }
     }
 
-    EffectCompilation result(const std::filesystem::path& file)
+    EffectCompilation result()
     {
         EffectCompilation result;
         result.diagnostics = problems_.take();
         result.messages = messageText(result.diagnostics);
-        for (std::uint32_t i = 0; i < files_.size(); ++i) {
-            if (!files_[i].path.empty()) {
-                result.files.push_back(files_[i].path);
-            }
-        }
-        if (result.files.empty()) {
-            result.files.push_back(file);
-        }
+        result.inputs = files_.inputs();
         if (!problems_.failed()) {
             result.effect = std::make_shared<const CompiledEffect>(std::move(effect_));
         }
@@ -217,7 +210,7 @@ EffectCompilation compileEffect(const std::filesystem::path& file, const EffectC
     try {
         Compilation compilation;
         compilation.run(file, options);
-        return compilation.result(file);
+        return compilation.result();
     } catch (...) {
         // Even the message could not be made: memory has run out.
         return {};

@@ -19,24 +19,6 @@ constexpr std::uint32_t roundUp(std::uint32_t value, std::uint32_t to)
     return (value + to - 1) / to * to;
 }
 
-/// Alignment of the parameter, and the bytes from one row or element to the next.
-struct Placement
-{
-    std::uint32_t alignment = 4;
-    std::uint32_t rowStride = 0;
-    std::uint32_t bytes = 4;
-};
-
-Placement place(const CompiledEffect::Parameter& parameter)
-{
-    const std::uint32_t rowBytes = parameter.columns * 4;
-    const bool strided = parameter.rows > 1 || parameter.elements > 0;
-    if (strided) {
-        return {16, 16, parameter.rows * std::max(parameter.elements, 1U) * 16};
-    }
-    return {parameter.columns == 1 ? 4U : parameter.columns == 2 ? 8U : 16U, rowBytes, rowBytes};
-}
-
 std::array<std::byte, 4> encode(double value, CompiledEffect::ScalarType type)
 {
     std::array<std::byte, 4> bytes{};
@@ -53,7 +35,8 @@ std::array<std::byte, 4> encode(double value, CompiledEffect::ScalarType type)
 }
 
 std::vector<std::byte> encodeDefault(const EffectSyntax::Parameter& syntax,
-                                     const CompiledEffect::Parameter& parameter, const Placement& placement)
+                                     const CompiledEffect::Parameter& parameter,
+                                     const ParameterPlacement& placement)
 {
     std::vector<std::byte> bytes(parameter.bytes);
     if (!syntax.defaultValue) {
@@ -163,7 +146,7 @@ void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effe
     parameter.elements = syntax.elements;
     parameter.annotations = plainAnnotations(syntax.annotations);
     tolerate(problems, [&] { resolveSemantic(syntax, effect, parameter, problems); });
-    const Placement placement = place(parameter);
+    const ParameterPlacement placement = placementOf(parameter);
     parameter.offset = roundUp(effect.uniformBytes, placement.alignment);
     parameter.bytes = placement.bytes;
     tolerate(problems, [&] { parameter.defaultValue = encodeDefault(syntax, parameter, placement); });
@@ -189,6 +172,16 @@ void resolveSampler(const EffectSyntax::Sampler& syntax, CompiledEffect& effect,
 }
 
 } // namespace
+
+ParameterPlacement placementOf(const CompiledEffect::Parameter& parameter)
+{
+    const std::uint32_t rowBytes = parameter.columns * 4;
+    const bool strided = parameter.rows > 1 || parameter.elements > 0;
+    if (strided) {
+        return {16, 16, parameter.rows * std::max(parameter.elements, 1U) * 16};
+    }
+    return {parameter.columns == 1 ? 4U : parameter.columns == 2 ? 8U : 16U, rowBytes, rowBytes};
+}
 
 std::vector<CompiledEffect::Annotation>
 plainAnnotations(const std::vector<EffectSyntax::Annotation>& annotations)

@@ -99,6 +99,7 @@ std::uint32_t Preprocessor::open(const std::filesystem::path& path, Location fro
         from.file = file;
     }
     if (!regular || error) {
+        files_.noteInput(path, std::nullopt);
         throw CompileError(from, "cannot read " + inQuotes(path.string()) +
                                      (error ? ": " + error.message() : ": it is not a regular file"));
     }
@@ -110,6 +111,7 @@ std::uint32_t Preprocessor::open(const std::filesystem::path& path, Location fro
     std::string text(static_cast<std::size_t>(bytes), '\0');
     std::ifstream stream(path, std::ios::binary);
     stream.read(text.data(), static_cast<std::streamsize>(bytes));
+    files_.noteInput(path, stream ? std::optional(Cache::digestOf(text)) : std::nullopt);
     if (!stream) {
         throw CompileError(from, "cannot read " + inQuotes(path.string()) + " to its end");
     }
@@ -351,6 +353,7 @@ std::filesystem::path Preprocessor::findInclude(const std::string& name, const T
         if (std::filesystem::is_regular_file(candidate, error)) {
             return candidate;
         }
+        files_.noteInput(candidate, std::nullopt);
         searched += (searched.empty() ? "" : ", ") + (directory.empty() ? "." : directory.string());
         addFilesOf(candidate.parent_path(), neighbours);
     }

@@ -248,4 +248,11 @@ std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl)
     return shaders;
 }
 
+std::string shaderCompilerVersion()
+{
+    const glslang::Version version = glslang::GetVersion();
+    return "glslang " + std::to_string(version.major) + '.' + std::to_string(version.minor) + '.' +
+           std::to_string(version.patch) + version.flavor + ", " + spvSoftwareVersionDetailsString();
+}
+
 } // namespace Qx::Host::Effects

@@ -30,4 +30,7 @@ inline constexpr const char* fetchFunctions[] = {"qxfx_tex2Dfetch", "qxfx_tex3Df
 /// it, several at once.
 std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl);
 
+/// The versions of the libraries that the shaders come from.
+std::string shaderCompilerVersion();
+
 } // namespace Qx::Host::Effects

@@ -16,6 +16,13 @@ std::string_view SourceFiles::keep(std::string text)
     return kept_.emplace_back(std::move(text));
 }
 
+void SourceFiles::noteInput(const std::filesystem::path& path, std::optional<Cache::Digest> content)
+{
+    if (inputNames_.insert(path.native()).second) {
+        inputs_.push_back({path, content});
+    }
+}
+
 std::uint32_t SourceFiles::addMacroNote(std::string_view macro, Location bodyToken)
 {
     notes_.push_back({macro, bodyToken});

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/effects/EffectInput.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -7,6 +9,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -54,6 +57,10 @@ public:
     /// Keeps text that the preprocessor made; the view is valid as long as this object.
     std::string_view keep(std::string text);
 
+    /// Remembers the answer to the first look-up of a file.
+    void noteInput(const std::filesystem::path& path, std::optional<Cache::Digest> content);
+    const std::vector<EffectInput>& inputs() const { return inputs_; }
+
     std::uint32_t addMacroNote(std::string_view macro, Location bodyToken);
 
     /// "FILE:LINE:COLUMN".
@@ -66,6 +73,8 @@ private:
     std::deque<File> files_;
     std::deque<std::string> kept_;
     std::vector<MacroNote> notes_{{}};
+    std::vector<EffectInput> inputs_;
+    std::unordered_set<std::string> inputNames_;
 };
 
 /// What is wrong with an effect, and where. As an exception it ends the reading of the thing that it is about

@@ -226,6 +226,19 @@ std::vector<VkPhysicalDevice> Instance::physicalDevices() const
     return devices;
 }
 
+std::array<std::byte, VK_UUID_SIZE> uuidOf(VkPhysicalDevice physical)
+{
+    VkPhysicalDeviceIDProperties identity{};
+    identity.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_ID_PROPERTIES;
+    VkPhysicalDeviceProperties2 properties{};
+    properties.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_PROPERTIES_2;
+    properties.pNext = &identity;
+    vkGetPhysicalDeviceProperties2(physical, &properties);
+    std::array<std::byte, VK_UUID_SIZE> uuid{};
+    std::memcpy(uuid.data(), identity.deviceUUID, uuid.size());
+    return uuid;
+}
+
 DeviceDescription describe(VkPhysicalDevice physical, std::uint32_t index)
 {
     VkPhysicalDeviceDriverProperties driver{};

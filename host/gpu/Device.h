@@ -4,7 +4,9 @@
 
 #include <vulkan/vulkan_core.h>
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -55,6 +57,9 @@ private:
     VkDebugUtilsMessengerEXT messenger_ = nullptr;
     std::atomic<std::uint64_t> validationMessages_{0};
 };
+
+/// What tells a physical device from the machine's others, in every process.
+std::array<std::byte, VK_UUID_SIZE> uuidOf(VkPhysicalDevice physical);
 
 DeviceDescription describe(VkPhysicalDevice physical, std::uint32_t index);
 

@@ -19,7 +19,7 @@ void destroyPass(Device& device, PassProgram& pass)
 
 std::shared_ptr<EffectProgram> EffectProgram::create(std::shared_ptr<Context> context,
                                                      std::shared_ptr<const CompiledEffect> effect,
-                                                     std::string& messages)
+                                                     PassRefusal& refusal, const Observer& observer)
 {
     std::shared_ptr<EffectProgram> self(new EffectProgram(std::move(context), std::move(effect)));
     self->context_->add(*self);
@@ -28,9 +28,11 @@ std::shared_ptr<EffectProgram> EffectProgram::create(std::shared_ptr<Context> co
         const CompiledEffect::Technique& technique = self->effect_->techniques[i];
         self->techniques_[i].resize(technique.passes.size());
         for (std::size_t p = 0; p < technique.passes.size(); ++p) {
+            if (observer) {
+                observer(i, p);
+            }
             if (!self->createPass(technique.passes[p], self->techniques_[i][p])) {
-                messages += "error: the GPU does not accept technique \"" + technique.name + "\", pass \"" +
-                            technique.passes[p].name + "\"\n";
+                refusal = {technique.name, technique.passes[p].name};
                 return nullptr;
             }
         }

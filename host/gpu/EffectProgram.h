@@ -18,15 +18,26 @@ struct PassProgram
     bool discards = false;                 ///< it may leave pixels as they are
 };
 
+/// A pass that the device does not take.
+struct PassRefusal
+{
+    static constexpr const char* text = "the GPU does not accept the shader";
+    std::string technique;
+    std::string pass;
+};
+
 /// A compiled effect on the device: constant once it is made, shared by whoever draws with it. Its pipelines
 /// are made here, so that none is at the first frame.
 class EffectProgram final : public DeviceObject
 {
 public:
-    /// Null, with messages a line each, when the device does not take the effect. Inside an Operation.
+    /// Told of each pass before its pipelines are made: indices of the technique and of the pass in it.
+    using Observer = std::function<void(std::size_t technique, std::size_t pass)>;
+
+    /// Null, with the refusal, when the device does not take the effect. Inside an Operation.
     static std::shared_ptr<EffectProgram> create(std::shared_ptr<Context> context,
                                                  std::shared_ptr<const CompiledEffect> effect,
-                                                 std::string& messages);
+                                                 PassRefusal& refusal, const Observer& observer = {});
     ~EffectProgram();
     EffectProgram(const EffectProgram&) = delete;
     EffectProgram& operator=(const EffectProgram&) = delete;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 namespace Qx::Host {
@@ -27,11 +28,36 @@ struct GPUOptions
     /// Bytes of released images that are kept for the next ones, host and GPU memory each. Default: as above.
     std::uint64_t poolBytes = 0;
 
+    /// Where compiled effects and pipelines are kept between runs. Empty: nowhere.
+    std::filesystem::path cacheDirectory{};
+
+    /// Bytes that the files there may have. Default: 256 MiB.
+    std::uint64_t cacheBytes = 0;
+
     /// How long shutdown() waits for callers and for the device.
     std::chrono::milliseconds shutdownLimit{10'000};
 
     /// A device on which nothing finishes for so long while somebody waits for it counts as lost.
     std::chrono::milliseconds stallLimit{60'000};
+
+    /// The program of the process that compiles effects and tries them out. Default: qxfxc of the
+    /// installation or build that the host was loaded from.
+    std::string worker{};
+
+    /// Processor time that one step of trying an effect out may take: making a pass's pipelines, a
+    /// technique's first draw. Compiling the file may take 6 times as long, everything together 30 times, and
+    /// by the clock each 4 times its limit. Default: 10 seconds.
+    std::chrono::milliseconds workerStepLimit{0};
+
+    /// Bytes of memory that a worker process may hold. Default: 2 GiB.
+    std::uint64_t workerMemory = 0;
+
+    /// Workers that are busy at once as long as nobody waits for an effect. Default: one a processor core.
+    unsigned workers = 0;
+
+    /// With the first effect that loadEffectFile() loads from a directory, the others there are compiled
+    /// ahead.
+    bool compileAhead = false;
 };
 
 /// One Vulkan device of this machine.

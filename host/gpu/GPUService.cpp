@@ -3,7 +3,9 @@
 #include "host/gpu/DeviceChoice.h"
 #include "host/gpu/EffectFiles.h"
 #include "host/gpu/Images.h"
+#include "host/gpu/PipelineCache.h"
 #include "host/gpu/ShaderEffect.h"
+#include "host/gpu/WarmUp.h"
 
 #include <cstdlib>
 
@@ -54,9 +56,21 @@ bool GPUService::configure(const GPUOptions& options)
     return !started_;
 }
 
+void GPUService::openCacheLocked()
+{
+    constexpr std::uint64_t defaultBytes = 256U << 20U;
+    if (!options_.cacheDirectory.empty()) {
+        cache_ = std::make_shared<Cache::FileStore>(
+            options_.cacheDirectory, options_.cacheBytes != 0 ? options_.cacheBytes : defaultBytes,
+            Vulkan::report);
+        effects_ = std::make_shared<const EffectCache>(cache_, std::string());
+    }
+}
+
 void GPUService::startLocked()
 {
     started_ = true;
+    openCacheLocked();
     const bool validation = options_.validation || environment("QX_VULKAN_VALIDATION") == "1";
     auto instance = Vulkan::Instance::create(validation, failure_);
     if (instance == nullptr) {
@@ -77,10 +91,18 @@ void GPUService::startLocked()
     if (device == nullptr) {
         return;
     }
+    if (cache_ != nullptr) {
+        effects_ =
+            std::make_shared<const EffectCache>(cache_, Vulkan::driverIdentity(physical[*choice.index]));
+        pipelines_ = std::make_shared<Vulkan::PipelineCache>(*device, cache_);
+        pipelines_->load();
+    }
     context_ = Vulkan::Context::create(std::move(instance), std::move(device), options_, failure_);
     if (context_ != nullptr) {
         devices_[*choice.index].chosen = true;
         Vulkan::report(announcement(devices_[*choice.index]));
+    } else {
+        pipelines_ = nullptr;
     }
 }
 
@@ -99,8 +121,36 @@ std::shared_ptr<Vulkan::Context> GPUService::context()
         if (context_ == nullptr) {
             Vulkan::report("GPU: " + failure_);
         }
+        startWorkersLocked();
     }
     return context_;
+}
+
+void GPUService::startWorkersLocked()
+{
+    Worker::EffectWorkersOptions options;
+    options.program = options_.worker;
+    options.cores = options_.workers;
+    options.log = Vulkan::report;
+    options.cache = effects_;
+    if (options_.workerStepLimit.count() > 0) {
+        options.limits.step = options_.workerStepLimit;
+    }
+    if (options_.workerMemory > 0) {
+        options.limits.memoryBytes = options_.workerMemory;
+    }
+    if (context_ != nullptr) {
+        options.hello.device = Vulkan::uuidOf(context_->device().physical());
+        options.hello.validation = context_->instance().isValidating();
+    }
+    workers_ = std::make_shared<Worker::EffectWorkers>(std::move(options));
+}
+
+std::shared_ptr<Worker::EffectWorkers> GPUService::workers()
+{
+    context();
+    const std::lock_guard lock(mutex_);
+    return workers_;
 }
 
 bool GPUService::start()
@@ -122,17 +172,41 @@ std::vector<DeviceDescription> GPUService::listDevices()
     return devices_;
 }
 
+void GPUService::savePipelines(const std::shared_ptr<Vulkan::Context>& context)
+{
+    std::shared_ptr<Vulkan::PipelineCache> pipelines;
+    {
+        const std::lock_guard lock(mutex_);
+        pipelines = pipelines_;
+    }
+    operate<bool>(context, [&](Vulkan::Context&) {
+        if (pipelines != nullptr) {
+            pipelines->save();
+        }
+        return true;
+    });
+}
+
 void GPUService::shutdown()
 {
     std::shared_ptr<Vulkan::Context> context;
+    std::shared_ptr<Worker::EffectWorkers> workers;
     std::chrono::milliseconds limit{};
     {
         const std::lock_guard lock(mutex_);
         shutDown_ = true;
         context = context_;
+        workers = workers_;
         limit = options_.shutdownLimit;
     }
+    if (workers != nullptr) {
+        Vulkan::guarded(false, [&] {
+            workers->close();
+            return true;
+        });
+    }
     if (context != nullptr) {
+        savePipelines(context);
         Vulkan::guarded(false, [&] {
             context->shutdown(limit);
             return true;
@@ -186,31 +260,90 @@ void GPUService::loseDevice()
 Qx::Ptr<iShaderEffect> GPUService::loadEffectFile(const LightweightString<wchar_t>& path,
                                                   const Definitions& definitions)
 {
-    return compileEffectFile(path, definitions).effect;
+    return Vulkan::guarded(Qx::Ptr<iShaderEffect>(), [&] {
+        const Worker::CompileRequest request = compileRequest(path, definitions);
+        compileBeside(request);
+        return compile(request).effect;
+    });
 }
 
 EffectCompileResult GPUService::compileEffectFile(const LightweightString<wchar_t>& path,
                                                   const Definitions& definitions)
 {
-    return Vulkan::guarded(EffectCompileResult(), [&] {
-        EffectCompileResult result;
-        EffectCompilation compilation = compileFile(path, definitions);
-        if (compilation.effect != nullptr) {
-            const std::shared_ptr<Vulkan::Context> context = this->context();
-            const auto program =
-                operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
-                    return Vulkan::EffectProgram::create(device.shared_from_this(), compilation.effect,
-                                                         compilation.messages);
-                });
-            if (program != nullptr) {
-                result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);
-            } else if (compilation.messages.empty()) {
-                compilation.messages = "error: there is no GPU device to run the effect on\n";
-            }
+    return Vulkan::guarded(EffectCompileResult(), [&] { return compile(compileRequest(path, definitions)); });
+}
+
+/// The library loads its catalogue's effects one after another; the processor's other cores can be ahead.
+void GPUService::compileBeside(const Worker::CompileRequest& request)
+{
+    const std::shared_ptr<Worker::EffectWorkers> workers = this->workers();
+    {
+        const std::lock_guard lock(mutex_);
+        std::string place = request.file.parent_path().string();
+        for (const auto& [name, value] : request.options.definitions) {
+            place += '\n' + name + '=' + value;
         }
-        result.errors = compilation.messages.c_str();
-        return result;
+        if (workers == nullptr || !options_.compileAhead || !compiledAhead_.insert(place).second) {
+            return;
+        }
+    }
+    workers->compileAhead(requestsBeside(request));
+}
+
+std::shared_ptr<Vulkan::EffectProgram>
+GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context,
+                        const std::shared_ptr<const CompiledEffect>& effect, Vulkan::PassRefusal& refusal)
+{
+    std::shared_ptr<Vulkan::PipelineCache> pipelines;
+    {
+        const std::lock_guard lock(mutex_);
+        pipelines = pipelines_;
+    }
+    return operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
+        auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
+        if (pipelines != nullptr) {
+            pipelines->countEffect();
+        }
+        return made;
     });
+}
+
+EffectCompilation GPUService::examine(const Worker::CompileRequest& request)
+{
+    EffectCompilation compilation;
+    if (const std::shared_ptr<Worker::EffectWorkers> workers = this->workers()) {
+        compilation = workers->compile(request);
+    } else {
+        refuse(compilation, request.file, "the GPU service is shut down");
+    }
+    return compilation;
+}
+
+EffectCompilation GPUService::examineEffectFile(const LightweightString<wchar_t>& path,
+                                                const Definitions& definitions)
+{
+    return Vulkan::guarded(EffectCompilation(), [&] { return examine(compileRequest(path, definitions)); });
+}
+
+EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)
+{
+    EffectCompileResult result;
+    const std::shared_ptr<Vulkan::Context> context = this->context();
+    EffectCompilation compilation = examine(request);
+    if (compilation.effect != nullptr) {
+        Vulkan::PassRefusal refusal;
+        const auto program = makeProgram(context, compilation.effect, refusal);
+        if (program != nullptr) {
+            Vulkan::WarmUp(program).drawAll();
+            result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);
+        } else if (refusal.technique.empty()) {
+            refuse(compilation, request.file, "there is no GPU device to run the effect on");
+        } else {
+            refuse(compilation, request.file, refusal.text, refusal.technique, refusal.pass);
+        }
+    }
+    result.errors = compilation.messages.c_str();
+    return result;
 }
 
 Qx::Ptr<iGPUComputeContext> GPUService::createComputeContext(int kind)

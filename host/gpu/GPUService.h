@@ -6,16 +6,33 @@
 
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace Qx::Host {
 
+class EffectCache;
+struct CompiledEffect;
+struct EffectCompilation;
+
+namespace Cache {
+class FileStore;
+}
+
 namespace Vulkan {
 class Context;
+class EffectProgram;
+struct PassRefusal;
+class PipelineCache;
 struct FaultInjection;
 } // namespace Vulkan
+
+namespace Worker {
+class EffectWorkers;
+struct CompileRequest;
+} // namespace Worker
 
 /// The GPU service on Vulkan 1.3.
 ///
@@ -23,7 +40,8 @@ struct FaultInjection;
 /// failure() says why. Which device it took goes to the host's log. Any thread may call it.
 ///
 /// An effect's parameter whose semantic the host fills refuses values. A coordinate set that no source sets
-/// spans its whole input. Without shutdown() nothing of Vulkan runs at the end of the process; after it
+/// spans its whole input. Effects are compiled and tried out in worker processes; one that a worker does not
+/// survive is an error message. Without shutdown() nothing of Vulkan runs at the end of the process; after it
 /// operations fail, and what is still held is safe to release.
 class QX_API GPUService final : public iGPUService
 {
@@ -69,6 +87,12 @@ public:
                                           const Definitions& definitions) override;
     EffectCompileResult compileEffectFile(const LightweightString<wchar_t>& path,
                                           const Definitions& definitions) override;
+
+    /// What compiling the file in a worker process comes to, as data; the file's effect is not handed out. It
+    /// needs no device, and without one the effect is not tried out.
+    EffectCompilation examineEffectFile(const LightweightString<wchar_t>& path,
+                                        const Definitions& definitions);
+
     Qx::Ptr<iGPUComputeContext> createComputeContext(int kind) override;
     Qx::Ptr<iGPUImage> createGPUImage(XY<int> size, iGPUImage::eFormat format) override;
     Qx::Ptr<iHostImage> createHostImage(XY<int> size, iGPUImage::eFormat format) override;
@@ -80,7 +104,17 @@ public:
 
 private:
     std::shared_ptr<Vulkan::Context> context();
+    std::shared_ptr<Worker::EffectWorkers> workers();
     void startLocked();
+    void startWorkersLocked();
+    EffectCompilation examine(const Worker::CompileRequest& request);
+    EffectCompileResult compile(const Worker::CompileRequest& request);
+    std::shared_ptr<Vulkan::EffectProgram> makeProgram(const std::shared_ptr<Vulkan::Context>& context,
+                                                       const std::shared_ptr<const CompiledEffect>& effect,
+                                                       Vulkan::PassRefusal& refusal);
+    void compileBeside(const Worker::CompileRequest& request);
+    void openCacheLocked();
+    void savePipelines(const std::shared_ptr<Vulkan::Context>& context);
 
     std::mutex mutex_; // guards all below
     GPUOptions options_;
@@ -88,7 +122,12 @@ private:
     bool shutDown_ = false;
     std::string failure_;
     std::vector<DeviceDescription> devices_;
+    std::shared_ptr<Cache::FileStore> cache_;          ///< null when nothing is kept between runs
+    std::shared_ptr<const EffectCache> effects_;       ///< null without cache_
+    std::shared_ptr<Vulkan::PipelineCache> pipelines_; ///< null without cache_ and without a device
     std::shared_ptr<Vulkan::Context> context_;
+    std::shared_ptr<Worker::EffectWorkers> workers_;
+    std::set<std::string> compiledAhead_; ///< directories, each with the definitions
 };
 
 /// Names of an effect's parameters that take values from a caller, in the file's order. Empty for an effect

@@ -1,10 +1,26 @@
 #include "host/lifecycle/GPUConnection.h"
 
 #include "host/gpu/GPUService.h"
+#include "host/lifecycle/CachePlace.h"
 #include "host/settings/Settings.h"
 #include "platform/Log.h"
+#include "platform/StartEnv.h"
+
+#include <chrono>
+#include <cstdint>
 
 namespace Qx::Host {
+
+namespace {
+
+/// A setting that is a positive number; 0, for the default, when it is not set or cannot be meant.
+std::uint64_t bounded(const char* key, std::int64_t most)
+{
+    const std::int64_t value = Settings::instance().integer(key).value_or(0);
+    return value > 0 && value <= most ? static_cast<std::uint64_t>(value) : 0;
+}
+
+} // namespace
 
 iGPUService& connectedGPU()
 {
@@ -18,6 +34,17 @@ void configureGPU(const char* device)
     options.device = device != nullptr ? device : settings.text("device").value_or("");
     options.deviceSource = device != nullptr ? "the command line" : "QX_DEVICE or the setting device";
     options.validation = settings.flag("vulkan_validation").value_or(false);
+    if (const CachePlace cache = configuredCachePlace(); cache.enabled) {
+        options.cacheDirectory = cache.directory;
+        options.cacheBytes = cache.mostBytes;
+    }
+    options.worker = settings.text("effects.worker").value_or("");
+    options.workerStepLimit = std::chrono::seconds(bounded("effects.seconds", 3600));
+    options.workerMemory = bounded("effects.memory", 1U << 20U) << 20U;
+    options.workers = static_cast<unsigned>(bounded("effects.workers", 1024));
+    // Started so, the library compiles effects when they are asked for and no others.
+    const bool onDemandOnly = StartEnv::programEnv().arg(L"-transcode") != 0;
+    options.compileAhead = settings.flag("effects.ahead").value_or(true) && !onDemandOnly;
     if (!gpuService().configure(options)) {
         Log("The GPU service has started already and keeps its options\n");
     }

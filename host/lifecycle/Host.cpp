@@ -1,5 +1,7 @@
 #include "host/Host.h"
 
+#include "host/cache/FileStore.h"
+#include "host/lifecycle/CachePlace.h"
 #include "host/lifecycle/Commands.h"
 #include "host/lifecycle/GPUConnection.h"
 #include "host/lifecycle/Services.h"
@@ -108,6 +110,29 @@ Vector<LightweightString<char>> takeComplaints()
         complaints.push_back(shared(complaint));
     }
     return complaints;
+}
+
+CacheInfo cacheInfo()
+{
+    const CachePlace place = configuredCachePlace();
+    const Cache::FileStore store(place.directory, place.mostBytes, {});
+    const Cache::FileStore::Usage effects = store.usage(Cache::Kind::Effect);
+    const Cache::FileStore::Usage pipelines = store.usage(Cache::Kind::Pipelines);
+    CacheInfo info;
+    info.directory = shared(place.directory.string());
+    info.enabled = place.enabled;
+    info.limitBytes = place.mostBytes;
+    info.effects = effects.entries;
+    info.effectBytes = effects.bytes;
+    info.pipelines = pipelines.entries;
+    info.pipelineBytes = pipelines.bytes;
+    return info;
+}
+
+LightweightString<char> clearCache()
+{
+    const CachePlace place = configuredCachePlace();
+    return shared(Cache::FileStore(place.directory, place.mostBytes, {}).clear());
 }
 
 } // namespace Qx::Host

@@ -68,6 +68,11 @@ path userStateDirectory()
     return userDirectory("XDG_STATE_HOME", ".local/state");
 }
 
+path userCacheDirectory()
+{
+    return userDirectory("XDG_CACHE_HOME", ".cache");
+}
+
 path installedDataDirectory()
 {
     // <prefix>/lib and <prefix>/lib/<architecture> are where libraries are installed.

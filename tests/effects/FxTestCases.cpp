@@ -95,8 +95,10 @@ TEST_P(FxTestCases, holds)
     for (const FxTest::Section& section : test.sections) {
         if (section.kind == "files") {
             std::string files;
-            for (const std::filesystem::path& file : compilation.files) {
-                files += withoutDirectory(file.string(), directory.path().string()) + '\n';
+            for (const EffectInput& input : compilation.inputs) {
+                if (input.content) {
+                    files += withoutDirectory(input.path.string(), directory.path().string()) + '\n';
+                }
             }
             EXPECT_EQ(files, joined(section.lines));
         } else if (section.kind == "result" || section.kind == "spirv") {

@@ -269,7 +269,9 @@ TEST(HostileInput, missingFileIsNamed)
         compilation.messages.find("/nonexistent/effect.fx:1:1: error: cannot read '/nonexistent/effect.fx'"),
         0U)
         << compilation.messages;
-    EXPECT_EQ(compilation.files, std::vector<std::filesystem::path>{"/nonexistent/effect.fx"});
+    ASSERT_EQ(compilation.inputs.size(), 1U);
+    EXPECT_EQ(compilation.inputs[0].path, "/nonexistent/effect.fx");
+    EXPECT_FALSE(compilation.inputs[0].content);
 }
 
 TEST(HostileInput, pipeIsRefusedWithoutWaitingForIt)

@@ -616,7 +616,7 @@ public:
         fields_ = addFields(app_, fieldsOptions_, separateFields_);
         thumbnail_ = addThumbnail(app_, thumbnailOptions_, shrinkPicture_);
         black_ = addBlack(app_, blackOptions_);
-        effects_ = app_.add_subcommand("effects", "List, check or describe effects");
+        effects_ = app_.add_subcommand("effects", "List, check, describe or watch effects");
         list_ = effects_->add_subcommand("list", "List the effects that can be used by name");
         addDevice(*list_, listOptions_.device);
         list_->add_flag("--json", listOptions_.json, "Print JSON");
@@ -637,6 +637,7 @@ public:
             ->option_text(" ");
         describe_->add_flag("--json", describeOptions_.json, "Print JSON");
         describe_->footer(describeFooter);
+        addCache();
         devices_ = app_.add_subcommand("devices", "List the devices that conversions can run on");
         devices_->add_flag("--json", devicesOptions_.json, "Print JSON");
         for (CLI::App* command : app_.get_subcommands({})) {
@@ -649,6 +650,7 @@ public:
             command->group("Commands");
         }
         describe_->group("Commands");
+        cache_->group("Commands");
         app_.footer(mainFooter); // last, because commands take over their parent's
     }
 
@@ -666,6 +668,30 @@ public:
     }
 
 private:
+    void addCache()
+    {
+        cache_ = effects_->add_subcommand("cache", "Compiled effects and pipelines that are kept on disk");
+        cacheInfo_ = cache_->add_subcommand("info", "Show where they are and how much there is");
+        cacheClear_ = cache_->add_subcommand("clear", "Remove them; they are made anew when needed");
+        for (CLI::App* command : {cacheInfo_, cacheClear_}) {
+            command->add_flag("--json", cacheOptions_.json, "Print JSON");
+            command->group("Commands");
+        }
+    }
+
+    Command cacheCommand()
+    {
+        if (!cacheInfo_->parsed() && !cacheClear_->parsed()) {
+            refuseExtras(*cache_, "effects cache");
+            throw Failure(ExitCode::usage, "a command is missing after effects cache", app_.help());
+        }
+        const bool clear = cacheClear_->parsed();
+        refuseExtras(clear ? *cacheClear_ : *cacheInfo_,
+                     clear ? "effects cache clear" : "effects cache info");
+        cacheOptions_.action = clear ? EffectsCacheOptions::Action::Clear : EffectsCacheOptions::Action::Info;
+        return cacheOptions_;
+    }
+
     std::string chosenCommand() const
     {
         std::string name;
@@ -729,6 +755,9 @@ private:
             refuseExtras(*describe_, "effects describe");
             requireValue(describeOptions_.file, "FILE", "effects describe");
             return describeOptions_;
+        }
+        if (cache_->parsed()) {
+            return cacheCommand();
         }
         if (devices_->parsed()) {
             refuseExtras(*devices_, "devices");
@@ -797,6 +826,7 @@ private:
     EffectsWatchOptions watchOptions_;
     std::vector<std::string> watchSettings_;
     EffectsDescribeOptions describeOptions_;
+    EffectsCacheOptions cacheOptions_;
     DevicesOptions devicesOptions_;
     CLI::App* convert_ = nullptr;
     CLI::App* fields_ = nullptr;
@@ -808,6 +838,9 @@ private:
     CLI::App* check_ = nullptr;
     CLI::App* watch_ = nullptr;
     CLI::App* describe_ = nullptr;
+    CLI::App* cache_ = nullptr;
+    CLI::App* cacheInfo_ = nullptr;
+    CLI::App* cacheClear_ = nullptr;
     CLI::App* devices_ = nullptr;
     CLI::App* lut_ = nullptr;
     LutOptions lutOptions_;

@@ -68,14 +68,25 @@ struct EffectsDescribeOptions
     bool json = false;
 };
 
+struct EffectsCacheOptions
+{
+    enum class Action
+    {
+        Info,
+        Clear
+    };
+    Action action = Action::Info;
+    bool json = false;
+};
+
 struct DevicesOptions
 {
     bool json = false;
 };
 
 using Command = std::variant<ShowText, ConvertOptions, BlackOptions, EffectsListOptions, EffectsCheckOptions,
-                             EffectsWatchOptions, EffectsDescribeOptions, FormatsOptions, LutOptions,
-                             DevicesOptions>;
+                             EffectsWatchOptions, EffectsDescribeOptions, EffectsCacheOptions, FormatsOptions,
+                             LutOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

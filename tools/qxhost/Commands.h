@@ -17,6 +17,7 @@ ExitCode runFormats(const FormatsOptions& options, Console& console);
 ExitCode runEffectsWatch(const EffectsWatchOptions& options, Console& console);
 ExitCode runLut(const LutOptions& options, Console& console);
 ExitCode runEffectsDescribe(const EffectsDescribeOptions& options, Console& console);
+ExitCode runEffectsCache(const EffectsCacheOptions& options, Console& console);
 ExitCode runDevices(const DevicesOptions& options, Console& console);
 
 /// Converts on the host that is running, without a word. Throws Failure.

@@ -1,6 +1,6 @@
 #include "host/core/Printable.h"
 #include "host/effects/ParameterRange.h"
-#include "host/gpu/EffectFiles.h"
+#include "host/gpu/GPUService.h"
 #include "platform/Text.h"
 #include "tools/qxhost/Commands.h"
 #include "tools/qxhost/EffectData.h"
@@ -121,7 +121,7 @@ ExitCode runEffectsDescribe(const EffectsDescribeOptions& options, Console& cons
                       file.string() + ": there is neither a file nor an effect of this name");
     }
     const LightweightString<char> path(std::string_view(file.native()));
-    const Host::EffectCompilation compilation = Host::compileFile(fromUTF8(path), {});
+    const Host::EffectCompilation compilation = Host::gpuService().examineEffectFile(fromUTF8(path), {});
     const bool good = compilation.effect != nullptr;
     if (options.json) {
         Json data{{"file", file.string()}, {"ok", good}};

@@ -1,6 +1,6 @@
 #include "QxFxResources/Manager.h"
 #include "host/core/Printable.h"
-#include "host/gpu/EffectFiles.h"
+#include "host/gpu/GPUService.h"
 #include "platform/Text.h"
 #include "tools/qxhost/Commands.h"
 #include "tools/qxhost/EffectData.h"
@@ -98,7 +98,9 @@ CheckResult check(const std::filesystem::path& named, bool asData)
     CheckResult result = compile(file);
     if (asData) {
         const LightweightString<char> path(std::string_view(file.native()));
-        result.diagnostics = Host::compileFile(fromUTF8(path), {}).diagnostics;
+        result.diagnostics = Host::gpuService()
+                                 .examineEffectFile(fromUTF8(path), Manager::instance().definitions())
+                                 .diagnostics;
     }
     return result;
 }

@@ -40,6 +40,10 @@ struct Run
     {
         return runEffectsDescribe(options, console);
     }
+    ExitCode operator()(const EffectsCacheOptions& options) const
+    {
+        return runEffectsCache(options, console);
+    }
     ExitCode operator()(const DevicesOptions& options) const { return runDevices(options, console); }
 };
 

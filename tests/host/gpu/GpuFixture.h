@@ -27,6 +27,9 @@ protected:
 
     GPUService& gpu() { return *gpu_; }
 
+    /// For files of the test; removed after it.
+    const std::filesystem::path& folder() const { return folder_; }
+
     /// An image on the device that holds these bytes; empty on failure.
     Qx::Ptr<iGPUImage> upload(XY<int> size, iGPUImage::eFormat format, const Bytes& bytes);
 

@@ -44,6 +44,7 @@ void roundTrip(Format format, unsigned short bits)
 TEST(HostOnADevice, SurfacesKeepTheirBytesAndOutliveTheDevice)
 {
     ::setenv("QX_LOG_FILE", "0", 1);
+    ::setenv("QX_CACHE", "0", 1);
     Qx::Host::start({.quiet = true});
     for (const Format format : {YUY2, V210, M101, YV12, BGR24, ARGB, ARGB10}) {
         roundTrip(format, format == V210 || format == M101 || format == ARGB10 ? 10 : 8);

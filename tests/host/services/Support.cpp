@@ -109,6 +109,7 @@ int main(int argc, char** argv)
     const Qx::Host::Test::TemporaryDirectory home;
     const Qx::Host::Test::Variable configuration("XDG_CONFIG_HOME", home.path());
     const Qx::Host::Test::Variable state("XDG_STATE_HOME", home.path());
+    const Qx::Host::Test::Variable cache("XDG_CACHE_HOME", home.path());
     home.write("qxhost/settings.toml", "FromFile = 12\nOverridden = 1\nNotANumber = \"many\"\n");
     Qx::Host::Test::logDirectory = home.path();
     return RUN_ALL_TESTS();

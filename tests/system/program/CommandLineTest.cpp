@@ -64,7 +64,8 @@ protected:
 
 TEST_F(CommandLine, without_a_command_it_shows_its_commands_as_a_usage_error)
 {
-    for (const std::vector<std::string>& arguments : {std::vector<std::string>{}, {"effects"}}) {
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{}, {"effects"}, {"effects", "cache"}}) {
         const Outcome outcome = qxhost(arguments);
         EXPECT_EQ(outcome.exitCode, 2);
         EXPECT_EQ(outcome.out, "");
@@ -85,6 +86,8 @@ TEST_F(CommandLine, every_command_has_help)
     expectHelp({"effects", "check", "--help"}, {"Usage: qxhost effects check FILE..."});
     expectHelp({"effects", "describe", "--help"}, {"Usage: qxhost effects describe FILE", "--json"});
     expectHelp({"effects", "list", "--help"}, {"--json"});
+    expectHelp({"effects", "cache", "--help"}, {"info", "clear"});
+    expectHelp({"effects", "cache", "clear", "--help"}, {"--json"});
     expectHelp({"devices", "--help"}, {"--json"});
     expectHelp({"fields", "--help"}, {"Usage: qxhost fields INPUT OUTPUT", "--order"});
     expectHelp({"thumbnail", "--help"}, {"Usage: qxhost thumbnail INPUT OUTPUT", "--size WxH", "--stretch"});
@@ -104,6 +107,7 @@ TEST_F(CommandLine, a_mistyped_command_is_suggested)
 {
     expectUsageError({"convrt", "a.mov", "b.mov"}, {"\"convrt\"", "did you mean convert?"});
     expectUsageError({"effects", "lsit"}, {"\"lsit\"", "did you mean list?"});
+    expectUsageError({"effects", "cache", "claer"}, {"\"claer\"", "did you mean clear?"});
     expectUsageError({"xyzzy"}, {"\"xyzzy\""});
 }
 
@@ -123,6 +127,7 @@ TEST_F(CommandLine, missing_and_superfluous_arguments_are_named)
     expectUsageError({"effects", "check"}, {"FILE is missing"});
     expectUsageError({"effects", "describe"}, {"FILE is missing"});
     expectUsageError({"effects", "describe", "a.fx", "b.fx"}, {"\"b.fx\"", "too many"});
+    expectUsageError({"effects", "cache", "info", "all"}, {"\"all\"", "too many"});
     expectUsageError({"devices", "all"}, {"\"all\"", "too many"});
     expectUsageError({"convert", "a.mov", "b.mov", "--matrix"}, {"--matrix"});
 }

@@ -52,6 +52,7 @@ protected:
         ASSERT_NE(::mkdtemp(name.data()), nullptr);
         directory_ = name;
         ::setenv("XDG_STATE_HOME", name.c_str(), 1);
+        ::setenv("XDG_CACHE_HOME", name.c_str(), 1);
         const std::string command =
             "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -frames " +
             std::to_string(clipFrames) + " -pix_fmt yuv422p -c:v ffv1 " + clip().string();

@@ -24,7 +24,8 @@ std::vector<std::string> environmentFor(const fs::path& directory)
 {
     std::vector<std::string> variables{"XDG_CONFIG_HOME=" + (directory / ".config").string(),
                                        "XDG_DATA_HOME=" + (directory / ".data").string(),
-                                       "XDG_STATE_HOME=" + (directory / ".state").string()};
+                                       "XDG_STATE_HOME=" + (directory / ".state").string(),
+                                       "XDG_CACHE_HOME=" + (directory / ".cache").string()};
     for (char** each = environ; *each != nullptr; ++each) {
         if (!std::string_view(*each).starts_with("XDG_")) {
             variables.emplace_back(*each);

@@ -1,0 +1,358 @@
+#include "host/cache/FileStore.h"
+
+#include "host/cache/Bytes.h"
+#include "host/cache/ReadWhole.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace Qx::Host::Cache {
+namespace {
+
+constexpr std::uint64_t fileMark = 0x3145484341435851; // "QXCACHE1": a change of the format changes it
+constexpr std::size_t headerBytes = 8 + 1 + std::tuple_size_v<Digest> + 8;
+constexpr std::size_t digestBytes = std::tuple_size_v<Digest>;
+constexpr std::size_t mostEntryBytes = 256U << 20U;
+
+/// A file being written. Nobody writes for so long: an older one has lost its writer.
+constexpr std::string_view unfinishedEnding = ".part";
+constexpr std::int64_t abandonedAfterSeconds = 3600;
+
+constexpr std::array<std::string_view, 2> endings{".effect", ".pipelines"};
+
+std::string_view endingOf(Kind kind)
+{
+    return endings.at(static_cast<std::size_t>(kind));
+}
+
+std::string nameOf(Kind kind, const Digest& key)
+{
+    return hexadecimal(key) + std::string(endingOf(kind));
+}
+
+bool isEntry(std::string_view name, Kind kind)
+{
+    constexpr std::size_t digits = 2 * digestBytes;
+    return name.size() == digits + endingOf(kind).size() && name.ends_with(endingOf(kind)) &&
+           name.find_first_not_of("0123456789abcdef") >= digits;
+}
+
+bool isEntry(std::string_view name)
+{
+    return isEntry(name, Kind::Effect) || isEntry(name, Kind::Pipelines);
+}
+
+/// "ENTRY.RANDOM.part".
+bool isUnfinished(std::string_view name)
+{
+    if (!name.ends_with(unfinishedEnding)) {
+        return false;
+    }
+    name.remove_suffix(unfinishedEnding.size());
+    return isEntry(name.substr(0, name.rfind('.')));
+}
+
+std::string systemError(int number)
+{
+    return std::generic_category().message(number);
+}
+
+/// Nobody but this user could have made or changed it.
+bool isOurs(const struct stat& status)
+{
+    return status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+/// The store's directory, opened; not good, with the reason in `problem`, when it cannot be used. An absent
+/// one has no problem.
+Descriptor openDirectory(const std::filesystem::path& path, std::string& problem)
+{
+    Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory) {
+        problem = errno == ENOENT ? std::string() : systemError(errno);
+        return directory;
+    }
+    struct stat status
+    {
+    };
+    if (fstat(directory.number(), &status) != 0) {
+        problem = systemError(errno);
+        return Descriptor(-1);
+    }
+    if (!isOurs(status)) {
+        problem = "it belongs to another user, or others may write to it";
+        return Descriptor(-1);
+    }
+    return directory;
+}
+
+/// The XDG Base Directory Specification wants directories that are missing made with mode 0700.
+std::string makeDirectories(const std::filesystem::path& path)
+{
+    std::error_code error;
+    if (path.has_parent_path() && path.parent_path() != path &&
+        !std::filesystem::exists(path.parent_path(), error)) {
+        if (std::string problem = makeDirectories(path.parent_path()); !problem.empty()) {
+            return problem;
+        }
+    }
+    return mkdir(path.c_str(), S_IRWXU) == 0 || errno == EEXIST ? std::string() : systemError(errno);
+}
+
+bool writeAll(int file, std::span<const std::byte> bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(file, bytes.data(), bytes.size());
+        if (written < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+    }
+    return true;
+}
+
+struct Listed
+{
+    std::string name;
+    std::uint64_t bytes = 0;
+    timespec used{};
+};
+
+/// The plain files of the directory whose names `wanted` takes.
+template <class Wanted>
+std::vector<Listed> list(const Descriptor& directory, Wanted&& wanted)
+{
+    std::vector<Listed> found;
+    // The stream closes the descriptor that it is given.
+    const int own = openat(directory.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* const stream = own >= 0 ? fdopendir(own) : nullptr;
+    if (stream == nullptr) {
+        Descriptor(own).close();
+        return found;
+    }
+    const auto close = [](DIR* open) { closedir(open); };
+    const std::unique_ptr<DIR, decltype(close)> closer(stream, close);
+    while (const dirent* entry = readdir(stream)) { // NOLINT(concurrency-mt-unsafe): a stream of its own
+        struct stat status
+        {
+        };
+        if (wanted(std::string_view(entry->d_name)) &&
+            fstatat(directory.number(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            !S_ISDIR(status.st_mode)) {
+            found.push_back({entry->d_name, static_cast<std::uint64_t>(status.st_size), status.st_mtim});
+        }
+    }
+    return found;
+}
+
+std::vector<std::byte> fileOf(Kind kind, const Digest& key, std::span<const std::byte> content)
+{
+    ByteWriter to;
+    to.number(fileMark);
+    to.enumeration(kind);
+    to.raw(key);
+    to.number(static_cast<std::uint64_t>(content.size()));
+    to.raw(content);
+    to.raw(digestOf(to.bytes()));
+    return to.take();
+}
+
+enum class Condition
+{
+    Whole,
+    OtherFormat,
+    Damaged
+};
+
+/// Leaves the content alone of a whole file.
+Condition unwrap(std::vector<std::byte>& file, Kind kind, const Digest& key)
+{
+    ByteReader from(file);
+    if (from.number<std::uint64_t>() != fileMark) {
+        return file.size() >= sizeof fileMark ? Condition::OtherFormat : Condition::Damaged;
+    }
+    if (file.size() < headerBytes + digestBytes) {
+        return Condition::Damaged;
+    }
+    const std::span<const std::byte> all(file);
+    const Digest digest = digestOf(all.first(all.size() - digestBytes));
+    const auto storedKind = from.number<std::uint8_t>();
+    const std::span<const std::byte> storedKey = from.raw(key.size());
+    const auto length = from.number<std::uint64_t>();
+    if (!std::equal(digest.begin(), digest.end(), all.end() - digestBytes) ||
+        storedKind != static_cast<std::uint8_t>(kind) ||
+        !std::equal(key.begin(), key.end(), storedKey.begin()) ||
+        length != file.size() - headerBytes - digestBytes) {
+        return Condition::Damaged;
+    }
+    file.erase(file.begin(), file.begin() + headerBytes);
+    file.resize(static_cast<std::size_t>(length));
+    return Condition::Whole;
+}
+
+} // namespace
+
+FileStore::FileStore(std::filesystem::path directory, std::uint64_t mostBytes, Complain complain)
+    : directory_(std::move(directory)), mostBytes_(mostBytes), complain_(std::move(complain))
+{
+}
+
+void FileStore::complainOnce(const std::string& text)
+{
+    if (complain_ && !complained_.exchange(true)) {
+        complain_("The cache in " + directory_.string() + " is of limited use: " + text);
+    }
+}
+
+std::optional<std::vector<std::byte>> FileStore::load(Kind kind, const Digest& key)
+{
+    std::string problem;
+    const Descriptor directory = openDirectory(directory_, problem);
+    if (!directory) {
+        if (!problem.empty()) {
+            complainOnce(problem);
+        }
+        return std::nullopt;
+    }
+    const std::string name = nameOf(kind, key);
+    struct stat status
+    {
+    };
+    const Descriptor file = openPlainFile(directory.number(), name.c_str(), O_NOFOLLOW, status);
+    if (!file) {
+        return std::nullopt;
+    }
+    if (!isOurs(status)) {
+        complainOnce("the entry " + name + " belongs to another user, or others may write to it");
+        return std::nullopt;
+    }
+    std::optional<std::vector<std::byte>> bytes = readWhole(file, mostEntryBytes);
+    const Condition condition = bytes ? unwrap(*bytes, kind, key) : Condition::Damaged;
+    if (condition == Condition::Whole) {
+        // Marks it as used; where that is not allowed the order of removal is that of making.
+        static_cast<void>(futimens(file.number(), nullptr));
+        return bytes;
+    }
+    static_cast<void>(unlinkat(directory.number(), name.c_str(), 0));
+    if (condition == Condition::Damaged) {
+        complainOnce("the entry " + name + " is damaged; it is made anew");
+    }
+    return std::nullopt;
+}
+
+std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::byte> content)
+{
+    if (std::string problem = makeDirectories(directory_); !problem.empty()) {
+        return problem;
+    }
+    std::string problem;
+    const Descriptor directory = openDirectory(directory_, problem);
+    if (!directory) {
+        return problem.empty() ? systemError(ENOENT) : problem;
+    }
+    const std::string name = nameOf(kind, key);
+    // Process numbers would not do: containers that share the directory have the same ones.
+    std::uint64_t random = 0;
+    static_cast<void>(getrandom(&random, sizeof random, GRND_NONBLOCK));
+    const std::string unfinished = name + '.' + std::to_string(random) + std::string(unfinishedEnding);
+    Descriptor file(openat(directory.number(), unfinished.c_str(),
+                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file) {
+        return systemError(errno);
+    }
+    // Not synced to the disk: after a crash the checksum tells.
+    const bool done = writeAll(file.number(), fileOf(kind, key, content)) && file.close() &&
+                      renameat(directory.number(), unfinished.c_str(), directory.number(), name.c_str()) == 0;
+    if (!done) {
+        // What is not there any more fell to somebody who clears the store: that is no fault.
+        problem = errno == ENOENT ? std::string() : systemError(errno);
+        static_cast<void>(unlinkat(directory.number(), unfinished.c_str(), 0));
+    }
+    return problem;
+}
+
+void FileStore::store(Kind kind, const Digest& key, std::span<const std::byte> content)
+{
+    const std::size_t bytes = headerBytes + content.size() + digestBytes;
+    if (bytes > std::min<std::uint64_t>(mostBytes_, mostEntryBytes)) {
+        return;
+    }
+    if (const std::string problem = write(kind, key, content); !problem.empty()) {
+        complainOnce("it cannot be written: " + problem);
+        return;
+    }
+    shrink();
+}
+
+void FileStore::shrink()
+{
+    std::string problem;
+    const Descriptor directory = openDirectory(directory_, problem);
+    if (!directory) {
+        return;
+    }
+    std::vector<Listed> files =
+        list(directory, [](std::string_view name) { return isEntry(name) || isUnfinished(name); });
+    const auto older = [](const Listed& a, const Listed& b) {
+        return std::pair(a.used.tv_sec, a.used.tv_nsec) < std::pair(b.used.tv_sec, b.used.tv_nsec);
+    };
+    std::sort(files.begin(), files.end(), older);
+    std::uint64_t bytes = 0;
+    for (const Listed& file : files) {
+        bytes += file.bytes;
+    }
+    const std::int64_t now =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
+    for (const Listed& file : files) {
+        const bool unfinished = isUnfinished(file.name);
+        const bool abandoned = unfinished && file.used.tv_sec < now - abandonedAfterSeconds;
+        if ((abandoned || (bytes > mostBytes_ && !unfinished)) &&
+            unlinkat(directory.number(), file.name.c_str(), 0) == 0) {
+            bytes -= file.bytes;
+        }
+    }
+}
+
+FileStore::Usage FileStore::usage(Kind kind) const
+{
+    std::string problem;
+    const Descriptor directory = openDirectory(directory_, problem);
+    Usage usage;
+    if (directory) {
+        for (const Listed& file :
+             list(directory, [kind](std::string_view name) { return isEntry(name, kind); })) {
+            ++usage.entries;
+            usage.bytes += file.bytes;
+        }
+    }
+    return usage;
+}
+
+std::string FileStore::clear()
+{
+    std::string problem;
+    const Descriptor directory = openDirectory(directory_, problem);
+    if (!directory) {
+        return problem;
+    }
+    for (const Listed& file :
+         list(directory, [](std::string_view name) { return isEntry(name) || isUnfinished(name); })) {
+        if (unlinkat(directory.number(), file.name.c_str(), 0) != 0 && errno != ENOENT) {
+            problem = file.name + ": " + systemError(errno);
+        }
+    }
+    return problem;
+}
+
+} // namespace Qx::Host::Cache

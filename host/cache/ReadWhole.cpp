@@ -1,0 +1,69 @@
+#include "host/cache/ReadWhole.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Qx::Host::Cache {
+
+Descriptor::~Descriptor()
+{
+    close();
+}
+
+bool Descriptor::close()
+{
+    const int number = number_;
+    number_ = -1;
+    return number < 0 || ::close(number) == 0;
+}
+
+Descriptor openPlainFile(int directory, const char* path, int flags, struct stat& status)
+{
+    Descriptor file(openat(directory, path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags));
+    if (file && (fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode))) {
+        return Descriptor(-1);
+    }
+    return file;
+}
+
+std::optional<std::vector<std::byte>> readWhole(const Descriptor& file, std::size_t most)
+{
+    struct stat status
+    {
+    };
+    if (fstat(file.number(), &status) != 0 || status.st_size < 0 ||
+        static_cast<std::uintmax_t>(status.st_size) > most) {
+        return std::nullopt;
+    }
+    // One byte of room more than there should be tells that the file has grown meanwhile.
+    std::vector<std::byte> bytes(static_cast<std::size_t>(status.st_size) + 1);
+    std::size_t have = 0;
+    while (have < bytes.size()) {
+        const ssize_t got = read(file.number(), bytes.data() + have, bytes.size() - have);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            return std::nullopt;
+        }
+        if (got == 0) {
+            bytes.resize(have);
+            return bytes;
+        }
+        have += static_cast<std::size_t>(got);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::vector<std::byte>> readWhole(const std::filesystem::path& path, std::size_t most)
+{
+    struct stat status
+    {
+    };
+    const Descriptor file = openPlainFile(AT_FDCWD, path.c_str(), 0, status);
+    return file ? readWhole(file, most) : std::nullopt;
+}
+
+} // namespace Qx::Host::Cache

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace Qx::Host::Cache {
+
+/// SHA-256 (FIPS 180-4, 6.2): names contents, so that no file made to collide passes for another.
+using Digest = std::array<std::byte, 32>;
+
+Digest digestOf(std::span<const std::byte> bytes);
+Digest digestOf(std::string_view text);
+
+/// 64 hexadecimal digits, lower case.
+std::string hexadecimal(const Digest& digest);
+
+} // namespace Qx::Host::Cache

@@ -1,0 +1,78 @@
+#include "host/effects/EffectCache.h"
+
+#include "host/cache/Bytes.h"
+#include "host/cache/ReadWhole.h"
+#include "host/effects/EffectArchive.h"
+#include "host/effects/Preprocessor.h"
+#include "host/effects/ShaderCompiler.h"
+
+#include <algorithm>
+#include <system_error>
+
+namespace Qx::Host {
+namespace {
+
+using Cache::Digest;
+
+std::optional<Digest> digestOfFile(const std::filesystem::path& file)
+{
+    const auto bytes = Cache::readWhole(file, Effects::Limits::fileBytes);
+    return bytes ? std::optional(Cache::digestOf(*bytes)) : std::nullopt;
+}
+
+} // namespace
+
+Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& content,
+                          const EffectCompilerOptions& options) const
+{
+    Cache::ByteWriter to;
+    to.number(effectArchiveVersion);
+    to.text(Effects::shaderCompilerVersion());
+    to.text(driver_);
+    // Messages repeat the path as it was given; a relative one, and includes beside it, depend on where the
+    // process stands.
+    std::error_code error;
+    to.text(file.native());
+    to.text(std::filesystem::absolute(file, error).native());
+    to.raw(content);
+    to.count(options.definitions.size());
+    for (const auto& [name, value] : options.definitions) {
+        to.text(name);
+        to.text(value);
+    }
+    to.count(options.includeDirectories.size());
+    for (const std::filesystem::path& directory : options.includeDirectories) {
+        to.text(directory.native());
+    }
+    return Cache::digestOf(to.bytes());
+}
+
+std::optional<EffectCompilation> EffectCache::find(const std::filesystem::path& file,
+                                                   const EffectCompilerOptions& options) const
+{
+    const std::optional<Digest> content = digestOfFile(file);
+    if (!content) {
+        return std::nullopt;
+    }
+    const auto bytes = store_->load(Cache::Kind::Effect, keyOf(file, *content, options));
+    std::optional<EffectCompilation> known = bytes ? readEffectArchive(*bytes) : std::nullopt;
+    if (!known || known->effect == nullptr || known->inputs.empty() ||
+        !std::all_of(known->inputs.begin(), known->inputs.end(),
+                     [](const EffectInput& input) { return isUnchanged(input, {}); })) {
+        return std::nullopt;
+    }
+    return known;
+}
+
+void EffectCache::keep(const std::filesystem::path& file, const EffectCompilerOptions& options,
+                       const EffectCompilation& compilation) const
+{
+    if (compilation.effect == nullptr || compilation.inputs.empty() || !compilation.inputs[0].content) {
+        return;
+    }
+    // The text that was compiled decides: the file may have been saved again meanwhile.
+    store_->store(Cache::Kind::Effect, keyOf(file, *compilation.inputs[0].content, options),
+                  writeEffectArchive(compilation));
+}
+
+} // namespace Qx::Host

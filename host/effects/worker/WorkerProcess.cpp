@@ -1,0 +1,385 @@
+#include "host/effects/worker/WorkerProcess.h"
+
+#include "host/effects/EffectArchive.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern "C" { // which the header of glibc 2.36 does not say
+#include <sys/pidfd.h>
+}
+
+namespace Qx::Host::Worker {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// Opening a device may mean starting a driver's own processes.
+constexpr milliseconds greetingLimit{60'000};
+
+std::string systemMessage(int error)
+{
+    std::array<char, 256> buffer{};
+    return ::strerror_r(error, buffer.data(), buffer.size());
+}
+
+/// A descriptor above the standard ones, which a host may have closed, and which the worker gets anew.
+int moveUp(int descriptor)
+{
+    constexpr int first = 10;
+    const int moved = ::fcntl(descriptor, F_DUPFD_CLOEXEC, first);
+    ::close(descriptor);
+    return moved;
+}
+
+/// What posix_spawn is told, freed with it.
+class SpawnPlan
+{
+public:
+    explicit SpawnPlan(int socket)
+    {
+        ::posix_spawn_file_actions_init(&files_);
+        ::posix_spawnattr_init(&attributes_);
+        // A driver's chatter must not mix with the host's data.
+        ok_ = ::posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
+              ::posix_spawn_file_actions_addopen(&files_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0) == 0 &&
+              ::posix_spawn_file_actions_addopen(&files_, STDERR_FILENO, "/dev/null", O_WRONLY, 0) == 0 &&
+              ::posix_spawn_file_actions_adddup2(&files_, socket, workerSocket) == 0 &&
+              ::posix_spawn_file_actions_addclosefrom_np(&files_, workerSocket + 1) == 0 && setAttributes();
+    }
+    ~SpawnPlan()
+    {
+        ::posix_spawn_file_actions_destroy(&files_);
+        ::posix_spawnattr_destroy(&attributes_);
+    }
+    SpawnPlan(const SpawnPlan&) = delete;
+    SpawnPlan& operator=(const SpawnPlan&) = delete;
+
+    /// The error number, 0 for success.
+    int run(const std::filesystem::path& program, pid_t& pid) const
+    {
+        std::string name = program.filename().string();
+        const std::array<char*, 2> arguments{name.data(), nullptr};
+        return ok_ ? ::posix_spawn(&pid, program.c_str(), &files_, &attributes_, arguments.data(), environ)
+                   : ENOMEM;
+    }
+
+private:
+    static constexpr int workerSocket = 3;
+
+    bool setAttributes()
+    {
+        // The host's masks and handlers are its own; a group of its own keeps the terminal's Ctrl-C away.
+        sigset_t none;
+        sigset_t all;
+        ::sigemptyset(&none);
+        ::sigfillset(&all);
+        constexpr short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP;
+        return ::posix_spawnattr_setsigmask(&attributes_, &none) == 0 &&
+               ::posix_spawnattr_setsigdefault(&attributes_, &all) == 0 &&
+               ::posix_spawnattr_setpgroup(&attributes_, 0) == 0 &&
+               ::posix_spawnattr_setflags(&attributes_, flags) == 0;
+    }
+
+    posix_spawn_file_actions_t files_{};
+    posix_spawnattr_t attributes_{};
+    bool ok_ = false;
+};
+
+/// How a process ended, for people.
+std::string describeEnd(const siginfo_t& info)
+{
+    if (info.si_code == CLD_EXITED) {
+        return "ended by itself (exit code " + std::to_string(info.si_status) + ")";
+    }
+    const char* name = ::sigabbrev_np(info.si_status);
+    const std::string signal = name != nullptr ? std::string("SIG") + name : std::to_string(info.si_status);
+    return info.si_status == SIGKILL ? "was killed (" + signal + ")" : "crashed (" + signal + ")";
+}
+
+std::string seconds(milliseconds time)
+{
+    const auto count = time.count();
+    return count % 1000 == 0 ? std::to_string(count / 1000) + " s" : std::to_string(count) + " ms";
+}
+
+} // namespace
+
+/// Watches what one request costs.
+class WorkerProcess::Meter
+{
+public:
+    Meter(const WorkerProcess& process, const Limits& limits, std::function<milliseconds()> processorTime)
+        : process_(process), limits_(limits), processorTime_(std::move(processorTime))
+    {
+        begin(limits.compiling());
+        first_ = step_;
+    }
+
+    void begin(milliseconds limit)
+    {
+        step_ = {processorTime_(), Clock::now()};
+        limit_ = limit;
+    }
+
+    /// Empty while all is well. Looks at most every few milliseconds: asking the system costs.
+    std::string excess()
+    {
+        constexpr milliseconds pause{5};
+        const Clock::time_point now = Clock::now();
+        if (now - looked_ < pause) {
+            return {};
+        }
+        looked_ = now;
+        if (process_.memoryBytes() > limits_.memoryBytes) {
+            return "took more than " + std::to_string(limits_.memoryBytes >> 20U) + " MiB of memory";
+        }
+        const std::string step = excess(step_, limit_, now);
+        return step.empty() ? excess(first_, limits_.total(), now) : step;
+    }
+
+private:
+    struct Start
+    {
+        milliseconds processor{};
+        Clock::time_point time;
+    };
+
+    std::string excess(const Start& start, milliseconds limit, Clock::time_point now) const
+    {
+        if (processorTime_() - start.processor > limit) {
+            return "did not end within " + seconds(limit) + " of processor time";
+        }
+        if (now - start.time > limit * Limits::idleFactor) {
+            return "did not end within " + seconds(limit * Limits::idleFactor);
+        }
+        return {};
+    }
+
+    const WorkerProcess& process_;
+    const Limits& limits_;
+    const std::function<milliseconds()> processorTime_;
+    Start first_;
+    Start step_;
+    milliseconds limit_{};
+    Clock::time_point looked_{};
+};
+
+WorkerProcess::WorkerProcess(int pid, int socket)
+    : pid_(pid), descriptor_(::pidfd_open(pid, 0)), channel_(socket)
+{
+}
+
+std::unique_ptr<WorkerProcess> WorkerProcess::start(const std::filesystem::path& program, const Hello& hello,
+                                                    const std::function<bool()>& wanted, Problem& problem)
+{
+    std::array<int, 2> sockets{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()) != 0) {
+        problem.text = program.string() + ": no connection to it can be made: " + systemMessage(errno);
+        return nullptr;
+    }
+    const int theirs = moveUp(sockets[1]);
+    pid_t pid = -1;
+    const int error = theirs < 0 ? EMFILE : SpawnPlan(theirs).run(program, pid);
+    ::close(theirs);
+    if (error != 0) {
+        ::close(sockets[0]);
+        problem.text = program.string() + ": " + systemMessage(error);
+        return nullptr;
+    }
+    std::unique_ptr<WorkerProcess> self(new WorkerProcess(pid, sockets[0]));
+    if (!self->greet(hello, wanted, problem)) {
+        problem.text = program.string() + ": " + problem.text;
+        return nullptr;
+    }
+    return self;
+}
+
+WorkerProcess::~WorkerProcess()
+{
+    // One that is idle leaves on its own, so that its driver can finish writing what it caches.
+    channel_.hangUp();
+    end();
+    if (descriptor_ >= 0) {
+        ::close(descriptor_);
+    }
+}
+
+bool WorkerProcess::greet(const Hello& hello, const std::function<bool()>& wanted, Problem& problem)
+{
+    const Clock::time_point latest = Clock::now() + greetingLimit;
+    const Channel::Patience patience = [&] { return Clock::now() < latest && wanted(); };
+    Frame frame;
+    const bool sent = channel_.send(FrameType::Hello, encode(hello), patience);
+    const Channel::Answer answer =
+        sent ? channel_.receive(frame, mostReportBytes, patience) : Channel::Answer::Closed;
+    if (answer == Channel::Answer::Closed) {
+        problem.text = "it " + end();
+        return false;
+    }
+    if (answer == Channel::Answer::GaveUp) {
+        problem = {"it did not answer within " + seconds(greetingLimit), true};
+        kill();
+        return false;
+    }
+    const std::optional<Ready> ready = answer == Channel::Answer::Frame && frame.type == FrameType::Ready
+                                           ? decodeReady(frame.payload)
+                                           : std::nullopt;
+    if (!ready || ready->version != protocolVersion) {
+        problem = {"it is no worker of this version of the host", true};
+        kill();
+        return false;
+    }
+    problem.text = ready->problem;
+    return problem.text.empty();
+}
+
+WorkerProcess::Outcome WorkerProcess::compile(const CompileRequest& request, const Limits& limits)
+{
+    Outcome outcome;
+    Meter meter(*this, limits, [this] { return processorTime(); });
+    std::string excess;
+    const Channel::Patience patience = [&] {
+        excess = meter.excess();
+        return excess.empty();
+    };
+    if (channel_.send(FrameType::Compile, encode(request), patience)) {
+        follow(outcome, meter, limits, patience);
+    }
+    if (!outcome.answered && outcome.failure.empty()) {
+        outcome.failure = excess.empty() ? "the worker process " + end()
+                                         : "the worker process " + excess + " and was stopped";
+    }
+    if (!outcome.answered) {
+        kill();
+    }
+    return outcome;
+}
+
+/// Takes what the worker reports until it has answered or cannot any more.
+void WorkerProcess::follow(Outcome& outcome, Meter& meter, const Limits& limits,
+                           const Channel::Patience& patience)
+{
+    constexpr std::size_t mostReports = 8U << 20U; // many thousands of techniques
+    constexpr std::size_t headerBytes = 12;
+    std::size_t reported = 0;
+    Frame frame;
+    Channel::Answer answer = Channel::Answer::Frame;
+    while ((answer = channel_.receive(frame, limits.resultBytes, patience)) == Channel::Answer::Frame) {
+        if (frame.type == FrameType::Result) {
+            auto compilation = readEffectArchive(frame.payload);
+            outcome.answered = compilation.has_value();
+            if (compilation) {
+                outcome.compilation = std::move(*compilation);
+            }
+            break;
+        }
+        const auto step = frame.type == FrameType::Step ? decodeStep(frame.payload) : std::nullopt;
+        reported += headerBytes + frame.payload.size();
+        if (!step || reported > mostReports) {
+            break;
+        }
+        outcome.began = true;
+        outcome.step = *step;
+        meter.begin(step->stage == Stage::Compiling ? limits.compiling() : limits.step);
+    }
+    const bool spoke = answer == Channel::Answer::Frame || answer == Channel::Answer::Malformed;
+    if (spoke && !outcome.answered) {
+        outcome.failure = "the worker process answered with what makes no sense and was stopped";
+    }
+}
+
+std::uint64_t WorkerProcess::memoryBytes() const
+{
+    // The second number: resident pages (proc(5), /proc/pid/statm).
+    const std::string name = "/proc/" + std::to_string(pid_) + "/statm";
+    std::FILE* file = std::fopen(name.c_str(), "re");
+    if (file == nullptr) {
+        return 0;
+    }
+    unsigned long long pages = 0;
+    const bool read = std::fscanf(file, "%*u %llu", &pages) == 1;
+    std::fclose(file);
+    return read ? pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)) : 0;
+}
+
+milliseconds WorkerProcess::processorTime() const
+{
+    clockid_t clock{};
+    timespec time{};
+    if (::clock_getcpuclockid(pid_, &clock) != 0 || ::clock_gettime(clock, &time) != 0) {
+        return {};
+    }
+    return milliseconds(time.tv_sec * 1000 + time.tv_nsec / 1'000'000);
+}
+
+void WorkerProcess::kill()
+{
+    const std::lock_guard lock(endMutex_);
+    if (descriptor_ >= 0) {
+        ::pidfd_send_signal(descriptor_, SIGKILL, nullptr, 0);
+    } else if (endText_.empty()) {
+        ::kill(pid_, SIGKILL); // not waited for yet, so that the number is still its own
+    }
+    channel_.hangUp();
+}
+
+bool WorkerProcess::hasEnded()
+{
+    const std::lock_guard lock(endMutex_);
+    siginfo_t info{};
+    if (!endText_.empty()) {
+        return true;
+    }
+    if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG) != 0) {
+        endText_ = errno == ECHILD ? "ended" : ""; // somebody else in this process waits for every child
+    } else if (info.si_pid != 0) {
+        endText_ = describeEnd(info);
+    }
+    return !endText_.empty();
+}
+
+/// Waits for the end of the process for some time; whether it came.
+bool WorkerProcess::awaitEnd(milliseconds most)
+{
+    const Clock::time_point latest = Clock::now() + most;
+    while (!hasEnded()) {
+        if (Clock::now() >= latest) {
+            return false;
+        }
+        constexpr int pauseMilliseconds = 10;
+        pollfd waiting{descriptor_, POLLIN, 0};
+        ::poll(&waiting, 1, pauseMilliseconds);
+    }
+    return true;
+}
+
+/// Makes sure that the process is gone, and says how it went.
+std::string WorkerProcess::end()
+{
+    constexpr milliseconds byItself{2000};
+    constexpr milliseconds killed{10'000};
+    if (!awaitEnd(byItself)) {
+        kill();
+        if (!awaitEnd(killed)) {
+            return "cannot be ended";
+        }
+        return "hung up and was killed";
+    }
+    const std::lock_guard lock(endMutex_);
+    return endText_;
+}
+
+} // namespace Qx::Host::Worker

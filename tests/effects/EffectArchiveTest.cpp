@@ -1,0 +1,232 @@
+// Compiled effects as bytes: what is written is read again, and nothing else is taken for it.
+
+#include "host/effects/EffectArchive.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <unistd.h>
+
+namespace Qx::Host {
+namespace {
+
+constexpr const char* effectText = R"(
+#pragma unknown
+texture Input;
+texture Other < string Kind = "noise"; >;
+sampler InputSampler = sampler_state { Texture = <Input>; AddressU = Wrap; AddressV = Mirror; MinFilter = Linear; MagFilter = Linear; };
+sampler OtherSampler = sampler_state { Texture = <Other>; };
+float amount < string Label = "Amount"; float Max = 2.0; > = 0.75;
+int steps = 3;
+bool flip = true;
+float3x3 matrix3 = { 1,2,3, 4,5,6, 7,8,9 };
+float weights[5] = { 1,2,3,4,5 };
+float2 inputSize : TEXTURESIZE < string Texture = "Input"; >;
+float targetCode : TARGETMAXCODE;
+
+float4 one(float2 xy : TEXCOORD1) : COLOR
+{
+    return tex2D(InputSampler, xy) * amount + float4(inputSize, targetCode, weights[steps]);
+}
+float4 two(float2 xy : TEXCOORD1, uniform float k) : COLOR
+{
+    float3 colour = mul(matrix3, tex2D(OtherSampler, flip ? xy.yx : xy).rgb) * k;
+    return float4(colour, 1);
+}
+technique First < string Group = "A"; > { pass P0 { PixelShader = compile ps_3_0 one(); } }
+technique Second
+{
+    pass P0 { PixelShader = compile ps_3_0 one(); }
+    pass P1 { PixelShader = compile ps_3_0 two(0.5); }
+}
+)";
+
+class EffectArchive : public ::testing::Test
+{
+protected:
+    /// One compilation for all tests.
+    static const EffectCompilation& compilation()
+    {
+        static const EffectCompilation made = [] {
+            std::string directory = "/tmp/qx-archive-XXXXXX";
+            EXPECT_NE(mkdtemp(directory.data()), nullptr);
+            const std::filesystem::path file = std::filesystem::path(directory) / "effect.fx";
+            std::ofstream(file) << effectText;
+            EffectCompilation result = compileEffect(file, {});
+            std::filesystem::remove_all(directory);
+            return result;
+        }();
+        return made;
+    }
+
+    void SetUp() override { ASSERT_NE(compilation().effect, nullptr) << compilation().messages; }
+
+    /// The archive of the effect after a change that the compiler would not make.
+    static std::vector<std::byte> archiveWith(const std::function<void(CompiledEffect&)>& change)
+    {
+        EffectCompilation changed = compilation();
+        auto effect = std::make_shared<CompiledEffect>(*changed.effect);
+        change(*effect);
+        changed.effect = effect;
+        return writeEffectArchive(changed);
+    }
+};
+
+TEST_F(EffectArchive, ComesBackAsItWasWritten)
+{
+    const std::vector<std::byte> bytes = writeEffectArchive(compilation());
+    const std::optional<EffectCompilation> read = readEffectArchive(bytes);
+    ASSERT_TRUE(read);
+    ASSERT_NE(read->effect, nullptr);
+    EXPECT_EQ(read->messages, compilation().messages);
+    EXPECT_NE(read->messages.find("#pragma"), std::string::npos);
+    ASSERT_EQ(read->inputs.size(), 1U);
+    EXPECT_EQ(read->inputs[0].path, compilation().inputs[0].path);
+    EXPECT_EQ(read->inputs[0].content, compilation().inputs[0].content);
+    const CompiledEffect& effect = *read->effect;
+    const CompiledEffect& original = *compilation().effect;
+    EXPECT_EQ(effect.uniformBytes, original.uniformBytes);
+    ASSERT_EQ(effect.parameters.size(), 7U);
+    EXPECT_EQ(effect.parameters[0].name, "amount");
+    EXPECT_EQ(effect.parameters[0].defaultValue, original.parameters[0].defaultValue);
+    ASSERT_EQ(effect.parameters[0].annotations.size(), 2U);
+    EXPECT_EQ(effect.parameters[0].annotations[1].name, "Max");
+    EXPECT_EQ(effect.parameters[1].type, CompiledEffect::ScalarType::Int);
+    EXPECT_EQ(effect.parameters[2].type, CompiledEffect::ScalarType::Bool);
+    EXPECT_EQ(effect.parameters[3].rows, 3U);
+    EXPECT_EQ(effect.parameters[4].elements, 5U);
+    EXPECT_EQ(effect.parameters[5].semanticTexture, "Input");
+    EXPECT_EQ(effect.samplers[0].addressU, CompiledEffect::Address::Wrap);
+    EXPECT_EQ(effect.samplers[0].addressV, CompiledEffect::Address::Mirror);
+    EXPECT_EQ(effect.samplers[0].filter, CompiledEffect::Filter::Linear);
+    EXPECT_EQ(effect.textures[1].annotations[0].value, "noise");
+    ASSERT_EQ(effect.techniques.size(), 2U);
+    EXPECT_EQ(effect.techniques[0].annotations[0].value, "A");
+    ASSERT_EQ(effect.techniques[1].passes.size(), 2U);
+    EXPECT_EQ(effect.techniques[1].passes[1].spirv, original.techniques[1].passes[1].spirv);
+    EXPECT_EQ(effect.techniques[1].passes[1].samplers, original.techniques[1].passes[1].samplers);
+    // What the lines above do not look at shows here.
+    EXPECT_EQ(writeEffectArchive(*read), bytes);
+}
+
+TEST_F(EffectArchive, HoldsAFailureWithItsMessages)
+{
+    EffectCompilation failure;
+    failure.messages = std::string("a.fx:1:1: error: \0 odd\n", 23);
+    failure.inputs = {{"a.fx", Cache::digestOf("x")}, {"/missing/b.fxh", std::nullopt}};
+    const std::optional<EffectCompilation> read = readEffectArchive(writeEffectArchive(failure));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->effect, nullptr);
+    EXPECT_EQ(read->messages, failure.messages);
+    ASSERT_EQ(read->inputs.size(), 2U);
+    EXPECT_EQ(read->inputs[0].content, Cache::digestOf("x"));
+    EXPECT_FALSE(read->inputs[1].content);
+}
+
+TEST_F(EffectArchive, CutAnywhereIsRefused)
+{
+    const std::vector<std::byte> bytes = writeEffectArchive(compilation());
+    for (std::size_t length = 0; length < bytes.size(); ++length) {
+        // A copy of its own length, so that a memory checker sees a read past the end.
+        const std::vector<std::byte> cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
+        ASSERT_FALSE(readEffectArchive(cut)) << "cut after " << length << " of " << bytes.size();
+    }
+}
+
+TEST_F(EffectArchive, WithMoreBehindItIsRefused)
+{
+    std::vector<std::byte> bytes = writeEffectArchive(compilation());
+    bytes.push_back(std::byte{0});
+    EXPECT_FALSE(readEffectArchive(bytes));
+}
+
+TEST_F(EffectArchive, WithAnyByteFlippedIsRefusedOrStillAnArchive)
+{
+    std::vector<std::byte> bytes = writeEffectArchive(compilation());
+    std::size_t refused = 0;
+    for (std::byte& byte : bytes) {
+        byte = ~byte;
+        if (const std::optional<EffectCompilation> read = readEffectArchive(bytes)) {
+            ASSERT_EQ(writeEffectArchive(*read), bytes);
+        } else {
+            ++refused;
+        }
+        byte = ~byte;
+    }
+    EXPECT_GT(refused, 100U);
+    EXPECT_TRUE(readEffectArchive(bytes));
+}
+
+TEST_F(EffectArchive, OfAnotherVersionIsRefused)
+{
+    std::vector<std::byte> bytes = writeEffectArchive(compilation());
+    bytes.at(4) = static_cast<std::byte>(effectArchiveVersion + 1);
+    EXPECT_FALSE(readEffectArchive(bytes));
+}
+
+TEST_F(EffectArchive, HugeCountsAreRefusedWithoutTheirMemory)
+{
+    const std::vector<std::byte> bytes = writeEffectArchive(compilation());
+    for (std::size_t at = 8; at + 4 <= bytes.size(); ++at) {
+        std::vector<std::byte> changed = bytes;
+        std::memset(changed.data() + at, 0xFF, 4);
+        if (const std::optional<EffectCompilation> read = readEffectArchive(changed)) {
+            ASSERT_EQ(writeEffectArchive(*read), changed);
+        }
+    }
+}
+
+TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
+{
+    using Effect = CompiledEffect;
+    const std::vector<std::pair<const char*, std::function<void(Effect&)>>> changes{
+        {"no technique", [](Effect& e) { e.techniques.clear(); }},
+        {"no pass", [](Effect& e) { e.techniques[1].passes.clear(); }},
+        {"no shader", [](Effect& e) { e.techniques[0].passes[0].spirv.clear(); }},
+        {"header only", [](Effect& e) { e.techniques[0].passes[0].spirv.resize(5); }},
+        {"no magic", [](Effect& e) { e.techniques[0].passes[0].spirv[0] ^= 1U; }},
+        {"later version", [](Effect& e) { e.techniques[0].passes[0].spirv[1] = 0x00010600; }},
+        {"instruction past the end", [](Effect& e) { e.techniques[0].passes[0].spirv[5] = 0xFFFF0011; }},
+        {"instruction of no words", [](Effect& e) { e.techniques[0].passes[0].spirv[5] = 0x11; }},
+        {"sampler of no texture", [](Effect& e) { e.samplers[1].texture = 2; }},
+        {"pass of no sampler", [](Effect& e) { e.techniques[0].passes[0].samplers = {2}; }},
+        {"samplers twice",
+         [](Effect& e) {
+             e.techniques[0].passes[0].samplers = {0, 0};
+         }},
+        {"samplers descending",
+         [](Effect& e) {
+             e.techniques[0].passes[0].samplers = {1, 0};
+         }},
+        {"offset past the end", [](Effect& e) { e.parameters[0].offset = e.uniformBytes; }},
+        {"offset that wraps", [](Effect& e) { e.parameters[0].offset = 0xFFFFFFFC; }},
+        {"offset in the system's part", [](Effect& e) { e.parameters[0].offset = 0; }},
+        {"offset between words", [](Effect& e) { e.parameters[0].offset += 2; }},
+        {"other bytes", [](Effect& e) { e.parameters[3].bytes -= 16; }},
+        {"other default", [](Effect& e) { e.parameters[3].defaultValue.pop_back(); }},
+        {"no rows", [](Effect& e) { e.parameters[0].rows = 0; }},
+        {"five columns", [](Effect& e) { e.parameters[0].columns = 5; }},
+        {"elements that wrap", [](Effect& e) { e.parameters[4].elements = 0x10000005; }},
+        {"unknown semantic texture", [](Effect& e) { e.parameters[5].semanticTexture = "Nothing"; }},
+        {"semantic of another shape",
+         [](Effect& e) { e.parameters[4].semantic = Effect::Semantic::TargetSize; }},
+        {"unknown type", [](Effect& e) { e.parameters[0].type = static_cast<Effect::ScalarType>(3); }},
+        {"unknown semantic", [](Effect& e) { e.parameters[0].semantic = static_cast<Effect::Semantic>(5); }},
+        {"unknown filter", [](Effect& e) { e.samplers[0].filter = static_cast<Effect::Filter>(2); }},
+        {"unknown address", [](Effect& e) { e.samplers[0].addressV = static_cast<Effect::Address>(4); }},
+        {"uniforms of no size",
+         [](Effect& e) {
+             e.parameters.clear();
+             e.uniformBytes = 0;
+         }},
+        {"uniforms of huge size", [](Effect& e) { e.uniformBytes = 0x7FFFFFF0; }}};
+    for (const auto& [what, change] : changes) {
+        EXPECT_FALSE(readEffectArchive(archiveWith(change))) << what;
+    }
+    EXPECT_TRUE(readEffectArchive(archiveWith([](Effect&) {})));
+}
+
+} // namespace
+} // namespace Qx::Host

@@ -1,0 +1,141 @@
+#include "tests/host/worker/WorkerFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <sys/stat.h>
+
+namespace Qx::WorkerTests {
+
+namespace {
+
+struct Mischief
+{
+    const char* name;
+    const char* order;
+    const char* message; ///< behind "FILE: error: ", as a regular expression
+};
+
+void PrintTo(const Mischief& mischief, std::ostream* stream)
+{
+    *stream << mischief.order;
+}
+
+class HostileWorkerTest : public WorkerTest, public testing::WithParamInterface<Mischief>
+{
+};
+
+TEST_P(HostileWorkerTest, CostsOneMessageAndTheNextEffectCompiles)
+{
+    options().limits.step = std::chrono::milliseconds(300);
+    options().limits.memoryBytes = std::uint64_t{1} << 30U;
+    options().limits.resultBytes = std::size_t{1} << 20U;
+    order(std::string(GetParam().order) + ":hostile.fx");
+    const auto good = write("good.fx", effectText());
+    const auto hostile = write("hostile.fx", effectText());
+    const EffectCompilation before = compile(good);
+    EXPECT_NE(before.effect, nullptr) << before.messages;
+    const EffectCompilation failed = compile(hostile);
+    EXPECT_EQ(failed.effect, nullptr);
+    EXPECT_THAT(failed.messages,
+                testing::MatchesRegex(".*/hostile.fx: error: " + std::string(GetParam().message) + "\n"));
+    const EffectCompilation after = compile(good);
+    EXPECT_NE(after.effect, nullptr) << after.messages;
+    EXPECT_EQ(workers().processesStarted(), 2U);
+    EXPECT_TRUE(log().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , HostileWorkerTest,
+    testing::Values(
+        Mischief{"Crash", "compiling:crash", "the worker process crashed .SIGABRT. while compiling"},
+        Mischief{"Kill", "compiling:kill", "the worker process was killed .SIGKILL. while compiling"},
+        Mischief{"KillAtTheEnd", "answering:kill", "the worker process was killed .SIGKILL. while compiling"},
+        Mischief{"Exit", "compiling:exit",
+                 "the worker process ended by itself .exit code 3. while compiling"},
+        Mischief{"Spin", "compiling:spin",
+                 "the worker process did not end within .* and was stopped while "
+                 "compiling"},
+        Mischief{"Stall", "compiling:stall",
+                 "the worker process did not end within 7200 ms and was stopped while compiling"},
+        Mischief{"Freeze", "compiling:freeze",
+                 "the worker process did not end within 7200 ms and was stopped while compiling"},
+        Mischief{"Memory", "compiling:memory",
+                 "the worker process took more than 1024 MiB of memory and was stopped while compiling"},
+        Mischief{"Flood", "compiling:flood",
+                 "the worker process answered with what makes no sense and was stopped while compiling"},
+        Mischief{"Garbage", "compiling:garbage",
+                 "the worker process answered with what makes no sense and was stopped while compiling"},
+        Mischief{"Lie", "compiling:lie",
+                 "the worker process answered with what makes no sense and was stopped while compiling"},
+        Mischief{"Boast", "compiling:boast",
+                 "the worker process answered with what makes no sense and was stopped while compiling"}),
+    [](const auto& each) { return std::string(each.param.name); });
+
+/// No worker can be had: effects fail, and the log says so once.
+class NoWorkerTest : public WorkerTest
+{
+protected:
+    void expectNoWorker(const std::string& reason)
+    {
+        const auto file = write("good.fx", effectText());
+        const std::string start = "the worker process does not start: ";
+        for (int i = 0; i < 2; ++i) {
+            const EffectCompilation compiled = compile(file);
+            EXPECT_EQ(compiled.effect, nullptr);
+            EXPECT_EQ(compiled.messages,
+                      file.string() + ": error: it cannot be compiled: " + start + reason + "\n");
+        }
+        EXPECT_EQ(log(), std::vector<std::string>{"Effects cannot be compiled: " + start + reason});
+    }
+};
+
+TEST_F(NoWorkerTest, ItIsNotThere)
+{
+    options().program = folder() / "nowhere";
+    expectNoWorker(options().program.string() + ": No such file or directory");
+}
+
+TEST_F(NoWorkerTest, ItIsNotExecutable)
+{
+    options().program = write("plain", "text");
+    expectNoWorker(options().program.string() + ": Permission denied");
+}
+
+TEST_F(NoWorkerTest, ItIsADirectory)
+{
+    options().program = folder();
+    expectNoWorker(folder().string() + ": Permission denied");
+}
+
+TEST_F(NoWorkerTest, ItIsAnotherProgram)
+{
+    options().program = "/bin/true";
+    expectNoWorker("/bin/true: it ended by itself (exit code 0)");
+}
+
+TEST_F(NoWorkerTest, ItCrashesAtTheStart)
+{
+    order("greeting:crash");
+    expectNoWorker(std::string(QX_TEST_WORKER) + ": it crashed (SIGABRT)");
+}
+
+TEST_F(NoWorkerTest, ItAnswersNonsenseAtTheStart)
+{
+    order("greeting:garbage");
+    expectNoWorker(std::string(QX_TEST_WORKER) + ": it is no worker of this version of the host");
+}
+
+TEST_F(NoWorkerTest, ItComesBackWhenTheProgramDoes)
+{
+    const auto file = write("good.fx", effectText());
+    options().program = folder() / "qxfxc";
+    EXPECT_EQ(compile(file).effect, nullptr);
+    std::filesystem::create_symlink(QX_TEST_WORKER, folder() / "qxfxc");
+    const EffectCompilation compiled = compile(file);
+    EXPECT_NE(compiled.effect, nullptr) << compiled.messages;
+}
+
+} // namespace
+
+} // namespace Qx::WorkerTests

@@ -1,0 +1,13 @@
+/// A host that asks a worker for an effect, for a test that kills it meanwhile: its arguments are the
+/// worker's program and the effect.
+
+#include "host/effects/worker/EffectWorkers.h"
+
+int main(int, char** arguments)
+{
+    using namespace Qx::Host::Worker;
+    EffectWorkersOptions options;
+    options.program = arguments[1];
+    EffectWorkers workers(options);
+    return workers.compile({arguments[2], "/", {}}).effect != nullptr ? 0 : 1;
+}

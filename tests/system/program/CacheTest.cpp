@@ -1,0 +1,127 @@
+// What the program keeps between runs, and the commands that look after it.
+
+#include "tests/system/program/Program.h"
+
+#include <algorithm>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+namespace Qx::System {
+
+namespace {
+
+constexpr const char* effectText = R"(
+texture Input;
+sampler S = sampler_state { Texture = <Input>; };
+float4 halve(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(S, uv) * 0.5; }
+technique Half { pass P0 { PixelShader = compile ps_3_0 halve(); } }
+)";
+
+class Caches : public ProgramTest
+{
+protected:
+    void SetUp() override
+    {
+        ProgramTest::SetUp();
+        write("halve.fx", effectText);
+    }
+
+    nlohmann::json info(const std::string& variable = "QX_NOTHING=") const
+    {
+        const Outcome outcome = with(variable, {"info", "--json"});
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return nlohmann::json::parse(outcome.out);
+    }
+
+    Outcome with(const std::string& variable, std::vector<std::string> arguments) const
+    {
+        arguments.insert(arguments.begin(), {"/usr/bin/env", variable, programPath(), "effects", "cache"});
+        return run(arguments);
+    }
+
+    Outcome check(const std::string& variable = "QX_NOTHING=") const
+    {
+        return run({"/usr/bin/env", variable, programPath(), "effects", "check", "halve.fx"});
+    }
+};
+
+TEST_F(Caches, an_effect_that_was_checked_is_kept_and_cleared)
+{
+    EXPECT_EQ(info()["effects"]["count"], 0);
+    EXPECT_TRUE(info()["enabled"]);
+    const Outcome first = check();
+    EXPECT_EQ(first.exitCode, 0) << first.err;
+    const nlohmann::json kept = info();
+    EXPECT_EQ(kept["effects"]["count"], 1);
+    EXPECT_GT(kept["effects"]["bytes"], 0);
+    EXPECT_TRUE(fs::is_directory(kept["directory"].get<std::string>()));
+    const Outcome second = check();
+    EXPECT_EQ(second.out, first.out);
+    EXPECT_EQ(info()["effects"]["count"], 1);
+    const Outcome cleared = qxhost({"effects", "cache", "clear", "--json"});
+    EXPECT_EQ(cleared.exitCode, 0) << cleared.err;
+    EXPECT_EQ(nlohmann::json::parse(cleared.out)["removedBytes"],
+              kept["effects"]["bytes"].get<int>() + kept["pipelines"]["bytes"].get<int>());
+    EXPECT_EQ(info()["effects"]["count"], 0);
+    EXPECT_EQ(info()["pipelines"]["count"], 0);
+    EXPECT_EQ(qxhost({"effects", "cache", "clear"}).exitCode, 0);
+}
+
+TEST_F(Caches, the_table_says_where_and_how_much)
+{
+    const Outcome outcome = qxhost({"effects", "cache", "info"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    for (const char* word : {".cache/qxhost", "in use", "effects", "pipelines", "262144 KiB"}) {
+        EXPECT_NE(outcome.out.find(word), std::string::npos) << word << " is not in: " << outcome.out;
+    }
+}
+
+TEST_F(Caches, one_setting_turns_everything_off)
+{
+    for (const char* off : {"QX_CACHE=0", "QX_CACHE=off", "QX_CACHE_MIB=0"}) {
+        EXPECT_EQ(check(off).exitCode, 0) << off;
+        EXPECT_FALSE(info(off)["enabled"]) << off;
+        EXPECT_FALSE(fs::exists(at(".cache/qxhost"))) << off;
+    }
+    fs::create_directories(at(".config/qxhost"));
+    write(".config/qxhost/settings.toml", "cache_mib = 3\n");
+    EXPECT_EQ(info()["limitBytes"], 3 << 20);
+    write(".config/qxhost/settings.toml", "cache = false\n");
+    EXPECT_EQ(check().exitCode, 0);
+    EXPECT_FALSE(fs::exists(at(".cache/qxhost")));
+}
+
+TEST_F(Caches, a_cache_that_cannot_be_had_changes_no_result_and_is_one_line_in_the_log)
+{
+    write(".cache", "a file where the directory should be");
+    const Outcome outcome = check();
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_EQ(outcome.out.find("error"), std::string::npos) << outcome.out;
+    std::ifstream log(at(".state/qxhost/qxhost.log"));
+    int lines = 0;
+    for (std::string line; std::getline(log, line);) {
+        lines += line.find("The cache in") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(lines, 1);
+    EXPECT_EQ(info()["effects"]["count"], 0);
+    const Outcome clear = qxhost({"effects", "cache", "clear"});
+    EXPECT_EQ(clear.exitCode, 4);
+    EXPECT_NE(clear.err.find(".cache/qxhost"), std::string::npos) << clear.err;
+}
+
+TEST_F(Caches, two_programs_fill_one_cache)
+{
+    Running first({programPath(), "effects", "list"}, at(""));
+    Running second({programPath(), "effects", "list"}, at(""));
+    const Outcome one = first.wait();
+    const Outcome two = second.wait();
+    EXPECT_EQ(one.exitCode, 0) << one.err;
+    EXPECT_EQ(two.exitCode, 0) << two.err;
+    EXPECT_EQ(one.out.find("broken"), std::string::npos) << one.out;
+    EXPECT_EQ(info()["effects"]["count"].get<int>(),
+              static_cast<int>(std::count(one.out.begin(), one.out.end(), '\n')) - 1);
+}
+
+} // namespace
+
+} // namespace Qx::System

@@ -1,0 +1,83 @@
+#include "tools/qxfxc/Device.h"
+
+#include "host/gpu/EffectProgram.h"
+#include "host/gpu/WarmUp.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace Qx::Host::Worker {
+
+namespace {
+
+using Vulkan::EffectProgram;
+
+/// The host's clock decides, so that nothing is given up here before.
+constexpr std::chrono::milliseconds unlimited{24 * 3'600'000};
+constexpr std::chrono::milliseconds shutdownLimit{1000};
+
+} // namespace
+
+std::unique_ptr<TrialDevice> TrialDevice::open(const DeviceUUID& uuid, bool validation, std::string& problem)
+{
+    auto instance = Vulkan::Instance::create(validation, problem);
+    if (instance == nullptr) {
+        return nullptr;
+    }
+    const std::vector<VkPhysicalDevice> all = instance->physicalDevices();
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [&](VkPhysicalDevice each) { return Vulkan::uuidOf(each) == uuid; });
+    if (found == all.end()) {
+        problem = "the host's GPU is not to be seen from it";
+        return nullptr;
+    }
+    auto device = Vulkan::Device::create(*found, problem);
+    if (device == nullptr) {
+        return nullptr;
+    }
+    GPUOptions options;
+    options.stallLimit = unlimited;
+    auto context = Vulkan::Context::create(std::move(instance), std::move(device), options, problem);
+    return context != nullptr ? std::unique_ptr<TrialDevice>(new TrialDevice(std::move(context))) : nullptr;
+}
+
+TrialDevice::~TrialDevice()
+{
+    context_->shutdown(shutdownLimit);
+}
+
+bool TrialDevice::isLost() const
+{
+    return context_->device().isLost();
+}
+
+void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::path& file,
+                         const std::function<void(const Step&)>& step)
+{
+    const std::shared_ptr<const CompiledEffect> effect = compilation.effect;
+    const std::vector<CompiledEffect::Technique>& techniques = effect->techniques;
+    Vulkan::PassRefusal refusal;
+    const auto program =
+        EffectProgram::create(context_, effect, refusal, [&](std::size_t technique, std::size_t pass) {
+            step({Stage::CreatingPipelines, techniques[technique].name,
+                  techniques[technique].passes[pass].name});
+        });
+    if (program == nullptr) {
+        refuse(compilation, file, refusal.text, refusal.technique, refusal.pass);
+        return;
+    }
+    Vulkan::WarmUp trial(program);
+    for (const iGPUImage::eFormat format : Vulkan::WarmUp::formats) {
+        for (std::size_t i = 0; i < techniques.size(); ++i) {
+            step({Stage::Drawing, techniques[i].name, {}});
+            if (!trial.draw(i, format)) {
+                refuse(compilation, file,
+                       std::string("the GPU cannot draw it") + (isLost() ? "; the device was lost" : ""),
+                       techniques[i].name);
+                return;
+            }
+        }
+    }
+}
+
+} // namespace Qx::Host::Worker

@@ -1,0 +1,11 @@
+#pragma once
+
+namespace Qx::Host::Worker {
+
+/// The descriptor that the host leaves to the worker: a stream socket to the host.
+constexpr int hostSocket = 3;
+
+/// Serves the host until it hangs up. The process's exit code.
+int serveHost();
+
+} // namespace Qx::Host::Worker

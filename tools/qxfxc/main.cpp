@@ -1,0 +1,48 @@
+#include "tools/qxfxc/Worker.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+using namespace Qx::Host;
+
+namespace {
+
+bool startedByHost()
+{
+    int type = 0;
+    socklen_t size = sizeof type;
+    return ::getsockopt(Worker::hostSocket, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_STREAM;
+}
+
+/// What a dying worker must not do: leave a core file, or make the kernel look for memory elsewhere first.
+void makeExpendable()
+{
+    const rlimit none{0, 0};
+    ::setrlimit(RLIMIT_CORE, &none);
+    if (std::FILE* file = std::fopen("/proc/self/oom_score_adj", "we")) {
+        std::fputs("1000", file);
+        std::fclose(file);
+    }
+}
+
+} // namespace
+
+int main()
+{
+    if (!startedByHost()) {
+        std::fputs(
+            "qxfxc: compiles effects for the host, which starts it; use 'qxhost effects check' instead\n",
+            stderr);
+        return 2;
+    }
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody sets variables
+    if (const char* log = std::getenv("QXFXC_LOG"); log != nullptr && *log != '\0') {
+        static_cast<void>(std::freopen(log, "ae", stderr));
+    }
+    makeExpendable();
+    return Worker::serveHost();
+}

@@ -1,0 +1,65 @@
+#include "host/Host.h"
+#include "host/core/Printable.h"
+#include "tools/qxhost/Commands.h"
+#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/HostSession.h"
+#include "tools/qxhost/Json.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace Qx::Program {
+
+namespace {
+
+Json describe(const Host::CacheInfo& info)
+{
+    return {{"directory", std::string(info.directory.view())},
+            {"enabled", info.enabled},
+            {"limitBytes", info.limitBytes},
+            {"effects", {{"count", info.effects}, {"bytes", info.effectBytes}}},
+            {"pipelines", {{"count", info.pipelines}, {"bytes", info.pipelineBytes}}}};
+}
+
+std::string kib(std::uint64_t bytes)
+{
+    return fmt::format("{} KiB", (bytes + 1023) / 1024);
+}
+
+std::string table(const Host::CacheInfo& info)
+{
+    return fmt::format("directory  {}\n"
+                       "state      {}\n"
+                       "effects    {}, {}\n"
+                       "pipelines  {}, {}\n"
+                       "limit      {}\n",
+                       Host::printable(info.directory.view()),
+                       info.enabled ? "in use" : "off, by the settings cache and cache_mib", info.effects,
+                       kib(info.effectBytes), info.pipelines, kib(info.pipelineBytes), kib(info.limitBytes));
+}
+
+} // namespace
+
+ExitCode runEffectsCache(const EffectsCacheOptions& options, Console& console)
+{
+    const Host::CacheInfo info = Host::cacheInfo();
+    tellComplaints(console);
+    if (options.action == EffectsCacheOptions::Action::Info) {
+        console.data(options.json ? jsonText(describe(info)) : table(info));
+        return ExitCode::ok;
+    }
+    const std::string directory(info.directory.view());
+    if (const LightweightString<char> problem = Host::clearCache(); !problem.empty()) {
+        throw Failure(ExitCode::output, directory + ": cannot be cleared: " + std::string(problem.view()) +
+                                            "; remove the directory yourself");
+    }
+    const Host::CacheInfo after = Host::cacheInfo();
+    const std::uint64_t removed =
+        info.effectBytes + info.pipelineBytes -
+        std::min(info.effectBytes + info.pipelineBytes, after.effectBytes + after.pipelineBytes);
+    console.data(options.json ? jsonText({{"directory", directory}, {"removedBytes", removed}})
+                              : fmt::format("{}: {} removed\n", Host::printable(directory), kib(removed)));
+    return ExitCode::ok;
+}
+
+} // namespace Qx::Program

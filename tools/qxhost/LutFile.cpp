@@ -1,5 +1,6 @@
 #include "tools/qxhost/LutFile.h"
 
+#include "host/Host.h"
 #include "lut/LUTManager.h"
 #include "platform/FileManager.h"
 #include "platform/Settings.h"
@@ -51,6 +52,7 @@ std::filesystem::path lutPath(const std::string& nameOrPath)
 Qx::Ptr<iGPUImage3D> obtainLut(const std::string& nameOrPath)
 {
     const std::filesystem::path file = lutPath(nameOrPath);
+    Host::registerReclaimable(&LUTManager::instance());
     Qx::Ptr<iGPUImage3D> table = LUTManager::instance().load(asText(file));
     if (!table) {
         const std::string reason = Host::readLUT(file).failure;

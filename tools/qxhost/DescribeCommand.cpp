@@ -1,4 +1,5 @@
 #include "host/core/Printable.h"
+#include "host/effects/EffectCompilation.h"
 #include "host/effects/ParameterRange.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"

@@ -23,6 +23,7 @@ protected:
     void SetUp() override
     {
         ProgramTest::SetUp();
+        fs::create_directory(at(".cache"));
         write("halve.fx", effectText);
     }
 
@@ -93,6 +94,7 @@ TEST_F(Caches, one_setting_turns_everything_off)
 
 TEST_F(Caches, a_cache_that_cannot_be_had_changes_no_result_and_is_one_line_in_the_log)
 {
+    fs::remove(at(".cache"));
     write(".cache", "a file where the directory should be");
     const Outcome outcome = check();
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;

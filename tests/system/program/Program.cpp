@@ -19,13 +19,16 @@ namespace Qx::System {
 
 namespace {
 
-/// The test's own environment, with the user's directories moved into the test's.
+/// The test's own environment, with the user's directories moved into the test's. Compiled effects are shared by
+/// all tests, unless one makes a ".cache" of its own.
 std::vector<std::string> environmentFor(const fs::path& directory)
 {
+    const fs::path ownCache = directory / ".cache";
+    const fs::path cache = fs::exists(ownCache) ? ownCache : fs::path(QX_BUILD_FOLDER) / "tests/cache";
     std::vector<std::string> variables{"XDG_CONFIG_HOME=" + (directory / ".config").string(),
                                        "XDG_DATA_HOME=" + (directory / ".data").string(),
                                        "XDG_STATE_HOME=" + (directory / ".state").string(),
-                                       "XDG_CACHE_HOME=" + (directory / ".cache").string()};
+                                       "XDG_CACHE_HOME=" + cache.string()};
     for (char** each = environ; *each != nullptr; ++each) {
         if (!std::string_view(*each).starts_with("XDG_")) {
             variables.emplace_back(*each);

@@ -1,5 +1,6 @@
 #include "QxFxResources/Manager.h"
 #include "host/core/Printable.h"
+#include "host/effects/EffectCompilation.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
 #include "tools/qxhost/Commands.h"

@@ -5,6 +5,7 @@ option(QX_BUILD_BENCHMARKS "Build the benchmarks" ${PROJECT_IS_TOP_LEVEL})
 option(QX_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" ${PROJECT_IS_TOP_LEVEL})
 set(QX_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 option(QX_COVERAGE "Instrument for coverage" OFF)
+option(QX_FUZZERS "Build the fuzzers; Clang only, see the preset fuzz" OFF)
 
 find_program(QX_CCACHE ccache)
 if(QX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)

@@ -60,7 +60,6 @@ private:
         std::size_t technique;
         std::size_t pass;
         std::size_t text;
-        PassText source; ///< without its text
     };
 
     /// False after an error: without the whole effect, looking further would only find what follows from it.
@@ -93,7 +92,7 @@ private:
     {
         std::map<std::string, std::size_t> known;
         std::size_t bytes = 0;
-        constexpr std::size_t mostBytes = 256U << 20U;
+        constexpr std::size_t mostBytes = 64U << 20U;
         for (const EffectSyntax::Technique& technique : syntax_.techniques) {
             effect_.techniques.push_back(
                 {std::string(technique.name.text), {}, plainAnnotations(technique.annotations)});
@@ -105,13 +104,13 @@ private:
                     PassText text = writer.write(pass);
                     names_.merge(text.names);
                     text.names.clear();
+                    bytes += text.hlsl.size();
                     const auto [place, isNew] = known.emplace(std::move(text.hlsl), texts_.size());
                     if (isNew) {
                         texts_.push_back(place->first);
+                        sources_.push_back(std::move(text));
                     }
-                    bytes += isNew ? place->first.size() : 0;
-                    places_.push_back(
-                        {effect_.techniques.size() - 1, passes.size() - 1, place->second, std::move(text)});
+                    places_.push_back({effect_.techniques.size() - 1, passes.size() - 1, place->second});
                 } catch (const CompileError& error) {
                     problems_.fail(error, at_);
                 }
@@ -135,7 +134,7 @@ private:
                 pass.samplers.push_back(binding - 1);
             }
             if (shader.error && !problems_.enough()) {
-                report(*shader.error, place, place.source, texts_[place.text]);
+                report(*shader.error, place, sources_[place.text], texts_[place.text]);
                 lookFurther(*shader.error, place, writer);
             }
         }
@@ -152,7 +151,7 @@ private:
             return;
         }
         std::set<std::size_t> left;
-        PassText source = place.source;
+        PassText source = sources_[place.text];
         while (left.size() < mostFunctions) {
             const std::optional<std::size_t> piece = source.pieceAt(error.line);
             const bool leavable =
@@ -196,6 +195,7 @@ private:
     EffectSyntax syntax_;
     CompiledEffect effect_;
     std::vector<std::string> texts_; ///< each once, however many passes share it
+    std::vector<PassText> sources_;  ///< of the texts, without them; of the first pass that has each
     std::vector<PassPlace> places_;
     std::unordered_set<std::string_view> names_; ///< that the passes reach
     std::set<std::size_t> lookedAt_;             ///< texts whose further functions were looked at

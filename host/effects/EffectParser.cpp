@@ -62,8 +62,22 @@ EffectSyntax EffectParser::parse()
             }
             reader_.skipItem(item);
         }
+        checkSize(*item);
     }
     return std::move(effect_);
+}
+
+void EffectParser::checkSize(const Token& item) const
+{
+    // Later steps look at each of these for each of others.
+    const auto check = [&](std::size_t count, std::size_t most, const char* what) {
+        if (count > most) {
+            throw LimitError(item.at, "an effect has " + std::to_string(most) + ' ' + what + " at most");
+        }
+    };
+    check(passes_, Limits::passes, "passes");
+    check(effect_.pieces.size() + effect_.textures.size() + effect_.samplers.size(), Limits::declarations,
+          "functions, types, constants, textures and samplers");
 }
 
 void EffectParser::parseGlobal()
@@ -176,6 +190,7 @@ void EffectParser::parseTechnique()
             throw reader_.unexpected("'pass' or '}'", context);
         }
         technique.passes.push_back(parsePass());
+        ++passes_;
     }
     if (technique.passes.empty()) {
         throw CompileError(technique.name.at, "technique " + inQuotes(technique.name.text) + " has no pass");
@@ -543,6 +558,11 @@ void EffectParser::parseFunction(const Qualifiers& qualifiers, EffectSyntax::Typ
             reader_.expect(",", "between the parameters of " + inQuotes(name.text));
         }
         piece.function.parameters.push_back(parseFunctionParameter(piece));
+        if (piece.function.parameters.size() > Limits::functionParameters) {
+            throw CompileError(piece.function.parameters.back().name.at,
+                               "a function has " + std::to_string(Limits::functionParameters) +
+                                   " parameters at most");
+        }
     }
     piece.text.push_back(reader_.take());
     piece.function.semantic = parseSemantic();

@@ -42,6 +42,7 @@ private:
     };
 
     void parseGlobal();
+    void checkSize(const Token& item) const;
     void refuseForeign() const;
     void parseTechnique();
     EffectSyntax::Pass parsePass();
@@ -79,6 +80,7 @@ private:
     TokenReader reader_;
     Problems& problems_;
     EffectSyntax effect_;
+    std::size_t passes_ = 0;
     std::unordered_map<std::string_view, ConstantValue> constants_;
     std::unordered_map<std::string_view, NumericType> typedefs_;
     std::set<std::string_view> typeNames_;       ///< of structs and typedefs

@@ -119,8 +119,8 @@ double sizeBetween(const Token* open, const Token* close, const ConstantReader::
     }
 }
 
-/// At the first bracket of "[2][3]".
-void checkArraySize(const Token* token, const Token* end, const ConstantReader::Names& names)
+/// At the first bracket of "[2][3]". Answers the token behind what it has judged.
+const Token* checkArraySize(const Token* token, const Token* end, const ConstantReader::Names& names)
 {
     constexpr std::ptrdiff_t longest = 64; // tokens; sizes are short
     const Location at = token->at;
@@ -129,7 +129,7 @@ void checkArraySize(const Token* token, const Token* end, const ConstantReader::
         const Token* const last = end - token > longest ? token + longest : end;
         const Token* const close = std::find_if(token, last, [](const Token& t) { return t.is("]"); });
         if (close == last) {
-            return;
+            return token;
         }
         size *= sizeBetween(token, close, names);
         token = close + 1;
@@ -138,6 +138,7 @@ void checkArraySize(const Token* token, const Token* end, const ConstantReader::
         throw CompileError(at, "an array has " + std::to_string(static_cast<unsigned>(largestArray)) +
                                    " elements at most");
     }
+    return token;
 }
 
 /// The constants of a function, such as "const int count = 4;", for the sizes of its arrays.
@@ -204,6 +205,7 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
     LocalConstants constants(names);
     const auto constantNamed = [&](const Token& name) { return constants.find(name); };
     const Token* const end = tokens.data() + tokens.size();
+    const Token* judged = tokens.data(); // sizes of arrays, up to here
     for (const Token* token = tokens.data(); token != end; ++token) {
         if (isHint(token, end, kept.empty() ? nullptr : &kept.back())) {
             token = std::find_if(token, end, [](const Token& t) { return t.is("]"); });
@@ -218,8 +220,8 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
                 refuseMatrixSwizzle(*token);
             }
         }
-        if (token->is("[")) {
-            checkArraySize(token, end, constantNamed);
+        if (token->is("[") && token >= judged) {
+            judged = checkArraySize(token, end, constantNamed);
         }
         constants.note(token, end);
         chains.count(*token);

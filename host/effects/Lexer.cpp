@@ -177,7 +177,7 @@ private:
             "<<=", ">>=", "...", "<<", ">>", "<=", ">=", "==", "!=", "&&", "||", "++",
             "--",  "+=",  "-=",  "*=", "/=", "%=", "&=", "|=", "^=", "##", "::"};
         for (const std::string_view candidate : longer) {
-            if (text_.substr(position_, candidate.size()) == candidate) {
+            if (candidate[0] == peek() && text_.substr(position_, candidate.size()) == candidate) {
                 for (std::size_t i = 0; i < candidate.size(); ++i) {
                     advance();
                 }

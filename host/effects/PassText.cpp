@@ -15,6 +15,7 @@ constexpr std::size_t deepestCalls = 256;
 // Every call is replaced by the function called, at a price that grows with the square of their number.
 constexpr std::size_t mostInlinedTokens = 1U << 17U;
 constexpr std::size_t tokensOfCall = 64; // what one costs beside its text
+constexpr std::size_t mostNamesakes = 64;
 
 // One level and no coordinates outside the draw: an explicit level 0 is what every sampling means here, and
 // it stays defined in branches, where there are no derivatives. The HLSL compiler's own fmod takes the sign
@@ -132,7 +133,13 @@ PassWriter::PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect)
     : syntax_(syntax), effect_(effect), costs_(syntax.pieces.size())
 {
     for (std::size_t i = 0; i < syntax.pieces.size(); ++i) {
-        piecesByName_[syntax.pieces[i].name.text].push_back(i);
+        const EffectSyntax::Piece& piece = syntax.pieces[i];
+        std::vector<std::size_t>& namesakes = piecesByName_[piece.name.text];
+        if (namesakes.size() >= mostNamesakes) {
+            throw CompileError(piece.name.at, inQuotes(piece.name.text) + " is declared more than " +
+                                                  std::to_string(mostNamesakes) + " times");
+        }
+        namesakes.push_back(i);
     }
     for (std::size_t i = 0; i < syntax.pieces.size(); ++i) {
         costOf(i, 0);

@@ -85,10 +85,8 @@ void Preprocessor::defineFromOptions()
 
 std::uint32_t Preprocessor::open(const std::filesystem::path& path, Location from)
 {
-    for (std::uint32_t i = 0; i < files_.size(); ++i) {
-        if (files_[i].path == path && !path.empty()) {
-            return i;
-        }
+    if (const auto known = files_.find(path)) {
+        return *known;
     }
     std::error_code error;
     // Devices and pipes never end: only regular files are read.
@@ -135,6 +133,13 @@ void Preprocessor::processFile(std::uint32_t file, Location from)
     const std::uint32_t inclusion = includeStack_.empty() ? file : files_.addInclusion(file, from);
     const Tokens tokens = splitIntoTokens(files_[file].text, inclusion, Limits::tokens);
     includeStack_.push_back(file);
+    readBytes_ += files_[file].text.size();
+    readTokens_ += tokens.size();
+    if (readBytes_ > Limits::readBytes || readTokens_ > Limits::readTokens) {
+        throw LimitError(from, "the effect is too large with all that it includes: more than " +
+                                   std::to_string(Limits::readBytes) + " bytes or " +
+                                   std::to_string(Limits::readTokens) + " tokens");
+    }
     std::vector<Condition> conditions;
     processLines(tokens, conditions);
     if (!conditions.empty()) {
@@ -167,7 +172,7 @@ void Preprocessor::processLines(const Tokens& tokens, std::vector<Condition>& co
     const Token* const end = tokens.data() + tokens.size();
     const auto isDirective = [](const Token& token) { return token.startsLine && token.is("#"); };
     for (const Token* token = tokens.data(); token != end;) {
-        countStep(token->at);
+        countStep(*token);
         if (isDirective(*token)) {
             const Token* const next =
                 std::find_if(token + 1, end, [](const Token& t) { return t.startsLine; });
@@ -177,7 +182,7 @@ void Preprocessor::processLines(const Tokens& tokens, std::vector<Condition>& co
         }
         const Token* const next = std::find_if(token, end, isDirective);
         if (conditions.empty() || conditions.back().active) {
-            tolerate([&] { expand(token, next, output_, 0); });
+            tolerate([&] { expandIntoEffect(token, next); });
         }
         token = next;
     }
@@ -331,6 +336,21 @@ void Preprocessor::include(const Token* begin, const Token* end)
     }
 }
 
+// Messages repeat what they complain of, and an effect must not read out a file that is none.
+bool Preprocessor::mayInclude(const std::filesystem::path& file) const
+{
+    const auto holds = [&](const std::filesystem::path& directory) {
+        std::error_code error;
+        const auto inside =
+            std::filesystem::absolute(file, error)
+                .lexically_relative(
+                    std::filesystem::absolute(directory.empty() ? "." : directory, error).lexically_normal());
+        return !error && !inside.empty() && *inside.begin() != "..";
+    };
+    return holds(files_[includeStack_.front()].path.parent_path()) ||
+           std::any_of(options_.includeDirectories.begin(), options_.includeDirectories.end(), holds);
+}
+
 /// The including file's own directory first; each once.
 std::vector<std::filesystem::path> Preprocessor::searchedDirectories() const
 {
@@ -347,15 +367,27 @@ std::filesystem::path Preprocessor::findInclude(const std::string& name, const T
 {
     std::string searched;
     std::vector<std::string> neighbours;
+    bool refused = false;
     for (const std::filesystem::path& directory : searchedDirectories()) {
         const std::filesystem::path candidate = (directory / name).lexically_normal();
         std::error_code error;
-        if (std::filesystem::is_regular_file(candidate, error)) {
+        searched += (searched.empty() ? "" : ", ") + (directory.empty() ? "." : directory.string());
+        if (!mayInclude(candidate)) {
+            refused = true;
+            continue;
+        }
+        if (files_.find(candidate) || std::filesystem::is_regular_file(candidate, error)) {
             return candidate;
         }
         files_.noteInput(candidate, std::nullopt);
-        searched += (searched.empty() ? "" : ", ") + (directory.empty() ? "." : directory.string());
         addFilesOf(candidate.parent_path(), neighbours);
+    }
+    if (refused) {
+        throw CompileError(at.at,
+                           "the include file " + inQuotes(name) +
+                               " lies outside the directories of effects; an effect includes what lies "
+                               "in or below " +
+                               searched);
     }
     throw CompileError(at.at, "cannot find the include file " + inQuotes(name) +
                                   didYouMean(std::filesystem::path(name).filename().string(), neighbours) +
@@ -401,7 +433,7 @@ void Preprocessor::define(const Token* begin, const Token* end)
 
 const Token* Preprocessor::readMacroParameters(Macro& macro, const Token* token, const Token* end) const
 {
-    const auto fail = [&](const char* what) -> CompileError {
+    const auto fail = [&](const std::string& what) -> CompileError {
         return {token == end ? macro.at : token->at,
                 "the parameters of macro " + inQuotes(macro.name) + ": " + what};
     };
@@ -416,6 +448,9 @@ const Token* Preprocessor::readMacroParameters(Macro& macro, const Token* token,
             macro.parameters.end()) {
             throw fail("a name stands there twice");
         }
+        if (macro.parameters.size() >= Limits::macroParameters) {
+            throw fail("there are more than " + std::to_string(Limits::macroParameters));
+        }
         macro.parameters.push_back(token->text);
         ++token;
         if (token == end || (!token->is(",") && !token->is(")"))) {
@@ -427,11 +462,13 @@ const Token* Preprocessor::readMacroParameters(Macro& macro, const Token* token,
     }
 }
 
-void Preprocessor::countStep(Location at)
+void Preprocessor::countStep(const Token& token)
 {
-    if (++steps_ > Limits::steps) {
-        throw LimitError(at, "the effect is too large: preprocessing took more than " +
-                                 std::to_string(Limits::steps) + " steps");
+    constexpr std::size_t bytes = 16; // of a token that is copied, kept or joined, for the price of one more
+    steps_ += 1 + token.text.size() / bytes;
+    if (steps_ > Limits::steps) {
+        throw LimitError(token.at, "the effect is too large: preprocessing took more than " +
+                                       std::to_string(Limits::steps) + " steps");
     }
 }
 
@@ -453,7 +490,7 @@ void Preprocessor::expand(const Token* begin, const Token* end, Tokens& output, 
             continue;
         }
         Token token = *context.position++;
-        countStep(token.at);
+        countStep(token);
         if (token.kind == TokenKind::Identifier && !token.noExpand && expandMacro(contexts, token, depth)) {
             continue;
         }
@@ -466,6 +503,19 @@ void Preprocessor::expand(const Token* begin, const Token* end, Tokens& output, 
                                            std::to_string(Limits::tokens) + " tokens after preprocessing");
         }
         output.push_back(token);
+    }
+}
+
+void Preprocessor::expandIntoEffect(const Token* begin, const Token* end)
+{
+    const std::size_t before = output_.size();
+    expand(begin, end, output_, 0);
+    for (std::size_t i = before; i < output_.size(); ++i) {
+        tokenBytes_ += output_[i].text.size();
+    }
+    if (tokenBytes_ > Limits::tokenBytes) {
+        throw LimitError(begin->at, "the effect is too large: its tokens take more than " +
+                                        std::to_string(Limits::tokenBytes) + " bytes after preprocessing");
     }
 }
 
@@ -514,7 +564,7 @@ std::vector<std::vector<Token>> Preprocessor::readArguments(std::vector<Context>
             throw CompileError(name.at, "the arguments of macro " + inQuotes(macro.name) + " have no ')'");
         }
         const Token token = *contexts.back().position++;
-        countStep(token.at);
+        countStep(token);
         if (token.is("(")) {
             ++brackets;
             if (brackets == 1) {
@@ -553,7 +603,7 @@ std::vector<Token> Preprocessor::substitute(const Macro& macro, const Token& nam
     bool paste = false;   // the next token joins the last of the result
     bool present = false; // the operand before came to some token
     const auto append = [&](Token token) {
-        countStep(token.at);
+        countStep(token);
         if (paste) {
             result.back() = pasted(result.back(), token);
         } else {
@@ -596,10 +646,15 @@ Token Preprocessor::stringized(const Tokens& argument, Location at)
 {
     std::string text = "\"";
     for (const Token& token : argument) {
+        countStep(token);
         text += token.spaceBefore && text.size() > 1 ? " " : "";
         for (const char c : token.text) {
             text += c == '"' ? '\'' : c; // the language's strings have no escapes
         }
+    }
+    if (text.size() > Limits::textBytes) {
+        throw CompileError(at, "# makes a text of more than " + std::to_string(Limits::textBytes) +
+                                   " characters");
     }
     Token token;
     token.kind = TokenKind::String;

@@ -16,13 +16,20 @@ struct Limits
 {
     static constexpr std::size_t fileBytes = 4U << 20U;
     static constexpr std::size_t tokens = 1U << 20U; ///< of one file, and of the effect after preprocessing
-    static constexpr std::size_t steps = 8U << 20U;  ///< of preprocessing, counting what comes to nothing
+    static constexpr std::size_t tokenBytes = 16U << 20U; ///< of the tokens of the effect after preprocessing
+    static constexpr std::size_t readBytes = 64U << 20U;  ///< of all inclusions together
+    static constexpr std::size_t readTokens = 4U << 20U;  ///< of all inclusions together
+    static constexpr std::size_t steps = 8U << 20U; ///< of preprocessing, counting what comes to nothing
     static constexpr std::size_t inclusions = 4096;
     static constexpr std::size_t includeDepth = 32;
-    static constexpr std::size_t macroDepth = 64;  ///< of macro calls within macro arguments
+    static constexpr std::size_t macroDepth = 64; ///< of macro calls within macro arguments
+    static constexpr std::size_t macroParameters = 256;
     static constexpr std::size_t nesting = 128;    ///< of brackets, and of expressions
     static constexpr std::size_t textBytes = 4096; ///< of a name or a string
     static constexpr std::size_t techniques = 4096;
+    static constexpr std::size_t passes = 4096;        ///< of all techniques together
+    static constexpr std::size_t declarations = 16384; ///< of functions, types, constants, textures, samplers
+    static constexpr std::size_t functionParameters = 256;
     static constexpr std::size_t uniformBytes = 16384; ///< what every Vulkan device takes in one buffer
 };
 
@@ -62,6 +69,7 @@ private:
     void directive(const Token* begin, const Token* end, Location hash, std::vector<Condition>& conditions);
     bool conditional(const Token* begin, const Token* end, std::vector<Condition>& conditions);
     void include(const Token* begin, const Token* end);
+    bool mayInclude(const std::filesystem::path& file) const;
     std::filesystem::path findInclude(const std::string& name, const Token& at) const;
     std::vector<std::filesystem::path> searchedDirectories() const;
     void define(const Token* begin, const Token* end);
@@ -69,13 +77,14 @@ private:
     bool evaluateCondition(const Token* begin, const Token* end);
 
     void expand(const Token* begin, const Token* end, Tokens& output, std::size_t depth);
+    void expandIntoEffect(const Token* begin, const Token* end);
     bool expandMacro(std::vector<Context>& contexts, const Token& name, std::size_t depth);
     std::vector<Tokens> readArguments(std::vector<Context>& contexts, const Token& name, const Macro& macro);
     Tokens substitute(const Macro& macro, const Token& name, const std::vector<Tokens>& arguments,
                       std::size_t depth);
     Token stringized(const Tokens& argument, Location at);
     Token pasted(const Token& left, const Token& right);
-    void countStep(Location at);
+    void countStep(const Token& token);
 
     SourceFiles& files_;
     const EffectCompilerOptions& options_;
@@ -85,6 +94,9 @@ private:
     Tokens output_;
     std::vector<std::uint32_t> includeStack_;
     std::size_t inclusions_ = 0;
+    std::size_t tokenBytes_ = 0;
+    std::size_t readBytes_ = 0;
+    std::size_t readTokens_ = 0;
     std::size_t steps_ = 0;
 };
 

@@ -47,11 +47,13 @@ void Problems::add(Diagnostic::Severity severity, const CompileError& problem, c
         diagnostics_[known->second].otherPasses += context.technique.empty() ? 0U : 1U;
         return;
     }
-    if (enough()) {
+    std::size_t& count = severity == Diagnostic::Severity::Error ? errors_ : warnings_;
+    if (count >= most) {
         known_.erase(known);
         ++leftOut_;
         return;
     }
+    ++count;
     diagnostic.technique = context.technique.empty() ? "" : name(context.technique);
     diagnostic.pass = context.pass.empty() ? "" : name(context.pass);
     if (at.line > 0 && at.file < files_.size()) {

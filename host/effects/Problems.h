@@ -31,13 +31,13 @@ public:
     bool failed() const { return failed_; }
 
     /// Whether so much is wrong that looking for more helps nobody.
-    bool enough() const { return diagnostics_.size() >= most; }
+    bool enough() const { return errors_ >= most; }
 
     /// Moves what was collected out.
     std::vector<Diagnostic> take();
 
 private:
-    static constexpr std::size_t most = 50;
+    static constexpr std::size_t most = 50; ///< of errors, and of warnings: those must not crowd out these
 
     void add(Diagnostic::Severity severity, const CompileError& problem, const Context& context);
     Diagnostic::Place placeOf(Location at) const;
@@ -46,6 +46,8 @@ private:
     const SourceFiles& files_;
     std::vector<Diagnostic> diagnostics_;
     std::map<std::string, std::size_t> known_; ///< where each is, by its first line
+    std::size_t errors_ = 0;
+    std::size_t warnings_ = 0;
     std::size_t leftOut_ = 0;
     bool failed_ = false;
 };

@@ -11,6 +11,16 @@ std::uint32_t SourceFiles::add(File file)
     return static_cast<std::uint32_t>(files_.size() - 1);
 }
 
+std::optional<std::uint32_t> SourceFiles::find(const std::filesystem::path& path) const
+{
+    for (std::uint32_t i = 0; i < size(); ++i) {
+        if (files_[i].path.native() == path.native() && !path.empty()) {
+            return i;
+        }
+    }
+    return std::nullopt;
+}
+
 std::string_view SourceFiles::keep(std::string text)
 {
     return kept_.emplace_back(std::move(text));

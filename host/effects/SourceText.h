@@ -7,6 +7,7 @@
 #include <deque>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -52,6 +53,8 @@ public:
 
     const File& operator[](std::uint32_t index) const { return files_[index]; }
     File& operator[](std::uint32_t index) { return files_[index]; }
+    /// The file of that path, or nothing when it was not added yet.
+    std::optional<std::uint32_t> find(const std::filesystem::path& path) const;
     std::uint32_t size() const { return static_cast<std::uint32_t>(files_.size()); }
 
     /// Keeps text that the preprocessor made; the view is valid as long as this object.

@@ -7,6 +7,7 @@
 
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
@@ -161,6 +162,11 @@ Settings::Settings(const std::string& path) : path_(path)
     read();
 }
 
+Settings::Settings(const std::string& path, std::string_view contents) : path_(path)
+{
+    parse(contents);
+}
+
 void Settings::read()
 {
     std::error_code error;
@@ -173,10 +179,22 @@ void Settings::read()
         fileProblem_ = path_ + ": the settings cannot be read; every setting has its default";
         return;
     }
+    parse(*contents);
+}
+
+void Settings::parse(std::string_view contents)
+{
+    // The parser nests a table for every dot in a key, and frees them by recursion, to the end of the stack.
+    constexpr std::ptrdiff_t mostDots = 4096;
+    if (std::count(contents.begin(), contents.end(), '.') > mostDots) {
+        fileProblem_ = path_ + ":1:1: the file has more than " + std::to_string(mostDots) +
+                       " dots, which may nest its tables too deep; every setting has its default";
+        return;
+    }
 
     toml::table root;
     try {
-        root = toml::parse(*contents, path_);
+        root = toml::parse(contents, path_);
     } catch (const toml::parse_error& problem) {
         const auto where = problem.source().begin;
         fileProblem_ = path_ + ":" + std::to_string(where.line) + ":" + std::to_string(where.column) + ": " +

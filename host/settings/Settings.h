@@ -45,6 +45,9 @@ public:
 
     /// Reads that file; one that does not exist is empty.
     explicit Settings(const std::string& path);
+
+    /// Takes the contents of that file as given.
+    Settings(const std::string& path, std::string_view contents);
     Settings();
 
 private:
@@ -55,6 +58,7 @@ private:
     };
 
     void read();
+    void parse(std::string_view contents);
 
     /// The value of the wanted alternative, or a report that it is something else.
     const Value* findInFile(std::string_view key) const;

@@ -49,6 +49,20 @@ TEST(Settings, ABrokenFileIsOneMessageWithItsLineAndEverySettingHasItsDefault)
     EXPECT_FALSE(settings.integer("good"));
 }
 
+TEST(Settings, AKeyOfManyPartsIsAProblemAndNoOverflow)
+{
+    std::string key = "a";
+    for (int i = 0; i < 200000; ++i) {
+        key += ".a";
+    }
+    for (const std::string& text : {key + " = 1\n", "[" + key + "]\n", "x = { " + key + " = 1 }\n"}) {
+        const Settings settings("settings.toml", text);
+        EXPECT_EQ(settings.fileProblem(),
+                  "settings.toml:1:1: the file has more than 4096 dots, which may nest its tables too deep; "
+                  "every setting has its default");
+    }
+}
+
 TEST(Settings, AFileThatIsNoFileIsAProblem)
 {
     const TemporaryDirectory directory;

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "host/effects/Preprocessor.h"
+#include "tests/fuzz/Targets.h"
+
+namespace Qx::Fuzz {
+
+/// The effect of an input and the files that it may include, as if they had been read.
+class EffectText
+{
+public:
+    explicit EffectText(Input input);
+
+    /// The tokens of the effect. Throws Host::Effects::CompileError.
+    std::vector<Host::Effects::Token> preprocess();
+
+    void checkPlace(Host::Effects::Location at) const;
+
+    /// That everything there is to say can be said to a person.
+    void checkMessages();
+
+    Host::Effects::Problems& problems() { return problems_; }
+
+private:
+    Host::Effects::SourceFiles files_;
+    Host::Effects::Problems problems_{files_};
+    Host::EffectCompilerOptions options_;
+};
+
+} // namespace Qx::Fuzz

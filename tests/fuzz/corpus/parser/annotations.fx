@@ -1,0 +1,1 @@
+float a < string x = "1"; float y = ; > = 1; texture t < int = 3; >; technique { } technique B { } pass

@@ -1,0 +1,1 @@
+float4 f() : COLOR { const int n = 4; float a[n]; float b[99999999][99999999]; a[0] = 1; return a[0]; } technique A { pass { PixelShader = compile ps_3_0 f(); } }

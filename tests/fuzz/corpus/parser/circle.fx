@@ -1,0 +1,1 @@
+float4 a(); float4 b() { return a(); } float4 a() { return b(); } float4 f() : COLOR { return a(); } technique A { pass { PixelShader = compile ps_3_0 f(); } }

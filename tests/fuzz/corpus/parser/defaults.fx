@@ -1,0 +1,1 @@
+float a = 1 / 0; float b = ((((((((1; float c[0]; float d[-1]; float e[2] = { 1 };

@@ -1,0 +1,1 @@
+float4x4 m; float4 f() : COLOR { return m._m00_m11.xyxy; } technique A { pass { PixelShader = compile ps_3_0 f(); } }

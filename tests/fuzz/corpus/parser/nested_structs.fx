@@ -1,0 +1,1 @@
+struct A { float4 x[2]; }; struct B { A a[3]; } ; static const B b = { { 0 } }; technique A { pass P { } }

@@ -1,0 +1,1 @@
+{}[]()<>;,.:= technique technique T T { pass pass P P { PixelShader = = compile

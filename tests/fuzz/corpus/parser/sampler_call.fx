@@ -1,0 +1,1 @@
+sampler a=o(0++

@@ -1,0 +1,2 @@
+<!DOCTYPE html>
+<html><head><title>404</title></head></html>

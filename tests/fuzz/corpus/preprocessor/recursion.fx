@@ -1,0 +1,3 @@
+#include "self.fxh"
+//// self.fxh
+#include "self.fxh"

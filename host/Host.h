@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+class iReclaimable;
+
 /// Marks what the reference host offers to the program that embeds it, beside the platform's interfaces.
 #define QX_HOST_API __attribute__((visibility("default")))
 
@@ -96,6 +98,15 @@ QX_HOST_API CacheInfo cacheInfo();
 /// Removes everything that is kept, also while other processes use it: they make it anew. Empty, or why not
 /// all of it could be removed.
 QX_HOST_API LightweightString<char> clearCache();
+
+/// Has the host ask this object for memory when the machine is short of it: limitUsage() when work begins to
+/// wait for memory, purge() when it is scarce. It is asked on a thread of the host's until it is
+/// unregistered, which waits for a call that is under way, or stop().
+QX_HOST_API void registerReclaimable(iReclaimable* reclaimable);
+QX_HOST_API void unregisterReclaimable(iReclaimable* reclaimable);
+
+/// Has everything that is registered write what it holds to the log.
+QX_HOST_API void reportMemory();
 
 /// Has the watchdog watch the thread that makes it, for as long as it lives: a line in the log says so when
 /// the thread does not report for that long.

@@ -5,6 +5,7 @@
 #include "Qx/iObject.h"
 #include "platform/Api.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -58,6 +59,14 @@ public:
     virtual void* map(eAccess access) = 0;
 };
 
+/// The colours that a three-dimensional table covers: an axis runs from `min` at the first entry to `max` at
+/// the last. Colours outside are held to it.
+struct TableDomain
+{
+    std::array<float, 3> min{0.0F, 0.0F, 0.0F}; ///< red, green, blue
+    std::array<float, 3> max{1.0F, 1.0F, 1.0F}; ///< each above its min
+};
+
 /// A three-dimensional image: a table of size x size x size entries, red running fastest, four floats an
 /// entry.
 class QX_PLATFORM_API iHostImage3D : public iObject
@@ -66,12 +75,19 @@ public:
     virtual int getSize() const = 0; ///< entries along an edge
     virtual const float* getData() const = 0;
     virtual float* getData() = 0;
+
+    /// What the table's first and last entries stand for. 0 to 1 unless the maker says otherwise.
+    virtual TableDomain getDomain() const { return {}; }
 };
 
 class QX_PLATFORM_API iGPUImage3D : public iGPUResource
 {
 public:
     virtual int getSize() const = 0;
+
+    /// That of the host image it was made from. Whoever applies a table gives it to the effect: a shader sees
+    /// the entries alone.
+    virtual TableDomain getDomain() const { return {}; }
 };
 
 /// A context for compute work on the GPU.

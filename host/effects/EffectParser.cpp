@@ -90,7 +90,8 @@ void EffectParser::parseGlobal()
         parseTechnique();
     } else if (reader_.isKeyword("texture") || reader_.isKeyword("texture2D")) {
         parseTexture();
-    } else if (reader_.isKeyword("sampler") || reader_.isKeyword("sampler2D")) {
+    } else if (reader_.isKeyword("sampler") || reader_.isKeyword("sampler2D") ||
+               reader_.isKeyword("sampler3D")) {
         parseSampler();
     } else if (reader_.peek().is("struct")) {
         parseStruct();
@@ -113,33 +114,13 @@ void EffectParser::refuseForeign() const
                                          ? std::string("this string does not end on its line")
                                          : "unexpected character " + inQuotes(token.text));
     }
-    for (const std::string_view word : {"technique10",
-                                        "technique11",
-                                        "texture1D",
-                                        "texture3D",
-                                        "textureCUBE",
-                                        "sampler1D",
-                                        "sampler3D",
-                                        "samplerCUBE",
-                                        "sampler_state",
-                                        "SamplerState",
-                                        "SamplerComparisonState",
-                                        "cbuffer",
-                                        "tbuffer",
-                                        "namespace",
-                                        "class",
-                                        "interface",
-                                        "template",
-                                        "pixelshader",
-                                        "vertexshader",
-                                        "stateblock",
-                                        "compile",
-                                        "pass",
-                                        "RenderTargetView",
-                                        "DepthStencilView",
-                                        "BlendState",
-                                        "Buffer",
-                                        "RWTexture2D"}) {
+    for (const std::string_view word :
+         {"technique10", "technique11",      "texture1D",        "texture3D",    "textureCUBE",
+          "sampler1D",   "samplerCUBE",      "sampler_state",    "SamplerState", "SamplerComparisonState",
+          "cbuffer",     "tbuffer",          "namespace",        "class",        "interface",
+          "template",    "pixelshader",      "vertexshader",     "stateblock",   "compile",
+          "pass",        "RenderTargetView", "DepthStencilView", "BlendState",   "Buffer",
+          "RWTexture2D"}) {
         if (reader_.isKeyword(word)) {
             throw CompileError(token.at, inQuotes(token.text) +
                                              " is not part of the effect language here; see the techniques, "
@@ -315,8 +296,8 @@ void EffectParser::parseTexture()
 
 void EffectParser::parseSampler()
 {
-    reader_.take();
     EffectSyntax::Sampler sampler;
+    sampler.dimensions = equalIgnoringCase(reader_.take().text, "sampler3D") ? 3 : 2;
     sampler.name = reader_.expectName("the name of the sampler");
     claimName(sampler.name);
     if (reader_.peek().is("[")) {
@@ -493,7 +474,8 @@ EffectSyntax::Type EffectParser::parseType()
     if (const auto found = typedefs_.find(name.text); found != typedefs_.end()) {
         type.numeric = found->second;
     }
-    type.sampler = equalIgnoringCase(name.text, "sampler") || equalIgnoringCase(name.text, "sampler2D");
+    type.sampler = equalIgnoringCase(name.text, "sampler") || equalIgnoringCase(name.text, "sampler2D") ||
+                   equalIgnoringCase(name.text, "sampler3D");
     if (isOneOf(name.text, {"vector", "matrix"}) && reader_.peek().is("<")) {
         type.tokens.push_back(reader_.take());
         const Tokens inside = reader_.takeUntil(">", "the type");

@@ -98,6 +98,7 @@ struct EffectSyntax
     {
         Token name;
         Token texture;
+        unsigned dimensions = 2; ///< of the images it reads: 2 or 3
         CompiledEffect::Filter filter = CompiledEffect::Filter::Point;
         CompiledEffect::Address addressU = CompiledEffect::Address::Clamp;
         CompiledEffect::Address addressV = CompiledEffect::Address::Clamp;

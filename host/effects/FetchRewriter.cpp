@@ -1,5 +1,6 @@
 #include "host/effects/FetchRewriter.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -42,9 +43,12 @@ std::string readString(const Instruction& instruction, std::size_t first)
 class Rewriter
 {
 public:
-    Rewriter(std::vector<std::uint32_t>& spirv, std::string_view function)
-        : spirv_(spirv), function_(std::string(function) + "("), nextId_(spirv[boundWord])
+    Rewriter(std::vector<std::uint32_t>& spirv, const std::vector<std::string_view>& functions)
+        : spirv_(spirv), nextId_(spirv[boundWord])
     {
+        for (const std::string_view function : functions) {
+            decorated_.push_back(std::string(function) + "(");
+        }
     }
 
     bool run()
@@ -68,15 +72,15 @@ private:
     {
         switch (instruction.op()) {
         case spv::OpName:
-            if (readString(instruction, 2).compare(0, function_.size(), function_) == 0) {
+            if (const std::string name = readString(instruction, 2);
+                std::any_of(decorated_.begin(), decorated_.end(), [&](const std::string& fetch) {
+                    return name.compare(0, fetch.size(), fetch) == 0;
+                })) {
                 fetchFunctions_.insert(instruction[1]);
             }
             break;
         case spv::OpTypeInt:
             intType_ = instruction[3] == 1 && instruction[2] == 32 ? instruction[1] : intType_;
-            break;
-        case spv::OpTypeVector:
-            int2Type_ = instruction[2] == intType_ && instruction[3] == 2 ? instruction[1] : int2Type_;
             break;
         case spv::OpTypeSampledImage:
             imageTypes_[instruction[1]] = instruction[2];
@@ -125,7 +129,7 @@ private:
     void emitFetch(const Instruction& sample)
     {
         const auto image = imageTypes_.find(loadedTypes_[sample[3]]);
-        if (parameters_.size() != 2 || image == imageTypes_.end() || int2Type_ == 0 || !intZero_) {
+        if (parameters_.size() != 2 || image == imageTypes_.end() || !intZero_) {
             good_ = false;
             return;
         }
@@ -156,7 +160,7 @@ private:
 
     std::vector<std::uint32_t>& spirv_;
     std::vector<std::uint32_t> output_;
-    std::string function_; ///< as the front end decorates it: "name("
+    std::vector<std::string> decorated_; ///< the functions as the front end names them: "name("
     std::uint32_t nextId_;
     std::unordered_set<std::uint32_t> fetchFunctions_;
     std::unordered_map<std::uint32_t, std::uint32_t> imageTypes_; ///< of sampled image types
@@ -164,7 +168,6 @@ private:
     std::unordered_map<std::uint32_t, std::uint32_t> loadedTypes_;
     std::vector<Parameter> parameters_; ///< of the function at hand
     std::uint32_t intType_ = 0;
-    std::uint32_t int2Type_ = 0;
     std::optional<std::uint32_t> intZero_;
     bool inside_ = false;
     bool good_ = true;
@@ -172,9 +175,9 @@ private:
 
 } // namespace
 
-bool rewriteFetches(std::vector<std::uint32_t>& spirv, std::string_view function)
+bool rewriteFetches(std::vector<std::uint32_t>& spirv, const std::vector<std::string_view>& functions)
 {
-    return spirv.size() > headerWords && Rewriter(spirv, function).run();
+    return spirv.size() > headerWords && Rewriter(spirv, functions).run();
 }
 
 } // namespace Qx::Host::Effects

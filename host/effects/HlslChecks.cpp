@@ -57,7 +57,7 @@ void refuseWord(const Token& token)
                                          " is not part of the effect language here; use float "
                                          "or int");
     }
-    if (std::any_of(otherTextures.begin(), otherTextures.end(), begins)) {
+    if (std::any_of(otherTextures.begin(), otherTextures.end(), begins) && token.text != "tex3Dfetch") {
         throw CompileError(token.at, inQuotes(token.text) + " is not there: textures are 2D; use tex2D");
     }
     if (token.text.substr(0, 5) == "qxfx_") {

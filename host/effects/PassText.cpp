@@ -33,6 +33,7 @@ float2 qxfx_fmod(float2 x, float2 y) { return x - y * trunc(x / y); }
 float3 qxfx_fmod(float3 x, float3 y) { return x - y * trunc(x / y); }
 float4 qxfx_fmod(float4 x, float4 y) { return x - y * trunc(x / y); }
 float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(float2(texel), 0.0, 0.0)); }
+float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(float3(texel), 0.0)); }
 )";
 
 /// What the HLSL compiler gets for a name: full precision everywhere, combined samplers, our samplings.
@@ -48,6 +49,7 @@ std::string_view translated(const Token& token)
         {"tex2Dgrad", "qxfx_tex2Dgrad"},
         {"tex2Dproj", "qxfx_tex2Dproj"},
         {"tex2Dfetch", "qxfx_tex2Dfetch"},
+        {"tex3Dfetch", "qxfx_tex3Dfetch"},
         {"fmod", "qxfx_fmod"}};
     if (token.kind != TokenKind::Identifier) {
         return token.text;
@@ -280,8 +282,9 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
     output.add("};", pass.entry.at);
     for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
         if (used(effect_.samplers[i].name)) {
-            output.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] sampler2D " +
-                           effect_.samplers[i].name + ";",
+            output.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] sampler" +
+                           std::to_string(syntax_.samplers[i].dimensions) + "D " + effect_.samplers[i].name +
+                           ";",
                        syntax_.samplers[i].name.at);
         }
     }

@@ -176,8 +176,9 @@ CompiledShader compileShader(const std::string& hlsl)
     useRemaindersOfHlsl(shader.spirv);
     keepArithmeticAsWritten(shader.spirv);
     std::string problem;
-    if (!rewriteFetches(shader.spirv, fetchFunction) || !optimize(shader.spirv, problem) ||
-        !validate(shader.spirv, problem) || !needsOnlyCore(shader.spirv, problem)) {
+    if (!rewriteFetches(shader.spirv, {std::begin(fetchFunctions), std::end(fetchFunctions)}) ||
+        !optimize(shader.spirv, problem) || !validate(shader.spirv, problem) ||
+        !needsOnlyCore(shader.spirv, problem)) {
         shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
         shader.spirv.clear();
         return shader;

@@ -21,9 +21,10 @@ struct CompiledShader
     std::optional<Message> error;        ///< the first; what compilers say after it misleads
 };
 
-/// Name of the function `float4 qxfx_tex2Dfetch(sampler2D s, int2 texel)`, which the text declares with a
-/// body of one tex2Dlod: the compiler turns that sampling into an unfiltered fetch of the texel.
-inline constexpr const char* fetchFunction = "qxfx_tex2Dfetch";
+/// Names of the functions `float4 qxfx_tex2Dfetch(sampler2D s, int2 texel)` and its like for three
+/// dimensions, which the text declares with a body of one tex2Dlod or tex3Dlod: the compiler turns that
+/// sampling into an unfiltered fetch of the texel.
+inline constexpr const char* fetchFunctions[] = {"qxfx_tex2Dfetch", "qxfx_tex3Dfetch"};
 
 /// Compiles each text, on a few threads of its own whose stacks bear deeply nested input. Any thread may call
 /// it, several at once.

@@ -156,7 +156,7 @@ Qx::Ptr<GPUImage3D> upload(Context& context, const iHostImage3D& source)
     if (!recordUpload(context, *staging, *texture)) {
         return {};
     }
-    return Qx::makePtr<GPUImage3D>(std::move(texture), size);
+    return Qx::makePtr<GPUImage3D>(std::move(texture), size, source.getDomain());
 }
 
 bool isSupported3D(Context& context, int size)

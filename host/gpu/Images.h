@@ -78,15 +78,20 @@ private:
 class GPUImage3D final : public iGPUImage3D
 {
 public:
-    GPUImage3D(Pooled<Texture> texture, int size) : texture_(std::move(texture)), size_(size) {}
+    GPUImage3D(Pooled<Texture> texture, int size, const TableDomain& domain)
+        : texture_(std::move(texture)), size_(size), domain_(domain)
+    {
+    }
 
     int getSize() const override { return size_; }
+    TableDomain getDomain() const override { return domain_; }
     Texture& texture() const { return *texture_; }
     Context& context() const { return texture_.context(); }
 
 private:
     const Pooled<Texture> texture_;
     const int size_;
+    const TableDomain domain_;
 };
 
 /// A context on the device.

@@ -4,6 +4,7 @@
 #include "host/lifecycle/CachePlace.h"
 #include "host/lifecycle/Commands.h"
 #include "host/lifecycle/GPUConnection.h"
+#include "host/lifecycle/Reclaim.h"
 #include "host/lifecycle/Services.h"
 #include "host/lifecycle/ShutdownSequence.h"
 #include "host/lifecycle/StartArguments.h"
@@ -59,6 +60,7 @@ void stop(Shutdown::eExitType exitType)
         return;
     }
     wakeSleepers();
+    stopMemoryWatch();
     // The running task is waited for last: a callback may be what makes it stop early.
     shutdownSequence().run(exitType, refuseTasks);
     taskQueue().close();

@@ -1,12 +1,23 @@
 #include "platform/CubeLUT.h"
 
+#include "host/luts/LUTReader.h"
 #include "platform/Log.h"
 #include "platform/Text.h"
 
+#include <string>
+
 Qx::Ptr<iHostImage3D> CubeLUT::load(const LightweightString<wchar_t>& path)
 {
-    Log("%s: LUT reading is not built in yet\n", toUTF8(path).c_str());
-    return {};
+    const Qx::Host::LUTReading reading = Qx::Host::readLUT(toUTF8(path).c_str());
+    if (!reading.table) {
+        Log("LUT %s\n", reading.failure.c_str());
+    }
+    return reading.table;
 }
 
-void CubeLUT::getSupportedFileTypes(Qx::Vector<LightweightString<wchar_t>>&) {}
+void CubeLUT::getSupportedFileTypes(Qx::Vector<LightweightString<wchar_t>>& types)
+{
+    for (const std::string& extension : Qx::Host::lutExtensions()) {
+        types.push_back(fromUTF8(LightweightString<char>(extension.c_str())));
+    }
+}

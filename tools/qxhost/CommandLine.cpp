@@ -2,6 +2,7 @@
 
 #include "host/core/Suggestion.h"
 #include "tools/qxhost/Failure.h"
+#include "tools/qxhost/LutCommandLine.h"
 #include "tools/qxhost/Wording.h"
 
 #include <CLI/CLI.hpp>
@@ -16,6 +17,7 @@ namespace Qx::Program {
 namespace {
 
 constexpr const char* program = "qxhost";
+constexpr const char* tableEffect = "LUT.fx";
 
 constexpr const char* mainFooter = R"(Examples:
   qxhost convert clip.mov shot_%05d.png            every frame as a picture, RGB
@@ -113,6 +115,17 @@ std::vector<std::string> namesOf(const Names<T>& names)
         words.push_back(name);
     }
     return words;
+}
+
+float parseAmount(const std::string& word)
+{
+    float amount = 0;
+    const char* end = word.data() + word.size();
+    const auto [stopped, error] = std::from_chars(word.data(), end, amount);
+    if (word.empty() || error != std::errc() || stopped != end || !(amount >= 0 && amount <= 1)) {
+        complain("--amount " + word + ": write a number from 0 to 1, as in --amount 0.5", "convert");
+    }
+    return amount;
 }
 
 /// Adds an option that takes one of the names.
@@ -255,31 +268,55 @@ public:
     }
 };
 
-/// "--technique" and "--set" speak of the "--effect" before them, so their order on the command line counts.
+/// What an option says of the step before it.
+void addToStep(EffectRequest& step, const std::string& name, const std::string& value)
+{
+    if ((name == "--amount") == step.lut.empty()) {
+        complain(fmt::format("{} {} belongs to {}, and what stands before it is {} {}", name, value,
+                             name == "--amount" ? "a --lut" : "an --effect",
+                             step.lut.empty() ? "--effect" : "--lut",
+                             step.lut.empty() ? step.file : step.lut),
+                 "convert");
+    }
+    if (name == "--set") {
+        step.settings.push_back(parseSetting(value, "convert"));
+    } else if (name == "--amount") {
+        step.settings.push_back({"amount", {parseAmount(value)}});
+    } else if (!step.technique.empty()) {
+        complain("--effect " + step.file + " has two techniques", "convert");
+    } else {
+        step.technique = value;
+    }
+}
+
+/// "--technique" and "--set" speak of the "--effect" before them, "--amount" of the "--lut", and all of these
+/// run one after the other, so their order on the command line counts.
 std::vector<EffectRequest> groupEffects(const CLI::App& app)
 {
     std::vector<EffectRequest> effects;
     std::map<const CLI::Option*, std::size_t> taken;
     for (const CLI::Option* option : app.parse_order()) {
         const std::string name = option->get_name();
-        if (name != "--effect" && name != "--technique" && name != "--set") {
+        const bool begins = name == "--effect" || name == "--lut";
+        if (!begins && name != "--technique" && name != "--set" && name != "--amount") {
             continue;
         }
         const std::string value = option->results().at(taken[option]++);
-        if (name == "--effect" && value.empty()) {
-            complain("--effect is empty; give an effect's name or file", "convert");
+        if (begins && value.empty()) {
+            complain(name == "--lut" ? "--lut is empty; give a LUT file"
+                                     : "--effect is empty; give an effect's name or file",
+                     "convert");
         }
         if (name == "--effect") {
-            effects.push_back({value, "", {}});
+            effects.push_back({value, "", {}, ""});
+        } else if (name == "--lut") {
+            effects.push_back({tableEffect, "", {}, value});
         } else if (effects.empty()) {
-            complain(fmt::format("{} {} stands before any --effect that it could belong to", name, value),
+            complain(fmt::format("{} {} stands before any {} that it could belong to", name, value,
+                                 name == "--amount" ? "--lut" : "--effect"),
                      "convert");
-        } else if (name == "--set") {
-            effects.back().settings.push_back(parseSetting(value, "convert"));
-        } else if (!effects.back().technique.empty()) {
-            complain("--effect " + effects.back().file + " has two techniques", "convert");
         } else {
-            effects.back().technique = value;
+            addToStep(effects.back(), name, value);
         }
     }
     return effects;
@@ -317,6 +354,10 @@ void addEffects(CLI::App& app)
     addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
     addText("--technique", "NAME", "The effect's technique. Default: its first");
     addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
+    addText("--lut", "FILE",
+            "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
+            "order given");
+    addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
 }
 
 /// What describes an input of nothing but frames. `sizeOption`: "--size" stands for its size, not for what
@@ -589,6 +630,7 @@ public:
         formats_->add_flag("--markdown", formatsOptions_.markdown,
                            "Print a page with pictures of the layouts");
         watch_ = addWatch(*effects_, watchOptions_, watchSettings_);
+        lut_ = addLut(app_, lutOptions_);
         describe_ =
             effects_->add_subcommand("describe", "Show an effect's techniques, parameters and textures");
         describe_->add_option("FILE", describeOptions_.file, "An effect file, or a name of the catalogue")
@@ -604,6 +646,9 @@ public:
         list_->group("Commands");
         check_->group("Commands");
         watch_->group("Commands");
+        for (CLI::App* command : lut_->get_subcommands({})) {
+            command->group("Commands");
+        }
         describe_->group("Commands");
         cache_->group("Commands");
         app_.footer(mainFooter); // last, because commands take over their parent's
@@ -703,6 +748,9 @@ private:
             refuseExtras(*watch_, "effects watch");
             return watchCommand();
         }
+        if (lut_->parsed()) {
+            return lutCommand();
+        }
         if (describe_->parsed()) {
             refuseExtras(*describe_, "effects describe");
             requireValue(describeOptions_.file, "FILE", "effects describe");
@@ -724,6 +772,27 @@ private:
             throw Failure(ExitCode::usage, "a command is missing", app_.help());
         }
         return ShowText{std::string(program) + " " QX_VERSION "\n"};
+    }
+
+    Command lutCommand()
+    {
+        if (lut_->get_subcommands().empty()) {
+            refuseExtras(*lut_, "lut");
+            throw Failure(ExitCode::usage, "a command is missing after lut", app_.help());
+        }
+        const CLI::App& command = *lut_->get_subcommands().front();
+        const std::string name = "lut " + command.get_name();
+        refuseExtras(command, name);
+        lutOptions_.action = lutActionNamed(command.get_name());
+        if (lutOptions_.action == LutOptions::Action::install) {
+            requireValue(lutOptions_.files.empty() ? "" : lutOptions_.files.front(), "FILE", name);
+        } else if (lutOptions_.action != LutOptions::Action::list) {
+            requireValue(lutOptions_.file, "FILE", name);
+        }
+        if (lutOptions_.action == LutOptions::Action::preview) {
+            requireValue(lutOptions_.output, "OUTPUT", name);
+        }
+        return lutOptions_;
     }
 
     Command watchCommand()
@@ -773,6 +842,8 @@ private:
     CLI::App* cacheInfo_ = nullptr;
     CLI::App* cacheClear_ = nullptr;
     CLI::App* devices_ = nullptr;
+    CLI::App* lut_ = nullptr;
+    LutOptions lutOptions_;
 };
 
 float parseNumber(const std::string& word, const std::string& setting, const std::string& command)

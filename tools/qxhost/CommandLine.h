@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/ConvertOptions.h"
+#include "tools/qxhost/LutOptions.h"
 
 #include <filesystem>
 #include <string>
@@ -85,7 +86,7 @@ struct DevicesOptions
 
 using Command = std::variant<ShowText, ConvertOptions, BlackOptions, EffectsListOptions, EffectsCheckOptions,
                              EffectsWatchOptions, EffectsDescribeOptions, EffectsCacheOptions, FormatsOptions,
-                             DevicesOptions>;
+                             LutOptions, DevicesOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

@@ -15,6 +15,7 @@ ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console);
 ExitCode runBlack(const BlackOptions& options, Console& console);
 ExitCode runFormats(const FormatsOptions& options, Console& console);
 ExitCode runEffectsWatch(const EffectsWatchOptions& options, Console& console);
+ExitCode runLut(const LutOptions& options, Console& console);
 ExitCode runEffectsDescribe(const EffectsDescribeOptions& options, Console& console);
 ExitCode runEffectsCache(const EffectsCacheOptions& options, Console& console);
 ExitCode runDevices(const DevicesOptions& options, Console& console);

@@ -8,6 +8,7 @@
 #include "tools/qxhost/HostSession.h"
 #include "tools/qxhost/Interruption.h"
 #include "tools/qxhost/Json.h"
+#include "tools/qxhost/LutFile.h"
 #include "tools/qxhost/ProgressDisplay.h"
 #include "tools/qxhost/media/FrameWriter.h"
 
@@ -185,6 +186,12 @@ void noteDecisions(const Conversion& conversion, Console& console)
     if (conversion.info().hasFullChroma && !holdsRgb(conversion.info())) {
         console.note(options.input.string() + " (" + conversion.info().pixelFormat +
                      ") holds colour for every pixel; it passes through 4:2:2, which keeps half of that");
+    }
+    for (const EffectRequest& effect : options.effects) {
+        const std::string remark = effect.lut.empty() ? std::string() : inexactness(effect.lut);
+        if (!remark.empty()) {
+            console.note(remark);
+        }
     }
     if (deviceIsSoftware()) {
         console.note("converting on " + deviceName() +

@@ -21,12 +21,13 @@ struct ParameterSetting
     std::vector<float> values; ///< at least one, all finite
 };
 
-/// One "--effect FILE" with what was said about it.
+/// One "--effect FILE", or one "--lut FILE", with what was said about it.
 struct EffectRequest
 {
     std::string file;      ///< a name of the catalogue, or a path
     std::string technique; ///< empty: the file's first
     std::vector<ParameterSetting> settings;
+    std::string lut; ///< of "--lut", a LUT of the catalogue or a path; the effect is then the one for tables
 };
 
 /// What a user says of an input that holds nothing but frames.

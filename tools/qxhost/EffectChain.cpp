@@ -8,6 +8,7 @@
 #include "tools/qxhost/EffectFile.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/HostSession.h"
+#include "tools/qxhost/LutFile.h"
 #include "tools/qxhost/Wording.h"
 
 #include <algorithm>
@@ -17,11 +18,17 @@ namespace Qx::Program {
 
 namespace {
 
+constexpr const char* tableTexture = "LUT";
+
 /// An effect that remembers whether its last drawing took place, which technique application does not tell.
 class WatchedEffect : public iShaderEffect
 {
 public:
-    explicit WatchedEffect(Qx::Ptr<iShaderEffect> effect) : effect_(std::move(effect)) {}
+    /// `table`: what is bound to the texture LUT beside the picture, if there is one.
+    WatchedEffect(Qx::Ptr<iShaderEffect> effect, Qx::Ptr<iGPUImage3D> table)
+        : effect_(std::move(effect)), table_(std::move(table))
+    {
+    }
 
     bool setTechnique(const LightweightString<char>& name) override { return effect_->setTechnique(name); }
     Qx::Vector<LightweightString<char>> getTechniqueNames() const override
@@ -31,7 +38,11 @@ public:
     Qx::Ptr<iShaderParam> getParam(const char* name) override { return effect_->getParam(name); }
     bool render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources) override
     {
-        drawn_ = effect_->render(std::move(target), sources);
+        Qx::Vector<Source> all = sources;
+        if (table_) {
+            all.emplace_back(tableTexture, table_);
+        }
+        drawn_ = effect_->render(std::move(target), all);
         return drawn_;
     }
 
@@ -39,6 +50,7 @@ public:
 
 private:
     Qx::Ptr<iShaderEffect> effect_;
+    Qx::Ptr<iGPUImage3D> table_;
     bool drawn_ = false;
 };
 
@@ -92,13 +104,15 @@ Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& 
 }
 
 /// There is one picture to give, so an effect that reads others cannot be drawn.
-void requireOnlyInput(const iShaderEffect& effect, const std::string& file, std::string_view technique)
+void requireOnlyInput(const iShaderEffect& effect, const std::string& file, std::string_view technique,
+                      bool hasTable)
 {
     for (const std::string& texture : Host::texturesRead(effect, technique)) {
-        if (texture != "Input") {
+        if (texture != "Input" && !(hasTable && texture == tableTexture)) {
             throw Failure(ExitCode::effect, file + ": technique \"" + std::string(technique) +
                                                 "\" reads the texture \"" + texture +
-                                                "\", which qxhost cannot supply; it supplies Input alone");
+                                                "\", which qxhost cannot supply; it supplies Input alone" +
+                                                (texture == tableTexture ? ", and LUT with --lut" : ""));
         }
     }
 }
@@ -117,6 +131,20 @@ bool setParameter(iShaderParam& param, const std::vector<float>& values)
 {
     return values.size() == 1 ? param.setValue(values.front())
                               : param.setValues(values.data(), values.size());
+}
+
+/// Tells the effect which colours the table covers.
+void setDomain(iShaderEffect& effect, const std::string& file, const TableDomain& domain)
+{
+    for (const auto& [name, ends] :
+         {std::pair("domainMin", domain.min), std::pair("domainMax", domain.max)}) {
+        const Qx::Ptr<iShaderParam> param = effect.getParam(name);
+        if (!param || !param->setValues(ends.data(), ends.size())) {
+            throw Failure(ExitCode::effect, file + ": has no parameter " + name +
+                                                " of three numbers, so it cannot apply LUTs; is another "
+                                                "file of this name in the way?");
+        }
+    }
 }
 
 } // namespace
@@ -143,7 +171,12 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
         link.effect = compileEffectFile(effectPath(request.file));
     }
     link.technique = chooseTechnique(*link.effect, request);
-    requireOnlyInput(*link.effect, request.file, link.technique.view());
+    if (!request.lut.empty()) {
+        link.table = obtainLut(request.lut);
+        link.file = request.lut;
+        setDomain(*link.effect, request.file, link.table->getDomain());
+    }
+    requireOnlyInput(*link.effect, request.file, link.technique.view(), static_cast<bool>(link.table));
     for (const ParameterSetting& setting : request.settings) {
         if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
             throw Failure(ExitCode::effect,
@@ -161,7 +194,7 @@ Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFor
         if (!next.getGPUSurface()) {
             failOnDevice(static_cast<int>(current.getWidth()), static_cast<int>(current.getHeight()));
         }
-        const Qx::Ptr<WatchedEffect> watched = Qx::makePtr<WatchedEffect>(link.effect);
+        const Qx::Ptr<WatchedEffect> watched = Qx::makePtr<WatchedEffect>(link.effect, link.table);
         const bool applied = Image::applyTechnique(watched, current, next, link.technique,
                                                    static_cast<float>(current.getWidth()));
         if (!applied || !watched->drawn()) {

@@ -2,6 +2,7 @@
 
 #include "Qx/LightweightString.h"
 #include "Qx/Ptr.h"
+#include "platform/GPUImage.h"
 #include "platform/ShaderEffect.h"
 #include "platform/Surface.h"
 #include "tools/qxhost/ConvertOptions.h"
@@ -15,7 +16,8 @@ namespace Qx::Program {
 class EffectChain
 {
 public:
-    /// Finds or compiles the effects and checks techniques and parameters. Throws Failure (effect).
+    /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. Throws Failure
+    /// (effect).
     explicit EffectChain(const std::vector<EffectRequest>& requests);
 
     std::size_t size() const { return links_.size(); }
@@ -30,6 +32,7 @@ private:
         std::string file;
         Qx::Ptr<iShaderEffect> effect;
         LightweightString<char> technique;
+        Qx::Ptr<iGPUImage3D> table; ///< of a LUT
     };
 
     Link makeLink(const EffectRequest& request) const;

@@ -177,7 +177,7 @@ private:
         ConvertOptions picture;
         picture.input = options_.input;
         picture.output = options_.output;
-        picture.effects = {{target_.effect, options_.technique, options_.settings}};
+        picture.effects = {{target_.effect, options_.technique, options_.settings, ""}};
         picture.frames = 1;
         picture.force = true; // after the first time it is our own
         const auto begin = std::chrono::steady_clock::now();

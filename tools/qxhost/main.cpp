@@ -35,6 +35,7 @@ struct Run
     {
         return runEffectsWatch(options, console);
     }
+    ExitCode operator()(const LutOptions& options) const { return runLut(options, console); }
     ExitCode operator()(const EffectsDescribeOptions& options) const
     {
         return runEffectsDescribe(options, console);

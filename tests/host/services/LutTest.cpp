@@ -1,0 +1,368 @@
+#include "host/luts/LUTReader.h"
+#include "platform/CubeLUT.h"
+#include "tests/host/services/LutSamples.h"
+#include "tests/host/services/Support.h"
+
+#include <OpenColorIO/OpenColorIO.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <set>
+#include <sys/stat.h>
+
+namespace Qx::Host::Test {
+namespace {
+
+using Colour = std::array<float, 3>;
+
+/// Colours without a pattern and grey ones, all over a table's domain.
+std::vector<Colour> coloursIn(const TableDomain& domain)
+{
+    std::mt19937 random(7);
+    std::uniform_real_distribution<float> part(0.0F, 1.0F);
+    std::vector<Colour> colours;
+    for (int i = 0; i < 8000; ++i) {
+        const float grey = static_cast<float>(i) / 7999.0F;
+        Colour colour;
+        Colour ramp;
+        for (std::size_t c = 0; c < 3; ++c) {
+            colour[c] = domain.min[c] + part(random) * (domain.max[c] - domain.min[c]);
+            ramp[c] = domain.min[c] + grey * (domain.max[c] - domain.min[c]);
+        }
+        colours.push_back(colour);
+        colours.push_back(ramp);
+    }
+    return colours;
+}
+
+/// The colours as OpenColorIO changes them.
+std::vector<Colour> judged(const std::filesystem::path& file, std::vector<Colour> colours)
+{
+    namespace OCIO = OCIO_NAMESPACE;
+    OCIO::ClearAllCaches();
+    const auto transform = OCIO::FileTransform::Create();
+    transform->setSrc(file.c_str());
+    transform->setInterpolation(OCIO::INTERP_BEST);
+    transform->setCCCId("0");
+    const auto cpu = OCIO::Config::CreateRaw()->getProcessor(transform)->getDefaultCPUProcessor();
+    OCIO::PackedImageDesc image(colours.data(), static_cast<long>(colours.size()), 1, 3);
+    cpu->apply(image);
+    return colours;
+}
+
+double worstDifference(const std::vector<Colour>& a, const std::vector<Colour>& b)
+{
+    double worst = 0.0;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        for (std::size_t c = 0; c < 3; ++c) {
+            worst = std::max(worst, std::abs(static_cast<double>(a[i][c]) - static_cast<double>(b[i][c])));
+        }
+    }
+    return worst;
+}
+
+std::vector<Colour> through(const iHostImage3D& table, std::vector<Colour> colours)
+{
+    for (Colour& colour : colours) {
+        colour = lookUp(table, colour);
+    }
+    return colours;
+}
+
+std::vector<float> entriesOf(const iHostImage3D& table)
+{
+    const int edge = table.getSize();
+    return {table.getData(), table.getData() + 4L * edge * edge * edge};
+}
+
+class LutTest : public testing::Test
+{
+protected:
+    LUTReading read(const std::string& name, std::string_view text)
+    {
+        return readLUT(directory_.write(name, text));
+    }
+
+    /// What is wrong with a file, its path cut off.
+    std::string refusal(const std::string& name, std::string_view text)
+    {
+        const LUTReading reading = read(name, text);
+        EXPECT_FALSE(reading.table) << name;
+        EXPECT_EQ(reading.failure.find('\n'), std::string::npos) << reading.failure;
+        const std::string path = (directory_ / name).native();
+        EXPECT_EQ(reading.failure.substr(0, path.size()), path);
+        return reading.failure.substr(std::min(path.size(), reading.failure.size()));
+    }
+
+    std::string cubeRefusal(std::string_view text) { return refusal("bad.cube", text); }
+
+    TemporaryDirectory directory_;
+};
+
+const std::string identity2 = "0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
+
+TEST_F(LutTest, EveryKindOfFileGivesWhatOpenColorIOGives)
+{
+    for (const LutSample& sample : lutSamples()) {
+        const std::filesystem::path file = directory_.write(sample.name, sample.text);
+        const LUTReading reading = readLUT(file);
+        ASSERT_TRUE(reading.table) << reading.failure;
+        if (sample.edge > 0) {
+            EXPECT_EQ(reading.table->getSize(), sample.edge) << sample.name;
+        }
+        EXPECT_EQ(reading.facts.baked, sample.baked) << sample.name;
+        const std::vector<Colour> colours = coloursIn(reading.table->getDomain());
+        const double worst = worstDifference(through(*reading.table, colours), judged(file, colours));
+        EXPECT_LE(worst, reading.facts.error + 3e-6) << sample.name << ": " << reading.facts.contents;
+        EXPECT_TRUE(sample.baked || reading.facts.error == 0.0) << sample.name;
+        // All of these are gentle. discreet.lut's curves are rounded to 8 bits, which a grid smooths.
+        EXPECT_LE(reading.facts.error, sample.name == "discreet.lut" ? 0.006 : 0.25 / 1023) << sample.name;
+    }
+}
+
+TEST_F(LutTest, EveryKindIsAmongTheSupportedTypes)
+{
+    Qx::Vector<LightweightString<wchar_t>> types;
+    types.push_back(L"first");
+    CubeLUT::getSupportedFileTypes(types);
+    EXPECT_EQ(types.at(0), L"first");
+    std::set<std::wstring> known;
+    for (const auto& type : types) {
+        EXPECT_TRUE(known.insert(std::wstring(type.view())).second) << narrow(type);
+    }
+    for (const LutSample& sample : lutSamples()) {
+        const std::string extension = sample.name.substr(sample.name.rfind('.') + 1);
+        EXPECT_TRUE(known.count({extension.begin(), extension.end()})) << extension;
+    }
+}
+
+TEST_F(LutTest, ACommaAsDecimalPointChangesNothing)
+{
+    for (const LutSample& sample : lutSamples()) {
+        const std::filesystem::path file = directory_.write(sample.name, sample.text);
+        const LUTReading before = readLUT(file);
+        const DecimalComma comma;
+        const LUTReading with = readLUT(file);
+        ASSERT_TRUE(before.table && with.table) << before.failure << with.failure;
+        EXPECT_EQ(entriesOf(*before.table), entriesOf(*with.table)) << sample.name;
+        EXPECT_EQ(before.table->getDomain().min, with.table->getDomain().min) << sample.name;
+        EXPECT_EQ(before.table->getDomain().max, with.table->getDomain().max) << sample.name;
+    }
+}
+
+TEST_F(LutTest, ACubesEntriesStayAsTheyAreOutsideZeroToOneToo)
+{
+    const LUTReading reading = read("a.cube", "LUT_3D_SIZE 2\n-0.25 1e-7 12.5\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n"
+                                              "+1.0 .5 1.\n0 1 1\n3e4 -2 0.1\n");
+    ASSERT_TRUE(reading.table) << reading.failure;
+    const std::vector<float> entries = entriesOf(*reading.table);
+    EXPECT_EQ((std::vector<float>(entries.begin(), entries.begin() + 8)),
+              (std::vector<float>{-0.25F, 1e-7F, 12.5F, 1.0F, 1.0F, 0.0F, 0.0F, 1.0F}));
+    EXPECT_EQ(entries[4 * 5 + 1], 0.5F);
+    EXPECT_EQ(entries[4 * 7], 3e4F);
+    EXPECT_EQ(entries[4 * 7 + 2], 0.1F);
+    EXPECT_FALSE(reading.facts.baked);
+    EXPECT_EQ(reading.facts.error, 0.0);
+}
+
+TEST_F(LutTest, EveryDialectOfCubeGivesTheSameTable)
+{
+    const LUTReading plain = read("plain.cube", "LUT_3D_SIZE 2\n" + identity2);
+    ASSERT_TRUE(plain.table) << plain.failure;
+    std::string crlf = "# made elsewhere\nTITLE \"a # title\"\nLUT_3D_SIZE 2\n\n" + identity2;
+    for (std::size_t at = 0; (at = crlf.find('\n', at)) != std::string::npos; at += 2) {
+        crlf.replace(at, 1, "\r\n");
+    }
+    std::string cr = "LUT_3D_SIZE 2\n" + identity2;
+    std::replace(cr.begin(), cr.end(), '\n', '\r');
+    std::string tabs = "\tLUT_3D_SIZE\t2  \n" + identity2;
+    std::replace(tabs.begin() + 1, tabs.end(), ' ', '\t');
+    for (const std::string& text :
+         {crlf, cr, tabs, "\xEF\xBB\xBFLUT_3D_SIZE 2\n" + identity2,
+          "LUT_3D_SIZE 2\n" + identity2.substr(0, identity2.size() - 1),
+          "DOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 1 1\nLUT_3D_SIZE 2\n" + identity2,
+          "LUT_3D_INPUT_RANGE 0.0 1.0\nLUT_3D_SIZE 2\n\n#\n" + identity2 + "\n\n# the end",
+          "LUT_3D_SIZE 2 # points\n0 0 0 # black\n" + identity2.substr(6)}) {
+        const LUTReading reading = read("dialect.cube", text);
+        ASSERT_TRUE(reading.table) << reading.failure << "\n" << text;
+        EXPECT_EQ(entriesOf(*reading.table), entriesOf(*plain.table)) << text;
+        EXPECT_EQ(reading.table->getDomain().max, plain.table->getDomain().max);
+    }
+    EXPECT_EQ(read("titled.cube", crlf).facts.title, "a # title");
+}
+
+TEST_F(LutTest, ACubesDomainTravelsWithItsTable)
+{
+    const LUTReading domain =
+        read("a.cube", "LUT_3D_SIZE 2\nDOMAIN_MIN -1 0 0.25\nDOMAIN_MAX 2 4 0.5\n" + identity2);
+    ASSERT_TRUE(domain.table) << domain.failure;
+    EXPECT_EQ(domain.table->getDomain().min, (Colour{-1, 0, 0.25F}));
+    EXPECT_EQ(domain.table->getDomain().max, (Colour{2, 4, 0.5F}));
+    EXPECT_EQ(lookUp(*domain.table, {0.5F, 1, 0.25F}), (Colour{0.5F, 0.25F, 0}));
+    EXPECT_EQ(lookUp(*domain.table, {-9, 99, 0.5F}), (Colour{0, 1, 1})) << "held to the domain";
+
+    const LUTReading range = read("b.cube", "LUT_3D_SIZE 2\nLUT_3D_INPUT_RANGE -0.5 1.5\n" + identity2);
+    ASSERT_TRUE(range.table) << range.failure;
+    EXPECT_EQ(range.table->getDomain().min, (Colour{-0.5F, -0.5F, -0.5F}));
+    EXPECT_EQ(range.table->getDomain().max, (Colour{1.5F, 1.5F, 1.5F}));
+}
+
+TEST_F(LutTest, ASteepCurveStatesAnErrorThatHolds)
+{
+    std::string text = "LUT_1D_SIZE 4096\n";
+    for (int i = 0; i < 4096; ++i) {
+        const std::string value = std::to_string(std::pow(i / 4095.0, 1 / 2.4));
+        text += value + " " + value + " " + value + "\n";
+    }
+    const std::filesystem::path file = directory_.write("steep.cube", text);
+    const LUTReading reading = readLUT(file);
+    ASSERT_TRUE(reading.table) << reading.failure;
+    EXPECT_EQ(reading.table->getSize(), mostTableEdge) << "the finest grid, where none is fine enough";
+    EXPECT_GT(reading.facts.error, 0.25 / 1023);
+    const std::vector<Colour> colours = coloursIn(reading.table->getDomain());
+    const double worst = worstDifference(through(*reading.table, colours), judged(file, colours));
+    EXPECT_LE(worst, reading.facts.error);
+    EXPECT_GE(worst, reading.facts.error / 4) << "stated far too large";
+}
+
+TEST_F(LutTest, MistakesInACubeAreNamedWithTheirLine)
+{
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n0 0 0\n"), ":2: the file ends after 1 of 8 entries");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n" + identity2 + "1 1 1\n"),
+              ":10: more entries than the 8 entries announced");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n0 0 nan\n"), ":2: \"nan\" is not a finite number");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n\n0 -inf 0\n"), ":3: \"-inf\" is not a finite number");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n0 1.#INF 0\n"), ":2: \"1.#INF\" is not a finite number");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n0 0 1e60\n"), ":2: \"1e60\" is not a finite number");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n0,5 0 0\n"),
+              ":2: \"0,5\" is not a number; decimals are written with a point");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n0 0x1 0\n"), ":2: \"0x1\" is not a number");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n0 0\n"), ":2: expected 3 numbers, found 2");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n0 0 0 0\n"), ":2: expected 3 numbers, found 4");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 130\n"), ":1: LUT_3D_SIZE is 130; sizes from 2 to 129 can be read");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 99999999999999999999\n"),
+              ":1: LUT_3D_SIZE is 9223372036854775807; sizes from 2 to 129 can be read");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE -2\n"), ":1: LUT_3D_SIZE is -2; sizes from 2 to 129 can be read");
+    EXPECT_EQ(cubeRefusal("LUT_1D_SIZE 65537\n"),
+              ":1: LUT_1D_SIZE is 65537; sizes from 2 to 65536 can be read");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE\n"), ":1: LUT_3D_SIZE needs one whole number");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2.5\n"), ":1: LUT_3D_SIZE needs one whole number");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\nLUT_3D_SIZE 2\n"), ":2: LUT_3D_SIZE stands there twice");
+    EXPECT_EQ(cubeRefusal("0 0 0\n"), ":1: entries before any LUT_1D_SIZE or LUT_3D_SIZE");
+    EXPECT_EQ(cubeRefusal("# nothing\n"), ":1: there is no LUT_1D_SIZE and no LUT_3D_SIZE");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\nSIZE 3\n"), ":2: unknown keyword \"SIZE\"");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\n0 0 0\nTITLE \"late\"\n"),
+              ":3: keyword \"TITLE\" after the first entry");
+    EXPECT_EQ(cubeRefusal("LUT_3D_SIZE 2\nDOMAIN_MAX 1 0 1\nTITLE \"x\"\n0 0 0\n"),
+              ":2: the domain's upper end is not above its lower one");
+    EXPECT_EQ(cubeRefusal("DOMAIN_MIN 0 0\n"), ":1: expected 3 numbers, found 2");
+    EXPECT_EQ(cubeRefusal(std::string("\x7f"
+                                      "ELF\0\0\0\n\x1b[31m",
+                                      13)),
+              ":1: \"\\x7fELF\\x00\\x00\\x00\" is neither a number nor a keyword of .cube files");
+}
+
+TEST_F(LutTest, WhatIsNoFileIsRefusedAtOnce)
+{
+    const auto cause = [&](const std::string& name) {
+        const std::string path = (directory_ / name).native();
+        const LUTReading reading = readLUT(path);
+        EXPECT_FALSE(reading.table);
+        return reading.failure.substr(path.size());
+    };
+    EXPECT_EQ(cause("missing.cube"), ": there is no such file");
+    std::filesystem::create_directory(directory_ / "dir.cube");
+    EXPECT_EQ(cause("dir.cube"), ": this is a directory, not a LUT file");
+    ASSERT_EQ(::mkfifo((directory_ / "pipe.cube").c_str(), 0600), 0);
+    EXPECT_EQ(cause("pipe.cube"), ": this is no plain file (a pipe, socket or device)");
+    std::filesystem::create_symlink("/dev/zero", directory_ / "zero.spi3d");
+    EXPECT_EQ(cause("zero.spi3d"), ": this is no plain file (a pipe, socket or device)");
+    std::filesystem::create_symlink("loop.cube", directory_ / "loop.cube");
+    EXPECT_EQ(cause("loop.cube"), ": Too many levels of symbolic links");
+    EXPECT_EQ(refusal("empty.cube", ""), ": the file is empty");
+    EXPECT_EQ(refusal("notes.txt", "LUT_3D_SIZE 2\n"), ": no kind of LUT file is called .txt");
+    EXPECT_EQ(refusal("nothing", "LUT_3D_SIZE 2\n"), ": the name has no ending that tells the kind of LUT");
+    directory_.write("huge.cube", "x");
+    std::filesystem::resize_file(directory_ / "huge.cube", mostLUTBytes + 1); // a hole, no space
+    EXPECT_EQ(cause("huge.cube"), ": the file has 134217729 bytes; 134217728 at most are read");
+}
+
+TEST_F(LutTest, BrokenFilesOfOtherKindsAreRefusedInOneLine)
+{
+    const auto reason = [&](const std::string& name, const std::string& text) {
+        const std::string cause = refusal(name, text);
+        EXPECT_GT(cause.size(), 10U) << name;
+        EXPECT_LT(cause.size(), 900U) << name;
+        EXPECT_EQ(cause.find("All formats have been tried"), std::string::npos) << cause;
+        return cause;
+    };
+    std::string junk;
+    for (int i = 0; i < 5000; ++i) {
+        junk += static_cast<char>(i * 7919 % 256);
+    }
+    for (const std::string& extension : lutExtensions()) {
+        reason("junk." + extension, junk);
+        reason("zeros." + extension, std::string(5000, '\0'));
+    }
+    for (const LutSample& sample : lutSamples()) {
+        // An .itx, a .vf and their like cut off; formats that end early without harm are left out.
+        const std::string extension = sample.name.substr(sample.name.rfind('.') + 1);
+        if (extension != "spimtx") {
+            reason("cut." + extension, sample.text.substr(0, sample.text.size() / 2));
+        }
+    }
+    reason("large.spi3d", "SPILUT 1.0\n3 3\n100000 100000 100000\n");
+    reason("large.csp",
+           "CSPLUTV100\n3D\n\n2\n0 1\n0 1\n2\n0 1\n0 1\n2\n0 1\n0 1\n\n1000000 1000000 1000000\n");
+    reason("large.vf", "#Inventor V2.1 ascii\ngrid_size 100000 100000 100000\ndata\n0 0 0\n");
+    reason("large.itx", "LUT_3D_SIZE 100000\n0 0 0\n");
+    reason("large.mga", "channel 3d\nin 2000000000\nout 4096\nformat lut\nvalues red green blue\n0 0 0 0\n");
+    reason("large.spi1d", "Version 1\nFrom 0 1\nLength 2000000000\nComponents 1\n{\n0\n}\n");
+    reason("negative.spi1d", "Version 1\nFrom 0 1\nLength -5\nComponents 1\n{\n0\n}\n");
+    reason("large.cub", "# Truelight Cube v2.0\n# iDims 3\n# oDims 3\n# width 100000 100000 100000\n"
+                        "# lutLength 2000000000\n# InputLUT\n0 0 0\n# Cube\n0 0 0\n# end\n");
+    reason("negative.spi3d", "SPILUT 1.0\n3 3\n-3 3 3\n0 0 0 1 1 1\n");
+    reason("outside.spi3d", "SPILUT 1.0\n3 3\n2 2 2\n5 -9 0 1 1 1\n");
+    EXPECT_EQ(reason("nan.spi3d", "SPILUT 1.0\n3 3\n2 2 2\n0 0 0 0 0 0\n0 0 1 nan 0 0\n0 1 0 0 0 0\n"
+                                  "0 1 1 0 0 0\n1 0 0 0 0 0\n1 0 1 0 0 0\n1 1 0 0 0 0\n1 1 1 0 0 0\n"),
+              ":5: it holds a number that is not finite");
+    EXPECT_EQ(reason("inf.spimtx", "1 0 0 0\n0 inf 0 0\n0 0 1 0\n"),
+              ":2: it holds a number that is not finite");
+    EXPECT_EQ(reason("elsewhere.ctf", "<ProcessList version=\"2\" id=\"m\"><Reference path=\"/dev/zero\"/>"),
+              ": it refers to another file, which is not supported");
+}
+
+TEST_F(LutTest, NamesWithSignsThatMeanVariablesElsewhereAreNames)
+{
+    const LutSample matrix{"", "0.5 0 0 0\n0 1 0 0\n0 0 1 0\n"};
+    for (const std::string name : {"$HOME.spimtx", "100%HOME%.spimtx", "two words.spimtx", "\xFF.spimtx"}) {
+        const LUTReading reading = read(name, matrix.text);
+        ASSERT_TRUE(reading.table) << reading.failure;
+        EXPECT_EQ(lookUp(*reading.table, {1, 1, 1})[0], 0.5F);
+    }
+}
+
+TEST_F(LutTest, AFileThatChangedIsReadAnew)
+{
+    EXPECT_EQ(lookUp(*read("m.spimtx", "0.5 0 0 0\n0 1 0 0\n0 0 1 0\n").table, {1, 1, 1})[0], 0.5F);
+    EXPECT_EQ(lookUp(*read("m.spimtx", "0.2 0 0 0\n0 1 0 0\n0 0 1 0\n").table, {1, 1, 1})[0], 0.2F);
+}
+
+TEST_F(LutTest, RefusedFilesLeaveOneLineInTheLog)
+{
+    const auto lines = [] { return contentsOf(logFile()); };
+    const std::filesystem::path file = directory_.write("bad.cube", "LUT_3D_SIZE 2\n0 0 nan\n");
+    const std::string before = lines();
+    EXPECT_FALSE(CubeLUT::load(wide(file)));
+    const std::string added = lines().substr(before.size());
+    EXPECT_EQ(std::count(added.begin(), added.end(), '\n'), 1) << added;
+    EXPECT_NE(added.find("LUT " + file.native() + ":2: \"nan\" is not a finite number"), std::string::npos)
+        << added;
+    EXPECT_TRUE(CubeLUT::load(wide(directory_.write("good.cube", "LUT_3D_SIZE 2\n" + identity2))));
+    EXPECT_EQ(lines().size(), before.size() + added.size()) << "success is silent";
+}
+
+} // namespace
+} // namespace Qx::Host::Test

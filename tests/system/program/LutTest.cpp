@@ -1,0 +1,242 @@
+#include "tests/system/program/Program.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+
+namespace Qx::System {
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Json = nlohmann::json;
+
+const std::string negative =
+    "TITLE \"Negative\"\nLUT_3D_SIZE 2\n1 1 1\n0 1 1\n1 0 1\n0 0 1\n1 1 0\n0 1 0\n1 0 0\n0 0 0\n";
+const std::string identity = "LUT_3D_SIZE 2\n0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
+const std::string redAlone = "LUT_3D_SIZE 2\n0 0 0\n1 0 0\n0 0 0\n1 0 0\n0 0 0\n1 0 0\n0 0 0\n1 0 0\n";
+
+class Luts : public ProgramTest
+{
+protected:
+    void SetUp() override
+    {
+        ProgramTest::SetUp();
+        write("negative.cube", negative);
+        write("identity.cube", identity);
+        write("red.cube", redAlone);
+        write("broken.cube", "LUT_3D_SIZE 2\n0 0 nan\n");
+    }
+
+    void makeClip() const
+    {
+        ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=48x32", "-frames", "1", "-pix_fmt", "yuv422p", "-c:v",
+                "ffv1", "-colorspace", "bt709", "-color_range", "tv", "clip.mkv"});
+    }
+
+    Bytes through(std::vector<std::string> options) const
+    {
+        options.insert(options.begin(), {"convert", "clip.mkv", "out.png", "--force"});
+        const Outcome outcome = qxhost(options);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return decoded("out.png", "rgb24");
+    }
+
+    Json json(const std::vector<std::string>& arguments) const
+    {
+        const Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return Json::parse(outcome.out, nullptr, false);
+    }
+};
+
+bool has(const std::string& text, const std::string& words)
+{
+    return text.find(words) != std::string::npos;
+}
+
+TEST_F(Luts, are_steps_of_a_conversion_in_the_order_given)
+{
+    makeClip();
+    const Bytes plain = through({});
+    EXPECT_EQ(through({"--lut", "identity.cube"}), plain);
+    EXPECT_EQ(through({"--lut", "negative.cube", "--amount", "0"}), plain);
+    EXPECT_EQ(through({"--lut", "negative.cube", "--lut", "negative.cube"}), plain);
+    Bytes negated = plain;
+    std::transform(plain.begin(), plain.end(), negated.begin(),
+                   [](std::uint8_t code) { return static_cast<std::uint8_t>(255 - code); });
+    EXPECT_EQ(through({"--lut", "negative.cube"}), negated);
+
+    const Bytes redFirst = through({"--lut", "red.cube", "--lut", "negative.cube"});
+    const Bytes redLast = through({"--lut", "negative.cube", "--lut", "red.cube"});
+    EXPECT_EQ(redFirst[1], 255) << "green: nothing, then its negative";
+    EXPECT_EQ(redLast[1], 0);
+    EXPECT_EQ(through({"--effect", "cc3.fx", "--set", "gain=0", "--lut", "negative.cube"}),
+              Bytes(plain.size(), 255));
+    EXPECT_EQ(through({"--lut", "negative.cube", "--effect", "cc3.fx", "--set", "gain=0"}),
+              Bytes(plain.size(), 0));
+}
+
+TEST_F(Luts, mix_with_the_picture_by_their_amount)
+{
+    makeClip();
+    const Bytes plain = through({});
+    const Bytes half = through({"--lut", "red.cube", "--amount", "0.5"});
+    for (std::size_t i = 0; i < plain.size(); ++i) {
+        const double wanted = i % 3 == 0 ? plain[i] : 0.5 * plain[i];
+        ASSERT_LE(std::abs(half[i] - wanted), 0.5001) << i;
+    }
+}
+
+TEST_F(Luts, that_cannot_be_read_stop_a_conversion_with_file_and_line)
+{
+    makeClip();
+    const Outcome broken = qxhost({"convert", "clip.mkv", "no.png", "--lut", "broken.cube"});
+    EXPECT_EQ(broken.exitCode, 6);
+    EXPECT_TRUE(has(broken.err, "broken.cube:2: \"nan\" is not a finite number")) << broken.err;
+    const Outcome missing = qxhost({"convert", "clip.mkv", "no.png", "--lut", "gone.cube"});
+    EXPECT_EQ(missing.exitCode, 6);
+    EXPECT_TRUE(has(missing.err, "gone.cube: there is no such file")) << missing.err;
+    EXPECT_FALSE(fs::exists(at("no.png")));
+}
+
+TEST_F(Luts, options_that_belong_to_no_step_are_refused)
+{
+    const auto usage = [&](std::vector<std::string> options) {
+        options.insert(options.begin(), {"convert", "a.mkv", "b.png"});
+        const Outcome outcome = qxhost(options);
+        EXPECT_EQ(outcome.exitCode, 2) << outcome.err;
+        return outcome.err;
+    };
+    EXPECT_TRUE(has(usage({"--amount", "1"}), "stands before any --lut"));
+    EXPECT_TRUE(has(usage({"--lut", "a.cube", "--amount", "1.5"}), "from 0 to 1"));
+    EXPECT_TRUE(has(usage({"--lut", "a.cube", "--amount", "nan"}), "from 0 to 1"));
+    EXPECT_TRUE(has(usage({"--lut", "a.cube", "--set", "gain=1"}), "belongs to an --effect"));
+    EXPECT_TRUE(has(usage({"--effect", "cc3.fx", "--amount", "1"}), "belongs to a --lut"));
+    EXPECT_TRUE(has(usage({"--lut", ""}), "--lut is empty"));
+}
+
+TEST_F(Luts, are_found_by_name_once_installed)
+{
+    EXPECT_TRUE(has(qxhost({"lut", "list"}).err, "no LUTs are installed"));
+    const Outcome installed = qxhost({"lut", "install", "negative.cube"});
+    EXPECT_EQ(installed.exitCode, 0) << installed.err;
+    EXPECT_TRUE(has(installed.err, "negative.cube: installed")) << installed.err;
+    const Json list = json({"lut", "list", "--json"});
+    ASSERT_EQ(list.size(), 1U);
+    EXPECT_EQ(list[0]["name"], "negative.cube");
+    EXPECT_EQ(list[0]["size"], 2);
+    fs::remove(at("negative.cube"));
+    EXPECT_EQ(json({"lut", "info", "negative.cube", "--json"})["title"], "Negative");
+    makeClip();
+    EXPECT_NE(through({"--lut", "negative.cube"}), through({}));
+}
+
+TEST_F(Luts, that_differ_are_not_replaced_without_force)
+{
+    ASSERT_EQ(qxhost({"lut", "install", "negative.cube"}).exitCode, 0);
+    EXPECT_EQ(qxhost({"lut", "install", "negative.cube"}).exitCode, 0) << "the same again is no harm";
+    write("negative.cube", identity);
+    const Outcome refused = qxhost({"lut", "install", "negative.cube"});
+    EXPECT_EQ(refused.exitCode, 4);
+    EXPECT_TRUE(has(refused.err, "--force replaces it")) << refused.err;
+    EXPECT_EQ(qxhost({"lut", "install", "negative.cube", "--force"}).exitCode, 0);
+    const std::string directory = json({"lut", "list", "--json"})[0]["directory"];
+    EXPECT_EQ(read(fs::path(directory) / "negative.cube"), identity);
+}
+
+TEST_F(Luts, that_are_broken_are_left_out_of_an_installation)
+{
+    const Outcome outcome = qxhost({"lut", "install", "broken.cube", "identity.cube", "gone.cube", "--json"});
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_TRUE(has(outcome.err, "broken.cube:2:")) << outcome.err;
+    EXPECT_TRUE(has(outcome.err, "gone.cube: there is no such file")) << outcome.err;
+    const Json report = Json::parse(outcome.out);
+    ASSERT_EQ(report.size(), 3U);
+    EXPECT_TRUE(report[0].contains("error"));
+    EXPECT_TRUE(report[1]["installed"].is_string());
+    EXPECT_EQ(json({"lut", "list", "--json"}).size(), 1U);
+}
+
+TEST_F(Luts, with_capital_endings_are_explained)
+{
+    fs::copy_file(at("negative.cube"), at("Film.CUBE"));
+    const Outcome installed = qxhost({"lut", "install", "Film.CUBE"});
+    EXPECT_EQ(installed.exitCode, 0);
+    EXPECT_TRUE(has(installed.err,
+                    "not listed: the catalogue takes endings in small letters alone; rename it "
+                    "to .cube"))
+        << installed.err;
+    EXPECT_TRUE(has(qxhost({"lut", "list"}).err, "Film.CUBE is not listed"));
+    EXPECT_TRUE(has(qxhost({"lut", "info", "Film.CUBE"}).out, "small letters"));
+    EXPECT_EQ(json({"lut", "list", "--json"}).size(), 0U);
+}
+
+TEST_F(Luts, beside_the_directory_count_as_installed_and_that_is_explained)
+{
+    ASSERT_EQ(qxhost({"lut", "install", "negative.cube"}).exitCode, 0);
+    const std::string directory = json({"lut", "list", "--json"})[0]["directory"];
+    const Outcome inside = qxhost({"lut", "install", directory + "/negative.cube"});
+    EXPECT_EQ(inside.exitCode, 0);
+    EXPECT_TRUE(has(inside.err, "lies in a LUT directory already")) << inside.err;
+    std::string shouted = directory;
+    std::transform(shouted.begin(), shouted.end(), shouted.begin(),
+                   [](unsigned char c) { return static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c); });
+    if (shouted != directory) {
+        fs::create_directories(shouted);
+        fs::copy_file(at("identity.cube"), fs::path(shouted) / "identity.cube");
+        const Outcome beside = qxhost({"lut", "install", shouted + "/identity.cube"});
+        EXPECT_EQ(beside.exitCode, 0);
+        EXPECT_TRUE(has(beside.err, "counts as installed, because its path begins with")) << beside.err;
+        fs::remove_all(shouted);
+    }
+    EXPECT_EQ(json({"lut", "list", "--json"}).size(), 1U);
+}
+
+TEST_F(Luts, say_what_they_hold)
+{
+    write("curves.cube", "LUT_1D_SIZE 3\n0 0 0\n0.5 0.25 0.5\n1 1 1\n");
+    write("wide.cube", "DOMAIN_MIN -1 0 0\nDOMAIN_MAX 2 1 1\nLUT_IN_VIDEO_RANGE\n" + identity);
+    const Json curves = json({"lut", "info", "curves.cube", "--json"});
+    EXPECT_EQ(curves["contents"], "curves of 3 points");
+    EXPECT_TRUE(curves["baked"]);
+    EXPECT_EQ(curves["size"], 3);
+    const Outcome wide = qxhost({"lut", "info", "wide.cube"});
+    EXPECT_EQ(wide.exitCode, 0);
+    EXPECT_TRUE(has(wide.out, "(-1, 0, 0) to (2, 1, 1)")) << wide.out;
+    EXPECT_TRUE(has(wide.out, "LUT_IN_VIDEO_RANGE is left aside")) << wide.out;
+    const Outcome broken = qxhost({"lut", "info", "broken.cube"});
+    EXPECT_EQ(broken.exitCode, 3);
+    EXPECT_TRUE(has(broken.err, "broken.cube:2:")) << broken.err;
+}
+
+TEST_F(Luts, are_drawn_before_and_after)
+{
+    const Outcome drawn = qxhost({"lut", "preview", "negative.cube", "look.png"});
+    ASSERT_EQ(drawn.exitCode, 0) << drawn.err;
+    const Bytes picture = decoded("look.png", "rgb24");
+    constexpr std::size_t width = 1280;
+    ASSERT_EQ(picture.size(), width * 920 * 3);
+    // A patch of skin on the left, and its negative in the same place on the right.
+    const auto at = [&](std::size_t x, std::size_t y, std::size_t c) {
+        return picture[3 * (y * width + x) + c];
+    };
+    for (std::size_t c = 0; c < 3; ++c) {
+        EXPECT_NEAR(at(24 + 75, 24 + 290, c) + at(652 + 75, 24 + 290, c), 255, 1);
+    }
+    EXPECT_EQ(qxhost({"lut", "preview", "negative.cube", "look.png"}).exitCode, 4) << "it exists";
+    EXPECT_EQ(qxhost({"lut", "preview", "negative.cube", "look.png", "--force"}).exitCode, 0);
+}
+
+TEST_F(Luts, commands_that_lack_something_say_what)
+{
+    EXPECT_TRUE(has(qxhost({"lut"}).err, "a command is missing after lut"));
+    EXPECT_TRUE(has(qxhost({"lut", "info"}).err, "FILE is missing"));
+    EXPECT_TRUE(has(qxhost({"lut", "preview", "a.cube"}).err, "OUTPUT is missing"));
+    EXPECT_EQ(qxhost({"lut", "install"}).exitCode, 2);
+}
+
+} // namespace
+
+} // namespace Qx::System

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "Qx/Ptr.h"
+#include "host/luts/LUTReader.h"
+#include "platform/GPUImage.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace Qx::Program {
+
+// LUTs as a user names them: by a path, or by a file's name in the catalogue.
+
+/// The file that the name stands for: that file if there is one, else the first of that name in the
+/// catalogue, else the name itself.
+std::filesystem::path lutPath(const std::string& nameOrPath);
+
+/// The table on the GPU. Throws Failure (effect), with the reason.
+Qx::Ptr<iGPUImage3D> obtainLut(const std::string& nameOrPath);
+
+/// The LUT's table and facts, without a GPU. Throws Failure (input), with the reason.
+Host::LUTReading readLut(const std::string& nameOrPath);
+
+/// An error of a table as codes of 8 bits, for people.
+std::string errorInCodes(double error);
+
+/// A remark for a LUT whose table had to be made and is off by more than half a code of 8 bits; else empty.
+/// Throws what readLut throws.
+std::string inexactness(const std::string& nameOrPath);
+
+/// The catalogue: the files of the user's LUT directory and of the machine's.
+std::vector<std::filesystem::path> listedLuts();
+
+/// The user's LUT directory and the machine's; empty paths where there is none.
+std::vector<std::filesystem::path> lutDirectories();
+
+/// Whether the catalogue takes files of this ending, and if not, why, for a person; empty when it does.
+std::string whyNotListed(const std::filesystem::path& file);
+
+} // namespace Qx::Program

@@ -352,7 +352,6 @@ void writeTexts(ByteWriter& to, const EffectCompilation& compilation)
 void readTexts(ByteReader& from, EffectCompilation& compilation)
 {
     compilation.diagnostics = readEach<Diagnostic>(from, leastDiagnostic, readDiagnostic);
-    compilation.messages = messageText(compilation.diagnostics);
     compilation.inputs = readEach<EffectInput>(from, leastInput, readInput);
 }
 
@@ -385,7 +384,11 @@ std::optional<EffectCompilation> readEffectArchive(std::span<const std::byte> by
         from.require(isSound(*effect));
         compilation.effect = std::move(effect);
     }
-    return from.finished() ? std::optional(std::move(compilation)) : std::nullopt;
+    if (!from.finished()) {
+        return std::nullopt;
+    }
+    compilation.messages = messageText(compilation.diagnostics);
+    return compilation;
 }
 
 } // namespace Qx::Host

@@ -204,7 +204,7 @@ std::string EntryCall::input(const EffectSyntax::Type& type, const Token& name, 
 void EntryCall::write(const std::function<void(std::string_view)>& writeLine,
                       const std::function<void(const Tokens&)>& writeTokens) const
 {
-    writeLine("float4 main(float4 qxfx_position : SV_Position) : SV_Target0 {");
+    writeLine("float4 qxfx_main(float4 qxfx_position : SV_Position) : SV_Target0 {");
     writeLine("float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;");
     writeLine("float2 qxfx_uv = qxfx_pixel * qxfx_area.zw;");
     for (const std::string& line : before_) {

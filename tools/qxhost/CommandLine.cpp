@@ -373,6 +373,7 @@ void addRawInput(CLI::App& app, RawInputOptions& raw, bool sizeOption)
     if (sizeOption) {
         addSize(app, raw.width, raw.height, "Their size in pixels")->group(group);
     } else {
+        raw.sizeOption = "--raw-size";
         app.add_option_function<std::string>(
                "--raw-size",
                [&raw](const std::string& word) { parseSize("--raw-size", word, raw.width, raw.height); },
@@ -381,16 +382,7 @@ void addRawInput(CLI::App& app, RawInputOptions& raw, bool sizeOption)
             ->group(group);
     }
     addRate(app, raw.frameRate, "Frames a second. Default: 25")->group(group);
-    app.add_option_function<std::int64_t>(
-           "--row-bytes",
-           [&raw](const std::int64_t& bytes) {
-               if (bytes <= 0) {
-                   throw CLI::ValidationError("--row-bytes", "a row has at least one byte");
-               }
-               raw.rowBytes = static_cast<std::size_t>(bytes);
-           },
-           "Bytes from one row to the next. Default: the format's own")
-        ->option_text("N")
+    addCount(app, "--row-bytes", raw.rowBytes, 1, "Bytes from one row to the next. Default: the format's own")
         ->group(group);
 }
 
@@ -405,9 +397,6 @@ void addOutput(CLI::App& app, ConvertOptions& options)
         ->group(group);
     app.add_option("--pixel-format", options.pixelFormat, "FFmpeg's name of a format the encoder takes")
         ->option_text("NAME")
-        ->group(group);
-    app.add_flag_callback(
-           "--no-audio", [&options] { options.audio = false; }, "Leave the audio out")
         ->group(group);
     app.add_flag("--force", options.force, "Replace output files that exist")->group(group);
 }
@@ -439,6 +428,10 @@ CLI::App* addConvert(CLI::App& app, ConvertOptions& options)
     addCount(*convert, "--frames", options.frames, 1, "Convert N frames at most")->group(frames);
     addRawInput(*convert, options.raw, true);
     addOutput(*convert, options);
+    convert
+        ->add_flag_callback(
+            "--no-audio", [&options] { options.audio = false; }, "Leave the audio out")
+        ->group("Output");
     addOther(*convert, options);
     convert->footer(convertFooter);
     return convert;

@@ -220,9 +220,9 @@ Json describeSource(const Conversion& conversion)
     source["codec"] = info.codec;
     source["pixelFormat"] = info.pixelFormat;
     source["matrix"] = nameOf(conversion.colour.matrix);
-    source["matrixGuessed"] = conversion.colour.matrixGuessed;
+    source["matrixGuessed"] = conversion.colour.matrixGuessed && !conversion.keepCodes;
     source["range"] = nameOf(conversion.colour.range);
-    source["rangeGuessed"] = conversion.colour.rangeGuessed;
+    source["rangeGuessed"] = conversion.colour.rangeGuessed && !conversion.keepCodes;
     return source;
 }
 
@@ -244,7 +244,7 @@ Json describeRun(const Conversion& conversion)
                                                         : static_cast<int>(conversion.settings.depth);
     run["source"] = describeSource(conversion);
     run["codesKept"] = conversion.keepCodes;
-    run["outputRange"] = nameOf(conversion.settings.rgbRange);
+    run["outputRange"] = conversion.keepCodes ? Json() : Json(nameOf(conversion.settings.rgbRange));
     run["device"]["name"] = deviceName();
     run["device"]["software"] = deviceIsSoftware();
     run["seconds"] = conversion.seconds;

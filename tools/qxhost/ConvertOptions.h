@@ -36,7 +36,8 @@ struct RawInputOptions
     std::optional<PixelFormat> format; ///< empty: the input is a clip or picture
     unsigned width = 0;                ///< pixels; 0: not said
     unsigned height = 0;
-    std::size_t rowBytes = 0;                 ///< from a row to the next in the file; 0: the format's own
+    const char* sizeOption = "--size";        ///< what the command calls these
+    std::int64_t rowBytes = 0;                ///< from a row to the next in the file; 0: the format's own
     std::optional<Media::Rational> frameRate; ///< empty: 25
 };
 

@@ -137,15 +137,17 @@ std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)
     const PixelFormat& format = require(raw.format);
     if (raw.width == 0) {
         throw Failure(ExitCode::usage, options.input.string() + ": raw frames of " + format.name() +
-                                           " do not tell their size; add --size WxH, as in --size 1920x1080");
+                                           " do not tell their size; add " + raw.sizeOption + " WxH, as in " +
+                                           raw.sizeOption + " 1920x1080");
     }
     if (raw.width > Media::ClipReader::largestSide || raw.height > Media::ClipReader::largestSide) {
-        throw Failure(ExitCode::usage, "--size: the largest picture that is read is " +
+        throw Failure(ExitCode::usage, std::string(raw.sizeOption) +
+                                           ": the largest picture that is read is " +
                                            std::to_string(Media::ClipReader::largestSide) + " each way");
     }
-    auto reader =
-        Media::RawReader::open(options.input, storedLayout(format, raw.width, raw.height, raw.rowBytes),
-                               static_cast<int>(raw.width), static_cast<int>(raw.height));
+    auto reader = Media::RawReader::open(
+        options.input, storedLayout(format, raw.width, raw.height, static_cast<std::size_t>(raw.rowBytes)),
+        static_cast<int>(raw.width), static_cast<int>(raw.height));
     if (!reader) {
         throw Failure(ExitCode::input, reader.text());
     }
@@ -155,7 +157,7 @@ std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)
 /// What only raw frames need to be told.
 void refuseRawOptions(const RawInputOptions& raw)
 {
-    const char* option = raw.width != 0      ? "--size"
+    const char* option = raw.width != 0      ? raw.sizeOption
                          : raw.rowBytes != 0 ? "--row-bytes"
                          : raw.frameRate     ? "--fps"
                                              : nullptr;

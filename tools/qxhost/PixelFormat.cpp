@@ -135,6 +135,12 @@ Media::StoredLayout storedLayout(const PixelFormat& format, unsigned width, unsi
     const std::size_t needed = blocks * layout.blockBytes;
     const std::size_t usual = (needed + layout.rowAlignment - 1) / layout.rowAlignment * layout.rowAlignment;
     const std::size_t stride = rowBytes != 0 ? rowBytes : usual;
+    constexpr std::size_t longestRow = std::size_t{1}
+                                       << 30U; // far beyond any, and frames' sizes stay numbers
+    if (stride > longestRow) {
+        throw Failure(ExitCode::usage, fmt::format("--row-bytes {}: rows of more than {} bytes are not read",
+                                                   rowBytes, longestRow));
+    }
     const bool words = layout.texels == iGPUImage::eARGB16;
     if (stride < needed || (words && stride % 2 != 0)) {
         throw Failure(ExitCode::usage,

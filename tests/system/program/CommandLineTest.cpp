@@ -156,7 +156,11 @@ TEST_F(CommandLine, pixel_formats_sizes_and_rates_are_checked)
     expectUsageError({"convert", "a", "b", "--size", "1920"}, {"--size", "\"1920\"", "1920x1080"});
     expectUsageError({"convert", "a", "b", "--size", "0x5"}, {"--size", "\"0x5\""});
     expectUsageError({"convert", "a", "b", "--fps", "0"}, {"--fps", "\"0\"", "30000/1001"});
-    expectUsageError({"convert", "a", "b", "--row-bytes", "0"}, {"--row-bytes"});
+    expectUsageError({"convert", "a", "b", "--row-bytes", "0"},
+                     {"--row-bytes", "\"0\" is no whole number from 1 on"});
+    expectUsageError({"convert", "a", "b", "--row-bytes", "1e3"},
+                     {"--row-bytes", "\"1e3\" is no whole number"});
+    expectUsageError({"fields", "a", "b", "--no-audio"}, {"there is no option --no-audio"});
     expectUsageError({"thumbnail", "a", "b.png"}, {"--size is missing", "320x180"});
     expectUsageError({"black", "b.png"}, {"--size is missing"});
     expectUsageError({"fields", "a", "b", "--order", "odd"}, {"--order", "top and bottom"});

@@ -133,6 +133,8 @@ TEST_F(PixelFormats, raw_frames_keep_their_codes_from_format_to_format)
     const nlohmann::json run = nlohmann::json::parse(outcome.out);
     EXPECT_EQ(run["frames"], 2);
     EXPECT_EQ(run["codesKept"], true);
+    EXPECT_TRUE(run["outputRange"].is_null());
+    EXPECT_EQ(run["source"]["rangeGuessed"], false);
     EXPECT_EQ(outcome.err.find("BT.601"), std::string::npos) << outcome.err; // nothing depends on a guess
     succeed({"convert", "clip.uyvy", "tape.raw", "--size", "50x22", "--format", "v210"});
     succeed({"convert", "tape.raw", "again.yv12", "--raw", "v210", "--size", "50x22"});
@@ -242,6 +244,13 @@ TEST_F(PixelFormats, what_cannot_be_is_refused_with_what_can)
     expectFailure(
         {"convert", "tape.v210", "out.raw", "--size", "48x1", "--row-bytes", "100", "--format", "uyvy"}, 2,
         {"--row-bytes 100", "48 pixels of v210", "128"});
+    expectFailure({"convert", "tape.v210", "out.raw", "--size", "48x4", "--row-bytes", "4611686018427387904"},
+                  2, {"--row-bytes 4611686018427387904", "1073741824"});
+    expectFailure({"convert", "tape.v210", "out.mov", "--size", "32768x32768"}, 3,
+                  {"1000 bytes", "32768x32768 v210"});
+    expectFailure({"thumbnail", "tape.v210", "out.png", "--size", "7x3"}, 2,
+                  {"tape.v210", "--raw-size 1920x1080"});
+    expectFailure({"convert", "tape.v210", "out.raw", "--size", "48x1"}, 4, {".raw", "--format NAME"});
     makeClip("clip.mkv", "yuv422p");
     expectFailure({"convert", "clip.mkv", "out.png", "--fps", "30"}, 2, {"--fps", "--raw"});
     expectFailure({"convert", "clip.mkv", "out.uyvy", "--output-range", "video"}, 2,

@@ -71,7 +71,9 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
     const AVOutputFormat* container = av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
     if (!container || (container->flags & AVFMT_NOFILE) || container->video_codec == AV_CODEC_ID_NONE) {
         return Error{"cannot write " + quoted(file) + ": no kind of clip or picture is known by ." +
-                     extension + " (try .png, .mov, .mkv, .mp4)"};
+                     extension +
+                     (extension == "raw" ? "; for frames as they are add --format NAME ('qxhost formats')"
+                                         : " (try .png, .mov, .mkv, .mp4)")};
     }
     if (settings.frameRate.num <= 0 || settings.frameRate.den <= 0) {
         return Error{"cannot write " + quoted(file) + ": the frame rate is not known"};

@@ -29,7 +29,6 @@ RawReader::RawReader(std::filesystem::path file, int descriptor, StoredLayout la
     : file_(std::move(file)),
       descriptor_(descriptor),
       layout_(std::move(layout)),
-      frame_(layout_.frameBytes()),
       files_(std::make_shared<FileSet>())
 {
     files_->add(file_);
@@ -63,6 +62,7 @@ Result<std::unique_ptr<RawReader>> RawReader::open(const std::filesystem::path& 
                                     frameText(layout, width, height) +
                                     "; check --raw, --size and --row-bytes");
     }
+    reader->frame_.resize(layout.frameBytes());
     reader->frames_ = size / frameBytes;
     if (size % frameBytes != 0) {
         reader->remainder_ =

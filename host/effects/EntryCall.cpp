@@ -204,13 +204,14 @@ std::string EntryCall::input(const EffectSyntax::Type& type, const Token& name, 
 void EntryCall::write(const std::function<void(std::string_view)>& writeLine,
                       const std::function<void(const Tokens&)>& writeTokens) const
 {
-    writeLine("float4 qxfx_main(float4 qxfx_position : SV_Position) : SV_Target0 {");
+    writeLine("float4 main(float4 qxfx_position : SV_Position) : SV_Target0 {");
     writeLine("float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;");
     writeLine("float2 qxfx_uv = qxfx_pixel * qxfx_area.zw;");
     for (const std::string& line : before_) {
         writeLine(line);
     }
-    writeLine(receiver_ + std::string(entry_.name.text) + '(');
+    const std::string_view name = entry_.name.text;
+    writeLine(receiver_ + std::string(name == "main" ? "qxfx_main" : name) + '(');
     for (std::size_t i = 0; i < arguments_.size(); ++i) {
         if (i > 0) {
             writeLine(",");

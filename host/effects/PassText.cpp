@@ -43,6 +43,7 @@ std::string_view translated(const Token& token)
         {"sampler", "sampler2D"},
         {"Sampler", "sampler2D"},
         {"dword", "uint"},
+        {"main", "qxfx_main"}, // the HLSL compiler takes one of that name for the entry
         {"tex2D", "qxfx_tex2D"},
         {"tex2Dlod", "qxfx_tex2Dlod"},
         {"tex2Dbias", "qxfx_tex2Dbias"},

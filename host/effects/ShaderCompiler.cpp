@@ -74,7 +74,7 @@ std::vector<std::uint32_t> translate(const std::string& hlsl, std::optional<Comp
     const int length = static_cast<int>(hlsl.size());
     shader.setStringsWithLengths(&text, &length, 1);
     shader.setEntryPoint("main");
-    shader.setSourceEntryPoint("qxfx_main");
+    shader.setSourceEntryPoint("main");
     shader.setEnvInput(glslang::EShSourceHlsl, EShLangFragment, glslang::EShClientVulkan, 100);
     shader.setEnvClient(glslang::EShClientVulkan, glslang::EShTargetVulkan_1_1);
     shader.setEnvTarget(glslang::EShTargetSpv, glslang::EShTargetSpv_1_3);

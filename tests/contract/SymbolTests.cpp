@@ -84,7 +84,7 @@ bool isOfTheSystem(const std::string& line)
     static const std::regex instrumentation(
         R"(\bU (__asan|__ubsan|__tsan|__sanitizer|__gcov|__lsan|__cyg)_\w+)");
     // Functions of the C runtime that a sanitizer replaces lose their version.
-    static const std::regex replaced(R"(\bU (__cxa_\w+|mem\w+|str\w+|wcs\w+|printf)$)");
+    static const std::regex replaced(R"(\bU (atexit|__cxa_\w+|mem\w+|str\w+|wcs\w+|printf)$)");
     return std::regex_search(line, versioned) || std::regex_search(line, weakHooks) ||
            std::regex_search(line, instrumentation) || std::regex_search(line, replaced);
 }

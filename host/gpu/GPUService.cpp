@@ -393,6 +393,18 @@ Qx::Ptr<iHostImage> GPUService::downloadImage(Qx::Ptr<iGPUImage> image)
     });
 }
 
+bool GPUService::copyImage(const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUImage>& target)
+{
+    return operate<bool>(context(), [&](Vulkan::Context& context) {
+        auto* from = dynamic_cast<Vulkan::GPUImage*>(source.get());
+        auto* to = dynamic_cast<Vulkan::GPUImage*>(target.get());
+        const bool fits = from != nullptr && to != nullptr && from != to &&
+                          &from->context() == &context && &to->context() == &context &&
+                          from->getSize() == to->getSize() && from->getFormat() == to->getFormat();
+        return fits && Vulkan::copy(context, *from, *to);
+    });
+}
+
 Qx::Ptr<iHostImage3D> GPUService::createHostImage3D(int size)
 {
     return operate<Qx::Ptr<iHostImage3D>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage3D> {

@@ -98,6 +98,9 @@ public:
     Qx::Ptr<iHostImage> createHostImage(XY<int> size, iGPUImage::eFormat format) override;
     Qx::Ptr<iGPUImage> uploadImage(Qx::Ptr<iHostImage> image, int options) override;
     Qx::Ptr<iHostImage> downloadImage(Qx::Ptr<iGPUImage> image) override;
+    /// Copies texels as they are from one image into another of the same size and format: the least that a
+    /// pass over an image costs this device. It records and returns; false when it cannot.
+    bool copyImage(const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUImage>& target);
     Qx::Ptr<iHostImage3D> createHostImage3D(int size) override;
     Qx::Ptr<iGPUImage3D> upload3DImage(Qx::Ptr<iHostImage3D> image) override;
     Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>& typeface, int size, int style) override;

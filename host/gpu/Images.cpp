@@ -143,6 +143,23 @@ Qx::Ptr<HostImage> download(Context& context, GPUImage& source)
     return value != 0 ? image : Qx::Ptr<HostImage>();
 }
 
+bool copy(Context& context, GPUImage& source, GPUImage& target)
+{
+    Texture& from = source.texture();
+    Texture& to = target.texture();
+    const auto record = [&](Batch& batch) {
+        batch.copyFrom(from);
+        batch.copyTo(to);
+        batch.flush();
+        const VkImageSubresourceLayers layers{VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
+        const VkImageCopy region{layers, {}, layers, {}, wholeImage(from.key).imageExtent};
+        vkCmdCopyImage(batch.commands(), from.image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, to.image,
+                       VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, 1, &region);
+        return true;
+    };
+    return context.recorder().record(2 * from.key.bytes(), Recorder::Submit::WhenDue, record) != 0;
+}
+
 Qx::Ptr<GPUImage3D> upload(Context& context, const iHostImage3D& source)
 {
     const int size = source.getSize();

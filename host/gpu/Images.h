@@ -113,6 +113,9 @@ Qx::Ptr<GPUImage> upload(Context& context, HostImage& source);
 Qx::Ptr<HostImage> download(Context& context, GPUImage& source);
 Qx::Ptr<GPUImage3D> upload(Context& context, const iHostImage3D& source);
 
+/// Copies texels as they are; both images have the same size and format. False on failure.
+bool copy(Context& context, GPUImage& source, GPUImage& target);
+
 /// Whether a table of that size can be made at all.
 bool isSupported3D(Context& context, int size);
 

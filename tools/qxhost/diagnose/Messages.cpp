@@ -1,0 +1,102 @@
+#include "tools/qxhost/diagnose/Messages.h"
+
+#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/diagnose/ReportJson.h"
+
+namespace Qx::Diagnosis {
+
+using Program::ExitCode;
+using Program::Failure;
+using Program::Json;
+
+namespace {
+
+Json toJson(const Machine& machine)
+{
+    return {machine.system, machine.processors, machine.memory, machine.memoryAvailable};
+}
+
+Machine machineFrom(const Json& json)
+{
+    return {json.at(0).get<std::string>(), json.at(1).get<int>(), json.at(2).get<std::uint64_t>(),
+            json.at(3).get<std::uint64_t>()};
+}
+
+struct Writer
+{
+    Json operator()(const Begun& begun) const
+    {
+        const Device& device = begun.device;
+        return {{"is", "begun"},
+                {"device", {device.name, device.type, device.driver, device.software}},
+                {"machine", toJson(begun.machine)},
+                {"steps", begun.steps}};
+    }
+    Json operator()(const NoDevice& none) const
+    {
+        return {{"is", "noDevice"}, {"reason", none.reason}, {"machine", toJson(none.machine)}};
+    }
+    Json operator()(const StepBegun& step) const
+    {
+        return {{"is", "step"}, {"name", step.name}, {"title", step.title}};
+    }
+    Json operator()(const SuiteLine& line) const
+    {
+        return {{"is", "line"}, {"category", line.category}, {"text", line.text}};
+    }
+    Json operator()(const Figure& figure) const
+    {
+        return {{"is", "figure"}, {"figure", Diagnosis::toJson(figure)}};
+    }
+    Json operator()(const Remark& remark) const { return {{"is", "remark"}, {"text", remark.text}}; }
+    Json operator()(const Finished&) const { return {{"is", "finished"}}; }
+};
+
+Message read(const Json& json)
+{
+    const auto is = json.at("is").get<std::string>();
+    if (is == "begun") {
+        const Json& device = json.at("device");
+        return Begun{{device.at(0).get<std::string>(), device.at(1).get<std::string>(),
+                      device.at(2).get<std::string>(), device.at(3).get<bool>()},
+                     machineFrom(json.at("machine")),
+                     json.at("steps").get<int>()};
+    }
+    if (is == "noDevice") {
+        return NoDevice{json.at("reason").get<std::string>(), machineFrom(json.at("machine"))};
+    }
+    if (is == "step") {
+        return StepBegun{json.at("name").get<std::string>(), json.at("title").get<std::string>()};
+    }
+    if (is == "line") {
+        return SuiteLine{json.at("category").get<int>(), json.at("text").get<std::string>()};
+    }
+    if (is == "figure") {
+        return figureFrom(json.at("figure"), "the measuring process");
+    }
+    if (is == "remark") {
+        return Remark{json.at("text").get<std::string>()};
+    }
+    if (is == "finished") {
+        return Finished{};
+    }
+    throw Failure(ExitCode::failed, "the measuring process sent what is no message");
+}
+
+} // namespace
+
+std::string lineOf(const Message& message)
+{
+    return std::visit(Writer(), message).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Message messageFrom(std::string_view line)
+{
+    try {
+        return read(Json::parse(line));
+    } catch (const Json::exception&) {
+        throw Failure(ExitCode::failed, "the measuring process sent what is no message");
+    }
+}
+
+} // namespace Qx::Diagnosis

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "Qx/Ptr.h"
+#include "platform/GPUImage.h"
+#include "platform/Surface.h"
+#include "tools/qxhost/diagnose/LifeSign.h"
+#include "tools/qxhost/diagnose/Messages.h"
+#include "tools/qxhost/diagnose/TestAid.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace Qx::Diagnosis {
+
+/// What the steps measure with: every operation that they ask of the device goes through here, so that a
+/// hang or a death can be told with what was asked for last.
+class Probe
+{
+public:
+    using Send = std::function<void(const Message&)>;
+
+    /// `budget`: how long a figure may be measured. `scratch`: a directory for what a step writes; empty for
+    /// none.
+    Probe(LifeSign& life, std::chrono::milliseconds budget, std::filesystem::path scratch, Send send)
+        : life_(life), budget_(budget), scratch_(std::move(scratch)), send_(std::move(send))
+    {
+    }
+
+    std::chrono::milliseconds budget() const { return budget_; }
+    const std::filesystem::path& scratch() const { return scratch_; }
+
+    void beginStep(const std::string& name, const std::string& title);
+
+    /// Says what the operations that follow are.
+    void doing(std::string_view what) { life_.doing(what); }
+
+    /// Announces an operation; false when it counts as refused. Any thread.
+    bool operation();
+
+    // Operations. Empty or false when the device refuses.
+    Qx::Ptr<iGPUImage> upload(const Qx::Ptr<iHostImage>& image);
+    Image::Surface upload(const Image::Surface& frame);
+    Qx::Ptr<iHostImage> download(const Qx::Ptr<iGPUImage>& image);
+
+    /// Waits until the device has done everything that was asked before.
+    bool finish();
+
+    void send(const Message& message) { send_(message); }
+
+private:
+    LifeSign& life_;
+    std::chrono::milliseconds budget_;
+    std::filesystem::path scratch_;
+    Send send_;
+    TestAid aid_;
+    std::string step_;
+    std::atomic<std::uint64_t> operations_{0};
+    Qx::Ptr<iGPUImage> last_; ///< drawn into to know that all before is done
+};
+
+} // namespace Qx::Diagnosis

@@ -1,0 +1,305 @@
+#include "tools/qxhost/diagnose/ReportJson.h"
+
+#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/diagnose/Verdict.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <fmt/format.h>
+#include <utility>
+
+namespace Qx::Diagnosis {
+
+using Program::ExitCode;
+using Program::Failure;
+using Program::Json;
+
+namespace {
+
+constexpr int formatVersion = 1;
+constexpr const char* formatName = "qxhost diagnose";
+
+template <class T, std::size_t N>
+using Names = std::array<std::pair<T, std::string_view>, N>;
+
+constexpr Names<Basis, 5> bases{{{Basis::device, "device"},
+                                 {Basis::waited, "waited"},
+                                 {Basis::submitted, "submitted"},
+                                 {Basis::processor, "processor"},
+                                 {Basis::counted, "counted"}}};
+constexpr Names<Better, 3> betters{
+    {{Better::higher, "higher"}, {Better::lower, "lower"}, {Better::neither, "neither"}}};
+constexpr Names<Ending::Kind, 5> endings{{{Ending::Kind::complete, "complete"},
+                                          {Ending::Kind::interrupted, "interrupted"},
+                                          {Ending::Kind::hung, "hung"},
+                                          {Ending::Kind::died, "died"},
+                                          {Ending::Kind::noDevice, "noDevice"}}};
+
+template <class T, std::size_t N>
+std::string_view nameOf(const Names<T, N>& names, T value)
+{
+    return std::find_if(names.begin(), names.end(), [&](const auto& name) { return name.first == value; })
+        ->second;
+}
+
+Json orNull(const std::optional<double>& value)
+{
+    return value ? Json(*value) : Json(nullptr);
+}
+
+/// A value somewhere in a file, which knows where it is.
+class Place
+{
+public:
+    Place(const Json& json, std::string where) : json_(json), where_(std::move(where)) {}
+
+    [[noreturn]] void complain(const std::string& what) const
+    {
+        throw Failure(ExitCode::input, where_ + ": " + what + "; is this a run of 'qxhost diagnose --json'?");
+    }
+
+    Place at(const char* key) const
+    {
+        if (!json_.is_object()) {
+            complain("is no object");
+        }
+        const auto found = json_.find(key);
+        if (found == json_.end()) {
+            complain(fmt::format("\"{}\" is missing", key));
+        }
+        return {*found, where_ + "." + key};
+    }
+
+    std::vector<Place> items() const
+    {
+        if (!json_.is_array()) {
+            complain("is no list");
+        }
+        std::vector<Place> all;
+        for (const Json& item : json_) {
+            all.emplace_back(item, fmt::format("{}[{}]", where_, all.size()));
+        }
+        return all;
+    }
+
+    std::string text() const
+    {
+        if (!json_.is_string()) {
+            complain("is no text");
+        }
+        return json_.get<std::string>();
+    }
+
+    double number() const
+    {
+        if (!json_.is_number() || !std::isfinite(json_.get<double>())) {
+            complain("is no number");
+        }
+        return json_.get<double>();
+    }
+
+    /// A count, as large as a double counts exactly.
+    std::uint64_t count() const
+    {
+        constexpr double largest = 9007199254740992.0; // 2^53
+        const double value = number();
+        if (value < 0 || value > largest || value != std::floor(value)) {
+            complain("is no count");
+        }
+        return static_cast<std::uint64_t>(value);
+    }
+
+    std::optional<double> optionalNumber() const
+    {
+        return json_.is_null() ? std::nullopt : std::optional(number());
+    }
+
+    bool flag() const
+    {
+        if (!json_.is_boolean()) {
+            complain("is neither true nor false");
+        }
+        return json_.get<bool>();
+    }
+
+    template <class T, std::size_t N>
+    T oneOf(const Names<T, N>& names) const
+    {
+        const std::string word = text();
+        for (const auto& [value, name] : names) {
+            if (name == word) {
+                return value;
+            }
+        }
+        complain("\"" + word + "\" is not known");
+    }
+
+private:
+    const Json& json_;
+    std::string where_;
+};
+
+Figure readFigure(const Place& place)
+{
+    Figure figure;
+    figure.id = place.at("id").text();
+    figure.group = place.at("group").text();
+    figure.title = place.at("title").text();
+    figure.value = place.at("value").optionalNumber();
+    figure.unit = place.at("unit").text();
+    figure.better = place.at("better").oneOf(betters);
+    figure.basis = place.at("basis").oneOf(bases);
+    figure.yardstick = place.at("yardstick").optionalNumber();
+    figure.yardstickName = place.at("yardstickName").text();
+    figure.note = place.at("note").text();
+    figure.failed = place.at("failed").flag();
+    for (const Place& sample : place.at("samples").items()) {
+        figure.samples.push_back(sample.number());
+    }
+    return figure;
+}
+
+Json deviceJson(const Device& device)
+{
+    return {{"name", device.name},
+            {"type", device.type},
+            {"driver", device.driver},
+            {"software", device.software}};
+}
+
+Json machineJson(const Machine& machine)
+{
+    return {{"system", machine.system},
+            {"processors", machine.processors},
+            {"memory", machine.memory},
+            {"memoryAvailable", machine.memoryAvailable}};
+}
+
+Json verdictJson(const Verdict& verdict)
+{
+    Json rates = Json::array();
+    for (const RealTime& rate : verdict.realTime) {
+        rates.push_back({{"name", rate.name},
+                         {"needed", rate.needed},
+                         {"reached", orNull(rate.reached)},
+                         {"realTime", rate.reached ? Json(*rate.reached >= rate.needed) : Json(nullptr)}});
+    }
+    return {{"health", std::string(nameOf(verdict.health))},
+            {"device", verdict.device},
+            {"headline", verdict.headline},
+            {"faults", verdict.faults},
+            {"remarks", verdict.remarks},
+            {"rates", rates},
+            {"limit", verdict.limit}};
+}
+
+/// Where in the text a parser stopped.
+std::string lineAndColumn(std::string_view text, std::size_t byte)
+{
+    const std::string_view before = text.substr(0, std::min(byte > 0 ? byte - 1 : 0, text.size()));
+    const auto line = 1 + std::count(before.begin(), before.end(), '\n');
+    const std::size_t lineStart = before.rfind('\n') == std::string_view::npos ? 0 : before.rfind('\n') + 1;
+    return fmt::format("line {}, column {}", line, before.size() - lineStart + 1);
+}
+
+Json parse(std::string_view text, const std::string& name)
+{
+    try {
+        return Json::parse(text);
+    } catch (const Json::parse_error& error) {
+        throw Failure(ExitCode::input, fmt::format("{}: {}: is no JSON; is this a run of 'qxhost diagnose "
+                                                   "--json'?",
+                                                   name, lineAndColumn(text, error.byte)));
+    }
+}
+
+} // namespace
+
+Json toJson(const Figure& figure)
+{
+    return {{"id", figure.id},
+            {"group", figure.group},
+            {"title", figure.title},
+            {"value", orNull(figure.value)},
+            {"unit", figure.unit},
+            {"better", std::string(nameOf(betters, figure.better))},
+            {"basis", std::string(nameOf(bases, figure.basis))},
+            {"yardstick", orNull(figure.yardstick)},
+            {"yardstickName", figure.yardstickName},
+            {"note", figure.note},
+            {"failed", figure.failed},
+            {"samples", figure.samples}};
+}
+
+Figure figureFrom(const Json& json, const std::string& where)
+{
+    return readFigure(Place(json, where));
+}
+
+Json toJson(const Report& report)
+{
+    Json lines = Json::array();
+    for (const SuiteLine& line : report.suite) {
+        lines.push_back({{"category", line.category}, {"text", line.text}});
+    }
+    Json figures = Json::array();
+    for (const Figure& figure : report.figures) {
+        figures.push_back(toJson(figure));
+    }
+    Json json;
+    json["format"] = formatName;
+    json["version"] = formatVersion;
+    json["date"] = report.date;
+    json["program"] = report.program;
+    json["quick"] = report.quick;
+    json["only"] = report.only;
+    json["ending"] = {{"kind", std::string(nameOf(endings, report.ending.kind))},
+                      {"reason", report.ending.reason},
+                      {"doing", report.ending.doing},
+                      {"said", report.ending.said}};
+    json["verdict"] = verdictJson(judge(report));
+    json["device"] = deviceJson(report.device);
+    json["machine"] = machineJson(report.machine);
+    json["suite"] = std::move(lines);
+    json["figures"] = std::move(figures);
+    return json;
+}
+
+Report reportFrom(std::string_view text, const std::string& name)
+{
+    const Json json = parse(text, name);
+    const Place root(json, name);
+    if (root.at("format").text() != formatName) {
+        root.at("format").complain("is not \"" + std::string(formatName) + "\"");
+    }
+    if (root.at("version").number() != formatVersion) {
+        throw Failure(ExitCode::input, name + ": was written by another version of qxhost, in a form that "
+                                              "this one does not read");
+    }
+    Report report;
+    report.date = root.at("date").text();
+    report.program = root.at("program").text();
+    report.quick = root.at("quick").flag();
+    for (const Place& step : root.at("only").items()) {
+        report.only.push_back(step.text());
+    }
+    const Place ending = root.at("ending");
+    report.ending = {ending.at("kind").oneOf(endings), ending.at("reason").text(), ending.at("doing").text(),
+                     ending.at("said").text()};
+    const Place device = root.at("device");
+    report.device = {device.at("name").text(), device.at("type").text(), device.at("driver").text(),
+                     device.at("software").flag()};
+    const Place machine = root.at("machine");
+    report.machine = {machine.at("system").text(), static_cast<int>(machine.at("processors").count()),
+                      machine.at("memory").count(), machine.at("memoryAvailable").count()};
+    for (const Place& line : root.at("suite").items()) {
+        report.suite.push_back({static_cast<int>(line.at("category").number()), line.at("text").text()});
+    }
+    for (const Place& figure : root.at("figures").items()) {
+        report.figures.push_back(readFigure(figure));
+    }
+    return report;
+}
+
+} // namespace Qx::Diagnosis

@@ -398,9 +398,9 @@ bool GPUService::copyImage(const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUI
     return operate<bool>(context(), [&](Vulkan::Context& context) {
         auto* from = dynamic_cast<Vulkan::GPUImage*>(source.get());
         auto* to = dynamic_cast<Vulkan::GPUImage*>(target.get());
-        const bool fits = from != nullptr && to != nullptr && from != to &&
-                          &from->context() == &context && &to->context() == &context &&
-                          from->getSize() == to->getSize() && from->getFormat() == to->getFormat();
+        const bool fits = from != nullptr && to != nullptr && from != to && &from->context() == &context &&
+                          &to->context() == &context && from->getSize() == to->getSize() &&
+                          from->getFormat() == to->getFormat();
         return fits && Vulkan::copy(context, *from, *to);
     });
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Api.h"
+
 #include <filesystem>
 
 namespace Qx::Host {
@@ -9,7 +11,7 @@ namespace Qx::Host {
 /// directory. Variables that hold no absolute path are ignored. Empty when there is no home directory either.
 std::filesystem::path userConfigurationDirectory();
 std::filesystem::path userDataDirectory();
-std::filesystem::path userStateDirectory();
+QX_API std::filesystem::path userStateDirectory();
 std::filesystem::path userCacheDirectory();
 
 /// The data that is installed with this host: "share/qx" beside or above the directory that this library was

@@ -4,6 +4,7 @@
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/LutCommandLine.h"
 #include "tools/qxhost/Wording.h"
+#include "tools/qxhost/diagnose/DiagnoseCommandLine.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -26,6 +27,7 @@ constexpr const char* mainFooter = R"(Examples:
   qxhost formats                                   the pixel formats
   qxhost effects list                              the effects that can be used by name
   qxhost devices                                   what the conversions can run on
+  qxhost diagnose                                  whether the GPU path is healthy and fast enough
 
 'qxhost COMMAND --help' says more about a command.)";
 
@@ -633,6 +635,7 @@ public:
         addCache();
         devices_ = app_.add_subcommand("devices", "List the devices that conversions can run on");
         devices_->add_flag("--json", devicesOptions_.json, "Print JSON");
+        diagnose_ = addDiagnose(app_, diagnoseOptions_);
         for (CLI::App* command : app_.get_subcommands({})) {
             command->group("Commands");
         }
@@ -756,6 +759,9 @@ private:
             refuseExtras(*devices_, "devices");
             return devicesOptions_;
         }
+        if (diagnose_->parsed()) {
+            return diagnoseCommand();
+        }
         if (effects_->parsed()) {
             refuseExtras(*effects_, "effects");
             throw Failure(ExitCode::usage, "a command is missing after effects", app_.help());
@@ -786,6 +792,20 @@ private:
             requireValue(lutOptions_.output, "OUTPUT", name);
         }
         return lutOptions_;
+    }
+
+    Command diagnoseCommand()
+    {
+        refuseExtras(*diagnose_, "diagnose");
+        if (!diagnoseOptions_.from.empty() &&
+            (diagnoseOptions_.quick || diagnoseOptions_.save || !diagnoseOptions_.only.empty() ||
+             !diagnoseOptions_.device.empty())) {
+            complain(
+                "--from shows a run that was measured before; --quick, --only, --device and --save say how "
+                "one is measured",
+                "diagnose");
+        }
+        return diagnoseOptions_;
     }
 
     Command watchCommand()
@@ -821,6 +841,7 @@ private:
     EffectsDescribeOptions describeOptions_;
     EffectsCacheOptions cacheOptions_;
     DevicesOptions devicesOptions_;
+    DiagnoseOptions diagnoseOptions_;
     CLI::App* convert_ = nullptr;
     CLI::App* fields_ = nullptr;
     CLI::App* thumbnail_ = nullptr;
@@ -835,6 +856,7 @@ private:
     CLI::App* cacheInfo_ = nullptr;
     CLI::App* cacheClear_ = nullptr;
     CLI::App* devices_ = nullptr;
+    CLI::App* diagnose_ = nullptr;
     CLI::App* lut_ = nullptr;
     LutOptions lutOptions_;
 };
@@ -873,6 +895,9 @@ ParameterSetting parseSetting(const std::string& text, const std::string& comman
 
 Command parseCommandLine(const std::vector<std::string>& arguments)
 {
+    if (std::optional<MeasureOptions> measure = measureOptionsFrom(arguments)) {
+        return *measure;
+    }
     std::vector<std::string> words = arguments;
     if (!words.empty() && words.front() == "help") {
         words.erase(words.begin());

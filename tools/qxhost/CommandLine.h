@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/ConvertOptions.h"
 #include "tools/qxhost/LutOptions.h"
+#include "tools/qxhost/diagnose/DiagnoseOptions.h"
 
 #include <filesystem>
 #include <string>
@@ -86,7 +87,7 @@ struct DevicesOptions
 
 using Command = std::variant<ShowText, ConvertOptions, BlackOptions, EffectsListOptions, EffectsCheckOptions,
                              EffectsWatchOptions, EffectsDescribeOptions, EffectsCacheOptions, FormatsOptions,
-                             LutOptions, DevicesOptions>;
+                             LutOptions, DevicesOptions, DiagnoseOptions, MeasureOptions>;
 
 /// Reads the program's arguments, argv[0] left out. Throws Failure (usage) when they make no sense. It
 /// touches neither files nor devices.

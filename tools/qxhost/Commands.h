@@ -19,6 +19,8 @@ ExitCode runLut(const LutOptions& options, Console& console);
 ExitCode runEffectsDescribe(const EffectsDescribeOptions& options, Console& console);
 ExitCode runEffectsCache(const EffectsCacheOptions& options, Console& console);
 ExitCode runDevices(const DevicesOptions& options, Console& console);
+ExitCode runDiagnose(const DiagnoseOptions& options, Console& console);
+ExitCode runMeasure(const MeasureOptions& options, Console& console);
 
 /// Converts on the host that is running, without a word. Throws Failure.
 void convertQuietly(const ConvertOptions& options);

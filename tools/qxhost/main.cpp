@@ -45,6 +45,8 @@ struct Run
         return runEffectsCache(options, console);
     }
     ExitCode operator()(const DevicesOptions& options) const { return runDevices(options, console); }
+    ExitCode operator()(const DiagnoseOptions& options) const { return runDiagnose(options, console); }
+    ExitCode operator()(const MeasureOptions& options) const { return runMeasure(options, console); }
 };
 
 bool wantsJson(const Command& command)

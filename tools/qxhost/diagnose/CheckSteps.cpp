@@ -39,10 +39,9 @@ Figure countFigure(const char* id, std::string title, std::optional<std::uint64_
 std::span<std::uint8_t> bytesOf(const Qx::Ptr<iHostImage>& image, iHostImage::eAccess access)
 {
     void* memory = image ? image->map(access) : nullptr;
-    return memory == nullptr
-               ? std::span<std::uint8_t>()
-               : std::span(static_cast<std::uint8_t*>(memory),
-                           image->getPitch() * static_cast<std::size_t>(image->getSize().y));
+    return memory == nullptr ? std::span<std::uint8_t>()
+                             : std::span(static_cast<std::uint8_t*>(memory),
+                                         image->getPitch() * static_cast<std::size_t>(image->getSize().y));
 }
 
 /// Bytes without a pattern: Marsaglia's xorshift.
@@ -73,7 +72,7 @@ std::optional<std::uint64_t> changedBytes(Probe& probe, iGPUImage::eFormat forma
     }
     std::uint64_t changed = 0;
     for (std::size_t i = 0; i < before.size(); ++i) {
-        changed += before[i] != after[i] ? 1 : 0;
+        changed += before[i] != after[i] ? 1U : 0U;
     }
     return changed;
 }
@@ -87,8 +86,8 @@ struct Colour
 
 /// White, black, grey and the bars of Rec. ITU-R BT.709 at 75 % as their codes in video range.
 constexpr std::array colours{Colour{235, 128, 128}, Colour{16, 128, 128}, Colour{126, 128, 128},
-                             Colour{180, 128, 128}, Colour{168, 44, 136},  Colour{145, 147, 44},
-                             Colour{134, 63, 52},   Colour{63, 193, 204},  Colour{51, 109, 212},
+                             Colour{180, 128, 128}, Colour{168, 44, 136}, Colour{145, 147, 44},
+                             Colour{134, 63, 52},   Colour{63, 193, 204}, Colour{51, 109, 212},
                              Colour{28, 212, 120}};
 
 /// Rec. ITU-R BT.709-6, items 3.2 to 3.4: the full-range codes of a colour.
@@ -114,8 +113,8 @@ constexpr int pixelsAColour = 16;
 Surface makeColours()
 {
     constexpr int height = 2;
-    Surface frame(static_cast<unsigned>(pixelsAColour * static_cast<int>(colours.size())), height, YUY2, false,
-                  8, 0, 0);
+    Surface frame(static_cast<unsigned>(pixelsAColour * static_cast<int>(colours.size())), height, YUY2,
+                  false, 8, 0, 0);
     frame.setColourSpace(ColourSpace::BT709);
     frame.setGamutScaling(GamutScaling::Video);
     if (!frame.allocateHost()) {
@@ -143,8 +142,7 @@ std::optional<std::uint64_t> wrongColours(Probe& probe)
         !ColourConversion::convertYCrCb422ToRGB(source, target, GamutScaling::Unscaled, Filter::Point)) {
         return std::nullopt;
     }
-    const std::span<std::uint8_t> bytes =
-        bytesOf(probe.download(target.getGPUSurface()), iHostImage::Read);
+    const std::span<std::uint8_t> bytes = bytesOf(probe.download(target.getGPUSurface()), iHostImage::Read);
     if (bytes.size() < colours.size() * pixelsAColour * 4) {
         return std::nullopt;
     }
@@ -156,7 +154,7 @@ std::optional<std::uint64_t> wrongColours(Probe& probe)
         for (std::size_t c = 0; c < expected.size(); ++c) {
             fits = fits && std::abs(bytes[pixel + 1 + c] - expected.at(c)) <= 1;
         }
-        wrong += fits ? 0 : 1;
+        wrong += fits ? 0U : 1U;
     }
     return wrong;
 }
@@ -194,7 +192,7 @@ std::optional<std::uint64_t> wronglyRounded(Probe& probe)
         for (int c = 0; c < 4; ++c) {
             fits = fits && bytes[static_cast<std::size_t>(4 * i + c)] == nearest;
         }
-        wrong += fits ? 0 : 1;
+        wrong += fits ? 0U : 1U;
     }
     return wrong;
 }
@@ -215,9 +213,9 @@ void checkResults(Probe& probe, Yardsticks&)
                            fmt::format("Known colours, of {}, that 4:2:2 to RGB missed", colours.size()),
                            wrongColours(probe)));
     probe.doing("drawing levels beside the half between two codes");
-    probe.send(countFigure("rounding",
-                           fmt::format("Levels beside a half, of {}, rounded to the farther code", 2 * steps8Bits),
-                           wronglyRounded(probe)));
+    probe.send(countFigure(
+        "rounding", fmt::format("Levels beside a half, of {}, rounded to the farther code", 2 * steps8Bits),
+        wronglyRounded(probe)));
 }
 
 } // namespace Qx::Diagnosis

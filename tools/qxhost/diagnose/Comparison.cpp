@@ -47,8 +47,8 @@ Comparison compare(const Report& before, const Report& now, const std::string& n
 {
     Comparison comparison{name, before.date, before.device.name, {}, {}};
     if (before.device.name != now.device.name) {
-        comparison.remarks.push_back(fmt::format("The devices differ: {} then, {} now.", before.device.name,
-                                                 now.device.name));
+        comparison.remarks.push_back(
+            fmt::format("The devices differ: {} then, {} now.", before.device.name, now.device.name));
     } else if (before.device.driver != now.device.driver) {
         comparison.remarks.push_back(fmt::format("The driver is another one: {} then, {} now.",
                                                  before.device.driver, now.device.driver));
@@ -58,8 +58,9 @@ Comparison compare(const Report& before, const Report& now, const std::string& n
                                                  now.machine.processors, before.machine.processors));
     }
     if (before.quick != now.quick) {
-        comparison.remarks.push_back("One of the runs was quick and the other thorough: figures of a quick run "
-                                     "are less steady.");
+        comparison.remarks.push_back(
+            "One of the runs was quick and the other thorough: figures of a quick run "
+            "are less steady.");
     }
     if (before.ending.kind != Ending::Kind::complete) {
         comparison.remarks.push_back("The earlier run was not complete.");

@@ -23,7 +23,8 @@ std::string numberOfDevice()
 }
 
 /// How long a service that has just started takes for an effect; failed when it does not compile.
-Timing timeCompiling(Probe& probe, const FxResources::ShaderEffectInfo& info, const std::filesystem::path& cache)
+Timing timeCompiling(Probe& probe, const FxResources::ShaderEffectInfo& info,
+                     const std::filesystem::path& cache)
 {
     using Clock = std::chrono::steady_clock;
     Timing timing;
@@ -49,11 +50,10 @@ Figure compile(Probe& probe, const wchar_t* name, const std::filesystem::path& c
 {
     const std::string file(toUTF8(name).view());
     probe.doing(fmt::format("compiling {}{}", file, cached ? " again" : ""));
-    const Timing timing =
-        timeCompiling(probe, FxResources::Manager::instance().findEffect(name), cache);
-    Figure figure = durationFigure(fmt::format("compile-{}-{}", file, cached ? "cached" : "first"), "compiling",
-                                   fmt::format("{}, {}", file, cached ? "at the next start" : "for the first time"),
-                                   timing);
+    const Timing timing = timeCompiling(probe, FxResources::Manager::instance().findEffect(name), cache);
+    Figure figure = durationFigure(
+        fmt::format("compile-{}-{}", file, cached ? "cached" : "first"), "compiling",
+        fmt::format("{}, {}", file, cached ? "at the next start" : "for the first time"), timing);
     if (timing.failed) {
         figure.note = "the effect did not compile; 'qxhost effects check' says why";
     }

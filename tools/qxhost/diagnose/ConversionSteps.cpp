@@ -117,7 +117,8 @@ double bytesOf(XY<int> size, iGPUImage::eFormat format)
 Figure measure(Probe& probe, const Conversion& conversion)
 {
     probe.doing(fmt::format("converting a frame of 1920 x 1080, {}", conversion.title));
-    const Surface source = makeSurface(conversion.sourceSize, conversion.sourceFormat, conversion.sourceOrder);
+    const Surface source =
+        makeSurface(conversion.sourceSize, conversion.sourceFormat, conversion.sourceOrder);
     Surface target = makeSurface(conversion.targetSize, conversion.targetFormat, conversion.targetOrder);
     const bool hasImages = source.getGPUSurface() && target.getGPUSurface();
     const auto frame = [&] { return hasImages && probe.operation() && conversion.convert(source, target); };

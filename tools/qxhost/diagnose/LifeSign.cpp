@@ -15,9 +15,9 @@ namespace {
 
 [[noreturn]] void fail(const char* what)
 {
-    throw Program::Failure(Program::ExitCode::failed,
-                           fmt::format("cannot share memory with the measuring process: {} ({})", what,
-                                       std::strerror(errno)));
+    throw Program::Failure(
+        Program::ExitCode::failed,
+        fmt::format("cannot share memory with the measuring process: {} ({})", what, std::strerror(errno)));
 }
 
 } // namespace

@@ -77,8 +77,8 @@ pid_t spawn(std::vector<std::string> arguments, int out, int err, int lifeSign)
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
     posix_spawnattr_setpgroup(&attributes, 0);
     pid_t pid = -1;
-    const int error = ::posix_spawn(&pid, "/proc/self/exe", &files, &attributes, pointers(arguments).data(),
-                                    environ);
+    const int error =
+        ::posix_spawn(&pid, "/proc/self/exe", &files, &attributes, pointers(arguments).data(), environ);
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
     if (error != 0) {
@@ -212,8 +212,14 @@ Ending MeasuringProcess::watch(std::chrono::milliseconds limit, int stop, const 
     };
     Ending ending{Kind::died, "", "", ""};
     bool finished = false;
+    bool sound = true;
     const auto take = [&](const std::string& line) {
-        const Message message = messageFrom(line);
+        const std::optional<Message> read = messageFrom(line);
+        sound = sound && read;
+        if (!sound) {
+            return;
+        }
+        const Message& message = *read;
         finished = finished || std::holds_alternative<Finished>(message);
         if (const auto* none = std::get_if<NoDevice>(&message)) {
             ending = {Kind::noDevice, none->reason, "", ""};
@@ -234,25 +240,21 @@ Ending MeasuringProcess::watch(std::chrono::milliseconds limit, int stop, const 
     bool errOpen = true;
     bool ended = false; // by us
     while (open && !ended) {
-        std::array<pollfd, 3> files{{{out.file(), POLLIN, 0},
-                                     {stop, POLLIN, 0},
-                                     {errOpen ? err.file() : -1, POLLIN, 0}}};
+        std::array<pollfd, 3> files{
+            {{out.file(), POLLIN, 0}, {stop, POLLIN, 0}, {errOpen ? err.file() : -1, POLLIN, 0}}};
         ::poll(files.data(), files.size(), pollMilliseconds);
         if (files[2].revents != 0) {
             errOpen = err.read(hear);
         }
-        try {
-            open = files[0].revents == 0 || out.read(take);
-        } catch (const Failure&) {
-            giveUp(Kind::died, "it sent what is no message");
-            ended = true;
-            break;
-        }
+        open = files[0].revents == 0 || out.read(take);
         if (const std::uint64_t now = life_.pulse(); now != pulse || files[0].revents != 0) {
             pulse = now;
             lastSign = Clock::now();
         }
-        if (files[1].revents != 0) {
+        if (!sound) {
+            giveUp(Kind::died, "it sent what is no message");
+            ended = true;
+        } else if (files[1].revents != 0) {
             giveUp(Kind::interrupted, "it was ended by Ctrl-C or a signal");
             ended = true;
         } else if (open && Clock::now() - lastSign > limit) {

@@ -51,7 +51,8 @@ void measureMemory(Probe& probe, Yardsticks&)
     probe.send(mebibytes("memory-kept", "Images of both kinds after those not in use were given back",
                          kept.liveImageBytes + kept.idleImageBytes + kept.liveHostBytes + kept.idleHostBytes,
                          Better::lower));
-    probe.send(mebibytes("memory-peak", "The measuring process at its largest", peakOfProcess(), Better::lower));
+    probe.send(
+        mebibytes("memory-peak", "The measuring process at its largest", peakOfProcess(), Better::lower));
 }
 
 } // namespace Qx::Diagnosis

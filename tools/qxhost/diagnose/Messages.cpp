@@ -5,8 +5,6 @@
 
 namespace Qx::Diagnosis {
 
-using Program::ExitCode;
-using Program::Failure;
 using Program::Json;
 
 namespace {
@@ -52,7 +50,7 @@ struct Writer
     Json operator()(const Finished&) const { return {{"is", "finished"}}; }
 };
 
-Message read(const Json& json)
+std::optional<Message> read(const Json& json)
 {
     const auto is = json.at("is").get<std::string>();
     if (is == "begun") {
@@ -80,7 +78,7 @@ Message read(const Json& json)
     if (is == "finished") {
         return Finished{};
     }
-    throw Failure(ExitCode::failed, "the measuring process sent what is no message");
+    return std::nullopt;
 }
 
 } // namespace
@@ -90,12 +88,14 @@ std::string lineOf(const Message& message)
     return std::visit(Writer(), message).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-Message messageFrom(std::string_view line)
+std::optional<Message> messageFrom(std::string_view line)
 {
     try {
         return read(Json::parse(line));
     } catch (const Json::exception&) {
-        throw Failure(ExitCode::failed, "the measuring process sent what is no message");
+        return std::nullopt;
+    } catch (const Program::Failure&) {
+        return std::nullopt;
     }
 }
 

@@ -2,14 +2,15 @@
 
 #include "tools/qxhost/diagnose/Report.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 
 namespace Qx::Diagnosis {
 
-// What the measuring process sends to the one that watches: a line of JSON each, in this order: Begun, then for
-// each step StepBegun and what it finds, then Finished.
+// What the measuring process sends to the one that watches: a line of JSON each, in this order: Begun, then
+// for each step StepBegun and what it finds, then Finished.
 
 struct Begun
 {
@@ -46,7 +47,7 @@ using Message = std::variant<Begun, NoDevice, StepBegun, SuiteLine, Figure, Rema
 /// The message as one line, its end included.
 std::string lineOf(const Message& message);
 
-/// Reads a line without its end. Throws Failure when it is no message.
-Message messageFrom(std::string_view line);
+/// Reads a line without its end; empty when it is no message.
+std::optional<Message> messageFrom(std::string_view line);
 
 } // namespace Qx::Diagnosis

@@ -49,6 +49,7 @@ double riseOverTime(const std::vector<double>& samples)
 const std::vector<Group>& groups()
 {
     static const std::vector<Group> all{
+        {"suite", "The suite's rates: how fast orders are taken, which the device may fall behind"},
         {"copies", "What a plain copy makes on this machine"},
         {"transfers", "Moving frames to the device and back"},
         {"latency", "One small frame, there and back"},

@@ -5,6 +5,7 @@ namespace Qx::Diagnosis {
 const std::vector<Step>& steps()
 {
     static const std::vector<Step> all{
+        {"suite", "the suite", false, runSuite},
         {"copies", "plain copies", true, measureCopies},
         {"checks", "checking results", true, checkResults},
         {"transfers", "transfers", true, measureTransfers},

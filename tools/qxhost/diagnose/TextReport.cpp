@@ -13,8 +13,8 @@ constexpr double hundred = 100;
 
 std::string_view titleOf(std::string_view group)
 {
-    const auto found = std::find_if(groups().begin(), groups().end(),
-                                    [&](const Group& each) { return each.id == group; });
+    const auto found =
+        std::find_if(groups().begin(), groups().end(), [&](const Group& each) { return each.id == group; });
     return found != groups().end() ? found->title : group;
 }
 
@@ -79,7 +79,8 @@ std::string TextReport::figure(const Figure& figure)
         group_ = figure.group;
         text += fmt::format("\n{}\n", titleOf(group_));
     }
-    text += fmt::format("  {:<47} {:>18}   {}", figure.title, quantity(figure.value, figure.unit), beside(figure));
+    text += fmt::format("  {:<47} {:>18}   {}", figure.title, quantity(figure.value, figure.unit),
+                        beside(figure));
     text.erase(text.find_last_not_of(' ') + 1);
     return text + "\n";
 }

@@ -102,7 +102,8 @@ Timing timeFrames(Probe& probe, const std::function<bool()>& frame)
     if (!second) {
         return failure();
     }
-    const int frames = static_cast<int>(std::clamp(blockMilliseconds / std::max(*second, 1e-3), 1.0, mostFrames));
+    const int frames =
+        static_cast<int>(std::clamp(blockMilliseconds / std::max(*second, 1e-3), 1.0, mostFrames));
     return collect(probe, Basis::waited, [&] { return timeBlock(probe, frame, frames); });
 }
 

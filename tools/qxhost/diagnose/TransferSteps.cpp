@@ -14,8 +14,8 @@ Figure measureUpload(Probe& probe, const FrameSize& size)
     probe.doing(fmt::format("uploading an image of {} x {}", size.width, size.height));
     const Qx::Ptr<iHostImage> image = OS().gpu().createHostImage(size.size());
     const Timing timing = timeFrames(probe, [&] { return static_cast<bool>(probe.upload(image)); });
-    return bandwidthFigure(fmt::format("upload-{}", size.id), "transfers", fmt::format("Upload, {}", size.name),
-                           timing, bytesOf(size, iGPUImage::eARGB8));
+    return bandwidthFigure(fmt::format("upload-{}", size.id), "transfers",
+                           fmt::format("Upload, {}", size.name), timing, bytesOf(size, iGPUImage::eARGB8));
 }
 
 Figure measureDownload(Probe& probe, const FrameSize& size)

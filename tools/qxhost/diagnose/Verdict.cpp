@@ -46,8 +46,7 @@ void addEnding(const Ending& ending, Verdict& verdict)
         verdict.faults.push_back(fmt::format("The device or its driver hung: {}.{}", ending.reason, doing));
         break;
     case Kind::died:
-        verdict.faults.push_back(
-            fmt::format("The measuring process died: {}.{}", ending.reason, doing));
+        verdict.faults.push_back(fmt::format("The measuring process died: {}.{}", ending.reason, doing));
         break;
     case Kind::noDevice:
         verdict.faults.push_back(fmt::format("There is no device to measure: {}.", ending.reason));
@@ -138,17 +137,18 @@ std::string describeLimit(const Report& report)
     const double frame = perSecond / *whole;
     // Stages of several frames run beside each other, so that the parts may come to more than a frame takes.
     if (sum < frame / 2) {
-        return fmt::format("Neither drawing nor the transfers limit it: at 1080p they take {:.1f} of the {:.1f} "
-                           "ms of a frame. The rest is the processor's: orders, and waiting.",
-                           sum, frame);
+        return fmt::format(
+            "Neither drawing nor the transfers limit it: at 1080p they take {:.1f} of the {:.1f} "
+            "ms of a frame. The rest is the processor's: orders, and waiting.",
+            sum, frame);
     }
     const std::array parts{Part{"Moving frames to the device", *up}, Part{"Drawing", *drawing},
                            Part{"Reading frames back", *down}};
     const Part& largest = *std::max_element(parts.begin(), parts.end(), [](const Part& a, const Part& b) {
         return a.milliseconds < b.milliseconds;
     });
-    std::string text = fmt::format("{} limits it: {:.1f} ms of a 1080p frame, {:.0f} % of its work.", largest.name,
-                                   largest.milliseconds, percent * largest.milliseconds / sum);
+    std::string text = fmt::format("{} limits it: {:.1f} ms of a 1080p frame, {:.0f} % of its work.",
+                                   largest.name, largest.milliseconds, percent * largest.milliseconds / sum);
     if (report.device.software) {
         text += " All of it is the processor's work here; a GPU would take it over.";
     }

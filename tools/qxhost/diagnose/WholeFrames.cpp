@@ -19,7 +19,8 @@ constexpr std::size_t underWay = 3;
 
 Surface makeFrame(const FrameSize& size)
 {
-    Surface frame(static_cast<unsigned>(size.width), static_cast<unsigned>(size.height), YUY2, false, 8, 0, 0);
+    Surface frame(static_cast<unsigned>(size.width), static_cast<unsigned>(size.height), YUY2, false, 8, 0,
+                  0);
     frame.setColourSpace(ColourSpace::BT709);
     frame.setGamutScaling(GamutScaling::Video);
     if (frame.allocateHost()) {
@@ -81,8 +82,7 @@ Figure measureStreamCount(Probe& probe, int count)
 
 } // namespace
 
-WholeFrames::WholeFrames(Probe& probe, const FrameSize& size)
-    : probe_(probe), effect_(getShader(L"cc3.fx"))
+WholeFrames::WholeFrames(Probe& probe, const FrameSize& size) : probe_(probe), effect_(getShader(L"cc3.fx"))
 {
     for (std::size_t i = 0; i < underWay; ++i) {
         frames_.push_back(makeFrame(size));
@@ -101,7 +101,8 @@ bool WholeFrames::order()
     const auto width = static_cast<float>(source.getWidth());
     if (!picture.getGPUSurface() || !graded.getGPUSurface() || !video.getGPUSurface() ||
         !probe_.operation() ||
-        !ColourConversion::convertYCrCb422ToRGB(source, picture, GamutScaling::Unscaled, Filter::CatmullRom) ||
+        !ColourConversion::convertYCrCb422ToRGB(source, picture, GamutScaling::Unscaled,
+                                                Filter::CatmullRom) ||
         !applyTechnique(effect_, picture, graded, effect_->getTechniqueNames().front(), width)) {
         return false;
     }
@@ -144,7 +145,8 @@ void measureFrames(Probe& probe, Yardsticks&)
         for (std::size_t i = 0; i < underWay; ++i) {
             frames.next(); // from here on as many come back as go out; a refusal shows again below
         }
-        const Timing timing = timeWork(probe, [&] { return frames.next(); }, Basis::waited);
+        const Timing timing = timeWork(
+            probe, [&] { return frames.next(); }, Basis::waited);
         probe.send(rateFigure(fmt::format("frame-{}", size->id), "frames",
                               fmt::format("{} x {}, 8 bits", size->width, size->height), timing));
         frames.drain();

@@ -17,8 +17,8 @@ class WholeFrames
 public:
     WholeFrames(Probe& probe, const FrameSize& size);
 
-    /// Orders a frame and waits for the oldest that is under way, once there are enough; false when the device
-    /// refuses.
+    /// Orders a frame and waits for the oldest that is under way, once there are enough; false when the
+    /// device refuses.
     bool next();
 
     /// Waits for all that are under way.

@@ -22,7 +22,8 @@ Timing timeDeviceCopy(Probe& probe, iGPUImage::eFormat format)
                             format == iGPUImage::eARGB8 ? 8 : 16));
     const Qx::Ptr<iGPUImage> source = OS().gpu().createGPUImage(hd.size(), format);
     const Qx::Ptr<iGPUImage> target = OS().gpu().createGPUImage(hd.size(), format);
-    return timeFrames(probe, [&] { return probe.operation() && Host::gpuService().copyImage(source, target); });
+    return timeFrames(probe,
+                      [&] { return probe.operation() && Host::gpuService().copyImage(source, target); });
 }
 
 /// Keeps the compiler from leaving out a copy that nobody reads.
@@ -70,7 +71,8 @@ const Timing& Yardsticks::memoryCopy(const FrameSize& size)
     const auto found = memory_.find(bytes);
     return found != memory_.end()
                ? found->second
-               : memory_.emplace(bytes, timeMemoryCopy(probe_, static_cast<std::size_t>(bytes))).first->second;
+               : memory_.emplace(bytes, timeMemoryCopy(probe_, static_cast<std::size_t>(bytes)))
+                     .first->second;
 }
 
 void Yardsticks::compareWithDevice(Figure& figure, double bytes, iGPUImage::eFormat format)

@@ -412,6 +412,14 @@ TEST_F(ShaderPerformance, AsksForTheShaderAgainOnceTheRendererIsThereAndThenKeep
         << "the description goes first";
 }
 
+TEST_F(ShaderPerformance, LoadsTheShaderAgainThatIsGoneWhenItIsAskedForAgain)
+{
+    host().script.during("getPrimitivesRenderer", [] { effectRecord().effect.reset(); });
+    GPUTests::shaderPerformanceTest(log);
+    EXPECT_EQ(host().journal.count("loadEffectFile"), 1U);
+    EXPECT_THAT(host().journal.linesOf({"drawImageEx"}), Each(drawing("created 1", "created 2")));
+}
+
 // Playback and render
 
 TEST_F(Combined, PlaybackUploadsAndDrawsIntoANewImageEachTime)

@@ -12,6 +12,10 @@ constexpr VkDeviceSize uniformChunkBytes = 1U << 16;
 constexpr std::uint32_t setsPerPool = 128;
 constexpr std::uint32_t samplersPerPool = setsPerPool * 8;
 
+constexpr std::uint32_t firstStamp = 0;
+constexpr std::uint32_t lastStamp = 1;
+constexpr std::uint32_t stampsPerBatch = 2;
+
 constexpr VkPipelineStageFlags2 copyStage = VK_PIPELINE_STAGE_2_COPY_BIT;
 
 VkImageMemoryBarrier2 imageBarrier(const Texture& texture, VkImageLayout layout, bool discard)
@@ -47,8 +51,9 @@ VkDeviceSize alignedUp(VkDeviceSize value, VkDeviceSize alignment)
 
 } // namespace
 
-bool Batch::begin(std::uint64_t value)
+bool Batch::begin(std::uint64_t value, bool timed)
 {
+    timed_ = timed;
     value_ = value;
     bytes = 0;
     operations = 0;
@@ -87,11 +92,47 @@ bool Batch::begin(std::uint64_t value)
     VkCommandBufferBeginInfo info{};
     info.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO;
     info.flags = VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT;
-    return device_.succeeded(vkBeginCommandBuffer(commands_, &info), "beginning commands");
+    return device_.succeeded(vkBeginCommandBuffer(commands_, &info), "beginning commands") &&
+           (!timed_ || beginStamps());
+}
+
+bool Batch::beginStamps()
+{
+    if (queries_ == nullptr) {
+        VkQueryPoolCreateInfo info{};
+        info.sType = VK_STRUCTURE_TYPE_QUERY_POOL_CREATE_INFO;
+        info.queryType = VK_QUERY_TYPE_TIMESTAMP;
+        info.queryCount = stampsPerBatch;
+        if (!device_.succeeded(vkCreateQueryPool(device_.handle(), &info, nullptr, &queries_),
+                               "creating a query pool")) {
+            queries_ = nullptr;
+            return false;
+        }
+    }
+    vkCmdResetQueryPool(commands_, queries_, 0, stampsPerBatch);
+    stamp(firstStamp);
+    return true;
+}
+
+void Batch::stamp(std::uint32_t query)
+{
+    // Once all earlier work is done, so that the time of a batch in front is not this one's too.
+    vkCmdWriteTimestamp2(commands_, VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT, queries_, query);
+}
+
+std::optional<Batch::Stamps> Batch::stamps() const
+{
+    std::array<std::uint64_t, stampsPerBatch> ticks{};
+    const VkResult result = vkGetQueryPoolResults(device_.handle(), queries_, 0, stampsPerBatch, sizeof ticks,
+                                                  ticks.data(), sizeof ticks[0], VK_QUERY_RESULT_64_BIT);
+    return result == VK_SUCCESS ? std::optional<Stamps>({ticks[firstStamp], ticks[lastStamp]}) : std::nullopt;
 }
 
 bool Batch::end()
 {
+    if (timed_) {
+        stamp(lastStamp);
+    }
     return device_.succeeded(vkEndCommandBuffer(commands_), "ending commands");
 }
 
@@ -104,9 +145,11 @@ void Batch::destroy()
     for (VkDescriptorPool pool : descriptorPools_) {
         vkDestroyDescriptorPool(device_.handle(), pool, nullptr);
     }
+    vkDestroyQueryPool(device_.handle(), queries_, nullptr);
     vkDestroyCommandPool(device_.handle(), pool_, nullptr);
     chunks_.clear();
     descriptorPools_.clear();
+    queries_ = nullptr;
     pool_ = nullptr;
     commands_ = nullptr;
 }

@@ -3,6 +3,7 @@
 #include "host/gpu/Resources.h"
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -17,13 +18,22 @@ public:
     Batch(const Batch&) = delete;
     Batch& operator=(const Batch&) = delete;
 
-    /// Starts recording, afresh: the device must be done with what was recorded before.
-    bool begin(std::uint64_t value);
+    /// Starts recording, afresh: the device must be done with what was recorded before. A timed batch is
+    /// stamped when the device gets to it and when it is done with it.
+    bool begin(std::uint64_t value, bool timed);
     bool end();
     void destroy();
 
     VkCommandBuffer commands() const { return commands_; }
     std::uint64_t value() const { return value_; } ///< of the timeline, once the device is done with it
+
+    /// The stamps of a timed batch that the device is done with, in its ticks; empty when it gave none.
+    struct Stamps
+    {
+        std::uint64_t begin;
+        std::uint64_t end;
+    };
+    std::optional<Stamps> stamps() const;
 
     /// Copies `data` to where a shader of this batch can read it. False when memory is exhausted.
     bool uniform(std::span<const std::byte> data, VkDescriptorBufferInfo& info);
@@ -67,12 +77,16 @@ private:
     void use(Texture& texture, const Use& next);
     bool addUniformChunk(VkDeviceSize bytes);
     bool addDescriptorPool();
+    bool beginStamps();
+    void stamp(std::uint32_t query);
 
     Device& device_;
     DeviceMemory& memory_;
     std::uint64_t value_ = 0;
     VkCommandPool pool_ = nullptr;
     VkCommandBuffer commands_ = nullptr;
+    VkQueryPool queries_ = nullptr; // none before the first timed use
+    bool timed_ = false;
     std::vector<UniformChunk> chunks_;
     std::size_t chunk_ = 0;
     VkDeviceSize chunkUsed_ = 0;

@@ -54,7 +54,13 @@ struct Features
     }
 };
 
-std::optional<std::uint32_t> graphicsQueueFamily(VkPhysicalDevice physical)
+struct QueueFamily
+{
+    std::uint32_t index;
+    std::uint32_t timerBits;
+};
+
+std::optional<QueueFamily> graphicsQueueFamily(VkPhysicalDevice physical)
 {
     std::uint32_t count = 0;
     vkGetPhysicalDeviceQueueFamilyProperties(physical, &count, nullptr);
@@ -62,7 +68,7 @@ std::optional<std::uint32_t> graphicsQueueFamily(VkPhysicalDevice physical)
     vkGetPhysicalDeviceQueueFamilyProperties(physical, &count, families.data());
     for (std::uint32_t i = 0; i < count; ++i) {
         if ((families[i].queueFlags & VK_QUEUE_GRAPHICS_BIT) != 0) {
-            return i;
+            return QueueFamily{i, families[i].timestampValidBits};
         }
     }
     return std::nullopt;
@@ -256,6 +262,8 @@ DeviceDescription describe(VkPhysicalDevice physical, std::uint32_t index)
     description.largestImage = properties.properties.limits.maxImageDimension2D;
     description.software = properties.properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU;
     description.unsupported = missingFeatures(physical, properties.properties.apiVersion);
+    const std::optional<QueueFamily> family = graphicsQueueFamily(physical);
+    description.hasTimer = family && family->timerBits > 0;
     return description;
 }
 
@@ -263,7 +271,9 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
 {
     std::unique_ptr<Device> self(new Device);
     self->physical_ = physical;
-    self->queueFamily_ = graphicsQueueFamily(physical).value_or(0);
+    const QueueFamily family = graphicsQueueFamily(physical).value_or(QueueFamily{0, 0});
+    self->queueFamily_ = family.index;
+    self->timerBits_ = family.timerBits;
 
     const float priority = 1.0F;
     VkDeviceQueueCreateInfo queue{};

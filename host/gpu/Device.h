@@ -25,6 +25,8 @@ struct FaultInjection
     std::atomic<std::uint64_t> allocationsBeforeFailure{0};
     std::atomic<std::uint64_t> failures{0};
 
+    std::atomic<bool> withoutTimer{false};
+
     /// True when this allocation is to fail.
     bool takeAllocation();
 };
@@ -82,6 +84,8 @@ public:
     VkQueue queue() const { return queue_; }
     std::uint32_t queueFamily() const { return queueFamily_; }
     VkPipelineCache pipelineCache() const { return pipelineCache_; }
+    /// The bits of a time stamp that count; 0 when the device has none.
+    std::uint32_t timerBits() const { return faults_.withoutTimer ? 0 : timerBits_; }
     const VkPhysicalDeviceLimits& limits() const { return limits_; }
     const VkPhysicalDeviceMemoryProperties& memory() const { return memory_; }
     std::uint64_t largestHeap() const;
@@ -105,6 +109,7 @@ private:
     VkDevice device_ = nullptr;
     VkQueue queue_ = nullptr;
     std::uint32_t queueFamily_ = 0;
+    std::uint32_t timerBits_ = 0;
     VkPipelineCache pipelineCache_ = nullptr;
     VkPhysicalDeviceLimits limits_{};
     VkPhysicalDeviceMemoryProperties memory_{};

@@ -71,6 +71,16 @@ struct DeviceDescription
     bool software = false;          ///< it computes on the processor
     bool chosen = false;            ///< the one that the service runs on
     std::string unsupported; ///< what the service needs and the device lacks; empty when it can be used
+    bool hasTimer = false;   ///< it stamps its work with the time: see GPUService::startTimer()
+};
+
+/// The device's own time for a piece of work: what it took, not what it took to ask for it. A software
+/// device's is that of the processor's clock, other programs' share included.
+struct GPUTime
+{
+    double busyMilliseconds = 0; ///< at work; the gaps in which it had nothing to do are left out
+    double spanMilliseconds = 0; ///< from the first of the work to the end of the last
+    std::uint64_t batches = 0;   ///< in which the work came; 0 when nothing was recorded
 };
 
 /// What the service holds and has done. A snapshot: other threads go on while it is taken.

@@ -220,6 +220,17 @@ GPUStatistics GPUService::statistics()
     return context_ != nullptr ? context_->statistics() : GPUStatistics();
 }
 
+bool GPUService::startTimer()
+{
+    return operate<bool>(context(), [](Vulkan::Context& context) { return context.recorder().startTimer(); });
+}
+
+std::optional<GPUTime> GPUService::stopTimer()
+{
+    return operate<std::optional<GPUTime>>(
+        context(), [](Vulkan::Context& context) { return context.recorder().stopTimer(); });
+}
+
 void GPUService::trim()
 {
     operate<bool>(context(), [](Vulkan::Context& context) {
@@ -254,6 +265,13 @@ void GPUService::loseDevice()
 {
     if (const auto context = this->context()) {
         context->device().markLost("by a test");
+    }
+}
+
+void GPUService::loseTimer()
+{
+    if (const auto context = this->context()) {
+        context->device().faults().withoutTimer = true;
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -69,6 +70,14 @@ public:
 
     GPUStatistics statistics();
 
+    /// Begins to measure the time that the device takes for what is recorded from now on, by whichever
+    /// thread. False when that cannot be: there is no device, it has no timer, or a measurement is under way.
+    bool startTimer();
+
+    /// Ends the measurement: waits for the device to finish what was recorded and says how long that took it.
+    /// Empty when it was not measured: startTimer() answered false, or the device failed meanwhile.
+    std::optional<GPUTime> stopTimer();
+
     /// Destroys released images that are kept for reuse.
     void trim();
 
@@ -82,6 +91,8 @@ public:
     void failAllocations(std::uint64_t before, std::uint64_t failures);
     /// For tests: the device is lost from now on.
     void loseDevice();
+    /// For tests: the device has no timer from now on.
+    void loseTimer();
 
     Qx::Ptr<iShaderEffect> loadEffectFile(const LightweightString<wchar_t>& path,
                                           const Definitions& definitions) override;

@@ -49,6 +49,9 @@ void Recorder::retire()
     const std::uint64_t done = completed();
     while (!pending_.empty() && pending_.front()->value() <= done) {
         inFlightBytes_ -= pending_.front()->bytes;
+        if (timing_ && pending_.front()->value() > timing_->after) {
+            addTo(*timing_, *pending_.front());
+        }
         free_.push_back(std::move(pending_.front()));
         pending_.pop_front();
     }
@@ -96,7 +99,7 @@ Batch* Recorder::openBatch()
             batch = std::move(free_.back());
             free_.pop_back();
         }
-        if (!batch->begin(lastValue_ + 1)) {
+        if (!batch->begin(lastValue_ + 1, timing_.has_value())) {
             batch->destroy();
             return nullptr;
         }
@@ -233,6 +236,54 @@ bool Recorder::drain(std::chrono::milliseconds limit)
     }
     const VkResult result = waitOnce(last, limit);
     return result == VK_SUCCESS || result == VK_ERROR_DEVICE_LOST;
+}
+
+std::uint64_t Recorder::ticksBetween(std::uint64_t begin, std::uint64_t end) const
+{
+    const std::uint32_t bits = device_.timerBits();
+    const std::uint64_t counting = bits < 64 ? (std::uint64_t{1} << bits) - 1 : ~std::uint64_t{0};
+    return (end - begin) & counting;
+}
+
+void Recorder::addTo(Timing& timing, const Batch& batch) const
+{
+    const std::optional<Batch::Stamps> stamps = batch.stamps();
+    if (!stamps) {
+        timing.whole = false;
+        return;
+    }
+    timing.busy += ticksBetween(stamps->begin, stamps->end);
+    timing.first = timing.batches == 0 ? stamps->begin : timing.first;
+    timing.last = stamps->end;
+    ++timing.batches;
+}
+
+bool Recorder::startTimer()
+{
+    const std::lock_guard lock(mutex_);
+    if (device_.timerBits() == 0 || timing_ || (open_ != nullptr && !submitOpen())) {
+        return false;
+    }
+    timing_.emplace().after = lastValue_;
+    return true;
+}
+
+std::optional<GPUTime> Recorder::stopTimer()
+{
+    const bool finished = waitForAll();
+    const std::lock_guard lock(mutex_);
+    if (finished) {
+        retire();
+    }
+    const std::optional<Timing> timing = std::exchange(timing_, std::nullopt);
+    if (!timing || !finished || !timing->whole) {
+        return std::nullopt;
+    }
+    const auto milliseconds = [this](std::uint64_t ticks) {
+        return static_cast<double>(ticks) * static_cast<double>(device_.limits().timestampPeriod) / 1e6;
+    };
+    return GPUTime{milliseconds(timing->busy), milliseconds(ticksBetween(timing->first, timing->last)),
+                   timing->batches};
 }
 
 void Recorder::later(std::function<void()> destroy)

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "host/gpu/Batch.h"
+#include "host/gpu/GPUOptions.h"
 
 #include <chrono>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 namespace Qx::Host::Vulkan {
 
@@ -61,6 +63,10 @@ public:
     /// The same for a shutdown: also when the device counts as lost, and not beyond the limit.
     bool drain(std::chrono::milliseconds limit);
 
+    /// Times what is recorded between the two calls: see GPUService. False, empty when that cannot be.
+    bool startTimer();
+    std::optional<GPUTime> stopTimer();
+
     /// Runs `destroy` once the device is done with what is recorded by now. Calls no Vulkan itself.
     void later(std::function<void()> destroy);
 
@@ -79,12 +85,25 @@ private:
         std::function<void()> destroy;
     };
 
+    /// What the timed batches that the device is done with took, in its ticks.
+    struct Timing
+    {
+        std::uint64_t after = 0; // batches up to that value are not its own
+        std::uint64_t busy = 0;
+        std::uint64_t first = 0;
+        std::uint64_t last = 0;
+        std::uint64_t batches = 0;
+        bool whole = true; // no batch came without its stamps
+    };
+
     bool makeRoom(std::uint64_t bytes);
     Batch* openBatch();
     std::uint64_t recorded(std::uint64_t bytes, Submit submit);
     bool isDue(const Batch& batch) const;
     bool submitOpen();
     void retire();
+    void addTo(Timing& timing, const Batch& batch) const;
+    std::uint64_t ticksBetween(std::uint64_t begin, std::uint64_t end) const;
     VkResult waitOnce(std::uint64_t value, std::chrono::nanoseconds limit);
 
     Device& device_;
@@ -101,6 +120,7 @@ private:
     std::deque<Deferred> deferred_;
     std::uint64_t lastValue_ = 0;
     std::uint64_t lastSubmitted_ = 0;
+    std::optional<Timing> timing_; // while the timer runs
 
     std::atomic<std::uint64_t> inFlightBytes_{0};
     std::atomic<std::uint64_t> submitted_{0};

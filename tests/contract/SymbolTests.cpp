@@ -112,8 +112,8 @@ TEST(LibrarySymbols, ThoseThatTheProcessSuppliesAreDeclaredByThePlatform)
 
 TEST(LibrarySymbols, ExportedAreThePublicInterfaceAndNothingElse)
 {
-    const std::string publicHeaders = headersOf({"QxFxResources", "fonts", "image", "lut"});
-    static const std::regex spaces("(^| for )(Qx::|GPUFontCache|LUTManager)");
+    const std::string publicHeaders = headersOf({"QxFxResources", "fonts", "gputests", "image", "lut"});
+    static const std::regex spaces("(^| for )(Qx::|GPUFontCache|GPUTests|LUTManager)");
     std::vector<std::string> strangers;
     std::size_t known = 0;
     for (const std::string& line : dynamicSymbols("--defined-only")) {
@@ -135,7 +135,7 @@ TEST(LibrarySymbols, EveryFunctionOfThePublicHeadersIsExported)
     for (const std::string& line : dynamicSymbols("--defined-only")) {
         exported.insert(outermostName(nameIn(line)));
     }
-    const std::string headers = headersOf({"QxFxResources", "fonts", "image", "lut"});
+    const std::string headers = headersOf({"QxFxResources", "fonts", "gputests", "image", "lut"});
     static const std::regex function(R"(\bQX_API\s+[^;{}()]*\b(\w+)\()");
     std::vector<std::string> missing;
     std::size_t known = 0;

@@ -61,6 +61,7 @@ class FakeRenderer final : public iGraphicPrimitivesRenderer
 {
 public:
     explicit FakeRenderer(std::string target) : target_(std::move(target)) {}
+    ~FakeRenderer() override { host().released("renderer of " + target_); }
 
     bool draw(const RectDescription& d, int layer) override
     {
@@ -93,6 +94,11 @@ private:
 
 } // namespace
 
+FakeGPUImage::~FakeGPUImage()
+{
+    host().released(name_);
+}
+
 Qx::Ptr<iGraphicPrimitivesRenderer> FakeGPUImage::getPrimitivesRenderer(int layer)
 {
     if (!host().call("getPrimitivesRenderer", name_ + ", " + std::to_string(layer))) {
@@ -101,9 +107,9 @@ Qx::Ptr<iGraphicPrimitivesRenderer> FakeGPUImage::getPrimitivesRenderer(int laye
     return Qx::makePtr<FakeRenderer>(name_);
 }
 
-FakeHostImage::FakeHostImage(XY<int> size, iGPUImage::eFormat format) : size_(size), format_(format)
+FakeHostImage::~FakeHostImage()
 {
-    bytes_.resize(getPitch() * static_cast<std::size_t>(size.y));
+    host().released("host image");
 }
 
 std::size_t FakeHostImage::getPitch() const
@@ -113,7 +119,16 @@ std::size_t FakeHostImage::getPitch() const
 
 void* FakeHostImage::map(eAccess access)
 {
-    return host().call("map", access == Read ? "Read" : "Write") ? bytes_.data() : nullptr;
+    if (!host().call("map", access == Read ? "Read" : "Write")) {
+        return nullptr;
+    }
+    bytes_.resize(getPitch() * static_cast<std::size_t>(size_.y));
+    return bytes_.data();
+}
+
+FakeEffect::~FakeEffect()
+{
+    host().released(name_);
 }
 
 std::vector<FakeEffect::Drawing> FakeEffect::drawings() const

@@ -24,6 +24,7 @@ public:
         : name_(std::move(name)), size_(size), format_(format)
     {
     }
+    ~FakeGPUImage() override;
 
     const std::string& name() const { return name_; }
 
@@ -38,11 +39,12 @@ private:
     eFormat format_;
 };
 
-/// An image in memory of its own.
+/// An image in memory of its own, from the first use of it.
 class FakeHostImage final : public iHostImage
 {
 public:
-    FakeHostImage(XY<int> size, iGPUImage::eFormat format);
+    FakeHostImage(XY<int> size, iGPUImage::eFormat format) : size_(size), format_(format) {}
+    ~FakeHostImage() override;
 
     XY<int> getSize() const override { return size_; }
     iGPUImage::eFormat getFormat() const override { return format_; }
@@ -118,6 +120,7 @@ public:
     };
 
     explicit FakeEffect(std::string name) : name_(std::move(name)) {}
+    ~FakeEffect() override;
 
     /// Without this, every technique exists.
     void haveTechniques(std::set<std::string> names) { techniques_ = std::move(names); }

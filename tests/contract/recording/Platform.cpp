@@ -85,6 +85,34 @@ LightweightString<wchar_t> resourceStrW(int resource)
                                            : LightweightString<wchar_t>();
 }
 
+namespace {
+
+LightweightString<wchar_t> wide(const std::string& ascii)
+{
+    return std::wstring(ascii.begin(), ascii.end()).c_str();
+}
+
+} // namespace
+
+LightweightString<wchar_t> bytesAsString(unsigned long bytes, bool shortUnits)
+{
+    host().call("bytesAsString", std::to_string(bytes) + ", " + (shortUnits ? "true" : "false"));
+    return wide(std::to_string(bytes) + " bytes");
+}
+
+LightweightString<wchar_t> Qx::WStringFromFloat(double value, char decimals, bool keepTrailingZeros)
+{
+    host().call("WStringFromFloat", Test::number(value) + ", " + std::to_string(decimals) + ", " +
+                                        (keepTrailingZeros ? "true" : "false"));
+    return wide(Test::number(value));
+}
+
+LightweightString<wchar_t> Qx::WStringFromInteger(long value)
+{
+    host().call("WStringFromInteger", std::to_string(value));
+    return wide(std::to_string(value));
+}
+
 LightweightString<char> toUTF8(const LightweightString<wchar_t>& wide)
 {
     return text(wide).c_str();

@@ -62,9 +62,34 @@ double RecordingHost::tick()
     return now_;
 }
 
+void RecordingHost::pass(double milliseconds)
+{
+    const std::lock_guard guard(lock_);
+    now_ += milliseconds;
+}
+
+std::string RecordingHost::numbered(const std::string& name)
+{
+    if (!recordReleases) {
+        return name;
+    }
+    const std::lock_guard guard(lock_);
+    return name + " " + std::to_string(++images_);
+}
+
+void RecordingHost::released(const std::string& name)
+{
+    if (recordReleases) {
+        journal.record("released(" + name + ")");
+    }
+}
+
 bool RecordingHost::call(const std::string& operation, const std::string& arguments)
 {
     journal.record(operation + "(" + arguments + ")");
+    if (const auto cost = costs.find(operation); cost != costs.end()) {
+        pass(cost->second);
+    }
     return script.play(operation);
 }
 
@@ -99,6 +124,11 @@ void RecordingHost::reset()
     makeEffect = nullptr;
     taskStatus = nullptr;
     clockStep = 1.5;
+    costs.clear();
+    memory = {};
+    processors = 8;
+    recordReleases = false;
+    images_ = 0;
     shutdownCallbacks.clear();
     recordClock = false;
     watchCountersIn(nullptr, 0);

@@ -8,6 +8,7 @@
 #include "platform/GPUService.h"
 #include "platform/ShaderEffect.h"
 #include "platform/Shutdown.h"
+#include "platform/SystemInformation.h"
 #include "tests/contract/recording/FakeGPU.h"
 #include "tests/contract/recording/Journal.h"
 #include "tests/contract/recording/Script.h"
@@ -52,8 +53,15 @@ public:
     std::map<std::wstring, std::string> compileErrors; ///< a path in it does not compile, for that reason
     std::function<Qx::Ptr<iShaderEffect>(const std::wstring& path)> makeEffect;
     std::function<BackgroundTaskQueueBase::eTaskStatus()> taskStatus;
-    bool recordClock = false; ///< readings of the clock are written into the journal, too
-    double clockStep = 1.5;   ///< milliseconds that pass between two readings of the clock
+    bool recordClock = false;            ///< readings of the clock are written into the journal, too
+    double clockStep = 1.5;              ///< milliseconds that pass between two readings of the clock
+    std::map<std::string, double> costs; ///< milliseconds that pass in every call of an operation
+    MemoryStatus memory;
+    int processors = 8;
+
+    /// Whether the journal says when GPU objects and host images go; GPU images are numbered then, as they
+    /// are made.
+    bool recordReleases = false;
 
     // What the library left with the host.
     struct Command
@@ -79,6 +87,11 @@ public:
 
     /// The next tick of the clock in milliseconds.
     double tick();
+    void pass(double milliseconds);
+
+    /// The name of a new image.
+    std::string numbered(const std::string& name);
+    void released(const std::string& name);
 
     /// Writes "operation(arguments)" into the journal and plays the script; false when the operation shall
     /// fail.
@@ -97,6 +110,7 @@ private:
     std::mutex lock_;
     std::vector<Qx::Ptr<iBackgroundTask>> tasks_;
     double now_ = 1000.0;
+    int images_ = 0;
     std::atomic<const std::byte*> watchedBegin_ = nullptr;
     std::atomic<const std::byte*> watchedEnd_ = nullptr;
 };

@@ -58,7 +58,15 @@ bool Gate::waitUntilReached(std::size_t calls) const
 void Script::fail(const std::string& operation, std::size_t times)
 {
     const std::lock_guard guard(lock_);
+    operations_[operation].successes = 0;
     operations_[operation].failures = times;
+}
+
+void Script::failAt(const std::string& operation, std::size_t call)
+{
+    fail(operation, 1);
+    const std::lock_guard guard(lock_);
+    operations_[operation].successes = call - 1;
 }
 
 void Script::during(const std::string& operation, std::function<void()> action)
@@ -91,7 +99,9 @@ bool Script::play(const std::string& operation)
             return true;
         }
         now = found->second;
-        if (now.failures != 0 && now.failures != always) {
+        if (now.successes != 0) {
+            --found->second.successes;
+        } else if (now.failures != 0 && now.failures != always) {
             --found->second.failures;
         }
     }
@@ -101,7 +111,7 @@ bool Script::play(const std::string& operation)
     if (now.gate) {
         now.gate->pass();
     }
-    return now.failures == 0;
+    return now.successes != 0 || now.failures == 0;
 }
 
 } // namespace Qx::Test

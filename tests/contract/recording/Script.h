@@ -43,6 +43,9 @@ public:
     /// The next calls answer failure.
     void fail(const std::string& operation, std::size_t times = always);
 
+    /// Of the calls from now on, that one answers failure (1 is the next).
+    void failAt(const std::string& operation, std::size_t call);
+
     /// Runs inside every call of the operation, on the calling thread.
     void during(const std::string& operation, std::function<void()> action);
 
@@ -57,6 +60,7 @@ public:
 private:
     struct Operation
     {
+        std::size_t successes = 0; ///< that come before the failures
         std::size_t failures = 0;
         std::function<void()> action;
         std::shared_ptr<Gate::State> gate;

@@ -139,7 +139,7 @@ public:
         if (!host().call("createGPUImage", described(size, format))) {
             return {};
         }
-        return Qx::makePtr<FakeGPUImage>("created", size, format);
+        return Qx::makePtr<FakeGPUImage>(host().numbered("created"), size, format);
     }
 
     Qx::Ptr<iHostImage> createHostImage(XY<int> size, iGPUImage::eFormat format) override
@@ -155,7 +155,7 @@ public:
         if (!host().call("uploadImage", described(*image) + ", " + std::to_string(options))) {
             return {};
         }
-        return Qx::makePtr<FakeGPUImage>("uploaded", image->getSize(), image->getFormat());
+        return Qx::makePtr<FakeGPUImage>(host().numbered("uploaded"), image->getSize(), image->getFormat());
     }
 
     Qx::Ptr<iHostImage> downloadImage(Qx::Ptr<iGPUImage> image) override
@@ -209,11 +209,20 @@ public:
     LightweightString<wchar_t> effectsCaption() override { return L"Effects of the host"; }
 };
 
-class FixedSystem final : public iSystemInformation
+class ToldSystem final : public iSystemInformation
 {
 public:
-    MemoryStatus memoryStatus() override { return {1000, 4000, 3000}; }
-    int cpuCount() override { return 8; }
+    MemoryStatus memoryStatus() override
+    {
+        host().call("memoryStatus");
+        return host().memory;
+    }
+
+    int cpuCount() override
+    {
+        host().call("cpuCount");
+        return host().processors;
+    }
 };
 
 /// Time stands still: a sleep is over at once.
@@ -251,7 +260,7 @@ private:
     ListedFiles files_;
     FakeGPU gpu_;
     RecordedMessages messages_;
-    FixedSystem system_;
+    ToldSystem system_;
     SleeplessThreads threads_;
     OneUser users_;
 };

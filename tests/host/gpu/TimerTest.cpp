@@ -1,0 +1,149 @@
+#include "tests/host/gpu/GpuFixture.h"
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <thread>
+
+namespace Qx::GpuTests {
+
+namespace {
+
+using Host::DeviceDescription;
+using Host::GPUTime;
+
+class Timer : public GpuTest
+{
+protected:
+    void SetUp() override
+    {
+        GpuTest::SetUp();
+        const std::vector<DeviceDescription> devices = gpu().listDevices();
+        const auto chosen =
+            std::find_if(devices.begin(), devices.end(), [](const auto& device) { return device.chosen; });
+        ASSERT_NE(chosen, devices.end());
+        ASSERT_TRUE(chosen->hasTimer) << "these tests need a device with time stamps";
+        target_ = gpu().createGPUImage(size_, iGPUImage::eARGB16);
+        ASSERT_TRUE(target_);
+        draw(1);
+        settle(); // pipelines are made now
+    }
+
+    void TearDown() override
+    {
+        target_.reset();
+        GpuTest::TearDown();
+    }
+
+    void draw(int times)
+    {
+        const auto renderer = target_->getPrimitivesRenderer(1);
+        RectDescription gradient;
+        gradient.area = {0, 0, size_.x, size_.y};
+        gradient.colour = {1, 0, 0, 1};
+        gradient.colour2 = {0, 0, 1, 1};
+        for (int i = 0; i < times; ++i) {
+            ASSERT_TRUE(renderer->draw(gradient, 1));
+        }
+    }
+
+    /// The device has nothing to do afterwards.
+    void settle() { ASSERT_FALSE(download(target_).empty()); }
+
+    std::optional<GPUTime> timeOf(int draws)
+    {
+        EXPECT_TRUE(gpu().startTimer());
+        draw(draws);
+        return gpu().stopTimer();
+    }
+
+    const XY<int> size_{1024, 1024};
+    Qx::Ptr<iGPUImage> target_;
+};
+
+} // namespace
+
+TEST_F(Timer, ManyDrawsTakeTheDeviceLongerThanOne)
+{
+    const std::optional<GPUTime> one = timeOf(1);
+    const std::optional<GPUTime> many = timeOf(100);
+    ASSERT_TRUE(one && many);
+    EXPECT_GT(one->busyMilliseconds, 0.0);
+    EXPECT_GT(many->busyMilliseconds, one->busyMilliseconds);
+    EXPECT_EQ(one->batches, 1U);
+    EXPECT_GT(many->batches, 1U) << "a batch holds so many draws at most";
+    EXPECT_LE(many->busyMilliseconds, many->spanMilliseconds * 1.000001);
+}
+
+TEST_F(Timer, OfNothingIsZeroInNoBatch)
+{
+    ASSERT_TRUE(gpu().startTimer());
+    const std::optional<GPUTime> time = gpu().stopTimer();
+    ASSERT_TRUE(time);
+    EXPECT_EQ(time->batches, 0U);
+    EXPECT_EQ(time->busyMilliseconds, 0.0);
+    EXPECT_EQ(time->spanMilliseconds, 0.0);
+}
+
+TEST_F(Timer, LeavesOutWhatWasRecordedBeforeItStarted)
+{
+    const std::uint64_t before = gpu().statistics().batchesSubmitted;
+    draw(1);
+    ASSERT_TRUE(gpu().startTimer());
+    EXPECT_EQ(gpu().statistics().batchesSubmitted, before + 1);
+    const std::optional<GPUTime> time = gpu().stopTimer();
+    ASSERT_TRUE(time);
+    EXPECT_EQ(time->batches, 0U);
+}
+
+TEST_F(Timer, LeavesOutTheGapsInWhichTheDeviceHasNothingToDo)
+{
+    constexpr auto gap = std::chrono::milliseconds(50);
+    ASSERT_TRUE(gpu().startTimer());
+    settle();
+    std::this_thread::sleep_for(gap);
+    settle();
+    const std::optional<GPUTime> time = gpu().stopTimer();
+    ASSERT_TRUE(time);
+    EXPECT_EQ(time->batches, 2U);
+    // The device's clock may run a little slower than ours.
+    EXPECT_GT(time->spanMilliseconds, time->busyMilliseconds + 0.99 * static_cast<double>(gap.count()));
+}
+
+TEST_F(Timer, MeasuresOneThingAtATime)
+{
+    EXPECT_FALSE(gpu().stopTimer()) << "it was not started";
+    ASSERT_TRUE(gpu().startTimer());
+    EXPECT_FALSE(gpu().startTimer());
+    draw(1);
+    EXPECT_TRUE(gpu().stopTimer());
+    EXPECT_FALSE(gpu().stopTimer());
+    EXPECT_TRUE(timeOf(1)) << "it starts afresh";
+}
+
+TEST_F(Timer, CountsAMeasurementsOwnBatchesOnly)
+{
+    const std::optional<GPUTime> many = timeOf(100);
+    const std::optional<GPUTime> one = timeOf(1);
+    ASSERT_TRUE(many && one);
+    EXPECT_EQ(one->batches, 1U) << "batches that were timed before are used again";
+}
+
+TEST_F(Timer, WhatALostDeviceDidIsNotMeasured)
+{
+    ASSERT_TRUE(gpu().startTimer());
+    draw(1);
+    gpu().loseDevice();
+    EXPECT_FALSE(gpu().stopTimer());
+    EXPECT_FALSE(gpu().startTimer());
+}
+
+TEST_F(Timer, NothingIsMeasuredByADeviceWithoutOne)
+{
+    gpu().loseTimer();
+    EXPECT_FALSE(gpu().startTimer());
+    draw(1);
+    EXPECT_FALSE(gpu().stopTimer());
+}
+
+} // namespace Qx::GpuTests

@@ -86,8 +86,8 @@ const Conversion conversions[]{
     {"decode-10", "4:2:2 to RGB, 10 bits", pairs, bits16, YUY2, whole, bits16, ARGB, decode},
     {"encode-8", "RGB to 4:2:2, 8 bits", whole, bits8, ARGB, pairs, bits8, YUY2, encode},
     {"encode-10", "RGB to 4:2:2, 10 bits", whole, bits16, ARGB, pairs, bits16, YUY2, encode},
-    {"unpack-v210", "v210 to 4:2:2", v210Words, bits8, v210, pairs, bits16, YUY2, unpackV210},
-    {"pack-v210", "4:2:2 to v210", pairs, bits16, YUY2, v210Words, bits8, v210, packV210},
+    {"unpack-v210", "v210 to 4:2:2", v210Words, bits8, V210, pairs, bits16, YUY2, unpackV210},
+    {"pack-v210", "4:2:2 to v210", pairs, bits16, YUY2, v210Words, bits8, V210, packV210},
     {"unpack-m101", "M101 to 4:2:2", m101Words, bits8, M101, pairs, bits16, YUY2,
      ColourConversion::unpackMatrox10BitFormat},
     {"pack-m101", "4:2:2 to M101", pairs, bits16, YUY2, m101Words, bits8, M101, packM101},
@@ -122,7 +122,7 @@ Figure measure(Probe& probe, const Conversion& conversion)
     Surface target = makeSurface(conversion.targetSize, conversion.targetFormat, conversion.targetOrder);
     const bool hasImages = source.getGPUSurface() && target.getGPUSurface();
     const auto frame = [&] { return hasImages && probe.operation() && conversion.convert(source, target); };
-    return rateFigure(conversion.id, "conversions", conversion.title, timeFrames(probe, frame));
+    return rateFigure(conversion.id, "conversions", conversion.title, timeDrawing(probe, frame));
 }
 
 Figure measureEffect(Probe& probe)
@@ -135,7 +135,7 @@ Figure measureEffect(Probe& probe)
         return effect && probe.operation() &&
                applyTechnique(effect, source, target, effect->getTechniqueNames().front(), width);
     };
-    return rateFigure("effect-8", "looks", "Colour correction (cc3.fx), 8 bits", timeFrames(probe, frame));
+    return rateFigure("effect-8", "looks", "Colour correction (cc3.fx), 8 bits", timeDrawing(probe, frame));
 }
 
 Qx::Ptr<iGPUImage3D> makeTable(int size)
@@ -173,7 +173,7 @@ Figure measureTable(Probe& probe)
     const auto frame = [&] {
         return effect && table && probe.operation() && effect->render(target, sources);
     };
-    return rateFigure("lut-33", "looks", "LUT of 33 x 33 x 33 (LUT.fx), 8 bits", timeFrames(probe, frame));
+    return rateFigure("lut-33", "looks", "LUT of 33 x 33 x 33 (LUT.fx), 8 bits", timeDrawing(probe, frame));
 }
 
 } // namespace

@@ -166,7 +166,8 @@ std::optional<MeasureOptions> measureOptionsFrom(const std::vector<std::string>&
 ExitCode runMeasure(const MeasureOptions& options, Console& console)
 {
     constexpr std::chrono::milliseconds thorough{600};
-    constexpr std::chrono::milliseconds quick{150};
+    constexpr std::chrono::milliseconds quick{120};
+    constexpr std::chrono::seconds quickTime{8};
     dieWithParent(options.parent);
     LifeSign life(options.lifeSign);
     const Probe::Send send = [&](const Message& message) { console.data(lineOf(message)); };
@@ -180,6 +181,9 @@ ExitCode runMeasure(const MeasureOptions& options, Console& console)
         const std::vector<Step> chosen = chosenSteps(options);
         send(Begun{describeDevice(), describeMachine(), static_cast<int>(chosen.size())});
         const Pulse pulse(life);
+        if (options.quick) {
+            probe.hurryAfter(quickTime);
+        }
         measure(probe, chosen);
         life.doing("ending the device");
     } catch (const Failure& failure) {

@@ -39,16 +39,16 @@ void measureMemory(Probe& probe, Yardsticks&)
     const Host::GPUStatistics held = Host::gpuService().statistics();
     probe.send(mebibytes("memory-total", "Of the machine", machine.total, Better::neither));
     probe.send(mebibytes("memory-available", "Of it available now", machine.available, Better::neither));
-    probe.send(mebibytes("memory-limit", "Images that may be under way to the device at once",
+    probe.send(mebibytes("memory-limit", "Most that may be under way to the device at once",
                          held.inFlightLimit, Better::neither));
-    probe.send(mebibytes("memory-images", "Images on the device that the host holds after this run",
+    probe.send(mebibytes("memory-images", "Images on the device, held at the end",
                          held.liveImageBytes + held.idleImageBytes, Better::lower));
-    probe.send(mebibytes("memory-host-images", "Images in memory that the host holds after this run",
+    probe.send(mebibytes("memory-host-images", "Images in memory, held at the end",
                          held.liveHostBytes + held.idleHostBytes, Better::lower));
     probe.doing("giving back images that nobody uses");
     Host::gpuService().trim();
     const Host::GPUStatistics kept = Host::gpuService().statistics();
-    probe.send(mebibytes("memory-kept", "Images of both kinds after those not in use were given back",
+    probe.send(mebibytes("memory-kept", "Both, after what was not in use was given back",
                          kept.liveImageBytes + kept.idleImageBytes + kept.liveHostBytes + kept.idleHostBytes,
                          Better::lower));
     probe.send(

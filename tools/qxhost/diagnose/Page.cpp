@@ -16,7 +16,9 @@ namespace {
 std::size_t sequenceLength(std::string_view text)
 {
     const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
-    const auto within = [&](std::size_t i, unsigned low, unsigned high) { return at(i) >= low && at(i) <= high; };
+    const auto within = [&](std::size_t i, unsigned low, unsigned high) {
+        return at(i) >= low && at(i) <= high;
+    };
     const unsigned lead = at(0);
     if (lead < 0x80) {
         return 1;
@@ -57,8 +59,8 @@ std::string section(const std::string& heading, const std::string& explanation, 
                     const char* style = "")
 {
     return content.empty() ? ""
-                           : fmt::format("<section{}>\n<h2>{}</h2>\n<p><small>{}</small></p>\n{}</section>\n", style,
-                                         heading, explanation, content);
+                           : fmt::format("<section{}>\n<h2>{}</h2>\n<p><small>{}</small></p>\n{}</section>\n",
+                                         style, heading, explanation, content);
 }
 
 std::vector<const Figure*> figuresOf(const Report& report, std::string_view group)
@@ -77,10 +79,12 @@ std::string tile(const RealTime& rate)
     const std::string text = answer(rate);
     const std::size_t bracket = text.find(" (");
     const std::string word = text.substr(0, bracket);
-    const std::string rest = bracket == std::string::npos ? "" : text.substr(bracket + 2, text.size() - bracket - 3);
-    return fmt::format(R"(<div class="tile" data-rate="{}">{} in real time<b class="{}">{}</b><small>{}</small></div>)"
-                       "\n",
-                       escaped(rate.name), escaped(rate.name), rate.reached ? word : "unmeasured", word, escaped(rest));
+    const std::string rest =
+        bracket == std::string::npos ? "" : text.substr(bracket + 2, text.size() - bracket - 3);
+    return fmt::format(
+        R"(<div class="tile" data-rate="{}">{} in real time<b class="{}">{}</b><small>{}</small></div>)"
+        "\n",
+        escaped(rate.name), escaped(rate.name), rate.reached ? word : "unmeasured", word, escaped(rest));
 }
 
 std::string verdictSection(const Report& report, const Verdict& verdict)
@@ -89,7 +93,8 @@ std::string verdictSection(const Report& report, const Verdict& verdict)
                         : verdict.health == Health::remarks   ? "remarks"
                         : verdict.health == Health::unhealthy ? "unhealthy"
                                                               : "unknown";
-    std::string text = fmt::format("<section class=\"verdict {}\">\n<h2>{}</h2>\n<p>", style, escaped(verdict.headline));
+    std::string text =
+        fmt::format("<section class=\"verdict {}\">\n<h2>{}</h2>\n<p>", style, escaped(verdict.headline));
     if (!report.device.name.empty()) {
         text += report.device.software ? "<span class=\"pill\">software device</span>"
                                        : "<span class=\"pill real\">real device</span>";
@@ -119,14 +124,16 @@ std::string verdictSection(const Report& report, const Verdict& verdict)
 
 std::string changeTable(const Comparison& comparison)
 {
-    std::string text = "<div class=\"scroll\"><table>\n<thead><tr><th>Figure</th><th class=\"n\">Then</th><th class=\"n\">"
-                       "Now</th><th class=\"n\">Change</th><th></th></tr></thead>\n<tbody>\n";
+    std::string text =
+        "<div class=\"scroll\"><table>\n<thead><tr><th>Figure</th><th class=\"n\">Then</th><th class=\"n\">"
+        "Now</th><th class=\"n\">Change</th><th></th></tr></thead>\n<tbody>\n";
     for (const Change& change : comparison.changes) {
-        text += fmt::format("<tr><td>{}</td><td class=\"n\">{}</td><td class=\"n\">{}</td><td class=\"n\">{}</td>"
-                            "<td>{}</td></tr>\n",
-                            escaped(change.title), escaped(quantity(change.before, change.unit)),
-                            escaped(quantity(change.now, change.unit)), signedPercent(change.percent),
-                            nameOf(change.meaning));
+        text +=
+            fmt::format("<tr><td>{}</td><td class=\"n\">{}</td><td class=\"n\">{}</td><td class=\"n\">{}</td>"
+                        "<td>{}</td></tr>\n",
+                        escaped(change.title), escaped(quantity(change.before, change.unit)),
+                        escaped(quantity(change.now, change.unit)), signedPercent(change.percent),
+                        nameOf(change.meaning));
     }
     return text + "</tbody></table></div>\n";
 }
@@ -138,10 +145,12 @@ std::string comparisonSection(const Comparison& comparison)
         content += fmt::format("<p>{}</p>\n", escaped(remark));
     }
     content += changePlot(comparison) + changeTable(comparison);
-    return section("What changed since " + escaped(comparison.name),
-                   fmt::format("The earlier run: {}, {}. To the right: better. Up to {:.0f} % two runs differ by anyhow.",
-                               escaped(comparison.date), escaped(comparison.device), noise),
-                   content, " class=\"long\" id=\"comparison\"");
+    return section(
+        "What changed since " + escaped(comparison.name),
+        fmt::format(
+            "The earlier run: {}, {}. To the right: better. Up to {:.0f} % two runs differ by anyhow.",
+            escaped(comparison.date), escaped(comparison.device), noise),
+        content, " class=\"long\" id=\"comparison\"");
 }
 
 std::string suiteSection(const Report& report)
@@ -153,8 +162,9 @@ std::string suiteSection(const Report& report)
     if (lines.empty()) {
         return {};
     }
-    return section("The suite", "Its lines as they stand. Its rates are rates of submission: how fast orders are taken, "
-                                "not how fast the device draws; it may fall behind.",
+    return section("The suite",
+                   "Its lines as they stand. Its rates are rates of submission: how fast orders are taken, "
+                   "not how fast the device draws; it may fall behind.",
                    "<pre>" + lines + "</pre>\n");
 }
 
@@ -167,13 +177,13 @@ std::string checksSection(const Report& report)
                             : !wrong                          ? "right"
                             : figure->id == "rounding"        ? "remark"
                                                               : "wrong";
-        items += fmt::format(R"(<li class="{}" data-id="{}"{}>{}: {}{}</li>)"
-                             "\n",
-                             style, escaped(figure->id),
-                             figure->value ? fmt::format(" data-value=\"{}\"", *figure->value) : "",
-                             escaped(figure->title),
-                             figure->value ? fmt::format("{:.0f}", *figure->value) : std::string("not measured"),
-                             figure->note.empty() ? "" : "; " + escaped(figure->note));
+        items += fmt::format(
+            R"(<li class="{}" data-id="{}"{}>{}: {}{}</li>)"
+            "\n",
+            style, escaped(figure->id),
+            figure->value ? fmt::format(" data-value=\"{}\"", *figure->value) : "", escaped(figure->title),
+            figure->value ? fmt::format("{:.0f}", *figure->value) : std::string("not measured"),
+            figure->note.empty() ? "" : "; " + escaped(figure->note));
     }
     return section("Is it right?", "What the device makes of known frames, colours and levels.",
                    items.empty() ? "" : "<ul class=\"checks\">\n" + items + "</ul>\n");
@@ -181,13 +191,12 @@ std::string checksSection(const Report& report)
 
 std::string figureRow(const Figure& figure)
 {
-    return fmt::format(
-        "<tr><td>{}</td><td class=\"n\">{}</td><td class=\"n\">{}</td><td>{}</td></tr>\n", escaped(figure.title),
-        escaped(quantity(figure.value, figure.unit)),
-        figure.yardstick ? escaped(quantity(figure.yardstick, figure.unit)) : "",
-        escaped(figure.note.empty() ? std::string(describe(figure.basis))
-                : figure.value      ? fmt::format("{}; {}", describe(figure.basis), figure.note)
-                                    : figure.note));
+    return fmt::format("<tr><td>{}</td><td class=\"n\">{}</td><td class=\"n\">{}</td><td>{}</td></tr>\n",
+                       escaped(figure.title), escaped(quantity(figure.value, figure.unit)),
+                       figure.yardstick ? escaped(quantity(figure.yardstick, figure.unit)) : "",
+                       escaped(figure.note.empty() ? std::string(describe(figure.basis))
+                               : figure.value ? fmt::format("{}; {}", describe(figure.basis), figure.note)
+                                              : figure.note));
 }
 
 std::string tableSection(const Report& report)
@@ -203,14 +212,17 @@ std::string tableSection(const Report& report)
             rows += figureRow(*figure);
         }
     }
-    return section("All figures", "\"A copy makes\" is what copying the same bytes, and nothing else, makes on this machine "
-                                  "in the same run.",
-                   rows.empty() ? ""
-                                : "<div class=\"scroll\"><table>\n<thead><tr><th scope=\"col\">Figure</th><th scope=\"col\" "
-                                  "class=\"n\">Value</th><th scope=\"col\" class=\"n\">A copy makes</th><th scope=\"col\">How "
-                                  "it was measured</th></tr></thead>\n<tbody>\n" +
-                                      rows + "</tbody></table></div>\n",
-                   " class=\"long\"");
+    return section(
+        "All figures",
+        "\"A copy makes\" is what copying the same bytes, and nothing else, makes on this machine "
+        "in the same run.",
+        rows.empty()
+            ? ""
+            : "<div class=\"scroll\"><table>\n<thead><tr><th scope=\"col\">Figure</th><th scope=\"col\" "
+              "class=\"n\">Value</th><th scope=\"col\" class=\"n\">A copy makes</th><th scope=\"col\">How "
+              "it was measured</th></tr></thead>\n<tbody>\n" +
+                  rows + "</tbody></table></div>\n",
+        " class=\"long\"");
 }
 
 std::string machineSection(const Report& report)
@@ -221,7 +233,8 @@ std::string machineSection(const Report& report)
     };
     return "<section>\n<h2>The machine</h2>\n<dl>\n" + entry("Device", report.device.name) +
            entry("Kind", report.device.type) + entry("Driver", report.device.driver) +
-           entry("System", report.machine.system) + entry("Processors", std::to_string(report.machine.processors)) +
+           entry("System", report.machine.system) +
+           entry("Processors", std::to_string(report.machine.processors)) +
            entry("Memory", fmt::format("{:.1f} GiB, {:.1f} of it available at the start",
                                        static_cast<double>(report.machine.memory) / gibibyte,
                                        static_cast<double>(report.machine.memoryAvailable) / gibibyte)) +
@@ -231,24 +244,28 @@ std::string machineSection(const Report& report)
 
 std::string plotSections(const Report& report)
 {
-    const std::string marks = "The mark on a bar is what a plain copy of the same bytes makes on this machine, and the "
-                              "percentage is of that.";
+    const std::string marks =
+        "The mark on a bar is what a plain copy of the same bytes makes on this machine, and the "
+        "percentage is of that.";
     const std::string courses = coursePlots(report);
-    return section("Moving frames", "Gigabytes a second to the device and back, for frames of 8 bits a component.",
+    return section("Moving frames",
+                   "Gigabytes a second to the device and back, for frames of 8 bits a component.",
                    transferPlot(report)) +
            section("Conversions", "Frames of 1920 x 1080 a second on the device. " + marks,
                    barPlot(figuresOf(report, "conversions"))) +
            section("Looks", "Frames of 1920 x 1080 a second on the device. " + marks,
                    barPlot(figuresOf(report, "looks"))) +
-           section("Whole frames",
-                   "Frames a second from memory to the device, through two conversions and an effect, and back.",
-                   barPlot(figuresOf(report, "frames"))) +
+           section(
+               "Whole frames",
+               "Frames a second from memory to the device, through two conversions and an effect, and back.",
+               barPlot(figuresOf(report, "frames"))) +
            section("Several streams at once", "Whole frames of 1920 x 1080 a second, all streams together.",
                    barPlot(figuresOf(report, "streams"))) +
            section("Compiling effects", "Milliseconds until an effect can draw; less is better.",
                    barPlot(figuresOf(report, "compiling"))) +
            section("How steady it is", "Milliseconds a frame in the course of each measurement, from zero.",
-                   courses.empty() ? "" : "<div class=\"courses\">\n" + courses + "</div>\n", " class=\"long\"");
+                   courses.empty() ? "" : "<div class=\"courses\">\n" + courses + "</div>\n",
+                   " class=\"long\"");
 }
 
 } // namespace
@@ -277,15 +294,17 @@ std::string pageOf(const Report& report, const std::optional<Comparison>& compar
 {
     const Verdict verdict = judge(report);
     const std::string device = report.device.name.empty() ? "no device" : report.device.name;
-    std::string page = fmt::format(
-        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-        // Nothing is fetched and nothing runs, whatever names the figures carry.
-        "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'\">\n"
-        "<title>GPU diagnosis: {}</title>\n<style>{}</style>\n</head>\n<body>\n<main>\n"
-        "<h1>GPU diagnosis &middot; {} &middot; <time datetime=\"{}\">{}</time></h1>\n",
-        escaped(device), pageStyle, escaped(device), escaped(report.date),
-        escaped(report.date.substr(0, 10) + " " + (report.date.size() > 16 ? report.date.substr(11, 5) : "")));
+    std::string page =
+        fmt::format("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+                    "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+                    // Nothing is fetched and nothing runs, whatever names the figures carry.
+                    "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
+                    "'unsafe-inline'\">\n"
+                    "<title>GPU diagnosis: {}</title>\n<style>{}</style>\n</head>\n<body>\n<main>\n"
+                    "<h1>GPU diagnosis &middot; {} &middot; <time datetime=\"{}\">{}</time></h1>\n",
+                    escaped(device), pageStyle, escaped(device), escaped(report.date),
+                    escaped(report.date.substr(0, 10) + " " +
+                            (report.date.size() > 16 ? report.date.substr(11, 5) : "")));
     page += verdictSection(report, verdict);
     if (comparison) {
         page += comparisonSection(*comparison);

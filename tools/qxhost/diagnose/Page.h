@@ -9,9 +9,9 @@
 
 namespace Qx::Diagnosis {
 
-/// The report as a page of HTML that needs nothing beside itself: style and plots (SVG) are in it, and there is
-/// no script. It is made for screens of any width, light and dark, and for paper; every plot's figures are in
-/// a table too.
+/// The report as a page of HTML that needs nothing beside itself: style and plots (SVG) are in it, and there
+/// is no script. It is made for screens of any width, light and dark, and for paper; every plot's figures are
+/// in a table too.
 std::string pageOf(const Report& report, const std::optional<Comparison>& comparison);
 
 /// Text for an element's content or an attribute in double quotes. What HTML cannot hold (control characters,

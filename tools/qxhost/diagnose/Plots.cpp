@@ -25,8 +25,9 @@ std::string exact(double value)
 
 std::string row(const std::string& name, const std::string& drawing, const std::string& number)
 {
-    return fmt::format("<div class=\"row\"><span class=\"name\">{}</span>{}<span class=\"number\">{}</span></div>\n",
-                       name, drawing, number);
+    return fmt::format(
+        "<div class=\"row\"><span class=\"name\">{}</span>{}<span class=\"number\">{}</span></div>\n", name,
+        drawing, number);
 }
 
 std::string bar(const Figure& figure, double largest)
@@ -37,9 +38,10 @@ std::string bar(const Figure& figure, double largest)
     if (figure.yardstick) {
         constexpr double markWidth = 6;
         const double x = std::min(barWidth * *figure.yardstick / largest, barWidth) - markWidth;
-        mark = fmt::format(R"(<rect class="mark" x="{:.1f}" y="0" width="{}" height="20"/>)", std::max(x, 0.0),
-                           markWidth);
-        label += fmt::format("; a {} makes {}", figure.yardstickName, quantity(figure.yardstick, figure.unit));
+        mark = fmt::format(R"(<rect class="mark" x="{:.1f}" y="0" width="{}" height="20"/>)",
+                           std::max(x, 0.0), markWidth);
+        label +=
+            fmt::format("; a {} makes {}", figure.yardstickName, quantity(figure.yardstick, figure.unit));
     }
     return fmt::format(
         R"(<svg class="bar" role="img" aria-label="{0}" viewBox="0 0 1000 20" preserveAspectRatio="none">)"
@@ -118,7 +120,9 @@ std::string drawLine(const Report& report, const Line& line, double top)
             markers += marker(line, x, y, *figure);
         }
     }
-    return points.empty() ? "" : fmt::format(R"(<polyline class="{}" points="{}"/>{})", line.style, points, markers);
+    return points.empty()
+               ? ""
+               : fmt::format(R"(<polyline class="{}" points="{}"/>{})", line.style, points, markers);
 }
 
 std::string axes(double top, double step)
@@ -175,20 +179,22 @@ std::string course(const Figure& figure)
     constexpr double height = 50;
     std::string points;
     for (std::size_t i = 0; i < samples.size(); ++i) {
-        points += fmt::format("{:.1f},{:.1f} ", width * static_cast<double>(i) / static_cast<double>(samples.size() - 1),
+        points += fmt::format("{:.1f},{:.1f} ",
+                              width * static_cast<double>(i) / static_cast<double>(samples.size() - 1),
                               height - (height - 2) * samples[i] / top);
     }
     const auto [least, most] = std::minmax_element(figure.samples.begin(), figure.samples.end());
     const auto factor = slowdown(figure.samples);
-    const std::string range = fmt::format("{} to {} ms{}", digits(*least), digits(*most),
-                                          factor ? fmt::format(", slower all the while: {:.1f} times", *factor) : "");
+    const std::string range =
+        fmt::format("{} to {} ms{}", digits(*least), digits(*most),
+                    factor ? fmt::format(", slower all the while: {:.1f} times", *factor) : "");
     return fmt::format(
         R"(<figure class="course{}"><figcaption>{} <small>{}</small></figcaption><svg role="img" aria-label="{}: )"
         R"({} a frame, in the order of time" viewBox="0 0 300 52" preserveAspectRatio="none">)"
         R"(<line class="grid" x1="0" x2="300" y1="50" y2="50"/><polyline data-id="{}" points="{}"/></svg></figure>)"
         "\n",
-        factor ? " slower" : "", escaped(figure.title), range, escaped(figure.title), range, escaped(figure.id),
-        points);
+        factor ? " slower" : "", escaped(figure.title), range, escaped(figure.title), range,
+        escaped(figure.id), points);
 }
 
 /// Where a change points: above zero for the better.
@@ -210,9 +216,10 @@ std::string barPlot(const std::vector<const Figure*>& figures)
     std::string text;
     for (const Figure* figure : figures) {
         const std::string name = escaped(figure->title);
-        text += figure->value ? row(name, bar(*figure, largest), numberText(*figure))
-                              : row(name, fmt::format("<span class=\"none\">{}</span>", escaped(figure->note)),
-                                    "not measured");
+        text += figure->value
+                    ? row(name, bar(*figure, largest), numberText(*figure))
+                    : row(name, fmt::format("<span class=\"none\">{}</span>", escaped(figure->note)),
+                          "not measured");
     }
     return text.empty() ? "" : "<div class=\"bars\">\n" + text + "</div>\n";
 }
@@ -225,17 +232,19 @@ std::string transferPlot(const Report& report)
     }
     const double step = tickStep(largest);
     const double top = std::ceil(largest / step) * step;
-    std::string text = R"(<svg class="lines" role="img" aria-label="Gigabytes a second over sizes of frames; the )"
-                       R"(table has the figures" viewBox="0 0 440 244">)";
+    std::string text =
+        R"(<svg class="lines" role="img" aria-label="Gigabytes a second over sizes of frames; the )"
+        R"(table has the figures" viewBox="0 0 440 244">)";
     text += axes(top, step);
     std::string legend;
     for (const Line& line : lines) {
         const std::string drawn = drawLine(report, line, top);
         text += drawn;
         if (!drawn.empty()) {
-            legend += fmt::format(R"(<li><svg viewBox="0 0 34 12" aria-hidden="true"><polyline class="{0}" )"
-                                  R"(points="2,6 32,6"/><circle class="{0}" cx="17" cy="6" r="4.5"/></svg>{1}</li>)",
-                                  line.style, line.name);
+            legend += fmt::format(
+                R"(<li><svg viewBox="0 0 34 12" aria-hidden="true"><polyline class="{0}" )"
+                R"(points="2,6 32,6"/><circle class="{0}" cx="17" cy="6" r="4.5"/></svg>{1}</li>)",
+                line.style, line.name);
         }
     }
     return text + "</svg>\n<ul class=\"legend\">" + legend + "</ul>\n";
@@ -277,8 +286,9 @@ std::string changePlot(const Comparison& comparison)
             R"(y="3" width="{4:.1f}" height="14"/><rect class="zero" x="498" width="4" height="20"/></svg>)",
             escaped(label), nameOf(change.meaning), exact(*change.percent), middle + std::min(length, 0.0),
             std::abs(length));
-        text += row(escaped(change.title), drawing,
-                    fmt::format("{} <small>{}</small>", signedPercent(change.percent), nameOf(change.meaning)));
+        text +=
+            row(escaped(change.title), drawing,
+                fmt::format("{} <small>{}</small>", signedPercent(change.percent), nameOf(change.meaning)));
     }
     return text.empty() ? "" : "<div class=\"bars\">\n" + text + "</div>\n";
 }

@@ -31,7 +31,14 @@ public:
     {
     }
 
-    std::chrono::milliseconds budget() const { return budget_; }
+    std::chrono::milliseconds budget() const
+    {
+        return Clock::now() < hurryFrom_ ? budget_ : std::chrono::milliseconds(0);
+    }
+
+    /// From then on the budget is nothing, so that each figure has one sample: a slow machine is not to take
+    /// minutes for a quick run.
+    void hurryAfter(std::chrono::milliseconds time) { hurryFrom_ = Clock::now() + time; }
     const std::filesystem::path& scratch() const { return scratch_; }
 
     void beginStep(const std::string& name, const std::string& title);
@@ -53,9 +60,12 @@ public:
     void send(const Message& message) { send_(message); }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     LifeSign& life_;
     std::chrono::milliseconds budget_;
     std::filesystem::path scratch_;
+    Clock::time_point hurryFrom_ = Clock::time_point::max();
     Send send_;
     TestAid aid_;
     std::string step_;

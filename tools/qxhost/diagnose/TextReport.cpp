@@ -49,7 +49,7 @@ std::string sentences(std::string_view heading, const std::vector<std::string>& 
 std::string digits(double value)
 {
     const double size = std::abs(value);
-    const int decimals = size == 0 || size >= 100 ? 0 : size >= 10 ? 1 : size >= 1 ? 2 : 3;
+    const int decimals = size < 0.0005 || size >= 100 ? 0 : size >= 10 ? 1 : size >= 1 ? 2 : 3;
     return fmt::format("{:.{}f}", value, decimals);
 }
 
@@ -79,7 +79,7 @@ std::string TextReport::figure(const Figure& figure)
         group_ = figure.group;
         text += fmt::format("\n{}\n", titleOf(group_));
     }
-    text += fmt::format("  {:<47} {:>18}   {}", figure.title, quantity(figure.value, figure.unit),
+    text += fmt::format("  {:<56} {:>17}   {}", figure.title, quantity(figure.value, figure.unit),
                         beside(figure));
     text.erase(text.find_last_not_of(' ') + 1);
     return text + "\n";
@@ -116,7 +116,7 @@ std::string TextReport::comparison(const Comparison& comparison)
         text += remark + "\n";
     }
     for (const Change& change : comparison.changes) {
-        text += fmt::format("  {:<47} {:>18} -> {:>18} {:>8}  {}\n", change.title,
+        text += fmt::format("  {:<56} {:>17} -> {:>17} {:>8}  {}\n", change.title,
                             quantity(change.before, change.unit), quantity(change.now, change.unit),
                             signedPercent(change.percent), nameOf(change.meaning));
     }

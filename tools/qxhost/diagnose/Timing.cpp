@@ -1,5 +1,7 @@
 #include "tools/qxhost/diagnose/Timing.h"
 
+#include "host/gpu/GPUService.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -20,16 +22,41 @@ double millisecondsSince(Clock::time_point begin)
     return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
-/// One block: so many frames, and the wait for the last.
+bool order(const std::function<bool()>& frame, int frames)
+{
+    for (int i = 0; i < frames; ++i) {
+        if (!frame()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// One block by the process's clock: so many frames, and the wait for the last.
 std::optional<double> timeBlock(Probe& probe, const std::function<bool()>& frame, int frames)
 {
     const Clock::time_point begin = Clock::now();
-    for (int i = 0; i < frames; ++i) {
-        if (!frame()) {
-            return std::nullopt;
-        }
+    const bool done = order(frame, frames) && probe.finish();
+    return done ? std::optional(millisecondsSince(begin) / frames) : std::nullopt;
+}
+
+bool hasTimer()
+{
+    const std::vector<Host::DeviceDescription> devices = Host::gpuService().listDevices();
+    return std::any_of(devices.begin(), devices.end(),
+                       [](const auto& device) { return device.chosen && device.hasTimer; });
+}
+
+/// One block by the device's clock.
+std::optional<double> timeBlockOnDevice(const std::function<bool()>& frame, int frames)
+{
+    if (!Host::gpuService().startTimer()) {
+        return std::nullopt;
     }
-    return probe.finish() ? std::optional(millisecondsSince(begin) / frames) : std::nullopt;
+    const bool ordered = order(frame, frames);
+    const std::optional<Host::GPUTime> time = Host::gpuService().stopTimer();
+    return ordered && time && time->batches > 0 ? std::optional(time->busyMilliseconds / frames)
+                                                : std::nullopt;
 }
 
 /// Calls `sample` until the budget is used up or a sample is missing.
@@ -90,21 +117,42 @@ std::optional<double> Timing::milliseconds() const
     return *middle;
 }
 
-Timing timeFrames(Probe& probe, const std::function<bool()>& frame)
+namespace {
+
+/// How many frames make a block, from one that was timed after a warm-up; empty when the device refuses.
+std::optional<int> blockLength(Probe& probe, const std::function<bool()>& frame)
 {
     constexpr double blockMilliseconds = 40;
     constexpr double mostFrames = 32;
-    // The first frame pays for what is made at first use; the second one tells how long a block is.
-    if (!timeBlock(probe, frame, 1)) {
+    // The first frame pays for what is made at first use. When even it is long, a second one tells no more.
+    std::optional<double> one = timeBlock(probe, frame, 1);
+    if (one && *one < blockMilliseconds) {
+        one = timeBlock(probe, frame, 1);
+    }
+    return one ? std::optional(
+                     static_cast<int>(std::clamp(blockMilliseconds / std::max(*one, 1e-3), 1.0, mostFrames)))
+               : std::nullopt;
+}
+
+} // namespace
+
+Timing timeFrames(Probe& probe, const std::function<bool()>& frame)
+{
+    const std::optional<int> frames = blockLength(probe, frame);
+    return frames ? collect(probe, Basis::waited, [&] { return timeBlock(probe, frame, *frames); })
+                  : failure();
+}
+
+Timing timeDrawing(Probe& probe, const std::function<bool()>& frame)
+{
+    const std::optional<int> frames = blockLength(probe, frame);
+    if (!frames) {
         return failure();
     }
-    const auto second = timeBlock(probe, frame, 1);
-    if (!second) {
-        return failure();
-    }
-    const int frames =
-        static_cast<int>(std::clamp(blockMilliseconds / std::max(*second, 1e-3), 1.0, mostFrames));
-    return collect(probe, Basis::waited, [&] { return timeBlock(probe, frame, frames); });
+    const Basis basis = hasTimer() ? Basis::device : Basis::waited;
+    return collect(probe, basis, [&] {
+        return basis == Basis::device ? timeBlockOnDevice(frame, *frames) : timeBlock(probe, frame, *frames);
+    });
 }
 
 Timing timeWork(Probe& probe, const std::function<bool()>& frame, Basis basis)

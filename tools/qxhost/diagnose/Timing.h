@@ -25,6 +25,10 @@ struct Timing
 /// little and samples still show how the rate moves.
 Timing timeFrames(Probe& probe, const std::function<bool()>& frame);
 
+/// The same for drawing, by the device's own clock where it has one. For drawing alone: software devices copy
+/// outside of what their clock sees.
+Timing timeDrawing(Probe& probe, const std::function<bool()>& frame);
+
 /// The same for work that is done when `frame` returns.
 Timing timeWork(Probe& probe, const std::function<bool()>& frame, Basis basis);
 

@@ -46,7 +46,7 @@ Figure measureStreamCount(Probe& probe, int count)
                             count == 1 ? "" : "s"));
     std::vector<Stream> streams(static_cast<std::size_t>(count));
     const Clock::time_point begin = Clock::now();
-    const Clock::time_point end = begin + 2 * probe.budget();
+    const Clock::time_point end = begin + probe.budget();
     for (Stream& stream : streams) {
         stream.thread = std::thread([&probe, &stream, end] {
             WholeFrames frames(probe, hd);

@@ -112,6 +112,11 @@ bool Running::isRunning()
     return !reap(false);
 }
 
+std::string Running::outputSoFar() const
+{
+    return textOf(out_);
+}
+
 std::string Running::errorSoFar() const
 {
     return textOf(err_);

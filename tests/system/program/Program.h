@@ -32,7 +32,8 @@ public:
     void signal(int number) const;
     bool isRunning();
 
-    /// What it has written to standard error until now.
+    /// What it has written to standard output and standard error until now.
+    std::string outputSoFar() const;
     std::string errorSoFar() const;
 
     /// Waits for the end. A program that hangs is killed after a while, and fails the test.

@@ -196,12 +196,14 @@ TEST(Verdict, nothing_measured_says_nothing)
 TEST(Slowdown, needs_samples_that_rise_all_the_way_and_by_half)
 {
     EXPECT_FALSE(slowdown({}));
-    EXPECT_FALSE(slowdown({1, 2, 3, 4})) << "too few";
-    EXPECT_FALSE(slowdown({10, 10, 10, 10, 10, 10, 10, 90})) << "one hiccup";
-    EXPECT_FALSE(slowdown({10, 20, 10, 20, 10, 20, 10, 20, 10, 20})) << "up and down";
-    EXPECT_FALSE(slowdown({10, 10.1, 10.2, 10.3, 10.4, 10.5, 10.6, 10.7})) << "by little";
-    EXPECT_FALSE(slowdown({20, 18, 16, 14, 12, 10, 8, 6})) << "faster";
-    EXPECT_NEAR(slowdown({10, 12, 14, 16, 18, 20, 22, 24}).value_or(0), 24.0 / 12.0, 1e-9);
+    EXPECT_FALSE(slowdown({1, 2, 3, 4, 5, 6, 7, 8})) << "too few";
+    EXPECT_FALSE(slowdown({10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 90})) << "one hiccup";
+    EXPECT_FALSE(slowdown({10, 20, 10, 20, 10, 20, 10, 20, 10, 20, 10, 20})) << "up and down";
+    EXPECT_FALSE(slowdown({10, 10.1, 10.2, 10.3, 10.4, 10.5, 10.6, 10.7, 10.8, 10.9, 11, 11.1}))
+        << "by little";
+    EXPECT_FALSE(slowdown({28, 26, 24, 22, 20, 18, 16, 14, 12, 10, 8, 6})) << "faster";
+    EXPECT_FALSE(slowdown(std::vector<double>(12, 10.0))) << "steady";
+    EXPECT_NEAR(slowdown({10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30, 32}).value_or(0), 30.0 / 12.0, 1e-9);
 }
 
 // JSON

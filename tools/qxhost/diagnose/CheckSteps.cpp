@@ -205,7 +205,7 @@ void checkResults(Probe& probe, Yardsticks&)
         const int bits = format == iGPUImage::eARGB8 ? 8 : 16;
         probe.doing(fmt::format("sending a frame of 1920 x 1080, {} bits, there and back", bits));
         probe.send(countFigure(bits == 8 ? "transfer-8" : "transfer-16",
-                               fmt::format("Bytes of a {}-bit frame that came back changed", bits),
+                               fmt::format("Bytes of a frame of {} bits that came back changed", bits),
                                changedBytes(probe, format)));
     }
     probe.doing("converting known colours from 4:2:2 to RGB");

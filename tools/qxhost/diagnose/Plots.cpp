@@ -37,9 +37,11 @@ std::string bar(const Figure& figure, double largest)
     std::string label = fmt::format("{}: {}", figure.title, quantity(figure.value, figure.unit));
     if (figure.yardstick) {
         constexpr double markWidth = 6;
-        const double x = std::min(barWidth * *figure.yardstick / largest, barWidth) - markWidth;
-        mark = fmt::format(R"(<rect class="mark" x="{:.1f}" y="0" width="{}" height="20"/>)",
-                           std::max(x, 0.0), markWidth);
+        const double x = barWidth * *figure.yardstick / largest - markWidth;
+        if (x < barWidth) {
+            mark = fmt::format(R"(<rect class="mark" x="{:.1f}" y="0" width="{}" height="20"/>)",
+                               std::max(x, 0.0), markWidth);
+        }
         label +=
             fmt::format("; a {} makes {}", figure.yardstickName, quantity(figure.yardstick, figure.unit));
     }
@@ -209,9 +211,16 @@ double improvement(const Change& change)
 
 std::string barPlot(const std::vector<const Figure*>& figures)
 {
+    // A yardstick far off, as a software device's is, would leave no room for the bars.
+    constexpr double room = 2.5;
     double largest = 0;
     for (const Figure* figure : figures) {
-        largest = std::max({largest, figure->value.value_or(0), figure->yardstick.value_or(0)});
+        largest = std::max(largest, figure->value.value_or(0));
+    }
+    const double bound = room * largest;
+    for (const Figure* figure : figures) {
+        const double yardstick = figure->yardstick.value_or(0);
+        largest = yardstick <= bound ? std::max(largest, yardstick) : largest;
     }
     std::string text;
     for (const Figure* figure : figures) {

@@ -1,14 +1,14 @@
 #include "tools/qxhost/diagnose/Report.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
-#include <numeric>
 
 namespace Qx::Diagnosis {
 
 namespace {
 
-constexpr std::size_t fewestSamples = 8;
+constexpr std::size_t fewestSamples = 12;
 
 double medianOf(std::vector<double> values)
 {
@@ -17,16 +17,15 @@ double medianOf(std::vector<double> values)
     return *middle;
 }
 
-/// Each sample's place among all when sorted.
+/// Each sample's place among all when sorted; equal ones share the mean of theirs.
 std::vector<double> ranks(const std::vector<double>& samples)
 {
-    std::vector<std::size_t> order(samples.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b) { return samples[a] < samples[b]; });
-    std::vector<double> places(samples.size());
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        places[order[i]] = static_cast<double>(i);
+    std::vector<double> places;
+    for (const double sample : samples) {
+        const auto below =
+            std::count_if(samples.begin(), samples.end(), [&](double s) { return s < sample; });
+        const auto equal = std::count(samples.begin(), samples.end(), sample);
+        places.push_back(static_cast<double>(below) + static_cast<double>(equal - 1) / 2);
     }
     return places;
 }
@@ -35,13 +34,18 @@ std::vector<double> ranks(const std::vector<double>& samples)
 double riseOverTime(const std::vector<double>& samples)
 {
     const std::vector<double> places = ranks(samples);
-    double squares = 0;
+    const double middle = static_cast<double>(samples.size() - 1) / 2; // of either kind of rank
+    double together = 0;
+    double ofPlaces = 0;
+    double ofTimes = 0;
     for (std::size_t i = 0; i < places.size(); ++i) {
-        const double distance = places[i] - static_cast<double>(i);
-        squares += distance * distance;
+        const double place = places[i] - middle;
+        const double time = static_cast<double>(i) - middle;
+        together += place * time;
+        ofPlaces += place * place;
+        ofTimes += time * time;
     }
-    const auto n = static_cast<double>(samples.size());
-    return 1.0 - 6.0 * squares / (n * (n * n - 1.0));
+    return ofPlaces > 0 ? together / std::sqrt(ofPlaces * ofTimes) : 0;
 }
 
 } // namespace

@@ -117,7 +117,7 @@ TEST_F(Diagnose, an_upload_that_is_refused_is_told)
 
 TEST_F(Diagnose, a_device_that_gets_slower_each_frame_is_remarked)
 {
-    misbehave("latency:slow:50");
+    misbehave("latency:slow:10");
     const Outcome outcome = qxhost({"diagnose", "--only", "latency"});
     expectWords(outcome.out, {"got slower all the while", "with remarks"});
     EXPECT_EQ(outcome.exitCode, healthy);

@@ -49,11 +49,11 @@ Timing timeCompiling(Probe& probe, const FxResources::ShaderEffectInfo& info,
 Figure compile(Probe& probe, const wchar_t* name, const std::filesystem::path& cache, bool cached)
 {
     const std::string file(toUTF8(name).view());
-    probe.doing(fmt::format("compiling {}{}", file, cached ? " again" : ""));
+    probe.compiling(fmt::format("compiling {}{}", file, cached ? " again" : ""));
     const Timing timing = timeCompiling(probe, FxResources::Manager::instance().findEffect(name), cache);
     Figure figure = durationFigure(
         fmt::format("compile-{}-{}", file, cached ? "cached" : "first"), "compiling",
-        fmt::format("{}, {}", file, cached ? "at the next start" : "for the first time"), timing);
+        fmt::format("Compiling {}, {}", file, cached ? "at the next start" : "for the first time"), timing);
     if (timing.failed) {
         figure.note = "the effect did not compile; 'qxhost effects check' says why";
     }
@@ -73,7 +73,7 @@ void measureCompiling(Probe& probe, Yardsticks&)
         }
         const std::string file(toUTF8(name).view());
         probe.send(notMeasured(fmt::format("compile-{}-cached", file), "compiling",
-                               file + ", at the next start", "ms",
+                               "Compiling " + file + ", at the next start", "ms",
                                "no temporary directory could be made for its cache"));
     }
 }

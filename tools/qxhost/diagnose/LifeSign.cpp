@@ -50,7 +50,7 @@ void LifeSign::map()
     page_ = static_cast<Page*>(memory); // zeroes: an empty record
 }
 
-void LifeSign::doing(std::string_view what)
+void LifeSign::doing(std::string_view what, std::uint32_t patience)
 {
     const std::uint32_t other = 1 - page_->current.load(std::memory_order_relaxed);
     auto& text = page_->texts.at(other);
@@ -58,6 +58,7 @@ void LifeSign::doing(std::string_view what)
     std::copy_n(what.begin(), length, text.begin());
     text.at(length) = '\0';
     page_->count.store(0, std::memory_order_relaxed);
+    page_->patience.store(patience, std::memory_order_relaxed);
     page_->current.store(other, std::memory_order_release);
     beat();
 }
@@ -65,6 +66,12 @@ void LifeSign::doing(std::string_view what)
 std::uint64_t LifeSign::pulse() const
 {
     return page_->beats.load(std::memory_order_relaxed) + page_->count.load(std::memory_order_relaxed);
+}
+
+std::uint32_t LifeSign::patience() const
+{
+    constexpr std::uint32_t most = 100;
+    return std::clamp(page_->patience.load(std::memory_order_relaxed), 1U, most);
 }
 
 std::string LifeSign::last() const

@@ -24,8 +24,9 @@ public:
 
     int file() const { return file_; }
 
-    /// Says what comes next; counting begins anew. One thread.
-    void doing(std::string_view what);
+    /// Says what comes next; counting begins anew. One thread. `patience`: by how much longer than usual it
+    /// may show no sign of life.
+    void doing(std::string_view what, std::uint32_t patience = 1);
 
     /// Once more of the same. Any thread.
     void again() { page_->count.fetch_add(1, std::memory_order_relaxed); }
@@ -35,6 +36,8 @@ public:
 
     /// Changes as long as the measuring process gets on.
     std::uint64_t pulse() const;
+
+    std::uint32_t patience() const;
 
     /// "uploading a frame of 1920 x 1080 (the 37th time)"; empty when nothing was said yet.
     std::string last() const;
@@ -46,6 +49,7 @@ private:
     {
         std::atomic<std::uint64_t> beats;
         std::atomic<std::uint64_t> count;
+        std::atomic<std::uint32_t> patience;
         std::atomic<std::uint32_t> current; ///< the text in force; the other one is being written
         std::array<std::array<char, longest>, 2> texts;
     };

@@ -257,8 +257,8 @@ Ending MeasuringProcess::watch(std::chrono::milliseconds limit, int stop, const 
         } else if (files[1].revents != 0) {
             giveUp(Kind::interrupted, "it was ended by Ctrl-C or a signal");
             ended = true;
-        } else if (open && Clock::now() - lastSign > limit) {
-            giveUp(Kind::hung, fmt::format("no sign of life for {}", seconds(limit)));
+        } else if (open && Clock::now() - lastSign > limit * life_.patience()) {
+            giveUp(Kind::hung, fmt::format("no sign of life for {}", seconds(limit * life_.patience())));
             ended = true;
         }
         listener.meanwhile();

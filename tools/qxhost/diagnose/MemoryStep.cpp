@@ -37,8 +37,8 @@ void measureMemory(Probe& probe, Yardsticks&)
 {
     const MemoryStatus machine = OS().systemInformation().memoryStatus();
     const Host::GPUStatistics held = Host::gpuService().statistics();
-    probe.send(mebibytes("memory-total", "Of the machine", machine.total, Better::neither));
-    probe.send(mebibytes("memory-available", "Of it available now", machine.available, Better::neither));
+    probe.send(mebibytes("memory-total", "Memory of the machine", machine.total, Better::neither));
+    probe.send(mebibytes("memory-available", "Memory available now", machine.available, Better::neither));
     probe.send(mebibytes("memory-limit", "Most that may be under way to the device at once",
                          held.inFlightLimit, Better::neither));
     probe.send(mebibytes("memory-images", "Images on the device, held at the end",

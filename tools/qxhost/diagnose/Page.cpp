@@ -5,6 +5,7 @@
 #include "tools/qxhost/diagnose/TextReport.h"
 #include "tools/qxhost/diagnose/Verdict.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <fmt/format.h>
 
@@ -58,9 +59,12 @@ std::string_view entityOf(char c)
 std::string section(const std::string& heading, const std::string& explanation, const std::string& content,
                     const char* style = "")
 {
-    return content.empty() ? ""
-                           : fmt::format("<section{}>\n<h2>{}</h2>\n<p><small>{}</small></p>\n{}</section>\n",
-                                         style, heading, explanation, content);
+    if (content.empty()) {
+        return {};
+    }
+    const std::string small =
+        explanation.empty() ? "" : fmt::format("<p><small>{}</small></p>\n", explanation);
+    return fmt::format("<section{}>\n<h2>{}</h2>\n{}{}</section>\n", style, heading, small, content);
 }
 
 std::vector<const Figure*> figuresOf(const Report& report, std::string_view group)
@@ -140,17 +144,21 @@ std::string changeTable(const Comparison& comparison)
 
 std::string comparisonSection(const Comparison& comparison)
 {
+    const auto same =
+        std::count_if(comparison.changes.begin(), comparison.changes.end(),
+                      [](const Change& change) { return change.meaning == Change::Meaning::same; });
     std::string content;
     for (const std::string& remark : comparison.remarks) {
         content += fmt::format("<p>{}</p>\n", escaped(remark));
     }
-    content += changePlot(comparison) + changeTable(comparison);
-    return section(
-        "What changed since " + escaped(comparison.name),
-        fmt::format(
-            "The earlier run: {}, {}. To the right: better. Up to {:.0f} % two runs differ by anyhow.",
-            escaped(comparison.date), escaped(comparison.device), noise),
-        content, " class=\"long\" id=\"comparison\"");
+    content += changePlot(comparison);
+    content += fmt::format(
+        "<p>{} of {} figures are the same, within the {:.0f} % that two runs differ by anyhow.</p>\n", same,
+        comparison.changes.size(), noise);
+    return section("What changed since " + escaped(comparison.name),
+                   fmt::format("The earlier run: {}, {}. To the right: better.", escaped(comparison.date),
+                               escaped(comparison.device)),
+                   content, " id=\"comparison\"");
 }
 
 std::string suiteSection(const Report& report)
@@ -244,9 +252,9 @@ std::string machineSection(const Report& report)
 
 std::string plotSections(const Report& report)
 {
-    const std::string marks =
-        "The mark on a bar is what a plain copy of the same bytes makes on this machine, and the "
-        "percentage is of that.";
+    const std::string marks = "A mark on a bar is what a plain copy of the same bytes makes on this machine "
+                              "(none where that is far off), and the "
+                              "percentage is of that.";
     const std::string courses = coursePlots(report);
     return section("Moving frames",
                    "Gigabytes a second to the device and back, for frames of 8 bits a component.",
@@ -309,8 +317,12 @@ std::string pageOf(const Report& report, const std::optional<Comparison>& compar
     if (comparison) {
         page += comparisonSection(*comparison);
     }
-    page += checksSection(report) + plotSections(report) + suiteSection(report) + tableSection(report) +
-            machineSection(report);
+    page += checksSection(report) + plotSections(report) + suiteSection(report) + tableSection(report);
+    if (comparison) {
+        page += section("All changes since " + escaped(comparison->name), "", changeTable(*comparison),
+                        " class=\"long\"");
+    }
+    page += machineSection(report);
     return page + "</main>\n</body>\n</html>\n";
 }
 

@@ -282,7 +282,7 @@ std::string changePlot(const Comparison& comparison)
     constexpr double middle = barWidth / 2;
     std::string text;
     for (const Change& change : comparison.changes) {
-        if (!change.percent) {
+        if (!change.percent || change.meaning == Change::Meaning::same) {
             continue;
         }
         const double length = middle * std::clamp(improvement(change) / largest, -1.0, 1.0);

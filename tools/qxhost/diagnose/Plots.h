@@ -22,7 +22,7 @@ std::string transferPlot(const Report& report);
 /// How long frames took in the course of each measurement, for those of many samples.
 std::string coursePlots(const Report& report);
 
-/// By how many percent each figure changed: to the right for the better.
+/// By how many percent figures changed, those that did: to the right for the better.
 std::string changePlot(const Comparison& comparison);
 
 } // namespace Qx::Diagnosis

@@ -46,6 +46,14 @@ public:
     /// Says what the operations that follow are.
     void doing(std::string_view what) { life_.doing(what); }
 
+    /// The same for what compiles effects. The host watches its compilers itself, and ends what takes too
+    /// long.
+    void compiling(std::string_view what)
+    {
+        constexpr std::uint32_t patience = 10;
+        life_.doing(what, patience);
+    }
+
     /// Announces an operation; false when it counts as refused. Any thread.
     bool operation();
 

@@ -54,7 +54,7 @@ const std::vector<Group>& groups()
 {
     static const std::vector<Group> all{
         {"suite", "The suite's rates: how fast orders are taken, which the device may fall behind"},
-        {"copies", "What a plain copy makes on this machine"},
+        {"copies", "What a plain copy makes on this machine (in memory: one thread)"},
         {"transfers", "Moving frames to the device and back"},
         {"latency", "One small frame, there and back"},
         {"conversions", "Conversions on the device, 1920 x 1080"},

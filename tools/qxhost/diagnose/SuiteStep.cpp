@@ -23,11 +23,11 @@ struct SuiteRate
 };
 
 constexpr std::array suiteRates{
-    SuiteRate{"suite-upload", "Uploads"},
-    SuiteRate{"suite-download", "Downloads"},
-    SuiteRate{"suite-shader", "Draws through cc3.fx"},
-    SuiteRate{"suite-playback", "Playback: upload and draw"},
-    SuiteRate{"suite-render", "Render: upload, draw and download"},
+    SuiteRate{"suite-upload", "Suite: uploads"},
+    SuiteRate{"suite-download", "Suite: downloads"},
+    SuiteRate{"suite-shader", "Suite: draws through cc3.fx"},
+    SuiteRate{"suite-playback", "Suite: playback (upload, draw)"},
+    SuiteRate{"suite-render", "Suite: render (upload, draw, download)"},
 };
 
 /// The rate of a line such as "123.45fps".

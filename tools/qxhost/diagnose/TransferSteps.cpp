@@ -54,7 +54,7 @@ void measureLatency(Probe& probe, Yardsticks&)
         const Qx::Ptr<iHostImage> back = probe.download(probe.upload(image));
         return back && back->map(iHostImage::Read) != nullptr;
     };
-    probe.send(durationFigure("latency", "latency", "64 x 64, written, sent, read back and seen",
+    probe.send(durationFigure("latency", "latency", "64 x 64, sent, read back and seen",
                               timeWork(probe, thereAndBack, Basis::waited)));
 }
 

@@ -68,7 +68,7 @@ Figure measureStreamCount(Probe& probe, int count)
     Figure figure;
     figure.id = fmt::format("streams-{}", count);
     figure.group = "streams";
-    figure.title = fmt::format("{} stream{}, all together", count, count == 1 ? "" : "s");
+    figure.title = fmt::format("Whole frames, {} stream{} together", count, count == 1 ? "" : "s");
     figure.unit = "frames/s";
     figure.failed = failed;
     if (failed) {
@@ -148,7 +148,8 @@ void measureFrames(Probe& probe, Yardsticks&)
         const Timing timing = timeWork(
             probe, [&] { return frames.next(); }, Basis::waited);
         probe.send(rateFigure(fmt::format("frame-{}", size->id), "frames",
-                              fmt::format("{} x {}, 8 bits", size->width, size->height), timing));
+                              fmt::format("Whole frames, {} x {}, 8 bits", size->width, size->height),
+                              timing));
         frames.drain();
     }
 }

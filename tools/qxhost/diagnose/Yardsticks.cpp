@@ -98,13 +98,13 @@ void measureCopies(Probe& probe, Yardsticks& yardsticks)
     for (const auto format : {iGPUImage::eARGB8, iGPUImage::eARGB16}) {
         const int bits = format == iGPUImage::eARGB8 ? 8 : 16;
         probe.send(bandwidthFigure(fmt::format("copy-device-{}", bits), "copies",
-                                   fmt::format("On the device, 1920 x 1080, {} bits", bits),
+                                   fmt::format("Copy on the device, 1920 x 1080, {} bits", bits),
                                    yardsticks.deviceCopy(format), bytesOf(hd, format)));
     }
     for (const FrameSize& size : frameSizes) {
         probe.send(bandwidthFigure(fmt::format("copy-memory-{}", size.id), "copies",
-                                   fmt::format("In memory, one thread, {}", size.name),
-                                   yardsticks.memoryCopy(size), bytesOf(size, iGPUImage::eARGB8)));
+                                   fmt::format("Copy in memory, {}", size.name), yardsticks.memoryCopy(size),
+                                   bytesOf(size, iGPUImage::eARGB8)));
     }
 }
 

@@ -119,19 +119,25 @@ std::optional<double> Timing::milliseconds() const
 
 namespace {
 
-/// How many frames make a block, from one that was timed after a warm-up; empty when the device refuses.
+/// How many frames make a block, after a warm-up; empty when the device refuses. Long blocks would have more
+/// images under way than caches hold, which no editor has.
 std::optional<int> blockLength(Probe& probe, const std::function<bool()>& frame)
 {
-    constexpr double blockMilliseconds = 40;
+    constexpr double blockMilliseconds = 12;
     constexpr double mostFrames = 32;
     // The first frame pays for what is made at first use. When even it is long, a second one tells no more.
     std::optional<double> one = timeBlock(probe, frame, 1);
     if (one && *one < blockMilliseconds) {
         one = timeBlock(probe, frame, 1);
     }
-    return one ? std::optional(
-                     static_cast<int>(std::clamp(blockMilliseconds / std::max(*one, 1e-3), 1.0, mostFrames)))
-               : std::nullopt;
+    if (!one) {
+        return std::nullopt;
+    }
+    const int frames =
+        static_cast<int>(std::clamp(blockMilliseconds / std::max(*one, 1e-3), 1.0, mostFrames));
+    // The first block pays for as many images as it has under way.
+    const bool warm = frames == 1 || timeBlock(probe, frame, frames);
+    return warm ? std::optional(frames) : std::nullopt;
 }
 
 } // namespace

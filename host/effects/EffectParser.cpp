@@ -61,6 +61,7 @@ EffectSyntax EffectParser::parse()
             if (problems_.enough()) {
                 throw;
             }
+            effect_.complete = false;
             reader_.skipItem(item);
         }
         checkSize(*item);
@@ -237,8 +238,8 @@ void EffectParser::parseState(EffectSyntax::Pass& pass)
     reader_.expect(";", "after the state " + state);
     if (equalIgnoringCase(name.text, "VertexShader")) {
         if (value.size() != 1 || !equalIgnoringCase(value[0].text, "NULL")) {
-            throw CompileError(name.at, "vertex shaders are not supported: a pass draws one rectangle; leave "
-                                        "VertexShader out");
+            problems_.fail({name.at, "vertex shaders are not supported: a pass draws one rectangle; leave "
+                                     "VertexShader out"});
         }
     } else if (indexed || !isRenderState(name.text)) {
         problems_.fail({name.at, "unknown state " + state + " in a pass" + likelyRenderState(name.text)});
@@ -260,7 +261,7 @@ void EffectParser::parseCompile(EffectSyntax::Pass& pass)
     const std::array<std::string_view, 5> profiles{"ps_2_0", "ps_2_a", "ps_2_b", "ps_2_sw", "ps_3_0"};
     if (std::none_of(profiles.begin(), profiles.end(),
                      [&](std::string_view known) { return equalIgnoringCase(known, profile.text); })) {
-        throw CompileError(profile.at, "unknown profile " + inQuotes(profile.text) + "; write ps_3_0");
+        problems_.fail({profile.at, "unknown profile " + inQuotes(profile.text) + "; write ps_3_0"});
     }
     pass.entry = reader_.expectName("the function to compile");
     if (!reader_.peek().is("(")) {
@@ -319,8 +320,12 @@ void EffectParser::parseSampler()
     reader_.expect("{", "after 'sampler_state'");
     const bool allKnown = parseSamplerState(sampler);
     reader_.expect(";", "after sampler " + name);
-    if (sampler.texture.kind == TokenKind::End && allKnown) {
-        throw CompileError(sampler.name.at, "sampler " + name + " has no texture; write Texture = <NAME>;");
+    if (sampler.texture.kind == TokenKind::End) {
+        if (allKnown) {
+            throw CompileError(sampler.name.at,
+                               "sampler " + name + " has no texture; write Texture = <NAME>;");
+        }
+        effect_.complete = false; // one of the unknown states may be meant for it
     }
     effect_.samplers.push_back(std::move(sampler));
 }

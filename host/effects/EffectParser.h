@@ -22,8 +22,8 @@ public:
     }
 
     /// What the effect says. What cannot be read becomes a problem, is left out, and reading goes on behind
-    /// it; the result then is good for nothing but looking for more problems. Throws CompileError when there
-    /// are too many.
+    /// it; the result then is good for nothing but looking for more problems, and where it is not complete
+    /// not even for that. Throws CompileError when there are too many.
     EffectSyntax parse();
 
 private:

@@ -33,6 +33,7 @@ void settings(Input input);      ///< a settings file
 void effectArchive(Input input); ///< a compiled effect, from a cache or a worker
 void cacheRecord(Input input);   ///< a file of the cache
 void worker(Input input);        ///< the frames that host and worker process send each other
+void cube(Input input);          ///< a .cube file
 
 struct Target
 {
@@ -46,6 +47,7 @@ inline constexpr std::array targets{Target{"preprocessor", preprocessor},
                                     Target{"settings", settings},
                                     Target{"effectArchive", effectArchive},
                                     Target{"cacheRecord", cacheRecord},
-                                    Target{"worker", worker}};
+                                    Target{"worker", worker},
+                                    Target{"cube", cube}};
 
 } // namespace Qx::Fuzz

@@ -50,6 +50,10 @@ void append(std::vector<Token>& to, const std::vector<Token>& tokens)
 
 EffectSyntax EffectParser::parse()
 {
+    // A mistake in a macro is one problem, however often the macro stands there; finding the end of what is
+    // wrong may mean to read on to the file's end every time.
+    constexpr int mostFailures = 50;
+    int failures = 0;
     while (!reader_.atEnd()) {
         const Token* const item = reader_.position();
         try {
@@ -58,7 +62,7 @@ EffectSyntax EffectParser::parse()
             throw;
         } catch (const CompileError& error) {
             problems_.fail(error);
-            if (problems_.enough()) {
+            if (problems_.enough() || ++failures == mostFailures) {
                 throw;
             }
             effect_.complete = false;

@@ -1,6 +1,5 @@
 #include "host/cache/FileStore.h"
 
-#include "host/cache/Bytes.h"
 #include "host/cache/ReadWhole.h"
 
 #include <algorithm>
@@ -19,9 +18,6 @@
 namespace Qx::Host::Cache {
 namespace {
 
-constexpr std::uint64_t fileMark = 0x3145484341435851; // "QXCACHE1": a change of the format changes it
-constexpr std::size_t headerBytes = 8 + 1 + std::tuple_size_v<Digest> + 8;
-constexpr std::size_t digestBytes = std::tuple_size_v<Digest>;
 constexpr std::size_t mostEntryBytes = 256U << 20U;
 
 /// A file being written. Nobody writes for so long: an older one has lost its writer.
@@ -42,7 +38,7 @@ std::string nameOf(Kind kind, const Digest& key)
 
 bool isEntry(std::string_view name, Kind kind)
 {
-    constexpr std::size_t digits = 2 * digestBytes;
+    constexpr std::size_t digits = 2 * std::tuple_size_v<Digest>;
     return name.size() == digits + endingOf(kind).size() && name.ends_with(endingOf(kind)) &&
            name.find_first_not_of("0123456789abcdef") >= digits;
 }
@@ -155,51 +151,6 @@ std::vector<Listed> list(const Descriptor& directory, Wanted&& wanted)
     return found;
 }
 
-std::vector<std::byte> fileOf(Kind kind, const Digest& key, std::span<const std::byte> content)
-{
-    ByteWriter to;
-    to.number(fileMark);
-    to.enumeration(kind);
-    to.raw(key);
-    to.number(static_cast<std::uint64_t>(content.size()));
-    to.raw(content);
-    to.raw(digestOf(to.bytes()));
-    return to.take();
-}
-
-enum class Condition
-{
-    Whole,
-    OtherFormat,
-    Damaged
-};
-
-/// Leaves the content alone of a whole file.
-Condition unwrap(std::vector<std::byte>& file, Kind kind, const Digest& key)
-{
-    ByteReader from(file);
-    if (from.number<std::uint64_t>() != fileMark) {
-        return file.size() >= sizeof fileMark ? Condition::OtherFormat : Condition::Damaged;
-    }
-    if (file.size() < headerBytes + digestBytes) {
-        return Condition::Damaged;
-    }
-    const std::span<const std::byte> all(file);
-    const Digest digest = digestOf(all.first(all.size() - digestBytes));
-    const auto storedKind = from.number<std::uint8_t>();
-    const std::span<const std::byte> storedKey = from.raw(key.size());
-    const auto length = from.number<std::uint64_t>();
-    if (!std::equal(digest.begin(), digest.end(), all.end() - digestBytes) ||
-        storedKind != static_cast<std::uint8_t>(kind) ||
-        !std::equal(key.begin(), key.end(), storedKey.begin()) ||
-        length != file.size() - headerBytes - digestBytes) {
-        return Condition::Damaged;
-    }
-    file.erase(file.begin(), file.begin() + headerBytes);
-    file.resize(static_cast<std::size_t>(length));
-    return Condition::Whole;
-}
-
 } // namespace
 
 FileStore::FileStore(std::filesystem::path directory, std::uint64_t mostBytes, Complain complain)
@@ -237,7 +188,7 @@ std::optional<std::vector<std::byte>> FileStore::load(Kind kind, const Digest& k
         return std::nullopt;
     }
     std::optional<std::vector<std::byte>> bytes = readWhole(file, mostEntryBytes);
-    const Condition condition = bytes ? unwrap(*bytes, kind, key) : Condition::Damaged;
+    const Condition condition = bytes ? unwrapRecord(*bytes, kind, key) : Condition::Damaged;
     if (condition == Condition::Whole) {
         // Marks it as used; where that is not allowed the order of removal is that of making.
         static_cast<void>(futimens(file.number(), nullptr));
@@ -271,7 +222,7 @@ std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::
         return systemError(errno);
     }
     // Not synced to the disk: after a crash the checksum tells.
-    const bool done = writeAll(file.number(), fileOf(kind, key, content)) && file.close() &&
+    const bool done = writeAll(file.number(), writeRecord(kind, key, content)) && file.close() &&
                       renameat(directory.number(), unfinished.c_str(), directory.number(), name.c_str()) == 0;
     if (!done) {
         // What is not there any more fell to somebody who clears the store: that is no fault.
@@ -283,7 +234,7 @@ std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::
 
 void FileStore::store(Kind kind, const Digest& key, std::span<const std::byte> content)
 {
-    const std::size_t bytes = headerBytes + content.size() + digestBytes;
+    const std::size_t bytes = content.size() + recordOverhead();
     if (bytes > std::min<std::uint64_t>(mostBytes_, mostEntryBytes)) {
         return;
     }

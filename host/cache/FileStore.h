@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/cache/Sha256.h"
+#include "host/cache/Record.h"
 
 #include <atomic>
 #include <cstddef>
@@ -13,13 +13,6 @@
 #include <vector>
 
 namespace Qx::Host::Cache {
-
-/// What an entry holds: the end of its file's name.
-enum class Kind : std::uint8_t
-{
-    Effect,
-    Pipelines,
-};
 
 /// A directory of checksummed files, shared by all processes of a user, that may lose any of them at any
 /// time: whoever asks for an entry that is not there, not whole or not to be trusted gets none and makes it

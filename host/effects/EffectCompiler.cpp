@@ -62,7 +62,8 @@ private:
         std::size_t text;
     };
 
-    /// False after an error: without the whole effect, looking further would only find what follows from it.
+    /// False when something could not be read: without the whole effect, looking further would only find what
+    /// follows from that.
     bool read(const std::filesystem::path& file, const EffectCompilerOptions& options)
     {
         Preprocessor preprocessor(files_, options, problems_);
@@ -74,7 +75,7 @@ private:
         if (!problems_.failed() && syntax_.techniques.empty()) {
             throw CompileError(tokens.back().at, "the effect has no technique");
         }
-        return !problems_.failed();
+        return syntax_.complete;
     }
 
     void compile()

@@ -3,6 +3,7 @@
 #include "host/core/Suggestion.h"
 #include "host/effects/EffectStates.h"
 #include "host/effects/HlslChecks.h"
+#include "host/effects/Remainders.h"
 
 #include <algorithm>
 #include <array>
@@ -49,6 +50,10 @@ void append(std::vector<Token>& to, const std::vector<Token>& tokens)
 
 EffectSyntax EffectParser::parse()
 {
+    // A mistake in a macro is one problem, however often the macro stands there; finding the end of what is
+    // wrong may mean to read on to the file's end every time.
+    constexpr int mostFailures = 50;
+    int failures = 0;
     while (!reader_.atEnd()) {
         const Token* const item = reader_.position();
         try {
@@ -57,9 +62,10 @@ EffectSyntax EffectParser::parse()
             throw;
         } catch (const CompileError& error) {
             problems_.fail(error);
-            if (problems_.enough()) {
+            if (problems_.enough() || ++failures == mostFailures) {
                 throw;
             }
+            effect_.complete = false;
             reader_.skipItem(item);
         }
         checkSize(*item);
@@ -236,8 +242,8 @@ void EffectParser::parseState(EffectSyntax::Pass& pass)
     reader_.expect(";", "after the state " + state);
     if (equalIgnoringCase(name.text, "VertexShader")) {
         if (value.size() != 1 || !equalIgnoringCase(value[0].text, "NULL")) {
-            throw CompileError(name.at, "vertex shaders are not supported: a pass draws one rectangle; leave "
-                                        "VertexShader out");
+            problems_.fail({name.at, "vertex shaders are not supported: a pass draws one rectangle; leave "
+                                     "VertexShader out"});
         }
     } else if (indexed || !isRenderState(name.text)) {
         problems_.fail({name.at, "unknown state " + state + " in a pass" + likelyRenderState(name.text)});
@@ -259,7 +265,7 @@ void EffectParser::parseCompile(EffectSyntax::Pass& pass)
     const std::array<std::string_view, 5> profiles{"ps_2_0", "ps_2_a", "ps_2_b", "ps_2_sw", "ps_3_0"};
     if (std::none_of(profiles.begin(), profiles.end(),
                      [&](std::string_view known) { return equalIgnoringCase(known, profile.text); })) {
-        throw CompileError(profile.at, "unknown profile " + inQuotes(profile.text) + "; write ps_3_0");
+        problems_.fail({profile.at, "unknown profile " + inQuotes(profile.text) + "; write ps_3_0"});
     }
     pass.entry = reader_.expectName("the function to compile");
     if (!reader_.peek().is("(")) {
@@ -268,7 +274,7 @@ void EffectParser::parseCompile(EffectSyntax::Pass& pass)
     const Token open = reader_.take();
     while (!reader_.peek().is(")")) {
         pass.arguments.push_back(
-            checked(reader_.takeUntil(",)", "the arguments of the function to compile", &open)));
+            checkedValue(reader_.takeUntil(",)", "the arguments of the function to compile", &open)));
         if (pass.arguments.back().empty()) {
             throw CompileError(reader_.peek().at, "an argument is missing");
         }
@@ -318,8 +324,12 @@ void EffectParser::parseSampler()
     reader_.expect("{", "after 'sampler_state'");
     const bool allKnown = parseSamplerState(sampler);
     reader_.expect(";", "after sampler " + name);
-    if (sampler.texture.kind == TokenKind::End && allKnown) {
-        throw CompileError(sampler.name.at, "sampler " + name + " has no texture; write Texture = <NAME>;");
+    if (sampler.texture.kind == TokenKind::End) {
+        if (allKnown) {
+            throw CompileError(sampler.name.at,
+                               "sampler " + name + " has no texture; write Texture = <NAME>;");
+        }
+        effect_.complete = false; // one of the unknown states may be meant for it
     }
     effect_.samplers.push_back(std::move(sampler));
 }
@@ -593,9 +603,34 @@ EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSynta
         if (parameter.defaultValue.empty()) {
             throw reader_.unexpected("a value", "after '='");
         }
+        refuseFloatRemainder(parameter.defaultValue);
         append(piece.text, parameter.defaultValue);
     }
     return parameter;
+}
+
+/// The HLSL compiler wants a constant here, and works out the remainders of whole numbers only.
+void EffectParser::refuseFloatRemainder(const Tokens& value) const
+{
+    const auto remainder =
+        std::find_if(value.begin(), value.end(), [](const Token& token) { return token.is("%"); });
+    if (remainder == value.end()) {
+        return;
+    }
+    Tokens tokens = value;
+    tokens.push_back(endTokenAfter(tokens, remainder->at));
+    bool whole = false;
+    try {
+        whole = ConstantReader(tokens.data(), [this](const Token& name) { return constantNamed(name); })
+                    .readInitializer()
+                    .integer;
+    } catch (const CompileError&) {
+        // What cannot be worked out here may be a float as well.
+    }
+    if (!whole) {
+        throw CompileError(remainder->at, "'%' of floats cannot stand in the value of a parameter; write out "
+                                          "what it comes to");
+    }
 }
 
 void EffectParser::parseBody(EffectSyntax::Piece& piece)
@@ -609,7 +644,7 @@ void EffectParser::parseBody(EffectSyntax::Piece& piece)
     }
     piece.function.hasBody = true;
     piece.bodyBegin = piece.text.size();
-    append(piece.text, checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text))));
+    append(piece.text, checkedValue(reader_.takeBracketed("the body of " + inQuotes(piece.name.text))));
 }
 
 void EffectParser::parseVariables(const Qualifiers& qualifiers, const EffectSyntax::Type& type, Token name)
@@ -657,7 +692,8 @@ void EffectParser::parseConstant(bool isConst, const EffectSyntax::Type& type, c
         if (value.empty()) {
             throw reader_.unexpected("a value", "after '='");
         }
-        append(piece.text, value);
+        const bool whole = type.numeric && type.numeric->scalar != NumericType::Scalar::Float;
+        append(piece.text, whole ? value : keepRemainders(value)); // whole ones may be sizes of arrays
         if (isConst && dimensions.empty()) {
             rememberConstant(type, name, value);
         }
@@ -755,6 +791,11 @@ std::optional<ConstantValue> EffectParser::constantNamed(const Token& name) cons
 EffectParser::Tokens EffectParser::checked(const Tokens& tokens) const
 {
     return checkedHlsl(tokens, [this](const Token& name) { return constantNamed(name); });
+}
+
+EffectParser::Tokens EffectParser::checkedValue(const Tokens& tokens) const
+{
+    return keepRemainders(checked(tokens));
 }
 
 void EffectParser::claimName(const Token& name)

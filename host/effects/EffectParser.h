@@ -22,8 +22,8 @@ public:
     }
 
     /// What the effect says. What cannot be read becomes a problem, is left out, and reading goes on behind
-    /// it; the result then is good for nothing but looking for more problems. Throws CompileError when there
-    /// are too many.
+    /// it; the result then is good for nothing but looking for more problems, and where it is not complete
+    /// not even for that. Throws CompileError when there are too many.
     EffectSyntax parse();
 
 private:
@@ -57,6 +57,7 @@ private:
     void parseDeclaration();
     void parseFunction(const Qualifiers& qualifiers, EffectSyntax::Type type, const Token& name);
     EffectSyntax::FunctionParameter parseFunctionParameter(EffectSyntax::Piece& piece);
+    void refuseFloatRemainder(const Tokens& value) const;
     void parseBody(EffectSyntax::Piece& piece);
     void parseVariables(const Qualifiers& qualifiers, const EffectSyntax::Type& type, Token name);
     void parseConstant(bool isConst, const EffectSyntax::Type& type, const Token& name);
@@ -73,6 +74,8 @@ private:
     ConstantValue evaluateInitializer(Tokens tokens, const Token& name);
     std::optional<ConstantValue> constantNamed(const Token& name) const;
     Tokens checked(const Tokens& tokens) const;
+    Tokens
+    checkedValue(const Tokens& tokens) const; ///< of a body or a value, as the HLSL compiler is to get it
     void claimName(const Token& name);
     void claimTypeName(const Token& name);
     void checkType(const EffectSyntax::Type& type) const;

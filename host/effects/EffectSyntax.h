@@ -119,6 +119,7 @@ struct EffectSyntax
         std::vector<Pass> passes;
     };
 
+    bool complete = true;      ///< nothing was left out; false only beside an error
     std::vector<Piece> pieces; ///< in the file's order
     std::vector<Parameter> parameters;
     std::vector<Texture> textures;

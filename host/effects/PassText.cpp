@@ -3,6 +3,7 @@
 #include "host/core/Suggestion.h"
 #include "host/effects/EntryCall.h"
 #include "host/effects/Preprocessor.h"
+#include "host/effects/Remainders.h"
 
 #include <algorithm>
 
@@ -98,11 +99,11 @@ private:
     PassText text_;
 };
 
-void writePrelude(Output& output, Location at)
+void writeLines(Output& output, std::string_view lines, Location at)
 {
-    for (std::size_t begin = 0; begin < prelude.size();) {
-        const std::size_t end = prelude.find('\n', begin);
-        output.add(prelude.substr(begin, end - begin), at);
+    for (std::size_t begin = 0; begin < lines.size();) {
+        const std::size_t end = lines.find('\n', begin);
+        output.add(lines.substr(begin, end - begin), at);
         begin = end + 1;
     }
 }
@@ -270,7 +271,10 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
     std::unordered_set<std::string_view> names = reachableFrom(pass);
     const auto used = [&](std::string_view name) { return names.count(name) != 0; };
     Output output;
-    writePrelude(output, pass.entry.at);
+    writeLines(output, prelude, pass.entry.at);
+    if (used("qxfx_divisor")) {
+        writeLines(output, remainderFunctions, pass.entry.at);
+    }
     output.add("cbuffer qxfx_uniforms : register(b0) { float4 qxfx_area : packoffset(c0);", pass.entry.at);
     output.add("float4 qxfx_coordinates[" + std::to_string(CompiledEffect::SystemUniforms::maxTexCoords) +
                    "] : packoffset(c1);",

@@ -29,6 +29,20 @@ void addFilesOf(const std::filesystem::path& directory, std::vector<std::string>
     std::sort(names.begin(), names.end()); // directories have an order of their own
 }
 
+/// What every compiler defines by itself.
+bool isBuiltIn(std::string_view name)
+{
+    return name == "__LINE__" || name == "__FILE__";
+}
+
+/// For the name of a macro that is to be defined or undefined.
+void checkMacroName(const Token& name)
+{
+    if (name.is("defined") || isBuiltIn(name.text)) {
+        throw CompileError(name.at, inQuotes(name.text) + " cannot be a macro of the effect's own");
+    }
+}
+
 } // namespace
 
 struct Preprocessor::Macro
@@ -206,6 +220,7 @@ void Preprocessor::directive(const Token* begin, const Token* end, Location hash
         if (end - begin != 2 || begin[1].kind != TokenKind::Identifier) {
             throw CompileError(begin->at, "#undef takes the name of one macro");
         }
+        checkMacroName(begin[1]);
         if (const auto found = macros_.find(begin[1].text); found != macros_.end()) {
             retired_.push_back(std::move(found->second));
             macros_.erase(found);
@@ -252,7 +267,7 @@ bool Preprocessor::conditional(const Token* begin, const Token* end, std::vector
             if (end - begin < 2 || begin[1].kind != TokenKind::Identifier) {
                 throw CompileError(begin->at, "#" + std::string(word) + " takes the name of a macro");
             }
-            holds = (macros_.count(begin[1].text) != 0) == (word == "ifdef");
+            holds = isDefined(begin[1].text) == (word == "ifdef");
         }
         conditions.back().active = holds;
         conditions.back().taken = holds;
@@ -279,6 +294,11 @@ bool Preprocessor::conditional(const Token* begin, const Token* end, std::vector
     return true;
 }
 
+bool Preprocessor::isDefined(std::string_view name) const
+{
+    return isBuiltIn(name) || macros_.count(name) != 0;
+}
+
 bool Preprocessor::evaluateCondition(const Token* begin, const Token* end)
 {
     Tokens line;
@@ -295,7 +315,7 @@ bool Preprocessor::evaluateCondition(const Token* begin, const Token* end)
         }
         Token answer = *token;
         answer.kind = TokenKind::Number;
-        answer.text = macros_.count(name->text) != 0 ? "1" : "0";
+        answer.text = isDefined(name->text) ? "1" : "0";
         line.push_back(answer);
         token = bracket ? token + 3 : name;
     }
@@ -402,9 +422,7 @@ void Preprocessor::define(const Token* begin, const Token* end)
     auto macro = std::make_unique<Macro>();
     macro->name = begin->text;
     macro->at = begin->at;
-    if (macro->name == "defined") {
-        throw CompileError(begin->at, "'defined' cannot be a macro");
-    }
+    checkMacroName(*begin);
     const Token* body = begin + 1;
     if (body != end && body->is("(") && !body->spaceBefore) {
         macro->functionLike = true;
@@ -491,6 +509,9 @@ void Preprocessor::expand(const Token* begin, const Token* end, Tokens& output, 
         }
         Token token = *context.position++;
         countStep(token);
+        if (token.kind == TokenKind::Identifier && isBuiltIn(token.text)) {
+            token = builtIn(token);
+        }
         if (token.kind == TokenKind::Identifier && !token.noExpand && expandMacro(contexts, token, depth)) {
             continue;
         }
@@ -517,6 +538,20 @@ void Preprocessor::expandIntoEffect(const Token* begin, const Token* end)
         throw LimitError(begin->at, "the effect is too large: its tokens take more than " +
                                         std::to_string(Limits::tokenBytes) + " bytes after preprocessing");
     }
+}
+
+Token Preprocessor::builtIn(Token name)
+{
+    if (name.is("__LINE__")) {
+        name.kind = TokenKind::Number;
+        name.text = files_.keep(std::to_string(name.at.line));
+        return name;
+    }
+    std::string text = files_[name.at.file].name;
+    std::replace(text.begin(), text.end(), '"', '\''); // the language's strings have no escapes
+    name.kind = TokenKind::String;
+    name.text = files_.keep('"' + text + '"');
+    return name;
 }
 
 bool Preprocessor::expandMacro(std::vector<Context>& contexts, const Token& name, std::size_t depth)

@@ -74,10 +74,12 @@ private:
     std::vector<std::filesystem::path> searchedDirectories() const;
     void define(const Token* begin, const Token* end);
     const Token* readMacroParameters(Macro& macro, const Token* token, const Token* end) const;
+    bool isDefined(std::string_view name) const;
     bool evaluateCondition(const Token* begin, const Token* end);
 
     void expand(const Token* begin, const Token* end, Tokens& output, std::size_t depth);
     void expandIntoEffect(const Token* begin, const Token* end);
+    Token builtIn(Token name);
     bool expandMacro(std::vector<Context>& contexts, const Token& name, std::size_t depth);
     std::vector<Tokens> readArguments(std::vector<Context>& contexts, const Token& name, const Macro& macro);
     Tokens substitute(const Macro& macro, const Token& name, const std::vector<Tokens>& arguments,

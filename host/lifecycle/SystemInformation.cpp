@@ -1,12 +1,14 @@
 #include "platform/SystemInformation.h"
 
 #include "host/core/Immortal.h"
+#include "host/lifecycle/ProcessorQuota.h"
 #include "host/lifecycle/Services.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <fstream>
+#include <iterator>
 #include <sched.h>
 #include <string>
 #include <string_view>
@@ -30,6 +32,26 @@ std::uint64_t bytesOfLine(std::string_view line, std::string_view name)
     return kibibytes * 1024;
 }
 
+int processorsOfAffinity()
+{
+    // The kernel refuses a set that is smaller than its own.
+    for (std::size_t processors = 1024; processors <= 1U << 20; processors *= 2) {
+        const std::size_t bytes = CPU_ALLOC_SIZE(processors);
+        std::vector<cpu_set_t> set((bytes + sizeof(cpu_set_t) - 1) / sizeof(cpu_set_t));
+        if (sched_getaffinity(0, bytes, set.data()) == 0) {
+            return CPU_COUNT_S(bytes, set.data());
+        }
+    }
+    return static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+}
+
+int quotaOfThisProcess()
+{
+    std::ifstream file("/proc/self/cgroup");
+    const std::string membership{std::istreambuf_iterator<char>(file), {}};
+    return processorQuota("/sys/fs/cgroup", membership);
+}
+
 class SystemInformation final : public iSystemInformation
 {
 public:
@@ -47,15 +69,9 @@ public:
 
     int cpuCount() override
     {
-        // The kernel refuses a set that is smaller than its own.
-        for (std::size_t processors = 1024; processors <= 1U << 20; processors *= 2) {
-            const std::size_t bytes = CPU_ALLOC_SIZE(processors);
-            std::vector<cpu_set_t> set((bytes + sizeof(cpu_set_t) - 1) / sizeof(cpu_set_t));
-            if (sched_getaffinity(0, bytes, set.data()) == 0) {
-                return CPU_COUNT_S(bytes, set.data());
-            }
-        }
-        return static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+        const int allowed = processorsOfAffinity();
+        const int quota = quotaOfThisProcess();
+        return quota != 0 ? std::min(allowed, quota) : allowed;
     }
 };
 

@@ -80,6 +80,15 @@ WatchList& watchList()
     return immortal<WatchList>();
 }
 
+void reportStalls(WatchList::Clock::time_point now)
+{
+    for (const WatchList::Stall& stall : watchList().check(now)) {
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(stall.silence);
+        Log("Watchdog: the thread %s has not reported for %lld s\n", stall.name.c_str(),
+            static_cast<long long>(seconds.count()));
+    }
+}
+
 namespace {
 
 class Monitor
@@ -117,11 +126,7 @@ private:
     {
         std::unique_lock lock(mutex_);
         while (!changed_.wait_for(lock, std::chrono::seconds(1), [this] { return stopped_; })) {
-            for (const WatchList::Stall& stall : watchList().check(WatchList::Clock::now())) {
-                const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(stall.silence);
-                Log("Watchdog: the thread %s has not reported for %lld s\n", stall.name.c_str(),
-                    static_cast<long long>(seconds.count()));
-            }
+            reportStalls(WatchList::Clock::now());
         }
     }
 

@@ -57,6 +57,9 @@ private:
 /// The process's list.
 WatchList& watchList();
 
+/// Writes a line to the host's log for each thread of the process's list that is silent for too long now.
+void reportStalls(WatchList::Clock::time_point now);
+
 /// Starts the thread that checks the list once a second and logs what it finds; stopMonitor() ends it for
 /// good.
 void startMonitor();

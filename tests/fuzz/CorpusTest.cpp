@@ -1,3 +1,6 @@
+#include "host/cache/Record.h"
+#include "host/effects/EffectArchive.h"
+#include "host/effects/worker/Protocol.h"
 #include "tests/fuzz/Targets.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +14,12 @@
 namespace Qx::Fuzz {
 namespace {
 
+std::vector<std::uint8_t> contents(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
 class Corpus : public testing::TestWithParam<Target>
 {
 protected:
@@ -23,12 +32,6 @@ protected:
         }
         std::sort(found.begin(), found.end());
         return found;
-    }
-
-    static std::vector<std::uint8_t> contents(const std::filesystem::path& file)
-    {
-        std::ifstream stream(file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     }
 
     static void give(const std::filesystem::path& file, Input input)
@@ -59,6 +62,43 @@ TEST_P(Corpus, everyInputIsAnsweredCutAnywhere)
             give(file, Input(bytes).first(length));
         }
     }
+}
+
+/// A corpus of refused inputs would show nothing of what is behind the first check.
+class Seeds : public testing::Test
+{
+protected:
+    static std::vector<std::byte> seed(const char* name)
+    {
+        const std::vector<std::uint8_t> read = contents(std::filesystem::path(QX_CORPUS) / name);
+        const std::span<const std::byte> bytes = std::as_bytes(std::span(read));
+        return {bytes.begin(), bytes.end()};
+    }
+
+    static constexpr const char* stale = "the format has changed: run qx_fuzz_seeds tests/fuzz/corpus";
+};
+
+TEST_F(Seeds, holdWholeEffectArchives)
+{
+    for (const char* name : {"effectArchive/whole", "effectArchive/plain", "effectArchive/failed"}) {
+        EXPECT_TRUE(Host::readEffectArchive(seed(name))) << name << ": " << stale;
+    }
+}
+
+TEST_F(Seeds, holdWholeCacheRecords)
+{
+    using namespace Host::Cache;
+    const Digest key = digestOf(std::string_view("key"));
+    std::vector<std::byte> effect = seed("cacheRecord/effect");
+    EXPECT_EQ(unwrapRecord(effect, Kind::Effect, key), Condition::Whole) << stale;
+    std::vector<std::byte> empty = seed("cacheRecord/empty");
+    EXPECT_EQ(unwrapRecord(empty, Kind::Pipelines, key), Condition::Whole) << stale;
+}
+
+TEST_F(Seeds, holdWholeWorkerMessages)
+{
+    EXPECT_TRUE(Host::Worker::decodeHello(seed("worker/payload_hello"))) << stale;
+    EXPECT_TRUE(Host::Worker::decodeRequest(seed("worker/payload_request"))) << stale;
 }
 
 INSTANTIATE_TEST_SUITE_P(Fuzz, Corpus, testing::ValuesIn(targets),

@@ -56,7 +56,8 @@ void parse(EffectText& text)
         return;
     }
     const EffectSyntax syntax = EffectParser(tokens, text.problems()).parse();
-    if (text.problems().failed()) {
+    promise(syntax.complete || text.problems().failed(), "something was left out without an error");
+    if (!syntax.complete) {
         return;
     }
     CompiledEffect effect;

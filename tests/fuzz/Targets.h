@@ -26,10 +26,14 @@ inline void promise(bool holds, const std::string& what)
     }
 }
 
-void preprocessor(Input input); ///< an effect's text, and its includes behind lines "//// NAME"
-void parser(Input input);       ///< the same, up to the text that the HLSL compiler gets
-void rowGeometry(Input input);  ///< the description of an image, field after field
-void settings(Input input);     ///< a settings file
+void preprocessor(Input input);  ///< an effect's text, and its includes behind lines "//// NAME"
+void parser(Input input);        ///< the same, up to the text that the HLSL compiler gets
+void rowGeometry(Input input);   ///< the description of an image, field after field
+void settings(Input input);      ///< a settings file
+void effectArchive(Input input); ///< a compiled effect, from a cache or a worker
+void cacheRecord(Input input);   ///< a file of the cache
+void worker(Input input);        ///< the frames that host and worker process send each other
+void cube(Input input);          ///< a .cube file
 
 struct Target
 {
@@ -37,7 +41,13 @@ struct Target
     void (*run)(Input);
 };
 
-inline constexpr std::array targets{Target{"preprocessor", preprocessor}, Target{"parser", parser},
-                                    Target{"rowGeometry", rowGeometry}, Target{"settings", settings}};
+inline constexpr std::array targets{Target{"preprocessor", preprocessor},
+                                    Target{"parser", parser},
+                                    Target{"rowGeometry", rowGeometry},
+                                    Target{"settings", settings},
+                                    Target{"effectArchive", effectArchive},
+                                    Target{"cacheRecord", cacheRecord},
+                                    Target{"worker", worker},
+                                    Target{"cube", cube}};
 
 } // namespace Qx::Fuzz

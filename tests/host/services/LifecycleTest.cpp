@@ -1,4 +1,5 @@
 #include "host/Host.h"
+#include "host/lifecycle/ProcessorQuota.h"
 #include "host/lifecycle/Services.h"
 #include "host/lifecycle/ShutdownSequence.h"
 #include "host/lifecycle/StartArguments.h"
@@ -11,8 +12,12 @@
 #include "platform/SystemWatchdog.h"
 #include "platform/Text.h"
 #include "platform/Threads.h"
+#include "tests/host/services/Support.h"
 
+#include <algorithm>
+#include <chrono>
 #include <gtest/gtest.h>
+#include <latch>
 #include <limits>
 #include <sched.h>
 #include <string>
@@ -165,6 +170,82 @@ TEST_F(WatchdogTest, LifeSupportIsOfOneThread)
     EXPECT_EQ(list.check(start + seconds(6)).size(), 1U);
 }
 
+namespace {
+
+/// A thread that is watched and hangs until it is told otherwise.
+class HangingThread
+{
+public:
+    HangingThread(const char* name, bool onLifeSupport)
+        : thread_([this, name, onLifeSupport] {
+              Qx::Host::WatchedThread watched(name, 3600);
+              if (onLifeSupport) {
+                  SystemWatchdog::beginLifeSupport();
+              }
+              hangs_.count_down();
+              supported_.wait();
+              if (onLifeSupport) {
+                  SystemWatchdog::endLifeSupport();
+              }
+              hangsAgain_.count_down();
+              over_.wait();
+          })
+    {
+        hangs_.wait();
+    }
+
+    ~HangingThread() { over_.count_down(); }
+    HangingThread(const HangingThread&) = delete;
+    HangingThread& operator=(const HangingThread&) = delete;
+
+    /// Hangs on without life support.
+    void endLifeSupport()
+    {
+        supported_.count_down();
+        hangsAgain_.wait();
+    }
+
+private:
+    std::latch hangs_{1};
+    std::latch supported_{1};
+    std::latch hangsAgain_{1};
+    std::latch over_{1};
+    std::jthread thread_;
+};
+
+std::string reportedAfter(std::chrono::hours time)
+{
+    const std::size_t before = Qx::Host::Test::contentsOf(Qx::Host::Test::logFile()).size();
+    Qx::Host::reportStalls(WatchList::Clock::now() + time);
+    return Qx::Host::Test::contentsOf(Qx::Host::Test::logFile()).substr(before);
+}
+
+std::size_t linesOf(const std::string& text)
+{
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+} // namespace
+
+TEST(Watchdog, ReportsTheThreadThatHangsAndNotTheOneOnLifeSupport)
+{
+    HangingThread hanging("decoder", false);
+    HangingThread supported("suite", true);
+    EXPECT_EQ(reportedAfter(std::chrono::hours(0)), "");
+
+    const std::string text = reportedAfter(std::chrono::hours(2));
+    EXPECT_NE(text.find("Watchdog: the thread decoder has not reported for 7200 s\n"), std::string::npos)
+        << text;
+    EXPECT_EQ(linesOf(text), 1U) << text;
+    EXPECT_EQ(reportedAfter(std::chrono::hours(3)), "") << "once is enough";
+
+    supported.endLifeSupport();
+    hanging.endLifeSupport();
+    const std::string later = reportedAfter(std::chrono::hours(4));
+    EXPECT_NE(later.find("Watchdog: the thread suite has not reported for "), std::string::npos) << later;
+    EXPECT_EQ(linesOf(later), 1U) << later;
+}
+
 TEST(Watchdog, WatchesAndLetsGoOfThreads)
 {
     {
@@ -252,6 +333,22 @@ TEST(Clock, NeverGoesBack)
     }
 }
 
+TEST(Clock, CountsMilliseconds)
+{
+    using Steady = std::chrono::steady_clock;
+    using Milliseconds = std::chrono::duration<double, std::milli>;
+    const Steady::time_point outerBegin = Steady::now();
+    const double begin = service_get_msecs_precise();
+    const Steady::time_point innerBegin = Steady::now();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    const Steady::time_point innerEnd = Steady::now();
+    const double end = service_get_msecs_precise();
+    const Steady::time_point outerEnd = Steady::now();
+    constexpr double rounding = 1e-6;
+    EXPECT_GE(end - begin, Milliseconds(innerEnd - innerBegin).count() - rounding);
+    EXPECT_LE(end - begin, Milliseconds(outerEnd - outerBegin).count() + rounding);
+}
+
 TEST(SystemInformation, AgreesWithTheSystem)
 {
     const MemoryStatus memory = OS().systemInformation().memoryStatus();
@@ -263,11 +360,81 @@ TEST(SystemInformation, AgreesWithTheSystem)
     EXPECT_EQ(OS().users().isAdministrator(), geteuid() == 0);
 }
 
+namespace {
+
+/// A tree of control groups in a directory.
+struct ProcessorQuotaTest : testing::Test
+{
+    int quota(const char* membership) const { return Qx::Host::processorQuota(groups.path(), membership); }
+
+    void write(const std::string& group, const char* file, const char* text) const
+    {
+        std::filesystem::create_directories(groups / group);
+        groups.write(group + "/" + file, text);
+    }
+
+    Qx::Host::Test::TemporaryDirectory groups;
+};
+
+} // namespace
+
+TEST_F(ProcessorQuotaTest, WithoutALimitIsNone)
+{
+    EXPECT_EQ(quota(""), 0);
+    EXPECT_EQ(quota("0::/"), 0);
+    EXPECT_EQ(quota("0::/not/there\n"), 0);
+    write("box", "cpu.max", "max 100000\n");
+    EXPECT_EQ(quota("0::/box\n"), 0);
+    write("cpu/old", "cpu.cfs_quota_us", "-1\n");
+    write("cpu/old", "cpu.cfs_period_us", "100000\n");
+    EXPECT_EQ(quota("3:cpu,cpuacct:/old\n0::/\n"), 0);
+}
+
+TEST_F(ProcessorQuotaTest, IsWholeProcessorsRoundedUp)
+{
+    write("box", "cpu.max", "200000 100000\n");
+    EXPECT_EQ(quota("0::/box\n"), 2);
+    write("box", "cpu.max", "150000 100000\n");
+    EXPECT_EQ(quota("0::/box\n"), 2);
+    write("box", "cpu.max", "10000 100000\n");
+    EXPECT_EQ(quota("0::/box\n"), 1) << "a tenth of one is one";
+}
+
+TEST_F(ProcessorQuotaTest, TheLeastLimitOfAGroupAndThoseAboveCounts)
+{
+    write("a", "cpu.max", "300000 100000\n");
+    write("a/b", "cpu.max", "max 100000\n");
+    write("a/b/c", "cpu.max", "800000 100000\n");
+    EXPECT_EQ(quota("0::/a/b/c\n"), 3);
+    write(".", "cpu.max", "100000 50000\n");
+    EXPECT_EQ(quota("0::/a/b/c\n"), 2);
+    EXPECT_EQ(quota("0::/path/of/the/outside\n"), 2) << "as a container sees it";
+}
+
+TEST_F(ProcessorQuotaTest, TheFirstVersionHasAHierarchyOfItsOwn)
+{
+    write("cpu/box", "cpu.cfs_quota_us", "400000\n");
+    write("cpu/box", "cpu.cfs_period_us", "100000\n");
+    EXPECT_EQ(quota("5:memory:/other\n4:cpuset:/box\n3:cpuacct,cpu:/box\n0::/\n"), 4);
+    EXPECT_EQ(quota("4:cpuset:/box\n"), 0) << "which is another controller";
+}
+
+TEST_F(ProcessorQuotaTest, NonsenseIsNoLimit)
+{
+    for (const char* text : {"", "max", "100000", "0 0", "-5 100000", "100000 0", "x y", "1e300 1"}) {
+        write("box", "cpu.max", text);
+        EXPECT_EQ(quota("0::/box\n"), 0) << text;
+    }
+    EXPECT_EQ(quota("no colons\n:\n::"), 0);
+}
+
 TEST(SystemInformation, CountsTheProcessorsThatTheProcessMayUse)
 {
     cpu_set_t before;
     ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
-    EXPECT_EQ(OS().systemInformation().cpuCount(), CPU_COUNT(&before));
+    // A quota may leave less than the processors that the process may run on.
+    EXPECT_LE(OS().systemInformation().cpuCount(), CPU_COUNT(&before));
+    EXPECT_GE(OS().systemInformation().cpuCount(), 1);
     std::size_t first = 0;
     while (!CPU_ISSET(first, &before)) {
         ++first;

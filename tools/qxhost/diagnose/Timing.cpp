@@ -167,9 +167,6 @@ Timing timeWork(Probe& probe, const std::function<bool()>& frame, Basis basis)
         const Clock::time_point begin = Clock::now();
         return frame() ? std::optional(millisecondsSince(begin)) : std::nullopt;
     };
-    if (!once()) {
-        return failure();
-    }
     return collect(probe, basis, once);
 }
 

@@ -29,7 +29,7 @@ Timing timeFrames(Probe& probe, const std::function<bool()>& frame);
 /// outside of what their clock sees.
 Timing timeDrawing(Probe& probe, const std::function<bool()>& frame);
 
-/// The same for work that is done when `frame` returns.
+/// Times each call for work that is done when `frame` returns. The caller has warmed up.
 Timing timeWork(Probe& probe, const std::function<bool()>& frame, Basis basis);
 
 /// The figure of a timing, as "frames/s", or failed.

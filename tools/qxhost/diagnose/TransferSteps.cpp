@@ -54,6 +54,7 @@ void measureLatency(Probe& probe, Yardsticks&)
         const Qx::Ptr<iHostImage> back = probe.download(probe.upload(image));
         return back && back->map(iHostImage::Read) != nullptr;
     };
+    thereAndBack(); // pays for what is made at first use; a refusal shows again
     probe.send(durationFigure("latency", "latency", "64 x 64, sent, read back and seen",
                               timeWork(probe, thereAndBack, Basis::waited)));
 }

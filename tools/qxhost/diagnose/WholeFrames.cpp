@@ -143,7 +143,7 @@ void measureFrames(Probe& probe, Yardsticks&)
         probe.doing(fmt::format("sending whole frames of {} x {} through", size->width, size->height));
         WholeFrames frames(probe, *size);
         for (std::size_t i = 0; i < underWay; ++i) {
-            frames.next(); // from here on as many come back as go out; a refusal shows again below
+            frames.next(); // from then on as many come back as go out; a refusal shows again below
         }
         const Timing timing = timeWork(
             probe, [&] { return frames.next(); }, Basis::waited);

@@ -805,6 +805,7 @@ private:
                 "one is measured",
                 "diagnose");
         }
+        diagnoseOptions_.json = diagnoseOptions_.jsonFile == "-";
         return diagnoseOptions_;
     }
 

@@ -93,6 +93,8 @@ TEST_F(CommandLine, every_command_has_help)
     expectHelp({"thumbnail", "--help"}, {"Usage: qxhost thumbnail INPUT OUTPUT", "--size WxH", "--stretch"});
     expectHelp({"black", "--help"}, {"Usage: qxhost black OUTPUT", "--transparent"});
     expectHelp({"formats", "--help"}, {"--markdown"});
+    expectHelp({"diagnose", "--help"},
+               {"--quick", "--html FILE", "--compare RUN", "transfers", "Exit codes", "130"});
 }
 
 TEST_F(CommandLine, the_version_is_one_line)
@@ -212,6 +214,15 @@ TEST_F(CommandLine, closed_standard_output_is_a_failure_to_write)
         EXPECT_EQ(outcome.exitCode, 4);
         EXPECT_NE(outcome.err.find("standard output"), std::string::npos) << outcome.err;
     }
+}
+
+TEST_F(CommandLine, diagnosing_takes_known_steps_and_measures_or_shows)
+{
+    expectUsageError({"diagnose", "--only", "transfers,speed"}, {"speed"});
+    expectUsageError({"diagnose", "--from", "last", "--quick"}, {"--from", "--quick"});
+    expectUsageError({"diagnose", "--limit", "0"}, {"--limit"});
+    expectUsageError({"diagnose", "report.html"}, {"report.html"});
+    expectUsageError({"diagnose-measure", "3"}, {"diagnose-measure"});
 }
 
 } // namespace

@@ -137,7 +137,7 @@ TEST_F(Diagnose, a_device_that_computes_for_ever_is_a_hang_too)
     misbehave("latency:spin");
     const Outcome outcome = diagnose("latency", {"--limit", "1"});
     EXPECT_EQ(outcome.exitCode, notHealthy);
-    expectWords(outcome.out, {"no sign of life for 1 seconds", "64 x 64"});
+    expectWords(outcome.out, {"no sign of life for 1 second.", "64 x 64"});
 }
 
 TEST_F(Diagnose, a_driver_that_dies_is_told_with_what_it_was_asked_for)
@@ -276,6 +276,24 @@ TEST_F(DiagnoseKept, a_comparison_shows_the_change_of_every_figure)
     EXPECT_EQ(outcome.exitCode, healthy) << outcome.err;
     expectWords(outcome.out,
                 {"Compared with before", "40.0 frames/s", "60.0 frames/s", "+50 %  better", "+0 %  same"});
+}
+
+TEST_F(DiagnoseKept, a_comparison_is_data_too)
+{
+    writeRuns();
+    const Outcome outcome =
+        qxhost({"diagnose", "--from", "now.json", "--compare", "before.json", "--json", "-"});
+    EXPECT_EQ(outcome.exitCode, healthy) << outcome.err;
+    const Json change = parsed(outcome.out).at("comparison").at("changes").at(0);
+    EXPECT_EQ(change.at("before"), 40.0);
+    EXPECT_EQ(change.at("now"), 60.0);
+    EXPECT_EQ(change.at("percent"), 50.0);
+    EXPECT_EQ(change.at("meaning"), "better");
+    // With the comparison in it, the file is a run all the same.
+    EXPECT_EQ(qxhost({"diagnose", "--from", "now.json", "--compare", "before.json", "--json", "both.json"})
+                  .exitCode,
+              healthy);
+    EXPECT_EQ(qxhost({"diagnose", "--from", "both.json"}).exitCode, healthy);
 }
 
 TEST_F(DiagnoseKept, a_kept_run_is_found_by_its_name_and_as_the_last)

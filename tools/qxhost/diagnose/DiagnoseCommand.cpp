@@ -9,6 +9,9 @@
 #include "tools/qxhost/diagnose/SavedRuns.h"
 #include "tools/qxhost/diagnose/TextReport.h"
 
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <fmt/format.h>
@@ -166,11 +169,6 @@ private:
     bool shows_;
 };
 
-bool textIsWanted(const DiagnoseOptions& options)
-{
-    return options.jsonFile != "-";
-}
-
 Report measure(const DiagnoseOptions& options, Console& console)
 {
     Report report;
@@ -182,7 +180,7 @@ Report measure(const DiagnoseOptions& options, Console& console)
     const StopSign stop;
     const Interruption interruption([&] { stop.raise(); });
     Bar bar(console);
-    Collector collector(report, console, bar, textIsWanted(options));
+    Collector collector(report, console, bar, !options.json);
     MeasureOptions measure;
     measure.quick = options.quick;
     measure.only = options.only;
@@ -232,6 +230,62 @@ void attempt(Console& console, ExitCode& code, Write write)
     }
 }
 
+/// What was measured and shown before, shown again.
+Report recall(const DiagnoseOptions& options, Console& console)
+{
+    Report report = loadRun(options.from).report;
+    if (!options.json) {
+        TextReport text;
+        for (const SuiteLine& line : report.suite) {
+            console.data(TextReport::line(line));
+        }
+        for (const Figure& figure : report.figures) {
+            console.data(text.figure(figure));
+        }
+    }
+    return report;
+}
+
+Json everything(const Report& report, const std::optional<Comparison>& comparison)
+{
+    Json json = toJson(report);
+    if (comparison) {
+        json["comparison"] = toJson(*comparison);
+    }
+    return json;
+}
+
+void conclude(const Report& report, const Verdict& verdict, const std::optional<Comparison>& comparison,
+              bool json, Console& console)
+{
+    if (json) {
+        console.data(jsonText(everything(report, comparison)));
+        return;
+    }
+    console.data(TextReport::end(report, verdict));
+    if (comparison) {
+        console.data(TextReport::comparison(*comparison));
+    }
+}
+
+void writeFiles(const DiagnoseOptions& options, const Report& report,
+                const std::optional<Comparison>& comparison, Console& console, ExitCode& code)
+{
+    if (!options.html.empty()) {
+        attempt(console, code, [&] {
+            writeFile(options.html, pageOf(report, comparison));
+            console.note(options.html.string() + ": written");
+        });
+    }
+    if (!options.json && !options.jsonFile.empty()) {
+        attempt(console, code,
+                [&] { writeFile(options.jsonFile, jsonText(everything(report, comparison))); });
+    }
+    if (options.save) {
+        attempt(console, code, [&] { console.note("kept as " + saveRun(report).string()); });
+    }
+}
+
 } // namespace
 
 ExitCode runDiagnose(const DiagnoseOptions& options, Console& console)
@@ -242,50 +296,15 @@ ExitCode runDiagnose(const DiagnoseOptions& options, Console& console)
     if (!options.compare.empty()) {
         earlier = loadRun(options.compare);
     }
-    const bool shows = textIsWanted(options);
-    Report report;
-    if (options.from.empty()) {
-        report = measure(options, console);
-    } else {
-        report = loadRun(options.from).report;
-        TextReport text;
-        for (const SuiteLine& line : report.suite) {
-            if (shows) {
-                console.data(TextReport::line(line));
-            }
-        }
-        for (const Figure& figure : report.figures) {
-            if (shows) {
-                console.data(text.figure(figure));
-            }
-        }
-    }
+    const Report report = options.from.empty() ? measure(options, console) : recall(options, console);
     std::optional<Comparison> comparison;
     if (earlier) {
         comparison = compare(earlier->report, report, earlier->name);
     }
     const Verdict verdict = judge(report);
-    if (!shows) {
-        console.data(jsonText(toJson(report)));
-    } else {
-        console.data(TextReport::end(report, verdict));
-        if (comparison) {
-            console.data(TextReport::comparison(*comparison));
-        }
-    }
+    conclude(report, verdict, comparison, options.json, console);
     ExitCode code = codeOf(report, verdict);
-    if (!options.html.empty()) {
-        attempt(console, code, [&] {
-            writeFile(options.html, pageOf(report, comparison));
-            console.note(options.html.string() + ": written");
-        });
-    }
-    if (shows && !options.jsonFile.empty()) {
-        attempt(console, code, [&] { writeFile(options.jsonFile, jsonText(toJson(report))); });
-    }
-    if (options.save) {
-        attempt(console, code, [&] { console.note("kept as " + saveRun(report).string()); });
-    }
+    writeFiles(options, report, comparison, console, code);
     return code;
 }
 

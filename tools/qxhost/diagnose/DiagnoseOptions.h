@@ -14,7 +14,8 @@ struct DiagnoseOptions
     std::vector<std::string> only; ///< steps; empty for all
     std::string device;
     std::filesystem::path html;     ///< the page to write; empty for none
-    std::filesystem::path jsonFile; ///< "-": standard output, instead of the text
+    std::filesystem::path jsonFile; ///< "-": standard output
+    bool json = false;              ///< JSON goes to standard output instead of the text
     bool save = false;
     std::string compare; ///< a file, or a saved run's name, or "last"; empty for none
     std::string from;    ///< a run to show instead of measuring, named likewise

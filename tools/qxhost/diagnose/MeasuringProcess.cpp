@@ -9,11 +9,13 @@
 #include <deque>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <optional>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 extern char** environ; // NOLINT: POSIX declares it nowhere
 
@@ -90,7 +92,8 @@ pid_t spawn(std::vector<std::string> arguments, int out, int err, int lifeSign)
 
 std::string seconds(std::chrono::milliseconds time)
 {
-    return fmt::format("{:g} seconds", std::chrono::duration<double>(time).count());
+    const double count = std::chrono::duration<double>(time).count();
+    return fmt::format("{:g} second{}", count, count == 1 ? "" : "s");
 }
 
 } // namespace
@@ -194,92 +197,151 @@ std::string MeasuringProcess::howItEnded() const
     return fmt::format("it ended with exit code {}", WEXITSTATUS(status_));
 }
 
-Ending MeasuringProcess::watch(std::chrono::milliseconds limit, int stop, const Listener& listener)
+/// What is heard of the process, and what comes of it.
+class MeasuringProcess::Hearing
 {
-    using Kind = Ending::Kind;
-    constexpr std::chrono::seconds patience{5};
-    constexpr int pollMilliseconds = 100;
-    constexpr std::size_t linesKept = 12;
-    Lines out(out_);
-    Lines err(err_);
-    std::deque<std::string> said;
-    const auto hear = [&](const std::string& line) {
-        said.push_back(line);
-        if (said.size() > linesKept) {
-            said.pop_front();
+public:
+    Hearing(MeasuringProcess& process, const Listener& listener)
+        : process_(process),
+          listener_(listener),
+          out_(process.out_),
+          err_(process.err_),
+          pulse_(process.life_.pulse())
+    {
+    }
+
+    bool isOpen() const { return open_; }
+
+    /// Takes in what comes within a moment; true when `stop` is readable.
+    bool listen(int stop)
+    {
+        constexpr int momentMilliseconds = 100;
+        std::array<pollfd, 3> files{
+            {{out_.file(), POLLIN, 0}, {stop, POLLIN, 0}, {errOpen_ ? err_.file() : -1, POLLIN, 0}}};
+        ::poll(files.data(), files.size(), momentMilliseconds);
+        if (files[2].revents != 0) {
+            errOpen_ = err_.read([this](const std::string& line) { hear(line); });
         }
-        listener.line(line);
-    };
-    Ending ending{Kind::died, "", "", ""};
-    bool finished = false;
-    bool sound = true;
-    const auto take = [&](const std::string& line) {
-        const std::optional<Message> read = messageFrom(line);
-        sound = sound && read;
-        if (!sound) {
-            return;
+        if (files[0].revents != 0) {
+            open_ = out_.read([this](const std::string& line) { take(line); });
         }
-        const Message& message = *read;
-        finished = finished || std::holds_alternative<Finished>(message);
-        if (const auto* none = std::get_if<NoDevice>(&message)) {
-            ending = {Kind::noDevice, none->reason, "", ""};
+        const std::uint64_t pulse = process_.life_.pulse();
+        if (pulse != pulse_ || files[0].revents != 0) {
+            pulse_ = pulse;
+            lastSign_ = Clock::now();
         }
-        listener.message(message);
-    };
-    const auto giveUp = [&](Kind kind, std::string reason) {
-        ending = {kind, std::move(reason), life_.last(), ""};
-        kill();
-        if (!reap(patience)) {
+        return files[1].revents != 0;
+    }
+
+    /// Why it must be ended now, if it must.
+    std::optional<Ending> reasonToEnd(std::chrono::milliseconds limit, bool stopped) const
+    {
+        const std::chrono::milliseconds patience = limit * process_.life_.patience();
+        if (!sound_) {
+            return Ending{Kind::died, "it sent what is no message", "", ""};
+        }
+        if (stopped) {
+            return Ending{Kind::interrupted, "it was ended by Ctrl-C or a signal", "", ""};
+        }
+        if (open_ && Clock::now() - lastSign_ > patience) {
+            return Ending{Kind::hung, "no sign of life for " + seconds(patience), "", ""};
+        }
+        return std::nullopt;
+    }
+
+    /// Ends it.
+    Ending end(Ending ending)
+    {
+        constexpr std::chrono::seconds patience{5};
+        ending.doing = process_.life_.last();
+        process_.kill();
+        if (!process_.reap(patience)) {
             ending.reason += "; it cannot even be killed, the driver holds it in the kernel";
         }
-    };
+        return withLastWords(std::move(ending));
+    }
 
-    std::uint64_t pulse = life_.pulse();
-    Clock::time_point lastSign = Clock::now();
-    bool open = true;
-    bool errOpen = true;
-    bool ended = false; // by us
-    while (open && !ended) {
-        std::array<pollfd, 3> files{
-            {{out.file(), POLLIN, 0}, {stop, POLLIN, 0}, {errOpen ? err.file() : -1, POLLIN, 0}}};
-        ::poll(files.data(), files.size(), pollMilliseconds);
-        if (files[2].revents != 0) {
-            errOpen = err.read(hear);
+    /// It has ended by itself.
+    Ending conclusion()
+    {
+        if (noDevice_) {
+            return {Kind::noDevice, *noDevice_, "", ""};
         }
-        open = files[0].revents == 0 || out.read(take);
-        if (const std::uint64_t now = life_.pulse(); now != pulse || files[0].revents != 0) {
-            pulse = now;
-            lastSign = Clock::now();
+        if (finished_ && WIFEXITED(process_.status_) && WEXITSTATUS(process_.status_) == 0) {
+            return {};
         }
-        if (!sound) {
-            giveUp(Kind::died, "it sent what is no message");
-            ended = true;
-        } else if (files[1].revents != 0) {
-            giveUp(Kind::interrupted, "it was ended by Ctrl-C or a signal");
-            ended = true;
-        } else if (open && Clock::now() - lastSign > limit * life_.patience()) {
-            giveUp(Kind::hung, fmt::format("no sign of life for {}", seconds(limit * life_.patience())));
-            ended = true;
+        return withLastWords({Kind::died, process_.howItEnded(), process_.life_.last(), ""});
+    }
+
+private:
+    using Kind = Ending::Kind;
+
+    void hear(const std::string& line)
+    {
+        constexpr std::size_t linesKept = 12;
+        said_.push_back(line);
+        if (said_.size() > linesKept) {
+            said_.pop_front();
+        }
+        listener_.line(line);
+    }
+
+    void take(const std::string& line)
+    {
+        const std::optional<Message> message = messageFrom(line);
+        sound_ = sound_ && message;
+        if (!sound_) {
+            return;
+        }
+        finished_ = finished_ || std::holds_alternative<Finished>(*message);
+        if (const auto* none = std::get_if<NoDevice>(&*message)) {
+            noDevice_ = none->reason;
+        }
+        listener_.message(*message);
+    }
+
+    Ending withLastWords(Ending ending)
+    {
+        errno = 0;
+        while (errOpen_ && errno != EAGAIN) {
+            errOpen_ = err_.read([this](const std::string& line) { hear(line); });
+        }
+        if (ending.kind != Kind::interrupted) {
+            for (const std::string& line : said_) {
+                ending.said += line + "\n";
+            }
+        }
+        return ending;
+    }
+
+    MeasuringProcess& process_;
+    const Listener& listener_;
+    Lines out_;
+    Lines err_;
+    std::deque<std::string> said_;
+    std::optional<std::string> noDevice_;
+    std::uint64_t pulse_;
+    Clock::time_point lastSign_ = Clock::now();
+    bool open_ = true;
+    bool errOpen_ = true;
+    bool sound_ = true;
+    bool finished_ = false;
+};
+
+Ending MeasuringProcess::watch(std::chrono::milliseconds limit, int stop, const Listener& listener)
+{
+    Hearing hearing(*this, listener);
+    while (hearing.isOpen()) {
+        const bool stopped = hearing.listen(stop);
+        if (const std::optional<Ending> reason = hearing.reasonToEnd(limit, stopped)) {
+            return hearing.end(*reason);
         }
         listener.meanwhile();
     }
-    if (!ended && !reap(limit)) {
-        giveUp(Kind::hung, fmt::format("the measuring process did not end for {}", seconds(limit)));
-        ended = true;
+    if (!reap(limit)) {
+        return hearing.end({Ending::Kind::hung, "it did not end for " + seconds(limit), "", ""});
     }
-    while (errOpen && err.read(hear) && errno != EAGAIN) {
-        errno = 0;
-    }
-    if (!ended && ending.kind != Kind::noDevice) {
-        const bool well = finished && WIFEXITED(status_) && WEXITSTATUS(status_) == 0;
-        ending = well ? Ending{} : Ending{Kind::died, howItEnded(), life_.last(), ""};
-    }
-    if (ending.kind == Kind::died || ending.kind == Kind::hung) {
-        for (const std::string& line : said) {
-            ending.said += line + "\n";
-        }
-    }
-    return ending;
+    return hearing.conclusion();
 }
 
 } // namespace Qx::Diagnosis

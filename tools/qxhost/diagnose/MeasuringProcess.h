@@ -38,6 +38,7 @@ public:
 
 private:
     class Lines;
+    class Hearing;
 
     void kill() const;
     bool reap(std::chrono::milliseconds limit);

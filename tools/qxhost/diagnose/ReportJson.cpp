@@ -237,6 +237,24 @@ Figure figureFrom(const Json& json, const std::string& where)
     return readFigure(Place(json, where));
 }
 
+Json toJson(const Comparison& comparison)
+{
+    Json changes = Json::array();
+    for (const Change& change : comparison.changes) {
+        changes.push_back({{"title", change.title},
+                           {"unit", change.unit},
+                           {"before", orNull(change.before)},
+                           {"now", orNull(change.now)},
+                           {"percent", orNull(change.percent)},
+                           {"meaning", std::string(nameOf(change.meaning))}});
+    }
+    return {{"run", comparison.name},
+            {"date", comparison.date},
+            {"device", comparison.device},
+            {"remarks", comparison.remarks},
+            {"changes", std::move(changes)}};
+}
+
 Json toJson(const Report& report)
 {
     Json lines = Json::array();

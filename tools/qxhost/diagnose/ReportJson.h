@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/Json.h"
+#include "tools/qxhost/diagnose/Comparison.h"
 #include "tools/qxhost/diagnose/Report.h"
 
 #include <string>
@@ -14,6 +15,9 @@ Program::Json toJson(const Report& report);
 /// Reads a report that toJson() made. `name` is the file's, for messages. Throws Failure (input), which names
 /// the file, the line or the place in it, and what is wrong there.
 Report reportFrom(std::string_view text, const std::string& name);
+
+/// A comparison's remarks and changes, for other programs.
+Program::Json toJson(const Comparison& comparison);
 
 Program::Json toJson(const Figure& figure);
 

@@ -2,6 +2,7 @@
 
 #include "host/gpu/GPUService.h"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <csignal>

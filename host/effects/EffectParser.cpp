@@ -3,6 +3,7 @@
 #include "host/core/Suggestion.h"
 #include "host/effects/EffectStates.h"
 #include "host/effects/HlslChecks.h"
+#include "host/effects/HlslNames.h"
 #include "host/effects/Remainders.h"
 
 #include <algorithm>
@@ -36,9 +37,7 @@ void checkReserved(const Token& name)
 void checkName(const Token& name)
 {
     checkReserved(name);
-    if (NumericType::named(name.text)) {
-        throw CompileError(name.at, inQuotes(name.text) + " is a type; choose another name");
-    }
+    refuseHlslWord(name);
 }
 
 void append(std::vector<Token>& to, const std::vector<Token>& tokens)
@@ -385,6 +384,7 @@ void EffectParser::parseStruct()
             EffectSyntax::Member member;
             member.type = type;
             member.name = reader_.expectName("the name of a member");
+            checkName(member.name);
             const Tokens dimensions = parseDimensions();
             member.array = !dimensions.empty();
             member.semantic = parseSemantic();

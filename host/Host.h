@@ -86,6 +86,7 @@ struct CacheInfo
 {
     LightweightString<char> directory; ///< where it is kept, or would be
     bool enabled = false;              ///< the setting `cache`, with a bound of more than nothing
+    LightweightString<char> problem;   ///< why the directory cannot be used as it is now; empty when it can
     std::uint64_t limitBytes = 0;      ///< the bound of all files together, from the setting `cache_mib`
     std::uint64_t effects = 0;         ///< compiled effects
     std::uint64_t effectBytes = 0;

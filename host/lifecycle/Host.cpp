@@ -123,6 +123,7 @@ CacheInfo cacheInfo()
     CacheInfo info;
     info.directory = shared(place.directory.string());
     info.enabled = place.enabled;
+    info.problem = shared(store.problem());
     info.limitBytes = place.mostBytes;
     info.effects = effects.entries;
     info.effectBytes = effects.bytes;

@@ -114,6 +114,12 @@ TEST_F(NoWorkerTest, ItIsAnotherProgram)
     expectNoWorker("/bin/true: it ended by itself (exit code 0)");
 }
 
+TEST_F(NoWorkerTest, ItWritesWithoutEnd)
+{
+    options().program = "/usr/bin/yes";
+    expectNoWorker("/usr/bin/yes: it is no worker of this version of the host");
+}
+
 TEST_F(NoWorkerTest, ItCrashesAtTheStart)
 {
     order("greeting:crash");

@@ -159,12 +159,16 @@ bool runs(int process)
     return std::getline(status, text) && text.find(") Z ") == std::string::npos;
 }
 
-TEST_F(WorkerTest, ItEndsWhenTheHostIsGone)
+class OrphanTest : public WorkerTest, public testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(OrphanTest, EndsWhenTheHostIsGone)
 {
     const auto file = write("good.fx", effectText());
     const auto log = folder() / "worker.log";
     ::setenv("QXFXC_LOG", log.c_str(), 1);
-    order("compiling:spin");
+    order(GetParam());
     std::string program = QX_TEST_ORPHAN;
     std::string worker = QX_TEST_WORKER;
     std::string effect = file.string();
@@ -178,6 +182,9 @@ TEST_F(WorkerTest, ItEndsWhenTheHostIsGone)
     ::waitpid(host, nullptr, 0);
     await([&] { return !runs(process); });
 }
+
+INSTANTIATE_TEST_SUITE_P(, OrphanTest,
+                         testing::Values("greeting:stall", "compiling:spin", "compiling:freeze"));
 
 } // namespace
 

@@ -115,9 +115,7 @@ void EffectParser::refuseForeign() const
 {
     const Token& token = reader_.peek();
     if (token.kind == TokenKind::Unknown) {
-        throw CompileError(token.at, token.text.front() == '"'
-                                         ? std::string("this string does not end on its line")
-                                         : "unexpected character " + inQuotes(token.text));
+        throw unknownToken(token);
     }
     for (const std::string_view word :
          {"technique10", "technique11",      "texture1D",        "texture3D",    "textureCUBE",

@@ -171,6 +171,7 @@ public:
             return {};
         }
         looked_ = now;
+        process_.continueIfStopped();
         if (process_.memoryBytes() > limits_.memoryBytes) {
             again_ = true;
             return "took more than " + std::to_string(limits_.memoryBytes >> 20U) + " MiB of memory";
@@ -262,7 +263,10 @@ WorkerProcess::~WorkerProcess()
 bool WorkerProcess::greet(const Hello& hello, const std::function<bool()>& wanted, Problem& problem)
 {
     const Clock::time_point latest = Clock::now() + greetingLimit;
-    const Channel::Patience patience = [&] { return Clock::now() < latest && wanted(); };
+    const Channel::Patience patience = [&] {
+        continueIfStopped();
+        return Clock::now() < latest && wanted();
+    };
     Frame frame;
     const bool sent = channel_.send(FrameType::Hello, encode(hello), patience);
     const Channel::Answer answer =
@@ -384,6 +388,16 @@ void WorkerProcess::kill()
         ::kill(pid_, SIGKILL); // not waited for yet, so that the number is still its own
     }
     channel_.hangUp();
+}
+
+/// Whoever stops a worker alone, such as a tool that suspends what computes much, would have everybody wait
+/// for nothing until the time is up. A debugger's stops are its own: they are not seen here.
+void WorkerProcess::continueIfStopped() const
+{
+    siginfo_t info{};
+    if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED | WNOHANG) == 0 && info.si_pid != 0) {
+        ::kill(pid_, SIGCONT); // not waited for yet, so that the number is its own
+    }
 }
 
 bool WorkerProcess::hasEnded()

@@ -83,6 +83,7 @@ private:
     std::chrono::milliseconds processorTime() const;
     class Meter;
     void follow(Outcome& outcome, Meter& meter, const Limits& limits, const Channel::Patience& patience);
+    void continueIfStopped() const;
     bool hasEnded();
     bool awaitEnd(std::chrono::milliseconds most);
     std::string end();

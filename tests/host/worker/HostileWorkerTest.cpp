@@ -58,8 +58,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "compiling"},
         Mischief{"Stall", "compiling:stall",
                  "the worker process did not end within 7200 ms and was stopped while compiling"},
-        Mischief{"Freeze", "compiling:freeze",
-                 "the worker process did not end within 7200 ms and was stopped while compiling"},
         Mischief{"Memory", "compiling:memory",
                  "the worker process took more than 1024 MiB of memory and was stopped while compiling"},
         Mischief{"Flood", "compiling:flood",

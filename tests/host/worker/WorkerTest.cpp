@@ -159,6 +159,17 @@ bool runs(int process)
     return std::getline(status, text) && text.find(") Z ") == std::string::npos;
 }
 
+TEST_F(WorkerTest, OneThatWasStoppedGoesOn)
+{
+    for (const char* stage : {"greeting:freeze", "compiling:freeze", "answering:freeze"}) {
+        closeWorkers();
+        order(stage);
+        const EffectCompilation compiled = compile(write("good.fx", effectText()));
+        EXPECT_NE(compiled.effect, nullptr) << stage << ": " << compiled.messages;
+        EXPECT_EQ(workers().processesStarted(), 1U) << stage;
+    }
+}
+
 class OrphanTest : public WorkerTest, public testing::WithParamInterface<const char*>
 {
 };

@@ -81,6 +81,10 @@ QX_HOST_API LightweightString<char> textSetting(const char* key);
 /// that nobody knows are among it. Each is answered once. Not quiet, the host shows them itself.
 QX_HOST_API Vector<LightweightString<char>> takeComplaints();
 
+/// Where effects and what they include lie: the shaders directory, its Include, and the user's and the
+/// machine's templates, in UTF-8. Effects look for includes in this order, after their own directory.
+QX_HOST_API Vector<LightweightString<char>> effectDirectories();
+
 /// What is kept on disk between runs, to start faster. Any process of the user's may share it.
 struct CacheInfo
 {

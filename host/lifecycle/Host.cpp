@@ -1,6 +1,7 @@
 #include "host/Host.h"
 
 #include "host/cache/FileStore.h"
+#include "host/core/EffectIncludes.h"
 #include "host/lifecycle/CachePlace.h"
 #include "host/lifecycle/Commands.h"
 #include "host/lifecycle/GPUConnection.h"
@@ -112,6 +113,15 @@ Vector<LightweightString<char>> takeComplaints()
         complaints.push_back(shared(complaint));
     }
     return complaints;
+}
+
+Vector<LightweightString<char>> effectDirectories()
+{
+    Vector<LightweightString<char>> directories;
+    for (const std::filesystem::path& directory : effectIncludeDirectories()) {
+        directories.push_back(shared(directory.string()));
+    }
+    return directories;
 }
 
 CacheInfo cacheInfo()

@@ -1,6 +1,7 @@
 #include "tools/qxhost/CommandLine.h"
 
 #include "host/core/Suggestion.h"
+#include "tools/qxhost/BurnInCommandLine.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/LutCommandLine.h"
 #include "tools/qxhost/Wording.h"
@@ -423,6 +424,7 @@ CLI::App* addConvert(CLI::App& app, ConvertOptions& options)
     addFiles(*convert, options, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
     addColour(*convert, options);
     addEffects(*convert);
+    addBurnIn(*convert, options.burnIn);
     const std::string frames = "Frames";
     addCount(*convert, "--start", options.start, 0, "Leave out the first N frames")->group(frames);
     addCount(*convert, "--frames", options.frames, 1, "Convert N frames at most")->group(frames);
@@ -700,6 +702,7 @@ private:
         if (convert_->parsed()) {
             checkFiles(*convert_, convertOptions_);
             convertOptions_.effects = groupEffects(*convert_);
+            checkBurnIn(*convert_, convertOptions_.burnIn);
             return convertOptions_;
         }
         if (fields_->parsed()) {

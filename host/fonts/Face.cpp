@@ -115,7 +115,7 @@ bool Face::start(const FontFile& file, int size, std::string& failure)
     size_ = size;
     with.blob.reset(hb_blob_create_from_file_or_fail(file.path.c_str()));
     if (with.blob == nullptr) {
-        failure = "it cannot be read, or is empty";
+        failure = "it cannot be read";
         return false;
     }
     unsigned length = 0;

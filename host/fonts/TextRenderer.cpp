@@ -543,7 +543,7 @@ void TextRenderer::forgetGlyphs()
 TextRenderer::Statistics TextRenderer::statistics()
 {
     const std::lock_guard lock(mutex_);
-    return {atlas_.texels() * 4, atlas_.glyphs(), uploads_};
+    return {atlas_.texels() * 4, uploads_};
 }
 
 } // namespace Qx::Host::Text

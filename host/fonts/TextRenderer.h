@@ -32,7 +32,6 @@ public:
     struct Statistics
     {
         std::uint64_t pageBytes = 0; ///< of all pages
-        std::size_t glyphs = 0;      ///< on them
         std::uint64_t uploads = 0;   ///< glyphs that were copied to the device so far
     };
     Statistics statistics();

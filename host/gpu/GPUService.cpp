@@ -219,7 +219,13 @@ void GPUService::shutdown()
 GPUStatistics GPUService::statistics()
 {
     const std::lock_guard lock(mutex_);
-    return context_ != nullptr ? context_->statistics() : GPUStatistics();
+    GPUStatistics statistics = context_ != nullptr ? context_->statistics() : GPUStatistics();
+    if (textRenderer_ != nullptr) {
+        const Text::TextRenderer::Statistics text = textRenderer_->statistics();
+        statistics.glyphPageBytes = text.pageBytes;
+        statistics.glyphsUploaded = text.uploads;
+    }
+    return statistics;
 }
 
 bool GPUService::startTimer()

@@ -191,6 +191,13 @@ hb_font_t* Face::shaper() const
     return libraries_->shaper.get();
 }
 
+Face::Pen Face::penAt(std::int64_t position)
+{
+    constexpr std::int64_t unit = 64 / phases;
+    const std::int64_t steps = (position + unit / 2) >> 4;
+    return {steps >> 2, static_cast<unsigned>(steps & (phases - 1))};
+}
+
 bool Face::has(char32_t character) const
 {
     hb_codepoint_t glyph = 0;

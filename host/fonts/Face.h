@@ -40,6 +40,14 @@ public:
     /// Places between two pixels that glyphs are drawn at.
     static constexpr unsigned phases = 4;
 
+    /// The pixel of a pen position in 1/64 pixel, and how many phases it stands right of that.
+    struct Pen
+    {
+        std::int64_t pixel = 0;
+        unsigned phase = 0;
+    };
+    static Pen penAt(std::int64_t position);
+
     /// Sides of glyphs' pictures go up to this many pixels.
     static constexpr int largestGlyph = 4096;
 

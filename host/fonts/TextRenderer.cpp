@@ -65,18 +65,11 @@ struct Area
     }
 };
 
-/// The pen in quarters of a pixel, rounded.
-std::int64_t quarters(const PlacedGlyph& glyph)
-{
-    constexpr std::int64_t unit = 64 / Face::phases;
-    return (glyph.x + unit / 2) >> 4;
-}
-
 /// A glyph's pixels in the target, or more.
 Area areaOf(const PlacedGlyph& glyph, XY<int> baseline)
 {
     const GlyphExtent extent = glyph.face->extentOf(glyph.glyph);
-    const std::int64_t left = baseline.x + (quarters(glyph) >> 2) + extent.left;
+    const std::int64_t left = baseline.x + Face::penAt(glyph.x).pixel + extent.left;
     const std::int64_t top = std::int64_t{baseline.y} - glyph.y - extent.top;
     return {left, top, left + extent.width, top + extent.height};
 }
@@ -295,12 +288,12 @@ bool TextRenderer::drawLine(Drawing& drawing, const Line& line, XY<int> baseline
 
 bool TextRenderer::collect(Drawing& drawing, const PlacedGlyph& glyph, XY<int> baseline)
 {
-    const std::int64_t pen = quarters(glyph);
-    const auto slot = slotOf(drawing, glyph, static_cast<unsigned>(pen & (Face::phases - 1)));
+    const Face::Pen pen = Face::penAt(glyph.x);
+    const auto slot = slotOf(drawing, glyph, pen.phase);
     if (!slot) {
         return false;
     }
-    const std::int64_t left = baseline.x + (pen >> 2) + slot->left - drawing.area.x0;
+    const std::int64_t left = baseline.x + pen.pixel + slot->left - drawing.area.x0;
     const std::int64_t top = std::int64_t{baseline.y} - glyph.y - slot->top - drawing.area.y0;
     const Area whole{left, top, left + slot->width, top + slot->height};
     const Area seen = whole & Area{0, 0, drawing.size().width, drawing.size().height};

@@ -44,6 +44,8 @@ constexpr const char* convertFooter = R"(Examples:
   qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2 --set saturation=0.8
       Through an effect. Several run in the order given; --technique and --set belong to the --effect
       before them.
+  qxhost convert clip.mov dailies.mov --burn-in "{timecode}  {clip}" --position top-left
+      With time code and the clip's name written into every frame.
 
 Output formats, by the name's ending:
   pictures  png tif tiff bmp jpg jpeg ppm dpx tga webp
@@ -51,7 +53,7 @@ Output formats, by the name's ending:
   frames    raw yuv rgb bin data, or a pixel format's name (uyvy, v210, ...)
 
 Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input (missing, or damaged: then
-what could be read is written), 4 output, 5 GPU device, 6 effect, 130 interrupted. Nothing incomplete is left behind under the output's name.)";
+what could be read is written), 4 output, 5 GPU device, 6 effect or font, 130 interrupted. Nothing incomplete is left behind under the output's name.)";
 
 constexpr const char* fieldsFooter = R"(Examples:
   qxhost fields tape.mov field_%05d.png

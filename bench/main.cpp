@@ -16,6 +16,7 @@ void registerFormats();
 void registerLooks();
 void registerStartUp();
 void registerTechniqueApplication();
+void registerText();
 } // namespace Qx::Bench
 
 /// qx_bench [--markdown=FILE] [Google Benchmark's options]
@@ -49,6 +50,7 @@ int main(int argc, char** argv)
     Qx::Bench::registerFormats();
     Qx::Bench::registerLooks();
     Qx::Bench::registerTechniqueApplication();
+    Qx::Bench::registerText();
     Qx::Bench::registerStartUp();
     Qx::Bench::MarkdownReport report;
     benchmark::RunSpecifiedBenchmarks(&report);

@@ -81,11 +81,16 @@ QX_HOST_API LightweightString<char> textSetting(const char* key);
 /// that nobody knows are among it. Each is answered once. Not quiet, the host shows them itself.
 QX_HOST_API Vector<LightweightString<char>> takeComplaints();
 
+/// Where effects and what they include lie: the shaders directory, its Include, and the user's and the
+/// machine's templates, in UTF-8. Effects look for includes in this order, after their own directory.
+QX_HOST_API Vector<LightweightString<char>> effectDirectories();
+
 /// What is kept on disk between runs, to start faster. Any process of the user's may share it.
 struct CacheInfo
 {
     LightweightString<char> directory; ///< where it is kept, or would be
     bool enabled = false;              ///< the setting `cache`, with a bound of more than nothing
+    LightweightString<char> problem;   ///< why the directory cannot be used as it is now; empty when it can
     std::uint64_t limitBytes = 0;      ///< the bound of all files together, from the setting `cache_mib`
     std::uint64_t effects = 0;         ///< compiled effects
     std::uint64_t effectBytes = 0;

@@ -52,7 +52,10 @@ public:
     /// The table on the GPU in single precision; empty for an empty pointer.
     virtual Qx::Ptr<iGPUImage3D> upload3DImage(Qx::Ptr<iHostImage3D> image) = 0;
 
-    /// A font of a typeface, a height in pixels and a combination of iFont::eStyle.
+    /// A font of a typeface, by its name or, when there is a '/' in it, by its file; the size of the em
+    /// square in pixels; and a combination of iFont::eStyle. Another typeface stands in for one that is not
+    /// there, and the log says so. Empty when there is none at all, for an empty name, a size that is not
+    /// positive or too large, and a file that is no font; the log says why.
     virtual Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>& typeface, int size, int style) = 0;
 
 protected:

@@ -290,6 +290,24 @@ FileStore::Usage FileStore::usage(Kind kind) const
     return usage;
 }
 
+std::string FileStore::problem() const
+{
+    std::string problem;
+    const Descriptor directory = openDirectory(directory_, problem);
+    if (!problem.empty()) {
+        return problem;
+    }
+    std::filesystem::path nearest = directory_;
+    std::error_code error;
+    while (nearest.has_relative_path() && !std::filesystem::exists(nearest, error)) {
+        nearest = nearest.parent_path();
+    }
+    if (euidaccess(nearest.c_str(), W_OK | X_OK) != 0) {
+        return "it cannot be written: " + systemError(errno);
+    }
+    return {};
+}
+
 std::string FileStore::clear()
 {
     std::string problem;

@@ -26,7 +26,9 @@ using namespace Effects;
 class Compilation
 {
 public:
-    Compilation() : problems_(files_) {}
+    using WhenRead = std::function<void(const std::vector<EffectInput>&)>;
+
+    explicit Compilation(const WhenRead& whenRead) : problems_(files_), whenRead_(whenRead) {}
 
     void run(const std::filesystem::path& file, const EffectCompilerOptions& options)
     {
@@ -68,6 +70,9 @@ private:
     {
         Preprocessor preprocessor(files_, options, problems_);
         const std::vector<Token> tokens = preprocessor.run(file);
+        if (whenRead_) {
+            whenRead_(files_.inputs());
+        }
         if (problems_.failed()) {
             return false;
         }
@@ -193,6 +198,7 @@ private:
 
     SourceFiles files_;
     Problems problems_;
+    const WhenRead& whenRead_;
     EffectSyntax syntax_;
     CompiledEffect effect_;
     std::vector<std::string> texts_; ///< each once, however many passes share it
@@ -206,10 +212,11 @@ private:
 
 } // namespace
 
-EffectCompilation compileEffect(const std::filesystem::path& file, const EffectCompilerOptions& options)
+EffectCompilation compileEffect(const std::filesystem::path& file, const EffectCompilerOptions& options,
+                                const std::function<void(const std::vector<EffectInput>&)>& whenRead)
 {
     try {
-        Compilation compilation;
+        Compilation compilation(whenRead);
         compilation.run(file, options);
         return compilation.result();
     } catch (...) {

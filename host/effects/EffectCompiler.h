@@ -3,6 +3,7 @@
 #include "host/effects/EffectCompilation.h"
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,7 +23,9 @@ struct EffectCompilerOptions
 /// more: in the rest of the file, in other functions and in other passes.
 ///
 /// Any thread may call it, several at once. It reads files and touches no device. It throws nothing and
-/// answers any input with an effect or with messages.
-EffectCompilation compileEffect(const std::filesystem::path& file, const EffectCompilerOptions& options);
+/// answers any input with an effect or with messages. `whenRead` is told the result's inputs when they are
+/// complete, before what is in them is compiled.
+EffectCompilation compileEffect(const std::filesystem::path& file, const EffectCompilerOptions& options,
+                                const std::function<void(const std::vector<EffectInput>&)>& whenRead = {});
 
 } // namespace Qx::Host

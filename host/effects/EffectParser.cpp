@@ -3,6 +3,7 @@
 #include "host/core/Suggestion.h"
 #include "host/effects/EffectStates.h"
 #include "host/effects/HlslChecks.h"
+#include "host/effects/HlslNames.h"
 #include "host/effects/Remainders.h"
 
 #include <algorithm>
@@ -36,9 +37,7 @@ void checkReserved(const Token& name)
 void checkName(const Token& name)
 {
     checkReserved(name);
-    if (NumericType::named(name.text)) {
-        throw CompileError(name.at, inQuotes(name.text) + " is a type; choose another name");
-    }
+    refuseHlslWord(name);
 }
 
 void append(std::vector<Token>& to, const std::vector<Token>& tokens)
@@ -116,9 +115,7 @@ void EffectParser::refuseForeign() const
 {
     const Token& token = reader_.peek();
     if (token.kind == TokenKind::Unknown) {
-        throw CompileError(token.at, token.text.front() == '"'
-                                         ? std::string("this string does not end on its line")
-                                         : "unexpected character " + inQuotes(token.text));
+        throw unknownToken(token);
     }
     for (const std::string_view word :
          {"technique10", "technique11",      "texture1D",        "texture3D",    "textureCUBE",
@@ -385,6 +382,7 @@ void EffectParser::parseStruct()
             EffectSyntax::Member member;
             member.type = type;
             member.name = reader_.expectName("the name of a member");
+            checkName(member.name);
             const Tokens dimensions = parseDimensions();
             member.array = !dimensions.empty();
             member.semantic = parseSemantic();

@@ -2,6 +2,7 @@
 
 #include "host/core/Suggestion.h"
 #include "host/effects/CompiledEffect.h"
+#include "host/effects/HlslNames.h"
 
 #include <algorithm>
 #include <array>
@@ -90,13 +91,21 @@ void EntryCall::addResult()
         return;
     }
     receiver_ = spellingOf(type) + " qxfx_result = ";
+    addOutput(type, entry_.name, function.semantic, "qxfx_result");
+}
+
+/// A colour, or a struct that holds one.
+void EntryCall::addOutput(const EffectSyntax::Type& type, const Token& name,
+                          const std::optional<Token>& semantic, const std::string& expression)
+{
     const EffectSyntax::Piece* const structure = structureNamed(type.tokens[0]);
     if (structure == nullptr) {
-        addColour(type, entry_.name, function.semantic, "qxfx_result");
+        addColour(type, name, semantic, expression);
         return;
     }
     for (const EffectSyntax::Member& member : structure->members) {
-        addColour(member.type, member.name, member.semantic, "qxfx_result." + std::string(member.name.text));
+        addColour(member.type, member.name, member.semantic,
+                  expression + '.' + std::string(member.name.text));
     }
 }
 
@@ -129,7 +138,7 @@ void EntryCall::addParameter(const EffectSyntax::FunctionParameter& parameter)
                                                       " of a pixel shader cannot be inout");
         }
         const std::string variable = newVariable(parameter.type);
-        addColour(parameter.type, parameter.name, parameter.semantic, variable);
+        addOutput(parameter.type, parameter.name, parameter.semantic, variable);
         arguments_.push_back({variable, nullptr});
     } else if (const EffectSyntax::Piece* structure = structureNamed(parameter.type.tokens[0])) {
         addStructure(parameter, *structure);
@@ -210,8 +219,7 @@ void EntryCall::write(const std::function<void(std::string_view)>& writeLine,
     for (const std::string& line : before_) {
         writeLine(line);
     }
-    const std::string_view name = entry_.name.text;
-    writeLine(receiver_ + std::string(name == "main" ? "qxfx_main" : name) + '(');
+    writeLine(receiver_ + std::string(hlslName(entry_.name.text)) + '(');
     for (std::size_t i = 0; i < arguments_.size(); ++i) {
         if (i > 0) {
             writeLine(",");

@@ -34,6 +34,8 @@ private:
     void addUniform(const EffectSyntax::FunctionParameter& parameter);
     void addStructure(const EffectSyntax::FunctionParameter& parameter, const EffectSyntax::Piece& structure);
     void addResult();
+    void addOutput(const EffectSyntax::Type& type, const Token& name, const std::optional<Token>& semantic,
+                   const std::string& expression);
     void addColour(const EffectSyntax::Type& type, const Token& name, const std::optional<Token>& semantic,
                    const std::string& expression);
     std::string input(const EffectSyntax::Type& type, const Token& name, bool array,

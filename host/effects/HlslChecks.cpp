@@ -1,5 +1,6 @@
 #include "host/effects/HlslChecks.h"
 
+#include "host/effects/HlslNames.h"
 #include "host/effects/Preprocessor.h"
 
 #include <algorithm>
@@ -218,6 +219,9 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
             refuseWord(*token);
             if (!kept.empty() && kept.back().is(".")) {
                 refuseMatrixSwizzle(*token);
+            }
+            if (!kept.empty() && NumericType::named(kept.back().text)) {
+                refuseHlslWord(*token);
             }
         }
         if (token->is("[") && token >= judged) {

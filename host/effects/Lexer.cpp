@@ -3,6 +3,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <optional>
 #include <string>
 
 namespace Qx::Host::Effects {
@@ -202,7 +204,44 @@ private:
     bool spaceBefore_ = false;
 };
 
+/// The character that the bytes encode (RFC 3629, 3), if they are one.
+std::optional<std::uint32_t> decodeUtf8(std::string_view bytes)
+{
+    const auto lead = static_cast<unsigned char>(bytes.front());
+    const std::size_t length = lead < 0x80U ? 1 : lead >= 0xF0U ? 4 : lead >= 0xE0U ? 3 : 2;
+    if (bytes.size() != length || (lead >= 0x80U && lead < 0xC2U) || lead > 0xF4U) {
+        return std::nullopt;
+    }
+    std::uint32_t character = length == 1 ? lead : lead & (0x7FU >> length);
+    for (const char c : bytes.substr(1)) {
+        character = character << 6U | (static_cast<unsigned char>(c) & 0x3FU); // the lexer took no others
+    }
+    return character;
+}
+
 } // namespace
+
+CompileError unknownToken(const Token& token)
+{
+    if (token.text.front() == '"') {
+        return {token.at, "this string does not end on its line"};
+    }
+    const std::optional<std::uint32_t> character = decodeUtf8(token.text);
+    std::array<char, 16> digits{};
+    if (!character) {
+        std::snprintf(digits.data(), digits.size(), "0x%02X",
+                      static_cast<unsigned>(static_cast<unsigned char>(token.text.front())));
+        return {token.at,
+                "the byte " + std::string(digits.data()) +
+                    " begins no character; save the file as UTF-8, and write names and code in ASCII"};
+    }
+    if (*character < 0x80U) {
+        return {token.at, "unexpected character " + inQuotes(token.text)};
+    }
+    std::snprintf(digits.data(), digits.size(), "U+%04X", static_cast<unsigned>(*character));
+    return {token.at, "unexpected character " + inQuotes(token.text) + " (" + digits.data() +
+                          "); names and code are in ASCII, others stand in comments and texts"};
+}
 
 std::vector<Token> splitIntoTokens(std::string_view text, std::uint32_t file, std::size_t limit)
 {

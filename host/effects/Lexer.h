@@ -36,6 +36,9 @@ struct Token
 /// leaves out.
 std::vector<Token> splitIntoTokens(std::string_view text, std::uint32_t file, std::size_t limit);
 
+/// What is wrong with an Unknown token.
+CompileError unknownToken(const Token& token);
+
 /// The number that a token spells, with its suffix. False when it is none.
 bool readNumber(std::string_view text, double& value, bool& isInteger);
 

@@ -2,6 +2,7 @@
 
 #include "host/core/Suggestion.h"
 #include "host/effects/EntryCall.h"
+#include "host/effects/HlslNames.h"
 #include "host/effects/Preprocessor.h"
 #include "host/effects/Remainders.h"
 
@@ -37,37 +38,6 @@ float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(floa
 float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(float3(texel), 0.0)); }
 )";
 
-/// What the HLSL compiler gets for a name: full precision everywhere, combined samplers, our samplings.
-std::string_view translated(const Token& token)
-{
-    static const std::unordered_map<std::string_view, std::string_view> names{
-        {"sampler", "sampler2D"},
-        {"Sampler", "sampler2D"},
-        {"dword", "uint"},
-        {"main", "qxfx_main"}, // the HLSL compiler takes one of that name for the entry
-        {"tex2D", "qxfx_tex2D"},
-        {"tex2Dlod", "qxfx_tex2Dlod"},
-        {"tex2Dbias", "qxfx_tex2Dbias"},
-        {"tex2Dgrad", "qxfx_tex2Dgrad"},
-        {"tex2Dproj", "qxfx_tex2Dproj"},
-        {"tex2Dfetch", "qxfx_tex2Dfetch"},
-        {"tex3Dfetch", "qxfx_tex3Dfetch"},
-        {"fmod", "qxfx_fmod"}};
-    if (token.kind != TokenKind::Identifier) {
-        return token.text;
-    }
-    if (const auto found = names.find(token.text); found != names.end()) {
-        return found->second;
-    }
-    const std::string_view text = token.text;
-    if (text.substr(0, 4) == "half" || text.substr(0, 5) == "fixed") {
-        if (const auto type = NumericType::named(text)) {
-            return type->spelling();
-        }
-    }
-    return text;
-}
-
 class Output
 {
 public:
@@ -81,7 +51,7 @@ public:
     void add(const std::vector<Token>& tokens)
     {
         for (const Token& token : tokens) {
-            add(translated(token), token.at);
+            add(token.kind == TokenKind::Identifier ? hlslName(token.text) : token.text, token.at);
         }
     }
 
@@ -113,9 +83,9 @@ std::string declaration(const CompiledEffect::Parameter& parameter)
     const NumericType type{static_cast<NumericType::Scalar>(parameter.type), parameter.rows,
                            parameter.columns};
     const std::string array = parameter.elements == 0 ? "" : "[" + std::to_string(parameter.elements) + "]";
-    return (parameter.rows > 1 ? "row_major " : "") + std::string(type.spelling()) + ' ' + parameter.name +
-           array + " : packoffset(c" + std::to_string(parameter.offset / 16) + '.' +
-           "xyzw"[parameter.offset % 16 / 4] + ");";
+    return (parameter.rows > 1 ? "row_major " : "") + std::string(type.spelling()) + ' ' +
+           std::string(hlslName(parameter.name)) + array + " : packoffset(c" +
+           std::to_string(parameter.offset / 16) + '.' + "xyzw"[parameter.offset % 16 / 4] + ");";
 }
 
 std::vector<Token> declarationOf(const EffectSyntax::Piece& function)
@@ -288,8 +258,8 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
     for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
         if (used(effect_.samplers[i].name)) {
             output.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] sampler" +
-                           std::to_string(syntax_.samplers[i].dimensions) + "D " + effect_.samplers[i].name +
-                           ";",
+                           std::to_string(syntax_.samplers[i].dimensions) + "D " +
+                           std::string(hlslName(effect_.samplers[i].name)) + ";",
                        syntax_.samplers[i].name.at);
         }
     }

@@ -65,9 +65,7 @@ void TokenReader::checkToken() const
 {
     const Token& token = *token_;
     if (token.kind == TokenKind::Unknown) {
-        throw CompileError(token.at, token.text.front() == '"'
-                                         ? std::string("this string does not end on its line")
-                                         : "unexpected character " + inQuotes(token.text));
+        throw unknownToken(token);
     }
     double value = 0.0;
     bool integer = false;

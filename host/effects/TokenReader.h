@@ -63,6 +63,9 @@ public:
 
     CompileError unexpected(std::string_view wanted, std::string_view context) const
     {
+        if (token_->kind == TokenKind::Unknown) {
+            return unknownToken(*token_);
+        }
         return {token_->at,
                 std::string(wanted) + " is expected" + (context.empty() ? "" : " ") + std::string(context) +
                     (atEnd() ? std::string("; the file ends here") : "; found " + inQuotes(token_->text))};

@@ -264,6 +264,12 @@ void Batch::copyTo(Texture& texture)
         {VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, copyStage, VK_ACCESS_2_TRANSFER_WRITE_BIT, true, true});
 }
 
+void Batch::copyInto(Texture& texture)
+{
+    use(texture,
+        {VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, copyStage, VK_ACCESS_2_TRANSFER_WRITE_BIT, true, false});
+}
+
 void Batch::copyFrom(HostBuffer& buffer)
 {
     buffer.lastUse.store(value_, std::memory_order_relaxed);

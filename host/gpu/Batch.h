@@ -47,6 +47,7 @@ public:
     void renderTo(Texture& texture, bool discard);
     void copyFrom(Texture& texture);
     void copyTo(Texture& texture);
+    void copyInto(Texture& texture); ///< parts of it; the others stay
     void copyFrom(HostBuffer& buffer);
     void copyTo(HostBuffer& buffer);
     void flush();

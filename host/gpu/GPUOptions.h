@@ -98,6 +98,8 @@ struct GPUStatistics
     std::uint64_t batchesSubmitted = 0;   ///< submissions to the device's queue
     std::uint64_t draws = 0;              ///< passes and primitives recorded
     std::uint64_t barriers = 0;           ///< image and buffer barriers recorded
+    std::uint64_t glyphPageBytes = 0;     ///< GPU images that hold the pictures of glyphs
+    std::uint64_t glyphsUploaded = 0;     ///< pictures of glyphs copied to the device since the start
     std::uint64_t validationMessages = 0; ///< warnings and errors of the validation layer
 };
 

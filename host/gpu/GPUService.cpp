@@ -1,5 +1,7 @@
 #include "host/gpu/GPUService.h"
 
+#include "host/fonts/Font.h"
+#include "host/fonts/Typeface.h"
 #include "host/gpu/DeviceChoice.h"
 #include "host/gpu/EffectFiles.h"
 #include "host/gpu/Images.h"
@@ -217,7 +219,13 @@ void GPUService::shutdown()
 GPUStatistics GPUService::statistics()
 {
     const std::lock_guard lock(mutex_);
-    return context_ != nullptr ? context_->statistics() : GPUStatistics();
+    GPUStatistics statistics = context_ != nullptr ? context_->statistics() : GPUStatistics();
+    if (textRenderer_ != nullptr) {
+        const Text::TextRenderer::Statistics text = textRenderer_->statistics();
+        statistics.glyphPageBytes = text.pageBytes;
+        statistics.glyphsUploaded = text.uploads;
+    }
+    return statistics;
 }
 
 bool GPUService::startTimer()
@@ -443,13 +451,25 @@ Qx::Ptr<iGPUImage3D> GPUService::upload3DImage(Qx::Ptr<iHostImage3D> image)
     });
 }
 
-Qx::Ptr<iFont> GPUService::createFont(const LightweightString<wchar_t>&, int, int)
+std::shared_ptr<Text::TextRenderer> GPUService::textRenderer(Vulkan::Context& context)
 {
-    Vulkan::guarded(false, [] {
-        Vulkan::report("GPU: fonts are not available in this version of the host");
-        return true;
+    const std::lock_guard lock(mutex_);
+    if (textRenderer_ == nullptr) {
+        textRenderer_ = Text::TextRenderer::create(context.shared_from_this());
+    }
+    return textRenderer_;
+}
+
+Qx::Ptr<iFont> GPUService::createFont(const LightweightString<wchar_t>& typeface, int size, int style)
+{
+    return operate<Qx::Ptr<iFont>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iFont> {
+        auto shaper = Text::openTypeface(typeface, size, style);
+        auto renderer = shaper != nullptr ? textRenderer(context) : nullptr;
+        if (renderer == nullptr) {
+            return {};
+        }
+        return Qx::makePtr<Text::Font>(std::move(renderer), std::move(shaper));
     });
-    return {};
 }
 
 GPUService& gpuService()

@@ -30,6 +30,10 @@ class PipelineCache;
 struct FaultInjection;
 } // namespace Vulkan
 
+namespace Text {
+class TextRenderer;
+}
+
 namespace Worker {
 class EffectWorkers;
 struct CompileRequest;
@@ -127,6 +131,7 @@ private:
                                                        const std::shared_ptr<const CompiledEffect>& effect,
                                                        Vulkan::PassRefusal& refusal);
     void compileBeside(const Worker::CompileRequest& request);
+    std::shared_ptr<Text::TextRenderer> textRenderer(Vulkan::Context& context);
     void openCacheLocked();
     void savePipelines(const std::shared_ptr<Vulkan::Context>& context);
 
@@ -140,6 +145,7 @@ private:
     std::shared_ptr<const EffectCache> effects_;       ///< null without cache_
     std::shared_ptr<Vulkan::PipelineCache> pipelines_; ///< null without cache_ and without a device
     std::shared_ptr<Vulkan::Context> context_;
+    std::shared_ptr<Text::TextRenderer> textRenderer_; ///< null until the first font
     std::shared_ptr<Worker::EffectWorkers> workers_;
     std::set<std::string> compiledAhead_; ///< directories, each with the definitions
 };

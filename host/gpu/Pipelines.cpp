@@ -125,10 +125,12 @@ VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv
 }
 
 VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout, Blending blending,
-                         FormatPipelines& pipelines)
+                         FormatPipelines& pipelines, std::span<const std::uint32_t> vertexSpirv)
 {
     VkShaderModule vertex = nullptr;
-    VkResult result = createShaderModule(device, triangleVertexShader, vertex);
+    VkResult result = createShaderModule(
+        device, vertexSpirv.empty() ? std::span<const std::uint32_t>(triangleVertexShader) : vertexSpirv,
+        vertex);
     for (std::size_t i = 0; i < targetFormats.size() && result == VK_SUCCESS; ++i) {
         if (device.canDrawInto(targetFormats.at(i))) {
             result = createPipeline(device, vertex, fragment, layout, blending, targetFormats.at(i),

@@ -25,10 +25,11 @@ enum class Blending
 
 VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv, VkShaderModule& module);
 
-/// Makes the pipelines of a fragment shader that covers its target with one triangle. Specialization constant
-/// 0 is set for targets that hold rotated components.
+/// Makes the pipelines of a fragment shader, behind a vertex shader of triangles without buffers or, when
+/// that is empty, one triangle that covers the target. Specialization constant 0 is set for targets that hold
+/// rotated components.
 VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout, Blending blending,
-                         FormatPipelines& pipelines);
+                         FormatPipelines& pipelines, std::span<const std::uint32_t> vertex = {});
 void destroyPipelines(Device& device, FormatPipelines& pipelines);
 
 /// Begins drawing into a target that renderTo() was announced for; only `area` is touched.

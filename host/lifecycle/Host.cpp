@@ -1,6 +1,7 @@
 #include "host/Host.h"
 
 #include "host/cache/FileStore.h"
+#include "host/core/EffectIncludes.h"
 #include "host/lifecycle/CachePlace.h"
 #include "host/lifecycle/Commands.h"
 #include "host/lifecycle/GPUConnection.h"
@@ -114,6 +115,15 @@ Vector<LightweightString<char>> takeComplaints()
     return complaints;
 }
 
+Vector<LightweightString<char>> effectDirectories()
+{
+    Vector<LightweightString<char>> directories;
+    for (const std::filesystem::path& directory : effectIncludeDirectories()) {
+        directories.push_back(shared(directory.string()));
+    }
+    return directories;
+}
+
 CacheInfo cacheInfo()
 {
     const CachePlace place = configuredCachePlace();
@@ -123,6 +133,7 @@ CacheInfo cacheInfo()
     CacheInfo info;
     info.directory = shared(place.directory.string());
     info.enabled = place.enabled;
+    info.problem = shared(store.problem());
     info.limitBytes = place.mostBytes;
     info.effects = effects.entries;
     info.effectBytes = effects.bytes;

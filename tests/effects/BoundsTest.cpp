@@ -1,4 +1,5 @@
 #include "tests/effects/FxTest.h"
+#include "tests/effects/ManyParts.h"
 
 #include <gtest/gtest.h>
 
@@ -15,25 +16,6 @@ namespace Qx::Host::Tests {
 namespace {
 
 using Files = std::map<std::string, std::string>;
-
-std::string repeated(const std::string& text, std::size_t count)
-{
-    std::string result;
-    result.reserve(text.size() * count);
-    for (std::size_t i = 0; i < count; ++i) {
-        result += text;
-    }
-    return result;
-}
-
-std::string numbered(std::size_t count, const std::function<std::string(const std::string&)>& text)
-{
-    std::string result;
-    for (std::size_t i = 0; i < count; ++i) {
-        result += text(std::to_string(i));
-    }
-    return result;
-}
 
 /// A macro NAME that comes to `factor` times `factor` of what `text` is.
 std::string multiplied(const std::string& name, const std::string& text, std::size_t factor)

@@ -98,6 +98,7 @@ void writeWorkerFrames(const Corpora& corpora)
         .frame(FrameType::Step, Step{})
         .frame(FrameType::Step, Step{Stage::CreatingPipelines, "T", "P"})
         .frame(FrameType::Step, Step{Stage::Drawing, "T", ""})
+        .raw(FrameType::Inputs, archiveOf(plainText))
         .raw(FrameType::Result, archiveOf(brokenText));
     corpora.write("worker", "worker", worker.bytes());
     Wire refusal;

@@ -5,13 +5,9 @@
 #include "tools/qxfxc/Device.h"
 #include "tools/qxfxc/TestAid.h"
 
-#include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <malloc.h>
-#include <poll.h>
 #include <sys/resource.h>
-#include <thread>
 #include <unistd.h>
 
 namespace Qx::Host::Worker {
@@ -51,35 +47,6 @@ void limitAddressSpace(std::uint64_t memoryBytes)
     ::setrlimit(RLIMIT_AS, &limit);
 }
 
-/// Ends the process when the host is gone while an effect is being worked on, which may never end. A worker
-/// that only waits notices by itself.
-class Watch
-{
-public:
-    Watch()
-    {
-        std::thread([this] { run(); }).detach();
-    }
-    Watch(const Watch&) = delete;
-    Watch& operator=(const Watch&) = delete;
-
-    std::atomic<bool> busy{false};
-
-private:
-    [[noreturn]] void run() const
-    {
-        pollfd waiting{hostSocket, POLLRDHUP, 0};
-        while (::poll(&waiting, 1, -1) < 0 && errno == EINTR) {
-        }
-        constexpr std::chrono::milliseconds pause{10};
-        for (;; std::this_thread::sleep_for(pause)) {
-            if (busy) {
-                ::_exit(1);
-            }
-        }
-    }
-};
-
 /// One greeted worker.
 class Service
 {
@@ -108,7 +75,13 @@ public:
                    "the directory " + request.directory.string() + " cannot be entered");
             return failure;
         }
-        EffectCompilation compilation = compileEffect(request.file, request.options);
+        const auto whenRead = [&](const std::vector<EffectInput>& inputs) {
+            EffectCompilation read;
+            read.inputs = inputs;
+            channel_.send(FrameType::Inputs, writeEffectArchive(read));
+            misbehave("parsing", request.file);
+        };
+        EffectCompilation compilation = compileEffect(request.file, request.options, whenRead);
         if (compilation.effect != nullptr && device_ != nullptr) {
             device_->tryOut(compilation, request.file, step);
         }
@@ -138,7 +111,7 @@ EffectCompilation workSafely(Service& service, const CompileRequest& request)
     }
 }
 
-int serve(Channel& channel, Watch& watch)
+int serve(Channel& channel)
 {
     Frame frame;
     if (channel.receive(frame, mostRequestBytes) != Channel::Answer::Frame ||
@@ -150,16 +123,13 @@ int serve(Channel& channel, Watch& watch)
         channel.send(FrameType::Ready, encode(Ready{protocolVersion, "the host is of another version"}));
         return 1;
     }
-    watch.busy = true;
     misbehave("greeting", {});
     Service service(channel, *hello);
     channel.send(FrameType::Ready, encode(Ready{protocolVersion, service.problem()}));
     while (service.works()) {
-        watch.busy = false;
         if (channel.receive(frame, mostRequestBytes) != Channel::Answer::Frame) {
             return 0;
         }
-        watch.busy = true;
         const std::optional<CompileRequest> request =
             frame.type == FrameType::Compile ? decodeRequest(frame.payload) : std::nullopt;
         if (!request || !channel.send(FrameType::Result, writeEffectArchive(workSafely(service, *request)))) {
@@ -167,7 +137,6 @@ int serve(Channel& channel, Watch& watch)
         }
         misbehave("waiting", request->file);
     }
-    watch.busy = false;
     return 0;
 }
 
@@ -179,9 +148,8 @@ int serveHost()
     constexpr int arenas = 2;
     ::mallopt(M_ARENA_MAX, arenas);
     Channel channel(hostSocket);
-    static Watch& watch = *new Watch; // its thread runs to the end
     try {
-        return serve(channel, watch);
+        return serve(channel);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "qxfxc: %s\n", error.what());
         return 1;

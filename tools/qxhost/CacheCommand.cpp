@@ -16,6 +16,7 @@ Json describe(const Host::CacheInfo& info)
 {
     return {{"directory", std::string(info.directory.view())},
             {"enabled", info.enabled},
+            {"problem", std::string(info.problem.view())},
             {"limitBytes", info.limitBytes},
             {"effects", {{"count", info.effects}, {"bytes", info.effectBytes}}},
             {"pipelines", {{"count", info.pipelines}, {"bytes", info.pipelineBytes}}}};
@@ -26,6 +27,14 @@ std::string kib(std::uint64_t bytes)
     return fmt::format("{} KiB", (bytes + 1023) / 1024);
 }
 
+std::string stateOf(const Host::CacheInfo& info)
+{
+    if (!info.enabled) {
+        return "off, by the settings cache and cache_mib";
+    }
+    return info.problem.empty() ? "in use" : fmt::format("not used: {}", info.problem.view());
+}
+
 std::string table(const Host::CacheInfo& info)
 {
     return fmt::format("directory  {}\n"
@@ -33,8 +42,7 @@ std::string table(const Host::CacheInfo& info)
                        "effects    {}, {}\n"
                        "pipelines  {}, {}\n"
                        "limit      {}\n",
-                       Host::printable(info.directory.view()),
-                       info.enabled ? "in use" : "off, by the settings cache and cache_mib", info.effects,
+                       Host::printable(info.directory.view()), stateOf(info), info.effects,
                        kib(info.effectBytes), info.pipelines, kib(info.pipelineBytes), kib(info.limitBytes));
 }
 

@@ -1,6 +1,7 @@
 #include "tools/qxhost/CommandLine.h"
 
 #include "host/core/Suggestion.h"
+#include "tools/qxhost/BurnInCommandLine.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/LutCommandLine.h"
 #include "tools/qxhost/Wording.h"
@@ -45,6 +46,8 @@ constexpr const char* convertFooter = R"(Examples:
   qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2 --set saturation=0.8
       Through an effect. Several run in the order given; --technique and --set belong to the --effect
       before them.
+  qxhost convert clip.mov dailies.mov --burn-in "{timecode}  {clip}" --position top-left
+      With time code and the clip's name written into every frame.
 
 Output formats, by the name's ending:
   pictures  png tif tiff bmp jpg jpeg ppm dpx tga webp
@@ -52,7 +55,7 @@ Output formats, by the name's ending:
   frames    raw yuv rgb bin data, or a pixel format's name (uyvy, v210, ...)
 
 Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input (missing, or damaged: then
-what could be read is written), 4 output, 5 GPU device, 6 effect, 130 interrupted. Nothing incomplete is left behind under the output's name.)";
+what could be read is written), 4 output, 5 GPU device, 6 effect or font, 130 interrupted. Nothing incomplete is left behind under the output's name.)";
 
 constexpr const char* fieldsFooter = R"(Examples:
   qxhost fields tape.mov field_%05d.png
@@ -425,6 +428,7 @@ CLI::App* addConvert(CLI::App& app, ConvertOptions& options)
     addFiles(*convert, options, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
     addColour(*convert, options);
     addEffects(*convert);
+    addBurnIn(*convert, options.burnIn);
     const std::string frames = "Frames";
     addCount(*convert, "--start", options.start, 0, "Leave out the first N frames")->group(frames);
     addCount(*convert, "--frames", options.frames, 1, "Convert N frames at most")->group(frames);
@@ -703,6 +707,7 @@ private:
         if (convert_->parsed()) {
             checkFiles(*convert_, convertOptions_);
             convertOptions_.effects = groupEffects(*convert_);
+            checkBurnIn(*convert_, convertOptions_.burnIn);
             return convertOptions_;
         }
         if (fields_->parsed()) {

@@ -1,4 +1,5 @@
 #include "QxFxResources/GPUColourConverter.h"
+#include "tools/qxhost/BurnIn.h"
 #include "tools/qxhost/ColourChoice.h"
 #include "tools/qxhost/Commands.h"
 #include "tools/qxhost/EffectChain.h"
@@ -61,7 +62,7 @@ InputPtr openInput(const ConvertOptions& options)
 bool passesCodes(const ConvertOptions& options, const Media::StreamInfo& info)
 {
     return options.format && options.format->isYCrCb() && !holdsRgb(info) && options.effects.empty() &&
-           std::holds_alternative<std::monostate>(options.step);
+           options.burnIn.text.empty() && std::holds_alternative<std::monostate>(options.step);
 }
 
 /// Frames that will be converted, as far as the input tells; 0 when it does not.
@@ -263,7 +264,21 @@ std::string summary(const Conversion& conversion)
                        conversion.seconds, conversion.framesPerSecond(), deviceName());
 }
 
-ConversionJob jobOf(const Conversion& conversion, EffectChain& effects)
+std::unique_ptr<BurnIn> prepareBurnIn(const Conversion& conversion, Console& console)
+{
+    const ConvertOptions& options = conversion.options;
+    if (options.burnIn.text.empty()) {
+        return nullptr;
+    }
+    std::vector<std::string> remarks;
+    auto burnIn = std::make_unique<BurnIn>(options.burnIn, options.input, conversion.info(), remarks);
+    for (const std::string& remark : remarks) {
+        console.note(remark);
+    }
+    return burnIn;
+}
+
+ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* burnIn)
 {
     const ConvertOptions& options = conversion.options;
     ConversionJob job{
@@ -273,6 +288,7 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects)
         .outputRange = conversion.settings.rgbRange == Media::Range::video ? Image::GamutScaling::Video
                                                                            : Image::GamutScaling::Unscaled,
         .filter = options.filter,
+        .burnIn = burnIn,
         .step = options.step,
         .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
         .keepCodes = conversion.keepCodes,
@@ -336,7 +352,8 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
     prepareConversion();
     EffectChain effects(options.effects);
     noteDecisions(conversion, console);
-    if (!convertFrames(conversion, jobOf(conversion, effects), console)) {
+    std::unique_ptr<BurnIn> burnIn = prepareBurnIn(conversion, console);
+    if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), console)) {
         throw Failure(ExitCode::interrupted,
                       "interrupted; " + options.output.string() + " was not completed");
     }
@@ -361,7 +378,7 @@ void convertQuietly(const ConvertOptions& options)
     prepareConversion();
     EffectChain effects(options.effects);
     conversion.writer = openOutput(conversion);
-    FramePipeline(jobOf(conversion, effects), [](std::int64_t) {}).run(*conversion.writer);
+    FramePipeline(jobOf(conversion, effects, nullptr), [](std::int64_t) {}).run(*conversion.writer);
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
     }

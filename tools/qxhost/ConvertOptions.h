@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/ImageFormat.h"
+#include "tools/qxhost/BurnInOptions.h"
 #include "tools/qxhost/PixelFormat.h"
 #include "tools/qxhost/media/MediaTypes.h"
 
@@ -74,6 +75,8 @@ struct ConvertOptions
     Image::Filter filter = Image::Filter::CatmullRom;
     std::optional<Media::Depth> depth;
     std::vector<EffectRequest> effects; ///< in the order in which they run
+
+    BurnInOptions burnIn; ///< after the effects
 
     std::int64_t start = 0;  ///< frames to leave out at the beginning
     std::int64_t frames = 0; ///< frames to convert at most; 0: all

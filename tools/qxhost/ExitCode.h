@@ -11,7 +11,7 @@ enum class ExitCode : int
     input = 3,  ///< the input is missing, broken, damaged in parts, or of colours that need a decision
     output = 4, ///< the output cannot be written, or exists
     device = 5, ///< no usable GPU device, or it was lost
-    effect = 6, ///< an effect, technique or parameter that cannot be had
+    effect = 6, ///< an effect, technique, parameter or font that cannot be had
     interrupted = 130,
 };
 

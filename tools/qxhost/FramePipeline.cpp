@@ -7,6 +7,7 @@
 #include "tools/qxhost/HostSession.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace Qx::Program {
@@ -25,6 +26,13 @@ std::size_t framesInFlight(int width, int height, Media::Depth depth)
     const std::size_t frame =
         static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4 * componentBytes;
     return std::clamp(budget / std::max<std::size_t>(frame, 1), fewest, most);
+}
+
+/// The number of a frame in its clip by its time, so that frames which the input lost leave a gap.
+std::int64_t frameNumber(const Media::StreamInfo& info, std::int64_t ticks, std::int64_t counted)
+{
+    const double seconds = static_cast<double>(ticks) * info.timeBase.toDouble();
+    return info.frameRate.num > 0 ? std::llround(seconds * info.frameRate.toDouble()) : counted;
 }
 
 } // namespace
@@ -118,6 +126,7 @@ void FramePipeline::decode()
 {
     Media::Frame frame;
     std::int64_t taken = 0;
+    std::int64_t firstTime = 0;
     for (std::int64_t n = 0; job_.frames == 0 || taken < job_.frames; ++n) {
         const iFrameInput::Next next = job_.input.next(frame);
         if (next == iFrameInput::Next::failed) {
@@ -126,9 +135,11 @@ void FramePipeline::decode()
         if (next == iFrameInput::Next::end) {
             break;
         }
+        firstTime = n == 0 ? frame.time().pts : firstTime;
         if (n >= job_.start) {
             ++taken;
-            if (!decoded_.push(std::move(frame))) {
+            const std::int64_t number = frameNumber(job_.input.info(), frame.time().pts - firstTime, n);
+            if (!decoded_.push({std::move(frame), number})) {
                 return;
             }
         } else if (stopped_) {
@@ -140,7 +151,8 @@ void FramePipeline::decode()
 
 void FramePipeline::pack()
 {
-    while (std::optional<Media::Frame> frame = decoded_.pop()) {
+    while (std::optional<Decoded> decoded = decoded_.pop()) {
+        const Media::Frame& frame = decoded->frame;
         std::optional<Qx::Ptr<iHostImage>> image = free_.pop();
         if (!image) {
             return;
@@ -150,11 +162,11 @@ void FramePipeline::pack()
             failOnDevice(width_, height_);
         }
         const Media::Status packed =
-            job_.input.place(*frame, rows, static_cast<std::ptrdiff_t>((*image)->getPitch()));
+            job_.input.place(frame, rows, static_cast<std::ptrdiff_t>((*image)->getPitch()));
         if (!packed) {
             throw Failure(ExitCode::input, packed.text());
         }
-        if (!packed_.push({std::move(*image), frame->time()})) {
+        if (!packed_.push({std::move(*image), frame.time(), decoded->number})) {
             return;
         }
     }
@@ -187,6 +199,10 @@ bool FramePipeline::convertFrame(const Packed& frame)
         return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
     }
     const Surface picture = job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded) : uploaded, format_);
+    if (job_.burnIn != nullptr) {
+        const bool video = job_.outputRange == Image::GamutScaling::Video;
+        job_.burnIn->draw(picture, frame.number, video ? Media::Range::video : Media::Range::full);
+    }
     bool going = true;
     runStep(job_.step, picture, frame.time, [&](const Surface& made, const Media::FrameTime& time) {
         Surface result = job_.delivery != nullptr ? job_.delivery->fromPicture(made) : made.copyToHost();

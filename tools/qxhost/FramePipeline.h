@@ -4,6 +4,7 @@
 #include "platform/GPUImage.h"
 #include "platform/Surface.h"
 #include "tools/qxhost/BoundedQueue.h"
+#include "tools/qxhost/BurnIn.h"
 #include "tools/qxhost/EffectChain.h"
 #include "tools/qxhost/FrameDelivery.h"
 #include "tools/qxhost/FrameInput.h"
@@ -31,7 +32,8 @@ struct ConversionJob
     Media::FramePacker::Target source; ///< depth of the conversion; range and matrix of YCrCb frames
     Image::GamutScaling outputRange = Image::GamutScaling::Unscaled;
     Image::Filter filter = Image::Filter::CatmullRom;
-    PictureStep step;                        ///< after the effects
+    BurnIn* burnIn = nullptr;                ///< after the effects; null: none
+    PictureStep step;                        ///< after these
     const FrameDelivery* delivery = nullptr; ///< how pictures leave the GPU; null: as A R G B
     bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
 
@@ -58,10 +60,17 @@ public:
     bool stopped() const { return stopped_; }
 
 private:
+    struct Decoded
+    {
+        Media::Frame frame;
+        std::int64_t number = 0; ///< in the clip, from 0
+    };
+
     struct Packed
     {
         Qx::Ptr<iHostImage> image;
         Media::FrameTime time;
+        std::int64_t number = 0;
     };
 
     struct Converted
@@ -93,7 +102,7 @@ private:
     std::size_t inFlight_;
     FrameUpload upload_;
 
-    BoundedQueue<Media::Frame> decoded_;
+    BoundedQueue<Decoded> decoded_;
     BoundedQueue<Qx::Ptr<iHostImage>> free_; ///< host images that wait to be packed into
     BoundedQueue<Packed> packed_;
     BoundedQueue<Converted> converted_;

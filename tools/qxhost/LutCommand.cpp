@@ -326,7 +326,8 @@ ExitCode info(const LutOptions& options, Console& console)
 ExitCode preview(const LutOptions& options, Console& console)
 {
     const Host::LUTReading reading = readLut(options.file.string());
-    const LutPicture picture = drawLut(*reading.table);
+    const std::string name = options.file.filename().string();
+    const LutPicture picture = drawLut(*reading.table, name, reading.facts.contents);
     Media::OutputSettings settings;
     settings.width = picture.width;
     settings.height = picture.height;

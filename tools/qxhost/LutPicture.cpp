@@ -1,6 +1,8 @@
 #include "tools/qxhost/LutPicture.h"
 
+#include "host/fonts/TextPainter.h"
 #include "host/luts/LUTReader.h"
+#include "platform/Font.h"
 
 #include <algorithm>
 #include <array>
@@ -22,21 +24,28 @@ struct Box
 };
 
 constexpr int width = 1280;
-constexpr int height = 920;
+constexpr int height = 1016;
 constexpr int margin = 24;
+constexpr int heading = 60; ///< for the name of the LUT
+constexpr int titleSize = 17;
+constexpr int title = 30; ///< above each panel
 constexpr int panelWidth = (width - 3 * margin) / 2;
 constexpr int chartHeight = 400;
-constexpr int lowerHeight = height - 3 * margin - chartHeight;
+constexpr int chartTop = heading + title;
+constexpr int lowerTop = chartTop + chartHeight + margin / 2 + title;
+constexpr int lowerHeight = height - margin - lowerTop;
 
-constexpr Box before{margin, margin, panelWidth, chartHeight};
-constexpr Box after{2 * margin + panelWidth, margin, panelWidth, chartHeight};
-constexpr Box curves{margin, 2 * margin + chartHeight, panelWidth, lowerHeight};
-constexpr Box ramps{2 * margin + panelWidth, 2 * margin + chartHeight, panelWidth, lowerHeight};
+constexpr Box before{margin, chartTop, panelWidth, chartHeight};
+constexpr Box after{2 * margin + panelWidth, chartTop, panelWidth, chartHeight};
+constexpr Box curves{margin, lowerTop, panelWidth, lowerHeight};
+constexpr Box ramps{2 * margin + panelWidth, lowerTop, panelWidth, lowerHeight};
 
 constexpr Colour background{0.102F, 0.106F, 0.118F};
 constexpr Colour panel{0.145F, 0.149F, 0.165F};
 constexpr Colour gridLine{0.23F, 0.235F, 0.255F};
 constexpr Colour identityLine{0.45F, 0.46F, 0.49F};
+constexpr Colour brightText{0.93F, 0.935F, 0.945F};
+constexpr Colour plainText{0.66F, 0.67F, 0.70F};
 constexpr std::array<Colour, 3> channelLines{Colour{0.95F, 0.36F, 0.34F}, Colour{0.40F, 0.80F, 0.42F},
                                              Colour{0.36F, 0.62F, 0.98F}};
 
@@ -247,11 +256,55 @@ void drawRamps(Canvas& canvas, const iHostImage3D& table)
     }
 }
 
+/// Writes on the canvas; nothing where there is no typeface.
+class Writer
+{
+public:
+    Writer(Canvas& canvas, int size, int style)
+        : canvas_(canvas), painter_(Host::Text::TextPainter::open("sans", size, style))
+    {
+    }
+
+    /// Returns where the text ends.
+    int write(const std::string& text, int x, int y, const Colour& colour, int mostWidth = width)
+    {
+        if (painter_ == nullptr) {
+            return x;
+        }
+        const std::string seen = painter_->fitted(text, mostWidth);
+        painter_->paint(seen, {x, y},
+                        [&](int px, int py, float coverage) { canvas_.blend(px, py, colour, coverage); });
+        return x + painter_->measure(seen).x;
+    }
+
+private:
+    Canvas& canvas_;
+    std::unique_ptr<Host::Text::TextPainter> painter_;
+};
+
+void drawTitles(Canvas& canvas, const std::string& name, const std::string& contents)
+{
+    Writer head(canvas, 26, iFont::Bold);
+    const int end = head.write(name, margin, 18, brightText, width / 2);
+    Writer plain(canvas, titleSize, 0);
+    plain.write(contents, end + 18, 26, plainText, width - margin - end - 18);
+    constexpr int above = 25;
+    plain.write("Before", before.x, before.y - above, plainText);
+    plain.write("After", after.x, after.y - above, plainText);
+    int x = plain.write("Curves of grey:", curves.x, curves.y - above, plainText) + 8;
+    constexpr std::array names{"red", "green", "blue"};
+    for (std::size_t c = 0; c < names.size(); ++c) {
+        x = plain.write(names[c], x, curves.y - above, channelLines[c]) + 8;
+    }
+    plain.write("Ramps: before above, after below", ramps.x, ramps.y - above, plainText);
+}
+
 } // namespace
 
-LutPicture drawLut(const iHostImage3D& table)
+LutPicture drawLut(const iHostImage3D& table, const std::string& name, const std::string& contents)
 {
     Canvas canvas;
+    drawTitles(canvas, name, contents);
     paint(canvas, before, chartAt);
     paint(canvas, after, [&](float u, float v) { return Host::lookUp(table, chartAt(u, v)); });
     drawCurves(canvas, table);

@@ -3,6 +3,7 @@
 #include "platform/GPUImage.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace Qx::Program {
@@ -15,7 +16,8 @@ struct LutPicture
     std::vector<std::uint8_t> bytes;
 };
 
-/// Draws what a table does: a chart before and after, the curves of grey, and ramps before and after.
-LutPicture drawLut(const iHostImage3D& table);
+/// Draws what a table does: a chart before and after, the curves of grey, and ramps before and after, each
+/// with its title. `name` and `contents` head the picture. Titles are left out where there is no typeface.
+LutPicture drawLut(const iHostImage3D& table, const std::string& name, const std::string& contents);
 
 } // namespace Qx::Program

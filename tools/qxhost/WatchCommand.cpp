@@ -1,4 +1,5 @@
 #include "QxFxResources/Manager.h"
+#include "host/Host.h"
 #include "platform/Settings.h"
 #include "platform/Text.h"
 #include "tools/qxhost/Commands.h"
@@ -8,9 +9,11 @@
 #include "tools/qxhost/HostSession.h"
 #include "tools/qxhost/Interruption.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fmt/format.h>
+#include <optional>
 #include <string>
 
 namespace Qx::Program {
@@ -81,12 +84,13 @@ void useAsTemplates(const path& directory)
     }
 }
 
-/// Where effects and what they include lie.
-std::vector<path> catalogueDirectories()
+std::vector<path> watchedDirectories()
 {
-    const path shaders = narrow(getShadersDir());
-    return {shaders, shaders / "Include", narrow(getFXTemplatesDirectory(iSettings::User)),
-            narrow(getFXTemplatesDirectory(iSettings::Machine))};
+    std::vector<path> directories;
+    for (const LightweightString<char>& directory : Host::effectDirectories()) {
+        directories.emplace_back(directory.view());
+    }
+    return directories;
 }
 
 /// The effect files that there are, each with its stamp.
@@ -113,7 +117,7 @@ public:
 
     void run()
     {
-        DirectoryWatch watch(catalogueDirectories());
+        DirectoryWatch watch(watchedDirectories());
         const Interruption interruption([&] { watch.stop(); });
         Snapshot known = takeSnapshot();
         compileFirst();
@@ -123,6 +127,7 @@ public:
         while (watch.wait()) {
             Snapshot now = takeSnapshot();
             if (now != known) {
+                tellWhatIsNotCompiled(known, now);
                 known = std::move(now);
                 Manager::instance().recompileAll();
                 show();
@@ -131,6 +136,28 @@ public:
     }
 
 private:
+    /// The changes after which there is nothing to compile, so that none goes without an answer.
+    void tellWhatIsNotCompiled(const Snapshot& before, const Snapshot& now)
+    {
+        const auto stampIn = [](const Snapshot& snapshot, const std::string& file) {
+            const auto found = std::find_if(snapshot.begin(), snapshot.end(),
+                                            [&](const auto& entry) { return entry.first == file; });
+            return found == snapshot.end() ? std::nullopt : std::optional(found->second);
+        };
+        for (const ShaderEffectInfo& info : Manager::instance().effects()) {
+            const std::string file = narrow(info.getFullPath());
+            const auto stamp = stampIn(now, file);
+            if (stamp == stampIn(before, file)) {
+                continue;
+            }
+            if (!stamp) {
+                console_.note(file + " is gone; what was compiled of it stays");
+            } else if (*stamp == info.timeStamp) {
+                console_.note(file + " is again as it was last compiled");
+            }
+        }
+    }
+
     /// Compiles what the author works on, so that old mistakes are told too; what is shipped waits for its
     /// use.
     void compileFirst()

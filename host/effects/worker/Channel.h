@@ -15,6 +15,7 @@ enum class FrameType : std::uint32_t
     Ready,     ///< worker to host: version, and why it cannot work, if it cannot
     Compile,   ///< host to worker: one effect
     Step,      ///< worker to host: what it begins now
+    Inputs,    ///< worker to host: an archive of nothing but the files that the effect was read from
     Result,    ///< worker to host: what became of the effect; the last of its frames
 };
 

@@ -181,6 +181,9 @@ void EffectWorkers::run(Lock& lock, const std::string& key, Job& job)
 
 EffectCompilation EffectWorkers::find(const CompileRequest& request)
 {
+    if (std::optional<EffectCompilation> refusal = refusalOf(request)) {
+        return *std::move(refusal);
+    }
     if (options_.cache == nullptr) {
         return work(request);
     }
@@ -212,9 +215,37 @@ EffectCompilation EffectWorkers::work(const CompileRequest& request)
         }
         // One that had waited for work and was gone when it came is no fault of the effect.
         if (outcome.began || fresh) {
-            return failed(request, outcome.failure + " while " + nameOf(outcome.step.stage), outcome.step);
+            return refuse(request, outcome);
         }
     }
+}
+
+std::optional<EffectCompilation> EffectWorkers::refusalOf(const CompileRequest& request)
+{
+    Lock lock(mutex_);
+    const auto found = refused_.find(keyOf(request));
+    if (found == refused_.end()) {
+        return std::nullopt;
+    }
+    EffectCompilation refusal = found->second;
+    lock.unlock();
+    return isCurrent(refusal, request) ? std::optional(std::move(refusal)) : std::nullopt;
+}
+
+EffectCompilation EffectWorkers::refuse(const CompileRequest& request, const WorkerProcess::Outcome& outcome)
+{
+    EffectCompilation refusal =
+        failed(request, outcome.failure + " while " + nameOf(outcome.step.stage), outcome.step);
+    if (outcome.again && !outcome.compilation.inputs.empty()) {
+        constexpr std::size_t most = 4096; // effects; with more the first ones are tried again
+        refusal.inputs = outcome.compilation.inputs;
+        const Lock lock(mutex_);
+        if (refused_.size() >= most) {
+            refused_.clear();
+        }
+        refused_[keyOf(request)] = refusal;
+    }
+    return refusal;
 }
 
 EffectWorkers::Process EffectWorkers::takeProcess(bool& fresh, std::string& problem)

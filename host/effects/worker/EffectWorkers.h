@@ -43,7 +43,8 @@ public:
 
     /// The effect, or messages. A worker that dies, hangs, takes too much or answers nonsense is one message.
     /// Requests for the same effect at the same time share one compilation; one that has been compiled ahead
-    /// is handed out, once, unless a file that went in has changed since.
+    /// is handed out, once, unless a file that went in has changed since. What a worker crashed over, or took
+    /// too much for, is not tried again before such a change.
     EffectCompilation compile(const CompileRequest& request);
 
     /// Compiles these on cores that are free, in their order, and keeps the results until they are asked for.
@@ -69,6 +70,8 @@ private:
 
     void run(Lock& lock, const std::string& key, Job& job);
     EffectCompilation find(const CompileRequest& request);
+    std::optional<EffectCompilation> refusalOf(const CompileRequest& request);
+    EffectCompilation refuse(const CompileRequest& request, const WorkerProcess::Outcome& outcome);
     EffectCompilation work(const CompileRequest& request);
     Process takeProcess(bool& fresh, std::string& problem);
     Process startProcess(std::string& problem);
@@ -87,6 +90,7 @@ private:
     std::mutex mutex_; // guards all below
     std::condition_variable changed_;
     std::map<std::string, std::shared_ptr<Job>> jobs_; ///< by the request's bytes
+    std::map<std::string, EffectCompilation> refused_; ///< what no worker survives, by the request's bytes
     std::deque<std::string> ahead_;                    ///< keys of the jobs that wait for a free core
     std::vector<Process> idle_;
     std::vector<Process> busy_;

@@ -48,16 +48,18 @@ int moveUp(int descriptor)
 class SpawnPlan
 {
 public:
-    explicit SpawnPlan(int socket)
+    SpawnPlan(int socket, int lifeline)
     {
         ::posix_spawn_file_actions_init(&files_);
         ::posix_spawnattr_init(&attributes_);
-        // A driver's chatter must not mix with the host's data.
+        // A driver's chatter must not mix with the host's data. What is written to standard output comes to
+        // us: our worker turns it away at once, and what another program says there tells that it is none.
         ok_ = ::posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
-              ::posix_spawn_file_actions_addopen(&files_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0) == 0 &&
+              ::posix_spawn_file_actions_adddup2(&files_, socket, STDOUT_FILENO) == 0 &&
               ::posix_spawn_file_actions_addopen(&files_, STDERR_FILENO, "/dev/null", O_WRONLY, 0) == 0 &&
               ::posix_spawn_file_actions_adddup2(&files_, socket, workerSocket) == 0 &&
-              ::posix_spawn_file_actions_addclosefrom_np(&files_, workerSocket + 1) == 0 && setAttributes();
+              ::posix_spawn_file_actions_adddup2(&files_, lifeline, workerLifeline) == 0 &&
+              ::posix_spawn_file_actions_addclosefrom_np(&files_, workerLifeline + 1) == 0 && setAttributes();
     }
     ~SpawnPlan()
     {
@@ -78,6 +80,7 @@ public:
 
 private:
     static constexpr int workerSocket = 3;
+    static constexpr int workerLifeline = 4;
 
     bool setAttributes()
     {
@@ -96,6 +99,31 @@ private:
     posix_spawn_file_actions_t files_{};
     posix_spawnattr_t attributes_{};
     bool ok_ = false;
+};
+
+/// A pipe whose reading end the worker gets and nobody writes to.
+struct Lifeline
+{
+    int ours = -1;
+    int theirs = -1;
+
+    Lifeline()
+    {
+        std::array<int, 2> ends{};
+        if (::pipe2(ends.data(), O_CLOEXEC) == 0) {
+            theirs = moveUp(ends[0]);
+            ours = moveUp(ends[1]);
+        }
+    }
+
+    /// Has the system kill the process when the last writing end goes: whatever program it is, whatever it is
+    /// at and however the host ends.
+    void tie(pid_t pid) const
+    {
+        ::fcntl(theirs, F_SETOWN, pid);
+        ::fcntl(theirs, F_SETSIG, SIGKILL);
+        ::fcntl(theirs, F_SETFL, O_ASYNC);
+    }
 };
 
 /// How a process ended, for people.
@@ -143,12 +171,17 @@ public:
             return {};
         }
         looked_ = now;
+        process_.continueIfStopped();
         if (process_.memoryBytes() > limits_.memoryBytes) {
+            again_ = true;
             return "took more than " + std::to_string(limits_.memoryBytes >> 20U) + " MiB of memory";
         }
         const std::string step = excess(step_, limit_, now);
         return step.empty() ? excess(first_, limits_.total(), now) : step;
     }
+
+    /// Whether what was exceeded is a matter of the effect, and not of how busy the machine is.
+    bool again() const { return again_; }
 
 private:
     struct Start
@@ -157,9 +190,10 @@ private:
         Clock::time_point time;
     };
 
-    std::string excess(const Start& start, milliseconds limit, Clock::time_point now) const
+    std::string excess(const Start& start, milliseconds limit, Clock::time_point now)
     {
         if (processorTime_() - start.processor > limit) {
+            again_ = true;
             return "did not end within " + seconds(limit) + " of processor time";
         }
         if (now - start.time > limit * Limits::idleFactor) {
@@ -175,10 +209,11 @@ private:
     Start step_;
     milliseconds limit_{};
     Clock::time_point looked_{};
+    bool again_ = false;
 };
 
-WorkerProcess::WorkerProcess(int pid, int socket)
-    : pid_(pid), descriptor_(::pidfd_open(pid, 0)), channel_(socket)
+WorkerProcess::WorkerProcess(int pid, int socket, int lifeline)
+    : pid_(pid), descriptor_(::pidfd_open(pid, 0)), lifeline_(lifeline), channel_(socket)
 {
 }
 
@@ -191,15 +226,22 @@ std::unique_ptr<WorkerProcess> WorkerProcess::start(const std::filesystem::path&
         return nullptr;
     }
     const int theirs = moveUp(sockets[1]);
+    const Lifeline lifeline;
     pid_t pid = -1;
-    const int error = theirs < 0 ? EMFILE : SpawnPlan(theirs).run(program, pid);
+    const int error =
+        theirs < 0 || lifeline.ours < 0 ? EMFILE : SpawnPlan(theirs, lifeline.theirs).run(program, pid);
+    if (error == 0) {
+        lifeline.tie(pid);
+    }
     ::close(theirs);
+    ::close(lifeline.theirs);
     if (error != 0) {
         ::close(sockets[0]);
+        ::close(lifeline.ours);
         problem.text = program.string() + ": " + systemMessage(error);
         return nullptr;
     }
-    std::unique_ptr<WorkerProcess> self(new WorkerProcess(pid, sockets[0]));
+    std::unique_ptr<WorkerProcess> self(new WorkerProcess(pid, sockets[0], lifeline.ours));
     if (!self->greet(hello, wanted, problem)) {
         problem.text = program.string() + ": " + problem.text;
         return nullptr;
@@ -212,6 +254,7 @@ WorkerProcess::~WorkerProcess()
     // One that is idle leaves on its own, so that its driver can finish writing what it caches.
     channel_.hangUp();
     end();
+    ::close(lifeline_);
     if (descriptor_ >= 0) {
         ::close(descriptor_);
     }
@@ -220,7 +263,10 @@ WorkerProcess::~WorkerProcess()
 bool WorkerProcess::greet(const Hello& hello, const std::function<bool()>& wanted, Problem& problem)
 {
     const Clock::time_point latest = Clock::now() + greetingLimit;
-    const Channel::Patience patience = [&] { return Clock::now() < latest && wanted(); };
+    const Channel::Patience patience = [&] {
+        continueIfStopped();
+        return Clock::now() < latest && wanted();
+    };
     Frame frame;
     const bool sent = channel_.send(FrameType::Hello, encode(hello), patience);
     const Channel::Answer answer =
@@ -261,6 +307,7 @@ WorkerProcess::Outcome WorkerProcess::compile(const CompileRequest& request, con
     if (!outcome.answered && outcome.failure.empty()) {
         outcome.failure = excess.empty() ? "the worker process " + end()
                                          : "the worker process " + excess + " and was stopped";
+        outcome.again = excess.empty() ? crashed_ : meter.again();
     }
     if (!outcome.answered) {
         kill();
@@ -278,6 +325,13 @@ void WorkerProcess::follow(Outcome& outcome, Meter& meter, const Limits& limits,
     Frame frame;
     Channel::Answer answer = Channel::Answer::Frame;
     while ((answer = channel_.receive(frame, limits.resultBytes, patience)) == Channel::Answer::Frame) {
+        if (frame.type == FrameType::Inputs && outcome.compilation.inputs.empty()) {
+            if (auto read = readEffectArchive(frame.payload)) {
+                outcome.compilation.inputs = std::move(read->inputs);
+                continue;
+            }
+            break;
+        }
         if (frame.type == FrameType::Result) {
             auto compilation = readEffectArchive(frame.payload);
             outcome.answered = compilation.has_value();
@@ -336,6 +390,16 @@ void WorkerProcess::kill()
     channel_.hangUp();
 }
 
+/// Whoever stops a worker alone, such as a tool that suspends what computes much, would have everybody wait
+/// for nothing until the time is up. A debugger's stops are its own: they are not seen here.
+void WorkerProcess::continueIfStopped() const
+{
+    siginfo_t info{};
+    if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED | WNOHANG) == 0 && info.si_pid != 0) {
+        ::kill(pid_, SIGCONT); // not waited for yet, so that the number is its own
+    }
+}
+
 bool WorkerProcess::hasEnded()
 {
     const std::lock_guard lock(endMutex_);
@@ -347,6 +411,7 @@ bool WorkerProcess::hasEnded()
         endText_ = errno == ECHILD ? "ended" : ""; // somebody else in this process waits for every child
     } else if (info.si_pid != 0) {
         endText_ = describeEnd(info);
+        crashed_ = info.si_code != CLD_EXITED && info.si_status != SIGKILL;
     }
     return !endText_.empty();
 }

@@ -58,8 +58,9 @@ public:
     struct Outcome
     {
         bool answered = false;
-        bool began = false; ///< false: it ended before it had looked at the request
-        EffectCompilation compilation;
+        bool began = false;            ///< false: it ended before it had looked at the request
+        EffectCompilation compilation; ///< without an answer: its inputs, if the worker came to know them
+        bool again = false; ///< without an answer: whether the same request would fail again, for all we know
         std::string failure; ///< for people, when there is no answer: "crashed (SIGSEGV)"
         Step step;           ///< what it was at then
     };
@@ -77,20 +78,23 @@ public:
     void kill();
 
 private:
-    WorkerProcess(int pid, int socket);
+    WorkerProcess(int pid, int socket, int lifeline);
     bool greet(const Hello& hello, const std::function<bool()>& wanted, Problem& problem);
     std::chrono::milliseconds processorTime() const;
     class Meter;
     void follow(Outcome& outcome, Meter& meter, const Limits& limits, const Channel::Patience& patience);
+    void continueIfStopped() const;
     bool hasEnded();
     bool awaitEnd(std::chrono::milliseconds most);
     std::string end();
 
     const int pid_;
     const int descriptor_; ///< of the process; -1 where the system has none to give
+    const int lifeline_;   ///< the process lives as long as this descriptor is open
     Channel channel_;
     std::mutex endMutex_;
-    std::string endText_; ///< how it ended; empty until it has been waited for
+    std::string endText_;  ///< how it ended; empty until it has been waited for
+    bool crashed_ = false; ///< by a fault of its own
 };
 
 } // namespace Qx::Host::Worker

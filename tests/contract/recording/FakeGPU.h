@@ -89,7 +89,8 @@ class FakeFont final : public iFont
 {
 public:
     XY<int> measure(const LightweightString<wchar_t>&) override { return {}; }
-    bool draw(Qx::Ptr<iGPUImage>, const LightweightString<wchar_t>&, XY<int>, const NormalisedRGB&) override
+    bool draw(Qx::Ptr<iGPUImage>, const LightweightString<wchar_t>&, XY<int>, const NormalisedRGB&,
+              eAlpha) override
     {
         return false;
     }

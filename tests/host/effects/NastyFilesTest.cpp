@@ -3,6 +3,7 @@
 
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
+#include "tests/effects/ManyParts.h"
 #include "tests/pixels/RunningHost.h"
 
 #include <gtest/gtest.h>
@@ -22,25 +23,6 @@ namespace Qx::Host::Tests {
 namespace {
 
 using Path = std::filesystem::path;
-
-std::string repeated(const std::string& text, std::size_t count)
-{
-    std::string result;
-    result.reserve(text.size() * count);
-    for (std::size_t i = 0; i < count; ++i) {
-        result += text;
-    }
-    return result;
-}
-
-std::string numbered(std::size_t count, const std::function<std::string(const std::string&)>& text)
-{
-    std::string result;
-    for (std::size_t i = 0; i < count; ++i) {
-        result += text(std::to_string(i));
-    }
-    return result;
-}
 
 std::string effectWith(const std::string& body, const std::string& globals = {})
 {

@@ -77,7 +77,36 @@ TEST_F(CompileAheadTest, ABrokenEffectSaysNothingUntilItIsAskedFor)
     EXPECT_EQ(workers().compilations(), 1U);
 }
 
-TEST_F(CompileAheadTest, WhatNoWorkerSurvivedIsTriedAgain)
+TEST_F(CompileAheadTest, WhatNoWorkerSurvivesIsNotTriedAgain)
+{
+    order("parsing:crash:bad.fx");
+    write("value.fxh", "#define VALUE 0.25\n");
+    const auto file = write("bad.fx", "#include \"value.fxh\"\n" + effectText("VALUE"));
+    workers().compileAhead({request(file)});
+    await([this] { return workers().compilations() == 1; });
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(compile(file).messages,
+                  file.string() + ":1:1: error: the worker process crashed (SIGABRT) while compiling\n");
+    }
+    EXPECT_EQ(workers().compilations(), 1U);
+    write("value.fxh", "#define VALUE 0.5\n");
+    EXPECT_EQ(lineCount(compile(file).messages), 1U);
+    EXPECT_EQ(workers().compilations(), 2U);
+    EXPECT_TRUE(log().empty());
+}
+
+TEST_F(CompileAheadTest, WhatSomebodyKilledIsTriedAgain)
+{
+    order("parsing:kill:bad.fx");
+    const auto file = write("bad.fx", effectText());
+    workers().compileAhead({request(file)});
+    await([this] { return workers().compilations() == 1; });
+    compile(file); // may have waited for the one that is under way
+    EXPECT_EQ(lineCount(compile(file).messages), 1U);
+    EXPECT_GE(workers().compilations(), 2U);
+}
+
+TEST_F(CompileAheadTest, WhatNoWorkerCouldReadIsTriedAgain)
 {
     order("compiling:crash:bad.fx");
     const auto file = write("bad.fx", effectText());

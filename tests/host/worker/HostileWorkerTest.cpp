@@ -58,8 +58,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "compiling"},
         Mischief{"Stall", "compiling:stall",
                  "the worker process did not end within 7200 ms and was stopped while compiling"},
-        Mischief{"Freeze", "compiling:freeze",
-                 "the worker process did not end within 7200 ms and was stopped while compiling"},
         Mischief{"Memory", "compiling:memory",
                  "the worker process took more than 1024 MiB of memory and was stopped while compiling"},
         Mischief{"Flood", "compiling:flood",
@@ -112,6 +110,12 @@ TEST_F(NoWorkerTest, ItIsAnotherProgram)
 {
     options().program = "/bin/true";
     expectNoWorker("/bin/true: it ended by itself (exit code 0)");
+}
+
+TEST_F(NoWorkerTest, ItWritesWithoutEnd)
+{
+    options().program = "/usr/bin/yes";
+    expectNoWorker("/usr/bin/yes: it is no worker of this version of the host");
 }
 
 TEST_F(NoWorkerTest, ItCrashesAtTheStart)

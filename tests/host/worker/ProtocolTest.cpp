@@ -113,7 +113,7 @@ TEST_F(ChannelTest, AnotherMarkIsNoFrame)
 
 TEST_F(ChannelTest, TypesThatAreNoneAreNoFrames)
 {
-    say("QxFC\x06\0\0\0\0\0\0\0"s);
+    say("QxFC\x07\0\0\0\0\0\0\0"s);
     EXPECT_EQ(hear(), Channel::Answer::Malformed);
     say("QxFC\0\0\0\0\0\0\0\0"s);
     EXPECT_EQ(hear(), Channel::Answer::Malformed);

@@ -159,12 +159,27 @@ bool runs(int process)
     return std::getline(status, text) && text.find(") Z ") == std::string::npos;
 }
 
-TEST_F(WorkerTest, ItEndsWhenTheHostIsGone)
+TEST_F(WorkerTest, OneThatWasStoppedGoesOn)
+{
+    for (const char* stage : {"greeting:freeze", "compiling:freeze", "answering:freeze"}) {
+        closeWorkers();
+        order(stage);
+        const EffectCompilation compiled = compile(write("good.fx", effectText()));
+        EXPECT_NE(compiled.effect, nullptr) << stage << ": " << compiled.messages;
+        EXPECT_EQ(workers().processesStarted(), 1U) << stage;
+    }
+}
+
+class OrphanTest : public WorkerTest, public testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(OrphanTest, EndsWhenTheHostIsGone)
 {
     const auto file = write("good.fx", effectText());
     const auto log = folder() / "worker.log";
     ::setenv("QXFXC_LOG", log.c_str(), 1);
-    order("compiling:spin");
+    order(GetParam());
     std::string program = QX_TEST_ORPHAN;
     std::string worker = QX_TEST_WORKER;
     std::string effect = file.string();
@@ -178,6 +193,9 @@ TEST_F(WorkerTest, ItEndsWhenTheHostIsGone)
     ::waitpid(host, nullptr, 0);
     await([&] { return !runs(process); });
 }
+
+INSTANTIATE_TEST_SUITE_P(, OrphanTest,
+                         testing::Values("greeting:stall", "compiling:spin", "compiling:freeze"));
 
 } // namespace
 

@@ -111,6 +111,21 @@ TEST_F(Caches, a_cache_that_cannot_be_had_changes_no_result_and_is_one_line_in_t
     EXPECT_NE(clear.err.find(".cache/qxhost"), std::string::npos) << clear.err;
 }
 
+TEST_F(Caches, one_that_is_refused_is_called_not_used)
+{
+    const auto problem = [this] { return info()["problem"].get<std::string>(); };
+    EXPECT_EQ(problem(), "");
+    write(".cache/qxhost", "a file where the directory should be");
+    EXPECT_EQ(problem(), "Not a directory");
+    const Outcome outcome = qxhost({"effects", "cache", "info"});
+    EXPECT_NE(outcome.out.find("not used: Not a directory"), std::string::npos) << outcome.out;
+    fs::remove(at(".cache/qxhost"));
+    fs::create_directory(at(".cache/qxhost"));
+    EXPECT_EQ(problem(), "");
+    fs::permissions(at(".cache/qxhost"), fs::perms::all);
+    EXPECT_EQ(problem(), "it belongs to another user, or others may write to it");
+}
+
 TEST_F(Caches, two_programs_fill_one_cache)
 {
     Running first({programPath(), "effects", "list"}, at(""));

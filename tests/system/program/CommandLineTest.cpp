@@ -225,6 +225,34 @@ TEST_F(CommandLine, diagnosing_takes_known_steps_and_measures_or_shows)
     expectUsageError({"diagnose-measure", "3"}, {"diagnose-measure"});
 }
 
+TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
+{
+    const auto refused = [&](std::vector<std::string> options, const std::vector<std::string>& words) {
+        options.insert(options.begin(), {"convert", "none.mov", "out.png"});
+        const Outcome outcome = qxhost(options);
+        EXPECT_EQ(outcome.exitCode, 2) << outcome.err;
+        for (const std::string& word : words) {
+            EXPECT_NE(outcome.err.find(word), std::string::npos) << word << " is not in: " << outcome.err;
+        }
+    };
+    refused({"--burn-in", "{clp}"},
+            {"no field {clp}", "did you mean clip?", "{timecode}, {frame} and {clip}"});
+    refused({"--burn-in", "{clip"}, {"not closed"});
+    refused({"--burn-in", ""}, {"--burn-in is empty"});
+    refused({"--burn-in", "\xC3("}, {"no UTF-8"});
+    refused({"--burn-in", "x", "--font", "\xFF"}, {"--font", "no UTF-8"});
+    refused({"--burn-in", "x", "--font", ""}, {"--font is empty"});
+    refused({"--font", "DejaVu Sans"}, {"--font: there is no text", "--burn-in"});
+    refused({"--position", "top"}, {"--position: there is no text"});
+    refused({"--burn-in", "x", "--position", "botom"}, {"\"botom\" is no place", "did you mean bottom?"});
+    refused({"--burn-in", "x", "--position", "1,2,3"}, {"is no place"});
+    refused({"--burn-in", "x", "--position", "1,99999999999"}, {"is no place"});
+    refused({"--burn-in", "x", "--font-size", "0"}, {"from 1 to 2048"});
+    refused({"--burn-in", "x", "--font-size", "12.5"}, {"a whole number of pixels"});
+    expectHelp({"convert", "--help"},
+               {"--burn-in TEXT", "{timecode}, {frame} and {clip}", "--position PLACE"});
+}
+
 } // namespace
 
 } // namespace Qx::System

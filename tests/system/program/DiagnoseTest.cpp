@@ -98,6 +98,7 @@ TEST_F(Diagnose, a_drawing_rate_is_the_devices_own_time)
     EXPECT_EQ(figure.at("basis"), "device");
     EXPECT_GT(figure.at("yardstick").get<double>(), 0);
     EXPECT_GT(figureOf(report, "lut-33").at("value").get<double>(), 0);
+    EXPECT_GT(figureOf(report, "text").at("value").get<double>(), 0);
 }
 
 TEST_F(Diagnose, an_upload_that_is_refused_is_told)

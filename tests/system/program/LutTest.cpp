@@ -217,13 +217,29 @@ TEST_F(Luts, are_drawn_before_and_after)
     ASSERT_EQ(drawn.exitCode, 0) << drawn.err;
     const Bytes picture = decoded("look.png", "rgb24");
     constexpr std::size_t width = 1280;
-    ASSERT_EQ(picture.size(), width * 920 * 3);
+    ASSERT_EQ(picture.size(), width * 1016 * 3);
     // A patch of skin on the left, and its negative in the same place on the right.
     const auto at = [&](std::size_t x, std::size_t y, std::size_t c) {
         return picture[3 * (y * width + x) + c];
     };
     for (std::size_t c = 0; c < 3; ++c) {
-        EXPECT_NEAR(at(24 + 75, 24 + 290, c) + at(652 + 75, 24 + 290, c), 255, 1);
+        EXPECT_NEAR(at(24 + 75, 90 + 290, c) + at(652 + 75, 90 + 290, c), 255, 1);
+    }
+    // Its name and the titles of its four parts.
+    const auto isWrittenAt = [&](std::size_t left, std::size_t top) {
+        for (std::size_t y = top; y < top + 24; ++y) {
+            for (std::size_t x = left; x < left + 60; ++x) {
+                if (at(x, y, 1) > 140) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    };
+    EXPECT_TRUE(isWrittenAt(24, 25));
+    for (const std::size_t top : {65U, 508U}) {
+        EXPECT_TRUE(isWrittenAt(24, top)) << top;
+        EXPECT_TRUE(isWrittenAt(652, top)) << top;
     }
     EXPECT_EQ(qxhost({"lut", "preview", "negative.cube", "look.png"}).exitCode, 4) << "it exists";
     EXPECT_EQ(qxhost({"lut", "preview", "negative.cube", "look.png", "--force"}).exitCode, 0);

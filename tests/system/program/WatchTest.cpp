@@ -112,6 +112,24 @@ TEST_F(Watching, shows_each_save_and_keeps_the_last_good_look)
     EXPECT_EQ(program_->wait().exitCode, 0);
 }
 
+TEST_F(Watching, answers_a_mistake_that_is_undone_and_a_file_that_goes)
+{
+    startWatching();
+    write("fx/.glow.swp", glow("bluff"));
+    fs::rename(at("fx/.glow.swp"), at("fx/glow.fx"));
+    ASSERT_TRUE(becomes([&] { return lines().find("  in technique") != std::string::npos; })) << lines();
+    write("fx/.glow.swp", glow("gain"));
+    fs::rename(at("fx/.glow.swp"), at("fx/glow.fx"));
+    ASSERT_TRUE(becomes([&] {
+        return lines().find("qxhost: FX/glow.fx is again as it was last compiled\n") != std::string::npos;
+    })) << lines();
+    fs::remove(at("fx/glow.fx"));
+    ASSERT_TRUE(becomes([&] {
+        return lines().find("qxhost: FX/glow.fx is gone; what was compiled of it stays\n") !=
+               std::string::npos;
+    })) << lines();
+}
+
 TEST_F(Watching, picks_up_new_effects_and_tells_of_those_that_do_not_compile)
 {
     startWatching();

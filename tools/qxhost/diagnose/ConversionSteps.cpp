@@ -1,4 +1,5 @@
 #include "QxFxResources/GPUColourConverter.h"
+#include "fonts/GPUFontCache.h"
 #include "image/TechniqueApplication.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
@@ -176,6 +177,27 @@ Figure measureTable(Probe& probe)
     return rateFigure("lut-33", "looks", "LUT of 33 x 33 x 33 (LUT.fx), 8 bits", timeDrawing(probe, frame));
 }
 
+Figure measureText(Probe& probe)
+{
+    constexpr float height = 54;
+    constexpr XY<int> position{96, 54};
+    probe.doing("drawing a line of text into a frame of 1920 x 1080");
+    const auto use = GPUFontCache::instance().getFont({L"monospace", height, 0});
+    const Qx::Ptr<iFont> font = use->value();
+    const Qx::Ptr<iGPUImage> target = OS().gpu().createGPUImage(whole, bits8);
+    const auto frame = [&] {
+        return font && probe.operation() &&
+               font->draw(target, L"10:00:00:00  A001_C002_0101.mov", position, {1, 1, 1, 1});
+    };
+    Figure figure =
+        rateFigure("text", "looks", "A line of text of 54 pixels' height", timeDrawing(probe, frame));
+    if (!font) {
+        figure.failed = false;
+        figure.note = "no typeface could be had";
+    }
+    return figure;
+}
+
 } // namespace
 
 void measureConversions(Probe& probe, Yardsticks& yardsticks)
@@ -196,6 +218,7 @@ void measureLooks(Probe& probe, Yardsticks& yardsticks)
         yardsticks.compareWithDevice(figure, 2 * bytesOf(whole, bits8), bits8);
         probe.send(figure);
     }
+    probe.send(measureText(probe)); // touches a few texels: a copy of the frame is no yardstick
 }
 
 } // namespace Qx::Diagnosis

@@ -261,7 +261,7 @@ std::string plotSections(const Report& report)
                    transferPlot(report)) +
            section("Conversions", "Frames of 1920 x 1080 a second on the device. " + marks,
                    barPlot(figuresOf(report, "conversions"))) +
-           section("Looks", "Frames of 1920 x 1080 a second on the device. " + marks,
+           section("Looks and text", "Frames of 1920 x 1080 a second on the device. " + marks,
                    barPlot(figuresOf(report, "looks"))) +
            section(
                "Whole frames",

@@ -58,7 +58,7 @@ const std::vector<Group>& groups()
         {"transfers", "Moving frames to the device and back"},
         {"latency", "One small frame, there and back"},
         {"conversions", "Conversions on the device, 1920 x 1080"},
-        {"looks", "Looks on the device, 1920 x 1080"},
+        {"looks", "Looks and text on the device, 1920 x 1080"},
         {"frames", "Whole frames: up, 4:2:2 to RGB, an effect, RGB to 4:2:2, and back"},
         {"streams", "Several streams of whole frames at once, 1920 x 1080"},
         {"compiling", "Compiling effects"},

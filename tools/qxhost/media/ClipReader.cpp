@@ -1,5 +1,6 @@
 #include "tools/qxhost/media/ClipReader.h"
 
+#include "tools/qxhost/media/ClipTimeCode.h"
 #include "tools/qxhost/media/ComponentRows.h"
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "tools/qxhost/media/Names.h"
@@ -398,6 +399,7 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     info.hasAlpha = usesAlpha(first, components);
     info.hasFullChroma = !components.isGrey() && components.chromaShiftX() == 0;
     info.orientation = orientationOf(*stream);
+    info.timeCode = timeCodeOf(*input, *stream, first);
     if (info.isStill) {
         info.frameCount = 1;
         return {};

@@ -49,6 +49,9 @@ struct StreamInfo
     bool hasAlpha = false;
     /// Colour at the full width (RGB, 4:4:4), of which packing to 4:2:2 keeps half.
     bool hasFullChroma = false;
+    /// Of the first frame, as the clip has it ("01:00:00:00", ';' before the frames of drop-frame counting);
+    /// empty when it has none.
+    std::string timeCode;
     /// Where the clip asks for it; the reader turns nothing.
     std::optional<Orientation> orientation;
 };

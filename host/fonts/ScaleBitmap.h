@@ -1,0 +1,11 @@
+#pragma once
+
+#include "host/fonts/Face.h"
+
+namespace Qx::Host::Text {
+
+/// The picture at another size, about the same pen and baseline. A pixel is the average of what lies under
+/// it, or of one texel's width where the picture is enlarged.
+GlyphBitmap scaled(const GlyphBitmap& bitmap, double scale);
+
+} // namespace Qx::Host::Text

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Qx/XY.h"
+#include "host/Host.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace Qx::Host::Text {
+
+class TextShaper;
+
+/// Draws text without a device, for pictures that are made on the processor. One thread.
+class QX_HOST_API TextPainter
+{
+public:
+    /// Null, after a line in the log, when there is no typeface. `style` is a combination of iFont::eStyle.
+    static std::unique_ptr<TextPainter> open(const std::string& typeface, int size, int style);
+    ~TextPainter();
+    TextPainter(const TextPainter&) = delete;
+    TextPainter& operator=(const TextPainter&) = delete;
+
+    /// Width and height of a line, as iFont::measure() has them.
+    XY<int> measure(const std::string& text) const;
+
+    /// The text, UTF-8, cut behind so that it fits into that width, with an ellipsis where it was cut.
+    std::string fitted(const std::string& text, int width) const;
+
+    /// Calls `cover` for each pixel of each glyph, with how much of it is covered, 0 to 1.
+    void paint(const std::string& text, XY<int> corner,
+               const std::function<void(int x, int y, float coverage)>& cover) const;
+
+private:
+    explicit TextPainter(std::shared_ptr<TextShaper> shaper);
+
+    const std::shared_ptr<TextShaper> shaper_;
+};
+
+} // namespace Qx::Host::Text

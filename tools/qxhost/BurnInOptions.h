@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <variant>
+
+namespace Qx::Program {
+
+/// Where the box of a burned-in text lies: at an edge of the safe area, in a corner of it, or in the middle.
+struct BurnInAnchor
+{
+    int across = 0; ///< -1 left, 0 middle, 1 right
+    int down = 1;   ///< -1 top, 0 middle, 1 bottom
+};
+
+/// Its top left corner in pixels of the picture.
+struct BurnInPlace
+{
+    int x = 0;
+    int y = 0;
+};
+
+/// What "qxhost convert --burn-in" and its fellows ask for.
+struct BurnInOptions
+{
+    std::string text; ///< with fields; empty: nothing is burned in
+    std::string font; ///< a typeface or a file; empty: the system's monospaced one
+    int size = 0;     ///< pixels; 0: chosen by the picture
+    std::variant<BurnInAnchor, BurnInPlace> position;
+};
+
+} // namespace Qx::Program

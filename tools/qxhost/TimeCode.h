@@ -1,0 +1,42 @@
+#pragma once
+
+#include "tools/qxhost/media/MediaTypes.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Qx::Program {
+
+/// SMPTE ST 12-1 time codes of a clip's frames.
+///
+/// A label counts the nominal frames of a second: 30 at 29.97. Drop-frame counting (5.2.2 there), written
+/// with
+/// ';', leaves out the labels of the first frames of every minute but each tenth, 2 at 29.97 and 4 at 59.94,
+/// so that labels stay with the clock. After 24 hours labels begin anew.
+class TimeCode
+{
+public:
+    /// From 00:00:00:00, drop-frame where the rate has that. A rate that is not known (num 0) counts 25.
+    explicit TimeCode(const Media::Rational& rate);
+
+    /// From the label of the first frame, "01:00:00:00", or "01:00:00;00" (also with '.') for drop-frame.
+    /// Empty when it is no label at this rate.
+    static std::optional<TimeCode> startingAt(std::string_view label, const Media::Rational& rate);
+
+    /// Of the frame that many after the first.
+    std::string label(std::int64_t frame) const;
+
+    bool isDropFrame() const { return dropped_ > 0; }
+
+private:
+    std::int64_t framesPerMinute() const { return 60 * perSecond_ - dropped_; }
+    std::int64_t framesPerTenMinutes() const { return 600 * perSecond_ - 9 * dropped_; }
+
+    std::int64_t perSecond_ = 25;
+    std::int64_t dropped_ = 0; ///< labels left out in a minute
+    std::int64_t first_ = 0;   ///< number of the first frame since 00:00:00:00
+};
+
+} // namespace Qx::Program

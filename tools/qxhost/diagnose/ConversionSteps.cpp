@@ -179,10 +179,10 @@ Figure measureTable(Probe& probe)
 
 Figure measureText(Probe& probe)
 {
-    constexpr float height = 54;
+    constexpr float pixels = 54;
     constexpr XY<int> position{96, 54};
     probe.doing("drawing a line of text into a frame of 1920 x 1080");
-    const auto use = GPUFontCache::instance().getFont({L"monospace", height, 0});
+    const auto use = GPUFontCache::instance().getFont({L"monospace", pixels, 0});
     const Qx::Ptr<iFont> font = use->value();
     const Qx::Ptr<iGPUImage> target = OS().gpu().createGPUImage(whole, bits8);
     const auto frame = [&] {

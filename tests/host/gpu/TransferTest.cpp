@@ -75,6 +75,25 @@ TEST_F(TransferTest, AnImageSurvivesTheReleaseOfTheHostImageItCameFrom)
     EXPECT_EQ(download(image), bytes);
 }
 
+TEST_F(TransferTest, ACopyOnTheDeviceHasEveryByteAndFitsSizeAndFormat)
+{
+    const XY<int> size{129, 77};
+    for (const iGPUImage::eFormat format : formats) {
+        const Bytes bytes = noise(bytesOf(size, format), 5);
+        const Qx::Ptr<iGPUImage> source = upload(size, format, bytes);
+        const Qx::Ptr<iGPUImage> target = gpu().createGPUImage(size, format);
+        EXPECT_TRUE(gpu().copyImage(source, target));
+        EXPECT_EQ(download(target), bytes) << format;
+        EXPECT_EQ(download(source), bytes) << format;
+        EXPECT_FALSE(gpu().copyImage(source, source));
+        EXPECT_FALSE(gpu().copyImage(source, gpu().createGPUImage({129, 76}, format)));
+        EXPECT_FALSE(gpu().copyImage(source, {}));
+        EXPECT_FALSE(gpu().copyImage({}, target));
+    }
+    EXPECT_FALSE(gpu().copyImage(gpu().createGPUImage(size, iGPUImage::eARGB8),
+                                 gpu().createGPUImage(size, iGPUImage::eARGB16)));
+}
+
 TEST_F(TransferTest, ASteadyStateMakesNoNewImages)
 {
     const XY<int> size{640, 360};

@@ -22,6 +22,8 @@ public:
         std::uint32_t glyph = 0;
         unsigned phase = 0;
 
+        // NOLINTNEXTLINE(modernize-use-nullptr): takes the comparison with 0 that it stands for for a
+        // pointer's
         friend auto operator<=>(const Key&, const Key&) = default;
     };
 

@@ -259,6 +259,7 @@ Line TextShaper::shape(std::wstring_view text)
     const std::lock_guard lock(mutex_);
     const std::vector<Item> items = itemise(units);
     std::vector<UBiDiLevel> levels;
+    levels.reserve(items.size());
     for (const Item& item : items) {
         levels.push_back(item.level);
     }

@@ -157,13 +157,6 @@ TEST_F(TransferTest, TablesHaveAtLeastTwoEntriesAnEdgeAndFitTheDevice)
     EXPECT_EQ(onDevice->getSize(), 17);
 }
 
-TEST_F(TransferTest, FontsAreRefusedWithALineInTheLog)
-{
-    takeLog();
-    EXPECT_FALSE(gpu().createFont(L"Sans", 12, 0));
-    EXPECT_NE(takeLog().find("fonts"), std::string::npos);
-}
-
 namespace {
 
 class BoundedTest : public GpuTest

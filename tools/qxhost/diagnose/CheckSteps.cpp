@@ -174,7 +174,8 @@ std::optional<std::uint64_t> wronglyRounded(Probe& probe)
         target ? target->getPrimitivesRenderer(1) : Qx::Ptr<iGraphicPrimitivesRenderer>();
     for (int i = 0; i < levels; ++i) {
         const float side = i % 2 == 0 ? -besideHalf : besideHalf;
-        const float level = (static_cast<float>(i / 2) + 0.5F + side) / steps8Bits;
+        const int below = i / 2;
+        const float level = (static_cast<float>(below) + 0.5F + side) / steps8Bits;
         const NormalisedRGB colour{level, level, level, level};
         if (!renderer || !probe.operation() ||
             !renderer->draw(RectDescription{{i, 0, i + 1, 1}, colour, colour, 0}, 1)) {
@@ -190,7 +191,7 @@ std::optional<std::uint64_t> wronglyRounded(Probe& probe)
         const int nearest = (i + 1) / 2;
         bool fits = true;
         for (int c = 0; c < 4; ++c) {
-            fits = fits && bytes[static_cast<std::size_t>(4 * i + c)] == nearest;
+            fits = fits && bytes[static_cast<std::size_t>(i) * 4 + static_cast<std::size_t>(c)] == nearest;
         }
         wrong += fits ? 0U : 1U;
     }

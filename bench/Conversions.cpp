@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cstring>
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -21,7 +20,6 @@ namespace {
 using namespace Image;
 using benchmark::State;
 
-constexpr int framesInFlight = 3;
 constexpr std::array depths{iGPUImage::eARGB8, iGPUImage::eARGB16};
 
 /// Converts a frame; false when nothing was drawn.
@@ -57,29 +55,15 @@ void onDevice(State& state, Conversion convert, const Surface& source, Surface t
 
 void thereAndBack(State& state, iGPUImage::eFormat depth, Filter filter)
 {
-    const std::vector<Surface> frames(framesInFlight, makeVideoFrame(depth));
-    std::deque<Surface> results;
+    // As many as are under way: a frame is written again only when the device has read it.
+    const std::vector<Surface> frames(3, makeVideoFrame(depth));
     std::size_t next = 0;
-    const auto start = [&] {
+    measureThereAndBack(state, [&] {
         const Surface source = frames[next++ % frames.size()].uploadToGPU();
         Surface target = makePicture(depth);
         decode(source, target, filter);
-        results.push_back(target.copyToHost());
-    };
-    for (int i = 0; i < framesInFlight; ++i) {
-        start();
-    }
-    for (auto _ : state) {
-        const Qx::Ptr<iHostImage> image = results.front().getHostImage();
-        if (!image || image->map(iHostImage::Read) == nullptr) {
-            state.SkipWithError("no frame came back");
-            return;
-        }
-        results.pop_front();
-        start();
-    }
-    state.counters["fps"] =
-        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+        return target.copyToHost().getHostImage();
+    });
 }
 
 void copyInMemory(State& state, iGPUImage::eFormat depth)

@@ -6,6 +6,7 @@
 #include "platform/OS.h"
 
 #include <cstdint>
+#include <deque>
 #include <string>
 
 namespace Qx::Bench {
@@ -79,6 +80,25 @@ void measureOnDevice(benchmark::State& state, const Surface& target, const std::
     state.counters["fps"] = benchmark::Counter(static_cast<double>(state.iterations()) * framesPerIteration,
                                                benchmark::Counter::kIsRate);
     state.counters["bytes"] = static_cast<double>(size.x) * size.y * image->getBitsPerTexel() / 8.0;
+}
+
+void measureThereAndBack(benchmark::State& state, const std::function<Qx::Ptr<iHostImage>()>& start)
+{
+    constexpr int framesInFlight = 3;
+    std::deque<Qx::Ptr<iHostImage>> results;
+    for (int i = 0; i < framesInFlight; ++i) {
+        results.push_back(start());
+    }
+    for (auto _ : state) {
+        if (!results.front() || results.front()->map(iHostImage::Read) == nullptr) {
+            state.SkipWithError("no frame came back");
+            return;
+        }
+        results.pop_front();
+        results.push_back(start());
+    }
+    state.counters["fps"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
 const char* deviceName()

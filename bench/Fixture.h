@@ -31,6 +31,10 @@ void finish();
 void measureOnDevice(benchmark::State& state, const Image::Surface& target,
                      const std::function<bool()>& draw);
 
+/// Frames a second there and back, as the counter "fps", with three under way at a time. `start` begins with
+/// the next one and gives the memory that it will come back to.
+void measureThereAndBack(benchmark::State& state, const std::function<Qx::Ptr<iHostImage>()>& start);
+
 /// The device that the benchmarks run on, for people.
 const char* deviceName();
 

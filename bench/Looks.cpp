@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -39,8 +38,6 @@ namespace {
 
 namespace OCIO = OCIO_NAMESPACE;
 using benchmark::State;
-
-constexpr int framesInFlight = 3;
 
 std::size_t bytesOf(iGPUImage::eFormat depth)
 {
@@ -141,25 +138,11 @@ void thereAndBack(State& state, iGPUImage::eFormat depth)
 {
     const Look look;
     const Qx::Ptr<iHostImage> frame = scatteredImage(depth);
-    std::deque<Qx::Ptr<iHostImage>> results;
-    const auto start = [&] {
+    measureThereAndBack(state, [&] {
         const Qx::Ptr<iGPUImage> target = OS().gpu().createGPUImage(frameSize, depth);
-        look.draw(OS().gpu().uploadImage(frame, 0), target);
-        results.push_back(OS().gpu().downloadImage(target));
-    };
-    for (int i = 0; i < framesInFlight; ++i) {
-        start();
-    }
-    for (auto _ : state) {
-        if (!results.front() || results.front()->map(iHostImage::Read) == nullptr) {
-            state.SkipWithError("no frame came back");
-            return;
-        }
-        results.pop_front();
-        start();
-    }
-    state.counters["fps"] =
-        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+        return look.draw(OS().gpu().uploadImage(frame, 0), target) ? OS().gpu().downloadImage(target)
+                                                                   : Qx::Ptr<iHostImage>();
+    });
 }
 
 void throughColourIO(State& state, iGPUImage::eFormat depth)

@@ -1,4 +1,5 @@
 #include "tests/effects/FxTest.h"
+#include "tests/effects/ManyParts.h"
 
 #include <gtest/gtest.h>
 
@@ -11,16 +12,6 @@
 
 namespace Qx::Host::Tests {
 namespace {
-
-std::string repeated(const std::string& text, std::size_t count)
-{
-    std::string result;
-    result.reserve(text.size() * count);
-    for (std::size_t i = 0; i < count; ++i) {
-        result += text;
-    }
-    return result;
-}
 
 std::string effectWith(const std::string& body)
 {

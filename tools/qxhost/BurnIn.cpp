@@ -149,15 +149,29 @@ void BurnIn::draw(const Image::Surface& picture, std::int64_t frame, Media::Rang
     const NormalisedRGB black = grey(video ? level(16, target->getFormat()) : 0.0F);
     const NormalisedRGB white = grey(video ? level(235, target->getFormat()) : 1.0F);
     const Text text = wide(text_.filledFor({frame, timeCode_, clip_}));
+    if (text.length() > Host::Text::TextShaper::longestLine) {
+        throw Failure(ExitCode::usage,
+                      "--burn-in: a text of " + std::to_string(text.length()) + " characters; " +
+                          std::to_string(Host::Text::TextShaper::longestLine) + " at most can be drawn");
+    }
     if (!fitted_) {
         fitInto(target->getSize(), text);
         fitted_ = true;
     }
-    const RectangleOf<int> box = boxOf(target->getSize(), text);
+    const XY<int> size = target->getSize();
+    const RectangleOf<int> box = boxOf(size, text);
+    cut_ = cut_ || box.x0 < 0 || box.y0 < 0 || box.x1 > size.x || box.y1 > size.y;
     const XY<int> corner{box.x0 + padding(size_), box.y0 + padding(size_) / 2};
     if (!drawBox(target, box, black) || !font_->value()->draw(target, text, corner, white)) {
-        failOnDevice(target->getSize().x, target->getSize().y);
+        failOnDevice(size.x, size.y);
     }
+}
+
+std::string BurnIn::remark() const
+{
+    return cut_ ? "--burn-in: the text does not fit into the picture, and what is outside is lost; give a "
+                  "shorter text, a smaller --font-size or another --position"
+                : "";
 }
 
 } // namespace Qx::Program

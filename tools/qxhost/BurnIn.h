@@ -24,6 +24,9 @@ public:
     /// codes are black and white. Throws Failure (device) when it was not drawn.
     void draw(const Image::Surface& picture, std::int64_t frame, Media::Range range);
 
+    /// What is worth knowing about what was drawn, a line; empty when all was well.
+    std::string remark() const;
+
 private:
     using Text = LightweightString<wchar_t>;
 
@@ -41,6 +44,7 @@ private:
     Qx::Ptr<iGPUImage> dot_; ///< a texel to draw boxes with
     XY<int> widest_{0, 0};   ///< text so far: the box never shrinks, so that it does not twitch
     bool fitted_ = false;
+    bool cut_ = false; ///< a text reached beyond its picture
 };
 
 } // namespace Qx::Program

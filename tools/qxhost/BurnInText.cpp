@@ -56,7 +56,7 @@ BurnInText::BurnInText(const std::string& text)
         } else if (text[i] == '{') {
             const std::size_t end = text.find('}', i);
             if (end == std::string::npos) {
-                complain("the brace before \"" + text.substr(i + 1) + "\" is not closed");
+                complain("\"" + text.substr(i) + "\" has no closing brace");
             }
             pieces_.back().field = fieldNamed(text.substr(i + 1, end - i - 1));
             pieces_.emplace_back();

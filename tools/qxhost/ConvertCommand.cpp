@@ -360,6 +360,9 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
     for (const std::string& warning : warningsOf(conversion)) {
         console.note(warning);
     }
+    if (burnIn && !burnIn->remark().empty()) {
+        console.note(burnIn->remark());
+    }
     console.note(summary(conversion));
     if (options.json) {
         console.data(jsonText(describeRun(conversion)));

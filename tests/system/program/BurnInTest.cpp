@@ -145,6 +145,25 @@ TEST_F(BurnIn, a_long_text_becomes_smaller_to_fit_unless_its_size_is_given)
     EXPECT_EQ(changed(frame(text, 0, {"--font-size", "30"})).x1, width) << "runs out of the picture";
 }
 
+TEST_F(BurnIn, a_text_that_is_cut_is_noted_and_one_beyond_all_bounds_refused)
+{
+    makeClip();
+    const auto burnt = [&](const std::string& text, const std::string& size) {
+        return qxhost({"convert", "A001.mov", "out.png", "--force", "--frames", "1", "--burn-in", text,
+                       "--font-size", size});
+    };
+    const std::string note = "--burn-in: the text does not fit into the picture";
+    EXPECT_EQ(burnt("a", "12").err.find(note), std::string::npos);
+    const Outcome cut = burnt("a text that is too long for so small a picture", "30");
+    EXPECT_EQ(cut.exitCode, 0);
+    EXPECT_NE(cut.err.find(note), std::string::npos) << cut.err;
+    const Outcome refused = burnt(std::string(65537, 'a'), "12");
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_NE(refused.err.find("--burn-in: a text of 65537 characters; 65536 at most can be drawn"),
+              std::string::npos)
+        << refused.err;
+}
+
 TEST_F(BurnIn, white_and_black_of_video_range_stay_within_it)
 {
     makeClip();

@@ -810,6 +810,14 @@ private:
                 "one is measured",
                 "diagnose");
         }
+        for (const char* option : {"--html", "--json", "--compare", "--from", "--device"}) {
+            if (diagnose_->count(option) > 0 && diagnose_->get_option(option)->as<std::string>().empty()) {
+                complain(std::string(option) + " is empty; give it a value or leave it out", "diagnose");
+            }
+        }
+        if (std::isnan(diagnoseOptions_.limit)) {
+            complain("--limit: nan is no number of seconds", "diagnose");
+        }
         diagnoseOptions_.json = diagnoseOptions_.jsonFile == "-";
         return diagnoseOptions_;
     }

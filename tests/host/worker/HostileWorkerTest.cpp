@@ -14,6 +14,7 @@ struct Mischief
     const char* name;
     const char* order;
     const char* message; ///< behind "FILE:1:1: error: ", as a regular expression
+    std::chrono::milliseconds step{300};
 };
 
 void PrintTo(const Mischief& mischief, std::ostream* stream)
@@ -27,7 +28,7 @@ class HostileWorkerTest : public WorkerTest, public testing::WithParamInterface<
 
 TEST_P(HostileWorkerTest, CostsOneMessageAndTheNextEffectCompiles)
 {
-    options().limits.step = std::chrono::milliseconds(300);
+    options().limits.step = GetParam().step;
     options().limits.memoryBytes = std::uint64_t{1} << 30U;
     options().limits.resultBytes = std::size_t{1} << 20U;
     order(std::string(GetParam().order) + ":hostile.fx");
@@ -59,7 +60,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mischief{"Stall", "compiling:stall",
                  "the worker process did not end within 7200 ms and was stopped while compiling"},
         Mischief{"Memory", "compiling:memory",
-                 "the worker process took more than 1024 MiB of memory and was stopped while compiling"},
+                 "the worker process took more than 1024 MiB of memory and was stopped while compiling",
+                 std::chrono::seconds(10)}, // sanitizers take their time over so much memory
         Mischief{"Flood", "compiling:flood",
                  "the worker process answered with what makes no sense and was stopped while compiling"},
         Mischief{"Garbage", "compiling:garbage",

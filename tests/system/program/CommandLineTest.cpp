@@ -221,6 +221,9 @@ TEST_F(CommandLine, diagnosing_takes_known_steps_and_measures_or_shows)
     expectUsageError({"diagnose", "--only", "transfers,speed"}, {"speed"});
     expectUsageError({"diagnose", "--from", "last", "--quick"}, {"--from", "--quick"});
     expectUsageError({"diagnose", "--limit", "0"}, {"--limit"});
+    expectUsageError({"diagnose", "--limit", "nan"}, {"--limit"});
+    expectUsageError({"diagnose", "--from", ""}, {"--from is empty"});
+    expectUsageError({"diagnose", "--html", ""}, {"--html is empty"});
     expectUsageError({"diagnose", "report.html"}, {"report.html"});
     expectUsageError({"diagnose-measure", "3"}, {"diagnose-measure"});
 }
@@ -237,7 +240,7 @@ TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
     };
     refused({"--burn-in", "{clp}"},
             {"no field {clp}", "did you mean clip?", "{timecode}, {frame} and {clip}"});
-    refused({"--burn-in", "{clip"}, {"not closed"});
+    refused({"--burn-in", "{clip"}, {"\"{clip\" has no closing brace"});
     refused({"--burn-in", ""}, {"--burn-in is empty"});
     refused({"--burn-in", "\xC3("}, {"no UTF-8"});
     refused({"--burn-in", "x", "--font", "\xFF"}, {"--font", "no UTF-8"});

@@ -356,6 +356,16 @@ TEST_F(DiagnoseKept, a_disk_that_is_full_is_told_and_leaves_nothing_half_done)
     EXPECT_EQ(filesBeside({"before.json", "now.json"}), std::vector<std::string>());
 }
 
+TEST_F(DiagnoseKept, a_reader_that_goes_away_costs_what_is_printed_alone)
+{
+    writeRuns();
+    const Outcome outcome =
+        run({"sh", "-c", R"("$0" diagnose --from now.json --html page.html > /dev/full)", programPath()});
+    EXPECT_EQ(outcome.exitCode, 4);
+    expectWords(outcome.err, {"page.html: written", "standard output: cannot be written"});
+    EXPECT_TRUE(fs::exists(at("page.html")));
+}
+
 TEST_F(DiagnoseKept, existing_files_are_not_replaced_without_force)
 {
     writeRuns();

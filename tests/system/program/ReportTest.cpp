@@ -8,6 +8,8 @@
 #include "tools/qxhost/diagnose/TextReport.h"
 #include "tools/qxhost/diagnose/Verdict.h"
 
+#include <cstdlib>
+#include <filesystem>
 #include <gtest/gtest.h>
 
 // What a report means and looks like, for figures that are given: no device and no clock is in it.
@@ -254,6 +256,24 @@ TEST(ReportJson, what_is_no_report_is_named_with_the_place)
     EXPECT_TRUE(holds(failureOf(negative.dump()), "old.json.machine.memory: is no count"));
 }
 
+TEST(ReportJson, a_number_beyond_all_numbers_is_named_with_its_file)
+{
+    std::string text = Program::jsonText(toJson(makeReport()));
+    const std::string mark = "\"value\": ";
+    text.insert(text.find(mark) + mark.size(), "1e999, \"was\": ");
+    EXPECT_TRUE(holds(failureOf(text), "old.json: holds a number that is too large")) << failureOf(text);
+}
+
+TEST(ReportJson, texts_cannot_steer_a_terminal)
+{
+    Report report = makeReport();
+    report.device.name = "GPU\x1b[31m\n";
+    report.ending.said = "last\x07\nwords";
+    const Report read = reportFrom(Program::jsonText(toJson(report)), "a.json");
+    EXPECT_EQ(read.device.name, "GPU\\x1b[31m\\n");
+    EXPECT_EQ(read.ending.said, "last\\x07\nwords");
+}
+
 TEST(ReportJson, any_value_that_is_missing_or_of_another_kind_is_a_failure_and_no_crash)
 {
     const Json flat = toJson(makeReport()).flatten();
@@ -479,6 +499,20 @@ TEST(SavedRuns, are_named_by_date_and_device)
     EXPECT_EQ(fileNameOf(report), "2026-11-21T07-13-01_etc-passwd.json");
     report.device.name = "";
     EXPECT_EQ(fileNameOf(report), "2026-11-21T07-13-01.json");
+}
+
+TEST(SavedRuns, of_one_second_stay_side_by_side)
+{
+    std::string place = (std::filesystem::temp_directory_path() / "qx-runs-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(place.data()), nullptr);
+    ::setenv("XDG_STATE_HOME", place.c_str(), 1);
+    const std::filesystem::path first = saveRun(makeReport());
+    const std::filesystem::path second = saveRun(makeReport());
+    EXPECT_NE(first, second);
+    EXPECT_TRUE(std::filesystem::exists(first));
+    EXPECT_EQ(loadRun("last").name, second.stem().string());
+    ::unsetenv("XDG_STATE_HOME");
+    std::filesystem::remove_all(place);
 }
 
 TEST(LifeSign, tells_what_was_asked_for_last_and_how_often)

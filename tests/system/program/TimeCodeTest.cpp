@@ -144,7 +144,7 @@ TEST(BurnInText, mistakes_are_explained)
     EXPECT_NE(unknown.find("{timecode}, {frame} and {clip}"), std::string::npos) << unknown;
     EXPECT_NE(unknown.find("{{"), std::string::npos) << unknown;
     EXPECT_NE(refusalOf("{}").find("no field {}"), std::string::npos);
-    EXPECT_NE(refusalOf("{frame").find("not closed"), std::string::npos);
+    EXPECT_NE(refusalOf("a {frame").find("\"{frame\" has no closing brace"), std::string::npos);
     EXPECT_NE(refusalOf("{Frame}").find("did you mean frame?"), std::string::npos);
     EXPECT_NE(refusalOf("a\xFF").find("no UTF-8"), std::string::npos);
 }

@@ -122,13 +122,47 @@ private:
     int step_ = 0;
 };
 
+/// Standard output. When its reader goes away, what is measured can still be kept in files.
+class Screen
+{
+public:
+    Screen(const DiagnoseOptions& options, Console& console)
+        : console_(console),
+          keeps_(options.save || !options.html.empty() || (!options.jsonFile.empty() && !options.json))
+    {
+    }
+
+    /// Throws Failure (output) when nobody would get to know anything.
+    void show(std::string_view text)
+    {
+        if (lost_) {
+            return;
+        }
+        try {
+            console_.data(text);
+        } catch (const Failure& failure) {
+            if (!keeps_) {
+                throw;
+            }
+            lost_ = failure;
+        }
+    }
+
+    const std::optional<Failure>& lost() const { return lost_; }
+
+private:
+    Console& console_;
+    bool keeps_; ///< files are asked for, too
+    std::optional<Failure> lost_;
+};
+
 /// Takes in what the measuring process sends, and shows it as it comes.
 class Collector
 {
 public:
     /// `shows`: the text goes to standard output.
-    Collector(Report& report, Console& console, Bar& bar, bool shows)
-        : report_(report), console_(console), bar_(bar), shows_(shows)
+    Collector(Report& report, Console& console, Screen& screen, Bar& bar, bool shows)
+        : report_(report), console_(console), screen_(screen), bar_(bar), shows_(shows)
     {
     }
 
@@ -158,18 +192,19 @@ private:
     {
         if (shows_) {
             console_.endStatus(false);
-            console_.data(text);
+            screen_.show(text);
         }
     }
 
     Report& report_;
     Console& console_;
+    Screen& screen_;
     Bar& bar_;
     TextReport text_;
     bool shows_;
 };
 
-Report measure(const DiagnoseOptions& options, Console& console)
+Report measure(const DiagnoseOptions& options, Console& console, Screen& screen)
 {
     Report report;
     report.date = dateText();
@@ -180,7 +215,7 @@ Report measure(const DiagnoseOptions& options, Console& console)
     const StopSign stop;
     const Interruption interruption([&] { stop.raise(); });
     Bar bar(console);
-    Collector collector(report, console, bar, !options.json);
+    Collector collector(report, console, screen, bar, !options.json);
     MeasureOptions measure;
     measure.quick = options.quick;
     measure.only = options.only;
@@ -231,16 +266,16 @@ void attempt(Console& console, ExitCode& code, Write write)
 }
 
 /// What was measured and shown before, shown again.
-Report recall(const DiagnoseOptions& options, Console& console)
+Report recall(const DiagnoseOptions& options, Screen& screen)
 {
     Report report = loadRun(options.from).report;
     if (!options.json) {
         TextReport text;
         for (const SuiteLine& line : report.suite) {
-            console.data(TextReport::line(line));
+            screen.show(TextReport::line(line));
         }
         for (const Figure& figure : report.figures) {
-            console.data(text.figure(figure));
+            screen.show(text.figure(figure));
         }
     }
     return report;
@@ -256,15 +291,15 @@ Json everything(const Report& report, const std::optional<Comparison>& compariso
 }
 
 void conclude(const Report& report, const Verdict& verdict, const std::optional<Comparison>& comparison,
-              bool json, Console& console)
+              bool json, Screen& screen)
 {
     if (json) {
-        console.data(jsonText(everything(report, comparison)));
+        screen.show(jsonText(everything(report, comparison)));
         return;
     }
-    console.data(TextReport::end(report, verdict));
+    screen.show(TextReport::end(report, verdict));
     if (comparison) {
-        console.data(TextReport::comparison(*comparison));
+        screen.show(TextReport::comparison(*comparison));
     }
 }
 
@@ -273,13 +308,15 @@ void writeFiles(const DiagnoseOptions& options, const Report& report,
 {
     if (!options.html.empty()) {
         attempt(console, code, [&] {
-            writeFile(options.html, pageOf(report, comparison));
+            writeFile(options.html, pageOf(report, comparison), options.force);
             console.note(options.html.string() + ": written");
         });
     }
     if (!options.json && !options.jsonFile.empty()) {
-        attempt(console, code,
-                [&] { writeFile(options.jsonFile, jsonText(everything(report, comparison))); });
+        attempt(console, code, [&] {
+            writeFile(options.jsonFile, jsonText(everything(report, comparison)), options.force);
+            console.note(options.jsonFile.string() + ": written");
+        });
     }
     if (options.save) {
         attempt(console, code, [&] { console.note("kept as " + saveRun(report).string()); });
@@ -296,15 +333,20 @@ ExitCode runDiagnose(const DiagnoseOptions& options, Console& console)
     if (!options.compare.empty()) {
         earlier = loadRun(options.compare);
     }
-    const Report report = options.from.empty() ? measure(options, console) : recall(options, console);
+    Screen screen(options, console);
+    const Report report = options.from.empty() ? measure(options, console, screen) : recall(options, screen);
     std::optional<Comparison> comparison;
     if (earlier) {
         comparison = compare(earlier->report, report, earlier->name);
     }
     const Verdict verdict = judge(report);
-    conclude(report, verdict, comparison, options.json, console);
+    conclude(report, verdict, comparison, options.json, screen);
     ExitCode code = codeOf(report, verdict);
     writeFiles(options, report, comparison, console, code);
+    if (screen.lost()) {
+        console.error(screen.lost()->what());
+        code = screen.lost()->code();
+    }
     return code;
 }
 

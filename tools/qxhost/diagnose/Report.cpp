@@ -20,12 +20,12 @@ double medianOf(std::vector<double> values)
 /// Each sample's place among all when sorted; equal ones share the mean of theirs.
 std::vector<double> ranks(const std::vector<double>& samples)
 {
+    std::vector<double> sorted = samples;
+    std::sort(sorted.begin(), sorted.end());
     std::vector<double> places;
     for (const double sample : samples) {
-        const auto below =
-            std::count_if(samples.begin(), samples.end(), [&](double s) { return s < sample; });
-        const auto equal = std::count(samples.begin(), samples.end(), sample);
-        places.push_back(static_cast<double>(below) + static_cast<double>(equal - 1) / 2);
+        const auto [first, end] = std::equal_range(sorted.begin(), sorted.end(), sample);
+        places.push_back(static_cast<double>((first - sorted.begin()) + (end - sorted.begin()) - 1) / 2);
     }
     return places;
 }

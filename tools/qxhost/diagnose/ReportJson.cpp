@@ -1,5 +1,6 @@
 #include "tools/qxhost/diagnose/ReportJson.h"
 
+#include "host/core/Printable.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/diagnose/Verdict.h"
 
@@ -83,12 +84,23 @@ public:
         return all;
     }
 
-    std::string text() const
+    /// A line, as it may be shown: a file of unknown origin must not steer the terminal.
+    std::string text() const { return Host::printable(string()); }
+
+    /// The same of several lines.
+    std::string lines() const
     {
-        if (!json_.is_string()) {
-            complain("is no text");
+        const std::string text = string();
+        std::string all;
+        for (std::size_t begin = 0;;) {
+            const std::size_t end = text.find('\n', begin);
+            all += Host::printable(std::string_view(text).substr(begin, end - begin));
+            if (end == std::string::npos) {
+                return all;
+            }
+            all += '\n';
+            begin = end + 1;
         }
-        return json_.get<std::string>();
     }
 
     double number() const
@@ -136,6 +148,14 @@ public:
     }
 
 private:
+    std::string string() const
+    {
+        if (!json_.is_string()) {
+            complain("is no text");
+        }
+        return json_.get<std::string>();
+    }
+
     const Json& json_;
     std::string where_;
 };
@@ -211,6 +231,8 @@ Json parse(std::string_view text, const std::string& name)
         throw Failure(ExitCode::input, fmt::format("{}: {}: is no JSON; is this a run of 'qxhost diagnose "
                                                    "--json'?",
                                                    name, lineAndColumn(text, error.byte)));
+    } catch (const Json::out_of_range& error) {
+        throw Failure(ExitCode::input, name + ": holds a number that is too large for a computer's");
     }
 }
 
@@ -304,7 +326,7 @@ Report reportFrom(std::string_view text, const std::string& name)
     }
     const Place ending = root.at("ending");
     report.ending = {ending.at("kind").oneOf(endings), ending.at("reason").text(), ending.at("doing").text(),
-                     ending.at("said").text()};
+                     ending.at("said").lines()};
     const Place device = root.at("device");
     report.device = {device.at("name").text(), device.at("type").text(), device.at("driver").text(),
                      device.at("software").flag()};

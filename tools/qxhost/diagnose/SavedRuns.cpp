@@ -115,9 +115,9 @@ std::string fileNameOf(const Report& report)
     return name + ending;
 }
 
-void writeFile(const fs::path& file, const std::string& text)
+void writeFile(const fs::path& file, const std::string& text, bool force)
 {
-    Media::Result<Media::OutputFile> output = Media::OutputFile::create(file, true);
+    Media::Result<Media::OutputFile> output = Media::OutputFile::create(file, force);
     if (!output) {
         throw Failure(ExitCode::output, output.text());
     }
@@ -140,8 +140,12 @@ fs::path saveRun(const Report& report)
                         place.empty() ? "a directory for runs" : place.string(),
                         place.empty() ? "there is no home directory" : error.message()));
     }
-    const fs::path file = place / fileNameOf(report);
-    writeFile(file, Program::jsonText(toJson(report)));
+    const fs::path name = fileNameOf(report);
+    fs::path file = place / name;
+    for (int i = 2; fs::exists(file, error); ++i) {
+        file = place / fmt::format("{}_{}{}", name.stem().string(), i, ending);
+    }
+    writeFile(file, Program::jsonText(toJson(report)), false);
     return file;
 }
 

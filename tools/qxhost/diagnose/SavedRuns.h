@@ -10,7 +10,7 @@ namespace Qx::Diagnosis {
 // Runs that are kept: JSON files in the directory "diagnose" of the user's state directory, named by date and
 // device.
 
-/// Keeps a run, and says where. Throws Failure (output).
+/// Keeps a run, and says where; one of the same second stays beside it. Throws Failure (output).
 std::filesystem::path saveRun(const Report& report);
 
 struct NamedReport
@@ -26,7 +26,7 @@ NamedReport loadRun(const std::string& name);
 /// The name that a run is kept under: "2026-11-21T07-13-01_llvmpipe.json".
 std::string fileNameOf(const Report& report);
 
-/// Writes a file aside and renames it. Throws Failure (output).
-void writeFile(const std::filesystem::path& file, const std::string& text);
+/// Writes a file aside and renames it; replaces one that exists with `force` alone. Throws Failure (output).
+void writeFile(const std::filesystem::path& file, const std::string& text, bool force);
 
 } // namespace Qx::Diagnosis

@@ -90,7 +90,10 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
 void VideoEncoder::tagColours(const OutputSettings& settings)
 {
     const bool jpeg = isJpegFormat(context_->pix_fmt);
-    matrix_ = jpeg ? Matrix::bt601 : settings.colour.matrix; // JFIF 1.02 knows one matrix
+    // JFIF 1.02 knows one matrix; VC-3 (SMPTE ST 2019-1) BT.709 alone of the two, and its decoders take it so
+    // whatever the container says.
+    const bool vc3 = context_->codec_id == AV_CODEC_ID_DNXHD;
+    matrix_ = jpeg ? Matrix::bt601 : vc3 ? Matrix::bt709 : settings.colour.matrix;
     range_ = jpeg ? Range::full : Range::video;
     const bool is709 = matrix_ == Matrix::bt709;
     context_->color_primaries = static_cast<AVColorPrimaries>(settings.colour.primariesTag);

@@ -5,6 +5,7 @@
 #include "tools/qxhost/HostSession.h"
 #include "tools/qxhost/Interruption.h"
 #include "tools/qxhost/Json.h"
+#include "tools/qxhost/PictureOutput.h"
 #include "tools/qxhost/media/ClipReader.h"
 #include "tools/qxhost/media/FrameWriter.h"
 
@@ -27,7 +28,8 @@ Media::OutputSettings settingsFor(const BlackOptions& options)
     settings.force = options.force;
     settings.expectedFrames = options.frames;
     if (options.format) {
-        settings.stored = storedLayout(*options.format, options.width, options.height, 0);
+        settings.stored = writtenLayout(*options.format, options.output, options.width, options.height,
+                                        static_cast<std::size_t>(options.outputRowBytes));
     }
     return settings;
 }
@@ -120,7 +122,8 @@ ExitCode runBlack(const BlackOptions& options, Console& console)
     for (const std::string& warning : writer.value()->warnings()) {
         console.note(warning);
     }
-    console.note(fmt::format("{}: {} {} of black, {} x {} ({})", options.output.string(), options.frames,
+    console.note(fmt::format("{}: {} {} of black, {} x {} ({})",
+                             writtenFiles(writer.value()->files(), options.output), options.frames,
                              options.frames == 1 ? "frame" : "frames", options.width, options.height,
                              writer.value()->description()));
     if (options.json) {

@@ -8,6 +8,7 @@
 #include "tools/qxhost/HostSession.h"
 
 #include <algorithm>
+#include <array>
 
 namespace Qx::Program {
 
@@ -58,6 +59,17 @@ NormalisedRGB grey(float value)
     return {value, value, value, 1.0F};
 }
 
+/// For a name that looks like a file's: without a "/" it is a typeface's.
+std::string fileHint(const std::string& font)
+{
+    std::string extension = std::filesystem::path(font).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    constexpr std::array fontFiles{".ttf", ".otf", ".ttc", ".otc"};
+    const bool looksLikeFile = std::find(fontFiles.begin(), fontFiles.end(), extension) != fontFiles.end();
+    return looksLikeFile ? "; a font file is named with a \"/\" in it: ./" + font : std::string();
+}
+
 TimeCode timeCodeOf(const Media::StreamInfo& info, std::vector<std::string>& remarks)
 {
     if (!info.timeCode.empty()) {
@@ -87,7 +99,7 @@ BurnIn::BurnIn(const BurnInOptions& options, const std::filesystem::path& clip, 
         throw Failure(ExitCode::effect, "--font " + font + ": " + failure);
     }
     if (!remark.empty()) {
-        remarks.push_back("--font " + font + ": " + remark);
+        remarks.push_back("--font " + font + ": " + remark + fileHint(font));
     }
     obtainFont(size_);
 }

@@ -6,6 +6,7 @@
 #include "tools/qxhost/LutCommandLine.h"
 #include "tools/qxhost/Wording.h"
 #include "tools/qxhost/diagnose/DiagnoseCommandLine.h"
+#include "tools/qxhost/media/ClipReader.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -157,6 +158,9 @@ CLI::Option* addCount(CLI::App& app, const std::string& option, std::int64_t& ta
     const auto set = [&target, option, smallest](const std::string& word) {
         std::int64_t value = 0;
         const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+        if (error == std::errc::result_out_of_range && word.front() != '-') {
+            throw CLI::ValidationError(option, "\"" + word + "\" is too large");
+        }
         if (error != std::errc() || end != word.data() + word.size() || value < smallest) {
             throw CLI::ValidationError(option, "\"" + word + "\" is no whole number from " +
                                                    std::to_string(smallest) + " on");
@@ -170,11 +174,20 @@ CLI::Option* addCount(CLI::App& app, const std::string& option, std::int64_t& ta
 void parseSize(const std::string& option, const std::string& word, unsigned& width, unsigned& height)
 {
     const char* end = word.data() + word.size();
+    const auto isNumber = [](std::errc error) {
+        return error == std::errc() || error == std::errc::result_out_of_range;
+    };
     const auto [cross, first] = std::from_chars(word.data(), end, width);
-    bool good = first == std::errc() && cross != end && (*cross == 'x' || *cross == 'X');
+    bool good = isNumber(first) && cross != end && (*cross == 'x' || *cross == 'X');
+    bool fits = first == std::errc();
     if (good) {
         const auto [stopped, second] = std::from_chars(cross + 1, end, height);
-        good = second == std::errc() && stopped == end;
+        good = isNumber(second) && stopped == end;
+        fits = fits && second == std::errc();
+    }
+    if (good && !fits) {
+        throw CLI::ValidationError(option, "\"" + word + "\" is too large; the largest picture is " +
+                                               std::to_string(Media::ClipReader::largestSide) + " each way");
     }
     if (!good || width == 0 || height == 0) {
         throw CLI::ValidationError(option, "\"" + word + "\" is no size; write WIDTHxHEIGHT, as 1920x1080");
@@ -391,12 +404,19 @@ void addRawInput(CLI::App& app, RawInputOptions& raw, bool sizeOption)
         ->group(group);
 }
 
+CLI::Option* addOutputRowBytes(CLI::App& app, std::int64_t& rowBytes)
+{
+    return addCount(app, "--output-row-bytes", rowBytes, 1,
+                    "Bytes from one row to the next in a raw file.\nDefault: the format's own");
+}
+
 void addOutput(CLI::App& app, ConvertOptions& options)
 {
     const std::string group = "Output";
     addPixelFormat(app, "--format", options.format,
                    "Write frames of this pixel format as they are\n('qxhost formats')")
         ->group(group);
+    addOutputRowBytes(app, options.outputRowBytes)->group(group);
     app.add_option("--codec", options.codec, "FFmpeg's name of the encoder. Default: by the output's name")
         ->option_text("NAME")
         ->group(group);
@@ -490,6 +510,7 @@ CLI::App* addBlack(CLI::App& app, BlackOptions& options)
     addCount(*command, "--frames", options.frames, 1, "Frames to write. Default: 1");
     addRate(*command, options.frameRate, "Frames a second. Default: 25");
     addPixelFormat(*command, "--format", options.format, "Write frames of this pixel format as they are");
+    addOutputRowBytes(*command, options.outputRowBytes);
     command->add_flag("--force", options.force, "Replace an output file that exists");
     addDevice(*command, options.device);
     command->add_flag("--quiet", options.quiet, "Say nothing but errors");
@@ -579,6 +600,15 @@ std::optional<PixelFormat> formatFor(const std::filesystem::path& file,
     return named;
 }
 
+void checkOutputRows(const std::optional<PixelFormat>& format, std::int64_t rowBytes,
+                     const std::string& command)
+{
+    if (rowBytes != 0 && !format) {
+        complain("--output-row-bytes: is for raw frames; add --format NAME ('qxhost formats' lists them)",
+                 command);
+    }
+}
+
 /// What INPUT and OUTPUT say by their names.
 void checkFiles(const CLI::App& app, ConvertOptions& options)
 {
@@ -592,6 +622,7 @@ void checkFiles(const CLI::App& app, ConvertOptions& options)
                      " does not go with --format, which writes frames as they are",
                  command);
     }
+    checkOutputRows(options.format, options.outputRowBytes, command);
     if (!options.raw.format) {
         options.raw.format = pixelFormatOf(options.input);
     }
@@ -729,6 +760,7 @@ private:
             requireValue(blackOptions_.output, "OUTPUT", "black");
             requireSize(blackOptions_.width, "black");
             blackOptions_.format = formatFor(blackOptions_.output, blackOptions_.format, "black");
+            checkOutputRows(blackOptions_.format, blackOptions_.outputRowBytes, "black");
             return blackOptions_;
         }
         if (formats_->parsed()) {

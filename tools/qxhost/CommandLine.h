@@ -38,6 +38,7 @@ struct BlackOptions
     unsigned height = 0;
     bool transparent = false;
     std::optional<PixelFormat> format; ///< of the frames written; empty: the encoder's own
+    std::int64_t outputRowBytes = 0;   ///< from a row to the next in a raw file; 0: the format's own
     std::int64_t frames = 1;
     Media::Rational frameRate{25, 1};
     bool force = false;

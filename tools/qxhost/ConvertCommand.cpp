@@ -10,7 +10,9 @@
 #include "tools/qxhost/Interruption.h"
 #include "tools/qxhost/Json.h"
 #include "tools/qxhost/LutFile.h"
+#include "tools/qxhost/PictureOutput.h"
 #include "tools/qxhost/ProgressDisplay.h"
+#include "tools/qxhost/TimeCode.h"
 #include "tools/qxhost/media/FrameWriter.h"
 
 #include <chrono>
@@ -120,6 +122,17 @@ Media::Range rgbRange(const Conversion& conversion)
                                              : Media::bestRgbRange(options.output, conversion.settings));
 }
 
+/// Of the first frame that a clip will have; empty without one, and where the input's makes no sense.
+std::string firstTimeCode(const ConvertOptions& options, const Media::StreamInfo& info)
+{
+    const auto code = TimeCode::startingAt(info.timeCode, info.frameRate);
+    if (!code || std::holds_alternative<ShrinkPicture>(options.step)) {
+        return {};
+    }
+    const bool fields = std::holds_alternative<SeparateFields>(options.step);
+    return fields ? code->ofFields().label(2 * options.start) : code->label(options.start);
+}
+
 void fillSettings(Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
@@ -135,6 +148,7 @@ void fillSettings(Conversion& conversion)
     settings.sampleAspect = info.sampleAspect;
     settings.fieldOrder = info.fieldOrder;
     settings.orientation = info.orientation;
+    settings.timeCode = firstTimeCode(options, conversion.info());
     settings.colour = conversion.colour.forWriting;
     settings.encoder = options.codec;
     settings.pixelFormat = options.pixelFormat;
@@ -143,8 +157,9 @@ void fillSettings(Conversion& conversion)
     settings.expectedFrames = expectedFrames(options, conversion.info()) * picturesEach(options.step);
     settings.audio = conversion.input->audio();
     if (options.format) {
-        settings.stored = storedLayout(*options.format, static_cast<unsigned>(info.width),
-                                       static_cast<unsigned>(info.height), 0);
+        settings.stored = writtenLayout(*options.format, options.output, static_cast<unsigned>(info.width),
+                                        static_cast<unsigned>(info.height),
+                                        static_cast<std::size_t>(options.outputRowBytes));
         settings.colour = storedColour(conversion);
     }
     settings.rgbRange = rgbRange(conversion);
@@ -179,6 +194,11 @@ void noteDecisions(const Conversion& conversion, Console& console)
     if (options.audio && options.start > 0 && conversion.info().hasAudio &&
         !Media::writesPictures(options.output)) {
         console.note("the audio is left out, because --start leaves out the frames that it begins with");
+    }
+    const std::string& timeCode = conversion.info().timeCode;
+    if (!timeCode.empty() && !Media::writesPictures(options.output) &&
+        !TimeCode::startingAt(timeCode, conversion.info().frameRate)) {
+        console.note("time code " + timeCode + " is left out: it is none at the clip's frame rate");
     }
     const bool keepsAlpha = options.format && !options.format->isYCrCb();
     if (conversion.info().hasAlpha && !keepsAlpha) {
@@ -256,10 +276,8 @@ Json describeRun(const Conversion& conversion)
 
 std::string summary(const Conversion& conversion)
 {
-    const std::vector<std::filesystem::path> files = conversion.writer->files();
-    const std::string first = files.empty() ? conversion.options.output.string() : files.front().string();
-    const std::string last = files.size() > 1 ? " to " + files.back().filename().string() : "";
-    return fmt::format("{}{}: {} {} ({}) in {:.1f} s, {:.1f} frames/s on {}", first, last, conversion.frames,
+    return fmt::format("{}: {} {} ({}) in {:.1f} s, {:.1f} frames/s on {}",
+                       writtenFiles(conversion.writer->files(), conversion.options.output), conversion.frames,
                        conversion.frames == 1 ? "frame" : "frames", conversion.writer->description(),
                        conversion.seconds, conversion.framesPerSecond(), deviceName());
 }
@@ -331,6 +349,9 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& co
 Conversion decide(const ConvertOptions& options)
 {
     refuseSameFile(options);
+    if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
+        requirePicture(options.output, "a thumbnail");
+    }
     Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, 0, 0};
     conversion.colour = chooseColour(options, conversion.info());
     conversion.keepCodes = passesCodes(options, conversion.info());

@@ -67,6 +67,7 @@ struct ConvertOptions
 
     RawInputOptions raw;
     std::optional<PixelFormat> format; ///< of the frames written; empty: the encoder's own
+    std::int64_t outputRowBytes = 0;   ///< from a row to the next in a raw file; 0: the format's own
     PictureStep step;
 
     std::optional<Media::Range> range; ///< of the input, instead of what its tags say

@@ -5,6 +5,7 @@
 #include "tools/qxhost/media/RgbPacker.h"
 
 #include <cstring>
+#include <fmt/format.h>
 
 namespace Qx::Program {
 
@@ -141,12 +142,13 @@ std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)
                                            raw.sizeOption + " 1920x1080");
     }
     if (raw.width > Media::ClipReader::largestSide || raw.height > Media::ClipReader::largestSide) {
-        throw Failure(ExitCode::usage, std::string(raw.sizeOption) +
-                                           ": the largest picture that is read is " +
-                                           std::to_string(Media::ClipReader::largestSide) + " each way");
+        throw Failure(ExitCode::usage,
+                      fmt::format("{} {}x{}: the largest picture that is read is {} each way", raw.sizeOption,
+                                  raw.width, raw.height, Media::ClipReader::largestSide));
     }
     auto reader = Media::RawReader::open(
-        options.input, storedLayout(format, raw.width, raw.height, static_cast<std::size_t>(raw.rowBytes)),
+        options.input,
+        storedLayout(format, raw.width, raw.height, static_cast<std::size_t>(raw.rowBytes), "--row-bytes"),
         static_cast<int>(raw.width), static_cast<int>(raw.height));
     if (!reader) {
         throw Failure(ExitCode::input, reader.text());

@@ -8,6 +8,7 @@
 #include "tools/qxhost/Json.h"
 #include "tools/qxhost/LutFile.h"
 #include "tools/qxhost/LutPicture.h"
+#include "tools/qxhost/PictureOutput.h"
 #include "tools/qxhost/media/FrameWriter.h"
 
 #include <algorithm>
@@ -325,6 +326,7 @@ ExitCode info(const LutOptions& options, Console& console)
 
 ExitCode preview(const LutOptions& options, Console& console)
 {
+    requireOnePicture(options.output, "a preview");
     const Host::LUTReading reading = readLut(options.file.string());
     const std::string name = options.file.filename().string();
     const LutPicture picture = drawLut(*reading.table, name, reading.facts.contents);

@@ -4,6 +4,7 @@
 #include "host/surfaces/RowGeometry.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/Wording.h"
+#include "tools/qxhost/media/FrameWriter.h"
 
 #include <algorithm>
 #include <charconv>
@@ -15,6 +16,8 @@ namespace {
 
 using Host::FormatInfo;
 using Host::Planes;
+
+constexpr const char* outputRowBytesOption = "--output-row-bytes";
 
 std::string lower(std::string text)
 {
@@ -127,7 +130,7 @@ Image::Core::Data describeFrame(const PixelFormat& format, unsigned width, unsig
 }
 
 Media::StoredLayout storedLayout(const PixelFormat& format, unsigned width, unsigned height,
-                                 std::size_t rowBytes)
+                                 std::size_t rowBytes, const char* option)
 {
     const FormatInfo& info = *format.info;
     const Host::RowLayout& layout = info.layout(format.bits);
@@ -138,13 +141,13 @@ Media::StoredLayout storedLayout(const PixelFormat& format, unsigned width, unsi
     constexpr std::size_t longestRow = std::size_t{1}
                                        << 30U; // far beyond any, and frames' sizes stay numbers
     if (stride > longestRow) {
-        throw Failure(ExitCode::usage, fmt::format("--row-bytes {}: rows of more than {} bytes are not read",
-                                                   rowBytes, longestRow));
+        throw Failure(ExitCode::usage,
+                      fmt::format("{} {}: rows have at most {} bytes", option, rowBytes, longestRow));
     }
     const bool words = layout.texels == iGPUImage::eARGB16;
     if (stride < needed || (words && stride % 2 != 0)) {
         throw Failure(ExitCode::usage,
-                      fmt::format("--row-bytes {}: a row of {} pixels of {} has {} bytes{}", rowBytes, width,
+                      fmt::format("{} {}: a row of {} pixels of {} has {} bytes{}", option, rowBytes, width,
                                   format.name(), needed, words ? ", and rows have whole 16-bit words" : ""));
     }
     Media::StoredLayout result;
@@ -159,6 +162,19 @@ Media::StoredLayout storedLayout(const PixelFormat& format, unsigned width, unsi
                         ? std::vector{Media::StoredLayout::Plane{rows, needed, stride}}
                         : planesOf(info, static_cast<int>(width), rows, words ? 2 : 1, stride);
     return result;
+}
+
+Media::StoredLayout writtenLayout(const PixelFormat& format, const std::filesystem::path& file,
+                                  unsigned width, unsigned height, std::size_t rowBytes)
+{
+    Media::StoredLayout layout = storedLayout(format, width, height, rowBytes, outputRowBytesOption);
+    if (rowBytes != 0 && !Media::writesRawFrames(file, layout)) {
+        throw Failure(ExitCode::usage,
+                      fmt::format("{} {}: in a file of type {} rows lie as its readers expect them; leave it "
+                                  "out, or write a raw file (.raw)",
+                                  outputRowBytesOption, rowBytes, file.extension().string()));
+    }
+    return layout;
 }
 
 } // namespace Qx::Program

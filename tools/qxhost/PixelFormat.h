@@ -39,8 +39,13 @@ std::optional<PixelFormat> pixelFormatOf(const std::filesystem::path& file);
 Image::Core::Data describeFrame(const PixelFormat& format, unsigned width, unsigned height);
 
 /// The same in files. `rowBytes` is the distance of rows there, of the first plane where there are more; 0
-/// for the format's own. Throws Failure (usage) when it is too small.
+/// for the format's own. Throws Failure (usage) in the name of `option` when no row is as long.
 Media::StoredLayout storedLayout(const PixelFormat& format, unsigned width, unsigned height,
-                                 std::size_t rowBytes);
+                                 std::size_t rowBytes, const char* option);
+
+/// The same of frames that are written to `file`, whose rows only raw files can have at a distance of one's
+/// own. Throws Failure (usage) for others.
+Media::StoredLayout writtenLayout(const PixelFormat& format, const std::filesystem::path& file,
+                                  unsigned width, unsigned height, std::size_t rowBytes);
 
 } // namespace Qx::Program

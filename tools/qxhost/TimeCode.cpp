@@ -81,6 +81,15 @@ std::optional<TimeCode> TimeCode::startingAt(std::string_view text, const Media:
     return code;
 }
 
+TimeCode TimeCode::ofFields() const
+{
+    TimeCode fields(*this);
+    fields.perSecond_ *= 2;
+    fields.dropped_ *= 2;
+    fields.first_ *= 2;
+    return fields;
+}
+
 std::string TimeCode::label(std::int64_t frame) const
 {
     const std::int64_t day = 144 * framesPerTenMinutes();

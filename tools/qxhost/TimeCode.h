@@ -25,6 +25,9 @@ public:
     /// Empty when it is no label at this rate.
     static std::optional<TimeCode> startingAt(std::string_view label, const Media::Rational& rate);
 
+    /// Counts fields where this counts frames: twice the rate, from the same time of day.
+    TimeCode ofFields() const;
+
     /// Of the frame that many after the first.
     std::string label(std::int64_t frame) const;
 

@@ -8,6 +8,7 @@
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/HostSession.h"
 #include "tools/qxhost/Interruption.h"
+#include "tools/qxhost/PictureOutput.h"
 
 #include <algorithm>
 #include <chrono>
@@ -237,6 +238,9 @@ ExitCode runEffectsWatch(const EffectsWatchOptions& options, Console& console)
     Target target = targetOf(options.file);
     if (!options.output.empty() && target.effect.empty()) {
         throw Failure(ExitCode::usage, "--output shows one effect: name its file, not a directory");
+    }
+    if (!options.output.empty()) {
+        requireOnePicture(options.output, "what is shown");
     }
     refuseExisting(options);
     useAsTemplates(target.directory);

@@ -567,6 +567,78 @@ TEST_F(Writer, OrientationIsKeptOrItsLossIsAWarning)
     }
 }
 
+TEST_F(Writer, TimeCodeIsKeptOrItsLossIsAWarning)
+{
+    for (const std::string name : {"a.mov", "a.mp4", "a.mkv", "a.mxf", "a.ts"}) {
+        OutputSettings wanted = settings(320, 240);
+        wanted.frameRate = {30000, 1001};
+        wanted.timeBase = {1001, 30000};
+        wanted.timeCode = "01:02:03;04";
+        auto writer = openWriter(at(name), wanted);
+        ASSERT_TRUE(writer);
+        writeFrames(*writer, noise(std::size_t{320} * 240 * 4), 320 * 4, 2);
+        auto reader = open(at(name));
+        ASSERT_TRUE(reader);
+        if (name == "a.ts") {
+            EXPECT_EQ(reader->info().timeCode, "");
+            ASSERT_EQ(writer->warnings().size(), 1U);
+            EXPECT_EQ(
+                writer->warnings()[0],
+                "time code 01:02:03;04 is left out: .ts (h264) does not hold it; .mov, .mp4 and .mkv do");
+        } else {
+            EXPECT_EQ(reader->info().timeCode, "01:02:03;04") << name;
+            EXPECT_TRUE(writer->warnings().empty()) << writer->warnings().front();
+        }
+    }
+    EXPECT_EQ(probe(at("a.mov"), "stream=codec_tag_string", "d:0"), "codec_tag_string=tmcd\n");
+}
+
+TEST_F(Writer, WhatTheFileDoesNotTellOfItsFramesIsAWarning)
+{
+    OutputSettings wanted = settings(720, 576);
+    wanted.sampleAspect = {16, 11};
+    wanted.fieldOrder = FieldOrder::bottomFirst;
+    wanted.colour.primariesTag = 5;
+    wanted.colour.transferTag = 6;
+    wanted.colour.matrixTag = 5;
+    const Bytes rows = flat(720, 576, {255, 10, 20, 30});
+    const auto warningsOf = [&](const std::string& name) {
+        auto writer = openWriter(at(name), wanted);
+        EXPECT_TRUE(writer->write(rows.data(), 720 * 4, {0, 1, wanted.fieldOrder}));
+        EXPECT_TRUE(writer->finish());
+        return writer->warnings();
+    };
+    using Lines = std::vector<std::string>;
+    EXPECT_EQ(warningsOf("a.mov"), Lines());
+    EXPECT_EQ(warningsOf("a.mkv"), Lines()); // RGB there, and of RGB there is no matrix to tell
+    EXPECT_EQ(warningsOf("a.flv"),
+              (Lines{"pixel aspect 16:11 is left out: .flv (flv1) does not hold it; .mov, .mp4 and .mkv do",
+                     "field order (bottom field first) is left out: .flv (flv1) does not hold it; .mov and "
+                     ".mkv do",
+                     "colour tags (matrix bt470bg, primaries bt470bg, transfer smpte170m) are left out: .flv "
+                     "(flv1) does not hold it; .mov, .mp4 and .mkv do"}));
+    wanted.fieldOrder = FieldOrder::progressive;
+    wanted.sampleAspect = {1, 1};
+    wanted.colour = {};
+    wanted.colour.matrix = Matrix::bt601;
+    EXPECT_EQ(warningsOf("b.mp4"), Lines());
+}
+
+TEST_F(Writer, Vc3HoldsTheColoursByTheMatrixThatItsDecodersTake)
+{
+    // 720 pixels would have BT.601; decoders of VC-3 take BT.709 whatever the container says.
+    auto writer = openWriter(at("a.mxf"), settings(720, 576));
+    ASSERT_TRUE(writer);
+    writeFrames(*writer, flat(720, 576, {255, 0, 200, 0}), 720 * 4, 2);
+    const Bytes planes = decoded(at("a.mxf"), "yuv422p");
+    const double luma = 16 + 219 * 0.7152 * 200 / 255; // Kg of BT.709
+    EXPECT_NEAR(planes[0], luma, 2);
+    auto reader = open(at("a.mxf"));
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(reader->info().colour.matrix, Matrix::bt709);
+    EXPECT_FALSE(reader->info().colour.matrixGuessed);
+}
+
 TEST_F(Writer, AudioEndsWithTheVideo)
 {
     ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25:d=2 -f lavfi -i sine=d=2 -c:v ffv1 -c:a pcm_s16le in.mkv");

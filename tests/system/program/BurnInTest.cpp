@@ -198,6 +198,12 @@ TEST_F(BurnIn, a_missing_typeface_is_replaced_with_a_note_and_a_bad_file_refused
     EXPECT_NE(missing.err.find("there is no typeface \"DejaVu Sams\" (did you mean DejaVu Sans?)"),
               std::string::npos)
         << missing.err;
+    EXPECT_EQ(missing.err.find("a font file"), std::string::npos) << missing.err;
+    const Outcome asFile = qxhost({"convert", "A001.mov", "out.png", "--force", "--frames", "1", "--burn-in",
+                                   "x", "--font", "DejaVuSans.TTF"});
+    EXPECT_EQ(asFile.exitCode, 0);
+    EXPECT_NE(asFile.err.find("a font file is named with a \"/\" in it: ./DejaVuSans.TTF"), std::string::npos)
+        << asFile.err;
     write("broken.ttf", "no font");
     for (const auto& [file, words] :
          {std::pair("./broken.ttf", "it is no font"), std::pair("./none.ttf", "there is no such file")}) {

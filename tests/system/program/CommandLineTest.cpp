@@ -144,7 +144,10 @@ TEST_F(CommandLine, wrong_values_are_answered_with_the_right_ones)
     expectUsageError({"convert", "a", "b", "--frames", "0"}, {"--frames", "\"0\""});
     expectUsageError({"convert", "a", "b", "--frames", "many"}, {"--frames", "\"many\""});
     expectUsageError({"convert", "a", "b", "--start", "-1"}, {"--start", "\"-1\""});
-    expectUsageError({"convert", "a", "b", "--frames", "99999999999999999999"}, {"--frames"});
+    expectUsageError({"convert", "a", "b", "--frames", "99999999999999999999"},
+                     {"--frames", "\"99999999999999999999\" is too large"});
+    expectUsageError({"convert", "a", "b", "--start", "-99999999999999999999"},
+                     {"--start", "is no whole number from 0 on"});
 }
 
 TEST_F(CommandLine, pixel_formats_sizes_and_rates_are_checked)
@@ -157,6 +160,16 @@ TEST_F(CommandLine, pixel_formats_sizes_and_rates_are_checked)
                      {"--codec", "--format"});
     expectUsageError({"convert", "a", "b", "--size", "1920"}, {"--size", "\"1920\"", "1920x1080"});
     expectUsageError({"convert", "a", "b", "--size", "0x5"}, {"--size", "\"0x5\""});
+    for (const char* size : {"4294967296x1", "1x4294967296", "99999999999999999999x99999999999999999999"}) {
+        expectUsageError({"convert", "a", "b", "--size", size},
+                         {"--size", std::string("\"") + size + "\" is too large",
+                          "the largest picture is 32768 each way"});
+    }
+    expectUsageError({"convert", "a", "b", "--size", "4294967296x1z"}, {"is no size"});
+    EXPECT_EQ(qxhost({"black", "b.png", "--size", "99999x1"}).err,
+              "qxhost: --size 99999x1: the largest is 32768 each way\n");
+    EXPECT_EQ(qxhost({"convert", "a.uyvy", "b", "--size", "99999x1"}).err,
+              "qxhost: --size 99999x1: the largest picture that is read is 32768 each way\n");
     expectUsageError({"convert", "a", "b", "--fps", "0"}, {"--fps", "\"0\"", "30000/1001"});
     expectUsageError({"convert", "a", "b", "--row-bytes", "0"},
                      {"--row-bytes", "\"0\" is no whole number from 1 on"});

@@ -334,6 +334,30 @@ TEST_F(Convert, a_clip_keeps_times_aspect_tags_and_audio)
     EXPECT_EQ(probe("silent.mov", "codec_name", "a"), "");
 }
 
+TEST_F(Convert, time_code_is_that_of_the_first_frame_written)
+{
+    makeClip("clip.mov", "yuv422p10le", 64, 48, 4,
+             {"-c:v", "prores_ks", "-colorspace", "bt709", "-color_range", "tv", "-timecode", "10:00:00:23"});
+    const auto timeCode = [&](const std::string& file) {
+        return run({"ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "stream_tags=timecode",
+                    "-of", "csv=p=0", file})
+            .out;
+    };
+    ASSERT_EQ(timeCode("clip.mov"), "10:00:00:23\n");
+    convert({"clip.mov", "all.mov"});
+    EXPECT_EQ(timeCode("all.mov"), "10:00:00:23\n");
+    convert({"clip.mov", "later.mp4", "--start", "2"});
+    EXPECT_EQ(timeCode("later.mp4"), "10:00:01:00\n");
+    convert({"clip.mov", "stored.mov", "--format", "v210", "--start", "1"});
+    EXPECT_EQ(timeCode("stored.mov"), "10:00:00:24\n");
+    EXPECT_EQ(qxhost({"fields", "clip.mov", "fields.mov", "--start", "1"}).exitCode, 0);
+    EXPECT_EQ(timeCode("fields.mov"), "10:00:00:48\n");
+    const Outcome raw = convert({"clip.mov", "out.raw", "--format", "uyvy"});
+    EXPECT_NE(raw.err.find("time code 10:00:00:23 is left out: raw frames"), std::string::npos) << raw.err;
+    const Outcome picture = convert({"clip.mov", "out.png", "--frames", "1"});
+    EXPECT_EQ(picture.err.find("time code"), std::string::npos) << picture.err;
+}
+
 TEST_F(Convert, guesses_are_reported_and_tags_are_not)
 {
     makeClip("untagged.mkv", "yuv422p", 32, 24, 1, {});

@@ -243,6 +243,14 @@ TEST_F(Luts, are_drawn_before_and_after)
     }
     EXPECT_EQ(qxhost({"lut", "preview", "negative.cube", "look.png"}).exitCode, 4) << "it exists";
     EXPECT_EQ(qxhost({"lut", "preview", "negative.cube", "look.png", "--force"}).exitCode, 0);
+    for (const auto& [name, why] : {std::pair("look.mp4", "a preview is a picture"),
+                                    std::pair("look_%03d.png", "is a pattern for numbered pictures")}) {
+        const Outcome refused = qxhost({"lut", "preview", "negative.cube", name});
+        EXPECT_EQ(refused.exitCode, 4);
+        EXPECT_TRUE(has(refused.err, std::string(name) + ": " + why)) << refused.err;
+    }
+    EXPECT_FALSE(fs::exists(directory_ / "look.mp4"));
+    EXPECT_FALSE(fs::exists(directory_ / "look_001.png"));
 }
 
 TEST_F(Luts, commands_that_lack_something_say_what)

@@ -162,6 +162,44 @@ TEST_F(PixelFormats, rows_may_be_padded_and_the_rate_is_the_one_said)
     EXPECT_EQ(probe("tight.mov", "r_frame_rate"), "r_frame_rate=30000/1001\n");
 }
 
+TEST_F(PixelFormats, rows_may_be_padded_in_what_is_written_too)
+{
+    makeClip("clip.mkv", "yuv422p");
+    succeed({"convert", "clip.mkv", "tight.uyvy"});
+    succeed({"convert", "clip.mkv", "padded.uyvy", "--output-row-bytes", "128"});
+    const std::string tight = read(at("tight.uyvy"));
+    std::string wanted;
+    for (std::size_t row = 0; row < 2 * height; ++row) {
+        wanted += tight.substr(row * 2 * width, 2 * width) + std::string(128 - 2 * width, '\0');
+    }
+    EXPECT_TRUE(read(at("padded.uyvy")) == wanted);
+    succeed(
+        {"convert", "padded.uyvy", "again.raw", "--size", "50x22", "--row-bytes", "128", "--format", "uyvy"});
+    EXPECT_TRUE(read(at("again.raw")) == tight);
+
+    // Planes: chroma has half of it, rounded up.
+    succeed({"convert", "tight.uyvy", "padded.yv12", "--size", "50x22", "--output-row-bytes", "61"});
+    EXPECT_EQ(fs::file_size(at("padded.yv12")), 2U * (61 * 22 + 2 * 31 * 11));
+    succeed({"convert", "tight.uyvy", "tight.yv12", "--size", "50x22"});
+    succeed({"convert", "padded.yv12", "again.yv12", "--size", "50x22", "--row-bytes", "61"});
+    EXPECT_TRUE(read(at("again.yv12")) == read(at("tight.yv12")));
+
+    succeed({"black", "black.raw", "--size", "3x2", "--format", "argb", "--output-row-bytes", "16"});
+    const std::string row = std::string("\xff\0\0\0\xff\0\0\0\xff\0\0\0", 12) + std::string(4, '\0');
+    EXPECT_TRUE(read(at("black.raw")) == row + row);
+
+    expectFailure({"convert", "clip.mkv", "no.uyvy", "--output-row-bytes", "99"}, 2,
+                  {"--output-row-bytes 99", "50 pixels of uyvy has 100 bytes"});
+    expectFailure({"convert", "clip.mkv", "no.raw", "--format", "uyvy:16", "--output-row-bytes", "201"}, 2,
+                  {"--output-row-bytes 201", "whole 16-bit words"});
+    expectFailure({"convert", "clip.mkv", "no.mov", "--format", "uyvy", "--output-row-bytes", "128"}, 2,
+                  {"--output-row-bytes 128", ".mov", ".raw"});
+    expectFailure({"convert", "clip.mkv", "no.png", "--output-row-bytes", "128"}, 2,
+                  {"--output-row-bytes", "--format"});
+    expectFailure({"black", "no.png", "--size", "3x2", "--output-row-bytes", "128"}, 2,
+                  {"--output-row-bytes", "--format"});
+}
+
 TEST_F(PixelFormats, rgb_becomes_video_by_the_librarys_rules)
 {
     // BT.601 for small pictures: Y = 16 + 65.481 R + 128.553 G + 24.966 B; Cb and Cr from the same weights.
@@ -191,6 +229,18 @@ TEST_F(PixelFormats, fields_are_every_second_line_in_their_order_of_time)
               "width=50\nheight=11\nr_frame_rate=50/1\nnb_read_frames=4\n");
 }
 
+TEST_F(PixelFormats, fields_are_woven_to_the_frames_they_came_from_as_the_manual_says)
+{
+    makeClip("clip.mkv", "gbrp");
+    for (const std::string order : {"top", "bottom"}) {
+        succeed({"fields", "clip.mkv", order + ".mkv", "--order", order});
+        ffmpeg({"-i", order + ".mkv", "-vf", "weave=first_field=" + order, "-c:v", "ffv1",
+                order + "_frames.mkv"});
+        EXPECT_EQ(decoded(order + "_frames.mkv", "gbrp"), decoded("clip.mkv", "gbrp")) << order;
+        EXPECT_EQ(probe(order + "_frames.mkv", "r_frame_rate"), "r_frame_rate=25/1\n");
+    }
+}
+
 TEST_F(PixelFormats, thumbnails_keep_the_shape_unless_told_otherwise)
 {
     ffmpeg({"-f", "lavfi", "-i", "color=0x3060c0:size=320x180,format=gbrp", "-frames", "1", "in.png"});
@@ -208,6 +258,7 @@ TEST_F(PixelFormats, thumbnails_keep_the_shape_unless_told_otherwise)
     EXPECT_EQ(probe("same.png", "width,height"), "width=320\nheight=180\n");
     expectFailure({"thumbnail", "in.png", "no.png", "--size", "4000x40", "--stretch"}, 2,
                   {"4000x40", "320x180", "--stretch"});
+    expectFailure({"thumbnail", "in.png", "no.mp4", "--size", "40x40"}, 4, {"no.mp4", "a picture", ".png"});
 }
 
 TEST_F(PixelFormats, black_is_black_in_every_kind_of_output)
@@ -217,6 +268,8 @@ TEST_F(PixelFormats, black_is_black_in_every_kind_of_output)
     succeed({"black", "clear.png", "--size", "8x4", "--transparent"});
     EXPECT_EQ(decoded("clear.png", "rgba"), Bytes(std::size_t{8 * 4 * 4}));
     EXPECT_EQ(probe("clear.png", "pix_fmt"), "pix_fmt=rgba\n");
+    const Outcome several = succeed({"black", "b.png", "--size", "8x4", "--frames", "2"});
+    EXPECT_NE(several.err.find("b_00001.png to b_00002.png: 2 frames"), std::string::npos) << several.err;
     const Outcome outcome = succeed({"black", "leader.mov", "--size", "50x22", "--frames", "3", "--fps", "24",
                                      "--format", "v210", "--json"});
     EXPECT_EQ(nlohmann::json::parse(outcome.out)["frames"], 3);

@@ -102,6 +102,15 @@ TEST(TimeCode, refuses_what_is_no_label)
     }
 }
 
+TEST(TimeCode, fields_are_counted_from_the_same_time_of_day)
+{
+    EXPECT_EQ(TimeCode::startingAt("01:02:03:04", Rational{25, 1})->ofFields().label(0), "01:02:03:08");
+    EXPECT_EQ(TimeCode::startingAt("01:02:03:24", Rational{25, 1})->ofFields().label(2), "01:02:04:00");
+    const TimeCode dropping = TimeCode::startingAt("00:00:59;29", Rational{30000, 1001})->ofFields();
+    EXPECT_EQ(dropping.label(0), "00:00:59;58");
+    EXPECT_EQ(dropping.label(2), "00:01:00;04");
+}
+
 TEST(TimeCode, an_unknown_rate_counts_25)
 {
     EXPECT_EQ(TimeCode(Rational{}).label(25), "00:00:01:00");

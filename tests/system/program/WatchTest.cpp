@@ -172,6 +172,9 @@ TEST_F(Watching, what_it_cannot_watch_it_refuses)
     EXPECT_EQ(refusal({"fx/look.fxh"}, 3),
               "qxhost: fx/look.fxh: is no effect of a catalogue; those end in .fx and do not begin with an "
               "underscore. Name the effect that includes it, or the directory\n");
+    EXPECT_NE(refusal({"fx/glow.fx", "--input", "in.png", "--output", "look.mp4"}, 4)
+                  .find("look.mp4: what is shown is a picture"),
+              std::string::npos);
     EXPECT_EQ(refusal({"fx", "--input", "in.png", "--output", "look.png"}, 2),
               "qxhost: --output shows one effect: name its file, not a directory\n");
     EXPECT_EQ(refusal({"fx/glow.fx", "--input", "in.png"}, 2),

@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/ClipWriter.h"
 
 #include "tools/qxhost/media/EncoderChoice.h"
+#include "tools/qxhost/media/LostDescription.h"
 #include "tools/qxhost/media/Names.h"
 #include "tools/qxhost/media/StoredVideo.h"
 #include "tools/qxhost/media/VideoEncoder.h"
@@ -214,6 +215,10 @@ Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
     if (Status status = setOrientation(container); !status) {
         return status;
     }
+    if (!settings_.timeCode.empty()) {
+        // From here QuickTime's family and MXF make a track of it, others a tag.
+        av_dict_set(&output_->metadata, "timecode", settings_.timeCode.c_str(), 0);
+    }
     if (withAudio) {
         addAudio(container);
     }
@@ -326,6 +331,8 @@ Status ClipWriter::finish()
     if (error < 0) {
         return fileStatus(error);
     }
+    const auto lost = lostDescription(part_.part(), settings_, encoder_->context(), extension_);
+    warnings_.insert(warnings_.end(), lost.begin(), lost.end());
     if (refusedAudio_ > 0) {
         warnings_.push_back(std::to_string(refusedAudio_) + " damaged audio packets are left out");
     }

@@ -42,7 +42,7 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
         return Error{"cannot write " + quoted(file) +
                      ": its name has no extension to tell the kind of file (.png, .mov, .mkv, .mp4 ...)"};
     }
-    if (settings.stored && isRawExtension(extension, settings.stored->word)) {
+    if (settings.stored && writesRawFrames(file, *settings.stored)) {
         return RawWriter::open(file, settings);
     }
     if (isPictureExtension(extension)) {
@@ -67,6 +67,11 @@ std::string orientationIsLost(const Orientation& orientation)
 bool writesPictures(const std::filesystem::path& file)
 {
     return isPictureExtension(lowerExtension(file));
+}
+
+bool writesRawFrames(const std::filesystem::path& file, const StoredLayout& layout)
+{
+    return isRawExtension(lowerExtension(file), layout.word);
 }
 
 Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& settings)

@@ -40,6 +40,9 @@ struct OutputSettings
     FieldOrder fieldOrder = FieldOrder::progressive;
     /// What players are to do with the frames, which are written as they come. Kept where the file can.
     std::optional<Orientation> orientation;
+    /// Clips only: of the first frame given, "01:00:00:00" (';' before the frames of drop-frame counting). It
+    /// must be one at frameRate. Empty for none.
+    std::string timeCode;
     /// The matrix used where the file holds YCbCr, and the source's tags to write into it. YCbCr is written
     /// in video range (full range where the encoder knows no other, as JPEG).
     Colour colour;
@@ -109,6 +112,9 @@ std::string orientationIsLost(const Orientation& orientation);
 
 /// Whether openWriter() would write pictures to that file, and no clip.
 bool writesPictures(const std::filesystem::path& file);
+
+/// Whether openWriter() would write frames of that layout with nothing around them.
+bool writesRawFrames(const std::filesystem::path& file, const StoredLayout& layout);
 
 /// The range in which RGB codes lose least on their way into that file, whatever settings.rgbRange says:
 /// video for YCbCr in video range, full for everything else, and for what openWriter() would refuse.

@@ -30,6 +30,10 @@ RawWriter::RawWriter(OutputFile part, FilePtr stream, const OutputSettings& sett
     if (settings.audio && !settings.audio->tracks().empty()) {
         warnings_.emplace_back("audio is left out: raw frames have no place for it; --no-audio says so");
     }
+    if (!settings.timeCode.empty()) {
+        warnings_.push_back("time code " + settings.timeCode +
+                            " is left out: raw frames have no place for it; .mov, .mp4 and .mkv do");
+    }
     if (settings.orientation) {
         warnings_.push_back(orientationIsLost(*settings.orientation));
     }

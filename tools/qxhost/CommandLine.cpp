@@ -55,8 +55,9 @@ Output formats, by the name's ending:
   clips     mov mkv mp4 avi mxf webm nut and whatever else FFmpeg writes
   frames    raw yuv rgb bin data, or a pixel format's name (uyvy, v210, ...)
 
-Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input (missing, or damaged: then
-what could be read is written), 4 output, 5 GPU device, 6 effect or font, 130 interrupted. Nothing incomplete is left behind under the output's name.)";
+Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input (missing, or damaged: then what
+could be read is written), 4 output, 5 GPU device, 6 effect, LUT or font, 130 interrupted.
+Nothing incomplete is left behind under the output's name.)";
 
 constexpr const char* fieldsFooter = R"(Examples:
   qxhost fields tape.mov field_%05d.png

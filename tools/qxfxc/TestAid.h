@@ -10,9 +10,9 @@ namespace Qx::Host::Worker {
 /// compiling, parsing (when all is read), pipelines, drawing, answering and waiting (for the next effect).
 /// First it writes its process id and the stage to standard error. Actions are
 ///
-/// - stall (sleeps for ever), spin (computes for ever), freeze (stops itself until the host has it go on);
+/// - those of tools/Misbehaviour.h;
+/// - freeze (stops itself until the host has it go on);
 /// - gate (waits until the effect's file with ".go" behind its name exists);
-/// - crash, kill, exit (ends: by abort, by SIGKILL, with code 3);
 /// - memory (takes it until something stops that);
 /// - chatter (writes a lot to its standard output and error, and goes on);
 /// - flood (sends frames without end), garbage (sends what is no frame), lie (sends a result that is none),

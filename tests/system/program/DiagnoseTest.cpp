@@ -126,7 +126,7 @@ TEST_F(Diagnose, a_device_that_gets_slower_each_frame_is_remarked)
 
 TEST_F(Diagnose, a_device_that_hangs_is_told_with_what_it_was_asked_for)
 {
-    misbehave("transfers:hang:37");
+    misbehave("transfers:stall:37");
     const Outcome outcome = diagnose("checks,transfers", {"--limit", "2"});
     EXPECT_EQ(outcome.exitCode, notHealthy);
     expectWords(outcome.out, {"Is it right?", "hung: no sign of life for 2 seconds", "37th time",
@@ -143,7 +143,7 @@ TEST_F(Diagnose, a_device_that_computes_for_ever_is_a_hang_too)
 
 TEST_F(Diagnose, a_driver_that_dies_is_told_with_what_it_was_asked_for)
 {
-    for (const auto& [action, words] : {std::pair("abort", "signal 6 (Aborted)"),
+    for (const auto& [action, words] : {std::pair("crash", "signal 6 (Aborted)"),
                                         std::pair("kill", "signal 9"), std::pair("exit", "exit code 3")}) {
         misbehave(std::string("transfers:") + action + ":2");
         const Outcome outcome = diagnose("transfers");
@@ -162,7 +162,7 @@ TEST_F(Diagnose, a_lost_device_ends_the_run_and_is_told)
 
 TEST_F(Diagnose, the_suite_in_full_is_interrupted_by_a_hang_and_its_lines_stand_as_they_are)
 {
-    misbehave("suite:hang:4");
+    misbehave("suite:stall:4");
     const Outcome outcome = qxhost({"diagnose", "--only", "suite", "--limit", "2"});
     EXPECT_EQ(outcome.exitCode, notHealthy);
     EXPECT_TRUE(outcome.out.starts_with("Memory : ")) << outcome.out;
@@ -172,7 +172,7 @@ TEST_F(Diagnose, the_suite_in_full_is_interrupted_by_a_hang_and_its_lines_stand_
 
 TEST_F(Diagnose, ctrl_c_leaves_a_partial_report_marked_so)
 {
-    misbehave("latency:hang");
+    misbehave("latency:stall");
     Running program({programPath(), "diagnose", "--quick", "--only", "checks,latency", "--json", "part.json"},
                     directory_);
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(120);

@@ -6,9 +6,10 @@
 namespace Qx::Host::Worker {
 
 /// A test aid: makes the worker misbehave where the environment variable QXFXC_TEST says so, which is
-/// "STAGE:ACTION" or "STAGE:ACTION:FILE"; with FILE only for effects of that file name. Stages are greeting,
-/// compiling, parsing (when all is read), pipelines, drawing, answering and waiting (for the next effect).
-/// First it writes its process id and the stage to standard error. Actions are
+/// "STAGE:ACTION" or "STAGE:ACTION:FILE"; with FILE only for effects of that file name. Stages are starting
+/// (before it says what it is), greeting, compiling, parsing (when all is read), pipelines, drawing,
+/// answering and waiting (for the next effect). First it writes its process id and the stage to standard
+/// error. Actions are
 ///
 /// - those of tools/Misbehaviour.h;
 /// - freeze (stops itself until the host has it go on);

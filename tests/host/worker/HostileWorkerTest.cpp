@@ -51,6 +51,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Mischief{"Crash", "compiling:crash", "the worker process crashed .SIGABRT. while compiling"},
         Mischief{"Kill", "compiling:kill", "the worker process was killed .SIGKILL. while compiling"},
+        Mischief{"KillWhenRead", "parsing:kill", "the worker process was killed .SIGKILL. while compiling"},
         Mischief{"KillAtTheEnd", "answering:kill", "the worker process was killed .SIGKILL. while compiling"},
         Mischief{"Exit", "compiling:exit",
                  "the worker process ended by itself .exit code 3. while compiling"},

@@ -98,6 +98,19 @@ void Running::signal(int number) const
     ::kill(pid_, number);
 }
 
+int Running::signalChildren(int number) const
+{
+    int signalled = 0;
+    for (const fs::directory_entry& thread :
+         fs::directory_iterator("/proc/" + std::to_string(pid_) + "/task")) {
+        std::ifstream children(thread.path() / "children"); // of this thread, proc(5)
+        for (pid_t child = 0; children >> child;) {
+            signalled += ::kill(child, number) == 0 ? 1 : 0;
+        }
+    }
+    return signalled;
+}
+
 bool Running::reap(bool wait)
 {
     pid_t got = 0;

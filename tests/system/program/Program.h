@@ -30,6 +30,9 @@ public:
     Running& operator=(const Running&) = delete;
 
     void signal(int number) const;
+
+    /// The same to each process that it has started and that runs; how many these are.
+    int signalChildren(int number) const;
     bool isRunning();
 
     /// What it has written to standard output and standard error until now.

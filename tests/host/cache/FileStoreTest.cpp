@@ -1,7 +1,8 @@
 // The store of checksummed files: whatever becomes of its files, an entry is whole or absent.
 
 #include "host/cache/FileStore.h"
-#include "tests/host/cache/TemporaryDirectory.h"
+#include "tests/TemporaryDirectory.h"
+#include "tests/host/cache/Files.h"
 
 #include <gtest/gtest.h>
 
@@ -66,7 +67,7 @@ protected:
     }
     const std::vector<std::string>& lines() const { return lines_; }
 
-    TemporaryDirectory temporary_;
+    const Qx::Test::TemporaryDirectory temporary_;
 
 private:
     std::vector<std::string> lines_;

@@ -152,19 +152,6 @@ Outcome Running::wait()
             textOf(err_)};
 }
 
-void ProgramTest::SetUp()
-{
-    std::string name = (fs::temp_directory_path() / "qxhost-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    directory_ = name;
-}
-
-void ProgramTest::TearDown()
-{
-    std::error_code ignored;
-    fs::remove_all(directory_, ignored);
-}
-
 Outcome ProgramTest::run(const std::vector<std::string>& command) const
 {
     return Running(command, directory_).wait();

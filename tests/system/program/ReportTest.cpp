@@ -1,3 +1,4 @@
+#include "tests/TemporaryDirectory.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/diagnose/Comparison.h"
 #include "tools/qxhost/diagnose/LifeSign.h"
@@ -583,16 +584,14 @@ TEST(SavedRuns, are_named_by_date_and_device)
 
 TEST(SavedRuns, of_one_second_stay_side_by_side)
 {
-    std::string place = (std::filesystem::temp_directory_path() / "qx-runs-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(place.data()), nullptr);
-    ::setenv("XDG_STATE_HOME", place.c_str(), 1);
+    const Qx::Test::TemporaryDirectory place;
+    ::setenv("XDG_STATE_HOME", place.path().c_str(), 1);
     const std::filesystem::path first = saveRun(makeReport());
     const std::filesystem::path second = saveRun(makeReport());
     EXPECT_NE(first, second);
     EXPECT_TRUE(std::filesystem::exists(first));
     EXPECT_EQ(loadRun("last").name, second.stem().string());
     ::unsetenv("XDG_STATE_HOME");
-    std::filesystem::remove_all(place);
 }
 
 TEST(LifeSign, tells_what_was_asked_for_last_and_how_often)

@@ -195,7 +195,8 @@ TEST_P(OrphanTest, EndsWhenTheHostIsGone)
 }
 
 INSTANTIATE_TEST_SUITE_P(, OrphanTest,
-                         testing::Values("starting:stall", "greeting:stall", "compiling:spin", "compiling:freeze"));
+                         testing::Values("starting:stall", "greeting:stall", "compiling:spin",
+                                         "compiling:freeze"));
 
 } // namespace
 

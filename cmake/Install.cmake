@@ -22,7 +22,7 @@ install(FILES
 install(FILES ${PROJECT_SOURCE_DIR}/image/TechniqueApplication.h DESTINATION ${QX_HEADER_DIR}/image)
 install(FILES ${PROJECT_SOURCE_DIR}/gputests/GPUTests.h DESTINATION ${QX_HEADER_DIR}/gputests)
 install(FILES ${PROJECT_SOURCE_DIR}/host/Host.h DESTINATION ${QX_HEADER_DIR}/host)
-install(FILES ${PROJECT_SOURCE_DIR}/host/diagnostics/TestLoggers.h DESTINATION ${QX_HEADER_DIR}/host/diagnostics)
+install(FILES ${PROJECT_SOURCE_DIR}/host/diagnostics/TestRecorder.h DESTINATION ${QX_HEADER_DIR}/host/diagnostics)
 install(FILES ${PROJECT_SOURCE_DIR}/host/gpu/GPUOptions.h ${PROJECT_SOURCE_DIR}/host/gpu/GPUService.h
     DESTINATION ${QX_HEADER_DIR}/host/gpu)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/shaders/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qx/shaders PATTERN README.md EXCLUDE)

@@ -117,6 +117,22 @@ bool writeAll(int file, std::span<const std::byte> bytes)
     return true;
 }
 
+/// Why nothing can be written into the directory, as an error number: a disk that is full shows only when
+/// something is. 0 when it can be.
+int writingError(const std::filesystem::path& directory)
+{
+    if (euidaccess(directory.c_str(), W_OK | X_OK) != 0) {
+        return errno;
+    }
+    const Descriptor file(open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file) {
+        // Some file systems have no files without names.
+        return errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL ? 0 : errno;
+    }
+    constexpr std::array<std::byte, 4096> block{};
+    return writeAll(file.number(), block) ? 0 : errno;
+}
+
 struct Listed
 {
     std::string name;
@@ -302,10 +318,8 @@ std::string FileStore::problem() const
     while (nearest.has_relative_path() && !std::filesystem::exists(nearest, error)) {
         nearest = nearest.parent_path();
     }
-    if (euidaccess(nearest.c_str(), W_OK | X_OK) != 0) {
-        return "it cannot be written: " + systemError(errno);
-    }
-    return {};
+    const int failure = writingError(nearest);
+    return failure == 0 ? std::string() : "it cannot be written: " + systemError(failure);
 }
 
 std::string FileStore::clear()

@@ -49,8 +49,8 @@ public:
     /// What of that kind is there.
     Usage usage(Kind kind) const;
 
-    /// Why nothing is taken from it or put into it as it is now; empty when it works. One that is not there
-    /// works when it can be made.
+    /// Why nothing is taken from it or put into it as it is now, a full disk among the reasons; empty when it
+    /// works. One that is not there works when it can be made.
     std::string problem() const;
 
     /// Removes every entry, also while others use them, and what interrupted writers left. Empty, or why it

@@ -492,10 +492,6 @@ void Preprocessor::countStep(const Token& token)
 
 void Preprocessor::expand(const Token* begin, const Token* end, Tokens& output, std::size_t depth)
 {
-    if (depth > Limits::macroDepth) {
-        throw LimitError(begin->at,
-                         "macro calls are nested more than " + std::to_string(Limits::macroDepth) + " deep");
-    }
     std::vector<Context> contexts;
     contexts.push_back({{}, begin, end, nullptr});
     while (!contexts.empty()) {
@@ -662,6 +658,10 @@ std::vector<Token> Preprocessor::substitute(const Macro& macro, const Token& nam
         } else if (const auto parameter = parameterOf(token)) {
             const bool raw = paste || beforePaste;
             if (!raw && !expanded[*parameter]) {
+                if (depth >= Limits::macroDepth) {
+                    throw LimitError(name.at, "macro calls are nested more than " +
+                                                  std::to_string(Limits::macroDepth) + " deep");
+                }
                 expanded[*parameter].emplace();
                 const Tokens& argument = arguments[*parameter];
                 expand(argument.data(), argument.data() + argument.size(), *expanded[*parameter], depth + 1);

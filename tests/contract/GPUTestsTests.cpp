@@ -79,6 +79,23 @@ const std::string loading =
     R"(loadEffectFile("/shaders/cc3.fx", {_OUTPUTWIDTH=1, _OUTPUTHEIGHT=1, _OUTPUTASPECTRATIO=1, )"
     "_PROGRESS=1, _OUTPUTFPS=1, _LENGTH=1, _LENGTHFRAMES=1})";
 
+// What the suite says, as the journal has it.
+
+std::string heading(const std::string& line)
+{
+    return "logLine(" + Test::quoted(line) + ", 5)";
+}
+
+std::string result(const std::string& line)
+{
+    return "logLine(" + Test::quoted(line) + ", 0)";
+}
+
+std::string failure(const std::string& line)
+{
+    return "logLine(" + Test::quoted(line) + ", 4)";
+}
+
 std::string drawing(const std::string& target, const std::string& source)
 {
     return "drawImageEx(" + target + "(0 0 1920 1080), " + source + testDrawing;
@@ -101,23 +118,23 @@ TEST_F(Preamble, ShowsTheThirdMemoryFigureThenTheSecondThenProcessorsAndRights)
     GPUTests::preamble(log);
     EXPECT_THAT(everything(),
                 ElementsAre("memoryStatus()", "bytesAsString(3000, true)", "bytesAsString(4000, true)",
-                            R"(logLine("Memory : 3000 bytes / 4000 bytes", 0))", "cpuCount()",
-                            "WStringFromInteger(12)", R"(logLine("CPUs   : 12", 0))", "isAdministrator()",
-                            R"(logLine("Admin  : Yes", 0))"));
+                            result("Memory : 3000 bytes / 4000 bytes"), "cpuCount()",
+                            "WStringFromInteger(12)", result("CPUs   : 12"), "isAdministrator()",
+                            result("Admin  : Yes")));
 }
 
 TEST_F(Preamble, SaysNoWithoutAdministratorRights)
 {
     host().script.fail("isAdministrator");
     GPUTests::preamble(log);
-    EXPECT_EQ(logged().back(), R"(logLine("Admin  : No", 0))");
+    EXPECT_EQ(logged().back(), result("Admin  : No"));
 }
 
 TEST_F(Preamble, ASecondFigureOfFiveGibibytesIsShownAsOne)
 {
     host().memory = {0, 5ULL << 30, 6ULL << 30};
     GPUTests::preamble(log);
-    EXPECT_EQ(logged().front(), R"(logLine("Memory : 6442450944 bytes / 1073741824 bytes", 0))")
+    EXPECT_EQ(logged().front(), result("Memory : 6442450944 bytes / 1073741824 bytes"))
         << "the third figure is shown whole";
 }
 
@@ -125,7 +142,7 @@ TEST_F(Preamble, ASecondFigureAboveHalfTheRangeStaysPositive)
 {
     host().memory = {0, 0xFFFFFFFFU, 0};
     GPUTests::preamble(log);
-    EXPECT_EQ(logged().front(), R"(logLine("Memory : 0 bytes / 4294967295 bytes", 0))");
+    EXPECT_EQ(logged().front(), result("Memory : 0 bytes / 4294967295 bytes"));
 }
 
 // Transfers
@@ -135,13 +152,13 @@ TEST_F(HostToGPU, UploadsOneHostImageUntilTheTimeIsUp)
     host().costs["uploadImage"] = 2500;
     GPUTests::hostToGPUTransferTest(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing host to GPU transfer", 5))", "createHostImage(1920x1080, 0)",
+                ElementsAre(heading("Testing host to GPU transfer"), "createHostImage(1920x1080, 0)",
                             "millisecondsPrecise()", "uploadImage(1920x1080, 0, 0)", "released(uploaded 1)",
                             "millisecondsPrecise()", "uploadImage(1920x1080, 0, 0)", "released(uploaded 2)",
                             "millisecondsPrecise()", "uploadImage(1920x1080, 0, 0)", "released(uploaded 3)",
                             "millisecondsPrecise()", "millisecondsPrecise()",
                             "WStringFromFloat(0.26666666666666666, 2, true)",
-                            R"(logLine("0.26666666666666666fps", 0))", "endTest()", "released(host image)"));
+                            result("0.26666666666666666fps"), "endTest()", "released(host image)"));
 }
 
 TEST_F(HostToGPU, WithoutATestImageSaysSoAndEnds)
@@ -149,8 +166,8 @@ TEST_F(HostToGPU, WithoutATestImageSaysSoAndEnds)
     host().script.fail("createHostImage");
     GPUTests::hostToGPUTransferTest(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing host to GPU transfer", 5))", "createHostImage(1920x1080, 0)",
-                            R"(logLine("Failed to create test image", 4))", "endTest()"));
+                ElementsAre(heading("Testing host to GPU transfer"), "createHostImage(1920x1080, 0)",
+                            failure("Failed to create test image"), "endTest()"));
 }
 
 TEST_F(HostToGPU, AllUploadsFailingSaysFailedAfterTheFirst)
@@ -158,9 +175,9 @@ TEST_F(HostToGPU, AllUploadsFailingSaysFailedAfterTheFirst)
     host().script.fail("uploadImage");
     GPUTests::hostToGPUTransferTest(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing host to GPU transfer", 5))", "createHostImage(1920x1080, 0)",
+                ElementsAre(heading("Testing host to GPU transfer"), "createHostImage(1920x1080, 0)",
                             "millisecondsPrecise()", "uploadImage(1920x1080, 0, 0)", "millisecondsPrecise()",
-                            R"(logLine("Failed", 4))", "endTest()", "released(host image)"));
+                            failure("Failed"), "endTest()", "released(host image)"));
 }
 
 TEST_F(HostToGPU, FailingAtThe37thUploadSaysFailedAndNoRate)
@@ -170,8 +187,8 @@ TEST_F(HostToGPU, FailingAtThe37thUploadSaysFailedAndNoRate)
     GPUTests::hostToGPUTransferTest(log);
     EXPECT_EQ(host().journal.count("uploadImage"), 37U);
     EXPECT_EQ(host().journal.count("millisecondsPrecise"), 1U + 37U) << "no time is taken for a rate";
-    EXPECT_THAT(logged(), ElementsAre(R"(logLine("Testing host to GPU transfer", 5))",
-                                      R"(logLine("Failed", 4))", "endTest()"));
+    EXPECT_THAT(logged(),
+                ElementsAre(heading("Testing host to GPU transfer"), failure("Failed"), "endTest()"));
 }
 
 TEST_F(GPUToHost, DownloadsOneGPUImageUntilTheTimeIsUp)
@@ -179,11 +196,11 @@ TEST_F(GPUToHost, DownloadsOneGPUImageUntilTheTimeIsUp)
     host().costs["downloadImage"] = 4000;
     GPUTests::GPUToHostTransferTest(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing GPU to host transfer", 5))", "createGPUImage(1920x1080, 0)",
+                ElementsAre(heading("Testing GPU to host transfer"), "createGPUImage(1920x1080, 0)",
                             "millisecondsPrecise()", "downloadImage(1920x1080, 0)", "released(host image)",
                             "millisecondsPrecise()", "downloadImage(1920x1080, 0)", "released(host image)",
                             "millisecondsPrecise()", "millisecondsPrecise()",
-                            "WStringFromFloat(0.125, 2, true)", R"(logLine("0.125fps", 0))", "endTest()",
+                            "WStringFromFloat(0.125, 2, true)", result("0.125fps"), "endTest()",
                             "released(created 1)"));
 }
 
@@ -192,8 +209,8 @@ TEST_F(GPUToHost, WithoutATestImageSaysSoAndEnds)
     host().script.fail("createGPUImage");
     GPUTests::GPUToHostTransferTest(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing GPU to host transfer", 5))", "createGPUImage(1920x1080, 0)",
-                            R"(logLine("Failed to create test image", 4))", "endTest()"));
+                ElementsAre(heading("Testing GPU to host transfer"), "createGPUImage(1920x1080, 0)",
+                            failure("Failed to create test image"), "endTest()"));
 }
 
 TEST_F(GPUToHost, AllDownloadsFailingSaysFailedAfterTheFirst)
@@ -201,9 +218,9 @@ TEST_F(GPUToHost, AllDownloadsFailingSaysFailedAfterTheFirst)
     host().script.fail("downloadImage");
     GPUTests::GPUToHostTransferTest(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing GPU to host transfer", 5))", "createGPUImage(1920x1080, 0)",
+                ElementsAre(heading("Testing GPU to host transfer"), "createGPUImage(1920x1080, 0)",
                             "millisecondsPrecise()", "downloadImage(1920x1080, 0)", "millisecondsPrecise()",
-                            R"(logLine("Failed", 4))", "endTest()", "released(created 1)"));
+                            failure("Failed"), "endTest()", "released(created 1)"));
 }
 
 // The timed loop, by the transfers
@@ -214,7 +231,7 @@ TEST_F(TimedLoop, OfOneMillisecondTransfersStopsAt2000)
     GPUTests::hostToGPUTransferTest(log);
     EXPECT_EQ(host().journal.count("uploadImage"), 2000U);
     EXPECT_EQ(host().journal.count("millisecondsPrecise"), 1U + 2000U + 1U);
-    EXPECT_THAT(logged(), Contains(R"(logLine("1000fps", 0))"));
+    EXPECT_THAT(logged(), Contains(result("1000fps")));
 }
 
 TEST_F(TimedLoop, OfA6000MillisecondTransferCountsNothingAndShowsZero)
@@ -222,7 +239,7 @@ TEST_F(TimedLoop, OfA6000MillisecondTransferCountsNothingAndShowsZero)
     host().costs["downloadImage"] = 6000;
     GPUTests::GPUToHostTransferTest(log);
     EXPECT_EQ(host().journal.count("downloadImage"), 1U);
-    EXPECT_THAT(logged(), Contains(R"(logLine("0fps", 0))"));
+    EXPECT_THAT(logged(), Contains(result("0fps")));
 }
 
 TEST_F(TimedLoop, OfThirtySevenIterationsIn5012MillisecondsShowsTheirRate)
@@ -234,7 +251,7 @@ TEST_F(TimedLoop, OfThirtySevenIterationsIn5012MillisecondsShowsTheirRate)
     EXPECT_EQ(calls, 38U);
     EXPECT_THAT(host().journal.linesOf({"WStringFromFloat"}),
                 ElementsAre("WStringFromFloat(" + number(37 / 5.012) + ", 2, true)"));
-    EXPECT_THAT(logged(), Contains("logLine(\"" + number(37 / 5.012) + "fps\", 0)"));
+    EXPECT_THAT(logged(), Contains(result(number(37 / 5.012) + "fps")));
 }
 
 TEST_F(TimedLoop, DoesNotStopAtExactlyFiveSeconds)
@@ -243,7 +260,7 @@ TEST_F(TimedLoop, DoesNotStopAtExactlyFiveSeconds)
     host().script.during("uploadImage", [&calls] { host().pass(++calls == 1 ? 5000.0 : 0.5); });
     GPUTests::hostToGPUTransferTest(log);
     EXPECT_EQ(calls, 2U);
-    EXPECT_THAT(logged(), Contains("logLine(\"" + number(1 / 5.0005) + "fps\", 0)"));
+    EXPECT_THAT(logged(), Contains(result(number(1 / 5.0005) + "fps")));
 }
 
 TEST_F(TimedLoop, FailureBeatsTimeInTheSameIteration)
@@ -252,8 +269,8 @@ TEST_F(TimedLoop, FailureBeatsTimeInTheSameIteration)
     host().script.fail("uploadImage");
     GPUTests::hostToGPUTransferTest(log);
     EXPECT_EQ(host().journal.count("uploadImage"), 1U);
-    EXPECT_THAT(logged(), ElementsAre(R"(logLine("Testing host to GPU transfer", 5))",
-                                      R"(logLine("Failed", 4))", "endTest()"));
+    EXPECT_THAT(logged(),
+                ElementsAre(heading("Testing host to GPU transfer"), failure("Failed"), "endTest()"));
 }
 
 TEST_F(TimedLoop, FailureAtThe2000thIsAFailure)
@@ -261,7 +278,7 @@ TEST_F(TimedLoop, FailureAtThe2000thIsAFailure)
     host().script.failAt("uploadImage", 2000);
     GPUTests::hostToGPUTransferTest(log);
     EXPECT_EQ(host().journal.count("uploadImage"), 2000U);
-    EXPECT_THAT(logged(), Contains(R"(logLine("Failed", 4))"));
+    EXPECT_THAT(logged(), Contains(failure("Failed")));
     EXPECT_EQ(host().journal.count("WStringFromFloat"), 0U);
 }
 
@@ -270,7 +287,7 @@ TEST_F(TimedLoop, RateCountsTheTimeUntilAllIterationsAreOver)
     // Each reading of the clock takes time: the last is one of 2 + 2000.
     host().clockStep = 0.25;
     GPUTests::hostToGPUTransferTest(log);
-    EXPECT_THAT(logged(), Contains("logLine(\"" + number(2000 / (2001 * 0.25 / 1000)) + "fps\", 0)"));
+    EXPECT_THAT(logged(), Contains(result(number(2000 / (2001 * 0.25 / 1000)) + "fps")));
 }
 
 TEST_F(TimedLoop, SetUpBeforeItIsNotTimed)
@@ -278,7 +295,7 @@ TEST_F(TimedLoop, SetUpBeforeItIsNotTimed)
     host().costs["createHostImage"] = 9000;
     host().costs["uploadImage"] = 1;
     GPUTests::hostToGPUTransferTest(log);
-    EXPECT_THAT(logged(), Contains(R"(logLine("1000fps", 0))"));
+    EXPECT_THAT(logged(), Contains(result("1000fps")));
 }
 
 // Shader
@@ -287,7 +304,7 @@ TEST_F(ShaderPerformance, Draws2000TimesAndReleasesAllBeforeItEnds)
 {
     host().costs["drawImageEx"] = 0.4;
     GPUTests::shaderPerformanceTest(log);
-    Lines expected{R"(logLine("Testing shader performance", 5))", "createGPUImage(1920x1080, 0)",
+    Lines expected{heading("Testing shader performance"), "createGPUImage(1920x1080, 0)",
                    "createGPUImage(1920x1080, 0)", "getPrimitivesRenderer(created 1, 1)",
                    "millisecondsPrecise()"};
     expected.insert(expected.end(), 2000, drawing("created 1", "created 2"));
@@ -309,8 +326,7 @@ TEST_F(ShaderPerformance, Of2000DrawsIn800MillisecondsIs2500)
     GPUTests::shaderPerformanceTest(log);
     EXPECT_EQ(draws, 2000U);
     EXPECT_THAT(host().journal.linesOf({"WStringFromFloat"}), ElementsAre("WStringFromFloat(2500, 2, true)"));
-    EXPECT_THAT(logged(), ElementsAre(R"(logLine("Testing shader performance", 5))",
-                                      R"(logLine("2500fps", 0))", "endTest()"));
+    EXPECT_THAT(logged(), ElementsAre(heading("Testing shader performance"), result("2500fps"), "endTest()"));
 }
 
 TEST_F(ShaderPerformance, HasNoLimitOfTime)
@@ -318,7 +334,7 @@ TEST_F(ShaderPerformance, HasNoLimitOfTime)
     host().costs["drawImageEx"] = 1000;
     GPUTests::shaderPerformanceTest(log);
     EXPECT_EQ(host().journal.count("drawImageEx"), 2000U);
-    EXPECT_THAT(logged(), Contains(R"(logLine("1fps", 0))"));
+    EXPECT_THAT(logged(), Contains(result("1fps")));
 }
 
 TEST_F(ShaderPerformance, DoesNotLookAtWhatDrawsAnswer)
@@ -327,14 +343,14 @@ TEST_F(ShaderPerformance, DoesNotLookAtWhatDrawsAnswer)
     host().script.fail("drawImageEx");
     GPUTests::shaderPerformanceTest(log);
     EXPECT_EQ(host().journal.count("drawImageEx"), 2000U);
-    EXPECT_THAT(logged(), Contains(R"(logLine("1000fps", 0))"));
+    EXPECT_THAT(logged(), Contains(result("1000fps")));
 }
 
 TEST_F(ShaderPerformance, LeavesSetUpOutOfTheTime)
 {
     host().costs = {{"createGPUImage", 500}, {"getPrimitivesRenderer", 500}, {"drawImageEx", 1}};
     GPUTests::shaderPerformanceTest(log);
-    EXPECT_THAT(logged(), Contains(R"(logLine("1000fps", 0))"));
+    EXPECT_THAT(logged(), Contains(result("1000fps")));
 }
 
 TEST_F(ShaderPerformance, WithoutAShaderCreatesNoImages)
@@ -345,8 +361,8 @@ TEST_F(ShaderPerformance, WithoutAShaderCreatesNoImages)
     host().journal.clear();
     host().recordClock = false;
     GPUTests::shaderPerformanceTest(log);
-    EXPECT_THAT(everything(), ElementsAre(R"(logLine("Testing shader performance", 5))", loading,
-                                          R"(logLine("Failed to load shader", 4))", "endTest()"));
+    EXPECT_THAT(everything(), ElementsAre(heading("Testing shader performance"), loading,
+                                          failure("Failed to load shader"), "endTest()"));
 }
 
 TEST_F(ShaderPerformance, WithoutTheEffectInTheCatalogueFailsAsWithoutAShader)
@@ -355,8 +371,8 @@ TEST_F(ShaderPerformance, WithoutTheEffectInTheCatalogueFailsAsWithoutAShader)
     host().removeFiles();
     Manager::startup(false);
     GPUTests::shaderPerformanceTest(log);
-    EXPECT_THAT(logged(), ElementsAre(R"(logLine("Testing shader performance", 5))",
-                                      R"(logLine("Failed to load shader", 4))", "endTest()"));
+    EXPECT_THAT(logged(), ElementsAre(heading("Testing shader performance"), failure("Failed to load shader"),
+                                      "endTest()"));
 }
 
 TEST_F(ShaderPerformance, MakesTheManagerWhenThereIsNone)
@@ -364,7 +380,7 @@ TEST_F(ShaderPerformance, MakesTheManagerWhenThereIsNone)
     Manager::shutdown(Shutdown::NormalExit);
     host().costs["drawImageEx"] = 1;
     GPUTests::shaderPerformanceTest(log);
-    EXPECT_THAT(logged(), Contains(R"(logLine("1000fps", 0))"));
+    EXPECT_THAT(logged(), Contains(result("1000fps")));
 }
 
 TEST_F(ShaderPerformance, WithoutATargetStillAsksForTheSourceAndSaysFailed)
@@ -372,8 +388,8 @@ TEST_F(ShaderPerformance, WithoutATargetStillAsksForTheSourceAndSaysFailed)
     host().script.failAt("createGPUImage", 1);
     GPUTests::shaderPerformanceTest(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing shader performance", 5))", "createGPUImage(1920x1080, 0)",
-                            "createGPUImage(1920x1080, 0)", R"(logLine("Failed to create test images", 4))",
+                ElementsAre(heading("Testing shader performance"), "createGPUImage(1920x1080, 0)",
+                            "createGPUImage(1920x1080, 0)", failure("Failed to create test images"),
                             "released(created 1)", "endTest()"));
 }
 
@@ -382,8 +398,8 @@ TEST_F(ShaderPerformance, WithoutASourceSaysFailed)
     host().script.failAt("createGPUImage", 2);
     GPUTests::shaderPerformanceTest(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing shader performance", 5))", "createGPUImage(1920x1080, 0)",
-                            "createGPUImage(1920x1080, 0)", R"(logLine("Failed to create test images", 4))",
+                ElementsAre(heading("Testing shader performance"), "createGPUImage(1920x1080, 0)",
+                            "createGPUImage(1920x1080, 0)", failure("Failed to create test images"),
                             "released(created 1)", "endTest()"));
 }
 
@@ -391,8 +407,8 @@ TEST_F(ShaderPerformance, WithATargetThatCannotBeDrawnIntoHasNoTestImages)
 {
     host().script.fail("getPrimitivesRenderer");
     GPUTests::shaderPerformanceTest(log);
-    EXPECT_THAT(logged(), ElementsAre(R"(logLine("Testing shader performance", 5))",
-                                      R"(logLine("Failed to create test images", 4))", "endTest()"));
+    EXPECT_THAT(logged(), ElementsAre(heading("Testing shader performance"),
+                                      failure("Failed to create test images"), "endTest()"));
 }
 
 TEST_F(ShaderPerformance, AsksForTheShaderAgainOnceTheRendererIsThereAndThenKeepsIt)
@@ -427,7 +443,7 @@ TEST_F(Combined, PlaybackUploadsAndDrawsIntoANewImageEachTime)
     host().costs["uploadImage"] = 3000;
     GPUTests::combinedTestWithoutReadback(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing playback performance", 5))", "createHostImage(1920x1080, 0)",
+                ElementsAre(heading("Testing playback performance"), "createHostImage(1920x1080, 0)",
                             "millisecondsPrecise()",
                             // the first
                             "uploadImage(1920x1080, 0, 0)", "createGPUImage(1920x1080, 0)",
@@ -441,8 +457,7 @@ TEST_F(Combined, PlaybackUploadsAndDrawsIntoANewImageEachTime)
                             "released(uploaded 3)", "released(created 4)",
                             // the rate
                             "millisecondsPrecise()", "WStringFromFloat(" + number(1 / 6.0) + ", 2, true)",
-                            "logLine(\"" + number(1 / 6.0) + "fps\", 0)", "released(host image)",
-                            "endTest()"));
+                            result(number(1 / 6.0) + "fps"), "released(host image)", "endTest()"));
 }
 
 TEST_F(Combined, RenderReadsEachResultBackAndReleasesItAtOnce)
@@ -450,13 +465,13 @@ TEST_F(Combined, RenderReadsEachResultBackAndReleasesItAtOnce)
     host().costs["downloadImage"] = 6000;
     GPUTests::combinedTestWithReadBack(log);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing render performance", 5))", "createHostImage(1920x1080, 0)",
+                ElementsAre(heading("Testing render performance"), "createHostImage(1920x1080, 0)",
                             "millisecondsPrecise()", "uploadImage(1920x1080, 0, 0)",
                             "createGPUImage(1920x1080, 0)", "getPrimitivesRenderer(created 2, 1)",
                             drawing("created 2", "uploaded 1"), "released(renderer of created 2)",
                             "downloadImage(1920x1080, 0)", "released(host image)", "millisecondsPrecise()",
                             "released(uploaded 1)", "released(created 2)", "millisecondsPrecise()",
-                            "WStringFromFloat(0, 2, true)", R"(logLine("0fps", 0))", "released(host image)",
+                            "WStringFromFloat(0, 2, true)", result("0fps"), "released(host image)",
                             "endTest()"));
 }
 
@@ -466,8 +481,7 @@ TEST_F(Combined, StopsAt2000Frames)
     GPUTests::combinedTest(log, true);
     EXPECT_EQ(host().journal.count("uploadImage"), 2000U);
     EXPECT_EQ(host().journal.count("downloadImage"), 2000U);
-    EXPECT_THAT(logged(), ElementsAre(R"(logLine("Testing render performance", 5))",
-                                      R"(logLine("500fps", 0))", "endTest()"));
+    EXPECT_THAT(logged(), ElementsAre(heading("Testing render performance"), result("500fps"), "endTest()"));
 }
 
 TEST_F(Combined, WithoutAShaderCreatesNoImages)
@@ -479,10 +493,10 @@ TEST_F(Combined, WithoutAShaderCreatesNoImages)
     for (const bool readBack : {false, true}) {
         GPUTests::combinedTest(log, readBack);
     }
-    EXPECT_THAT(everything(), ElementsAre(R"(logLine("Testing playback performance", 5))", loading,
-                                          R"(logLine("Failed to load shader", 4))", "endTest()",
-                                          R"(logLine("Testing render performance", 5))", loading,
-                                          R"(logLine("Failed to load shader", 4))", "endTest()"));
+    EXPECT_THAT(everything(), ElementsAre(heading("Testing playback performance"), loading,
+                                          failure("Failed to load shader"), "endTest()",
+                                          heading("Testing render performance"), loading,
+                                          failure("Failed to load shader"), "endTest()"));
 }
 
 TEST_F(Combined, WithoutAHostImageSaysTestImages)
@@ -490,8 +504,8 @@ TEST_F(Combined, WithoutAHostImageSaysTestImages)
     host().script.fail("createHostImage");
     GPUTests::combinedTest(log, true);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing render performance", 5))", "createHostImage(1920x1080, 0)",
-                            R"(logLine("Failed to create test images", 4))", "endTest()"));
+                ElementsAre(heading("Testing render performance"), "createHostImage(1920x1080, 0)",
+                            failure("Failed to create test images"), "endTest()"));
 }
 
 TEST_F(Combined, AFirstUploadThatFailsStopsAfterTheFirstIterationWithoutARate)
@@ -499,10 +513,10 @@ TEST_F(Combined, AFirstUploadThatFailsStopsAfterTheFirstIterationWithoutARate)
     host().script.fail("uploadImage");
     GPUTests::combinedTest(log, true);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing render performance", 5))", "createHostImage(1920x1080, 0)",
+                ElementsAre(heading("Testing render performance"), "createHostImage(1920x1080, 0)",
                             "millisecondsPrecise()", "uploadImage(1920x1080, 0, 0)",
                             "createGPUImage(1920x1080, 0)", "millisecondsPrecise()", "released(created 1)",
-                            R"(logLine("Failed", 4))", "released(host image)", "endTest()"));
+                            failure("Failed"), "released(host image)", "endTest()"));
 }
 
 TEST_F(Combined, ATargetThatCannotBeCreatedIsAFailure)
@@ -510,10 +524,10 @@ TEST_F(Combined, ATargetThatCannotBeCreatedIsAFailure)
     host().script.fail("createGPUImage");
     GPUTests::combinedTest(log, false);
     EXPECT_THAT(everything(),
-                ElementsAre(R"(logLine("Testing playback performance", 5))", "createHostImage(1920x1080, 0)",
+                ElementsAre(heading("Testing playback performance"), "createHostImage(1920x1080, 0)",
                             "millisecondsPrecise()", "uploadImage(1920x1080, 0, 0)",
                             "createGPUImage(1920x1080, 0)", "millisecondsPrecise()", "released(uploaded 1)",
-                            R"(logLine("Failed", 4))", "released(host image)", "endTest()"));
+                            failure("Failed"), "released(host image)", "endTest()"));
 }
 
 TEST_F(Combined, ATargetThatCannotBeDrawnIntoIsAFailure)
@@ -522,7 +536,7 @@ TEST_F(Combined, ATargetThatCannotBeDrawnIntoIsAFailure)
     GPUTests::combinedTest(log, true);
     EXPECT_EQ(host().journal.count("uploadImage"), 1U);
     EXPECT_EQ(host().journal.count("downloadImage"), 0U);
-    EXPECT_THAT(logged(), Contains(R"(logLine("Failed", 4))"));
+    EXPECT_THAT(logged(), Contains(failure("Failed")));
 }
 
 TEST_F(Combined, DoesNotLookAtWhatDrawsAndDownloadsAnswer)
@@ -532,7 +546,7 @@ TEST_F(Combined, DoesNotLookAtWhatDrawsAndDownloadsAnswer)
     host().script.fail("downloadImage");
     GPUTests::combinedTest(log, true);
     EXPECT_EQ(host().journal.count("downloadImage"), 2000U);
-    EXPECT_THAT(logged(), Contains(R"(logLine("1000fps", 0))"));
+    EXPECT_THAT(logged(), Contains(result("1000fps")));
 }
 
 TEST_F(Combined, LetsGoOfTheShaderAfterLookingForIt)
@@ -564,7 +578,7 @@ TEST_F(Combined, LooksTheEffectUpOnceAndOutsideTheTime)
     host().costs = {{"loadEffectFile", 9000}, {"createHostImage", 9000}, {"uploadImage", 1}};
     GPUTests::combinedTest(log, false);
     EXPECT_EQ(host().journal.count("loadEffectFile"), 1U);
-    EXPECT_THAT(logged(), Contains(R"(logLine("1000fps", 0))"));
+    EXPECT_THAT(logged(), Contains(result("1000fps")));
 }
 
 // The whole suite
@@ -574,17 +588,15 @@ TEST_F(WholeSuite, RunsInItsOrderUnderLifeSupport)
     host().memory = {1, 2, 3};
     host().costs = {{"uploadImage", 0.5}, {"downloadImage", 0.5}, {"drawImageEx", 1}};
     GPUTests::runAllTests(log);
-    EXPECT_THAT(
-        host().journal.linesOf({"SystemWatchdog", "logLine", "beginTests", "endTest"}),
-        ElementsAre("SystemWatchdog::beginLifeSupport()", R"(logLine("Memory : 3 bytes / 2 bytes", 0))",
-                    R"(logLine("CPUs   : 8", 0))", R"(logLine("Admin  : Yes", 0))", "beginTests(5)",
-                    R"(logLine("Testing host to GPU transfer", 5))", R"(logLine("2000fps", 0))", "endTest()",
-                    R"(logLine("Testing GPU to host transfer", 5))", R"(logLine("2000fps", 0))", "endTest()",
-                    R"(logLine("Testing shader performance", 5))", R"(logLine("1000fps", 0))", "endTest()",
-                    R"(logLine("Testing playback performance", 5))",
-                    "logLine(\"" + number(2000.0 / 3) + "fps\", 0)", "endTest()",
-                    R"(logLine("Testing render performance", 5))", R"(logLine("500fps", 0))", "endTest()",
-                    "endTests()", R"(logLine("Tests complete", 5))", "SystemWatchdog::endLifeSupport()"));
+    EXPECT_THAT(host().journal.linesOf({"SystemWatchdog", "logLine", "beginTests", "endTest"}),
+                ElementsAre("SystemWatchdog::beginLifeSupport()", result("Memory : 3 bytes / 2 bytes"),
+                            result("CPUs   : 8"), result("Admin  : Yes"), "beginTests(5)",
+                            heading("Testing host to GPU transfer"), result("2000fps"), "endTest()",
+                            heading("Testing GPU to host transfer"), result("2000fps"), "endTest()",
+                            heading("Testing shader performance"), result("1000fps"), "endTest()",
+                            heading("Testing playback performance"), result(number(2000.0 / 3) + "fps"),
+                            "endTest()", heading("Testing render performance"), result("500fps"), "endTest()",
+                            "endTests()", heading("Tests complete"), "SystemWatchdog::endLifeSupport()"));
     EXPECT_EQ(everything().front(), "SystemWatchdog::beginLifeSupport()");
     EXPECT_EQ(everything().back(), "SystemWatchdog::endLifeSupport()");
 }
@@ -596,18 +608,15 @@ TEST_F(WholeSuite, GoesOnAfterEveryTestThatFails)
     }
     GPUTests::runAllTests(log);
     const Lines lines = logged();
-    EXPECT_THAT(Lines(lines.begin() + 3, lines.end()),
-                ElementsAre("beginTests(5)", R"(logLine("Testing host to GPU transfer", 5))",
-                            R"(logLine("Failed to create test image", 4))", "endTest()",
-                            R"(logLine("Testing GPU to host transfer", 5))",
-                            R"(logLine("Failed to create test image", 4))", "endTest()",
-                            R"(logLine("Testing shader performance", 5))",
-                            R"(logLine("Failed to create test images", 4))", "endTest()",
-                            R"(logLine("Testing playback performance", 5))",
-                            R"(logLine("Failed to create test images", 4))", "endTest()",
-                            R"(logLine("Testing render performance", 5))",
-                            R"(logLine("Failed to create test images", 4))", "endTest()", "endTests()",
-                            R"(logLine("Tests complete", 5))"));
+    EXPECT_THAT(
+        Lines(lines.begin() + 3, lines.end()),
+        ElementsAre(
+            "beginTests(5)", heading("Testing host to GPU transfer"), failure("Failed to create test image"),
+            "endTest()", heading("Testing GPU to host transfer"), failure("Failed to create test image"),
+            "endTest()", heading("Testing shader performance"), failure("Failed to create test images"),
+            "endTest()", heading("Testing playback performance"), failure("Failed to create test images"),
+            "endTest()", heading("Testing render performance"), failure("Failed to create test images"),
+            "endTest()", "endTests()", heading("Tests complete")));
     EXPECT_EQ(everything().back(), "SystemWatchdog::endLifeSupport()");
 }
 
@@ -624,16 +633,14 @@ TEST_F(WholeSuite, GoesOnWithADeviceThatDiesAtThe37thUpload)
     GPUTests::runAllTests(log);
     EXPECT_EQ(uploads, 37U + 2U) << "playback and render try one each";
     const Lines lines = logged();
-    EXPECT_THAT(
-        Lines(lines.begin() + 3, lines.end()),
-        ElementsAre("beginTests(5)", R"(logLine("Testing host to GPU transfer", 5))",
-                    R"(logLine("Failed", 4))", "endTest()", R"(logLine("Testing GPU to host transfer", 5))",
-                    R"(logLine("Failed to create test image", 4))", "endTest()",
-                    R"(logLine("Testing shader performance", 5))",
-                    R"(logLine("Failed to create test images", 4))", "endTest()",
-                    R"(logLine("Testing playback performance", 5))", R"(logLine("Failed", 4))", "endTest()",
-                    R"(logLine("Testing render performance", 5))", R"(logLine("Failed", 4))", "endTest()",
-                    "endTests()", R"(logLine("Tests complete", 5))"));
+    EXPECT_THAT(Lines(lines.begin() + 3, lines.end()),
+                ElementsAre("beginTests(5)", heading("Testing host to GPU transfer"), failure("Failed"),
+                            "endTest()", heading("Testing GPU to host transfer"),
+                            failure("Failed to create test image"), "endTest()",
+                            heading("Testing shader performance"), failure("Failed to create test images"),
+                            "endTest()", heading("Testing playback performance"), failure("Failed"),
+                            "endTest()", heading("Testing render performance"), failure("Failed"),
+                            "endTest()", "endTests()", heading("Tests complete")));
 }
 
 TEST_F(WholeSuite, MeasuresADeviceThatGetsSlowerEachFrame)
@@ -642,7 +649,7 @@ TEST_F(WholeSuite, MeasuresADeviceThatGetsSlowerEachFrame)
     double cost = 0;
     host().script.during("uploadImage", [&cost] { host().pass(++cost); });
     GPUTests::hostToGPUTransferTest(log);
-    EXPECT_THAT(logged(), Contains("logLine(\"" + number(99 / 5.05) + "fps\", 0)"));
+    EXPECT_THAT(logged(), Contains(result(number(99 / 5.05) + "fps")));
 }
 
 } // namespace Qx::Test

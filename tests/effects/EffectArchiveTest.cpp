@@ -1,13 +1,12 @@
 // Compiled effects as bytes: what is written is read again, and nothing else is taken for it.
 
 #include "host/effects/EffectArchive.h"
+#include "tests/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
 #include <functional>
-#include <unistd.h>
 
 namespace Qx::Host {
 namespace {
@@ -50,13 +49,8 @@ protected:
     static const EffectCompilation& compilation()
     {
         static const EffectCompilation made = [] {
-            std::string directory = "/tmp/qx-archive-XXXXXX";
-            EXPECT_NE(mkdtemp(directory.data()), nullptr);
-            const std::filesystem::path file = std::filesystem::path(directory) / "effect.fx";
-            std::ofstream(file) << effectText;
-            EffectCompilation result = compileEffect(file, {});
-            std::filesystem::remove_all(directory);
-            return result;
+            const Qx::Test::TemporaryDirectory directory;
+            return compileEffect(directory.write("effect.fx", effectText), {});
         }();
         return made;
     }

@@ -214,19 +214,4 @@ std::string disassemble(const std::vector<std::uint32_t>& spirv)
     return text;
 }
 
-TemporaryDirectory::TemporaryDirectory()
-{
-    std::string pattern = (std::filesystem::temp_directory_path() / "fxtest-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("cannot make a temporary directory");
-    }
-    path_ = pattern;
-}
-
-TemporaryDirectory::~TemporaryDirectory()
-{
-    std::error_code error;
-    std::filesystem::remove_all(path_, error);
-}
-
 } // namespace Qx::Host::Tests

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/effects/EffectCompiler.h"
+#include "tests/TemporaryDirectory.h"
 
 #include <filesystem>
 #include <iosfwd>
@@ -49,19 +50,6 @@ std::vector<std::string> describe(const CompiledEffect& effect);
 /// A shader as text, with friendly names.
 std::string disassemble(const std::vector<std::uint32_t>& spirv);
 
-/// A new, empty directory that goes with its object.
-class TemporaryDirectory
-{
-public:
-    TemporaryDirectory();
-    ~TemporaryDirectory();
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
+using Qx::Test::TemporaryDirectory;
 
 } // namespace Qx::Host::Tests

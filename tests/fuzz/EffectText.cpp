@@ -26,7 +26,9 @@ EffectText::EffectText(Input input)
     for (bool more = true; more;) {
         const std::size_t end = rest.find(separator);
         more = end != std::string_view::npos;
-        files_.add({pathOf(name), name, files_.keep(std::string(rest.substr(0, end)))});
+        if (!name.empty()) { // no file is without a name
+            files_.add({pathOf(name), name, files_.keep(std::string(rest.substr(0, end)))});
+        }
         if (more) {
             rest.remove_prefix(end + separator.size());
             const std::size_t line = std::min(rest.find('\n'), rest.size());

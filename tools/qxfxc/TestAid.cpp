@@ -2,9 +2,9 @@
 
 #include "host/cache/Bytes.h"
 #include "host/effects/worker/Protocol.h"
+#include "tools/Misbehaviour.h"
 #include "tools/qxfxc/Worker.h"
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -19,40 +19,9 @@ namespace Qx::Host::Worker {
 
 namespace {
 
-struct Order
-{
-    std::string stage;
-    std::string action;
-    std::string file;
-};
-
-Order orderOfEnvironment()
-{
-    const char* value = std::getenv("QXFXC_TEST"); // NOLINT(concurrency-mt-unsafe): nobody sets variables
-    const std::string text = value != nullptr ? value : "";
-    const std::size_t first = std::min(text.find(':'), text.size());
-    const std::size_t second = std::min(text.find(':', first + 1), text.size());
-    return {text.substr(0, first), first < text.size() ? text.substr(first + 1, second - first - 1) : "",
-            second < text.size() ? text.substr(second + 1) : ""};
-}
-
 void sendRaw(std::span<const std::byte> bytes)
 {
     static_cast<void>(::send(hostSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL));
-}
-
-[[noreturn]] void stall()
-{
-    for (;;) {
-        std::this_thread::sleep_for(std::chrono::hours(1));
-    }
-}
-
-[[noreturn]] void spin()
-{
-    for (volatile unsigned n = 0;;) {
-        n = n + 1;
-    }
 }
 
 [[noreturn]] void takeMemory()
@@ -88,14 +57,14 @@ void chatter()
     Channel channel(::dup(hostSocket));
     while (channel.send(FrameType::Step, encode(Step{}))) {
     }
-    stall();
+    Misbehaviour::stall();
 }
 
 [[noreturn]] void sendGarbage()
 {
     constexpr std::string_view text = "This is what no host understands, and long enough for a header.";
     sendRaw(std::as_bytes(std::span(text)));
-    stall();
+    Misbehaviour::stall();
 }
 
 /// The result that is none, or the announcement of one that is too long.
@@ -109,36 +78,24 @@ void chatter()
     bytes.number(tooLong ? most : std::uint32_t{sizeof most});
     bytes.number(most);
     sendRaw(bytes.bytes());
-    stall();
+    Misbehaviour::stall();
 }
 
 } // namespace
 
 void misbehave(std::string_view stage, const std::filesystem::path& file)
 {
-    static const Order& order = *new Order(orderOfEnvironment());
+    static const auto& order = *new Misbehaviour::Order(Misbehaviour::orderFrom("QXFXC_TEST"));
     const std::string& action = order.action;
-    if (order.stage != stage || (!order.file.empty() && file.filename() != order.file)) {
+    if (order.where != stage || (!order.which.empty() && file.filename() != order.which)) {
         return;
     }
-    std::fprintf(stderr, "%d %s\n", static_cast<int>(::getpid()), order.stage.c_str());
+    std::fprintf(stderr, "%d %s\n", static_cast<int>(::getpid()), order.where.c_str());
     std::fflush(stderr);
-    if (action == "stall") {
-        stall();
-    } else if (action == "gate") {
+    if (action == "gate") {
         waitForGate(file);
-    } else if (action == "spin") {
-        spin();
     } else if (action == "freeze") {
         std::raise(SIGSTOP);
-    } else if (action == "crash") {
-        std::signal(SIGABRT, SIG_DFL);
-        std::abort();
-    } else if (action == "kill") {
-        std::raise(SIGKILL);
-    } else if (action == "exit") {
-        constexpr int code = 3;
-        ::_exit(code);
     } else if (action == "memory") {
         takeMemory();
     } else if (action == "chatter") {
@@ -149,6 +106,8 @@ void misbehave(std::string_view stage, const std::filesystem::path& file)
         sendGarbage();
     } else if (action == "lie" || action == "boast") {
         sendResult(action == "boast");
+    } else {
+        Misbehaviour::misbehave(action);
     }
 }
 

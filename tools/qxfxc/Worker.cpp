@@ -113,6 +113,8 @@ EffectCompilation workSafely(Service& service, const CompileRequest& request)
 
 int serve(Channel& channel)
 {
+    misbehave("starting", {});
+    channel.send(FrameType::Ready, encode(Ready{}));
     Frame frame;
     if (channel.receive(frame, mostRequestBytes) != Channel::Answer::Frame ||
         frame.type != FrameType::Hello) {

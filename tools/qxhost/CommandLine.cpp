@@ -832,6 +832,22 @@ private:
         return lutOptions_;
     }
 
+    /// A file called "-" stands for standard output.
+    void chooseDiagnoseOutput()
+    {
+        diagnoseOptions_.json = diagnoseOptions_.jsonFile == "-";
+        diagnoseOptions_.page = diagnoseOptions_.html == "-";
+        if (diagnoseOptions_.json && diagnoseOptions_.page) {
+            complain("--html - and --json - both want standard output; give one of them a file", "diagnose");
+        }
+        if (diagnoseOptions_.json) {
+            diagnoseOptions_.jsonFile.clear();
+        }
+        if (diagnoseOptions_.page) {
+            diagnoseOptions_.html.clear();
+        }
+    }
+
     Command diagnoseCommand()
     {
         refuseExtras(*diagnose_, "diagnose");
@@ -851,7 +867,7 @@ private:
         if (std::isnan(diagnoseOptions_.limit)) {
             complain("--limit: nan is no number of seconds", "diagnose");
         }
-        diagnoseOptions_.json = diagnoseOptions_.jsonFile == "-";
+        chooseDiagnoseOutput();
         return diagnoseOptions_;
     }
 

@@ -96,13 +96,17 @@ CheckResult check(const std::filesystem::path& named, bool asData)
     if (!std::filesystem::is_regular_file(file, error)) {
         return missing(file, "is no file; name the effect file itself");
     }
-    CheckResult result = compile(file);
-    if (asData) {
-        const LightweightString<char> path(std::string_view(file.native()));
-        result.diagnostics = Host::gpuService()
-                                 .examineEffectFile(fromUTF8(path), Manager::instance().definitions())
-                                 .diagnostics;
+    if (!asData) {
+        return compile(file);
     }
+    const LightweightString<char> path(std::string_view(file.native()));
+    Host::EffectCompilation examined =
+        Host::gpuService().examineEffectFile(fromUTF8(path), Manager::instance().definitions());
+    // What did not compile need not do so twice; what did is kept, and has the host's own device to pass.
+    CheckResult result = examined.effect != nullptr
+                             ? compile(file)
+                             : CheckResult{file, ExitCode::failed, std::move(examined.messages)};
+    result.diagnostics = std::move(examined.diagnostics);
     return result;
 }
 

@@ -122,7 +122,7 @@ public:
         const Interruption interruption([&] { watch.stop(); });
         Snapshot known = takeSnapshot();
         compileFirst();
-        show();
+        showFirst();
         console_.note(
             fmt::format("watching {} effect{}; Ctrl-C ends it", known.size(), known.size() == 1 ? "" : "s"));
         while (watch.wait()) {
@@ -182,22 +182,41 @@ private:
         }
     }
 
-    /// Draws the picture again when the effect is another one than last time.
+    /// A picture that cannot be read or written from the start is a mistake in the command, and no save of
+    /// the effect mends it.
+    void showFirst()
+    {
+        try {
+            redraw();
+        } catch (const Failure& failure) {
+            if (failure.code() != ExitCode::effect) {
+                throw;
+            }
+            console_.error(failure.what(), failure.details());
+        }
+    }
+
     void show()
+    {
+        try {
+            redraw();
+        } catch (const Failure& failure) {
+            console_.error(failure.what(), failure.details());
+        }
+    }
+
+    /// Draws the picture again when the effect is another one than last time. Throws Failure.
+    void redraw()
     {
         if (options_.output.empty()) {
             return;
         }
-        try {
-            const Qx::Ptr<iShaderEffect> effect = catalogued(target_.effect);
-            if (!effect || effect == shown_) {
-                return; // what keeps it from compiling was told
-            }
-            draw();
-            shown_ = effect;
-        } catch (const Failure& failure) {
-            console_.error(failure.what(), failure.details());
+        const Qx::Ptr<iShaderEffect> effect = catalogued(target_.effect);
+        if (!effect || effect == shown_) {
+            return; // what keeps it from compiling was told
         }
+        draw();
+        shown_ = effect;
     }
 
     void draw()

@@ -12,7 +12,8 @@ namespace Qx::Host::Worker {
 enum class FrameType : std::uint32_t
 {
     Hello = 1, ///< host to worker, first: version, device, limits
-    Ready,     ///< worker to host: version, and why it cannot work, if it cannot
+    Ready,     ///< worker to host: version, and why it cannot work, if it cannot; twice: at once, unasked, to
+               ///< say what it is, and once it has what it needs
     Compile,   ///< host to worker: one effect
     Step,      ///< worker to host: what it begins now
     Inputs,    ///< worker to host: an archive of nothing but the files that the effect was read from

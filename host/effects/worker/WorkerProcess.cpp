@@ -26,8 +26,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
+/// To say what it is, a worker need only be loaded; a program that is none may be silent for ever.
+constexpr milliseconds identityLimit{15'000};
+
 /// Opening a device may mean starting a driver's own processes.
 constexpr milliseconds greetingLimit{60'000};
+
+constexpr const char* advice = "; install the program again, or correct the setting effects.worker";
 
 std::string systemMessage(int error)
 {
@@ -238,11 +243,12 @@ std::unique_ptr<WorkerProcess> WorkerProcess::start(const std::filesystem::path&
     if (error != 0) {
         ::close(sockets[0]);
         ::close(lifeline.ours);
-        problem.text = program.string() + ": " + systemMessage(error);
+        const bool wrongProgram = error == ENOENT || error == EACCES || error == ENOEXEC;
+        problem.text = program.string() + ": " + systemMessage(error) + (wrongProgram ? advice : "");
         return nullptr;
     }
     std::unique_ptr<WorkerProcess> self(new WorkerProcess(pid, sockets[0], lifeline.ours));
-    if (!self->greet(hello, wanted, problem)) {
+    if (!self->isWorker(wanted, problem) || !self->greet(hello, wanted, problem)) {
         problem.text = program.string() + ": " + problem.text;
         return nullptr;
     }
@@ -260,23 +266,35 @@ WorkerProcess::~WorkerProcess()
     }
 }
 
+bool WorkerProcess::isWorker(const std::function<bool()>& wanted, Problem& problem)
+{
+    const bool is = awaitReady(identityLimit, wanted, problem);
+    if (!is) {
+        problem.text += advice;
+    }
+    return is;
+}
+
 bool WorkerProcess::greet(const Hello& hello, const std::function<bool()>& wanted, Problem& problem)
 {
-    const Clock::time_point latest = Clock::now() + greetingLimit;
-    const Channel::Patience patience = [&] {
+    channel_.send(FrameType::Hello, encode(hello)); // a worker that is gone answers nothing either
+    return awaitReady(greetingLimit, wanted, problem);
+}
+
+bool WorkerProcess::awaitReady(milliseconds limit, const std::function<bool()>& wanted, Problem& problem)
+{
+    const Clock::time_point latest = Clock::now() + limit;
+    Frame frame;
+    const Channel::Answer answer = channel_.receive(frame, mostReportBytes, [&] {
         continueIfStopped();
         return Clock::now() < latest && wanted();
-    };
-    Frame frame;
-    const bool sent = channel_.send(FrameType::Hello, encode(hello), patience);
-    const Channel::Answer answer =
-        sent ? channel_.receive(frame, mostReportBytes, patience) : Channel::Answer::Closed;
+    });
     if (answer == Channel::Answer::Closed) {
         problem.text = "it " + end();
         return false;
     }
     if (answer == Channel::Answer::GaveUp) {
-        problem = {"it did not answer within " + seconds(greetingLimit), true};
+        problem = {"it did not answer within " + seconds(limit), true};
         kill();
         return false;
     }

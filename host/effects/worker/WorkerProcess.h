@@ -79,7 +79,9 @@ public:
 
 private:
     WorkerProcess(int pid, int socket, int lifeline);
+    bool isWorker(const std::function<bool()>& wanted, Problem& problem);
     bool greet(const Hello& hello, const std::function<bool()>& wanted, Problem& problem);
+    bool awaitReady(std::chrono::milliseconds limit, const std::function<bool()>& wanted, Problem& problem);
     std::chrono::milliseconds processorTime() const;
     class Meter;
     void follow(Outcome& outcome, Meter& meter, const Limits& limits, const Channel::Patience& patience);

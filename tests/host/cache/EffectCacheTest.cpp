@@ -2,7 +2,8 @@
 
 #include "host/effects/EffectCache.h"
 #include "host/effects/EffectArchive.h"
-#include "tests/host/cache/TemporaryDirectory.h"
+#include "tests/TemporaryDirectory.h"
+#include "tests/host/cache/Files.h"
 
 #include <gtest/gtest.h>
 
@@ -50,7 +51,7 @@ protected:
 
     bool isFound() const { return cache().find(effect(), options_).has_value(); }
 
-    TemporaryDirectory temporary_;
+    const Qx::Test::TemporaryDirectory temporary_;
     EffectCompilerOptions options_;
     std::vector<std::string> lines_;
     std::shared_ptr<Cache::FileStore> store_ = std::make_shared<Cache::FileStore>(

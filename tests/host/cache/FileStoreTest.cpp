@@ -1,7 +1,8 @@
 // The store of checksummed files: whatever becomes of its files, an entry is whole or absent.
 
 #include "host/cache/FileStore.h"
-#include "tests/host/cache/TemporaryDirectory.h"
+#include "tests/TemporaryDirectory.h"
+#include "tests/host/cache/Files.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -65,7 +67,7 @@ protected:
     }
     const std::vector<std::string>& lines() const { return lines_; }
 
-    TemporaryDirectory temporary_;
+    const Qx::Test::TemporaryDirectory temporary_;
 
 private:
     std::vector<std::string> lines_;
@@ -320,6 +322,41 @@ TEST_F(FileStoreTest, WhatBelongsToAnotherUserIsNotUsed)
     EXPECT_FALSE(store.load(Kind::Effect, digestOf("a")));
 }
 
+/// Runs `work` in a process that is not the superuser's, to whom nothing is read-only, in a directory of its
+/// own; false when it answers so or cannot be run.
+bool asOrdinaryUser(const fs::path& place, const std::function<bool()>& work)
+{
+    constexpr uid_t nobody = 65534;
+    const bool superuser = geteuid() == 0;
+    if (superuser && chown(place.c_str(), nobody, nobody) != 0) {
+        return false;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool changed = !superuser || (setgid(nobody) == 0 && setuid(nobody) == 0);
+        _exit(changed && work() ? 0 : 1);
+    }
+    int status = 1;
+    return child > 0 && waitpid(child, &status, 0) == child && status == 0;
+}
+
+TEST_F(FileStoreTest, AReadOnlyDirectoryStillGivesAndIsOneMessage)
+{
+    EXPECT_TRUE(asOrdinaryUser(temporary_.path(), [this] {
+        FileStore store = open();
+        store.store(Kind::Effect, digestOf("a"), bytesOf("1"));
+        fs::permissions(directory(), fs::perms::owner_read | fs::perms::owner_exec);
+        for (const char* key : {"a", "b", "c"}) {
+            store.store(Kind::Effect, digestOf(key), bytesOf("2"));
+        }
+        const bool gives = store.load(Kind::Effect, digestOf("a")) == bytesOf("1");
+        const bool complains = lines().size() == 1 && lines()[0].ends_with("Permission denied");
+        const bool tells = store.problem() == "it cannot be written: Permission denied";
+        fs::permissions(directory(), fs::perms::owner_all);
+        return gives && complains && tells && filesThere() == 1;
+    }));
+}
+
 TEST_F(FileStoreTest, LinksPipesAndDirectoriesAreNoEntries)
 {
     FileStore store = open();
@@ -370,7 +407,9 @@ TEST_F(FileStoreTest, ADiskThatIsFullKeepsTheOldEntryAndIsOneMessage)
         const FullDisk full(300);
         store.store(Kind::Effect, digestOf("a"), std::vector<std::byte>(1000));
         store.store(Kind::Effect, digestOf("b"), std::vector<std::byte>(1000));
+        EXPECT_TRUE(store.problem().starts_with("it cannot be written: ")) << store.problem();
     }
+    EXPECT_EQ(store.problem(), "");
     EXPECT_EQ(store.load(Kind::Effect, digestOf("a")), bytesOf("old"));
     EXPECT_FALSE(store.load(Kind::Effect, digestOf("b")));
     EXPECT_EQ(filesThere(), 1U);

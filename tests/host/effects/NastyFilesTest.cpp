@@ -3,6 +3,7 @@
 
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
+#include "tests/TemporaryDirectory.h"
 #include "tests/effects/ManyParts.h"
 #include "tests/pixels/RunningHost.h"
 
@@ -233,20 +234,9 @@ protected:
     static void SetUpTestSuite() { host_.emplace(true); }
     static void TearDownTestSuite() { host_.reset(); }
 
-    void SetUp() override
-    {
-        ASSERT_NE(host_->device(), "") << host_->failure();
-        std::string pattern = (std::filesystem::temp_directory_path() / "qx-nasty-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        root_ = pattern;
-    }
+    void SetUp() override { ASSERT_NE(host_->device(), "") << host_->failure(); }
 
-    void TearDown() override
-    {
-        std::error_code error;
-        std::filesystem::remove_all(root_, error);
-        EXPECT_EQ(host_->validationMessages(), 0U);
-    }
+    void TearDown() override { EXPECT_EQ(host_->validationMessages(), 0U); }
 
     static EffectCompileResult compile(const Path& file)
     {
@@ -309,7 +299,7 @@ private:
     }
 
     static std::optional<Pixels::RunningHost> host_;
-    Path root_;
+    const Qx::Test::TemporaryDirectory root_;
     int goodOnes_ = 0;
 };
 

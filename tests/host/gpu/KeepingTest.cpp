@@ -3,6 +3,7 @@
 #include "host/cache/FileStore.h"
 #include "host/gpu/PipelineCache.h"
 #include "platform/Text.h"
+#include "tests/TemporaryDirectory.h"
 #include "tests/host/gpu/GpuFixture.h"
 
 #include <array>
@@ -29,18 +30,7 @@ technique Shade { pass P { PixelShader = compile ps_3_0 shade(); } }
 class KeepingTest : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        std::string name = (fs::temp_directory_path() / "qx-keeping-XXXXXX").string();
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        folder_ = name;
-        std::ofstream(effect()) << effectText;
-    }
-    void TearDown() override
-    {
-        std::error_code ignored;
-        fs::remove_all(folder_, ignored);
-    }
+    void SetUp() override { std::ofstream(effect()) << effectText; }
 
     fs::path effect() const { return folder_ / "effect.fx"; }
     fs::path kept() const { return folder_ / "kept"; }
@@ -73,7 +63,7 @@ protected:
         return {};
     }
 
-    fs::path folder_;
+    const Qx::Test::TemporaryDirectory folder_;
 };
 
 std::vector<std::byte> headerOf(const VkPhysicalDeviceProperties& properties)

@@ -18,29 +18,6 @@ std::filesystem::path logDirectory;
 
 } // namespace
 
-TemporaryDirectory::TemporaryDirectory()
-{
-    std::string name = (std::filesystem::temp_directory_path() / "qxhost-test-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) {
-        throw std::runtime_error("no temporary directory can be made");
-    }
-    path_ = name;
-}
-
-TemporaryDirectory::~TemporaryDirectory()
-{
-    std::error_code error;
-    std::filesystem::remove_all(path_, error);
-}
-
-std::filesystem::path TemporaryDirectory::write(const std::string& name, std::string_view contents) const
-{
-    const std::filesystem::path file = path_ / name;
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << contents;
-    return file;
-}
-
 std::string contentsOf(const std::filesystem::path& file)
 {
     std::ifstream stream(file, std::ios::binary);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Qx/LightweightString.h"
+#include "tests/TemporaryDirectory.h"
 
 #include <filesystem>
 #include <string>
@@ -8,24 +9,7 @@
 
 namespace Qx::Host::Test {
 
-/// A new directory that goes with the object.
-class TemporaryDirectory
-{
-public:
-    TemporaryDirectory();
-    ~TemporaryDirectory();
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-    const std::filesystem::path& path() const { return path_; }
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-
-    /// Writes a file below the directory and returns its path.
-    std::filesystem::path write(const std::string& name, std::string_view contents) const;
-
-private:
-    std::filesystem::path path_;
-};
+using Qx::Test::TemporaryDirectory;
 
 std::string contentsOf(const std::filesystem::path& file);
 

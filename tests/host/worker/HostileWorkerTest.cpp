@@ -51,6 +51,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Mischief{"Crash", "compiling:crash", "the worker process crashed .SIGABRT. while compiling"},
         Mischief{"Kill", "compiling:kill", "the worker process was killed .SIGKILL. while compiling"},
+        Mischief{"KillWhenRead", "parsing:kill", "the worker process was killed .SIGKILL. while compiling"},
         Mischief{"KillAtTheEnd", "answering:kill", "the worker process was killed .SIGKILL. while compiling"},
         Mischief{"Exit", "compiling:exit",
                  "the worker process ended by itself .exit code 3. while compiling"},
@@ -76,6 +77,9 @@ INSTANTIATE_TEST_SUITE_P(
 class NoWorkerTest : public WorkerTest
 {
 protected:
+    static constexpr const char* advice_ =
+        "; install the program again, or correct the setting effects.worker";
+
     void expectNoWorker(const std::string& reason)
     {
         const auto file = write("good.fx", effectText());
@@ -93,31 +97,37 @@ protected:
 TEST_F(NoWorkerTest, ItIsNotThere)
 {
     options().program = folder() / "nowhere";
-    expectNoWorker(options().program.string() + ": No such file or directory");
+    expectNoWorker(options().program.string() + ": No such file or directory" + advice_);
 }
 
 TEST_F(NoWorkerTest, ItIsNotExecutable)
 {
     options().program = write("plain", "text");
-    expectNoWorker(options().program.string() + ": Permission denied");
+    expectNoWorker(options().program.string() + ": Permission denied" + advice_);
 }
 
 TEST_F(NoWorkerTest, ItIsADirectory)
 {
     options().program = folder();
-    expectNoWorker(folder().string() + ": Permission denied");
+    expectNoWorker(folder().string() + ": Permission denied" + advice_);
 }
 
 TEST_F(NoWorkerTest, ItIsAnotherProgram)
 {
     options().program = "/bin/true";
-    expectNoWorker("/bin/true: it ended by itself (exit code 0)");
+    expectNoWorker(std::string("/bin/true: it ended by itself (exit code 0)") + advice_);
 }
 
 TEST_F(NoWorkerTest, ItWritesWithoutEnd)
 {
     options().program = "/usr/bin/yes";
-    expectNoWorker("/usr/bin/yes: it is no worker of this version of the host");
+    expectNoWorker(std::string("/usr/bin/yes: it is no worker of this version of the host") + advice_);
+}
+
+TEST_F(NoWorkerTest, ItCrashesBeforeItSaysWhatItIs)
+{
+    order("starting:crash");
+    expectNoWorker(std::string(QX_TEST_WORKER) + ": it crashed (SIGABRT)" + advice_);
 }
 
 TEST_F(NoWorkerTest, ItCrashesAtTheStart)

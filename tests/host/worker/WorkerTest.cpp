@@ -161,7 +161,7 @@ bool runs(int process)
 
 TEST_F(WorkerTest, OneThatWasStoppedGoesOn)
 {
-    for (const char* stage : {"greeting:freeze", "compiling:freeze", "answering:freeze"}) {
+    for (const char* stage : {"starting:freeze", "greeting:freeze", "compiling:freeze", "answering:freeze"}) {
         closeWorkers();
         order(stage);
         const EffectCompilation compiled = compile(write("good.fx", effectText()));
@@ -195,7 +195,8 @@ TEST_P(OrphanTest, EndsWhenTheHostIsGone)
 }
 
 INSTANTIATE_TEST_SUITE_P(, OrphanTest,
-                         testing::Values("greeting:stall", "compiling:spin", "compiling:freeze"));
+                         testing::Values("starting:stall", "greeting:stall", "compiling:spin",
+                                         "compiling:freeze"));
 
 } // namespace
 

@@ -5,6 +5,7 @@
 #include "host/Host.h"
 #include "platform/BackgroundTasks.h"
 #include "platform/Text.h"
+#include "tests/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -53,9 +54,6 @@ class Catalogue : public testing::Test
 protected:
     void SetUp() override
     {
-        std::string name = (fs::temp_directory_path() / "qx-catalogue-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = name;
         for (const char* each : {"shaders", "templates", "home"}) {
             fs::create_directory(directory_ / each);
         }
@@ -67,11 +65,7 @@ protected:
         }
     }
 
-    void TearDown() override
-    {
-        Host::stop();
-        fs::remove_all(directory_);
-    }
+    void TearDown() override { Host::stop(); }
 
     void write(const std::string& name, const std::string& text) const
     {
@@ -134,7 +128,8 @@ protected:
     }
 
     static constexpr int effects = 6;
-    fs::path directory_;
+    const Qx::Test::TemporaryDirectory temporary_;
+    const fs::path directory_ = temporary_.path();
 };
 
 TEST_F(Catalogue, eight_threads_that_ask_for_one_effect_get_the_same_one)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/TemporaryDirectory.h"
 #include "tools/qxhost/media/ClipReader.h"
 #include "tools/qxhost/media/FrameWriter.h"
 
@@ -27,15 +28,6 @@ using Bytes = std::vector<std::uint8_t>;
 class MediaTest : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        std::string name = (fs::temp_directory_path() / "qxmedia-XXXXXX").native();
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = name;
-    }
-
-    void TearDown() override { fs::remove_all(directory_); }
-
     fs::path at(const std::string& name) const { return directory_ / name; }
 
     static std::string quote(const fs::path& path)
@@ -196,7 +188,8 @@ protected:
         return names;
     }
 
-    fs::path directory_;
+    const Qx::Test::TemporaryDirectory temporary_;
+    const fs::path directory_ = temporary_.path();
 };
 
 } // namespace Qx::Media::Test

@@ -237,6 +237,7 @@ TEST_F(CommandLine, diagnosing_takes_known_steps_and_measures_or_shows)
     expectUsageError({"diagnose", "--limit", "nan"}, {"--limit"});
     expectUsageError({"diagnose", "--from", ""}, {"--from is empty"});
     expectUsageError({"diagnose", "--html", ""}, {"--html is empty"});
+    expectUsageError({"diagnose", "--html", "-", "--json", "-"}, {"--html -", "--json -", "standard output"});
     expectUsageError({"diagnose", "report.html"}, {"report.html"});
     expectUsageError({"diagnose-measure", "3"}, {"diagnose-measure"});
 }

@@ -126,7 +126,7 @@ TEST_F(Diagnose, a_device_that_gets_slower_each_frame_is_remarked)
 
 TEST_F(Diagnose, a_device_that_hangs_is_told_with_what_it_was_asked_for)
 {
-    misbehave("transfers:hang:37");
+    misbehave("transfers:stall:37");
     const Outcome outcome = diagnose("checks,transfers", {"--limit", "2"});
     EXPECT_EQ(outcome.exitCode, notHealthy);
     expectWords(outcome.out, {"Is it right?", "hung: no sign of life for 2 seconds", "37th time",
@@ -143,7 +143,7 @@ TEST_F(Diagnose, a_device_that_computes_for_ever_is_a_hang_too)
 
 TEST_F(Diagnose, a_driver_that_dies_is_told_with_what_it_was_asked_for)
 {
-    for (const auto& [action, words] : {std::pair("abort", "signal 6 (Aborted)"),
+    for (const auto& [action, words] : {std::pair("crash", "signal 6 (Aborted)"),
                                         std::pair("kill", "signal 9"), std::pair("exit", "exit code 3")}) {
         misbehave(std::string("transfers:") + action + ":2");
         const Outcome outcome = diagnose("transfers");
@@ -162,7 +162,7 @@ TEST_F(Diagnose, a_lost_device_ends_the_run_and_is_told)
 
 TEST_F(Diagnose, the_suite_in_full_is_interrupted_by_a_hang_and_its_lines_stand_as_they_are)
 {
-    misbehave("suite:hang:4");
+    misbehave("suite:stall:4");
     const Outcome outcome = qxhost({"diagnose", "--only", "suite", "--limit", "2"});
     EXPECT_EQ(outcome.exitCode, notHealthy);
     EXPECT_TRUE(outcome.out.starts_with("Memory : ")) << outcome.out;
@@ -172,7 +172,7 @@ TEST_F(Diagnose, the_suite_in_full_is_interrupted_by_a_hang_and_its_lines_stand_
 
 TEST_F(Diagnose, ctrl_c_leaves_a_partial_report_marked_so)
 {
-    misbehave("latency:hang");
+    misbehave("latency:stall");
     Running program({programPath(), "diagnose", "--quick", "--only", "checks,latency", "--json", "part.json"},
                     directory_);
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(120);
@@ -194,6 +194,45 @@ TEST_F(Diagnose, a_machine_without_a_device_says_so)
     const Outcome outcome = diagnose("checks", {"--device", "no such device"});
     EXPECT_EQ(outcome.exitCode, 5);
     expectWords(outcome.out, {"There is no device to measure", "no such device"});
+}
+
+TEST_F(Diagnose, what_the_program_lacks_is_not_the_devices_fault)
+{
+    ::setenv("QX_SHADERS_DIR", directory_.c_str(), 1);
+    const Outcome noShaders = diagnose("copies,looks");
+    ::unsetenv("QX_SHADERS_DIR");
+    EXPECT_EQ(noShaders.exitCode, notHealthy);
+    expectWords(noShaders.out,
+                {"LUT.fx, cc3.fx: not in " + directory_.string(), "correct the setting shaders_dir",
+                 "left out for it: looks", "Copy on the device", "nothing can be said of the device"});
+    EXPECT_EQ(noShaders.out.find("refused"), std::string::npos) << noShaders.out;
+
+    ::setenv("QX_EFFECTS_WORKER", "/nowhere/qxfxc", 1);
+    ::setenv("QX_CACHE", "0", 1);
+    const Outcome noWorker = diagnose("looks,compiling");
+    ::unsetenv("QX_CACHE");
+    ::unsetenv("QX_EFFECTS_WORKER");
+    EXPECT_EQ(noWorker.exitCode, notHealthy);
+    expectWords(noWorker.out, {"/nowhere/qxfxc: No such file or directory", "setting effects.worker",
+                               "left out for it: looks, compiling", "nothing can be said of the device"});
+}
+
+TEST_F(Diagnose, what_a_killed_one_left_behind_goes_with_the_next)
+{
+    const auto place = at("tmp");
+    const auto left = place / "qxhost-diagnose-killed";
+    const auto fresh = place / "qxhost-diagnose-fresh";
+    std::filesystem::create_directories(left / "effects");
+    std::filesystem::create_directories(fresh);
+    std::filesystem::last_write_time(left,
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+    ::setenv("TMPDIR", place.c_str(), 1);
+    const Outcome outcome = diagnose("memory");
+    ::unsetenv("TMPDIR");
+    EXPECT_EQ(outcome.exitCode, healthy) << outcome.err;
+    EXPECT_FALSE(std::filesystem::exists(left));
+    EXPECT_TRUE(std::filesystem::exists(fresh)) << "somebody may be about to use it";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(place), {}), 1);
 }
 
 // What needs no device: runs that were kept.
@@ -376,6 +415,16 @@ TEST_F(DiagnoseKept, existing_files_are_not_replaced_without_force)
     EXPECT_EQ(read(at("page.html")), "mine");
     EXPECT_EQ(qxhost({"diagnose", "--from", "now.json", "--html", "page.html", "--force"}).exitCode, healthy);
     EXPECT_NE(read(at("page.html")), "mine");
+}
+
+TEST_F(DiagnoseKept, a_page_is_printed_where_it_is_asked_for)
+{
+    writeRuns();
+    const Outcome outcome = qxhost({"diagnose", "--from", "now.json", "--html", "-"});
+    EXPECT_EQ(outcome.exitCode, healthy);
+    EXPECT_TRUE(outcome.out.starts_with("<!DOCTYPE html>")) << outcome.out.substr(0, 100);
+    EXPECT_TRUE(outcome.out.ends_with("</html>\n"));
+    EXPECT_FALSE(std::filesystem::exists(at("-")));
 }
 
 TEST_F(DiagnoseKept, the_page_opens_in_a_browser_with_the_runs_figures_in_its_plots)

@@ -1,6 +1,7 @@
 #include "host/surfaces/RowGeometry.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
+#include "tests/TemporaryDirectory.h"
 #include "tests/pixels/Reference.h"
 #include "tools/qxhost/FrameDelivery.h"
 #include "tools/qxhost/FrameUpload.h"
@@ -181,17 +182,15 @@ class Formats : public testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        std::string name = (fs::temp_directory_path() / "qxformats-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = name;
-        ::setenv("XDG_STATE_HOME", name.c_str(), 1);
+        directory_ = std::make_unique<Qx::Test::TemporaryDirectory>();
+        ::setenv("XDG_STATE_HOME", directory_->path().c_str(), 1);
         host_ = std::make_unique<HostSession>("");
     }
 
     static void TearDownTestSuite()
     {
         host_.reset();
-        fs::remove_all(directory_);
+        directory_.reset();
     }
 
     /// The frame on the GPU: pairs in YUY2 order or A R G B.
@@ -218,11 +217,11 @@ protected:
         return format.isDeep() ? iGPUImage::eARGB16 : iGPUImage::eARGB8;
     }
 
-    static fs::path directory_;
+    static std::unique_ptr<Qx::Test::TemporaryDirectory> directory_;
     static std::unique_ptr<HostSession> host_;
 };
 
-fs::path Formats::directory_;
+std::unique_ptr<Qx::Test::TemporaryDirectory> Formats::directory_;
 std::unique_ptr<HostSession> Formats::host_;
 
 constexpr unsigned widths[] = {1, 2, 5, 6, 7, 16, 17, 47, 48, 50};

@@ -1,4 +1,5 @@
 #include "tools/qxhost/media/PartFiles.h"
+#include "tests/TemporaryDirectory.h"
 #include "tools/qxhost/media/OutputFile.h"
 
 #include <filesystem>
@@ -16,15 +17,8 @@ using Media::OutputFile;
 class PartFiles : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        std::string name = (fs::temp_directory_path() / "qxhost-test-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = name;
-    }
-    void TearDown() override { fs::remove_all(directory_); }
-
-    fs::path directory_;
+    const Qx::Test::TemporaryDirectory temporary_;
+    const fs::path directory_ = temporary_.path();
 };
 
 TEST_F(PartFiles, a_handler_removes_what_is_unfinished_and_nothing_else)

@@ -1,4 +1,5 @@
 #include "host/gpu/GPUService.h"
+#include "tests/TemporaryDirectory.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/FramePipeline.h"
 #include "tools/qxhost/HostSession.h"
@@ -48,18 +49,13 @@ protected:
 
     void SetUp() override
     {
-        std::string name = (fs::temp_directory_path() / "qxpipeline-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = name;
-        ::setenv("XDG_STATE_HOME", name.c_str(), 1);
-        ::setenv("XDG_CACHE_HOME", name.c_str(), 1);
+        ::setenv("XDG_STATE_HOME", directory_.c_str(), 1);
+        ::setenv("XDG_CACHE_HOME", directory_.c_str(), 1);
         const std::string command =
             "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x240:rate=25 -frames " +
             std::to_string(clipFrames) + " -pix_fmt yuv422p -c:v ffv1 " + clip().string();
         ASSERT_EQ(std::system(command.c_str()), 0);
     }
-
-    void TearDown() override { fs::remove_all(directory_); }
 
     fs::path clip() const { return directory_ / "clip.mkv"; }
 
@@ -88,7 +84,8 @@ protected:
         return {.input = input, .effects = effects, .source = {}, .step = {}};
     }
 
-    fs::path directory_;
+    const Qx::Test::TemporaryDirectory temporary_;
+    const fs::path directory_ = temporary_.path();
     std::int64_t frames_ = 0;
     std::string what_;
 };

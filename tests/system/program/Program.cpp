@@ -98,6 +98,19 @@ void Running::signal(int number) const
     ::kill(pid_, number);
 }
 
+int Running::signalChildren(int number) const
+{
+    int signalled = 0;
+    for (const fs::directory_entry& thread :
+         fs::directory_iterator("/proc/" + std::to_string(pid_) + "/task")) {
+        std::ifstream children(thread.path() / "children"); // of this thread, proc(5)
+        for (pid_t child = 0; children >> child;) {
+            signalled += ::kill(child, number) == 0 ? 1 : 0;
+        }
+    }
+    return signalled;
+}
+
 bool Running::reap(bool wait)
 {
     pid_t got = 0;
@@ -137,19 +150,6 @@ Outcome Running::wait()
     constexpr int signalBase = 128;
     return {WIFEXITED(status_) ? WEXITSTATUS(status_) : signalBase + WTERMSIG(status_), textOf(out_),
             textOf(err_)};
-}
-
-void ProgramTest::SetUp()
-{
-    std::string name = (fs::temp_directory_path() / "qxhost-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    directory_ = name;
-}
-
-void ProgramTest::TearDown()
-{
-    std::error_code ignored;
-    fs::remove_all(directory_, ignored);
 }
 
 Outcome ProgramTest::run(const std::vector<std::string>& command) const

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/TemporaryDirectory.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -30,6 +32,9 @@ public:
     Running& operator=(const Running&) = delete;
 
     void signal(int number) const;
+
+    /// The same to each process that it has started and that runs; how many these are.
+    int signalChildren(int number) const;
     bool isRunning();
 
     /// What it has written to standard output and standard error until now.
@@ -53,9 +58,6 @@ private:
 class ProgramTest : public testing::Test
 {
 protected:
-    void SetUp() override;
-    void TearDown() override;
-
     fs::path at(const std::string& name) const { return directory_ / name; }
 
     /// Runs the program under test.
@@ -78,7 +80,8 @@ protected:
     static std::string read(const fs::path& file);
     void write(const std::string& name, const std::string& text) const;
 
-    fs::path directory_;
+    const Qx::Test::TemporaryDirectory temporary_;
+    const fs::path directory_ = temporary_.path();
 };
 
 /// The program under test.

@@ -1,3 +1,4 @@
+#include "tests/TemporaryDirectory.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/diagnose/Comparison.h"
 #include "tools/qxhost/diagnose/LifeSign.h"
@@ -186,6 +187,45 @@ TEST(Verdict, an_end_before_the_end_is_told_with_what_was_asked_for_last)
     EXPECT_TRUE(holds(judge(report).headline, "as far as the run got"));
 }
 
+TEST(Verdict, a_part_of_the_steps_says_what_was_not_measured)
+{
+    Report report = makeReport();
+    report.only = {"latency", "copies"};
+    report.figures = {makeFigure("latency", "latency", 1, "ms")};
+    const Verdict verdict = judge(report);
+    EXPECT_EQ(verdict.health, Health::partial);
+    EXPECT_EQ(nameOf(verdict.health), "healthy as far as it was measured");
+    EXPECT_EQ(verdict.headline, "The GPU path was well in what was measured: copies, latency. Not measured: "
+                                "suite, transfers, conversions, looks, frames, streams, compiling, checks, "
+                                "memory.");
+    figureOf(report, "latency").failed = true;
+    EXPECT_EQ(judge(report).health, Health::unhealthy);
+}
+
+TEST(Verdict, all_steps_by_their_names_are_a_whole_run)
+{
+    Report report = makeReport();
+    for (const Group& group : groups()) {
+        report.only.emplace_back(group.id);
+    }
+    EXPECT_EQ(judge(report).headline, judge(makeReport()).headline);
+    EXPECT_EQ(judge(report).health, Health::healthy);
+}
+
+TEST(Verdict, effects_that_are_missing_are_not_the_devices_fault)
+{
+    Report report = makeReport();
+    report.figures = {makeFigure("effects", "checks", std::nullopt, "")};
+    report.figures[0].failed = true;
+    report.figures[0].note = "cc3.fx: not in /x; install the program again";
+    EXPECT_EQ(judge(report).health, Health::unknown);
+    EXPECT_EQ(judge(report).headline,
+              "Effects to draw with are missing, so nothing can be said of the device.");
+    EXPECT_EQ(judge(report).faults.size(), 1U);
+    report.figures.push_back(makeFigure("transfer-8", "checks", 3, "wrong"));
+    EXPECT_EQ(judge(report).health, Health::unhealthy) << "this one is";
+}
+
 TEST(Verdict, nothing_measured_says_nothing)
 {
     Report report;
@@ -261,7 +301,26 @@ TEST(ReportJson, a_number_beyond_all_numbers_is_named_with_its_file)
     std::string text = Program::jsonText(toJson(makeReport()));
     const std::string mark = "\"value\": ";
     text.insert(text.find(mark) + mark.size(), "1e999, \"was\": ");
-    EXPECT_TRUE(holds(failureOf(text), "old.json: holds a number that is too large")) << failureOf(text);
+    EXPECT_TRUE(holds(failureOf(text), "old.json: line ")) << failureOf(text);
+    EXPECT_TRUE(holds(failureOf(text), ": 1e999 is too large for a number")) << failureOf(text);
+}
+
+TEST(ReportJson, what_nothing_can_measure_is_named_with_its_field)
+{
+    const auto expectRefused = [](const std::string& pointer, const Json& value, const std::string& words) {
+        Json json = toJson(makeReport());
+        json[Json::json_pointer(pointer)] = value;
+        EXPECT_TRUE(holds(failureOf(json.dump()), words)) << failureOf(json.dump());
+    };
+    expectRefused("/figures/0/value", 1e308, "old.json.figures[0].value: 1e+308 is nothing that can be");
+    expectRefused("/figures/1/value", -1, "old.json.figures[1].value: -1 is nothing that can be measured");
+    expectRefused("/figures/4/yardstick", -0.5, "old.json.figures[4].yardstick: -0.5 is nothing");
+    expectRefused("/figures/4/samples/2", 1e300, "old.json.figures[4].samples[2]: 1e+300 is nothing");
+    expectRefused("/suite/0/category", 1e20, "old.json.suite[0].category: is no count");
+    expectRefused("/machine/processors", 1LL << 40U, "old.json.machine.processors: is no count");
+    std::string text = Program::jsonText(toJson(makeReport()));
+    text.replace(text.find("90"), 2, "NaN");
+    EXPECT_TRUE(holds(failureOf(text), "old.json: line ")) << failureOf(text);
 }
 
 TEST(ReportJson, texts_cannot_steer_a_terminal)
@@ -375,6 +434,28 @@ TEST(Comparison, what_one_run_lacks_is_not_measured_and_never_nothing)
     }
     const std::string text = TextReport::comparison(comparison);
     EXPECT_TRUE(holds(text, "not measured")) << text;
+}
+
+TEST(Comparison, leaves_out_what_one_of_the_runs_was_not_asked_for)
+{
+    Report before = makeReport();
+    before.figures.push_back(makeFigure("suite-upload", "suite", 1, "frames/s"));
+    Report now = before;
+    now.only = {"frames"};
+    now.figures = {figureOf(before, "frame-hd")};
+    const auto titles = [](const Comparison& comparison) {
+        std::vector<std::string> all;
+        for (const Change& change : comparison.changes) {
+            all.push_back(change.title);
+        }
+        return all;
+    };
+    const std::vector<std::string> frames{"Title of frame-hd", "Title of frame-uhd"};
+    EXPECT_EQ(titles(compare(before, now, "x")), frames);
+    EXPECT_EQ(titles(compare(now, before, "x")), frames);
+    now = makeReport();
+    now.quick = true;
+    EXPECT_EQ(titles(compare(before, now, "x")).size(), makeReport().figures.size()) << "no suite";
 }
 
 TEST(Comparison, another_device_or_driver_is_remarked)
@@ -503,16 +584,14 @@ TEST(SavedRuns, are_named_by_date_and_device)
 
 TEST(SavedRuns, of_one_second_stay_side_by_side)
 {
-    std::string place = (std::filesystem::temp_directory_path() / "qx-runs-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(place.data()), nullptr);
-    ::setenv("XDG_STATE_HOME", place.c_str(), 1);
+    const Qx::Test::TemporaryDirectory place;
+    ::setenv("XDG_STATE_HOME", place.path().c_str(), 1);
     const std::filesystem::path first = saveRun(makeReport());
     const std::filesystem::path second = saveRun(makeReport());
     EXPECT_NE(first, second);
     EXPECT_TRUE(std::filesystem::exists(first));
     EXPECT_EQ(loadRun("last").name, second.stem().string());
     ::unsetenv("XDG_STATE_HOME");
-    std::filesystem::remove_all(place);
 }
 
 TEST(LifeSign, tells_what_was_asked_for_last_and_how_often)

@@ -1,7 +1,9 @@
 #include "tests/system/program/Program.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <regex>
 #include <thread>
@@ -34,11 +36,11 @@ protected:
                "technique Look { pass P { PixelShader = compile ps_3_0 f(); } }\n";
     }
 
-    void startWatching()
+    void startWatching(const std::string& output = "look.png")
     {
         program_ = std::make_unique<Running>(std::vector<std::string>{programPath(), "effects", "watch",
                                                                       "fx/glow.fx", "--input", "in.png",
-                                                                      "--output", "look.png"},
+                                                                      "--output", output},
                                              directory_);
         ASSERT_TRUE(becomes([&] {
             return lines().ends_with("qxhost: watching N effects; Ctrl-C ends it\n");
@@ -52,7 +54,8 @@ protected:
         text = std::regex_replace(text, std::regex("in [0-9]+ ms"), "in T ms");
         text = std::regex_replace(text, std::regex("watching [0-9]+ effects"), "watching N effects");
         text = std::regex_replace(text, std::regex(at("fx").string()), "FX");
-        const std::size_t start = text.find("qxhost: look.png");
+        const std::size_t start =
+            std::min(text.find("qxhost: look.png"), text.find("qxhost: shown/look.png"));
         return start == std::string::npos ? text : text.substr(start);
     }
 
@@ -158,6 +161,55 @@ TEST_F(Watching, a_technique_that_goes_missing_is_told_and_the_picture_stays)
     EXPECT_EQ(program_->wait().exitCode, 0);
 }
 
+TEST_F(Watching, a_worker_that_is_killed_meanwhile_costs_nothing)
+{
+    startWatching();
+    EXPECT_GT(program_->signalChildren(SIGKILL), 0);
+    write("fx/glow.fx", glow("gain * 2"));
+    ASSERT_TRUE(becomes([&] { return lines().size() > told_.size() && lines().ends_with(drawn); }))
+        << lines();
+    EXPECT_EQ(lines(), told_ + "Recompiled glow.fx\n" + drawn);
+    EXPECT_NEAR(shownGrey(), 200, 1);
+    EXPECT_EQ(filesBeside({"fx", "in.png", "look.png"}), std::vector<std::string>());
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
+TEST_F(Watching, an_effect_that_kills_its_workers_is_told_and_the_mended_one_is_drawn)
+{
+    ::setenv("QXFXC_TEST", "compiling:kill:glow.fx", 1);
+    program_ = std::make_unique<Running>(
+        std::vector<std::string>{programPath(), "effects", "watch", "fx", "--device", "0"}, directory_);
+    ::unsetenv("QXFXC_TEST");
+    ASSERT_TRUE(becomes([&] { return lines().ends_with("Ctrl-C ends it\n"); })) << lines();
+    EXPECT_NE(lines().find("error: the worker process was killed (SIGKILL) while compiling"),
+              std::string::npos)
+        << lines();
+    write("fx/other.fx", glow("gain * 2"));
+    write("fx/third.fx", glow("nothing"));
+    EXPECT_TRUE(becomes([&] { return lines().find("Failed to compile third.fx\n") != std::string::npos; }))
+        << lines();
+    EXPECT_EQ(lines().find("Failed to compile other.fx"), std::string::npos) << lines();
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
+TEST_F(Watching, a_place_for_the_picture_that_goes_is_told_until_it_is_there_again)
+{
+    fs::create_directory(at("shown"));
+    startWatching("shown/look.png");
+    fs::remove_all(at("shown"));
+    write("fx/glow.fx", glow("gain * 2"));
+    ASSERT_TRUE(becomes([&] { return lines().find("cannot write") != std::string::npos; })) << lines();
+    fs::create_directory(at("shown"));
+    write("fx/glow.fx", glow("gain * 3"));
+    ASSERT_TRUE(becomes([&] { return fs::exists(at("shown/look.png")); })) << lines();
+    ASSERT_TRUE(becomes([&] { return lines().ends_with("in T ms\n"); })) << lines();
+    EXPECT_EQ(std::distance(fs::directory_iterator(at("shown")), {}), 1) << "nothing is left beside it";
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
 TEST_F(Watching, what_it_cannot_watch_it_refuses)
 {
     const auto refusal = [&](const std::vector<std::string>& arguments, int code) {
@@ -182,6 +234,15 @@ TEST_F(Watching, what_it_cannot_watch_it_refuses)
               "effects watch --help'\n");
     EXPECT_EQ(refusal({"fx/glow.fx", "--input", "in.png", "--output", "in.png"}, 4),
               "qxhost: in.png: exists already; choose another name or add --force\n");
+    const auto showing = [&](const std::string& input, const std::string& output, int code) {
+        const std::string text = refusal({"fx/glow.fx", "--input", input, "--output", output}, code);
+        const std::size_t start = text.find("qxhost: ");
+        return start == std::string::npos ? text : text.substr(start);
+    };
+    EXPECT_EQ(showing("in.png", "nowhere/look.png", 4),
+              "qxhost: cannot write \"nowhere/look.png\": there is no directory \"nowhere\"\n");
+    EXPECT_EQ(showing("none.png", "look.png", 3),
+              "qxhost: cannot read \"none.png\": there is no such file\n");
 }
 
 } // namespace

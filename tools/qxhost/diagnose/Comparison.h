@@ -41,7 +41,7 @@ struct Comparison
 /// Percent that count as no change.
 inline constexpr double noise = 10;
 
-/// Figures that neither run has measured are left out.
+/// Figures that neither run has measured are left out, and those that one of them was not asked for.
 Comparison compare(const Report& before, const Report& now, const std::string& name);
 
 /// "better", "worse", "same".

@@ -1,4 +1,5 @@
 #include "QxFxResources/Manager.h"
+#include "host/Host.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
 #include "tools/qxhost/diagnose/Steps.h"
@@ -31,6 +32,7 @@ Timing timeCompiling(Probe& probe, const FxResources::ShaderEffectInfo& info,
     Host::GPUOptions options;
     options.device = numberOfDevice();
     options.cacheDirectory = cache;
+    options.worker = std::string(Host::textSetting("effects.worker").view());
     Host::GPUService service(options);
     timing.failed = !service.start();
     if (!timing.failed && probe.operation()) {

@@ -7,6 +7,7 @@
 #include "tools/qxhost/diagnose/Page.h"
 #include "tools/qxhost/diagnose/ReportJson.h"
 #include "tools/qxhost/diagnose/SavedRuns.h"
+#include "tools/qxhost/diagnose/Scratch.h"
 #include "tools/qxhost/diagnose/TextReport.h"
 
 #include <algorithm>
@@ -37,35 +38,6 @@ std::string dateText()
     return fmt::format("{}{}{:02}:{:02}", date.data(), minutes < 0 ? '-' : '+', std::labs(minutes) / 60,
                        std::labs(minutes) % 60);
 }
-
-/// A directory for what is written meanwhile, gone at the end.
-class Scratch
-{
-public:
-    Scratch()
-    {
-        std::error_code error;
-        std::string name = (fs::temp_directory_path(error) / "qxhost-diagnose-XXXXXX").string();
-        if (!error && ::mkdtemp(name.data()) != nullptr) {
-            path_ = name;
-        }
-    }
-    ~Scratch()
-    {
-        if (!path_.empty()) {
-            std::error_code ignored;
-            fs::remove_all(path_, ignored);
-        }
-    }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    /// Empty when it could not be made.
-    const fs::path& path() const { return path_; }
-
-private:
-    fs::path path_;
-};
 
 /// A file descriptor that becomes readable once and for all.
 class StopSign
@@ -127,8 +99,7 @@ class Screen
 {
 public:
     Screen(const DiagnoseOptions& options, Console& console)
-        : console_(console),
-          keeps_(options.save || !options.html.empty() || (!options.jsonFile.empty() && !options.json))
+        : console_(console), keeps_(options.save || !options.html.empty() || !options.jsonFile.empty())
     {
     }
 
@@ -155,6 +126,11 @@ private:
     bool keeps_; ///< files are asked for, too
     std::optional<Failure> lost_;
 };
+
+bool showsText(const DiagnoseOptions& options)
+{
+    return !options.json && !options.page;
+}
 
 /// Takes in what the measuring process sends, and shows it as it comes.
 class Collector
@@ -215,7 +191,7 @@ Report measure(const DiagnoseOptions& options, Console& console, Screen& screen)
     const StopSign stop;
     const Interruption interruption([&] { stop.raise(); });
     Bar bar(console);
-    Collector collector(report, console, screen, bar, !options.json);
+    Collector collector(report, console, screen, bar, showsText(options));
     MeasureOptions measure;
     measure.quick = options.quick;
     measure.only = options.only;
@@ -234,7 +210,7 @@ Report measure(const DiagnoseOptions& options, Console& console, Screen& screen)
 void checkPlace(const fs::path& file, bool force)
 {
     std::error_code ignored;
-    if (!file.empty() && file != "-" && !force && fs::exists(file, ignored)) {
+    if (!file.empty() && !force && fs::exists(file, ignored)) {
         throw Failure(ExitCode::output,
                       file.string() + ": exists already; choose another name or add --force");
     }
@@ -269,7 +245,7 @@ void attempt(Console& console, ExitCode& code, Write write)
 Report recall(const DiagnoseOptions& options, Screen& screen)
 {
     Report report = loadRun(options.from).report;
-    if (!options.json) {
+    if (showsText(options)) {
         TextReport text;
         for (const SuiteLine& line : report.suite) {
             screen.show(TextReport::line(line));
@@ -290,16 +266,16 @@ Json everything(const Report& report, const std::optional<Comparison>& compariso
     return json;
 }
 
-void conclude(const Report& report, const Verdict& verdict, const std::optional<Comparison>& comparison,
-              bool json, Screen& screen)
+void conclude(const DiagnoseOptions& options, const Report& report, const Verdict& verdict,
+              const std::optional<Comparison>& comparison, Screen& screen)
 {
-    if (json) {
+    if (options.json) {
         screen.show(jsonText(everything(report, comparison)));
-        return;
-    }
-    screen.show(TextReport::end(report, verdict));
-    if (comparison) {
-        screen.show(TextReport::comparison(*comparison));
+    } else if (options.page) {
+        screen.show(pageOf(report, comparison));
+    } else {
+        screen.show(TextReport::end(report, verdict));
+        screen.show(comparison ? TextReport::comparison(*comparison) : "");
     }
 }
 
@@ -312,7 +288,7 @@ void writeFiles(const DiagnoseOptions& options, const Report& report,
             console.note(options.html.string() + ": written");
         });
     }
-    if (!options.json && !options.jsonFile.empty()) {
+    if (!options.jsonFile.empty()) {
         attempt(console, code, [&] {
             writeFile(options.jsonFile, jsonText(everything(report, comparison)), options.force);
             console.note(options.jsonFile.string() + ": written");
@@ -340,7 +316,7 @@ ExitCode runDiagnose(const DiagnoseOptions& options, Console& console)
         comparison = compare(earlier->report, report, earlier->name);
     }
     const Verdict verdict = judge(report);
-    conclude(report, verdict, comparison, options.json, screen);
+    conclude(options, report, verdict, comparison, screen);
     ExitCode code = codeOf(report, verdict);
     writeFiles(options, report, comparison, console, code);
     if (screen.lost()) {

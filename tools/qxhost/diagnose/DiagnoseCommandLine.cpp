@@ -59,7 +59,8 @@ CLI::App* addDiagnose(CLI::App& app, DiagnoseOptions& options)
         ->add_option("--device", options.device,
                      "GPU to use: part of its name, or its number in 'qxhost devices'")
         ->option_text("NAME|N");
-    diagnose->add_option("--html", options.html, "Write a page with plots")->option_text("FILE");
+    diagnose->add_option("--html", options.html, "Write a page with plots; - prints it instead of the text")
+        ->option_text("FILE|-");
     diagnose
         ->add_option("--json", options.jsonFile, "Write everything as JSON; - prints it instead of the text")
         ->option_text("FILE|-");

@@ -14,8 +14,9 @@ struct DiagnoseOptions
     std::vector<std::string> only; ///< steps; empty for all
     std::string device;
     std::filesystem::path html;     ///< the page to write; empty for none
-    std::filesystem::path jsonFile; ///< "-": standard output
-    bool json = false;              ///< JSON goes to standard output instead of the text
+    std::filesystem::path jsonFile; ///< the same as JSON
+    bool page = false;              ///< the page goes to standard output instead of the text
+    bool json = false;              ///< JSON does
     bool save = false;
     std::string compare; ///< a file, or a saved run's name, or "last"; empty for none
     std::string from;    ///< a run to show instead of measuring, named likewise

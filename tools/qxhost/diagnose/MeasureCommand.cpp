@@ -1,13 +1,11 @@
 #include "host/Host.h"
 #include "host/gpu/GPUService.h"
-#include "image/TechniqueApplication.h"
 #include "platform/OS.h"
 #include "platform/SystemInformation.h"
-#include "platform/Text.h"
 #include "tools/qxhost/Commands.h"
 #include "tools/qxhost/Failure.h"
 #include "tools/qxhost/HostSession.h"
-#include "tools/qxhost/diagnose/Steps.h"
+#include "tools/qxhost/diagnose/StepEffects.h"
 
 #include <algorithm>
 #include <charconv>
@@ -107,17 +105,6 @@ Figure lostDevice(const Step& step)
     return figure;
 }
 
-/// Compiles what the steps draw with, so that no figure holds that.
-void compileEffects(Probe& probe, const std::vector<Step>& chosen)
-{
-    for (const Step& step : chosen) {
-        for (const wchar_t* effect : step.effects) {
-            probe.compiling("compiling " + std::string(toUTF8(effect).view()));
-            static_cast<void>(Image::getShader(effect)); // what fails here fails where it is used
-        }
-    }
-}
-
 void measure(Probe& probe, const std::vector<Step>& chosen)
 {
     Yardsticks yardsticks(probe);
@@ -191,7 +178,7 @@ ExitCode runMeasure(const MeasureOptions& options, Console& console)
         for (const LightweightString<char>& complaint : Host::takeComplaints()) {
             send(Remark{std::string(complaint.view())});
         }
-        const std::vector<Step> chosen = chosenSteps(options);
+        std::vector<Step> chosen = chosenSteps(options);
         send(Begun{describeDevice(), describeMachine(), static_cast<int>(chosen.size())});
         const Pulse pulse(life);
         compileEffects(probe, chosen);

@@ -94,6 +94,7 @@ std::string tile(const RealTime& rate)
 std::string verdictSection(const Report& report, const Verdict& verdict)
 {
     const char* style = verdict.health == Health::healthy     ? "healthy"
+                        : verdict.health == Health::partial   ? "healthy"
                         : verdict.health == Health::remarks   ? "remarks"
                         : verdict.health == Health::unhealthy ? "unhealthy"
                                                               : "unknown";

@@ -68,6 +68,12 @@ const std::vector<Group>& groups()
     return all;
 }
 
+bool wantsGroup(const Report& report, std::string_view group)
+{
+    const bool named = std::find(report.only.begin(), report.only.end(), group) != report.only.end();
+    return report.only.empty() ? !(report.quick && group == "suite") : named;
+}
+
 const Figure* find(const Report& report, std::string_view id)
 {
     const auto found = std::find_if(report.figures.begin(), report.figures.end(),

@@ -107,6 +107,12 @@ struct Report
     Ending ending;
 };
 
+/// Whether a run is meant to hold the figures of a group, as it was asked for.
+bool wantsGroup(const Report& report, std::string_view group);
+
+/// The figure that fails when effects to draw with cannot be had: a fault of the installation.
+inline constexpr std::string_view effectsFigure = "effects";
+
 /// The figure of that id; null when the run has none.
 const Figure* find(const Report& report, std::string_view id);
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <cmath>
 #include <fmt/format.h>
+#include <limits>
 #include <utility>
 
 namespace Qx::Diagnosis {
@@ -111,20 +112,33 @@ public:
         return json_.get<double>();
     }
 
-    /// A count, as large as a double counts exactly.
-    std::uint64_t count() const
+    /// Something measured: a rate, a time, a size. No machine comes near the bound.
+    double quantity() const
     {
-        constexpr double largest = 9007199254740992.0; // 2^53
+        constexpr double largest = 1e15;
+        const double value = number();
+        if (value < 0 || value > largest) {
+            complain(fmt::format("{:g} is nothing that can be measured", value));
+        }
+        return value;
+    }
+
+    std::optional<double> optionalQuantity() const
+    {
+        return json_.is_null() ? std::nullopt : std::optional(quantity());
+    }
+
+    /// A whole number that the type holds, and as large as a double counts exactly.
+    template <class T>
+    T count() const
+    {
+        constexpr double exact = 9007199254740992.0; // 2^53
+        constexpr double largest = std::min(exact, static_cast<double>(std::numeric_limits<T>::max()));
         const double value = number();
         if (value < 0 || value > largest || value != std::floor(value)) {
             complain("is no count");
         }
-        return static_cast<std::uint64_t>(value);
-    }
-
-    std::optional<double> optionalNumber() const
-    {
-        return json_.is_null() ? std::nullopt : std::optional(number());
+        return static_cast<T>(value);
     }
 
     bool flag() const
@@ -166,16 +180,16 @@ Figure readFigure(const Place& place)
     figure.id = place.at("id").text();
     figure.group = place.at("group").text();
     figure.title = place.at("title").text();
-    figure.value = place.at("value").optionalNumber();
+    figure.value = place.at("value").optionalQuantity();
     figure.unit = place.at("unit").text();
     figure.better = place.at("better").oneOf(betters);
     figure.basis = place.at("basis").oneOf(bases);
-    figure.yardstick = place.at("yardstick").optionalNumber();
+    figure.yardstick = place.at("yardstick").optionalQuantity();
     figure.yardstickName = place.at("yardstickName").text();
     figure.note = place.at("note").text();
     figure.failed = place.at("failed").flag();
     for (const Place& sample : place.at("samples").items()) {
-        figure.samples.push_back(sample.number());
+        figure.samples.push_back(sample.quantity());
     }
     return figure;
 }
@@ -223,6 +237,21 @@ std::string lineAndColumn(std::string_view text, std::size_t byte)
     return fmt::format("line {}, column {}", line, before.size() - lineStart + 1);
 }
 
+/// The number that a parser found too large and quotes in its message, and where it is in the text.
+std::string numberWithPlace(std::string_view message, std::string_view text)
+{
+    const std::size_t begin = message.find('\'');
+    const std::size_t end = message.rfind('\'');
+    if (begin == std::string_view::npos || end <= begin) {
+        return "a number in it ";
+    }
+    const std::string_view number = message.substr(begin + 1, end - begin - 1);
+    const std::size_t at = text.find(number);
+    return at == std::string_view::npos
+               ? fmt::format("{} ", number)
+               : fmt::format("{}: {} ", lineAndColumn(text, at + 1), Host::printable(number));
+}
+
 Json parse(std::string_view text, const std::string& name)
 {
     try {
@@ -232,7 +261,8 @@ Json parse(std::string_view text, const std::string& name)
                                                    "--json'?",
                                                    name, lineAndColumn(text, error.byte)));
     } catch (const Json::out_of_range& error) {
-        throw Failure(ExitCode::input, name + ": holds a number that is too large for a computer's");
+        throw Failure(ExitCode::input, fmt::format("{}: {}is too large for a number", name,
+                                                   numberWithPlace(error.what(), text)));
     }
 }
 
@@ -331,10 +361,11 @@ Report reportFrom(std::string_view text, const std::string& name)
     report.device = {device.at("name").text(), device.at("type").text(), device.at("driver").text(),
                      device.at("software").flag()};
     const Place machine = root.at("machine");
-    report.machine = {machine.at("system").text(), static_cast<int>(machine.at("processors").count()),
-                      machine.at("memory").count(), machine.at("memoryAvailable").count()};
+    report.machine = {machine.at("system").text(), machine.at("processors").count<int>(),
+                      machine.at("memory").count<std::uint64_t>(),
+                      machine.at("memoryAvailable").count<std::uint64_t>()};
     for (const Place& line : root.at("suite").items()) {
-        report.suite.push_back({static_cast<int>(line.at("category").number()), line.at("text").text()});
+        report.suite.push_back({line.at("category").count<int>(), line.at("text").text()});
     }
     for (const Place& figure : root.at("figures").items()) {
         report.figures.push_back(readFigure(figure));

@@ -14,8 +14,8 @@ struct Step
 {
     std::string_view name; ///< as on the command line
     std::string_view title;
-    bool isQuick;                        ///< also part of a quick run
-    std::vector<const wchar_t*> effects; ///< that must be compiled before
+    bool isQuick;                     ///< also part of a quick run
+    std::vector<const char*> effects; ///< that must be compiled before
     void (*run)(Probe& probe, Yardsticks& yardsticks);
 };
 

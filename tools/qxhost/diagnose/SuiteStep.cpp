@@ -1,6 +1,5 @@
 #include "gputests/GPUTests.h"
-#include "platform/Log.h"
-#include "platform/Text.h"
+#include "host/diagnostics/TestRecorder.h"
 #include "tools/qxhost/diagnose/Steps.h"
 
 #include <array>
@@ -14,8 +13,7 @@ namespace {
 constexpr int resultCategory = 0;
 constexpr int headingCategory = 5;
 
-/// A rate of the suite, by its test's heading. The tests for playback and render may not be told apart by
-/// their headings alone, so the order counts too.
+/// The figure that a test's rate becomes. Which test a rate is of goes by the order in which they run.
 struct SuiteRate
 {
     const char* id;
@@ -42,42 +40,28 @@ std::optional<double> rateOf(const std::string& line)
     return read ? std::optional(rate) : std::nullopt;
 }
 
-/// Sends the suite's lines as they are written, and keeps the rates.
-class SuiteLog final : public LoggerBase
+/// The rate of the suite's test of that number; empty where it has none.
+std::optional<double> rateOf(const std::vector<Host::TestLine>& lines, int test)
 {
-public:
-    explicit SuiteLog(Probe& probe) : probe_(probe) {}
-
-    void logLine(const LightweightString<wchar_t>& text, int category) override
-    {
-        const std::string line(toUTF8(text).view());
-        if (category == headingCategory) {
-            probe_.doing("running the suite: " + line);
-        }
-        probe_.send(SuiteLine{category, line});
-        probe_.operation();
-        if (category == resultCategory && test_ >= 0) {
-            rates_.at(static_cast<std::size_t>(test_)) = rateOf(line);
+    for (const Host::TestLine& line : lines) {
+        if (line.test == test && line.category == resultCategory) {
+            return rateOf(line.text);
         }
     }
-
-    void beginTests(int) override { test_ = 0; }
-    void endTests() override { test_ = -1; }
-    void endTest() override { test_ = std::min(test_ + 1, static_cast<int>(rates_.size()) - 1); }
-
-    const std::array<std::optional<double>, suiteRates.size()>& rates() const { return rates_; }
-
-private:
-    Probe& probe_;
-    int test_ = -1;
-    std::array<std::optional<double>, suiteRates.size()> rates_{};
-};
+    return std::nullopt;
+}
 
 } // namespace
 
 void runSuite(Probe& probe, Yardsticks&)
 {
-    SuiteLog log(probe);
+    Host::TestRecorder log([&probe](const Host::TestLine& line) {
+        if (line.category == headingCategory) {
+            probe.doing("running the suite: " + line.text);
+        }
+        probe.send(SuiteLine{line.category, line.text});
+        probe.operation();
+    });
     GPUTests::runAllTests(log);
     // The next step is not to wait for what the suite left to the device.
     probe.doing("finishing what the suite ordered");
@@ -85,7 +69,7 @@ void runSuite(Probe& probe, Yardsticks&)
     for (std::size_t i = 0; i < suiteRates.size(); ++i) {
         Figure figure = notMeasured(suiteRates.at(i).id, "suite", suiteRates.at(i).title, "frames/s",
                                     "the suite's test failed");
-        figure.value = log.rates().at(i);
+        figure.value = rateOf(log.lines(), static_cast<int>(i));
         if (figure.value) {
             figure.basis = Basis::submitted;
             figure.note.clear();

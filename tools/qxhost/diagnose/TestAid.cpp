@@ -1,64 +1,20 @@
 #include "tools/qxhost/diagnose/TestAid.h"
 
 #include "host/gpu/GPUService.h"
+#include "tools/Misbehaviour.h"
 
-#include <algorithm>
 #include <charconv>
 #include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <thread>
-#include <unistd.h>
 
 namespace Qx::Diagnosis {
 
-namespace {
-
-[[noreturn]] void hang()
-{
-    for (;;) {
-        std::this_thread::sleep_for(std::chrono::hours(1));
-    }
-}
-
-[[noreturn]] void spin()
-{
-    for (volatile unsigned n = 0;;) {
-        n = n + 1;
-    }
-}
-
-void misbehave(std::string_view action)
-{
-    if (action == "hang") {
-        hang();
-    } else if (action == "spin") {
-        spin();
-    } else if (action == "abort") {
-        std::abort();
-    } else if (action == "kill") {
-        std::raise(SIGKILL);
-    } else if (action == "exit") {
-        constexpr int code = 3;
-        ::_exit(code);
-    } else if (action == "lose") {
-        Host::gpuService().loseDevice();
-    }
-}
-
-} // namespace
-
 TestAid::TestAid()
 {
-    const char* value = std::getenv("QXHOST_DIAGNOSE_TEST"); // NOLINT(concurrency-mt-unsafe): nobody sets any
-    const std::string text = value != nullptr ? value : "";
-    const std::size_t first = std::min(text.find(':'), text.size());
-    const std::size_t second = std::min(text.find(':', first + 1), text.size());
-    step_ = text.substr(0, first);
-    action_ = first < text.size() ? text.substr(first + 1, second - first - 1) : "";
-    if (second < text.size()) {
-        std::from_chars(text.data() + second + 1, text.data() + text.size(), number_);
-    }
+    const Misbehaviour::Order order = Misbehaviour::orderFrom("QXHOST_DIAGNOSE_TEST");
+    step_ = order.where;
+    action_ = order.action;
+    std::from_chars(order.which.data(), order.which.data() + order.which.size(), number_);
 }
 
 bool TestAid::permits(std::string_view step, std::uint64_t operation)
@@ -74,9 +30,13 @@ bool TestAid::permits(std::string_view step, std::uint64_t operation)
     if (action_ == "fail") {
         return operation < number_;
     }
-    if (operation == number_) {
-        misbehave(action_);
+    if (operation != number_) {
+        return true;
     }
+    if (action_ == "lose") {
+        Host::gpuService().loseDevice();
+    }
+    Misbehaviour::misbehave(action_);
     return true;
 }
 

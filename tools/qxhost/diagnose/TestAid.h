@@ -8,14 +8,13 @@
 namespace Qx::Diagnosis {
 
 /// A test aid: makes the measuring process misbehave where the environment variable QXHOST_DIAGNOSE_TEST says
-/// so, which is "STEP:ACTION" or "STEP:ACTION:N". It acts at the N-th operation (the first without N) that
-/// the step asks of the device; in the step "suite" the lines count. Actions are
+/// so, which is "STEP:ACTION" or "STEP:ACTION:N". Operations that the step asks of the device are counted,
+/// from 1; in the step "suite" its lines are. Actions are
 ///
-/// - fail (this operation and all after it in the step are refused, as a device does that has no memory);
-/// - lose (the device is lost);
-/// - slow (from the first operation on, each takes longer than the one before by N tenths of a millisecond);
-/// - hang (sleeps for ever), spin (computes for ever), abort, kill (ends by SIGABRT, SIGKILL), exit (ends
-///   with code 3).
+/// - at the N-th operation (the first without N) lose (the device is lost), and those of
+///   tools/Misbehaviour.h;
+/// - fail (the N-th operation and all after it in the step are refused, as by a device that has no memory);
+/// - slow (from the first operation on, each takes longer than the one before by N tenths of a millisecond).
 class TestAid
 {
 public:

@@ -155,15 +155,45 @@ std::string describeLimit(const Report& report)
     return text;
 }
 
+bool lacksEffects(const Report& report)
+{
+    const Figure* figure = find(report, effectsFigure);
+    return figure != nullptr && figure->failed;
+}
+
+/// The groups that a run with --only was asked for, or those that it was not, by their names.
+std::string groupsOf(const Report& report, bool wanted)
+{
+    std::string names;
+    for (const Group& group : groups()) {
+        if (wantsGroup(report, group.id) == wanted) {
+            names += fmt::format("{}{}", names.empty() ? "" : ", ", group.id);
+        }
+    }
+    return names;
+}
+
+/// A quick run leaves out what says nothing about health.
+bool isPartial(const Report& report)
+{
+    return !report.only.empty() && !groupsOf(report, false).empty();
+}
+
 Health healthOf(const Report& report, const Verdict& verdict)
 {
+    if (verdict.faults.size() == 1 && lacksEffects(report)) {
+        return Health::unknown;
+    }
     if (!verdict.faults.empty()) {
         return Health::unhealthy;
     }
     if (report.figures.empty() && report.suite.empty()) {
         return Health::unknown;
     }
-    return verdict.remarks.empty() ? Health::healthy : Health::remarks;
+    if (!verdict.remarks.empty()) {
+        return Health::remarks;
+    }
+    return isPartial(report) ? Health::partial : Health::healthy;
 }
 
 std::string headlineOf(const Report& report, const Verdict& verdict)
@@ -174,13 +204,20 @@ std::string headlineOf(const Report& report, const Verdict& verdict)
         return fmt::format("{} is NOT healthy: {} {} wrong.", kind, verdict.faults.size(),
                            verdict.faults.size() == 1 ? "thing went" : "things went");
     case Health::unknown:
-        return "Nothing was measured, so nothing can be said.";
+        return lacksEffects(report)
+                   ? "Effects to draw with are missing, so nothing can be said of the device."
+                   : "Nothing was measured, so nothing can be said.";
     case Health::healthy:
+    case Health::partial:
     case Health::remarks:
         break;
     }
     if (report.ending.kind == Ending::Kind::interrupted) {
         return fmt::format("{} was healthy as far as the run got.", kind);
+    }
+    if (isPartial(report)) {
+        return fmt::format("{} was well in what was measured: {}. Not measured: {}.", kind,
+                           groupsOf(report, true), groupsOf(report, false));
     }
     std::string fast;
     for (const RealTime& rate : verdict.realTime) {
@@ -202,6 +239,8 @@ std::string_view nameOf(Health health)
     switch (health) {
     case Health::healthy:
         return "healthy";
+    case Health::partial:
+        return "healthy as far as it was measured";
     case Health::remarks:
         return "healthy, with remarks";
     case Health::unhealthy:

@@ -12,9 +12,10 @@ namespace Qx::Diagnosis {
 enum class Health
 {
     healthy,
+    partial,   ///< what was measured is well; the run was not asked for all
     remarks,   ///< it works; something about it is worth knowing
     unhealthy, ///< something failed or came out wrong
-    unknown,   ///< the run ended before it could tell
+    unknown,   ///< the run could not tell
 };
 
 std::string_view nameOf(Health health);
@@ -43,7 +44,8 @@ struct Verdict
 ///
 /// A fault is a step that failed, hung or died, a failure in the suite's lines, or a check that came out
 /// wrong. A remark is a rate that fell all the while, levels that the device rounds the
-/// wrong way, and a run that is not complete. Real time is judged by the rate of whole frames.
+/// wrong way, and a run that is not complete. Where the program's own parts are missing, nothing can be said
+/// of the device. Real time is judged by the rate of whole frames.
 Verdict judge(const Report& report);
 
 /// "yes (2.4 times as fast)", "barely (1.04 times)", "no (0.7 times)", "not measured".

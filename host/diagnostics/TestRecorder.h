@@ -1,0 +1,42 @@
+#pragma once
+
+#include "platform/Api.h"
+#include "platform/Log.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Qx::Host {
+
+/// A line of a diagnostic suite with what tells where it belongs.
+struct TestLine
+{
+    static constexpr int noTest = -1;
+
+    std::string text; ///< UTF-8, without a line end
+    int category = 0; ///< see LoggerBase
+    int test = 0;     ///< counted from 0; noTest before the first and after the last
+};
+
+/// Keeps the lines of a suite.
+class QX_API TestRecorder final : public LoggerBase
+{
+public:
+    /// `listener`, if any, gets every line when it comes.
+    explicit TestRecorder(std::function<void(const TestLine&)> listener = nullptr);
+
+    void logLine(const LightweightString<wchar_t>& text, int category) override;
+    void beginTests(int) override { test_ = 0; }
+    void endTests() override { test_ = TestLine::noTest; }
+    void endTest() override { ++test_; }
+
+    const std::vector<TestLine>& lines() const { return lines_; }
+
+private:
+    std::function<void(const TestLine&)> listener_;
+    std::vector<TestLine> lines_;
+    int test_ = TestLine::noTest;
+};
+
+} // namespace Qx::Host

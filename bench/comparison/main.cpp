@@ -140,12 +140,12 @@ public:
     bool measure()
     {
         openOthers();
-        std::vector<Comparison> comparisons = collect();
+        const std::vector<Comparison> comparisons = collect();
         std::size_t done = 0;
-        for (Comparison& comparison : comparisons) {
+        for (const Comparison& comparison : comparisons) {
             std::fprintf(stderr, "%zu of %zu: %s | %s", ++done, comparisons.size(), comparison.title.c_str(),
                          comparison.against.c_str());
-            Result result = compare(std::move(comparison));
+            Result result = compare(comparison);
             std::fprintf(stderr, " | %s\n",
                          result.ratio ? textOf(*result.ratio).c_str() : result.failure.c_str());
             const std::string part = result.comparison.part;
@@ -156,6 +156,10 @@ public:
         }
         const bool complete = measureOurs();
         page_.pingPong = spreadOf(pingPongs_);
+        for (const auto& [key, times] : restarts_) {
+            page_.participants.push_back(
+                fmt::format("{} hung or ended {} times and was started again", peers_[key]->name(), times));
+        }
         finishBars();
         return complete;
     }
@@ -165,15 +169,27 @@ public:
 private:
     using Peers = std::map<std::string, std::unique_ptr<Peer>>;
 
+    /// The other side of what is ours on both; it is not another participant.
+    static constexpr const char* secondOfOurs = "ours, too";
+
+    static std::string programOf(const std::string& key)
+    {
+        const Program* found = &programs().front();
+        for (const Program& program : programs()) {
+            found = key == program.name ? &program : found;
+        }
+        return (programFolder() / found->file).string();
+    }
+
     Peer* open(const std::string& key, const Program& program)
     {
-        const fs::path file = programFolder() / program.file;
+        const std::string file = programOf(program.name);
         if (!fs::exists(file)) {
             page_.absences.push_back({program.title, "not built, as what it needs is not installed",
                                       packagesFor(program.name, QX_PEERS_PACKAGES)});
             return nullptr;
         }
-        auto peer = std::make_unique<Peer>(file.string(), variables_);
+        auto peer = std::make_unique<Peer>(file, variables_);
         if (!peer->alive()) {
             page_.absences.push_back({program.title, peer->failure(), ""});
             return nullptr;
@@ -191,10 +207,8 @@ private:
                 open(name, program);
             }
         }
-        // The other side of what is ours on both; it is not another participant.
         if (options_.wants("limits") || options_.wants("costs")) {
-            peers_["ours, too"] =
-                std::make_unique<Peer>((programFolder() / programs().front().file).string(), variables_);
+            peers_[secondOfOurs] = std::make_unique<Peer>(programOf("ours"), variables_);
         }
     }
 
@@ -220,16 +234,36 @@ private:
         return all;
     }
 
-    Result compare(Comparison comparison)
+    /// Some drivers hang once in a while. Whoever did is started again; what happened is told.
+    Result compare(const Comparison& comparison)
+    {
+        constexpr int attempts = 3;
+        Result result;
+        for (int attempt = 0; attempt < attempts; ++attempt) {
+            result = tryToCompare(comparison);
+            bool ended = false;
+            for (auto& [key, peer] : peers_) {
+                if (!peer->alive()) {
+                    ended = true;
+                    ++restarts_[key];
+                    peer = std::make_unique<Peer>(programOf(key), variables_);
+                }
+            }
+            if (!ended) {
+                break;
+            }
+        }
+        return result;
+    }
+
+    Result tryToCompare(const Comparison& c)
     {
         Result result;
-        result.comparison = std::move(comparison);
-        const Comparison& c = result.comparison;
+        result.comparison = c;
         Peer& ours = *peers_["ours"];
-        Peer& theirs = *peers_[c.theirs.program == "ours" ? "ours, too" : c.theirs.program];
+        Peer& theirs = *peers_[c.theirs.program == "ours" ? secondOfOurs : c.theirs.program];
         const auto fail = [&result](const char* who, const Peer& peer) {
             result.failure = fmt::format("{}: {}", who, peer.failure());
-            result.ratio.reset();
         };
         if (!ours.prepare(c.ours.work, c.ours.method)) {
             fail("ours", ours);
@@ -250,11 +284,11 @@ private:
             result.pairs.push_back(
                 {c.ourWeight * one->amount / one->seconds, c.theirWeight * other->amount / other->seconds});
         }
-        result.ratio = ratiosOf(result.pairs);
         if (c.work && ours.writeResult(scratch_.file("ours")) &&
             theirs.writeResult(scratch_.file("theirs"))) {
             result.difference = differenceOf(*c.work, scratch_.file("ours"), scratch_.file("theirs"));
         }
+        result.ratio = ratiosOf(result.pairs);
         return result;
     }
 
@@ -358,6 +392,7 @@ private:
     Peers peers_;
     Page page_;
     std::vector<double> pingPongs_;
+    std::map<std::string, int> restarts_;
     std::optional<Spread> microseconds_;
     std::optional<Spread> allocations_;
     std::optional<Spread> warmShare_;

@@ -78,8 +78,8 @@ private:
         }
         const Allocations counted = stopCounting();
         finish();
-        return std::to_string(counted.ours) + " by us and " + std::to_string(counted.drivers) +
-               " by the driver in " + std::to_string(together);
+        const auto each = [](int count) { return std::to_string(static_cast<double>(count) / together); };
+        return each(counted.ours) + " by us, " + each(counted.drivers) + " by the driver";
     }
 
     Qx::Ptr<iShaderEffect> effect_;

@@ -125,12 +125,20 @@ public:
 
     int frames() override
     {
-        while (results_.size() < underWay) {
-            results_.push_back(start());
+        if (results_.size() == underWay && !awaitOldest()) {
+            return 0;
         }
-        const Qx::Ptr<iHostImage> oldest = results_.front();
-        results_.pop_front();
-        return oldest && oldest->map(iHostImage::Read) != nullptr ? 1 : 0;
+        results_.push_back(start());
+        return 1;
+    }
+
+    bool settle() override
+    {
+        bool done = true;
+        while (!results_.empty()) {
+            done = awaitOldest() && done;
+        }
+        return done;
     }
 
     std::vector<std::byte> result() override
@@ -145,6 +153,13 @@ public:
 
 private:
     static constexpr std::size_t underWay = 3;
+
+    bool awaitOldest()
+    {
+        const Qx::Ptr<iHostImage> oldest = results_.front();
+        results_.pop_front();
+        return oldest && oldest->map(iHostImage::Read) != nullptr;
+    }
 
     Qx::Ptr<iHostImage> start()
     {

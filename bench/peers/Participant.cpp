@@ -66,7 +66,7 @@ private:
             if (offer.work == work && offer.method == method) {
                 job_ = offer.prepare();
                 // Pipelines, tables and pages are made by the first frames.
-                say(job_ && job_->frames() > 0 ? "ready" : "refused\tit cannot be set up");
+                say(job_ && job_->frames() > 0 && job_->settle() ? "ready" : "refused\tit cannot be set up");
                 return;
             }
         }
@@ -114,6 +114,10 @@ Measurement Job::run(double seconds)
         measured.amount += done;
         measured.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
     }
+    if (!settle()) {
+        return {};
+    }
+    measured.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
     return measured;
 }
 

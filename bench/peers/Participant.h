@@ -41,13 +41,16 @@ public:
     Job(const Job&) = delete;
     Job& operator=(const Job&) = delete;
 
-    /// Does some frames, and has them done when it returns. How many they were; 0 when it cannot.
+    /// Does some frames, or starts with them. How many they were; 0 when it cannot.
     virtual int frames() = 0;
+
+    /// Waits until all that frames() started with is done; false when some of it failed.
+    virtual bool settle() { return true; }
 
     /// The frame that the test frame becomes; empty for work without one.
     virtual std::vector<std::byte> result() { return {}; }
 
-    /// Counts frames() for at least that long. Work that is not measured in frames a second has its own.
+    /// Counts frames() for at least that long, until all are done. Work that is not measured in frames a second has its own.
     virtual Measurement run(double seconds);
 };
 

@@ -362,6 +362,220 @@ std::unique_ptr<Drawing> handWritten(const Gpu& gpu, const Work& work)
     return nullptr;
 }
 
+/// A pass that moves bytes and computes nothing, in texels of 128 bits over the same memory's worth of
+/// images: a raw pass, as pl_dispatch writes no whole numbers.
+class PassThrough : public Job
+{
+public:
+    PassThrough(const Gpu& gpu, const Work& work)
+        : gpu_(gpu),
+          source_(gpu, "rgba32u", texels(sourceLayout(work.kind), work.depth), frameHeight),
+          target_(gpu, "rgba32u", texels(resultLayout(work.kind), work.depth), frameHeight)
+    {
+        if (source_.get() == nullptr || target_.get() == nullptr) {
+            return;
+        }
+        const int in = source_.get()->params.w;
+        const int out = target_.get()->params.w;
+        const std::string fetch = "texelFetch(source, ivec2(";
+        const std::string column =
+            "int(gl_FragCoord.x) * " + std::to_string(in) + " / " + std::to_string(out);
+        std::string body = "color = " + fetch + column + ", int(gl_FragCoord.y)), 0)";
+        if (in > out) { // every texel of the source is read
+            body += " ^ " + fetch + column + " + 1, int(gl_FragCoord.y)), 0)";
+        }
+        const std::string fragment = "#version 450\nlayout(binding=0) uniform usampler2D source;\n"
+                                     "layout(location=0) out uvec4 color;\nvoid main() { " +
+                                     body + "; }\n";
+        const char* const vertex = "#version 450\nlayout(location=0) in vec2 position;\n"
+                                   "void main() { gl_Position = vec4(position, 0.0, 1.0); }\n";
+        pl_desc input{};
+        input.name = "source";
+        input.type = PL_DESC_SAMPLED_TEX;
+        pl_vertex_attrib corner{};
+        corner.name = "position";
+        corner.fmt = pl_find_vertex_fmt(gpu.gpu(), PL_FMT_FLOAT, 2);
+        pl_pass_params params{};
+        params.type = PL_PASS_RASTER;
+        params.descriptors = &input;
+        params.num_descriptors = 1;
+        params.glsl_shader = fragment.c_str();
+        params.vertex_shader = vertex;
+        params.vertex_type = PL_PRIM_TRIANGLE_STRIP;
+        params.vertex_attribs = &corner;
+        params.num_vertex_attribs = 1;
+        params.vertex_stride = 2 * sizeof(float);
+        params.target_format = target_.get()->params.format;
+        pass_ = pl_pass_create(gpu.gpu(), &params);
+    }
+    PassThrough(const PassThrough&) = delete;
+    PassThrough& operator=(const PassThrough&) = delete;
+    ~PassThrough() override { pl_pass_destroy(gpu_.gpu(), &pass_); }
+
+    int frames() override
+    {
+        if (pass_ == nullptr) {
+            return 0;
+        }
+        static const float corners[] = {-1, -1, 1, -1, -1, 1, 1, 1};
+        pl_desc_binding binding{};
+        binding.object = source_.get();
+        pl_pass_run_params run{};
+        run.pass = pass_;
+        run.desc_bindings = &binding;
+        run.target = target_.get();
+        run.vertex_count = 4;
+        run.vertex_data = corners;
+        for (int i = 0; i < framesTogether; ++i) {
+            pl_pass_run(gpu_.gpu(), &run);
+        }
+        pl_gpu_finish(gpu_.gpu());
+        return framesTogether;
+    }
+
+private:
+    static int texels(FrameLayout layout, unsigned depth)
+    {
+        return static_cast<int>(rowBytes(layout, depth) / 16);
+    }
+
+    const Gpu& gpu_;
+    Texture source_;
+    Texture target_;
+    pl_pass pass_ = nullptr;
+};
+
+/// Its renderer, which takes and gives 4:2:2 in planes.
+class Rendering : public Job
+{
+public:
+    Rendering(const Gpu& gpu, const Work& work)
+        : gpu_(gpu), work_(work), renderer_(pl_renderer_create(gpu.log(), gpu.gpu()))
+    {
+        const bool decode = work.kind == WorkKind::Decode;
+        ready_ = makeVideo() && makeColour();
+        params_ = pl_render_fast_params;
+        params_.plane_upscaler = filter();
+        params_.upscaler = filter();
+        source_ = decode ? video_ : colour_;
+        target_ = decode ? colour_ : video_;
+    }
+    Rendering(const Rendering&) = delete;
+    Rendering& operator=(const Rendering&) = delete;
+    ~Rendering() override { pl_renderer_destroy(&renderer_); }
+
+    int frames() override
+    {
+        for (int i = 0; i < framesTogether; ++i) {
+            if (!ready_ || !pl_render_image(renderer_, &source_, &target_, &params_)) {
+                return 0;
+            }
+        }
+        pl_gpu_finish(gpu_.gpu());
+        return framesTogether;
+    }
+
+    std::vector<std::byte> result() override
+    {
+        if (work_.kind != WorkKind::Decode) {
+            return {};
+        }
+        std::vector<std::byte> frame(frameBytes(FrameLayout::Colour, work_.depth));
+        return textures_.back()->read(frame.data()) ? frame : std::vector<std::byte>();
+    }
+
+private:
+    const pl_filter_config* filter() const
+    {
+        switch (work_.filter) {
+        case ChromaFilter::CatmullRom:
+            return &pl_filter_catmull_rom;
+        case ChromaFilter::Mitchell:
+            return &pl_filter_mitchell;
+        case ChromaFilter::Lanczos:
+            return &pl_filter_lanczos;
+        case ChromaFilter::Point:
+        case ChromaFilter::None:
+            break;
+        }
+        return nullptr;
+    }
+
+    pl_color_repr representation(bool video) const
+    {
+        pl_color_repr repr{};
+        repr.sys = video ? PL_COLOR_SYSTEM_BT_709 : PL_COLOR_SYSTEM_RGB;
+        repr.levels = video ? PL_COLOR_LEVELS_LIMITED : PL_COLOR_LEVELS_FULL;
+        repr.bits.sample_depth = static_cast<int>(work_.depth);
+        repr.bits.color_depth = static_cast<int>(work_.depth);
+        return repr;
+    }
+
+    bool makeVideo()
+    {
+        const char* const format = work_.depth == 8 ? "r8" : "r16";
+        const std::vector<std::byte> packed =
+            work_.kind == WorkKind::Decode
+                ? sourceFrame(work_)
+                : std::vector<std::byte>(frameBytes(FrameLayout::Video, work_.depth));
+        const std::size_t component = work_.depth / 8;
+        for (int plane = 0; plane < 3; ++plane) {
+            std::vector<std::byte> samples;
+            const std::size_t first = plane == 0 ? 0 : plane == 1 ? 1 : 3;
+            const std::size_t step = plane == 0 ? 2 : 4;
+            for (std::size_t at = first * component; at < packed.size(); at += step * component) {
+                samples.insert(samples.end(), packed.begin() + static_cast<std::ptrdiff_t>(at),
+                               packed.begin() + static_cast<std::ptrdiff_t>(at + component));
+            }
+            textures_.push_back(std::make_unique<Texture>(
+                gpu_, format, plane == 0 ? frameWidth : frameWidth / 2, frameHeight));
+            if (!textures_.back()->fill(samples.data())) {
+                return false;
+            }
+            pl_plane& added = video_.planes[plane];
+            added.texture = textures_.back()->get();
+            added.components = 1;
+            added.component_mapping[0] = plane;
+            added.shift_x = plane == 0 ? 0.0F : -0.5F; // chroma on the even pixel
+        }
+        video_.num_planes = 3;
+        video_.repr = representation(true);
+        video_.color = pl_color_space_bt709;
+        return true;
+    }
+
+    bool makeColour()
+    {
+        textures_.push_back(
+            std::make_unique<Texture>(gpu_, work_.depth == 8 ? "rgba8" : "rgba16", frameWidth, frameHeight));
+        const std::vector<std::byte> frame =
+            work_.kind == WorkKind::Encode
+                ? sourceFrame(work_)
+                : std::vector<std::byte>(frameBytes(FrameLayout::Colour, work_.depth));
+        pl_plane& plane = colour_.planes[0];
+        plane.texture = textures_.back()->get();
+        plane.components = 4;
+        for (int i = 0; i < 4; ++i) {
+            plane.component_mapping[i] = i;
+        }
+        colour_.num_planes = 1;
+        colour_.repr = representation(false);
+        colour_.color = pl_color_space_bt709;
+        return textures_.back()->fill(frame.data());
+    }
+
+    const Gpu& gpu_;
+    Work work_;
+    pl_renderer renderer_;
+    pl_render_params params_{};
+    std::vector<std::unique_ptr<Texture>> textures_;
+    pl_frame video_{};
+    pl_frame colour_{};
+    pl_frame source_{};
+    pl_frame target_{};
+    bool ready_ = false;
+};
+
 class OnDevice : public Job
 {
 public:
@@ -445,6 +659,14 @@ public:
         return done ? 1 : 0;
     }
 
+    bool settle() override
+    {
+        for (const auto& lane : lanes_) {
+            lane->to.wait();
+        }
+        return true;
+    }
+
     std::vector<std::byte> result() override
     {
         const Lane& lane = *lanes_.front();
@@ -504,6 +726,20 @@ int main()
         if (handWritten(gpu, work)) {
             participant.offers.push_back(
                 {work.key(), "hand-written pass", "", [&gpu, work] { return makeJob(gpu, work); }});
+        }
+    }
+    for (const Work& work : allWorks()) {
+        if (work.place != Place::Device) {
+            continue;
+        }
+        participant.offers.push_back({work.key(), "pass-through of 128-bit texels",
+                                      "bytes moved, nothing computed",
+                                      [&gpu, work] { return std::make_unique<PassThrough>(gpu, work); }});
+        const bool decode = work.kind == WorkKind::Decode;
+        if (decode || work.kind == WorkKind::Encode) {
+            participant.offers.push_back({work.key(), "renderer",
+                                          decode ? "from planes" : "to planes, which its own filter halves",
+                                          [&gpu, work] { return std::make_unique<Rendering>(gpu, work); }});
         }
     }
     return serve(participant);

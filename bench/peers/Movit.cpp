@@ -27,7 +27,7 @@ constexpr int framesTogether = 16;
 bool makeContext()
 {
     const EGLDisplay display =
-        eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+        eglGetPlatformDisplayEXT(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
     if (display == EGL_NO_DISPLAY || eglInitialize(display, nullptr, nullptr) != EGL_TRUE ||
         eglBindAPI(EGL_OPENGL_API) != EGL_TRUE) {
         return false;

@@ -120,9 +120,11 @@ private:
         } else if (work_.filter == ChromaFilter::Lanczos) {
             good = good && av_opt_set_double(context, "param0", 3.0, 0) >= 0;
         }
-        // Chroma is sited on the even pixel, in units of 1/256 of a pixel.
+        // Chroma is sited on the even pixel, in units of 1/256 of a pixel. The nearest one to the odd pixel
+        // is that of its own pair only if it lies between both.
         const bool video = sourceLayout(work_.kind) == FrameLayout::Video;
-        good = good && set(video ? "src_h_chr_pos" : "dst_h_chr_pos", 0);
+        const int site = video && work_.filter == ChromaFilter::Point ? 128 : 0;
+        good = good && set(video ? "src_h_chr_pos" : "dst_h_chr_pos", site);
         if (!good || sws_init_context(context, nullptr, nullptr) < 0) {
             return false;
         }

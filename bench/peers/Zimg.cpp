@@ -41,7 +41,9 @@ zimg_image_format describe(const Work& work, bool colour, unsigned rows)
     format.color_family = colour ? ZIMG_COLOR_RGB : ZIMG_COLOR_YUV;
     format.matrix_coefficients = colour ? ZIMG_MATRIX_RGB : ZIMG_MATRIX_709;
     format.subsample_w = colour ? 0 : 1;
-    format.chroma_location = ZIMG_CHROMA_LEFT;
+    // The nearest chroma to the odd pixel is that of its own pair only if chroma lies between both.
+    const bool repeated = work.kind == WorkKind::Decode && work.filter == ChromaFilter::Point;
+    format.chroma_location = repeated ? ZIMG_CHROMA_CENTER : ZIMG_CHROMA_LEFT;
     return format;
 }
 

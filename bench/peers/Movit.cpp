@@ -4,6 +4,7 @@
 
 #include "bench/peers/Participant.h"
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <movit/effect_chain.h>
@@ -77,33 +78,35 @@ public:
         work.kind == WorkKind::Decode ? decode() : encode();
         chain_.set_dither_bits(0);
         chain_.finalize();
-        glGenTextures(1, &target_);
-        glBindTexture(GL_TEXTURE_2D, target_);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, frameWidth, frameHeight, 0, GL_RGBA, GL_UNSIGNED_BYTE,
-                     nullptr);
-        glGenFramebuffers(1, &framebuffer_);
-        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer_);
-        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, target_, 0);
+        glGenTextures(targetsInTurn, targets_.data());
+        glGenFramebuffers(targetsInTurn, framebuffers_.data());
+        for (std::size_t i = 0; i < targetsInTurn; ++i) {
+            glBindTexture(GL_TEXTURE_2D, targets_.at(i));
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, frameWidth, frameHeight, 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                         nullptr);
+            glBindFramebuffer(GL_FRAMEBUFFER, framebuffers_.at(i));
+            glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, targets_.at(i), 0);
+        }
         picture_.resize(frameBytes(FrameLayout::Colour, 8));
     }
     Conversion(const Conversion&) = delete;
     Conversion& operator=(const Conversion&) = delete;
     ~Conversion() override
     {
-        glDeleteFramebuffers(1, &framebuffer_);
-        glDeleteTextures(1, &target_);
+        glDeleteFramebuffers(targetsInTurn, framebuffers_.data());
+        glDeleteTextures(targetsInTurn, targets_.data());
     }
 
     int frames() override
     {
         if (work_.place == Place::Memory) {
             setFrame();
-            chain_.render_to_fbo(framebuffer_, frameWidth, frameHeight);
+            chain_.render_to_fbo(framebuffers_.front(), frameWidth, frameHeight);
             read();
             return 1;
         }
-        for (int i = 0; i < framesTogether; ++i) {
-            chain_.render_to_fbo(framebuffer_, frameWidth, frameHeight);
+        for (std::size_t i = 0; i < framesTogether; ++i) {
+            chain_.render_to_fbo(framebuffers_.at(i % targetsInTurn), frameWidth, frameHeight);
         }
         glFinish();
         return framesTogether;
@@ -153,7 +156,7 @@ private:
 
     void read()
     {
-        glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer_);
+        glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffers_.front());
         glReadPixels(0, 0, frameWidth, frameHeight, GL_RGBA, GL_UNSIGNED_BYTE, picture_.data());
     }
 
@@ -162,8 +165,8 @@ private:
     movit::EffectChain chain_;
     movit::YCbCr422InterleavedInput* video_ = nullptr;
     movit::FlatInput* colour_ = nullptr;
-    GLuint target_ = 0;
-    GLuint framebuffer_ = 0;
+    std::array<GLuint, targetsInTurn> targets_{};
+    std::array<GLuint, targetsInTurn> framebuffers_{};
     std::vector<std::byte> picture_;
 };
 

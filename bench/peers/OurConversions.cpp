@@ -6,6 +6,7 @@
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 
+#include <array>
 #include <cstdlib>
 #include <deque>
 
@@ -84,15 +85,19 @@ class OnDevice : public Job
 {
 public:
     explicit OnDevice(const Work& work)
-        : work_(work), converter_(work), source_(makeSource(work).uploadToGPU()), target_(makeTarget(work))
+        : work_(work), converter_(work), source_(makeSource(work).uploadToGPU())
     {
+        for (Surface& target : targets_) {
+            target = makeTarget(work);
+        }
     }
 
     int frames() override
     {
         const int count = framesAtOnce();
         for (int i = 0; i < count; ++i) {
-            if (!source_.getGPUSurface() || !target_.getGPUSurface() || !converter_.draw(source_, target_)) {
+            Surface& target = targets_.at(static_cast<std::size_t>(i) % targets_.size());
+            if (!source_.getGPUSurface() || !target.getGPUSurface() || !converter_.draw(source_, target)) {
                 return 0;
             }
         }
@@ -102,14 +107,14 @@ public:
 
     std::vector<std::byte> result() override
     {
-        return frameOf(target_.getGPUSurface(), resultLayout(work_.kind), work_.depth);
+        return frameOf(targets_.front().getGPUSurface(), resultLayout(work_.kind), work_.depth);
     }
 
 private:
     Work work_;
     Converter converter_;
     Surface source_;
-    Surface target_;
+    std::array<Surface, targetsInTurn> targets_;
 };
 
 /// Uploads, converts and reads back, with three frames under way.

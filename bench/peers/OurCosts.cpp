@@ -145,7 +145,9 @@ class Lines : public Job
 public:
     explicit Lines(int lines)
         : source_(makeVideoFrame(iGPUImage::eARGB8, sizeOf(lines)).uploadToGPU()),
-          target_(makePicture(iGPUImage::eARGB8, sizeOf(lines)))
+          targets_{makePicture(iGPUImage::eARGB8, sizeOf(lines)),
+                   makePicture(iGPUImage::eARGB8, sizeOf(lines)),
+                   makePicture(iGPUImage::eARGB8, sizeOf(lines))}
     {
     }
 
@@ -153,8 +155,9 @@ public:
     {
         const int count = framesAtOnce() / 4;
         for (int i = 0; i < count; ++i) {
-            if (!source_.getGPUSurface() || !target_.getGPUSurface() ||
-                !ColourConversion::convertYCrCb422ToRGB(source_, target_, GamutScaling::Unscaled,
+            Surface& target = targets_.at(static_cast<std::size_t>(i) % targets_.size());
+            if (!source_.getGPUSurface() || !target.getGPUSurface() ||
+                !ColourConversion::convertYCrCb422ToRGB(source_, target, GamutScaling::Unscaled,
                                                         Filter::Point)) {
                 return 0;
             }
@@ -167,7 +170,7 @@ private:
     static XY<int> sizeOf(int lines) { return {lines * 16 / 9, lines}; }
 
     Surface source_;
-    Surface target_;
+    std::array<Surface, targetsInTurn> targets_;
 };
 
 } // namespace

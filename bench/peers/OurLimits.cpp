@@ -118,16 +118,19 @@ private:
 class DeviceCopy : public Job
 {
 public:
-    DeviceCopy(XY<int> size, iGPUImage::eFormat format)
-        : source_(OS().gpu().createGPUImage(size, format)), target_(OS().gpu().createGPUImage(size, format))
+    DeviceCopy(XY<int> size, iGPUImage::eFormat format) : source_(OS().gpu().createGPUImage(size, format))
     {
+        for (Qx::Ptr<iGPUImage>& target : targets_) {
+            target = OS().gpu().createGPUImage(size, format);
+        }
     }
 
     int frames() override
     {
         const int count = framesAtOnce();
         for (int i = 0; i < count; ++i) {
-            if (!Host::gpuService().copyImage(source_, target_)) {
+            if (!Host::gpuService().copyImage(source_,
+                                              targets_.at(static_cast<std::size_t>(i) % targets_.size()))) {
                 return 0;
             }
         }
@@ -137,18 +140,19 @@ public:
 
 private:
     Qx::Ptr<iGPUImage> source_;
-    Qx::Ptr<iGPUImage> target_;
+    std::array<Qx::Ptr<iGPUImage>, targetsInTurn> targets_;
 };
 
 /// A technique of an effect over images of these sizes.
 class Pass : public Job
 {
 public:
-    Pass(Qx::Ptr<iShaderEffect> effect, const char* technique, Surface source, Surface target)
+    Pass(Qx::Ptr<iShaderEffect> effect, const char* technique, Surface source,
+         std::array<Surface, targetsInTurn> targets)
         : effect_(std::move(effect)),
           technique_(technique),
           source_(std::move(source)),
-          target_(std::move(target))
+          targets_(std::move(targets))
     {
     }
 
@@ -156,7 +160,8 @@ public:
     {
         const int count = framesAtOnce();
         for (int i = 0; i < count; ++i) {
-            if (!applyTechnique(effect_, source_, target_, technique_, frameWidth)) {
+            if (!applyTechnique(effect_, source_, targets_.at(static_cast<std::size_t>(i) % targets_.size()),
+                                technique_, frameWidth)) {
                 return 0;
             }
         }
@@ -168,7 +173,7 @@ private:
     Qx::Ptr<iShaderEffect> effect_;
     const char* technique_;
     Surface source_;
-    Surface target_;
+    std::array<Surface, targetsInTurn> targets_;
 };
 
 /// The pass that moves the bytes of that work.
@@ -194,15 +199,17 @@ const char* passThrough(WorkKind kind)
 std::unique_ptr<Job> makePassThrough(const Work& work)
 {
     const LightweightString<wchar_t> file = fromUTF8(QX_PASSES_FILE);
-    return std::make_unique<Pass>(OS().gpu().loadEffectFile(file, {}), passThrough(work.kind),
-                                  makeSource(work).uploadToGPU(), makeTarget(work));
+    return std::make_unique<Pass>(
+        OS().gpu().loadEffectFile(file, {}), passThrough(work.kind), makeSource(work).uploadToGPU(),
+        std::array<Surface, targetsInTurn>{makeTarget(work), makeTarget(work), makeTarget(work)});
 }
 
 /// Two texels: all that is left is asking for it.
 std::unique_ptr<Job> makeEmptyDraw()
 {
     const auto image = [] { return makeWrapper(OS().gpu().createGPUImage({2, 1}, iGPUImage::eARGB8)); };
-    return std::make_unique<Pass>(getShader(L"null.fx"), "Null", image(), image());
+    return std::make_unique<Pass>(getShader(L"null.fx"), "Null", image(),
+                                  std::array<Surface, targetsInTurn>{image(), image(), image()});
 }
 
 } // namespace

@@ -32,6 +32,10 @@ struct Measurement
     std::string note;
 };
 
+/// Frames on the device go into so many targets in turn: a driver may leave out a drawing that the next one
+/// into the same target covers.
+inline constexpr std::size_t targetsInTurn = 3;
+
 /// Work that is set up: what makes it is slow and not measured.
 class Job
 {
@@ -50,7 +54,8 @@ public:
     /// The frame that the test frame becomes; empty for work without one.
     virtual std::vector<std::byte> result() { return {}; }
 
-    /// Counts frames() for at least that long, until all are done. Work that is not measured in frames a second has its own.
+    /// Counts frames() for at least that long, until all are done. Work that is not measured in frames a
+    /// second has its own.
     virtual Measurement run(double seconds);
 };
 

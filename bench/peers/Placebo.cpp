@@ -368,15 +368,19 @@ class PassThrough : public Job
 {
 public:
     PassThrough(const Gpu& gpu, const Work& work)
-        : gpu_(gpu),
-          source_(gpu, "rgba32u", texels(sourceLayout(work.kind), work.depth), frameHeight),
-          target_(gpu, "rgba32u", texels(resultLayout(work.kind), work.depth), frameHeight)
+        : gpu_(gpu), source_(gpu, "rgba32u", texels(sourceLayout(work.kind), work.depth), frameHeight)
     {
-        if (source_.get() == nullptr || target_.get() == nullptr) {
+        bool ready = source_.get() != nullptr;
+        for (auto& each : targets_) {
+            each = std::make_unique<Texture>(gpu, "rgba32u", texels(resultLayout(work.kind), work.depth),
+                                             frameHeight);
+            ready = ready && each->get() != nullptr;
+        }
+        if (!ready) {
             return;
         }
         const int in = source_.get()->params.w;
-        const int out = target_.get()->params.w;
+        const int out = targets_.front()->get()->params.w;
         const std::string fetch = "texelFetch(source, ivec2(";
         const std::string column =
             "int(gl_FragCoord.x) * " + std::to_string(in) + " / " + std::to_string(out);
@@ -405,7 +409,7 @@ public:
         params.vertex_attribs = &corner;
         params.num_vertex_attribs = 1;
         params.vertex_stride = 2 * sizeof(float);
-        params.target_format = target_.get()->params.format;
+        params.target_format = targets_.front()->get()->params.format;
         pass_ = pl_pass_create(gpu.gpu(), &params);
     }
     PassThrough(const PassThrough&) = delete;
@@ -423,10 +427,10 @@ public:
         pl_pass_run_params run{};
         run.pass = pass_;
         run.desc_bindings = &binding;
-        run.target = target_.get();
         run.vertex_count = 4;
         run.vertex_data = corners;
-        for (int i = 0; i < framesTogether; ++i) {
+        for (std::size_t i = 0; i < framesTogether; ++i) {
+            run.target = targets_.at(i % targetsInTurn)->get();
             pl_pass_run(gpu_.gpu(), &run);
         }
         pl_gpu_finish(gpu_.gpu());
@@ -441,7 +445,7 @@ private:
 
     const Gpu& gpu_;
     Texture source_;
-    Texture target_;
+    std::array<std::unique_ptr<Texture>, targetsInTurn> targets_;
     pl_pass pass_ = nullptr;
 };
 
@@ -584,18 +588,21 @@ public:
           work_(work),
           drawing_(std::move(drawing)),
           source_(gpu, formatOf(sourceLayout(work.kind), work.depth).name,
-                  formatOf(sourceLayout(work.kind), work.depth).width, frameHeight),
-          target_(gpu, formatOf(resultLayout(work.kind), work.depth).name,
-                  formatOf(resultLayout(work.kind), work.depth).width, frameHeight)
+                  formatOf(sourceLayout(work.kind), work.depth).width, frameHeight)
     {
-        ready_ = source_.fill(sourceFrame(work).data()) && target_.get() != nullptr;
+        ready_ = source_.fill(sourceFrame(work).data());
+        const Format target = formatOf(resultLayout(work.kind), work.depth);
+        for (auto& each : targets_) {
+            each = std::make_unique<Texture>(gpu, target.name, target.width, frameHeight);
+            ready_ = ready_ && each->get() != nullptr;
+        }
         pl_gpu_finish(gpu.gpu());
     }
 
     int frames() override
     {
-        for (int i = 0; i < framesTogether; ++i) {
-            if (!ready_ || !drawing_->draw(source_.get(), target_.get())) {
+        for (std::size_t i = 0; i < framesTogether; ++i) {
+            if (!ready_ || !drawing_->draw(source_.get(), targets_.at(i % targetsInTurn)->get())) {
                 return 0;
             }
         }
@@ -606,7 +613,7 @@ public:
     std::vector<std::byte> result() override
     {
         std::vector<std::byte> frame(frameBytes(resultLayout(work_.kind), work_.depth));
-        return target_.read(frame.data()) ? frame : std::vector<std::byte>();
+        return targets_.front()->read(frame.data()) ? frame : std::vector<std::byte>();
     }
 
 private:
@@ -614,7 +621,7 @@ private:
     Work work_;
     std::unique_ptr<Drawing> drawing_;
     Texture source_;
-    Texture target_;
+    std::array<std::unique_ptr<Texture>, targetsInTurn> targets_;
     bool ready_ = false;
 };
 

@@ -18,7 +18,7 @@ namespace {
 using namespace std::chrono_literals;
 
 // Compiling for a slow software device takes seconds; nothing that answers at all takes longer than this.
-constexpr auto setUpLimit = 40s;
+constexpr auto setUpLimit = 30s;
 
 std::vector<std::string> split(const std::string& line)
 {

@@ -118,6 +118,21 @@ private:
     pl_tex texture_ = nullptr;
 };
 
+// Mesa's software device has been seen to sleep for good on work that was long done; who asks again sees
+// that.
+constexpr std::uint64_t patience = 1'000'000; // nanoseconds
+
+/// Waits until nothing is done with the textures any more.
+template <class Textures>
+void await(const Gpu& gpu, const Textures& textures)
+{
+    pl_gpu_flush(gpu.gpu());
+    for (const auto& texture : textures) {
+        while (pl_tex_poll(gpu.gpu(), texture->get(), patience)) {
+        }
+    }
+}
+
 /// Memory of the computer's that the device reads and writes directly.
 class Buffer
 {
@@ -138,7 +153,7 @@ public:
 
     void wait() const
     {
-        while (pl_buf_poll(gpu_.gpu(), buffer_, UINT64_MAX)) {
+        while (pl_buf_poll(gpu_.gpu(), buffer_, patience)) {
         }
     }
 
@@ -433,7 +448,7 @@ public:
             run.target = targets_.at(i % targetsInTurn)->get();
             pl_pass_run(gpu_.gpu(), &run);
         }
-        pl_gpu_finish(gpu_.gpu());
+        await(gpu_, targets_);
         return framesTogether;
     }
 
@@ -475,7 +490,7 @@ public:
                 return 0;
             }
         }
-        pl_gpu_finish(gpu_.gpu());
+        await(gpu_, textures_);
         return framesTogether;
     }
 
@@ -596,7 +611,6 @@ public:
             each = std::make_unique<Texture>(gpu, target.name, target.width, frameHeight);
             ready_ = ready_ && each->get() != nullptr;
         }
-        pl_gpu_finish(gpu.gpu());
     }
 
     int frames() override
@@ -606,7 +620,7 @@ public:
                 return 0;
             }
         }
-        pl_gpu_finish(gpu_.gpu());
+        await(gpu_, targets_);
         return framesTogether;
     }
 

@@ -19,7 +19,8 @@ TEST(Works, HaveKeysOfTheirOwnThatLeadBack)
 
 TEST(Works, HaveTestFramesOfTheirSizeThatAreAlwaysTheSame)
 {
-    for (const char* const key : {"decode8.point.device", "encode8.point.device", "from-v210-16.exact.device"}) {
+    for (const char* const key :
+         {"decode8.point.device", "encode8.point.device", "from-v210-16.exact.device"}) {
         const Work work = workOf(key).value();
         const auto frame = sourceFrame(work);
         EXPECT_EQ(frame.size(), frameBytes(sourceLayout(work.kind), work.depth)) << key;

@@ -122,7 +122,7 @@ int main()
         }
         for (const bool all : {true, false}) {
             participant.offers.push_back(
-                {work.key(), threadsText(all), "",
+                {work.key(), threadsText(all), "less accurate: cuts off instead of rounding",
                  [work, all, look] { return std::make_unique<Looker>(work, look, all ? allCores() : 1); }});
         }
     }

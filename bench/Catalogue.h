@@ -20,8 +20,4 @@ void writeCatalogue(const std::filesystem::path& directory);
 inline constexpr std::string_view catalogueOption = "--catalogue=";
 int runCatalogue(const std::filesystem::path& directory);
 
-/// A Markdown table of medians over several starts, with and without what the host does to start fast. The
-/// configurations take turns. Empty, and says so on standard error, when a run failed.
-std::string measureCatalogue();
-
 } // namespace Qx::Bench

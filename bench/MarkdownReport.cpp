@@ -1,7 +1,5 @@
 #include "bench/MarkdownReport.h"
 
-#include "bench/Fixture.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -27,7 +25,7 @@ void MarkdownReport::ReportRuns(const std::vector<Run>& runs)
     }
 }
 
-bool MarkdownReport::write(const std::string& path, const std::string& catalogue) const
+bool MarkdownReport::write(const std::string& path) const
 {
     // A pass is compared with the device's own copy of as many bytes, the least that it could cost; what is
     // more than a pass, with that of an RGB frame of its depth.
@@ -45,11 +43,8 @@ bool MarkdownReport::write(const std::string& path, const std::string& catalogue
     std::sort(sorted.begin(), sorted.end(), [](const Row& a, const Row& b) { return a.name < b.name; });
 
     std::ofstream page(path);
-    page << "# Performance\n\n"
-            "Written by `scripts/performance`. Medians of one run, at 1920 x 1080. Compare figures of one "
-            "run only.\n\n"
-         << "Device: " << deviceName() << "\n\n"
-         << "## Frames\n\n| work | frames a second | of a copy of as many bytes |\n|---|---:|---:|\n";
+    page << "## Frames\n\nMedians of five repetitions.\n\n"
+            "| work | frames a second | of a copy of as many bytes |\n|---|---:|---:|\n";
     for (const Row& row : sorted) {
         if (row.framesPerSecond > 0) {
             const double copy = copyRate(row);
@@ -64,9 +59,6 @@ bool MarkdownReport::write(const std::string& path, const std::string& catalogue
             page << fmt::format("| {} | {:.3g} {} |\n", row.name, row.time, row.unit);
         }
     }
-    page << "\n## Starting with a catalogue of effects\n\n"
-            "Each start is a process of its own. The first one finds all caches empty, the driver's too.\n\n"
-         << catalogue;
     page.flush();
     return page.good();
 }

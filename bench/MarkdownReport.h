@@ -13,8 +13,8 @@ class MarkdownReport : public benchmark::ConsoleReporter
 public:
     void ReportRuns(const std::vector<Run>& runs) override;
 
-    /// Writes the page, with the table of the effect catalogue; false when the file cannot be written.
-    bool write(const std::string& path, const std::string& catalogue) const;
+    /// Writes the page's sections of absolute figures; false when the file cannot be written.
+    bool write(const std::string& path) const;
 
 private:
     struct Row

@@ -54,17 +54,12 @@ int main(int argc, char** argv)
     Qx::Bench::registerStartUp();
     Qx::Bench::MarkdownReport report;
     benchmark::RunSpecifiedBenchmarks(&report);
-    unsetenv("QX_CACHE");
-    // Whoever asks for certain benchmarks does not wait for the many starts of the catalogue.
-    const bool all = benchmark::GetBenchmarkFilter().empty();
-    const std::string catalogue = all ? Qx::Bench::measureCatalogue() : "";
-    std::printf("\n%s", catalogue.c_str());
-    const bool written = markdown.empty() || report.write(markdown, catalogue);
+    const bool written = markdown.empty() || report.write(markdown);
     if (!written) {
         std::fprintf(stderr, "%s: cannot be written\n", markdown.c_str());
     }
     benchmark::ClearRegisteredBenchmarks(); // they hold surfaces
     benchmark::Shutdown();
     Qx::Host::stop();
-    return written && (!all || !catalogue.empty()) ? 0 : 1;
+    return written ? 0 : 1;
 }

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "bench/comparison/Page.h"
+#include "bench/comparison/Peer.h"
+#include "bench/comparison/Results.h"
+
+#include <string>
+#include <vector>
+
+namespace Qx::Bench {
+
+/// What a participant offers, each beside ours.
+std::vector<Comparison> besideOther(const std::string& program, const Peer& peer);
+
+/// Ours beside what the device and the memory can do. `placebo` also has passes that only move bytes; null
+/// when it does not take part.
+std::vector<Comparison> besideLimits(const Peer& ours, const Peer* placebo);
+
+/// Ours beside ours: sizes and threads.
+std::vector<Comparison> ourCosts();
+
+/// What is asked of the results.
+struct Measured
+{
+    const std::vector<Result>& peers;
+    const std::vector<Result>& limits;
+    const std::vector<Result>& costs;
+    std::optional<Spread> applicationMicroseconds;
+    std::optional<Spread> applicationAllocations; ///< our own, each application
+    std::optional<Spread> warmShare;              ///< of a cold start, in percent
+    std::optional<Spread> secondCore;             ///< cold start on one core to one on two
+    bool softwareDevice = false;
+};
+std::vector<Bar> barsOf(const Measured& measured);
+
+} // namespace Qx::Bench

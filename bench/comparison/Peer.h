@@ -1,0 +1,76 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <utility>
+#include <vector>
+
+namespace Qx::Bench {
+
+using Variables = std::vector<std::string>; ///< NAME=VALUE
+
+/// A participant of the comparison in a process of its own; see bench/peers/Participant.h for what is said.
+/// It is ended with the object. One that does not answer in time, or dies, is dead for good.
+class Peer
+{
+public:
+    struct Offer
+    {
+        std::string work;
+        std::string method;
+        std::string remark;
+    };
+
+    struct Ran
+    {
+        double amount = 0;
+        double seconds = 0;
+        std::string note;
+    };
+
+    /// Starts a program, with these variables over the environment's.
+    Peer(const std::string& program, const Variables& variables);
+    ~Peer();
+    Peer(const Peer&) = delete;
+    Peer& operator=(const Peer&) = delete;
+
+    /// Why it takes no part, or what went wrong last; empty when all is well.
+    const std::string& failure() const { return failure_; }
+    bool alive() const { return process_ > 0; }
+
+    const std::string& name() const { return name_; }
+    const std::string& device() const { return device_; }
+    const std::string& description() const { return description_; }
+    const std::vector<Offer>& offers() const { return offers_; }
+
+    bool prepare(const std::string& work, const std::string& method);
+    std::optional<Ran> run(double seconds);
+    bool writeResult(const std::string& file);
+
+private:
+    using Fields = std::vector<std::string>;
+
+    Fields ask(const std::string& line, const char* expected, std::chrono::milliseconds limit);
+    Fields readLine(std::chrono::milliseconds limit);
+    void readIntroduction();
+    void end(const std::string& why);
+
+    pid_t process_ = -1;
+    int toIt_ = -1;
+    int fromIt_ = -1;
+    std::string unread_;
+    std::string failure_;
+    std::string name_;
+    std::string device_;
+    std::string description_;
+    std::vector<Offer> offers_;
+};
+
+/// Runs a program to its end, with these variables over the environment's and its standard output in a file.
+/// Whether it could be started and ended with 0.
+bool runProgram(const std::vector<std::string>& arguments, const Variables& variables,
+                const std::string& outputFile);
+
+} // namespace Qx::Bench

@@ -55,6 +55,9 @@ struct GPUOptions
     /// Workers that are busy at once as long as nobody waits for an effect. Default: one a processor core.
     unsigned workers = 0;
 
+    /// Software devices draw effects by groups of texels, which is faster; off, texel by texel.
+    bool texelGroups = true;
+
     /// With the first effect that loadEffectFile() loads from a directory, the others there are compiled
     /// ahead.
     bool compileAhead = false;

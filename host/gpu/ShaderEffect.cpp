@@ -291,6 +291,7 @@ struct Draw
         }
         vkCmdEndRendering(batch.commands());
         context.draws += steps.size();
+        context.groupDraws += groups ? steps.size() : 0;
         return true;
     }
 

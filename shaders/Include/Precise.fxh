@@ -43,12 +43,6 @@ Rescale rescale(float sourceMax, bool sourceFull, float targetMax, bool targetFu
     return r;
 }
 
-// The codes of a texel, exactly.
-float4 codesOf(float4 texel, float maxCode)
-{
-    return floor(texel * maxCode + 0.5);
-}
-
 // The lower part of a coefficient that has `excess` in it, so that no sum needs it any more.
 float withExcess(float upper, float lower, Rescale r)
 {

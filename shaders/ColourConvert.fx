@@ -108,19 +108,19 @@ ENCODE(RGB_Video_To_YCrCb422_Video_BT601_Lanczos, VIDEO, VIDEO, BT601, LANCZOS)
 ENCODE(RGB_Video_To_YCrCb422_Video_BT709_Point, VIDEO, VIDEO, BT709, POINT)
 ENCODE(RGB_Video_To_YCrCb422_Video_BT709_Lanczos, VIDEO, VIDEO, BT709, LANCZOS)
 
-float4 unpackDvs(float2 pos : VPOS) : COLOR0
+float4 unpackDvs(int2 pos : VPOS) : COLORCODE
 {
-    return pairFromWords(int2(pos), DVS_UPPER_BITS);
+    return pairFromWords(pos, DVS_UPPER_BITS);
 }
 
-float4 unpackMatrox(float2 pos : VPOS, uniform bool upperBitsOnly) : COLOR0
+float4 unpackMatrox(int2 pos : VPOS, uniform bool upperBitsOnly) : COLORCODE
 {
-    return pairFromMatrox(int2(pos), int(pSourceImageTotalWidthInDWORDs), upperBitsOnly);
+    return pairFromMatrox(pos, int(pSourceImageTotalWidthInDWORDs), upperBitsOnly);
 }
 
-float4 packMatrox(float2 pos : VPOS) : COLOR0
+float4 packMatrox(int2 pos : VPOS) : COLORCODE
 {
-    return matroxWord(int2(pos), int(ceil(pSourceImageTotalWidthInDWORDs)));
+    return matroxWord(pos, int(ceil(pSourceImageTotalWidthInDWORDs)));
 }
 
 technique UnpackDvs10Bit_BaseOnly

@@ -38,13 +38,12 @@ bool isSurface(float2 second, float2 unbound)
 
 // The rectangle of a surface is that of its rows, padding included. Moved to the right, it is by a pixel of the
 // picture: whose width is thus known to be _Width.
-float4 copy(float2 uv : TEXCOORD0, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLOR0
+float4 copy(float2 uv : TEXCOORD0, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLORCODE
 {
     bool knowsWidth = isSurface(second, unbound) && abs((second.x - uv.x) * _Width - 1.0) < 0.1;
     float columns = knowsWidth ? min(_Width, inputSize.x) : inputSize.x;
     float4 c = componentsAt(int2(floor(uv * float2(columns, inputSize.y))));
-    // Rounded here: devices differ in how they write 10 bits.
-    return texelOf(componentsOfCodes(c * targetMax));
+    return texelOf(sharesAtTargetDepth(c));
 }
 
 // ---- A texel for a texel ----
@@ -55,41 +54,46 @@ float4 copy(float2 uv : TEXCOORD0, float2 second : TEXCOORD1, float2 unbound : T
 #define FIRST_TO_BACK 3
 #define COLOURS_REVERSED 4
 
-float4 reorderColours(float2 pos : VPOS, uniform int order) : COLOR0
+float4 reorderColours(int2 pos : VPOS, uniform int order) : COLORCODE
 {
-    int2 at = int2(pos);
-    float4 c = componentsAt(order == FLIPPED ? int2(at.x, int(_Height) - 1 - at.y) : at);
+    float4 c = componentsAt(order == FLIPPED ? int2(pos.x, int(_Height) - 1 - pos.y) : pos);
     c = order == LAST_TO_FRONT ? c.wxyz : c;
     c = order == FIRST_TO_BACK ? c.yzwx : c;
     c = order == COLOURS_REVERSED ? c.xwzy : c;
-    return texelOf(c);
+    return texelOf(sharesAtTargetDepth(c));
 }
 
 #define PAIRS_SWAPPED 0
 #define CHROMA_SWAPPED 1
 
-float4 reorderVideo(float2 pos : VPOS, uniform int order) : COLOR0
+float4 reorderVideo(int2 pos : VPOS, uniform int order) : COLORCODE
 {
-    float4 c = componentsAt(int2(pos));
+    float4 c = componentsAt(pos);
     return texelOf(atTargetDepth(order == PAIRS_SWAPPED ? c.yxwz : c.xwzy));
 }
 
 // B G R A pictures are drawn through this; surfaces that it is applied to are video.
-float4 reverseOrder(float2 pos : VPOS, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLOR0
+float4 reverseOrder(int2 pos : VPOS, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLORCODE
 {
-    float4 c = componentsAt(int2(pos)).wzyx;
-    return texelOf(isSurface(second, unbound) ? atTargetDepth(c) : c);
+    float4 c = componentsAt(pos).wzyx;
+    return texelOf(isSurface(second, unbound) ? atTargetDepth(c) : sharesAtTargetDepth(c));
+}
+
+// The codes to return for red, green and blue.
+float4 opaque(float3 colours)
+{
+    return float4(sharesAtTargetDepth(float4(colours, 0.0)).rgb, targetMax);
 }
 
 // ---- Three components a pixel ----
 
-float4 fromThree(float2 pos : VPOS, uniform bool redFirst, uniform bool flipped) : COLOR0
+float4 fromThree(int2 pos : VPOS, uniform bool redFirst, uniform bool flipped) : COLORCODE
 {
-    int first = int(pos.x) * 3;
-    int row = flipped ? int(_Height) - 1 - int(pos.y) : int(pos.y);
+    int first = pos.x * 3;
+    int row = flipped ? int(_Height) - 1 - pos.y : pos.y;
     int texel = first >> 2;
     float3 c = threeOf(componentsAt(int2(texel, row)), componentsAt(int2(texel + 1, row)), first & 3);
-    return float4(redFirst ? c : c.zyx, 1.0);
+    return opaque(redFirst ? c : c.zyx);
 }
 
 // Red, green and blue of a pixel of the source; 0 behind the picture.
@@ -99,46 +103,46 @@ float3 coloursAt(int x, int y)
 }
 
 // The target's texels hold a row's components one after the other.
-float4 toThree(float2 pos : VPOS, uniform bool redFirst) : COLOR0
+float4 toThree(int2 pos : VPOS, uniform bool redFirst) : COLORCODE
 {
-    int y = int(pos.y);
-    int first = int(pos.x) * 4;
+    int y = pos.y;
+    int first = pos.x * 4;
     int pixel = first / 3;
     float3 one = coloursAt(pixel, y);
     float3 two = coloursAt(pixel + 1, y);
-    return texelOf(fourOf(redFirst ? one : one.zyx, redFirst ? two : two.zyx, first - pixel * 3));
+    return texelOf(sharesAtTargetDepth(
+        fourOf(redFirst ? one : one.zyx, redFirst ? two : two.zyx, first - pixel * 3)));
 }
 
 // ---- Planes ----
 
-float4 fromPlanes(float2 pos : VPOS) : COLOR0
+float4 fromPlanes(int2 pos : VPOS) : COLORCODE
 {
-    int2 at = int2(pos);
     int rows = int(_Height);
-    return float4(componentAt(at.x, at.y), componentAt(at.x, at.y + rows), componentAt(at.x, at.y + 2 * rows),
-                  1.0);
+    return opaque(float3(componentAt(pos.x, pos.y), componentAt(pos.x, pos.y + rows),
+                         componentAt(pos.x, pos.y + 2 * rows)));
 }
 
-float4 toPlanes(float2 pos : VPOS) : COLOR0
+float4 toPlanes(int2 pos : VPOS) : COLORCODE
 {
     int rows = int(_Height);
-    int plane = int(pos.y) / rows;
-    int y = int(pos.y) - plane * rows;
-    int x = int(pos.x) * 4;
+    int plane = pos.y / rows;
+    int y = pos.y - plane * rows;
+    int x = pos.x * 4;
     float3 one = coloursAt(x, y);
     float3 two = coloursAt(x + 1, y);
     float3 three = coloursAt(x + 2, y);
     float3 four = coloursAt(x + 3, y);
-    return texelOf(plane == 0   ? float4(one.r, two.r, three.r, four.r)
-                   : plane == 1 ? float4(one.g, two.g, three.g, four.g)
-                                : float4(one.b, two.b, three.b, four.b));
+    return texelOf(sharesAtTargetDepth(plane == 0   ? float4(one.r, two.r, three.r, four.r)
+                                       : plane == 1 ? float4(one.g, two.g, three.g, four.g)
+                                                    : float4(one.b, two.b, three.b, four.b)));
 }
 
 // Y, then Cr and Cb of half as many lines, which two lines of the picture share.
-float4 fromYV12(float2 pos : VPOS) : COLOR0
+float4 fromYV12(int2 pos : VPOS) : COLORCODE
 {
-    int pair = int(pos.x);
-    int y = int(pos.y);
+    int pair = pos.x;
+    int y = pos.y;
     int rows = int(_Height);
     int cr = rows + (y >> 1);
     int cb = cr + ((rows + 1) >> 1);
@@ -150,16 +154,16 @@ float4 fromYV12(float2 pos : VPOS) : COLOR0
 // on its own.
 float sharedChroma(int pair, int row, int rows, bool cr)
 {
-    float4 upper = codesOf(componentsAt(int2(pair, row)), inputMax);
-    float4 lower = codesOf(componentsAt(int2(pair, min(row + 1, rows - 1))), inputMax);
-    float4 mean = floor((upper + lower + 1.0) * 0.5) / inputMax;
+    float4 upper = componentsAt(int2(pair, row));
+    float4 lower = componentsAt(int2(pair, min(row + 1, rows - 1)));
+    float4 mean = floor((upper + lower + 1.0) * 0.5);
     return cr ? mean.w : mean.y;
 }
 
-float4 toYV12(float2 pos : VPOS) : COLOR0
+float4 toYV12(int2 pos : VPOS) : COLORCODE
 {
-    int x = int(pos.x);
-    int y = int(pos.y);
+    int x = pos.x;
+    int y = pos.y;
     int rows = int(_Height);
     int4 place = x * 4 + int4(0, 1, 2, 3);
     float4 c;
@@ -185,23 +189,23 @@ float4 toYV12(float2 pos : VPOS) : COLOR0
 
 // ---- Words of ten bits ----
 
-float4 fromV210(float2 pos : VPOS) : COLOR0
+float4 fromV210(int2 pos : VPOS) : COLORCODE
 {
-    return pairFromWords(int2(pos), V210);
+    return pairFromWords(pos, V210);
 }
 
-float4 toV210(float2 pos : VPOS) : COLOR0
+float4 toV210(int2 pos : VPOS) : COLORCODE
 {
-    return v210Word(int2(pos), (int(_Width) + 1) >> 1);
+    return v210Word(pos, (int(_Width) + 1) >> 1);
 }
 
 // ---- Looking at an image ----
 
 // Four pixels for a texel: its components, as greys.
-float4 expandChannels(float2 pos : VPOS) : COLOR0
+float4 expandChannels(int2 pos : VPOS) : COLORCODE
 {
-    float grey = componentAt(int(pos.x), int(pos.y));
-    return float4(grey, grey, grey, 1.0);
+    float grey = componentAt(pos.x, pos.y);
+    return opaque(float3(grey, grey, grey));
 }
 
 #define TECHNIQUE(NAME, CALL)                                                                                \

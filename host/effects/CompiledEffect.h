@@ -13,13 +13,15 @@ namespace Qx::Host {
 ///
 /// Interface of the generated SPIR-V (Vulkan 1.1, one fragment entry point a pass, named "main"):
 /// - descriptor set 0, binding 0: a uniform buffer of `uniformBytes` bytes, holding SystemUniforms at offset
-/// 0
-///   and the effect's parameters behind it at their `offset`s (std140 rules);
+///   0, the effect's parameters behind it at their `offset`s (std140 rules), and behind those, at
+///   `textureUniforms`, TextureUniforms for each of the effect's textures;
 /// - descriptor set 0, binding 1 + i: a combined image sampler for samplers[i];
 /// - location 0: the colour output;
 /// - specialization constant 0 (bool): true when the target stores c0..c3 = a, r, g, b, so that the pass must
 ///   write its result rotated to (a, r, g, b); false for targets that hold r, g, b, a as such;
 /// - no inputs: texture coordinates are derived from the fragment's position and SystemUniforms.
+///
+/// A pass may come a second time as shaders for groups of texels: see GroupShader.
 struct CompiledEffect
 {
     /// One float4 an entry, so that the layout is the same in C++ and in the shader.
@@ -32,6 +34,17 @@ struct CompiledEffect
         /// TEXCOORDi runs over the drawn area from (x, y) at its top left to (z, w) at its bottom right
         /// corner.
         std::array<std::array<float, 4>, maxTexCoords> texCoords{};
+        /// x: the largest code of a component of the target.
+        std::array<float, 4> target{};
+    };
+
+    /// What the shaders are told of a texture.
+    struct TextureUniforms
+    {
+        std::int32_t rowTexels =
+            0;             ///< from a texel to the one below it, where the texture is read as a buffer
+        float maxCode = 0; ///< the largest code of a component
+        std::array<float, 2> unused{};
     };
 
     enum class ScalarType : std::uint8_t
@@ -106,11 +119,31 @@ struct CompiledEffect
         Address addressV = Address::Clamp;
     };
 
+    /// A pass each of whose fragments makes 16 bytes of the target at once, for devices that pay for each
+    /// fragment rather than for its work: a group of neighbouring texels of a row, for pictures of one depth.
+    /// It makes what the pass makes, under these conditions:
+    /// - the whole target is drawn, seen as one of R32G32B32A32_UINT of as many texels as there are groups in
+    ///   a row; what a row has behind its last texel is overwritten;
+    /// - the target, each two-dimensional texture that it reads, and each texture that a parameter with
+    ///   Semantic::TextureMaxCode speaks of, have components of `bits` bits in the order a, r, g, b.
+    /// The interface is that of a pass, except that the output is a uint4, that there is no specialization
+    /// constant, and that some bindings are uniform texel buffers (of R8G8B8A8_UINT or R16G16B16A16_UINT)
+    /// over the texture's memory instead of combined image samplers, as the SPIR-V says.
+    struct GroupShader
+    {
+        std::uint32_t bits = 0;
+        std::vector<std::uint32_t> spirv;
+        std::vector<std::uint32_t> samplers; ///< as a pass's
+
+        static constexpr std::uint32_t texelsOf(std::uint32_t componentBits) { return 32 / componentBits; }
+    };
+
     struct Pass
     {
         std::string name;
         std::vector<std::uint32_t> spirv;
         std::vector<std::uint32_t> samplers; ///< indices of the samplers that the pass reads, ascending
+        std::vector<GroupShader> groups;     ///< one for each depth that there is one for
     };
 
     struct Technique
@@ -125,6 +158,7 @@ struct CompiledEffect
     std::vector<Sampler> samplers;
     std::vector<Technique> techniques; ///< in the file's order; the first is current until another is chosen
     std::uint32_t uniformBytes = 0;
+    std::uint32_t textureUniforms = 0; ///< offset of the TextureUniforms in the uniform buffer
 };
 
 } // namespace Qx::Host

@@ -28,7 +28,8 @@ constexpr std::size_t leastAnnotation = 3 * leastText;
 constexpr std::size_t leastParameter = 3 * leastText + 2 + 5 * 4 + 4;
 constexpr std::size_t leastTexture = leastText + 4;
 constexpr std::size_t leastSampler = leastText + 4 + 3;
-constexpr std::size_t leastPass = leastText + 4 + 4;
+constexpr std::size_t leastGroupShader = 4 + 4 + 4;
+constexpr std::size_t leastPass = leastText + 4 + 4 + 4;
 constexpr std::size_t leastTechnique = leastText + 4 + 4;
 constexpr std::size_t leastInput = leastText + 1;
 constexpr std::size_t leastPlace = leastText + 2 * 4;
@@ -136,6 +137,22 @@ std::vector<std::uint32_t> readNumbers(ByteReader& from)
                                    [](ByteReader& r) { return r.number<std::uint32_t>(); });
 }
 
+void writeGroupShader(ByteWriter& to, const CompiledEffect::GroupShader& shader)
+{
+    to.number(shader.bits);
+    writeNumbers(to, shader.spirv);
+    writeNumbers(to, shader.samplers);
+}
+
+CompiledEffect::GroupShader readGroupShader(ByteReader& from)
+{
+    CompiledEffect::GroupShader shader;
+    shader.bits = from.number<std::uint32_t>();
+    shader.spirv = readNumbers(from);
+    shader.samplers = readNumbers(from);
+    return shader;
+}
+
 void writeTechnique(ByteWriter& to, const CompiledEffect::Technique& technique)
 {
     to.text(technique.name);
@@ -143,6 +160,7 @@ void writeTechnique(ByteWriter& to, const CompiledEffect::Technique& technique)
         w.text(pass.name);
         writeNumbers(w, pass.spirv);
         writeNumbers(w, pass.samplers);
+        writeEach(w, pass.groups, writeGroupShader);
     });
     writeAnnotations(to, technique.annotations);
 }
@@ -156,6 +174,7 @@ CompiledEffect::Technique readTechnique(ByteReader& from)
         pass.name = r.text();
         pass.spirv = readNumbers(r);
         pass.samplers = readNumbers(r);
+        pass.groups = readEach<CompiledEffect::GroupShader>(r, leastGroupShader, readGroupShader);
         return pass;
     });
     technique.annotations = readAnnotations(from);
@@ -165,6 +184,7 @@ CompiledEffect::Technique readTechnique(ByteReader& from)
 void writeEffect(ByteWriter& to, const CompiledEffect& effect)
 {
     to.number(effect.uniformBytes);
+    to.number(effect.textureUniforms);
     writeEach(to, effect.parameters, writeParameter);
     writeEach(to, effect.textures, [](ByteWriter& w, const CompiledEffect::Texture& texture) {
         w.text(texture.name);
@@ -178,6 +198,7 @@ CompiledEffect readEffect(ByteReader& from)
 {
     CompiledEffect effect;
     effect.uniformBytes = from.number<std::uint32_t>();
+    effect.textureUniforms = from.number<std::uint32_t>();
     effect.parameters = readEach<CompiledEffect::Parameter>(from, leastParameter, readParameter);
     effect.textures = readEach<CompiledEffect::Texture>(from, leastTexture, [](ByteReader& r) {
         CompiledEffect::Texture texture;
@@ -241,13 +262,32 @@ bool isSound(const CompiledEffect::Parameter& parameter, const CompiledEffect& e
            placement.bytes <= effect.uniformBytes - parameter.offset && isFillable(parameter, effect);
 }
 
-bool isSound(const CompiledEffect::Pass& pass, const CompiledEffect& effect)
+bool isSoundShader(const std::vector<std::uint32_t>& spirv, const std::vector<std::uint32_t>& samplers,
+                   const CompiledEffect& effect)
 {
     const auto notAscending = [](std::uint32_t a, std::uint32_t b) { return a >= b; };
     const bool ascending =
-        std::adjacent_find(pass.samplers.begin(), pass.samplers.end(), notAscending) == pass.samplers.end();
-    return ascending && (pass.samplers.empty() || pass.samplers.back() < effect.samplers.size()) &&
-           isSpirv(pass.spirv);
+        std::adjacent_find(samplers.begin(), samplers.end(), notAscending) == samplers.end();
+    return ascending && (samplers.empty() || samplers.back() < effect.samplers.size()) && isSpirv(spirv);
+}
+
+bool isSound(const CompiledEffect::Pass& pass, const CompiledEffect& effect)
+{
+    return isSoundShader(pass.spirv, pass.samplers, effect) &&
+           std::all_of(pass.groups.begin(), pass.groups.end(),
+                       [&](const CompiledEffect::GroupShader& shader) {
+                           return (shader.bits == 8 || shader.bits == 16) &&
+                                  isSoundShader(shader.spirv, shader.samplers, effect);
+                       });
+}
+
+bool hasRoomForTextures(const CompiledEffect& effect)
+{
+    constexpr std::uint32_t bytes = sizeof(CompiledEffect::TextureUniforms);
+    return effect.textureUniforms % bytes == 0 &&
+           effect.textureUniforms >= sizeof(CompiledEffect::SystemUniforms) &&
+           effect.textureUniforms <= effect.uniformBytes &&
+           effect.textures.size() <= (effect.uniformBytes - effect.textureUniforms) / bytes;
 }
 
 bool isSound(const CompiledEffect& effect)
@@ -257,8 +297,8 @@ bool isSound(const CompiledEffect& effect)
                std::all_of(technique.passes.begin(), technique.passes.end(),
                            [&](const CompiledEffect::Pass& pass) { return isSound(pass, effect); });
     };
-    return effect.uniformBytes >= sizeof(CompiledEffect::SystemUniforms) &&
-           effect.uniformBytes <= Effects::Limits::uniformBytes && !effect.techniques.empty() &&
+    return hasRoomForTextures(effect) && effect.uniformBytes <= Effects::Limits::uniformBytes &&
+           !effect.techniques.empty() &&
            std::all_of(effect.parameters.begin(), effect.parameters.end(),
                        [&](const auto& parameter) { return isSound(parameter, effect); }) &&
            std::all_of(effect.samplers.begin(), effect.samplers.end(),

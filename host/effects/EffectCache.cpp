@@ -44,6 +44,7 @@ Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& conte
     for (const std::filesystem::path& directory : options.includeDirectories) {
         to.text(directory.native());
     }
+    to.number(static_cast<std::uint8_t>(options.groups ? 1 : 0));
     return Cache::digestOf(to.bytes());
 }
 

@@ -34,7 +34,7 @@ public:
     {
         try {
             if (read(file, options)) {
-                compile();
+                compile(options.groups);
             }
         } catch (const CompileError& error) {
             problems_.fail(error, at_);
@@ -83,12 +83,15 @@ private:
         return syntax_.complete;
     }
 
-    void compile()
+    void compile(bool groups)
     {
         layOutParameters(syntax_, effect_, problems_);
         const PassWriter writer(syntax_, effect_);
         writePasses(writer);
         compilePasses(writer);
+        if (groups && !problems_.failed()) {
+            addGroupShaders(writer);
+        }
         if (!problems_.failed()) {
             warnOfLikelyMistakes(syntax_, effect_, names_, problems_);
         }
@@ -104,7 +107,7 @@ private:
                 {std::string(technique.name.text), {}, plainAnnotations(technique.annotations)});
             for (const EffectSyntax::Pass& pass : technique.passes) {
                 std::vector<CompiledEffect::Pass>& passes = effect_.techniques.back().passes;
-                passes.push_back({std::string(pass.name.text), {}, {}});
+                passes.push_back({std::string(pass.name.text), {}, {}, {}});
                 at_ = {technique.name.text, pass.name.text};
                 try {
                     PassText text = writer.write(pass);
@@ -136,14 +139,52 @@ private:
             const CompiledShader& shader = shaders[place.text];
             CompiledEffect::Pass& pass = effect_.techniques[place.technique].passes[place.pass];
             pass.spirv = shader.spirv;
-            for (const std::uint32_t binding : shader.bindings) {
-                pass.samplers.push_back(binding - 1);
-            }
+            pass.samplers = samplersOf(shader);
             if (shader.error && !problems_.enough()) {
                 report(*shader.error, place, sources_[place.text], texts_[place.text]);
                 lookFurther(*shader.error, place, writer);
             }
         }
+    }
+
+    /// Those that do not compile are left out: each pass can do without.
+    void addGroupShaders(const PassWriter& writer)
+    {
+        std::map<std::string, std::size_t> known;
+        std::vector<std::string> texts;
+        std::vector<PassPlace> places;
+        std::vector<std::uint32_t> depths;
+        for (const PassPlace& place : places_) {
+            const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
+            for (const std::uint32_t bits : {8U, 16U}) {
+                if (writer.canBeGrouped(pass)) {
+                    const auto [text, isNew] =
+                        known.emplace(writer.writeForGroups(pass, bits).hlsl, texts.size());
+                    if (isNew) {
+                        texts.push_back(text->first);
+                    }
+                    places.push_back({place.technique, place.pass, text->second});
+                    depths.push_back(bits);
+                }
+            }
+        }
+        const std::vector<CompiledShader> shaders = compileShaders(texts);
+        for (std::size_t i = 0; i < places.size(); ++i) {
+            const CompiledShader& shader = shaders[places[i].text];
+            if (!shader.error && !shader.minglesPixels) {
+                CompiledEffect::Pass& pass = effect_.techniques[places[i].technique].passes[places[i].pass];
+                pass.groups.push_back({depths[i], shader.spirv, samplersOf(shader)});
+            }
+        }
+    }
+
+    static std::vector<std::uint32_t> samplersOf(const CompiledShader& shader)
+    {
+        std::vector<std::uint32_t> samplers;
+        for (const std::uint32_t binding : shader.bindings) {
+            samplers.push_back(binding - 1);
+        }
+        return samplers;
     }
 
     /// The HLSL compiler stops at its first error. What is wrong with other functions shows when the one that

@@ -24,6 +24,11 @@ bool isColour(std::string_view semantic)
            equalIgnoringCase(semantic, "SV_Target") || equalIgnoringCase(semantic, "SV_Target0");
 }
 
+bool isColourCode(std::string_view semantic)
+{
+    return equalIgnoringCase(semantic, "COLORCODE") || equalIgnoringCase(semantic, "COLORCODE0");
+}
+
 /// The i of TEXCOORDi, or maxTexCoords and more for what is none.
 std::size_t coordinateOf(std::string_view semantic)
 {
@@ -112,7 +117,7 @@ void EntryCall::addOutput(const EffectSyntax::Type& type, const Token& name,
 void EntryCall::addColour(const EffectSyntax::Type& type, const Token& name,
                           const std::optional<Token>& semantic, const std::string& expression)
 {
-    if (!semantic || !isColour(semantic->text)) {
+    if (!semantic || !(isColour(semantic->text) || isColourCode(semantic->text))) {
         throw CompileError(semantic ? semantic->at : name.at,
                            "the result " + inQuotes(name.text) + " of a pixel shader has the semantic COLOR" +
                                (semantic ? ", not " + inQuotes(semantic->text) : std::string()));
@@ -126,6 +131,7 @@ void EntryCall::addColour(const EffectSyntax::Type& type, const Token& name,
         throw CompileError(name.at, "a pixel shader has one colour; " + inQuotes(name.text) + " is a second");
     }
     colour_ = expression;
+    givesCodes_ = isColourCode(semantic->text);
 }
 
 void EntryCall::addParameter(const EffectSyntax::FunctionParameter& parameter)
@@ -194,9 +200,8 @@ std::string EntryCall::input(const EffectSyntax::Type& type, const Token& name, 
                            "the input " + inQuotes(name.text) + " is a float, float2, float3 or float4");
     }
     const std::string index = "qxfx_coordinates[" + std::to_string(coordinate) + ']';
-    const std::string pair = position
-                                 ? "floor(qxfx_pixel)"
-                                 : '(' + index + ".xy + (" + index + ".zw - " + index + ".xy) * qxfx_uv)";
+    const std::string pair =
+        position ? "qxfx_texel" : '(' + index + ".xy + (" + index + ".zw - " + index + ".xy) * qxfx_uv)";
     const std::string spelling(type.numeric->spelling());
     switch (type.numeric->columns) {
     case 1:
@@ -213,8 +218,7 @@ std::string EntryCall::input(const EffectSyntax::Type& type, const Token& name, 
 void EntryCall::write(const std::function<void(std::string_view)>& writeLine,
                       const std::function<void(const Tokens&)>& writeTokens) const
 {
-    writeLine("float4 main(float4 qxfx_position : SV_Position) : SV_Target0 {");
-    writeLine("float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;");
+    writeLine("float4 qxfx_colourAt(int2 qxfx_texel, float2 qxfx_pixel) {");
     writeLine("float2 qxfx_uv = qxfx_pixel * qxfx_area.zw;");
     for (const std::string& line : before_) {
         writeLine(line);
@@ -231,8 +235,7 @@ void EntryCall::write(const std::function<void(std::string_view)>& writeLine,
         }
     }
     writeLine(");");
-    writeLine("float4 qxfx_colour = " + colour_ + ';');
-    writeLine("return qxfx_rotate ? qxfx_colour.wxyz : qxfx_colour; }");
+    writeLine("return " + colour_ + "; }");
 }
 
 } // namespace Qx::Host::Effects

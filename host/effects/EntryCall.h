@@ -9,8 +9,8 @@
 
 namespace Qx::Host::Effects {
 
-/// The main() of a pass: makes the inputs that the entry function's semantics ask for from the fragment's
-/// position, adds the pass's arguments for its uniform parameters, and writes its colour.
+/// The call of a pass's entry function: makes the inputs that its semantics ask for from a pixel's position
+/// and adds the pass's arguments for its uniform parameters.
 class EntryCall
 {
 public:
@@ -20,8 +20,13 @@ public:
     /// fit.
     EntryCall(const EffectSyntax& syntax, const EffectSyntax::Piece& entry, const EffectSyntax::Pass& pass);
 
+    /// Writes the function float4 qxfx_colourAt(int2 qxfx_texel, float2 qxfx_pixel): the entry function's
+    /// result for the pixel of the drawn area with that number, whose centre is at qxfx_pixel.
     void write(const std::function<void(std::string_view)>& writeLine,
                const std::function<void(const Tokens&)>& writeTokens) const;
+
+    /// Whether the result is a colour or, instead, the codes of one.
+    bool givesCodes() const { return givesCodes_; }
 
 private:
     struct Argument
@@ -50,6 +55,7 @@ private:
     std::vector<Argument> arguments_;
     std::string receiver_; ///< "TYPE variable = " before the call
     std::string colour_;   ///< the expression of the result, after the call
+    bool givesCodes_ = false;
     std::size_t usedArguments_ = 0;
     std::size_t variables_ = 0;
 };

@@ -21,6 +21,7 @@ std::string_view hlslName(std::string_view name)
         {"tex2Dgrad", "qxfx_tex2Dgrad"},
         {"tex2Dproj", "qxfx_tex2Dproj"},
         {"tex2Dfetch", "qxfx_tex2Dfetch"},
+        {"tex2Dcodes", "qxfx_tex2Dcodes"},
         {"tex3Dfetch", "qxfx_tex3Dfetch"},
         {"fmod", "qxfx_fmod"}};
     if (const auto found = names.find(name); found != names.end()) {

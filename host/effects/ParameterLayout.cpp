@@ -207,7 +207,15 @@ void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Proble
     for (const EffectSyntax::Parameter& parameter : syntax.parameters) {
         layOutParameter(parameter, effect, problems);
     }
-    effect.uniformBytes = roundUp(effect.uniformBytes, 16);
+    effect.textureUniforms = roundUp(effect.uniformBytes, 16);
+    const std::size_t bytes =
+        effect.textureUniforms + effect.textures.size() * sizeof(CompiledEffect::TextureUniforms);
+    if (bytes > Limits::uniformBytes) {
+        throw LimitError(syntax.textures.back().name.at,
+                         "the parameters and textures of the effect take " + std::to_string(bytes) +
+                             " bytes; " + std::to_string(Limits::uniformBytes) + " are there");
+    }
+    effect.uniformBytes = static_cast<std::uint32_t>(bytes);
 }
 
 } // namespace Qx::Host::Effects

@@ -12,12 +12,14 @@ namespace Qx::Host::Effects {
 namespace {
 
 using Kind = EffectSyntax::Piece::Kind;
+using SystemUniforms = CompiledEffect::SystemUniforms;
 
 constexpr std::size_t deepestCalls = 256;
 // Every call is replaced by the function called, at a price that grows with the square of their number.
 constexpr std::size_t mostInlinedTokens = 1U << 17U;
 constexpr std::size_t tokensOfCall = 64; // what one costs beside its text
 constexpr std::size_t mostNamesakes = 64;
+constexpr std::size_t mostGroupedTokens = mostInlinedTokens / 4; // which is called up to four times
 
 // One level and no coordinates outside the draw: an explicit level 0 is what every sampling means here, and
 // it stays defined in branches, where there are no derivatives. The HLSL compiler's own fmod takes the sign
@@ -36,11 +38,93 @@ float3 qxfx_fmod(float3 x, float3 y) { return x - y * trunc(x / y); }
 float4 qxfx_fmod(float4 x, float4 y) { return x - y * trunc(x / y); }
 float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(float2(texel), 0.0, 0.0)); }
 float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(float3(texel), 0.0)); }
+float4 qxfx_tex2Dcodes(sampler2D s, float4 of, int2 texel) { return floor(qxfx_tex2Dfetch(s, texel) * of.y + 0.5); }
 )";
+
+constexpr std::string_view mainForTexel = R"(
+float4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
+float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;
+float4 qxfx_colour = qxfx_colourAt(int2(floor(qxfx_pixel)), qxfx_pixel);
+)";
+constexpr std::string_view colourOfCodes =
+    "qxfx_colour = floor(clamp(qxfx_colour, 0.0, qxfx_target.x)) * (1.0 / qxfx_target.x);";
+constexpr std::string_view returnColour = "return qxfx_rotate ? qxfx_colour.wxyz : qxfx_colour; }";
+
+// Textures as rows of texels a, r, g, b. The numbers are signed: their conversions are the cheaper ones.
+constexpr std::string_view groupPrelude = R"(
+float4 qxfx_tex2Dcodes(Buffer<uint4> s, float4 of, int2 texel) { return float4(int4(s.Load(texel.y * asint(of.x) + texel.x))).yzwx; }
+float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex2Dcodes(s, of, texel) * (1.0 / qxfx_maxCode); }
+)";
+constexpr std::string_view codesAt = R"(
+int4 qxfx_codesAt(int x, int y) {
+float4 c = qxfx_colourAt(int2(x, y), float2(float(x), float(y)) + 0.5) * qxfx_scale;
+return int4(clamp(c, 0.0, qxfx_maxCode) + qxfx_rounding).wxyz; }
+)";
+constexpr std::string_view mainForFour = R"(
+uint qxfx_texel(int x, int y) { int4 c = qxfx_codesAt(x, y); return uint(c.x | c.y << 8 | c.z << 16 | c.w << 24); }
+uint4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
+int x = int(qxfx_position.x) * 4;
+int y = int(qxfx_position.y);
+return uint4(qxfx_texel(x, y), qxfx_texel(x + 1, y), qxfx_texel(x + 2, y), qxfx_texel(x + 3, y)); }
+)";
+constexpr std::string_view mainForTwo = R"(
+uint2 qxfx_texel(int x, int y) { int4 c = qxfx_codesAt(x, y); return uint2(c.x | c.y << 16, c.z | c.w << 16); }
+uint4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
+int x = int(qxfx_position.x) * 2;
+int y = int(qxfx_position.y);
+return uint4(qxfx_texel(x, y), qxfx_texel(x + 1, y)); }
+)";
+
+/// What the text of one pass calls the effect's samplers.
+class SamplerNames
+{
+public:
+    /// `buffers` has the samplers that stand for buffers instead.
+    SamplerNames(const CompiledEffect& effect, std::vector<bool> buffers)
+        : effect_(effect), buffers_(std::move(buffers))
+    {
+        for (std::size_t i = 0; i < effect.samplers.size(); ++i) {
+            indices_[effect.samplers[i].name] = i;
+        }
+    }
+
+    bool isBuffer(std::size_t sampler) const { return buffers_[sampler]; }
+
+    /// What to write for the token at `at`: a sampler that is read by texel number comes with what is known
+    /// of its texture, where the function wants that.
+    std::string spelling(const std::vector<Token>& tokens, std::size_t at) const
+    {
+        std::string name(hlslName(tokens[at].text));
+        const bool codes = isReadBy("tex2Dcodes", tokens, at);
+        const auto found = indices_.find(tokens[at].text);
+        if (found != indices_.end() &&
+            (codes || (buffers_[found->second] && isReadBy("tex2Dfetch", tokens, at)))) {
+            name += ", qxfx_textures[" + std::to_string(effect_.samplers[found->second].texture) + ']';
+        } else if (codes) {
+            throw CompileError(tokens[at].at, "tex2Dcodes reads a sampler that the effect declares, by its "
+                                              "name; " +
+                                                  inQuotes(tokens[at].text) + " is none");
+        }
+        return name;
+    }
+
+    /// Whether the token is the first argument of that function.
+    static bool isReadBy(std::string_view function, const std::vector<Token>& tokens, std::size_t at)
+    {
+        return at >= 2 && tokens[at - 1].is("(") && tokens[at - 2].is(function);
+    }
+
+private:
+    const CompiledEffect& effect_;
+    const std::vector<bool> buffers_;
+    std::unordered_map<std::string_view, std::size_t> indices_;
+};
 
 class Output
 {
 public:
+    explicit Output(const SamplerNames& samplers) : samplers_(samplers) {}
+
     void add(std::string_view line, Location at)
     {
         text_.hlsl += line;
@@ -50,8 +134,10 @@ public:
 
     void add(const std::vector<Token>& tokens)
     {
-        for (const Token& token : tokens) {
-            add(token.kind == TokenKind::Identifier ? hlslName(token.text) : token.text, token.at);
+        for (std::size_t i = 0; i < tokens.size(); ++i) {
+            const Token& token = tokens[i];
+            token.kind == TokenKind::Identifier ? add(samplers_.spelling(tokens, i), token.at)
+                                                : add(token.text, token.at);
         }
     }
 
@@ -66,6 +152,7 @@ public:
     PassText take() { return std::move(text_); }
 
 private:
+    const SamplerNames& samplers_;
     PassText text_;
 };
 
@@ -86,6 +173,19 @@ std::string declaration(const CompiledEffect::Parameter& parameter)
     return (parameter.rows > 1 ? "row_major " : "") + std::string(type.spelling()) + ' ' +
            std::string(hlslName(parameter.name)) + array + " : packoffset(c" +
            std::to_string(parameter.offset / 16) + '.' + "xyzw"[parameter.offset % 16 / 4] + ");";
+}
+
+/// Whether something is kept from one call to the next.
+bool hasVariableStatic(const std::vector<Token>& tokens)
+{
+    for (std::size_t i = 0; i < tokens.size(); ++i) {
+        const bool before = i > 0 && tokens[i - 1].is("const");
+        const bool after = i + 1 < tokens.size() && tokens[i + 1].is("const");
+        if (tokens[i].is("static") && !before && !after) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::vector<Token> declarationOf(const EffectSyntax::Piece& function)
@@ -235,30 +335,121 @@ std::optional<std::size_t> PassText::pieceAt(std::size_t line) const
     return next == pieces.begin() || next == pieces.end() ? std::nullopt : std::optional((next - 1)->second);
 }
 
+bool PassWriter::canBeGrouped(const EffectSyntax::Pass& pass) const
+{
+    const std::unordered_set<std::string_view> names = reachableFrom(pass);
+    const bool remembers =
+        std::any_of(syntax_.pieces.begin(), syntax_.pieces.end(), [&](const EffectSyntax::Piece& piece) {
+            return names.count(piece.name.text) != 0 && hasVariableStatic(piece.text);
+        });
+    const auto entry = static_cast<std::size_t>(&findEntry(pass) - syntax_.pieces.data());
+    return !remembers && costs_[entry].tokens <= mostGroupedTokens;
+}
+
+bool PassWriter::isTable(std::string_view texture) const
+{
+    for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
+        if (syntax_.samplers[i].dimensions == 3 &&
+            effect_.textures[effect_.samplers[i].texture].name == texture) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<bool> PassWriter::readByNumberOnly(const EffectSyntax::Pass& pass,
+                                               const std::unordered_set<std::string_view>& names) const
+{
+    std::unordered_set<std::string_view> otherwise;
+    const auto look = [&](const std::vector<Token>& tokens) {
+        for (std::size_t i = 0; i < tokens.size(); ++i) {
+            if (!SamplerNames::isReadBy("tex2Dfetch", tokens, i) &&
+                !SamplerNames::isReadBy("tex2Dcodes", tokens, i)) {
+                otherwise.insert(tokens[i].text);
+            }
+        }
+    };
+    std::for_each(pass.arguments.begin(), pass.arguments.end(), look);
+    for (const EffectSyntax::Piece& piece : syntax_.pieces) {
+        if (names.count(piece.name.text) != 0) {
+            look(piece.text);
+        }
+    }
+    std::vector<bool> result(effect_.samplers.size());
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        result[i] = syntax_.samplers[i].dimensions == 2 && otherwise.count(effect_.samplers[i].name) == 0;
+    }
+    return result;
+}
+
 PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
 {
+    return write(pass, withoutBody, 0);
+}
+
+PassText PassWriter::writeForGroups(const EffectSyntax::Pass& pass, std::uint32_t bits) const
+{
+    return write(pass, {}, bits);
+}
+
+PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody,
+                           std::uint32_t groupedBits) const
+{
+    const bool grouped = groupedBits != 0;
     const EntryCall call(syntax_, findEntry(pass), pass);
     std::unordered_set<std::string_view> names = reachableFrom(pass);
     const auto used = [&](std::string_view name) { return names.count(name) != 0; };
-    Output output;
+    const SamplerNames samplers(effect_, grouped ? readByNumberOnly(pass, names)
+                                                 : std::vector<bool>(effect_.samplers.size()));
+    Output output(samplers);
+    const std::string maxCode = std::to_string((1U << groupedBits) - 1U) + ".0";
     writeLines(output, prelude, pass.entry.at);
+    if (grouped) {
+        output.add("static const float qxfx_maxCode = " + maxCode + ';', pass.entry.at);
+        output.add("static const float qxfx_scale = " + (call.givesCodes() ? "1.0" : maxCode) + ';',
+                   pass.entry.at);
+        output.add(std::string("static const float qxfx_rounding = ") + (call.givesCodes() ? "0.0" : "0.5") +
+                       ';',
+                   pass.entry.at);
+        writeLines(output, groupPrelude, pass.entry.at);
+    }
     if (used("qxfx_divisor")) {
         writeLines(output, remainderFunctions, pass.entry.at);
     }
     output.add("cbuffer qxfx_uniforms : register(b0) { float4 qxfx_area : packoffset(c0);", pass.entry.at);
-    output.add("float4 qxfx_coordinates[" + std::to_string(CompiledEffect::SystemUniforms::maxTexCoords) +
-                   "] : packoffset(c1);",
+    output.add("float4 qxfx_coordinates[" + std::to_string(SystemUniforms::maxTexCoords) +
+                   "] : packoffset(c1); float4 qxfx_target : packoffset(c" +
+                   std::to_string(1 + SystemUniforms::maxTexCoords) + ");",
                pass.entry.at);
+    std::vector<std::string_view> constants;
     for (std::size_t i = 0; i < effect_.parameters.size(); ++i) {
-        if (used(effect_.parameters[i].name)) {
-            output.add(declaration(effect_.parameters[i]), syntax_.parameters[i].name.at);
+        const CompiledEffect::Parameter& parameter = effect_.parameters[i];
+        const bool constant = grouped && (parameter.semantic == CompiledEffect::Semantic::TargetMaxCode ||
+                                          (parameter.semantic == CompiledEffect::Semantic::TextureMaxCode &&
+                                           !isTable(parameter.semanticTexture)));
+        if (used(parameter.name) && constant) {
+            constants.push_back(parameter.name);
+        } else if (used(parameter.name)) {
+            output.add(declaration(parameter), syntax_.parameters[i].name.at);
         }
     }
+    if (!effect_.textures.empty()) {
+        output.add("float4 qxfx_textures[" + std::to_string(effect_.textures.size()) + "] : packoffset(c" +
+                       std::to_string(effect_.textureUniforms / sizeof(CompiledEffect::TextureUniforms)) +
+                       ");",
+                   pass.entry.at);
+    }
     output.add("};", pass.entry.at);
+    for (const std::string_view name : constants) {
+        output.add("static const float " + std::string(hlslName(name)) + " = " + maxCode + ';',
+                   pass.entry.at);
+    }
     for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
         if (used(effect_.samplers[i].name)) {
-            output.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] sampler" +
-                           std::to_string(syntax_.samplers[i].dimensions) + "D " +
+            const std::string type = samplers.isBuffer(i)
+                                         ? "Buffer<uint4> "
+                                         : "sampler" + std::to_string(syntax_.samplers[i].dimensions) + "D ";
+            output.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] " + type +
                            std::string(hlslName(effect_.samplers[i].name)) + ";",
                        syntax_.samplers[i].name.at);
         }
@@ -273,6 +464,17 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
     output.beginPiece(syntax_.pieces.size());
     call.write([&](std::string_view line) { output.add(line, pass.entry.at); },
                [&](const std::vector<Token>& tokens) { output.add(tokens); });
+    if (grouped) {
+        writeLines(output, codesAt, pass.entry.at);
+        writeLines(output, CompiledEffect::GroupShader::texelsOf(groupedBits) == 4 ? mainForFour : mainForTwo,
+                   pass.entry.at);
+    } else {
+        writeLines(output, mainForTexel, pass.entry.at);
+        if (call.givesCodes()) {
+            output.add(colourOfCodes, pass.entry.at);
+        }
+        output.add(returnColour, pass.entry.at);
+    }
     PassText text = output.take();
     text.names = std::move(names);
     return text;

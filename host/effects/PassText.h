@@ -31,7 +31,7 @@ struct PassText
 };
 
 /// Writes the HLSL of passes: what the entry function reaches, the parameters and samplers that this uses,
-/// and a main() that gives the entry function its inputs.
+/// and a main() that gives the entry function its inputs and writes its result.
 class PassWriter
 {
 public:
@@ -42,6 +42,12 @@ public:
     /// Throws CompileError when the entry function cannot serve as one. The functions `withoutBody`, by their
     /// index in EffectSyntax::pieces, are only declared: for finding what is wrong with the others.
     PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody = {}) const;
+
+    /// The text of the GroupShader for components of so many bits. The pass's own text could be written.
+    PassText writeForGroups(const EffectSyntax::Pass& pass, std::uint32_t bits) const;
+
+    /// Whether a fragment may make several texels, one after the other, and is worth its longer text.
+    bool canBeGrouped(const EffectSyntax::Pass& pass) const;
 
 private:
     struct Cost
@@ -60,6 +66,11 @@ private:
     std::size_t costOf(std::size_t piece, std::size_t depth);
     bool mayCall(std::size_t caller, std::size_t callee) const;
     std::unordered_set<std::string_view> reachableFrom(const EffectSyntax::Pass& pass) const;
+    bool isTable(std::string_view texture) const;
+    std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
+                                       const std::unordered_set<std::string_view>& names) const;
+    PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody,
+                   std::uint32_t groupedBits) const;
 
     const EffectSyntax& syntax_;
     const CompiledEffect& effect_;

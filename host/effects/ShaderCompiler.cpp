@@ -2,6 +2,7 @@
 
 #include "host/effects/ExactArithmetic.h"
 #include "host/effects/FetchRewriter.h"
+#include "host/effects/IndexArithmetic.h"
 #include "host/effects/Remainders.h"
 
 #include <glslang/Public/ResourceLimits.h>
@@ -141,12 +142,26 @@ bool needsOnlyCore(const std::vector<std::uint32_t>& spirv, std::string& problem
             break; // they come first
         }
         if (capability != spv::CapabilityShader && capability != spv::CapabilityMatrix &&
-            capability != spv::CapabilityImageQuery && capability != spv::CapabilityDerivativeControl) {
+            capability != spv::CapabilityImageQuery && capability != spv::CapabilityDerivativeControl &&
+            capability != spv::CapabilitySampledBuffer) {
             problem = "it needs what not every device has (capability " + std::to_string(capability) + ")";
             return false;
         }
     }
     return true;
+}
+
+bool minglesPixels(const std::vector<std::uint32_t>& spirv)
+{
+    constexpr std::size_t header = 5;
+    for (std::size_t at = header; at < spirv.size(); at += spirv[at] >> spv::WordCountShift) {
+        const auto op = static_cast<spv::Op>(spirv[at] & spv::OpCodeMask);
+        if (op == spv::OpKill || op == spv::OpTerminateInvocation || op == spv::OpDemoteToHelperInvocation ||
+            (op >= spv::OpDPdx && op <= spv::OpFwidthCoarse)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spirv)
@@ -177,13 +192,15 @@ CompiledShader compileShader(const std::string& hlsl)
     keepArithmeticAsWritten(shader.spirv);
     std::string problem;
     if (!rewriteFetches(shader.spirv, {std::begin(fetchFunctions), std::end(fetchFunctions)}) ||
-        !optimize(shader.spirv, problem) || !validate(shader.spirv, problem) ||
-        !needsOnlyCore(shader.spirv, problem)) {
+        !optimize(shader.spirv, problem) ||
+        (simplifyColumnArithmetic(shader.spirv) && !optimize(shader.spirv, problem)) ||
+        !validate(shader.spirv, problem) || !needsOnlyCore(shader.spirv, problem)) {
         shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
         shader.spirv.clear();
         return shader;
     }
     shader.bindings = samplerBindings(shader.spirv);
+    shader.minglesPixels = minglesPixels(shader.spirv);
     return shader;
 }
 

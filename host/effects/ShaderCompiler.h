@@ -17,8 +17,9 @@ struct CompiledShader
     };
 
     std::vector<std::uint32_t> spirv;    ///< optimized and valid for Vulkan 1.1; empty after an error
-    std::vector<std::uint32_t> bindings; ///< of the combined image samplers that it reads, ascending
-    std::optional<Message> error;        ///< the first; what compilers say after it misleads
+    std::vector<std::uint32_t> bindings; ///< of the samplers and buffers that it reads, ascending
+    bool minglesPixels = false;   ///< it drops pixels or compares neighbours: no other can stand in for one
+    std::optional<Message> error; ///< the first; what compilers say after it misleads
 };
 
 /// Names of the functions `float4 qxfx_tex2Dfetch(sampler2D s, int2 texel)` and its like for three

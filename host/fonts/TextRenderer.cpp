@@ -18,6 +18,7 @@ using Vulkan::HostBuffer;
 using Vulkan::Pooled;
 using Vulkan::Texture;
 
+constexpr VkImageLayout readLayout = VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL;
 constexpr VkFormat pageFormat = VK_FORMAT_R8G8B8A8_UNORM;
 constexpr VkFormat layerFormat = VK_FORMAT_R16G16B16A16_UNORM;
 
@@ -418,7 +419,7 @@ bool TextRenderer::prepareGlyphs(Batch& batch, const Segment& segment, std::vect
                 return false;
             }
             const VkDescriptorImageInfo image{samplerOf(*context_), (*pages_[page])->sampled,
-                                              VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL};
+                                              (*pages_[page])->layoutFor(readLayout)};
             VkWriteDescriptorSet glyphs = writeImage(set, 0, image);
             glyphs.descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER;
             glyphs.pImageInfo = nullptr;
@@ -437,9 +438,9 @@ VkDescriptorSet TextRenderer::describeLayer(Batch& batch, const Drawing& drawing
     if (set != nullptr) {
         const VkSampler sampler = samplerOf(*context_);
         const VkDescriptorImageInfo layer{sampler, drawing.layer->sampled,
-                                          VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL};
+                                          drawing.layer->layoutFor(readLayout)};
         const VkDescriptorImageInfo under{sampler, drawing.under->sampled,
-                                          VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL};
+                                          drawing.under->layoutFor(readLayout)};
         const std::array writes{writeImage(set, 0, layer), writeImage(set, 1, under)};
         vkUpdateDescriptorSets(context_->device().handle(), writes.size(), writes.data(), 0, nullptr);
     }
@@ -462,7 +463,7 @@ void TextRenderer::recordUploads(Batch& batch, const Segment& segment, HostBuffe
     for (std::size_t page = 0; page < regions.size(); ++page) {
         if (!regions[page].empty()) {
             vkCmdCopyBufferToImage(batch.commands(), staging.buffer, (*pages_[page])->image,
-                                   VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL,
+                                   (*pages_[page])->layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL),
                                    static_cast<std::uint32_t>(regions[page].size()), regions[page].data());
         }
     }
@@ -504,8 +505,9 @@ void TextRenderer::recordLayer(Batch& batch, const Drawing& drawing, VkDescripto
     copy.srcOffset = {area.offset.x, area.offset.y, 0};
     copy.dstSubresource = copy.srcSubresource;
     copy.extent = {area.extent.width, area.extent.height, 1};
-    vkCmdCopyImage(commands, drawing.target.image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, drawing.under->image,
-                   VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, 1, &copy);
+    vkCmdCopyImage(commands, drawing.target.image,
+                   drawing.target.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL), drawing.under->image,
+                   drawing.under->layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL), 1, &copy);
 
     batch.sample(*drawing.layer);
     batch.sample(*drawing.under);

@@ -11,6 +11,7 @@ namespace {
 constexpr VkDeviceSize uniformChunkBytes = 1U << 16;
 constexpr std::uint32_t setsPerPool = 128;
 constexpr std::uint32_t samplersPerPool = setsPerPool * 8;
+constexpr std::uint32_t texelBuffersPerPool = setsPerPool * 4;
 
 constexpr std::uint32_t firstStamp = 0;
 constexpr std::uint32_t lastStamp = 1;
@@ -18,17 +19,17 @@ constexpr std::uint32_t stampsPerBatch = 2;
 
 constexpr VkPipelineStageFlags2 copyStage = VK_PIPELINE_STAGE_2_COPY_BIT;
 
-VkImageMemoryBarrier2 imageBarrier(const Texture& texture, VkImageLayout layout, bool discard)
+VkImageMemoryBarrier2 imageBarrier(VkImage image, const UseState& before, VkImageLayout layout)
 {
     VkImageMemoryBarrier2 barrier{};
     barrier.sType = VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER_2;
-    barrier.srcStageMask = texture.use.stage;
-    barrier.srcAccessMask = texture.use.written;
-    barrier.oldLayout = discard ? VK_IMAGE_LAYOUT_UNDEFINED : texture.use.layout;
+    barrier.srcStageMask = before.stage;
+    barrier.srcAccessMask = before.written;
+    barrier.oldLayout = before.layout;
     barrier.newLayout = layout;
     barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
     barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-    barrier.image = texture.image;
+    barrier.image = image;
     barrier.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
     return barrier;
 }
@@ -92,8 +93,15 @@ bool Batch::begin(std::uint64_t value, bool timed)
     VkCommandBufferBeginInfo info{};
     info.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO;
     info.flags = VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT;
-    return device_.succeeded(vkBeginCommandBuffer(commands_, &info), "beginning commands") &&
-           (!timed_ || beginStamps());
+    if (!device_.succeeded(vkBeginCommandBuffer(commands_, &info), "beginning commands")) {
+        return false;
+    }
+    if (device_.drawsGroups()) {
+        // Mesa's software device (22.3) passes over a barrier that is a buffer's first command, and follows
+        // uses of images by itself, which it cannot where memory has several shapes.
+        vkCmdSetDepthBias(commands_, 0.0F, 0.0F, 0.0F);
+    }
+    return !timed_ || beginStamps();
 }
 
 bool Batch::beginStamps()
@@ -186,9 +194,10 @@ bool Batch::uniform(std::span<const std::byte> data, VkDescriptorBufferInfo& inf
 
 bool Batch::addDescriptorPool()
 {
-    const std::array<VkDescriptorPoolSize, 2> sizes{{
+    const std::array<VkDescriptorPoolSize, 3> sizes{{
         {VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER, setsPerPool},
         {VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, samplersPerPool},
+        {VK_DESCRIPTOR_TYPE_UNIFORM_TEXEL_BUFFER, texelBuffersPerPool},
     }};
     VkDescriptorPoolCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO;
@@ -229,14 +238,42 @@ VkDescriptorSet Batch::descriptorSet(VkDescriptorSetLayout layout)
 void Batch::use(Texture& texture, const Use& next)
 {
     texture.lastUse.store(value_, std::memory_order_relaxed);
+    if (texture.hasGroups()) {
+        useMemory(texture, next);
+        return;
+    }
     if (!next.writes && texture.use.layout == next.layout) {
         return;
     }
-    VkImageMemoryBarrier2 barrier = imageBarrier(texture, next.layout, next.discard);
+    VkImageMemoryBarrier2 barrier = imageBarrier(texture.image, texture.use, next.layout);
+    barrier.oldLayout = next.discard ? VK_IMAGE_LAYOUT_UNDEFINED : barrier.oldLayout;
     barrier.dstStageMask = next.stage;
     barrier.dstAccessMask = next.access;
     imageBarriers_.push_back(barrier);
     texture.use = {next.layout, next.stage, next.writes ? next.access : VK_ACCESS_2_NONE};
+}
+
+/// What orders the uses of one shape of the memory orders those of the others.
+void Batch::useMemory(Texture& texture, const Use& next)
+{
+    const VkAccessFlags2 written = next.writes ? next.access : VK_ACCESS_2_NONE;
+    if (texture.use.layout == VK_IMAGE_LAYOUT_UNDEFINED) {
+        for (VkImage image : {texture.image, texture.groups.image}) {
+            VkImageMemoryBarrier2 barrier = imageBarrier(image, texture.use, VK_IMAGE_LAYOUT_GENERAL);
+            barrier.dstStageMask = next.stage;
+            barrier.dstAccessMask = next.access;
+            imageBarriers_.push_back(barrier);
+        }
+    } else if (next.writes || texture.use.written != VK_ACCESS_2_NONE || texture.use.stage != next.stage) {
+        VkMemoryBarrier2 barrier{};
+        barrier.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER_2;
+        barrier.srcStageMask = texture.use.stage;
+        barrier.srcAccessMask = texture.use.written;
+        barrier.dstStageMask = next.stage;
+        barrier.dstAccessMask = next.access;
+        memoryBarriers_.push_back(barrier);
+    }
+    texture.use = {VK_IMAGE_LAYOUT_GENERAL, next.stage, written};
 }
 
 void Batch::sample(Texture& texture)
@@ -304,17 +341,20 @@ void Batch::publish(HostBuffer& buffer)
 
 void Batch::flush()
 {
-    if (imageBarriers_.empty() && bufferBarriers_.empty()) {
+    if (memoryBarriers_.empty() && imageBarriers_.empty() && bufferBarriers_.empty()) {
         return;
     }
     VkDependencyInfo info{};
     info.sType = VK_STRUCTURE_TYPE_DEPENDENCY_INFO;
+    info.memoryBarrierCount = static_cast<std::uint32_t>(memoryBarriers_.size());
+    info.pMemoryBarriers = memoryBarriers_.data();
     info.imageMemoryBarrierCount = static_cast<std::uint32_t>(imageBarriers_.size());
     info.pImageMemoryBarriers = imageBarriers_.data();
     info.bufferMemoryBarrierCount = static_cast<std::uint32_t>(bufferBarriers_.size());
     info.pBufferMemoryBarriers = bufferBarriers_.data();
     vkCmdPipelineBarrier2(commands_, &info);
-    barriers += imageBarriers_.size() + bufferBarriers_.size();
+    barriers += memoryBarriers_.size() + imageBarriers_.size() + bufferBarriers_.size();
+    memoryBarriers_.clear();
     imageBarriers_.clear();
     bufferBarriers_.clear();
 }

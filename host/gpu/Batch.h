@@ -76,6 +76,7 @@ private:
     };
 
     void use(Texture& texture, const Use& next);
+    void useMemory(Texture& texture, const Use& next);
     bool addUniformChunk(VkDeviceSize bytes);
     bool addDescriptorPool();
     bool beginStamps();
@@ -93,6 +94,7 @@ private:
     VkDeviceSize chunkUsed_ = 0;
     std::vector<VkDescriptorPool> descriptorPools_;
     std::size_t descriptorPool_ = 0;
+    std::vector<VkMemoryBarrier2> memoryBarriers_;
     std::vector<VkImageMemoryBarrier2> imageBarriers_;
     std::vector<VkBufferMemoryBarrier2> bufferBarriers_;
 };

@@ -174,6 +174,7 @@ GPUStatistics Context::statistics()
     statistics.memoryAllocations = memory_.allocationCount();
     statistics.batchesSubmitted = recorder_.batchesSubmitted();
     statistics.draws = draws;
+    statistics.groupDraws = groupDraws;
     statistics.barriers = recorder_.barriers();
     statistics.validationMessages = instance_->validationMessages();
     return statistics;

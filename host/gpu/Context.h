@@ -71,6 +71,7 @@ public:
 
     GPUStatistics statistics();
     std::atomic<std::uint64_t> draws{0};
+    std::atomic<std::uint64_t> groupDraws{0};
 
 private:
     void close();

@@ -83,6 +83,26 @@ bool supportsDrawing(VkPhysicalDevice physical, VkFormat format)
     return (properties.optimalTilingFeatures & wanted) == wanted;
 }
 
+bool canDrawGroups(VkPhysicalDevice physical, VkPhysicalDeviceType type)
+{
+    constexpr VkFormatFeatureFlags drawn = VK_FORMAT_FEATURE_COLOR_ATTACHMENT_BIT;
+    constexpr VkFormatFeatureFlags whole =
+        drawn | VK_FORMAT_FEATURE_COLOR_ATTACHMENT_BLEND_BIT | VK_FORMAT_FEATURE_SAMPLED_IMAGE_BIT |
+        VK_FORMAT_FEATURE_SAMPLED_IMAGE_FILTER_LINEAR_BIT | VK_FORMAT_FEATURE_TRANSFER_SRC_BIT |
+        VK_FORMAT_FEATURE_TRANSFER_DST_BIT;
+    const auto offers = [physical](VkFormat format, VkFormatFeatureFlags linear,
+                                   VkFormatFeatureFlags buffer) {
+        VkFormatProperties properties;
+        vkGetPhysicalDeviceFormatProperties(physical, format, &properties);
+        return (properties.linearTilingFeatures & linear) == linear &&
+               (properties.bufferFeatures & buffer) == buffer;
+    };
+    constexpr VkFormatFeatureFlags read = VK_FORMAT_FEATURE_UNIFORM_TEXEL_BUFFER_BIT;
+    return type == VK_PHYSICAL_DEVICE_TYPE_CPU && offers(VK_FORMAT_R8G8B8A8_UNORM, whole, 0) &&
+           offers(VK_FORMAT_R16G16B16A16_UNORM, whole, 0) && offers(groupFormat, drawn, 0) &&
+           offers(VK_FORMAT_R8G8B8A8_UINT, 0, read) && offers(VK_FORMAT_R16G16B16A16_UINT, 0, read);
+}
+
 std::string missingFeatures(VkPhysicalDevice physical, std::uint32_t apiVersion)
 {
     if (apiVersion < VK_API_VERSION_1_3) {
@@ -275,6 +295,12 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
     self->queueFamily_ = family.index;
     self->timerBits_ = family.timerBits;
 
+    VkPhysicalDeviceProperties properties;
+    vkGetPhysicalDeviceProperties(physical, &properties);
+    self->limits_ = properties.limits;
+    vkGetPhysicalDeviceMemoryProperties(physical, &self->memory_);
+    self->drawsGroups_ = canDrawGroups(physical, properties.deviceType);
+
     const float priority = 1.0F;
     VkDeviceQueueCreateInfo queue{};
     queue.sType = VK_STRUCTURE_TYPE_DEVICE_QUEUE_CREATE_INFO;
@@ -284,6 +310,8 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
 
     Features features;
     features.core.features.dualSrcBlend = VK_TRUE;
+    features.core.features.robustBufferAccess =
+        self->drawsGroups_ ? VK_TRUE : VK_FALSE; // texels out of range
     features.v12.timelineSemaphore = VK_TRUE;
     features.v13.dynamicRendering = VK_TRUE;
     features.v13.synchronization2 = VK_TRUE;
@@ -299,10 +327,6 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
         return nullptr;
     }
     vkGetDeviceQueue(self->device_, self->queueFamily_, 0, &self->queue_);
-    VkPhysicalDeviceProperties properties;
-    vkGetPhysicalDeviceProperties(physical, &properties);
-    self->limits_ = properties.limits;
-    vkGetPhysicalDeviceMemoryProperties(physical, &self->memory_);
 
     VkPipelineCacheCreateInfo cache{};
     cache.sType = VK_STRUCTURE_TYPE_PIPELINE_CACHE_CREATE_INFO;

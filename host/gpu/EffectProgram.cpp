@@ -2,17 +2,34 @@
 
 #include "host/gpu/SpirvReflection.h"
 
+#include <algorithm>
+#include <array>
+
 namespace Qx::Host::Vulkan {
 
 namespace {
 
-void destroyPass(Device& device, PassProgram& pass)
+void destroyShader(Device& device, ShaderProgram& shader)
 {
-    destroyPipelines(device, pass.pipelines);
-    vkDestroyPipelineLayout(device.handle(), pass.layout, nullptr);
-    vkDestroyDescriptorSetLayout(device.handle(), pass.setLayout, nullptr);
-    pass.layout = nullptr;
-    pass.setLayout = nullptr;
+    vkDestroyPipelineLayout(device.handle(), shader.layout, nullptr);
+    vkDestroyDescriptorSetLayout(device.handle(), shader.setLayout, nullptr);
+    shader.layout = nullptr;
+    shader.setLayout = nullptr;
+}
+
+void destroyTechnique(Device& device, TechniqueProgram& technique)
+{
+    for (PassProgram& pass : technique.passes) {
+        destroyPipelines(device, pass.pipelines);
+        destroyShader(device, pass);
+    }
+    for (std::vector<GroupProgram>& passes : technique.groups) {
+        for (GroupProgram& pass : passes) {
+            vkDestroyPipeline(device.handle(), pass.pipeline, nullptr);
+            pass.pipeline = nullptr;
+            destroyShader(device, pass);
+        }
+    }
 }
 
 } // namespace
@@ -26,15 +43,20 @@ std::shared_ptr<EffectProgram> EffectProgram::create(std::shared_ptr<Context> co
     self->techniques_.resize(self->effect_->techniques.size());
     for (std::size_t i = 0; i < self->techniques_.size(); ++i) {
         const CompiledEffect::Technique& technique = self->effect_->techniques[i];
-        self->techniques_[i].resize(technique.passes.size());
+        TechniqueProgram& program = self->techniques_[i];
+        program.passes.resize(technique.passes.size());
         for (std::size_t p = 0; p < technique.passes.size(); ++p) {
             if (observer) {
                 observer(i, p);
             }
-            if (!self->createPass(technique.passes[p], self->techniques_[i][p])) {
+            if (!self->createPass(technique.passes[p], program.passes[p])) {
                 refusal = {technique.name, technique.passes[p].name};
                 return nullptr;
             }
+        }
+        if (!self->createGroups(technique, program)) {
+            refusal = {technique.name, technique.passes.back().name};
+            return nullptr;
         }
     }
     return self;
@@ -44,31 +66,29 @@ EffectProgram::~EffectProgram()
 {
     // The device may still be drawing with it, and this may be a static destructor.
     context_->retire(*this, [device = &context_->device(), techniques = techniques_]() mutable {
-        for (auto& passes : techniques) {
-            for (PassProgram& pass : passes) {
-                destroyPass(*device, pass);
-            }
+        for (TechniqueProgram& technique : techniques) {
+            destroyTechnique(*device, technique);
         }
     });
 }
 
 void EffectProgram::destroyDeviceObjects(Device& device)
 {
-    for (auto& passes : techniques_) {
-        for (PassProgram& pass : passes) {
-            destroyPass(device, pass);
-        }
+    for (TechniqueProgram& technique : techniques_) {
+        destroyTechnique(device, technique);
     }
 }
 
-bool EffectProgram::createLayouts(const CompiledEffect::Pass& pass, PassProgram& program)
+bool EffectProgram::createLayouts(ShaderProgram& program)
 {
     Device& device = context_->device();
-    std::vector<VkDescriptorSetLayoutBinding> bindings(1 + pass.samplers.size());
+    std::vector<VkDescriptorSetLayoutBinding> bindings(1 + program.bindings.size());
     bindings[0].descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER;
-    for (std::size_t i = 0; i < pass.samplers.size(); ++i) {
-        bindings[1 + i].binding = 1 + pass.samplers[i];
-        bindings[1 + i].descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
+    for (std::size_t i = 0; i < program.bindings.size(); ++i) {
+        bindings[1 + i].binding = 1 + program.bindings[i];
+        bindings[1 + i].descriptorType = program.dimensions[i] == 1
+                                             ? VK_DESCRIPTOR_TYPE_UNIFORM_TEXEL_BUFFER
+                                             : VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
     }
     for (VkDescriptorSetLayoutBinding& binding : bindings) {
         binding.descriptorCount = 1;
@@ -90,15 +110,17 @@ bool EffectProgram::createLayouts(const CompiledEffect::Pass& pass, PassProgram&
                             "setting up an effect");
 }
 
-bool EffectProgram::createPass(const CompiledEffect::Pass& pass, PassProgram& program)
+/// All but the pipelines.
+bool EffectProgram::createShader(const std::vector<std::uint32_t>& spirv,
+                                 const std::vector<std::uint32_t>& samplers, ShaderProgram& program)
 {
-    Device& device = context_->device();
-    const SpirvReflection reflection = reflect(pass.spirv);
-    if (!reflection.valid || pass.samplers.size() > device.limits().maxPerStageDescriptorSamplers) {
+    const SpirvReflection reflection = reflect(spirv);
+    if (!reflection.valid || samplers.size() > context_->device().limits().maxPerStageDescriptorSamplers) {
         return false;
     }
     program.discards = reflection.discards;
-    for (const std::uint32_t index : pass.samplers) {
+    program.bindings = samplers;
+    for (const std::uint32_t index : samplers) {
         const CompiledEffect::Sampler& sampler = effect_->samplers.at(index);
         const VkSampler made = context_->samplers().get(sampler.filter, sampler.addressU, sampler.addressV);
         if (made == nullptr) {
@@ -108,7 +130,13 @@ bool EffectProgram::createPass(const CompiledEffect::Pass& pass, PassProgram& pr
         const auto dimensions = reflection.imageDimensions.find(1 + index);
         program.dimensions.push_back(dimensions != reflection.imageDimensions.end() ? dimensions->second : 2);
     }
-    if (!createLayouts(pass, program)) {
+    return createLayouts(program);
+}
+
+bool EffectProgram::createPass(const CompiledEffect::Pass& pass, PassProgram& program)
+{
+    Device& device = context_->device();
+    if (!createShader(pass.spirv, pass.samplers, program)) {
         return false;
     }
     VkShaderModule module = nullptr;
@@ -118,6 +146,45 @@ bool EffectProgram::createPass(const CompiledEffect::Pass& pass, PassProgram& pr
         vkDestroyShaderModule(device.handle(), module, nullptr);
     }
     return device.succeeded(result, "making an effect's pipeline");
+}
+
+bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program)
+{
+    Device& device = context_->device();
+    if (!device.drawsGroups()) {
+        return true;
+    }
+    for (const std::uint32_t bits : {8U, 16U}) {
+        std::vector<const CompiledEffect::GroupShader*> shaders;
+        for (const CompiledEffect::Pass& pass : technique.passes) {
+            const auto found = std::find_if(pass.groups.begin(), pass.groups.end(),
+                                            [bits](const auto& shader) { return shader.bits == bits; });
+            if (found != pass.groups.end()) {
+                shaders.push_back(&*found);
+            }
+        }
+        if (shaders.size() != technique.passes.size()) {
+            continue;
+        }
+        std::vector<GroupProgram>& passes = program.groups[bits == 8 ? 0 : 1];
+        passes.resize(shaders.size());
+        for (std::size_t i = 0; i < shaders.size(); ++i) {
+            VkShaderModule module = nullptr;
+            VkResult result = VK_SUCCESS;
+            if (!createShader(shaders[i]->spirv, shaders[i]->samplers, passes[i])) {
+                return false;
+            }
+            result = createShaderModule(device, shaders[i]->spirv, module);
+            if (result == VK_SUCCESS) {
+                result = createPipeline(device, module, passes[i].layout, groupFormat, passes[i].pipeline);
+                vkDestroyShaderModule(device.handle(), module, nullptr);
+            }
+            if (!device.succeeded(result, "making an effect's pipeline for groups of texels")) {
+                return false;
+            }
+        }
+    }
+    return true;
 }
 
 } // namespace Qx::Host::Vulkan

@@ -7,15 +7,38 @@
 
 namespace Qx::Host::Vulkan {
 
-/// One pass, ready for the device.
-struct PassProgram
+/// One shader of a pass, ready for the device.
+struct ShaderProgram
 {
     VkDescriptorSetLayout setLayout = nullptr;
     VkPipelineLayout layout = nullptr;
-    FormatPipelines pipelines{};
-    std::vector<VkSampler> samplers;       ///< one for each of the pass's samplers
-    std::vector<std::uint32_t> dimensions; ///< 2 or 3, of the texture that each of them reads
+    std::vector<std::uint32_t> bindings;   ///< indices of the effect's samplers that it reads, ascending
+    std::vector<VkSampler> samplers;       ///< one for each of them
+    std::vector<std::uint32_t> dimensions; ///< 2 or 3, of the texture that each reads; 1: as texels in a row
     bool discards = false;                 ///< it may leave pixels as they are
+};
+
+/// One pass, ready for the device.
+struct PassProgram : ShaderProgram
+{
+    FormatPipelines pipelines{};
+};
+
+/// A pass that draws groups of texels.
+struct GroupProgram : ShaderProgram
+{
+    VkPipeline pipeline = nullptr;
+};
+
+/// A technique, ready for the device.
+struct TechniqueProgram
+{
+    std::vector<PassProgram> passes;
+
+    /// The passes by groups of texels of 8 bits a component, and of 16; empty where not each of them can.
+    std::array<std::vector<GroupProgram>, 2> groups;
+
+    const std::vector<GroupProgram>& groupsOf(std::uint32_t bits) const { return groups[bits == 8 ? 0 : 1]; }
 };
 
 /// A pass that the device does not take.
@@ -47,8 +70,7 @@ public:
     Context& context() const { return *context_; }
     const CompiledEffect& effect() const { return *effect_; }
 
-    /// The passes of a technique by its index.
-    const std::vector<PassProgram>& passes(std::size_t technique) const { return techniques_[technique]; }
+    const TechniqueProgram& technique(std::size_t index) const { return techniques_[index]; }
 
 private:
     EffectProgram(std::shared_ptr<Context> context, std::shared_ptr<const CompiledEffect> effect)
@@ -56,11 +78,14 @@ private:
     {
     }
     bool createPass(const CompiledEffect::Pass& pass, PassProgram& program);
-    bool createLayouts(const CompiledEffect::Pass& pass, PassProgram& program);
+    bool createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program);
+    bool createShader(const std::vector<std::uint32_t>& spirv, const std::vector<std::uint32_t>& samplers,
+                      ShaderProgram& program);
+    bool createLayouts(ShaderProgram& program);
 
     const std::shared_ptr<Context> context_;
     const std::shared_ptr<const CompiledEffect> effect_;
-    std::vector<std::vector<PassProgram>> techniques_;
+    std::vector<TechniqueProgram> techniques_;
 };
 
 } // namespace Qx::Host::Vulkan

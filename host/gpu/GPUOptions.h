@@ -55,6 +55,9 @@ struct GPUOptions
     /// Workers that are busy at once as long as nobody waits for an effect. Default: one a processor core.
     unsigned workers = 0;
 
+    /// Software devices draw effects by groups of texels, which is faster; off, texel by texel.
+    bool texelGroups = true;
+
     /// With the first effect that loadEffectFile() loads from a directory, the others there are compiled
     /// ahead.
     bool compileAhead = false;
@@ -97,6 +100,7 @@ struct GPUStatistics
     std::uint64_t memoryAllocations = 0;  ///< allocations of device memory since the start
     std::uint64_t batchesSubmitted = 0;   ///< submissions to the device's queue
     std::uint64_t draws = 0;              ///< passes and primitives recorded
+    std::uint64_t groupDraws = 0;         ///< those of them that drew groups of texels
     std::uint64_t barriers = 0;           ///< image and buffer barriers recorded
     std::uint64_t glyphPageBytes = 0;     ///< GPU images that hold the pictures of glyphs
     std::uint64_t glyphsUploaded = 0;     ///< pictures of glyphs copied to the device since the start

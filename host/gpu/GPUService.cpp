@@ -287,16 +287,26 @@ Qx::Ptr<iShaderEffect> GPUService::loadEffectFile(const LightweightString<wchar_
                                                   const Definitions& definitions)
 {
     return Vulkan::guarded(Qx::Ptr<iShaderEffect>(), [&] {
-        const Worker::CompileRequest request = compileRequest(path, definitions);
+        const Worker::CompileRequest request = requestFor(path, definitions);
         compileBeside(request);
         return compile(request).effect;
     });
 }
 
+Worker::CompileRequest GPUService::requestFor(const LightweightString<wchar_t>& path,
+                                              const Definitions& definitions)
+{
+    Worker::CompileRequest request = compileRequest(path, definitions);
+    const std::shared_ptr<Vulkan::Context> context = this->context();
+    const std::lock_guard lock(mutex_);
+    request.options.groups = options_.texelGroups && context != nullptr && context->device().drawsGroups();
+    return request;
+}
+
 EffectCompileResult GPUService::compileEffectFile(const LightweightString<wchar_t>& path,
                                                   const Definitions& definitions)
 {
-    return Vulkan::guarded(EffectCompileResult(), [&] { return compile(compileRequest(path, definitions)); });
+    return Vulkan::guarded(EffectCompileResult(), [&] { return compile(requestFor(path, definitions)); });
 }
 
 /// The library loads its catalogue's effects one after another; the processor's other cores can be ahead.
@@ -348,7 +358,7 @@ EffectCompilation GPUService::examine(const Worker::CompileRequest& request)
 EffectCompilation GPUService::examineEffectFile(const LightweightString<wchar_t>& path,
                                                 const Definitions& definitions)
 {
-    return Vulkan::guarded(EffectCompilation(), [&] { return examine(compileRequest(path, definitions)); });
+    return Vulkan::guarded(EffectCompilation(), [&] { return examine(requestFor(path, definitions)); });
 }
 
 EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)

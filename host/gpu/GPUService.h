@@ -130,6 +130,7 @@ private:
     std::shared_ptr<Vulkan::EffectProgram> makeProgram(const std::shared_ptr<Vulkan::Context>& context,
                                                        const std::shared_ptr<const CompiledEffect>& effect,
                                                        Vulkan::PassRefusal& refusal);
+    Worker::CompileRequest requestFor(const LightweightString<wchar_t>& path, const Definitions& definitions);
     void compileBeside(const Worker::CompileRequest& request);
     std::shared_ptr<Text::TextRenderer> textRenderer(Vulkan::Context& context);
     void openCacheLocked();

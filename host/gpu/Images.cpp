@@ -36,7 +36,7 @@ bool recordUpload(Context& context, HostBuffer& source, Texture& target)
         batch.flush();
         const VkBufferImageCopy region = wholeImage(target.key);
         vkCmdCopyBufferToImage(batch.commands(), source.buffer, target.image,
-                               VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, 1, &region);
+                               target.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL), 1, &region);
         return true;
     }) != 0;
 }
@@ -135,8 +135,9 @@ Qx::Ptr<HostImage> download(Context& context, GPUImage& source)
             batch.copyTo(buffer);
             batch.flush();
             const VkBufferImageCopy region = wholeImage(texture.key);
-            vkCmdCopyImageToBuffer(batch.commands(), texture.image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL,
-                                   buffer.buffer, 1, &region);
+            vkCmdCopyImageToBuffer(batch.commands(), texture.image,
+                                   texture.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL), buffer.buffer, 1,
+                                   &region);
             batch.publish(buffer);
             return true;
         });
@@ -153,8 +154,8 @@ bool copy(Context& context, GPUImage& source, GPUImage& target)
         batch.flush();
         const VkImageSubresourceLayers layers{VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
         const VkImageCopy region{layers, {}, layers, {}, wholeImage(from.key).imageExtent};
-        vkCmdCopyImage(batch.commands(), from.image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, to.image,
-                       VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, 1, &region);
+        vkCmdCopyImage(batch.commands(), from.image, from.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL),
+                       to.image, to.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL), 1, &region);
         return true;
     };
     return context.recorder().record(2 * from.key.bytes(), Recorder::Submit::WhenDue, record) != 0;

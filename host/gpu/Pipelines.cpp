@@ -144,6 +144,18 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
     return result;
 }
 
+VkResult createPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout, VkFormat format,
+                        VkPipeline& pipeline)
+{
+    VkShaderModule vertex = nullptr;
+    VkResult result = createShaderModule(device, triangleVertexShader, vertex);
+    if (result == VK_SUCCESS) {
+        result = createPipeline(device, vertex, fragment, layout, Blending::Replace, format, pipeline);
+    }
+    vkDestroyShaderModule(device.handle(), vertex, nullptr);
+    return result;
+}
+
 void destroyPipelines(Device& device, FormatPipelines& pipelines)
 {
     for (VkPipeline& pipeline : pipelines) {
@@ -152,13 +164,15 @@ void destroyPipelines(Device& device, FormatPipelines& pipelines)
     }
 }
 
-void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area, VkAttachmentLoadOp load,
-                  const VkClearColorValue& clear)
+namespace {
+
+void beginDrawing(VkCommandBuffer commands, VkImageView target, VkImageLayout layout, VkExtent2D size,
+                  VkRect2D area, VkAttachmentLoadOp load, const VkClearColorValue& clear)
 {
     VkRenderingAttachmentInfo attachment{};
     attachment.sType = VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO;
-    attachment.imageView = target.target;
-    attachment.imageLayout = VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL;
+    attachment.imageView = target;
+    attachment.imageLayout = layout;
     attachment.loadOp = load;
     attachment.storeOp = VK_ATTACHMENT_STORE_OP_STORE;
     attachment.clearValue.color = clear;
@@ -170,10 +184,26 @@ void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area
     info.pColorAttachments = &attachment;
     vkCmdBeginRendering(commands, &info);
     // The triangle spans the whole target, so that a fragment's position is the pixel's.
-    const VkViewport viewport{
-        0.0F, 0.0F, static_cast<float>(target.key.width), static_cast<float>(target.key.height), 0.0F, 1.0F};
+    const VkViewport viewport{0.0F, 0.0F, static_cast<float>(size.width), static_cast<float>(size.height),
+                              0.0F, 1.0F};
     vkCmdSetViewport(commands, 0, 1, &viewport);
     vkCmdSetScissor(commands, 0, 1, &area);
+}
+
+} // namespace
+
+void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area, VkAttachmentLoadOp load,
+                  const VkClearColorValue& clear)
+{
+    beginDrawing(commands, target.target, target.layoutFor(VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL),
+                 {target.key.width, target.key.height}, area, load, clear);
+}
+
+void beginDrawingGroups(VkCommandBuffer commands, const Texture& target)
+{
+    const VkExtent2D size{target.groups.width, target.key.height};
+    beginDrawing(commands, target.groups.target, target.layoutFor(VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL),
+                 size, {{0, 0}, size}, VK_ATTACHMENT_LOAD_OP_DONT_CARE, {});
 }
 
 } // namespace Qx::Host::Vulkan

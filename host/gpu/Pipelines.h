@@ -32,8 +32,15 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
                          FormatPipelines& pipelines, std::span<const std::uint32_t> vertex = {});
 void destroyPipelines(Device& device, FormatPipelines& pipelines);
 
+/// A pipeline for targets of that format alone.
+VkResult createPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout, VkFormat format,
+                        VkPipeline& pipeline);
+
 /// Begins drawing into a target that renderTo() was announced for; only `area` is touched.
 void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area, VkAttachmentLoadOp load,
                   const VkClearColorValue& clear = {});
+
+/// The same for all of a target, by groups of its texels. What was in it does not matter.
+void beginDrawingGroups(VkCommandBuffer commands, const Texture& target);
 
 } // namespace Qx::Host::Vulkan

@@ -99,7 +99,8 @@ VkDescriptorSet describeImage(Batch& batch, Context& context, const Texture& ima
     VkDescriptorSet set =
         sampler != nullptr ? batch.descriptorSet(context.primitives().setLayout()) : nullptr;
     if (set != nullptr) {
-        const VkDescriptorImageInfo info{sampler, image.sampled, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL};
+        const VkDescriptorImageInfo info{sampler, image.sampled,
+                                         image.layoutFor(VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL)};
         VkWriteDescriptorSet write{};
         write.sType = VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET;
         write.dstSet = set;

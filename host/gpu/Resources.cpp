@@ -6,7 +6,7 @@ namespace Qx::Host::Vulkan {
 
 namespace {
 
-VkResult createImage(Device& device, const TextureKey& key, VkImage& image)
+VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImageUsageFlags usage)
 {
     VkImageCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_IMAGE_CREATE_INFO;
@@ -16,11 +16,20 @@ VkResult createImage(Device& device, const TextureKey& key, VkImage& image)
     info.mipLevels = 1;
     info.arrayLayers = 1;
     info.samples = VK_SAMPLE_COUNT_1_BIT;
-    info.tiling = VK_IMAGE_TILING_OPTIMAL;
-    info.usage = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT;
+    info.tiling = tiling;
+    info.usage = usage;
+    return info;
+}
+
+VkResult createImage(Device& device, const TextureKey& key, VkImage& image)
+{
+    const bool rowByRow = device.drawsGroups() && key.depth == 0 && groupedBits(key.format) != 0;
+    VkImageUsageFlags usage = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT;
     if (key.depth == 0) {
-        info.usage |= VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT;
+        usage |= VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT;
     }
+    const VkImageCreateInfo info =
+        imageInfo(key, rowByRow ? VK_IMAGE_TILING_LINEAR : VK_IMAGE_TILING_OPTIMAL, usage);
     VkImageFormatProperties properties;
     const VkResult supported = vkGetPhysicalDeviceImageFormatProperties(
         device.physical(), info.format, info.imageType, info.tiling, info.usage, 0, &properties);
@@ -34,15 +43,24 @@ VkResult createImage(Device& device, const TextureKey& key, VkImage& image)
     return vkCreateImage(device.handle(), &info, nullptr, &image);
 }
 
-VkResult createView(Device& device, const TextureKey& key, VkImage image, bool swizzled, VkImageView& view)
+VkSubresourceLayout layoutInMemory(Device& device, VkImage image)
+{
+    const VkImageSubresource whole{VK_IMAGE_ASPECT_COLOR_BIT, 0, 0};
+    VkSubresourceLayout layout;
+    vkGetImageSubresourceLayout(device.handle(), image, &whole, &layout);
+    return layout;
+}
+
+VkResult createView(Device& device, VkFormat format, bool table, VkImage image, bool swizzled,
+                    VkImageView& view)
 {
     VkImageViewCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_IMAGE_VIEW_CREATE_INFO;
     info.image = image;
-    info.viewType = key.depth > 0 ? VK_IMAGE_VIEW_TYPE_3D : VK_IMAGE_VIEW_TYPE_2D;
-    info.format = key.format;
+    info.viewType = table ? VK_IMAGE_VIEW_TYPE_3D : VK_IMAGE_VIEW_TYPE_2D;
+    info.format = format;
     info.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
-    if (swizzled && isRotated(key.format)) {
+    if (swizzled && isRotated(format)) {
         info.components = {VK_COMPONENT_SWIZZLE_G, VK_COMPONENT_SWIZZLE_B, VK_COMPONENT_SWIZZLE_A,
                            VK_COMPONENT_SWIZZLE_R};
     }
@@ -61,19 +79,13 @@ VkResult Texture::create(Device& device, DeviceMemory& memory, const Key& key, T
     texture.key = key;
     VkResult result = createImage(device, key, texture.image);
     if (result == VK_SUCCESS) {
-        VkMemoryRequirements requirements;
-        vkGetImageMemoryRequirements(device.handle(), texture.image, &requirements);
-        result = memory.allocate(requirements, MemoryUse::Image, texture.memory);
+        result = texture.allocate(device, memory);
     }
     if (result == VK_SUCCESS) {
-        result =
-            vkBindImageMemory(device.handle(), texture.image, texture.memory.memory, texture.memory.offset);
-    }
-    if (result == VK_SUCCESS) {
-        result = createView(device, key, texture.image, true, texture.sampled);
+        result = createView(device, key.format, key.depth > 0, texture.image, true, texture.sampled);
     }
     if (result == VK_SUCCESS && key.depth == 0) {
-        result = createView(device, key, texture.image, false, texture.target);
+        result = createView(device, key.format, false, texture.image, false, texture.target);
     }
     if (result != VK_SUCCESS) {
         texture.destroy(device, memory);
@@ -81,8 +93,94 @@ VkResult Texture::create(Device& device, DeviceMemory& memory, const Key& key, T
     return result;
 }
 
+VkResult Texture::allocate(Device& device, DeviceMemory& deviceMemory)
+{
+    VkMemoryRequirements requirements;
+    vkGetImageMemoryRequirements(device.handle(), image, &requirements);
+    if (device.drawsGroups() && key.depth == 0 && groupedBits(key.format) != 0 &&
+        createGroups(device) == VK_SUCCESS) {
+        VkMemoryRequirements others;
+        vkGetImageMemoryRequirements(device.handle(), groups.image, &others);
+        requirements.size = std::max(requirements.size, others.size);
+        requirements.alignment = std::max(requirements.alignment, others.alignment);
+        requirements.memoryTypeBits &= others.memoryTypeBits;
+        vkGetBufferMemoryRequirements(device.handle(), groups.buffer, &others);
+        requirements.size = std::max(requirements.size, others.size);
+        requirements.alignment = std::max(requirements.alignment, others.alignment);
+        requirements.memoryTypeBits &= others.memoryTypeBits;
+    } else {
+        destroyGroups(device);
+    }
+    VkResult result = deviceMemory.allocate(requirements, MemoryUse::Image, memory);
+    if (result == VK_SUCCESS) {
+        result = vkBindImageMemory(device.handle(), image, memory.memory, memory.offset);
+    }
+    if (result != VK_SUCCESS || groups.image == nullptr) {
+        return result;
+    }
+    result = vkBindImageMemory(device.handle(), groups.image, memory.memory, memory.offset);
+    if (result == VK_SUCCESS) {
+        result = vkBindBufferMemory(device.handle(), groups.buffer, memory.memory, memory.offset);
+    }
+    if (result == VK_SUCCESS) {
+        result = createView(device, groupFormat, false, groups.image, false, groups.target);
+    }
+    if (result == VK_SUCCESS) {
+        VkBufferViewCreateInfo info{};
+        info.sType = VK_STRUCTURE_TYPE_BUFFER_VIEW_CREATE_INFO;
+        info.buffer = groups.buffer;
+        info.format = groupedBits(key.format) == 8 ? VK_FORMAT_R8G8B8A8_UINT : VK_FORMAT_R16G16B16A16_UINT;
+        info.range = VK_WHOLE_SIZE;
+        result = vkCreateBufferView(device.handle(), &info, nullptr, &groups.texels);
+    }
+    return result;
+}
+
+/// Fails where the image's rows cannot be seen in the other shapes.
+VkResult Texture::createGroups(Device& device)
+{
+    constexpr std::uint32_t groupBytes = 16;
+    const std::uint32_t texelBytes = bytesPerTexel(key.format);
+    const std::uint32_t texelsOfGroup = groupBytes / texelBytes;
+    groups.width = (key.width + texelsOfGroup - 1) / texelsOfGroup;
+    const VkImageCreateInfo info = imageInfo({groupFormat, groups.width, key.height, 0},
+                                             VK_IMAGE_TILING_LINEAR, VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT);
+    VkResult result = vkCreateImage(device.handle(), &info, nullptr, &groups.image);
+    if (result != VK_SUCCESS) {
+        groups.image = nullptr;
+        return result;
+    }
+    const VkSubresourceLayout texels = layoutInMemory(device, image);
+    const VkSubresourceLayout whole = layoutInMemory(device, groups.image);
+    const VkDeviceSize bytes = texels.rowPitch * key.height;
+    if (texels.rowPitch != whole.rowPitch || texels.offset != 0 || whole.offset != 0 ||
+        texels.rowPitch % texelBytes != 0 || bytes / texelBytes > device.limits().maxTexelBufferElements) {
+        return VK_ERROR_FORMAT_NOT_SUPPORTED;
+    }
+    groups.rowTexels = static_cast<std::int32_t>(texels.rowPitch / texelBytes);
+    VkBufferCreateInfo buffer{};
+    buffer.sType = VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO;
+    buffer.size = bytes;
+    buffer.usage = VK_BUFFER_USAGE_UNIFORM_TEXEL_BUFFER_BIT;
+    result = vkCreateBuffer(device.handle(), &buffer, nullptr, &groups.buffer);
+    if (result != VK_SUCCESS) {
+        groups.buffer = nullptr;
+    }
+    return result;
+}
+
+void Texture::destroyGroups(Device& device)
+{
+    vkDestroyImageView(device.handle(), groups.target, nullptr);
+    vkDestroyBufferView(device.handle(), groups.texels, nullptr);
+    vkDestroyImage(device.handle(), groups.image, nullptr);
+    vkDestroyBuffer(device.handle(), groups.buffer, nullptr);
+    groups = {};
+}
+
 void Texture::destroy(Device& device, DeviceMemory& deviceMemory)
 {
+    destroyGroups(device);
     vkDestroyImageView(device.handle(), sampled, nullptr);
     vkDestroyImageView(device.handle(), target, nullptr);
     vkDestroyImage(device.handle(), image, nullptr);
@@ -177,6 +275,18 @@ float maxCode(VkFormat format)
         return 1023.0F;
     default:
         return 1.0F;
+    }
+}
+
+std::uint32_t groupedBits(VkFormat format)
+{
+    switch (format) {
+    case VK_FORMAT_R8G8B8A8_UNORM:
+        return 8;
+    case VK_FORMAT_R16G16B16A16_UNORM:
+        return 16;
+    default:
+        return 0;
     }
 }
 

@@ -29,6 +29,18 @@ struct TextureKey
     std::uint64_t bytes() const;
 };
 
+/// The memory of an image in other shapes: as an image whose texels are groups of the image's, and as one
+/// row of texels, rows one after the other.
+struct TexelGroups
+{
+    VkImage image = nullptr; ///< of groupFormat
+    VkImageView target = nullptr;
+    VkBuffer buffer = nullptr;
+    VkBufferView texels = nullptr;
+    std::uint32_t width = 0;    ///< groups in a row
+    std::int32_t rowTexels = 0; ///< the image's texels from one row to the next
+};
+
 /// An image on the device with its memory and views.
 struct Texture
 {
@@ -39,13 +51,25 @@ struct Texture
     Allocation memory;
     VkImageView sampled = nullptr; ///< as effects see it
     VkImageView target = nullptr;  ///< as it lies in memory; null for three-dimensional images
+    TexelGroups groups;            ///< null where the device does not draw groups, or not of such an image
     UseState use;
     std::atomic<std::uint64_t> lastUse{0}; ///< timeline value after which the device is done with it
 
     std::uint64_t memoryBytes() const { return key.bytes(); }
     bool exists() const { return image != nullptr; }
+    bool hasGroups() const { return groups.texels != nullptr; }
+
+    /// The layout that the image has while it is used in a way that likes `best`: memory in several shapes
+    /// keeps one that is common to them.
+    VkImageLayout layoutFor(VkImageLayout best) const { return hasGroups() ? VK_IMAGE_LAYOUT_GENERAL : best; }
+
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, Texture& texture);
     void destroy(Device& device, DeviceMemory& memory);
+
+private:
+    VkResult allocate(Device& device, DeviceMemory& memory);
+    VkResult createGroups(Device& device);
+    void destroyGroups(Device& device);
 };
 
 /// A buffer in host memory that holds an image for the device to copy.
@@ -79,5 +103,8 @@ bool isRotated(VkFormat format);
 
 /// The largest code of a component.
 float maxCode(VkFormat format);
+
+/// Bits of a component of what can be drawn by groups of texels; 0 for other formats.
+std::uint32_t groupedBits(VkFormat format);
 
 } // namespace Qx::Host::Vulkan

@@ -121,10 +121,11 @@ void fillBySemantic(std::vector<std::byte>& uniforms, const CompiledEffect& effe
     }
 }
 
-void fillSystem(std::vector<std::byte>& uniforms, const RectangleOf<float>& area,
+void fillSystem(std::vector<std::byte>& uniforms, const Texture& target, const RectangleOf<float>& area,
                 const Qx::Vector<iShaderEffect::Source>& sources)
 {
     SystemUniforms system;
+    system.target = {maxCode(target.key.format)};
     system.area = {area.x0, area.y0, 1.0F / (area.x1 - area.x0), 1.0F / (area.y1 - area.y0)};
     system.texCoords.fill({0.0F, 0.0F, 1.0F, 1.0F});
     for (std::size_t i = 0; i < std::min(sources.size(), SystemUniforms::maxTexCoords); ++i) {
@@ -133,14 +134,47 @@ void fillSystem(std::vector<std::byte>& uniforms, const RectangleOf<float>& area
     std::memcpy(uniforms.data(), &system, sizeof system);
 }
 
-/// What stops the passes from being drawn; empty when nothing does.
-std::string obstacle(const CompiledEffect& effect, std::size_t technique,
-                     const std::vector<PassProgram>& passes, const Textures& textures, const Texture& target)
+void fillTextures(std::vector<std::byte>& uniforms, const CompiledEffect& effect, const Textures& textures)
 {
-    for (std::size_t p = 0; p < passes.size(); ++p) {
-        const CompiledEffect::Pass& pass = effect.techniques[technique].passes[p];
-        for (std::size_t i = 0; i < pass.samplers.size(); ++i) {
-            const std::uint32_t index = effect.samplers[pass.samplers[i]].texture;
+    for (std::size_t i = 0; i < textures.size(); ++i) {
+        if (textures[i] != nullptr) {
+            const CompiledEffect::TextureUniforms texture{textures[i]->groups.rowTexels,
+                                                          maxCode(textures[i]->key.format)};
+            std::memcpy(uniforms.data() + effect.textureUniforms + i * sizeof texture, &texture,
+                        sizeof texture);
+        }
+    }
+}
+
+/// Whether the conditions of CompiledEffect::GroupShader hold for what the passes read.
+bool haveDepthOf(const Texture& target, const CompiledEffect& effect, const std::vector<GroupProgram>& passes,
+                 const Textures& textures)
+{
+    const auto alike = [&](const Texture* texture) {
+        return texture != nullptr && texture->hasGroups() && texture->key.format == target.key.format;
+    };
+    for (const GroupProgram& pass : passes) {
+        for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
+            if (pass.dimensions[i] != 3 && !alike(textures[effect.samplers[pass.bindings[i]].texture])) {
+                return false;
+            }
+        }
+    }
+    return std::all_of(effect.parameters.begin(), effect.parameters.end(), [&](const Parameter& parameter) {
+        const std::size_t index = textureIndex(effect, parameter.semanticTexture);
+        const Texture* texture = index < textures.size() ? textures[index] : nullptr;
+        return parameter.semantic != CompiledEffect::Semantic::TextureMaxCode || texture == nullptr ||
+               texture->key.depth > 0 || alike(texture);
+    });
+}
+
+/// What stops the passes from being drawn; empty when nothing does.
+std::string obstacle(const CompiledEffect& effect, const std::vector<PassProgram>& passes,
+                     const Textures& textures, const Texture& target)
+{
+    for (const PassProgram& pass : passes) {
+        for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
+            const std::uint32_t index = effect.samplers[pass.bindings[i]].texture;
             const Texture* texture = textures.at(index);
             const std::string name = "texture \"" + effect.textures[index].name + "\"";
             if (texture == nullptr) {
@@ -149,8 +183,8 @@ std::string obstacle(const CompiledEffect& effect, std::size_t technique,
             if (texture == &target) {
                 return name + " is the target itself";
             }
-            if ((texture->key.depth > 0 ? 3U : 2U) != passes[p].dimensions[i]) {
-                return name + " needs an image of " + std::to_string(passes[p].dimensions[i]) + " dimensions";
+            if ((texture->key.depth > 0 ? 3U : 2U) != pass.dimensions[i]) {
+                return name + " needs an image of " + std::to_string(pass.dimensions[i]) + " dimensions";
             }
         }
     }
@@ -158,15 +192,15 @@ std::string obstacle(const CompiledEffect& effect, std::size_t technique,
 }
 
 VkDescriptorSet describe(Batch& batch, Device& device, const CompiledEffect& effect,
-                         const CompiledEffect::Pass& pass, const PassProgram& program,
-                         const Textures& textures, const VkDescriptorBufferInfo& uniforms)
+                         const ShaderProgram& program, const Textures& textures,
+                         const VkDescriptorBufferInfo& uniforms)
 {
     VkDescriptorSet set = batch.descriptorSet(program.setLayout);
     if (set == nullptr) {
         return nullptr;
     }
-    std::vector<VkDescriptorImageInfo> images(pass.samplers.size());
-    std::vector<VkWriteDescriptorSet> writes(1 + pass.samplers.size());
+    std::vector<VkDescriptorImageInfo> images(program.bindings.size());
+    std::vector<VkWriteDescriptorSet> writes(1 + program.bindings.size());
     for (VkWriteDescriptorSet& write : writes) {
         write.sType = VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET;
         write.dstSet = set;
@@ -174,13 +208,19 @@ VkDescriptorSet describe(Batch& batch, Device& device, const CompiledEffect& eff
     }
     writes[0].descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER;
     writes[0].pBufferInfo = &uniforms;
-    for (std::size_t i = 0; i < pass.samplers.size(); ++i) {
-        const std::uint32_t sampler = pass.samplers[i];
-        images[i] = {program.samplers[i], textures[effect.samplers[sampler].texture]->sampled,
-                     VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL};
+    for (std::size_t i = 0; i < program.bindings.size(); ++i) {
+        const std::uint32_t sampler = program.bindings[i];
+        const Texture& texture = *textures[effect.samplers[sampler].texture];
         writes[1 + i].dstBinding = 1 + sampler;
-        writes[1 + i].descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
-        writes[1 + i].pImageInfo = &images[i];
+        if (program.dimensions[i] == 1) {
+            writes[1 + i].descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_TEXEL_BUFFER;
+            writes[1 + i].pTexelBufferView = &texture.groups.texels;
+        } else {
+            images[i] = {program.samplers[i], texture.sampled,
+                         texture.layoutFor(VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL)};
+            writes[1 + i].descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
+            writes[1 + i].pImageInfo = &images[i];
+        }
     }
     vkUpdateDescriptorSets(device.handle(), static_cast<std::uint32_t>(writes.size()), writes.data(), 0,
                            nullptr);
@@ -190,14 +230,37 @@ VkDescriptorSet describe(Batch& batch, Device& device, const CompiledEffect& eff
 /// One draw of a technique, all of whose parts are known.
 struct Draw
 {
+    /// A pass as it is drawn: of single texels, or of groups.
+    struct Step
+    {
+        const ShaderProgram& program;
+        VkPipeline pipeline;
+    };
+
     Context& context;
     const CompiledEffect& effect;
-    const std::vector<CompiledEffect::Pass>& passes;
-    const std::vector<PassProgram>& programs;
     const Textures& textures;
     Texture& target;
     VkRect2D pixels;
     const std::vector<std::byte>& uniforms;
+    bool groups = false;
+    std::vector<Step> steps{};
+
+    void choose(const TechniqueProgram& technique)
+    {
+        const std::vector<GroupProgram>& grouped = technique.groupsOf(groupedBits(target.key.format));
+        groups = !grouped.empty() && target.hasGroups() && coversAll(pixels, target) &&
+                 haveDepthOf(target, effect, grouped, textures);
+        if (groups) {
+            for (const GroupProgram& pass : grouped) {
+                steps.push_back({pass, pass.pipeline});
+            }
+            return;
+        }
+        for (const PassProgram& pass : technique.passes) {
+            steps.push_back({pass, pipelineFor(pass.pipelines, target.key.format)});
+        }
+    }
 
     bool record(Batch& batch) const
     {
@@ -206,32 +269,36 @@ struct Draw
             return false;
         }
         std::vector<VkDescriptorSet> sets;
-        for (std::size_t p = 0; p < passes.size(); ++p) {
-            sets.push_back(describe(batch, context.device(), effect, passes[p], programs[p], textures, info));
+        for (const Step& step : steps) {
+            sets.push_back(describe(batch, context.device(), effect, step.program, textures, info));
             if (sets.back() == nullptr) {
                 return false;
             }
         }
-        const bool replacesAll = coversAll(pixels, target) && !programs.front().discards;
+        const bool replacesAll = groups || (coversAll(pixels, target) && !steps.front().program.discards);
         prepare(batch, replacesAll);
-        beginDrawing(batch.commands(), target, pixels,
-                     replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
-        for (std::size_t p = 0; p < passes.size(); ++p) {
-            vkCmdBindPipeline(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS,
-                              pipelineFor(programs[p].pipelines, target.key.format));
-            vkCmdBindDescriptorSets(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, programs[p].layout, 0,
-                                    1, &sets[p], 0, nullptr);
+        if (groups) {
+            beginDrawingGroups(batch.commands(), target);
+        } else {
+            beginDrawing(batch.commands(), target, pixels,
+                         replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
+        }
+        for (std::size_t i = 0; i < steps.size(); ++i) {
+            vkCmdBindPipeline(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, steps[i].pipeline);
+            vkCmdBindDescriptorSets(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS,
+                                    steps[i].program.layout, 0, 1, &sets[i], 0, nullptr);
             vkCmdDraw(batch.commands(), 3, 1, 0, 0);
         }
         vkCmdEndRendering(batch.commands());
-        context.draws += passes.size();
+        context.draws += steps.size();
+        context.groupDraws += groups ? steps.size() : 0;
         return true;
     }
 
     void prepare(Batch& batch, bool replacesAll) const
     {
-        for (const CompiledEffect::Pass& pass : passes) {
-            for (const std::uint32_t sampler : pass.samplers) {
+        for (const Step& step : steps) {
+            for (const std::uint32_t sampler : step.program.bindings) {
                 batch.sample(*textures[effect.samplers[sampler].texture]);
             }
         }
@@ -394,21 +461,21 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     }
     std::vector<std::byte> uniforms;
     const std::size_t technique = state_->snapshot(uniforms);
-    const std::vector<PassProgram>& programs = state_->program().passes(technique);
+    const TechniqueProgram& program = state_->program().technique(technique);
     const Textures textures = bind(context, effect, sources);
-    const std::string reason = obstacle(effect, technique, programs, textures, target.texture());
+    const std::string reason = obstacle(effect, program.passes, textures, target.texture());
     if (!reason.empty()) {
         return fail("technique \"" + effect.techniques[technique].name + "\": " + reason);
     }
     const VkRect2D pixels = pixelsInside(area, target.texture());
-    if (isEmpty(pixels) || programs.empty()) {
+    if (isEmpty(pixels) || program.passes.empty()) {
         return true;
     }
     fillBySemantic(uniforms, effect, textures, target.texture());
-    fillSystem(uniforms, area, sources);
-    const Draw draw{context,  effect,   effect.techniques[technique].passes,
-                    programs, textures, target.texture(),
-                    pixels,   uniforms};
+    fillSystem(uniforms, target.texture(), area, sources);
+    fillTextures(uniforms, effect, textures);
+    Draw draw{context, effect, textures, target.texture(), pixels, uniforms};
+    draw.choose(program);
     return context.recorder().record(target.texture().key.bytes(), Recorder::Submit::WhenDue,
                                      [&draw](Batch& batch) { return draw.record(batch); }) != 0;
 }

@@ -22,7 +22,9 @@ enum Opcode : std::uint32_t
 constexpr std::uint32_t magicNumber = 0x07230203;
 constexpr std::size_t headerWords = 5;
 constexpr std::uint32_t decorationBinding = 33;
-constexpr std::uint32_t dim3D = 2; // 3.7 Dim: 0 is 1D, 1 is 2D, 2 is 3D
+// 3.7 Dim; 1 is 2D.
+constexpr std::uint32_t dim3D = 2;
+constexpr std::uint32_t dimBuffer = 5;
 
 using Ids = std::unordered_map<std::uint32_t, std::uint32_t>;
 
@@ -39,7 +41,7 @@ void read(std::uint32_t opcode, std::span<const std::uint32_t> words, Module& mo
     switch (opcode) {
     case opTypeImage:
         if (words.size() > 3) {
-            module.dimensions[words[1]] = words[3] == dim3D ? 3 : 2;
+            module.dimensions[words[1]] = words[3] == dim3D ? 3 : words[3] == dimBuffer ? 1 : 2;
         }
         break;
     case opTypeSampledImage:

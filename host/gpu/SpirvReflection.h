@@ -10,7 +10,7 @@ namespace Qx::Host::Vulkan {
 /// What the service needs to know of a fragment shader beyond what the effect compiler says.
 struct SpirvReflection
 {
-    std::map<std::uint32_t, std::uint32_t> imageDimensions; ///< 2 or 3, by binding
+    std::map<std::uint32_t, std::uint32_t> imageDimensions; ///< by binding: 2, 3, or 1 for a texel buffer
     bool discards = false;                                  ///< it may leave pixels of the target as they are
     bool valid = false;                                     ///< a whole module in this machine's byte order
 };

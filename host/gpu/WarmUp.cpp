@@ -9,7 +9,7 @@ namespace {
 
 /// Drivers make other code for sides that are powers of two, which a picture's seldom are.
 constexpr XY<int> pictureSize{3, 3};
-constexpr XY<int> targetSize{1, 1};
+constexpr XY<int> targetSize{2, 1};
 constexpr int tableSize = 2;
 
 Qx::Ptr<GPUImage> blackPicture(Context& context, iGPUImage::eFormat format)
@@ -46,7 +46,12 @@ bool WarmUp::prepare(iGPUImage::eFormat format)
     return target_ && picture_;
 }
 
-bool WarmUp::draw(std::size_t technique, iGPUImage::eFormat format)
+bool WarmUp::hasForms(std::size_t technique) const
+{
+    return !program_->technique(technique).groups[0].empty();
+}
+
+bool WarmUp::draw(std::size_t technique, iGPUImage::eFormat format, Form form)
 {
     Context& context = program_->context();
     const Operation operation(context);
@@ -55,7 +60,7 @@ bool WarmUp::draw(std::size_t technique, iGPUImage::eFormat format)
     }
     const CompiledEffect& effect = program_->effect();
     const CompiledEffect::Technique& chosen = effect.techniques.at(technique);
-    const std::vector<PassProgram>& passes = program_->passes(technique);
+    const std::vector<PassProgram>& passes = program_->technique(technique).passes;
     Qx::Vector<iShaderEffect::Source> sources;
     for (std::size_t p = 0; p < passes.size(); ++p) {
         for (std::size_t i = 0; i < passes[p].dimensions.size(); ++i) {
@@ -69,9 +74,9 @@ bool WarmUp::draw(std::size_t technique, iGPUImage::eFormat format)
                                  isTable ? Qx::Ptr<iGPUResource>(table_) : Qx::Ptr<iGPUResource>(picture_));
         }
     }
-    const RectangleOf<float> all{0.0F, 0.0F, static_cast<float>(targetSize.x),
-                                 static_cast<float>(targetSize.y)};
-    return effect_->setTechnique(chosen.name.c_str()) && effect_->draw(*target_, all, sources) &&
+    const RectangleOf<float> area{0.0F, 0.0F, static_cast<float>(form == Form::Usual ? targetSize.x : 1),
+                                  static_cast<float>(targetSize.y)};
+    return effect_->setTechnique(chosen.name.c_str()) && effect_->draw(*target_, area, sources) &&
            context.recorder().wait(target_->texture().lastUse);
 }
 

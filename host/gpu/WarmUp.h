@@ -7,9 +7,9 @@
 
 namespace Qx::Host::Vulkan {
 
-/// Draws techniques of an effect into one pixel, with its parameters' defaults and black pictures, so that
-/// the work that drivers put off to a first draw is done. Each draw is submitted and waited for on its own:
-/// what others draw meanwhile comes between them.
+/// Draws techniques of an effect into a pixel or two, with its parameters' defaults and black pictures, so
+/// that the work that drivers put off to a first draw is done. Each draw is submitted and waited for on its
+/// own: what others draw meanwhile comes between them.
 class WarmUp
 {
 public:
@@ -18,11 +18,21 @@ public:
 
     explicit WarmUp(std::shared_ptr<EffectProgram> program);
 
+    /// Which of a technique's shaders draw.
+    enum class Form
+    {
+        Usual,   ///< those for whole pictures
+        ByTexel, ///< those that can draw a part of one
+    };
+
     /// False when the device cannot draw it: memory is exhausted, or the device is lost, or the service is
     /// shut down.
-    bool draw(std::size_t technique, iGPUImage::eFormat format);
+    bool draw(std::size_t technique, iGPUImage::eFormat format, Form form = Form::Usual);
 
-    /// Every technique in every format, until one cannot be drawn.
+    /// Whether the two are not the same.
+    bool hasForms(std::size_t technique) const;
+
+    /// Every technique as usual in every format, until one cannot be drawn.
     void drawAll();
 
 private:

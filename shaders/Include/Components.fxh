@@ -1,4 +1,4 @@
-// Components of an image by their places in memory.
+// Components of an image by their places in memory, as codes: whole numbers up to the depth's largest.
 //
 // A texel has four components c0 c1 c2 c3, which shaders see as .a .r .g .b. Rows whose pixels are not four
 // components wide lie in such texels one component after the other, and are addressed by component here.
@@ -12,10 +12,10 @@
 // c0 c1 c2 c3 of the source's texel; outside the image, of the nearest one.
 float4 componentsAt(int2 at)
 {
-    return tex2Dfetch(SourceSampler, clamp(at, int2(0, 0), int2(inputSize) - int2(1, 1))).argb;
+    return tex2Dcodes(SourceSampler, clamp(at, int2(0, 0), int2(inputSize) - int2(1, 1))).argb;
 }
 
-// The colour to return for a texel of these components.
+// The codes to return for a texel of these components.
 float4 texelOf(float4 components)
 {
     return components.gbar;
@@ -43,16 +43,17 @@ float4 fourOf(float3 first, float3 second, int phase)
                       : (phase == 1 ? float4(first.yz, second.xy) : float4(first.z, second));
 }
 
-// Codes of the target's depth, rounded and held to the codes there are, as components.
-float4 componentsOfCodes(float4 codes)
+// The same components at the target's depth, as shares of the largest code. To be cut to whole codes.
+float4 sharesAtTargetDepth(float4 components)
 {
-    return min(floor(codes + 0.5), targetMax) / targetMax;
+    return inputMax == targetMax ? components : components * (targetMax / inputMax) + 0.5;
 }
 
-// The same components at the target's depth, by the steps of video: a code of 8 bits is 2^(n-8) of n bits.
+// The same by the steps of video: a code of 8 bits is 2^(n-8) of n bits.
 float4 atTargetDepth(float4 components)
 {
-    return componentsOfCodes(codesOf(components, inputMax) * (stepOf(targetMax) * inverseStepOf(inputMax)));
+    return inputMax == targetMax ? components
+                                 : components * (stepOf(targetMax) * inverseStepOf(inputMax)) + 0.5;
 }
 
 #endif

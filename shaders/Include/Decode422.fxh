@@ -66,9 +66,9 @@ DecodeMatrix decodeMatrix(int matrixId, bool sourceFull, bool targetFull)
 
 // The texel of a pair of pixels, the outermost pairs of the picture repeated outwards. What a row holds
 // behind the picture is padding.
-float4 pairAt(int2 pair, int2 lastPair)
+float4 pairAt(int x, int y, int2 lastPair)
 {
-    return codesOf(tex2Dfetch(SourceSampler, clamp(pair, int2(0, 0), lastPair)), inputMax);
+    return tex2Dcodes(SourceSampler, clamp(int2(x, y), int2(0, 0), lastPair));
 }
 
 // Cb and Cr (x, y) of a pixel as a whole number of codes (xy) and what is left (zw).
@@ -85,9 +85,9 @@ float4 chromaAt(float4 own, int2 pair, int2 lastPair, bool odd, int filterId)
         return float4(own.rb, 0.0, 0.0);
     }
 
-    float2 before = pairAt(pair - int2(1, 0), lastPair).rb;
-    float2 next = pairAt(pair + int2(1, 0), lastPair).rb;
-    float2 afterNext = pairAt(pair + int2(2, 0), lastPair).rb;
+    float2 before = pairAt(pair.x - 1, pair.y, lastPair).rb;
+    float2 next = pairAt(pair.x + 1, pair.y, lastPair).rb;
+    float2 afterNext = pairAt(pair.x + 2, pair.y, lastPair).rb;
 
     float2 sum;
     float denominator;
@@ -105,16 +105,15 @@ float4 chromaAt(float4 own, int2 pair, int2 lastPair, bool odd, int filterId)
     return float4(whole, (sum - whole * denominator) * (1.0 / denominator));
 }
 
-float4 decode422(float2 pos : VPOS, uniform int matrixId, uniform bool sourceFull, uniform bool targetFull,
-                 uniform int filterId) : COLOR0
+float4 decode422(int2 pixel : VPOS, uniform int matrixId, uniform bool sourceFull, uniform bool targetFull,
+                 uniform int filterId) : COLORCODE
 {
-    int2 pixel = int2(pos);
     int2 pair = int2(pixel.x >> 1, pixel.y);
     bool odd = (pixel.x & 1) != 0;
     int2 picture = int2(targetSize);
     int2 lastPair = min(int2((picture.x + 1) >> 1, picture.y), int2(inputSize)) - int2(1, 1);
 
-    float4 own = pairAt(pair, lastPair);
+    float4 own = pairAt(pair.x, pair.y, lastPair);
     float4 chroma = chromaAt(own, pair, lastPair, odd, filterId);
 
     float sourceStep = stepOf(inputMax);
@@ -122,7 +121,14 @@ float4 decode422(float2 pos : VPOS, uniform int matrixId, uniform bool sourceFul
     float2 c = chroma.xy - CHROMA_ZERO * sourceStep;
     float2 rest = chroma.zw;
 
+    Rescale r = rescale(inputMax, sourceFull, targetMax, targetFull);
     DecodeMatrix m = decodeMatrix(matrixId, sourceFull, targetFull);
+    m.y.y = withExcess(m.y.x, m.y.y, r);
+    m.rCr.y = withExcess(m.rCr.x, m.rCr.y, r);
+    m.gCb.y = withExcess(m.gCb.x, m.gCb.y, r);
+    m.gCr.y = withExcess(m.gCr.x, m.gCr.y, r);
+    m.bCb.y = withExcess(m.bCb.x, m.bCb.y, r);
+
     float3 upper = m.y.x * y + float3(m.rCr.x * c.y, m.gCb.x * c.x + m.gCr.x * c.y, m.bCb.x * c.x);
     float3 lower = m.y.y * y + float3(m.rCr.y * c.y, m.gCb.y * c.x + m.gCr.y * c.y, m.bCb.y * c.x);
     if (filterId != POINT)
@@ -132,10 +138,9 @@ float4 decode422(float2 pos : VPOS, uniform int matrixId, uniform bool sourceFul
                         (m.bCb.x + m.bCb.y) * rest.x);
     }
 
-    Rescale r = rescale(inputMax, sourceFull, targetMax, targetFull);
     float black = targetFull ? 0.0 : VIDEO_BLACK * stepOf(targetMax);
     return float4(component(black, upper.r, lower.r, r), component(black, upper.g, lower.g, r),
-                  component(black, upper.b, lower.b, r), 1.0);
+                  component(black, upper.b, lower.b, r), targetMax);
 }
 
 #endif

@@ -71,7 +71,7 @@ EncodeMatrix encodeMatrix(int matrixId, bool sourceFull, bool targetFull)
 float3 pixelAt(int x, int y)
 {
     int2 last = int2(inputSize) - int2(1, 1);
-    return codesOf(tex2Dfetch(SourceSampler, clamp(int2(x, y), int2(0, 0), last)), inputMax).rgb;
+    return tex2Dcodes(SourceSampler, clamp(int2(x, y), int2(0, 0), last)).rgb;
 }
 
 // Lanczos with three lobes, sinc(x) sinc(x / 3), stretched by two because every other sample is kept. At
@@ -95,11 +95,11 @@ void lanczosDifference(float3 even, float3 odd, int x, int y, out float3 upper, 
     lower = LOWER(LANCZOS_1) * d1 + LOWER(LANCZOS_3) * d3 + LOWER(LANCZOS_5) * d5;
 }
 
-float4 encode422(float2 pos : VPOS, uniform int matrixId, uniform bool sourceFull, uniform bool targetFull,
-                 uniform int filterId) : COLOR0
+float4 encode422(int2 pos : VPOS, uniform int matrixId, uniform bool sourceFull, uniform bool targetFull,
+                 uniform int filterId) : COLORCODE
 {
-    int x = int(pos.x) * 2;
-    int y = int(pos.y);
+    int x = pos.x * 2;
+    int y = pos.y;
     float3 even = pixelAt(x, y);
     float3 odd = pixelAt(x + 1, y);
 
@@ -116,8 +116,11 @@ float4 encode422(float2 pos : VPOS, uniform int matrixId, uniform bool sourceFul
         rest = (upper - whole) + lower;
     }
 
-    EncodeMatrix m = encodeMatrix(matrixId, sourceFull, targetFull);
     Rescale r = rescale(inputMax, sourceFull, targetMax, targetFull);
+    EncodeMatrix m = encodeMatrix(matrixId, sourceFull, targetFull);
+    m.yLower = withExcess(m.yUpper, m.yLower, r);
+    m.cbLower = withExcess(m.cbUpper, m.cbLower, r);
+    m.crLower = withExcess(m.crUpper, m.crLower, r);
     float sourceBlack = sourceFull ? 0.0 : VIDEO_BLACK * stepOf(inputMax);
     float black = targetFull ? 0.0 : VIDEO_BLACK * stepOf(targetMax);
     float zero = CHROMA_ZERO * stepOf(targetMax);

@@ -11,13 +11,11 @@
 #define LOWER(c) ((c) - UPPER(c))
 #define SPLIT(c) float2(UPPER(c), LOWER(c))
 
-// How codes of one depth and range become codes of another, in the terms of `scaled` below.
+// How codes of one depth and range become codes of another.
 struct Rescale
 {
     float scale;  // codes of the target in a code of the source, to the nearest power of two
     float excess; // what is missing from `scale`: the true ratio is scale * (1 + excess)
-    float maxCode;
-    float inverseMax;
 };
 
 // Codes a step of 8 bits takes at the depth of maxCode: 2^(n-8).
@@ -42,27 +40,27 @@ Rescale rescale(float sourceMax, bool sourceFull, float targetMax, bool targetFu
     Rescale r;
     r.scale = stepOf(targetMax) * inverseStepOf(sourceMax);
     r.excess = (sourcePart - targetPart) / (1.0 - sourcePart);
-    r.maxCode = targetMax;
-    r.inverseMax = 1.0 / targetMax;
     return r;
 }
 
-// The codes of a texel, exactly.
-float4 codesOf(float4 texel, float maxCode)
+// The lower part of a coefficient that has `excess` in it, so that no sum needs it any more.
+float withExcess(float upper, float lower, Rescale r)
 {
-    return floor(texel * maxCode + 0.5);
+    return lower + (upper + lower) * r.excess;
 }
 
-// The component that stands for offset + scale * (1 + excess) * (upper + lower), rounded to the nearest code
-// and held to the codes there are. `upper` is exact and stays so until its whole part is gone: only the
-// fraction meets `lower`.
+float3 withExcess(float3 upper, float3 lower, Rescale r)
+{
+    return lower + (upper + lower) * r.excess;
+}
+
+// The code nearest to offset + scale * (upper + lower). `upper` is exact and stays so until its whole part is
+// gone: only the fraction meets `lower`.
 float component(float offset, float upper, float lower, Rescale r)
 {
     float coarse = upper * r.scale + (offset + 0.5);
-    float fine = (lower + (upper + lower) * r.excess) * r.scale;
     float whole = floor(coarse);
-    float code = whole + floor((coarse - whole) + fine);
-    return clamp(code, 0.0, r.maxCode) * r.inverseMax;
+    return whole + floor((coarse - whole) + lower * r.scale);
 }
 
 #endif

@@ -4,25 +4,26 @@
 
 #include "Components.fxh"
 
+// To be cut to whole codes.
 float4 fromTenBits(float4 codes)
 {
-    return componentsOfCodes(codes * (stepOf(targetMax) * 0.25));
+    return codes * (stepOf(targetMax) * 0.25) + 0.5;
 }
 
 // To the nearest code.
 float4 toTenBits(float4 components)
 {
-    return min(floor(codesOf(components, inputMax) * (inverseStepOf(inputMax) * 4.0) + 0.5), 1023.0);
+    return min(floor(components * (inverseStepOf(inputMax) * 4.0) + 0.5), 1023.0);
 }
 
 int4 bytesAt(int2 at)
 {
-    return int4(codesOf(componentsAt(at), 255.0));
+    return int4(componentsAt(at));
 }
 
 float4 texelOfBytes(int4 bytes)
 {
-    return texelOf(float4(bytes) / 255.0);
+    return texelOf(float4(bytes));
 }
 
 // The 10-bit codes of a pair of pixels of the source, in the order of its components. Of an odd width the
@@ -72,18 +73,19 @@ float4 v210Word(int2 at, int pairs)
 // ---- Blocks of 8 pairs in 10 words: upper eight bits of a pair in each of 8, then the lower two bits ----
 
 #define MATROX_PAIRS 8
+#define MATROX_PAIRS_LOG2 3
 #define MATROX_WORDS 10
 
 // A pair. Lower bits that the row does not have are 0.
 float4 pairFromMatrox(int2 at, int rowWords, bool upperBitsOnly)
 {
-    int block = at.x / MATROX_PAIRS;
-    int place = at.x - block * MATROX_PAIRS;
+    int block = at.x >> MATROX_PAIRS_LOG2;
+    int place = at.x & (MATROX_PAIRS - 1);
     float4 codes = float4(bytesAt(int2(block * MATROX_WORDS + place, at.y))) * 4.0;
     if (!upperBitsOnly)
     {
         int word = block * MATROX_WORDS + MATROX_PAIRS + (place >> 2);
-        int lower = int(codesOf(componentAt(word * 4 + (place & 3), at.y), 255.0).x);
+        int lower = int(componentAt(word * 4 + (place & 3), at.y));
         codes += word < rowWords ? float4(lower & 3, (lower >> 2) & 3, (lower >> 4) & 3, lower >> 6)
                                  : float4(0.0, 0.0, 0.0, 0.0);
     }

@@ -50,9 +50,9 @@ bool isComment(const std::string& line)
 }
 
 /// A line is a row; its texels are "R G B A", with ';' between them.
-Qx::Ptr<iGPUImage> uploaded(const FxTest::Section& section, XY<int> size)
+Qx::Ptr<iGPUImage> uploaded(GPUService& gpu, const FxTest::Section& section, XY<int> size)
 {
-    const Qx::Ptr<iHostImage> host = gpuService().createHostImage(size, format);
+    const Qx::Ptr<iHostImage> host = gpu.createHostImage(size, format);
     auto* row = static_cast<std::byte*>(host->map(iHostImage::Write));
     int rows = 0;
     for (const std::string& line : section.lines) {
@@ -73,14 +73,15 @@ Qx::Ptr<iGPUImage> uploaded(const FxTest::Section& section, XY<int> size)
         row += host->getPitch();
         ++rows;
     }
-    return rows == size.y ? gpuService().uploadImage(host, 0) : Qx::Ptr<iGPUImage>();
+    return rows == size.y ? gpu.uploadImage(host, 0) : Qx::Ptr<iGPUImage>();
 }
 
 /// What a test has set up so far.
 class Drawing
 {
 public:
-    Drawing(const std::filesystem::path& effect, const EffectCompilerOptions& options)
+    Drawing(GPUService& gpu, const std::filesystem::path& effect, const EffectCompilerOptions& options)
+        : gpu_(gpu)
     {
         iGPUService::Definitions definitions;
         for (const auto& [name, value] : options.definitions) {
@@ -88,7 +89,7 @@ public:
                 {LightweightString<char>(name.c_str()), LightweightString<char>(value.c_str())});
         }
         const LightweightString<char> path(std::string_view(effect.native()));
-        const EffectCompileResult result = gpuService().compileEffectFile(fromUTF8(path), definitions);
+        const EffectCompileResult result = gpu_.compileEffectFile(fromUTF8(path), definitions);
         effect_ = result.effect;
         EXPECT_TRUE(effect_) << result.errors.c_str();
     }
@@ -101,7 +102,7 @@ public:
         std::string name;
         std::string size;
         words >> name >> size;
-        const Qx::Ptr<iGPUImage> image = uploaded(section, sizeIn(section, size));
+        const Qx::Ptr<iGPUImage> image = uploaded(gpu_, section, sizeIn(section, size));
         ASSERT_TRUE(image) << "line " << section.line << ": the texels do not fill the image";
         sources_.push_back(iShaderEffect::Source(LightweightString<char>(name.c_str()), image));
     }
@@ -131,10 +132,10 @@ public:
         words >> technique >> size;
         size_ = sizeIn(section, size);
         ASSERT_TRUE(effect_->setTechnique(LightweightString<char>(technique.c_str()))) << technique;
-        const Qx::Ptr<iGPUImage> target = gpuService().createGPUImage(size_, format);
+        const Qx::Ptr<iGPUImage> target = gpu_.createGPUImage(size_, format);
         ASSERT_TRUE(target);
         ASSERT_TRUE(effect_->render(target, sources_)) << "technique " << technique << " cannot be drawn";
-        drawn_ = gpuService().downloadImage(target);
+        drawn_ = gpu_.downloadImage(target);
         ASSERT_TRUE(drawn_);
     }
 
@@ -187,6 +188,7 @@ private:
         return texel;
     }
 
+    GPUService& gpu_;
     Qx::Ptr<iShaderEffect> effect_;
     Qx::Vector<iShaderEffect::Source> sources_;
     Qx::Ptr<iHostImage> drawn_;
@@ -195,12 +197,14 @@ private:
 
 class FxTestDrawings : public testing::TestWithParam<FxTest>
 {
+protected:
+    void hold(GPUService& gpu);
 };
 
-TEST_P(FxTestDrawings, hold)
+void FxTestDrawings::hold(GPUService& gpu)
 {
     const TemporaryDirectory directory;
-    Drawing drawing(writeFiles(GetParam(), directory.path()), optionsOf(GetParam()));
+    Drawing drawing(gpu, writeFiles(GetParam(), directory.path()), optionsOf(GetParam()));
     ASSERT_TRUE(drawing.isReady());
     bool probed = false;
     for (const FxTest::Section& section : GetParam().sections) {
@@ -219,6 +223,21 @@ TEST_P(FxTestDrawings, hold)
         }
     }
     EXPECT_TRUE(probed) << "a test that draws has a [probe]";
+}
+
+TEST_P(FxTestDrawings, hold)
+{
+    hold(gpuService());
+}
+
+TEST_P(FxTestDrawings, hold_texel_by_texel)
+{
+    static GPUService plain([] {
+        GPUOptions options;
+        options.texelGroups = false;
+        return options;
+    }());
+    hold(plain);
 }
 
 std::vector<FxTest> drawings()

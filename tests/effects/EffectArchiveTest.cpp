@@ -50,7 +50,9 @@ protected:
     {
         static const EffectCompilation made = [] {
             const Qx::Test::TemporaryDirectory directory;
-            return compileEffect(directory.write("effect.fx", effectText), {});
+            EffectCompilerOptions options;
+            options.groups = true;
+            return compileEffect(directory.write("effect.fx", effectText), options);
         }();
         return made;
     }
@@ -101,6 +103,9 @@ TEST_F(EffectArchive, ComesBackAsItWasWritten)
     ASSERT_EQ(effect.techniques[1].passes.size(), 2U);
     EXPECT_EQ(effect.techniques[1].passes[1].spirv, original.techniques[1].passes[1].spirv);
     EXPECT_EQ(effect.techniques[1].passes[1].samplers, original.techniques[1].passes[1].samplers);
+    ASSERT_EQ(effect.techniques[0].passes[0].groups.size(), 2U);
+    EXPECT_EQ(effect.techniques[0].passes[0].groups[1].bits, 16U);
+    EXPECT_EQ(effect.textureUniforms, original.textureUniforms);
     // What the lines above do not look at shows here.
     EXPECT_EQ(writeEffectArchive(*read), bytes);
 }
@@ -211,6 +216,13 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
          [](Effect& e) {
              e.techniques[0].passes[0].samplers = {1, 0};
          }},
+        {"groups of no depth", [](Effect& e) { e.techniques[0].passes[0].groups[0].bits = 10; }},
+        {"groups of no shader", [](Effect& e) { e.techniques[0].passes[0].groups[0].spirv.clear(); }},
+        {"groups of no sampler", [](Effect& e) { e.techniques[0].passes[0].groups[0].samplers = {2}; }},
+        {"no room for a texture", [](Effect& e) { e.uniformBytes -= 16; }},
+        {"textures among the parameters", [](Effect& e) { e.textureUniforms = 16; }},
+        {"textures past the end", [](Effect& e) { e.textureUniforms = e.uniformBytes + 16; }},
+        {"textures between registers", [](Effect& e) { e.textureUniforms -= 4; }},
         {"offset past the end", [](Effect& e) { e.parameters[0].offset = e.uniformBytes; }},
         {"offset that wraps", [](Effect& e) { e.parameters[0].offset = 0xFFFFFFFC; }},
         {"offset in the system's part", [](Effect& e) { e.parameters[0].offset = 0; }},

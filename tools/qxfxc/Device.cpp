@@ -67,15 +67,26 @@ void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::
         return;
     }
     Vulkan::WarmUp trial(program);
+    const auto draw = [&](std::size_t technique, iGPUImage::eFormat format, Vulkan::WarmUp::Form form) {
+        step({Stage::Drawing, techniques[technique].name, {}});
+        if (trial.draw(technique, format, form)) {
+            return true;
+        }
+        refuse(compilation, file,
+               std::string("the GPU cannot draw it") + (isLost() ? "; the device was lost" : ""),
+               techniques[technique].name);
+        return false;
+    };
     for (const iGPUImage::eFormat format : Vulkan::WarmUp::formats) {
         for (std::size_t i = 0; i < techniques.size(); ++i) {
-            step({Stage::Drawing, techniques[i].name, {}});
-            if (!trial.draw(i, format)) {
-                refuse(compilation, file,
-                       std::string("the GPU cannot draw it") + (isLost() ? "; the device was lost" : ""),
-                       techniques[i].name);
+            if (!draw(i, format, Vulkan::WarmUp::Form::Usual)) {
                 return;
             }
+        }
+    }
+    for (std::size_t i = 0; i < techniques.size(); ++i) {
+        if (trial.hasForms(i) && !draw(i, iGPUImage::eARGB16, Vulkan::WarmUp::Form::ByTexel)) {
+            return;
         }
     }
 }

@@ -1,0 +1,328 @@
+#include "tests/host/gpu/GpuFixture.h"
+
+#include "platform/Text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+// Groups of texels are a faster way to the same picture: every test draws with them and without.
+
+namespace Qx::GpuTests {
+
+namespace {
+
+constexpr std::array depths{iGPUImage::eARGB8, iGPUImage::eARGB16};
+
+/// Reads each texel by its number and mixes in a neighbour, so that rows, edges and orders show.
+const char* const mixEffect = R"(
+texture Input;
+sampler S = sampler_state { Texture = <Input>; };
+float2 size : TEXTURESIZE < string Texture = "Input"; >;
+float2 targetSize : TARGETSIZE;
+float4 at(int x, int y) { return tex2Dfetch(S, clamp(int2(x, y), int2(0, 0), int2(size) - 1)); }
+float4 mix(int2 pos : VPOS) : COLOR { return at(pos.x, pos.y) * 0.75 + at(pos.x + 1, pos.y).gbar * 0.25; }
+float4 halves(int2 pos : VPOS) : COLOR { return at(pos.x >> 1, pos.y >> 1); }
+float4 places(int2 pos : VPOS) : COLOR { return at((pos.x & 7) * 2 + (pos.x >> 3), pos.y) * ((pos.x & 1) * 0.5 + 0.5); }
+float4 floats(float2 pos : VPOS) : COLOR { return at(int(pos.x) - 2, int(pos.y)); }
+float4 sampled(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv * 0.8 + 0.1); }
+float4 edges(int2 pos : VPOS) : COLOR { return float4(pos / targetSize, 0.25, 1.0); }
+technique Mix { pass { PixelShader = compile ps_3_0 mix(); } }
+technique Halves { pass { PixelShader = compile ps_3_0 halves(); } }
+technique Places { pass { PixelShader = compile ps_3_0 places(); } }
+technique Floats { pass { PixelShader = compile ps_3_0 floats(); } }
+technique Sampled { pass { PixelShader = compile ps_3_0 sampled(); } }
+technique Edges { pass { PixelShader = compile ps_3_0 edges(); } }
+technique Twice { pass { PixelShader = compile ps_3_0 edges(); } pass { PixelShader = compile ps_3_0 mix(); } }
+)";
+
+/// Whether a technique of these makes what lies between two codes.
+int roundingOf(const std::string& technique)
+{
+    return technique == "Halves" || technique == "Floats" || technique == "Sampled" ? 0 : 1;
+}
+
+class GroupsTest : public GpuTest
+{
+protected:
+    void SetUp() override
+    {
+        GpuTest::SetUp();
+        GPUOptions options;
+        options.validation = true;
+        options.texelGroups = false;
+        plain_ = std::make_unique<GPUService>(options);
+        ASSERT_TRUE(plain_->start()) << plain_->failure();
+        bool software = false;
+        for (const Host::DeviceDescription& device : gpu().listDevices()) {
+            software = software || (device.chosen && device.software);
+        }
+        if (!software) {
+            GTEST_SKIP() << "the device draws texel by texel";
+        }
+    }
+
+    void TearDown() override
+    {
+        plain_->shutdown();
+        EXPECT_EQ(plain_->statistics().validationMessages, 0U) << takeLog();
+        GpuTest::TearDown();
+    }
+
+    /// What one service draws; empty on failure.
+    static Bytes drawn(GPUService& gpu, const Qx::Ptr<iShaderEffect>& effect, const std::string& technique,
+                       XY<int> size, iGPUImage::eFormat format, XY<int> sourceSize)
+    {
+        const Bytes bytes = noise(bytesOf(sourceSize, format));
+        const Qx::Ptr<iHostImage> host = gpu.createHostImage(sourceSize, format);
+        const Qx::Ptr<iGPUImage> target = gpu.createGPUImage(size, format);
+        if (!host || !target || !effect->setTechnique(technique.c_str())) {
+            return {};
+        }
+        std::copy(bytes.begin(), bytes.end(), static_cast<std::uint8_t*>(host->map(iHostImage::Write)));
+        const Qx::Ptr<iGPUImage> source = gpu.uploadImage(host, 0);
+        Qx::Vector<iShaderEffect::Source> sources;
+        for (const std::string& texture : Host::texturesRead(*effect, technique)) {
+            sources.emplace_back(texture.c_str(), source);
+        }
+        if (!effect->render(target, sources)) {
+            return {};
+        }
+        const Qx::Ptr<iHostImage> result = gpu.downloadImage(target);
+        const auto* memory =
+            result ? static_cast<const std::uint8_t*>(result->map(iHostImage::Read)) : nullptr;
+        return memory != nullptr ? Bytes(memory, memory + bytesOf(size, format)) : Bytes();
+    }
+
+    struct Pair
+    {
+        Qx::Ptr<iShaderEffect> groups;
+        Qx::Ptr<iShaderEffect> plain;
+    };
+
+    Pair load(const std::filesystem::path& file)
+    {
+        const EffectCompileResult groups = gpu().compileEffectFile(fromUTF8(file.c_str()), {});
+        const EffectCompileResult plain = plain_->compileEffectFile(fromUTF8(file.c_str()), {});
+        EXPECT_TRUE(groups.effect) << groups.errors.c_str();
+        EXPECT_TRUE(plain.effect) << plain.errors.c_str();
+        return {groups.effect, plain.effect};
+    }
+
+    Pair loadText(const std::string& text)
+    {
+        const std::filesystem::path file = folder() / "both.fx";
+        std::ofstream(file) << text;
+        return load(file);
+    }
+
+    /// The most codes that a component of one picture is from the other's.
+    static int farthest(const Bytes& one, const Bytes& other, iGPUImage::eFormat format)
+    {
+        int most = 0;
+        const std::size_t bytes = format == iGPUImage::eARGB16 ? 2 : 1;
+        const auto code = [bytes](const Bytes& picture, std::size_t i) {
+            return bytes == 1 ? picture[i] : picture[i] + 256 * picture[i + 1];
+        };
+        for (std::size_t i = 0; i < one.size() && one.size() == other.size(); i += bytes) {
+            most = std::max(most, std::abs(code(one, i) - code(other, i)));
+        }
+        return one.size() == other.size() ? most : 65535;
+    }
+
+    /// Both draw the same, and with groups only the one that has them. What lies between two codes may become
+    /// either of them: devices round their own way.
+    void expectAlike(const Pair& pair, const std::string& technique, XY<int> size, iGPUImage::eFormat format,
+                     XY<int> sourceSize, int codes = 0)
+    {
+        const std::uint64_t before = gpu().statistics().groupDraws;
+        const Bytes got = drawn(gpu(), pair.groups, technique, size, format, sourceSize);
+        const Bytes wanted = drawn(*plain_, pair.plain, technique, size, format, sourceSize);
+        ASSERT_FALSE(wanted.empty());
+        EXPECT_LE(farthest(got, wanted, format), codes)
+            << technique << ", " << size.x << " x " << size.y << ", format " << format;
+        EXPECT_GT(gpu().statistics().groupDraws, before) << technique;
+        EXPECT_EQ(plain_->statistics().groupDraws, 0U);
+    }
+
+    /// Draws without groups where a picture cannot be drawn in them.
+    void expectPlain(const Qx::Ptr<iShaderEffect>& effect, const std::string& technique,
+                     const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUImage>& target)
+    {
+        ASSERT_TRUE(effect->setTechnique(technique.c_str()));
+        const Host::GPUStatistics before = gpu().statistics();
+        Qx::Vector<iShaderEffect::Source> sources;
+        sources.emplace_back("Input", source);
+        ASSERT_TRUE(effect->render(target, sources));
+        EXPECT_EQ(gpu().statistics().groupDraws, before.groupDraws) << technique;
+        EXPECT_GT(gpu().statistics().draws, before.draws);
+    }
+
+    GPUService& plain() { return *plain_; }
+
+private:
+    std::unique_ptr<GPUService> plain_;
+};
+
+} // namespace
+
+TEST_F(GroupsTest, EveryShippedTechniqueIsDrawnInGroupsAndTheSameAsTexelByTexel)
+{
+    for (const char* file : {"ColourConvert.fx", "null.fx"}) {
+        const Pair pair = load(std::filesystem::path(QX_SHADERS_FOLDER) / file);
+        ASSERT_TRUE(pair.groups && pair.plain);
+        for (const auto& name : pair.groups->getTechniqueNames()) {
+            for (const iGPUImage::eFormat format : depths) {
+                expectAlike(pair, name.c_str(), {37, 6}, format, {37, 6});
+            }
+        }
+    }
+}
+
+TEST_F(GroupsTest, PicturesOfEveryWidthAreTheSame)
+{
+    const Pair pair = loadText(mixEffect);
+    ASSERT_TRUE(pair.groups && pair.plain);
+    for (const auto& name : pair.groups->getTechniqueNames()) {
+        for (const iGPUImage::eFormat format : depths) {
+            for (int width = 1; width <= 21; ++width) {
+                expectAlike(pair, name.c_str(), {width, 3}, format, {width, 3}, roundingOf(name.c_str()));
+            }
+            expectAlike(pair, name.c_str(), {300, 200}, format, {300, 200}, roundingOf(name.c_str()));
+        }
+    }
+}
+
+TEST_F(GroupsTest, SourcesOfOtherSizesAreTheSame)
+{
+    const Pair pair = loadText(mixEffect);
+    ASSERT_TRUE(pair.groups && pair.plain);
+    for (const XY<int> source : {XY<int>{1, 1}, XY<int>{7, 30}, XY<int>{130, 3}}) {
+        for (const auto& name : pair.groups->getTechniqueNames()) {
+            expectAlike(pair, name.c_str(), {34, 9}, iGPUImage::eARGB8, source, roundingOf(name.c_str()));
+        }
+    }
+}
+
+TEST_F(GroupsTest, ResultsBeyondTheRangeAreHeldTheSameWay)
+{
+    const Pair pair = loadText(R"(
+float nothing = 0.0;
+float4 beyond(int2 pos : VPOS) : COLOR
+{
+    float values[8] = { -1.0, 2.0, 1e30, -1e30, 1.0 / nothing, -1.0 / nothing, 0.5, 0.0 / nothing };
+    return float4(values[pos.x & 7], values[(pos.x + 1) & 7], values[(pos.x + 2) & 7], values[(pos.x + 5) & 7]);
+}
+float4 beyondCodes(int2 pos : VPOS) : COLORCODE { return beyond(pos) * 70000.0; }
+technique Colours { pass { PixelShader = compile ps_3_0 beyond(); } }
+technique Codes { pass { PixelShader = compile ps_3_0 beyondCodes(); } }
+)");
+    ASSERT_TRUE(pair.groups && pair.plain);
+    for (const iGPUImage::eFormat format : depths) {
+        expectAlike(pair, "Colours", {16, 1}, format, {1, 1});
+        expectAlike(pair, "Codes", {16, 1}, format, {1, 1});
+    }
+}
+
+TEST_F(GroupsTest, PassesThatMinglePixelsOrRememberAreDrawnTexelByTexel)
+{
+    const Pair pair = loadText(R"(
+static float calls = 0.0;
+float4 dropped(int2 pos : VPOS) : COLOR { clip((pos.x & 1) - 0.5); return 1.0; }
+float4 compared(float2 uv : TEXCOORD0) : COLOR { return abs(ddx(uv.x)).xxxx; }
+float4 counted(int2 pos : VPOS) : COLOR { calls += 0.25; return calls.xxxx; }
+technique Dropped { pass { PixelShader = compile ps_3_0 dropped(); } }
+technique Compared { pass { PixelShader = compile ps_3_0 compared(); } }
+technique Counted { pass { PixelShader = compile ps_3_0 counted(); } }
+)");
+    ASSERT_TRUE(pair.groups && pair.plain);
+    const XY<int> size{12, 2};
+    for (const char* technique : {"Dropped", "Compared", "Counted"}) {
+        const Qx::Ptr<iGPUImage> target = gpu().createGPUImage(size, iGPUImage::eARGB8);
+        expectPlain(pair.groups, technique, {}, target);
+        if (std::string(technique) == "Counted") {
+            EXPECT_EQ(download(target), filled(size, {64, 64, 64, 64}));
+        }
+    }
+}
+
+TEST_F(GroupsTest, PicturesThatAreNotOfOneDepthAreDrawnTexelByTexel)
+{
+    const Pair pair = loadText(mixEffect);
+    ASSERT_TRUE(pair.groups && pair.plain);
+    const XY<int> size{8, 2};
+    const auto image = [&](iGPUImage::eFormat format) {
+        return upload(size, format, noise(bytesOf(size, format)));
+    };
+    expectPlain(pair.groups, "Mix", image(iGPUImage::eARGB16), gpu().createGPUImage(size, iGPUImage::eARGB8));
+    expectPlain(pair.groups, "Mix", image(iGPUImage::eARGB8), gpu().createGPUImage(size, iGPUImage::eARGB16));
+    expectPlain(pair.groups, "Mix", image(iGPUImage::eARGB10),
+                gpu().createGPUImage(size, iGPUImage::eARGB10));
+    expectPlain(pair.groups, "Sampled", image(iGPUImage::eARGB16),
+                gpu().createGPUImage(size, iGPUImage::eARGB8));
+}
+
+TEST_F(GroupsTest, WhatIsBesideAGroupsPictureStays)
+{
+    // Rows end inside a group, and small pictures share memory.
+    const Pair pair = loadText(mixEffect);
+    ASSERT_TRUE(pair.groups && pair.plain);
+    const XY<int> size{5, 5};
+    std::vector<Qx::Ptr<iGPUImage>> neighbours;
+    const Bytes bytes = noise(bytesOf(size, iGPUImage::eARGB8));
+    neighbours.reserve(64);
+    for (int i = 0; i < 64; ++i) {
+        neighbours.push_back(upload(size, iGPUImage::eARGB8, bytes));
+    }
+    for (std::size_t i = 0; i < neighbours.size(); i += 2) {
+        ASSERT_TRUE(pair.groups->setTechnique("Edges"));
+        ASSERT_TRUE(pair.groups->render(neighbours[i], {}));
+    }
+    for (std::size_t i = 1; i < neighbours.size(); i += 2) {
+        EXPECT_EQ(download(neighbours[i]), bytes) << i;
+    }
+}
+
+TEST_F(GroupsTest, WholeAndPartialDrawsFollowEachOther)
+{
+    // Each shape of the memory sees what was drawn through the other.
+    const Pair pair = loadText(mixEffect);
+    ASSERT_TRUE(pair.groups && pair.plain);
+    const XY<int> size{640, 400};
+    for (GPUService* service : {&gpu(), &plain()}) {
+        const bool groups = service == &gpu();
+        const Qx::Ptr<iShaderEffect>& effect = groups ? pair.groups : pair.plain;
+        const Bytes bytes = noise(bytesOf(size, iGPUImage::eARGB8));
+        const Qx::Ptr<iHostImage> start = service->createHostImage(size, iGPUImage::eARGB8);
+        std::copy(bytes.begin(), bytes.end(), static_cast<std::uint8_t*>(start->map(iHostImage::Write)));
+        const Qx::Ptr<iGPUImage> first = service->uploadImage(start, 0);
+        const Qx::Ptr<iGPUImage> second = service->createGPUImage(size, iGPUImage::eARGB8);
+        ASSERT_TRUE(effect->setTechnique("Floats"));
+        for (int i = 0; i < 6; ++i) {
+            Qx::Vector<iShaderEffect::Source> sources;
+            sources.emplace_back("Input", i % 2 == 0 ? first : second);
+            ASSERT_TRUE(effect->render(i % 2 == 0 ? second : first, sources));
+            const Qx::Ptr<iGraphicPrimitivesRenderer> renderer =
+                (i % 2 == 0 ? second : first)->getPrimitivesRenderer(1);
+            RectDescription rectangle;
+            rectangle.area = {10 * i, 5, 10 * i + 7, 300};
+            rectangle.colour = {1.0F, 0.5F, 0.0F};
+            rectangle.colour2 = rectangle.colour;
+            ASSERT_TRUE(renderer && renderer->draw(rectangle, 1));
+        }
+        const Qx::Ptr<iHostImage> host = service->downloadImage(first);
+        const auto* memory = static_cast<const std::uint8_t*>(host->map(iHostImage::Read));
+        const Bytes got(memory, memory + bytesOf(size, iGPUImage::eARGB8));
+        static Bytes wanted;
+        if (groups) {
+            wanted = got;
+        } else {
+            EXPECT_EQ(got, wanted);
+        }
+    }
+}
+
+} // namespace Qx::GpuTests

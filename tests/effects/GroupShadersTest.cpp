@@ -1,0 +1,112 @@
+#include "host/effects/EffectCompiler.h"
+#include "tests/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <utility>
+
+// What the shaders for groups of texels have in common between neighbours, seen in their SPIR-V.
+
+namespace Qx::Host::Tests {
+namespace {
+
+// SPIR-V 1.6, 3.49 Instructions.
+constexpr std::uint32_t opImageFetch = 95;
+constexpr std::uint32_t opSelect = 169;
+
+constexpr std::size_t headerWords = 5;
+
+CompiledEffect::Pass compiled(const std::string& body, bool groups = true)
+{
+    const Qx::Test::TemporaryDirectory directory;
+    EffectCompilerOptions options;
+    options.groups = groups;
+    const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
+texture Input;
+sampler S = sampler_state { Texture = <Input>; };
+float2 size : TEXTURESIZE < string Texture = "Input"; >;
+float4 at(int x, int y) { return tex2Dcodes(S, clamp(int2(x, y), int2(0, 0), int2(size) - 1)); }
+float4 entry(int2 pos : VPOS) : COLORCODE { )" + body + R"( }
+technique T { pass { PixelShader = compile ps_3_0 entry(); } }
+)"),
+                                                   options);
+    EXPECT_NE(result.effect, nullptr) << result.messages;
+    return result.effect != nullptr ? result.effect->techniques[0].passes[0] : CompiledEffect::Pass();
+}
+
+/// Texels that the shader of 8 bits reads, each counted once however often it is named.
+std::size_t texelsRead(const CompiledEffect::Pass& pass)
+{
+    std::set<std::pair<std::uint32_t, std::uint32_t>> places;
+    const std::vector<std::uint32_t>& spirv = pass.groups.at(0).spirv;
+    for (std::size_t at = headerWords; at < spirv.size(); at += spirv[at] >> 16U) {
+        if ((spirv[at] & 0xffffU) == opImageFetch) {
+            places.emplace(spirv[at + 3], spirv[at + 4]);
+        }
+    }
+    return places.size();
+}
+
+std::size_t choices(const CompiledEffect::Pass& pass)
+{
+    std::size_t count = 0;
+    const std::vector<std::uint32_t>& spirv = pass.groups.at(0).spirv;
+    for (std::size_t at = headerWords; at < spirv.size(); at += spirv[at] >> 16U) {
+        count += (spirv[at] & 0xffffU) == opSelect ? 1U : 0U;
+    }
+    return count;
+}
+
+TEST(GroupShaders, ExistForBothDepthsWhereTheyAreAskedFor)
+{
+    const CompiledEffect::Pass pass = compiled("return at(pos.x, pos.y);");
+    ASSERT_EQ(pass.groups.size(), 2U);
+    EXPECT_EQ(pass.groups[0].bits, 8U);
+    EXPECT_EQ(pass.groups[1].bits, 16U);
+    EXPECT_EQ(pass.groups[0].samplers, pass.samplers);
+    EXPECT_TRUE(compiled("return at(pos.x, pos.y);", false).groups.empty());
+}
+
+TEST(GroupShaders, ReadATexelOfEachNeighbour)
+{
+    EXPECT_EQ(texelsRead(compiled("return at(pos.x, pos.y);")), 4U);
+    EXPECT_EQ(texelsRead(compiled("return at(pos.x + 7, pos.y);")), 4U);
+    EXPECT_EQ(texelsRead(compiled("return at(pos.x * 3 - 1, pos.y);")), 4U);
+}
+
+TEST(GroupShaders, ShareWhatNeighboursHaveInCommon)
+{
+    EXPECT_EQ(texelsRead(compiled("return at(pos.x >> 1, pos.y);")), 2U);
+    EXPECT_EQ(texelsRead(compiled("return at(pos.x >> 2, pos.y);")), 1U);
+    EXPECT_EQ(texelsRead(compiled("return at(pos.x >> 3, pos.y);")), 1U);
+    EXPECT_EQ(texelsRead(compiled("return at(pos.x - 1, pos.y) + at(pos.x, pos.y) + at(pos.x + 1, pos.y);")),
+              6U);
+    EXPECT_EQ(texelsRead(compiled("return at((pos.x >> 1) + 1, pos.y) - at((pos.x + 2) >> 1, pos.y);")), 2U);
+    EXPECT_EQ(texelsRead(compiled("return at((pos.x << 1) >> 2, pos.y);")), 2U);
+    EXPECT_EQ(texelsRead(compiled("return at(pos.x & ~3, pos.y) + at(5, pos.y);")),
+              5U); // no mask of low bits
+    EXPECT_EQ(texelsRead(compiled("return at((pos.x & 7) >> 2, pos.y);")), 1U);
+    EXPECT_EQ(texelsRead(compiled("return at(pos.x & 3, pos.y);")), 4U);
+    EXPECT_EQ(texelsRead(compiled("return at((pos.x & 3) >> 1, pos.y);")), 2U);
+}
+
+TEST(GroupShaders, KnowEachTexelsPlaceInItsGroup)
+{
+    EXPECT_EQ(choices(compiled("return (pos.x & 1) != 0 ? at(pos.x, pos.y) : 7.0;")), 0U);
+    EXPECT_EQ(texelsRead(compiled("return (pos.x & 1) != 0 ? at(pos.x, pos.y) : 7.0;")), 2U);
+    EXPECT_GT(choices(compiled("return (pos.x & 8) != 0 ? at(pos.x, pos.y) : 7.0;")), 0U);
+}
+
+TEST(GroupShaders, AreNotMadeOfPassesThatCannotHaveThem)
+{
+    EXPECT_TRUE(compiled("clip(pos.x - 3); return 1.0;").groups.empty());
+    EXPECT_TRUE(compiled("return ddx(float(pos.x)).xxxx;").groups.empty());
+    EXPECT_TRUE(compiled("static float n = 0; n += 1; return n.xxxx;").groups.empty());
+    EXPECT_EQ(compiled("static const float n = 3; return n.xxxx;").groups.size(), 2U);
+    EXPECT_EQ(compiled("const static float n = 3; return n.xxxx;").groups.size(), 2U);
+}
+
+} // namespace
+} // namespace Qx::Host::Tests

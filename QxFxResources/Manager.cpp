@@ -4,6 +4,7 @@
 #include "QxFxResources/ManagerLifetime.h"
 #include "QxFxResources/ShaderCompilationTask.h"
 #include "fonts/GPUFontCache.h"
+#include "image/ApplicationKit.h"
 #include "lut/LUTManager.h"
 #include "platform/Atomics.h"
 #include "platform/Clock.h"
@@ -153,6 +154,8 @@ void Manager::fini() noexcept
     effects_.clear();
     computeContext_.reset();
 }
+
+Manager::Manager() : applicationKit_(std::make_unique<Image::ApplicationKit>()) {}
 
 Manager::~Manager()
 {

@@ -13,6 +13,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
+
+namespace Qx::Image {
+struct ApplicationKit;
+}
 
 namespace Qx::FxResources {
 
@@ -72,6 +77,9 @@ public:
     /// Held during every technique application and every colour conversion. Re-entrant.
     const CriticalSection& gpuLock() const noexcept { return gpuLock_; }
 
+    /// What technique applications share.
+    QX_LOCAL Image::ApplicationKit& applicationKit() const noexcept { return *applicationKit_; }
+
     /// The catalogue in scan order. Valid until fini() or recompileAll().
     const Qx::Vector<ShaderEffectInfo>& effects() const noexcept { return effects_; }
 
@@ -85,7 +93,7 @@ public:
 private:
     class QX_LOCAL ShaderCompilationTask;
 
-    Manager() = default;
+    Manager();
 
     QX_LOCAL void init(bool flag) noexcept;
     QX_LOCAL bool shouldPause() const noexcept;
@@ -95,6 +103,7 @@ private:
     Qx::Vector<ShaderEffectInfo> effects_;
     CriticalSection loadingLock_; ///< held by the background compilation for its whole run
     CriticalSection gpuLock_;
+    std::unique_ptr<Image::ApplicationKit> applicationKit_;
     Qx::Ptr<iGPUComputeContext> computeContext_;
     Qx::Vector<iShaderEffect::CompilerDefinition> definitions_;
     mutable std::uint32_t foregroundLoads_ = 0; ///< changed by the host's atomic operations alone

@@ -1,24 +1,33 @@
 #include "image/TechniqueApplication.h"
 
-#include "Qx/HostAllocator.h"
 #include "QxFxResources/GPUColourConverter.h"
 #include "QxFxResources/Manager.h"
+#include "image/ApplicationKit.h"
+
+#include <utility>
 
 namespace Qx::Image {
 
 namespace {
 
+ApplicationKit& kit()
+{
+    return FxResources::Manager::instance().applicationKit();
+}
+
 /// What both forms share once the technique is chosen; the second input is shifted by that part of the width.
 void renderTechnique(iShaderEffect& effect, const Surface& src, Surface& dst, float width, float shift)
 {
-    effect.setFloat("_Width", width);
-    effect.setFloat("_Height", static_cast<float>(src.getHeight()));
-    Qx::Vector<iShaderEffect::Source> sources;
+    effect.setFloat(kit().width, width);
+    effect.setFloat(kit().height, static_cast<float>(src.getHeight()));
+    auto sources = std::exchange(kit().sources, {}); // a host may come here again while it renders
     sources.reserve(2);
-    sources.emplace_back("Input", src.getGPUSurface());
-    sources.emplace_back("Input", src.getGPUSurface()).texCoords = {shift, 0.0F, 1.0F + shift, 1.0F};
+    sources.emplace_back(kit().input, src.getGPUSurface());
+    sources.emplace_back(kit().input, src.getGPUSurface()).texCoords = {shift, 0.0F, 1.0F + shift, 1.0F};
     effect.render(dst.getGPUSurface(), sources);
     dst.setDescriptions(src.getDescriptions());
+    sources.clear();
+    kit().sources = std::move(sources);
 }
 
 } // namespace
@@ -45,7 +54,7 @@ bool applyTechnique(Qx::Ptr<iShaderEffect> effect, const Surface& src, Surface& 
 bool applyTechnique(const Surface& src, Surface& dst, const LightweightString<char>& technique, float width,
                     iGPUImage::eFormat /*format*/) noexcept
 {
-    const Qx::Ptr<iShaderEffect> effect = getShader(L"null.fx");
+    const Qx::Ptr<iShaderEffect> effect = getShader(kit().defaultEffect);
     const CriticalSectionScope inside(FxResources::Manager::instance().gpuLock());
     if (!effect) {
         return false;

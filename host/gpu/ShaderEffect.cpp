@@ -4,8 +4,10 @@
 #include "host/gpu/GPUService.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
+#include <memory_resource>
 
 namespace Qx::Host::Vulkan {
 
@@ -13,7 +15,22 @@ namespace {
 
 using Parameter = CompiledEffect::Parameter;
 using SystemUniforms = CompiledEffect::SystemUniforms;
-using Textures = std::vector<Texture*>; // by the effect's texture index; null when nothing is bound
+using Textures = std::span<Texture* const>; // by the effect's texture index; null when nothing is bound
+
+/// Memory for what one draw needs: on the stack, as long as it suffices, so that a draw takes none elsewhere.
+class DrawMemory
+{
+public:
+    template <class T>
+    std::pmr::vector<T> list(std::size_t size)
+    {
+        return std::pmr::vector<T>(size, &resource_);
+    }
+
+private:
+    std::array<std::byte, 8192> buffer_; // a pass with all its inputs takes about a tenth of it
+    std::pmr::monotonic_buffer_resource resource_{buffer_.data(), buffer_.size()};
+};
 
 constexpr std::size_t rowBytes = 16; // std140: array elements and matrix rows start on a float4
 
@@ -42,7 +59,7 @@ std::int32_t toInteger(float value)
     return value < -beyond ? std::numeric_limits<std::int32_t>::min() : static_cast<std::int32_t>(value);
 }
 
-void writeComponent(std::vector<std::byte>& uniforms, const Parameter& parameter, std::size_t component,
+void writeComponent(std::span<std::byte> uniforms, const Parameter& parameter, std::size_t component,
                     float value)
 {
     const std::size_t at = parameter.offset + componentOffset(parameter, component);
@@ -58,7 +75,7 @@ void writeComponent(std::vector<std::byte>& uniforms, const Parameter& parameter
     std::memcpy(uniforms.data() + at, &number, sizeof number);
 }
 
-void writeAll(std::vector<std::byte>& uniforms, const Parameter& parameter, std::array<float, 3> values)
+void writeAll(std::span<std::byte> uniforms, const Parameter& parameter, std::array<float, 3> values)
 {
     const std::size_t count = std::min(componentCount(parameter), values.size());
     for (std::size_t i = 0; i < count; ++i) {
@@ -79,20 +96,18 @@ std::size_t textureIndex(const CompiledEffect& effect, std::string_view name)
     return static_cast<std::size_t>(found - effect.textures.begin());
 }
 
-Textures bind(Context& context, const CompiledEffect& effect,
-              const Qx::Vector<iShaderEffect::Source>& sources)
+void bindSources(Context& context, const CompiledEffect& effect,
+                 const Qx::Vector<iShaderEffect::Source>& sources, std::span<Texture*> textures)
 {
-    Textures textures(effect.textures.size(), nullptr);
     for (const iShaderEffect::Source& source : sources) {
         const std::size_t index = textureIndex(effect, source.name.c_str());
         if (index < textures.size()) {
             textures[index] = textureOf(context, source.resource.get());
         }
     }
-    return textures;
 }
 
-void fillBySemantic(std::vector<std::byte>& uniforms, const CompiledEffect& effect, const Textures& textures,
+void fillBySemantic(std::span<std::byte> uniforms, const CompiledEffect& effect, Textures textures,
                     const Texture& target)
 {
     for (const Parameter& parameter : effect.parameters) {
@@ -121,7 +136,7 @@ void fillBySemantic(std::vector<std::byte>& uniforms, const CompiledEffect& effe
     }
 }
 
-void fillSystem(std::vector<std::byte>& uniforms, const Texture& target, const RectangleOf<float>& area,
+void fillSystem(std::span<std::byte> uniforms, const Texture& target, const RectangleOf<float>& area,
                 const Qx::Vector<iShaderEffect::Source>& sources)
 {
     SystemUniforms system;
@@ -134,7 +149,7 @@ void fillSystem(std::vector<std::byte>& uniforms, const Texture& target, const R
     std::memcpy(uniforms.data(), &system, sizeof system);
 }
 
-void fillTextures(std::vector<std::byte>& uniforms, const CompiledEffect& effect, const Textures& textures)
+void fillTextures(std::span<std::byte> uniforms, const CompiledEffect& effect, Textures textures)
 {
     for (std::size_t i = 0; i < textures.size(); ++i) {
         if (textures[i] != nullptr) {
@@ -148,7 +163,7 @@ void fillTextures(std::vector<std::byte>& uniforms, const CompiledEffect& effect
 
 /// Whether the conditions of CompiledEffect::GroupShader hold for what the passes read.
 bool haveDepthOf(const Texture& target, const CompiledEffect& effect, const std::vector<GroupProgram>& passes,
-                 const Textures& textures)
+                 Textures textures)
 {
     const auto alike = [&](const Texture* texture) {
         return texture != nullptr && texture->hasGroups() && texture->key.format == target.key.format;
@@ -169,22 +184,22 @@ bool haveDepthOf(const Texture& target, const CompiledEffect& effect, const std:
 }
 
 /// What stops the passes from being drawn; empty when nothing does.
-std::string obstacle(const CompiledEffect& effect, const std::vector<PassProgram>& passes,
-                     const Textures& textures, const Texture& target)
+std::string obstacle(const CompiledEffect& effect, const std::vector<PassProgram>& passes, Textures textures,
+                     const Texture& target)
 {
     for (const PassProgram& pass : passes) {
         for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
             const std::uint32_t index = effect.samplers[pass.bindings[i]].texture;
-            const Texture* texture = textures.at(index);
-            const std::string name = "texture \"" + effect.textures[index].name + "\"";
+            const Texture* texture = textures[index];
+            const auto name = [&] { return "texture \"" + effect.textures[index].name + "\""; };
             if (texture == nullptr) {
-                return name + " is not bound";
+                return name() + " is not bound";
             }
             if (texture == &target) {
-                return name + " is the target itself";
+                return name() + " is the target itself";
             }
             if ((texture->key.depth > 0 ? 3U : 2U) != pass.dimensions[i]) {
-                return name + " needs an image of " + std::to_string(pass.dimensions[i]) + " dimensions";
+                return name() + " needs an image of " + std::to_string(pass.dimensions[i]) + " dimensions";
             }
         }
     }
@@ -192,15 +207,15 @@ std::string obstacle(const CompiledEffect& effect, const std::vector<PassProgram
 }
 
 VkDescriptorSet describe(Batch& batch, Device& device, const CompiledEffect& effect,
-                         const ShaderProgram& program, const Textures& textures,
-                         const VkDescriptorBufferInfo& uniforms)
+                         const ShaderProgram& program, Textures textures,
+                         const VkDescriptorBufferInfo& uniforms, DrawMemory& memory)
 {
     VkDescriptorSet set = batch.descriptorSet(program.setLayout);
     if (set == nullptr) {
         return nullptr;
     }
-    std::vector<VkDescriptorImageInfo> images(program.bindings.size());
-    std::vector<VkWriteDescriptorSet> writes(1 + program.bindings.size());
+    auto images = memory.list<VkDescriptorImageInfo>(program.bindings.size());
+    auto writes = memory.list<VkWriteDescriptorSet>(1 + program.bindings.size());
     for (VkWriteDescriptorSet& write : writes) {
         write.sType = VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET;
         write.dstSet = set;
@@ -233,18 +248,20 @@ struct Draw
     /// A pass as it is drawn: of single texels, or of groups.
     struct Step
     {
-        const ShaderProgram& program;
+        const ShaderProgram* program;
         VkPipeline pipeline;
+        VkDescriptorSet set;
     };
 
     Context& context;
     const CompiledEffect& effect;
-    const Textures& textures;
+    Textures textures;
     Texture& target;
     VkRect2D pixels;
-    const std::vector<std::byte>& uniforms;
+    std::span<const std::byte> uniforms;
+    DrawMemory& memory;
     bool groups = false;
-    std::vector<Step> steps{};
+    std::pmr::vector<Step> steps = memory.list<Step>(0);
 
     void choose(const TechniqueProgram& technique)
     {
@@ -253,29 +270,28 @@ struct Draw
                  haveDepthOf(target, effect, grouped, textures);
         if (groups) {
             for (const GroupProgram& pass : grouped) {
-                steps.push_back({pass, pass.pipeline});
+                steps.push_back({&pass, pass.pipeline, nullptr});
             }
             return;
         }
         for (const PassProgram& pass : technique.passes) {
-            steps.push_back({pass, pipelineFor(pass.pipelines, target.key.format)});
+            steps.push_back({&pass, pipelineFor(pass.pipelines, target.key.format), nullptr});
         }
     }
 
-    bool record(Batch& batch) const
+    bool record(Batch& batch)
     {
         VkDescriptorBufferInfo info;
         if (!batch.uniform(uniforms, info)) {
             return false;
         }
-        std::vector<VkDescriptorSet> sets;
-        for (const Step& step : steps) {
-            sets.push_back(describe(batch, context.device(), effect, step.program, textures, info));
-            if (sets.back() == nullptr) {
+        for (Step& step : steps) {
+            step.set = describe(batch, context.device(), effect, *step.program, textures, info, memory);
+            if (step.set == nullptr) {
                 return false;
             }
         }
-        const bool replacesAll = groups || (coversAll(pixels, target) && !steps.front().program.discards);
+        const bool replacesAll = groups || (coversAll(pixels, target) && !steps.front().program->discards);
         prepare(batch, replacesAll);
         if (groups) {
             beginDrawingGroups(batch.commands(), target);
@@ -283,10 +299,10 @@ struct Draw
             beginDrawing(batch.commands(), target, pixels,
                          replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
         }
-        for (std::size_t i = 0; i < steps.size(); ++i) {
-            vkCmdBindPipeline(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, steps[i].pipeline);
-            vkCmdBindDescriptorSets(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS,
-                                    steps[i].program.layout, 0, 1, &sets[i], 0, nullptr);
+        for (const Step& step : steps) {
+            vkCmdBindPipeline(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, step.pipeline);
+            vkCmdBindDescriptorSets(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, step.program->layout,
+                                    0, 1, &step.set, 0, nullptr);
             vkCmdDraw(batch.commands(), 3, 1, 0, 0);
         }
         vkCmdEndRendering(batch.commands());
@@ -298,7 +314,7 @@ struct Draw
     void prepare(Batch& batch, bool replacesAll) const
     {
         for (const Step& step : steps) {
-            for (const std::uint32_t sampler : step.program.bindings) {
+            for (const std::uint32_t sampler : step.program->bindings) {
                 batch.sample(*textures[effect.samplers[sampler].texture]);
             }
         }
@@ -332,23 +348,34 @@ bool EffectState::setTechnique(std::string_view name)
     return true;
 }
 
-bool EffectState::setValues(const Parameter& parameter, const float* values, std::size_t count)
+template <class ValueOf>
+bool EffectState::set(const Parameter& parameter, ValueOf valueOf)
 {
-    if (values == nullptr || count != componentCount(parameter) ||
-        parameter.semantic != CompiledEffect::Semantic::None) {
+    if (parameter.semantic != CompiledEffect::Semantic::None) {
         return false;
     }
     const std::lock_guard lock(mutex_);
-    for (std::size_t i = 0; i < count; ++i) {
-        writeComponent(uniforms_, parameter, i, values[i]);
+    for (std::size_t i = 0; i < componentCount(parameter); ++i) {
+        writeComponent(uniforms_, parameter, i, valueOf(i));
     }
     return true;
 }
 
-std::size_t EffectState::snapshot(std::vector<std::byte>& uniforms) const
+bool EffectState::setValues(const Parameter& parameter, const float* values, std::size_t count)
+{
+    return values != nullptr && count == componentCount(parameter) &&
+           set(parameter, [values](std::size_t i) { return values[i]; });
+}
+
+bool EffectState::setAll(const Parameter& parameter, float value)
+{
+    return set(parameter, [value](std::size_t) { return value; });
+}
+
+std::size_t EffectState::snapshot(std::span<std::byte> uniforms) const
 {
     const std::lock_guard lock(mutex_);
-    uniforms = uniforms_;
+    std::copy_n(uniforms_.begin(), std::min(uniforms_.size(), uniforms.size()), uniforms.begin());
     return technique_;
 }
 
@@ -360,10 +387,7 @@ bool EffectState::isNews(const std::string& text)
 
 bool NumberParameter::setValue(float value)
 {
-    return guarded(false, [&] {
-        const std::vector<float> values(getComponentCount(), value);
-        return setValues(values.data(), values.size());
-    });
+    return guarded(false, [&] { return state_->setAll(parameter_, value); });
 }
 
 bool NumberParameter::setValues(const float* values, std::size_t count)
@@ -374,6 +398,14 @@ bool NumberParameter::setValues(const float* values, std::size_t count)
 std::size_t NumberParameter::getComponentCount() const
 {
     return componentCount(parameter_);
+}
+
+ShaderEffect::ShaderEffect(std::shared_ptr<EffectProgram> program)
+    : state_(std::make_shared<EffectState>(std::move(program)))
+{
+    for (const Parameter& parameter : parameters()) {
+        parameters_.push_back(Qx::makePtr<NumberParameter>(state_, parameter));
+    }
 }
 
 bool ShaderEffect::setTechnique(const LightweightString<char>& name)
@@ -398,9 +430,9 @@ Qx::Ptr<iShaderParam> ShaderEffect::getParam(const char* name)
         if (name == nullptr) {
             return {};
         }
-        for (const Parameter& parameter : state_->effect().parameters) {
-            if (parameter.name == name) {
-                return Qx::makePtr<NumberParameter>(state_, parameter);
+        for (std::size_t i = 0; i < parameters_.size(); ++i) {
+            if (parameters()[i].name == name) {
+                return parameters_[i];
             }
         }
         if (textureIndex(state_->effect(), name) < textures().size()) {
@@ -459,10 +491,12 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     if (effect.techniques.empty()) {
         return fail("it has no technique");
     }
-    std::vector<std::byte> uniforms;
+    DrawMemory memory;
+    auto uniforms = memory.list<std::byte>(state_->uniformBytes());
     const std::size_t technique = state_->snapshot(uniforms);
     const TechniqueProgram& program = state_->program().technique(technique);
-    const Textures textures = bind(context, effect, sources);
+    auto textures = memory.list<Texture*>(effect.textures.size());
+    bindSources(context, effect, sources, textures);
     const std::string reason = obstacle(effect, program.passes, textures, target.texture());
     if (!reason.empty()) {
         return fail("technique \"" + effect.techniques[technique].name + "\": " + reason);
@@ -474,7 +508,7 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     fillBySemantic(uniforms, effect, textures, target.texture());
     fillSystem(uniforms, target.texture(), area, sources);
     fillTextures(uniforms, effect, textures);
-    Draw draw{context, effect, textures, target.texture(), pixels, uniforms};
+    Draw draw{context, effect, textures, target.texture(), pixels, uniforms, memory};
     draw.choose(program);
     return context.recorder().record(target.texture().key.bytes(), Recorder::Submit::WhenDue,
                                      [&draw](Batch& batch) { return draw.record(batch); }) != 0;

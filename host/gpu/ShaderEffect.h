@@ -7,7 +7,9 @@
 
 #include <mutex>
 #include <set>
+#include <span>
 #include <string>
+#include <vector>
 
 namespace Qx::Host::Vulkan {
 
@@ -23,14 +25,21 @@ public:
 
     bool setTechnique(std::string_view name);
     bool setValues(const CompiledEffect::Parameter& parameter, const float* values, std::size_t count);
+    bool setAll(const CompiledEffect::Parameter& parameter, float value);
 
-    /// The present technique's index and a copy of the uniform buffer's contents.
-    std::size_t snapshot(std::vector<std::byte>& uniforms) const;
+    std::size_t uniformBytes() const { return uniforms_.size(); }
+
+    /// The present technique's index; copies the uniform buffer's contents to `uniforms`, uniformBytes()
+    /// long.
+    std::size_t snapshot(std::span<std::byte> uniforms) const;
 
     /// True the first time for each text: what goes wrong for every frame is logged once.
     bool isNews(const std::string& text);
 
 private:
+    template <class ValueOf>
+    bool set(const CompiledEffect::Parameter& parameter, ValueOf valueOf);
+
     const std::shared_ptr<EffectProgram> program_;
     mutable std::mutex mutex_;
     std::vector<std::byte> uniforms_;
@@ -67,10 +76,7 @@ public:
 class ShaderEffect final : public iShaderEffect
 {
 public:
-    explicit ShaderEffect(std::shared_ptr<EffectProgram> program)
-        : state_(std::make_shared<EffectState>(std::move(program)))
-    {
-    }
+    explicit ShaderEffect(std::shared_ptr<EffectProgram> program);
 
     bool setTechnique(const LightweightString<char>& name) override;
     Qx::Vector<LightweightString<char>> getTechniqueNames() const override;
@@ -91,6 +97,7 @@ private:
     bool fail(const std::string& reason);
 
     const std::shared_ptr<EffectState> state_;
+    std::vector<Qx::Ptr<iShaderParam>> parameters_; ///< in the file's order
 };
 
 } // namespace Qx::Host::Vulkan

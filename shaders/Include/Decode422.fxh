@@ -116,31 +116,38 @@ float4 decode422(int2 pixel : VPOS, uniform int matrixId, uniform bool sourceFul
     float4 own = pairAt(pair.x, pair.y, lastPair);
     float4 chroma = chromaAt(own, pair, lastPair, odd, filterId);
 
-    float sourceStep = stepOf(inputMax);
-    float y = (odd ? own.g : own.a) - (sourceFull ? 0.0 : VIDEO_BLACK * sourceStep);
-    float2 c = chroma.xy - CHROMA_ZERO * sourceStep;
-    float2 rest = chroma.zw;
-
     Rescale r = rescale(inputMax, sourceFull, targetMax, targetFull);
     DecodeMatrix m = decodeMatrix(matrixId, sourceFull, targetFull);
-    m.y.y = withExcess(m.y.x, m.y.y, r);
-    m.rCr.y = withExcess(m.rCr.x, m.rCr.y, r);
-    m.gCb.y = withExcess(m.gCb.x, m.gCb.y, r);
-    m.gCr.y = withExcess(m.gCr.x, m.gCr.y, r);
-    m.bCb.y = withExcess(m.bCb.x, m.bCb.y, r);
+    m.y.y = withExcess(m.y, r);
+    m.rCr.y = withExcess(m.rCr, r);
+    m.gCb.y = withExcess(m.gCb, r);
+    m.gCr.y = withExcess(m.gCr, r);
+    m.bCb.y = withExcess(m.bCb, r);
 
-    float3 upper = m.y.x * y + float3(m.rCr.x * c.y, m.gCb.x * c.x + m.gCr.x * c.y, m.bCb.x * c.x);
-    float3 lower = m.y.y * y + float3(m.rCr.y * c.y, m.gCb.y * c.x + m.gCr.y * c.y, m.bCb.y * c.x);
+    // Black and the zero of Cb and Cr leave their parts of the sum, a constant.
+    float sourceStep = stepOf(inputMax);
+    float targetBlack = targetFull ? 0.0 : VIDEO_BLACK * sourceStep * UNITS;
+    float2 luma = (sourceFull ? 0.0 : -VIDEO_BLACK * sourceStep) * m.y + float2(targetBlack, r.halfCode);
+    float2 zero = -CHROMA_ZERO * sourceStep;
+    float2 red = luma + zero * m.rCr;
+    float2 green = luma + zero * (m.gCb + m.gCr);
+    float2 blue = luma + zero * m.bCb;
+
+    float y = odd ? own.g : own.a;
+    float2 c = chroma.xy;
+    float2 rest = chroma.zw;
+    float3 upper = m.y.x * y + float3(m.rCr.x * c.y + red.x, m.gCb.x * c.x + m.gCr.x * c.y + green.x,
+                                      m.bCb.x * c.x + blue.x);
+    float3 lower = m.y.y * y + float3(m.rCr.y * c.y + red.y, m.gCb.y * c.x + m.gCr.y * c.y + green.y,
+                                      m.bCb.y * c.x + blue.y);
     if (filterId != POINT)
     {
         lower += float3((m.rCr.x + m.rCr.y) * rest.y,
                         (m.gCb.x + m.gCb.y) * rest.x + (m.gCr.x + m.gCr.y) * rest.y,
                         (m.bCb.x + m.bCb.y) * rest.x);
     }
-
-    float black = targetFull ? 0.0 : VIDEO_BLACK * stepOf(targetMax);
-    return float4(component(black, upper.r, lower.r, r), component(black, upper.g, lower.g, r),
-                  component(black, upper.b, lower.b, r), targetMax);
+    return float4(component(upper.r, lower.r, r), component(upper.g, lower.g, r), component(upper.b, lower.b, r),
+                  targetMax);
 }
 
 #endif

@@ -91,8 +91,8 @@ void lanczosDifference(float3 even, float3 odd, int x, int y, out float3 upper, 
     float3 d1 = (pixelAt(x - 1, y) + odd) - twice;
     float3 d3 = (pixelAt(x - 3, y) + pixelAt(x + 3, y)) - twice;
     float3 d5 = (pixelAt(x - 5, y) + pixelAt(x + 5, y)) - twice;
-    upper = UPPER(LANCZOS_1) * d1 + UPPER(LANCZOS_3) * d3 + UPPER(LANCZOS_5) * d5;
-    lower = LOWER(LANCZOS_1) * d1 + LOWER(LANCZOS_3) * d3 + LOWER(LANCZOS_5) * d5;
+    upper = UPPER(LANCZOS_1) / UNITS * d1 + UPPER(LANCZOS_3) / UNITS * d3 + UPPER(LANCZOS_5) / UNITS * d5;
+    lower = LOWER(LANCZOS_1) / UNITS * d1 + LOWER(LANCZOS_3) / UNITS * d3 + LOWER(LANCZOS_5) / UNITS * d5;
 }
 
 float4 encode422(int2 pos : VPOS, uniform int matrixId, uniform bool sourceFull, uniform bool targetFull,
@@ -121,18 +121,21 @@ float4 encode422(int2 pos : VPOS, uniform int matrixId, uniform bool sourceFull,
     m.yLower = withExcess(m.yUpper, m.yLower, r);
     m.cbLower = withExcess(m.cbUpper, m.cbLower, r);
     m.crLower = withExcess(m.crUpper, m.crLower, r);
-    float sourceBlack = sourceFull ? 0.0 : VIDEO_BLACK * stepOf(inputMax);
-    float black = targetFull ? 0.0 : VIDEO_BLACK * stepOf(targetMax);
-    float zero = CHROMA_ZERO * stepOf(targetMax);
-    even -= sourceBlack;
-    odd -= sourceBlack;
 
-    float cbLower = dot(m.cbLower, site) + dot(m.cbUpper + m.cbLower, rest);
-    float crLower = dot(m.crLower, site) + dot(m.crUpper + m.crLower, rest);
-    return float4(component(zero, dot(m.cbUpper, site), cbLower, r),
-                  component(black, dot(m.yUpper, odd), dot(m.yLower, odd), r),
-                  component(zero, dot(m.crUpper, site), crLower, r),
-                  component(black, dot(m.yUpper, even), dot(m.yLower, even), r));
+    // Black leaves its part of luma's sum, a constant.
+    float sourceStep = stepOf(inputMax);
+    float sourceBlack = sourceFull ? 0.0 : VIDEO_BLACK * sourceStep;
+    float targetBlack = targetFull ? 0.0 : VIDEO_BLACK * sourceStep * UNITS;
+    float upperBlack = targetBlack - sourceBlack * (m.yUpper.r + m.yUpper.g + m.yUpper.b);
+    float lowerBlack = r.halfCode - sourceBlack * (m.yLower.r + m.yLower.g + m.yLower.b);
+    float zero = CHROMA_ZERO * sourceStep * UNITS;
+
+    float cbLower = dot(m.cbLower, site) + dot(m.cbUpper + m.cbLower, rest) + r.halfCode;
+    float crLower = dot(m.crLower, site) + dot(m.crUpper + m.crLower, rest) + r.halfCode;
+    return float4(component(dot(m.cbUpper, site) + zero, cbLower, r),
+                  component(dot(m.yUpper, odd) + upperBlack, dot(m.yLower, odd) + lowerBlack, r),
+                  component(dot(m.crUpper, site) + zero, crLower, r),
+                  component(dot(m.yUpper, even) + upperBlack, dot(m.yLower, even) + lowerBlack, r));
 }
 
 #endif

@@ -1,21 +1,27 @@
 // Sums of code times coefficient that round to the right code.
 //
 // A float has 24 bits. A 16-bit code uses 16 of them, and what a coefficient loses in rounding is then lost
-// 65535 times over. So a coefficient comes in two parts: the upper one a multiple of 1/64, whose products
-// with codes, and their sums, are exact; the lower one the remainder, whose products are small and lose
-// next to nothing. Both parts are made while compiling, from constants.
+// 65535 times over. So sums are counted in units of 1/64 of a code, and a coefficient comes in two parts: the
+// upper one a whole number of units, whose products with codes, and their sums, are exact; the lower one the
+// remainder, whose products are small and lose next to nothing. Both parts are made while compiling, from
+// constants.
 #ifndef QX_PRECISE_FXH
 #define QX_PRECISE_FXH
 
-#define UPPER(c) (floor((c) * 64.0 + 0.5) / 64.0)
-#define LOWER(c) ((c) - UPPER(c))
+#define UNITS 64.0
+#define UPPER(c) floor((c) * UNITS + 0.5)
+#define LOWER(c) ((c) * UNITS - UPPER(c))
 #define SPLIT(c) float2(UPPER(c), LOWER(c))
 
 // How codes of one depth and range become codes of another.
 struct Rescale
 {
-    float scale;  // codes of the target in a code of the source, to the nearest power of two
-    float excess; // what is missing from `scale`: the true ratio is scale * (1 + excess)
+    // Codes of the target in a unit of the source, to the nearest power of two: up * down.
+    float up;   // at least 1
+    float down; // at most 1
+
+    float excess; // what is missing from it: the true ratio is up * down * (1 + excess)
+    float halfCode; // half a code of the target, in units
 };
 
 // Codes a step of 8 bits takes at the depth of maxCode: 2^(n-8).
@@ -38,15 +44,18 @@ Rescale rescale(float sourceMax, bool sourceFull, float targetMax, bool targetFu
     float targetPart = targetFull ? 1.0 / (targetMax + 1.0) : 0.0;
 
     Rescale r;
-    r.scale = stepOf(targetMax) * inverseStepOf(sourceMax);
+    float scale = stepOf(targetMax) * inverseStepOf(sourceMax) * (1.0 / UNITS);
+    r.up = max(scale, 1.0);
+    r.down = min(scale, 1.0);
+    r.halfCode = 0.5 * UNITS * stepOf(sourceMax) * inverseStepOf(targetMax);
     r.excess = (sourcePart - targetPart) / (1.0 - sourcePart);
     return r;
 }
 
 // The lower part of a coefficient that has `excess` in it, so that no sum needs it any more.
-float withExcess(float upper, float lower, Rescale r)
+float withExcess(float2 parts, Rescale r)
 {
-    return lower + (upper + lower) * r.excess;
+    return parts.y + (parts.x + parts.y) * r.excess;
 }
 
 float3 withExcess(float3 upper, float3 lower, Rescale r)
@@ -54,13 +63,11 @@ float3 withExcess(float3 upper, float3 lower, Rescale r)
     return lower + (upper + lower) * r.excess;
 }
 
-// The code nearest to offset + scale * (upper + lower). `upper` is exact and stays so until its whole part is
-// gone: only the fraction meets `lower`.
-float component(float offset, float upper, float lower, Rescale r)
+// The code of so many units, still with a fraction, which is to be cut off: together with half a code, that
+// rounds. `upper` is a whole number, so that only whole units of `lower` meet it.
+float component(float upper, float lower, Rescale r)
 {
-    float coarse = upper * r.scale + (offset + 0.5);
-    float whole = floor(coarse);
-    return whole + floor((coarse - whole) + lower * r.scale);
+    return (upper * r.up + floor(lower * r.up)) * r.down;
 }
 
 #endif

@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 
 using namespace Qx::Test;
 using namespace Qx::Image;
@@ -73,7 +75,60 @@ protected:
     Surface destination;
 };
 
+/// Draws nothing and keeps nothing; once, it applies itself while it renders.
+class QuietEffect final : public iShaderEffect
+{
+public:
+    bool setTechnique(const LightweightString<char>&) override { return true; }
+    Qx::Vector<LightweightString<char>> getTechniqueNames() const override { return {}; }
+    Qx::Ptr<iShaderParam> getParam(const char*) override { return {}; }
+    bool render(Qx::Ptr<iGPUImage>, const Qx::Vector<Source>& sources) override
+    {
+        if (const auto within = std::exchange(whileRendering, nullptr)) {
+            within();
+        }
+        EXPECT_THAT(sources, SizeIs(2));
+        EXPECT_EQ(sources[0].name, "Input");
+        EXPECT_TRUE(sources[0].resource);
+        ++renders;
+        return true;
+    }
+
+    std::function<void()> whileRendering;
+    int renders = 0;
+};
+
 } // namespace
+
+TEST_F(TechniqueApplication, TakesNoMemoryOnceItHasRun)
+{
+    const auto quiet = Qx::makePtr<QuietEffect>();
+    const LightweightString<char> technique("Blur");
+    applyTechnique(Qx::Ptr<iShaderEffect>(quiet), source, destination, technique, 2.0F);
+    const std::size_t before = host().allocator.allocations();
+    applyTechnique(Qx::Ptr<iShaderEffect>(quiet), source, destination, technique, 2.0F);
+    EXPECT_EQ(host().allocator.allocations(), before);
+    EXPECT_EQ(quiet->renders, 2);
+}
+
+TEST_F(TechniqueApplication, KeepsNoImageAlive)
+{
+    const auto quiet = Qx::makePtr<QuietEffect>();
+    ASSERT_TRUE(applyTechnique(Qx::Ptr<iShaderEffect>(quiet), source, destination, "Blur", 2.0F));
+    const Qx::Ptr<iGPUImage> image = source.getGPUSurface();
+    source = Surface();
+    EXPECT_EQ(image->referenceCount(), 1U);
+}
+
+TEST_F(TechniqueApplication, MayBeEnteredAgainWhileItRenders)
+{
+    const auto quiet = Qx::makePtr<QuietEffect>();
+    quiet->whileRendering = [&] {
+        applyTechnique(Qx::Ptr<iShaderEffect>(quiet), source, destination, "Blur", 2.0F);
+    };
+    EXPECT_TRUE(applyTechnique(Qx::Ptr<iShaderEffect>(quiet), source, destination, "Blur", 2.0F));
+    EXPECT_EQ(quiet->renders, 2);
+}
 
 TEST_F(TechniqueApplication, ExplicitFormSelectsSetsAndRendersInThisOrder)
 {

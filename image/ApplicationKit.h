@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Qx/HostAllocator.h"
+#include "Qx/LightweightString.h"
+#include "platform/ShaderEffect.h"
+
+namespace Qx::Image {
+
+/// What every technique application needs, kept from one to the next so that none takes memory.
+struct ApplicationKit
+{
+    const LightweightString<wchar_t> defaultEffect{L"null.fx"};
+    const LightweightString<char> width{"_Width"};
+    const LightweightString<char> height{"_Height"};
+    const LightweightString<char> input{"Input"};
+    Qx::Vector<iShaderEffect::Source>
+        sources; ///< empty between applications; used under the manager's gpuLock()
+};
+
+} // namespace Qx::Image

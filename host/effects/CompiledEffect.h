@@ -41,9 +41,8 @@ struct CompiledEffect
     /// What the shaders are told of a texture.
     struct TextureUniforms
     {
-        std::int32_t rowTexels =
-            0;             ///< from a texel to the one below it, where the texture is read as a buffer
-        float maxCode = 0; ///< the largest code of a component
+        float rowGroups = 0; ///< 16 bytes from a texel to the one below it, where it is read as a buffer
+        float maxCode = 0;   ///< the largest code of a component
         std::array<float, 2> unused{};
     };
 
@@ -126,15 +125,22 @@ struct CompiledEffect
     ///   a row; what a row has behind its last texel is overwritten;
     /// - the target, each two-dimensional texture that it reads, and each texture that a parameter with
     ///   Semantic::TextureMaxCode speaks of, have components of `bits` bits in the order a, r, g, b.
-    /// The interface is that of a pass, except that the output is a uint4, that there is no specialization
-    /// constant, and that some bindings are uniform texel buffers (of R8G8B8A8_UINT or R16G16B16A16_UINT)
-    /// over the texture's memory instead of combined image samplers, as the SPIR-V says.
+    /// The interface is that of a pass, except that
+    /// - the output is a uint4, and there is no specialization constant;
+    /// - some bindings are uniform texel buffers over the texture's memory instead of combined image
+    /// samplers,
+    ///   as the SPIR-V says. `texelBytes` says how: as texels of `bits`-bit components, or as texels of 8 or
+    ///   16 bytes of 32-bit ones, all without a sign;
+    /// - rows of 16 bytes of the uniform buffer come as flat inputs of four floats.
     struct GroupShader
     {
         std::uint32_t bits = 0;
         std::vector<std::uint32_t> spirv;
-        std::vector<std::uint32_t> samplers; ///< as a pass's
+        std::vector<std::uint32_t> samplers;   ///< as a pass's
+        std::vector<std::uint32_t> texelBytes; ///< for each of them, if it is a buffer
+        std::vector<std::uint32_t> rows;       ///< of the uniform buffer, by the location of the input
 
+        static constexpr std::size_t mostRows = 8;
         static constexpr std::uint32_t texelsOf(std::uint32_t componentBits) { return 32 / componentBits; }
     };
 

@@ -28,7 +28,7 @@ constexpr std::size_t leastAnnotation = 3 * leastText;
 constexpr std::size_t leastParameter = 3 * leastText + 2 + 5 * 4 + 4;
 constexpr std::size_t leastTexture = leastText + 4;
 constexpr std::size_t leastSampler = leastText + 4 + 3;
-constexpr std::size_t leastGroupShader = 4 + 4 + 4;
+constexpr std::size_t leastGroupShader = 5 * 4;
 constexpr std::size_t leastPass = leastText + 4 + 4 + 4;
 constexpr std::size_t leastTechnique = leastText + 4 + 4;
 constexpr std::size_t leastInput = leastText + 1;
@@ -142,6 +142,8 @@ void writeGroupShader(ByteWriter& to, const CompiledEffect::GroupShader& shader)
     to.number(shader.bits);
     writeNumbers(to, shader.spirv);
     writeNumbers(to, shader.samplers);
+    writeNumbers(to, shader.texelBytes);
+    writeNumbers(to, shader.rows);
 }
 
 CompiledEffect::GroupShader readGroupShader(ByteReader& from)
@@ -150,6 +152,8 @@ CompiledEffect::GroupShader readGroupShader(ByteReader& from)
     shader.bits = from.number<std::uint32_t>();
     shader.spirv = readNumbers(from);
     shader.samplers = readNumbers(from);
+    shader.texelBytes = readNumbers(from);
+    shader.rows = readNumbers(from);
     return shader;
 }
 
@@ -271,14 +275,24 @@ bool isSoundShader(const std::vector<std::uint32_t>& spirv, const std::vector<st
     return ascending && (samplers.empty() || samplers.back() < effect.samplers.size()) && isSpirv(spirv);
 }
 
+bool isSound(const CompiledEffect::GroupShader& shader, const CompiledEffect& effect)
+{
+    const auto isTexel = [&](std::uint32_t bytes) {
+        return bytes == shader.bits / 2 || bytes == 8 || bytes == 16;
+    };
+    const auto isRow = [&](std::uint32_t row) { return row < effect.uniformBytes / 16; };
+    return (shader.bits == 8 || shader.bits == 16) && shader.texelBytes.size() == shader.samplers.size() &&
+           std::all_of(shader.texelBytes.begin(), shader.texelBytes.end(), isTexel) &&
+           shader.rows.size() <= CompiledEffect::GroupShader::mostRows &&
+           std::all_of(shader.rows.begin(), shader.rows.end(), isRow) &&
+           isSoundShader(shader.spirv, shader.samplers, effect);
+}
+
 bool isSound(const CompiledEffect::Pass& pass, const CompiledEffect& effect)
 {
     return isSoundShader(pass.spirv, pass.samplers, effect) &&
            std::all_of(pass.groups.begin(), pass.groups.end(),
-                       [&](const CompiledEffect::GroupShader& shader) {
-                           return (shader.bits == 8 || shader.bits == 16) &&
-                                  isSoundShader(shader.spirv, shader.samplers, effect);
-                       });
+                       [&](const auto& shader) { return isSound(shader, effect); });
 }
 
 bool hasRoomForTextures(const CompiledEffect& effect)

@@ -90,7 +90,8 @@ private:
         writePasses(writer);
         compilePasses(writer);
         if (groups && !problems_.failed()) {
-            addGroupShaders(writer);
+            addGroupShaders(writer, 8);
+            addGroupShaders(writer, 16);
         }
         if (!problems_.failed()) {
             warnOfLikelyMistakes(syntax_, effect_, names_, problems_);
@@ -148,32 +149,28 @@ private:
     }
 
     /// Those that do not compile are left out: each pass can do without.
-    void addGroupShaders(const PassWriter& writer)
+    void addGroupShaders(const PassWriter& writer, std::uint32_t bits)
     {
         std::map<std::string, std::size_t> known;
         std::vector<std::string> texts;
         std::vector<PassPlace> places;
-        std::vector<std::uint32_t> depths;
         for (const PassPlace& place : places_) {
             const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
-            for (const std::uint32_t bits : {8U, 16U}) {
-                if (writer.canBeGrouped(pass)) {
-                    const auto [text, isNew] =
-                        known.emplace(writer.writeForGroups(pass, bits).hlsl, texts.size());
-                    if (isNew) {
-                        texts.push_back(text->first);
-                    }
-                    places.push_back({place.technique, place.pass, text->second});
-                    depths.push_back(bits);
+            if (writer.canBeGrouped(pass)) {
+                const auto [text, isNew] =
+                    known.emplace(writer.writeForGroups(pass, bits).hlsl, texts.size());
+                if (isNew) {
+                    texts.push_back(text->first);
                 }
+                places.push_back({place.technique, place.pass, text->second});
             }
         }
-        const std::vector<CompiledShader> shaders = compileShaders(texts);
-        for (std::size_t i = 0; i < places.size(); ++i) {
-            const CompiledShader& shader = shaders[places[i].text];
+        const std::vector<CompiledShader> shaders = compileShaders(texts, bits);
+        for (const PassPlace& place : places) {
+            const CompiledShader& shader = shaders[place.text];
             if (!shader.error && !shader.minglesPixels) {
-                CompiledEffect::Pass& pass = effect_.techniques[places[i].technique].passes[places[i].pass];
-                pass.groups.push_back({depths[i], shader.spirv, samplersOf(shader)});
+                effect_.techniques[place.technique].passes[place.pass].groups.push_back(
+                    {bits, shader.spirv, samplersOf(shader), shader.texelBytes, shader.rows});
             }
         }
     }

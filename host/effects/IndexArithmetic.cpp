@@ -128,6 +128,11 @@ private:
         case spv::OpShiftRightArithmetic:
         case spv::OpBitwiseAnd:
             return words[1] == intType_ && rewriteArithmetic(op, words);
+        case spv::OpSGreaterThan:
+        case spv::OpSGreaterThanEqual:
+        case spv::OpSLessThan:
+        case spv::OpSLessThanEqual:
+            return rewriteComparison(op, words);
         default:
             return false;
         }
@@ -148,6 +153,43 @@ private:
         emitValue(words[2], *result);
         changed_ = true;
         return true;
+    }
+
+    /// A comparison with a constant becomes one of the base, which is never below 0.
+    bool rewriteComparison(spv::Op op, std::span<const std::uint32_t> words)
+    {
+        const std::optional<Linear> value = valueOf(words[3]);
+        const std::optional<std::int64_t> limit = constantOf(words[4]);
+        if (!value || value->base == 0 || value->factor <= 0 || !limit) {
+            return false;
+        }
+        // value > limit, or its contrary
+        const bool greater = op == spv::OpSGreaterThan || op == spv::OpSGreaterThanEqual;
+        const bool orEqual = op == spv::OpSGreaterThanEqual || op == spv::OpSLessThan;
+        const std::int64_t above = floorOfRatio(*limit - (orEqual ? 1 : 0) - value->offset, value->factor);
+        if (above < 0) {
+            write(body_, spv::OpCopyObject, {words[1], words[2], truth(words[1], greater)});
+        } else {
+            write(body_, greater ? spv::OpSGreaterThan : spv::OpSLessThanEqual,
+                  {words[1], words[2], value->base, constant(above)});
+        }
+        changed_ = true;
+        return true;
+    }
+
+    static std::int64_t floorOfRatio(std::int64_t dividend, std::int64_t divisor)
+    {
+        return dividend >= 0 ? dividend / divisor : -((divisor - 1 - dividend) / divisor);
+    }
+
+    Id truth(Id boolType, bool value)
+    {
+        Id& id = value ? true_ : false_;
+        if (id == 0) {
+            id = nextId_++;
+            write(declarations_, value ? spv::OpConstantTrue : spv::OpConstantFalse, {boolType, id});
+        }
+        return id;
     }
 
     std::optional<Linear> combine(spv::Op op, const Linear& left, const Linear& right)
@@ -310,6 +352,8 @@ private:
     Id position_ = 0;
     Id intType_ = 0;
     Id unsignedType_ = 0;
+    Id true_ = 0;
+    Id false_ = 0;
     std::unordered_map<Id, Linear> values_;
     std::unordered_map<Id, std::int64_t> most_; ///< of each base; none is below 0
     std::map<std::int32_t, Id> constants_;

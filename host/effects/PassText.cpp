@@ -50,9 +50,11 @@ constexpr std::string_view colourOfCodes =
     "qxfx_colour = floor(clamp(qxfx_colour, 0.0, qxfx_target.x)) * (1.0 / qxfx_target.x);";
 constexpr std::string_view returnColour = "return qxfx_rotate ? qxfx_colour.wxyz : qxfx_colour; }";
 
-// Textures as rows of texels a, r, g, b. The numbers are signed: their conversions are the cheaper ones.
+// Textures as rows of texels a, r, g, b. The numbers are signed: their conversions are the cheaper ones. That
+// a row is a whole number of groups long shows in the multiplication, for whoever reads several texels at
+// once.
 constexpr std::string_view groupPrelude = R"(
-float4 qxfx_tex2Dcodes(Buffer<uint4> s, float4 of, int2 texel) { return float4(int4(s.Load(texel.y * asint(of.x) + texel.x))).yzwx; }
+float4 qxfx_tex2Dcodes(Buffer<uint4> s, float4 of, int2 texel) { return float4(int4(s.Load(texel.y * int(of.x) * qxfx_texels + texel.x))).yzwx; }
 float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex2Dcodes(s, of, texel) * (1.0 / qxfx_maxCode); }
 )";
 constexpr std::string_view codesAt = R"(
@@ -406,6 +408,9 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
     writeLines(output, prelude, pass.entry.at);
     if (grouped) {
         output.add("static const float qxfx_maxCode = " + maxCode + ';', pass.entry.at);
+        output.add("static const int qxfx_texels = " +
+                       std::to_string(CompiledEffect::GroupShader::texelsOf(groupedBits)) + ';',
+                   pass.entry.at);
         output.add("static const float qxfx_scale = " + (call.givesCodes() ? "1.0" : maxCode) + ';',
                    pass.entry.at);
         output.add(std::string("static const float qxfx_rounding = ") + (call.givesCodes() ? "0.0" : "0.5") +

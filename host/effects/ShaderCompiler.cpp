@@ -1,9 +1,12 @@
 #include "host/effects/ShaderCompiler.h"
 
+#include "host/effects/CompiledEffect.h"
 #include "host/effects/ExactArithmetic.h"
 #include "host/effects/FetchRewriter.h"
+#include "host/effects/FetchWidening.h"
 #include "host/effects/IndexArithmetic.h"
 #include "host/effects/Remainders.h"
+#include "host/effects/UniformInputs.h"
 
 #include <glslang/Public/ResourceLimits.h>
 #include <glslang/Public/ShaderLang.h>
@@ -181,7 +184,26 @@ std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spi
     return read;
 }
 
-CompiledShader compileShader(const std::string& hlsl)
+/// Fits a shader that draws groups of texels to devices that pay for what such shaders do most.
+bool fitGroups(CompiledShader& shader, std::uint32_t bits, std::string& problem)
+{
+    if (simplifyColumnArithmetic(shader.spirv) && !optimize(shader.spirv, problem)) {
+        return false;
+    }
+    const std::uint32_t texelBytes = bits / 2;
+    const std::map<std::uint32_t, std::uint32_t> wide = widenFetches(shader.spirv, texelBytes);
+    if (!wide.empty() && !optimize(shader.spirv, problem)) {
+        return false;
+    }
+    shader.rows = passUniformsAsInputs(shader.spirv, CompiledEffect::GroupShader::mostRows);
+    for (const std::uint32_t binding : samplerBindings(shader.spirv)) {
+        const auto found = wide.find(binding);
+        shader.texelBytes.push_back(found != wide.end() ? found->second : texelBytes);
+    }
+    return true;
+}
+
+CompiledShader compileShader(const std::string& hlsl, std::uint32_t groupedBits)
 {
     CompiledShader shader;
     shader.spirv = translate(hlsl, shader.error);
@@ -192,8 +214,7 @@ CompiledShader compileShader(const std::string& hlsl)
     keepArithmeticAsWritten(shader.spirv);
     std::string problem;
     if (!rewriteFetches(shader.spirv, {std::begin(fetchFunctions), std::end(fetchFunctions)}) ||
-        !optimize(shader.spirv, problem) ||
-        (simplifyColumnArithmetic(shader.spirv) && !optimize(shader.spirv, problem)) ||
+        !optimize(shader.spirv, problem) || (groupedBits != 0 && !fitGroups(shader, groupedBits, problem)) ||
         !validate(shader.spirv, problem) || !needsOnlyCore(shader.spirv, problem)) {
         shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
         shader.spirv.clear();
@@ -208,6 +229,7 @@ CompiledShader compileShader(const std::string& hlsl)
 struct Work
 {
     const std::vector<std::string>& hlsl;
+    const std::uint32_t groupedBits;
     std::vector<CompiledShader>& shaders;
     std::atomic<std::size_t> next{0};
 
@@ -215,7 +237,7 @@ struct Work
     {
         for (std::size_t i = next++; i < hlsl.size(); i = next++) {
             try {
-                shaders[i] = compileShader(hlsl[i]);
+                shaders[i] = compileShader(hlsl[i], groupedBits);
             } catch (const std::exception& error) {
                 shaders[i].spirv.clear();
                 shaders[i].error = {0, std::string("the shader compiler failed: ") + error.what()};
@@ -232,13 +254,13 @@ void* runWork(void* work)
 
 } // namespace
 
-std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl)
+std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl, std::uint32_t groupedBits)
 {
     constexpr std::size_t stackBytes = 256U << 20U; // address space; memory only as far as it is used
     constexpr std::size_t mostThreads = 4;
     startGlslang();
     std::vector<CompiledShader> shaders(hlsl.size());
-    Work work{hlsl, shaders};
+    Work work{hlsl, groupedBits, shaders};
     const std::size_t count =
         std::min({mostThreads, hlsl.size(),
                   static_cast<std::size_t>(std::max(std::thread::hardware_concurrency(), 1U))});

@@ -100,7 +100,8 @@ bool canDrawGroups(VkPhysicalDevice physical, VkPhysicalDeviceType type)
     constexpr VkFormatFeatureFlags read = VK_FORMAT_FEATURE_UNIFORM_TEXEL_BUFFER_BIT;
     return type == VK_PHYSICAL_DEVICE_TYPE_CPU && offers(VK_FORMAT_R8G8B8A8_UNORM, whole, 0) &&
            offers(VK_FORMAT_R16G16B16A16_UNORM, whole, 0) && offers(groupFormat, drawn, 0) &&
-           offers(VK_FORMAT_R8G8B8A8_UINT, 0, read) && offers(VK_FORMAT_R16G16B16A16_UINT, 0, read);
+           offers(VK_FORMAT_R8G8B8A8_UINT, 0, read) && offers(VK_FORMAT_R16G16B16A16_UINT, 0, read) &&
+           offers(VK_FORMAT_R32G32_UINT, 0, read) && offers(VK_FORMAT_R32G32B32A32_UINT, 0, read);
 }
 
 std::string missingFeatures(VkPhysicalDevice physical, std::uint32_t apiVersion)
@@ -315,6 +316,8 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
     features.v12.timelineSemaphore = VK_TRUE;
     features.v13.dynamicRendering = VK_TRUE;
     features.v13.synchronization2 = VK_TRUE;
+    features.v13.maintenance4 = VK_TRUE;       // one vertex shader for fragment shaders that take less
+    features.v13.robustImageAccess = VK_TRUE;  // effects may ask for texels beside an image
     VkDeviceCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_DEVICE_CREATE_INFO;
     info.pNext = &features.core;

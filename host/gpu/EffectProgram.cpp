@@ -106,6 +106,10 @@ bool EffectProgram::createLayouts(ShaderProgram& program)
     info.sType = VK_STRUCTURE_TYPE_PIPELINE_LAYOUT_CREATE_INFO;
     info.setLayoutCount = 1;
     info.pSetLayouts = &program.setLayout;
+    if (!program.rows.empty()) {
+        info.pushConstantRangeCount = 1;
+        info.pPushConstantRanges = &groupRows;
+    }
     return device.succeeded(vkCreatePipelineLayout(device.handle(), &info, nullptr, &program.layout),
                             "setting up an effect");
 }
@@ -171,12 +175,15 @@ bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, Tec
         for (std::size_t i = 0; i < shaders.size(); ++i) {
             VkShaderModule module = nullptr;
             VkResult result = VK_SUCCESS;
+            passes[i].texelBytes = shaders[i]->texelBytes;
+            passes[i].rows = shaders[i]->rows;
             if (!createShader(shaders[i]->spirv, shaders[i]->samplers, passes[i])) {
                 return false;
             }
             result = createShaderModule(device, shaders[i]->spirv, module);
             if (result == VK_SUCCESS) {
-                result = createPipeline(device, module, passes[i].layout, groupFormat, passes[i].pipeline);
+                result = createGroupPipeline(device, module, passes[i].layout, !passes[i].rows.empty(),
+                                             passes[i].pipeline);
                 vkDestroyShaderModule(device.handle(), module, nullptr);
             }
             if (!device.succeeded(result, "making an effect's pipeline for groups of texels")) {

@@ -16,6 +16,10 @@ struct ShaderProgram
     std::vector<VkSampler> samplers;       ///< one for each of them
     std::vector<std::uint32_t> dimensions; ///< 2 or 3, of the texture that each reads; 1: as texels in a row
     bool discards = false;                 ///< it may leave pixels as they are
+
+    // Where it draws groups: see CompiledEffect::GroupShader.
+    std::vector<std::uint32_t> texelBytes;
+    std::vector<std::uint32_t> rows;
 };
 
 /// One pass, ready for the device.

@@ -1,6 +1,7 @@
 #include "host/gpu/Pipelines.h"
 
 #include "host/gpu/shaders/triangle.vert.h"
+#include "host/gpu/shaders/triangleWithRows.vert.h"
 
 #include <algorithm>
 
@@ -144,13 +145,14 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
     return result;
 }
 
-VkResult createPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout, VkFormat format,
-                        VkPipeline& pipeline)
+VkResult createGroupPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout, bool takesRows,
+                             VkPipeline& pipeline)
 {
     VkShaderModule vertex = nullptr;
-    VkResult result = createShaderModule(device, triangleVertexShader, vertex);
+    VkResult result = takesRows ? createShaderModule(device, triangleWithRowsVertexShader, vertex)
+                                : createShaderModule(device, triangleVertexShader, vertex);
     if (result == VK_SUCCESS) {
-        result = createPipeline(device, vertex, fragment, layout, Blending::Replace, format, pipeline);
+        result = createPipeline(device, vertex, fragment, layout, Blending::Replace, groupFormat, pipeline);
     }
     vkDestroyShaderModule(device.handle(), vertex, nullptr);
     return result;

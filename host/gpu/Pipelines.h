@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/effects/CompiledEffect.h"
 #include "host/gpu/Resources.h"
 
 #include <array>
@@ -32,9 +33,14 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
                          FormatPipelines& pipelines, std::span<const std::uint32_t> vertex = {});
 void destroyPipelines(Device& device, FormatPipelines& pipelines);
 
-/// A pipeline for targets of that format alone.
-VkResult createPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout, VkFormat format,
-                        VkPipeline& pipeline);
+/// Rows of the uniform buffer on their way to a shader that draws groups of texels: the vertex shader passes
+/// them on.
+constexpr VkPushConstantRange groupRows{VK_SHADER_STAGE_VERTEX_BIT, 0,
+                                        CompiledEffect::GroupShader::mostRows * 4 * sizeof(float)};
+
+/// A pipeline for groups of texels, for a fragment shader that takes rows or does not.
+VkResult createGroupPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout, bool takesRows,
+                             VkPipeline& pipeline);
 
 /// Begins drawing into a target that renderTo() was announced for; only `area` is touched.
 void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area, VkAttachmentLoadOp load,

@@ -125,13 +125,19 @@ VkResult Texture::allocate(Device& device, DeviceMemory& deviceMemory)
     if (result == VK_SUCCESS) {
         result = createView(device, groupFormat, false, groups.image, false, groups.target);
     }
-    if (result == VK_SUCCESS) {
-        VkBufferViewCreateInfo info{};
-        info.sType = VK_STRUCTURE_TYPE_BUFFER_VIEW_CREATE_INFO;
-        info.buffer = groups.buffer;
-        info.format = groupedBits(key.format) == 8 ? VK_FORMAT_R8G8B8A8_UINT : VK_FORMAT_R16G16B16A16_UINT;
-        info.range = VK_WHOLE_SIZE;
-        result = vkCreateBufferView(device.handle(), &info, nullptr, &groups.texels);
+    const bool isByte = groupedBits(key.format) == 8;
+    const std::array<VkFormat, 3> formats{isByte ? VK_FORMAT_R8G8B8A8_UINT : VK_FORMAT_UNDEFINED,
+                                          isByte ? VK_FORMAT_R32G32_UINT : VK_FORMAT_R16G16B16A16_UINT,
+                                          VK_FORMAT_R32G32B32A32_UINT};
+    for (std::size_t i = 0; i < formats.size() && result == VK_SUCCESS; ++i) {
+        if (formats[i] != VK_FORMAT_UNDEFINED) {
+            VkBufferViewCreateInfo info{};
+            info.sType = VK_STRUCTURE_TYPE_BUFFER_VIEW_CREATE_INFO;
+            info.buffer = groups.buffer;
+            info.format = formats[i];
+            info.range = VK_WHOLE_SIZE;
+            result = vkCreateBufferView(device.handle(), &info, nullptr, &groups.views[i]);
+        }
     }
     return result;
 }
@@ -154,10 +160,10 @@ VkResult Texture::createGroups(Device& device)
     const VkSubresourceLayout whole = layoutInMemory(device, groups.image);
     const VkDeviceSize bytes = texels.rowPitch * key.height;
     if (texels.rowPitch != whole.rowPitch || texels.offset != 0 || whole.offset != 0 ||
-        texels.rowPitch % texelBytes != 0 || bytes / texelBytes > device.limits().maxTexelBufferElements) {
+        texels.rowPitch % groupBytes != 0 || bytes / texelBytes > device.limits().maxTexelBufferElements) {
         return VK_ERROR_FORMAT_NOT_SUPPORTED;
     }
-    groups.rowTexels = static_cast<std::int32_t>(texels.rowPitch / texelBytes);
+    groups.rowGroups = static_cast<std::uint32_t>(texels.rowPitch / groupBytes);
     VkBufferCreateInfo buffer{};
     buffer.sType = VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO;
     buffer.size = bytes;
@@ -172,7 +178,9 @@ VkResult Texture::createGroups(Device& device)
 void Texture::destroyGroups(Device& device)
 {
     vkDestroyImageView(device.handle(), groups.target, nullptr);
-    vkDestroyBufferView(device.handle(), groups.texels, nullptr);
+    for (VkBufferView view : groups.views) {
+        vkDestroyBufferView(device.handle(), view, nullptr);
+    }
     vkDestroyImage(device.handle(), groups.image, nullptr);
     vkDestroyBuffer(device.handle(), groups.buffer, nullptr);
     groups = {};

@@ -36,9 +36,16 @@ struct TexelGroups
     VkImage image = nullptr; ///< of groupFormat
     VkImageView target = nullptr;
     VkBuffer buffer = nullptr;
-    VkBufferView texels = nullptr;
-    std::uint32_t width = 0;    ///< groups in a row
-    std::int32_t rowTexels = 0; ///< the image's texels from one row to the next
+    std::array<VkBufferView, 3> views{}; ///< see texelsOf()
+    std::uint32_t width = 0;             ///< groups in a row of the picture
+    std::uint32_t rowGroups = 0;         ///< groups from one row to the next
+
+    /// The buffer as texels of 8 or 16 bytes, of 32-bit components, or, for a size that is less, the image's
+    /// own.
+    const VkBufferView& texelsOf(std::uint32_t bytes) const
+    {
+        return views[bytes == 16 ? 2 : bytes == 8 ? 1 : 0];
+    }
 };
 
 /// An image on the device with its memory and views.
@@ -57,7 +64,7 @@ struct Texture
 
     std::uint64_t memoryBytes() const { return key.bytes(); }
     bool exists() const { return image != nullptr; }
-    bool hasGroups() const { return groups.texels != nullptr; }
+    bool hasGroups() const { return groups.target != nullptr; }
 
     /// The layout that the image has while it is used in a way that likes `best`: memory in several shapes
     /// keeps one that is common to them.

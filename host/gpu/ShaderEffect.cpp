@@ -153,7 +153,7 @@ void fillTextures(std::span<std::byte> uniforms, const CompiledEffect& effect, T
 {
     for (std::size_t i = 0; i < textures.size(); ++i) {
         if (textures[i] != nullptr) {
-            const CompiledEffect::TextureUniforms texture{textures[i]->groups.rowTexels,
+            const CompiledEffect::TextureUniforms texture{static_cast<float>(textures[i]->groups.rowGroups),
                                                           maxCode(textures[i]->key.format)};
             std::memcpy(uniforms.data() + effect.textureUniforms + i * sizeof texture, &texture,
                         sizeof texture);
@@ -229,7 +229,7 @@ VkDescriptorSet describe(Batch& batch, Device& device, const CompiledEffect& eff
         writes[1 + i].dstBinding = 1 + sampler;
         if (program.dimensions[i] == 1) {
             writes[1 + i].descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_TEXEL_BUFFER;
-            writes[1 + i].pTexelBufferView = &texture.groups.texels;
+            writes[1 + i].pTexelBufferView = &texture.groups.texelsOf(program.texelBytes[i]);
         } else {
             images[i] = {program.samplers[i], texture.sampled,
                          texture.layoutFor(VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL)};
@@ -303,12 +303,27 @@ struct Draw
             vkCmdBindPipeline(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, step.pipeline);
             vkCmdBindDescriptorSets(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, step.program->layout,
                                     0, 1, &step.set, 0, nullptr);
+            pushRows(batch, *step.program);
             vkCmdDraw(batch.commands(), 3, 1, 0, 0);
         }
         vkCmdEndRendering(batch.commands());
         context.draws += steps.size();
         context.groupDraws += groups ? steps.size() : 0;
         return true;
+    }
+
+    void pushRows(Batch& batch, const ShaderProgram& program) const
+    {
+        if (program.rows.empty()) {
+            return;
+        }
+        constexpr std::size_t bytes = 16;
+        std::array<std::byte, groupRows.size> rows{};
+        for (std::size_t i = 0; i < program.rows.size(); ++i) {
+            std::memcpy(rows.data() + i * bytes, uniforms.data() + program.rows[i] * bytes, bytes);
+        }
+        vkCmdPushConstants(batch.commands(), program.layout, groupRows.stageFlags, groupRows.offset,
+                           groupRows.size, rows.data());
     }
 
     void prepare(Batch& batch, bool replacesAll) const

@@ -64,11 +64,10 @@ DecodeMatrix decodeMatrix(int matrixId, bool sourceFull, bool targetFull)
     return m;
 }
 
-// The texel of a pair of pixels, the outermost pairs of the picture repeated outwards. What a row holds
-// behind the picture is padding.
-float4 pairAt(int x, int y, int2 lastPair)
+// The texel of a pair of pixels. Beside the picture there is no telling what it is.
+float4 pairAt(int x, int y)
 {
-    return tex2Dcodes(SourceSampler, clamp(int2(x, y), int2(0, 0), lastPair));
+    return tex2Dcodes(SourceSampler, int2(x, y));
 }
 
 // Cb and Cr (x, y) of a pixel as a whole number of codes (xy) and what is left (zw).
@@ -78,22 +77,24 @@ float4 pairAt(int x, int y, int2 lastPair)
 //   even pixel, k(0) and k(1):         Catmull-Rom 1, 0;           Mitchell 128/144, 8/144
 //   odd pixel, k(1/2) and k(3/2):      Catmull-Rom 9/16, -1/16;    Mitchell 77/144, -5/144
 // The weights are used times their denominator: up to 16 bits the sums stay exact.
-float4 chromaAt(float4 own, int2 pair, int2 lastPair, bool odd, int filterId)
+//
+// The outermost pairs of the picture are repeated outwards. What a row holds behind the picture is padding.
+float4 chromaAt(float4 own, int2 pair, int lastPair, bool odd, int filterId)
 {
-    if (filterId == POINT)
+    if (filterId == POINT || (filterId == CATMULL_ROM && !odd))
     {
         return float4(own.rb, 0.0, 0.0);
     }
 
-    float2 before = pairAt(pair.x - 1, pair.y, lastPair).rb;
-    float2 next = pairAt(pair.x + 1, pair.y, lastPair).rb;
-    float2 afterNext = pairAt(pair.x + 2, pair.y, lastPair).rb;
+    float2 before = pair.x > 0 ? pairAt(pair.x - 1, pair.y).rb : own.rb;
+    float2 next = pair.x < lastPair ? pairAt(pair.x + 1, pair.y).rb : own.rb;
+    float2 afterNext = pair.x + 1 < lastPair ? pairAt(pair.x + 2, pair.y).rb : next;
 
     float2 sum;
     float denominator;
     if (filterId == CATMULL_ROM)
     {
-        sum = odd ? 9.0 * (own.rb + next) - (before + afterNext) : 16.0 * own.rb;
+        sum = 9.0 * (own.rb + next) - (before + afterNext);
         denominator = 16.0;
     }
     else
@@ -110,10 +111,9 @@ float4 decode422(int2 pixel : VPOS, uniform int matrixId, uniform bool sourceFul
 {
     int2 pair = int2(pixel.x >> 1, pixel.y);
     bool odd = (pixel.x & 1) != 0;
-    int2 picture = int2(targetSize);
-    int2 lastPair = min(int2((picture.x + 1) >> 1, picture.y), int2(inputSize)) - int2(1, 1);
+    int lastPair = min((int(targetSize.x) + 1) >> 1, int(inputSize.x)) - 1;
 
-    float4 own = pairAt(pair.x, pair.y, lastPair);
+    float4 own = pairAt(pair.x, pair.y);
     float4 chroma = chromaAt(own, pair, lastPair, odd, filterId);
 
     Rescale r = rescale(inputMax, sourceFull, targetMax, targetFull);

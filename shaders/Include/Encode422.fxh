@@ -67,11 +67,10 @@ EncodeMatrix encodeMatrix(int matrixId, bool sourceFull, bool targetFull)
     return m;
 }
 
-// The codes of a pixel, the outermost pixels of the picture repeated outwards.
+// The codes of a pixel. Beside the picture there is no telling what they are.
 float3 pixelAt(int x, int y)
 {
-    int2 last = int2(inputSize) - int2(1, 1);
-    return tex2Dcodes(SourceSampler, clamp(int2(x, y), int2(0, 0), last)).rgb;
+    return tex2Dcodes(SourceSampler, int2(x, y)).rgb;
 }
 
 // Lanczos with three lobes, sinc(x) sinc(x / 3), stretched by two because every other sample is kept. At
@@ -84,13 +83,24 @@ float3 pixelAt(int x, int y)
 #define LANCZOS_5 (6.0 / 25.0 / LANCZOS_SUM)
 
 // What Lanczos adds to the pixel that the site is on: the weights come to 1 together, so they apply to
-// differences from that pixel. The upper parts of the sum are exact.
-void lanczosDifference(float3 even, float3 odd, int x, int y, out float3 upper, out float3 lower)
+// differences from that pixel. The upper parts of the sum are exact. The outermost pixels of the picture are
+// repeated outwards; sites are on even columns.
+void lanczosDifference(float3 even, float3 odd, int x, int y, int last, out float3 upper, out float3 lower)
 {
+    float3 left1 = x > 0 ? pixelAt(x - 1, y) : even;
+    float3 left2 = x > 0 ? pixelAt(x - 2, y) : even;
+    float3 left3 = x > 2 ? pixelAt(x - 3, y) : left2;
+    float3 left4 = x > 2 ? pixelAt(x - 4, y) : left2;
+    float3 left5 = x > 4 ? pixelAt(x - 5, y) : left4;
+    float3 right2 = x + 1 < last ? pixelAt(x + 2, y) : odd;
+    float3 right3 = x + 2 < last ? pixelAt(x + 3, y) : right2;
+    float3 right4 = x + 3 < last ? pixelAt(x + 4, y) : right3;
+    float3 right5 = x + 4 < last ? pixelAt(x + 5, y) : right4;
+
     float3 twice = 2.0 * even;
-    float3 d1 = (pixelAt(x - 1, y) + odd) - twice;
-    float3 d3 = (pixelAt(x - 3, y) + pixelAt(x + 3, y)) - twice;
-    float3 d5 = (pixelAt(x - 5, y) + pixelAt(x + 5, y)) - twice;
+    float3 d1 = (left1 + odd) - twice;
+    float3 d3 = (left3 + right3) - twice;
+    float3 d5 = (left5 + right5) - twice;
     upper = UPPER(LANCZOS_1) / UNITS * d1 + UPPER(LANCZOS_3) / UNITS * d3 + UPPER(LANCZOS_5) / UNITS * d5;
     lower = LOWER(LANCZOS_1) / UNITS * d1 + LOWER(LANCZOS_3) / UNITS * d3 + LOWER(LANCZOS_5) / UNITS * d5;
 }
@@ -100,8 +110,9 @@ float4 encode422(int2 pos : VPOS, uniform int matrixId, uniform bool sourceFull,
 {
     int x = pos.x * 2;
     int y = pos.y;
+    int last = int(inputSize.x) - 1;
     float3 even = pixelAt(x, y);
-    float3 odd = pixelAt(x + 1, y);
+    float3 odd = x < last ? pixelAt(x + 1, y) : even;
 
     // The colour that chroma is made from, in whole codes and what is left. Black drops out of it: the
     // weights of Cb and of Cr come to 0 together.
@@ -110,7 +121,7 @@ float4 encode422(int2 pos : VPOS, uniform int matrixId, uniform bool sourceFull,
     if (filterId == LANCZOS)
     {
         float3 upper, lower;
-        lanczosDifference(even, odd, x, y, upper, lower);
+        lanczosDifference(even, odd, x, y, last, upper, lower);
         float3 whole = floor(upper);
         site += whole;
         rest = (upper - whole) + lower;

@@ -88,7 +88,7 @@ public:
             within();
         }
         EXPECT_THAT(sources, SizeIs(2));
-        EXPECT_EQ(sources[0].name, "Input");
+        EXPECT_EQ(sources[0].name.view(), "Input"); // a string would take memory
         EXPECT_TRUE(sources[0].resource);
         ++renders;
         return true;

@@ -1,0 +1,314 @@
+#include "host/effects/FetchWidening.h"
+
+#include "host/effects/SpirvModule.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <optional>
+#include <unordered_map>
+
+namespace Qx::Host::Effects {
+namespace {
+
+using namespace Spirv;
+
+constexpr std::uint32_t widestBytes = 16;
+constexpr std::uint32_t wordBytes = 4;
+
+/// A sum of whole numbers times constants, and a constant.
+struct Sum
+{
+    std::map<Id, std::int64_t> factors;
+    std::int64_t offset = 0;
+};
+
+/// What the instructions of a function compute in whole numbers.
+class Sums
+{
+public:
+    void addConstant(Id id, std::int32_t value) { sums_[id] = {{}, value}; }
+
+    void visit(const Instruction& instruction)
+    {
+        if (instruction.op() == spv::OpCopyObject) {
+            if (const auto found = sums_.find(instruction[3]); found != sums_.end()) {
+                sums_[instruction[2]] = found->second;
+            }
+            return;
+        }
+        if (const std::optional<Sum> sum = combined(instruction); sum && isModest(*sum)) {
+            sums_[instruction[2]] = *sum;
+        }
+    }
+
+    Sum of(Id id) const
+    {
+        const auto found = sums_.find(id);
+        return found != sums_.end() ? found->second : Sum{{{id, 1}}, 0};
+    }
+
+private:
+    std::optional<Sum> combined(const Instruction& instruction) const
+    {
+        switch (instruction.op()) {
+        case spv::OpIAdd:
+            return added(of(instruction[3]), of(instruction[4]), 1);
+        case spv::OpISub:
+            return added(of(instruction[3]), of(instruction[4]), -1);
+        case spv::OpIMul:
+            if (const auto by = constantOf(instruction[4])) {
+                return times(of(instruction[3]), *by);
+            }
+            if (const auto by = constantOf(instruction[3])) {
+                return times(of(instruction[4]), *by);
+            }
+            return std::nullopt;
+        case spv::OpShiftLeftLogical:
+            if (const auto by = constantOf(instruction[4]); by && *by >= 0 && *by < 16) {
+                return times(of(instruction[3]), std::int64_t{1} << *by);
+            }
+            return std::nullopt;
+        default:
+            return std::nullopt;
+        }
+    }
+
+    static Sum added(Sum left, const Sum& right, std::int64_t sign)
+    {
+        for (const auto& [id, factor] : right.factors) {
+            left.factors[id] += sign * factor;
+        }
+        std::erase_if(left.factors, [](const auto& term) { return term.second == 0; });
+        left.offset += sign * right.offset;
+        return left;
+    }
+
+    static Sum times(Sum sum, std::int64_t by)
+    {
+        for (auto& [id, factor] : sum.factors) {
+            factor *= by;
+        }
+        sum.offset *= by;
+        return by == 0 ? Sum{} : sum;
+    }
+
+    std::optional<std::int64_t> constantOf(Id id) const
+    {
+        const auto found = sums_.find(id);
+        return found != sums_.end() && found->second.factors.empty() ? std::optional(found->second.offset)
+                                                                     : std::nullopt;
+    }
+
+    /// Small enough for whoever goes on with it.
+    static bool isModest(const Sum& sum)
+    {
+        constexpr std::size_t mostTerms = 4;
+        constexpr std::int64_t most = 1 << 24;
+        const auto small = [](std::int64_t value) { return value > -most && value < most; };
+        return sum.factors.size() <= mostTerms && small(sum.offset) &&
+               std::all_of(sum.factors.begin(), sum.factors.end(),
+                           [&](const auto& term) { return small(term.second); });
+    }
+
+    std::unordered_map<Id, Sum> sums_;
+};
+
+class Widener
+{
+public:
+    Widener(Words& spirv, std::uint32_t texelBytes)
+        : spirv_(spirv), texelBytes_(texelBytes), nextId_(spirv[boundWord])
+    {
+    }
+
+    std::map<std::uint32_t, std::uint32_t> run()
+    {
+        if (!forEach(spirv_, [this](const Instruction& instruction) { collect(instruction); })) {
+            return {};
+        }
+        std::erase_if(buffers_, [](const auto& buffer) { return buffer.second.texels < 2; });
+        if (buffers_.empty()) {
+            return {};
+        }
+        bool inFunction = false;
+        Words head(spirv_.begin(), spirv_.begin() + headerWords);
+        forEach(spirv_, [&](const Instruction& instruction) {
+            inFunction = inFunction || instruction.op() == spv::OpFunction;
+            const Buffer* buffer = instruction.op() == spv::OpImageFetch ? readBy(instruction) : nullptr;
+            if (buffer != nullptr) {
+                replace(instruction, *buffer);
+            } else {
+                write(inFunction ? body_ : head, instruction);
+            }
+        });
+        spirv_ = std::move(head);
+        spirv_.insert(spirv_.end(), constants_.begin(), constants_.end());
+        spirv_.insert(spirv_.end(), body_.begin(), body_.end());
+        spirv_[boundWord] = nextId_;
+        std::map<std::uint32_t, std::uint32_t> widths;
+        for (const auto& [variable, buffer] : buffers_) {
+            widths[bindings_[variable]] = buffer.texels * texelBytes_;
+        }
+        return widths;
+    }
+
+private:
+    struct Buffer
+    {
+        std::uint32_t texels = 0; ///< that are read at once
+    };
+
+    void collect(const Instruction& instruction)
+    {
+        switch (instruction.op()) {
+        case spv::OpDecorate:
+            if (instruction[2] == spv::DecorationBinding) {
+                bindings_[instruction[1]] = instruction[3];
+            }
+            break;
+        case spv::OpTypeInt:
+            if (instruction[2] == 32) {
+                (instruction[3] == 1 ? intType_ : wordType_) = instruction[1];
+            }
+            break;
+        case spv::OpTypeImage:
+            if (instruction[3] == spv::DimBuffer) {
+                bufferTypes_[instruction[1]] = true;
+            }
+            break;
+        case spv::OpConstant:
+            if (instruction[1] == intType_ || instruction[1] == wordType_) {
+                sums_.addConstant(instruction[2], static_cast<std::int32_t>(instruction[3]));
+            }
+            break;
+        case spv::OpLoad:
+            if (bufferTypes_.count(instruction[1]) != 0) {
+                loaded_[instruction[2]] = instruction[3];
+                buffers_.emplace(instruction[3], Buffer{widestBytes / texelBytes_});
+            }
+            break;
+        case spv::OpImageFetch:
+            if (const auto image = loaded_.find(instruction[3]); image != loaded_.end()) {
+                Buffer& buffer = buffers_[image->second];
+                buffer.texels = std::min(buffer.texels, commonStep(sums_.of(instruction[4])));
+            }
+            break;
+        default:
+            if (instruction.size() > 2 && instruction[1] == intType_ && intType_ != 0) {
+                sums_.visit(instruction);
+            }
+            break;
+        }
+    }
+
+    /// The largest power of two, as far as it is of use, that all terms are multiples of.
+    std::uint32_t commonStep(const Sum& sum) const
+    {
+        std::uint64_t bits = widestBytes / texelBytes_;
+        for (const auto& [id, factor] : sum.factors) {
+            bits |= static_cast<std::uint64_t>(factor);
+        }
+        return 1U << std::countr_zero(bits);
+    }
+
+    const Buffer* readBy(const Instruction& fetch) const
+    {
+        const auto image = loaded_.find(fetch[3]);
+        const auto buffer = image != loaded_.end() ? buffers_.find(image->second) : buffers_.end();
+        return buffer != buffers_.end() ? &buffer->second : nullptr;
+    }
+
+    void replace(const Instruction& fetch, const Buffer& buffer)
+    {
+        const Sum sum = sums_.of(fetch[4]);
+        const int shift = std::countr_zero(buffer.texels);
+        const Id index = emitSum(sum, shift);
+        const Id wide = emit(spv::OpImageFetch, fetch[1], {fetch[3], index});
+        const auto part = static_cast<std::uint32_t>(sum.offset & (buffer.texels - 1));
+        const std::uint32_t words = texelBytes_ / wordBytes;
+        std::array<Id, 4> components{};
+        for (std::uint32_t i = 0; i < components.size(); ++i) {
+            const std::uint32_t bits = texelBytes_ * 2; // of a component
+            const std::uint32_t place = i * bits;
+            const Id word = emit(spv::OpCompositeExtract, wordType_, {wide, part * words + place / 32});
+            components[i] = emitBits(word, place % 32, bits);
+        }
+        write(body_, spv::OpCompositeConstruct,
+              {fetch[1], fetch[2], components[0], components[1], components[2], components[3]});
+    }
+
+    /// `count` bits of a word, from `first` on.
+    Id emitBits(Id word, std::uint32_t first, std::uint32_t count)
+    {
+        if (first != 0) {
+            word = emit(spv::OpShiftRightLogical, wordType_, {word, constant(wordType_, first)});
+        }
+        if (first + count < 32) {
+            word = emit(spv::OpBitwiseAnd, wordType_, {word, constant(wordType_, (1U << count) - 1U)});
+        }
+        return word;
+    }
+
+    /// The sum over 2^shift, rounded down.
+    Id emitSum(const Sum& sum, int shift)
+    {
+        Id total = 0;
+        const auto add = [&](Id term) {
+            total = total == 0 ? term : emit(spv::OpIAdd, intType_, {total, term});
+        };
+        for (const auto& [id, factor] : sum.factors) {
+            const std::int64_t rest = factor >> shift;
+            add(rest == 1 ? id : emit(spv::OpIMul, intType_, {id, number(rest)}));
+        }
+        if (const std::int64_t rest = sum.offset >> shift; rest != 0 || total == 0) {
+            add(number(rest));
+        }
+        return total;
+    }
+
+    Id number(std::int64_t value) { return constant(intType_, static_cast<std::uint32_t>(value)); }
+
+    Id constant(Id type, std::uint32_t value)
+    {
+        const auto [place, isNew] = known_.emplace(std::pair(type, value), nextId_);
+        if (isNew) {
+            write(constants_, spv::OpConstant, {type, nextId_++, value});
+        }
+        return place->second;
+    }
+
+    Id emit(spv::Op op, Id type, std::initializer_list<std::uint32_t> operands)
+    {
+        const auto words = static_cast<std::uint32_t>(operands.size() + 3);
+        body_.insert(body_.end(),
+                     {words << spv::WordCountShift | static_cast<std::uint32_t>(op), type, nextId_});
+        body_.insert(body_.end(), operands);
+        return nextId_++;
+    }
+
+    Words& spirv_;
+    const std::uint32_t texelBytes_;
+    Words constants_; ///< to stand before the functions
+    Words body_;
+    Id nextId_;
+    Id intType_ = 0;
+    Id wordType_ = 0;
+    Sums sums_;
+    std::unordered_map<Id, std::uint32_t> bindings_;
+    std::unordered_map<Id, bool> bufferTypes_;
+    std::unordered_map<Id, Id> loaded_; ///< variable of each loaded image
+    std::map<Id, Buffer> buffers_;      ///< by variable
+    std::map<std::pair<Id, std::uint32_t>, Id> known_;
+};
+
+} // namespace
+
+std::map<std::uint32_t, std::uint32_t> widenFetches(std::vector<std::uint32_t>& spirv,
+                                                    std::uint32_t texelBytes)
+{
+    return spirv.size() > headerWords ? Widener(spirv, texelBytes).run()
+                                      : std::map<std::uint32_t, std::uint32_t>();
+}
+
+} // namespace Qx::Host::Effects

@@ -123,7 +123,7 @@ float4 packMatrox(int2 pos : VPOS) : COLORCODE
     return matroxWord(pos, int(ceil(pSourceImageTotalWidthInDWORDs)));
 }
 
-technique UnpackDvs10Bit_BaseOnly
+technique UnpackDvs10Bit_BaseOnly < bool MixedDepths = true; >
 {
     pass P0
     {
@@ -131,7 +131,7 @@ technique UnpackDvs10Bit_BaseOnly
     }
 }
 
-technique UnpackMatrox10Bit
+technique UnpackMatrox10Bit < bool MixedDepths = true; >
 {
     pass P0
     {
@@ -139,7 +139,7 @@ technique UnpackMatrox10Bit
     }
 }
 
-technique UnpackMatrox10Bit_BaseOnly
+technique UnpackMatrox10Bit_BaseOnly < bool MixedDepths = true; >
 {
     pass P0
     {
@@ -147,7 +147,7 @@ technique UnpackMatrox10Bit_BaseOnly
     }
 }
 
-technique PackMatrox10Bit
+technique PackMatrox10Bit < bool MixedDepths = true; >
 {
     pass P0
     {

@@ -42,7 +42,7 @@ float4 copy(float2 uv : TEXCOORD0, float2 second : TEXCOORD1, float2 unbound : T
 {
     bool knowsWidth = isSurface(second, unbound) && abs((second.x - uv.x) * _Width - 1.0) < 0.1;
     float columns = knowsWidth ? min(_Width, inputSize.x) : inputSize.x;
-    float4 c = componentsAt(int2(floor(uv * float2(columns, inputSize.y))));
+    float4 c = nearestComponentsAt(int2(floor(uv * float2(columns, inputSize.y))));
     return texelOf(sharesAtTargetDepth(c));
 }
 
@@ -107,7 +107,7 @@ float4 toThree(int2 pos : VPOS, uniform bool redFirst) : COLORCODE
 {
     int y = pos.y;
     int first = pos.x * 4;
-    int pixel = first / 3;
+    int pixel = quotient(first, 3);
     float3 one = coloursAt(pixel, y);
     float3 two = coloursAt(pixel + 1, y);
     return texelOf(sharesAtTargetDepth(
@@ -217,6 +217,16 @@ float4 expandChannels(int2 pos : VPOS) : COLORCODE
         }                                                                                                    \
     }
 
+// Words are texels of 8 bits a component whatever depth they hold.
+#define TECHNIQUE_OF_WORDS(NAME, CALL)                                                                       \
+    technique NAME < bool MixedDepths = true; >                                                              \
+    {                                                                                                        \
+        pass P0                                                                                              \
+        {                                                                                                    \
+            PixelShader = compile ps_3_0 CALL;                                                               \
+        }                                                                                                    \
+    }
+
 TECHNIQUE(Null, copy())
 
 TECHNIQUE(FlipVertical, reorderColours(FLIPPED))
@@ -240,8 +250,8 @@ TECHNIQUE(ARGBtoRGBPlanar, toPlanes())
 TECHNIQUE(UYVYtoYUYV, reorderVideo(PAIRS_SWAPPED))
 TECHNIQUE(YVYUtoYUYV, reorderVideo(CHROMA_SWAPPED))
 TECHNIQUE(YV12toYUYV, fromYV12())
-TECHNIQUE(V210toYUYV, fromV210())
+TECHNIQUE_OF_WORDS(V210toYUYV, fromV210())
 TECHNIQUE(YUYVtoYV12, toYV12())
-TECHNIQUE(YUYVtoV210, toV210())
+TECHNIQUE_OF_WORDS(YUYVtoV210, toV210())
 
 TECHNIQUE(ChannelExpand, expandChannels())

@@ -119,22 +119,34 @@ struct CompiledEffect
     };
 
     /// A pass each of whose fragments makes 16 bytes of the target at once, for devices that pay for each
-    /// fragment rather than for its work: a group of neighbouring texels of a row, for pictures of one depth.
+    /// fragment rather than for its work: a group of neighbouring texels of a row.
     /// It makes what the pass makes, under these conditions:
     /// - the whole target is drawn, seen as one of R32G32B32A32_UINT of as many texels as there are groups in
     ///   a row; what a row has behind its last texel is overwritten;
-    /// - the target, each two-dimensional texture that it reads, and each texture that a parameter with
-    ///   Semantic::TextureMaxCode speaks of, have components of `bits` bits in the order a, r, g, b.
+    /// - the target has components of `depths.target` bits in the order a, r, g, b; each two-dimensional
+    ///   texture that it reads, and each that a parameter with Semantic::TextureMaxCode speaks of, has such
+    ///   of `depths.source` bits.
     /// The interface is that of a pass, except that
     /// - the output is a uint4, and there is no specialization constant;
     /// - some bindings are uniform texel buffers over the texture's memory instead of combined image
     /// samplers,
-    ///   as the SPIR-V says. `texelBytes` says how: as texels of `bits`-bit components, or as texels of 8 or
-    ///   16 bytes of 32-bit ones, all without a sign;
+    ///   as the SPIR-V says. `texelBytes` says how: as texels of the source's components, or as texels of 8
+    ///   or 16 bytes of 32-bit ones, all without a sign;
     /// - rows of 16 bytes of the uniform buffer come as flat inputs of four floats.
     struct GroupShader
     {
-        std::uint32_t bits = 0;
+        /// Bits of a component, 8 or 16.
+        struct Depths
+        {
+            std::uint32_t source = 0;
+            std::uint32_t target = 0;
+
+            friend bool operator==(const Depths&, const Depths&) = default;
+
+            bool areMixed() const { return source != target; }
+        };
+
+        Depths depths;
         std::vector<std::uint32_t> spirv;
         std::vector<std::uint32_t> samplers;   ///< as a pass's
         std::vector<std::uint32_t> texelBytes; ///< for each of them, if it is a buffer
@@ -149,7 +161,7 @@ struct CompiledEffect
         std::string name;
         std::vector<std::uint32_t> spirv;
         std::vector<std::uint32_t> samplers; ///< indices of the samplers that the pass reads, ascending
-        std::vector<GroupShader> groups;     ///< one for each depth that there is one for
+        std::vector<GroupShader> groups;     ///< one for each pair of depths that there is one for
     };
 
     struct Technique

@@ -28,7 +28,7 @@ constexpr std::size_t leastAnnotation = 3 * leastText;
 constexpr std::size_t leastParameter = 3 * leastText + 2 + 5 * 4 + 4;
 constexpr std::size_t leastTexture = leastText + 4;
 constexpr std::size_t leastSampler = leastText + 4 + 3;
-constexpr std::size_t leastGroupShader = 5 * 4;
+constexpr std::size_t leastGroupShader = 6 * 4;
 constexpr std::size_t leastPass = leastText + 4 + 4 + 4;
 constexpr std::size_t leastTechnique = leastText + 4 + 4;
 constexpr std::size_t leastInput = leastText + 1;
@@ -139,7 +139,8 @@ std::vector<std::uint32_t> readNumbers(ByteReader& from)
 
 void writeGroupShader(ByteWriter& to, const CompiledEffect::GroupShader& shader)
 {
-    to.number(shader.bits);
+    to.number(shader.depths.source);
+    to.number(shader.depths.target);
     writeNumbers(to, shader.spirv);
     writeNumbers(to, shader.samplers);
     writeNumbers(to, shader.texelBytes);
@@ -149,7 +150,8 @@ void writeGroupShader(ByteWriter& to, const CompiledEffect::GroupShader& shader)
 CompiledEffect::GroupShader readGroupShader(ByteReader& from)
 {
     CompiledEffect::GroupShader shader;
-    shader.bits = from.number<std::uint32_t>();
+    shader.depths.source = from.number<std::uint32_t>();
+    shader.depths.target = from.number<std::uint32_t>();
     shader.spirv = readNumbers(from);
     shader.samplers = readNumbers(from);
     shader.texelBytes = readNumbers(from);
@@ -278,10 +280,12 @@ bool isSoundShader(const std::vector<std::uint32_t>& spirv, const std::vector<st
 bool isSound(const CompiledEffect::GroupShader& shader, const CompiledEffect& effect)
 {
     const auto isTexel = [&](std::uint32_t bytes) {
-        return bytes == shader.bits / 2 || bytes == 8 || bytes == 16;
+        return bytes == shader.depths.source / 2 || bytes == 8 || bytes == 16;
     };
     const auto isRow = [&](std::uint32_t row) { return row < effect.uniformBytes / 16; };
-    return (shader.bits == 8 || shader.bits == 16) && shader.texelBytes.size() == shader.samplers.size() &&
+    const auto isDepth = [](std::uint32_t bits) { return bits == 8 || bits == 16; };
+    return isDepth(shader.depths.source) && isDepth(shader.depths.target) &&
+           shader.texelBytes.size() == shader.samplers.size() &&
            std::all_of(shader.texelBytes.begin(), shader.texelBytes.end(), isTexel) &&
            shader.rows.size() <= CompiledEffect::GroupShader::mostRows &&
            std::all_of(shader.rows.begin(), shader.rows.end(), isRow) &&

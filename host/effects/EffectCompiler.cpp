@@ -57,6 +57,8 @@ public:
 
 private:
     /// A pass of the result and the text that makes its shader.
+    using GroupShader = CompiledEffect::GroupShader;
+
     struct PassPlace
     {
         std::size_t technique;
@@ -90,8 +92,9 @@ private:
         writePasses(writer);
         compilePasses(writer);
         if (groups && !problems_.failed()) {
-            addGroupShaders(writer, 8);
-            addGroupShaders(writer, 16);
+            for (const GroupShader::Depths depths : {GroupShader::Depths{8, 8}, {16, 16}, {8, 16}, {16, 8}}) {
+                addGroupShaders(writer, depths);
+            }
         }
         if (!problems_.failed()) {
             warnOfLikelyMistakes(syntax_, effect_, names_, problems_);
@@ -149,30 +152,40 @@ private:
     }
 
     /// Those that do not compile are left out: each pass can do without.
-    void addGroupShaders(const PassWriter& writer, std::uint32_t bits)
+    void addGroupShaders(const PassWriter& writer, GroupShader::Depths depths)
     {
         std::map<std::string, std::size_t> known;
         std::vector<std::string> texts;
         std::vector<PassPlace> places;
         for (const PassPlace& place : places_) {
             const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
-            if (writer.canBeGrouped(pass)) {
+            const bool wanted =
+                !depths.areMixed() || mixesDepths(effect_.techniques[place.technique].annotations);
+            if (wanted && writer.canBeGrouped(pass)) {
                 const auto [text, isNew] =
-                    known.emplace(writer.writeForGroups(pass, bits).hlsl, texts.size());
+                    known.emplace(writer.writeForGroups(pass, depths).hlsl, texts.size());
                 if (isNew) {
                     texts.push_back(text->first);
                 }
                 places.push_back({place.technique, place.pass, text->second});
             }
         }
-        const std::vector<CompiledShader> shaders = compileShaders(texts, bits);
+        const std::vector<CompiledShader> shaders = compileShaders(texts, depths.source);
         for (const PassPlace& place : places) {
             const CompiledShader& shader = shaders[place.text];
             if (!shader.error && !shader.minglesPixels) {
                 effect_.techniques[place.technique].passes[place.pass].groups.push_back(
-                    {bits, shader.spirv, samplersOf(shader), shader.texelBytes, shader.rows});
+                    {depths, shader.spirv, samplersOf(shader), shader.texelBytes, shader.rows});
             }
         }
+    }
+
+    /// Whether a technique says that what it reads and what it draws are not of one depth.
+    static bool mixesDepths(const std::vector<CompiledEffect::Annotation>& annotations)
+    {
+        return std::any_of(annotations.begin(), annotations.end(), [](const auto& annotation) {
+            return equalIgnoringCase(annotation.name, "MixedDepths") && annotation.value == "true";
+        });
     }
 
     static std::vector<std::uint32_t> samplersOf(const CompiledShader& shader)

@@ -14,6 +14,7 @@ namespace {
 using namespace Spirv;
 
 constexpr std::uint32_t widestBytes = 16;
+constexpr std::uint32_t smallestBytes = 8;
 constexpr std::uint32_t wordBytes = 4;
 
 /// A sum of whole numbers times constants, and a constant.
@@ -131,6 +132,10 @@ public:
         if (buffers_.empty()) {
             return {};
         }
+        if (boolType_ == 0) {
+            boolType_ = nextId_++;
+            write(constants_, spv::OpTypeBool, {boolType_});
+        }
         bool inFunction = false;
         Words head(spirv_.begin(), spirv_.begin() + headerWords);
         forEach(spirv_, [&](const Instruction& instruction) {
@@ -172,6 +177,9 @@ private:
                 (instruction[3] == 1 ? intType_ : wordType_) = instruction[1];
             }
             break;
+        case spv::OpTypeBool:
+            boolType_ = instruction[1];
+            break;
         case spv::OpTypeImage:
             if (instruction[3] == spv::DimBuffer) {
                 bufferTypes_[instruction[1]] = true;
@@ -202,14 +210,16 @@ private:
         }
     }
 
-    /// The largest power of two, as far as it is of use, that all terms are multiples of.
+    /// How many texels can be read at once with one of them picked: the largest power of two, as far as it is
+    /// of use, that all terms are multiples of. Two even of the smallest, one of which is picked as it comes:
+    /// devices that gather such texels one by one do not gather larger ones so.
     std::uint32_t commonStep(const Sum& sum) const
     {
         std::uint64_t bits = widestBytes / texelBytes_;
         for (const auto& [id, factor] : sum.factors) {
             bits |= static_cast<std::uint64_t>(factor);
         }
-        return 1U << std::countr_zero(bits);
+        return std::max(1U << std::countr_zero(bits), smallestBytes / texelBytes_);
     }
 
     const Buffer* readBy(const Instruction& fetch) const
@@ -223,7 +233,11 @@ private:
     {
         const Sum sum = sums_.of(fetch[4]);
         const int shift = std::countr_zero(buffer.texels);
-        const Id index = emitSum(sum, shift);
+        const bool isAligned = std::all_of(sum.factors.begin(), sum.factors.end(), [&](const auto& term) {
+            return term.second % buffer.texels == 0;
+        });
+        const Id index = isAligned ? emitSum(sum, shift)
+                                   : emit(spv::OpShiftRightArithmetic, intType_, {fetch[4], number(shift)});
         const Id wide = emit(spv::OpImageFetch, fetch[1], {fetch[3], index});
         const auto part = static_cast<std::uint32_t>(sum.offset & (buffer.texels - 1));
         const std::uint32_t words = texelBytes_ / wordBytes;
@@ -231,11 +245,23 @@ private:
         for (std::uint32_t i = 0; i < components.size(); ++i) {
             const std::uint32_t bits = texelBytes_ * 2; // of a component
             const std::uint32_t place = i * bits;
-            const Id word = emit(spv::OpCompositeExtract, wordType_, {wide, part * words + place / 32});
+            const Id word = isAligned
+                                ? emit(spv::OpCompositeExtract, wordType_, {wide, part * words + place / 32})
+                                : emitPicked(wide, fetch[4]);
             components[i] = emitBits(word, place % 32, bits);
         }
         write(body_, spv::OpCompositeConstruct,
               {fetch[1], fetch[2], components[0], components[1], components[2], components[3]});
+    }
+
+    /// Of a texel of two words, the one that a number asks for by its lowest bit.
+    Id emitPicked(Id wide, Id index)
+    {
+        const Id lowest = emit(spv::OpBitwiseAnd, intType_, {index, number(1)});
+        const Id isSecond = emit(spv::OpINotEqual, boolType_, {lowest, number(0)});
+        const Id first = emit(spv::OpCompositeExtract, wordType_, {wide, 0});
+        const Id second = emit(spv::OpCompositeExtract, wordType_, {wide, 1});
+        return emit(spv::OpSelect, wordType_, {isSecond, second, first});
     }
 
     /// `count` bits of a word, from `first` on.
@@ -289,11 +315,12 @@ private:
 
     Words& spirv_;
     const std::uint32_t texelBytes_;
-    Words constants_; ///< to stand before the functions
+    Words constants_; ///< and a type, to stand before the functions
     Words body_;
     Id nextId_;
     Id intType_ = 0;
     Id wordType_ = 0;
+    Id boolType_ = 0;
     Sums sums_;
     std::unordered_map<Id, std::uint32_t> bindings_;
     std::unordered_map<Id, bool> bufferTypes_;

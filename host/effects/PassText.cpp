@@ -55,7 +55,7 @@ constexpr std::string_view returnColour = "return qxfx_rotate ? qxfx_colour.wxyz
 // once.
 constexpr std::string_view groupPrelude = R"(
 float4 qxfx_tex2Dcodes(Buffer<uint4> s, float4 of, int2 texel) { return float4(int4(s.Load(texel.y * int(of.x) * qxfx_texels + texel.x))).yzwx; }
-float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex2Dcodes(s, of, texel) * (1.0 / qxfx_maxCode); }
+float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex2Dcodes(s, of, texel) * (1.0 / qxfx_sourceMaxCode); }
 )";
 constexpr std::string_view codesAt = R"(
 int4 qxfx_codesAt(int x, int y) {
@@ -175,6 +175,11 @@ std::string declaration(const CompiledEffect::Parameter& parameter)
     return (parameter.rows > 1 ? "row_major " : "") + std::string(type.spelling()) + ' ' +
            std::string(hlslName(parameter.name)) + array + " : packoffset(c" +
            std::to_string(parameter.offset / 16) + '.' + "xyzw"[parameter.offset % 16 / 4] + ");";
+}
+
+std::string maxCodeOf(std::uint32_t bits)
+{
+    return std::to_string((1U << bits) - 1U) + ".0";
 }
 
 /// Whether something is kept from one call to the next.
@@ -386,32 +391,34 @@ std::vector<bool> PassWriter::readByNumberOnly(const EffectSyntax::Pass& pass,
 
 PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
 {
-    return write(pass, withoutBody, 0);
+    return write(pass, withoutBody, std::nullopt);
 }
 
-PassText PassWriter::writeForGroups(const EffectSyntax::Pass& pass, std::uint32_t bits) const
+PassText PassWriter::writeForGroups(const EffectSyntax::Pass& pass,
+                                    CompiledEffect::GroupShader::Depths depths) const
 {
-    return write(pass, {}, bits);
+    return write(pass, {}, depths);
 }
 
 PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody,
-                           std::uint32_t groupedBits) const
+                           std::optional<CompiledEffect::GroupShader::Depths> grouped) const
 {
-    const bool grouped = groupedBits != 0;
     const EntryCall call(syntax_, findEntry(pass), pass);
     std::unordered_set<std::string_view> names = reachableFrom(pass);
     const auto used = [&](std::string_view name) { return names.count(name) != 0; };
     const SamplerNames samplers(effect_, grouped ? readByNumberOnly(pass, names)
                                                  : std::vector<bool>(effect_.samplers.size()));
     Output output(samplers);
-    const std::string maxCode = std::to_string((1U << groupedBits) - 1U) + ".0";
+    const std::string sourceMaxCode = grouped ? maxCodeOf(grouped->source) : "";
+    const std::string targetMaxCode = grouped ? maxCodeOf(grouped->target) : "";
     writeLines(output, prelude, pass.entry.at);
     if (grouped) {
-        output.add("static const float qxfx_maxCode = " + maxCode + ';', pass.entry.at);
+        output.add("static const float qxfx_sourceMaxCode = " + sourceMaxCode + ';', pass.entry.at);
+        output.add("static const float qxfx_maxCode = " + targetMaxCode + ';', pass.entry.at);
         output.add("static const int qxfx_texels = " +
-                       std::to_string(CompiledEffect::GroupShader::texelsOf(groupedBits)) + ';',
+                       std::to_string(CompiledEffect::GroupShader::texelsOf(grouped->source)) + ';',
                    pass.entry.at);
-        output.add("static const float qxfx_scale = " + (call.givesCodes() ? "1.0" : maxCode) + ';',
+        output.add("static const float qxfx_scale = " + (call.givesCodes() ? "1.0" : targetMaxCode) + ';',
                    pass.entry.at);
         output.add(std::string("static const float qxfx_rounding = ") + (call.givesCodes() ? "0.0" : "0.5") +
                        ';',
@@ -426,14 +433,14 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
                    "] : packoffset(c1); float4 qxfx_target : packoffset(c" +
                    std::to_string(1 + SystemUniforms::maxTexCoords) + ");",
                pass.entry.at);
-    std::vector<std::string_view> constants;
+    std::vector<std::pair<std::string_view, std::string_view>> constants;
     for (std::size_t i = 0; i < effect_.parameters.size(); ++i) {
         const CompiledEffect::Parameter& parameter = effect_.parameters[i];
-        const bool constant = grouped && (parameter.semantic == CompiledEffect::Semantic::TargetMaxCode ||
-                                          (parameter.semantic == CompiledEffect::Semantic::TextureMaxCode &&
-                                           !isTable(parameter.semanticTexture)));
-        if (used(parameter.name) && constant) {
-            constants.push_back(parameter.name);
+        const bool ofTarget = parameter.semantic == CompiledEffect::Semantic::TargetMaxCode;
+        const bool ofSource = parameter.semantic == CompiledEffect::Semantic::TextureMaxCode &&
+                              !isTable(parameter.semanticTexture);
+        if (used(parameter.name) && grouped && (ofTarget || ofSource)) {
+            constants.emplace_back(parameter.name, ofTarget ? targetMaxCode : sourceMaxCode);
         } else if (used(parameter.name)) {
             output.add(declaration(parameter), syntax_.parameters[i].name.at);
         }
@@ -445,8 +452,8 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
                    pass.entry.at);
     }
     output.add("};", pass.entry.at);
-    for (const std::string_view name : constants) {
-        output.add("static const float " + std::string(hlslName(name)) + " = " + maxCode + ';',
+    for (const auto& [name, maxCode] : constants) {
+        output.add("static const float " + std::string(hlslName(name)) + " = " + std::string(maxCode) + ';',
                    pass.entry.at);
     }
     for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
@@ -471,7 +478,8 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
                [&](const std::vector<Token>& tokens) { output.add(tokens); });
     if (grouped) {
         writeLines(output, codesAt, pass.entry.at);
-        writeLines(output, CompiledEffect::GroupShader::texelsOf(groupedBits) == 4 ? mainForFour : mainForTwo,
+        writeLines(output,
+                   CompiledEffect::GroupShader::texelsOf(grouped->target) == 4 ? mainForFour : mainForTwo,
                    pass.entry.at);
     } else {
         writeLines(output, mainForTexel, pass.entry.at);

@@ -44,7 +44,7 @@ public:
     PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody = {}) const;
 
     /// The text of the GroupShader for components of so many bits. The pass's own text could be written.
-    PassText writeForGroups(const EffectSyntax::Pass& pass, std::uint32_t bits) const;
+    PassText writeForGroups(const EffectSyntax::Pass& pass, CompiledEffect::GroupShader::Depths depths) const;
 
     /// Whether a fragment may make several texels, one after the other, and is worth its longer text.
     bool canBeGrouped(const EffectSyntax::Pass& pass) const;
@@ -70,7 +70,7 @@ private:
     std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
                                        const std::unordered_set<std::string_view>& names) const;
     PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody,
-                   std::uint32_t groupedBits) const;
+                   std::optional<CompiledEffect::GroupShader::Depths> grouped) const;
 
     const EffectSyntax& syntax_;
     const CompiledEffect& effect_;

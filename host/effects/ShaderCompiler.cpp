@@ -185,12 +185,12 @@ std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spi
 }
 
 /// Fits a shader that draws groups of texels to devices that pay for what such shaders do most.
-bool fitGroups(CompiledShader& shader, std::uint32_t bits, std::string& problem)
+bool fitGroups(CompiledShader& shader, std::uint32_t sourceBits, std::string& problem)
 {
     if (simplifyColumnArithmetic(shader.spirv) && !optimize(shader.spirv, problem)) {
         return false;
     }
-    const std::uint32_t texelBytes = bits / 2;
+    const std::uint32_t texelBytes = sourceBits / 2;
     const std::map<std::uint32_t, std::uint32_t> wide = widenFetches(shader.spirv, texelBytes);
     if (!wide.empty() && !optimize(shader.spirv, problem)) {
         return false;
@@ -203,7 +203,7 @@ bool fitGroups(CompiledShader& shader, std::uint32_t bits, std::string& problem)
     return true;
 }
 
-CompiledShader compileShader(const std::string& hlsl, std::uint32_t groupedBits)
+CompiledShader compileShader(const std::string& hlsl, std::uint32_t groupedSourceBits)
 {
     CompiledShader shader;
     shader.spirv = translate(hlsl, shader.error);
@@ -214,7 +214,8 @@ CompiledShader compileShader(const std::string& hlsl, std::uint32_t groupedBits)
     keepArithmeticAsWritten(shader.spirv);
     std::string problem;
     if (!rewriteFetches(shader.spirv, {std::begin(fetchFunctions), std::end(fetchFunctions)}) ||
-        !optimize(shader.spirv, problem) || (groupedBits != 0 && !fitGroups(shader, groupedBits, problem)) ||
+        !optimize(shader.spirv, problem) ||
+        (groupedSourceBits != 0 && !fitGroups(shader, groupedSourceBits, problem)) ||
         !validate(shader.spirv, problem) || !needsOnlyCore(shader.spirv, problem)) {
         shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
         shader.spirv.clear();
@@ -229,7 +230,7 @@ CompiledShader compileShader(const std::string& hlsl, std::uint32_t groupedBits)
 struct Work
 {
     const std::vector<std::string>& hlsl;
-    const std::uint32_t groupedBits;
+    const std::uint32_t groupedSourceBits;
     std::vector<CompiledShader>& shaders;
     std::atomic<std::size_t> next{0};
 
@@ -237,7 +238,7 @@ struct Work
     {
         for (std::size_t i = next++; i < hlsl.size(); i = next++) {
             try {
-                shaders[i] = compileShader(hlsl[i], groupedBits);
+                shaders[i] = compileShader(hlsl[i], groupedSourceBits);
             } catch (const std::exception& error) {
                 shaders[i].spirv.clear();
                 shaders[i].error = {0, std::string("the shader compiler failed: ") + error.what()};
@@ -254,13 +255,14 @@ void* runWork(void* work)
 
 } // namespace
 
-std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl, std::uint32_t groupedBits)
+std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl,
+                                           std::uint32_t groupedSourceBits)
 {
     constexpr std::size_t stackBytes = 256U << 20U; // address space; memory only as far as it is used
     constexpr std::size_t mostThreads = 4;
     startGlslang();
     std::vector<CompiledShader> shaders(hlsl.size());
-    Work work{hlsl, groupedBits, shaders};
+    Work work{hlsl, groupedSourceBits, shaders};
     const std::size_t count =
         std::min({mostThreads, hlsl.size(),
                   static_cast<std::size_t>(std::max(std::thread::hardware_concurrency(), 1U))});

@@ -30,9 +30,10 @@ struct CompiledShader
 inline constexpr const char* fetchFunctions[] = {"qxfx_tex2Dfetch", "qxfx_tex3Dfetch"};
 
 /// Compiles each text, on a few threads of its own whose stacks bear deeply nested input. Any thread may call
-/// it, several at once. Texts that draw groups of texels come with the bits of a component.
+/// it, several at once. Texts that draw groups of texels come with the bits of a component of
+/// what they read.
 std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl,
-                                           std::uint32_t groupedBits = 0);
+                                           std::uint32_t groupedSourceBits = 0);
 
 /// The versions of the libraries that the shaders come from.
 std::string shaderCompilerVersion();

@@ -23,8 +23,8 @@ void destroyTechnique(Device& device, TechniqueProgram& technique)
         destroyPipelines(device, pass.pipelines);
         destroyShader(device, pass);
     }
-    for (std::vector<GroupProgram>& passes : technique.groups) {
-        for (GroupProgram& pass : passes) {
+    for (TechniqueProgram::Groups& groups : technique.groups) {
+        for (GroupProgram& pass : groups.passes) {
             vkDestroyPipeline(device.handle(), pass.pipeline, nullptr);
             pass.pipeline = nullptr;
             destroyShader(device, pass);
@@ -33,6 +33,13 @@ void destroyTechnique(Device& device, TechniqueProgram& technique)
 }
 
 } // namespace
+
+const TechniqueProgram::Groups* TechniqueProgram::groupsFor(CompiledEffect::GroupShader::Depths depths) const
+{
+    const auto found =
+        std::find_if(groups.begin(), groups.end(), [&](const Groups& each) { return each.depths == depths; });
+    return found != groups.end() ? &*found : nullptr;
+}
 
 std::shared_ptr<EffectProgram> EffectProgram::create(std::shared_ptr<Context> context,
                                                      std::shared_ptr<const CompiledEffect> effect,
@@ -154,15 +161,15 @@ bool EffectProgram::createPass(const CompiledEffect::Pass& pass, PassProgram& pr
 
 bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program)
 {
-    Device& device = context_->device();
-    if (!device.drawsGroups()) {
+    if (!context_->device().drawsGroups()) {
         return true;
     }
-    for (const std::uint32_t bits : {8U, 16U}) {
+    for (const CompiledEffect::GroupShader& first : technique.passes.front().groups) {
         std::vector<const CompiledEffect::GroupShader*> shaders;
         for (const CompiledEffect::Pass& pass : technique.passes) {
-            const auto found = std::find_if(pass.groups.begin(), pass.groups.end(),
-                                            [bits](const auto& shader) { return shader.bits == bits; });
+            const auto found = std::find_if(pass.groups.begin(), pass.groups.end(), [&](const auto& shader) {
+                return shader.depths == first.depths;
+            });
             if (found != pass.groups.end()) {
                 shaders.push_back(&*found);
             }
@@ -170,28 +177,33 @@ bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, Tec
         if (shaders.size() != technique.passes.size()) {
             continue;
         }
-        std::vector<GroupProgram>& passes = program.groups[bits == 8 ? 0 : 1];
+        std::vector<GroupProgram>& passes =
+            program.groups.emplace_back(TechniqueProgram::Groups{first.depths, {}}).passes;
         passes.resize(shaders.size());
         for (std::size_t i = 0; i < shaders.size(); ++i) {
-            VkShaderModule module = nullptr;
-            VkResult result = VK_SUCCESS;
-            passes[i].texelBytes = shaders[i]->texelBytes;
-            passes[i].rows = shaders[i]->rows;
-            if (!createShader(shaders[i]->spirv, shaders[i]->samplers, passes[i])) {
-                return false;
-            }
-            result = createShaderModule(device, shaders[i]->spirv, module);
-            if (result == VK_SUCCESS) {
-                result = createGroupPipeline(device, module, passes[i].layout, !passes[i].rows.empty(),
-                                             passes[i].pipeline);
-                vkDestroyShaderModule(device.handle(), module, nullptr);
-            }
-            if (!device.succeeded(result, "making an effect's pipeline for groups of texels")) {
+            if (!createGroup(*shaders[i], passes[i])) {
                 return false;
             }
         }
     }
     return true;
+}
+
+bool EffectProgram::createGroup(const CompiledEffect::GroupShader& shader, GroupProgram& program)
+{
+    Device& device = context_->device();
+    program.texelBytes = shader.texelBytes;
+    program.rows = shader.rows;
+    if (!createShader(shader.spirv, shader.samplers, program)) {
+        return false;
+    }
+    VkShaderModule module = nullptr;
+    VkResult result = createShaderModule(device, shader.spirv, module);
+    if (result == VK_SUCCESS) {
+        result = createGroupPipeline(device, module, program.layout, !program.rows.empty(), program.pipeline);
+        vkDestroyShaderModule(device.handle(), module, nullptr);
+    }
+    return device.succeeded(result, "making an effect's pipeline for groups of texels");
 }
 
 } // namespace Qx::Host::Vulkan

@@ -39,10 +39,16 @@ struct TechniqueProgram
 {
     std::vector<PassProgram> passes;
 
-    /// The passes by groups of texels of 8 bits a component, and of 16; empty where not each of them can.
-    std::array<std::vector<GroupProgram>, 2> groups;
+    /// The passes by groups of texels.
+    struct Groups
+    {
+        CompiledEffect::GroupShader::Depths depths;
+        std::vector<GroupProgram> passes;
+    };
+    std::vector<Groups> groups;
 
-    const std::vector<GroupProgram>& groupsOf(std::uint32_t bits) const { return groups[bits == 8 ? 0 : 1]; }
+    /// Null where not each pass can.
+    const Groups* groupsFor(CompiledEffect::GroupShader::Depths depths) const;
 };
 
 /// A pass that the device does not take.
@@ -83,6 +89,7 @@ private:
     }
     bool createPass(const CompiledEffect::Pass& pass, PassProgram& program);
     bool createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program);
+    bool createGroup(const CompiledEffect::GroupShader& shader, GroupProgram& program);
     bool createShader(const std::vector<std::uint32_t>& spirv, const std::vector<std::uint32_t>& samplers,
                       ShaderProgram& program);
     bool createLayouts(ShaderProgram& program);

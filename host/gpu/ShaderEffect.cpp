@@ -162,15 +162,15 @@ void fillTextures(std::span<std::byte> uniforms, const CompiledEffect& effect, T
 }
 
 /// Whether the conditions of CompiledEffect::GroupShader hold for what the passes read.
-bool haveDepthOf(const Texture& target, const CompiledEffect& effect, const std::vector<GroupProgram>& passes,
-                 Textures textures)
+bool haveDepth(std::uint32_t bits, const CompiledEffect& effect, const std::vector<GroupProgram>& passes,
+               Textures textures)
 {
-    const auto alike = [&](const Texture* texture) {
-        return texture != nullptr && texture->hasGroups() && texture->key.format == target.key.format;
+    const auto fits = [bits](const Texture* texture) {
+        return texture != nullptr && texture->hasGroups() && groupedBits(texture->key.format) == bits;
     };
     for (const GroupProgram& pass : passes) {
         for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
-            if (pass.dimensions[i] != 3 && !alike(textures[effect.samplers[pass.bindings[i]].texture])) {
+            if (pass.dimensions[i] != 3 && !fits(textures[effect.samplers[pass.bindings[i]].texture])) {
                 return false;
             }
         }
@@ -179,7 +179,7 @@ bool haveDepthOf(const Texture& target, const CompiledEffect& effect, const std:
         const std::size_t index = textureIndex(effect, parameter.semanticTexture);
         const Texture* texture = index < textures.size() ? textures[index] : nullptr;
         return parameter.semantic != CompiledEffect::Semantic::TextureMaxCode || texture == nullptr ||
-               texture->key.depth > 0 || alike(texture);
+               texture->key.depth > 0 || fits(texture);
     });
 }
 
@@ -265,11 +265,10 @@ struct Draw
 
     void choose(const TechniqueProgram& technique)
     {
-        const std::vector<GroupProgram>& grouped = technique.groupsOf(groupedBits(target.key.format));
-        groups = !grouped.empty() && target.hasGroups() && coversAll(pixels, target) &&
-                 haveDepthOf(target, effect, grouped, textures);
+        const TechniqueProgram::Groups* grouped = groupsFor(technique);
+        groups = grouped != nullptr;
         if (groups) {
-            for (const GroupProgram& pass : grouped) {
+            for (const GroupProgram& pass : grouped->passes) {
                 steps.push_back({&pass, pass.pipeline, nullptr});
             }
             return;
@@ -277,6 +276,21 @@ struct Draw
         for (const PassProgram& pass : technique.passes) {
             steps.push_back({&pass, pipelineFor(pass.pipelines, target.key.format), nullptr});
         }
+    }
+
+    const TechniqueProgram::Groups* groupsFor(const TechniqueProgram& technique) const
+    {
+        if (!target.hasGroups() || !coversAll(pixels, target)) {
+            return nullptr;
+        }
+        const std::uint32_t targetBits = groupedBits(target.key.format);
+        for (const std::uint32_t sourceBits : {targetBits, 24 - targetBits}) { // of 8 and 16, the other one
+            const TechniqueProgram::Groups* found = technique.groupsFor({sourceBits, targetBits});
+            if (found != nullptr && haveDepth(sourceBits, effect, found->passes, textures)) {
+                return found;
+            }
+        }
+        return nullptr;
     }
 
     bool record(Batch& batch)

@@ -36,26 +36,34 @@ WarmUp::WarmUp(std::shared_ptr<EffectProgram> program)
 {
 }
 
-bool WarmUp::prepare(iGPUImage::eFormat format)
+bool WarmUp::prepare(iGPUImage::eFormat format, iGPUImage::eFormat sourceFormat)
 {
     Context& context = program_->context();
     if (!target_ || target_->getFormat() != format) {
         target_ = makeGPUImage(context, targetSize, format);
-        picture_ = blackPicture(context, format);
+    }
+    if (!picture_ || picture_->getFormat() != sourceFormat) {
+        picture_ = blackPicture(context, sourceFormat);
     }
     return target_ && picture_;
 }
 
-bool WarmUp::hasForms(std::size_t technique) const
+bool WarmUp::hasForm(std::size_t technique, Form form) const
 {
-    return !program_->technique(technique).groups[0].empty();
+    const std::vector<TechniqueProgram::Groups>& groups = program_->technique(technique).groups;
+    return form == Form::ByTexel ? !groups.empty()
+                                 : std::any_of(groups.begin(), groups.end(), [form](const auto& each) {
+                                       return each.depths.areMixed() == (form == Form::Mixed);
+                                   });
 }
 
 bool WarmUp::draw(std::size_t technique, iGPUImage::eFormat format, Form form)
 {
     Context& context = program_->context();
     const Operation operation(context);
-    if (!operation || !prepare(format)) {
+    const iGPUImage::eFormat sourceFormat =
+        form != Form::Mixed ? format : formats[format == formats[0] ? 1 : 0];
+    if (!operation || !prepare(format, sourceFormat)) {
         return false;
     }
     const CompiledEffect& effect = program_->effect();
@@ -74,7 +82,7 @@ bool WarmUp::draw(std::size_t technique, iGPUImage::eFormat format, Form form)
                                  isTable ? Qx::Ptr<iGPUResource>(table_) : Qx::Ptr<iGPUResource>(picture_));
         }
     }
-    const RectangleOf<float> area{0.0F, 0.0F, static_cast<float>(form == Form::Usual ? targetSize.x : 1),
+    const RectangleOf<float> area{0.0F, 0.0F, static_cast<float>(form == Form::ByTexel ? 1 : targetSize.x),
                                   static_cast<float>(targetSize.y)};
     return effect_->setTechnique(chosen.name.c_str()) && effect_->draw(*target_, area, sources) &&
            context.recorder().wait(target_->texture().lastUse);
@@ -84,7 +92,7 @@ void WarmUp::drawAll()
 {
     for (const iGPUImage::eFormat format : formats) {
         for (std::size_t i = 0; i < program_->effect().techniques.size(); ++i) {
-            if (!draw(i, format)) {
+            if (!draw(i, format) || (hasForm(i, Form::Mixed) && !draw(i, format, Form::Mixed))) {
                 return;
             }
         }

@@ -13,7 +13,7 @@ namespace Qx::Host::Vulkan {
 class WarmUp
 {
 public:
-    /// The formats that pictures have while they are worked on; source and target are of the same.
+    /// The formats that pictures have while they are worked on; source and target are of the same as a rule.
     static constexpr std::array formats{iGPUImage::eARGB8, iGPUImage::eARGB16};
 
     explicit WarmUp(std::shared_ptr<EffectProgram> program);
@@ -23,20 +23,21 @@ public:
     {
         Usual,   ///< those for whole pictures
         ByTexel, ///< those that can draw a part of one
+        Mixed,   ///< those for whole pictures from one of another depth
     };
 
     /// False when the device cannot draw it: memory is exhausted, or the device is lost, or the service is
     /// shut down.
     bool draw(std::size_t technique, iGPUImage::eFormat format, Form form = Form::Usual);
 
-    /// Whether the two are not the same.
-    bool hasForms(std::size_t technique) const;
+    /// Whether a form is not the usual one.
+    bool hasForm(std::size_t technique, Form form) const;
 
-    /// Every technique as usual in every format, until one cannot be drawn.
+    /// Every technique for whole pictures in every format, until one cannot be drawn.
     void drawAll();
 
 private:
-    bool prepare(iGPUImage::eFormat format);
+    bool prepare(iGPUImage::eFormat format, iGPUImage::eFormat sourceFormat);
 
     const std::shared_ptr<EffectProgram> program_;
     const Qx::Ptr<ShaderEffect> effect_;

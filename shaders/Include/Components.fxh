@@ -9,10 +9,23 @@
 
 #include "Precise.fxh"
 
-// c0 c1 c2 c3 of the source's texel; outside the image, of the nearest one.
+// A whole number from 0 on over a divisor, rounded down. Faster than dividing whole numbers, and exact as far as
+// images go: the quotient is never within 0.5 / divisor of a wrong one.
+int quotient(int dividend, int divisor)
+{
+    return int(floor((float(dividend) + 0.5) * (1.0 / float(divisor))));
+}
+
+// c0 c1 c2 c3 of the source's texel. Beside the image there is no telling what they are.
 float4 componentsAt(int2 at)
 {
-    return tex2Dcodes(SourceSampler, clamp(at, int2(0, 0), int2(inputSize) - int2(1, 1))).argb;
+    return tex2Dcodes(SourceSampler, at).argb;
+}
+
+// The same; outside the image, of the nearest texel.
+float4 nearestComponentsAt(int2 at)
+{
+    return componentsAt(clamp(at, int2(0, 0), int2(inputSize) - int2(1, 1)));
 }
 
 // The codes to return for a texel of these components.

@@ -30,7 +30,8 @@ float4 texelOfBytes(int4 bytes)
 // last pair may be missing in the image; the one before stands in for it. 0 behind the picture.
 float4 tenBitsOfPair(int pair, int row, int pairs)
 {
-    return pair < pairs ? toTenBits(componentsAt(int2(pair, row))) : float4(0.0, 0.0, 0.0, 0.0);
+    float4 components = pair < int(inputSize.x) ? componentsAt(int2(pair, row)) : componentsAt(int2(pair - 1, row));
+    return pair < pairs ? toTenBits(components) : float4(0.0, 0.0, 0.0, 0.0);
 }
 
 // ---- Three components a word, in the order Cb Y0 Cr Y1 ----
@@ -49,14 +50,18 @@ float3 fieldsOf(int4 b, int packing)
     return float3(b.x | ((b.y & 3) << 8), (b.y >> 2) | ((b.z & 15) << 6), (b.z >> 4) | ((b.w & 63) << 4));
 }
 
-// A pair's four components begin at component 4 x pair of the row.
+// Three pairs take four words. A pair's four components begin in the word of its place among the three.
 float4 pairFromWords(int2 at, int packing)
 {
-    int first = at.x * 4;
-    int word = first / 3;
-    float4 codes = fourOf(fieldsOf(bytesAt(int2(word, at.y)), packing),
-                          fieldsOf(bytesAt(int2(word + 1, at.y)), packing), first - word * 3);
-    return texelOf(fromTenBits(codes.yxwz));
+    int three = quotient(at.x, 3);
+    int place = at.x - three * 3;
+    int4 first = bytesAt(int2(three * 4, at.y));
+    int4 second = bytesAt(int2(three * 4 + 1, at.y));
+    int4 third = bytesAt(int2(three * 4 + 2, at.y));
+    int4 last = bytesAt(int2(three * 4 + 3, at.y));
+    int4 one = place == 0 ? first : (place == 1 ? second : third);
+    int4 two = place == 0 ? second : (place == 1 ? third : last);
+    return texelOf(fromTenBits(fourOf(fieldsOf(one, packing), fieldsOf(two, packing), place).yxwz));
 }
 
 // A v210 word's three components begin at component 3 x word of the row.
@@ -100,7 +105,7 @@ int lowerBitsOf(float4 codes)
 
 float4 matroxWord(int2 at, int pairs)
 {
-    int block = at.x / MATROX_WORDS;
+    int block = quotient(at.x, MATROX_WORDS);
     int place = at.x - block * MATROX_WORDS;
     int pair = block * MATROX_PAIRS + place;
     if (place < MATROX_PAIRS)

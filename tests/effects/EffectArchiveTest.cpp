@@ -104,7 +104,7 @@ TEST_F(EffectArchive, ComesBackAsItWasWritten)
     EXPECT_EQ(effect.techniques[1].passes[1].spirv, original.techniques[1].passes[1].spirv);
     EXPECT_EQ(effect.techniques[1].passes[1].samplers, original.techniques[1].passes[1].samplers);
     ASSERT_EQ(effect.techniques[0].passes[0].groups.size(), 2U);
-    EXPECT_EQ(effect.techniques[0].passes[0].groups[1].bits, 16U);
+    EXPECT_EQ(effect.techniques[0].passes[0].groups[1].depths.target, 16U);
     EXPECT_EQ(effect.textureUniforms, original.textureUniforms);
     // What the lines above do not look at shows here.
     EXPECT_EQ(writeEffectArchive(*read), bytes);
@@ -216,7 +216,8 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
          [](Effect& e) {
              e.techniques[0].passes[0].samplers = {1, 0};
          }},
-        {"groups of no depth", [](Effect& e) { e.techniques[0].passes[0].groups[0].bits = 10; }},
+        {"groups of no depth", [](Effect& e) { e.techniques[0].passes[0].groups[0].depths.source = 10; }},
+        {"groups for no depth", [](Effect& e) { e.techniques[0].passes[0].groups[0].depths.target = 10; }},
         {"groups of no shader", [](Effect& e) { e.techniques[0].passes[0].groups[0].spirv.clear(); }},
         {"groups of no sampler", [](Effect& e) { e.techniques[0].passes[0].groups[0].samplers = {2}; }},
         {"no room for a texture", [](Effect& e) { e.uniformBytes -= 16; }},

@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 // What the shaders for groups of texels have in common between neighbours, seen in their SPIR-V.
 
@@ -63,10 +64,38 @@ TEST(GroupShaders, ExistForBothDepthsWhereTheyAreAskedFor)
 {
     const CompiledEffect::Pass pass = compiled("return at(pos.x, pos.y);");
     ASSERT_EQ(pass.groups.size(), 2U);
-    EXPECT_EQ(pass.groups[0].bits, 8U);
-    EXPECT_EQ(pass.groups[1].bits, 16U);
+    EXPECT_EQ(pass.groups[0].depths, (CompiledEffect::GroupShader::Depths{8, 8}));
+    EXPECT_EQ(pass.groups[1].depths, (CompiledEffect::GroupShader::Depths{16, 16}));
     EXPECT_EQ(pass.groups[0].samplers, pass.samplers);
     EXPECT_TRUE(compiled("return at(pos.x, pos.y);", false).groups.empty());
+}
+
+TEST(GroupShaders, ExistBetweenDepthsForTechniquesThatSaySo)
+{
+    using Depths = CompiledEffect::GroupShader::Depths;
+    const auto depthsOf = [](const std::string& annotation) {
+        const Qx::Test::TemporaryDirectory directory;
+        EffectCompilerOptions options;
+        options.groups = true;
+        const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
+float4 entry(int2 pos : VPOS) : COLORCODE { return pos.x; }
+technique T )" + annotation + R"( { pass { PixelShader = compile ps_3_0 entry(); } }
+)"),
+                                                       options);
+        EXPECT_NE(result.effect, nullptr) << result.messages;
+        std::vector<Depths> depths;
+        for (const CompiledEffect::GroupShader& shader : result.effect->techniques[0].passes[0].groups) {
+            depths.push_back(shader.depths);
+        }
+        return depths;
+    };
+    const std::vector<Depths> usual{{8, 8}, {16, 16}};
+    const std::vector<Depths> mixed{{8, 8}, {16, 16}, {8, 16}, {16, 8}};
+    EXPECT_EQ(depthsOf(""), usual);
+    EXPECT_EQ(depthsOf("< bool MixedDepths = false; >"), usual);
+    EXPECT_EQ(depthsOf("< bool Another = true; >"), usual);
+    EXPECT_EQ(depthsOf("< bool MixedDepths = true; >"), mixed);
+    EXPECT_EQ(depthsOf("< string Note = \"x\"; bool mixeddepths = true; >"), mixed);
 }
 
 TEST(GroupShaders, ReadATexelOfEachNeighbour)
@@ -94,7 +123,7 @@ TEST(GroupShaders, ShareWhatNeighboursHaveInCommon)
 
 TEST(GroupShaders, KnowEachTexelsPlaceInItsGroup)
 {
-    EXPECT_EQ(choices(compiled("return (pos.x & 1) != 0 ? at(pos.x, pos.y) : 7.0;")), 0U);
+    EXPECT_EQ(choices(compiled("return (pos.x & 1) != 0 ? 3.0 : 7.0;")), 0U);
     EXPECT_EQ(texelsRead(compiled("return (pos.x & 1) != 0 ? at(pos.x, pos.y) : 7.0;")), 2U);
     EXPECT_GT(choices(compiled("return (pos.x & 8) != 0 ? at(pos.x, pos.y) : 7.0;")), 0U);
 }

@@ -66,8 +66,9 @@ void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::
         refuse(compilation, file, refusal.text, refusal.technique, refusal.pass);
         return;
     }
+    using Form = Vulkan::WarmUp::Form;
     Vulkan::WarmUp trial(program);
-    const auto draw = [&](std::size_t technique, iGPUImage::eFormat format, Vulkan::WarmUp::Form form) {
+    const auto draw = [&](std::size_t technique, iGPUImage::eFormat format, Form form) {
         step({Stage::Drawing, techniques[technique].name, {}});
         if (trial.draw(technique, format, form)) {
             return true;
@@ -79,13 +80,14 @@ void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::
     };
     for (const iGPUImage::eFormat format : Vulkan::WarmUp::formats) {
         for (std::size_t i = 0; i < techniques.size(); ++i) {
-            if (!draw(i, format, Vulkan::WarmUp::Form::Usual)) {
+            if (!draw(i, format, Form::Usual) ||
+                (trial.hasForm(i, Form::Mixed) && !draw(i, format, Form::Mixed))) {
                 return;
             }
         }
     }
     for (std::size_t i = 0; i < techniques.size(); ++i) {
-        if (trial.hasForms(i) && !draw(i, iGPUImage::eARGB16, Vulkan::WarmUp::Form::ByTexel)) {
+        if (trial.hasForm(i, Form::ByTexel) && !draw(i, iGPUImage::eARGB16, Form::ByTexel)) {
             return;
         }
     }

@@ -23,6 +23,8 @@ texture Input;
 sampler S = sampler_state { Texture = <Input>; };
 float2 size : TEXTURESIZE < string Texture = "Input"; >;
 float2 targetSize : TARGETSIZE;
+float sourceMax : TEXTUREMAXCODE < string Texture = "Input"; >;
+float targetMax : TARGETMAXCODE;
 float4 at(int x, int y) { return tex2Dfetch(S, clamp(int2(x, y), int2(0, 0), int2(size) - 1)); }
 float4 mix(int2 pos : VPOS) : COLOR { return at(pos.x, pos.y) * 0.75 + at(pos.x + 1, pos.y).gbar * 0.25; }
 float4 halves(int2 pos : VPOS) : COLOR { return at(pos.x >> 1, pos.y >> 1); }
@@ -30,6 +32,12 @@ float4 places(int2 pos : VPOS) : COLOR { return at((pos.x & 7) * 2 + (pos.x >> 3
 float4 floats(float2 pos : VPOS) : COLOR { return at(int(pos.x) - 2, int(pos.y)); }
 float4 sampled(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv * 0.8 + 0.1); }
 float4 edges(int2 pos : VPOS) : COLOR { return float4(pos / targetSize, 0.25, 1.0); }
+float4 depths(int2 pos : VPOS) : COLORCODE
+{
+    int2 to = clamp(int2(pos.x * 3 - 2, pos.y), int2(0, 0), int2(size) - 1);
+    return tex2Dcodes(S, to) + tex2Dfetch(S, to) * targetMax + (targetMax - sourceMax) * 0.125;
+}
+technique Depths < bool MixedDepths = true; > { pass { PixelShader = compile ps_3_0 depths(); } }
 technique Mix { pass { PixelShader = compile ps_3_0 mix(); } }
 technique Halves { pass { PixelShader = compile ps_3_0 halves(); } }
 technique Places { pass { PixelShader = compile ps_3_0 places(); } }
@@ -74,10 +82,11 @@ protected:
 
     /// What one service draws; empty on failure.
     static Bytes drawn(GPUService& gpu, const Qx::Ptr<iShaderEffect>& effect, const std::string& technique,
-                       XY<int> size, iGPUImage::eFormat format, XY<int> sourceSize)
+                       XY<int> size, iGPUImage::eFormat format, XY<int> sourceSize,
+                       iGPUImage::eFormat sourceFormat)
     {
-        const Bytes bytes = noise(bytesOf(sourceSize, format));
-        const Qx::Ptr<iHostImage> host = gpu.createHostImage(sourceSize, format);
+        const Bytes bytes = noise(bytesOf(sourceSize, sourceFormat));
+        const Qx::Ptr<iHostImage> host = gpu.createHostImage(sourceSize, sourceFormat);
         const Qx::Ptr<iGPUImage> target = gpu.createGPUImage(size, format);
         if (!host || !target || !effect->setTechnique(technique.c_str())) {
             return {};
@@ -138,9 +147,15 @@ protected:
     void expectAlike(const Pair& pair, const std::string& technique, XY<int> size, iGPUImage::eFormat format,
                      XY<int> sourceSize, int codes = 0)
     {
+        expectAlikeFrom(format, pair, technique, size, format, sourceSize, codes);
+    }
+
+    void expectAlikeFrom(iGPUImage::eFormat sourceFormat, const Pair& pair, const std::string& technique,
+                         XY<int> size, iGPUImage::eFormat format, XY<int> sourceSize, int codes = 0)
+    {
         const std::uint64_t before = gpu().statistics().groupDraws;
-        const Bytes got = drawn(gpu(), pair.groups, technique, size, format, sourceSize);
-        const Bytes wanted = drawn(*plain_, pair.plain, technique, size, format, sourceSize);
+        const Bytes got = drawn(gpu(), pair.groups, technique, size, format, sourceSize, sourceFormat);
+        const Bytes wanted = drawn(*plain_, pair.plain, technique, size, format, sourceSize, sourceFormat);
         ASSERT_FALSE(wanted.empty());
         EXPECT_LE(farthest(got, wanted, format), codes)
             << technique << ", " << size.x << " x " << size.y << ", format " << format;
@@ -181,6 +196,34 @@ TEST_F(GroupsTest, EveryShippedTechniqueIsDrawnInGroupsAndTheSameAsTexelByTexel)
                 expectAlike(pair, name.c_str(), size, format, sourceSize);
             }
         }
+    }
+}
+
+TEST_F(GroupsTest, ShippedTechniquesForWordsAreDrawnInGroupsBetweenDepths)
+{
+    const auto expectBothWays = [this](const Pair& pair, const char* technique) {
+        expectAlikeFrom(iGPUImage::eARGB8, pair, technique, {37, 6}, iGPUImage::eARGB16, {75, 6});
+        expectAlikeFrom(iGPUImage::eARGB16, pair, technique, {37, 6}, iGPUImage::eARGB8, {75, 6});
+    };
+    const Pair words = load(std::filesystem::path(QX_SHADERS_FOLDER) / "null.fx");
+    const Pair packed = load(std::filesystem::path(QX_SHADERS_FOLDER) / "ColourConvert.fx");
+    ASSERT_TRUE(words.groups && words.plain && packed.groups && packed.plain);
+    for (const char* technique : {"V210toYUYV", "YUYVtoV210"}) {
+        expectBothWays(words, technique);
+    }
+    for (const char* technique :
+         {"UnpackDvs10Bit_BaseOnly", "UnpackMatrox10Bit", "UnpackMatrox10Bit_BaseOnly", "PackMatrox10Bit"}) {
+        expectBothWays(packed, technique);
+    }
+}
+
+TEST_F(GroupsTest, PicturesOfEveryWidthAreTheSameBetweenDepths)
+{
+    const Pair pair = loadText(mixEffect);
+    ASSERT_TRUE(pair.groups && pair.plain);
+    for (int width = 1; width <= 21; ++width) {
+        expectAlikeFrom(iGPUImage::eARGB8, pair, "Depths", {width, 3}, iGPUImage::eARGB16, {width, 3});
+        expectAlikeFrom(iGPUImage::eARGB16, pair, "Depths", {width, 3}, iGPUImage::eARGB8, {width, 3});
     }
 }
 
@@ -251,7 +294,7 @@ technique Counted { pass { PixelShader = compile ps_3_0 counted(); } }
     }
 }
 
-TEST_F(GroupsTest, PicturesThatAreNotOfOneDepthAreDrawnTexelByTexel)
+TEST_F(GroupsTest, PicturesThatAreNotOfOneDepthAreDrawnTexelByTexelUnlessTheTechniqueSaysSo)
 {
     const Pair pair = loadText(mixEffect);
     ASSERT_TRUE(pair.groups && pair.plain);

@@ -187,7 +187,9 @@ bool Recorder::wait(std::uint64_t value)
     }
     {
         const std::lock_guard lock(mutex_);
-        if (open_ != nullptr && open_->value() <= value && !submitOpen()) {
+        // What is worth a submission goes along, so that the device does not stand still once it is there.
+        const bool goesAlong = open_ != nullptr && open_->bytes >= dueBytesWhenIdle;
+        if (open_ != nullptr && (open_->value() <= value || goesAlong) && !submitOpen()) {
             return false;
         }
     }

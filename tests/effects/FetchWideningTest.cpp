@@ -4,6 +4,7 @@
 #include "host/effects/FetchWidening.h"
 #include "host/effects/SpirvModule.h"
 #include "tests/effects/GroupDrawing.h"
+#include "tests/effects/ShaderInterpreter.h"
 
 #include <gtest/gtest.h>
 
@@ -113,6 +114,12 @@ TEST(FetchWidening, KeepsSingleTexelsForAllReadsWhenOneNeedsThem)
                  {4, 8}, {8, 4});
 }
 
+TEST(FetchWidening, KeepsSingleTexelsForReadsBehindTheOneThatNeedsThem)
+{
+    expectTexels("float4 v = at(clamp(pos.x, 3, 40), pos.y); return v.r < 70000.0 ? at(pos.x, pos.y) : v;",
+                 [](auto x) { return x; }, {4, 8}, {8, 4});
+}
+
 TEST(FetchWidening, ReadsInLoops)
 {
     expectTexels("float4 v = 0; for (int i = 0; i < count; ++i) v = at(pos.x + 4 * i, pos.y); return v;",
@@ -173,8 +180,9 @@ std::vector<std::uint32_t> assembled(const std::string& text)
     return spirv;
 }
 
-/// Writes the texel that the last line of `index` gives the number of.
-std::vector<std::uint32_t> moduleThatFetches(const std::string& index, const std::string& integer = "1")
+/// Writes the texel that has the number `index`, which `code` computes.
+std::vector<std::uint32_t> moduleThatFetches(const std::string& code, const std::string& isSigned = "1",
+                                             const std::string& index = "%index")
 {
     return assembled(R"(
 OpCapability Shader
@@ -201,7 +209,7 @@ OpDecorate %buffer Binding 3
 %ptr_image = OpTypePointer UniformConstant %image
 %buffer = OpVariable %ptr_image UniformConstant
 %int = OpTypeInt 32 )" +
-                     integer +
+                     isSigned +
                      R"(
 %uint_0 = OpConstant %uint 0
 %int_4 = OpConstant %int 4
@@ -213,8 +221,9 @@ OpDecorate %buffer Binding 3
 %x = OpLoad %float %pointer
 %column = OpConvertFToS %int %x
 %loaded = OpLoad %image %buffer
-)" + index + R"(
-%texel = OpImageFetch %v4uint %loaded %index
+)" + code + R"(
+%texel = OpImageFetch %v4uint %loaded )" +
+                     index + R"(
 OpStore %colour %texel
 OpReturn
 OpFunctionEnd
@@ -229,6 +238,37 @@ TEST(FetchWidening, GivesTheBytesByBinding)
     std::vector<std::uint32_t> spirv = moduleThatFetches(fifthOfGroup);
     EXPECT_EQ(Effects::widenFetches(spirv, 4), (std::map<std::uint32_t, std::uint32_t>{{3, 16}}));
     EXPECT_EQ(problemsOf(spirv), "");
+}
+
+TEST(FetchWidening, FollowsSumsAsTheyAreWritten)
+{
+    const GroupPicture picture(8, 1);
+    for (const char* code :
+         {fifthOfGroup, "%times = OpIMul %int %column %int_4\n%index = OpISub %int %times %int_5",
+          "%times = OpShiftLeftLogical %int %column %int_4\n%index = OpISub %int %int_5 %times",
+          "%sum = OpIAdd %int %column %int_5\n%index = OpShiftLeftLogical %int %sum %int_4",
+          "%twice = OpIAdd %int %column %column\n%index = OpIAdd %int %twice %twice"}) {
+        const std::vector<std::uint32_t> single = moduleThatFetches(code);
+        std::vector<std::uint32_t> wide = single;
+        EXPECT_EQ(Effects::widenFetches(wide, 4), (std::map<std::uint32_t, std::uint32_t>{{3, 16}})) << code;
+        EXPECT_EQ(problemsOf(wide), "") << code;
+        for (float x = 0.5F; x < 20.0F; ++x) {
+            FragmentInputs inputs;
+            inputs.position = {x, 0.5F};
+            inputs.buffers[3] = {picture.bytes, 4, 8};
+            const std::array<std::uint32_t, 4> expected = runFragment(single, inputs);
+            inputs.buffers[3] = {picture.bytes, 16, 32};
+            EXPECT_EQ(runFragment(wide, inputs), expected) << code << " at " << x;
+        }
+    }
+}
+
+TEST(FetchWidening, NeedsNumbersWithASign)
+{
+    std::vector<std::uint32_t> spirv = moduleThatFetches("", "0", "%uint_0");
+    const std::vector<std::uint32_t> before = spirv;
+    EXPECT_TRUE(Effects::widenFetches(spirv, 4).empty());
+    EXPECT_EQ(spirv, before);
 }
 
 TEST(FetchWidening, LeavesSumsThatCouldLeaveTheirBoundsAlone)

@@ -91,6 +91,13 @@ TEST(IndexArithmetic, ComparesWithWhatNoColumnReaches)
                       {-2147483647, -1073741824, -1073741823, -1073741822, -1, 0, 2147483646, 2147483647});
 }
 
+TEST(IndexArithmetic, ComparesProductsThatLeaveTheirBits)
+{
+    expectComparisons("((pos.x - 262144) >> 3) * 131072", // 2^32 below what is left of it
+                      [](auto x) { return (x >> 3) * 131072; },
+                      {-1, 0, 1, 131071, 131072, 131073, 917503, 917504});
+}
+
 std::size_t comparisonsLeft(const std::string& condition)
 {
     const std::shared_ptr<const CompiledEffect> effect =
@@ -111,6 +118,7 @@ TEST(IndexArithmetic, LeavesNoComparisonThatComesToTheSameForAllColumns)
     EXPECT_EQ(comparisonsLeft("pos.x <= -5"), 0U);
     EXPECT_EQ(comparisonsLeft("pos.x * 3 - 1 >= -1"), 0U);
     EXPECT_EQ(comparisonsLeft("pos.x < 1000000"), 0U);
+    EXPECT_EQ(comparisonsLeft("(pos.x & 7) < 8"), 0U);
 }
 
 TEST(IndexArithmetic, ComparesAGroupsColumnsOnceWhereTheyAgree)

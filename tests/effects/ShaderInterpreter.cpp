@@ -292,6 +292,8 @@ private:
             return asInt(of(0)) < asInt(of(1)) ? 1 : 0;
         case spv::OpSLessThanEqual:
             return asInt(of(0)) <= asInt(of(1)) ? 1 : 0;
+        case spv::OpFOrdLessThan:
+            return asFloat(of(0)) < asFloat(of(1)) ? 1 : 0;
         case spv::OpConvertFToS:
             return static_cast<std::uint32_t>(static_cast<std::int32_t>(asFloat(of(0))));
         case spv::OpConvertSToF:

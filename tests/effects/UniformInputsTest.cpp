@@ -154,6 +154,7 @@ TEST(UniformInputs, DoNotReachBesideTheirArray)
     EXPECT_EQ(make(weights, "int i = 5; return weights[i] + pos.x;", false).rows, Rows{});
     EXPECT_EQ(make(weights, "int i = 100000; return weights[i] + pos.x;", false).rows, Rows{});
     EXPECT_EQ(make(weights, "int i = -1; return weights[i] + pos.x;", false).rows, Rows{});
+    EXPECT_EQ(make("float4 v = {1, 2, 3, 4};", "int i = 4; return v[i] + pos.x;", false).rows, Rows{});
 }
 
 TEST(UniformInputs, NeedAnInputOfTheirTypeToBeginWith)

@@ -265,7 +265,7 @@ TEST(FetchWidening, FollowsSumsAsTheyAreWritten)
 
 TEST(FetchWidening, NeedsNumbersWithASign)
 {
-    std::vector<std::uint32_t> spirv = moduleThatFetches("", "0", "%uint_0");
+    std::vector<std::uint32_t> spirv = moduleThatFetches("", "0", "%int_4");
     const std::vector<std::uint32_t> before = spirv;
     EXPECT_TRUE(Effects::widenFetches(spirv, 4).empty());
     EXPECT_EQ(spirv, before);

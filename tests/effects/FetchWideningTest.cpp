@@ -56,9 +56,10 @@ void expectTexels(const std::string& body, const Source& source, Reads at8, Read
     for (const CompiledEffect::GroupShader& shader : effect->techniques[0].passes[0].groups) {
         EXPECT_EQ(problemsOf(shader.spirv), "") << body;
         ASSERT_EQ(shader.texelBytes.size(), 1U);
-        EXPECT_EQ((Reads{shader.texelBytes[0], fetchesIn(shader.spirv)}), shader.bits == 8 ? at8 : at16)
-            << body << " at " << shader.bits << " bits";
-        const GroupPicture picture(shader.bits, 1);
+        EXPECT_EQ((Reads{shader.texelBytes[0], fetchesIn(shader.spirv)}),
+                  shader.depths.source == 8 ? at8 : at16)
+            << body << " at " << shader.depths.source << " bits";
+        const GroupPicture picture(shader.depths.source, 1);
         const auto columns = static_cast<std::int64_t>(GroupPicture::columns);
         constexpr std::uint32_t row = 1;
         const auto groups = static_cast<std::uint32_t>(picture.columns * picture.texelBytes() / 16);
@@ -67,7 +68,7 @@ void expectTexels(const std::string& body, const Source& source, Reads at8, Read
             const auto first = drawn.begin() + x * picture.texelBytes();
             const std::vector<std::byte> texel(first, first + picture.texelBytes());
             ASSERT_EQ(texel, picture.texel(row * columns + source(x)))
-                << body << " at " << shader.bits << " bits, column " << x;
+                << body << " at " << shader.depths.source << " bits, column " << x;
         }
     }
 }
@@ -100,24 +101,24 @@ TEST(FetchWidening, ReadsEightBytesWhereNeighboursShareTexels)
     expectTexels("return at((pos.x >> 1) - 3, pos.y);", [](auto x) { return (x >> 1) - 3; }, {8, 2}, {8, 1});
 }
 
-TEST(FetchWidening, KeepsSingleTexelsWhereNoMultipleIsKnown)
+TEST(FetchWidening, ReadsEightBytesAtMostWhereNoMultipleIsKnown)
 {
-    expectTexels("return at(pos.x >> 2, pos.y);", [](auto x) { return x >> 2; }, {4, 1}, {8, 1});
-    expectTexels("return at((pos.x - 1) >> 3, pos.y);", [](auto x) { return (x - 1) >> 3; }, {4, 2}, {8, 2});
+    expectTexels("return at(pos.x >> 2, pos.y);", [](auto x) { return x >> 2; }, {8, 1}, {8, 1});
+    expectTexels("return at((pos.x - 1) >> 3, pos.y);", [](auto x) { return (x - 1) >> 3; }, {8, 2}, {8, 2});
     expectTexels("return at(clamp(pos.x, 3, 40), pos.y);",
-                 [](std::int64_t x) { return std::clamp<std::int64_t>(x, 3, 40); }, {4, 4}, {8, 2});
+                 [](std::int64_t x) { return std::clamp<std::int64_t>(x, 3, 40); }, {8, 4}, {8, 2});
 }
 
-TEST(FetchWidening, KeepsSingleTexelsForAllReadsWhenOneNeedsThem)
+TEST(FetchWidening, ReadsEightBytesForAllReadsWhenOneNeedsThat)
 {
     expectTexels("return at(pos.x < 200 ? pos.x : int(at(pos.x, pos.y).r), pos.y);", [](auto x) { return x; },
-                 {4, 8}, {8, 4});
+                 {8, 6}, {8, 4});
 }
 
-TEST(FetchWidening, KeepsSingleTexelsForReadsBehindTheOneThatNeedsThem)
+TEST(FetchWidening, ReadsEightBytesAlsoBehindTheReadThatNeedsThat)
 {
     expectTexels("float4 v = at(clamp(pos.x, 3, 40), pos.y); return v.r < 70000.0 ? at(pos.x, pos.y) : v;",
-                 [](auto x) { return x; }, {4, 8}, {8, 4});
+                 [](auto x) { return x; }, {8, 6}, {8, 4});
 }
 
 TEST(FetchWidening, ReadsInLoops)
@@ -125,15 +126,15 @@ TEST(FetchWidening, ReadsInLoops)
     expectTexels("float4 v = 0; for (int i = 0; i < count; ++i) v = at(pos.x + 4 * i, pos.y); return v;",
                  [](auto x) { return x + 8; }, {16, 4}, {16, 2});
     expectTexels("float4 v = 0; for (int i = 0; i < count; ++i) v = at(pos.x + i, pos.y); return v;",
-                 [](auto x) { return x + 2; }, {4, 4}, {8, 2});
+                 [](auto x) { return x + 2; }, {8, 4}, {8, 2});
     expectTexels("int x = pos.x; for (int i = 0; i < count; ++i) x += 4; return at(x, pos.y);",
-                 [](auto x) { return x + 12; }, {4, 4}, {8, 2});
+                 [](auto x) { return x + 12; }, {8, 4}, {8, 2});
 }
 
 TEST(FetchWidening, ReadsInBranches)
 {
     expectTexels("int x = pos.x; if (count > 2) x = pos.x + 1; return at(x, pos.y);",
-                 [](auto x) { return x + 1; }, {4, 4}, {8, 2});
+                 [](auto x) { return x + 1; }, {8, 4}, {8, 2});
     const std::shared_ptr<const CompiledEffect> effect =
         groupedEffect(textOf("if (count > 2) return at(pos.x, pos.y); return at(pos.x + 4, pos.y);"));
     ASSERT_TRUE(effect);
@@ -154,7 +155,7 @@ technique T { pass { PixelShader = compile ps_3_0 entry(); } }
 )");
     ASSERT_TRUE(effect);
     const auto& groups = effect->techniques[0].passes[0].groups;
-    EXPECT_EQ(groups[0].texelBytes, (std::vector<std::uint32_t>{16, 8, 4}));
+    EXPECT_EQ(groups[0].texelBytes, (std::vector<std::uint32_t>{16, 8, 8}));
     EXPECT_EQ(groups[1].texelBytes, (std::vector<std::uint32_t>{16, 8, 8}));
     EXPECT_EQ(problemsOf(groups[0].spirv), "");
     const std::vector<GroupPicture> pictures{{8, 1}, {8, 2}, {8, 3}};
@@ -263,6 +264,23 @@ TEST(FetchWidening, FollowsSumsAsTheyAreWritten)
     }
 }
 
+TEST(FetchWidening, PicksOneOfTwoTexelsByALowestBitThatIsNotKnown)
+{
+    const GroupPicture picture(8, 1);
+    const std::vector<std::uint32_t> single = moduleThatFetches("%index = OpISub %int %column %int_5");
+    std::vector<std::uint32_t> wide = single;
+    EXPECT_EQ(Effects::widenFetches(wide, 4), (std::map<std::uint32_t, std::uint32_t>{{3, 8}}));
+    EXPECT_EQ(problemsOf(wide), "");
+    for (float x = 0.5F; x < 20.0F; ++x) {
+        FragmentInputs inputs;
+        inputs.position = {x, 0.5F};
+        inputs.buffers[3] = {picture.bytes, 4, 8};
+        const std::array<std::uint32_t, 4> expected = runFragment(single, inputs);
+        inputs.buffers[3] = {picture.bytes, 8, 32};
+        EXPECT_EQ(runFragment(wide, inputs), expected) << x;
+    }
+}
+
 TEST(FetchWidening, NeedsNumbersWithASign)
 {
     std::vector<std::uint32_t> spirv = moduleThatFetches("", "0", "%int_4");
@@ -281,8 +299,9 @@ TEST(FetchWidening, LeavesSumsThatCouldLeaveTheirBoundsAlone)
     EXPECT_EQ(problemsOf(spirv), "");
     spirv = moduleThatFetches("%wide = OpIMul %int %column %int_4\n%index = OpIMul %int %wide %large");
     const std::vector<std::uint32_t> before = spirv;
-    EXPECT_TRUE(Effects::widenFetches(spirv, 4).empty());
+    EXPECT_TRUE(Effects::widenFetches(spirv, 8).empty());
     EXPECT_EQ(spirv, before);
+    EXPECT_EQ(Effects::widenFetches(spirv, 4), (std::map<std::uint32_t, std::uint32_t>{{3, 8}}));
 }
 
 TEST(FetchWidening, LeavesABufferWithoutABindingAlone)

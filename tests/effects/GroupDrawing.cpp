@@ -34,7 +34,8 @@ std::vector<std::byte> uniformsOf(const CompiledEffect& effect, const std::vecto
     }
     for (std::size_t i = 0; i < effect.textures.size(); ++i) {
         CompiledEffect::TextureUniforms texture;
-        texture.rowGroups = static_cast<float>(GroupPicture::columns * pictures.at(i).texelBytes() / 16);
+        const std::size_t rowGroups = GroupPicture::columns * pictures.at(i).texelBytes() / 16;
+        texture.rowGroups = static_cast<float>(rowGroups);
         texture.maxCode = system.target[0];
         std::memcpy(uniforms.data() + effect.textureUniforms + i * sizeof texture, &texture, sizeof texture);
     }

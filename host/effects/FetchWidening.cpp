@@ -125,7 +125,8 @@ public:
 
     std::map<std::uint32_t, std::uint32_t> run()
     {
-        if (!forEach(spirv_, [this](const Instruction& instruction) { collect(instruction); })) {
+        if (!forEach(spirv_, [this](const Instruction& instruction) { collect(instruction); }) ||
+            intType_ == 0 || wordType_ == 0) {
             return {};
         }
         std::erase_if(buffers_, [](const auto& buffer) { return buffer.second.texels < 2; });
@@ -191,7 +192,7 @@ private:
             }
             break;
         case spv::OpLoad:
-            if (bufferTypes_.count(instruction[1]) != 0) {
+            if (bufferTypes_.count(instruction[1]) != 0 && bindings_.count(instruction[3]) != 0) {
                 loaded_[instruction[2]] = instruction[3];
                 buffers_.emplace(instruction[3], Buffer{widestBytes / texelBytes_});
             }

@@ -29,6 +29,13 @@ struct Linear
     std::int64_t offset = 0;
 };
 
+/// What a base can be.
+struct Range
+{
+    std::int64_t least = 0;
+    std::int64_t most = 0;
+};
+
 bool isPowerOfTwo(std::int64_t value)
 {
     return value > 0 && std::has_single_bit(static_cast<std::uint64_t>(value));
@@ -118,7 +125,7 @@ private:
         case spv::OpConvertFToS:
             if (words[1] == intType_ && columns_.count(words[3]) != 0) {
                 values_[words[2]] = {words[2], 1, 0};
-                most_[words[2]] = mostColumns;
+                ranges_[words[2]] = {0, mostColumns};
             }
             return false;
         case spv::OpIAdd:
@@ -155,7 +162,8 @@ private:
         return true;
     }
 
-    /// A comparison with a constant becomes one of the base, which is never below 0.
+    /// A comparison with a constant becomes one of the base, or what it comes to for all that the base can
+    /// be.
     bool rewriteComparison(spv::Op op, std::span<const std::uint32_t> words)
     {
         const std::optional<Linear> value = valueOf(words[3]);
@@ -167,8 +175,10 @@ private:
         const bool greater = op == spv::OpSGreaterThan || op == spv::OpSGreaterThanEqual;
         const bool orEqual = op == spv::OpSGreaterThanEqual || op == spv::OpSLessThan;
         const std::int64_t above = floorOfRatio(*limit - (orEqual ? 1 : 0) - value->offset, value->factor);
-        if (above < 0) {
-            write(body_, spv::OpCopyObject, {words[1], words[2], truth(words[1], greater)});
+        const Range& range = ranges_.at(value->base);
+        if (above < range.least || above >= range.most) {
+            const bool isAbove = above < range.least;
+            write(body_, spv::OpCopyObject, {words[1], words[2], truth(words[1], isAbove == greater)});
         } else {
             write(body_, greater ? spv::OpSGreaterThan : spv::OpSLessThanEqual,
                   {words[1], words[2], value->base, constant(above)});
@@ -244,10 +254,13 @@ private:
             return std::nullopt;
         }
         const int own = log2Of(value.factor);
-        const Id moved = emitLinear({value.base, 1, value.offset >> own});
-        return Linear{emit(spv::OpShiftRightArithmetic, moved, constant(count - own),
-                           most_[value.base] + (value.offset >> own)),
-                      1, 0};
+        const std::int64_t added = value.offset >> own;
+        const int rest = count - own;
+        const Range& range = ranges_.at(value.base);
+        const Range moved{(range.least + added) >> rest, (range.most + added) >> rest};
+        return Linear{
+            emit(spv::OpShiftRightArithmetic, emitLinear({value.base, 1, added}), constant(rest), moved), 1,
+            0};
     }
 
     /// The lowest bits of a value.
@@ -265,7 +278,7 @@ private:
         const int own = log2Of(value.factor);
         const Id moved = emitLinear({value.base, 1, value.offset >> own});
         const std::int64_t upper = mask >> own;
-        return Linear{emit(spv::OpBitwiseAnd, moved, constant(upper), upper), value.factor,
+        return Linear{emit(spv::OpBitwiseAnd, moved, constant(upper), {0, upper}), value.factor,
                       value.offset & (value.factor - 1)};
     }
 
@@ -273,9 +286,10 @@ private:
     bool isSmall(const Linear& value) const
     {
         constexpr std::int64_t most = std::numeric_limits<std::int32_t>::max() / 2;
-        const std::int64_t base = value.base == 0 ? 0 : most_.at(value.base);
-        return value.offset >= -most && value.offset <= most && value.factor >= -most &&
-               value.factor <= most && value.factor * base >= -most && value.factor * base <= most;
+        const auto small = [](std::int64_t number) { return number >= -most && number <= most; };
+        const Range base = value.base == 0 ? Range{} : ranges_.at(value.base);
+        return small(value.offset) && small(value.factor) && small(value.factor * base.least) &&
+               small(value.factor * base.most);
     }
 
     std::optional<Linear> valueOf(Id id) const
@@ -299,12 +313,12 @@ private:
         return place->second;
     }
 
-    /// What becomes a base of its own, between 0 and `most`.
-    Id emit(spv::Op op, Id left, Id right, std::int64_t most)
+    /// What becomes a base of its own.
+    Id emit(spv::Op op, Id left, Id right, const Range& range)
     {
         const Id id = nextId_++;
         write(body_, op, {intType_, id, left, right});
-        most_[id] = most;
+        ranges_[id] = range;
         values_[id] = {id, 1, 0};
         return id;
     }
@@ -355,7 +369,7 @@ private:
     Id true_ = 0;
     Id false_ = 0;
     std::unordered_map<Id, Linear> values_;
-    std::unordered_map<Id, std::int64_t> most_; ///< of each base; none is below 0
+    std::unordered_map<Id, Range> ranges_; ///< of each base
     std::map<std::int32_t, Id> constants_;
     std::unordered_set<Id> columnPointers_;
     std::unordered_set<Id> positions_;

@@ -26,7 +26,9 @@ struct Instruction
 
     spv::Op op() const { return static_cast<spv::Op>(words[0] & spv::OpCodeMask); }
     std::size_t size() const { return words.size(); }
-    std::uint32_t operator[](std::size_t i) const { return words[i]; }
+
+    /// 0 behind the last word.
+    std::uint32_t operator[](std::size_t i) const { return i < words.size() ? words[i] : 0; }
 };
 
 /// Calls `visit` with each instruction in turn. False when the module is cut off.

@@ -22,6 +22,12 @@ struct Place
     Id type = 0;
 };
 
+struct Array
+{
+    Id element = 0;
+    std::uint32_t length = 0;
+};
+
 class Mover
 {
 public:
@@ -90,10 +96,12 @@ private:
             }
             break;
         case spv::OpTypeStruct:
-            members_[instruction[1]].assign(instruction.words.begin() + 2, instruction.words.end());
+            for (std::size_t i = 2; i < instruction.size(); ++i) {
+                members_[instruction[1]].push_back(instruction[i]);
+            }
             break;
         case spv::OpTypeArray:
-            elements_[instruction[1]] = instruction[2];
+            arrays_[instruction[1]] = {instruction[2], constants_[instruction[3]]};
             break;
         case spv::OpTypePointer:
             if (instruction[2] == spv::StorageClassInput && instruction[3] == vectorType_) {
@@ -139,13 +147,13 @@ private:
                     return std::nullopt;
                 }
                 place = {place.offset + offset->second, members->second[index->second]};
-            } else if (const auto element = elements_.find(place.type); element != elements_.end()) {
+            } else if (const auto array = arrays_.find(place.type); array != arrays_.end()) {
                 const auto stride = strides_.find(place.type);
-                if (stride == strides_.end()) {
+                if (stride == strides_.end() || index->second >= array->second.length) {
                     return std::nullopt;
                 }
-                place = {place.offset + index->second * stride->second, element->second};
-            } else if (components_.count(place.type) != 0) {
+                place = {place.offset + index->second * stride->second, array->second.element};
+            } else if (index->second < componentsOf(place.type)) {
                 place = {place.offset + index->second * componentBytes, floatType_};
             } else {
                 return std::nullopt;
@@ -243,7 +251,7 @@ private:
     std::unordered_map<Id, std::uint32_t> strides_;
     std::unordered_map<Id, std::uint32_t> components_; ///< of vectors of floats
     std::unordered_map<Id, std::vector<Id>> members_;
-    std::unordered_map<Id, Id> elements_;
+    std::unordered_map<Id, Array> arrays_;
     std::unordered_map<Id, Id> pointees_;
     std::unordered_map<Id, std::uint32_t> constants_;
     std::unordered_map<Id, Place> places_;

@@ -220,6 +220,21 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         {"groups for no depth", [](Effect& e) { e.techniques[0].passes[0].groups[0].depths.target = 10; }},
         {"groups of no shader", [](Effect& e) { e.techniques[0].passes[0].groups[0].spirv.clear(); }},
         {"groups of no sampler", [](Effect& e) { e.techniques[0].passes[0].groups[0].samplers = {2}; }},
+        {"groups of fewer sizes than samplers",
+         [](Effect& e) { e.techniques[0].passes[0].groups[0].texelBytes.clear(); }},
+        {"groups of more sizes than samplers",
+         [](Effect& e) { e.techniques[0].passes[0].groups[0].texelBytes.push_back(16); }},
+        {"groups of texels of another size",
+         [](Effect& e) { e.techniques[0].passes[0].groups[0].texelBytes.at(0) = 12; }},
+        {"groups of texels of no size",
+         [](Effect& e) { e.techniques[0].passes[0].groups[0].texelBytes.at(0) = 0; }},
+        {"groups of texels of half their size",
+         [](Effect& e) { e.techniques[0].passes[0].groups[1].texelBytes.at(0) = 4; }},
+        {"groups of nine rows", [](Effect& e) { e.techniques[0].passes[0].groups[0].rows.assign(9, 0); }},
+        {"groups of a row past the end",
+         [](Effect& e) { e.techniques[0].passes[0].groups[0].rows = {e.uniformBytes / 16}; }},
+        {"groups of a row that wraps",
+         [](Effect& e) { e.techniques[0].passes[0].groups[0].rows = {0x10000000}; }},
         {"no room for a texture", [](Effect& e) { e.uniformBytes -= 16; }},
         {"textures among the parameters", [](Effect& e) { e.textureUniforms = 16; }},
         {"textures past the end", [](Effect& e) { e.textureUniforms = e.uniformBytes + 16; }},
@@ -250,6 +265,11 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         EXPECT_FALSE(readEffectArchive(archiveWith(change))) << what;
     }
     EXPECT_TRUE(readEffectArchive(archiveWith([](Effect&) {})));
+    EXPECT_TRUE(readEffectArchive(archiveWith([](Effect& e) {
+        Effect::GroupShader& shader = e.techniques[0].passes[0].groups[0];
+        shader.texelBytes.at(0) = 16;
+        shader.rows.assign(Effect::GroupShader::mostRows, e.uniformBytes / 16 - 1);
+    })));
 }
 
 } // namespace

@@ -1,23 +1,18 @@
 #include "host/effects/EffectCompiler.h"
 #include "tests/TemporaryDirectory.h"
+#include "tests/effects/GroupDrawing.h"
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include <glslang/SPIRV/spirv.hpp>
 
 // What the shaders for groups of texels have in common between neighbours, seen in their SPIR-V.
 
 namespace Qx::Host::Tests {
 namespace {
-
-// SPIR-V 1.6, 3.49 Instructions.
-constexpr std::uint32_t opImageFetch = 95;
-constexpr std::uint32_t opSelect = 169;
-
-constexpr std::size_t headerWords = 5;
 
 CompiledEffect::Pass compiled(const std::string& body, bool groups = true)
 {
@@ -40,24 +35,12 @@ technique T { pass { PixelShader = compile ps_3_0 entry(); } }
 /// Texels that the shader of 8 bits reads, each counted once however often it is named.
 std::size_t texelsRead(const CompiledEffect::Pass& pass)
 {
-    std::set<std::pair<std::uint32_t, std::uint32_t>> places;
-    const std::vector<std::uint32_t>& spirv = pass.groups.at(0).spirv;
-    for (std::size_t at = headerWords; at < spirv.size(); at += spirv[at] >> 16U) {
-        if ((spirv[at] & 0xffffU) == opImageFetch) {
-            places.emplace(spirv[at + 3], spirv[at + 4]);
-        }
-    }
-    return places.size();
+    return fetchesIn(pass.groups.at(0).spirv);
 }
 
 std::size_t choices(const CompiledEffect::Pass& pass)
 {
-    std::size_t count = 0;
-    const std::vector<std::uint32_t>& spirv = pass.groups.at(0).spirv;
-    for (std::size_t at = headerWords; at < spirv.size(); at += spirv[at] >> 16U) {
-        count += (spirv[at] & 0xffffU) == opSelect ? 1U : 0U;
-    }
-    return count;
+    return countOf(pass.groups.at(0).spirv, spv::OpSelect);
 }
 
 TEST(GroupShaders, ExistForBothDepthsWhereTheyAreAskedFor)

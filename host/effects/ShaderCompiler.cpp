@@ -112,12 +112,12 @@ spvtools::MessageConsumer collectInto(std::string& text)
     };
 }
 
-bool optimize(std::vector<std::uint32_t>& spirv, std::string& problem)
+template <class RegisterPasses>
+bool runPasses(std::vector<std::uint32_t>& spirv, std::string& problem, RegisterPasses registerPasses)
 {
     spvtools::Optimizer optimizer(target);
     optimizer.SetMessageConsumer(collectInto(problem));
-    optimizer.RegisterLegalizationPasses().RegisterPerformancePasses();
-    optimizer.RegisterPass(spvtools::CreateStripDebugInfoPass());
+    registerPasses(optimizer);
     spvtools::OptimizerOptions options;
     options.set_run_validator(false); // the result is validated
     std::vector<std::uint32_t> optimized;
@@ -126,6 +126,28 @@ bool optimize(std::vector<std::uint32_t>& spirv, std::string& problem)
     }
     spirv = std::move(optimized);
     return true;
+}
+
+bool optimize(std::vector<std::uint32_t>& spirv, std::string& problem)
+{
+    return runPasses(spirv, problem, [](spvtools::Optimizer& optimizer) {
+        optimizer.RegisterLegalizationPasses().RegisterPerformancePasses();
+        optimizer.RegisterPass(spvtools::CreateStripDebugInfoPass());
+    });
+}
+
+/// Follows up on numbers that have become constants, or equal, in a shader that has been optimized before:
+/// for a small part of the time.
+bool tidyUp(std::vector<std::uint32_t>& spirv, std::string& problem)
+{
+    return runPasses(spirv, problem, [](spvtools::Optimizer& optimizer) {
+        optimizer.RegisterPass(spvtools::CreateCCPPass())
+            .RegisterPass(spvtools::CreateSimplificationPass())
+            .RegisterPass(spvtools::CreateDeadBranchElimPass())
+            .RegisterPass(spvtools::CreateBlockMergePass())
+            .RegisterPass(spvtools::CreateRedundancyEliminationPass())
+            .RegisterPass(spvtools::CreateAggressiveDCEPass());
+    });
 }
 
 bool validate(const std::vector<std::uint32_t>& spirv, std::string& problem)
@@ -187,12 +209,12 @@ std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spi
 /// Fits a shader that draws groups of texels to devices that pay for what such shaders do most.
 bool fitGroups(CompiledShader& shader, std::uint32_t sourceBits, std::string& problem)
 {
-    if (simplifyColumnArithmetic(shader.spirv) && !optimize(shader.spirv, problem)) {
+    if (simplifyColumnArithmetic(shader.spirv) && !tidyUp(shader.spirv, problem)) {
         return false;
     }
     const std::uint32_t texelBytes = sourceBits / 2;
     const std::map<std::uint32_t, std::uint32_t> wide = widenFetches(shader.spirv, texelBytes);
-    if (!wide.empty() && !optimize(shader.spirv, problem)) {
+    if (!wide.empty() && !tidyUp(shader.spirv, problem)) {
         return false;
     }
     shader.rows = passUniformsAsInputs(shader.spirv, CompiledEffect::GroupShader::mostRows);

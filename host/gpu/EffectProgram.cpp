@@ -49,24 +49,47 @@ std::shared_ptr<EffectProgram> EffectProgram::create(std::shared_ptr<Context> co
     self->context_->add(*self);
     self->techniques_.resize(self->effect_->techniques.size());
     for (std::size_t i = 0; i < self->techniques_.size(); ++i) {
-        const CompiledEffect::Technique& technique = self->effect_->techniques[i];
-        TechniqueProgram& program = self->techniques_[i];
-        program.passes.resize(technique.passes.size());
-        for (std::size_t p = 0; p < technique.passes.size(); ++p) {
-            if (observer) {
-                observer(i, p);
-            }
-            if (!self->createPass(technique.passes[p], program.passes[p])) {
-                refusal = {technique.name, technique.passes[p].name};
-                return nullptr;
-            }
-        }
-        if (!self->createGroups(technique, program)) {
-            refusal = {technique.name, technique.passes.back().name};
+        if (!self->createTechnique(i, refusal, observer)) {
             return nullptr;
         }
     }
     return self;
+}
+
+bool EffectProgram::createTechnique(std::size_t index, PassRefusal& refusal, const Observer& observer)
+{
+    const CompiledEffect::Technique& technique = effect_->techniques[index];
+    TechniqueProgram& program = techniques_[index];
+    program.passes.resize(technique.passes.size());
+    for (std::size_t p = 0; p < technique.passes.size(); ++p) {
+        if (observer) {
+            observer(index, p);
+        }
+        const CompiledEffect::Pass& pass = technique.passes[p];
+        if (!createShader(pass.spirv, pass.samplers, program.passes[p])) {
+            refusal = {technique.name, pass.name};
+            return false;
+        }
+    }
+    if (!createGroups(technique, program) || (program.groups.empty() && !makePipelines(index))) {
+        refusal = {technique.name, technique.passes.back().name};
+        return false;
+    }
+    return true;
+}
+
+bool EffectProgram::makePipelines(std::size_t technique)
+{
+    const std::lock_guard lock(makingPipelines_);
+    TechniqueProgram& program = techniques_[technique];
+    for (std::size_t p = 0; p < program.passes.size() && !program.hasPipelines; ++p) {
+        destroyPipelines(context_->device(), program.passes[p].pipelines); // of an attempt that failed
+        if (!createPipelinesOf(effect_->techniques[technique].passes[p], program.passes[p])) {
+            return false;
+        }
+    }
+    program.hasPipelines = true;
+    return true;
 }
 
 EffectProgram::~EffectProgram()
@@ -144,12 +167,9 @@ bool EffectProgram::createShader(const std::vector<std::uint32_t>& spirv,
     return createLayouts(program);
 }
 
-bool EffectProgram::createPass(const CompiledEffect::Pass& pass, PassProgram& program)
+bool EffectProgram::createPipelinesOf(const CompiledEffect::Pass& pass, PassProgram& program)
 {
     Device& device = context_->device();
-    if (!createShader(pass.spirv, pass.samplers, program)) {
-        return false;
-    }
     VkShaderModule module = nullptr;
     VkResult result = createShaderModule(device, pass.spirv, module);
     if (result == VK_SUCCESS) {

@@ -4,6 +4,7 @@
 #include "host/gpu/Context.h"
 
 #include <memory>
+#include <mutex>
 
 namespace Qx::Host::Vulkan {
 
@@ -38,6 +39,7 @@ struct GroupProgram : ShaderProgram
 struct TechniqueProgram
 {
     std::vector<PassProgram> passes;
+    bool hasPipelines = false; ///< the passes have theirs
 
     /// The passes by groups of texels.
     struct Groups
@@ -59,8 +61,9 @@ struct PassRefusal
     std::string pass;
 };
 
-/// A compiled effect on the device: constant once it is made, shared by whoever draws with it. Its pipelines
-/// are made here, so that none is at the first frame.
+/// A compiled effect on the device, shared by whoever draws with it. Its pipelines are made here, so that
+/// none is at the first frame; where whole pictures are drawn by groups of texels, those for single texels,
+/// which few draws need then, are made when the first does.
 class EffectProgram final : public DeviceObject
 {
 public:
@@ -82,12 +85,17 @@ public:
 
     const TechniqueProgram& technique(std::size_t index) const { return techniques_[index]; }
 
+    /// Makes the pipelines of a technique's passes if they are still to be made. Any thread may call it,
+    /// inside an Operation; false when the device does not take them.
+    bool makePipelines(std::size_t technique);
+
 private:
     EffectProgram(std::shared_ptr<Context> context, std::shared_ptr<const CompiledEffect> effect)
         : context_(std::move(context)), effect_(std::move(effect))
     {
     }
-    bool createPass(const CompiledEffect::Pass& pass, PassProgram& program);
+    bool createTechnique(std::size_t index, PassRefusal& refusal, const Observer& observer);
+    bool createPipelinesOf(const CompiledEffect::Pass& pass, PassProgram& program);
     bool createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program);
     bool createGroup(const CompiledEffect::GroupShader& shader, GroupProgram& program);
     bool createShader(const std::vector<std::uint32_t>& spirv, const std::vector<std::uint32_t>& samplers,
@@ -97,6 +105,7 @@ private:
     const std::shared_ptr<Context> context_;
     const std::shared_ptr<const CompiledEffect> effect_;
     std::vector<TechniqueProgram> techniques_;
+    std::mutex makingPipelines_;
 };
 
 } // namespace Qx::Host::Vulkan

@@ -263,17 +263,17 @@ struct Draw
     bool groups = false;
     std::pmr::vector<Step> steps = memory.list<Step>(0);
 
-    void choose(const TechniqueProgram& technique)
+    void take(const TechniqueProgram::Groups& grouped)
     {
-        const TechniqueProgram::Groups* grouped = groupsFor(technique);
-        groups = grouped != nullptr;
-        if (groups) {
-            for (const GroupProgram& pass : grouped->passes) {
-                steps.push_back({&pass, pass.pipeline, nullptr});
-            }
-            return;
+        groups = true;
+        for (const GroupProgram& pass : grouped.passes) {
+            steps.push_back({&pass, pass.pipeline, nullptr});
         }
-        for (const PassProgram& pass : technique.passes) {
+    }
+
+    void take(const std::vector<PassProgram>& passes)
+    {
+        for (const PassProgram& pass : passes) {
             steps.push_back({&pass, pipelineFor(pass.pipelines, target.key.format), nullptr});
         }
     }
@@ -538,7 +538,13 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     fillSystem(uniforms, target.texture(), area, sources);
     fillTextures(uniforms, effect, textures);
     Draw draw{context, effect, textures, target.texture(), pixels, uniforms, memory};
-    draw.choose(program);
+    if (const TechniqueProgram::Groups* grouped = draw.groupsFor(program)) {
+        draw.take(*grouped);
+    } else if (state_->program().makePipelines(technique)) {
+        draw.take(program.passes);
+    } else {
+        return fail("technique \"" + effect.techniques[technique].name + "\": its pipelines cannot be made");
+    }
     return context.recorder().record(target.texture().key.bytes(), Recorder::Submit::WhenDue,
                                      [&draw](Batch& batch) { return draw.record(batch); }) != 0;
 }

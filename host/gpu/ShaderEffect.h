@@ -20,7 +20,7 @@ class EffectState
 public:
     explicit EffectState(std::shared_ptr<EffectProgram> program);
 
-    const EffectProgram& program() const { return *program_; }
+    EffectProgram& program() const { return *program_; }
     const CompiledEffect& effect() const { return program_->effect(); }
 
     bool setTechnique(std::string_view name);

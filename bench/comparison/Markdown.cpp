@@ -76,7 +76,8 @@ void addBars(const Page& page, std::string& text)
     if (page.bars.empty()) {
         return;
     }
-    text += "## What is asked\n\nWhat stands in the way of what is not reached: [speed](speed.md).\n\n| asked | measured | | |\n|---|---|---|---|\n";
+    text += "## What is asked\n\nWhat stands in the way of what is not reached: [speed](speed.md).\n\n| "
+            "asked | measured | | |\n|---|---|---|---|\n";
     for (const Bar& bar : page.bars) {
         const char* const verdict = bar.verdict == Bar::Reached      ? "reached"
                                     : bar.verdict == Bar::NotReached ? "**not reached**"

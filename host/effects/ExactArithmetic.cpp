@@ -1,8 +1,8 @@
 #include "host/effects/ExactArithmetic.h"
 
-#include <cstddef>
+#include "host/effects/SpirvModule.h"
 
-#include <glslang/SPIRV/spirv.hpp>
+#include <cstddef>
 
 namespace Qx::Host::Effects {
 namespace {
@@ -30,30 +30,20 @@ bool isFloatArithmetic(spv::Op op)
     }
 }
 
-/// Types come directly behind the decorations.
-bool endsDecorations(spv::Op op)
-{
-    return op >= spv::OpTypeVoid && op <= spv::OpTypeForwardPointer;
-}
-
 } // namespace
 
 void keepArithmeticAsWritten(std::vector<std::uint32_t>& spirv)
 {
-    constexpr std::size_t header = 5;
+    Spirv::Words decorations;
     std::size_t place = 0;
-    std::vector<std::uint32_t> decorations;
-    for (std::size_t at = header; at < spirv.size(); at += spirv[at] >> spv::WordCountShift) {
-        const auto op = static_cast<spv::Op>(spirv[at] & spv::OpCodeMask);
-        if (place == 0 && endsDecorations(op)) {
-            place = at;
+    Spirv::forEach(spirv, [&](const Spirv::Instruction& instruction) {
+        if (place == 0 && Spirv::isType(instruction.op())) {
+            place = static_cast<std::size_t>(instruction.words.data() - spirv.data());
         }
-        if (isFloatArithmetic(op)) {
-            constexpr std::uint32_t words = 3;
-            decorations.insert(decorations.end(), {words << spv::WordCountShift | spv::OpDecorate,
-                                                   spirv[at + 2], spv::DecorationNoContraction});
+        if (isFloatArithmetic(instruction.op())) {
+            Spirv::write(decorations, spv::OpDecorate, {instruction[2], spv::DecorationNoContraction});
         }
-    }
+    });
     spirv.insert(spirv.begin() + static_cast<std::ptrdiff_t>(place), decorations.begin(), decorations.end());
 }
 

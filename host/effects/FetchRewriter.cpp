@@ -1,5 +1,7 @@
 #include "host/effects/FetchRewriter.h"
 
+#include "host/effects/SpirvModule.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <optional>
@@ -7,23 +9,10 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include <glslang/SPIRV/spirv.hpp>
-
 namespace Qx::Host::Effects {
 namespace {
 
-constexpr std::size_t headerWords = 5;
-constexpr std::size_t boundWord = 3;
-
-/// A view of one instruction of a module.
-struct Instruction
-{
-    const std::uint32_t* words;
-
-    spv::Op op() const { return static_cast<spv::Op>(words[0] & spv::OpCodeMask); }
-    std::size_t size() const { return words[0] >> spv::WordCountShift; }
-    std::uint32_t operator[](std::size_t i) const { return words[i]; }
-};
+using namespace Spirv;
 
 std::string readString(const Instruction& instruction, std::size_t first)
 {
@@ -54,13 +43,8 @@ public:
     bool run()
     {
         output_.assign(spirv_.begin(), spirv_.begin() + headerWords);
-        for (std::size_t at = headerWords; at < spirv_.size();) {
-            const Instruction instruction{spirv_.data() + at};
-            if (instruction.size() == 0 || at + instruction.size() > spirv_.size()) {
-                return false;
-            }
-            visit(instruction);
-            at += instruction.size();
+        if (!forEach(spirv_, [this](const Instruction& instruction) { visit(instruction); })) {
+            return false;
         }
         output_[boundWord] = nextId_;
         spirv_ = std::move(output_);
@@ -112,7 +96,7 @@ private:
         default:
             break;
         }
-        output_.insert(output_.end(), instruction.words, instruction.words + instruction.size());
+        Spirv::write(output_, instruction);
     }
 
     void enterFunction(const Instruction& function)

@@ -7,6 +7,7 @@
 #include <bit>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace Qx::Host::Effects {
 namespace {
@@ -129,8 +130,8 @@ public:
             intType_ == 0 || wordType_ == 0) {
             return {};
         }
-        std::erase_if(buffers_, [](const auto& buffer) { return buffer.second.texels < 2; });
-        if (buffers_.empty()) {
+        std::erase_if(texelsAtOnce_, [](const auto& buffer) { return buffer.second < 2; });
+        if (texelsAtOnce_.empty()) {
             return {};
         }
         if (boolType_ == 0) {
@@ -141,9 +142,9 @@ public:
         Words head(spirv_.begin(), spirv_.begin() + headerWords);
         forEach(spirv_, [&](const Instruction& instruction) {
             inFunction = inFunction || instruction.op() == spv::OpFunction;
-            const Buffer* buffer = instruction.op() == spv::OpImageFetch ? readBy(instruction) : nullptr;
-            if (buffer != nullptr) {
-                replace(instruction, *buffer);
+            const std::uint32_t texels = instruction.op() == spv::OpImageFetch ? readBy(instruction) : 0;
+            if (texels != 0) {
+                replace(instruction, texels);
             } else {
                 write(inFunction ? body_ : head, instruction);
             }
@@ -153,18 +154,13 @@ public:
         spirv_.insert(spirv_.end(), body_.begin(), body_.end());
         spirv_[boundWord] = nextId_;
         std::map<std::uint32_t, std::uint32_t> widths;
-        for (const auto& [variable, buffer] : buffers_) {
-            widths[bindings_[variable]] = buffer.texels * texelBytes_;
+        for (const auto& [variable, texels] : texelsAtOnce_) {
+            widths[bindings_[variable]] = texels * texelBytes_;
         }
         return widths;
     }
 
 private:
-    struct Buffer
-    {
-        std::uint32_t texels = 0; ///< that are read at once
-    };
-
     void collect(const Instruction& instruction)
     {
         switch (instruction.op()) {
@@ -183,7 +179,7 @@ private:
             break;
         case spv::OpTypeImage:
             if (instruction[3] == spv::DimBuffer) {
-                bufferTypes_[instruction[1]] = true;
+                bufferTypes_.insert(instruction[1]);
             }
             break;
         case spv::OpConstant:
@@ -194,13 +190,13 @@ private:
         case spv::OpLoad:
             if (bufferTypes_.count(instruction[1]) != 0 && bindings_.count(instruction[3]) != 0) {
                 loaded_[instruction[2]] = instruction[3];
-                buffers_.emplace(instruction[3], Buffer{widestBytes / texelBytes_});
+                texelsAtOnce_.emplace(instruction[3], widestBytes / texelBytes_);
             }
             break;
         case spv::OpImageFetch:
             if (const auto image = loaded_.find(instruction[3]); image != loaded_.end()) {
-                Buffer& buffer = buffers_[image->second];
-                buffer.texels = std::min(buffer.texels, commonStep(sums_.of(instruction[4])));
+                std::uint32_t& texels = texelsAtOnce_[image->second];
+                texels = std::min(texels, commonStep(sums_.of(instruction[4])));
             }
             break;
         default:
@@ -223,33 +219,35 @@ private:
         return std::max(1U << std::countr_zero(bits), smallestBytes / texelBytes_);
     }
 
-    const Buffer* readBy(const Instruction& fetch) const
+    /// How many texels it is to read at once; 0 when it stays as it is.
+    std::uint32_t readBy(const Instruction& fetch) const
     {
         const auto image = loaded_.find(fetch[3]);
-        const auto buffer = image != loaded_.end() ? buffers_.find(image->second) : buffers_.end();
-        return buffer != buffers_.end() ? &buffer->second : nullptr;
+        const auto texels = image != loaded_.end() ? texelsAtOnce_.find(image->second) : texelsAtOnce_.end();
+        return texels != texelsAtOnce_.end() ? texels->second : 0;
     }
 
-    void replace(const Instruction& fetch, const Buffer& buffer)
+    void replace(const Instruction& fetch, std::uint32_t texels)
     {
         const Sum sum = sums_.of(fetch[4]);
-        const int shift = std::countr_zero(buffer.texels);
-        const bool isAligned = std::all_of(sum.factors.begin(), sum.factors.end(), [&](const auto& term) {
-            return term.second % buffer.texels == 0;
-        });
+        const int shift = std::countr_zero(texels);
+        const bool isAligned = std::all_of(sum.factors.begin(), sum.factors.end(),
+                                           [&](const auto& term) { return term.second % texels == 0; });
         const Id index = isAligned ? emitSum(sum, shift)
                                    : emit(spv::OpShiftRightArithmetic, intType_, {fetch[4], number(shift)});
         const Id wide = emit(spv::OpImageFetch, fetch[1], {fetch[3], index});
-        const auto part = static_cast<std::uint32_t>(sum.offset & (buffer.texels - 1));
-        const std::uint32_t words = texelBytes_ / wordBytes;
+        const auto part = static_cast<std::uint32_t>(sum.offset & (texels - 1));
+        std::array<Id, 2> words{}; // of the texel; texels of two are always aligned
+        for (std::uint32_t i = 0; i < texelBytes_ / wordBytes; ++i) {
+            const std::uint32_t place = part * texelBytes_ / wordBytes + i;
+            words[i] = isAligned ? emit(spv::OpCompositeExtract, wordType_, {wide, place})
+                                 : emitPicked(wide, fetch[4]);
+        }
         std::array<Id, 4> components{};
         for (std::uint32_t i = 0; i < components.size(); ++i) {
             const std::uint32_t bits = texelBytes_ * 2; // of a component
             const std::uint32_t place = i * bits;
-            const Id word = isAligned
-                                ? emit(spv::OpCompositeExtract, wordType_, {wide, part * words + place / 32})
-                                : emitPicked(wide, fetch[4]);
-            components[i] = emitBits(word, place % 32, bits);
+            components[i] = emitBits(words[place / 32], place % 32, bits);
         }
         write(body_, spv::OpCompositeConstruct,
               {fetch[1], fetch[2], components[0], components[1], components[2], components[3]});
@@ -324,9 +322,9 @@ private:
     Id boolType_ = 0;
     Sums sums_;
     std::unordered_map<Id, std::uint32_t> bindings_;
-    std::unordered_map<Id, bool> bufferTypes_;
-    std::unordered_map<Id, Id> loaded_; ///< variable of each loaded image
-    std::map<Id, Buffer> buffers_;      ///< by variable
+    std::unordered_set<Id> bufferTypes_;
+    std::unordered_map<Id, Id> loaded_;        ///< variable of each loaded image
+    std::map<Id, std::uint32_t> texelsAtOnce_; ///< by variable
     std::map<std::pair<Id, std::uint32_t>, Id> known_;
 };
 

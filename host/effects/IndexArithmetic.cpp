@@ -1,5 +1,7 @@
 #include "host/effects/IndexArithmetic.h"
 
+#include "host/effects/SpirvModule.h"
+
 #include <bit>
 #include <cstddef>
 #include <initializer_list>
@@ -10,15 +12,11 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include <glslang/SPIRV/spirv.hpp>
-
 namespace Qx::Host::Effects {
 namespace {
 
-using Id = std::uint32_t;
+using namespace Spirv;
 
-constexpr std::size_t headerWords = 5;
-constexpr std::size_t boundWord = 3;
 constexpr std::int64_t mostColumns = 1 << 16;
 
 /// base * factor + offset.
@@ -349,14 +347,6 @@ private:
         } else {
             write(body_, spv::OpCopyObject, {intType_, id, scaled});
         }
-    }
-
-    static void write(std::vector<std::uint32_t>& to, spv::Op op,
-                      std::initializer_list<std::uint32_t> operands)
-    {
-        const auto words = static_cast<std::uint32_t>(operands.size() + 1);
-        to.push_back(words << spv::WordCountShift | static_cast<std::uint32_t>(op));
-        to.insert(to.end(), operands);
     }
 
     std::vector<std::uint32_t>& spirv_;

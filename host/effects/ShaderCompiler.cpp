@@ -6,6 +6,7 @@
 #include "host/effects/FetchWidening.h"
 #include "host/effects/IndexArithmetic.h"
 #include "host/effects/Remainders.h"
+#include "host/effects/SpirvModule.h"
 #include "host/effects/UniformInputs.h"
 
 #include <glslang/Public/ResourceLimits.h>
@@ -160,48 +161,44 @@ bool validate(const std::vector<std::uint32_t>& spirv, std::string& problem)
 /// Whether every device offers what the shader needs.
 bool needsOnlyCore(const std::vector<std::uint32_t>& spirv, std::string& problem)
 {
-    constexpr std::size_t header = 5;
-    for (std::size_t at = header; at < spirv.size(); at += spirv[at] >> spv::WordCountShift) {
-        const std::uint32_t capability = spirv[at + 1];
-        if ((spirv[at] & spv::OpCodeMask) != spv::OpCapability) {
-            break; // they come first
-        }
-        if (capability != spv::CapabilityShader && capability != spv::CapabilityMatrix &&
-            capability != spv::CapabilityImageQuery && capability != spv::CapabilityDerivativeControl &&
-            capability != spv::CapabilitySampledBuffer) {
-            problem = "it needs what not every device has (capability " + std::to_string(capability) + ")";
-            return false;
-        }
-    }
-    return true;
+    return Spirv::forEach(
+               spirv,
+               [&problem](const Spirv::Instruction& instruction) {
+                   const std::uint32_t capability = instruction[1];
+                   if (instruction.op() == spv::OpCapability && capability != spv::CapabilityShader &&
+                       capability != spv::CapabilityMatrix && capability != spv::CapabilityImageQuery &&
+                       capability != spv::CapabilityDerivativeControl &&
+                       capability != spv::CapabilitySampledBuffer) {
+                       problem = "it needs what not every device has (capability " +
+                                 std::to_string(capability) + ")";
+                   }
+               }) &&
+           problem.empty();
 }
 
 bool minglesPixels(const std::vector<std::uint32_t>& spirv)
 {
-    constexpr std::size_t header = 5;
-    for (std::size_t at = header; at < spirv.size(); at += spirv[at] >> spv::WordCountShift) {
-        const auto op = static_cast<spv::Op>(spirv[at] & spv::OpCodeMask);
-        if (op == spv::OpKill || op == spv::OpTerminateInvocation || op == spv::OpDemoteToHelperInvocation ||
-            (op >= spv::OpDPdx && op <= spv::OpFwidthCoarse)) {
-            return true;
-        }
-    }
-    return false;
+    bool mingles = false;
+    Spirv::forEach(spirv, [&mingles](const Spirv::Instruction& instruction) {
+        const spv::Op op = instruction.op();
+        mingles = mingles || op == spv::OpKill || op == spv::OpTerminateInvocation ||
+                  op == spv::OpDemoteToHelperInvocation || (op >= spv::OpDPdx && op <= spv::OpFwidthCoarse);
+    });
+    return mingles;
 }
 
 std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spirv)
 {
     std::map<std::uint32_t, std::uint32_t> bindings;
     std::vector<std::uint32_t> read;
-    constexpr std::size_t header = 5;
-    for (std::size_t at = header; at < spirv.size(); at += spirv[at] >> spv::WordCountShift) {
-        const auto op = static_cast<spv::Op>(spirv[at] & spv::OpCodeMask);
-        if (op == spv::OpDecorate && spirv[at + 2] == spv::DecorationBinding) {
-            bindings[spirv[at + 1]] = spirv[at + 3];
-        } else if (op == spv::OpVariable && spirv[at + 3] == spv::StorageClassUniformConstant) {
-            read.push_back(bindings[spirv[at + 2]]);
+    Spirv::forEach(spirv, [&](const Spirv::Instruction& instruction) {
+        if (instruction.op() == spv::OpDecorate && instruction[2] == spv::DecorationBinding) {
+            bindings[instruction[1]] = instruction[3];
+        } else if (instruction.op() == spv::OpVariable &&
+                   instruction[3] == spv::StorageClassUniformConstant) {
+            read.push_back(bindings[instruction[2]]);
         }
-    }
+    });
     std::sort(read.begin(), read.end());
     return read;
 }

@@ -34,13 +34,6 @@ void destroyTechnique(Device& device, TechniqueProgram& technique)
 
 } // namespace
 
-const TechniqueProgram::Groups* TechniqueProgram::groupsFor(CompiledEffect::GroupShader::Depths depths) const
-{
-    const auto found =
-        std::find_if(groups.begin(), groups.end(), [&](const Groups& each) { return each.depths == depths; });
-    return found != groups.end() ? &*found : nullptr;
-}
-
 std::shared_ptr<EffectProgram> EffectProgram::create(std::shared_ptr<Context> context,
                                                      std::shared_ptr<const CompiledEffect> effect,
                                                      PassRefusal& refusal, const Observer& observer)
@@ -82,7 +75,10 @@ bool EffectProgram::makePipelines(std::size_t technique)
 {
     const std::lock_guard lock(makingPipelines_);
     TechniqueProgram& program = techniques_[technique];
-    for (std::size_t p = 0; p < program.passes.size() && !program.hasPipelines; ++p) {
+    if (program.hasPipelines) {
+        return true;
+    }
+    for (std::size_t p = 0; p < program.passes.size(); ++p) {
         destroyPipelines(context_->device(), program.passes[p].pipelines); // of an attempt that failed
         if (!createPipelinesOf(effect_->techniques[technique].passes[p], program.passes[p])) {
             return false;

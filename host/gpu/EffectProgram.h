@@ -47,10 +47,7 @@ struct TechniqueProgram
         CompiledEffect::GroupShader::Depths depths;
         std::vector<GroupProgram> passes;
     };
-    std::vector<Groups> groups;
-
-    /// Null where not each pass can.
-    const Groups* groupsFor(CompiledEffect::GroupShader::Depths depths) const;
+    std::vector<Groups> groups; ///< for each pair of depths that each pass can
 };
 
 /// A pass that the device does not take.

@@ -283,11 +283,10 @@ struct Draw
         if (!target.hasGroups() || !coversAll(pixels, target)) {
             return nullptr;
         }
-        const std::uint32_t targetBits = groupedBits(target.key.format);
-        for (const std::uint32_t sourceBits : {targetBits, 24 - targetBits}) { // of 8 and 16, the other one
-            const TechniqueProgram::Groups* found = technique.groupsFor({sourceBits, targetBits});
-            if (found != nullptr && haveDepth(sourceBits, effect, found->passes, textures)) {
-                return found;
+        for (const TechniqueProgram::Groups& each : technique.groups) {
+            if (each.depths.target == groupedBits(target.key.format) &&
+                haveDepth(each.depths.source, effect, each.passes, textures)) {
+                return &each;
             }
         }
         return nullptr;

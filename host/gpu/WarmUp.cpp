@@ -51,10 +51,9 @@ bool WarmUp::prepare(iGPUImage::eFormat format, iGPUImage::eFormat sourceFormat)
 bool WarmUp::hasForm(std::size_t technique, Form form) const
 {
     const std::vector<TechniqueProgram::Groups>& groups = program_->technique(technique).groups;
-    return form == Form::ByTexel ? !groups.empty()
-                                 : std::any_of(groups.begin(), groups.end(), [form](const auto& each) {
-                                       return each.depths.areMixed() == (form == Form::Mixed);
-                                   });
+    return std::any_of(groups.begin(), groups.end(), [form](const auto& each) {
+        return form == Form::ByTexel || (form == Form::Mixed && each.depths.areMixed());
+    });
 }
 
 bool WarmUp::draw(std::size_t technique, iGPUImage::eFormat format, Form form)

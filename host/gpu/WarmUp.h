@@ -30,7 +30,7 @@ public:
     /// shut down.
     bool draw(std::size_t technique, iGPUImage::eFormat format, Form form = Form::Usual);
 
-    /// Whether a form is not the usual one.
+    /// Whether the technique has shaders of that form beside the usual ones.
     bool hasForm(std::size_t technique, Form form) const;
 
     /// Every technique for whole pictures in every format, until one cannot be drawn.

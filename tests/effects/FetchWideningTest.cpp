@@ -3,6 +3,7 @@
 
 #include "host/effects/FetchWidening.h"
 #include "host/effects/SpirvModule.h"
+#include "tests/effects/BrokenModules.h"
 #include "tests/effects/GroupDrawing.h"
 #include "tests/effects/ShaderInterpreter.h"
 
@@ -319,41 +320,14 @@ TEST(FetchWidening, LeavesABufferWithoutABindingAlone)
 
 TEST(FetchWidening, LeavesAModuleThatIsCutOffAlone)
 {
-    const std::vector<std::uint32_t> whole = moduleThatFetches(fifthOfGroup);
-    std::size_t inInstructions = 0;
-    for (std::size_t length = 0; length < whole.size(); ++length) {
-        std::vector<std::uint32_t> cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
-        const std::vector<std::uint32_t> before = cut;
-        if (!Effects::Spirv::forEach(cut, [](const auto&) {})) {
-            ++inInstructions;
-            EXPECT_TRUE(Effects::widenFetches(cut, 4).empty()) << "cut after " << length;
-            EXPECT_EQ(cut, before) << "cut after " << length;
-        } else {
-            Effects::widenFetches(cut, 4);
-        }
-    }
-    EXPECT_GT(inInstructions, whole.size() / 2);
+    expectCutModulesLeftAlone(moduleThatFetches(fifthOfGroup),
+                              [](auto& spirv) { return !Effects::widenFetches(spirv, 4).empty(); });
 }
 
 TEST(FetchWidening, SurvivesInstructionsOfOtherWordsThanTheirs)
 {
-    const std::vector<std::uint32_t> whole = moduleThatFetches(fifthOfGroup);
-    for (std::size_t at = Effects::Spirv::headerWords; at < whole.size(); at += whole[at] >> 16U) {
-        std::vector<std::uint32_t> changed = whole;
-        const auto first = changed.begin() + static_cast<std::ptrdiff_t>(at);
-        changed.erase(first + 1, first + static_cast<std::ptrdiff_t>(whole[at] >> 16U));
-        changed[at] = 1U << 16U | (whole[at] & 0xffffU);
-        changed.shrink_to_fit();
-        Effects::widenFetches(changed, 4);
-        for (std::size_t word = at + 1; word < at + (whole[at] >> 16U); ++word) {
-            for (const std::uint32_t value : {0U, 0xffffffffU}) {
-                changed = whole;
-                changed[word] = value;
-                Effects::widenFetches(changed, 4);
-                EXPECT_TRUE(Effects::Spirv::forEach(changed, [](const auto&) {})) << "word " << word;
-            }
-        }
-    }
+    expectChangedModulesSurvived(moduleThatFetches(fifthOfGroup),
+                                 [](auto& spirv) { Effects::widenFetches(spirv, 4); });
 }
 
 } // namespace

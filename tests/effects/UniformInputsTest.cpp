@@ -4,6 +4,7 @@
 #include "host/effects/EffectCompiler.h"
 #include "host/effects/SpirvModule.h"
 #include "tests/TemporaryDirectory.h"
+#include "tests/effects/BrokenModules.h"
 #include "tests/effects/GroupDrawing.h"
 
 #include <gtest/gtest.h>
@@ -189,40 +190,14 @@ TEST(UniformInputs, AreAtMostWhatIsAskedFor)
 
 TEST(UniformInputs, LeaveAModuleThatIsCutOffAlone)
 {
-    const std::vector<std::uint32_t> whole = plainShader();
-    std::size_t inInstructions = 0;
-    for (std::size_t length = 0; length < whole.size(); ++length) {
-        std::vector<std::uint32_t> cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
-        const std::vector<std::uint32_t> before = cut;
-        if (!Effects::Spirv::forEach(cut, [](const auto&) {})) {
-            ++inInstructions;
-            EXPECT_TRUE(Effects::passUniformsAsInputs(cut, 8).empty()) << "cut after " << length;
-            EXPECT_EQ(cut, before) << "cut after " << length;
-        } else {
-            Effects::passUniformsAsInputs(cut, 8);
-        }
-    }
-    EXPECT_GT(inInstructions, whole.size() / 2);
+    expectCutModulesLeftAlone(plainShader(),
+                              [](auto& spirv) { return !Effects::passUniformsAsInputs(spirv, 8).empty(); });
 }
 
 TEST(UniformInputs, SurviveInstructionsOfOtherWordsThanTheirs)
 {
-    const std::vector<std::uint32_t> whole = plainShader();
-    for (std::size_t at = Effects::Spirv::headerWords; at < whole.size(); at += whole[at] >> 16U) {
-        std::vector<std::uint32_t> changed = whole;
-        const auto first = changed.begin() + static_cast<std::ptrdiff_t>(at);
-        changed.erase(first + 1, first + static_cast<std::ptrdiff_t>(whole[at] >> 16U));
-        changed[at] = 1U << 16U | (whole[at] & 0xffffU);
-        changed.shrink_to_fit();
-        Effects::passUniformsAsInputs(changed, 8);
-        for (std::size_t word = at + 1; word < at + (whole[at] >> 16U); ++word) {
-            for (const std::uint32_t value : {0U, 0xffffffffU}) {
-                changed = whole;
-                changed[word] = value;
-                EXPECT_LE(Effects::passUniformsAsInputs(changed, 8).size(), 8U) << "word " << word;
-            }
-        }
-    }
+    expectChangedModulesSurvived(
+        plainShader(), [](auto& spirv) { EXPECT_LE(Effects::passUniformsAsInputs(spirv, 8).size(), 8U); });
 }
 
 } // namespace

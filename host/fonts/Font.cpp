@@ -71,7 +71,7 @@ bool Font::draw(Qx::Ptr<iGPUImage> target, const LightweightString<wchar_t>& tex
         if (baseline > std::numeric_limits<int>::max()) {
             return true;
         }
-        return renderer_->draw(image->texture(), shaper_->shape(text.view()),
+        return renderer_->draw(image->picture(), shaper_->shape(text.view()),
                                {position.x, static_cast<int>(baseline)}, held(colour), alpha);
     });
 }

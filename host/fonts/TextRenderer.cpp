@@ -16,6 +16,7 @@ using Vulkan::Context;
 using Vulkan::Device;
 using Vulkan::HostBuffer;
 using Vulkan::Pooled;
+using Vulkan::Picture;
 using Vulkan::Texture;
 
 constexpr VkImageLayout readLayout = VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL;
@@ -75,9 +76,9 @@ Area areaOf(const PlacedGlyph& glyph, XY<int> baseline)
     return {left, top, left + extent.width, top + extent.height};
 }
 
-Area wholeOf(const Texture& texture)
+Area wholeOf(const Picture& picture)
 {
-    return {0, 0, texture.key.width, texture.key.height};
+    return {0, 0, picture.key.width, picture.key.height};
 }
 
 /// Sides of scratch images come in few sizes, so that the next line finds one in the pool.
@@ -150,7 +151,7 @@ constexpr VkShaderStageFlags bothStages = VK_SHADER_STAGE_VERTEX_BIT | VK_SHADER
 
 struct TextRenderer::Drawing
 {
-    Texture& target;
+    Picture& target;
     const NormalisedRGB& colour;
     iFont::eAlpha alpha;
     Area area; ///< of the target, that the layer stands for
@@ -244,7 +245,7 @@ bool TextRenderer::createPipelines()
     return device.succeeded(result, "setting up text");
 }
 
-bool TextRenderer::draw(Texture& target, const Line& line, XY<int> baseline, const NormalisedRGB& colour,
+bool TextRenderer::draw(Picture& target, const Line& line, XY<int> baseline, const NormalisedRGB& colour,
                         iFont::eAlpha alpha)
 {
     Area area;
@@ -388,12 +389,16 @@ bool TextRenderer::record(Drawing& drawing, bool last)
             if (!prepareGlyphs(batch, segment, passes) || (last && set == nullptr)) {
                 return false;
             }
+            Texture* const target = last ? drawing.target.forWriting(batch, false) : nullptr;
+            if (last && target == nullptr) {
+                return false;
+            }
             if (staging) {
                 recordUploads(batch, segment, **staging);
             }
             recordGlyphs(batch, drawing, passes);
             if (last) {
-                recordLayer(batch, drawing, set);
+                recordLayer(batch, drawing, *target, set);
             }
             ++context_->draws;
             return true;
@@ -493,10 +498,10 @@ void TextRenderer::recordGlyphs(Batch& batch, const Drawing& drawing, const std:
     vkCmdEndRendering(commands);
 }
 
-void TextRenderer::recordLayer(Batch& batch, const Drawing& drawing, VkDescriptorSet set)
+void TextRenderer::recordLayer(Batch& batch, const Drawing& drawing, Texture& target, VkDescriptorSet set)
 {
     VkCommandBuffer commands = batch.commands();
-    batch.copyFrom(drawing.target);
+    batch.copyFrom(target);
     batch.copyTo(*drawing.under);
     batch.flush();
     const VkRect2D area = drawing.onTarget();
@@ -505,16 +510,16 @@ void TextRenderer::recordLayer(Batch& batch, const Drawing& drawing, VkDescripto
     copy.srcOffset = {area.offset.x, area.offset.y, 0};
     copy.dstSubresource = copy.srcSubresource;
     copy.extent = {area.extent.width, area.extent.height, 1};
-    vkCmdCopyImage(commands, drawing.target.image,
-                   drawing.target.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL), drawing.under->image,
+    vkCmdCopyImage(commands, target.image, target.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL),
+                   drawing.under->image,
                    drawing.under->layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL), 1, &copy);
 
     batch.sample(*drawing.layer);
     batch.sample(*drawing.under);
-    batch.renderTo(drawing.target, false);
+    batch.renderTo(target, false);
     batch.flush();
-    const VkFormat format = drawing.target.key.format;
-    Vulkan::beginDrawing(commands, drawing.target, area, VK_ATTACHMENT_LOAD_OP_LOAD);
+    const VkFormat format = target.key.format;
+    Vulkan::beginDrawing(commands, target, area, VK_ATTACHMENT_LOAD_OP_LOAD);
     vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, Vulkan::pipelineFor(objects_.layer, format));
     vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, objects_.layerLayout, 0, 1, &set, 0,
                             nullptr);

@@ -26,7 +26,7 @@ public:
     Vulkan::Context& context() const { return *context_; }
 
     /// A line with the left end of its baseline there. Inside an Operation.
-    bool draw(Vulkan::Texture& target, const Line& line, XY<int> baseline, const NormalisedRGB& colour,
+    bool draw(Vulkan::Picture& target, const Line& line, XY<int> baseline, const NormalisedRGB& colour,
               iFont::eAlpha alpha);
 
     struct Statistics
@@ -80,7 +80,8 @@ private:
     VkDescriptorSet describeLayer(Vulkan::Batch& batch, const Drawing& drawing);
     void recordUploads(Vulkan::Batch& batch, const Segment& segment, Vulkan::HostBuffer& staging);
     void recordGlyphs(Vulkan::Batch& batch, const Drawing& drawing, const std::vector<GlyphPass>& passes);
-    void recordLayer(Vulkan::Batch& batch, const Drawing& drawing, VkDescriptorSet set);
+    void recordLayer(Vulkan::Batch& batch, const Drawing& drawing, Vulkan::Texture& target,
+                     VkDescriptorSet set);
     void forgetGlyphs();
 
     const std::shared_ptr<Vulkan::Context> context_;

@@ -27,16 +27,16 @@ VkRect2D between(std::uint32_t x0, std::uint32_t y0, std::uint32_t x1, std::uint
 
 } // namespace
 
-VkRect2D pixelsInside(const RectangleOf<float>& area, const Texture& target)
+VkRect2D pixelsInside(const RectangleOf<float>& area, const TextureKey& target)
 {
-    return between(firstPixel(area.x0, target.key.width), firstPixel(area.y0, target.key.height),
-                   firstPixel(area.x1, target.key.width), firstPixel(area.y1, target.key.height));
+    return between(firstPixel(area.x0, target.width), firstPixel(area.y0, target.height),
+                   firstPixel(area.x1, target.width), firstPixel(area.y1, target.height));
 }
 
-VkRect2D pixelsInside(const RectangleOf<int>& area, const Texture& target)
+VkRect2D pixelsInside(const RectangleOf<int>& area, const TextureKey& target)
 {
-    return between(clampedTo(area.x0, target.key.width), clampedTo(area.y0, target.key.height),
-                   clampedTo(area.x1, target.key.width), clampedTo(area.y1, target.key.height));
+    return between(clampedTo(area.x0, target.width), clampedTo(area.y0, target.height),
+                   clampedTo(area.x1, target.width), clampedTo(area.y1, target.height));
 }
 
 bool isEmpty(const VkRect2D& area)
@@ -44,9 +44,9 @@ bool isEmpty(const VkRect2D& area)
     return area.extent.width == 0 || area.extent.height == 0;
 }
 
-bool coversAll(const VkRect2D& area, const Texture& target)
+bool coversAll(const VkRect2D& area, const TextureKey& target)
 {
-    return area.extent.width == target.key.width && area.extent.height == target.key.height;
+    return area.extent.width == target.width && area.extent.height == target.height;
 }
 
 } // namespace Qx::Host::Vulkan

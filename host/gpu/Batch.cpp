@@ -136,8 +136,24 @@ std::optional<Batch::Stamps> Batch::stamps() const
     return result == VK_SUCCESS ? std::optional<Stamps>({ticks[firstStamp], ticks[lastStamp]}) : std::nullopt;
 }
 
+/// Its images are shared with the host, which reads them without a command that would say so.
+void Batch::showToHost()
+{
+    VkMemoryBarrier2 barrier{};
+    barrier.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER_2;
+    barrier.srcStageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
+    barrier.srcAccessMask = VK_ACCESS_2_MEMORY_WRITE_BIT;
+    barrier.dstStageMask = VK_PIPELINE_STAGE_2_HOST_BIT;
+    barrier.dstAccessMask = VK_ACCESS_2_HOST_READ_BIT;
+    memoryBarriers_.push_back(barrier);
+    flush();
+}
+
 bool Batch::end()
 {
+    if (device_.drawsGroups()) {
+        showToHost();
+    }
     if (timed_) {
         stamp(lastStamp);
     }
@@ -238,6 +254,9 @@ VkDescriptorSet Batch::descriptorSet(VkDescriptorSetLayout layout)
 void Batch::use(Texture& texture, const Use& next)
 {
     texture.lastUse.store(value_, std::memory_order_relaxed);
+    if (next.writes) {
+        texture.lastWrite.store(value_, std::memory_order_relaxed);
+    }
     if (texture.hasGroups()) {
         useMemory(texture, next);
         return;
@@ -257,7 +276,7 @@ void Batch::use(Texture& texture, const Use& next)
 void Batch::useMemory(Texture& texture, const Use& next)
 {
     const VkAccessFlags2 written = next.writes ? next.access : VK_ACCESS_2_NONE;
-    if (texture.use.layout == VK_IMAGE_LAYOUT_UNDEFINED) {
+    if (texture.use.layout != VK_IMAGE_LAYOUT_GENERAL) {
         for (VkImage image : {texture.image, texture.groups.image}) {
             VkImageMemoryBarrier2 barrier = imageBarrier(image, texture.use, VK_IMAGE_LAYOUT_GENERAL);
             barrier.dstStageMask = next.stage;

@@ -79,6 +79,7 @@ private:
     void useMemory(Texture& texture, const Use& next);
     bool addUniformChunk(VkDeviceSize bytes);
     bool addDescriptorPool();
+    void showToHost();
     bool beginStamps();
     void stamp(std::uint32_t query);
 

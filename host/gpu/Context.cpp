@@ -23,23 +23,30 @@ bool isExhausted(VkResult result)
            result == VK_ERROR_TOO_MANY_OBJECTS;
 }
 
+/// How a resource is come by.
+struct Acquisition
+{
+    const char* what;            ///< for the message that it failed
+    bool pendingWillDo = false;  ///< the device may still be at work on it
+    bool waits = true;           ///< for the device, when memory is exhausted
+};
+
 template <class Resource>
-Pooled<Resource> acquire(Context& context, const typename Resource::Key& key, bool pendingWillDo,
-                         const char* what)
+Pooled<Resource> acquire(Context& context, const typename Resource::Key& key, const Acquisition& how)
 {
     Pool<Resource>& pool = Pooled<Resource>::pool(context);
-    if (auto resource = pool.take(key, context.recorder().completed(), pendingWillDo)) {
+    if (auto resource = pool.take(key, context.recorder().completed(), how.pendingWillDo)) {
         return {context.shared_from_this(), std::move(resource)};
     }
     std::unique_ptr<Resource> resource;
     VkResult result = pool.create(key, resource);
-    if (isExhausted(result) && context.recorder().waitForAll()) {
+    if (isExhausted(result) && (!how.waits || context.recorder().waitForAll())) {
         const std::uint64_t completed = context.recorder().completed();
         context.textures().trim(0, completed);
         context.hostBuffers().trim(0, completed);
         result = pool.create(key, resource);
     }
-    if (!context.device().succeeded(result, what)) {
+    if (!context.device().succeeded(result, how.what)) {
         return {};
     }
     return {context.shared_from_this(), std::move(resource)};
@@ -129,9 +136,9 @@ void Context::shutdown(std::chrono::milliseconds limit)
     recorder_.destroy();
     primitives_.destroy();
     samplers_.destroy();
-    textures_.destroyAll([](const Texture&) { return false; });
     // Addresses that were given out stay valid as long as their images live, which may be longer than we do.
-    const std::size_t kept = hostBuffers_.destroyAll([](const HostBuffer& b) { return b.givenOut.load(); });
+    const auto isHeld = [](const auto& resource) { return resource.givenOut.load(); };
+    const std::size_t kept = textures_.destroyAll(isHeld) + hostBuffers_.destroyAll(isHeld);
     if (kept > 0) {
         state_ = State::HostImagesHeld;
         report("GPU: " + std::to_string(kept) + " host images are still held; their memory stays");
@@ -151,6 +158,7 @@ void Context::close()
 Context::~Context()
 {
     if (state_ == State::HostImagesHeld) {
+        textures_.destroyKept();
         hostBuffers_.destroyKept();
         close();
     } else if (state_ == State::Running) {
@@ -175,6 +183,7 @@ GPUStatistics Context::statistics()
     statistics.batchesSubmitted = recorder_.batchesSubmitted();
     statistics.draws = draws;
     statistics.groupDraws = groupDraws;
+    statistics.sharedTransfers = sharedTransfers;
     statistics.barriers = recorder_.barriers();
     statistics.validationMessages = instance_->validationMessages();
     return statistics;
@@ -182,7 +191,18 @@ GPUStatistics Context::statistics()
 
 Pooled<Texture> acquireTexture(Context& context, const TextureKey& key)
 {
-    return acquire<Texture>(context, key, true, "making a GPU image");
+    return acquire<Texture>(context, key, {.what = "making a GPU image", .pendingWillDo = true});
+}
+
+Pooled<Texture> acquireTextureAtOnce(Context& context, const TextureKey& key)
+{
+    return acquire<Texture>(context, key,
+                            {.what = "making a GPU image", .pendingWillDo = true, .waits = false});
+}
+
+Pooled<Texture> acquireIdleTexture(Context& context, const TextureKey& key)
+{
+    return acquire<Texture>(context, key, {.what = "making a host image"});
 }
 
 Pooled<HostBuffer> acquireHostBuffer(Context& context, std::uint64_t bytes)
@@ -190,7 +210,7 @@ Pooled<HostBuffer> acquireHostBuffer(Context& context, std::uint64_t bytes)
     // Whole pages, so that images of nearly the same size share buffers. A buffer that the device still works
     // on would make its next owner wait.
     constexpr std::uint64_t page = 4096;
-    return acquire<HostBuffer>(context, (bytes + page - 1) / page * page, false, "making a host image");
+    return acquire<HostBuffer>(context, (bytes + page - 1) / page * page, {.what = "making a host image"});
 }
 
 bool isSupported(Context& context, XY<int> size, iGPUImage::eFormat format)

@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <unordered_set>
+#include <utility>
 
 namespace Qx::Host::Vulkan {
 
@@ -72,6 +73,7 @@ public:
     GPUStatistics statistics();
     std::atomic<std::uint64_t> draws{0};
     std::atomic<std::uint64_t> groupDraws{0};
+    std::atomic<std::uint64_t> sharedTransfers{0};
 
 private:
     void close();
@@ -120,29 +122,47 @@ private:
     bool entered_;
 };
 
-/// A resource in use. It goes back to its pool with the handle.
+/// A resource in use. It goes back to its pool with the last handle.
 template <class Resource>
 class Pooled
 {
 public:
     Pooled() = default;
     Pooled(std::shared_ptr<Context> context, std::unique_ptr<Resource> resource)
-        : context_(std::move(context)), resource_(std::move(resource))
+        : context_(std::move(context)), resource_(resource.release())
     {
+        resource_->holders = 1;
     }
-    Pooled(Pooled&&) noexcept = default;
-    Pooled& operator=(Pooled&&) = delete;
-    ~Pooled()
+    Pooled(const Pooled& other) : context_(other.context_), resource_(other.resource_)
     {
         if (resource_ != nullptr) {
-            pool(*context_).give(std::move(resource_));
+            resource_->holders.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+    Pooled(Pooled&& other) noexcept
+        : context_(std::move(other.context_)), resource_(std::exchange(other.resource_, nullptr))
+    {
+    }
+    Pooled& operator=(Pooled other) noexcept
+    {
+        std::swap(context_, other.context_);
+        std::swap(resource_, other.resource_);
+        return *this;
+    }
+    ~Pooled()
+    {
+        if (resource_ != nullptr && resource_->holders.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            pool(*context_).give(std::unique_ptr<Resource>(resource_));
         }
     }
 
     explicit operator bool() const { return resource_ != nullptr; }
     Resource& operator*() const { return *resource_; }
-    Resource* operator->() const { return resource_.get(); }
+    Resource* operator->() const { return resource_; }
     Context& context() const { return *context_; }
+
+    /// Whether there are other handles. When there are none, what their holders did is done.
+    bool isShared() const { return resource_->holders.load(std::memory_order_acquire) > 1; }
 
     static Pool<Resource>& pool(Context& context)
     {
@@ -155,12 +175,19 @@ public:
 
 private:
     std::shared_ptr<Context> context_;
-    std::unique_ptr<Resource> resource_;
+    Resource* resource_ = nullptr;
 };
 
 /// A resource from the pool or a new one. When memory is exhausted the pools are emptied and it is tried once
 /// more; an empty handle when that fails too. Inside an Operation.
 Pooled<Texture> acquireTexture(Context& context, const TextureKey& key);
+
+/// The same without waiting for the device, for who holds the recorder's lock.
+Pooled<Texture> acquireTextureAtOnce(Context& context, const TextureKey& key);
+
+/// A texture that the device is done with, for the host to write to.
+Pooled<Texture> acquireIdleTexture(Context& context, const TextureKey& key);
+
 Pooled<HostBuffer> acquireHostBuffer(Context& context, std::uint64_t bytes);
 
 /// Whether an image of that size can be made at all.

@@ -93,8 +93,8 @@ struct GPUStatistics
     std::uint64_t inFlightLimit = 0;      ///< the bound in force
     std::uint64_t idleImageBytes = 0;     ///< released GPU images kept in the pool
     std::uint64_t idleHostBytes = 0;      ///< released host images kept in the pool
-    std::uint64_t liveImageBytes = 0;     ///< GPU images in use
-    std::uint64_t liveHostBytes = 0;      ///< host images in use
+    std::uint64_t liveImageBytes = 0;     ///< GPU images in use, and host images in such memory
+    std::uint64_t liveHostBytes = 0;      ///< host images in use, in memory of their own
     std::uint64_t imagesCreated = 0;      ///< GPU images that did not come from the pool
     std::uint64_t hostImagesCreated = 0;  ///< host images that did not come from the pool
     std::uint64_t memoryAllocations = 0;  ///< allocations of device memory since the start
@@ -102,6 +102,7 @@ struct GPUStatistics
     std::uint64_t draws = 0;              ///< passes and primitives recorded
     std::uint64_t groupDraws = 0;         ///< those of them that drew groups of texels
     std::uint64_t barriers = 0;           ///< image and buffer barriers recorded
+    std::uint64_t sharedTransfers = 0;    ///< uploads and downloads that copied nothing
     std::uint64_t glyphPageBytes = 0;     ///< GPU images that hold the pictures of glyphs
     std::uint64_t glyphsUploaded = 0;     ///< pictures of glyphs copied to the device since the start
     std::uint64_t validationMessages = 0; ///< warnings and errors of the validation layer

@@ -414,7 +414,7 @@ Qx::Ptr<iGPUImage> GPUService::uploadImage(Qx::Ptr<iHostImage> image, int)
         if (source == nullptr || &source->context() != &context) {
             return {};
         }
-        return Vulkan::upload(context, *source);
+        return source->upload();
     });
 }
 

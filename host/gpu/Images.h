@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/gpu/Context.h"
+#include "host/gpu/Picture.h"
 #include "platform/GPUImage.h"
 
 namespace Qx::Host::Vulkan {
@@ -10,7 +10,7 @@ class GPUImage final : public iGPUImage
 {
 public:
     GPUImage(Pooled<Texture> texture, XY<int> size, eFormat format)
-        : texture_(std::move(texture)), size_(size), format_(format)
+        : picture_(std::move(texture)), size_(size), format_(format)
     {
     }
 
@@ -19,34 +19,31 @@ public:
     unsigned getBitsPerTexel() const override { return format_ == eARGB16 ? 64 : 32; }
     Qx::Ptr<iGraphicPrimitivesRenderer> getPrimitivesRenderer(int layer) override;
 
-    Texture& texture() const { return *texture_; }
-    Context& context() const { return texture_.context(); }
+    Picture& picture() { return picture_; }
+    Context& context() const { return picture_.context(); }
 
 private:
-    const Pooled<Texture> texture_;
+    Picture picture_;
     const XY<int> size_;
     const eFormat format_;
 };
 
-/// An image in memory that the device copies from and to.
-class HostImage final : public iHostImage
+/// An image in host memory.
+class HostImage : public iHostImage
 {
 public:
-    HostImage(Pooled<HostBuffer> buffer, XY<int> size, iGPUImage::eFormat format)
-        : buffer_(std::move(buffer)), size_(size), format_(format)
-    {
-    }
+    HostImage(XY<int> size, iGPUImage::eFormat format) : size_(size), format_(format) {}
 
     XY<int> getSize() const override { return size_; }
     iGPUImage::eFormat getFormat() const override { return format_; }
     std::size_t getPitch() const override;
-    void* map(eAccess access) override;
 
-    HostBuffer& buffer() const { return *buffer_; }
-    Context& context() const { return buffer_.context(); }
+    virtual Context& context() const = 0;
+
+    /// A GPU image that will hold these bytes; empty on failure. Inside an Operation.
+    virtual Qx::Ptr<GPUImage> upload() = 0;
 
 private:
-    const Pooled<HostBuffer> buffer_;
     const XY<int> size_;
     const iGPUImage::eFormat format_;
 };
@@ -79,17 +76,17 @@ class GPUImage3D final : public iGPUImage3D
 {
 public:
     GPUImage3D(Pooled<Texture> texture, int size, const TableDomain& domain)
-        : texture_(std::move(texture)), size_(size), domain_(domain)
+        : picture_(std::move(texture)), size_(size), domain_(domain)
     {
     }
 
     int getSize() const override { return size_; }
     TableDomain getDomain() const override { return domain_; }
-    Texture& texture() const { return *texture_; }
-    Context& context() const { return texture_.context(); }
+    Picture& picture() { return picture_; }
+    Context& context() const { return picture_.context(); }
 
 private:
-    const Pooled<Texture> texture_;
+    Picture picture_;
     const int size_;
     const TableDomain domain_;
 };
@@ -109,7 +106,6 @@ Qx::Ptr<GPUImage> makeGPUImage(Context& context, XY<int> size, iGPUImage::eForma
 Qx::Ptr<HostImage> makeHostImage(Context& context, XY<int> size, iGPUImage::eFormat format);
 
 /// Copies record and return. Inside an Operation.
-Qx::Ptr<GPUImage> upload(Context& context, HostImage& source);
 Qx::Ptr<HostImage> download(Context& context, GPUImage& source);
 Qx::Ptr<GPUImage3D> upload(Context& context, const iHostImage3D& source);
 
@@ -119,7 +115,7 @@ bool copy(Context& context, GPUImage& source, GPUImage& target);
 /// Whether a table of that size can be made at all.
 bool isSupported3D(Context& context, int size);
 
-/// The texture behind anything that a shader can read; null for what is not of this context.
-Texture* textureOf(Context& context, iGPUResource* resource);
+/// What anything that a shader can read consists of; null for what is not of this context.
+Picture* pictureOf(Context& context, iGPUResource* resource);
 
 } // namespace Qx::Host::Vulkan

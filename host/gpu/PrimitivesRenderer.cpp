@@ -130,7 +130,7 @@ bool PrimitivesRenderer::draw(const RectDescription& description, int layer)
         }
         std::vector<VkRect2D> areas;
         for (const RectangleOf<int>& part : partsOf(description)) {
-            const VkRect2D pixels = pixelsInside(part, target_->texture());
+            const VkRect2D pixels = pixelsInside(part, target_->picture().key);
             if (!isEmpty(pixels)) {
                 areas.push_back(pixels);
             }
@@ -141,8 +141,8 @@ bool PrimitivesRenderer::draw(const RectDescription& description, int layer)
 
 bool PrimitivesRenderer::drawRectangles(const std::vector<VkRect2D>& areas, const RectDescription& d)
 {
-    Texture& target = target_->texture();
-    const bool replacesAll = areas.size() == 1 && coversAll(areas.front(), target);
+    Picture& picture = target_->picture();
+    const bool replacesAll = areas.size() == 1 && coversAll(areas.front(), picture.key);
     const bool flat = isFlat(d);
     const PrimitivePipelines& pipelines = context().primitives();
     const auto height = static_cast<float>(static_cast<std::int64_t>(d.area.y1) - d.area.y0);
@@ -151,7 +151,12 @@ bool PrimitivesRenderer::drawRectangles(const std::vector<VkRect2D>& areas, cons
         {d.colour2.red, d.colour2.green, d.colour2.blue, d.colour2.alpha},
         static_cast<float>(d.area.y0),
         1.0F / height};
-    return context().recorder().record(target.key.bytes(), Recorder::Submit::WhenDue, [&](Batch& batch) {
+    return context().recorder().record(picture.key.bytes(), Recorder::Submit::WhenDue, [&](Batch& batch) {
+        Texture* const texture = picture.forWriting(batch, replacesAll);
+        if (texture == nullptr) {
+            return false;
+        }
+        Texture& target = *texture;
         VkCommandBuffer commands = batch.commands();
         batch.renderTo(target, replacesAll);
         batch.flush();
@@ -184,7 +189,7 @@ bool PrimitivesRenderer::draw(const ImageDescription& d, int layer)
         if (!operation || layer != 1 || image == nullptr || &image->context() != &context()) {
             return false;
         }
-        return drawImage({image->texture(), target_->texture(), toFloat(d.source), toFloat(d.destination),
+        return drawImage({image->picture(), target_->picture(), toFloat(d.source), toFloat(d.destination),
                           d.blend, std::clamp(d.weight, 0.0F, 1.0F), false});
     });
 }
@@ -200,7 +205,7 @@ bool PrimitivesRenderer::draw(const ImageDescriptionEx& d, int layer)
         if (d.effect) {
             return drawThroughEffect(d, *image);
         }
-        return drawImage({image->texture(), target_->texture(), d.source, d.destination, d.blend, 1.0F,
+        return drawImage({image->picture(), target_->picture(), d.source, d.destination, d.blend, 1.0F,
                           d.mode == ImageDescriptionEx::EverySecondLine});
     });
 }
@@ -240,7 +245,7 @@ bool PrimitivesRenderer::drawImage(const ImageDraw& d)
     if (&d.image == &d.target) {
         return false;
     }
-    VkRect2D pixels = pixelsInside(d.destination, d.target);
+    VkRect2D pixels = pixelsInside(d.destination, d.target.key);
     if (!hasArea(d.source) || !hasArea(d.destination) || isEmpty(pixels)) {
         return true;
     }
@@ -254,18 +259,20 @@ bool PrimitivesRenderer::drawImage(const ImageDraw& d)
 bool PrimitivesRenderer::recordImage(const ImageDraw& d, const VkRect2D& pixels, const Mapping& mapping)
 {
     const bool replaces = !d.byAlpha && d.weight == 1.0F;
-    const bool replacesAll = replaces && coversAll(pixels, d.target);
+    const bool replacesAll = replaces && coversAll(pixels, d.target.key);
     const PrimitivePipelines& pipelines = context().primitives();
     return context().recorder().record(d.target.key.bytes(), Recorder::Submit::WhenDue, [&](Batch& batch) {
-        VkDescriptorSet set = describeImage(batch, context(), d.image);
-        if (set == nullptr) {
+        Texture& image = *d.image.texture();
+        VkDescriptorSet set = describeImage(batch, context(), image);
+        Texture* const target = set != nullptr ? d.target.forWriting(batch, replacesAll) : nullptr;
+        if (target == nullptr) {
             return false;
         }
-        batch.sample(d.image);
-        batch.renderTo(d.target, replacesAll);
+        batch.sample(image);
+        batch.renderTo(*target, replacesAll);
         batch.flush();
         VkCommandBuffer commands = batch.commands();
-        beginDrawing(commands, d.target, pixels,
+        beginDrawing(commands, *target, pixels,
                      replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
         vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS,
                           pipelines.image(d.target.key.format, mapping.sampling,
@@ -288,7 +295,7 @@ bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage
         return false;
     }
     const RectangleOf<float> destination = rowsWithLines(d, original);
-    const VkRect2D pixels = pixelsInside(destination, target_->texture());
+    const VkRect2D pixels = pixelsInside(destination, target_->picture().key);
     if (!hasArea(d.source) || !hasArea(destination) || isEmpty(pixels)) {
         return true;
     }
@@ -303,7 +310,7 @@ bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage
     if (d.mode == ImageDescriptionEx::EverySecondLine) {
         const Qx::Ptr<GPUImage> lines = makeGPUImage(context(), size, original.getFormat());
         if (!lines ||
-            !drawImage({original.texture(), lines->texture(), d.source, local, false, 1.0F, true})) {
+            !drawImage({original.picture(), lines->picture(), d.source, local, false, 1.0F, true})) {
             return false;
         }
         image = lines;
@@ -321,8 +328,8 @@ bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage
     // An effect says nothing of how it covers the target, so its result is drawn over it in a second step.
     const Qx::Ptr<GPUImage> result = makeGPUImage(context(), size, target_->getFormat());
     return result && effect->draw(*result, local, sources) &&
-           drawImage({result->texture(),
-                      target_->texture(),
+           drawImage({result->picture(),
+                      target_->picture(),
                       wholeOf(*result),
                       {left, top, left + static_cast<float>(size.x), top + static_cast<float>(size.y)},
                       true,

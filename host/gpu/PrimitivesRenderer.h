@@ -23,8 +23,8 @@ public:
 private:
     struct ImageDraw
     {
-        Texture& image;
-        Texture& target;
+        Picture& image;
+        Picture& target;
         RectangleOf<float> source;
         RectangleOf<float> destination;
         bool byAlpha = false;

@@ -167,6 +167,12 @@ bool Recorder::submitOpen()
     return true;
 }
 
+bool Recorder::submit(std::uint64_t value)
+{
+    const std::lock_guard lock(mutex_);
+    return !device_.isLost() && (open_ == nullptr || open_->value() > value || submitOpen());
+}
+
 VkResult Recorder::waitOnce(std::uint64_t value, std::chrono::nanoseconds limit)
 {
     VkSemaphoreWaitInfo info{};

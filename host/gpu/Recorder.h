@@ -51,6 +51,17 @@ public:
         return recorded(bytes, submit);
     }
 
+    /// Calls `function` under the lock in which everything is recorded.
+    template <class Function>
+    auto locked(Function&& function)
+    {
+        const std::lock_guard lock(mutex_);
+        return function();
+    }
+
+    /// Hands in what that value waits for. False when the device is lost.
+    bool submit(std::uint64_t value);
+
     /// The timeline value that the device has reached.
     std::uint64_t completed();
 

@@ -1,10 +1,19 @@
 #include "host/gpu/Resources.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Qx::Host::Vulkan {
 
 namespace {
+
+constexpr std::uint32_t groupBytes = 16;
+
+/// The host may have written to an image in rows before the device first uses it.
+VkImageLayout layoutOfNew(VkImageTiling tiling)
+{
+    return tiling == VK_IMAGE_TILING_LINEAR ? VK_IMAGE_LAYOUT_PREINITIALIZED : VK_IMAGE_LAYOUT_UNDEFINED;
+}
 
 VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImageUsageFlags usage)
 {
@@ -18,18 +27,23 @@ VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImage
     info.samples = VK_SAMPLE_COUNT_1_BIT;
     info.tiling = tiling;
     info.usage = usage;
+    info.initialLayout = layoutOfNew(tiling);
     return info;
+}
+
+VkImageTiling tilingOf(const Device& device, const TextureKey& key)
+{
+    const bool rowByRow = device.drawsGroups() && key.depth == 0 && groupedBits(key.format) != 0;
+    return rowByRow ? VK_IMAGE_TILING_LINEAR : VK_IMAGE_TILING_OPTIMAL;
 }
 
 VkResult createImage(Device& device, const TextureKey& key, VkImage& image)
 {
-    const bool rowByRow = device.drawsGroups() && key.depth == 0 && groupedBits(key.format) != 0;
     VkImageUsageFlags usage = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT;
     if (key.depth == 0) {
         usage |= VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT;
     }
-    const VkImageCreateInfo info =
-        imageInfo(key, rowByRow ? VK_IMAGE_TILING_LINEAR : VK_IMAGE_TILING_OPTIMAL, usage);
+    const VkImageCreateInfo info = imageInfo(key, tilingOf(device, key), usage);
     VkImageFormatProperties properties;
     const VkResult supported = vkGetPhysicalDeviceImageFormatProperties(
         device.physical(), info.format, info.imageType, info.tiling, info.usage, 0, &properties);
@@ -77,6 +91,7 @@ std::uint64_t TextureKey::bytes() const
 VkResult Texture::create(Device& device, DeviceMemory& memory, const Key& key, Texture& texture)
 {
     texture.key = key;
+    texture.use.layout = layoutOfNew(tilingOf(device, key));
     VkResult result = createImage(device, key, texture.image);
     if (result == VK_SUCCESS) {
         result = texture.allocate(device, memory);
@@ -97,8 +112,7 @@ VkResult Texture::allocate(Device& device, DeviceMemory& deviceMemory)
 {
     VkMemoryRequirements requirements;
     vkGetImageMemoryRequirements(device.handle(), image, &requirements);
-    if (device.drawsGroups() && key.depth == 0 && groupedBits(key.format) != 0 &&
-        createGroups(device) == VK_SUCCESS) {
+    if (tilingOf(device, key) == VK_IMAGE_TILING_LINEAR && createGroups(device) == VK_SUCCESS) {
         VkMemoryRequirements others;
         vkGetImageMemoryRequirements(device.handle(), groups.image, &others);
         requirements.size = std::max(requirements.size, others.size);
@@ -112,6 +126,7 @@ VkResult Texture::allocate(Device& device, DeviceMemory& deviceMemory)
         destroyGroups(device);
     }
     VkResult result = deviceMemory.allocate(requirements, MemoryUse::Image, memory);
+    inHostMemory = result == VK_SUCCESS && liesAsHostImage(device);
     if (result == VK_SUCCESS) {
         result = vkBindImageMemory(device.handle(), image, memory.memory, memory.offset);
     }
@@ -142,10 +157,25 @@ VkResult Texture::allocate(Device& device, DeviceMemory& deviceMemory)
     return result;
 }
 
+bool mayLieInHostMemory(const Device& device, const TextureKey& key)
+{
+    return tilingOf(device, key) == VK_IMAGE_TILING_LINEAR &&
+           key.width * bytesPerTexel(key.format) % groupBytes == 0;
+}
+
+bool Texture::liesAsHostImage(const Device& device) const
+{
+    constexpr VkMemoryPropertyFlags needed = VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT |
+                                             VK_MEMORY_PROPERTY_HOST_COHERENT_BIT |
+                                             VK_MEMORY_PROPERTY_HOST_CACHED_BIT;
+    const VkMemoryPropertyFlags has = device.memory().memoryTypes[memory.type].propertyFlags;
+    return groups.image != nullptr && (has & needed) == needed &&
+           groups.rowGroups * groupBytes == key.width * bytesPerTexel(key.format);
+}
+
 /// Fails where the image's rows cannot be seen in the other shapes.
 VkResult Texture::createGroups(Device& device)
 {
-    constexpr std::uint32_t groupBytes = 16;
     const std::uint32_t texelBytes = bytesPerTexel(key.format);
     const std::uint32_t texelsOfGroup = groupBytes / texelBytes;
     groups.width = (key.width + texelsOfGroup - 1) / texelsOfGroup;
@@ -173,6 +203,22 @@ VkResult Texture::createGroups(Device& device)
         groups.buffer = nullptr;
     }
     return result;
+}
+
+void Texture::exchange(Texture& other)
+{
+    const auto swapValues = [](auto& a, auto& b) { a = b.exchange(a); };
+    std::swap(image, other.image);
+    std::swap(memory, other.memory);
+    std::swap(sampled, other.sampled);
+    std::swap(target, other.target);
+    std::swap(groups, other.groups);
+    std::swap(inHostMemory, other.inHostMemory);
+    std::swap(use, other.use);
+    swapValues(lastUse, other.lastUse);
+    swapValues(lastWrite, other.lastWrite);
+    swapValues(hosted, other.hosted);
+    swapValues(givenOut, other.givenOut);
 }
 
 void Texture::destroyGroups(Device& device)

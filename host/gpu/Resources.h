@@ -59,8 +59,13 @@ struct Texture
     VkImageView sampled = nullptr; ///< as effects see it
     VkImageView target = nullptr;  ///< as it lies in memory; null for three-dimensional images
     TexelGroups groups;            ///< null where the device does not draw groups, or not of such an image
+    bool inHostMemory = false;     ///< its rows lie in memory as those of a host image do
     UseState use;
-    std::atomic<std::uint64_t> lastUse{0}; ///< timeline value after which the device is done with it
+    std::atomic<std::uint64_t> lastUse{0};   ///< timeline value after which the device is done with it
+    std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its texels are there
+    std::atomic<std::uint32_t> holders{0};   ///< handles; see Pooled
+    std::atomic<bool> hosted{false};         ///< a host image has this memory; one at most
+    std::atomic<bool> givenOut{false};       ///< somebody may hold its address
 
     std::uint64_t memoryBytes() const { return key.bytes(); }
     bool exists() const { return image != nullptr; }
@@ -73,8 +78,12 @@ struct Texture
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, Texture& texture);
     void destroy(Device& device, DeviceMemory& memory);
 
+    /// Takes what the other one of the same key consists of and gives its own for it; who holds them stays.
+    void exchange(Texture& other);
+
 private:
     VkResult allocate(Device& device, DeviceMemory& memory);
+    bool liesAsHostImage(const Device& device) const;
     VkResult createGroups(Device& device);
     void destroyGroups(Device& device);
 };
@@ -90,6 +99,7 @@ struct HostBuffer
     UseState use;
     std::atomic<std::uint64_t> lastUse{0};   ///< timeline value after which the device is done with it
     std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its bytes are there
+    std::atomic<std::uint32_t> holders{0};   ///< handles; see Pooled
     std::atomic<bool> givenOut{false};       ///< somebody may hold its address
 
     std::uint64_t memoryBytes() const { return key; }
@@ -110,6 +120,9 @@ bool isRotated(VkFormat format);
 
 /// The largest code of a component.
 float maxCode(VkFormat format);
+
+/// Whether a texture of that key can have Texture::inHostMemory.
+bool mayLieInHostMemory(const Device& device, const TextureKey& key);
 
 /// Bits of a component of what can be drawn by groups of texels; 0 for other formats.
 std::uint32_t groupedBits(VkFormat format);

@@ -15,7 +15,7 @@ namespace {
 
 using Parameter = CompiledEffect::Parameter;
 using SystemUniforms = CompiledEffect::SystemUniforms;
-using Textures = std::span<Texture* const>; // by the effect's texture index; null when nothing is bound
+using Textures = std::span<Picture* const>; // by the effect's texture index; null when nothing is bound
 
 /// Memory for what one draw needs: on the stack, as long as it suffices, so that a draw takes none elsewhere.
 class DrawMemory
@@ -83,10 +83,10 @@ void writeAll(std::span<std::byte> uniforms, const Parameter& parameter, std::ar
     }
 }
 
-std::array<float, 3> sizeOf(const Texture& texture)
+std::array<float, 3> sizeOf(const Picture& picture)
 {
-    return {static_cast<float>(texture.key.width), static_cast<float>(texture.key.height),
-            static_cast<float>(texture.key.depth)};
+    return {static_cast<float>(picture.key.width), static_cast<float>(picture.key.height),
+            static_cast<float>(picture.key.depth)};
 }
 
 std::size_t textureIndex(const CompiledEffect& effect, std::string_view name)
@@ -97,30 +97,30 @@ std::size_t textureIndex(const CompiledEffect& effect, std::string_view name)
 }
 
 void bindSources(Context& context, const CompiledEffect& effect,
-                 const Qx::Vector<iShaderEffect::Source>& sources, std::span<Texture*> textures)
+                 const Qx::Vector<iShaderEffect::Source>& sources, std::span<Picture*> textures)
 {
     for (const iShaderEffect::Source& source : sources) {
         const std::size_t index = textureIndex(effect, source.name.c_str());
         if (index < textures.size()) {
-            textures[index] = textureOf(context, source.resource.get());
+            textures[index] = pictureOf(context, source.resource.get());
         }
     }
 }
 
 void fillBySemantic(std::span<std::byte> uniforms, const CompiledEffect& effect, Textures textures,
-                    const Texture& target)
+                    const Picture& target)
 {
     for (const Parameter& parameter : effect.parameters) {
         const std::size_t index = textureIndex(effect, parameter.semanticTexture);
-        const Texture* texture = index < textures.size() ? textures[index] : nullptr;
+        const Picture* picture = index < textures.size() ? textures[index] : nullptr;
         switch (parameter.semantic) {
         case CompiledEffect::Semantic::None:
             break;
         case CompiledEffect::Semantic::TextureSize:
-            writeAll(uniforms, parameter, texture != nullptr ? sizeOf(*texture) : std::array<float, 3>{});
+            writeAll(uniforms, parameter, picture != nullptr ? sizeOf(*picture) : std::array<float, 3>{});
             break;
         case CompiledEffect::Semantic::TextureMaxCode: {
-            const float code = texture != nullptr ? maxCode(texture->key.format) : 0.0F;
+            const float code = picture != nullptr ? maxCode(picture->key.format) : 0.0F;
             writeAll(uniforms, parameter, {code, code, code});
             break;
         }
@@ -136,7 +136,7 @@ void fillBySemantic(std::span<std::byte> uniforms, const CompiledEffect& effect,
     }
 }
 
-void fillSystem(std::span<std::byte> uniforms, const Texture& target, const RectangleOf<float>& area,
+void fillSystem(std::span<std::byte> uniforms, const Picture& target, const RectangleOf<float>& area,
                 const Qx::Vector<iShaderEffect::Source>& sources)
 {
     SystemUniforms system;
@@ -153,7 +153,7 @@ void fillTextures(std::span<std::byte> uniforms, const CompiledEffect& effect, T
 {
     for (std::size_t i = 0; i < textures.size(); ++i) {
         if (textures[i] != nullptr) {
-            const CompiledEffect::TextureUniforms texture{static_cast<float>(textures[i]->groups.rowGroups),
+            const CompiledEffect::TextureUniforms texture{static_cast<float>(textures[i]->rowGroups),
                                                           maxCode(textures[i]->key.format)};
             std::memcpy(uniforms.data() + effect.textureUniforms + i * sizeof texture, &texture,
                         sizeof texture);
@@ -165,8 +165,8 @@ void fillTextures(std::span<std::byte> uniforms, const CompiledEffect& effect, T
 bool haveDepth(std::uint32_t bits, const CompiledEffect& effect, const std::vector<GroupProgram>& passes,
                Textures textures)
 {
-    const auto fits = [bits](const Texture* texture) {
-        return texture != nullptr && texture->hasGroups() && groupedBits(texture->key.format) == bits;
+    const auto fits = [bits](const Picture* picture) {
+        return picture != nullptr && picture->hasGroups && groupedBits(picture->key.format) == bits;
     };
     for (const GroupProgram& pass : passes) {
         for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
@@ -177,28 +177,28 @@ bool haveDepth(std::uint32_t bits, const CompiledEffect& effect, const std::vect
     }
     return std::all_of(effect.parameters.begin(), effect.parameters.end(), [&](const Parameter& parameter) {
         const std::size_t index = textureIndex(effect, parameter.semanticTexture);
-        const Texture* texture = index < textures.size() ? textures[index] : nullptr;
-        return parameter.semantic != CompiledEffect::Semantic::TextureMaxCode || texture == nullptr ||
-               texture->key.depth > 0 || fits(texture);
+        const Picture* picture = index < textures.size() ? textures[index] : nullptr;
+        return parameter.semantic != CompiledEffect::Semantic::TextureMaxCode || picture == nullptr ||
+               picture->key.depth > 0 || fits(picture);
     });
 }
 
 /// What stops the passes from being drawn; empty when nothing does.
 std::string obstacle(const CompiledEffect& effect, const std::vector<PassProgram>& passes, Textures textures,
-                     const Texture& target)
+                     const Picture& target)
 {
     for (const PassProgram& pass : passes) {
         for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
             const std::uint32_t index = effect.samplers[pass.bindings[i]].texture;
-            const Texture* texture = textures[index];
+            const Picture* picture = textures[index];
             const auto name = [&] { return "texture \"" + effect.textures[index].name + "\""; };
-            if (texture == nullptr) {
+            if (picture == nullptr) {
                 return name() + " is not bound";
             }
-            if (texture == &target) {
+            if (picture == &target) {
                 return name() + " is the target itself";
             }
-            if ((texture->key.depth > 0 ? 3U : 2U) != pass.dimensions[i]) {
+            if ((picture->key.depth > 0 ? 3U : 2U) != pass.dimensions[i]) {
                 return name() + " needs an image of " + std::to_string(pass.dimensions[i]) + " dimensions";
             }
         }
@@ -225,7 +225,7 @@ VkDescriptorSet describe(Batch& batch, Device& device, const CompiledEffect& eff
     writes[0].pBufferInfo = &uniforms;
     for (std::size_t i = 0; i < program.bindings.size(); ++i) {
         const std::uint32_t sampler = program.bindings[i];
-        const Texture& texture = *textures[effect.samplers[sampler].texture];
+        const Texture& texture = *textures[effect.samplers[sampler].texture]->texture();
         writes[1 + i].dstBinding = 1 + sampler;
         if (program.dimensions[i] == 1) {
             writes[1 + i].descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_TEXEL_BUFFER;
@@ -256,7 +256,7 @@ struct Draw
     Context& context;
     const CompiledEffect& effect;
     Textures textures;
-    Texture& target;
+    Picture& target;
     VkRect2D pixels;
     std::span<const std::byte> uniforms;
     DrawMemory& memory;
@@ -280,7 +280,7 @@ struct Draw
 
     const TechniqueProgram::Groups* groupsFor(const TechniqueProgram& technique) const
     {
-        if (!target.hasGroups() || !coversAll(pixels, target)) {
+        if (!target.hasGroups || !coversAll(pixels, target.key)) {
             return nullptr;
         }
         for (const TechniqueProgram::Groups& each : technique.groups) {
@@ -304,12 +304,17 @@ struct Draw
                 return false;
             }
         }
-        const bool replacesAll = groups || (coversAll(pixels, target) && !steps.front().program->discards);
-        prepare(batch, replacesAll);
+        const bool replacesAll =
+            groups || (coversAll(pixels, target.key) && !steps.front().program->discards);
+        Texture* const texture = target.forWriting(batch, replacesAll);
+        if (texture == nullptr) {
+            return false;
+        }
+        prepare(batch, *texture, replacesAll);
         if (groups) {
-            beginDrawingGroups(batch.commands(), target);
+            beginDrawingGroups(batch.commands(), *texture);
         } else {
-            beginDrawing(batch.commands(), target, pixels,
+            beginDrawing(batch.commands(), *texture, pixels,
                          replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
         }
         for (const Step& step : steps) {
@@ -339,14 +344,14 @@ struct Draw
                            groupRows.size, rows.data());
     }
 
-    void prepare(Batch& batch, bool replacesAll) const
+    void prepare(Batch& batch, Texture& into, bool replacesAll) const
     {
         for (const Step& step : steps) {
             for (const std::uint32_t sampler : step.program->bindings) {
-                batch.sample(*textures[effect.samplers[sampler].texture]);
+                batch.sample(*textures[effect.samplers[sampler].texture]->texture());
             }
         }
-        batch.renderTo(target, replacesAll);
+        batch.renderTo(into, replacesAll);
         batch.flush();
     }
 };
@@ -523,20 +528,20 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     auto uniforms = memory.list<std::byte>(state_->uniformBytes());
     const std::size_t technique = state_->snapshot(uniforms);
     const TechniqueProgram& program = state_->program().technique(technique);
-    auto textures = memory.list<Texture*>(effect.textures.size());
+    auto textures = memory.list<Picture*>(effect.textures.size());
     bindSources(context, effect, sources, textures);
-    const std::string reason = obstacle(effect, program.passes, textures, target.texture());
+    const std::string reason = obstacle(effect, program.passes, textures, target.picture());
     if (!reason.empty()) {
         return fail("technique \"" + effect.techniques[technique].name + "\": " + reason);
     }
-    const VkRect2D pixels = pixelsInside(area, target.texture());
+    const VkRect2D pixels = pixelsInside(area, target.picture().key);
     if (isEmpty(pixels) || program.passes.empty()) {
         return true;
     }
-    fillBySemantic(uniforms, effect, textures, target.texture());
-    fillSystem(uniforms, target.texture(), area, sources);
+    fillBySemantic(uniforms, effect, textures, target.picture());
+    fillSystem(uniforms, target.picture(), area, sources);
     fillTextures(uniforms, effect, textures);
-    Draw draw{context, effect, textures, target.texture(), pixels, uniforms, memory};
+    Draw draw{context, effect, textures, target.picture(), pixels, uniforms, memory};
     if (const TechniqueProgram::Groups* grouped = draw.groupsFor(program)) {
         draw.take(*grouped);
     } else if (state_->program().makePipelines(technique)) {
@@ -544,7 +549,7 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     } else {
         return fail("technique \"" + effect.techniques[technique].name + "\": its pipelines cannot be made");
     }
-    return context.recorder().record(target.texture().key.bytes(), Recorder::Submit::WhenDue,
+    return context.recorder().record(target.picture().key.bytes(), Recorder::Submit::WhenDue,
                                      [&draw](Batch& batch) { return draw.record(batch); }) != 0;
 }
 

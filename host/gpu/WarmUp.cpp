@@ -20,7 +20,7 @@ Qx::Ptr<GPUImage> blackPicture(Context& context, iGPUImage::eFormat format)
         return {};
     }
     std::memset(memory, 0, host->getPitch() * static_cast<std::size_t>(pictureSize.y));
-    return upload(context, *host);
+    return host->upload();
 }
 
 Qx::Ptr<GPUImage3D> blackTable(Context& context)
@@ -84,7 +84,7 @@ bool WarmUp::draw(std::size_t technique, iGPUImage::eFormat format, Form form)
     const RectangleOf<float> area{0.0F, 0.0F, static_cast<float>(form == Form::ByTexel ? 1 : targetSize.x),
                                   static_cast<float>(targetSize.y)};
     return effect_->setTechnique(chosen.name.c_str()) && effect_->draw(*target_, area, sources) &&
-           context.recorder().wait(target_->texture().lastUse);
+           context.recorder().wait(target_->picture().texture()->lastUse);
 }
 
 void WarmUp::drawAll()

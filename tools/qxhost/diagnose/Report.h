@@ -44,6 +44,9 @@ struct Figure
     std::vector<double> samples;     ///< milliseconds a frame, in the order in which they were taken
 };
 
+/// The note of a transfer that a device does without copying, because its images lie in the host's memory.
+inline constexpr std::string_view nothingCopied = "nothing is copied: the device works in the host's memory";
+
 struct Group
 {
     std::string_view id;

@@ -1,40 +1,57 @@
+#include "host/gpu/GPUService.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/diagnose/Steps.h"
 
 #include <cstring>
 #include <fmt/format.h>
+#include <functional>
 
 namespace Qx::Diagnosis {
 
 namespace {
 
+/// What moving such an image comes to. `move` says whether it worked.
+Figure measure(Probe& probe, const char* direction, const char* id, const FrameSize& size,
+               const std::function<bool()>& move)
+{
+    const std::uint64_t before = Host::gpuService().statistics().sharedTransfers;
+    const Timing timing = timeFrames(probe, move);
+    const std::string title = fmt::format("{}, {}", direction, size.name);
+    if (!timing.failed && Host::gpuService().statistics().sharedTransfers > before) {
+        return notMeasured(fmt::format("{}-{}", id, size.id), "transfers", title, "GB/s",
+                           std::string(nothingCopied));
+    }
+    return bandwidthFigure(fmt::format("{}-{}", id, size.id), "transfers", title, timing,
+                           bytesOf(size, iGPUImage::eARGB8));
+}
+
 Figure measureUpload(Probe& probe, const FrameSize& size)
 {
     probe.doing(fmt::format("uploading an image of {} x {}", size.width, size.height));
     const Qx::Ptr<iHostImage> image = OS().gpu().createHostImage(size.size());
-    const Timing timing = timeFrames(probe, [&] { return static_cast<bool>(probe.upload(image)); });
-    return bandwidthFigure(fmt::format("upload-{}", size.id), "transfers",
-                           fmt::format("Upload, {}", size.name), timing, bytesOf(size, iGPUImage::eARGB8));
+    return measure(probe, "Upload", "upload", size,
+                   [&] { return static_cast<bool>(probe.upload(image)); });
 }
 
 Figure measureDownload(Probe& probe, const FrameSize& size)
 {
     probe.doing(fmt::format("downloading an image of {} x {}", size.width, size.height));
     const Qx::Ptr<iGPUImage> image = OS().gpu().createGPUImage(size.size(), iGPUImage::eARGB8);
-    const Timing timing = timeFrames(probe, [&] { return static_cast<bool>(probe.download(image)); });
-    return bandwidthFigure(fmt::format("download-{}", size.id), "transfers",
-                           fmt::format("Download, {}", size.name), timing, bytesOf(size, iGPUImage::eARGB8));
+    return measure(probe, "Download", "download", size,
+                   [&] { return static_cast<bool>(probe.download(image)); });
 }
 
 } // namespace
 
 void measureTransfers(Probe& probe, Yardsticks& yardsticks)
 {
-    for (const auto measure : {measureUpload, measureDownload}) {
+    for (const auto direction : {measureUpload, measureDownload}) {
         for (const FrameSize& size : frameSizes) {
-            Figure figure = measure(probe, size);
-            yardsticks.compareWithMemory(figure, size);
+            Figure figure = direction(probe, size);
+            if (figure.value) {
+                yardsticks.compareWithMemory(figure, size);
+            }
             probe.send(figure);
         }
     }

@@ -112,6 +112,9 @@ std::optional<double> transferTime(const Report& report, std::string_view id)
 {
     constexpr double bytes = 1920.0 * 1080.0 * 2; // 4:2:2 with 8 bits
     constexpr double bytesPerMillisecond = 1e6;   // of one GB/s
+    if (const Figure* figure = find(report, id); figure != nullptr && figure->note == nothingCopied) {
+        return 0;
+    }
     const auto rate = valueOf(report, id);
     return rate && *rate > 0 ? std::optional(bytes / (*rate * bytesPerMillisecond)) : std::nullopt;
 }

@@ -99,6 +99,7 @@ public:
             if (results.at(place) && results.at(place)->map(iHostImage::Read) == nullptr) {
                 return 0;
             }
+            results.at(place).reset();
             results.at(place) = OS().gpu().downloadImage(images_.at(place));
         }
         for (const Qx::Ptr<iHostImage>& image : results) {

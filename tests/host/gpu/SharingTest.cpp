@@ -285,6 +285,34 @@ TEST_F(SharingTest, WritingWaitsForNobodyWhoHasAnImageOfHisOwn)
     EXPECT_EQ(gpu().statistics().imagesCreated, created) << "nobody needs a copy";
 }
 
+TEST_F(SharingTest, WritingWaitsForADeviceThatIsBusyElsewhere)
+{
+    const XY<int> size{1024, 1024};
+    const Bytes bytes = someBytes(size);
+    const Qx::Ptr<iHostImage> host = hostImage(size, bytes);
+    const Qx::Ptr<iGPUImage> other = gpu().createGPUImage(size, iGPUImage::eARGB16);
+    for (int i = 0; i < 20; ++i) {
+        RectDescription gradient;
+        gradient.area = {0, 0, size.x, size.y};
+        gradient.colour = {1, 0, 0, 1};
+        ASSERT_TRUE(other->getPrimitivesRenderer(1)->draw(gradient, 1));
+    }
+    const Qx::Ptr<iGPUImage> image = gpu().uploadImage(host, 0);
+    std::memset(bytesAt(host, iHostImage::Write), 0, bytes.size());
+    EXPECT_EQ(download(image), bytes);
+}
+
+TEST_F(SharingTest, ReadingBackHandsInWhatTheImageWaitsFor)
+{
+    for (const XY<int> size : {fitting, odd}) {
+        const Qx::Ptr<iGPUImage> image = gpu().createGPUImage(size, iGPUImage::eARGB8);
+        ASSERT_TRUE(fillAll(image, 1));
+        const std::uint64_t before = gpu().statistics().batchesSubmitted;
+        const Qx::Ptr<iHostImage> host = gpu().downloadImage(image);
+        EXPECT_EQ(gpu().statistics().batchesSubmitted, before + 1) << size.x << " wide";
+    }
+}
+
 TEST_F(SharingTest, ImagesInAnyRelationHoldWhatTheyMust)
 {
     for (const XY<int> size : {fitting, odd}) {
@@ -373,6 +401,20 @@ TEST_F(SharingTest, WithoutMemoryForACopyNothingIsDrawnAndNothingIsLost)
     std::memset(host->map(iHostImage::Write), 5, bytes.size());
     EXPECT_EQ(download(image), bytes);
     EXPECT_TRUE(fillAll(image, 1));
+}
+
+TEST_F(SharingTest, NothingIsKeptAfterShutdownForAHostImageThatIsGone)
+{
+    // The address of each was given out.
+    const Qx::Ptr<iGPUImage> image = upload(fitting, iGPUImage::eARGB8, someBytes(fitting));
+    ASSERT_FALSE(download(image).empty());
+    Qx::Ptr<iHostImage> host = hostImage(fitting, someBytes(fitting));
+    const Qx::Ptr<iGPUImage> left = gpu().uploadImage(host, 0);
+    ASSERT_NE(host->map(iHostImage::Write), nullptr);
+    host.reset();
+    takeLog();
+    gpu().shutdown();
+    EXPECT_EQ(takeLog(), "");
 }
 
 TEST_F(SharingTest, AnAddressStaysGoodAfterShutdownWhoeverElseHasTheMemory)

@@ -70,13 +70,18 @@ float4 pairAt(int x, int y)
     return tex2Dcodes(SourceSampler, int2(x, y));
 }
 
-// Cb and Cr (x, y) of a pixel as a whole number of codes (xy) and what is left (zw).
+// A filter's weights are used times this, so that they are whole numbers: up to 16 bits the sums stay exact.
+float denominatorOf(int filterId)
+{
+    return filterId == MITCHELL ? 144.0 : 16.0;
+}
+
+// Cb and Cr (x, y) of a pixel as a whole number of codes (xy), and what is left, times the denominator (zw).
 //
 // Cubics of Mitchell and Netravali's family ("Reconstruction Filters in Computer Graphics", SIGGRAPH 1988,
 // equation 8), Catmull-Rom with B = 0, C = 1/2 and Mitchell with B = C = 1/3, at the distances that occur:
 //   even pixel, k(0) and k(1):         Catmull-Rom 1, 0;           Mitchell 128/144, 8/144
 //   odd pixel, k(1/2) and k(3/2):      Catmull-Rom 9/16, -1/16;    Mitchell 77/144, -5/144
-// The weights are used times their denominator: up to 16 bits the sums stay exact.
 //
 // The outermost pairs of the picture are repeated outwards. What a row holds behind the picture is padding.
 float4 chromaAt(float4 own, int2 pair, int lastPair, bool odd, int filterId)
@@ -91,19 +96,16 @@ float4 chromaAt(float4 own, int2 pair, int lastPair, bool odd, int filterId)
     float2 afterNext = pair.x + 1 < lastPair ? pairAt(pair.x + 2, pair.y).rb : next;
 
     float2 sum;
-    float denominator;
     if (filterId == CATMULL_ROM)
     {
         sum = 9.0 * (own.rb + next) - (before + afterNext);
-        denominator = 16.0;
     }
     else
     {
         sum = odd ? 77.0 * (own.rb + next) - 5.0 * (before + afterNext) : 128.0 * own.rb + 8.0 * (before + next);
-        denominator = 144.0;
     }
-    float2 whole = floor(sum * (1.0 / denominator) + 0.5);
-    return float4(whole, (sum - whole * denominator) * (1.0 / denominator));
+    float2 whole = floor(sum * (1.0 / denominatorOf(filterId)) + 0.5);
+    return float4(whole, sum - whole * denominatorOf(filterId));
 }
 
 float4 decode422(int2 pixel : VPOS, uniform int matrixId, uniform bool sourceFull, uniform bool targetFull,
@@ -142,9 +144,10 @@ float4 decode422(int2 pixel : VPOS, uniform int matrixId, uniform bool sourceFul
                                       m.bCb.y * c.x + blue.y);
     if (filterId != POINT)
     {
-        lower += float3((m.rCr.x + m.rCr.y) * rest.y,
-                        (m.gCb.x + m.gCb.y) * rest.x + (m.gCr.x + m.gCr.y) * rest.y,
-                        (m.bCb.x + m.bCb.y) * rest.x);
+        float part = 1.0 / denominatorOf(filterId);
+        lower += float3((m.rCr.x + m.rCr.y) * part * rest.y,
+                        (m.gCb.x + m.gCb.y) * part * rest.x + (m.gCr.x + m.gCr.y) * part * rest.y,
+                        (m.bCb.x + m.bCb.y) * part * rest.x);
     }
     return float4(component(upper.r, lower.r, r), component(upper.g, lower.g, r), component(upper.b, lower.b, r),
                   targetMax);

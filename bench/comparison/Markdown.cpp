@@ -170,7 +170,8 @@ std::string markdownOf(const Page& page)
     addRatios(
         page.limits,
         "## Beside the limits\n\nFrames a second. A ratio of 1 is the limit itself; some limits have ways "
-        "around them.",
+        "around them: a software device shares its images' memory with the host, so that frames are uploaded "
+        "and read back without a copy.",
         text);
     addRatios(page.costs, "## Sizes, threads and starts\n\nRatios are by what each row says.", text);
     addAbsolutes(page, text);

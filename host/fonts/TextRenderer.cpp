@@ -15,8 +15,8 @@ using Vulkan::Batch;
 using Vulkan::Context;
 using Vulkan::Device;
 using Vulkan::HostBuffer;
-using Vulkan::Pooled;
 using Vulkan::Picture;
+using Vulkan::Pooled;
 using Vulkan::Texture;
 
 constexpr VkImageLayout readLayout = VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL;
@@ -511,8 +511,8 @@ void TextRenderer::recordLayer(Batch& batch, const Drawing& drawing, Texture& ta
     copy.dstSubresource = copy.srcSubresource;
     copy.extent = {area.extent.width, area.extent.height, 1};
     vkCmdCopyImage(commands, target.image, target.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL),
-                   drawing.under->image,
-                   drawing.under->layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL), 1, &copy);
+                   drawing.under->image, drawing.under->layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL), 1,
+                   &copy);
 
     batch.sample(*drawing.layer);
     batch.sample(*drawing.under);

@@ -26,9 +26,9 @@ bool isExhausted(VkResult result)
 /// How a resource is come by.
 struct Acquisition
 {
-    const char* what;            ///< for the message that it failed
-    bool pendingWillDo = false;  ///< the device may still be at work on it
-    bool waits = true;           ///< for the device, when memory is exhausted
+    const char* what;           ///< for the message that it failed
+    bool pendingWillDo = false; ///< the device may still be at work on it
+    bool waits = true;          ///< for the device, when memory is exhausted
 };
 
 template <class Resource>

@@ -188,7 +188,8 @@ private:
         description.source = {0, 0, size_.x, size_.y / 2};
         description.destination = description.source;
         ASSERT_EQ(to.image->getPrimitivesRenderer(1)->draw(description, 1), &from != &to);
-        const std::size_t upper = static_cast<std::size_t>(size_.x) * 4 * static_cast<std::size_t>(size_.y / 2);
+        const std::size_t upper =
+            static_cast<std::size_t>(size_.x) * 4 * static_cast<std::size_t>(size_.y / 2);
         std::memmove(to.bytes.data(), from.bytes.data(), upper);
     }
 
@@ -238,8 +239,9 @@ TEST_F(SharingTest, WhatWasReadBackStaysWhenTheImageIsDrawnInto)
 
 TEST_F(SharingTest, WhatWasReadBackStaysWhenAnEffectReplacesTheImage)
 {
-    const Qx::Ptr<iShaderEffect> grey = effect("float4 grey() : COLOR0 { return 0.2; }\n"
-                                               "technique Grey { pass { PixelShader = compile ps_3_0 grey(); } }\n");
+    const Qx::Ptr<iShaderEffect> grey =
+        effect("float4 grey() : COLOR0 { return 0.2; }\n"
+               "technique Grey { pass { PixelShader = compile ps_3_0 grey(); } }\n");
     const Bytes bytes = someBytes(fitting);
     const Qx::Ptr<iGPUImage> image = upload(fitting, iGPUImage::eARGB8, bytes);
     const Qx::Ptr<iHostImage> before = gpu().downloadImage(image);
@@ -371,8 +373,8 @@ TEST_F(SharingTest, ThreadsMayReadWriteAndUploadOneHostImage)
                 const Qx::Ptr<iGPUImage> image = gpu().uploadImage(host, 0);
                 ASSERT_TRUE(image);
                 ASSERT_TRUE(fillAll(image, static_cast<std::uint8_t>(10 + t)));
-                ASSERT_EQ(download(image), Bytes(bytesOf(size, iGPUImage::eARGB8),
-                                                 static_cast<std::uint8_t>(10 + t)));
+                ASSERT_EQ(download(image),
+                          Bytes(bytesOf(size, iGPUImage::eARGB8), static_cast<std::uint8_t>(10 + t)));
             }
         });
     }

@@ -113,6 +113,24 @@ TEST_F(TransferTest, ASteadyStateMakesNoNewImages)
     EXPECT_EQ(after.liveHostBytes, 0U);
 }
 
+TEST_F(TransferTest, WaitingHandsInWhatIsWorthASubmission)
+{
+    const auto drawGradient = [](const Qx::Ptr<iGPUImage>& image) {
+        RectDescription gradient;
+        gradient.area = {0, 0, image->getSize().x, image->getSize().y};
+        gradient.colour = {1, 0, 0, 1};
+        ASSERT_TRUE(image->getPrimitivesRenderer(1)->draw(gradient, 1));
+    };
+    const Qx::Ptr<iGPUImage> first = gpu().createGPUImage({2048, 2048}, iGPUImage::eARGB16);
+    const Qx::Ptr<iGPUImage> second = gpu().createGPUImage({512, 512}, iGPUImage::eARGB16);
+    const std::uint64_t before = gpu().statistics().batchesSubmitted;
+    drawGradient(first);
+    const Qx::Ptr<iHostImage> host = gpu().downloadImage(first);
+    drawGradient(second); // not handed in while the device is busy with the first
+    ASSERT_NE(host->map(iHostImage::Read), nullptr);
+    EXPECT_EQ(gpu().statistics().batchesSubmitted, before + 2);
+}
+
 TEST_F(TransferTest, ManySmallImagesShareAllocationsOfDeviceMemory)
 {
     std::vector<Qx::Ptr<iGPUImage>> images;

@@ -30,8 +30,7 @@ Figure measureUpload(Probe& probe, const FrameSize& size)
 {
     probe.doing(fmt::format("uploading an image of {} x {}", size.width, size.height));
     const Qx::Ptr<iHostImage> image = OS().gpu().createHostImage(size.size());
-    return measure(probe, "Upload", "upload", size,
-                   [&] { return static_cast<bool>(probe.upload(image)); });
+    return measure(probe, "Upload", "upload", size, [&] { return static_cast<bool>(probe.upload(image)); });
 }
 
 Figure measureDownload(Probe& probe, const FrameSize& size)

@@ -7,6 +7,9 @@ set(QX_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or 
 option(QX_COVERAGE "Instrument for coverage" OFF)
 option(QX_FUZZERS "Build the fuzzers; Clang only, see the preset fuzz" OFF)
 
+# Backtraces and profiles need functions and lines; the rest of the debug information is a quarter of the compile time.
+set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1 -DNDEBUG")
+
 find_program(QX_CCACHE ccache)
 if(QX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_CXX_COMPILER_LAUNCHER ${QX_CCACHE})

@@ -26,6 +26,10 @@ struct StartOptions
 
     /// Debug output on standard error is left out. The log has everything that belongs into it all the same.
     bool quiet = false;
+
+    /// An effect that is loaded is made ready for its first frame. Off, for a program that draws few
+    /// techniques, each is made ready when it is first drawn.
+    bool effectsReadyWhenLoaded = true;
 };
 
 QX_HOST_API void start(const StartOptions& options);

@@ -12,7 +12,7 @@ namespace Qx::Host {
 
 /// Raised with every change to what the bytes mean, and whenever the compiler comes to another result for the
 /// same text.
-inline constexpr std::uint32_t effectArchiveVersion = 7;
+inline constexpr std::uint32_t effectArchiveVersion = 8;
 
 /// The result of a compilation as bytes, the same on every machine: to keep it, or to hand it to another
 /// process. Throws std::bad_alloc only.

@@ -60,7 +60,7 @@ float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex
 constexpr std::string_view codesAt = R"(
 int4 qxfx_codesAt(int x, int y) {
 float4 c = qxfx_colourAt(int2(x, y), float2(float(x), float(y)) + 0.5) * qxfx_scale;
-return int4(clamp(c, 0.0, qxfx_maxCode) + qxfx_rounding).wxyz; }
+return int4(qxfx_rounded(clamp(c, 0.0, qxfx_maxCode))).wxyz; }
 )";
 constexpr std::string_view mainForFour = R"(
 uint qxfx_texel(int x, int y) { int4 c = qxfx_codesAt(x, y); return uint(c.x | c.y << 8 | c.z << 16 | c.w << 24); }
@@ -420,8 +420,9 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
                    pass.entry.at);
         output.add("static const float qxfx_scale = " + (call.givesCodes() ? "1.0" : targetMaxCode) + ';',
                    pass.entry.at);
-        output.add(std::string("static const float qxfx_rounding = ") + (call.givesCodes() ? "0.0" : "0.5") +
-                       ';',
+        // To the even code where two are as near, as the device rounds what it writes by single texels.
+        output.add(std::string("float4 qxfx_rounded(float4 c) { return ") +
+                       (call.givesCodes() ? "c" : "round(c)") + "; }",
                    pass.entry.at);
         writeLines(output, groupPrelude, pass.entry.at);
     }

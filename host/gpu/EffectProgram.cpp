@@ -36,56 +36,83 @@ void destroyTechnique(Device& device, TechniqueProgram& technique)
 
 std::shared_ptr<EffectProgram> EffectProgram::create(std::shared_ptr<Context> context,
                                                      std::shared_ptr<const CompiledEffect> effect,
-                                                     PassRefusal& refusal, const Observer& observer)
+                                                     PassRefusal& refusal)
 {
     std::shared_ptr<EffectProgram> self(new EffectProgram(std::move(context), std::move(effect)));
     self->context_->add(*self);
     self->techniques_.resize(self->effect_->techniques.size());
     for (std::size_t i = 0; i < self->techniques_.size(); ++i) {
-        if (!self->createTechnique(i, refusal, observer)) {
+        if (!self->createTechnique(i, refusal)) {
             return nullptr;
         }
     }
     return self;
 }
 
-bool EffectProgram::createTechnique(std::size_t index, PassRefusal& refusal, const Observer& observer)
+bool EffectProgram::createTechnique(std::size_t index, PassRefusal& refusal)
 {
     const CompiledEffect::Technique& technique = effect_->techniques[index];
     TechniqueProgram& program = techniques_[index];
     program.passes.resize(technique.passes.size());
     for (std::size_t p = 0; p < technique.passes.size(); ++p) {
-        if (observer) {
-            observer(index, p);
-        }
         const CompiledEffect::Pass& pass = technique.passes[p];
         if (!createShader(pass.spirv, pass.samplers, program.passes[p])) {
             refusal = {technique.name, pass.name};
             return false;
         }
     }
-    if (!createGroups(technique, program) || (program.groups.empty() && !makePipelines(index))) {
+    if (!createGroups(technique, program)) {
         refusal = {technique.name, technique.passes.back().name};
         return false;
     }
     return true;
 }
 
+bool EffectProgram::makeReady(PassRefusal& refusal, const Observer& observer)
+{
+    for (std::size_t t = 0; t < techniques_.size(); ++t) {
+        for (std::size_t p = 0; p < techniques_[t].passes.size(); ++p) {
+            if (observer) {
+                observer(t, p);
+            }
+            if (!makeReady(t, p)) {
+                refusal = {effect_->techniques[t].name, effect_->techniques[t].passes[p].name};
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool EffectProgram::makeReady(std::size_t technique, std::size_t pass)
+{
+    const std::lock_guard lock(making_);
+    TechniqueProgram& program = techniques_[technique];
+    if (program.groups.empty()) {
+        return makePipelines(effect_->techniques[technique].passes[pass], program.passes[pass]);
+    }
+    return std::all_of(program.groups.begin(), program.groups.end(),
+                       [&](TechniqueProgram::Groups& groups) { return makePipeline(groups.passes[pass]); });
+}
+
 bool EffectProgram::makePipelines(std::size_t technique)
 {
-    const std::lock_guard lock(makingPipelines_);
-    TechniqueProgram& program = techniques_[technique];
-    if (program.hasPipelines) {
-        return true;
-    }
-    for (std::size_t p = 0; p < program.passes.size(); ++p) {
-        destroyPipelines(context_->device(), program.passes[p].pipelines); // of an attempt that failed
-        if (!createPipelinesOf(effect_->techniques[technique].passes[p], program.passes[p])) {
+    const std::lock_guard lock(making_);
+    std::vector<PassProgram>& passes = techniques_[technique].passes;
+    for (std::size_t p = 0; p < passes.size(); ++p) {
+        if (!makePipelines(effect_->techniques[technique].passes[p], passes[p])) {
             return false;
         }
     }
-    program.hasPipelines = true;
     return true;
+}
+
+bool EffectProgram::makeGroupPipelines(std::size_t technique, std::size_t groups)
+{
+    const std::lock_guard lock(making_);
+    std::vector<GroupProgram>& passes = techniques_[technique].groups[groups].passes;
+    return std::all_of(passes.begin(), passes.end(),
+                       [this](GroupProgram& pass) { return makePipeline(pass); });
 }
 
 EffectProgram::~EffectProgram()
@@ -163,16 +190,21 @@ bool EffectProgram::createShader(const std::vector<std::uint32_t>& spirv,
     return createLayouts(program);
 }
 
-bool EffectProgram::createPipelinesOf(const CompiledEffect::Pass& pass, PassProgram& program)
+bool EffectProgram::makePipelines(const CompiledEffect::Pass& pass, PassProgram& program)
 {
+    if (program.hasPipelines) {
+        return true;
+    }
     Device& device = context_->device();
+    destroyPipelines(device, program.pipelines); // of an attempt that failed
     VkShaderModule module = nullptr;
     VkResult result = createShaderModule(device, pass.spirv, module);
     if (result == VK_SUCCESS) {
         result = createPipelines(device, module, program.layout, Blending::Replace, program.pipelines);
         vkDestroyShaderModule(device.handle(), module, nullptr);
     }
-    return device.succeeded(result, "making an effect's pipeline");
+    program.hasPipelines = device.succeeded(result, "making an effect's pipeline");
+    return program.hasPipelines;
 }
 
 bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program)
@@ -195,9 +227,12 @@ bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, Tec
         }
         std::vector<GroupProgram>& passes =
             program.groups.emplace_back(TechniqueProgram::Groups{first.depths, {}}).passes;
-        passes.resize(shaders.size());
-        for (std::size_t i = 0; i < shaders.size(); ++i) {
-            if (!createGroup(*shaders[i], passes[i])) {
+        for (const CompiledEffect::GroupShader* shader : shaders) {
+            GroupProgram& pass = passes.emplace_back();
+            pass.shader = shader;
+            pass.texelBytes = shader->texelBytes;
+            pass.rows = shader->rows;
+            if (!createShader(shader->spirv, shader->samplers, pass)) {
                 return false;
             }
         }
@@ -205,16 +240,14 @@ bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, Tec
     return true;
 }
 
-bool EffectProgram::createGroup(const CompiledEffect::GroupShader& shader, GroupProgram& program)
+bool EffectProgram::makePipeline(GroupProgram& program)
 {
-    Device& device = context_->device();
-    program.texelBytes = shader.texelBytes;
-    program.rows = shader.rows;
-    if (!createShader(shader.spirv, shader.samplers, program)) {
-        return false;
+    if (program.pipeline != nullptr) {
+        return true;
     }
+    Device& device = context_->device();
     VkShaderModule module = nullptr;
-    VkResult result = createShaderModule(device, shader.spirv, module);
+    VkResult result = createShaderModule(device, program.shader->spirv, module);
     if (result == VK_SUCCESS) {
         result = createGroupPipeline(device, module, program.layout, !program.rows.empty(), program.pipeline);
         vkDestroyShaderModule(device.handle(), module, nullptr);

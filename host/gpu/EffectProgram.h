@@ -23,23 +23,24 @@ struct ShaderProgram
     std::vector<std::uint32_t> rows;
 };
 
-/// One pass, ready for the device.
+/// One pass on the device.
 struct PassProgram : ShaderProgram
 {
     FormatPipelines pipelines{};
+    bool hasPipelines = false;
 };
 
 /// A pass that draws groups of texels.
 struct GroupProgram : ShaderProgram
 {
-    VkPipeline pipeline = nullptr;
+    const CompiledEffect::GroupShader* shader = nullptr;
+    VkPipeline pipeline = nullptr; ///< null until it is made
 };
 
-/// A technique, ready for the device.
+/// A technique on the device.
 struct TechniqueProgram
 {
     std::vector<PassProgram> passes;
-    bool hasPipelines = false; ///< the passes have theirs
 
     /// The passes by groups of texels.
     struct Groups
@@ -58,19 +59,23 @@ struct PassRefusal
     std::string pass;
 };
 
-/// A compiled effect on the device, shared by whoever draws with it. Its pipelines are made here, so that
-/// none is at the first frame; where whole pictures are drawn by groups of texels, those for single texels,
-/// which few draws need then, are made when the first does.
+/// A compiled effect on the device, shared by whoever draws with it. A pipeline is made when the first draw
+/// needs it, or before.
 class EffectProgram final : public DeviceObject
 {
 public:
-    /// Told of each pass before its pipelines are made: indices of the technique and of the pass in it.
-    using Observer = std::function<void(std::size_t technique, std::size_t pass)>;
-
     /// Null, with the refusal, when the device does not take the effect. Inside an Operation.
     static std::shared_ptr<EffectProgram> create(std::shared_ptr<Context> context,
                                                  std::shared_ptr<const CompiledEffect> effect,
-                                                 PassRefusal& refusal, const Observer& observer = {});
+                                                 PassRefusal& refusal);
+
+    /// Told of each pass before its pipelines are made: indices of the technique and of the pass in it.
+    using Observer = std::function<void(std::size_t technique, std::size_t pass)>;
+
+    /// Makes the pipelines that draws of whole pictures need. Where these are drawn by groups of texels, few
+    /// draws are by single texels, whose pipelines are left to the first of them. False, with the refusal,
+    /// when the device does not take them. Any thread may call it, inside an Operation.
+    bool makeReady(PassRefusal& refusal, const Observer& observer = {});
     ~EffectProgram();
     EffectProgram(const EffectProgram&) = delete;
     EffectProgram& operator=(const EffectProgram&) = delete;
@@ -82,19 +87,22 @@ public:
 
     const TechniqueProgram& technique(std::size_t index) const { return techniques_[index]; }
 
-    /// Makes the pipelines of a technique's passes if they are still to be made. Any thread may call it,
-    /// inside an Operation; false when the device does not take them.
+    /// Makes the pipelines of a technique's passes, by single texels or by the groups of that index, if they
+    /// are still to be made. Any thread may call it, inside an Operation; false when the device does not take
+    /// them.
     bool makePipelines(std::size_t technique);
+    bool makeGroupPipelines(std::size_t technique, std::size_t groups);
 
 private:
     EffectProgram(std::shared_ptr<Context> context, std::shared_ptr<const CompiledEffect> effect)
         : context_(std::move(context)), effect_(std::move(effect))
     {
     }
-    bool createTechnique(std::size_t index, PassRefusal& refusal, const Observer& observer);
-    bool createPipelinesOf(const CompiledEffect::Pass& pass, PassProgram& program);
+    bool createTechnique(std::size_t index, PassRefusal& refusal);
     bool createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program);
-    bool createGroup(const CompiledEffect::GroupShader& shader, GroupProgram& program);
+    bool makeReady(std::size_t technique, std::size_t pass);
+    bool makePipelines(const CompiledEffect::Pass& pass, PassProgram& program);
+    bool makePipeline(GroupProgram& program);
     bool createShader(const std::vector<std::uint32_t>& spirv, const std::vector<std::uint32_t>& samplers,
                       ShaderProgram& program);
     bool createLayouts(ShaderProgram& program);
@@ -102,7 +110,7 @@ private:
     const std::shared_ptr<Context> context_;
     const std::shared_ptr<const CompiledEffect> effect_;
     std::vector<TechniqueProgram> techniques_;
-    std::mutex makingPipelines_;
+    std::mutex making_; // held while pipelines are made
 };
 
 } // namespace Qx::Host::Vulkan

@@ -58,6 +58,10 @@ struct GPUOptions
     /// Software devices draw effects by groups of texels, which is faster; off, texel by texel.
     bool texelGroups = true;
 
+    /// Effects are made ready for their first frame when they are loaded: the driver's work that would hold
+    /// it up is done. Off, for who draws few techniques of many, a technique is made ready when it is drawn.
+    bool readyWhenLoaded = true;
+
     /// With the first effect that loadEffectFile() loads from a directory, the others there are compiled
     /// ahead.
     bool compileAhead = false;

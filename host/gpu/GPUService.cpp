@@ -331,17 +331,27 @@ GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context,
                         const std::shared_ptr<const CompiledEffect>& effect, Vulkan::PassRefusal& refusal)
 {
     std::shared_ptr<Vulkan::PipelineCache> pipelines;
+    bool isReady = true;
     {
         const std::lock_guard lock(mutex_);
         pipelines = pipelines_;
+        isReady = options_.readyWhenLoaded;
     }
-    return operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
-        auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
-        if (pipelines != nullptr) {
-            pipelines->countEffect();
-        }
-        return made;
-    });
+    const auto program =
+        operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
+            auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
+            if (made != nullptr && isReady && !made->makeReady(refusal)) {
+                made.reset();
+            }
+            if (pipelines != nullptr) {
+                pipelines->countEffect();
+            }
+            return made;
+        });
+    if (program != nullptr && isReady) {
+        Vulkan::WarmUp(program).drawAll();
+    }
+    return program;
 }
 
 EffectCompilation GPUService::examine(const Worker::CompileRequest& request)
@@ -370,7 +380,6 @@ EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)
         Vulkan::PassRefusal refusal;
         const auto program = makeProgram(context, compilation.effect, refusal);
         if (program != nullptr) {
-            Vulkan::WarmUp(program).drawAll();
             result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);
         } else if (refusal.technique.empty()) {
             refuse(compilation, request.file, "there is no GPU device to run the effect on");

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <memory_resource>
+#include <optional>
 
 namespace Qx::Host::Vulkan {
 
@@ -278,18 +279,36 @@ struct Draw
         }
     }
 
-    const TechniqueProgram::Groups* groupsFor(const TechniqueProgram& technique) const
+    /// The index of the technique's groups that this draw can be made of.
+    std::optional<std::size_t> groupsFor(const TechniqueProgram& technique) const
     {
         if (!target.hasGroups || !coversAll(pixels, target.key)) {
-            return nullptr;
+            return std::nullopt;
         }
-        for (const TechniqueProgram::Groups& each : technique.groups) {
+        for (std::size_t i = 0; i < technique.groups.size(); ++i) {
+            const TechniqueProgram::Groups& each = technique.groups[i];
             if (each.depths.target == groupedBits(target.key.format) &&
                 haveDepth(each.depths.source, effect, each.passes, textures)) {
-                return &each;
+                return i;
             }
         }
-        return nullptr;
+        return std::nullopt;
+    }
+
+    /// Decides what is drawn with. False when the device does not take it.
+    bool choose(EffectProgram& made, std::size_t index)
+    {
+        const TechniqueProgram& technique = made.technique(index);
+        const std::optional<std::size_t> grouped = groupsFor(technique);
+        if (grouped ? !made.makeGroupPipelines(index, *grouped) : !made.makePipelines(index)) {
+            return false;
+        }
+        if (grouped) {
+            take(technique.groups[*grouped]);
+        } else {
+            take(technique.passes);
+        }
+        return true;
     }
 
     bool record(Batch& batch)
@@ -542,11 +561,7 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     fillSystem(uniforms, target.picture(), area, sources);
     fillTextures(uniforms, effect, textures);
     Draw draw{context, effect, textures, target.picture(), pixels, uniforms, memory};
-    if (const TechniqueProgram::Groups* grouped = draw.groupsFor(program)) {
-        draw.take(*grouped);
-    } else if (state_->program().makePipelines(technique)) {
-        draw.take(program.passes);
-    } else {
+    if (!draw.choose(state_->program(), technique)) {
         return fail("technique \"" + effect.techniques[technique].name + "\": its pipelines cannot be made");
     }
     return context.recorder().record(target.picture().key.bytes(), Recorder::Submit::WhenDue,

@@ -1,5 +1,6 @@
 #include "host/lifecycle/GPUConnection.h"
 
+#include "host/Host.h"
 #include "host/gpu/GPUService.h"
 #include "host/lifecycle/CachePlace.h"
 #include "host/settings/Settings.h"
@@ -27,8 +28,9 @@ iGPUService& connectedGPU()
     return gpuService();
 }
 
-void configureGPU(const char* device)
+void configureGPU(const StartOptions& start)
 {
+    const char* const device = start.device;
     const Settings& settings = Settings::instance();
     GPUOptions options;
     options.device = device != nullptr ? device : settings.text("device").value_or("");
@@ -45,6 +47,7 @@ void configureGPU(const char* device)
     // Started so, the library compiles effects when they are asked for and no others.
     const bool onDemandOnly = StartEnv::programEnv().arg(L"-transcode") != 0;
     options.compileAhead = settings.flag("effects.ahead").value_or(true) && !onDemandOnly;
+    options.readyWhenLoaded = start.effectsReadyWhenLoaded;
     if (!gpuService().configure(options)) {
         Log("The GPU service has started already and keeps its options\n");
     }

@@ -51,7 +51,7 @@ void start(const StartOptions& options)
     HostLog::instance().setDebugOutput(!options.quiet);
     setStartArguments(options.argc, options.argv);
     ErrorLogLogger::loggingEnabled_ = Settings::instance().flag("timing_lines").value_or(false);
-    configureGPU(options.device);
+    configureGPU(options);
 }
 
 void stop(Shutdown::eExitType exitType)

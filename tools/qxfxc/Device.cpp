@@ -57,12 +57,11 @@ void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::
     const std::shared_ptr<const CompiledEffect> effect = compilation.effect;
     const std::vector<CompiledEffect::Technique>& techniques = effect->techniques;
     Vulkan::PassRefusal refusal;
-    const auto program =
-        EffectProgram::create(context_, effect, refusal, [&](std::size_t technique, std::size_t pass) {
-            step({Stage::CreatingPipelines, techniques[technique].name,
-                  techniques[technique].passes[pass].name});
-        });
-    if (program == nullptr) {
+    const auto program = EffectProgram::create(context_, effect, refusal);
+    const auto tell = [&](std::size_t technique, std::size_t pass) {
+        step({Stage::CreatingPipelines, techniques[technique].name, techniques[technique].passes[pass].name});
+    };
+    if (program == nullptr || !program->makeReady(refusal, tell)) {
         refuse(compilation, file, refusal.text, refusal.technique, refusal.pass);
         return;
     }

@@ -12,14 +12,15 @@ namespace Qx::Program {
 
 namespace {
 
-void start(const std::string& device, bool quiet)
+void start(const std::string& device, bool quiet, bool effectsReadyWhenLoaded)
 {
     // With this argument the library compiles effects when they are needed instead of all in the background.
     constexpr std::array arguments{"qxhost", "-transcode"};
     Host::start({.argc = static_cast<int>(arguments.size()),
                  .argv = arguments.data(),
                  .device = device.empty() ? nullptr : device.c_str(),
-                 .quiet = quiet});
+                 .quiet = quiet,
+                 .effectsReadyWhenLoaded = effectsReadyWhenLoaded});
 }
 
 Host::DeviceDescription chosenDevice()
@@ -39,9 +40,9 @@ void tellComplaints(Console& console)
     }
 }
 
-HostSession::HostSession(const std::string& device, Console* console, Output output)
+HostSession::HostSession(const std::string& device, Console* console, Output output, Effects effects)
 {
-    start(device, output == Output::quiet);
+    start(device, output == Output::quiet, effects == Effects::readyWhenLoaded);
     const bool usable = Host::gpuService().start();
     if (console != nullptr) {
         tellComplaints(*console);
@@ -55,7 +56,7 @@ HostSession::HostSession(const std::string& device, Console* console, Output out
 
 HostSession::HostSession(Console& console)
 {
-    start({}, true);
+    start({}, true, false);
     tellComplaints(console);
 }
 

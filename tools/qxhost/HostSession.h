@@ -20,10 +20,16 @@ public:
         debug ///< on standard error, the library's lines among it
     };
 
+    enum class Effects
+    {
+        readyWhenDrawn,
+        readyWhenLoaded ///< no first draw takes longer than others
+    };
+
     /// `device` chooses as the option --device does; empty leaves it to the settings. What is wrong with the
     /// settings and the log is told to the console, if there is one.
-    explicit HostSession(const std::string& device, Console* console = nullptr,
-                         Output output = Output::quiet);
+    explicit HostSession(const std::string& device, Console* console = nullptr, Output output = Output::quiet,
+                         Effects effects = Effects::readyWhenDrawn);
 
     /// For what needs the host but no device: none is looked for.
     explicit HostSession(Console& console);

@@ -158,6 +158,51 @@ TEST_F(WallTest, TheFirstFrameFindsItsTechniqueDrawn)
     EXPECT_EQ(gpu().statistics().draws, before + 4); // two techniques in two formats
 }
 
+class ReadyWhenDrawnTest : public GpuTest
+{
+protected:
+    ReadyWhenDrawnTest() : GpuTest(options()) {}
+
+    static GPUOptions options()
+    {
+        GPUOptions options;
+        options.readyWhenLoaded = false;
+        return options;
+    }
+};
+
+TEST_F(ReadyWhenDrawnTest, ATechniqueIsMadeReadyByTheFirstDrawOfEachWay)
+{
+    const XY<int> size{8, 4};
+    const Bytes white(bytesOf(size, iGPUImage::eARGB8), 255);
+    const std::uint64_t before = gpu().statistics().draws;
+    const Qx::Ptr<iShaderEffect> fifth =
+        effect("texture Input;\n"
+               "sampler S = sampler_state { Texture = <Input>; MinFilter = Point; MagFilter = Point; };\n"
+               "float4 f(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv) * 0.2; }\n"
+               "technique A { pass P { PixelShader = compile ps_3_0 f(); } }\n");
+    ASSERT_TRUE(fifth);
+    EXPECT_EQ(gpu().statistics().draws, before);
+    for (int i = 0; i < 2; ++i) {
+        ImageDescriptionEx description;
+        description.image = upload(size, iGPUImage::eARGB8, white);
+        description.effect = fifth;
+        description.blend = false;
+        description.source = {0, 0, 8, 4};
+        description.destination = {0, 0, 8, 4};
+        const Qx::Ptr<iGPUImage> whole = upload(size, iGPUImage::eARGB8, white);
+        ASSERT_TRUE(whole->getPrimitivesRenderer(1)->draw(description, 1));
+        EXPECT_EQ(download(whole), Bytes(white.size(), 51));
+        description.destination = {0, 0, 4, 4};
+        const Qx::Ptr<iGPUImage> part = upload(size, iGPUImage::eARGB8, white);
+        ASSERT_TRUE(part->getPrimitivesRenderer(1)->draw(description, 1));
+        const Bytes drawn = download(part);
+        EXPECT_EQ(at(drawn, size, 3, 3, 1), 51);
+        EXPECT_EQ(at(drawn, size, 4, 3, 1), 255);
+    }
+    EXPECT_EQ(gpu().statistics().draws, before + 4);
+}
+
 } // namespace
 
 } // namespace Qx::GpuTests

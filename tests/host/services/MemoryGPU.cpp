@@ -11,7 +11,7 @@ iGPUService& connectedGPU()
     return Test::MemoryGPU::instance();
 }
 
-void configureGPU(const char*) {}
+void configureGPU(const StartOptions&) {}
 
 void shutDownGPU() {}
 

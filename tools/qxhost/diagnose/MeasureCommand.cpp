@@ -174,7 +174,8 @@ ExitCode runMeasure(const MeasureOptions& options, Console& console)
     Probe probe(life, options.quick ? quick : thorough, options.scratch, send);
     life.doing("starting the device");
     try {
-        const HostSession host(options.device);
+        const HostSession host(options.device, nullptr, HostSession::Output::quiet,
+                               HostSession::Effects::readyWhenLoaded);
         for (const LightweightString<char>& complaint : Host::takeComplaints()) {
             send(Remark{std::string(complaint.view())});
         }

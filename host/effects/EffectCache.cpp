@@ -20,10 +20,21 @@ std::optional<Digest> digestOfFile(const std::filesystem::path& file)
     return bytes ? std::optional(Cache::digestOf(*bytes)) : std::nullopt;
 }
 
+/// Whether the include directories had a part in it: where each include was found at the first place that was
+/// looked at, below the effect's own directory, other directories would have changed nothing.
+bool needsDirectories(const std::filesystem::path& file, const EffectCompilation& compilation)
+{
+    return std::any_of(compilation.inputs.begin(), compilation.inputs.end(), [&](const EffectInput& input) {
+        const auto below =
+            input.path.lexically_normal().lexically_relative(file.parent_path().lexically_normal());
+        return !input.content || below.empty() || *below.begin() == "..";
+    });
+}
+
 } // namespace
 
 Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& content,
-                          const EffectCompilerOptions& options) const
+                          const EffectCompilerOptions& options, bool needsDirectories) const
 {
     Cache::ByteWriter to;
     to.number(effectArchiveVersion);
@@ -40,9 +51,12 @@ Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& conte
         to.text(name);
         to.text(value);
     }
-    to.count(options.includeDirectories.size());
-    for (const std::filesystem::path& directory : options.includeDirectories) {
-        to.text(directory.native());
+    to.number(static_cast<std::uint8_t>(needsDirectories ? 1 : 0));
+    if (needsDirectories) {
+        to.count(options.includeDirectories.size());
+        for (const std::filesystem::path& directory : options.includeDirectories) {
+            to.text(directory.native());
+        }
     }
     to.number(static_cast<std::uint8_t>(options.groups ? 1 : 0));
     return Cache::digestOf(to.bytes());
@@ -55,14 +69,16 @@ std::optional<EffectCompilation> EffectCache::find(const std::filesystem::path& 
     if (!content) {
         return std::nullopt;
     }
-    const auto bytes = store_->load(Cache::Kind::Effect, keyOf(file, *content, options));
-    std::optional<EffectCompilation> known = bytes ? readEffectArchive(*bytes) : std::nullopt;
-    if (!known || known->effect == nullptr || known->inputs.empty() ||
-        !std::all_of(known->inputs.begin(), known->inputs.end(),
-                     [](const EffectInput& input) { return isUnchanged(input, {}); })) {
-        return std::nullopt;
+    for (const bool needed : {false, true}) {
+        const auto bytes = store_->load(Cache::Kind::Effect, keyOf(file, *content, options, needed));
+        std::optional<EffectCompilation> known = bytes ? readEffectArchive(*bytes) : std::nullopt;
+        if (known && known->effect != nullptr && !known->inputs.empty() &&
+            std::all_of(known->inputs.begin(), known->inputs.end(),
+                        [](const EffectInput& input) { return isUnchanged(input, {}); })) {
+            return known;
+        }
     }
-    return known;
+    return std::nullopt;
 }
 
 void EffectCache::keep(const std::filesystem::path& file, const EffectCompilerOptions& options,
@@ -72,8 +88,9 @@ void EffectCache::keep(const std::filesystem::path& file, const EffectCompilerOp
         return;
     }
     // The text that was compiled decides: the file may have been saved again meanwhile.
-    store_->store(Cache::Kind::Effect, keyOf(file, *compilation.inputs[0].content, options),
-                  writeEffectArchive(compilation));
+    const Digest key =
+        keyOf(file, *compilation.inputs[0].content, options, needsDirectories(file, compilation));
+    store_->store(Cache::Kind::Effect, key, writeEffectArchive(compilation));
 }
 
 } // namespace Qx::Host

@@ -14,7 +14,8 @@ namespace Qx::Host {
 /// Compiled effects on disk.
 ///
 /// An entry is found by the effect's path and every byte of its text, the definitions, the include
-/// directories, the versions of the compiler's libraries and of the format, and the driver. It holds with
+/// directories if it needed them, the versions of the compiler's libraries and of the format, and the
+/// driver. It holds with
 /// what the compilation looked for: it serves as long as each included file has the same bytes, and no file
 /// has appeared where one was looked for in vain. Warnings come back with the effect.
 ///
@@ -39,7 +40,7 @@ public:
 
 private:
     Cache::Digest keyOf(const std::filesystem::path& file, const Cache::Digest& content,
-                        const EffectCompilerOptions& options) const;
+                        const EffectCompilerOptions& options, bool needsDirectories) const;
 
     std::shared_ptr<Cache::FileStore> store_;
     std::string driver_;

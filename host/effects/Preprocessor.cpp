@@ -394,6 +394,7 @@ std::filesystem::path Preprocessor::findInclude(const std::string& name, const T
         searched += (searched.empty() ? "" : ", ") + (directory.empty() ? "." : directory.string());
         if (!mayInclude(candidate)) {
             refused = true;
+            files_.noteInput(candidate, std::nullopt); // with other directories it might be taken
             continue;
         }
         if (files_.find(candidate) || std::filesystem::is_regular_file(candidate, error)) {

@@ -153,6 +153,44 @@ TEST_F(EffectCacheTest, IncludeDirectoriesAndTheirOrderTellEntriesApart)
     EXPECT_FALSE(isFound());
 }
 
+TEST_F(EffectCacheTest, WithIncludesBesideItOtherDirectoriesChangeNothing)
+{
+    writeFile(effect().parent_path() / "gain.fxh", "#include \"more/gain.fxh\"\n");
+    writeFile(effect().parent_path() / "more" / "gain.fxh", "#define GAIN 3.0\n");
+    compileAndKeep();
+    options_.includeDirectories = {directory("third")};
+    EXPECT_TRUE(isFound());
+    options_.includeDirectories = {};
+    EXPECT_TRUE(isFound());
+    writeFile(effect().parent_path() / "more" / "gain.fxh", "#define GAIN 3.5\n");
+    EXPECT_FALSE(isFound());
+}
+
+TEST_F(EffectCacheTest, AnIncludeThatOnlyItsDirectoryAllowsTellsEntriesApart)
+{
+    writeFile(
+        effect(),
+        std::string(effectText).replace(std::string(effectText).find("gain.fxh"), 8, "../second/gain.fxh"));
+    compileAndKeep();
+    EXPECT_TRUE(isFound());
+    options_.includeDirectories = {};
+    EXPECT_FALSE(isFound());
+}
+
+TEST_F(EffectCacheTest, AnIncludeThatIsFoundAfterARefusedOneTellsEntriesApart)
+{
+    // Beside the effect it would lie outside; from the directory below it is the effect's own neighbour.
+    writeFile(effect(),
+              std::string(effectText).replace(std::string(effectText).find("gain.fxh"), 8, "../gain.fxh"));
+    const fs::path below = effect().parent_path() / "below";
+    writeFile(effect().parent_path() / "gain.fxh", "#define GAIN 6.0\n");
+    options_.includeDirectories = {below};
+    compileAndKeep();
+    EXPECT_TRUE(isFound());
+    options_.includeDirectories = {};
+    EXPECT_FALSE(isFound());
+}
+
 TEST_F(EffectCacheTest, DriversTellEntriesApart)
 {
     compileAndKeep();

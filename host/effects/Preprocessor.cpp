@@ -85,8 +85,8 @@ std::vector<Token> Preprocessor::run(const std::filesystem::path& effect)
 void Preprocessor::defineFromOptions()
 {
     for (const auto& [name, value] : options_.definitions) {
-        const std::uint32_t file =
-            files_.add({{}, "<definition " + name + ">", files_.keep(name + ' ' + value)});
+        const std::uint32_t file = files_.add(
+            {{}, "<definition " + name + ">", files_.keep(std::string(name).append(1, ' ').append(value))});
         const Tokens tokens = splitIntoTokens(files_[file].text, file, Limits::tokens);
         const bool oneName = !tokens.empty() && tokens[0].text == name;
         if (!oneName || tokens[0].kind != TokenKind::Identifier) {
@@ -389,7 +389,7 @@ std::filesystem::path Preprocessor::findInclude(const std::string& name, const T
     std::vector<std::string> neighbours;
     bool refused = false;
     for (const std::filesystem::path& directory : searchedDirectories()) {
-        const std::filesystem::path candidate = (directory / name).lexically_normal();
+        std::filesystem::path candidate = (directory / name).lexically_normal();
         std::error_code error;
         searched += (searched.empty() ? "" : ", ") + (directory.empty() ? "." : directory.string());
         if (!mayInclude(candidate)) {

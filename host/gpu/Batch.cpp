@@ -164,7 +164,7 @@ void Batch::destroy()
 {
     for (UniformChunk& chunk : chunks_) {
         vkDestroyBuffer(device_.handle(), chunk.buffer, nullptr);
-        memory_.free(chunk.memory);
+        memory_.release(chunk.memory);
     }
     for (VkDescriptorPool pool : descriptorPools_) {
         vkDestroyDescriptorPool(device_.handle(), pool, nullptr);

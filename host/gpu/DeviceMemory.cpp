@@ -116,7 +116,7 @@ VkResult DeviceMemory::allocate(const VkMemoryRequirements& requirements, Memory
     return allocateSlot({type, sizeClass, use != MemoryUse::Image}, result);
 }
 
-void DeviceMemory::free(const Allocation& allocation)
+void DeviceMemory::release(const Allocation& allocation)
 {
     if (allocation.memory == nullptr) {
         return;

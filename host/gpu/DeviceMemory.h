@@ -8,7 +8,7 @@
 
 namespace Qx::Host::Vulkan {
 
-/// A piece of device memory. Plain data: DeviceMemory frees it.
+/// A piece of device memory. Plain data: DeviceMemory takes it back.
 struct Allocation
 {
     VkDeviceMemory memory = nullptr;
@@ -35,7 +35,7 @@ public:
     explicit DeviceMemory(Device& device) : device_(device) {}
 
     VkResult allocate(const VkMemoryRequirements& requirements, MemoryUse use, Allocation& result);
-    void free(const Allocation& allocation);
+    void release(const Allocation& allocation);
 
     /// Returns every shared block. Nothing that was allocated may be in use.
     void destroy();

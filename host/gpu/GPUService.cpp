@@ -317,7 +317,7 @@ void GPUService::compileBeside(const Worker::CompileRequest& request)
         const std::lock_guard lock(mutex_);
         std::string place = request.file.parent_path().string();
         for (const auto& [name, value] : request.options.definitions) {
-            place += '\n' + name + '=' + value;
+            place.append(1, '\n').append(name).append(1, '=').append(value);
         }
         if (workers == nullptr || !options_.compileAhead || !compiledAhead_.insert(place).second) {
             return;
@@ -337,17 +337,16 @@ GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context,
         pipelines = pipelines_;
         isReady = options_.readyWhenLoaded;
     }
-    const auto program =
-        operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
-            auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
-            if (made != nullptr && isReady && !made->makeReady(refusal)) {
-                made.reset();
-            }
-            if (pipelines != nullptr) {
-                pipelines->countEffect();
-            }
-            return made;
-        });
+    auto program = operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
+        auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
+        if (made != nullptr && isReady && !made->makeReady(refusal)) {
+            made.reset();
+        }
+        if (pipelines != nullptr) {
+            pipelines->countEffect();
+        }
+        return made;
+    });
     if (program != nullptr && isReady) {
         Vulkan::WarmUp(program).drawAll();
     }

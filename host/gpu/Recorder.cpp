@@ -272,7 +272,9 @@ bool Recorder::startTimer()
     if (device_.timerBits() == 0 || timing_ || (open_ != nullptr && !submitOpen())) {
         return false;
     }
-    timing_.emplace().after = lastValue_;
+    Timing timing;
+    timing.after = lastValue_;
+    timing_ = timing;
     return true;
 }
 

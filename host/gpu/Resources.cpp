@@ -238,7 +238,7 @@ void Texture::destroy(Device& device, DeviceMemory& deviceMemory)
     vkDestroyImageView(device.handle(), sampled, nullptr);
     vkDestroyImageView(device.handle(), target, nullptr);
     vkDestroyImage(device.handle(), image, nullptr);
-    deviceMemory.free(memory);
+    deviceMemory.release(memory);
     sampled = nullptr;
     target = nullptr;
     image = nullptr;
@@ -265,7 +265,7 @@ VkResult createBuffer(Device& device, DeviceMemory& memory, VkDeviceSize bytes, 
     }
     if (result != VK_SUCCESS) {
         vkDestroyBuffer(device.handle(), buffer, nullptr);
-        memory.free(allocation);
+        memory.release(allocation);
         buffer = nullptr;
         allocation = {};
     }
@@ -283,7 +283,7 @@ VkResult HostBuffer::create(Device& device, DeviceMemory& memory, const Key& key
 void HostBuffer::destroy(Device& device, DeviceMemory& deviceMemory)
 {
     vkDestroyBuffer(device.handle(), buffer, nullptr);
-    deviceMemory.free(memory);
+    deviceMemory.release(memory);
     buffer = nullptr;
     memory = {};
 }

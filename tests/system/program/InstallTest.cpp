@@ -47,8 +47,8 @@ TEST_F(Installation, libraries_carry_a_soname)
 
 TEST_F(Installation, a_project_of_somebody_else_builds_against_it)
 {
-    const Outcome configured = run({QX_CMAKE, "-S", QX_CONSUMER_FOLDER, "-B", at("consumer").string(),
-                                    "-DCMAKE_PREFIX_PATH=" + at("prefix").string()});
+    const Outcome configured = run({QX_CMAKE, "-G", "Ninja", "-S", QX_CONSUMER_FOLDER, "-B",
+                                    at("consumer").string(), "-DCMAKE_PREFIX_PATH=" + at("prefix").string()});
     ASSERT_EQ(configured.exitCode, 0) << configured.out << configured.err;
     const Outcome built = run({QX_CMAKE, "--build", at("consumer").string()});
     ASSERT_EQ(built.exitCode, 0) << built.out << built.err;

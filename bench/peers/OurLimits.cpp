@@ -99,7 +99,7 @@ public:
             if (results.at(place) && results.at(place)->map(iHostImage::Read) == nullptr) {
                 return 0;
             }
-            results.at(place).reset();
+            results.at(place).reset(); // one that is still held would make the next one a copy
             results.at(place) = OS().gpu().downloadImage(images_.at(place));
         }
         for (const Qx::Ptr<iHostImage>& image : results) {

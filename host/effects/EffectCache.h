@@ -15,9 +15,8 @@ namespace Qx::Host {
 ///
 /// An entry is found by the effect's path and every byte of its text, the definitions, the include
 /// directories if it needed them, the versions of the compiler's libraries and of the format, and the
-/// driver. It holds with
-/// what the compilation looked for: it serves as long as each included file has the same bytes, and no file
-/// has appeared where one was looked for in vain. Warnings come back with the effect.
+/// driver. It holds with what the compilation looked for: it serves as long as each included file has the
+/// same bytes, and no file has appeared where one was looked for in vain. Warnings come back with the effect.
 ///
 /// What failed is not kept: its author is about to change it. Any thread, several at once; only
 /// std::bad_alloc is thrown.

@@ -34,6 +34,18 @@ VkImageMemoryBarrier2 imageBarrier(VkImage image, const UseState& before, VkImag
     return barrier;
 }
 
+VkMemoryBarrier2 memoryBarrier(VkPipelineStageFlags2 stage, VkAccessFlags2 written,
+                               VkPipelineStageFlags2 nextStage, VkAccessFlags2 nextAccess)
+{
+    VkMemoryBarrier2 barrier{};
+    barrier.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER_2;
+    barrier.srcStageMask = stage;
+    barrier.srcAccessMask = written;
+    barrier.dstStageMask = nextStage;
+    barrier.dstAccessMask = nextAccess;
+    return barrier;
+}
+
 VkBufferMemoryBarrier2 bufferBarrier(const HostBuffer& buffer)
 {
     VkBufferMemoryBarrier2 barrier{};
@@ -139,13 +151,9 @@ std::optional<Batch::Stamps> Batch::stamps() const
 /// Its images are shared with the host, which reads them without a command that would say so.
 void Batch::showToHost()
 {
-    VkMemoryBarrier2 barrier{};
-    barrier.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER_2;
-    barrier.srcStageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
-    barrier.srcAccessMask = VK_ACCESS_2_MEMORY_WRITE_BIT;
-    barrier.dstStageMask = VK_PIPELINE_STAGE_2_HOST_BIT;
-    barrier.dstAccessMask = VK_ACCESS_2_HOST_READ_BIT;
-    memoryBarriers_.push_back(barrier);
+    memoryBarriers_.push_back(memoryBarrier(VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT,
+                                            VK_ACCESS_2_MEMORY_WRITE_BIT, VK_PIPELINE_STAGE_2_HOST_BIT,
+                                            VK_ACCESS_2_HOST_READ_BIT));
     flush();
 }
 
@@ -284,13 +292,8 @@ void Batch::useMemory(Texture& texture, const Use& next)
             imageBarriers_.push_back(barrier);
         }
     } else if (next.writes || texture.use.written != VK_ACCESS_2_NONE || texture.use.stage != next.stage) {
-        VkMemoryBarrier2 barrier{};
-        barrier.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER_2;
-        barrier.srcStageMask = texture.use.stage;
-        barrier.srcAccessMask = texture.use.written;
-        barrier.dstStageMask = next.stage;
-        barrier.dstAccessMask = next.access;
-        memoryBarriers_.push_back(barrier);
+        memoryBarriers_.push_back(
+            memoryBarrier(texture.use.stage, texture.use.written, next.stage, next.access));
     }
     texture.use = {VK_IMAGE_LAYOUT_GENERAL, next.stage, written};
 }

@@ -4,10 +4,25 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 
 namespace Qx::Host::Vulkan {
 
 namespace {
+
+/// What is made under the lock is looked at without it, so that a draw whose pipelines are there does not
+/// wait for another's to be made.
+template <class Made>
+bool isMade(Made& made)
+{
+    return std::atomic_ref(made).load(std::memory_order_acquire) != Made{};
+}
+
+template <class Made>
+void setMade(Made& place, Made made)
+{
+    std::atomic_ref(place).store(made, std::memory_order_release);
+}
 
 void destroyShader(Device& device, ShaderProgram& shader)
 {
@@ -97,8 +112,12 @@ bool EffectProgram::makeReady(std::size_t technique, std::size_t pass)
 
 bool EffectProgram::makePipelines(std::size_t technique)
 {
-    const std::lock_guard lock(making_);
     std::vector<PassProgram>& passes = techniques_[technique].passes;
+    if (std::all_of(passes.begin(), passes.end(),
+                    [](PassProgram& pass) { return isMade(pass.hasPipelines); })) {
+        return true;
+    }
+    const std::lock_guard lock(making_);
     for (std::size_t p = 0; p < passes.size(); ++p) {
         if (!makePipelines(effect_->techniques[technique].passes[p], passes[p])) {
             return false;
@@ -109,8 +128,11 @@ bool EffectProgram::makePipelines(std::size_t technique)
 
 bool EffectProgram::makeGroupPipelines(std::size_t technique, std::size_t groups)
 {
-    const std::lock_guard lock(making_);
     std::vector<GroupProgram>& passes = techniques_[technique].groups[groups].passes;
+    if (std::all_of(passes.begin(), passes.end(), [](GroupProgram& pass) { return isMade(pass.pipeline); })) {
+        return true;
+    }
+    const std::lock_guard lock(making_);
     return std::all_of(passes.begin(), passes.end(),
                        [this](GroupProgram& pass) { return makePipeline(pass); });
 }
@@ -203,8 +225,11 @@ bool EffectProgram::makePipelines(const CompiledEffect::Pass& pass, PassProgram&
         result = createPipelines(device, module, program.layout, Blending::Replace, program.pipelines);
         vkDestroyShaderModule(device.handle(), module, nullptr);
     }
-    program.hasPipelines = device.succeeded(result, "making an effect's pipeline");
-    return program.hasPipelines;
+    if (!device.succeeded(result, "making an effect's pipeline")) {
+        return false;
+    }
+    setMade(program.hasPipelines, true);
+    return true;
 }
 
 bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program)
@@ -246,13 +271,18 @@ bool EffectProgram::makePipeline(GroupProgram& program)
         return true;
     }
     Device& device = context_->device();
+    VkPipeline pipeline = nullptr;
     VkShaderModule module = nullptr;
     VkResult result = createShaderModule(device, program.shader->spirv, module);
     if (result == VK_SUCCESS) {
-        result = createGroupPipeline(device, module, program.layout, !program.rows.empty(), program.pipeline);
+        result = createGroupPipeline(device, module, program.layout, !program.rows.empty(), pipeline);
         vkDestroyShaderModule(device.handle(), module, nullptr);
     }
-    return device.succeeded(result, "making an effect's pipeline for groups of texels");
+    if (!device.succeeded(result, "making an effect's pipeline for groups of texels")) {
+        return false;
+    }
+    setMade(program.pipeline, pipeline);
+    return true;
 }
 
 } // namespace Qx::Host::Vulkan

@@ -101,6 +101,22 @@ TEST_F(Diagnose, a_drawing_rate_is_the_devices_own_time)
     EXPECT_GT(figureOf(report, "text").at("value").get<double>(), 0);
 }
 
+TEST_F(Diagnose, a_device_in_the_hosts_memory_says_that_nothing_is_copied)
+{
+    const Outcome outcome = diagnose("transfers", {"--json", "-"});
+    const Json report = parsed(outcome.out);
+    if (!report.at("device").at("software").get<bool>()) {
+        GTEST_SKIP() << "the device has memory of its own";
+    }
+    EXPECT_EQ(outcome.exitCode, healthy);
+    for (const char* id : {"upload-hd", "download-hd"}) {
+        const Json figure = figureOf(report, id);
+        EXPECT_TRUE(figure.at("value").is_null());
+        EXPECT_FALSE(figure.at("failed").get<bool>());
+        EXPECT_EQ(figure.at("note"), "nothing is copied: the device works in the host's memory");
+    }
+}
+
 TEST_F(Diagnose, an_upload_that_is_refused_is_told)
 {
     misbehave("transfers:fail:37");

@@ -131,6 +131,16 @@ TEST(Verdict, what_takes_most_of_a_frame_limits_it)
     EXPECT_EQ(judge(unknown).limit, "");
 }
 
+TEST(Verdict, transfers_that_copy_nothing_take_none_of_a_frame)
+{
+    Report report = makeReport();
+    for (const char* id : {"upload-hd", "download-hd"}) {
+        figureOf(report, id).value.reset();
+        figureOf(report, id).note = "nothing is copied: the device works in the host's memory";
+    }
+    EXPECT_EQ(judge(report).limit, "Drawing limits it: 8.0 ms of a 1080p frame, 100 % of its work.");
+}
+
 TEST(Verdict, a_failed_figure_and_a_failed_line_of_the_suite_are_faults)
 {
     Report report = makeReport();

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/effects/CompiledEffect.h"
-#include "host/effects/Diagnostic.h"
-#include "host/effects/EffectInput.h"
+#include "host/effects/framework/Diagnostic.h"
+#include "host/effects/framework/EffectInput.h"
 
 #include <filesystem>
 #include <memory>

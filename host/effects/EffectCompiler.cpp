@@ -1,14 +1,14 @@
 #include "host/effects/EffectCompiler.h"
 
-#include "host/effects/EffectParser.h"
-#include "host/effects/HlslHints.h"
-#include "host/effects/HlslMessage.h"
-#include "host/effects/LikelyMistakes.h"
-#include "host/effects/ParameterLayout.h"
-#include "host/effects/PassText.h"
-#include "host/effects/Preprocessor.h"
-#include "host/effects/Problems.h"
-#include "host/effects/ShaderCompiler.h"
+#include "host/effects/framework/EffectParser.h"
+#include "host/effects/framework/LikelyMistakes.h"
+#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Problems.h"
+#include "host/effects/hlsl/HlslHints.h"
+#include "host/effects/hlsl/HlslMessage.h"
+#include "host/effects/hlsl/ParameterLayout.h"
+#include "host/effects/hlsl/PassText.h"
+#include "host/effects/hlsl/ShaderCompiler.h"
 
 #include <exception>
 #include <map>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/effects/SpirvModule.h"
+#include "host/effects/spirv/SpirvModule.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Compiled effects as bytes: what is written is read again, and nothing else is taken for it.
 
-#include "host/effects/EffectArchive.h"
+#include "host/effects/archive/EffectArchive.h"
 #include "tests/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>

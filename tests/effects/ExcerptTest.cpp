@@ -1,4 +1,4 @@
-#include "host/effects/Excerpt.h"
+#include "host/effects/framework/Excerpt.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // Neighbouring texels read as one: how many reads are left, of how many bytes, and that they give what single
 // reads gave.
 
-#include "host/effects/FetchWidening.h"
-#include "host/effects/SpirvModule.h"
+#include "host/effects/spirv/FetchWidening.h"
+#include "host/effects/spirv/SpirvModule.h"
 #include "tests/effects/BrokenModules.h"
 #include "tests/effects/GroupDrawing.h"
 #include "tests/effects/ShaderInterpreter.h"

@@ -1,7 +1,7 @@
 #include "tests/effects/GroupDrawing.h"
 
 #include "host/effects/EffectCompiler.h"
-#include "host/effects/SpirvModule.h"
+#include "host/effects/spirv/SpirvModule.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/effects/ShaderInterpreter.h"
 

@@ -1,6 +1,6 @@
 // Comparisons of columns with constants, against what they come to in plain arithmetic.
 
-#include "host/effects/SpirvModule.h"
+#include "host/effects/spirv/SpirvModule.h"
 #include "tests/effects/GroupDrawing.h"
 
 #include <gtest/gtest.h>

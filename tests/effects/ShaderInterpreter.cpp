@@ -1,6 +1,6 @@
 #include "tests/effects/ShaderInterpreter.h"
 
-#include "host/effects/SpirvModule.h"
+#include "host/effects/spirv/SpirvModule.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,8 +1,8 @@
 // Uniforms that come as inputs: which, at which locations, and that the shader still makes the same of them.
 
-#include "host/effects/UniformInputs.h"
+#include "host/effects/spirv/UniformInputs.h"
 #include "host/effects/EffectCompiler.h"
-#include "host/effects/SpirvModule.h"
+#include "host/effects/spirv/SpirvModule.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/effects/BrokenModules.h"
 #include "tests/effects/GroupDrawing.h"

@@ -1,5 +1,5 @@
 #include "host/cache/Record.h"
-#include "host/effects/EffectArchive.h"
+#include "host/effects/archive/EffectArchive.h"
 #include "host/effects/worker/Protocol.h"
 #include "tests/fuzz/Targets.h"
 

@@ -1,4 +1,4 @@
-#include "host/effects/EffectArchive.h"
+#include "host/effects/archive/EffectArchive.h"
 
 #include "tests/fuzz/Targets.h"
 

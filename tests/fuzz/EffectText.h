@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/effects/Preprocessor.h"
+#include "host/effects/framework/Preprocessor.h"
 #include "tests/fuzz/Targets.h"
 
 namespace Qx::Fuzz {

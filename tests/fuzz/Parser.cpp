@@ -1,7 +1,7 @@
-#include "host/effects/EffectParser.h"
-#include "host/effects/LikelyMistakes.h"
-#include "host/effects/ParameterLayout.h"
-#include "host/effects/PassText.h"
+#include "host/effects/framework/EffectParser.h"
+#include "host/effects/framework/LikelyMistakes.h"
+#include "host/effects/hlsl/ParameterLayout.h"
+#include "host/effects/hlsl/PassText.h"
 #include "tests/fuzz/EffectText.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 /// of the corpora.
 
 #include "host/cache/Record.h"
-#include "host/effects/EffectArchive.h"
+#include "host/effects/archive/EffectArchive.h"
 #include "host/effects/worker/Protocol.h"
 
 #include <cstdio>

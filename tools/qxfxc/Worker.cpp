@@ -1,6 +1,6 @@
 #include "tools/qxfxc/Worker.h"
 
-#include "host/effects/EffectArchive.h"
+#include "host/effects/archive/EffectArchive.h"
 #include "host/effects/worker/Protocol.h"
 #include "tools/qxfxc/Device.h"
 #include "tools/qxfxc/TestAid.h"

@@ -1,7 +1,7 @@
-#include "tools/qxhost/CommandLine.h"
-#include "tools/qxhost/Commands.h"
-#include "tools/qxhost/Failure.h"
-#include "tools/qxhost/Json.h"
+#include "tools/qxhost/commands/CommandLine.h"
+#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Json.h"
 
 #include <csignal>
 #include <exception>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/effects/EffectCache.h"
+#include "host/effects/archive/EffectCache.h"
 #include "host/effects/worker/WorkerProcess.h"
 
 #include <atomic>

@@ -1,6 +1,6 @@
 #include "host/effects/worker/WorkerProcess.h"
 
-#include "host/effects/EffectArchive.h"
+#include "host/effects/archive/EffectArchive.h"
 
 #include <array>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // Compiled effects on disk: found as long as a compilation would come to the same, and not a byte longer.
 
-#include "host/effects/EffectCache.h"
-#include "host/effects/EffectArchive.h"
+#include "host/effects/archive/EffectCache.h"
+#include "host/effects/archive/EffectArchive.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/host/cache/Files.h"
 

@@ -1,6 +1,6 @@
 #include "tests/host/worker/WorkerFixture.h"
 
-#include "host/effects/EffectArchive.h"
+#include "host/effects/archive/EffectArchive.h"
 
 #include <array>
 #include <csignal>

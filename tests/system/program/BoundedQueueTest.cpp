@@ -1,4 +1,4 @@
-#include "tools/qxhost/BoundedQueue.h"
+#include "tools/qxhost/pipeline/BoundedQueue.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "tools/qxhost/ColourChoice.h"
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/pipeline/input/ColourChoice.h"
+#include "tools/qxhost/console/Failure.h"
 
 #include <gtest/gtest.h>
 

@@ -3,9 +3,9 @@
 #include "platform/OS.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/pixels/Reference.h"
-#include "tools/qxhost/FrameDelivery.h"
-#include "tools/qxhost/FrameUpload.h"
-#include "tools/qxhost/HostSession.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/input/FrameUpload.h"
+#include "tools/qxhost/pipeline/output/FrameDelivery.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "tools/qxhost/CommandLine.h"
-#include "tools/qxhost/Failure.h"
-#include "tools/qxhost/ProgressDisplay.h"
+#include "tools/qxhost/commands/CommandLine.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/ProgressDisplay.h"
 
 #include <gtest/gtest.h>
 

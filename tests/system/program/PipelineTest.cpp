@@ -1,8 +1,8 @@
 #include "host/gpu/GPUService.h"
 #include "tests/TemporaryDirectory.h"
-#include "tools/qxhost/Failure.h"
-#include "tools/qxhost/FramePipeline.h"
-#include "tools/qxhost/HostSession.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/pipeline/FramePipeline.h"
+#include "tools/qxhost/pipeline/HostSession.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 #include "tests/TemporaryDirectory.h"
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/diagnose/Comparison.h"
 #include "tools/qxhost/diagnose/LifeSign.h"
 #include "tools/qxhost/diagnose/Messages.h"

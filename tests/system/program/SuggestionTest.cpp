@@ -1,5 +1,5 @@
 #include "host/core/Suggestion.h"
-#include "tools/qxhost/Wording.h"
+#include "tools/qxhost/console/Wording.h"
 
 #include <gtest/gtest.h>
 

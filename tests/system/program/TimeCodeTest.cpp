@@ -1,6 +1,6 @@
-#include "tools/qxhost/TimeCode.h"
-#include "tools/qxhost/BurnInText.h"
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/pipeline/burnin/TimeCode.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/pipeline/burnin/BurnInText.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "tools/qxhost/diagnose/LifeSign.h"
 
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/console/Failure.h"
 
 #include <algorithm>
 #include <cerrno>

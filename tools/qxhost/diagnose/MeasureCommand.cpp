@@ -2,10 +2,10 @@
 #include "host/gpu/GPUService.h"
 #include "platform/OS.h"
 #include "platform/SystemInformation.h"
-#include "tools/qxhost/Commands.h"
-#include "tools/qxhost/Failure.h"
-#include "tools/qxhost/HostSession.h"
+#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/diagnose/StepEffects.h"
+#include "tools/qxhost/pipeline/HostSession.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
 #include "tools/qxhost/diagnose/MeasuringProcess.h"
 
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/console/Failure.h"
 
 #include <array>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "tools/qxhost/diagnose/Messages.h"
 
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/diagnose/ReportJson.h"
 
 namespace Qx::Diagnosis {

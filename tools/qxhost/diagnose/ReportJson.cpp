@@ -1,7 +1,7 @@
 #include "tools/qxhost/diagnose/ReportJson.h"
 
 #include "host/core/Printable.h"
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/diagnose/Verdict.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/qxhost/Json.h"
+#include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/diagnose/Comparison.h"
 #include "tools/qxhost/diagnose/Report.h"
 

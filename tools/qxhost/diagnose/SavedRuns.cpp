@@ -1,7 +1,7 @@
 #include "tools/qxhost/diagnose/SavedRuns.h"
 
 #include "host/settings/Directories.h"
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/diagnose/ReportJson.h"
 #include "tools/qxhost/media/OutputFile.h"
 

@@ -1,9 +1,9 @@
 #include "tools/qxhost/diagnose/StepEffects.h"
 
 #include "host/Host.h"
-#include "tools/qxhost/EffectFile.h"
-#include "tools/qxhost/Failure.h"
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/diagnose/Timing.h"
+#include "tools/qxhost/pipeline/effects/EffectFile.h"
 
 #include <algorithm>
 #include <fmt/format.h>

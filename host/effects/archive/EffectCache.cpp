@@ -1,0 +1,96 @@
+#include "host/effects/archive/EffectCache.h"
+
+#include "host/cache/Bytes.h"
+#include "host/cache/ReadWhole.h"
+#include "host/effects/archive/EffectArchive.h"
+#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/hlsl/ShaderCompiler.h"
+
+#include <algorithm>
+#include <system_error>
+
+namespace Qx::Host {
+namespace {
+
+using Cache::Digest;
+
+std::optional<Digest> digestOfFile(const std::filesystem::path& file)
+{
+    const auto bytes = Cache::readWhole(file, Effects::Limits::fileBytes);
+    return bytes ? std::optional(Cache::digestOf(*bytes)) : std::nullopt;
+}
+
+/// Whether the include directories had a part in it: where each include was found at the first place that was
+/// looked at, below the effect's own directory, other directories would have changed nothing.
+bool needsDirectories(const std::filesystem::path& file, const EffectCompilation& compilation)
+{
+    return std::any_of(compilation.inputs.begin(), compilation.inputs.end(), [&](const EffectInput& input) {
+        const auto below =
+            input.path.lexically_normal().lexically_relative(file.parent_path().lexically_normal());
+        return !input.content || below.empty() || *below.begin() == "..";
+    });
+}
+
+} // namespace
+
+Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& content,
+                          const EffectCompilerOptions& options, bool needsDirectories) const
+{
+    Cache::ByteWriter to;
+    to.number(effectArchiveVersion);
+    to.text(Effects::shaderCompilerVersion());
+    to.text(driver_);
+    // Messages repeat the path as it was given; a relative one, and includes beside it, depend on where the
+    // process stands.
+    std::error_code error;
+    to.text(file.native());
+    to.text(std::filesystem::absolute(file, error).native());
+    to.raw(content);
+    to.count(options.definitions.size());
+    for (const auto& [name, value] : options.definitions) {
+        to.text(name);
+        to.text(value);
+    }
+    to.number(static_cast<std::uint8_t>(needsDirectories ? 1 : 0));
+    if (needsDirectories) {
+        to.count(options.includeDirectories.size());
+        for (const std::filesystem::path& directory : options.includeDirectories) {
+            to.text(directory.native());
+        }
+    }
+    to.number(static_cast<std::uint8_t>(options.groups ? 1 : 0));
+    return Cache::digestOf(to.bytes());
+}
+
+std::optional<EffectCompilation> EffectCache::find(const std::filesystem::path& file,
+                                                   const EffectCompilerOptions& options) const
+{
+    const std::optional<Digest> content = digestOfFile(file);
+    if (!content) {
+        return std::nullopt;
+    }
+    for (const bool needed : {false, true}) {
+        const auto bytes = store_->load(Cache::Kind::Effect, keyOf(file, *content, options, needed));
+        std::optional<EffectCompilation> known = bytes ? readEffectArchive(*bytes) : std::nullopt;
+        if (known && known->effect != nullptr && !known->inputs.empty() &&
+            std::all_of(known->inputs.begin(), known->inputs.end(),
+                        [](const EffectInput& input) { return isUnchanged(input, {}); })) {
+            return known;
+        }
+    }
+    return std::nullopt;
+}
+
+void EffectCache::keep(const std::filesystem::path& file, const EffectCompilerOptions& options,
+                       const EffectCompilation& compilation) const
+{
+    if (compilation.effect == nullptr || compilation.inputs.empty() || !compilation.inputs[0].content) {
+        return;
+    }
+    // The text that was compiled decides: the file may have been saved again meanwhile.
+    const Digest key =
+        keyOf(file, *compilation.inputs[0].content, options, needsDirectories(file, compilation));
+    store_->store(Cache::Kind::Effect, key, writeEffectArchive(compilation));
+}
+
+} // namespace Qx::Host

@@ -1,0 +1,171 @@
+#include "host/effects/framework/EffectStates.h"
+
+#include "host/core/Suggestion.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <utility>
+
+namespace Qx::Host::Effects {
+namespace {
+
+using Filter = CompiledEffect::Filter;
+using Address = CompiledEffect::Address;
+
+template <typename Value, std::size_t Count>
+using Names = std::array<std::pair<std::string_view, Value>, Count>;
+
+constexpr Names<Filter, 6> filters{{{"Point", Filter::Point},
+                                    {"None", Filter::Point},
+                                    {"Linear", Filter::Linear},
+                                    {"Anisotropic", Filter::Linear},
+                                    {"PyramidalQuad", Filter::Linear},
+                                    {"GaussianQuad", Filter::Linear}}};
+constexpr Names<Address, 4> addresses{{{"Clamp", Address::Clamp},
+                                       {"Wrap", Address::Wrap},
+                                       {"Mirror", Address::Mirror},
+                                       {"Border", Address::Border}}};
+
+template <typename Value, std::size_t Count>
+Value look(const Names<Value, Count>& names, const Token& state, const std::vector<Token>& value)
+{
+    std::string choices;
+    std::vector<std::string_view> known;
+    for (const auto& [name, meaning] : names) {
+        if (value.size() == 1 && equalIgnoringCase(value[0].text, name)) {
+            return meaning;
+        }
+        choices += (choices.empty() ? "" : ", ") + std::string(name);
+        known.push_back(name);
+    }
+    throw CompileError(value[0].at, "state " + inQuotes(state.text) + " is one of " + choices +
+                                        didYouMean(value[0].text, known));
+}
+
+constexpr std::array<std::string_view, 47> renderStates{"AlphaBlendEnable",
+                                                        "AlphaFunc",
+                                                        "AlphaRef",
+                                                        "AlphaTestEnable",
+                                                        "Ambient",
+                                                        "BlendFactor",
+                                                        "BlendOp",
+                                                        "BlendOpAlpha",
+                                                        "Clipping",
+                                                        "ClipPlaneEnable",
+                                                        "ColorVertex",
+                                                        "ColorWriteEnable",
+                                                        "ColorWriteEnable1",
+                                                        "ColorWriteEnable2",
+                                                        "ColorWriteEnable3",
+                                                        "CullMode",
+                                                        "DepthBias",
+                                                        "DestBlend",
+                                                        "DestBlendAlpha",
+                                                        "DitherEnable",
+                                                        "FillMode",
+                                                        "FogEnable",
+                                                        "LastPixel",
+                                                        "Lighting",
+                                                        "MultiSampleAntialias",
+                                                        "MultiSampleMask",
+                                                        "ScissorTestEnable",
+                                                        "SeparateAlphaBlendEnable",
+                                                        "ShadeMode",
+                                                        "SlopeScaleDepthBias",
+                                                        "SpecularEnable",
+                                                        "SrcBlend",
+                                                        "SrcBlendAlpha",
+                                                        "SRGBWriteEnable",
+                                                        "StencilEnable",
+                                                        "StencilFail",
+                                                        "StencilFunc",
+                                                        "StencilMask",
+                                                        "StencilPass",
+                                                        "StencilRef",
+                                                        "StencilWriteMask",
+                                                        "StencilZFail",
+                                                        "TextureFactor",
+                                                        "TwoSidedStencilMode",
+                                                        "ZEnable",
+                                                        "ZFunc",
+                                                        "ZWriteEnable"};
+constexpr std::array<std::string_view, 5> meaninglessSamplerStates{
+    "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias", "ElementIndex"};
+constexpr std::array<std::string_view, 14> samplerStates{
+    "Texture",     "MinFilter",     "MagFilter",   "MipFilter",   "AddressU",
+    "AddressV",    "AddressW",      "BorderColor", "SRGBTexture", "MaxAnisotropy",
+    "MaxMipLevel", "MipMapLodBias", "MipLodBias",  "ElementIndex"};
+
+template <typename Names>
+bool isOneOf(std::string_view name, const Names& names)
+{
+    return std::any_of(names.begin(), names.end(),
+                       [&](std::string_view candidate) { return equalIgnoringCase(name, candidate); });
+}
+
+bool isZero(const std::vector<Token>& value)
+{
+    return std::none_of(value.begin(), value.end(), [](const Token& token) {
+        double number = 0.0;
+        bool integer = false;
+        return (token.kind == TokenKind::Number &&
+                (!readNumber(token.text, number, integer) || number != 0.0)) ||
+               token.is("true") || token.is("TRUE") || token.is("True");
+    });
+}
+
+} // namespace
+
+bool isRenderState(std::string_view name)
+{
+    return isOneOf(name, renderStates);
+}
+
+std::string likelyRenderState(std::string_view name)
+{
+    static constexpr std::array<std::string_view, 2> shaders{"PixelShader", "VertexShader"};
+    const std::string shader = didYouMean(name, shaders);
+    return shader.empty() ? didYouMean(name, renderStates) : shader;
+}
+
+void SamplerStates::set(const Token& name, const std::vector<Token>& value, Problems& problems)
+{
+    const std::string_view state = name.text;
+    if (value.empty()) {
+        throw CompileError(name.at, "the state " + inQuotes(state) + " has no value");
+    }
+    if (equalIgnoringCase(state, "MinFilter")) {
+        minFilter_ = look(filters, name, value);
+    } else if (equalIgnoringCase(state, "MagFilter")) {
+        magFilter_ = look(filters, name, value);
+    } else if (equalIgnoringCase(state, "MipFilter")) {
+        look(filters, name, value); // there is one level, so that any will do
+    } else if (equalIgnoringCase(state, "AddressU")) {
+        addressU_ = look(addresses, name, value);
+    } else if (equalIgnoringCase(state, "AddressV")) {
+        addressV_ = look(addresses, name, value);
+    } else if (equalIgnoringCase(state, "AddressW")) {
+        look(addresses, name, value);
+    } else if (equalIgnoringCase(state, "BorderColor") || equalIgnoringCase(state, "SRGBTexture")) {
+        if (!isZero(value)) {
+            problems.warn({name.at, "the state " + inQuotes(state) + " is taken as 0"});
+        }
+    } else if (!isOneOf(state, meaninglessSamplerStates)) {
+        throw CompileError(name.at, "unknown state " + inQuotes(state) + " of a sampler" +
+                                        didYouMean(state, samplerStates));
+    }
+}
+
+void SamplerStates::apply(EffectSyntax::Sampler& sampler, Problems& problems) const
+{
+    if (minFilter_ && magFilter_ && *minFilter_ != *magFilter_) {
+        problems.warn({sampler.name.at, "sampler " + inQuotes(sampler.name.text) +
+                                            " has two filters; MagFilter is used for both"});
+    }
+    sampler.filter = magFilter_.value_or(minFilter_.value_or(sampler.filter));
+    sampler.addressU = addressU_.value_or(sampler.addressU);
+    sampler.addressV = addressV_.value_or(sampler.addressV);
+}
+
+} // namespace Qx::Host::Effects

@@ -1,0 +1,130 @@
+#pragma once
+
+#include "host/effects/CompiledEffect.h"
+#include "host/effects/framework/ConstantExpression.h"
+#include "host/effects/framework/Lexer.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Qx::Host::Effects {
+
+/// What an effect file says, as read and not yet judged. Tokens refer into the files they came from.
+struct EffectSyntax
+{
+    using Tokens = std::vector<Token>;
+
+    struct Type
+    {
+        Tokens tokens;
+        std::optional<NumericType> numeric; ///< nothing for structs, samplers and void
+        bool sampler = false;
+    };
+
+    struct FunctionParameter
+    {
+        Type type;
+        Token name;
+        bool uniform = false;
+        bool input = true;
+        bool output = false;
+        bool array = false;
+        std::optional<Token> semantic;
+        Tokens defaultValue;
+    };
+
+    struct Function
+    {
+        Type result;
+        Token name;
+        std::vector<FunctionParameter> parameters;
+        std::optional<Token> semantic;
+        bool hasBody = false;
+    };
+
+    struct Member
+    {
+        Type type;
+        Token name;
+        bool array = false;
+        std::optional<Token> semantic;
+    };
+
+    /// A piece of plain HLSL: a function, struct, typedef or constant. Pieces refer to each other by name.
+    struct Piece
+    {
+        enum class Kind
+        {
+            Function,
+            Struct,
+            Typedef,
+            Constant
+        };
+        Kind kind = Kind::Function;
+        Token name;
+        Tokens text;                 ///< as the HLSL compiler gets it: without semantics and `uniform`
+        std::size_t bodyBegin = 0;   ///< where in the text the body of a function begins
+        Function function;           ///< of a function
+        std::vector<Member> members; ///< of a struct
+    };
+
+    struct Annotation
+    {
+        Token type;
+        Token name;
+        std::string value;
+        Location at;
+    };
+
+    struct Parameter
+    {
+        Type type;
+        Token name;
+        std::uint32_t elements = 0;
+        std::optional<Token> semantic;
+        std::vector<Annotation> annotations;
+        std::optional<ConstantValue> defaultValue;
+    };
+
+    struct Texture
+    {
+        Token name;
+        std::vector<Annotation> annotations;
+    };
+
+    struct Sampler
+    {
+        Token name;
+        Token texture;
+        unsigned dimensions = 2; ///< of the images it reads: 2 or 3
+        CompiledEffect::Filter filter = CompiledEffect::Filter::Point;
+        CompiledEffect::Address addressU = CompiledEffect::Address::Clamp;
+        CompiledEffect::Address addressV = CompiledEffect::Address::Clamp;
+    };
+
+    struct Pass
+    {
+        Token name;    ///< an End token for a pass without one
+        Token keyword; ///< where it begins
+        Token entry;
+        std::vector<Tokens> arguments; ///< each without an End token
+    };
+
+    struct Technique
+    {
+        Token name;
+        std::vector<Annotation> annotations;
+        std::vector<Pass> passes;
+    };
+
+    bool complete = true;      ///< nothing was left out; false only beside an error
+    std::vector<Piece> pieces; ///< in the file's order
+    std::vector<Parameter> parameters;
+    std::vector<Texture> textures;
+    std::vector<Sampler> samplers;
+    std::vector<Technique> techniques;
+};
+
+} // namespace Qx::Host::Effects

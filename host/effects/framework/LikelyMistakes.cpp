@@ -1,0 +1,111 @@
+#include "host/effects/framework/LikelyMistakes.h"
+
+#include "host/effects/framework/ParameterRange.h"
+
+#include <algorithm>
+#include <locale>
+#include <sstream>
+#include <vector>
+
+namespace Qx::Host::Effects {
+namespace {
+
+/// The first file is the effect itself.
+bool isInEffect(const Token& name)
+{
+    return name.at.file == 0;
+}
+
+void warnOfUnread(const EffectSyntax& syntax, const CompiledEffect& effect, Problems& problems)
+{
+    std::vector<bool> samplersRead(effect.samplers.size());
+    std::vector<bool> texturesRead(effect.textures.size());
+    for (const CompiledEffect::Technique& technique : effect.techniques) {
+        for (const CompiledEffect::Pass& pass : technique.passes) {
+            for (const std::uint32_t sampler : pass.samplers) {
+                samplersRead[sampler] = true;
+                texturesRead[effect.samplers[sampler].texture] = true;
+            }
+        }
+    }
+    for (std::size_t i = 0; i < effect.textures.size(); ++i) {
+        const Token& name = syntax.textures[i].name;
+        // One whose size alone matters is bound too.
+        const bool measured =
+            std::any_of(effect.parameters.begin(), effect.parameters.end(), [&](const auto& parameter) {
+                return parameter.semanticTexture == effect.textures[i].name;
+            });
+        const bool meant =
+            std::any_of(effect.textures[i].annotations.begin(), effect.textures[i].annotations.end(),
+                        [](const auto& annotation) { return equalIgnoringCase(annotation.name, "Unread"); });
+        if (!texturesRead[i] && !measured && !meant && isInEffect(name)) {
+            problems.warn({name.at, "no technique reads the texture " + inQuotes(name.text)});
+        }
+    }
+    for (std::size_t i = 0; i < effect.samplers.size(); ++i) {
+        const Token& name = syntax.samplers[i].name;
+        if (!samplersRead[i] && texturesRead[effect.samplers[i].texture] && isInEffect(name)) {
+            problems.warn({name.at, "no technique reads through the sampler " + inQuotes(name.text)});
+        }
+    }
+}
+
+std::string number(double value)
+{
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text << value;
+    return text.str();
+}
+
+/// "from 0 to 4", "of at least 0" or "of at most 4".
+std::string written(const ParameterRange& range)
+{
+    if (range.least && range.most) {
+        return "from " + number(*range.least) + " to " + number(*range.most);
+    }
+    return range.least ? "of at least " + number(*range.least) : "of at most " + number(*range.most);
+}
+
+void warnOfRange(const EffectSyntax::Parameter& parameter, const ParameterRange& range, Problems& problems)
+{
+    const Token& name = parameter.name;
+    if (range.least && range.most && *range.least > *range.most) {
+        problems.warn({name.at, "the range of " + inQuotes(name.text) + " " + written(range) + " is empty"});
+        return;
+    }
+    const std::vector<double> values =
+        parameter.defaultValue ? parameter.defaultValue->components : std::vector<double>{0.0};
+    for (const double value : values) {
+        // As the effect holds it: a limit such as 0.1 is no exact number either.
+        const auto held = static_cast<float>(value);
+        if ((range.least && held < static_cast<float>(*range.least)) ||
+            (range.most && held > static_cast<float>(*range.most))) {
+            problems.warn({name.at, "the default " + number(value) + " of " + inQuotes(name.text) +
+                                        " is outside its range " + written(range)});
+            return;
+        }
+    }
+}
+
+} // namespace
+
+void warnOfLikelyMistakes(const EffectSyntax& syntax, const CompiledEffect& effect,
+                          const std::unordered_set<std::string_view>& names, Problems& problems)
+{
+    warnOfUnread(syntax, effect, problems);
+    for (std::size_t i = 0; i < syntax.parameters.size(); ++i) {
+        const EffectSyntax::Parameter& parameter = syntax.parameters[i];
+        const ParameterRange range = rangeOf(effect.parameters[i]);
+        if (!range.least && !range.most) {
+            continue;
+        }
+        if (names.count(parameter.name.text) == 0 && isInEffect(parameter.name)) {
+            problems.warn(
+                {parameter.name.at, "no technique uses the parameter " + inQuotes(parameter.name.text)});
+        }
+        warnOfRange(parameter, range, problems);
+    }
+}
+
+} // namespace Qx::Host::Effects

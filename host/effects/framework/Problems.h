@@ -1,0 +1,55 @@
+#pragma once
+
+#include "host/effects/framework/Diagnostic.h"
+#include "host/effects/framework/SourceText.h"
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Qx::Host::Effects {
+
+/// Collects what is to be said about one effect, in the order in which it was found and bounded in number.
+/// What several passes have in common is said once.
+class Problems
+{
+public:
+    /// Which technique and pass a problem was met in; both empty for none.
+    struct Context
+    {
+        std::string_view technique;
+        std::string_view pass;
+    };
+
+    /// `files` lives longer than this object.
+    explicit Problems(const SourceFiles& files) : files_(files) {}
+
+    void warn(const CompileError& warning) { add(Diagnostic::Severity::Warning, warning, {}); }
+    void fail(const CompileError& error, const Context& context = {});
+
+    bool failed() const { return failed_; }
+
+    /// Whether so much is wrong that looking for more helps nobody.
+    bool enough() const { return errors_ >= most; }
+
+    /// Moves what was collected out.
+    std::vector<Diagnostic> take();
+
+private:
+    static constexpr std::size_t most = 50; ///< of errors, and of warnings: those must not crowd out these
+
+    void add(Diagnostic::Severity severity, const CompileError& problem, const Context& context);
+    Diagnostic::Place placeOf(Location at) const;
+    std::vector<Diagnostic::Place> includesOf(Location at) const;
+
+    const SourceFiles& files_;
+    std::vector<Diagnostic> diagnostics_;
+    std::map<std::string, std::size_t> known_; ///< where each is, by its first line
+    std::size_t errors_ = 0;
+    std::size_t warnings_ = 0;
+    std::size_t leftOut_ = 0;
+    bool failed_ = false;
+};
+
+} // namespace Qx::Host::Effects

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "host/effects/framework/EffectSyntax.h"
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Qx::Host::Effects {
+
+/// The call of a pass's entry function: makes the inputs that its semantics ask for from a pixel's position
+/// and adds the pass's arguments for its uniform parameters.
+class EntryCall
+{
+public:
+    using Tokens = std::vector<Token>;
+
+    /// All live longer than this object. Throws CompileError for semantics, types and arguments that do not
+    /// fit.
+    EntryCall(const EffectSyntax& syntax, const EffectSyntax::Piece& entry, const EffectSyntax::Pass& pass);
+
+    /// Writes the function float4 qxfx_colourAt(int2 qxfx_texel, float2 qxfx_pixel): the entry function's
+    /// result for the pixel of the drawn area with that number, whose centre is at qxfx_pixel.
+    void write(const std::function<void(std::string_view)>& writeLine,
+               const std::function<void(const Tokens&)>& writeTokens) const;
+
+    /// Whether the result is a colour or, instead, the codes of one.
+    bool givesCodes() const { return givesCodes_; }
+
+private:
+    struct Argument
+    {
+        std::string text;
+        const Tokens* tokens = nullptr; ///< instead of a text
+    };
+
+    void addParameter(const EffectSyntax::FunctionParameter& parameter);
+    void addUniform(const EffectSyntax::FunctionParameter& parameter);
+    void addStructure(const EffectSyntax::FunctionParameter& parameter, const EffectSyntax::Piece& structure);
+    void addResult();
+    void addOutput(const EffectSyntax::Type& type, const Token& name, const std::optional<Token>& semantic,
+                   const std::string& expression);
+    void addColour(const EffectSyntax::Type& type, const Token& name, const std::optional<Token>& semantic,
+                   const std::string& expression);
+    std::string input(const EffectSyntax::Type& type, const Token& name, bool array,
+                      const std::optional<Token>& semantic) const;
+    const EffectSyntax::Piece* structureNamed(const Token& name) const;
+    std::string newVariable(const EffectSyntax::Type& type);
+
+    const EffectSyntax& syntax_;
+    const EffectSyntax::Piece& entry_;
+    const EffectSyntax::Pass& pass_;
+    std::vector<std::string> before_;
+    std::vector<Argument> arguments_;
+    std::string receiver_; ///< "TYPE variable = " before the call
+    std::string colour_;   ///< the expression of the result, after the call
+    bool givesCodes_ = false;
+    std::size_t usedArguments_ = 0;
+    std::size_t variables_ = 0;
+};
+
+} // namespace Qx::Host::Effects

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "host/effects/framework/EffectSyntax.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Qx::Host::Effects {
+
+/// What to add to a message of the HLSL compiler about a name that it does not know, such as " (did you mean
+/// X?)"; empty when there is nothing to say. `piece` is the piece of the effect that the message is about.
+std::string hintFor(std::string_view message, const EffectSyntax& syntax, std::optional<std::size_t> piece);
+
+} // namespace Qx::Host::Effects

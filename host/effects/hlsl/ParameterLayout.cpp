@@ -1,0 +1,221 @@
+#include "host/effects/hlsl/ParameterLayout.h"
+
+#include "host/core/Suggestion.h"
+#include "host/effects/framework/Preprocessor.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace Qx::Host::Effects {
+namespace {
+
+using Semantic = CompiledEffect::Semantic;
+
+constexpr std::uint32_t roundUp(std::uint32_t value, std::uint32_t to)
+{
+    return (value + to - 1) / to * to;
+}
+
+std::array<std::byte, 4> encode(double value, CompiledEffect::ScalarType type)
+{
+    std::array<std::byte, 4> bytes{};
+    if (type == CompiledEffect::ScalarType::Float) {
+        const auto number = static_cast<float>(value);
+        std::memcpy(bytes.data(), &number, sizeof number);
+    } else {
+        constexpr double least = std::numeric_limits<std::int32_t>::min();
+        constexpr double most = std::numeric_limits<std::int32_t>::max();
+        const auto number = static_cast<std::int32_t>(std::clamp(value, least, most));
+        std::memcpy(bytes.data(), &number, sizeof number);
+    }
+    return bytes;
+}
+
+std::vector<std::byte> encodeDefault(const EffectSyntax::Parameter& syntax,
+                                     const CompiledEffect::Parameter& parameter,
+                                     const ParameterPlacement& placement)
+{
+    std::vector<std::byte> bytes(parameter.bytes);
+    if (!syntax.defaultValue) {
+        return bytes;
+    }
+    const std::vector<double>& values = syntax.defaultValue->components;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (!(std::abs(values[i]) <= std::numeric_limits<float>::max())) {
+            throw CompileError(syntax.name.at,
+                               "the default of " + inQuotes(syntax.name.text) + " is not a finite number");
+        }
+        const std::size_t at = i / parameter.columns * placement.rowStride + i % parameter.columns * 4;
+        const std::array<std::byte, 4> encoded = encode(values[i], parameter.type);
+        std::copy(encoded.begin(), encoded.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    }
+    return bytes;
+}
+
+constexpr std::array<std::string_view, 4> semanticNames{"TEXTURESIZE", "TEXTUREMAXCODE", "TARGETSIZE",
+                                                        "TARGETMAXCODE"};
+
+Semantic semanticNamed(std::string_view name)
+{
+    const auto* const found =
+        std::find_if(semanticNames.begin(), semanticNames.end(),
+                     [&](std::string_view word) { return equalIgnoringCase(name, word); });
+    // The names stand in the order of the semantics, which begin with None.
+    return found == semanticNames.end() ? Semantic::None
+                                        : static_cast<Semantic>(1 + (found - semanticNames.begin()));
+}
+
+void warnOfLikelySemantic(const Token& semantic, Problems& problems)
+{
+    const std::string likely = didYouMean(semantic.text, semanticNames);
+    if (!likely.empty()) {
+        problems.warn({semantic.at, "semantic " + inQuotes(semantic.text) + " means nothing here" + likely});
+    }
+}
+
+std::uint32_t textureNamed(std::string_view name, Location at, const CompiledEffect& effect)
+{
+    std::vector<std::string_view> known;
+    for (std::uint32_t i = 0; i < effect.textures.size(); ++i) {
+        if (effect.textures[i].name == name) {
+            return i;
+        }
+        known.push_back(effect.textures[i].name);
+    }
+    throw CompileError(at, "there is no texture " + inQuotes(name) + didYouMean(name, known));
+}
+
+/// Reports what is wrong with one property of a thing and leaves it as it was.
+template <typename Step>
+void tolerate(Problems& problems, const Step& step)
+{
+    try {
+        step();
+    } catch (const CompileError& error) {
+        problems.fail(error);
+    }
+}
+
+void resolveSemantic(const EffectSyntax::Parameter& syntax, const CompiledEffect& effect,
+                     CompiledEffect::Parameter& parameter, Problems& problems)
+{
+    if (!syntax.semantic) {
+        return;
+    }
+    parameter.semantic = semanticNamed(syntax.semantic->text);
+    if (parameter.semantic == Semantic::None) {
+        warnOfLikelySemantic(*syntax.semantic, problems);
+        return; // authors and other programs have their own
+    }
+    const std::string semantic = inQuotes(syntax.semantic->text);
+    const bool size =
+        parameter.semantic == Semantic::TextureSize || parameter.semantic == Semantic::TargetSize;
+    const std::uint32_t columns = size ? 2 : 1;
+    if (parameter.type != CompiledEffect::ScalarType::Float || parameter.rows != 1 ||
+        parameter.elements != 0 || parameter.columns != columns) {
+        throw CompileError(syntax.semantic->at,
+                           "a parameter with semantic " + semantic + " is a " + (size ? "float2" : "float"));
+    }
+    if (parameter.semantic == Semantic::TargetSize || parameter.semantic == Semantic::TargetMaxCode) {
+        return;
+    }
+    const auto& annotations = syntax.annotations;
+    const auto found = std::find_if(annotations.begin(), annotations.end(), [](const auto& annotation) {
+        return equalIgnoringCase(annotation.name.text, "Texture");
+    });
+    if (found == annotations.end()) {
+        throw CompileError(syntax.semantic->at,
+                           "semantic " + semantic + " needs an annotation: < string Texture = \"NAME\"; >");
+    }
+    parameter.semanticTexture = effect.textures[textureNamed(found->value, found->at, effect)].name;
+}
+
+void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effect, Problems& problems)
+{
+    CompiledEffect::Parameter parameter;
+    const NumericType& type = *syntax.type.numeric;
+    parameter.name = syntax.name.text;
+    parameter.type = type.scalar == NumericType::Scalar::Int    ? CompiledEffect::ScalarType::Int
+                     : type.scalar == NumericType::Scalar::Bool ? CompiledEffect::ScalarType::Bool
+                                                                : CompiledEffect::ScalarType::Float;
+    parameter.rows = type.rows;
+    parameter.columns = type.columns;
+    parameter.elements = syntax.elements;
+    parameter.annotations = plainAnnotations(syntax.annotations);
+    tolerate(problems, [&] { resolveSemantic(syntax, effect, parameter, problems); });
+    const ParameterPlacement placement = placementOf(parameter);
+    parameter.offset = roundUp(effect.uniformBytes, placement.alignment);
+    parameter.bytes = placement.bytes;
+    tolerate(problems, [&] { parameter.defaultValue = encodeDefault(syntax, parameter, placement); });
+    effect.uniformBytes = parameter.offset + parameter.bytes;
+    if (effect.uniformBytes > Limits::uniformBytes) {
+        throw LimitError(syntax.name.at, "the parameters up to " + inQuotes(syntax.name.text) + " take " +
+                                             std::to_string(effect.uniformBytes) + " bytes; " +
+                                             std::to_string(Limits::uniformBytes) + " are there");
+    }
+    effect.parameters.push_back(std::move(parameter));
+}
+
+void resolveSampler(const EffectSyntax::Sampler& syntax, CompiledEffect& effect, Problems& problems)
+{
+    CompiledEffect::Sampler sampler;
+    sampler.name = syntax.name.text;
+    tolerate(problems,
+             [&] { sampler.texture = textureNamed(syntax.texture.text, syntax.texture.at, effect); });
+    sampler.filter = syntax.filter;
+    sampler.addressU = syntax.addressU;
+    sampler.addressV = syntax.addressV;
+    effect.samplers.push_back(std::move(sampler));
+}
+
+} // namespace
+
+ParameterPlacement placementOf(const CompiledEffect::Parameter& parameter)
+{
+    const std::uint32_t rowBytes = parameter.columns * 4;
+    const bool strided = parameter.rows > 1 || parameter.elements > 0;
+    if (strided) {
+        return {16, 16, parameter.rows * std::max(parameter.elements, 1U) * 16};
+    }
+    return {parameter.columns == 1 ? 4U : parameter.columns == 2 ? 8U : 16U, rowBytes, rowBytes};
+}
+
+std::vector<CompiledEffect::Annotation>
+plainAnnotations(const std::vector<EffectSyntax::Annotation>& annotations)
+{
+    std::vector<CompiledEffect::Annotation> plain;
+    plain.reserve(annotations.size());
+    for (const EffectSyntax::Annotation& annotation : annotations) {
+        plain.push_back(
+            {std::string(annotation.type.text), std::string(annotation.name.text), annotation.value});
+    }
+    return plain;
+}
+
+void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Problems& problems)
+{
+    for (const EffectSyntax::Texture& texture : syntax.textures) {
+        effect.textures.push_back({std::string(texture.name.text), plainAnnotations(texture.annotations)});
+    }
+    for (const EffectSyntax::Sampler& sampler : syntax.samplers) {
+        resolveSampler(sampler, effect, problems);
+    }
+    effect.uniformBytes = sizeof(CompiledEffect::SystemUniforms);
+    for (const EffectSyntax::Parameter& parameter : syntax.parameters) {
+        layOutParameter(parameter, effect, problems);
+    }
+    effect.textureUniforms = roundUp(effect.uniformBytes, 16);
+    const std::size_t bytes =
+        effect.textureUniforms + effect.textures.size() * sizeof(CompiledEffect::TextureUniforms);
+    if (bytes > Limits::uniformBytes) {
+        throw LimitError(syntax.textures.back().name.at,
+                         "the parameters and textures of the effect take " + std::to_string(bytes) +
+                             " bytes; " + std::to_string(Limits::uniformBytes) + " are there");
+    }
+    effect.uniformBytes = static_cast<std::uint32_t>(bytes);
+}
+
+} // namespace Qx::Host::Effects

@@ -1,0 +1,318 @@
+#include "host/effects/hlsl/ShaderCompiler.h"
+
+#include "host/effects/CompiledEffect.h"
+#include "host/effects/hlsl/FetchRewriter.h"
+#include "host/effects/spirv/ExactArithmetic.h"
+#include "host/effects/spirv/FetchWidening.h"
+#include "host/effects/spirv/IndexArithmetic.h"
+#include "host/effects/spirv/Remainders.h"
+#include "host/effects/spirv/SpirvModule.h"
+#include "host/effects/spirv/UniformInputs.h"
+
+#include <glslang/Public/ResourceLimits.h>
+#include <glslang/Public/ShaderLang.h>
+#include <glslang/SPIRV/GlslangToSpv.h>
+#include <spirv-tools/libspirv.hpp>
+#include <spirv-tools/optimizer.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstddef>
+#include <exception>
+#include <map>
+#include <sstream>
+#include <string_view>
+#include <thread>
+
+#include <glslang/SPIRV/spirv.hpp>
+#include <pthread.h>
+
+namespace Qx::Host::Effects {
+namespace {
+
+constexpr auto target = SPV_ENV_VULKAN_1_1;
+
+/// glslang's process-wide tables, made on first use and kept: freeing them while another module of the
+/// process still compiles would take them from under it.
+void startGlslang()
+{
+    static const bool started = glslang::InitializeProcess();
+    static_cast<void>(started);
+}
+
+/// The first line with a place, "ERROR: 0:12: 'gain' : undeclared identifier", or else the first without.
+std::optional<CompiledShader::Message> firstError(const std::string& log)
+{
+    constexpr std::string_view mark = "ERROR: ";
+    constexpr std::string_view place = "0:";
+    std::optional<CompiledShader::Message> placeless;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, mark.size(), mark) != 0) {
+            continue;
+        }
+        line.erase(0, mark.size());
+        CompiledShader::Message message;
+        if (line.compare(0, place.size(), place) == 0) {
+            const char* const end = line.data() + line.size();
+            const char* const rest = std::from_chars(line.data() + place.size(), end, message.line).ptr;
+            line.erase(0, static_cast<std::size_t>(rest - line.data()));
+            line.erase(0, line.find_first_not_of(": "));
+        }
+        message.text = line;
+        if (message.line != 0 && !message.text.empty()) {
+            return message;
+        }
+        if (!placeless) {
+            placeless = message;
+        }
+    }
+    return placeless;
+}
+
+/// Empty after an error.
+std::vector<std::uint32_t> translate(const std::string& hlsl, std::optional<CompiledShader::Message>& error)
+{
+    glslang::TShader shader(EShLangFragment);
+    const char* const text = hlsl.c_str();
+    const int length = static_cast<int>(hlsl.size());
+    shader.setStringsWithLengths(&text, &length, 1);
+    shader.setEntryPoint("main");
+    shader.setSourceEntryPoint("main");
+    shader.setEnvInput(glslang::EShSourceHlsl, EShLangFragment, glslang::EShClientVulkan, 100);
+    shader.setEnvClient(glslang::EShClientVulkan, glslang::EShTargetVulkan_1_1);
+    shader.setEnvTarget(glslang::EShTargetSpv, glslang::EShTargetSpv_1_3);
+    const auto messages = static_cast<EShMessages>(EShMsgSpvRules | EShMsgVulkanRules | EShMsgReadHlsl |
+                                                   EShMsgHlslDX9Compatible | EShMsgSuppressWarnings);
+    constexpr int version = 100;
+    glslang::TProgram program;
+    bool good = shader.parse(GetDefaultResources(), version, false, messages);
+    if (good) {
+        program.addShader(&shader);
+        good = program.link(messages);
+    }
+    if (!good) {
+        error = firstError(std::string(shader.getInfoLog()) + '\n' + program.getInfoLog());
+        error = error.value_or(CompiledShader::Message{0, "the HLSL compiler refused the shader"});
+        return {};
+    }
+    std::vector<std::uint32_t> spirv;
+    glslang::SpvOptions options;
+    options.disableOptimizer = true; // it follows, after the fetches are in their place
+    glslang::GlslangToSpv(*program.getIntermediate(EShLangFragment), spirv, &options);
+    return spirv;
+}
+
+spvtools::MessageConsumer collectInto(std::string& text)
+{
+    return [&text](spv_message_level_t level, const char*, const spv_position_t&, const char* message) {
+        if (level <= SPV_MSG_ERROR) {
+            text += (text.empty() ? "" : "; ") + std::string(message);
+        }
+    };
+}
+
+template <class RegisterPasses>
+bool runPasses(std::vector<std::uint32_t>& spirv, std::string& problem, RegisterPasses registerPasses)
+{
+    spvtools::Optimizer optimizer(target);
+    optimizer.SetMessageConsumer(collectInto(problem));
+    registerPasses(optimizer);
+    spvtools::OptimizerOptions options;
+    options.set_run_validator(false); // the result is validated
+    std::vector<std::uint32_t> optimized;
+    if (!optimizer.Run(spirv.data(), spirv.size(), &optimized, options)) {
+        return false;
+    }
+    spirv = std::move(optimized);
+    return true;
+}
+
+bool optimize(std::vector<std::uint32_t>& spirv, std::string& problem)
+{
+    return runPasses(spirv, problem, [](spvtools::Optimizer& optimizer) {
+        optimizer.RegisterLegalizationPasses().RegisterPerformancePasses();
+        optimizer.RegisterPass(spvtools::CreateStripDebugInfoPass());
+    });
+}
+
+/// Follows up on numbers that have become constants, or equal, in a shader that has been optimized before:
+/// for a small part of the time.
+bool tidyUp(std::vector<std::uint32_t>& spirv, std::string& problem)
+{
+    return runPasses(spirv, problem, [](spvtools::Optimizer& optimizer) {
+        optimizer.RegisterPass(spvtools::CreateCCPPass())
+            .RegisterPass(spvtools::CreateSimplificationPass())
+            .RegisterPass(spvtools::CreateDeadBranchElimPass())
+            .RegisterPass(spvtools::CreateBlockMergePass())
+            .RegisterPass(spvtools::CreateRedundancyEliminationPass())
+            .RegisterPass(spvtools::CreateAggressiveDCEPass());
+    });
+}
+
+bool validate(const std::vector<std::uint32_t>& spirv, std::string& problem)
+{
+    spvtools::SpirvTools tools(target);
+    tools.SetMessageConsumer(collectInto(problem));
+    return tools.Validate(spirv);
+}
+
+/// Whether every device offers what the shader needs.
+bool needsOnlyCore(const std::vector<std::uint32_t>& spirv, std::string& problem)
+{
+    return Spirv::forEach(
+               spirv,
+               [&problem](const Spirv::Instruction& instruction) {
+                   const std::uint32_t capability = instruction[1];
+                   if (instruction.op() == spv::OpCapability && capability != spv::CapabilityShader &&
+                       capability != spv::CapabilityMatrix && capability != spv::CapabilityImageQuery &&
+                       capability != spv::CapabilityDerivativeControl &&
+                       capability != spv::CapabilitySampledBuffer) {
+                       problem = "it needs what not every device has (capability " +
+                                 std::to_string(capability) + ")";
+                   }
+               }) &&
+           problem.empty();
+}
+
+bool minglesPixels(const std::vector<std::uint32_t>& spirv)
+{
+    bool mingles = false;
+    Spirv::forEach(spirv, [&mingles](const Spirv::Instruction& instruction) {
+        const spv::Op op = instruction.op();
+        mingles = mingles || op == spv::OpKill || op == spv::OpTerminateInvocation ||
+                  op == spv::OpDemoteToHelperInvocation || (op >= spv::OpDPdx && op <= spv::OpFwidthCoarse);
+    });
+    return mingles;
+}
+
+std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spirv)
+{
+    std::map<std::uint32_t, std::uint32_t> bindings;
+    std::vector<std::uint32_t> read;
+    Spirv::forEach(spirv, [&](const Spirv::Instruction& instruction) {
+        if (instruction.op() == spv::OpDecorate && instruction[2] == spv::DecorationBinding) {
+            bindings[instruction[1]] = instruction[3];
+        } else if (instruction.op() == spv::OpVariable &&
+                   instruction[3] == spv::StorageClassUniformConstant) {
+            read.push_back(bindings[instruction[2]]);
+        }
+    });
+    std::sort(read.begin(), read.end());
+    return read;
+}
+
+/// Fits a shader that draws groups of texels to devices that pay for what such shaders do most.
+bool fitGroups(CompiledShader& shader, std::uint32_t sourceBits, std::string& problem)
+{
+    if (simplifyColumnArithmetic(shader.spirv) && !tidyUp(shader.spirv, problem)) {
+        return false;
+    }
+    const std::uint32_t texelBytes = sourceBits / 2;
+    const std::map<std::uint32_t, std::uint32_t> wide = widenFetches(shader.spirv, texelBytes);
+    if (!wide.empty() && !tidyUp(shader.spirv, problem)) {
+        return false;
+    }
+    shader.rows = passUniformsAsInputs(shader.spirv, CompiledEffect::GroupShader::mostRows);
+    for (const std::uint32_t binding : samplerBindings(shader.spirv)) {
+        const auto found = wide.find(binding);
+        shader.texelBytes.push_back(found != wide.end() ? found->second : texelBytes);
+    }
+    return true;
+}
+
+CompiledShader compileShader(const std::string& hlsl, std::uint32_t groupedSourceBits)
+{
+    CompiledShader shader;
+    shader.spirv = translate(hlsl, shader.error);
+    if (shader.spirv.empty()) {
+        return shader;
+    }
+    useRemaindersOfHlsl(shader.spirv);
+    keepArithmeticAsWritten(shader.spirv);
+    std::string problem;
+    if (!rewriteFetches(shader.spirv, {std::begin(fetchFunctions), std::end(fetchFunctions)}) ||
+        !optimize(shader.spirv, problem) ||
+        (groupedSourceBits != 0 && !fitGroups(shader, groupedSourceBits, problem)) ||
+        !validate(shader.spirv, problem) || !needsOnlyCore(shader.spirv, problem)) {
+        shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
+        shader.spirv.clear();
+        return shader;
+    }
+    shader.bindings = samplerBindings(shader.spirv);
+    shader.minglesPixels = minglesPixels(shader.spirv);
+    return shader;
+}
+
+/// What the threads of one compileShaders share: each takes the next text until there is none.
+struct Work
+{
+    const std::vector<std::string>& hlsl;
+    const std::uint32_t groupedSourceBits;
+    std::vector<CompiledShader>& shaders;
+    std::atomic<std::size_t> next{0};
+
+    void run()
+    {
+        for (std::size_t i = next++; i < hlsl.size(); i = next++) {
+            try {
+                shaders[i] = compileShader(hlsl[i], groupedSourceBits);
+            } catch (const std::exception& error) {
+                shaders[i].spirv.clear();
+                shaders[i].error = {0, std::string("the shader compiler failed: ") + error.what()};
+            }
+        }
+    }
+};
+
+void* runWork(void* work)
+{
+    static_cast<Work*>(work)->run();
+    return nullptr;
+}
+
+} // namespace
+
+std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl,
+                                           std::uint32_t groupedSourceBits)
+{
+    constexpr std::size_t stackBytes = 256U << 20U; // address space; memory only as far as it is used
+    constexpr std::size_t mostThreads = 4;
+    startGlslang();
+    std::vector<CompiledShader> shaders(hlsl.size());
+    Work work{hlsl, groupedSourceBits, shaders};
+    const std::size_t count =
+        std::min({mostThreads, hlsl.size(),
+                  static_cast<std::size_t>(std::max(std::thread::hardware_concurrency(), 1U))});
+    std::vector<pthread_t> threads;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stackBytes);
+    while (threads.size() < count) {
+        pthread_t thread{};
+        if (pthread_create(&thread, &attributes, &runWork, &work) != 0) {
+            break;
+        }
+        threads.push_back(thread);
+    }
+    pthread_attr_destroy(&attributes);
+    for (const pthread_t thread : threads) {
+        pthread_join(thread, nullptr);
+    }
+    for (std::size_t i = 0; i < shaders.size(); ++i) {
+        if (shaders[i].spirv.empty() && !shaders[i].error) {
+            shaders[i].error = {0, "no thread could be started to compile the shader"};
+        }
+    }
+    return shaders;
+}
+
+std::string shaderCompilerVersion()
+{
+    const glslang::Version version = glslang::GetVersion();
+    return "glslang " + std::to_string(version.major) + '.' + std::to_string(version.minor) + '.' +
+           std::to_string(version.patch) + version.flavor + ", " + spvSoftwareVersionDetailsString();
+}
+
+} // namespace Qx::Host::Effects

@@ -1,0 +1,135 @@
+#include "image/SurfaceUtilities.h"
+#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Interruption.h"
+#include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/media/ClipReader.h"
+#include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/output/FrameDelivery.h"
+#include "tools/qxhost/pipeline/output/PictureOutput.h"
+
+#include <atomic>
+#include <fmt/format.h>
+
+namespace Qx::Program {
+
+namespace {
+
+Media::OutputSettings settingsFor(const BlackOptions& options)
+{
+    Media::OutputSettings settings;
+    settings.width = static_cast<int>(options.width);
+    settings.height = static_cast<int>(options.height);
+    settings.frameRate = options.frameRate;
+    settings.timeBase = {options.frameRate.den, options.frameRate.num};
+    settings.alpha = options.transparent;
+    settings.colour.matrix = Media::matrixForWidth(settings.width);
+    settings.force = options.force;
+    settings.expectedFrames = options.frames;
+    if (options.format) {
+        settings.stored = writtenLayout(*options.format, options.output, options.width, options.height,
+                                        static_cast<std::size_t>(options.outputRowBytes));
+    }
+    return settings;
+}
+
+void refuseSizes(const BlackOptions& options)
+{
+    constexpr auto largest = static_cast<unsigned>(Media::ClipReader::largestSide);
+    if (options.width > largest || options.height > largest) {
+        throw Failure(ExitCode::usage, fmt::format("--size {}x{}: the largest is {} each way", options.width,
+                                                   options.height, largest));
+    }
+}
+
+/// The frame in host memory. Throws Failure (device).
+Image::Surface makeFrame(const BlackOptions& options)
+{
+    const XY<int> size{static_cast<int>(options.width), static_cast<int>(options.height)};
+    const Image::Surface black = Image::createBlackGPUSurface(
+        size, options.transparent ? Image::TransparencyType::Straight : Image::TransparencyType::Opaque);
+    Image::Surface frame;
+    if (black.getGPUSurface()) {
+        frame = options.format ? FrameDelivery(*options.format).fromPicture(black) : black.copyToHost();
+    }
+    if (!frame.getHostImage()) {
+        failOnDevice(size.x, size.y);
+    }
+    return frame;
+}
+
+/// False when it was interrupted.
+bool writeFrames(const BlackOptions& options, const Image::Surface& frame, Media::iFrameWriter& writer,
+                 const std::atomic<bool>& stopped)
+{
+    const Qx::Ptr<iHostImage> image = frame.getHostImage();
+    const void* rows = image->map(iHostImage::Read);
+    if (rows == nullptr) {
+        failOnDevice(static_cast<int>(options.width), static_cast<int>(options.height));
+    }
+    for (std::int64_t n = 0; n < options.frames; ++n) {
+        if (stopped) {
+            return false;
+        }
+        const Media::Status written =
+            writer.write(rows, static_cast<std::ptrdiff_t>(image->getPitch()), {n, 1, {}});
+        if (!written) {
+            throw Failure(ExitCode::output, written.text());
+        }
+    }
+    if (const Media::Status finished = writer.finish(); !finished) {
+        throw Failure(ExitCode::output, finished.text());
+    }
+    return true;
+}
+
+Json describe(const BlackOptions& options, const Media::iFrameWriter& writer)
+{
+    Json run;
+    run["output"] = options.output.string();
+    run["files"] = Json::array();
+    for (const std::filesystem::path& file : writer.files()) {
+        run["files"].push_back(file.string());
+    }
+    run["format"] = writer.description();
+    run["frames"] = options.frames;
+    run["width"] = options.width;
+    run["height"] = options.height;
+    run["warnings"] = writer.warnings();
+    return run;
+}
+
+} // namespace
+
+ExitCode runBlack(const BlackOptions& options, Console& console)
+{
+    console.setQuiet(options.quiet);
+    refuseSizes(options);
+    const HostSession host(options.device, &console);
+    const Image::Surface frame = makeFrame(options);
+    std::atomic<bool> stopped{false};
+    const Interruption interruption([&] { stopped = true; }); // from here on there are files to clean up
+    auto writer = Media::openWriter(options.output, settingsFor(options));
+    if (!writer) {
+        throw Failure(ExitCode::output, writer.text());
+    }
+    if (!writeFrames(options, frame, *writer.value(), stopped)) {
+        writer.value().reset();
+        throw Failure(ExitCode::interrupted,
+                      "interrupted; " + options.output.string() + " was not completed");
+    }
+    for (const std::string& warning : writer.value()->warnings()) {
+        console.note(warning);
+    }
+    console.note(fmt::format("{}: {} {} of black, {} x {} ({})",
+                             writtenFiles(writer.value()->files(), options.output), options.frames,
+                             options.frames == 1 ? "frame" : "frames", options.width, options.height,
+                             writer.value()->description()));
+    if (options.json) {
+        console.data(jsonText(describe(options, *writer.value())));
+    }
+    return ExitCode::ok;
+}
+
+} // namespace Qx::Program

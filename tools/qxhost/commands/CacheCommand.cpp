@@ -1,0 +1,73 @@
+#include "host/Host.h"
+#include "host/core/Printable.h"
+#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace Qx::Program {
+
+namespace {
+
+Json describe(const Host::CacheInfo& info)
+{
+    return {{"directory", std::string(info.directory.view())},
+            {"enabled", info.enabled},
+            {"problem", std::string(info.problem.view())},
+            {"limitBytes", info.limitBytes},
+            {"effects", {{"count", info.effects}, {"bytes", info.effectBytes}}},
+            {"pipelines", {{"count", info.pipelines}, {"bytes", info.pipelineBytes}}}};
+}
+
+std::string kib(std::uint64_t bytes)
+{
+    return fmt::format("{} KiB", (bytes + 1023) / 1024);
+}
+
+std::string stateOf(const Host::CacheInfo& info)
+{
+    if (!info.enabled) {
+        return "off, by the settings cache and cache_mib";
+    }
+    return info.problem.empty() ? "in use" : fmt::format("not used: {}", info.problem.view());
+}
+
+std::string table(const Host::CacheInfo& info)
+{
+    return fmt::format("directory  {}\n"
+                       "state      {}\n"
+                       "effects    {}, {}\n"
+                       "pipelines  {}, {}\n"
+                       "limit      {}\n",
+                       Host::printable(info.directory.view()), stateOf(info), info.effects,
+                       kib(info.effectBytes), info.pipelines, kib(info.pipelineBytes), kib(info.limitBytes));
+}
+
+} // namespace
+
+ExitCode runEffectsCache(const EffectsCacheOptions& options, Console& console)
+{
+    const Host::CacheInfo info = Host::cacheInfo();
+    tellComplaints(console);
+    if (options.action == EffectsCacheOptions::Action::Info) {
+        console.data(options.json ? jsonText(describe(info)) : table(info));
+        return ExitCode::ok;
+    }
+    const std::string directory(info.directory.view());
+    if (const LightweightString<char> problem = Host::clearCache(); !problem.empty()) {
+        throw Failure(ExitCode::output, directory + ": cannot be cleared: " + std::string(problem.view()) +
+                                            "; remove the directory yourself");
+    }
+    const Host::CacheInfo after = Host::cacheInfo();
+    const std::uint64_t removed =
+        info.effectBytes + info.pipelineBytes -
+        std::min(info.effectBytes + info.pipelineBytes, after.effectBytes + after.pipelineBytes);
+    console.data(options.json ? jsonText({{"directory", directory}, {"removedBytes", removed}})
+                              : fmt::format("{}: {} removed\n", Host::printable(directory), kib(removed)));
+    return ExitCode::ok;
+}
+
+} // namespace Qx::Program

@@ -1,0 +1,411 @@
+#include "QxFxResources/GPUColourConverter.h"
+#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Interruption.h"
+#include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/console/ProgressDisplay.h"
+#include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/pipeline/FramePipeline.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/burnin/BurnIn.h"
+#include "tools/qxhost/pipeline/burnin/TimeCode.h"
+#include "tools/qxhost/pipeline/effects/EffectChain.h"
+#include "tools/qxhost/pipeline/effects/EffectFile.h"
+#include "tools/qxhost/pipeline/effects/LutFile.h"
+#include "tools/qxhost/pipeline/input/ColourChoice.h"
+#include "tools/qxhost/pipeline/output/PictureOutput.h"
+
+#include <chrono>
+#include <fmt/format.h>
+#include <memory>
+
+namespace Qx::Program {
+
+namespace {
+
+using InputPtr = std::unique_ptr<iFrameInput>;
+using WriterPtr = std::unique_ptr<Media::iFrameWriter>;
+
+/// A conversion and everything that was decided before its first frame.
+struct Conversion
+{
+    const ConvertOptions& options;
+    InputPtr input;
+    ColourChoice colour;
+    std::optional<FrameDelivery> delivery; ///< to the pixel format asked for
+    bool keepCodes = false;                ///< YCrCb is passed on as it is
+    Media::OutputSettings settings;
+    WriterPtr writer;
+    std::int64_t frames = 0; ///< written
+    double seconds = 0;
+
+    const Media::StreamInfo& info() const { return input->info(); }
+    bool complete() const { return input->problemCount() == 0; } ///< nothing of the input was lost
+    double framesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
+};
+
+void refuseSameFile(const ConvertOptions& options)
+{
+    std::error_code ignored;
+    if (std::filesystem::equivalent(options.input, options.output, ignored)) {
+        throw Failure(ExitCode::output,
+                      options.output.string() + ": is the input itself; choose another name");
+    }
+}
+
+InputPtr openInput(const ConvertOptions& options)
+{
+    // Audio that began before the first frame converted would be out of step.
+    const bool keepAudio = options.audio && options.start == 0 && !Media::writesPictures(options.output);
+    return openFrameInput(options, keepAudio);
+}
+
+/// Frames go from one YCrCb format to another without anything that needs RGB.
+bool passesCodes(const ConvertOptions& options, const Media::StreamInfo& info)
+{
+    return options.format && options.format->isYCrCb() && !holdsRgb(info) && options.effects.empty() &&
+           options.burnIn.text.empty() && std::holds_alternative<std::monostate>(options.step);
+}
+
+/// Frames that will be converted, as far as the input tells; 0 when it does not.
+std::int64_t expectedFrames(const ConvertOptions& options, const Media::StreamInfo& info)
+{
+    if (info.frameCount <= 0) {
+        return options.frames;
+    }
+    const std::int64_t left = std::max<std::int64_t>(info.frameCount - options.start, 0);
+    return options.frames > 0 ? std::min(options.frames, left) : left;
+}
+
+/// The depth that loses nothing of the input, nor of the format that is to leave.
+Media::Depth depthOf(const Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    if (conversion.keepCodes) {
+        return options.format->isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
+    }
+    const bool deep = options.format && options.format->isDeep();
+    return options.depth.value_or(deep ? Media::Depth::bits16 : conversion.info().naturalDepth);
+}
+
+/// The tags of what the library's encoding makes, or of what is passed on.
+Media::Colour storedColour(const Conversion& conversion)
+{
+    Media::Colour colour = conversion.colour.forWriting;
+    // A guess is worth a note where something is made by it, and no tag where codes are passed on.
+    colour.rangeGuessed = conversion.keepCodes && conversion.colour.rangeGuessed;
+    colour.matrixGuessed = conversion.keepCodes && conversion.colour.matrixGuessed;
+    if (conversion.options.format->isYCrCb() && !conversion.keepCodes) {
+        colour.range = Media::Range::video;
+        colour.matrix = Media::matrixForWidth(conversion.settings.width);
+        colour.matrixTag = 2;
+    }
+    return colour;
+}
+
+/// Of the RGB on the way.
+Media::Range rgbRange(const Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    if (options.outputRange == Media::Range::video &&
+        (holdsRgb(conversion.info()) || (options.format && options.format->isYCrCb()))) {
+        throw Failure(ExitCode::usage,
+                      holdsRgb(conversion.info())
+                          ? "--output-range video: " + options.input.string() +
+                                " holds RGB, whose codes are kept as they are"
+                          : "--output-range video: the RGB on the way to " + options.format->name() +
+                                " is of full range, and what is written is of video range without it");
+    }
+    // Effects are written for full range. Without one, video range loses nothing on its way to YCbCr.
+    const bool full = !options.effects.empty() || options.format || holdsRgb(conversion.info());
+    return options.outputRange.value_or(full ? Media::Range::full
+                                             : Media::bestRgbRange(options.output, conversion.settings));
+}
+
+/// Of the first frame that a clip will have; empty without one, and where the input's makes no sense.
+std::string firstTimeCode(const ConvertOptions& options, const Media::StreamInfo& info)
+{
+    const auto code = TimeCode::startingAt(info.timeCode, info.frameRate);
+    if (!code || std::holds_alternative<ShrinkPicture>(options.step)) {
+        return {};
+    }
+    const bool fields = std::holds_alternative<SeparateFields>(options.step);
+    return fields ? code->ofFields().label(2 * options.start) : code->label(options.start);
+}
+
+void fillSettings(Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    const Media::StreamInfo info = afterStep(options, conversion.info());
+    Media::OutputSettings& settings = conversion.settings;
+    settings.width = info.width;
+    settings.height = info.height;
+    settings.depth = depthOf(conversion);
+    if (info.frameRate.num > 0) {
+        settings.frameRate = info.frameRate;
+    }
+    settings.timeBase = info.timeBase;
+    settings.sampleAspect = info.sampleAspect;
+    settings.fieldOrder = info.fieldOrder;
+    settings.orientation = info.orientation;
+    settings.timeCode = firstTimeCode(options, conversion.info());
+    settings.colour = conversion.colour.forWriting;
+    settings.encoder = options.codec;
+    settings.pixelFormat = options.pixelFormat;
+    settings.force = options.force;
+    settings.kept = conversion.input->files();
+    settings.expectedFrames = expectedFrames(options, conversion.info()) * picturesEach(options.step);
+    settings.audio = conversion.input->audio();
+    if (options.format) {
+        settings.stored = writtenLayout(*options.format, options.output, static_cast<unsigned>(info.width),
+                                        static_cast<unsigned>(info.height),
+                                        static_cast<std::size_t>(options.outputRowBytes));
+        settings.colour = storedColour(conversion);
+    }
+    settings.rgbRange = rgbRange(conversion);
+}
+
+WriterPtr openOutput(const Conversion& conversion)
+{
+    auto writer = Media::openWriter(conversion.options.output, conversion.settings);
+    if (!writer) {
+        throw Failure(ExitCode::output, writer.text());
+    }
+    return std::move(writer.value());
+}
+
+/// Has the library obtain its effect now, where a failure has a place and does not cost frames.
+void prepareConversion()
+{
+    if (!Image::ColourConversion::isInitialised() && !Image::ColourConversion::init()) {
+        static_cast<void>(obtainEffect("ColourConvert.fx")); // for its messages
+        throw Failure(ExitCode::effect, "ColourConvert.fx: was not accepted; the log (qxhost.log) says why");
+    }
+}
+
+void noteDecisions(const Conversion& conversion, Console& console)
+{
+    const ConvertOptions& options = conversion.options;
+    for (const std::string& note : conversion.colour.notes) {
+        if (!conversion.keepCodes) {
+            console.note(note);
+        }
+    }
+    if (options.audio && options.start > 0 && conversion.info().hasAudio &&
+        !Media::writesPictures(options.output)) {
+        console.note("the audio is left out, because --start leaves out the frames that it begins with");
+    }
+    const std::string& timeCode = conversion.info().timeCode;
+    if (!timeCode.empty() && !Media::writesPictures(options.output) &&
+        !TimeCode::startingAt(timeCode, conversion.info().frameRate)) {
+        console.note("time code " + timeCode + " is left out: it is none at the clip's frame rate");
+    }
+    const bool keepsAlpha = options.format && !options.format->isYCrCb();
+    if (conversion.info().hasAlpha && !keepsAlpha) {
+        console.note(options.input.string() + " has alpha, which is left out; the output is opaque");
+    }
+    if (conversion.info().hasFullChroma && !holdsRgb(conversion.info())) {
+        console.note(options.input.string() + " (" + conversion.info().pixelFormat +
+                     ") holds colour for every pixel; it passes through 4:2:2, which keeps half of that");
+    }
+    for (const EffectRequest& effect : options.effects) {
+        const std::string remark = effect.lut.empty() ? std::string() : inexactness(effect.lut);
+        if (!remark.empty()) {
+            console.note(remark);
+        }
+    }
+    if (deviceIsSoftware()) {
+        console.note("converting on " + deviceName() +
+                     ", which is software on the processor and no GPU; expect it to be slow");
+    }
+}
+
+/// What is only known in the end. A line for each.
+std::vector<std::string> warningsOf(const Conversion& conversion)
+{
+    std::vector<std::string> warnings = conversion.writer->warnings();
+    const std::vector<std::string>& problems = conversion.input->problems();
+    warnings.insert(warnings.end(), problems.begin(), problems.end());
+    const std::int64_t unlisted =
+        conversion.input->problemCount() - static_cast<std::int64_t>(problems.size());
+    if (unlisted > 0) {
+        warnings.push_back(fmt::format("{}: {} more problems", conversion.options.input.string(), unlisted));
+    }
+    return warnings;
+}
+
+Json describeSource(const Conversion& conversion)
+{
+    const Media::StreamInfo& info = conversion.info();
+    Json source;
+    source["codec"] = info.codec;
+    source["pixelFormat"] = info.pixelFormat;
+    source["matrix"] = nameOf(conversion.colour.matrix);
+    source["matrixGuessed"] = conversion.colour.matrixGuessed && !conversion.keepCodes;
+    source["range"] = nameOf(conversion.colour.range);
+    source["rangeGuessed"] = conversion.colour.rangeGuessed && !conversion.keepCodes;
+    return source;
+}
+
+Json describeRun(const Conversion& conversion)
+{
+    Json run;
+    run["input"] = conversion.options.input.string();
+    run["output"] = conversion.options.output.string();
+    run["files"] = Json::array();
+    for (const std::filesystem::path& file : conversion.writer->files()) {
+        run["files"].push_back(file.string());
+    }
+    run["format"] = conversion.writer->description();
+    run["frames"] = conversion.frames;
+    run["complete"] = conversion.complete();
+    run["width"] = conversion.settings.width;
+    run["height"] = conversion.settings.height;
+    run["bitsPerComponent"] = conversion.options.format ? static_cast<int>(conversion.options.format->bits)
+                                                        : static_cast<int>(conversion.settings.depth);
+    run["source"] = describeSource(conversion);
+    run["codesKept"] = conversion.keepCodes;
+    run["outputRange"] = conversion.keepCodes ? Json() : Json(nameOf(conversion.settings.rgbRange));
+    run["device"]["name"] = deviceName();
+    run["device"]["software"] = deviceIsSoftware();
+    run["seconds"] = conversion.seconds;
+    run["framesPerSecond"] = conversion.framesPerSecond();
+    run["warnings"] = warningsOf(conversion);
+    return run;
+}
+
+std::string summary(const Conversion& conversion)
+{
+    return fmt::format("{}: {} {} ({}) in {:.1f} s, {:.1f} frames/s on {}",
+                       writtenFiles(conversion.writer->files(), conversion.options.output), conversion.frames,
+                       conversion.frames == 1 ? "frame" : "frames", conversion.writer->description(),
+                       conversion.seconds, conversion.framesPerSecond(), deviceName());
+}
+
+std::unique_ptr<BurnIn> prepareBurnIn(const Conversion& conversion, Console& console)
+{
+    const ConvertOptions& options = conversion.options;
+    if (options.burnIn.text.empty()) {
+        return nullptr;
+    }
+    std::vector<std::string> remarks;
+    auto burnIn = std::make_unique<BurnIn>(options.burnIn, options.input, conversion.info(), remarks);
+    for (const std::string& remark : remarks) {
+        console.note(remark);
+    }
+    return burnIn;
+}
+
+ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* burnIn)
+{
+    const ConvertOptions& options = conversion.options;
+    ConversionJob job{
+        .input = *conversion.input,
+        .effects = effects,
+        .source = {conversion.settings.depth, conversion.colour.range, conversion.colour.matrix},
+        .outputRange = conversion.settings.rgbRange == Media::Range::video ? Image::GamutScaling::Video
+                                                                           : Image::GamutScaling::Unscaled,
+        .filter = options.filter,
+        .burnIn = burnIn,
+        .step = options.step,
+        .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
+        .keepCodes = conversion.keepCodes,
+        .start = options.start,
+        .frames = options.frames};
+    if (auto* target = std::get_if<ShrinkPicture>(&job.step)) {
+        target->width = static_cast<unsigned>(conversion.settings.width);
+        target->height = static_cast<unsigned>(conversion.settings.height);
+    }
+    return job;
+}
+
+/// Runs the pipeline; false when it was interrupted.
+bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
+{
+    ProgressDisplay progress(console, conversion.settings.expectedFrames);
+    FramePipeline pipeline(job, [&](std::int64_t done) { progress.update(done); });
+    // From here on there are files to clean up.
+    const Interruption interruption([&] { pipeline.stop(); });
+    conversion.writer = openOutput(conversion);
+    const auto begin = std::chrono::steady_clock::now();
+    conversion.frames = pipeline.run(*conversion.writer);
+    if (pipeline.stopped()) {
+        conversion.writer.reset();
+        return false;
+    }
+    if (conversion.frames == 0) {
+        throw Failure(ExitCode::input,
+                      fmt::format("{}: has no frame to start from after --start {}; choose a smaller number",
+                                  conversion.options.input.string(), conversion.options.start));
+    }
+    if (const Media::Status finished = conversion.writer->finish(); !finished) {
+        throw Failure(ExitCode::output, finished.text());
+    }
+    conversion.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    return true;
+}
+
+/// Opens the input and decides everything that the first frame needs.
+Conversion decide(const ConvertOptions& options)
+{
+    refuseSameFile(options);
+    if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
+        requirePicture(options.output, "a thumbnail");
+    }
+    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, 0, 0};
+    conversion.colour = chooseColour(options, conversion.info());
+    conversion.keepCodes = passesCodes(options, conversion.info());
+    if (options.format) {
+        conversion.delivery.emplace(*options.format);
+    }
+    fillSettings(conversion);
+    return conversion;
+}
+
+} // namespace
+
+ExitCode runConvert(const ConvertOptions& options, Console& console)
+{
+    console.setQuiet(options.quiet);
+    Conversion conversion = decide(options);
+
+    const HostSession host(options.device, &console);
+    prepareConversion();
+    EffectChain effects(options.effects);
+    noteDecisions(conversion, console);
+    std::unique_ptr<BurnIn> burnIn = prepareBurnIn(conversion, console);
+    if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), console)) {
+        throw Failure(ExitCode::interrupted,
+                      "interrupted; " + options.output.string() + " was not completed");
+    }
+    for (const std::string& warning : warningsOf(conversion)) {
+        console.note(warning);
+    }
+    if (burnIn && !burnIn->remark().empty()) {
+        console.note(burnIn->remark());
+    }
+    console.note(summary(conversion));
+    if (options.json) {
+        console.data(jsonText(describeRun(conversion)));
+    }
+    if (!conversion.complete()) {
+        console.error(options.input.string() + ": is damaged or incomplete; " + options.output.string() +
+                      " holds what could be read of it");
+        return ExitCode::input;
+    }
+    return ExitCode::ok;
+}
+
+void convertQuietly(const ConvertOptions& options)
+{
+    Conversion conversion = decide(options);
+    prepareConversion();
+    EffectChain effects(options.effects);
+    conversion.writer = openOutput(conversion);
+    FramePipeline(jobOf(conversion, effects, nullptr), [](std::int64_t) {}).run(*conversion.writer);
+    if (const Media::Status finished = conversion.writer->finish(); !finished) {
+        throw Failure(ExitCode::output, finished.text());
+    }
+}
+
+} // namespace Qx::Program

@@ -1,0 +1,142 @@
+#include "host/core/Printable.h"
+#include "host/effects/EffectCompilation.h"
+#include "host/effects/framework/ParameterRange.h"
+#include "host/gpu/GPUService.h"
+#include "platform/Text.h"
+#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Wording.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/effects/EffectData.h"
+#include "tools/qxhost/pipeline/effects/EffectFile.h"
+
+#include <fmt/format.h>
+
+namespace Qx::Program {
+
+namespace {
+
+using Host::CompiledEffect;
+using Rows = std::vector<std::vector<std::string>>;
+
+std::string labelOf(const std::vector<CompiledEffect::Annotation>& annotations)
+{
+    CompiledEffect::Parameter parameter;
+    parameter.annotations = annotations;
+    return Host::rangeOf(parameter).label;
+}
+
+Rows techniqueRows(const CompiledEffect& effect)
+{
+    Rows rows{{"TECHNIQUE", "PASSES", "LABEL"}};
+    for (const CompiledEffect::Technique& technique : effect.techniques) {
+        std::vector<std::string> passes;
+        for (const CompiledEffect::Pass& pass : technique.passes) {
+            passes.push_back(pass.name.empty() ? "(unnamed)" : pass.name);
+        }
+        rows.push_back(
+            {technique.name, fmt::format("{}", fmt::join(passes, ", ")), labelOf(technique.annotations)});
+    }
+    return rows;
+}
+
+std::string defaultText(const CompiledEffect::Parameter& parameter)
+{
+    if (const std::string filled = filledWith(parameter); !filled.empty()) {
+        return "(" + filled + ")";
+    }
+    constexpr std::size_t most = 16; // numbers: a matrix; longer arrays are cut
+    std::vector<std::string> words;
+    const std::vector<double> values = defaultOf(parameter);
+    for (std::size_t i = 0; i < values.size() && i < most; ++i) {
+        const bool isBool = parameter.type == CompiledEffect::ScalarType::Bool;
+        words.push_back(isBool ? (values[i] != 0 ? "true" : "false")
+                               : fmt::format("{}", static_cast<float>(values[i])));
+    }
+    return fmt::format("{}{}", fmt::join(words, ", "), values.size() > most ? ", ..." : "");
+}
+
+std::string rangeText(const Host::ParameterRange& range)
+{
+    if (range.least && range.most) {
+        return fmt::format("{} to {}", *range.least, *range.most);
+    }
+    return range.least  ? fmt::format("from {}", *range.least)
+           : range.most ? fmt::format("to {}", *range.most)
+                        : "";
+}
+
+Rows parameterRows(const CompiledEffect& effect)
+{
+    Rows rows{{"PARAMETER", "TYPE", "DEFAULT", "RANGE", "LABEL"}};
+    for (const CompiledEffect::Parameter& parameter : effect.parameters) {
+        const Host::ParameterRange range = Host::rangeOf(parameter);
+        rows.push_back(
+            {parameter.name, typeOf(parameter), defaultText(parameter), rangeText(range), range.label});
+    }
+    return rows;
+}
+
+Rows textureRows(const CompiledEffect& effect)
+{
+    Rows rows{{"TEXTURE", "LABEL"}};
+    for (const CompiledEffect::Texture& texture : effect.textures) {
+        rows.push_back({texture.name, labelOf(texture.annotations)});
+    }
+    return rows;
+}
+
+Rows samplerRows(const CompiledEffect& effect)
+{
+    Rows rows{{"SAMPLER", "TEXTURE", "FILTER", "ADDRESS"}};
+    for (const CompiledEffect::Sampler& sampler : effect.samplers) {
+        rows.push_back({sampler.name, effect.textures[sampler.texture].name, nameOf(sampler.filter),
+                        nameOf(sampler.addressU) + ", " + nameOf(sampler.addressV)});
+    }
+    return rows;
+}
+
+/// A table for each kind of thing that the effect has.
+std::string tables(const CompiledEffect& effect)
+{
+    std::string text;
+    for (const Rows& rows :
+         {techniqueRows(effect), parameterRows(effect), textureRows(effect), samplerRows(effect)}) {
+        if (rows.size() > 1) {
+            text += (text.empty() ? "" : "\n") + table(rows);
+        }
+    }
+    return text;
+}
+
+} // namespace
+
+ExitCode runEffectsDescribe(const EffectsDescribeOptions& options, Console& console)
+{
+    const HostSession host(console);
+    std::error_code error;
+    const bool isPath = std::filesystem::exists(options.file, error);
+    const std::filesystem::path file = isPath ? options.file : effectPath(options.file.string());
+    if (!std::filesystem::exists(file, error)) {
+        throw Failure(ExitCode::input,
+                      file.string() + ": there is neither a file nor an effect of this name");
+    }
+    const LightweightString<char> path(std::string_view(file.native()));
+    const Host::EffectCompilation compilation = Host::gpuService().examineEffectFile(fromUTF8(path), {});
+    const bool good = compilation.effect != nullptr;
+    if (options.json) {
+        Json data{{"file", file.string()}, {"ok", good}};
+        if (good) {
+            data.update(effectData(*compilation.effect));
+        }
+        data["diagnostics"] = diagnosticsData(compilation.diagnostics);
+        console.data(jsonText(data));
+    } else if (good) {
+        console.data(tables(*compilation.effect));
+    } else {
+        console.error(file.string() + ": does not compile", compilation.messages);
+    }
+    return good ? ExitCode::ok : ExitCode::failed;
+}
+
+} // namespace Qx::Program

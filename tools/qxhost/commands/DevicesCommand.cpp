@@ -1,0 +1,79 @@
+#include "host/Host.h"
+#include "host/gpu/GPUService.h"
+#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace Qx::Program {
+
+namespace {
+
+using Devices = std::vector<Host::DeviceDescription>;
+
+Json describe(const Devices& devices)
+{
+    Json list = Json::array();
+    for (const Host::DeviceDescription& device : devices) {
+        Json entry;
+        entry["number"] = device.index;
+        entry["name"] = device.name;
+        entry["type"] = device.type;
+        entry["software"] = device.software;
+        entry["driver"] = device.driver;
+        entry["largestImage"] = device.largestImage;
+        entry["chosen"] = device.chosen;
+        entry["usable"] = device.unsupported.empty();
+        entry["lacks"] = device.unsupported;
+        list.push_back(entry);
+    }
+    return list;
+}
+
+std::string describe(const Host::DeviceDescription& device)
+{
+    std::string line = fmt::format("{} {}  {} ({}, {})\n", device.chosen ? '*' : ' ', device.index,
+                                   device.name, device.type, device.driver);
+    if (device.software) {
+        line += "       computes on the processor: right, but slow\n";
+    }
+    if (!device.unsupported.empty()) {
+        line += "       cannot be used: it lacks " + device.unsupported + "\n";
+    }
+    return line;
+}
+
+std::string table(const Devices& devices)
+{
+    std::string text;
+    for (const Host::DeviceDescription& device : devices) {
+        text += describe(device);
+    }
+    return text + "\n* is what conversions use; --device NAME|N chooses another.\n";
+}
+
+} // namespace
+
+ExitCode runDevices(const DevicesOptions& options, Console& console)
+{
+    Host::start({.argc = 0, .argv = nullptr, .device = nullptr, .quiet = true});
+    const bool usable = Host::gpuService().start();
+    const Devices devices = Host::gpuService().listDevices();
+    tellComplaints(console);
+    const std::string failure = Host::gpuService().failure();
+    Host::stop();
+    if (options.json) {
+        console.data(jsonText(describe(devices)));
+    } else if (!devices.empty()) {
+        console.data(table(devices));
+    }
+    if (!usable) {
+        console.error(failure);
+    }
+    return usable ? ExitCode::ok : ExitCode::device;
+}
+
+} // namespace Qx::Program

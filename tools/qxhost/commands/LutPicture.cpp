@@ -1,0 +1,315 @@
+#include "tools/qxhost/commands/LutPicture.h"
+
+#include "host/fonts/TextPainter.h"
+#include "host/luts/LUTReader.h"
+#include "platform/Font.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
+
+namespace Qx::Program {
+
+namespace {
+
+using Colour = std::array<float, 3>;
+
+struct Box
+{
+    int x;
+    int y;
+    int width;
+    int height;
+};
+
+constexpr int width = 1280;
+constexpr int height = 1016;
+constexpr int margin = 24;
+constexpr int heading = 60; ///< for the name of the LUT
+constexpr int titleSize = 17;
+constexpr int title = 30; ///< above each panel
+constexpr int panelWidth = (width - 3 * margin) / 2;
+constexpr int chartHeight = 400;
+constexpr int chartTop = heading + title;
+constexpr int lowerTop = chartTop + chartHeight + margin / 2 + title;
+constexpr int lowerHeight = height - margin - lowerTop;
+
+constexpr Box before{margin, chartTop, panelWidth, chartHeight};
+constexpr Box after{2 * margin + panelWidth, chartTop, panelWidth, chartHeight};
+constexpr Box curves{margin, lowerTop, panelWidth, lowerHeight};
+constexpr Box ramps{2 * margin + panelWidth, lowerTop, panelWidth, lowerHeight};
+
+constexpr Colour background{0.102F, 0.106F, 0.118F};
+constexpr Colour panel{0.145F, 0.149F, 0.165F};
+constexpr Colour gridLine{0.23F, 0.235F, 0.255F};
+constexpr Colour identityLine{0.45F, 0.46F, 0.49F};
+constexpr Colour brightText{0.93F, 0.935F, 0.945F};
+constexpr Colour plainText{0.66F, 0.67F, 0.70F};
+constexpr std::array<Colour, 3> channelLines{Colour{0.95F, 0.36F, 0.34F}, Colour{0.40F, 0.80F, 0.42F},
+                                             Colour{0.36F, 0.62F, 0.98F}};
+
+class Canvas
+{
+public:
+    Canvas() : picture_{width, height, std::vector<std::uint8_t>(std::size_t{4} * width * height, 255)}
+    {
+        fill({0, 0, width, height}, background);
+    }
+
+    void blend(int x, int y, const Colour& colour, float alpha)
+    {
+        if (x < 0 || y < 0 || x >= width || y >= height || alpha <= 0.0F) {
+            return;
+        }
+        std::uint8_t* texel =
+            &picture_.bytes[4 * (static_cast<std::size_t>(y) * width + static_cast<std::size_t>(x))];
+        for (std::size_t c = 0; c < 3; ++c) {
+            const float old = static_cast<float>(texel[c + 1]) / 255.0F;
+            const float mixed = old + std::min(alpha, 1.0F) * (std::clamp(colour[c], 0.0F, 1.0F) - old);
+            texel[c + 1] = static_cast<std::uint8_t>(std::lround(mixed * 255.0F));
+        }
+    }
+
+    void fill(const Box& box, const Colour& colour)
+    {
+        for (int y = box.y; y < box.y + box.height; ++y) {
+            for (int x = box.x; x < box.x + box.width; ++x) {
+                blend(x, y, colour, 1.0F);
+            }
+        }
+    }
+
+    LutPicture take() { return std::move(picture_); }
+
+private:
+    LutPicture picture_;
+};
+
+/// Every hue, from dark over full to bright, above patches and a grey ramp: u and v run over the chart.
+Colour chartAt(float u, float v)
+{
+    constexpr float hues = 0.62F;
+    constexpr float patches = 0.84F;
+    if (v >= patches) {
+        return {u, u, u};
+    }
+    if (v >= hues) {
+        // Skins, foliage, skies and neutrals: what people know by heart.
+        constexpr std::array<Colour, 12> known{
+            Colour{0.45F, 0.32F, 0.27F}, Colour{0.80F, 0.63F, 0.55F}, Colour{0.93F, 0.78F, 0.68F},
+            Colour{0.35F, 0.42F, 0.26F}, Colour{0.48F, 0.62F, 0.28F}, Colour{0.36F, 0.48F, 0.61F},
+            Colour{0.53F, 0.70F, 0.86F}, Colour{0.85F, 0.47F, 0.18F}, Colour{0.73F, 0.20F, 0.22F},
+            Colour{0.92F, 0.78F, 0.20F}, Colour{0.20F, 0.20F, 0.20F}, Colour{0.62F, 0.62F, 0.62F}};
+        return known[std::min<std::size_t>(static_cast<std::size_t>(u * 12.0F), known.size() - 1)];
+    }
+    Colour colour{};
+    const float level = 1.0F - v / hues;
+    for (std::size_t c = 0; c < 3; ++c) {
+        const float turn = u * 2.0F * std::numbers::pi_v<float> - static_cast<float>(c) * 2.0944F;
+        const float hue = std::clamp(0.5F + 0.65F * std::cos(turn), 0.0F, 1.0F);
+        colour[c] = level < 0.5F ? 2.0F * level * hue : hue + (2.0F * level - 1.0F) * (1.0F - hue);
+    }
+    return colour;
+}
+
+template <class Function>
+void paint(Canvas& canvas, const Box& box, Function&& colourAt)
+{
+    for (int y = 0; y < box.height; ++y) {
+        for (int x = 0; x < box.width; ++x) {
+            canvas.blend(box.x + x, box.y + y,
+                         colourAt(static_cast<float>(x) / static_cast<float>(box.width - 1),
+                                  static_cast<float>(y) / static_cast<float>(box.height - 1)),
+                         1.0F);
+        }
+    }
+}
+
+/// How the curves' panel shows numbers: its inside spans the inputs and outputs from low to high.
+struct Scale
+{
+    Box inside;
+    float low;
+    float high;
+
+    float x(float value) const
+    {
+        return static_cast<float>(inside.x) + part(value) * static_cast<float>(inside.width);
+    }
+    float y(float value) const
+    {
+        return static_cast<float>(inside.y) + (1.0F - part(value)) * static_cast<float>(inside.height);
+    }
+    float part(float value) const { return (value - low) / (high - low); }
+};
+
+/// A line through points, drawn as one so that its joints are no darker.
+void drawLine(Canvas& canvas, const Box& clip, const std::vector<std::array<float, 2>>& points,
+              const Colour& colour, float thickness)
+{
+    std::vector<float> coverage(static_cast<std::size_t>(clip.width) * static_cast<std::size_t>(clip.height));
+    const float reach = thickness / 2 + 1;
+    for (std::size_t i = 1; i < points.size(); ++i) {
+        const auto [ax, ay] = points[i - 1];
+        const auto [bx, by] = points[i];
+        const float dx = bx - ax;
+        const float dy = by - ay;
+        const float length = std::max(dx * dx + dy * dy, 1e-6F);
+        const int top = std::max(static_cast<int>(std::min(ay, by) - reach), clip.y);
+        const int bottom = std::min(static_cast<int>(std::max(ay, by) + reach), clip.y + clip.height - 1);
+        const int left = std::max(static_cast<int>(std::min(ax, bx) - reach), clip.x);
+        const int right = std::min(static_cast<int>(std::max(ax, bx) + reach), clip.x + clip.width - 1);
+        for (int y = top; y <= bottom; ++y) {
+            for (int x = left; x <= right; ++x) {
+                const float px = static_cast<float>(x) + 0.5F - ax;
+                const float py = static_cast<float>(y) + 0.5F - ay;
+                const float along = std::clamp((px * dx + py * dy) / length, 0.0F, 1.0F);
+                const float distance = std::hypot(px - along * dx, py - along * dy);
+                float& cell =
+                    coverage[static_cast<std::size_t>(y - clip.y) * static_cast<std::size_t>(clip.width) +
+                             static_cast<std::size_t>(x - clip.x)];
+                cell = std::max(cell, std::clamp(thickness / 2 + 0.5F - distance, 0.0F, 1.0F));
+            }
+        }
+    }
+    for (int y = 0; y < clip.height; ++y) {
+        for (int x = 0; x < clip.width; ++x) {
+            canvas.blend(clip.x + x, clip.y + y, colour,
+                         coverage[static_cast<std::size_t>(y) * static_cast<std::size_t>(clip.width) +
+                                  static_cast<std::size_t>(x)]);
+        }
+    }
+}
+
+/// Grey over the table's domain, or 0 to 1 where that is narrower, through the table.
+struct GreyCurve
+{
+    std::vector<float> in;
+    std::vector<Colour> out;
+};
+
+GreyCurve greyThrough(const iHostImage3D& table)
+{
+    const TableDomain domain = table.getDomain();
+    const float low = std::min(0.0F, *std::min_element(domain.min.begin(), domain.min.end()));
+    const float high = std::max(1.0F, *std::max_element(domain.max.begin(), domain.max.end()));
+    constexpr int steps = 1024;
+    GreyCurve curve;
+    for (int i = 0; i <= steps; ++i) {
+        const float grey = low + (high - low) * static_cast<float>(i) / steps;
+        curve.in.push_back(grey);
+        curve.out.push_back(Host::lookUp(table, {grey, grey, grey}));
+    }
+    return curve;
+}
+
+void drawCurves(Canvas& canvas, const iHostImage3D& table)
+{
+    canvas.fill(curves, panel);
+    const GreyCurve curve = greyThrough(table);
+    float low = curve.in.front();
+    float high = curve.in.back();
+    for (const Colour& out : curve.out) {
+        // What goes far beyond runs off the panel rather than flattening all that can be seen.
+        low = std::max(std::min(low, *std::min_element(out.begin(), out.end())), -1.0F);
+        high = std::min(std::max(high, *std::max_element(out.begin(), out.end())), 4.0F);
+    }
+    constexpr int padding = 20;
+    const Scale scale{
+        {curves.x + padding, curves.y + padding, curves.width - 2 * padding, curves.height - 2 * padding},
+        low,
+        high};
+    const float left = scale.x(low);
+    const float right = scale.x(high);
+    for (int i = 0; i <= 4; ++i) {
+        const float at = static_cast<float>(i) / 4.0F;
+        const float thickness = i % 4 == 0 ? 1.6F : 1.0F;
+        drawLine(canvas, curves, {{left, scale.y(at)}, {right, scale.y(at)}}, gridLine, thickness);
+        drawLine(canvas, curves, {{scale.x(at), scale.y(low)}, {scale.x(at), scale.y(high)}}, gridLine,
+                 thickness);
+    }
+    drawLine(canvas, curves, {{left, scale.y(low)}, {right, scale.y(high)}}, identityLine, 1.2F);
+    for (std::size_t c = 0; c < 3; ++c) {
+        std::vector<std::array<float, 2>> points;
+        for (std::size_t i = 0; i < curve.in.size(); ++i) {
+            points.push_back({scale.x(curve.in[i]), scale.y(std::clamp(curve.out[i][c], low - 1, high + 1))});
+        }
+        drawLine(canvas, curves, points, channelLines[c], 2.6F);
+    }
+}
+
+void drawRamps(Canvas& canvas, const iHostImage3D& table)
+{
+    constexpr std::array<Colour, 7> ends{Colour{1, 1, 1}, Colour{1, 0, 0}, Colour{0, 1, 0}, Colour{0, 0, 1},
+                                         Colour{0, 1, 1}, Colour{1, 0, 1}, Colour{1, 1, 0}};
+    constexpr int gap = 12;
+    const auto count = static_cast<int>(ends.size());
+    const int pair = (ramps.height - (count - 1) * gap) / count;
+    for (int i = 0; i < count; ++i) {
+        const Colour end = ends[static_cast<std::size_t>(i)];
+        const auto ramp = [&](float u) { return Colour{u * end[0], u * end[1], u * end[2]}; };
+        const int top = ramps.y + i * (pair + gap);
+        paint(canvas, {ramps.x, top, ramps.width, pair / 2}, [&](float u, float) { return ramp(u); });
+        paint(canvas, {ramps.x, top + pair / 2, ramps.width, pair - pair / 2},
+              [&](float u, float) { return Host::lookUp(table, ramp(u)); });
+    }
+}
+
+/// Writes on the canvas; nothing where there is no typeface.
+class Writer
+{
+public:
+    Writer(Canvas& canvas, int size, int style)
+        : canvas_(canvas), painter_(Host::Text::TextPainter::open("sans", size, style))
+    {
+    }
+
+    /// Returns where the text ends.
+    int write(const std::string& text, int x, int y, const Colour& colour, int mostWidth = width)
+    {
+        if (painter_ == nullptr) {
+            return x;
+        }
+        const std::string seen = painter_->fitted(text, mostWidth);
+        painter_->paint(seen, {x, y},
+                        [&](int px, int py, float coverage) { canvas_.blend(px, py, colour, coverage); });
+        return x + painter_->measure(seen).x;
+    }
+
+private:
+    Canvas& canvas_;
+    std::unique_ptr<Host::Text::TextPainter> painter_;
+};
+
+void drawTitles(Canvas& canvas, const std::string& name, const std::string& contents)
+{
+    Writer head(canvas, 26, iFont::Bold);
+    const int end = head.write(name, margin, 18, brightText, width / 2);
+    Writer plain(canvas, titleSize, 0);
+    plain.write(contents, end + 18, 26, plainText, width - margin - end - 18);
+    constexpr int above = 25;
+    plain.write("Before", before.x, before.y - above, plainText);
+    plain.write("After", after.x, after.y - above, plainText);
+    int x = plain.write("Curves of grey:", curves.x, curves.y - above, plainText) + 8;
+    constexpr std::array names{"red", "green", "blue"};
+    for (std::size_t c = 0; c < names.size(); ++c) {
+        x = plain.write(names[c], x, curves.y - above, channelLines[c]) + 8;
+    }
+    plain.write("Ramps: before above, after below", ramps.x, ramps.y - above, plainText);
+}
+
+} // namespace
+
+LutPicture drawLut(const iHostImage3D& table, const std::string& name, const std::string& contents)
+{
+    Canvas canvas;
+    drawTitles(canvas, name, contents);
+    paint(canvas, before, chartAt);
+    paint(canvas, after, [&](float u, float v) { return Host::lookUp(table, chartAt(u, v)); });
+    drawCurves(canvas, table);
+    drawRamps(canvas, table);
+    return canvas.take();
+}
+
+} // namespace Qx::Program

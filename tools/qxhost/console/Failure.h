@@ -1,0 +1,30 @@
+#pragma once
+
+#include "tools/qxhost/console/ExitCode.h"
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace Qx::Program {
+
+/// Why the program cannot go on: one line for a person that names what it is about, what is wrong and what to
+/// do. Thrown inside the program alone, never across a library's border; main() prints it.
+class Failure : public std::runtime_error
+{
+public:
+    /// `details` are further lines, such as a compiler's messages.
+    Failure(ExitCode code, const std::string& text, std::string details = {})
+        : std::runtime_error(text), code_(code), details_(std::move(details))
+    {
+    }
+
+    ExitCode code() const { return code_; }
+    const std::string& details() const { return details_; }
+
+private:
+    ExitCode code_;
+    std::string details_;
+};
+
+} // namespace Qx::Program

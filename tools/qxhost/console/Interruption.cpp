@@ -1,0 +1,85 @@
+#include "tools/qxhost/console/Interruption.h"
+
+#include "tools/qxhost/console/ExitCode.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/media/PartFiles.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Qx::Program {
+
+namespace {
+
+constexpr std::array endingSignals{SIGINT, SIGTERM, SIGHUP};
+constexpr char interrupted = 'i';
+constexpr char finished = 'f';
+
+std::atomic<int> wakeUp{-1};
+std::atomic<int> signalsSeen{0};
+
+void onSignal(int)
+{
+    const int savedError = errno;
+    if (signalsSeen.fetch_add(1) > 0) {
+        Media::PartFiles::removeAll();
+        ::_exit(static_cast<int>(ExitCode::interrupted));
+    }
+    [[maybe_unused]] const ssize_t written = ::write(wakeUp.load(), &interrupted, 1);
+    errno = savedError;
+}
+
+} // namespace
+
+struct Interruption::Impl
+{
+    std::array<int, 2> pipe{-1, -1};
+    std::array<struct sigaction, endingSignals.size()> before{};
+    std::thread watcher;
+};
+
+Interruption::Interruption(std::function<void()> stop) : impl_(std::make_unique<Impl>())
+{
+    if (::pipe2(impl_->pipe.data(), O_CLOEXEC) != 0) {
+        throw Failure(ExitCode::failed, "cannot watch for Ctrl-C: too many files are open");
+    }
+    signalsSeen = 0;
+    wakeUp = impl_->pipe[1];
+    impl_->watcher = std::thread([from = impl_->pipe[0], stop = std::move(stop)] {
+        char what = finished;
+        while (::read(from, &what, 1) < 0 && errno == EINTR) {
+        }
+        if (what == interrupted) {
+            stop();
+        }
+    });
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    action.sa_flags = SA_RESTART;
+    for (std::size_t i = 0; i < endingSignals.size(); ++i) {
+        ::sigaction(endingSignals[i], nullptr, &impl_->before[i]);
+        // What nohup ignores stays ignored. Shells ignore SIGINT for jobs in the background, which does not
+        // mean that somebody who sends it there does not want it heard.
+        if (endingSignals[i] != SIGHUP || impl_->before[i].sa_handler != SIG_IGN) {
+            ::sigaction(endingSignals[i], &action, nullptr);
+        }
+    }
+}
+
+Interruption::~Interruption()
+{
+    for (std::size_t i = 0; i < endingSignals.size(); ++i) {
+        ::sigaction(endingSignals[i], &impl_->before[i], nullptr);
+    }
+    [[maybe_unused]] const ssize_t written = ::write(impl_->pipe[1], &finished, 1);
+    impl_->watcher.join();
+    ::close(impl_->pipe[0]);
+    ::close(impl_->pipe[1]);
+}
+
+} // namespace Qx::Program

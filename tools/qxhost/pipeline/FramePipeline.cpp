@@ -1,0 +1,246 @@
+#include "tools/qxhost/pipeline/FramePipeline.h"
+
+#include "QxFxResources/GPUColourConverter.h"
+#include "platform/GPUService.h"
+#include "platform/OS.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace Qx::Program {
+
+namespace {
+
+using Image::Surface;
+
+/// Frames between two stages: enough to keep the stages apart, and no more than fit in a share of memory.
+std::size_t framesInFlight(int width, int height, Media::Depth depth)
+{
+    constexpr std::size_t budget = std::size_t{256} << 20U;
+    constexpr std::size_t fewest = 2;
+    constexpr std::size_t most = 6;
+    const std::size_t componentBytes = depth == Media::Depth::bits8 ? 1 : 2;
+    const std::size_t frame =
+        static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4 * componentBytes;
+    return std::clamp(budget / std::max<std::size_t>(frame, 1), fewest, most);
+}
+
+/// The number of a frame in its clip by its time, so that frames which the input lost leave a gap.
+std::int64_t frameNumber(const Media::StreamInfo& info, std::int64_t ticks, std::int64_t counted)
+{
+    const double seconds = static_cast<double>(ticks) * info.timeBase.toDouble();
+    return info.frameRate.num > 0 ? std::llround(seconds * info.frameRate.toDouble()) : counted;
+}
+
+} // namespace
+
+FramePipeline::FramePipeline(const ConversionJob& job, std::function<void(std::int64_t)> onFrame)
+    : job_(job),
+      onFrame_(std::move(onFrame)),
+      width_(job.input.info().width),
+      height_(job.input.info().height),
+      format_(job.source.depth == Media::Depth::bits8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16),
+      inFlight_(framesInFlight(width_, height_, job.source.depth)),
+      upload_(job.input.prepare(job.source), job.source),
+      decoded_(inFlight_),
+      free_(inFlight_),
+      packed_(inFlight_),
+      converted_(inFlight_)
+{
+}
+
+template <class Stage>
+void FramePipeline::startStage(std::vector<std::thread>& threads, Stage stage)
+{
+    threads.emplace_back([this, stage] {
+        try {
+            (this->*stage)();
+        } catch (...) {
+            fail(std::current_exception());
+        }
+    });
+}
+
+std::int64_t FramePipeline::run(Media::iFrameWriter& writer)
+{
+    writer_ = &writer;
+    makeHostImages();
+    std::vector<std::thread> threads;
+    try {
+        startStage(threads, &FramePipeline::decode);
+        startStage(threads, &FramePipeline::pack);
+        startStage(threads, &FramePipeline::convert);
+        startStage(threads, &FramePipeline::encode);
+    } catch (const std::system_error&) {
+        fail(std::make_exception_ptr(Failure(ExitCode::failed, "cannot start another thread")));
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    if (failure_) {
+        std::rethrow_exception(failure_);
+    }
+    return written_;
+}
+
+void FramePipeline::stop()
+{
+    stopped_ = true;
+    cancel();
+}
+
+void FramePipeline::fail(std::exception_ptr failure)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        if (!failure_) {
+            failure_ = std::move(failure);
+        }
+    }
+    cancel();
+}
+
+void FramePipeline::cancel()
+{
+    decoded_.cancel();
+    free_.cancel();
+    packed_.cancel();
+    converted_.cancel();
+}
+
+void FramePipeline::makeHostImages()
+{
+    for (std::size_t i = 0; i < inFlight_; ++i) {
+        Qx::Ptr<iHostImage> image = upload_.makeHostImage();
+        if (!image) {
+            failOnDevice(width_, height_);
+        }
+        free_.push(std::move(image));
+    }
+}
+
+void FramePipeline::decode()
+{
+    Media::Frame frame;
+    std::int64_t taken = 0;
+    std::int64_t firstTime = 0;
+    for (std::int64_t n = 0; job_.frames == 0 || taken < job_.frames; ++n) {
+        const iFrameInput::Next next = job_.input.next(frame);
+        if (next == iFrameInput::Next::failed) {
+            throw Failure(ExitCode::input, job_.input.failure());
+        }
+        if (next == iFrameInput::Next::end) {
+            break;
+        }
+        firstTime = n == 0 ? frame.time().pts : firstTime;
+        if (n >= job_.start) {
+            ++taken;
+            const std::int64_t number = frameNumber(job_.input.info(), frame.time().pts - firstTime, n);
+            if (!decoded_.push({std::move(frame), number})) {
+                return;
+            }
+        } else if (stopped_) {
+            return;
+        }
+    }
+    decoded_.close();
+}
+
+void FramePipeline::pack()
+{
+    while (std::optional<Decoded> decoded = decoded_.pop()) {
+        const Media::Frame& frame = decoded->frame;
+        std::optional<Qx::Ptr<iHostImage>> image = free_.pop();
+        if (!image) {
+            return;
+        }
+        void* rows = (*image)->map(iHostImage::Write);
+        if (rows == nullptr) {
+            failOnDevice(width_, height_);
+        }
+        const Media::Status packed =
+            job_.input.place(frame, rows, static_cast<std::ptrdiff_t>((*image)->getPitch()));
+        if (!packed) {
+            throw Failure(ExitCode::input, packed.text());
+        }
+        if (!packed_.push({std::move(*image), frame.time(), decoded->number})) {
+            return;
+        }
+    }
+    packed_.close();
+}
+
+Surface FramePipeline::toRGB(const Surface& pairs) const
+{
+    Surface picture = pairs.createDestARGBGPUSurface(format_);
+    if (!picture.getGPUSurface()) {
+        failOnDevice(width_, height_);
+    }
+    // The conversion answers that a technique was there, not that it was drawn.
+    const std::uint64_t drawnBefore = drawsSoFar();
+    if (!Image::ColourConversion::convertYCrCb422ToRGB(pairs, picture, job_.outputRange, job_.filter)) {
+        throw Failure(ExitCode::effect,
+                      "ColourConvert.fx: cannot be used for this conversion; is it installed "
+                      "whole? 'qxhost effects list' shows where effects come from");
+    }
+    if (drawsSoFar() == drawnBefore) {
+        failOnDevice(width_, height_);
+    }
+    return picture;
+}
+
+bool FramePipeline::convertFrame(const Packed& frame)
+{
+    const Surface uploaded = upload_.upload(frame.image, frame.time, format_);
+    if (job_.keepCodes) {
+        return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
+    }
+    const Surface picture = job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded) : uploaded, format_);
+    if (job_.burnIn != nullptr) {
+        const bool video = job_.outputRange == Image::GamutScaling::Video;
+        job_.burnIn->draw(picture, frame.number, video ? Media::Range::video : Media::Range::full);
+    }
+    bool going = true;
+    runStep(job_.step, picture, frame.time, [&](const Surface& made, const Media::FrameTime& time) {
+        Surface result = job_.delivery != nullptr ? job_.delivery->fromPicture(made) : made.copyToHost();
+        if (!result.getHostImage()) {
+            failOnDevice(width_, height_);
+        }
+        going = going && converted_.push({std::move(result), time});
+    });
+    return going;
+}
+
+void FramePipeline::convert()
+{
+    while (std::optional<Packed> frame = packed_.pop()) {
+        // Whoever maps the image for writing waits for its upload.
+        if (!convertFrame(*frame) || !free_.push(std::move(frame->image))) {
+            return;
+        }
+    }
+    converted_.close();
+}
+
+void FramePipeline::encode()
+{
+    while (std::optional<Converted> frame = converted_.pop()) {
+        const Qx::Ptr<iHostImage> image = frame->picture.getHostImage();
+        const void* rows = image->map(iHostImage::Read);
+        if (rows == nullptr) {
+            failOnDevice(width_, height_);
+        }
+        const Media::Status status =
+            writer_->write(rows, static_cast<std::ptrdiff_t>(image->getPitch()), frame->time);
+        if (!status) {
+            throw Failure(ExitCode::output, status.text());
+        }
+        ++written_;
+        onFrame_(written_);
+    }
+}
+
+} // namespace Qx::Program

@@ -1,0 +1,116 @@
+#pragma once
+
+#include "Qx/Ptr.h"
+#include "platform/GPUImage.h"
+#include "platform/Surface.h"
+#include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/pipeline/BoundedQueue.h"
+#include "tools/qxhost/pipeline/burnin/BurnIn.h"
+#include "tools/qxhost/pipeline/effects/EffectChain.h"
+#include "tools/qxhost/pipeline/effects/PictureSteps.h"
+#include "tools/qxhost/pipeline/input/FrameInput.h"
+#include "tools/qxhost/pipeline/input/FrameUpload.h"
+#include "tools/qxhost/pipeline/output/FrameDelivery.h"
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace Qx::Program {
+
+/// What a pipeline converts, and how.
+struct ConversionJob
+{
+    iFrameInput& input;
+    EffectChain& effects;
+
+    Media::FramePacker::Target source; ///< depth of the conversion; range and matrix of YCrCb frames
+    Image::GamutScaling outputRange = Image::GamutScaling::Unscaled;
+    Image::Filter filter = Image::Filter::CatmullRom;
+    BurnIn* burnIn = nullptr;                ///< after the effects; null: none
+    PictureStep step;                        ///< after these
+    const FrameDelivery* delivery = nullptr; ///< how pictures leave the GPU; null: as A R G B
+    bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
+
+    std::int64_t start = 0;  ///< frames to leave out at the beginning
+    std::int64_t frames = 0; ///< frames to convert at most; 0: all
+};
+
+/// Converts a clip: one thread each decodes, packs into the device's memory, drives the GPU, and encodes.
+/// Frames keep their order, and the queues between the threads bound how many are in memory.
+class FramePipeline
+{
+public:
+    /// Calls `onFrame` on the encoding thread after every frame written, with their number.
+    FramePipeline(const ConversionJob& job, std::function<void(std::int64_t)> onFrame);
+
+    /// Converts everything and returns the number of frames written; the writer is not finished. Throws
+    /// Failure: the first that happened. Call it once.
+    std::int64_t run(Media::iFrameWriter& writer);
+
+    /// Ends run() early, from any thread.
+    void stop();
+
+    /// Whether stop() ended it.
+    bool stopped() const { return stopped_; }
+
+private:
+    struct Decoded
+    {
+        Media::Frame frame;
+        std::int64_t number = 0; ///< in the clip, from 0
+    };
+
+    struct Packed
+    {
+        Qx::Ptr<iHostImage> image;
+        Media::FrameTime time;
+        std::int64_t number = 0;
+    };
+
+    struct Converted
+    {
+        Image::Surface picture;
+        Media::FrameTime time;
+    };
+
+    template <class Stage>
+    void startStage(std::vector<std::thread>& threads, Stage stage);
+    void fail(std::exception_ptr failure);
+    void cancel();
+
+    void decode();
+    void pack();
+    void convert();
+    void encode();
+
+    void makeHostImages();
+    Image::Surface toRGB(const Image::Surface& pairs) const;
+    bool convertFrame(const Packed& frame);
+
+    ConversionJob job_;
+    std::function<void(std::int64_t)> onFrame_;
+    Media::iFrameWriter* writer_ = nullptr;
+    int width_;
+    int height_;
+    iGPUImage::eFormat format_;
+    std::size_t inFlight_;
+    FrameUpload upload_;
+
+    BoundedQueue<Decoded> decoded_;
+    BoundedQueue<Qx::Ptr<iHostImage>> free_; ///< host images that wait to be packed into
+    BoundedQueue<Packed> packed_;
+    BoundedQueue<Converted> converted_;
+
+    std::mutex mutex_;
+    std::exception_ptr failure_;
+    std::atomic<bool> stopped_{false};
+    std::int64_t written_ = 0;
+};
+
+} // namespace Qx::Program

@@ -1,0 +1,189 @@
+#include "tools/qxhost/pipeline/burnin/BurnIn.h"
+
+#include "host/fonts/Typeface.h"
+#include "platform/GPUService.h"
+#include "platform/OS.h"
+#include "platform/Text.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+
+#include <algorithm>
+#include <array>
+
+namespace Qx::Program {
+
+namespace {
+
+constexpr const char* usualFont = "monospace";
+constexpr float boxOpacity = 0.6F;
+constexpr int smallestFitted = 8;
+
+LightweightString<wchar_t> wide(const std::string& text)
+{
+    return fromUTF8(LightweightString<char>(std::string_view(text)));
+}
+
+/// Of white text on a picture of that height: a twentieth, which reads on small screens too.
+int usualSize(int height)
+{
+    return std::clamp(height / 20, 12, Host::Text::largestFont);
+}
+
+int padding(int size)
+{
+    return std::max(size / 4, 2);
+}
+
+/// The twentieth at each side that a screen or a frame around it may cover (EBU R 95).
+int safeEdge(int length)
+{
+    return length / 20;
+}
+
+int placed(int anchor, int length, int box)
+{
+    const int edge = safeEdge(length);
+    const int free = length - box;
+    return anchor < 0 ? edge : anchor > 0 ? free - edge : free / 2;
+}
+
+/// A code of 8 bits as a share of the largest code that the image has.
+float level(int code, iGPUImage::eFormat format)
+{
+    return format == iGPUImage::eARGB16 ? static_cast<float>(code) * 256.0F / 65535.0F
+                                        : static_cast<float>(code) / 255.0F;
+}
+
+NormalisedRGB grey(float value)
+{
+    return {value, value, value, 1.0F};
+}
+
+/// For a name that looks like a file's: without a "/" it is a typeface's.
+std::string fileHint(const std::string& font)
+{
+    std::string extension = std::filesystem::path(font).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    constexpr std::array fontFiles{".ttf", ".otf", ".ttc", ".otc"};
+    const bool looksLikeFile = std::find(fontFiles.begin(), fontFiles.end(), extension) != fontFiles.end();
+    return looksLikeFile ? "; a font file is named with a \"/\" in it: ./" + font : std::string();
+}
+
+TimeCode timeCodeOf(const Media::StreamInfo& info, std::vector<std::string>& remarks)
+{
+    if (!info.timeCode.empty()) {
+        if (const auto code = TimeCode::startingAt(info.timeCode, info.frameRate)) {
+            return *code;
+        }
+        remarks.push_back("the clip's time code, " + info.timeCode + ", is none at its frame rate; " +
+                          "{timecode} counts from 0");
+    }
+    return TimeCode(info.frameRate);
+}
+
+} // namespace
+
+BurnIn::BurnIn(const BurnInOptions& options, const std::filesystem::path& clip, const Media::StreamInfo& info,
+               std::vector<std::string>& remarks)
+    : options_(options),
+      text_(options.text),
+      clip_(clip.stem().string()),
+      timeCode_(timeCodeOf(info, remarks)),
+      size_(options.size > 0 ? options.size : usualSize(info.height))
+{
+    std::string remark;
+    const std::string font = options.font.empty() ? usualFont : options.font;
+    const std::string failure = Host::Text::whyNoTypeface(font, size_, remark);
+    if (!failure.empty()) {
+        throw Failure(ExitCode::effect, "--font " + font + ": " + failure);
+    }
+    if (!remark.empty()) {
+        remarks.push_back("--font " + font + ": " + remark + fileHint(font));
+    }
+    obtainFont(size_);
+}
+
+void BurnIn::obtainFont(int size)
+{
+    const std::string& font = options_.font;
+    size_ = size;
+    font_ = GPUFontCache::instance().getFont(
+        {wide(font.empty() ? usualFont : font), static_cast<float>(size), 0});
+    if (!font_->value()) {
+        throw Failure(ExitCode::device, deviceName() + ": takes no text; the log (qxhost.log) says why");
+    }
+}
+
+void BurnIn::fitInto(XY<int> picture, const Text& text)
+{
+    const int room = picture.x - 2 * safeEdge(picture.x) - 2 * padding(size_);
+    const int width = font_->value()->measure(text).x;
+    if (options_.size == 0 && width > room) {
+        obtainFont(std::max(smallestFitted, static_cast<int>(std::int64_t{size_} * room / width)));
+    }
+}
+
+RectangleOf<int> BurnIn::boxOf(XY<int> picture, const Text& text)
+{
+    const XY<int> size = font_->value()->measure(text);
+    widest_ = {std::max(widest_.x, size.x), std::max(widest_.y, size.y)};
+    const int width = widest_.x + 2 * padding(size_);
+    const int height = widest_.y + padding(size_);
+    XY<int> corner{0, 0};
+    if (const auto* place = std::get_if<BurnInPlace>(&options_.position)) {
+        corner = {place->x, place->y};
+    } else {
+        const auto& anchor = std::get<BurnInAnchor>(options_.position);
+        corner = {placed(anchor.across, picture.x, width), placed(anchor.down, picture.y, height)};
+    }
+    return {corner.x, corner.y, corner.x + width, corner.y + height};
+}
+
+bool BurnIn::drawBox(const Qx::Ptr<iGPUImage>& target, const RectangleOf<int>& box,
+                     const NormalisedRGB& black)
+{
+    if (!dot_) {
+        dot_ = OS().gpu().createGPUImage({1, 1}, target->getFormat());
+        const auto painter = dot_ ? dot_->getPrimitivesRenderer(1) : Qx::Ptr<iGraphicPrimitivesRenderer>();
+        if (!painter || !painter->draw(RectDescription{{0, 0, 1, 1}, black, black, 0}, 1)) {
+            return false;
+        }
+    }
+    return target->getPrimitivesRenderer(1)->draw(ImageDescription{dot_, box, {0, 0, 1, 1}, true, boxOpacity},
+                                                  1);
+}
+
+void BurnIn::draw(const Image::Surface& picture, std::int64_t frame, Media::Range range)
+{
+    const Qx::Ptr<iGPUImage> target = picture.getGPUSurface();
+    const bool video = range == Media::Range::video;
+    const NormalisedRGB black = grey(video ? level(16, target->getFormat()) : 0.0F);
+    const NormalisedRGB white = grey(video ? level(235, target->getFormat()) : 1.0F);
+    const Text text = wide(text_.filledFor({frame, timeCode_, clip_}));
+    if (text.length() > Host::Text::TextShaper::longestLine) {
+        throw Failure(ExitCode::usage,
+                      "--burn-in: a text of " + std::to_string(text.length()) + " characters; " +
+                          std::to_string(Host::Text::TextShaper::longestLine) + " at most can be drawn");
+    }
+    if (!fitted_) {
+        fitInto(target->getSize(), text);
+        fitted_ = true;
+    }
+    const XY<int> size = target->getSize();
+    const RectangleOf<int> box = boxOf(size, text);
+    cut_ = cut_ || box.x0 < 0 || box.y0 < 0 || box.x1 > size.x || box.y1 > size.y;
+    const XY<int> corner{box.x0 + padding(size_), box.y0 + padding(size_) / 2};
+    if (!drawBox(target, box, black) || !font_->value()->draw(target, text, corner, white)) {
+        failOnDevice(size.x, size.y);
+    }
+}
+
+std::string BurnIn::remark() const
+{
+    return cut_ ? "--burn-in: the text does not fit into the picture, and what is outside is lost; give a "
+                  "shorter text, a smaller --font-size or another --position"
+                : "";
+}
+
+} // namespace Qx::Program

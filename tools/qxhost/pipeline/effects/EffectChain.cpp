@@ -1,0 +1,208 @@
+#include "tools/qxhost/pipeline/effects/EffectChain.h"
+
+#include "QxFxResources/Manager.h"
+#include "host/core/Suggestion.h"
+#include "host/gpu/GPUService.h"
+#include "image/TechniqueApplication.h"
+#include "platform/Text.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Wording.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/effects/EffectFile.h"
+#include "tools/qxhost/pipeline/effects/LutFile.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Qx::Program {
+
+namespace {
+
+constexpr const char* tableTexture = "LUT";
+
+/// An effect that remembers whether its last drawing took place, which technique application does not tell.
+class WatchedEffect : public iShaderEffect
+{
+public:
+    /// `table`: what is bound to the texture LUT beside the picture, if there is one.
+    WatchedEffect(Qx::Ptr<iShaderEffect> effect, Qx::Ptr<iGPUImage3D> table)
+        : effect_(std::move(effect)), table_(std::move(table))
+    {
+    }
+
+    bool setTechnique(const LightweightString<char>& name) override { return effect_->setTechnique(name); }
+    Qx::Vector<LightweightString<char>> getTechniqueNames() const override
+    {
+        return effect_->getTechniqueNames();
+    }
+    Qx::Ptr<iShaderParam> getParam(const char* name) override { return effect_->getParam(name); }
+    bool render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources) override
+    {
+        Qx::Vector<Source> all = sources;
+        if (table_) {
+            all.emplace_back(tableTexture, table_);
+        }
+        drawn_ = effect_->render(std::move(target), all);
+        return drawn_;
+    }
+
+    bool drawn() const { return drawn_; }
+
+private:
+    Qx::Ptr<iShaderEffect> effect_;
+    Qx::Ptr<iGPUImage3D> table_;
+    bool drawn_ = false;
+};
+
+LightweightString<char> chooseTechnique(const iShaderEffect& effect, const EffectRequest& request)
+{
+    const Qx::Vector<LightweightString<char>> names = effect.getTechniqueNames();
+    if (request.technique.empty()) {
+        return names.front();
+    }
+    std::vector<std::string> known;
+    for (const LightweightString<char>& name : names) {
+        known.emplace_back(name.view());
+    }
+    if (std::find(known.begin(), known.end(), request.technique) == known.end()) {
+        throw Failure(ExitCode::effect, request.file + ": has no technique \"" + request.technique + "\"" +
+                                            Host::didYouMean(request.technique, known) + "; it has " +
+                                            listed(known));
+    }
+    return LightweightString<char>(std::string_view(request.technique));
+}
+
+[[noreturn]] void refuseParameter(const iShaderEffect& effect, const EffectRequest& request,
+                                  const ParameterSetting& setting)
+{
+    const std::vector<std::string> known = Host::settableParameters(effect);
+    throw Failure(ExitCode::effect, request.file + ": has no parameter \"" + setting.name + "\"" +
+                                        Host::didYouMean(setting.name, known) + "; it has " +
+                                        (known.empty() ? "none" : listed(known)));
+}
+
+Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& request,
+                                    const ParameterSetting& setting)
+{
+    Qx::Ptr<iShaderParam> param = effect.getParam(setting.name.c_str());
+    if (!param) {
+        refuseParameter(effect, request, setting);
+    }
+    const std::size_t components = param->getComponentCount();
+    if (components == 0) {
+        throw Failure(ExitCode::effect, request.file + ": \"" + setting.name + "\" holds no numbers");
+    }
+    if (setting.values.size() != 1 && setting.values.size() != components) {
+        const std::size_t given = setting.values.size();
+        throw Failure(ExitCode::effect,
+                      request.file + ": \"" + setting.name + "\" takes " +
+                          (components == 1 ? std::string("one value")
+                                           : std::to_string(components) + " values, or one for all") +
+                          "; " + std::to_string(given) + " are given");
+    }
+    return param;
+}
+
+/// There is one picture to give, so an effect that reads others cannot be drawn.
+void requireOnlyInput(const iShaderEffect& effect, const std::string& file, std::string_view technique,
+                      bool hasTable)
+{
+    for (const std::string& texture : Host::texturesRead(effect, technique)) {
+        if (texture != "Input" && !(hasTable && texture == tableTexture)) {
+            throw Failure(ExitCode::effect, file + ": technique \"" + std::string(technique) +
+                                                "\" reads the texture \"" + texture +
+                                                "\", which qxhost cannot supply; it supplies Input alone" +
+                                                (texture == tableTexture ? ", and LUT with --lut" : ""));
+        }
+    }
+}
+
+[[noreturn]] void refuseDrawing(const std::string& file, const LightweightString<char>& technique,
+                                const Image::Surface& picture)
+{
+    if (deviceIsLost()) {
+        failOnDevice(static_cast<int>(picture.getWidth()), static_cast<int>(picture.getHeight()));
+    }
+    throw Failure(ExitCode::effect, file + ": technique \"" + std::string(technique.view()) +
+                                        "\" could not be drawn; the log (qxhost.log) says why");
+}
+
+bool setParameter(iShaderParam& param, const std::vector<float>& values)
+{
+    return values.size() == 1 ? param.setValue(values.front())
+                              : param.setValues(values.data(), values.size());
+}
+
+/// Tells the effect which colours the table covers.
+void setDomain(iShaderEffect& effect, const std::string& file, const TableDomain& domain)
+{
+    for (const auto& [name, ends] :
+         {std::pair("domainMin", domain.min), std::pair("domainMax", domain.max)}) {
+        const Qx::Ptr<iShaderParam> param = effect.getParam(name);
+        if (!param || !param->setValues(ends.data(), ends.size())) {
+            throw Failure(ExitCode::effect, file + ": has no parameter " + name +
+                                                " of three numbers, so it cannot apply LUTs; is another "
+                                                "file of this name in the way?");
+        }
+    }
+}
+
+} // namespace
+
+EffectChain::EffectChain(const std::vector<EffectRequest>& requests)
+{
+    for (const EffectRequest& request : requests) {
+        links_.push_back(makeLink(request));
+    }
+}
+
+bool EffectChain::isInUse(const Qx::Ptr<iShaderEffect>& effect) const
+{
+    return std::any_of(links_.begin(), links_.end(), [&](const Link& link) { return link.effect == effect; });
+}
+
+EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
+{
+    Link link;
+    link.file = request.file;
+    link.effect = obtainEffect(request.file);
+    if (isInUse(link.effect)) {
+        // A second use of the same file has parameters of its own.
+        link.effect = compileEffectFile(effectPath(request.file));
+    }
+    link.technique = chooseTechnique(*link.effect, request);
+    if (!request.lut.empty()) {
+        link.table = obtainLut(request.lut);
+        link.file = request.lut;
+        setDomain(*link.effect, request.file, link.table->getDomain());
+    }
+    requireOnlyInput(*link.effect, request.file, link.technique.view(), static_cast<bool>(link.table));
+    for (const ParameterSetting& setting : request.settings) {
+        if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
+            throw Failure(ExitCode::effect,
+                          request.file + ": \"" + setting.name + "\" does not take this value");
+        }
+    }
+    return link;
+}
+
+Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFormat format)
+{
+    Image::Surface current = picture;
+    for (Link& link : links_) {
+        Image::Surface next = current.createDestARGBGPUSurface(format);
+        if (!next.getGPUSurface()) {
+            failOnDevice(static_cast<int>(current.getWidth()), static_cast<int>(current.getHeight()));
+        }
+        const Qx::Ptr<WatchedEffect> watched = Qx::makePtr<WatchedEffect>(link.effect, link.table);
+        const bool applied = Image::applyTechnique(watched, current, next, link.technique,
+                                                   static_cast<float>(current.getWidth()));
+        if (!applied || !watched->drawn()) {
+            refuseDrawing(link.file, link.technique, current);
+        }
+        current = next;
+    }
+    return current;
+}
+
+} // namespace Qx::Program

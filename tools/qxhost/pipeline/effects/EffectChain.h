@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Qx/LightweightString.h"
+#include "Qx/Ptr.h"
+#include "platform/GPUImage.h"
+#include "platform/ShaderEffect.h"
+#include "platform/Surface.h"
+#include "tools/qxhost/pipeline/ConvertOptions.h"
+
+#include <string>
+#include <vector>
+
+namespace Qx::Program {
+
+/// The effects that every frame runs through, one after the other.
+class EffectChain
+{
+public:
+    /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. Throws Failure
+    /// (effect).
+    explicit EffectChain(const std::vector<EffectRequest>& requests);
+
+    std::size_t size() const { return links_.size(); }
+
+    /// The picture after all effects, in a GPU image of the same size and format; the picture itself when
+    /// there are none. Throws Failure (device, effect) when one of them was not drawn. One thread.
+    Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format);
+
+private:
+    struct Link
+    {
+        std::string file;
+        Qx::Ptr<iShaderEffect> effect;
+        LightweightString<char> technique;
+        Qx::Ptr<iGPUImage3D> table; ///< of a LUT
+    };
+
+    Link makeLink(const EffectRequest& request) const;
+    bool isInUse(const Qx::Ptr<iShaderEffect>& effect) const;
+
+    std::vector<Link> links_;
+};
+
+} // namespace Qx::Program

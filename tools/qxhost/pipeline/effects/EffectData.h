@@ -1,0 +1,32 @@
+#pragma once
+
+#include "host/effects/CompiledEffect.h"
+#include "host/effects/framework/Diagnostic.h"
+#include "tools/qxhost/console/Json.h"
+
+#include <string>
+#include <vector>
+
+namespace Qx::Program {
+
+// What the effect compiler says and makes, as data for other programs and in words.
+
+/// A list of { severity, file, line, column, text, ... }; what a message does not have is left out.
+Json diagnosticsData(const std::vector<Host::Diagnostic>& diagnostics);
+
+/// { techniques, parameters, textures, samplers }, each a list.
+Json effectData(const Host::CompiledEffect& effect);
+
+/// "float3", "float4x4", "float[8]".
+std::string typeOf(const Host::CompiledEffect::Parameter& parameter);
+
+/// The components of the default, rows first.
+std::vector<double> defaultOf(const Host::CompiledEffect::Parameter& parameter);
+
+/// "size of texture Input", for a parameter that the host fills; otherwise empty.
+std::string filledWith(const Host::CompiledEffect::Parameter& parameter);
+
+std::string nameOf(Host::CompiledEffect::Filter filter);
+std::string nameOf(Host::CompiledEffect::Address address);
+
+} // namespace Qx::Program

@@ -1,0 +1,122 @@
+#include "tools/qxhost/pipeline/effects/LutFile.h"
+
+#include "host/Host.h"
+#include "lut/LUTManager.h"
+#include "platform/FileManager.h"
+#include "platform/Settings.h"
+#include "platform/Text.h"
+#include "tools/qxhost/console/Failure.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <string_view>
+
+namespace Qx::Program {
+
+namespace {
+
+std::filesystem::path asPath(const LightweightString<wchar_t>& text)
+{
+    return std::filesystem::path(std::string(toUTF8(text).view()));
+}
+
+LightweightString<wchar_t> asText(const std::filesystem::path& path)
+{
+    return fromUTF8(LightweightString<char>(std::string_view(path.native())));
+}
+
+std::string lowerCase(std::string text)
+{
+    for (char& c : text) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return text;
+}
+
+} // namespace
+
+std::filesystem::path lutPath(const std::string& nameOrPath)
+{
+    std::error_code ignored;
+    if (std::filesystem::exists(nameOrPath, ignored)) {
+        return nameOrPath;
+    }
+    for (const std::filesystem::path& file : listedLuts()) {
+        if (file.filename() == nameOrPath) {
+            return file;
+        }
+    }
+    return nameOrPath;
+}
+
+Qx::Ptr<iGPUImage3D> obtainLut(const std::string& nameOrPath)
+{
+    const std::filesystem::path file = lutPath(nameOrPath);
+    Host::registerReclaimable(&LUTManager::instance());
+    Qx::Ptr<iGPUImage3D> table = LUTManager::instance().load(asText(file));
+    if (!table) {
+        const std::string reason = Host::readLUT(file).failure;
+        throw Failure(ExitCode::effect, reason.empty() ? file.string() + ": the GPU has no room for this LUT"
+                                                       : "--lut " + reason);
+    }
+    return table;
+}
+
+Host::LUTReading readLut(const std::string& nameOrPath)
+{
+    Host::LUTReading reading = Host::readLUT(lutPath(nameOrPath));
+    if (!reading.table) {
+        throw Failure(ExitCode::input, reading.failure);
+    }
+    return reading;
+}
+
+std::string errorInCodes(double error)
+{
+    return fmt::format("{:.2g} codes of 8 bits", error * 255.0);
+}
+
+std::string inexactness(const std::string& nameOrPath)
+{
+    const Host::LUTReading reading = readLut(nameOrPath);
+    return reading.facts.error * 255.0 <= 0.5
+               ? std::string()
+               : fmt::format("{} holds {}; the table of {} points made from it is off by at most {}, where "
+                             "it is steepest",
+                             lutPath(nameOrPath).string(), reading.facts.contents, reading.table->getSize(),
+                             errorInCodes(reading.facts.error));
+}
+
+std::vector<std::filesystem::path> listedLuts()
+{
+    std::vector<std::filesystem::path> files;
+    const LightweightVector<LightweightString<wchar_t>> luts = LUTManager::instance().getLUTs();
+    for (std::size_t i = 0; i < luts.size(); ++i) {
+        files.push_back(asPath(luts[i]));
+    }
+    return files;
+}
+
+std::vector<std::filesystem::path> lutDirectories()
+{
+    return {asPath(getLUTDirectory(iSettings::User)), asPath(getLUTDirectory(iSettings::Machine))};
+}
+
+std::string whyNotListed(const std::filesystem::path& file)
+{
+    const std::string ending(toUTF8(getExtension(asText(file))).view());
+    const std::vector<std::string> known = Host::lutExtensions();
+    const auto isKnown = [&](const std::string& word) {
+        return std::find(known.begin(), known.end(), word) != known.end();
+    };
+    if (isKnown(ending)) {
+        return {};
+    }
+    if (isKnown(lowerCase(ending))) {
+        return "the catalogue takes endings in small letters alone; rename it to ." + lowerCase(ending);
+    }
+    return ending.empty() ? "its name has no ending that tells the kind of LUT"
+                          : "no kind of LUT file is called ." + ending;
+}
+
+} // namespace Qx::Program

@@ -1,0 +1,30 @@
+#include "tools/qxhost/pipeline/effects/NullEffect.h"
+
+#include "image/TechniqueApplication.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+
+#include <string>
+
+namespace Qx::Program {
+
+void applyNullEffect(const char* technique, const Image::Surface& from, Image::Surface& to)
+{
+    const auto width = static_cast<int>(from.getWidth());
+    const auto height = static_cast<int>(from.getHeight());
+    if (!from.getGPUSurface() || !to.getGPUSurface()) {
+        failOnDevice(width, height);
+    }
+    const std::uint64_t drawnBefore = drawsSoFar();
+    if (!Image::applyTechnique(Image::getShader(L"null.fx"), from, to, technique,
+                               static_cast<float>(width))) {
+        throw Failure(ExitCode::effect, std::string("null.fx: its technique ") + technique +
+                                            " cannot be used; is it installed whole? 'qxhost effects list' "
+                                            "shows where effects come from");
+    }
+    if (drawsSoFar() == drawnBefore) {
+        failOnDevice(width, height);
+    }
+}
+
+} // namespace Qx::Program

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "tools/qxhost/media/ClipReader.h"
+#include "tools/qxhost/pipeline/ConvertOptions.h"
+
+#include <string>
+#include <vector>
+
+namespace Qx::Program {
+
+/// What the input's codes are taken to mean.
+struct ColourChoice
+{
+    Media::Range range = Media::Range::video;
+    Media::Matrix matrix = Media::Matrix::bt709;
+    bool rangeGuessed = false;
+    bool matrixGuessed = false;
+
+    /// For the writer: the matrix above, with the stream's tags where they do not contradict it.
+    Media::Colour forWriting;
+
+    /// What was guessed, a line each for the user.
+    std::vector<std::string> notes;
+};
+
+/// Decides between the stream's tags and the user's options, which win. Throws Failure (input) when the tags
+/// name colours that no conversion here makes and the user did not say what to do.
+ColourChoice chooseColour(const ConvertOptions& options, const Media::StreamInfo& info);
+
+const char* nameOf(Media::Range range);
+const char* nameOf(Media::Matrix matrix); ///< "BT.601", "BT.709"
+
+} // namespace Qx::Program

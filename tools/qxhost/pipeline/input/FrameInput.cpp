@@ -1,0 +1,193 @@
+#include "tools/qxhost/pipeline/input/FrameInput.h"
+
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/media/RawReader.h"
+#include "tools/qxhost/media/RgbPacker.h"
+
+#include <cstring>
+#include <fmt/format.h>
+
+namespace Qx::Program {
+
+namespace {
+
+const PixelFormat& require(const std::optional<PixelFormat>& format)
+{
+    return *format;
+}
+
+/// A clip or picture, decoded by FFmpeg: RGB as A R G B, everything else as YUY2.
+class ClipInput final : public iFrameInput
+{
+public:
+    explicit ClipInput(std::unique_ptr<Media::ClipReader> reader) : reader_(std::move(reader)) {}
+
+    const Media::StreamInfo& info() const override { return reader_->info(); }
+
+    Image::Core::Data prepare(const Media::FramePacker::Target& source) override
+    {
+        depth_ = source.depth;
+        packer_.emplace(source);
+        const bool deep = depth_ == Media::Depth::bits16;
+        const Image::Format format = holdsRgb(info()) ? Image::ARGB : Image::YUY2;
+        return describeFrame({Host::findFormat(format), deep ? 16U : 8U}, static_cast<unsigned>(info().width),
+                             static_cast<unsigned>(info().height));
+    }
+
+    Next next(Media::Frame& frame) override { return reader_->next(frame); }
+
+    Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
+    {
+        return holdsRgb(info()) ? Media::packRgb(frame, depth_, rows, pitch)
+                                : packer_->pack(frame, rows, pitch);
+    }
+
+    const std::string& failure() const override { return reader_->failure(); }
+    std::int64_t problemCount() const override { return reader_->problemCount(); }
+    const std::vector<std::string>& problems() const override { return reader_->problems(); }
+    std::shared_ptr<const Media::FileSet> files() const override { return reader_->files(); }
+    std::shared_ptr<Media::AudioQueue> audio() const override { return reader_->audio(); }
+
+private:
+    std::unique_ptr<Media::ClipReader> reader_;
+    Media::Depth depth_ = Media::Depth::bits8;
+    std::optional<Media::FramePacker> packer_;
+};
+
+/// What is known of raw frames: what the user said, and that they have no tags.
+Media::StreamInfo describeRaw(const RawInputOptions& raw, std::int64_t frames)
+{
+    Media::StreamInfo info;
+    info.width = static_cast<int>(raw.width);
+    info.height = static_cast<int>(raw.height);
+    info.frameRate = raw.frameRate.value_or(Media::Rational{25, 1});
+    info.timeBase = {info.frameRate.den, info.frameRate.num};
+    info.frameCount = frames;
+    info.frameCountIsExact = true;
+    info.duration = static_cast<double>(frames) / info.frameRate.toDouble();
+    const PixelFormat& format = require(raw.format);
+    const bool yCrCb = format.isYCrCb();
+    info.colour.matrix = Media::matrixForWidth(info.width);
+    info.colour.rangeGuessed = yCrCb;
+    info.colour.matrixGuessed = yCrCb;
+    info.colour.fromRgb = !yCrCb;
+    info.pixelFormat = format.name();
+    info.codec = "raw";
+    info.container = "raw";
+    info.bitsPerComponent = static_cast<int>(format.bits);
+    info.naturalDepth = format.isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
+    info.hasAlpha = std::strchr(format.info->order, 'A') != nullptr;
+    info.hasFullChroma = !yCrCb;
+    return info;
+}
+
+/// A file of frames of a pixel format, which go to the GPU as they are.
+class RawInput final : public iFrameInput
+{
+public:
+    RawInput(std::unique_ptr<Media::RawReader> reader, const RawInputOptions& raw)
+        : reader_(std::move(reader)),
+          format_(require(raw.format)),
+          info_(describeRaw(raw, reader_->frameCount()))
+    {
+        if (!reader_->remainder().empty()) {
+            problems_.push_back(reader_->remainder());
+        }
+    }
+
+    const Media::StreamInfo& info() const override { return info_; }
+
+    Image::Core::Data prepare(const Media::FramePacker::Target& /*source*/) override
+    {
+        return describeFrame(format_, static_cast<unsigned>(info_.width),
+                             static_cast<unsigned>(info_.height));
+    }
+
+    Next next(Media::Frame& frame) override
+    {
+        if (given_ == reader_->frameCount()) {
+            return Next::end;
+        }
+        frame = Media::Frame({}, {given_++, 1, Media::FieldOrder::progressive}, false);
+        return Next::frame;
+    }
+
+    Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
+    {
+        return reader_->read(frame.time().pts, rows, pitch);
+    }
+
+    const std::string& failure() const override { return none_; }
+    std::int64_t problemCount() const override { return static_cast<std::int64_t>(problems_.size()); }
+    const std::vector<std::string>& problems() const override { return problems_; }
+    std::shared_ptr<const Media::FileSet> files() const override { return reader_->files(); }
+    std::shared_ptr<Media::AudioQueue> audio() const override { return nullptr; }
+
+private:
+    std::unique_ptr<Media::RawReader> reader_;
+    PixelFormat format_;
+    Media::StreamInfo info_;
+    std::vector<std::string> problems_;
+    std::string none_;
+    std::int64_t given_ = 0;
+};
+
+std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)
+{
+    const RawInputOptions& raw = options.raw;
+    const PixelFormat& format = require(raw.format);
+    if (raw.width == 0) {
+        throw Failure(ExitCode::usage, options.input.string() + ": raw frames of " + format.name() +
+                                           " do not tell their size; add " + raw.sizeOption + " WxH, as in " +
+                                           raw.sizeOption + " 1920x1080");
+    }
+    if (raw.width > Media::ClipReader::largestSide || raw.height > Media::ClipReader::largestSide) {
+        throw Failure(ExitCode::usage,
+                      fmt::format("{} {}x{}: the largest picture that is read is {} each way", raw.sizeOption,
+                                  raw.width, raw.height, Media::ClipReader::largestSide));
+    }
+    auto reader = Media::RawReader::open(
+        options.input,
+        storedLayout(format, raw.width, raw.height, static_cast<std::size_t>(raw.rowBytes), "--row-bytes"),
+        static_cast<int>(raw.width), static_cast<int>(raw.height));
+    if (!reader) {
+        throw Failure(ExitCode::input, reader.text());
+    }
+    return std::make_unique<RawInput>(std::move(reader.value()), raw);
+}
+
+/// What only raw frames need to be told.
+void refuseRawOptions(const RawInputOptions& raw)
+{
+    const char* option = raw.width != 0      ? raw.sizeOption
+                         : raw.rowBytes != 0 ? "--row-bytes"
+                         : raw.frameRate     ? "--fps"
+                                             : nullptr;
+    if (option != nullptr) {
+        throw Failure(ExitCode::usage,
+                      std::string(option) +
+                          ": describes raw frames; add --raw FORMAT ('qxhost formats' lists them)");
+    }
+}
+
+} // namespace
+
+bool holdsRgb(const Media::StreamInfo& info)
+{
+    return info.colour.fromRgb && info.hasFullChroma;
+}
+
+std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool keepAudio)
+{
+    if (options.raw.format) {
+        return openRaw(options);
+    }
+    refuseRawOptions(options.raw);
+    auto reader = Media::ClipReader::open(options.input, {.threads = 0, .keepAudio = keepAudio});
+    if (!reader) {
+        throw Failure(ExitCode::input, reader.text());
+    }
+    return std::make_unique<ClipInput>(std::move(reader.value()));
+}
+
+} // namespace Qx::Program

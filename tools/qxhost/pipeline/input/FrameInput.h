@@ -1,0 +1,52 @@
+#pragma once
+
+#include "platform/ImageDescription.h"
+#include "tools/qxhost/media/ClipReader.h"
+#include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/pipeline/ConvertOptions.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Qx::Program {
+
+/// Where frames come from: a clip, or a file of nothing but frames. next() and place() may run on two
+/// threads.
+class iFrameInput
+{
+public:
+    using Next = Media::ClipReader::Next;
+
+    virtual ~iFrameInput() = default;
+
+    virtual const Media::StreamInfo& info() const = 0;
+
+    /// How place() lays frames out in memory, for conversions in which 4:2:2 has the depth, range and matrix
+    /// that were decided on. To be called before place().
+    virtual Image::Core::Data prepare(const Media::FramePacker::Target& source) = 0;
+
+    /// Gives the next frame in order of presentation, as ClipReader::next() does.
+    virtual Next next(Media::Frame& frame) = 0;
+
+    /// Lays a frame out in memory as prepare() said, rows at rows, rows + pitch, ...
+    virtual Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) = 0;
+
+    /// Why next() answered failed.
+    virtual const std::string& failure() const = 0;
+    /// Damage met so far: how many times, and a line each for the first few.
+    virtual std::int64_t problemCount() const = 0;
+    virtual const std::vector<std::string>& problems() const = 0;
+
+    virtual std::shared_ptr<const Media::FileSet> files() const = 0;
+    virtual std::shared_ptr<Media::AudioQueue> audio() const = 0;
+};
+
+/// Whether frames come as RGB and are kept as RGB.
+bool holdsRgb(const Media::StreamInfo& info);
+
+/// The clip, or the raw frames, that the options name. Throws Failure (input, usage).
+std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool keepAudio);
+
+} // namespace Qx::Program

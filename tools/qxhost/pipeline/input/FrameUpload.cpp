@@ -1,0 +1,168 @@
+#include "tools/qxhost/pipeline/input/FrameUpload.h"
+
+#include "QxFxResources/GPUColourConverter.h"
+#include "host/surfaces/RowGeometry.h"
+#include "image/SurfaceUtilities.h"
+#include "platform/GPUService.h"
+#include "platform/OS.h"
+#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/effects/NullEffect.h"
+
+namespace Qx::Program {
+
+namespace {
+
+using Image::ColourSpace;
+using Image::Format;
+using Image::GamutScaling;
+using Image::Polarity;
+using Image::Surface;
+
+Polarity polarityOf(Media::FieldOrder order)
+{
+    switch (order) {
+    case Media::FieldOrder::topFirst:
+        return Polarity::UpperFieldFirst;
+    case Media::FieldOrder::bottomFirst:
+        return Polarity::LowerFieldFirst;
+    case Media::FieldOrder::progressive:
+        break;
+    }
+    return Polarity::Progressive;
+}
+
+/// YUY2 under whatever name, which can be uploaded as it is.
+bool isPairs(Format format, unsigned bits)
+{
+    switch (format) {
+    case Image::YUY2:
+    case Image::YUYV:
+    case Image::Y216:
+    case Image::V216:
+        return true;
+    case Image::M101:
+    case Image::M102:
+        return bits == 8;
+    default:
+        return false;
+    }
+}
+
+/// Describes a GPU image of pixel pairs as what it is.
+void describePairs(Surface& pairs, std::uint32_t width)
+{
+    const Qx::Ptr<iGPUImage> image = pairs.getGPUSurface();
+    const unsigned texelBits = image ? image->getBitsPerTexel() : 0;
+    pairs.setDataFormat(Image::YUY2);
+    pairs.setWidth(width);
+    pairs.setBitsPerComponent(static_cast<std::uint16_t>(texelBits / 4));
+    pairs.setBitsPerPixel(static_cast<std::uint16_t>(texelBits / 2));
+    pairs.setTopDown(true);
+    if (image) {
+        pairs.setRowPitch(static_cast<std::uint32_t>(image->getSize().x) * texelBits / 8);
+    }
+}
+
+} // namespace
+
+FrameUpload::FrameUpload(const Image::Core::Data& layout, const Media::FramePacker::Target& source)
+    : layout_(layout), source_(source)
+{
+}
+
+bool FrameUpload::isYCrCb() const
+{
+    return Image::isYUV(layout_.format);
+}
+
+Qx::Ptr<iHostImage> FrameUpload::makeHostImage() const
+{
+    const auto geometry = Host::rowGeometryOf(layout_);
+    return geometry ? OS().gpu().createHostImage(geometry->imageSize(), geometry->texels)
+                    : Qx::Ptr<iHostImage>();
+}
+
+void FrameUpload::fail() const
+{
+    failOnDevice(static_cast<int>(layout_.width), static_cast<int>(layout_.height));
+}
+
+Surface FrameUpload::upload(const Qx::Ptr<iHostImage>& image, const Media::FrameTime& time,
+                            iGPUImage::eFormat working) const
+{
+    const Surface host = describe(image, time);
+    Surface result = isYCrCb() ? toPairs(host) : toPicture(host, working);
+    if (!result.getGPUSurface()) {
+        fail();
+    }
+    return result;
+}
+
+Surface FrameUpload::describe(const Qx::Ptr<iHostImage>& image, const Media::FrameTime& time) const
+{
+    Surface surface;
+    surface.setData(layout_);
+    surface.setRowPitch(static_cast<std::uint32_t>(image->getPitch()));
+    surface.setHostImage(image);
+    surface.setPolarity(polarityOf(time.fieldOrder));
+    if (!isYCrCb()) {
+        surface.setGamutScaling(GamutScaling::Unscaled);
+        return surface;
+    }
+    surface.setColourSpace(source_.matrix == Media::Matrix::bt601 ? ColourSpace::BT601 : ColourSpace::BT709);
+    surface.setGamutScaling(source_.range == Media::Range::video ? GamutScaling::Video
+                                                                 : GamutScaling::Unscaled);
+    surface.setTransparency(Image::TransparencyType::Opaque);
+    return surface;
+}
+
+Surface FrameUpload::toPairs(Surface host) const
+{
+    const std::uint32_t width = layout_.width;
+    if (layout_.format == Image::V210) {
+        Image::prepareForGPU(host, iGPUImage::eARGB16);
+        if (host.getDataFormat() == Image::V210) {
+            fail();
+        }
+    }
+    Surface pairs = host.uploadToGPU();
+    if (!pairs.getGPUSurface()) {
+        fail();
+    }
+    if (!isPairs(host.getDataFormat(), host.getBitsPerComponent())) {
+        // Half a pair counts as one here and as none there, so the odd pixel is left out of the count of
+        // pixels.
+        pairs.setWidth(width + width % 2);
+        pairs = Image::ColourConversion::reorderComponents(pairs, Image::YUY2, iGPUImage::eARGB16);
+    }
+    describePairs(pairs, width);
+    return pairs;
+}
+
+Surface FrameUpload::toPicture(const Surface& host, iGPUImage::eFormat working) const
+{
+    Surface uploaded = host.uploadToGPU();
+    if (!uploaded.getGPUSurface()) {
+        fail();
+    }
+    const std::uint64_t drawnBefore = drawsSoFar();
+    Surface picture = Image::ColourConversion::convertToRGBA(uploaded, working);
+    const bool converted = picture.getGPUSurface() != uploaded.getGPUSurface();
+    if (converted && drawsSoFar() == drawnBefore) {
+        fail();
+    }
+    return atDepth(picture, working);
+}
+
+Surface atDepth(const Surface& picture, iGPUImage::eFormat format)
+{
+    const Qx::Ptr<iGPUImage> image = picture.getGPUSurface();
+    if (!image || image->getFormat() == format) {
+        return picture;
+    }
+    Surface result = picture.createDestARGBGPUSurface(format);
+    applyNullEffect("Null", picture, result);
+    return result;
+}
+
+} // namespace Qx::Program

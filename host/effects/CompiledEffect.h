@@ -21,7 +21,7 @@ namespace Qx::Host {
 ///   write its result rotated to (a, r, g, b); false for targets that hold r, g, b, a as such;
 /// - no inputs: texture coordinates are derived from the fragment's position and SystemUniforms.
 ///
-/// A pass may come a second time as shaders for groups of texels: see GroupShader.
+/// A pass may come a second time as shaders for packed texels: see PackedShader.
 struct CompiledEffect
 {
     /// One float4 an entry, so that the layout is the same in C++ and in the shader.
@@ -41,7 +41,7 @@ struct CompiledEffect
     /// What the shaders are told of a texture.
     struct TextureUniforms
     {
-        float rowGroups = 0; ///< 16 bytes from a texel to the one below it, where it is read as a buffer
+        float rowPacked = 0; ///< 16 bytes from a texel to the one below it, where it is read as a buffer
         float maxCode = 0;   ///< the largest code of a component
         std::array<float, 2> unused{};
     };
@@ -133,7 +133,7 @@ struct CompiledEffect
     ///   as the SPIR-V says. `texelBytes` says how: as texels of the source's components, or as texels of 8
     ///   or 16 bytes of 32-bit ones, all without a sign;
     /// - rows of 16 bytes of the uniform buffer come as flat inputs of four floats.
-    struct GroupShader
+    struct PackedShader
     {
         /// Bits of a component, 8 or 16.
         struct Depths
@@ -161,7 +161,7 @@ struct CompiledEffect
         std::string name;
         std::vector<std::uint32_t> spirv;
         std::vector<std::uint32_t> samplers; ///< indices of the samplers that the pass reads, ascending
-        std::vector<GroupShader> groups;     ///< one for each pair of depths that there is one for
+        std::vector<PackedShader> packed;    ///< one for each pair of depths that there is one for
     };
 
     struct Technique

@@ -34,7 +34,7 @@ public:
     {
         try {
             if (read(file, options)) {
-                compile(options.groups);
+                compile(options.packed);
             }
         } catch (const CompileError& error) {
             problems_.fail(error, at_);
@@ -57,7 +57,7 @@ public:
 
 private:
     /// A pass of the result and the text that makes its shader.
-    using GroupShader = CompiledEffect::GroupShader;
+    using PackedShader = CompiledEffect::PackedShader;
 
     struct PassPlace
     {
@@ -85,15 +85,16 @@ private:
         return syntax_.complete;
     }
 
-    void compile(bool groups)
+    void compile(bool packed)
     {
         layOutParameters(syntax_, effect_, problems_);
         const PassWriter writer(syntax_, effect_);
         writePasses(writer);
         compilePasses(writer);
-        if (groups && !problems_.failed()) {
-            for (const GroupShader::Depths depths : {GroupShader::Depths{8, 8}, {16, 16}, {8, 16}, {16, 8}}) {
-                addGroupShaders(writer, depths);
+        if (packed && !problems_.failed()) {
+            for (const PackedShader::Depths depths :
+                 {PackedShader::Depths{8, 8}, {16, 16}, {8, 16}, {16, 8}}) {
+                addPackedShaders(writer, depths);
             }
         }
         if (!problems_.failed()) {
@@ -152,7 +153,7 @@ private:
     }
 
     /// Those that do not compile are left out: each pass can do without.
-    void addGroupShaders(const PassWriter& writer, GroupShader::Depths depths)
+    void addPackedShaders(const PassWriter& writer, PackedShader::Depths depths)
     {
         std::map<std::string, std::size_t> known;
         std::vector<std::string> texts;
@@ -161,9 +162,8 @@ private:
             const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
             const bool wanted =
                 !depths.areMixed() || mixesDepths(effect_.techniques[place.technique].annotations);
-            if (wanted && writer.canBeGrouped(pass)) {
-                const auto [text, isNew] =
-                    known.emplace(writer.writeForGroups(pass, depths).hlsl, texts.size());
+            if (wanted && writer.canBePacked(pass)) {
+                const auto [text, isNew] = known.emplace(writer.writePacked(pass, depths).hlsl, texts.size());
                 if (isNew) {
                     texts.push_back(text->first);
                 }
@@ -174,7 +174,7 @@ private:
         for (const PassPlace& place : places) {
             const CompiledShader& shader = shaders[place.text];
             if (!shader.error && !shader.minglesPixels) {
-                effect_.techniques[place.technique].passes[place.pass].groups.push_back(
+                effect_.techniques[place.technique].passes[place.pass].packed.push_back(
                     {depths, shader.spirv, samplersOf(shader), shader.texelBytes, shader.rows});
             }
         }

@@ -18,8 +18,8 @@ struct EffectCompilerOptions
     /// Searched for `#include "..."` after the directory of the including file.
     std::vector<std::filesystem::path> includeDirectories;
 
-    /// Makes CompiledEffect::GroupShader of the passes that can have them.
-    bool groups = false;
+    /// Makes CompiledEffect::PackedShader of the passes that can have them.
+    bool packed = false;
 };
 
 /// Compiles one effect file, every technique of it, and validates what comes out. After an error it looks for

@@ -108,7 +108,7 @@ bool Batch::begin(std::uint64_t value, bool timed)
     if (!device_.succeeded(vkBeginCommandBuffer(commands_, &info), "beginning commands")) {
         return false;
     }
-    if (device_.drawsGroups()) {
+    if (device_.drawsPacked()) {
         // Mesa's software device (22.3) passes over a barrier that is a buffer's first command, and follows
         // uses of images by itself, which it cannot where memory has several shapes.
         vkCmdSetDepthBias(commands_, 0.0F, 0.0F, 0.0F);
@@ -159,7 +159,7 @@ void Batch::showToHost()
 
 bool Batch::end()
 {
-    if (device_.drawsGroups()) {
+    if (device_.drawsPacked()) {
         showToHost();
     }
     if (timed_) {
@@ -265,7 +265,7 @@ void Batch::use(Texture& texture, const Use& next)
     if (next.writes) {
         texture.lastWrite.store(value_, std::memory_order_relaxed);
     }
-    if (texture.hasGroups()) {
+    if (texture.hasPacked()) {
         useMemory(texture, next);
         return;
     }
@@ -285,7 +285,7 @@ void Batch::useMemory(Texture& texture, const Use& next)
 {
     const VkAccessFlags2 written = next.writes ? next.access : VK_ACCESS_2_NONE;
     if (texture.use.layout != VK_IMAGE_LAYOUT_GENERAL) {
-        for (VkImage image : {texture.image, texture.groups.image}) {
+        for (VkImage image : {texture.image, texture.packed.image}) {
             VkImageMemoryBarrier2 barrier = imageBarrier(image, texture.use, VK_IMAGE_LAYOUT_GENERAL);
             barrier.dstStageMask = next.stage;
             barrier.dstAccessMask = next.access;

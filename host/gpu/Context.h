@@ -72,7 +72,7 @@ public:
 
     GPUStatistics statistics();
     std::atomic<std::uint64_t> draws{0};
-    std::atomic<std::uint64_t> groupDraws{0};
+    std::atomic<std::uint64_t> packedDraws{0};
     std::atomic<std::uint64_t> sharedTransfers{0};
 
 private:

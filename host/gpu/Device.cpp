@@ -83,7 +83,7 @@ bool supportsDrawing(VkPhysicalDevice physical, VkFormat format)
     return (properties.optimalTilingFeatures & wanted) == wanted;
 }
 
-bool canDrawGroups(VkPhysicalDevice physical, VkPhysicalDeviceType type)
+bool canDrawPacked(VkPhysicalDevice physical, VkPhysicalDeviceType type)
 {
     constexpr VkFormatFeatureFlags drawn = VK_FORMAT_FEATURE_COLOR_ATTACHMENT_BIT;
     constexpr VkFormatFeatureFlags whole =
@@ -99,7 +99,7 @@ bool canDrawGroups(VkPhysicalDevice physical, VkPhysicalDeviceType type)
     };
     constexpr VkFormatFeatureFlags read = VK_FORMAT_FEATURE_UNIFORM_TEXEL_BUFFER_BIT;
     return type == VK_PHYSICAL_DEVICE_TYPE_CPU && offers(VK_FORMAT_R8G8B8A8_UNORM, whole, 0) &&
-           offers(VK_FORMAT_R16G16B16A16_UNORM, whole, 0) && offers(groupFormat, drawn, 0) &&
+           offers(VK_FORMAT_R16G16B16A16_UNORM, whole, 0) && offers(packedFormat, drawn, 0) &&
            offers(VK_FORMAT_R8G8B8A8_UINT, 0, read) && offers(VK_FORMAT_R16G16B16A16_UINT, 0, read) &&
            offers(VK_FORMAT_R32G32_UINT, 0, read) && offers(VK_FORMAT_R32G32B32A32_UINT, 0, read);
 }
@@ -300,7 +300,7 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
     vkGetPhysicalDeviceProperties(physical, &properties);
     self->limits_ = properties.limits;
     vkGetPhysicalDeviceMemoryProperties(physical, &self->memory_);
-    self->drawsGroups_ = canDrawGroups(physical, properties.deviceType);
+    self->drawsPacked_ = canDrawPacked(physical, properties.deviceType);
 
     const float priority = 1.0F;
     VkDeviceQueueCreateInfo queue{};
@@ -312,7 +312,7 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
     Features features;
     features.core.features.dualSrcBlend = VK_TRUE;
     features.core.features.robustBufferAccess =
-        self->drawsGroups_ ? VK_TRUE : VK_FALSE; // texels out of range
+        self->drawsPacked_ ? VK_TRUE : VK_FALSE; // texels out of range
     features.v12.timelineSemaphore = VK_TRUE;
     features.v13.dynamicRendering = VK_TRUE;
     features.v13.synchronization2 = VK_TRUE;

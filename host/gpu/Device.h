@@ -31,8 +31,8 @@ struct FaultInjection
     bool takeAllocation();
 };
 
-/// A group of texels as one.
-constexpr VkFormat groupFormat = VK_FORMAT_R32G32B32A32_UINT;
+/// A packed texel as one.
+constexpr VkFormat packedFormat = VK_FORMAT_R32G32B32A32_UINT;
 
 /// The Vulkan instance, with the validation layer when it is wanted.
 class Instance
@@ -99,7 +99,7 @@ public:
     /// Whether images lie in memory row by row, so that four texels of 32 bits can be drawn as one of 128,
     /// and read as a buffer. So it is on software devices, where that is the faster way: they pay for each
     /// fragment. On others such images are slow or cannot be drawn into.
-    bool drawsGroups() const { return drawsGroups_; }
+    bool drawsPacked() const { return drawsPacked_; }
 
     /// True for VK_SUCCESS. Anything else is written to the log as the failure of `what`, and a lost device
     /// is lost from then on.
@@ -118,7 +118,7 @@ private:
     VkQueue queue_ = nullptr;
     std::uint32_t queueFamily_ = 0;
     std::uint32_t timerBits_ = 0;
-    bool drawsGroups_ = false;
+    bool drawsPacked_ = false;
     VkPipelineCache pipelineCache_ = nullptr;
     VkPhysicalDeviceLimits limits_{};
     VkPhysicalDeviceMemoryProperties memory_{};

@@ -38,8 +38,8 @@ void destroyTechnique(Device& device, TechniqueProgram& technique)
         destroyPipelines(device, pass.pipelines);
         destroyShader(device, pass);
     }
-    for (TechniqueProgram::Groups& groups : technique.groups) {
-        for (GroupProgram& pass : groups.passes) {
+    for (TechniqueProgram::Packed& packed : technique.packed) {
+        for (PackedProgram& pass : packed.passes) {
             vkDestroyPipeline(device.handle(), pass.pipeline, nullptr);
             pass.pipeline = nullptr;
             destroyShader(device, pass);
@@ -76,7 +76,7 @@ bool EffectProgram::createTechnique(std::size_t index, PassRefusal& refusal)
             return false;
         }
     }
-    if (!createGroups(technique, program)) {
+    if (!createPacked(technique, program)) {
         refusal = {technique.name, technique.passes.back().name};
         return false;
     }
@@ -103,11 +103,11 @@ bool EffectProgram::makeReady(std::size_t technique, std::size_t pass)
 {
     const std::lock_guard lock(making_);
     TechniqueProgram& program = techniques_[technique];
-    if (program.groups.empty()) {
+    if (program.packed.empty()) {
         return makePipelines(effect_->techniques[technique].passes[pass], program.passes[pass]);
     }
-    return std::all_of(program.groups.begin(), program.groups.end(),
-                       [&](TechniqueProgram::Groups& groups) { return makePipeline(groups.passes[pass]); });
+    return std::all_of(program.packed.begin(), program.packed.end(),
+                       [&](TechniqueProgram::Packed& packed) { return makePipeline(packed.passes[pass]); });
 }
 
 bool EffectProgram::makePipelines(std::size_t technique)
@@ -126,15 +126,16 @@ bool EffectProgram::makePipelines(std::size_t technique)
     return true;
 }
 
-bool EffectProgram::makeGroupPipelines(std::size_t technique, std::size_t groups)
+bool EffectProgram::makePackedPipelines(std::size_t technique, std::size_t packed)
 {
-    std::vector<GroupProgram>& passes = techniques_[technique].groups[groups].passes;
-    if (std::all_of(passes.begin(), passes.end(), [](GroupProgram& pass) { return isMade(pass.pipeline); })) {
+    std::vector<PackedProgram>& passes = techniques_[technique].packed[packed].passes;
+    if (std::all_of(passes.begin(), passes.end(),
+                    [](PackedProgram& pass) { return isMade(pass.pipeline); })) {
         return true;
     }
     const std::lock_guard lock(making_);
     return std::all_of(passes.begin(), passes.end(),
-                       [this](GroupProgram& pass) { return makePipeline(pass); });
+                       [this](PackedProgram& pass) { return makePipeline(pass); });
 }
 
 EffectProgram::~EffectProgram()
@@ -183,7 +184,7 @@ bool EffectProgram::createLayouts(ShaderProgram& program)
     info.pSetLayouts = &program.setLayout;
     if (!program.rows.empty()) {
         info.pushConstantRangeCount = 1;
-        info.pPushConstantRanges = &groupRows;
+        info.pPushConstantRanges = &packedRows;
     }
     return device.succeeded(vkCreatePipelineLayout(device.handle(), &info, nullptr, &program.layout),
                             "setting up an effect");
@@ -232,28 +233,28 @@ bool EffectProgram::makePipelines(const CompiledEffect::Pass& pass, PassProgram&
     return true;
 }
 
-bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program)
+bool EffectProgram::createPacked(const CompiledEffect::Technique& technique, TechniqueProgram& program)
 {
-    if (!context_->device().drawsGroups()) {
+    if (!context_->device().drawsPacked()) {
         return true;
     }
-    for (const CompiledEffect::GroupShader& first : technique.passes.front().groups) {
-        std::vector<const CompiledEffect::GroupShader*> shaders;
+    for (const CompiledEffect::PackedShader& first : technique.passes.front().packed) {
+        std::vector<const CompiledEffect::PackedShader*> shaders;
         for (const CompiledEffect::Pass& pass : technique.passes) {
-            const auto found = std::find_if(pass.groups.begin(), pass.groups.end(), [&](const auto& shader) {
+            const auto found = std::find_if(pass.packed.begin(), pass.packed.end(), [&](const auto& shader) {
                 return shader.depths == first.depths;
             });
-            if (found != pass.groups.end()) {
+            if (found != pass.packed.end()) {
                 shaders.push_back(&*found);
             }
         }
         if (shaders.size() != technique.passes.size()) {
             continue;
         }
-        std::vector<GroupProgram>& passes =
-            program.groups.emplace_back(TechniqueProgram::Groups{first.depths, {}}).passes;
-        for (const CompiledEffect::GroupShader* shader : shaders) {
-            GroupProgram& pass = passes.emplace_back();
+        std::vector<PackedProgram>& passes =
+            program.packed.emplace_back(TechniqueProgram::Packed{first.depths, {}}).passes;
+        for (const CompiledEffect::PackedShader* shader : shaders) {
+            PackedProgram& pass = passes.emplace_back();
             pass.shader = shader;
             pass.texelBytes = shader->texelBytes;
             pass.rows = shader->rows;
@@ -265,7 +266,7 @@ bool EffectProgram::createGroups(const CompiledEffect::Technique& technique, Tec
     return true;
 }
 
-bool EffectProgram::makePipeline(GroupProgram& program)
+bool EffectProgram::makePipeline(PackedProgram& program)
 {
     if (program.pipeline != nullptr) {
         return true;
@@ -275,10 +276,10 @@ bool EffectProgram::makePipeline(GroupProgram& program)
     VkShaderModule module = nullptr;
     VkResult result = createShaderModule(device, program.shader->spirv, module);
     if (result == VK_SUCCESS) {
-        result = createGroupPipeline(device, module, program.layout, !program.rows.empty(), pipeline);
+        result = createPackedPipeline(device, module, program.layout, !program.rows.empty(), pipeline);
         vkDestroyShaderModule(device.handle(), module, nullptr);
     }
-    if (!device.succeeded(result, "making an effect's pipeline for groups of texels")) {
+    if (!device.succeeded(result, "making an effect's pipeline for packed texels")) {
         return false;
     }
     setMade(program.pipeline, pipeline);

@@ -18,7 +18,7 @@ struct ShaderProgram
     std::vector<std::uint32_t> dimensions; ///< 2 or 3, of the texture that each reads; 1: as texels in a row
     bool discards = false;                 ///< it may leave pixels as they are
 
-    // Where it draws groups: see CompiledEffect::GroupShader.
+    // Where it draws groups: see CompiledEffect::PackedShader.
     std::vector<std::uint32_t> texelBytes;
     std::vector<std::uint32_t> rows;
 };
@@ -30,10 +30,10 @@ struct PassProgram : ShaderProgram
     bool hasPipelines = false;
 };
 
-/// A pass that draws groups of texels.
-struct GroupProgram : ShaderProgram
+/// A pass that draws packed texels.
+struct PackedProgram : ShaderProgram
 {
-    const CompiledEffect::GroupShader* shader = nullptr;
+    const CompiledEffect::PackedShader* shader = nullptr;
     VkPipeline pipeline = nullptr; ///< null until it is made
 };
 
@@ -42,13 +42,13 @@ struct TechniqueProgram
 {
     std::vector<PassProgram> passes;
 
-    /// The passes by groups of texels.
-    struct Groups
+    /// The passes by packed texels.
+    struct Packed
     {
-        CompiledEffect::GroupShader::Depths depths;
-        std::vector<GroupProgram> passes;
+        CompiledEffect::PackedShader::Depths depths;
+        std::vector<PackedProgram> passes;
     };
-    std::vector<Groups> groups; ///< for each pair of depths that each pass can
+    std::vector<Packed> packed; ///< for each pair of depths that each pass can
 };
 
 /// A pass that the device does not take.
@@ -72,7 +72,7 @@ public:
     /// Told of each pass before its pipelines are made: indices of the technique and of the pass in it.
     using Observer = std::function<void(std::size_t technique, std::size_t pass)>;
 
-    /// Makes the pipelines that draws of whole pictures need. Where these are drawn by groups of texels, few
+    /// Makes the pipelines that draws of whole pictures need. Where these are drawn by packed texels, few
     /// draws are by single texels, whose pipelines are left to the first of them. False, with the refusal,
     /// when the device does not take them. Any thread may call it, inside an Operation.
     bool makeReady(PassRefusal& refusal, const Observer& observer = {});
@@ -91,7 +91,7 @@ public:
     /// are still to be made. Any thread may call it, inside an Operation; false when the device does not take
     /// them.
     bool makePipelines(std::size_t technique);
-    bool makeGroupPipelines(std::size_t technique, std::size_t groups);
+    bool makePackedPipelines(std::size_t technique, std::size_t packed);
 
 private:
     EffectProgram(std::shared_ptr<Context> context, std::shared_ptr<const CompiledEffect> effect)
@@ -99,10 +99,10 @@ private:
     {
     }
     bool createTechnique(std::size_t index, PassRefusal& refusal);
-    bool createGroups(const CompiledEffect::Technique& technique, TechniqueProgram& program);
+    bool createPacked(const CompiledEffect::Technique& technique, TechniqueProgram& program);
     bool makeReady(std::size_t technique, std::size_t pass);
     bool makePipelines(const CompiledEffect::Pass& pass, PassProgram& program);
-    bool makePipeline(GroupProgram& program);
+    bool makePipeline(PackedProgram& program);
     bool createShader(const std::vector<std::uint32_t>& spirv, const std::vector<std::uint32_t>& samplers,
                       ShaderProgram& program);
     bool createLayouts(ShaderProgram& program);

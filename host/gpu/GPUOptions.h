@@ -55,8 +55,8 @@ struct GPUOptions
     /// Workers that are busy at once as long as nobody waits for an effect. Default: one a processor core.
     unsigned workers = 0;
 
-    /// Software devices draw effects by groups of texels, which is faster; off, texel by texel.
-    bool texelGroups = true;
+    /// Software devices draw effects by packed texels, which is faster; off, texel by texel.
+    bool packedTexels = true;
 
     /// Effects are made ready for their first frame when they are loaded: the driver's work that would hold
     /// it up is done. Off, for who draws few techniques of many, a technique is made ready when it is drawn.
@@ -104,7 +104,7 @@ struct GPUStatistics
     std::uint64_t memoryAllocations = 0;  ///< allocations of device memory since the start
     std::uint64_t batchesSubmitted = 0;   ///< submissions to the device's queue
     std::uint64_t draws = 0;              ///< passes and primitives recorded
-    std::uint64_t groupDraws = 0;         ///< those of them that drew groups of texels
+    std::uint64_t packedDraws = 0;        ///< those of them that drew packed texels
     std::uint64_t barriers = 0;           ///< image and buffer barriers recorded
     std::uint64_t sharedTransfers = 0;    ///< uploads and downloads that copied nothing
     std::uint64_t glyphPageBytes = 0;     ///< GPU images that hold the pictures of glyphs

@@ -299,7 +299,7 @@ Worker::CompileRequest GPUService::requestFor(const LightweightString<wchar_t>& 
     Worker::CompileRequest request = compileRequest(path, definitions);
     const std::shared_ptr<Vulkan::Context> context = this->context();
     const std::lock_guard lock(mutex_);
-    request.options.groups = options_.texelGroups && context != nullptr && context->device().drawsGroups();
+    request.options.packed = options_.packedTexels && context != nullptr && context->device().drawsPacked();
     return request;
 }
 

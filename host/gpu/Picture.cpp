@@ -8,7 +8,7 @@ Texture* Picture::forWriting(Batch& batch, bool replacesAll)
 {
     if (texture_.isShared()) {
         Pooled<Texture> own = acquireTextureAtOnce(context(), key);
-        if (!own || own->hasGroups() != hasGroups) {
+        if (!own || own->hasPacked() != hasPacked) {
             return nullptr;
         }
         if (!replacesAll) {

@@ -10,15 +10,15 @@ class Picture
 public:
     explicit Picture(Pooled<Texture> texture)
         : key(texture->key),
-          hasGroups(texture->hasGroups()),
-          rowGroups(texture->groups.rowGroups),
+          hasPacked(texture->hasPacked()),
+          rowPacked(texture->packed.rowPacked),
           texture_(std::move(texture))
     {
     }
 
     const TextureKey key;
-    const bool hasGroups;          ///< as Texture::hasGroups()
-    const std::uint32_t rowGroups; ///< as TexelGroups::rowGroups
+    const bool hasPacked;          ///< as Texture::hasPacked()
+    const std::uint32_t rowPacked; ///< as PackedTexels::rowPacked
 
     Context& context() const { return texture_.context(); }
 

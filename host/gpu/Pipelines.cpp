@@ -145,14 +145,14 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
     return result;
 }
 
-VkResult createGroupPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout, bool takesRows,
-                             VkPipeline& pipeline)
+VkResult createPackedPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout,
+                              bool takesRows, VkPipeline& pipeline)
 {
     VkShaderModule vertex = nullptr;
     VkResult result = takesRows ? createShaderModule(device, triangleWithRowsVertexShader, vertex)
                                 : createShaderModule(device, triangleVertexShader, vertex);
     if (result == VK_SUCCESS) {
-        result = createPipeline(device, vertex, fragment, layout, Blending::Replace, groupFormat, pipeline);
+        result = createPipeline(device, vertex, fragment, layout, Blending::Replace, packedFormat, pipeline);
     }
     vkDestroyShaderModule(device.handle(), vertex, nullptr);
     return result;
@@ -201,10 +201,10 @@ void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area
                  {target.key.width, target.key.height}, area, load, clear);
 }
 
-void beginDrawingGroups(VkCommandBuffer commands, const Texture& target)
+void beginDrawingPacked(VkCommandBuffer commands, const Texture& target)
 {
-    const VkExtent2D size{target.groups.width, target.key.height};
-    beginDrawing(commands, target.groups.target, target.layoutFor(VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL),
+    const VkExtent2D size{target.packed.width, target.key.height};
+    beginDrawing(commands, target.packed.target, target.layoutFor(VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL),
                  size, {{0, 0}, size}, VK_ATTACHMENT_LOAD_OP_DONT_CARE, {});
 }
 

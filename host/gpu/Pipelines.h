@@ -33,20 +33,20 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
                          FormatPipelines& pipelines, std::span<const std::uint32_t> vertex = {});
 void destroyPipelines(Device& device, FormatPipelines& pipelines);
 
-/// Rows of the uniform buffer on their way to a shader that draws groups of texels: the vertex shader passes
+/// Rows of the uniform buffer on their way to a shader that draws packed texels: the vertex shader passes
 /// them on.
-constexpr VkPushConstantRange groupRows{VK_SHADER_STAGE_VERTEX_BIT, 0,
-                                        CompiledEffect::GroupShader::mostRows * 4 * sizeof(float)};
+constexpr VkPushConstantRange packedRows{VK_SHADER_STAGE_VERTEX_BIT, 0,
+                                         CompiledEffect::PackedShader::mostRows * 4 * sizeof(float)};
 
-/// A pipeline for groups of texels, for a fragment shader that takes rows or does not.
-VkResult createGroupPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout, bool takesRows,
-                             VkPipeline& pipeline);
+/// A pipeline for packed texels, for a fragment shader that takes rows or does not.
+VkResult createPackedPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout,
+                              bool takesRows, VkPipeline& pipeline);
 
 /// Begins drawing into a target that renderTo() was announced for; only `area` is touched.
 void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area, VkAttachmentLoadOp load,
                   const VkClearColorValue& clear = {});
 
 /// The same for all of a target, by groups of its texels. What was in it does not matter.
-void beginDrawingGroups(VkCommandBuffer commands, const Texture& target);
+void beginDrawingPacked(VkCommandBuffer commands, const Texture& target);
 
 } // namespace Qx::Host::Vulkan

@@ -7,7 +7,7 @@ namespace Qx::Host::Vulkan {
 
 namespace {
 
-constexpr std::uint32_t groupBytes = 16;
+constexpr std::uint32_t packedBytes = 16;
 
 /// The host may have written to an image in rows before the device first uses it.
 VkImageLayout layoutOfNew(VkImageTiling tiling)
@@ -33,7 +33,7 @@ VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImage
 
 VkImageTiling tilingOf(const Device& device, const TextureKey& key)
 {
-    const bool rowByRow = device.drawsGroups() && key.depth == 0 && groupedBits(key.format) != 0;
+    const bool rowByRow = device.drawsPacked() && key.depth == 0 && packedBits(key.format) != 0;
     return rowByRow ? VK_IMAGE_TILING_LINEAR : VK_IMAGE_TILING_OPTIMAL;
 }
 
@@ -112,35 +112,35 @@ VkResult Texture::allocate(Device& device, DeviceMemory& deviceMemory)
 {
     VkMemoryRequirements requirements;
     vkGetImageMemoryRequirements(device.handle(), image, &requirements);
-    if (tilingOf(device, key) == VK_IMAGE_TILING_LINEAR && createGroups(device) == VK_SUCCESS) {
+    if (tilingOf(device, key) == VK_IMAGE_TILING_LINEAR && createPacked(device) == VK_SUCCESS) {
         VkMemoryRequirements others;
-        vkGetImageMemoryRequirements(device.handle(), groups.image, &others);
+        vkGetImageMemoryRequirements(device.handle(), packed.image, &others);
         requirements.size = std::max(requirements.size, others.size);
         requirements.alignment = std::max(requirements.alignment, others.alignment);
         requirements.memoryTypeBits &= others.memoryTypeBits;
-        vkGetBufferMemoryRequirements(device.handle(), groups.buffer, &others);
+        vkGetBufferMemoryRequirements(device.handle(), packed.buffer, &others);
         requirements.size = std::max(requirements.size, others.size);
         requirements.alignment = std::max(requirements.alignment, others.alignment);
         requirements.memoryTypeBits &= others.memoryTypeBits;
     } else {
-        destroyGroups(device);
+        destroyPacked(device);
     }
     VkResult result = deviceMemory.allocate(requirements, MemoryUse::Image, memory);
     inHostMemory = result == VK_SUCCESS && liesAsHostImage(device);
     if (result == VK_SUCCESS) {
         result = vkBindImageMemory(device.handle(), image, memory.memory, memory.offset);
     }
-    if (result != VK_SUCCESS || groups.image == nullptr) {
+    if (result != VK_SUCCESS || packed.image == nullptr) {
         return result;
     }
-    result = vkBindImageMemory(device.handle(), groups.image, memory.memory, memory.offset);
+    result = vkBindImageMemory(device.handle(), packed.image, memory.memory, memory.offset);
     if (result == VK_SUCCESS) {
-        result = vkBindBufferMemory(device.handle(), groups.buffer, memory.memory, memory.offset);
+        result = vkBindBufferMemory(device.handle(), packed.buffer, memory.memory, memory.offset);
     }
     if (result == VK_SUCCESS) {
-        result = createView(device, groupFormat, false, groups.image, false, groups.target);
+        result = createView(device, packedFormat, false, packed.image, false, packed.target);
     }
-    const bool isByte = groupedBits(key.format) == 8;
+    const bool isByte = packedBits(key.format) == 8;
     const std::array<VkFormat, 3> formats{isByte ? VK_FORMAT_R8G8B8A8_UINT : VK_FORMAT_UNDEFINED,
                                           isByte ? VK_FORMAT_R32G32_UINT : VK_FORMAT_R16G16B16A16_UINT,
                                           VK_FORMAT_R32G32B32A32_UINT};
@@ -148,10 +148,10 @@ VkResult Texture::allocate(Device& device, DeviceMemory& deviceMemory)
         if (formats[i] != VK_FORMAT_UNDEFINED) {
             VkBufferViewCreateInfo info{};
             info.sType = VK_STRUCTURE_TYPE_BUFFER_VIEW_CREATE_INFO;
-            info.buffer = groups.buffer;
+            info.buffer = packed.buffer;
             info.format = formats[i];
             info.range = VK_WHOLE_SIZE;
-            result = vkCreateBufferView(device.handle(), &info, nullptr, &groups.views[i]);
+            result = vkCreateBufferView(device.handle(), &info, nullptr, &packed.views[i]);
         }
     }
     return result;
@@ -160,7 +160,7 @@ VkResult Texture::allocate(Device& device, DeviceMemory& deviceMemory)
 bool mayLieInHostMemory(const Device& device, const TextureKey& key)
 {
     return tilingOf(device, key) == VK_IMAGE_TILING_LINEAR &&
-           key.width * bytesPerTexel(key.format) % groupBytes == 0;
+           key.width * bytesPerTexel(key.format) % packedBytes == 0;
 }
 
 bool Texture::liesAsHostImage(const Device& device) const
@@ -169,38 +169,38 @@ bool Texture::liesAsHostImage(const Device& device) const
                                              VK_MEMORY_PROPERTY_HOST_COHERENT_BIT |
                                              VK_MEMORY_PROPERTY_HOST_CACHED_BIT;
     const VkMemoryPropertyFlags has = device.memory().memoryTypes[memory.type].propertyFlags;
-    return groups.image != nullptr && (has & needed) == needed &&
-           groups.rowGroups * groupBytes == key.width * bytesPerTexel(key.format);
+    return packed.image != nullptr && (has & needed) == needed &&
+           packed.rowPacked * packedBytes == key.width * bytesPerTexel(key.format);
 }
 
 /// Fails where the image's rows cannot be seen in the other shapes.
-VkResult Texture::createGroups(Device& device)
+VkResult Texture::createPacked(Device& device)
 {
     const std::uint32_t texelBytes = bytesPerTexel(key.format);
-    const std::uint32_t texelsOfGroup = groupBytes / texelBytes;
-    groups.width = (key.width + texelsOfGroup - 1) / texelsOfGroup;
-    const VkImageCreateInfo info = imageInfo({groupFormat, groups.width, key.height, 0},
+    const std::uint32_t texelsPerPacked = packedBytes / texelBytes;
+    packed.width = (key.width + texelsPerPacked - 1) / texelsPerPacked;
+    const VkImageCreateInfo info = imageInfo({packedFormat, packed.width, key.height, 0},
                                              VK_IMAGE_TILING_LINEAR, VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT);
-    VkResult result = vkCreateImage(device.handle(), &info, nullptr, &groups.image);
+    VkResult result = vkCreateImage(device.handle(), &info, nullptr, &packed.image);
     if (result != VK_SUCCESS) {
-        groups.image = nullptr;
+        packed.image = nullptr;
         return result;
     }
     const VkSubresourceLayout texels = layoutInMemory(device, image);
-    const VkSubresourceLayout whole = layoutInMemory(device, groups.image);
+    const VkSubresourceLayout whole = layoutInMemory(device, packed.image);
     const VkDeviceSize bytes = texels.rowPitch * key.height;
     if (texels.rowPitch != whole.rowPitch || texels.offset != 0 || whole.offset != 0 ||
-        texels.rowPitch % groupBytes != 0 || bytes / texelBytes > device.limits().maxTexelBufferElements) {
+        texels.rowPitch % packedBytes != 0 || bytes / texelBytes > device.limits().maxTexelBufferElements) {
         return VK_ERROR_FORMAT_NOT_SUPPORTED;
     }
-    groups.rowGroups = static_cast<std::uint32_t>(texels.rowPitch / groupBytes);
+    packed.rowPacked = static_cast<std::uint32_t>(texels.rowPitch / packedBytes);
     VkBufferCreateInfo buffer{};
     buffer.sType = VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO;
     buffer.size = bytes;
     buffer.usage = VK_BUFFER_USAGE_UNIFORM_TEXEL_BUFFER_BIT;
-    result = vkCreateBuffer(device.handle(), &buffer, nullptr, &groups.buffer);
+    result = vkCreateBuffer(device.handle(), &buffer, nullptr, &packed.buffer);
     if (result != VK_SUCCESS) {
-        groups.buffer = nullptr;
+        packed.buffer = nullptr;
     }
     return result;
 }
@@ -212,7 +212,7 @@ void Texture::exchange(Texture& other)
     std::swap(memory, other.memory);
     std::swap(sampled, other.sampled);
     std::swap(target, other.target);
-    std::swap(groups, other.groups);
+    std::swap(packed, other.packed);
     std::swap(inHostMemory, other.inHostMemory);
     std::swap(use, other.use);
     swapValues(lastUse, other.lastUse);
@@ -221,20 +221,20 @@ void Texture::exchange(Texture& other)
     swapValues(givenOut, other.givenOut);
 }
 
-void Texture::destroyGroups(Device& device)
+void Texture::destroyPacked(Device& device)
 {
-    vkDestroyImageView(device.handle(), groups.target, nullptr);
-    for (VkBufferView view : groups.views) {
+    vkDestroyImageView(device.handle(), packed.target, nullptr);
+    for (VkBufferView view : packed.views) {
         vkDestroyBufferView(device.handle(), view, nullptr);
     }
-    vkDestroyImage(device.handle(), groups.image, nullptr);
-    vkDestroyBuffer(device.handle(), groups.buffer, nullptr);
-    groups = {};
+    vkDestroyImage(device.handle(), packed.image, nullptr);
+    vkDestroyBuffer(device.handle(), packed.buffer, nullptr);
+    packed = {};
 }
 
 void Texture::destroy(Device& device, DeviceMemory& deviceMemory)
 {
-    destroyGroups(device);
+    destroyPacked(device);
     vkDestroyImageView(device.handle(), sampled, nullptr);
     vkDestroyImageView(device.handle(), target, nullptr);
     vkDestroyImage(device.handle(), image, nullptr);
@@ -332,7 +332,7 @@ float maxCode(VkFormat format)
     }
 }
 
-std::uint32_t groupedBits(VkFormat format)
+std::uint32_t packedBits(VkFormat format)
 {
     switch (format) {
     case VK_FORMAT_R8G8B8A8_UNORM:

@@ -31,14 +31,14 @@ struct TextureKey
 
 /// The memory of an image in other shapes: as an image whose texels are groups of the image's, and as one
 /// row of texels, rows one after the other.
-struct TexelGroups
+struct PackedTexels
 {
-    VkImage image = nullptr; ///< of groupFormat
+    VkImage image = nullptr; ///< of packedFormat
     VkImageView target = nullptr;
     VkBuffer buffer = nullptr;
     std::array<VkBufferView, 3> views{}; ///< see texelsOf()
     std::uint32_t width = 0;             ///< groups in a row of the picture
-    std::uint32_t rowGroups = 0;         ///< groups from one row to the next
+    std::uint32_t rowPacked = 0;         ///< groups from one row to the next
 
     /// The buffer as texels of 8 or 16 bytes, of 32-bit components, or, for a size that is less, the image's
     /// own.
@@ -58,7 +58,7 @@ struct Texture
     Allocation memory;
     VkImageView sampled = nullptr; ///< as effects see it
     VkImageView target = nullptr;  ///< as it lies in memory; null for three-dimensional images
-    TexelGroups groups;            ///< null where the device does not draw groups, or not of such an image
+    PackedTexels packed;           ///< null where the device does not draw groups, or not of such an image
     bool inHostMemory = false;     ///< its rows lie in memory as those of a host image do
     UseState use;
     std::atomic<std::uint64_t> lastUse{0};   ///< timeline value after which the device is done with it
@@ -69,11 +69,11 @@ struct Texture
 
     std::uint64_t memoryBytes() const { return key.bytes(); }
     bool exists() const { return image != nullptr; }
-    bool hasGroups() const { return groups.target != nullptr; }
+    bool hasPacked() const { return packed.target != nullptr; }
 
     /// The layout that the image has while it is used in a way that likes `best`: memory in several shapes
     /// keeps one that is common to them.
-    VkImageLayout layoutFor(VkImageLayout best) const { return hasGroups() ? VK_IMAGE_LAYOUT_GENERAL : best; }
+    VkImageLayout layoutFor(VkImageLayout best) const { return hasPacked() ? VK_IMAGE_LAYOUT_GENERAL : best; }
 
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, Texture& texture);
     void destroy(Device& device, DeviceMemory& memory);
@@ -84,8 +84,8 @@ struct Texture
 private:
     VkResult allocate(Device& device, DeviceMemory& memory);
     bool liesAsHostImage(const Device& device) const;
-    VkResult createGroups(Device& device);
-    void destroyGroups(Device& device);
+    VkResult createPacked(Device& device);
+    void destroyPacked(Device& device);
 };
 
 /// A buffer in host memory that holds an image for the device to copy.
@@ -124,7 +124,7 @@ float maxCode(VkFormat format);
 /// Whether a texture of that key can have Texture::inHostMemory.
 bool mayLieInHostMemory(const Device& device, const TextureKey& key);
 
-/// Bits of a component of what can be drawn by groups of texels; 0 for other formats.
-std::uint32_t groupedBits(VkFormat format);
+/// Bits of a component of what can be drawn by packed texels; 0 for other formats.
+std::uint32_t packedBits(VkFormat format);
 
 } // namespace Qx::Host::Vulkan

@@ -154,7 +154,7 @@ void fillTextures(std::span<std::byte> uniforms, const CompiledEffect& effect, T
 {
     for (std::size_t i = 0; i < textures.size(); ++i) {
         if (textures[i] != nullptr) {
-            const CompiledEffect::TextureUniforms texture{static_cast<float>(textures[i]->rowGroups),
+            const CompiledEffect::TextureUniforms texture{static_cast<float>(textures[i]->rowPacked),
                                                           maxCode(textures[i]->key.format)};
             std::memcpy(uniforms.data() + effect.textureUniforms + i * sizeof texture, &texture,
                         sizeof texture);
@@ -162,14 +162,14 @@ void fillTextures(std::span<std::byte> uniforms, const CompiledEffect& effect, T
     }
 }
 
-/// Whether the conditions of CompiledEffect::GroupShader hold for what the passes read.
-bool haveDepth(std::uint32_t bits, const CompiledEffect& effect, const std::vector<GroupProgram>& passes,
+/// Whether the conditions of CompiledEffect::PackedShader hold for what the passes read.
+bool haveDepth(std::uint32_t bits, const CompiledEffect& effect, const std::vector<PackedProgram>& passes,
                Textures textures)
 {
     const auto fits = [bits](const Picture* picture) {
-        return picture != nullptr && picture->hasGroups && groupedBits(picture->key.format) == bits;
+        return picture != nullptr && picture->hasPacked && packedBits(picture->key.format) == bits;
     };
-    for (const GroupProgram& pass : passes) {
+    for (const PackedProgram& pass : passes) {
         for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
             if (pass.dimensions[i] != 3 && !fits(textures[effect.samplers[pass.bindings[i]].texture])) {
                 return false;
@@ -230,7 +230,7 @@ VkDescriptorSet describe(Batch& batch, Device& device, const CompiledEffect& eff
         writes[1 + i].dstBinding = 1 + sampler;
         if (program.dimensions[i] == 1) {
             writes[1 + i].descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_TEXEL_BUFFER;
-            writes[1 + i].pTexelBufferView = &texture.groups.texelsOf(program.texelBytes[i]);
+            writes[1 + i].pTexelBufferView = &texture.packed.texelsOf(program.texelBytes[i]);
         } else {
             images[i] = {program.samplers[i], texture.sampled,
                          texture.layoutFor(VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL)};
@@ -261,13 +261,13 @@ struct Draw
     VkRect2D pixels;
     std::span<const std::byte> uniforms;
     DrawMemory& memory;
-    bool groups = false;
+    bool packed = false;
     std::pmr::vector<Step> steps = memory.list<Step>(0);
 
-    void take(const TechniqueProgram::Groups& grouped)
+    void take(const TechniqueProgram::Packed& grouped)
     {
-        groups = true;
-        for (const GroupProgram& pass : grouped.passes) {
+        packed = true;
+        for (const PackedProgram& pass : grouped.passes) {
             steps.push_back({&pass, pass.pipeline, nullptr});
         }
     }
@@ -280,14 +280,14 @@ struct Draw
     }
 
     /// The index of the technique's groups that this draw can be made of.
-    std::optional<std::size_t> groupsFor(const TechniqueProgram& technique) const
+    std::optional<std::size_t> packedFor(const TechniqueProgram& technique) const
     {
-        if (!target.hasGroups || !coversAll(pixels, target.key)) {
+        if (!target.hasPacked || !coversAll(pixels, target.key)) {
             return std::nullopt;
         }
-        for (std::size_t i = 0; i < technique.groups.size(); ++i) {
-            const TechniqueProgram::Groups& each = technique.groups[i];
-            if (each.depths.target == groupedBits(target.key.format) &&
+        for (std::size_t i = 0; i < technique.packed.size(); ++i) {
+            const TechniqueProgram::Packed& each = technique.packed[i];
+            if (each.depths.target == packedBits(target.key.format) &&
                 haveDepth(each.depths.source, effect, each.passes, textures)) {
                 return i;
             }
@@ -299,12 +299,12 @@ struct Draw
     bool choose(EffectProgram& made, std::size_t index)
     {
         const TechniqueProgram& technique = made.technique(index);
-        const std::optional<std::size_t> grouped = groupsFor(technique);
-        if (grouped ? !made.makeGroupPipelines(index, *grouped) : !made.makePipelines(index)) {
+        const std::optional<std::size_t> grouped = packedFor(technique);
+        if (grouped ? !made.makePackedPipelines(index, *grouped) : !made.makePipelines(index)) {
             return false;
         }
         if (grouped) {
-            take(technique.groups[*grouped]);
+            take(technique.packed[*grouped]);
         } else {
             take(technique.passes);
         }
@@ -324,14 +324,14 @@ struct Draw
             }
         }
         const bool replacesAll =
-            groups || (coversAll(pixels, target.key) && !steps.front().program->discards);
+            packed || (coversAll(pixels, target.key) && !steps.front().program->discards);
         Texture* const texture = target.forWriting(batch, replacesAll);
         if (texture == nullptr) {
             return false;
         }
         prepare(batch, *texture, replacesAll);
-        if (groups) {
-            beginDrawingGroups(batch.commands(), *texture);
+        if (packed) {
+            beginDrawingPacked(batch.commands(), *texture);
         } else {
             beginDrawing(batch.commands(), *texture, pixels,
                          replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
@@ -345,7 +345,7 @@ struct Draw
         }
         vkCmdEndRendering(batch.commands());
         context.draws += steps.size();
-        context.groupDraws += groups ? steps.size() : 0;
+        context.packedDraws += packed ? steps.size() : 0;
         return true;
     }
 
@@ -355,12 +355,12 @@ struct Draw
             return;
         }
         constexpr std::size_t bytes = 16;
-        std::array<std::byte, groupRows.size> rows{};
+        std::array<std::byte, packedRows.size> rows{};
         for (std::size_t i = 0; i < program.rows.size(); ++i) {
             std::memcpy(rows.data() + i * bytes, uniforms.data() + program.rows[i] * bytes, bytes);
         }
-        vkCmdPushConstants(batch.commands(), program.layout, groupRows.stageFlags, groupRows.offset,
-                           groupRows.size, rows.data());
+        vkCmdPushConstants(batch.commands(), program.layout, packedRows.stageFlags, packedRows.offset,
+                           packedRows.size, rows.data());
     }
 
     void prepare(Batch& batch, Texture& into, bool replacesAll) const

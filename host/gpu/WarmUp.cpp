@@ -50,8 +50,8 @@ bool WarmUp::prepare(iGPUImage::eFormat format, iGPUImage::eFormat sourceFormat)
 
 bool WarmUp::hasForm(std::size_t technique, Form form) const
 {
-    const std::vector<TechniqueProgram::Groups>& groups = program_->technique(technique).groups;
-    return std::any_of(groups.begin(), groups.end(), [form](const auto& each) {
+    const std::vector<TechniqueProgram::Packed>& packed = program_->technique(technique).packed;
+    return std::any_of(packed.begin(), packed.end(), [form](const auto& each) {
         return form == Form::ByTexel || (form == Form::Mixed && each.depths.areMixed());
     });
 }

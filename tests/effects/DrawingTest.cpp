@@ -234,7 +234,7 @@ TEST_P(FxTestDrawings, hold_texel_by_texel)
 {
     static GPUService plain([] {
         GPUOptions options;
-        options.texelGroups = false;
+        options.packedTexels = false;
         return options;
     }());
     hold(plain);

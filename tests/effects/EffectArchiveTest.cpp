@@ -51,7 +51,7 @@ protected:
         static const EffectCompilation made = [] {
             const Qx::Test::TemporaryDirectory directory;
             EffectCompilerOptions options;
-            options.groups = true;
+            options.packed = true;
             return compileEffect(directory.write("effect.fx", effectText), options);
         }();
         return made;
@@ -103,8 +103,8 @@ TEST_F(EffectArchive, ComesBackAsItWasWritten)
     ASSERT_EQ(effect.techniques[1].passes.size(), 2U);
     EXPECT_EQ(effect.techniques[1].passes[1].spirv, original.techniques[1].passes[1].spirv);
     EXPECT_EQ(effect.techniques[1].passes[1].samplers, original.techniques[1].passes[1].samplers);
-    ASSERT_EQ(effect.techniques[0].passes[0].groups.size(), 2U);
-    EXPECT_EQ(effect.techniques[0].passes[0].groups[1].depths.target, 16U);
+    ASSERT_EQ(effect.techniques[0].passes[0].packed.size(), 2U);
+    EXPECT_EQ(effect.techniques[0].passes[0].packed[1].depths.target, 16U);
     EXPECT_EQ(effect.textureUniforms, original.textureUniforms);
     // What the lines above do not look at shows here.
     EXPECT_EQ(writeEffectArchive(*read), bytes);
@@ -216,25 +216,25 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
          [](Effect& e) {
              e.techniques[0].passes[0].samplers = {1, 0};
          }},
-        {"groups of no depth", [](Effect& e) { e.techniques[0].passes[0].groups[0].depths.source = 10; }},
-        {"groups for no depth", [](Effect& e) { e.techniques[0].passes[0].groups[0].depths.target = 10; }},
-        {"groups of no shader", [](Effect& e) { e.techniques[0].passes[0].groups[0].spirv.clear(); }},
-        {"groups of no sampler", [](Effect& e) { e.techniques[0].passes[0].groups[0].samplers = {2}; }},
+        {"groups of no depth", [](Effect& e) { e.techniques[0].passes[0].packed[0].depths.source = 10; }},
+        {"groups for no depth", [](Effect& e) { e.techniques[0].passes[0].packed[0].depths.target = 10; }},
+        {"groups of no shader", [](Effect& e) { e.techniques[0].passes[0].packed[0].spirv.clear(); }},
+        {"groups of no sampler", [](Effect& e) { e.techniques[0].passes[0].packed[0].samplers = {2}; }},
         {"groups of fewer sizes than samplers",
-         [](Effect& e) { e.techniques[0].passes[0].groups[0].texelBytes.clear(); }},
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].texelBytes.clear(); }},
         {"groups of more sizes than samplers",
-         [](Effect& e) { e.techniques[0].passes[0].groups[0].texelBytes.push_back(16); }},
-        {"groups of texels of another size",
-         [](Effect& e) { e.techniques[0].passes[0].groups[0].texelBytes.at(0) = 12; }},
-        {"groups of texels of no size",
-         [](Effect& e) { e.techniques[0].passes[0].groups[0].texelBytes.at(0) = 0; }},
-        {"groups of texels of half their size",
-         [](Effect& e) { e.techniques[0].passes[0].groups[1].texelBytes.at(0) = 4; }},
-        {"groups of nine rows", [](Effect& e) { e.techniques[0].passes[0].groups[0].rows.assign(9, 0); }},
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].texelBytes.push_back(16); }},
+        {"packed texels of another size",
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].texelBytes.at(0) = 12; }},
+        {"packed texels of no size",
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].texelBytes.at(0) = 0; }},
+        {"packed texels of half their size",
+         [](Effect& e) { e.techniques[0].passes[0].packed[1].texelBytes.at(0) = 4; }},
+        {"groups of nine rows", [](Effect& e) { e.techniques[0].passes[0].packed[0].rows.assign(9, 0); }},
         {"groups of a row past the end",
-         [](Effect& e) { e.techniques[0].passes[0].groups[0].rows = {e.uniformBytes / 16}; }},
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].rows = {e.uniformBytes / 16}; }},
         {"groups of a row that wraps",
-         [](Effect& e) { e.techniques[0].passes[0].groups[0].rows = {0x10000000}; }},
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].rows = {0x10000000}; }},
         {"no room for a texture", [](Effect& e) { e.uniformBytes -= 16; }},
         {"textures among the parameters", [](Effect& e) { e.textureUniforms = 16; }},
         {"textures past the end", [](Effect& e) { e.textureUniforms = e.uniformBytes + 16; }},
@@ -266,9 +266,9 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
     }
     EXPECT_TRUE(readEffectArchive(archiveWith([](Effect&) {})));
     EXPECT_TRUE(readEffectArchive(archiveWith([](Effect& e) {
-        Effect::GroupShader& shader = e.techniques[0].passes[0].groups[0];
+        Effect::PackedShader& shader = e.techniques[0].passes[0].packed[0];
         shader.texelBytes.at(0) = 16;
-        shader.rows.assign(Effect::GroupShader::mostRows, e.uniformBytes / 16 - 1);
+        shader.rows.assign(Effect::PackedShader::mostRows, e.uniformBytes / 16 - 1);
     })));
 }
 

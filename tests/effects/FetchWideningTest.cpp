@@ -4,7 +4,7 @@
 #include "host/effects/spirv/FetchWidening.h"
 #include "host/effects/spirv/SpirvModule.h"
 #include "tests/effects/BrokenModules.h"
-#include "tests/effects/GroupDrawing.h"
+#include "tests/effects/PackedDrawing.h"
 #include "tests/effects/ShaderInterpreter.h"
 
 #include <gtest/gtest.h>
@@ -52,19 +52,19 @@ using Source = std::function<std::int64_t(std::int64_t)>;
 /// Draws the effect at both depths and compares with the texels of those columns.
 void expectTexels(const std::string& body, const Source& source, Reads at8, Reads at16)
 {
-    const std::shared_ptr<const CompiledEffect> effect = groupedEffect(textOf(body));
+    const std::shared_ptr<const CompiledEffect> effect = packedEffect(textOf(body));
     ASSERT_TRUE(effect) << body;
-    for (const CompiledEffect::GroupShader& shader : effect->techniques[0].passes[0].groups) {
+    for (const CompiledEffect::PackedShader& shader : effect->techniques[0].passes[0].packed) {
         EXPECT_EQ(problemsOf(shader.spirv), "") << body;
         ASSERT_EQ(shader.texelBytes.size(), 1U);
         EXPECT_EQ((Reads{shader.texelBytes[0], fetchesIn(shader.spirv)}),
                   shader.depths.source == 8 ? at8 : at16)
             << body << " at " << shader.depths.source << " bits";
-        const GroupPicture picture(shader.depths.source, 1);
-        const auto columns = static_cast<std::int64_t>(GroupPicture::columns);
+        const PackedPicture picture(shader.depths.source, 1);
+        const auto columns = static_cast<std::int64_t>(PackedPicture::columns);
         constexpr std::uint32_t row = 1;
-        const auto groups = static_cast<std::uint32_t>(picture.columns * picture.texelBytes() / 16);
-        const std::vector<std::byte> drawn = drawRow(*effect, shader, {picture}, row, groups);
+        const auto packed = static_cast<std::uint32_t>(picture.columns * picture.texelBytes() / 16);
+        const std::vector<std::byte> drawn = drawRow(*effect, shader, {picture}, row, packed);
         for (std::int64_t x = 0; x < columns; ++x) {
             const auto first = drawn.begin() + x * picture.texelBytes();
             const std::vector<std::byte> texel(first, first + picture.texelBytes());
@@ -74,7 +74,7 @@ void expectTexels(const std::string& body, const Source& source, Reads at8, Read
     }
 }
 
-TEST(FetchWidening, ReadsAGroupOfNeighboursAtOnce)
+TEST(FetchWidening, ReadsPackedNeighboursAtOnce)
 {
     expectTexels("return at(pos.x, pos.y);", [](auto x) { return x; }, {16, 1}, {16, 1});
     expectTexels("return at(63 - pos.x, pos.y);", [](auto x) { return 63 - x; }, {16, 1}, {16, 1});
@@ -137,14 +137,14 @@ TEST(FetchWidening, ReadsInBranches)
     expectTexels("int x = pos.x; if (count > 2) x = pos.x + 1; return at(x, pos.y);",
                  [](auto x) { return x + 1; }, {8, 4}, {8, 2});
     const std::shared_ptr<const CompiledEffect> effect =
-        groupedEffect(textOf("if (count > 2) return at(pos.x, pos.y); return at(pos.x + 4, pos.y);"));
+        packedEffect(textOf("if (count > 2) return at(pos.x, pos.y); return at(pos.x + 4, pos.y);"));
     ASSERT_TRUE(effect);
-    EXPECT_EQ(effect->techniques[0].passes[0].groups[0].texelBytes, std::vector<std::uint32_t>{16});
+    EXPECT_EQ(effect->techniques[0].passes[0].packed[0].texelBytes, std::vector<std::uint32_t>{16});
 }
 
 TEST(FetchWidening, DecidesForEachTextureByItself)
 {
-    const std::shared_ptr<const CompiledEffect> effect = groupedEffect(R"(
+    const std::shared_ptr<const CompiledEffect> effect = packedEffect(R"(
 texture A; sampler SA = sampler_state { Texture = <A>; };
 texture B; sampler SB = sampler_state { Texture = <B>; };
 texture C; sampler SC = sampler_state { Texture = <C>; };
@@ -155,12 +155,12 @@ float4 entry(int2 pos : VPOS) : COLORCODE {
 technique T { pass { PixelShader = compile ps_3_0 entry(); } }
 )");
     ASSERT_TRUE(effect);
-    const auto& groups = effect->techniques[0].passes[0].groups;
-    EXPECT_EQ(groups[0].texelBytes, (std::vector<std::uint32_t>{16, 8, 8}));
-    EXPECT_EQ(groups[1].texelBytes, (std::vector<std::uint32_t>{16, 8, 8}));
-    EXPECT_EQ(problemsOf(groups[0].spirv), "");
-    const std::vector<GroupPicture> pictures{{8, 1}, {8, 2}, {8, 3}};
-    const std::vector<std::byte> drawn = drawRow(*effect, groups[0], pictures, 0, 16);
+    const auto& packed = effect->techniques[0].passes[0].packed;
+    EXPECT_EQ(packed[0].texelBytes, (std::vector<std::uint32_t>{16, 8, 8}));
+    EXPECT_EQ(packed[1].texelBytes, (std::vector<std::uint32_t>{16, 8, 8}));
+    EXPECT_EQ(problemsOf(packed[0].spirv), "");
+    const std::vector<PackedPicture> pictures{{8, 1}, {8, 2}, {8, 3}};
+    const std::vector<std::byte> drawn = drawRow(*effect, packed[0], pictures, 0, 16);
     for (std::int64_t x = 0; x < 64; ++x) { // in memory a, r, g, b
         const std::vector<std::byte> a = pictures[0].texel(x);
         const std::vector<std::byte> b = pictures[1].texel(x >> 1);
@@ -232,21 +232,21 @@ OpFunctionEnd
 )");
 }
 
-constexpr const char* fifthOfGroup =
+constexpr const char* fifthOfPacked =
     "%times = OpIMul %int %int_4 %column\n%index = OpIAdd %int %times %int_5";
 
 TEST(FetchWidening, GivesTheBytesByBinding)
 {
-    std::vector<std::uint32_t> spirv = moduleThatFetches(fifthOfGroup);
+    std::vector<std::uint32_t> spirv = moduleThatFetches(fifthOfPacked);
     EXPECT_EQ(Effects::widenFetches(spirv, 4), (std::map<std::uint32_t, std::uint32_t>{{3, 16}}));
     EXPECT_EQ(problemsOf(spirv), "");
 }
 
 TEST(FetchWidening, FollowsSumsAsTheyAreWritten)
 {
-    const GroupPicture picture(8, 1);
+    const PackedPicture picture(8, 1);
     for (const char* code :
-         {fifthOfGroup, "%times = OpIMul %int %column %int_4\n%index = OpISub %int %times %int_5",
+         {fifthOfPacked, "%times = OpIMul %int %column %int_4\n%index = OpISub %int %times %int_5",
           "%times = OpShiftLeftLogical %int %column %int_4\n%index = OpISub %int %int_5 %times",
           "%sum = OpIAdd %int %column %int_5\n%index = OpShiftLeftLogical %int %sum %int_4",
           "%twice = OpIAdd %int %column %column\n%index = OpIAdd %int %twice %twice"}) {
@@ -267,7 +267,7 @@ TEST(FetchWidening, FollowsSumsAsTheyAreWritten)
 
 TEST(FetchWidening, PicksOneOfTwoTexelsByALowestBitThatIsNotKnown)
 {
-    const GroupPicture picture(8, 1);
+    const PackedPicture picture(8, 1);
     const std::vector<std::uint32_t> single = moduleThatFetches("%index = OpISub %int %column %int_5");
     std::vector<std::uint32_t> wide = single;
     EXPECT_EQ(Effects::widenFetches(wide, 4), (std::map<std::uint32_t, std::uint32_t>{{3, 8}}));
@@ -307,7 +307,7 @@ TEST(FetchWidening, LeavesSumsThatCouldLeaveTheirBoundsAlone)
 
 TEST(FetchWidening, LeavesABufferWithoutABindingAlone)
 {
-    std::vector<std::uint32_t> spirv = moduleThatFetches(fifthOfGroup);
+    std::vector<std::uint32_t> spirv = moduleThatFetches(fifthOfPacked);
     for (std::size_t at = Effects::Spirv::headerWords; at < spirv.size(); at += spirv[at] >> 16U) {
         if ((spirv[at] & 0xffffU) == spv::OpDecorate && spirv[at + 2] == spv::DecorationBinding) {
             spirv[at + 2] = spv::DecorationInputAttachmentIndex;
@@ -320,13 +320,13 @@ TEST(FetchWidening, LeavesABufferWithoutABindingAlone)
 
 TEST(FetchWidening, LeavesAModuleThatIsCutOffAlone)
 {
-    expectCutModulesLeftAlone(moduleThatFetches(fifthOfGroup),
+    expectCutModulesLeftAlone(moduleThatFetches(fifthOfPacked),
                               [](auto& spirv) { return !Effects::widenFetches(spirv, 4).empty(); });
 }
 
 TEST(FetchWidening, SurvivesInstructionsOfOtherWordsThanTheirs)
 {
-    expectChangedModulesSurvived(moduleThatFetches(fifthOfGroup),
+    expectChangedModulesSurvived(moduleThatFetches(fifthOfPacked),
                                  [](auto& spirv) { Effects::widenFetches(spirv, 4); });
 }
 

@@ -1,7 +1,7 @@
 // Comparisons of columns with constants, against what they come to in plain arithmetic.
 
 #include "host/effects/spirv/SpirvModule.h"
-#include "tests/effects/GroupDrawing.h"
+#include "tests/effects/PackedDrawing.h"
 
 #include <gtest/gtest.h>
 
@@ -32,11 +32,11 @@ void expectComparisons(const std::string& text, const std::function<std::int64_t
                     std::to_string(1U << i) + ".0 : 0.0)";
         }
     }
-    const std::shared_ptr<const CompiledEffect> effect = groupedEffect(textOf(body + ");"));
+    const std::shared_ptr<const CompiledEffect> effect = packedEffect(textOf(body + ");"));
     ASSERT_TRUE(effect) << text;
-    const CompiledEffect::GroupShader& shader = effect->techniques[0].passes[0].groups[0];
+    const CompiledEffect::PackedShader& shader = effect->techniques[0].passes[0].packed[0];
     EXPECT_EQ(problemsOf(shader.spirv), "") << text;
-    const std::vector<std::byte> drawn = drawRow(*effect, shader, {GroupPicture(8, 1)}, 0, 16);
+    const std::vector<std::byte> drawn = drawRow(*effect, shader, {PackedPicture(8, 1)}, 0, 16);
     for (std::int64_t x = 0; x < 64; ++x) {
         std::array<unsigned, 4> expected{};
         for (std::size_t i = 0; i < limits.size(); ++i) {
@@ -101,11 +101,11 @@ TEST(IndexArithmetic, ComparesProductsThatLeaveTheirBits)
 std::size_t comparisonsLeft(const std::string& condition)
 {
     const std::shared_ptr<const CompiledEffect> effect =
-        groupedEffect(textOf("return (" + condition + ") ? float(pos.x & 255) : 7.0;"));
+        packedEffect(textOf("return (" + condition + ") ? float(pos.x & 255) : 7.0;"));
     if (effect == nullptr) {
         return 99;
     }
-    const std::vector<std::uint32_t>& spirv = effect->techniques[0].passes[0].groups[0].spirv;
+    const std::vector<std::uint32_t>& spirv = effect->techniques[0].passes[0].packed[0].spirv;
     return countOf(spirv, spv::OpSGreaterThan) + countOf(spirv, spv::OpSGreaterThanEqual) +
            countOf(spirv, spv::OpSLessThan) + countOf(spirv, spv::OpSLessThanEqual);
 }
@@ -121,7 +121,7 @@ TEST(IndexArithmetic, LeavesNoComparisonThatComesToTheSameForAllColumns)
     EXPECT_EQ(comparisonsLeft("(pos.x & 7) < 8"), 0U);
 }
 
-TEST(IndexArithmetic, ComparesAGroupsColumnsOnceWhereTheyAgree)
+TEST(IndexArithmetic, ComparesPackedColumnsOnceWhereTheyAgree)
 {
     EXPECT_EQ(comparisonsLeft("pos.x > 3"), 1U);  // no column of group 0, every one behind it
     EXPECT_EQ(comparisonsLeft("pos.x > 0"), 1U);  // of group 0 only the first does not

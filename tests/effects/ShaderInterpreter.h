@@ -9,7 +9,7 @@
 
 namespace Qx::Host::Tests {
 
-/// What one fragment of a shader for groups of texels is given.
+/// What one fragment of a shader for packed texels is given.
 struct FragmentInputs
 {
     struct Buffer

@@ -5,7 +5,7 @@
 #include "host/effects/spirv/SpirvModule.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/effects/BrokenModules.h"
-#include "tests/effects/GroupDrawing.h"
+#include "tests/effects/PackedDrawing.h"
 
 #include <gtest/gtest.h>
 
@@ -37,18 +37,18 @@ struct Made
 /// At 8 bits. `draws` without: only which rows.
 Made make(const std::string& parameters, const std::string& body, bool draws = true)
 {
-    const std::shared_ptr<const CompiledEffect> effect = groupedEffect(textOf(parameters, body));
+    const std::shared_ptr<const CompiledEffect> effect = packedEffect(textOf(parameters, body));
     if (effect == nullptr) {
         return {};
     }
     Made made;
-    for (const CompiledEffect::GroupShader& shader : effect->techniques[0].passes[0].groups) {
+    for (const CompiledEffect::PackedShader& shader : effect->techniques[0].passes[0].packed) {
         EXPECT_EQ(problemsOf(shader.spirv), "") << body;
     }
-    const CompiledEffect::GroupShader& shader = effect->techniques[0].passes[0].groups[0];
+    const CompiledEffect::PackedShader& shader = effect->techniques[0].passes[0].packed[0];
     made.rows = shader.rows;
     if (draws) {
-        const std::vector<std::byte> drawn = drawRow(*effect, shader, {GroupPicture(8, 1)}, 0, 1);
+        const std::vector<std::byte> drawn = drawRow(*effect, shader, {PackedPicture(8, 1)}, 0, 1);
         for (const std::size_t i : {5U, 6U, 7U, 4U}) {
             made.codes.push_back(static_cast<std::uint8_t>(drawn.at(i)));
         }
@@ -58,9 +58,9 @@ Made make(const std::string& parameters, const std::string& body, bool draws = t
 
 std::size_t uniformLoads(const std::string& parameters, const std::string& body)
 {
-    const std::shared_ptr<const CompiledEffect> effect = groupedEffect(textOf(parameters, body));
+    const std::shared_ptr<const CompiledEffect> effect = packedEffect(textOf(parameters, body));
     return effect == nullptr ? 99
-                             : countOf(effect->techniques[0].passes[0].groups[0].spirv, spv::OpAccessChain);
+                             : countOf(effect->techniques[0].passes[0].packed[0].spirv, spv::OpAccessChain);
 }
 
 using Codes = std::vector<std::uint8_t>;
@@ -144,7 +144,7 @@ TEST(UniformInputs, AreAsManyAsThereIsRoomFor)
         sum += " + " + name;
     }
     const Made made = make(parameters, "return " + sum + ";");
-    EXPECT_EQ(made.rows.size(), CompiledEffect::GroupShader::mostRows);
+    EXPECT_EQ(made.rows.size(), CompiledEffect::PackedShader::mostRows);
     EXPECT_EQ(made.codes, (Codes{56, 56, 56, 56}));
     EXPECT_GE(uniformLoads(parameters, "return " + sum + ";"), 2U);
 }

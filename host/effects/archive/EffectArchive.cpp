@@ -28,7 +28,7 @@ constexpr std::size_t leastAnnotation = 3 * leastText;
 constexpr std::size_t leastParameter = 3 * leastText + 2 + 5 * 4 + 4;
 constexpr std::size_t leastTexture = leastText + 4;
 constexpr std::size_t leastSampler = leastText + 4 + 3;
-constexpr std::size_t leastGroupShader = 6 * 4;
+constexpr std::size_t leastPackedShader = 6 * 4;
 constexpr std::size_t leastPass = leastText + 4 + 4 + 4;
 constexpr std::size_t leastTechnique = leastText + 4 + 4;
 constexpr std::size_t leastInput = leastText + 1;
@@ -137,7 +137,7 @@ std::vector<std::uint32_t> readNumbers(ByteReader& from)
                                    [](ByteReader& r) { return r.number<std::uint32_t>(); });
 }
 
-void writeGroupShader(ByteWriter& to, const CompiledEffect::GroupShader& shader)
+void writePackedShader(ByteWriter& to, const CompiledEffect::PackedShader& shader)
 {
     to.number(shader.depths.source);
     to.number(shader.depths.target);
@@ -147,9 +147,9 @@ void writeGroupShader(ByteWriter& to, const CompiledEffect::GroupShader& shader)
     writeNumbers(to, shader.rows);
 }
 
-CompiledEffect::GroupShader readGroupShader(ByteReader& from)
+CompiledEffect::PackedShader readPackedShader(ByteReader& from)
 {
-    CompiledEffect::GroupShader shader;
+    CompiledEffect::PackedShader shader;
     shader.depths.source = from.number<std::uint32_t>();
     shader.depths.target = from.number<std::uint32_t>();
     shader.spirv = readNumbers(from);
@@ -166,7 +166,7 @@ void writeTechnique(ByteWriter& to, const CompiledEffect::Technique& technique)
         w.text(pass.name);
         writeNumbers(w, pass.spirv);
         writeNumbers(w, pass.samplers);
-        writeEach(w, pass.groups, writeGroupShader);
+        writeEach(w, pass.packed, writePackedShader);
     });
     writeAnnotations(to, technique.annotations);
 }
@@ -180,7 +180,7 @@ CompiledEffect::Technique readTechnique(ByteReader& from)
         pass.name = r.text();
         pass.spirv = readNumbers(r);
         pass.samplers = readNumbers(r);
-        pass.groups = readEach<CompiledEffect::GroupShader>(r, leastGroupShader, readGroupShader);
+        pass.packed = readEach<CompiledEffect::PackedShader>(r, leastPackedShader, readPackedShader);
         return pass;
     });
     technique.annotations = readAnnotations(from);
@@ -277,7 +277,7 @@ bool isSoundShader(const std::vector<std::uint32_t>& spirv, const std::vector<st
     return ascending && (samplers.empty() || samplers.back() < effect.samplers.size()) && isSpirv(spirv);
 }
 
-bool isSound(const CompiledEffect::GroupShader& shader, const CompiledEffect& effect)
+bool isSound(const CompiledEffect::PackedShader& shader, const CompiledEffect& effect)
 {
     const auto isTexel = [&](std::uint32_t bytes) {
         return bytes == shader.depths.source / 2 || bytes == 8 || bytes == 16;
@@ -287,7 +287,7 @@ bool isSound(const CompiledEffect::GroupShader& shader, const CompiledEffect& ef
     return isDepth(shader.depths.source) && isDepth(shader.depths.target) &&
            shader.texelBytes.size() == shader.samplers.size() &&
            std::all_of(shader.texelBytes.begin(), shader.texelBytes.end(), isTexel) &&
-           shader.rows.size() <= CompiledEffect::GroupShader::mostRows &&
+           shader.rows.size() <= CompiledEffect::PackedShader::mostRows &&
            std::all_of(shader.rows.begin(), shader.rows.end(), isRow) &&
            isSoundShader(shader.spirv, shader.samplers, effect);
 }
@@ -295,7 +295,7 @@ bool isSound(const CompiledEffect::GroupShader& shader, const CompiledEffect& ef
 bool isSound(const CompiledEffect::Pass& pass, const CompiledEffect& effect)
 {
     return isSoundShader(pass.spirv, pass.samplers, effect) &&
-           std::all_of(pass.groups.begin(), pass.groups.end(),
+           std::all_of(pass.packed.begin(), pass.packed.end(),
                        [&](const auto& shader) { return isSound(shader, effect); });
 }
 

@@ -58,7 +58,7 @@ Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& conte
             to.text(directory.native());
         }
     }
-    to.number(static_cast<std::uint8_t>(options.groups ? 1 : 0));
+    to.number(static_cast<std::uint8_t>(options.packed ? 1 : 0));
     return Cache::digestOf(to.bytes());
 }
 

@@ -19,7 +19,7 @@ constexpr std::size_t deepestCalls = 256;
 constexpr std::size_t mostInlinedTokens = 1U << 17U;
 constexpr std::size_t tokensOfCall = 64; // what one costs beside its text
 constexpr std::size_t mostNamesakes = 64;
-constexpr std::size_t mostGroupedTokens = mostInlinedTokens / 4; // which is called up to four times
+constexpr std::size_t mostPackedTokens = mostInlinedTokens / 4; // which is called up to four times
 
 // One level and no coordinates outside the draw: an explicit level 0 is what every sampling means here, and
 // it stays defined in branches, where there are no derivatives. The HLSL compiler's own fmod takes the sign
@@ -53,7 +53,7 @@ constexpr std::string_view returnColour = "return qxfx_rotate ? qxfx_colour.wxyz
 // Textures as rows of texels a, r, g, b. The numbers are signed: their conversions are the cheaper ones. That
 // a row is a whole number of groups long shows in the multiplication, for whoever reads several texels at
 // once.
-constexpr std::string_view groupPrelude = R"(
+constexpr std::string_view packedPrelude = R"(
 float4 qxfx_tex2Dcodes(Buffer<uint4> s, float4 of, int2 texel) { return float4(int4(s.Load(texel.y * int(of.x) * qxfx_texels + texel.x))).yzwx; }
 float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex2Dcodes(s, of, texel) * (1.0 / qxfx_sourceMaxCode); }
 )";
@@ -342,7 +342,7 @@ std::optional<std::size_t> PassText::pieceAt(std::size_t line) const
     return next == pieces.begin() || next == pieces.end() ? std::nullopt : std::optional((next - 1)->second);
 }
 
-bool PassWriter::canBeGrouped(const EffectSyntax::Pass& pass) const
+bool PassWriter::canBePacked(const EffectSyntax::Pass& pass) const
 {
     const std::unordered_set<std::string_view> names = reachableFrom(pass);
     const bool remembers =
@@ -350,7 +350,7 @@ bool PassWriter::canBeGrouped(const EffectSyntax::Pass& pass) const
             return names.count(piece.name.text) != 0 && hasVariableStatic(piece.text);
         });
     const auto entry = static_cast<std::size_t>(&findEntry(pass) - syntax_.pieces.data());
-    return !remembers && costs_[entry].tokens <= mostGroupedTokens;
+    return !remembers && costs_[entry].tokens <= mostPackedTokens;
 }
 
 bool PassWriter::isTable(std::string_view texture) const
@@ -394,14 +394,14 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
     return write(pass, withoutBody, std::nullopt);
 }
 
-PassText PassWriter::writeForGroups(const EffectSyntax::Pass& pass,
-                                    CompiledEffect::GroupShader::Depths depths) const
+PassText PassWriter::writePacked(const EffectSyntax::Pass& pass,
+                                 CompiledEffect::PackedShader::Depths depths) const
 {
     return write(pass, {}, depths);
 }
 
 PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody,
-                           std::optional<CompiledEffect::GroupShader::Depths> grouped) const
+                           std::optional<CompiledEffect::PackedShader::Depths> grouped) const
 {
     const EntryCall call(syntax_, findEntry(pass), pass);
     std::unordered_set<std::string_view> names = reachableFrom(pass);
@@ -416,7 +416,7 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
         output.add("static const float qxfx_sourceMaxCode = " + sourceMaxCode + ';', pass.entry.at);
         output.add("static const float qxfx_maxCode = " + targetMaxCode + ';', pass.entry.at);
         output.add("static const int qxfx_texels = " +
-                       std::to_string(CompiledEffect::GroupShader::texelsOf(grouped->source)) + ';',
+                       std::to_string(CompiledEffect::PackedShader::texelsOf(grouped->source)) + ';',
                    pass.entry.at);
         output.add("static const float qxfx_scale = " + (call.givesCodes() ? "1.0" : targetMaxCode) + ';',
                    pass.entry.at);
@@ -424,7 +424,7 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
         output.add(std::string("float4 qxfx_rounded(float4 c) { return ") +
                        (call.givesCodes() ? "c" : "round(c)") + "; }",
                    pass.entry.at);
-        writeLines(output, groupPrelude, pass.entry.at);
+        writeLines(output, packedPrelude, pass.entry.at);
     }
     if (used("qxfx_divisor")) {
         writeLines(output, remainderFunctions, pass.entry.at);
@@ -480,7 +480,7 @@ PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::s
     if (grouped) {
         writeLines(output, codesAt, pass.entry.at);
         writeLines(output,
-                   CompiledEffect::GroupShader::texelsOf(grouped->target) == 4 ? mainForFour : mainForTwo,
+                   CompiledEffect::PackedShader::texelsOf(grouped->target) == 4 ? mainForFour : mainForTwo,
                    pass.entry.at);
     } else {
         writeLines(output, mainForTexel, pass.entry.at);

@@ -43,11 +43,11 @@ public:
     /// index in EffectSyntax::pieces, are only declared: for finding what is wrong with the others.
     PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody = {}) const;
 
-    /// The text of the GroupShader for components of so many bits. The pass's own text could be written.
-    PassText writeForGroups(const EffectSyntax::Pass& pass, CompiledEffect::GroupShader::Depths depths) const;
+    /// The text of the PackedShader for components of so many bits. The pass's own text could be written.
+    PassText writePacked(const EffectSyntax::Pass& pass, CompiledEffect::PackedShader::Depths depths) const;
 
     /// Whether a fragment may make several texels, one after the other, and is worth its longer text.
-    bool canBeGrouped(const EffectSyntax::Pass& pass) const;
+    bool canBePacked(const EffectSyntax::Pass& pass) const;
 
 private:
     struct Cost
@@ -70,7 +70,7 @@ private:
     std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
                                        const std::unordered_set<std::string_view>& names) const;
     PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody,
-                   std::optional<CompiledEffect::GroupShader::Depths> grouped) const;
+                   std::optional<CompiledEffect::PackedShader::Depths> grouped) const;
 
     const EffectSyntax& syntax_;
     const CompiledEffect& effect_;

@@ -203,8 +203,8 @@ std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spi
     return read;
 }
 
-/// Fits a shader that draws groups of texels to devices that pay for what such shaders do most.
-bool fitGroups(CompiledShader& shader, std::uint32_t sourceBits, std::string& problem)
+/// Fits a shader that draws packed texels to devices that pay for what such shaders do most.
+bool fitPacked(CompiledShader& shader, std::uint32_t sourceBits, std::string& problem)
 {
     if (simplifyColumnArithmetic(shader.spirv) && !tidyUp(shader.spirv, problem)) {
         return false;
@@ -214,7 +214,7 @@ bool fitGroups(CompiledShader& shader, std::uint32_t sourceBits, std::string& pr
     if (!wide.empty() && !tidyUp(shader.spirv, problem)) {
         return false;
     }
-    shader.rows = passUniformsAsInputs(shader.spirv, CompiledEffect::GroupShader::mostRows);
+    shader.rows = passUniformsAsInputs(shader.spirv, CompiledEffect::PackedShader::mostRows);
     for (const std::uint32_t binding : samplerBindings(shader.spirv)) {
         const auto found = wide.find(binding);
         shader.texelBytes.push_back(found != wide.end() ? found->second : texelBytes);
@@ -222,7 +222,7 @@ bool fitGroups(CompiledShader& shader, std::uint32_t sourceBits, std::string& pr
     return true;
 }
 
-CompiledShader compileShader(const std::string& hlsl, std::uint32_t groupedSourceBits)
+CompiledShader compileShader(const std::string& hlsl, std::uint32_t packedSourceBits)
 {
     CompiledShader shader;
     shader.spirv = translate(hlsl, shader.error);
@@ -234,7 +234,7 @@ CompiledShader compileShader(const std::string& hlsl, std::uint32_t groupedSourc
     std::string problem;
     if (!rewriteFetches(shader.spirv, {std::begin(fetchFunctions), std::end(fetchFunctions)}) ||
         !optimize(shader.spirv, problem) ||
-        (groupedSourceBits != 0 && !fitGroups(shader, groupedSourceBits, problem)) ||
+        (packedSourceBits != 0 && !fitPacked(shader, packedSourceBits, problem)) ||
         !validate(shader.spirv, problem) || !needsOnlyCore(shader.spirv, problem)) {
         shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
         shader.spirv.clear();
@@ -249,7 +249,7 @@ CompiledShader compileShader(const std::string& hlsl, std::uint32_t groupedSourc
 struct Work
 {
     const std::vector<std::string>& hlsl;
-    const std::uint32_t groupedSourceBits;
+    const std::uint32_t packedSourceBits;
     std::vector<CompiledShader>& shaders;
     std::atomic<std::size_t> next{0};
 
@@ -257,7 +257,7 @@ struct Work
     {
         for (std::size_t i = next++; i < hlsl.size(); i = next++) {
             try {
-                shaders[i] = compileShader(hlsl[i], groupedSourceBits);
+                shaders[i] = compileShader(hlsl[i], packedSourceBits);
             } catch (const std::exception& error) {
                 shaders[i].spirv.clear();
                 shaders[i].error = {0, std::string("the shader compiler failed: ") + error.what()};
@@ -275,13 +275,13 @@ void* runWork(void* work)
 } // namespace
 
 std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl,
-                                           std::uint32_t groupedSourceBits)
+                                           std::uint32_t packedSourceBits)
 {
     constexpr std::size_t stackBytes = 256U << 20U; // address space; memory only as far as it is used
     constexpr std::size_t mostThreads = 4;
     startGlslang();
     std::vector<CompiledShader> shaders(hlsl.size());
-    Work work{hlsl, groupedSourceBits, shaders};
+    Work work{hlsl, packedSourceBits, shaders};
     const std::size_t count =
         std::min({mostThreads, hlsl.size(),
                   static_cast<std::size_t>(std::max(std::thread::hardware_concurrency(), 1U))});

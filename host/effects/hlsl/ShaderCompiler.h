@@ -18,7 +18,7 @@ struct CompiledShader
 
     std::vector<std::uint32_t> spirv;      ///< optimized and valid for Vulkan 1.1; empty after an error
     std::vector<std::uint32_t> bindings;   ///< of the samplers and buffers that it reads, ascending
-    std::vector<std::uint32_t> texelBytes; ///< with groups: see CompiledEffect::GroupShader
+    std::vector<std::uint32_t> texelBytes; ///< with groups: see CompiledEffect::PackedShader
     std::vector<std::uint32_t> rows;       ///< the same
     bool minglesPixels = false;   ///< it drops pixels or compares neighbours: no other can stand in for one
     std::optional<Message> error; ///< the first; what compilers say after it misleads
@@ -30,10 +30,10 @@ struct CompiledShader
 inline constexpr const char* fetchFunctions[] = {"qxfx_tex2Dfetch", "qxfx_tex3Dfetch"};
 
 /// Compiles each text, on a few threads of its own whose stacks bear deeply nested input. Any thread may call
-/// it, several at once. Texts that draw groups of texels come with the bits of a component of
+/// it, several at once. Texts that draw packed texels come with the bits of a component of
 /// what they read.
 std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl,
-                                           std::uint32_t groupedSourceBits = 0);
+                                           std::uint32_t packedSourceBits = 0);
 
 /// The versions of the libraries that the shaders come from.
 std::string shaderCompilerVersion();

@@ -38,7 +38,7 @@ std::size_t bytesOf(const EffectCompilation& compilation)
         for (const CompiledEffect::Technique& technique : compilation.effect->techniques) {
             for (const CompiledEffect::Pass& pass : technique.passes) {
                 bytes += pass.spirv.size() * sizeof(std::uint32_t);
-                for (const CompiledEffect::GroupShader& shader : pass.groups) {
+                for (const CompiledEffect::PackedShader& shader : pass.packed) {
                     bytes += shader.spirv.size() * sizeof(std::uint32_t);
                 }
             }

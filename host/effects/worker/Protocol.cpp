@@ -86,7 +86,7 @@ std::vector<std::byte> encode(const CompileRequest& request)
     for (const std::filesystem::path& directory : request.options.includeDirectories) {
         writer.text(directory.native());
     }
-    writer.number(static_cast<std::uint8_t>(request.options.groups ? 1 : 0));
+    writer.number(static_cast<std::uint8_t>(request.options.packed ? 1 : 0));
     return writer.take();
 }
 
@@ -104,7 +104,7 @@ std::optional<CompileRequest> decodeRequest(std::span<const std::byte> bytes)
     for (std::size_t left = reader.count(leastText); left > 0; --left) {
         request.options.includeDirectories.emplace_back(reader.text());
     }
-    request.options.groups = reader.number<std::uint8_t>() != 0;
+    request.options.packed = reader.number<std::uint8_t>() != 0;
     return checked(reader, std::move(request));
 }
 

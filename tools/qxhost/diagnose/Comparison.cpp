@@ -67,12 +67,12 @@ Comparison compare(const Report& before, const Report& now, const std::string& n
     }
     for (const Figure& figure : now.figures) {
         Change change = changeOf(figure, find(before, figure.id));
-        if ((change.before || change.now) && wantsGroup(before, figure.group)) {
+        if ((change.before || change.now) && wantsPacked(before, figure.group)) {
             comparison.changes.push_back(std::move(change));
         }
     }
     for (const Figure& figure : before.figures) {
-        if (figure.value && wantsGroup(now, figure.group) && find(now, figure.id) == nullptr) {
+        if (figure.value && wantsPacked(now, figure.group) && find(now, figure.id) == nullptr) {
             comparison.changes.push_back({figure.group, figure.title, figure.unit, figure.value, std::nullopt,
                                           std::nullopt, Change::Meaning::unknown});
         }

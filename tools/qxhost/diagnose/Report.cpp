@@ -68,7 +68,7 @@ const std::vector<Group>& groups()
     return all;
 }
 
-bool wantsGroup(const Report& report, std::string_view group)
+bool wantsPacked(const Report& report, std::string_view group)
 {
     const bool named = std::find(report.only.begin(), report.only.end(), group) != report.only.end();
     return report.only.empty() ? !(report.quick && group == "suite") : named;

@@ -169,7 +169,7 @@ std::string groupsOf(const Report& report, bool wanted)
 {
     std::string names;
     for (const Group& group : groups()) {
-        if (wantsGroup(report, group.id) == wanted) {
+        if (wantsPacked(report, group.id) == wanted) {
             names += fmt::format("{}{}", names.empty() ? "" : ", ", group.id);
         }
     }

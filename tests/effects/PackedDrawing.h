@@ -10,17 +10,17 @@
 
 namespace Qx::Host::Tests {
 
-/// An effect of one pass, with its shaders for groups of texels. Null, and a failed expectation, when it does
+/// An effect of one pass, with its shaders for packed texels. Null, and a failed expectation, when it does
 /// not compile.
-std::shared_ptr<const CompiledEffect> groupedEffect(const std::string& text);
+std::shared_ptr<const CompiledEffect> packedEffect(const std::string& text);
 
 /// A picture of known bytes that differ, in rows of whole groups.
-struct GroupPicture
+struct PackedPicture
 {
     static constexpr std::size_t columns = 64;
     static constexpr std::size_t rows = 3;
 
-    GroupPicture(std::uint32_t bits, std::uint32_t seed);
+    PackedPicture(std::uint32_t bits, std::uint32_t seed);
 
     std::uint32_t texelBytes() const { return bits / 2; }
     /// Counted through the rows, as a shader does; zeros outside.
@@ -32,9 +32,9 @@ struct GroupPicture
 
 /// What a group shader makes of a row: the texels of the fragments 0 to `groups` - 1. `pictures` are those of
 /// the effect's textures. The uniforms are the parameters' defaults and what a host says of the pictures.
-std::vector<std::byte> drawRow(const CompiledEffect& effect, const CompiledEffect::GroupShader& shader,
-                               const std::vector<GroupPicture>& pictures, std::uint32_t row,
-                               std::uint32_t groups);
+std::vector<std::byte> drawRow(const CompiledEffect& effect, const CompiledEffect::PackedShader& shader,
+                               const std::vector<PackedPicture>& pictures, std::uint32_t row,
+                               std::uint32_t packed);
 
 /// Instructions of that number in the shader.
 std::size_t countOf(const std::vector<std::uint32_t>& spirv, std::uint32_t op);

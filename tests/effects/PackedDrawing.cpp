@@ -1,4 +1,4 @@
-#include "tests/effects/GroupDrawing.h"
+#include "tests/effects/PackedDrawing.h"
 
 #include "host/effects/EffectCompiler.h"
 #include "host/effects/spirv/SpirvModule.h"
@@ -17,7 +17,7 @@
 namespace Qx::Host::Tests {
 namespace {
 
-std::vector<std::byte> uniformsOf(const CompiledEffect& effect, const std::vector<GroupPicture>& pictures)
+std::vector<std::byte> uniformsOf(const CompiledEffect& effect, const std::vector<PackedPicture>& pictures)
 {
     std::vector<std::byte> uniforms(effect.uniformBytes);
     CompiledEffect::SystemUniforms system;
@@ -27,15 +27,15 @@ std::vector<std::byte> uniformsOf(const CompiledEffect& effect, const std::vecto
         std::copy(parameter.defaultValue.begin(), parameter.defaultValue.end(),
                   uniforms.begin() + parameter.offset);
         if (parameter.semantic == CompiledEffect::Semantic::TextureSize) {
-            const float size[2] = {static_cast<float>(GroupPicture::columns),
-                                   static_cast<float>(GroupPicture::rows)};
+            const float size[2] = {static_cast<float>(PackedPicture::columns),
+                                   static_cast<float>(PackedPicture::rows)};
             std::memcpy(uniforms.data() + parameter.offset, size, sizeof size);
         }
     }
     for (std::size_t i = 0; i < effect.textures.size(); ++i) {
         CompiledEffect::TextureUniforms texture;
-        const std::size_t rowGroups = GroupPicture::columns * pictures.at(i).texelBytes() / 16;
-        texture.rowGroups = static_cast<float>(rowGroups);
+        const std::size_t rowPacked = PackedPicture::columns * pictures.at(i).texelBytes() / 16;
+        texture.rowPacked = static_cast<float>(rowPacked);
         texture.maxCode = system.target[0];
         std::memcpy(uniforms.data() + effect.textureUniforms + i * sizeof texture, &texture, sizeof texture);
     }
@@ -44,21 +44,21 @@ std::vector<std::byte> uniformsOf(const CompiledEffect& effect, const std::vecto
 
 } // namespace
 
-std::shared_ptr<const CompiledEffect> groupedEffect(const std::string& text)
+std::shared_ptr<const CompiledEffect> packedEffect(const std::string& text)
 {
     const Qx::Test::TemporaryDirectory directory;
     EffectCompilerOptions options;
-    options.groups = true;
+    options.packed = true;
     const EffectCompilation result = compileEffect(directory.write("effect.fx", text), options);
     EXPECT_NE(result.effect, nullptr) << result.messages;
-    if (result.effect == nullptr || result.effect->techniques[0].passes[0].groups.size() != 2) {
-        ADD_FAILURE() << "no shaders for groups of texels";
+    if (result.effect == nullptr || result.effect->techniques[0].passes[0].packed.size() != 2) {
+        ADD_FAILURE() << "no shaders for packed texels";
         return nullptr;
     }
     return result.effect;
 }
 
-GroupPicture::GroupPicture(std::uint32_t componentBits, std::uint32_t seed)
+PackedPicture::PackedPicture(std::uint32_t componentBits, std::uint32_t seed)
     : bits(componentBits), bytes(columns * rows * texelBytes())
 {
     std::uint32_t state = seed;
@@ -68,7 +68,7 @@ GroupPicture::GroupPicture(std::uint32_t componentBits, std::uint32_t seed)
     }
 }
 
-std::vector<std::byte> GroupPicture::texel(std::int64_t number) const
+std::vector<std::byte> PackedPicture::texel(std::int64_t number) const
 {
     std::vector<std::byte> result(texelBytes());
     if (number >= 0 && number < static_cast<std::int64_t>(columns * rows)) {
@@ -78,21 +78,21 @@ std::vector<std::byte> GroupPicture::texel(std::int64_t number) const
     return result;
 }
 
-std::vector<std::byte> drawRow(const CompiledEffect& effect, const CompiledEffect::GroupShader& shader,
-                               const std::vector<GroupPicture>& pictures, std::uint32_t row,
-                               std::uint32_t groups)
+std::vector<std::byte> drawRow(const CompiledEffect& effect, const CompiledEffect::PackedShader& shader,
+                               const std::vector<PackedPicture>& pictures, std::uint32_t row,
+                               std::uint32_t packed)
 {
     FragmentInputs inputs;
     inputs.uniforms = uniformsOf(effect, pictures);
     inputs.rows = shader.rows;
     for (std::size_t i = 0; i < shader.samplers.size(); ++i) {
-        const GroupPicture& picture = pictures.at(effect.samplers[shader.samplers[i]].texture);
+        const PackedPicture& picture = pictures.at(effect.samplers[shader.samplers[i]].texture);
         const std::uint32_t bytes = shader.texelBytes.at(i);
         inputs.buffers[1 + shader.samplers[i]] = {picture.bytes, bytes,
                                                   bytes == picture.texelBytes() ? picture.bits : 32};
     }
     std::vector<std::byte> drawn;
-    for (std::uint32_t group = 0; group < groups; ++group) {
+    for (std::uint32_t group = 0; group < packed; ++group) {
         inputs.position = {static_cast<float>(group) + 0.5F, static_cast<float>(row) + 0.5F};
         const std::array<std::uint32_t, 4> words = runFragment(shader.spirv, inputs);
         const auto made = std::as_bytes(std::span(words));

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// Groups of texels are a faster way to the same picture: every test draws with them and without.
+// Packed texels are a faster way to the same picture: every test draws with them and without.
 
 namespace Qx::GpuTests {
 
@@ -47,7 +47,7 @@ technique Edges { pass { PixelShader = compile ps_3_0 edges(); } }
 technique Twice { pass { PixelShader = compile ps_3_0 edges(); } pass { PixelShader = compile ps_3_0 mix(); } }
 )";
 
-class GroupsTest : public GpuTest
+class PackedTexelsTest : public GpuTest
 {
 protected:
     void SetUp() override
@@ -55,7 +55,7 @@ protected:
         GpuTest::SetUp();
         GPUOptions options;
         options.validation = true;
-        options.texelGroups = false;
+        options.packedTexels = false;
         plain_ = std::make_unique<GPUService>(options);
         ASSERT_TRUE(plain_->start()) << plain_->failure();
         bool software = false;
@@ -102,17 +102,17 @@ protected:
 
     struct Pair
     {
-        Qx::Ptr<iShaderEffect> groups;
+        Qx::Ptr<iShaderEffect> packed;
         Qx::Ptr<iShaderEffect> plain;
     };
 
     Pair load(const std::filesystem::path& file)
     {
-        const EffectCompileResult groups = gpu().compileEffectFile(fromUTF8(file.c_str()), {});
+        const EffectCompileResult packed = gpu().compileEffectFile(fromUTF8(file.c_str()), {});
         const EffectCompileResult plain = plain_->compileEffectFile(fromUTF8(file.c_str()), {});
-        EXPECT_TRUE(groups.effect) << groups.errors.c_str();
+        EXPECT_TRUE(packed.effect) << packed.errors.c_str();
         EXPECT_TRUE(plain.effect) << plain.errors.c_str();
-        return {groups.effect, plain.effect};
+        return {packed.effect, plain.effect};
     }
 
     Pair loadText(const std::string& text)
@@ -132,13 +132,13 @@ protected:
     void expectAlikeFrom(iGPUImage::eFormat sourceFormat, const Pair& pair, const std::string& technique,
                          XY<int> size, iGPUImage::eFormat format, XY<int> sourceSize)
     {
-        const std::uint64_t before = gpu().statistics().groupDraws;
-        const Bytes got = drawn(gpu(), pair.groups, technique, size, format, sourceSize, sourceFormat);
+        const std::uint64_t before = gpu().statistics().packedDraws;
+        const Bytes got = drawn(gpu(), pair.packed, technique, size, format, sourceSize, sourceFormat);
         const Bytes wanted = drawn(*plain_, pair.plain, technique, size, format, sourceSize, sourceFormat);
         ASSERT_FALSE(wanted.empty());
         EXPECT_TRUE(got == wanted) << technique << ", " << size.x << " x " << size.y << ", format " << format;
-        EXPECT_GT(gpu().statistics().groupDraws, before) << technique;
-        EXPECT_EQ(plain_->statistics().groupDraws, 0U);
+        EXPECT_GT(gpu().statistics().packedDraws, before) << technique;
+        EXPECT_EQ(plain_->statistics().packedDraws, 0U);
     }
 
     /// Draws without groups where a picture cannot be drawn in them.
@@ -150,7 +150,7 @@ protected:
         Qx::Vector<iShaderEffect::Source> sources;
         sources.emplace_back("Input", source);
         ASSERT_TRUE(effect->render(target, sources));
-        EXPECT_EQ(gpu().statistics().groupDraws, before.groupDraws) << technique;
+        EXPECT_EQ(gpu().statistics().packedDraws, before.packedDraws) << technique;
         EXPECT_GT(gpu().statistics().draws, before.draws);
     }
 
@@ -162,14 +162,14 @@ private:
 
 } // namespace
 
-TEST_F(GroupsTest, EveryShippedTechniqueIsDrawnInGroupsAndTheSameAsTexelByTexel)
+TEST_F(PackedTexelsTest, EveryShippedTechniqueIsDrawnPackedAndTheSameAsTexelByTexel)
 {
     constexpr XY<int> size{37, 6};
     constexpr XY<int> sourceSize{75, 6}; // none asks for a texel that is not there
     for (const char* file : {"ColourConvert.fx", "null.fx", "cc3.fx"}) {
         const Pair pair = load(std::filesystem::path(QX_SHADERS_FOLDER) / file);
-        ASSERT_TRUE(pair.groups && pair.plain);
-        for (const auto& name : pair.groups->getTechniqueNames()) {
+        ASSERT_TRUE(pair.packed && pair.plain);
+        for (const auto& name : pair.packed->getTechniqueNames()) {
             for (const iGPUImage::eFormat format : depths) {
                 expectAlike(pair, name.c_str(), size, format, sourceSize);
             }
@@ -177,7 +177,7 @@ TEST_F(GroupsTest, EveryShippedTechniqueIsDrawnInGroupsAndTheSameAsTexelByTexel)
     }
 }
 
-TEST_F(GroupsTest, ShippedTechniquesForWordsAreDrawnInGroupsBetweenDepths)
+TEST_F(PackedTexelsTest, ShippedTechniquesForWordsAreDrawnPackedBetweenDepths)
 {
     const auto expectBothWays = [this](const Pair& pair, const char* technique) {
         expectAlikeFrom(iGPUImage::eARGB8, pair, technique, {37, 6}, iGPUImage::eARGB16, {75, 6});
@@ -185,7 +185,7 @@ TEST_F(GroupsTest, ShippedTechniquesForWordsAreDrawnInGroupsBetweenDepths)
     };
     const Pair words = load(std::filesystem::path(QX_SHADERS_FOLDER) / "null.fx");
     const Pair packed = load(std::filesystem::path(QX_SHADERS_FOLDER) / "ColourConvert.fx");
-    ASSERT_TRUE(words.groups && words.plain && packed.groups && packed.plain);
+    ASSERT_TRUE(words.packed && words.plain && packed.packed && packed.plain);
     for (const char* technique : {"V210toYUYV", "YUYVtoV210"}) {
         expectBothWays(words, technique);
     }
@@ -195,21 +195,21 @@ TEST_F(GroupsTest, ShippedTechniquesForWordsAreDrawnInGroupsBetweenDepths)
     }
 }
 
-TEST_F(GroupsTest, PicturesOfEveryWidthAreTheSameBetweenDepths)
+TEST_F(PackedTexelsTest, PicturesOfEveryWidthAreTheSameBetweenDepths)
 {
     const Pair pair = loadText(mixEffect);
-    ASSERT_TRUE(pair.groups && pair.plain);
+    ASSERT_TRUE(pair.packed && pair.plain);
     for (int width = 1; width <= 21; ++width) {
         expectAlikeFrom(iGPUImage::eARGB8, pair, "Depths", {width, 3}, iGPUImage::eARGB16, {width, 3});
         expectAlikeFrom(iGPUImage::eARGB16, pair, "Depths", {width, 3}, iGPUImage::eARGB8, {width, 3});
     }
 }
 
-TEST_F(GroupsTest, PicturesOfEveryWidthAreTheSame)
+TEST_F(PackedTexelsTest, PicturesOfEveryWidthAreTheSame)
 {
     const Pair pair = loadText(mixEffect);
-    ASSERT_TRUE(pair.groups && pair.plain);
-    for (const auto& name : pair.groups->getTechniqueNames()) {
+    ASSERT_TRUE(pair.packed && pair.plain);
+    for (const auto& name : pair.packed->getTechniqueNames()) {
         for (const iGPUImage::eFormat format : depths) {
             for (int width = 1; width <= 21; ++width) {
                 expectAlike(pair, name.c_str(), {width, 3}, format, {width, 3});
@@ -219,31 +219,31 @@ TEST_F(GroupsTest, PicturesOfEveryWidthAreTheSame)
     }
 }
 
-TEST_F(GroupsTest, SourcesOfOtherSizesAreTheSame)
+TEST_F(PackedTexelsTest, SourcesOfOtherSizesAreTheSame)
 {
     const Pair pair = loadText(mixEffect);
-    ASSERT_TRUE(pair.groups && pair.plain);
+    ASSERT_TRUE(pair.packed && pair.plain);
     for (const XY<int> source : {XY<int>{1, 1}, XY<int>{7, 30}, XY<int>{130, 3}}) {
-        for (const auto& name : pair.groups->getTechniqueNames()) {
+        for (const auto& name : pair.packed->getTechniqueNames()) {
             expectAlike(pair, name.c_str(), {34, 9}, iGPUImage::eARGB8, source);
         }
     }
 }
 
-TEST_F(GroupsTest, ResultsHalfWayBetweenTwoCodesBecomeTheSame)
+TEST_F(PackedTexelsTest, ResultsHalfWayBetweenTwoCodesBecomeTheSame)
 {
     const Pair pair = loadText(R"(
 float targetMax : TARGETMAXCODE;
 float4 halves(int2 pos : VPOS) : COLOR { return (float4(pos.x, pos.x + 7, 2 * pos.x, pos.y) + 0.5) / targetMax; }
 technique Halves { pass { PixelShader = compile ps_3_0 halves(); } }
 )");
-    ASSERT_TRUE(pair.groups && pair.plain);
+    ASSERT_TRUE(pair.packed && pair.plain);
     for (const iGPUImage::eFormat format : depths) {
         expectAlike(pair, "Halves", {200, 40}, format, {1, 1});
     }
 }
 
-TEST_F(GroupsTest, ResultsBeyondTheRangeAreHeldTheSameWay)
+TEST_F(PackedTexelsTest, ResultsBeyondTheRangeAreHeldTheSameWay)
 {
     const Pair pair = loadText(R"(
 float nothing = 0.0;
@@ -256,14 +256,14 @@ float4 beyondCodes(int2 pos : VPOS) : COLORCODE { return beyond(pos) * 70000.0; 
 technique Colours { pass { PixelShader = compile ps_3_0 beyond(); } }
 technique Codes { pass { PixelShader = compile ps_3_0 beyondCodes(); } }
 )");
-    ASSERT_TRUE(pair.groups && pair.plain);
+    ASSERT_TRUE(pair.packed && pair.plain);
     for (const iGPUImage::eFormat format : depths) {
         expectAlike(pair, "Colours", {16, 1}, format, {1, 1});
         expectAlike(pair, "Codes", {16, 1}, format, {1, 1});
     }
 }
 
-TEST_F(GroupsTest, PassesThatMinglePixelsOrRememberAreDrawnTexelByTexel)
+TEST_F(PackedTexelsTest, PassesThatMinglePixelsOrRememberAreDrawnTexelByTexel)
 {
     const Pair pair = loadText(R"(
 static float calls = 0.0;
@@ -274,38 +274,38 @@ technique Dropped { pass { PixelShader = compile ps_3_0 dropped(); } }
 technique Compared { pass { PixelShader = compile ps_3_0 compared(); } }
 technique Counted { pass { PixelShader = compile ps_3_0 counted(); } }
 )");
-    ASSERT_TRUE(pair.groups && pair.plain);
+    ASSERT_TRUE(pair.packed && pair.plain);
     const XY<int> size{12, 2};
     for (const char* technique : {"Dropped", "Compared", "Counted"}) {
         const Qx::Ptr<iGPUImage> target = gpu().createGPUImage(size, iGPUImage::eARGB8);
-        expectPlain(pair.groups, technique, {}, target);
+        expectPlain(pair.packed, technique, {}, target);
         if (std::string(technique) == "Counted") {
             EXPECT_EQ(download(target), filled(size, {64, 64, 64, 64}));
         }
     }
 }
 
-TEST_F(GroupsTest, PicturesThatAreNotOfOneDepthAreDrawnTexelByTexelUnlessTheTechniqueSaysSo)
+TEST_F(PackedTexelsTest, PicturesThatAreNotOfOneDepthAreDrawnTexelByTexelUnlessTheTechniqueSaysSo)
 {
     const Pair pair = loadText(mixEffect);
-    ASSERT_TRUE(pair.groups && pair.plain);
+    ASSERT_TRUE(pair.packed && pair.plain);
     const XY<int> size{8, 2};
     const auto image = [&](iGPUImage::eFormat format) {
         return upload(size, format, noise(bytesOf(size, format)));
     };
-    expectPlain(pair.groups, "Mix", image(iGPUImage::eARGB16), gpu().createGPUImage(size, iGPUImage::eARGB8));
-    expectPlain(pair.groups, "Mix", image(iGPUImage::eARGB8), gpu().createGPUImage(size, iGPUImage::eARGB16));
-    expectPlain(pair.groups, "Mix", image(iGPUImage::eARGB10),
+    expectPlain(pair.packed, "Mix", image(iGPUImage::eARGB16), gpu().createGPUImage(size, iGPUImage::eARGB8));
+    expectPlain(pair.packed, "Mix", image(iGPUImage::eARGB8), gpu().createGPUImage(size, iGPUImage::eARGB16));
+    expectPlain(pair.packed, "Mix", image(iGPUImage::eARGB10),
                 gpu().createGPUImage(size, iGPUImage::eARGB10));
-    expectPlain(pair.groups, "Sampled", image(iGPUImage::eARGB16),
+    expectPlain(pair.packed, "Sampled", image(iGPUImage::eARGB16),
                 gpu().createGPUImage(size, iGPUImage::eARGB8));
 }
 
-TEST_F(GroupsTest, WhatIsBesideAGroupsPictureStays)
+TEST_F(PackedTexelsTest, WhatIsBesideAPackedPictureStays)
 {
     // Rows end inside a group, and small pictures share memory.
     const Pair pair = loadText(mixEffect);
-    ASSERT_TRUE(pair.groups && pair.plain);
+    ASSERT_TRUE(pair.packed && pair.plain);
     const XY<int> size{5, 5};
     std::vector<Qx::Ptr<iGPUImage>> neighbours;
     const Bytes bytes = noise(bytesOf(size, iGPUImage::eARGB8));
@@ -314,23 +314,23 @@ TEST_F(GroupsTest, WhatIsBesideAGroupsPictureStays)
         neighbours.push_back(upload(size, iGPUImage::eARGB8, bytes));
     }
     for (std::size_t i = 0; i < neighbours.size(); i += 2) {
-        ASSERT_TRUE(pair.groups->setTechnique("Edges"));
-        ASSERT_TRUE(pair.groups->render(neighbours[i], {}));
+        ASSERT_TRUE(pair.packed->setTechnique("Edges"));
+        ASSERT_TRUE(pair.packed->render(neighbours[i], {}));
     }
     for (std::size_t i = 1; i < neighbours.size(); i += 2) {
         EXPECT_EQ(download(neighbours[i]), bytes) << i;
     }
 }
 
-TEST_F(GroupsTest, WholeAndPartialDrawsFollowEachOther)
+TEST_F(PackedTexelsTest, WholeAndPartialDrawsFollowEachOther)
 {
     // Each shape of the memory sees what was drawn through the other.
     const Pair pair = loadText(mixEffect);
-    ASSERT_TRUE(pair.groups && pair.plain);
+    ASSERT_TRUE(pair.packed && pair.plain);
     const XY<int> size{640, 400};
     for (GPUService* service : {&gpu(), &plain()}) {
-        const bool groups = service == &gpu();
-        const Qx::Ptr<iShaderEffect>& effect = groups ? pair.groups : pair.plain;
+        const bool packed = service == &gpu();
+        const Qx::Ptr<iShaderEffect>& effect = packed ? pair.packed : pair.plain;
         const Bytes bytes = noise(bytesOf(size, iGPUImage::eARGB8));
         const Qx::Ptr<iHostImage> start = service->createHostImage(size, iGPUImage::eARGB8);
         std::copy(bytes.begin(), bytes.end(), static_cast<std::uint8_t*>(start->map(iHostImage::Write)));
@@ -353,7 +353,7 @@ TEST_F(GroupsTest, WholeAndPartialDrawsFollowEachOther)
         const auto* memory = static_cast<const std::uint8_t*>(host->map(iHostImage::Read));
         const Bytes got(memory, memory + bytesOf(size, iGPUImage::eARGB8));
         static Bytes wanted;
-        if (groups) {
+        if (packed) {
             wanted = got;
         } else {
             EXPECT_EQ(got, wanted);

@@ -1,6 +1,6 @@
 #include "host/effects/EffectCompiler.h"
 #include "tests/TemporaryDirectory.h"
-#include "tests/effects/GroupDrawing.h"
+#include "tests/effects/PackedDrawing.h"
 
 #include <gtest/gtest.h>
 
@@ -9,16 +9,16 @@
 
 #include <glslang/SPIRV/spirv.hpp>
 
-// What the shaders for groups of texels have in common between neighbours, seen in their SPIR-V.
+// What the shaders for packed texels have in common between neighbours, seen in their SPIR-V.
 
 namespace Qx::Host::Tests {
 namespace {
 
-CompiledEffect::Pass compiled(const std::string& body, bool groups = true)
+CompiledEffect::Pass compiled(const std::string& body, bool packed = true)
 {
     const Qx::Test::TemporaryDirectory directory;
     EffectCompilerOptions options;
-    options.groups = groups;
+    options.packed = packed;
     const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
 texture Input;
 sampler S = sampler_state { Texture = <Input>; };
@@ -35,31 +35,31 @@ technique T { pass { PixelShader = compile ps_3_0 entry(); } }
 /// Texels that the shader of 8 bits reads, each counted once however often it is named.
 std::size_t texelsRead(const CompiledEffect::Pass& pass)
 {
-    return fetchesIn(pass.groups.at(0).spirv);
+    return fetchesIn(pass.packed.at(0).spirv);
 }
 
 std::size_t choices(const CompiledEffect::Pass& pass)
 {
-    return countOf(pass.groups.at(0).spirv, spv::OpSelect);
+    return countOf(pass.packed.at(0).spirv, spv::OpSelect);
 }
 
-TEST(GroupShaders, ExistForBothDepthsWhereTheyAreAskedFor)
+TEST(PackedShaders, ExistForBothDepthsWhereTheyAreAskedFor)
 {
     const CompiledEffect::Pass pass = compiled("return at(pos.x, pos.y);");
-    ASSERT_EQ(pass.groups.size(), 2U);
-    EXPECT_EQ(pass.groups[0].depths, (CompiledEffect::GroupShader::Depths{8, 8}));
-    EXPECT_EQ(pass.groups[1].depths, (CompiledEffect::GroupShader::Depths{16, 16}));
-    EXPECT_EQ(pass.groups[0].samplers, pass.samplers);
-    EXPECT_TRUE(compiled("return at(pos.x, pos.y);", false).groups.empty());
+    ASSERT_EQ(pass.packed.size(), 2U);
+    EXPECT_EQ(pass.packed[0].depths, (CompiledEffect::PackedShader::Depths{8, 8}));
+    EXPECT_EQ(pass.packed[1].depths, (CompiledEffect::PackedShader::Depths{16, 16}));
+    EXPECT_EQ(pass.packed[0].samplers, pass.samplers);
+    EXPECT_TRUE(compiled("return at(pos.x, pos.y);", false).packed.empty());
 }
 
-TEST(GroupShaders, ExistBetweenDepthsForTechniquesThatSaySo)
+TEST(PackedShaders, ExistBetweenDepthsForTechniquesThatSaySo)
 {
-    using Depths = CompiledEffect::GroupShader::Depths;
+    using Depths = CompiledEffect::PackedShader::Depths;
     const auto depthsOf = [](const std::string& annotation) {
         const Qx::Test::TemporaryDirectory directory;
         EffectCompilerOptions options;
-        options.groups = true;
+        options.packed = true;
         const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
 float4 entry(int2 pos : VPOS) : COLORCODE { return pos.x; }
 technique T )" + annotation + R"( { pass { PixelShader = compile ps_3_0 entry(); } }
@@ -67,7 +67,7 @@ technique T )" + annotation + R"( { pass { PixelShader = compile ps_3_0 entry();
                                                        options);
         EXPECT_NE(result.effect, nullptr) << result.messages;
         std::vector<Depths> depths;
-        for (const CompiledEffect::GroupShader& shader : result.effect->techniques[0].passes[0].groups) {
+        for (const CompiledEffect::PackedShader& shader : result.effect->techniques[0].passes[0].packed) {
             depths.push_back(shader.depths);
         }
         return depths;
@@ -81,14 +81,14 @@ technique T )" + annotation + R"( { pass { PixelShader = compile ps_3_0 entry();
     EXPECT_EQ(depthsOf("< string Note = \"x\"; bool mixeddepths = true; >"), mixed);
 }
 
-TEST(GroupShaders, ReadATexelOfEachNeighbour)
+TEST(PackedShaders, ReadATexelOfEachNeighbour)
 {
     EXPECT_EQ(texelsRead(compiled("return at(pos.x, pos.y);")), 4U);
     EXPECT_EQ(texelsRead(compiled("return at(pos.x + 7, pos.y);")), 4U);
     EXPECT_EQ(texelsRead(compiled("return at(pos.x * 3 - 1, pos.y);")), 4U);
 }
 
-TEST(GroupShaders, ShareWhatNeighboursHaveInCommon)
+TEST(PackedShaders, ShareWhatNeighboursHaveInCommon)
 {
     EXPECT_EQ(texelsRead(compiled("return at(pos.x >> 1, pos.y);")), 2U);
     EXPECT_EQ(texelsRead(compiled("return at(pos.x >> 2, pos.y);")), 1U);
@@ -104,20 +104,20 @@ TEST(GroupShaders, ShareWhatNeighboursHaveInCommon)
     EXPECT_EQ(texelsRead(compiled("return at((pos.x & 3) >> 1, pos.y);")), 2U);
 }
 
-TEST(GroupShaders, KnowEachTexelsPlaceInItsGroup)
+TEST(PackedShaders, KnowEachTexelsPlaceInItsPackedTexel)
 {
     EXPECT_EQ(choices(compiled("return (pos.x & 1) != 0 ? 3.0 : 7.0;")), 0U);
     EXPECT_EQ(texelsRead(compiled("return (pos.x & 1) != 0 ? at(pos.x, pos.y) : 7.0;")), 2U);
     EXPECT_GT(choices(compiled("return (pos.x & 8) != 0 ? at(pos.x, pos.y) : 7.0;")), 0U);
 }
 
-TEST(GroupShaders, AreNotMadeOfPassesThatCannotHaveThem)
+TEST(PackedShaders, AreNotMadeOfPassesThatCannotHaveThem)
 {
-    EXPECT_TRUE(compiled("clip(pos.x - 3); return 1.0;").groups.empty());
-    EXPECT_TRUE(compiled("return ddx(float(pos.x)).xxxx;").groups.empty());
-    EXPECT_TRUE(compiled("static float n = 0; n += 1; return n.xxxx;").groups.empty());
-    EXPECT_EQ(compiled("static const float n = 3; return n.xxxx;").groups.size(), 2U);
-    EXPECT_EQ(compiled("const static float n = 3; return n.xxxx;").groups.size(), 2U);
+    EXPECT_TRUE(compiled("clip(pos.x - 3); return 1.0;").packed.empty());
+    EXPECT_TRUE(compiled("return ddx(float(pos.x)).xxxx;").packed.empty());
+    EXPECT_TRUE(compiled("static float n = 0; n += 1; return n.xxxx;").packed.empty());
+    EXPECT_EQ(compiled("static const float n = 3; return n.xxxx;").packed.size(), 2U);
+    EXPECT_EQ(compiled("const static float n = 3; return n.xxxx;").packed.size(), 2U);
 }
 
 } // namespace

@@ -4,24 +4,26 @@
 
 #include <cstddef>
 
-/// The host's allocator service.
+/// The host's memory allocator. Thread-safe.
 ///
-/// One contract for both sides of the border between library and host:
-/// - whatever is shared through Qx::Ptr is allocated and freed here (Qx::iObject carries the operators);
-/// - every container that crosses the border is a Qx::Vector, a Qx::LightweightString or a
-///   Qx::LightweightVector, whose storage comes from here;
-/// - what stays inside the library comes from here too,
-///   through the library's own operator new,
-///   which no other module of the process sees.
-/// So a block is always freed by the service that made it, whichever module holds the last reference.
+/// Library and host are separate modules that free each other's blocks. One contract holds on both sides:
+/// - Objects shared through Qx::Ptr are allocated and freed here. Qx::iObject carries the operators.
+/// - Containers that cross the boundary are Qx::Vector, Qx::LightweightString or Qx::LightweightVector. Their
+///   storage comes from here.
+/// - Everything else inside the library comes from here through the library's own operator new, which is not
+///   visible to other modules of the process.
+///
+/// A block is therefore always freed by the service that allocated it, whichever module drops the last
+/// reference.
 class QX_PLATFORM_API iAllocator
 {
 public:
-    /// A block of at least `bytes` bytes, aligned to `alignment` (a power of two), or null when there is no
-    /// memory. Zero bytes give a block that may not be read but must be freed.
+    /// Returns a block of at least `bytes` bytes, aligned to `alignment` (a power of two), or null if out of
+    /// memory. Zero bytes yield a block that must be freed and must not be accessed. The caller owns the
+    /// block.
     virtual void* allocate(std::size_t bytes, std::size_t alignment) = 0;
 
-    /// Frees a block of `allocate`; null is ignored.
+    /// Frees a block returned by `allocate`. Null is ignored.
     virtual void deallocate(void* block) = 0;
 
 protected:

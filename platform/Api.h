@@ -6,5 +6,5 @@
 /// Marks what the library exports.
 #define QX_API __attribute__((visibility("default")))
 
-/// Marks a member of an exported class that stays inside the library.
+/// Marks a member of an exported class that is not exported.
 #define QX_LOCAL __attribute__((visibility("hidden")))

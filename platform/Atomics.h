@@ -4,15 +4,15 @@
 
 #include <cstdint>
 
-/// The host's atomic counters: the only way in which reference counts change.
+/// The host's atomic counters. Reference counts change through this service only. Thread-safe.
 class QX_PLATFORM_API iAtomics
 {
 public:
-    /// Adds one; returns the new value. Wraps at 2^32.
+    /// Adds one and returns the new value. Wraps at 2^32.
     virtual std::uint32_t atomicIncrement(std::uint32_t& counter) = 0;
 
-    /// Subtracts one; returns the new value. Everything done before by any thread that subtracted is visible
-    /// to the one that sees 0.
+    /// Subtracts one and returns the new value. A thread that sees 0 also sees everything that other threads
+    /// wrote before they decremented the counter.
     virtual std::uint32_t atomicDecrement(std::uint32_t& counter) = 0;
 
 protected:

@@ -3,11 +3,12 @@
 #include "platform/Api.h"
 #include "platform/OS.h"
 
-/// The host's clock. It never goes back.
+/// The host's monotonic clock. Thread-safe.
 class QX_PLATFORM_API iClock
 {
 public:
-    /// Milliseconds since a fixed moment of the process, to the microsecond or better.
+    /// Returns the milliseconds since a fixed point in the life of the process, with a resolution of one
+    /// microsecond or better.
     virtual double millisecondsPrecise() = 0;
 
 protected:

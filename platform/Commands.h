@@ -3,7 +3,7 @@
 #include "Qx/LightweightString.h"
 #include "platform/Api.h"
 
-/// A text of the user interface: as it stands, or the string resource of that number.
+/// A text of the user interface: a literal, or a string resource by number.
 struct UIString
 {
     static constexpr int noResource = 999999;
@@ -12,23 +12,23 @@ struct UIString
     int resource = noResource;
 };
 
-/// A key binding; the default is none.
+/// A key binding. The default is no key.
 struct MapItem
 {
     int key = 0;
     int modifiers = 0;
 };
 
-/// Where a command can be given.
+/// Where a command is available.
 enum eCmdScope
 {
     PanelCommand = 1,
     GlobalCommand = 2
 };
 
-/// Registers a parameterless command under a name for as long as the object lives. May be constructed and
-/// destroyed during static initialisation and destruction. The handler runs on the thread that gives the
-/// command.
+/// Registers a parameterless command under a name for the lifetime of this object. `name` is not copied and
+/// must outlive the object. Objects may be constructed and destroyed during static initialisation and
+/// destruction. The handler runs on the thread that invokes the command.
 class QX_PLATFORM_API CommandRegistrar
 {
 public:

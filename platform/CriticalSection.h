@@ -2,9 +2,9 @@
 
 #include "platform/Api.h"
 
-/// The host's re-entrant lock. The object is a shared handle: a copy is the same lock, and the lock lives as
-/// long as any handle to it, so that one thread may drop its handle while another is still leaving through
-/// its own.
+/// The host's re-entrant lock. The object is a shared handle: a copy refers to the same lock, and the lock
+/// lives as long as any handle to it. One thread may therefore drop its handle while another is still leaving
+/// through its own. Works during static initialisation and until the process has ended.
 class QX_PLATFORM_API CriticalSection
 {
 public:
@@ -13,8 +13,9 @@ public:
     CriticalSection& operator=(const CriticalSection& other);
     ~CriticalSection();
 
-    /// Waits until no other thread is inside. A thread that is inside may enter again, and leaves as often.
+    /// Blocks until no other thread is inside. A thread that is inside may enter again.
     void enter() const;
+    /// Leaves the section. Each enter() needs one leave() on the same thread.
     void leave() const;
 
 private:
@@ -22,7 +23,7 @@ private:
     Impl* impl_;
 };
 
-/// Inside a critical section for the length of a scope. It holds a handle of its own.
+/// Enters a critical section for the duration of a scope. Holds a handle of its own.
 class CriticalSectionScope
 {
 public:

@@ -6,14 +6,14 @@
 #include "platform/Api.h"
 #include "platform/GPUImage.h"
 
-/// The host's reader of LUT files. Any thread.
+/// The host's reader of LUT files. Thread-safe.
 class QX_PLATFORM_API CubeLUT
 {
 public:
-    /// Reads a LUT file of any supported type; empty when it cannot be read, and a line in the host's log
-    /// says why.
+    /// Reads a LUT file of any supported type. Blocks for the duration of the file access. Returns an empty
+    /// pointer if the file cannot be read or parsed; the host's log then has the reason.
     static Qx::Ptr<iHostImage3D> load(const LightweightString<wchar_t>& path);
 
-    /// Appends the extensions that `load` understands, in the form of getExtension().
+    /// Appends the file name extensions that `load` supports, in the form that getExtension() returns.
     static void getSupportedFileTypes(Qx::Vector<LightweightString<wchar_t>>& types);
 };

@@ -8,12 +8,12 @@
 #include "platform/GPUImage.h"
 #include "platform/GraphicPrimitives.h"
 
-/// A typeface at a size and style, ready to draw on the GPU. Any thread.
+/// A typeface at one size and style, ready to draw on the GPU. Thread-safe.
 ///
-/// Text is Unicode, written in whichever directions its scripts are; characters that the typeface lacks come
-/// from others. It is one line: control characters count as spaces, and what is no character is drawn as
-/// U+FFFD. A font that outlives the GPU service stays safe to hold and release; it measures, and draws no
-/// more.
+/// Text is Unicode, in any script and direction. Characters that the typeface lacks are taken from other
+/// typefaces. Text is a single line: control characters are drawn as spaces, invalid code points as U+FFFD. A
+/// font that outlives the GPU service remains safe to hold and to release; it still measures, and draw()
+/// fails.
 class QX_PLATFORM_API iFont : public iObject
 {
 public:
@@ -23,24 +23,26 @@ public:
         Italic = 2
     };
 
-    /// What colours mean in a target that is not opaque.
+    /// How the colours of a translucent target relate to its alpha.
     enum eAlpha
     {
-        Straight = 0,     ///< they do not depend on alpha
-        Premultiplied = 1 ///< they are multiplied by it
+        Straight = 0,     ///< not multiplied by alpha
+        Premultiplied = 1 ///< multiplied by alpha
     };
 
-    /// Width and height of a line of text in pixels: how far it moves the pen, and the typeface's own height,
-    /// the same for every text. What is drawn may reach a little beyond. 0, 0 for a text that draw() refuses.
+    /// Returns the width and height of a line of text in pixels: the advance of the pen and the line height
+    /// of the typeface, which does not depend on the text. Glyphs may extend slightly beyond this rectangle.
+    /// Returns (0, 0) for a text that draw() refuses.
     virtual XY<int> measure(const LightweightString<wchar_t>& text) = 0;
 
-    /// Draws a line of text over what is in the target, with the top left corner of what measure() says
-    /// there. `colour` is straight, 0 to 1, and held to that; characters with colours of their own keep them,
-    /// and take its alpha. It records and returns. What lies outside the target is left out.
+    /// Draws a line of text over the contents of the target. `position` is the top left corner of the
+    /// rectangle that measure() describes, in pixels of the target. `colour` is straight and clamped to 0..1;
+    /// colour glyphs keep their colours and use its alpha. Parts outside the target are clipped. Records the
+    /// work and returns without waiting for the device.
     ///
-    /// False when it could not be drawn: no target, a lost device, memory exhausted, a colour that is no
-    /// number, a text beyond the host's bound on a line's length. The host's log says why, once for each
-    /// font.
+    /// Returns false if there is no target, the device is lost, memory is exhausted, a component of `colour`
+    /// is not finite, or the text exceeds the host's limit on the length of a line. The log has the reason,
+    /// once per font and reason.
     virtual bool draw(Qx::Ptr<iGPUImage> target, const LightweightString<wchar_t>& text, XY<int> position,
                       const NormalisedRGB& colour, eAlpha alpha = Straight) = 0;
 };

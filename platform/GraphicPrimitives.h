@@ -7,6 +7,7 @@
 #include "platform/GPUImage.h"
 #include "platform/ShaderEffect.h"
 
+/// A colour with alpha, each component 0 to 1.
 struct NormalisedRGB
 {
     float red = 0.0F;
@@ -16,6 +17,7 @@ struct NormalisedRGB
 };
 
 template <class T>
+/// A rectangle. x1 and y1 are exclusive.
 struct RectangleOf
 {
     T x0{};
@@ -26,26 +28,26 @@ struct RectangleOf
     friend bool operator==(const RectangleOf&, const RectangleOf&) = default;
 };
 
-/// A filled rectangle.
+/// A filled or outlined rectangle with a vertical gradient.
 struct RectDescription
 {
-    RectangleOf<int> area; ///< in pixels of the target; x1, y1 lie outside
+    RectangleOf<int> area; ///< in pixels of the target
     NormalisedRGB colour;  ///< at the top
     NormalisedRGB colour2; ///< at the bottom
-    int border = 0;        ///< width of an outline in pixels; 0 fills the rectangle
+    int border = 0;        ///< width of the outline in pixels; 0 fills the rectangle
 };
 
-/// An image drawn over a rectangle, stretched to it.
+/// An image stretched over a rectangle.
 struct ImageDescription
 {
     Qx::Ptr<iGPUImage> image;
     RectangleOf<int> destination; ///< in pixels of the target
     RectangleOf<int> source;      ///< in texels of the image
-    bool blend = false;           ///< true: over what is there, by the image's alpha
-    float weight = 1.0F;          ///< 0 to 1: how much of the image replaces what is there
+    bool blend = false;           ///< blend over the target by the image's alpha
+    float weight = 1.0F;          ///< 0 to 1: opacity of the image
 };
 
-/// An image drawn over a rectangle, optionally through an effect.
+/// An image stretched over a rectangle, optionally drawn through an effect.
 struct ImageDescriptionEx
 {
     enum eMode
@@ -56,15 +58,16 @@ struct ImageDescriptionEx
     };
 
     Qx::Ptr<iGPUImage> image;
-    Qx::Ptr<iShaderEffect> effect;  ///< its current technique reads the image as its first texture
+    Qx::Ptr<iShaderEffect> effect;  ///< may be empty; its first texture is the image
     RectangleOf<float> source;      ///< in texels of the image
     RectangleOf<float> destination; ///< in pixels of the target
-    bool blend = true;              ///< over what is there, by alpha
+    bool blend = true;              ///< blend over the target by alpha
     int mode = Stretched;
-    Qx::Vector<Qx::Ptr<iGPUImage>> furtherImages; ///< the effect's other textures, in their order
+    Qx::Vector<Qx::Ptr<iGPUImage>> furtherImages; ///< the effect's other textures, in declaration order
 };
 
-/// Draws into one image. Every draw records and returns; false when it could not be recorded. `layer` is 1.
+/// Draws into one image. Each draw records the work and returns without waiting for the device. Returns false
+/// if the work could not be recorded. `layer` must be 1.
 class QX_PLATFORM_API iGraphicPrimitivesRenderer : public iObject
 {
 public:

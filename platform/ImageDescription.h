@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-/// What is said about a frame beside its pixels. A frame carries two records of one shape: four attributes
-/// (the fourth an 8-bit flag), three numbers and a flag.
+/// The description of a frame beside its pixels. A frame carries two records of one layout: four attributes
+/// (the fourth is an 8-bit flag), three numbers and a flag.
 namespace Qx::Image {
 
 /// The frame as a picture in time.
@@ -19,14 +19,14 @@ public:
     void setPixelAspect(float v) { pixelAspect_ = v; }
     Raster getRaster() const { return raster_; }
     void setRaster(Raster v) { raster_ = v; }
-    /// 1 when the picture repeats the one before.
+    /// 1 if the picture repeats the previous one.
     std::uint8_t getRepeated() const { return repeated_; }
     void setRepeated(std::uint8_t v) { repeated_ = v; }
 
     std::uint32_t frameNumber = 0;
-    std::uint32_t frameRateNumerator = 0; ///< frames a second are numerator / denominator; 0 / 0 is unknown
+    std::uint32_t frameRateNumerator = 0; ///< frames per second are numerator / denominator; 0 / 0 is unknown
     std::uint32_t frameRateDenominator = 0;
-    bool dropFrame = false; ///< time code counts by the drop-frame rule
+    bool dropFrame = false; ///< the time code uses drop-frame counting (SMPTE ST 12-1)
 
     friend bool operator==(const FrameDescription&, const FrameDescription&) = default;
 
@@ -47,15 +47,15 @@ public:
     void setColourSpace(ColourSpace v) { colourSpace_ = v; }
     GamutScaling getGamutScaling() const { return gamutScaling_; }
     void setGamutScaling(GamutScaling v) { gamutScaling_ = v; }
-    /// 1 when colour space and gamut scaling were guessed, not read from the material.
+    /// 1 if colour space and gamut scaling were guessed and not read from the material.
     std::uint8_t getGuessed() const { return guessed_; }
     void setGuessed(std::uint8_t v) { guessed_ = v; }
 
-    /// Code points of Rec. ITU-T H.273, tables 2, 3 and 4; 2 is unspecified.
+    /// Code points of Rec. ITU-T H.273, tables 2, 3 and 4. 2 is unspecified.
     std::uint32_t colourPrimaries = 2;
     std::uint32_t transferCharacteristics = 2;
     std::uint32_t matrixCoefficients = 2;
-    bool interlacedChroma = false; ///< chroma was sampled within each field
+    bool interlacedChroma = false; ///< chroma is subsampled within each field
 
     friend bool operator==(const SignalDescription&, const SignalDescription&) = default;
 
@@ -66,7 +66,7 @@ private:
     std::uint8_t guessed_ = 0;
 };
 
-/// Both records. They travel together from a surface to the surface that is made from it.
+/// Both records. They are copied together when a surface is derived from another.
 struct ImageDescriptions
 {
     FrameDescription frame;
@@ -77,7 +77,7 @@ struct ImageDescriptions
 
 namespace Core {
 
-/// The description of an image in host memory: what it takes to read its bytes.
+/// The memory layout of an image.
 class Data
 {
 public:
@@ -93,10 +93,10 @@ public:
     std::uint32_t width = 0;  ///< in pixels
     std::uint32_t height = 0; ///< in lines
     std::uint16_t bitsPerComponent = 0;
-    std::uint16_t bitsPerPixel = 0; ///< 0 is filled in from the format
+    std::uint16_t bitsPerPixel = 0; ///< 0: derived from the format
     Format format = UnknownFormat;
-    std::uint8_t topDown = 1;   ///< 1: the first row in memory is the picture's top line
-    std::uint32_t rowPitch = 0; ///< bytes from a row to the next; 0: rows follow each other without padding
+    std::uint8_t topDown = 1;   ///< 1: the first row in memory is the top line of the picture
+    std::uint32_t rowPitch = 0; ///< bytes from one row to the next; 0: rows have no padding
 
     friend bool operator==(const Data&, const Data&) = default;
 };

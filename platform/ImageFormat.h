@@ -6,7 +6,7 @@
 
 namespace Qx::Image {
 
-/// Four characters as a little-endian 32-bit number: the first in the lowest byte.
+/// Packs four characters into a little-endian 32-bit number: the first character is the lowest byte.
 constexpr std::uint32_t fourCharacterCode(char a, char b, char c, char d)
 {
     return static_cast<std::uint32_t>(static_cast<unsigned char>(a)) |
@@ -15,19 +15,20 @@ constexpr std::uint32_t fourCharacterCode(char a, char b, char c, char d)
            static_cast<std::uint32_t>(static_cast<unsigned char>(d)) << 24;
 }
 
-/// Pixel formats of host memory. The comments give the order of components in memory.
+/// Pixel formats in host memory. The comments give the order of components in memory.
 enum Format : std::uint32_t
 {
     UnknownFormat = 0,
     BGRA32 = 32,    ///< B G R A
-    ARGB10 = 35,    ///< A R G B; with 10 bits a component one little-endian word, alpha in its top two bits
+    ARGB10 = 35,    ///< A R G B; at 10 bits one little-endian 32-bit word, alpha on top
     PlanarRGB = 37, ///< planes R, G, B
     YUY2 = fourCharacterCode('Y', 'U', 'Y', '2'), ///< Y0 Cb Y1 Cr
     YUYV = fourCharacterCode('Y', 'U', 'Y', 'V'), ///< Y0 Cb Y1 Cr
     YVYU = fourCharacterCode('Y', 'V', 'Y', 'U'), ///< Y0 Cr Y1 Cb
     UYVY = fourCharacterCode('U', 'Y', 'V', 'Y'), ///< Cb Y0 Cr Y1
     VYUY = fourCharacterCode('V', 'Y', 'U', 'Y'), ///< Cr Y1 Cb Y0
-    YV12 = fourCharacterCode('Y', 'V', '1', '2'), ///< planes Y, Cr, Cb; chroma at half size both ways
+    YV12 = fourCharacterCode('Y', 'V', '1',
+                             '2'),                ///< planes Y, Cr, Cb; 4:2:0
     V210 = fourCharacterCode('v', '2', '1', '0'), ///< 6 pixels of 10-bit 4:2:2 in 16 bytes
     M101 = fourCharacterCode('M', '1', '0',
                              '1'), ///< 10 bits: 16 pixels of 4:2:2 in 40 bytes; 8 bits: Y0 Cb Y1 Cr
@@ -45,23 +46,24 @@ enum Format : std::uint32_t
     B64A = fourCharacterCode('b', '6', '4', 'a'),  ///< A R G B, 16 bits
 };
 
-/// Which codes of a component stand for black and white.
+/// The range of codes between black and white: full range is Rec. ITU-T H.273, clause 8.3; video range is
+/// Rec. ITU-R BT.601-7, clause 2.5.3, and BT.709-6, clause 3.4.
 enum class GamutScaling : std::uint32_t
 {
     Unknown = 0,
     Unscaled = 1, ///< full range: 0 to the largest code
-    Video = 2,    ///< 16 to 235 (chroma 16 to 240) at 8 bits, scaled by powers of two for more
+    Video = 2,    ///< video range: black 16, white 235, chroma 16 to 240, times 2^(n-8) at n bits
 };
 
-/// The matrix of a YCrCb surface.
+/// The YCrCb matrix of a surface.
 enum class ColourSpace : std::uint32_t
 {
     Unknown = 0,
-    BT601 = 1, ///< Rec. ITU-R BT.601
-    BT709 = 2, ///< Rec. ITU-R BT.709
+    BT601 = 1, ///< Kr 0.299, Kb 0.114 (Rec. ITU-R BT.601-7, clause 2.5.1)
+    BT709 = 2, ///< Kr 0.2126, Kb 0.0722 (Rec. ITU-R BT.709-6, clause 3.2)
 };
 
-/// How chroma is brought to another sampling.
+/// The resampling filter for chroma.
 enum class Filter : std::uint32_t
 {
     Point = 1,
@@ -70,7 +72,7 @@ enum class Filter : std::uint32_t
     Lanczos = 4
 };
 
-/// Which lines of a frame come first in time.
+/// The field order of a frame.
 enum class Polarity : std::uint32_t
 {
     Progressive = 0,
@@ -78,7 +80,7 @@ enum class Polarity : std::uint32_t
     LowerFieldFirst = 2
 };
 
-/// The lines of a frame that a drawing covers.
+/// The lines of a frame that a drawing operation covers.
 enum class Raster : std::uint32_t
 {
     Frame = 0,
@@ -86,7 +88,7 @@ enum class Raster : std::uint32_t
     LowerField = 2, ///< lines 1, 3, 5, ...
 };
 
-/// What alpha means.
+/// The meaning of alpha.
 enum class TransparencyType : std::uint32_t
 {
     Unknown = 0,
@@ -95,7 +97,7 @@ enum class TransparencyType : std::uint32_t
     Opaque = 3,
 };
 
-/// Whether a format is one of the component orders of RGB, or of YCrCb. Neither for an unknown code.
+/// Returns whether a format is RGB, or YCrCb, in any component order. Both return false for an unknown code.
 QX_PLATFORM_API bool isRGB(Format format);
 QX_PLATFORM_API bool isYUV(Format format);
 

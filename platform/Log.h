@@ -3,22 +3,22 @@
 #include "Qx/LightweightString.h"
 #include "platform/Api.h"
 
-/// Text of the library for people. Every function takes a printf format and writes exactly the formatted
-/// text: line ends are part of it. Any thread.
+/// Logging. Every function takes a printf format and writes exactly the formatted text; it adds no line end.
+/// Thread-safe.
 
-/// Debug output.
+/// Writes to the debug output.
 QX_PLATFORM_API void vexo_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// The host's log.
+/// Writes to the host's log.
 QX_PLATFORM_API void Log(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// The host's log and the debug output.
+/// Writes to the host's log and to the debug output.
 QX_PLATFORM_API void LogBoth(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 namespace Qx {
 
-/// The host's switch for timing lines on standard output. Set before threads start, or accept that a line
-/// more or less is printed.
+/// The host's switch for timing lines on standard output. Not synchronised: set it before threads start, or a
+/// line may be missing or superfluous.
 class QX_PLATFORM_API ErrorLogLogger
 {
 public:
@@ -27,19 +27,20 @@ public:
 
 } // namespace Qx
 
-/// Where the diagnostic suite writes its report. Called from one thread, the suite's caller.
+/// The destination of the diagnostic suite's report. Called from one thread only, the suite's caller.
 class QX_PLATFORM_API LoggerBase
 {
 public:
     virtual ~LoggerBase() = default;
 
-    /// One line, without a line end. Categories: 0 a result, 4 a failure, 5 a heading.
+    /// Writes one line; `text` has no line end. Categories: 0 is a result, 4 a failure, 5 a heading.
     virtual void logLine(const LightweightString<wchar_t>& text, int category) = 0;
 
-    /// Once before the first of `count` tests and once after the last.
+    /// Called once before the first of `count` tests.
     virtual void beginTests(int count) = 0;
+    /// Called once after the last test.
     virtual void endTests() = 0;
 
-    /// The last call of every test, also of one that failed.
+    /// Called last in every test, including one that failed.
     virtual void endTest() = 0;
 };

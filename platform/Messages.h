@@ -3,7 +3,7 @@
 #include "Qx/LightweightString.h"
 #include "platform/Api.h"
 
-/// The host's messages to the user.
+/// The host's messages to the user. Thread-safe.
 class QX_PLATFORM_API iMessageService
 {
 public:
@@ -18,12 +18,12 @@ public:
         Error = 3
     };
 
-    /// Shows a message and returns; it does not wait for the user. Any thread.
+    /// Shows a message. Returns without waiting for the user.
     virtual void showMessage(const LightweightString<wchar_t>& caption,
                              const LightweightString<wchar_t>& text, eButtons buttons,
                              eSeverity severity) = 0;
 
-    /// The caption under which the host shows messages about effects.
+    /// Returns the caption for messages about effects.
     virtual LightweightString<wchar_t> effectsCaption() = 0;
 
 protected:

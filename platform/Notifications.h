@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-/// The kind of a notification.
+/// The type of a notification.
 struct NotifyMsgType
 {
     std::uint32_t id = 0;
@@ -15,27 +15,28 @@ struct NotifyMsgType
     friend bool operator==(const NotifyMsgType&, const NotifyMsgType&) = default;
 };
 
-/// The host's dictionary of notification kinds.
+/// The host's dictionary of notification types. Thread-safe.
 class QX_PLATFORM_API NotifyMsgTypeDictionary
 {
 public:
     static NotifyMsgTypeDictionary& instance();
 
-    /// The kind that is reserved for changes of the list of LUTs.
+    /// Returns the type that is reserved for changes of the list of LUTs.
     NotifyMsgType lutListChanged() const;
 
-    /// The kind of that name; the same for the same name.
+    /// Returns the type of that name, assigning one on the first call. The same name always has the same
+    /// type.
     NotifyMsgType lookUp(const LightweightString<char>& name);
 };
 
-/// What a listener is told.
+/// The message that a listener receives.
 struct NotifyMsg
 {
     NotifyMsgType type;
     LightweightString<wchar_t> text;
 };
 
-/// Something that listeners can follow.
+/// A source of notifications. Thread-safe.
 class QX_PLATFORM_API Notifier
 {
 public:
@@ -46,14 +47,16 @@ public:
     Notifier(const Notifier&) = delete;
     Notifier& operator=(const Notifier&) = delete;
 
-    /// Listeners are called in the order in which they were added, on the notifying thread. The pair of
-    /// function and context identifies a listener. A listener may add and remove listeners. A notification
-    /// under way on another thread may still call a listener once after its removal.
+    /// Adds a listener. The pair of function and context identifies a listener: adding it again has no
+    /// effect, nor has adding a null function. Listeners are called on the notifying thread, in the order in
+    /// which they were added. A listener may add and remove listeners.
     void addListener(Listener listener, void* context);
+    /// Removes a listener. A notification in progress on another thread may call the listener once more after
+    /// this returns.
     void removeListener(Listener listener, void* context);
 
-    /// Delivers the message to every listener; the notifier must live until it returns. `flags` has no
-    /// meaning yet and is 0.
+    /// Delivers a message to all listeners. The notifier must outlive the call. `flags` is reserved and must
+    /// be 0.
     void issueNotification(const NotifyMsg& message, int flags) const;
 
 private:

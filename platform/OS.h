@@ -12,10 +12,10 @@ class iSystemInformation;
 class iThreadService;
 class iUserService;
 
-/// The host's service object: where the library finds everything that the process offers it.
+/// The host's service object, through which the library reaches all services of the process.
 ///
-/// Every service lives as long as the process does, except the GPU service, whose operations fail (empty
-/// pointers) once the host has shut it down. All services may be called from any thread.
+/// Every service lives as long as the process. Once the host has shut the GPU service down, its operations
+/// fail (empty pointers). All services are thread-safe.
 class QX_PLATFORM_API iOS
 {
 public:
@@ -33,6 +33,6 @@ protected:
     ~iOS() = default;
 };
 
-/// The process's service object. It may be called during static initialisation: a host constructs its
-/// services on first use, and its allocator, atomics and locks are never destroyed.
+/// Returns the process's service object. May be called during static initialisation: a host constructs its
+/// services on first use and never destroys its allocator, atomics and locks.
 QX_PLATFORM_API iOS& OS();

@@ -2,13 +2,13 @@
 
 #include "platform/Api.h"
 
-/// Something that holds memory which the host may ask to give back. Any thread may ask.
+/// An object that holds memory which the host may reclaim. Thread-safe.
 class QX_PLATFORM_API iReclaimable
 {
 public:
     virtual ~iReclaimable() = default;
 
-    virtual void purge() = 0;       ///< gives back all that can be had again
-    virtual void limitUsage() = 0;  ///< gives back what is over its limit
-    virtual void reportUsage() = 0; ///< writes what it holds to the host's log
+    virtual void purge() = 0;       ///< frees everything that can be recreated
+    virtual void limitUsage() = 0;  ///< frees what exceeds the object's limit
+    virtual void reportUsage() = 0; ///< writes the amount held to the host's log
 };

@@ -9,15 +9,17 @@ class QX_PLATFORM_API iSettings
 public:
     enum eType
     {
-        User = 0,    ///< the current user's own
+        User = 0,    ///< per user
         Machine = 1, ///< shared by all users of the machine
     };
 };
 
-/// Directories, each with a trailing separator; empty when the scope has none. They need not exist.
+/// Return a directory with a trailing separator, or an empty string if the scope has none. The directory may
+/// not exist. Thread-safe.
 QX_PLATFORM_API LightweightString<wchar_t> getShadersDir();
 QX_PLATFORM_API LightweightString<wchar_t> getFXTemplatesDirectory(iSettings::eType scope);
 QX_PLATFORM_API LightweightString<wchar_t> getLUTDirectory(iSettings::eType scope);
 
-/// An integer setting, or `defaultValue` when it is not set. May be called during static initialisation.
+/// Returns an integer setting, or `defaultValue` if it is not set. Thread-safe; may be called during static
+/// initialisation.
 QX_PLATFORM_API int config_int(const char* name, int defaultValue);

@@ -11,23 +11,24 @@
 #include <cstddef>
 #include <utility>
 
-/// A parameter of an effect.
+/// A parameter of an effect. Remains valid for the lifetime of the handle.
 class QX_PLATFORM_API iShaderParam : public iObject
 {
 public:
-    /// Sets every component to one number; false when the parameter is none that holds numbers.
+    /// Sets all components to one value. Returns false if the parameter is not numeric.
     virtual bool setValue(float value) = 0;
 
-    /// Sets the components in their order, rows first; false when `count` is not their number.
+    /// Sets the components in row-major order. Returns false if `count` differs from getComponentCount().
     virtual bool setValues(const float* values, std::size_t count) = 0;
 
-    /// Numbers that the parameter holds.
+    /// Returns the number of components.
     virtual std::size_t getComponentCount() const = 0;
 };
 
-/// A compiled effect: techniques, the parameters they share, and the current technique.
+/// A compiled effect: its techniques, their shared parameters, and the current technique.
 ///
-/// Technique, parameters and render form a sequence: callers keep other threads out while they go through it.
+/// Selecting a technique, setting parameters and rendering form one sequence. Not thread-safe: callers must
+/// exclude each other for the whole sequence.
 class QX_PLATFORM_API iShaderEffect : public iObject
 {
 public:
@@ -47,28 +48,29 @@ public:
         }
 
         Qx::Ptr<iGPUResource> resource;
-        LightweightString<char> name; ///< the effect's texture parameter
+        LightweightString<char> name; ///< name of the effect's texture parameter
 
-        /// Left, top, right, bottom: the normalised rectangle of the input that spans the target.
+        /// Left, top, right, bottom: the normalised rectangle of the input that maps to the whole target.
         std::array<float, 4> texCoords{0.0F, 0.0F, 1.0F, 1.0F};
     };
 
-    /// Selects a technique by name, letter case included; false when there is none, and the current one
-    /// stays.
+    /// Selects a technique by its case-sensitive name. Returns false if there is no such technique; the
+    /// current one is then kept.
     virtual bool setTechnique(const LightweightString<char>& name) = 0;
 
-    /// The techniques in the file's order. The first is current at the start.
+    /// Returns the techniques in file order. The first is the initial current technique.
     virtual Qx::Vector<LightweightString<char>> getTechniqueNames() const = 0;
 
-    /// A parameter by name; empty when the effect has none of that name.
+    /// Returns a parameter by name, or an empty pointer if the effect has no such parameter.
     virtual Qx::Ptr<iShaderParam> getParam(const char* name) = 0;
 
-    /// Draws the current technique over the whole target and returns without waiting for the device. The i-th
-    /// source sets the i-th texture coordinate and binds its resource to the texture of its name. False when
-    /// it cannot be drawn (no target, a texture that the technique reads is not bound, the device is lost).
+    /// Draws the current technique over the whole target. Returns without waiting for the device. The i-th
+    /// source sets the i-th texture coordinate and binds its resource to the texture parameter of its name.
+    /// Returns false if the draw could not be recorded: no target, a texture that the technique reads is not
+    /// bound, the device is lost.
     virtual bool render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources) = 0;
 
-    /// Sets a float parameter; false when the effect has none of that name.
+    /// Sets a float parameter. Returns false if the effect has no such parameter or it is not numeric.
     bool setFloat(const LightweightString<char>& name, float value)
     {
         const Qx::Ptr<iShaderParam> param = getParam(name.c_str());
@@ -76,9 +78,10 @@ public:
     }
 };
 
-/// What compiling an effect file gives.
+/// The result of compiling an effect file.
 struct EffectCompileResult
 {
-    Qx::Ptr<iShaderEffect> effect;  ///< empty when it failed
-    LightweightString<char> errors; ///< the compiler's text, lines; may hold warnings of a success
+    Qx::Ptr<iShaderEffect> effect; ///< empty on failure
+    LightweightString<char>
+        errors; ///< the compiler's messages, one per line; may contain warnings after a success
 };

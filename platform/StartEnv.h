@@ -2,12 +2,12 @@
 
 #include "platform/Api.h"
 
-/// How the program was started.
+/// The arguments that the program was started with. Thread-safe.
 class QX_PLATFORM_API StartEnv
 {
 public:
     static StartEnv& programEnv();
 
-    /// Non-zero when the program was started with that argument, "-transcode" say.
+    /// Returns non-zero if the program was started with the argument `name`, for example "-transcode".
     int arg(const wchar_t* name) const;
 };

@@ -14,19 +14,21 @@ namespace Qx::Image {
 
 /// An image with its description, in host memory or on the GPU.
 ///
-/// A value: copies have a description of their own and share the pixels. A surface holds a host image, a GPU
-/// image, or neither. Operations that make pixels answer failure with a surface that holds none.
+/// A value type: copies have their own description and share the pixels. A surface holds a host image, a GPU
+/// image, or neither. Functions that create pixels return a surface without pixels on failure. Not
+/// synchronised: one object must not be used by several threads at once; copies may be.
 class QX_PLATFORM_API Surface
 {
 public:
     Surface() = default;
 
-    /// A surface in host memory. `bitsPerPixel` 0 is filled in from the format and `rowPitch` 0 from the
-    /// width.
+    /// Describes a surface; allocates no pixels. `bottomUp`: the first row in memory is the bottom line.
+    /// `bitsPerPixel` 0 is derived from the format, `rowPitch` 0 (bytes) from the width.
     Surface(unsigned width, unsigned height, Format format, bool bottomUp, unsigned short bitsPerComponent,
             unsigned short bitsPerPixel, unsigned short rowPitch);
 
-    /// Describes the surface anew and lets go of its pixels; both records go back to their defaults.
+    /// Replaces the description and releases the pixels. Both records are reset to their defaults. Parameters
+    /// as for the constructor.
     void init(unsigned width, unsigned height, Format format, bool bottomUp, unsigned short bitsPerComponent,
               unsigned short bitsPerPixel, unsigned short rowPitch);
 
@@ -35,7 +37,7 @@ public:
     Format getDataFormat() const { return data_.format; }
     std::uint16_t getBitsPerComponent() const { return data_.bitsPerComponent; }
     std::uint16_t getBitsPerPixel() const { return data_.bitsPerPixel; }
-    std::uint32_t getRowPitch() const { return data_.rowPitch; } ///< bytes from a row to the next
+    std::uint32_t getRowPitch() const { return data_.rowPitch; } ///< bytes from one row to the next
     bool isTopDown() const { return data_.topDown != 0; }
 
     void setWidth(std::uint32_t v) { data_.width = v; }
@@ -65,30 +67,37 @@ public:
     TransparencyType getTransparency() const { return descriptions_.frame.getTransparency(); }
     void setTransparency(TransparencyType v) { descriptions_.frame.setTransparency(v); }
 
-    /// The surface's GPU image; empty when it has none.
+    /// Returns the GPU image, or an empty pointer.
     Qx::Ptr<iGPUImage> getGPUSurface() const { return gpuImage_; }
     void setGPUSurface(Qx::Ptr<iGPUImage> image) { gpuImage_ = std::move(image); }
 
+    /// Returns the host image, or an empty pointer.
     Qx::Ptr<iHostImage> getHostImage() const { return hostImage_; }
     void setHostImage(Qx::Ptr<iHostImage> image) { hostImage_ = std::move(image); }
 
-    /// Gives a surface in host memory its memory: the description's rows, in texels of four components. False
-    /// when there is none to be had, or the description makes no sense.
+    /// Allocates host memory for the rows of the description and releases a GPU image. The contents are
+    /// undefined. Returns false if out of memory or if the description is invalid; the pixels are then
+    /// unchanged.
     bool allocateHost();
 
-    /// A surface of the same description whose GPU image will hold this host surface's rows as they lie in
-    /// memory, padding included. Without pixels when there is no host image or the device refuses.
+    /// Returns a surface of the same description with a GPU image that will hold this surface's rows as they
+    /// are in memory, padding included. Does not wait for the device. The result has no pixels if there is no
+    /// host image or the upload fails.
     Surface uploadToGPU() const;
 
-    /// A surface in host memory of the same description, holding the bytes of this surface's GPU image row by
-    /// row. A row that the description makes longer than the image's is cut to it, and the log says so. A
-    /// surface without a GPU image gives a copy of itself.
+    /// Returns a surface in host memory of the same description with the bytes of this surface's GPU image,
+    /// row by row. A description that asks for more than the image has is clamped to the image, and the log
+    /// says so. The result has no pixels if the download fails. A surface without a GPU image yields a copy
+    /// of itself. Blocks until the pixels have arrived if the rows' pitch or number changes; otherwise map()
+    /// on the result's host image blocks.
     Surface copyToHost() const;
 
-    /// A surface of the same size and descriptions with a new GPU image: ARGB, one texel a pixel.
+    /// Returns a top-down ARGB surface of the same size and descriptions with a new GPU image, one texel per
+    /// pixel.
     Surface createDestARGBGPUSurface(iGPUImage::eFormat format) const;
 
-    /// The same in YUY2, one texel a pixel pair (the last of an odd width is half used).
+    /// Returns a top-down YUY2 surface of the same size and descriptions with a new GPU image, one texel per
+    /// pixel pair; an odd width adds a half-used texel. The result has no pixels for eARGB10.
     Surface createDestYUY2GPUSurface(iGPUImage::eFormat format) const;
 
 private:
@@ -98,8 +107,8 @@ private:
     Qx::Ptr<iHostImage> hostImage_;
 };
 
-/// A surface around a GPU image: its size, ARGB, its depth, top-down. An empty pointer gives an empty
-/// surface.
+/// Returns a surface that holds a GPU image: its size, ARGB (ARGB10 for eARGB10), its depth, top-down. An
+/// empty pointer yields an empty surface.
 QX_PLATFORM_API Surface makeWrapper(Qx::Ptr<iGPUImage> image);
 
 } // namespace Qx::Image

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-/// The machine's memory in bytes. The diagnostic suite shows `available` and, of `total`, the low 32 bits.
+/// The machine's memory in bytes. The diagnostic suite prints `available` and the low 32 bits of `total`.
 struct MemoryStatus
 {
     std::uint64_t used = 0;
@@ -12,22 +12,24 @@ struct MemoryStatus
     std::uint64_t available = 0;
 };
 
+/// The host's information about the machine. Thread-safe.
 class QX_PLATFORM_API iSystemInformation
 {
 public:
     virtual MemoryStatus memoryStatus() = 0;
 
-    /// Processors that this process may run on.
+    /// Returns the number of processors that this process may use.
     virtual int cpuCount() = 0;
 
 protected:
     ~iSystemInformation() = default;
 };
 
+/// The host's information about the current user. Thread-safe.
 class QX_PLATFORM_API iUserService
 {
 public:
-    /// Whether the current user has administrator rights.
+    /// Returns whether the current user has administrator rights.
     virtual bool isAdministrator() = 0;
 
 protected:

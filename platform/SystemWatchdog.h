@@ -2,11 +2,11 @@
 
 #include "platform/Api.h"
 
-/// The host's watchdog, which reports a thread that seems to hang.
+/// The host's watchdog, which reports threads that appear to hang. Thread-safe.
 class QX_PLATFORM_API SystemWatchdog
 {
 public:
-    /// Keeps the watchdog quiet about the calling thread until the matching call; pairs nest.
+    /// Suspends the watchdog for the calling thread until the matching endLifeSupport(). Pairs nest.
     static void beginLifeSupport();
     static void endLifeSupport();
 };

@@ -2,11 +2,11 @@
 
 #include "platform/Api.h"
 
-/// The host's thread service.
+/// The host's thread service. Thread-safe.
 class QX_PLATFORM_API iThreadService
 {
 public:
-    /// Blocks the calling thread for at least that long, unless the host is shutting down.
+    /// Blocks the calling thread for at least `milliseconds`. Returns early while the host shuts down.
     virtual void sleepMilliseconds(unsigned milliseconds) = 0;
 
 protected:

@@ -10,7 +10,8 @@
 
 namespace Qx {
 
-/// The standard allocator that takes its memory from the host. All instances are equal.
+/// A standard allocator that allocates from the host. All instances are equal. Throws std::bad_alloc if out
+/// of memory.
 template <class T>
 struct HostAllocator
 {
@@ -42,7 +43,7 @@ struct HostAllocator
     }
 };
 
-/// The std::vector that may cross the border between library and host: either side may grow or free it.
+/// The std::vector that may cross the boundary between library and host: either side may grow or free it.
 template <class T>
 using Vector = std::vector<T, HostAllocator<T>>;
 

@@ -17,8 +17,8 @@
 
 namespace Qx {
 
-/// Folds the case of one character for comparison, whatever locale the process runs in: by Unicode's simple
-/// lower-case mapping for wide characters, by ASCII for the bytes of UTF-8.
+/// Folds one character for case-insensitive comparison, independently of the process's locale: by Unicode's
+/// simple lower-case mapping for wide characters, by ASCII for the bytes of UTF-8.
 inline wchar_t foldCase(wchar_t c)
 {
     static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
@@ -33,29 +33,29 @@ inline char foldCase(char c)
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
 }
 
-/// A shared, reference-counted, null-terminated text: narrow (UTF-8) or wide (32-bit code units).
+/// A shared, reference-counted, null-terminated string: narrow (UTF-8) or wide (32-bit code units).
 ///
-/// Copies share one buffer. A writer works in place when it is the buffer's only owner and the text fits, and
-/// otherwise builds a new buffer, so that no other owner ever sees a change. A string without a buffer is the
-/// null string; it reads as and equals the empty text.
+/// Copies share one buffer. A write happens in place if this string is the buffer's only owner and the text
+/// fits; otherwise it allocates a new buffer, so other owners never see a change. A string without a buffer
+/// is the null string. It reads as the empty string and compares equal to it.
 ///
-/// A text has at most maxLength characters. A writer that would exceed it, or for which there is no memory,
-/// leaves the string as it was.
+/// The length is limited to maxLength characters. A write that would exceed it, or that cannot allocate
+/// memory, leaves the string unchanged.
 ///
-/// Threads: copies may be made, written and released on different threads; one string object may not be
-/// written while another thread uses the same object.
+/// Different strings that share a buffer may be used by different threads. One string object is not
+/// synchronised.
 template <class CharT>
 class LightweightString
 {
 public:
     using View = std::basic_string_view<CharT>;
 
-    /// So that the capacity, the next power of two, still fits 32 bits.
+    /// The capacity, the next power of two, must fit 32 bits.
     static constexpr std::uint32_t maxLength = 0x7fffffffU;
 
     LightweightString() noexcept = default;
 
-    /// A null pointer or an empty text gives the null string.
+    /// A null pointer or an empty text yields the null string.
     LightweightString(const CharT* s) { assign(s); } // NOLINT(google-explicit-constructor): texts are strings
 
     explicit LightweightString(View text) { append(text.data(), text.size()); }
@@ -77,9 +77,9 @@ public:
         return *this;
     }
 
-    /// Prepares the string for exactly n characters, which the caller then writes to data(). The old text
-    /// survives only when the buffer does: when this string is its sole owner and n is less than its
-    /// capacity. False, and nothing changed, when there can be no such buffer.
+    /// Prepares the string for exactly n characters, which the caller then writes to data(). The old text is
+    /// kept only if the buffer is, that is if this string is its only owner and n is less than its capacity.
+    /// Returns false if n exceeds maxLength or out of memory; the string is then unchanged.
     bool resizeFor(std::size_t n)
     {
         if (n == 0) {
@@ -98,15 +98,14 @@ public:
         return true;
     }
 
-    /// Appends n characters, which may be this string's own.
+    /// Appends n characters. `s` may point into this string.
     LightweightString& append(const CharT* s, std::size_t n)
     {
         if (s == nullptr || n == 0) {
             return *this;
         }
         const std::size_t oldLength = length();
-        const BufferPtr old =
-            fitsInPlace(oldLength + n) ? BufferPtr() : buffer_; // keeps the old text readable
+        const BufferPtr old = fitsInPlace(oldLength + n) ? BufferPtr() : buffer_; // keeps the old text alive
         if (n > maxLength || !resizeFor(oldLength + n)) {
             return *this;
         }
@@ -126,26 +125,27 @@ public:
         return concatenated(s.c_str(), s.length());
     }
 
-    /// Never null: the null string reads as a static empty text.
+    /// Never null: the null string yields a static empty text.
     const CharT* c_str() const noexcept { return buffer_ ? buffer_->text : emptyText; }
     std::uint32_t length() const noexcept { return buffer_ ? buffer_->length : 0; }
 
-    /// Characters that the buffer can hold, its terminator included; 0 without a buffer.
+    /// Returns the number of characters that fit the buffer, including the terminator; 0 without a buffer.
     std::uint32_t capacity() const noexcept { return buffer_ ? buffer_->capacity : 0; }
     bool empty() const noexcept { return length() == 0; }
     View view() const noexcept { return View(c_str(), length()); }
 
-    /// The characters for writing, after resizeFor(); null for the null string. The buffer must not be
-    /// shared.
+    /// Returns the characters for writing after resizeFor(), or null for the null string. The buffer must not
+    /// be shared.
     CharT* data() noexcept { return buffer_ ? buffer_->text : nullptr; }
 
+    /// Compares character by character with foldCase().
     bool equalsIgnoringCase(const LightweightString& other) const
     {
         return std::equal(view().begin(), view().end(), other.view().begin(), other.view().end(),
                           [](CharT a, CharT b) { return foldCase(a) == foldCase(b); });
     }
 
-    /// Case-sensitive, by code unit; null equals empty.
+    /// Case-sensitive comparison by code unit; null equals empty.
     friend bool operator==(const LightweightString& a, const LightweightString& b) noexcept
     {
         return a.view() == b.view();
@@ -179,7 +179,7 @@ private:
         return s != nullptr ? std::char_traits<CharT>::length(s) : 0;
     }
 
-    /// The smallest power of two that is greater than n.
+    /// Returns the smallest power of two that is greater than n.
     static std::uint32_t capacityFor(std::uint32_t n) noexcept
     {
         std::uint32_t capacity = 1;

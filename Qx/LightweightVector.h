@@ -8,8 +8,8 @@
 
 namespace Qx {
 
-/// A shared, reference-counted vector: copies are the same list, and every holder sees a change. Its storage
-/// comes from the host's allocator. Readers and writers of one list need a lock of their own.
+/// A shared, reference-counted vector: copies refer to the same list, and every holder sees a change. Storage
+/// comes from the host's allocator. Not synchronised: readers and writers of one list need a lock.
 template <class T>
 class LightweightVector
 {
@@ -19,7 +19,7 @@ public:
     std::size_t size() const noexcept { return shared_->items.size(); }
     bool empty() const noexcept { return shared_->items.empty(); }
     void push_back(T item) { shared_->items.push_back(std::move(item)); }
-    void clear() noexcept { Vector<T>().swap(shared_->items); } ///< gives its storage back, too
+    void clear() noexcept { Vector<T>().swap(shared_->items); } ///< also frees the storage
 
     const T& operator[](std::size_t i) const noexcept { return shared_->items[i]; }
     auto begin() const noexcept { return shared_->items.cbegin(); }

@@ -14,7 +14,7 @@
 
 namespace Qx {
 
-/// Reference counting by a word inside the object.
+/// Reference counting with a counter inside the object.
 struct InternalCounting
 {
     template <class T>
@@ -29,7 +29,7 @@ struct InternalCounting
     }
 };
 
-/// Reference counting by a word of its own beside the object.
+/// Reference counting with a separately allocated counter.
 struct ExternalCounting
 {
     template <class T>
@@ -50,12 +50,12 @@ struct ExternalCounting
     }
 };
 
-/// The reference-counting smart handle by which every host object is held. Two words: the counting word's
-/// address and the object's. Empty means that there is no object, and is the failure value of every creating
-/// operation.
+/// The reference-counting smart pointer that holds every host object. Two words: the address of the counter
+/// and the address of the object. An empty pointer means that there is no object; it is the failure value of
+/// every function that creates something.
 ///
-/// Different handles to one object may be used from different threads; one handle may not, except by the pair
-/// publish() and acquire().
+/// Different pointers to one object may be used from different threads. One pointer is not synchronised,
+/// except through publish() and acquire().
 template <class T, class Counting = InternalCounting>
 class Ptr
 {
@@ -63,7 +63,8 @@ public:
     Ptr() noexcept = default;
     Ptr(std::nullptr_t) noexcept {} // NOLINT(google-explicit-constructor): null is a handle like any other
 
-    /// Takes an object: its count rises by one.
+    /// Shares ownership of an object: increments its count. With external counting, deletes the object and
+    /// throws std::bad_alloc if out of memory.
     explicit Ptr(T* object) : count_(object != nullptr ? Counting::attach(object) : nullptr), object_(object)
     {
         incRef();
@@ -75,7 +76,7 @@ public:
     {
     }
 
-    /// From a handle to a derived class.
+    /// Converts from a pointer to a derived class.
     template <class U>
     requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U, Counting>& other)
     noexcept // NOLINT(google-explicit-constructor): as pointers convert
@@ -107,7 +108,7 @@ public:
         std::swap(object_, other.object_);
     }
 
-    /// Drops the reference; the handle is empty then.
+    /// Releases the reference and leaves this pointer empty.
     void reset() noexcept { decRef(); }
 
     T* get() const noexcept { return object_; }
@@ -118,15 +119,16 @@ public:
     friend bool operator==(const Ptr& a, const Ptr& b) noexcept { return a.object_ == b.object_; }
     friend bool operator==(const Ptr& a, std::nullptr_t) noexcept { return a.object_ == nullptr; }
 
-    /// True when this handle is the only one. What other owners did before they let go is visible then.
+    /// Returns whether this pointer is the only owner. If so, writes by former owners are visible to the
+    /// caller.
     bool isSoleOwner() const noexcept
     {
         return count_ != nullptr &&
                std::atomic_ref<std::uint32_t>(*count_).load(std::memory_order_acquire) == 1;
     }
 
-    /// Fills this empty handle so that other threads may read it with acquire() at the same time: the object
-    /// word appears last. Writers need a lock among themselves.
+    /// Fills this empty pointer while other threads may read it with acquire(): the object word is published
+    /// last. Writers must exclude each other.
     void publish(Ptr other) noexcept
     {
         std::atomic_ref<std::uint32_t*>(count_).store(std::exchange(other.count_, nullptr),
@@ -134,7 +136,8 @@ public:
         std::atomic_ref<T*>(object_).store(std::exchange(other.object_, nullptr), std::memory_order_release);
     }
 
-    /// A copy of a handle that another thread may be filling with publish(): empty until it is done.
+    /// Returns a copy of a pointer that another thread may be filling with publish(), or an empty pointer
+    /// until that has finished. Needs no lock.
     Ptr acquire() const noexcept
     {
         Ptr result;
@@ -172,14 +175,14 @@ private:
     T* object_ = nullptr;
 };
 
-/// Makes an object and the first handle to it.
+/// Creates an object and the first pointer to it.
 template <class T, class... Args>
 Ptr<T> makePtr(Args&&... args)
 {
     return Ptr<T>(new T(std::forward<Args>(args)...));
 }
 
-/// The handle as one to class U, empty when the object is none.
+/// Returns a pointer to the same object as class U, or an empty pointer if the object is not a U.
 template <class U, class T>
 Ptr<U> dynamicCast(const Ptr<T>& other)
 {

@@ -7,10 +7,10 @@
 #error "Include Qx/QxLokiSingleton.h before loki/Singleton.h: it decides what Loki's assertions do."
 #endif
 
-// Loki checks itself with assert(), which ends the process in one kind of build and vanishes in the other.
-// Here its checks are there in every build, print like all our assertions, and go on. <loki/Singleton.h>
-// includes <cassert> again, so replacing assert() itself would not last: the function that it calls is
-// replaced, once its declaration has been seen.
+// Loki checks itself with assert(), which aborts in debug builds and vanishes in release builds. Here its
+// checks are active in every build, print in the format of our assertions, and continue. <loki/Singleton.h>
+// includes <cassert> again, so a redefinition of assert() would not survive. The function that assert() calls
+// is replaced instead, after its declaration.
 #pragma push_macro("NDEBUG")
 #undef NDEBUG
 #include <cassert>
@@ -20,33 +20,33 @@
 #include <loki/Singleton.h>
 #pragma pop_macro("__assert_fail")
 #pragma pop_macro("NDEBUG")
-#include <cassert> // as the including file wants it
+#include <cassert> // restores assert() for the including file
 
 namespace Qx {
 
-/// The process's one T, held by Loki: made by new on first use, deleted by destroy() or else when the process
-/// ends, and made again when it is asked for after that.
+/// The process-wide T, held by Loki: created with new on first use, deleted by destroy() or at process exit,
+/// and created again if requested after that.
 ///
-/// Any thread may ask for it; the first two to meet get the same one. Use it from one source file and export
-/// a function that returns the object: every module that instantiates this template has an instance of its
-/// own.
+/// Thread-safe: concurrent first calls create one object. Instantiate it in one source file only and export a
+/// function that returns the object: every module that instantiates this template has its own instance.
 template <class T>
 class LokiSingleton
 {
 public:
     using Holder = Loki::SingletonHolder<T, Loki::CreateUsingNew, Loki::DeletableSingleton>;
 
+    /// Returns the object, creating it if necessary.
     static T& instance()
     {
         const CriticalSectionScope scope(lock());
         return Holder::Instance();
     }
 
-    /// Deletes the object when there is one. No other thread may be using it or asking for it.
+    /// Deletes the object if it exists. Not thread-safe: no other thread may use or request the object.
     static void destroy() { Loki::DeletableSingleton<T>::GracefulDelete(); }
 
 private:
-    /// Never destroyed: the object may be asked for while the process ends.
+    /// Never destroyed: the object may be requested while the process exits.
     static const CriticalSection& lock()
     {
         static const CriticalSection& section = *new CriticalSection;

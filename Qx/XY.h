@@ -2,7 +2,7 @@
 
 namespace Qx {
 
-/// A pair of numbers: width and height, or a horizontal and a vertical position.
+/// A pair of numbers: width and height, or x and y.
 template <class T>
 struct XY
 {

@@ -9,12 +9,12 @@
 
 namespace Qx {
 
-/// The reference count of an object that Qx::Ptr shares by the internal policy. A new object has the count 0,
-/// and the first Qx::Ptr to take it raises it to 1. A copy of an object has a count of its own.
+/// The reference count of an object that is shared by Qx::Ptr with internal counting. A new object has a
+/// count of 0, and the first Qx::Ptr raises it to 1. A copy of an object has its own count.
 class QX_PLATFORM_API InternalRefCount
 {
 public:
-    /// The counting word. Only the host's atomic service changes it.
+    /// The counter. Only the host's atomic service changes it.
     std::uint32_t& referenceCount() noexcept { return count_; }
 
 protected:
@@ -27,8 +27,8 @@ private:
     std::uint32_t count_ = 0;
 };
 
-/// The base of everything that library and host share through Qx::Ptr. Its memory comes from the host's
-/// allocator whichever module makes or frees it.
+/// The base class of all objects that library and host share through Qx::Ptr. Memory comes from the host's
+/// allocator, whichever module creates or deletes the object. Throws std::bad_alloc if out of memory.
 class QX_PLATFORM_API iObject : public virtual InternalRefCount
 {
 public:

@@ -27,11 +27,9 @@ enum Format : std::uint32_t
     YVYU = fourCharacterCode('Y', 'V', 'Y', 'U'), ///< Y0 Cr Y1 Cb
     UYVY = fourCharacterCode('U', 'Y', 'V', 'Y'), ///< Cb Y0 Cr Y1
     VYUY = fourCharacterCode('V', 'Y', 'U', 'Y'), ///< Cr Y1 Cb Y0
-    YV12 = fourCharacterCode('Y', 'V', '1',
-                             '2'),                ///< planes Y, Cr, Cb; 4:2:0
+    YV12 = fourCharacterCode('Y', 'V', '1', '2'), ///< planes Y, Cr, Cb; 4:2:0
     V210 = fourCharacterCode('v', '2', '1', '0'), ///< 6 pixels of 10-bit 4:2:2 in 16 bytes
-    M101 = fourCharacterCode('M', '1', '0',
-                             '1'), ///< 10 bits: 16 pixels of 4:2:2 in 40 bytes; 8 bits: Y0 Cb Y1 Cr
+    M101 = fourCharacterCode('M', '1', '0', '1'), ///< 10 bits: 16 pixels in 40 bytes; 8 bits: as YUY2
     M102 = fourCharacterCode('M', '1', '0', '2'), ///< as M101
     Y216 = fourCharacterCode('Y', '2', '1', '6'), ///< Y0 Cb Y1 Cr, 16 bits
     V216 = fourCharacterCode('v', '2', '1', '6'), ///< Y0 Cb Y1 Cr, 16 bits

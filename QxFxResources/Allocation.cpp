@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <new>
 
-// The library's own allocation functions. exports.map keeps them local, so that they serve this library alone
-// and the process keeps its own.
+// The library's own allocation functions. exports.map keeps them local, so they serve this library only and
+// do not replace those of the process.
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include "QxFxResources/Manager.h"
 #include "platform/CriticalSection.h"
 
-/// What the files of colour conversion share.
+/// Shared by the source files of colour conversion.
 namespace Qx::Image::ColourConversion {
 
 inline constexpr const wchar_t* colourConvertEffect = L"ColourConvert.fx";
@@ -17,6 +17,6 @@ inline const CriticalSection& gpuLock()
 
 } // namespace Qx::Image::ColourConversion
 
-/// Checks what a conversion takes for granted. The positions are fixed texts, part of the contract.
+/// Checks a precondition of a conversion. The positions are fixed texts, part of the contract.
 #define QX_CONVERTER_ASSERT(holds, condition, line)                                                          \
     Qx::assertThat(holds, condition, "QxFxResources/GPUColourConverter line " #line)

@@ -9,7 +9,7 @@ namespace Qx::Image::ColourConversion {
 
 namespace {
 
-/// Which technique reorders a source, "" when none does; reports what the request takes for granted.
+/// Returns the technique that reorders a source, or "". Asserts what the request must satisfy.
 const char* reorderingTechnique(const Surface& source, Format destFormat)
 {
     switch (source.getDataFormat()) {
@@ -26,17 +26,17 @@ const char* reorderingTechnique(const Surface& source, Format destFormat)
         QX_CONVERTER_ASSERT(destFormat == YUY2, "destFormat == YUY2", 225);
         return "UYVYtoYUYV";
     case V210:
-        QX_CONVERTER_ASSERT(false, "false", 230); // not meant to come this way, and carried on with
+        QX_CONVERTER_ASSERT(false, "false", 230); // unsupported by contract, but converted all the same
         return "V210toYUYV";
     case YUY2:
     case YUYV:
-        return destFormat == UYVY ? "UYVYtoYUYV" : ""; // the same swap both ways
+        return destFormat == UYVY ? "UYVYtoYUYV" : ""; // the swap is its own inverse
     default:
         return "";
     }
 }
 
-/// YUY2 under another name: the bytes stay as they are.
+/// Relabels YUY2; the bytes are unchanged.
 void renameYUY2(const Surface& source, Format destFormat, Surface& result)
 {
     switch (destFormat) {
@@ -72,12 +72,12 @@ Surface reordered(const Surface& source, Format destFormat, iGPUImage::eFormat g
     if (applyTechnique(source, result, technique, static_cast<float>(pairs), gpuFormat)) {
         result.setData(source.getData());
         result.setDataFormat(destFormat);
-        result.setRowPitch(pitch); // of the image that was made, not of the rows it was made from
+        result.setRowPitch(pitch); // of the new image, not of the source's rows
     }
     return result;
 }
 
-/// How an RGB source comes to ARGB: the technique of "null.fx", "" when there is none.
+/// Returns the technique of "null.fx" that converts an RGB source to ARGB, or "".
 const char* normalisingTechnique(const Surface& source)
 {
     const bool isTopDown = source.isTopDown();
@@ -111,7 +111,7 @@ const char* normalisingTechnique(const Surface& source)
     }
 }
 
-/// The depth at which a source is normalised: never deeper than it is.
+/// Returns the depth of the result, which never exceeds the source's.
 iGPUImage::eFormat normalisedFormat(const Surface& source, iGPUImage::eFormat wanted)
 {
     const unsigned bits = source.getBitsPerComponent();
@@ -129,7 +129,7 @@ Surface decoded(const Surface& source, iGPUImage::eFormat gpuFormat)
     return result;
 }
 
-/// Blue first: drawn as an image through the effect that turns a texel round.
+/// BGRA is drawn as an image through an effect that reverses the components.
 Surface reversed(const Surface& source, iGPUImage::eFormat gpuFormat)
 {
     const Qx::Ptr<iShaderEffect> effect = getShader(nullEffect);

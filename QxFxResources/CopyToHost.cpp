@@ -8,10 +8,11 @@ namespace Qx::Image::ColourConversion {
 
 namespace {
 
-/// The widest picture that is taken to be standard definition.
+/// The largest width, in pixels, that counts as standard definition: the digital active line of Rec. ITU-R
+/// BT.601.
 constexpr unsigned standardDefinitionWidth = 720;
 
-/// A YUY2 surface on the GPU for a picture of the source's size, to be encoded into.
+/// Creates the YUY2 surface that a picture of the source's size is encoded into.
 Surface makeIntermediate(const Surface& source, unsigned bits, Polarity polarity)
 {
     const int width = static_cast<int>(source.getWidth());
@@ -49,15 +50,15 @@ const char* orderingTechnique(const Core::Data& fmt)
     }
 }
 
-/// A surface on the GPU of the source's size, one texel a pixel.
+/// Creates a GPU surface of the source's size, one texel per pixel.
 Surface makeTarget(const Surface& source, iGPUImage::eFormat format)
 {
     const XY<int> size{static_cast<int>(source.getWidth()), static_cast<int>(source.getHeight())};
     return makeWrapper(OS().gpu().createGPUImage(size, format));
 }
 
-/// Runs a technique of "null.fx" over the source into the target, and gives the source the target's image and
-/// the requested description. The source stays as it is when the technique cannot be had.
+/// Runs a technique of "null.fx" from the source into the target, then gives the source the target's image
+/// and the requested description. If the technique is unavailable, the source is unchanged.
 void redraw(const Qx::Ptr<iShaderEffect>& effect, Surface& source, Surface& target, const char* technique,
             const Core::Data& fmt)
 {
@@ -82,7 +83,7 @@ Surface copyToHostYUVSurface(Surface source, const Core::Data& fmt, Polarity pol
 {
     const unsigned bits = fmt.getBitsPerComponent();
     Surface intermediate = makeIntermediate(source, bits, polarity);
-    source.setGamutScaling(GamutScaling::Unscaled); // what was rendered is full range
+    source.setGamutScaling(GamutScaling::Unscaled); // rendered pictures are full range
     const bool success = convertRGBToYCrCb422(source, intermediate, Filter::Point);
     QX_CONVERTER_ASSERT(success, "success", 886);
 
@@ -94,7 +95,7 @@ Surface copyToHostYUVSurface(Surface source, const Core::Data& fmt, Polarity pol
             QX_CONVERTER_ASSERT(false, "false", 897);
         }
     }
-    // A frame that is packed already must not be unpacked again.
+    // Reordering would unpack a frame that is already packed as requested.
     if (fmt.getDataFormat() != YUY2 && fmt.getDataFormat() != intermediate.getDataFormat()) {
         intermediate = reorderComponents(intermediate, fmt.getDataFormat(), gpuFormatOf(intermediate));
     }
@@ -109,7 +110,7 @@ Surface copyToHostRGBSurface(Surface source, const Core::Data& fmt, Polarity /*p
         QX_CONVERTER_ASSERT(fmt.getDataFormat() == ARGB10, "fmt.getDataFormat() == ARGB10", 921);
         const Qx::Ptr<iShaderEffect> effect = getShader(nullEffect);
         Surface target = makeTarget(source, iGPUImage::eARGB10);
-        target.setDataFormat(ARGB10); // which a host's wrapper need not say
+        target.setDataFormat(ARGB10); // makeWrapper() of another host may not set it
         target.setBitsPerComponent(10);
         redraw(effect, source, target, "Null", fmt);
     } else if (given != wanted || source.getDataFormat() != fmt.getDataFormat()) {

@@ -32,13 +32,13 @@ enum EffectState : int
 
 std::atomic<int> effectState{NotTried};
 
-/// The range that a conversion takes a YCrCb surface to have.
+/// The range that conversions assume for a YCrCb surface.
 GamutScaling effectiveGamut(GamutScaling ofSurface)
 {
     return cfgForceUnscaledYCrCb.load(std::memory_order_relaxed) ? GamutScaling::Unscaled : ofSurface;
 }
 
-// Fragments of technique names. A value without one leaves a name that no effect has.
+// Fragments of technique names. An unsupported value adds none, and the resulting name matches no technique.
 
 const char* gamutFragment(GamutScaling gamut, const char* unscaled, const char* video)
 {
@@ -114,8 +114,8 @@ LightweightString<char> encodeTechnique(GamutScaling from, GamutScaling to, Colo
 
 using Sources = Qx::Vector<iShaderEffect::Source>;
 
-/// The part of a row that holds picture: the picture's width over the row's, padding included. A surface that
-/// does not say how its rows are stored has none.
+/// Returns the width of the picture over the width of a row including padding. A surface without a row pitch
+/// or bits per pixel is assumed to have no padding.
 float pictureShareOfRow(const Surface& surface)
 {
     const std::uint64_t rowBits = std::uint64_t{surface.getRowPitch()} * 8;
@@ -123,8 +123,8 @@ float pictureShareOfRow(const Surface& surface)
     return rowPixels != 0 ? static_cast<float>(surface.getWidth()) / static_cast<float>(rowPixels) : 1.0F;
 }
 
-/// Four taps for the chroma filter, a pixel apart, and a rectangle in target pixels by which a shader tells
-/// even from odd columns.
+/// Returns four taps for the chroma filter, one pixel apart, and a rectangle in target pixels that lets a
+/// shader distinguish even from odd columns.
 Sources decodeInputs(const Surface& source, const Surface& dest)
 {
     constexpr std::array taps{"gSourceImage", "gSourceImage2", "gSourceImage3", "gSourceImage4"};
@@ -143,7 +143,7 @@ Sources decodeInputs(const Surface& source, const Surface& dest)
     return inputs;
 }
 
-/// Six taps for the decimation filter, a pixel apart.
+/// Returns six taps for the decimation filter, one pixel apart.
 Sources encodeInputs(const Qx::Ptr<iGPUImage>& image)
 {
     constexpr std::array taps{"gSourceImage",  "gSourceImage2", "gSourceImage3",
@@ -175,7 +175,7 @@ bool init() noexcept
     if (effectState != NotTried) {
         return false;
     }
-    effectState = Failed; // whatever happens now, there is no second attempt
+    effectState = Failed; // from here on there is no second attempt
     if (!FxResources::Manager::instance().findEffect(colourConvertEffect).getShader()) {
         LogBoth("Error: Failed to obtain effect 'ColourConvert.fx' - effects will not be shown on output "
                 "monitors.\n");
@@ -205,7 +205,7 @@ bool convertYCrCb422ToRGB(const Surface& source, Surface& dest, GamutScaling gam
             effect->render(dest.getGPUSurface(), inputs);
         }
     }
-    dest.setGamutScaling(gamut); // the range that was asked for, drawn or not
+    dest.setGamutScaling(gamut); // labelled as requested, even if nothing was drawn
     return drawn;
 }
 

@@ -23,10 +23,10 @@ namespace {
 
 constexpr int shutdownOrder = 450;
 
-/// What the host was told at start-up. Recorded only.
+/// The host's start-up option. Recorded only.
 [[maybe_unused]] bool startupFlag = false;
 
-/// The names that every catalogued effect may rely on. A host that renders through an effect gives it better
+/// The macros that every catalogued effect may use. A host that renders through an effect supplies the real
 /// values.
 constexpr std::array definitionNames{
     "_OUTPUTWIDTH", "_OUTPUTHEIGHT", "_OUTPUTASPECTRATIO", "_PROGRESS",
@@ -34,10 +34,10 @@ constexpr std::array definitionNames{
 };
 constexpr const char* definitionValue = "1";
 
-/// The manager while it exists, also while it is being initialised. Guarded by lifetimeLock().
+/// The manager while it exists, including during its initialisation. Guarded by lifetimeLock().
 Manager* existing = nullptr;
 
-/// The same once it is initialised: what instance() reads without a lock.
+/// The manager once it is initialised; instance() reads it without a lock.
 std::atomic<Manager*> ready{nullptr};
 
 void showEmptyCatalogueMessage()
@@ -54,7 +54,7 @@ void showEmptyCatalogueMessage()
 
 const CriticalSection& lifetimeLock()
 {
-    // Never destroyed: a thread may still be leaving it when the process ends.
+    // Never destroyed: a thread may still be leaving it at process exit.
     static const auto& lock = *new CriticalSection;
     return lock;
 }
@@ -169,7 +169,7 @@ void Manager::shutdown(Shutdown::eExitType) noexcept
         const CriticalSectionScope inside(lifetimeLock());
         existed = existing != nullptr;
         if (existed) {
-            existing->fini(); // while instance() still answers: a running pass may ask for it
+            existing->fini(); // before instance() stops working: a running pass may call it
             ready.store(nullptr, std::memory_order_release);
             delete existing;
             existing = nullptr;

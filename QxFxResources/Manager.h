@@ -23,67 +23,77 @@ namespace Qx::FxResources {
 
 /// The process-wide owner of the effect catalogue, and the library's single point of teardown.
 ///
-/// It is created by whoever needs it first, scans the effect directories on that thread, and leaves the
-/// compiling to one background task. Any thread may call it, apart from what is said to be for the host's
-/// quiet moments.
+/// The first use creates it and scans the effect directories on the calling thread; one background task
+/// compiles the effects. Thread-safe, except where a function says otherwise. No function throws.
 class QX_API Manager
 {
 public:
-    /// The manager, created with `startup(false)` when there is none. Threads that come while another creates
-    /// it wait; the creating thread itself may call it again.
+    /// Returns the manager, creating it with `startup(false)` if necessary. Concurrent first callers block
+    /// until it is initialised; the creating thread may call instance() re-entrantly.
     static Manager& instance() noexcept;
 
-    /// Creates the manager. When there is one already, nothing happens and the flag is ignored.
+    /// Creates the manager. If it exists, does nothing and ignores `flag`. `flag` is recorded and has no
+    /// effect.
     static void startup(bool flag) noexcept;
 
-    /// Tears the library down: the manager and the fonts, if there is a manager, then colour conversion and
-    /// the list of LUTs. Registered with the host's shutdown callbacks. A later instance() makes a new
-    /// manager.
+    /// Tears the library down: the manager and the cached fonts if a manager exists, then colour conversion
+    /// and the list of LUTs. Blocks until a running background compilation has finished its current effect.
+    /// Registered with the host's shutdown callbacks, order 450. A later instance() creates a new manager. No
+    /// other thread may be using the manager.
     static void shutdown(Shutdown::eExitType exitType) noexcept;
 
     /// Appends a record for every effect file: those of the shaders directory, then those of the templates
-    /// directory, each as the host lists them. Names that begin with '_' are left out.
+    /// directory, in the host's order. Skips names that begin with '_'.
     static void getFXFiles(Qx::Vector<ShaderEffectInfo>& out) noexcept;
 
-    /// The first record of that file name ("ColourConvert.fx"), whatever its letter case; a shared empty
-    /// record, whose getShader() is empty, when there is none. The reference stays valid until fini() or
+    /// Returns the first record with that file name ("ColourConvert.fx"), ignoring case. If there is none,
+    /// returns a shared empty record, whose getShader() is empty. The reference is valid until fini() or
     /// recompileAll().
     const ShaderEffectInfo& findEffect(const LightweightString<wchar_t>& name) const noexcept;
 
-    /// Loads a record now; the background compilation waits meanwhile.
+    /// Loads a record on the calling thread; the background compilation pauses before its next effect
+    /// meanwhile. Prints the time taken on standard output if Qx::ErrorLogLogger::loggingEnabled_ is set.
     void load(const ShaderEffectInfo& info) const noexcept;
 
-    /// Compiles a file, in the catalogue or not, with the manager's definitions. The catalogue stays as it
-    /// is.
+    /// Compiles any effect file with the manager's definitions. Does not change the catalogue. On failure the
+    /// result's effect is empty and its errors hold the compiler's messages.
     EffectCompileResult compileFXFile(const LightweightString<wchar_t>& path) const noexcept;
 
-    /// Waits for the background compilation if it is running; it does not wait for it to begin.
+    /// Blocks while the background compilation is running. Returns at once if it has not started.
     void waitForEffectsToLoad() const noexcept;
 
-    /// The compute context that all share, created on first use; empty when the host could not create one.
+    /// Returns the shared compute context, creating it on first use, or an empty pointer if the host cannot
+    /// create one; the next call then tries again.
     Qx::Ptr<iGPUComputeContext> getGPUComputeContext() noexcept;
 
-    /// Compiles what of the catalogue is not compiled yet, in its order, pausing while a foreground load is
-    /// going on or the host asks for it. The background task's work.
+    /// Compiles all records that are not compiled yet, in catalogue order. Pauses while a foreground load is
+    /// in progress or the host asks the running task to hold back, and stops after the current effect once
+    /// fini() is called. Compiles nothing if the program was started with "-transcode". `log` may be empty.
+    /// Called by the background task.
     void compileAll(Qx::Ptr<iTaskLog> log) noexcept;
 
-    /// Compiles the files that changed since they were scanned, and adds new ones. One line a file is
-    /// printed. No other thread may use the catalogue meanwhile: appending moves records.
+    /// Recompiles the files that have changed since they were scanned, without the manager's definitions, and
+    /// appends new files. Prints one line per file to the debug output, with the compiler's messages after a
+    /// failure. A changed file that fails keeps its old effect and is tried again by the next call. Records
+    /// of removed files are kept. Blocks while the background compilation is running. Not thread-safe: no
+    /// other thread may use the catalogue, because appending moves records.
     void recompileAll() noexcept;
 
-    /// Stops the background compilation after the effect it is at, and empties the catalogue.
+    /// Stops the background compilation after its current effect, blocks until it has stopped, empties the
+    /// catalogue and releases the compute context.
     void fini() noexcept;
 
-    /// Held during every technique application and every colour conversion. Re-entrant.
+    /// Returns the lock that is held during every technique application and every colour conversion.
+    /// Re-entrant.
     const CriticalSection& gpuLock() const noexcept { return gpuLock_; }
 
-    /// What technique applications share.
+    /// Returns what technique applications share. Guarded by gpuLock().
     QX_LOCAL Image::ApplicationKit& applicationKit() const noexcept { return *applicationKit_; }
 
-    /// The catalogue in scan order. Valid until fini() or recompileAll().
+    /// Returns the catalogue in scan order. The reference is valid until fini() or recompileAll().
     const Qx::Vector<ShaderEffectInfo>& effects() const noexcept { return effects_; }
 
-    /// What the catalogue's effects are compiled with.
+    /// Returns the compiler definitions of the catalogue's effects.
     const Qx::Vector<iShaderEffect::CompilerDefinition>& definitions() const noexcept { return definitions_; }
 
     ~Manager();
@@ -106,7 +116,7 @@ private:
     std::unique_ptr<Image::ApplicationKit> applicationKit_;
     Qx::Ptr<iGPUComputeContext> computeContext_;
     Qx::Vector<iShaderEffect::CompilerDefinition> definitions_;
-    mutable std::uint32_t foregroundLoads_ = 0; ///< changed by the host's atomic operations alone
+    mutable std::uint32_t foregroundLoads_ = 0; ///< changed through the host's atomic operations only
     std::atomic<bool> running_{true};
 };
 

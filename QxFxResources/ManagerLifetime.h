@@ -5,10 +5,10 @@
 
 namespace Qx::FxResources {
 
-/// Held while the manager is made and while it is deleted.
+/// Returns the lock that is held while the manager is created and while it is deleted.
 const CriticalSection& lifetimeLock();
 
-/// The manager, or null when there is none; nothing is created. The caller holds lifetimeLock().
+/// Returns the manager, or null if it does not exist. Never creates it. The caller must hold lifetimeLock().
 Manager* existingManager();
 
 } // namespace Qx::FxResources

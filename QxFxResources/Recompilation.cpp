@@ -28,7 +28,7 @@ void Manager::recompileAll() noexcept
 
 void Manager::recompile(ShaderEffectInfo& known, const ShaderEffectInfo& fresh) noexcept
 {
-    // Without the manager's definitions: what an author edits has to stand on its own.
+    // Without the manager's definitions: a file that is being edited has to compile on its own.
     const EffectCompileResult result = OS().gpu().compileEffectFile(fresh.getFullPath(), {});
     if (result.effect) {
         known.effect = result.effect;

@@ -23,8 +23,8 @@ LightweightString<wchar_t> Manager::ShaderCompilationTask::getDescription() cons
 
 bool Manager::ShaderCompilationTask::run()
 {
-    // Whoever deletes the manager passes through its loadingLock first, so it must be held before the manager
-    // can go away.
+    // The deleting thread passes through the manager's loadingLock, so that lock must be taken before
+    // lifetimeLock() is released: then the manager cannot be deleted until the pass has ended.
     std::optional<CriticalSectionScope> alive(std::in_place, lifetimeLock());
     Manager* manager = existingManager();
     if (manager == nullptr) {

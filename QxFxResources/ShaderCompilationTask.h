@@ -5,8 +5,9 @@
 
 namespace Qx::FxResources {
 
-/// Compiles the whole catalogue on the background queue's thread. When the manager that queued it is gone by
-/// then, it does nothing: it never brings a manager back.
+/// Compiles the catalogue on the background queue's thread. Uses the manager that exists when the task runs:
+/// if the one that queued it was replaced, it compiles the new one's catalogue. If there is no manager, it
+/// does nothing; it never creates one.
 class Manager::ShaderCompilationTask : public BackgroundTaskBase
 {
 public:

@@ -13,27 +13,30 @@ namespace Qx::FxResources {
 
 /// One effect file of the catalogue, compiled on first use.
 ///
-/// A copy shares the lock and holds its own references to the rest.
+/// A copy shares the lock and holds its own references to the effect and the strings.
 struct QX_API ShaderEffectInfo
 {
     /// Guards the lazy load of `effect`.
     CriticalSection lock;
 
-    /// Empty until the first load that succeeds. Loading fills it in a record that is otherwise constant.
+    /// Empty until the first successful load. Mutable because loading fills it in an otherwise constant
+    /// record.
     mutable Qx::Ptr<iShaderEffect> effect;
 
-    LightweightString<wchar_t> name; ///< the file name as listed, extension included: the catalogue's key
-    LightweightString<wchar_t> directory; ///< where it was found, with its trailing separator
-    std::uint64_t timeStamp = 0;          ///< compared for equality, to notice that the file changed
+    LightweightString<wchar_t> name;      ///< file name as listed, with its extension: the catalogue's key
+    LightweightString<wchar_t> directory; ///< directory with its trailing separator
+    std::uint64_t timeStamp = 0;          ///< compared for equality to detect changes of the file
 
+    /// Returns `directory` followed by `name`.
     LightweightString<wchar_t> getFullPath() const noexcept;
 
-    /// Compiles the file unless that has been done. Any thread; of several at once one compiles and the
-    /// others wait for it. After a failure `effect` stays empty and the next call tries again.
+    /// Compiles the file unless `effect` is set. Thread-safe: of concurrent callers one compiles and the
+    /// others block until it has finished. After a failure `effect` remains empty and the next call tries
+    /// again.
     void load(const Qx::Vector<iShaderEffect::CompilerDefinition>& definitions) const noexcept;
 
-    /// The compiled effect, loading it through the manager when it is not there yet; empty when that fails.
-    /// Any thread.
+    /// Returns the compiled effect, loading it through the manager if necessary, or an empty pointer on
+    /// failure. Thread-safe. Does not block if the effect is loaded.
     Qx::Ptr<iShaderEffect> getShader() const noexcept;
 };
 

@@ -9,24 +9,24 @@
 #include <map>
 #include <utility>
 
-/// The size policy of a Cache: one entry is given up for a new one once there are so many.
+/// The size policy of a Cache: from `Limit` entries on, each new entry evicts one.
 template <std::size_t Limit>
 struct SizeLimit
 {
     static constexpr bool isReached(std::size_t entries) { return entries >= Limit; }
 };
 
-/// Values that are costly to make, by key, and handles that count who uses them.
+/// A cache of expensive values by key, with handles that count their users.
 ///
-/// A new value takes the place of the first one in key order that no handle refers to; values in use are
-/// never given up, so the cache may outgrow its limit. Any thread, apart from what is said of clear().
+/// Each new value beyond the limit evicts the first one in key order that no handle refers to. Values in use
+/// are never evicted, so the cache may exceed its limit. Thread-safe, except clear() and size().
 template <class Key, class Value, class SizePolicy>
 class Cache
 {
     struct RefCountedValue
     {
         Value value;
-        int useCount = 0; ///< live handles; below zero when two threads made the same value
+        int useCount = 0; ///< live handles; negative if two threads created the same value
     };
 
     /// Shared with the handles, which may outlive the cache.
@@ -37,7 +37,7 @@ class Cache
     };
 
 public:
-    /// A counted use of a value, shared through Qx::Ptr. The value stays valid as long as the handle does.
+    /// A counted use of a value, shared through Qx::Ptr. The value is valid for the lifetime of the handle.
     class Result : public iObject
     {
     public:
@@ -65,8 +65,9 @@ public:
 
     Cache() : state_(Qx::makePtr<State>()) {}
 
-    /// The value of that key; `make()` makes it when there is none, without the lock. Who made it gets that
-    /// one, also when another thread was first to put one of the key into the cache.
+    /// Returns a handle to the value of `key`, never empty. If there is none, creates it with `make()`,
+    /// without holding the lock. If another thread inserts a value for the key first, the caller still
+    /// receives the one that it created.
     template <class Make>
     Qx::Ptr<Result> get(const Key& key, Make make) const
     {
@@ -86,11 +87,10 @@ public:
         return Qx::makePtr<Result>(state_, value, key);
     }
 
-    /// Forgets every entry; handles keep their values. It takes no lock: no other thread may be using the
-    /// cache.
+    /// Removes all entries; handles keep their values. Takes no lock: no other thread may use the cache.
     void clear() { state_->entries.clear(); }
 
-    /// Entries now. It takes no lock either.
+    /// Returns the number of entries. Takes no lock: no other thread may use the cache.
     std::size_t size() const { return state_->entries.size(); }
 
 private:

@@ -11,10 +11,10 @@ namespace {
 
 constexpr int styleFlags = iFont::Bold | iFont::Italic;
 
-/// Rounded toward zero; what is no size of a font is the host's to refuse.
+/// Rounds toward zero. Invalid sizes are left for the host to refuse.
 int wholePixels(float size)
 {
-    constexpr float largest = 1 << 24; // up to which a float holds every whole number
+    constexpr float largest = 1 << 24; // largest n for which a float represents all integers up to n
     return std::isnan(size) ? 0 : static_cast<int>(std::clamp(size, -largest, largest));
 }
 

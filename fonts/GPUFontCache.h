@@ -9,16 +9,16 @@
 #include <compare>
 #include <cstdint>
 
-/// Which font. Ordered by size, then style, then name in its letter case.
+/// The key of a font. Ordered by size, then style, then name (case-sensitive).
 struct FontDefinition
 {
-    LightweightString<wchar_t> name; ///< of the typeface
-    float size = 0;                  ///< in pixels; fonts are made in whole ones, rounded toward zero
-    std::uint8_t style = 0;          ///< iFont::eStyle; further bits tell definitions apart and no more
+    LightweightString<wchar_t> name; ///< name of the typeface
+    float size = 0;                  ///< em size in pixels; rounded toward zero when the font is created
+    std::uint8_t style = 0;          ///< iFont::eStyle; other bits only distinguish keys
 
     friend bool operator<(const FontDefinition& a, const FontDefinition& b) noexcept
     {
-        // What is no number has its place too, or a map would lose its order.
+        // std::weak_order also orders NaN; a map needs a strict weak ordering.
         const auto order = std::weak_order(a.size, b.size);
         if (order != 0) {
             return order < 0;
@@ -27,22 +27,23 @@ struct FontDefinition
     }
 };
 
-/// The process's GPU fonts, each made once. About ten are kept: see Cache for which one goes.
+/// The process-wide cache of GPU fonts. It keeps about ten; Cache describes which one is evicted.
 class QX_API GPUFontCache
 {
     using Fonts = Cache<FontDefinition, Qx::Ptr<iFont>, SizeLimit<10>>;
 
 public:
-    /// A use of a font. The font inside is empty when it could not be made, which is remembered like a font.
+    /// A handle to a font. The font is empty if it could not be created; this result is cached like a font.
     using Result = Fonts::Result;
 
-    /// The cache, made on first use. It lives until the process exits; who asks even later gets a new one.
+    /// Returns the cache, creating it on first use. It lives until process exit; a later call creates a new
+    /// one. Thread-safe.
     static GPUFontCache& instance() noexcept;
 
-    /// Never empty. Any thread.
+    /// Returns a handle to a font, never empty. Creates the font if it is not cached. Thread-safe.
     Qx::Ptr<Result> getFont(const FontDefinition& definition) const noexcept;
 
-    /// Forgets every font; uses keep theirs. For shutdown: no other thread may be drawing.
+    /// Removes all fonts; handles keep theirs. For shutdown only: no other thread may use the cache.
     void clear() noexcept;
 
 private:

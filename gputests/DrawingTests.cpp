@@ -18,7 +18,8 @@ const ShaderEffectInfo& testEffect()
     return Manager::instance().findEffect(L"cc3.fx");
 }
 
-/// The source over the whole target, through the effect as it is now: it may have been compiled anew.
+/// Draws the source over the whole target through the effect's current shader, which a recompilation may have
+/// replaced.
 ImageDescriptionEx testDrawing(const Qx::Ptr<iGPUImage>& source, const ShaderEffectInfo& effect)
 {
     const XY<int> size = GPUTests::testImageSize();
@@ -56,7 +57,7 @@ void measureDraws(LoggerBase& log, const ShaderEffectInfo& effect)
     Qx::GPUTestLog::logRate(log, draws, service_get_msecs_precise() - start);
 }
 
-/// False when the target cannot be drawn into.
+/// Returns false if the target has no renderer.
 bool drawOnce(const Qx::TimedIteration& images, const ShaderEffectInfo& effect)
 {
     const Qx::Ptr<iGraphicPrimitivesRenderer> renderer = images.target->getPrimitivesRenderer(ownLayer);
@@ -86,7 +87,7 @@ void measureFrames(LoggerBase& log, const ShaderEffectInfo& effect, bool readBac
     });
 }
 
-/// Runs `measure(effect)` if the test's effect can be had at all, and ends the test.
+/// Runs `measure(effect)` if the test's effect is available, and ends the test.
 template <class Measure>
 void testDrawingWith(LoggerBase& log, Measure measure)
 {

@@ -27,7 +27,7 @@ void GPUTests::preamble(LoggerBase& log) noexcept
     Text line = L"Memory : ";
     line += bytesAsString(memory.available, true);
     line += L" / ";
-    line += bytesAsString(static_cast<std::uint32_t>(memory.total), true); // its low 32 bits, by contract
+    line += bytesAsString(static_cast<std::uint32_t>(memory.total), true); // the low 32 bits, by contract
     log.logLine(line, Qx::GPUTestLog::result);
 
     const int processors = OS().systemInformation().cpuCount();

@@ -9,7 +9,7 @@
 
 namespace Qx {
 
-/// What one iteration of a timed loop has come to. The images live until the clock has been read.
+/// The result of one iteration of a timed loop. The images live until the clock has been read.
 struct TimedIteration
 {
     bool failed = false;
@@ -17,8 +17,8 @@ struct TimedIteration
     Ptr<iGPUImage> source;
 };
 
-/// Does `work()`, which gives a TimedIteration, again and again and logs the rate, or "Failed" when the last
-/// iteration failed, be it one that came too late to count.
+/// Calls `work()`, which returns a TimedIteration, repeatedly and logs the rate, or "Failed" if the last
+/// iteration failed. An iteration that exceeds the time limit is not counted, but its failure is.
 template <class Work>
 void runTimedLoop(LoggerBase& log, Work work)
 {

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// Tests how often `transfer(image)` gives an image. The test ends before the image goes.
+/// Measures how often `transfer(image)` returns an image. The test ends before the image is released.
 template <class Image, class Transfer>
 void testTransfer(LoggerBase& log, const Qx::Ptr<Image>& image, Transfer transfer)
 {

@@ -8,37 +8,40 @@
 
 class iReclaimable;
 
-/// Marks what the reference host offers to the program that embeds it, beside the platform's interfaces.
+/// Marks what the reference host exports to the program that embeds it, beside the platform's interfaces.
 #define QX_HOST_API __attribute__((visibility("default")))
 
-/// The reference host. A program calls start() once at the beginning of main and stop() before it returns;
-/// the services themselves work before and after that.
+/// The reference host. A program calls start() once at the beginning of main and stop() before main returns.
+/// The services themselves also work before and after that. All functions are thread-safe unless stated
+/// otherwise.
 namespace Qx::Host {
 
 struct StartOptions
 {
-    int argc = 0; ///< as main got them: what StartEnv answers from
+    int argc = 0; ///< as passed to main; StartEnv answers from them
     const char* const* argv = nullptr;
 
-    /// The GPU to use: its index or a part of its name. Null: the setting `device`, and without that a GPU
-    /// before a software device.
+    /// The GPU to use: its index or a part of its name. Null: the setting `device`; if that is not set, a GPU
+    /// is preferred to a software device.
     const char* device = nullptr;
 
-    /// Debug output on standard error is left out. The log has everything that belongs into it all the same.
+    /// Suppresses debug output on standard error. The log is not affected.
     bool quiet = false;
 
-    /// An effect that is loaded is made ready for its first frame. Off, for a program that draws few
-    /// techniques, each is made ready when it is first drawn.
+    /// Create all pipelines when an effect is loaded. If false, create each on its first draw.
     bool effectsReadyWhenLoaded = true;
 };
 
+/// Configures the host: program arguments, debug output, device. Copies the strings of `options`. Does not
+/// open the device. Call it once, before other threads start.
 QX_HOST_API void start(const StartOptions& options);
 
-/// Ends the host: drops the background tasks that wait, calls the shutdown callbacks, lets a running task
-/// finish, and ends the GPU service. Only the first call does anything. Call it on the main thread.
+/// Shuts the host down: drops waiting background tasks, calls the shutdown callbacks, waits for a running
+/// task to finish, and shuts the GPU service down. Only the first call has an effect. Call it on the main
+/// thread.
 QX_HOST_API void stop(Shutdown::eExitType exitType = Shutdown::NormalExit);
 
-/// A command that can be given by name.
+/// A command that can be invoked by name.
 struct CommandInfo
 {
     LightweightString<char> name;
@@ -46,13 +49,13 @@ struct CommandInfo
     LightweightString<wchar_t> description;
 };
 
-/// The commands in the order of their registration.
+/// Returns all commands in registration order.
 QX_HOST_API Vector<CommandInfo> listCommands();
 
-/// Gives a command on the calling thread; false when there is none of that name.
+/// Invokes a command on the calling thread. Returns false if there is no command of that name.
 QX_HOST_API bool runCommand(const char* name);
 
-/// A background task of the process's queue.
+/// The state of a background task.
 struct TaskInfo
 {
     enum eState
@@ -66,59 +69,64 @@ struct TaskInfo
     LightweightString<char> id;
     LightweightString<wchar_t> description;
     eState state = Queued;
-    LightweightString<wchar_t> step; ///< what the task is at
-    double fraction = 0;             ///< done, 0 to 1
+    LightweightString<wchar_t> step; ///< current step
+    double fraction = 0;             ///< completed fraction, 0 to 1
 };
 
-/// The tasks: those that are done and stay listed, the running one, those that wait.
+/// Returns the tasks of the process-wide queue: those that are done and still listed, the running one, and
+/// those that wait.
 QX_HOST_API Vector<TaskInfo> listTasks();
 
-/// While it is on, background tasks are asked to wait before their next steps. Off at the start and from
-/// stop() on.
+/// Asks background tasks to wait before their next steps while `hold` is set. Initially off; stop() turns it
+/// off for good.
 QX_HOST_API void holdBackTasks(bool hold);
 
-/// A setting as the environment or the settings file has it; empty when it is not set. Keys are those of the
-/// file, tables and names joined by '.'.
+/// Returns a setting from the environment or the settings file, or an empty string if it is not set. Keys are
+/// those of the file: table and name joined by '.'.
 QX_HOST_API LightweightString<char> textSetting(const char* key);
 
-/// What is wrong with the settings and the log, a line each without its end, for a quiet host's user; keys
-/// that nobody knows are among it. Each is answered once. Not quiet, the host shows them itself.
+/// Returns the problems found in the settings and with the log, including unknown keys: one line each,
+/// without a line end. For programs that start the host with `quiet`; otherwise the host prints them itself.
+/// Each problem is returned once.
 QX_HOST_API Vector<LightweightString<char>> takeComplaints();
 
-/// Where effects and what they include lie: the shaders directory, its Include, and the user's and the
-/// machine's templates, in UTF-8. Effects look for includes in this order, after their own directory.
+/// Returns the directories of effects and of their includes in UTF-8: the shaders directory, its Include, and
+/// the user's and the machine's templates. Includes are searched in this order, after the directory of the
+/// including file.
 QX_HOST_API Vector<LightweightString<char>> effectDirectories();
 
-/// What is kept on disk between runs, to start faster. Any process of the user's may share it.
+/// The state of the disk cache, which speeds up later runs. All processes of the user may share it.
 struct CacheInfo
 {
-    LightweightString<char> directory; ///< where it is kept, or would be
-    bool enabled = false;              ///< the setting `cache`, with a bound of more than nothing
-    LightweightString<char> problem;   ///< why the directory cannot be used as it is now; empty when it can
-    std::uint64_t limitBytes = 0;      ///< the bound of all files together, from the setting `cache_mib`
-    std::uint64_t effects = 0;         ///< compiled effects
+    LightweightString<char> directory; ///< the cache's directory, which may not exist
+    bool enabled = false;              ///< the setting `cache` is on and the size limit is not 0
+    LightweightString<char> problem;   ///< why the directory cannot be used; empty if it can
+    std::uint64_t limitBytes = 0;      ///< limit on the size of all files, from the setting `cache_mib`
+    std::uint64_t effects = 0;         ///< number of compiled effects
     std::uint64_t effectBytes = 0;
-    std::uint64_t pipelines = 0; ///< devices and drivers whose pipelines are kept
+    std::uint64_t pipelines = 0; ///< number of devices and drivers with stored pipelines
     std::uint64_t pipelineBytes = 0;
 };
 
+/// Reads the state of the disk cache.
 QX_HOST_API CacheInfo cacheInfo();
 
-/// Removes everything that is kept, also while other processes use it: they make it anew. Empty, or why not
-/// all of it could be removed.
+/// Removes all entries of the disk cache. Safe while other processes use it: they recreate their entries.
+/// Returns an empty string, or the reason why some entries could not be removed.
 QX_HOST_API LightweightString<char> clearCache();
 
-/// Has the host ask this object for memory when the machine is short of it: limitUsage() when work begins to
-/// wait for memory, purge() when it is scarce. It is asked on a thread of the host's until it is
-/// unregistered, which waits for a call that is under way, or stop().
+/// Registers an object to be asked to free memory when the machine runs short of it: limitUsage() when work
+/// begins to wait for memory, purge() when little is left. The object is called on a thread of the host until
+/// it is unregistered or the host is stopped. The caller keeps ownership.
 QX_HOST_API void registerReclaimable(iReclaimable* reclaimable);
+/// Unregisters an object. Blocks until a call in progress has returned.
 QX_HOST_API void unregisterReclaimable(iReclaimable* reclaimable);
 
-/// Has everything that is registered write what it holds to the log.
+/// Makes all registered objects write their memory use to the log.
 QX_HOST_API void reportMemory();
 
-/// Has the watchdog watch the thread that makes it, for as long as it lives: a line in the log says so when
-/// the thread does not report for that long.
+/// Registers the constructing thread with the watchdog for the lifetime of this object. If the thread does
+/// not report for `seconds`, the host writes a line to the log. `name` identifies the thread in it.
 class QX_HOST_API WatchedThread
 {
 public:
@@ -127,7 +135,7 @@ public:
     WatchedThread(const WatchedThread&) = delete;
     WatchedThread& operator=(const WatchedThread&) = delete;
 
-    /// The thread is well. Any thread may say so.
+    /// Reports that the thread is alive. May be called from any thread.
     void report();
 
 private:

@@ -6,7 +6,7 @@
 
 namespace Qx::Image {
 
-/// What every technique application needs, kept from one to the next so that none takes memory.
+/// What every technique application needs, kept between applications so that none allocates memory.
 struct ApplicationKit
 {
     const LightweightString<wchar_t> defaultEffect{L"null.fx"};
@@ -14,7 +14,7 @@ struct ApplicationKit
     const LightweightString<char> height{"_Height"};
     const LightweightString<char> input{"Input"};
     Qx::Vector<iShaderEffect::Source>
-        sources; ///< empty between applications; used under the manager's gpuLock()
+        sources; ///< empty between applications; guarded by the manager's gpuLock()
 };
 
 } // namespace Qx::Image

@@ -28,7 +28,7 @@ void draw(const Qx::Ptr<iGPUImage>& target, const Description& description)
     }
 }
 
-/// The next size on the way down: half, or the target when half would fall below it.
+/// Returns the next smaller size: half, or the target if half would be less.
 int nextStep(int current, int target)
 {
     return std::max(current / 2, target);
@@ -98,7 +98,7 @@ Qx::Ptr<iGPUImage> shrink(Qx::Ptr<iGPUImage> source, const XY<int>& size, iGPUIm
     }
     Qx::Ptr<iGPUImage> result = source;
     while (current != size) {
-        // The loop goes by the sizes it asked for, also when a step fell back to a larger image.
+        // The loop continues from the requested size even if a step fell back to a larger image.
         current = {nextStep(current.x, size.x), nextStep(current.y, size.y)};
         result = createResizedSurface(result, current, format);
     }
@@ -111,7 +111,7 @@ void interlaceCopy(Qx::Ptr<iGPUImage> source, Qx::Ptr<iGPUImage> dest, const XY<
     if (!source || !dest) {
         return;
     }
-    // Positions may be any integers: their sums and multiples do not fit an int.
+    // Any position is valid; sums and multiples of positions exceed the range of int.
     using Integer = std::int64_t;
     Integer width = source->getSize().x;
     Integer height = source->getSize().y;
@@ -132,7 +132,7 @@ void interlaceCopy(Qx::Ptr<iGPUImage> source, Qx::Ptr<iGPUImage> dest, const XY<
     Integer sourceY = 0;
     if (y < 0) {
         height += y;
-        sourceY = -2 * y; // a destination line is two of the source, and whole frames are treated alike
+        sourceY = -2 * y; // two source lines per destination line, for whole frames as well
         y = 0;
     }
 

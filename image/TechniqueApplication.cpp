@@ -15,12 +15,13 @@ ApplicationKit& kit()
     return FxResources::Manager::instance().applicationKit();
 }
 
-/// What both forms share once the technique is chosen; the second input is shifted by that part of the width.
+/// The part that both forms share after the technique is selected. The second input is shifted by `shift`
+/// times the width.
 void renderTechnique(iShaderEffect& effect, const Surface& src, Surface& dst, float width, float shift)
 {
     effect.setFloat(kit().width, width);
     effect.setFloat(kit().height, static_cast<float>(src.getHeight()));
-    auto sources = std::exchange(kit().sources, {}); // a host may come here again while it renders
+    auto sources = std::exchange(kit().sources, {}); // the host may re-enter while it renders
     sources.reserve(2);
     sources.emplace_back(kit().input, src.getGPUSurface());
     sources.emplace_back(kit().input, src.getGPUSurface()).texCoords = {shift, 0.0F, 1.0F + shift, 1.0F};

@@ -17,7 +17,7 @@ void listDirectory(const Path& directory, Qx::Vector<Path>& paths)
                          DirectoryContentsFiles | DirectoryContentsFullPaths | DirectoryContentsSorted);
 }
 
-/// A test of the texts alone, whether or not a separator follows.
+/// Compares the texts only: no separator has to follow.
 bool startsWith(const Path& path, const Path& directory)
 {
     return directory.length() <= path.length() &&

@@ -23,7 +23,7 @@ void LUTManager::shutdown() noexcept
     instance().luts_.clear();
 }
 
-/// With the lock held.
+/// The caller must hold the lock.
 void LUTManager::add(const LightweightString<wchar_t>& path, const CacheRec& record)
 {
     if (cache_.size() == cacheLimit) {
@@ -63,7 +63,7 @@ Qx::Ptr<iGPUImage3D> LUTManager::load(const LightweightString<wchar_t>& path) no
             return record.gpuImage;
         }
     }
-    // Others may read the same file meanwhile; the first to come back is the one that is kept.
+    // Other threads may read the same file concurrently; the first to finish is cached.
     CacheRec record;
     record.hostImage = CubeLUT::load(path);
     record.gpuImage = OS().gpu().upload3DImage(record.hostImage);

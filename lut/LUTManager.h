@@ -14,55 +14,56 @@
 #include <cstddef>
 #include <map>
 
-/// The process's keeper of colour look-up tables: which LUT files there are, and a small cache of those in
-/// use.
+/// The process-wide manager of colour look-up tables: the list of LUT files and a small cache of loaded LUTs.
 ///
-/// The list of files belongs to one thread at a time: building it, installing files and reading it must not
-/// overlap. Loading is for any thread.
+/// preLoad(), load() and the reclaiming functions are thread-safe. The list of files is not: buildLUTList(),
+/// installLUTs() and readers of the list must not overlap. No function throws.
 class QX_API LUTManager : public iReclaimable, public Notifier
 {
 public:
-    /// The manager, made by whoever asks first, which scans the LUT directories; others wait meanwhile. It
-    /// lives until the process exits.
+    /// Returns the manager. The first call creates it and scans the LUT directories; concurrent callers block
+    /// until it is ready. It lives until process exit.
     static LUTManager& instance() noexcept;
 
-    /// Empties the list of files; makes the manager when there is none. Cached LUTs stay.
+    /// Empties the list of files, creating the manager if necessary. Cached LUTs are kept.
     static void shutdown() noexcept;
 
     /// Appends the file extensions of LUTs that the host can read.
     static void getSupportedFileTypes(Qx::Vector<LightweightString<wchar_t>>& types) noexcept;
 
-    /// Scans the LUT directories again: the user's, then the machine's unless it has the same name. What the
-    /// host lists is kept in that order, repeats too, as far as its extension is a supported one, letter case
-    /// included. Holders of the list see the change.
+    /// Rescans the LUT directories: the user's, then the machine's unless both have the same path. Keeps the
+    /// host's order, including duplicates, and only files with a supported extension; the comparison is
+    /// case-sensitive. Holders of the list see the change.
     void buildLUTList() noexcept;
 
-    /// Copies files into the user's LUT directory. The answer has an entry for each: the path of the copy, or
-    /// nothing for a file whose path begins with one of the LUT directories' texts in any letter case, which
-    /// counts as installed (an unset directory begins every path). Whether a copy succeeded is not
-    /// looked at. When anything was to be copied, the list is built again and the listeners get one message,
-    /// lutListChanged.
+    /// Copies files into the user's LUT directory. The result has one entry per file: the path of the copy,
+    /// or an empty string for a file that counts as installed because its path begins with the text of one of
+    /// the LUT directories, ignoring case. An unset directory is a prefix of every path. Failed copies are
+    /// not detected. If at least one file was to be copied, the list is rebuilt and the listeners receive one
+    /// message of type lutListChanged.
     LightweightVector<LightweightString<wchar_t>>
     installLUTs(const LightweightVector<LightweightString<wchar_t>>& files) noexcept;
 
-    /// The LUT files; all holders share one list.
+    /// Returns the list of LUT files. All holders share one list.
     LightweightVector<LightweightString<wchar_t>> getLUTs() const noexcept { return luts_; }
 
-    /// Reads a LUT file into host memory unless it is cached.
+    /// Reads a LUT file into host memory unless it is cached. Blocks for the duration of the file access.
+    /// Failures are cached.
     void preLoad(const LightweightString<wchar_t>& path) noexcept;
 
-    /// The LUT of a file as a 3D image on the GPU; empty when the file cannot be read or the GPU cannot hold
-    /// it. Failures are cached too. Paths are keys as they are written. At most `cacheLimit` LUTs are cached:
-    /// another one empties the cache first.
+    /// Returns a LUT as a 3D image on the GPU, or an empty pointer if the file cannot be read or the upload
+    /// fails. Blocks for the duration of the file access unless the LUT is cached. Failures are cached until
+    /// the cache is emptied. The key is the path as written. At most `cacheLimit` LUTs are cached: adding
+    /// another empties the cache first.
     Qx::Ptr<iGPUImage3D> load(const LightweightString<wchar_t>& path) noexcept;
 
     static constexpr std::size_t cacheLimit = 5;
 
-    /// Empties the cache. LUTs in use live on.
+    /// Empties the cache. LUTs in use remain valid.
     void purge() noexcept override;
-    /// The same: the cache has no smaller step.
+    /// As purge(): the cache cannot be reduced partially.
     void limitUsage() noexcept override;
-    /// Logs how many LUTs are cached.
+    /// Writes the number of cached LUTs to the host's log.
     void reportUsage() noexcept override;
 
     LUTManager(const LUTManager&) = delete;
@@ -71,8 +72,8 @@ public:
 private:
     struct CacheRec
     {
-        Qx::Ptr<iGPUImage3D> gpuImage;   ///< empty until made
-        Qx::Ptr<iHostImage3D> hostImage; ///< empty when the file could not be read
+        Qx::Ptr<iGPUImage3D> gpuImage;   ///< empty until the first upload
+        Qx::Ptr<iHostImage3D> hostImage; ///< empty if the file could not be read
     };
 
     QX_LOCAL LUTManager() noexcept;
@@ -84,5 +85,5 @@ private:
     CriticalSection cacheLock_;
     LightweightVector<LightweightString<wchar_t>> luts_;
     std::map<LightweightString<wchar_t>, CacheRec> cache_; ///< guarded by cacheLock_
-    std::atomic<int> cached_{0};                           ///< its size, for who does not take the lock
+    std::atomic<int> cached_{0};                           ///< the size of cache_, readable without the lock
 };

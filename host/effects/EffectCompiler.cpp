@@ -8,6 +8,7 @@
 #include "host/effects/hlsl/HlslMessage.h"
 #include "host/effects/hlsl/ParameterLayout.h"
 #include "host/effects/hlsl/PassText.h"
+#include "host/effects/hlsl/Remainders.h"
 #include "host/effects/hlsl/ShaderCompiler.h"
 
 #include <exception>
@@ -79,6 +80,7 @@ private:
             return false;
         }
         syntax_ = EffectParser(tokens, problems_).parse();
+        keepRemainders(syntax_);
         if (!problems_.failed() && syntax_.techniques.empty()) {
             throw CompileError(tokens.back().at, "the effect has no technique");
         }

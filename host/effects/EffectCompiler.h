@@ -1,24 +1,17 @@
 #pragma once
 
 #include "host/effects/EffectCompilation.h"
+#include "host/effects/framework/PreprocessorOptions.h"
 
 #include <filesystem>
 #include <functional>
-#include <string>
-#include <utility>
 #include <vector>
 
 namespace Qx::Host {
 
-struct EffectCompilerOptions
+struct EffectCompilerOptions : PreprocessorOptions
 {
-    /// Name and value of macros defined before the first line.
-    std::vector<std::pair<std::string, std::string>> definitions;
-
-    /// Searched for `#include "..."` after the directory of the including file.
-    std::vector<std::filesystem::path> includeDirectories;
-
-    /// Makes CompiledEffect::PackedShader of the passes that can have them.
+    /// Also compiles a CompiledEffect::PackedShader of each pass that can have one.
     bool packed = false;
 };
 

@@ -227,7 +227,7 @@ TEST(Includes, stayInTheDirectoriesOfEffects)
     std::ofstream(root / "own" / "below" / "up.fxh") << "#include \"../near.fxh\"\n";
     std::ofstream(root / "search" / "there.fxh") << "float there;\n";
     std::ofstream(root / "search" / "below" / "up.fxh") << "#include \"../there.fxh\"\n";
-    const EffectCompilerOptions options{{}, {root / "search", root / "search" / "below"}};
+    const EffectCompilerOptions options{{{}, {root / "search", root / "search" / "below"}}};
     const auto compile = [&](const std::string& include) {
         std::ofstream(root / "own" / "effect.fx") << "#include \"" + include + "\"\n" << entry << technique;
         return compileEffect(root / "own" / "effect.fx", options);

@@ -1,8 +1,7 @@
 // Neighbouring texels read as one: how many reads are left, of how many bytes, and that they give what single
 // reads gave.
 
-#include "host/effects/spirv/FetchWidening.h"
-#include "host/effects/spirv/SpirvModule.h"
+#include "host/effects/spirv/Passes.h"
 #include "tests/effects/BrokenModules.h"
 #include "tests/effects/PackedDrawing.h"
 #include "tests/effects/ShaderInterpreter.h"

@@ -284,7 +284,7 @@ TEST(HostileInput, includeDirectoriesAreSearchedInOrder)
     std::ofstream(directory.path() / "second" / "a.fxh") << "float fromSecond;\n";
     std::ofstream(directory.path() / "own" / "effect.fx") << "#include \"a.fxh\"\n"
                                                           << effectWith("return 1;");
-    const EffectCompilerOptions options{{}, {directory.path() / "first", directory.path() / "second"}};
+    const EffectCompilerOptions options{{{}, {directory.path() / "first", directory.path() / "second"}}};
 
     const EffectCompilation second = compileEffect(directory.path() / "own" / "effect.fx", options);
     ASSERT_NE(second.effect, nullptr) << second.messages;

@@ -1,6 +1,6 @@
 // Uniforms that come as inputs: which, at which locations, and that the shader still makes the same of them.
 
-#include "host/effects/spirv/UniformInputs.h"
+#include "host/effects/spirv/Passes.h"
 #include "host/effects/EffectCompiler.h"
 #include "host/effects/spirv/SpirvModule.h"
 #include "tests/TemporaryDirectory.h"

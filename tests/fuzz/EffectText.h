@@ -24,7 +24,7 @@ public:
 private:
     Host::Effects::SourceFiles files_;
     Host::Effects::Problems problems_{files_};
-    Host::EffectCompilerOptions options_;
+    Host::PreprocessorOptions options_;
 };
 
 } // namespace Qx::Fuzz

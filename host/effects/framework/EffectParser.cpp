@@ -2,17 +2,14 @@
 
 #include "host/core/Suggestion.h"
 #include "host/effects/framework/EffectStates.h"
-#include "host/effects/hlsl/HlslChecks.h"
-#include "host/effects/hlsl/HlslNames.h"
-#include "host/effects/spirv/Remainders.h"
+#include "host/effects/framework/HlslChecks.h"
+#include "host/effects/framework/ReservedWords.h"
 
 #include <algorithm>
 #include <array>
 
 namespace Qx::Host::Effects {
 namespace {
-
-constexpr std::string_view reservedPrefix = "qxfx_";
 
 bool isOneOf(std::string_view text, std::initializer_list<std::string_view> list)
 {
@@ -26,17 +23,10 @@ Token endTokenAfter(const std::vector<Token>& tokens, Location otherwise)
     return end;
 }
 
-void checkReserved(const Token& name)
-{
-    if (name.text.substr(0, reservedPrefix.size()) == reservedPrefix) {
-        throw CompileError(name.at, "names that begin with " + inQuotes(reservedPrefix) + " are reserved");
-    }
-}
-
 /// For the name of anything that an effect declares.
 void checkName(const Token& name)
 {
-    checkReserved(name);
+    refuseReservedPrefix(name);
     refuseHlslWord(name);
 }
 
@@ -271,7 +261,7 @@ void EffectParser::parseCompile(EffectSyntax::Pass& pass)
     const Token open = reader_.take();
     while (!reader_.peek().is(")")) {
         pass.arguments.push_back(
-            checkedValue(reader_.takeUntil(",)", "the arguments of the function to compile", &open)));
+            checked(reader_.takeUntil(",)", "the arguments of the function to compile", &open)));
         if (pass.arguments.back().empty()) {
             throw CompileError(reader_.peek().at, "an argument is missing");
         }
@@ -476,7 +466,7 @@ EffectSyntax::Type EffectParser::parseType()
 {
     EffectSyntax::Type type;
     const Token name = reader_.expectName("a type");
-    checkReserved(name);
+    refuseReservedPrefix(name);
     type.tokens.push_back(name);
     type.numeric = NumericType::named(name.text);
     if (const auto found = typedefs_.find(name.text); found != typedefs_.end()) {
@@ -642,7 +632,7 @@ void EffectParser::parseBody(EffectSyntax::Piece& piece)
     }
     piece.function.hasBody = true;
     piece.bodyBegin = piece.text.size();
-    append(piece.text, checkedValue(reader_.takeBracketed("the body of " + inQuotes(piece.name.text))));
+    append(piece.text, checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text))));
 }
 
 void EffectParser::parseVariables(const Qualifiers& qualifiers, const EffectSyntax::Type& type, Token name)
@@ -670,6 +660,7 @@ void EffectParser::parseConstant(bool isConst, const EffectSyntax::Type& type, c
     EffectSyntax::Piece piece;
     piece.kind = EffectSyntax::Piece::Kind::Constant;
     piece.name = name;
+    piece.type = type;
     Token word = name;
     word.kind = TokenKind::Identifier;
     word.text = "static";
@@ -690,8 +681,8 @@ void EffectParser::parseConstant(bool isConst, const EffectSyntax::Type& type, c
         if (value.empty()) {
             throw reader_.unexpected("a value", "after '='");
         }
-        const bool whole = type.numeric && type.numeric->scalar != NumericType::Scalar::Float;
-        append(piece.text, whole ? value : keepRemainders(value)); // whole ones may be sizes of arrays
+        piece.bodyBegin = piece.text.size();
+        append(piece.text, value);
         if (isConst && dimensions.empty()) {
             rememberConstant(type, name, value);
         }
@@ -789,11 +780,6 @@ std::optional<ConstantValue> EffectParser::constantNamed(const Token& name) cons
 EffectParser::Tokens EffectParser::checked(const Tokens& tokens) const
 {
     return checkedHlsl(tokens, [this](const Token& name) { return constantNamed(name); });
-}
-
-EffectParser::Tokens EffectParser::checkedValue(const Tokens& tokens) const
-{
-    return keepRemainders(checked(tokens));
 }
 
 void EffectParser::claimName(const Token& name)

@@ -74,8 +74,6 @@ private:
     ConstantValue evaluateInitializer(Tokens tokens, const Token& name);
     std::optional<ConstantValue> constantNamed(const Token& name) const;
     Tokens checked(const Tokens& tokens) const;
-    Tokens
-    checkedValue(const Tokens& tokens) const; ///< of a body or a value, as the HLSL compiler is to get it
     void claimName(const Token& name);
     void claimTypeName(const Token& name);
     void checkType(const EffectSyntax::Type& type) const;

@@ -65,7 +65,8 @@ struct EffectSyntax
         Kind kind = Kind::Function;
         Token name;
         Tokens text;                 ///< as the HLSL compiler gets it: without semantics and `uniform`
-        std::size_t bodyBegin = 0;   ///< where in the text the body of a function begins
+        std::size_t bodyBegin = 0;   ///< index in the text of a function's body or a constant's value; or 0
+        Type type;                   ///< of a constant
         Function function;           ///< of a function
         std::vector<Member> members; ///< of a struct
     };

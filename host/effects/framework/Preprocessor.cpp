@@ -63,7 +63,7 @@ struct Preprocessor::Context
     Macro* macro = nullptr;
 };
 
-Preprocessor::Preprocessor(SourceFiles& files, const EffectCompilerOptions& options, Problems& problems)
+Preprocessor::Preprocessor(SourceFiles& files, const PreprocessorOptions& options, Problems& problems)
     : files_(files), options_(options), problems_(problems)
 {
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/effects/EffectCompiler.h"
 #include "host/effects/framework/Lexer.h"
+#include "host/effects/framework/PreprocessorOptions.h"
 #include "host/effects/framework/Problems.h"
 
 #include <memory>
@@ -38,7 +38,7 @@ class Preprocessor
 {
 public:
     /// All live longer than this object.
-    Preprocessor(SourceFiles& files, const EffectCompilerOptions& options, Problems& problems);
+    Preprocessor(SourceFiles& files, const PreprocessorOptions& options, Problems& problems);
     ~Preprocessor();
     Preprocessor(const Preprocessor&) = delete;
     Preprocessor& operator=(const Preprocessor&) = delete;
@@ -89,7 +89,7 @@ private:
     void countStep(const Token& token);
 
     SourceFiles& files_;
-    const EffectCompilerOptions& options_;
+    const PreprocessorOptions& options_;
     std::unordered_map<std::string_view, std::unique_ptr<Macro>> macros_;
     std::vector<std::unique_ptr<Macro>> retired_; ///< undefined ones, which an expansion may still use
     Problems& problems_;

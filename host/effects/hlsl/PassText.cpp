@@ -4,7 +4,7 @@
 #include "host/effects/framework/Preprocessor.h"
 #include "host/effects/hlsl/EntryCall.h"
 #include "host/effects/hlsl/HlslNames.h"
-#include "host/effects/spirv/Remainders.h"
+#include "host/effects/hlsl/Remainders.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
-#include "host/effects/hlsl/HlslChecks.h"
+#include "host/effects/framework/HlslChecks.h"
 
 #include "host/effects/framework/Preprocessor.h"
-#include "host/effects/hlsl/HlslNames.h"
+#include "host/effects/framework/ReservedWords.h"
 
 #include <algorithm>
 #include <array>
@@ -61,9 +61,7 @@ void refuseWord(const Token& token)
     if (std::any_of(otherTextures.begin(), otherTextures.end(), begins) && token.text != "tex3Dfetch") {
         throw CompileError(token.at, inQuotes(token.text) + " is not there: textures are 2D; use tex2D");
     }
-    if (token.text.substr(0, 5) == "qxfx_") {
-        throw CompileError(token.at, "names that begin with 'qxfx_' are reserved");
-    }
+    refuseReservedPrefix(token);
 }
 
 /// Lengths of what the HLSL compiler follows by recursion.

@@ -1,5 +1,6 @@
 #include "host/effects/worker/WorkerProcess.h"
 
+#include "host/core/ProgramStart.h"
 #include "host/effects/archive/EffectArchive.h"
 
 #include <array>
@@ -10,7 +11,6 @@
 #include <ctime>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -49,62 +49,24 @@ int moveUp(int descriptor)
     return moved;
 }
 
-/// What posix_spawn is told, freed with it.
-class SpawnPlan
+/// Starts the worker. Returns 0, or an error number.
+int spawn(const std::filesystem::path& program, int socket, int lifeline, pid_t& pid)
 {
-public:
-    SpawnPlan(int socket, int lifeline)
-    {
-        ::posix_spawn_file_actions_init(&files_);
-        ::posix_spawnattr_init(&attributes_);
-        // A driver's chatter must not mix with the host's data. What is written to standard output comes to
-        // us: our worker turns it away at once, and what another program says there tells that it is none.
-        ok_ = ::posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
-              ::posix_spawn_file_actions_adddup2(&files_, socket, STDOUT_FILENO) == 0 &&
-              ::posix_spawn_file_actions_addopen(&files_, STDERR_FILENO, "/dev/null", O_WRONLY, 0) == 0 &&
-              ::posix_spawn_file_actions_adddup2(&files_, socket, workerSocket) == 0 &&
-              ::posix_spawn_file_actions_adddup2(&files_, lifeline, workerLifeline) == 0 &&
-              ::posix_spawn_file_actions_addclosefrom_np(&files_, workerLifeline + 1) == 0 && setAttributes();
-    }
-    ~SpawnPlan()
-    {
-        ::posix_spawn_file_actions_destroy(&files_);
-        ::posix_spawnattr_destroy(&attributes_);
-    }
-    SpawnPlan(const SpawnPlan&) = delete;
-    SpawnPlan& operator=(const SpawnPlan&) = delete;
-
-    /// The error number, 0 for success.
-    int run(const std::filesystem::path& program, pid_t& pid) const
-    {
-        std::string name = program.filename().string();
-        const std::array<char*, 2> arguments{name.data(), nullptr};
-        return ok_ ? ::posix_spawn(&pid, program.c_str(), &files_, &attributes_, arguments.data(), environ)
-                   : ENOMEM;
-    }
-
-private:
-    static constexpr int workerSocket = 3;
-    static constexpr int workerLifeline = 4;
-
-    bool setAttributes()
-    {
-        // The host's masks and handlers are its own; a group of its own keeps the terminal's Ctrl-C away.
-        sigset_t none;
-        sigset_t all;
-        ::sigemptyset(&none);
-        ::sigfillset(&all);
-        constexpr short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP;
-        return ::posix_spawnattr_setsigmask(&attributes_, &none) == 0 &&
-               ::posix_spawnattr_setsigdefault(&attributes_, &all) == 0 &&
-               ::posix_spawnattr_setpgroup(&attributes_, 0) == 0 &&
-               ::posix_spawnattr_setflags(&attributes_, flags) == 0;
-    }
-
-    posix_spawn_file_actions_t files_{};
-    posix_spawnattr_t attributes_{};
-    bool ok_ = false;
-};
+    constexpr int workerSocket = 3;
+    constexpr int workerLifeline = 4;
+    ProgramStart start;
+    // A driver's output must not mix with the host's data. Standard output comes to us: our worker redirects
+    // it at once, and output of another program there shows that it is not our worker.
+    start.open(STDIN_FILENO, "/dev/null", O_RDONLY);
+    start.pass(socket, STDOUT_FILENO);
+    start.open(STDERR_FILENO, "/dev/null", O_WRONLY);
+    start.pass(socket, workerSocket);
+    start.pass(lifeline, workerLifeline);
+    start.closeFrom(workerLifeline + 1);
+    start.useOwnGroup();
+    start.useDefaultSignals();
+    return start.run(program.native(), {program.filename().native()}, pid);
+}
 
 /// A pipe whose reading end the worker gets and nobody writes to.
 struct Lifeline
@@ -233,8 +195,7 @@ std::unique_ptr<WorkerProcess> WorkerProcess::start(const std::filesystem::path&
     const int theirs = moveUp(sockets[1]);
     const Lifeline lifeline;
     pid_t pid = -1;
-    const int error =
-        theirs < 0 || lifeline.ours < 0 ? EMFILE : SpawnPlan(theirs, lifeline.theirs).run(program, pid);
+    const int error = theirs < 0 || lifeline.ours < 0 ? EMFILE : spawn(program, theirs, lifeline.theirs, pid);
     if (error == 0) {
         lifeline.tie(pid);
     }

@@ -14,7 +14,7 @@ Token inserted(const Token& at, TokenKind kind, std::string_view text)
     return token;
 }
 
-/// Behind the bracket that closes the one at `token`, or the end.
+/// The token after the partner of the bracket at `token`, or the end.
 const Token* behindBracket(const Token* token, const Token* end)
 {
     std::size_t depth = 0;
@@ -28,7 +28,8 @@ const Token* behindBracket(const Token* token, const Token* end)
     return end;
 }
 
-/// Behind the divisor that begins there: signs and casts, a value, and what selects from it or calls it.
+/// The token after the divisor that begins at `token`: signs and casts, a value, and its selections and
+/// calls.
 const Token* behindDivisor(const Token* token, const Token* end)
 {
     const auto isSign = [](const Token& t) {
@@ -59,7 +60,7 @@ const Token* behindDivisor(const Token* token, const Token* end)
     return token;
 }
 
-/// Whether a constant of whole numbers may be needed at the token that comes next.
+/// Whether HLSL may need a constant whole number at the next token.
 class ConstantContext
 {
 public:
@@ -102,7 +103,7 @@ std::vector<Token> kept(const std::vector<Token>& tokens)
     std::vector<Token> result;
     result.reserve(tokens.size());
     const Token* const end = tokens.data() + tokens.size();
-    std::vector<const Token*> open; // where the divisors that were begun end; one may hold others
+    std::vector<const Token*> open; // the ends of the open divisors, which may be nested
     ConstantContext context;
     for (const Token* token = tokens.data(); token != end; ++token) {
         for (; !open.empty() && open.back() == token; open.pop_back()) {

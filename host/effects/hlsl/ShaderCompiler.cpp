@@ -22,15 +22,16 @@
 namespace Qx::Host::Effects {
 namespace {
 
-/// glslang's process-wide tables, made on first use and kept: freeing them while another module of the
-/// process still compiles would take them from under it.
+/// Creates glslang's process-wide tables on first use and keeps them: another module of the process may still
+/// use them.
 void startGlslang()
 {
     static const bool started = glslang::InitializeProcess();
     static_cast<void>(started);
 }
 
-/// The first line with a place, "ERROR: 0:12: 'gain' : undeclared identifier", or else the first without.
+/// The first line with a place, such as "ERROR: 0:12: 'gain' : undeclared identifier", or else the first
+/// line.
 std::optional<CompiledShader::Message> firstError(const std::string& log)
 {
     constexpr std::string_view mark = "ERROR: ";
@@ -88,7 +89,7 @@ std::vector<std::uint32_t> translate(const std::string& hlsl, std::optional<Comp
     }
     std::vector<std::uint32_t> spirv;
     glslang::SpvOptions options;
-    options.disableOptimizer = true; // it follows, after the fetches are in their place
+    options.disableOptimizer = true; // it is one of our passes
     glslang::GlslangToSpv(*program.getIntermediate(EShLangFragment), spirv, &options);
     return spirv;
 }
@@ -121,7 +122,7 @@ CompiledShader compileShader(const std::string& hlsl, std::uint32_t packedSource
     return shader;
 }
 
-/// What the threads of one compileShaders share: each takes the next text until there is none.
+/// The work that the threads of one compileShaders share: each takes the next text until none is left.
 struct Work
 {
     const std::vector<std::string>& hlsl;

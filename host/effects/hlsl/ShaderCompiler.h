@@ -7,12 +7,12 @@
 
 namespace Qx::Host::Effects {
 
-/// One pixel shader in plain HLSL, with the entry point "main".
+/// The shader of one text in plain HLSL, with the entry point "main".
 struct CompiledShader
 {
     struct Message
     {
-        std::uint32_t line = 0; ///< of the HLSL text, from 1; 0 when unknown
+        std::uint32_t line = 0; ///< of the HLSL text, from 1; 0 if unknown
         std::string text;
     };
 

@@ -39,7 +39,7 @@ Peer::Peer(const std::string& program, const Variables& variables)
     int in[2] = {-1, -1};
     int out[2] = {-1, -1};
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) {
-        failure_ = "there is no pipe to be had";
+        failure_ = "cannot create a pipe";
         return;
     }
     Host::ProgramStart start; // all other descriptors are close-on-exec
@@ -81,7 +81,7 @@ void Peer::readIntroduction()
         } else if (fields[0] == "open") {
             return;
         } else {
-            end("it says what nobody understands: " + fields[0]);
+            end("unknown line: " + fields[0]);
             return;
         }
     }

@@ -39,8 +39,8 @@ void append(std::vector<Token>& to, const std::vector<Token>& tokens)
 
 EffectSyntax EffectParser::parse()
 {
-    // A mistake in a macro is one problem, however often the macro stands there; finding the end of what is
-    // wrong may mean to read on to the file's end every time.
+    // A mistake in a macro is one problem, however often the macro is used; finding the end of each use may
+    // mean reading to the end of the file.
     constexpr int mostFailures = 50;
     int failures = 0;
     while (!reader_.atEnd()) {
@@ -64,7 +64,7 @@ EffectSyntax EffectParser::parse()
 
 void EffectParser::checkSize(const Token& item) const
 {
-    // Later steps look at each of these for each of others.
+    // Later stages compare each of these with each of others.
     const auto check = [&](std::size_t count, std::size_t most, const char* what) {
         if (count > most) {
             throw LimitError(item.at, "an effect has " + std::to_string(most) + ' ' + what + " at most");
@@ -95,7 +95,7 @@ void EffectParser::parseGlobal()
     } else if (reader_.isKeyword("string")) {
         parseText();
     } else if (reader_.peek().is("[")) {
-        reader_.takeBracketed("an attribute"); // hints for other compilers, such as [maxvertexcount]
+        reader_.takeBracketed("an attribute"); // attributes of other compilers, such as [maxvertexcount]
     } else {
         parseDeclaration();
     }
@@ -116,8 +116,8 @@ void EffectParser::refuseForeign() const
           "RWTexture2D"}) {
         if (reader_.isKeyword(word)) {
             throw CompileError(token.at, inQuotes(token.text) +
-                                             " is not part of the effect language here; see the techniques, "
-                                             "2D textures and samplers that it has");
+                                             " is not part of the effect language here; it has techniques, "
+                                             "2D textures and samplers");
         }
     }
 }
@@ -169,7 +169,7 @@ void EffectParser::parseTechnique()
     for (const EffectSyntax::Technique& other : effect_.techniques) {
         if (other.name.text == technique.name.text) {
             throw CompileError(technique.name.at,
-                               "technique " + inQuotes(technique.name.text) + " is there already");
+                               "technique " + inQuotes(technique.name.text) + " is already declared");
         }
     }
     if (effect_.techniques.size() >= Limits::techniques) {
@@ -316,12 +316,12 @@ void EffectParser::parseSampler()
             throw CompileError(sampler.name.at,
                                "sampler " + name + " has no texture; write Texture = <NAME>;");
         }
-        effect_.complete = false; // one of the unknown states may be meant for it
+        effect_.complete = false; // one of the unknown states may be a mistyped Texture
     }
     effect_.samplers.push_back(std::move(sampler));
 }
 
-/// Whether every state was a known one.
+/// Returns whether all states are known.
 bool EffectParser::parseSamplerState(EffectSyntax::Sampler& sampler)
 {
     SamplerStates states;
@@ -423,7 +423,7 @@ void EffectParser::parseTypedef()
 
 void EffectParser::parseText()
 {
-    // Texts outside annotations describe the effect to other programs; shaders cannot use them.
+    // Strings outside annotations are for other programs; shaders cannot use them.
     reader_.take();
     claimName(reader_.expectName("the name of the text"));
     parseSemantic();
@@ -597,7 +597,7 @@ EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSynta
     return parameter;
 }
 
-/// The HLSL compiler wants a constant here, and works out the remainders of whole numbers only.
+/// The HLSL compiler needs a constant here, and folds remainders of whole numbers only.
 void EffectParser::refuseFloatRemainder(const Tokens& value) const
 {
     const auto remainder =
@@ -613,11 +613,12 @@ void EffectParser::refuseFloatRemainder(const Tokens& value) const
                     .readInitializer()
                     .integer;
     } catch (const CompileError&) {
-        // What cannot be worked out here may be a float as well.
+        // An expression that cannot be evaluated here may be a float.
     }
     if (!whole) {
-        throw CompileError(remainder->at, "'%' of floats cannot stand in the value of a parameter; write out "
-                                          "what it comes to");
+        throw CompileError(remainder->at,
+                           "'%' of floats is not allowed in the default of a parameter; write the "
+                           "result instead");
     }
 }
 
@@ -696,7 +697,7 @@ void EffectParser::parseConstant(bool isConst, const EffectSyntax::Type& type, c
 
 void EffectParser::rememberConstant(const EffectSyntax::Type& type, const Token& name, const Tokens& value)
 {
-    constexpr std::size_t longest = 1024; // tokens; beyond is a table, which no default refers to
+    constexpr std::size_t longest = 1024; // tokens; a longer value is a table, which no default refers to
     if (!type.numeric || value.size() > longest) {
         return;
     }
@@ -704,7 +705,7 @@ void EffectParser::rememberConstant(const EffectSyntax::Type& type, const Token&
         constants_[name.text] = fitted(evaluateInitializer(value, name), type.numeric->scalar,
                                        type.numeric->components(), true, name);
     } catch (const CompileError&) {
-        // It may still be good HLSL; a default that refers to it will say that it is no constant.
+        // It may still be valid HLSL; a default that refers to it is reported as not constant.
     }
 }
 
@@ -786,7 +787,7 @@ void EffectParser::claimName(const Token& name)
 {
     checkName(name);
     if (!names_.insert(name.text).second) {
-        throw CompileError(name.at, inQuotes(name.text) + " is declared already");
+        throw CompileError(name.at, inQuotes(name.text) + " is already declared");
     }
 }
 
@@ -796,7 +797,7 @@ void EffectParser::claimTypeName(const Token& name)
     typeNames_.insert(name.text);
 }
 
-/// Refuses a word that looks like a mistyped one. Others may be types that the HLSL compiler knows.
+/// Refuses a word that looks like a mistyped keyword. Others may be types that the HLSL compiler knows.
 void EffectParser::checkType(const EffectSyntax::Type& type) const
 {
     static constexpr std::array<std::string_view, 22> words{

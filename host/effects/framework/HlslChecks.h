@@ -7,10 +7,10 @@
 
 namespace Qx::Host::Effects {
 
-/// The tokens of a function body or an initializer, whose brackets match, as they may go to the HLSL
-/// compiler: without hints on loops and branches, which would let an effect ask for endless unrolling. Throws
-/// CompileError for what is no part of the dialect or would exhaust that compiler. `names` gives the
-/// constants that sizes of arrays may refer to.
+/// Checks the tokens of a function body or an initializer, whose brackets match, before the HLSL compiler
+/// gets them. Returns them without hints on loops and branches, which could ask for endless unrolling. Throws
+/// CompileError for tokens that are not part of the dialect or would exhaust the HLSL compiler. `names` gives
+/// the constants that sizes of arrays may refer to.
 std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantReader::Names& names);
 
 } // namespace Qx::Host::Effects

@@ -14,10 +14,10 @@ namespace Qx::Host::Effects {
 
 namespace {
 
-/// Names to suggest for one that is missing.
+/// Adds the names to suggest for a missing file.
 void addFilesOf(const std::filesystem::path& directory, std::vector<std::string>& names)
 {
-    constexpr int most = 1000; // of a directory; this is only a help
+    constexpr int most = 1000; // of a directory
     std::error_code error;
     std::filesystem::directory_iterator entry(directory.empty() ? "." : directory, error);
     for (int i = 0; i < most && !error && entry != std::filesystem::directory_iterator(); ++i) {
@@ -26,10 +26,10 @@ void addFilesOf(const std::filesystem::path& directory, std::vector<std::string>
         }
         entry.increment(error);
     }
-    std::sort(names.begin(), names.end()); // directories have an order of their own
+    std::sort(names.begin(), names.end()); // directories have no defined order
 }
 
-/// What every compiler defines by itself.
+/// The macros that every compiler defines.
 bool isBuiltIn(std::string_view name)
 {
     return name == "__LINE__" || name == "__FILE__";
@@ -39,7 +39,7 @@ bool isBuiltIn(std::string_view name)
 void checkMacroName(const Token& name)
 {
     if (name.is("defined") || isBuiltIn(name.text)) {
-        throw CompileError(name.at, inQuotes(name.text) + " cannot be a macro of the effect's own");
+        throw CompileError(name.at, inQuotes(name.text) + " is reserved and cannot be a macro");
     }
 }
 
@@ -51,7 +51,7 @@ struct Preprocessor::Macro
     Tokens body;
     std::vector<std::string_view> parameters;
     bool functionLike = false;
-    bool active = false; ///< being expanded: its own name then means itself
+    bool active = false; ///< being expanded: its name is not expanded then
     Location at;
 };
 
@@ -103,7 +103,7 @@ std::uint32_t Preprocessor::open(const std::filesystem::path& path, Location fro
         return *known;
     }
     std::error_code error;
-    // Devices and pipes never end: only regular files are read.
+    // Devices and pipes never end; only regular files are read.
     const bool regular = std::filesystem::is_regular_file(path, error);
     const std::uintmax_t bytes = regular ? std::filesystem::file_size(path, error) : 0;
     const std::uint32_t file = files_.add({path, path.string(), {}, false, from});
@@ -162,7 +162,7 @@ void Preprocessor::processFile(std::uint32_t file, Location from)
     includeStack_.pop_back();
 }
 
-/// Reports what is wrong with one line, so that the next can be read.
+/// Reports an error in one line, so that the next can be read.
 template <typename Step>
 void Preprocessor::tolerate(const Step& step)
 {
@@ -176,7 +176,7 @@ void Preprocessor::tolerate(const Step& step)
             throw;
         }
         for (const auto& [name, macro] : macros_) {
-            macro->active = false; // an expansion may have been left half way
+            macro->active = false; // an expansion may have been abandoned
         }
     }
 }
@@ -235,11 +235,11 @@ void Preprocessor::directive(const Token* begin, const Token* end, Location hash
         if (end - begin == 2 && begin[1].is("once")) {
             files_[includeStack_.back()].once = true;
         } else {
-            problems_.warn({begin->at, "this #pragma is not known and changes nothing"});
+            problems_.warn({begin->at, "this #pragma is unknown and is ignored"});
         }
     } else if (word == "line" || word == "warning") {
-        // Positions in messages are the real ones; what a generator claims about its own source is not used.
-        problems_.warn({begin->at, "#" + std::string(word) + " changes nothing"});
+        // Messages have real positions; those that a generator claims are not used.
+        problems_.warn({begin->at, "#" + std::string(word) + " is ignored"});
     } else {
         static constexpr std::array<std::string_view, 12> words{"include", "define", "undef",  "if",
                                                                 "ifdef",   "ifndef", "elif",   "else",
@@ -258,7 +258,7 @@ bool Preprocessor::conditional(const Token* begin, const Token* end, std::vector
             throw CompileError(begin->at, "conditions are nested more than " +
                                               std::to_string(Limits::nesting) + " deep");
         }
-        // If it cannot be told whether the condition holds, no branch is read.
+        // If the condition cannot be evaluated, no branch is read.
         conditions.push_back({false, true, false, reading, begin->at});
         bool holds = false;
         if (reading && word == "if") {
@@ -356,7 +356,7 @@ void Preprocessor::include(const Token* begin, const Token* end)
     }
 }
 
-// Messages repeat what they complain of, and an effect must not read out a file that is none.
+// Messages quote the text that they are about; an effect must not reveal files that are not effects.
 bool Preprocessor::mayInclude(const std::filesystem::path& file) const
 {
     const auto holds = [&](const std::filesystem::path& directory) {
@@ -371,7 +371,7 @@ bool Preprocessor::mayInclude(const std::filesystem::path& file) const
            std::any_of(options_.includeDirectories.begin(), options_.includeDirectories.end(), holds);
 }
 
-/// The including file's own directory first; each once.
+/// The directory of the including file comes first; each is listed once.
 std::vector<std::filesystem::path> Preprocessor::searchedDirectories() const
 {
     std::vector<std::filesystem::path> directories{files_[includeStack_.back()].path.parent_path()};
@@ -394,7 +394,7 @@ std::filesystem::path Preprocessor::findInclude(const std::string& name, const T
         searched += (searched.empty() ? "" : ", ") + (directory.empty() ? "." : directory.string());
         if (!mayInclude(candidate)) {
             refused = true;
-            files_.noteInput(candidate, std::nullopt); // with other directories it might be taken
+            files_.noteInput(candidate, std::nullopt); // with other directories it might be included
             continue;
         }
         if (files_.find(candidate) || std::filesystem::is_regular_file(candidate, error)) {
@@ -443,7 +443,7 @@ void Preprocessor::define(const Token* begin, const Token* end)
                         sameText) ||
             slot->parameters != macro->parameters || slot->functionLike != macro->functionLike) {
             problems_.warn({begin->at, "macro " + inQuotes(macro->name) + " has another definition at " +
-                                           files_.describe(slot->at) + "; this one holds from here"});
+                                           files_.describe(slot->at) + "; this one applies from here"});
         }
         retired_.push_back(std::move(slot));
     }
@@ -465,7 +465,7 @@ const Token* Preprocessor::readMacroParameters(Macro& macro, const Token* token,
         }
         if (std::find(macro.parameters.begin(), macro.parameters.end(), token->text) !=
             macro.parameters.end()) {
-            throw fail("a name stands there twice");
+            throw fail("a name is repeated");
         }
         if (macro.parameters.size() >= Limits::macroParameters) {
             throw fail("there are more than " + std::to_string(Limits::macroParameters));
@@ -483,7 +483,7 @@ const Token* Preprocessor::readMacroParameters(Macro& macro, const Token* token,
 
 void Preprocessor::countStep(const Token& token)
 {
-    constexpr std::size_t bytes = 16; // of a token that is copied, kept or joined, for the price of one more
+    constexpr std::size_t bytes = 16; // of a token count as one more step
     steps_ += 1 + token.text.size() / bytes;
     if (steps_ > Limits::steps) {
         throw LimitError(token.at, "the effect is too large: preprocessing took more than " +
@@ -560,7 +560,7 @@ bool Preprocessor::expandMacro(std::vector<Context>& contexts, const Token& name
     Macro& macro = *found->second;
     std::vector<Tokens> arguments;
     if (macro.functionLike) {
-        // The call may continue behind the end of the expansion that the name came from.
+        // The arguments may follow the end of the expansion that the name came from.
         std::size_t level = contexts.size();
         while (level > 0 && contexts[level - 1].position == contexts[level - 1].end) {
             --level;
@@ -633,7 +633,7 @@ std::vector<Token> Preprocessor::substitute(const Macro& macro, const Token& nam
     std::vector<std::optional<Tokens>> expanded(arguments.size());
     Tokens result;
     bool paste = false;   // the next token joins the last of the result
-    bool present = false; // the operand before came to some token
+    bool present = false; // the operand before has a token
     const auto append = [&](Token token) {
         countStep(token);
         if (paste) {
@@ -709,7 +709,7 @@ Token Preprocessor::pasted(const Token& left, const Token& right)
     const Tokens tokens = splitIntoTokens(files_.keep(text), left.at.file, Limits::tokens);
     if (tokens.size() != 1 || tokens[0].kind == TokenKind::Unknown) {
         throw CompileError(left.at, "## makes " + inQuotes(text) + " of " + inQuotes(left.text) + " and " +
-                                        inQuotes(right.text) + ", which is no token");
+                                        inQuotes(right.text) + ", which is not a token");
     }
     Token token = tokens[0];
     token.startsLine = false;

@@ -11,7 +11,7 @@
 
 namespace Qx::Host::Effects {
 
-/// Bounds on one compilation. An effect that needs more is refused with a message.
+/// Limits of one compilation. An effect that exceeds one is refused with a message.
 struct Limits
 {
     static constexpr std::size_t fileBytes = 4U << 20U;
@@ -19,7 +19,7 @@ struct Limits
     static constexpr std::size_t tokenBytes = 16U << 20U; ///< of the tokens of the effect after preprocessing
     static constexpr std::size_t readBytes = 64U << 20U;  ///< of all inclusions together
     static constexpr std::size_t readTokens = 4U << 20U;  ///< of all inclusions together
-    static constexpr std::size_t steps = 8U << 20U; ///< of preprocessing, counting what comes to nothing
+    static constexpr std::size_t steps = 8U << 20U; ///< of preprocessing, including those without a result
     static constexpr std::size_t inclusions = 4096;
     static constexpr std::size_t includeDepth = 32;
     static constexpr std::size_t macroDepth = 64; ///< of macro calls within macro arguments
@@ -30,10 +30,10 @@ struct Limits
     static constexpr std::size_t passes = 4096;        ///< of all techniques together
     static constexpr std::size_t declarations = 16384; ///< of functions, types, constants, textures, samplers
     static constexpr std::size_t functionParameters = 256;
-    static constexpr std::size_t uniformBytes = 16384; ///< what every Vulkan device takes in one buffer
+    static constexpr std::size_t uniformBytes = 16384; ///< the least maximum of a Vulkan device
 };
 
-/// The C preprocessor over an effect and what it includes. One object a compilation.
+/// The C preprocessor for an effect and its includes. One object serves one compilation.
 class Preprocessor
 {
 public:
@@ -43,8 +43,8 @@ public:
     Preprocessor(const Preprocessor&) = delete;
     Preprocessor& operator=(const Preprocessor&) = delete;
 
-    /// The tokens of the effect, ended by one End token. After an error in a line it reads on with the next
-    /// one, for what else is wrong; the tokens then mean nothing. Throws CompileError when it cannot read on.
+    /// Returns the tokens of the effect, followed by an End token. After an error it continues with the next
+    /// line to find more errors; the tokens then mean nothing. Throws CompileError if it cannot continue.
     std::vector<Token> run(const std::filesystem::path& effect);
 
 private:
@@ -54,7 +54,7 @@ private:
     struct Condition
     {
         bool active; ///< this branch is read
-        bool taken;  ///< some branch has been
+        bool taken;  ///< a branch has been read
         bool elseSeen;
         bool outerActive; ///< the region around it is read
         Location at;
@@ -91,7 +91,7 @@ private:
     SourceFiles& files_;
     const PreprocessorOptions& options_;
     std::unordered_map<std::string_view, std::unique_ptr<Macro>> macros_;
-    std::vector<std::unique_ptr<Macro>> retired_; ///< undefined ones, which an expansion may still use
+    std::vector<std::unique_ptr<Macro>> retired_; ///< undefined macros that an expansion may still use
     Problems& problems_;
     Tokens output_;
     std::vector<std::uint32_t> includeStack_;

@@ -24,7 +24,7 @@ bool needsOnlyCore(const Spirv::Words& spirv, std::string& problem)
                        capability != spv::CapabilityMatrix && capability != spv::CapabilityImageQuery &&
                        capability != spv::CapabilityDerivativeControl &&
                        capability != spv::CapabilitySampledBuffer) {
-                       problem = "it needs what not every device has (capability " +
+                       problem = "it needs a capability that not every device has (" +
                                  std::to_string(capability) + ")";
                    }
                }) &&

@@ -1,5 +1,7 @@
 #include "tests/fuzz/EffectText.h"
 
+#include "host/effects/framework/Limits.h"
+
 #include <string_view>
 
 namespace Qx::Fuzz {

@@ -3,7 +3,7 @@
 #include "host/cache/Bytes.h"
 #include "host/cache/ReadWhole.h"
 #include "host/effects/archive/EffectArchive.h"
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 #include "host/effects/hlsl/ShaderCompiler.h"
 
 #include <algorithm>

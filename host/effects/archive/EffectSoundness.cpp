@@ -1,6 +1,6 @@
 #include "host/effects/archive/EffectSoundness.h"
 
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 #include "host/effects/hlsl/ParameterLayout.h"
 #include "host/effects/spirv/SpirvModule.h"
 

@@ -1,6 +1,6 @@
 #include "host/effects/framework/ConstantExpression.h"
 
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 
 #include <algorithm>
 #include <array>

@@ -121,4 +121,10 @@ void refuseHlslWord(const Token& name)
     }
 }
 
+void refuseReservedName(const Token& name)
+{
+    refuseReservedPrefix(name);
+    refuseHlslWord(name);
+}
+
 } // namespace Qx::Host::Effects

@@ -11,4 +11,7 @@ void refuseReservedPrefix(const Token& name);
 /// the HLSL compiler reads as something else.
 void refuseHlslWord(const Token& name);
 
+/// Both checks, for the name of a declaration.
+void refuseReservedName(const Token& name);
+
 } // namespace Qx::Host::Effects

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/effects/framework/Lexer.h"
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 
 #include <string>
 #include <string_view>

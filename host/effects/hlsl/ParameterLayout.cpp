@@ -1,7 +1,7 @@
 #include "host/effects/hlsl/ParameterLayout.h"
 
 #include "host/core/Suggestion.h"
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 
 #include <algorithm>
 #include <array>

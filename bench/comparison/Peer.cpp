@@ -1,16 +1,15 @@
 #include "bench/comparison/Peer.h"
 
+#include "host/core/ProgramStart.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ; // NOLINT: POSIX declares it nowhere
 
 namespace Qx::Bench {
 namespace {
@@ -33,30 +32,6 @@ std::vector<std::string> split(const std::string& line)
     return fields;
 }
 
-/// Starts a program with these files as its standard input and output; its process, or -1. What it inherits
-/// besides is close-on-exec.
-pid_t spawn(std::vector<std::string> arguments, Variables variables, posix_spawn_file_actions_t& files)
-{
-    for (char** each = environ; *each != nullptr; ++each) {
-        variables.emplace_back(*each); // an earlier one of the same name wins
-    }
-    const auto pointers = [](std::vector<std::string>& texts) {
-        std::vector<char*> all;
-        for (std::string& text : texts) {
-            all.push_back(text.data());
-        }
-        all.push_back(nullptr);
-        return all;
-    };
-    pid_t process = -1;
-    const std::string program = arguments.front();
-    const std::vector<char*> argumentPointers = pointers(arguments);
-    const std::vector<char*> variablePointers = pointers(variables);
-    const int error = posix_spawn(&process, program.c_str(), &files, nullptr, argumentPointers.data(),
-                                  variablePointers.data());
-    return error == 0 ? process : -1;
-}
-
 } // namespace
 
 Peer::Peer(const std::string& program, const Variables& variables)
@@ -64,15 +39,16 @@ Peer::Peer(const std::string& program, const Variables& variables)
     int in[2] = {-1, -1};
     int out[2] = {-1, -1};
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) {
-        failure_ = "there is no pipe to be had";
+        failure_ = "cannot create a pipe";
         return;
     }
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_adddup2(&files, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&files, out[1], STDOUT_FILENO);
-    process_ = spawn({program}, variables, files);
-    posix_spawn_file_actions_destroy(&files);
+    Host::ProgramStart start; // all other descriptors are close-on-exec
+    start.pass(in[0], STDIN_FILENO);
+    start.pass(out[1], STDOUT_FILENO);
+    start.addVariables(variables);
+    if (start.run(program, {program}, process_) != 0) {
+        process_ = -1;
+    }
     ::close(in[0]);
     ::close(out[1]);
     toIt_ = in[1];
@@ -105,7 +81,7 @@ void Peer::readIntroduction()
         } else if (fields[0] == "open") {
             return;
         } else {
-            end("it says what nobody understands: " + fields[0]);
+            end("unknown line: " + fields[0]);
             return;
         }
     }
@@ -205,16 +181,14 @@ void Peer::end(const std::string& why)
 bool runProgram(const std::vector<std::string>& arguments, const Variables& variables,
                 const std::string& outputFile)
 {
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
     constexpr int mode = 0600;
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     mode);
-    const pid_t process = spawn(arguments, variables, files);
-    posix_spawn_file_actions_destroy(&files);
+    Host::ProgramStart start;
+    start.open(STDOUT_FILENO, outputFile, O_WRONLY | O_CREAT | O_TRUNC, mode);
+    start.addVariables(variables);
+    pid_t process = -1;
     int status = 0;
-    return process > 0 && ::waitpid(process, &status, 0) == process && WIFEXITED(status) &&
-           WEXITSTATUS(status) == 0;
+    return start.run(arguments.front(), arguments, process) == 0 &&
+           ::waitpid(process, &status, 0) == process && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 } // namespace Qx::Bench

@@ -8,23 +8,23 @@
 
 namespace Qx::Host {
 
-/// What the effect compiler makes of one effect file: everything that a GPU service needs to run its
-/// techniques, and nothing that depends on a device. Plain data, freely copied and shared between threads.
+/// The result of compiling one effect file: everything that a GPU service needs to run its techniques, and
+/// nothing that depends on a device. Plain data, freely copied and shared between threads.
 ///
 /// Interface of the generated SPIR-V (Vulkan 1.1, one fragment entry point a pass, named "main"):
 /// - descriptor set 0, binding 0: a uniform buffer of `uniformBytes` bytes, holding SystemUniforms at offset
-///   0, the effect's parameters behind it at their `offset`s (std140 rules), and behind those, at
-///   `textureUniforms`, TextureUniforms for each of the effect's textures;
+///   0, then the effect's parameters at their `offset`s (std140 rules), then, at `textureUniforms`,
+///   TextureUniforms for each of the effect's textures;
 /// - descriptor set 0, binding 1 + i: a combined image sampler for samplers[i];
 /// - location 0: the colour output;
-/// - specialization constant 0 (bool): true when the target stores c0..c3 = a, r, g, b, so that the pass must
-///   write its result rotated to (a, r, g, b); false for targets that hold r, g, b, a as such;
+/// - specialization constant 0 (bool): true if the target stores c0..c3 = a, r, g, b, so that the pass must
+///   write its result rotated to (a, r, g, b); false for targets that store r, g, b, a;
 /// - no inputs: texture coordinates are derived from the fragment's position and SystemUniforms.
 ///
-/// A pass may come a second time as shaders for packed texels: see PackedShader.
+/// A pass may have additional shaders for packed texels: see PackedShader.
 struct CompiledEffect
 {
-    /// One float4 an entry, so that the layout is the same in C++ and in the shader.
+    /// Each entry is one float4, so that the layout is the same in C++ and in the shader.
     struct SystemUniforms
     {
         static constexpr std::size_t maxTexCoords = 8;
@@ -38,10 +38,10 @@ struct CompiledEffect
         std::array<float, 4> target{};
     };
 
-    /// What the shaders are told of a texture.
+    /// What the shaders know about a texture.
     struct TextureUniforms
     {
-        float rowPacked = 0; ///< 16 bytes from a texel to the one below it, where it is read as a buffer
+        float rowPacked = 0; ///< pitch in units of 16 bytes, if the texture is read as a buffer
         float maxCode = 0;   ///< the largest code of a component
         std::array<float, 2> unused{};
     };
@@ -53,10 +53,10 @@ struct CompiledEffect
         Bool
     };
 
-    /// Who gives a parameter its value.
+    /// Who sets a parameter's value.
     enum class Semantic : std::uint8_t
     {
-        None,           ///< the caller; the default stands until it does
+        None,           ///< the caller; until then the default applies
         TextureSize,    ///< the host: width, height of the bound texture in texels (float2)
         TextureMaxCode, ///< the host: the largest code of a component of the bound texture: 255, 1023 or
                         ///< 65535
@@ -79,20 +79,19 @@ struct CompiledEffect
         ScalarType type = ScalarType::Float;
         std::uint32_t rows = 1;     ///< more than 1 for matrices
         std::uint32_t columns = 1;  ///< components of a scalar or vector, columns of a matrix
-        std::uint32_t elements = 0; ///< of an array; 0 when it is none
+        std::uint32_t elements = 0; ///< of an array; 0 if it is not one
         std::uint32_t offset = 0;   ///< in the uniform buffer, in bytes
-        std::uint32_t bytes =
-            0; ///< that it takes there, padding between array elements and matrix rows included
+        std::uint32_t bytes = 0; ///< its size there, including padding between array elements and matrix rows
         std::vector<std::byte>
             defaultValue; ///< `bytes` bytes, laid out as in the uniform buffer; zeros without one
         Semantic semantic = Semantic::None;
-        std::string semanticTexture; ///< the texture that a texture semantic speaks of
+        std::string semanticTexture; ///< the texture of a texture semantic
         std::vector<Annotation> annotations;
     };
 
     struct Texture
     {
-        std::string name; ///< what iShaderEffect::Source::name binds
+        std::string name; ///< the name that iShaderEffect::Source::name binds
         std::vector<Annotation> annotations;
     };
 
@@ -118,21 +117,21 @@ struct CompiledEffect
         Address addressV = Address::Clamp;
     };
 
-    /// A pass each of whose fragments makes 16 bytes of the target at once, for devices that pay for each
-    /// fragment rather than for its work: a group of neighbouring texels of a row.
-    /// It makes what the pass makes, under these conditions:
-    /// - the whole target is drawn, seen as one of R32G32B32A32_UINT of as many texels as there are groups in
-    ///   a row; what a row has behind its last texel is overwritten;
-    /// - the target has components of `depths.target` bits in the order a, r, g, b; each two-dimensional
-    ///   texture that it reads, and each that a parameter with Semantic::TextureMaxCode speaks of, has such
+    /// A pass whose fragments draw packed texels: each writes 16 bytes of the target, several neighbouring
+    /// texels of a row, for devices whose cost is the number of fragments rather than their work.
+    /// It draws the same as the pass under these conditions:
+    /// - the whole target is drawn, as an image of R32G32B32A32_UINT with one texel for each 16 bytes of a
+    ///   row; the padding after the last texel of a row is overwritten;
+    /// - the target has components of `depths.target` bits in the order a, r, g, b. Each two-dimensional
+    ///   texture that the pass reads, or that a parameter with Semantic::TextureMaxCode names, has components
     ///   of `depths.source` bits.
     /// The interface is that of a pass, except that
     /// - the output is a uint4, and there is no specialization constant;
     /// - some bindings are uniform texel buffers over the texture's memory instead of combined image
     /// samplers,
-    ///   as the SPIR-V says. `texelBytes` says how: as texels of the source's components, or as texels of 8
-    ///   or 16 bytes of 32-bit ones, all without a sign;
-    /// - rows of 16 bytes of the uniform buffer come as flat inputs of four floats.
+    ///   as the SPIR-V declares. `texelBytes` gives their texels: those of the source, or texels of 8 or 16
+    ///   bytes with components of 32 bits, all unsigned;
+    /// - rows of 16 bytes of the uniform buffer are flat inputs of four floats.
     struct PackedShader
     {
         /// Bits of a component, 8 or 16.
@@ -148,8 +147,8 @@ struct CompiledEffect
 
         Depths depths;
         std::vector<std::uint32_t> spirv;
-        std::vector<std::uint32_t> samplers;   ///< as a pass's
-        std::vector<std::uint32_t> texelBytes; ///< for each of them, if it is a buffer
+        std::vector<std::uint32_t> samplers;   ///< as in Pass
+        std::vector<std::uint32_t> texelBytes; ///< of each sampler that is a buffer
         std::vector<std::uint32_t> rows;       ///< of the uniform buffer, by the location of the input
 
         static constexpr std::size_t mostRows = 8;
@@ -161,20 +160,20 @@ struct CompiledEffect
         std::string name;
         std::vector<std::uint32_t> spirv;
         std::vector<std::uint32_t> samplers; ///< indices of the samplers that the pass reads, ascending
-        std::vector<PackedShader> packed;    ///< one for each pair of depths that there is one for
+        std::vector<PackedShader> packed;    ///< at most one for each pair of depths
     };
 
     struct Technique
     {
         std::string name;
-        std::vector<Pass> passes; ///< run one after the other over the same target; at least one
+        std::vector<Pass> passes; ///< drawn one after the other into the same target; at least one
         std::vector<Annotation> annotations;
     };
 
     std::vector<Parameter> parameters;
     std::vector<Texture> textures;
     std::vector<Sampler> samplers;
-    std::vector<Technique> techniques; ///< in the file's order; the first is current until another is chosen
+    std::vector<Technique> techniques; ///< in the file's order; the first is the current one at first
     std::uint32_t uniformBytes = 0;
     std::uint32_t textureUniforms = 0; ///< offset of the TextureUniforms in the uniform buffer
 };

@@ -11,26 +11,25 @@
 
 namespace Qx::Host {
 
-/// What came of compiling an effect file.
+/// The result of compiling an effect file.
 struct EffectCompilation
 {
-    /// Null when anything in the file failed.
+    /// Null after an error.
     std::shared_ptr<const CompiledEffect> effect;
 
-    /// Errors and warnings, in the author's own lines and columns. An error among them means that there is no
-    /// effect.
+    /// Errors and warnings, in the author's own lines and columns. There is no effect if one is an error.
     std::vector<Diagnostic> diagnostics;
 
-    /// The same for people, as messageText() writes them. Empty when there is nothing to say.
+    /// The diagnostics as text, as messageText() writes them.
     std::string messages;
 
-    /// Every file that was looked for, each once, the effect itself first, then in the order of the look-ups:
-    /// as long as none of them changes, appears or goes, another compilation with the same options comes to
-    /// the same.
+    /// Every file that was looked for, each once: the effect itself, then the others in the order of the
+    /// look-ups. As long as none of them changes, appears or disappears, another compilation with the same
+    /// options has the same result.
     std::vector<EffectInput> inputs;
 };
 
-/// Takes the effect away and adds an error about the whole file, or about a technique and pass of it.
+/// Removes the effect and adds an error about the whole file, or about a technique and pass of it.
 void refuse(EffectCompilation& compilation, const std::filesystem::path& file, const std::string& text,
             const std::string& technique = {}, const std::string& pass = {});
 

@@ -8,6 +8,7 @@
 #include "host/effects/hlsl/HlslMessage.h"
 #include "host/effects/hlsl/ParameterLayout.h"
 #include "host/effects/hlsl/PassText.h"
+#include "host/effects/hlsl/Remainders.h"
 #include "host/effects/hlsl/ShaderCompiler.h"
 
 #include <exception>
@@ -22,7 +23,7 @@ namespace {
 
 using namespace Effects;
 
-/// One compilation from the text to the shaders.
+/// One compilation, from the text to the shaders.
 class Compilation
 {
 public:
@@ -33,9 +34,7 @@ public:
     void run(const std::filesystem::path& file, const EffectCompilerOptions& options)
     {
         try {
-            if (read(file, options)) {
-                compile(options.packed);
-            }
+            compile(file, options);
         } catch (const CompileError& error) {
             problems_.fail(error, at_);
         } catch (const std::exception& error) {
@@ -56,9 +55,9 @@ public:
     }
 
 private:
-    /// A pass of the result and the text that makes its shader.
     using PackedShader = CompiledEffect::PackedShader;
 
+    /// A pass of the result, and the index of the text that makes its shader.
     struct PassPlace
     {
         std::size_t technique;
@@ -66,32 +65,19 @@ private:
         std::size_t text;
     };
 
-    /// False when something could not be read: without the whole effect, looking further would only find what
-    /// follows from that.
-    bool read(const std::filesystem::path& file, const EffectCompilerOptions& options)
+    /// The stages of a compilation, in their order.
+    void compile(const std::filesystem::path& file, const EffectCompilerOptions& options)
     {
-        Preprocessor preprocessor(files_, options, problems_);
-        const std::vector<Token> tokens = preprocessor.run(file);
-        if (whenRead_) {
-            whenRead_(files_.inputs());
+        const std::optional<std::vector<Token>> tokens = preprocess(file, options);
+        if (!tokens || !parse(*tokens)) {
+            return;
         }
-        if (problems_.failed()) {
-            return false;
-        }
-        syntax_ = EffectParser(tokens, problems_).parse();
-        if (!problems_.failed() && syntax_.techniques.empty()) {
-            throw CompileError(tokens.back().at, "the effect has no technique");
-        }
-        return syntax_.complete;
-    }
-
-    void compile(bool packed)
-    {
+        keepRemainders(syntax_);
         layOutParameters(syntax_, effect_, problems_);
         const PassWriter writer(syntax_, effect_);
         writePasses(writer);
         compilePasses(writer);
-        if (packed && !problems_.failed()) {
+        if (options.packed && !problems_.failed()) {
             for (const PackedShader::Depths depths :
                  {PackedShader::Depths{8, 8}, {16, 16}, {8, 16}, {16, 8}}) {
                 addPackedShaders(writer, depths);
@@ -100,6 +86,27 @@ private:
         if (!problems_.failed()) {
             warnOfLikelyMistakes(syntax_, effect_, names_, problems_);
         }
+    }
+
+    /// Nothing after an error: the tokens then mean nothing.
+    std::optional<std::vector<Token>> preprocess(const std::filesystem::path& file,
+                                                 const EffectCompilerOptions& options)
+    {
+        std::vector<Token> tokens = Preprocessor(files_, options, problems_).run(file);
+        if (whenRead_) {
+            whenRead_(files_.inputs());
+        }
+        return problems_.failed() ? std::nullopt : std::optional(std::move(tokens));
+    }
+
+    /// Returns false if a part of the effect could not be read: looking further would only find consequences.
+    bool parse(const std::vector<Token>& tokens)
+    {
+        syntax_ = EffectParser(tokens, problems_).parse();
+        if (!problems_.failed() && syntax_.techniques.empty()) {
+            throw CompileError(tokens.back().at, "the effect has no technique");
+        }
+        return syntax_.complete;
     }
 
     void writePasses(const PassWriter& writer)
@@ -152,7 +159,7 @@ private:
         }
     }
 
-    /// Those that do not compile are left out: each pass can do without.
+    /// A shader that does not compile is left out: no pass needs one.
     void addPackedShaders(const PassWriter& writer, PackedShader::Depths depths)
     {
         std::map<std::string, std::size_t> known;
@@ -180,7 +187,7 @@ private:
         }
     }
 
-    /// Whether a technique says that what it reads and what it draws are not of one depth.
+    /// Whether a technique may read and draw at different depths.
     static bool mixesDepths(const std::vector<CompiledEffect::Annotation>& annotations)
     {
         return std::any_of(annotations.begin(), annotations.end(), [](const auto& annotation) {
@@ -197,8 +204,8 @@ private:
         return samplers;
     }
 
-    /// The HLSL compiler stops at its first error. What is wrong with other functions shows when the one that
-    /// has the error is left out.
+    /// The HLSL compiler stops at its first error. Errors in other functions show when the function with the
+    /// error loses its body.
     void lookFurther(CompiledShader::Message error, const PassPlace& place, const PassWriter& writer)
     {
         constexpr std::size_t mostFunctions = 4; // of a pass; each takes one more compilation
@@ -219,7 +226,7 @@ private:
             source = writer.write(pass, left);
             const CompiledShader shader = compileShaders({source.hlsl}).front();
             if (!shader.error || !source.pieceAt(shader.error->line)) {
-                return; // nothing more, or only that a function has no body
+                return; // no further error, or only that a function has no body
             }
             error = *shader.error;
             report(error, place, source, source.hlsl);
@@ -253,12 +260,12 @@ private:
     EffectSyntax syntax_;
     CompiledEffect effect_;
     std::vector<std::string> texts_; ///< each once, however many passes share it
-    std::vector<PassText> sources_;  ///< of the texts, without them; of the first pass that has each
+    std::vector<PassText> sources_;  ///< of each text, without the text; from the first pass that has it
     std::vector<PassPlace> places_;
     std::unordered_set<std::string_view> names_; ///< that the passes reach
-    std::set<std::size_t> lookedAt_;             ///< texts whose further functions were looked at
+    std::set<std::size_t> lookedAt_;             ///< texts that lookFurther has seen
     std::size_t furtherCompilations_ = 0;
-    Problems::Context at_; ///< for what is thrown
+    Problems::Context at_; ///< of what is thrown
 };
 
 } // namespace
@@ -271,7 +278,7 @@ EffectCompilation compileEffect(const std::filesystem::path& file, const EffectC
         compilation.run(file, options);
         return compilation.result();
     } catch (...) {
-        // Even the message could not be made: memory has run out.
+        // Out of memory, even for a message.
         return {};
     }
 }

@@ -1,33 +1,25 @@
 #pragma once
 
 #include "host/effects/EffectCompilation.h"
+#include "host/effects/framework/PreprocessorOptions.h"
 
 #include <filesystem>
 #include <functional>
-#include <string>
-#include <utility>
 #include <vector>
 
 namespace Qx::Host {
 
-struct EffectCompilerOptions
+struct EffectCompilerOptions : PreprocessorOptions
 {
-    /// Name and value of macros defined before the first line.
-    std::vector<std::pair<std::string, std::string>> definitions;
-
-    /// Searched for `#include "..."` after the directory of the including file.
-    std::vector<std::filesystem::path> includeDirectories;
-
-    /// Makes CompiledEffect::PackedShader of the passes that can have them.
+    /// Also compiles a CompiledEffect::PackedShader of each pass that can have one.
     bool packed = false;
 };
 
-/// Compiles one effect file, every technique of it, and validates what comes out. After an error it looks for
-/// more: in the rest of the file, in other functions and in other passes.
+/// Compiles all techniques of one effect file and validates their shaders. After an error it looks for more:
+/// in the rest of the file, in other functions and in other passes.
 ///
-/// Any thread may call it, several at once. It reads files and touches no device. It throws nothing and
-/// answers any input with an effect or with messages. `whenRead` is told the result's inputs when they are
-/// complete, before what is in them is compiled.
+/// Thread-safe. Reads files and touches no device. Throws nothing; the result of any input is an effect or
+/// messages. `whenRead` is called with the result's inputs once all files are read, before they are compiled.
 EffectCompilation compileEffect(const std::filesystem::path& file, const EffectCompilerOptions& options,
                                 const std::function<void(const std::vector<EffectInput>&)>& whenRead = {});
 

@@ -10,14 +10,14 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-// Effects whose text is small beside what they ask for: each is refused before it takes more memory and time
-// than any honest effect.
+// Effects whose text is small compared to the memory and time that they ask for. Each is refused before it
+// takes more than a real effect.
 namespace Qx::Host::Tests {
 namespace {
 
 using Files = std::map<std::string, std::string>;
 
-/// A macro NAME that comes to `factor` times `factor` of what `text` is.
+/// A macro NAME that expands to `text`, `factor` times `factor` times.
 std::string multiplied(const std::string& name, const std::string& text, std::size_t factor)
 {
     return "#define " + name + "0 " + text + "\n#define " + name + "1 " + repeated(name + "0 ", factor) +
@@ -132,7 +132,7 @@ const std::vector<Bomb>& bombs()
              return effect("float4 f() : COLOR { " + repeated("float a" + repeated("[1]", 5000) + ";", 60) +
                            " technique; }\n" + technique);
          },
-         "cannot stand inside"},
+         "is not allowed inside"},
         {"OverloadsThatCallEachOther",
          [] {
              return effect(numbered(10000, [](auto&) { return std::string("void g() { g; g; }\n"); }) +
@@ -212,8 +212,7 @@ INSTANTIATE_TEST_SUITE_P(Generated, Bombs, testing::ValuesIn(bombs()),
                              return std::string(test.param.name);
                          });
 
-/// Includes may not name what lies outside the directories of effects, so that no message tells what is
-/// there.
+/// Includes may not name files outside the directories of effects, so that no message reveals their content.
 TEST(Includes, stayInTheDirectoriesOfEffects)
 {
     const TemporaryDirectory directory;
@@ -227,7 +226,7 @@ TEST(Includes, stayInTheDirectoriesOfEffects)
     std::ofstream(root / "own" / "below" / "up.fxh") << "#include \"../near.fxh\"\n";
     std::ofstream(root / "search" / "there.fxh") << "float there;\n";
     std::ofstream(root / "search" / "below" / "up.fxh") << "#include \"../there.fxh\"\n";
-    const EffectCompilerOptions options{{}, {root / "search", root / "search" / "below"}};
+    const EffectCompilerOptions options{{{}, {root / "search", root / "search" / "below"}}};
     const auto compile = [&](const std::string& include) {
         std::ofstream(root / "own" / "effect.fx") << "#include \"" + include + "\"\n" << entry << technique;
         return compileEffect(root / "own" / "effect.fx", options);
@@ -261,9 +260,9 @@ TEST(HostileFiles, unreadableIsAnError)
     std::filesystem::permissions(file, std::filesystem::perms::none);
     std::filesystem::permissions(directory.path(), std::filesystem::perms::all);
     constexpr uid_t nobody = 65534;
-    const bool root = ::geteuid() == 0; // who may read everything
+    const bool root = ::geteuid() == 0; // root may read everything
     if (root && ::seteuid(nobody) != 0) {
-        GTEST_SKIP() << "there is no other user here";
+        GTEST_SKIP() << "no other user is available";
     }
     const EffectCompilation compilation = compileEffect(file, {});
     if (root) {

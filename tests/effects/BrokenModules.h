@@ -6,8 +6,8 @@
 
 namespace Qx::Host::Tests {
 
-/// Calls `pass` with the module cut off after each of its words; it says whether it found something to do.
-/// Where an instruction is cut, it finds nothing, and changes nothing.
+/// Calls `pass` with the module cut off after each of its words. `pass` returns whether it changed the
+/// module. It must not change one whose last instruction is cut.
 template <class Pass>
 void expectCutModulesLeftAlone(const Effects::Spirv::Words& whole, Pass pass)
 {
@@ -26,8 +26,8 @@ void expectCutModulesLeftAlone(const Effects::Spirv::Words& whole, Pass pass)
     EXPECT_GT(inInstructions, whole.size() / 2);
 }
 
-/// Calls `pass` with the module, each of whose instructions loses its words and each of whose words is
-/// changed, in turn. What is left of a changed module is one, unless the change cut it.
+/// Calls `pass` with modules in which one instruction lost its operands or one word is changed. The result of
+/// a changed word must still be a whole module.
 template <class Pass>
 void expectChangedModulesSurvived(const Effects::Spirv::Words& whole, Pass pass)
 {

@@ -4,14 +4,14 @@
 
 #include <fstream>
 
-// What docs/effects.md shows its readers is compiled, and says what the page says.
+// The examples in docs/effects.md are compiled, and their messages are those of the page.
 
 namespace Qx::Host::Tests {
 namespace {
 
 struct Block
 {
-    std::string kind; ///< what stands behind the opening fence
+    std::string kind; ///< the text after the opening fence
     std::string text;
     int line = 0;
 };

@@ -13,7 +13,7 @@
 #include <sstream>
 #include <stdexcept>
 
-// The sections of the text files that need a device: images, draws and the texels that must come out.
+// The sections of the text files that need a device: images, draws and the expected texels.
 
 namespace Qx::Host::Tests {
 namespace {
@@ -49,7 +49,7 @@ bool isComment(const std::string& line)
     return line.empty() || line.front() == '#';
 }
 
-/// A line is a row; its texels are "R G B A", with ';' between them.
+/// A line is a row of texels "R G B A", separated by ';'.
 Qx::Ptr<iGPUImage> uploaded(GPUService& gpu, const FxTest::Section& section, XY<int> size)
 {
     const Qx::Ptr<iHostImage> host = gpu.createHostImage(size, format);
@@ -76,7 +76,7 @@ Qx::Ptr<iGPUImage> uploaded(GPUService& gpu, const FxTest::Section& section, XY<
     return rows == size.y ? gpu.uploadImage(host, 0) : Qx::Ptr<iGPUImage>();
 }
 
-/// What a test has set up so far.
+/// The state of a test.
 class Drawing
 {
 public:

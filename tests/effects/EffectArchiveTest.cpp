@@ -1,4 +1,4 @@
-// Compiled effects as bytes: what is written is read again, and nothing else is taken for it.
+// Compiled effects as bytes: what is written can be read, and no other bytes are accepted.
 
 #include "host/effects/archive/EffectArchive.h"
 #include "tests/TemporaryDirectory.h"
@@ -59,7 +59,7 @@ protected:
 
     void SetUp() override { ASSERT_NE(compilation().effect, nullptr) << compilation().messages; }
 
-    /// The archive of the effect after a change that the compiler would not make.
+    /// The archive of the effect with a change that the compiler would not make.
     static std::vector<std::byte> archiveWith(const std::function<void(CompiledEffect&)>& change)
     {
         EffectCompilation changed = compilation();
@@ -106,7 +106,7 @@ TEST_F(EffectArchive, ComesBackAsItWasWritten)
     ASSERT_EQ(effect.techniques[0].passes[0].packed.size(), 2U);
     EXPECT_EQ(effect.techniques[0].passes[0].packed[1].depths.target, 16U);
     EXPECT_EQ(effect.textureUniforms, original.textureUniforms);
-    // What the lines above do not look at shows here.
+    // This covers the fields that the lines above do not check.
     EXPECT_EQ(writeEffectArchive(*read), bytes);
 }
 
@@ -216,13 +216,17 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
          [](Effect& e) {
              e.techniques[0].passes[0].samplers = {1, 0};
          }},
-        {"groups of no depth", [](Effect& e) { e.techniques[0].passes[0].packed[0].depths.source = 10; }},
-        {"groups for no depth", [](Effect& e) { e.techniques[0].passes[0].packed[0].depths.target = 10; }},
-        {"groups of no shader", [](Effect& e) { e.techniques[0].passes[0].packed[0].spirv.clear(); }},
-        {"groups of no sampler", [](Effect& e) { e.techniques[0].passes[0].packed[0].samplers = {2}; }},
-        {"groups of fewer sizes than samplers",
+        {"packed texels of no depth",
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].depths.source = 10; }},
+        {"packed texels for no depth",
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].depths.target = 10; }},
+        {"packed texels without a shader",
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].spirv.clear(); }},
+        {"packed texels of no sampler",
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].samplers = {2}; }},
+        {"packed texels of fewer sizes than samplers",
          [](Effect& e) { e.techniques[0].passes[0].packed[0].texelBytes.clear(); }},
-        {"groups of more sizes than samplers",
+        {"packed texels of more sizes than samplers",
          [](Effect& e) { e.techniques[0].passes[0].packed[0].texelBytes.push_back(16); }},
         {"packed texels of another size",
          [](Effect& e) { e.techniques[0].passes[0].packed[0].texelBytes.at(0) = 12; }},
@@ -230,10 +234,11 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
          [](Effect& e) { e.techniques[0].passes[0].packed[0].texelBytes.at(0) = 0; }},
         {"packed texels of half their size",
          [](Effect& e) { e.techniques[0].passes[0].packed[1].texelBytes.at(0) = 4; }},
-        {"groups of nine rows", [](Effect& e) { e.techniques[0].passes[0].packed[0].rows.assign(9, 0); }},
-        {"groups of a row past the end",
+        {"packed texels of nine rows",
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].rows.assign(9, 0); }},
+        {"packed texels of a row past the end",
          [](Effect& e) { e.techniques[0].passes[0].packed[0].rows = {e.uniformBytes / 16}; }},
-        {"groups of a row that wraps",
+        {"packed texels of a row that wraps",
          [](Effect& e) { e.techniques[0].passes[0].packed[0].rows = {0x10000000}; }},
         {"no room for a texture", [](Effect& e) { e.uniformBytes -= 16; }},
         {"textures among the parameters", [](Effect& e) { e.textureUniforms = 16; }},

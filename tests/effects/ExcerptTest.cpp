@@ -58,7 +58,7 @@ TEST(Excerpt, showsNothingThatSteersATerminal)
                         "b",
                         1, 1)
                   .text,
-              "a?b"); // the mark that turns the direction of the text
+              "a?b"); // the mark that reverses the direction of the text
     EXPECT_EQ(excerptOf("\xFF\xC0\x80\xE0\x80 \xF0\x9F", 1, 1).text, "??? ?");
 }
 

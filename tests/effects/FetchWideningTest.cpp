@@ -1,8 +1,7 @@
-// Neighbouring texels read as one: how many reads are left, of how many bytes, and that they give what single
-// reads gave.
+// Neighbouring texels read as one: how many reads are left, of how many bytes, and that they return the same
+// as single reads.
 
-#include "host/effects/spirv/FetchWidening.h"
-#include "host/effects/spirv/SpirvModule.h"
+#include "host/effects/spirv/Passes.h"
 #include "tests/effects/BrokenModules.h"
 #include "tests/effects/PackedDrawing.h"
 #include "tests/effects/ShaderInterpreter.h"
@@ -46,10 +45,10 @@ void PrintTo(const Reads& reads, std::ostream* to)
     *to << reads.fetches << " of " << reads.texelBytes << " bytes";
 }
 
-/// The column that the texel of a column comes from.
+/// The column of the source that a column of the target reads.
 using Source = std::function<std::int64_t(std::int64_t)>;
 
-/// Draws the effect at both depths and compares with the texels of those columns.
+/// Draws the effect at both depths and compares the result with the texels of those columns.
 void expectTexels(const std::string& body, const Source& source, Reads at8, Reads at16)
 {
     const std::shared_ptr<const CompiledEffect> effect = packedEffect(textOf(body));
@@ -81,7 +80,7 @@ TEST(FetchWidening, ReadsPackedNeighboursAtOnce)
     expectTexels("return at(5, pos.y);", [](auto) { return 5; }, {16, 1}, {16, 1});
 }
 
-TEST(FetchWidening, FindsThePartThatIsMeantBesideTheGroup)
+TEST(FetchWidening, FindsThePartOutsideThePackedTexel)
 {
     expectTexels("return at(pos.x - 1, pos.y);", [](auto x) { return x - 1; }, {16, 2}, {16, 2});
     expectTexels("return at(pos.x - 5, pos.y);", [](auto x) { return x - 5; }, {16, 2}, {16, 2});
@@ -182,7 +181,7 @@ std::vector<std::uint32_t> assembled(const std::string& text)
     return spirv;
 }
 
-/// Writes the texel that has the number `index`, which `code` computes.
+/// Assembly that writes the texel of the number `index`, which `code` computes.
 std::vector<std::uint32_t> moduleThatFetches(const std::string& code, const std::string& isSigned = "1",
                                              const std::string& index = "%index")
 {

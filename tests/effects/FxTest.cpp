@@ -25,7 +25,7 @@ std::string typeOf(const CompiledEffect::Parameter& parameter)
     return parameter.elements == 0 ? text : text + '[' + std::to_string(parameter.elements) + ']';
 }
 
-/// Every 4 bytes of the default as a number, padding included as "_" where it is zero.
+/// Every 4 bytes of the default as a number; padding that is zero as "_".
 std::string defaultOf(const CompiledEffect::Parameter& parameter)
 {
     std::ostringstream text;
@@ -94,7 +94,7 @@ std::vector<FxTest> readFxTests(const std::filesystem::path& file)
     int number = 0;
     for (std::string line; std::getline(stream, line);) {
         ++number;
-        // An attribute in an effect stands in brackets too, but never alone on an unindented line.
+        // An attribute in an effect has brackets too, but is never alone on an unindented line.
         if (line.size() <= 2 || line.front() != '[' || line.back() != ']') {
             if (!tests.back().sections.empty()) {
                 tests.back().sections.back().lines.push_back(line);

@@ -17,7 +17,7 @@ std::string joined(const std::vector<std::string>& lines)
     return text;
 }
 
-/// Messages name files as opened; a test names them from the directory that holds them.
+/// Messages name files as opened; a test names them relative to its directory.
 std::string withoutDirectory(std::string text, const std::string& directory)
 {
     for (std::size_t at = text.find(directory); at != std::string::npos; at = text.find(directory)) {

@@ -19,7 +19,7 @@ std::string effectWith(const std::string& body)
            " }\ntechnique A { pass { PixelShader = compile ps_3_0 f(); } }\n";
 }
 
-/// Functions of which each calls the one before it `calls` times.
+/// Functions that each call the one before `calls` times.
 std::string callChain(std::size_t functions, std::size_t calls)
 {
     std::string text = "float4 g0(float2 x) { return x.xyxy; }\n";
@@ -31,7 +31,7 @@ std::string callChain(std::size_t functions, std::size_t calls)
     return text + effectWith("return g" + std::to_string(functions - 1) + "(uv);");
 }
 
-/// Macros of which each is the one before it `times` over.
+/// Macros that each repeat the one before `times` times.
 std::string macroTower(std::size_t height, std::size_t times, const std::string& bottom)
 {
     std::string text = "#define M0 " + bottom + "\n";
@@ -45,7 +45,7 @@ struct Hostile
 {
     const char* name;
     std::function<std::string()> text;
-    const char* error; ///< part of the message; null where the input is good
+    const char* error; ///< part of the message; null if the input is good
 };
 
 void PrintTo(const Hostile& hostile, std::ostream* stream)
@@ -136,7 +136,7 @@ const std::vector<Hostile>& hostileInputs()
         {"SignsInDefault", [] { return "float a = " + repeated("- ", 100000) + "1;"; },
          "nested more than 128"},
         {"SignsInFunction", [] { return effectWith("return " + repeated("- ", 100000) + "1;"); },
-         "operators stand in a row"},
+         "consecutive operators"},
         {"NegationsInCondition", [] { return "#if " + repeated("!", 100000) + "1\n#endif\n"; },
          "nested more than 128"},
         {"BracesInDefault", [] { return "float a = " + repeated("{", 200) + "1" + repeated("}", 200) + ";"; },
@@ -153,8 +153,8 @@ const std::vector<Hostile>& hostileInputs()
          "branches or loops"},
         {"ChainOfChoices", [] { return effectWith("return " + repeated("uv.x > 1 ? 2 : ", 5000) + "1;"); },
          "branches or loops"},
-        {"CallsThatMultiply", [] { return callChain(40, 2); }, "with all that it calls"},
-        {"CallsInALongChain", [] { return callChain(10000, 1); }, "with all that it calls"},
+        {"CallsThatMultiply", [] { return callChain(40, 2); }, "after inlining all that it calls"},
+        {"CallsInALongChain", [] { return callChain(10000, 1); }, "after inlining all that it calls"},
         {"CallsInAChainThatIsAllowed", [] { return callChain(100, 1); }, nullptr},
         {"LoopThatAsksForUnrolling",
          [] {
@@ -214,7 +214,8 @@ const std::vector<Hostile>& hostileInputs()
         {"HugeDefault", [] { return "int a = 99999999999999999999;\n" + effectWith("return a;"); }, nullptr},
         {"UnnamedParameter", [] { return std::string("void main(int){}"); }, "name of a parameter"},
         {"InitializedSampler", [] { return std::string("sampler a=o(0++"); }, "sampler_state"},
-        {"TechniqueInFunction", [] { return effectWith("technique B { pass { } }"); }, "cannot stand inside"},
+        {"TechniqueInFunction", [] { return effectWith("technique B { pass { } }"); },
+         "is not allowed inside"},
         {"EverythingCutOff", [] { return effectWith("return 1;").substr(0, 70); }, "is expected"},
     };
     return inputs;
@@ -225,7 +226,7 @@ INSTANTIATE_TEST_SUITE_P(Generated, HostileInputs, testing::ValuesIn(hostileInpu
                              return std::string(test.param.name);
                          });
 
-/// What an effect loses at any place of its text: the answer is a message or an effect, never a crash.
+/// The text of an effect with a piece removed anywhere: the result is a message or an effect, never a crash.
 TEST(HostileInput, cutAnywhereIsAnswered)
 {
     const std::string whole =
@@ -284,7 +285,7 @@ TEST(HostileInput, includeDirectoriesAreSearchedInOrder)
     std::ofstream(directory.path() / "second" / "a.fxh") << "float fromSecond;\n";
     std::ofstream(directory.path() / "own" / "effect.fx") << "#include \"a.fxh\"\n"
                                                           << effectWith("return 1;");
-    const EffectCompilerOptions options{{}, {directory.path() / "first", directory.path() / "second"}};
+    const EffectCompilerOptions options{{{}, {directory.path() / "first", directory.path() / "second"}}};
 
     const EffectCompilation second = compileEffect(directory.path() / "own" / "effect.fx", options);
     ASSERT_NE(second.effect, nullptr) << second.messages;

@@ -1,4 +1,4 @@
-// Comparisons of columns with constants, against what they come to in plain arithmetic.
+// Comparisons of columns with constants, against plain arithmetic.
 
 #include "host/effects/spirv/SpirvModule.h"
 #include "tests/effects/PackedDrawing.h"
@@ -19,7 +19,7 @@ std::string textOf(const std::string& body)
 
 using Limits = std::array<std::int64_t, 8>;
 
-/// Compares `text`, of pos.x, with all limits in each of the four ways, for 64 columns, at both depths.
+/// Compares `text`, an expression of pos.x, with all limits by each of the four operators, for 64 columns.
 void expectComparisons(const std::string& text, const std::function<std::int64_t(std::int64_t)>& value,
                        const Limits& limits)
 {
@@ -93,7 +93,7 @@ TEST(IndexArithmetic, ComparesWithWhatNoColumnReaches)
 
 TEST(IndexArithmetic, ComparesProductsThatLeaveTheirBits)
 {
-    expectComparisons("((pos.x - 262144) >> 3) * 131072", // 2^32 below what is left of it
+    expectComparisons("((pos.x - 262144) >> 3) * 131072", // the exact product is 2^32 below its lower 32 bits
                       [](auto x) { return (x >> 3) * 131072; },
                       {-1, 0, 1, 131071, 131072, 131073, 917503, 917504});
 }
@@ -123,9 +123,9 @@ TEST(IndexArithmetic, LeavesNoComparisonThatComesToTheSameForAllColumns)
 
 TEST(IndexArithmetic, ComparesPackedColumnsOnceWhereTheyAgree)
 {
-    EXPECT_EQ(comparisonsLeft("pos.x > 3"), 1U);  // no column of group 0, every one behind it
-    EXPECT_EQ(comparisonsLeft("pos.x > 0"), 1U);  // of group 0 only the first does not
-    EXPECT_EQ(comparisonsLeft("pos.x >= 6"), 2U); // group 1 is divided
+    EXPECT_EQ(comparisonsLeft("pos.x > 3"), 1U);  // no column of fragment 0, all columns of the others
+    EXPECT_EQ(comparisonsLeft("pos.x > 0"), 1U);  // all columns but the first of fragment 0
+    EXPECT_EQ(comparisonsLeft("pos.x >= 6"), 2U); // fragment 1 has both
 }
 
 } // namespace

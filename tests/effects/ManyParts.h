@@ -6,10 +6,10 @@
 
 namespace Qx::Host::Tests {
 
-/// Texts of many parts.
+/// Texts with many parts.
 std::string repeated(const std::string& text, std::size_t count);
 
-/// What `text` makes of "0", "1" and so on.
+/// The concatenated results of `text` for "0", "1" and so on.
 std::string numbered(std::size_t count, const std::function<std::string(const std::string&)>& text);
 
 } // namespace Qx::Host::Tests

@@ -92,8 +92,8 @@ std::vector<std::byte> drawRow(const CompiledEffect& effect, const CompiledEffec
                                                   bytes == picture.texelBytes() ? picture.bits : 32};
     }
     std::vector<std::byte> drawn;
-    for (std::uint32_t group = 0; group < packed; ++group) {
-        inputs.position = {static_cast<float>(group) + 0.5F, static_cast<float>(row) + 0.5F};
+    for (std::uint32_t column = 0; column < packed; ++column) {
+        inputs.position = {static_cast<float>(column) + 0.5F, static_cast<float>(row) + 0.5F};
         const std::array<std::uint32_t, 4> words = runFragment(shader.spirv, inputs);
         const auto made = std::as_bytes(std::span(words));
         drawn.insert(drawn.end(), made.begin(), made.end());

@@ -10,11 +10,11 @@
 
 namespace Qx::Host::Tests {
 
-/// An effect of one pass, with its shaders for packed texels. Null, and a failed expectation, when it does
-/// not compile.
+/// Compiles an effect of one pass, with its shaders for packed texels. Returns null, with a failed
+/// expectation, if it does not compile.
 std::shared_ptr<const CompiledEffect> packedEffect(const std::string& text);
 
-/// A picture of known bytes that differ, in rows of whole groups.
+/// A picture of known, different bytes. A row is a whole number of packed texels.
 struct PackedPicture
 {
     static constexpr std::size_t columns = 64;
@@ -23,26 +23,27 @@ struct PackedPicture
     PackedPicture(std::uint32_t bits, std::uint32_t seed);
 
     std::uint32_t texelBytes() const { return bits / 2; }
-    /// Counted through the rows, as a shader does; zeros outside.
+    /// The texel of that number, counted through the rows as a shader does; zeros outside the picture.
     std::vector<std::byte> texel(std::int64_t number) const;
 
     std::uint32_t bits;
     std::vector<std::byte> bytes;
 };
 
-/// What a group shader makes of a row: the texels of the fragments 0 to `groups` - 1. `pictures` are those of
-/// the effect's textures. The uniforms are the parameters' defaults and what a host says of the pictures.
+/// Draws a row with a shader for packed texels and returns its bytes: those of the fragments 0 to `packed`
+/// - 1. `pictures` are the effect's textures. The uniforms are the parameters' defaults and the values that a
+/// host sets for the pictures.
 std::vector<std::byte> drawRow(const CompiledEffect& effect, const CompiledEffect::PackedShader& shader,
                                const std::vector<PackedPicture>& pictures, std::uint32_t row,
                                std::uint32_t packed);
 
-/// Instructions of that number in the shader.
+/// The number of instructions with that opcode.
 std::size_t countOf(const std::vector<std::uint32_t>& spirv, std::uint32_t op);
 
-/// Fetches of texels in the shader, those of one texel of one image counted once.
+/// The number of fetches; several of one texel of one image count once.
 std::size_t fetchesIn(const std::vector<std::uint32_t>& spirv);
 
-/// What SPIRV-Tools finds wrong with it; nothing when it is valid.
+/// The errors that SPIRV-Tools finds; empty if the shader is valid.
 std::string problemsOf(const std::vector<std::uint32_t>& spirv);
 
 } // namespace Qx::Host::Tests

@@ -9,7 +9,7 @@
 
 #include <glslang/SPIRV/spirv.hpp>
 
-// What the shaders for packed texels have in common between neighbours, seen in their SPIR-V.
+// What shaders for packed texels share between neighbours, seen in their SPIR-V.
 
 namespace Qx::Host::Tests {
 namespace {
@@ -32,7 +32,7 @@ technique T { pass { PixelShader = compile ps_3_0 entry(); } }
     return result.effect != nullptr ? result.effect->techniques[0].passes[0] : CompiledEffect::Pass();
 }
 
-/// Texels that the shader of 8 bits reads, each counted once however often it is named.
+/// The number of different texels that the shader of 8 bits reads.
 std::size_t texelsRead(const CompiledEffect::Pass& pass)
 {
     return fetchesIn(pass.packed.at(0).spirv);

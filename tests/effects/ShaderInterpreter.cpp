@@ -22,7 +22,7 @@ using Value = std::vector<std::uint32_t>; ///< the bits of each component
 struct Pointer
 {
     Id variable = 0;
-    Id type = 0;              ///< of what it points at
+    Id type = 0;              ///< of the pointee
     std::uint32_t offset = 0; ///< in bytes
 };
 
@@ -157,7 +157,7 @@ private:
         }
     }
 
-    /// The phis of a block take their values at the same time.
+    /// The phis of a block are evaluated together.
     void phi(const Instruction& first)
     {
         std::vector<std::pair<Id, Value>> taken;

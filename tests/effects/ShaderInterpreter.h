@@ -9,7 +9,7 @@
 
 namespace Qx::Host::Tests {
 
-/// What one fragment of a shader for packed texels is given.
+/// The inputs of one fragment of a shader for packed texels.
 struct FragmentInputs
 {
     struct Buffer
@@ -22,11 +22,11 @@ struct FragmentInputs
     std::array<float, 2> position{};
     std::vector<std::byte> uniforms;
     std::vector<std::uint32_t> rows;         ///< of the uniforms, by the location of the input
-    std::map<std::uint32_t, Buffer> buffers; ///< by binding; what lies outside of one is 0
+    std::map<std::uint32_t, Buffer> buffers; ///< by binding; bytes outside of one are 0
 };
 
-/// Runs a shader for one fragment, by reading its SPIR-V: a second opinion on what passes over it did.
-/// Knows the instructions that small shaders come to, no more: throws std::runtime_error on others.
+/// Runs a shader for one fragment by interpreting its SPIR-V: an independent check of the passes over it.
+/// Supports the instructions of small shaders only; throws std::runtime_error for others.
 std::array<std::uint32_t, 4> runFragment(const std::vector<std::uint32_t>& spirv,
                                          const FragmentInputs& inputs);
 

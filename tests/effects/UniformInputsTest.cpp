@@ -1,7 +1,7 @@
-// Uniforms that come as inputs: which, at which locations, and that the shader still makes the same of them.
+// Uniforms that become inputs: which, at which locations, and that the shader still draws the same.
 
-#include "host/effects/spirv/UniformInputs.h"
 #include "host/effects/EffectCompiler.h"
+#include "host/effects/spirv/Passes.h"
 #include "host/effects/spirv/SpirvModule.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/effects/BrokenModules.h"
@@ -20,7 +20,7 @@ constexpr std::uint32_t firstRow = sizeof(CompiledEffect::SystemUniforms) / 16; 
 
 std::string textOf(const std::string& parameters, const std::string& body)
 {
-    // The column is read so that there is an input of four floats to begin with.
+    // The column is read so that the shader has an input of four floats.
     return parameters + R"(
 float4 entry(int2 pos : VPOS) : COLORCODE { )" +
            body + R"( }
@@ -34,7 +34,7 @@ struct Made
     std::vector<std::uint8_t> codes; ///< r, g, b, a of the texel of column 1
 };
 
-/// At 8 bits. `draws` without: only which rows.
+/// At 8 bits. Without `draws`, only the rows are checked.
 Made make(const std::string& parameters, const std::string& body, bool draws = true)
 {
     const std::shared_ptr<const CompiledEffect> effect = packedEffect(textOf(parameters, body));

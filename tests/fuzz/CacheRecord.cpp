@@ -25,7 +25,7 @@ void cacheRecord(Input input)
 {
     const std::span<const std::byte> bytes = std::as_bytes(input);
     std::vector<std::byte> record(bytes.begin(), bytes.end());
-    // The key that the record says is its own, behind the mark and the kind.
+    // The key that the record claims, after the mark and the kind.
     constexpr std::size_t keyAt = 9;
     Digest key{};
     if (record.size() >= keyAt + key.size()) {
@@ -33,7 +33,7 @@ void cacheRecord(Input input)
     }
     check(record, Kind::Effect, key);
     check(record, Kind::Pipelines, key);
-    // No fuzzer finds a digest: with one that fits, the rest is looked at too.
+    // No fuzzer finds a digest; with a valid one the rest is covered too.
     const Digest digest = digestOf(record);
     record.insert(record.end(), digest.begin(), digest.end());
     check(record, Kind::Effect, key);

@@ -64,7 +64,7 @@ TEST_P(Corpus, everyInputIsAnsweredCutAnywhere)
     }
 }
 
-/// A corpus of refused inputs would show nothing of what is behind the first check.
+/// A corpus of refused inputs would not test anything after the first check.
 class Seeds : public testing::Test
 {
 protected:

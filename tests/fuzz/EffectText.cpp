@@ -1,5 +1,7 @@
 #include "tests/fuzz/EffectText.h"
 
+#include "host/effects/framework/Limits.h"
+
 #include <string_view>
 
 namespace Qx::Fuzz {
@@ -7,7 +9,7 @@ namespace {
 
 using namespace Host::Effects;
 
-// A directory that no machine has, so that what is not in the input cannot be read either.
+// A directory that no machine has, so that nothing but the input can be read.
 constexpr const char* directory = "/nonexistent-fuzz";
 
 std::string pathOf(std::string_view name)
@@ -26,7 +28,7 @@ EffectText::EffectText(Input input)
     for (bool more = true; more;) {
         const std::size_t end = rest.find(separator);
         more = end != std::string_view::npos;
-        if (!name.empty()) { // no file is without a name
+        if (!name.empty()) { // every file has a name
             files_.add({pathOf(name), name, files_.keep(std::string(rest.substr(0, end)))});
         }
         if (more) {

@@ -5,7 +5,7 @@
 
 namespace Qx::Fuzz {
 
-/// The effect of an input and the files that it may include, as if they had been read.
+/// The effect of an input and the files that it may include, as if they were read from disk.
 class EffectText
 {
 public:
@@ -16,7 +16,7 @@ public:
 
     void checkPlace(Host::Effects::Location at) const;
 
-    /// That everything there is to say can be said to a person.
+    /// Checks that all messages have a place and are printable.
     void checkMessages();
 
     Host::Effects::Problems& problems() { return problems_; }
@@ -24,7 +24,7 @@ public:
 private:
     Host::Effects::SourceFiles files_;
     Host::Effects::Problems problems_{files_};
-    Host::EffectCompilerOptions options_;
+    Host::PreprocessorOptions options_;
 };
 
 } // namespace Qx::Fuzz

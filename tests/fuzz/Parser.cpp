@@ -2,6 +2,7 @@
 #include "host/effects/framework/LikelyMistakes.h"
 #include "host/effects/hlsl/ParameterLayout.h"
 #include "host/effects/hlsl/PassText.h"
+#include "host/effects/hlsl/Remainders.h"
 #include "tests/fuzz/EffectText.h"
 
 #include <algorithm>
@@ -55,11 +56,12 @@ void parse(EffectText& text)
     if (text.problems().failed()) {
         return;
     }
-    const EffectSyntax syntax = EffectParser(tokens, text.problems()).parse();
+    EffectSyntax syntax = EffectParser(tokens, text.problems()).parse();
     promise(syntax.complete || text.problems().failed(), "something was left out without an error");
     if (!syntax.complete) {
         return;
     }
+    keepRemainders(syntax);
     CompiledEffect effect;
     layOutParameters(syntax, effect, text.problems());
     const auto names = checkPasses(text, syntax, effect);

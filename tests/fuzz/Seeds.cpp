@@ -1,4 +1,4 @@
-/// Writes real records into the corpora of effectArchive, cacheRecord and worker; its argument is the folder
+/// Writes real records into the corpora of effectArchive, cacheRecord and worker. Its argument is the folder
 /// of the corpora.
 
 #include "host/cache/Record.h"
@@ -53,7 +53,7 @@ Bytes archiveOf(const char* text)
     return writeEffectArchive(compilation);
 }
 
-/// What goes over the wire for these frames.
+/// The bytes of these frames on the wire.
 class Wire
 {
 public:
@@ -117,8 +117,7 @@ int main(int count, char** arguments)
         return 2;
     }
     const Corpora corpora(std::filesystem::absolute(arguments[1]));
-    // Records name files as they were asked for: from a folder of their own the seeds are the same
-    // everywhere.
+    // Records name files as requested: in a folder of their own the seeds are the same on every machine.
     std::string folder = (std::filesystem::temp_directory_path() / "qx-seeds-XXXXXX").string();
     if (::mkdtemp(folder.data()) == nullptr || ::chdir(folder.c_str()) != 0) {
         std::perror(folder.c_str());

@@ -8,7 +8,7 @@
 namespace Qx::Fuzz {
 namespace {
 
-/// What is said about the settings waits to be taken, and is written nowhere.
+/// Messages about the settings wait to be taken and are not written anywhere.
 Host::HostLog& quietLog()
 {
     static Host::HostLog& log = []() -> Host::HostLog& {

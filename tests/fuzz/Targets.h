@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <string>
 
-/// What the fuzzers drive. A target takes any bytes, touches neither files nor devices, and throws Find for
-/// an answer that breaks a promise; crashes, hangs and exhausted memory speak for themselves.
+/// The targets of the fuzzers. A target takes any bytes and touches neither files nor devices. It throws Find
+/// if a result breaks a promise; the fuzzer itself detects crashes, hangs and exhausted memory.
 namespace Qx::Fuzz {
 
 using Input = std::span<const std::uint8_t>;
@@ -26,13 +26,13 @@ inline void promise(bool holds, const std::string& what)
     }
 }
 
-void preprocessor(Input input);  ///< an effect's text, and its includes behind lines "//// NAME"
-void parser(Input input);        ///< the same, up to the text that the HLSL compiler gets
-void rowGeometry(Input input);   ///< the description of an image, field after field
+void preprocessor(Input input);  ///< an effect's text, and its includes after lines "//// NAME"
+void parser(Input input);        ///< the same, up to the text for the HLSL compiler
+void rowGeometry(Input input);   ///< the description of an image, field by field
 void settings(Input input);      ///< a settings file
 void effectArchive(Input input); ///< a compiled effect, from a cache or a worker
 void cacheRecord(Input input);   ///< a file of the cache
-void worker(Input input);        ///< the frames that host and worker process send each other
+void worker(Input input);        ///< the frames between the host and the worker process
 void cube(Input input);          ///< a .cube file
 
 struct Target

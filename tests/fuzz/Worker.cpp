@@ -9,7 +9,7 @@ namespace {
 
 using namespace Host::Worker;
 
-/// What was understood is sent on as it was understood.
+/// A decoded payload is encoded and decoded to the same.
 template <class Value>
 void check(std::span<const std::byte> payload, std::optional<Value> (*decode)(std::span<const std::byte>))
 {
@@ -33,7 +33,7 @@ void checkPayload(std::span<const std::byte> payload)
 
 void worker(Input input)
 {
-    constexpr std::size_t mostBytes = 64U << 10U; // that a socket takes before anybody reads
+    constexpr std::size_t mostBytes = 64U << 10U; // that a socket takes without a reader
     const std::span<const std::byte> bytes = std::as_bytes(input.first(std::min(input.size(), mostBytes)));
     std::array<int, 2> ends{};
     promise(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) == 0, "there is no connection");
@@ -51,7 +51,7 @@ void worker(Input input)
     }
     promise(answer == Channel::Answer::Closed || answer == Channel::Answer::Malformed,
             "the other end is not gone");
-    checkPayload(bytes); // for what needs no frame to be found
+    checkPayload(bytes); // payloads without a frame
 }
 
 } // namespace Qx::Fuzz

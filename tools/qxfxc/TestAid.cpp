@@ -2,7 +2,7 @@
 
 #include "host/cache/Bytes.h"
 #include "host/effects/worker/Protocol.h"
-#include "tools/Misbehaviour.h"
+#include "tools/FaultInjection.h"
 #include "tools/qxfxc/Worker.h"
 
 #include <chrono>
@@ -57,17 +57,17 @@ void chatter()
     Channel channel(::dup(hostSocket));
     while (channel.send(FrameType::Step, encode(Step{}))) {
     }
-    Misbehaviour::stall();
+    FaultInjection::stall();
 }
 
 [[noreturn]] void sendGarbage()
 {
-    constexpr std::string_view text = "This is what no host understands, and long enough for a header.";
+    constexpr std::string_view text = "These bytes are no frame, and they are long enough for a header.";
     sendRaw(std::as_bytes(std::span(text)));
-    Misbehaviour::stall();
+    FaultInjection::stall();
 }
 
-/// The result that is none, or the announcement of one that is too long.
+/// A result that is no archive, or the announcement of one that is too long.
 [[noreturn]] void sendResult(bool tooLong)
 {
     constexpr std::uint32_t mark = 0x43467851;
@@ -78,19 +78,19 @@ void chatter()
     bytes.number(tooLong ? most : std::uint32_t{sizeof most});
     bytes.number(most);
     sendRaw(bytes.bytes());
-    Misbehaviour::stall();
+    FaultInjection::stall();
 }
 
 } // namespace
 
-void misbehave(std::string_view stage, const std::filesystem::path& file)
+void injectFault(std::string_view stage, const std::filesystem::path& file)
 {
-    static const auto& order = *new Misbehaviour::Order(Misbehaviour::orderFrom("QXFXC_TEST"));
-    const std::string& action = order.action;
-    if (order.where != stage || (!order.which.empty() && file.filename() != order.which)) {
+    static const auto& fault = *new FaultInjection::Fault(FaultInjection::faultFrom("QXFXC_TEST"));
+    const std::string& action = fault.action;
+    if (fault.where != stage || (!fault.which.empty() && file.filename() != fault.which)) {
         return;
     }
-    std::fprintf(stderr, "%d %s\n", static_cast<int>(::getpid()), order.where.c_str());
+    std::fprintf(stderr, "%d %s\n", static_cast<int>(::getpid()), fault.where.c_str());
     std::fflush(stderr);
     if (action == "gate") {
         waitForGate(file);
@@ -107,7 +107,7 @@ void misbehave(std::string_view stage, const std::filesystem::path& file)
     } else if (action == "lie" || action == "boast") {
         sendResult(action == "boast");
     } else {
-        Misbehaviour::misbehave(action);
+        FaultInjection::inject(action);
     }
 }
 

@@ -5,19 +5,20 @@
 
 namespace Qx::Host::Worker {
 
-/// A test aid: makes the worker misbehave where the environment variable QXFXC_TEST says so, which is
+/// Injects a fault into the worker, for tests, at the stage that the environment variable QXFXC_TEST names:
 /// "STAGE:ACTION" or "STAGE:ACTION:FILE"; with FILE only for effects of that file name. Stages are starting
-/// (before it says what it is), greeting, compiling, parsing (when all is read), pipelines, drawing,
+/// (before it identifies itself), greeting, compiling, parsing (when all files are read), pipelines, drawing,
 /// answering and waiting (for the next effect). First it writes its process id and the stage to standard
 /// error. Actions are
 ///
-/// - those of tools/Misbehaviour.h;
-/// - freeze (stops itself until the host has it go on);
-/// - gate (waits until the effect's file with ".go" behind its name exists);
-/// - memory (takes it until something stops that);
-/// - chatter (writes a lot to its standard output and error, and goes on);
-/// - flood (sends frames without end), garbage (sends what is no frame), lie (sends a result that is none),
-///   boast (announces a frame of 4 GiB).
-void misbehave(std::string_view stage, const std::filesystem::path& file);
+/// - those of tools/FaultInjection.h;
+/// - freeze (stops itself with SIGSTOP until the host continues it);
+/// - gate (waits until a file exists with the effect's name and ".go" appended);
+/// - memory (allocates without end);
+/// - chatter (writes a lot to its standard output and error, and continues);
+/// - flood (sends frames without end), garbage (sends bytes that are no frame), lie (sends a result that is
+/// no
+///   archive), boast (announces a frame of 4 GiB).
+void injectFault(std::string_view stage, const std::filesystem::path& file);
 
 } // namespace Qx::Host::Worker

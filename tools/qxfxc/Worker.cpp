@@ -20,7 +20,7 @@ constexpr bool sanitized = true;
 constexpr bool sanitized = false;
 #endif
 
-/// The address space that this process has taken, in bytes.
+/// The address space of this process, in bytes.
 std::uint64_t addressSpace()
 {
     unsigned long long pages = 0;
@@ -33,9 +33,9 @@ std::uint64_t addressSpace()
     return pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
 }
 
-/// What the kernel can refuse at once is not left to the host, which looks from time to time. Drivers reserve
-/// much more than they use, and the compiler's threads have large stacks, so that the bound is a wide one
-/// above what is taken already.
+/// The kernel refuses an excess at once, while the host only checks from time to time. The limit is well
+/// above the address space in use: drivers reserve much more than they use, and the compiler's threads have
+/// large stacks.
 void limitAddressSpace(std::uint64_t memoryBytes)
 {
     const std::uint64_t taken = addressSpace();
@@ -47,7 +47,7 @@ void limitAddressSpace(std::uint64_t memoryBytes)
     ::setrlimit(RLIMIT_AS, &limit);
 }
 
-/// One greeted worker.
+/// A worker after its greeting.
 class Service
 {
 public:
@@ -66,20 +66,19 @@ public:
         const auto step = [&](const Step& next) {
             channel_.send(FrameType::Step, encode(next));
             static constexpr const char* stages[] = {"compiling", "pipelines", "drawing"};
-            misbehave(stages[static_cast<std::size_t>(next.stage)], request.file);
+            injectFault(stages[static_cast<std::size_t>(next.stage)], request.file);
         };
         step({Stage::Compiling, {}, {}});
         if (::chdir(request.directory.c_str()) != 0) {
             EffectCompilation failure;
-            refuse(failure, request.file,
-                   "the directory " + request.directory.string() + " cannot be entered");
+            refuse(failure, request.file, "cannot change to the directory " + request.directory.string());
             return failure;
         }
         const auto whenRead = [&](const std::vector<EffectInput>& inputs) {
             EffectCompilation read;
             read.inputs = inputs;
             channel_.send(FrameType::Inputs, writeEffectArchive(read));
-            misbehave("parsing", request.file);
+            injectFault("parsing", request.file);
         };
         EffectCompilation compilation = compileEffect(request.file, request.options, whenRead);
         if (compilation.effect != nullptr && device_ != nullptr) {
@@ -87,11 +86,11 @@ public:
         }
         // A directory in use cannot be unmounted.
         static_cast<void>(::chdir("/") == 0);
-        misbehave("answering", request.file);
+        injectFault("answering", request.file);
         return compilation;
     }
 
-    /// Whether there is use in another request.
+    /// Whether another request can succeed.
     bool works() const { return device_ == nullptr || !device_->isLost(); }
 
 private:
@@ -113,7 +112,7 @@ EffectCompilation workSafely(Service& service, const CompileRequest& request)
 
 int serve(Channel& channel)
 {
-    misbehave("starting", {});
+    injectFault("starting", {});
     channel.send(FrameType::Ready, encode(Ready{}));
     Frame frame;
     if (channel.receive(frame, mostRequestBytes) != Channel::Answer::Frame ||
@@ -122,10 +121,10 @@ int serve(Channel& channel)
     }
     const std::optional<Hello> hello = decodeHello(frame.payload);
     if (!hello || hello->version != protocolVersion) {
-        channel.send(FrameType::Ready, encode(Ready{protocolVersion, "the host is of another version"}));
+        channel.send(FrameType::Ready, encode(Ready{protocolVersion, "the host has another version"}));
         return 1;
     }
-    misbehave("greeting", {});
+    injectFault("greeting", {});
     Service service(channel, *hello);
     channel.send(FrameType::Ready, encode(Ready{protocolVersion, service.problem()}));
     while (service.works()) {
@@ -137,7 +136,7 @@ int serve(Channel& channel)
         if (!request || !channel.send(FrameType::Result, writeEffectArchive(workSafely(service, *request)))) {
             return 1;
         }
-        misbehave("waiting", request->file);
+        injectFault("waiting", request->file);
     }
     return 0;
 }
@@ -146,7 +145,7 @@ int serve(Channel& channel)
 
 int serveHost()
 {
-    // Each thread's own arena would reserve address space that nobody uses.
+    // An arena for each thread would reserve address space without use.
     constexpr int arenas = 2;
     ::mallopt(M_ARENA_MAX, arenas);
     Channel channel(hostSocket);

@@ -3,7 +3,7 @@
 #include "host/cache/Bytes.h"
 #include "host/cache/ReadWhole.h"
 #include "host/effects/archive/EffectArchive.h"
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 #include "host/effects/hlsl/ShaderCompiler.h"
 
 #include <algorithm>
@@ -20,8 +20,8 @@ std::optional<Digest> digestOfFile(const std::filesystem::path& file)
     return bytes ? std::optional(Cache::digestOf(*bytes)) : std::nullopt;
 }
 
-/// Whether the include directories had a part in it: where each include was found at the first place that was
-/// looked at, below the effect's own directory, other directories would have changed nothing.
+/// Whether the include directories mattered. If each include was found at the first place, below the effect's
+/// own directory, other directories would have had the same result.
 bool needsDirectories(const std::filesystem::path& file, const EffectCompilation& compilation)
 {
     return std::any_of(compilation.inputs.begin(), compilation.inputs.end(), [&](const EffectInput& input) {
@@ -40,8 +40,8 @@ Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& conte
     to.number(effectArchiveVersion);
     to.text(Effects::shaderCompilerVersion());
     to.text(driver_);
-    // Messages repeat the path as it was given; a relative one, and includes beside it, depend on where the
-    // process stands.
+    // Messages repeat the path as it was given. A relative path, and the includes beside it, depend on the
+    // working directory.
     std::error_code error;
     to.text(file.native());
     to.text(std::filesystem::absolute(file, error).native());
@@ -87,7 +87,7 @@ void EffectCache::keep(const std::filesystem::path& file, const EffectCompilerOp
     if (compilation.effect == nullptr || compilation.inputs.empty() || !compilation.inputs[0].content) {
         return;
     }
-    // The text that was compiled decides: the file may have been saved again meanwhile.
+    // The compiled text is the key: the file may have been saved again meanwhile.
     const Digest key =
         keyOf(file, *compilation.inputs[0].content, options, needsDirectories(file, compilation));
     store_->store(Cache::Kind::Effect, key, writeEffectArchive(compilation));

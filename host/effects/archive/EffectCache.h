@@ -13,27 +13,27 @@ namespace Qx::Host {
 
 /// Compiled effects on disk.
 ///
-/// An entry is found by the effect's path and every byte of its text, the definitions, the include
-/// directories if it needed them, the versions of the compiler's libraries and of the format, and the
-/// driver. It holds with what the compilation looked for: it serves as long as each included file has the
-/// same bytes, and no file has appeared where one was looked for in vain. Warnings come back with the effect.
+/// The key of an entry is the effect's path and every byte of its text, the definitions, the include
+/// directories if they mattered, the versions of the compiler's libraries and of the format, and the driver.
+/// An entry is valid as long as each included file has the same bytes, and no file has appeared where the
+/// compilation found none. It includes the warnings.
 ///
-/// What failed is not kept: its author is about to change it. Any thread, several at once; only
-/// std::bad_alloc is thrown.
+/// Failed compilations are not kept: their authors are about to change them. Thread-safe. Throws
+/// std::bad_alloc only.
 class EffectCache
 {
 public:
-    /// `driver` tells the device and its driver from others: what one takes says nothing of another.
+    /// `driver` identifies the device and its driver: each accepts other shaders.
     EffectCache(std::shared_ptr<Cache::FileStore> store, std::string driver)
         : store_(std::move(store)), driver_(std::move(driver))
     {
     }
 
-    /// What compileEffect() would answer now, if it is there.
+    /// Returns the result that compileEffect() would have now, if there is a valid entry.
     std::optional<EffectCompilation> find(const std::filesystem::path& file,
                                           const EffectCompilerOptions& options) const;
 
-    /// Keeps a successful compilation of that file with those options; a failed one is passed over.
+    /// Stores a successful compilation of that file with those options; ignores a failed one.
     void keep(const std::filesystem::path& file, const EffectCompilerOptions& options,
               const EffectCompilation& compilation) const;
 

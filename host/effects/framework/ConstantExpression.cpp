@@ -1,6 +1,6 @@
 #include "host/effects/framework/ConstantExpression.h"
 
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 
 #include <algorithm>
 #include <array>
@@ -18,7 +18,7 @@ struct Operator
     int precedence;
 };
 
-// C's order of precedence, from the loosest.
+// C's order of precedence, the lowest first.
 constexpr std::array<Operator, 18> operators{{{"||", 1},
                                               {"&&", 2},
                                               {"|", 3},
@@ -40,7 +40,7 @@ constexpr std::array<Operator, 18> operators{{{"||", 1},
 
 std::int64_t toInteger(double value)
 {
-    // Converting what does not fit is undefined in C++.
+    // Converting a value out of range is undefined in C++.
     constexpr double bound = 9.0e18;
     return std::isnan(value) ? 0 : static_cast<std::int64_t>(std::clamp(value, -bound, bound));
 }
@@ -93,14 +93,14 @@ double apply(const Token& op, double a, double b, bool integer)
     return holds ? 1.0 : 0.0;
 }
 
-/// Component by component; a scalar goes with every component of the other.
+/// Component by component; a scalar is combined with every component of the other.
 template <typename Function>
 ConstantValue zip(const Token& at, const ConstantValue& a, const ConstantValue& b, Function function)
 {
     const std::size_t count = std::max(a.components.size(), b.components.size());
     if ((a.components.size() != count && a.components.size() != 1) ||
         (b.components.size() != count && b.components.size() != 1)) {
-        throw CompileError(at.at, inQuotes(at.text) + " joins " + std::to_string(a.components.size()) +
+        throw CompileError(at.at, inQuotes(at.text) + " combines " + std::to_string(a.components.size()) +
                                       " and " + std::to_string(b.components.size()) + " components");
     }
     ConstantValue result;
@@ -224,7 +224,7 @@ std::optional<NumericType> NumericType::named(std::string_view name)
     return name == "matrix" ? std::optional(NumericType{Scalar::Float, 4, 4}) : std::nullopt;
 }
 
-/// Counts how deep the reading is nested, so that no input exhausts the stack.
+/// Bounds the depth of the recursion, so that no input exhausts the stack.
 class ConstantReader::Depth
 {
 public:
@@ -326,7 +326,7 @@ ConstantValue ConstantReader::readPostfix()
     while (accept(".")) {
         const Token swizzle = *token_;
         if (swizzle.kind != TokenKind::Identifier) {
-            throw CompileError(swizzle.at, "components are missing behind '.'");
+            throw CompileError(swizzle.at, "components are missing after '.'");
         }
         ++token_;
         ConstantValue picked;

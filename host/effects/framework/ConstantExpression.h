@@ -10,8 +10,8 @@
 
 namespace Qx::Host::Effects {
 
-/// What an expression without variables comes to: a scalar, a vector, a matrix or the flat content of a
-/// braced list, always in row order. Arithmetic is in double precision; integers divide as integers.
+/// The value of a constant expression: a scalar, a vector, a matrix or the flat content of a braced list,
+/// always in row order. Arithmetic is in double precision; integers divide as integers.
 struct ConstantValue
 {
     std::vector<double> components{0.0};
@@ -28,7 +28,7 @@ struct NumericType
         Float,
         Int,
         Bool,
-        Other ///< one that parameters cannot have: uint, double
+        Other ///< uint or double, which parameters cannot have
     };
     Scalar scalar = Scalar::Float;
     std::uint32_t rows = 1;
@@ -36,32 +36,32 @@ struct NumericType
 
     std::uint32_t components() const { return rows * columns; }
 
-    /// Its name with float for half and fixed: "float3", "int", "float4x4". Not for Other.
+    /// The name with float for half and fixed: "float3", "int", "float4x4". Not for Other.
     std::string_view spelling() const;
 
-    /// The type that a name spells: float, half and fixed (all held as floats), int, bool, uint, double, with
-    /// N or NxM behind them.
+    /// The type of that name: float, half and fixed (all stored as floats), int, bool, uint or double,
+    /// followed by nothing, N or NxM.
     static std::optional<NumericType> named(std::string_view name);
 };
 
-/// The value as `count` components of a type; a single number stands for all of them when `spread`. Throws
-/// CompileError, naming `at`, when there are too few or too many.
+/// Converts the value to `count` components of a type. If `spread`, a single number becomes all of them.
+/// Throws CompileError at `at` if there are too few or too many.
 ConstantValue fitted(ConstantValue value, NumericType::Scalar scalar, std::size_t count, bool spread,
                      const Token& at);
 
-/// Reads one expression from tokens that end with an End token. Throws CompileError for what is not constant.
+/// Reads one constant expression from tokens that end with an End token. Throws CompileError for others.
 class ConstantReader
 {
 public:
-    /// What a name stands for; nothing when it is no constant.
+    /// The value of a named constant; nothing for other names.
     using Names = std::function<std::optional<ConstantValue>(const Token&)>;
 
     ConstantReader(const Token* begin, Names names) : token_(begin), names_(std::move(names)) {}
 
-    /// An expression without commas at its top.
+    /// An expression without commas at its top level.
     ConstantValue readExpression();
 
-    /// An expression, or a list in braces of such, flattened.
+    /// An expression, or a braced list of expressions, which is flattened.
     ConstantValue readInitializer();
 
     /// The first token that was not read.

@@ -6,8 +6,8 @@
 
 namespace Qx::Host {
 
-/// One thing that the effect compiler has to say. Plain data, bounded in size: texts are cut to what a person
-/// reads. Texts are printable; names of files are as they are, in whatever bytes.
+/// One message of the effect compiler. Plain data of bounded size: long texts are cut. Texts are printable;
+/// names of files are the bytes that the system has.
 struct Diagnostic
 {
     enum class Severity : std::uint8_t
@@ -16,8 +16,7 @@ struct Diagnostic
         Warning
     };
 
-    /// Lines and columns count from 1, columns in characters: a tab is one. What concerns a file as a whole
-    /// stands at 1:1.
+    /// Lines and columns count from 1, columns in characters: a tab is one. The place of a whole file is 1:1.
     struct Place
     {
         std::string file;
@@ -29,33 +28,33 @@ struct Diagnostic
     Place at;
     std::string text;
 
-    /// The first technique and pass that it concerns, both empty when it is about none; an unnamed pass is
-    /// empty. `otherPasses` more have the same.
+    /// The first technique and pass that it concerns, both empty for none; the name of an unnamed pass is
+    /// empty. `otherPasses` is the number of further passes with the same message.
     std::string technique;
     std::string pass;
     std::uint32_t otherPasses = 0;
 
-    /// The author's line around the place: tabs as blanks, what cannot be shown as '?', a long line cut at
-    /// "...". `caret` is the place in it, in terminal cells from 0. Empty when there is nothing to show.
+    /// The author's line around the place: tabs as blanks, unprintable characters as '?', a long line cut at
+    /// "...". `caret` is the place in it, in terminal cells from 0. Empty for a blank line.
     std::string excerpt;
     std::uint32_t caret = 0;
 
-    /// The macro whose body the place came from, and where in the body. Empty for none.
+    /// The macro whose body the token came from, and where in the body. Empty for none.
     std::string macro;
     Place macroBody;
 
     /// Where the file was included, nearest first; empty for the effect itself.
     std::vector<Place> includedFrom;
 
-    /// What else helps: hints, and how many messages were left out.
+    /// Hints, and how many messages were left out.
     std::vector<std::string> notes;
 };
 
-/// "FILE:LINE:COLUMN: error: TEXT" and behind it, indented, the author's line with a caret under the place,
-/// the technique and pass, the macro, the chain of includes and the notes, each on a line of its own.
+/// "FILE:LINE:COLUMN: error: TEXT", followed by indented lines: the author's line with a caret under the
+/// place, the technique and pass, the macro, the chain of includes and the notes.
 std::string messageText(const Diagnostic& diagnostic);
 
-/// All of them, one after the other.
+/// The texts of all, one after the other.
 std::string messageText(const std::vector<Diagnostic>& diagnostics);
 
 } // namespace Qx::Host

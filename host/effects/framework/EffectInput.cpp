@@ -1,7 +1,7 @@
 #include "host/effects/framework/EffectInput.h"
 
 #include "host/cache/ReadWhole.h"
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 
 #include <system_error>
 

@@ -12,10 +12,10 @@ struct EffectInput
 {
     std::filesystem::path path; ///< as opened
     std::optional<Cache::Digest>
-        content; ///< of the bytes that were read; none when no file was there to read
+        content; ///< digest of the bytes that were read; nothing if there was no file
 };
 
-/// Whether the file is now as it was then. A relative path is taken from that directory.
+/// Whether the file still has that content. A relative path is relative to `directory`.
 bool isUnchanged(const EffectInput& input, const std::filesystem::path& directory);
 
 } // namespace Qx::Host

@@ -1,56 +1,18 @@
+// The top level of an effect, and what several kinds of declarations share.
+
 #include "host/effects/framework/EffectParser.h"
 
-#include "host/core/Suggestion.h"
-#include "host/effects/framework/EffectStates.h"
-#include "host/effects/hlsl/HlslChecks.h"
-#include "host/effects/hlsl/HlslNames.h"
-#include "host/effects/spirv/Remainders.h"
-
-#include <algorithm>
-#include <array>
+#include "host/effects/framework/HlslChecks.h"
+#include "host/effects/framework/Limits.h"
+#include "host/effects/framework/ReservedWords.h"
+#include "host/effects/framework/TokenLists.h"
 
 namespace Qx::Host::Effects {
-namespace {
-
-constexpr std::string_view reservedPrefix = "qxfx_";
-
-bool isOneOf(std::string_view text, std::initializer_list<std::string_view> list)
-{
-    return std::find(list.begin(), list.end(), text) != list.end();
-}
-
-Token endTokenAfter(const std::vector<Token>& tokens, Location otherwise)
-{
-    Token end;
-    end.at = tokens.empty() ? otherwise : tokens.back().at;
-    return end;
-}
-
-void checkReserved(const Token& name)
-{
-    if (name.text.substr(0, reservedPrefix.size()) == reservedPrefix) {
-        throw CompileError(name.at, "names that begin with " + inQuotes(reservedPrefix) + " are reserved");
-    }
-}
-
-/// For the name of anything that an effect declares.
-void checkName(const Token& name)
-{
-    checkReserved(name);
-    refuseHlslWord(name);
-}
-
-void append(std::vector<Token>& to, const std::vector<Token>& tokens)
-{
-    to.insert(to.end(), tokens.begin(), tokens.end());
-}
-
-} // namespace
 
 EffectSyntax EffectParser::parse()
 {
-    // A mistake in a macro is one problem, however often the macro stands there; finding the end of what is
-    // wrong may mean to read on to the file's end every time.
+    // A mistake in a macro is one problem, however often the macro is used; finding the end of each use may
+    // mean reading to the end of the file.
     constexpr int mostFailures = 50;
     int failures = 0;
     while (!reader_.atEnd()) {
@@ -74,7 +36,7 @@ EffectSyntax EffectParser::parse()
 
 void EffectParser::checkSize(const Token& item) const
 {
-    // Later steps look at each of these for each of others.
+    // Later stages compare each of these with each of others.
     const auto check = [&](std::size_t count, std::size_t most, const char* what) {
         if (count > most) {
             throw LimitError(item.at, "an effect has " + std::to_string(most) + ' ' + what + " at most");
@@ -105,7 +67,7 @@ void EffectParser::parseGlobal()
     } else if (reader_.isKeyword("string")) {
         parseText();
     } else if (reader_.peek().is("[")) {
-        reader_.takeBracketed("an attribute"); // hints for other compilers, such as [maxvertexcount]
+        reader_.takeBracketed("an attribute"); // attributes of other compilers, such as [maxvertexcount]
     } else {
         parseDeclaration();
     }
@@ -126,8 +88,8 @@ void EffectParser::refuseForeign() const
           "RWTexture2D"}) {
         if (reader_.isKeyword(word)) {
             throw CompileError(token.at, inQuotes(token.text) +
-                                             " is not part of the effect language here; see the techniques, "
-                                             "2D textures and samplers that it has");
+                                             " is not part of the effect language here; it has techniques, "
+                                             "2D textures and samplers");
         }
     }
 }
@@ -170,270 +132,9 @@ EffectParser::Annotations EffectParser::parseAnnotations()
     return annotations;
 }
 
-void EffectParser::parseTechnique()
-{
-    const Token keyword = reader_.take();
-    EffectSyntax::Technique technique;
-    technique.name = reader_.expectName("the name of the technique");
-    const std::string context = "in technique " + inQuotes(technique.name.text);
-    for (const EffectSyntax::Technique& other : effect_.techniques) {
-        if (other.name.text == technique.name.text) {
-            throw CompileError(technique.name.at,
-                               "technique " + inQuotes(technique.name.text) + " is there already");
-        }
-    }
-    if (effect_.techniques.size() >= Limits::techniques) {
-        throw CompileError(keyword.at,
-                           "an effect has " + std::to_string(Limits::techniques) + " techniques at most");
-    }
-    technique.annotations = parseAnnotations();
-    reader_.expect("{", context);
-    while (!reader_.accept("}")) {
-        if (!reader_.isKeyword("pass")) {
-            throw reader_.unexpected("'pass' or '}'", context);
-        }
-        technique.passes.push_back(parsePass());
-        ++passes_;
-    }
-    if (technique.passes.empty()) {
-        throw CompileError(technique.name.at, "technique " + inQuotes(technique.name.text) + " has no pass");
-    }
-    effect_.techniques.push_back(std::move(technique));
-}
-
-EffectSyntax::Pass EffectParser::parsePass()
-{
-    EffectSyntax::Pass pass;
-    pass.keyword = reader_.take();
-    if (reader_.peek().kind == TokenKind::Identifier) {
-        pass.name = reader_.expectName("the name of the pass");
-    }
-    parseAnnotations();
-    reader_.expect("{", "after 'pass'");
-    while (!reader_.accept("}")) {
-        if (!reader_.accept(";")) {
-            parseState(pass);
-        }
-    }
-    if (pass.entry.kind == TokenKind::End) {
-        throw CompileError(pass.keyword.at,
-                           "the pass has no pixel shader; write PixelShader = compile ps_3_0 FUNCTION();");
-    }
-    return pass;
-}
-
-void EffectParser::parseState(EffectSyntax::Pass& pass)
-{
-    const Token name = reader_.expectName("a state such as PixelShader, or '}',");
-    const std::string state = inQuotes(name.text);
-    const bool indexed = reader_.peek().is("[");
-    if (indexed) {
-        reader_.takeBracketed("the index of a state");
-    }
-    reader_.expect("=", "after the state " + state);
-    if (equalIgnoringCase(name.text, "PixelShader")) {
-        parseCompile(pass);
-        return;
-    }
-    const Tokens value = reader_.takeUntil(";", "the value of state " + state);
-    reader_.expect(";", "after the state " + state);
-    if (equalIgnoringCase(name.text, "VertexShader")) {
-        if (value.size() != 1 || !equalIgnoringCase(value[0].text, "NULL")) {
-            problems_.fail({name.at, "vertex shaders are not supported: a pass draws one rectangle; leave "
-                                     "VertexShader out"});
-        }
-    } else if (indexed || !isRenderState(name.text)) {
-        problems_.fail({name.at, "unknown state " + state + " in a pass" + likelyRenderState(name.text)});
-    } else if (value.empty()) {
-        problems_.fail({name.at, "the state " + state + " has no value"});
-    }
-}
-
-void EffectParser::parseCompile(EffectSyntax::Pass& pass)
-{
-    if (pass.entry.kind != TokenKind::End) {
-        throw CompileError(reader_.peek().at, "the pass has two pixel shaders");
-    }
-    if (!reader_.isKeyword("compile")) {
-        throw reader_.unexpected("'compile ps_3_0 FUNCTION()'", "as the pixel shader");
-    }
-    reader_.take();
-    const Token profile = reader_.expectName("the profile 'ps_3_0'");
-    const std::array<std::string_view, 5> profiles{"ps_2_0", "ps_2_a", "ps_2_b", "ps_2_sw", "ps_3_0"};
-    if (std::none_of(profiles.begin(), profiles.end(),
-                     [&](std::string_view known) { return equalIgnoringCase(known, profile.text); })) {
-        problems_.fail({profile.at, "unknown profile " + inQuotes(profile.text) + "; write ps_3_0"});
-    }
-    pass.entry = reader_.expectName("the function to compile");
-    if (!reader_.peek().is("(")) {
-        throw reader_.unexpected("'('", "after the function to compile");
-    }
-    const Token open = reader_.take();
-    while (!reader_.peek().is(")")) {
-        pass.arguments.push_back(
-            checkedValue(reader_.takeUntil(",)", "the arguments of the function to compile", &open)));
-        if (pass.arguments.back().empty()) {
-            throw CompileError(reader_.peek().at, "an argument is missing");
-        }
-        if (reader_.accept(",") && reader_.peek().is(")")) {
-            throw CompileError(reader_.peek().at, "an argument is missing");
-        }
-    }
-    reader_.expect(")", "after the arguments");
-    reader_.expect(";", "after the pixel shader");
-}
-
-void EffectParser::parseTexture()
-{
-    reader_.take();
-    do {
-        EffectSyntax::Texture texture;
-        texture.name = reader_.expectName("the name of the texture");
-        claimName(texture.name);
-        parseSemantic();
-        texture.annotations = parseAnnotations();
-        effect_.textures.push_back(std::move(texture));
-    } while (reader_.accept(","));
-    reader_.expect(";", "after the texture");
-}
-
-void EffectParser::parseSampler()
-{
-    EffectSyntax::Sampler sampler;
-    sampler.dimensions = equalIgnoringCase(reader_.take().text, "sampler3D") ? 3 : 2;
-    sampler.name = reader_.expectName("the name of the sampler");
-    claimName(sampler.name);
-    if (reader_.peek().is("[")) {
-        throw CompileError(reader_.peek().at, "arrays of samplers are not supported");
-    }
-    parseSemantic();
-    parseAnnotations();
-    const std::string name = inQuotes(sampler.name.text);
-    if (!reader_.peek().is("=") && !reader_.peek().is("{")) {
-        throw reader_.unexpected("'= sampler_state { Texture = <NAME>; }'", "after sampler " + name);
-    }
-    if (reader_.accept("=")) {
-        if (!reader_.isKeyword("sampler_state")) {
-            throw reader_.unexpected("'sampler_state'", "after sampler " + name);
-        }
-        reader_.take();
-    }
-    reader_.expect("{", "after 'sampler_state'");
-    const bool allKnown = parseSamplerState(sampler);
-    reader_.expect(";", "after sampler " + name);
-    if (sampler.texture.kind == TokenKind::End) {
-        if (allKnown) {
-            throw CompileError(sampler.name.at,
-                               "sampler " + name + " has no texture; write Texture = <NAME>;");
-        }
-        effect_.complete = false; // one of the unknown states may be meant for it
-    }
-    effect_.samplers.push_back(std::move(sampler));
-}
-
-/// Whether every state was a known one.
-bool EffectParser::parseSamplerState(EffectSyntax::Sampler& sampler)
-{
-    SamplerStates states;
-    bool allKnown = true;
-    while (!reader_.accept("}")) {
-        if (reader_.accept(";")) {
-            continue;
-        }
-        const Token name = reader_.expectName("a state of the sampler, or '}',");
-        reader_.expect("=", "after the state " + inQuotes(name.text));
-        if (equalIgnoringCase(name.text, "Texture")) {
-            const std::string_view close = reader_.accept("<") ? ">" : reader_.accept("(") ? ")" : "";
-            sampler.texture = reader_.expectName("the name of a texture");
-            if (!close.empty()) {
-                reader_.expect(close, "after the name of the texture");
-            }
-        } else {
-            const Tokens value = reader_.takeUntil(";}", "the value of state " + inQuotes(name.text));
-            try {
-                states.set(name, value, problems_);
-            } catch (const CompileError& error) {
-                problems_.fail(error); // the next state can be read
-                allKnown = false;
-            }
-        }
-        if (!reader_.peek().is("}")) {
-            reader_.expect(";", "after the state " + inQuotes(name.text));
-        }
-    }
-    states.apply(sampler, problems_);
-    return allKnown;
-}
-
-void EffectParser::parseStruct()
-{
-    EffectSyntax::Piece piece;
-    piece.kind = EffectSyntax::Piece::Kind::Struct;
-    piece.text.push_back(reader_.take());
-    piece.name = reader_.expectName("the name of the struct");
-    claimTypeName(piece.name);
-    piece.text.push_back(piece.name);
-    piece.text.push_back(reader_.peek());
-    reader_.expect("{", "after the name of the struct");
-    while (!reader_.peek().is("}")) {
-        const Qualifiers qualifiers = parseQualifiers();
-        const EffectSyntax::Type type = parseType();
-        do {
-            EffectSyntax::Member member;
-            member.type = type;
-            member.name = reader_.expectName("the name of a member");
-            checkName(member.name);
-            const Tokens dimensions = parseDimensions();
-            member.array = !dimensions.empty();
-            member.semantic = parseSemantic();
-            append(piece.text, qualifiers.kept);
-            append(piece.text, type.tokens);
-            piece.text.push_back(member.name);
-            append(piece.text, dimensions);
-            if (!reader_.peek().is(",") && !reader_.peek().is(";")) {
-                throw reader_.unexpected("';'", "after the member " + inQuotes(member.name.text));
-            }
-            Token semicolon = reader_.peek();
-            semicolon.text = ";";
-            piece.text.push_back(semicolon);
-            piece.members.push_back(std::move(member));
-        } while (reader_.accept(","));
-        reader_.expect(";", "after the member");
-    }
-    if (piece.members.empty()) {
-        throw CompileError(piece.name.at, "struct " + inQuotes(piece.name.text) + " has no member");
-    }
-    piece.text.push_back(reader_.take());
-    piece.text.push_back(reader_.peek());
-    reader_.expect(";", "after the struct");
-    effect_.pieces.push_back(std::move(piece));
-}
-
-void EffectParser::parseTypedef()
-{
-    EffectSyntax::Piece piece;
-    piece.kind = EffectSyntax::Piece::Kind::Typedef;
-    piece.text.push_back(reader_.take());
-    const Qualifiers qualifiers = parseQualifiers();
-    const EffectSyntax::Type type = parseType();
-    append(piece.text, qualifiers.kept);
-    append(piece.text, type.tokens);
-    piece.name = reader_.expectName("the new name of the type");
-    claimTypeName(piece.name);
-    piece.text.push_back(piece.name);
-    const Tokens dimensions = parseDimensions();
-    append(piece.text, dimensions);
-    piece.text.push_back(reader_.peek());
-    reader_.expect(";", "after the typedef");
-    if (type.numeric && dimensions.empty()) {
-        typedefs_[piece.name.text] = *type.numeric;
-    }
-    effect_.pieces.push_back(std::move(piece));
-}
-
 void EffectParser::parseText()
 {
-    // Texts outside annotations describe the effect to other programs; shaders cannot use them.
+    // Strings outside annotations are for other programs; shaders cannot use them.
     reader_.take();
     claimName(reader_.expectName("the name of the text"));
     parseSemantic();
@@ -442,77 +143,6 @@ void EffectParser::parseText()
         reader_.takeUntil(";", "the text");
     }
     reader_.expect(";", "after the text");
-}
-
-EffectParser::Qualifiers EffectParser::parseQualifiers()
-{
-    Qualifiers result;
-    for (;;) {
-        const Token& token = reader_.peek();
-        if (token.is("static")) {
-            result.isStatic = true;
-        } else if (token.is("const")) {
-            result.isConst = true;
-        } else if (token.is("uniform")) {
-            result.isUniform = true;
-        } else if (token.is("out")) {
-            result.isOut = true;
-            result.kept.push_back(token);
-        } else if (token.is("inout")) {
-            result.isOut = true;
-            result.isInOut = true;
-            result.kept.push_back(token);
-        } else if (!isOneOf(token.text,
-                            {"in", "shared", "extern", "volatile", "inline", "row_major", "column_major",
-                             "precise", "nointerpolation", "linear", "centroid"}) ||
-                   token.kind != TokenKind::Identifier) {
-            return result;
-        }
-        reader_.take();
-    }
-}
-
-EffectSyntax::Type EffectParser::parseType()
-{
-    EffectSyntax::Type type;
-    const Token name = reader_.expectName("a type");
-    checkReserved(name);
-    type.tokens.push_back(name);
-    type.numeric = NumericType::named(name.text);
-    if (const auto found = typedefs_.find(name.text); found != typedefs_.end()) {
-        type.numeric = found->second;
-    }
-    type.sampler = equalIgnoringCase(name.text, "sampler") || equalIgnoringCase(name.text, "sampler2D") ||
-                   equalIgnoringCase(name.text, "sampler3D");
-    if (isOneOf(name.text, {"vector", "matrix"}) && reader_.peek().is("<")) {
-        type.tokens.push_back(reader_.take());
-        const Tokens inside = reader_.takeUntil(">", "the type");
-        append(type.tokens, inside);
-        type.tokens.push_back(reader_.take());
-        const bool matrix = name.is("matrix");
-        std::string spelt(inside.empty() ? std::string_view() : inside[0].text);
-        spelt += inside.size() > 2 ? std::string(inside[2].text) : "";
-        spelt += matrix && inside.size() > 4 ? "x" + std::string(inside[4].text) : "";
-        type.numeric = NumericType::named(spelt);
-        if (inside.size() != (matrix ? 5U : 3U) || !type.numeric) {
-            throw CompileError(name.at, matrix ? "a matrix type is written matrix<float, ROWS, COLUMNS>"
-                                               : "a vector type is written vector<float, COMPONENTS>");
-        }
-        type.tokens.assign(1, name);
-        if (type.numeric->scalar != NumericType::Scalar::Other) {
-            type.tokens[0].text = type.numeric->spelling();
-        }
-    }
-    return type;
-}
-
-EffectParser::Tokens EffectParser::parseDimensions()
-{
-    Tokens dimensions;
-    while (reader_.peek().is("[")) {
-        append(dimensions, reader_.takeBracketed("the size of an array"));
-    }
-    return checked(dimensions);
 }
 
 std::optional<Token> EffectParser::parseSemantic()
@@ -530,256 +160,6 @@ std::optional<Token> EffectParser::parseSemantic()
     return semantic;
 }
 
-void EffectParser::parseDeclaration()
-{
-    const Qualifiers qualifiers = parseQualifiers();
-    if (reader_.peek().kind != TokenKind::Identifier) {
-        throw reader_.unexpected("a technique, parameter, texture, sampler, struct or function", {});
-    }
-    EffectSyntax::Type type = parseType();
-    checkType(type);
-    const Token name = reader_.expectName("a name after the type " + inQuotes(type.tokens[0].text));
-    if (reader_.peek().is("(")) {
-        parseFunction(qualifiers, std::move(type), name);
-    } else {
-        parseVariables(qualifiers, type, name);
-    }
-}
-
-void EffectParser::parseFunction(const Qualifiers& qualifiers, EffectSyntax::Type type, const Token& name)
-{
-    EffectSyntax::Piece piece;
-    checkName(name);
-    piece.name = name;
-    piece.text = qualifiers.kept;
-    append(piece.text, type.tokens);
-    piece.text.push_back(name);
-    piece.function.name = name;
-    piece.function.result = std::move(type);
-    piece.text.push_back(reader_.take());
-    if (reader_.peek().is("void") && reader_.peekNext().is(")")) {
-        reader_.take();
-    }
-    while (!reader_.peek().is(")")) {
-        if (!piece.function.parameters.empty()) {
-            piece.text.push_back(reader_.peek());
-            reader_.expect(",", "between the parameters of " + inQuotes(name.text));
-        }
-        piece.function.parameters.push_back(parseFunctionParameter(piece));
-        if (piece.function.parameters.size() > Limits::functionParameters) {
-            throw CompileError(piece.function.parameters.back().name.at,
-                               "a function has " + std::to_string(Limits::functionParameters) +
-                                   " parameters at most");
-        }
-    }
-    piece.text.push_back(reader_.take());
-    piece.function.semantic = parseSemantic();
-    parseBody(piece);
-    effect_.pieces.push_back(std::move(piece));
-}
-
-EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSyntax::Piece& piece)
-{
-    EffectSyntax::FunctionParameter parameter;
-    const Qualifiers qualifiers = parseQualifiers();
-    parameter.uniform = qualifiers.isUniform;
-    parameter.output = qualifiers.isOut;
-    parameter.input = !qualifiers.isOut || qualifiers.isInOut;
-    parameter.type = parseType();
-    parameter.name = reader_.expectName("the name of a parameter of " + inQuotes(piece.name.text));
-    checkName(parameter.name);
-    const Tokens dimensions = parseDimensions();
-    parameter.array = !dimensions.empty();
-    parameter.semantic = parseSemantic();
-    append(piece.text, qualifiers.kept);
-    append(piece.text, parameter.type.tokens);
-    piece.text.push_back(parameter.name);
-    append(piece.text, dimensions);
-    if (reader_.peek().is("=")) {
-        piece.text.push_back(reader_.take());
-        parameter.defaultValue = checked(reader_.takeUntil(",)", "the value of a parameter"));
-        if (parameter.defaultValue.empty()) {
-            throw reader_.unexpected("a value", "after '='");
-        }
-        refuseFloatRemainder(parameter.defaultValue);
-        append(piece.text, parameter.defaultValue);
-    }
-    return parameter;
-}
-
-/// The HLSL compiler wants a constant here, and works out the remainders of whole numbers only.
-void EffectParser::refuseFloatRemainder(const Tokens& value) const
-{
-    const auto remainder =
-        std::find_if(value.begin(), value.end(), [](const Token& token) { return token.is("%"); });
-    if (remainder == value.end()) {
-        return;
-    }
-    Tokens tokens = value;
-    tokens.push_back(endTokenAfter(tokens, remainder->at));
-    bool whole = false;
-    try {
-        whole = ConstantReader(tokens.data(), [this](const Token& name) { return constantNamed(name); })
-                    .readInitializer()
-                    .integer;
-    } catch (const CompileError&) {
-        // What cannot be worked out here may be a float as well.
-    }
-    if (!whole) {
-        throw CompileError(remainder->at, "'%' of floats cannot stand in the value of a parameter; write out "
-                                          "what it comes to");
-    }
-}
-
-void EffectParser::parseBody(EffectSyntax::Piece& piece)
-{
-    if (reader_.peek().is(";")) {
-        piece.text.push_back(reader_.take());
-        return;
-    }
-    if (!reader_.peek().is("{")) {
-        throw reader_.unexpected("'{'", "before the body of " + inQuotes(piece.name.text));
-    }
-    piece.function.hasBody = true;
-    piece.bodyBegin = piece.text.size();
-    append(piece.text, checkedValue(reader_.takeBracketed("the body of " + inQuotes(piece.name.text))));
-}
-
-void EffectParser::parseVariables(const Qualifiers& qualifiers, const EffectSyntax::Type& type, Token name)
-{
-    if (type.tokens[0].is("void")) {
-        throw CompileError(name.at, "a variable cannot be void");
-    }
-    for (;;) {
-        claimName(name);
-        if (qualifiers.isStatic || (qualifiers.isConst && !qualifiers.isUniform)) {
-            parseConstant(qualifiers.isConst, type, name);
-        } else {
-            parseParameter(type, name);
-        }
-        if (!reader_.accept(",")) {
-            break;
-        }
-        name = reader_.expectName("a name");
-    }
-    reader_.expect(";", "after " + inQuotes(name.text));
-}
-
-void EffectParser::parseConstant(bool isConst, const EffectSyntax::Type& type, const Token& name)
-{
-    EffectSyntax::Piece piece;
-    piece.kind = EffectSyntax::Piece::Kind::Constant;
-    piece.name = name;
-    Token word = name;
-    word.kind = TokenKind::Identifier;
-    word.text = "static";
-    piece.text.push_back(word);
-    if (isConst) {
-        word.text = "const";
-        piece.text.push_back(word);
-    }
-    append(piece.text, type.tokens);
-    piece.text.push_back(name);
-    const Tokens dimensions = parseDimensions();
-    append(piece.text, dimensions);
-    parseSemantic();
-    parseAnnotations();
-    if (reader_.peek().is("=")) {
-        piece.text.push_back(reader_.take());
-        const Tokens value = checked(reader_.takeUntil(",;", "the value of " + inQuotes(name.text)));
-        if (value.empty()) {
-            throw reader_.unexpected("a value", "after '='");
-        }
-        const bool whole = type.numeric && type.numeric->scalar != NumericType::Scalar::Float;
-        append(piece.text, whole ? value : keepRemainders(value)); // whole ones may be sizes of arrays
-        if (isConst && dimensions.empty()) {
-            rememberConstant(type, name, value);
-        }
-    }
-    Token semicolon = reader_.peek();
-    semicolon.kind = TokenKind::Punctuator;
-    semicolon.text = ";";
-    piece.text.push_back(semicolon);
-    effect_.pieces.push_back(std::move(piece));
-}
-
-void EffectParser::rememberConstant(const EffectSyntax::Type& type, const Token& name, const Tokens& value)
-{
-    constexpr std::size_t longest = 1024; // tokens; beyond is a table, which no default refers to
-    if (!type.numeric || value.size() > longest) {
-        return;
-    }
-    try {
-        constants_[name.text] = fitted(evaluateInitializer(value, name), type.numeric->scalar,
-                                       type.numeric->components(), true, name);
-    } catch (const CompileError&) {
-        // It may still be good HLSL; a default that refers to it will say that it is no constant.
-    }
-}
-
-void EffectParser::parseParameter(const EffectSyntax::Type& type, const Token& name)
-{
-    EffectSyntax::Parameter parameter;
-    parameter.type = type;
-    parameter.name = name;
-    checkParameterType(type, name);
-    const Tokens dimensions = parseDimensions();
-    parameter.elements = dimensions.empty() ? 0 : elementsOf(dimensions, name);
-    parameter.semantic = parseSemantic();
-    parameter.annotations = parseAnnotations();
-    if (reader_.accept("=")) {
-        const std::size_t count = type.numeric->components() * std::max(parameter.elements, 1U);
-        parameter.defaultValue = fitted(
-            evaluateInitializer(reader_.takeUntil(",;", "the default of " + inQuotes(name.text)), name),
-            type.numeric->scalar, count, parameter.elements == 0, name);
-    }
-    effect_.parameters.push_back(std::move(parameter));
-}
-
-void EffectParser::checkParameterType(const EffectSyntax::Type& type, const Token& name) const
-{
-    const std::string spelt = inQuotes(type.tokens[0].text);
-    if (!type.numeric || type.numeric->scalar == NumericType::Scalar::Other) {
-        throw CompileError(type.tokens[0].at,
-                           spelt + " cannot be the type of parameter " + inQuotes(name.text) +
-                               "; parameters are float, half, fixed, int or bool, vectors, "
-                               "matrices or arrays of them");
-    }
-    if (type.numeric->rows > 1 && type.numeric->scalar != NumericType::Scalar::Float) {
-        throw CompileError(type.tokens[0].at,
-                           "parameter " + inQuotes(name.text) + ": a matrix holds floats, not " + spelt);
-    }
-}
-
-std::uint32_t EffectParser::elementsOf(const Tokens& dimensions, const Token& name)
-{
-    if (std::count_if(dimensions.begin(), dimensions.end(), [](const Token& t) { return t.is("["); }) != 1) {
-        throw CompileError(dimensions[0].at,
-                           "parameter " + inQuotes(name.text) + " has more than one dimension");
-    }
-    const ConstantValue value = evaluateInitializer({dimensions.begin() + 1, dimensions.end() - 1}, name);
-    constexpr double most = Limits::uniformBytes / 16.0;
-    const double count = value.components[0];
-    if (value.components.size() != 1 || !value.integer || !(count >= 1.0) || count > most) {
-        throw CompileError(dimensions[0].at, "the size of array " + inQuotes(name.text) +
-                                                 " is a whole number from 1 to " +
-                                                 std::to_string(static_cast<int>(most)));
-    }
-    return static_cast<std::uint32_t>(count);
-}
-
-ConstantValue EffectParser::evaluateInitializer(Tokens tokens, const Token& name)
-{
-    tokens.push_back(endTokenAfter(tokens, name.at));
-    ConstantReader reader(tokens.data(), [this](const Token& token) { return constantNamed(token); });
-    ConstantValue value = reader.readInitializer();
-    if (reader.position()->kind != TokenKind::End) {
-        throw CompileError(reader.position()->at, "unexpected " + inQuotes(reader.position()->text) +
-                                                      " in the value of " + inQuotes(name.text));
-    }
-    return value;
-}
-
 std::optional<ConstantValue> EffectParser::constantNamed(const Token& name) const
 {
     const auto found = constants_.find(name.text);
@@ -791,43 +171,18 @@ EffectParser::Tokens EffectParser::checked(const Tokens& tokens) const
     return checkedHlsl(tokens, [this](const Token& name) { return constantNamed(name); });
 }
 
-EffectParser::Tokens EffectParser::checkedValue(const Tokens& tokens) const
-{
-    return keepRemainders(checked(tokens));
-}
-
 void EffectParser::claimName(const Token& name)
 {
-    checkName(name);
+    refuseReservedName(name);
     if (!names_.insert(name.text).second) {
-        throw CompileError(name.at, inQuotes(name.text) + " is declared already");
+        throw CompileError(name.at, inQuotes(name.text) + " is already declared");
     }
 }
 
 void EffectParser::claimTypeName(const Token& name)
 {
-    checkName(name);
+    refuseReservedName(name);
     typeNames_.insert(name.text);
-}
-
-/// Refuses a word that looks like a mistyped one. Others may be types that the HLSL compiler knows.
-void EffectParser::checkType(const EffectSyntax::Type& type) const
-{
-    static constexpr std::array<std::string_view, 22> words{
-        "technique", "texture",  "sampler",  "struct", "typedef", "float", "float2", "float3",
-        "float4",    "float3x3", "float4x4", "half",   "half2",   "half3", "half4",  "half4x4",
-        "int",       "int2",     "bool",     "void",   "string",  "pass"};
-    const Token& name = type.tokens[0];
-    const bool known = type.numeric || type.sampler || typeNames_.count(name.text) != 0 ||
-                       isOneOf(name.text, {"void", "vector", "matrix", "dword", "DWORD", "unsigned"});
-    if (known) {
-        return;
-    }
-    std::string likely = didYouMean(name.text, words);
-    likely = likely.empty() ? didYouMean(name.text, typeNames_) : likely;
-    if (!likely.empty()) {
-        throw CompileError(name.at, "there is no " + inQuotes(name.text) + likely);
-    }
 }
 
 } // namespace Qx::Host::Effects

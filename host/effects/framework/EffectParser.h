@@ -11,8 +11,8 @@
 
 namespace Qx::Host::Effects {
 
-/// Reads the effect framework from preprocessed tokens that end with an End token. Function bodies are taken
-/// as they are, with their brackets checked.
+/// Parses the effect framework from preprocessed tokens that end with an End token. Function bodies stay
+/// tokens; their brackets are checked.
 class EffectParser
 {
 public:
@@ -21,19 +21,19 @@ public:
     {
     }
 
-    /// What the effect says. What cannot be read becomes a problem, is left out, and reading goes on behind
-    /// it; the result then is good for nothing but looking for more problems, and where it is not complete
-    /// not even for that. Throws CompileError when there are too many.
+    /// Parses the effect. An item with an error becomes a problem and is left out, and parsing continues
+    /// after it. The result then serves only to find more problems, and only if it is `complete`. Throws
+    /// CompileError if there are too many problems.
     EffectSyntax parse();
 
 private:
     using Tokens = std::vector<Token>;
     using Annotations = std::vector<EffectSyntax::Annotation>;
 
-    /// What stands before a type.
+    /// The words before a type.
     struct Qualifiers
     {
-        Tokens kept; ///< those that the HLSL compiler gets
+        Tokens kept; ///< for the HLSL compiler
         bool isStatic = false;
         bool isConst = false;
         bool isUniform = false;
@@ -74,8 +74,6 @@ private:
     ConstantValue evaluateInitializer(Tokens tokens, const Token& name);
     std::optional<ConstantValue> constantNamed(const Token& name) const;
     Tokens checked(const Tokens& tokens) const;
-    Tokens
-    checkedValue(const Tokens& tokens) const; ///< of a body or a value, as the HLSL compiler is to get it
     void claimName(const Token& name);
     void claimTypeName(const Token& name);
     void checkType(const EffectSyntax::Type& type) const;

@@ -140,7 +140,7 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value, Prob
     } else if (equalIgnoringCase(state, "MagFilter")) {
         magFilter_ = look(filters, name, value);
     } else if (equalIgnoringCase(state, "MipFilter")) {
-        look(filters, name, value); // there is one level, so that any will do
+        look(filters, name, value); // textures have one level, so any value will do
     } else if (equalIgnoringCase(state, "AddressU")) {
         addressU_ = look(addresses, name, value);
     } else if (equalIgnoringCase(state, "AddressV")) {
@@ -149,7 +149,7 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value, Prob
         look(addresses, name, value);
     } else if (equalIgnoringCase(state, "BorderColor") || equalIgnoringCase(state, "SRGBTexture")) {
         if (!isZero(value)) {
-            problems.warn({name.at, "the state " + inQuotes(state) + " is taken as 0"});
+            problems.warn({name.at, "the state " + inQuotes(state) + " is treated as 0"});
         }
     } else if (!isOneOf(state, meaninglessSamplerStates)) {
         throw CompileError(name.at, "unknown state " + inQuotes(state) + " of a sampler" +

@@ -10,18 +10,18 @@
 
 namespace Qx::Host::Effects {
 
-/// Whether a pass may set this state. None has a meaning where a pass fills one rectangle of one target, so
-/// their values are not looked at; names go without regard to case.
+/// Whether a pass may set this state. None has an effect, since a pass fills one rectangle of one target, so
+/// their values are not checked. Ignores case.
 bool isRenderState(std::string_view name);
 
-/// " (did you mean X?)" for a word that is none, or empty.
+/// " (did you mean X?)" for a word that is similar to a state; else empty.
 std::string likelyRenderState(std::string_view name);
 
 /// The states of one sampler_state block.
 class SamplerStates
 {
 public:
-    /// Throws CompileError for an unknown state or value; adds a warning for a value that is not honoured.
+    /// Throws CompileError for an unknown state or value; adds a warning for a value that is ignored.
     void set(const Token& name, const std::vector<Token>& value, Problems& problems);
 
     void apply(EffectSyntax::Sampler& sampler, Problems& problems) const;

@@ -11,7 +11,7 @@
 
 namespace Qx::Host::Effects {
 
-/// What an effect file says, as read and not yet judged. Tokens refer into the files they came from.
+/// The content of an effect file, parsed and not yet checked. Tokens refer to the text of the files.
 struct EffectSyntax
 {
     using Tokens = std::vector<Token>;
@@ -64,8 +64,9 @@ struct EffectSyntax
         };
         Kind kind = Kind::Function;
         Token name;
-        Tokens text;                 ///< as the HLSL compiler gets it: without semantics and `uniform`
-        std::size_t bodyBegin = 0;   ///< where in the text the body of a function begins
+        Tokens text;                 ///< for the HLSL compiler: without semantics and `uniform`
+        std::size_t bodyBegin = 0;   ///< index in the text of a function's body or a constant's value; or 0
+        Type type;                   ///< of a constant
         Function function;           ///< of a function
         std::vector<Member> members; ///< of a struct
     };
@@ -98,7 +99,7 @@ struct EffectSyntax
     {
         Token name;
         Token texture;
-        unsigned dimensions = 2; ///< of the images it reads: 2 or 3
+        unsigned dimensions = 2; ///< of its texture: 2 or 3
         CompiledEffect::Filter filter = CompiledEffect::Filter::Point;
         CompiledEffect::Address addressU = CompiledEffect::Address::Clamp;
         CompiledEffect::Address addressV = CompiledEffect::Address::Clamp;
@@ -119,7 +120,7 @@ struct EffectSyntax
         std::vector<Pass> passes;
     };
 
-    bool complete = true;      ///< nothing was left out; false only beside an error
+    bool complete = true;      ///< nothing was left out; false only after an error
     std::vector<Piece> pieces; ///< in the file's order
     std::vector<Parameter> parameters;
     std::vector<Texture> textures;

@@ -8,7 +8,7 @@ namespace Qx::Host::Effects {
 namespace {
 
 constexpr std::size_t tabStop = 4;
-constexpr std::size_t shownBefore = 60; // characters, when the line is too long to be shown whole
+constexpr std::size_t shownBefore = 60; // characters, if the line is too long to be shown whole
 constexpr std::size_t shownAtAll = 100;
 
 std::string_view lineOf(std::string_view text, std::uint32_t line)
@@ -34,7 +34,7 @@ bool continues(char c)
     return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
-/// Cuts the first character off: a byte and those that continue it, as columns are counted.
+/// Removes the first character: a byte and its continuation bytes, as columns are counted.
 std::string_view takeCharacter(std::string_view& text)
 {
     std::size_t length = 1;
@@ -46,7 +46,7 @@ std::string_view takeCharacter(std::string_view& text)
     return character;
 }
 
-/// 0 for what is no UTF-8.
+/// 0 if the bytes are not UTF-8.
 char32_t codeOf(std::string_view character)
 {
     const auto first = static_cast<unsigned char>(character[0]);
@@ -69,7 +69,7 @@ bool isIn(char32_t code, const Ranges& ranges)
                        [&](const auto& range) { return code >= range.first && code <= range.second; });
 }
 
-/// Controls, marks that change the direction of the text, and what is no UTF-8.
+/// Control characters, marks that change the direction of the text, and invalid UTF-8.
 bool isShowable(char32_t code)
 {
     return code >= 0x20 && !isIn(code, {{0x7F, 0x9F},
@@ -81,7 +81,7 @@ bool isShowable(char32_t code)
                                         {0xFFF0, 0xFFFB}});
 }
 
-/// Terminal cells that it takes: the wide blocks of Unicode's East Asian Width (UAX #11) take two.
+/// Terminal cells of a character: the wide blocks of Unicode's East Asian Width (UAX #11) take two.
 std::size_t widthOf(char32_t code)
 {
     if (isIn(code, {{0x0300, 0x036F}, {0x20D0, 0x20FF}, {0xFE00, 0xFE0F}})) {

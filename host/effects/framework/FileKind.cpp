@@ -53,7 +53,7 @@ std::string whyNoEffect(std::string_view bytes)
     if (const std::size_t zero = bytes.find('\0'); zero != std::string_view::npos) {
         return "this is binary data, not an effect: byte " + std::to_string(zero) + " is zero";
     }
-    // Text has no control characters; a stray one gets its own message where it stands.
+    // Text has no control characters; the lexer reports a single one.
     constexpr std::size_t sample = 4096;
     constexpr std::ptrdiff_t few = 8;
     const std::string_view head = bytes.substr(0, sample);

@@ -5,8 +5,8 @@
 
 namespace Qx::Host::Effects {
 
-/// Why a file's bytes are no effect, for people: a web page, a compiled effect, a picture, UTF-16, binary
-/// data. Empty for what may be one.
+/// The reason why a file is not an effect, for a message: a web page, a compiled effect, a picture, UTF-16 or
+/// binary data. Empty if it may be one.
 std::string whyNoEffect(std::string_view bytes);
 
 } // namespace Qx::Host::Effects

@@ -35,7 +35,7 @@ class Lexer
 public:
     Lexer(std::string_view text, std::uint32_t file) : text_(text), file_(file) {}
 
-    /// False at the end of the text.
+    /// Returns false at the end of the text.
     bool next(Token& token)
     {
         skipBlanks();
@@ -204,7 +204,7 @@ private:
     bool spaceBefore_ = false;
 };
 
-/// The character that the bytes encode (RFC 3629, 3), if they are one.
+/// The character that the bytes encode (RFC 3629, 3), if they are valid.
 std::optional<std::uint32_t> decodeUtf8(std::string_view bytes)
 {
     const auto lead = static_cast<unsigned char>(bytes.front());
@@ -214,7 +214,8 @@ std::optional<std::uint32_t> decodeUtf8(std::string_view bytes)
     }
     std::uint32_t character = length == 1 ? lead : lead & (0x7FU >> length);
     for (const char c : bytes.substr(1)) {
-        character = character << 6U | (static_cast<unsigned char>(c) & 0x3FU); // the lexer took no others
+        character =
+            character << 6U | (static_cast<unsigned char>(c) & 0x3FU); // the lexer took only such bytes
     }
     return character;
 }
@@ -233,14 +234,15 @@ CompileError unknownToken(const Token& token)
                       static_cast<unsigned>(static_cast<unsigned char>(token.text.front())));
         return {token.at,
                 "the byte " + std::string(digits.data()) +
-                    " begins no character; save the file as UTF-8, and write names and code in ASCII"};
+                    " is not valid UTF-8; save the file as UTF-8, and write names and code in ASCII"};
     }
     if (*character < 0x80U) {
         return {token.at, "unexpected character " + inQuotes(token.text)};
     }
     std::snprintf(digits.data(), digits.size(), "U+%04X", static_cast<unsigned>(*character));
-    return {token.at, "unexpected character " + inQuotes(token.text) + " (" + digits.data() +
-                          "); names and code are in ASCII, others stand in comments and texts"};
+    return {token.at,
+            "unexpected character " + inQuotes(token.text) + " (" + digits.data() +
+                "); names and code are ASCII; other characters are allowed in comments and strings"};
 }
 
 std::vector<Token> splitIntoTokens(std::string_view text, std::uint32_t file, std::size_t limit)

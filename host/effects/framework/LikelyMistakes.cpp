@@ -30,7 +30,7 @@ void warnOfUnread(const EffectSyntax& syntax, const CompiledEffect& effect, Prob
     }
     for (std::size_t i = 0; i < effect.textures.size(); ++i) {
         const Token& name = syntax.textures[i].name;
-        // One whose size alone matters is bound too.
+        // A texture is also bound for its size alone.
         const bool measured =
             std::any_of(effect.parameters.begin(), effect.parameters.end(), [&](const auto& parameter) {
                 return parameter.semanticTexture == effect.textures[i].name;
@@ -77,7 +77,7 @@ void warnOfRange(const EffectSyntax::Parameter& parameter, const ParameterRange&
     const std::vector<double> values =
         parameter.defaultValue ? parameter.defaultValue->components : std::vector<double>{0.0};
     for (const double value : values) {
-        // As the effect holds it: a limit such as 0.1 is no exact number either.
+        // Rounded as in the effect: a limit such as 0.1 is not exact either.
         const auto held = static_cast<float>(value);
         if ((range.least && held < static_cast<float>(*range.least)) ||
             (range.most && held > static_cast<float>(*range.most))) {

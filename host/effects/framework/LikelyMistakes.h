@@ -9,10 +9,10 @@
 
 namespace Qx::Host::Effects {
 
-/// Warns of what compiles and is probably not meant, in an effect without errors: textures and samplers that
-/// no technique reads, parameters that are offered with a range and change nothing, defaults outside their
-/// range. A texture with an annotation `Unread` is left unread on purpose. What an include declares serves
-/// several effects and may stay unused. `names` are those that the passes reach.
+/// Warns of likely mistakes in an effect without errors: textures and samplers that no technique reads,
+/// parameters with a range that no technique uses, and defaults outside their range. A texture with an
+/// annotation `Unread` is unread on purpose. Declarations of an include may be unused, since it serves
+/// several effects. `names` are the names that the passes reach.
 void warnOfLikelyMistakes(const EffectSyntax& syntax, const CompiledEffect& effect,
                           const std::unordered_set<std::string_view>& names, Problems& problems);
 

@@ -7,7 +7,7 @@
 
 namespace Qx::Host {
 
-/// What a parameter's annotations offer to a person who sets it.
+/// The range and label that a parameter's annotations give.
 struct ParameterRange
 {
     std::optional<double> least; ///< Min or UIMin
@@ -15,7 +15,7 @@ struct ParameterRange
     std::string label;           ///< Label or UIName; empty without one
 };
 
-/// Names of annotations go without regard to case; a limit that is no number counts as none.
+/// Names of annotations ignore case. A limit that is not a number is ignored.
 ParameterRange rangeOf(const CompiledEffect::Parameter& parameter);
 
 } // namespace Qx::Host

@@ -8,7 +8,7 @@
 namespace Qx::Host::Effects {
 namespace {
 
-/// One line of a length that a person reads, whatever the author's text in it holds.
+/// One printable line of bounded length, whatever text of the author's it has.
 std::string oneLine(std::string text)
 {
     constexpr std::size_t longest = 2000;
@@ -71,7 +71,7 @@ void Problems::add(Diagnostic::Severity severity, const CompileError& problem, c
 
 Diagnostic::Place Problems::placeOf(Location at) const
 {
-    // Editors need a place to jump to, also for what concerns the whole file.
+    // Editors need a place to jump to, even for a message about the whole file.
     return {at.file < files_.size() ? files_[at.file].name : std::string(), std::max(at.line, 1U),
             std::max(at.column, 1U)};
 }

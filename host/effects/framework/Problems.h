@@ -10,12 +10,12 @@
 
 namespace Qx::Host::Effects {
 
-/// Collects what is to be said about one effect, in the order in which it was found and bounded in number.
-/// What several passes have in common is said once.
+/// Collects the messages about one effect in the order in which they are found. Their number is bounded, and
+/// a message that several passes share is kept once.
 class Problems
 {
 public:
-    /// Which technique and pass a problem was met in; both empty for none.
+    /// The technique and pass in which a problem was found; both empty for none.
     struct Context
     {
         std::string_view technique;
@@ -30,14 +30,14 @@ public:
 
     bool failed() const { return failed_; }
 
-    /// Whether so much is wrong that looking for more helps nobody.
+    /// Whether there are so many errors that the compilation should stop.
     bool enough() const { return errors_ >= most; }
 
-    /// Moves what was collected out.
+    /// Moves the messages out.
     std::vector<Diagnostic> take();
 
 private:
-    static constexpr std::size_t most = 50; ///< of errors, and of warnings: those must not crowd out these
+    static constexpr std::size_t most = 50; ///< of errors, and of warnings
 
     void add(Diagnostic::Severity severity, const CompileError& problem, const Context& context);
     Diagnostic::Place placeOf(Location at) const;
@@ -45,7 +45,7 @@ private:
 
     const SourceFiles& files_;
     std::vector<Diagnostic> diagnostics_;
-    std::map<std::string, std::size_t> known_; ///< where each is, by its first line
+    std::map<std::string, std::size_t> known_; ///< index of each, by its first line
     std::size_t errors_ = 0;
     std::size_t warnings_ = 0;
     std::size_t leftOut_ = 0;

@@ -16,28 +16,28 @@
 
 namespace Qx::Host::Effects {
 
-/// Where a token stands in what the author wrote. A token that a macro's body supplied stands where the macro
-/// is used; `note` then tells which line of the body it came from.
+/// The place of a token in the author's text. A token from a macro's body has the place where the macro is
+/// used; `note` then identifies its place in the body.
 struct Location
 {
     std::uint32_t file = 0;   ///< index into SourceFiles
-    std::uint32_t line = 0;   ///< from 1; 0 when the message concerns the file as a whole
+    std::uint32_t line = 0;   ///< from 1; 0 for the file as a whole
     std::uint32_t column = 0; ///< from 1, in characters
     std::uint32_t note = 0;   ///< index of a macro note; 0 for none
 };
 
-/// The files of one compilation. Texts and names stay where they are for its whole life, so that tokens may
-/// refer into them.
+/// The files of one compilation. The addresses of texts and names never change, so that tokens may refer to
+/// them.
 class SourceFiles
 {
 public:
     struct File
     {
-        std::filesystem::path path; ///< as opened; empty for text that came from no file
-        std::string name;           ///< as messages write it
+        std::filesystem::path path; ///< as opened; empty for text from no file
+        std::string name;           ///< in messages
         std::string_view text;
-        bool once = false;       ///< holds #pragma once
-        Location includedFrom{}; ///< line 0 for what no file includes
+        bool once = false;       ///< has #pragma once
+        Location includedFrom{}; ///< line 0 if no file includes it
     };
 
     struct MacroNote
@@ -48,19 +48,19 @@ public:
 
     std::uint32_t add(File file);
 
-    /// The file once more, for what stands in it when it is included there: an entry without a path.
+    /// Adds an entry without a path for one inclusion of the file.
     std::uint32_t addInclusion(std::uint32_t file, Location includedFrom);
 
     const File& operator[](std::uint32_t index) const { return files_[index]; }
     File& operator[](std::uint32_t index) { return files_[index]; }
-    /// The file of that path, or nothing when it was not added yet.
+    /// The file of that path, or nothing if it was not added yet.
     std::optional<std::uint32_t> find(const std::filesystem::path& path) const;
     std::uint32_t size() const { return static_cast<std::uint32_t>(files_.size()); }
 
-    /// Keeps text that the preprocessor made; the view is valid as long as this object.
+    /// Keeps text of the preprocessor's. The view is valid as long as this object.
     std::string_view keep(std::string text);
 
-    /// Remembers the answer to the first look-up of a file.
+    /// Records the result of the first look-up of a file; ignores later ones.
     void noteInput(const std::filesystem::path& path, std::optional<Cache::Digest> content);
     const std::vector<EffectInput>& inputs() const { return inputs_; }
 
@@ -69,7 +69,7 @@ public:
     /// "FILE:LINE:COLUMN".
     std::string describe(Location at) const;
 
-    /// Null for a token that no macro's body supplied.
+    /// Null for a token that is not from a macro's body.
     const MacroNote* macroNote(Location at) const;
 
 private:
@@ -80,8 +80,8 @@ private:
     std::unordered_set<std::string> inputNames_;
 };
 
-/// What is wrong with an effect, and where. As an exception it ends the reading of the thing that it is about
-/// and never leaves compileEffect.
+/// An error in an effect, and its place. As an exception it ends the parsing of the item that it is about; it
+/// never leaves compileEffect.
 class CompileError : public std::exception
 {
 public:
@@ -95,14 +95,14 @@ private:
     std::string text_;
 };
 
-/// An effect that is larger than the compiler takes: reading on would only take longer.
+/// The effect exceeds a limit of the compiler, which stops.
 class LimitError : public CompileError
 {
 public:
     using CompileError::CompileError;
 };
 
-/// Text of the author's that a message repeats, cut to a length that a person reads.
+/// Text of the author's as a message quotes it; a long text is cut.
 std::string inQuotes(std::string_view text);
 
 bool equalIgnoringCase(std::string_view a, std::string_view b);

@@ -23,7 +23,7 @@ bool isTechnique(const Token& token)
     return token.kind == TokenKind::Identifier && equalIgnoringCase(token.text, "technique");
 }
 
-/// "< string Name = ...", which is no comparison.
+/// "< string Name = ...", which is not a comparison.
 bool startsAnnotations(const Token* token)
 {
     return token->is("<") && token[1].kind == TokenKind::Identifier &&
@@ -40,14 +40,14 @@ bool mayStartItem(const Token& token)
 void TokenReader::skipItem(const Token* item)
 {
     const Token* const reached = token_;
-    std::vector<std::string_view> open; // the brackets that would close them
+    std::vector<std::string_view> open; // the closing partners
     for (const Token* token = item; token->kind != TokenKind::End; ++token) {
         if (open.empty() && startsAnnotations(token)) {
             open.push_back(">");
         } else if (opens(*token)) {
             open.push_back(partner(token->text));
         } else if (!open.empty() && token->is(open.back())) {
-            open.pop_back(); // one that closes nothing is the mistake, and is ignored
+            open.pop_back(); // a bracket that closes nothing is ignored
         }
         const bool ends = token->is(";") || (token->is("}") && mayStartItem(token[1]));
         if (open.empty() && ends && token + 1 >= reached) {

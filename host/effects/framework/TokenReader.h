@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/effects/framework/Lexer.h"
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 
 #include <string>
 #include <string_view>
@@ -9,7 +9,7 @@
 
 namespace Qx::Host::Effects {
 
-/// A place in a row of tokens that ends with an End token, and the checks that every reader of it needs.
+/// A position in tokens that end with an End token, with the checks that every reader needs.
 class TokenReader
 {
 public:
@@ -35,13 +35,13 @@ public:
         return same;
     }
 
-    /// Keywords of the effect framework go without regard to case.
+    /// Keywords of the effect framework ignore case.
     bool isKeyword(std::string_view word) const
     {
         return token_->kind == TokenKind::Identifier && equalIgnoringCase(token_->text, word);
     }
 
-    /// `context` says where: "in technique 'A'".
+    /// `context` is part of the message: "in technique 'A'".
     void expect(std::string_view text, std::string_view context)
     {
         if (!accept(text)) {
@@ -71,20 +71,20 @@ public:
                     (atEnd() ? std::string("; the file ends here") : "; found " + inQuotes(token_->text))};
     }
 
-    /// Takes what lies between here and one of the `stops` that stands outside any bracket; leaves the stop.
-    /// Checks that brackets match and are not nested too deep, and that there is nothing but HLSL's tokens.
-    /// `what` names the thing in messages; `opener` is the bracket before it, if there is one.
+    /// Takes the tokens up to one of the `stops` outside any bracket, and leaves the stop. Checks that
+    /// brackets match and are not nested too deep, and that all tokens are HLSL's. Messages call the tokens
+    /// `what`; `opener` is the bracket before them, if there is one.
     std::vector<Token> takeUntil(std::string_view stops, std::string_view what,
                                  const Token* opener = nullptr);
 
-    /// Takes from an opening bracket to its partner, both included.
+    /// Takes the tokens from an opening bracket to its partner, including both.
     std::vector<Token> takeBracketed(std::string_view what);
 
-    /// The token that is next, for skipItem.
+    /// The next token, for skipItem.
     const Token* position() const { return token_; }
 
-    /// After an error: goes on behind the item at the top of the file that begins there, at its ';' or the
-    /// end of its braces; where brackets do not match, at the next technique.
+    /// After an error: skips the rest of the top-level item that begins at `item`, up to its ';' or the end
+    /// of its braces. If its brackets do not match, skips to the next technique.
     void skipItem(const Token* item);
 
 private:

@@ -29,7 +29,7 @@ bool isColourCode(std::string_view semantic)
     return equalIgnoringCase(semantic, "COLORCODE") || equalIgnoringCase(semantic, "COLORCODE0");
 }
 
-/// The i of TEXCOORDi, or maxTexCoords and more for what is none.
+/// The i of TEXCOORDi; maxTexCoords or more for other semantics.
 std::size_t coordinateOf(std::string_view semantic)
 {
     constexpr std::string_view word = "TEXCOORD";
@@ -45,7 +45,7 @@ std::size_t coordinateOf(std::string_view semantic)
     return digit ? static_cast<std::size_t>(number[0] - '0') : none;
 }
 
-/// A type's name as the HLSL compiler knows it.
+/// The name of a type for the HLSL compiler.
 std::string spellingOf(const EffectSyntax::Type& type)
 {
     const bool plain = type.numeric && type.numeric->scalar != NumericType::Scalar::Other;
@@ -99,7 +99,7 @@ void EntryCall::addResult()
     addOutput(type, entry_.name, function.semantic, "qxfx_result");
 }
 
-/// A colour, or a struct that holds one.
+/// The result is a colour, or a struct with one.
 void EntryCall::addOutput(const EffectSyntax::Type& type, const Token& name,
                           const std::optional<Token>& semantic, const std::string& expression)
 {

@@ -9,23 +9,22 @@
 
 namespace Qx::Host::Effects {
 
-/// The call of a pass's entry function: makes the inputs that its semantics ask for from a pixel's position
-/// and adds the pass's arguments for its uniform parameters.
+/// The call of a pass's entry function: computes the inputs of its semantics from a pixel's position, and
+/// passes the pass's arguments to its uniform parameters.
 class EntryCall
 {
 public:
     using Tokens = std::vector<Token>;
 
-    /// All live longer than this object. Throws CompileError for semantics, types and arguments that do not
-    /// fit.
+    /// All live longer than this object. Throws CompileError for invalid semantics, types and arguments.
     EntryCall(const EffectSyntax& syntax, const EffectSyntax::Piece& entry, const EffectSyntax::Pass& pass);
 
-    /// Writes the function float4 qxfx_colourAt(int2 qxfx_texel, float2 qxfx_pixel): the entry function's
-    /// result for the pixel of the drawn area with that number, whose centre is at qxfx_pixel.
+    /// Writes the function float4 qxfx_colourAt(int2 qxfx_texel, float2 qxfx_pixel), which returns the entry
+    /// function's result for that pixel of the drawn area; its centre is at qxfx_pixel.
     void write(const std::function<void(std::string_view)>& writeLine,
                const std::function<void(const Tokens&)>& writeTokens) const;
 
-    /// Whether the result is a colour or, instead, the codes of one.
+    /// Whether the result is the codes of a colour instead of a colour.
     bool givesCodes() const { return givesCodes_; }
 
 private:

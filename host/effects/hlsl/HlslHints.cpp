@@ -21,7 +21,7 @@ constexpr std::array<std::string_view, 62> intrinsics{
     "sinh",       "smoothstep", "sqrt",     "step",      "tan",         "tanh",      "tex2D", "tex2Dbias",
     "tex2Dfetch", "tex2Dgrad",  "tex2Dlod", "tex2Dproj", "transpose",   "trunc"};
 
-/// What stands in the quotes at the message's beginning.
+/// The text in the quotes at the beginning of the message.
 std::string_view quotedName(std::string_view message)
 {
     const std::size_t end = message.find('\'', 1);
@@ -30,7 +30,7 @@ std::string_view quotedName(std::string_view message)
                : message.substr(1, end - 1);
 }
 
-/// The function's parameters, and what follows the name of a type in its body.
+/// Adds the function's parameters, and each name after the name of a type in its body.
 void addLocals(const EffectSyntax::Piece& function, std::vector<std::string_view>& names)
 {
     for (const EffectSyntax::FunctionParameter& parameter : function.function.parameters) {
@@ -91,13 +91,13 @@ std::string hintForFunction(std::string_view name, const EffectSyntax& syntax,
             continue;
         }
         if (candidate.name.text == name && piece && i < *piece) {
-            return {}; // it is known, and called with what it does not take
+            return {}; // it is known, and called with wrong arguments
         }
         below = below || (candidate.name.text == name && piece && i > *piece);
         names.push_back(candidate.name.text);
     }
     if (below) {
-        return "; it is declared further down, and must be before it is used";
+        return "; it is declared further down: declare it before its use";
     }
     names.insert(names.end(), intrinsics.begin(), intrinsics.end());
     return std::find(names.begin(), names.end(), name) == names.end() ? didYouMean(name, names)

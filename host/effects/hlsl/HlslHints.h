@@ -9,8 +9,8 @@
 
 namespace Qx::Host::Effects {
 
-/// What to add to a message of the HLSL compiler about a name that it does not know, such as " (did you mean
-/// X?)"; empty when there is nothing to say. `piece` is the piece of the effect that the message is about.
+/// A hint for a message of the HLSL compiler about an unknown name, such as " (did you mean X?)"; may be
+/// empty. `piece` is the piece of the effect that the message is about.
 std::string hintFor(std::string_view message, const EffectSyntax& syntax, std::optional<std::size_t> piece);
 
 } // namespace Qx::Host::Effects

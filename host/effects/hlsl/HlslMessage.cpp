@@ -45,7 +45,7 @@ std::string readableMessage(std::string_view message, std::string_view line)
         return "a function calls itself, directly or through others; shaders cannot";
     }
     std::string text = trimmed(message);
-    // "'TOKEN' : TEXT" is how the compiler writes; the token may be empty.
+    // The compiler writes "'TOKEN' : TEXT"; the token may be empty.
     if (const std::size_t colon = text.find("' : "); text[0] == '\'' && colon != std::string::npos) {
         const std::string token = text.substr(0, colon + 1);
         const std::string rest = trimmed(text.substr(colon + 4));

@@ -5,8 +5,8 @@
 
 namespace Qx::Host::Effects {
 
-/// What the HLSL compiler said about a line of a pass's text, in words for the author of the effect, who
-/// wrote neither that text nor the names that it adds.
+/// Rewrites a message of the HLSL compiler about a line of a pass's text for the author of the effect, who
+/// does not know that text or the names that the compiler adds.
 std::string readableMessage(std::string_view message, std::string_view line);
 
 } // namespace Qx::Host::Effects

@@ -1,7 +1,7 @@
 #include "host/effects/hlsl/ParameterLayout.h"
 
 #include "host/core/Suggestion.h"
-#include "host/effects/framework/Preprocessor.h"
+#include "host/effects/framework/Limits.h"
 
 #include <algorithm>
 #include <array>
@@ -63,7 +63,7 @@ Semantic semanticNamed(std::string_view name)
     const auto* const found =
         std::find_if(semanticNames.begin(), semanticNames.end(),
                      [&](std::string_view word) { return equalIgnoringCase(name, word); });
-    // The names stand in the order of the semantics, which begin with None.
+    // The names are in the order of the semantics, which begin with None.
     return found == semanticNames.end() ? Semantic::None
                                         : static_cast<Semantic>(1 + (found - semanticNames.begin()));
 }
@@ -72,7 +72,8 @@ void warnOfLikelySemantic(const Token& semantic, Problems& problems)
 {
     const std::string likely = didYouMean(semantic.text, semanticNames);
     if (!likely.empty()) {
-        problems.warn({semantic.at, "semantic " + inQuotes(semantic.text) + " means nothing here" + likely});
+        problems.warn(
+            {semantic.at, "semantic " + inQuotes(semantic.text) + " is unknown and is ignored" + likely});
     }
 }
 
@@ -88,7 +89,7 @@ std::uint32_t textureNamed(std::string_view name, Location at, const CompiledEff
     throw CompileError(at, "there is no texture " + inQuotes(name) + didYouMean(name, known));
 }
 
-/// Reports what is wrong with one property of a thing and leaves it as it was.
+/// Reports an error in one property and leaves the property as it was.
 template <typename Step>
 void tolerate(Problems& problems, const Step& step)
 {
@@ -108,7 +109,7 @@ void resolveSemantic(const EffectSyntax::Parameter& syntax, const CompiledEffect
     parameter.semantic = semanticNamed(syntax.semantic->text);
     if (parameter.semantic == Semantic::None) {
         warnOfLikelySemantic(*syntax.semantic, problems);
-        return; // authors and other programs have their own
+        return; // authors and other programs have semantics of their own
     }
     const std::string semantic = inQuotes(syntax.semantic->text);
     const bool size =
@@ -153,8 +154,8 @@ void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effe
     effect.uniformBytes = parameter.offset + parameter.bytes;
     if (effect.uniformBytes > Limits::uniformBytes) {
         throw LimitError(syntax.name.at, "the parameters up to " + inQuotes(syntax.name.text) + " take " +
-                                             std::to_string(effect.uniformBytes) + " bytes; " +
-                                             std::to_string(Limits::uniformBytes) + " are there");
+                                             std::to_string(effect.uniformBytes) + " bytes; the limit is " +
+                                             std::to_string(Limits::uniformBytes));
     }
     effect.parameters.push_back(std::move(parameter));
 }
@@ -211,9 +212,9 @@ void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Proble
     const std::size_t bytes =
         effect.textureUniforms + effect.textures.size() * sizeof(CompiledEffect::TextureUniforms);
     if (bytes > Limits::uniformBytes) {
-        throw LimitError(syntax.textures.back().name.at,
-                         "the parameters and textures of the effect take " + std::to_string(bytes) +
-                             " bytes; " + std::to_string(Limits::uniformBytes) + " are there");
+        throw LimitError(syntax.textures.back().name.at, "the parameters and textures of the effect take " +
+                                                             std::to_string(bytes) + " bytes; the limit is " +
+                                                             std::to_string(Limits::uniformBytes));
     }
     effect.uniformBytes = static_cast<std::uint32_t>(bytes);
 }

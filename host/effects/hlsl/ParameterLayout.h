@@ -6,7 +6,7 @@
 
 namespace Qx::Host::Effects {
 
-/// How a parameter lies in the uniform buffer.
+/// The layout of a parameter in the uniform buffer.
 struct ParameterPlacement
 {
     std::uint32_t alignment = 4;
@@ -14,13 +14,13 @@ struct ParameterPlacement
     std::uint32_t bytes = 4;
 };
 
-/// By the parameter's rows, columns and elements.
+/// Depends on the parameter's rows, columns and elements only.
 ParameterPlacement placementOf(const CompiledEffect::Parameter& parameter);
 
-/// Turns what was read into the effect's parameters, textures and samplers, resolves the names between them
-/// and lays the parameters out behind SystemUniforms by the std140 rules (OpenGL 4.6, 7.6.2.2), matrices by
-/// rows, and TextureUniforms behind them. What is wrong with one of them becomes a problem and the next is
-/// looked at. Throws CompileError when they take too much.
+/// Fills in the effect's parameters, textures and samplers and resolves the names between them. The
+/// parameters follow SystemUniforms by the std140 rules (OpenGL 4.6, 7.6.2.2), matrices by rows;
+/// TextureUniforms follow them. An error in one becomes a problem, and the next is processed. Throws
+/// CompileError if they take too much.
 void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Problems& problems);
 
 std::vector<CompiledEffect::Annotation>

@@ -1,87 +1,26 @@
 #include "host/effects/hlsl/PassText.h"
 
-#include "host/core/Suggestion.h"
-#include "host/effects/framework/Preprocessor.h"
 #include "host/effects/hlsl/EntryCall.h"
 #include "host/effects/hlsl/HlslNames.h"
-#include "host/effects/spirv/Remainders.h"
+#include "host/effects/hlsl/PassPrelude.h"
+#include "host/effects/hlsl/Remainders.h"
 
 #include <algorithm>
 
 namespace Qx::Host::Effects {
 namespace {
 
-using Kind = EffectSyntax::Piece::Kind;
 using SystemUniforms = CompiledEffect::SystemUniforms;
+using Semantic = CompiledEffect::Semantic;
+using Depths = CompiledEffect::PackedShader::Depths;
 
-constexpr std::size_t deepestCalls = 256;
-// Every call is replaced by the function called, at a price that grows with the square of their number.
-constexpr std::size_t mostInlinedTokens = 1U << 17U;
-constexpr std::size_t tokensOfCall = 64; // what one costs beside its text
-constexpr std::size_t mostNamesakes = 64;
-constexpr std::size_t mostPackedTokens = mostInlinedTokens / 4; // which is called up to four times
+constexpr std::size_t mostPackedTokens = CallGraph::mostInlinedTokens / 4; // it is called up to four times
 
-// One level and no coordinates outside the draw: an explicit level 0 is what every sampling means here, and
-// it stays defined in branches, where there are no derivatives. The HLSL compiler's own fmod takes the sign
-// of the divisor, which is GLSL's mod; HLSL's has the sign of what is divided.
-constexpr std::string_view prelude = R"(
-[[vk::constant_id(0)]] const bool qxfx_rotate = false;
-float4 qxfx_tex2D(sampler2D s, float2 at) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
-float4 qxfx_tex2D(sampler2D s, float2 at, float2 dx, float2 dy) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
-float4 qxfx_tex2Dlod(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 0.0, 0.0)); }
-float4 qxfx_tex2Dbias(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 0.0, 0.0)); }
-float4 qxfx_tex2Dgrad(sampler2D s, float2 at, float2 dx, float2 dy) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
-float4 qxfx_tex2Dproj(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy / at.w, 0.0, 0.0)); }
-float qxfx_fmod(float x, float y) { return x - y * trunc(x / y); }
-float2 qxfx_fmod(float2 x, float2 y) { return x - y * trunc(x / y); }
-float3 qxfx_fmod(float3 x, float3 y) { return x - y * trunc(x / y); }
-float4 qxfx_fmod(float4 x, float4 y) { return x - y * trunc(x / y); }
-float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(float2(texel), 0.0, 0.0)); }
-float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(float3(texel), 0.0)); }
-float4 qxfx_tex2Dcodes(sampler2D s, float4 of, int2 texel) { return floor(qxfx_tex2Dfetch(s, texel) * of.y + 0.5); }
-)";
-
-constexpr std::string_view mainForTexel = R"(
-float4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
-float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;
-float4 qxfx_colour = qxfx_colourAt(int2(floor(qxfx_pixel)), qxfx_pixel);
-)";
-constexpr std::string_view colourOfCodes =
-    "qxfx_colour = floor(clamp(qxfx_colour, 0.0, qxfx_target.x)) * (1.0 / qxfx_target.x);";
-constexpr std::string_view returnColour = "return qxfx_rotate ? qxfx_colour.wxyz : qxfx_colour; }";
-
-// Textures as rows of texels a, r, g, b. The numbers are signed: their conversions are the cheaper ones. That
-// a row is a whole number of groups long shows in the multiplication, for whoever reads several texels at
-// once.
-constexpr std::string_view packedPrelude = R"(
-float4 qxfx_tex2Dcodes(Buffer<uint4> s, float4 of, int2 texel) { return float4(int4(s.Load(texel.y * int(of.x) * qxfx_texels + texel.x))).yzwx; }
-float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex2Dcodes(s, of, texel) * (1.0 / qxfx_sourceMaxCode); }
-)";
-constexpr std::string_view codesAt = R"(
-int4 qxfx_codesAt(int x, int y) {
-float4 c = qxfx_colourAt(int2(x, y), float2(float(x), float(y)) + 0.5) * qxfx_scale;
-return int4(qxfx_rounded(clamp(c, 0.0, qxfx_maxCode))).wxyz; }
-)";
-constexpr std::string_view mainForFour = R"(
-uint qxfx_texel(int x, int y) { int4 c = qxfx_codesAt(x, y); return uint(c.x | c.y << 8 | c.z << 16 | c.w << 24); }
-uint4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
-int x = int(qxfx_position.x) * 4;
-int y = int(qxfx_position.y);
-return uint4(qxfx_texel(x, y), qxfx_texel(x + 1, y), qxfx_texel(x + 2, y), qxfx_texel(x + 3, y)); }
-)";
-constexpr std::string_view mainForTwo = R"(
-uint2 qxfx_texel(int x, int y) { int4 c = qxfx_codesAt(x, y); return uint2(c.x | c.y << 16, c.z | c.w << 16); }
-uint4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
-int x = int(qxfx_position.x) * 2;
-int y = int(qxfx_position.y);
-return uint4(qxfx_texel(x, y), qxfx_texel(x + 1, y)); }
-)";
-
-/// What the text of one pass calls the effect's samplers.
+/// How the text of one pass refers to the effect's samplers.
 class SamplerNames
 {
 public:
-    /// `buffers` has the samplers that stand for buffers instead.
+    /// `buffers` marks the samplers that are declared as buffers instead.
     SamplerNames(const CompiledEffect& effect, std::vector<bool> buffers)
         : effect_(effect), buffers_(std::move(buffers))
     {
@@ -92,8 +31,8 @@ public:
 
     bool isBuffer(std::size_t sampler) const { return buffers_[sampler]; }
 
-    /// What to write for the token at `at`: a sampler that is read by texel number comes with what is known
-    /// of its texture, where the function wants that.
+    /// The text for the token at `at`. A sampler that is read by the number of a texel is followed by its
+    /// entry in qxfx_textures, if the function takes that.
     std::string spelling(const std::vector<Token>& tokens, std::size_t at) const
     {
         std::string name(hlslName(tokens[at].text));
@@ -103,9 +42,9 @@ public:
             (codes || (buffers_[found->second] && isReadBy("tex2Dfetch", tokens, at)))) {
             name += ", qxfx_textures[" + std::to_string(effect_.samplers[found->second].texture) + ']';
         } else if (codes) {
-            throw CompileError(tokens[at].at, "tex2Dcodes reads a sampler that the effect declares, by its "
-                                              "name; " +
-                                                  inQuotes(tokens[at].text) + " is none");
+            throw CompileError(tokens[at].at,
+                               "tex2Dcodes expects the name of a sampler that the effect declares, not " +
+                                   inQuotes(tokens[at].text));
         }
         return name;
     }
@@ -134,6 +73,15 @@ public:
         text_.lines.push_back(at);
     }
 
+    void addLines(std::string_view lines, Location at)
+    {
+        for (std::size_t begin = 0; begin < lines.size();) {
+            const std::size_t end = lines.find('\n', begin);
+            add(lines.substr(begin, end - begin), at);
+            begin = end + 1;
+        }
+    }
+
     void add(const std::vector<Token>& tokens)
     {
         for (std::size_t i = 0; i < tokens.size(); ++i) {
@@ -158,15 +106,6 @@ private:
     PassText text_;
 };
 
-void writeLines(Output& output, std::string_view lines, Location at)
-{
-    for (std::size_t begin = 0; begin < lines.size();) {
-        const std::size_t end = lines.find('\n', begin);
-        output.add(lines.substr(begin, end - begin), at);
-        begin = end + 1;
-    }
-}
-
 std::string declaration(const CompiledEffect::Parameter& parameter)
 {
     const NumericType type{static_cast<NumericType::Scalar>(parameter.type), parameter.rows,
@@ -182,7 +121,7 @@ std::string maxCodeOf(std::uint32_t bits)
     return std::to_string((1U << bits) - 1U) + ".0";
 }
 
-/// Whether something is kept from one call to the next.
+/// Whether a function keeps a value from one call to the next.
 bool hasVariableStatic(const std::vector<Token>& tokens)
 {
     for (std::size_t i = 0; i < tokens.size(); ++i) {
@@ -206,166 +145,22 @@ std::vector<Token> declarationOf(const EffectSyntax::Piece& function)
     return tokens;
 }
 
-} // namespace
-
-PassWriter::PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect)
-    : syntax_(syntax), effect_(effect), costs_(syntax.pieces.size())
+/// Whether a sampler reads the texture in three dimensions.
+bool isTable(std::string_view texture, const EffectSyntax& syntax, const CompiledEffect& effect)
 {
-    for (std::size_t i = 0; i < syntax.pieces.size(); ++i) {
-        const EffectSyntax::Piece& piece = syntax.pieces[i];
-        std::vector<std::size_t>& namesakes = piecesByName_[piece.name.text];
-        if (namesakes.size() >= mostNamesakes) {
-            throw CompileError(piece.name.at, inQuotes(piece.name.text) + " is declared more than " +
-                                                  std::to_string(mostNamesakes) + " times");
-        }
-        namesakes.push_back(i);
-    }
-    for (std::size_t i = 0; i < syntax.pieces.size(); ++i) {
-        costOf(i, 0);
-    }
-}
-
-bool PassWriter::mayCall(std::size_t caller, std::size_t callee) const
-{
-    const EffectSyntax::Piece& piece = syntax_.pieces[callee];
-    if (piece.kind != Kind::Function || !piece.function.hasBody) {
-        return false;
-    }
-    const std::vector<std::size_t>& namesakes = piecesByName_.at(piece.name.text);
-    if (callee == caller) {
-        return namesakes.size() == 1; // else it may be another function of that name that is called
-    }
-    // A name means what was declared before it.
-    return callee < caller || std::any_of(namesakes.begin(), namesakes.end(), [&](std::size_t i) {
-               return i < caller && !syntax_.pieces[i].function.hasBody;
-           });
-}
-
-std::size_t PassWriter::costOf(std::size_t index, std::size_t depth)
-{
-    const EffectSyntax::Piece& piece = syntax_.pieces[index];
-    Cost& cost = costs_[index];
-    if (cost.state == Cost::State::Known) {
-        return cost.tokens;
-    }
-    if (cost.state == Cost::State::Open) {
-        throw CompileError(piece.name.at, "function " + inQuotes(piece.name.text) +
-                                              " calls itself, directly or through others; shaders cannot");
-    }
-    if (depth > deepestCalls) {
-        throw CompileError(piece.name.at, "calls of functions are nested more than " +
-                                              std::to_string(deepestCalls) + " deep");
-    }
-    cost.state = Cost::State::Open;
-    std::size_t tokens = piece.text.size();
-    for (std::size_t i = piece.bodyBegin; i < piece.text.size(); ++i) {
-        const auto found = piecesByName_.find(piece.text[i].text);
-        if (piece.kind != Kind::Function || found == piecesByName_.end()) {
-            continue;
-        }
-        std::size_t dearest = 0;
-        for (const std::size_t callee : found->second) {
-            if (mayCall(index, callee)) {
-                dearest = std::max(dearest, costOf(callee, depth + 1) + tokensOfCall);
-            }
-        }
-        tokens += dearest;
-        if (tokens > mostInlinedTokens) {
-            throw CompileError(piece.name.at, "function " + inQuotes(piece.name.text) +
-                                                  " comes to more than " + std::to_string(mostInlinedTokens) +
-                                                  " tokens with all that it calls");
-        }
-    }
-    cost = {Cost::State::Known, tokens};
-    return tokens;
-}
-
-const EffectSyntax::Piece& PassWriter::findEntry(const EffectSyntax::Pass& pass) const
-{
-    const EffectSyntax::Piece* entry = nullptr;
-    if (const auto found = piecesByName_.find(pass.entry.text); found != piecesByName_.end()) {
-        for (const std::size_t i : found->second) {
-            const EffectSyntax::Piece& piece = syntax_.pieces[i];
-            if (piece.kind != Kind::Function || !piece.function.hasBody) {
-                continue;
-            }
-            if (entry != nullptr) {
-                throw CompileError(pass.entry.at, "there are two functions " + inQuotes(pass.entry.text) +
-                                                      "; a pass needs one of its own name");
-            }
-            entry = &piece;
-        }
-    }
-    if (entry == nullptr) {
-        std::vector<std::string_view> functions;
-        for (const EffectSyntax::Piece& piece : syntax_.pieces) {
-            if (piece.kind == Kind::Function) {
-                functions.push_back(piece.name.text);
-            }
-        }
-        throw CompileError(pass.entry.at, "there is no function " + inQuotes(pass.entry.text) +
-                                              didYouMean(pass.entry.text, functions));
-    }
-    return *entry;
-}
-
-std::unordered_set<std::string_view> PassWriter::reachableFrom(const EffectSyntax::Pass& pass) const
-{
-    std::unordered_set<std::string_view> names{pass.entry.text};
-    std::vector<std::string_view> open{pass.entry.text};
-    const auto reach = [&](const std::vector<Token>& tokens) {
-        for (const Token& token : tokens) {
-            if (token.kind == TokenKind::Identifier && names.insert(token.text).second) {
-                open.push_back(token.text);
-            }
-        }
-    };
-    for (const std::vector<Token>& argument : pass.arguments) {
-        reach(argument);
-    }
-    while (!open.empty()) {
-        const auto found = piecesByName_.find(open.back());
-        open.pop_back();
-        if (found != piecesByName_.end()) {
-            for (const std::size_t i : found->second) {
-                reach(syntax_.pieces[i].text);
-            }
-        }
-    }
-    return names;
-}
-
-std::optional<std::size_t> PassText::pieceAt(std::size_t line) const
-{
-    const auto next = std::upper_bound(pieces.begin(), pieces.end(), line,
-                                       [](std::size_t at, const auto& piece) { return at < piece.first; });
-    return next == pieces.begin() || next == pieces.end() ? std::nullopt : std::optional((next - 1)->second);
-}
-
-bool PassWriter::canBePacked(const EffectSyntax::Pass& pass) const
-{
-    const std::unordered_set<std::string_view> names = reachableFrom(pass);
-    const bool remembers =
-        std::any_of(syntax_.pieces.begin(), syntax_.pieces.end(), [&](const EffectSyntax::Piece& piece) {
-            return names.count(piece.name.text) != 0 && hasVariableStatic(piece.text);
-        });
-    const auto entry = static_cast<std::size_t>(&findEntry(pass) - syntax_.pieces.data());
-    return !remembers && costs_[entry].tokens <= mostPackedTokens;
-}
-
-bool PassWriter::isTable(std::string_view texture) const
-{
-    for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
-        if (syntax_.samplers[i].dimensions == 3 &&
-            effect_.textures[effect_.samplers[i].texture].name == texture) {
+    for (std::size_t i = 0; i < effect.samplers.size(); ++i) {
+        if (syntax.samplers[i].dimensions == 3 &&
+            effect.textures[effect.samplers[i].texture].name == texture) {
             return true;
         }
     }
     return false;
 }
 
-std::vector<bool> PassWriter::readByNumberOnly(const EffectSyntax::Pass& pass,
-                                               const std::unordered_set<std::string_view>& names) const
+/// For each sampler, whether the pass reads it only by the number of a texel.
+std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
+                                   const std::unordered_set<std::string_view>& names,
+                                   const EffectSyntax& syntax, const CompiledEffect& effect)
 {
     std::unordered_set<std::string_view> otherwise;
     const auto look = [&](const std::vector<Token>& tokens) {
@@ -377,121 +172,201 @@ std::vector<bool> PassWriter::readByNumberOnly(const EffectSyntax::Pass& pass,
         }
     };
     std::for_each(pass.arguments.begin(), pass.arguments.end(), look);
-    for (const EffectSyntax::Piece& piece : syntax_.pieces) {
+    for (const EffectSyntax::Piece& piece : syntax.pieces) {
         if (names.count(piece.name.text) != 0) {
             look(piece.text);
         }
     }
-    std::vector<bool> result(effect_.samplers.size());
+    std::vector<bool> result(effect.samplers.size());
     for (std::size_t i = 0; i < result.size(); ++i) {
-        result[i] = syntax_.samplers[i].dimensions == 2 && otherwise.count(effect_.samplers[i].name) == 0;
+        result[i] = syntax.samplers[i].dimensions == 2 && otherwise.count(effect.samplers[i].name) == 0;
     }
     return result;
 }
 
-PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
+/// The text of one pass in the making.
+class Writing
 {
-    return write(pass, withoutBody, std::nullopt);
-}
-
-PassText PassWriter::writePacked(const EffectSyntax::Pass& pass,
-                                 CompiledEffect::PackedShader::Depths depths) const
-{
-    return write(pass, {}, depths);
-}
-
-PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody,
-                           std::optional<CompiledEffect::PackedShader::Depths> grouped) const
-{
-    const EntryCall call(syntax_, findEntry(pass), pass);
-    std::unordered_set<std::string_view> names = reachableFrom(pass);
-    const auto used = [&](std::string_view name) { return names.count(name) != 0; };
-    const SamplerNames samplers(effect_, grouped ? readByNumberOnly(pass, names)
-                                                 : std::vector<bool>(effect_.samplers.size()));
-    Output output(samplers);
-    const std::string sourceMaxCode = grouped ? maxCodeOf(grouped->source) : "";
-    const std::string targetMaxCode = grouped ? maxCodeOf(grouped->target) : "";
-    writeLines(output, prelude, pass.entry.at);
-    if (grouped) {
-        output.add("static const float qxfx_sourceMaxCode = " + sourceMaxCode + ';', pass.entry.at);
-        output.add("static const float qxfx_maxCode = " + targetMaxCode + ';', pass.entry.at);
-        output.add("static const int qxfx_texels = " +
-                       std::to_string(CompiledEffect::PackedShader::texelsOf(grouped->source)) + ';',
-                   pass.entry.at);
-        output.add("static const float qxfx_scale = " + (call.givesCodes() ? "1.0" : targetMaxCode) + ';',
-                   pass.entry.at);
-        // To the even code where two are as near, as the device rounds what it writes by single texels.
-        output.add(std::string("float4 qxfx_rounded(float4 c) { return ") +
-                       (call.givesCodes() ? "c" : "round(c)") + "; }",
-                   pass.entry.at);
-        writeLines(output, packedPrelude, pass.entry.at);
+public:
+    /// `packed` is given for the text of a PackedShader.
+    Writing(const EffectSyntax& syntax, const CompiledEffect& effect, const CallGraph& calls,
+            const EffectSyntax::Pass& pass, std::optional<Depths> packed)
+        : syntax_(syntax),
+          effect_(effect),
+          pass_(pass),
+          packed_(packed),
+          call_(syntax, calls.entryOf(pass), pass),
+          names_(calls.namesReachedBy(pass)),
+          samplers_(effect, packed ? readByNumberOnly(pass, names_, syntax, effect)
+                                   : std::vector<bool>(effect.samplers.size())),
+          output_(samplers_)
+    {
     }
-    if (used("qxfx_divisor")) {
-        writeLines(output, remainderFunctions, pass.entry.at);
+
+    PassText run(const std::set<std::size_t>& withoutBody)
+    {
+        addLines(prelude);
+        if (packed_) {
+            addPackedPrelude();
+        }
+        if (isUsed("qxfx_divisor")) {
+            addLines(remainderFunctions);
+        }
+        addUniforms();
+        addSamplers();
+        addPieces(withoutBody);
+        call_.write([&](std::string_view line) { add(line); },
+                    [&](const std::vector<Token>& tokens) { output_.add(tokens); });
+        addMain();
+        PassText text = output_.take();
+        text.names = std::move(names_);
+        return text;
     }
-    output.add("cbuffer qxfx_uniforms : register(b0) { float4 qxfx_area : packoffset(c0);", pass.entry.at);
-    output.add("float4 qxfx_coordinates[" + std::to_string(SystemUniforms::maxTexCoords) +
-                   "] : packoffset(c1); float4 qxfx_target : packoffset(c" +
-                   std::to_string(1 + SystemUniforms::maxTexCoords) + ");",
-               pass.entry.at);
-    std::vector<std::pair<std::string_view, std::string_view>> constants;
-    for (std::size_t i = 0; i < effect_.parameters.size(); ++i) {
-        const CompiledEffect::Parameter& parameter = effect_.parameters[i];
-        const bool ofTarget = parameter.semantic == CompiledEffect::Semantic::TargetMaxCode;
-        const bool ofSource = parameter.semantic == CompiledEffect::Semantic::TextureMaxCode &&
-                              !isTable(parameter.semanticTexture);
-        if (used(parameter.name) && grouped && (ofTarget || ofSource)) {
-            constants.emplace_back(parameter.name, ofTarget ? targetMaxCode : sourceMaxCode);
-        } else if (used(parameter.name)) {
-            output.add(declaration(parameter), syntax_.parameters[i].name.at);
+
+private:
+    void add(std::string_view line) { output_.add(line, pass_.entry.at); }
+    void addLines(std::string_view lines) { output_.addLines(lines, pass_.entry.at); }
+    bool isUsed(std::string_view name) const { return names_.count(name) != 0; }
+
+    void addPackedPrelude()
+    {
+        const bool codes = call_.givesCodes();
+        const std::string targetMaxCode = maxCodeOf(packed_->target);
+        add("static const float qxfx_sourceMaxCode = " + maxCodeOf(packed_->source) + ';');
+        add("static const float qxfx_maxCode = " + targetMaxCode + ';');
+        add("static const int qxfx_texels = " +
+            std::to_string(CompiledEffect::PackedShader::texelsOf(packed_->source)) + ';');
+        add("static const float qxfx_scale = " + (codes ? "1.0" : targetMaxCode) + ';');
+        // Half-way values go to the even code, as the device rounds when it writes single texels.
+        add(std::string("float4 qxfx_rounded(float4 c) { return ") + (codes ? "c" : "round(c)") + "; }");
+        addLines(packedPrelude);
+    }
+
+    void addUniforms()
+    {
+        add("cbuffer qxfx_uniforms : register(b0) { float4 qxfx_area : packoffset(c0);");
+        add("float4 qxfx_coordinates[" + std::to_string(SystemUniforms::maxTexCoords) +
+            "] : packoffset(c1); float4 qxfx_target : packoffset(c" +
+            std::to_string(1 + SystemUniforms::maxTexCoords) + ");");
+        std::vector<std::string> constants;
+        for (std::size_t i = 0; i < effect_.parameters.size(); ++i) {
+            const CompiledEffect::Parameter& parameter = effect_.parameters[i];
+            if (!isUsed(parameter.name)) {
+                continue;
+            }
+            if (const std::optional<std::uint32_t> bits = knownBits(parameter)) {
+                constants.push_back("static const float " + std::string(hlslName(parameter.name)) + " = " +
+                                    maxCodeOf(*bits) + ';');
+            } else {
+                output_.add(declaration(parameter), syntax_.parameters[i].name.at);
+            }
+        }
+        if (!effect_.textures.empty()) {
+            add("float4 qxfx_textures[" + std::to_string(effect_.textures.size()) + "] : packoffset(c" +
+                std::to_string(effect_.textureUniforms / sizeof(CompiledEffect::TextureUniforms)) + ");");
+        }
+        add("};");
+        for (const std::string& constant : constants) {
+            add(constant);
         }
     }
-    if (!effect_.textures.empty()) {
-        output.add("float4 qxfx_textures[" + std::to_string(effect_.textures.size()) + "] : packoffset(c" +
-                       std::to_string(effect_.textureUniforms / sizeof(CompiledEffect::TextureUniforms)) +
-                       ");",
-                   pass.entry.at);
+
+    /// The depth whose largest code the parameter is, where the text is for known depths.
+    std::optional<std::uint32_t> knownBits(const CompiledEffect::Parameter& parameter) const
+    {
+        if (packed_ && parameter.semantic == Semantic::TargetMaxCode) {
+            return packed_->target;
+        }
+        if (packed_ && parameter.semantic == Semantic::TextureMaxCode &&
+            !isTable(parameter.semanticTexture, syntax_, effect_)) {
+            return packed_->source;
+        }
+        return std::nullopt;
     }
-    output.add("};", pass.entry.at);
-    for (const auto& [name, maxCode] : constants) {
-        output.add("static const float " + std::string(hlslName(name)) + " = " + std::string(maxCode) + ';',
-                   pass.entry.at);
-    }
-    for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
-        if (used(effect_.samplers[i].name)) {
-            const std::string type = samplers.isBuffer(i)
+
+    void addSamplers()
+    {
+        for (std::size_t i = 0; i < effect_.samplers.size(); ++i) {
+            if (!isUsed(effect_.samplers[i].name)) {
+                continue;
+            }
+            const std::string type = samplers_.isBuffer(i)
                                          ? "Buffer<uint4> "
                                          : "sampler" + std::to_string(syntax_.samplers[i].dimensions) + "D ";
-            output.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] " + type +
-                           std::string(hlslName(effect_.samplers[i].name)) + ";",
-                       syntax_.samplers[i].name.at);
+            output_.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] " + type +
+                            std::string(hlslName(effect_.samplers[i].name)) + ";",
+                        syntax_.samplers[i].name.at);
         }
     }
-    for (std::size_t i = 0; i < syntax_.pieces.size(); ++i) {
-        const EffectSyntax::Piece& piece = syntax_.pieces[i];
-        if (used(piece.name.text)) {
-            withoutBody.count(i) == 0 ? output.addPiece(i, piece.text)
-                                      : output.addPiece(i, declarationOf(piece));
+
+    void addPieces(const std::set<std::size_t>& withoutBody)
+    {
+        for (std::size_t i = 0; i < syntax_.pieces.size(); ++i) {
+            const EffectSyntax::Piece& piece = syntax_.pieces[i];
+            if (isUsed(piece.name.text)) {
+                output_.addPiece(i, withoutBody.count(i) == 0 ? piece.text : declarationOf(piece));
+            }
         }
+        output_.beginPiece(syntax_.pieces.size());
     }
-    output.beginPiece(syntax_.pieces.size());
-    call.write([&](std::string_view line) { output.add(line, pass.entry.at); },
-               [&](const std::vector<Token>& tokens) { output.add(tokens); });
-    if (grouped) {
-        writeLines(output, codesAt, pass.entry.at);
-        writeLines(output,
-                   CompiledEffect::PackedShader::texelsOf(grouped->target) == 4 ? mainForFour : mainForTwo,
-                   pass.entry.at);
-    } else {
-        writeLines(output, mainForTexel, pass.entry.at);
-        if (call.givesCodes()) {
-            output.add(colourOfCodes, pass.entry.at);
+
+    void addMain()
+    {
+        if (packed_) {
+            const bool four = CompiledEffect::PackedShader::texelsOf(packed_->target) == 4;
+            addLines(codesAt);
+            addLines(four ? mainForFour : mainForTwo);
+            return;
         }
-        output.add(returnColour, pass.entry.at);
+        addLines(mainForTexel);
+        if (call_.givesCodes()) {
+            add(colourOfCodes);
+        }
+        add(returnColour);
     }
-    PassText text = output.take();
-    text.names = std::move(names);
-    return text;
+
+    const EffectSyntax& syntax_;
+    const CompiledEffect& effect_;
+    const EffectSyntax::Pass& pass_;
+    const std::optional<Depths> packed_;
+    const EntryCall call_;
+    std::unordered_set<std::string_view> names_;
+    const SamplerNames samplers_;
+    Output output_;
+};
+
+} // namespace
+
+std::optional<std::size_t> PassText::pieceAt(std::size_t line) const
+{
+    const auto next = std::upper_bound(pieces.begin(), pieces.end(), line,
+                                       [](std::size_t at, const auto& piece) { return at < piece.first; });
+    return next == pieces.begin() || next == pieces.end() ? std::nullopt : std::optional((next - 1)->second);
+}
+
+PassWriter::PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect)
+    : syntax_(syntax), effect_(effect), calls_(syntax)
+{
+}
+
+bool PassWriter::canBePacked(const EffectSyntax::Pass& pass) const
+{
+    const std::unordered_set<std::string_view> names = calls_.namesReachedBy(pass);
+    const bool remembers =
+        std::any_of(syntax_.pieces.begin(), syntax_.pieces.end(), [&](const EffectSyntax::Piece& piece) {
+            return names.count(piece.name.text) != 0 && hasVariableStatic(piece.text);
+        });
+    return !remembers && calls_.inlinedTokens(pass) <= mostPackedTokens;
+}
+
+PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
+{
+    return Writing(syntax_, effect_, calls_, pass, std::nullopt).run(withoutBody);
+}
+
+PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths) const
+{
+    return Writing(syntax_, effect_, calls_, pass, depths).run({});
 }
 
 } // namespace Qx::Host::Effects

@@ -2,19 +2,19 @@
 
 #include "host/effects/CompiledEffect.h"
 #include "host/effects/framework/EffectSyntax.h"
+#include "host/effects/hlsl/CallGraph.h"
 
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
 namespace Qx::Host::Effects {
 
-/// One pass as plain HLSL, a token a line, so that a line of the text tells the token.
+/// One pass as plain HLSL. Each token has a line of its own, so that a line of the text identifies the token.
 struct PassText
 {
     std::string hlsl;
@@ -26,7 +26,7 @@ struct PassText
 
     std::unordered_set<std::string_view> names; ///< that the pass reaches, declared or not
 
-    /// The piece that a line is part of; nothing for what the compiler adds.
+    /// The piece that a line is part of; nothing for lines that the compiler adds.
     std::optional<std::size_t> pieceAt(std::size_t line) const;
 };
 
@@ -35,47 +35,25 @@ struct PassText
 class PassWriter
 {
 public:
-    /// Both live longer than this object; `effect` has its parameters and samplers. Throws CompileError for
-    /// functions that call each other in a circle or too deep, and for calls that multiply beyond bounds.
+    /// Both live longer than this object; `effect` has its parameters and samplers. Throws what CallGraph
+    /// throws.
     PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect);
 
-    /// Throws CompileError when the entry function cannot serve as one. The functions `withoutBody`, by their
-    /// index in EffectSyntax::pieces, are only declared: for finding what is wrong with the others.
+    /// Throws CompileError if the entry function is missing, ambiguous or of a wrong signature. The functions
+    /// `withoutBody`, by their index in EffectSyntax::pieces, are only declared: to find errors in the
+    /// others.
     PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody = {}) const;
 
-    /// The text of the PackedShader for components of so many bits. The pass's own text could be written.
+    /// The text of the PackedShader for these depths, of a pass for which write() succeeded.
     PassText writePacked(const EffectSyntax::Pass& pass, CompiledEffect::PackedShader::Depths depths) const;
 
-    /// Whether a fragment may make several texels, one after the other, and is worth its longer text.
+    /// Whether one fragment may draw several texels, one after the other, and the longer text is worth it.
     bool canBePacked(const EffectSyntax::Pass& pass) const;
 
 private:
-    struct Cost
-    {
-        enum class State
-        {
-            Unknown,
-            Open,
-            Known
-        };
-        State state = State::Unknown;
-        std::size_t tokens = 0; ///< with every call replaced by the function called
-    };
-
-    const EffectSyntax::Piece& findEntry(const EffectSyntax::Pass& pass) const;
-    std::size_t costOf(std::size_t piece, std::size_t depth);
-    bool mayCall(std::size_t caller, std::size_t callee) const;
-    std::unordered_set<std::string_view> reachableFrom(const EffectSyntax::Pass& pass) const;
-    bool isTable(std::string_view texture) const;
-    std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
-                                       const std::unordered_set<std::string_view>& names) const;
-    PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody,
-                   std::optional<CompiledEffect::PackedShader::Depths> grouped) const;
-
     const EffectSyntax& syntax_;
     const CompiledEffect& effect_;
-    std::unordered_map<std::string_view, std::vector<std::size_t>> piecesByName_;
-    std::vector<Cost> costs_;
+    const CallGraph calls_;
 };
 
 } // namespace Qx::Host::Effects

@@ -1,47 +1,37 @@
 #include "host/effects/hlsl/ShaderCompiler.h"
 
-#include "host/effects/CompiledEffect.h"
-#include "host/effects/hlsl/FetchRewriter.h"
-#include "host/effects/spirv/ExactArithmetic.h"
-#include "host/effects/spirv/FetchWidening.h"
-#include "host/effects/spirv/IndexArithmetic.h"
-#include "host/effects/spirv/Remainders.h"
-#include "host/effects/spirv/SpirvModule.h"
-#include "host/effects/spirv/UniformInputs.h"
+#include "host/effects/spirv/Passes.h"
+#include "host/effects/spirv/ShaderChecks.h"
 
 #include <glslang/Public/ResourceLimits.h>
 #include <glslang/Public/ShaderLang.h>
 #include <glslang/SPIRV/GlslangToSpv.h>
 #include <spirv-tools/libspirv.hpp>
-#include <spirv-tools/optimizer.hpp>
 
 #include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <cstddef>
 #include <exception>
-#include <map>
+#include <pthread.h>
 #include <sstream>
 #include <string_view>
 #include <thread>
-
-#include <glslang/SPIRV/spirv.hpp>
-#include <pthread.h>
+#include <utility>
 
 namespace Qx::Host::Effects {
 namespace {
 
-constexpr auto target = SPV_ENV_VULKAN_1_1;
-
-/// glslang's process-wide tables, made on first use and kept: freeing them while another module of the
-/// process still compiles would take them from under it.
+/// Creates glslang's process-wide tables on first use and keeps them: another module of the process may still
+/// use them.
 void startGlslang()
 {
     static const bool started = glslang::InitializeProcess();
     static_cast<void>(started);
 }
 
-/// The first line with a place, "ERROR: 0:12: 'gain' : undeclared identifier", or else the first without.
+/// The first line with a place, such as "ERROR: 0:12: 'gain' : undeclared identifier", or else the first
+/// line.
 std::optional<CompiledShader::Message> firstError(const std::string& log)
 {
     constexpr std::string_view mark = "ERROR: ";
@@ -99,153 +89,40 @@ std::vector<std::uint32_t> translate(const std::string& hlsl, std::optional<Comp
     }
     std::vector<std::uint32_t> spirv;
     glslang::SpvOptions options;
-    options.disableOptimizer = true; // it follows, after the fetches are in their place
+    options.disableOptimizer = true; // it is one of our passes
     glslang::GlslangToSpv(*program.getIntermediate(EShLangFragment), spirv, &options);
     return spirv;
-}
-
-spvtools::MessageConsumer collectInto(std::string& text)
-{
-    return [&text](spv_message_level_t level, const char*, const spv_position_t&, const char* message) {
-        if (level <= SPV_MSG_ERROR) {
-            text += (text.empty() ? "" : "; ") + std::string(message);
-        }
-    };
-}
-
-template <class RegisterPasses>
-bool runPasses(std::vector<std::uint32_t>& spirv, std::string& problem, RegisterPasses registerPasses)
-{
-    spvtools::Optimizer optimizer(target);
-    optimizer.SetMessageConsumer(collectInto(problem));
-    registerPasses(optimizer);
-    spvtools::OptimizerOptions options;
-    options.set_run_validator(false); // the result is validated
-    std::vector<std::uint32_t> optimized;
-    if (!optimizer.Run(spirv.data(), spirv.size(), &optimized, options)) {
-        return false;
-    }
-    spirv = std::move(optimized);
-    return true;
-}
-
-bool optimize(std::vector<std::uint32_t>& spirv, std::string& problem)
-{
-    return runPasses(spirv, problem, [](spvtools::Optimizer& optimizer) {
-        optimizer.RegisterLegalizationPasses().RegisterPerformancePasses();
-        optimizer.RegisterPass(spvtools::CreateStripDebugInfoPass());
-    });
-}
-
-/// Follows up on numbers that have become constants, or equal, in a shader that has been optimized before:
-/// for a small part of the time.
-bool tidyUp(std::vector<std::uint32_t>& spirv, std::string& problem)
-{
-    return runPasses(spirv, problem, [](spvtools::Optimizer& optimizer) {
-        optimizer.RegisterPass(spvtools::CreateCCPPass())
-            .RegisterPass(spvtools::CreateSimplificationPass())
-            .RegisterPass(spvtools::CreateDeadBranchElimPass())
-            .RegisterPass(spvtools::CreateBlockMergePass())
-            .RegisterPass(spvtools::CreateRedundancyEliminationPass())
-            .RegisterPass(spvtools::CreateAggressiveDCEPass());
-    });
-}
-
-bool validate(const std::vector<std::uint32_t>& spirv, std::string& problem)
-{
-    spvtools::SpirvTools tools(target);
-    tools.SetMessageConsumer(collectInto(problem));
-    return tools.Validate(spirv);
-}
-
-/// Whether every device offers what the shader needs.
-bool needsOnlyCore(const std::vector<std::uint32_t>& spirv, std::string& problem)
-{
-    return Spirv::forEach(
-               spirv,
-               [&problem](const Spirv::Instruction& instruction) {
-                   const std::uint32_t capability = instruction[1];
-                   if (instruction.op() == spv::OpCapability && capability != spv::CapabilityShader &&
-                       capability != spv::CapabilityMatrix && capability != spv::CapabilityImageQuery &&
-                       capability != spv::CapabilityDerivativeControl &&
-                       capability != spv::CapabilitySampledBuffer) {
-                       problem = "it needs what not every device has (capability " +
-                                 std::to_string(capability) + ")";
-                   }
-               }) &&
-           problem.empty();
-}
-
-bool minglesPixels(const std::vector<std::uint32_t>& spirv)
-{
-    bool mingles = false;
-    Spirv::forEach(spirv, [&mingles](const Spirv::Instruction& instruction) {
-        const spv::Op op = instruction.op();
-        mingles = mingles || op == spv::OpKill || op == spv::OpTerminateInvocation ||
-                  op == spv::OpDemoteToHelperInvocation || (op >= spv::OpDPdx && op <= spv::OpFwidthCoarse);
-    });
-    return mingles;
-}
-
-std::vector<std::uint32_t> samplerBindings(const std::vector<std::uint32_t>& spirv)
-{
-    std::map<std::uint32_t, std::uint32_t> bindings;
-    std::vector<std::uint32_t> read;
-    Spirv::forEach(spirv, [&](const Spirv::Instruction& instruction) {
-        if (instruction.op() == spv::OpDecorate && instruction[2] == spv::DecorationBinding) {
-            bindings[instruction[1]] = instruction[3];
-        } else if (instruction.op() == spv::OpVariable &&
-                   instruction[3] == spv::StorageClassUniformConstant) {
-            read.push_back(bindings[instruction[2]]);
-        }
-    });
-    std::sort(read.begin(), read.end());
-    return read;
-}
-
-/// Fits a shader that draws packed texels to devices that pay for what such shaders do most.
-bool fitPacked(CompiledShader& shader, std::uint32_t sourceBits, std::string& problem)
-{
-    if (simplifyColumnArithmetic(shader.spirv) && !tidyUp(shader.spirv, problem)) {
-        return false;
-    }
-    const std::uint32_t texelBytes = sourceBits / 2;
-    const std::map<std::uint32_t, std::uint32_t> wide = widenFetches(shader.spirv, texelBytes);
-    if (!wide.empty() && !tidyUp(shader.spirv, problem)) {
-        return false;
-    }
-    shader.rows = passUniformsAsInputs(shader.spirv, CompiledEffect::PackedShader::mostRows);
-    for (const std::uint32_t binding : samplerBindings(shader.spirv)) {
-        const auto found = wide.find(binding);
-        shader.texelBytes.push_back(found != wide.end() ? found->second : texelBytes);
-    }
-    return true;
 }
 
 CompiledShader compileShader(const std::string& hlsl, std::uint32_t packedSourceBits)
 {
     CompiledShader shader;
-    shader.spirv = translate(hlsl, shader.error);
-    if (shader.spirv.empty()) {
+    ShaderModule module;
+    module.packedSourceBits = packedSourceBits;
+    module.words = translate(hlsl, shader.error);
+    if (module.words.empty()) {
         return shader;
     }
-    useRemaindersOfHlsl(shader.spirv);
-    keepArithmeticAsWritten(shader.spirv);
     std::string problem;
-    if (!rewriteFetches(shader.spirv, {std::begin(fetchFunctions), std::end(fetchFunctions)}) ||
-        !optimize(shader.spirv, problem) ||
-        (packedSourceBits != 0 && !fitPacked(shader, packedSourceBits, problem)) ||
-        !validate(shader.spirv, problem) || !needsOnlyCore(shader.spirv, problem)) {
+    if (!runPasses(module, problem) || !validate(module.words, problem) ||
+        !needsOnlyCore(module.words, problem)) {
         shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
-        shader.spirv.clear();
         return shader;
     }
-    shader.bindings = samplerBindings(shader.spirv);
-    shader.minglesPixels = minglesPixels(shader.spirv);
+    shader.bindings = samplerBindings(module.words);
+    shader.minglesPixels = minglesPixels(module.words);
+    if (packedSourceBits != 0) {
+        for (const std::uint32_t binding : shader.bindings) {
+            const auto found = module.widened.find(binding);
+            shader.texelBytes.push_back(found != module.widened.end() ? found->second : packedSourceBits / 2);
+        }
+        shader.rows = std::move(module.rows);
+    }
+    shader.spirv = std::move(module.words);
     return shader;
 }
 
-/// What the threads of one compileShaders share: each takes the next text until there is none.
+/// The work that the threads of one compileShaders share: each takes the next text until none is left.
 struct Work
 {
     const std::vector<std::string>& hlsl;

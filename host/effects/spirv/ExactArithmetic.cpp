@@ -1,8 +1,6 @@
-#include "host/effects/spirv/ExactArithmetic.h"
+#include "host/effects/spirv/Passes.h"
 
-#include "host/effects/spirv/SpirvModule.h"
-
-#include <cstddef>
+#include <vector>
 
 namespace Qx::Host::Effects {
 namespace {
@@ -32,19 +30,31 @@ bool isFloatArithmetic(spv::Op op)
 
 } // namespace
 
-void keepArithmeticAsWritten(std::vector<std::uint32_t>& spirv)
+void keepArithmeticAsWritten(Spirv::Words& spirv)
 {
-    Spirv::Words decorations;
-    std::size_t place = 0;
-    Spirv::forEach(spirv, [&](const Spirv::Instruction& instruction) {
-        if (place == 0 && Spirv::isType(instruction.op())) {
-            place = static_cast<std::size_t>(instruction.words.data() - spirv.data());
-        }
+    if (spirv.size() < Spirv::headerWords) {
+        return;
+    }
+    std::vector<Spirv::Id> results;
+    Spirv::forEach(spirv, [&results](const Spirv::Instruction& instruction) {
         if (isFloatArithmetic(instruction.op())) {
-            Spirv::write(decorations, spv::OpDecorate, {instruction[2], spv::DecorationNoContraction});
+            results.push_back(instruction[2]);
         }
     });
-    spirv.insert(spirv.begin() + static_cast<std::ptrdiff_t>(place), decorations.begin(), decorations.end());
+    Spirv::ModuleWriter writer(spirv);
+    bool decorated = false;
+    const bool whole = Spirv::forEach(spirv, [&](const Spirv::Instruction& instruction) {
+        if (!decorated && Spirv::isType(instruction.op())) {
+            for (const Spirv::Id result : results) {
+                writer.write(spv::OpDecorate, {result, spv::DecorationNoContraction});
+            }
+            decorated = true;
+        }
+        writer.copy(instruction);
+    });
+    if (whole) {
+        spirv = writer.take();
+    }
 }
 
 } // namespace Qx::Host::Effects

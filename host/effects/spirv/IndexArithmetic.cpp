@@ -1,14 +1,9 @@
-#include "host/effects/spirv/IndexArithmetic.h"
-
-#include "host/effects/spirv/SpirvModule.h"
+#include "host/effects/spirv/AffineValues.h"
+#include "host/effects/spirv/Passes.h"
 
 #include <bit>
-#include <cstddef>
-#include <initializer_list>
 #include <limits>
-#include <map>
 #include <optional>
-#include <span>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -19,20 +14,23 @@ using namespace Spirv;
 
 constexpr std::int64_t mostColumns = 1 << 16;
 
-/// base * factor + offset.
-struct Linear
-{
-    Id base = 0; ///< 0: no base, the offset alone
-    std::int64_t factor = 0;
-    std::int64_t offset = 0;
-};
-
-/// What a base can be.
+/// What a number can be.
 struct Range
 {
     std::int64_t least = 0;
     std::int64_t most = 0;
 };
+
+Affine constantValue(std::int64_t value)
+{
+    return {{}, value};
+}
+
+/// base * factor + offset; the factor is not 0.
+Affine linear(Id base, std::int64_t factor, std::int64_t offset)
+{
+    return {{{base, factor}}, offset};
+}
 
 bool isPowerOfTwo(std::int64_t value)
 {
@@ -47,83 +45,67 @@ int log2Of(std::int64_t powerOfTwo)
 class Simplifier
 {
 public:
-    explicit Simplifier(std::vector<std::uint32_t>& spirv) : spirv_(spirv), nextId_(spirv[boundWord]) {}
+    explicit Simplifier(Words& spirv) : spirv_(spirv), writer_(spirv) {}
 
     bool run()
     {
-        body_.reserve(spirv_.size());
-        std::size_t firstFunction = 0;
-        for (std::size_t at = headerWords; at < spirv_.size();) {
-            const std::size_t count = spirv_[at] >> spv::WordCountShift;
-            if (count == 0 || count > spirv_.size() - at) {
-                return false;
+        const bool whole = forEach(spirv_, [this](const Instruction& instruction) {
+            inFunctions_ = inFunctions_ || instruction.op() == spv::OpFunction;
+            if (!inFunctions_) {
+                declare(instruction);
             }
-            const std::span<const std::uint32_t> words(spirv_.data() + at, count);
-            const auto op = static_cast<spv::Op>(words[0] & spv::OpCodeMask);
-            if (op == spv::OpFunction && firstFunction == 0) {
-                firstFunction = at;
+            if (!inFunctions_ || !rewrite(instruction)) {
+                writer_.copy(instruction);
             }
-            if (firstFunction == 0) {
-                declare(op, words);
-            } else if (!rewrite(op, words)) {
-                body_.insert(body_.end(), words.begin(), words.end());
-            }
-            at += count;
-        }
-        if (!changed_) {
+        });
+        if (!whole || !changed_) {
             return false;
         }
-        spirv_.resize(firstFunction);
-        spirv_.insert(spirv_.end(), declarations_.begin(), declarations_.end());
-        spirv_.insert(spirv_.end(), body_.begin(), body_.end());
-        spirv_[boundWord] = nextId_;
+        spirv_ = writer_.take();
         return true;
     }
 
 private:
-    void declare(spv::Op op, std::span<const std::uint32_t> words)
+    void declare(const Instruction& i)
     {
-        if (op == spv::OpDecorate && words[2] == spv::DecorationBuiltIn &&
-            words[3] == spv::BuiltInFragCoord) {
-            position_ = words[1];
-        } else if (op == spv::OpTypeInt && words[2] == 32 && words[3] == 1) {
-            intType_ = words[1];
-        } else if (op == spv::OpTypeInt && words[2] == 32) {
-            unsignedType_ = words[1];
-        } else if (op == spv::OpConstant && (words[1] == intType_ || words[1] == unsignedType_)) {
-            const auto value = static_cast<std::int32_t>(words[3]);
-            values_[words[2]] = {0, 0, value};
-            if (words[1] == intType_) {
-                constants_.emplace(value, words[2]);
+        if (i.op() == spv::OpDecorate && i[2] == spv::DecorationBuiltIn && i[3] == spv::BuiltInFragCoord) {
+            position_ = i[1];
+        } else if (i.op() == spv::OpTypeInt && i[2] == 32 && i[3] == 1) {
+            intType_ = i[1];
+        } else if (i.op() == spv::OpTypeInt && i[2] == 32) {
+            unsignedType_ = i[1];
+        } else if (i.op() == spv::OpConstant && (i[1] == intType_ || i[1] == unsignedType_)) {
+            values_.set(i[2], constantValue(static_cast<std::int32_t>(i[3])));
+            if (i[1] == intType_) {
+                writer_.reuseConstant(intType_, i[3], i[2]);
             }
         }
     }
 
     /// True when something else stands for the instruction.
-    bool rewrite(spv::Op op, std::span<const std::uint32_t> words)
+    bool rewrite(const Instruction& i)
     {
-        switch (op) {
+        switch (i.op()) {
         case spv::OpAccessChain:
-            if (words[3] == position_ && words.size() == 5 && constantOf(words[4]) == 0) {
-                columnPointers_.insert(words[2]);
+            if (i[3] == position_ && i.size() == 5 && values_.constantOf(i[4]) == 0) {
+                columnPointers_.insert(i[2]);
             }
             return false;
         case spv::OpLoad:
-            if (words[3] == position_) {
-                positions_.insert(words[2]);
-            } else if (columnPointers_.count(words[3]) != 0) {
-                columns_.insert(words[2]);
+            if (i[3] == position_) {
+                positions_.insert(i[2]);
+            } else if (columnPointers_.count(i[3]) != 0) {
+                columns_.insert(i[2]);
             }
             return false;
         case spv::OpCompositeExtract:
-            if (positions_.count(words[3]) != 0 && words.size() == 5 && words[4] == 0) {
-                columns_.insert(words[2]);
+            if (positions_.count(i[3]) != 0 && i.size() == 5 && i[4] == 0) {
+                columns_.insert(i[2]);
             }
             return false;
         case spv::OpConvertFToS:
-            if (words[1] == intType_ && columns_.count(words[3]) != 0) {
-                values_[words[2]] = {words[2], 1, 0};
-                ranges_[words[2]] = {0, mostColumns};
+            if (i[1] == intType_ && columns_.count(i[3]) != 0) {
+                addBase(i[2], {0, mostColumns});
             }
             return false;
         case spv::OpIAdd:
@@ -132,54 +114,64 @@ private:
         case spv::OpShiftLeftLogical:
         case spv::OpShiftRightArithmetic:
         case spv::OpBitwiseAnd:
-            return words[1] == intType_ && rewriteArithmetic(op, words);
+            return i[1] == intType_ && rewriteArithmetic(i);
         case spv::OpSGreaterThan:
         case spv::OpSGreaterThanEqual:
         case spv::OpSLessThan:
         case spv::OpSLessThanEqual:
-            return rewriteComparison(op, words);
+            return rewriteComparison(i);
         default:
             return false;
         }
     }
 
-    bool rewriteArithmetic(spv::Op op, std::span<const std::uint32_t> words)
+    void addBase(Id id, const Range& range)
     {
-        const std::optional<Linear> left = valueOf(words[3]);
-        const std::optional<Linear> right = valueOf(words[4]);
-        if (!left || !right || (left->base == 0 && right->base == 0)) {
+        values_.set(id, linear(id, 1, 0));
+        ranges_[id] = range;
+    }
+
+    bool rewriteArithmetic(const Instruction& i)
+    {
+        const Affine* const left = values_.find(i[3]);
+        const Affine* const right = values_.find(i[4]);
+        if (left == nullptr || right == nullptr || (left->isConstant() && right->isConstant())) {
             return false;
         }
-        const std::optional<Linear> result = combine(op, *left, *right);
-        if (!result || !isSmall(*result)) {
+        const std::optional<Affine> result = resultOf(i.op(), *left, *right);
+        if (!result || result->factors.size() > 1 || !isSmall(*result)) {
             return false;
         }
-        values_[words[2]] = *result;
-        emitValue(words[2], *result);
+        values_.set(i[2], *result);
+        emitValue(i[2], *result);
         changed_ = true;
         return true;
     }
 
-    /// A comparison with a constant becomes one of the base, or what it comes to for all that the base can
-    /// be.
-    bool rewriteComparison(spv::Op op, std::span<const std::uint32_t> words)
+    /// A comparison with a constant becomes one of the base, or the result that it has for all values of the
+    /// base.
+    bool rewriteComparison(const Instruction& i)
     {
-        const std::optional<Linear> value = valueOf(words[3]);
-        const std::optional<std::int64_t> limit = constantOf(words[4]);
-        if (!value || value->base == 0 || value->factor <= 0 || !limit) {
+        const Affine* const value = values_.find(i[3]);
+        const std::optional<std::int64_t> limit = values_.constantOf(i[4]);
+        if (value == nullptr || value->isConstant() || !limit) {
+            return false;
+        }
+        const auto& [base, factor] = *value->factors.begin();
+        if (factor < 0) {
             return false;
         }
         // value > limit, or its contrary
-        const bool greater = op == spv::OpSGreaterThan || op == spv::OpSGreaterThanEqual;
-        const bool orEqual = op == spv::OpSGreaterThanEqual || op == spv::OpSLessThan;
-        const std::int64_t above = floorOfRatio(*limit - (orEqual ? 1 : 0) - value->offset, value->factor);
-        const Range& range = ranges_.at(value->base);
+        const bool greater = i.op() == spv::OpSGreaterThan || i.op() == spv::OpSGreaterThanEqual;
+        const bool orEqual = i.op() == spv::OpSGreaterThanEqual || i.op() == spv::OpSLessThan;
+        const std::int64_t above = floorOfRatio(*limit - (orEqual ? 1 : 0) - value->offset, factor);
+        const Range& range = ranges_.at(base);
         if (above < range.least || above >= range.most) {
             const bool isAbove = above < range.least;
-            write(body_, spv::OpCopyObject, {words[1], words[2], truth(words[1], isAbove == greater)});
+            writer_.write(spv::OpCopyObject, {i[1], i[2], truth(i[1], isAbove == greater)});
         } else {
-            write(body_, greater ? spv::OpSGreaterThan : spv::OpSLessThanEqual,
-                  {words[1], words[2], value->base, constant(above)});
+            writer_.write(greater ? spv::OpSGreaterThan : spv::OpSLessThanEqual,
+                          {i[1], i[2], base, constant(above)});
         }
         changed_ = true;
         return true;
@@ -194,182 +186,141 @@ private:
     {
         Id& id = value ? true_ : false_;
         if (id == 0) {
-            id = nextId_++;
-            write(declarations_, value ? spv::OpConstantTrue : spv::OpConstantFalse, {boolType, id});
+            id = writer_.newId();
+            writer_.declare(value ? spv::OpConstantTrue : spv::OpConstantFalse, {boolType, id});
         }
         return id;
     }
 
-    std::optional<Linear> combine(spv::Op op, const Linear& left, const Linear& right)
+    std::optional<Affine> resultOf(spv::Op op, const Affine& left, const Affine& right)
     {
         switch (op) {
-        case spv::OpIAdd:
-            return sum(left, right, 1);
-        case spv::OpISub:
-            return sum(left, right, -1);
-        case spv::OpIMul:
-            return right.base == 0  ? product(left, right.offset)
-                   : left.base == 0 ? product(right, left.offset)
-                                    : std::nullopt;
-        case spv::OpShiftLeftLogical:
-            return right.base == 0 && isShift(right.offset) ? product(left, std::int64_t{1} << right.offset)
-                                                            : std::nullopt;
         case spv::OpShiftRightArithmetic:
-            return right.base == 0 && isShift(right.offset) ? shifted(left, static_cast<int>(right.offset))
-                                                            : std::nullopt;
+            return right.isConstant() && isShift(right.offset) ? shifted(left, static_cast<int>(right.offset))
+                                                               : std::nullopt;
+        case spv::OpBitwiseAnd:
+            return right.isConstant()  ? masked(left, right.offset)
+                   : left.isConstant() ? masked(right, left.offset)
+                                       : std::nullopt;
         default:
-            return right.base == 0  ? masked(left, right.offset)
-                   : left.base == 0 ? masked(right, left.offset)
-                                    : std::nullopt;
+            return combined(op, left, right);
         }
     }
 
-    static bool isShift(std::int64_t count) { return count >= 0 && count < 31; }
-
-    static std::optional<Linear> sum(const Linear& left, const Linear& right, std::int64_t sign)
+    /// Rounds down, as the instruction does. If the factor is 2^a with a below the count, the lowest bits of
+    /// the column itself go too.
+    std::optional<Affine> shifted(const Affine& value, int count)
     {
-        if (left.base != 0 && right.base != 0 && left.base != right.base) {
-            return std::nullopt;
-        }
-        return Linear{left.base != 0 ? left.base : right.base, left.factor + sign * right.factor,
-                      left.offset + sign * right.offset};
-    }
-
-    static std::optional<Linear> product(const Linear& value, std::int64_t by)
-    {
-        return Linear{value.base, value.factor * by, value.offset * by};
-    }
-
-    /// Rounds down, as the instruction does. Of a factor 2^a with a below the count, the column's own lowest
-    /// bits go too.
-    std::optional<Linear> shifted(const Linear& value, int count)
-    {
+        const auto& [base, factor] = *value.factors.begin();
         const std::int64_t step = std::int64_t{1} << count;
-        if (value.factor % step == 0) {
-            return Linear{value.base, value.factor / step, value.offset >> count};
+        if (factor % step == 0) {
+            return linear(base, factor / step, value.offset >> count);
         }
-        if (!isPowerOfTwo(value.factor)) {
+        if (!isPowerOfTwo(factor)) {
             return std::nullopt;
         }
-        const int own = log2Of(value.factor);
+        const int own = log2Of(factor);
         const std::int64_t added = value.offset >> own;
         const int rest = count - own;
-        const Range& range = ranges_.at(value.base);
+        const Range& range = ranges_.at(base);
         const Range moved{(range.least + added) >> rest, (range.most + added) >> rest};
-        return Linear{
-            emit(spv::OpShiftRightArithmetic, emitLinear({value.base, 1, added}), constant(rest), moved), 1,
-            0};
+        const Id sum = emitLinear(base, added);
+        return linear(emitBase(spv::OpShiftRightArithmetic, sum, constant(rest), moved), 1, 0);
     }
 
     /// The lowest bits of a value.
-    std::optional<Linear> masked(const Linear& value, std::int64_t mask)
+    std::optional<Affine> masked(const Affine& value, std::int64_t mask)
     {
         if (mask <= 0 || !isPowerOfTwo(mask + 1)) {
             return std::nullopt;
         }
-        if (value.factor % (mask + 1) == 0) {
-            return Linear{0, 0, value.offset & mask};
+        const auto& [base, factor] = *value.factors.begin();
+        if (factor % (mask + 1) == 0) {
+            return constantValue(value.offset & mask);
         }
-        if (!isPowerOfTwo(value.factor)) {
+        if (!isPowerOfTwo(factor)) {
             return std::nullopt;
         }
-        const int own = log2Of(value.factor);
-        const Id moved = emitLinear({value.base, 1, value.offset >> own});
+        const int own = log2Of(factor);
+        const Id moved = emitLinear(base, value.offset >> own);
         const std::int64_t upper = mask >> own;
-        return Linear{emit(spv::OpBitwiseAnd, moved, constant(upper), {0, upper}), value.factor,
-                      value.offset & (value.factor - 1)};
+        return linear(emitBase(spv::OpBitwiseAnd, moved, constant(upper), {0, upper}), factor,
+                      value.offset & (factor - 1));
     }
 
     /// Whether no value on the way leaves 32 bits.
-    bool isSmall(const Linear& value) const
+    bool isSmall(const Affine& value) const
     {
         constexpr std::int64_t most = std::numeric_limits<std::int32_t>::max() / 2;
         const auto small = [](std::int64_t number) { return number >= -most && number <= most; };
-        const Range base = value.base == 0 ? Range{} : ranges_.at(value.base);
-        return small(value.offset) && small(value.factor) && small(value.factor * base.least) &&
-               small(value.factor * base.most);
-    }
-
-    std::optional<Linear> valueOf(Id id) const
-    {
-        const auto found = values_.find(id);
-        return found == values_.end() ? std::nullopt : std::optional(found->second);
-    }
-
-    std::optional<std::int64_t> constantOf(Id id) const
-    {
-        const std::optional<Linear> value = valueOf(id);
-        return value && value->base == 0 ? std::optional(value->offset) : std::nullopt;
-    }
-
-    Id constant(std::int64_t value)
-    {
-        const auto [place, isNew] = constants_.emplace(static_cast<std::int32_t>(value), nextId_);
-        if (isNew) {
-            write(declarations_, spv::OpConstant, {intType_, nextId_++, static_cast<std::uint32_t>(value)});
+        if (value.isConstant()) {
+            return small(value.offset);
         }
-        return place->second;
+        const auto& [base, factor] = *value.factors.begin();
+        const Range& range = ranges_.at(base);
+        return small(value.offset) && small(factor) && small(factor * range.least) &&
+               small(factor * range.most);
     }
 
-    /// What becomes a base of its own.
-    Id emit(spv::Op op, Id left, Id right, const Range& range)
+    Id constant(std::int64_t value) { return writer_.constant(intType_, static_cast<std::uint32_t>(value)); }
+
+    /// A number that becomes a base of its own.
+    Id emitBase(spv::Op op, Id left, Id right, const Range& range)
     {
-        const Id id = nextId_++;
-        write(body_, op, {intType_, id, left, right});
-        ranges_[id] = range;
-        values_[id] = {id, 1, 0};
+        const Id id = writer_.emit(op, intType_, {left, right});
+        addBase(id, range);
         return id;
     }
 
-    Id emitLinear(const Linear& value)
+    /// base + added
+    Id emitLinear(Id base, std::int64_t added)
     {
-        if (value.factor == 1 && value.offset == 0) {
-            return value.base;
+        if (added == 0) {
+            return base;
         }
-        const Id id = nextId_++;
-        emitValue(id, value);
+        const Id id = writer_.newId();
+        emitValue(id, linear(base, 1, added));
         return id;
     }
 
-    void emitValue(Id id, const Linear& value)
+    void emitValue(Id id, const Affine& value)
     {
-        if (value.base == 0 || value.factor == 0) {
-            write(body_, spv::OpCopyObject, {intType_, id, constant(value.offset)});
+        if (value.isConstant()) {
+            writer_.write(spv::OpCopyObject, {intType_, id, constant(value.offset)});
             return;
         }
-        Id scaled = value.base;
-        if (value.factor != 1) {
-            scaled = nextId_++;
-            write(body_, spv::OpIMul, {intType_, scaled, value.base, constant(value.factor)});
+        const auto& [base, factor] = *value.factors.begin();
+        Id scaled = base;
+        if (factor != 1) {
+            scaled = writer_.newId();
+            writer_.write(spv::OpIMul, {intType_, scaled, base, constant(factor)});
         }
         if (value.offset != 0) {
-            write(body_, spv::OpIAdd, {intType_, id, scaled, constant(value.offset)});
+            writer_.write(spv::OpIAdd, {intType_, id, scaled, constant(value.offset)});
         } else {
-            write(body_, spv::OpCopyObject, {intType_, id, scaled});
+            writer_.write(spv::OpCopyObject, {intType_, id, scaled});
         }
     }
 
-    std::vector<std::uint32_t>& spirv_;
-    std::vector<std::uint32_t> declarations_; ///< constants to stand before the functions
-    std::vector<std::uint32_t> body_;
-    Id nextId_;
+    Words& spirv_;
+    ModuleWriter writer_;
     Id position_ = 0;
     Id intType_ = 0;
     Id unsignedType_ = 0;
     Id true_ = 0;
     Id false_ = 0;
-    std::unordered_map<Id, Linear> values_;
-    std::unordered_map<Id, Range> ranges_; ///< of each base
-    std::map<std::int32_t, Id> constants_;
+    AffineValues values_;                  ///< constants and multiples of one base each
+    std::unordered_map<Id, Range> ranges_; ///< of each base: a column, or its lower or upper bits
     std::unordered_set<Id> columnPointers_;
     std::unordered_set<Id> positions_;
     std::unordered_set<Id> columns_; ///< as floats
+    bool inFunctions_ = false;
     bool changed_ = false;
 };
 
 } // namespace
 
-bool simplifyColumnArithmetic(std::vector<std::uint32_t>& spirv)
+bool simplifyColumnArithmetic(Words& spirv)
 {
     return spirv.size() > headerWords && Simplifier(spirv).run();
 }

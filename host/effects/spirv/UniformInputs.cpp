@@ -1,8 +1,5 @@
-#include "host/effects/spirv/UniformInputs.h"
+#include "host/effects/spirv/Passes.h"
 
-#include "host/effects/spirv/SpirvModule.h"
-
-#include <algorithm>
 #include <map>
 #include <optional>
 #include <unordered_map>
@@ -31,7 +28,7 @@ struct Array
 class Mover
 {
 public:
-    Mover(Words& spirv, std::size_t most) : spirv_(spirv), most_(most), nextId_(spirv[boundWord]) {}
+    Mover(Words& spirv, std::size_t most) : spirv_(spirv), most_(most), writer_(spirv) {}
 
     std::vector<std::uint32_t> run()
     {
@@ -39,26 +36,22 @@ public:
             inputPointer_ == 0 || rows_.empty()) {
             return {};
         }
-        Words output(spirv_.begin(), spirv_.begin() + headerWords);
         bool decorated = false;
-        bool declared = false;
         forEach(spirv_, [&](const Instruction& instruction) {
             if (isType(instruction.op()) && !decorated) {
-                writeDecorations(output);
+                writeDecorations();
                 decorated = true;
             }
-            if (instruction.op() == spv::OpFunction && !declared) {
-                writeVariables(output);
-                declared = true;
-            }
             if (instruction.op() == spv::OpEntryPoint) {
-                writeEntryPoint(output, instruction);
-            } else if (!replaceLoad(output, instruction)) {
-                write(output, instruction);
+                writeEntryPoint(instruction);
+            } else if (!replaceLoad(instruction)) {
+                writer_.copy(instruction);
             }
         });
-        output[boundWord] = nextId_;
-        spirv_ = std::move(output);
+        for (const Input& input : inputs_) {
+            writer_.declare(spv::OpVariable, {inputPointer_, input.variable, spv::StorageClassInput});
+        }
+        spirv_ = writer_.take();
         std::vector<std::uint32_t> rows;
         for (const Input& input : inputs_) {
             rows.push_back(input.row);
@@ -181,61 +174,53 @@ private:
                 return;
             }
             rows_[row] = inputs_.size();
-            inputs_.push_back({row, nextId_++});
+            inputs_.push_back({row, writer_.newId()});
         }
         loads_[load] = place;
     }
 
-    void writeDecorations(Words& output) const
+    void writeDecorations()
     {
         for (std::uint32_t location = 0; location < inputs_.size(); ++location) {
-            write(output, spv::OpDecorate, {inputs_[location].variable, spv::DecorationLocation, location});
-            write(output, spv::OpDecorate, {inputs_[location].variable, spv::DecorationFlat});
-        }
-    }
-
-    void writeVariables(Words& output) const
-    {
-        for (const Input& input : inputs_) {
-            write(output, spv::OpVariable, {inputPointer_, input.variable, spv::StorageClassInput});
+            writer_.write(spv::OpDecorate, {inputs_[location].variable, spv::DecorationLocation, location});
+            writer_.write(spv::OpDecorate, {inputs_[location].variable, spv::DecorationFlat});
         }
     }
 
     /// An entry point names the inputs.
-    void writeEntryPoint(Words& output, const Instruction& instruction) const
+    void writeEntryPoint(const Instruction& instruction)
     {
-        const auto words = static_cast<std::uint32_t>(instruction.size() + inputs_.size());
-        output.push_back(words << spv::WordCountShift | spv::OpEntryPoint);
-        output.insert(output.end(), instruction.words.begin() + 1, instruction.words.end());
+        Words words(instruction.words.begin(), instruction.words.end());
         for (const Input& input : inputs_) {
-            output.push_back(input.variable);
+            words.push_back(input.variable);
         }
+        words[0] = static_cast<std::uint32_t>(words.size()) << spv::WordCountShift | spv::OpEntryPoint;
+        writer_.copy({words});
     }
 
-    bool replaceLoad(Words& output, const Instruction& instruction)
+    bool replaceLoad(const Instruction& instruction)
     {
         const auto load = instruction.op() == spv::OpLoad ? loads_.find(instruction[2]) : loads_.end();
         if (load == loads_.end()) {
             return false;
         }
         const Place& place = load->second;
-        const Id whole = nextId_++;
         const Input& input = inputs_[rows_.at(place.offset / rowBytes)];
-        write(output, spv::OpLoad, {vectorType_, whole, input.variable});
+        const Id whole = writer_.emit(spv::OpLoad, vectorType_, {input.variable});
         const std::uint32_t first = place.offset % rowBytes / componentBytes;
         switch (componentsOf(place.type)) {
         case 1:
-            write(output, spv::OpCompositeExtract, {place.type, instruction[2], whole, first});
+            writer_.write(spv::OpCompositeExtract, {place.type, instruction[2], whole, first});
             break;
         case 2:
-            write(output, spv::OpVectorShuffle, {place.type, instruction[2], whole, whole, first, first + 1});
+            writer_.write(spv::OpVectorShuffle, {place.type, instruction[2], whole, whole, first, first + 1});
             break;
         case 3:
-            write(output, spv::OpVectorShuffle,
-                  {place.type, instruction[2], whole, whole, first, first + 1, first + 2});
+            writer_.write(spv::OpVectorShuffle,
+                          {place.type, instruction[2], whole, whole, first, first + 1, first + 2});
             break;
         default:
-            write(output, spv::OpCopyObject, {place.type, instruction[2], whole});
+            writer_.write(spv::OpCopyObject, {place.type, instruction[2], whole});
             break;
         }
         return true;
@@ -243,7 +228,7 @@ private:
 
     Words& spirv_;
     const std::size_t most_;
-    Id nextId_;
+    ModuleWriter writer_;
     Id floatType_ = 0;
     Id vectorType_ = 0; ///< of four floats
     Id inputPointer_ = 0;
@@ -262,7 +247,7 @@ private:
 
 } // namespace
 
-std::vector<std::uint32_t> passUniformsAsInputs(std::vector<std::uint32_t>& spirv, std::size_t most)
+std::vector<std::uint32_t> passUniformsAsInputs(Words& spirv, std::size_t most)
 {
     return spirv.size() > headerWords ? Mover(spirv, most).run() : std::vector<std::uint32_t>();
 }

@@ -35,13 +35,13 @@ bool Channel::stirs() const
     return ::poll(&waiting, 1, 0) != 0;
 }
 
-/// False when patience ends; what the wait was for, or a broken connection, shows at the next call on it.
+/// Returns false if patience ends. The next call on the descriptor tells whether the connection is broken.
 bool Channel::waitFor(short events, const Patience& patience) const
 {
     for (;;) {
         pollfd waiting{descriptor_, events, 0};
         const int ready = ::poll(&waiting, 1, patience ? tickMilliseconds : -1);
-        // Asked also when frames come without end: they must not keep the clock from being looked at.
+        // Checked even if frames arrive without end, so that they cannot evade the limits.
         if (patience && !patience()) {
             return false;
         }

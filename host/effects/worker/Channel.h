@@ -8,16 +8,16 @@
 
 namespace Qx::Host::Worker {
 
-/// What travels between the host and its worker process.
+/// The frames between the host and its worker process.
 enum class FrameType : std::uint32_t
 {
     Hello = 1, ///< host to worker, first: version, device, limits
-    Ready,     ///< worker to host: version, and why it cannot work, if it cannot; twice: at once, unasked, to
-               ///< say what it is, and once it has what it needs
+    Ready,     ///< worker to host: version, and the reason if it cannot work. Sent twice: at the start, to
+               ///< identify itself, and when it is ready for work
     Compile,   ///< host to worker: one effect
-    Step,      ///< worker to host: what it begins now
-    Inputs,    ///< worker to host: an archive of nothing but the files that the effect was read from
-    Result,    ///< worker to host: what became of the effect; the last of its frames
+    Step,      ///< worker to host: the step that it begins
+    Inputs,    ///< worker to host: an archive with only the files that the effect was read from
+    Result,    ///< worker to host: the archive of the result; the last frame of a request
 };
 
 struct Frame
@@ -27,20 +27,21 @@ struct Frame
 };
 
 /// One end of a stream socket that carries frames: 12 bytes (a mark, the type, the payload's length; numbers
-/// little-endian) and the payload. Neither end trusts the other: whatever arrives is a frame, or the channel
-/// says that it is none. One thread at a time reads, and one writes.
+/// little-endian) and the payload. Neither end trusts the other: receive() returns a valid frame or an error.
+/// One thread at a time may read, and one may write.
 class Channel
 {
 public:
-    /// Asked every few milliseconds while the other end lets us wait; false gives up. Empty: waits for ever.
+    /// Called every few milliseconds while waiting for the other end; returns false to give up. Empty: waits
+    /// forever.
     using Patience = std::function<bool()>;
 
     enum class Answer
     {
         Frame,
-        Closed,    ///< the other end is gone
-        Malformed, ///< what it sent is no frame, or a longer one than we take
-        GaveUp,    ///< we lost patience
+        Closed,    ///< the other end has closed the connection
+        Malformed, ///< the bytes are no frame, or the frame is too long
+        GaveUp,    ///< `patience` returned false
     };
 
     /// Owns the descriptor.
@@ -49,16 +50,16 @@ public:
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    /// False when the other end is gone or our patience is.
+    /// Returns false if the other end has closed the connection or `patience` returned false.
     bool send(FrameType type, std::span<const std::byte> payload, const Patience& patience = {});
 
-    /// Memory grows with what arrives, not with what a frame announces.
+    /// Allocates memory for bytes that have arrived, not for the length that a frame announces.
     Answer receive(Frame& frame, std::size_t mostBytes, const Patience& patience = {});
 
-    /// Wakes whoever waits on the channel, who finds it closed. Any thread.
+    /// Closes the connection; a call that waits on the channel returns. Thread-safe.
     void hangUp();
 
-    /// Whether the other end has hung up or sent something.
+    /// Whether the other end has closed the connection or sent something.
     bool stirs() const;
 
 private:

@@ -13,7 +13,7 @@ namespace Qx::Host::Worker {
 
 namespace {
 
-/// Shader code of results that wait to be asked for. A catalogue takes a few per cent of it.
+/// Shader code of results that wait for a request. A catalogue takes a few per cent of it.
 constexpr std::size_t mostKeptBytes = std::size_t{256} << 20U;
 
 EffectCompilation failed(const CompileRequest& request, const std::string& text, const Step& at = {})
@@ -23,7 +23,7 @@ EffectCompilation failed(const CompileRequest& request, const std::string& text,
     return failure;
 }
 
-/// Whether all that went in is as it was.
+/// Whether all inputs are unchanged.
 bool isCurrent(const EffectCompilation& compilation, const CompileRequest& request)
 {
     return !compilation.inputs.empty() &&
@@ -70,7 +70,7 @@ unsigned coresOf(const EffectWorkersOptions& options)
     return options.cores != 0 ? options.cores : std::max(std::thread::hardware_concurrency(), 1U);
 }
 
-/// No signal reaches this thread, nor those that it starts.
+/// Blocks all signals for this thread and the threads that it starts.
 class SignalsBlocked
 {
 public:
@@ -101,11 +101,11 @@ struct EffectWorkers::Job
 
     CompileRequest request;
     State state = State::Waiting;
-    bool asked = false; ///< somebody waits for the result
+    bool asked = false; ///< a request waits for the result
     EffectCompilation result;
 };
 
-/// A thread of ours that compiles ahead.
+/// A thread that compiles ahead.
 struct EffectWorkers::Helper
 {
     std::thread thread;
@@ -155,7 +155,7 @@ EffectCompilation EffectWorkers::compile(const CompileRequest& request)
     return failed(request, "the host is shutting down");
 }
 
-/// Compiles a job that has its place in jobs_. The lock is held before and after.
+/// Compiles a job of jobs_. The lock is held before and after.
 void EffectWorkers::run(Lock& lock, const std::string& key, Job& job)
 {
     job.state = Job::State::Running;
@@ -171,8 +171,7 @@ void EffectWorkers::run(Lock& lock, const std::string& key, Job& job)
     --working_;
     job.result = std::move(result);
     job.state = Job::State::Done;
-    // What a worker did not survive says nothing of the files, so that nobody can tell later whether it
-    // holds.
+    // A failure without inputs is not kept: nothing tells later whether it still applies.
     const bool keep = !job.asked && !job.result.inputs.empty() && !closed_;
     if (keep) {
         keptBytes_ += bytesOf(job.result);
@@ -216,7 +215,7 @@ EffectCompilation EffectWorkers::work(const CompileRequest& request)
         if (closed_) {
             return failed(request, "the host is shutting down");
         }
-        // One that had waited for work and was gone when it came is no fault of the effect.
+        // A process that died while it was idle is not the fault of the effect.
         if (outcome.began || fresh) {
             return refuse(request, outcome);
         }
@@ -240,7 +239,7 @@ EffectCompilation EffectWorkers::refuse(const CompileRequest& request, const Wor
     EffectCompilation refusal =
         failed(request, outcome.failure + " while " + nameOf(outcome.step.stage), outcome.step);
     if (outcome.again && !outcome.compilation.inputs.empty()) {
-        constexpr std::size_t most = 4096; // effects; with more the first ones are tried again
+        constexpr std::size_t most = 4096; // effects; beyond it, all are tried again
         refusal.inputs = outcome.compilation.inputs;
         const Lock lock(mutex_);
         if (refused_.size() >= most) {
@@ -306,7 +305,7 @@ EffectWorkers::Process EffectWorkers::startProcess(std::string& problem)
 
 void EffectWorkers::giveBack(const Process& process, bool usable)
 {
-    // What earlier effects left behind must not be what a later one dies of.
+    // Memory that earlier effects left behind must not kill a later one.
     const bool grown = usable && process->memoryBytes() > options_.limits.memoryBytes / 2;
     std::vector<Process> gone; // destroyed without the lock
     const Lock lock(mutex_);
@@ -356,7 +355,7 @@ void EffectWorkers::startHelpers()
             const SignalsBlocked blocked;
             helper.thread = std::thread([this, &helper] { help(helper); });
         } catch (const std::system_error&) {
-            helpers_.pop_back(); // with fewer it takes longer
+            helpers_.pop_back(); // the others do the work
             return;
         }
     }

@@ -18,21 +18,21 @@ namespace Qx::Host::Worker {
 
 struct EffectWorkersOptions
 {
-    std::filesystem::path program; ///< the worker's; empty: installedWorker()
-    Hello hello;                   ///< device and validation; the rest is filled in
+    std::filesystem::path program; ///< of the worker; empty: installedWorker()
+    Hello hello;                   ///< only device and validation are used
     Limits limits;
-    unsigned cores = 0; ///< processes that work at once as long as nobody waits; 0: the machine's
-    std::function<void(const std::string&)> log; ///< a line without its end; any thread
+    unsigned cores = 0; ///< processes that compile ahead at once; 0: as many as the machine has
+    std::function<void(const std::string&)> log; ///< gets a line without its end; called from any thread
 
-    /// Asked before a worker is, and told what survived one. Null: nothing is kept.
+    /// Searched before a worker compiles; stores what the workers compile. Null: no cache.
     std::shared_ptr<const EffectCache> cache;
 };
 
-/// Compiles effects in worker processes, so that nothing that an effect holds reaches the host before the
-/// compiler, the driver and a first draw survived it.
+/// Compiles effects in sandboxed worker processes. An effect reaches the host only after the compiler, the
+/// driver and a first draw survived it there.
 ///
-/// Any thread may call it, several at once. A request never waits behind another one: it takes an idle
-/// process or starts one. Processes stay for the next request; one that died, hung or grew is replaced.
+/// Thread-safe. A request never waits for another one: it takes an idle process or starts one. Processes stay
+/// for the next request; one that died, hung or grew is replaced.
 class EffectWorkers
 {
 public:
@@ -41,25 +41,26 @@ public:
     EffectWorkers(const EffectWorkers&) = delete;
     EffectWorkers& operator=(const EffectWorkers&) = delete;
 
-    /// The effect, or messages. A worker that dies, hangs, takes too much or answers nonsense is one message.
-    /// Requests for the same effect at the same time share one compilation; one that has been compiled ahead
-    /// is handed out, once, unless a file that went in has changed since. What a worker crashed over, or took
-    /// too much for, is not tried again before such a change.
+    /// Returns the effect, or messages. Blocks until the worker is done. A worker that dies, hangs, exceeds
+    /// its limits or sends an invalid answer is one message. Concurrent requests for the same effect share
+    /// one compilation. The result of a compilation ahead is returned once, unless a file that it read has
+    /// changed. An effect that crashed a worker, or exceeded its limits, is not tried again before such a
+    /// change.
     EffectCompilation compile(const CompileRequest& request);
 
-    /// Compiles these on cores that are free, in their order, and keeps the results until they are asked for.
+    /// Compiles these on free cores, in their order, and keeps the results for compile(). Does not block.
     void compileAhead(const std::vector<CompileRequest>& requests);
 
-    /// Kills what works. Requests that are under way and all later ones fail.
+    /// Kills the busy workers. Pending and later requests fail.
     void close();
 
-    /// Processes that were started since the beginning.
+    /// The number of processes started so far.
     std::uint64_t processesStarted() const { return started_; }
 
-    /// Requests that a process worked on, each once.
+    /// The number of requests that a process worked on.
     std::uint64_t compilations() const { return compilations_; }
 
-    /// Requests that joined a compilation which was under way.
+    /// The number of requests that joined a running compilation.
     std::uint64_t joined() const { return joined_; }
 
 private:
@@ -90,15 +91,15 @@ private:
     std::mutex mutex_; // guards all below
     std::condition_variable changed_;
     std::map<std::string, std::shared_ptr<Job>> jobs_; ///< by the request's bytes
-    std::map<std::string, EffectCompilation> refused_; ///< what no worker survives, by the request's bytes
+    std::map<std::string, EffectCompilation> refused_; ///< effects that kill workers, by the request's bytes
     std::deque<std::string> ahead_;                    ///< keys of the jobs that wait for a free core
     std::vector<Process> idle_;
     std::vector<Process> busy_;
     std::list<Helper> helpers_;
     unsigned working_ = 0;
-    std::size_t keptBytes_ = 0; ///< of results that wait to be asked for
-    bool told_ = false;         ///< that no process can be started
-    std::string hopeless_;      ///< why there is no use in starting the program again
+    std::size_t keptBytes_ = 0; ///< of results that wait for a request
+    bool told_ = false;         ///< the log has the reason why no process starts
+    std::string hopeless_;      ///< the reason not to start the program again
 };
 
 } // namespace Qx::Host::Worker

@@ -12,7 +12,7 @@ namespace {
 using Cache::ByteReader;
 using Cache::ByteWriter;
 
-/// So that a report always fits its frame.
+/// Cuts a text so that the report fits its frame.
 std::string_view shortened(std::string_view text, std::size_t most)
 {
     return text.substr(0, most);

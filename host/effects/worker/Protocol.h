@@ -13,7 +13,7 @@
 
 namespace Qx::Host::Worker {
 
-/// Raised with every change of a frame's contents. Both ends must have the same.
+/// Raised with every change of a frame's contents. Both ends must have the same version.
 constexpr std::uint32_t protocolVersion = 5;
 
 /// A physical device, the same in every process of this machine (VkPhysicalDeviceIDProperties::deviceUUID).
@@ -22,22 +22,22 @@ using DeviceUUID = std::array<std::byte, 16>;
 struct Hello
 {
     std::uint32_t version = protocolVersion;
-    std::optional<DeviceUUID> device; ///< none: effects are compiled and not tried
-    bool validation = false;          ///< with Vulkan's validation layer, as the host has it
-    std::uint64_t memoryBytes = 0;    ///< that one effect may take
+    std::optional<DeviceUUID> device; ///< none: effects are compiled, not drawn
+    bool validation = false;          ///< with Vulkan's validation layer, as in the host
+    std::uint64_t memoryBytes = 0;    ///< limit for one effect
 };
 
 struct Ready
 {
     std::uint32_t version = protocolVersion;
-    std::string problem; ///< empty when the worker can work
+    std::string problem; ///< empty if the worker can work
 };
 
 /// One effect to compile.
 struct CompileRequest
 {
     std::filesystem::path file;
-    std::filesystem::path directory; ///< that relative names start from
+    std::filesystem::path directory; ///< base of relative names
     EffectCompilerOptions options;
 };
 
@@ -52,7 +52,7 @@ struct Step
 {
     Stage stage = Stage::Compiling;
     std::string technique; ///< empty while compiling
-    std::string pass;      ///< where there is one
+    std::string pass;      ///< empty without one
 };
 
 std::vector<std::byte> encode(const Hello& hello);
@@ -60,13 +60,13 @@ std::vector<std::byte> encode(const Ready& ready);
 std::vector<std::byte> encode(const CompileRequest& request);
 std::vector<std::byte> encode(const Step& step);
 
-/// Nothing when the bytes are not what they should be.
+/// Return nothing if the bytes are invalid.
 std::optional<Hello> decodeHello(std::span<const std::byte> bytes);
 std::optional<Ready> decodeReady(std::span<const std::byte> bytes);
 std::optional<CompileRequest> decodeRequest(std::span<const std::byte> bytes);
 std::optional<Step> decodeStep(std::span<const std::byte> bytes);
 
-/// The most bytes of the frames that are not results.
+/// The largest payloads of frames that are not results.
 constexpr std::size_t mostRequestBytes = 64U << 20U;
 constexpr std::size_t mostReportBytes = 16U << 10U;
 

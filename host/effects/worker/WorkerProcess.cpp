@@ -1,5 +1,6 @@
 #include "host/effects/worker/WorkerProcess.h"
 
+#include "host/core/ProgramStart.h"
 #include "host/effects/archive/EffectArchive.h"
 
 #include <array>
@@ -10,7 +11,6 @@
 #include <ctime>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,10 +26,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-/// To say what it is, a worker need only be loaded; a program that is none may be silent for ever.
+/// A worker identifies itself as soon as it is loaded; another program may be silent forever.
 constexpr milliseconds identityLimit{15'000};
 
-/// Opening a device may mean starting a driver's own processes.
+/// Opening a device may start processes of the driver's.
 constexpr milliseconds greetingLimit{60'000};
 
 constexpr const char* advice = "; install the program again, or correct the setting effects.worker";
@@ -40,7 +40,7 @@ std::string systemMessage(int error)
     return ::strerror_r(error, buffer.data(), buffer.size());
 }
 
-/// A descriptor above the standard ones, which a host may have closed, and which the worker gets anew.
+/// Moves a descriptor above the standard ones, which a host may have closed and the worker's files replace.
 int moveUp(int descriptor)
 {
     constexpr int first = 10;
@@ -49,64 +49,26 @@ int moveUp(int descriptor)
     return moved;
 }
 
-/// What posix_spawn is told, freed with it.
-class SpawnPlan
+/// Starts the worker. Returns 0, or an error number.
+int spawn(const std::filesystem::path& program, int socket, int lifeline, pid_t& pid)
 {
-public:
-    SpawnPlan(int socket, int lifeline)
-    {
-        ::posix_spawn_file_actions_init(&files_);
-        ::posix_spawnattr_init(&attributes_);
-        // A driver's chatter must not mix with the host's data. What is written to standard output comes to
-        // us: our worker turns it away at once, and what another program says there tells that it is none.
-        ok_ = ::posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
-              ::posix_spawn_file_actions_adddup2(&files_, socket, STDOUT_FILENO) == 0 &&
-              ::posix_spawn_file_actions_addopen(&files_, STDERR_FILENO, "/dev/null", O_WRONLY, 0) == 0 &&
-              ::posix_spawn_file_actions_adddup2(&files_, socket, workerSocket) == 0 &&
-              ::posix_spawn_file_actions_adddup2(&files_, lifeline, workerLifeline) == 0 &&
-              ::posix_spawn_file_actions_addclosefrom_np(&files_, workerLifeline + 1) == 0 && setAttributes();
-    }
-    ~SpawnPlan()
-    {
-        ::posix_spawn_file_actions_destroy(&files_);
-        ::posix_spawnattr_destroy(&attributes_);
-    }
-    SpawnPlan(const SpawnPlan&) = delete;
-    SpawnPlan& operator=(const SpawnPlan&) = delete;
+    constexpr int workerSocket = 3;
+    constexpr int workerLifeline = 4;
+    ProgramStart start;
+    // A driver's output must not mix with the host's data. Standard output comes to us: our worker redirects
+    // it at once, and output of another program there shows that it is not our worker.
+    start.open(STDIN_FILENO, "/dev/null", O_RDONLY);
+    start.pass(socket, STDOUT_FILENO);
+    start.open(STDERR_FILENO, "/dev/null", O_WRONLY);
+    start.pass(socket, workerSocket);
+    start.pass(lifeline, workerLifeline);
+    start.closeFrom(workerLifeline + 1);
+    start.useOwnGroup();
+    start.useDefaultSignals();
+    return start.run(program.native(), {program.filename().native()}, pid);
+}
 
-    /// The error number, 0 for success.
-    int run(const std::filesystem::path& program, pid_t& pid) const
-    {
-        std::string name = program.filename().string();
-        const std::array<char*, 2> arguments{name.data(), nullptr};
-        return ok_ ? ::posix_spawn(&pid, program.c_str(), &files_, &attributes_, arguments.data(), environ)
-                   : ENOMEM;
-    }
-
-private:
-    static constexpr int workerSocket = 3;
-    static constexpr int workerLifeline = 4;
-
-    bool setAttributes()
-    {
-        // The host's masks and handlers are its own; a group of its own keeps the terminal's Ctrl-C away.
-        sigset_t none;
-        sigset_t all;
-        ::sigemptyset(&none);
-        ::sigfillset(&all);
-        constexpr short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP;
-        return ::posix_spawnattr_setsigmask(&attributes_, &none) == 0 &&
-               ::posix_spawnattr_setsigdefault(&attributes_, &all) == 0 &&
-               ::posix_spawnattr_setpgroup(&attributes_, 0) == 0 &&
-               ::posix_spawnattr_setflags(&attributes_, flags) == 0;
-    }
-
-    posix_spawn_file_actions_t files_{};
-    posix_spawnattr_t attributes_{};
-    bool ok_ = false;
-};
-
-/// A pipe whose reading end the worker gets and nobody writes to.
+/// A pipe that carries no data. The worker gets its reading end.
 struct Lifeline
 {
     int ours = -1;
@@ -121,8 +83,8 @@ struct Lifeline
         }
     }
 
-    /// Has the system kill the process when the last writing end goes: whatever program it is, whatever it is
-    /// at and however the host ends.
+    /// Makes the system kill the process when the writing end closes: whatever program it is, whatever it is
+    /// doing and however the host ends.
     void tie(pid_t pid) const
     {
         ::fcntl(theirs, F_SETOWN, pid);
@@ -131,7 +93,7 @@ struct Lifeline
     }
 };
 
-/// How a process ended, for people.
+/// How a process ended, for a message.
 std::string describeEnd(const siginfo_t& info)
 {
     if (info.si_code == CLD_EXITED) {
@@ -150,7 +112,7 @@ std::string seconds(milliseconds time)
 
 } // namespace
 
-/// Watches what one request costs.
+/// Watches the costs of one request.
 class WorkerProcess::Meter
 {
 public:
@@ -167,7 +129,7 @@ public:
         limit_ = limit;
     }
 
-    /// Empty while all is well. Looks at most every few milliseconds: asking the system costs.
+    /// The limit that is exceeded; empty if none is. Checks every few milliseconds at most, since that costs.
     std::string excess()
     {
         constexpr milliseconds pause{5};
@@ -185,7 +147,7 @@ public:
         return step.empty() ? excess(first_, limits_.total(), now) : step;
     }
 
-    /// Whether what was exceeded is a matter of the effect, and not of how busy the machine is.
+    /// Whether the excess depends on the effect and not on the load of the machine.
     bool again() const { return again_; }
 
 private:
@@ -227,14 +189,13 @@ std::unique_ptr<WorkerProcess> WorkerProcess::start(const std::filesystem::path&
 {
     std::array<int, 2> sockets{};
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()) != 0) {
-        problem.text = program.string() + ": no connection to it can be made: " + systemMessage(errno);
+        problem.text = program.string() + ": cannot connect to it: " + systemMessage(errno);
         return nullptr;
     }
     const int theirs = moveUp(sockets[1]);
     const Lifeline lifeline;
     pid_t pid = -1;
-    const int error =
-        theirs < 0 || lifeline.ours < 0 ? EMFILE : SpawnPlan(theirs, lifeline.theirs).run(program, pid);
+    const int error = theirs < 0 || lifeline.ours < 0 ? EMFILE : spawn(program, theirs, lifeline.theirs, pid);
     if (error == 0) {
         lifeline.tie(pid);
     }
@@ -257,7 +218,7 @@ std::unique_ptr<WorkerProcess> WorkerProcess::start(const std::filesystem::path&
 
 WorkerProcess::~WorkerProcess()
 {
-    // One that is idle leaves on its own, so that its driver can finish writing what it caches.
+    // An idle process ends by itself, so that its driver can finish writing its cache.
     channel_.hangUp();
     end();
     ::close(lifeline_);
@@ -277,7 +238,7 @@ bool WorkerProcess::isWorker(const std::function<bool()>& wanted, Problem& probl
 
 bool WorkerProcess::greet(const Hello& hello, const std::function<bool()>& wanted, Problem& problem)
 {
-    channel_.send(FrameType::Hello, encode(hello)); // a worker that is gone answers nothing either
+    channel_.send(FrameType::Hello, encode(hello)); // if the worker is gone, it does not answer either
     return awaitReady(greetingLimit, wanted, problem);
 }
 
@@ -302,7 +263,7 @@ bool WorkerProcess::awaitReady(milliseconds limit, const std::function<bool()>& 
                                            ? decodeReady(frame.payload)
                                            : std::nullopt;
     if (!ready || ready->version != protocolVersion) {
-        problem = {"it is no worker of this version of the host", true};
+        problem = {"it is not a worker of this version of the host", true};
         kill();
         return false;
     }
@@ -333,11 +294,11 @@ WorkerProcess::Outcome WorkerProcess::compile(const CompileRequest& request, con
     return outcome;
 }
 
-/// Takes what the worker reports until it has answered or cannot any more.
+/// Reads the frames of the worker until it has answered or cannot.
 void WorkerProcess::follow(Outcome& outcome, Meter& meter, const Limits& limits,
                            const Channel::Patience& patience)
 {
-    constexpr std::size_t mostReports = 8U << 20U; // many thousands of techniques
+    constexpr std::size_t mostReports = 8U << 20U; // for many thousands of techniques
     constexpr std::size_t headerBytes = 12;
     std::size_t reported = 0;
     Frame frame;
@@ -369,7 +330,7 @@ void WorkerProcess::follow(Outcome& outcome, Meter& meter, const Limits& limits,
     }
     const bool spoke = answer == Channel::Answer::Frame || answer == Channel::Answer::Malformed;
     if (spoke && !outcome.answered) {
-        outcome.failure = "the worker process answered with what makes no sense and was stopped";
+        outcome.failure = "the worker process sent an invalid answer and was stopped";
     }
 }
 
@@ -403,18 +364,18 @@ void WorkerProcess::kill()
     if (descriptor_ >= 0) {
         ::pidfd_send_signal(descriptor_, SIGKILL, nullptr, 0);
     } else if (endText_.empty()) {
-        ::kill(pid_, SIGKILL); // not waited for yet, so that the number is still its own
+        ::kill(pid_, SIGKILL); // not waited for yet, so the number is still its own
     }
     channel_.hangUp();
 }
 
-/// Whoever stops a worker alone, such as a tool that suspends what computes much, would have everybody wait
-/// for nothing until the time is up. A debugger's stops are its own: they are not seen here.
+/// Continues a worker that something else has stopped, such as a tool that suspends busy processes: its
+/// requests would wait for nothing until their time is up. Stops by a debugger are not seen here.
 void WorkerProcess::continueIfStopped() const
 {
     siginfo_t info{};
     if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED | WNOHANG) == 0 && info.si_pid != 0) {
-        ::kill(pid_, SIGCONT); // not waited for yet, so that the number is its own
+        ::kill(pid_, SIGCONT); // not waited for yet, so the number is still its own
     }
 }
 
@@ -426,7 +387,7 @@ bool WorkerProcess::hasEnded()
         return true;
     }
     if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG) != 0) {
-        endText_ = errno == ECHILD ? "ended" : ""; // somebody else in this process waits for every child
+        endText_ = errno == ECHILD ? "ended" : ""; // other code of this process waits for every child
     } else if (info.si_pid != 0) {
         endText_ = describeEnd(info);
         crashed_ = info.si_code != CLD_EXITED && info.si_status != SIGKILL;
@@ -434,7 +395,7 @@ bool WorkerProcess::hasEnded()
     return !endText_.empty();
 }
 
-/// Waits for the end of the process for some time; whether it came.
+/// Waits for the end of the process. Returns false if it does not end in time.
 bool WorkerProcess::awaitEnd(milliseconds most)
 {
     const Clock::time_point latest = Clock::now() + most;
@@ -449,7 +410,7 @@ bool WorkerProcess::awaitEnd(milliseconds most)
     return true;
 }
 
-/// Makes sure that the process is gone, and says how it went.
+/// Makes sure that the process is gone, and returns how it ended.
 std::string WorkerProcess::end()
 {
     constexpr milliseconds byItself{2000};
@@ -457,7 +418,7 @@ std::string WorkerProcess::end()
     if (!awaitEnd(byItself)) {
         kill();
         if (!awaitEnd(killed)) {
-            return "cannot be ended";
+            return "cannot be killed";
         }
         return "hung up and was killed";
     }

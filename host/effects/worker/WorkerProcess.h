@@ -13,68 +13,69 @@
 
 namespace Qx::Host::Worker {
 
-/// What an effect may cost before its worker is killed.
+/// The limits of an effect. A worker that exceeds one is killed.
 struct Limits
 {
     /// Processor time, over all threads, of one step: a pass's pipelines or a technique's first draw.
     std::chrono::milliseconds step{10'000};
 
-    /// Bytes of memory that the worker's process may hold.
+    /// Bytes of memory of the worker's process.
     std::uint64_t memoryBytes = std::uint64_t{2} << 30U;
 
-    /// Bytes that the result may have.
+    /// Bytes of the result.
     std::size_t resultBytes = std::size_t{256} << 20U;
 
-    /// The compilation of a whole file is one step, and all steps together are bounded too.
+    /// The compilation of a whole file is one step; all steps together are limited too.
     std::chrono::milliseconds compiling() const { return step * 6; }
     std::chrono::milliseconds total() const { return step * 30; }
 
-    /// A process that waits instead of computing gets so much longer by the clock.
+    /// The limit by the clock, for a process that waits, is so many times that of processor time.
     static constexpr int idleFactor = 4;
 };
 
-/// One worker process, of which this is the only owner: nobody else's children are waited for, and nothing of
-/// the host but its environment reaches it. One thread at a time uses it; kill() comes from any.
+/// One worker process and its only owner. Waits for no other child of the host. The process inherits nothing
+/// of the host but its environment. One thread at a time may use it; kill() is thread-safe.
 class WorkerProcess
 {
 public:
-    /// Why a process could not be started.
+    /// The reason why a process does not start.
     struct Problem
     {
         std::string text;
-        bool lasting = false; ///< trying again would cost much and change nothing
+        bool lasting = false; ///< another attempt would be slow and fail too
     };
 
-    /// Starts the program and greets it, as long as `wanted` says so. Null, with the reason, when that fails.
+    /// Starts the program and greets it. Gives up if `wanted` returns false. Returns null, with the reason,
+    /// on failure.
     static std::unique_ptr<WorkerProcess> start(const std::filesystem::path& program, const Hello& hello,
                                                 const std::function<bool()>& wanted, Problem& problem);
 
-    /// Ends the process, whatever it is at, and waits for its end.
+    /// Ends the process, whatever it is doing, and waits for its end.
     ~WorkerProcess();
     WorkerProcess(const WorkerProcess&) = delete;
     WorkerProcess& operator=(const WorkerProcess&) = delete;
 
-    /// What became of a request.
+    /// The outcome of a request.
     struct Outcome
     {
         bool answered = false;
-        bool began = false;            ///< false: it ended before it had looked at the request
-        EffectCompilation compilation; ///< without an answer: its inputs, if the worker came to know them
-        bool again = false; ///< without an answer: whether the same request would fail again, for all we know
-        std::string failure; ///< for people, when there is no answer: "crashed (SIGSEGV)"
-        Step step;           ///< what it was at then
+        bool began = false;            ///< false: the process ended before it read the request
+        EffectCompilation compilation; ///< without an answer: only its inputs, if they are known
+        bool again = false;            ///< without an answer: the same request would probably fail again
+        std::string failure;           ///< the message without an answer: "crashed (SIGSEGV)"
+        Step step;                     ///< the step in which it failed
     };
 
-    /// Without an answer the process is done for.
+    /// Without an answer the process is gone.
     Outcome compile(const CompileRequest& request, const Limits& limits);
 
-    /// Whether it waits for the next request.
+    /// Whether the process waits for the next request.
     bool isIdle() const { return !channel_.stirs(); }
 
-    /// Bytes of memory that it holds now.
+    /// Bytes of memory that the process has now.
     std::uint64_t memoryBytes() const;
 
-    /// Kills it under the hands of whoever waits for it, who sees that it ended.
+    /// Kills the process. A compile() in another thread returns without an answer.
     void kill();
 
 private:
@@ -91,11 +92,11 @@ private:
     std::string end();
 
     const int pid_;
-    const int descriptor_; ///< of the process; -1 where the system has none to give
-    const int lifeline_;   ///< the process lives as long as this descriptor is open
+    const int descriptor_; ///< of the process; -1 if the system has none
+    const int lifeline_;   ///< the process is killed when this descriptor closes
     Channel channel_;
     std::mutex endMutex_;
-    std::string endText_;  ///< how it ended; empty until it has been waited for
+    std::string endText_;  ///< how it ended; empty until then
     bool crashed_ = false; ///< by a fault of its own
 };
 

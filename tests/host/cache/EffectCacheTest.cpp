@@ -1,4 +1,4 @@
-// Compiled effects on disk: found as long as a compilation would come to the same, and not a byte longer.
+// Compiled effects on disk: an entry is valid exactly as long as a compilation would have the same result.
 
 #include "host/effects/archive/EffectCache.h"
 #include "host/effects/archive/EffectArchive.h"
@@ -40,7 +40,7 @@ protected:
 
     EffectCache cache(const std::string& driver = "driver 1.0") const { return EffectCache(store_, driver); }
 
-    /// Compiles and keeps the effect as it is now.
+    /// Compiles and stores the effect as it is now.
     EffectCompilation compileAndKeep() const
     {
         EffectCompilation compilation = compileEffect(effect(), options_);
@@ -179,7 +179,7 @@ TEST_F(EffectCacheTest, AnIncludeThatOnlyItsDirectoryAllowsTellsEntriesApart)
 
 TEST_F(EffectCacheTest, AnIncludeThatIsFoundAfterARefusedOneTellsEntriesApart)
 {
-    // Beside the effect it would lie outside; from the directory below it is the effect's own neighbour.
+    // Relative to the effect it is outside; relative to the directory below it is beside the effect.
     writeFile(effect(),
               std::string(effectText).replace(std::string(effectText).find("gain.fxh"), 8, "../gain.fxh"));
     const fs::path below = effect().parent_path() / "below";
@@ -200,7 +200,7 @@ TEST_F(EffectCacheTest, DriversTellEntriesApart)
 
 TEST_F(EffectCacheTest, TheSameTextElsewhereIsAnEntryOfItsOwn)
 {
-    // Its messages name another file, and its includes may be others.
+    // Its messages name another file, and its includes may differ.
     compileAndKeep();
     writeFile(directory("third") / "effect.fx", effectText);
     EXPECT_FALSE(cache().find(directory("third") / "effect.fx", options_));

@@ -1,4 +1,4 @@
-// The store of checksummed files: whatever becomes of its files, an entry is whole or absent.
+// The store of checksummed files: whatever happens to its files, an entry is whole or absent.
 
 #include "host/cache/FileStore.h"
 #include "tests/TemporaryDirectory.h"
@@ -176,7 +176,7 @@ TEST_F(FileStoreTest, TheLongestUnusedEntriesGoWhenTheBoundIsReached)
     setAge(fileOf("b"), std::chrono::hours(2));
     setAge(fileOf("c"), std::chrono::hours(1));
     FileStore bounded = open(3 * entry);
-    EXPECT_TRUE(bounded.load(Kind::Effect, digestOf("a"))); // used last, from now on
+    EXPECT_TRUE(bounded.load(Kind::Effect, digestOf("a"))); // the most recently used from now on
     bounded.store(Kind::Effect, digestOf("d"), content);
     EXPECT_TRUE(fs::exists(fileOf("a")));
     EXPECT_FALSE(fs::exists(fileOf("b")));
@@ -322,8 +322,8 @@ TEST_F(FileStoreTest, WhatBelongsToAnotherUserIsNotUsed)
     EXPECT_FALSE(store.load(Kind::Effect, digestOf("a")));
 }
 
-/// Runs `work` in a process that is not the superuser's, to whom nothing is read-only, in a directory of its
-/// own; false when it answers so or cannot be run.
+/// Runs `work` in a process without superuser rights, for which files can be read-only, in a directory of its
+/// own. Returns false if `work` does or if the process cannot run.
 bool asOrdinaryUser(const fs::path& place, const std::function<bool()>& work)
 {
     constexpr uid_t nobody = 65534;
@@ -375,7 +375,7 @@ TEST_F(FileStoreTest, LinksPipesAndDirectoriesAreNoEntries)
     EXPECT_EQ(store.load(Kind::Effect, digestOf("pipe")), bytesOf("3"));
 }
 
-/// As long as it lives, files cannot grow beyond so many bytes, as on a disk that is full.
+/// During its lifetime, files cannot grow beyond so many bytes, as on a full disk.
 class FullDisk
 {
 public:
@@ -430,7 +430,7 @@ TEST_F(FileStoreTest, ClearingEmptiesItForEverybodyAndItFillsAgain)
     EXPECT_TRUE(lines().empty());
 }
 
-/// What each process that fills a store does. An entry is absent, or what its key says.
+/// The work of each process that fills a store. An entry is absent, or has the content of its key.
 bool fillAndCheck(const fs::path& directory, int rounds)
 {
     bool right = true;

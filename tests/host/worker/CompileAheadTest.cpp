@@ -101,7 +101,7 @@ TEST_F(CompileAheadTest, WhatSomebodyKilledIsTriedAgain)
     const auto file = write("bad.fx", effectText());
     workers().compileAhead({request(file)});
     await([this] { return workers().compilations() == 1; });
-    compile(file); // may have waited for the one that is under way
+    compile(file); // may have joined the running compilation
     EXPECT_EQ(lineCount(compile(file).messages), 1U);
     EXPECT_GE(workers().compilations(), 2U);
 }
@@ -124,7 +124,7 @@ TEST_F(CompileAheadTest, ARequestGoesBeforeWhatWaits)
     const auto z = write("z.fx", effectText());
     workers().compileAhead({request(a), request(z)});
     await([this] { return workers().compilations() == 1; });
-    EXPECT_NE(compile(z).effect, nullptr); // while the one core is taken
+    EXPECT_NE(compile(z).effect, nullptr); // while the only core is busy
     write("a.fx.go", "");
     EXPECT_NE(compile(a).effect, nullptr);
     EXPECT_EQ(workers().compilations(), 2U);

@@ -13,7 +13,7 @@ struct Mischief
 {
     const char* name;
     const char* order;
-    const char* message; ///< behind "FILE:1:1: error: ", as a regular expression
+    const char* message; ///< after "FILE:1:1: error: ", as a regular expression
     std::chrono::milliseconds step{300};
 };
 
@@ -62,18 +62,18 @@ INSTANTIATE_TEST_SUITE_P(
                  "the worker process did not end within 7200 ms and was stopped while compiling"},
         Mischief{"Memory", "compiling:memory",
                  "the worker process took more than 1024 MiB of memory and was stopped while compiling",
-                 std::chrono::seconds(10)}, // sanitizers take their time over so much memory
+                 std::chrono::seconds(10)}, // sanitizers are slow with so much memory
         Mischief{"Flood", "compiling:flood",
-                 "the worker process answered with what makes no sense and was stopped while compiling"},
+                 "the worker process sent an invalid answer and was stopped while compiling"},
         Mischief{"Garbage", "compiling:garbage",
-                 "the worker process answered with what makes no sense and was stopped while compiling"},
+                 "the worker process sent an invalid answer and was stopped while compiling"},
         Mischief{"Lie", "compiling:lie",
-                 "the worker process answered with what makes no sense and was stopped while compiling"},
+                 "the worker process sent an invalid answer and was stopped while compiling"},
         Mischief{"Boast", "compiling:boast",
-                 "the worker process answered with what makes no sense and was stopped while compiling"}),
+                 "the worker process sent an invalid answer and was stopped while compiling"}),
     [](const auto& each) { return std::string(each.param.name); });
 
-/// No worker can be had: effects fail, and the log says so once.
+/// No worker starts: effects fail, and the log has one message.
 class NoWorkerTest : public WorkerTest
 {
 protected:
@@ -121,7 +121,7 @@ TEST_F(NoWorkerTest, ItIsAnotherProgram)
 TEST_F(NoWorkerTest, ItWritesWithoutEnd)
 {
     options().program = "/usr/bin/yes";
-    expectNoWorker(std::string("/usr/bin/yes: it is no worker of this version of the host") + advice_);
+    expectNoWorker(std::string("/usr/bin/yes: it is not a worker of this version of the host") + advice_);
 }
 
 TEST_F(NoWorkerTest, ItCrashesBeforeItSaysWhatItIs)
@@ -139,7 +139,7 @@ TEST_F(NoWorkerTest, ItCrashesAtTheStart)
 TEST_F(NoWorkerTest, ItAnswersNonsenseAtTheStart)
 {
     order("greeting:garbage");
-    expectNoWorker(std::string(QX_TEST_WORKER) + ": it is no worker of this version of the host");
+    expectNoWorker(std::string(QX_TEST_WORKER) + ": it is not a worker of this version of the host");
 }
 
 TEST_F(NoWorkerTest, ItComesBackWhenTheProgramDoes)

@@ -1,4 +1,4 @@
-/// A host that asks a worker for an effect, for a test that kills it meanwhile: its arguments are the
+/// A host that asks a worker for an effect, for a test that kills the host meanwhile. Its arguments are the
 /// worker's program and the effect.
 
 #include "host/effects/worker/EffectWorkers.h"

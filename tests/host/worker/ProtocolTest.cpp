@@ -57,7 +57,7 @@ TEST(ProtocolTest, AStageThatIsNoneIsNoStep)
     EXPECT_FALSE(decodeStep(bytes));
 }
 
-/// Two ends of one connection.
+/// The two ends of one connection.
 class ChannelTest : public testing::Test
 {
 protected:
@@ -137,7 +137,8 @@ TEST_F(ChannelTest, PatienceEndsAWait)
     Frame frame;
     EXPECT_EQ(channel().receive(frame, 10, [] { return false; }), Channel::Answer::GaveUp);
     const std::vector<std::byte> large(std::size_t{8} << 20U);
-    EXPECT_FALSE(channel().send(FrameType::Compile, large, [] { return false; })); // nobody reads it
+    EXPECT_FALSE(
+        channel().send(FrameType::Compile, large, [] { return false; })); // the other end does not read
 }
 
 TEST_F(ChannelTest, SendingToNobodyIsAFailureAndNoSignal)

@@ -14,22 +14,22 @@ namespace Qx::WorkerTests {
 using namespace Host;
 using namespace Host::Worker;
 
-/// Workers of its own for each test, in a folder of its own. At the end no process and no descriptor is left.
+/// Each test has its own workers and its own folder. At the end no process and no descriptor may be left.
 class WorkerTest : public testing::Test
 {
 protected:
     void SetUp() override;
     void TearDown() override;
 
-    /// The workers, started with the first call as options() stands then.
+    /// The workers. The first call starts them with the current options().
     EffectWorkers& workers();
     EffectWorkersOptions& options() { return options_; }
     void closeWorkers() { workers_.reset(); }
 
-    /// What workers that are started from now on do wrong; see the worker's test aid.
+    /// The fault of the workers that are started from now on; see tools/qxfxc/TestAid.h.
     void order(const std::string& text);
 
-    /// Writes a file of the folder; its path.
+    /// Writes a file into the folder; returns its path.
     std::filesystem::path write(const std::string& name, const std::string& text);
 
     CompileRequest request(const std::filesystem::path& file) const;
@@ -47,13 +47,13 @@ private:
     std::vector<std::string> log_;
 };
 
-/// An effect that returns that colour component everywhere.
+/// The text of an effect that returns `value`.
 std::string effectText(const std::string& value = "0.5");
 
-/// Waits for what must come; the test's own time limit is the only one.
+/// Waits until the condition holds; only the test's own time limit ends it.
 void await(const std::function<bool()>& condition);
 
-/// Lines of a text.
+/// The number of lines of a text.
 std::size_t lineCount(const std::string& text);
 
 } // namespace Qx::WorkerTests

@@ -122,7 +122,7 @@ TEST_F(WorkerTest, AProcessThatWentWhileItWaitedCostsNothing)
 
 TEST_F(WorkerTest, AGrownProcessIsReplaced)
 {
-    options().limits.memoryBytes = 0; // any process has more than half of it, and is over it at once
+    options().limits.memoryBytes = 0; // every process exceeds it at once
     const EffectCompilation compiled = compile(write("good.fx", effectText()));
     EXPECT_EQ(compiled.effect, nullptr);
     EXPECT_NE(compiled.messages.find("took more than 0 MiB of memory"), std::string::npos)
@@ -136,7 +136,7 @@ TEST_F(WorkerTest, ItHoldsNoneOfTheHostsDescriptors)
     EXPECT_NE(compile(write("good.fx", effectText())).effect, nullptr);
     ::close(ends[1]);
     char byte = 0;
-    EXPECT_EQ(::read(ends[0], &byte, 1), 0); // would wait for ever if the worker held the other end
+    EXPECT_EQ(::read(ends[0], &byte, 1), 0); // would wait forever if the worker had the other end
     ::close(ends[0]);
 }
 
@@ -151,7 +151,7 @@ TEST_F(WorkerTest, ChatterDoesNotReachTheHostsOutput)
     EXPECT_NE(compiled.effect, nullptr) << compiled.messages;
 }
 
-/// Whether a process runs; one that nobody has waited for yet does not.
+/// Whether a process runs; a zombie does not.
 bool runs(int process)
 {
     std::ifstream status("/proc/" + std::to_string(process) + "/stat");

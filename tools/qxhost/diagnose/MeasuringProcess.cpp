@@ -1,5 +1,6 @@
 #include "tools/qxhost/diagnose/MeasuringProcess.h"
 
+#include "host/core/ProgramStart.h"
 #include "tools/qxhost/console/Failure.h"
 
 #include <array>
@@ -11,13 +12,10 @@
 #include <fmt/format.h>
 #include <optional>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
-
-extern char** environ; // NOLINT: POSIX declares it nowhere
 
 namespace Qx::Diagnosis {
 
@@ -54,36 +52,17 @@ struct Pipe
     int takeReader() { return std::exchange(ends[0], -1); }
 };
 
-std::vector<char*> pointers(std::vector<std::string>& texts)
-{
-    std::vector<char*> result;
-    result.reserve(texts.size() + 1);
-    for (std::string& text : texts) {
-        result.push_back(text.data());
-    }
-    result.push_back(nullptr);
-    return result;
-}
-
 pid_t spawn(std::vector<std::string> arguments, int out, int err, int lifeSign)
 {
+    Host::ProgramStart start;
+    start.open(STDIN_FILENO, "/dev/null", O_RDONLY);
+    start.pass(out, STDOUT_FILENO);
+    start.pass(err, STDERR_FILENO);
+    start.pass(lifeSign, lifeSignFile);
+    start.useOwnGroup(); // a terminal's Ctrl-C is for us, and we end it
     arguments.insert(arguments.begin(), "qxhost");
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&files, out, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&files, err, STDERR_FILENO);
-    posix_spawn_file_actions_adddup2(&files, lifeSign, lifeSignFile);
-    // A group of its own: a terminal's Ctrl-C is for us, and we end it.
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-    posix_spawnattr_setpgroup(&attributes, 0);
     pid_t pid = -1;
-    const int error =
-        ::posix_spawn(&pid, "/proc/self/exe", &files, &attributes, pointers(arguments).data(), environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
+    const int error = start.run("/proc/self/exe", std::move(arguments), pid);
     if (error != 0) {
         throw Failure(ExitCode::failed,
                       std::string("cannot start the measuring process (") + std::strerror(error) + ")");

@@ -1,7 +1,7 @@
 #include "tools/qxhost/diagnose/TestAid.h"
 
 #include "host/gpu/GPUService.h"
-#include "tools/Misbehaviour.h"
+#include "tools/FaultInjection.h"
 
 #include <charconv>
 #include <chrono>
@@ -11,10 +11,10 @@ namespace Qx::Diagnosis {
 
 TestAid::TestAid()
 {
-    const Misbehaviour::Order order = Misbehaviour::orderFrom("QXHOST_DIAGNOSE_TEST");
-    step_ = order.where;
-    action_ = order.action;
-    std::from_chars(order.which.data(), order.which.data() + order.which.size(), number_);
+    const FaultInjection::Fault fault = FaultInjection::faultFrom("QXHOST_DIAGNOSE_TEST");
+    step_ = fault.where;
+    action_ = fault.action;
+    std::from_chars(fault.which.data(), fault.which.data() + fault.which.size(), number_);
 }
 
 bool TestAid::permits(std::string_view step, std::uint64_t operation)
@@ -36,7 +36,7 @@ bool TestAid::permits(std::string_view step, std::uint64_t operation)
     if (action_ == "lose") {
         Host::gpuService().loseDevice();
     }
-    Misbehaviour::misbehave(action_);
+    FaultInjection::inject(action_);
     return true;
 }
 

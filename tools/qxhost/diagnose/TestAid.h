@@ -7,20 +7,21 @@
 
 namespace Qx::Diagnosis {
 
-/// A test aid: makes the measuring process misbehave where the environment variable QXHOST_DIAGNOSE_TEST says
-/// so, which is "STEP:ACTION" or "STEP:ACTION:N". Operations that the step asks of the device are counted,
-/// from 1; in the step "suite" its lines are. Actions are
+/// Injects a fault into the measuring process, for tests, in the step that the environment variable
+/// QXHOST_DIAGNOSE_TEST names: "STEP:ACTION" or "STEP:ACTION:N". The operations that the step asks of the
+/// device are counted from 1; in the step "suite", its lines are counted instead. Actions are
 ///
-/// - at the N-th operation (the first without N) lose (the device is lost), and those of
-///   tools/Misbehaviour.h;
-/// - fail (the N-th operation and all after it in the step are refused, as by a device that has no memory);
-/// - slow (from the first operation on, each takes longer than the one before by N tenths of a millisecond).
+/// - at the N-th operation (the first without N): lose (the device is lost), and those of
+///   tools/FaultInjection.h;
+/// - fail (the N-th operation and all after it in the step fail, as on a device that is out of memory);
+/// - slow (from the first operation on, each takes N tenths of a millisecond longer than the one before).
 class TestAid
 {
 public:
     TestAid(); ///< from the environment
 
-    /// Before an operation, the first of a step being 1; false when it is to fail.
+    /// To be called before each operation; the first of a step is 1. Returns false if the operation must
+    /// fail.
     bool permits(std::string_view step, std::uint64_t operation);
 
 private:

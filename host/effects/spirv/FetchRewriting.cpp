@@ -1,6 +1,4 @@
-#include "host/effects/hlsl/FetchRewriter.h"
-
-#include "host/effects/spirv/SpirvModule.h"
+#include "host/effects/spirv/Passes.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -29,25 +27,25 @@ std::string readString(const Instruction& instruction, std::size_t first)
     return text;
 }
 
+/// The front end names a function "name(" and its parameters' types.
+bool isFetchFunction(std::string_view name)
+{
+    return std::any_of(std::begin(fetchFunctions), std::end(fetchFunctions), [&](std::string_view function) {
+        return name.starts_with(function) && name.substr(function.size()).starts_with('(');
+    });
+}
+
 class Rewriter
 {
 public:
-    Rewriter(std::vector<std::uint32_t>& spirv, const std::vector<std::string_view>& functions)
-        : spirv_(spirv), nextId_(spirv[boundWord])
-    {
-        for (const std::string_view function : functions) {
-            decorated_.push_back(std::string(function) + "(");
-        }
-    }
+    explicit Rewriter(Words& spirv) : spirv_(spirv), writer_(spirv) {}
 
     bool run()
     {
-        output_.assign(spirv_.begin(), spirv_.begin() + headerWords);
         if (!forEach(spirv_, [this](const Instruction& instruction) { visit(instruction); })) {
             return false;
         }
-        output_[boundWord] = nextId_;
-        spirv_ = std::move(output_);
+        spirv_ = writer_.take();
         return good_;
     }
 
@@ -56,11 +54,8 @@ private:
     {
         switch (instruction.op()) {
         case spv::OpName:
-            if (const std::string name = readString(instruction, 2);
-                std::any_of(decorated_.begin(), decorated_.end(), [&](const std::string& fetch) {
-                    return name.compare(0, fetch.size(), fetch) == 0;
-                })) {
-                fetchFunctions_.insert(instruction[1]);
+            if (isFetchFunction(readString(instruction, 2))) {
+                functions_.insert(instruction[1]);
             }
             break;
         case spv::OpTypeInt:
@@ -96,17 +91,15 @@ private:
         default:
             break;
         }
-        Spirv::write(output_, instruction);
+        writer_.copy(instruction);
     }
 
     void enterFunction(const Instruction& function)
     {
-        if (!intZero_ && intType_ != 0 && !fetchFunctions_.empty()) {
-            // Constants stand before the first function; the level needs one.
-            intZero_ = nextId_++;
-            emit(spv::OpConstant, {intType_, *intZero_, 0});
+        if (!intZero_ && intType_ != 0 && !functions_.empty()) {
+            intZero_ = writer_.constant(intType_, 0); // the level of the fetches
         }
-        inside_ = fetchFunctions_.count(function[2]) != 0;
+        inside_ = functions_.count(function[2]) != 0;
         parameters_.clear();
     }
 
@@ -118,50 +111,39 @@ private:
             return;
         }
         const auto [type, texel] = parameters_[1];
-        std::uint32_t coordinates = texel;
+        Id coordinates = texel;
         if (const auto pointee = pointees_.find(type); pointee != pointees_.end()) {
-            coordinates = nextId_++;
-            emit(spv::OpLoad, {pointee->second, coordinates, texel});
+            coordinates = writer_.emit(spv::OpLoad, pointee->second, {texel});
         }
-        const std::uint32_t plainImage = nextId_++;
-        emit(spv::OpImage, {image->second, plainImage, sample[3]});
-        emit(spv::OpImageFetch,
-             {sample[1], sample[2], plainImage, coordinates, spv::ImageOperandsLodMask, *intZero_});
-    }
-
-    void emit(spv::Op op, std::initializer_list<std::uint32_t> operands)
-    {
-        const auto words = static_cast<std::uint32_t>(operands.size() + 1);
-        output_.push_back(words << spv::WordCountShift | static_cast<std::uint32_t>(op));
-        output_.insert(output_.end(), operands);
+        const Id plainImage = writer_.emit(spv::OpImage, image->second, {sample[3]});
+        writer_.write(spv::OpImageFetch,
+                      {sample[1], sample[2], plainImage, coordinates, spv::ImageOperandsLodMask, *intZero_});
     }
 
     struct Parameter
     {
-        std::uint32_t type;
-        std::uint32_t id;
+        Id type;
+        Id id;
     };
 
-    std::vector<std::uint32_t>& spirv_;
-    std::vector<std::uint32_t> output_;
-    std::vector<std::string> decorated_; ///< the functions as the front end names them: "name("
-    std::uint32_t nextId_;
-    std::unordered_set<std::uint32_t> fetchFunctions_;
-    std::unordered_map<std::uint32_t, std::uint32_t> imageTypes_; ///< of sampled image types
-    std::unordered_map<std::uint32_t, std::uint32_t> pointees_;
-    std::unordered_map<std::uint32_t, std::uint32_t> loadedTypes_;
-    std::vector<Parameter> parameters_; ///< of the function at hand
-    std::uint32_t intType_ = 0;
-    std::optional<std::uint32_t> intZero_;
+    Words& spirv_;
+    ModuleWriter writer_;
+    std::unordered_set<Id> functions_;
+    std::unordered_map<Id, Id> imageTypes_; ///< of sampled image types
+    std::unordered_map<Id, Id> pointees_;
+    std::unordered_map<Id, Id> loadedTypes_;
+    std::vector<Parameter> parameters_; ///< of the current function
+    Id intType_ = 0;
+    std::optional<Id> intZero_;
     bool inside_ = false;
     bool good_ = true;
 };
 
 } // namespace
 
-bool rewriteFetches(std::vector<std::uint32_t>& spirv, const std::vector<std::string_view>& functions)
+bool rewriteFetches(Words& spirv)
 {
-    return spirv.size() > headerWords && Rewriter(spirv, functions).run();
+    return spirv.size() > headerWords && Rewriter(spirv).run();
 }
 
 } // namespace Qx::Host::Effects

@@ -1,4 +1,4 @@
-#include "tools/Misbehaviour.h"
+#include "tools/FaultInjection.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include <thread>
 #include <unistd.h>
 
-namespace Qx::Misbehaviour {
+namespace Qx::FaultInjection {
 
 namespace {
 
@@ -20,9 +20,9 @@ namespace {
 
 } // namespace
 
-Order orderFrom(const char* variable)
+Fault faultFrom(const char* variable)
 {
-    const char* value = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): nobody sets variables
+    const char* value = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): nothing sets variables
     const std::string text = value != nullptr ? value : "";
     const std::size_t first = std::min(text.find(':'), text.size());
     const std::size_t second = std::min(text.find(':', first + 1), text.size());
@@ -30,7 +30,7 @@ Order orderFrom(const char* variable)
             second < text.size() ? text.substr(second + 1) : ""};
 }
 
-void misbehave(std::string_view action)
+void inject(std::string_view action)
 {
     if (action == "stall") {
         stall();
@@ -54,4 +54,4 @@ void stall()
     }
 }
 
-} // namespace Qx::Misbehaviour
+} // namespace Qx::FaultInjection

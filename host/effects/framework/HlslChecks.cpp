@@ -1,7 +1,7 @@
-#include "host/effects/hlsl/HlslChecks.h"
+#include "host/effects/framework/HlslChecks.h"
 
 #include "host/effects/framework/Preprocessor.h"
-#include "host/effects/hlsl/HlslNames.h"
+#include "host/effects/framework/ReservedWords.h"
 
 #include <algorithm>
 #include <array>
@@ -43,7 +43,7 @@ void refuseWord(const Token& token)
         "goto",  "asm",       "asm_fragment", "compile",  "operator"};
     if (std::find(declared.begin(), declared.end(), token.text) != declared.end()) {
         throw CompileError(token.at, inQuotes(token.text) +
-                                         " cannot stand inside a function or value; declare "
+                                         " is not allowed inside a function or value; declare "
                                          "textures, samplers and types at the top of the file");
     }
     if (std::find(foreign.begin(), foreign.end(), token.text) != foreign.end()) {
@@ -59,14 +59,12 @@ void refuseWord(const Token& token)
                                          "or int");
     }
     if (std::any_of(otherTextures.begin(), otherTextures.end(), begins) && token.text != "tex3Dfetch") {
-        throw CompileError(token.at, inQuotes(token.text) + " is not there: textures are 2D; use tex2D");
+        throw CompileError(token.at, inQuotes(token.text) + " is not supported: textures are 2D; use tex2D");
     }
-    if (token.text.substr(0, 5) == "qxfx_") {
-        throw CompileError(token.at, "names that begin with 'qxfx_' are reserved");
-    }
+    refuseReservedPrefix(token);
 }
 
-/// Lengths of what the HLSL compiler follows by recursion.
+/// Bounds the constructs that the HLSL compiler handles by recursion.
 class Chains
 {
 public:
@@ -83,7 +81,7 @@ public:
         operators_ = isOperator ? operators_ + 1 : 0;
         if (operators_ > longestRunOfOperators) {
             throw CompileError(token.at, "more than " + std::to_string(longestRunOfOperators) +
-                                             " operators stand in a row");
+                                             " consecutive operators");
         }
         countBranches(token);
     }
@@ -105,7 +103,7 @@ private:
     std::size_t branches_ = 0;
 };
 
-/// The value between two brackets, or 1 where it is no constant.
+/// The value between two brackets, or 1 if it is not constant.
 double sizeBetween(const Token* open, const Token* close, const ConstantReader::Names& names)
 {
     std::vector<Token> inside(open + 1, close);
@@ -116,11 +114,11 @@ double sizeBetween(const Token* open, const Token* close, const ConstantReader::
         const ConstantValue value = ConstantReader(inside.data(), names).readExpression();
         return value.components.size() == 1 ? std::max(value.components[0], 1.0) : 1.0;
     } catch (const CompileError&) {
-        return 1.0; // an index, or an error that the HLSL compiler will tell
+        return 1.0; // an index, or an error that the HLSL compiler reports
     }
 }
 
-/// At the first bracket of "[2][3]". Answers the token behind what it has judged.
+/// Checks dimensions such as "[2][3]" from their first bracket on. Returns the token after them.
 const Token* checkArraySize(const Token* token, const Token* end, const ConstantReader::Names& names)
 {
     constexpr std::ptrdiff_t longest = 64; // tokens; sizes are short
@@ -154,7 +152,7 @@ public:
         return found == values_.end() ? outer_(name) : std::optional(found->second);
     }
 
-    /// At any token.
+    /// To be called at each token.
     void note(const Token* token, const Token* end)
     {
         constexpr std::ptrdiff_t longest = 64; // tokens; sizes are short
@@ -175,7 +173,7 @@ public:
                                            return find(name);
                                        }).readExpression();
         } catch (const CompileError&) {
-            // No constant, or one that the HLSL compiler will complain of.
+            // Not a constant, or an error that the HLSL compiler reports.
         }
     }
 
@@ -184,7 +182,7 @@ private:
     std::unordered_map<std::string_view, ConstantValue> values_;
 };
 
-/// "m._m00_m11", which the HLSL compiler takes for what it is not.
+/// "m._m00_m11", which the HLSL compiler misreads.
 void refuseMatrixSwizzle(const Token& token)
 {
     const bool elements = token.text.size() > 4 && token.text[0] == '_' &&
@@ -206,14 +204,15 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
     LocalConstants constants(names);
     const auto constantNamed = [&](const Token& name) { return constants.find(name); };
     const Token* const end = tokens.data() + tokens.size();
-    const Token* judged = tokens.data(); // sizes of arrays, up to here
+    const Token* judged = tokens.data(); // the sizes of arrays are checked up to here
     for (const Token* token = tokens.data(); token != end; ++token) {
         if (isHint(token, end, kept.empty() ? nullptr : &kept.back())) {
             token = std::find_if(token, end, [](const Token& t) { return t.is("]"); });
             continue;
         }
         if (token->kind == TokenKind::String || token->is("#") || token->is("##") || token->is("...")) {
-            throw CompileError(token->at, inQuotes(token->text) + " cannot stand inside a function or value");
+            throw CompileError(token->at,
+                               inQuotes(token->text) + " is not allowed inside a function or value");
         }
         if (token->kind == TokenKind::Identifier) {
             refuseWord(*token);

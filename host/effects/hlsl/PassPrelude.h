@@ -1,0 +1,64 @@
+#pragma once
+
+#include <string_view>
+
+namespace Qx::Host::Effects {
+
+// The HLSL that the compiler adds to the text of a pass.
+
+// Textures have one level, so every sampling reads level 0. It is explicit, since that stays defined in
+// branches, where there are no derivatives. The HLSL front end's own fmod takes the sign of the divisor, as
+// GLSL's mod does; HLSL's has the sign of the dividend.
+inline constexpr std::string_view prelude = R"(
+[[vk::constant_id(0)]] const bool qxfx_rotate = false;
+float4 qxfx_tex2D(sampler2D s, float2 at) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+float4 qxfx_tex2D(sampler2D s, float2 at, float2 dx, float2 dy) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+float4 qxfx_tex2Dlod(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 0.0, 0.0)); }
+float4 qxfx_tex2Dbias(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy, 0.0, 0.0)); }
+float4 qxfx_tex2Dgrad(sampler2D s, float2 at, float2 dx, float2 dy) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+float4 qxfx_tex2Dproj(sampler2D s, float4 at) { return tex2Dlod(s, float4(at.xy / at.w, 0.0, 0.0)); }
+float qxfx_fmod(float x, float y) { return x - y * trunc(x / y); }
+float2 qxfx_fmod(float2 x, float2 y) { return x - y * trunc(x / y); }
+float3 qxfx_fmod(float3 x, float3 y) { return x - y * trunc(x / y); }
+float4 qxfx_fmod(float4 x, float4 y) { return x - y * trunc(x / y); }
+float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(float2(texel), 0.0, 0.0)); }
+float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(float3(texel), 0.0)); }
+float4 qxfx_tex2Dcodes(sampler2D s, float4 of, int2 texel) { return floor(qxfx_tex2Dfetch(s, texel) * of.y + 0.5); }
+)";
+
+inline constexpr std::string_view mainForTexel = R"(
+float4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
+float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;
+float4 qxfx_colour = qxfx_colourAt(int2(floor(qxfx_pixel)), qxfx_pixel);
+)";
+inline constexpr std::string_view colourOfCodes =
+    "qxfx_colour = floor(clamp(qxfx_colour, 0.0, qxfx_target.x)) * (1.0 / qxfx_target.x);";
+inline constexpr std::string_view returnColour = "return qxfx_rotate ? qxfx_colour.wxyz : qxfx_colour; }";
+
+// Textures as rows of texels a, r, g, b. The numbers are signed, since their conversions are cheaper. The
+// multiplication shows that a row is a whole number of packed texels long; widenFetches relies on it.
+inline constexpr std::string_view packedPrelude = R"(
+float4 qxfx_tex2Dcodes(Buffer<uint4> s, float4 of, int2 texel) { return float4(int4(s.Load(texel.y * int(of.x) * qxfx_texels + texel.x))).yzwx; }
+float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex2Dcodes(s, of, texel) * (1.0 / qxfx_sourceMaxCode); }
+)";
+inline constexpr std::string_view codesAt = R"(
+int4 qxfx_codesAt(int x, int y) {
+float4 c = qxfx_colourAt(int2(x, y), float2(float(x), float(y)) + 0.5) * qxfx_scale;
+return int4(qxfx_rounded(clamp(c, 0.0, qxfx_maxCode))).wxyz; }
+)";
+inline constexpr std::string_view mainForFour = R"(
+uint qxfx_texel(int x, int y) { int4 c = qxfx_codesAt(x, y); return uint(c.x | c.y << 8 | c.z << 16 | c.w << 24); }
+uint4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
+int x = int(qxfx_position.x) * 4;
+int y = int(qxfx_position.y);
+return uint4(qxfx_texel(x, y), qxfx_texel(x + 1, y), qxfx_texel(x + 2, y), qxfx_texel(x + 3, y)); }
+)";
+inline constexpr std::string_view mainForTwo = R"(
+uint2 qxfx_texel(int x, int y) { int4 c = qxfx_codesAt(x, y); return uint2(c.x | c.y << 16, c.z | c.w << 16); }
+uint4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
+int x = int(qxfx_position.x) * 2;
+int y = int(qxfx_position.y);
+return uint4(qxfx_texel(x, y), qxfx_texel(x + 1, y)); }
+)";
+
+} // namespace Qx::Host::Effects

@@ -1,5 +1,7 @@
 #include "host/gpu/DeviceChoice.h"
 
+#include "host/core/AsciiCase.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -8,13 +10,6 @@
 namespace Qx::Host {
 
 namespace {
-
-std::string lowerCase(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; });
-    return text;
-}
 
 std::string listed(const std::vector<DeviceDescription>& devices)
 {
@@ -74,10 +69,10 @@ DeviceChoice chooseDevice(const std::vector<DeviceDescription>& devices, const s
             return chosen(*found);
         }
     }
-    const std::string part = lowerCase(wish);
+    const std::string part = asciiLower(wish);
     std::vector<DeviceDescription> named;
     std::copy_if(devices.begin(), devices.end(), std::back_inserter(named), [&part](const auto& device) {
-        return lowerCase(device.name).find(part) != std::string::npos;
+        return asciiLower(device.name).find(part) != std::string::npos;
     });
     if (named.empty()) {
         return {std::nullopt, "no Vulkan device matches \"" + wish + "\" (from " + wishSource +

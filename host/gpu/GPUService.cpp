@@ -2,12 +2,12 @@
 
 #include "host/fonts/Font.h"
 #include "host/fonts/Typeface.h"
-#include "host/gpu/DeviceChoice.h"
-#include "host/gpu/EffectFiles.h"
-#include "host/gpu/Images.h"
-#include "host/gpu/PipelineCache.h"
-#include "host/gpu/ShaderEffect.h"
-#include "host/gpu/WarmUp.h"
+#include "host/gpu/device/DeviceChoice.h"
+#include "host/gpu/device/PipelineCache.h"
+#include "host/gpu/effects/EffectFiles.h"
+#include "host/gpu/effects/ShaderEffect.h"
+#include "host/gpu/effects/WarmUp.h"
+#include "host/gpu/images/Images.h"
 
 #include <cstdlib>
 

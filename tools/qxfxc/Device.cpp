@@ -1,7 +1,7 @@
 #include "tools/qxfxc/Device.h"
 
-#include "host/gpu/EffectProgram.h"
-#include "host/gpu/WarmUp.h"
+#include "host/gpu/effects/EffectProgram.h"
+#include "host/gpu/effects/WarmUp.h"
 
 #include <algorithm>
 #include <chrono>

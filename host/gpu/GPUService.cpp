@@ -5,8 +5,8 @@
 #include "host/gpu/device/DeviceChoice.h"
 #include "host/gpu/device/PipelineCache.h"
 #include "host/gpu/effects/EffectFiles.h"
+#include "host/gpu/effects/Prewarm.h"
 #include "host/gpu/effects/ShaderEffect.h"
-#include "host/gpu/effects/WarmUp.h"
 #include "host/gpu/images/Images.h"
 
 #include <cstdlib>
@@ -299,7 +299,8 @@ Worker::CompileRequest GPUService::requestFor(const LightweightString<wchar_t>& 
     Worker::CompileRequest request = compileRequest(path, definitions);
     const std::shared_ptr<Vulkan::Context> context = this->context();
     const std::lock_guard lock(mutex_);
-    request.options.packed = options_.packedTexels && context != nullptr && context->device().drawsPacked();
+    request.options.packed =
+        options_.packedTexels && context != nullptr && context->device().drawingPath() != nullptr;
     return request;
 }
 
@@ -331,15 +332,15 @@ GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context,
                         const std::shared_ptr<const CompiledEffect>& effect, Vulkan::PassRefusal& refusal)
 {
     std::shared_ptr<Vulkan::PipelineCache> pipelines;
-    bool isReady = true;
+    bool prewarm = true;
     {
         const std::lock_guard lock(mutex_);
         pipelines = pipelines_;
-        isReady = options_.readyWhenLoaded;
+        prewarm = options_.readyWhenLoaded;
     }
     auto program = operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
         auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
-        if (made != nullptr && isReady && !made->makeReady(refusal)) {
+        if (made != nullptr && prewarm && !made->createPipelines(refusal)) {
             made.reset();
         }
         if (pipelines != nullptr) {
@@ -347,8 +348,8 @@ GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context,
         }
         return made;
     });
-    if (program != nullptr && isReady) {
-        Vulkan::WarmUp(program).drawAll();
+    if (program != nullptr && prewarm) {
+        Vulkan::Prewarm(program).drawAll();
     }
     return program;
 }

@@ -182,7 +182,7 @@ GPUStatistics Context::statistics()
     statistics.memoryAllocations = memory_.allocationCount();
     statistics.batchesSubmitted = recorder_.batchesSubmitted();
     statistics.draws = draws;
-    statistics.packedDraws = packedDraws;
+    statistics.packedDraws = pathDraws;
     statistics.sharedTransfers = sharedTransfers;
     statistics.barriers = recorder_.barriers();
     statistics.validationMessages = instance_->validationMessages();

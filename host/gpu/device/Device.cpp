@@ -1,5 +1,6 @@
 #include "host/gpu/device/Device.h"
 
+#include "host/gpu/device/DrawingPath.h"
 #include "platform/Log.h"
 
 #include <algorithm>
@@ -81,27 +82,6 @@ bool supportsDrawing(VkPhysicalDevice physical, VkFormat format)
     constexpr VkFormatFeatureFlags wanted =
         VK_FORMAT_FEATURE_COLOR_ATTACHMENT_BLEND_BIT | VK_FORMAT_FEATURE_SAMPLED_IMAGE_BIT;
     return (properties.optimalTilingFeatures & wanted) == wanted;
-}
-
-bool canDrawPacked(VkPhysicalDevice physical, VkPhysicalDeviceType type)
-{
-    constexpr VkFormatFeatureFlags drawn = VK_FORMAT_FEATURE_COLOR_ATTACHMENT_BIT;
-    constexpr VkFormatFeatureFlags whole =
-        drawn | VK_FORMAT_FEATURE_COLOR_ATTACHMENT_BLEND_BIT | VK_FORMAT_FEATURE_SAMPLED_IMAGE_BIT |
-        VK_FORMAT_FEATURE_SAMPLED_IMAGE_FILTER_LINEAR_BIT | VK_FORMAT_FEATURE_TRANSFER_SRC_BIT |
-        VK_FORMAT_FEATURE_TRANSFER_DST_BIT;
-    const auto offers = [physical](VkFormat format, VkFormatFeatureFlags linear,
-                                   VkFormatFeatureFlags buffer) {
-        VkFormatProperties properties;
-        vkGetPhysicalDeviceFormatProperties(physical, format, &properties);
-        return (properties.linearTilingFeatures & linear) == linear &&
-               (properties.bufferFeatures & buffer) == buffer;
-    };
-    constexpr VkFormatFeatureFlags read = VK_FORMAT_FEATURE_UNIFORM_TEXEL_BUFFER_BIT;
-    return type == VK_PHYSICAL_DEVICE_TYPE_CPU && offers(VK_FORMAT_R8G8B8A8_UNORM, whole, 0) &&
-           offers(VK_FORMAT_R16G16B16A16_UNORM, whole, 0) && offers(packedFormat, drawn, 0) &&
-           offers(VK_FORMAT_R8G8B8A8_UINT, 0, read) && offers(VK_FORMAT_R16G16B16A16_UINT, 0, read) &&
-           offers(VK_FORMAT_R32G32_UINT, 0, read) && offers(VK_FORMAT_R32G32B32A32_UINT, 0, read);
 }
 
 std::string missingFeatures(VkPhysicalDevice physical, std::uint32_t apiVersion)
@@ -288,6 +268,13 @@ DeviceDescription describe(VkPhysicalDevice physical, std::uint32_t index)
     return description;
 }
 
+Device::Device() = default;
+
+Device::~Device()
+{
+    close();
+}
+
 std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& failure)
 {
     std::unique_ptr<Device> self(new Device);
@@ -300,7 +287,7 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
     vkGetPhysicalDeviceProperties(physical, &properties);
     self->limits_ = properties.limits;
     vkGetPhysicalDeviceMemoryProperties(physical, &self->memory_);
-    self->drawsPacked_ = canDrawPacked(physical, properties.deviceType);
+    self->path_ = createDrawingPath(physical, properties.deviceType);
 
     const float priority = 1.0F;
     VkDeviceQueueCreateInfo queue{};
@@ -311,8 +298,9 @@ std::unique_ptr<Device> Device::create(VkPhysicalDevice physical, std::string& f
 
     Features features;
     features.core.features.dualSrcBlend = VK_TRUE;
-    features.core.features.robustBufferAccess =
-        self->drawsPacked_ ? VK_TRUE : VK_FALSE; // texels out of range
+    if (self->path_ != nullptr) {
+        self->path_->enableFeatures(features.core.features);
+    }
     features.v12.timelineSemaphore = VK_TRUE;
     features.v13.dynamicRendering = VK_TRUE;
     features.v13.synchronization2 = VK_TRUE;

@@ -31,8 +31,7 @@ struct FaultInjection
     bool takeAllocation();
 };
 
-/// A packed texel as one.
-constexpr VkFormat packedFormat = VK_FORMAT_R32G32B32A32_UINT;
+class DrawingPath;
 
 /// The Vulkan instance, with the validation layer when it is wanted.
 class Instance
@@ -75,7 +74,7 @@ class Device
 {
 public:
     static std::unique_ptr<Device> create(VkPhysicalDevice physical, std::string& failure);
-    ~Device() { close(); }
+    ~Device();
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
@@ -96,10 +95,8 @@ public:
     /// Whether images of that format can be drawn into, with blending.
     bool canDrawInto(VkFormat format) const;
 
-    /// Whether images lie in memory row by row, so that four texels of 32 bits can be drawn as one of 128,
-    /// and read as a buffer. So it is on software devices, where that is the faster way: they pay for each
-    /// fragment. On others such images are slow or cannot be drawn into.
-    bool drawsPacked() const { return drawsPacked_; }
+    /// The faster way of drawing that this kind of device has; null if it has none.
+    const DrawingPath* drawingPath() const { return path_.get(); }
 
     /// True for VK_SUCCESS. Anything else is written to the log as the failure of `what`, and a lost device
     /// is lost from then on.
@@ -111,15 +108,15 @@ public:
     FaultInjection& faults() { return faults_; }
 
 private:
-    Device() = default;
+    Device();
 
     VkPhysicalDevice physical_ = nullptr;
     VkDevice device_ = nullptr;
     VkQueue queue_ = nullptr;
     std::uint32_t queueFamily_ = 0;
     std::uint32_t timerBits_ = 0;
-    bool drawsPacked_ = false;
     VkPipelineCache pipelineCache_ = nullptr;
+    std::unique_ptr<const DrawingPath> path_;
     VkPhysicalDeviceLimits limits_{};
     VkPhysicalDeviceMemoryProperties memory_{};
     std::atomic<bool> lost_{false};

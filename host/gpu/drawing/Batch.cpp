@@ -1,5 +1,7 @@
 #include "host/gpu/drawing/Batch.h"
 
+#include "host/gpu/device/DrawingPath.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -108,10 +110,8 @@ bool Batch::begin(std::uint64_t value, bool timed)
     if (!device_.succeeded(vkBeginCommandBuffer(commands_, &info), "beginning commands")) {
         return false;
     }
-    if (device_.drawsPacked()) {
-        // Mesa's software device (22.3) passes over a barrier that is a buffer's first command, and follows
-        // uses of images by itself, which it cannot where memory has several shapes.
-        vkCmdSetDepthBias(commands_, 0.0F, 0.0F, 0.0F);
+    if (const DrawingPath* path = device_.drawingPath()) {
+        path->beginCommands(commands_);
     }
     return !timed_ || beginStamps();
 }
@@ -148,7 +148,7 @@ std::optional<Batch::Stamps> Batch::stamps() const
     return result == VK_SUCCESS ? std::optional<Stamps>({ticks[firstStamp], ticks[lastStamp]}) : std::nullopt;
 }
 
-/// Its images are shared with the host, which reads them without a command that would say so.
+/// For images that share memory with the host: it reads them without a command that could be a barrier.
 void Batch::showToHost()
 {
     memoryBarriers_.push_back(memoryBarrier(VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT,
@@ -159,7 +159,7 @@ void Batch::showToHost()
 
 bool Batch::end()
 {
-    if (device_.drawsPacked()) {
+    if (device_.drawingPath() != nullptr) {
         showToHost();
     }
     if (timed_) {
@@ -265,7 +265,7 @@ void Batch::use(Texture& texture, const Use& next)
     if (next.writes) {
         texture.lastWrite.store(value_, std::memory_order_relaxed);
     }
-    if (texture.hasPacked()) {
+    if (texture.companion != nullptr) {
         useMemory(texture, next);
         return;
     }
@@ -280,12 +280,12 @@ void Batch::use(Texture& texture, const Use& next)
     texture.use = {next.layout, next.stage, next.writes ? next.access : VK_ACCESS_2_NONE};
 }
 
-/// What orders the uses of one shape of the memory orders those of the others.
+/// A memory barrier orders the uses of all views of the memory.
 void Batch::useMemory(Texture& texture, const Use& next)
 {
     const VkAccessFlags2 written = next.writes ? next.access : VK_ACCESS_2_NONE;
     if (texture.use.layout != VK_IMAGE_LAYOUT_GENERAL) {
-        for (VkImage image : {texture.image, texture.packed.image}) {
+        for (VkImage image : {texture.image, texture.companion->image()}) {
             VkImageMemoryBarrier2 barrier = imageBarrier(image, texture.use, VK_IMAGE_LAYOUT_GENERAL);
             barrier.dstStageMask = next.stage;
             barrier.dstAccessMask = next.access;

@@ -1,7 +1,6 @@
 #include "host/gpu/drawing/Pipelines.h"
 
 #include "host/gpu/shaders/triangle.vert.h"
-#include "host/gpu/shaders/triangleWithRows.vert.h"
 
 #include <algorithm>
 
@@ -75,6 +74,8 @@ struct FixedState
     FixedState& operator=(const FixedState&) = delete;
 };
 
+} // namespace
+
 VkResult createPipeline(Device& device, VkShaderModule vertex, VkShaderModule fragment,
                         VkPipelineLayout layout, Blending blending, VkFormat format, VkPipeline& pipeline)
 {
@@ -105,8 +106,6 @@ VkResult createPipeline(Device& device, VkShaderModule vertex, VkShaderModule fr
     info.layout = layout;
     return vkCreateGraphicsPipelines(device.handle(), device.pipelineCache(), 1, &info, nullptr, &pipeline);
 }
-
-} // namespace
 
 VkPipeline pipelineFor(const FormatPipelines& pipelines, VkFormat format)
 {
@@ -145,19 +144,6 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
     return result;
 }
 
-VkResult createPackedPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout,
-                              bool takesRows, VkPipeline& pipeline)
-{
-    VkShaderModule vertex = nullptr;
-    VkResult result = takesRows ? createShaderModule(device, triangleWithRowsVertexShader, vertex)
-                                : createShaderModule(device, triangleVertexShader, vertex);
-    if (result == VK_SUCCESS) {
-        result = createPipeline(device, vertex, fragment, layout, Blending::Replace, packedFormat, pipeline);
-    }
-    vkDestroyShaderModule(device.handle(), vertex, nullptr);
-    return result;
-}
-
 void destroyPipelines(Device& device, FormatPipelines& pipelines)
 {
     for (VkPipeline& pipeline : pipelines) {
@@ -166,15 +152,13 @@ void destroyPipelines(Device& device, FormatPipelines& pipelines)
     }
 }
 
-namespace {
-
-void beginDrawing(VkCommandBuffer commands, VkImageView target, VkImageLayout layout, VkExtent2D size,
-                  VkRect2D area, VkAttachmentLoadOp load, const VkClearColorValue& clear)
+void beginDrawing(VkCommandBuffer commands, const DrawTarget& target, VkRect2D area, VkAttachmentLoadOp load,
+                  const VkClearColorValue& clear)
 {
     VkRenderingAttachmentInfo attachment{};
     attachment.sType = VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO;
-    attachment.imageView = target;
-    attachment.imageLayout = layout;
+    attachment.imageView = target.view;
+    attachment.imageLayout = target.layout;
     attachment.loadOp = load;
     attachment.storeOp = VK_ATTACHMENT_STORE_OP_STORE;
     attachment.clearValue.color = clear;
@@ -186,26 +170,21 @@ void beginDrawing(VkCommandBuffer commands, VkImageView target, VkImageLayout la
     info.pColorAttachments = &attachment;
     vkCmdBeginRendering(commands, &info);
     // The triangle spans the whole target, so that a fragment's position is the pixel's.
-    const VkViewport viewport{0.0F, 0.0F, static_cast<float>(size.width), static_cast<float>(size.height),
-                              0.0F, 1.0F};
+    const VkViewport viewport{
+        0.0F, 0.0F, static_cast<float>(target.size.width), static_cast<float>(target.size.height),
+        0.0F, 1.0F};
     vkCmdSetViewport(commands, 0, 1, &viewport);
     vkCmdSetScissor(commands, 0, 1, &area);
 }
 
-} // namespace
-
 void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area, VkAttachmentLoadOp load,
                   const VkClearColorValue& clear)
 {
-    beginDrawing(commands, target.target, target.layoutFor(VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL),
-                 {target.key.width, target.key.height}, area, load, clear);
-}
-
-void beginDrawingPacked(VkCommandBuffer commands, const Texture& target)
-{
-    const VkExtent2D size{target.packed.width, target.key.height};
-    beginDrawing(commands, target.packed.target, target.layoutFor(VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL),
-                 size, {{0, 0}, size}, VK_ATTACHMENT_LOAD_OP_DONT_CARE, {});
+    beginDrawing(commands,
+                 DrawTarget{target.target,
+                            target.layoutFor(VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL),
+                            {target.key.width, target.key.height}},
+                 area, load, clear);
 }
 
 } // namespace Qx::Host::Vulkan

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "host/effects/CompiledEffect.h"
 #include "host/gpu/images/Resources.h"
 
 #include <array>
@@ -33,20 +32,22 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
                          FormatPipelines& pipelines, std::span<const std::uint32_t> vertex = {});
 void destroyPipelines(Device& device, FormatPipelines& pipelines);
 
-/// Rows of the uniform buffer on their way to a shader that draws packed texels: the vertex shader passes
-/// them on.
-constexpr VkPushConstantRange packedRows{VK_SHADER_STAGE_VERTEX_BIT, 0,
-                                         CompiledEffect::PackedShader::mostRows * 4 * sizeof(float)};
-
-/// A pipeline for packed texels, for a fragment shader that takes rows or does not.
-VkResult createPackedPipeline(Device& device, VkShaderModule fragment, VkPipelineLayout layout,
-                              bool takesRows, VkPipeline& pipeline);
+/// Makes one pipeline, for targets of that format.
+VkResult createPipeline(Device& device, VkShaderModule vertex, VkShaderModule fragment,
+                        VkPipelineLayout layout, Blending blending, VkFormat format, VkPipeline& pipeline);
 
 /// Begins drawing into a target that renderTo() was announced for; only `area` is touched.
 void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area, VkAttachmentLoadOp load,
                   const VkClearColorValue& clear = {});
 
-/// The same for all of a target, by groups of its texels. What was in it does not matter.
-void beginDrawingPacked(VkCommandBuffer commands, const Texture& target);
+/// The same into any view of a target.
+struct DrawTarget
+{
+    VkImageView view;
+    VkImageLayout layout;
+    VkExtent2D size;
+};
+void beginDrawing(VkCommandBuffer commands, const DrawTarget& target, VkRect2D area, VkAttachmentLoadOp load,
+                  const VkClearColorValue& clear = {});
 
 } // namespace Qx::Host::Vulkan

@@ -1,5 +1,6 @@
 #include "host/gpu/images/Images.h"
 
+#include "host/gpu/device/DrawingPath.h"
 #include "host/gpu/drawing/PrimitivesRenderer.h"
 
 #include <cstdlib>
@@ -228,7 +229,8 @@ Qx::Ptr<HostImage> makeHostImage(Context& context, XY<int> size, iGPUImage::eFor
         return {};
     }
     const TextureKey key = keyOf(size, format);
-    if (mayLieInHostMemory(context.device(), key)) {
+    const DrawingPath* path = context.device().drawingPath();
+    if (path != nullptr && path->mayLieAsHostImage(key)) {
         Pooled<Texture> texture = acquireIdleTexture(context, key);
         if (!texture) {
             return {};

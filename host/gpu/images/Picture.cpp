@@ -8,7 +8,7 @@ Texture* Picture::forWriting(Batch& batch, bool replacesAll)
 {
     if (texture_.isShared()) {
         Pooled<Texture> own = acquireTextureAtOnce(context(), key);
-        if (!own || own->hasPacked() != hasPacked) {
+        if (!own || (own->companion != nullptr) != hasCompanion) {
             return nullptr;
         }
         if (!replacesAll) {

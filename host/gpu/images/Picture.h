@@ -9,16 +9,12 @@ class Picture
 {
 public:
     explicit Picture(Pooled<Texture> texture)
-        : key(texture->key),
-          hasPacked(texture->hasPacked()),
-          rowPacked(texture->packed.rowPacked),
-          texture_(std::move(texture))
+        : key(texture->key), hasCompanion(texture->companion != nullptr), texture_(std::move(texture))
     {
     }
 
     const TextureKey key;
-    const bool hasPacked;          ///< as Texture::hasPacked()
-    const std::uint32_t rowPacked; ///< as PackedTexels::rowPacked
+    const bool hasCompanion; ///< as Texture::companion
 
     Context& context() const { return texture_.context(); }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/gpu/device/DeviceMemory.h"
+#include "host/gpu/images/CompanionViews.h"
 #include "platform/GPUImage.h"
 
 #include <compare>
@@ -26,26 +27,8 @@ struct TextureKey
     std::uint32_t depth = 0; ///< 0 for two-dimensional images
 
     friend auto operator<=>(const TextureKey&, const TextureKey&) = default;
+    std::uint64_t rowBytes() const; ///< of the texels alone
     std::uint64_t bytes() const;
-};
-
-/// The memory of an image in other shapes: as an image whose texels are groups of the image's, and as one
-/// row of texels, rows one after the other.
-struct PackedTexels
-{
-    VkImage image = nullptr; ///< of packedFormat
-    VkImageView target = nullptr;
-    VkBuffer buffer = nullptr;
-    std::array<VkBufferView, 3> views{}; ///< see texelsOf()
-    std::uint32_t width = 0;             ///< groups in a row of the picture
-    std::uint32_t rowPacked = 0;         ///< groups from one row to the next
-
-    /// The buffer as texels of 8 or 16 bytes, of 32-bit components, or, for a size that is less, the image's
-    /// own.
-    const VkBufferView& texelsOf(std::uint32_t bytes) const
-    {
-        return views[bytes == 16 ? 2 : bytes == 8 ? 1 : 0];
-    }
 };
 
 /// An image on the device with its memory and views.
@@ -56,10 +39,10 @@ struct Texture
     Key key;
     VkImage image = nullptr;
     Allocation memory;
-    VkImageView sampled = nullptr; ///< as effects see it
-    VkImageView target = nullptr;  ///< as it lies in memory; null for three-dimensional images
-    PackedTexels packed;           ///< null where the device does not draw groups, or not of such an image
-    bool inHostMemory = false;     ///< its rows lie in memory as those of a host image do
+    VkImageView sampled = nullptr;             ///< as effects see it
+    VkImageView target = nullptr;              ///< as it lies in memory; null for three-dimensional images
+    std::unique_ptr<CompanionViews> companion; ///< null if the device's DrawingPath has none for it
+    bool inHostMemory = false; ///< its memory is laid out as a host image and the host sees it
     UseState use;
     std::atomic<std::uint64_t> lastUse{0};   ///< timeline value after which the device is done with it
     std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its texels are there
@@ -69,11 +52,13 @@ struct Texture
 
     std::uint64_t memoryBytes() const { return key.bytes(); }
     bool exists() const { return image != nullptr; }
-    bool hasPacked() const { return packed.target != nullptr; }
 
-    /// The layout that the image has while it is used in a way that likes `best`: memory in several shapes
-    /// keeps one that is common to them.
-    VkImageLayout layoutFor(VkImageLayout best) const { return hasPacked() ? VK_IMAGE_LAYOUT_GENERAL : best; }
+    /// The layout in which the image is used where `best` would be the best: memory with companion views
+    /// stays in the one that all of them have.
+    VkImageLayout layoutFor(VkImageLayout best) const
+    {
+        return companion != nullptr ? VK_IMAGE_LAYOUT_GENERAL : best;
+    }
 
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, Texture& texture);
     void destroy(Device& device, DeviceMemory& memory);
@@ -84,8 +69,6 @@ struct Texture
 private:
     VkResult allocate(Device& device, DeviceMemory& memory);
     bool liesAsHostImage(const Device& device) const;
-    VkResult createPacked(Device& device);
-    void destroyPacked(Device& device);
 };
 
 /// A buffer in host memory that holds an image for the device to copy.
@@ -121,10 +104,15 @@ bool isRotated(VkFormat format);
 /// The largest code of a component.
 float maxCode(VkFormat format);
 
-/// Whether a texture of that key can have Texture::inHostMemory.
-bool mayLieInHostMemory(const Device& device, const TextureKey& key);
+/// An image of that key, of one level, one layer and one sample.
+VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImageUsageFlags usage);
 
-/// Bits of a component of what can be drawn by packed texels; 0 for other formats.
-std::uint32_t packedBits(VkFormat format);
+/// In which order a view has an image's components.
+enum class Swizzle
+{
+    None,      ///< as they lie in memory
+    ForEffects ///< as effects see them: see isRotated()
+};
+VkResult createView(Device& device, const TextureKey& key, VkImage image, Swizzle swizzle, VkImageView& view);
 
 } // namespace Qx::Host::Vulkan

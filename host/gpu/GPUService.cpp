@@ -78,7 +78,7 @@ void GPUService::startLocked()
     if (instance == nullptr) {
         return;
     }
-    const std::vector<VkPhysicalDevice> physical = instance->physicalDevices();
+    const std::vector<Vulkan::PhysicalDevice> physical = instance->physicalDevices();
     for (std::uint32_t i = 0; i < physical.size(); ++i) {
         devices_.push_back(Vulkan::describe(physical[i], i));
     }
@@ -142,7 +142,7 @@ void GPUService::startWorkersLocked()
         options.limits.memoryBytes = options_.workerMemory;
     }
     if (context_ != nullptr) {
-        options.hello.device = Vulkan::uuidOf(context_->device().physical());
+        options.hello.device = context_->device().physical().uuid;
         options.hello.validation = context_->instance().isValidating();
     }
     workers_ = std::make_shared<Worker::EffectWorkers>(std::move(options));

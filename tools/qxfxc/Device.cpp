@@ -24,9 +24,9 @@ std::unique_ptr<TrialDevice> TrialDevice::open(const DeviceUUID& uuid, bool vali
     if (instance == nullptr) {
         return nullptr;
     }
-    const std::vector<VkPhysicalDevice> all = instance->physicalDevices();
+    const std::vector<Vulkan::PhysicalDevice> all = instance->physicalDevices();
     const auto found = std::find_if(all.begin(), all.end(),
-                                    [&](VkPhysicalDevice each) { return Vulkan::uuidOf(each) == uuid; });
+                                    [&](const Vulkan::PhysicalDevice& each) { return each.uuid == uuid; });
     if (found == all.end()) {
         problem = "the host's GPU is not to be seen from it";
         return nullptr;

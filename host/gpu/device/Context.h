@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/gpu/device/Instance.h"
 #include "host/gpu/drawing/PrimitivePipelines.h"
 #include "host/gpu/drawing/Recorder.h"
 #include "host/gpu/effects/Samplers.h"

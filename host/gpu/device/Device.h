@@ -1,105 +1,62 @@
 #pragma once
 
-#include "host/gpu/GPUOptions.h"
+#include "host/gpu/device/PhysicalDevice.h"
+#include "host/gpu/device/Report.h"
 
 #include <vulkan/vulkan_core.h>
 
-#include <array>
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
-#include <vector>
 
 namespace Qx::Host::Vulkan {
 
-/// Writes a line to the host's log.
-void report(const std::string& line);
-
-/// Makes the device misbehave, for tests.
+/// Faults that tests inject. Thread-safe.
 struct FaultInjection
 {
-    /// So many allocations of device memory still succeed before `failures` of them fail.
+    /// The number of allocations of device memory that succeed before `failures` of them fail.
     std::atomic<std::uint64_t> allocationsBeforeFailure{0};
     std::atomic<std::uint64_t> failures{0};
 
     std::atomic<bool> withoutTimer{false};
 
-    /// True when this allocation is to fail.
+    /// Counts an allocation; returns true if it is to fail.
     bool takeAllocation();
 };
 
 class DrawingPath;
 
-/// The Vulkan instance, with the validation layer when it is wanted.
-class Instance
-{
-public:
-    /// Null, and says why in `failure`, when there is no usable Vulkan on this machine.
-    static std::unique_ptr<Instance> create(bool validation, std::string& failure);
-    ~Instance() { close(); }
-    Instance(const Instance&) = delete;
-    Instance& operator=(const Instance&) = delete;
-
-    /// Destroys the Vulkan instance; the object stays to be asked for its counts.
-    void close();
-
-    VkInstance handle() const { return instance_; }
-    std::vector<VkPhysicalDevice> physicalDevices() const;
-    bool isValidating() const { return messenger_ != nullptr; }
-    std::uint64_t validationMessages() const { return validationMessages_; }
-
-private:
-    Instance() = default;
-    static VkBool32 VKAPI_CALL onMessage(VkDebugUtilsMessageSeverityFlagBitsEXT severity,
-                                         VkDebugUtilsMessageTypeFlagsEXT types,
-                                         const VkDebugUtilsMessengerCallbackDataEXT* data, void* self);
-
-    VkInstance instance_ = nullptr;
-    VkDebugUtilsMessengerEXT messenger_ = nullptr;
-    std::atomic<std::uint64_t> validationMessages_{0};
-};
-
-/// What tells a physical device from the machine's others, in every process.
-std::array<std::byte, VK_UUID_SIZE> uuidOf(VkPhysicalDevice physical);
-
-DeviceDescription describe(VkPhysicalDevice physical, std::uint32_t index);
-
-/// The logical device and what everything needs to know of it.
-///
-/// All members may be used from any thread; only the recorder touches the queue.
+/// The logical device. Thread-safe, but only the recorder may use the queue.
 class Device
 {
 public:
-    static std::unique_ptr<Device> create(VkPhysicalDevice physical, std::string& failure);
+    /// Null, with the reason in `failure`, if the driver refuses. The device must lack nothing: see
+    /// PhysicalDevice::missingFeatures().
+    static std::unique_ptr<Device> create(const PhysicalDevice& physical, std::string& failure);
     ~Device();
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
-    /// Destroys the Vulkan device; the object stays to be asked for what it was.
+    /// Destroys the Vulkan device. The object can still be asked for its properties.
     void close();
 
     VkDevice handle() const { return device_; }
-    VkPhysicalDevice physical() const { return physical_; }
+    const PhysicalDevice& physical() const { return physical_; }
     VkQueue queue() const { return queue_; }
-    std::uint32_t queueFamily() const { return queueFamily_; }
+    std::uint32_t queueFamily() const { return queueFamily_.index; }
     VkPipelineCache pipelineCache() const { return pipelineCache_; }
-    /// The bits of a time stamp that count; 0 when the device has none.
-    std::uint32_t timerBits() const { return faults_.withoutTimer ? 0 : timerBits_; }
-    const VkPhysicalDeviceLimits& limits() const { return limits_; }
-    const VkPhysicalDeviceMemoryProperties& memory() const { return memory_; }
+    /// The bits of a timestamp that are valid; 0 if the device has no timestamps.
+    std::uint32_t timerBits() const { return faults_.withoutTimer ? 0 : queueFamily_.timerBits; }
+    const VkPhysicalDeviceLimits& limits() const { return physical_.properties.limits; }
+    const VkPhysicalDeviceMemoryProperties& memory() const { return physical_.memory; }
     std::uint64_t largestHeap() const;
-
-    /// Whether images of that format can be drawn into, with blending.
-    bool canDrawInto(VkFormat format) const;
 
     /// The faster way of drawing that this kind of device has; null if it has none.
     const DrawingPath* drawingPath() const { return path_.get(); }
 
-    /// True for VK_SUCCESS. Anything else is written to the log as the failure of `what`, and a lost device
-    /// is lost from then on.
+    /// Returns true for VK_SUCCESS. Any other result is logged as the failure of `what`; after
+    /// VK_ERROR_DEVICE_LOST the device stays lost.
     bool succeeded(VkResult result, const char* what);
 
     bool isLost() const { return lost_.load(std::memory_order_acquire); }
@@ -108,17 +65,14 @@ public:
     FaultInjection& faults() { return faults_; }
 
 private:
-    Device();
+    explicit Device(const PhysicalDevice& physical);
 
-    VkPhysicalDevice physical_ = nullptr;
+    const PhysicalDevice physical_;
+    const PhysicalDevice::QueueFamily queueFamily_;
     VkDevice device_ = nullptr;
     VkQueue queue_ = nullptr;
-    std::uint32_t queueFamily_ = 0;
-    std::uint32_t timerBits_ = 0;
     VkPipelineCache pipelineCache_ = nullptr;
     std::unique_ptr<const DrawingPath> path_;
-    VkPhysicalDeviceLimits limits_{};
-    VkPhysicalDeviceMemoryProperties memory_{};
     std::atomic<bool> lost_{false};
     FaultInjection faults_;
 };

@@ -13,6 +13,7 @@ class CompanionViews;
 class Context;
 class Device;
 class TechniqueDrawing;
+struct PhysicalDevice;
 struct TextureKey;
 
 /// A second, faster way of drawing techniques that one kind of device has. The rest of the service knows the
@@ -52,6 +53,6 @@ public:
 };
 
 /// The drawing path for that device; null if it has none.
-std::unique_ptr<const DrawingPath> createDrawingPath(VkPhysicalDevice physical, VkPhysicalDeviceType type);
+std::unique_ptr<const DrawingPath> createDrawingPath(const PhysicalDevice& device);
 
 } // namespace Qx::Host::Vulkan

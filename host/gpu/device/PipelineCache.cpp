@@ -12,13 +12,6 @@ namespace {
 constexpr std::size_t headerBytes = 16 + VK_UUID_SIZE;
 constexpr unsigned batch = 32; // effects; a crash costs the pipelines of so many
 
-VkPhysicalDeviceProperties propertiesOf(VkPhysicalDevice physical)
-{
-    VkPhysicalDeviceProperties properties;
-    vkGetPhysicalDeviceProperties(physical, &properties);
-    return properties;
-}
-
 /// A pipeline cache of the moment.
 class TemporaryCache
 {
@@ -61,27 +54,6 @@ std::vector<std::byte> dataOf(VkDevice device, VkPipelineCache cache)
 
 } // namespace
 
-std::string driverIdentity(VkPhysicalDevice physical)
-{
-    VkPhysicalDeviceDriverProperties driver{};
-    driver.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_DRIVER_PROPERTIES;
-    VkPhysicalDeviceProperties2 properties{};
-    properties.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_PROPERTIES_2;
-    properties.pNext = &driver;
-    vkGetPhysicalDeviceProperties2(physical, &properties);
-    Cache::ByteWriter to;
-    to.number(properties.properties.vendorID);
-    to.number(properties.properties.deviceID);
-    to.number(properties.properties.driverVersion);
-    to.number(properties.properties.apiVersion);
-    to.raw(std::as_bytes(std::span(properties.properties.pipelineCacheUUID)));
-    to.text(properties.properties.deviceName);
-    to.text(driver.driverName);
-    to.text(driver.driverInfo);
-    const std::vector<std::byte>& bytes = to.bytes();
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
 bool isPipelineDataOf(const VkPhysicalDeviceProperties& properties, std::span<const std::byte> data)
 {
     Cache::ByteReader from(data);
@@ -98,10 +70,7 @@ bool isPipelineDataOf(const VkPhysicalDeviceProperties& properties, std::span<co
 }
 
 PipelineCache::PipelineCache(Device& device, std::shared_ptr<Cache::FileStore> store)
-    : device_(device),
-      store_(std::move(store)),
-      properties_(propertiesOf(device.physical())),
-      key_(Cache::digestOf(driverIdentity(device.physical())))
+    : device_(device), store_(std::move(store)), key_(Cache::digestOf(driverIdentity(device.physical())))
 {
 }
 
@@ -117,7 +86,8 @@ void PipelineCache::load()
 {
     const std::lock_guard lock(mutex_);
     const auto kept = store_->load(Cache::Kind::Pipelines, key_);
-    if (device_.pipelineCache() == nullptr || !kept || !isPipelineDataOf(properties_, *kept)) {
+    if (device_.pipelineCache() == nullptr || !kept ||
+        !isPipelineDataOf(device_.physical().properties, *kept)) {
         return;
     }
     const TemporaryCache earlier(device_.handle(), *kept);
@@ -139,7 +109,7 @@ void PipelineCache::save()
     }
     // Merged into a cache of its own: the device's may be in use, which forbids merging into it.
     auto kept = store_->load(Cache::Kind::Pipelines, key_);
-    const bool fits = kept && isPipelineDataOf(properties_, *kept);
+    const bool fits = kept && isPipelineDataOf(device_.physical().properties, *kept);
     const TemporaryCache merged(device_.handle(),
                                 fits ? std::span<const std::byte>(*kept) : std::span<const std::byte>());
     if (merged.handle() == nullptr ||
@@ -147,7 +117,7 @@ void PipelineCache::save()
         return;
     }
     const std::vector<std::byte> data = dataOf(device_.handle(), merged.handle());
-    if (isPipelineDataOf(properties_, data)) {
+    if (isPipelineDataOf(device_.physical().properties, data)) {
         store_->store(Cache::Kind::Pipelines, key_, data);
         savedBytes_ = bytes;
     }

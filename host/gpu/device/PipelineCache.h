@@ -11,10 +11,6 @@
 
 namespace Qx::Host::Vulkan {
 
-/// A device and its driver, to the version: what a driver made for one is of no use to any other. Bytes, not
-/// text.
-std::string driverIdentity(VkPhysicalDevice physical);
-
 /// Whether the bytes begin as data of this device's pipeline cache do (Vulkan 1.3, 10.7.3, "Retrieving
 /// Pipeline Cache Data"). Drivers check too, but not all of them well.
 bool isPipelineDataOf(const VkPhysicalDeviceProperties& properties, std::span<const std::byte> data);
@@ -41,7 +37,6 @@ private:
 
     Device& device_;
     const std::shared_ptr<Cache::FileStore> store_;
-    const VkPhysicalDeviceProperties properties_;
     const Cache::Digest key_;
     std::mutex mutex_; // guards all below
     std::size_t savedBytes_ = 0;

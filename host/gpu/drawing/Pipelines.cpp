@@ -132,7 +132,7 @@ VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayo
         device, vertexSpirv.empty() ? std::span<const std::uint32_t>(triangleVertexShader) : vertexSpirv,
         vertex);
     for (std::size_t i = 0; i < targetFormats.size() && result == VK_SUCCESS; ++i) {
-        if (device.canDrawInto(targetFormats.at(i))) {
+        if (device.physical().canDrawInto(targetFormats.at(i))) {
             result = createPipeline(device, vertex, fragment, layout, blending, targetFormats.at(i),
                                     pipelines.at(i));
         }

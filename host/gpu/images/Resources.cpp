@@ -30,7 +30,7 @@ VkResult createImage(Device& device, const TextureKey& key, VkImage& image)
     const VkImageCreateInfo info = imageInfo(key, tilingOf(device, key), usage);
     VkImageFormatProperties properties;
     const VkResult supported = vkGetPhysicalDeviceImageFormatProperties(
-        device.physical(), info.format, info.imageType, info.tiling, info.usage, 0, &properties);
+        device.physical().handle, info.format, info.imageType, info.tiling, info.usage, 0, &properties);
     if (supported != VK_SUCCESS) {
         return supported;
     }

@@ -71,11 +71,10 @@ public:
 
 } // namespace
 
-std::unique_ptr<const DrawingPath> createDrawingPath(VkPhysicalDevice physical, VkPhysicalDeviceType type)
+std::unique_ptr<const DrawingPath> createDrawingPath(const PhysicalDevice& device)
 {
     // Software devices pay for each fragment. Elsewhere images in rows are slow or cannot be drawn into.
-    return type == VK_PHYSICAL_DEVICE_TYPE_CPU && canDrawPacked(physical) ? std::make_unique<PackedPath>()
-                                                                          : nullptr;
+    return device.isSoftware() && canDrawPacked(device.handle) ? std::make_unique<PackedPath>() : nullptr;
 }
 
 } // namespace Qx::Host::Vulkan

@@ -19,10 +19,10 @@ GPUOptions impatient()
 }
 
 /// Effects that are none for the host's own device.
-class WallTest : public GpuTest
+class SandboxTest : public GpuTest
 {
 protected:
-    WallTest() : GpuTest(impatient()) {}
+    SandboxTest() : GpuTest(impatient()) {}
 
     void TearDown() override
     {
@@ -57,20 +57,20 @@ protected:
         "float4 f() : COLOR { return 0.5; }\ntechnique T { pass P { PixelShader = compile ps_3_0 f(); } }\n";
 };
 
-TEST_F(WallTest, AWorkerThatDiesWhileItMakesPipelinesIsOneMessage)
+TEST_F(SandboxTest, AWorkerThatDiesWhileItMakesPipelinesIsOneMessage)
 {
     ::setenv("QXFXC_TEST", "pipelines:kill:bad.fx", 1);
     expectFailure(write("bad.fx", harmless),
                   "was killed (SIGKILL) while creating pipelines\n  in technique 'T', pass 'P'");
 }
 
-TEST_F(WallTest, AWorkerThatDiesWhileItDrawsIsOneMessage)
+TEST_F(SandboxTest, AWorkerThatDiesWhileItDrawsIsOneMessage)
 {
     ::setenv("QXFXC_TEST", "drawing:crash:bad.fx", 1);
     expectFailure(write("bad.fx", harmless), "crashed (SIGABRT) while drawing\n  in technique 'T'");
 }
 
-TEST_F(WallTest, AWorkerThatDiesWithItsAnswerIsOneMessage)
+TEST_F(SandboxTest, AWorkerThatDiesWithItsAnswerIsOneMessage)
 {
     ::setenv("QXFXC_TEST", "answering:exit:bad.fx", 1);
     expectFailure(write("bad.fx", harmless),
@@ -88,7 +88,7 @@ std::string loopingEffect(const std::string& count)
            "    return x;\n}\ntechnique T { pass P { PixelShader = compile ps_3_0 f(); } }\n";
 }
 
-TEST_F(WallTest, ADrawThatDoesNotEndIsStopped)
+TEST_F(SandboxTest, ADrawThatDoesNotEndIsStopped)
 {
     ::setenv("QXFXC_TEST", "drawing:spin:bad.fx", 1);
     const EffectCompileResult failed = compile(write("bad.fx", harmless));
@@ -101,7 +101,7 @@ TEST_F(WallTest, ADrawThatDoesNotEndIsStopped)
     EXPECT_FALSE(gpu().isLost());
 }
 
-TEST_F(WallTest, AnEndlessShaderIsStoppedOrCutShortByItsDriver)
+TEST_F(SandboxTest, AnEndlessShaderIsStoppedOrCutShortByItsDriver)
 {
     const EffectCompileResult result = compile(write("endless.fx", loopingEffect("100000")));
     // Mesa's software device leaves a shader's loops after 65535 rounds; others do not.
@@ -110,12 +110,12 @@ TEST_F(WallTest, AnEndlessShaderIsStoppedOrCutShortByItsDriver)
     EXPECT_TRUE(effect(harmless));
 }
 
-TEST_F(WallTest, ALoopBoundByAParameterIsTriedWithItsDefault)
+TEST_F(SandboxTest, ALoopBoundByAParameterIsTriedWithItsDefault)
 {
     EXPECT_TRUE(compile(write("bound.fx", loopingEffect("4"))).effect);
 }
 
-TEST_F(WallTest, WithoutAWorkerEffectsFailAndTheLogSaysSoOnce)
+TEST_F(SandboxTest, WithoutAWorkerEffectsFailAndTheLogSaysSoOnce)
 {
     GPUOptions options;
     options.worker = "/nowhere/qxfxc";
@@ -134,7 +134,7 @@ TEST_F(WallTest, WithoutAWorkerEffectsFailAndTheLogSaysSoOnce)
     service.shutdown();
 }
 
-TEST_F(WallTest, TheFirstEffectOfADirectoryBringsTheOthersAlong)
+TEST_F(SandboxTest, TheFirstEffectOfADirectoryBringsTheOthersAlong)
 {
     GPUOptions options;
     options.compileAhead = true;
@@ -149,7 +149,7 @@ TEST_F(WallTest, TheFirstEffectOfADirectoryBringsTheOthersAlong)
     service.shutdown();
 }
 
-TEST_F(WallTest, TheFirstFrameFindsItsTechniqueDrawn)
+TEST_F(SandboxTest, TheFirstFrameFindsItsTechniqueDrawn)
 {
     const std::uint64_t before = gpu().statistics().draws;
     ASSERT_TRUE(effect("float4 f() : COLOR { return 0.5; }\n"

@@ -1,6 +1,6 @@
 #include "host/cache/FileStore.h"
 
-#include "host/cache/ReadWhole.h"
+#include "host/files/ReadFile.h"
 
 #include <algorithm>
 #include <array>
@@ -203,7 +203,7 @@ std::optional<std::vector<std::byte>> FileStore::load(Kind kind, const Digest& k
         complainOnce("the entry " + name + " belongs to another user, or others may write to it");
         return std::nullopt;
     }
-    std::optional<std::vector<std::byte>> bytes = readWhole(file, mostEntryBytes);
+    std::optional<std::vector<std::byte>> bytes = readFile(file, mostEntryBytes);
     const Condition condition = bytes ? unwrapRecord(*bytes, kind, key) : Condition::Damaged;
     if (condition == Condition::Whole) {
         // Marks it as used; where that is not allowed the order of removal is that of making.

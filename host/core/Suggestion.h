@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/core/AsciiCase.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <numeric>
@@ -7,14 +9,14 @@
 #include <string_view>
 #include <vector>
 
-// What a mistyped word may have meant. Letter case is left aside, ASCII's letters only.
+// Suggestions for mistyped words. The case of ASCII letters is ignored.
 
 namespace Qx::Host {
 
-/// Letters to insert, drop, replace or swap with their neighbour to turn one word into the other.
+/// The number of letters to insert, drop, replace or swap with their neighbour to turn one word into the
+/// other.
 inline std::size_t editDistance(std::string_view a, std::string_view b)
 {
-    const auto folded = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
     std::vector<std::size_t> beforeLast(b.size() + 1);
     std::vector<std::size_t> last(b.size() + 1);
     std::vector<std::size_t> row(b.size() + 1);
@@ -22,10 +24,10 @@ inline std::size_t editDistance(std::string_view a, std::string_view b)
     for (std::size_t i = 1; i <= a.size(); ++i) {
         row[0] = i;
         for (std::size_t j = 1; j <= b.size(); ++j) {
-            const bool same = folded(a[i - 1]) == folded(b[j - 1]);
+            const bool same = asciiLower(a[i - 1]) == asciiLower(b[j - 1]);
             row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + (same ? 0U : 1U)});
-            if (i > 1 && j > 1 && folded(a[i - 1]) == folded(b[j - 2]) &&
-                folded(a[i - 2]) == folded(b[j - 1])) {
+            if (i > 1 && j > 1 && asciiLower(a[i - 1]) == asciiLower(b[j - 2]) &&
+                asciiLower(a[i - 2]) == asciiLower(b[j - 1])) {
                 row[j] = std::min(row[j], beforeLast[j - 2] + 1);
             }
         }
@@ -35,9 +37,8 @@ inline std::size_t editDistance(std::string_view a, std::string_view b)
     return last[b.size()];
 }
 
-/// The candidate that the word most likely meant: a third of its letters may be wrong, at least one. Empty
-/// when none is that close or shares a letter, and for words that nobody types. Candidates are texts or views
-/// of them.
+/// The candidate closest to `word`, or an empty string. At most a third of the word's letters may differ, but
+/// one always may. Words of more than 256 letters match nothing. `Candidates` is a range of strings or views.
 template <typename Candidates>
 std::string closest(std::string_view word, const Candidates& candidates)
 {
@@ -59,7 +60,7 @@ std::string closest(std::string_view word, const Candidates& candidates)
     return best;
 }
 
-/// " (did you mean X?)", or empty.
+/// " (did you mean X?)" with the closest candidate, or an empty string.
 template <typename Candidates>
 std::string didYouMean(std::string_view word, const Candidates& candidates)
 {

@@ -1,26 +1,78 @@
 #include "host/files/ReadFile.h"
 
-#include <array>
-#include <fstream>
-#include <ios>
-#include <system_error>
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace Qx::Host {
 
-std::optional<std::string> readFile(const std::filesystem::path& path, std::size_t most)
+namespace {
+
+template <class Bytes>
+std::optional<Bytes> readAll(const Descriptor& file, std::size_t most)
 {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error)) {
+    struct stat status = {};
+    if (fstat(file.number(), &status) != 0 || status.st_size < 0 ||
+        static_cast<std::uintmax_t>(status.st_size) > most) {
         return std::nullopt;
     }
-    std::ifstream file(path, std::ios::binary);
-    std::string bytes;
-    std::array<char, 1 << 14> buffer;
-    while (file && bytes.size() <= most) {
-        file.read(buffer.data(), buffer.size());
-        bytes.append(buffer.data(), static_cast<std::size_t>(file.gcount()));
+    // With one byte more than expected the end of the file shows without another allocation.
+    Bytes bytes(static_cast<std::size_t>(status.st_size) + 1, typename Bytes::value_type());
+    std::size_t have = 0;
+    while (have <= most) {
+        if (have == bytes.size()) {
+            bytes.resize(std::min(2 * have, most + 1));
+        }
+        const ssize_t got = read(file.number(), bytes.data() + have, bytes.size() - have);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            return std::nullopt;
+        }
+        if (got == 0) {
+            bytes.resize(have);
+            return bytes;
+        }
+        have += static_cast<std::size_t>(got);
     }
-    return file.eof() && bytes.size() <= most ? std::optional(std::move(bytes)) : std::nullopt;
+    return std::nullopt;
+}
+
+} // namespace
+
+Descriptor::~Descriptor()
+{
+    close();
+}
+
+bool Descriptor::close()
+{
+    const int number = number_;
+    number_ = -1;
+    return number < 0 || ::close(number) == 0;
+}
+
+Descriptor openPlainFile(int directory, const char* path, int flags, struct stat& status)
+{
+    Descriptor file(openat(directory, path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags));
+    if (file && (fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode))) {
+        return Descriptor(-1);
+    }
+    return file;
+}
+
+std::optional<std::string> readFile(const std::filesystem::path& path, std::size_t most)
+{
+    struct stat status = {};
+    const Descriptor file = openPlainFile(AT_FDCWD, path.c_str(), 0, status);
+    return file ? readAll<std::string>(file, most) : std::nullopt;
+}
+
+std::optional<std::vector<std::byte>> readFile(const Descriptor& file, std::size_t most)
+{
+    return readAll<std::vector<std::byte>>(file, most);
 }
 
 } // namespace Qx::Host

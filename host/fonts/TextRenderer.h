@@ -2,7 +2,7 @@
 
 #include "host/fonts/GlyphAtlas.h"
 #include "host/fonts/TextShaper.h"
-#include "host/gpu/Images.h"
+#include "host/gpu/images/Images.h"
 #include "platform/Font.h"
 
 namespace Qx::Host::Text {

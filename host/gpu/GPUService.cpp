@@ -2,12 +2,12 @@
 
 #include "host/fonts/Font.h"
 #include "host/fonts/Typeface.h"
-#include "host/gpu/DeviceChoice.h"
-#include "host/gpu/EffectFiles.h"
-#include "host/gpu/Images.h"
-#include "host/gpu/PipelineCache.h"
-#include "host/gpu/ShaderEffect.h"
-#include "host/gpu/WarmUp.h"
+#include "host/gpu/device/DeviceChoice.h"
+#include "host/gpu/device/PipelineCache.h"
+#include "host/gpu/effects/EffectFiles.h"
+#include "host/gpu/effects/Prewarm.h"
+#include "host/gpu/effects/ShaderEffect.h"
+#include "host/gpu/images/Images.h"
 
 #include <cstdlib>
 
@@ -78,7 +78,7 @@ void GPUService::startLocked()
     if (instance == nullptr) {
         return;
     }
-    const std::vector<VkPhysicalDevice> physical = instance->physicalDevices();
+    const std::vector<Vulkan::PhysicalDevice> physical = instance->physicalDevices();
     for (std::uint32_t i = 0; i < physical.size(); ++i) {
         devices_.push_back(Vulkan::describe(physical[i], i));
     }
@@ -142,7 +142,7 @@ void GPUService::startWorkersLocked()
         options.limits.memoryBytes = options_.workerMemory;
     }
     if (context_ != nullptr) {
-        options.hello.device = Vulkan::uuidOf(context_->device().physical());
+        options.hello.device = context_->device().physical().uuid;
         options.hello.validation = context_->instance().isValidating();
     }
     workers_ = std::make_shared<Worker::EffectWorkers>(std::move(options));
@@ -299,7 +299,8 @@ Worker::CompileRequest GPUService::requestFor(const LightweightString<wchar_t>& 
     Worker::CompileRequest request = compileRequest(path, definitions);
     const std::shared_ptr<Vulkan::Context> context = this->context();
     const std::lock_guard lock(mutex_);
-    request.options.packed = options_.packedTexels && context != nullptr && context->device().drawsPacked();
+    request.options.packed =
+        options_.packedTexels && context != nullptr && context->device().drawingPath() != nullptr;
     return request;
 }
 
@@ -331,15 +332,15 @@ GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context,
                         const std::shared_ptr<const CompiledEffect>& effect, Vulkan::PassRefusal& refusal)
 {
     std::shared_ptr<Vulkan::PipelineCache> pipelines;
-    bool isReady = true;
+    bool prewarm = true;
     {
         const std::lock_guard lock(mutex_);
         pipelines = pipelines_;
-        isReady = options_.readyWhenLoaded;
+        prewarm = options_.readyWhenLoaded;
     }
     auto program = operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
         auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
-        if (made != nullptr && isReady && !made->makeReady(refusal)) {
+        if (made != nullptr && prewarm && !made->createPipelines(refusal)) {
             made.reset();
         }
         if (pipelines != nullptr) {
@@ -347,8 +348,8 @@ GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context,
         }
         return made;
     });
-    if (program != nullptr && isReady) {
-        Vulkan::WarmUp(program).drawAll();
+    if (program != nullptr && prewarm) {
+        Vulkan::Prewarm(program).drawAll();
     }
     return program;
 }

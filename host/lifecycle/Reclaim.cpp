@@ -2,26 +2,24 @@
 
 #include "host/Host.h"
 #include "host/core/Immortal.h"
+#include "host/lifecycle/PeriodicThread.h"
 #include "platform/Log.h"
 #include "platform/Reclaimable.h"
 
 #include <algorithm>
 #include <charconv>
 #include <chrono>
-#include <condition_variable>
 #include <fstream>
 #include <iterator>
 #include <mutex>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <vector>
 
 namespace Qx::Host {
 
 namespace {
 
-/// The average over ten seconds in the line that begins with `kind`, in percent; 0 when it is not there.
+/// The average over ten seconds in the line that begins with `kind`, in percent; 0 if there is none.
 double stalled(std::string_view text, std::string_view kind)
 {
     constexpr std::string_view key = " avg10=";
@@ -52,7 +50,7 @@ public:
         std::erase(all_, reclaimable);
     }
 
-    /// One of them may register or leave meanwhile, on this thread; on others that waits.
+    /// The calls may add and remove reclaimables on this thread; other threads block.
     void each(void (iReclaimable::*call)())
     {
         const std::lock_guard lock(mutex_);
@@ -73,64 +71,24 @@ Reclaimables& reclaimables()
     return immortal<Reclaimables>();
 }
 
-/// Looks at the machine's memory from time to time.
-class MemoryWatch
+/// Checks the machine's memory.
+class MemoryWatch : public PeriodicThread
 {
 public:
-    void start()
+    MemoryWatch()
+        : PeriodicThread("memory watch", interval, [] {
+              std::ifstream file("/proc/pressure/memory");
+              const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+              reclaimMemory(pressureFrom(text));
+          })
     {
-        const std::lock_guard lock(mutex_);
-        if (stopped_ || thread_.joinable()) {
-            return;
-        }
-        try {
-            thread_ = std::thread([this] { run(); });
-        } catch (const std::system_error&) {
-            Log("Memory is not watched: there is no thread for it\n");
-        }
-    }
-
-    void stop()
-    {
-        std::thread thread;
-        {
-            const std::lock_guard lock(mutex_);
-            stopped_ = true;
-            thread = std::move(thread_);
-        }
-        wakeUp_.notify_all();
-        if (thread.joinable()) {
-            thread.join();
-        }
     }
 
 private:
-    // The kernel's averages are over ten seconds: looking more often tells nothing new, and what was given
+    // The kernel averages over ten seconds: a shorter interval tells nothing new, and memory that was given
     // back shows only after that.
     static constexpr std::chrono::seconds interval{10};
-
-    void run()
-    {
-        std::unique_lock lock(mutex_);
-        while (!wakeUp_.wait_for(lock, interval, [this] { return stopped_; })) {
-            lock.unlock();
-            std::ifstream file("/proc/pressure/memory");
-            const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-            reclaimMemory(pressureFrom(text));
-            lock.lock();
-        }
-    }
-
-    std::mutex mutex_;
-    std::condition_variable wakeUp_;
-    std::thread thread_;
-    bool stopped_ = false;
 };
-
-MemoryWatch& memoryWatch()
-{
-    return immortal<MemoryWatch>();
-}
 
 } // namespace
 
@@ -155,14 +113,14 @@ void reclaimMemory(MemoryPressure pressure)
 
 void stopMemoryWatch()
 {
-    memoryWatch().stop();
+    immortal<MemoryWatch>().stop();
 }
 
 void registerReclaimable(iReclaimable* reclaimable)
 {
     if (reclaimable != nullptr) {
         reclaimables().add(reclaimable);
-        memoryWatch().start();
+        immortal<MemoryWatch>().start();
     }
 }
 

@@ -4,23 +4,23 @@
 
 namespace Qx::Host {
 
-/// How short of memory the machine is.
+/// How short the machine is of memory.
 enum class MemoryPressure
 {
     None,
-    Some, ///< work waits for memory now and then
-    Full  ///< at times nothing runs but the search for memory
+    Some, ///< some work waits for memory
+    Full  ///< at times all work waits for memory
 };
 
-/// What the text of /proc/pressure/memory says of the last ten seconds ("Pressure Stall Information" of
-/// Linux's documentation): Some from a tenth of the time on in which anything waited, Full from a twentieth
-/// on in which everything did. None for anything else.
+/// The pressure over the last ten seconds by the text of /proc/pressure/memory (see "Pressure Stall
+/// Information" in Linux's documentation): Full if everything waited for at least a twentieth of the time,
+/// else Some if anything waited for at least a tenth. None for any other text.
 MemoryPressure pressureFrom(std::string_view text);
 
-/// Has those that are registered give memory back: limitUsage() for Some, purge() for Full.
+/// Makes the registered reclaimables free memory: limitUsage() for Some, purge() for Full.
 void reclaimMemory(MemoryPressure pressure);
 
-/// Ends the thread that looks at the machine's memory, for good.
+/// Ends the thread that checks the machine's memory, for good.
 void stopMemoryWatch();
 
 } // namespace Qx::Host

@@ -2,10 +2,10 @@
 
 #include "host/Host.h"
 #include "host/core/Immortal.h"
+#include "host/lifecycle/PeriodicThread.h"
 #include "platform/Log.h"
 #include "platform/SystemWatchdog.h"
 
-#include <system_error>
 #include <utility>
 
 namespace Qx::Host {
@@ -91,49 +91,13 @@ void reportStalls(WatchList::Clock::time_point now)
 
 namespace {
 
-class Monitor
+class Monitor : public PeriodicThread
 {
 public:
-    void start()
+    Monitor()
+        : PeriodicThread("watchdog", std::chrono::seconds(1), [] { reportStalls(WatchList::Clock::now()); })
     {
-        const std::lock_guard lock(mutex_);
-        if (stopped_ || thread_.joinable()) {
-            return;
-        }
-        try {
-            thread_ = std::thread(&Monitor::watch, this);
-        } catch (const std::system_error& error) {
-            Log("No thread for the watchdog: %s\n", error.what());
-        }
     }
-
-    void stop()
-    {
-        std::thread thread;
-        {
-            const std::lock_guard lock(mutex_);
-            stopped_ = true;
-            thread.swap(thread_);
-            changed_.notify_all();
-        }
-        if (thread.joinable()) {
-            thread.join();
-        }
-    }
-
-private:
-    void watch()
-    {
-        std::unique_lock lock(mutex_);
-        while (!changed_.wait_for(lock, std::chrono::seconds(1), [this] { return stopped_; })) {
-            reportStalls(WatchList::Clock::now());
-        }
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::thread thread_;
-    bool stopped_ = false;
 };
 
 } // namespace

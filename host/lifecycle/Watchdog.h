@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -11,7 +10,7 @@
 
 namespace Qx::Host {
 
-/// What the watchdog knows about the threads that it watches. It has no clock of its own.
+/// The threads that the watchdog watches. Callers pass the time in. Thread-safe.
 class WatchList
 {
 public:
@@ -24,16 +23,16 @@ public:
         Clock::duration silence; ///< since the last report
     };
 
-    /// Watches a thread: it must report at least that often.
+    /// Watches a thread, which must report at least every `limit`.
     Ticket add(std::thread::id thread, std::string name, Clock::duration limit, Clock::time_point now);
     void remove(Ticket ticket);
     void report(Ticket ticket, Clock::time_point now);
 
-    /// Keeps quiet about a thread until the matching resume, which counts as a report.
+    /// Ignores a thread until the matching resume, which counts as a report.
     void suspend(std::thread::id thread);
     void resume(std::thread::id thread, Clock::time_point now);
 
-    /// Those that have been silent for longer than their limit, each once until it reports again.
+    /// The threads that have exceeded their limit, each once until it reports again.
     std::vector<Stall> check(Clock::time_point now);
 
     bool empty() const;
@@ -57,11 +56,10 @@ private:
 /// The process's list.
 WatchList& watchList();
 
-/// Writes a line to the host's log for each thread of the process's list that is silent for too long now.
+/// Logs a line for each thread of the process's list that has exceeded its limit.
 void reportStalls(WatchList::Clock::time_point now);
 
-/// Starts the thread that checks the list once a second and logs what it finds; stopMonitor() ends it for
-/// good.
+/// Starts the thread that calls reportStalls() once a second; stopMonitor() ends it for good.
 void startMonitor();
 void stopMonitor();
 

@@ -1,7 +1,7 @@
 #include "tools/qxfxc/Device.h"
 
-#include "host/gpu/EffectProgram.h"
-#include "host/gpu/WarmUp.h"
+#include "host/gpu/effects/EffectProgram.h"
+#include "host/gpu/effects/Prewarm.h"
 
 #include <algorithm>
 #include <chrono>
@@ -24,9 +24,9 @@ std::unique_ptr<TrialDevice> TrialDevice::open(const DeviceUUID& uuid, bool vali
     if (instance == nullptr) {
         return nullptr;
     }
-    const std::vector<VkPhysicalDevice> all = instance->physicalDevices();
+    const std::vector<Vulkan::PhysicalDevice> all = instance->physicalDevices();
     const auto found = std::find_if(all.begin(), all.end(),
-                                    [&](VkPhysicalDevice each) { return Vulkan::uuidOf(each) == uuid; });
+                                    [&](const Vulkan::PhysicalDevice& each) { return each.uuid == uuid; });
     if (found == all.end()) {
         problem = "the host's GPU is not to be seen from it";
         return nullptr;
@@ -61,12 +61,12 @@ void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::
     const auto tell = [&](std::size_t technique, std::size_t pass) {
         step({Stage::CreatingPipelines, techniques[technique].name, techniques[technique].passes[pass].name});
     };
-    if (program == nullptr || !program->makeReady(refusal, tell)) {
+    if (program == nullptr || !program->createPipelines(refusal, tell)) {
         refuse(compilation, file, refusal.text, refusal.technique, refusal.pass);
         return;
     }
-    using Form = Vulkan::WarmUp::Form;
-    Vulkan::WarmUp trial(program);
+    using Form = Vulkan::Prewarm::Form;
+    Vulkan::Prewarm trial(program);
     const auto draw = [&](std::size_t technique, iGPUImage::eFormat format, Form form) {
         step({Stage::Drawing, techniques[technique].name, {}});
         if (trial.draw(technique, format, form)) {
@@ -77,16 +77,16 @@ void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::
                techniques[technique].name);
         return false;
     };
-    for (const iGPUImage::eFormat format : Vulkan::WarmUp::formats) {
+    for (const iGPUImage::eFormat format : Vulkan::Prewarm::formats) {
         for (std::size_t i = 0; i < techniques.size(); ++i) {
-            if (!draw(i, format, Form::Usual) ||
-                (trial.hasForm(i, Form::Mixed) && !draw(i, format, Form::Mixed))) {
+            if (!draw(i, format, Form::Whole) ||
+                (trial.hasForm(i, Form::MixedDepths) && !draw(i, format, Form::MixedDepths))) {
                 return;
             }
         }
     }
     for (std::size_t i = 0; i < techniques.size(); ++i) {
-        if (trial.hasForm(i, Form::ByTexel) && !draw(i, iGPUImage::eARGB16, Form::ByTexel)) {
+        if (trial.hasForm(i, Form::Part) && !draw(i, iGPUImage::eARGB16, Form::Part)) {
             return;
         }
     }

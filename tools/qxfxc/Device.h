@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/effects/worker/Protocol.h"
-#include "host/gpu/Context.h"
+#include "host/gpu/device/Context.h"
 
 #include <functional>
 #include <memory>

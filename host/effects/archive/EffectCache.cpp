@@ -1,10 +1,10 @@
 #include "host/effects/archive/EffectCache.h"
 
 #include "host/cache/Bytes.h"
-#include "host/cache/ReadWhole.h"
 #include "host/effects/archive/EffectArchive.h"
 #include "host/effects/framework/Limits.h"
 #include "host/effects/hlsl/ShaderCompiler.h"
+#include "host/files/ReadFile.h"
 
 #include <algorithm>
 #include <system_error>
@@ -16,7 +16,7 @@ using Cache::Digest;
 
 std::optional<Digest> digestOfFile(const std::filesystem::path& file)
 {
-    const auto bytes = Cache::readWhole(file, Effects::Limits::fileBytes);
+    const auto bytes = readFile(file, Effects::Limits::fileBytes);
     return bytes ? std::optional(Cache::digestOf(*bytes)) : std::nullopt;
 }
 

@@ -1,7 +1,7 @@
 #include "host/effects/framework/EffectInput.h"
 
-#include "host/cache/ReadWhole.h"
 #include "host/effects/framework/Limits.h"
+#include "host/files/ReadFile.h"
 
 #include <system_error>
 
@@ -14,7 +14,7 @@ bool isUnchanged(const EffectInput& input, const std::filesystem::path& director
         std::error_code error;
         return !std::filesystem::is_regular_file(path, error);
     }
-    const auto bytes = Cache::readWhole(path, Effects::Limits::fileBytes);
+    const auto bytes = readFile(path, Effects::Limits::fileBytes);
     return bytes && Cache::digestOf(*bytes) == *input.content;
 }
 

@@ -1,7 +1,7 @@
 #include "host/fonts/TextShaper.h"
 #include "host/fonts/Typeface.h"
 
-#include "tests/host/gpu/PlatformForGpu.h"
+#include "tests/host/gpu/LogCapture.h"
 
 #include <gmock/gmock.h>
 

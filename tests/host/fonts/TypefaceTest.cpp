@@ -1,6 +1,6 @@
 #include "host/fonts/Typeface.h"
 
-#include "tests/host/gpu/PlatformForGpu.h"
+#include "tests/host/gpu/LogCapture.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "host/gpu/DeviceChoice.h"
+#include "host/gpu/device/DeviceChoice.h"
 #include "tests/host/gpu/GpuFixture.h"
 
 #include <cstdlib>

@@ -2,7 +2,7 @@
 
 #include "host/gpu/GPUService.h"
 #include "platform/GraphicPrimitives.h"
-#include "tests/host/gpu/PlatformForGpu.h"
+#include "tests/host/gpu/LogCapture.h"
 
 #include <gtest/gtest.h>
 

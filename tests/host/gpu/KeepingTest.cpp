@@ -1,7 +1,7 @@
 // What the service keeps on disk from one run to the next.
 
 #include "host/cache/FileStore.h"
-#include "host/gpu/PipelineCache.h"
+#include "host/gpu/device/PipelineCache.h"
 #include "platform/Text.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/host/gpu/GpuFixture.h"

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "host/gpu/device/PhysicalDevice.h"
+#include "host/gpu/device/Report.h"
+
+#include <vulkan/vulkan_core.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace Qx::Host::Vulkan {
+
+/// Faults that tests inject. Thread-safe.
+struct FaultInjection
+{
+    /// The number of allocations of device memory that succeed before `failures` of them fail.
+    std::atomic<std::uint64_t> allocationsBeforeFailure{0};
+    std::atomic<std::uint64_t> failures{0};
+
+    std::atomic<bool> withoutTimer{false};
+
+    /// Counts an allocation; returns true if it is to fail.
+    bool takeAllocation();
+};
+
+class DrawingPath;
+
+/// The logical device. Thread-safe, but only the recorder may use the queue.
+class Device
+{
+public:
+    /// Null, with the reason in `failure`, if the driver refuses. The device must lack nothing: see
+    /// PhysicalDevice::missingFeatures().
+    static std::unique_ptr<Device> create(const PhysicalDevice& physical, std::string& failure);
+    ~Device();
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+
+    /// Destroys the Vulkan device. The object can still be asked for its properties.
+    void close();
+
+    VkDevice handle() const { return device_; }
+    const PhysicalDevice& physical() const { return physical_; }
+    VkQueue queue() const { return queue_; }
+    std::uint32_t queueFamily() const { return queueFamily_.index; }
+    VkPipelineCache pipelineCache() const { return pipelineCache_; }
+    /// The bits of a timestamp that are valid; 0 if the device has no timestamps.
+    std::uint32_t timerBits() const { return faults_.withoutTimer ? 0 : queueFamily_.timerBits; }
+    const VkPhysicalDeviceLimits& limits() const { return physical_.properties.limits; }
+    const VkPhysicalDeviceMemoryProperties& memory() const { return physical_.memory; }
+    std::uint64_t largestHeap() const;
+
+    /// The faster way of drawing that this kind of device has; null if it has none.
+    const DrawingPath* drawingPath() const { return path_.get(); }
+
+    /// Returns true for VK_SUCCESS. Any other result is logged as the failure of `what`; after
+    /// VK_ERROR_DEVICE_LOST the device stays lost.
+    bool succeeded(VkResult result, const char* what);
+
+    bool isLost() const { return lost_.load(std::memory_order_acquire); }
+    void markLost(const std::string& reason);
+
+    FaultInjection& faults() { return faults_; }
+
+private:
+    explicit Device(const PhysicalDevice& physical);
+
+    const PhysicalDevice physical_;
+    const PhysicalDevice::QueueFamily queueFamily_;
+    VkDevice device_ = nullptr;
+    VkQueue queue_ = nullptr;
+    VkPipelineCache pipelineCache_ = nullptr;
+    std::unique_ptr<const DrawingPath> path_;
+    std::atomic<bool> lost_{false};
+    FaultInjection faults_;
+};
+
+} // namespace Qx::Host::Vulkan

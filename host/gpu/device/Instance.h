@@ -1,0 +1,42 @@
+#pragma once
+
+#include "host/gpu/device/PhysicalDevice.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Qx::Host::Vulkan {
+
+/// The Vulkan instance, with or without the validation layer.
+class Instance
+{
+public:
+    /// Null, with the reason in `failure`, if this machine has no usable Vulkan.
+    static std::unique_ptr<Instance> create(bool validation, std::string& failure);
+    ~Instance() { close(); }
+    Instance(const Instance&) = delete;
+    Instance& operator=(const Instance&) = delete;
+
+    /// Destroys the Vulkan instance. The count of messages can still be read.
+    void close();
+
+    VkInstance handle() const { return instance_; }
+    std::vector<PhysicalDevice> physicalDevices() const;
+    bool isValidating() const { return messenger_ != nullptr; }
+    std::uint64_t validationMessages() const { return validationMessages_; }
+
+private:
+    Instance() = default;
+    static VkBool32 VKAPI_CALL onMessage(VkDebugUtilsMessageSeverityFlagBitsEXT severity,
+                                         VkDebugUtilsMessageTypeFlagsEXT types,
+                                         const VkDebugUtilsMessengerCallbackDataEXT* data, void* self);
+
+    VkInstance instance_ = nullptr;
+    VkDebugUtilsMessengerEXT messenger_ = nullptr;
+    std::atomic<std::uint64_t> validationMessages_{0};
+};
+
+} // namespace Qx::Host::Vulkan

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "host/gpu/GPUOptions.h"
+
+#include <vulkan/vulkan_core.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace Qx::Host::Vulkan {
+
+/// The features that the service asks of a device, or what a device says of them: a chain of structures.
+struct Features
+{
+    VkPhysicalDeviceFeatures2 core{VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_FEATURES_2, nullptr, {}};
+    VkPhysicalDeviceVulkan12Features v12{};
+    VkPhysicalDeviceVulkan13Features v13{};
+
+    Features()
+    {
+        v12.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_VULKAN_1_2_FEATURES;
+        v13.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_VULKAN_1_3_FEATURES;
+        core.pNext = &v12;
+        v12.pNext = &v13;
+    }
+    Features(const Features&) = delete;
+    Features& operator=(const Features&) = delete;
+};
+
+/// One Vulkan device of the machine and what its driver says of it, queried once.
+struct PhysicalDevice
+{
+    struct QueueFamily
+    {
+        std::uint32_t index = 0;
+        std::uint32_t timerBits = 0; ///< of a timestamp that are valid; 0 if the family has no timestamps
+    };
+
+    explicit PhysicalDevice(VkPhysicalDevice device);
+
+    VkPhysicalDevice handle = nullptr;
+    VkPhysicalDeviceProperties properties{};
+    VkPhysicalDeviceMemoryProperties memory{};
+    std::string driverName;
+    std::string driverInfo;                     ///< its version
+    std::array<std::byte, VK_UUID_SIZE> uuid{}; ///< the same in every process, other than any other's
+    std::optional<QueueFamily> graphics{};      ///< the first queue family that draws
+
+    bool isSoftware() const { return properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU; }
+
+    /// Whether images of that format can be drawn into, with blending, and sampled.
+    bool canDrawInto(VkFormat format) const;
+
+    /// What the service needs and the device lacks; empty if the device can be used.
+    std::string missingFeatures() const;
+};
+
+DeviceDescription describe(const PhysicalDevice& device, std::uint32_t index);
+
+/// Identifies the device and the version of its driver: data that a driver made for one device is useless to
+/// another. Bytes, not text.
+std::string driverIdentity(const PhysicalDevice& device);
+
+} // namespace Qx::Host::Vulkan

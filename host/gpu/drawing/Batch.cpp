@@ -1,0 +1,384 @@
+#include "host/gpu/drawing/Batch.h"
+
+#include "host/gpu/device/DrawingPath.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace Qx::Host::Vulkan {
+
+namespace {
+
+constexpr VkDeviceSize uniformChunkBytes = 1U << 16;
+constexpr std::uint32_t setsPerPool = 128;
+constexpr std::uint32_t samplersPerPool = setsPerPool * 8;
+constexpr std::uint32_t texelBuffersPerPool = setsPerPool * 4;
+
+constexpr std::uint32_t firstStamp = 0;
+constexpr std::uint32_t lastStamp = 1;
+constexpr std::uint32_t stampsPerBatch = 2;
+
+constexpr VkPipelineStageFlags2 copyStage = VK_PIPELINE_STAGE_2_COPY_BIT;
+
+VkImageMemoryBarrier2 imageBarrier(VkImage image, const UseState& before, VkImageLayout layout)
+{
+    VkImageMemoryBarrier2 barrier{};
+    barrier.sType = VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER_2;
+    barrier.srcStageMask = before.stage;
+    barrier.srcAccessMask = before.written;
+    barrier.oldLayout = before.layout;
+    barrier.newLayout = layout;
+    barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
+    barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
+    barrier.image = image;
+    barrier.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
+    return barrier;
+}
+
+VkMemoryBarrier2 memoryBarrier(VkPipelineStageFlags2 stage, VkAccessFlags2 written,
+                               VkPipelineStageFlags2 nextStage, VkAccessFlags2 nextAccess)
+{
+    VkMemoryBarrier2 barrier{};
+    barrier.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER_2;
+    barrier.srcStageMask = stage;
+    barrier.srcAccessMask = written;
+    barrier.dstStageMask = nextStage;
+    barrier.dstAccessMask = nextAccess;
+    return barrier;
+}
+
+VkBufferMemoryBarrier2 bufferBarrier(const HostBuffer& buffer)
+{
+    VkBufferMemoryBarrier2 barrier{};
+    barrier.sType = VK_STRUCTURE_TYPE_BUFFER_MEMORY_BARRIER_2;
+    barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
+    barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
+    barrier.buffer = buffer.buffer;
+    barrier.size = VK_WHOLE_SIZE;
+    return barrier;
+}
+
+VkDeviceSize alignedUp(VkDeviceSize value, VkDeviceSize alignment)
+{
+    return (value + alignment - 1) / alignment * alignment;
+}
+
+} // namespace
+
+bool Batch::begin(std::uint64_t value, bool timed)
+{
+    timed_ = timed;
+    value_ = value;
+    bytes = 0;
+    operations = 0;
+    barriers = 0;
+    chunk_ = 0;
+    chunkUsed_ = 0;
+    descriptorPool_ = 0;
+    for (VkDescriptorPool pool : descriptorPools_) {
+        vkResetDescriptorPool(device_.handle(), pool, 0);
+    }
+    if (pool_ == nullptr) {
+        VkCommandPoolCreateInfo info{};
+        info.sType = VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO;
+        info.flags = VK_COMMAND_POOL_CREATE_TRANSIENT_BIT;
+        info.queueFamilyIndex = device_.queueFamily();
+        if (!device_.succeeded(vkCreateCommandPool(device_.handle(), &info, nullptr, &pool_),
+                               "creating a command pool")) {
+            pool_ = nullptr;
+            return false;
+        }
+    } else if (!device_.succeeded(vkResetCommandPool(device_.handle(), pool_, 0), "resetting commands")) {
+        return false;
+    }
+    if (commands_ == nullptr) {
+        VkCommandBufferAllocateInfo info{};
+        info.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_ALLOCATE_INFO;
+        info.commandPool = pool_;
+        info.level = VK_COMMAND_BUFFER_LEVEL_PRIMARY;
+        info.commandBufferCount = 1;
+        if (!device_.succeeded(vkAllocateCommandBuffers(device_.handle(), &info, &commands_),
+                               "allocating a command buffer")) {
+            commands_ = nullptr;
+            return false;
+        }
+    }
+    VkCommandBufferBeginInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO;
+    info.flags = VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT;
+    if (!device_.succeeded(vkBeginCommandBuffer(commands_, &info), "beginning commands")) {
+        return false;
+    }
+    if (const DrawingPath* path = device_.drawingPath()) {
+        path->beginCommands(commands_);
+    }
+    return !timed_ || beginStamps();
+}
+
+bool Batch::beginStamps()
+{
+    if (queries_ == nullptr) {
+        VkQueryPoolCreateInfo info{};
+        info.sType = VK_STRUCTURE_TYPE_QUERY_POOL_CREATE_INFO;
+        info.queryType = VK_QUERY_TYPE_TIMESTAMP;
+        info.queryCount = stampsPerBatch;
+        if (!device_.succeeded(vkCreateQueryPool(device_.handle(), &info, nullptr, &queries_),
+                               "creating a query pool")) {
+            queries_ = nullptr;
+            return false;
+        }
+    }
+    vkCmdResetQueryPool(commands_, queries_, 0, stampsPerBatch);
+    stamp(firstStamp);
+    return true;
+}
+
+void Batch::stamp(std::uint32_t query)
+{
+    // Once all earlier work is done, so that the time of a batch in front is not this one's too.
+    vkCmdWriteTimestamp2(commands_, VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT, queries_, query);
+}
+
+std::optional<Batch::Stamps> Batch::stamps() const
+{
+    std::array<std::uint64_t, stampsPerBatch> ticks{};
+    const VkResult result = vkGetQueryPoolResults(device_.handle(), queries_, 0, stampsPerBatch, sizeof ticks,
+                                                  ticks.data(), sizeof ticks[0], VK_QUERY_RESULT_64_BIT);
+    return result == VK_SUCCESS ? std::optional<Stamps>({ticks[firstStamp], ticks[lastStamp]}) : std::nullopt;
+}
+
+/// For images that share memory with the host: it reads them without a command that could be a barrier.
+void Batch::showToHost()
+{
+    memoryBarriers_.push_back(memoryBarrier(VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT,
+                                            VK_ACCESS_2_MEMORY_WRITE_BIT, VK_PIPELINE_STAGE_2_HOST_BIT,
+                                            VK_ACCESS_2_HOST_READ_BIT));
+    flush();
+}
+
+bool Batch::end()
+{
+    if (device_.drawingPath() != nullptr) {
+        showToHost();
+    }
+    if (timed_) {
+        stamp(lastStamp);
+    }
+    return device_.succeeded(vkEndCommandBuffer(commands_), "ending commands");
+}
+
+void Batch::destroy()
+{
+    for (UniformChunk& chunk : chunks_) {
+        vkDestroyBuffer(device_.handle(), chunk.buffer, nullptr);
+        memory_.release(chunk.memory);
+    }
+    for (VkDescriptorPool pool : descriptorPools_) {
+        vkDestroyDescriptorPool(device_.handle(), pool, nullptr);
+    }
+    vkDestroyQueryPool(device_.handle(), queries_, nullptr);
+    vkDestroyCommandPool(device_.handle(), pool_, nullptr);
+    chunks_.clear();
+    descriptorPools_.clear();
+    queries_ = nullptr;
+    pool_ = nullptr;
+    commands_ = nullptr;
+}
+
+bool Batch::addUniformChunk(VkDeviceSize bytes_)
+{
+    UniformChunk chunk;
+    chunk.bytes = std::max(uniformChunkBytes, bytes_);
+    if (!device_.succeeded(createBuffer(device_, memory_, chunk.bytes, VK_BUFFER_USAGE_UNIFORM_BUFFER_BIT,
+                                        MemoryUse::Uniform, chunk.buffer, chunk.memory),
+                           "allocating memory for parameters")) {
+        return false;
+    }
+    chunks_.push_back(chunk);
+    return true;
+}
+
+bool Batch::uniform(std::span<const std::byte> data, VkDescriptorBufferInfo& info)
+{
+    VkDeviceSize offset = alignedUp(chunkUsed_, device_.limits().minUniformBufferOffsetAlignment);
+    while (chunk_ < chunks_.size() && offset + data.size() > chunks_[chunk_].bytes) {
+        ++chunk_;
+        offset = 0;
+    }
+    if (chunk_ == chunks_.size() && !addUniformChunk(data.size())) {
+        chunkUsed_ = 0;
+        return false;
+    }
+    std::memcpy(static_cast<std::byte*>(chunks_[chunk_].memory.mapped) + offset, data.data(), data.size());
+    chunkUsed_ = offset + data.size();
+    info = {chunks_[chunk_].buffer, offset, data.size()};
+    return true;
+}
+
+bool Batch::addDescriptorPool()
+{
+    const std::array<VkDescriptorPoolSize, 3> sizes{{
+        {VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER, setsPerPool},
+        {VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, samplersPerPool},
+        {VK_DESCRIPTOR_TYPE_UNIFORM_TEXEL_BUFFER, texelBuffersPerPool},
+    }};
+    VkDescriptorPoolCreateInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO;
+    info.maxSets = setsPerPool;
+    info.poolSizeCount = static_cast<std::uint32_t>(sizes.size());
+    info.pPoolSizes = sizes.data();
+    VkDescriptorPool pool = nullptr;
+    if (!device_.succeeded(vkCreateDescriptorPool(device_.handle(), &info, nullptr, &pool),
+                           "creating a descriptor pool")) {
+        return false;
+    }
+    descriptorPools_.push_back(pool);
+    return true;
+}
+
+VkDescriptorSet Batch::descriptorSet(VkDescriptorSetLayout layout)
+{
+    VkDescriptorSetAllocateInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO;
+    info.descriptorSetCount = 1;
+    info.pSetLayouts = &layout;
+    for (bool fresh = false;;) {
+        if (descriptorPool_ == descriptorPools_.size()) {
+            if (fresh || !addDescriptorPool()) {
+                return nullptr;
+            }
+            fresh = true;
+        }
+        info.descriptorPool = descriptorPools_[descriptorPool_];
+        VkDescriptorSet set = nullptr;
+        if (vkAllocateDescriptorSets(device_.handle(), &info, &set) == VK_SUCCESS) {
+            return set;
+        }
+        ++descriptorPool_;
+    }
+}
+
+void Batch::use(Texture& texture, const Use& next)
+{
+    texture.lastUse.store(value_, std::memory_order_relaxed);
+    if (next.writes) {
+        texture.lastWrite.store(value_, std::memory_order_relaxed);
+    }
+    if (texture.companion != nullptr) {
+        useMemory(texture, next);
+        return;
+    }
+    if (!next.writes && texture.use.layout == next.layout) {
+        return;
+    }
+    VkImageMemoryBarrier2 barrier = imageBarrier(texture.image, texture.use, next.layout);
+    barrier.oldLayout = next.discard ? VK_IMAGE_LAYOUT_UNDEFINED : barrier.oldLayout;
+    barrier.dstStageMask = next.stage;
+    barrier.dstAccessMask = next.access;
+    imageBarriers_.push_back(barrier);
+    texture.use = {next.layout, next.stage, next.writes ? next.access : VK_ACCESS_2_NONE};
+}
+
+/// A memory barrier orders the uses of all views of the memory.
+void Batch::useMemory(Texture& texture, const Use& next)
+{
+    const VkAccessFlags2 written = next.writes ? next.access : VK_ACCESS_2_NONE;
+    if (texture.use.layout != VK_IMAGE_LAYOUT_GENERAL) {
+        for (VkImage image : {texture.image, texture.companion->image()}) {
+            VkImageMemoryBarrier2 barrier = imageBarrier(image, texture.use, VK_IMAGE_LAYOUT_GENERAL);
+            barrier.dstStageMask = next.stage;
+            barrier.dstAccessMask = next.access;
+            imageBarriers_.push_back(barrier);
+        }
+    } else if (next.writes || texture.use.written != VK_ACCESS_2_NONE || texture.use.stage != next.stage) {
+        memoryBarriers_.push_back(
+            memoryBarrier(texture.use.stage, texture.use.written, next.stage, next.access));
+    }
+    texture.use = {VK_IMAGE_LAYOUT_GENERAL, next.stage, written};
+}
+
+void Batch::sample(Texture& texture)
+{
+    use(texture, {VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL, VK_PIPELINE_STAGE_2_FRAGMENT_SHADER_BIT,
+                  VK_ACCESS_2_SHADER_SAMPLED_READ_BIT, false, false});
+}
+
+void Batch::renderTo(Texture& texture, bool discard)
+{
+    use(texture,
+        {VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL, VK_PIPELINE_STAGE_2_COLOR_ATTACHMENT_OUTPUT_BIT,
+         VK_ACCESS_2_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_2_COLOR_ATTACHMENT_WRITE_BIT, true, discard});
+}
+
+void Batch::copyFrom(Texture& texture)
+{
+    use(texture,
+        {VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, copyStage, VK_ACCESS_2_TRANSFER_READ_BIT, false, false});
+}
+
+void Batch::copyTo(Texture& texture)
+{
+    use(texture,
+        {VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, copyStage, VK_ACCESS_2_TRANSFER_WRITE_BIT, true, true});
+}
+
+void Batch::copyInto(Texture& texture)
+{
+    use(texture,
+        {VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, copyStage, VK_ACCESS_2_TRANSFER_WRITE_BIT, true, false});
+}
+
+void Batch::copyFrom(HostBuffer& buffer)
+{
+    buffer.lastUse.store(value_, std::memory_order_relaxed);
+    buffer.use.stage = copyStage;
+}
+
+void Batch::copyTo(HostBuffer& buffer)
+{
+    buffer.lastUse.store(value_, std::memory_order_relaxed);
+    buffer.lastWrite.store(value_, std::memory_order_relaxed);
+    if (buffer.use.stage != VK_PIPELINE_STAGE_2_NONE) {
+        VkBufferMemoryBarrier2 barrier = bufferBarrier(buffer);
+        barrier.srcStageMask = copyStage;
+        barrier.dstStageMask = copyStage;
+        barrier.dstAccessMask = VK_ACCESS_2_TRANSFER_WRITE_BIT;
+        bufferBarriers_.push_back(barrier);
+    }
+}
+
+void Batch::publish(HostBuffer& buffer)
+{
+    VkBufferMemoryBarrier2 barrier = bufferBarrier(buffer);
+    barrier.srcStageMask = copyStage;
+    barrier.srcAccessMask = VK_ACCESS_2_TRANSFER_WRITE_BIT;
+    barrier.dstStageMask = VK_PIPELINE_STAGE_2_HOST_BIT | copyStage;
+    barrier.dstAccessMask =
+        VK_ACCESS_2_HOST_READ_BIT | VK_ACCESS_2_TRANSFER_READ_BIT | VK_ACCESS_2_TRANSFER_WRITE_BIT;
+    bufferBarriers_.push_back(barrier);
+    buffer.use.stage = VK_PIPELINE_STAGE_2_NONE;
+    flush();
+}
+
+void Batch::flush()
+{
+    if (memoryBarriers_.empty() && imageBarriers_.empty() && bufferBarriers_.empty()) {
+        return;
+    }
+    VkDependencyInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_DEPENDENCY_INFO;
+    info.memoryBarrierCount = static_cast<std::uint32_t>(memoryBarriers_.size());
+    info.pMemoryBarriers = memoryBarriers_.data();
+    info.imageMemoryBarrierCount = static_cast<std::uint32_t>(imageBarriers_.size());
+    info.pImageMemoryBarriers = imageBarriers_.data();
+    info.bufferMemoryBarrierCount = static_cast<std::uint32_t>(bufferBarriers_.size());
+    info.pBufferMemoryBarriers = bufferBarriers_.data();
+    vkCmdPipelineBarrier2(commands_, &info);
+    barriers += memoryBarriers_.size() + imageBarriers_.size() + bufferBarriers_.size();
+    memoryBarriers_.clear();
+    imageBarriers_.clear();
+    bufferBarriers_.clear();
+}
+
+} // namespace Qx::Host::Vulkan

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "host/gpu/images/Resources.h"
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace Qx::Host::Vulkan {
+
+/// One command buffer on its way: what is recorded into it, and what that needs until the device is done.
+/// Used under the recorder's lock only.
+class Batch
+{
+public:
+    Batch(Device& device, DeviceMemory& memory) : device_(device), memory_(memory) {}
+    Batch(const Batch&) = delete;
+    Batch& operator=(const Batch&) = delete;
+
+    /// Starts recording, afresh: the device must be done with what was recorded before. A timed batch is
+    /// stamped when the device gets to it and when it is done with it.
+    bool begin(std::uint64_t value, bool timed);
+    bool end();
+    void destroy();
+
+    VkCommandBuffer commands() const { return commands_; }
+    std::uint64_t value() const { return value_; } ///< of the timeline, once the device is done with it
+
+    /// The stamps of a timed batch that the device is done with, in its ticks; empty when it gave none.
+    struct Stamps
+    {
+        std::uint64_t begin;
+        std::uint64_t end;
+    };
+    std::optional<Stamps> stamps() const;
+
+    /// Copies `data` to where a shader of this batch can read it. False when memory is exhausted.
+    bool uniform(std::span<const std::byte> data, VkDescriptorBufferInfo& info);
+
+    /// A descriptor set that lives as long as the batch; null when memory is exhausted.
+    VkDescriptorSet descriptorSet(VkDescriptorSetLayout layout);
+
+    /// Announces the next use of a resource. flush() records what must happen in between; the commands that
+    /// use the resources come after it. After the first of these calls a function may not fail any more.
+    void sample(Texture& texture);
+    void renderTo(Texture& texture, bool discard);
+    void copyFrom(Texture& texture);
+    void copyTo(Texture& texture);
+    void copyInto(Texture& texture); ///< parts of it; the others stay
+    void copyFrom(HostBuffer& buffer);
+    void copyTo(HostBuffer& buffer);
+    void flush();
+
+    /// Lets the host and later copies see what was copied to the buffer.
+    void publish(HostBuffer& buffer);
+
+    std::uint64_t bytes = 0; ///< counted against the bound on work in flight
+    std::uint32_t operations = 0;
+    std::uint64_t barriers = 0; ///< recorded in this batch
+
+private:
+    struct UniformChunk
+    {
+        VkBuffer buffer = nullptr;
+        Allocation memory;
+        VkDeviceSize bytes = 0;
+    };
+    struct Use
+    {
+        VkImageLayout layout;
+        VkPipelineStageFlags2 stage;
+        VkAccessFlags2 access;
+        bool writes;
+        bool discard;
+    };
+
+    void use(Texture& texture, const Use& next);
+    void useMemory(Texture& texture, const Use& next);
+    bool addUniformChunk(VkDeviceSize bytes);
+    bool addDescriptorPool();
+    void showToHost();
+    bool beginStamps();
+    void stamp(std::uint32_t query);
+
+    Device& device_;
+    DeviceMemory& memory_;
+    std::uint64_t value_ = 0;
+    VkCommandPool pool_ = nullptr;
+    VkCommandBuffer commands_ = nullptr;
+    VkQueryPool queries_ = nullptr; // none before the first timed use
+    bool timed_ = false;
+    std::vector<UniformChunk> chunks_;
+    std::size_t chunk_ = 0;
+    VkDeviceSize chunkUsed_ = 0;
+    std::vector<VkDescriptorPool> descriptorPools_;
+    std::size_t descriptorPool_ = 0;
+    std::vector<VkMemoryBarrier2> memoryBarriers_;
+    std::vector<VkImageMemoryBarrier2> imageBarriers_;
+    std::vector<VkBufferMemoryBarrier2> bufferBarriers_;
+};
+
+} // namespace Qx::Host::Vulkan

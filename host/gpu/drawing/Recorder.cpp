@@ -1,0 +1,329 @@
+#include "host/gpu/drawing/Recorder.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Qx::Host::Vulkan {
+
+namespace {
+
+// Enough to be worth a submission of its own while the device is still busy with earlier ones.
+constexpr std::uint64_t dueBytes = 32U << 20;
+constexpr std::uint32_t dueOperations = 64;
+
+// Enough that an idle device should not wait for more.
+constexpr std::uint64_t dueBytesWhenIdle = 256U << 10;
+
+using Clock = std::chrono::steady_clock;
+
+} // namespace
+
+bool Recorder::create()
+{
+    VkSemaphoreTypeCreateInfo type{};
+    type.sType = VK_STRUCTURE_TYPE_SEMAPHORE_TYPE_CREATE_INFO;
+    type.semaphoreType = VK_SEMAPHORE_TYPE_TIMELINE;
+    VkSemaphoreCreateInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO;
+    info.pNext = &type;
+    return device_.succeeded(vkCreateSemaphore(device_.handle(), &info, nullptr, &timeline_),
+                             "creating the timeline");
+}
+
+std::uint64_t Recorder::completed()
+{
+    std::uint64_t value = 0;
+    const VkResult result = vkGetSemaphoreCounterValue(device_.handle(), timeline_, &value);
+    if (result != VK_SUCCESS) {
+        device_.succeeded(result, "asking for the device's progress");
+        return completed_;
+    }
+    std::uint64_t known = completed_.load();
+    while (known < value && !completed_.compare_exchange_weak(known, value)) {
+    }
+    return std::max(known, value);
+}
+
+void Recorder::retire()
+{
+    const std::uint64_t done = completed();
+    while (!pending_.empty() && pending_.front()->value() <= done) {
+        inFlightBytes_ -= pending_.front()->bytes;
+        if (timing_ && pending_.front()->value() > timing_->after) {
+            addTo(*timing_, *pending_.front());
+        }
+        free_.push_back(std::move(pending_.front()));
+        pending_.pop_front();
+    }
+    while (!deferred_.empty() && deferred_.front().value <= done) {
+        deferred_.front().destroy();
+        deferred_.pop_front();
+    }
+}
+
+bool Recorder::makeRoom(std::uint64_t bytes)
+{
+    for (;;) {
+        std::uint64_t oldest = 0;
+        {
+            const std::lock_guard lock(mutex_);
+            if (device_.isLost()) {
+                return false;
+            }
+            retire();
+            if (inFlightBytes_ + bytes <= inFlightLimit_) {
+                return true;
+            }
+            if (pending_.empty() && (open_ == nullptr || !submitOpen())) {
+                return !device_.isLost();
+            }
+            oldest = pending_.front()->value();
+        }
+        if (!wait(oldest)) {
+            return false;
+        }
+    }
+}
+
+Batch* Recorder::openBatch()
+{
+    if (device_.isLost()) {
+        return nullptr;
+    }
+    if (open_ == nullptr) {
+        retire();
+        std::unique_ptr<Batch> batch;
+        if (free_.empty()) {
+            batch = std::make_unique<Batch>(device_, memory_);
+        } else {
+            batch = std::move(free_.back());
+            free_.pop_back();
+        }
+        if (!batch->begin(lastValue_ + 1, timing_.has_value())) {
+            batch->destroy();
+            return nullptr;
+        }
+        ++lastValue_;
+        open_ = std::move(batch);
+    }
+    return open_.get();
+}
+
+std::uint64_t Recorder::recorded(std::uint64_t bytes, Submit submit)
+{
+    open_->bytes += bytes;
+    ++open_->operations;
+    inFlightBytes_ += bytes;
+    const std::uint64_t value = open_->value();
+    if ((submit == Submit::Now || isDue(*open_)) && !submitOpen()) {
+        return 0;
+    }
+    return value;
+}
+
+bool Recorder::isDue(const Batch& batch) const
+{
+    if (batch.bytes >= dueBytes || batch.operations >= dueOperations) {
+        return true;
+    }
+    return batch.bytes >= dueBytesWhenIdle &&
+           (pending_.empty() || pending_.back()->value() <= completed_.load());
+}
+
+bool Recorder::submitOpen()
+{
+    std::unique_ptr<Batch> batch = std::move(open_);
+    if (!batch->end()) {
+        // Resources remember uses that will never happen; nothing recorded later could be trusted.
+        device_.markLost("a batch could not be recorded");
+        inFlightBytes_ -= batch->bytes;
+        free_.push_back(std::move(batch));
+        return false;
+    }
+    VkCommandBufferSubmitInfo commands{};
+    commands.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_SUBMIT_INFO;
+    commands.commandBuffer = batch->commands();
+    VkSemaphoreSubmitInfo signal{};
+    signal.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SUBMIT_INFO;
+    signal.semaphore = timeline_;
+    signal.value = batch->value();
+    signal.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
+    VkSubmitInfo2 info{};
+    info.sType = VK_STRUCTURE_TYPE_SUBMIT_INFO_2;
+    info.commandBufferInfoCount = 1;
+    info.pCommandBufferInfos = &commands;
+    info.signalSemaphoreInfoCount = 1;
+    info.pSignalSemaphoreInfos = &signal;
+    if (!device_.succeeded(vkQueueSubmit2(device_.queue(), 1, &info, nullptr), "submitting work")) {
+        device_.markLost("work could not be submitted");
+        inFlightBytes_ -= batch->bytes;
+        free_.push_back(std::move(batch));
+        return false;
+    }
+    lastSubmitted_ = batch->value();
+    barriers_ += batch->barriers;
+    ++submitted_;
+    pending_.push_back(std::move(batch));
+    return true;
+}
+
+bool Recorder::submit(std::uint64_t value)
+{
+    const std::lock_guard lock(mutex_);
+    return !device_.isLost() && (open_ == nullptr || open_->value() > value || submitOpen());
+}
+
+VkResult Recorder::waitOnce(std::uint64_t value, std::chrono::nanoseconds limit)
+{
+    VkSemaphoreWaitInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_SEMAPHORE_WAIT_INFO;
+    info.semaphoreCount = 1;
+    info.pSemaphores = &timeline_;
+    info.pValues = &value;
+    return vkWaitSemaphores(device_.handle(), &info, static_cast<std::uint64_t>(limit.count()));
+}
+
+bool Recorder::wait(std::uint64_t value)
+{
+    if (device_.isLost()) {
+        return false;
+    }
+    if (completed_.load() >= value) {
+        return true;
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        // What is worth a submission goes along, so that the device does not stand still once it is there.
+        const bool goesAlong = open_ != nullptr && open_->bytes >= dueBytesWhenIdle;
+        if (open_ != nullptr && (open_->value() <= value || goesAlong) && !submitOpen()) {
+            return false;
+        }
+    }
+    auto progressed = Clock::now();
+    std::uint64_t seen = completed();
+    while (seen < value) {
+        if (device_.isLost()) {
+            return false;
+        }
+        const VkResult result = waitOnce(value, std::chrono::milliseconds(200));
+        if (result != VK_SUCCESS && result != VK_TIMEOUT) {
+            device_.succeeded(result, "waiting for the device");
+            device_.markLost("waiting for it failed");
+            return false;
+        }
+        const std::uint64_t now = completed();
+        if (now > seen) {
+            seen = now;
+            progressed = Clock::now();
+        } else if (Clock::now() - progressed > stallLimit_) {
+            device_.markLost("it finished nothing for " + std::to_string(stallLimit_.count()) + " ms");
+        }
+    }
+    return true;
+}
+
+bool Recorder::waitForAll()
+{
+    std::uint64_t last = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        last = lastValue_;
+    }
+    return wait(last);
+}
+
+bool Recorder::drain(std::chrono::milliseconds limit)
+{
+    std::uint64_t last = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        if (open_ != nullptr && !device_.isLost()) {
+            submitOpen();
+        }
+        last = lastSubmitted_;
+    }
+    const VkResult result = waitOnce(last, limit);
+    return result == VK_SUCCESS || result == VK_ERROR_DEVICE_LOST;
+}
+
+std::uint64_t Recorder::ticksBetween(std::uint64_t begin, std::uint64_t end) const
+{
+    const std::uint32_t bits = device_.timerBits();
+    const std::uint64_t counting = bits < 64 ? (std::uint64_t{1} << bits) - 1 : ~std::uint64_t{0};
+    return (end - begin) & counting;
+}
+
+void Recorder::addTo(Timing& timing, const Batch& batch) const
+{
+    const std::optional<Batch::Stamps> stamps = batch.stamps();
+    if (!stamps) {
+        timing.whole = false;
+        return;
+    }
+    timing.busy += ticksBetween(stamps->begin, stamps->end);
+    timing.first = timing.batches == 0 ? stamps->begin : timing.first;
+    timing.last = stamps->end;
+    ++timing.batches;
+}
+
+bool Recorder::startTimer()
+{
+    const std::lock_guard lock(mutex_);
+    if (device_.timerBits() == 0 || timing_ || (open_ != nullptr && !submitOpen())) {
+        return false;
+    }
+    Timing timing;
+    timing.after = lastValue_;
+    timing_ = timing;
+    return true;
+}
+
+std::optional<GPUTime> Recorder::stopTimer()
+{
+    const bool finished = waitForAll();
+    const std::lock_guard lock(mutex_);
+    if (finished) {
+        retire();
+    }
+    const std::optional<Timing> timing = std::exchange(timing_, std::nullopt);
+    if (!timing || !finished || !timing->whole) {
+        return std::nullopt;
+    }
+    const auto milliseconds = [this](std::uint64_t ticks) {
+        return static_cast<double>(ticks) * static_cast<double>(device_.limits().timestampPeriod) / 1e6;
+    };
+    return GPUTime{milliseconds(timing->busy), milliseconds(ticksBetween(timing->first, timing->last)),
+                   timing->batches};
+}
+
+void Recorder::later(std::function<void()> destroy)
+{
+    const std::lock_guard lock(mutex_);
+    deferred_.push_back({lastValue_, std::move(destroy)});
+}
+
+void Recorder::destroy()
+{
+    const std::lock_guard lock(mutex_);
+    for (Deferred& deferred : deferred_) {
+        deferred.destroy();
+    }
+    deferred_.clear();
+    for (auto& batch : pending_) {
+        batch->destroy();
+    }
+    for (auto& batch : free_) {
+        batch->destroy();
+    }
+    if (open_ != nullptr) {
+        open_->destroy();
+    }
+    pending_.clear();
+    free_.clear();
+    open_.reset();
+    inFlightBytes_ = 0;
+    vkDestroySemaphore(device_.handle(), timeline_, nullptr);
+    timeline_ = nullptr;
+}
+
+} // namespace Qx::Host::Vulkan

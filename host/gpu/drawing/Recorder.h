@@ -1,0 +1,141 @@
+#pragma once
+
+#include "host/gpu/GPUOptions.h"
+#include "host/gpu/drawing/Batch.h"
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+namespace Qx::Host::Vulkan {
+
+/// Collects commands into batches and hands them to the device in the order in which they were recorded.
+///
+/// Any thread may call it. Everything that is recorded has a value on one timeline: the device is done with
+/// it once the timeline has reached the value. A batch goes to the device when somebody waits for it, when
+/// enough has come together, and at once when the device has nothing to do.
+class Recorder
+{
+public:
+    enum class Submit
+    {
+        WhenDue,
+        Now
+    };
+
+    Recorder(Device& device, DeviceMemory& memory, std::uint64_t inFlightLimit,
+             std::chrono::milliseconds stallLimit)
+        : device_(device), memory_(memory), inFlightLimit_(inFlightLimit), stallLimit_(stallLimit)
+    {
+    }
+
+    bool create();
+
+    /// Calls `function` with the open batch, under the lock; it returns false when it recorded nothing.
+    /// `bytes` of images are in flight until the device is done; the call waits until they fit the bound.
+    /// Returns the timeline value, 0 on failure.
+    template <class Function>
+    std::uint64_t record(std::uint64_t bytes, Submit submit, Function&& function)
+    {
+        if (!makeRoom(bytes)) {
+            return 0;
+        }
+        const std::lock_guard lock(mutex_);
+        Batch* batch = openBatch();
+        if (batch == nullptr || !function(*batch)) {
+            return 0;
+        }
+        return recorded(bytes, submit);
+    }
+
+    /// Calls `function` under the lock in which everything is recorded.
+    template <class Function>
+    auto locked(Function&& function)
+    {
+        const std::lock_guard lock(mutex_);
+        return function();
+    }
+
+    /// Hands in what that value waits for. False when the device is lost.
+    bool submit(std::uint64_t value);
+
+    /// The timeline value that the device has reached.
+    std::uint64_t completed();
+
+    /// Submits what that value waits for, and waits. False when the device is lost.
+    bool wait(std::uint64_t value);
+
+    /// Submits everything and waits for it.
+    bool waitForAll();
+
+    /// The same for a shutdown: also when the device counts as lost, and not beyond the limit.
+    bool drain(std::chrono::milliseconds limit);
+
+    /// Times what is recorded between the two calls: see GPUService. False, empty when that cannot be.
+    bool startTimer();
+    std::optional<GPUTime> stopTimer();
+
+    /// Runs `destroy` once the device is done with what is recorded by now. Calls no Vulkan itself.
+    void later(std::function<void()> destroy);
+
+    /// After drain(): frees everything.
+    void destroy();
+
+    std::uint64_t inFlightBytes() const { return inFlightBytes_; }
+    std::uint64_t inFlightLimit() const { return inFlightLimit_; }
+    std::uint64_t batchesSubmitted() const { return submitted_; }
+    std::uint64_t barriers() const { return barriers_; }
+
+private:
+    struct Deferred
+    {
+        std::uint64_t value;
+        std::function<void()> destroy;
+    };
+
+    /// What the timed batches that the device is done with took, in its ticks.
+    struct Timing
+    {
+        std::uint64_t after = 0; // batches up to that value are not its own
+        std::uint64_t busy = 0;
+        std::uint64_t first = 0;
+        std::uint64_t last = 0;
+        std::uint64_t batches = 0;
+        bool whole = true; // no batch came without its stamps
+    };
+
+    bool makeRoom(std::uint64_t bytes);
+    Batch* openBatch();
+    std::uint64_t recorded(std::uint64_t bytes, Submit submit);
+    bool isDue(const Batch& batch) const;
+    bool submitOpen();
+    void retire();
+    void addTo(Timing& timing, const Batch& batch) const;
+    std::uint64_t ticksBetween(std::uint64_t begin, std::uint64_t end) const;
+    VkResult waitOnce(std::uint64_t value, std::chrono::nanoseconds limit);
+
+    Device& device_;
+    DeviceMemory& memory_;
+    const std::uint64_t inFlightLimit_;
+    const std::chrono::milliseconds stallLimit_;
+    VkSemaphore timeline_ = nullptr;
+    std::atomic<std::uint64_t> completed_{0};
+
+    std::mutex mutex_; // guards all below; nobody holds it while waiting for the device
+    std::unique_ptr<Batch> open_;
+    std::deque<std::unique_ptr<Batch>> pending_; // oldest first
+    std::vector<std::unique_ptr<Batch>> free_;
+    std::deque<Deferred> deferred_;
+    std::uint64_t lastValue_ = 0;
+    std::uint64_t lastSubmitted_ = 0;
+    std::optional<Timing> timing_; // while the timer runs
+
+    std::atomic<std::uint64_t> inFlightBytes_{0};
+    std::atomic<std::uint64_t> submitted_{0};
+    std::atomic<std::uint64_t> barriers_{0};
+};
+
+} // namespace Qx::Host::Vulkan

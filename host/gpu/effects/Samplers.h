@@ -1,0 +1,29 @@
+#pragma once
+
+#include "host/effects/CompiledEffect.h"
+#include "host/gpu/device/Device.h"
+
+#include <array>
+#include <mutex>
+
+namespace Qx::Host::Vulkan {
+
+/// The samplers of a device: one for each combination of states, made at its first use. Any thread.
+class Samplers
+{
+public:
+    explicit Samplers(Device& device) : device_(device) {}
+
+    /// Null when memory is exhausted.
+    VkSampler get(CompiledEffect::Filter filter, CompiledEffect::Address u, CompiledEffect::Address v);
+    void destroy();
+
+private:
+    static constexpr std::size_t addressModes = 4;
+
+    Device& device_;
+    std::mutex mutex_;
+    std::array<VkSampler, 2 * addressModes * addressModes> samplers_{};
+};
+
+} // namespace Qx::Host::Vulkan

@@ -1,0 +1,318 @@
+#include "host/gpu/images/Images.h"
+
+#include "host/gpu/device/DrawingPath.h"
+#include "host/gpu/drawing/PrimitivesRenderer.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace Qx::Host::Vulkan {
+
+namespace {
+
+TextureKey keyOf(XY<int> size, iGPUImage::eFormat format)
+{
+    return {vulkanFormat(format), static_cast<std::uint32_t>(size.x), static_cast<std::uint32_t>(size.y), 0};
+}
+
+TextureKey tableKey(int size)
+{
+    const auto edge = static_cast<std::uint32_t>(size);
+    return {VK_FORMAT_R32G32B32A32_SFLOAT, edge, edge, edge};
+}
+
+bool recordUpload(Context& context, HostBuffer& source, Texture& target)
+{
+    return context.recorder().record(target.key.bytes(), Recorder::Submit::WhenDue, [&](Batch& batch) {
+        batch.copyFrom(source);
+        batch.copyTo(target);
+        batch.flush();
+        const VkBufferImageCopy region = wholeImage(target.key);
+        vkCmdCopyBufferToImage(batch.commands(), source.buffer, target.image,
+                               target.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL), 1, &region);
+        return true;
+    }) != 0;
+}
+
+/// An image in memory of its own, which the device copies from and to.
+class CopiedImage final : public HostImage
+{
+public:
+    CopiedImage(Pooled<HostBuffer> buffer, XY<int> size, iGPUImage::eFormat format)
+        : HostImage(size, format), buffer_(std::move(buffer))
+    {
+    }
+
+    void* map(eAccess access) override;
+    Qx::Ptr<GPUImage> upload() override;
+    HostBuffer& buffer() const { return *buffer_; }
+    Context& context() const override { return buffer_.context(); }
+
+private:
+    const Pooled<HostBuffer> buffer_;
+};
+
+/// An image in the memory of a texture. GPU images share it; whoever of them is written to takes a texture of
+/// its own before. When the host writes, it is the others that do, since the address stays.
+class SharedImage final : public HostImage
+{
+public:
+    SharedImage(Pooled<Texture> texture, XY<int> size, iGPUImage::eFormat format)
+        : HostImage(size, format), context_(texture.context()), texture_(std::move(texture))
+    {
+        texture_->hosted = true;
+    }
+    ~SharedImage() override
+    {
+        texture_->givenOut = false;
+        texture_->hosted = false;
+    }
+    SharedImage(const SharedImage&) = delete;
+    SharedImage& operator=(const SharedImage&) = delete;
+
+    void* map(eAccess access) override;
+    Qx::Ptr<GPUImage> upload() override;
+    Context& context() const override { return context_; }
+
+private:
+    bool leaveToOthers();
+
+    Context& context_;
+    std::mutex mutex_;
+    Pooled<Texture> texture_; // guarded by mutex_, and changed under the recorder's lock
+};
+
+Qx::Ptr<CopiedImage> makeCopiedImage(Context& context, XY<int> size, iGPUImage::eFormat format)
+{
+    Pooled<HostBuffer> buffer = acquireHostBuffer(context, keyOf(size, format).bytes());
+    if (!buffer) {
+        return {};
+    }
+    buffer->givenOut = false;
+    return Qx::makePtr<CopiedImage>(std::move(buffer), size, format);
+}
+
+/// The image's own texture as a host image; empty where that cannot be.
+Qx::Ptr<HostImage> share(Context& context, GPUImage& source)
+{
+    std::uint64_t value = 0;
+    Qx::Ptr<HostImage> image = context.recorder().locked([&]() -> Qx::Ptr<HostImage> {
+        const Pooled<Texture>& texture = source.picture().texture();
+        if (!texture->inHostMemory || texture->hosted) {
+            return {};
+        }
+        value = texture->lastWrite;
+        return Qx::makePtr<SharedImage>(texture, source.getSize(), source.getFormat());
+    });
+    if (!image || !context.recorder().submit(value)) {
+        return {};
+    }
+    ++context.sharedTransfers;
+    return image;
+}
+
+} // namespace
+
+Qx::Ptr<iGraphicPrimitivesRenderer> GPUImage::getPrimitivesRenderer(int layer)
+{
+    return guarded(Qx::Ptr<iGraphicPrimitivesRenderer>(), [&]() -> Qx::Ptr<iGraphicPrimitivesRenderer> {
+        if (layer != 1) {
+            return {};
+        }
+        return Qx::makePtr<PrimitivesRenderer>(Qx::Ptr<GPUImage>(this));
+    });
+}
+
+std::size_t HostImage::getPitch() const
+{
+    return static_cast<std::size_t>(size_.x) * bytesPerTexel(vulkanFormat(format_));
+}
+
+void* CopiedImage::map(eAccess access)
+{
+    return guarded(static_cast<void*>(nullptr), [&]() -> void* {
+        const Operation operation(context());
+        if (!operation) {
+            return nullptr;
+        }
+        const std::uint64_t value = access == Read ? buffer_->lastWrite.load() : buffer_->lastUse.load();
+        if (!context().recorder().wait(value)) {
+            return nullptr;
+        }
+        buffer_->givenOut = true;
+        return buffer_->memory.mapped;
+    });
+}
+
+Qx::Ptr<GPUImage> CopiedImage::upload()
+{
+    Qx::Ptr<GPUImage> image = makeGPUImage(context(), getSize(), getFormat());
+    if (!image || !recordUpload(context(), *buffer_, *image->picture().texture())) {
+        return {};
+    }
+    return image;
+}
+
+void* SharedImage::map(eAccess access)
+{
+    return guarded(static_cast<void*>(nullptr), [&]() -> void* {
+        const Operation operation(context());
+        if (!operation) {
+            return nullptr;
+        }
+        std::uint64_t value = 0;
+        void* address = nullptr;
+        {
+            const std::lock_guard lock(mutex_);
+            if (access == Write && texture_.isShared() && !leaveToOthers()) {
+                return nullptr;
+            }
+            value = access == Read ? texture_->lastWrite : texture_->lastUse;
+            address = texture_->memory.mapped;
+            texture_->givenOut = true;
+        }
+        return context().recorder().wait(value) ? address : nullptr;
+    });
+}
+
+/// The others go on with a copy.
+bool SharedImage::leaveToOthers()
+{
+    Pooled<Texture> spare = acquireTexture(context(), texture_->key);
+    if (!spare) {
+        return false;
+    }
+    const auto record = [&](Batch& batch) {
+        recordCopy(batch, *texture_, *spare);
+        texture_->exchange(*spare);
+        texture_ = std::move(spare);
+        return true;
+    };
+    return context().recorder().record(2 * spare->key.bytes(), Recorder::Submit::WhenDue, record) != 0;
+}
+
+Qx::Ptr<GPUImage> SharedImage::upload()
+{
+    const std::lock_guard lock(mutex_);
+    ++context_.sharedTransfers;
+    return Qx::makePtr<GPUImage>(texture_, getSize(), getFormat());
+}
+
+Qx::Ptr<HostImage3D> HostImage3D::create(int size)
+{
+    const auto edge = static_cast<std::size_t>(size);
+    // calloc's pages cost nothing before they are touched, so that no size brings the machine down here.
+    Entries entries(static_cast<float*>(std::calloc(edge * edge * edge, 4 * sizeof(float))));
+    if (entries == nullptr) {
+        return {};
+    }
+    return Qx::Ptr<HostImage3D>(new HostImage3D(size, std::move(entries)));
+}
+
+void HostImage3D::Free::operator()(float* entries) const noexcept
+{
+    std::free(entries);
+}
+
+Qx::Ptr<GPUImage> makeGPUImage(Context& context, XY<int> size, iGPUImage::eFormat format)
+{
+    if (!isSupported(context, size, format)) {
+        return {};
+    }
+    Pooled<Texture> texture = acquireTexture(context, keyOf(size, format));
+    return texture ? Qx::makePtr<GPUImage>(std::move(texture), size, format) : Qx::Ptr<GPUImage>();
+}
+
+Qx::Ptr<HostImage> makeHostImage(Context& context, XY<int> size, iGPUImage::eFormat format)
+{
+    if (!isSupported(context, size, format)) {
+        return {};
+    }
+    const TextureKey key = keyOf(size, format);
+    const DrawingPath* path = context.device().drawingPath();
+    if (path != nullptr && path->mayLieAsHostImage(key)) {
+        Pooled<Texture> texture = acquireIdleTexture(context, key);
+        if (!texture) {
+            return {};
+        }
+        if (texture->inHostMemory) {
+            return Qx::makePtr<SharedImage>(std::move(texture), size, format);
+        }
+    }
+    return makeCopiedImage(context, size, format);
+}
+
+Qx::Ptr<HostImage> download(Context& context, GPUImage& source)
+{
+    if (Qx::Ptr<HostImage> shared = share(context, source)) {
+        return shared;
+    }
+    const Qx::Ptr<CopiedImage> image = makeCopiedImage(context, source.getSize(), source.getFormat());
+    if (!image) {
+        return {};
+    }
+    HostBuffer& buffer = image->buffer();
+    const auto value =
+        context.recorder().record(source.picture().key.bytes(), Recorder::Submit::Now, [&](Batch& batch) {
+            Texture& texture = *source.picture().texture();
+            batch.copyFrom(texture);
+            batch.copyTo(buffer);
+            batch.flush();
+            const VkBufferImageCopy region = wholeImage(texture.key);
+            vkCmdCopyImageToBuffer(batch.commands(), texture.image,
+                                   texture.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL), buffer.buffer, 1,
+                                   &region);
+            batch.publish(buffer);
+            return true;
+        });
+    return value != 0 ? Qx::Ptr<HostImage>(image) : Qx::Ptr<HostImage>();
+}
+
+bool copy(Context& context, GPUImage& source, GPUImage& target)
+{
+    const std::uint64_t bytes = 2 * source.picture().key.bytes();
+    return context.recorder().record(bytes, Recorder::Submit::WhenDue, [&](Batch& batch) {
+        Texture* const to = target.picture().forWriting(batch, true);
+        if (to == nullptr) {
+            return false;
+        }
+        recordCopy(batch, *source.picture().texture(), *to);
+        return true;
+    }) != 0;
+}
+
+Qx::Ptr<GPUImage3D> upload(Context& context, const iHostImage3D& source)
+{
+    const int size = source.getSize();
+    const TextureKey key = tableKey(size);
+    Pooled<Texture> texture = acquireTexture(context, key);
+    const Pooled<HostBuffer> staging = acquireHostBuffer(context, key.bytes());
+    if (!texture || !staging) {
+        return {};
+    }
+    std::memcpy(staging->memory.mapped, source.getData(), key.bytes());
+    if (!recordUpload(context, *staging, *texture)) {
+        return {};
+    }
+    return Qx::makePtr<GPUImage3D>(std::move(texture), size, source.getDomain());
+}
+
+bool isSupported3D(Context& context, int size)
+{
+    return size >= 2 && static_cast<std::uint32_t>(size) <= context.device().limits().maxImageDimension3D &&
+           tableKey(size).bytes() <= context.device().largestHeap();
+}
+
+Picture* pictureOf(Context& context, iGPUResource* resource)
+{
+    if (auto* image = dynamic_cast<GPUImage*>(resource); image != nullptr && &image->context() == &context) {
+        return &image->picture();
+    }
+    if (auto* table = dynamic_cast<GPUImage3D*>(resource);
+        table != nullptr && &table->context() == &context) {
+        return &table->picture();
+    }
+    return nullptr;
+}
+
+} // namespace Qx::Host::Vulkan

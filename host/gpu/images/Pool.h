@@ -1,0 +1,156 @@
+#pragma once
+
+#include "host/gpu/images/Resources.h"
+
+#include <algorithm>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <unordered_set>
+
+namespace Qx::Host::Vulkan {
+
+/// Keeps released resources for the next one of their key, and knows all there are.
+///
+/// Giving a resource back never calls Vulkan, so that the last handle may go in a static destructor. What
+/// goes beyond the bound is destroyed by the next take() or trim(). Any thread.
+template <class Resource>
+class Pool
+{
+public:
+    using Key = typename Resource::Key;
+
+    Pool(Device& device, DeviceMemory& memory, std::uint64_t idleLimit)
+        : device_(device), memory_(memory), idleLimit_(idleLimit)
+    {
+    }
+
+    /// A released resource of that key, one that the device is done with (its lastUse is not beyond
+    /// `completed`) before others; those only when `orPending` allows them. Null when there is none.
+    std::unique_ptr<Resource> take(const Key& key, std::uint64_t completed, bool orPending)
+    {
+        const std::lock_guard lock(mutex_);
+        destroyIdle(idleLimit_, completed);
+        auto found = idle_.end();
+        for (auto i = idle_.begin(); i != idle_.end(); ++i) {
+            if ((*i)->key == key && ((*i)->lastUse <= completed || (orPending && found == idle_.end()))) {
+                found = i;
+                if ((*i)->lastUse <= completed) {
+                    break;
+                }
+            }
+        }
+        if (found == idle_.end()) {
+            return nullptr;
+        }
+        std::unique_ptr<Resource> resource = std::move(*found);
+        idle_.erase(found);
+        idleBytes_ -= resource->memoryBytes();
+        liveBytes_ += resource->memoryBytes();
+        return resource;
+    }
+
+    VkResult create(const Key& key, std::unique_ptr<Resource>& resource)
+    {
+        auto fresh = std::make_unique<Resource>();
+        const VkResult result = Resource::create(device_, memory_, key, *fresh);
+        if (result == VK_SUCCESS) {
+            const std::lock_guard lock(mutex_);
+            all_.insert(fresh.get());
+            liveBytes_ += fresh->memoryBytes();
+            ++created_;
+            resource = std::move(fresh);
+        }
+        return result;
+    }
+
+    /// Takes a resource back, or the shell of one after destroyAll().
+    void give(std::unique_ptr<Resource> resource)
+    {
+        const std::lock_guard lock(mutex_);
+        liveBytes_ -= resource->memoryBytes();
+        if (destroyed_) {
+            all_.erase(resource.get());
+            if (resource->exists()) {
+                kept_.push_back(std::move(resource));
+            }
+            return;
+        }
+        idleBytes_ += resource->memoryBytes();
+        idle_.push_front(std::move(resource));
+    }
+
+    /// Destroys what the device is done with, the longest released first, until `limit` bytes are left.
+    void trim(std::uint64_t limit, std::uint64_t completed)
+    {
+        const std::lock_guard lock(mutex_);
+        destroyIdle(limit, completed);
+    }
+
+    /// Destroys the Vulkan objects of every resource, also of those in use, whose owners hold empty shells
+    /// then. `keep` says which of these survive; returns their number.
+    template <class Keep>
+    std::size_t destroyAll(Keep keep)
+    {
+        const std::lock_guard lock(mutex_);
+        std::size_t kept = 0;
+        for (auto& resource : idle_) {
+            all_.erase(resource.get());
+            resource->destroy(device_, memory_);
+        }
+        idle_.clear();
+        idleBytes_ = 0;
+        destroyed_ = true;
+        for (Resource* resource : all_) {
+            if (keep(*resource)) {
+                ++kept;
+            } else {
+                resource->destroy(device_, memory_);
+            }
+        }
+        return kept;
+    }
+
+    /// Destroys what survived destroyAll() and was given back since. Nothing may be in use any more.
+    void destroyKept()
+    {
+        const std::lock_guard lock(mutex_);
+        for (auto& resource : kept_) {
+            resource->destroy(device_, memory_);
+        }
+        kept_.clear();
+    }
+
+    std::uint64_t idleBytes() const { return idleBytes_; }
+    std::uint64_t liveBytes() const { return liveBytes_; }
+    std::uint64_t created() const { return created_; }
+
+private:
+    void destroyIdle(std::uint64_t limit, std::uint64_t completed)
+    {
+        for (auto i = idle_.end(); idleBytes_ > limit && i != idle_.begin();) {
+            --i;
+            if ((*i)->lastUse <= completed) {
+                idleBytes_ -= (*i)->memoryBytes();
+                all_.erase(i->get());
+                (*i)->destroy(device_, memory_);
+                i = idle_.erase(i);
+            }
+        }
+    }
+
+    Device& device_;
+    DeviceMemory& memory_;
+    const std::uint64_t idleLimit_;
+    std::mutex mutex_;
+    std::list<std::unique_ptr<Resource>> idle_; // the latest released first
+    std::list<std::unique_ptr<Resource>> kept_;
+    std::unordered_set<Resource*> all_;
+    bool destroyed_ = false;
+    std::atomic<std::uint64_t> idleBytes_{0};
+    std::atomic<std::uint64_t> liveBytes_{0};
+    std::atomic<std::uint64_t> created_{0};
+};
+
+} // namespace Qx::Host::Vulkan

@@ -1,0 +1,118 @@
+#pragma once
+
+#include "host/gpu/device/DeviceMemory.h"
+#include "host/gpu/images/CompanionViews.h"
+#include "platform/GPUImage.h"
+
+#include <compare>
+
+namespace Qx::Host::Vulkan {
+
+/// What an image or buffer was last used for, so that the next use can be ordered after it. A layout stands
+/// for one stage: an image in a reading layout needs nothing before the next read in it. Only the recorder's
+/// lock holder looks at it.
+struct UseState
+{
+    VkImageLayout layout = VK_IMAGE_LAYOUT_UNDEFINED;
+    VkPipelineStageFlags2 stage = VK_PIPELINE_STAGE_2_NONE;
+    VkAccessFlags2 written = VK_ACCESS_2_NONE;
+};
+
+/// What two textures must agree on to replace each other.
+struct TextureKey
+{
+    VkFormat format = VK_FORMAT_UNDEFINED;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::uint32_t depth = 0; ///< 0 for two-dimensional images
+
+    friend auto operator<=>(const TextureKey&, const TextureKey&) = default;
+    std::uint64_t rowBytes() const; ///< of the texels alone
+    std::uint64_t bytes() const;
+};
+
+/// An image on the device with its memory and views.
+struct Texture
+{
+    using Key = TextureKey;
+
+    Key key;
+    VkImage image = nullptr;
+    Allocation memory;
+    VkImageView sampled = nullptr;             ///< as effects see it
+    VkImageView target = nullptr;              ///< as it lies in memory; null for three-dimensional images
+    std::unique_ptr<CompanionViews> companion; ///< null if the device's DrawingPath has none for it
+    bool inHostMemory = false; ///< its memory is laid out as a host image and the host sees it
+    UseState use;
+    std::atomic<std::uint64_t> lastUse{0};   ///< timeline value after which the device is done with it
+    std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its texels are there
+    std::atomic<std::uint32_t> holders{0};   ///< handles; see Pooled
+    std::atomic<bool> hosted{false};         ///< a host image has this memory; one at most
+    std::atomic<bool> givenOut{false};       ///< somebody may hold its address
+
+    std::uint64_t memoryBytes() const { return key.bytes(); }
+    bool exists() const { return image != nullptr; }
+
+    /// The layout in which the image is used where `best` would be the best: memory with companion views
+    /// stays in the one that all of them have.
+    VkImageLayout layoutFor(VkImageLayout best) const
+    {
+        return companion != nullptr ? VK_IMAGE_LAYOUT_GENERAL : best;
+    }
+
+    static VkResult create(Device& device, DeviceMemory& memory, const Key& key, Texture& texture);
+    void destroy(Device& device, DeviceMemory& memory);
+
+    /// Takes what the other one of the same key consists of and gives its own for it; who holds them stays.
+    void exchange(Texture& other);
+
+private:
+    VkResult allocate(Device& device, DeviceMemory& memory);
+    bool liesAsHostImage(const Device& device) const;
+};
+
+/// A buffer in host memory that holds an image for the device to copy.
+struct HostBuffer
+{
+    using Key = std::uint64_t; ///< bytes
+
+    Key key = 0;
+    VkBuffer buffer = nullptr;
+    Allocation memory;
+    UseState use;
+    std::atomic<std::uint64_t> lastUse{0};   ///< timeline value after which the device is done with it
+    std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its bytes are there
+    std::atomic<std::uint32_t> holders{0};   ///< handles; see Pooled
+    std::atomic<bool> givenOut{false};       ///< somebody may hold its address
+
+    std::uint64_t memoryBytes() const { return key; }
+    bool exists() const { return buffer != nullptr; }
+    static VkResult create(Device& device, DeviceMemory& memory, const Key& key, HostBuffer& buffer);
+    void destroy(Device& device, DeviceMemory& memory);
+};
+
+VkResult createBuffer(Device& device, DeviceMemory& memory, VkDeviceSize bytes, VkBufferUsageFlags usage,
+                      MemoryUse use, VkBuffer& buffer, Allocation& allocation);
+
+/// The Vulkan format of an image format; VK_FORMAT_UNDEFINED for a number that is none.
+VkFormat vulkanFormat(iGPUImage::eFormat format);
+std::uint32_t bytesPerTexel(VkFormat format);
+
+/// Whether memory order is a, r, g, b to effects, so that views are swizzled and results rotated.
+bool isRotated(VkFormat format);
+
+/// The largest code of a component.
+float maxCode(VkFormat format);
+
+/// An image of that key, of one level, one layer and one sample.
+VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImageUsageFlags usage);
+
+/// In which order a view has an image's components.
+enum class Swizzle
+{
+    None,      ///< as they lie in memory
+    ForEffects ///< as effects see them: see isRotated()
+};
+VkResult createView(Device& device, const TextureKey& key, VkImage image, Swizzle swizzle, VkImageView& view);
+
+} // namespace Qx::Host::Vulkan

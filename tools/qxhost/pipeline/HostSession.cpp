@@ -99,9 +99,4 @@ void failOnDevice(int width, int height)
                                         " pixels; close what else uses it, or choose another with --device");
 }
 
-std::uint64_t drawsSoFar()
-{
-    return Host::gpuService().statistics().draws;
-}
-
 } // namespace Qx::Program

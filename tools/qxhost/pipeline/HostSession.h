@@ -2,7 +2,6 @@
 
 #include "tools/qxhost/console/Console.h"
 
-#include <cstdint>
 #include <string>
 
 namespace Qx::Program {
@@ -51,8 +50,5 @@ bool deviceIsSoftware();
 
 /// Whether the device is lost: whatever fails then fails for that.
 bool deviceIsLost();
-
-/// Drawings recorded since the session began.
-std::uint64_t drawsSoFar();
 
 } // namespace Qx::Program

@@ -5,6 +5,7 @@
 #include "image/SurfaceUtilities.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
+#include "tools/qxhost/pipeline/Drawing.h"
 #include "tools/qxhost/pipeline/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
 
@@ -145,10 +146,12 @@ Surface FrameUpload::toPicture(const Surface& host, iGPUImage::eFormat working) 
     if (!uploaded.getGPUSurface()) {
         fail();
     }
-    const std::uint64_t drawnBefore = drawsSoFar();
-    Surface picture = Image::ColourConversion::convertToRGBA(uploaded, working);
-    const bool converted = picture.getGPUSurface() != uploaded.getGPUSurface();
-    if (converted && drawsSoFar() == drawnBefore) {
+    Surface picture;
+    const Drawing drawing = tryDrawing([&] {
+        picture = Image::ColourConversion::convertToRGBA(uploaded, working);
+        return picture.getGPUSurface() != uploaded.getGPUSurface(); // else it is in this order already
+    });
+    if (drawing == Drawing::notRecorded) {
         fail();
     }
     return atDepth(picture, working);

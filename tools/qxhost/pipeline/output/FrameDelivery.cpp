@@ -5,6 +5,7 @@
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/pipeline/Drawing.h"
 #include "tools/qxhost/pipeline/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
 #include "tools/qxhost/pipeline/input/FrameUpload.h"
@@ -131,10 +132,10 @@ Surface FrameDelivery::encode(const Surface& picture) const
     pairs.setGamutScaling(Image::GamutScaling::Video);
     Surface source = picture;
     source.setGamutScaling(Image::GamutScaling::Unscaled);
-    const std::uint64_t drawnBefore = drawsSoFar();
-    if (!pairs.getGPUSurface() ||
-        !Image::ColourConversion::convertRGBToYCrCb422(source, pairs, Image::Filter::Point) ||
-        drawsSoFar() == drawnBefore) {
+    const Drawing drawing = tryDrawing([&] {
+        return Image::ColourConversion::convertRGBToYCrCb422(source, pairs, Image::Filter::Point);
+    });
+    if (drawing != Drawing::recorded) {
         failOn(picture);
     }
     return pairs;
@@ -166,8 +167,9 @@ Surface FrameDelivery::packMatrox(const Surface& pairs) const
     Surface source = pairs;
     source.setWidth((pairs.getWidth() + matroxBlock - 1) / matroxBlock * matroxBlock);
     Surface packed;
-    const std::uint64_t drawnBefore = drawsSoFar();
-    if (!Image::ColourConversion::packMatrox10BitFormat(source, packed) || drawsSoFar() == drawnBefore) {
+    const Drawing drawing =
+        tryDrawing([&] { return Image::ColourConversion::packMatrox10BitFormat(source, packed); });
+    if (drawing != Drawing::recorded) {
         failOn(pairs);
     }
     return packed;

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/ClipReader.h"
 #include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/Matrices.h"
 
 #include <algorithm>
 #include <cmath>
@@ -50,11 +51,9 @@ bool isSameAspect(const Rational& a, const Rational& b)
     return std::abs(ratio(a) / ratio(b) - 1.0) < tolerance;
 }
 
-/// BT.470 System B, G and BT.601 have one matrix.
 bool isSameMatrix(int a, int b)
 {
-    const auto is601 = [](int tag) { return tag == AVCOL_SPC_BT470BG || tag == AVCOL_SPC_SMPTE170M; };
-    return a == b || (is601(a) && is601(b));
+    return a == b || (matrixOfTag(a) && matrixOfTag(a) == matrixOfTag(b));
 }
 
 /// BT.709 and BT.601 have one curve.

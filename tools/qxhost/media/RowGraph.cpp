@@ -1,5 +1,7 @@
 #include "tools/qxhost/media/RowGraph.h"
 
+#include "tools/qxhost/media/Matrices.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -35,7 +37,7 @@ void setMatrices(const PlanarFormat& from, const PlanarFormat& to, zimg_image_fo
 {
     const auto matrix = [](const PlanarFormat& format) {
         return format.rgb ? ZIMG_MATRIX_RGB
-                          : (format.matrix == Matrix::bt709 ? ZIMG_MATRIX_BT709 : ZIMG_MATRIX_ST170_M);
+                          : static_cast<zimg_matrix_coefficients_e>(infoOf(format.matrix).tags.front());
     };
     in.matrix_coefficients = matrix(from);
     out.matrix_coefficients = from.rgb == to.rgb ? in.matrix_coefficients : matrix(to);

@@ -1,23 +1,13 @@
 #include "tools/qxhost/media/StoredVideo.h"
 
+#include "tools/qxhost/media/Matrices.h"
+
 #include <algorithm>
 #include <cstring>
 
 namespace Qx::Media {
 
 namespace {
-
-AVFieldOrder toAv(FieldOrder order)
-{
-    switch (order) {
-    case FieldOrder::topFirst:
-        return AV_FIELD_TT;
-    case FieldOrder::bottomFirst:
-        return AV_FIELD_BB;
-    default:
-        return AV_FIELD_PROGRESSIVE;
-    }
-}
 
 std::uint32_t tagOf(const char* text)
 {
@@ -66,8 +56,8 @@ bool StoredVideo::describe(const OutputSettings& settings, AVRational timeBase)
     context_->width = settings.width;
     context_->height = settings.height;
     context_->time_base = timeBase;
-    context_->framerate = Media::toAv(settings.frameRate);
-    context_->sample_aspect_ratio = Media::toAv(settings.sampleAspect);
+    context_->framerate = toAv(settings.frameRate);
+    context_->sample_aspect_ratio = toAv(settings.sampleAspect);
     context_->field_order = toAv(settings.fieldOrder);
     context_->bits_per_coded_sample =
         av_get_padded_bits_per_pixel(av_pix_fmt_desc_get(container_.pixelFormat));
@@ -81,17 +71,15 @@ void StoredVideo::tagColours(const OutputSettings& settings)
     context_->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transferTag);
     if (!layout_.yCrCb) {
         context_->colorspace = AVCOL_SPC_RGB;
-        context_->color_range = settings.rgbRange == Range::full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+        context_->color_range = toAv(settings.rgbRange);
         return;
     }
     if (!settings.colour.rangeGuessed) {
-        context_->color_range = settings.colour.range == Range::full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+        context_->color_range = toAv(settings.colour.range);
     }
     if (!settings.colour.matrixGuessed) {
-        const auto tag = static_cast<AVColorSpace>(settings.colour.matrixTag);
-        const bool is709 = settings.colour.matrix == Matrix::bt709;
-        const bool isSame601 = !is709 && (tag == AVCOL_SPC_BT470BG || tag == AVCOL_SPC_SMPTE170M);
-        context_->colorspace = is709 ? AVCOL_SPC_BT709 : (isSame601 ? tag : AVCOL_SPC_SMPTE170M);
+        context_->colorspace =
+            static_cast<AVColorSpace>(writtenTag(settings.colour.matrix, settings.colour.matrixTag));
     }
     context_->chroma_sample_location = AVCHROMA_LOC_LEFT;
 }

@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/StreamColour.h"
 
 #include "tools/qxhost/media/ComponentRows.h"
+#include "tools/qxhost/media/Matrices.h"
 
 namespace Qx::Media {
 
@@ -22,19 +23,8 @@ std::string whyUnsupported(AVColorSpace matrix, AVColorPrimaries primaries,
     if (transfer == AVCOL_TRC_LINEAR || transfer == AVCOL_TRC_LOG || transfer == AVCOL_TRC_LOG_SQRT) {
         return named("its transfer characteristic is", av_color_transfer_name(transfer));
     }
-    switch (matrix) {
-    case AVCOL_SPC_BT709:
-    case AVCOL_SPC_BT470BG:
-    case AVCOL_SPC_SMPTE170M:
-    case AVCOL_SPC_UNSPECIFIED:
-    case AVCOL_SPC_RESERVED:
-        break;
-    case AVCOL_SPC_RGB:
-        if (rgb) {
-            break;
-        }
-        [[fallthrough]];
-    default:
+    const bool isUntagged = matrix == AVCOL_SPC_UNSPECIFIED || matrix == AVCOL_SPC_RESERVED;
+    if (!matrixOfTag(matrix) && !isUntagged && !(rgb && matrix == AVCOL_SPC_RGB)) {
         return named("its matrix is", matrix == AVCOL_SPC_BT2020_NCL || matrix == AVCOL_SPC_BT2020_CL
                                           ? "BT.2020"
                                           : av_color_space_name(matrix));
@@ -62,6 +52,7 @@ Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
     colour.primariesTag = primaries;
     colour.transferTag = transfer;
     colour.unsupported = whyUnsupported(matrix, primaries, transfer, components.isRgb());
+    const std::optional<Matrix> taggedMatrix = matrixOfTag(matrix);
     colour.matrix = matrixForWidth(frame.width);
     if (colour.fromRgb) {
         return colour;
@@ -71,13 +62,8 @@ Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
                             frame.format == AV_PIX_FMT_YUVJ411P;
     colour.range = range == AVCOL_RANGE_JPEG || jpegFormat ? Range::full : Range::video;
     colour.rangeGuessed = range == AVCOL_RANGE_UNSPECIFIED && !jpegFormat;
-    if (matrix == AVCOL_SPC_BT709) {
-        colour.matrix = Matrix::bt709;
-    } else if (matrix == AVCOL_SPC_BT470BG || matrix == AVCOL_SPC_SMPTE170M) {
-        colour.matrix = Matrix::bt601;
-    } else {
-        colour.matrixGuessed = true;
-    }
+    colour.matrix = taggedMatrix.value_or(colour.matrix);
+    colour.matrixGuessed = !taggedMatrix;
     return colour;
 }
 

@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/VideoEncoder.h"
 
 #include "tools/qxhost/media/EncoderChoice.h"
+#include "tools/qxhost/media/Matrices.h"
 
 #include <algorithm>
 
@@ -19,18 +20,6 @@ bool codesFields(AVCodecID codec)
 {
     return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_MPEG2VIDEO || codec == AV_CODEC_ID_MPEG4 ||
            codec == AV_CODEC_ID_PRORES;
-}
-
-AVFieldOrder toAv(FieldOrder order)
-{
-    switch (order) {
-    case FieldOrder::topFirst:
-        return AV_FIELD_TT;
-    case FieldOrder::bottomFirst:
-        return AV_FIELD_BB;
-    default:
-        return AV_FIELD_PROGRESSIVE;
-    }
 }
 
 } // namespace
@@ -71,8 +60,8 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
     context_->height = settings.height;
     context_->pix_fmt = format.value();
     context_->time_base = timeBase;
-    context_->framerate = Media::toAv(settings.frameRate);
-    context_->sample_aspect_ratio = Media::toAv(settings.sampleAspect);
+    context_->framerate = toAv(settings.frameRate);
+    context_->sample_aspect_ratio = toAv(settings.sampleAspect);
     context_->thread_count = settings.threads;
     context_->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     context_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
@@ -90,23 +79,20 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
 void VideoEncoder::tagColours(const OutputSettings& settings)
 {
     const bool jpeg = isJpegFormat(context_->pix_fmt);
-    // JFIF 1.02 knows one matrix; VC-3 (SMPTE ST 2019-1) BT.709 alone of the two, and its decoders take it so
-    // whatever the container says.
+    // JFIF 1.02 has one matrix. VC-3 (SMPTE ST 2019-1) has BT.709 alone of those here, and its decoders
+    // assume it whatever the container says.
     const bool vc3 = context_->codec_id == AV_CODEC_ID_DNXHD;
     matrix_ = jpeg ? Matrix::bt601 : vc3 ? Matrix::bt709 : settings.colour.matrix;
     range_ = jpeg ? Range::full : Range::video;
-    const bool is709 = matrix_ == Matrix::bt709;
     context_->color_primaries = static_cast<AVColorPrimaries>(settings.colour.primariesTag);
     context_->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transferTag);
     if (output_->isRgb()) {
         context_->colorspace = AVCOL_SPC_RGB;
-        context_->color_range = rgbRange_ == Range::full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+        context_->color_range = toAv(rgbRange_);
         return;
     }
-    const auto tag = static_cast<AVColorSpace>(settings.colour.matrixTag);
-    const bool isSame601 = !is709 && (tag == AVCOL_SPC_BT470BG || tag == AVCOL_SPC_SMPTE170M);
-    context_->colorspace = is709 ? AVCOL_SPC_BT709 : (isSame601 ? tag : AVCOL_SPC_SMPTE170M);
-    context_->color_range = range_ == Range::full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    context_->colorspace = static_cast<AVColorSpace>(writtenTag(matrix_, settings.colour.matrixTag));
+    context_->color_range = toAv(range_);
     context_->chroma_sample_location = jpeg ? AVCHROMA_LOC_CENTER : AVCHROMA_LOC_LEFT;
 }
 

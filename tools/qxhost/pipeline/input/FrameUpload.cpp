@@ -5,6 +5,7 @@
 #include "image/SurfaceUtilities.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
+#include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/pipeline/Drawing.h"
 #include "tools/qxhost/pipeline/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
@@ -13,7 +14,6 @@ namespace Qx::Program {
 
 namespace {
 
-using Image::ColourSpace;
 using Image::Format;
 using Image::GamutScaling;
 using Image::Polarity;
@@ -110,7 +110,7 @@ Surface FrameUpload::describe(const Qx::Ptr<iHostImage>& image, const Media::Fra
         surface.setGamutScaling(GamutScaling::Unscaled);
         return surface;
     }
-    surface.setColourSpace(source_.matrix == Media::Matrix::bt601 ? ColourSpace::BT601 : ColourSpace::BT709);
+    surface.setColourSpace(Media::infoOf(source_.matrix).colourSpace);
     surface.setGamutScaling(source_.range == Media::Range::video ? GamutScaling::Video
                                                                  : GamutScaling::Unscaled);
     surface.setTransparency(Image::TransparencyType::Opaque);

@@ -5,6 +5,7 @@
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/pipeline/Drawing.h"
 #include "tools/qxhost/pipeline/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
@@ -17,7 +18,6 @@ namespace {
 using Image::Format;
 using Image::Surface;
 
-constexpr unsigned standardDefinitionWidth = 720;
 constexpr unsigned matroxBlock = 16;
 
 /// The format of the same bytes by which the library knows it.
@@ -127,8 +127,8 @@ Surface FrameDelivery::fromPicture(const Surface& picture) const
 Surface FrameDelivery::encode(const Surface& picture) const
 {
     Surface pairs = picture.createDestYUY2GPUSurface(gpuFormat(format_.bits));
-    pairs.setColourSpace(picture.getWidth() > standardDefinitionWidth ? Image::ColourSpace::BT709
-                                                                      : Image::ColourSpace::BT601);
+    const Media::Matrix matrix = Media::matrixForWidth(static_cast<int>(picture.getWidth()));
+    pairs.setColourSpace(Media::infoOf(matrix).colourSpace);
     pairs.setGamutScaling(Image::GamutScaling::Video);
     Surface source = picture;
     source.setGamutScaling(Image::GamutScaling::Unscaled);

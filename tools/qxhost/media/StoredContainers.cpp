@@ -99,9 +99,24 @@ Format sameRows(Format format, int bits)
         return bits == 16 ? Image::B64A : (bits == 10 ? format : Image::ARGB);
     case Image::B64A:
         return bits == 8 ? Image::ARGB : format;
-    default:
-        return format;
+    case Image::UnknownFormat:
+    case Image::PlanarRGB:
+    case Image::YVYU:
+    case Image::UYVY:
+    case Image::VYUY:
+    case Image::YV12:
+    case Image::V210:
+    case Image::M101:
+    case Image::M102:
+    case Image::Y216:
+    case Image::BGRA:
+    case Image::RGBA:
+    case Image::ABGR:
+    case Image::BGR24:
+    case Image::B48R:
+        break;
     }
+    return format;
 }
 
 } // namespace

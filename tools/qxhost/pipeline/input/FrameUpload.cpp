@@ -7,6 +7,7 @@
 #include "platform/OS.h"
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/pipeline/Drawing.h"
+#include "tools/qxhost/pipeline/FormatWay.h"
 #include "tools/qxhost/pipeline/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
 
@@ -14,7 +15,6 @@ namespace Qx::Program {
 
 namespace {
 
-using Image::Format;
 using Image::GamutScaling;
 using Image::Polarity;
 using Image::Surface;
@@ -30,23 +30,6 @@ Polarity polarityOf(Media::FieldOrder order)
         break;
     }
     return Polarity::Progressive;
-}
-
-/// YUY2 under whatever name, which can be uploaded as it is.
-bool isPairs(Format format, unsigned bits)
-{
-    switch (format) {
-    case Image::YUY2:
-    case Image::YUYV:
-    case Image::Y216:
-    case Image::V216:
-        return true;
-    case Image::M101:
-    case Image::M102:
-        return bits == 8;
-    default:
-        return false;
-    }
 }
 
 /// Describes a GPU image of pixel pairs as what it is.
@@ -120,9 +103,10 @@ Surface FrameUpload::describe(const Qx::Ptr<iHostImage>& image, const Media::Fra
 Surface FrameUpload::toPairs(Surface host) const
 {
     const std::uint32_t width = layout_.width;
-    if (layout_.format == Image::V210) {
+    const FormatWay::In way = wayOf(layout_.format, layout_.bitsPerComponent).in;
+    if (way == FormatWay::In::unpacked) {
         Image::prepareForGPU(host, iGPUImage::eARGB16);
-        if (host.getDataFormat() == Image::V210) {
+        if (host.getDataFormat() == layout_.format) {
             fail();
         }
     }
@@ -130,7 +114,7 @@ Surface FrameUpload::toPairs(Surface host) const
     if (!pairs.getGPUSurface()) {
         fail();
     }
-    if (!isPairs(host.getDataFormat(), host.getBitsPerComponent())) {
+    if (way == FormatWay::In::reordered) {
         // Half a pair counts as one here and as none there, so the odd pixel is left out of the count of
         // pixels.
         pairs.setWidth(width + width % 2);

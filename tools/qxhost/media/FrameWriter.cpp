@@ -1,5 +1,6 @@
 #include "tools/qxhost/media/FrameWriter.h"
 
+#include "host/core/AsciiCase.h"
 #include "tools/qxhost/media/ClipWriter.h"
 #include "tools/qxhost/media/ComponentRows.h"
 #include "tools/qxhost/media/EncoderChoice.h"
@@ -17,10 +18,8 @@ namespace {
 
 std::string lowerExtension(const std::filesystem::path& file)
 {
-    std::string text = file.extension().native();
+    std::string text = Host::asciiLower(file.extension().native());
     text.erase(0, 1);
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
     return text;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/core/Printable.h"
+
 #include <filesystem>
 #include <string>
 
@@ -9,22 +11,7 @@ namespace Qx::Media {
 /// are.
 inline std::string quoted(const std::filesystem::path& file)
 {
-    std::string text(1, '"');
-    for (const char c : file.native()) {
-        const auto code = static_cast<unsigned char>(c);
-        if (c == '\n') {
-            text += "\\n";
-        } else if (code < 0x20 || code == 0x7f) {
-            constexpr const char* digits = "0123456789abcdef";
-            text += "\\x";
-            text += digits[code >> 4U];
-            text += digits[code & 0xfU];
-        } else {
-            text += c;
-        }
-    }
-    text += '"';
-    return text;
+    return '"' + Host::printable(file.native()) + '"';
 }
 
 } // namespace Qx::Media

@@ -1,5 +1,6 @@
 #include "tools/qxhost/pipeline/PixelFormat.h"
 
+#include "host/core/AsciiCase.h"
 #include "host/core/Suggestion.h"
 #include "host/surfaces/RowGeometry.h"
 #include "tools/qxhost/console/Failure.h"
@@ -18,13 +19,6 @@ using Host::FormatInfo;
 using Host::Planes;
 
 constexpr const char* outputRowBytesOption = "--output-row-bytes";
-
-std::string lower(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return text;
-}
 
 const FormatInfo* findWord(const std::string& word)
 {
@@ -97,7 +91,7 @@ std::vector<PixelFormat> pixelFormats()
 PixelFormat parsePixelFormat(const std::string& option, const std::string& text)
 {
     const std::size_t colon = text.find(':');
-    const std::string word = lower(text.substr(0, colon));
+    const std::string word = Host::asciiLower(text.substr(0, colon));
     const FormatInfo* info = findWord(word);
     if (info == nullptr) {
         std::vector<std::string> words;
@@ -114,7 +108,7 @@ PixelFormat parsePixelFormat(const std::string& option, const std::string& text)
 
 std::optional<PixelFormat> pixelFormatOf(const std::filesystem::path& file)
 {
-    const std::string extension = lower(file.extension().string());
+    const std::string extension = Host::asciiLower(file.extension().string());
     const FormatInfo* info = extension.size() > 1 ? findWord(extension.substr(1)) : nullptr;
     return info != nullptr ? std::optional(PixelFormat{info, info->usualDepth}) : std::nullopt;
 }

@@ -155,6 +155,20 @@ bool EffectChain::isInUse(const Qx::Ptr<iShaderEffect>& effect) const
     return std::any_of(links_.begin(), links_.end(), [&](const Link& link) { return link.effect == effect; });
 }
 
+void EffectChain::takeLut(Link& link, const std::string& lut) const
+{
+    link.file = lut;
+    const auto same = std::find_if(links_.begin(), links_.end(),
+                                   [&](const Link& other) { return other.table && other.file == lut; });
+    if (same != links_.end()) {
+        link.table = same->table;
+        return;
+    }
+    LutOnGpu made = obtainLut(lut);
+    link.table = std::move(made.table);
+    link.remark = std::move(made.remark);
+}
+
 EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
 {
     Link link;
@@ -166,8 +180,7 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
     }
     link.technique = chooseTechnique(*link.effect, request);
     if (!request.lut.empty()) {
-        link.table = obtainLut(request.lut);
-        link.file = request.lut;
+        takeLut(link, request.lut);
         setDomain(*link.effect, request.file, link.table->getDomain());
     }
     requireOnlyInput(*link.effect, request.file, link.technique.view(), static_cast<bool>(link.table));
@@ -178,6 +191,17 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
         }
     }
     return link;
+}
+
+std::vector<std::string> EffectChain::remarks() const
+{
+    std::vector<std::string> lines;
+    for (const Link& link : links_) {
+        if (!link.remark.empty()) {
+            lines.push_back(link.remark);
+        }
+    }
+    return lines;
 }
 
 Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFormat format)

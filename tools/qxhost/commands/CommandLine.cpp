@@ -6,8 +6,8 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/diagnose/DiagnoseCommandLine.h"
-#include "tools/qxhost/media/ClipReader.h"
 #include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/read/ClipReader.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>

@@ -4,7 +4,7 @@
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/console/ProgressDisplay.h"
-#include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/FramePipeline.h"
 #include "tools/qxhost/pipeline/HostSession.h"
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"

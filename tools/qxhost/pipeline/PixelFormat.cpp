@@ -5,7 +5,7 @@
 #include "host/surfaces/RowGeometry.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
-#include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
 
 #include <algorithm>
 #include <charconv>

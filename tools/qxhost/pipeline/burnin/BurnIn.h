@@ -2,7 +2,7 @@
 
 #include "fonts/GPUFontCache.h"
 #include "platform/Surface.h"
-#include "tools/qxhost/media/ClipReader.h"
+#include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/pipeline/burnin/BurnInOptions.h"
 #include "tools/qxhost/pipeline/burnin/BurnInText.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Surface.h"
-#include "tools/qxhost/media/ClipReader.h"
+#include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/pipeline/ConvertOptions.h"
 
 #include <functional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/qxhost/media/ClipReader.h"
+#include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/pipeline/ConvertOptions.h"
 
 #include <string>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/ImageDescription.h"
-#include "tools/qxhost/media/ClipReader.h"
 #include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/pipeline/ConvertOptions.h"
 
 #include <cstdint>

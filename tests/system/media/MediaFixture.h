@@ -2,6 +2,7 @@
 
 #include "tests/TemporaryDirectory.h"
 #include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/media/rows/FramePacker.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 
 #include <gtest/gtest.h>

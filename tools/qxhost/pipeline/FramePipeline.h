@@ -4,6 +4,7 @@
 #include "platform/GPUImage.h"
 #include "platform/Surface.h"
 #include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/media/rows/FramePacker.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/BoundedQueue.h"
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"

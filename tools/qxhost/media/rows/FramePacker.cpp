@@ -1,4 +1,5 @@
-#include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/media/rows/FramePacker.h"
+
 #include "tools/qxhost/media/rows/ComponentRows.h"
 #include "tools/qxhost/media/rows/PackRows.h"
 #include "tools/qxhost/media/rows/RowGraph.h"

@@ -30,4 +30,15 @@ void applyNullEffect(const char* technique, const Image::Surface& from, Image::S
     }
 }
 
+Image::Surface atDepth(const Image::Surface& picture, iGPUImage::eFormat format)
+{
+    const Qx::Ptr<iGPUImage> image = picture.getGPUSurface();
+    if (!image || image->getFormat() == format) {
+        return picture;
+    }
+    Image::Surface result = picture.createDestARGBGPUSurface(format);
+    applyNullEffect("Null", picture, result);
+    return result;
+}
+
 } // namespace Qx::Program

@@ -3,6 +3,7 @@
 #include "platform/ImageDescription.h"
 #include "tools/qxhost/media/Frame.h"
 #include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/media/rows/FramePacker.h"
 #include "tools/qxhost/pipeline/ConvertOptions.h"
 
 #include <cstdint>

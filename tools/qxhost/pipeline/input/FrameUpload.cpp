@@ -141,15 +141,4 @@ Surface FrameUpload::toPicture(const Surface& host, iGPUImage::eFormat working) 
     return atDepth(picture, working);
 }
 
-Surface atDepth(const Surface& picture, iGPUImage::eFormat format)
-{
-    const Qx::Ptr<iGPUImage> image = picture.getGPUSurface();
-    if (!image || image->getFormat() == format) {
-        return picture;
-    }
-    Surface result = picture.createDestARGBGPUSurface(format);
-    applyNullEffect("Null", picture, result);
-    return result;
-}
-
 } // namespace Qx::Program

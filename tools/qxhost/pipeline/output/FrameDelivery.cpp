@@ -9,7 +9,6 @@
 #include "tools/qxhost/pipeline/Drawing.h"
 #include "tools/qxhost/pipeline/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
-#include "tools/qxhost/pipeline/input/FrameUpload.h"
 
 namespace Qx::Program {
 

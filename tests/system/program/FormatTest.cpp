@@ -5,7 +5,7 @@
 #include "tests/TemporaryDirectory.h"
 #include "tests/pixels/Reference.h"
 #include "tools/qxhost/media/Matrices.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/input/FrameUpload.h"
 #include "tools/qxhost/pipeline/output/FrameDelivery.h"
 

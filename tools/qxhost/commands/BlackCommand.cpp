@@ -5,7 +5,7 @@
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/output/FrameDelivery.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 

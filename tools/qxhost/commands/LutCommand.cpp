@@ -7,7 +7,7 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 

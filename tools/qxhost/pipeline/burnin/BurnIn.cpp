@@ -6,7 +6,7 @@
 #include "platform/OS.h"
 #include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <algorithm>
 #include <array>

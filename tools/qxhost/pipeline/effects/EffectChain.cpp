@@ -7,8 +7,8 @@
 #include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
-#include "tools/qxhost/pipeline/Drawing.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 

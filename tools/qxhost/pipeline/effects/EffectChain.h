@@ -5,7 +5,7 @@
 #include "platform/GPUImage.h"
 #include "platform/ShaderEffect.h"
 #include "platform/Surface.h"
-#include "tools/qxhost/pipeline/ConvertOptions.h"
+#include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <string>
 #include <vector>

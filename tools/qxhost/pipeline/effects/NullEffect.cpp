@@ -2,8 +2,8 @@
 
 #include "image/TechniqueApplication.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/pipeline/Drawing.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <string>
 

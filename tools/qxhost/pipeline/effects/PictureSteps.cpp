@@ -4,8 +4,8 @@
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/pipeline/Drawing.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 
 #include "platform/Surface.h"
 #include "tools/qxhost/media/read/ClipReader.h"
-#include "tools/qxhost/pipeline/ConvertOptions.h"
+#include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <functional>
 

@@ -6,10 +6,10 @@
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/media/Matrices.h"
-#include "tools/qxhost/pipeline/Drawing.h"
-#include "tools/qxhost/pipeline/FormatWay.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
+#include "tools/qxhost/pipeline/formats/FormatWay.h"
 
 namespace Qx::Program {
 

@@ -6,8 +6,8 @@
 #include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/media/Matrices.h"
-#include "tools/qxhost/pipeline/Drawing.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
 
 namespace Qx::Program {

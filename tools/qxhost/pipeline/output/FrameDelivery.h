@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/Surface.h"
-#include "tools/qxhost/pipeline/FormatWay.h"
-#include "tools/qxhost/pipeline/PixelFormat.h"
+#include "tools/qxhost/pipeline/formats/FormatWay.h"
+#include "tools/qxhost/pipeline/formats/PixelFormat.h"
 
 namespace Qx::Program {
 

@@ -1,4 +1,4 @@
-#include "tools/qxhost/pipeline/PixelFormat.h"
+#include "tools/qxhost/pipeline/formats/PixelFormat.h"
 
 #include "host/core/AsciiCase.h"
 #include "host/core/Suggestion.h"

@@ -2,8 +2,8 @@
 
 #include "platform/ImageFormat.h"
 #include "tools/qxhost/media/MediaTypes.h"
-#include "tools/qxhost/pipeline/PixelFormat.h"
-#include "tools/qxhost/pipeline/burnin/BurnInOptions.h"
+#include "tools/qxhost/pipeline/formats/PixelFormat.h"
+#include "tools/qxhost/pipeline/options/BurnInOptions.h"
 
 #include <cstddef>
 #include <cstdint>

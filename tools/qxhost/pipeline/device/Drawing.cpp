@@ -1,4 +1,4 @@
-#include "tools/qxhost/pipeline/Drawing.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
 
 #include "host/gpu/GPUService.h"
 

@@ -1,4 +1,4 @@
-#include "tools/qxhost/pipeline/FormatWay.h"
+#include "tools/qxhost/pipeline/formats/FormatWay.h"
 
 namespace Qx::Program {
 

@@ -1,4 +1,4 @@
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include "host/Host.h"
 #include "host/gpu/GPUService.h"

@@ -38,7 +38,8 @@ GamutScaling effectiveGamut(GamutScaling ofSurface)
     return cfgForceUnscaledYCrCb.load(std::memory_order_relaxed) ? GamutScaling::Unscaled : ofSurface;
 }
 
-// Fragments of technique names. An unsupported value adds none, and the resulting name matches no technique.
+// Fragments of technique names. An unsupported value adds none, and the resulting name matches no technique. No switch
+// has a default, so that the compiler names every place that a new value concerns.
 
 const char* gamutFragment(GamutScaling gamut, const char* unscaled, const char* video)
 {
@@ -47,9 +48,10 @@ const char* gamutFragment(GamutScaling gamut, const char* unscaled, const char* 
         return unscaled;
     case GamutScaling::Video:
         return video;
-    default:
-        return "";
+    case GamutScaling::Unknown:
+        break;
     }
+    return "";
 }
 
 const char* colourSpaceFragment(ColourSpace colourSpace)
@@ -59,9 +61,10 @@ const char* colourSpaceFragment(ColourSpace colourSpace)
         return "BT601_";
     case ColourSpace::BT709:
         return "BT709_";
-    default:
-        return "";
+    case ColourSpace::Unknown:
+        break;
     }
+    return "";
 }
 
 const char* decodeFilterFragment(Filter filter)
@@ -73,9 +76,10 @@ const char* decodeFilterFragment(Filter filter)
         return "CatmullRom";
     case Filter::Mitchell:
         return "Mitchell";
-    default:
-        return "";
+    case Filter::Lanczos:
+        break;
     }
+    return "";
 }
 
 const char* encodeFilterFragment(Filter filter)
@@ -85,9 +89,11 @@ const char* encodeFilterFragment(Filter filter)
         return "Point";
     case Filter::Lanczos:
         return "Lanczos";
-    default:
-        return "";
+    case Filter::CatmullRom:
+    case Filter::Mitchell:
+        break;
     }
+    return "";
 }
 
 LightweightString<char> decodeTechnique(GamutScaling from, ColourSpace colourSpace, GamutScaling to,

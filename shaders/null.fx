@@ -72,6 +72,11 @@ float4 reorderVideo(int2 pos : VPOS, uniform int order) : COLORCODE
     return texelOf(atTargetDepth(order == PAIRS_SWAPPED ? c.yxwz : c.xwzy));
 }
 
+float4 copyVideo(int2 pos : VPOS) : COLORCODE
+{
+    return texelOf(atTargetDepth(componentsAt(pos)));
+}
+
 // B G R A pictures are drawn through this; surfaces that it is applied to are video.
 float4 reverseOrder(int2 pos : VPOS, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLORCODE
 {
@@ -247,6 +252,7 @@ TECHNIQUE(ARGBtoBGRA, reorderColours(AS_IT_IS))
 TECHNIQUE(ARGBtoRGBA, reorderColours(FIRST_TO_BACK))
 TECHNIQUE(ARGBtoRGBPlanar, toPlanes())
 
+TECHNIQUE(YUYVtoYUYV, copyVideo())
 TECHNIQUE(UYVYtoYUYV, reorderVideo(PAIRS_SWAPPED))
 TECHNIQUE(YVYUtoYUYV, reorderVideo(CHROMA_SWAPPED))
 TECHNIQUE(YV12toYUYV, fromYV12())

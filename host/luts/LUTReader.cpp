@@ -1,5 +1,6 @@
 #include "host/luts/LUTReader.h"
 
+#include "host/core/AsciiCase.h"
 #include "host/core/Printable.h"
 #include "host/files/ReadFile.h"
 #include "host/luts/Baking.h"
@@ -22,19 +23,11 @@ namespace {
 
 using namespace Luts;
 
-std::string lowerCase(std::string text)
-{
-    for (char& c : text) {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
-    return text;
-}
-
 std::string extensionOf(const std::filesystem::path& file)
 {
     const std::string name = file.filename().native();
     const std::size_t dot = name.rfind('.');
-    return dot == std::string::npos ? std::string() : lowerCase(name.substr(dot + 1));
+    return dot == std::string::npos ? std::string() : asciiLower(name.substr(dot + 1));
 }
 
 /// What keeps the file from being read at all; empty when nothing does. Opening anything but a plain file may

@@ -1,5 +1,7 @@
 #include "host/luts/Numbers.h"
 
+#include "host/core/AsciiCase.h"
+
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -19,10 +21,7 @@ std::string_view withoutPlus(std::string_view word)
 /// "inf", "-nan(ind)", "1.#INF" and their like, as C libraries write them.
 bool namesNoFinite(std::string_view word)
 {
-    std::string lower;
-    for (const char c : word) {
-        lower += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
+    const std::string lower = asciiLower(word);
     const std::string_view bare = lower.find_first_of("+-") == 0 ? std::string_view(lower).substr(1) : lower;
     return bare == "inf" || bare == "infinity" || bare.substr(0, 3) == "nan" || bare.substr(0, 4) == "1.#i" ||
            bare.substr(0, 4) == "1.#q" || bare.substr(0, 4) == "1.#s";

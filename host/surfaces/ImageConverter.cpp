@@ -11,6 +11,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <string_view>
 
 namespace {
 
@@ -149,34 +150,42 @@ struct Layout
     friend bool operator==(const Layout&, const Layout&) = default;
 };
 
+/// Where the table's order, "Cb Y0 Cr Y1", has Y0, Cb, Y1 and Cr.
+Places placesIn(const char* order)
+{
+    const std::string_view text(order);
+    Places places{};
+    std::size_t c = 0;
+    for (const std::string_view component : {"Y0", "Cb", "Y1", "Cr"}) {
+        constexpr std::size_t wordLength = 3; // with the blank
+        places[c++] = static_cast<std::uint8_t>(text.find(component) / wordLength);
+    }
+    return places;
+}
+
 std::optional<Layout> layoutOf(const Qx::Image::Core::Data& data)
 {
-    const auto ordered = [&](const Places& places) {
-        return data.bitsPerComponent > 8 ? Layout{readWords, writeWords, places}
-                                         : Layout{readBytes, writeBytes, places};
-    };
-    switch (data.format) {
-    case Qx::Image::YUY2:
-    case Qx::Image::YUYV:
-        return ordered(inOrder);
-    case Qx::Image::YVYU:
-        return ordered({0, 3, 2, 1});
-    case Qx::Image::UYVY:
-        return ordered({1, 0, 3, 2});
-    case Qx::Image::VYUY:
-        return ordered({3, 2, 1, 0});
-    case Qx::Image::Y216:
-    case Qx::Image::V216:
-        return Layout{readWords, writeWords};
-    case Qx::Image::V210:
-        return Layout{readV210, writeV210};
-    case Qx::Image::M101:
-    case Qx::Image::M102:
-        return data.bitsPerComponent != 0 && data.bitsPerComponent <= 8 ? Layout{readBytes, writeBytes}
-                                                                        : Layout{readM101, writeM101};
-    default:
+    const Qx::Host::FormatInfo* info = Qx::Host::findFormat(data.format);
+    if (info == nullptr || info->kind != Qx::Host::FormatKind::YCrCb ||
+        info->planes != Qx::Host::Planes::One) {
         return std::nullopt;
     }
+    const Qx::Host::RowLayout& rows = info->layout(data.bitsPerComponent);
+    if (rows.blockBytes == 0) {
+        return std::nullopt;
+    }
+    switch (rows.packing) {
+    case Qx::Host::Packing::Samples:
+        return rows.texels == iGPUImage::eARGB16 ? Layout{readWords, writeWords, placesIn(info->order)}
+                                                 : Layout{readBytes, writeBytes, placesIn(info->order)};
+    case Qx::Host::Packing::ThreeInWord:
+        return Layout{readV210, writeV210};
+    case Qx::Host::Packing::UpperThenLower:
+        return Layout{readM101, writeM101};
+    case Qx::Host::Packing::TwoTenTenTen:
+        break; // of RGB alone
+    }
+    return std::nullopt;
 }
 
 /// Whether the rows of both descriptions hold the same bytes.

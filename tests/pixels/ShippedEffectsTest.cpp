@@ -77,6 +77,7 @@ TEST(ShippedEffects, NullHasEveryTechniqueThatPicturesAreRearrangedBy)
                              "YVYUtoYUYV",
                              "ReverseComponentOrder",
                              "UYVYtoYUYV",
+                             "YUYVtoYUYV",
                              "V210toYUYV",
                              "FlipVertical",
                              "RotateLeft",

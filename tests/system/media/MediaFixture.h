@@ -1,8 +1,9 @@
 #pragma once
 
 #include "tests/TemporaryDirectory.h"
-#include "tools/qxhost/media/ClipReader.h"
-#include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/media/rows/FramePacker.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
 
 #include <gtest/gtest.h>
 

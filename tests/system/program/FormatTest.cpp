@@ -1,9 +1,11 @@
+#include "QxFxResources/GPUColourConverter.h"
 #include "host/surfaces/RowGeometry.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/pixels/Reference.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/input/FrameUpload.h"
 #include "tools/qxhost/pipeline/output/FrameDelivery.h"
 
@@ -194,9 +196,10 @@ protected:
     }
 
     /// The frame on the GPU: pairs in YUY2 order or A R G B.
-    static Surface upload(const PixelFormat& format, BitFrame& frame, iGPUImage::eFormat working)
+    static Surface upload(const PixelFormat& format, BitFrame& frame, iGPUImage::eFormat working,
+                          const Media::FramePacker::Target& meaning = {})
     {
-        const FrameUpload upload(describeFrame(format, frame.width(), frame.height()), {});
+        const FrameUpload upload(describeFrame(format, frame.width(), frame.height()), meaning);
         const Qx::Ptr<iHostImage> image = upload.makeHostImage();
         std::memcpy(image->map(iHostImage::Write), frame.bytes().data(), frame.bytes().size());
         return upload.upload(image, {}, working);
@@ -345,6 +348,105 @@ TEST_F(Formats, rgb_becomes_the_exact_video_within_a_code)
                 wanted[place] = static_cast<unsigned>(std::lround(exact.at(pair * 4 + component4)));
             }
             expectSame(wanted, had, 1);
+        }
+    }
+}
+
+/// Kr and Kb by code point of ITU-T H.273, table 4.
+struct Coefficients
+{
+    double red = 0;
+    double blue = 0;
+};
+
+Coefficients coefficientsOf(int tag)
+{
+    static const std::map<int, Coefficients> known{{1, {0.2126, 0.0722}}, {6, {0.299, 0.114}}};
+    const auto found = known.find(tag);
+    EXPECT_NE(found, known.end()) << "add the coefficients of tag " << tag;
+    return found != known.end() ? found->second : Coefficients();
+}
+
+/// A pair of one colour: Y0 Cb Y1 Cr in video range, as 8-bit codes before rounding.
+std::array<double, 4> exactPair(const Coefficients& k, const std::array<double, 3>& rgb)
+{
+    const auto& [r, g, b] = rgb;
+    const double y = k.red * r + (1 - k.red - k.blue) * g + k.blue * b;
+    const double cb = (b - y) / (2 * (1 - k.blue));
+    const double cr = (r - y) / (2 * (1 - k.red));
+    return {16 + 219 * y, 128 + 224 * cb, 16 + 219 * y, 128 + 224 * cr};
+}
+
+/// The full-range R, G and B of a pixel in video range, as 8-bit codes before rounding.
+std::array<double, 3> exactRgb(const Coefficients& k, unsigned y, unsigned cb, unsigned cr)
+{
+    const double luma = (y - 16.0) / 219;
+    const double r = luma + 2 * (1 - k.red) * (cr - 128.0) / 224;
+    const double b = luma + 2 * (1 - k.blue) * (cb - 128.0) / 224;
+    const double g = (luma - k.red * r - k.blue * b) / (1 - k.red - k.blue);
+    return {255 * r, 255 * g, 255 * b};
+}
+
+void expectRounded(double exact, unsigned code, double largest)
+{
+    constexpr double slack = 1e-3; // of ties
+    EXPECT_NEAR(std::clamp(exact, 0.0, largest), code, 0.5 + slack);
+}
+
+// A matrix of the table whose shader constants are missing or another's fails here.
+TEST_F(Formats, every_matrix_decodes_by_its_own_coefficients)
+{
+    const PixelFormat& yuy2 = named("yuy2");
+    for (const Media::MatrixInfo& info : Media::matrices()) {
+        SCOPED_TRACE(info.name);
+        BitFrame frame = randomFrame(yuy2, 64, 2, 5);
+        Codes given = codesOf(frame);
+        const Surface pairs =
+            upload(yuy2, frame, iGPUImage::eARGB8, {Media::Depth::bits8, Media::Range::video, info.matrix});
+        Surface picture = pairs.createDestARGBGPUSurface(iGPUImage::eARGB8);
+        ASSERT_TRUE(Image::ColourConversion::convertYCrCb422ToRGB(
+            pairs, picture, Image::GamutScaling::Unscaled, Image::Filter::Point));
+        Codes had = codesIn(named("argb"), picture.copyToHost());
+        for (const auto& [place, luma] : given) {
+            const auto& [component, x, y] = place;
+            if (component == "Y") {
+                const auto [r, g, b] =
+                    exactRgb(coefficientsOf(info.tags.front()), luma, given.at({"Cb", x / 2 * 2, y}),
+                             given.at({"Cr", x / 2 * 2, y}));
+                expectRounded(r, had.at({"R", x, y}), 255);
+                expectRounded(g, had.at({"G", x, y}), 255);
+                expectRounded(b, had.at({"B", x, y}), 255);
+            }
+        }
+    }
+}
+
+TEST_F(Formats, every_matrix_encodes_by_its_own_coefficients)
+{
+    const PixelFormat& argb = named("argb");
+    for (const Media::MatrixInfo& info : Media::matrices()) {
+        SCOPED_TRACE(info.name);
+        BitFrame frame = randomFrame(argb, 64, 2, 6);
+        Codes given = codesOf(frame);
+        Surface picture = upload(argb, frame, iGPUImage::eARGB8);
+        Surface pairs = picture.createDestYUY2GPUSurface(iGPUImage::eARGB8);
+        pairs.setColourSpace(info.colourSpace);
+        pairs.setGamutScaling(Image::GamutScaling::Video);
+        ASSERT_TRUE(Image::ColourConversion::convertRGBToYCrCb422(picture, pairs, Image::Filter::Point));
+        Codes had = codesIn(named("yuy2"), pairs.copyToHost());
+        for (const auto& [place, luma] : had) {
+            const auto& [component, x, y] = place;
+            if (component != "Y") {
+                continue;
+            }
+            const std::array<double, 3> colour{given.at({"R", x, y}) / 255.0, given.at({"G", x, y}) / 255.0,
+                                               given.at({"B", x, y}) / 255.0};
+            const std::array<double, 4> exact = exactPair(coefficientsOf(info.tags.front()), colour);
+            expectRounded(exact[0], luma, 255);
+            if (x % 2 == 0) {
+                expectRounded(exact[1], had.at({"Cb", x, y}), 255);
+                expectRounded(exact[3], had.at({"Cr", x, y}), 255);
+            }
         }
     }
 }

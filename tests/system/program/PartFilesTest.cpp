@@ -1,6 +1,6 @@
-#include "tools/qxhost/media/PartFiles.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 #include "tests/TemporaryDirectory.h"
-#include "tools/qxhost/media/OutputFile.h"
+#include "tools/qxhost/media/files/OutputFile.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>

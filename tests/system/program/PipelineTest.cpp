@@ -2,7 +2,7 @@
 #include "tests/TemporaryDirectory.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/FramePipeline.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <gtest/gtest.h>
 

@@ -3,9 +3,9 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/media/ClipReader.h"
-#include "tools/qxhost/media/FrameWriter.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/output/FrameDelivery.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 

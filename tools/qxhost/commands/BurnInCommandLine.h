@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/qxhost/pipeline/burnin/BurnInOptions.h"
+#include "tools/qxhost/pipeline/options/BurnInOptions.h"
 
 #include <CLI/CLI.hpp>
 

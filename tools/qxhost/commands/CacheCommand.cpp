@@ -3,7 +3,7 @@
 #include "tools/qxhost/commands/Commands.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <algorithm>
 #include <fmt/format.h>

@@ -6,7 +6,8 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/diagnose/DiagnoseCommandLine.h"
-#include "tools/qxhost/media/ClipReader.h"
+#include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/read/ClipReader.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -108,7 +109,7 @@ template <class T>
 using Names = std::vector<std::pair<std::string, T>>;
 
 const Names<Media::Range> ranges{{"video", Media::Range::video}, {"full", Media::Range::full}};
-const Names<Media::Matrix> matrices{{"bt601", Media::Matrix::bt601}, {"bt709", Media::Matrix::bt709}};
+const Names<Media::Matrix> matrices = Media::matrixWords();
 const Names<Media::Depth> depths{{"8", Media::Depth::bits8}, {"16", Media::Depth::bits16}};
 const Names<Image::Filter> filters{{"point", Image::Filter::Point},
                                    {"catmullrom", Image::Filter::CatmullRom},

@@ -2,7 +2,7 @@
 
 #include "tools/qxhost/commands/LutOptions.h"
 #include "tools/qxhost/diagnose/DiagnoseOptions.h"
-#include "tools/qxhost/pipeline/ConvertOptions.h"
+#include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <filesystem>
 #include <string>

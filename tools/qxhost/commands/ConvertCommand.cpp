@@ -4,14 +4,13 @@
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/console/ProgressDisplay.h"
-#include "tools/qxhost/media/FrameWriter.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/FramePipeline.h"
-#include "tools/qxhost/pipeline/HostSession.h"
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"
 #include "tools/qxhost/pipeline/burnin/TimeCode.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectChain.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
-#include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
@@ -183,7 +182,7 @@ void prepareConversion()
     }
 }
 
-void noteDecisions(const Conversion& conversion, Console& console)
+void noteDecisions(const Conversion& conversion, const EffectChain& effects, Console& console)
 {
     const ConvertOptions& options = conversion.options;
     for (const std::string& note : conversion.colour.notes) {
@@ -208,11 +207,8 @@ void noteDecisions(const Conversion& conversion, Console& console)
         console.note(options.input.string() + " (" + conversion.info().pixelFormat +
                      ") holds colour for every pixel; it passes through 4:2:2, which keeps half of that");
     }
-    for (const EffectRequest& effect : options.effects) {
-        const std::string remark = effect.lut.empty() ? std::string() : inexactness(effect.lut);
-        if (!remark.empty()) {
-            console.note(remark);
-        }
+    for (const std::string& remark : effects.remarks()) {
+        console.note(remark);
     }
     if (deviceIsSoftware()) {
         console.note("converting on " + deviceName() +
@@ -372,7 +368,7 @@ ExitCode runConvert(const ConvertOptions& options, Console& console)
     const HostSession host(options.device, &console);
     prepareConversion();
     EffectChain effects(options.effects);
-    noteDecisions(conversion, console);
+    noteDecisions(conversion, effects, console);
     std::unique_ptr<BurnIn> burnIn = prepareBurnIn(conversion, console);
     if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), console)) {
         throw Failure(ExitCode::interrupted,

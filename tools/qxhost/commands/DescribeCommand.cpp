@@ -6,7 +6,7 @@
 #include "tools/qxhost/commands/Commands.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectData.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 

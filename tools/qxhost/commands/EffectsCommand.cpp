@@ -5,7 +5,7 @@
 #include "platform/Text.h"
 #include "tools/qxhost/commands/Commands.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectData.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 

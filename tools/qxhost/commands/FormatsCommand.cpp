@@ -1,8 +1,8 @@
 #include "tools/qxhost/commands/Commands.h"
 #include "tools/qxhost/commands/FormatPicture.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/media/StoredContainers.h"
-#include "tools/qxhost/pipeline/PixelFormat.h"
+#include "tools/qxhost/media/write/StoredContainers.h"
+#include "tools/qxhost/pipeline/formats/PixelFormat.h"
 
 #include <algorithm>
 #include <fmt/format.h>

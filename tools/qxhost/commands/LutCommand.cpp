@@ -6,8 +6,8 @@
 #include "tools/qxhost/commands/LutPicture.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/media/FrameWriter.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 

@@ -6,7 +6,7 @@
 #include "tools/qxhost/commands/DirectoryWatch.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 

@@ -2,7 +2,7 @@
 
 #include "tools/qxhost/console/ExitCode.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/media/PartFiles.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 
 #include <array>
 #include <atomic>

@@ -15,16 +15,26 @@ std::size_t characters(const std::string& text)
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
 }
 
+std::string joined(const std::vector<std::string>& words, const char* beforeLast)
+{
+    std::string text;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        text += i == 0 ? "" : i + 1 == words.size() ? beforeLast : ", ";
+        text += words[i];
+    }
+    return text;
+}
+
 } // namespace
 
 std::string listed(const std::vector<std::string>& words)
 {
-    std::string text;
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        text += i == 0 ? "" : i + 1 == words.size() ? " and " : ", ";
-        text += words[i];
-    }
-    return text;
+    return joined(words, " and ");
+}
+
+std::string oneOf(const std::vector<std::string>& words)
+{
+    return joined(words, " or ");
 }
 
 std::string table(const std::vector<std::vector<std::string>>& rows)

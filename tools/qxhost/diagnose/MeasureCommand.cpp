@@ -5,7 +5,7 @@
 #include "tools/qxhost/commands/Commands.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/diagnose/StepEffects.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <algorithm>
 #include <charconv>

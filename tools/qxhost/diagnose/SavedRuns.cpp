@@ -3,7 +3,7 @@
 #include "host/settings/Directories.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/diagnose/ReportJson.h"
-#include "tools/qxhost/media/OutputFile.h"
+#include "tools/qxhost/media/files/OutputFile.h"
 
 #include <algorithm>
 #include <fmt/format.h>

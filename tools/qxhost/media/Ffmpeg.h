@@ -46,6 +46,24 @@ inline AVRational toAv(Rational value)
     return {value.num, value.den};
 }
 
+inline AVColorRange toAv(Range range)
+{
+    return range == Range::full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+}
+
+inline AVFieldOrder toAv(FieldOrder order)
+{
+    switch (order) {
+    case FieldOrder::progressive:
+        break;
+    case FieldOrder::topFirst:
+        return AV_FIELD_TT;
+    case FieldOrder::bottomFirst:
+        return AV_FIELD_BB;
+    }
+    return AV_FIELD_PROGRESSIVE;
+}
+
 inline Rational fromAv(AVRational value)
 {
     return value.den == 0 ? Rational{} : Rational{value.num, value.den};

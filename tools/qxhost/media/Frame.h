@@ -1,9 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/media/MediaTypes.h"
-#include "tools/qxhost/media/Result.h"
 
-#include <cstddef>
 #include <memory>
 
 struct AVFrame;
@@ -32,52 +30,6 @@ private:
     std::shared_ptr<const AVFrame> picture_;
     FrameTime time_;
     bool damaged_ = false;
-};
-
-/// Writes frames as packed 4:2:2: for every pair of pixels Y0 Cb Y1 Cr, chroma sited on the even pixel.
-///
-/// - A 4:2:2 source in any order of its samples is only repacked: 8-bit codes stay as they are (8 bits) and
-/// an
-///   n-bit code c becomes c x 2^(16-n) (16 bits).
-///   Full-range sources of 9 to 15 bits are rescaled instead, so that the largest code becomes 65535.
-/// - Everything else goes through zimg: chroma is resampled with the Catmull-Rom kernel (bicubic b=0, c=1/2)
-///   from where the stream says it is sited, each field by itself when the frame is interlaced and its chroma
-///   is subsampled vertically. Unstated siting is left (MPEG-2), or centre for JPEG's formats.
-/// - RGB, grey and palettes become YCbCr in the range and matrix asked for. Alpha is dropped.
-/// - Rounding is to nearest, without dither.
-///
-/// Holds scratch memory, so use one for each thread that packs.
-class FramePacker
-{
-public:
-    struct Target
-    {
-        Depth depth = Depth::bits8;
-        /// Range of the codes written, and of the source's codes unless the source is RGB.
-        Range range = Range::video;
-        /// Used for RGB sources only: YCbCr is never changed from one matrix to another.
-        Matrix matrix = Matrix::bt709;
-    };
-
-    explicit FramePacker(const Target& target);
-    ~FramePacker();
-    FramePacker(FramePacker&&) noexcept;
-    FramePacker& operator=(FramePacker&&) noexcept;
-
-    /// Bytes that a row of this width has: ceil(width / 2) pairs of 4 samples.
-    static std::size_t rowBytes(int width, Depth depth)
-    {
-        return static_cast<std::size_t>((width + 1) / 2) * 4 * (depth == Depth::bits8 ? 1 : 2);
-    }
-
-    /// Fills height rows at rows, rows + pitch, ...; pitch is in bytes, a multiple of the sample's size and
-    /// at least rowBytes. The odd pixel that an odd width lacks repeats the last one. Bytes of a row past
-    /// rowBytes are left alone. Memory is only written, in order, and never read back.
-    Status pack(const Frame& frame, void* rows, std::ptrdiff_t pitch);
-
-private:
-    struct Impl;
-    std::unique_ptr<Impl> impl_;
 };
 
 } // namespace Qx::Media

@@ -25,7 +25,7 @@ enum class Range
     full
 };
 
-/// The luma coefficients: Kr, Kb of BT.601 or of BT.709.
+/// The luma coefficients Kr and Kb of a recommendation. Matrices.h has what is known of each.
 enum class Matrix
 {
     bt601,
@@ -60,8 +60,8 @@ struct Colour
     bool matrixGuessed = false;
     /// The stream holds RGB, grey or a palette; range and matrix tell what the reader makes of it.
     bool fromRgb = false;
-    /// Empty, or why these colours are neither BT.601 nor BT.709 ("matrix BT.2020 ..."). Range and matrix
-    /// then hold the assumption, for a user who insists.
+    /// Empty, or why these colours cannot be converted ("its matrix is BT.2020"). Range and matrix then hold
+    /// the assumption, for a user who insists.
     std::string unsupported;
     /// Code points of ITU-T H.273 tables 2 to 4 as the stream has them; 2 is "unspecified".
     int primariesTag = 2;
@@ -69,10 +69,13 @@ struct Colour
     int matrixTag = 2;
 };
 
+/// The widest picture, in pixels, that is taken to be standard definition.
+inline constexpr int standardDefinitionWidth = 720;
+
 /// The matrix assumed for untagged video and used for RGB pictures of this width.
 constexpr Matrix matrixForWidth(int width)
 {
-    return width > 720 ? Matrix::bt709 : Matrix::bt601;
+    return width > standardDefinitionWidth ? Matrix::bt709 : Matrix::bt601;
 }
 
 /// How a player is asked to turn and flip the pictures: 3x3 fixed-point numbers as ISO/IEC 14496-12 8.2.2.3

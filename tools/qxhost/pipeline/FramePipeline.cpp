@@ -4,7 +4,8 @@
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <algorithm>
 #include <cmath>
@@ -179,14 +180,15 @@ Surface FramePipeline::toRGB(const Surface& pairs) const
     if (!picture.getGPUSurface()) {
         failOnDevice(width_, height_);
     }
-    // The conversion answers that a technique was there, not that it was drawn.
-    const std::uint64_t drawnBefore = drawsSoFar();
-    if (!Image::ColourConversion::convertYCrCb422ToRGB(pairs, picture, job_.outputRange, job_.filter)) {
+    const Drawing drawing = tryDrawing([&] {
+        return Image::ColourConversion::convertYCrCb422ToRGB(pairs, picture, job_.outputRange, job_.filter);
+    });
+    if (drawing == Drawing::refused) {
         throw Failure(ExitCode::effect,
                       "ColourConvert.fx: cannot be used for this conversion; is it installed "
                       "whole? 'qxhost effects list' shows where effects come from");
     }
-    if (drawsSoFar() == drawnBefore) {
+    if (drawing == Drawing::notRecorded) {
         failOnDevice(width_, height_);
     }
     return picture;

@@ -1,11 +1,12 @@
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"
 
+#include "host/core/AsciiCase.h"
 #include "host/fonts/Typeface.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <algorithm>
 #include <array>
@@ -62,9 +63,7 @@ NormalisedRGB grey(float value)
 /// For a name that looks like a file's: without a "/" it is a typeface's.
 std::string fileHint(const std::string& font)
 {
-    std::string extension = std::filesystem::path(font).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    const std::string extension = Host::asciiLower(std::filesystem::path(font).extension().string());
     constexpr std::array fontFiles{".ttf", ".otf", ".ttc", ".otc"};
     const bool looksLikeFile = std::find(fontFiles.begin(), fontFiles.end(), extension) != fontFiles.end();
     return looksLikeFile ? "; a font file is named with a \"/\" in it: ./" + font : std::string();

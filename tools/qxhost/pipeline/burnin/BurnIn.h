@@ -2,9 +2,9 @@
 
 #include "fonts/GPUFontCache.h"
 #include "platform/Surface.h"
-#include "tools/qxhost/media/ClipReader.h"
-#include "tools/qxhost/pipeline/burnin/BurnInOptions.h"
+#include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/pipeline/burnin/BurnInText.h"
+#include "tools/qxhost/pipeline/options/BurnInOptions.h"
 
 #include <filesystem>
 #include <optional>

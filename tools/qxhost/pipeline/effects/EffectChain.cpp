@@ -7,7 +7,8 @@
 #include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 
@@ -20,12 +21,11 @@ namespace {
 
 constexpr const char* tableTexture = "LUT";
 
-/// An effect that remembers whether its last drawing took place, which technique application does not tell.
-class WatchedEffect : public iShaderEffect
+/// An effect that binds a table to its texture LUT beside what is bound to it.
+class EffectWithTable : public iShaderEffect
 {
 public:
-    /// `table`: what is bound to the texture LUT beside the picture, if there is one.
-    WatchedEffect(Qx::Ptr<iShaderEffect> effect, Qx::Ptr<iGPUImage3D> table)
+    EffectWithTable(Qx::Ptr<iShaderEffect> effect, Qx::Ptr<iGPUImage3D> table)
         : effect_(std::move(effect)), table_(std::move(table))
     {
     }
@@ -39,19 +39,13 @@ public:
     bool render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources) override
     {
         Qx::Vector<Source> all = sources;
-        if (table_) {
-            all.emplace_back(tableTexture, table_);
-        }
-        drawn_ = effect_->render(std::move(target), all);
-        return drawn_;
+        all.emplace_back(tableTexture, table_);
+        return effect_->render(std::move(target), all);
     }
-
-    bool drawn() const { return drawn_; }
 
 private:
     Qx::Ptr<iShaderEffect> effect_;
     Qx::Ptr<iGPUImage3D> table_;
-    bool drawn_ = false;
 };
 
 LightweightString<char> chooseTechnique(const iShaderEffect& effect, const EffectRequest& request)
@@ -161,6 +155,20 @@ bool EffectChain::isInUse(const Qx::Ptr<iShaderEffect>& effect) const
     return std::any_of(links_.begin(), links_.end(), [&](const Link& link) { return link.effect == effect; });
 }
 
+void EffectChain::takeLut(Link& link, const std::string& lut) const
+{
+    link.file = lut;
+    const auto same = std::find_if(links_.begin(), links_.end(),
+                                   [&](const Link& other) { return other.table && other.file == lut; });
+    if (same != links_.end()) {
+        link.table = same->table;
+        return;
+    }
+    LutOnGpu made = obtainLut(lut);
+    link.table = std::move(made.table);
+    link.remark = std::move(made.remark);
+}
+
 EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
 {
     Link link;
@@ -172,8 +180,7 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
     }
     link.technique = chooseTechnique(*link.effect, request);
     if (!request.lut.empty()) {
-        link.table = obtainLut(request.lut);
-        link.file = request.lut;
+        takeLut(link, request.lut);
         setDomain(*link.effect, request.file, link.table->getDomain());
     }
     requireOnlyInput(*link.effect, request.file, link.technique.view(), static_cast<bool>(link.table));
@@ -186,6 +193,17 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
     return link;
 }
 
+std::vector<std::string> EffectChain::remarks() const
+{
+    std::vector<std::string> lines;
+    for (const Link& link : links_) {
+        if (!link.remark.empty()) {
+            lines.push_back(link.remark);
+        }
+    }
+    return lines;
+}
+
 Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFormat format)
 {
     Image::Surface current = picture;
@@ -194,10 +212,15 @@ Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFor
         if (!next.getGPUSurface()) {
             failOnDevice(static_cast<int>(current.getWidth()), static_cast<int>(current.getHeight()));
         }
-        const Qx::Ptr<WatchedEffect> watched = Qx::makePtr<WatchedEffect>(link.effect, link.table);
-        const bool applied = Image::applyTechnique(watched, current, next, link.technique,
-                                                   static_cast<float>(current.getWidth()));
-        if (!applied || !watched->drawn()) {
+        Qx::Ptr<iShaderEffect> effect = link.effect;
+        if (link.table) {
+            effect = Qx::makePtr<EffectWithTable>(link.effect, link.table);
+        }
+        const Drawing drawing = tryDrawing([&] {
+            return Image::applyTechnique(effect, current, next, link.technique,
+                                         static_cast<float>(current.getWidth()));
+        });
+        if (drawing != Drawing::recorded) {
             refuseDrawing(link.file, link.technique, current);
         }
         current = next;

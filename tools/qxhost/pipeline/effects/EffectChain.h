@@ -5,7 +5,7 @@
 #include "platform/GPUImage.h"
 #include "platform/ShaderEffect.h"
 #include "platform/Surface.h"
-#include "tools/qxhost/pipeline/ConvertOptions.h"
+#include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <string>
 #include <vector>
@@ -22,6 +22,9 @@ public:
 
     std::size_t size() const { return links_.size(); }
 
+    /// What is worth knowing about the LUTs, a line each.
+    std::vector<std::string> remarks() const;
+
     /// The picture after all effects, in a GPU image of the same size and format; the picture itself when
     /// there are none. Throws Failure (device, effect) when one of them was not drawn. One thread.
     Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format);
@@ -33,9 +36,11 @@ private:
         Qx::Ptr<iShaderEffect> effect;
         LightweightString<char> technique;
         Qx::Ptr<iGPUImage3D> table; ///< of a LUT
+        std::string remark;         ///< on the LUT
     };
 
     Link makeLink(const EffectRequest& request) const;
+    void takeLut(Link& link, const std::string& lut) const;
     bool isInUse(const Qx::Ptr<iShaderEffect>& effect) const;
 
     std::vector<Link> links_;

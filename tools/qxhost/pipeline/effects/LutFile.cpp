@@ -1,8 +1,10 @@
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 
-#include "host/Host.h"
+#include "host/core/AsciiCase.h"
 #include "lut/LUTManager.h"
 #include "platform/FileManager.h"
+#include "platform/GPUService.h"
+#include "platform/OS.h"
 #include "platform/Settings.h"
 #include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
@@ -25,12 +27,16 @@ LightweightString<wchar_t> asText(const std::filesystem::path& path)
     return fromUTF8(LightweightString<char>(std::string_view(path.native())));
 }
 
-std::string lowerCase(std::string text)
+/// A remark for a LUT whose table was made from something else and is off by more than half a code of 8 bits;
+/// else empty.
+std::string inexactness(const std::filesystem::path& file, const Host::LUTReading& reading)
 {
-    for (char& c : text) {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
-    return text;
+    return reading.facts.error * 255.0 <= 0.5
+               ? std::string()
+               : fmt::format("{} holds {}; the table of {} points made from it is off by at most {}, where "
+                             "it is steepest",
+                             file.string(), reading.facts.contents, reading.table->getSize(),
+                             errorInCodes(reading.facts.error));
 }
 
 } // namespace
@@ -49,17 +55,18 @@ std::filesystem::path lutPath(const std::string& nameOrPath)
     return nameOrPath;
 }
 
-Qx::Ptr<iGPUImage3D> obtainLut(const std::string& nameOrPath)
+LutOnGpu obtainLut(const std::string& nameOrPath)
 {
     const std::filesystem::path file = lutPath(nameOrPath);
-    Host::registerReclaimable(&LUTManager::instance());
-    Qx::Ptr<iGPUImage3D> table = LUTManager::instance().load(asText(file));
-    if (!table) {
-        const std::string reason = Host::readLUT(file).failure;
-        throw Failure(ExitCode::effect, reason.empty() ? file.string() + ": the GPU has no room for this LUT"
-                                                       : "--lut " + reason);
+    const Host::LUTReading reading = Host::readLUT(file);
+    if (!reading.table) {
+        throw Failure(ExitCode::effect, "--lut " + reading.failure);
     }
-    return table;
+    LutOnGpu lut{OS().gpu().upload3DImage(reading.table), inexactness(file, reading)};
+    if (!lut.table) {
+        throw Failure(ExitCode::effect, file.string() + ": the GPU has no room for this LUT");
+    }
+    return lut;
 }
 
 Host::LUTReading readLut(const std::string& nameOrPath)
@@ -74,17 +81,6 @@ Host::LUTReading readLut(const std::string& nameOrPath)
 std::string errorInCodes(double error)
 {
     return fmt::format("{:.2g} codes of 8 bits", error * 255.0);
-}
-
-std::string inexactness(const std::string& nameOrPath)
-{
-    const Host::LUTReading reading = readLut(nameOrPath);
-    return reading.facts.error * 255.0 <= 0.5
-               ? std::string()
-               : fmt::format("{} holds {}; the table of {} points made from it is off by at most {}, where "
-                             "it is steepest",
-                             lutPath(nameOrPath).string(), reading.facts.contents, reading.table->getSize(),
-                             errorInCodes(reading.facts.error));
 }
 
 std::vector<std::filesystem::path> listedLuts()
@@ -112,8 +108,9 @@ std::string whyNotListed(const std::filesystem::path& file)
     if (isKnown(ending)) {
         return {};
     }
-    if (isKnown(lowerCase(ending))) {
-        return "the catalogue takes endings in small letters alone; rename it to ." + lowerCase(ending);
+    if (isKnown(Host::asciiLower(ending))) {
+        return "the catalogue takes endings in small letters alone; rename it to ." +
+               Host::asciiLower(ending);
     }
     return ending.empty() ? "its name has no ending that tells the kind of LUT"
                           : "no kind of LUT file is called ." + ending;

@@ -16,18 +16,20 @@ namespace Qx::Program {
 /// catalogue, else the name itself.
 std::filesystem::path lutPath(const std::string& nameOrPath);
 
-/// The table on the GPU. Throws Failure (effect), with the reason.
-Qx::Ptr<iGPUImage3D> obtainLut(const std::string& nameOrPath);
+struct LutOnGpu
+{
+    Qx::Ptr<iGPUImage3D> table; ///< never empty
+    std::string remark;         ///< how far the table is from its file, where that can be seen; else empty
+};
+
+/// Reads the LUT and uploads its table. Throws Failure (effect), with the reason.
+LutOnGpu obtainLut(const std::string& nameOrPath);
 
 /// The LUT's table and facts, without a GPU. Throws Failure (input), with the reason.
 Host::LUTReading readLut(const std::string& nameOrPath);
 
 /// An error of a table as codes of 8 bits, for people.
 std::string errorInCodes(double error);
-
-/// A remark for a LUT whose table had to be made and is off by more than half a code of 8 bits; else empty.
-/// Throws what readLut throws.
-std::string inexactness(const std::string& nameOrPath);
 
 /// The catalogue: the files of the user's LUT directory and of the machine's.
 std::vector<std::filesystem::path> listedLuts();

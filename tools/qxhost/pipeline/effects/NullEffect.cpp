@@ -2,7 +2,8 @@
 
 #include "image/TechniqueApplication.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <string>
 
@@ -15,16 +16,29 @@ void applyNullEffect(const char* technique, const Image::Surface& from, Image::S
     if (!from.getGPUSurface() || !to.getGPUSurface()) {
         failOnDevice(width, height);
     }
-    const std::uint64_t drawnBefore = drawsSoFar();
-    if (!Image::applyTechnique(Image::getShader(L"null.fx"), from, to, technique,
-                               static_cast<float>(width))) {
+    const Drawing drawing = tryDrawing([&] {
+        return Image::applyTechnique(Image::getShader(L"null.fx"), from, to, technique,
+                                     static_cast<float>(width));
+    });
+    if (drawing == Drawing::refused) {
         throw Failure(ExitCode::effect, std::string("null.fx: its technique ") + technique +
                                             " cannot be used; is it installed whole? 'qxhost effects list' "
                                             "shows where effects come from");
     }
-    if (drawsSoFar() == drawnBefore) {
+    if (drawing == Drawing::notRecorded) {
         failOnDevice(width, height);
     }
+}
+
+Image::Surface atDepth(const Image::Surface& picture, iGPUImage::eFormat format)
+{
+    const Qx::Ptr<iGPUImage> image = picture.getGPUSurface();
+    if (!image || image->getFormat() == format) {
+        return picture;
+    }
+    Image::Surface result = picture.createDestARGBGPUSurface(format);
+    applyNullEffect("Null", picture, result);
+    return result;
 }
 
 } // namespace Qx::Program

@@ -4,7 +4,8 @@
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <algorithm>
 #include <array>
@@ -38,11 +39,13 @@ Surface fieldOf(const Surface& picture, bool upper)
     const Qx::Ptr<iGPUImage> frame = picture.getGPUSurface();
     const XY<int> size = frame->getSize();
     const Qx::Ptr<iGPUImage> field = OS().gpu().createGPUImage({size.x, size.y / 2}, frame->getFormat());
-    const std::uint64_t drawnBefore = drawsSoFar();
-    // Drawn at an even line, the raster of the lower field takes the source from its first line on, and that
-    // of the upper one from its second.
-    Image::interlaceCopy(frame, field, {0, 0}, upper ? Raster::LowerField : Raster::UpperField, false);
-    if (!field || drawsSoFar() == drawnBefore) {
+    const Drawing drawing = tryDrawing([&] {
+        // Drawn at an even line, the raster of the lower field takes the source from its first line on, and
+        // that of the upper one from its second.
+        Image::interlaceCopy(frame, field, {0, 0}, upper ? Raster::LowerField : Raster::UpperField, false);
+        return true;
+    });
+    if (drawing != Drawing::recorded) {
         failOn(picture);
     }
     return wrap(field, picture);

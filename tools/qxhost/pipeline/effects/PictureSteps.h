@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/Surface.h"
-#include "tools/qxhost/media/ClipReader.h"
-#include "tools/qxhost/pipeline/ConvertOptions.h"
+#include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <functional>
 

@@ -1,27 +1,33 @@
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Wording.h"
+#include "tools/qxhost/media/Matrices.h"
 
 namespace Qx::Program {
 
 namespace {
 
-// Rec. ITU-T H.273, table 4.
-constexpr int matrixTagBT709 = 1;
-constexpr int matrixTagBT470BG = 5; // the matrix of BT.601, 625 lines
-constexpr int matrixTagBT601 = 6;
-
-bool tagAgrees(int tag, Media::Matrix matrix)
+[[noreturn]] void refuseColours(const ConvertOptions& options, const std::string& cause)
 {
-    return matrix == Media::Matrix::bt709 ? tag == matrixTagBT709
-                                          : tag == matrixTagBT601 || tag == matrixTagBT470BG;
+    std::vector<std::string> names;
+    std::vector<std::string> words;
+    for (const Media::MatrixInfo& info : Media::matrices()) {
+        names.emplace_back(info.name);
+        words.emplace_back(info.word);
+    }
+    throw Failure(ExitCode::input, options.input.string() + ": unsupported colours (" + cause +
+                                       "): expected " + oneOf(names) +
+                                       "; to convert it all the same, add --matrix " + oneOf(words));
 }
 
 std::string guessNote(const ConvertOptions& options, const Media::StreamInfo& info,
                       const ColourChoice& choice)
 {
+    const bool isWide = info.width > Media::standardDefinitionWidth;
     const std::string matrix = std::string(nameOf(choice.matrix)) + " (the picture is " +
-                               (info.width > 720 ? "" : "not ") + "wider than 720 pixels)";
+                               (isWide ? "" : "not ") + "wider than " +
+                               std::to_string(Media::standardDefinitionWidth) + " pixels)";
     const std::string range = std::string(nameOf(choice.range)) + " range";
     const std::string file = options.input.string();
     if (!choice.rangeGuessed) {
@@ -38,22 +44,25 @@ std::string guessNote(const ConvertOptions& options, const Media::StreamInfo& in
 
 const char* nameOf(Media::Range range)
 {
-    return range == Media::Range::video ? "video" : "full";
+    switch (range) {
+    case Media::Range::video:
+        break;
+    case Media::Range::full:
+        return "full";
+    }
+    return "video";
 }
 
 const char* nameOf(Media::Matrix matrix)
 {
-    return matrix == Media::Matrix::bt601 ? "BT.601" : "BT.709";
+    return Media::infoOf(matrix).name;
 }
 
 ColourChoice chooseColour(const ConvertOptions& options, const Media::StreamInfo& info)
 {
     const Media::Colour& tagged = info.colour;
     if (!tagged.unsupported.empty() && !options.matrix) {
-        throw Failure(ExitCode::input, options.input.string() +
-                                           ": its colours are neither BT.601 nor BT.709 (" +
-                                           tagged.unsupported +
-                                           "); to convert it as if they were, add --matrix bt709 or bt601");
+        refuseColours(options, tagged.unsupported);
     }
     ColourChoice choice;
     choice.range = options.range.value_or(tagged.range);
@@ -63,15 +72,15 @@ ColourChoice chooseColour(const ConvertOptions& options, const Media::StreamInfo
     choice.forWriting = tagged;
     choice.forWriting.range = choice.range;
     choice.forWriting.matrix = choice.matrix;
-    if (!tagged.fromRgb && !tagAgrees(tagged.matrixTag, choice.matrix)) {
-        choice.forWriting.matrixTag = choice.matrix == Media::Matrix::bt709 ? matrixTagBT709 : matrixTagBT601;
+    if (!tagged.fromRgb) {
+        choice.forWriting.matrixTag = Media::writtenTag(choice.matrix, tagged.matrixTag);
     }
     if (choice.rangeGuessed || choice.matrixGuessed) {
         choice.notes.push_back(guessNote(options, info, choice));
     }
     if (!tagged.unsupported.empty()) {
         choice.notes.push_back(options.input.string() + ": " + tagged.unsupported + "; converting it as " +
-                               nameOf(choice.matrix) + " all the same, so its colours will be off");
+                               nameOf(choice.matrix) + " all the same; its colours will be wrong");
     }
     return choice;
 }

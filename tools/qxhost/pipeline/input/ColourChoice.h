@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/qxhost/media/ClipReader.h"
-#include "tools/qxhost/pipeline/ConvertOptions.h"
+#include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <string>
 #include <vector>

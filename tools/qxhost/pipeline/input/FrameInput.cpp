@@ -1,8 +1,8 @@
 #include "tools/qxhost/pipeline/input/FrameInput.h"
 
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/media/RawReader.h"
-#include "tools/qxhost/media/RgbPacker.h"
+#include "tools/qxhost/media/read/RawReader.h"
+#include "tools/qxhost/media/rows/RgbPacker.h"
 
 #include <cstring>
 #include <fmt/format.h>

@@ -1,9 +1,10 @@
 #pragma once
 
 #include "platform/ImageDescription.h"
-#include "tools/qxhost/media/ClipReader.h"
 #include "tools/qxhost/media/Frame.h"
-#include "tools/qxhost/pipeline/ConvertOptions.h"
+#include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/media/rows/FramePacker.h"
+#include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <cstdint>
 #include <memory>

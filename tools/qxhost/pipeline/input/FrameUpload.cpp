@@ -5,15 +5,16 @@
 #include "image/SurfaceUtilities.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
-#include "tools/qxhost/pipeline/HostSession.h"
+#include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/pipeline/device/Drawing.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
+#include "tools/qxhost/pipeline/formats/FormatWay.h"
 
 namespace Qx::Program {
 
 namespace {
 
-using Image::ColourSpace;
-using Image::Format;
 using Image::GamutScaling;
 using Image::Polarity;
 using Image::Surface;
@@ -29,23 +30,6 @@ Polarity polarityOf(Media::FieldOrder order)
         break;
     }
     return Polarity::Progressive;
-}
-
-/// YUY2 under whatever name, which can be uploaded as it is.
-bool isPairs(Format format, unsigned bits)
-{
-    switch (format) {
-    case Image::YUY2:
-    case Image::YUYV:
-    case Image::Y216:
-    case Image::V216:
-        return true;
-    case Image::M101:
-    case Image::M102:
-        return bits == 8;
-    default:
-        return false;
-    }
 }
 
 /// Describes a GPU image of pixel pairs as what it is.
@@ -109,7 +93,7 @@ Surface FrameUpload::describe(const Qx::Ptr<iHostImage>& image, const Media::Fra
         surface.setGamutScaling(GamutScaling::Unscaled);
         return surface;
     }
-    surface.setColourSpace(source_.matrix == Media::Matrix::bt601 ? ColourSpace::BT601 : ColourSpace::BT709);
+    surface.setColourSpace(Media::infoOf(source_.matrix).colourSpace);
     surface.setGamutScaling(source_.range == Media::Range::video ? GamutScaling::Video
                                                                  : GamutScaling::Unscaled);
     surface.setTransparency(Image::TransparencyType::Opaque);
@@ -119,9 +103,10 @@ Surface FrameUpload::describe(const Qx::Ptr<iHostImage>& image, const Media::Fra
 Surface FrameUpload::toPairs(Surface host) const
 {
     const std::uint32_t width = layout_.width;
-    if (layout_.format == Image::V210) {
+    const FormatWay::In way = wayOf(layout_.format, layout_.bitsPerComponent).in;
+    if (way == FormatWay::In::unpacked) {
         Image::prepareForGPU(host, iGPUImage::eARGB16);
-        if (host.getDataFormat() == Image::V210) {
+        if (host.getDataFormat() == layout_.format) {
             fail();
         }
     }
@@ -129,7 +114,7 @@ Surface FrameUpload::toPairs(Surface host) const
     if (!pairs.getGPUSurface()) {
         fail();
     }
-    if (!isPairs(host.getDataFormat(), host.getBitsPerComponent())) {
+    if (way == FormatWay::In::reordered) {
         // Half a pair counts as one here and as none there, so the odd pixel is left out of the count of
         // pixels.
         pairs.setWidth(width + width % 2);
@@ -145,24 +130,15 @@ Surface FrameUpload::toPicture(const Surface& host, iGPUImage::eFormat working) 
     if (!uploaded.getGPUSurface()) {
         fail();
     }
-    const std::uint64_t drawnBefore = drawsSoFar();
-    Surface picture = Image::ColourConversion::convertToRGBA(uploaded, working);
-    const bool converted = picture.getGPUSurface() != uploaded.getGPUSurface();
-    if (converted && drawsSoFar() == drawnBefore) {
+    Surface picture;
+    const Drawing drawing = tryDrawing([&] {
+        picture = Image::ColourConversion::convertToRGBA(uploaded, working);
+        return picture.getGPUSurface() != uploaded.getGPUSurface(); // else it is in this order already
+    });
+    if (drawing == Drawing::notRecorded) {
         fail();
     }
     return atDepth(picture, working);
-}
-
-Surface atDepth(const Surface& picture, iGPUImage::eFormat format)
-{
-    const Qx::Ptr<iGPUImage> image = picture.getGPUSurface();
-    if (!image || image->getFormat() == format) {
-        return picture;
-    }
-    Surface result = picture.createDestARGBGPUSurface(format);
-    applyNullEffect("Null", picture, result);
-    return result;
 }
 
 } // namespace Qx::Program

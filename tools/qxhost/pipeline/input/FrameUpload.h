@@ -4,7 +4,7 @@
 #include "platform/GPUImage.h"
 #include "platform/ImageDescription.h"
 #include "platform/Surface.h"
-#include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/media/rows/FramePacker.h"
 
 namespace Qx::Program {
 
@@ -35,8 +35,5 @@ private:
     Image::Core::Data layout_;
     Media::FramePacker::Target source_;
 };
-
-/// The picture in another depth, its codes' shares of the largest kept; the picture itself in its own.
-Image::Surface atDepth(const Image::Surface& picture, iGPUImage::eFormat format);
 
 } // namespace Qx::Program

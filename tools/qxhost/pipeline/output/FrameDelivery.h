@@ -1,7 +1,8 @@
 #pragma once
 
 #include "platform/Surface.h"
-#include "tools/qxhost/pipeline/PixelFormat.h"
+#include "tools/qxhost/pipeline/formats/FormatWay.h"
+#include "tools/qxhost/pipeline/formats/PixelFormat.h"
 
 namespace Qx::Program {
 
@@ -10,7 +11,7 @@ namespace Qx::Program {
 class FrameDelivery
 {
 public:
-    explicit FrameDelivery(const PixelFormat& format) : format_(format) {}
+    explicit FrameDelivery(const PixelFormat& format);
 
     const PixelFormat& format() const { return format_; }
 
@@ -30,6 +31,7 @@ private:
     Image::Surface toHost(Image::Surface frame, const Image::Surface& of) const;
 
     PixelFormat format_;
+    FormatWay way_;
 };
 
 } // namespace Qx::Program

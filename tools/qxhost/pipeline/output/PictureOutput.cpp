@@ -1,8 +1,8 @@
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/media/FrameWriter.h"
-#include "tools/qxhost/media/NumberedNames.h"
+#include "tools/qxhost/media/files/NumberedNames.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
 
 namespace Qx::Program {
 

@@ -1,0 +1,652 @@
+#include "tools/qxhost/media/read/ClipReader.h"
+
+#include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/files/Names.h"
+#include "tools/qxhost/media/files/NumberedNames.h"
+#include "tools/qxhost/media/read/ClipTimeCode.h"
+#include "tools/qxhost/media/read/StreamColour.h"
+#include "tools/qxhost/media/rows/ComponentRows.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <system_error>
+
+namespace Qx::Media {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Of problems described in words; the rest are only counted.
+constexpr std::size_t problemsKept = 20;
+// A stream that gives nothing but damage is given up after so many damaged packets in a row.
+constexpr int damageInARowAllowed = 500;
+
+struct CloseInput
+{
+    void operator()(AVFormatContext* input) const
+    {
+        AVIOContext* own = input->flags & AVFMT_FLAG_CUSTOM_IO ? input->pb : nullptr;
+        avformat_close_input(&input);
+        avio_closep(&own);
+    }
+};
+using InputPtr = std::unique_ptr<AVFormatContext, CloseInput>;
+
+std::string secondsText(double time)
+{
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.3f s", time);
+    return text.data();
+}
+
+std::string seconds(std::int64_t pts, AVRational timeBase)
+{
+    return secondsText(static_cast<double>(pts) * av_q2d(timeBase));
+}
+
+/// Empty, or why the name cannot be a clip. `exists` tells a file from what may be a number pattern.
+std::string whyNotAFile(const fs::path& file, bool& exists)
+{
+    std::error_code error;
+    const fs::file_status status = fs::status(file, error);
+    exists = fs::exists(status);
+    if (fs::is_directory(status)) {
+        return "it is a directory";
+    }
+    if (!exists) {
+        if (error && error != std::errc::no_such_file_or_directory) {
+            return error.message();
+        }
+        return av_filename_number_test(file.c_str()) ? std::string() : "there is no such file";
+    }
+    if (fs::is_regular_file(status) && fs::file_size(file, error) == 0 && !error) {
+        return "the file is empty";
+    }
+    return {};
+}
+
+/// The part of a numbered sequence that is read: up to its first gap.
+struct Sequence
+{
+    long first = 0;
+    long last = 0;
+    bool hasGap = false; // more pictures follow
+};
+
+/// Empty for what is no sequence with a number in its last part, or has no picture.
+std::optional<Sequence> sequenceOf(const fs::path& file)
+{
+    const NumberedNames names(file);
+    std::error_code error;
+    if (fs::exists(file, error) || !names.isPattern()) {
+        return {};
+    }
+    const std::vector<long> numbers = names.existing();
+    if (numbers.empty()) {
+        return {};
+    }
+    std::size_t count = 1;
+    while (count < numbers.size() && numbers[count] == numbers[count - 1] + 1) {
+        ++count;
+    }
+    return Sequence{numbers.front(), numbers[count - 1], count < numbers.size()};
+}
+
+/// The files behind a name that may be a number pattern.
+FileSet filesOf(const fs::path& file)
+{
+    FileSet files;
+    if (std::error_code error; fs::exists(file, error)) {
+        files.add(file);
+        return files;
+    }
+    if (const NumberedNames names(file); names.isPattern()) {
+        for (const long number : names.existing()) {
+            files.add(names.name(number));
+        }
+        return files;
+    }
+    // A number in a directory's name: FFmpeg looks for the first picture up to 4 and ends at a gap.
+    constexpr int lastStart = 4;
+    for (int number = 0;; ++number) {
+        std::array<char, 4096> name{};
+        std::error_code error;
+        const bool found =
+            av_get_frame_filename(name.data(), static_cast<int>(name.size()), file.c_str(), number) == 0 &&
+            fs::exists(name.data(), error);
+        if (found) {
+            files.add(name.data());
+        } else if (number >= lastStart) {
+            return files;
+        }
+    }
+}
+
+Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& sequence)
+{
+    bool exists = false;
+    if (const std::string why = whyNotAFile(file, exists); !why.empty()) {
+        return Error{"cannot read " + quoted(file) + ": " + why};
+    }
+    AVFormatContext* raw = avformat_alloc_context();
+    if (!raw) {
+        return Error{"out of memory"};
+    }
+    const std::string url = "file:" + file.string();
+    if (exists) {
+        // Opened here, so that a '%' or '*' in the name of a real file is no pattern.
+        if (const int error = avio_open2(&raw->pb, url.c_str(), AVIO_FLAG_READ, nullptr, nullptr);
+            error < 0) {
+            avformat_free_context(raw);
+            return Error{"cannot read " + quoted(file) + ": " + errorText(error)};
+        }
+        raw->flags |= AVFMT_FLAG_CUSTOM_IO;
+    }
+    AVIOContext* own = raw->pb;
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    if (sequence) {
+        av_dict_set_int(&options, "start_number", sequence->first, 0);
+    }
+    takeFfmpegMessage();
+    const int error = avformat_open_input(&raw, url.c_str(), nullptr, &options);
+    av_dict_free(&options);
+    if (error < 0) {
+        avio_closep(&own);
+        const std::string why = error == AVERROR_INVALIDDATA
+                                    ? "it is no clip or picture that can be read, or its beginning is damaged"
+                                    : errorText(error);
+        return Error{"cannot read " + quoted(file) + ": " + why + ffmpegHint()};
+    }
+    return InputPtr(raw);
+}
+
+/// Empty where pictures are shown as they are stored.
+std::optional<Orientation> orientationOf(const AVStream& stream)
+{
+    std::size_t size = 0;
+    const std::uint8_t* data = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+    Orientation found;
+    if (!data || size < sizeof found.matrix) {
+        return {};
+    }
+    std::memcpy(found.matrix.data(), data, sizeof found.matrix);
+    constexpr std::int32_t one = 1 << 16;
+    constexpr std::int32_t oneOfLast = 1 << 30; // the third column has another point
+    if (found.matrix == std::array<std::int32_t, 9>{one, 0, 0, 0, one, 0, 0, 0, oneOfLast}) {
+        return {};
+    }
+    const double counterClockwise = av_display_rotation_get(found.matrix.data());
+    if (!std::isnan(counterClockwise)) {
+        found.degrees = (static_cast<int>(std::lround(-counterClockwise)) % 360 + 360) % 360;
+    }
+    return found;
+}
+
+/// A palette may always hold alpha; whether it does shows in its use.
+bool usesAlpha(const AVFrame& frame, const ComponentRows& components)
+{
+    if (!components.hasAlpha() || frame.format != AV_PIX_FMT_PAL8) {
+        return components.hasAlpha();
+    }
+    constexpr std::uint8_t opaque = 255;
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(frame.width));
+    for (int y = 0; y < frame.height; ++y) {
+        components.read(frame, 3, y, 0, frame.width, row.data());
+        if (std::any_of(row.begin(), row.end(), [](std::uint8_t alpha) { return alpha != opaque; })) {
+            return true;
+        }
+    }
+    return false;
+}
+
+FieldOrder fieldOrderOf(const AVFrame& frame)
+{
+    if (!frame.interlaced_frame) {
+        return FieldOrder::progressive;
+    }
+    return frame.top_field_first ? FieldOrder::topFirst : FieldOrder::bottomFirst;
+}
+
+bool endsWith(const std::string& text, const std::string& end)
+{
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+} // namespace
+
+struct ClipReader::Impl
+{
+    explicit Impl(fs::path path) : file(std::move(path)) {}
+
+    Status findStreams(const Options& options);
+    Status openDecoder(int threads);
+    Status describe(const AVFrame& first);
+    void queueAudio(const AVPacket& packet);
+    void problem(const std::string& text);
+    void noteReached(const AVPacket& from);
+    void noteEndOfInput(int error);
+    void checkLength();
+    std::string where(std::int64_t pts) const;
+
+    /// Decodes on; null at the end, and after a failure that `failure` describes.
+    FramePtr decode();
+    bool feed();
+    FrameTime timeOf(const AVFrame& frame);
+    void noteDecodeError(int error, std::int64_t pts);
+
+    const fs::path file;
+    std::shared_ptr<const FileSet> files;
+    std::optional<Sequence> sequence;
+    SourceMessages messages;      // of the decoder; outlives it
+    SourceMessages inputMessages; // outlives the input
+    InputPtr input;
+    AVStream* stream = nullptr;
+    CodecPtr decoder;
+    PacketPtr packet{av_packet_alloc()};
+    StreamInfo info;
+    FramePtr pending; // the first frame, decoded by open()
+    std::shared_ptr<AudioQueue> audio;
+    std::vector<int> trackOfStream; // -1 for what is not copied
+
+    bool inputEnded = false;
+    bool ended = false;
+    double reached = 0;   // seconds: the latest end of a packet of any stream
+    bool stopped = false; // reading, before the end; a problem says why
+    int damageInARow = 0;
+    std::int64_t lastFedPts = AV_NOPTS_VALUE;
+    std::optional<std::int64_t> lastPts;
+    std::int64_t lastDuration = 0;
+    std::int64_t framesGiven = 0;
+    std::int64_t problemCount = 0;
+    std::vector<std::string> problems;
+    std::string failure;
+};
+
+ClipReader::ClipReader(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+ClipReader::~ClipReader() = default;
+
+Result<std::unique_ptr<ClipReader>> ClipReader::open(const fs::path& file, const Options& options)
+{
+    captureFfmpegLog();
+    auto impl = std::make_unique<Impl>(file);
+    impl->files = std::make_shared<const FileSet>(filesOf(file));
+    impl->sequence = sequenceOf(file);
+    auto input = openInput(file, impl->sequence);
+    if (!input) {
+        return input.error();
+    }
+    impl->input = std::move(input.value());
+    impl->input->opaque = &impl->inputMessages;
+    if (const Status status = impl->findStreams(options); !status) {
+        return Error{status.text()};
+    }
+    if (const Status status = impl->openDecoder(options.threads); !status) {
+        return Error{status.text()};
+    }
+    impl->pending = impl->decode();
+    if (!impl->pending) {
+        if (!impl->failure.empty()) {
+            return Error{impl->failure};
+        }
+        const std::string why = impl->problems.empty() ? "" : ": " + impl->problems.front();
+        return Error{quoted(file) + " holds no frame that can be decoded" + why};
+    }
+    if (const Status status = impl->describe(*impl->pending); !status) {
+        return Error{status.text()};
+    }
+    return std::unique_ptr<ClipReader>(new ClipReader(std::move(impl)));
+}
+
+Status ClipReader::Impl::findStreams(const Options& options)
+{
+    if (const int error = avformat_find_stream_info(input.get(), nullptr); error < 0) {
+        return Error{"cannot read " + quoted(file) + ": " + errorText(error) + ffmpegHint()};
+    }
+    const int best = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (best < 0 || (input->streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC)) {
+        return Error{quoted(file) + " has no video stream" +
+                     (best < 0 ? "" : " (only a cover picture beside its audio)")};
+    }
+    stream = input->streams[best];
+    trackOfStream.assign(input->nb_streams, -1);
+    std::vector<AudioQueue::Track> tracks;
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        AVStream& other = *input->streams[i];
+        const bool isAudio = other.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+        info.hasAudio = info.hasAudio || isAudio;
+        if (isAudio && options.keepAudio) {
+            trackOfStream[i] = static_cast<int>(tracks.size());
+            std::shared_ptr<AVCodecParameters> copy(avcodec_parameters_alloc(), FreeParameters());
+            if (!copy || avcodec_parameters_copy(copy.get(), other.codecpar) < 0) {
+                return Error{"out of memory"};
+            }
+            const AVDictionaryEntry* language = av_dict_get(other.metadata, "language", nullptr, 0);
+            tracks.push_back(
+                {std::move(copy), other.time_base.num, other.time_base.den, language ? language->value : ""});
+        } else if (&other != stream && stream->duration != AV_NOPTS_VALUE) {
+            // Where only the file as a whole has a duration, the end of any stream may be its end.
+            other.discard = AVDISCARD_ALL;
+        }
+    }
+    audio = std::make_shared<AudioQueue>(std::move(tracks));
+    return {};
+}
+
+Status ClipReader::Impl::openDecoder(int threads)
+{
+    const AVCodecParameters& parameters = *stream->codecpar;
+    if (parameters.width > largestSide || parameters.height > largestSide) {
+        return Error{quoted(file) + " is " + std::to_string(parameters.width) + "x" +
+                     std::to_string(parameters.height) + " pixels; the largest that is read is " +
+                     std::to_string(largestSide) + " each way"};
+    }
+    const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+    if (!codec) {
+        return Error{quoted(file) + " holds video of a kind that this FFmpeg cannot decode: " +
+                     avcodec_get_name(parameters.codec_id)};
+    }
+    decoder.reset(avcodec_alloc_context3(codec));
+    if (!decoder || avcodec_parameters_to_context(decoder.get(), &parameters) < 0) {
+        return Error{"out of memory"};
+    }
+    decoder->pkt_timebase = stream->time_base;
+    decoder->opaque = &messages;
+    decoder->thread_count = threads;
+    decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
+    decoder->max_pixels = static_cast<std::int64_t>(largestSide) * largestSide;
+    if (const int error = avcodec_open2(decoder.get(), codec, nullptr); error < 0) {
+        return Error{"cannot decode " + quoted(file) + " (" + codec->name + "): " + errorText(error) + " " +
+                     messages.take()};
+    }
+    return {};
+}
+
+Status ClipReader::Impl::describe(const AVFrame& first)
+{
+    const auto format = static_cast<AVPixelFormat>(first.format);
+    const char* name = av_get_pix_fmt_name(format);
+    info.pixelFormat = name ? name : "unknown";
+    if (const std::string why = ComponentRows::unreadable(format); !why.empty()) {
+        return Error{"the pixel format of " + quoted(file) + ", " + info.pixelFormat +
+                     ", is not supported: " + why};
+    }
+    if (first.width > largestSide || first.height > largestSide) {
+        return Error{quoted(file) + " has frames of " + std::to_string(first.width) + "x" +
+                     std::to_string(first.height) + " pixels; the largest that is read is " +
+                     std::to_string(largestSide) + " each way"};
+    }
+    info.width = first.width;
+    info.height = first.height;
+    info.codec = decoder->codec->name;
+    info.container = input->iformat->name;
+    info.isStill = endsWith(info.container, "_pipe");
+    info.timeBase = fromAv(stream->time_base);
+    info.frameRate = info.isStill ? Rational{} : fromAv(av_guess_frame_rate(input.get(), stream, nullptr));
+    info.sampleAspect =
+        fromAv(av_guess_sample_aspect_ratio(input.get(), stream, const_cast<AVFrame*>(&first)));
+    info.fieldOrder = fieldOrderOf(first);
+    info.colour = colourOf(first, *stream->codecpar);
+    const ComponentRows components(format);
+    info.bitsPerComponent = components.bits();
+    info.naturalDepth = components.wide() ? Depth::bits16 : Depth::bits8;
+    info.hasAlpha = usesAlpha(first, components);
+    info.hasFullChroma = !components.isGrey() && components.chromaShiftX() == 0;
+    info.orientation = orientationOf(*stream);
+    info.timeCode = timeCodeOf(*input, *stream, first);
+    if (info.isStill) {
+        info.frameCount = 1;
+        return {};
+    }
+    if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
+        info.duration = static_cast<double>(stream->duration) * av_q2d(stream->time_base);
+    } else if (input->duration != AV_NOPTS_VALUE && input->duration > 0) {
+        info.duration = static_cast<double>(input->duration) / AV_TIME_BASE;
+    }
+    if (sequence) {
+        info.frameCountIsExact = true;
+        info.frameCount = sequence->last - sequence->first + 1;
+        info.duration = static_cast<double>(info.frameCount) / std::max(info.frameRate.toDouble(), 1e-9);
+        return {};
+    }
+    info.frameCountIsExact = stream->nb_frames > 0;
+    info.frameCount =
+        info.frameCountIsExact
+            ? stream->nb_frames
+            : static_cast<std::int64_t>(std::llround(info.duration * info.frameRate.toDouble()));
+    return {};
+}
+
+std::string ClipReader::Impl::where(std::int64_t pts) const
+{
+    return pts == AV_NOPTS_VALUE ? "frame " + std::to_string(framesGiven + 1)
+                                 : seconds(pts, stream->time_base);
+}
+
+void ClipReader::Impl::problem(const std::string& text)
+{
+    ++problemCount;
+    if (problems.size() < problemsKept) {
+        problems.push_back(text);
+    }
+}
+
+void ClipReader::Impl::noteDecodeError(int error, std::int64_t pts)
+{
+    const std::string message = messages.take();
+    problem(quoted(file) + ": damaged video near " + where(pts) + ": " +
+            (message.empty() ? errorText(error) : message));
+    if (++damageInARow > damageInARowAllowed) {
+        failure = quoted(file) + ": nothing but damaged video since " + where(pts) + "; decoding stops";
+    }
+}
+
+void ClipReader::Impl::noteReached(const AVPacket& from)
+{
+    const std::int64_t begin = from.pts != AV_NOPTS_VALUE ? from.pts : from.dts;
+    if (begin != AV_NOPTS_VALUE) {
+        const AVRational unit = input->streams[from.stream_index]->time_base;
+        reached = std::max(reached, static_cast<double>(begin + from.duration) * av_q2d(unit));
+    }
+}
+
+void ClipReader::Impl::noteEndOfInput(int error)
+{
+    const std::string message = inputMessages.take();
+    if (sequence && sequence->hasGap) {
+        const fs::path missing = NumberedNames(file).name(sequence->last + 1);
+        problem("picture " + std::to_string(sequence->last + 1) + " is missing (" + quoted(missing) +
+                "); the sequence ends there");
+        stopped = true;
+        return;
+    }
+    if (error != AVERROR_EOF || !message.empty()) {
+        problem("reading " + quoted(file) + " stops after " + where(lastFedPts) + ": " +
+                (message.empty() ? errorText(error) : message + "; the file is damaged or cut short"));
+        stopped = true;
+    }
+}
+
+void ClipReader::Impl::checkLength()
+{
+    // Only a duration that the file itself states can be missed, not one worked out from what is there.
+    if (stopped || info.isStill || info.frameCountIsExact || stream->duration != AV_NOPTS_VALUE ||
+        input->duration <= 0 || input->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) {
+        return;
+    }
+    constexpr double framesOfTolerance = 3;
+    constexpr double leastTolerance = 0.1;
+    const double rate = info.frameRate.toDouble();
+    const double tolerance = std::max(leastTolerance, rate > 0 ? framesOfTolerance / rate : 1.0);
+    if (reached < info.duration - tolerance) {
+        problem(quoted(file) + " ends at " + secondsText(reached) + " of " + secondsText(info.duration) +
+                "; the file is cut short");
+    }
+}
+
+void ClipReader::Impl::queueAudio(const AVPacket& from)
+{
+    const int track = trackOfStream[static_cast<std::size_t>(from.stream_index)];
+    if (track < 0) {
+        return;
+    }
+    PacketPtr copy(av_packet_clone(&from));
+    if (copy) {
+        copy->stream_index = track;
+        audio->push(std::move(copy));
+    }
+}
+
+bool ClipReader::Impl::feed()
+{
+    while (!inputEnded) {
+        const int error = av_read_frame(input.get(), packet.get());
+        if (error < 0) {
+            inputEnded = true;
+            noteEndOfInput(error);
+            break;
+        }
+        inputMessages.take(); // what the demuxer went on after
+        noteReached(*packet);
+        const bool isVideo = packet->stream_index == stream->index;
+        if (!isVideo) {
+            if (static_cast<std::size_t>(packet->stream_index) < trackOfStream.size()) {
+                queueAudio(*packet);
+            }
+            av_packet_unref(packet.get());
+            continue;
+        }
+        lastFedPts = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+        if (packet->flags & AV_PKT_FLAG_CORRUPT) {
+            problem(quoted(file) + ": the file is damaged or cut short near " + where(lastFedPts));
+        }
+        const int sent = avcodec_send_packet(decoder.get(), packet.get());
+        av_packet_unref(packet.get());
+        if (sent < 0) {
+            noteDecodeError(sent, lastFedPts);
+            if (!failure.empty()) {
+                return false;
+            }
+            continue;
+        }
+        return true;
+    }
+    return avcodec_send_packet(decoder.get(), nullptr) >= 0;
+}
+
+FramePtr ClipReader::Impl::decode()
+{
+    FramePtr frame(av_frame_alloc());
+    while (frame && failure.empty()) {
+        const int error = avcodec_receive_frame(decoder.get(), frame.get());
+        if (error >= 0) {
+            damageInARow = 0;
+            return frame;
+        }
+        if (error == AVERROR_EOF) {
+            return nullptr;
+        }
+        if (error != AVERROR(EAGAIN)) {
+            noteDecodeError(error, lastFedPts);
+            continue;
+        }
+        if (!feed()) {
+            return nullptr;
+        }
+    }
+    return nullptr;
+}
+
+FrameTime ClipReader::Impl::timeOf(const AVFrame& frame)
+{
+    FrameTime time;
+    time.fieldOrder = fieldOrderOf(frame);
+    time.duration = std::max<std::int64_t>(frame.pkt_duration, 0);
+    if (time.duration == 0 && info.frameRate.num > 0) {
+        time.duration = av_rescale_q(1, av_inv_q(toAv(info.frameRate)), stream->time_base);
+    }
+    // A file may hold any time, also one that leaves no room for a next.
+    const std::int64_t next = lastPts ? av_sat_add64(*lastPts, std::max<std::int64_t>(lastDuration, 1)) : 0;
+    time.pts = frame.best_effort_timestamp != AV_NOPTS_VALUE ? frame.best_effort_timestamp : next;
+    if (lastPts && time.pts <= *lastPts) {
+        time.pts = next;
+    }
+    lastPts = time.pts;
+    lastDuration = time.duration;
+    return time;
+}
+
+ClipReader::Next ClipReader::next(Frame& frame)
+{
+    Impl& self = *impl_;
+    if (self.ended) {
+        return self.failure.empty() ? Next::end : Next::failed;
+    }
+    FramePtr picture = self.pending ? std::move(self.pending) : self.decode();
+    if (picture && (picture->width != self.info.width || picture->height != self.info.height)) {
+        self.failure = quoted(self.file) + ": the picture's size changes from " +
+                       std::to_string(self.info.width) + "x" + std::to_string(self.info.height) + " to " +
+                       std::to_string(picture->width) + "x" + std::to_string(picture->height) + " near " +
+                       self.where(picture->best_effort_timestamp) + ", which is not supported";
+        picture = nullptr;
+    }
+    if (!picture) {
+        self.ended = true;
+        if (self.failure.empty() && self.info.frameCountIsExact && self.framesGiven < self.info.frameCount) {
+            self.problem(quoted(self.file) + " announces " + std::to_string(self.info.frameCount) +
+                         " frames, of which " + std::to_string(self.framesGiven) + " could be read");
+        }
+        if (self.failure.empty()) {
+            self.checkLength();
+        }
+        return self.failure.empty() ? Next::end : Next::failed;
+    }
+    const bool damaged = picture->decode_error_flags != 0 || (picture->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+    const FrameTime time = self.timeOf(*picture);
+    ++self.framesGiven;
+    const std::string message = self.messages.take();
+    if (damaged || !message.empty()) {
+        self.problem(quoted(self.file) + ": damage near " + seconds(time.pts, self.stream->time_base) +
+                     ", patched by the decoder" + (message.empty() ? "" : ": " + message));
+    }
+    frame = Frame(std::shared_ptr<const AVFrame>(picture.release(), FreeFrame()), time, damaged);
+    return Next::frame;
+}
+
+const StreamInfo& ClipReader::info() const
+{
+    return impl_->info;
+}
+
+std::shared_ptr<const FileSet> ClipReader::files() const
+{
+    return impl_->files;
+}
+
+const std::string& ClipReader::failure() const
+{
+    return impl_->failure;
+}
+
+std::int64_t ClipReader::problemCount() const
+{
+    return impl_->problemCount;
+}
+
+const std::vector<std::string>& ClipReader::problems() const
+{
+    return impl_->problems;
+}
+
+std::shared_ptr<AudioQueue> ClipReader::audio() const
+{
+    return impl_->audio;
+}
+
+} // namespace Qx::Media

@@ -1,0 +1,122 @@
+#pragma once
+
+#include "tools/qxhost/media/AudioQueue.h"
+#include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/media/MediaTypes.h"
+#include "tools/qxhost/media/Result.h"
+#include "tools/qxhost/media/files/FileSet.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Qx::Media {
+
+/// What is known of a clip or picture once its first frame has been decoded.
+struct StreamInfo
+{
+    /// Pixels. At most ClipReader::largestSide each.
+    int width = 0;
+    int height = 0;
+    /// Frames a second; num 0 when not known (a still picture).
+    Rational frameRate;
+    /// Seconds of one unit of a timestamp.
+    Rational timeBase{1, 1};
+    /// Width to height of one pixel; num 0 when the stream does not say.
+    Rational sampleAspect;
+    /// Seconds; 0 when not known.
+    double duration = 0;
+    /// 0 when not known. Exact only when frameCountIsExact.
+    std::int64_t frameCount = 0;
+    bool frameCountIsExact = false;
+    /// A single picture rather than a clip.
+    bool isStill = false;
+    FieldOrder fieldOrder = FieldOrder::progressive;
+    Colour colour;
+    /// FFmpeg's names, for people: "yuv422p10le", "prores", "mov".
+    std::string pixelFormat;
+    std::string codec;
+    std::string container;
+    /// Significant bits of a component.
+    int bitsPerComponent = 8;
+    /// The depth that loses nothing: 8 bits for sources of up to 8 bits, else 16.
+    Depth naturalDepth = Depth::bits8;
+    bool hasAudio = false;
+    /// Frames say how opaque they are. Conversions make opaque pictures.
+    bool hasAlpha = false;
+    /// Colour at the full width (RGB, 4:4:4), of which packing to 4:2:2 keeps half.
+    bool hasFullChroma = false;
+    /// Of the first frame, as the clip has it ("01:00:00:00", ';' before the frames of drop-frame counting);
+    /// empty when it has none.
+    std::string timeCode;
+    /// Where the clip asks for it; the reader turns nothing.
+    std::optional<Orientation> orientation;
+};
+
+/// Reads the video and the audio packets of any clip or still picture that FFmpeg reads.
+///
+/// A name with a number pattern ("shot_%05d.png") that is not itself a file is read as a numbered sequence,
+/// from the lowest number there is up to the first gap. The file named is the only one opened (a playlist
+/// cannot send the reader to the network).
+///
+/// One thread at a time; decoding uses threads of its own. The frames and the audio queue handed out live on
+/// their own and may be used on other threads and after the reader is gone.
+class ClipReader
+{
+public:
+    static constexpr int largestSide = 32768;
+
+    struct Options
+    {
+        /// Decoding threads; 0 is one for each processor.
+        int threads = 0;
+        /// Whether to queue the audio packets met on the way. Whoever asks for them must take them.
+        bool keepAudio = false;
+    };
+
+    enum class Next
+    {
+        frame,
+        end,
+        failed
+    };
+
+    /// Opens the file and decodes its first frame. Fails when there is no such file, when it cannot be read
+    /// or is not media, when it has no video, no decodable frame, or a size or pixel format that cannot be
+    /// handled.
+    static Result<std::unique_ptr<ClipReader>> open(const std::filesystem::path& file,
+                                                    const Options& options);
+    ~ClipReader();
+    ClipReader(const ClipReader&) = delete;
+    ClipReader& operator=(const ClipReader&) = delete;
+
+    const StreamInfo& info() const;
+
+    /// The file, or every file of a numbered sequence.
+    std::shared_ptr<const FileSet> files() const;
+
+    /// Gives the next frame in order of presentation. A damaged frame that can be skipped or patched does not
+    /// end the clip: it is counted and described in problems(). `failed` means that decoding cannot go on
+    /// (failure() says why); after `end` and `failed` the answer stays the same.
+    Next next(Frame& frame);
+
+    /// Why next() answered failed.
+    const std::string& failure() const;
+    /// Damage met so far: how many times, and a line each for the first few.
+    std::int64_t problemCount() const;
+    const std::vector<std::string>& problems() const;
+
+    /// The audio packets, in file order; empty of tracks when the file has none or keepAudio was off. Filled
+    /// as next() goes along; complete when next() has answered end or failed.
+    std::shared_ptr<AudioQueue> audio() const;
+
+private:
+    struct Impl;
+    explicit ClipReader(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> impl_;
+};
+
+} // namespace Qx::Media

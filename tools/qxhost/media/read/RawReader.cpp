@@ -1,0 +1,93 @@
+#include "tools/qxhost/media/read/RawReader.h"
+
+#include "tools/qxhost/media/files/Names.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace Qx::Media {
+
+namespace {
+
+Error cannotRead(const std::filesystem::path& file, const std::string& why)
+{
+    return Error{"cannot read " + quoted(file) + ": " + why};
+}
+
+std::string frameText(const StoredLayout& layout, int width, int height)
+{
+    return "a frame of " + std::to_string(width) + "x" + std::to_string(height) + " " + layout.name +
+           " has " + std::to_string(layout.frameBytes());
+}
+
+} // namespace
+
+RawReader::RawReader(std::filesystem::path file, int descriptor, StoredLayout layout)
+    : file_(std::move(file)),
+      descriptor_(descriptor),
+      layout_(std::move(layout)),
+      files_(std::make_shared<FileSet>())
+{
+    files_->add(file_);
+}
+
+RawReader::~RawReader()
+{
+    ::close(descriptor_);
+}
+
+Result<std::unique_ptr<RawReader>> RawReader::open(const std::filesystem::path& file,
+                                                   const StoredLayout& layout, int width, int height)
+{
+    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); // a pipe must not hang
+    if (descriptor < 0) {
+        return cannotRead(file,
+                          errno == ENOENT ? "there is no such file" : std::generic_category().message(errno));
+    }
+    std::unique_ptr<RawReader> reader(new RawReader(file, descriptor, layout));
+    struct stat status = {};
+    if (::fstat(descriptor, &status) != 0) {
+        return cannotRead(file, std::generic_category().message(errno));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return cannotRead(file, S_ISDIR(status.st_mode) ? "it is a directory" : "it is no regular file");
+    }
+    const auto size = static_cast<std::int64_t>(status.st_size);
+    const auto frameBytes = static_cast<std::int64_t>(layout.frameBytes());
+    if (size < frameBytes) {
+        return cannotRead(file, "the file has " + std::to_string(size) + " bytes, " +
+                                    frameText(layout, width, height) +
+                                    "; check --raw, --size and --row-bytes");
+    }
+    reader->frame_.resize(layout.frameBytes());
+    reader->frames_ = size / frameBytes;
+    if (size % frameBytes != 0) {
+        reader->remainder_ =
+            quoted(file) + ": the file has " + std::to_string(size) + " bytes, " +
+            frameText(layout, width, height) + "; the last " + std::to_string(size % frameBytes) +
+            " bytes are no whole frame (cut short, or --raw, --size or --row-bytes is wrong)";
+    }
+    return reader;
+}
+
+Status RawReader::read(std::int64_t frame, void* rows, std::ptrdiff_t pitch)
+{
+    std::size_t done = 0;
+    const auto start = frame * static_cast<std::int64_t>(frame_.size());
+    while (done < frame_.size()) {
+        const ssize_t count = ::pread(descriptor_, frame_.data() + done, frame_.size() - done,
+                                      start + static_cast<std::int64_t>(done));
+        if (count == 0 || (count < 0 && errno != EINTR)) {
+            return cannotRead(file_,
+                              count == 0 ? "it has become shorter" : std::generic_category().message(errno));
+        }
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    layout_.scatter(frame_.data(), rows, pitch);
+    return {};
+}
+
+} // namespace Qx::Media

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "tools/qxhost/media/Result.h"
+#include "tools/qxhost/media/StoredLayout.h"
+#include "tools/qxhost/media/files/FileSet.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Qx::Media {
+
+/// Reads frames from a file that holds nothing else. One thread at a time.
+class RawReader
+{
+public:
+    /// Fails when there is no such file, when it cannot be read, or when it does not hold one whole frame.
+    static Result<std::unique_ptr<RawReader>> open(const std::filesystem::path& file,
+                                                   const StoredLayout& layout, int width, int height);
+    ~RawReader();
+    RawReader(const RawReader&) = delete;
+    RawReader& operator=(const RawReader&) = delete;
+
+    /// Whole frames in the file.
+    std::int64_t frameCount() const { return frames_; }
+
+    /// What follows the last whole frame, in words; empty when nothing does.
+    const std::string& remainder() const { return remainder_; }
+
+    std::shared_ptr<const FileSet> files() const { return files_; }
+
+    /// Fills `rows` with that frame (from 0), each row `pitch` bytes from the last.
+    Status read(std::int64_t frame, void* rows, std::ptrdiff_t pitch);
+
+private:
+    RawReader(std::filesystem::path file, int descriptor, StoredLayout layout);
+
+    const std::filesystem::path file_;
+    const int descriptor_;
+    const StoredLayout layout_;
+    std::vector<std::byte> frame_;
+    std::int64_t frames_ = 0;
+    std::string remainder_;
+    std::shared_ptr<FileSet> files_;
+};
+
+} // namespace Qx::Media

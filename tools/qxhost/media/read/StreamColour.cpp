@@ -1,0 +1,70 @@
+#include "tools/qxhost/media/read/StreamColour.h"
+
+#include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/rows/ComponentRows.h"
+
+namespace Qx::Media {
+
+namespace {
+
+std::string named(const char* what, const char* name)
+{
+    return std::string(what) + " " + (name ? name : "of an unknown number");
+}
+
+std::string whyUnsupported(AVColorSpace matrix, AVColorPrimaries primaries,
+                           AVColorTransferCharacteristic transfer, bool rgb)
+{
+    if (transfer == AVCOL_TRC_SMPTE2084 || transfer == AVCOL_TRC_ARIB_STD_B67) {
+        return std::string("its transfer characteristic is ") +
+               (transfer == AVCOL_TRC_SMPTE2084 ? "PQ (SMPTE ST 2084)" : "HLG (ARIB STD-B67)") +
+               ", high dynamic range";
+    }
+    if (transfer == AVCOL_TRC_LINEAR || transfer == AVCOL_TRC_LOG || transfer == AVCOL_TRC_LOG_SQRT) {
+        return named("its transfer characteristic is", av_color_transfer_name(transfer));
+    }
+    const bool isUntagged = matrix == AVCOL_SPC_UNSPECIFIED || matrix == AVCOL_SPC_RESERVED;
+    if (!matrixOfTag(matrix) && !isUntagged && !(rgb && matrix == AVCOL_SPC_RGB)) {
+        return named("its matrix is", matrix == AVCOL_SPC_BT2020_NCL || matrix == AVCOL_SPC_BT2020_CL
+                                          ? "BT.2020"
+                                          : av_color_space_name(matrix));
+    }
+    if (primaries == AVCOL_PRI_BT2020) {
+        return "its primaries are BT.2020";
+    }
+    return {};
+}
+
+} // namespace
+
+Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
+{
+    const ComponentRows components(static_cast<AVPixelFormat>(frame.format));
+    const auto matrix = frame.colorspace != AVCOL_SPC_UNSPECIFIED ? frame.colorspace : stream.color_space;
+    const auto range = frame.color_range != AVCOL_RANGE_UNSPECIFIED ? frame.color_range : stream.color_range;
+    const auto primaries =
+        frame.color_primaries != AVCOL_PRI_UNSPECIFIED ? frame.color_primaries : stream.color_primaries;
+    const auto transfer = frame.color_trc != AVCOL_TRC_UNSPECIFIED ? frame.color_trc : stream.color_trc;
+
+    Colour colour;
+    colour.fromRgb = components.isRgb() || (components.isGrey() && frame.color_range != AVCOL_RANGE_MPEG);
+    colour.matrixTag = matrix;
+    colour.primariesTag = primaries;
+    colour.transferTag = transfer;
+    colour.unsupported = whyUnsupported(matrix, primaries, transfer, components.isRgb());
+    const std::optional<Matrix> taggedMatrix = matrixOfTag(matrix);
+    colour.matrix = matrixForWidth(frame.width);
+    if (colour.fromRgb) {
+        return colour;
+    }
+    const bool jpegFormat = frame.format == AV_PIX_FMT_YUVJ420P || frame.format == AV_PIX_FMT_YUVJ422P ||
+                            frame.format == AV_PIX_FMT_YUVJ444P || frame.format == AV_PIX_FMT_YUVJ440P ||
+                            frame.format == AV_PIX_FMT_YUVJ411P;
+    colour.range = range == AVCOL_RANGE_JPEG || jpegFormat ? Range::full : Range::video;
+    colour.rangeGuessed = range == AVCOL_RANGE_UNSPECIFIED && !jpegFormat;
+    colour.matrix = taggedMatrix.value_or(colour.matrix);
+    colour.matrixGuessed = !taggedMatrix;
+    return colour;
+}
+
+} // namespace Qx::Media

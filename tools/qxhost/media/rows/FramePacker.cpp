@@ -1,0 +1,317 @@
+#include "tools/qxhost/media/rows/FramePacker.h"
+
+#include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/PackRows.h"
+#include "tools/qxhost/media/rows/RowGraph.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <optional>
+#include <vector>
+
+namespace Qx::Media {
+
+namespace {
+
+zimg_chroma_location_e chromaLocation(const AVFrame& frame)
+{
+    switch (frame.chroma_location) {
+    case AVCHROMA_LOC_LEFT:
+        return ZIMG_CHROMA_LEFT;
+    case AVCHROMA_LOC_CENTER:
+        return ZIMG_CHROMA_CENTER;
+    case AVCHROMA_LOC_TOPLEFT:
+        return ZIMG_CHROMA_TOP_LEFT;
+    case AVCHROMA_LOC_TOP:
+        return ZIMG_CHROMA_TOP;
+    case AVCHROMA_LOC_BOTTOMLEFT:
+        return ZIMG_CHROMA_BOTTOM_LEFT;
+    case AVCHROMA_LOC_BOTTOM:
+        return ZIMG_CHROMA_BOTTOM;
+    default:
+        break;
+    }
+    switch (frame.format) {
+    case AV_PIX_FMT_YUVJ420P:
+    case AV_PIX_FMT_YUVJ422P:
+    case AV_PIX_FMT_YUVJ440P:
+    case AV_PIX_FMT_YUVJ411P:
+        return ZIMG_CHROMA_CENTER; // JPEG, JFIF 1.02
+    default:
+        return ZIMG_CHROMA_LEFT; // H.264 table E-2 and MPEG-2 where nothing is said
+    }
+}
+
+int roundUp(int value, int shift)
+{
+    const int step = 1 << shift;
+    return (value + step - 1) / step * step;
+}
+
+int ceilShift(int value, int shift)
+{
+    return (value + (1 << shift) - 1) >> shift;
+}
+
+/// Fills [count, wanted) of a row of codes with its last code.
+void repeatLast(void* row, int count, int wanted, bool wide)
+{
+    if (count >= wanted) {
+        return;
+    }
+    if (wide) {
+        auto* codes = static_cast<std::uint16_t*>(row);
+        std::fill(codes + count, codes + wanted, codes[count - 1]);
+    } else {
+        auto* codes = static_cast<std::uint8_t*>(row);
+        std::fill(codes + count, codes + wanted, codes[count - 1]);
+    }
+}
+
+} // namespace
+
+struct FramePacker::Impl
+{
+    explicit Impl(const Target& wanted) : target(wanted) {}
+
+    struct Output
+    {
+        std::byte* rows;
+        std::ptrdiff_t pitch;
+
+        std::byte* row(int index) const { return rows + index * pitch; }
+    };
+
+    void choose(AVPixelFormat format);
+    bool isRepacking(const AVFrame& frame) const;
+    void repack(const AVFrame& frame, const Output& out);
+    const void* plainRow(const AVFrame& frame, int component, int row, int count, int wanted, int scratch);
+    Status convert(const AVFrame& frame, const Output& out);
+    Status convertField(const AVFrame& frame, const Output& out, int field, int fields);
+    void fillRows(const AVFrame& frame, const RowGraph::Window& window, unsigned row, unsigned left,
+                  unsigned right, int field, int fields) const;
+    PlanarFormat sourceFormat(const AVFrame& frame, int field, int fields) const;
+
+    Target target;
+    std::optional<ComponentRows> components;
+    AVPixelFormat format = AV_PIX_FMT_NONE;
+    std::array<std::vector<std::uint16_t>, 3> scratchRows;
+    struct Graph
+    {
+        PlanarFormat from;
+        PlanarFormat to;
+        RowGraph graph;
+    };
+    std::array<std::optional<Graph>, 2> graphs; // one for each field
+};
+
+FramePacker::FramePacker(const Target& target) : impl_(std::make_unique<Impl>(target)) {}
+FramePacker::~FramePacker() = default;
+FramePacker::FramePacker(FramePacker&&) noexcept = default;
+FramePacker& FramePacker::operator=(FramePacker&&) noexcept = default;
+
+Status FramePacker::pack(const Frame& frame, void* rows, std::ptrdiff_t pitch)
+{
+    if (frame.empty() || !rows) {
+        return Error{"there is no frame, or no memory, to pack"};
+    }
+    const AVFrame& picture = *frame.picture();
+    const std::ptrdiff_t needed = static_cast<std::ptrdiff_t>(rowBytes(picture.width, impl_->target.depth));
+    if (pitch < needed || (impl_->target.depth == Depth::bits16 && pitch % 2 != 0)) {
+        return Error{"rows of " + std::to_string(pitch) + " bytes cannot hold a picture " +
+                     std::to_string(picture.width) + " pixels wide, which needs " + std::to_string(needed)};
+    }
+    const auto format = static_cast<AVPixelFormat>(picture.format);
+    if (const std::string why = ComponentRows::unreadable(format); !why.empty()) {
+        const char* name = av_get_pix_fmt_name(format);
+        return Error{"pixel format " + std::string(name ? name : "?") + " is not supported: " + why};
+    }
+    impl_->choose(format);
+    const Impl::Output out{static_cast<std::byte*>(rows), pitch};
+    if (impl_->isRepacking(picture)) {
+        impl_->repack(picture, out);
+        return {};
+    }
+    return impl_->convert(picture, out);
+}
+
+void FramePacker::Impl::choose(AVPixelFormat wanted)
+{
+    if (format != wanted) {
+        components.emplace(wanted);
+        format = wanted;
+        graphs = {};
+    }
+}
+
+bool FramePacker::Impl::isRepacking(const AVFrame& frame) const
+{
+    const int depth = static_cast<int>(target.depth);
+    const bool greyVideo = components->isGrey() && frame.color_range == AVCOL_RANGE_MPEG;
+    const bool is422 = !components->isRgb() && !components->isGrey() && components->chromaShiftX() == 1 &&
+                       components->chromaShiftY() == 0;
+    const bool shiftIsExact = target.range == Range::video || components->bits() == depth;
+    return (is422 || greyVideo) && components->bits() <= depth && shiftIsExact;
+}
+
+const void* FramePacker::Impl::plainRow(const AVFrame& frame, int component, int row, int count, int wanted,
+                                        int scratch)
+{
+    if (count == wanted) {
+        if (const void* direct = components->direct(frame, component, row)) {
+            return direct;
+        }
+    }
+    auto& memory = scratchRows[static_cast<std::size_t>(scratch)];
+    if (memory.size() < static_cast<std::size_t>(wanted)) {
+        memory.resize(static_cast<std::size_t>(wanted));
+    }
+    components->read(frame, component, row, 0, count, memory.data());
+    repeatLast(memory.data(), count, wanted, components->wide());
+    return memory.data();
+}
+
+void FramePacker::Impl::repack(const AVFrame& frame, const Output& out)
+{
+    const int pairs = (frame.width + 1) / 2;
+    const int shift = static_cast<int>(target.depth) - components->bits();
+    if (components->isGrey()) {
+        // No chroma: half of the codes, which is chroma's zero.
+        const auto count = static_cast<std::size_t>(pairs);
+        scratchRows[1].resize(count);
+        if (components->wide()) {
+            std::fill(scratchRows[1].begin(), scratchRows[1].end(),
+                      static_cast<std::uint16_t>(1 << (components->bits() - 1)));
+        } else {
+            std::memset(scratchRows[1].data(), 128, count);
+        }
+    }
+    for (int row = 0; row < frame.height; ++row) {
+        const void* y = plainRow(frame, 0, row, frame.width, pairs * 2, 0);
+        const void* cb =
+            components->isGrey() ? scratchRows[1].data() : plainRow(frame, 1, row, pairs, pairs, 1);
+        const void* cr = components->isGrey() ? cb : plainRow(frame, 2, row, pairs, pairs, 2);
+        void* to = out.row(row);
+        if (components->wide()) {
+            packRow16(static_cast<const std::uint16_t*>(y), static_cast<const std::uint16_t*>(cb),
+                      static_cast<const std::uint16_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift);
+        } else if (target.depth == Depth::bits16) {
+            packRow8To16(static_cast<const std::uint8_t*>(y), static_cast<const std::uint8_t*>(cb),
+                         static_cast<const std::uint8_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift);
+        } else {
+            packRow8(static_cast<const std::uint8_t*>(y), static_cast<const std::uint8_t*>(cb),
+                     static_cast<const std::uint8_t*>(cr), static_cast<std::uint8_t*>(to), pairs);
+        }
+    }
+}
+
+Status FramePacker::Impl::convert(const AVFrame& frame, const Output& out)
+{
+    // Rows of an interlaced frame belong to two moments: chroma rows may only be mixed within one field.
+    const int fields = frame.interlaced_frame && components->chromaShiftY() > 0 && frame.height > 1 ? 2 : 1;
+    for (int field = 0; field < fields; ++field) {
+        if (Status status = convertField(frame, out, field, fields); !status) {
+            return status;
+        }
+    }
+    return {};
+}
+
+PlanarFormat FramePacker::Impl::sourceFormat(const AVFrame& frame, int field, int fields) const
+{
+    const bool rgb = components->isRgb() || components->isGrey();
+    PlanarFormat from;
+    from.shiftX = components->chromaShiftX();
+    from.shiftY = components->chromaShiftY();
+    from.width = static_cast<unsigned>(roundUp(frame.width, std::max(from.shiftX, 1)));
+    from.height = static_cast<unsigned>(roundUp((frame.height + fields - 1 - field) / fields, from.shiftY));
+    from.rgb = rgb;
+    from.bits = components->bits();
+    from.range = target.range;
+    if (rgb) {
+        from.range = frame.color_range == AVCOL_RANGE_MPEG ? Range::video : Range::full;
+    }
+    from.matrix = target.matrix;
+    from.chromaLocation = chromaLocation(frame);
+    if (from.shiftX == 1 && from.shiftY == 0) {
+        from.chromaLocation = ZIMG_CHROMA_LEFT; // 4:2:2 is never moved, only rescaled
+    }
+    from.parity = fields == 1 ? ZIMG_FIELD_PROGRESSIVE : (field == 0 ? ZIMG_FIELD_TOP : ZIMG_FIELD_BOTTOM);
+    return from;
+}
+
+Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, int field, int fields)
+{
+    const PlanarFormat from = sourceFormat(frame, field, fields);
+    PlanarFormat to = from;
+    to.rgb = false;
+    to.shiftX = 1;
+    to.shiftY = 0;
+    to.bits = static_cast<int>(target.depth);
+    to.range = target.range;
+    to.chromaLocation = ZIMG_CHROMA_LEFT;
+
+    auto& cached = graphs[static_cast<std::size_t>(field)];
+    if (!cached || !(cached->from == from) || !(cached->to == to)) {
+        auto made = RowGraph::make(from, to);
+        if (!made) {
+            return made.error();
+        }
+        cached.emplace(Graph{from, to, std::move(made.value())});
+    }
+
+    const int rows = (frame.height + fields - 1 - field) / fields;
+    const int allPairs = (frame.width + 1) / 2;
+    return cached->graph.run(
+        [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
+            fillRows(frame, window, row, left, right, field, fields);
+        },
+        [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
+            if (static_cast<int>(row) >= rows) {
+                return; // a row added to make the height whole
+            }
+            const std::ptrdiff_t first = left / 2;
+            const int pairs = std::min(static_cast<int>(right + 1) / 2, allPairs) - static_cast<int>(first);
+            std::byte* to8 = out.row(static_cast<int>(row) * fields + field);
+            if (target.depth == Depth::bits8) {
+                packRow8(static_cast<const std::uint8_t*>(window.row(0, row)) + first * 2,
+                         static_cast<const std::uint8_t*>(window.row(1, row)) + first,
+                         static_cast<const std::uint8_t*>(window.row(2, row)) + first,
+                         reinterpret_cast<std::uint8_t*>(to8) + first * 4, pairs);
+            } else {
+                packRow16(static_cast<const std::uint16_t*>(window.row(0, row)) + first * 2,
+                          static_cast<const std::uint16_t*>(window.row(1, row)) + first,
+                          static_cast<const std::uint16_t*>(window.row(2, row)) + first,
+                          reinterpret_cast<std::uint16_t*>(to8) + first * 4, pairs, 0);
+            }
+        });
+}
+
+void FramePacker::Impl::fillRows(const AVFrame& frame, const RowGraph::Window& window, unsigned row,
+                                 unsigned left, unsigned right, int field, int fields) const
+{
+    const std::ptrdiff_t size = components->wide() ? 2 : 1;
+    for (int plane = 0; plane < 3; ++plane) {
+        const int shiftX = plane == 0 ? 0 : components->chromaShiftX();
+        const int shiftY = plane == 0 ? 0 : components->chromaShiftY();
+        const int lines = 1 << (components->chromaShiftY() - shiftY);
+        const int columns = ceilShift(frame.width, shiftX);
+        // Rows of this plane that this field has; what is asked for beyond repeats the last.
+        const int planeRows = ceilShift(frame.height, shiftY);
+        const int fieldRows = std::max((planeRows + fields - 1 - field) / fields, 1);
+        const int first = static_cast<int>(left) >> shiftX;
+        const int end = ceilShift(static_cast<int>(right), shiftX);
+        const int have = std::min(end, columns);
+        for (int line = 0; line < lines; ++line) {
+            const int index = (static_cast<int>(row) >> shiftY) + line;
+            const int at = std::min(std::min(index, fieldRows - 1) * fields + field, planeRows - 1);
+            auto* to = static_cast<std::byte*>(window.row(plane, static_cast<unsigned>(index)));
+            const int from = std::min(first, columns - 1);
+            components->read(frame, plane, at, from, have - from, to + from * size);
+            repeatLast(to + from * size, have - from, end - from, components->wide());
+        }
+    }
+}
+
+} // namespace Qx::Media

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "tools/qxhost/media/files/OutputFile.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
+#include "tools/qxhost/media/write/VideoPackets.h"
+
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Qx::Media {
+
+/// A clip in a container: video, encoded or stored as it is, and copied audio.
+class ClipWriter final : public iFrameWriter
+{
+public:
+    static Result<std::unique_ptr<iFrameWriter>>
+    open(const std::filesystem::path& file, const std::string& extension, const OutputSettings& settings);
+
+    Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) override;
+    Status finish() override;
+    const std::vector<std::string>& warnings() const override { return warnings_; }
+    std::string description() const override;
+    std::vector<std::filesystem::path> files() const override;
+
+private:
+    struct CloseOutput
+    {
+        void operator()(AVFormatContext* output) const
+        {
+            avio_closep(&output->pb);
+            avformat_free_context(output);
+        }
+    };
+    using OutputPtr = std::unique_ptr<AVFormatContext, CloseOutput>;
+
+    static Result<std::unique_ptr<iVideoPackets>> makePackets(const std::string& extension,
+                                                              const AVOutputFormat& container,
+                                                              const OutputSettings& settings,
+                                                              bool& fixedRate);
+    ClipWriter(OutputFile part, const OutputSettings& settings, std::unique_ptr<iVideoPackets> packets);
+    Status begin(const AVOutputFormat& container, bool withAudio);
+    Status setOrientation(const AVOutputFormat& container);
+    void warnAboutAlpha();
+    void addAudio(const AVOutputFormat& container);
+    Status writeVideo(AVPacket& packet);
+    Status writeAudioUpTo(std::int64_t endMicroseconds);
+    Status copyAudio(AVPacket& packet);
+    Status fileStatus(int error) const;
+
+    OutputFile part_;
+    const OutputSettings settings_;
+    std::unique_ptr<iVideoPackets> encoder_;
+    OutputPtr output_;
+    AVStream* video_ = nullptr;
+    std::vector<AVStream*> audioStreams_; // by track; null for those left out
+    std::deque<AudioQueue::Packet> waitingAudio_;
+    std::vector<std::string> warnings_;
+    std::int64_t shift_ = 0; // subtracted from all times, in the source's time base
+    std::string extension_;
+    bool fixedRate_ = false;
+    std::int64_t frames_ = 0;
+    std::int64_t endMicroseconds_ = 0;
+    std::int64_t refusedAudio_ = 0;
+    bool done_ = false;
+};
+
+} // namespace Qx::Media

@@ -1,0 +1,259 @@
+#include "tools/qxhost/media/write/EncoderChoice.h"
+
+#include "tools/qxhost/media/rows/ComponentRows.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <string_view>
+
+namespace Qx::Media {
+
+namespace {
+
+struct DefaultEncoder
+{
+    std::string_view extension;
+    const char* encoder;
+};
+
+constexpr std::array defaultEncoders{
+    DefaultEncoder{"mov", "prores_ks"}, DefaultEncoder{"mkv", "ffv1"},
+    DefaultEncoder{"avi", "ffv1"},      DefaultEncoder{"nut", "ffv1"},
+    DefaultEncoder{"mp4", "libx264"},   DefaultEncoder{"m4v", "libx264"},
+    DefaultEncoder{"ts", "libx264"},    DefaultEncoder{"webm", "libvpx-vp9"},
+    DefaultEncoder{"mxf", "dnxhd"},
+};
+
+/// The smallest picture that FFmpeg's encoder accepts.
+constexpr int dnxhrWidth = 256;
+constexpr int dnxhrHeight = 120;
+
+/// What suits a codec.
+struct Wish
+{
+    bool rgb = false;
+    int shiftX = 1;
+    int shiftY = 1;
+    int bits = 8;
+};
+
+Wish wishFor(AVCodecID codec, Depth depth)
+{
+    const bool deep = depth == Depth::bits16;
+    switch (codec) {
+    case AV_CODEC_ID_FFV1:
+    case AV_CODEC_ID_UTVIDEO:
+    case AV_CODEC_ID_HUFFYUV:
+    case AV_CODEC_ID_FFVHUFF:
+    case AV_CODEC_ID_MAGICYUV:
+    case AV_CODEC_ID_QTRLE:
+    case AV_CODEC_ID_PNG:
+    case AV_CODEC_ID_APNG:
+    case AV_CODEC_ID_TIFF:
+    case AV_CODEC_ID_BMP:
+    case AV_CODEC_ID_PPM:
+    case AV_CODEC_ID_PAM:
+    case AV_CODEC_ID_DPX:
+    case AV_CODEC_ID_TARGA:
+    case AV_CODEC_ID_WEBP:
+    case AV_CODEC_ID_JPEGLS:
+    case AV_CODEC_ID_JPEG2000:
+        return {true, 0, 0, deep ? 16 : 8};
+    case AV_CODEC_ID_PRORES:
+    case AV_CODEC_ID_DNXHD:
+    case AV_CODEC_ID_V210:
+    case AV_CODEC_ID_CFHD:
+    case AV_CODEC_ID_RAWVIDEO:
+    case AV_CODEC_ID_WRAPPED_AVFRAME:
+        return {false, 1, 0, deep ? 10 : 8};
+    case AV_CODEC_ID_MJPEG:
+        return {false, 1, 0, 8};
+    case AV_CODEC_ID_HEVC:
+    case AV_CODEC_ID_VP9:
+    case AV_CODEC_ID_AV1:
+        return {false, 1, 1, deep ? 10 : 8};
+    default:
+        return {false, 1, 1, 8};
+    }
+}
+
+/// FFV1 since level 3 cuts a picture into a grid of slices, which may not be finer than the picture.
+std::vector<std::pair<std::string, std::string>> ffv1Options(const OutputSettings& settings)
+{
+    constexpr int enoughForSixteen = 64;
+    constexpr int enoughForFour = 8;
+    const int least = std::min(settings.width, settings.height);
+    if (least < enoughForFour) {
+        return {{"level", "1"}};
+    }
+    return {{"level", "3"}, {"slices", least < enoughForSixteen ? "4" : "16"}, {"slicecrc", "1"}};
+}
+
+/// Whether this encoder refuses sizes that the format's chroma does not divide evenly.
+bool needsEvenSizes(const AVCodec& codec)
+{
+    return codec.id == AV_CODEC_ID_H264 || codec.id == AV_CODEC_ID_HEVC;
+}
+
+bool dividesSize(AVPixelFormat format, const OutputSettings& settings)
+{
+    const ComponentRows rows(format);
+    return settings.width % (1 << rows.chromaShiftX()) == 0 &&
+           settings.height % (1 << rows.chromaShiftY()) == 0;
+}
+
+std::string sizeText(const OutputSettings& settings)
+{
+    return std::to_string(settings.width) + "x" + std::to_string(settings.height);
+}
+
+/// Smaller is nearer; losing something costs more than carrying more than is needed.
+int distance(AVPixelFormat format, const Wish& wish, bool alpha)
+{
+    const ComponentRows rows(format);
+    const auto missing = [](int have, int wanted, int lost, int spare) {
+        return have < wanted ? (wanted - have) * lost : (have - wanted) * spare;
+    };
+    int cost = rows.isRgb() == wish.rgb ? 0 : 1000;
+    if (!rows.isRgb()) {
+        cost += missing(-rows.chromaShiftX(), -wish.shiftX, 100, 40);
+        cost += missing(-rows.chromaShiftY(), -wish.shiftY, 100, 40);
+    }
+    cost += missing(rows.bits(), wish.bits, 30, 5);
+    cost += missing(rows.hasAlpha() ? 1 : 0, alpha ? 1 : 0, 20, 4);
+    return cost;
+}
+
+std::string listOf(const AVPixelFormat* formats)
+{
+    std::string text;
+    for (; formats && *formats != AV_PIX_FMT_NONE; ++formats) {
+        if (ComponentRows::writable(*formats)) {
+            text += (text.empty() ? "" : ", ") + std::string(av_get_pix_fmt_name(*formats));
+        }
+    }
+    return text;
+}
+
+/// For encoders that take anything.
+constexpr std::array anyFormats{AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV422P10, AV_PIX_FMT_NONE};
+
+Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& settings)
+{
+    const std::string& name = settings.pixelFormat;
+    const AVPixelFormat format = av_get_pix_fmt(name.c_str());
+    if (format == AV_PIX_FMT_NONE) {
+        return Error{"there is no pixel format \"" + name + "\""};
+    }
+    bool known = codec.pix_fmts == nullptr;
+    for (const AVPixelFormat* each = codec.pix_fmts; each && *each != AV_PIX_FMT_NONE; ++each) {
+        known = known || *each == format;
+    }
+    if (!known || !ComponentRows::writable(format)) {
+        return Error{"encoder " + std::string(codec.name) + " cannot be given pixel format " + name +
+                     (codec.pix_fmts ? "; it takes " + listOf(codec.pix_fmts) : "")};
+    }
+    if (needsEvenSizes(codec) && !dividesSize(format, settings)) {
+        return Error{"encoder " + std::string(codec.name) + " cannot hold " + sizeText(settings) +
+                     " pixels as " + name + "; choose .mkv, or the pixel format yuv444p"};
+    }
+    return format;
+}
+
+} // namespace
+
+Result<const AVCodec*> chooseClipEncoder(const std::string& extension, const AVOutputFormat& container,
+                                         const OutputSettings& settings)
+{
+    if (!settings.encoder.empty()) {
+        const AVCodec* named = avcodec_find_encoder_by_name(settings.encoder.c_str());
+        if (!named || named->type != AVMEDIA_TYPE_VIDEO) {
+            return Error{"this FFmpeg has no video encoder \"" + settings.encoder + "\""};
+        }
+        return named;
+    }
+    for (const DefaultEncoder& each : defaultEncoders) {
+        const AVCodec* codec =
+            each.extension == extension ? avcodec_find_encoder_by_name(each.encoder) : nullptr;
+        if (codec) {
+            return codec;
+        }
+    }
+    const AVCodec* codec = avcodec_find_encoder(container.video_codec);
+    if (!codec || codec->type != AVMEDIA_TYPE_VIDEO) {
+        return Error{"a file of type ." + extension +
+                     " cannot hold video, or this FFmpeg has no encoder for it"};
+    }
+    return codec;
+}
+
+Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettings& settings)
+{
+    if (!settings.pixelFormat.empty()) {
+        return namedFormat(codec, settings);
+    }
+    if (codec.id == AV_CODEC_ID_DNXHD && (settings.width < dnxhrWidth || settings.height < dnxhrHeight)) {
+        return Error{"DNxHR holds pictures of " + std::to_string(dnxhrWidth) + "x" +
+                     std::to_string(dnxhrHeight) + " pixels or more, and these are " + sizeText(settings) +
+                     "; choose another codec or another kind of file (.mov, .mkv)"};
+    }
+    const Wish wish = wishFor(codec.id, settings.depth);
+    AVPixelFormat best = AV_PIX_FMT_NONE;
+    int bestDistance = 0;
+    const AVPixelFormat* each = codec.pix_fmts ? codec.pix_fmts : anyFormats.data();
+    for (; *each != AV_PIX_FMT_NONE; ++each) {
+        if (!ComponentRows::writable(*each) || (needsEvenSizes(codec) && !dividesSize(*each, settings))) {
+            continue;
+        }
+        const int here = distance(*each, wish, settings.alpha);
+        if (best == AV_PIX_FMT_NONE || here < bestDistance) {
+            best = *each;
+            bestDistance = here;
+        }
+    }
+    if (best == AV_PIX_FMT_NONE) {
+        return Error{
+            "encoder " + std::string(codec.name) +
+            " takes no pixel format that can be made here; choose another codec or another kind of file "
+            "(.mov, .mkv, .png)"};
+    }
+    return best;
+}
+
+bool isJpegFormat(AVPixelFormat format)
+{
+    return format == AV_PIX_FMT_YUVJ420P || format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
+}
+
+std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& codec, AVPixelFormat format,
+                                                                const OutputSettings& settings)
+{
+    const std::string_view name = codec.name;
+    const bool deep = ComponentRows(format).wide();
+    if (name == "libx264" || name == "libx265") {
+        return {{"crf", "16"}, {"preset", "medium"}};
+    }
+    if (name == "libvpx-vp9") {
+        return {{"crf", "20"}, {"b", "0"}, {"row-mt", "1"}, {"cpu-used", "4"}};
+    }
+    if (name == "prores_ks") {
+        return {{"profile", ComponentRows(format).chromaShiftX() == 0 ? "4444" : "hq"}, {"vendor", "apl0"}};
+    }
+    if (name == "dnxhd") {
+        return {{"profile", deep ? "dnxhr_hqx" : "dnxhr_hq"}};
+    }
+    if (name == "ffv1") {
+        return ffv1Options(settings);
+    }
+    if (name == "png") {
+        return {{"compression_level", "1"},
+                {"pred", "sub"}}; // higher levels cost twice the time for 2% of size
+    }
+    if (name == "mpeg4" || name == "mpeg2video" || name == "mjpeg") {
+        return {{"flags", "+qscale"}, {"global_quality", std::to_string(2 * FF_QP2LAMBDA)}};
+    }
+    return {};
+}
+
+} // namespace Qx::Media

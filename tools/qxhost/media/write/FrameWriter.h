@@ -1,0 +1,123 @@
+#pragma once
+
+#include "tools/qxhost/media/AudioQueue.h"
+#include "tools/qxhost/media/MediaTypes.h"
+#include "tools/qxhost/media/Result.h"
+#include "tools/qxhost/media/StoredLayout.h"
+#include "tools/qxhost/media/files/FileSet.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Qx::Media {
+
+/// What is to be written, and how.
+struct OutputSettings
+{
+    /// Pixels of every frame.
+    int width = 0;
+    int height = 0;
+    /// Of the frames given: four components a pixel in memory order A R G B.
+    Depth depth = Depth::bits8;
+    /// The frames given have this layout instead, and are written as they are: nothing is converted, and
+    /// depth and alpha above do not count. What `colour` says, its range included, goes into the file's tags.
+    std::optional<StoredLayout> stored;
+    /// Of the RGB codes given. Files of RGB keep the codes as they are.
+    Range rgbRange = Range::full;
+    /// Keeps the alpha component where the file format can hold it; otherwise it is dropped.
+    bool alpha = false;
+    /// Clips only: frames a second, and seconds of one unit of FrameTime::pts.
+    Rational frameRate{25, 1};
+    Rational timeBase{1, 25};
+    /// num 0 when not known.
+    Rational sampleAspect;
+    FieldOrder fieldOrder = FieldOrder::progressive;
+    /// What players are to do with the frames, which are written as they come. Kept where the file can.
+    std::optional<Orientation> orientation;
+    /// Clips only: of the first frame given, "01:00:00:00" (';' before the frames of drop-frame counting). It
+    /// must be one at frameRate. Empty for none.
+    std::string timeCode;
+    /// The matrix used where the file holds YCbCr, and the source's tags to write into it. YCbCr is written
+    /// in video range (full range where the encoder knows no other, as JPEG).
+    Colour colour;
+    /// FFmpeg's name of an encoder and of a pixel format it takes; empty picks by the output's name.
+    std::string encoder;
+    std::string pixelFormat;
+    /// Passed to the encoder as they are; an option it does not know is an error.
+    std::map<std::string, std::string> encoderOptions;
+    /// Encoding threads; 0 is one for each processor.
+    int threads = 0;
+    /// Replaces files that exist.
+    bool force = false;
+    /// Null, or files that are not replaced even with force: those the frames come from.
+    std::shared_ptr<const FileSet> kept;
+    /// Frames that will be given; 0 when not known. Only used to foresee which names they will take.
+    std::int64_t expectedFrames = 0;
+    /// Null, or the audio to copy into a clip.
+    std::shared_ptr<AudioQueue> audio;
+};
+
+/// Writes frames to a clip or to pictures. One thread at a time; encoders use threads of their own.
+///
+/// Files appear under their name only when complete: they are written as ".NAME.part-PID" beside it and
+/// renamed. Destroying a writer that has not finished removes what is incomplete.
+class iFrameWriter
+{
+public:
+    virtual ~iFrameWriter() = default;
+
+    /// Takes a frame: settings.height rows at rows, rows + pitch, ... (pitch in bytes). The memory is the
+    /// caller's again when the call returns. After a failure only destruction is useful.
+    virtual Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) = 0;
+
+    /// Completes the file or files. To be called once; a writer that was given no frame fails here.
+    virtual Status finish() = 0;
+
+    /// What could not be kept and other remarks, a line each ("audio (pcm_s16le) is left out: ...").
+    virtual const std::vector<std::string>& warnings() const = 0;
+
+    /// For people: "prores_ks, yuv422p10le, mov" or "png, rgb48be".
+    virtual std::string description() const = 0;
+
+    /// Names of the files completed so far, at most the first and the last of a sequence.
+    virtual std::vector<std::filesystem::path> files() const = 0;
+};
+
+/// Opens a writer by the output's name.
+///
+/// - Pictures: png, tif, tiff, bmp, jpg, jpeg, ppm, dpx, tga, webp. A name with a number pattern
+///   ("out_%05d.png") makes a numbered sequence from 1; without one, one frame makes NAME.png and several
+///   make NAME_00001.png, NAME_00002.png, ... Every picture is renamed as soon as it is complete.
+/// - Clips: any container FFmpeg knows by the name's extension. Where settings.encoder is empty: mov ProRes
+/// 422
+///   HQ, mkv, avi and nut FFV1 in RGB (lossless), mp4, m4v and ts H.264 4:2:0, webm VP9, mxf DNxHR, else what
+///   FFmpeg prefers.
+///
+/// With settings.stored: clips whose container knows such frames, or a raw file for .raw, .yuv, .rgb, .bin,
+/// .data and the format's own name.
+///
+/// Fails when the extension is unknown, the encoder cannot be had or refuses the size, the file exists and
+/// force is off, it is one to keep, or it cannot be made.
+Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
+                                                 const OutputSettings& settings);
+
+/// The remark for frames whose orientation the file cannot hold.
+std::string orientationIsLost(const Orientation& orientation);
+
+/// Whether openWriter() would write pictures to that file, and no clip.
+bool writesPictures(const std::filesystem::path& file);
+
+/// Whether openWriter() would write frames of that layout with nothing around them.
+bool writesRawFrames(const std::filesystem::path& file, const StoredLayout& layout);
+
+/// The range in which RGB codes lose least on their way into that file, whatever settings.rgbRange says:
+/// video for YCbCr in video range, full for everything else, and for what openWriter() would refuse.
+Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& settings);
+
+} // namespace Qx::Media

@@ -1,0 +1,118 @@
+#include "tools/qxhost/media/write/LostDescription.h"
+
+#include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/read/ClipReader.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Qx::Media {
+
+namespace {
+
+/// "time code 01:00:00:00 is left out: .avi (ffv1) does not hold it; .mov, .mp4 and .mkv do"
+class Remarks
+{
+public:
+    Remarks(const std::string& extension, const AVCodecContext& video)
+        : kind_("." + extension + " (" + avcodec_get_name(video.codec_id) + ")")
+    {
+    }
+
+    void add(const std::string& what, const char* holders)
+    {
+        lines_.push_back(what + ": " + kind_ + " does not hold it; " + holders);
+    }
+
+    const std::vector<std::string>& lines() const { return lines_; }
+
+private:
+    std::string kind_;
+    std::vector<std::string> lines_;
+};
+
+/// The numbers of a label alone: files write its last separator differently.
+std::string digits(std::string label)
+{
+    std::erase_if(label, [](char c) { return c < '0' || c > '9'; });
+    return label;
+}
+
+double ratio(const Rational& aspect)
+{
+    return aspect.num > 0 ? aspect.toDouble() : 1.0;
+}
+
+/// Some kinds of file hold the size on the screen, in whole pixels.
+bool isSameAspect(const Rational& a, const Rational& b)
+{
+    constexpr double tolerance = 0.01;
+    return std::abs(ratio(a) / ratio(b) - 1.0) < tolerance;
+}
+
+bool isSameMatrix(int a, int b)
+{
+    return a == b || (matrixOfTag(a) && matrixOfTag(a) == matrixOfTag(b));
+}
+
+/// BT.709 and BT.601 have one curve.
+bool isSameTransfer(int a, int b)
+{
+    const auto isVideo = [](int tag) { return tag == AVCOL_TRC_BT709 || tag == AVCOL_TRC_SMPTE170M; };
+    return a == b || (isVideo(a) && isVideo(b));
+}
+
+std::string lostTags(const AVCodecContext& meant, const Colour& found)
+{
+    std::string tags;
+    const auto add = [&tags](bool lost, const char* what, const char* name) {
+        if (lost && name != nullptr) {
+            tags += (tags.empty() ? "" : ", ") + std::string(what) + " " + name;
+        }
+    };
+    const bool hasRange = meant.color_range == AVCOL_RANGE_JPEG; // the other one is what is assumed anyway
+    add(meant.colorspace != AVCOL_SPC_UNSPECIFIED && !isSameMatrix(meant.colorspace, found.matrixTag),
+        "matrix", av_color_space_name(meant.colorspace));
+    add(hasRange && found.range != Range::full, "range", "full");
+    add(meant.color_primaries != AVCOL_PRI_UNSPECIFIED && meant.color_primaries != found.primariesTag,
+        "primaries", av_color_primaries_name(meant.color_primaries));
+    add(meant.color_trc != AVCOL_TRC_UNSPECIFIED && !isSameTransfer(meant.color_trc, found.transferTag),
+        "transfer", av_color_transfer_name(meant.color_trc));
+    return tags;
+}
+
+} // namespace
+
+std::vector<std::string> lostDescription(const std::filesystem::path& clip, const OutputSettings& settings,
+                                         const AVCodecContext& video, const std::string& extension)
+{
+    const auto reader = ClipReader::open(clip, {.threads = 1, .keepAudio = false});
+    if (!reader) {
+        return {};
+    }
+    const StreamInfo& found = reader.value()->info();
+    Remarks remarks(extension, video);
+    if (!settings.timeCode.empty() && digits(found.timeCode) != digits(settings.timeCode)) {
+        remarks.add("time code " + settings.timeCode + " is left out", ".mov, .mp4 and .mkv do");
+    }
+    if (!isSameAspect(settings.sampleAspect, found.sampleAspect)) {
+        const Rational& aspect = settings.sampleAspect;
+        remarks.add("pixel aspect " + std::to_string(aspect.num) + ":" + std::to_string(aspect.den) +
+                        " is left out",
+                    ".mov, .mp4 and .mkv do");
+    }
+    if (settings.fieldOrder != FieldOrder::progressive && found.fieldOrder != settings.fieldOrder) {
+        remarks.add(std::string("field order (") +
+                        (settings.fieldOrder == FieldOrder::topFirst ? "top" : "bottom") +
+                        " field first) is left out",
+                    ".mov and .mkv do");
+    }
+    const std::string tags = found.colour.fromRgb ? std::string() : lostTags(video, found.colour);
+    if (!tags.empty()) {
+        remarks.add("colour tags (" + tags + ") are left out", ".mov, .mp4 and .mkv do");
+    }
+    return remarks.lines();
+}
+
+} // namespace Qx::Media

@@ -1,0 +1,172 @@
+#include "tools/qxhost/media/write/PictureWriter.h"
+
+#include "tools/qxhost/media/files/Names.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace Qx::Media {
+
+namespace {
+
+struct PictureKind
+{
+    std::string_view extension;
+    const char* encoder;
+    AVCodecID codec;
+};
+
+constexpr std::array kinds{
+    PictureKind{"png", "png", AV_CODEC_ID_PNG},     PictureKind{"tif", "tiff", AV_CODEC_ID_TIFF},
+    PictureKind{"tiff", "tiff", AV_CODEC_ID_TIFF},  PictureKind{"bmp", "bmp", AV_CODEC_ID_BMP},
+    PictureKind{"jpg", "mjpeg", AV_CODEC_ID_MJPEG}, PictureKind{"jpeg", "mjpeg", AV_CODEC_ID_MJPEG},
+    PictureKind{"ppm", "ppm", AV_CODEC_ID_PPM},     PictureKind{"dpx", "dpx", AV_CODEC_ID_DPX},
+    PictureKind{"tga", "targa", AV_CODEC_ID_TARGA}, PictureKind{"webp", "libwebp", AV_CODEC_ID_WEBP},
+};
+
+const PictureKind* kindOf(std::string_view extension)
+{
+    const auto* kind = std::find_if(kinds.begin(), kinds.end(),
+                                    [&](const PictureKind& each) { return each.extension == extension; });
+    return kind == kinds.end() ? nullptr : kind;
+}
+
+/// Whether a picture to come would replace a file to keep. A better time to say so than after hours of work;
+/// each picture is checked all the same.
+Status checkKept(const NumberedNames& names, const OutputSettings& settings)
+{
+    const bool numbered = names.isPattern() || settings.expectedFrames != 1;
+    if (!settings.kept || settings.kept->empty() || !numbered) {
+        return {};
+    }
+    for (const long number : names.existing()) {
+        const bool written =
+            number >= 1 && (settings.expectedFrames <= 0 || number <= settings.expectedFrames);
+        if (written && settings.kept->contains(names.name(number))) {
+            return OutputFile::wouldReplaceInput(names.name(number));
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+bool isPictureExtension(const std::string& extension)
+{
+    return kindOf(extension) != nullptr;
+}
+
+Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem::path& file,
+                                                          const std::string& extension,
+                                                          const OutputSettings& settings)
+{
+    const PictureKind* kind = kindOf(extension);
+    if (!kind) {
+        return Error{"cannot write " + quoted(file) + ": no kind of picture is known by ." + extension};
+    }
+    const std::string name = settings.encoder.empty() ? kind->encoder : settings.encoder;
+    const AVCodec* codec = avcodec_find_encoder_by_name(name.c_str());
+    if (!codec || codec->type != AVMEDIA_TYPE_VIDEO) {
+        return Error{"cannot write " + quoted(file) + ": this FFmpeg has no encoder \"" + name + "\""};
+    }
+    if (codec->id != kind->codec) {
+        return Error{"cannot write " + quoted(file) + ": a ." + extension + " cannot hold " +
+                     avcodec_get_name(codec->id) + "; leave out the codec, or choose another ending (.mkv)"};
+    }
+    auto made = VideoEncoder::make(*codec, settings, toAv(settings.timeBase), false);
+    if (!made) {
+        return Error{"cannot write " + quoted(file) + ": " + made.text()};
+    }
+    const NumberedNames names(file);
+    if (Status status = checkKept(names, settings); !status) {
+        return Error{status.text()};
+    }
+    // Made now, so that a place that cannot be written is found before the work begins.
+    auto first = OutputFile::create(names.isPattern() ? names.name(1) : file, settings.force, settings.kept);
+    if (!first) {
+        return first.error();
+    }
+    std::unique_ptr<PictureWriter> writer(new PictureWriter(file, settings, std::move(made.value())));
+    writer->first_ = std::move(first.value());
+    return std::unique_ptr<iFrameWriter>(std::move(writer));
+}
+
+PictureWriter::PictureWriter(const std::filesystem::path& file, const OutputSettings& settings,
+                             VideoEncoder encoder)
+    : file_(file), names_(file), force_(settings.force), kept_(settings.kept), encoder_(std::move(encoder))
+{
+    if (encoder_.dropsAlpha()) {
+        warnings_.push_back("alpha is left out: " + encoder_.description() + " cannot hold it");
+    }
+    if (settings.orientation) {
+        warnings_.push_back(orientationIsLost(*settings.orientation));
+    }
+    if (settings.audio && !settings.audio->tracks().empty()) {
+        warnings_.emplace_back("audio is left out: pictures cannot hold it");
+    }
+}
+
+Status PictureWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time)
+{
+    return encoder_.encode(rows, pitch, time, [this](const AVPacket& packet) { return take(packet); });
+}
+
+Status PictureWriter::complete(OutputFile& picture)
+{
+    Status status = picture.commit();
+    if (status) {
+        lastDone_ = picture.file();
+        firstDone_ = firstDone_.empty() ? lastDone_ : firstDone_;
+    }
+    return status;
+}
+
+Status PictureWriter::take(const AVPacket& packet)
+{
+    ++taken_;
+    const auto size = static_cast<std::size_t>(packet.size);
+    if (taken_ == 1) {
+        if (Status status = first_->write(packet.data, size); !status || !names_.isPattern()) {
+            return status;
+        }
+        return complete(*first_);
+    }
+    if (taken_ == 2 && !names_.isPattern()) {
+        if (Status status = first_->retarget(names_.name(1)); !status) {
+            return status;
+        }
+        if (Status status = complete(*first_); !status) {
+            return status;
+        }
+    }
+    auto picture = OutputFile::create(names_.name(taken_), force_, kept_);
+    if (!picture) {
+        return picture.error();
+    }
+    if (Status status = picture.value().write(packet.data, size); !status) {
+        return status;
+    }
+    return complete(picture.value());
+}
+
+Status PictureWriter::finish()
+{
+    if (Status status = encoder_.flush([this](const AVPacket& packet) { return take(packet); }); !status) {
+        return status;
+    }
+    if (taken_ == 0) {
+        return Error{"cannot write " + quoted(file_) + ": there was no frame to write"};
+    }
+    return taken_ == 1 && !names_.isPattern() ? complete(*first_) : Status();
+}
+
+std::vector<std::filesystem::path> PictureWriter::files() const
+{
+    if (firstDone_.empty()) {
+        return {};
+    }
+    return firstDone_ == lastDone_ ? std::vector{firstDone_} : std::vector{firstDone_, lastDone_};
+}
+
+} // namespace Qx::Media

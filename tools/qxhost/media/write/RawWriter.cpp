@@ -1,0 +1,75 @@
+#include "tools/qxhost/media/write/RawWriter.h"
+
+#include "tools/qxhost/media/files/Names.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace Qx::Media {
+
+Result<std::unique_ptr<iFrameWriter>> RawWriter::open(const std::filesystem::path& file,
+                                                      const OutputSettings& settings)
+{
+    auto part = OutputFile::create(file, settings.force, settings.kept);
+    if (!part) {
+        return part.error();
+    }
+    FilePtr stream(std::fopen(part.value().part().c_str(), "wbe"));
+    if (!stream) {
+        return Error{"cannot write " + quoted(file) + ": " + std::generic_category().message(errno)};
+    }
+    return std::unique_ptr<iFrameWriter>(new RawWriter(std::move(part.value()), std::move(stream), settings));
+}
+
+RawWriter::RawWriter(OutputFile part, FilePtr stream, const OutputSettings& settings)
+    : part_(std::move(part)),
+      stream_(std::move(stream)),
+      layout_(*settings.stored),
+      frame_(layout_.frameBytes())
+{
+    if (settings.audio && !settings.audio->tracks().empty()) {
+        warnings_.emplace_back("audio is left out: raw frames have no place for it; --no-audio says so");
+    }
+    if (!settings.timeCode.empty()) {
+        warnings_.push_back("time code " + settings.timeCode +
+                            " is left out: raw frames have no place for it; .mov, .mp4 and .mkv do");
+    }
+    if (settings.orientation) {
+        warnings_.push_back(orientationIsLost(*settings.orientation));
+    }
+}
+
+Error RawWriter::failure(int error) const
+{
+    return Error{"cannot write " + quoted(part_.file()) + ": " + std::generic_category().message(error)};
+}
+
+Status RawWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& /*time*/)
+{
+    layout_.gather(rows, pitch, frame_.data());
+    if (std::fwrite(frame_.data(), 1, frame_.size(), stream_.get()) != frame_.size()) {
+        return failure(errno);
+    }
+    ++frames_;
+    return {};
+}
+
+Status RawWriter::finish()
+{
+    if (frames_ == 0) {
+        return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
+    }
+    if (std::fclose(stream_.release()) != 0) {
+        return failure(errno);
+    }
+    Status status = part_.commit();
+    done_ = static_cast<bool>(status);
+    return status;
+}
+
+std::vector<std::filesystem::path> RawWriter::files() const
+{
+    return done_ ? std::vector{part_.file()} : std::vector<std::filesystem::path>{};
+}
+
+} // namespace Qx::Media

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "tools/qxhost/media/files/OutputFile.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace Qx::Media {
+
+/// A file of frames as they are, one after the other, with nothing around them.
+class RawWriter final : public iFrameWriter
+{
+public:
+    /// settings.stored is there.
+    static Result<std::unique_ptr<iFrameWriter>> open(const std::filesystem::path& file,
+                                                      const OutputSettings& settings);
+
+    Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) override;
+    Status finish() override;
+    const std::vector<std::string>& warnings() const override { return warnings_; }
+    std::string description() const override { return layout_.name + ", raw frames"; }
+    std::vector<std::filesystem::path> files() const override;
+
+private:
+    struct CloseFile
+    {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
+
+    RawWriter(OutputFile part, FilePtr stream, const OutputSettings& settings);
+    Error failure(int error) const;
+
+    OutputFile part_;
+    FilePtr stream_;
+    const StoredLayout layout_;
+    std::vector<std::byte> frame_;
+    std::vector<std::string> warnings_;
+    std::int64_t frames_ = 0;
+    bool done_ = false;
+};
+
+} // namespace Qx::Media

@@ -1,0 +1,323 @@
+#include "tools/qxhost/media/write/VideoEncoder.h"
+
+#include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/write/EncoderChoice.h"
+
+#include <algorithm>
+
+namespace Qx::Media {
+
+namespace {
+
+int roundUp(int value, int shift)
+{
+    const int step = 1 << shift;
+    return (value + step - 1) / step * step;
+}
+
+/// Codecs whose encoders here know how to code fields.
+bool codesFields(AVCodecID codec)
+{
+    return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_MPEG2VIDEO || codec == AV_CODEC_ID_MPEG4 ||
+           codec == AV_CODEC_ID_PRORES;
+}
+
+} // namespace
+
+Result<VideoEncoder> VideoEncoder::make(const AVCodec& codec, const OutputSettings& settings,
+                                        AVRational timeBase, bool globalHeader)
+{
+    VideoEncoder encoder;
+    if (const Status status = encoder.configure(codec, settings, timeBase, globalHeader); !status) {
+        return Error{status.text()};
+    }
+    if (const Status status = encoder.openCodec(codec, settings); !status) {
+        return Error{status.text()};
+    }
+    return encoder;
+}
+
+Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& settings, AVRational timeBase,
+                               bool globalHeader)
+{
+    const auto format = choosePixelFormat(codec, settings);
+    if (!format) {
+        return format.error();
+    }
+    context_.reset(avcodec_alloc_context3(&codec));
+    packet_.reset(av_packet_alloc());
+    if (!context_ || !packet_) {
+        return Error{"out of memory"};
+    }
+    input_.emplace(settings.depth == Depth::bits8 ? AV_PIX_FMT_RGBA : AV_PIX_FMT_RGBA64);
+    output_.emplace(format.value());
+    times_ = PacketTimes(settings.timeBase);
+    rgbRange_ = settings.rgbRange;
+    alpha_ = settings.alpha && output_->hasAlpha() && output_->isRgb() && output_->bits() == input_->bits();
+    dropsAlpha_ = settings.alpha && !alpha_;
+
+    context_->width = settings.width;
+    context_->height = settings.height;
+    context_->pix_fmt = format.value();
+    context_->time_base = timeBase;
+    context_->framerate = toAv(settings.frameRate);
+    context_->sample_aspect_ratio = toAv(settings.sampleAspect);
+    context_->thread_count = settings.threads;
+    context_->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
+    context_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
+    context_->field_order = toAv(settings.fieldOrder);
+    if (settings.fieldOrder != FieldOrder::progressive && codesFields(codec.id)) {
+        context_->flags |= AV_CODEC_FLAG_INTERLACED_DCT;
+    }
+    if (globalHeader) {
+        context_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    }
+    tagColours(settings);
+    return {};
+}
+
+void VideoEncoder::tagColours(const OutputSettings& settings)
+{
+    const bool jpeg = isJpegFormat(context_->pix_fmt);
+    // JFIF 1.02 has one matrix. VC-3 (SMPTE ST 2019-1) has BT.709 alone of those here, and its decoders
+    // assume it whatever the container says.
+    const bool vc3 = context_->codec_id == AV_CODEC_ID_DNXHD;
+    matrix_ = jpeg ? Matrix::bt601 : vc3 ? Matrix::bt709 : settings.colour.matrix;
+    range_ = jpeg ? Range::full : Range::video;
+    context_->color_primaries = static_cast<AVColorPrimaries>(settings.colour.primariesTag);
+    context_->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transferTag);
+    if (output_->isRgb()) {
+        context_->colorspace = AVCOL_SPC_RGB;
+        context_->color_range = toAv(rgbRange_);
+        return;
+    }
+    context_->colorspace = static_cast<AVColorSpace>(writtenTag(matrix_, settings.colour.matrixTag));
+    context_->color_range = toAv(range_);
+    context_->chroma_sample_location = jpeg ? AVCHROMA_LOC_CENTER : AVCHROMA_LOC_LEFT;
+}
+
+Status VideoEncoder::openCodec(const AVCodec& codec, const OutputSettings& settings)
+{
+    AVDictionary* options = nullptr;
+    for (const auto& [name, value] : defaultOptions(codec, context_->pix_fmt, settings)) {
+        av_dict_set(&options, name.c_str(), value.c_str(), 0);
+    }
+    for (const auto& [name, value] : settings.encoderOptions) {
+        av_dict_set(&options, name.c_str(), value.c_str(), 0);
+    }
+    takeFfmpegMessage();
+    const int error = avcodec_open2(context_.get(), &codec, &options);
+    std::string unknown;
+    for (const AVDictionaryEntry* left = nullptr;
+         (left = av_dict_get(options, "", left, AV_DICT_IGNORE_SUFFIX));) {
+        unknown = settings.encoderOptions.count(left->key) != 0 ? left->key : unknown;
+    }
+    av_dict_free(&options);
+    if (error < 0) {
+        return Error{"encoder " + std::string(codec.name) + " cannot be used for " +
+                     std::to_string(settings.width) + "x" + std::to_string(settings.height) + " " +
+                     av_get_pix_fmt_name(context_->pix_fmt) + ": " + errorText(error) + ffmpegHint()};
+    }
+    if (!unknown.empty()) {
+        return Error{"encoder " + std::string(codec.name) + " has no option \"" + unknown + "\""};
+    }
+    return {};
+}
+
+std::string VideoEncoder::description() const
+{
+    return std::string(context_->codec->name) + ", " + av_get_pix_fmt_name(context_->pix_fmt);
+}
+
+Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink)
+{
+    FramePtr frame(av_frame_alloc());
+    FramePtr view(av_frame_alloc());
+    if (!frame || !view) {
+        return Error{"out of memory"};
+    }
+    frame->format = context_->pix_fmt;
+    frame->width = context_->width;
+    frame->height = context_->height;
+    if (av_frame_get_buffer(frame.get(), 0) < 0) {
+        return Error{"out of memory for a frame"};
+    }
+    // FFmpeg has no A R G B of 16 bits. From its second sample on a row reads as R G B x (data[0]); from its
+    // first, component 0 is alpha (data[1]).
+    view->data[1] = static_cast<std::uint8_t*>(const_cast<void*>(rows));
+    view->data[0] = view->data[1] + (input_->wide() ? 2 : 1);
+    view->linesize[0] = static_cast<int>(pitch);
+    if (output_->hasAlpha() && !alpha_) {
+        fillAlpha(*frame);
+    }
+    if (output_->isRgb() && output_->bits() == input_->bits()) {
+        copyRows(*view, *frame);
+    } else if (Status status = convertRows(*view, *frame, time.fieldOrder); !status) {
+        return status;
+    }
+
+    frame->pts = times_.next(time, context_->time_base);
+    durations_[frame->pts] = times_.duration(time, context_->time_base);
+    frame->interlaced_frame = time.fieldOrder != FieldOrder::progressive;
+    frame->top_field_first = time.fieldOrder == FieldOrder::topFirst;
+    frame->sample_aspect_ratio = context_->sample_aspect_ratio;
+    frame->color_range = context_->color_range;
+    frame->colorspace = context_->colorspace;
+    frame->color_primaries = context_->color_primaries;
+    frame->color_trc = context_->color_trc;
+    frame->chroma_location = context_->chroma_sample_location;
+    if (context_->flags & AV_CODEC_FLAG_QSCALE) {
+        frame->quality = context_->global_quality;
+    }
+    const int error = avcodec_send_frame(context_.get(), frame.get());
+    if (error < 0) {
+        return Error{"encoder " + std::string(context_->codec->name) + " failed: " + errorText(error) +
+                     ffmpegHint()};
+    }
+    return drain(sink);
+}
+
+Status VideoEncoder::flush(const Sink& sink)
+{
+    const int error = avcodec_send_frame(context_.get(), nullptr);
+    if (error < 0 && error != AVERROR_EOF) {
+        return Error{"encoder " + std::string(context_->codec->name) + " failed: " + errorText(error) +
+                     ffmpegHint()};
+    }
+    return drain(sink);
+}
+
+Status VideoEncoder::drain(const Sink& sink)
+{
+    for (;;) {
+        const int error = avcodec_receive_packet(context_.get(), packet_.get());
+        if (error == AVERROR(EAGAIN) || error == AVERROR_EOF) {
+            return {};
+        }
+        if (error < 0) {
+            return Error{"encoder " + std::string(context_->codec->name) + " failed: " + errorText(error) +
+                         ffmpegHint()};
+        }
+        if (const auto known = durations_.find(packet_->pts); known != durations_.end()) {
+            packet_->duration = packet_->duration > 0 ? packet_->duration : known->second;
+            durations_.erase(known);
+        }
+        Status status = sink(*packet_);
+        av_packet_unref(packet_.get());
+        if (!status) {
+            return status;
+        }
+    }
+}
+
+void VideoEncoder::fillAlpha(AVFrame& to)
+{
+    const auto opaque = static_cast<std::uint16_t>(output_->wide() ? (1 << output_->bits()) - 1 : 0xffff);
+    scratch_.assign(static_cast<std::size_t>(context_->width), opaque);
+    for (int row = 0; row < context_->height; ++row) {
+        output_->write(to, 3, row, 0, context_->width, scratch_.data());
+    }
+}
+
+void VideoEncoder::copyRows(const AVFrame& from, AVFrame& to)
+{
+    const int width = context_->width;
+    scratch_.resize(static_cast<std::size_t>(width));
+    for (int row = 0; row < context_->height; ++row) {
+        for (int component = 0; component < 3; ++component) {
+            input_->read(from, component, row, 0, width, scratch_.data());
+            output_->write(to, component, row, 0, width, scratch_.data());
+        }
+    }
+    if (!alpha_) {
+        return;
+    }
+    AVFrame alpha = from;
+    alpha.data[0] = from.data[1];
+    for (int row = 0; row < context_->height; ++row) {
+        input_->read(alpha, 0, row, 0, width, scratch_.data());
+        output_->write(to, 3, row, 0, width, scratch_.data());
+    }
+}
+
+Status VideoEncoder::convertRows(const AVFrame& from, AVFrame& to, FieldOrder order)
+{
+    const bool byField =
+        order != FieldOrder::progressive && output_->chromaShiftY() > 0 && context_->height > 1;
+    const int fields = byField ? 2 : 1;
+    for (int field = 0; field < fields; ++field) {
+        if (Status status = convertField(from, to, field, fields); !status) {
+            return status;
+        }
+    }
+    return {};
+}
+
+Status VideoEncoder::convertField(const AVFrame& from, AVFrame& to, int field, int fields)
+{
+    const int width = context_->width;
+    const int height = context_->height;
+    const int rows = (height + fields - 1 - field) / fields;
+    PlanarFormat source;
+    source.width = static_cast<unsigned>(roundUp(width, output_->chromaShiftX()));
+    source.height = static_cast<unsigned>(roundUp(rows, output_->chromaShiftY()));
+    source.rgb = true;
+    source.bits = input_->bits();
+    source.range = rgbRange_;
+    source.parity = fields == 1 ? ZIMG_FIELD_PROGRESSIVE : (field == 0 ? ZIMG_FIELD_TOP : ZIMG_FIELD_BOTTOM);
+    PlanarFormat target = source;
+    target.rgb = output_->isRgb();
+    target.shiftX = output_->chromaShiftX();
+    target.shiftY = output_->chromaShiftY();
+    target.bits = output_->bits();
+    target.range = target.rgb ? rgbRange_ : range_;
+    target.matrix = matrix_;
+    target.chromaLocation = isJpegFormat(context_->pix_fmt) ? ZIMG_CHROMA_CENTER : ZIMG_CHROMA_LEFT;
+
+    auto& cached = graphs_[static_cast<std::size_t>(field)];
+    if (!cached || !(cached->from == source) || !(cached->to == target)) {
+        auto made = RowGraph::make(source, target);
+        if (!made) {
+            return made.error();
+        }
+        cached.emplace(Graph{source, target, std::move(made.value())});
+    }
+
+    const std::ptrdiff_t inputSize = input_->wide() ? 2 : 1;
+    const std::ptrdiff_t outputSize = output_->wide() ? 2 : 1;
+    const auto fill = [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
+        const int at = std::min(static_cast<int>(row), rows - 1) * fields + field;
+        const int first = std::min(static_cast<int>(left), width - 1);
+        const int count = std::min(static_cast<int>(right), width) - first;
+        for (int plane = 0; plane < 3; ++plane) {
+            auto* codes = static_cast<std::byte*>(window.row(plane, row)) + first * inputSize;
+            input_->read(from, plane, at, first, count, codes);
+            for (int spare = count; spare < static_cast<int>(right) - first; ++spare) {
+                std::copy_n(codes + (count - 1) * inputSize, inputSize, codes + spare * inputSize);
+            }
+        }
+    };
+    const auto take = [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
+        for (int plane = 0; plane < 3; ++plane) {
+            const int shiftX = plane == 0 ? 0 : target.shiftX;
+            const int shiftY = plane == 0 ? 0 : target.shiftY;
+            const int lines = 1 << (target.shiftY - shiftY);
+            const int columns = (width + (1 << shiftX) - 1) >> shiftX;
+            const int planeRows = (height + (1 << shiftY) - 1) >> shiftY;
+            const int first = static_cast<int>(left) >> shiftX;
+            const int count = std::min(roundUp(static_cast<int>(right), shiftX) >> shiftX, columns) - first;
+            for (int line = 0; line < lines && count > 0; ++line) {
+                const int index = (static_cast<int>(row) >> shiftY) + line;
+                const int at = index * fields + field;
+                if (at < planeRows) {
+                    const auto* codes =
+                        static_cast<const std::byte*>(window.row(plane, static_cast<unsigned>(index)));
+                    output_->write(to, plane, at, first, count, codes + first * outputSize);
+                }
+            }
+        }
+    };
+    return cached->graph.run(fill, take);
+}
+
+} // namespace Qx::Media

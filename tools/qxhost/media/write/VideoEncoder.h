@@ -1,0 +1,72 @@
+#pragma once
+
+#include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/RowGraph.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
+#include "tools/qxhost/media/write/PacketTimes.h"
+#include "tools/qxhost/media/write/VideoPackets.h"
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Qx::Media {
+
+/// Turns A R G B frames into an encoder's packets: RGB encoders get the codes as they are, others YCbCr made
+/// by zimg.
+class VideoEncoder final : public iVideoPackets
+{
+public:
+    /// timeBase is what packets' times count in; the frames' times are rescaled to it.
+    static Result<VideoEncoder> make(const AVCodec& codec, const OutputSettings& settings,
+                                     AVRational timeBase, bool globalHeader);
+
+    Status encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink) override;
+    Status flush(const Sink& sink) override;
+
+    AVCodecContext& context() const override { return *context_; }
+    std::string description() const override;
+    bool dropsAlpha() const override { return dropsAlpha_; }
+    std::int64_t movedFrames() const override { return times_.moved(); }
+
+private:
+    VideoEncoder() = default;
+
+    Status configure(const AVCodec& codec, const OutputSettings& settings, AVRational timeBase,
+                     bool globalHeader);
+    void tagColours(const OutputSettings& settings);
+    Status openCodec(const AVCodec& codec, const OutputSettings& settings);
+    Status drain(const Sink& sink);
+    void fillAlpha(AVFrame& to);
+    void copyRows(const AVFrame& from, AVFrame& to);
+    Status convertRows(const AVFrame& from, AVFrame& to, FieldOrder order);
+    Status convertField(const AVFrame& from, AVFrame& to, int field, int fields);
+
+    struct Graph
+    {
+        PlanarFormat from;
+        PlanarFormat to;
+        RowGraph graph;
+    };
+
+    CodecPtr context_;
+    PacketPtr packet_;
+    std::optional<ComponentRows> input_;
+    std::optional<ComponentRows> output_;
+    std::array<std::optional<Graph>, 2> graphs_; // one for each field
+    std::vector<std::uint16_t> scratch_;
+    std::map<std::int64_t, std::int64_t> durations_; // by time of the frame, until its packet comes
+    PacketTimes times_;
+    Range rgbRange_ = Range::full;
+    Range range_ = Range::video;
+    Matrix matrix_ = Matrix::bt709;
+    bool alpha_ = false;
+    bool dropsAlpha_ = false;
+};
+
+} // namespace Qx::Media

@@ -1,0 +1,102 @@
+#include "tools/qxhost/pipeline/device/HostSession.h"
+
+#include "host/Host.h"
+#include "host/gpu/GPUService.h"
+#include "tools/qxhost/console/Failure.h"
+
+#include <algorithm>
+#include <array>
+#include <fmt/format.h>
+
+namespace Qx::Program {
+
+namespace {
+
+void start(const std::string& device, bool quiet, bool effectsReadyWhenLoaded)
+{
+    // With this argument the library compiles effects when they are needed instead of all in the background.
+    constexpr std::array arguments{"qxhost", "-transcode"};
+    Host::start({.argc = static_cast<int>(arguments.size()),
+                 .argv = arguments.data(),
+                 .device = device.empty() ? nullptr : device.c_str(),
+                 .quiet = quiet,
+                 .effectsReadyWhenLoaded = effectsReadyWhenLoaded});
+}
+
+Host::DeviceDescription chosenDevice()
+{
+    const std::vector<Host::DeviceDescription> devices = Host::gpuService().listDevices();
+    const auto chosen =
+        std::find_if(devices.begin(), devices.end(), [](const auto& device) { return device.chosen; });
+    return chosen != devices.end() ? *chosen : Host::DeviceDescription{};
+}
+
+} // namespace
+
+void tellComplaints(Console& console)
+{
+    for (const LightweightString<char>& complaint : Host::takeComplaints()) {
+        console.note(complaint.view());
+    }
+}
+
+HostSession::HostSession(const std::string& device, Console* console, Output output, Effects effects)
+{
+    start(device, output == Output::quiet, effects == Effects::readyWhenLoaded);
+    const bool usable = Host::gpuService().start();
+    if (console != nullptr) {
+        tellComplaints(*console);
+    }
+    if (!usable) {
+        const std::string reason = Host::gpuService().failure();
+        Host::stop();
+        throw Failure(ExitCode::device, (device.empty() ? "" : "--device " + device + ": ") + reason);
+    }
+}
+
+HostSession::HostSession(Console& console)
+{
+    start({}, true, false);
+    tellComplaints(console);
+}
+
+HostSession::~HostSession()
+{
+    Host::stop();
+}
+
+std::string deviceName()
+{
+    return chosenDevice().name;
+}
+
+bool deviceIsSoftware()
+{
+    return chosenDevice().software;
+}
+
+bool deviceIsLost()
+{
+    return Host::gpuService().isLost();
+}
+
+void failOnDevice(int width, int height)
+{
+    if (deviceIsLost()) {
+        throw Failure(ExitCode::device, deviceName() +
+                                            ": stopped working; run again, or choose another device with "
+                                            "--device ('qxhost devices' lists them)");
+    }
+    const auto limit = static_cast<int>(chosenDevice().largestImage);
+    if (width > limit || height > limit) {
+        throw Failure(ExitCode::device,
+                      fmt::format("{}: takes images of at most {} x {} pixels, and the picture has {} x {}; "
+                                  "choose another device with --device",
+                                  deviceName(), limit, limit, width, height));
+    }
+    throw Failure(ExitCode::device, deviceName() + ": cannot hold another picture of " +
+                                        std::to_string(width) + " x " + std::to_string(height) +
+                                        " pixels; close what else uses it, or choose another with --device");
+}
+
+} // namespace Qx::Program

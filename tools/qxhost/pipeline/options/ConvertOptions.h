@@ -1,0 +1,94 @@
+#pragma once
+
+#include "platform/ImageFormat.h"
+#include "tools/qxhost/media/MediaTypes.h"
+#include "tools/qxhost/pipeline/formats/PixelFormat.h"
+#include "tools/qxhost/pipeline/options/BurnInOptions.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace Qx::Program {
+
+/// One "--set NAME=VALUE[,VALUE...]".
+struct ParameterSetting
+{
+    std::string name;
+    std::vector<float> values; ///< at least one, all finite
+};
+
+/// One "--effect FILE", or one "--lut FILE", with what was said about it.
+struct EffectRequest
+{
+    std::string file;      ///< a name of the catalogue, or a path
+    std::string technique; ///< empty: the file's first
+    std::vector<ParameterSetting> settings;
+    std::string lut; ///< of "--lut", a LUT of the catalogue or a path; the effect is then the one for tables
+};
+
+/// What a user says of an input that holds nothing but frames.
+struct RawInputOptions
+{
+    std::optional<PixelFormat> format; ///< empty: the input is a clip or picture
+    unsigned width = 0;                ///< pixels; 0: not said
+    unsigned height = 0;
+    const char* sizeOption = "--size";        ///< what the command calls these
+    std::int64_t rowBytes = 0;                ///< from a row to the next in the file; 0: the format's own
+    std::optional<Media::Rational> frameRate; ///< empty: 25
+};
+
+/// "qxhost fields": every frame becomes its two fields.
+struct SeparateFields
+{
+    std::optional<Media::FieldOrder> order; ///< which was first in time; empty: as the input says
+};
+
+/// "qxhost thumbnail": a frame becomes one small picture.
+struct ShrinkPicture
+{
+    unsigned width = 0; ///< largest, in pixels
+    unsigned height = 0;
+    bool stretch = false; ///< to exactly that size, whatever the shape
+};
+
+/// What is made of the pictures after the effects.
+using PictureStep = std::variant<std::monostate, SeparateFields, ShrinkPicture>;
+
+/// What "qxhost convert" was asked for, and the commands that convert in a particular way.
+struct ConvertOptions
+{
+    std::filesystem::path input;
+    std::filesystem::path output;
+
+    RawInputOptions raw;
+    std::optional<PixelFormat> format; ///< of the frames written; empty: the encoder's own
+    std::int64_t outputRowBytes = 0;   ///< from a row to the next in a raw file; 0: the format's own
+    PictureStep step;
+
+    std::optional<Media::Range> range; ///< of the input, instead of what its tags say
+    std::optional<Media::Matrix> matrix;
+    std::optional<Media::Range> outputRange; ///< of the RGB that leaves the conversion
+    Image::Filter filter = Image::Filter::CatmullRom;
+    std::optional<Media::Depth> depth;
+    std::vector<EffectRequest> effects; ///< in the order in which they run
+
+    BurnInOptions burnIn; ///< after the effects
+
+    std::int64_t start = 0;  ///< frames to leave out at the beginning
+    std::int64_t frames = 0; ///< frames to convert at most; 0: all
+
+    std::string codec;
+    std::string pixelFormat;
+    bool audio = true;
+    bool force = false;
+    std::string device;
+    bool quiet = false;
+    bool json = false;
+};
+
+} // namespace Qx::Program

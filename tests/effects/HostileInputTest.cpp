@@ -107,7 +107,7 @@ const std::vector<Hostile>& hostileInputs()
         {"LongLine", [] { return std::string(1U << 20U, ' ') + "@" + std::string(1U << 20U, '/'); },
          "unexpected character '@'\n    ..."},
         {"ByteOrderMark", [] { return "\xEF\xBB\xBF" + effectWith("return 1;"); }, nullptr},
-        {"NoUtf8", [] { return effectWith("return \xFF\xFE;"); }, "the byte 0xFF begins no character"},
+        {"NoUtf8", [] { return effectWith("return \xFF\xFE;"); }, "the byte 0xFF is not valid UTF-8"},
         {"LoneBackslash", [] { return effectWith("return 1;") + "\\"; }, "unexpected character"},
         {"OpenString", [] { return "texture T < string A = \"" + std::string(100000, 'x'); }, "does not end"},
         {"LongName", [] { return "float " + std::string(100000, 'x') + ";"; }, "4096 characters"},

@@ -17,7 +17,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Compiling for a slow software device takes seconds; nothing that answers at all takes longer than this.
+// Compiling for a slow software device takes seconds; no working participant takes longer than this.
 constexpr auto setUpLimit = 30s;
 
 std::vector<std::string> split(const std::string& line)
@@ -33,12 +33,12 @@ std::vector<std::string> split(const std::string& line)
     return fields;
 }
 
-/// Starts a program with these files as its standard input and output; its process, or -1. What it inherits
-/// besides is close-on-exec.
+/// Starts a program with these files as its standard input and output. Returns its process id, or -1. Other
+/// inherited descriptors are close-on-exec.
 pid_t spawn(std::vector<std::string> arguments, Variables variables, posix_spawn_file_actions_t& files)
 {
     for (char** each = environ; *each != nullptr; ++each) {
-        variables.emplace_back(*each); // an earlier one of the same name wins
+        variables.emplace_back(*each); // the first one of a name wins
     }
     const auto pointers = [](std::vector<std::string>& texts) {
         std::vector<char*> all;
@@ -189,7 +189,7 @@ void Peer::end(const std::string& why)
         }
     }
     if (process_ > 0) {
-        // Well-behaved ones end with their input; one that hangs is not waited for.
+        // Participants end with their input; one that hangs is not waited for.
         constexpr int patience = 100;
         int status = 0;
         for (int i = 0; i < patience && ::waitpid(process_, &status, WNOHANG) == 0; ++i) {

@@ -4,19 +4,19 @@
 #include <string>
 #include <string_view>
 
-/// What a catalogue of many effects costs: to load it in a new process, and to draw with it for the first
-/// time.
+/// The cost of a catalogue of many effects: loading it in a new process, and the first draws with it.
 namespace Qx::Bench {
 
 inline constexpr int catalogueFiles = 50;
 
-/// Writes that many effect files of one to three techniques, always the same ones: grades, keys, blurs,
-/// wipes, patterns and distortions with constants of their own, with an include that all share.
+/// Writes that many effect files of one to three techniques, always the same: grades, keys, blurs, wipes,
+/// patterns and distortions with their own constants, and one shared include.
 void writeCatalogue(const std::filesystem::path& directory);
 
-/// The option with which this program runs itself as a new process: loads and draws every effect of a
-/// directory, as the environment configures the host, and prints three numbers of milliseconds: the start
-/// with everything loaded, and the median and the longest first draw of a technique. 0 when all went well.
+/// The option with which this program runs itself as a new process. It loads and draws every effect of a
+/// directory with the host configured by the environment, and prints three times in milliseconds: the start
+/// until everything is loaded, and the median and the longest first draw of a technique. The exit code is 0
+/// on success.
 inline constexpr std::string_view catalogueOption = "--catalogue=";
 int runCatalogue(const std::filesystem::path& directory);
 

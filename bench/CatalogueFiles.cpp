@@ -19,7 +19,7 @@ float4 mixed(float4 a, float4 b) { return lerp(a, b, amount); }
 #endif
 )";
 
-/// Bodies of pixel functions: {0} and {1} are constants of the effect, {2} a count of taps.
+/// Bodies of pixel functions: {0} and {1} are constants of the effect, {2} is a number of taps.
 constexpr std::array bodies{
     "float4 c = tex2D(InputSampler, uv); return mixed(c, float4(pow(saturate(c.rgb * {0} + {1}), 0.8), "
     "c.a));",

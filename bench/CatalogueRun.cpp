@@ -34,7 +34,8 @@ std::vector<std::filesystem::path> effectsIn(const std::filesystem::path& direct
     return files;
 }
 
-/// Waits until what was drawn into an image is done. Unlike finish() it needs none of the library's effects.
+/// Blocks until all drawing into an image has finished. Unlike finish(), it needs none of the library's
+/// effects.
 void waitFor(Image::Surface& target)
 {
     if (const Qx::Ptr<iHostImage> image = OS().gpu().downloadImage(target.getGPUSurface())) {
@@ -42,14 +43,15 @@ void waitFor(Image::Surface& target)
     }
 }
 
-/// The time of each technique's first draw, until the device is done; none when one fails.
+/// Returns the time of each technique's first draw until the device has finished, or an empty result if one
+/// fails.
 std::vector<double> drawAll(const std::vector<Qx::Ptr<iShaderEffect>>& effects)
 {
     constexpr XY<int> size{64, 64};
     const auto image = [&] { return Image::makeWrapper(OS().gpu().createGPUImage(size, iGPUImage::eARGB8)); };
     const Image::Surface source = image();
     Image::Surface target = image();
-    waitFor(target); // what the first use of the device costs belongs to none of them
+    waitFor(target); // excludes the cost of the device's first use
     std::vector<double> times;
     for (const Qx::Ptr<iShaderEffect>& effect : effects) {
         for (const LightweightString<char>& technique : effect->getTechniqueNames()) {

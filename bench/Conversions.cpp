@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-// Frames a second of each conversion at 1080p: on the device alone, and with every frame uploaded and read
-// back. Plain copies of the same bytes stand beside them.
+// Frames per second of each conversion at 1080p: on the device alone, and for the round trip of every frame.
+// Plain copies of the same bytes are the reference.
 
 namespace Qx::Bench {
 namespace {
@@ -22,7 +22,7 @@ using benchmark::State;
 
 constexpr std::array depths{iGPUImage::eARGB8, iGPUImage::eARGB16};
 
-/// Converts a frame; false when nothing was drawn.
+/// Converts a frame. Returns false if nothing was drawn.
 using Conversion = bool (*)(const Surface& source, Surface& target, Filter filter);
 
 bool decode(const Surface& source, Surface& target, Filter filter)
@@ -55,7 +55,7 @@ void onDevice(State& state, Conversion convert, const Surface& source, Surface t
 
 void thereAndBack(State& state, iGPUImage::eFormat depth, Filter filter)
 {
-    // As many as are under way: a frame is written again only when the device has read it.
+    // As many as are in flight: a frame is rewritten only after the device has read it.
     const std::vector<Surface> frames(3, makeVideoFrame(depth));
     std::size_t next = 0;
     measureThereAndBack(state, [&] {

@@ -6,16 +6,16 @@
 
 #include <functional>
 
-/// How the benchmarks count frames.
+/// Counting of frames for the benchmarks.
 namespace Qx::Bench {
 
-/// Frames a second of a pass into that target, as the counter "fps"; the counter "bytes" has the target's
-/// bytes. `draw` records the pass, and is false when it cannot.
+/// Measures the frames per second of a pass into that target, as the counter "fps"; the counter "bytes" is
+/// the size of the target. `draw` records the pass and returns false on failure.
 void measureOnDevice(benchmark::State& state, const Image::Surface& target,
                      const std::function<bool()>& draw);
 
-/// Frames a second there and back, as the counter "fps", with three under way at a time. `start` begins with
-/// the next one and gives the memory that it will come back to.
+/// Measures the frames per second of a round trip, as the counter "fps", with three frames in flight. `start`
+/// begins the next one and returns the memory that it will be read back to.
 void measureThereAndBack(benchmark::State& state, const std::function<Qx::Ptr<iHostImage>()>& start);
 
 } // namespace Qx::Bench

@@ -6,8 +6,8 @@
 
 #include <string>
 
-// Frames a second of each rearrangement of components at 1080p, on the device alone. Copies of as many bytes
-// as each one writes stand beside them.
+// Frames per second of each rearrangement of components at 1080p, on the device alone. Copies of as many
+// bytes as each one writes are the reference.
 
 namespace Qx::Bench {
 namespace {
@@ -77,7 +77,7 @@ void unpackMatrox(State& state, const Surface& source, Surface target)
 
 void packMatrox(State& state, const Surface& source)
 {
-    Surface target; // every frame makes its own
+    Surface target; // created per frame
     ColourConversion::packMatrox10BitFormat(source, target);
     measureOnDevice(state, target, [&] { return ColourConversion::packMatrox10BitFormat(source, target); });
 }

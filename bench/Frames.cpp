@@ -52,7 +52,7 @@ Surface makePicture(iGPUImage::eFormat depth, XY<int> size)
 
 void finish()
 {
-    // One queue, in order: what is drawn last is done last. Two texels cost nothing beside a frame.
+    // One queue, in order: the last draw finishes last. Two texels cost nothing compared to a frame.
     static const Surface source = makeWrapper(OS().gpu().createGPUImage({2, 1}, iGPUImage::eARGB8));
     static Surface target = makeWrapper(OS().gpu().createGPUImage({2, 1}, iGPUImage::eARGB8));
     applyTechnique(source, target, "Null", 2.0F, iGPUImage::eARGB8);

@@ -7,7 +7,7 @@ namespace Qx::Host {
 struct DeviceDescription;
 }
 
-/// What the benchmarks share: frames of one size, and waiting for the device.
+/// Shared by the benchmarks: frames of one size, and waiting for the device.
 namespace Qx::Bench {
 
 inline constexpr XY<int> frameSize{1920, 1080};
@@ -17,19 +17,19 @@ inline const char* depthName(iGPUImage::eFormat format)
     return format == iGPUImage::eARGB8 ? "8" : "16";
 }
 
-/// A frame of video-range BT.709 4:2:2 in host memory: a colourful ramp.
+/// Creates a frame of video-range BT.709 4:2:2 in host memory: a colour ramp.
 Image::Surface makeVideoFrame(iGPUImage::eFormat depth, XY<int> size = frameSize);
 
-/// An empty RGB frame on the GPU.
+/// Creates an RGB frame on the GPU with undefined contents.
 Image::Surface makePicture(iGPUImage::eFormat depth, XY<int> size = frameSize);
 
-/// Waits until the device has done all that is recorded. One thread at a time.
+/// Blocks until the device has finished everything recorded. Not thread-safe.
 void finish();
 
-/// The device that the benchmarks run on; without a name when there is none.
+/// Returns the device that the benchmarks run on; its name is empty if there is none.
 Host::DeviceDescription chosenDevice();
 
-/// The same for people.
+/// Returns a description of the device.
 const char* deviceName();
 
 } // namespace Qx::Bench

@@ -12,7 +12,7 @@ class Look
 public:
     explicit Look(const std::filesystem::path& file);
 
-    /// Records the pass; false when it cannot.
+    /// Records the pass. Returns false on failure.
     bool draw(const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUImage>& target) const;
 
 private:

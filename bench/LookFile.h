@@ -4,8 +4,8 @@
 
 namespace Qx::Bench {
 
-/// A look of 33 points an edge, as a .cube file. Made on first use and gone with the process; empty when it
-/// cannot be written.
+/// Returns the path of a LUT of 33 points per axis, a .cube file, or an empty path if it cannot be written.
+/// Created on first use and removed at process exit.
 const std::filesystem::path& lookFile();
 
 } // namespace Qx::Bench

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-// A look of 33 points an edge over a frame of scattered colours: the effect on the device alone and with
-// every frame uploaded and read back.
+// A LUT of 33 points per axis over a frame of scattered colours: the effect on the device alone, and the
+// round trip of every frame.
 
 namespace Qx::Bench {
 namespace {
@@ -23,7 +23,7 @@ std::size_t bytesOf(iGPUImage::eFormat depth)
            (depth == iGPUImage::eARGB8 ? 4 : 8);
 }
 
-/// Random bytes are random codes at either depth.
+/// Random bytes are random codes at both depths.
 void scatter(std::byte* bytes, std::size_t count)
 {
     std::mt19937 random(1);

@@ -27,8 +27,8 @@ void MarkdownReport::ReportRuns(const std::vector<Run>& runs)
 
 bool MarkdownReport::write(const std::string& path) const
 {
-    // A pass is compared with the device's own copy of as many bytes, the least that it could cost; what is
-    // more than a pass, with that of an RGB frame of its depth.
+    // A pass is compared with the device's own copy of as many bytes, which is its lower bound; more than one
+    // pass is compared with the copy of an RGB frame of its depth.
     const auto copyRate = [this](const Row& of) {
         const bool deep = of.name.find(", 16 bits") != std::string::npos;
         const std::string_view frame = deep ? "copy on the device, 16 bits" : "copy on the device, 8 bits";

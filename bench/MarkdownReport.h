@@ -7,13 +7,13 @@
 
 namespace Qx::Bench {
 
-/// Prints as usual, and keeps the medians of repeated benchmarks for a page of documentation.
+/// Prints as usual, and collects the medians of repeated benchmarks for a documentation page.
 class MarkdownReport : public benchmark::ConsoleReporter
 {
 public:
     void ReportRuns(const std::vector<Run>& runs) override;
 
-    /// Writes the page's sections of absolute figures; false when the file cannot be written.
+    /// Writes the page's sections of absolute figures. Returns false if the file cannot be written.
     bool write(const std::string& path) const;
 
 private:
@@ -22,8 +22,8 @@ private:
         std::string name;
         double time = 0;
         std::string unit;
-        double framesPerSecond = 0; ///< 0 for what is not counted in frames
-        double bytes = 0;           ///< that a pass writes; 0: it is more than one pass
+        double framesPerSecond = 0; ///< 0 if not counted in frames
+        double bytes = 0;           ///< written by a pass; 0 for more than one pass
     };
 
     std::vector<Row> rows_;

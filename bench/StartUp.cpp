@@ -3,7 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
-// What a host waits for before the first frame.
+// The time that a host waits before the first frame.
 
 namespace Qx::Bench {
 namespace {

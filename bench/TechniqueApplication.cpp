@@ -5,8 +5,8 @@
 
 #include <benchmark/benchmark.h>
 
-// What one technique application costs the calling thread. The images have two texels, so that the device is
-// never what is waited for.
+// The cost of one technique application on the calling thread. The images have two texels, so the device is
+// never the bottleneck.
 
 namespace Qx::Bench {
 namespace {

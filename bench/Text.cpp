@@ -4,8 +4,8 @@
 
 #include <string>
 
-// What text costs: asking the cache for a font that it has, shaping, and lines drawn into a 1080p frame, the
-// glyphs being on the device already. The counter "glyphs/s" is their rate.
+// The cost of text: a font from the cache, shaping, and lines drawn into a 1080p frame with the glyphs
+// already on the device. The counter "glyphs/s" is their rate.
 
 namespace Qx::Bench {
 namespace {

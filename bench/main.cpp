@@ -39,8 +39,8 @@ int main(int argc, char** argv)
         return 2;
     }
 
-    setenv("QX_CACHE", "0", 1);                                 // compilation is what is measured
-    const char* const arguments[] = {"qx_bench", "-transcode"}; // nothing compiles in the background
+    setenv("QX_CACHE", "0", 1);                                 // measures compilation, not the cache
+    const char* const arguments[] = {"qx_bench", "-transcode"}; // no background compilation
     Qx::Host::StartOptions options;
     options.argc = 2;
     options.argv = arguments;

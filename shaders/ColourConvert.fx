@@ -1,11 +1,11 @@
-// Conversions between the pixel formats of video. Every technique reads one image, under all the names its
-// caller binds, and writes each texel of the target once.
+// Conversions between video pixel formats. Every technique reads one image, under all names that its caller
+// binds, and writes each texel of the target once.
 //
-// Techniques are named for the ranges ("Unscaled" is full range, "Video" is 16 to 235), the matrix and the
-// chroma filter. Any depth of source and target, 8 to 16 bits, goes with any technique.
+// Techniques are named after the ranges ("Unscaled" is full range, "Video" is 16 to 235), the matrix and the
+// chroma filter. Every technique works at any depth of source and target, 8 to 16 bits.
 
 texture gSourceImage;
-// Shifted views of the same image. The techniques fetch whole texels by number and need none of them.
+// Shifted views of the same image. The techniques fetch texels by integer position and do not need them.
 texture gSourceImage2 < bool Unread = true; >;
 texture gSourceImage3 < bool Unread = true; >;
 texture gSourceImage4 < bool Unread = true; >;
@@ -27,9 +27,9 @@ float inputMax : TEXTUREMAXCODE < string Texture = "gSourceImage"; >;
 float2 targetSize : TARGETSIZE;
 float targetMax : TARGETMAXCODE;
 
-// What callers of the 10-bit techniques tell: how many 32-bit words a packed row has on its way in, how many
-// pairs of pixels, counting half ones, a row has on its way out, and the packed row's words then, which are
-// the target's.
+// Set by callers of the 10-bit techniques. pSourceImageTotalWidthInDWORDs: for unpacking, the 32-bit words of
+// a packed row; for packing, the pixel pairs of a row, including a half pair. DestImageWidth: the words of
+// the packed row, which are the target's texels.
 float pSourceImageTotalWidthInDWORDs = 0.0;
 float DestImageWidth = 0.0;
 

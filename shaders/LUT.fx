@@ -1,8 +1,8 @@
-// A colour look-up table: the table's colours for the picture's, between entries by tetrahedral interpolation.
-// The table is a three-dimensional image, red along its first axis. Whoever binds it gives the colours of its
-// first and last entries too. Colours outside are held to them. Alpha is passed on.
+// Applies a colour look-up table with tetrahedral interpolation. The table is a three-dimensional image with
+// red along its first axis. The caller that binds it also sets the colours of its first and last entries;
+// colours outside are clamped. Alpha is passed on.
 //
-// The weights are computed here in full floats: filters of devices know 256 steps between two entries.
+// The weights are computed here in 32-bit floats: device filters have only 256 steps between two entries.
 
 texture Input;
 texture LUT;
@@ -23,7 +23,7 @@ sampler3D TableSampler = sampler_state
 
 float amount < string Label = "Amount"; float Min = 0.0; float Max = 1.0; float Step = 0.01; > = 1.0;
 
-// What the table's first and last entries stand for: red, green, blue.
+// The colours of the table's first and last entries: red, green, blue.
 float3 domainMin = { 0.0, 0.0, 0.0 };
 float3 domainMax = { 1.0, 1.0, 1.0 };
 
@@ -35,9 +35,9 @@ float3 entry(int3 at)
     return tex3Dfetch(TableSampler, at).rgb;
 }
 
-// The cell around the colour is cut into six tetrahedra along its diagonal from dark to bright. Sorting the
-// fractions finds the right one: the way from the dark corner to the bright one goes along the axis of the
-// largest fraction first, of the smallest last.
+// The cell around the colour is divided into six tetrahedra along its diagonal from dark to bright. Sorting
+// the fractions selects the tetrahedron: the path from the dark corner to the bright one follows the axis of
+// the largest fraction first and that of the smallest last.
 float3 lookUp(float3 colour)
 {
     float last = tableSize.x - 1.0;
@@ -57,7 +57,7 @@ float3 lookUp(float3 colour)
            entry(corner + int3(1, 1, 1)) * smallest;
 }
 
-// To the nearest code, whatever the device would do. A target that holds no codes takes the number itself.
+// Rounds to the nearest code, independently of the device. A floating-point target takes the value itself.
 float3 rounded(float3 colour)
 {
     return targetMax > 1.5 ? floor(clamp(colour, 0.0, 1.0) * targetMax + 0.5) / targetMax : colour;

@@ -1,7 +1,7 @@
-// Three-way colour correction: lift for the dark end, gamma for the middle, gain for the bright end, and
-// saturation. Lift, gamma and gain each have a master and one control a channel, which work together: lifts
-// add, gammas and gains multiply. The defaults leave every code as it is, also those below black and above
-// white of video-range pictures. Alpha is passed on.
+// Three-way colour correction: lift for shadows, gamma for midtones, gain for highlights, and saturation.
+// Lift, gamma and gain each have a master and one control per channel, which combine: lifts add, gammas and
+// gains multiply. The defaults change no code, including those below black and above white of video-range
+// pictures. Alpha is passed on.
 
 #include "Include/Standards.fxh"
 
@@ -33,8 +33,8 @@ float gainBlue < string Label = "Gain blue"; float Min = 0.0; float Max = 4.0; f
 
 float saturation < string Label = "Saturation"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
 
-// Lift moves black and leaves white where it is; gain moves white and leaves black; gamma bends what is
-// between. Below 0 the curve is the mirror image of that above. pow(x, 1) need not be x, hence the exception.
+// Lift moves black and keeps white; gain moves white and keeps black; gamma bends the range between. Below 0
+// the curve is mirrored. pow(x, 1) may differ from x, hence the special case.
 float grade(float value, float liftBy, float gammaBy, float gainBy)
 {
     float v = (value + liftBy * (1.0 - value)) * gainBy;

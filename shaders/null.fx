@@ -1,9 +1,9 @@
 // Copies and rearrangements of an image: components change their places and keep their values.
 //
-// Techniques are named for the order of components in memory that they read and write, as their callers spell
-// it; README.md says what each one does. Texels are read by number, so that what a row holds behind the picture
-// never comes in. Values of RGB keep their share of the largest code where the depth changes; those of YCrCb keep
-// their place among the steps of video.
+// Techniques are named after the order of components in memory that they read and write, as their callers
+// spell it; README.md describes each one. Texels are read by integer position, so the padding of a row is
+// never used. When the depth changes, RGB keeps its fraction of the largest code, and YCrCb is scaled by
+// powers of two.
 
 texture Input;
 
@@ -21,23 +21,22 @@ float inputMax : TEXTUREMAXCODE < string Texture = "Input"; >;
 float2 targetSize : TARGETSIZE;
 float targetMax : TARGETMAXCODE;
 
-// The size of the picture as the caller counts it.
+// The size of the picture, set by the caller.
 float _Width = 0.0;
 float _Height = 0.0;
 
 #include "Include/Components.fxh"
 #include "Include/TenBit.fxh"
 
-// Where a technique is applied to a surface, its picture is bound a second time, with the rectangle moved aside;
-// where an image is drawn through an effect, it is bound once. What is not bound has the rectangle (0, 0, 1, 1),
-// as the third one always has.
+// Technique application binds the picture twice, the second time with a shifted rectangle; drawing an image
+// through an effect binds it once. An unbound input, such as the third one, has the rectangle (0, 0, 1, 1).
 bool isSurface(float2 second, float2 unbound)
 {
     return second.x != unbound.x;
 }
 
-// The rectangle of a surface is that of its rows, padding included. Moved to the right, it is by a pixel of the
-// picture: whose width is thus known to be _Width.
+// The rectangle of a surface spans its rows including padding. A shift to the right is one pixel of the
+// picture, which proves that the picture's width is _Width.
 float4 copy(float2 uv : TEXCOORD0, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLORCODE
 {
     bool knowsWidth = isSurface(second, unbound) && abs((second.x - uv.x) * _Width - 1.0) < 0.1;
@@ -77,14 +76,14 @@ float4 copyVideo(int2 pos : VPOS) : COLORCODE
     return texelOf(atTargetDepth(componentsAt(pos)));
 }
 
-// B G R A pictures are drawn through this; surfaces that it is applied to are video.
+// B G R A pictures are drawn through this technique; surfaces that it is applied to are video.
 float4 reverseOrder(int2 pos : VPOS, float2 second : TEXCOORD1, float2 unbound : TEXCOORD2) : COLORCODE
 {
     float4 c = componentsAt(pos).wzyx;
     return texelOf(isSurface(second, unbound) ? atTargetDepth(c) : sharesAtTargetDepth(c));
 }
 
-// The codes to return for red, green and blue.
+// Returns the codes for red, green and blue, opaque.
 float4 opaque(float3 colours)
 {
     return float4(sharesAtTargetDepth(float4(colours, 0.0)).rgb, targetMax);
@@ -101,13 +100,13 @@ float4 fromThree(int2 pos : VPOS, uniform bool redFirst, uniform bool flipped) :
     return opaque(redFirst ? c : c.zyx);
 }
 
-// Red, green and blue of a pixel of the source; 0 behind the picture.
+// Returns red, green and blue of a pixel of the source; 0 beyond the picture.
 float3 coloursAt(int x, int y)
 {
     return x < int(_Width) ? componentsAt(int2(x, y)).yzw : float3(0.0, 0.0, 0.0);
 }
 
-// The target's texels hold a row's components one after the other.
+// The target's texels hold a row's components consecutively.
 float4 toThree(int2 pos : VPOS, uniform bool redFirst) : COLORCODE
 {
     int y = pos.y;
@@ -143,7 +142,7 @@ float4 toPlanes(int2 pos : VPOS) : COLORCODE
                                                     : float4(one.b, two.b, three.b, four.b)));
 }
 
-// Y, then Cr and Cb of half as many lines, which two lines of the picture share.
+// Planes of Y, then of Cr and Cb with half as many lines, which two lines of the picture share.
 float4 fromYV12(int2 pos : VPOS) : COLORCODE
 {
     int pair = pos.x;
@@ -155,8 +154,8 @@ float4 fromYV12(int2 pos : VPOS) : COLORCODE
                                         componentAt(pair * 2 + 1, y), componentAt(pair, cr))));
 }
 
-// Chroma of a pair of pixels in two lines: the mean, halves rounded up. The last of an odd number of lines is
-// on its own.
+// Returns the chroma of a pair of pixels in two lines: the mean, halves rounded up. The last of an odd number
+// of lines has no partner.
 float sharedChroma(int pair, int row, int rows, bool cr)
 {
     float4 upper = componentsAt(int2(pair, row));
@@ -206,7 +205,7 @@ float4 toV210(int2 pos : VPOS) : COLORCODE
 
 // ---- Looking at an image ----
 
-// Four pixels for a texel: its components, as greys.
+// Four pixels per texel: its components as greys.
 float4 expandChannels(int2 pos : VPOS) : COLORCODE
 {
     float grey = componentAt(pos.x, pos.y);
@@ -222,7 +221,7 @@ float4 expandChannels(int2 pos : VPOS) : COLORCODE
         }                                                                                                    \
     }
 
-// Words are texels of 8 bits a component whatever depth they hold.
+// Words are texels of 8 bits per component, whatever depth they hold.
 #define TECHNIQUE_OF_WORDS(NAME, CALL)                                                                       \
     technique NAME < bool MixedDepths = true; >                                                              \
     {                                                                                                        \

@@ -3,7 +3,7 @@
 namespace Qx::Bench {
 namespace {
 
-// Methods by which participants name what they do; bars pick by them.
+// Methods by the names that participants give them; bars select by these.
 constexpr const char* handWritten = "hand-written pass";
 constexpr const char* renderer = "renderer";
 constexpr const char* oneThread = "one thread";
@@ -187,7 +187,7 @@ std::vector<Comparison> besideLimits(const Peer& ours, const Peer* placebo)
         add("download", "memcpy");
         add("device copy", "memcpy");
     }
-    // 4:2:2 is read and RGB written, 2 and 4 bytes a pixel; a copy reads and writes 4.
+    // Reads 4:2:2 and writes RGB, 2 and 4 bytes per pixel; a copy reads and writes 4.
     comparisons.push_back({"",
                            "4:2:2 to RGB, 8 bits, Point, 2160 lines, bytes a second",
                            "device copy",

@@ -7,19 +7,19 @@
 
 namespace Qx::Bench {
 
-/// How far two frames of a work's result lie apart, which tells whether the work was the same.
+/// The difference between two frames of a work's result, which shows whether the work was the same.
 struct Difference
 {
     unsigned largest = 0; ///< in codes: of 10 bits in v210, else of the work's depth
-    double share = 0;     ///< of components that differ, 0 to 1
+    double share = 0;     ///< fraction of components that differ, 0 to 1
 };
 
-/// Compares two files of results. Where chroma is filtered, twelve pixels at the left and at the right are
-/// left out: how a filter goes on beyond the edge is everyone's own. Empty when a file is not such a frame.
+/// Compares two files of results. If chroma is filtered, twelve pixels at the left and right are ignored:
+/// implementations extend the edge differently. Returns an empty value if a file is not such a frame.
 std::optional<Difference> differenceOf(const Work& work, const std::string& ourFile,
                                        const std::string& theirFile);
 
-/// Whether two results are the same as far as rounding goes: one code apart at most, two of 16 bits.
+/// Returns whether two results are the same except for rounding: at most one code apart, two at 16 bits.
 bool isSameResult(const Work& work, const Difference& difference);
 
 } // namespace Qx::Bench

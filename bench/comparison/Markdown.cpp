@@ -124,7 +124,7 @@ void addPeers(const Page& page, std::string& text)
     text += "\nFrames a second.\n\n";
 }
 
-/// A table of ratios without anyone else's results.
+/// A table of ratios without the results of others.
 void addRatios(const std::vector<Result>& results, const char* heading, std::string& text)
 {
     if (results.empty()) {

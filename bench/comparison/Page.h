@@ -12,10 +12,10 @@ struct Absence
 {
     std::string name;
     std::string why;
-    std::string packages; ///< what to install; empty when that does not help
+    std::string packages; ///< packages to install; empty if that does not help
 };
 
-/// Everything that docs/performance.md tells.
+/// The contents of docs/performance.md.
 struct Page
 {
     std::string machine;
@@ -27,19 +27,19 @@ struct Page
     std::optional<Spread> pingPong; ///< nanoseconds
     std::vector<Bar> bars;
     std::vector<Result> peers;  ///< against others
-    std::vector<Result> limits; ///< against what the device and memory can do at all
-    std::vector<Result> costs;  ///< of ours against ours
+    std::vector<Result> limits; ///< against the limits of the device and memory
+    std::vector<Result> costs;  ///< ours against ours
     std::vector<Cost> absolutes;
-    std::string start;    ///< the table of the catalogue; empty when it was not measured
-    std::string figures;  ///< sections of absolute figures; empty likewise
-    std::string plotName; ///< the plot's file beside the page; empty when there is none
+    std::string start;    ///< the table of the catalogue; empty if not measured
+    std::string figures;  ///< sections of absolute figures; empty if not measured
+    std::string plotName; ///< the plot's file beside the page; empty if there is none
 };
 
-/// The page in Markdown. Parts that were not measured are left out.
+/// Returns the page in Markdown. Parts that were not measured are omitted.
 std::string markdownOf(const Page& page);
 
-/// A plot of the ratios against others and against the limits, as SVG: a row each, on a logarithmic axis, the
-/// median with quartiles and extremes. The same results give the same bytes.
+/// Returns an SVG plot of the ratios against others and against the limits: one row each, on a logarithmic
+/// axis, the median with quartiles and extremes. The same results yield the same bytes.
 std::string plotOf(const Page& page);
 
 } // namespace Qx::Bench

@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Compiling for a slow software device takes seconds; nothing that answers at all takes longer than this.
+// Compiling for a slow software device takes seconds; no working participant takes longer than this.
 constexpr auto setUpLimit = 30s;
 
 std::vector<std::string> split(const std::string& line)
@@ -165,7 +165,7 @@ void Peer::end(const std::string& why)
         }
     }
     if (process_ > 0) {
-        // Well-behaved ones end with their input; one that hangs is not waited for.
+        // Participants end with their input; one that hangs is not waited for.
         constexpr int patience = 100;
         int status = 0;
         for (int i = 0; i < patience && ::waitpid(process_, &status, WNOHANG) == 0; ++i) {

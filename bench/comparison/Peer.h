@@ -11,8 +11,8 @@ namespace Qx::Bench {
 
 using Variables = std::vector<std::string>; ///< NAME=VALUE
 
-/// A participant of the comparison in a process of its own; see bench/peers/Participant.h for what is said.
-/// It is ended with the object. One that does not answer in time, or dies, is dead for good.
+/// A participant of the comparison in its own process; bench/peers/Participant.h describes the protocol. The
+/// process ends with the object. One that does not answer in time, or dies, is not used again.
 class Peer
 {
 public:
@@ -30,13 +30,13 @@ public:
         std::string note;
     };
 
-    /// Starts a program, with these variables over the environment's.
+    /// Starts a program. `variables` override the environment's.
     Peer(const std::string& program, const Variables& variables);
     ~Peer();
     Peer(const Peer&) = delete;
     Peer& operator=(const Peer&) = delete;
 
-    /// Why it takes no part, or what went wrong last; empty when all is well.
+    /// Returns why it does not take part, or the last error; empty if there is none.
     const std::string& failure() const { return failure_; }
     bool alive() const { return process_ > 0; }
 
@@ -68,8 +68,8 @@ private:
     std::vector<Offer> offers_;
 };
 
-/// Runs a program to its end, with these variables over the environment's and its standard output in a file.
-/// Whether it could be started and ended with 0.
+/// Runs a program to its end with its standard output in a file. `variables` override the environment's.
+/// Returns whether it started and exited with 0.
 bool runProgram(const std::vector<std::string>& arguments, const Variables& variables,
                 const std::string& outputFile);
 

@@ -9,7 +9,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Waits until the ball is there, giving up its core when there is but one.
+/// Spins until the ball arrives, yielding the core if there is only one.
 void await(const std::atomic<long>& ball, long expected)
 {
     constexpr int patience = 10000;
@@ -39,7 +39,7 @@ double pingPong()
             await(ball, 2 * i + 2);
         }
     };
-    constexpr long warmUp = trips / 10; // the other thread has to be there
+    constexpr long warmUp = trips / 10; // until the other thread is running
     play(0, warmUp);
     const Clock::time_point begin = Clock::now();
     play(warmUp, trips);

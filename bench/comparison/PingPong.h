@@ -2,9 +2,9 @@
 
 namespace Qx::Bench {
 
-/// Nanoseconds that a word takes from one thread to another and back. Tens when both run on cores that share
-/// a cache, hundreds when they do not, and more when they share one core: on a computer with virtual cores it
-/// changes while nobody looks, and the speed of everything that two threads do together changes with it.
+/// Measures the nanoseconds that a word takes from one thread to another and back. Tens if both run on cores
+/// that share a cache, hundreds if not, and more if they share one core. On a computer with virtual cores it
+/// changes without notice, and with it the joint speed of two threads.
 double pingPong();
 
 } // namespace Qx::Bench

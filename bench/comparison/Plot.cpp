@@ -10,7 +10,7 @@ namespace Qx::Bench {
 namespace {
 
 constexpr double width = 1000;
-constexpr double labels = 560; ///< where the axis begins
+constexpr double labels = 560; ///< start of the axis
 constexpr double margin = 24;
 constexpr double rowHeight = 17;
 constexpr double top = 74;

@@ -20,7 +20,7 @@ double medianOf(const std::vector<Pair>& pairs, double Pair::*side)
 
 std::string digits(double value)
 {
-    // Not in exponents, which a table's reader has to work out.
+    // Without exponents, which are hard to read in a table.
     const double size = std::abs(value);
     const int decimals = size >= 100 ? 0 : size >= 10 ? 1 : size >= 0.1 ? 2 : 3;
     return fmt::format("{:.{}f}", value, decimals);

@@ -11,7 +11,7 @@
 
 namespace Qx::Bench {
 
-/// What a participant is asked to do.
+/// A request to a participant.
 struct Contender
 {
     std::string program; ///< the participant's short name: "ours", "placebo"
@@ -19,38 +19,39 @@ struct Contender
     std::string method;
 };
 
-/// Two that are measured in turn. Rates are multiplied with the weights, for what is not to be compared frame
-/// by frame but by pixels or bytes.
+/// Two contenders that are measured alternately. Rates are multiplied by the weights, to compare by pixels or
+/// bytes instead of frames.
 struct Comparison
 {
-    std::string part;  ///< of the comparison, as people ask for it
+    std::string part;  ///< part of the comparison, as for --only
     std::string title; ///< the work, for people
     std::string against;
     Contender ours;
     Contender theirs;
     double ourWeight = 1;
     double theirWeight = 1;
-    std::string remark = {};       ///< why it is not the same work; empty when it is
-    std::optional<Work> work = {}; ///< when it has a frame that can be compared
+    std::string remark = {};       ///< why it is not the same work; empty if it is
+    std::optional<Work> work = {}; ///< set if its frame can be compared
 };
 
-/// What came of one.
+/// The result of a comparison.
 struct Result
 {
     Comparison comparison;
     std::vector<Pair> pairs;
-    std::optional<Spread> ratio;          ///< ours to theirs, above 1 when ours is faster
-    std::optional<Difference> difference; ///< of what they made of the test frame
+    std::optional<Spread> ratio;          ///< ours to theirs; above 1 if ours is faster
+    std::optional<Difference> difference; ///< between their results for the test frame
     std::string failure;                  ///< why there is no ratio
 
     double ourMedian() const;
     double theirMedian() const;
 
-    /// Why their work is not ours, from the remark and from what was measured; empty when it is the same.
+    /// Returns why their work differs from ours, from the remark and the measurement; empty if it is the
+    /// same.
     std::string otherwise() const;
 };
 
-/// A cost without anyone to compare with.
+/// A cost without a comparison.
 struct Cost
 {
     std::string title;
@@ -59,7 +60,7 @@ struct Cost
     std::string note;
 };
 
-/// Something that speed is held to.
+/// A requirement on speed.
 struct Bar
 {
     enum Verdict
@@ -70,20 +71,20 @@ struct Bar
     };
 
     std::string text;
-    std::string measured; ///< with the spread; for several, of the worst
+    std::string measured; ///< with its spread; of the worst if several
     Verdict verdict = NotMeasured;
     std::string remark;
 };
 
-/// The bar for all results that `holds` picks: every one's median ratio is at least `least`.
+/// A bar for all results selected by `holds`: each median ratio is at least `least`.
 Bar judge(const std::string& text, double least, const std::vector<Result>& results,
           const std::function<bool(const Result&)>& holds);
 
-/// The bar for one spread of samples: its median is at most `most`. `unit` follows the numbers.
+/// A bar for one spread of samples: its median is at most `most`. `unit` follows the numbers.
 Bar judgeAtMost(const std::string& text, double most, const std::optional<Spread>& samples,
                 const std::string& unit);
 
-/// "1.23 (1.20 to 1.31)": the median and the quartiles, with three digits that matter.
+/// Formats the median and the quartiles with three significant digits: "1.23 (1.20 to 1.31)".
 std::string textOf(const Spread& spread);
 
 } // namespace Qx::Bench

@@ -25,7 +25,7 @@ struct Figures
     double longestDraw = 0;
 };
 
-/// How the host is set up for a start.
+/// The configuration of the host for a start.
 struct Configuration
 {
     const char* name;
@@ -40,7 +40,7 @@ const std::array<Configuration, 2>& configurations()
     return both;
 }
 
-/// Keeps this process, and what it starts, to so many of its cores for as long as it lives.
+/// Restricts this process and its children to a number of its cores for the lifetime of the object.
 class FewerCores
 {
 public:
@@ -72,7 +72,7 @@ int coresHere()
     return sched_getaffinity(0, sizeof cores, &cores) == 0 ? CPU_COUNT(&cores) : 1;
 }
 
-/// Starts over a catalogue in a directory that is gone afterwards.
+/// Measures starts with a catalogue in a temporary directory.
 class Starter
 {
 public:
@@ -94,7 +94,7 @@ public:
         }
     }
 
-    /// A place for caches that nobody has used.
+    /// An unused directory for caches.
     fs::path newHome()
     {
         const fs::path home = directory_ / fmt::format("home-{}", homes_++);
@@ -102,7 +102,7 @@ public:
         return home;
     }
 
-    /// With all caches, the driver's too, in `home`.
+    /// With all caches, including the driver's, in `home`.
     std::optional<Figures> start(const Configuration& configuration, const fs::path& home) const
     {
         const std::string output = (home / "figures").string();
@@ -111,7 +111,7 @@ public:
              {"XDG_CACHE_HOME=", "XDG_CONFIG_HOME=", "XDG_STATE_HOME=", "XDG_DATA_HOME="}) {
             settings.push_back(variable + home.string());
         }
-        // The library's own effects are not there to be compiled in the background meanwhile.
+        // The library's own effects are absent, so they are not compiled in the background.
         settings.push_back("QX_SHADERS_DIR=" + home.string());
         const std::string catalogue = std::string(catalogueOption) + (directory_ / "catalogue").string();
         if (directory_.empty() || !runProgram({program_, catalogue}, settings, output)) {
@@ -166,7 +166,7 @@ std::string tableOf(const std::array<FirstAndNext, 2>& measured)
     return table;
 }
 
-/// A first start as shipped, on so many cores; milliseconds, 0 on failure.
+/// Measures a first start with default settings on a number of cores. Returns milliseconds, 0 on failure.
 double coldStart(Starter& starter, int cores)
 {
     const FewerCores fewer(cores);

@@ -7,16 +7,16 @@
 
 namespace Qx::Bench {
 
-/// What it takes to start with a catalogue of 50 effects.
+/// The time to start with a catalogue of 50 effects.
 struct Starts
 {
     std::string table;                ///< Markdown, medians
-    std::optional<Spread> warmShare;  ///< the next start in percent of the first one
-    std::optional<Spread> secondCore; ///< the first start on one core to that on two; empty with one core
+    std::optional<Spread> warmShare;  ///< the next start as a percentage of the first
+    std::optional<Spread> secondCore; ///< first start on one core relative to two; empty with one core
 };
 
-/// Starts `program`, which is qx_bench, over and over, each time with caches that are its own. Empty, and
-/// `why` says why, when one of them fails.
+/// Starts `program`, which is qx_bench, repeatedly, each time with its own caches. Returns an empty value,
+/// with the reason in `why`, if one of them fails.
 std::optional<Starts> measureStarts(const std::string& program, int rounds, std::string& why);
 
 } // namespace Qx::Bench

@@ -6,7 +6,7 @@
 
 namespace Qx::Bench {
 
-/// Where a number of samples lie.
+/// The distribution of a number of samples.
 struct Spread
 {
     double median = 0;
@@ -17,20 +17,19 @@ struct Spread
     std::size_t samples = 0;
 };
 
-/// Medians and quartiles lie between samples where their number asks for it (linear interpolation of the
-/// sorted samples' positions, the smallest at 0 and the largest at 1). Empty without samples, and when one is
-/// not a number.
+/// Computes medians and quartiles by linear interpolation of the sorted samples' positions, the smallest at 0
+/// and the largest at 1. Returns an empty value without samples, or if one is NaN.
 std::optional<Spread> spreadOf(std::vector<double> samples);
 
-/// Two rates that were measured one right after the other.
+/// Two rates measured one directly after the other.
 struct Pair
 {
     double ours = 0;
     double theirs = 0;
 };
 
-/// The ratios of pairs, ours to theirs. Pairing keeps what disturbs both out of the ratio; the median keeps
-/// out what disturbs one. Empty without pairs, and when a rate is not above 0.
+/// Returns the ratios of pairs, ours to theirs. Pairing removes disturbances of both from the ratio; the
+/// median removes those of one. Empty without pairs, or if a rate is not above 0.
 std::optional<Spread> ratiosOf(const std::vector<Pair>& pairs);
 
 } // namespace Qx::Bench

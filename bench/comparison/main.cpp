@@ -40,7 +40,7 @@ struct Options
     }
 };
 
-/// What can be asked for with --only: the others, and the parts that are ours alone.
+/// The values of --only: the others, and the parts with ours only.
 std::vector<std::string> allParts()
 {
     std::vector<std::string> parts;
@@ -86,7 +86,7 @@ std::string machine()
                        system.release);
 }
 
-/// A folder for results, gone with the object.
+/// A temporary folder for results, removed with the object.
 class Scratch
 {
 public:
@@ -111,7 +111,7 @@ private:
     fs::path path_;
 };
 
-/// The run: who takes part, and what has been measured.
+/// The run: its participants and the measurements so far.
 class Run
 {
 public:
@@ -120,7 +120,7 @@ public:
         variables_ = {std::string(lookVariable) + '=' + lookFile().string()};
     }
 
-    /// False when the library itself cannot be measured; a message says why.
+    /// Returns false, after a message, if the library itself cannot be measured.
     bool begin()
     {
         Peer* const ours = open("ours", programs().front());
@@ -136,7 +136,7 @@ public:
         return true;
     }
 
-    /// False when something that was asked for could not be measured at all.
+    /// Returns false if a requested part could not be measured at all.
     bool measure()
     {
         openOthers();
@@ -169,7 +169,7 @@ public:
 private:
     using Peers = std::map<std::string, std::unique_ptr<Peer>>;
 
-    /// The other side of what is ours on both; it is not another participant.
+    /// The other side of comparisons of ours with ours; not another participant.
     static constexpr const char* secondOfOurs = "ours, too";
 
     static std::string programOf(const std::string& key)
@@ -234,7 +234,7 @@ private:
         return all;
     }
 
-    /// Some drivers hang once in a while. Whoever did is started again; what happened is told.
+    /// Some drivers hang occasionally. The participant is restarted, with a message.
     Result compare(const Comparison& comparison)
     {
         constexpr int attempts = 3;
@@ -445,7 +445,7 @@ int compareAll(const Options& options)
 int main(int argc, char** argv)
 {
     using namespace Qx::Bench;
-    std::signal(SIGPIPE, SIG_IGN); // a participant that died is noticed when it is asked
+    std::signal(SIGPIPE, SIG_IGN); // a dead participant is noticed at the next request
     Options options;
     CLI::App app{"Measures this library and others in turn, on the same frames and the same device.",
                  "compare"};

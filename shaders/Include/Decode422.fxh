@@ -6,7 +6,8 @@
 #include "Standards.fxh"
 #include "Precise.fxh"
 
-// R' = Y' + rCr Cr, G' = Y' + gCb Cb + gCr Cr, B' = Y' + bCb Cb, all of Y' times y; each split in two.
+// R' = Y' + rCr Cr, G' = Y' + gCb Cb + gCr Cr, B' = Y' + bCb Cb, with Y' scaled by y; each coefficient is
+// split in two.
 struct DecodeMatrix
 {
     float2 y;
@@ -17,8 +18,8 @@ struct DecodeMatrix
 };
 
 // The inverse of Y' = Kr R' + Kg G' + Kb B', Cb = (B' - Y') / (2 (1 - Kb)), Cr = (R' - Y') / (2 (1 - Kr))
-// (BT.601-7, clauses 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3), with the steps from the source's range
-// to the target's in luma and in chroma.
+// (BT.601-7, clauses 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3), including the scale from the source's
+// range to the target's in luma and in chroma.
 #define FILL_DECODE(KR, KB, LUMA, CHROMA)                                                                    \
     m.y = SPLIT(LUMA);                                                                                       \
     m.rCr = SPLIT((CHROMA) * 2.0 * (1.0 - KR));                                                              \
@@ -64,26 +65,26 @@ DecodeMatrix decodeMatrix(int matrixId, bool sourceFull, bool targetFull)
     return m;
 }
 
-// The texel of a pair of pixels. Beside the picture there is no telling what it is.
+// Returns the texel of a pair of pixels. Undefined outside the picture.
 float4 pairAt(int x, int y)
 {
     return tex2Dcodes(SourceSampler, int2(x, y));
 }
 
-// A filter's weights are used times this, so that they are whole numbers: up to 16 bits the sums stay exact.
+// The filter's weights are multiplied by this to make them integers: up to 16 bits the sums are then exact.
 float denominatorOf(int filterId)
 {
     return filterId == MITCHELL ? 144.0 : 16.0;
 }
 
-// Cb and Cr (x, y) of a pixel as a whole number of codes (xy), and what is left, times the denominator (zw).
+// Returns Cb and Cr of a pixel: rounded to whole codes (xy), and the remainder times the denominator (zw).
 //
 // Cubics of Mitchell and Netravali's family ("Reconstruction Filters in Computer Graphics", SIGGRAPH 1988,
 // equation 8), Catmull-Rom with B = 0, C = 1/2 and Mitchell with B = C = 1/3, at the distances that occur:
 //   even pixel, k(0) and k(1):         Catmull-Rom 1, 0;           Mitchell 128/144, 8/144
 //   odd pixel, k(1/2) and k(3/2):      Catmull-Rom 9/16, -1/16;    Mitchell 77/144, -5/144
 //
-// The outermost pairs of the picture are repeated outwards. What a row holds behind the picture is padding.
+// The outermost pairs of the picture are repeated outwards. The padding of a row is not read.
 float4 chromaAt(float4 own, int2 pair, int lastPair, bool odd, int filterId)
 {
     if (filterId == POINT || (filterId == CATMULL_ROM && !odd))
@@ -126,7 +127,7 @@ float4 decode422(int2 pixel : VPOS, uniform int matrixId, uniform bool sourceFul
     m.gCr.y = withExcess(m.gCr, r);
     m.bCb.y = withExcess(m.bCb, r);
 
-    // Black and the zero of Cb and Cr leave their parts of the sum, a constant.
+    // The offsets of black and of the zero of Cb and Cr combine to a constant.
     float sourceStep = stepOf(inputMax);
     float targetBlack = targetFull ? 0.0 : VIDEO_BLACK * sourceStep * UNITS;
     float2 luma = (sourceFull ? 0.0 : -VIDEO_BLACK * sourceStep) * m.y + float2(targetBlack, r.halfCode);

@@ -6,7 +6,7 @@
 #include "Standards.fxh"
 #include "Precise.fxh"
 
-// The weights of R', G' and B' in Y', Cb and Cr: upper parts and lower parts.
+// The weights of R', G' and B' in Y', Cb and Cr: upper and lower parts.
 struct EncodeMatrix
 {
     float3 yUpper;
@@ -17,8 +17,8 @@ struct EncodeMatrix
     float3 crLower;
 };
 
-// Y' = Kr R' + Kg G' + Kb B', Cb = (B' - Y') / (2 (1 - Kb)), Cr = (R' - Y') / (2 (1 - Kr)) (BT.601-7,
-// clauses 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3), with the steps from the source's range to the
+// Y' = Kr R' + Kg G' + Kb B', Cb = (B' - Y') / (2 (1 - Kb)), Cr = (R' - Y') / (2 (1 - Kr)) (BT.601-7, clauses
+// 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3), including the scale from the source's range to the
 // target's in luma and in chroma.
 #define FILL_ENCODE(KR, KB, LUMA, CHROMA, PART, Y, CB, CR)                                                   \
     Y = float3(PART((LUMA) * KR), PART((LUMA) * (1.0 - KR - KB)), PART((LUMA) * KB));                        \
@@ -67,22 +67,22 @@ EncodeMatrix encodeMatrix(int matrixId, bool sourceFull, bool targetFull)
     return m;
 }
 
-// The codes of a pixel. Beside the picture there is no telling what they are.
+// Returns the codes of a pixel. Undefined outside the picture.
 float3 pixelAt(int x, int y)
 {
     return tex2Dcodes(SourceSampler, int2(x, y)).rgb;
 }
 
 // Lanczos with three lobes, sinc(x) sinc(x / 3), stretched by two because every other sample is kept. At
-// whole pixels from the site it is 1 at 0, 0 at 2 and 4, and, times pi^2, 6 at 1, -4/3 at 3 and 6/25 at 5:
-// no sine is needed.
+// integer distances from the site it is 1 at 0, 0 at 2 and 4, and, times pi^2, 6 at 1, -4/3 at 3 and 6/25 at
+// 5: no sine has to be computed.
 #define PI_SQUARED 9.869604401089358
 #define LANCZOS_SUM (PI_SQUARED + 2.0 * (6.0 - 4.0 / 3.0 + 6.0 / 25.0))
 #define LANCZOS_1 (6.0 / LANCZOS_SUM)
 #define LANCZOS_3 (-4.0 / 3.0 / LANCZOS_SUM)
 #define LANCZOS_5 (6.0 / 25.0 / LANCZOS_SUM)
 
-// What Lanczos adds to the pixel that the site is on: the weights come to 1 together, so they apply to
+// Returns what Lanczos adds to the pixel at the site. The weights sum to 1, so they are applied to
 // differences from that pixel. The upper parts of the sum are exact. The outermost pixels of the picture are
 // repeated outwards; sites are on even columns.
 void lanczosDifference(float3 even, float3 odd, int x, int y, int last, out float3 upper, out float3 lower)
@@ -114,8 +114,8 @@ float4 encode422(int2 pos : VPOS, uniform int matrixId, uniform bool sourceFull,
     float3 even = pixelAt(x, y);
     float3 odd = x < last ? pixelAt(x + 1, y) : even;
 
-    // The colour that chroma is made from, in whole codes and what is left. Black drops out of it: the
-    // weights of Cb and of Cr come to 0 together.
+    // The colour that chroma is computed from, in whole codes and a remainder. Black cancels: the weights of
+    // Cb and of Cr each sum to 0.
     float3 site = even;
     float3 rest = float3(0.0, 0.0, 0.0);
     if (filterId == LANCZOS)
@@ -133,7 +133,7 @@ float4 encode422(int2 pos : VPOS, uniform int matrixId, uniform bool sourceFull,
     m.cbLower = withExcess(m.cbUpper, m.cbLower, r);
     m.crLower = withExcess(m.crUpper, m.crLower, r);
 
-    // Black leaves its part of luma's sum, a constant.
+    // The offset of black in luma is a constant.
     float sourceStep = stepOf(inputMax);
     float sourceBlack = sourceFull ? 0.0 : VIDEO_BLACK * sourceStep;
     float targetBlack = targetFull ? 0.0 : VIDEO_BLACK * sourceStep * UNITS;

@@ -1,10 +1,9 @@
-// The numbers of the video standards, as the effects use them. Macros, so that everything made of them is
-// a constant expression.
+// The constants of the video standards. Macros, so that everything computed from them is a constant
+// expression.
 #ifndef QX_STANDARDS_FXH
 #define QX_STANDARDS_FXH
 
-// Weights of red and blue in luma. Green has the rest of 1.
-// ITU-R BT.601-7, clause 2.5.1: E'Y = 0.299 E'R + 0.587 E'G + 0.114 E'B.
+// Weights of red and blue in luma; green has the rest.
 #define KR_BT601 0.299
 #define KB_BT601 0.114
 // ITU-R BT.709-6, clause 3.2: E'Y = 0.2126 E'R + 0.7152 E'G + 0.0722 E'B.
@@ -18,7 +17,7 @@
 #define VIDEO_LUMA_CODES 219.0
 #define VIDEO_CHROMA_CODES 224.0
 #define CHROMA_ZERO 128.0
-// ITU-T H.273, clause 8.3, full range: black at 0, 2^n - 1 codes up to white and from one end of a colour
-// difference to the other, whose zero is at 2^(n-1).
+// ITU-T H.273, clause 8.3, full range: black at 0, 2^n - 1 codes up to white and over the whole range of a
+// colour difference, whose zero is at 2^(n-1).
 
 #endif

@@ -1,16 +1,16 @@
-// 10-bit 4:2:2 packed in 32-bit words, which are texels of four bytes, to and from Y0 Cb Y1 Cr.
+// Conversions between Y0 Cb Y1 Cr and 10-bit 4:2:2 packed in 32-bit words, which are texels of four bytes.
 #ifndef QX_TEN_BIT_FXH
 #define QX_TEN_BIT_FXH
 
 #include "Components.fxh"
 
-// To be cut to whole codes.
+// Converts 10-bit codes to the target's depth. The result is to be truncated.
 float4 fromTenBits(float4 codes)
 {
     return codes * (stepOf(targetMax) * 0.25) + 0.5;
 }
 
-// To the nearest code.
+// Converts components to 10 bits, rounded to nearest.
 float4 toTenBits(float4 components)
 {
     return min(floor(components * (inverseStepOf(inputMax) * 4.0) + 0.5), 1023.0);
@@ -26,8 +26,8 @@ float4 texelOfBytes(int4 bytes)
     return texelOf(float4(bytes));
 }
 
-// The 10-bit codes of a pair of pixels of the source, in the order of its components. Of an odd width the
-// last pair may be missing in the image; the one before stands in for it. 0 behind the picture.
+// Returns the 10-bit codes of a pair of pixels of the source, in the order of its components. At an odd width
+// the image may lack the last pair; the one before is used instead. 0 beyond the picture.
 float4 tenBitsOfPair(int pair, int row, int pairs)
 {
     float4 components = pair < int(inputSize.x) ? componentsAt(int2(pair, row)) : componentsAt(int2(pair - 1, row));
@@ -39,8 +39,8 @@ float4 tenBitsOfPair(int pair, int row, int pairs)
 #define V210 0
 #define DVS_UPPER_BITS 1
 
-// v210 has 10 bits each, from bit 0. The DVS layout has the upper eight bits of each in a byte of its own and
-// the lower two in the fourth byte; here the lower ones are left out.
+// v210 has three fields of 10 bits, from bit 0. The DVS layout has the upper eight bits of each component in
+// its own byte and the lower two in the fourth byte; the lower ones are ignored here.
 float3 fieldsOf(int4 b, int packing)
 {
     if (packing == DVS_UPPER_BITS)
@@ -50,7 +50,8 @@ float3 fieldsOf(int4 b, int packing)
     return float3(b.x | ((b.y & 3) << 8), (b.y >> 2) | ((b.z & 15) << 6), (b.z >> 4) | ((b.w & 63) << 4));
 }
 
-// Three pairs take four words. A pair's four components begin in the word of its place among the three.
+// Three pairs occupy four words. The four components of a pair begin in the word with the pair's index among
+// the three.
 float4 pairFromWords(int2 at, int packing)
 {
     int three = quotient(at.x, 3);
@@ -64,7 +65,7 @@ float4 pairFromWords(int2 at, int packing)
     return texelOf(fromTenBits(fourOf(fieldsOf(one, packing), fieldsOf(two, packing), place).yxwz));
 }
 
-// A v210 word's three components begin at component 3 x word of the row.
+// The three components of a v210 word begin at component 3 x word of the row.
 float4 v210Word(int2 at, int pairs)
 {
     int first = at.x * 3;
@@ -81,7 +82,7 @@ float4 v210Word(int2 at, int pairs)
 #define MATROX_PAIRS_LOG2 3
 #define MATROX_WORDS 10
 
-// A pair. Lower bits that the row does not have are 0.
+// Returns a pair. Lower bits beyond the end of the row are 0.
 float4 pairFromMatrox(int2 at, int rowWords, bool upperBitsOnly)
 {
     int block = at.x >> MATROX_PAIRS_LOG2;

@@ -1,8 +1,8 @@
 #include "tools/qxhost/commands/CommandLine.h"
 
 #include "host/core/Suggestion.h"
-#include "tools/qxhost/commands/BurnInCommandLine.h"
 #include "tools/qxhost/commands/LutCommandLine.h"
+#include "tools/qxhost/commands/convert/BurnInArguments.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/diagnose/DiagnoseCommandLine.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/commands/LutOptions.h"
-#include "tools/qxhost/diagnose/DiagnoseOptions.h"
+#include "tools/qxhost/diagnose/MeasureOptions.h"
 #include "tools/qxhost/pipeline/ConvertOptions.h"
 
 #include <filesystem>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/qxhost/diagnose/DiagnoseOptions.h"
+#include "tools/qxhost/diagnose/MeasureOptions.h"
 
 #include <CLI/CLI.hpp>
 

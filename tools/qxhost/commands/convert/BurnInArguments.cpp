@@ -1,4 +1,4 @@
-#include "tools/qxhost/commands/BurnInCommandLine.h"
+#include "tools/qxhost/commands/convert/BurnInArguments.h"
 
 #include "host/core/Suggestion.h"
 #include "host/fonts/Typeface.h"

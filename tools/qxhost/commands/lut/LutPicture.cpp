@@ -1,4 +1,4 @@
-#include "tools/qxhost/commands/LutPicture.h"
+#include "tools/qxhost/commands/lut/LutPicture.h"
 
 #include "host/fonts/TextPainter.h"
 #include "host/luts/LUTReader.h"

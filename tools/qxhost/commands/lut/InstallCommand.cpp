@@ -3,7 +3,7 @@
 #include "lut/LUTManager.h"
 #include "platform/Text.h"
 #include "tools/qxhost/commands/Commands.h"
-#include "tools/qxhost/commands/LutPicture.h"
+#include "tools/qxhost/commands/lut/LutPicture.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/media/FrameWriter.h"

@@ -1,4 +1,4 @@
-#include "tools/qxhost/commands/DirectoryWatch.h"
+#include "tools/qxhost/commands/effects/DirectoryWatch.h"
 
 #include "tools/qxhost/console/Failure.h"
 

@@ -3,7 +3,7 @@
 #include "platform/Settings.h"
 #include "platform/Text.h"
 #include "tools/qxhost/commands/Commands.h"
-#include "tools/qxhost/commands/DirectoryWatch.h"
+#include "tools/qxhost/commands/effects/DirectoryWatch.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/pipeline/HostSession.h"

@@ -1,9 +1,10 @@
-#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/commands/Command.h"
 #include "tools/qxhost/commands/FormatPicture.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/media/StoredContainers.h"
 #include "tools/qxhost/pipeline/PixelFormat.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <fmt/format.h>
 #include <sstream>
@@ -212,16 +213,38 @@ std::string markdownPage()
     return text;
 }
 
-} // namespace
-
-ExitCode runFormats(const FormatsOptions& options, Console& console)
+struct FormatsOptions
 {
-    if (options.json) {
-        console.data(jsonText(describeTable()));
-    } else {
-        console.data(options.markdown ? markdownPage() : plainTable());
+    bool json = false;
+    bool markdown = false;
+};
+
+class FormatsCommand : public CommandWithOptions<FormatsOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        app.add_flag("--json", options_.json, "Print JSON");
+        app.add_flag("--markdown", options_.markdown, "Print a page with drawings of the layouts");
     }
-    return ExitCode::ok;
-}
+
+    ExitCode run(Console& console) override
+    {
+        if (options_.json) {
+            console.data(jsonText(describeTable()));
+        } else {
+            console.data(options_.markdown ? markdownPage() : plainTable());
+        }
+        return ExitCode::ok;
+    }
+};
+
+const Registered<FormatsCommand>
+    registered({.name = "formats",
+                .order = 60,
+                .about = "List the pixel formats and their memory layouts",
+                .examples = "  qxhost formats                                   the pixel formats\n"});
+
+} // namespace
 
 } // namespace Qx::Program

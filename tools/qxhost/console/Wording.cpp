@@ -8,7 +8,7 @@ namespace Qx::Program {
 
 namespace {
 
-/// Of UTF-8.
+/// Counts the characters of UTF-8.
 std::size_t characters(const std::string& text)
 {
     return static_cast<std::size_t>(std::count_if(
@@ -17,11 +17,11 @@ std::size_t characters(const std::string& text)
 
 } // namespace
 
-std::string listed(const std::vector<std::string>& words)
+std::string listed(const std::vector<std::string>& words, const std::string& conjunction)
 {
     std::string text;
     for (std::size_t i = 0; i < words.size(); ++i) {
-        text += i == 0 ? "" : i + 1 == words.size() ? " and " : ", ";
+        text += i == 0 ? std::string() : i + 1 == words.size() ? " " + conjunction + " " : ", ";
         text += words[i];
     }
     return text;

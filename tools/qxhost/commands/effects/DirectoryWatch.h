@@ -5,26 +5,26 @@
 
 namespace Qx::Program {
 
-/// Tells when files in some directories may have changed, however an editor saves them: written in place,
-/// renamed over the old one, the whole directory replaced, or not there yet.
+/// Reports when files in some directories may have changed, however an editor saves them: written in place,
+/// renamed over the old file, the whole directory replaced, or not yet present.
 ///
-/// It is a hint to look again, not the truth: changes are noticed at once where the kernel tells of them, and
-/// wait() returns now and then anyway, for the file systems where it does not. Subdirectories are noticed
-/// that way alone.
+/// The report is a hint to look again: changes are noticed at once if the kernel reports them, and wait()
+/// also returns periodically, for file systems on which it does not. Changes in subdirectories are noticed
+/// only periodically.
 class DirectoryWatch
 {
 public:
-    /// Throws Failure when the process has no more descriptors.
+    /// Throws Failure if the process is out of file descriptors.
     explicit DirectoryWatch(std::vector<std::filesystem::path> directories);
     ~DirectoryWatch();
     DirectoryWatch(const DirectoryWatch&) = delete;
     DirectoryWatch& operator=(const DirectoryWatch&) = delete;
 
-    /// Waits until something happened and then nothing more for a moment, so that a file is not looked at
-    /// half written; or until it is time to look anyway. False once stop() was called.
+    /// Blocks until something happened and a moment passed without more, so that a file is not read half
+    /// written, or until the period is over. Returns false once stop() was called.
     bool wait();
 
-    /// Ends wait(), now and for good. Any thread.
+    /// Ends wait() permanently. Thread-safe.
     void stop();
 
 private:

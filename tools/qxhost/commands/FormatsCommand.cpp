@@ -134,21 +134,19 @@ std::string plainTable()
                         containers.empty() ? "-" : joined(containers, " "), same.empty() ? "-" : same);
     }
     return text +
-           "\nEach of them can also be written to and read from raw files. NAME:BITS is another depth.\n"
+           "\nAll of them can also be written to and read from raw files. NAME:BITS is another depth.\n"
            "'qxhost formats --markdown' draws the layouts.\n";
 }
 
 constexpr const char* markdownIntroduction = R"(# Pixel formats
 
-This page is made by `qxhost formats --markdown` from the table that the host and the program work by; a test compares
-them.
+`qxhost formats --markdown` generates this page from the format table; a test compares the two.
 
 A name stands for a format at its usual depth. `NAME:BITS`, as in `uyvy:16`, is another depth. `qxhost convert --format
-NAME` writes a format and `--raw NAME` reads it, from and to files of frames one after the other with nothing around
-them (`.raw`, `.yuv`, `.rgb`, `.bin`, `.data`, or the format's name), and in the containers listed, from where other
-programs open them. Words of 16 and 32 bits are little-endian in memory and in raw files. Codes of more than 8 bits that
-do not fill their 16-bit word fill its upper bits. The column FFmpeg names the pixel format of the same bytes, for
-`ffmpeg -f rawvideo -pix_fmt`.
+NAME` writes a format and `--raw NAME` reads it: raw files, which hold frames and nothing else (`.raw`, `.yuv`, `.rgb`,
+`.bin`, `.data`, or the format's name), and the containers listed, which other programs open. Words of 16 and 32 bits
+are little-endian in memory and in raw files. Codes of more than 8 bits that do not fill their 16-bit word use its upper
+bits. The column FFmpeg names the pixel format of the same bytes, for `ffmpeg -f rawvideo -pix_fmt`.
 )";
 
 std::string markdownRow(const PixelFormat& format)
@@ -185,10 +183,9 @@ std::string wrapped(const std::string& text)
 std::string markdownSection(const FormatInfo& info)
 {
     const std::vector<PixelFormat> depths = depthsOf(info);
-    std::string text =
-        fmt::format("\n## {}\n\n", info.word) +
-        wrapped(fmt::format("{}, {} bits{}. {}", kindOf(info), info.usualDepth,
-                            depths.size() > 1 ? " where nothing else is said" : "", info.note));
+    std::string text = fmt::format("\n## {}\n\n", info.word) +
+                       wrapped(fmt::format("{}, {} bits{}. {}", kindOf(info), info.usualDepth,
+                                           depths.size() > 1 ? " by default" : "", info.note));
     for (const PixelFormat& format : depths) {
         text += fmt::format("\n`{}`:\n\n```text\n{}```\n", format.name(), drawLayout(info, format.bits));
     }
@@ -203,9 +200,9 @@ std::string markdownPage()
         text += markdownRow(format);
     }
     text +=
-        "\nIn the pictures, a box is a component and stands under its first byte. Where several share a unit "
-        "of "
-        "memory, its\nhighest bit is on the left, and `9:2` behind a name are the bits of the value that lie "
+        "\nIn the drawings, a box is a component and stands under its first byte. If several share a unit of "
+        "memory, its highest\nbit is on the left, and `9:2` after a name means the bits of the value that "
+        "lie "
         "there.\n";
     for (const FormatInfo& info : Host::formatTable()) {
         text += markdownSection(info);

@@ -55,10 +55,10 @@ struct DiagnoseOptions
     std::filesystem::path html;     ///< the page to write; empty for none
     std::filesystem::path jsonFile; ///< the same as JSON
     bool page = false;              ///< the page goes to standard output instead of the text
-    bool json = false;              ///< JSON does
+    bool json = false;              ///< the JSON does
     bool save = false;
     std::string compare; ///< a file, or a saved run's name, or "last"; empty for none
-    std::string from;    ///< a run to show instead of measuring, named likewise
+    std::string from;    ///< a run to show instead of measuring, named the same way
     double limit = 30;   ///< seconds without a sign of life after which the device counts as hung
     bool force = false;
 };
@@ -76,7 +76,7 @@ std::string dateText()
                        std::labs(minutes) % 60);
 }
 
-/// A file descriptor that becomes readable once and for all.
+/// A file descriptor that becomes readable and stays so.
 class StopSign
 {
 public:

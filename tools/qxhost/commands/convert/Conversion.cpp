@@ -42,7 +42,7 @@ struct Conversion
     double seconds = 0;
 
     const Media::StreamInfo& info() const { return input->info(); }
-    bool complete() const { return input->problemCount() == 0; } ///< nothing of the input was lost
+    bool complete() const { return input->problemCount() == 0; } ///< no part of the input was lost
     double framesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
 };
 
@@ -94,7 +94,7 @@ Media::Depth depthOf(const Conversion& conversion)
 Media::Colour storedColour(const Conversion& conversion)
 {
     Media::Colour colour = conversion.colour.forWriting;
-    // A guess is worth a note where something is made by it, and no tag where codes are passed on.
+    // Frames that are made by a guess are tagged with it; codes that pass through get no guessed tag.
     colour.rangeGuessed = conversion.keepCodes && conversion.colour.rangeGuessed;
     colour.matrixGuessed = conversion.keepCodes && conversion.colour.matrixGuessed;
     if (conversion.options.format->isYCrCb() && !conversion.keepCodes) {

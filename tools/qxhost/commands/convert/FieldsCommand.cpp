@@ -39,7 +39,7 @@ public:
     {
         checkFiles(app, options_);
         options_.step = fields_;
-        options_.audio = false; // its packets' times are the frames'
+        options_.audio = false; // its packets have the frames' times
     }
 
     ExitCode run(Console& console) override { return runConversion(options_, console); }

@@ -22,7 +22,7 @@ namespace Qx::Host {
 
 namespace {
 
-constexpr std::size_t largestFile = 4 << 20;
+constexpr std::size_t largestLogFile = 4 << 20;
 constexpr std::size_t olderFiles = 2;
 
 void writeToStandardError(std::string_view text)
@@ -33,7 +33,7 @@ void writeToStandardError(std::string_view text)
 std::shared_ptr<spdlog::logger> makeFileLogger(const std::filesystem::path& path)
 {
     auto sink =
-        std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path.string(), largestFile, olderFiles);
+        std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path.string(), largestLogFile, olderFiles);
     auto logger = std::make_shared<spdlog::logger>("qxhost", std::move(sink));
     logger->set_pattern("%Y-%m-%d %H:%M:%S.%e [%P] %v");
     logger->flush_on(spdlog::level::info);                // whatever was logged before a crash is in the file

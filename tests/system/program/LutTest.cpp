@@ -179,7 +179,7 @@ TEST_F(Luts, beside_the_directory_count_as_installed_and_that_is_explained)
     const std::string directory = json({"lut", "list", "--json"})[0]["directory"];
     const Outcome inside = qxhost({"lut", "install", directory + "/negative.cube"});
     EXPECT_EQ(inside.exitCode, 0);
-    EXPECT_TRUE(has(inside.err, "lies in a LUT directory already")) << inside.err;
+    EXPECT_TRUE(has(inside.err, "is in a LUT directory already")) << inside.err;
     std::string shouted = directory;
     std::transform(shouted.begin(), shouted.end(), shouted.begin(),
                    [](unsigned char c) { return static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c); });

@@ -35,6 +35,7 @@ TEST(Suggestion, lists_read_as_sentences)
     EXPECT_EQ(listed({"a"}), "a");
     EXPECT_EQ(listed({"a", "b"}), "a and b");
     EXPECT_EQ(listed({"a", "b", "c"}), "a, b and c");
+    EXPECT_EQ(listed({"a", "b", "c"}, "or"), "a, b or c");
 }
 
 } // namespace

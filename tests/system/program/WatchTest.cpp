@@ -124,11 +124,12 @@ TEST_F(Watching, answers_a_mistake_that_is_undone_and_a_file_that_goes)
     write("fx/.glow.swp", glow("gain"));
     fs::rename(at("fx/.glow.swp"), at("fx/glow.fx"));
     ASSERT_TRUE(becomes([&] {
-        return lines().find("qxhost: FX/glow.fx is again as it was last compiled\n") != std::string::npos;
+        return lines().find("qxhost: FX/glow.fx is again as it was when last compiled\n") !=
+               std::string::npos;
     })) << lines();
     fs::remove(at("fx/glow.fx"));
     ASSERT_TRUE(becomes([&] {
-        return lines().find("qxhost: FX/glow.fx is gone; what was compiled of it stays\n") !=
+        return lines().find("qxhost: FX/glow.fx is gone; its compiled effect stays in use\n") !=
                std::string::npos;
     })) << lines();
 }
@@ -220,9 +221,10 @@ TEST_F(Watching, what_it_cannot_watch_it_refuses)
         return outcome.err;
     };
     EXPECT_EQ(refusal({"fx/none.fx"}, 3),
-              "qxhost: fx/none.fx: there is neither a file nor a directory of this name\n");
+              "qxhost: fx/none.fx: there is no file and no directory of this name\n");
     EXPECT_EQ(refusal({"fx/look.fxh"}, 3),
-              "qxhost: fx/look.fxh: is no effect of a catalogue; those end in .fx and do not begin with an "
+              "qxhost: fx/look.fxh: is not an effect of the catalogue; their names end in .fx and do not "
+              "begin with an "
               "underscore. Name the effect that includes it, or the directory\n");
     EXPECT_NE(refusal({"fx/glow.fx", "--input", "in.png", "--output", "look.mp4"}, 4)
                   .find("look.mp4: what is shown is a picture"),
@@ -230,7 +232,7 @@ TEST_F(Watching, what_it_cannot_watch_it_refuses)
     EXPECT_EQ(refusal({"fx", "--input", "in.png", "--output", "look.png"}, 2),
               "qxhost: --output shows one effect: name its file, not a directory\n");
     EXPECT_EQ(refusal({"fx/glow.fx", "--input", "in.png"}, 2),
-              "qxhost: --input and --output belong together: the picture, and where it is shown; see 'qxhost "
+              "qxhost: --input and --output need each other: the picture, and where to show it; see 'qxhost "
               "effects watch --help'\n");
     EXPECT_EQ(refusal({"fx/glow.fx", "--input", "in.png", "--output", "in.png"}, 4),
               "qxhost: in.png: exists already; choose another name or add --force\n");

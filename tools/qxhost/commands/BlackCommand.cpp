@@ -1,8 +1,10 @@
 #include "image/SurfaceUtilities.h"
-#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 #include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
@@ -15,6 +17,26 @@
 namespace Qx::Program {
 
 namespace {
+
+constexpr const char* footer = R"(Examples:
+  qxhost black black.png --size 1920x1080
+  qxhost black second.mov --size 1920x1080 --frames 25 --format v210)";
+
+struct BlackOptions
+{
+    std::filesystem::path output;
+    unsigned width = 0; ///< pixels
+    unsigned height = 0;
+    bool transparent = false;
+    std::optional<PixelFormat> format; ///< of the frames written; empty: the encoder's own
+    std::int64_t outputRowBytes = 0;   ///< from a row to the next in a raw file; 0: the format's own
+    std::int64_t frames = 1;
+    Media::Rational frameRate{25, 1};
+    bool force = false;
+    std::string device;
+    bool quiet = false;
+    bool json = false;
+};
 
 Media::OutputSettings settingsFor(const BlackOptions& options)
 {
@@ -38,8 +60,8 @@ void refuseSizes(const BlackOptions& options)
 {
     constexpr auto largest = static_cast<unsigned>(Media::ClipReader::largestSide);
     if (options.width > largest || options.height > largest) {
-        throw Failure(ExitCode::usage, fmt::format("--size {}x{}: the largest is {} each way", options.width,
-                                                   options.height, largest));
+        throw Failure(ExitCode::usage, fmt::format("--size {}x{}: the largest picture is {} x {} pixels",
+                                                   options.width, options.height, largest, largest));
     }
 }
 
@@ -59,7 +81,7 @@ Image::Surface makeFrame(const BlackOptions& options)
     return frame;
 }
 
-/// False when it was interrupted.
+/// Returns false if interrupted.
 bool writeFrames(const BlackOptions& options, const Image::Surface& frame, Media::iFrameWriter& writer,
                  const std::atomic<bool>& stopped)
 {
@@ -100,8 +122,6 @@ Json describe(const BlackOptions& options, const Media::iFrameWriter& writer)
     return run;
 }
 
-} // namespace
-
 ExitCode runBlack(const BlackOptions& options, Console& console)
 {
     console.setQuiet(options.quiet);
@@ -109,7 +129,8 @@ ExitCode runBlack(const BlackOptions& options, Console& console)
     const HostSession host(options.device, &console);
     const Image::Surface frame = makeFrame(options);
     std::atomic<bool> stopped{false};
-    const Interruption interruption([&] { stopped = true; }); // from here on there are files to clean up
+    // From here on there are files to clean up.
+    const Interruption interruption([&] { stopped = true; }, Media::PartFiles::removeAll);
     auto writer = Media::openWriter(options.output, settingsFor(options));
     if (!writer) {
         throw Failure(ExitCode::output, writer.text());
@@ -131,5 +152,40 @@ ExitCode runBlack(const BlackOptions& options, Console& console)
     }
     return ExitCode::ok;
 }
+
+class BlackCommand : public CommandWithOptions<BlackOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        app.add_option("OUTPUT", options_.output, "A picture, a clip or raw frames")->option_text(" ");
+        addSize(app, "--size", options_.width, options_.height, "Its size in pixels");
+        app.add_flag("--transparent", options_.transparent, "Set alpha to 0, if the output holds alpha");
+        addCount(app, "--frames", options_.frames, 1, "Frames to write. Default: 1");
+        addRate(app, options_.frameRate, "Frames per second. Default: 25");
+        addPixelFormat(app, "--format", options_.format, "Write frames of this pixel format unencoded");
+        addOutputRowBytes(app, options_.outputRowBytes);
+        app.add_flag("--force", options_.force, "Replace an existing output file");
+        addDevice(app, options_.device);
+        app.add_flag("--quiet", options_.quiet, "Print nothing but errors");
+        app.add_flag("--json", options_.json, "Print what was done as JSON to standard output");
+        app.footer(footer);
+    }
+
+    void check(const CLI::App& app) override
+    {
+        requireValue(app, options_.output, "OUTPUT");
+        requireSize(app, options_.width);
+        options_.format = formatFor(app, options_.output, options_.format);
+        checkOutputRows(app, options_.format, options_.outputRowBytes);
+    }
+
+    ExitCode run(Console& console) override { return runBlack(options_, console); }
+};
+
+const Registered<BlackCommand>
+    registered({.name = "black", .order = 40, .about = "Make a black picture or clip"});
+
+} // namespace
 
 } // namespace Qx::Program

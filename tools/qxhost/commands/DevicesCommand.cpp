@@ -1,11 +1,11 @@
 #include "host/Host.h"
 #include "host/gpu/GPUService.h"
-#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/commands/Command.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 
-#include <algorithm>
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace Qx::Program {
@@ -38,7 +38,7 @@ std::string describe(const Host::DeviceDescription& device)
     std::string line = fmt::format("{} {}  {} ({}, {})\n", device.chosen ? '*' : ' ', device.index,
                                    device.name, device.type, device.driver);
     if (device.software) {
-        line += "       computes on the processor: right, but slow\n";
+        line += "       computes on the CPU: correct, but slow\n";
     }
     if (!device.unsupported.empty()) {
         line += "       cannot be used: it lacks " + device.unsupported + "\n";
@@ -52,12 +52,10 @@ std::string table(const Devices& devices)
     for (const Host::DeviceDescription& device : devices) {
         text += describe(device);
     }
-    return text + "\n* is what conversions use; --device NAME|N chooses another.\n";
+    return text + "\n* marks the device that conversions use; --device NAME|N selects another.\n";
 }
 
-} // namespace
-
-ExitCode runDevices(const DevicesOptions& options, Console& console)
+ExitCode runDevices(bool json, Console& console)
 {
     Host::start({.argc = 0, .argv = nullptr, .device = nullptr, .quiet = true});
     const bool usable = Host::gpuService().start();
@@ -65,7 +63,7 @@ ExitCode runDevices(const DevicesOptions& options, Console& console)
     tellComplaints(console);
     const std::string failure = Host::gpuService().failure();
     Host::stop();
-    if (options.json) {
+    if (json) {
         console.data(jsonText(describe(devices)));
     } else if (!devices.empty()) {
         console.data(table(devices));
@@ -75,5 +73,25 @@ ExitCode runDevices(const DevicesOptions& options, Console& console)
     }
     return usable ? ExitCode::ok : ExitCode::device;
 }
+
+struct DevicesOptions
+{
+    bool json = false;
+};
+
+class DevicesCommand : public CommandWithOptions<DevicesOptions>
+{
+public:
+    void addOptions(CLI::App& app) override { app.add_flag("--json", options_.json, "Print JSON"); }
+    ExitCode run(Console& console) override { return runDevices(options_.json, console); }
+};
+
+const Registered<DevicesCommand> registered(
+    {.name = "devices",
+     .order = 80,
+     .about = "List the devices that conversions can run on",
+     .examples = "  qxhost devices                                   what the conversions can run on\n"});
+
+} // namespace
 
 } // namespace Qx::Program

@@ -15,14 +15,14 @@ using Host::Packing;
 using Host::Planes;
 using Host::RowLayout;
 
-/// One box of a picture, with what stands above it.
+/// A box of the drawing, with the text above it.
 struct Cell
 {
     std::string above;
     std::string inside;
 };
 
-/// A row of boxes; `name` stands before it.
+/// A row of boxes, with `name` before it.
 std::string drawCells(const std::string& name, const std::vector<Cell>& cells)
 {
     const std::size_t indent = std::max<std::size_t>(name.size(), 4) + 1;
@@ -39,7 +39,7 @@ std::string drawCells(const std::string& name, const std::vector<Cell>& cells)
     return above + "\n" + rule + "+\n" + inside + "|\n" + rule + "+\n";
 }
 
-/// Boxes that are one unit of memory each, with their byte above, in rows of as many as read well.
+/// Boxes of one unit of memory each, with the number of their byte above, in rows short enough to read.
 std::string drawUnits(const std::vector<ComponentBits>& parts)
 {
     constexpr std::size_t cellsInRow = 8;
@@ -62,7 +62,7 @@ std::string bitRange(unsigned high, unsigned low)
     return high == low ? std::to_string(high) : fmt::format("{}-{}", high, low);
 }
 
-/// One unit of several components, its highest bit on the left.
+/// A unit of several components, its highest bit on the left.
 std::string drawFields(unsigned unit, unsigned unitBits, std::vector<ComponentBits> parts, bool split)
 {
     std::sort(parts.begin(), parts.end(),

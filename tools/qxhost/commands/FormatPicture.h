@@ -6,8 +6,8 @@
 
 namespace Qx::Program {
 
-/// How a format's components lie in memory at a depth, drawn with characters from what the table says of
-/// them. Lines end with a line feed.
+/// Draws with characters how a format's components lie in memory at a depth, from the format table. Every
+/// line ends in a line feed.
 std::string drawLayout(const Host::FormatInfo& info, unsigned bits);
 
 } // namespace Qx::Program

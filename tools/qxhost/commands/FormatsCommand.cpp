@@ -1,9 +1,10 @@
-#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/commands/Command.h"
 #include "tools/qxhost/commands/FormatPicture.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/media/write/StoredContainers.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <fmt/format.h>
 #include <sstream>
@@ -37,15 +38,6 @@ std::vector<PixelFormat> depthsOf(const FormatInfo& info)
     std::vector<PixelFormat> all = pixelFormats();
     std::erase_if(all, [&](const PixelFormat& each) { return each.info != &info; });
     return all;
-}
-
-std::string joined(const std::vector<std::string>& words, const char* separator)
-{
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : separator) + word;
-    }
-    return text;
 }
 
 std::vector<std::string> containersOf(const PixelFormat& format)
@@ -130,24 +122,23 @@ std::string plainTable()
         text +=
             fmt::format("{:<11} {:<7} {:<12} {:<12} {:<26} {:<16} {}\n", format.name(),
                         codeText(*format.info), kindOf(*format.info), format.info->order, blockText(format),
-                        containers.empty() ? "-" : joined(containers, " "), same.empty() ? "-" : same);
+                        containers.empty() ? "-" : fmt::format("{}", fmt::join(containers, " ")),
+                        same.empty() ? "-" : same);
     }
     return text +
-           "\nEach of them can also be written to and read from raw files. NAME:BITS is another depth.\n"
+           "\nAll of them can also be written to and read from raw files. NAME:BITS is another depth.\n"
            "'qxhost formats --markdown' draws the layouts.\n";
 }
 
 constexpr const char* markdownIntroduction = R"(# Pixel formats
 
-This page is made by `qxhost formats --markdown` from the table that the host and the program work by; a test compares
-them.
+`qxhost formats --markdown` generates this page from the format table; a test compares the two.
 
 A name stands for a format at its usual depth. `NAME:BITS`, as in `uyvy:16`, is another depth. `qxhost convert --format
-NAME` writes a format and `--raw NAME` reads it, from and to files of frames one after the other with nothing around
-them (`.raw`, `.yuv`, `.rgb`, `.bin`, `.data`, or the format's name), and in the containers listed, from where other
-programs open them. Words of 16 and 32 bits are little-endian in memory and in raw files. Codes of more than 8 bits that
-do not fill their 16-bit word fill its upper bits. The column FFmpeg names the pixel format of the same bytes, for
-`ffmpeg -f rawvideo -pix_fmt`.
+NAME` writes a format and `--raw NAME` reads it: raw files, which hold frames and nothing else (`.raw`, `.yuv`, `.rgb`,
+`.bin`, `.data`, or the format's name), and the containers listed, which other programs open. Words of 16 and 32 bits
+are little-endian in memory and in raw files. Codes of more than 8 bits that do not fill their 16-bit word use its upper
+bits. The column FFmpeg names the pixel format of the same bytes, for `ffmpeg -f rawvideo -pix_fmt`.
 )";
 
 std::string markdownRow(const PixelFormat& format)
@@ -161,7 +152,8 @@ std::string markdownRow(const PixelFormat& format)
     }
     return fmt::format("| `{}` | `{}`, 0x{:08x} | {} | {} | {} | {} |\n", format.name(),
                        codeText(*format.info), static_cast<std::uint32_t>(format.info->format), rows,
-                       layout.bitsPerPixel, containers.empty() ? "" : joined(containers, ", "),
+                       layout.bitsPerPixel,
+                       containers.empty() ? "" : fmt::format("{}", fmt::join(containers, ", ")),
                        same.empty() ? "" : "`" + same + "`");
 }
 
@@ -184,10 +176,9 @@ std::string wrapped(const std::string& text)
 std::string markdownSection(const FormatInfo& info)
 {
     const std::vector<PixelFormat> depths = depthsOf(info);
-    std::string text =
-        fmt::format("\n## {}\n\n", info.word) +
-        wrapped(fmt::format("{}, {} bits{}. {}", kindOf(info), info.usualDepth,
-                            depths.size() > 1 ? " where nothing else is said" : "", info.note));
+    std::string text = fmt::format("\n## {}\n\n", info.word) +
+                       wrapped(fmt::format("{}, {} bits{}. {}", kindOf(info), info.usualDepth,
+                                           depths.size() > 1 ? " by default" : "", info.note));
     for (const PixelFormat& format : depths) {
         text += fmt::format("\n`{}`:\n\n```text\n{}```\n", format.name(), drawLayout(info, format.bits));
     }
@@ -202,9 +193,9 @@ std::string markdownPage()
         text += markdownRow(format);
     }
     text +=
-        "\nIn the pictures, a box is a component and stands under its first byte. Where several share a unit "
-        "of "
-        "memory, its\nhighest bit is on the left, and `9:2` behind a name are the bits of the value that lie "
+        "\nIn the drawings, a box is a component and stands under its first byte. If several share a unit of "
+        "memory, its highest\nbit is on the left, and `9:2` after a name means the bits of the value that "
+        "lie "
         "there.\n";
     for (const FormatInfo& info : Host::formatTable()) {
         text += markdownSection(info);
@@ -212,16 +203,38 @@ std::string markdownPage()
     return text;
 }
 
-} // namespace
-
-ExitCode runFormats(const FormatsOptions& options, Console& console)
+struct FormatsOptions
 {
-    if (options.json) {
-        console.data(jsonText(describeTable()));
-    } else {
-        console.data(options.markdown ? markdownPage() : plainTable());
+    bool json = false;
+    bool markdown = false;
+};
+
+class FormatsCommand : public CommandWithOptions<FormatsOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        app.add_flag("--json", options_.json, "Print JSON");
+        app.add_flag("--markdown", options_.markdown, "Print a page with drawings of the layouts");
     }
-    return ExitCode::ok;
-}
+
+    ExitCode run(Console& console) override
+    {
+        if (options_.json) {
+            console.data(jsonText(describeTable()));
+        } else {
+            console.data(options_.markdown ? markdownPage() : plainTable());
+        }
+        return ExitCode::ok;
+    }
+};
+
+const Registered<FormatsCommand>
+    registered({.name = "formats",
+                .order = 60,
+                .about = "List the pixel formats and their memory layouts",
+                .examples = "  qxhost formats                                   the pixel formats\n"});
+
+} // namespace
 
 } // namespace Qx::Program

@@ -18,7 +18,7 @@ constexpr int standardOutput = 1;
 constexpr int standardError = 2;
 constexpr std::string_view wipeLine = "\r\033[K";
 
-/// False, with errno set, when not everything could be written.
+/// Returns false, with errno set, if not everything could be written.
 bool writeAll(int file, std::string_view text)
 {
     while (!text.empty()) {
@@ -36,7 +36,8 @@ bool isOpen(int file)
     return ::fcntl(file, F_GETFD) >= 0 || errno != EBADF;
 }
 
-/// A process may be started with its standard files closed; what is opened first would then take their place.
+/// A process may be started with its standard files closed; the first files opened would then take their
+/// place.
 void fillStandardFiles()
 {
     for (int file = 0; file <= standardError; ++file) {
@@ -59,7 +60,7 @@ Console::Console()
     const bool hasOutput = isOpen(standardOutput);
     fillStandardFiles();
     constexpr int beyondStandardFiles = 3;
-    if (hasOutput) { // otherwise the first data fails, as writing to a closed file does
+    if (hasOutput) { // otherwise the first data() fails, as writing to a closed file does
         dataOutput_ = ::fcntl(standardOutput, F_DUPFD_CLOEXEC, beyondStandardFiles);
     }
     ::dup2(standardError, standardOutput);
@@ -68,8 +69,7 @@ Console::Console()
 
 Console::~Console()
 {
-    // Standard output stays where it is now: lines that are still in its buffer are written when the process
-    // ends.
+    // Standard output stays redirected: lines that are still in its buffer are written when the process ends.
     if (dataOutput_ >= 0) {
         ::close(dataOutput_);
     }

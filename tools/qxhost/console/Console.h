@@ -7,11 +7,11 @@
 
 namespace Qx::Program {
 
-/// The program's two outputs, kept apart: data and help go to standard output, everything a person should
-/// know meanwhile to standard error. Any thread.
+/// The program's two outputs: data and help go to standard output, messages for the user to standard error.
+/// Thread-safe.
 ///
-/// Constructing it takes standard output away from the rest of the process, for good, so that a line that
-/// some library prints there lands on standard error and never in the data.
+/// The constructor takes standard output away from the rest of the process permanently: a line that a library
+/// prints there goes to standard error instead of into the data.
 class Console
 {
 public:
@@ -20,26 +20,26 @@ public:
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
-    /// Writes data, all of it; throws Failure (output) when standard output does not take it.
+    /// Writes all of the data. Throws Failure (output) if standard output cannot be written.
     void data(std::string_view text);
 
-    /// One line "qxhost: TEXT" on standard error: what went wrong. Control characters in it are written out.
-    /// The details, lines of a compiler for one, follow as they are.
+    /// Writes the line "qxhost: TEXT" to standard error, with control characters escaped. The details, such
+    /// as a compiler's messages, follow unchanged.
     void error(std::string_view text, std::string_view details = {});
 
-    /// The same for what is worth knowing; dropped when quiet.
+    /// The same for remarks; dropped when quiet.
     void note(std::string_view text);
 
-    /// Shows a line that the next status or message replaces. Only for terminals.
+    /// Shows a line that the next status or message replaces. For terminals only.
     void status(std::string_view line);
 
-    /// Leaves the shown status line standing, or wipes it.
+    /// Keeps the status line that is shown, or wipes it.
     void endStatus(bool keep);
 
     void setQuiet(bool quiet) { quiet_ = quiet; }
     bool quiet() const { return quiet_; }
 
-    /// Whether standard error is a terminal on which a line can be redrawn.
+    /// Returns true if standard error is a terminal on which a line can be redrawn.
     bool interactive() const { return interactive_; }
 
     /// Columns of that terminal.

@@ -8,8 +8,8 @@
 
 namespace Qx::Program {
 
-/// Why the program cannot go on: one line for a person that names what it is about, what is wrong and what to
-/// do. Thrown inside the program alone, never across a library's border; main() prints it.
+/// Why the program cannot continue: one line for the user that says what is wrong, where, and what to do.
+/// Thrown inside the program only, never across a library's border; main() prints it.
 class Failure : public std::runtime_error
 {
 public:

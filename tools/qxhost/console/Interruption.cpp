@@ -2,7 +2,6 @@
 
 #include "tools/qxhost/console/ExitCode.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/media/files/PartFiles.h"
 
 #include <array>
 #include <atomic>
@@ -22,12 +21,15 @@ constexpr char finished = 'f';
 
 std::atomic<int> wakeUp{-1};
 std::atomic<int> signalsSeen{0};
+std::atomic<void (*)()> abandonWork{nullptr};
 
 void onSignal(int)
 {
     const int savedError = errno;
     if (signalsSeen.fetch_add(1) > 0) {
-        Media::PartFiles::removeAll();
+        if (void (*const abandon)() = abandonWork.load(); abandon != nullptr) {
+            abandon();
+        }
         ::_exit(static_cast<int>(ExitCode::interrupted));
     }
     [[maybe_unused]] const ssize_t written = ::write(wakeUp.load(), &interrupted, 1);
@@ -43,12 +45,13 @@ struct Interruption::Impl
     std::thread watcher;
 };
 
-Interruption::Interruption(std::function<void()> stop) : impl_(std::make_unique<Impl>())
+Interruption::Interruption(std::function<void()> stop, void (*abandon)()) : impl_(std::make_unique<Impl>())
 {
     if (::pipe2(impl_->pipe.data(), O_CLOEXEC) != 0) {
-        throw Failure(ExitCode::failed, "cannot watch for Ctrl-C: too many files are open");
+        throw Failure(ExitCode::failed, "cannot handle Ctrl-C: too many files are open");
     }
     signalsSeen = 0;
+    abandonWork = abandon;
     wakeUp = impl_->pipe[1];
     impl_->watcher = std::thread([from = impl_->pipe[0], stop = std::move(stop)] {
         char what = finished;
@@ -63,8 +66,8 @@ Interruption::Interruption(std::function<void()> stop) : impl_(std::make_unique<
     action.sa_flags = SA_RESTART;
     for (std::size_t i = 0; i < endingSignals.size(); ++i) {
         ::sigaction(endingSignals[i], nullptr, &impl_->before[i]);
-        // What nohup ignores stays ignored. Shells ignore SIGINT for jobs in the background, which does not
-        // mean that somebody who sends it there does not want it heard.
+        // What nohup ignores stays ignored. Shells ignore SIGINT for background jobs, but whoever sends it to
+        // one wants it handled.
         if (endingSignals[i] != SIGHUP || impl_->before[i].sa_handler != SIG_IGN) {
             ::sigaction(endingSignals[i], &action, nullptr);
         }

@@ -7,7 +7,8 @@ namespace Qx::Program {
 
 using Json = nlohmann::ordered_json;
 
-/// The value as text with a line end. Bytes that are no UTF-8 (a file's name may hold any) become U+FFFD.
+/// The value as text that ends in a line feed. Bytes that are not UTF-8 (a file's name may hold any) become
+/// U+FFFD.
 inline std::string jsonText(const Json& value)
 {
     return value.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";

@@ -10,18 +10,18 @@
 
 namespace Qx::Program {
 
-/// Shows how far a conversion is: a bar that is redrawn on a terminal, a line every few seconds elsewhere,
-/// nothing when the console is quiet. One thread.
+/// Shows the progress of a conversion: a bar on a terminal, a line every few seconds elsewhere, nothing when
+/// the console is quiet. Use from one thread.
 class ProgressDisplay
 {
 public:
-    /// `total` frames are expected; 0 when not known.
+    /// `total`: frames expected; 0 if unknown.
     ProgressDisplay(Console& console, std::int64_t total);
     ~ProgressDisplay();
     ProgressDisplay(const ProgressDisplay&) = delete;
     ProgressDisplay& operator=(const ProgressDisplay&) = delete;
 
-    /// So many frames are done.
+    /// `done`: frames finished so far.
     void update(std::int64_t done);
 
 private:
@@ -43,7 +43,7 @@ private:
     std::deque<Sample> recent_;
 };
 
-/// As many of the text's fields, which ", " separates, as that many columns hold.
+/// As many of the text's fields, separated by ", ", as fit into that many columns.
 std::string fieldsThatFit(std::string_view text, std::size_t columns);
 
 /// "0:05", "12:34", "1:02:03".

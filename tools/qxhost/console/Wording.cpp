@@ -8,33 +8,23 @@ namespace Qx::Program {
 
 namespace {
 
-/// Of UTF-8.
+/// Counts the characters of UTF-8.
 std::size_t characters(const std::string& text)
 {
     return static_cast<std::size_t>(std::count_if(
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
 }
 
-std::string joined(const std::vector<std::string>& words, const char* beforeLast)
+} // namespace
+
+std::string listed(const std::vector<std::string>& words, const std::string& conjunction)
 {
     std::string text;
     for (std::size_t i = 0; i < words.size(); ++i) {
-        text += i == 0 ? "" : i + 1 == words.size() ? beforeLast : ", ";
+        text += i == 0 ? std::string() : i + 1 == words.size() ? " " + conjunction + " " : ", ";
         text += words[i];
     }
     return text;
-}
-
-} // namespace
-
-std::string listed(const std::vector<std::string>& words)
-{
-    return joined(words, " and ");
-}
-
-std::string oneOf(const std::vector<std::string>& words)
-{
-    return joined(words, " or ");
 }
 
 std::string table(const std::vector<std::vector<std::string>>& rows)

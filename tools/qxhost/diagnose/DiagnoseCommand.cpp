@@ -1,4 +1,5 @@
-#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
@@ -8,14 +9,17 @@
 #include "tools/qxhost/diagnose/ReportJson.h"
 #include "tools/qxhost/diagnose/SavedRuns.h"
 #include "tools/qxhost/diagnose/Scratch.h"
+#include "tools/qxhost/diagnose/Steps.h"
 #include "tools/qxhost/diagnose/TextReport.h"
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <ctime>
 #include <fmt/format.h>
+#include <set>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -25,6 +29,39 @@ using namespace Diagnosis;
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr const char* footer = R"(Examples:
+  qxhost diagnose
+      Measures everything in a minute or two, and tells whether the GPU path is healthy and fast enough.
+  qxhost diagnose --quick --html report.html
+      Takes some seconds, without the suite; the page has plots and needs no network.
+  qxhost diagnose --save
+  qxhost diagnose --compare last
+      Keeps the run, and later shows what has changed.
+  qxhost diagnose --only transfers,conversions
+      Those steps only.
+  qxhost diagnose --from last --html report.html
+      Shows a kept run again without measuring.
+
+Exit codes: 0 healthy, 1 not healthy (a step failed, hung, crashed or gave wrong results), 3 a run to
+compare with cannot be read, 4 a file cannot be written, 5 no usable device, 130 interrupted (what was
+measured until then is shown and marked as partial).)";
+
+struct DiagnoseOptions
+{
+    bool quick = false;
+    std::vector<std::string> only; ///< steps; empty for all
+    std::string device;
+    std::filesystem::path html;     ///< the page to write; empty for none
+    std::filesystem::path jsonFile; ///< the same as JSON
+    bool page = false;              ///< the page goes to standard output instead of the text
+    bool json = false;              ///< the JSON does
+    bool save = false;
+    std::string compare; ///< a file, or a saved run's name, or "last"; empty for none
+    std::string from;    ///< a run to show instead of measuring, named the same way
+    double limit = 30;   ///< seconds without a sign of life after which the device counts as hung
+    bool force = false;
+};
 
 /// Now, as ISO 8601 with the offset from UTC.
 std::string dateText()
@@ -39,14 +76,14 @@ std::string dateText()
                        std::labs(minutes) % 60);
 }
 
-/// A file descriptor that becomes readable once and for all.
+/// A file descriptor that becomes readable and stays so.
 class StopSign
 {
 public:
     StopSign() : file_(::eventfd(0, EFD_CLOEXEC))
     {
         if (file_ < 0) {
-            throw Failure(ExitCode::failed, "cannot watch for Ctrl-C: too many files are open");
+            throw Failure(ExitCode::failed, "cannot handle Ctrl-C: too many files are open");
         }
     }
     ~StopSign() { ::close(file_); }
@@ -60,7 +97,7 @@ private:
     int file_;
 };
 
-/// Shows how far the measuring is: a bar, on a terminal alone.
+/// Shows the progress of measuring as a bar, on terminals only.
 class Bar
 {
 public:
@@ -94,7 +131,7 @@ private:
     int step_ = 0;
 };
 
-/// Standard output. When its reader goes away, what is measured can still be kept in files.
+/// Standard output. If its reader goes away, the measurements can still be written to files.
 class Screen
 {
 public:
@@ -103,7 +140,7 @@ public:
     {
     }
 
-    /// Throws Failure (output) when nobody would get to know anything.
+    /// Throws Failure (output) if standard output is lost and no files are to be written.
     void show(std::string_view text)
     {
         if (lost_) {
@@ -123,7 +160,7 @@ public:
 
 private:
     Console& console_;
-    bool keeps_; ///< files are asked for, too
+    bool keeps_; ///< files are to be written too
     std::optional<Failure> lost_;
 };
 
@@ -132,7 +169,7 @@ bool showsText(const DiagnoseOptions& options)
     return !options.json && !options.page;
 }
 
-/// Takes in what the measuring process sends, and shows it as it comes.
+/// Collects the messages of the measuring process, and shows them as they arrive.
 class Collector
 {
 public:
@@ -206,7 +243,7 @@ Report measure(const DiagnoseOptions& options, Console& console, Screen& screen)
     return report;
 }
 
-/// Says before the work what would be in its way at the end.
+/// Fails before the work if a file would be in its way at the end.
 void checkPlace(const fs::path& file, bool force)
 {
     std::error_code ignored;
@@ -229,7 +266,7 @@ ExitCode codeOf(const Report& report, const Verdict& verdict)
                                                                                     : ExitCode::ok;
 }
 
-/// Writes one of the files; a failure is told, and spoils the exit code alone.
+/// Writes one of the files. A failure is reported and changes only the exit code.
 template <class Write>
 void attempt(Console& console, ExitCode& code, Write write)
 {
@@ -241,7 +278,7 @@ void attempt(Console& console, ExitCode& code, Write write)
     }
 }
 
-/// What was measured and shown before, shown again.
+/// Shows an earlier run again.
 Report recall(const DiagnoseOptions& options, Screen& screen)
 {
     Report report = loadRun(options.from).report;
@@ -299,8 +336,6 @@ void writeFiles(const DiagnoseOptions& options, const Report& report,
     }
 }
 
-} // namespace
-
 ExitCode runDiagnose(const DiagnoseOptions& options, Console& console)
 {
     checkPlace(options.html, options.force);
@@ -325,5 +360,106 @@ ExitCode runDiagnose(const DiagnoseOptions& options, Console& console)
     }
     return code;
 }
+
+std::vector<std::string> stepNames()
+{
+    std::vector<std::string> names;
+    for (const Step& step : steps()) {
+        names.emplace_back(step.name);
+    }
+    return names;
+}
+
+class DiagnoseCommand : public CommandWithOptions<DiagnoseOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        addMeasuring(app);
+        app.add_option("--html", options_.html, "Write a page with plots; - prints it instead of the text")
+            ->option_text("FILE|-");
+        app.add_option("--json", options_.jsonFile,
+                       "Write everything as JSON; - prints it instead of the text")
+            ->option_text("FILE|-");
+        app.add_flag("--save", options_.save, "Keep this run for later comparisons");
+        app.add_option("--compare", options_.compare,
+                       "Show what changed since a run: a file, a kept run's name, or last")
+            ->option_text("RUN");
+        app.add_option("--from", options_.from, "Show that run without measuring")->option_text("RUN");
+        addLimit(app);
+        app.add_flag("--force", options_.force, "Replace existing files");
+        app.footer(footer);
+    }
+
+    void check(const CLI::App& app) override
+    {
+        if (!options_.from.empty() &&
+            (options_.quick || options_.save || !options_.only.empty() || !options_.device.empty())) {
+            complain(app, "--from shows a run that was measured before; --quick, --only, --device and --save "
+                          "apply to a new one");
+        }
+        for (const char* option : {"--html", "--json", "--compare", "--from", "--device"}) {
+            if (app.count(option) > 0 && app.get_option(option)->as<std::string>().empty()) {
+                complain(app, std::string(option) + " is empty; give it a value or leave it out");
+            }
+        }
+        if (std::isnan(options_.limit)) {
+            complain(app, "--limit: invalid value \"nan\": expected a number of seconds");
+        }
+        chooseOutput(app);
+    }
+
+    ExitCode run(Console& console) override { return runDiagnose(options_, console); }
+
+private:
+    void addMeasuring(CLI::App& app)
+    {
+        const std::vector<std::string> names = stepNames();
+        app.add_flag("--quick", options_.quick, "Skip the timed suite, and measure for less time");
+        app.add_option("--only", options_.only,
+                       fmt::format("Run only these steps, separated by commas: {}", fmt::join(names, ", ")))
+            ->delimiter(',')
+            ->check(CLI::IsMember(std::set(names.begin(), names.end())))
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+            ->option_text("STEP[,STEP...]");
+        addDevice(app, options_.device);
+    }
+
+    void addLimit(CLI::App& app)
+    {
+        constexpr double shortest = 0.1;
+        constexpr double longest = 86400;
+        app.add_option("--limit", options_.limit,
+                       "Seconds without a sign of life after which the device\ncounts as hung (30)")
+            ->check(CLI::Range(shortest, longest))
+            ->option_text("SECONDS");
+    }
+
+    /// A file called "-" stands for standard output.
+    void chooseOutput(const CLI::App& app)
+    {
+        options_.json = options_.jsonFile == "-";
+        options_.page = options_.html == "-";
+        if (options_.json && options_.page) {
+            complain(app, "--html - and --json - both use standard output; give one of them a file");
+        }
+        if (options_.json) {
+            options_.jsonFile.clear();
+        }
+        if (options_.page) {
+            options_.html.clear();
+        }
+    }
+};
+
+const Registered<DiagnoseCommand> registered(
+    {.name = "diagnose",
+     .order = 90,
+     .about = "Tell whether the GPU path is healthy and fast enough",
+     .examples =
+         "  qxhost diagnose                                  whether the GPU path is healthy and fast "
+         "enough\n"});
+
+} // namespace
 
 } // namespace Qx::Program

@@ -2,13 +2,14 @@
 #include "host/gpu/GPUService.h"
 #include "platform/OS.h"
 #include "platform/SystemInformation.h"
-#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/diagnose/MeasureOptions.h"
 #include "tools/qxhost/diagnose/StepEffects.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <fmt/format.h>
@@ -17,7 +18,7 @@
 #include <thread>
 #include <unistd.h>
 
-// The process that measures. Its standard output is the pipe to the one that watches.
+// The process that measures. Its standard output is the pipe to the process that watches it.
 
 namespace Qx::Program {
 
@@ -25,7 +26,14 @@ using namespace Diagnosis;
 
 namespace {
 
-/// A parent that is gone has no use for what is measured, and nobody could end a hang any more.
+constexpr const char* commandWord = "diagnose-measure";
+constexpr const char* lifeSignOption = "--life-sign";
+constexpr const char* parentOption = "--parent";
+constexpr const char* quickOption = "--quick";
+constexpr const char* scratchOption = "--scratch";
+constexpr const char* onlyOption = "--only";
+
+/// Without the parent nobody reads the results or ends a hang.
 void dieWithParent(int parent)
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -34,7 +42,7 @@ void dieWithParent(int parent)
     }
 }
 
-/// Turns what the device gets done into signs of life, for steps whose single operations are the library's.
+/// Turns the device's progress into signs of life, for steps whose single operations the library runs.
 class Pulse
 {
 public:
@@ -98,7 +106,7 @@ std::vector<Step> chosenSteps(const MeasureOptions& options)
 Figure lostDevice(const Step& step)
 {
     Figure figure = notMeasured("device", "checks", "The device", "",
-                                fmt::format("it was lost in the step '{}', and nothing after it could be "
+                                fmt::format("it was lost in the step '{}'; nothing after it could be "
                                             "measured",
                                             step.title));
     figure.failed = true;
@@ -116,51 +124,6 @@ void measure(Probe& probe, const std::vector<Step>& chosen)
             return;
         }
     }
-}
-
-constexpr const char* measureWord = "diagnose-measure";
-
-std::optional<int> numberFrom(const std::string& word)
-{
-    int number = 0;
-    const char* end = word.data() + word.size();
-    const auto [stopped, error] = std::from_chars(word.data(), end, number);
-    return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
-}
-
-} // namespace
-
-std::vector<std::string> argumentsOf(const MeasureOptions& options)
-{
-    std::vector<std::string> words{measureWord,
-                                   std::to_string(options.lifeSign),
-                                   std::to_string(options.parent),
-                                   options.quick ? "quick" : "thorough",
-                                   options.scratch.string(),
-                                   options.device};
-    words.insert(words.end(), options.only.begin(), options.only.end());
-    return words;
-}
-
-std::optional<MeasureOptions> measureOptionsFrom(const std::vector<std::string>& arguments)
-{
-    constexpr std::size_t fixed = 6;
-    if (arguments.size() < fixed || arguments[0] != measureWord) {
-        return std::nullopt;
-    }
-    const auto lifeSign = numberFrom(arguments[1]);
-    const auto parent = numberFrom(arguments[2]);
-    if (!lifeSign || !parent) {
-        return std::nullopt;
-    }
-    MeasureOptions options;
-    options.lifeSign = *lifeSign;
-    options.parent = *parent;
-    options.quick = arguments[3] == "quick";
-    options.scratch = arguments[4];
-    options.device = arguments[5];
-    options.only.assign(arguments.begin() + fixed, arguments.end());
-    return options;
 }
 
 ExitCode runMeasure(const MeasureOptions& options, Console& console)
@@ -197,6 +160,55 @@ ExitCode runMeasure(const MeasureOptions& options, Console& console)
     }
     send(Finished{});
     return ExitCode::ok;
+}
+
+class MeasureCommand : public CommandWithOptions<MeasureOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        app.add_option(lifeSignOption, options_.lifeSign,
+                       "File descriptor of the memory shared with the parent");
+        app.add_option(parentOption, options_.parent, "Process id of the parent");
+        app.add_flag(quickOption, options_.quick, "Skip the timed suite, and measure for less time");
+        app.add_option(scratchOption, options_.scratch, "An empty directory");
+        app.add_option(onlyOption, options_.only, "A step to run")->allow_extra_args(false)->take_all();
+        addDevice(app, options_.device);
+    }
+
+    void check(const CLI::App& app) override
+    {
+        if (options_.lifeSign < 0 || options_.parent <= 0) {
+            complain(app, "diagnose-measure is started by 'qxhost diagnose' only");
+        }
+    }
+
+    ExitCode run(Console& console) override { return runMeasure(options_, console); }
+};
+
+const Registered<MeasureCommand>
+    registered({.name = commandWord, .order = 100, .about = "Measure for 'qxhost diagnose'", .hidden = true});
+
+} // namespace
+
+std::vector<std::string> argumentsOf(const MeasureOptions& options)
+{
+    const auto with = [](const char* option, const std::string& value) { return option + ("=" + value); };
+    std::vector<std::string> words{commandWord, with(lifeSignOption, std::to_string(options.lifeSign)),
+                                   with(parentOption, std::to_string(options.parent))};
+    if (options.quick) {
+        words.emplace_back(quickOption);
+    }
+    if (!options.scratch.empty()) {
+        words.push_back(with(scratchOption, options.scratch.string()));
+    }
+    if (!options.device.empty()) {
+        words.push_back(with("--device", options.device));
+    }
+    for (const std::string& step : options.only) {
+        words.push_back(with(onlyOption, step));
+    }
+    return words;
 }
 
 } // namespace Qx::Program

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/qxhost/diagnose/DiagnoseOptions.h"
 #include "tools/qxhost/diagnose/LifeSign.h"
+#include "tools/qxhost/diagnose/MeasureOptions.h"
 #include "tools/qxhost/diagnose/Messages.h"
 
 #include <chrono>

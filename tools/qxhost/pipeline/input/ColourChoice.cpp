@@ -17,8 +17,8 @@ namespace {
         words.emplace_back(info.word);
     }
     throw Failure(ExitCode::input, options.input.string() + ": unsupported colours (" + cause +
-                                       "): expected " + oneOf(names) +
-                                       "; to convert it all the same, add --matrix " + oneOf(words));
+                                       "): expected " + listed(names, "or") +
+                                       "; to convert it all the same, add --matrix " + listed(words, "or"));
 }
 
 std::string guessNote(const ConvertOptions& options, const Media::StreamInfo& info,

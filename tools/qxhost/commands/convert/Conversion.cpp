@@ -1,9 +1,11 @@
+#include "tools/qxhost/commands/convert/Conversion.h"
+
 #include "QxFxResources/GPUColourConverter.h"
-#include "tools/qxhost/commands/Commands.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/console/ProgressDisplay.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/FramePipeline.h"
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"
@@ -25,21 +27,21 @@ namespace {
 using InputPtr = std::unique_ptr<iFrameInput>;
 using WriterPtr = std::unique_ptr<Media::iFrameWriter>;
 
-/// A conversion and everything that was decided before its first frame.
+/// A conversion, with everything that is decided before its first frame.
 struct Conversion
 {
     const ConvertOptions& options;
     InputPtr input;
     ColourChoice colour;
     std::optional<FrameDelivery> delivery; ///< to the pixel format asked for
-    bool keepCodes = false;                ///< YCrCb is passed on as it is
+    bool keepCodes = false;                ///< YCrCb codes pass through unchanged
     Media::OutputSettings settings;
     WriterPtr writer;
     std::int64_t frames = 0; ///< written
     double seconds = 0;
 
     const Media::StreamInfo& info() const { return input->info(); }
-    bool complete() const { return input->problemCount() == 0; } ///< nothing of the input was lost
+    bool complete() const { return input->problemCount() == 0; } ///< no part of the input was lost
     double framesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
 };
 
@@ -59,14 +61,14 @@ InputPtr openInput(const ConvertOptions& options)
     return openFrameInput(options, keepAudio);
 }
 
-/// Frames go from one YCrCb format to another without anything that needs RGB.
+/// Returns true if frames go from one YCrCb format to another and nothing needs RGB.
 bool passesCodes(const ConvertOptions& options, const Media::StreamInfo& info)
 {
     return options.format && options.format->isYCrCb() && !holdsRgb(info) && options.effects.empty() &&
            options.burnIn.text.empty() && std::holds_alternative<std::monostate>(options.step);
 }
 
-/// Frames that will be converted, as far as the input tells; 0 when it does not.
+/// Frames that will be converted; 0 if the input does not tell.
 std::int64_t expectedFrames(const ConvertOptions& options, const Media::StreamInfo& info)
 {
     if (info.frameCount <= 0) {
@@ -76,7 +78,7 @@ std::int64_t expectedFrames(const ConvertOptions& options, const Media::StreamIn
     return options.frames > 0 ? std::min(options.frames, left) : left;
 }
 
-/// The depth that loses nothing of the input, nor of the format that is to leave.
+/// The depth that loses nothing of the input or of the output format.
 Media::Depth depthOf(const Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
@@ -87,11 +89,11 @@ Media::Depth depthOf(const Conversion& conversion)
     return options.depth.value_or(deep ? Media::Depth::bits16 : conversion.info().naturalDepth);
 }
 
-/// The tags of what the library's encoding makes, or of what is passed on.
+/// The tags of the frames that the library encodes or that are passed through.
 Media::Colour storedColour(const Conversion& conversion)
 {
     Media::Colour colour = conversion.colour.forWriting;
-    // A guess is worth a note where something is made by it, and no tag where codes are passed on.
+    // Frames that are made by a guess are tagged with it; codes that pass through get no guessed tag.
     colour.rangeGuessed = conversion.keepCodes && conversion.colour.rangeGuessed;
     colour.matrixGuessed = conversion.keepCodes && conversion.colour.matrixGuessed;
     if (conversion.options.format->isYCrCb() && !conversion.keepCodes) {
@@ -102,7 +104,7 @@ Media::Colour storedColour(const Conversion& conversion)
     return colour;
 }
 
-/// Of the RGB on the way.
+/// The range of the intermediate RGB.
 Media::Range rgbRange(const Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
@@ -121,7 +123,7 @@ Media::Range rgbRange(const Conversion& conversion)
                                              : Media::bestRgbRange(options.output, conversion.settings));
 }
 
-/// Of the first frame that a clip will have; empty without one, and where the input's makes no sense.
+/// The time code of the first output frame; empty if the input has none or an invalid one.
 std::string firstTimeCode(const ConvertOptions& options, const Media::StreamInfo& info)
 {
     const auto code = TimeCode::startingAt(info.timeCode, info.frameRate);
@@ -173,12 +175,12 @@ WriterPtr openOutput(const Conversion& conversion)
     return std::move(writer.value());
 }
 
-/// Has the library obtain its effect now, where a failure has a place and does not cost frames.
+/// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
 void prepareConversion()
 {
     if (!Image::ColourConversion::isInitialised() && !Image::ColourConversion::init()) {
         static_cast<void>(obtainEffect("ColourConvert.fx")); // for its messages
-        throw Failure(ExitCode::effect, "ColourConvert.fx: was not accepted; the log (qxhost.log) says why");
+        throw Failure(ExitCode::effect, "ColourConvert.fx: cannot be used; see the log (qxhost.log)");
     }
 }
 
@@ -192,12 +194,12 @@ void noteDecisions(const Conversion& conversion, const EffectChain& effects, Con
     }
     if (options.audio && options.start > 0 && conversion.info().hasAudio &&
         !Media::writesPictures(options.output)) {
-        console.note("the audio is left out, because --start leaves out the frames that it begins with");
+        console.note("the audio is left out, because --start skips the frames that it begins with");
     }
     const std::string& timeCode = conversion.info().timeCode;
     if (!timeCode.empty() && !Media::writesPictures(options.output) &&
         !TimeCode::startingAt(timeCode, conversion.info().frameRate)) {
-        console.note("time code " + timeCode + " is left out: it is none at the clip's frame rate");
+        console.note("time code " + timeCode + " is left out: it is invalid at the clip's frame rate");
     }
     const bool keepsAlpha = options.format && !options.format->isYCrCb();
     if (conversion.info().hasAlpha && !keepsAlpha) {
@@ -205,18 +207,18 @@ void noteDecisions(const Conversion& conversion, const EffectChain& effects, Con
     }
     if (conversion.info().hasFullChroma && !holdsRgb(conversion.info())) {
         console.note(options.input.string() + " (" + conversion.info().pixelFormat +
-                     ") holds colour for every pixel; it passes through 4:2:2, which keeps half of that");
+                     ") has full chroma resolution; it passes through 4:2:2, which keeps half of it");
     }
     for (const std::string& remark : effects.remarks()) {
         console.note(remark);
     }
     if (deviceIsSoftware()) {
         console.note("converting on " + deviceName() +
-                     ", which is software on the processor and no GPU; expect it to be slow");
+                     ", a software device that runs on the CPU; expect it to be slow");
     }
 }
 
-/// What is only known in the end. A line for each.
+/// Warnings that are known only at the end, a line each.
 std::vector<std::string> warningsOf(const Conversion& conversion)
 {
     std::vector<std::string> warnings = conversion.writer->warnings();
@@ -315,13 +317,13 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* 
     return job;
 }
 
-/// Runs the pipeline; false when it was interrupted.
+/// Runs the pipeline. Returns false if interrupted.
 bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
 {
     ProgressDisplay progress(console, conversion.settings.expectedFrames);
     FramePipeline pipeline(job, [&](std::int64_t done) { progress.update(done); });
     // From here on there are files to clean up.
-    const Interruption interruption([&] { pipeline.stop(); });
+    const Interruption interruption([&] { pipeline.stop(); }, Media::PartFiles::removeAll);
     conversion.writer = openOutput(conversion);
     const auto begin = std::chrono::steady_clock::now();
     conversion.frames = pipeline.run(*conversion.writer);
@@ -360,7 +362,7 @@ Conversion decide(const ConvertOptions& options)
 
 } // namespace
 
-ExitCode runConvert(const ConvertOptions& options, Console& console)
+ExitCode runConversion(const ConvertOptions& options, Console& console)
 {
     console.setQuiet(options.quiet);
     Conversion conversion = decide(options);

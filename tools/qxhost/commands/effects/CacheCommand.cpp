@@ -1,10 +1,11 @@
 #include "host/Host.h"
 #include "host/core/Printable.h"
-#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/commands/Command.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <fmt/format.h>
 
@@ -46,28 +47,56 @@ std::string table(const Host::CacheInfo& info)
                        kib(info.effectBytes), info.pipelines, kib(info.pipelineBytes), kib(info.limitBytes));
 }
 
-} // namespace
-
-ExitCode runEffectsCache(const EffectsCacheOptions& options, Console& console)
+ExitCode showInfo(bool json, Console& console)
 {
     const Host::CacheInfo info = Host::cacheInfo();
     tellComplaints(console);
-    if (options.action == EffectsCacheOptions::Action::Info) {
-        console.data(options.json ? jsonText(describe(info)) : table(info));
-        return ExitCode::ok;
-    }
+    console.data(json ? jsonText(describe(info)) : table(info));
+    return ExitCode::ok;
+}
+
+ExitCode clear(bool json, Console& console)
+{
+    const Host::CacheInfo info = Host::cacheInfo();
+    tellComplaints(console);
     const std::string directory(info.directory.view());
     if (const LightweightString<char> problem = Host::clearCache(); !problem.empty()) {
         throw Failure(ExitCode::output, directory + ": cannot be cleared: " + std::string(problem.view()) +
-                                            "; remove the directory yourself");
+                                            "; remove the directory by hand");
     }
     const Host::CacheInfo after = Host::cacheInfo();
     const std::uint64_t removed =
         info.effectBytes + info.pipelineBytes -
         std::min(info.effectBytes + info.pipelineBytes, after.effectBytes + after.pipelineBytes);
-    console.data(options.json ? jsonText({{"directory", directory}, {"removedBytes", removed}})
-                              : fmt::format("{}: {} removed\n", Host::printable(directory), kib(removed)));
+    console.data(json ? jsonText({{"directory", directory}, {"removedBytes", removed}})
+                      : fmt::format("{}: {} removed\n", Host::printable(directory), kib(removed)));
     return ExitCode::ok;
 }
+
+struct CacheOptions
+{
+    bool json = false;
+};
+
+/// A command on the cache; `work` is what it does.
+template <ExitCode (*work)(bool json, Console& console)>
+class CacheCommand : public CommandWithOptions<CacheOptions>
+{
+public:
+    void addOptions(CLI::App& app) override { app.add_flag("--json", options_.json, "Print JSON"); }
+    ExitCode run(Console& console) override { return work(options_.json, console); }
+};
+
+const RegisteredGroup group({.name = "effects cache",
+                             .order = 50,
+                             .about = "Compiled effects and pipelines that are kept on disk"});
+
+const Registered<CacheCommand<showInfo>> registeredInfo(
+    {.name = "effects cache info", .order = 10, .about = "Show the cache's directory, state and size"});
+
+const Registered<CacheCommand<clear>> registeredClear(
+    {.name = "effects cache clear", .order = 20, .about = "Empty the cache; it is refilled when needed"});
+
+} // namespace
 
 } // namespace Qx::Program

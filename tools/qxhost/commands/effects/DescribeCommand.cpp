@@ -3,7 +3,8 @@
 #include "host/effects/framework/ParameterRange.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
-#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
@@ -15,6 +16,18 @@
 namespace Qx::Program {
 
 namespace {
+
+constexpr const char* footer = R"(Example:
+  qxhost effects describe cc3.fx
+
+Shows what an effect holds: techniques and their passes, parameters with type, default, range and label,
+textures and samplers. Exit codes: 0 done, 1 the effect has errors, 3 the file is missing.)";
+
+struct DescribeOptions
+{
+    std::filesystem::path file;
+    bool json = false;
+};
 
 using Host::CompiledEffect;
 using Rows = std::vector<std::vector<std::string>>;
@@ -96,7 +109,7 @@ Rows samplerRows(const CompiledEffect& effect)
     return rows;
 }
 
-/// A table for each kind of thing that the effect has.
+/// A table for each kind of thing that the effect holds.
 std::string tables(const CompiledEffect& effect)
 {
     std::string text;
@@ -109,17 +122,14 @@ std::string tables(const CompiledEffect& effect)
     return text;
 }
 
-} // namespace
-
-ExitCode runEffectsDescribe(const EffectsDescribeOptions& options, Console& console)
+ExitCode describe(const DescribeOptions& options, Console& console)
 {
     const HostSession host(console);
     std::error_code error;
     const bool isPath = std::filesystem::exists(options.file, error);
     const std::filesystem::path file = isPath ? options.file : effectPath(options.file.string());
     if (!std::filesystem::exists(file, error)) {
-        throw Failure(ExitCode::input,
-                      file.string() + ": there is neither a file nor an effect of this name");
+        throw Failure(ExitCode::input, file.string() + ": there is no file and no effect of this name");
     }
     const LightweightString<char> path(std::string_view(file.native()));
     const Host::EffectCompilation compilation = Host::gpuService().examineEffectFile(fromUTF8(path), {});
@@ -138,5 +148,27 @@ ExitCode runEffectsDescribe(const EffectsDescribeOptions& options, Console& cons
     }
     return good ? ExitCode::ok : ExitCode::failed;
 }
+
+class DescribeCommand : public CommandWithOptions<DescribeOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        app.add_option("FILE", options_.file, "An effect file, or a name of 'qxhost effects list'")
+            ->option_text(" ");
+        app.add_flag("--json", options_.json, "Print JSON");
+        app.footer(footer);
+    }
+
+    void check(const CLI::App& app) override { requireValue(app, options_.file, "FILE"); }
+    ExitCode run(Console& console) override { return describe(options_, console); }
+};
+
+const Registered<DescribeCommand>
+    registered({.name = "effects describe",
+                .order = 40,
+                .about = "Show an effect's techniques, parameters and textures"});
+
+} // namespace
 
 } // namespace Qx::Program

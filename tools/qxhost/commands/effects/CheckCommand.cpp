@@ -1,9 +1,12 @@
+#include "tools/qxhost/commands/effects/CheckCommand.h"
+
 #include "QxFxResources/Manager.h"
 #include "host/core/Printable.h"
 #include "host/effects/EffectCompilation.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
-#include "tools/qxhost/commands/Commands.h"
+#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectData.h"
@@ -16,46 +19,13 @@ namespace Qx::Program {
 
 namespace {
 
+constexpr const char* footer = R"(Example:
+  qxhost effects check my/glow.fx my/blur.fx
+
+Prints the compiler's messages as FILE:LINE:COLUMN. Exit codes: 0 no errors, 1 errors, 3 a file is
+missing (the others are checked), 5 GPU device.)";
+
 using FxResources::Manager;
-using FxResources::ShaderEffectInfo;
-
-std::string narrow(const LightweightString<wchar_t>& text)
-{
-    return std::string(toUTF8(text).view());
-}
-
-/// One effect of the catalogue, compiled now.
-Json describe(const ShaderEffectInfo& info)
-{
-    const Qx::Ptr<iShaderEffect> effect = info.getShader();
-    Json techniques = Json::array();
-    if (effect) {
-        for (const LightweightString<char>& name : effect->getTechniqueNames()) {
-            techniques.push_back(std::string(name.view()));
-        }
-    }
-    return {{"name", narrow(info.name)},
-            {"directory", narrow(info.directory)},
-            {"compiled", static_cast<bool>(effect)},
-            {"techniques", techniques}};
-}
-
-std::string table(const Json& effects)
-{
-    std::size_t widest = 4;
-    for (const Json& effect : effects) {
-        widest = std::max(widest, effect["name"].get<std::string>().size());
-    }
-    std::string text =
-        fmt::format("{:<{}}  {:<10}  {:<8}  {}\n", "NAME", widest, "TECHNIQUES", "STATE", "DIRECTORY");
-    for (const Json& effect : effects) {
-        const bool compiled = effect["compiled"].get<bool>();
-        text += fmt::format("{:<{}}  {:<10}  {:<8}  {}\n", effect["name"].get<std::string>(), widest,
-                            compiled ? std::to_string(effect["techniques"].size()) : "-",
-                            compiled ? "ready" : "broken", effect["directory"].get<std::string>());
-    }
-    return text;
-}
 
 struct CheckResult
 {
@@ -83,18 +53,18 @@ CheckResult compile(const std::filesystem::path& file)
             result.effect ? result.effect->getTechniqueNames().size() : 0};
 }
 
-/// Checks a file; a name that is no file may be one of the catalogue. `asData`: with its diagnostics, which
-/// the library gives as text alone.
+/// Checks a file, or an effect of the catalogue if there is no such file. `asData`: with its diagnostics,
+/// which the library returns as text only.
 CheckResult check(const std::filesystem::path& named, bool asData)
 {
     std::error_code error;
     const std::filesystem::path file =
         std::filesystem::exists(named, error) ? named : effectPath(named.string());
     if (!std::filesystem::exists(file, error)) {
-        return missing(file, "there is neither a file nor an effect of this name");
+        return missing(file, "there is no file and no effect of this name");
     }
     if (!std::filesystem::is_regular_file(file, error)) {
-        return missing(file, "is no file; name the effect file itself");
+        return missing(file, "is not a file; name the effect file itself");
     }
     if (!asData) {
         return compile(file);
@@ -102,7 +72,8 @@ CheckResult check(const std::filesystem::path& named, bool asData)
     const LightweightString<char> path(std::string_view(file.native()));
     Host::EffectCompilation examined =
         Host::gpuService().examineEffectFile(fromUTF8(path), Manager::instance().definitions());
-    // What did not compile need not do so twice; what did is kept, and has the host's own device to pass.
+    // What failed is not compiled again. What succeeded is in the cache and must still pass the host's own
+    // device.
     CheckResult result = examined.effect != nullptr
                              ? compile(file)
                              : CheckResult{file, ExitCode::failed, std::move(examined.messages)};
@@ -120,7 +91,7 @@ std::string verdict(const CheckResult& result)
                        result.techniques == 1 ? "" : "s");
 }
 
-/// Shows a result at once; what could not be checked is no data.
+/// Shows a result at once. A file that could not be checked is an error, not data.
 void show(const CheckResult& result, Console& console)
 {
     if (result.code == ExitCode::input) {
@@ -139,25 +110,7 @@ Json describe(const CheckResult& result)
             {"diagnostics", diagnosticsData(result.diagnostics)}};
 }
 
-} // namespace
-
-ExitCode runEffectsList(const EffectsListOptions& options, Console& console)
-{
-    const HostSession host(options.device, &console);
-    Json effects = Json::array();
-    for (const ShaderEffectInfo& info : Manager::instance().effects()) {
-        effects.push_back(describe(info));
-    }
-    console.data(options.json ? jsonText(effects) : table(effects));
-    const bool broken = std::any_of(effects.begin(), effects.end(),
-                                    [](const Json& effect) { return !effect["compiled"].get<bool>(); });
-    if (broken) {
-        console.note("'qxhost effects check FILE' says what is wrong with a broken effect");
-    }
-    return ExitCode::ok;
-}
-
-ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console)
+ExitCode checkAll(const CheckOptions& options, Console& console)
 {
     const HostSession host(options.device, &console);
     Json report = Json::array();
@@ -175,5 +128,31 @@ ExitCode runEffectsCheck(const EffectsCheckOptions& options, Console& console)
     }
     return worst;
 }
+
+class CheckCommand : public CommandWithOptions<CheckOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        app.add_option("FILE", options_.files, "Effect files")->option_text(" ");
+        addDevice(app, options_.device);
+        app.add_flag("--json", options_.json, "Print JSON");
+        app.footer(footer);
+    }
+
+    void check(const CLI::App& app) override
+    {
+        requireValue(app, options_.files.empty() ? "" : options_.files.front(), "FILE");
+    }
+
+    ExitCode run(Console& console) override { return checkAll(options_, console); }
+};
+
+const Registered<CheckCommand>
+    registered({.name = "effects check",
+                .order = 20,
+                .about = "Compile effect files and print the compiler's messages"});
+
+} // namespace
 
 } // namespace Qx::Program

@@ -1,9 +1,9 @@
-#include "tools/qxhost/commands/BurnInCommandLine.h"
+#include "tools/qxhost/commands/convert/BurnInArguments.h"
 
 #include "host/core/Suggestion.h"
 #include "host/fonts/Typeface.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/pipeline/burnin/BurnInText.h"
 
 #include <array>
@@ -49,7 +49,7 @@ bool readPlace(const std::string& word, BurnInPlace& place)
         return false;
     }
     const auto [stopped, second] = std::from_chars(comma + 1, end, place.y);
-    // Farther out there is no picture, and sums stay whole numbers.
+    // No picture is larger, and sums cannot overflow.
     constexpr int farthest = 1000000;
     return second == std::errc() && stopped == end && std::abs(place.x) <= farthest &&
            std::abs(place.y) <= farthest;
@@ -65,9 +65,9 @@ void readPosition(const std::string& word, BurnInOptions& options)
     }
     BurnInPlace place;
     if (!readPlace(word, place)) {
-        throw CLI::ValidationError("--position", "\"" + word + "\" is no place" +
-                                                     Host::didYouMean(word, anchorNames()) + "; write " +
-                                                     listed(anchorNames()) + ", or X,Y in pixels");
+        throw CLI::ValidationError(
+            "--position", "invalid value \"" + word + "\"" + Host::didYouMean(word, anchorNames()) +
+                              ": expected " + CLI::detail::join(anchorNames(), ", ") + ", or X,Y in pixels");
     }
     options.position = place;
 }
@@ -78,10 +78,9 @@ void readSize(const std::string& word, BurnInOptions& options)
     const auto [stopped, error] = std::from_chars(word.data(), end, options.size);
     if (error != std::errc() || stopped != end || options.size < Host::Text::smallestFont ||
         options.size > Host::Text::largestFont) {
-        throw CLI::ValidationError("--font-size", "\"" + word + "\" is no size; write a whole number of " +
-                                                      "pixels from " +
-                                                      std::to_string(Host::Text::smallestFont) + " to " +
-                                                      std::to_string(Host::Text::largestFont));
+        throw invalidValue("--font-size", word,
+                           "a whole number of pixels from " + std::to_string(Host::Text::smallestFont) +
+                               " to " + std::to_string(Host::Text::largestFont));
     }
 }
 
@@ -92,7 +91,7 @@ void addBurnIn(CLI::App& command, BurnInOptions& options)
     const std::string group = "Text";
     command
         .add_option("--burn-in", options.text,
-                    "Write a text into every frame, with the fields\n{timecode}, {frame} and {clip}")
+                    "Draw a text into every frame, with the fields\n{timecode}, {frame} and {clip}")
         ->option_text("TEXT")
         ->group(group);
     command
@@ -130,10 +129,10 @@ void checkBurnIn(const CLI::App& command, const BurnInOptions& options)
     if (command.count("--font") > 0 && (options.font.empty() || !isUTF8(options.font))) {
         throw Failure(ExitCode::usage, options.font.empty()
                                            ? "--font is empty; give a typeface or a font file"
-                                           : "--font " + options.font + ": is no UTF-8");
+                                           : "--font " + options.font + ": the name is not valid UTF-8");
     }
     if (wanted) {
-        static_cast<void>(BurnInText(options.text)); // its mistakes need no device to be found
+        static_cast<void>(BurnInText(options.text)); // reports mistakes before a device is needed
     }
 }
 

@@ -1,4 +1,4 @@
-#include "tools/qxhost/commands/DirectoryWatch.h"
+#include "tools/qxhost/commands/effects/DirectoryWatch.h"
 
 #include "tools/qxhost/console/Failure.h"
 
@@ -35,7 +35,7 @@ DirectoryWatch::DirectoryWatch(std::vector<std::filesystem::path> directories)
       events_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
       stopped_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
-    // Without the kernel's help changes are still found, half a second later.
+    // Without the kernel's reports, changes are found half a second later.
     if (stopped_ < 0) {
         ::close(events_);
         throw Failure(ExitCode::failed, "cannot watch for changes: too many files are open");
@@ -51,7 +51,7 @@ DirectoryWatch::~DirectoryWatch()
     ::close(stopped_);
 }
 
-/// Watches the directories that now have these names. A directory that is watched already is no second one.
+/// Watches the directories that have these names now. Adding a watched directory again has no effect.
 void DirectoryWatch::follow() const
 {
     if (events_ < 0) {
@@ -62,7 +62,7 @@ void DirectoryWatch::follow() const
     }
 }
 
-/// Whether anything happens within that time; being stopped counts.
+/// Returns true if anything happens within that time, stop() included.
 bool DirectoryWatch::happens(int milliseconds) const
 {
     std::array<pollfd, 2> sources{pollfd{stopped_, POLLIN, 0}, pollfd{events_, POLLIN, 0}};

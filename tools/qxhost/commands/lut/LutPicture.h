@@ -16,8 +16,8 @@ struct LutPicture
     std::vector<std::uint8_t> bytes;
 };
 
-/// Draws what a table does: a chart before and after, the curves of grey, and ramps before and after, each
-/// with its title. `name` and `contents` head the picture. Titles are left out where there is no typeface.
+/// Draws the effect of a table: a chart before and after, the curves of grey, and ramps before and after,
+/// each with its title. `name` and `contents` head the picture. Titles are left out if there is no typeface.
 LutPicture drawLut(const iHostImage3D& table, const std::string& name, const std::string& contents);
 
 } // namespace Qx::Program

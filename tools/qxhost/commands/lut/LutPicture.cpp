@@ -1,4 +1,4 @@
-#include "tools/qxhost/commands/LutPicture.h"
+#include "tools/qxhost/commands/lut/LutPicture.h"
 
 #include "host/fonts/TextPainter.h"
 #include "host/luts/LUTReader.h"
@@ -95,7 +95,7 @@ Colour chartAt(float u, float v)
         return {u, u, u};
     }
     if (v >= hues) {
-        // Skins, foliage, skies and neutrals: what people know by heart.
+        // Skin, foliage, sky and neutrals: colours that people know well.
         constexpr std::array<Colour, 12> known{
             Colour{0.45F, 0.32F, 0.27F}, Colour{0.80F, 0.63F, 0.55F}, Colour{0.93F, 0.78F, 0.68F},
             Colour{0.35F, 0.42F, 0.26F}, Colour{0.48F, 0.62F, 0.28F}, Colour{0.36F, 0.48F, 0.61F},
@@ -144,7 +144,7 @@ struct Scale
     float part(float value) const { return (value - low) / (high - low); }
 };
 
-/// A line through points, drawn as one so that its joints are no darker.
+/// A line through points, drawn as a whole so that its joints are not darker.
 void drawLine(Canvas& canvas, const Box& clip, const std::vector<std::array<float, 2>>& points,
               const Colour& colour, float thickness)
 {
@@ -182,7 +182,7 @@ void drawLine(Canvas& canvas, const Box& clip, const std::vector<std::array<floa
     }
 }
 
-/// Grey over the table's domain, or 0 to 1 where that is narrower, through the table.
+/// Grey through the table, over its domain or 0 to 1, whichever is wider.
 struct GreyCurve
 {
     std::vector<float> in;
@@ -211,7 +211,7 @@ void drawCurves(Canvas& canvas, const iHostImage3D& table)
     float low = curve.in.front();
     float high = curve.in.back();
     for (const Colour& out : curve.out) {
-        // What goes far beyond runs off the panel rather than flattening all that can be seen.
+        // Values far beyond run off the panel instead of flattening the rest.
         low = std::max(std::min(low, *std::min_element(out.begin(), out.end())), -1.0F);
         high = std::min(std::max(high, *std::max_element(out.begin(), out.end())), 4.0F);
     }
@@ -256,7 +256,7 @@ void drawRamps(Canvas& canvas, const iHostImage3D& table)
     }
 }
 
-/// Writes on the canvas; nothing where there is no typeface.
+/// Writes on the canvas; does nothing if there is no typeface.
 class Writer
 {
 public:

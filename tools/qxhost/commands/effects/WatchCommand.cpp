@@ -2,10 +2,13 @@
 #include "host/Host.h"
 #include "platform/Settings.h"
 #include "platform/Text.h"
-#include "tools/qxhost/commands/Commands.h"
-#include "tools/qxhost/commands/DirectoryWatch.h"
+#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
+#include "tools/qxhost/commands/convert/Conversion.h"
+#include "tools/qxhost/commands/effects/DirectoryWatch.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
@@ -20,6 +23,27 @@
 namespace Qx::Program {
 
 namespace {
+
+constexpr const char* footer = R"(Examples:
+  qxhost effects watch my/glow.fx --input photo.png --output preview.png
+      Draws photo.png through glow.fx into preview.png, again each time glow.fx or a file that it
+      includes is saved. A viewer that reloads shows the result.
+  qxhost effects watch my
+      Compiles what is saved in the directory and prints the messages.
+
+Meanwhile the file's directory replaces the user's templates. If a file does not compile, the last
+good effect and the picture stay. Ctrl-C ends the command.)";
+
+struct WatchOptions
+{
+    std::filesystem::path file;   ///< an effect, a directory of effects, or a name; empty: the catalogue
+    std::filesystem::path input;  ///< the picture to show the effect on
+    std::filesystem::path output; ///< the picture to write; empty: none
+    std::string technique;
+    std::vector<ParameterSetting> settings;
+    bool force = false;
+    std::string device;
+};
 
 using FxResources::Manager;
 using FxResources::ShaderEffectInfo;
@@ -42,8 +66,8 @@ bool isSameDirectory(const path& one, const path& other)
     return std::filesystem::equivalent(one, other, ignored);
 }
 
-/// What is watched: the directory that stands in for the user's templates, if any, and the effect that is
-/// shown, if one was named.
+/// What is watched: the directory that replaces the user's templates, if any, and the effect that is shown,
+/// if one was named.
 struct Target
 {
     path directory;
@@ -64,19 +88,18 @@ Target targetOf(const path& named)
         if (!named.has_parent_path()) {
             return {"", named.string()}; // a name of the catalogue
         }
-        throw Failure(ExitCode::input,
-                      named.string() + ": there is neither a file nor a directory of this name");
+        throw Failure(ExitCode::input, named.string() + ": there is no file and no directory of this name");
     }
     if (whole.extension() != ".fx" || whole.filename().string().starts_with('_')) {
         throw Failure(ExitCode::input,
                       named.string() +
-                          ": is no effect of a catalogue; those end in .fx and do not begin with "
-                          "an underscore. Name the effect that includes it, or the directory");
+                          ": is not an effect of the catalogue; their names end in .fx and do not begin "
+                          "with an underscore. Name the effect that includes it, or the directory");
     }
     return {whole.parent_path(), whole.string()};
 }
 
-/// Makes the catalogue show the directory in place of the user's own templates. Before the host reads its
+/// Makes the catalogue list the directory instead of the user's templates. Call it before the host reads its
 /// settings.
 void useAsTemplates(const path& directory)
 {
@@ -94,7 +117,7 @@ std::vector<path> watchedDirectories()
     return directories;
 }
 
-/// The effect files that there are, each with its stamp.
+/// The effect files that exist, each with its stamp.
 using Snapshot = std::vector<std::pair<std::string, std::uint64_t>>;
 
 Snapshot takeSnapshot()
@@ -111,7 +134,7 @@ Snapshot takeSnapshot()
 class Watch
 {
 public:
-    Watch(const EffectsWatchOptions& options, Target target, Console& console)
+    Watch(const WatchOptions& options, Target target, Console& console)
         : options_(options), target_(std::move(target)), console_(console)
     {
     }
@@ -119,7 +142,7 @@ public:
     void run()
     {
         DirectoryWatch watch(watchedDirectories());
-        const Interruption interruption([&] { watch.stop(); });
+        const Interruption interruption([&] { watch.stop(); }, Media::PartFiles::removeAll);
         Snapshot known = takeSnapshot();
         compileFirst();
         showFirst();
@@ -137,7 +160,7 @@ public:
     }
 
 private:
-    /// The changes after which there is nothing to compile, so that none goes without an answer.
+    /// Reports the changes that need no compilation, so that every save is answered.
     void tellWhatIsNotCompiled(const Snapshot& before, const Snapshot& now)
     {
         const auto stampIn = [](const Snapshot& snapshot, const std::string& file) {
@@ -152,15 +175,15 @@ private:
                 continue;
             }
             if (!stamp) {
-                console_.note(file + " is gone; what was compiled of it stays");
+                console_.note(file + " is gone; its compiled effect stays in use");
             } else if (*stamp == info.timeStamp) {
-                console_.note(file + " is again as it was last compiled");
+                console_.note(file + " is again as it was when last compiled");
             }
         }
     }
 
-    /// Compiles what the author works on, so that old mistakes are told too; what is shipped waits for its
-    /// use.
+    /// Compiles the author's effects, so that existing mistakes are reported too. Shipped effects are
+    /// compiled when used.
     void compileFirst()
     {
         const path shipped = narrow(getShadersDir());
@@ -182,8 +205,8 @@ private:
         }
     }
 
-    /// A picture that cannot be read or written from the start is a mistake in the command, and no save of
-    /// the effect mends it.
+    /// A picture that cannot be read or written at the start is a mistake in the command, which saving the
+    /// effect cannot fix.
     void showFirst()
     {
         try {
@@ -205,7 +228,7 @@ private:
         }
     }
 
-    /// Draws the picture again when the effect is another one than last time. Throws Failure.
+    /// Draws the picture again if the effect is not the one drawn last. Throws Failure.
     void redraw()
     {
         if (options_.output.empty()) {
@@ -213,7 +236,7 @@ private:
         }
         const Qx::Ptr<iShaderEffect> effect = catalogued(target_.effect);
         if (!effect || effect == shown_) {
-            return; // what keeps it from compiling was told
+            return; // why it does not compile was reported
         }
         draw();
         shown_ = effect;
@@ -226,7 +249,7 @@ private:
         picture.output = options_.output;
         picture.effects = {{target_.effect, options_.technique, options_.settings, ""}};
         picture.frames = 1;
-        picture.force = true; // after the first time it is our own
+        picture.force = true; // after the first time the file is our own
         const auto begin = std::chrono::steady_clock::now();
         convertQuietly(picture);
         const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
@@ -234,14 +257,14 @@ private:
                                   took.count()));
     }
 
-    const EffectsWatchOptions& options_;
+    const WatchOptions& options_;
     Target target_;
     Console& console_;
     Qx::Ptr<iShaderEffect> shown_;
 };
 
-/// An existing picture is not lost to a mistyped name.
-void refuseExisting(const EffectsWatchOptions& options)
+/// Protects an existing picture from a mistyped name.
+void refuseExisting(const WatchOptions& options)
 {
     std::error_code ignored;
     if (!options.force && !options.output.empty() && std::filesystem::exists(options.output, ignored)) {
@@ -250,9 +273,7 @@ void refuseExisting(const EffectsWatchOptions& options)
     }
 }
 
-} // namespace
-
-ExitCode runEffectsWatch(const EffectsWatchOptions& options, Console& console)
+ExitCode watch(const WatchOptions& options, Console& console)
 {
     Target target = targetOf(options.file);
     if (!options.output.empty() && target.effect.empty()) {
@@ -265,11 +286,62 @@ ExitCode runEffectsWatch(const EffectsWatchOptions& options, Console& console)
     useAsTemplates(target.directory);
     const HostSession host(options.device, &console, HostSession::Output::debug);
     if (!target.effect.empty() && !isCatalogued(target.effect)) {
-        throw Failure(ExitCode::input, target.effect + ": is no effect of the catalogue; name a file, or see "
-                                                       "'qxhost effects list'");
+        throw Failure(ExitCode::input, target.effect +
+                                           ": is not an effect of the catalogue; name a file, or see "
+                                           "'qxhost effects list'");
     }
     Watch(options, std::move(target), console).run();
     return ExitCode::ok;
 }
+
+class WatchCommand : public CommandWithOptions<WatchOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        app.add_option("FILE", options_.file,
+                       "An effect file, a directory of them, or an effect's name.\nDefault: the whole "
+                       "catalogue")
+            ->option_text(" ");
+        app.add_option("--input", options_.input, "The picture, or clip, to show the effect on")
+            ->option_text("FILE");
+        app.add_option("--output", options_.output, "The picture to write each time")->option_text("FILE");
+        app.add_option("--technique", options_.technique, "The technique shown. Default: the effect's first")
+            ->option_text("NAME");
+        app.add_option("--set", settings_, "A parameter of the effect; several values for a vector")
+            ->option_text("NAME=V[,V...]")
+            ->allow_extra_args(false)
+            ->take_all();
+        app.add_flag("--force", options_.force, "Replace an output file that exists at the start");
+        addDevice(app, options_.device);
+        app.footer(footer);
+    }
+
+    void check(const CLI::App& app) override
+    {
+        if (options_.input.empty() != options_.output.empty()) {
+            complain(app, "--input and --output need each other: the picture, and where to show it");
+        }
+        const bool shows = !options_.output.empty();
+        if (!shows && (!options_.technique.empty() || !settings_.empty())) {
+            complain(app, "--technique and --set apply to a picture; add --input and --output");
+        }
+        for (const std::string& setting : settings_) {
+            options_.settings.push_back(parseSetting(app, setting));
+        }
+    }
+
+    ExitCode run(Console& console) override { return watch(options_, console); }
+
+private:
+    std::vector<std::string> settings_;
+};
+
+const Registered<WatchCommand>
+    registered({.name = "effects watch",
+                .order = 30,
+                .about = "Compile effects each time they are saved, and show one on a picture"});
+
+} // namespace
 
 } // namespace Qx::Program

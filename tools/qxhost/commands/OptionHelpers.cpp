@@ -1,0 +1,213 @@
+#include "tools/qxhost/commands/OptionHelpers.h"
+
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/media/read/ClipReader.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <fmt/format.h>
+#include <tuple>
+
+namespace Qx::Program {
+
+namespace {
+
+/// Reads "WxH".
+void parseSize(const std::string& option, const std::string& word, unsigned& width, unsigned& height)
+{
+    const char* end = word.data() + word.size();
+    const auto isNumber = [](std::errc error) {
+        return error == std::errc() || error == std::errc::result_out_of_range;
+    };
+    const auto [cross, first] = std::from_chars(word.data(), end, width);
+    bool good = isNumber(first) && cross != end && (*cross == 'x' || *cross == 'X');
+    bool fits = first == std::errc();
+    if (good) {
+        const auto [stopped, second] = std::from_chars(cross + 1, end, height);
+        good = isNumber(second) && stopped == end;
+        fits = fits && second == std::errc();
+    }
+    if (good && !fits) {
+        throw CLI::ValidationError(option, fmt::format("\"{0}\" is too large; the largest picture is {1} x "
+                                                       "{1} pixels",
+                                                       word, Media::ClipReader::largestSide));
+    }
+    if (!good || width == 0 || height == 0) {
+        throw invalidValue(option, word, "WIDTHxHEIGHT, such as 1920x1080");
+    }
+}
+
+float parseComponent(const CLI::App& app, const std::string& word, const std::string& setting)
+{
+    if (word == "true" || word == "false") {
+        return word == "true" ? 1.0F : 0.0F;
+    }
+    const std::optional<float> value = readNumber(word);
+    if (!value) {
+        complain(app, "--set " + setting + ": invalid value \"" + word +
+                          "\": expected a number, as in 0.5, or several, as in 1,0.5,0");
+    }
+    return *value;
+}
+
+} // namespace
+
+std::string commandName(const CLI::App& app)
+{
+    std::string name;
+    for (const CLI::App* at = &app; at->get_parent() != nullptr; at = at->get_parent()) {
+        name = at->get_name() + (name.empty() ? "" : " ") + name;
+    }
+    return name;
+}
+
+void complain(const CLI::App& app, const std::string& text)
+{
+    const std::string name = commandName(app);
+    throw Failure(ExitCode::usage, text + "; see 'qxhost " + name + (name.empty() ? "" : " ") + "--help'");
+}
+
+CLI::ValidationError invalidValue(const std::string& option, const std::string& value,
+                                  const std::string& expected)
+{
+    return CLI::ValidationError(option, "invalid value \"" + value + "\": expected " + expected);
+}
+
+CLI::Option* addCount(CLI::App& app, const std::string& option, std::int64_t& target, std::int64_t smallest,
+                      const std::string& description)
+{
+    const auto set = [&target, option, smallest](const std::string& word) {
+        std::int64_t value = 0;
+        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+        if (error == std::errc::result_out_of_range && word.front() != '-') {
+            throw CLI::ValidationError(option, "\"" + word + "\" is too large");
+        }
+        if (error != std::errc() || end != word.data() + word.size() || value < smallest) {
+            throw invalidValue(option, word, fmt::format("a whole number, {} or more", smallest));
+        }
+        target = value;
+    };
+    return app.add_option_function<std::string>(option, set, description)->option_text("N");
+}
+
+CLI::Option* addSize(CLI::App& app, const std::string& option, unsigned& width, unsigned& height,
+                     const std::string& description)
+{
+    const auto set = [option, &width, &height](const std::string& word) {
+        parseSize(option, word, width, height);
+    };
+    return app.add_option_function<std::string>(option, set, description)->option_text("WxH");
+}
+
+Media::Rational parseRate(const std::string& word)
+{
+    constexpr int largest = 1000000;
+    const char* end = word.data() + word.size();
+    Media::Rational rate;
+    auto [stopped, error] = std::from_chars(word.data(), end, rate.num);
+    if (error == std::errc() && stopped != end && *stopped == '/') {
+        std::tie(stopped, error) = [&] {
+            const auto result = std::from_chars(stopped + 1, end, rate.den);
+            return std::pair(result.ptr, result.ec);
+        }();
+    } else if (error == std::errc() && stopped != end) {
+        double value = 0;
+        const auto result = std::from_chars(word.data(), end, value);
+        stopped = result.ptr;
+        error = value > 0 && value < largest ? result.ec : std::errc::invalid_argument;
+        // 23.976, 29.97 and their kind mean N x 1000 / 1001.
+        const double nearest = error == std::errc() ? std::round(value * 1.001) : 0;
+        const bool isNtsc =
+            std::abs(value - nearest / 1.001) < 0.005 && std::abs(value - std::round(value)) > 0.005;
+        rate = isNtsc ? Media::Rational{static_cast<int>(nearest) * 1000, 1001}
+                      : Media::Rational{static_cast<int>(std::lround(value * 1000)), 1000};
+    }
+    if (error != std::errc() || stopped != end || rate.num <= 0 || rate.den <= 0 || rate.num > largest ||
+        rate.den > largest) {
+        throw invalidValue("--fps", word, "a frame rate, such as 25, 29.97 or 30000/1001");
+    }
+    return rate;
+}
+
+CLI::Option* addPixelFormat(CLI::App& app, const std::string& option, std::optional<PixelFormat>& target,
+                            const std::string& description)
+{
+    const auto set = [&target, option](const std::string& word) { target = parsePixelFormat(option, word); };
+    return app.add_option_function<std::string>(option, set, description)->option_text("NAME[:BITS]");
+}
+
+CLI::Option* addDevice(CLI::App& app, std::string& device)
+{
+    return app
+        .add_option("--device", device, "GPU to use: part of its name, or its number in 'qxhost devices'")
+        ->option_text("NAME|N");
+}
+
+CLI::Option* addOutputRowBytes(CLI::App& app, std::int64_t& rowBytes)
+{
+    return addCount(app, "--output-row-bytes", rowBytes, 1,
+                    "Bytes from one row to the next in a raw file.\nDefault: the format's own");
+}
+
+void requireValue(const CLI::App& app, const std::filesystem::path& value, const std::string& name)
+{
+    if (value.empty()) {
+        complain(app, name + " is missing");
+    }
+}
+
+void requireSize(const CLI::App& app, unsigned width)
+{
+    if (width == 0) {
+        complain(app, "--size is missing; write --size WIDTHxHEIGHT, such as --size 320x180");
+    }
+}
+
+std::optional<PixelFormat> formatFor(const CLI::App& app, const std::filesystem::path& file,
+                                     const std::optional<PixelFormat>& named)
+{
+    const std::optional<PixelFormat> byName = pixelFormatOf(file);
+    if (!named || !byName) {
+        return named ? named : byName;
+    }
+    if (named->info != byName->info) {
+        complain(app, "--format " + named->name() + " contradicts the name " + file.filename().string() +
+                          "; end it in ." + named->info->word + " or .raw");
+    }
+    return named;
+}
+
+void checkOutputRows(const CLI::App& app, const std::optional<PixelFormat>& format, std::int64_t rowBytes)
+{
+    if (rowBytes != 0 && !format) {
+        complain(app, "--output-row-bytes applies to raw frames only; add --format NAME ('qxhost formats' "
+                      "lists them)");
+    }
+}
+
+std::optional<float> readNumber(const std::string& word)
+{
+    float value = 0;
+    const char* end = word.data() + word.size();
+    const auto [stopped, error] = std::from_chars(word.data(), end, value);
+    const bool good = !word.empty() && error == std::errc() && stopped == end && std::isfinite(value);
+    return good ? std::optional(value) : std::nullopt;
+}
+
+ParameterSetting parseSetting(const CLI::App& app, const std::string& text)
+{
+    const std::size_t equals = text.find('=');
+    if (equals == 0 || equals == std::string::npos) {
+        complain(app, "--set " + text + ": expected NAME=VALUE, as in --set gain=1.2");
+    }
+    ParameterSetting setting{text.substr(0, equals), {}};
+    for (std::size_t begin = equals + 1; begin <= text.size();) {
+        const std::size_t comma = std::min(text.find(',', begin), text.size());
+        setting.values.push_back(parseComponent(app, text.substr(begin, comma - begin), text));
+        begin = comma + 1;
+    }
+    return setting;
+}
+
+} // namespace Qx::Program

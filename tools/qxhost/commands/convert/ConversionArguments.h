@@ -1,0 +1,38 @@
+#pragma once
+
+#include "tools/qxhost/pipeline/options/ConvertOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace Qx::Program {
+
+// Arguments that the commands share which convert. Their targets must live as long as the command.
+
+/// Adds INPUT and OUTPUT. `output` describes the latter.
+void addFiles(CLI::App& app, ConvertOptions& options, const std::string& output);
+
+/// Adds "--start" to the group "Frames".
+void addStart(CLI::App& app, ConvertOptions& options);
+
+void addColour(CLI::App& app, ConvertOptions& options);
+
+/// What "--size" stands for in a command.
+enum class SizeOption
+{
+    ofInput, ///< the size of raw frames
+    ofOutput ///< something else; raw frames then have "--raw-size"
+};
+
+void addRawInput(CLI::App& app, RawInputOptions& raw, SizeOption sizeOption);
+
+void addOutput(CLI::App& app, ConvertOptions& options);
+
+/// Adds "--device", "--quiet", "--json" and "--help".
+void addOther(CLI::App& app, ConvertOptions& options);
+
+/// Completes the pixel formats by the files' names. Throws Failure (usage) if a file is missing or the
+/// options of its frames contradict each other.
+void checkFiles(const CLI::App& app, ConvertOptions& options);
+
+} // namespace Qx::Program

@@ -1,0 +1,164 @@
+#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
+#include "tools/qxhost/commands/convert/BurnInArguments.h"
+#include "tools/qxhost/commands/convert/Conversion.h"
+#include "tools/qxhost/commands/convert/ConversionArguments.h"
+
+#include <fmt/format.h>
+#include <map>
+
+namespace Qx::Program {
+
+namespace {
+
+constexpr const char* tableEffect = "LUT.fx";
+
+constexpr const char* footer = R"(Examples:
+  qxhost convert clip.mov shot.png --frames 1
+      The first frame as one picture.
+  qxhost convert clip.mov shot_%05d.png
+      Every frame as a picture: shot_00001.png, shot_00002.png, ...
+  qxhost convert tape.avi tape.mov --range video --matrix bt601
+      For a clip without colour tags: states what its codes mean, so that nothing is guessed.
+  qxhost convert clip.mov tape.mov --format v210
+      Unencoded frames in a pixel format; 'qxhost formats' lists the formats and their containers.
+  qxhost convert tape.raw tape.mov --raw uyvy --size 720x576 --fps 25
+      Reads such frames from a file that holds nothing else.
+  qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2 --set saturation=0.8
+      Through an effect. Several run in the order given; --technique and --set belong to the --effect
+      before them.
+  qxhost convert clip.mov dailies.mov --burn-in "{timecode}  {clip}" --position top-left
+      With time code and the clip's name drawn into every frame.
+
+Output formats, by the name's ending:
+  pictures  png tif tiff bmp jpg jpeg ppm dpx tga webp
+  clips     mov mkv mp4 avi mxf webm nut and whatever else FFmpeg writes
+  frames    raw yuv rgb bin data, or a pixel format's name (uyvy, v210, ...)
+
+Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input missing or damaged (what could be read
+is then written), 4 output, 5 GPU device, 6 effect, LUT or font, 130 interrupted.
+No incomplete file is left under the output's name.)";
+
+float parseAmount(const CLI::App& app, const std::string& word)
+{
+    const std::optional<float> amount = readNumber(word);
+    if (!amount || *amount < 0 || *amount > 1) {
+        complain(app, "--amount: invalid value \"" + word + "\": expected a number from 0 to 1");
+    }
+    return *amount;
+}
+
+/// Applies an option to the effect or LUT before it.
+void addToStep(const CLI::App& app, EffectRequest& step, const std::string& name, const std::string& value)
+{
+    if ((name == "--amount") == step.lut.empty()) {
+        complain(app, fmt::format("{} {} belongs to {}, but follows {} {}", name, value,
+                                  name == "--amount" ? "a --lut" : "an --effect",
+                                  step.lut.empty() ? "--effect" : "--lut",
+                                  step.lut.empty() ? step.file : step.lut));
+    }
+    if (name == "--set") {
+        step.settings.push_back(parseSetting(app, value));
+    } else if (name == "--amount") {
+        step.settings.push_back({"amount", {parseAmount(app, value)}});
+    } else if (!step.technique.empty()) {
+        complain(app, "--effect " + step.file + " has two techniques");
+    } else {
+        step.technique = value;
+    }
+}
+
+/// "--technique" and "--set" belong to the "--effect" before them, "--amount" to the "--lut". The order of
+/// effects and LUTs on the command line is the order in which they run.
+std::vector<EffectRequest> groupEffects(const CLI::App& app)
+{
+    std::vector<EffectRequest> effects;
+    std::map<const CLI::Option*, std::size_t> taken;
+    for (const CLI::Option* option : app.parse_order()) {
+        const std::string name = option->get_name();
+        const bool begins = name == "--effect" || name == "--lut";
+        if (!begins && name != "--technique" && name != "--set" && name != "--amount") {
+            continue;
+        }
+        const std::string value = option->results().at(taken[option]++);
+        if (begins && value.empty()) {
+            complain(app, name == "--lut" ? "--lut is empty; give a LUT file"
+                                          : "--effect is empty; give an effect's name or file");
+        }
+        if (name == "--effect") {
+            effects.push_back({value, "", {}, ""});
+        } else if (name == "--lut") {
+            effects.push_back({tableEffect, "", {}, value});
+        } else if (effects.empty()) {
+            complain(app, fmt::format("{} {} stands before any {} that it could belong to", name, value,
+                                      name == "--amount" ? "--lut" : "--effect"));
+        } else {
+            addToStep(app, effects.back(), name, value);
+        }
+    }
+    return effects;
+}
+
+class ConvertCommand : public CommandWithOptions<ConvertOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
+        addColour(app, options_);
+        addEffects(app);
+        addBurnIn(app, options_.burnIn);
+        addStart(app, options_);
+        addCount(app, "--frames", options_.frames, 1, "Convert at most N frames")->group("Frames");
+        addRawInput(app, options_.raw, SizeOption::ofInput);
+        addOutput(app, options_);
+        app.add_flag_callback(
+               "--no-audio", [this] { options_.audio = false; }, "Leave the audio out")
+            ->group("Output");
+        addOther(app, options_);
+        app.footer(footer);
+    }
+
+    void check(const CLI::App& app) override
+    {
+        checkFiles(app, options_);
+        options_.effects = groupEffects(app);
+        checkBurnIn(app, options_.burnIn);
+    }
+
+    ExitCode run(Console& console) override { return runConversion(options_, console); }
+
+private:
+    void addEffects(CLI::App& app)
+    {
+        const auto addText = [&](const std::string& name, const std::string& text, const std::string& about) {
+            app.add_option(name, texts_, about)
+                ->option_text(text)
+                ->allow_extra_args(false)
+                ->take_all()
+                ->group("Effects");
+        };
+        addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
+        addText("--technique", "NAME", "The effect's technique. Default: its first");
+        addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
+        addText("--lut", "FILE",
+                "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
+                "order given");
+        addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
+    }
+
+    std::vector<std::string> texts_; ///< a target that the library wants; groupEffects() reads them in order
+};
+
+const Registered<ConvertCommand> registered(
+    {.name = "convert",
+     .order = 10,
+     .about = "Convert a clip or picture on the GPU",
+     .examples = R"(  qxhost convert clip.mov shot_%05d.png            every frame as a picture, RGB
+  qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2
+  qxhost convert clip.mov tape.mov --format v210   unencoded frames in a pixel format
+)"});
+
+} // namespace
+
+} // namespace Qx::Program

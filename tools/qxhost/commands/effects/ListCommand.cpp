@@ -1,0 +1,99 @@
+#include "QxFxResources/Manager.h"
+#include "platform/Text.h"
+#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
+#include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace Qx::Program {
+
+namespace {
+
+using FxResources::Manager;
+using FxResources::ShaderEffectInfo;
+
+struct ListOptions
+{
+    std::string device;
+    bool json = false;
+};
+
+std::string narrow(const LightweightString<wchar_t>& text)
+{
+    return std::string(toUTF8(text).view());
+}
+
+/// Describes an effect of the catalogue. Compiles it.
+Json describe(const ShaderEffectInfo& info)
+{
+    const Qx::Ptr<iShaderEffect> effect = info.getShader();
+    Json techniques = Json::array();
+    if (effect) {
+        for (const LightweightString<char>& name : effect->getTechniqueNames()) {
+            techniques.push_back(std::string(name.view()));
+        }
+    }
+    return {{"name", narrow(info.name)},
+            {"directory", narrow(info.directory)},
+            {"compiled", static_cast<bool>(effect)},
+            {"techniques", techniques}};
+}
+
+std::string table(const Json& effects)
+{
+    std::size_t widest = 4;
+    for (const Json& effect : effects) {
+        widest = std::max(widest, effect["name"].get<std::string>().size());
+    }
+    std::string text =
+        fmt::format("{:<{}}  {:<10}  {:<8}  {}\n", "NAME", widest, "TECHNIQUES", "STATE", "DIRECTORY");
+    for (const Json& effect : effects) {
+        const bool compiled = effect["compiled"].get<bool>();
+        text += fmt::format("{:<{}}  {:<10}  {:<8}  {}\n", effect["name"].get<std::string>(), widest,
+                            compiled ? std::to_string(effect["techniques"].size()) : "-",
+                            compiled ? "ready" : "broken", effect["directory"].get<std::string>());
+    }
+    return text;
+}
+
+ExitCode list(const ListOptions& options, Console& console)
+{
+    const HostSession host(options.device, &console);
+    Json effects = Json::array();
+    for (const ShaderEffectInfo& info : Manager::instance().effects()) {
+        effects.push_back(describe(info));
+    }
+    console.data(options.json ? jsonText(effects) : table(effects));
+    const bool broken = std::any_of(effects.begin(), effects.end(),
+                                    [](const Json& effect) { return !effect["compiled"].get<bool>(); });
+    if (broken) {
+        console.note("'qxhost effects check FILE' shows the errors of a broken effect");
+    }
+    return ExitCode::ok;
+}
+
+class ListCommand : public CommandWithOptions<ListOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        addDevice(app, options_.device);
+        app.add_flag("--json", options_.json, "Print JSON");
+    }
+
+    ExitCode run(Console& console) override { return list(options_, console); }
+};
+
+const Registered<ListCommand> registered(
+    {.name = "effects list",
+     .order = 10,
+     .about = "List the effects that can be used by name",
+     .examples =
+         "  qxhost effects list                              the effects that can be used by name\n"});
+
+} // namespace
+
+} // namespace Qx::Program

@@ -1,0 +1,82 @@
+#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/OptionHelpers.h"
+#include "tools/qxhost/commands/lut/LutPicture.h"
+#include "tools/qxhost/commands/lut/WithoutDevice.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
+#include "tools/qxhost/pipeline/effects/LutFile.h"
+#include "tools/qxhost/pipeline/output/PictureOutput.h"
+
+namespace Qx::Program {
+
+namespace {
+
+constexpr const char* footer = R"(Example:
+  qxhost lut preview film.cube film.png
+
+Draws, from the top: a colour chart before and after the LUT; the LUT's curves for grey (red, green and
+blue out against grey in); and ramps from black to grey, red, green, blue, cyan, magenta and yellow, each
+before and after.)";
+
+struct PreviewOptions
+{
+    std::filesystem::path file;
+    std::filesystem::path output;
+    bool force = false;
+};
+
+ExitCode preview(const PreviewOptions& options, Console& console)
+{
+    const WithoutDevice host(console);
+    requireOnePicture(options.output, "a preview");
+    const Host::LUTReading reading = readLut(options.file.string());
+    const std::string name = options.file.filename().string();
+    const LutPicture picture = drawLut(*reading.table, name, reading.facts.contents);
+    Media::OutputSettings settings;
+    settings.width = picture.width;
+    settings.height = picture.height;
+    settings.force = options.force;
+    settings.expectedFrames = 1;
+    auto writer = Media::openWriter(options.output, settings);
+    if (!writer) {
+        throw Failure(ExitCode::output, writer.text());
+    }
+    Media::Status status =
+        writer.value()->write(picture.bytes.data(), std::ptrdiff_t{4} * picture.width, {0, 1, {}});
+    if (status) {
+        status = writer.value()->finish();
+    }
+    if (!status) {
+        throw Failure(ExitCode::output, status.text());
+    }
+    console.note(options.output.string() + ": before and after, curves of grey, and ramps of " +
+                 reading.facts.contents);
+    return ExitCode::ok;
+}
+
+class PreviewCommand : public CommandWithOptions<PreviewOptions>
+{
+public:
+    void addOptions(CLI::App& app) override
+    {
+        app.add_option("FILE", options_.file, "A LUT file, or a name of 'qxhost lut list'")->option_text(" ");
+        app.add_option("OUTPUT", options_.output, "The picture to write")->option_text(" ");
+        app.add_flag("--force", options_.force, "Replace an existing picture");
+        app.footer(footer);
+    }
+
+    void check(const CLI::App& app) override
+    {
+        requireValue(app, options_.file, "FILE");
+        requireValue(app, options_.output, "OUTPUT");
+    }
+
+    ExitCode run(Console& console) override { return preview(options_, console); }
+};
+
+const Registered<PreviewCommand>
+    registered({.name = "lut preview", .order = 40, .about = "Draw what a LUT does"});
+
+} // namespace
+
+} // namespace Qx::Program

@@ -7,7 +7,6 @@
 #include <charconv>
 #include <cmath>
 #include <fmt/format.h>
-#include <tuple>
 
 namespace Qx::Program {
 
@@ -57,7 +56,7 @@ std::string commandName(const CLI::App& app)
 {
     std::string name;
     for (const CLI::App* at = &app; at->get_parent() != nullptr; at = at->get_parent()) {
-        name = at->get_name() + (name.empty() ? "" : " ") + name;
+        name.insert(0, at->get_name() + (name.empty() ? "" : " "));
     }
     return name;
 }
@@ -107,10 +106,9 @@ Media::Rational parseRate(const std::string& word)
     Media::Rational rate;
     auto [stopped, error] = std::from_chars(word.data(), end, rate.num);
     if (error == std::errc() && stopped != end && *stopped == '/') {
-        std::tie(stopped, error) = [&] {
-            const auto result = std::from_chars(stopped + 1, end, rate.den);
-            return std::pair(result.ptr, result.ec);
-        }();
+        const auto result = std::from_chars(stopped + 1, end, rate.den);
+        stopped = result.ptr;
+        error = result.ec;
     } else if (error == std::errc() && stopped != end) {
         double value = 0;
         const auto result = std::from_chars(word.data(), end, value);

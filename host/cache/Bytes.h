@@ -11,7 +11,7 @@
 
 namespace Qx::Host::Cache {
 
-/// Appends values to a row of bytes: numbers little-endian, texts and rows behind their length in 32 bits.
+/// Appends values to a byte string: numbers little-endian, texts and arrays after their length in 32 bits.
 class ByteWriter
 {
 public:
@@ -53,17 +53,17 @@ private:
     std::vector<std::byte> bytes_;
 };
 
-/// Reads what a ByteWriter wrote, or anything else: whatever the bytes are, reading stays within them, and
-/// what it allocates is bounded by their number. After the first failure every answer is zero or empty.
+/// Reads what a ByteWriter wrote, or any other bytes: reading never leaves them, and what it allocates is
+/// bounded by their number. After the first failure every result is zero or empty.
 class ByteReader
 {
 public:
-    /// The bytes live longer than this object.
+    /// The bytes must outlive this object.
     explicit ByteReader(std::span<const std::byte> bytes) : rest_(bytes) {}
 
     bool failed() const { return failed_; }
 
-    /// All was read, and nothing failed.
+    /// Whether everything was read without a failure.
     bool finished() const { return !failed_ && rest_.empty(); }
 
     void fail()
@@ -101,7 +101,7 @@ public:
         return failed_ ? Enumeration{} : static_cast<Enumeration>(value);
     }
 
-    /// A number of things that take at least so many bytes each; fails when the rest cannot hold them.
+    /// A number of items of at least that many bytes each. Fails if the remaining bytes cannot hold them.
     std::size_t count(std::size_t leastBytes)
     {
         const std::size_t value = number<std::uint32_t>();
@@ -125,7 +125,7 @@ public:
         return {bytes.begin(), bytes.end()};
     }
 
-    /// So many bytes, in place; none when there are not enough.
+    /// That many bytes, in place; none if there are not enough.
     std::span<const std::byte> raw(std::size_t bytes)
     {
         require(bytes <= rest_.size());

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t mostEntryBytes = 256U << 20U;
 
-/// A file being written. Nobody writes for so long: an older one has lost its writer.
+/// The age at which a file being written counts as abandoned.
 constexpr std::string_view unfinishedEnding = ".part";
 constexpr std::int64_t abandonedAfterSeconds = 3600;
 
@@ -63,14 +63,14 @@ std::string systemError(int number)
     return std::generic_category().message(number);
 }
 
-/// Nobody but this user could have made or changed it.
+/// Whether only this user can have created or changed it.
 bool isOurs(const struct stat& status)
 {
     return status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-/// The store's directory, opened; not good, with the reason in `problem`, when it cannot be used. An absent
-/// one has no problem.
+/// Opens the store's directory. Not good, with the reason in `problem`, if it cannot be used; without a
+/// reason if it does not exist.
 Descriptor openDirectory(const std::filesystem::path& path, std::string& problem)
 {
     Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -92,7 +92,7 @@ Descriptor openDirectory(const std::filesystem::path& path, std::string& problem
     return directory;
 }
 
-/// The XDG Base Directory Specification wants directories that are missing made with mode 0700.
+/// The XDG Base Directory Specification wants missing directories created with mode 0700.
 std::string makeDirectories(const std::filesystem::path& path)
 {
     std::error_code error;
@@ -117,8 +117,7 @@ bool writeAll(int file, std::span<const std::byte> bytes)
     return true;
 }
 
-/// Why nothing can be written into the directory, as an error number: a disk that is full shows only when
-/// something is. 0 when it can be.
+/// The error number of writing a file in the directory, 0 if that works: a full disk shows only on writing.
 int writingError(const std::filesystem::path& directory)
 {
     if (euidaccess(directory.c_str(), W_OK | X_OK) != 0) {
@@ -126,7 +125,7 @@ int writingError(const std::filesystem::path& directory)
     }
     const Descriptor file(open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file) {
-        // Some file systems have no files without names.
+        // Some file systems do not support unnamed files.
         return errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL ? 0 : errno;
     }
     constexpr std::array<std::byte, 4096> block{};
@@ -140,12 +139,12 @@ struct Listed
     timespec used{};
 };
 
-/// The plain files of the directory whose names `wanted` takes.
+/// The regular files of the directory whose names `wanted` accepts.
 template <class Wanted>
 std::vector<Listed> list(const Descriptor& directory, Wanted&& wanted)
 {
     std::vector<Listed> found;
-    // The stream closes the descriptor that it is given.
+    // The stream closes its descriptor.
     const int own = openat(directory.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     DIR* const stream = own >= 0 ? fdopendir(own) : nullptr;
     if (stream == nullptr) {
@@ -177,7 +176,7 @@ FileStore::FileStore(std::filesystem::path directory, std::uint64_t mostBytes, C
 void FileStore::complainOnce(const std::string& text)
 {
     if (complain_ && !complained_.exchange(true)) {
-        complain_("The cache in " + directory_.string() + " is of limited use: " + text);
+        complain_("The cache in " + directory_.string() + " cannot be used fully: " + text);
     }
 }
 
@@ -206,13 +205,13 @@ std::optional<std::vector<std::byte>> FileStore::load(Kind kind, const Digest& k
     std::optional<std::vector<std::byte>> bytes = readFile(file, mostEntryBytes);
     const Condition condition = bytes ? unwrapRecord(*bytes, kind, key) : Condition::Damaged;
     if (condition == Condition::Whole) {
-        // Marks it as used; where that is not allowed the order of removal is that of making.
+        // Marks it as used. Without permission entries are removed in the order of their creation.
         static_cast<void>(futimens(file.number(), nullptr));
         return bytes;
     }
     static_cast<void>(unlinkat(directory.number(), name.c_str(), 0));
     if (condition == Condition::Damaged) {
-        complainOnce("the entry " + name + " is damaged; it is made anew");
+        complainOnce("the entry " + name + " is damaged; it is created again");
     }
     return std::nullopt;
 }
@@ -228,7 +227,7 @@ std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::
         return problem.empty() ? systemError(ENOENT) : problem;
     }
     const std::string name = nameOf(kind, key);
-    // Process numbers would not do: containers that share the directory have the same ones.
+    // Not the process id: containers that share the directory have the same ones.
     std::uint64_t random = 0;
     static_cast<void>(getrandom(&random, sizeof random, GRND_NONBLOCK));
     const std::string unfinished = name + '.' + std::to_string(random) + std::string(unfinishedEnding);
@@ -237,11 +236,11 @@ std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::
     if (!file) {
         return systemError(errno);
     }
-    // Not synced to the disk: after a crash the checksum tells.
+    // Not synced to disk: the checksum finds damage after a crash.
     const bool done = writeAll(file.number(), writeRecord(kind, key, content)) && file.close() &&
                       renameat(directory.number(), unfinished.c_str(), directory.number(), name.c_str()) == 0;
     if (!done) {
-        // What is not there any more fell to somebody who clears the store: that is no fault.
+        // A missing entry is no fault: another process has cleared the store.
         problem = errno == ENOENT ? std::string() : systemError(errno);
         static_cast<void>(unlinkat(directory.number(), unfinished.c_str(), 0));
     }

@@ -14,27 +14,26 @@
 
 namespace Qx::Host::Cache {
 
-/// A directory of checksummed files, shared by all processes of a user, that may lose any of them at any
-/// time: whoever asks for an entry that is not there, not whole or not to be trusted gets none and makes it
-/// anew.
+/// A directory of checksummed files, shared by all processes of a user. Any file may disappear at any time: a
+/// caller whose entry is missing, damaged or not trusted gets none, and creates it again.
 ///
-/// - An entry is written aside and renamed, so that it is whole or absent for every reader, however many
-///   processes write it.
-/// - Its file ends with a SHA-256 of everything before; one that does not fit is removed.
-/// - The directory is made for the user alone. A directory or an entry of another user's, or one that others
-///   may write to, is not used: its contents go to the GPU's driver.
-/// - After each store the entries that were not used for the longest time are removed until the rest fits
-///   the bound. The time of use is the file's time of modification.
+/// - An entry is written to another name and renamed, so that every reader finds it whole or not at all,
+///   however many processes write it.
+/// - Its file ends with a SHA-256 of everything before it; a file with a wrong one is removed.
+/// - The directory is created for the user alone. A directory or an entry that belongs to another user, or
+///   that others may write to, is not used, because its contents go to the GPU's driver.
+/// - After each store the least recently used entries are removed until the rest is within the limit. The
+///   time of use is the file's modification time.
 /// - Files of other names are left alone.
 ///
-/// Any thread, several at once. Only std::bad_alloc is thrown.
+/// Thread-safe. Only std::bad_alloc is thrown.
 class FileStore
 {
 public:
-    /// Takes one line for the log; called once at most.
+    /// Receives one line for the log; called at most once.
     using Complain = std::function<void(const std::string&)>;
 
-    /// The directory is made with the first entry. `mostBytes` bounds all entries together.
+    /// The directory is created with the first entry. `mostBytes` limits all entries together.
     FileStore(std::filesystem::path directory, std::uint64_t mostBytes, Complain complain);
 
     std::optional<std::vector<std::byte>> load(Kind kind, const Digest& key);
@@ -46,15 +45,15 @@ public:
         std::uint64_t bytes = 0; ///< of their files
     };
 
-    /// What of that kind is there.
+    /// The entries of that kind.
     Usage usage(Kind kind) const;
 
-    /// Why nothing is taken from it or put into it as it is now, a full disk among the reasons; empty when it
-    /// works. One that is not there works when it can be made.
+    /// The reason why the directory cannot be read or written now, a full disk included; empty if it can. A
+    /// directory that does not exist is fine if it can be created.
     std::string problem() const;
 
-    /// Removes every entry, also while others use them, and what interrupted writers left. Empty, or why it
-    /// could not.
+    /// Removes every entry, even while others use them, and the remains of interrupted writers. Empty, or the
+    /// reason of a failure.
     std::string clear();
 
     const std::filesystem::path& directory() const { return directory_; }

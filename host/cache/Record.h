@@ -9,28 +9,29 @@
 
 namespace Qx::Host::Cache {
 
-/// What an entry holds: the end of its file's name.
+/// The kind of an entry's content; the suffix of its file's name.
 enum class Kind : std::uint8_t
 {
     Effect,
     Pipelines,
 };
 
-/// Bytes of a record beside its content.
+/// The bytes of a record in addition to its content.
 std::size_t recordOverhead();
 
-/// The file of an entry: a mark, the kind, the key, the content behind its length, and a SHA-256 of all that.
+/// The file of an entry: a magic number, the kind, the key, the length of the content, the content, and a
+/// SHA-256 of all of that.
 std::vector<std::byte> writeRecord(Kind kind, const Digest& key, std::span<const std::byte> content);
 
 enum class Condition
 {
     Whole,
     OtherFormat, ///< of another version of this system
-    Damaged      ///< or the record of another entry
+    Damaged      ///< or it belongs to another entry
 };
 
-/// Leaves of a whole record of that kind and key its content alone; others stay as they are. Bytes of any
-/// origin are safe to give.
+/// Reduces a valid record of that kind and key to its content; leaves any other bytes as they are. Safe for
+/// bytes of any origin.
 Condition unwrapRecord(std::vector<std::byte>& record, Kind kind, const Digest& key);
 
 } // namespace Qx::Host::Cache

@@ -8,7 +8,7 @@
 
 namespace Qx::Host::Cache {
 
-/// SHA-256 (FIPS 180-4, 6.2): names contents, so that no file made to collide passes for another.
+/// SHA-256 (FIPS 180-4, 6.2). It names contents, so that no forged file can pass for another.
 using Digest = std::array<std::byte, 32>;
 
 Digest digestOf(std::span<const std::byte> bytes);

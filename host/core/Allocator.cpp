@@ -17,7 +17,7 @@ public:
         if (alignment == 0 || (alignment & (alignment - 1)) != 0) {
             return nullptr;
         }
-        bytes = std::max<std::size_t>(bytes, 1); // malloc(0) may answer null, which here means failure
+        bytes = std::max<std::size_t>(bytes, 1); // malloc(0) may return null, which means failure here
         if (alignment <= alignof(std::max_align_t)) {
             return std::malloc(bytes);
         }

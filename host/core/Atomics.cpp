@@ -10,7 +10,7 @@ namespace {
 class AtomicCounters final : public iAtomics
 {
 public:
-    // A new reference is made from an existing one, so nothing needs to be ordered before it.
+    // A new reference is copied from an existing one, so nothing needs to be ordered before it.
     std::uint32_t atomicIncrement(std::uint32_t& counter) override
     {
         return std::atomic_ref<std::uint32_t>(counter).fetch_add(1, std::memory_order_relaxed) + 1;

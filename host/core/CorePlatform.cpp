@@ -1,5 +1,5 @@
-// The platform of a process that has the core's services alone: the effect compiler's worker, and tests of
-// what needs no more. Such a process supplies its own Log().
+// The platform of processes that have the core's services alone: the effect compiler's worker and some tests.
+// They supply Log() themselves.
 
 #include "host/core/CoreServices.h"
 #include "host/core/Immortal.h"

@@ -6,8 +6,8 @@
 #include <mutex>
 #include <new>
 
-/// The lock that handles share. Its count is its own, because a lock must work before and after everything
-/// else does.
+/// The lock that handles share. It has its own reference count, because a lock must work before and after
+/// everything else.
 class CriticalSection::Impl
 {
 public:
@@ -63,8 +63,7 @@ void CriticalSection::enter() const
     impl_->mutex().lock();
 }
 
-// The lock itself stays alive while a handle of the caller's does: whoever is still inside unlock() holds
-// one.
+// The lock lives as long as any handle: a caller inside unlock() holds one.
 void CriticalSection::leave() const
 {
     impl_->mutex().unlock();

@@ -5,8 +5,8 @@
 
 namespace Qx::Host {
 
-/// Where an effect's `#include` is looked for after the including file's own directory, in this order: the
-/// shaders directory, its Include, and the user's and the machine's templates.
+/// The directories in which an effect's `#include` is searched for after the including file's own, in this
+/// order: the shaders directory, its Include, and the templates of the user and of the machine.
 std::vector<std::filesystem::path> effectIncludeDirectories();
 
 } // namespace Qx::Host

@@ -25,7 +25,7 @@ private:
     alignas(T) unsigned char storage_[sizeof(T)];
 };
 
-/// The process's one T, made by whoever asks first.
+/// The process's one T, constructed on first use. Thread-safe.
 template <class T>
 T& immortal()
 {

@@ -60,7 +60,7 @@ void Notifier::removeListener(Listener listener, void* context)
                   [&](const Record& r) { return r.listener == listener && r.context == context; });
 }
 
-// The lock is not held while listeners run: one that waits for a thread which adds a listener would never
+// The lock is not held while listeners run: a listener that waits for a thread which adds one would never
 // return.
 void Notifier::issueNotification(const NotifyMsg& message, int) const
 {

@@ -21,7 +21,7 @@ std::string fixedText(double value, int decimals, bool keepTrailingZeros)
     if (std::isnan(value)) {
         return "nan";
     }
-    // Room for every digit of the largest double, a sign, a point and the most decimals a char can ask for.
+    // Room for every digit of the largest double, a sign, a point and the most decimals that a char can hold.
     std::array<char, std::numeric_limits<double>::max_exponent10 + 4 + std::numeric_limits<char>::max()>
         buffer;
     const std::to_chars_result end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value,
@@ -33,7 +33,7 @@ std::string fixedText(double value, int decimals, bool keepTrailingZeros)
             text.pop_back();
         }
     }
-    // Nobody wants to read "-0".
+    // For people, "-0" is 0.
     if (text.front() == '-' && text.find_first_not_of("-0.") == std::string::npos) {
         text.erase(0, 1);
     }

@@ -5,9 +5,9 @@
 
 namespace Qx::Host {
 
-/// The text with its control characters (ASCII's, DEL, and C1's as UTF-8 has them) written out as \n, \t or
-/// \xNN, so that what comes from a file or a name cannot steer a terminal or break a line. Whatever else it
-/// holds, also bytes that are no UTF-8, stays.
+/// The text with its control characters (those of ASCII, DEL, and those of C1 in UTF-8) written as \n, \t or
+/// \xNN, so that text from a file or a name can neither control a terminal nor break a line. All other bytes
+/// are kept, even if they are not UTF-8.
 inline std::string printable(std::string_view text)
 {
     constexpr std::string_view digits = "0123456789abcdef";

@@ -9,7 +9,7 @@
 
 namespace Qx::Host {
 
-/// A line of a diagnostic suite with what tells where it belongs.
+/// A line of a diagnostic suite, with its category and test.
 struct TestLine
 {
     static constexpr int noTest = -1;
@@ -23,7 +23,7 @@ struct TestLine
 class QX_API TestRecorder final : public LoggerBase
 {
 public:
-    /// `listener`, if any, gets every line when it comes.
+    /// `listener`, if any, receives every line as it arrives.
     explicit TestRecorder(std::function<void(const TestLine&)> listener = nullptr);
 
     void logLine(const LightweightString<wchar_t>& text, int category) override;

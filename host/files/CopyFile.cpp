@@ -26,7 +26,7 @@ public:
     int get() const { return descriptor_; }
     bool isOpen() const { return descriptor_ >= 0; }
 
-    /// False when what was written may not have arrived.
+    /// Returns false if written data may be lost.
     bool close()
     {
         const int descriptor = descriptor_;
@@ -59,7 +59,7 @@ bool writeAll(int descriptor, const char* bytes, std::size_t count)
     return true;
 }
 
-/// Copies from one open file to the other; what failed, or nothing.
+/// Copies from one open file to the other. Empty, or the reason of a failure.
 std::string copyBytes(const File& from, const std::string& fromPath, const File& to,
                       const std::string& toPath)
 {

@@ -34,8 +34,8 @@ struct Entry
     struct stat status;
 };
 
-/// The entries of a directory whose names match, sorted by name. Links stand for what they point to; those
-/// that point to nothing are left out.
+/// The entries of a directory whose names match, sorted by name. Links are followed; dangling
+/// ones are left out.
 std::vector<Entry> matchingEntries(const WideString& directory, std::wstring_view pattern, bool filesOnly)
 {
     std::vector<Entry> entries;

@@ -6,7 +6,7 @@
 
 namespace Qx::Host {
 
-// Only the last '*' needs to be gone back to, so no pattern takes longer than the product of both lengths.
+// Only the last '*' needs backtracking, so that the time is bounded by the product of both lengths.
 bool matchesPattern(std::wstring_view name, std::wstring_view pattern)
 {
     std::size_t n = 0;

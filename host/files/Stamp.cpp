@@ -17,7 +17,7 @@ namespace Qx::Host {
 
 namespace {
 
-/// More than any effect has. Beyond these limits a file counts by what the file system says about it.
+/// More than any effect has. Beyond these limits the hash is of size, times and identity.
 constexpr std::size_t mostFiles = 256;
 constexpr std::size_t largestFile = 16U << 20;
 
@@ -79,7 +79,7 @@ std::vector<std::string> includedNames(std::string_view text)
     return names;
 }
 
-/// The included file as the effect compiler finds it: beside the including one, or where includes are kept.
+/// The included file as the effect compiler finds it: beside the including one, or in an include directory.
 std::filesystem::path findInclude(const std::filesystem::path& from, const std::string& name)
 {
     std::error_code error;

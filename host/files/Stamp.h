@@ -6,8 +6,9 @@
 
 namespace Qx::Host {
 
-/// The stamp of a file: of an effect (".fx") a hash of its bytes and of those of every file that it includes,
-/// directly or not; of another file a hash of what the file system says about it (size, times, identity).
+/// The stamp of a file. For an effect (".fx") it is a hash of its bytes and those of every file that it
+/// includes, directly or indirectly; for any other file a hash of its size, times and identity in the file
+/// system.
 std::uint64_t fileStamp(const std::filesystem::path& file, const struct stat& status);
 
 } // namespace Qx::Host

@@ -26,7 +26,7 @@ struct Destroy
     void operator()(FT_Face face) const { FT_Done_Face(face); }
 };
 
-// The tangent of 12 degrees, about what drawn italics have.
+// The tangent of 12 degrees, a usual angle of italics.
 constexpr float slope = 0.2126F;
 
 std::uint64_t nextId()
@@ -94,7 +94,7 @@ struct Face::Libraries
 {
     std::unique_ptr<hb_blob_t, Destroy> blob; // the file's bytes, for both libraries
     std::unique_ptr<hb_font_t, Destroy> shaper;
-    // A library of its own for each face, since threads may not open faces of one at the same time.
+    // Each face has its own library, since threads may not open faces of one library concurrently.
     std::unique_ptr<FT_LibraryRec_, Destroy> library;
     std::unique_ptr<FT_FaceRec_, Destroy> face;
 };
@@ -123,18 +123,18 @@ bool Face::start(const FontFile& file, int size, std::string& failure)
     FT_Library library = nullptr;
     FT_Face face = nullptr;
     if (FT_Init_FreeType(&library) != 0) {
-        failure = "FreeType does not start";
+        failure = "FreeType cannot be initialised";
         return false;
     }
     with.library.reset(library);
     if (FT_New_Memory_Face(library, reinterpret_cast<const FT_Byte*>(bytes), static_cast<FT_Long>(length),
                            file.index, &face) != 0) {
-        failure = "it is no font, or a damaged one";
+        failure = "it is not a font, or it is damaged";
         return false;
     }
     with.face.reset(face);
     if (!FT_IS_SFNT(face)) {
-        failure = "it is no TrueType or OpenType font";
+        failure = "it is not a TrueType or OpenType font";
         return false;
     }
     const std::unique_ptr<hb_face_t, Destroy> shapes(
@@ -158,7 +158,7 @@ bool Face::start(const FontFile& file, int size, std::string& failure)
         return false;
     }
     if (!FT_IS_SCALABLE(face) && strikeScale_ == 0) {
-        failure = "it has neither outlines nor pictures";
+        failure = "it has neither outlines nor bitmaps";
         return false;
     }
     hb_font_extents_t extents{};
@@ -206,7 +206,7 @@ bool Face::has(char32_t character) const
 
 GlyphExtent Face::extentOf(std::uint32_t glyph) const
 {
-    // Emboldening and hinting may add a little to what the outline says.
+    // Emboldening and hinting may enlarge the outline a little.
     const int margin = 2 + (bold_ || slant_ ? size_ / 4 : 0) + (strikeScale_ != 0 ? size_ / 8 : 0);
     hb_glyph_extents_t extents{};
     if (hb_font_get_glyph_extents(shaper(), glyph, &extents) == 0) {
@@ -232,8 +232,8 @@ GlyphBitmap Face::draw(std::uint32_t glyph, unsigned phase) const
 GlyphBitmap Face::drawOutline(std::uint32_t glyph, unsigned phase) const
 {
     FT_Face face = libraries_->face.get();
-    // Light hinting moves outlines to whole rows, which keeps baselines sharp, and leaves widths alone, so
-    // that what was shaped without it fits.
+    // Light hinting moves outlines to whole rows, which keeps baselines sharp, and keeps the widths by which
+    // the text was shaped.
     constexpr FT_Int32 flags = FT_LOAD_TARGET_LIGHT | FT_LOAD_NO_BITMAP;
     if (FT_Load_Glyph(face, glyph, flags) != 0) {
         return {};

@@ -12,15 +12,15 @@ struct hb_font_t;
 
 namespace Qx::Host::Text {
 
-/// A picture of a glyph. Four bytes a texel, A R G B, colour premultiplied; what is drawn in the text's
-/// colour has its coverage in all four.
+/// A picture of a glyph, four bytes a texel: A R G B with premultiplied colour. A glyph in the text's colour
+/// has its coverage in all four.
 struct GlyphBitmap
 {
     int left = 0; ///< of the first column, from the pen, in pixels
     int top = 0;  ///< of the first row, upward from the baseline, in pixels
     int width = 0;
     int height = 0;
-    bool colour = false; ///< it has colours of its own
+    bool colour = false; ///< it has its own colours
     std::vector<std::uint8_t> texels;
 };
 
@@ -33,11 +33,11 @@ struct GlyphExtent
     int height = 0;
 };
 
-/// A face of a font file at one size. Any thread.
+/// A face of a font file at one size. Thread-safe.
 class Face
 {
 public:
-    /// Places between two pixels that glyphs are drawn at.
+    /// The subpixel positions at which glyphs are drawn.
     static constexpr unsigned phases = 4;
 
     /// The pixel of a pen position in 1/64 pixel, and how many phases it stands right of that.
@@ -48,16 +48,16 @@ public:
     };
     static Pen penAt(std::int64_t position);
 
-    /// Sides of glyphs' pictures go up to this many pixels.
+    /// The largest width and height of a glyph's picture, in pixels.
     static constexpr int largestGlyph = 4096;
 
-    /// `size` is that of the em square in pixels. Null, and says why, for a file that is no font.
+    /// `size` is that of the em square in pixels. Null, with the reason, if the file is not a font.
     static std::shared_ptr<const Face> open(const FontFile& file, int size, std::string& failure);
     ~Face();
     Face(const Face&) = delete;
     Face& operator=(const Face&) = delete;
 
-    /// No two faces of a process have the same.
+    /// Unique in the process.
     std::uint64_t id() const { return id_; }
     /// For shaping. Its unit is 1/64 pixel, and it never changes.
     hb_font_t* shaper() const;
@@ -68,11 +68,11 @@ public:
     int ascent() const { return ascent_; }
     int descent() const { return descent_; }
 
-    /// A bound: what is drawn lies inside.
+    /// A bound of the drawn pixels.
     GlyphExtent extentOf(std::uint32_t glyph) const;
 
-    /// The glyph, drawn `phase` quarters of a pixel to the right. Empty when there is nothing to see, and for
-    /// a picture that would be too large.
+    /// The glyph, drawn `phase` quarters of a pixel to the right. Empty if there is nothing to see or the
+    /// picture would be too large.
     GlyphBitmap draw(std::uint32_t glyph, unsigned phase) const;
 
 private:

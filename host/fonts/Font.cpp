@@ -59,10 +59,10 @@ bool Font::draw(Qx::Ptr<iGPUImage> target, const LightweightString<wchar_t>& tex
         }
         auto* image = dynamic_cast<Vulkan::GPUImage*>(target.get());
         if (image == nullptr || &image->context() != &context) {
-            return complain(1, "text cannot be drawn into no image, or into one of another device");
+            return complain(1, "text cannot be drawn: the target is missing or belongs to another device");
         }
         if (!isColour(colour)) {
-            return complain(2, "text is not drawn in a colour that is no number");
+            return complain(2, "text cannot be drawn: its colour is not a number");
         }
         if (!isLine(text)) {
             return false;

@@ -120,7 +120,7 @@ bool isCalled(const FcPattern* pattern, const std::string& family)
     }
 }
 
-/// Names that ask for a kind of typeface, whichever it is.
+/// Names of a kind of typeface rather than of one.
 bool isGeneric(const std::string& family)
 {
     constexpr std::array<std::string_view, 9> generic{
@@ -163,9 +163,9 @@ std::shared_ptr<const FontFiles> FontFiles::find(const std::string& typeface, in
     const std::shared_ptr<FontFiles> self(new FontFiles);
     const bool isFile = typeface.find('/') != std::string::npos;
     std::error_code error;
-    // A pipe would have the opener wait for a writer.
+    // Opening a pipe would block until it has a writer.
     if (isFile && !std::filesystem::is_regular_file(typeface, error)) {
-        failure = std::filesystem::exists(typeface, error) ? "it is no file" : "there is no such file";
+        failure = std::filesystem::exists(typeface, error) ? "it is not a file" : "there is no such file";
         return nullptr;
     }
     const std::lock_guard lock(fontconfigMutex());
@@ -178,15 +178,15 @@ std::shared_ptr<const FontFiles> FontFiles::find(const std::string& typeface, in
     const auto patterns = patternsOf(self->sorted_->set);
     const auto first = std::find_if(patterns.begin(), patterns.end(), isUsable);
     if (first == patterns.end()) {
-        failure = "no TrueType or OpenType font is installed; install one, as with the package "
-                  "fonts-dejavu-core";
+        failure = "no TrueType or OpenType font is installed; install one, for "
+                  "example the package fonts-dejavu-core";
         return nullptr;
     }
     self->first_ = fileOf(*first, style);
     if (!isCalled(*first, typeface) && !isGeneric(typeface)) {
         self->substitution_ = "there is no typeface \"" + printable(typeface) + "\"" +
                               didYouMean(typeface, installedFamilies()) + "; \"" + textOf(*first, FC_FAMILY) +
-                              "\" stands in for it";
+                              "\" is used instead";
     }
     return self;
 }

@@ -7,21 +7,21 @@
 
 namespace Qx::Host::Text {
 
-/// A face of a font file, and what has to be done to it to have the style that was asked for.
+/// A face of a font file, and how to synthesise the requested style.
 struct FontFile
 {
     std::string path;
     int index = 0;      ///< of the face; the named instance in the upper 16 bits, as FreeType counts
-    bool bold = false;  ///< the face is not bold and has to be made so
-    bool slant = false; ///< the face is upright and has to be slanted
+    bool bold = false;  ///< the face is not bold: embolden it
+    bool slant = false; ///< the face is upright: slant it
 };
 
-/// The file of a typeface, and those that have the characters which it lacks. Found by Fontconfig; a typeface
-/// with a '/' in its name is a file itself. Only TrueType and OpenType files count. Any thread.
+/// The file of a typeface, and those for characters that it lacks. Fontconfig finds them; a typeface with a
+/// '/' in its name is a file itself. Only TrueType and OpenType files are used. Thread-safe.
 class FontFiles
 {
 public:
-    /// Null, and says why, when there is no file. `style` is a combination of iFont::eStyle.
+    /// Null, with the reason, if there is no file. `style` is a combination of iFont::eStyle.
     static std::shared_ptr<const FontFiles> find(const std::string& typeface, int style,
                                                  std::string& failure);
     ~FontFiles();
@@ -30,10 +30,10 @@ public:
 
     const FontFile& first() const { return first_; }
 
-    /// What stands in for a typeface that is not there, as a sentence; empty when it is there.
+    /// A sentence about the substitute for a missing typeface; empty if it exists.
     const std::string& substitution() const { return substitution_; }
 
-    /// The best file that has all these characters, with pictures in colour when `colour` says so.
+    /// The best file with all these characters, with colour glyphs if `colour`.
     std::optional<FontFile> covering(std::span<const char32_t> characters, bool colour) const;
 
 private:

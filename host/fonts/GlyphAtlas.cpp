@@ -13,7 +13,7 @@ std::uint64_t texelsOf(GlyphAtlas::Size size)
     return static_cast<std::uint64_t>(size.width) * static_cast<std::uint64_t>(size.height);
 }
 
-// Shelves of few different heights are filled by more glyphs.
+// With few different heights, more glyphs share a shelf.
 constexpr int shelfStep = 8;
 
 int shelfHeight(int height)
@@ -42,7 +42,7 @@ bool GlyphAtlas::place(Page& page, int width, int height, Slot& slot)
     for (Shelf& shelf : page.shelves) {
         end = shelf.top + shelf.height;
         const bool fits = height <= shelf.height && width <= page.size.width - shelf.used;
-        // A low glyph on a high shelf wastes what is above it.
+        // A low glyph on a high shelf wastes the space above it.
         if (fits && shelf.height <= 2 * shelfHeight(height) &&
             (best == nullptr || shelf.height < best->height)) {
             best = &shelf;

@@ -10,9 +10,8 @@ namespace Qx::Host::Text {
 
 struct GlyphBitmap;
 
-/// Where the pictures of glyphs lie on pages, which it lays out but does not hold. Pages are added until
-/// their texels reach the bound; then the one that was not used for longest is given up, with all its glyphs.
-/// One thread at a time.
+/// The layout of glyphs on pages, whose texels it does not hold. Pages are added up to the limit; then the
+/// least recently used page is dropped with all its glyphs. Not thread-safe.
 class GlyphAtlas
 {
 public:
@@ -32,7 +31,7 @@ public:
         std::size_t page = 0;
         int x = 0; ///< on the page, in texels
         int y = 0;
-        int width = 0; ///< 0 when there is nothing to see
+        int width = 0; ///< 0 if there is nothing to see
         int height = 0;
         int left = 0; ///< as in GlyphBitmap
         int top = 0;
@@ -42,26 +41,26 @@ public:
     /// Pages are squares of this side; a larger glyph has a page of its own.
     static constexpr int pageSide = 1024;
 
-    /// `budget` is in texels, not less than one page.
+    /// `budget` is in texels, at least one page.
     explicit GlyphAtlas(std::uint64_t budget) : budget_(budget) {}
 
-    /// Begins a use: pages used from here on are not given up before the next one begins.
+    /// Begins a use: pages used from here on are kept until the next use begins.
     void begin() { ++use_; }
 
-    /// The place of a glyph that is there already; null when it is not. Valid until the next add().
+    /// The place of a glyph; null if it has none. Valid until the next add().
     const Slot* find(const Key& key);
 
-    /// Makes a place for a glyph. Empty when all pages are in use since begin(): draw what is there, begin
-    /// again and retry, which works for every glyph: one beyond the bound gets its page alone. Pages that had
-    /// to go are appended to `given`; their numbers are free for later pages.
+    /// Creates a place for a glyph. Empty if all pages are in use since begin(): draw what is there, begin
+    /// again and retry. That works for every glyph, as one beyond the limit gets a page alone. Dropped pages
+    /// are appended to `given`; later pages may take their numbers.
     std::optional<Slot> add(const Key& key, const GlyphBitmap& bitmap, std::vector<std::size_t>& given);
 
-    /// Forgets everything.
+    /// Removes everything.
     void clear();
 
     struct Size
     {
-        int width = 0; ///< 0 for a number without a page
+        int width = 0; ///< 0 if the number has no page
         int height = 0;
     };
     Size sizeOf(std::size_t page) const { return pages_.at(page).size; }

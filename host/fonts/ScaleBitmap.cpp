@@ -7,14 +7,14 @@ namespace Qx::Host::Text {
 
 namespace {
 
-/// How much each texel of a row or column adds to one pixel.
+/// The weight of each texel of a row or column in one pixel.
 struct Weights
 {
     int first = 0;
     std::vector<double> shares;
 };
 
-/// An axis of the result: its first pixel and what goes into each.
+/// An axis of the result: its first pixel and the weights of each.
 struct Axis
 {
     int first = 0;

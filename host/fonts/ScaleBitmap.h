@@ -4,8 +4,8 @@
 
 namespace Qx::Host::Text {
 
-/// The picture at another size, about the same pen and baseline. A pixel is the average of what lies under
-/// it, or of one texel's width where the picture is enlarged.
+/// The picture at another size, about the same pen and baseline. A pixel is the average of its area in the
+/// picture, or of one texel where the picture is enlarged.
 GlyphBitmap scaled(const GlyphBitmap& bitmap, double scale);
 
 } // namespace Qx::Host::Text

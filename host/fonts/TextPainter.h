@@ -11,23 +11,23 @@ namespace Qx::Host::Text {
 
 class TextShaper;
 
-/// Draws text without a device, for pictures that are made on the processor. One thread.
+/// Draws text on the processor. Not thread-safe.
 class QX_HOST_API TextPainter
 {
 public:
-    /// Null, after a line in the log, when there is no typeface. `style` is a combination of iFont::eStyle.
+    /// Null, with a line in the log, if there is no typeface. `style` is a combination of iFont::eStyle.
     static std::unique_ptr<TextPainter> open(const std::string& typeface, int size, int style);
     ~TextPainter();
     TextPainter(const TextPainter&) = delete;
     TextPainter& operator=(const TextPainter&) = delete;
 
-    /// Width and height of a line, as iFont::measure() has them.
+    /// The width and height of a line, as iFont::measure() returns them.
     XY<int> measure(const std::string& text) const;
 
-    /// The text, UTF-8, cut behind so that it fits into that width, with an ellipsis where it was cut.
+    /// The text (UTF-8), truncated with an ellipsis if it does not fit into that width.
     std::string fitted(const std::string& text, int width) const;
 
-    /// Calls `cover` for each pixel of each glyph, with how much of it is covered, 0 to 1.
+    /// Calls `cover` for each pixel of each glyph with its coverage, 0 to 1.
     void paint(const std::string& text, XY<int> corner,
                const std::function<void(int x, int y, float coverage)>& cover) const;
 

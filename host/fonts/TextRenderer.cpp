@@ -23,13 +23,13 @@ constexpr VkImageLayout readLayout = VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL;
 constexpr VkFormat pageFormat = VK_FORMAT_R8G8B8A8_UNORM;
 constexpr VkFormat layerFormat = VK_FORMAT_R16G16B16A16_UNORM;
 
-// 8 pages, 32 MiB: some thousand glyphs of the size of subtitles.
+// 8 pages, 32 MiB: about a thousand glyphs of subtitles.
 constexpr std::uint64_t atlasTexels = std::uint64_t{8} * GlyphAtlas::pageSide * GlyphAtlas::pageSide;
 
-// 16 KiB, what every device has room for.
+// 16 KiB, which every device supports.
 constexpr std::size_t glyphsPerPass = 512;
 
-// Glyphs that wait to be copied take no more than this before they are.
+// The limit of glyphs that wait to be copied.
 constexpr std::size_t mostStagedBytes = std::size_t{16} << 20U;
 
 struct GlyphParameters
@@ -67,7 +67,7 @@ struct Area
     }
 };
 
-/// A glyph's pixels in the target, or more.
+/// A rectangle of the target that contains a glyph's pixels.
 Area areaOf(const PlacedGlyph& glyph, XY<int> baseline)
 {
     const GlyphExtent extent = glyph.face->extentOf(glyph.glyph);
@@ -81,7 +81,7 @@ Area wholeOf(const Picture& picture)
     return {0, 0, picture.key.width, picture.key.height};
 }
 
-/// Sides of scratch images come in few sizes, so that the next line finds one in the pool.
+/// Rounds the sides of scratch images to few sizes, so that the next line finds one in the pool.
 std::uint32_t scratchSide(std::int64_t needed)
 {
     const std::int64_t step = needed <= 512 ? 64 : 256;
@@ -324,7 +324,7 @@ std::optional<GlyphAtlas::Slot> TextRenderer::slotOf(Drawing& drawing, const Pla
     }
     std::optional<GlyphAtlas::Slot> slot = atlas_.add(key, bitmap, given);
     if (!slot) {
-        // Everything on the pages is part of this line: what was collected goes first.
+        // All pages are in use by this line: record what was collected first.
         if (!record(drawing, false)) {
             return std::nullopt;
         }
@@ -415,7 +415,7 @@ bool TextRenderer::prepareGlyphs(Batch& batch, const Segment& segment, std::vect
         const std::span<const Instance> all(segment.glyphs[page]);
         for (std::size_t at = 0; at < all.size(); at += glyphsPerPass) {
             const auto part = all.subspan(at, std::min(glyphsPerPass, all.size() - at));
-            // The block's size is the shader's, also when fewer glyphs are in it.
+            // The block has the shader's size even if it holds fewer glyphs.
             std::vector<Instance> block(part.begin(), part.end());
             block.resize(glyphsPerPass);
             VkDescriptorBufferInfo buffer{};
@@ -535,7 +535,7 @@ void TextRenderer::recordLayer(Batch& batch, const Drawing& drawing, Texture& ta
 
 void TextRenderer::forgetGlyphs()
 {
-    // Some may never have reached their pages.
+    // Some glyphs may not have reached their pages.
     atlas_.clear();
     pages_.clear();
 }

@@ -7,15 +7,15 @@
 
 namespace Qx::Host::Text {
 
-/// Draws lines of text on a device. It keeps the pictures of glyphs there, for all fonts, within a bound.
+/// Draws lines of text on a device. It caches the glyphs of all fonts there, within a limit.
 ///
-/// A line is drawn on a layer of its own first, 16 bits a component, and the layer over the target then: so
-/// letters that overlap do not show through each other, and the target is rounded to once. Any thread; one
-/// line at a time.
+/// A line is first drawn on a layer of its own, with 16 bits a component, and the layer is then drawn over
+/// the target: overlapping letters do not show through each other, and the target is rounded once.
+/// Thread-safe; one line at a time.
 class TextRenderer final : public Vulkan::DeviceObject
 {
 public:
-    /// Null when the device refuses. Inside an Operation.
+    /// Null if the device refuses. Inside an Operation.
     static std::shared_ptr<TextRenderer> create(std::shared_ptr<Vulkan::Context> context);
     ~TextRenderer();
     TextRenderer(const TextRenderer&) = delete;
@@ -25,14 +25,14 @@ public:
 
     Vulkan::Context& context() const { return *context_; }
 
-    /// A line with the left end of its baseline there. Inside an Operation.
+    /// Draws a line whose baseline begins there. Inside an Operation.
     bool draw(Vulkan::Picture& target, const Line& line, XY<int> baseline, const NormalisedRGB& colour,
               iFont::eAlpha alpha);
 
     struct Statistics
     {
         std::uint64_t pageBytes = 0; ///< of all pages
-        std::uint64_t uploads = 0;   ///< glyphs that were copied to the device so far
+        std::uint64_t uploads = 0;   ///< glyphs copied to the device so far
     };
     Statistics statistics();
 
@@ -43,13 +43,13 @@ private:
         std::array<std::int32_t, 4> area;
         std::array<std::int32_t, 4> source;
     };
-    /// A glyph's way to its page.
+    /// The upload of a glyph to its page.
     struct Upload
     {
         std::size_t page;
         VkBufferImageCopy region;
     };
-    /// What is collected until it is recorded.
+    /// The part of a line that is collected until it is recorded.
     struct Segment
     {
         std::vector<std::uint8_t> texels; ///< of the uploads
@@ -59,7 +59,7 @@ private:
     };
     /// The line that is being drawn.
     struct Drawing;
-    /// What a pass needs, made before anything is recorded.
+    /// The resources of a pass, created before anything is recorded.
     struct GlyphPass
     {
         VkDescriptorSet set = nullptr;

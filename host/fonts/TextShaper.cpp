@@ -22,7 +22,7 @@ struct Destroy
     void operator()(hb_buffer_t* buffer) const { hb_buffer_destroy(buffer); }
 };
 
-// Fallback faces that a font keeps open, and clusters whose face it remembers.
+// The limits of open fallback faces and of clusters with a cached face.
 constexpr std::size_t mostFaces = 32;
 constexpr std::size_t mostClusters = 4096;
 
@@ -73,7 +73,7 @@ bool has(char32_t c, UProperty property)
     return u_hasBinaryProperty(static_cast<UChar32>(c), property) != 0;
 }
 
-/// Whether people expect the cluster as a picture in colour (Unicode Technical Standard 51, section 4).
+/// Whether the cluster should be shown as a colour picture (Unicode Technical Standard 51, section 4).
 bool asksForColour(const std::u32string& cluster)
 {
     const bool asText = cluster.find(textVariant) != std::u32string::npos;
@@ -82,7 +82,7 @@ bool asksForColour(const std::u32string& cluster)
            (asEmoji || has(cluster.front(), UCHAR_EMOJI_PRESENTATION));
 }
 
-/// Without what a font need not have because it is not seen.
+/// The characters without invisible ones, which a font need not have.
 std::u32string visible(std::u32string cluster)
 {
     std::erase_if(cluster, [](char32_t c) { return has(c, UCHAR_DEFAULT_IGNORABLE_CODE_POINT); });
@@ -94,7 +94,7 @@ bool hasAll(const Face& face, const std::u32string& characters)
     return std::all_of(characters.begin(), characters.end(), [&](char32_t c) { return face.has(c); });
 }
 
-/// The script of a cluster; common ones take what is around them.
+/// The script of a cluster; common characters take that of their neighbours.
 hb_script_t scriptOf(const std::u32string& cluster)
 {
     return hb_unicode_script(hb_unicode_funcs_get_default(), cluster.front());
@@ -107,7 +107,7 @@ bool isNeutral(hb_script_t script)
 
 } // namespace
 
-/// A piece of text that is shaped at once.
+/// A run of text that is shaped at once.
 struct TextShaper::Item
 {
     std::size_t start = 0; ///< in code units
@@ -190,7 +190,7 @@ const Face* TextShaper::faceFor(std::u16string_view cluster)
     if (const Face* face = fallbackFor(characters, false)) {
         return face;
     }
-    // A letter without its mark says more than a box.
+    // A letter without its mark is more legible than a box.
     if (first_->has(characters.front())) {
         return first_.get();
     }

@@ -6,8 +6,8 @@
 
 namespace Qx::Host::Text {
 
-/// A glyph of a line: where its pen stands, in 1/64 pixel to the right of the line's left end, and in whole
-/// pixels upward from the baseline. The face lives as long as the shaper.
+/// A glyph of a line and the position of its pen: in 1/64 pixel to the right of the line's left end, and in
+/// whole pixels upward from the baseline. The face lives as long as the shaper.
 struct PlacedGlyph
 {
     const Face* face = nullptr;
@@ -16,22 +16,22 @@ struct PlacedGlyph
     int y = 0;
 };
 
-/// A line of text, from left to right as it is seen.
+/// A line of text, in visual order from left to right.
 struct Line
 {
     std::vector<PlacedGlyph> glyphs;
     int width = 0; ///< from the first pen position to the last, in pixels
 };
 
-/// Turns text into glyphs: both directions of writing, scripts, marks, and files that have the characters
-/// which the typeface lacks. Any thread.
+/// Turns text into glyphs: bidirectional text, scripts, marks, and other files for characters that the
+/// typeface lacks. Thread-safe.
 class TextShaper
 {
 public:
-    /// Characters that a line may have.
+    /// The largest number of characters of a line.
     static constexpr std::size_t longestLine = 65536;
 
-    /// Null, and says why, when the typeface's file is no font.
+    /// Null, with the reason, if the typeface's file is not a font.
     static std::shared_ptr<TextShaper> create(std::shared_ptr<const FontFiles> files, int size,
                                               std::string& failure);
     ~TextShaper();
@@ -41,8 +41,8 @@ public:
     int ascent() const { return first_->ascent(); }
     int descent() const { return first_->descent(); }
 
-    /// Control characters count as spaces; what is no Unicode character becomes U+FFFD. The line is empty for
-    /// a text of more than longestLine.
+    /// Control characters count as spaces; invalid characters become U+FFFD. The line is empty for a text of
+    /// more than longestLine characters.
     Line shape(std::wstring_view text);
 
 private:

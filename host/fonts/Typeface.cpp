@@ -26,7 +26,7 @@ void sayOnce(const std::string& sentence)
     }
 }
 
-/// Null, with the failure as a sentence about the typeface, when it cannot be had.
+/// Null, with the reason, on failure.
 std::shared_ptr<TextShaper> tryTypeface(const std::string& name, int size, int style, std::string& failure,
                                         std::string& remark)
 {
@@ -35,8 +35,8 @@ std::shared_ptr<TextShaper> tryTypeface(const std::string& name, int size, int s
         return nullptr;
     }
     if (size < smallestFont || size > largestFont) {
-        failure = "sizes of fonts go from " + std::to_string(smallestFont) + " to " +
-                  std::to_string(largestFont) + " pixels, not " + std::to_string(size);
+        failure = "invalid font size " + std::to_string(size) + ": expected " + std::to_string(smallestFont) +
+                  " to " + std::to_string(largestFont) + " pixels";
         return nullptr;
     }
     const auto files = FontFiles::find(name, style, failure);

@@ -17,11 +17,11 @@ namespace {
 
 std::string environment(const char* name)
 {
-    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nobody sets variables
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): no thread sets variables
     return value != nullptr ? value : "";
 }
 
-/// Runs `function` with a context whose device works, as one operation; `Result()` when there is none.
+/// Runs `function` with a context whose device works, as one operation; `Result()` if there is none.
 template <class Result, class Function>
 Result operate(const std::shared_ptr<Vulkan::Context>& context, Function&& function)
 {
@@ -310,7 +310,7 @@ EffectCompileResult GPUService::compileEffectFile(const LightweightString<wchar_
     return Vulkan::guarded(EffectCompileResult(), [&] { return compile(requestFor(path, definitions)); });
 }
 
-/// The library loads its catalogue's effects one after another; the processor's other cores can be ahead.
+/// The library loads the effects of its catalogue one after another; other cores can compile ahead.
 void GPUService::compileBeside(const Worker::CompileRequest& request)
 {
     const std::shared_ptr<Worker::EffectWorkers> workers = this->workers();

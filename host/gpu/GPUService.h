@@ -39,15 +39,15 @@ class EffectWorkers;
 struct CompileRequest;
 } // namespace Worker
 
-/// The GPU service on Vulkan 1.3.
+/// The GPU service on Vulkan 1.3. Thread-safe.
 ///
-/// It starts its device at the first use; when it finds none that it can use, every operation fails and
-/// failure() says why. Which device it took goes to the host's log. Any thread may call it.
+/// The device is opened on first use and named in the log. Without a usable device every operation fails, and
+/// failure() gives the reason.
 ///
-/// An effect's parameter whose semantic the host fills refuses values. A coordinate set that no source sets
-/// spans its whole input. Effects are compiled and tried out in worker processes; one that a worker does not
-/// survive is an error message. Without shutdown() nothing of Vulkan runs at the end of the process; after it
-/// operations fail, and what is still held is safe to release.
+/// A parameter that the host fills by its semantic rejects values. A coordinate set that no source provides
+/// spans its whole input. Effects are compiled and tested in worker processes; an effect that crashes its
+/// worker is an error message. Without shutdown() no Vulkan call is made at the end of the process. After
+/// shutdown() all operations fail, and objects still held can be released safely.
 class QX_API GPUService final : public iGPUService
 {
 public:
@@ -57,45 +57,45 @@ public:
     GPUService(const GPUService&) = delete;
     GPUService& operator=(const GPUService&) = delete;
 
-    /// Sets the options; false when the service has started already.
+    /// Sets the options. Returns false if the service has started already.
     bool configure(const GPUOptions& options);
 
-    /// Starts the service unless it has been; whether there is a device to work with.
+    /// Starts the service unless it has started. Returns false if there is no usable device.
     bool start();
 
-    /// Why there is no device, for people; empty when there is one.
+    /// The reason why there is no device, for people; empty if there is one.
     std::string failure();
 
-    /// The machine's devices, with the chosen one marked.
+    /// The machine's devices; the one in use is marked.
     std::vector<DeviceDescription> listDevices();
 
-    /// Lets callers and the device finish, within GPUOptions::shutdownLimit, and closes the device.
+    /// Waits for callers and the device, at most for GPUOptions::shutdownLimit, and closes the device.
     void shutdown();
 
     GPUStatistics statistics();
 
-    /// Begins to measure the time that the device takes for what is recorded from now on, by whichever
-    /// thread. False when that cannot be: there is no device, it has no timer, or a measurement is under way.
+    /// Starts measuring the device time of everything that any thread records from now on. Returns false if
+    /// there is no device, the device has no timer or a measurement is under way.
     bool startTimer();
 
-    /// Ends the measurement: waits for the device to finish what was recorded and says how long that took it.
-    /// Empty when it was not measured: startTimer() answered false, or the device failed meanwhile.
+    /// Ends the measurement: waits for the device to finish the work and returns its time. Empty if
+    /// startTimer() returned false or the device failed.
     std::optional<GPUTime> stopTimer();
 
-    /// Destroys released images that are kept for reuse.
+    /// Destroys the released images that are kept for reuse.
     void trim();
 
-    /// Whether Vulkan's validation layer watches.
+    /// Whether Vulkan's validation layer is enabled.
     bool isValidating();
 
-    /// The device was lost; every operation fails from then on.
+    /// Whether the device was lost. Every operation fails from then on.
     bool isLost();
 
-    /// For tests: makes the next allocations of device memory fail, after `before` that succeed.
+    /// For tests: the next `before` allocations of device memory succeed, then `failures` of them fail.
     void failAllocations(std::uint64_t before, std::uint64_t failures);
-    /// For tests: the device is lost from now on.
+    /// For tests: loses the device.
     void loseDevice();
-    /// For tests: the device has no timer from now on.
+    /// For tests: removes the device's timer.
     void loseTimer();
 
     Qx::Ptr<iShaderEffect> loadEffectFile(const LightweightString<wchar_t>& path,
@@ -103,8 +103,8 @@ public:
     EffectCompileResult compileEffectFile(const LightweightString<wchar_t>& path,
                                           const Definitions& definitions) override;
 
-    /// What compiling the file in a worker process comes to, as data; the file's effect is not handed out. It
-    /// needs no device, and without one the effect is not tried out.
+    /// Compiles the file in a worker process and returns the result as data, without an effect object. Works
+    /// without a device; the effect is not tested on it then.
     EffectCompilation examineEffectFile(const LightweightString<wchar_t>& path,
                                         const Definitions& definitions);
 
@@ -113,8 +113,8 @@ public:
     Qx::Ptr<iHostImage> createHostImage(XY<int> size, iGPUImage::eFormat format) override;
     Qx::Ptr<iGPUImage> uploadImage(Qx::Ptr<iHostImage> image, int options) override;
     Qx::Ptr<iHostImage> downloadImage(Qx::Ptr<iGPUImage> image) override;
-    /// Copies texels as they are from one image into another of the same size and format: the least that a
-    /// pass over an image costs this device. It records and returns; false when it cannot.
+    /// Copies the texels of one image to another of the same size and format, the least that a pass over an
+    /// image costs on this device. Records and returns; false on failure.
     bool copyImage(const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUImage>& target);
     Qx::Ptr<iHostImage3D> createHostImage3D(int size) override;
     Qx::Ptr<iGPUImage3D> upload3DImage(Qx::Ptr<iHostImage3D> image) override;
@@ -142,7 +142,7 @@ private:
     bool shutDown_ = false;
     std::string failure_;
     std::vector<DeviceDescription> devices_;
-    std::shared_ptr<Cache::FileStore> cache_;          ///< null when nothing is kept between runs
+    std::shared_ptr<Cache::FileStore> cache_;          ///< null if nothing is kept between runs
     std::shared_ptr<const EffectCache> effects_;       ///< null without cache_
     std::shared_ptr<Vulkan::PipelineCache> pipelines_; ///< null without cache_ and without a device
     std::shared_ptr<Vulkan::Context> context_;
@@ -151,15 +151,15 @@ private:
     std::set<std::string> compiledAhead_; ///< directories, each with the definitions
 };
 
-/// Names of an effect's parameters that take values from a caller, in the file's order. Empty for an effect
-/// that is not this service's.
+/// The names of an effect's parameters that accept values from callers, in the file's order. Empty if the
+/// effect belongs to another service.
 QX_API std::vector<std::string> settableParameters(const iShaderEffect& effect);
 
-/// Names of the textures that a technique's passes read, each once. Empty for an effect that is not this
-/// service's, and for a technique that it does not have.
+/// The names of the textures that a technique's passes read, each once. Empty if the effect belongs to
+/// another service or has no such technique.
 QX_API std::vector<std::string> texturesRead(const iShaderEffect& effect, std::string_view technique);
 
-/// The process's service. Constructed at the first use and never destroyed.
+/// The process's service. Constructed on first use and never destroyed.
 QX_API GPUService& gpuService();
 
 } // namespace Qx::Host

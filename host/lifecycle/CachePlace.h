@@ -5,10 +5,10 @@
 
 namespace Qx::Host {
 
-/// Where the settings have compiled effects and pipelines kept between runs.
+/// The place of compiled effects and pipelines between runs, by the settings.
 struct CachePlace
 {
-    std::filesystem::path directory; ///< empty when the user has no directory for such things
+    std::filesystem::path directory; ///< empty if the user has no cache directory
     std::uint64_t mostBytes = 0;
     bool enabled = false;
 };

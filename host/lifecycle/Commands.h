@@ -13,11 +13,11 @@ struct RegisteredCommand
     std::wstring description;
 };
 
-/// Gives a command on the calling thread; false when there is none of that name. Of two that have the same
-/// name the one that was registered later answers.
+/// Runs a command on the calling thread. Returns false if there is none of that name. Of two commands with
+/// the same name the later one runs.
 bool giveCommand(std::string_view name);
 
-/// The registered commands in the order of registration.
+/// The registered commands, in the order of registration.
 std::vector<RegisteredCommand> registeredCommands();
 
 } // namespace Qx::Host

@@ -14,7 +14,7 @@ namespace Qx::Host {
 
 namespace {
 
-/// A setting that is a positive number; 0, for the default, when it is not set or cannot be meant.
+/// A setting that is a positive number; 0, for the default, if it is not set or out of range.
 std::uint64_t bounded(const char* key, std::int64_t most)
 {
     const std::int64_t value = Settings::instance().integer(key).value_or(0);
@@ -44,7 +44,7 @@ void configureGPU(const StartOptions& start)
     options.workerStepLimit = std::chrono::seconds(bounded("effects.seconds", 3600));
     options.workerMemory = bounded("effects.memory", 1U << 20U) << 20U;
     options.workers = static_cast<unsigned>(bounded("effects.workers", 1024));
-    // Started so, the library compiles effects when they are asked for and no others.
+    // With this start argument the library compiles effects on demand only.
     const bool onDemandOnly = StartEnv::programEnv().arg(L"-transcode") != 0;
     options.compileAhead = settings.flag("effects.ahead").value_or(true) && !onDemandOnly;
     options.readyWhenLoaded = start.effectsReadyWhenLoaded;

@@ -6,13 +6,13 @@ namespace Qx::Host {
 
 struct StartOptions;
 
-/// The GPU service behind OS().gpu(), which starts its device on first use.
+/// The GPU service behind OS().gpu(), whose device is opened on first use.
 iGPUService& connectedGPU();
 
-/// What the service starts with, from the program's choice and the settings. No effect once it has started.
+/// Sets the service's options, by the program's choice and the settings. No effect once it has started.
 void configureGPU(const StartOptions& start);
 
-/// The service's end. Its operations fail from now on.
+/// Ends the service. Its operations fail from now on.
 void shutDownGPU();
 
 } // namespace Qx::Host

@@ -62,7 +62,7 @@ void stop(Shutdown::eExitType exitType)
     }
     wakeSleepers();
     stopMemoryWatch();
-    // The running task is waited for last: a callback may be what makes it stop early.
+    // Waits for the running task last, since a callback may make it stop early.
     shutdownSequence().run(exitType, refuseTasks);
     taskQueue().close();
     shutDownGPU();

@@ -23,7 +23,7 @@ public:
     iUserService& users() override { return hostUsers(); }
 
 private:
-    iAllocator& allocator_ = coreAllocator(); // asked for with every object and every reference
+    iAllocator& allocator_ = coreAllocator(); // used for every object and every reference
     iAtomics& atomics_ = coreAtomics();
 };
 

@@ -11,7 +11,7 @@ namespace Qx::Host {
 
 namespace {
 
-/// A host without windows says it on standard error and keeps it in the log.
+/// A host without windows writes messages to standard error and to the log.
 class MessageService final : public iMessageService
 {
 public:

@@ -29,7 +29,7 @@ double limitOfVersionTwo(const fs::path& group)
     return quotient(quota, period);
 }
 
-/// A number in a file of its own each; -1 stands for no quota.
+/// Each number is in a file of its own; -1 stands for no quota.
 double limitOfVersionOne(const fs::path& group)
 {
     double quota = 0;
@@ -39,8 +39,8 @@ double limitOfVersionOne(const fs::path& group)
     return quotient(quota, period);
 }
 
-/// The least limit of a group and all above it. Inside a container the path may be that of the outside: then
-/// only the groups that can be seen count.
+/// The lowest limit of a group and all its ancestors. Inside a container the path may be that of the host:
+/// then only visible groups count.
 template <class Limit>
 double leastLimit(const fs::path& hierarchy, const std::string& group, Limit limitOf)
 {

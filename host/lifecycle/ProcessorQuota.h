@@ -5,11 +5,11 @@
 
 namespace Qx::Host {
 
-/// Processors' worth of time that control groups leave a process, rounded up; 0 when they set no limit.
+/// The processor time that control groups allow a process, in processors, rounded up; 0 if they set no limit.
 ///
-/// `membership` is what /proc/PID/cgroup says and `root` where the groups' files are, /sys/fs/cgroup. A limit
-/// of any group above the process counts. See cgroups(7) for both; the files are cpu.max of the second
-/// version and cpu.cfs_quota_us and cpu.cfs_period_us of the first.
+/// `membership` is the contents of /proc/PID/cgroup and `root` the mount point, /sys/fs/cgroup. Limits of all
+/// groups above the process count. See cgroups(7); the files are cpu.max of version 2, and cpu.cfs_quota_us
+/// and cpu.cfs_period_us of version 1.
 int processorQuota(const std::filesystem::path& root, std::string_view membership);
 
 } // namespace Qx::Host

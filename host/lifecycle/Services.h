@@ -7,7 +7,7 @@ class iSystemInformation;
 class iThreadService;
 class iUserService;
 
-/// The services that OS() hands out, beside the core's and the file service. Made on first use, never
+/// The services of OS(), except for those of the core and the file service. Constructed on first use, never
 /// destroyed.
 namespace Qx::Host {
 
@@ -17,7 +17,7 @@ iSystemInformation& hostSystemInformation();
 iThreadService& hostThreads();
 iUserService& hostUsers();
 
-/// Whoever sleeps in the thread service wakes up, and nobody sleeps long from now on.
+/// Wakes all sleepers of the thread service, and keeps later sleeps short.
 void wakeSleepers();
 
 } // namespace Qx::Host

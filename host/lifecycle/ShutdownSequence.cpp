@@ -14,7 +14,7 @@ bool ShutdownSequence::add(Shutdown::Callback callback, int order)
     if (ended_ || callback == nullptr) {
         return false;
     }
-    // Kept in the order of the calls: a new one goes before its equals.
+    // In the order of the calls: a new callback goes before its equals.
     const auto place = std::find_if(entries_.begin(), entries_.end(),
                                     [&](const Entry& entry) { return entry.order <= order; });
     entries_.insert(place, {callback, order});
@@ -53,7 +53,7 @@ void ShutdownSequence::run(Shutdown::eExitType exitType, const std::function<voi
         if (!closed && nextOrder().value_or(0) < taskQueueOrder) {
             closeTasks();
             closed = true;
-            continue; // the last task may have registered something
+            continue; // the last task may have added a callback
         }
         const Shutdown::Callback callback = takeNext();
         if (callback == nullptr) {

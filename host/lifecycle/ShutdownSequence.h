@@ -10,19 +10,19 @@
 
 namespace Qx::Host {
 
-/// The callbacks of one shutdown, and the order in which they are called.
+/// The callbacks of one shutdown and the order of their calls.
 class ShutdownSequence
 {
 public:
     /// Callbacks of lower orders find the task queue closed.
     static constexpr int taskQueueOrder = 1000;
 
-    /// False when the sequence has run to its end: nobody will call it.
+    /// Returns false if the sequence has ended, so that the callback will not be called.
     bool add(Shutdown::Callback callback, int order);
 
-    /// Calls every callback, those that are added meanwhile too: descending orders, equal ones last come
-    /// first called. `closeTasks` is called once, when the remaining orders are all below taskQueueOrder.
-    /// Only the first call does anything.
+    /// Calls every callback, those added meanwhile included: orders descend, and of equal orders the last one
+    /// added comes first. `closeTasks` is called once, when all remaining orders are below taskQueueOrder.
+    /// Only the first call has an effect.
     void run(Shutdown::eExitType exitType, const std::function<void()>& closeTasks);
 
 private:
@@ -32,10 +32,10 @@ private:
         int order;
     };
 
-    /// The order that comes next, without taking it.
+    /// The next order, without removing it.
     std::optional<int> nextOrder();
 
-    /// Takes the next callback; null at the end, from which on nothing is added.
+    /// Removes and returns the next callback. Null at the end, after which nothing can be added.
     Shutdown::Callback takeNext();
 
     std::mutex mutex_;

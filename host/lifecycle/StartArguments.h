@@ -2,7 +2,7 @@
 
 namespace Qx::Host {
 
-/// The arguments that StartEnv knows from now on: `arguments[0]` is the program.
+/// Sets the arguments of StartEnv; `arguments[0]` is the program.
 void setStartArguments(int count, const char* const* arguments);
 
 } // namespace Qx::Host

@@ -20,7 +20,7 @@ namespace Qx::Host {
 
 namespace {
 
-/// The bytes of a line such as "MemTotal:       16384 kB"; 0 when it is none of that name. See proc(5).
+/// The bytes of a line such as "MemTotal:       16384 kB"; 0 if the line has another name. See proc(5).
 std::uint64_t bytesOfLine(std::string_view line, std::string_view name)
 {
     if (!line.starts_with(name)) {
@@ -34,7 +34,7 @@ std::uint64_t bytesOfLine(std::string_view line, std::string_view name)
 
 int processorsOfAffinity()
 {
-    // The kernel refuses a set that is smaller than its own.
+    // The kernel rejects a set that is smaller than its own.
     for (std::size_t processors = 1024; processors <= 1U << 20; processors *= 2) {
         const std::size_t bytes = CPU_ALLOC_SIZE(processors);
         std::vector<cpu_set_t> set((bytes + sizeof(cpu_set_t) - 1) / sizeof(cpu_set_t));

@@ -19,7 +19,7 @@ public:
     {
         std::unique_lock lock(mutex_);
         if (shuttingDown_) {
-            // Callers sleep in loops until something happens, and it may need the processor to happen.
+            // Callers sleep in loops until an event, which may need the processor.
             lock.unlock();
             std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds > 0 ? 1 : 0));
             return;

@@ -36,7 +36,7 @@ std::shared_ptr<spdlog::logger> makeFileLogger(const std::filesystem::path& path
         std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path.string(), largestLogFile, olderFiles);
     auto logger = std::make_shared<spdlog::logger>("qxhost", std::move(sink));
     logger->set_pattern("%Y-%m-%d %H:%M:%S.%e [%P] %v");
-    logger->flush_on(spdlog::level::info);                // whatever was logged before a crash is in the file
+    logger->flush_on(spdlog::level::info); // the file has everything that was logged before a crash
     logger->set_error_handler([](const std::string&) {}); // a full disk is no reason to disturb the user
     return logger;
 }
@@ -47,7 +47,7 @@ std::string cannotWrite(const std::filesystem::path& file, const std::string& wh
            "; make its directory writable, or set QX_LOG_FILE=0";
 }
 
-/// The log file of the state directory; null, and what is wrong, when it cannot be written.
+/// Opens the log file of the state directory. Null, with the reason, on failure.
 std::shared_ptr<spdlog::logger> openFile(std::string& problem)
 {
     const std::filesystem::path directory = userStateDirectory();
@@ -79,7 +79,7 @@ HostLog& HostLog::instance()
 
 HostLog::HostLog() = default;
 
-// The lock is not held while the settings are read: they may have something to log.
+// The lock is not held while the settings are read, since that may log.
 void HostLog::open(std::unique_lock<std::mutex>& lock)
 {
     state_ = State::Opening;
@@ -206,7 +206,7 @@ std::string formatted(const char* format, std::va_list arguments)
         text.resize(static_cast<std::size_t>(length));
         std::vsnprintf(text.data(), text.size() + 1, format, again);
     } else {
-        text = format; // an unprintable wide character, say: better than nothing
+        text = format; // for example because of an unprintable wide character
     }
     va_end(again);
     if (previous != nullptr) {

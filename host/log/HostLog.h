@@ -14,34 +14,35 @@ class logger;
 namespace Qx::Host {
 
 /// The host's log: the file qxhost.log in the state directory, and the debug output, which is standard error.
-/// Any thread; usable before main and after it.
+/// Thread-safe; usable before main and after it.
 ///
-/// Texts arrive in pieces that need not be lines. The file gets whole lines, each with time and process id.
+/// Texts arrive in pieces that need not be lines. The file gets whole lines, each with the time and the
+/// process id.
 class HostLog
 {
 public:
     static HostLog& instance();
 
-    /// To the file, and to standard error when the setting `log.stderr` is on.
+    /// Writes to the file, and to standard error if the setting `log.stderr` is on.
     void write(std::string_view text);
 
-    /// To standard error, unless debug output is off.
+    /// Writes to standard error, unless debug output is off.
     void writeDebug(std::string_view text);
 
-    /// To both, once each.
+    /// Writes to both, once each.
     void writeBoth(std::string_view text);
 
-    /// To the file, and to standard error whatever the settings say: what the user must see.
+    /// Writes to the file and, whatever the settings are, to standard error: for what the user must see.
     void writeUrgent(std::string_view text);
 
-    /// A line, without its end, about the host's own set-up: to the file, and as "qxhost: TEXT" to standard
-    /// error; while debug output is off it waits there for takeComplaints() instead.
+    /// Writes a line (given without its end) about the host's own set-up to the file, and as "qxhost: TEXT"
+    /// to standard error. While debug output is off the second is kept for takeComplaints().
     void complain(std::string_view text);
 
-    /// The lines that wait, which are then gone.
+    /// Returns and forgets the kept lines.
     std::vector<std::string> takeComplaints();
 
-    /// Whether debug output is shown. It is from the start.
+    /// Shows or hides debug output. It is shown from the start.
     void setDebugOutput(bool shown);
 
     /// Writes an unfinished last line to the file.
@@ -77,7 +78,7 @@ private:
     bool debugOutput_ = true;
 };
 
-/// The text of a printf format, always with '.' as the decimal point.
+/// The text of a printf format, with '.' as the decimal point in every locale.
 std::string formatted(const char* format, std::va_list arguments);
 
 } // namespace Qx::Host

@@ -20,7 +20,7 @@ LightweightString<wchar_t> asDirectory(const std::filesystem::path& directory)
     return fromUTF8(LightweightString<char>(std::string_view(bytes)));
 }
 
-/// The directory that a setting names, or the usual one, or none when that has no place.
+/// The directory that a setting names, or the usual one; empty if there is neither.
 LightweightString<wchar_t> directoryOf(const char* setting, const std::filesystem::path& base,
                                        const char* name)
 {

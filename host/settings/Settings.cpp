@@ -55,7 +55,7 @@ const char* environmentValue(const std::string& variable)
     return value != nullptr && *value != '\0' ? value : nullptr;
 }
 
-/// True the first time that it is asked about a thing: settings are asked for again and again.
+/// Returns true the first time for each key, since settings are read many times.
 bool isNews(const std::string& thing)
 {
     struct Reported
@@ -184,7 +184,8 @@ void Settings::read()
 
 void Settings::parse(std::string_view contents)
 {
-    // The parser nests a table for every dot in a key, and frees them by recursion, to the end of the stack.
+    // The parser nests a table for every dot in a key and frees them recursively, which can overflow the
+    // stack.
     constexpr std::ptrdiff_t mostDots = 4096;
     if (std::count(contents.begin(), contents.end(), '.') > mostDots) {
         fileProblem_ = path_ + ":1:1: the file has more than " + std::to_string(mostDots) +
@@ -303,7 +304,7 @@ std::optional<std::string> Settings::text(std::string_view key) const
     if (const auto* number = std::get_if<std::int64_t>(&entry->value)) {
         return std::to_string(*number);
     }
-    reportWrongType(key, *entry, "a text in quotes");
+    reportWrongType(key, *entry, "a string in quotes");
     return std::nullopt;
 }
 

@@ -10,15 +10,15 @@
 
 namespace Qx::Host {
 
-/// The user's settings: the TOML file `qxhost/settings.toml` in the configuration directory, and above it the
-/// environment. They are read once, on first use; any thread, also before main.
+/// The user's settings: the TOML file `qxhost/settings.toml` in the configuration directory, overridden by
+/// the environment. They are read once, on first use. Thread-safe; usable before main.
 ///
 /// A key is the TOML path, its parts joined by '.': `device` in the table `gpu` is "gpu.device". The variable
-/// QX_GPU_DEVICE overrides it: "QX_", then the key in upper case with an underscore for every '.', '-' and
-/// between the words of a name in camel case.
+/// QX_GPU_DEVICE overrides it: "QX_", then the key in upper case, with an underscore for every '.' and '-'
+/// and between the words of a camel-case name.
 ///
-/// A file that cannot be read or parsed counts as empty. A value of another type than asked for counts as not
-/// set. Each is reported once, with file and line or with the variable.
+/// A file that cannot be read or parsed counts as empty, and a value of the wrong type as not set. Each is
+/// reported once, with file and line or with the variable.
 class Settings
 {
 public:
@@ -30,23 +30,23 @@ public:
 
     std::optional<std::int64_t> integer(std::string_view key) const;
 
-    /// true, false, and as integers 1 and 0.
+    /// true or false, or the integers 1 and 0.
     std::optional<bool> flag(std::string_view key) const;
 
-    /// An empty text counts as not set.
+    /// An empty string counts as not set.
     std::optional<std::string> text(std::string_view key) const;
 
-    /// Reports everything in the file and the environment that no part of the host or the library can use:
-    /// values of another type, and keys that nobody knows.
+    /// Reports everything in the file and the environment that neither host nor library can use: values of
+    /// the wrong type and unknown keys.
     void reportMistakes() const;
 
-    /// What is wrong with the file, for people; empty when nothing is.
+    /// The problem of the file, for people; empty if there is none.
     const std::string& fileProblem() const { return fileProblem_; }
 
-    /// Reads that file; one that does not exist is empty.
+    /// Reads that file. A file that does not exist counts as empty.
     explicit Settings(const std::string& path);
 
-    /// Takes the contents of that file as given.
+    /// Uses these contents in place of the file.
     Settings(const std::string& path, std::string_view contents);
     Settings();
 
@@ -60,7 +60,7 @@ private:
     void read();
     void parse(std::string_view contents);
 
-    /// The value of the wanted alternative, or a report that it is something else.
+    /// The value, or none with a report if it has another type.
     const Value* findInFile(std::string_view key) const;
     void reportWrongType(std::string_view key, const Value& value, const char* wanted) const;
 

@@ -22,7 +22,7 @@ public:
     void setProgress(const LightweightString<wchar_t>&, double fraction) override
     {
         const std::lock_guard lock(mutex_);
-        progress_.fraction = fraction >= 0 ? std::min(fraction, 1.0) : 0.0; // NaN is no progress
+        progress_.fraction = fraction >= 0 ? std::min(fraction, 1.0) : 0.0; // NaN counts as 0
     }
 
     TaskProgress progress() const

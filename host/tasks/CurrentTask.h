@@ -6,8 +6,8 @@
 
 namespace Qx::Host {
 
-/// Marks the calling thread as one that runs a task, for the length of a scope. While `heldBack` is true the
-/// task's status is HoldBack. The flag must outlive the scope.
+/// Marks the calling thread as running a task, within a scope. While `heldBack` is true the task's status is
+/// HoldBack. The flag must outlive the scope.
 class CurrentTaskScope
 {
 public:

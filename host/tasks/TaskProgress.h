@@ -7,14 +7,14 @@
 
 namespace Qx::Host {
 
-/// How far a task is, as it told its log.
+/// The progress of a task, as the task reported it.
 struct TaskProgress
 {
     std::wstring step;
     double fraction = 0; ///< 0 to 1
 };
 
-/// What a task's log holds. Any thread.
+/// The contents of a task's log. Thread-safe.
 TaskProgress progressOf(const iTaskLog& log);
 
 } // namespace Qx::Host

@@ -43,7 +43,7 @@ TaskQueue::~TaskQueue()
 {
     close();
     if (thread_.joinable()) {
-        thread_.detach(); // a task ended the process from this thread, which goes down with it
+        thread_.detach(); // a task has ended the process on this thread
     }
 }
 
@@ -60,7 +60,7 @@ void TaskQueue::queue(Ptr<iBackgroundTask> task, bool urgent)
         try {
             thread_ = std::thread(&TaskQueue::runTasks, this);
         } catch (const std::system_error& error) {
-            LogBoth("No thread for background tasks (%s): %s will not run\n", error.what(),
+            LogBoth("Cannot start the thread of the background tasks (%s): %s will not run\n", error.what(),
                     task->getID().c_str());
             return;
         }
@@ -77,10 +77,11 @@ void TaskQueue::holdBack(bool hold)
 
 void TaskQueue::refuse()
 {
-    std::deque<Ptr<iBackgroundTask>> dropped; // let go of outside the lock: a task's end is its own business
+    std::deque<Ptr<iBackgroundTask>>
+        dropped; // destroyed outside the lock, since destructors may call the queue
     const std::lock_guard lock(mutex_);
     closed_ = true;
-    heldBack_ = false; // a task that waits for better times would never finish
+    heldBack_ = false; // otherwise a waiting task would never finish
     dropped.swap(waiting_);
     changed_.notify_all();
 }

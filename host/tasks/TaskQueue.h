@@ -29,7 +29,7 @@ struct TaskReport
     TaskProgress progress; ///< of tasks that derive from BackgroundTaskBase
 };
 
-/// A background queue with one thread, which starts with the first task.
+/// A background queue with one thread, which starts with the first task. Thread-safe.
 class TaskQueue final : public UIBackgroundTasksQueue
 {
 public:
@@ -38,19 +38,19 @@ public:
 
     void queue(Ptr<iBackgroundTask> task, bool urgent) override;
 
-    /// Asks the running task, and those after it, to wait before their next steps. A queue that is being
-    /// closed asks nobody.
+    /// Asks the running task and later ones to wait before their next steps. Has no effect on a queue that is
+    /// being closed.
     void holdBack(bool hold);
 
-    /// Drops the tasks that wait and those that are queued from now on. The running one goes on, and is not
-    /// held back any more.
+    /// Drops the waiting tasks and those queued from now on. The running task continues and is no longer held
+    /// back.
     void refuse();
 
-    /// The same, and waits until the running task has finished and the thread is gone. Called from the
-    /// queue's own task it returns at once.
+    /// The same; blocks until the running task has finished and the thread has ended. Called from the queue's
+    /// own task, it returns at once.
     void close();
 
-    /// The queue's tasks: those that are done and stay listed, the running one, those that wait.
+    /// The queue's tasks: finished ones that are still listed, the running one, and waiting ones.
     std::vector<TaskReport> report() const;
 
 private:
@@ -74,7 +74,7 @@ private:
     bool closed_ = false;
 };
 
-/// Has the process's queue, and every one that Loki might make in its place, refuse tasks.
+/// Makes the process's queue, and any that Loki might create in its place, refuse tasks.
 void refuseTasks();
 
 /// The process's queue.

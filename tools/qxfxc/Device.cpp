@@ -12,7 +12,7 @@ namespace {
 
 using Vulkan::EffectProgram;
 
-/// The host's clock decides, so that nothing is given up here before.
+/// The host enforces the limits.
 constexpr std::chrono::milliseconds unlimited{24 * 3'600'000};
 constexpr std::chrono::milliseconds shutdownLimit{1000};
 
@@ -28,7 +28,7 @@ std::unique_ptr<TrialDevice> TrialDevice::open(const DeviceUUID& uuid, bool vali
     const auto found = std::find_if(all.begin(), all.end(),
                                     [&](const Vulkan::PhysicalDevice& each) { return each.uuid == uuid; });
     if (found == all.end()) {
-        problem = "the host's GPU is not to be seen from it";
+        problem = "it does not see the host's GPU";
         return nullptr;
     }
     auto device = Vulkan::Device::create(*found, problem);

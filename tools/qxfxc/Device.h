@@ -9,22 +9,22 @@
 
 namespace Qx::Host::Worker {
 
-/// The host's device, opened once more in this process.
+/// The host's device, opened in this process too.
 class TrialDevice
 {
 public:
-    /// Null, with the reason, when it cannot be opened.
+    /// Null, with the reason, if it cannot be opened.
     static std::unique_ptr<TrialDevice> open(const DeviceUUID& uuid, bool validation, std::string& problem);
     ~TrialDevice();
     TrialDevice(const TrialDevice&) = delete;
     TrialDevice& operator=(const TrialDevice&) = delete;
 
-    /// Makes every pipeline of an effect and draws every technique into one pixel; refuses the effect when
-    /// the device does. `step` is told before each thing that may take its time.
+    /// Creates every pipeline of an effect and draws every technique into one pixel. Refuses the effect if
+    /// the device does. Calls `step` before everything that may take long.
     void tryOut(EffectCompilation& compilation, const std::filesystem::path& file,
                 const std::function<void(const Step&)>& step);
 
-    /// Nothing works on it any more.
+    /// Whether the device is lost: nothing works on it any more.
     bool isLost() const;
 
 private:

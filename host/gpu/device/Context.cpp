@@ -23,19 +23,19 @@ bool isExhausted(VkResult result)
            result == VK_ERROR_TOO_MANY_OBJECTS;
 }
 
-/// How a resource is come by.
+/// How a resource is acquired.
 struct Acquisition
 {
-    const char* what;           ///< for the message that it failed
-    bool pendingWillDo = false; ///< the device may still be at work on it
-    bool waits = true;          ///< for the device, when memory is exhausted
+    const char* what;          ///< for the message that it failed
+    bool mayBePending = false; ///< the device may still use it
+    bool waits = true;         ///< for the device, if memory is exhausted
 };
 
 template <class Resource>
 Pooled<Resource> acquire(Context& context, const typename Resource::Key& key, const Acquisition& how)
 {
     Pool<Resource>& pool = Pooled<Resource>::pool(context);
-    if (auto resource = pool.take(key, context.recorder().completed(), how.pendingWillDo)) {
+    if (auto resource = pool.take(key, context.recorder().completed(), how.mayBePending)) {
         return {context.shared_from_this(), std::move(resource)};
     }
     std::unique_ptr<Resource> resource;
@@ -122,8 +122,8 @@ void Context::shutdown(std::chrono::milliseconds limit)
         return;
     }
     if (!gate_.close(limit) || !recorder_.drain(limit)) {
-        report("GPU: the device did not come to rest within " + std::to_string(limit.count()) +
-               " ms; it is left to the end of the process");
+        report("GPU: the device did not finish within " + std::to_string(limit.count()) +
+               " ms; its resources are released at the end of the process");
         return;
     }
     {
@@ -136,12 +136,12 @@ void Context::shutdown(std::chrono::milliseconds limit)
     recorder_.destroy();
     primitives_.destroy();
     samplers_.destroy();
-    // Addresses that were given out stay valid as long as their images live, which may be longer than we do.
+    // Addresses that callers hold must stay valid as long as their images, which may outlive the service.
     const auto isHeld = [](const auto& resource) { return resource.givenOut.load(); };
     const std::size_t kept = textures_.destroyAll(isHeld) + hostBuffers_.destroyAll(isHeld);
     if (kept > 0) {
         state_ = State::HostImagesHeld;
-        report("GPU: " + std::to_string(kept) + " host images are still held; their memory stays");
+        report("GPU: " + std::to_string(kept) + " host images are still in use; their memory is kept");
         return;
     }
     close();
@@ -162,7 +162,7 @@ Context::~Context()
         hostBuffers_.destroyKept();
         close();
     } else if (state_ == State::Running) {
-        // A device that does not come to rest may still use all of it.
+        // A device that has not finished may still use all of it.
         static_cast<void>(device_.release());
         static_cast<void>(instance_.release());
     }
@@ -191,26 +191,26 @@ GPUStatistics Context::statistics()
 
 Pooled<Texture> acquireTexture(Context& context, const TextureKey& key)
 {
-    return acquire<Texture>(context, key, {.what = "making a GPU image", .pendingWillDo = true});
+    return acquire<Texture>(context, key, {.what = "creating a GPU image", .mayBePending = true});
 }
 
 Pooled<Texture> acquireTextureAtOnce(Context& context, const TextureKey& key)
 {
     return acquire<Texture>(context, key,
-                            {.what = "making a GPU image", .pendingWillDo = true, .waits = false});
+                            {.what = "creating a GPU image", .mayBePending = true, .waits = false});
 }
 
 Pooled<Texture> acquireIdleTexture(Context& context, const TextureKey& key)
 {
-    return acquire<Texture>(context, key, {.what = "making a host image"});
+    return acquire<Texture>(context, key, {.what = "creating a host image"});
 }
 
 Pooled<HostBuffer> acquireHostBuffer(Context& context, std::uint64_t bytes)
 {
-    // Whole pages, so that images of nearly the same size share buffers. A buffer that the device still works
-    // on would make its next owner wait.
+    // Whole pages, so that images of nearly the same size share buffers. A buffer that the device still uses
+    // would make its next owner wait.
     constexpr std::uint64_t page = 4096;
-    return acquire<HostBuffer>(context, (bytes + page - 1) / page * page, {.what = "making a host image"});
+    return acquire<HostBuffer>(context, (bytes + page - 1) / page * page, {.what = "creating a host image"});
 }
 
 bool isSupported(Context& context, XY<int> size, iGPUImage::eFormat format)

@@ -12,14 +12,15 @@
 
 namespace Qx::Host::Vulkan {
 
-/// Counts the calls that are under way, and closes.
+/// Counts the calls in progress, and can be closed. Thread-safe.
 class Gate
 {
 public:
     bool enter();
     void leave() { state_.fetch_sub(1, std::memory_order_release); }
 
-    /// Lets nobody in any more and waits until all have left; false when the limit passes before.
+    /// Rejects further calls and waits until those in progress have left. Returns false if the limit passes
+    /// first.
     bool close(std::chrono::milliseconds limit);
     bool isClosed() const { return (state_.load(std::memory_order_acquire) & closedBit) != 0; }
 
@@ -28,7 +29,7 @@ private:
     std::atomic<std::uint64_t> state_{0};
 };
 
-/// Something with Vulkan objects of its own that a shutdown has to destroy.
+/// An object that owns Vulkan objects, which a shutdown has to destroy.
 class DeviceObject
 {
 public:
@@ -38,12 +39,12 @@ protected:
     ~DeviceObject() = default;
 };
 
-/// All that images, effects and renderers share. They hold it together with the service; after shutdown()
-/// it is an empty shell that they can still be released into.
+/// Everything that images, effects and renderers share. They own it together with the service. After
+/// shutdown() it is an empty shell, into which resources can still be released.
 class Context : public std::enable_shared_from_this<Context>
 {
 public:
-    /// Null, and says why, when the device cannot be set up.
+    /// Null, with the reason in `failure`, if the device cannot be set up.
     static std::shared_ptr<Context> create(std::unique_ptr<Instance> instance, std::unique_ptr<Device> device,
                                            const GPUOptions& options, std::string& failure);
 
@@ -63,12 +64,11 @@ public:
 
     void add(DeviceObject& object);
 
-    /// Takes an object off the list and has `destroy` run once the device is done with what is recorded; not
-    /// when a shutdown has destroyed what the object had. Calls no Vulkan itself.
+    /// Unregisters an object and calls `destroy` once the device has finished what is recorded, unless a
+    /// shutdown has already destroyed the objects. Makes no Vulkan call itself.
     void retire(DeviceObject& object, std::function<void()> destroy);
 
-    /// Destroys everything, the device last, and stays as a shell. What could not be destroyed within the
-    /// limit stays as it is.
+    /// Destroys everything, the device last. What is still in use when the limit passes is left as it is.
     void shutdown(std::chrono::milliseconds limit);
 
     GPUStatistics statistics();
@@ -95,13 +95,13 @@ private:
     enum class State
     {
         Running,
-        HostImagesHeld, ///< shut down, but for host images whose addresses were given out
+        HostImagesHeld, ///< shut down, except for host images whose addresses callers may hold
         Closed,
     };
     State state_ = State::Running; // guarded by shutdownMutex_
 };
 
-/// The scope of one call on the service or an object of it.
+/// The scope of one call on the service or one of its objects.
 class Operation
 {
 public:
@@ -115,7 +115,7 @@ public:
     Operation(const Operation&) = delete;
     Operation& operator=(const Operation&) = delete;
 
-    /// Whether the call can do something: the service runs and its device is not lost.
+    /// Whether the call can proceed: the service runs and its device is not lost.
     explicit operator bool() const { return entered_ && !context_.device().isLost(); }
 
 private:
@@ -123,7 +123,7 @@ private:
     bool entered_;
 };
 
-/// A resource in use. It goes back to its pool with the last handle.
+/// A handle to a resource in use. The last handle returns it to its pool.
 template <class Resource>
 class Pooled
 {
@@ -162,7 +162,7 @@ public:
     Resource* operator->() const { return resource_; }
     Context& context() const { return *context_; }
 
-    /// Whether there are other handles. When there are none, what their holders did is done.
+    /// Whether there are other handles. If not, everything that their owners did is visible.
     bool isShared() const { return resource_->holders.load(std::memory_order_acquire) > 1; }
 
     static Pool<Resource>& pool(Context& context)
@@ -179,22 +179,22 @@ private:
     Resource* resource_ = nullptr;
 };
 
-/// A resource from the pool or a new one. When memory is exhausted the pools are emptied and it is tried once
-/// more; an empty handle when that fails too. Inside an Operation.
+/// A resource from the pool, or a new one. If memory is exhausted, the pools are emptied and the allocation
+/// is retried once. An empty handle if that fails too. Inside an Operation.
 Pooled<Texture> acquireTexture(Context& context, const TextureKey& key);
 
-/// The same without waiting for the device, for who holds the recorder's lock.
+/// The same without waiting for the device, for holders of the recorder's lock.
 Pooled<Texture> acquireTextureAtOnce(Context& context, const TextureKey& key);
 
-/// A texture that the device is done with, for the host to write to.
+/// A texture that the device no longer uses, for the host to write to.
 Pooled<Texture> acquireIdleTexture(Context& context, const TextureKey& key);
 
 Pooled<HostBuffer> acquireHostBuffer(Context& context, std::uint64_t bytes);
 
-/// Whether an image of that size can be made at all.
+/// Whether an image of that size and format is supported.
 bool isSupported(Context& context, XY<int> size, iGPUImage::eFormat format);
 
-/// Runs a call of the public interface: whatever it throws becomes its failure result.
+/// Runs a call of the public interface. An exception becomes the failure result and a line in the log.
 template <class Result, class Function>
 Result guarded(Result failure, Function&& function) noexcept
 {

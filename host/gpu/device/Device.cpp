@@ -57,7 +57,7 @@ std::unique_ptr<Device> Device::create(const PhysicalDevice& physical, std::stri
     features.v13.dynamicRendering = VK_TRUE;
     features.v13.synchronization2 = VK_TRUE;
     features.v13.maintenance4 = VK_TRUE;      // one vertex shader for fragment shaders that take less
-    features.v13.robustImageAccess = VK_TRUE; // effects may ask for texels beside an image
+    features.v13.robustImageAccess = VK_TRUE; // effects may read texels outside an image
     VkDeviceCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_DEVICE_CREATE_INFO;
     info.pNext = &features.core;

@@ -8,16 +8,16 @@
 
 namespace Qx::Host {
 
-/// What choosing among the machine's devices came to.
+/// The result of a choice among the machine's devices.
 struct DeviceChoice
 {
     std::optional<std::uint32_t> index;
-    std::string failure; ///< for people, naming what was asked for and what there is; empty on success
+    std::string failure; ///< for people, with the wish and the devices; empty on success
 };
 
-/// Chooses a device. `wish` is an index, part of a name (letter case aside) or empty, and `wishSource` says
-/// where it comes from ("QX_DEVICE", "the setting"). Without a wish a GPU goes before a software device, a
-/// discrete GPU before others, and the first among equals.
+/// Chooses a device. `wish` is an index, part of a name (ignoring case) or empty; `wishSource` is its origin
+/// for messages ("QX_DEVICE", "the setting"). Without a wish a GPU is preferred to a software device and a
+/// discrete GPU to others; the first among equals is chosen.
 DeviceChoice chooseDevice(const std::vector<DeviceDescription>& devices, const std::string& wish,
                           const std::string& wishSource);
 

@@ -9,27 +9,27 @@
 
 namespace Qx::Host::Vulkan {
 
-/// A piece of device memory. Plain data: DeviceMemory takes it back.
+/// A piece of device memory. Plain data: pass it to DeviceMemory::release().
 struct Allocation
 {
     VkDeviceMemory memory = nullptr;
     VkDeviceSize offset = 0;
-    void* mapped = nullptr;      ///< where the host sees it; null for memory it does not see
+    void* mapped = nullptr;      ///< its address for the host; null if the host cannot access it
     std::uint32_t type = 0;      ///< index of the memory type
     std::uint32_t sizeClass = 0; ///< log2 of the slot in a shared block; 0: a block of its own
     bool linear = false;         ///< buffers and images never share a block
 };
 
-/// What memory is for; decides which of the device's memory types it comes from.
+/// The use of memory, which decides its memory type.
 enum class MemoryUse
 {
-    Image,    ///< the device alone
-    HostRead, ///< mapped, coherent, cached where there is such: the host reads and writes it
-    Uniform,  ///< mapped, coherent, near the device where there is such: the host writes it once
+    Image,    ///< for the device alone
+    HostRead, ///< mapped, coherent and preferably cached: the host reads and writes it
+    Uniform,  ///< mapped, coherent and preferably near the device: the host writes it once
 };
 
 /// Allocates device memory. Large pieces get blocks of their own, as drivers prefer for images; small ones
-/// share blocks, because drivers limit the number of blocks. Any thread.
+/// share blocks, because drivers limit the number of blocks. Thread-safe.
 class DeviceMemory
 {
 public:
@@ -38,7 +38,7 @@ public:
     VkResult allocate(const VkMemoryRequirements& requirements, MemoryUse use, Allocation& result);
     void release(const Allocation& allocation);
 
-    /// Returns every shared block. Nothing that was allocated may be in use.
+    /// Frees every shared block. No allocation may be in use.
     void destroy();
 
     std::uint64_t allocationCount() const { return allocationCount_; }

@@ -98,7 +98,7 @@ std::unique_ptr<Instance> Instance::create(bool validation, std::string& failure
 {
     std::unique_ptr<Instance> self(new Instance);
     if (validation && !hasLayer(validationLayer)) {
-        failure = "Vulkan's validation layer is asked for but not installed: install the package "
+        failure = "Vulkan's validation layer is not installed: install the package "
                   "vulkan-validationlayers, or turn validation off.";
         return nullptr;
     }

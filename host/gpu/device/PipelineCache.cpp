@@ -10,9 +10,9 @@ namespace Qx::Host::Vulkan {
 namespace {
 
 constexpr std::size_t headerBytes = 16 + VK_UUID_SIZE;
-constexpr unsigned batch = 32; // effects; a crash costs the pipelines of so many
+constexpr unsigned batch = 32; // effects, whose pipelines a crash can cost
 
-/// A pipeline cache of the moment.
+/// A pipeline cache for the duration of a scope.
 class TemporaryCache
 {
 public:
@@ -37,7 +37,7 @@ private:
     VkPipelineCache cache_ = nullptr;
 };
 
-/// Empty when it cannot be had, and when it grew meanwhile: the next time will do.
+/// Empty on failure, or if the data grew meanwhile: the next save will do.
 std::vector<std::byte> dataOf(VkDevice device, VkPipelineCache cache)
 {
     std::size_t bytes = 0;

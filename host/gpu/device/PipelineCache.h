@@ -11,25 +11,25 @@
 
 namespace Qx::Host::Vulkan {
 
-/// Whether the bytes begin as data of this device's pipeline cache do (Vulkan 1.3, 10.7.3, "Retrieving
-/// Pipeline Cache Data"). Drivers check too, but not all of them well.
+/// Whether the bytes have the header of this device's pipeline cache data (Vulkan 1.3, 10.7.3, "Retrieving
+/// Pipeline Cache Data"). Drivers check it too, but not all of them well.
 bool isPipelineDataOf(const VkPhysicalDeviceProperties& properties, std::span<const std::byte> data);
 
-/// Keeps a device's compiled pipelines between runs.
+/// Keeps a device's compiled pipelines on disk between runs.
 class PipelineCache
 {
 public:
-    /// The device lives longer than this object, and is open whenever a member is called.
+    /// The device must outlive this object, and be open whenever a member is called.
     PipelineCache(Device& device, std::shared_ptr<Cache::FileStore> store);
 
-    /// Takes what earlier runs kept into the device's cache. Before anybody makes pipelines.
+    /// Loads the pipelines of earlier runs into the device's cache. Call it before pipelines are created.
     void load();
 
-    /// Keeps what the device's cache holds together with what other processes have kept meanwhile, unless
-    /// nothing was added since the last time. Any thread.
+    /// Merges the device's cache with the file, which other processes may have changed, unless nothing was
+    /// added since the last time. Thread-safe.
     void save();
 
-    /// Counts an effect whose pipelines were made; saves after a batch of them. Any thread.
+    /// Counts an effect whose pipelines were created; saves after every batch of them. Thread-safe.
     void countEffect();
 
 private:

@@ -5,7 +5,7 @@
 
 namespace Qx::Host::Vulkan {
 
-/// The pixels of a target whose centres lie inside a rectangle; empty when there are none.
+/// The pixels of a target whose centres lie inside a rectangle; may be empty.
 VkRect2D pixelsInside(const RectangleOf<float>& area, const TextureKey& target);
 
 /// The part of a rectangle that lies in a target.

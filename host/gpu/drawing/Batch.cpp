@@ -136,7 +136,7 @@ bool Batch::beginStamps()
 
 void Batch::stamp(std::uint32_t query)
 {
-    // Once all earlier work is done, so that the time of a batch in front is not this one's too.
+    // After all earlier work, so that the time of an earlier batch does not count twice.
     vkCmdWriteTimestamp2(commands_, VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT, queries_, query);
 }
 

@@ -9,8 +9,8 @@
 
 namespace Qx::Host::Vulkan {
 
-/// One command buffer on its way: what is recorded into it, and what that needs until the device is done.
-/// Used under the recorder's lock only.
+/// One command buffer, with everything that it needs until the device has finished it. Used under the
+/// recorder's lock only.
 class Batch
 {
 public:
@@ -18,16 +18,16 @@ public:
     Batch(const Batch&) = delete;
     Batch& operator=(const Batch&) = delete;
 
-    /// Starts recording, afresh: the device must be done with what was recorded before. A timed batch is
-    /// stamped when the device gets to it and when it is done with it.
+    /// Starts recording. The device must have finished what was recorded before. A timed batch writes
+    /// timestamps at its beginning and end.
     bool begin(std::uint64_t value, bool timed);
     bool end();
     void destroy();
 
     VkCommandBuffer commands() const { return commands_; }
-    std::uint64_t value() const { return value_; } ///< of the timeline, once the device is done with it
+    std::uint64_t value() const { return value_; } ///< of the timeline, once the device has finished it
 
-    /// The stamps of a timed batch that the device is done with, in its ticks; empty when it gave none.
+    /// The timestamps of a timed batch that the device has finished, in ticks; empty if there are none.
     struct Stamps
     {
         std::uint64_t begin;
@@ -35,27 +35,27 @@ public:
     };
     std::optional<Stamps> stamps() const;
 
-    /// Copies `data` to where a shader of this batch can read it. False when memory is exhausted.
+    /// Copies `data` to memory that shaders of this batch can read. Returns false if memory is exhausted.
     bool uniform(std::span<const std::byte> data, VkDescriptorBufferInfo& info);
 
-    /// A descriptor set that lives as long as the batch; null when memory is exhausted.
+    /// A descriptor set that lives as long as the batch; null if memory is exhausted.
     VkDescriptorSet descriptorSet(VkDescriptorSetLayout layout);
 
-    /// Announces the next use of a resource. flush() records what must happen in between; the commands that
-    /// use the resources come after it. After the first of these calls a function may not fail any more.
+    /// Announces the next use of a resource. Then flush() records the barriers, and after it come the
+    /// commands that use the resources. A function that records must not fail after the first of these calls.
     void sample(Texture& texture);
     void renderTo(Texture& texture, bool discard);
     void copyFrom(Texture& texture);
     void copyTo(Texture& texture);
-    void copyInto(Texture& texture); ///< parts of it; the others stay
+    void copyInto(Texture& texture); ///< a part of it; the rest is kept
     void copyFrom(HostBuffer& buffer);
     void copyTo(HostBuffer& buffer);
     void flush();
 
-    /// Lets the host and later copies see what was copied to the buffer.
+    /// Makes what was copied to the buffer visible to the host and to later copies.
     void publish(HostBuffer& buffer);
 
-    std::uint64_t bytes = 0; ///< counted against the bound on work in flight
+    std::uint64_t bytes = 0; ///< of images in flight
     std::uint32_t operations = 0;
     std::uint64_t barriers = 0; ///< recorded in this batch
 

@@ -7,36 +7,36 @@
 
 namespace Qx::Host::Vulkan {
 
-/// The target formats that pipelines are made for.
+/// The target formats for which pipelines are created.
 constexpr std::array<VkFormat, 3> targetFormats{VK_FORMAT_R8G8B8A8_UNORM, VK_FORMAT_R16G16B16A16_UNORM,
                                                 VK_FORMAT_A2R10G10B10_UNORM_PACK32};
 
-/// A pipeline for each of targetFormats; null where the device cannot draw into images of the format.
+/// A pipeline for each of targetFormats; null if the device cannot draw into the format.
 using FormatPipelines = std::array<VkPipeline, targetFormats.size()>;
 
 VkPipeline pipelineFor(const FormatPipelines& pipelines, VkFormat format);
 
-/// How a pass meets what is in the target.
+/// How a pass combines with the target's contents.
 enum class Blending
 {
     Replace,
-    ByCoverage, ///< a second output says, for each component, how much of the first one replaces the target
+    ByCoverage, ///< a second output has the coverage of each component
 };
 
 VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv, VkShaderModule& module);
 
-/// Makes the pipelines of a fragment shader, behind a vertex shader of triangles without buffers or, when
-/// that is empty, one triangle that covers the target. Specialization constant 0 is set for targets that hold
-/// rotated components.
+/// Creates the pipelines of a fragment shader. The vertex shader draws triangles without buffers; if `vertex`
+/// is empty, one triangle that covers the target. Specialization constant 0 is set for targets with rotated
+/// components.
 VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout, Blending blending,
                          FormatPipelines& pipelines, std::span<const std::uint32_t> vertex = {});
 void destroyPipelines(Device& device, FormatPipelines& pipelines);
 
-/// Makes one pipeline, for targets of that format.
+/// Creates one pipeline, for targets of that format.
 VkResult createPipeline(Device& device, VkShaderModule vertex, VkShaderModule fragment,
                         VkPipelineLayout layout, Blending blending, VkFormat format, VkPipeline& pipeline);
 
-/// Begins drawing into a target that renderTo() was announced for; only `area` is touched.
+/// Begins drawing into a target that Batch::renderTo() announced. Only `area` changes.
 void beginDrawing(VkCommandBuffer commands, const Texture& target, VkRect2D area, VkAttachmentLoadOp load,
                   const VkClearColorValue& clear = {});
 

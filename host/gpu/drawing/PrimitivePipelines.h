@@ -4,7 +4,8 @@
 
 namespace Qx::Host::Vulkan {
 
-/// The pipelines of the service's own drawing: gradients and images. Made with the device, constant then.
+/// The pipelines of the service's own drawing: gradients and images. Created with the device, constant
+/// afterwards.
 class PrimitivePipelines
 {
 public:

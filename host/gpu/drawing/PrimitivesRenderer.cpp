@@ -71,7 +71,7 @@ std::array<std::int32_t, 2> readable(float a, float b, std::uint32_t size)
             static_cast<std::int32_t>(std::clamp(std::ceil(std::max(a, b)) - 1.0F, 0.0F, last))};
 }
 
-/// Leaves out the rows of the target for which the image has no line.
+/// Skips the rows of the target for which the image has no line.
 void clipToLines(VkRect2D& pixels, float firstLine, std::uint32_t imageHeight)
 {
     const float lines = static_cast<float>(imageHeight) - std::floor(firstLine);
@@ -161,7 +161,7 @@ bool PrimitivesRenderer::drawRectangles(const std::vector<VkRect2D>& areas, cons
         batch.renderTo(target, replacesAll);
         batch.flush();
         for (const VkRect2D& area : areas) {
-            // Each area is the render area of its own, so clearing at its start fills exactly it.
+            // Each area is a render area of its own, so that clearing it fills exactly that area.
             beginDrawing(commands, target, area,
                          flat          ? VK_ATTACHMENT_LOAD_OP_CLEAR
                          : replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE
@@ -300,7 +300,7 @@ bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage
         return true;
     }
     const XY<int> size{static_cast<int>(pixels.extent.width), static_cast<int>(pixels.extent.height)};
-    // The destination as seen from the corner of the pixels that are drawn.
+    // The destination relative to the corner of the drawn pixels.
     const auto left = static_cast<float>(pixels.offset.x);
     const auto top = static_cast<float>(pixels.offset.y);
     const RectangleOf<float> local{destination.x0 - left, destination.y0 - top, destination.x1 - left,
@@ -314,7 +314,7 @@ bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage
             return false;
         }
         image = lines;
-        // Over the destination, of which the drawn pixels are what lies in the target.
+        // Over the destination, whose part inside the target is drawn.
         coordinates = normalised(local, *lines);
     }
     Qx::Vector<iShaderEffect::Source> sources;
@@ -325,7 +325,7 @@ bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage
     if (!d.blend) {
         return effect->draw(*target_, destination, sources);
     }
-    // An effect says nothing of how it covers the target, so its result is drawn over it in a second step.
+    // An effect does not tell its coverage of the target, so its result is blended in a second step.
     const Qx::Ptr<GPUImage> result = makeGPUImage(context(), size, target_->getFormat());
     return result && effect->draw(*result, local, sources) &&
            drawImage({result->picture(),

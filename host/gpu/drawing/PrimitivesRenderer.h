@@ -8,14 +8,14 @@ namespace Qx::Host::Vulkan {
 /// Draws rectangles and images into one image.
 ///
 /// Blending is "over" with straight alpha: colours are mixed by the source's alpha (times its weight), and
-/// the target's alpha becomes a + d (1 - a). A rectangle without area draws nothing and succeeds; so does
-/// what lies outside the target.
+/// the target's alpha becomes a + d (1 - a). A rectangle without area, or outside the target, draws nothing
+/// and succeeds.
 class PrimitivesRenderer final : public iGraphicPrimitivesRenderer
 {
 public:
     explicit PrimitivesRenderer(Qx::Ptr<GPUImage> target) : target_(std::move(target)) {}
 
-    /// Replaces what is there, alpha included.
+    /// Replaces the target's contents, alpha included.
     bool draw(const RectDescription& description, int layer) override;
     bool draw(const ImageDescription& description, int layer) override;
     bool draw(const ImageDescriptionEx& description, int layer) override;
@@ -34,7 +34,7 @@ private:
 
     using Sampling = PrimitivePipelines::Sampling;
 
-    /// How pixels of the target find their texels.
+    /// The mapping from pixels of the target to texels.
     struct Mapping
     {
         float x = 0.0F; ///< the source position of the target's corner; for y, of its first whole line

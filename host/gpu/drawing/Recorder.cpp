@@ -7,11 +7,11 @@ namespace Qx::Host::Vulkan {
 
 namespace {
 
-// Enough to be worth a submission of its own while the device is still busy with earlier ones.
+// Enough for a submission of its own while the device is busy with earlier ones.
 constexpr std::uint64_t dueBytes = 32U << 20;
 constexpr std::uint32_t dueOperations = 64;
 
-// Enough that an idle device should not wait for more.
+// Enough for an idle device not to wait for more.
 constexpr std::uint64_t dueBytesWhenIdle = 256U << 10;
 
 using Clock = std::chrono::steady_clock;
@@ -193,7 +193,7 @@ bool Recorder::wait(std::uint64_t value)
     }
     {
         const std::lock_guard lock(mutex_);
-        // What is worth a submission goes along, so that the device does not stand still once it is there.
+        // Work that is worth a submission goes too, so that the device does not idle after that value.
         const bool goesAlong = open_ != nullptr && open_->bytes >= dueBytesWhenIdle;
         if (open_ != nullptr && (open_->value() <= value || goesAlong) && !submitOpen()) {
             return false;

@@ -12,11 +12,11 @@
 
 namespace Qx::Host::Vulkan {
 
-/// Collects commands into batches and hands them to the device in the order in which they were recorded.
+/// Collects commands into batches and submits them in the order in which they were recorded. Thread-safe.
 ///
-/// Any thread may call it. Everything that is recorded has a value on one timeline: the device is done with
-/// it once the timeline has reached the value. A batch goes to the device when somebody waits for it, when
-/// enough has come together, and at once when the device has nothing to do.
+/// Everything recorded has a value on one timeline: the device has finished it once the timeline has reached
+/// the value. A batch is submitted when a caller waits for it, when it is large enough, and at once if the
+/// device is idle.
 class Recorder
 {
 public:
@@ -34,9 +34,9 @@ public:
 
     bool create();
 
-    /// Calls `function` with the open batch, under the lock; it returns false when it recorded nothing.
-    /// `bytes` of images are in flight until the device is done; the call waits until they fit the bound.
-    /// Returns the timeline value, 0 on failure.
+    /// Calls `function` with the open batch, under the lock. The function returns false if it recorded
+    /// nothing. `bytes` of images are in flight until the device has finished; the call blocks until they are
+    /// within the limit. Returns the timeline value, or 0 on failure.
     template <class Function>
     std::uint64_t record(std::uint64_t bytes, Submit submit, Function&& function)
     {
@@ -51,7 +51,7 @@ public:
         return recorded(bytes, submit);
     }
 
-    /// Calls `function` under the lock in which everything is recorded.
+    /// Calls `function` under the lock under which everything is recorded.
     template <class Function>
     auto locked(Function&& function)
     {
@@ -59,29 +59,30 @@ public:
         return function();
     }
 
-    /// Hands in what that value waits for. False when the device is lost.
+    /// Submits everything up to that value. Returns false if the device is lost.
     bool submit(std::uint64_t value);
 
     /// The timeline value that the device has reached.
     std::uint64_t completed();
 
-    /// Submits what that value waits for, and waits. False when the device is lost.
+    /// Submits everything up to that value and waits for it. Returns false if the device is lost.
     bool wait(std::uint64_t value);
 
     /// Submits everything and waits for it.
     bool waitForAll();
 
-    /// The same for a shutdown: also when the device counts as lost, and not beyond the limit.
+    /// The same for a shutdown: within a limit, and even if the device counts as lost.
     bool drain(std::chrono::milliseconds limit);
 
-    /// Times what is recorded between the two calls: see GPUService. False, empty when that cannot be.
+    /// Measures the work recorded between the two calls: see GPUService. Returns false, or nothing, if that
+    /// is not possible.
     bool startTimer();
     std::optional<GPUTime> stopTimer();
 
-    /// Runs `destroy` once the device is done with what is recorded by now. Calls no Vulkan itself.
+    /// Calls `destroy` once the device has finished everything recorded so far. Makes no Vulkan call itself.
     void later(std::function<void()> destroy);
 
-    /// After drain(): frees everything.
+    /// Frees everything. Call it after drain().
     void destroy();
 
     std::uint64_t inFlightBytes() const { return inFlightBytes_; }
@@ -96,15 +97,15 @@ private:
         std::function<void()> destroy;
     };
 
-    /// What the timed batches that the device is done with took, in its ticks.
+    /// The measured time of finished batches, in ticks.
     struct Timing
     {
-        std::uint64_t after = 0; // batches up to that value are not its own
+        std::uint64_t after = 0; // batches up to that value do not count
         std::uint64_t busy = 0;
         std::uint64_t first = 0;
         std::uint64_t last = 0;
         std::uint64_t batches = 0;
-        bool whole = true; // no batch came without its stamps
+        bool whole = true; // every batch had its timestamps
     };
 
     bool makeRoom(std::uint64_t bytes);
@@ -124,7 +125,7 @@ private:
     VkSemaphore timeline_ = nullptr;
     std::atomic<std::uint64_t> completed_{0};
 
-    std::mutex mutex_; // guards all below; nobody holds it while waiting for the device
+    std::mutex mutex_; // guards all below; not held while waiting for the device
     std::unique_ptr<Batch> open_;
     std::deque<std::unique_ptr<Batch>> pending_; // oldest first
     std::vector<std::unique_ptr<Batch>> free_;

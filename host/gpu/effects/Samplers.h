@@ -8,13 +8,13 @@
 
 namespace Qx::Host::Vulkan {
 
-/// The samplers of a device: one for each combination of states, made at its first use. Any thread.
+/// The samplers of a device, one for each combination of states, created on first use. Thread-safe.
 class Samplers
 {
 public:
     explicit Samplers(Device& device) : device_(device) {}
 
-    /// Null when memory is exhausted.
+    /// Null if memory is exhausted.
     VkSampler get(CompiledEffect::Filter filter, CompiledEffect::Address u, CompiledEffect::Address v);
     void destroy();
 

@@ -52,7 +52,7 @@ public:
     const std::vector<CompiledEffect::Texture>& textures() const { return state_->effect().textures; }
     const std::vector<CompiledEffect::Parameter>& parameters() const { return state_->effect().parameters; }
 
-    /// Names of the textures that a technique's passes read, each once.
+    /// The names of the textures that a technique's passes read, each once.
     std::vector<std::string> texturesRead(std::string_view technique) const;
 
 private:

@@ -6,7 +6,7 @@ namespace Qx::Host::Vulkan {
 
 namespace {
 
-// SPIR-V 1.6, 3.49 Instructions: the numbers of those looked at.
+// SPIR-V 1.6, 3.49 Instructions: the opcodes used here.
 enum Opcode : std::uint32_t
 {
     opTypeImage = 25,

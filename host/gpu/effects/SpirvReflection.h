@@ -7,7 +7,7 @@
 
 namespace Qx::Host::Vulkan {
 
-/// What the service needs to know of a fragment shader beyond what the effect compiler says.
+/// Properties of a fragment shader that the compiled effect does not have.
 struct SpirvReflection
 {
     std::map<std::uint32_t, std::uint32_t> imageDimensions; ///< by binding: 2, 3, or 1 for a texel buffer

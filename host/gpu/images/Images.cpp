@@ -1,7 +1,7 @@
 #include "host/gpu/images/Images.h"
 
-#include "host/gpu/device/DrawingPath.h"
 #include "host/gpu/drawing/PrimitivesRenderer.h"
+#include "host/gpu/images/SharedImage.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -34,7 +34,7 @@ bool recordUpload(Context& context, HostBuffer& source, Texture& target)
     }) != 0;
 }
 
-/// An image in memory of its own, which the device copies from and to.
+/// An image in a buffer of its own, which the device copies from and to.
 class CopiedImage final : public HostImage
 {
 public:
@@ -52,36 +52,6 @@ private:
     const Pooled<HostBuffer> buffer_;
 };
 
-/// An image in the memory of a texture. GPU images share it; whoever of them is written to takes a texture of
-/// its own before. When the host writes, it is the others that do, since the address stays.
-class SharedImage final : public HostImage
-{
-public:
-    SharedImage(Pooled<Texture> texture, XY<int> size, iGPUImage::eFormat format)
-        : HostImage(size, format), context_(texture.context()), texture_(std::move(texture))
-    {
-        texture_->hosted = true;
-    }
-    ~SharedImage() override
-    {
-        texture_->givenOut = false;
-        texture_->hosted = false;
-    }
-    SharedImage(const SharedImage&) = delete;
-    SharedImage& operator=(const SharedImage&) = delete;
-
-    void* map(eAccess access) override;
-    Qx::Ptr<GPUImage> upload() override;
-    Context& context() const override { return context_; }
-
-private:
-    bool leaveToOthers();
-
-    Context& context_;
-    std::mutex mutex_;
-    Pooled<Texture> texture_; // guarded by mutex_, and changed under the recorder's lock
-};
-
 Qx::Ptr<CopiedImage> makeCopiedImage(Context& context, XY<int> size, iGPUImage::eFormat format)
 {
     Pooled<HostBuffer> buffer = acquireHostBuffer(context, keyOf(size, format).bytes());
@@ -90,25 +60,6 @@ Qx::Ptr<CopiedImage> makeCopiedImage(Context& context, XY<int> size, iGPUImage::
     }
     buffer->givenOut = false;
     return Qx::makePtr<CopiedImage>(std::move(buffer), size, format);
-}
-
-/// The image's own texture as a host image; empty where that cannot be.
-Qx::Ptr<HostImage> share(Context& context, GPUImage& source)
-{
-    std::uint64_t value = 0;
-    Qx::Ptr<HostImage> image = context.recorder().locked([&]() -> Qx::Ptr<HostImage> {
-        const Pooled<Texture>& texture = source.picture().texture();
-        if (!texture->inHostMemory || texture->hosted) {
-            return {};
-        }
-        value = texture->lastWrite;
-        return Qx::makePtr<SharedImage>(texture, source.getSize(), source.getFormat());
-    });
-    if (!image || !context.recorder().submit(value)) {
-        return {};
-    }
-    ++context.sharedTransfers;
-    return image;
 }
 
 } // namespace
@@ -153,55 +104,10 @@ Qx::Ptr<GPUImage> CopiedImage::upload()
     return image;
 }
 
-void* SharedImage::map(eAccess access)
-{
-    return guarded(static_cast<void*>(nullptr), [&]() -> void* {
-        const Operation operation(context());
-        if (!operation) {
-            return nullptr;
-        }
-        std::uint64_t value = 0;
-        void* address = nullptr;
-        {
-            const std::lock_guard lock(mutex_);
-            if (access == Write && texture_.isShared() && !leaveToOthers()) {
-                return nullptr;
-            }
-            value = access == Read ? texture_->lastWrite : texture_->lastUse;
-            address = texture_->memory.mapped;
-            texture_->givenOut = true;
-        }
-        return context().recorder().wait(value) ? address : nullptr;
-    });
-}
-
-/// The others go on with a copy.
-bool SharedImage::leaveToOthers()
-{
-    Pooled<Texture> spare = acquireTexture(context(), texture_->key);
-    if (!spare) {
-        return false;
-    }
-    const auto record = [&](Batch& batch) {
-        recordCopy(batch, *texture_, *spare);
-        texture_->exchange(*spare);
-        texture_ = std::move(spare);
-        return true;
-    };
-    return context().recorder().record(2 * spare->key.bytes(), Recorder::Submit::WhenDue, record) != 0;
-}
-
-Qx::Ptr<GPUImage> SharedImage::upload()
-{
-    const std::lock_guard lock(mutex_);
-    ++context_.sharedTransfers;
-    return Qx::makePtr<GPUImage>(texture_, getSize(), getFormat());
-}
-
 Qx::Ptr<HostImage3D> HostImage3D::create(int size)
 {
     const auto edge = static_cast<std::size_t>(size);
-    // calloc's pages cost nothing before they are touched, so that no size brings the machine down here.
+    // calloc's pages take no memory before they are touched, so that no size exhausts the machine here.
     Entries entries(static_cast<float*>(std::calloc(edge * edge * edge, 4 * sizeof(float))));
     if (entries == nullptr) {
         return {};
@@ -229,14 +135,13 @@ Qx::Ptr<HostImage> makeHostImage(Context& context, XY<int> size, iGPUImage::eFor
         return {};
     }
     const TextureKey key = keyOf(size, format);
-    const DrawingPath* path = context.device().drawingPath();
-    if (path != nullptr && path->mayLieAsHostImage(key)) {
+    if (mayShareMemory(context.device(), key)) {
         Pooled<Texture> texture = acquireIdleTexture(context, key);
         if (!texture) {
             return {};
         }
         if (texture->inHostMemory) {
-            return Qx::makePtr<SharedImage>(std::move(texture), size, format);
+            return makeSharedImage(std::move(texture), size, format);
         }
     }
     return makeCopiedImage(context, size, format);
@@ -244,7 +149,7 @@ Qx::Ptr<HostImage> makeHostImage(Context& context, XY<int> size, iGPUImage::eFor
 
 Qx::Ptr<HostImage> download(Context& context, GPUImage& source)
 {
-    if (Qx::Ptr<HostImage> shared = share(context, source)) {
+    if (Qx::Ptr<HostImage> shared = shareTexture(context, source)) {
         return shared;
     }
     const Qx::Ptr<CopiedImage> image = makeCopiedImage(context, source.getSize(), source.getFormat());

@@ -40,7 +40,7 @@ public:
 
     virtual Context& context() const = 0;
 
-    /// A GPU image that will hold these bytes; empty on failure. Inside an Operation.
+    /// Uploads the bytes. Empty on failure. Inside an Operation.
     virtual Qx::Ptr<GPUImage> upload() = 0;
 
 private:
@@ -52,7 +52,7 @@ private:
 class HostImage3D final : public iHostImage3D
 {
 public:
-    /// Empty when memory is exhausted.
+    /// Empty if memory is exhausted.
     static Qx::Ptr<HostImage3D> create(int size);
     int getSize() const override { return size_; }
     const float* getData() const override { return entries_.get(); }
@@ -101,21 +101,21 @@ private:
     const std::shared_ptr<Context> context_;
 };
 
-/// The images of that size; empty on failure. Inside an Operation.
+/// Create images of that size; empty on failure. Inside an Operation.
 Qx::Ptr<GPUImage> makeGPUImage(Context& context, XY<int> size, iGPUImage::eFormat format);
 Qx::Ptr<HostImage> makeHostImage(Context& context, XY<int> size, iGPUImage::eFormat format);
 
-/// Copies record and return. Inside an Operation.
+/// Record a copy and return; empty on failure. Inside an Operation.
 Qx::Ptr<HostImage> download(Context& context, GPUImage& source);
 Qx::Ptr<GPUImage3D> upload(Context& context, const iHostImage3D& source);
 
-/// Copies texels as they are; both images have the same size and format. False on failure.
+/// Records a copy of all texels between images of the same size and format. Returns false on failure.
 bool copy(Context& context, GPUImage& source, GPUImage& target);
 
-/// Whether a table of that size can be made at all.
+/// Whether a table of that size is supported.
 bool isSupported3D(Context& context, int size);
 
-/// What anything that a shader can read consists of; null for what is not of this context.
+/// The contents of a resource that a shader can read; null if it belongs to another context.
 Picture* pictureOf(Context& context, iGPUResource* resource);
 
 } // namespace Qx::Host::Vulkan

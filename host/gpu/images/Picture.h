@@ -4,7 +4,8 @@
 
 namespace Qx::Host::Vulkan {
 
-/// What an image on the device consists of: a texture, its own or one that it shares until it is written to.
+/// The contents of an image on the device: a texture of its own, or one that it shares until it is written
+/// to.
 class Picture
 {
 public:
@@ -18,22 +19,23 @@ public:
 
     Context& context() const { return texture_.context(); }
 
-    /// What the picture is read from. Only for who holds the recorder's lock: another thread's drawing may
-    /// put another texture in its place.
+    /// The texture to read from. Only for holders of the recorder's lock, since a draw on another thread may
+    /// replace it.
     const Pooled<Texture>& texture() const { return texture_; }
 
-    /// What to draw into, which nobody else has. Unless everything is replaced it holds what the picture
-    /// held. Null when memory is exhausted. Before the uses of the batch's next commands are announced.
+    /// The texture to write to, which no other image shares. It holds the picture's contents, unless
+    /// `replacesAll`. Null if memory is exhausted. Call it before the uses of the batch's next commands are
+    /// announced.
     Texture* forWriting(Batch& batch, bool replacesAll);
 
 private:
     Pooled<Texture> texture_; // guarded by the recorder's lock
 };
 
-/// Copies all texels; both textures have the same key.
+/// Records a copy of all texels between textures of the same key.
 void recordCopy(Batch& batch, Texture& source, Texture& target);
 
-/// A copy from or to a buffer of all texels.
+/// The region of all texels, for copies from or to a buffer.
 VkBufferImageCopy wholeImage(const TextureKey& key);
 
 } // namespace Qx::Host::Vulkan

@@ -11,10 +11,10 @@
 
 namespace Qx::Host::Vulkan {
 
-/// Keeps released resources for the next one of their key, and knows all there are.
+/// Keeps released resources for reuse by key, and knows all resources in use. Thread-safe.
 ///
-/// Giving a resource back never calls Vulkan, so that the last handle may go in a static destructor. What
-/// goes beyond the bound is destroyed by the next take() or trim(). Any thread.
+/// Returning a resource makes no Vulkan call, so that a static destructor may release the last handle. What
+/// exceeds the limit is destroyed by the next take() or trim().
 template <class Resource>
 class Pool
 {
@@ -26,8 +26,8 @@ public:
     {
     }
 
-    /// A released resource of that key, one that the device is done with (its lastUse is not beyond
-    /// `completed`) before others; those only when `orPending` allows them. Null when there is none.
+    /// Takes a released resource of that key. One that the device no longer uses (lastUse is at most
+    /// `completed`) is preferred; any other only if `orPending`. Null if there is none.
     std::unique_ptr<Resource> take(const Key& key, std::uint64_t completed, bool orPending)
     {
         const std::lock_guard lock(mutex_);
@@ -65,7 +65,7 @@ public:
         return result;
     }
 
-    /// Takes a resource back, or the shell of one after destroyAll().
+    /// Returns a resource to the pool, or its empty shell after destroyAll().
     void give(std::unique_ptr<Resource> resource)
     {
         const std::lock_guard lock(mutex_);
@@ -81,15 +81,16 @@ public:
         idle_.push_front(std::move(resource));
     }
 
-    /// Destroys what the device is done with, the longest released first, until `limit` bytes are left.
+    /// Destroys resources that the device no longer uses, the longest released first, until `limit` bytes are
+    /// left.
     void trim(std::uint64_t limit, std::uint64_t completed)
     {
         const std::lock_guard lock(mutex_);
         destroyIdle(limit, completed);
     }
 
-    /// Destroys the Vulkan objects of every resource, also of those in use, whose owners hold empty shells
-    /// then. `keep` says which of these survive; returns their number.
+    /// Destroys the Vulkan objects of every resource; the owners of those in use then hold empty shells.
+    /// Resources for which `keep` returns true survive. Returns their number.
     template <class Keep>
     std::size_t destroyAll(Keep keep)
     {
@@ -112,7 +113,7 @@ public:
         return kept;
     }
 
-    /// Destroys what survived destroyAll() and was given back since. Nothing may be in use any more.
+    /// Destroys the survivors of destroyAll() that were returned since. Nothing may be in use.
     void destroyKept()
     {
         const std::lock_guard lock(mutex_);

@@ -8,9 +8,9 @@
 
 namespace Qx::Host::Vulkan {
 
-/// What an image or buffer was last used for, so that the next use can be ordered after it. A layout stands
-/// for one stage: an image in a reading layout needs nothing before the next read in it. Only the recorder's
-/// lock holder looks at it.
+/// The last use of an image or buffer, against which the next use is ordered. A layout stands for one stage:
+/// an image in a reading layout needs no barrier before the next read in it. For holders of the recorder's
+/// lock only.
 struct UseState
 {
     VkImageLayout layout = VK_IMAGE_LAYOUT_UNDEFINED;
@@ -18,7 +18,7 @@ struct UseState
     VkAccessFlags2 written = VK_ACCESS_2_NONE;
 };
 
-/// What two textures must agree on to replace each other.
+/// The properties that make two textures interchangeable.
 struct TextureKey
 {
     VkFormat format = VK_FORMAT_UNDEFINED;
@@ -45,16 +45,16 @@ struct Texture
     bool inHostMemory = false; ///< its memory is laid out as a host image and the host sees it
     UseState use;
     std::atomic<std::uint64_t> lastUse{0};   ///< timeline value after which the device is done with it
-    std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its texels are there
+    std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its texels are written
     std::atomic<std::uint32_t> holders{0};   ///< handles; see Pooled
-    std::atomic<bool> hosted{false};         ///< a host image has this memory; one at most
+    std::atomic<bool> hosted{false};         ///< a host image shares this memory; one at most
     std::atomic<bool> givenOut{false};       ///< somebody may hold its address
 
     std::uint64_t memoryBytes() const { return key.bytes(); }
     bool exists() const { return image != nullptr; }
 
-    /// The layout in which the image is used where `best` would be the best: memory with companion views
-    /// stays in the one that all of them have.
+    /// The layout in which the image is used where `best` would be best: an image with companion views keeps
+    /// the layout that all of them share.
     VkImageLayout layoutFor(VkImageLayout best) const
     {
         return companion != nullptr ? VK_IMAGE_LAYOUT_GENERAL : best;
@@ -63,7 +63,7 @@ struct Texture
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, Texture& texture);
     void destroy(Device& device, DeviceMemory& memory);
 
-    /// Takes what the other one of the same key consists of and gives its own for it; who holds them stays.
+    /// Swaps the contents with a texture of the same key. The handles keep their textures.
     void exchange(Texture& other);
 
 private:
@@ -81,7 +81,7 @@ struct HostBuffer
     Allocation memory;
     UseState use;
     std::atomic<std::uint64_t> lastUse{0};   ///< timeline value after which the device is done with it
-    std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its bytes are there
+    std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its bytes are written
     std::atomic<std::uint32_t> holders{0};   ///< handles; see Pooled
     std::atomic<bool> givenOut{false};       ///< somebody may hold its address
 
@@ -94,11 +94,11 @@ struct HostBuffer
 VkResult createBuffer(Device& device, DeviceMemory& memory, VkDeviceSize bytes, VkBufferUsageFlags usage,
                       MemoryUse use, VkBuffer& buffer, Allocation& allocation);
 
-/// The Vulkan format of an image format; VK_FORMAT_UNDEFINED for a number that is none.
+/// The Vulkan format of an image format; VK_FORMAT_UNDEFINED for an invalid number.
 VkFormat vulkanFormat(iGPUImage::eFormat format);
 std::uint32_t bytesPerTexel(VkFormat format);
 
-/// Whether memory order is a, r, g, b to effects, so that views are swizzled and results rotated.
+/// Whether the memory order is a, r, g, b for effects, so that views are swizzled and results rotated.
 bool isRotated(VkFormat format);
 
 /// The largest code of a component.

@@ -47,7 +47,7 @@ bool PackedDrawing::createAll(Context& context, const CompiledEffect& effect,
         }
         auto drawing = std::make_unique<PackedDrawing>(context, effect, first.depths);
         PackedDrawing& packed = *drawing;
-        drawings.push_back(std::move(drawing)); // the caller destroys what a failure leaves, too
+        drawings.push_back(std::move(drawing)); // the caller destroys it even after a failure
         if (!packed.add(shaders)) {
             return false;
         }

@@ -33,7 +33,7 @@ class PackedPath final : public DrawingPath
 public:
     void enableFeatures(VkPhysicalDeviceFeatures& features) const override
     {
-        features.robustBufferAccess = VK_TRUE; // shaders may read texels beside a buffer
+        features.robustBufferAccess = VK_TRUE; // shaders may read texels outside a buffer
     }
 
     VkImageTiling tilingOf(const TextureKey& key) const override
@@ -73,7 +73,7 @@ public:
 
 std::unique_ptr<const DrawingPath> createDrawingPath(const PhysicalDevice& device)
 {
-    // Software devices pay for each fragment. Elsewhere images in rows are slow or cannot be drawn into.
+    // Software devices pay for each fragment. Elsewhere linear images are slow or cannot be drawn into.
     return device.isSoftware() && canDrawPacked(device.handle) ? std::make_unique<PackedPath>() : nullptr;
 }
 

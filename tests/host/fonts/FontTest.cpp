@@ -123,8 +123,8 @@ TEST_F(Fonts, badCallsAreRefusedWithOneLineOfTheLog)
     }
     const std::string log = GpuTests::takeLog();
     EXPECT_EQ(linesIn(log), 3U) << log;
-    EXPECT_THAT(log, HasSubstr("into no image"));
-    EXPECT_THAT(log, HasSubstr("a colour that is no number"));
+    EXPECT_THAT(log, HasSubstr("the target is missing"));
+    EXPECT_THAT(log, HasSubstr("its colour is not a number"));
     EXPECT_THAT(log, HasSubstr("a text of 1000000 characters"));
     EXPECT_EQ(download(image), before);
 }

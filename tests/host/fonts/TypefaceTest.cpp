@@ -77,9 +77,9 @@ TEST_F(Typefaces, namesOfOnesThatAreThereAndOfKindsNeedNoRemark)
 TEST_F(Typefaces, badNamesAndSizesAreRefusedWithALine)
 {
     expectRefusal(L"", 20, "needs the name of a typeface");
-    expectRefusal(L"DejaVu Sans", 0, "sizes of fonts go from 1 to 2048 pixels, not 0");
-    expectRefusal(L"DejaVu Sans", -12, "not -12");
-    expectRefusal(L"DejaVu Sans", 2049, "not 2049");
+    expectRefusal(L"DejaVu Sans", 0, "invalid font size 0: expected 1 to 2048 pixels");
+    expectRefusal(L"DejaVu Sans", -12, "invalid font size -12");
+    expectRefusal(L"DejaVu Sans", 2049, "invalid font size 2049");
     expectRefusal(L"DejaVu Sans", INT_MAX, "pixels");
     expectRefusal(L"DejaVu Sans", INT_MIN, "pixels");
     EXPECT_NE(openTypeface(L"DejaVu Sans", 1, 0), nullptr);
@@ -103,11 +103,11 @@ TEST_F(Typefaces, aFileIsOpenedByItsPath)
 TEST_F(Typefaces, whatIsNoFontFileIsRefused)
 {
     ASSERT_EQ(mkfifo((folder_ / "pipe").c_str(), 0600), 0);
-    expectRefusal(wide(folder_.string()), 20, "it is no file");
-    expectRefusal(wide((folder_ / "pipe").string()), 20, "it is no file");
+    expectRefusal(wide(folder_.string()), 20, "it is not a file");
+    expectRefusal(wide((folder_ / "pipe").string()), 20, "it is not a file");
     expectRefusal(wide((folder_ / "missing.ttf").string()), 20, "there is no such file");
-    expectRefusal(wide(file("empty.ttf", "")), 20, "no font, or a damaged one");
-    expectRefusal(wide(file("text.ttf", "This is no font.\n")), 20, "no font, or a damaged one");
+    expectRefusal(wide(file("empty.ttf", "")), 20, "it is not a font, or it is damaged");
+    expectRefusal(wide(file("text.ttf", "This is no font.\n")), 20, "it is not a font, or it is damaged");
 }
 
 TEST_F(Typefaces, damagedFilesHurtNobody)

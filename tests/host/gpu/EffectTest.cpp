@@ -383,7 +383,7 @@ TEST_F(EffectTest, EightAndSixteenBitsConvertByRoundingToTheNearestCode)
 
 TEST_F(EffectTest, TenBitTargetsAreWithinACodeOfTheExactValue)
 {
-    // Mesa's software device goes through 16 bits and cuts the lower six off instead of rounding.
+    // Mesa's software rasterizer converts through 16 bits and truncates the lower six.
     const Qx::Ptr<iShaderEffect> copy = effect(copyEffect);
     ASSERT_TRUE(copy);
     const XY<int> size{256, 1};

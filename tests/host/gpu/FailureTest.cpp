@@ -30,7 +30,7 @@ technique Copy { pass P0 { PixelShader = compile ps_3_0 copy(); } }
     }
 };
 
-const XY<int> large{1024, 256}; // more than what shares an allocation
+const XY<int> large{1024, 256}; // larger than a shared allocation
 
 } // namespace
 
@@ -211,7 +211,7 @@ TEST_F(FailureTest, ImagesOfAnotherServiceAreRefused)
 
 namespace {
 
-/// Holds on to what it is given until the process's static destructors run.
+/// Keeps objects until the process's static destructors run.
 std::vector<Qx::Ptr<iObject>>& heldUntilExit()
 {
     static std::vector<Qx::Ptr<iObject>> held;

@@ -17,7 +17,7 @@ using Host::GPUOptions;
 using Host::GPUService;
 using Bytes = std::vector<std::uint8_t>;
 
-/// A service of its own for each test, under validation: any message of it fails the test.
+/// Gives each test a service of its own with validation, any message of which fails the test.
 class GpuTest : public testing::Test
 {
 protected:
@@ -27,7 +27,7 @@ protected:
 
     GPUService& gpu() { return *gpu_; }
 
-    /// For files of the test; removed after it.
+    /// A directory for files of the test, removed after it.
     const std::filesystem::path& folder() const { return folder_; }
 
     /// An image on the device that holds these bytes; empty on failure.

@@ -1,4 +1,4 @@
-// What the service keeps on disk from one run to the next.
+// Data that the service keeps on disk between runs.
 
 #include "host/cache/FileStore.h"
 #include "host/gpu/device/PipelineCache.h"
@@ -36,7 +36,7 @@ protected:
     fs::path kept() const { return folder_ / "kept"; }
     FileStore store() const { return FileStore(kept(), 1U << 30U, {}); }
 
-    /// One run of a service over that directory: loads the effect; the messages.
+    /// Runs a service with that directory and loads the effect. Returns the messages.
     std::string run(const fs::path& directory) const
     {
         GPUOptions options;

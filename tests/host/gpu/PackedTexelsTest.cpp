@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// Packed texels are a faster way to the same picture: every test draws with them and without.
+// Packed texels are a faster way to draw the same picture: every test draws with and without them.
 
 namespace Qx::GpuTests {
 
@@ -63,7 +63,7 @@ protected:
             software = software || (device.chosen && device.software);
         }
         if (!software) {
-            GTEST_SKIP() << "the device draws texel by texel";
+            GTEST_SKIP() << "the device does not draw packed texels";
         }
     }
 
@@ -122,7 +122,7 @@ protected:
         return load(file);
     }
 
-    /// Both draw the same, and with groups only the one that has them.
+    /// Both draw the same; only the first draws packed texels.
     void expectAlike(const Pair& pair, const std::string& technique, XY<int> size, iGPUImage::eFormat format,
                      XY<int> sourceSize)
     {
@@ -141,7 +141,7 @@ protected:
         EXPECT_EQ(plain_->statistics().packedDraws, 0U);
     }
 
-    /// Draws without groups where a picture cannot be drawn in them.
+    /// Draws single texels where packed texels are not possible.
     void expectPlain(const Qx::Ptr<iShaderEffect>& effect, const std::string& technique,
                      const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUImage>& target)
     {
@@ -165,7 +165,7 @@ private:
 TEST_F(PackedTexelsTest, EveryShippedTechniqueIsDrawnPackedAndTheSameAsTexelByTexel)
 {
     constexpr XY<int> size{37, 6};
-    constexpr XY<int> sourceSize{75, 6}; // none asks for a texel that is not there
+    constexpr XY<int> sourceSize{75, 6}; // every texel read exists
     for (const char* file : {"ColourConvert.fx", "null.fx", "cc3.fx"}) {
         const Pair pair = load(std::filesystem::path(QX_SHADERS_FOLDER) / file);
         ASSERT_TRUE(pair.packed && pair.plain);
@@ -303,7 +303,7 @@ TEST_F(PackedTexelsTest, PicturesThatAreNotOfOneDepthAreDrawnTexelByTexelUnlessT
 
 TEST_F(PackedTexelsTest, WhatIsBesideAPackedPictureStays)
 {
-    // Rows end inside a group, and small pictures share memory.
+    // Rows end inside a packed texel, and small pictures share memory.
     const Pair pair = loadText(mixEffect);
     ASSERT_TRUE(pair.packed && pair.plain);
     const XY<int> size{5, 5};
@@ -324,7 +324,7 @@ TEST_F(PackedTexelsTest, WhatIsBesideAPackedPictureStays)
 
 TEST_F(PackedTexelsTest, WholeAndPartialDrawsFollowEachOther)
 {
-    // Each shape of the memory sees what was drawn through the other.
+    // Each view of the memory sees what was drawn through the other.
     const Pair pair = loadText(mixEffect);
     ASSERT_TRUE(pair.packed && pair.plain);
     const XY<int> size{640, 400};

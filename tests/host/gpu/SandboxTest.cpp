@@ -18,7 +18,7 @@ GPUOptions impatient()
     return options;
 }
 
-/// Effects that are none for the host's own device.
+/// Effects that the host's own device must not see.
 class SandboxTest : public GpuTest
 {
 protected:
@@ -42,7 +42,7 @@ protected:
         return gpu().compileEffectFile(fromUTF8(file.c_str()), {});
     }
 
-    /// One message with that text, and the service goes on.
+    /// Expects one message with that text, and a working service.
     void expectFailure(const std::filesystem::path& file, const std::string& message)
     {
         const EffectCompileResult failed = compile(file);
@@ -77,7 +77,7 @@ TEST_F(SandboxTest, AWorkerThatDiesWithItsAnswerIsOneMessage)
                   "ended by itself (exit code 3) while drawing\n  in technique 'T'");
 }
 
-/// Runs `count` times over arithmetic that no compiler foresees.
+/// Loops `count` times over arithmetic that no compiler can evaluate.
 std::string loopingEffect(const std::string& count)
 {
     return "float count = " + count +
@@ -104,7 +104,7 @@ TEST_F(SandboxTest, ADrawThatDoesNotEndIsStopped)
 TEST_F(SandboxTest, AnEndlessShaderIsStoppedOrCutShortByItsDriver)
 {
     const EffectCompileResult result = compile(write("endless.fx", loopingEffect("100000")));
-    // Mesa's software device leaves a shader's loops after 65535 rounds; others do not.
+    // Mesa's software rasterizer leaves a shader's loops after 65535 iterations; other devices do not.
     EXPECT_NE(static_cast<bool>(result.effect), !result.errors.empty()) << result.errors.c_str();
     EXPECT_FALSE(gpu().isLost());
     EXPECT_TRUE(effect(harmless));

@@ -10,8 +10,8 @@ namespace Qx::GpuTests {
 
 namespace {
 
-constexpr XY<int> fitting{64, 16}; ///< rows lie in the device's memory as in a host image
-constexpr XY<int> odd{33, 9};      ///< they do not
+constexpr XY<int> fitting{64, 16}; ///< the device's rows are laid out as a host image
+constexpr XY<int> odd{33, 9};      ///< they are not
 
 std::uint8_t* bytesAt(const Qx::Ptr<iHostImage>& image, iHostImage::eAccess access)
 {
@@ -386,7 +386,7 @@ TEST_F(SharingTest, ThreadsMayReadWriteAndUploadOneHostImage)
 
 TEST_F(SharingTest, WithoutMemoryForACopyNothingIsDrawnAndNothingIsLost)
 {
-    const XY<int> large{1024, 256}; // more than what shares an allocation
+    const XY<int> large{1024, 256}; // larger than a shared allocation
     const Bytes bytes = someBytes(large);
     const Qx::Ptr<iGPUImage> image = upload(large, iGPUImage::eARGB8, bytes);
     const Qx::Ptr<iHostImage> host = gpu().downloadImage(image);
@@ -407,7 +407,7 @@ TEST_F(SharingTest, WithoutMemoryForACopyNothingIsDrawnAndNothingIsLost)
 
 TEST_F(SharingTest, NothingIsKeptAfterShutdownForAHostImageThatIsGone)
 {
-    // The address of each was given out.
+    // The host has the address of each.
     const Qx::Ptr<iGPUImage> image = upload(fitting, iGPUImage::eARGB8, someBytes(fitting));
     ASSERT_FALSE(download(image).empty());
     Qx::Ptr<iHostImage> host = hostImage(fitting, someBytes(fitting));

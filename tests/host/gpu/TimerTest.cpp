@@ -26,7 +26,7 @@ protected:
         target_ = gpu().createGPUImage(size_, iGPUImage::eARGB16);
         ASSERT_TRUE(target_);
         draw(1);
-        settle(); // pipelines are made now
+        settle(); // creates the pipelines
     }
 
     void TearDown() override
@@ -47,7 +47,7 @@ protected:
         }
     }
 
-    /// The device has nothing to do afterwards.
+    /// Waits until the device is idle.
     void settle() { ASSERT_FALSE(download(target_).empty()); }
 
     std::optional<GPUTime> timeOf(int draws)
@@ -108,7 +108,7 @@ TEST_F(Timer, LeavesOutTheGapsInWhichTheDeviceHasNothingToDo)
     const std::optional<GPUTime> time = gpu().stopTimer();
     ASSERT_TRUE(time);
     EXPECT_EQ(time->batches, 2U);
-    // The device's clock may run a little slower than ours.
+    // The device's clock may run slightly slower than the processor's.
     EXPECT_GT(time->spanMilliseconds, time->busyMilliseconds + 0.99 * static_cast<double>(gap.count()));
 }
 

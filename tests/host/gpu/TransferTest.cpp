@@ -70,7 +70,8 @@ TEST_F(TransferTest, AnImageSurvivesTheReleaseOfTheHostImageItCameFrom)
 {
     const XY<int> size{200, 100};
     const Bytes bytes = noise(bytesOf(size, iGPUImage::eARGB16));
-    const Qx::Ptr<iGPUImage> image = upload(size, iGPUImage::eARGB16, bytes); // the host image is gone here
+    const Qx::Ptr<iGPUImage> image =
+        upload(size, iGPUImage::eARGB16, bytes); // the host image is released here
     const Qx::Ptr<iGPUImage> other = upload(size, iGPUImage::eARGB16, noise(bytes.size(), 7));
     EXPECT_EQ(download(image), bytes);
 }
@@ -126,7 +127,7 @@ TEST_F(TransferTest, WaitingHandsInWhatIsWorthASubmission)
     const std::uint64_t before = gpu().statistics().batchesSubmitted;
     drawGradient(first);
     const Qx::Ptr<iHostImage> host = gpu().downloadImage(first);
-    drawGradient(second); // not handed in while the device is busy with the first
+    drawGradient(second); // not submitted while the device is busy with the first
     ASSERT_NE(host->map(iHostImage::Read), nullptr);
     EXPECT_EQ(gpu().statistics().batchesSubmitted, before + 2);
 }

@@ -172,7 +172,7 @@ TEST_F(WatchdogTest, LifeSupportIsOfOneThread)
 
 namespace {
 
-/// A thread that is watched and hangs until it is told otherwise.
+/// A watched thread that hangs until it is released.
 class HangingThread
 {
 public:
@@ -198,7 +198,7 @@ public:
     HangingThread(const HangingThread&) = delete;
     HangingThread& operator=(const HangingThread&) = delete;
 
-    /// Hangs on without life support.
+    /// Continues to hang, without life support.
     void endLifeSupport()
     {
         supported_.count_down();
@@ -447,7 +447,7 @@ TEST(SystemInformation, CountsTheProcessorsThatTheProcessMayUse)
     sched_setaffinity(0, sizeof before, &before);
 }
 
-// Last, because the process's sleepers stay awake from then on.
+// Last, because sleeps stay short from then on.
 TEST(Threads, ASleeperLeavesWhenTheHostShutsDown)
 {
     std::thread sleeper([] { OS().threads().sleepMilliseconds(std::numeric_limits<unsigned>::max()); });

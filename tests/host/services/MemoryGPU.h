@@ -27,13 +27,13 @@ private:
     eFormat format_;
 };
 
-/// The GPU that the services are tested on: it keeps images and moves their bytes, and draws nothing.
+/// A GPU for tests of the services: it keeps images and copies their bytes, and draws nothing.
 class MemoryGPU final : public iGPUService
 {
 public:
     static MemoryGPU& instance();
 
-    /// The next images cannot be had.
+    /// Allocation of the next images fails.
     std::atomic<bool> exhausted = false;
 
     Ptr<iShaderEffect> loadEffectFile(const LightweightString<wchar_t>&, const Definitions&) override;

@@ -11,7 +11,7 @@
 namespace Qx::Host::Test {
 namespace {
 
-/// Counts what it is asked for, for as long as it is registered.
+/// Counts its calls while it is registered.
 class Cache : public iReclaimable
 {
 public:

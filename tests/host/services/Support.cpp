@@ -65,7 +65,7 @@ std::filesystem::path logFile()
 
 } // namespace Qx::Host::Test
 
-// Memory that cannot be had is null here, as without the sanitizers, and not the end of the process.
+// A failed allocation returns null, as without the sanitizers, and does not end the process.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options();
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options();
 

@@ -13,7 +13,7 @@ using Qx::Test::TemporaryDirectory;
 
 std::string contentsOf(const std::filesystem::path& file);
 
-/// Sets an environment variable for the length of a scope.
+/// Sets an environment variable within a scope.
 class Variable
 {
 public:
@@ -26,7 +26,7 @@ private:
     const char* name_;
 };
 
-/// The whole process reads and writes numbers with a decimal comma for the length of a scope.
+/// Makes the process use a decimal comma within a scope.
 class DecimalComma
 {
 public:
@@ -39,7 +39,7 @@ public:
 LightweightString<wchar_t> wide(const std::filesystem::path& path);
 std::string narrow(const LightweightString<wchar_t>& text);
 
-/// Where the process's log lies.
+/// The path of the process's log.
 std::filesystem::path logFile();
 
 } // namespace Qx::Host::Test

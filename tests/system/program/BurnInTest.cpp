@@ -206,7 +206,7 @@ TEST_F(BurnIn, a_missing_typeface_is_replaced_with_a_note_and_a_bad_file_refused
         << asFile.err;
     write("broken.ttf", "no font");
     for (const auto& [file, words] :
-         {std::pair("./broken.ttf", "it is no font"), std::pair("./none.ttf", "there is no such file")}) {
+         {std::pair("./broken.ttf", "it is not a font"), std::pair("./none.ttf", "there is no such file")}) {
         const Outcome refused =
             qxhost({"convert", "A001.mov", "no.png", "--frames", "1", "--burn-in", "x", "--font", file});
         EXPECT_EQ(refused.exitCode, 6);

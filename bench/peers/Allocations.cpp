@@ -8,11 +8,11 @@
 namespace Qx::Bench {
 namespace {
 
-// Neither may allocate: malloc itself writes them.
+// Neither may allocate: malloc writes them.
 constexpr std::size_t mostCallers = 65536;
 thread_local bool counting = false;
 thread_local std::size_t callers = 0;
-std::array<void*, mostCallers> callerOf; // of the one thread that counts
+std::array<void*, mostCallers> callerOf; // of the counting thread
 
 bool isOurs(void* address)
 {
@@ -57,7 +57,7 @@ Allocations stopCounting()
 
 } // namespace Qx::Bench
 
-// The C library's own, under the names by which it offers them to whoever replaces malloc.
+// The C library's own functions, under the names that it provides for replacements of malloc.
 extern "C" {
 void* __libc_malloc(std::size_t size);                          // NOLINT
 void* __libc_calloc(std::size_t count, std::size_t size);       // NOLINT

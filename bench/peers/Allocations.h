@@ -2,12 +2,12 @@
 
 namespace Qx::Bench {
 
-/// Allocations on this thread, by whose code asked for them. The program that links this has its own malloc,
-/// which notes who calls.
+/// Allocations on this thread, by the code that requested them. The program that links this has its own
+/// malloc, which records the caller.
 struct Allocations
 {
-    int ours = 0;    ///< this project's objects, and the C++ libraries that they call
-    int drivers = 0; ///< anyone else's: the Vulkan loader and the device's driver
+    int ours = 0;    ///< this project, and the C++ libraries that it calls
+    int drivers = 0; ///< others: the Vulkan loader and the device's driver
 };
 
 /// Counts from startCounting() to stopCounting() on the calling thread.

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-// Takes part for OpenColorIO on the processor.
+// The participant for OpenColorIO on the processor.
 
 namespace Qx::Bench {
 namespace {

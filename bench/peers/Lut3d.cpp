@@ -12,7 +12,7 @@ extern "C" {
 #include <libavutil/frame.h>
 }
 
-// Takes part for FFmpeg's filter lut3d.
+// The participant for FFmpeg's filter lut3d.
 
 namespace Qx::Bench {
 namespace {
@@ -40,7 +40,7 @@ public:
     int frames() override
     {
         av_frame_unref(result_.get());
-        // With a reference of ours kept, the filter cannot write in place.
+        // While we hold a reference, the filter cannot write in place.
         return works_ &&
                        av_buffersrc_add_frame_flags(source_, frame_.get(), AV_BUFFERSRC_FLAG_KEEP_REF) >= 0 &&
                        av_buffersink_get_frame(sink_, result_.get()) >= 0

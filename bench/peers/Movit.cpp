@@ -16,15 +16,15 @@
 #include <movit/ycbcr_422interleaved_input.h>
 #include <string>
 
-// Takes part for Movit, on OpenGL without a window. It reads UYVY and knows linear interpolation of chroma
-// only; it writes 4:4:4, as it has no way to write 4:2:2.
+// The participant for Movit, on OpenGL without a window. It reads UYVY and only supports linear interpolation
+// of chroma; it writes 4:4:4, because it cannot write 4:2:2.
 
 namespace Qx::Bench {
 namespace {
 
 constexpr int framesTogether = 16;
 
-/// A context of OpenGL that draws into textures alone; for as long as the program runs.
+/// An OpenGL context that draws into textures only, for the lifetime of the program.
 bool makeContext()
 {
     const EGLDisplay display =
@@ -68,7 +68,7 @@ movit::ImageFormat imageFormat()
     return format;
 }
 
-/// A chain from a frame in memory into a texture.
+/// A chain of effects from a frame in memory to a texture.
 class Conversion : public Job
 {
 public:
@@ -119,7 +119,7 @@ public:
         }
         read();
         const std::size_t row = rowBytes(FrameLayout::Colour, 8);
-        std::vector<std::byte> upright; // OpenGL has the lowest row first
+        std::vector<std::byte> upright; // OpenGL stores the bottom row first
         for (std::size_t y = frameHeight; y-- > 0;) {
             const auto begin = picture_.begin() + static_cast<std::ptrdiff_t>(y * row);
             upright.insert(upright.end(), begin, begin + static_cast<std::ptrdiff_t>(row));

@@ -36,7 +36,7 @@ bool rearrange(const Surface& source, Surface& target, const char* technique)
     return applyTechnique(source, target, technique, static_cast<float>(frameWidth), iGPUImage::eARGB8);
 }
 
-/// Does the work on the device.
+/// Runs the work on the device.
 class Converter
 {
 public:
@@ -117,7 +117,7 @@ private:
     std::array<Surface, targetsInTurn> targets_;
 };
 
-/// Uploads, converts and reads back, with three frames under way.
+/// Uploads, converts and reads back, with three frames in flight.
 class ThereAndBack : public Job
 {
 public:

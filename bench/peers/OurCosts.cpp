@@ -25,8 +25,8 @@ double threadSeconds()
     return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-/// What one technique application costs the thread that asks for it. The images have two texels, and the
-/// device's own threads are not counted. The note has the allocations.
+/// The cost of one technique application on the calling thread. The images have two texels, and the device's
+/// own threads are not counted. The note has the allocations.
 class Application : public Job
 {
 public:
@@ -88,7 +88,7 @@ private:
     LightweightString<char> technique_{"Null"};
 };
 
-/// Eight surfaces, each converted into one of its own, by one thread or by eight.
+/// Eight surfaces, each converted into its own target, by one thread or by eight.
 class EightSurfaces : public Job
 {
 public:

@@ -96,7 +96,7 @@ std::vector<std::byte> frameOf(const Qx::Ptr<iGPUImage>& image, FrameLayout layo
 
 int framesAtOnce()
 {
-    // A device of its own does a frame in microseconds; waiting for it must not be what is measured.
+    // A GPU takes microseconds per frame; waiting for it must not dominate the measurement.
     static const int count = chosenDevice().software ? 16 : 256;
     return count;
 }

@@ -5,7 +5,7 @@
 #include "platform/GPUImage.h"
 #include "platform/Surface.h"
 
-/// Test frames as the library has them: RGB in the order A R G B, rows as texels of four components.
+/// Test frames in the library's layout: RGB in the order A R G B, rows of four-component texels.
 namespace Qx::Bench {
 
 inline iGPUImage::eFormat texelsOf(unsigned depth)
@@ -13,20 +13,21 @@ inline iGPUImage::eFormat texelsOf(unsigned depth)
     return depth == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16;
 }
 
-/// The size in texels of a frame of that layout, and their depth.
+/// Returns the size in texels of a frame of that layout, and the depth.
 XY<int> texelSize(FrameLayout layout);
 iGPUImage::eFormat texelFormat(FrameLayout layout, unsigned depth);
 
-/// The work's test frame in memory that the device reads; without pixels when there is none to be had.
+/// Returns the work's test frame in memory that the device reads, without pixels if out of memory.
 Image::Surface makeSource(const Work& work);
 
-/// A GPU surface without a picture in it yet, for the work's result.
+/// Returns a GPU surface for the work's result, with undefined contents.
 Image::Surface makeTarget(const Work& work);
 
-/// The frame of an image of the device's, in the layout that participants agree on; empty on failure.
+/// Returns the contents of a GPU image in the layout that participants agree on, or an empty frame on
+/// failure.
 std::vector<std::byte> frameOf(const Qx::Ptr<iGPUImage>& image, FrameLayout layout, unsigned depth);
 
-/// How many frames are recorded before waiting for them.
+/// The number of frames recorded before waiting for them.
 int framesAtOnce();
 
 } // namespace Qx::Bench

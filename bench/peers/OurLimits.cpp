@@ -16,7 +16,7 @@ using namespace Image;
 
 constexpr std::size_t buffersInTurn = 3;
 
-/// memcpy of frames of RGB, between as many buffers as frames are under way elsewhere.
+/// memcpy of RGB frames, between as many buffers as there are frames in flight elsewhere.
 class MemoryCopy : public Job
 {
 public:
@@ -34,7 +34,10 @@ public:
         for (int i = 0; i < count; ++i) {
             const std::size_t place = next_++ % buffersInTurn;
             std::memcpy(targets_.at(place).data(), sources_.at(place).data(), bytes_);
-            __asm__ volatile("" : : "r"(targets_.at(place).data()) : "memory"); // the copy is wanted
+            __asm__ volatile(""
+                             :
+                             : "r"(targets_.at(place).data())
+                             : "memory"); // keeps the copy from being optimised away
         }
         return count;
     }
@@ -68,7 +71,7 @@ public:
             }
         }
         for (const Qx::Ptr<iHostImage>& image : images_) {
-            if (image->map(iHostImage::Write) == nullptr) { // waits until it has been read
+            if (image->map(iHostImage::Write) == nullptr) { // blocks until it has been read
                 return 0;
             }
         }
@@ -99,7 +102,7 @@ public:
             if (results.at(place) && results.at(place)->map(iHostImage::Read) == nullptr) {
                 return 0;
             }
-            results.at(place).reset(); // one that is still held would make the next one a copy
+            results.at(place).reset(); // a result that is still held would force a copy
             results.at(place) = OS().gpu().downloadImage(images_.at(place));
         }
         for (const Qx::Ptr<iHostImage>& image : results) {
@@ -144,7 +147,7 @@ private:
     std::array<Qx::Ptr<iGPUImage>, targetsInTurn> targets_;
 };
 
-/// A technique of an effect over images of these sizes.
+/// A technique of an effect on images of these sizes.
 class Pass : public Job
 {
 public:
@@ -177,7 +180,7 @@ private:
     std::array<Surface, targetsInTurn> targets_;
 };
 
-/// The pass that moves the bytes of that work.
+/// The pass that only moves the bytes of that work.
 const char* passThrough(WorkKind kind)
 {
     switch (kind) {
@@ -205,7 +208,7 @@ std::unique_ptr<Job> makePassThrough(const Work& work)
         std::array<Surface, targetsInTurn>{makeTarget(work), makeTarget(work), makeTarget(work)});
 }
 
-/// Two texels: all that is left is asking for it.
+/// Two texels: only the cost of the request remains.
 std::unique_ptr<Job> makeEmptyDraw()
 {
     const auto image = [] { return makeWrapper(OS().gpu().createGPUImage({2, 1}, iGPUImage::eARGB8)); };

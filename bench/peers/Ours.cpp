@@ -6,13 +6,13 @@
 
 #include <cstdlib>
 
-/// Takes part for the library.
+/// The participant for the library.
 int main()
 {
     using namespace Qx;
     setenv("QX_SHADERS_DIR", QX_SHADERS_FOLDER, 0);
     const std::string device = Bench::wantedDevice();
-    const char* const arguments[] = {"qx_peer_ours", "-transcode"}; // nothing compiles in the background
+    const char* const arguments[] = {"qx_peer_ours", "-transcode"}; // no background compilation
     Host::StartOptions options;
     options.argc = 2;
     options.argv = arguments;

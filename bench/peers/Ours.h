@@ -4,8 +4,8 @@
 
 namespace Qx::Bench {
 
-/// What the library itself does, in three parts: the work that others do too, the limits of the device and
-/// of memory, and costs that only it has.
+/// The library's own works, in three parts: those that others do too, the limits of the device and memory,
+/// and costs that only the library has.
 void offerConversions(std::vector<Offer>& offers);
 void offerLimits(std::vector<Offer>& offers);
 void offerCosts(std::vector<Offer>& offers);

@@ -65,7 +65,7 @@ private:
         for (const Offer& offer : participant_.offers) {
             if (offer.work == work && offer.method == method) {
                 job_ = offer.prepare();
-                // Pipelines, tables and pages are made by the first frames.
+                // The first frames create pipelines, tables and pages.
                 say(job_ && job_->frames() > 0 && job_->settle() ? "ready" : "refused\tit cannot be set up");
                 return;
             }

@@ -24,7 +24,7 @@
 ///     result   FILE               written | refused  WHY
 namespace Qx::Bench {
 
-/// How much was done in how many seconds. A note is for people.
+/// An amount of work and its time in seconds. The note is for people.
 struct Measurement
 {
     double amount = 0;
@@ -32,11 +32,11 @@ struct Measurement
     std::string note;
 };
 
-/// Frames on the device go into so many targets in turn: a driver may leave out a drawing that the next one
-/// into the same target covers.
+/// The number of targets that frames on the device are drawn into in turn: a driver may omit a draw that the
+/// next one into the same target covers.
 inline constexpr std::size_t targetsInTurn = 3;
 
-/// Work that is set up: what makes it is slow and not measured.
+/// Work that is set up. The set-up may be slow and is not measured.
 class Job
 {
 public:
@@ -45,17 +45,17 @@ public:
     Job(const Job&) = delete;
     Job& operator=(const Job&) = delete;
 
-    /// Does some frames, or starts with them. How many they were; 0 when it cannot.
+    /// Processes some frames, or starts to. Returns their number, 0 on failure.
     virtual int frames() = 0;
 
-    /// Waits until all that frames() started with is done; false when some of it failed.
+    /// Blocks until everything that frames() started has finished. Returns false if some of it failed.
     virtual bool settle() { return true; }
 
-    /// The frame that the test frame becomes; empty for work without one.
+    /// Returns the result for the test frame; empty for work without one.
     virtual std::vector<std::byte> result() { return {}; }
 
-    /// Counts frames() for at least that long, until all are done. Work that is not measured in frames a
-    /// second has its own.
+    /// Counts frames() for at least that long, until all have finished. Overridden by work that is not
+    /// measured in frames per second.
     virtual Measurement run(double seconds);
 };
 
@@ -63,25 +63,26 @@ struct Offer
 {
     std::string work; ///< a key of Works.h, or another name that both sides know
     std::string method;
-    std::string remark; ///< empty: it is the same work
+    std::string remark; ///< empty if it is the same work
     std::function<std::unique_ptr<Job>()> prepare;
 };
 
 struct Participant
 {
     std::string name;        ///< with its version
-    std::string device;      ///< the name of the device it runs on; "processor" when it is the computer's own
+    std::string device;      ///< name of its device; "processor" for the CPU
     std::string description; ///< of the device and its driver, for people
     std::vector<Offer> offers;
 };
 
-/// Speaks until standard input ends; 0. What libraries print to standard output goes to standard error.
+/// Serves requests until standard input ends. Returns 0. Text that libraries print to standard output goes to
+/// standard error.
 int serve(const Participant& participant);
 
-/// The name of the device that the comparison is about, from the environment; empty when nobody said.
+/// Returns the name of the device to compare on, from the environment, or an empty string.
 std::string wantedDevice();
 inline constexpr const char* deviceVariable = "QX_COMPARE_DEVICE";
-/// The look's file, likewise.
+/// Returns the file of the LUT, from the environment, or an empty string.
 inline constexpr const char* lookVariable = "QX_COMPARE_LOOK";
 
 } // namespace Qx::Bench

@@ -20,8 +20,8 @@ extern "C" {
 #include <string>
 #include <utility>
 
-// Takes part for libplacebo, on the same device: passes written by hand for the same work, its renderer, and
-// a pass that moves the same bytes in texels as large as there are, which computes nothing.
+// The participant for libplacebo, on the same device: hand-written passes for the same work, its renderer,
+// and a pass that computes nothing and moves the same bytes in the largest texels available.
 
 namespace Qx::Bench {
 namespace {
@@ -29,7 +29,7 @@ namespace {
 constexpr int framesTogether = 16;
 constexpr std::size_t underWay = 3;
 
-/// The device, for as long as the program runs.
+/// The device, for the lifetime of the program.
 class Gpu
 {
 public:
@@ -118,11 +118,10 @@ private:
     pl_tex texture_ = nullptr;
 };
 
-// Mesa's software device has been seen to sleep for good on work that was long done; who asks again sees
-// that.
+// Mesa's software device occasionally sleeps forever on work that has finished; asking again detects this.
 constexpr std::uint64_t patience = 1'000'000; // nanoseconds
 
-/// Waits until nothing is done with the textures any more.
+/// Blocks until the textures are no longer in use.
 template <class Textures>
 void await(const Gpu& gpu, const Textures& textures)
 {
@@ -133,7 +132,7 @@ void await(const Gpu& gpu, const Textures& textures)
     }
 }
 
-/// Memory of the computer's that the device reads and writes directly.
+/// Host memory that the device reads and writes directly.
 class Buffer
 {
 public:
@@ -162,7 +161,7 @@ private:
     pl_buf buffer_ = nullptr;
 };
 
-/// Something that draws one texture into another.
+/// Draws one texture into another.
 class Drawing
 {
 public:
@@ -173,7 +172,7 @@ public:
     virtual bool draw(pl_tex source, pl_tex target) = 0;
 };
 
-/// A fragment shader of ours, through pl_dispatch.
+/// Our fragment shader, through pl_dispatch.
 class HandWrittenPass : public Drawing
 {
 public:
@@ -236,7 +235,7 @@ Format formatOf(FrameLayout layout, unsigned depth)
     return {texel, frameWidth};
 }
 
-/// BT.709 between video range and full-range RGB; the codes' scale is the texels', 0 to 1.
+/// BT.709 between video range and full-range RGB; codes are normalised to 0 to 1.
 std::string constantsFor(unsigned depth)
 {
     const double largest = depth == 8 ? 255.0 : 65535.0;
@@ -285,7 +284,7 @@ std::string decodeBody(ChromaFilter filter)
     return body + "color = toRgb(y, c);\n";
 }
 
-/// Weights of a filter of three lobes stretched to the lower rate.
+/// Weights of a filter of three lobes, stretched to the lower rate.
 const char* encodeHeader()
 {
     return R"(
@@ -377,8 +376,8 @@ std::unique_ptr<Drawing> handWritten(const Gpu& gpu, const Work& work)
     return nullptr;
 }
 
-/// A pass that moves bytes and computes nothing, in texels of 128 bits over the same memory's worth of
-/// images: a raw pass, as pl_dispatch writes no whole numbers.
+/// A pass that moves bytes and computes nothing, in texels of 128 bits over images of the same size in
+/// memory. A raw pass, because pl_dispatch writes no integers.
 class PassThrough : public Job
 {
 public:
@@ -464,7 +463,7 @@ private:
     pl_pass pass_ = nullptr;
 };
 
-/// Its renderer, which takes and gives 4:2:2 in planes.
+/// Its renderer, which reads and writes 4:2:2 in planes.
 class Rendering : public Job
 {
 public:
@@ -639,7 +638,7 @@ private:
     bool ready_ = false;
 };
 
-/// Every frame from one buffer through the device into another, with three under way.
+/// Moves every frame from one buffer through the device to another, with three in flight.
 class ThereAndBack : public Job
 {
 public:

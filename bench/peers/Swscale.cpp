@@ -10,7 +10,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
-// Takes part for swscale, with the flags that ask for accuracy.
+// The participant for swscale, with the flags for accuracy.
 
 namespace Qx::Bench {
 namespace {
@@ -26,7 +26,7 @@ struct FreeContext
     void operator()(SwsContext* context) const { sws_freeContext(context); }
 };
 
-/// Its format of such frames; AV_PIX_FMT_NONE when it has none to write.
+/// Returns its format for such frames, or AV_PIX_FMT_NONE if it cannot write them.
 AVPixelFormat formatOf(FrameLayout layout, unsigned depth, bool source)
 {
     if (layout == FrameLayout::Colour) {

@@ -8,8 +8,8 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 }
 
-// Takes part for FFmpeg's v210 codec. It has 4:2:2 in planes of ten bits where ours has it packed at the top
-// of sixteen: as many samples, in less memory.
+// The participant for FFmpeg's v210 codec. Its 4:2:2 is in planes of ten bits; ours is packed, ten bits at
+// the top of sixteen: as many samples, in less memory.
 
 namespace Qx::Bench {
 namespace {
@@ -48,7 +48,7 @@ Context open(const AVCodec* codec, int threads)
     return avcodec_open2(context.get(), codec, nullptr) >= 0 ? std::move(context) : nullptr;
 }
 
-/// Where a component of packed 4:2:2 is in planes.
+/// Returns the position in planes of a component of packed 4:2:2.
 std::uint16_t& sampleOf(const AVFrame& frame, int y, int component)
 {
     const int pair = component / 4;

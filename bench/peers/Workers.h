@@ -15,7 +15,8 @@ inline int allCores()
     return static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
 }
 
-/// Threads that wait for frames and share each: number i of n does the i-th part. The caller is one of them.
+/// Threads that wait for frames and share each one: number i of n processes the i-th part. The caller is one
+/// of them.
 class Workers
 {
 public:
@@ -47,7 +48,7 @@ public:
 
     int count() const { return count_; }
 
-    /// One frame.
+    /// Processes one frame.
     void run()
     {
         begin_.arrive_and_wait();
@@ -63,7 +64,7 @@ private:
     std::vector<std::jthread> threads_;
 };
 
-/// The method of so many threads, by the name that the comparison knows.
+/// Returns the method for a number of threads, by the name that the comparison uses.
 inline const char* threadsText(bool all)
 {
     return all ? "all threads" : "one thread";

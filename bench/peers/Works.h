@@ -7,13 +7,8 @@
 #include <string_view>
 #include <vector>
 
-/// The work that is compared, described so that every participant does the same: what comes in, what must
-/// come out, and the test frame.
-///
-/// Frames are 1920 x 1080 and lie in memory without padding. 4:2:2 is Y0 Cb Y1 Cr, RGB is R G B A; both have
-/// 8 or 16 bits a component. 16-bit 4:2:2 of the test frames holds 10-bit codes at the top, so that a
-/// participant of ten bits can take part. v210 is rows of 128-byte blocks. Colours are video-range BT.709 on
-/// the side of 4:2:2 and full-range RGB on the other; chroma is sited on the even pixel.
+/// The work that is compared, described so that every participant does the same: input, output and test
+/// frame.
 namespace Qx::Bench {
 
 inline constexpr int frameWidth = 1920;
@@ -38,11 +33,11 @@ enum class ChromaFilter
     Lanczos,
 };
 
-/// Where the frames are before and after.
+/// The location of the frames before and after.
 enum class Place
 {
-    Device, ///< in the device's memory, both
-    Memory, ///< in the computer's memory, both; a device's transfers count
+    Device, ///< both in device memory
+    Memory, ///< both in host memory; a device's transfers count
 };
 
 struct Work
@@ -54,17 +49,17 @@ struct Work
 
     bool operator==(const Work&) const = default;
 
-    /// What names it between programs: "decode8.point.device".
+    /// Its key between programs: "decode8.point.device".
     std::string key() const;
 
     /// For people: "4:2:2 to RGB, 8 bits, Point".
     std::string text() const;
 };
 
-/// All, those in the device's memory and those in the computer's.
+/// All works, in device memory and in host memory.
 const std::vector<Work>& allWorks();
 
-/// The work of that key; empty when there is none.
+/// Returns the work with that key, or an empty value.
 std::optional<Work> workOf(std::string_view key);
 
 /// The layout of a frame.

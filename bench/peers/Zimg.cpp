@@ -8,9 +8,9 @@
 #include <cstring>
 #include <string>
 
-// Takes part for zimg. It works on planes: "packed" brings the frame's rows into planes and back through
-// zimg's own callbacks, a row at a time, in loops that the compiler makes into vector instructions; "planes"
-// leaves that out, and is less work.
+// The participant for zimg, which works on planes. "packed" converts the frame's rows to planes and back in
+// zimg's own callbacks, a row at a time, in loops that the compiler vectorises; "planes" omits this, which is
+// less work.
 
 namespace Qx::Bench {
 namespace {
@@ -134,8 +134,8 @@ void packColour(Component* __restrict to, const Component* __restrict r, const C
     }
 }
 
-/// Consecutive rows of the frame through a graph of their own. Nothing is filtered from row to row, so that
-/// parts are independent.
+/// Converts consecutive rows of the frame with their own graph. Nothing is filtered vertically, so parts are
+/// independent.
 template <class Component>
 class Part
 {
@@ -157,7 +157,7 @@ public:
         unsigned outRows = 0;
         zimg_filter_graph_get_input_buffering(graph_.get(), &inRows);
         zimg_filter_graph_get_output_buffering(graph_.get(), &outRows);
-        // Packed, only as many rows of planes as the graph has under way, which stay in the cache.
+        // When packed, only as many rows of planes as the graph has in flight, which stay in the cache.
         inMask_ = packed ? zimg_select_buffer_mask(inRows) : ZIMG_BUFFER_MAX;
         outMask_ = packed ? zimg_select_buffer_mask(outRows) : ZIMG_BUFFER_MAX;
         constexpr std::size_t row = sizeof(Component) * static_cast<std::size_t>(frameWidth);

@@ -1,4 +1,4 @@
-// Passes that move bytes and compute nothing: what a conversion between frames of those sizes would cost if its
+// Passes that move bytes and compute nothing: the cost of a conversion between frames of those sizes if its
 // arithmetic were free. Every texel of the source is read.
 
 texture Input;
@@ -12,26 +12,26 @@ sampler SourceSampler = sampler_state
     AddressV = Clamp;
 };
 
-// A texel for a texel.
+// One texel per texel.
 float4 same(float2 pos : VPOS) : COLOR0
 {
     return tex2Dfetch(SourceSampler, int2(pos));
 }
 
-// Two texels for one.
+// Two texels per texel of the source.
 float4 spread(float2 pos : VPOS) : COLOR0
 {
     return tex2Dfetch(SourceSampler, int2(int(pos.x) >> 1, int(pos.y)));
 }
 
-// One texel for two.
+// One texel per two of the source.
 float4 gather(float2 pos : VPOS) : COLOR0
 {
     int2 at = int2(int(pos.x) << 1, int(pos.y));
     return 0.5 * (tex2Dfetch(SourceSampler, at) + tex2Dfetch(SourceSampler, at + int2(1, 0)));
 }
 
-// Texels over as many columns as `targets` to `sources` has them.
+// Texels scaled horizontally by the ratio of `targets` to `sources`.
 float4 stretch(float2 pos : VPOS, uniform int sources, uniform int targets) : COLOR0
 {
     return tex2Dfetch(SourceSampler, int2(int(pos.x) * sources / targets, int(pos.y)));

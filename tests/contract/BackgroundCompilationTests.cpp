@@ -21,7 +21,7 @@ namespace {
 class BackgroundCompilation : public LibraryTest
 {
 protected:
-    /// Starts the library on so many effects, a.fx, b.fx, ..., and takes its task.
+    /// Starts the library with several effects, a.fx, b.fx, ..., and takes its task.
     static Qx::Ptr<iBackgroundTask> startWith(int effects)
     {
         for (int i = 0; i < effects; ++i) {
@@ -212,7 +212,7 @@ TEST_F(BackgroundCompilation, FinishesTheEffectItIsAtBeforeItPausesForAForegroun
     std::shared_future<void> released = release.get_future().share();
     std::thread foreground;
     host().makeEffect = [&](const std::wstring& path) -> Qx::Ptr<iShaderEffect> {
-        if (path == L"/shaders/a.fx") { // the pass is at a.fx when the demand for b.fx comes
+        if (path == L"/shaders/a.fx") { // the pass compiles a.fx when b.fx is requested
             foreground = std::thread([] { Manager::instance().findEffect(L"b.fx").getShader(); });
             begun.get_future().wait();
         } else {
@@ -293,7 +293,7 @@ TEST_F(BackgroundCompilation, ShutdownDuringThePassStopsItAfterTheCurrentEffectW
         Manager::shutdown(Shutdown::NormalExit);
         host().journal.record("stopped");
     });
-    EXPECT_TRUE(waitForBlockedThreads(1)); // it has told the pass to stop and waits for it
+    EXPECT_TRUE(waitForBlockedThreads(1)); // it has stopped the pass and waits for it
     compilingOne.release();
     background.join();
     stopping.join();
@@ -354,7 +354,7 @@ TEST_F(BackgroundCompilation, ThreadThatComesDuringInitialisationWaitsForItsEnd)
     std::thread background;
     host().script.during("queue", [&] {
         background = std::thread([] {
-            Manager::instance().waitForEffectsToLoad(); // waits for the initialisation to end
+            Manager::instance().waitForEffectsToLoad(); // blocks until the initialisation has finished
             host().journal.record("manager ready");
         });
         EXPECT_TRUE(waitForBlockedThreads(1));

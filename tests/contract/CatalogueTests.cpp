@@ -48,7 +48,7 @@ class EffectRecord : public LibraryTest
 {
 };
 
-/// Says in the journal whether the texts of its record are still there when it goes.
+/// Records in the journal whether the strings of its record still exist when it is destroyed.
 class DyingEffect final : public iShaderEffect
 {
 public:

@@ -35,7 +35,7 @@ const std::map<Filter, std::string> filterNames{{Filter::Point, "Point"},
                                                 {Filter::Mitchell, "Mitchell"},
                                                 {Filter::Lanczos, "Lanczos"}};
 
-/// The library on a "ColourConvert.fx" that has every technique, with a video surface and an RGB surface.
+/// The library with a "ColourConvert.fx" that has every technique, a video surface and an RGB surface.
 class Conversion : public LibraryTest
 {
 protected:
@@ -52,7 +52,7 @@ protected:
         rgb.setData(described(ARGB, 32, 7680));
         rgb.setGamutScaling(GamutScaling::Unscaled);
         rgb.setGPUSurface(Qx::makePtr<FakeGPUImage>("rgb image", XY<int>{1920, 1080}));
-        getShader(L"ColourConvert.fx"); // the set-up, once a process
+        getShader(L"ColourConvert.fx"); // the set-up, once per process
         host().journal.clear();
     }
 
@@ -74,7 +74,7 @@ protected:
         host().journal.clear();
     }
 
-    /// The technique that was asked for last.
+    /// Returns the technique that was requested last.
     static std::string technique()
     {
         const std::string beginning = "setTechnique(ColourConvert.fx, ";
@@ -336,7 +336,7 @@ TEST_F(Encode, BindsTheSourceSixTimesUnderItsNamesInOrder)
 
 TEST_F(Encode, TapsAreWholePixelShiftsOfTheGpuImagesWidth)
 {
-    rgb.setWidth(7); // the surface's own width plays no part
+    rgb.setWidth(7); // the surface's own width is not used
     ASSERT_TRUE(convertRGBToYCrCb422(rgb, video, Filter::Point));
     const auto inputs = effect->drawings().back().inputs;
     ASSERT_THAT(inputs, SizeIs(6));

@@ -7,7 +7,7 @@
 
 #include <string>
 
-// What each format comes to is in FormatTableTests.cpp.
+// The result of each format is in FormatTableTests.cpp.
 
 using namespace Qx::Test;
 using namespace Qx::Image;
@@ -220,7 +220,7 @@ TEST_F(CopyToHostRGB, FetchesTheEffectBeforeTheTenBitImageAndAfterAnyOther)
 
 TEST_F(CopyToHostRGB, TheSameFormatAndDepthIsCopiedWithItsOwnDescription)
 {
-    Core::Data fmt = request(ARGB, 8, 17); // of the request, format and depth count alone
+    Core::Data fmt = request(ARGB, 8, 17); // only the request's format and depth are used
     fmt.topDown = 0;
     fmt.rowPitch = 9000;
     const Surface result = copyToHostSurface(rendered(), fmt, Polarity::UpperFieldFirst);

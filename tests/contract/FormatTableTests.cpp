@@ -8,8 +8,8 @@
 #include <ostream>
 #include <string>
 
-// What the library does with each format at each depth: which images it makes, which techniques it runs with
-// which number, how it labels the result and what it prints. Frames are 1920 by 1080.
+// What the library does with each format at each depth: the images that it creates, the techniques that it
+// runs with their parameter, the label of the result and the printed lines. Frames are 1920 by 1080.
 
 using namespace Qx::Test;
 using namespace Qx::Image;
@@ -23,7 +23,7 @@ constexpr auto deep16 = iGPUImage::eARGB16;
 constexpr bool topDown = true;
 constexpr bool bottomUp = false;
 
-/// The host's calls that say what was done, in words: "create 960x1080 0; null.fx UYVYtoYUYV; _Width 960".
+/// Returns the host's calls in short form: "create 960x1080 0; null.fx UYVYtoYUYV; _Width 960".
 std::string done()
 {
     std::string result;
@@ -56,7 +56,7 @@ std::string done()
     return result;
 }
 
-/// What happened, the result and what was printed: the form of the tables' last three columns.
+/// Returns the calls, the result and the printed lines, in the form of the tables' last three columns.
 struct Outcome
 {
     std::string done;
@@ -108,7 +108,7 @@ std::string null(const std::string& technique, const char* width = "1920")
     return "null.fx " + technique + "; _Width " + width;
 }
 
-// Coming in: convertToRGBA.
+// Input: convertToRGBA.
 
 struct In
 {
@@ -134,7 +134,7 @@ class ComingIn : public FormatTest, public testing::WithParamInterface<In>
 {
 };
 
-// Going out: copyToHostSurface from a surface on the GPU.
+// Output: copyToHostSurface from a surface on the GPU.
 
 struct Out
 {
@@ -414,7 +414,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Out{"M101At10From8", ARGB, 8, M101, 10, encode16 + "; " + pack + getPacked, packed, ""}),
     nameOfRow);
 
-// What the flow leaves with ARGB's bytes under another name, or as YUY2 or M101 under its own.
+// The formats that are returned with ARGB's bytes under another name, or as YUY2 or M101 under their own.
 INSTANTIATE_TEST_SUITE_P(
     Mislabelled, GoingOut,
     testing::Values(Out{"BGRALeavesAsARGB", ARGB, 8, BGRA, 8, make8 + "; " + null("Null") + get8,

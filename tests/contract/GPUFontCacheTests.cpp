@@ -34,7 +34,7 @@ protected:
 
     static GPUFontCache& cache() { return GPUFontCache::instance(); }
 
-    /// Fonts made by asking for that one: 0 when it was cached.
+    /// Returns the number of fonts that a request creates: 0 if it is cached.
     static std::size_t madeFor(const FontDefinition& definition)
     {
         const std::size_t before = host().journal.count("createFont");
@@ -229,7 +229,7 @@ TEST_F(Fonts, TwoThreadsThatMissOneDefinitionHaveAFontEachAndTheEntryStaysEvicta
     const Result kept = cache().getFont(font(10));
     EXPECT_TRUE(kept->value().get() == one->value().get() || kept->value().get() == two->value().get());
     one.reset();
-    two.reset(); // the entry's count is one below its handles now
+    two.reset(); // the entry's count is now one below its handles
     for (int size = 11; size < 20; ++size) {
         cache().getFont(font(static_cast<float>(size)));
     }

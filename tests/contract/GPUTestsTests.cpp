@@ -20,7 +20,7 @@ using testing::IsEmpty;
 
 using Lines = std::vector<std::string>;
 
-/// Writes what the suite logs into the host's journal, between the calls of the host.
+/// Writes the suite's lines to the host's journal, between the host's calls.
 class JournalLogger final : public LoggerBase
 {
 public:
@@ -33,7 +33,7 @@ public:
     void endTest() override { host().call("endTest"); }
 };
 
-/// Time passes only in the operations that a test gives a cost. The effect is compiled already.
+/// Time passes only in operations to which a test assigns a cost. The effect is already compiled.
 class DiagnosticSuite : public LibraryTest
 {
 protected:
@@ -53,12 +53,12 @@ protected:
         return Manager::instance().findEffect(L"cc3.fx");
     }
 
-    /// What of the journal the suite said to its logger.
+    /// Returns the journal's lines that the suite wrote to its logger.
     static Lines logged() { return host().journal.linesOf({"logLine", "beginTests", "endTest"}); }
 
     static Lines everything() { return host().journal.lines(); }
 
-    /// From now on the catalogue's effect is another one.
+    /// Replaces the catalogue's effect.
     static void replaceEffect(const char* name) { effectRecord().effect = Qx::makePtr<FakeEffect>(name); }
 
     JournalLogger log;
@@ -73,13 +73,13 @@ using Combined = DiagnosticSuite;
 using WholeSuite = DiagnosticSuite;
 
 const std::string testDrawing =
-    "(0 0 1920 1080), effect cc3.fx, blend 0, mode 0, further 0, layer 1)"; // after the source's name
+    "(0 0 1920 1080), effect cc3.fx, blend 0, mode 0, further 0, layer 1)"; // follows the source's name
 
 const std::string loading =
     R"(loadEffectFile("/shaders/cc3.fx", {_OUTPUTWIDTH=1, _OUTPUTHEIGHT=1, _OUTPUTASPECTRATIO=1, )"
     "_PROGRESS=1, _OUTPUTFPS=1, _LENGTH=1, _LENGTHFRAMES=1})";
 
-// What the suite says, as the journal has it.
+// The suite's lines as in the journal.
 
 std::string heading(const std::string& line)
 {
@@ -244,7 +244,7 @@ TEST_F(TimedLoop, OfA6000MillisecondTransferCountsNothingAndShowsZero)
 
 TEST_F(TimedLoop, OfThirtySevenIterationsIn5012MillisecondsShowsTheirRate)
 {
-    // 37 of 135 ms make 4995 ms, so that the 38th, which is not counted, must take 17 ms.
+    // 37 of 135 ms take 4995 ms, so the 38th, which is not counted, must take 17 ms.
     std::size_t calls = 0;
     host().script.during("uploadImage", [&calls] { host().pass(++calls <= 37 ? 135 : 17); });
     GPUTests::hostToGPUTransferTest(log);
@@ -284,7 +284,7 @@ TEST_F(TimedLoop, FailureAtThe2000thIsAFailure)
 
 TEST_F(TimedLoop, RateCountsTheTimeUntilAllIterationsAreOver)
 {
-    // Each reading of the clock takes time: the last is one of 2 + 2000.
+    // Each reading of the clock takes time: the last is number 2002 (2 + 2000).
     host().clockStep = 0.25;
     GPUTests::hostToGPUTransferTest(log);
     EXPECT_THAT(logged(), Contains(result(number(2000 / (2001 * 0.25 / 1000)) + "fps")));
@@ -450,7 +450,7 @@ TEST_F(Combined, PlaybackUploadsAndDrawsIntoANewImageEachTime)
                             "getPrimitivesRenderer(created 2, 1)", drawing("created 2", "uploaded 1"),
                             "released(renderer of created 2)", "millisecondsPrecise()",
                             "released(uploaded 1)", "released(created 2)",
-                            // the second, which comes too late to count
+                            // the second, which exceeds the limit and is not counted
                             "uploadImage(1920x1080, 0, 0)", "createGPUImage(1920x1080, 0)",
                             "getPrimitivesRenderer(created 4, 1)", drawing("created 4", "uploaded 3"),
                             "released(renderer of created 4)", "millisecondsPrecise()",
@@ -645,7 +645,7 @@ TEST_F(WholeSuite, GoesOnWithADeviceThatDiesAtThe37thUpload)
 
 TEST_F(WholeSuite, MeasuresADeviceThatGetsSlowerEachFrame)
 {
-    // The k-th upload takes k ms: 99 of them make 4950 ms, and the hundredth ends at 5050 ms.
+    // The k-th upload takes k ms: 99 of them take 4950 ms, and the hundredth ends at 5050 ms.
     double cost = 0;
     host().script.during("uploadImage", [&cost] { host().pass(++cost); });
     GPUTests::hostToGPUTransferTest(log);

@@ -50,7 +50,7 @@ protected:
         return fake != nullptr ? fake->name() : "null";
     }
 
-    /// Whether another thread finds the cache's lock free now.
+    /// Returns whether another thread can take the cache's lock now.
     static bool lockIsFree()
     {
         auto purged = std::async(std::launch::async, [] { manager().purge(); });
@@ -58,7 +58,7 @@ protected:
     }
 };
 
-/// A listener that counts.
+/// A listener that counts its calls.
 struct Listener
 {
     std::vector<NotifyMsg> messages;
@@ -77,7 +77,7 @@ class Listening : public LUTs
 protected:
     void SetUp() override
     {
-        manager().addListener(&Listener::hear, &listener_); // the list of listeners keeps its memory
+        manager().addListener(&Listener::hear, &listener_); // allocates the list of listeners
         manager().removeListener(&Listener::hear, &listener_);
         LUTs::SetUp();
         manager().addListener(&Listener::hear, &listener_);
@@ -402,7 +402,7 @@ TEST_F(LUTs, EightThreadsMayLoadPurgeAndReport)
     EXPECT_EQ(wrong, 0);
 }
 
-// Its life. Each test has a process of its own, so the manager is not there yet.
+// The lifetime. Each test has its own process, so the manager does not exist yet.
 
 class FirstUse : public testing::Test
 {

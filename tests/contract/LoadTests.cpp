@@ -5,7 +5,7 @@
 
 #include <dlfcn.h>
 
-// What happens when the library is loaded and unloaded. These tests are not linked to it.
+// Loading and unloading the library. These tests are not linked to it.
 
 using namespace Qx::Test;
 using testing::ElementsAre;
@@ -14,7 +14,7 @@ using testing::SizeIs;
 
 namespace {
 
-/// Each test loads the library for itself; CTest gives it a process of its own.
+/// Each test loads the library itself; CTest gives it its own process.
 class LibraryLoad : public testing::Test
 {
 protected:

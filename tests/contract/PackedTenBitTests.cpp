@@ -27,7 +27,7 @@ using UnpackDvs = PackedTenBit;
 using UnpackMatrox = PackedTenBit;
 using PackMatrox = PackedTenBit;
 
-/// A frame of 10-bit M101 that carries unusual descriptions: 1200 words a row.
+/// A frame of 10-bit M101 with unusual descriptions: 1200 words per row.
 Surface packedFrame()
 {
     Surface frame = onGPU(M101, 10, 1920, 1080);
@@ -149,7 +149,7 @@ TEST_F(UnpackMatrox, AssertsBeforeItSelectsTheTechnique)
 TEST_F(UnpackMatrox, DescribesTheDestinationByItsImageWhateverItWas)
 {
     const Surface source = packedFrame();
-    Surface dest = unpacked(8, iGPUImage::eARGB16); // its image is deeper than it says
+    Surface dest = unpacked(8, iGPUImage::eARGB16); // its image is deeper than its description
     dest.setDataFormat(UYVY);
     dest.setTopDown(false);
     dest.setRowPitch(5);

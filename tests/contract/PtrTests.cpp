@@ -24,7 +24,7 @@ struct Derived : Counted
 {
 };
 
-/// Nothing of the counting is in the object.
+/// Has no counter.
 struct Plain
 {
     Plain() { ++living; }
@@ -100,7 +100,7 @@ TEST_F(Handle, AssigningTakesTheNewObjectBeforeItLetsTheOldOneGo)
         Qx::Ptr<Counted> owned = Qx::makePtr<Counted>();
     };
     Qx::Ptr<Counted> handle = Qx::makePtr<Owner>();
-    handle = static_cast<Owner*>(handle.get())->owned; // what is assigned belongs to what goes
+    handle = static_cast<Owner*>(handle.get())->owned; // the assigned object is owned by the released one
     EXPECT_EQ(living, 1);
     EXPECT_EQ(handle->referenceCount(), 1U);
 }

@@ -18,7 +18,7 @@ namespace {
 class Recompilation : public LibraryTest
 {
 protected:
-    /// Starts the library on a.fx and B.fx with the stamps 1 and 2 and compiles both.
+    /// Starts the library with a.fx and B.fx, stamps 1 and 2, and compiles both.
     void SetUp() override
     {
         LibraryTest::SetUp();

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <thread>
 
-// The judge is judged, too: faults that it must notice, it notices.
+// The recording host detects the faults that it must detect.
 
 using namespace Qx::Test;
 using testing::ElementsAre;

@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-// Colour conversion is set up once a process and never again, so each of these tests needs a process of its
-// own, as CTest gives it.
+// Colour conversion is set up once per process, so each of these tests needs its own process, which CTest
+// gives it.
 
 using namespace Qx::Test;
 using namespace Qx::Image;

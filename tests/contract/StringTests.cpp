@@ -12,7 +12,7 @@ using Qx::Test::host;
 
 namespace {
 
-/// The header that comes before a buffer's characters.
+/// The header before a buffer's characters.
 constexpr std::size_t headerBytes = 24;
 
 template <class CharT>
@@ -333,7 +333,7 @@ TYPED_TEST(LightweightStringTest, AppendTakesExactlyThatManyCharacters)
 TYPED_TEST(LightweightStringTest, AppendingItselfDoublesTheTextInPlaceAndInANewBuffer)
 {
     auto s = this->make("abc");
-    s += s; // needs a new buffer: 6 characters in 4
+    s += s; // needs a new buffer: 6 characters, capacity 4
     EXPECT_TRUE(this->reads(s, "abcabc"));
     auto roomy = this->make("abcdefgh");
     roomy.assign(wide<TypeParam>("abc").c_str());
@@ -388,7 +388,7 @@ TYPED_TEST(LightweightStringTest, EqualityHeedsCaseAndTheOtherComparisonDoesNot)
     EXPECT_FALSE(this->make("Null.fx") == this->make("NULL.FX"));
     EXPECT_TRUE(this->make("Null.fx").equalsIgnoringCase(this->make("NULL.FX")));
     EXPECT_FALSE(this->make("Null.fx").equalsIgnoringCase(this->make("Null.f")));
-    EXPECT_FALSE(this->make("[").equalsIgnoringCase(this->make("{"))); // 32 apart, but no letters
+    EXPECT_FALSE(this->make("[").equalsIgnoringCase(this->make("{"))); // 32 apart, but not letters
     EXPECT_TRUE(this->make("a") < this->make("b"));
 }
 
@@ -408,7 +408,7 @@ TYPED_TEST(LightweightStringTest, LengthsFromTwoToThe31UpAreRefusedAndTheStringS
 
 TYPED_TEST(LightweightStringTest, TheLongestLengthAsksForTwoToThe31Characters)
 {
-    // There is no such memory here: what counts is that the request is neither truncated nor endless.
+    // The allocation fails here: the request must be neither truncated nor endless.
     const std::size_t needed = headerBytes + std::size_t{0x80000000U} * sizeof(TypeParam);
     auto s = this->make("abc");
     host().allocator.refuseFrom(needed);
@@ -440,7 +440,7 @@ TYPED_TEST(LightweightStringTest, CountIsRightAfterEightThreadsCopyAndDrop)
             for (int i = 0; i < 2000; ++i) {
                 const auto copy = s;
                 auto another = copy;
-                another += copy; // writes to a shared buffer, so to one of its own
+                another += copy; // a write to a shared buffer gets a new one
                 ASSERT_EQ(another.length(), 26U);
             }
         });

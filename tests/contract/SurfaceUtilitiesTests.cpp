@@ -29,7 +29,7 @@ Qx::Ptr<iGPUImage> image(int width, int height, const char* name = "source")
     return Qx::makePtr<FakeGPUImage>(name, XY<int>{width, height});
 }
 
-/// Draws images of the sizes that a test names, and reads the drawing from the journal.
+/// Draws images of the given sizes and reads the drawing from the journal.
 class InterlaceCopy : public SurfaceUtilities
 {
 protected:
@@ -40,7 +40,7 @@ protected:
         dest = image(200, 60, "dest");
     }
 
-    /// "source rectangle -> destination rectangle" of the one drawing.
+    /// Returns "source rectangle -> destination rectangle" of the single drawing.
     std::string copy(XY<int> position, unsigned raster, bool blend = false)
     {
         host().journal.clear();
@@ -309,7 +309,7 @@ TEST_F(Shrink, AStepWithoutMemoryFallsBackAndTheNextScalesFromTheLargerImage)
 
 TEST_F(Shrink, ALastStepWithoutMemoryLeavesAnImageThatIsTooLarge)
 {
-    // The first image can be had, the second cannot.
+    // The first allocation succeeds, the second fails.
     host().script.during("createGPUImage", [] { host().script.fail("createGPUImage", 1); });
     const auto result = shrink(image(1000, 1000), {300, 300}, iGPUImage::eARGB8);
     EXPECT_EQ(result->getSize(), (XY<int>{500, 500}));

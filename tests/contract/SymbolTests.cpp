@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-// What the library takes from its process and what it gives to it, as the file itself says.
+// What the library imports and exports, read from its file.
 
 namespace {
 
@@ -37,7 +37,7 @@ std::vector<std::string> dynamicSymbols(const std::string& options)
     return lines;
 }
 
-/// The name in a line of nm: what follows the one-letter type.
+/// Returns the name in a line of nm: the text after the one-letter type.
 std::string nameIn(const std::string& line)
 {
     static const std::regex entry(R"(^(?:[0-9a-f]+)?\s+[A-Za-z] (.*)$)");
@@ -45,7 +45,7 @@ std::string nameIn(const std::string& line)
     return std::regex_match(line, match, entry) ? match[1].str() : line;
 }
 
-/// The words that stand in the public headers of these folders.
+/// Returns the words in the public headers of these folders.
 std::string headersOf(std::initializer_list<const char*> folders)
 {
     std::string text;
@@ -72,7 +72,7 @@ std::string outermostName(std::string symbol)
 
 bool declares(const std::string& headers, const std::string& mark, const std::string& name)
 {
-    // The mark, then on the same declaration the name: before any brace, semicolon or parenthesis.
+    // The macro, then in the same declaration the name: before any brace, semicolon or parenthesis.
     return std::regex_search(headers, std::regex("\\b" + mark + "\\b[^;{}()]*\\b" + name + "\\b"));
 }
 
@@ -80,7 +80,7 @@ bool isOfTheSystem(const std::string& line)
 {
     static const std::regex versioned(R"(@(GLIBC|GLIBCXX|CXXABI|GCC)_)");
     static const std::regex weakHooks(R"(^\s*w (__cxa_finalize|__gmon_start__|_ITM_\w+)\b)");
-    // What sanitizers and coverage put into every module.
+    // Symbols that sanitizers and coverage add to every module.
     static const std::regex instrumentation(
         R"(\bU (__asan|__ubsan|__tsan|__sanitizer|__gcov|__lsan|__cyg)_\w+)");
     // Functions of the C runtime that a sanitizer replaces lose their version.
@@ -153,8 +153,8 @@ TEST(LibrarySymbols, EveryFunctionOfThePublicHeadersIsExported)
 
 TEST(LibrarySymbols, NothingOfTheStandardLibraryAllocatesBehindTheHostsBack)
 {
-    // Code inside libstdc++ takes memory by the process's operator new, and the library's own operator delete
-    // would give it to the host's allocator.
+    // Code inside libstdc++ allocates with the process's operator new, and the library's own operator delete
+    // would pass the block to the host's allocator.
     static const std::regex allocating(
         R"(operator new|operator delete|std::(__cxx11::)?(basic_string|basic_stringbuf|locale|ios)|std::_Rb_tree<|std::filesystem)");
     std::vector<std::string> found;

@@ -23,7 +23,7 @@ namespace {
 
 using Rectangle = std::array<float, 4>;
 
-/// The library on "null.fx", with a source and a destination whose descriptions differ in every attribute.
+/// The library with "null.fx", a source and a destination whose descriptions differ in every attribute.
 class TechniqueApplication : public LibraryTest
 {
 protected:
@@ -46,7 +46,7 @@ protected:
         destination.setWidth(960);
         destination.setHeight(540);
         destination.setGPUSurface(Qx::makePtr<FakeGPUImage>("destination image", XY<int>{960, 540}));
-        getShader(L"null.fx"); // colour conversion, once a process, and the effect are set up before
+        getShader(L"null.fx"); // sets up colour conversion and loads the effect
         Manager::instance();
         host().journal.clear();
     }
@@ -75,7 +75,7 @@ protected:
     Surface destination;
 };
 
-/// Draws nothing and keeps nothing; once, it applies itself while it renders.
+/// Draws nothing and stores nothing; applies itself once while it renders.
 class QuietEffect final : public iShaderEffect
 {
 public:
@@ -88,7 +88,7 @@ public:
             within();
         }
         EXPECT_THAT(sources, SizeIs(2));
-        EXPECT_EQ(sources[0].name.view(), "Input"); // a string would take memory
+        EXPECT_EQ(sources[0].name.view(), "Input"); // a string would allocate
         EXPECT_TRUE(sources[0].resource);
         ++renders;
         return true;

@@ -47,7 +47,7 @@ public:
         }
     }
 
-    /// How often the calling thread is inside, this time included.
+    /// Returns how often the calling thread is inside, including this time.
     int enter()
     {
         if (!mutex_.try_lock()) {
@@ -72,7 +72,7 @@ private:
 
 namespace {
 
-/// The depth that the calling thread's last entering reached, in whichever section.
+/// The depth of the calling thread's last enter(), in any section.
 thread_local int depthReached = 0;
 
 } // namespace

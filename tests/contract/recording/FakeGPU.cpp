@@ -56,7 +56,7 @@ std::string text(const RectangleOf<float>& r)
     return "(" + number(r.x0) + " " + number(r.y0) + " " + number(r.x1) + " " + number(r.y1) + ")";
 }
 
-/// Writes every field of what it is to draw into the journal.
+/// Writes every field of a drawing to the journal.
 class FakeRenderer final : public iGraphicPrimitivesRenderer
 {
 public:

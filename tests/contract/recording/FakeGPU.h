@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-/// GPU objects without a GPU: they have names and record in the host's journal what is done with them.
+/// GPU objects without a GPU: they have names and record their use in the host's journal.
 namespace Qx::Test {
 
 class FakeGPUImage final : public iGPUImage
@@ -39,7 +39,7 @@ private:
     eFormat format_;
 };
 
-/// An image in memory of its own, from the first use of it.
+/// An image whose memory is allocated on first use.
 class FakeHostImage final : public iHostImage
 {
 public:
@@ -57,7 +57,7 @@ private:
     std::vector<std::byte> bytes_;
 };
 
-/// A LUT's table, known by its file.
+/// A LUT's table, identified by its file.
 class FakeHostImage3D final : public iHostImage3D
 {
 public:
@@ -100,7 +100,7 @@ class FakeComputeContext final : public iGPUComputeContext
 {
 };
 
-/// An effect that has the techniques and the float parameters it was given, and records its use.
+/// An effect with given techniques and float parameters that records its use.
 class FakeEffect final : public iShaderEffect
 {
 public:
@@ -111,7 +111,7 @@ public:
         std::array<float, 4> rectangle{};
     };
 
-    /// One render with the state that it met.
+    /// One render, with the state at that time.
     struct Drawing
     {
         std::string technique;
@@ -123,7 +123,7 @@ public:
     explicit FakeEffect(std::string name) : name_(std::move(name)) {}
     ~FakeEffect() override;
 
-    /// Without this, every technique exists.
+    /// If not set, every technique exists.
     void haveTechniques(std::set<std::string> names) { techniques_ = std::move(names); }
     void haveParameters(std::set<std::string> names) { parameters_ = std::move(names); }
 

@@ -10,7 +10,7 @@
 
 namespace Qx::Test {
 
-/// What was asked of the recording host, in order, a line for each call: "operation(arguments)". Any thread.
+/// The calls to the recording host, in order, one line each: "operation(arguments)". Thread-safe.
 class Journal
 {
 public:
@@ -19,11 +19,11 @@ public:
 
     std::vector<std::string> lines() const;
 
-    /// The lines that begin with one of these.
+    /// Returns the lines that begin with one of these.
     std::vector<std::string> linesOf(std::initializer_list<std::string_view> beginnings) const;
     std::size_t count(std::string_view beginning) const { return linesOf({beginning}).size(); }
 
-    /// Waits until that many lines begin so; false when that does not happen within a minute.
+    /// Blocks until `times` lines begin so. Returns false after a minute.
     bool waitFor(std::string_view beginning, std::size_t times = 1) const;
 
 private:
@@ -34,7 +34,7 @@ private:
     std::vector<std::string> lines_;
 };
 
-/// The text between quotes, with line ends, quotes and backslashes escaped.
+/// Returns the text in quotes, with line ends, quotes and backslashes escaped.
 std::string quoted(std::string_view text);
 
 } // namespace Qx::Test

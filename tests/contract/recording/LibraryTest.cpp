@@ -7,7 +7,7 @@ namespace Qx::Test {
 
 void LibraryTest::SetUp()
 {
-    // What lives as long as the process is made now.
+    // Objects with the lifetime of the process are created now.
     FxResources::Manager::shutdown(Shutdown::NormalExit);
     GPUFontCache::instance();
     host().reset();

@@ -8,15 +8,15 @@
 
 namespace Qx::Test {
 
-/// A test of the library against the recording host. It begins and ends without a manager, and afterwards
-/// every block of the host's allocator that it caused must be free again.
+/// A test of the library with the recording host. It begins and ends without a manager, and at its end every
+/// block that it allocated from the host must have been freed.
 class LibraryTest : public testing::Test
 {
 protected:
     void SetUp() override;
     void TearDown() override;
 
-    /// Runs the tasks that the library queued, on this thread; their number.
+    /// Runs the tasks that the library queued, on this thread, and returns their number.
     static std::size_t runTasks();
 
 private:

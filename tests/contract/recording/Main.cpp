@@ -4,7 +4,7 @@
 
 namespace {
 
-/// Fails a test in which a block was freed that the host's allocator did not make, or freed twice, or
+/// Fails a test in which a block was freed that the host's allocator did not allocate, or was freed twice, or
 /// overrun.
 class AllocatorFaults : public testing::EmptyTestEventListener
 {
@@ -21,7 +21,7 @@ class AllocatorFaults : public testing::EmptyTestEventListener
 int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
-    // The printer comes first in the list and would report a test's end before these faults are added to it.
+    // The printer is first in the list and would report a test's end before these faults are added.
     auto& listeners = testing::UnitTest::GetInstance()->listeners();
     testing::TestEventListener* printer = listeners.Release(listeners.default_result_printer());
     listeners.Append(new AllocatorFaults);

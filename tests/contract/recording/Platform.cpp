@@ -222,7 +222,7 @@ BackgroundTaskQueueBase::eTaskStatus BackgroundTaskQueueBase::getCurrentTaskStat
 
 namespace {
 
-/// Keeps its tasks until a test takes them.
+/// Stores its tasks until a test takes them.
 class KeepingQueue final : public UIBackgroundTasksQueue
 {
 public:

@@ -26,11 +26,11 @@
 
 namespace Qx::Test {
 
-/// A host without files, GPU, threads or user: it answers what a test tells it to and writes every call into
-/// its journal, allocations, atomic counting, locks and clock readings apart. A failing or held-up operation
-/// is told to the script by the operation's name in the journal.
+/// A host without files, GPU, threads or user. It answers as a test tells it to and writes every call to its
+/// journal, except allocations, atomic counting, locks and clock readings. The script makes an operation fail
+/// or block, by its name in the journal.
 ///
-/// The process has one, made on first use and never destroyed.
+/// The process has one, created on first use and never destroyed.
 class RecordingHost
 {
 public:
@@ -40,7 +40,7 @@ public:
     Script script;
     TaggingAllocator allocator;
 
-    // What the host answers. Set by a test before it calls the library.
+    // The host's answers. A test sets them before it calls the library.
     std::wstring shadersDirectory = L"/shaders/";
     std::wstring templatesDirectory = L"/templates/";
     std::map<std::wstring, std::vector<iFileManager::DirectoryItem>> directories;
@@ -50,20 +50,20 @@ public:
     std::map<std::string, int> settings;
     std::map<int, std::wstring> resources;
     std::set<std::wstring> programArguments;
-    std::map<std::wstring, std::string> compileErrors; ///< a path in it does not compile, for that reason
+    std::map<std::wstring, std::string> compileErrors; ///< paths that do not compile, with the reason
     std::function<Qx::Ptr<iShaderEffect>(const std::wstring& path)> makeEffect;
     std::function<BackgroundTaskQueueBase::eTaskStatus()> taskStatus;
-    bool recordClock = false;            ///< readings of the clock are written into the journal, too
+    bool recordClock = false;            ///< record readings of the clock in the journal
     double clockStep = 1.5;              ///< milliseconds that pass between two readings of the clock
     std::map<std::string, double> costs; ///< milliseconds that pass in every call of an operation
     MemoryStatus memory;
     int processors = 8;
 
-    /// Whether the journal says when GPU objects and host images go; GPU images are numbered then, as they
-    /// are made.
+    /// Records the destruction of GPU objects and host images; GPU images are then numbered in order of
+    /// creation.
     bool recordReleases = false;
 
-    // What the library left with the host.
+    // What the library has registered with the host.
     struct Command
     {
         std::string name;
@@ -77,31 +77,31 @@ public:
     std::vector<Command> commands;
     std::vector<ShutdownCallback> shutdownCallbacks;
 
-    /// Puts a file into the host's listing of a directory.
+    /// Adds a file to the host's listing of a directory.
     void addFile(const wchar_t* directory, const wchar_t* name, std::uint64_t stamp = 1);
     void removeFiles() { directories.clear(); }
 
-    /// The tasks that were queued, oldest first; the queue is empty then.
+    /// Returns the queued tasks, oldest first, and empties the queue.
     std::vector<Qx::Ptr<iBackgroundTask>> takeTasks();
     void keepTask(Qx::Ptr<iBackgroundTask> task);
 
-    /// The next tick of the clock in milliseconds.
+    /// Returns the next reading of the clock in milliseconds.
     double tick();
     void pass(double milliseconds);
 
-    /// The name of a new image.
+    /// Returns the name of a new image.
     std::string numbered(const std::string& name);
     void released(const std::string& name);
 
-    /// Writes "operation(arguments)" into the journal and plays the script; false when the operation shall
+    /// Writes "operation(arguments)" to the journal and runs the script. Returns false if the operation is to
     /// fail.
     bool call(const std::string& operation, const std::string& arguments = {});
 
-    /// Changes by the atomic service of counters inside this object are written into the journal.
+    /// Records changes of counters inside this object by the atomic service in the journal.
     void watchCountersIn(const void* object, std::size_t bytes);
     void counterChanged(const char* operation, const std::uint32_t& counter, std::uint32_t value);
 
-    /// Back to the start, the registered commands apart.
+    /// Resets everything except the registered commands.
     void reset();
 
 private:
@@ -120,19 +120,18 @@ inline RecordingHost& host()
     return RecordingHost::instance();
 }
 
-/// How often the calling thread is inside a critical section. The calling thread must be inside, or no other
-/// thread may be.
+/// Returns how often the calling thread is inside a critical section. Either the calling thread is inside, or
+/// no other thread may be.
 int depthOf(const CriticalSection& section);
 
-/// Waits until that many threads are waiting to enter critical sections; false when that does not happen
-/// within a minute.
+/// Blocks until `count` threads are waiting to enter critical sections. Returns false after a minute.
 bool waitForBlockedThreads(int count);
 
-/// A text as UTF-8.
+/// Converts a text to UTF-8.
 std::string text(const LightweightString<wchar_t>& s);
 std::string text(const LightweightString<char>& s);
 
-/// A number as the journal writes it, the shortest that reads back as the same one.
+/// Formats a number as in the journal: the shortest form that reads back as the same number.
 std::string number(double value);
 std::string number(float value);
 

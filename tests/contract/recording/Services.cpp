@@ -27,7 +27,7 @@ public:
     std::uint32_t atomicDecrement(std::uint32_t& counter) override
     {
         const std::uint32_t value = std::atomic_ref(counter).fetch_sub(1, std::memory_order_acq_rel) - 1;
-        // With 0 the counter's memory may go any time: only its address is used.
+        // At 0 the counter may be freed at any time: only its address is used.
         host().counterChanged("atomicDecrement", counter, value);
         return value;
     }
@@ -166,7 +166,7 @@ public:
         return Qx::makePtr<FakeHostImage>(image->getSize(), image->getFormat());
     }
 
-    // What nothing calls answers failure.
+    // Operations that nothing calls fail.
     Qx::Ptr<iHostImage3D> createHostImage3D(int) override { return refuse("createHostImage3D"); }
 
     Qx::Ptr<iGPUImage3D> upload3DImage(Qx::Ptr<iHostImage3D> image) override
@@ -225,7 +225,7 @@ public:
     }
 };
 
-/// Time stands still: a sleep is over at once.
+/// Time does not pass: a sleep returns at once.
 class SleeplessThreads final : public iThreadService
 {
 public:

@@ -11,7 +11,7 @@ namespace Qx::Test {
 
 namespace {
 
-// A few bytes behind every block that nobody may write.
+// A few bytes after every block that must not be written.
 constexpr std::array<unsigned char, 8> guardBytes{0xA5, 0x5A, 0xC3, 0x3C, 0x96, 0x69, 0xF0, 0x0F};
 
 } // namespace

@@ -11,34 +11,34 @@
 
 namespace Qx::Test {
 
-/// An allocator that knows its blocks. Freeing what is none of them (another allocator's block, or one that
-/// was freed before) and writing past a block's end are faults: they fail the running test, and after the
-/// last test they end the process.
+/// An allocator that tracks its blocks. Freeing any other block (another allocator's, or one that was already
+/// freed) and writing past a block's end are faults: they fail the running test, and after the last test they
+/// end the process.
 class TaggingAllocator final : public iAllocator
 {
 public:
     void* allocate(std::size_t bytes, std::size_t alignment) override;
     void deallocate(void* block) override;
 
-    /// Allocations since the start.
+    /// Returns the number of allocations since the start.
     std::size_t allocations() const { return allocations_.load(); }
     std::size_t liveBlocks() const;
     std::size_t liveBytes() const;
 
-    /// Whether the address lies in a live block.
+    /// Returns whether the address lies in a live block.
     bool owns(const void* address) const;
 
-    /// Size of the live block that starts there; 0 when there is none.
+    /// Returns the size of the live block that starts there, or 0.
     std::size_t sizeOf(const void* block) const;
 
-    /// Requests of at least that many bytes find no memory.
+    /// Makes allocations of at least that many bytes fail.
     void refuseFrom(std::size_t bytes) { limit_ = bytes; }
     std::size_t largestRefusal() const { return largestRefusal_; }
 
-    /// The faults since the last call.
+    /// Returns the faults since the last call.
     std::vector<std::string> takeFaults();
 
-    /// From now on a fault ends the process.
+    /// From now on, a fault ends the process.
     void setFaultsFatal() { fatal_ = true; }
 
 private:

@@ -18,13 +18,16 @@ QX_API void toggle_cfgForceUnscaledYCrCb() noexcept;
 /// "null.fx".
 ///
 /// Thread-safe: conversions are serialised by the manager's gpuLock(). A conversion records its work and
-/// returns without waiting for the device. The first one may block until the effect is compiled.
+/// returns without waiting for the device; the copyToHost functions end with Surface::copyToHost(). A call
+/// blocks while an effect that it needs is being compiled.
 ///
 /// Functions that return bool return false if nothing was drawn: the effect is unavailable, or it has no
 /// technique for this combination of values. True means that the technique was selected, not that the host
 /// could draw it. Formats, sizes and the presence of GPU images are not checked; a surface without a GPU
 /// image is passed on to the effect as it is. No function throws. Failed assertions are printed on standard
 /// output, and the conversion continues.
+///
+/// The range of a YCrCb surface is its gamut scaling, or full range while the switch above is on.
 namespace ColourConversion {
 
 /// Obtains "ColourConvert.fx". Returns true only for the call that obtains it. All other calls return false;
@@ -71,6 +74,10 @@ QX_API bool unpackMatrox10BitFormat(const Surface& source, Surface& dest) noexce
 /// cannot be allocated, the result is still true and `dest` has no pixels.
 QX_API bool packMatrox10BitFormat(const Surface& source, Surface& dest) noexcept;
 
+/// Reorders YCrCb: YV12, YVYU, VYUY, UYVY and v210 to YUY2; YUY2 to UYVY; unpacks 10-bit M101 and M102 to
+/// YUY2. 16-bit YUY2 is relabelled as Y216 or v216 without a copy. A source of any other format, or narrower
+/// than two pixels, is returned as a copy.
+///
 /// A request that the source's format does not support prints an assertion. A reordered result is then still
 /// in the order stated above, labelled `destFormat`; YUY2, M101 and M102 yield YUY2. v210 always prints one.
 /// 8-bit YUY2 requested as M101 or M102, which have the same layout, is returned as YUY2.
@@ -107,9 +114,9 @@ QX_API Surface copyToHostSurface(Surface source, const Core::Data& fmt, Polarity
 /// Converts full-range RGB to video-range YCrCb 4:2:2 with point-sampled chroma, BT.709 for widths of 721 and
 /// more and BT.601 below, and copies it to host memory. The result carries `polarity`.
 ///
-/// YUY2 and UYVY are returned as requested; at 16 bits also Y216 and v216; at 10 bits only M101. Other
-/// requests print an assertion and return YUY2, except that 10-bit YUY2 returns M101. The result's
-/// description states its format.
+/// YUY2 and UYVY are returned as requested; at 16 bits also Y216 and v216; at 10 bits only M101. 8-bit M101
+/// and M102, which have the same layout, are returned as YUY2, and 10-bit YUY2 as M101. Other requests print
+/// an assertion and return YUY2. The result's description states its format.
 QX_API Surface copyToHostYUVSurface(Surface source, const Core::Data& fmt, Polarity polarity) noexcept;
 
 /// Converts to another order or depth of RGB and copies it to host memory: to b48r, 24BG and 16-bit b64a; for

@@ -201,7 +201,7 @@ TEST_F(LutTest, ACubesDomainTravelsWithItsTable)
     EXPECT_EQ(domain.table->getDomain().min, (Colour{-1, 0, 0.25F}));
     EXPECT_EQ(domain.table->getDomain().max, (Colour{2, 4, 0.5F}));
     EXPECT_EQ(lookUp(*domain.table, {0.5F, 1, 0.25F}), (Colour{0.5F, 0.25F, 0}));
-    EXPECT_EQ(lookUp(*domain.table, {-9, 99, 0.5F}), (Colour{0, 1, 1})) << "held to the domain";
+    EXPECT_EQ(lookUp(*domain.table, {-9, 99, 0.5F}), (Colour{0, 1, 1})) << "clamped to the domain";
 
     const LUTReading range = read("b.cube", "LUT_3D_SIZE 2\nLUT_3D_INPUT_RANGE -0.5 1.5\n" + identity2);
     ASSERT_TRUE(range.table) << range.failure;

@@ -72,8 +72,8 @@ std::size_t CallGraph::costOf(std::size_t index, std::size_t depth)
         const std::optional<std::size_t> call = costOfCall(index, piece.text[i], depth);
         tokens += call.value_or(0);
         if (call && tokens > mostInlinedTokens) {
-            throw CompileError(piece.name.at, "function " + inQuotes(piece.name.text) +
-                                                  " has more than " + std::to_string(mostInlinedTokens) +
+            throw CompileError(piece.name.at, "function " + inQuotes(piece.name.text) + " has more than " +
+                                                  std::to_string(mostInlinedTokens) +
                                                   " tokens after inlining all that it calls");
         }
     }

@@ -7,8 +7,8 @@
 
 namespace Qx::Host::Luts {
 
-/// Reads a LUT file through OpenColorIO, in the way of readLUT. The file exists, is a plain file and not too
-/// large; `text` is what it holds. Nothing is thrown.
+/// Reads a LUT file through OpenColorIO, as readLUT does. The file must be a regular file within the limits;
+/// `text` is its content. Throws nothing.
 std::optional<LUTReading> readThroughColourIO(const std::filesystem::path& file, std::string_view text,
                                               Refusal& refusal);
 

@@ -143,7 +143,7 @@ private:
             tableRange_ = takeRange(found);
         } else if (keyword == "LUT_IN_VIDEO_RANGE" || keyword == "LUT_OUT_VIDEO_RANGE") {
             cube_.remarks.push_back("line " + std::to_string(line_()) + ": " + std::string(keyword) +
-                                    " is left aside: codes are looked up as they come");
+                                    " is ignored: codes are looked up unchanged");
         } else {
             throw Wrong{"unknown keyword " + inQuotes(keyword)};
         }
@@ -167,15 +167,15 @@ private:
     static int takeSize(const std::vector<std::string_view>& found, int before, int most)
     {
         if (before != 0) {
-            throw Wrong{std::string(found[0]) + " stands there twice"};
+            throw Wrong{std::string(found[0]) + " is given twice"};
         }
         const std::optional<long> size = found.size() == 2 ? wholeNumber(found[1]) : std::nullopt;
         if (!size) {
-            throw Wrong{std::string(found[0]) + " needs one whole number"};
+            throw Wrong{std::string(found[0]) + ": expected one whole number"};
         }
         if (*size < 2 || *size > most) {
-            throw Wrong{std::string(found[0]) + " is " + std::to_string(*size) + "; sizes from 2 to " +
-                        std::to_string(most) + " can be read"};
+            throw Wrong{std::string(found[0]) + " is " + std::to_string(*size) + ": expected 2 to " +
+                        std::to_string(most)};
         }
         return static_cast<int>(*size);
     }

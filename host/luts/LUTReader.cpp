@@ -30,8 +30,8 @@ std::string extensionOf(const std::filesystem::path& file)
     return dot == std::string::npos ? std::string() : asciiLower(name.substr(dot + 1));
 }
 
-/// What keeps the file from being read at all; empty when nothing does. Opening anything but a plain file may
-/// wait for ever, so that is found out first.
+/// Why the file cannot be read at all; empty if it can. Opening anything but a regular file may block for
+/// ever, so that is checked first.
 std::string obstacle(const std::filesystem::path& file)
 {
     struct stat status = {};
@@ -42,14 +42,14 @@ std::string obstacle(const std::filesystem::path& file)
         return "this is a directory, not a LUT file";
     }
     if (!S_ISREG(status.st_mode)) {
-        return "this is no plain file (a pipe, socket or device)";
+        return "this is not a regular file (a pipe, socket or device)";
     }
     if (status.st_size == 0) {
         return "the file is empty";
     }
     if (static_cast<std::uint64_t>(status.st_size) > mostLUTBytes) {
-        return "the file has " + std::to_string(status.st_size) + " bytes; " + std::to_string(mostLUTBytes) +
-               " at most are read";
+        return "the file has " + std::to_string(status.st_size) + " bytes: expected at most " +
+               std::to_string(mostLUTBytes);
     }
     return ::access(file.c_str(), R_OK) == 0 ? std::string() : std::generic_category().message(errno);
 }
@@ -107,8 +107,8 @@ std::optional<LUTReading> readAny(const std::filesystem::path& file, Refusal& re
     const std::vector<std::string> known = lutExtensions();
     refusal.cause = obstacle(file);
     if (refusal.cause.empty() && std::find(known.begin(), known.end(), extension) == known.end()) {
-        refusal.cause = extension.empty() ? "the name has no ending that tells the kind of LUT"
-                                          : "no kind of LUT file is called ." + printable(extension);
+        refusal.cause = extension.empty() ? "the name has no extension"
+                                          : "unknown LUT extension ." + printable(extension);
     }
     if (!refusal.cause.empty()) {
         return std::nullopt;

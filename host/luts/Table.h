@@ -35,7 +35,7 @@ private:
 
 std::size_t entriesOf(int size);
 
-/// What is wrong with a file; `line` 0 when that is not known.
+/// What is wrong with a file; `line` is 0 if unknown.
 struct Refusal
 {
     std::size_t line = 0;

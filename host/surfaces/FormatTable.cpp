@@ -57,7 +57,7 @@ constexpr FormatInfo plain(Image::Format format, const char* name, const char* w
             note};
 }
 
-/// 4:2:2 that is 16 bits deep whatever part of them is used.
+/// 4:2:2 that is always stored in 16 bits.
 constexpr FormatInfo always16(Image::Format format, const char* name, const char* word, const char* note)
 {
     const RowLayout only = words(2, 4);
@@ -139,7 +139,8 @@ std::vector<std::string> wordsOf(const char* order)
     return {std::istream_iterator<std::string>(text), {}};
 }
 
-/// The name of a block's n-th component: a block of several pixel pairs numbers its pixels and pairs through.
+/// The name of a block's n-th component: in a block of several pairs, pixels and pairs are numbered
+/// consecutively.
 std::string numbered(const std::vector<std::string>& order, unsigned n, bool severalPairs)
 {
     const std::string& name = order[n % order.size()];

@@ -64,7 +64,7 @@ struct FormatInfo
     RowLayout at10Bits;
     RowLayout otherDepths; ///< 9 to 16 bits, in 16-bit words
     Depths depths;
-    const char* note; ///< what is particular about it, where its code means something else in other software
+    const char* note; ///< peculiarities, such as a code that means something else in other software
 
     QX_API const RowLayout& layout(unsigned bitsPerComponent) const;
     QX_API bool hasDepth(unsigned bitsPerComponent) const;
@@ -73,17 +73,17 @@ struct FormatInfo
 /// Bits of one component in a block of pixels, or, where a component is split, a part of them.
 struct ComponentBits
 {
-    std::string component; ///< "R", "Y0", "Cb": those of pixel pairs are numbered where a block has several
+    std::string component; ///< "R", "Y0", "Cb": numbered if a block has several pairs
     unsigned bit = 0;      ///< the lowest, counted from bit 0 of the block's first byte on
     unsigned bits = 0;
     unsigned valueBit = 0; ///< which bit of the component's value the lowest is
 };
 
-/// Where everything lies in a block of the first plane, in memory order; of a planar format the components of
-/// the planes, one after the other, each at bit 0.
+/// The components of a block of the first plane, in memory order; for a planar format the component of each
+/// plane in turn, at bit 0.
 QX_API std::vector<ComponentBits> componentsOf(const FormatInfo& info, unsigned bitsPerComponent);
 
-/// Every format that there is.
+/// Every known format.
 QX_API std::span<const FormatInfo> formatTable();
 
 /// Null for an unknown code.

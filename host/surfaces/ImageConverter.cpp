@@ -23,8 +23,8 @@ using Places = std::array<std::uint8_t, 4>;
 
 constexpr Places inOrder{0, 1, 2, 3};
 
-/// A row as everything is converted by way of: Y0 Cb Y1 Cr in 16 bits, of which a code of fewer bits has the
-/// upper ones. Nothing is lost on the way in, so what is rounded on the way out is rounded once.
+/// The intermediate row of every conversion: Y0 Cb Y1 Cr in 16 bits; a code of fewer bits has the upper ones.
+/// Reading loses nothing, so codes are rounded once, when they are written.
 struct WideRow
 {
     std::uint16_t* components;
@@ -38,7 +38,7 @@ std::uint16_t load16(const std::byte* from)
     return value;
 }
 
-/// To the nearest code of that many bits, halves up, and none beyond the largest.
+/// Rounded to the nearest code of that many bits, halves up, and clamped.
 template <unsigned bits>
 unsigned narrowed(std::uint16_t value)
 {
@@ -206,8 +206,7 @@ bool isOnePlane(const Surface& surface)
     return info != nullptr && info->planes == Qx::Host::Planes::One;
 }
 
-/// The rows of a surface in memory, as its host image has them. Empty when the image is smaller than the
-/// description.
+/// The mapped rows of a surface's host image. Empty if the image is smaller than the description.
 struct MappedRows
 {
     std::byte* first = nullptr;

@@ -29,7 +29,7 @@ std::uint64_t rowsOf(Planes planes, std::uint64_t height)
     return height;
 }
 
-/// The layout that a description without a known format implies: its bits per pixel, bit after bit.
+/// The layout of a description. Without a known format, pixels are packed bit after bit.
 std::optional<RowLayout> layoutOf(const Image::Core::Data& data, const FormatInfo* info)
 {
     RowLayout layout;

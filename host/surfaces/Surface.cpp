@@ -37,8 +37,8 @@ struct Rows
     std::size_t count;
 };
 
-/// What of an image's rows a description asks for. Rows of the image that the description does not mention
-/// are left out; of what it asks for beyond the image, nothing can be had, and the log says so.
+/// The part of an image's rows that a description covers. Rows beyond the description are left out. A
+/// description that exceeds the image is clamped to it, and that is logged.
 Rows rowsToCopy(const std::optional<RowGeometry>& described, std::size_t pitch, const iHostImage& image)
 {
     const std::size_t imageRows = static_cast<std::size_t>(image.getSize().y);
@@ -55,8 +55,8 @@ Rows rowsToCopy(const std::optional<RowGeometry>& described, std::size_t pitch, 
     return {std::min(pitch, imagePitch), std::min<std::size_t>(described->rows, imageRows)};
 }
 
-/// The image's first rows in a new image of that many texels, with nothing behind them; empty when it cannot
-/// be had.
+/// Copies the image's first rows to a new image of that many texels without padding; empty if allocation
+/// failed.
 Ptr<iHostImage> copyRows(iHostImage& from, const Rows& rows, XY<int> size)
 {
     Ptr<iHostImage> result = OS().gpu().createHostImage(size, from.getFormat());
@@ -163,7 +163,7 @@ Surface Surface::copyToHost() const
     const std::size_t rows = described ? described->rows : static_cast<std::size_t>(image->getSize().y);
     result.data_.rowPitch = static_cast<std::uint32_t>(pitch);
     if (pitch == image->getPitch() && rows == static_cast<std::size_t>(image->getSize().y)) {
-        rowsToCopy(described, pitch, *image); // for what it may have to say
+        rowsToCopy(described, pitch, *image); // logs if the description exceeds the image
         result.hostImage_ = image;
     } else {
         const XY<int> size{static_cast<int>(pitch / texel), static_cast<int>(rows)};

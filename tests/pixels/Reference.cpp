@@ -38,12 +38,33 @@ struct Quantiser
     double held(double code) const { return std::clamp(code, 0.0, last()); }
 };
 
+struct Standard
+{
+    Matrix matrix;
+    const char* name; // in the techniques' names
+    double kr;
+    double kb;
+};
+
+constexpr std::array standards{Standard{Matrix::Bt601, "BT601", 0.299, 0.114},
+                               Standard{Matrix::Bt709, "BT709", 0.2126, 0.0722}};
+
+const Standard& standardOf(Matrix matrix)
+{
+    switch (matrix) {
+    case Matrix::Bt601:
+        break;
+    case Matrix::Bt709:
+        return std::get<1>(standards);
+    }
+    return std::get<0>(standards);
+}
+
 struct Weights
 {
     double kr, kg, kb;
 
-    explicit Weights(Matrix matrix)
-        : kr(matrix == Matrix::Bt601 ? 0.299 : 0.2126), kb(matrix == Matrix::Bt601 ? 0.114 : 0.0722)
+    explicit Weights(Matrix matrix) : kr(standardOf(matrix).kr), kb(standardOf(matrix).kb)
     {
         kg = 1.0 - kr - kb;
     }
@@ -185,7 +206,7 @@ std::string text(Range range)
 
 std::string text(Matrix matrix)
 {
-    return matrix == Matrix::Bt601 ? "BT601" : "BT709";
+    return standardOf(matrix).name;
 }
 
 std::string text(Filter filter)
@@ -210,7 +231,8 @@ std::vector<Conversion> allConversions()
     std::vector<Conversion> all;
     for (const Range source : {Range::Full, Range::Video}) {
         for (const Range target : {Range::Full, Range::Video}) {
-            for (const Matrix matrix : {Matrix::Bt601, Matrix::Bt709}) {
+            for (const Standard& standard : standards) {
+                const Matrix matrix = standard.matrix;
                 for (const Filter filter : {Filter::Point, Filter::CatmullRom, Filter::Mitchell})
                     all.push_back({Direction::Decode, source, target, matrix, filter});
                 for (const Filter filter : {Filter::Point, Filter::Lanczos})

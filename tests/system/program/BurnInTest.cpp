@@ -159,7 +159,7 @@ TEST_F(BurnIn, a_text_that_is_cut_is_noted_and_one_beyond_all_bounds_refused)
     EXPECT_NE(cut.err.find(note), std::string::npos) << cut.err;
     const Outcome refused = burnt(std::string(65537, 'a'), "12");
     EXPECT_EQ(refused.exitCode, 2);
-    EXPECT_NE(refused.err.find("--burn-in: a text of 65537 characters; 65536 at most can be drawn"),
+    EXPECT_NE(refused.err.find("--burn-in: the text has 65537 characters: expected at most 65536"),
               std::string::npos)
         << refused.err;
 }

@@ -179,7 +179,7 @@ TEST_F(CommandLine, pixel_formats_sizes_and_rates_are_checked)
 {
     expectFailedUsage({"convert", "a", "b.raw", "--format", "uyvi"}, {"--format", "\"uyvi\"", "mean uyvy?"});
     expectFailedUsage({"convert", "a", "b.raw", "--format", "uyvy:10"},
-                      {"--format", "uyvy", "\"10\"", "8 and 16"});
+                      {"--format", "uyvy", "\"10\"", "8 or 16"});
     expectUsageError({"convert", "a", "b.uyvy", "--format", "v210"}, {"--format v210", "b.uyvy", ".v210"});
     expectUsageError({"convert", "a", "b.mov", "--format", "v210", "--codec", "v210"},
                      {"--codec", "--format"});
@@ -282,7 +282,7 @@ TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
             {"no field {clp}", "did you mean clip?", "{timecode}, {frame} and {clip}"});
     refused({"--burn-in", "{clip"}, {"\"{clip\" has no closing brace"});
     refused({"--burn-in", ""}, {"--burn-in is empty"});
-    refused({"--burn-in", "\xC3("}, {"no UTF-8"});
+    refused({"--burn-in", "\xC3("}, {"not UTF-8"});
     refused({"--burn-in", "x", "--font", "\xFF"}, {"--font", "not valid UTF-8"});
     refused({"--burn-in", "x", "--font", ""}, {"--font is empty"});
     refused({"--font", "DejaVu Sans"}, {"--font: there is no text", "--burn-in"});

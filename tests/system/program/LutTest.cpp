@@ -164,12 +164,11 @@ TEST_F(Luts, with_capital_endings_are_explained)
     fs::copy_file(at("negative.cube"), at("Film.CUBE"));
     const Outcome installed = qxhost({"lut", "install", "Film.CUBE"});
     EXPECT_EQ(installed.exitCode, 0);
-    EXPECT_TRUE(has(installed.err,
-                    "not listed: the catalogue takes endings in small letters alone; rename it "
-                    "to .cube"))
+    EXPECT_TRUE(has(installed.err, "not listed: the catalogue lists lower-case extensions only; rename it "
+                                   "to .cube"))
         << installed.err;
     EXPECT_TRUE(has(qxhost({"lut", "list"}).err, "Film.CUBE is not listed"));
-    EXPECT_TRUE(has(qxhost({"lut", "info", "Film.CUBE"}).out, "small letters"));
+    EXPECT_TRUE(has(qxhost({"lut", "info", "Film.CUBE"}).out, "lower-case"));
     EXPECT_EQ(json({"lut", "list", "--json"}).size(), 0U);
 }
 
@@ -205,7 +204,7 @@ TEST_F(Luts, say_what_they_hold)
     const Outcome wide = qxhost({"lut", "info", "wide.cube"});
     EXPECT_EQ(wide.exitCode, 0);
     EXPECT_TRUE(has(wide.out, "(-1, 0, 0) to (2, 1, 1)")) << wide.out;
-    EXPECT_TRUE(has(wide.out, "LUT_IN_VIDEO_RANGE is left aside")) << wide.out;
+    EXPECT_TRUE(has(wide.out, "LUT_IN_VIDEO_RANGE is ignored")) << wide.out;
     const Outcome broken = qxhost({"lut", "info", "broken.cube"});
     EXPECT_EQ(broken.exitCode, 3);
     EXPECT_TRUE(has(broken.err, "broken.cube:2:")) << broken.err;

@@ -11,8 +11,8 @@ struct AVPacket;
 
 namespace Qx::Media {
 
-/// Undecoded audio on its way from a reader to a writer. Safe for one thread filling and one emptying it; the
-/// writer takes what is there whenever it writes, so its length is bounded by how far the reader runs ahead.
+/// Undecoded audio on its way from a reader to a writer. Safe for one producer and one consumer thread. The
+/// writer drains it whenever it writes, so its length is bounded by how far the reader runs ahead.
 class AudioQueue
 {
 public:
@@ -38,7 +38,7 @@ public:
         packets_.push_back(std::move(packet));
     }
 
-    /// Null when nothing waits.
+    /// Null if the queue is empty.
     Packet pop()
     {
         const std::lock_guard lock(mutex_);

@@ -38,7 +38,7 @@ void keepMessage(void* context, int level, const char* format, va_list arguments
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) {
         text.pop_back();
     }
-    // "[png @ 0x55...] text": the address tells a person nothing.
+    // "[png @ 0x55...] text": the address is of no use to people.
     const auto address = text.find(" @ 0x");
     const auto bracket = text.find(']');
     if (address != std::string::npos && bracket != std::string::npos && address < bracket) {

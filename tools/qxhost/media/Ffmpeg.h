@@ -1,6 +1,6 @@
 #pragma once
 
-// This folder's one way to FFmpeg's headers: owners for its objects and words for its errors.
+// Owners for FFmpeg's objects, conversions to and from its types, and its error texts.
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -72,9 +72,8 @@ inline Rational fromAv(AVRational value)
 /// FFmpeg's text for an error code, or the system's for an errno.
 std::string errorText(int code);
 
-/// Error messages of one decoder or input, from whichever of its threads. One whose `opaque` points to one of
-/// these sends its errors here: some decoders patch damage, and some inputs end, without any other sign of
-/// it.
+/// Error messages of one decoder or input, from any of its threads. A decoder or input whose `opaque` points
+/// to this object sends its errors here: some decoders patch damage, and some inputs end, with no other sign.
 class SourceMessages
 {
 public:
@@ -95,11 +94,11 @@ private:
     std::string last_;
 };
 
-/// Sends FFmpeg's messages here instead of to standard error. Called by whatever opens a file; cheap.
+/// Redirects FFmpeg's messages from standard error to this module. Call it before opening a file; cheap.
 void captureFfmpegLog();
 
-/// The last error message FFmpeg gave, those with SourceMessages apart, on any thread since the last
-/// call, or empty. A hint for people: with several clips open it may belong to another one.
+/// FFmpeg's last error message on any thread since the last call, without those that went to SourceMessages;
+/// or empty. A hint for people: with several clips open it may belong to another one.
 std::string takeFfmpegMessage();
 
 /// ": MESSAGE" of takeFfmpegMessage(), or empty.

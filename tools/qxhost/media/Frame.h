@@ -8,8 +8,8 @@ struct AVFrame;
 
 namespace Qx::Media {
 
-/// One decoded frame as the decoder left it. A cheap handle; copies share the picture, which is never
-/// changed.
+/// One decoded frame as the decoder returned it. A cheap handle; copies share the picture, which is
+/// immutable.
 class Frame
 {
 public:

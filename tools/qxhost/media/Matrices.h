@@ -12,7 +12,7 @@
 
 namespace Qx::Media {
 
-/// What the program knows of a matrix.
+/// A matrix as the program knows it.
 struct MatrixInfo
 {
     Matrix matrix;
@@ -32,14 +32,14 @@ std::span<const MatrixInfo> matrices();
 
 const MatrixInfo& infoOf(Matrix matrix);
 
-/// The words by which a command line takes them.
+/// Their words on a command line.
 std::vector<std::pair<std::string, Matrix>> matrixWords();
 
 /// The matrix that a code point stands for; empty if it cannot be converted.
 std::optional<Matrix> matrixOfTag(int tag);
 
-/// The code point that a file of this matrix is given: `tag`, its source's, where that stands for the same
-/// matrix, else the matrix's own.
+/// The code point to write into a file of this matrix: `tag`, the source's, if it stands for the same matrix,
+/// else the matrix's first.
 int writtenTag(Matrix matrix, int tag);
 
 } // namespace Qx::Media

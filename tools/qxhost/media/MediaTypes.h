@@ -7,7 +7,7 @@
 
 namespace Qx::Media {
 
-/// A ratio; den is never 0. A num of 0 means "not known".
+/// A ratio; den is never 0. A num of 0 means unknown.
 struct Rational
 {
     int num = 0;
@@ -25,14 +25,14 @@ enum class Range
     full
 };
 
-/// The luma coefficients Kr and Kb of a recommendation. Matrices.h has what is known of each.
+/// The luma coefficients Kr and Kb of a recommendation. Matrices.h describes each.
 enum class Matrix
 {
     bt601,
     bt709
 };
 
-/// In which order the two fields of a frame were taken; progressive when there are no fields.
+/// The order in time of a frame's two fields; progressive if it has none.
 enum class FieldOrder
 {
     progressive,
@@ -47,7 +47,7 @@ enum class Depth
     bits16 = 16
 };
 
-/// What a stream says of its colours, and what is assumed where it says nothing.
+/// A stream's colour tags, and what is assumed where there are none.
 ///
 /// The assumption: BT.709 for pictures wider than 720 pixels, else BT.601; video range. RGB, palette and grey
 /// pictures become YCbCr in video range with the matrix that the same rule picks, which is no guess because
@@ -78,8 +78,8 @@ constexpr Matrix matrixForWidth(int width)
     return width > standardDefinitionWidth ? Matrix::bt709 : Matrix::bt601;
 }
 
-/// How a player is asked to turn and flip the pictures: 3x3 fixed-point numbers as ISO/IEC 14496-12 8.2.2.3
-/// has them, and the clockwise degrees that they come to.
+/// How players rotate and flip the pictures: the 3x3 fixed-point matrix of ISO/IEC 14496-12, 8.2.2.3, and the
+/// equivalent clockwise degrees.
 struct Orientation
 {
     std::array<std::int32_t, 9> matrix{};
@@ -91,9 +91,9 @@ struct Orientation
 /// When a frame is shown.
 struct FrameTime
 {
-    /// In units of the stream's time base; never missing and always growing from frame to frame.
+    /// In units of the stream's time base; always present, and strictly increasing.
     std::int64_t pts = 0;
-    /// In the same units; 0 when not known.
+    /// In the same units; 0 if unknown.
     std::int64_t duration = 0;
     FieldOrder fieldOrder = FieldOrder::progressive;
 };

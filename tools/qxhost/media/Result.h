@@ -6,7 +6,7 @@
 
 namespace Qx::Media {
 
-/// Why something could not be done: one line for a person that names the file and the cause.
+/// Why something failed: one line for people that names the file and the cause.
 struct Error
 {
     std::string text;

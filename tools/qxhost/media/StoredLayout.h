@@ -9,7 +9,7 @@
 
 namespace Qx::Media {
 
-/// Frames as a pixel format of host memory lays them out, for files that hold them so.
+/// The layout of frames of a pixel format in files that store them unconverted.
 ///
 /// In memory the rows of all planes follow each other at one pitch. In a file every plane has row bytes of
 /// its own, and nothing lies between rows or planes.
@@ -33,10 +33,10 @@ struct StoredLayout
     std::size_t frameBytes() const;
     int rows() const; ///< of all planes
 
-    /// Copies a frame from memory to `frame`, which has frameBytes(). What of a row no pixel needs is zero.
+    /// Copies a frame from memory to `frame`, which has frameBytes(). Row padding is zeroed.
     void gather(const void* rows, std::ptrdiff_t pitch, std::byte* frame) const;
 
-    /// The other way. A row in memory has `pitch` bytes; what exceeds the pixels is zeroed.
+    /// The reverse. A row in memory has `pitch` bytes; its padding is zeroed.
     void scatter(const std::byte* frame, void* rows, std::ptrdiff_t pitch) const;
 };
 

@@ -9,14 +9,15 @@
 
 namespace Qx::Program {
 
-/// A queue between two threads that holds at most `capacity` items: who fills it waits for who empties it.
+/// A queue between two threads that holds at most `capacity` items: the producer waits while it is full, the
+/// consumer while it is empty.
 template <class T>
 class BoundedQueue
 {
 public:
     explicit BoundedQueue(std::size_t capacity) : capacity_(capacity) {}
 
-    /// Waits for room. False, and the item is dropped, once the queue was cancelled.
+    /// Waits for room. Returns false, and drops the item, if the queue is cancelled.
     bool push(T item)
     {
         std::unique_lock lock(mutex_);
@@ -29,7 +30,7 @@ public:
         return true;
     }
 
-    /// Waits for an item. Empty when the queue was closed and everything was taken, or was cancelled.
+    /// Waits for an item. Returns nothing if the queue is closed and drained, or cancelled.
     std::optional<T> pop()
     {
         std::unique_lock lock(mutex_);
@@ -43,7 +44,7 @@ public:
         return item;
     }
 
-    /// No more items will come; those inside can still be taken.
+    /// No more items will be pushed; those in the queue can still be popped.
     void close()
     {
         const std::lock_guard lock(mutex_);
@@ -51,7 +52,7 @@ public:
         changed_.notify_all();
     }
 
-    /// Everybody stops waiting, and everything inside is dropped.
+    /// Ends every wait and drops every item.
     void cancel()
     {
         std::deque<T> dropped;

@@ -17,7 +17,7 @@ namespace {
 
 using Image::Surface;
 
-/// Frames between two stages: enough to keep the stages apart, and no more than fit in a share of memory.
+/// Frames between two stages: enough to decouple the stages, within a memory budget.
 std::size_t framesInFlight(int width, int height, Media::Depth depth)
 {
     constexpr std::size_t budget = std::size_t{256} << 20U;
@@ -29,7 +29,7 @@ std::size_t framesInFlight(int width, int height, Media::Depth depth)
     return std::clamp(budget / std::max<std::size_t>(frame, 1), fewest, most);
 }
 
-/// The number of a frame in its clip by its time, so that frames which the input lost leave a gap.
+/// The number of a frame in its clip, from its time, so that frames missing from the input leave a gap.
 std::int64_t frameNumber(const Media::StreamInfo& info, std::int64_t ticks, std::int64_t counted)
 {
     const double seconds = static_cast<double>(ticks) * info.timeBase.toDouble();
@@ -219,7 +219,7 @@ bool FramePipeline::convertFrame(const Packed& frame)
 void FramePipeline::convert()
 {
     while (std::optional<Packed> frame = packed_.pop()) {
-        // Whoever maps the image for writing waits for its upload.
+        // Mapping the image for writing waits for its upload.
         if (!convertFrame(*frame) || !free_.push(std::move(frame->image))) {
             return;
         }

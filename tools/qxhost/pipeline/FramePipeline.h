@@ -35,7 +35,7 @@ struct ConversionJob
     Image::Filter filter = Image::Filter::CatmullRom;
     BurnIn* burnIn = nullptr;                ///< after the effects; null: none
     PictureStep step;                        ///< after these
-    const FrameDelivery* delivery = nullptr; ///< how pictures leave the GPU; null: as A R G B
+    const FrameDelivery* delivery = nullptr; ///< how pictures are read back; null: as A R G B
     bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
 
     std::int64_t start = 0;  ///< frames to leave out at the beginning
@@ -50,8 +50,8 @@ public:
     /// Calls `onFrame` on the encoding thread after every frame written, with their number.
     FramePipeline(const ConversionJob& job, std::function<void(std::int64_t)> onFrame);
 
-    /// Converts everything and returns the number of frames written; the writer is not finished. Throws
-    /// Failure: the first that happened. Call it once.
+    /// Converts everything and returns the number of frames written; the writer is not finished. Throws the
+    /// first Failure of any thread. Call it once.
     std::int64_t run(Media::iFrameWriter& writer);
 
     /// Ends run() early, from any thread.

@@ -67,7 +67,7 @@ void noteUnlisted(Console& console)
         for (fs::directory_iterator at(directory, error); !error && at != fs::directory_iterator();
              at.increment(error)) {
             const std::string reason = whyNotListed(at->path());
-            if (reason.find("small letters") != std::string::npos) {
+            if (!reason.empty() && hasLutExtension(at->path())) {
                 console.note(at->path().string() + " is not listed: " + reason);
             }
         }

@@ -7,11 +7,11 @@
 
 namespace Qx::Media {
 
-/// Files as they are on disk: one that goes by several names, or through links, is one.
+/// A set of files by identity: a file with several names, or reached through links, counts once.
 class FileSet
 {
 public:
-    /// Nothing happens when there is no such file.
+    /// Does nothing if there is no such file.
     void add(const std::filesystem::path& file)
     {
         struct stat status = {};

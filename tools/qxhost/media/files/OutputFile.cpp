@@ -47,7 +47,7 @@ Status checkPlace(const fs::path& file, bool force, const FileSet* kept)
         return cannotWrite(file, "it is a directory");
     }
     if (!fs::is_regular_file(status) && !fs::is_symlink(status)) {
-        return cannotWrite(file, "it is no regular file");
+        return cannotWrite(file, "it is not a regular file");
     }
     if (kept && kept->contains(file)) {
         return OutputFile::wouldReplaceInput(file);

@@ -9,18 +9,18 @@
 
 namespace Qx::Media {
 
-/// A file in the making: written as ".NAME.part-PID" beside its place, moved there when complete. Destroyed
-/// before that, it leaves nothing behind.
+/// An unfinished output file: written as ".NAME.part-PID" in the destination's directory and renamed when
+/// complete. The destructor removes it if it is not complete.
 class OutputFile
 {
 public:
-    /// Makes the part file, empty. Fails when the file exists and force is off, when the place is no
-    /// directory or may not be written to, or when the file exists and is no regular file or one of those
-    /// to keep (null for none).
+    /// Creates the part file, empty. Fails if the file exists and force is off, if its directory does not
+    /// exist or is not writable, or if the file exists and is not a regular file or is one of those to keep
+    /// (null for none).
     static Result<OutputFile> create(const std::filesystem::path& file, bool force,
                                      std::shared_ptr<const FileSet> kept = nullptr);
 
-    /// What is said when a file to keep would be replaced.
+    /// The error if a file to keep would be replaced.
     static Error wouldReplaceInput(const std::filesystem::path& file);
 
     OutputFile(OutputFile&& other) noexcept;
@@ -34,10 +34,11 @@ public:
     /// Writes the whole content at once.
     Status write(const void* bytes, std::size_t size);
 
-    /// Moves the part to its place; with force off it still replaces nothing that has appeared since.
+    /// Renames the part file to its final name; without force, a file that has appeared meanwhile is not
+    /// replaced.
     Status commit();
 
-    /// The place is to be another one, under the same rules.
+    /// Changes the final name, under the same rules.
     Status retarget(const std::filesystem::path& file);
 
 private:

@@ -17,7 +17,7 @@ enum class State
     Set
 };
 
-// A handler may neither allocate nor lock: what it reads has its place from the start.
+// A handler may neither allocate nor lock, so it reads a fixed array.
 struct Slot
 {
     std::atomic<State> state{State::Free};

@@ -6,7 +6,7 @@ namespace Qx::Media::PartFiles {
 
 // The unfinished files of this process, kept where a signal handler can reach them. Any thread.
 
-/// Has removeAll() remove that file. A path too long, or one more than a few dozen, is not remembered.
+/// Registers a file for removeAll(). A path that is too long, or one beyond a few dozen, is not registered.
 void remember(const std::filesystem::path& file) noexcept;
 
 /// The file is finished or removed.

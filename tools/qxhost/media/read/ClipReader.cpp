@@ -22,9 +22,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Of problems described in words; the rest are only counted.
+// Problems that are described; the rest are only counted.
 constexpr std::size_t problemsKept = 20;
-// A stream that gives nothing but damage is given up after so many damaged packets in a row.
+// Decoding stops after this many damaged packets in a row.
 constexpr int damageInARowAllowed = 500;
 
 struct CloseInput
@@ -79,7 +79,7 @@ struct Sequence
     bool hasGap = false; // more pictures follow
 };
 
-/// Empty for what is no sequence with a number in its last part, or has no picture.
+/// Empty if it is not a sequence with a number in its last part, or has no picture.
 std::optional<Sequence> sequenceOf(const fs::path& file)
 {
     const NumberedNames names(file);
@@ -159,9 +159,10 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& 
     av_dict_free(&options);
     if (error < 0) {
         avio_closep(&own);
-        const std::string why = error == AVERROR_INVALIDDATA
-                                    ? "it is no clip or picture that can be read, or its beginning is damaged"
-                                    : errorText(error);
+        const std::string why =
+            error == AVERROR_INVALIDDATA
+                ? "it is not a clip or picture that can be read, or its beginning is damaged"
+                : errorText(error);
         return Error{"cannot read " + quoted(file) + ": " + why + ffmpegHint()};
     }
     return InputPtr(raw);
@@ -189,7 +190,7 @@ std::optional<Orientation> orientationOf(const AVStream& stream)
     return found;
 }
 
-/// A palette may always hold alpha; whether it does shows in its use.
+/// A palette always has an alpha component; whether it is used shows in its entries.
 bool usesAlpha(const AVFrame& frame, const ComponentRows& components)
 {
     if (!components.hasAlpha() || frame.format != AV_PIX_FMT_PAL8) {
@@ -571,7 +572,7 @@ FrameTime ClipReader::Impl::timeOf(const AVFrame& frame)
     if (time.duration == 0 && info.frameRate.num > 0) {
         time.duration = av_rescale_q(1, av_inv_q(toAv(info.frameRate)), stream->time_base);
     }
-    // A file may hold any time, also one that leaves no room for a next.
+    // A file may hold any time, even the largest.
     const std::int64_t next = lastPts ? av_sat_add64(*lastPts, std::max<std::int64_t>(lastDuration, 1)) : 0;
     time.pts = frame.best_effort_timestamp != AV_NOPTS_VALUE ? frame.best_effort_timestamp : next;
     if (lastPts && time.pts <= *lastPts) {

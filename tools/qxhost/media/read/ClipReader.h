@@ -15,7 +15,7 @@
 
 namespace Qx::Media {
 
-/// What is known of a clip or picture once its first frame has been decoded.
+/// The properties of a clip or picture, known once its first frame is decoded.
 struct StreamInfo
 {
     /// Pixels. At most ClipReader::largestSide each.
@@ -52,7 +52,7 @@ struct StreamInfo
     /// Of the first frame, as the clip has it ("01:00:00:00", ';' before the frames of drop-frame counting);
     /// empty when it has none.
     std::string timeCode;
-    /// Where the clip asks for it; the reader turns nothing.
+    /// If the clip has one; the reader rotates nothing.
     std::optional<Orientation> orientation;
 };
 
@@ -73,7 +73,7 @@ public:
     {
         /// Decoding threads; 0 is one for each processor.
         int threads = 0;
-        /// Whether to queue the audio packets met on the way. Whoever asks for them must take them.
+        /// Whether to queue the audio packets. The caller must then drain the queue.
         bool keepAudio = false;
     };
 
@@ -84,9 +84,8 @@ public:
         failed
     };
 
-    /// Opens the file and decodes its first frame. Fails when there is no such file, when it cannot be read
-    /// or is not media, when it has no video, no decodable frame, or a size or pixel format that cannot be
-    /// handled.
+    /// Opens the file and decodes its first frame. Fails if there is no such file, if it cannot be read or is
+    /// not media, or if it has no video, no decodable frame, or an unsupported size or pixel format.
     static Result<std::unique_ptr<ClipReader>> open(const std::filesystem::path& file,
                                                     const Options& options);
     ~ClipReader();
@@ -100,17 +99,17 @@ public:
 
     /// Gives the next frame in order of presentation. A damaged frame that can be skipped or patched does not
     /// end the clip: it is counted and described in problems(). `failed` means that decoding cannot go on
-    /// (failure() says why); after `end` and `failed` the answer stays the same.
+    /// (failure() says why); after `end` and `failed` the result stays the same.
     Next next(Frame& frame);
 
-    /// Why next() answered failed.
+    /// Why next() returned failed.
     const std::string& failure() const;
-    /// Damage met so far: how many times, and a line each for the first few.
+    /// Damage found so far: the number of cases, and a line for each of the first few.
     std::int64_t problemCount() const;
     const std::vector<std::string>& problems() const;
 
-    /// The audio packets, in file order; empty of tracks when the file has none or keepAudio was off. Filled
-    /// as next() goes along; complete when next() has answered end or failed.
+    /// The audio packets, in file order; without tracks if the file has none or keepAudio is off. next()
+    /// fills it; it is complete once next() has returned end or failed.
     std::shared_ptr<AudioQueue> audio() const;
 
 private:

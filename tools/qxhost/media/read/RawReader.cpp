@@ -53,7 +53,7 @@ Result<std::unique_ptr<RawReader>> RawReader::open(const std::filesystem::path& 
         return cannotRead(file, std::generic_category().message(errno));
     }
     if (!S_ISREG(status.st_mode)) {
-        return cannotRead(file, S_ISDIR(status.st_mode) ? "it is a directory" : "it is no regular file");
+        return cannotRead(file, S_ISDIR(status.st_mode) ? "it is a directory" : "it is not a regular file");
     }
     const auto size = static_cast<std::int64_t>(status.st_size);
     const auto frameBytes = static_cast<std::int64_t>(layout.frameBytes());
@@ -68,7 +68,7 @@ Result<std::unique_ptr<RawReader>> RawReader::open(const std::filesystem::path& 
         reader->remainder_ =
             quoted(file) + ": the file has " + std::to_string(size) + " bytes, " +
             frameText(layout, width, height) + "; the last " + std::to_string(size % frameBytes) +
-            " bytes are no whole frame (cut short, or --raw, --size or --row-bytes is wrong)";
+            " bytes are not a whole frame (cut short, or --raw, --size or --row-bytes is wrong)";
     }
     return reader;
 }

@@ -17,7 +17,7 @@ namespace Qx::Media {
 class RawReader
 {
 public:
-    /// Fails when there is no such file, when it cannot be read, or when it does not hold one whole frame.
+    /// Fails if there is no such file, if it cannot be read, or if it does not hold one whole frame.
     static Result<std::unique_ptr<RawReader>> open(const std::filesystem::path& file,
                                                    const StoredLayout& layout, int width, int height);
     ~RawReader();
@@ -27,7 +27,7 @@ public:
     /// Whole frames in the file.
     std::int64_t frameCount() const { return frames_; }
 
-    /// What follows the last whole frame, in words; empty when nothing does.
+    /// A description of what follows the last whole frame; empty if nothing does.
     const std::string& remainder() const { return remainder_; }
 
     std::shared_ptr<const FileSet> files() const { return files_; }

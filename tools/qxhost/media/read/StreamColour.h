@@ -5,7 +5,7 @@
 
 namespace Qx::Media {
 
-/// Reads a frame's colour tags (falling back on the stream's) into what the reader promises.
+/// Reads a frame's colour tags, or the stream's where it has none.
 Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream);
 
 } // namespace Qx::Media

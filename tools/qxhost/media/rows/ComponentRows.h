@@ -7,14 +7,14 @@
 
 namespace Qx::Media {
 
-/// Takes single components out of frames of any pixel format as plain rows of codes, and puts them in.
+/// Reads and writes single components of frames of any pixel format as plain rows of codes.
 ///
 /// A code is a byte when the format's deepest component has up to 8 bits, else a 16-bit word in the machine's
 /// order, its value in the low bits. RGB components of fewer than 8 bits are scaled to 8 bits.
 class ComponentRows
 {
 public:
-    /// Empty when frames of this format can be read, else why not ("bayer mosaic").
+    /// Empty if frames of this format can be read, else why not ("bayer mosaic").
     static std::string unreadable(AVPixelFormat format);
     /// Whether frames of this format can be written.
     static bool writable(AVPixelFormat format);
@@ -31,14 +31,14 @@ public:
     int chromaShiftX() const { return rgb_ || grey_ ? 0 : desc_->log2_chroma_w; }
     int chromaShiftY() const { return rgb_ || grey_ ? 0 : desc_->log2_chroma_h; }
 
-    /// The row's address when it already is a plain row of codes, else null.
+    /// The row's address if it is already a plain row of codes, else null.
     const void* direct(const AVFrame& frame, int component, int row) const;
 
     /// Copies count codes of a component's row, from its column `first` on. Component 0 to 2 are R G B or
-    /// Y Cb Cr, 3 is alpha; grey answers for 0 to 2 alike.
+    /// Y Cb Cr, 3 is alpha; grey is returned for each of 0 to 2.
     void read(const AVFrame& frame, int component, int row, int first, int count, void* codes) const;
 
-    /// The other way; for formats that are writable.
+    /// The reverse; for writable formats.
     void write(AVFrame& frame, int component, int row, int first, int count, const void* codes) const;
 
 private:

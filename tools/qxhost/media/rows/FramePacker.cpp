@@ -208,7 +208,7 @@ void FramePacker::Impl::repack(const AVFrame& frame, const Output& out)
 
 Status FramePacker::Impl::convert(const AVFrame& frame, const Output& out)
 {
-    // Rows of an interlaced frame belong to two moments: chroma rows may only be mixed within one field.
+    // The rows of an interlaced frame belong to two instants: chroma is resampled within one field only.
     const int fields = frame.interlaced_frame && components->chromaShiftY() > 0 && frame.height > 1 ? 2 : 1;
     for (int field = 0; field < fields; ++field) {
         if (Status status = convertField(frame, out, field, fields); !status) {
@@ -297,7 +297,7 @@ void FramePacker::Impl::fillRows(const AVFrame& frame, const RowGraph::Window& w
         const int shiftY = plane == 0 ? 0 : components->chromaShiftY();
         const int lines = 1 << (components->chromaShiftY() - shiftY);
         const int columns = ceilShift(frame.width, shiftX);
-        // Rows of this plane that this field has; what is asked for beyond repeats the last.
+        // This field's rows of this plane; requests beyond them repeat the last.
         const int planeRows = ceilShift(frame.height, shiftY);
         const int fieldRows = std::max((planeRows + fields - 1 - field) / fields, 1);
         const int first = static_cast<int>(left) >> shiftX;

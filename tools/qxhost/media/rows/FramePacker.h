@@ -17,7 +17,7 @@ namespace Qx::Media {
 /// - Everything else goes through zimg: chroma is resampled with the Catmull-Rom kernel (bicubic b=0, c=1/2)
 ///   from where the stream says it is sited, each field by itself when the frame is interlaced and its chroma
 ///   is subsampled vertically. Unstated siting is left (MPEG-2), or centre for JPEG's formats.
-/// - RGB, grey and palettes become YCbCr in the range and matrix asked for. Alpha is dropped.
+/// - RGB, grey and palettes become YCbCr in the requested range and matrix. Alpha is dropped.
 /// - Rounding is to nearest, without dither.
 ///
 /// Holds scratch memory, so use one for each thread that packs.

@@ -8,9 +8,9 @@
 
 namespace Qx::Media {
 
-/// Writes a frame of RGB (or of a palette) as four components a pixel in memory order A R G B. Codes keep
-/// their share of the largest code where depths differ, rounded to nearest; at their own depth they are kept
-/// as they are. What has no alpha is opaque. Rows begin at rows, rows + pitch, ...
+/// Writes a frame of RGB (or of a palette) as four components a pixel in memory order A R G B. Where depths
+/// differ, codes keep their share of the largest code, rounded to nearest; else they are unchanged. Frames
+/// without alpha become opaque. Rows begin at rows, rows + pitch, ...
 Status packRgb(const Frame& frame, Depth depth, void* rows, std::ptrdiff_t pitch);
 
 } // namespace Qx::Media

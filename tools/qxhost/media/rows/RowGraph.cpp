@@ -31,7 +31,7 @@ zimg_image_format toZimg(const PlanarFormat& format)
     return out;
 }
 
-// Between YCbCr and YCbCr both sides are labelled alike, whatever they are.
+// From YCbCr to YCbCr both sides get the same label, so that zimg changes no matrix.
 void setMatrices(const PlanarFormat& from, const PlanarFormat& to, zimg_image_format& in,
                  zimg_image_format& out)
 {

@@ -32,10 +32,10 @@ struct PlanarFormat
     bool operator==(const PlanarFormat&) const = default;
 };
 
-/// Converts pictures between planar formats with zimg, rows coming and going through functions.
+/// Converts pictures between planar formats with zimg; callbacks supply and take the rows.
 ///
 /// Chroma is resampled with the Catmull-Rom kernel; codes are rounded to nearest. Where both sides are YCbCr
-/// the matrix is not looked at: no YCbCr is changed into another.
+/// the matrix is ignored: YCbCr is never converted to another matrix.
 class RowGraph
 {
 public:
@@ -43,7 +43,7 @@ public:
     class Window
     {
     public:
-        /// Address of the row's column 0. Only columns of the part asked for mean anything.
+        /// Address of the row's column 0. Only the columns requested are valid.
         void* row(int plane, unsigned index) const
         {
             const Ring& ring = rings_[static_cast<std::size_t>(plane)];

@@ -31,7 +31,7 @@ bool holdsOrientation(const AVOutputFormat& container)
     return std::find(kinds.begin(), kinds.end(), container.name) != kinds.end();
 }
 
-/// With a way to keep it, or to leave it out without a word.
+/// Says how to keep it, or how to omit it without the warning.
 std::string audioIsLeftOut(const std::string& codecs, const std::string& extension)
 {
     const char* other = extension == "mov" ? ".mkv" : (extension == "mkv" ? ".mov" : ".mov or .mkv");
@@ -51,7 +51,7 @@ AVRational timeBaseOf(const OutputSettings& settings, bool fixedRate)
     return fixedRate ? av_inv_q(toAv(settings.frameRate)) : toAv(settings.timeBase);
 }
 
-/// What can hold them instead.
+/// The containers that can hold them.
 std::string cannotStore(const StoredLayout& layout, const std::string& extension)
 {
     std::string others;
@@ -71,8 +71,7 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
     // By the extension alone: the rest of the name may hold anything.
     const AVOutputFormat* container = av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
     if (!container || (container->flags & AVFMT_NOFILE) || container->video_codec == AV_CODEC_ID_NONE) {
-        return Error{"cannot write " + quoted(file) + ": no kind of clip or picture is known by ." +
-                     extension +
+        return Error{"cannot write " + quoted(file) + ": unknown extension ." + extension +
                      (extension == "raw" ? "; for frames as they are add --format NAME ('qxhost formats')"
                                          : " (try .png, .mov, .mkv, .mp4)")};
     }
@@ -305,7 +304,7 @@ Status ClipWriter::copyAudio(AVPacket& packet)
 {
     const int error = av_interleaved_write_frame(output_.get(), &packet);
     if (error == AVERROR(EINVAL) || error == AVERROR_INVALIDDATA) {
-        ++refusedAudio_; // a damaged packet of the source; the rest of the sound is worth having
+        ++refusedAudio_; // a damaged packet of the source; the rest of the audio is kept
         return {};
     }
     return fileStatus(error);

@@ -29,7 +29,7 @@ constexpr std::array defaultEncoders{
 constexpr int dnxhrWidth = 256;
 constexpr int dnxhrHeight = 120;
 
-/// What suits a codec.
+/// The pixel format that suits a codec.
 struct Wish
 {
     bool rgb = false;
@@ -108,7 +108,7 @@ std::string sizeText(const OutputSettings& settings)
     return std::to_string(settings.width) + "x" + std::to_string(settings.height);
 }
 
-/// Smaller is nearer; losing something costs more than carrying more than is needed.
+/// Smaller is nearer; losing information costs more than carrying too much.
 int distance(AVPixelFormat format, const Wish& wish, bool alpha)
 {
     const ComponentRows rows(format);

@@ -21,7 +21,7 @@ Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettin
 /// One of JPEG's formats: YCbCr in full range.
 bool isJpegFormat(AVPixelFormat format);
 
-/// Options of good quality for encoders whose own defaults are for small files.
+/// High-quality options for encoders whose defaults favour small files.
 std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& codec, AVPixelFormat format,
                                                                 const OutputSettings& settings);
 

@@ -30,8 +30,8 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
 {
     captureFfmpegLog();
     if (settings.width <= 0 || settings.height <= 0 || settings.width > 65535 || settings.height > 65535) {
-        return Error{"cannot write " + quoted(file) + ": " + std::to_string(settings.width) + "x" +
-                     std::to_string(settings.height) + " is no size for a picture"};
+        return Error{"cannot write " + quoted(file) + ": invalid size " + std::to_string(settings.width) +
+                     "x" + std::to_string(settings.height) + ": expected 1 to 65535 each way"};
     }
     if (settings.timeBase.num <= 0 || settings.timeBase.den <= 0) {
         return Error{"cannot write " + quoted(file) + ": the time base is not known"};
@@ -39,7 +39,7 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
     const std::string extension = lowerExtension(file);
     if (extension.empty()) {
         return Error{"cannot write " + quoted(file) +
-                     ": its name has no extension to tell the kind of file (.png, .mov, .mkv, .mp4 ...)"};
+                     ": its name has no extension: expected .png, .mov, .mkv, .mp4 or another"};
     }
     if (settings.stored && writesRawFrames(file, *settings.stored)) {
         return RawWriter::open(file, settings);

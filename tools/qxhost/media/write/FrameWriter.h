@@ -17,7 +17,7 @@
 
 namespace Qx::Media {
 
-/// What is to be written, and how.
+/// What to write, and how.
 struct OutputSettings
 {
     /// Pixels of every frame.
@@ -25,8 +25,8 @@ struct OutputSettings
     int height = 0;
     /// Of the frames given: four components a pixel in memory order A R G B.
     Depth depth = Depth::bits8;
-    /// The frames given have this layout instead, and are written as they are: nothing is converted, and
-    /// depth and alpha above do not count. What `colour` says, its range included, goes into the file's tags.
+    /// If set, frames have this layout instead and are written unconverted; depth and alpha above are
+    /// ignored. `colour`, including its range, goes into the file's tags.
     std::optional<StoredLayout> stored;
     /// Of the RGB codes given. Files of RGB keep the codes as they are.
     Range rgbRange = Range::full;
@@ -35,10 +35,10 @@ struct OutputSettings
     /// Clips only: frames a second, and seconds of one unit of FrameTime::pts.
     Rational frameRate{25, 1};
     Rational timeBase{1, 25};
-    /// num 0 when not known.
+    /// num 0 if unknown.
     Rational sampleAspect;
     FieldOrder fieldOrder = FieldOrder::progressive;
-    /// What players are to do with the frames, which are written as they come. Kept where the file can.
+    /// The display orientation, written if the file format has it; the frames themselves are not rotated.
     std::optional<Orientation> orientation;
     /// Clips only: of the first frame given, "01:00:00:00" (';' before the frames of drop-frame counting). It
     /// must be one at frameRate. Empty for none.
@@ -72,14 +72,14 @@ class iFrameWriter
 public:
     virtual ~iFrameWriter() = default;
 
-    /// Takes a frame: settings.height rows at rows, rows + pitch, ... (pitch in bytes). The memory is the
-    /// caller's again when the call returns. After a failure only destruction is useful.
+    /// Takes a frame: settings.height rows at rows, rows + pitch, ... (pitch in bytes). The memory is not
+    /// used after the call returns. After a failure the writer can only be destroyed.
     virtual Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) = 0;
 
-    /// Completes the file or files. To be called once; a writer that was given no frame fails here.
+    /// Completes the file or files. Call it once. Fails if no frame was written.
     virtual Status finish() = 0;
 
-    /// What could not be kept and other remarks, a line each ("audio (pcm_s16le) is left out: ...").
+    /// What could not be preserved and other remarks, a line each ("audio (pcm_s16le) is left out: ...").
     virtual const std::vector<std::string>& warnings() const = 0;
 
     /// For people: "prores_ks, yuv422p10le, mov" or "png, rgb48be".
@@ -94,26 +94,25 @@ public:
 /// - Pictures: png, tif, tiff, bmp, jpg, jpeg, ppm, dpx, tga, webp. A name with a number pattern
 ///   ("out_%05d.png") makes a numbered sequence from 1; without one, one frame makes NAME.png and several
 ///   make NAME_00001.png, NAME_00002.png, ... Every picture is renamed as soon as it is complete.
-/// - Clips: any container FFmpeg knows by the name's extension. Where settings.encoder is empty: mov ProRes
-/// 422
+/// - Clips: any container that FFmpeg knows by the extension. If settings.encoder is empty: mov ProRes 422
 ///   HQ, mkv, avi and nut FFV1 in RGB (lossless), mp4, m4v and ts H.264 4:2:0, webm VP9, mxf DNxHR, else what
 ///   FFmpeg prefers.
 ///
 /// With settings.stored: clips whose container knows such frames, or a raw file for .raw, .yuv, .rgb, .bin,
 /// .data and the format's own name.
 ///
-/// Fails when the extension is unknown, the encoder cannot be had or refuses the size, the file exists and
-/// force is off, it is one to keep, or it cannot be made.
+/// Fails if the extension is unknown, the encoder is missing or refuses the size, the file exists and force
+/// is off, the file is one to keep, or it cannot be created.
 Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
                                                  const OutputSettings& settings);
 
-/// The remark for frames whose orientation the file cannot hold.
+/// The remark if the file format has no orientation.
 std::string orientationIsLost(const Orientation& orientation);
 
-/// Whether openWriter() would write pictures to that file, and no clip.
+/// Whether openWriter() would write pictures to that file, not a clip.
 bool writesPictures(const std::filesystem::path& file);
 
-/// Whether openWriter() would write frames of that layout with nothing around them.
+/// Whether openWriter() would write that file raw, as frames without a container.
 bool writesRawFrames(const std::filesystem::path& file, const StoredLayout& layout);
 
 /// The range in which RGB codes lose least on their way into that file, whatever settings.rgbRange says:

@@ -71,7 +71,7 @@ std::string lostTags(const AVCodecContext& meant, const Colour& found)
             tags += (tags.empty() ? "" : ", ") + std::string(what) + " " + name;
         }
     };
-    const bool hasRange = meant.color_range == AVCOL_RANGE_JPEG; // the other one is what is assumed anyway
+    const bool hasRange = meant.color_range == AVCOL_RANGE_JPEG; // video range is assumed anyway
     add(meant.colorspace != AVCOL_SPC_UNSPECIFIED && !isSameMatrix(meant.colorspace, found.matrixTag),
         "matrix", av_color_space_name(meant.colorspace));
     add(hasRange && found.range != Range::full, "range", "full");

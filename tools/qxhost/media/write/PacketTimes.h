@@ -8,14 +8,14 @@
 
 namespace Qx::Media {
 
-/// The times of frames in the time base of a file's packets, growing from frame to frame.
+/// The times of frames in the time base of a file's packets, strictly increasing.
 class PacketTimes
 {
 public:
     PacketTimes() = default;
     explicit PacketTimes(Rational of) : of_(Media::toAv(of)) {}
 
-    /// The frame's time; later than it should be when the time base cannot tell it from the one before.
+    /// The frame's time; moved later if the time base cannot distinguish it from the one before.
     std::int64_t next(const FrameTime& time, AVRational in)
     {
         std::int64_t pts = av_rescale_q(time.pts, of_, in);

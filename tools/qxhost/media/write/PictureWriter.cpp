@@ -32,8 +32,8 @@ const PictureKind* kindOf(std::string_view extension)
     return kind == kinds.end() ? nullptr : kind;
 }
 
-/// Whether a picture to come would replace a file to keep. A better time to say so than after hours of work;
-/// each picture is checked all the same.
+/// Whether a later picture would replace a file to keep. Reported before the work starts; each picture is
+/// checked again when written.
 Status checkKept(const NumberedNames& names, const OutputSettings& settings)
 {
     const bool numbered = names.isPattern() || settings.expectedFrames != 1;
@@ -63,7 +63,7 @@ Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem:
 {
     const PictureKind* kind = kindOf(extension);
     if (!kind) {
-        return Error{"cannot write " + quoted(file) + ": no kind of picture is known by ." + extension};
+        return Error{"cannot write " + quoted(file) + ": unknown picture extension ." + extension};
     }
     const std::string name = settings.encoder.empty() ? kind->encoder : settings.encoder;
     const AVCodec* codec = avcodec_find_encoder_by_name(name.c_str());
@@ -82,7 +82,7 @@ Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem:
     if (Status status = checkKept(names, settings); !status) {
         return Error{status.text()};
     }
-    // Made now, so that a place that cannot be written is found before the work begins.
+    // Created now, so that an unwritable directory is reported before the work starts.
     auto first = OutputFile::create(names.isPattern() ? names.name(1) : file, settings.force, settings.kept);
     if (!first) {
         return first.error();

@@ -40,8 +40,7 @@ private:
     const std::shared_ptr<const FileSet> kept_;
     VideoEncoder encoder_;
     std::vector<std::string> warnings_;
-    std::optional<OutputFile>
-        first_; // of a name without a number, until a second frame tells what to call it
+    std::optional<OutputFile> first_; // of a name without a number, until a second frame decides its name
     long taken_ = 0;
     std::filesystem::path firstDone_;
     std::filesystem::path lastDone_;

@@ -28,11 +28,11 @@ RawWriter::RawWriter(OutputFile part, FilePtr stream, const OutputSettings& sett
       frame_(layout_.frameBytes())
 {
     if (settings.audio && !settings.audio->tracks().empty()) {
-        warnings_.emplace_back("audio is left out: raw frames have no place for it; --no-audio says so");
+        warnings_.emplace_back("audio is left out: raw files cannot hold it; --no-audio omits this warning");
     }
     if (!settings.timeCode.empty()) {
         warnings_.push_back("time code " + settings.timeCode +
-                            " is left out: raw frames have no place for it; .mov, .mp4 and .mkv do");
+                            " is left out: raw files cannot hold it; .mov, .mp4 and .mkv can");
     }
     if (settings.orientation) {
         warnings_.push_back(orientationIsLost(*settings.orientation));

@@ -8,11 +8,11 @@
 
 namespace Qx::Media {
 
-/// A file of frames as they are, one after the other, with nothing around them.
+/// A raw file: unconverted frames one after the other, without a container.
 class RawWriter final : public iFrameWriter
 {
 public:
-    /// settings.stored is there.
+    /// settings.stored must be set.
     static Result<std::unique_ptr<iFrameWriter>> open(const std::filesystem::path& file,
                                                       const OutputSettings& settings);
 

@@ -11,7 +11,7 @@
 
 namespace Qx::Media {
 
-/// How a container holds frames of a pixel format as they are.
+/// How a container stores unconverted frames of a pixel format.
 struct StoredContainer
 {
     Image::Format format;
@@ -23,20 +23,19 @@ struct StoredContainer
     bool bigEndian; ///< 16-bit words are stored with their upper byte first
 };
 
-/// Null when files of that extension cannot hold it.
+/// Null if files of that extension cannot hold the format.
 const StoredContainer* findContainer(Image::Format format, int bits, std::string_view extension);
 
-/// Extensions of files that can, without a dot.
+/// The extensions of files that can hold it, without a dot.
 std::vector<std::string> containersOf(Image::Format format, int bits);
 
-/// FFmpeg's name of the pixel format whose memory layout is the same; empty when it has none.
+/// FFmpeg's name of the pixel format whose memory layout is the same; empty if there is none.
 std::string ffmpegNameOf(Image::Format format, int bits);
 
-/// Whether a name's extension stands for frames one after the other with nothing around them: raw, yuv, rgb,
-/// bin, or the name of a pixel format itself.
+/// Whether an extension stands for raw files: raw, yuv, rgb, bin, data, or the name of the pixel format.
 bool isRawExtension(std::string_view extension, std::string_view formatWord);
 
-/// Those that stand for any format: "raw", ...
+/// The extensions for raw files of any format: "raw", ...
 std::span<const std::string_view> rawExtensions();
 
 } // namespace Qx::Media

@@ -86,8 +86,8 @@ void StoredVideo::tagColours(const OutputSettings& settings)
 
 bool StoredVideo::setMatroxData(const OutputSettings& settings)
 {
-    // What the cards' own files carry, as far as decoders look at it: the depth at byte 8, the scan in the
-    // low bits of byte 12 (3 is progressive; bit 0 the upper field first), the bytes of a row at byte 20.
+    // The fields of the cards' own files that decoders read: the depth at byte 8, the scan in the low bits of
+    // byte 12 (3 is progressive; bit 0 the upper field first), the row stride at byte 20.
     constexpr std::size_t size = 24;
     constexpr std::size_t depthAt = 8;
     constexpr std::size_t scanAt = 12;

@@ -15,7 +15,7 @@ namespace Qx::Media {
 class StoredVideo final : public iVideoPackets
 {
 public:
-    /// settings.stored is there, and the container is one for it.
+    /// settings.stored must be set, and the container must hold its format.
     static Result<std::unique_ptr<iVideoPackets>> make(const StoredContainer& container,
                                                        const OutputSettings& settings, AVRational timeBase);
 

@@ -22,7 +22,7 @@ namespace Qx::Media {
 class VideoEncoder final : public iVideoPackets
 {
 public:
-    /// timeBase is what packets' times count in; the frames' times are rescaled to it.
+    /// timeBase is the packets' time base; the frames' times are rescaled to it.
     static Result<VideoEncoder> make(const AVCodec& codec, const OutputSettings& settings,
                                      AVRational timeBase, bool globalHeader);
 

@@ -20,16 +20,16 @@ public:
 
     virtual Status encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time,
                           const Sink& sink) = 0;
-    /// Gives the packets still under way.
+    /// Flushes the packets still in the encoder.
     virtual Status flush(const Sink& sink) = 0;
 
-    /// What the packets are, as a file's header wants it, and the time base they count in.
+    /// The codec parameters for the file's header, and the packets' time base.
     virtual AVCodecContext& context() const = 0;
     virtual std::string description() const = 0;
-    /// Alpha was asked for and cannot be kept.
+    /// Whether alpha was requested and is dropped.
     virtual bool dropsAlpha() const = 0;
-    /// Frames so far that were given later times, because the time base could not tell them from the one
-    /// before.
+    /// Number of frames so far whose times were moved later, because the time base could not distinguish them
+    /// from the one before.
     virtual std::int64_t movedFrames() const = 0;
 };
 

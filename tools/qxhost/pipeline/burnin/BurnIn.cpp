@@ -48,7 +48,7 @@ int placed(int anchor, int length, int box)
     return anchor < 0 ? edge : anchor > 0 ? free - edge : free / 2;
 }
 
-/// A code of 8 bits as a share of the largest code that the image has.
+/// A code of 8 bits, scaled to the image's depth, as a share of its largest code.
 float level(int code, iGPUImage::eFormat format)
 {
     return format == iGPUImage::eARGB16 ? static_cast<float>(code) * 256.0F / 65535.0F
@@ -60,7 +60,7 @@ NormalisedRGB grey(float value)
     return {value, value, value, 1.0F};
 }
 
-/// For a name that looks like a file's: without a "/" it is a typeface's.
+/// A hint if the name looks like a file: without a "/" it names a typeface.
 std::string fileHint(const std::string& font)
 {
     const std::string extension = Host::asciiLower(std::filesystem::path(font).extension().string());
@@ -75,7 +75,7 @@ TimeCode timeCodeOf(const Media::StreamInfo& info, std::vector<std::string>& rem
         if (const auto code = TimeCode::startingAt(info.timeCode, info.frameRate)) {
             return *code;
         }
-        remarks.push_back("the clip's time code, " + info.timeCode + ", is none at its frame rate; " +
+        remarks.push_back("the clip's time code " + info.timeCode + " is invalid at its frame rate; " +
                           "{timecode} counts from 0");
     }
     return TimeCode(info.frameRate);
@@ -110,7 +110,7 @@ void BurnIn::obtainFont(int size)
     font_ = GPUFontCache::instance().getFont(
         {wide(font.empty() ? usualFont : font), static_cast<float>(size), 0});
     if (!font_->value()) {
-        throw Failure(ExitCode::device, deviceName() + ": takes no text; the log (qxhost.log) says why");
+        throw Failure(ExitCode::device, deviceName() + ": cannot draw text; see the log (qxhost.log)");
     }
 }
 
@@ -161,9 +161,9 @@ void BurnIn::draw(const Image::Surface& picture, std::int64_t frame, Media::Rang
     const NormalisedRGB white = grey(video ? level(235, target->getFormat()) : 1.0F);
     const Text text = wide(text_.filledFor({frame, timeCode_, clip_}));
     if (text.length() > Host::Text::TextShaper::longestLine) {
-        throw Failure(ExitCode::usage,
-                      "--burn-in: a text of " + std::to_string(text.length()) + " characters; " +
-                          std::to_string(Host::Text::TextShaper::longestLine) + " at most can be drawn");
+        throw Failure(ExitCode::usage, "--burn-in: the text has " + std::to_string(text.length()) +
+                                           " characters: expected at most " +
+                                           std::to_string(Host::Text::TextShaper::longestLine));
     }
     if (!fitted_) {
         fitInto(target->getSize(), text);
@@ -180,7 +180,7 @@ void BurnIn::draw(const Image::Surface& picture, std::int64_t frame, Media::Rang
 
 std::string BurnIn::remark() const
 {
-    return cut_ ? "--burn-in: the text does not fit into the picture, and what is outside is lost; give a "
+    return cut_ ? "--burn-in: the text does not fit into the picture, and is cut off; give a "
                   "shorter text, a smaller --font-size or another --position"
                 : "";
 }

@@ -15,16 +15,16 @@ namespace Qx::Program {
 class BurnIn
 {
 public:
-    /// Throws Failure (usage, effect) for a text that makes no sense and a font that cannot be had. `remarks`
-    /// takes what is worth knowing, a line each. Needs the host.
+    /// Throws Failure (usage, effect) if the text is invalid or the font is not available. Appends notes for
+    /// the user to `remarks`, a line each. Needs the host.
     BurnIn(const BurnInOptions& options, const std::filesystem::path& clip, const Media::StreamInfo& info,
            std::vector<std::string>& remarks);
 
     /// Draws into the picture's GPU image. `frame` is the number in the clip, from 0; `range` says which
-    /// codes are black and white. Throws Failure (device) when it was not drawn.
+    /// codes are black and white. Throws Failure (device) if it is not drawn.
     void draw(const Image::Surface& picture, std::int64_t frame, Media::Range range);
 
-    /// What is worth knowing about what was drawn, a line; empty when all was well.
+    /// A note for the user on what was drawn, one line; empty if there is none.
     std::string remark() const;
 
 private:
@@ -42,7 +42,7 @@ private:
     int size_ = 0;
     Qx::Ptr<GPUFontCache::Result> font_;
     Qx::Ptr<iGPUImage> dot_; ///< a texel to draw boxes with
-    XY<int> widest_{0, 0};   ///< text so far: the box never shrinks, so that it does not twitch
+    XY<int> widest_{0, 0};   ///< text so far: the box never shrinks, so that it does not flicker
     bool fitted_ = false;
     bool cut_ = false; ///< a text reached beyond its picture
 };

@@ -45,7 +45,7 @@ BurnInText::BurnInText(const std::string& text)
 {
     if (!isUTF8(text)) {
         throw Failure(ExitCode::usage, "--burn-in " + text +
-                                           ": is no UTF-8; use a terminal, or save the "
+                                           ": is not UTF-8; use a terminal, or save the "
                                            "script, in UTF-8");
     }
     pieces_.emplace_back();

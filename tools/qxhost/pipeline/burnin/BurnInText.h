@@ -11,11 +11,10 @@ namespace Qx::Program {
 class BurnInText
 {
 public:
-    /// Throws Failure (usage) for a field that there is not, a brace that is not closed, and bytes that are
-    /// no UTF-8.
+    /// Throws Failure (usage) for an unknown field, an unclosed brace, or bytes that are not UTF-8.
     explicit BurnInText(const std::string& text);
 
-    /// What a frame's fields stand for.
+    /// The values of a frame's fields.
     struct Frame
     {
         std::int64_t number = 0; ///< in the clip, from 0

@@ -11,24 +11,23 @@ namespace Qx::Program {
 
 /// SMPTE ST 12-1 time codes of a clip's frames.
 ///
-/// A label counts the nominal frames of a second: 30 at 29.97. Drop-frame counting (5.2.2 there), written
-/// with
-/// ';', leaves out the labels of the first frames of every minute but each tenth, 2 at 29.97 and 4 at 59.94,
-/// so that labels stay with the clock. After 24 hours labels begin anew.
+/// A label counts the nominal frames of a second: 30 at 29.97. Drop-frame counting (clause 5.2.2), written
+/// with ';', skips the labels of the first frames of every minute but each tenth, 2 at 29.97 and 4 at 59.94,
+/// so that labels keep up with the clock. Labels wrap after 24 hours.
 class TimeCode
 {
 public:
-    /// From 00:00:00:00, drop-frame where the rate has that. A rate that is not known (num 0) counts 25.
+    /// Starts at 00:00:00:00, drop-frame where the rate has it. An unknown rate (num 0) counts as 25.
     explicit TimeCode(const Media::Rational& rate);
 
-    /// From the label of the first frame, "01:00:00:00", or "01:00:00;00" (also with '.') for drop-frame.
-    /// Empty when it is no label at this rate.
+    /// Starts at the label of the first frame, "01:00:00:00", or "01:00:00;00" (also with '.') for
+    /// drop-frame. Empty if it is not a label at this rate.
     static std::optional<TimeCode> startingAt(std::string_view label, const Media::Rational& rate);
 
     /// Counts fields where this counts frames: twice the rate, from the same time of day.
     TimeCode ofFields() const;
 
-    /// Of the frame that many after the first.
+    /// The label of the frame with that index, counted from the first.
     std::string label(std::int64_t frame) const;
 
     bool isDropFrame() const { return dropped_ > 0; }

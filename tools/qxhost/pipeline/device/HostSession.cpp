@@ -14,7 +14,7 @@ namespace {
 
 void start(const std::string& device, bool quiet, bool effectsReadyWhenLoaded)
 {
-    // With this argument the library compiles effects when they are needed instead of all in the background.
+    // With this argument the library compiles effects on demand, not all in the background.
     constexpr std::array arguments{"qxhost", "-transcode"};
     Host::start({.argc = static_cast<int>(arguments.size()),
                  .argv = arguments.data(),
@@ -90,13 +90,14 @@ void failOnDevice(int width, int height)
     const auto limit = static_cast<int>(chosenDevice().largestImage);
     if (width > limit || height > limit) {
         throw Failure(ExitCode::device,
-                      fmt::format("{}: takes images of at most {} x {} pixels, and the picture has {} x {}; "
+                      fmt::format("{}: the picture has {} x {} pixels: expected at most {} x {}; "
                                   "choose another device with --device",
-                                  deviceName(), limit, limit, width, height));
+                                  deviceName(), width, height, limit, limit));
     }
-    throw Failure(ExitCode::device, deviceName() + ": cannot hold another picture of " +
-                                        std::to_string(width) + " x " + std::to_string(height) +
-                                        " pixels; close what else uses it, or choose another with --device");
+    throw Failure(ExitCode::device,
+                  deviceName() + ": no memory for another picture of " + std::to_string(width) + " x " +
+                      std::to_string(height) +
+                      " pixels; close other programs that use it, or choose another device with --device");
 }
 
 } // namespace Qx::Program

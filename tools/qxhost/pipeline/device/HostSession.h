@@ -8,15 +8,14 @@ namespace Qx::Program {
 
 /// The reference host, started for as long as this object lives. One at a time.
 ///
-/// Throws Failure (device) when no device can be had. Effects are compiled when they are needed, not in the
-/// background.
+/// Throws Failure (device) if no device is available. Effects are compiled on demand, not in the background.
 class HostSession
 {
 public:
     enum class Output
     {
         quiet,
-        debug ///< on standard error, the library's lines among it
+        debug ///< on standard error, with the library's lines
     };
 
     enum class Effects
@@ -25,30 +24,30 @@ public:
         readyWhenLoaded ///< no first draw takes longer than others
     };
 
-    /// `device` chooses as the option --device does; empty leaves it to the settings. What is wrong with the
-    /// settings and the log is told to the console, if there is one.
+    /// `device` is the value of the option --device; if empty, the settings choose. Problems with the
+    /// settings and the log are noted on the console, if there is one.
     explicit HostSession(const std::string& device, Console* console = nullptr, Output output = Output::quiet,
                          Effects effects = Effects::readyWhenDrawn);
 
-    /// For what needs the host but no device: none is looked for.
+    /// Starts the host without a device.
     explicit HostSession(Console& console);
     ~HostSession();
     HostSession(const HostSession&) = delete;
     HostSession& operator=(const HostSession&) = delete;
 };
 
-/// Notes what is wrong with the host's settings and its log.
+/// Notes problems with the host's settings and its log.
 void tellComplaints(Console& console);
 
 /// The device in use, for people.
 std::string deviceName();
 bool deviceIsSoftware();
 
-/// Throws the Failure (device) that explains why the device gave nothing: it is lost, takes no
-/// pictures of that size, or has no memory left for one.
+/// Throws a Failure (device) with the reason: the device is lost, does not support pictures of that size, or
+/// has no memory left for one.
 [[noreturn]] void failOnDevice(int width, int height);
 
-/// Whether the device is lost: whatever fails then fails for that.
+/// Whether the device is lost, which then is the cause of every failure.
 bool deviceIsLost();
 
 } // namespace Qx::Program

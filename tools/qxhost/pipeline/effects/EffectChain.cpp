@@ -21,7 +21,7 @@ namespace {
 
 constexpr const char* tableTexture = "LUT";
 
-/// An effect that binds a table to its texture LUT beside what is bound to it.
+/// Decorates an effect: adds a table, bound to the texture LUT, to the sources of each draw.
 class EffectWithTable : public iShaderEffect
 {
 public:
@@ -97,7 +97,7 @@ Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& 
     return param;
 }
 
-/// There is one picture to give, so an effect that reads others cannot be drawn.
+/// Only one picture is available, so an effect that reads others cannot be drawn.
 void requireOnlyInput(const iShaderEffect& effect, const std::string& file, std::string_view technique,
                       bool hasTable)
 {
@@ -118,7 +118,7 @@ void requireOnlyInput(const iShaderEffect& effect, const std::string& file, std:
         failOnDevice(static_cast<int>(picture.getWidth()), static_cast<int>(picture.getHeight()));
     }
     throw Failure(ExitCode::effect, file + ": technique \"" + std::string(technique.view()) +
-                                        "\" could not be drawn; the log (qxhost.log) says why");
+                                        "\" could not be drawn; see the log (qxhost.log)");
 }
 
 bool setParameter(iShaderParam& param, const std::vector<float>& values)

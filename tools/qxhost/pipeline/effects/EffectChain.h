@@ -22,11 +22,11 @@ public:
 
     std::size_t size() const { return links_.size(); }
 
-    /// What is worth knowing about the LUTs, a line each.
+    /// Remarks on the LUTs for the user, a line each.
     std::vector<std::string> remarks() const;
 
-    /// The picture after all effects, in a GPU image of the same size and format; the picture itself when
-    /// there are none. Throws Failure (device, effect) when one of them was not drawn. One thread.
+    /// The picture after all effects, in a GPU image of the same size and format; the picture itself if there
+    /// are none. Throws Failure (device, effect) if an effect is not drawn. One thread.
     Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format);
 
 private:

@@ -156,7 +156,7 @@ std::string typeOf(const CompiledEffect::Parameter& parameter)
 
 std::vector<double> defaultOf(const CompiledEffect::Parameter& parameter)
 {
-    constexpr std::size_t rowStride = 16; // of matrices and arrays, as the uniform buffer has them
+    constexpr std::size_t rowStride = 16; // of matrices and arrays in the uniform buffer
     const std::size_t rows = std::size_t{parameter.rows} * std::max(parameter.elements, 1U);
     std::vector<double> values;
     for (std::size_t row = 0; row < rows; ++row) {

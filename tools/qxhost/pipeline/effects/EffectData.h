@@ -9,9 +9,9 @@
 
 namespace Qx::Program {
 
-// What the effect compiler says and makes, as data for other programs and in words.
+// The effect compiler's diagnostics and results, as JSON and as text.
 
-/// A list of { severity, file, line, column, text, ... }; what a message does not have is left out.
+/// A list of { severity, file, line, column, text, ... }; fields that a message lacks are left out.
 Json diagnosticsData(const std::vector<Host::Diagnostic>& diagnostics);
 
 /// { techniques, parameters, textures, samplers }, each a list.

@@ -37,7 +37,7 @@ const ShaderEffectInfo* findFile(const std::filesystem::path& file)
     return nullptr;
 }
 
-/// The catalogue's record of that name; null when there is none. A name with a directory is a path.
+/// The catalogue's record of that name; null if there is none. A name with a directory is a path.
 const ShaderEffectInfo* findRecord(const std::string& nameOrPath)
 {
     if (nameOrPath.find('/') != std::string::npos) {
@@ -107,7 +107,7 @@ Qx::Ptr<iShaderEffect> obtainEffect(const std::string& nameOrPath)
     }
     std::error_code ignored;
     if (std::filesystem::exists(nameOrPath, ignored) && !isFile(nameOrPath)) {
-        throw Failure(ExitCode::effect, nameOrPath + ": is no file; name the effect file itself");
+        throw Failure(ExitCode::effect, nameOrPath + ": is not a file; name the effect file itself");
     }
     if (!isFile(nameOrPath)) {
         refuseName(nameOrPath);

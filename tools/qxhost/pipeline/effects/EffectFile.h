@@ -13,14 +13,14 @@ namespace Qx::Program {
 
 bool isCatalogued(const std::string& nameOrPath);
 
-/// The catalogue's effect; empty when there is none or it never compiled.
+/// The catalogue's effect; empty if there is none or it never compiled.
 Qx::Ptr<iShaderEffect> catalogued(const std::string& nameOrPath);
 
-/// The compiled effect. Throws Failure (effect): there is no such effect, with what there is; or it does not
-/// compile, with the compiler's messages.
+/// The compiled effect. Throws Failure (effect) if there is no such effect, with a list of those there are,
+/// or if it does not compile, with the compiler's messages.
 Qx::Ptr<iShaderEffect> obtainEffect(const std::string& nameOrPath);
 
-/// A new compilation of a file. Throws Failure (effect).
+/// Compiles a file anew. Throws Failure (effect).
 Qx::Ptr<iShaderEffect> compileEffectFile(const std::filesystem::path& file);
 
 /// The file that the name stands for.

@@ -27,8 +27,19 @@ LightweightString<wchar_t> asText(const std::filesystem::path& path)
     return fromUTF8(LightweightString<char>(std::string_view(path.native())));
 }
 
-/// A remark for a LUT whose table was made from something else and is off by more than half a code of 8 bits;
-/// else empty.
+/// As the catalogue reads it, without the dot.
+std::string extensionOf(const std::filesystem::path& file)
+{
+    return std::string(toUTF8(getExtension(asText(file))).view());
+}
+
+bool isLutExtension(const std::string& extension)
+{
+    const std::vector<std::string> known = Host::lutExtensions();
+    return std::find(known.begin(), known.end(), extension) != known.end();
+}
+
+/// A remark if a baked table is off by more than half a code of 8 bits; else empty.
 std::string inexactness(const std::filesystem::path& file, const Host::LUTReading& reading)
 {
     return reading.facts.error * 255.0 <= 0.5
@@ -64,7 +75,7 @@ LutOnGpu obtainLut(const std::string& nameOrPath)
     }
     LutOnGpu lut{OS().gpu().upload3DImage(reading.table), inexactness(file, reading)};
     if (!lut.table) {
-        throw Failure(ExitCode::effect, file.string() + ": the GPU has no room for this LUT");
+        throw Failure(ExitCode::effect, file.string() + ": not enough GPU memory for this LUT");
     }
     return lut;
 }
@@ -98,22 +109,21 @@ std::vector<std::filesystem::path> lutDirectories()
     return {asPath(getLUTDirectory(iSettings::User)), asPath(getLUTDirectory(iSettings::Machine))};
 }
 
+bool hasLutExtension(const std::filesystem::path& file)
+{
+    return isLutExtension(Host::asciiLower(extensionOf(file)));
+}
+
 std::string whyNotListed(const std::filesystem::path& file)
 {
-    const std::string ending(toUTF8(getExtension(asText(file))).view());
-    const std::vector<std::string> known = Host::lutExtensions();
-    const auto isKnown = [&](const std::string& word) {
-        return std::find(known.begin(), known.end(), word) != known.end();
-    };
-    if (isKnown(ending)) {
+    const std::string ending = extensionOf(file);
+    if (isLutExtension(ending)) {
         return {};
     }
-    if (isKnown(Host::asciiLower(ending))) {
-        return "the catalogue takes endings in small letters alone; rename it to ." +
-               Host::asciiLower(ending);
+    if (hasLutExtension(file)) {
+        return "the catalogue lists lower-case extensions only; rename it to ." + Host::asciiLower(ending);
     }
-    return ending.empty() ? "its name has no ending that tells the kind of LUT"
-                          : "no kind of LUT file is called ." + ending;
+    return ending.empty() ? "its name has no extension" : "unknown LUT extension ." + ending;
 }
 
 } // namespace Qx::Program

@@ -19,7 +19,7 @@ std::filesystem::path lutPath(const std::string& nameOrPath);
 struct LutOnGpu
 {
     Qx::Ptr<iGPUImage3D> table; ///< never empty
-    std::string remark;         ///< how far the table is from its file, where that can be seen; else empty
+    std::string remark;         ///< the table's error if it exceeds half a code of 8 bits; else empty
 };
 
 /// Reads the LUT and uploads its table. Throws Failure (effect), with the reason.
@@ -34,10 +34,13 @@ std::string errorInCodes(double error);
 /// The catalogue: the files of the user's LUT directory and of the machine's.
 std::vector<std::filesystem::path> listedLuts();
 
-/// The user's LUT directory and the machine's; empty paths where there is none.
+/// The user's LUT directory and the machine's; an empty path if there is none.
 std::vector<std::filesystem::path> lutDirectories();
 
-/// Whether the catalogue takes files of this ending, and if not, why, for a person; empty when it does.
+/// Whether the extension is one of LUT files, ignoring case.
+bool hasLutExtension(const std::filesystem::path& file);
+
+/// Why the catalogue does not list files with this extension, for people; empty if it does.
 std::string whyNotListed(const std::filesystem::path& file);
 
 } // namespace Qx::Program

@@ -40,8 +40,8 @@ Surface fieldOf(const Surface& picture, bool upper)
     const XY<int> size = frame->getSize();
     const Qx::Ptr<iGPUImage> field = OS().gpu().createGPUImage({size.x, size.y / 2}, frame->getFormat());
     const Drawing drawing = tryDrawing([&] {
-        // Drawn at an even line, the raster of the lower field takes the source from its first line on, and
-        // that of the upper one from its second.
+        // At an even destination line, the lower field's raster reads the source from its first line, the
+        // upper field's from its second.
         Image::interlaceCopy(frame, field, {0, 0}, upper ? Raster::LowerField : Raster::UpperField, false);
         return true;
     });
@@ -82,7 +82,7 @@ struct Step
     }
 };
 
-/// The shape in which a picture is shown.
+/// Width over height of the picture as displayed.
 double displayAspect(const Media::StreamInfo& info)
 {
     const double pixel = info.sampleAspect.num > 0 ? info.sampleAspect.toDouble() : 1.0;
@@ -94,8 +94,8 @@ int rounded(double value)
     return std::max(1, static_cast<int>(std::lround(value)));
 }
 
-/// The largest picture of square pixels and the shape shown within the size asked for, and not larger either
-/// way than the picture itself.
+/// The largest picture with square pixels and the display aspect that fits the requested size, never wider or
+/// higher than the source.
 XY<int> fittingSize(const Media::StreamInfo& info, const ShrinkPicture& target)
 {
     const double aspect = displayAspect(info);

@@ -8,19 +8,20 @@
 
 namespace Qx::Program {
 
-/// What comes out of a step.
+/// Receives a picture that a step produced.
 using TakePicture = std::function<void(const Image::Surface& picture, const Media::FrameTime& time)>;
 
-/// Makes of one picture on the GPU what the step says, in order of time: both its fields, or a smaller one.
+/// Runs a step on one picture on the GPU and passes on the results in order of time: both fields, or a
+/// smaller picture.
 /// Times are in units of the step's time base. Throws Failure (device).
 void runStep(const PictureStep& step, const Image::Surface& picture, const Media::FrameTime& time,
              const TakePicture& take);
 
-/// What the pictures have after the step, from what they have before it: size, frame rate, time base, pixel
-/// aspect, field order. Throws Failure (usage, input) for sizes of which nothing can be made.
+/// The properties of the pictures after the step, given those before it: size, frame rate, time base, pixel
+/// aspect, field order. Throws Failure (usage, input) if the size does not suit the step.
 Media::StreamInfo afterStep(const ConvertOptions& options, const Media::StreamInfo& info);
 
-/// Pictures that the step makes of each.
+/// Number of pictures that the step produces for each.
 int picturesEach(const PictureStep& step);
 
 } // namespace Qx::Program

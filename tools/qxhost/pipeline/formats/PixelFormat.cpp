@@ -36,7 +36,7 @@ std::string depthsOf(const FormatInfo& info)
             depths.push_back(std::to_string(bits));
         }
     }
-    return listed(depths);
+    return oneOf(depths);
 }
 
 unsigned parseDepth(const std::string& option, const FormatInfo& info, const std::string& text)
@@ -46,7 +46,7 @@ unsigned parseDepth(const std::string& option, const FormatInfo& info, const std
     const auto [stopped, error] = std::from_chars(text.data(), end, bits);
     if (error != std::errc() || stopped != end || !info.hasDepth(bits)) {
         throw Failure(ExitCode::usage,
-                      fmt::format("{}: {} has no depth \"{}\"; it has {} ('qxhost formats' lists them)",
+                      fmt::format("{}: {} has no depth \"{}\": expected {} ('qxhost formats' lists them)",
                                   option, info.word, text, depthsOf(info)));
     }
     return bits;
@@ -62,7 +62,7 @@ std::vector<Media::StoredLayout::Plane> planesOf(const FormatInfo& info, int wid
         return {plane, plane, plane};
     }
     const std::size_t half = static_cast<std::size_t>((width + 1) / 2) * sampleBytes;
-    // Rows that are padded are so by the same share in every plane.
+    // Padding is the same share of a row in every plane.
     const Plane chroma{(height + 1) / 2, half,
                        rowBytes == whole ? half : (rowBytes / sampleBytes + 1) / 2 * sampleBytes};
     return {Plane{height, whole, rowBytes}, chroma, chroma};
@@ -98,7 +98,7 @@ PixelFormat parsePixelFormat(const std::string& option, const std::string& text)
         for (const FormatInfo& each : Host::formatTable()) {
             words.emplace_back(each.word);
         }
-        throw Failure(ExitCode::usage, fmt::format("{}: there is no pixel format \"{}\"{}; 'qxhost formats' "
+        throw Failure(ExitCode::usage, fmt::format("{}: unknown pixel format \"{}\"{}; 'qxhost formats' "
                                                    "lists them",
                                                    option, text, Host::didYouMean(word, words)));
     }
@@ -133,10 +133,10 @@ Media::StoredLayout storedLayout(const PixelFormat& format, unsigned width, unsi
     const std::size_t usual = (needed + layout.rowAlignment - 1) / layout.rowAlignment * layout.rowAlignment;
     const std::size_t stride = rowBytes != 0 ? rowBytes : usual;
     constexpr std::size_t longestRow = std::size_t{1}
-                                       << 30U; // far beyond any, and frames' sizes stay numbers
+                                       << 30U; // no real row is as long, and frame sizes do not overflow
     if (stride > longestRow) {
         throw Failure(ExitCode::usage,
-                      fmt::format("{} {}: rows have at most {} bytes", option, rowBytes, longestRow));
+                      fmt::format("{} {}: expected at most {} bytes", option, rowBytes, longestRow));
     }
     const bool words = layout.texels == iGPUImage::eARGB16;
     if (stride < needed || (words && stride % 2 != 0)) {
@@ -164,8 +164,8 @@ Media::StoredLayout writtenLayout(const PixelFormat& format, const std::filesyst
     Media::StoredLayout layout = storedLayout(format, width, height, rowBytes, outputRowBytesOption);
     if (rowBytes != 0 && !Media::writesRawFrames(file, layout)) {
         throw Failure(ExitCode::usage,
-                      fmt::format("{} {}: in a file of type {} rows lie as its readers expect them; leave it "
-                                  "out, or write a raw file (.raw)",
+                      fmt::format("{} {}: only raw files (.raw) take a row stride, and this is {}; leave it "
+                                  "out, or write a raw file",
                                   outputRowBytesOption, rowBytes, file.extension().string()));
     }
     return layout;

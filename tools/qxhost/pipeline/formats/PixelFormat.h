@@ -28,23 +28,23 @@ struct PixelFormat
 /// Every format at every depth, in the table's order.
 std::vector<PixelFormat> pixelFormats();
 
-/// Reads "NAME" or "NAME:BITS", letter case aside. Throws Failure (usage) with the option's name and what was
-/// probably meant.
+/// Reads "NAME" or "NAME:BITS", ignoring case. Throws Failure (usage) with the option's name and a
+/// suggestion.
 PixelFormat parsePixelFormat(const std::string& option, const std::string& text);
 
 /// The format that a file's extension names ("clip.v210"); empty for any other extension.
 std::optional<PixelFormat> pixelFormatOf(const std::filesystem::path& file);
 
-/// A frame of that size in memory, rows without padding but what the format itself asks for.
+/// Describes a frame of that size in memory, with no row padding beyond what the format requires.
 Image::Core::Data describeFrame(const PixelFormat& format, unsigned width, unsigned height);
 
-/// The same in files. `rowBytes` is the distance of rows there, of the first plane where there are more; 0
-/// for the format's own. Throws Failure (usage) in the name of `option` when no row is as long.
+/// The layout of such a frame in files. `rowBytes` is the stride there, of the first plane if there are
+/// several; 0 is the format's own. Throws Failure (usage), naming `option`, if the stride is invalid.
 Media::StoredLayout storedLayout(const PixelFormat& format, unsigned width, unsigned height,
                                  std::size_t rowBytes, const char* option);
 
-/// The same of frames that are written to `file`, whose rows only raw files can have at a distance of one's
-/// own. Throws Failure (usage) for others.
+/// The same for frames that are written to `file`. Throws Failure (usage) also if `rowBytes` is given for a
+/// file that is not raw.
 Media::StoredLayout writtenLayout(const PixelFormat& format, const std::filesystem::path& file,
                                   unsigned width, unsigned height, std::size_t rowBytes);
 

@@ -8,7 +8,7 @@
 
 namespace Qx::Program {
 
-/// What the input's codes are taken to mean.
+/// How the input's codes are interpreted.
 struct ColourChoice
 {
     Media::Range range = Media::Range::video;
@@ -23,8 +23,8 @@ struct ColourChoice
     std::vector<std::string> notes;
 };
 
-/// Decides between the stream's tags and the user's options, which win. Throws Failure (input) when the tags
-/// name colours that no conversion here makes and the user did not say what to do.
+/// Decides between the stream's tags and the user's options, which win. Throws Failure (input) if the tags
+/// name unsupported colours and the user chose no matrix.
 ColourChoice chooseColour(const ConvertOptions& options, const Media::StreamInfo& info);
 
 const char* nameOf(Media::Range range);

@@ -54,7 +54,7 @@ private:
     std::optional<Media::FramePacker> packer_;
 };
 
-/// What is known of raw frames: what the user said, and that they have no tags.
+/// Raw frames have no tags: their properties come from the user's options.
 Media::StreamInfo describeRaw(const RawInputOptions& raw, std::int64_t frames)
 {
     Media::StreamInfo info;
@@ -81,7 +81,7 @@ Media::StreamInfo describeRaw(const RawInputOptions& raw, std::int64_t frames)
     return info;
 }
 
-/// A file of frames of a pixel format, which go to the GPU as they are.
+/// A raw file of frames of a pixel format, which are uploaded unchanged.
 class RawInput final : public iFrameInput
 {
 public:
@@ -137,8 +137,8 @@ std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)
     const RawInputOptions& raw = options.raw;
     const PixelFormat& format = require(raw.format);
     if (raw.width == 0) {
-        throw Failure(ExitCode::usage, options.input.string() + ": raw frames of " + format.name() +
-                                           " do not tell their size; add " + raw.sizeOption + " WxH, as in " +
+        throw Failure(ExitCode::usage, options.input.string() + ": the size of its " + format.name() +
+                                           " frames is not given; add " + raw.sizeOption + " WxH, as in " +
                                            raw.sizeOption + " 1920x1080");
     }
     if (raw.width > Media::ClipReader::largestSide || raw.height > Media::ClipReader::largestSide) {
@@ -156,7 +156,7 @@ std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)
     return std::make_unique<RawInput>(std::move(reader.value()), raw);
 }
 
-/// What only raw frames need to be told.
+/// Refuses options that only raw input takes.
 void refuseRawOptions(const RawInputOptions& raw)
 {
     const char* option = raw.width != 0      ? raw.sizeOption

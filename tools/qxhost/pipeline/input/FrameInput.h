@@ -24,19 +24,19 @@ public:
 
     virtual const Media::StreamInfo& info() const = 0;
 
-    /// How place() lays frames out in memory, for conversions in which 4:2:2 has the depth, range and matrix
-    /// that were decided on. To be called before place().
+    /// How place() lays frames out in memory, for 4:2:2 of the given depth, range and matrix. Call it before
+    /// place().
     virtual Image::Core::Data prepare(const Media::FramePacker::Target& source) = 0;
 
     /// Gives the next frame in order of presentation, as ClipReader::next() does.
     virtual Next next(Media::Frame& frame) = 0;
 
-    /// Lays a frame out in memory as prepare() said, rows at rows, rows + pitch, ...
+    /// Writes a frame to memory in the layout that prepare() returned; rows begin at rows, rows + pitch, ...
     virtual Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) = 0;
 
-    /// Why next() answered failed.
+    /// Why next() returned failed.
     virtual const std::string& failure() const = 0;
-    /// Damage met so far: how many times, and a line each for the first few.
+    /// Damage found so far: the number of cases, and a line for each of the first few.
     virtual std::int64_t problemCount() const = 0;
     virtual const std::vector<std::string>& problems() const = 0;
 

@@ -32,7 +32,7 @@ Polarity polarityOf(Media::FieldOrder order)
     return Polarity::Progressive;
 }
 
-/// Describes a GPU image of pixel pairs as what it is.
+/// Sets the description of a GPU image of pixel pairs.
 void describePairs(Surface& pairs, std::uint32_t width)
 {
     const Qx::Ptr<iGPUImage> image = pairs.getGPUSurface();
@@ -115,8 +115,7 @@ Surface FrameUpload::toPairs(Surface host) const
         fail();
     }
     if (way == FormatWay::In::reordered) {
-        // Half a pair counts as one here and as none there, so the odd pixel is left out of the count of
-        // pixels.
+        // The library rounds the number of pairs down, so the width is rounded up to whole pairs for it.
         pairs.setWidth(width + width % 2);
         pairs = Image::ColourConversion::reorderComponents(pairs, Image::YUY2, iGPUImage::eARGB16);
     }

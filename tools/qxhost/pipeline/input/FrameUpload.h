@@ -8,17 +8,17 @@
 
 namespace Qx::Program {
 
-/// Brings frames of any format from host memory to where conversions begin: YCrCb to pixel pairs in YUY2
-/// order, RGB to A R G B.
+/// Uploads frames of any format in the form that conversions start from: YCrCb as pixel pairs in YUY2 order,
+/// RGB as A R G B.
 class FrameUpload
 {
 public:
-    /// `layout` describes the frames; `source` tells what codes of YCrCb mean.
+    /// `layout` describes the frames; `source` has the range and matrix of YCrCb codes.
     FrameUpload(const Image::Core::Data& layout, const Media::FramePacker::Target& source);
 
     bool isYCrCb() const;
 
-    /// A host image for one frame; empty when there is no memory.
+    /// A host image for one frame; empty if out of memory.
     Qx::Ptr<iHostImage> makeHostImage() const;
 
     /// The frame on the GPU: YUY2 of the frame's depth, 8 or 16 bits (deeper than 8 is 16), or ARGB in the

@@ -19,12 +19,12 @@ struct BurnInPlace
     int y = 0;
 };
 
-/// What "qxhost convert --burn-in" and its fellows ask for.
+/// The options of "qxhost convert --burn-in".
 struct BurnInOptions
 {
-    std::string text; ///< with fields; empty: nothing is burned in
+    std::string text; ///< with fields; empty: no burn-in
     std::string font; ///< a typeface or a file; empty: the system's monospaced one
-    int size = 0;     ///< pixels; 0: chosen by the picture
+    int size = 0;     ///< pixels; 0: chosen from the picture's height
     std::variant<BurnInAnchor, BurnInPlace> position;
 };
 

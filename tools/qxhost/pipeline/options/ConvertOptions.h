@@ -22,7 +22,7 @@ struct ParameterSetting
     std::vector<float> values; ///< at least one, all finite
 };
 
-/// One "--effect FILE", or one "--lut FILE", with what was said about it.
+/// One "--effect FILE" or "--lut FILE" with its further options.
 struct EffectRequest
 {
     std::string file;      ///< a name of the catalogue, or a path
@@ -31,13 +31,13 @@ struct EffectRequest
     std::string lut; ///< of "--lut", a LUT of the catalogue or a path; the effect is then the one for tables
 };
 
-/// What a user says of an input that holds nothing but frames.
+/// The user's description of a raw input, which holds nothing but frames.
 struct RawInputOptions
 {
     std::optional<PixelFormat> format; ///< empty: the input is a clip or picture
-    unsigned width = 0;                ///< pixels; 0: not said
+    unsigned width = 0;                ///< pixels; 0: not given
     unsigned height = 0;
-    const char* sizeOption = "--size";        ///< what the command calls these
+    const char* sizeOption = "--size";        ///< the option by which the command takes them
     std::int64_t rowBytes = 0;                ///< from a row to the next in the file; 0: the format's own
     std::optional<Media::Rational> frameRate; ///< empty: 25
 };
@@ -45,7 +45,7 @@ struct RawInputOptions
 /// "qxhost fields": every frame becomes its two fields.
 struct SeparateFields
 {
-    std::optional<Media::FieldOrder> order; ///< which was first in time; empty: as the input says
+    std::optional<Media::FieldOrder> order; ///< which was first in time; empty: as tagged in the input
 };
 
 /// "qxhost thumbnail": a frame becomes one small picture.
@@ -56,10 +56,10 @@ struct ShrinkPicture
     bool stretch = false; ///< to exactly that size, whatever the shape
 };
 
-/// What is made of the pictures after the effects.
+/// The step after the effects.
 using PictureStep = std::variant<std::monostate, SeparateFields, ShrinkPicture>;
 
-/// What "qxhost convert" was asked for, and the commands that convert in a particular way.
+/// The options of "qxhost convert", and of the commands that convert in a particular way.
 struct ConvertOptions
 {
     std::filesystem::path input;
@@ -70,7 +70,7 @@ struct ConvertOptions
     std::int64_t outputRowBytes = 0;   ///< from a row to the next in a raw file; 0: the format's own
     PictureStep step;
 
-    std::optional<Media::Range> range; ///< of the input, instead of what its tags say
+    std::optional<Media::Range> range; ///< of the input, overriding its tags
     std::optional<Media::Matrix> matrix;
     std::optional<Media::Range> outputRange; ///< of the RGB that leaves the conversion
     Image::Filter filter = Image::Filter::CatmullRom;
@@ -79,7 +79,7 @@ struct ConvertOptions
 
     BurnInOptions burnIn; ///< after the effects
 
-    std::int64_t start = 0;  ///< frames to leave out at the beginning
+    std::int64_t start = 0;  ///< frames to skip at the beginning
     std::int64_t frames = 0; ///< frames to convert at most; 0: all
 
     std::string codec;

@@ -98,7 +98,7 @@ Surface FrameDelivery::packMatrox(const Surface& pairs) const
     return packed;
 }
 
-/// `of` is the picture, whose size the result has in pixels.
+/// `of` is the picture that gives the result its size in pixels.
 Surface FrameDelivery::through(const char* technique, const Surface& from, const Surface& of) const
 {
     const Image::Core::Data data = describeFrame(format_, of.getWidth(), of.getHeight());

@@ -6,8 +6,8 @@
 
 namespace Qx::Program {
 
-/// Takes frames from the GPU to host memory in a pixel format: through the library's own way out where that
-/// ends at the format, else with the one technique that finishes it.
+/// Reads frames back to host memory in a pixel format: by the library's copy to host memory where that writes
+/// the format, else through one more technique.
 class FrameDelivery
 {
 public:
@@ -15,12 +15,12 @@ public:
 
     const PixelFormat& format() const { return format_; }
 
-    /// A picture of full-range RGB, A R G B on the GPU. As YCrCb it becomes video range, BT.709 when it is
-    /// wider than 720 pixels and BT.601 else. Throws Failure (device, effect).
+    /// A picture of full-range RGB, A R G B on the GPU. As YCrCb it becomes video range, with the matrix of
+    /// Media::matrixForWidth(). Throws Failure (device, effect).
     Image::Surface fromPicture(const Image::Surface& picture) const;
 
-    /// Pixel pairs in YUY2 order, for a YCrCb format: the codes stay as they are; where depths differ, they
-    /// keep their place among the steps of video. Throws Failure (device, effect).
+    /// Pixel pairs in YUY2 order, for a YCrCb format: codes are unchanged, or scaled by a power of two where
+    /// depths differ. Throws Failure (device, effect).
     Image::Surface fromPairs(const Image::Surface& pairs) const;
 
 private:

@@ -81,14 +81,6 @@ void copyInMemory(State& state, iGPUImage::eFormat depth)
         benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
-template <class Function, class... Args>
-void add(const std::string& name, Function function, Args... args)
-{
-    benchmark::RegisterBenchmark(name.c_str(), function, args...)
-        ->UseRealTime()
-        ->Unit(benchmark::kMillisecond);
-}
-
 void addDecoding(iGPUImage::eFormat depth)
 {
     const std::string bits = depthName(depth);

@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 
 #include <functional>
+#include <string>
 
 /// Counting of frames for the benchmarks.
 namespace Qx::Bench {
@@ -17,5 +18,14 @@ void measureOnDevice(benchmark::State& state, const Image::Surface& target,
 /// Measures the frames per second of a round trip, as the counter "fps", with three frames in flight. `start`
 /// begins the next one and returns the memory that it will be read back to.
 void measureThereAndBack(benchmark::State& state, const std::function<Qx::Ptr<iHostImage>()>& start);
+
+/// Registers a benchmark that is measured by the clock, in milliseconds.
+template <class Function, class... Args>
+void add(const std::string& name, Function function, Args... args)
+{
+    benchmark::RegisterBenchmark(name.c_str(), function, args...)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+}
 
 } // namespace Qx::Bench

@@ -87,14 +87,6 @@ void unpackDvs(State& state, const Surface& source, Surface target)
     measureOnDevice(state, target, [&] { return ColourConversion::unpackDvs10BitFormat(source, target); });
 }
 
-template <class Function, class... Args>
-void add(const std::string& name, Function function, Args... args)
-{
-    benchmark::RegisterBenchmark(name.c_str(), function, args...)
-        ->UseRealTime()
-        ->Unit(benchmark::kMillisecond);
-}
-
 void addCopy(const char* what, XY<int> size, iGPUImage::eFormat format)
 {
     add(std::string("copy on the device of ") + what + ", " + depthName(format) + " bits", rearrange, "Null",

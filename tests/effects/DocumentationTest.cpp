@@ -36,14 +36,6 @@ std::vector<Block> fencedBlocks()
     return blocks;
 }
 
-std::string withoutDirectory(std::string text, const std::string& directory)
-{
-    for (std::size_t at = text.find(directory); at != std::string::npos; at = text.find(directory)) {
-        text.erase(at, directory.size() + 1);
-    }
-    return text;
-}
-
 TEST(EffectsPage, itsExamplesCompileAndItsMistakesGiveTheMessagesShown)
 {
     const TemporaryDirectory directory;

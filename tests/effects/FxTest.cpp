@@ -214,4 +214,13 @@ std::string disassemble(const std::vector<std::uint32_t>& spirv)
     return text;
 }
 
+std::string withoutDirectory(std::string text, const std::string& directory)
+{
+    for (std::size_t at = text.find(directory); at != std::string::npos; at = text.find(directory)) {
+        const bool whole = text.compare(at + directory.size(), 1, "/") == 0;
+        text.replace(at, directory.size() + (whole ? 1 : 0), whole ? "" : ".");
+    }
+    return text;
+}
+
 } // namespace Qx::Host::Tests

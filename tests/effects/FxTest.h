@@ -47,6 +47,10 @@ std::filesystem::path writeFiles(const FxTest& test, const std::filesystem::path
 /// Describes a compiled effect, one fact a line.
 std::vector<std::string> describe(const CompiledEffect& effect);
 
+/// Messages name files as opened; a test names them relative to its directory. Returns the text with such
+/// names.
+std::string withoutDirectory(std::string text, const std::string& directory);
+
 /// A shader as text, with friendly names.
 std::string disassemble(const std::vector<std::uint32_t>& spirv);
 

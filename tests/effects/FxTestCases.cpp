@@ -17,16 +17,6 @@ std::string joined(const std::vector<std::string>& lines)
     return text;
 }
 
-/// Messages name files as opened; a test names them relative to its directory.
-std::string withoutDirectory(std::string text, const std::string& directory)
-{
-    for (std::size_t at = text.find(directory); at != std::string::npos; at = text.find(directory)) {
-        const bool whole = text.compare(at + directory.size(), 1, "/") == 0;
-        text.replace(at, directory.size() + (whole ? 1 : 0), whole ? "" : ".");
-    }
-    return text;
-}
-
 std::size_t occurrences(const std::string& text, const std::string& word)
 {
     std::size_t count = 0;

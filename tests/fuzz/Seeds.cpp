@@ -86,7 +86,8 @@ private:
 void writeWorkerFrames(const Corpora& corpora)
 {
     using namespace Worker;
-    const CompileRequest request{"some/effect.fx", "/some/where", {{{"A", "1"}, {"B", ""}}, {"/x", "/y z"}}};
+    const CompileRequest request{
+        "some/effect.fx", "/some/where", {{{{"A", "1"}, {"B", ""}}, {"/x", "/y z"}}}};
     Hello hello;
     hello.device = DeviceUUID{std::byte{1}, std::byte{2}};
     hello.memoryBytes = 1U << 30U;

@@ -40,18 +40,18 @@ std::string nameOf(const iGPUResource* resource)
     return image != nullptr ? image->name() : "unknown";
 }
 
-std::string text(const NormalisedRGB& c)
+std::string numbersOf(const NormalisedRGB& c)
 {
     return "(" + number(c.red) + " " + number(c.green) + " " + number(c.blue) + " " + number(c.alpha) + ")";
 }
 
-std::string text(const RectangleOf<int>& r)
+std::string numbersOf(const RectangleOf<int>& r)
 {
     return "(" + std::to_string(r.x0) + " " + std::to_string(r.y0) + " " + std::to_string(r.x1) + " " +
            std::to_string(r.y1) + ")";
 }
 
-std::string text(const RectangleOf<float>& r)
+std::string numbersOf(const RectangleOf<float>& r)
 {
     return "(" + number(r.x0) + " " + number(r.y0) + " " + number(r.x1) + " " + number(r.y1) + ")";
 }
@@ -65,15 +65,15 @@ public:
 
     bool draw(const RectDescription& d, int layer) override
     {
-        return host().call("drawRect", target_ + text(d.area) + ", colours " + text(d.colour) + " " +
-                                           text(d.colour2) + ", border " + std::to_string(d.border) +
-                                           ", layer " + std::to_string(layer));
+        return host().call("drawRect", target_ + numbersOf(d.area) + ", colours " + numbersOf(d.colour) +
+                                           " " + numbersOf(d.colour2) + ", border " +
+                                           std::to_string(d.border) + ", layer " + std::to_string(layer));
     }
 
     bool draw(const ImageDescription& d, int layer) override
     {
-        return host().call("drawImage", target_ + text(d.destination) + ", " + nameOf(d.image.get()) +
-                                            text(d.source) + ", blend " + std::to_string(d.blend) +
+        return host().call("drawImage", target_ + numbersOf(d.destination) + ", " + nameOf(d.image.get()) +
+                                            numbersOf(d.source) + ", blend " + std::to_string(d.blend) +
                                             ", weight " + number(d.weight) + ", layer " +
                                             std::to_string(layer));
     }
@@ -81,11 +81,12 @@ public:
     bool draw(const ImageDescriptionEx& d, int layer) override
     {
         const auto* effect = dynamic_cast<const FakeEffect*>(d.effect.get());
-        return host().call("drawImageEx",
-                           target_ + text(d.destination) + ", " + nameOf(d.image.get()) + text(d.source) +
-                               ", effect " + (effect != nullptr ? effect->name() : "none") + ", blend " +
-                               std::to_string(d.blend) + ", mode " + std::to_string(d.mode) + ", further " +
-                               std::to_string(d.furtherImages.size()) + ", layer " + std::to_string(layer));
+        return host().call("drawImageEx", target_ + numbersOf(d.destination) + ", " + nameOf(d.image.get()) +
+                                              numbersOf(d.source) + ", effect " +
+                                              (effect != nullptr ? effect->name() : "none") + ", blend " +
+                                              std::to_string(d.blend) + ", mode " + std::to_string(d.mode) +
+                                              ", further " + std::to_string(d.furtherImages.size()) +
+                                              ", layer " + std::to_string(layer));
     }
 
 private:
@@ -197,12 +198,12 @@ void FakeEffect::setFloatValue(const std::string& parameter, float value)
 
 void RecordingTaskLog::setStep(const LightweightString<wchar_t>& step, int level)
 {
-    host().call("setStep", quoted(text(step)) + ", " + std::to_string(level));
+    host().call("setStep", inQuotes(text(step)) + ", " + std::to_string(level));
 }
 
 void RecordingTaskLog::setProgress(const LightweightString<wchar_t>& progress, double fraction)
 {
-    host().call("setProgress", quoted(text(progress)) + ", " + number(fraction));
+    host().call("setProgress", inQuotes(text(progress)) + ", " + number(fraction));
 }
 
 } // namespace Qx::Test

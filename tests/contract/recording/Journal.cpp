@@ -51,7 +51,7 @@ std::size_t Journal::countLocked(std::string_view beginning) const
         lines_.begin(), lines_.end(), [&](const std::string& line) { return line.starts_with(beginning); }));
 }
 
-std::string quoted(std::string_view text)
+std::string inQuotes(std::string_view text)
 {
     std::string result = "\"";
     for (const char c : text) {

@@ -35,6 +35,6 @@ private:
 };
 
 /// Returns the text in quotes, with line ends, quotes and backslashes escaped.
-std::string quoted(std::string_view text);
+std::string inQuotes(std::string_view text);
 
 } // namespace Qx::Test

@@ -16,7 +16,7 @@
 #include <cstdio>
 
 using Qx::Test::host;
-using Qx::Test::quoted;
+using Qx::Test::inQuotes;
 using Qx::Test::text;
 
 // Settings
@@ -41,7 +41,7 @@ LightweightString<wchar_t> getLUTDirectory(iSettings::eType scope)
 
 int config_int(const char* name, int defaultValue)
 {
-    host().call("config_int", quoted(name) + ", " + std::to_string(defaultValue));
+    host().call("config_int", inQuotes(name) + ", " + std::to_string(defaultValue));
     const auto found = host().settings.find(name);
     return found != host().settings.end() ? found->second : defaultValue;
 }
@@ -53,7 +53,7 @@ void getDirectoryContents(const LightweightString<wchar_t>& directory,
                           Qx::Vector<LightweightString<wchar_t>>& contents, unsigned flags)
 {
     host().call("getDirectoryContents",
-                quoted(text(directory)) + ", " + quoted(text(pattern)) + ", " + std::to_string(flags));
+                inQuotes(text(directory)) + ", " + inQuotes(text(pattern)) + ", " + std::to_string(flags));
     for (const std::wstring& path : host().lutFiles[std::wstring(directory.view())]) {
         contents.emplace_back(path.c_str());
     }
@@ -61,7 +61,7 @@ void getDirectoryContents(const LightweightString<wchar_t>& directory,
 
 Qx::Ptr<iHostImage3D> CubeLUT::load(const LightweightString<wchar_t>& path)
 {
-    if (!host().call("CubeLUT::load", quoted(text(path)))) {
+    if (!host().call("CubeLUT::load", inQuotes(text(path)))) {
         return {};
     }
     return Qx::makePtr<Qx::Test::FakeHostImage3D>(text(path));
@@ -126,7 +126,7 @@ void recordFormatted(const char* operation, const char* format, std::va_list arg
 {
     std::array<char, 4096> line{};
     std::vsnprintf(line.data(), line.size(), format, arguments);
-    host().call(operation, quoted(line.data()));
+    host().call(operation, inQuotes(line.data()));
 }
 
 } // namespace
@@ -171,7 +171,7 @@ StartEnv& StartEnv::programEnv()
 
 int StartEnv::arg(const wchar_t* name) const
 {
-    host().call("StartEnv::arg", quoted(text(name)));
+    host().call("StartEnv::arg", inQuotes(text(name)));
     return host().programArguments.contains(name) ? 1 : 0;
 }
 
@@ -195,8 +195,8 @@ CommandRegistrar::CommandRegistrar(const char* name, Handler handler, const UISt
     : name_(name)
 {
     host().call("CommandRegistrar",
-                quoted(name) + ", " + quoted(text(displayText.text)) + "/" +
-                    std::to_string(displayText.resource) + ", " + quoted(text(description.text)) + "/" +
+                inQuotes(name) + ", " + inQuotes(text(displayText.text)) + "/" +
+                    std::to_string(displayText.resource) + ", " + inQuotes(text(description.text)) + "/" +
                     std::to_string(description.resource) + ", " + std::to_string(static_cast<int>(scope)) +
                     ", " + std::to_string(binding.key) + "/" + std::to_string(binding.modifiers));
     host().commands.push_back({name, handler});
@@ -204,7 +204,7 @@ CommandRegistrar::CommandRegistrar(const char* name, Handler handler, const UISt
 
 CommandRegistrar::~CommandRegistrar()
 {
-    host().call("~CommandRegistrar", quoted(name_));
+    host().call("~CommandRegistrar", inQuotes(name_));
     std::erase_if(host().commands, [&](const auto& command) { return command.name == name_; });
 }
 

@@ -45,7 +45,7 @@ public:
     void listDirectory(const LightweightString<wchar_t>& pattern, Qx::Vector<DirectoryItem>& items,
                        eKind kind, int flags) override
     {
-        const bool works = host().call("listDirectory", quoted(text(pattern)) + ", " +
+        const bool works = host().call("listDirectory", inQuotes(text(pattern)) + ", " +
                                                             std::to_string(static_cast<int>(kind)) + ", " +
                                                             std::to_string(flags));
         items.clear();
@@ -63,14 +63,14 @@ public:
     bool copyFile(const LightweightString<wchar_t>& source, const LightweightString<wchar_t>& destination,
                   int options) override
     {
-        return host().call("copyFile", quoted(text(source)) + ", " + quoted(text(destination)) + ", " +
+        return host().call("copyFile", inQuotes(text(source)) + ", " + inQuotes(text(destination)) + ", " +
                                            std::to_string(options));
     }
 };
 
 std::string described(const LightweightString<wchar_t>& path, const iGPUService::Definitions& definitions)
 {
-    std::string result = quoted(text(path)) + ", {";
+    std::string result = inQuotes(text(path)) + ", {";
     const char* separator = "";
     for (const auto& definition : definitions) {
         result += separator + text(definition.name) + "=" + text(definition.value);
@@ -180,7 +180,7 @@ public:
 
     Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>& typeface, int size, int style) override
     {
-        if (!host().call("createFont", quoted(text(typeface)) + ", " + std::to_string(size) + ", " +
+        if (!host().call("createFont", inQuotes(text(typeface)) + ", " + std::to_string(size) + ", " +
                                            std::to_string(style))) {
             return {};
         }
@@ -201,7 +201,7 @@ public:
     void showMessage(const LightweightString<wchar_t>& caption, const LightweightString<wchar_t>& message,
                      eButtons buttons, eSeverity severity) override
     {
-        host().call("showMessage", quoted(text(caption)) + ", " + quoted(text(message)) + ", " +
+        host().call("showMessage", inQuotes(text(caption)) + ", " + inQuotes(text(message)) + ", " +
                                        std::to_string(static_cast<int>(buttons)) + ", " +
                                        std::to_string(static_cast<int>(severity)));
     }

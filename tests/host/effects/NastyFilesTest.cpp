@@ -150,9 +150,9 @@ const std::vector<Nasty>& nastyFiles()
              return numbered(5000, [](const std::string& n) { return "float p" + n + ";\n"; }) +
                     effectWith("return p0;");
          }),
-         "16384 are there"},
+         "the limit is 16384"},
         {"SameTechniqueTwice", holding(effectWith("return 1;") + "technique A { pass { } }\n"),
-         "there already"},
+         "already declared"},
         {"PassWithoutShader", holding("technique A { pass { AlphaBlendEnable = true; } }"),
          "no pixel shader"},
         {"TechniqueWithoutPass", holding("technique A { }"), "no pass"},

@@ -314,7 +314,7 @@ TEST_F(PrimitivesTest, EverySecondLineLeavesTheRowsForWhichThereIsNoLine)
 
 namespace {
 
-const char* const mixEffect = R"(
+const char* const rectangleEffect = R"(
 texture First;
 texture Next;
 sampler S = sampler_state { Texture = <First>; MinFilter = Point; MagFilter = Point; };
@@ -335,7 +335,7 @@ technique Faint { pass P { PixelShader = compile ps_3_0 faint(); } }
 TEST_F(PrimitivesTest, AnEffectReadsTheSourceRectangleOverTheDestination)
 {
     const XY<int> size{8, 8};
-    const Qx::Ptr<iShaderEffect> e = effect(mixEffect);
+    const Qx::Ptr<iShaderEffect> e = effect(rectangleEffect);
     ASSERT_TRUE(e);
     for (const bool blend : {false, true}) {
         const Qx::Ptr<iGPUImage> target = canvas(size, {255, 9, 9, 9});
@@ -356,7 +356,7 @@ TEST_F(PrimitivesTest, AnEffectReadsTheSourceRectangleOverTheDestination)
 TEST_F(PrimitivesTest, FurtherImagesAreTheEffectsOtherTextures)
 {
     const XY<int> size{4, 4};
-    const Qx::Ptr<iShaderEffect> e = effect(mixEffect);
+    const Qx::Ptr<iShaderEffect> e = effect(rectangleEffect);
     ASSERT_TRUE(e);
     ASSERT_TRUE(e->setTechnique("Two"));
     const Qx::Ptr<iGPUImage> target = canvas(size, {9, 9, 9, 9});
@@ -373,7 +373,7 @@ TEST_F(PrimitivesTest, FurtherImagesAreTheEffectsOtherTextures)
 TEST_F(PrimitivesTest, AnEffectsResultIsBlendedByItsOwnAlpha)
 {
     const XY<int> size{2, 2};
-    const Qx::Ptr<iShaderEffect> e = effect(mixEffect);
+    const Qx::Ptr<iShaderEffect> e = effect(rectangleEffect);
     ASSERT_TRUE(e);
     ASSERT_TRUE(e->setTechnique("Faint"));
     const Qx::Ptr<iGPUImage> target = canvas(size, {255, 0, 0, 0});
@@ -391,7 +391,7 @@ TEST_F(PrimitivesTest, AnEffectWithEverySecondLineLeavesTheRowsForWhichThereIsNo
 {
     const XY<int> size{4, 4};
     const Qx::Ptr<iGPUImage> target = canvas(size, {7, 7, 7, 7});
-    const Qx::Ptr<iShaderEffect> e = effect(mixEffect);
+    const Qx::Ptr<iShaderEffect> e = effect(rectangleEffect);
     ASSERT_TRUE(e);
     ImageDescriptionEx d = precise(addresses(size), {0, 0, 4, 4}, {0, 0, 4, 4}, false);
     d.mode = ImageDescriptionEx::EverySecondLine;
@@ -407,7 +407,7 @@ TEST_F(PrimitivesTest, AnEffectWithEverySecondLineLeavesTheRowsForWhichThereIsNo
 TEST_F(PrimitivesTest, AnEffectWithEverySecondLineSeesThoseLines)
 {
     const XY<int> size{4, 4};
-    const Qx::Ptr<iShaderEffect> e = effect(mixEffect);
+    const Qx::Ptr<iShaderEffect> e = effect(rectangleEffect);
     ASSERT_TRUE(e);
     const Qx::Ptr<iGPUImage> target = canvas(size, {255, 9, 9, 9});
     ImageDescriptionEx d = precise(addresses({4, 8}), {0, 1, 4, 9}, {0, 0, 4, 4}, false);

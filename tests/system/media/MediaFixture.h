@@ -25,6 +25,11 @@ namespace Qx::Media::Test {
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 
+inline bool has(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
 /// A directory for each test, and the ffmpeg program to make and judge files in it.
 class MediaTest : public testing::Test
 {

@@ -9,11 +9,6 @@ namespace {
 
 using Reader = MediaTest;
 
-bool has(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 std::vector<FrameTime> allTimes(ClipReader& reader)
 {
     std::vector<FrameTime> times;

@@ -13,11 +13,6 @@ namespace {
 
 using Writer = MediaTest;
 
-bool has(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 void writeFrames(iFrameWriter& writer, const Bytes& rows, int pitch, int count, int step = 1)
 {
     for (int i = 0; i < count; ++i) {

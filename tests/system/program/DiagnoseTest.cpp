@@ -29,8 +29,8 @@ protected:
         ProgramTest::TearDown();
     }
 
-    /// Has the measuring process misbehave.
-    static void misbehave(const std::string& how) { ::setenv("QXHOST_DIAGNOSE_TEST", how.c_str(), 1); }
+    /// Injects a fault into the measuring process.
+    static void injectFault(const std::string& how) { ::setenv("QXHOST_DIAGNOSE_TEST", how.c_str(), 1); }
 
     /// A quick run of one step.
     Outcome diagnose(const std::string& steps, std::vector<std::string> further = {}) const
@@ -119,7 +119,7 @@ TEST_F(Diagnose, a_device_in_the_hosts_memory_says_that_nothing_is_copied)
 
 TEST_F(Diagnose, an_upload_that_is_refused_is_told)
 {
-    misbehave("transfers:fail:37");
+    injectFault("transfers:fail:37");
     const Outcome outcome = diagnose("transfers", {"--json", "-"});
     EXPECT_EQ(outcome.exitCode, notHealthy);
     const Json report = parsed(outcome.out);
@@ -134,7 +134,7 @@ TEST_F(Diagnose, an_upload_that_is_refused_is_told)
 
 TEST_F(Diagnose, a_device_that_gets_slower_each_frame_is_remarked)
 {
-    misbehave("latency:slow:10");
+    injectFault("latency:slow:10");
     const Outcome outcome = qxhost({"diagnose", "--only", "latency"});
     expectWords(outcome.out, {"got slower all the while", "with remarks"});
     EXPECT_EQ(outcome.exitCode, healthy);
@@ -142,7 +142,7 @@ TEST_F(Diagnose, a_device_that_gets_slower_each_frame_is_remarked)
 
 TEST_F(Diagnose, a_device_that_hangs_is_told_with_what_it_was_asked_for)
 {
-    misbehave("transfers:stall:37");
+    injectFault("transfers:stall:37");
     const Outcome outcome = diagnose("checks,transfers", {"--limit", "2"});
     EXPECT_EQ(outcome.exitCode, notHealthy);
     expectWords(outcome.out, {"Is it right?", "hung: no sign of life for 2 seconds", "37th time",
@@ -151,7 +151,7 @@ TEST_F(Diagnose, a_device_that_hangs_is_told_with_what_it_was_asked_for)
 
 TEST_F(Diagnose, a_device_that_computes_for_ever_is_a_hang_too)
 {
-    misbehave("latency:spin");
+    injectFault("latency:spin");
     const Outcome outcome = diagnose("latency", {"--limit", "1"});
     EXPECT_EQ(outcome.exitCode, notHealthy);
     expectWords(outcome.out, {"no sign of life for 1 second.", "64 x 64"});
@@ -161,7 +161,7 @@ TEST_F(Diagnose, a_driver_that_dies_is_told_with_what_it_was_asked_for)
 {
     for (const auto& [action, words] : {std::pair("crash", "signal 6 (Aborted)"),
                                         std::pair("kill", "signal 9"), std::pair("exit", "exit code 3")}) {
-        misbehave(std::string("transfers:") + action + ":2");
+        injectFault(std::string("transfers:") + action + ":2");
         const Outcome outcome = diagnose("transfers");
         EXPECT_EQ(outcome.exitCode, notHealthy);
         expectWords(outcome.out, {"died", words, "uploading an image of 720 x 576 (for the 2nd time)"});
@@ -170,7 +170,7 @@ TEST_F(Diagnose, a_driver_that_dies_is_told_with_what_it_was_asked_for)
 
 TEST_F(Diagnose, a_lost_device_ends_the_run_and_is_told)
 {
-    misbehave("latency:lose:5");
+    injectFault("latency:lose:5");
     const Outcome outcome = diagnose("latency,memory");
     EXPECT_EQ(outcome.exitCode, notHealthy);
     expectWords(outcome.out, {"it was lost in the step 'latency'", "NOT healthy"});
@@ -178,7 +178,7 @@ TEST_F(Diagnose, a_lost_device_ends_the_run_and_is_told)
 
 TEST_F(Diagnose, the_suite_in_full_is_interrupted_by_a_hang_and_its_lines_stand_as_they_are)
 {
-    misbehave("suite:stall:4");
+    injectFault("suite:stall:4");
     const Outcome outcome = qxhost({"diagnose", "--only", "suite", "--limit", "2"});
     EXPECT_EQ(outcome.exitCode, notHealthy);
     EXPECT_TRUE(outcome.out.starts_with("Memory : ")) << outcome.out;
@@ -188,7 +188,7 @@ TEST_F(Diagnose, the_suite_in_full_is_interrupted_by_a_hang_and_its_lines_stand_
 
 TEST_F(Diagnose, ctrl_c_leaves_a_partial_report_marked_so)
 {
-    misbehave("latency:stall");
+    injectFault("latency:stall");
     Running program({programPath(), "diagnose", "--quick", "--only", "checks,latency", "--json", "part.json"},
                     directory_);
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(120);

@@ -113,7 +113,7 @@ struct Report
 /// Whether a run is meant to hold the figures of a group, as it was asked for.
 bool wantsPacked(const Report& report, std::string_view group);
 
-/// The figure that fails when effects to draw with cannot be had: a fault of the installation.
+/// The figure that fails if the effects to draw with are unavailable: a fault of the installation.
 inline constexpr std::string_view effectsFigure = "effects";
 
 /// The figure of that id; null when the run has none.

@@ -24,7 +24,7 @@ std::string firstError(const std::string& errors)
     return at == std::string::npos ? line : line.substr(at + mark.size());
 }
 
-/// Why the effect cannot be had; empty when it can.
+/// Returns why the effect is unavailable; empty if it is available.
 std::string problemOf(const std::string& effect)
 {
     if (!Program::isCatalogued(effect)) {
@@ -40,7 +40,7 @@ std::string problemOf(const std::string& effect)
     return {};
 }
 
-/// The reason for each effect that cannot be had.
+/// The reason for each effect that is unavailable.
 std::map<std::string, std::string> problemsOf(Probe& probe, const std::vector<Step>& chosen)
 {
     std::set<std::string> tried;

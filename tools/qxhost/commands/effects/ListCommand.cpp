@@ -4,6 +4,7 @@
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostText.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -20,11 +21,6 @@ struct ListOptions
     std::string device;
     bool json = false;
 };
-
-std::string narrow(const LightweightString<wchar_t>& text)
-{
-    return std::string(toUTF8(text).view());
-}
 
 /// Describes an effect of the catalogue. Compiles it.
 Json describe(const ShaderEffectInfo& info)

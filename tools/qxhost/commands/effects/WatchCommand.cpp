@@ -10,6 +10,7 @@
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostText.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
@@ -48,11 +49,6 @@ struct WatchOptions
 using FxResources::Manager;
 using FxResources::ShaderEffectInfo;
 using std::filesystem::path;
-
-std::string narrow(const LightweightString<wchar_t>& text)
-{
-    return std::string(toUTF8(text).view());
-}
 
 bool isDirectory(const path& name)
 {

@@ -7,6 +7,7 @@
 #include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/pipeline/device/HostText.h"
 
 #include <algorithm>
 #include <array>
@@ -18,11 +19,6 @@ namespace {
 constexpr const char* usualFont = "monospace";
 constexpr float boxOpacity = 0.6F;
 constexpr int smallestFitted = 8;
-
-LightweightString<wchar_t> wide(const std::string& text)
-{
-    return fromUTF8(LightweightString<char>(std::string_view(text)));
-}
 
 /// Of white text on a picture of that height: a twentieth, which reads on small screens too.
 int usualSize(int height)

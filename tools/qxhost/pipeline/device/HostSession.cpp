@@ -100,4 +100,9 @@ void failOnDevice(int width, int height)
                       " pixels; close other programs that use it, or choose another device with --device");
 }
 
+void failOnDevice(const Image::Surface& picture)
+{
+    failOnDevice(static_cast<int>(picture.getWidth()), static_cast<int>(picture.getHeight()));
+}
+
 } // namespace Qx::Program

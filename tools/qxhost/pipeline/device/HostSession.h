@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Surface.h"
 #include "tools/qxhost/console/Console.h"
 
 #include <string>
@@ -46,6 +47,7 @@ bool deviceIsSoftware();
 /// Throws a Failure (device) with the reason: the device is lost, does not support pictures of that size, or
 /// has no memory left for one.
 [[noreturn]] void failOnDevice(int width, int height);
+[[noreturn]] void failOnDevice(const Image::Surface& picture);
 
 /// Whether the device is lost, which then is the cause of every failure.
 bool deviceIsLost();

@@ -115,7 +115,7 @@ void requireOnlyInput(const iShaderEffect& effect, const std::string& file, std:
                                 const Image::Surface& picture)
 {
     if (deviceIsLost()) {
-        failOnDevice(static_cast<int>(picture.getWidth()), static_cast<int>(picture.getHeight()));
+        failOnDevice(picture);
     }
     throw Failure(ExitCode::effect, file + ": technique \"" + std::string(technique.view()) +
                                         "\" could not be drawn; see the log (qxhost.log)");
@@ -210,7 +210,7 @@ Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFor
     for (Link& link : links_) {
         Image::Surface next = current.createDestARGBGPUSurface(format);
         if (!next.getGPUSurface()) {
-            failOnDevice(static_cast<int>(current.getWidth()), static_cast<int>(current.getHeight()));
+            failOnDevice(current);
         }
         Qx::Ptr<iShaderEffect> effect = link.effect;
         if (link.table) {

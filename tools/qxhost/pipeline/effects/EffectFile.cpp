@@ -5,6 +5,7 @@
 #include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
+#include "tools/qxhost/pipeline/device/HostText.h"
 
 #include <algorithm>
 
@@ -14,16 +15,6 @@ namespace {
 
 using FxResources::Manager;
 using FxResources::ShaderEffectInfo;
-
-LightweightString<wchar_t> wide(const std::string& text)
-{
-    return fromUTF8(LightweightString<char>(std::string_view(text)));
-}
-
-std::string narrow(const LightweightString<wchar_t>& text)
-{
-    return std::string(toUTF8(text).view());
-}
 
 /// The catalogue's record of a file.
 const ShaderEffectInfo* findFile(const std::filesystem::path& file)

@@ -20,11 +20,6 @@ namespace {
 using Image::Raster;
 using Image::Surface;
 
-[[noreturn]] void failOn(const Surface& surface)
-{
-    failOnDevice(static_cast<int>(surface.getWidth()), static_cast<int>(surface.getHeight()));
-}
-
 Surface wrap(const Qx::Ptr<iGPUImage>& image, const Surface& madeFrom)
 {
     Surface result = Image::makeWrapper(image);
@@ -46,7 +41,7 @@ Surface fieldOf(const Surface& picture, bool upper)
         return true;
     });
     if (drawing != Drawing::recorded) {
-        failOn(picture);
+        failOnDevice(picture);
     }
     return wrap(field, picture);
 }
@@ -76,7 +71,7 @@ struct Step
         const XY<int> size{static_cast<int>(target.width), static_cast<int>(target.height)};
         const Qx::Ptr<iGPUImage> small = Image::shrink(image, size, image->getFormat());
         if (!small || !(small->getSize() == size)) {
-            failOn(picture);
+            failOnDevice(picture);
         }
         take(wrap(small, picture), time);
     }

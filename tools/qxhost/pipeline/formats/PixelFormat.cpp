@@ -36,7 +36,7 @@ std::string depthsOf(const FormatInfo& info)
             depths.push_back(std::to_string(bits));
         }
     }
-    return oneOf(depths);
+    return listed(depths, "or");
 }
 
 unsigned parseDepth(const std::string& option, const FormatInfo& info, const std::string& text)

@@ -16,11 +16,6 @@ namespace {
 
 using Image::Surface;
 
-[[noreturn]] void failOn(const Surface& surface)
-{
-    failOnDevice(static_cast<int>(surface.getWidth()), static_cast<int>(surface.getHeight()));
-}
-
 iGPUImage::eFormat gpuFormat(unsigned bits)
 {
     return bits == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16;
@@ -47,7 +42,7 @@ Surface FrameDelivery::fromPicture(const Surface& picture) const
         const Surface result = Image::ColourConversion::copyToHostSurface(
             picture, describeFrame(asked, width, picture.getHeight()), picture.getPolarity());
         if (!result.getHostImage()) {
-            failOn(picture);
+            failOnDevice(picture);
         }
         return result;
     }
@@ -69,7 +64,7 @@ Surface FrameDelivery::encode(const Surface& picture) const
     const Drawing drawing = tryDrawing(
         [&] { return Image::ColourConversion::convertRGBToYCrCb422(source, pairs, Image::Filter::Point); });
     if (drawing != Drawing::recorded) {
-        failOn(picture);
+        failOnDevice(picture);
     }
     return pairs;
 }
@@ -93,7 +88,7 @@ Surface FrameDelivery::packMatrox(const Surface& pairs) const
     const Drawing drawing =
         tryDrawing([&] { return Image::ColourConversion::packMatrox10BitFormat(source, packed); });
     if (drawing != Drawing::recorded) {
-        failOn(pairs);
+        failOnDevice(pairs);
     }
     return packed;
 }
@@ -104,7 +99,7 @@ Surface FrameDelivery::through(const char* technique, const Surface& from, const
     const Image::Core::Data data = describeFrame(format_, of.getWidth(), of.getHeight());
     const auto geometry = Host::rowGeometryOf(data);
     if (!geometry) {
-        failOn(of);
+        failOnDevice(of);
     }
     Surface result = of;
     result.setData(data);
@@ -118,7 +113,7 @@ Surface FrameDelivery::toHost(Surface frame, const Surface& of) const
     frame.setData(describeFrame(format_, of.getWidth(), of.getHeight()));
     const Surface result = frame.copyToHost();
     if (!result.getHostImage()) {
-        failOn(of);
+        failOnDevice(of);
     }
     return result;
 }

@@ -38,8 +38,8 @@ GamutScaling effectiveGamut(GamutScaling ofSurface)
     return cfgForceUnscaledYCrCb.load(std::memory_order_relaxed) ? GamutScaling::Unscaled : ofSurface;
 }
 
-// Fragments of technique names. An unsupported value adds none, and the resulting name matches no technique. No switch
-// has a default, so that the compiler names every place that a new value concerns.
+// Fragments of technique names. An unsupported value adds none, and the resulting name matches no technique.
+// No switch has a default, so that the compiler names every place that a new value concerns.
 
 const char* gamutFragment(GamutScaling gamut, const char* unscaled, const char* video)
 {

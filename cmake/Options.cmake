@@ -7,8 +7,19 @@ set(QX_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or 
 option(QX_COVERAGE "Instrument for coverage" OFF)
 option(QX_FUZZERS "Build the fuzzers; Clang only, see the preset fuzz" OFF)
 
+option(QX_UNITY "Compile several sources of a target as one, which takes a third of the time from scratch" ON)
+if(QX_UNITY)
+    set(CMAKE_UNITY_BUILD ON)
+    set(CMAKE_UNITY_BUILD_BATCH_SIZE 10)
+endif()
+
 # Backtraces and profiles need functions and lines; the rest of the debug information is a quarter of the compile time.
-set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1 -DNDEBUG")
+# Under sanitizers, -O2 takes twice as long to compile as -O1.
+if(QX_SANITIZE)
+    set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g1 -DNDEBUG")
+else()
+    set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1 -DNDEBUG")
+endif()
 
 find_program(QX_CCACHE ccache)
 if(QX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
@@ -17,7 +28,13 @@ endif()
 
 add_library(qx_options INTERFACE)
 target_compile_options(qx_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual)
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual)
+# Compiled as one, a source's locals shadow what is local to another source, and its anonymous types look like a header's.
+if(QX_UNITY)
+    target_compile_options(qx_options INTERFACE -Wshadow=local -Wno-subobject-linkage)
+else()
+    target_compile_options(qx_options INTERFACE -Wshadow)
+endif()
 if(QX_WARNINGS_AS_ERRORS)
     target_compile_options(qx_options INTERFACE -Werror)
 endif()

@@ -67,7 +67,7 @@ struct Outcome
     friend std::ostream& operator<<(std::ostream& stream, const Outcome& o)
     {
         return stream << "\n  done    " << o.done << "\n  result  " << o.result << "\n  printed "
-                      << quoted(o.printed);
+                      << inQuotes(o.printed);
     }
 };
 

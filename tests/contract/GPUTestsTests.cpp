@@ -26,7 +26,7 @@ class JournalLogger final : public LoggerBase
 public:
     void logLine(const LightweightString<wchar_t>& line, int category) override
     {
-        host().call("logLine", Test::quoted(text(line)) + ", " + std::to_string(category));
+        host().call("logLine", Test::inQuotes(text(line)) + ", " + std::to_string(category));
     }
     void beginTests(int count) override { host().call("beginTests", std::to_string(count)); }
     void endTests() override { host().call("endTests"); }
@@ -83,17 +83,17 @@ const std::string loading =
 
 std::string heading(const std::string& line)
 {
-    return "logLine(" + Test::quoted(line) + ", 5)";
+    return "logLine(" + Test::inQuotes(line) + ", 5)";
 }
 
 std::string result(const std::string& line)
 {
-    return "logLine(" + Test::quoted(line) + ", 0)";
+    return "logLine(" + Test::inQuotes(line) + ", 0)";
 }
 
 std::string failure(const std::string& line)
 {
-    return "logLine(" + Test::quoted(line) + ", 4)";
+    return "logLine(" + Test::inQuotes(line) + ", 4)";
 }
 
 std::string drawing(const std::string& target, const std::string& source)

@@ -16,8 +16,8 @@ class TechniqueDrawing;
 struct PhysicalDevice;
 struct TextureKey;
 
-/// A second, faster way of drawing techniques that one kind of device has. The rest of the service knows the
-/// path by this interface, by CompanionViews and by TechniqueDrawing alone.
+/// A second, faster way of drawing techniques that one kind of device has. The rest of the service draws by
+/// it through this interface, CompanionViews and TechniqueDrawing.
 ///
 /// On such a device images lie in memory that the host sees, so that they may share it with host images.
 ///

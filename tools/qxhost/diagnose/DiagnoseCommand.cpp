@@ -32,7 +32,8 @@ namespace {
 
 constexpr const char* footer = R"(Examples:
   qxhost diagnose
-      Measures everything in a minute or two, and tells whether the GPU path is healthy and fast enough.
+      Measures everything in a minute or two, longer without a GPU, and tells whether the GPU path is
+      healthy and fast enough.
   qxhost diagnose --quick --html report.html
       Takes some seconds, without the suite; the page has plots and needs no network.
   qxhost diagnose --save

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <climits>
 #include <cstring>
+#include <ctime>
 #include <unistd.h>
 
 namespace Qx::Media::PartFiles {
@@ -28,12 +29,37 @@ static_assert(std::atomic<State>::is_always_lock_free);
 constexpr std::size_t slotCount = 32;
 std::array<Slot, slotCount> slots;
 
+// Whoever creates counts itself before it looks at `removing`, and removeAll() sets that before it looks at
+// the count: one of the two sees the other.
+std::atomic<int> creating{0};
+std::atomic<bool> removing{false};
+
 bool take(Slot& slot, State expected)
 {
     return slot.state.compare_exchange_strong(expected, State::Changing);
 }
 
 } // namespace
+
+Creating::Creating() noexcept
+{
+    sigset_t all;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
+    ++creating;
+    if (removing) {
+        --creating;
+        while (true) {
+            ::pause();
+        }
+    }
+}
+
+Creating::~Creating()
+{
+    --creating;
+    ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
 
 void remember(const std::filesystem::path& file) noexcept
 {
@@ -65,6 +91,12 @@ void forget(const std::filesystem::path& file) noexcept
 
 void removeAll() noexcept
 {
+    removing = true;
+    constexpr int mostMilliseconds = 1000; // a disk may hang
+    for (int waited = 0; creating > 0 && waited < mostMilliseconds; ++waited) {
+        const timespec millisecond{0, 1000000};
+        ::nanosleep(&millisecond, nullptr);
+    }
     for (const Slot& slot : slots) {
         if (slot.state == State::Set) {
             ::unlink(slot.path.data());

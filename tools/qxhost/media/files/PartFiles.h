@@ -1,10 +1,26 @@
 #pragma once
 
+#include <csignal>
 #include <filesystem>
 
 namespace Qx::Media::PartFiles {
 
 // The unfinished files of this process, kept where a signal handler can reach them. Any thread.
+
+/// Held by a thread while it creates an unfinished file, or opens one in a way that creates it if it is
+/// missing. removeAll() waits for it. Once removeAll() has begun, the constructor blocks until the process
+/// ends. Blocks the signals of the thread, since a handler that ran in it would wait for itself.
+class Creating
+{
+public:
+    Creating() noexcept;
+    ~Creating();
+    Creating(const Creating&) = delete;
+    Creating& operator=(const Creating&) = delete;
+
+private:
+    sigset_t before_{};
+};
 
 /// Registers a file for removeAll(). A path that is too long, or one beyond a few dozen, is not registered.
 void remember(const std::filesystem::path& file) noexcept;
@@ -12,7 +28,8 @@ void remember(const std::filesystem::path& file) noexcept;
 /// The file is finished or removed.
 void forget(const std::filesystem::path& file) noexcept;
 
-/// Removes them all. Safe in a signal handler; the process must end right after it.
+/// Removes them all. Safe in a signal handler; the process must end right after it. Waits up to a second for
+/// threads that are creating one.
 void removeAll() noexcept;
 
 } // namespace Qx::Media::PartFiles

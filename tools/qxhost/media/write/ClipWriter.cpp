@@ -1,4 +1,5 @@
 #include "tools/qxhost/media/write/ClipWriter.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
@@ -222,7 +223,10 @@ Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
         addAudio(container);
     }
     takeFfmpegMessage();
-    int error = avio_open(&output_->pb, url.c_str(), AVIO_FLAG_WRITE);
+    int error = [&] {
+        const PartFiles::Creating guard;
+        return avio_open(&output_->pb, url.c_str(), AVIO_FLAG_WRITE);
+    }();
     if (error >= 0) {
         AVDictionary* options = nullptr;
         av_dict_set(&options, "movflags", "+write_colr", 0); // colour tags; other containers ignore it

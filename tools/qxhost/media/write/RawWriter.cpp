@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/write/RawWriter.h"
 
 #include "tools/qxhost/media/files/Names.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 
 #include <cerrno>
 #include <system_error>
@@ -14,7 +15,10 @@ Result<std::unique_ptr<iFrameWriter>> RawWriter::open(const std::filesystem::pat
     if (!part) {
         return part.error();
     }
-    FilePtr stream(std::fopen(part.value().part().c_str(), "wbe"));
+    FilePtr stream([&] {
+        const PartFiles::Creating guard;
+        return std::fopen(part.value().part().c_str(), "wbe");
+    }());
     if (!stream) {
         return Error{"cannot write " + quoted(file) + ": " + std::generic_category().message(errno)};
     }

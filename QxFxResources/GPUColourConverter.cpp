@@ -168,8 +168,10 @@ Sources encodeInputs(const Qx::Ptr<iGPUImage>& image)
 
 void toggle_cfgForceUnscaledYCrCb() noexcept
 {
-    const bool on = !cfgForceUnscaledYCrCb.load(std::memory_order_relaxed);
-    cfgForceUnscaledYCrCb.store(on, std::memory_order_relaxed);
+    bool was = cfgForceUnscaledYCrCb.load(std::memory_order_relaxed);
+    while (!cfgForceUnscaledYCrCb.compare_exchange_weak(was, !was, std::memory_order_relaxed)) {
+    }
+    const bool on = !was;
     LogBoth("cfgForceUnscaledYCrCb is now %s\n", on ? "ON" : "OFF");
 }
 

@@ -59,7 +59,8 @@ public:
         flags_ |= POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
     }
 
-    /// Adds variables, NAME=VALUE, to the environment; they replace those of the same name.
+    /// Puts variables, NAME=VALUE, in front of the inherited environment: getenv() finds them before those of
+    /// the same name.
     void addVariables(std::vector<std::string> variables) { variables_ = std::move(variables); }
 
     /// Starts the program in that file; `arguments` begin with its name. Returns 0, or an error number.
@@ -70,7 +71,7 @@ public:
             return error_;
         }
         std::vector<char*> variables = pointers(variables_);
-        for (char** each = environ; *each != nullptr; ++each) {
+        for (char** each = environ; each != nullptr && *each != nullptr; ++each) { // clearenv() leaves none
             variables.push_back(*each); // of two of the same name the first one wins
         }
         variables.push_back(nullptr);

@@ -17,8 +17,11 @@ std::optional<Bytes> readAll(const Descriptor& file, std::size_t most)
         static_cast<std::uintmax_t>(status.st_size) > most) {
         return std::nullopt;
     }
-    // With one byte more than expected the end of the file shows without another allocation.
-    Bytes bytes(static_cast<std::size_t>(status.st_size) + 1, typename Bytes::value_type());
+    // With one byte more than expected the end of the file shows without another allocation. Files of the
+    // kernel say that they are empty, and some give their contents to a single read only.
+    constexpr std::size_t least = 4096;
+    const std::size_t expected = std::max(static_cast<std::size_t>(status.st_size), least);
+    Bytes bytes(std::min(expected, most) + 1, typename Bytes::value_type());
     std::size_t have = 0;
     while (have <= most) {
         if (have == bytes.size()) {
@@ -66,6 +69,10 @@ Descriptor openPlainFile(int directory, const char* path, int flags, struct stat
 std::optional<std::string> readFile(const std::filesystem::path& path, std::size_t most)
 {
     struct stat status = {};
+    // Opening a pipe would let go a writer that waits for a reader.
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
     const Descriptor file = openPlainFile(AT_FDCWD, path.c_str(), 0, status);
     return file ? readAll<std::string>(file, most) : std::nullopt;
 }

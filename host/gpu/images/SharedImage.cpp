@@ -62,7 +62,8 @@ void* SharedImage::map(eAccess access)
 bool SharedImage::moveOthers()
 {
     Pooled<Texture> spare = acquireTexture(context(), texture_->key);
-    if (!spare) {
+    // Those images are drawn by the path that their texture had; one without views for it is no replacement.
+    if (!spare || (spare->companion == nullptr) != (texture_->companion == nullptr)) {
         return false;
     }
     const auto record = [&](Batch& batch) {

@@ -155,6 +155,8 @@ TEST_F(CommandLine, missing_and_superfluous_arguments_are_named)
     expectUsageError({"effects", "describe", "a.fx", "b.fx"}, {"\"b.fx\"", "unexpected argument"});
     expectUsageError({"effects", "cache", "info", "all"}, {"\"all\"", "unexpected argument"});
     expectUsageError({"devices", "all"}, {"\"all\"", "unexpected argument"});
+    expectUsageError({"devices", "formats"}, {"\"formats\"", "unexpected argument"});
+    expectUsageError({"formats", "convert", "a.mov", "b.mov"}, {"\"convert\"", "unexpected argument"});
     expectUsageError({"convert", "a.mov", "b.mov", "--matrix"}, {"--matrix"});
 }
 

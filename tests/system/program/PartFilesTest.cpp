@@ -61,7 +61,7 @@ TEST_F(PartFiles, places_are_used_again)
 /// Creates the file a while after the thread has said that it is about to.
 void createSlowly(const fs::path& file, std::atomic<bool>& begun)
 {
-    const Media::PartFiles::Creating guard;
+    const Media::PartFiles::Guard guard;
     begun = true;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     std::ofstream(file) << "part";

@@ -104,6 +104,7 @@ public:
         app_.get_formatter()->column_width(30);
         app_.get_formatter()->label("Positionals", "Arguments");
         app_.allow_extras();
+        app_.require_subcommand(0, 1); // a second command's name is an argument like any other
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         app_.add_flag("--version", version_, "Show the version");
         addGroup(app_, "");

@@ -88,7 +88,7 @@ Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::sha
     constexpr int attempts = 100;
     for (int attempt = 1; attempt <= attempts; ++attempt) {
         const fs::path part = partName(file, attempt);
-        const PartFiles::Creating guard;
+        const PartFiles::Guard guard;
         const int descriptor = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (descriptor >= 0) {
             PartFiles::remember(part);

@@ -29,9 +29,9 @@ static_assert(std::atomic<State>::is_always_lock_free);
 constexpr std::size_t slotCount = 32;
 std::array<Slot, slotCount> slots;
 
-// Whoever creates counts itself before it looks at `removing`, and removeAll() sets that before it looks at
+// A guard counts itself before it looks at `removing`, and removeAll() sets that before it looks at
 // the count: one of the two sees the other.
-std::atomic<int> creating{0};
+std::atomic<int> guards{0};
 std::atomic<bool> removing{false};
 
 bool take(Slot& slot, State expected)
@@ -41,23 +41,23 @@ bool take(Slot& slot, State expected)
 
 } // namespace
 
-Creating::Creating() noexcept
+Guard::Guard() noexcept
 {
     sigset_t all;
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before_);
-    ++creating;
+    ++guards;
     if (removing) {
-        --creating;
+        --guards;
         while (true) {
             ::pause();
         }
     }
 }
 
-Creating::~Creating()
+Guard::~Guard()
 {
-    --creating;
+    --guards;
     ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
@@ -78,6 +78,7 @@ void remember(const std::filesystem::path& file) noexcept
 
 void forget(const std::filesystem::path& file) noexcept
 {
+    const Guard guard;
     for (Slot& slot : slots) {
         if (take(slot, State::Set)) {
             const bool found = file.native() == slot.path.data();
@@ -93,7 +94,7 @@ void removeAll() noexcept
 {
     removing = true;
     constexpr int mostMilliseconds = 1000; // a disk may hang
-    for (int waited = 0; creating > 0 && waited < mostMilliseconds; ++waited) {
+    for (int waited = 0; guards > 0 && waited < mostMilliseconds; ++waited) {
         const timespec millisecond{0, 1000000};
         ::nanosleep(&millisecond, nullptr);
     }

@@ -7,22 +7,24 @@ namespace Qx::Media::PartFiles {
 
 // The unfinished files of this process, kept where a signal handler can reach them. Any thread.
 
-/// Held by a thread while it creates an unfinished file, or opens one in a way that creates it if it is
-/// missing. removeAll() waits for it. Once removeAll() has begun, the constructor blocks until the process
-/// ends. Blocks the signals of the thread, since a handler that ran in it would wait for itself.
-class Creating
+/// Held by a thread while it creates an unfinished file, opens one in a way that creates it if it is missing,
+/// or changes what is registered. removeAll() waits for it. Once removeAll() has begun, the constructor
+/// blocks until the process ends. Blocks the signals of the thread, since a handler that ran in it would wait
+/// for itself.
+class Guard
 {
 public:
-    Creating() noexcept;
-    ~Creating();
-    Creating(const Creating&) = delete;
-    Creating& operator=(const Creating&) = delete;
+    Guard() noexcept;
+    ~Guard();
+    Guard(const Guard&) = delete;
+    Guard& operator=(const Guard&) = delete;
 
 private:
     sigset_t before_{};
 };
 
-/// Registers a file for removeAll(). A path that is too long, or one beyond a few dozen, is not registered.
+/// Registers a file for removeAll(). Call it with a Guard held. A path that is too long, or one beyond a few
+/// dozen, is not registered.
 void remember(const std::filesystem::path& file) noexcept;
 
 /// The file is finished or removed.

@@ -224,7 +224,7 @@ Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
     }
     takeFfmpegMessage();
     int error = [&] {
-        const PartFiles::Creating guard;
+        const PartFiles::Guard guard;
         return avio_open(&output_->pb, url.c_str(), AVIO_FLAG_WRITE);
     }();
     if (error >= 0) {

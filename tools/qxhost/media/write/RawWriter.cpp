@@ -16,7 +16,7 @@ Result<std::unique_ptr<iFrameWriter>> RawWriter::open(const std::filesystem::pat
         return part.error();
     }
     FilePtr stream([&] {
-        const PartFiles::Creating guard;
+        const PartFiles::Guard guard;
         return std::fopen(part.value().part().c_str(), "wbe");
     }());
     if (!stream) {

@@ -157,9 +157,9 @@ bool EffectChain::isInUse(const Qx::Ptr<iShaderEffect>& effect) const
 
 void EffectChain::takeLut(Link& link, const std::string& lut) const
 {
-    link.file = lut;
+    link.file = lutPath(lut).native(); // a LUT's name and its path are one
     const auto same = std::find_if(links_.begin(), links_.end(),
-                                   [&](const Link& other) { return other.table && other.file == lut; });
+                                   [&](const Link& other) { return other.table && other.file == link.file; });
     if (same != links_.end()) {
         link.table = same->table;
         return;

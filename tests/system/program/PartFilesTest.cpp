@@ -77,6 +77,7 @@ TEST_F(PartFiles, one_that_is_being_created_is_waited_for_and_removed)
         while (!begun) {
         }
         Media::PartFiles::removeAll();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // for what is not waited for to happen
         std::_Exit(fs::exists(file) ? 1 : 0);
     };
     EXPECT_EXIT(handler(), testing::ExitedWithCode(0), "");
@@ -87,7 +88,10 @@ TEST_F(PartFiles, none_is_created_once_they_are_being_removed)
 {
     const auto handler = [&] {
         Media::PartFiles::removeAll();
-        std::thread([&] { static_cast<void>(OutputFile::create(directory_ / "late.mkv", false)); }).detach();
+        std::thread([&] {
+            const auto late = OutputFile::create(directory_ / "late.mkv", false);
+            ::pause();
+        }).detach();
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         std::_Exit(fs::is_empty(directory_) ? 0 : 1);
     };

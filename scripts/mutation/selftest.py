@@ -1,4 +1,4 @@
-"""Tests the tool on selftest.cpp: every kind of mutant is found, each changes what the program prints (except a memory
+"""Tests the tool on selftest.cpp.in: every kind of mutant is found, each changes what the program prints (except a memory
 order, for want of a second thread), and a switch does the same as the change to the text."""
 
 import os
@@ -13,7 +13,7 @@ from switches import render
 from verdicts import Verdicts
 
 HERE = Path(__file__).resolve().parent
-SOURCE = "selftest.cpp"
+SOURCE = "selftest.cpp.in"
 KINDS = {"arguments", "arithmetic", "boolean", "comparison", "condition", "early exit", "enumerator", "lock", "logic",
          "memory order", "number", "order", "statement", "string"}
 
@@ -52,7 +52,7 @@ def run():
 
 def compiled(place, text):
     """Returns the program, or None if it does not compile."""
-    source = place / SOURCE
+    source = place / "program.cpp"
     source.write_bytes(text.encode("latin-1"))
     program = place / f"program-{len(list(place.iterdir()))}"
     done = subprocess.run(["g++", "-std=c++20", "-w", "-include", HERE / "Switch.h", source, "-o", program],
@@ -71,7 +71,7 @@ def verdicts(place, mutants):
     lock = next(m for m in mutants if m.kind == "lock")
     file = place / "verdicts.txt"
     file.write_text(f"# A comment.\nequivalent: nobody else is there\n  {SOURCE} | scoped | {lock.change()}\n"
-                    "survives: nobody looks\n  *.cpp | main | *printf*\n")
+                    "survives: nobody looks\n  self* | main | *printf*\n")
     found = Verdicts(file)
     assert found.of(lock).reason == "nobody else is there"
     assert [found.of(m).verdict for m in mutants if m.function == "order" and found.of(m)] == []

@@ -223,7 +223,7 @@ class Finder:
         elif kind in (Kind.ENUM_CONSTANT_DECL, Kind.STATIC_ASSERT):
             self.constants.append(extent)
         elif kind == Kind.COMPOUND_STMT:
-            self.statements(list(cursor.get_children()), parents[-1].kind in FUNCTIONS)
+            self.statements(list(cursor.get_children()), parents[-1].kind in FUNCTIONS | {Kind.LAMBDA_EXPR})
         elif kind in (Kind.CASE_STMT, Kind.DEFAULT_STMT):
             self.statements(list(cursor.get_children())[-1:], False)
         elif kind in (Kind.IF_STMT, Kind.WHILE_STMT):
@@ -281,14 +281,20 @@ class Finder:
                 previous = None
             elif cursor.kind.is_expression():
                 self.add("statement", start, end, "", [Piece("leave out", start, end)])
-                if previous:
+                # What assignments do in another order is what they do when one is left out, or nothing.
+                is_call = not self.is_assignment(cursor)
+                if previous and is_call:
                     first, second = self.of(previous), self.text[start:end]
                     between = self.text[previous[1]:start]
                     self.add("order", previous[0], end, second + between + first,
                              [Piece("insert", *previous, second), Piece("leave out", start, end)])
-                previous = (start, end)
+                previous = (start, end) if is_call else None
             else:
                 previous = None
+
+    def is_assignment(self, cursor):
+        operator = self.operator_of(cursor)
+        return cursor.kind == Kind.UNARY_OPERATOR or operator is not None and operator[2] in ASSIGNMENTS
 
     def if_or_while(self, cursor):
         children = list(cursor.get_children())

@@ -149,6 +149,17 @@ TEST_F(ReorderComponents, ATechniqueThatTheEffectLacksIsRenderedWithTheCurrentOn
     EXPECT_EQ(describe(result), "YUY2 1920x1080 8/16 3840");
 }
 
+TEST_F(ReorderComponents, YUY2RequestedAsYUY2IsReturnedInSilenceAtEveryDepth)
+{
+    for (const unsigned bits : {8U, 10U, 16U}) {
+        Surface source = frame(YUY2, bits);
+        Surface result;
+        EXPECT_EQ(printedDuring([&] { result = reorderComponents(source, YUY2, iGPUImage::eARGB16); }), "");
+        EXPECT_EQ(result.getData(), source.getData());
+        EXPECT_EQ(result.getGPUSurface(), source.getGPUSurface());
+    }
+}
+
 TEST_F(ReorderComponents, ANameChangesTheResultAndNotTheSource)
 {
     Surface source = frame(YUY2, 16);

@@ -300,6 +300,20 @@ TEST_F(Decode, PaddedRowLengthIsAnUnsignedIntegerQuotient)
     EXPECT_EQ(r[2], r[0] + 100.0F / 102.0F);
 }
 
+TEST_F(Decode, SurfacesThatStateNoRowsOrNoBitsHaveNoPadding)
+{
+    const auto span = [this] {
+        convertYCrCb422ToRGB(video, rgb, GamutScaling::Unscaled, Filter::Point);
+        const auto r = effect->drawings().back().inputs.at(0).rectangle;
+        return r[2] - r[0];
+    };
+    video.setRowPitch(0);
+    EXPECT_FLOAT_EQ(span(), 1.0F);
+    video.setRowPitch(4096);
+    video.setBitsPerPixel(0);
+    EXPECT_FLOAT_EQ(span(), 1.0F);
+}
+
 TEST_F(Decode, SixteenBitRowsHaveHalfThePixels)
 {
     video.setBitsPerComponent(16);

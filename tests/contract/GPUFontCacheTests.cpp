@@ -55,6 +55,14 @@ TEST(FontDefinitions, AreOrderedBySizeThenStyleThenNameInItsCase)
     EXPECT_FALSE(font(-0.0F) < font(0.0F));
 }
 
+TEST(FontDefinitions, AreEmptyAtFirst)
+{
+    const FontDefinition none;
+    EXPECT_TRUE(none.name.empty());
+    EXPECT_EQ(none.size, 0.0F);
+    EXPECT_EQ(none.style, 0U);
+}
+
 TEST(FontDefinitions, WithoutANumberForASizeHaveAPlaceOfTheirOwn)
 {
     const FontDefinition none = font(std::numeric_limits<float>::quiet_NaN());

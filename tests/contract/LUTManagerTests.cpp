@@ -188,6 +188,12 @@ TEST_F(Listening, SiblingDirectoryWhoseNameBeginsLikeTheDirectoryCountsAsInstall
     EXPECT_EQ(host().journal.count("copyFile"), 0U);
 }
 
+TEST_F(Listening, PathThatIsTheTextOfADirectoryCountsAsInstalled)
+{
+    EXPECT_THAT(install({L"/luts/user", L"/luts/machine"}), ElementsAre("", ""));
+    EXPECT_EQ(host().journal.count("copyFile"), 0U);
+}
+
 TEST_F(Listening, UnsetDirectoryBeginsEveryPath)
 {
     host().lutDirectories = {L"/luts/user", L""};

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <new>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -105,6 +108,25 @@ TEST_F(Handle, AssigningTakesTheNewObjectBeforeItLetsTheOldOneGo)
     EXPECT_EQ(handle->referenceCount(), 1U);
 }
 
+TEST_F(Handle, ObjectsOfAnyAlignmentComeFromTheHost)
+{
+    struct alignas(64) Aligned : Counted
+    {
+        std::byte text[100] = {};
+    };
+    const Qx::Ptr<Aligned> object = Qx::makePtr<Aligned>();
+    const auto* block = dynamic_cast<const void*>(object.get());
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 64, 0U);
+    EXPECT_EQ(host().allocator.sizeOf(block), sizeof(Aligned));
+}
+
+TEST_F(Handle, WithoutMemoryMakingAnObjectThrows)
+{
+    host().allocator.refuseFrom(1);
+    EXPECT_THROW(Qx::makePtr<Counted>(), std::bad_alloc);
+    host().allocator.refuseFrom(static_cast<std::size_t>(-1));
+}
+
 TEST_F(Handle, MovingLeavesTheCountAlone)
 {
     Qx::Ptr<Counted> first = Qx::makePtr<Counted>();
@@ -134,6 +156,15 @@ TEST_F(Handle, CountsBesideTheObjectByTheExternalPolicy)
     EXPECT_EQ(living, 1);
     EXPECT_TRUE(second.isSoleOwner());
     second.reset();
+    EXPECT_EQ(living, 0);
+}
+
+TEST_F(Handle, WithoutMemoryForTheCountBesideTheObjectDeletesItAndThrows)
+{
+    auto* object = new Plain;
+    host().allocator.refuseFrom(1);
+    EXPECT_THROW((Qx::Ptr<Plain, Qx::ExternalCounting>(object)), std::bad_alloc);
+    host().allocator.refuseFrom(static_cast<std::size_t>(-1));
     EXPECT_EQ(living, 0);
 }
 

@@ -49,7 +49,9 @@ protected:
 TEST_F(ConversionSetUp, SucceedsOnceAndIsFalseEverAfter)
 {
     haveEffects();
+    EXPECT_FALSE(ColourConversion::isInitialised());
     EXPECT_TRUE(ColourConversion::init());
+    EXPECT_TRUE(ColourConversion::isInitialised());
     EXPECT_EQ(host().journal.count("loadEffectFile(\"/shaders/ColourConvert.fx\""), 1U);
     host().journal.clear();
     EXPECT_FALSE(ColourConversion::init());
@@ -73,6 +75,7 @@ TEST_F(ConversionSetUp, WithoutTheEffectPrintsOneLineAndIsNeverTriedAgain)
     Manager::instance();
     host().journal.clear();
     EXPECT_FALSE(ColourConversion::init());
+    EXPECT_FALSE(ColourConversion::isInitialised());
     EXPECT_THAT(host().journal.linesOf({"Log", "vexo_printf"}), ElementsAre(failureLine));
     host().journal.clear();
     EXPECT_FALSE(ColourConversion::init());

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -380,6 +382,7 @@ TYPED_TEST(LightweightStringTest, AdditionOfNothingReadsAsTheText)
     const auto a = this->make("ab");
     EXPECT_TRUE(this->reads(a + String(), "ab"));
     EXPECT_TRUE(this->reads(String() + a, "ab"));
+    EXPECT_TRUE(this->reads(String() + this->make("c"), "c"));
 }
 
 TYPED_TEST(LightweightStringTest, EqualityHeedsCaseAndTheOtherComparisonDoesNot)
@@ -463,8 +466,33 @@ TYPED_TEST(LightweightStringTest, LastOwnerOnAnyThreadFreesTheBuffer)
     EXPECT_EQ(host().allocator.liveBlocks(), live);
 }
 
+TYPED_TEST(LightweightStringTest, AppendingTheLongestLengthAsksForTwoToThe31Characters)
+{
+    const std::size_t needed = headerBytes + std::size_t{0x80000000U} * sizeof(TypeParam);
+    typename TestFixture::Text s;
+    host().allocator.refuseFrom(needed);
+    s.append(wide<TypeParam>("abc").c_str(), 0x7FFFFFFFU);
+    EXPECT_EQ(host().allocator.largestRefusal(), needed);
+    EXPECT_TRUE(s.empty());
+}
+
+TYPED_TEST(LightweightStringTest, OfAsciiCharactersExactlyTheLettersEqualTheirOtherCase)
+{
+    using String = typename TestFixture::Text;
+    for (int a = 1; a < 128; ++a) {
+        for (int b = 1; b < 128; ++b) {
+            const TypeParam one[] = {static_cast<TypeParam>(a), 0};
+            const TypeParam other[] = {static_cast<TypeParam>(b), 0};
+            const auto [first, second] = std::minmax({a, b});
+            const bool oneLetter = first >= 'A' && first <= 'Z' && second == first + 32;
+            EXPECT_EQ(String(one).equalsIgnoringCase(other), a == b || oneLetter) << a << ' ' << b;
+        }
+    }
+}
+
 TEST(WideStringComparison, FoldsTheCaseOfLettersBeyondAsciiWhateverTheLocale)
 {
+    ASSERT_EQ(setenv("LC_ALL", "C", 1), 0);
     using Wide = LightweightString<wchar_t>;
     EXPECT_TRUE(Wide(L"\u00C4rger.fx").equalsIgnoringCase(L"\u00E4RGER.FX"));
     EXPECT_TRUE(Wide(L"\u0416.fx").equalsIgnoringCase(L"\u0436.FX"));

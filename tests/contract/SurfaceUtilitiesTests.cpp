@@ -254,6 +254,15 @@ TEST_F(Shrink, ASizeThatIsNotPositiveGivesNothing)
     EXPECT_THAT(host().journal.lines(), IsEmpty());
 }
 
+TEST_F(Shrink, OneTexelIsTheSmallestSize)
+{
+    for (const XY<int> size : {XY<int>{1, 2}, XY<int>{2, 1}, XY<int>{1, 1}}) {
+        const auto result = shrink(image(4, 4), size, iGPUImage::eARGB8);
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->getSize(), size);
+    }
+}
+
 TEST_F(Shrink, ToItsOwnSizeIsTheSourceItself)
 {
     const auto source = image(100, 60);

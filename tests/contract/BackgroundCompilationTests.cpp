@@ -111,6 +111,31 @@ TEST_F(BackgroundCompilation, SkipsTheCompileOfWhatIsThereButStillReportsIt)
                 ElementsAre("setStep(\"a.fx\", 0)", "setStep(\"b.fx\", 0)", compiling("b.fx")));
 }
 
+TEST_F(BackgroundCompilation, IsNoForegroundLoad)
+{
+    const Qx::Ptr<iBackgroundTask> task = startWith(2);
+    host().recordClock = true;
+    host().watchCountersIn(&Manager::instance(), sizeof(Manager));
+    task->run();
+    EXPECT_THAT(host().journal.linesOf({"atomic", "millisecondsPrecise"}), IsEmpty());
+    EXPECT_EQ(host().journal.count("loadEffectFile"), 2U);
+}
+
+TEST_F(BackgroundCompilation, ReadsTheCataloguesSizeAnewForEachEffect)
+{
+    const Qx::Ptr<iBackgroundTask> task = startWith(2);
+    host().script.duringNext("setProgress", [] {
+        host().addFile(L"/shaders/", L"new.fx");
+        Manager::instance().recompileAll();
+    });
+    task->run();
+    EXPECT_THAT(host().journal.linesOf({"setStep", "setProgress", "vexo_printf"}),
+                ElementsAre("setStep(\"a.fx\", 0)", "setProgress(\"\", 0.5)", "setStep(\"b.fx\", 0)",
+                            "setProgress(\"\", 0.6666666865348816)", "setStep(\"new.fx\", 0)",
+                            "setProgress(\"\", 1)",
+                            "vexo_printf(\"QxFxResources::Manager : 3 pixel shaders loaded\\n\")"));
+}
+
 TEST_F(BackgroundCompilation, FailedEffectsAreCountedAndNotReported)
 {
     host().compileErrors[L"/shaders/a.fx"] = "error";

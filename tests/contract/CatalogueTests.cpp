@@ -125,6 +125,17 @@ TEST_F(EffectScan, SkipsNamesThatBeginWithAnUnderscoreInEitherDirectory)
                 ElementsAre("/shaders/|with_underscore.fx", "/templates/|with_underscore.fx"));
 }
 
+TEST_F(EffectScan, SkipsNoOtherNames)
+{
+    for (const wchar_t* name : {L".hidden.fx", L"-a.fx", L" _a.fx", L"#a.fx", L"~a.fx", L"\uFF3Fa.fx"}) {
+        host().addFile(L"/shaders/", name);
+    }
+    Qx::Vector<ShaderEffectInfo> records;
+    Manager::getFXFiles(records);
+    EXPECT_THAT(pathsOf(records), ElementsAre("/shaders/|.hidden.fx", "/shaders/|-a.fx", "/shaders/| _a.fx",
+                                              "/shaders/|#a.fx", "/shaders/|~a.fx", "/shaders/|\uFF3Fa.fx"));
+}
+
 TEST_F(EffectScan, SameNameInBothDirectoriesGivesTwoRecords)
 {
     host().addFile(L"/templates/", L"same.fx", 2);
@@ -277,6 +288,13 @@ TEST_F(EffectRecord, ShaderIsCompiledOnceOnDemandWithTheSevenDefinitions)
     EXPECT_EQ(first, second);
     EXPECT_THAT(host().journal.linesOf({"loadEffectFile"}),
                 ElementsAre(std::string("loadEffectFile(\"/shaders/a.fx\", ") + managersDefinitions + ")"));
+}
+
+TEST_F(EffectRecord, ShaderThatIsThereIsReturnedWithoutALock)
+{
+    const ShaderEffectInfo record = recordOf(L"/shaders/", L"a.fx");
+    record.load({});
+    EXPECT_EQ(locksEnteredDuring([&] { EXPECT_TRUE(record.getShader()); }), 0U);
 }
 
 TEST_F(EffectRecord, FailedCompileIsTriedAgainByTheNextDemandAndPrintsNothing)

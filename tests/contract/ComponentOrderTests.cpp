@@ -74,6 +74,29 @@ TEST_F(ReorderComponents, HalfOfAnOddWidthIsTruncated)
     EXPECT_EQ(result.getWidth(), 1919U);
 }
 
+TEST_F(ReorderComponents, SizeAndDepthAreTheSurfacesAndNotItsImages)
+{
+    for (const unsigned bits : {8U, 16U}) {
+        host().journal.clear();
+        Surface source = frame(UYVY, bits);
+        pad(source, bits == 8 ? iGPUImage::eARGB16 : iGPUImage::eARGB8);
+        reorderComponents(source, YUY2, iGPUImage::eARGB16);
+        EXPECT_THAT(host().journal.linesOf({"createGPUImage", "setValue"}),
+                    ElementsAre(bits == 8 ? "createGPUImage(960x1080, 0)" : "createGPUImage(960x1080, 1)",
+                                "setValue(null.fx, _Width, 960)", "setValue(null.fx, _Height, 1080)"));
+    }
+}
+
+TEST_F(ReorderComponents, TenBitM101IsJudgedByTheSurfaceAndNotByItsImage)
+{
+    Surface source = frame(M101, 10);
+    pad(source, iGPUImage::eARGB16);
+    reorderComponents(source, YUY2, iGPUImage::eARGB8);
+    EXPECT_THAT(host().journal.linesOf({"createGPUImage", "setTechnique"}),
+                ElementsAre("createGPUImage(960x1080, 0)",
+                            "setTechnique(ColourConvert.fx, UnpackMatrox10Bit_BaseOnly)"));
+}
+
 TEST_F(ReorderComponents, OfAFrameOnePixelWideReturnsTheSource)
 {
     for (const Format format : {UYVY, YVYU, VYUY, YV12}) {
@@ -232,6 +255,38 @@ TEST_F(ConvertToRGBA, AppliesTheTechniqueWithTheSourcesWidth)
     EXPECT_EQ(result.getDescriptions(), unusualDescriptions());
     EXPECT_FALSE(source.isTopDown());
     EXPECT_EQ(source.getGPUSurface()->getSize(), (XY<int>{1920, 1080}));
+}
+
+TEST_F(ConvertToRGBA, SizeAndDepthAreTheSurfacesAndNotItsImages)
+{
+    for (const Format format : {RGBA, BGRA, YUY2}) {
+        for (const unsigned bits : {8U, 16U}) {
+            host().journal.clear();
+            Surface source = frame(format, bits);
+            pad(source, bits == 8 ? iGPUImage::eARGB16 : iGPUImage::eARGB8);
+            const Surface result = convertToRGBA(source, iGPUImage::eARGB16);
+            EXPECT_EQ(describe(result),
+                      bits == 8 ? "ARGB 1920x1080 8/32 7680" : "ARGB 1920x1080 16/64 15360");
+            const auto width = format == RGBA   ? "setValue(null.fx, _Width, 1920)"
+                               : format == BGRA ? "drawImageEx(created(0 0 1920 1080), source(0 0 1920 1080)"
+                                                : "render(ColourConvert.fx, created, gSourceImage=source(";
+            EXPECT_EQ(host().journal.count(width), 1U);
+            EXPECT_EQ(host().journal.count("createGPUImage(1920x1080, "), 1U);
+        }
+    }
+}
+
+TEST_F(ConvertToRGBA, TenBitsAreTheSurfacesAndNotItsImages)
+{
+    for (const unsigned bits : {8U, 10U}) {
+        host().journal.clear();
+        Surface source = frame(RGBA, bits);
+        pad(source, bits == 8 ? iGPUImage::eARGB10 : iGPUImage::eARGB8);
+        convertToRGBA(source, iGPUImage::eARGB10);
+        EXPECT_THAT(
+            host().journal.linesOf({"createGPUImage"}),
+            ElementsAre(bits == 8 ? "createGPUImage(1920x1080, 0)" : "createGPUImage(1920x1080, 2101010)"));
+    }
 }
 
 TEST_F(ConvertToRGBA, OfTopDownARGBIsTheSource)

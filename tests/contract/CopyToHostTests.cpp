@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 // The result of each format is in FormatTableTests.cpp.
 
@@ -83,9 +84,31 @@ TEST_F(CopyToHostYUV, WidthOfTheIntermediateIsHalfRoundedDown)
     EXPECT_EQ(host().journal.count("createGPUImage(0x1080, 0)"), 1U);
 }
 
+TEST_F(CopyToHostYUV, IntermediateHasTheSizeOfTheSurfaceAndNotOfItsImage)
+{
+    Surface source = rendered();
+    pad(source, iGPUImage::eARGB8);
+    for (const auto& [format, bits] : {std::pair{YUY2, 8U}, {UYVY, 16U}, {M101, 10U}}) {
+        host().journal.clear();
+        const Surface result = copyToHostSurface(source, request(format, bits), Polarity::Progressive);
+        const std::string pairs = "createGPUImage(960x1080, " + std::string(bits == 8 ? "0)" : "1)");
+        EXPECT_EQ(host().journal.linesOf({"createGPUImage"}).at(0), pairs);
+        EXPECT_EQ(result.getWidth(), 1920U);
+        EXPECT_EQ(result.getHeight(), 1080U);
+    }
+}
+
+TEST_F(CopyToHostYUV, IsTopDownWhateverTheSourceIs)
+{
+    const Surface source = onGPU(ARGB, 8, 1920, 1080, false);
+    for (const auto& [format, bits] : {std::pair{YUY2, 8U}, {UYVY, 8U}, {V216, 16U}, {M101, 10U}}) {
+        EXPECT_TRUE(copyToHostSurface(source, request(format, bits), Polarity::Progressive).isTopDown());
+    }
+}
+
 TEST_F(CopyToHostYUV, EveryDepthButEightIsSixteenOnTheGPU)
 {
-    for (const unsigned bits : {0U, 8U, 9U, 12U, 16U}) {
+    for (const unsigned bits : {0U, 1U, 7U, 8U, 9U, 12U, 16U}) {
         host().journal.clear();
         const Surface result = copyToHostSurface(rendered(), request(YUY2, bits), Polarity::Progressive);
         EXPECT_EQ(
@@ -202,6 +225,61 @@ TEST_F(CopyToHostRGB, AppliesTheTechniqueByTheExplicitForm)
                             "render(null.fx, created, Input=source(0 0 1 1), Input=source(" +
                                 number(1.0F / 1920.0F) + " 0 " + number(1.0F + 1.0F / 1920.0F) + " 1))",
                             "downloadImage(1920x1080, 1)", "createHostImage(1440x1080, 1)"));
+}
+
+TEST_F(CopyToHostRGB, AppliesTheTechniqueOfTenBitsByTheExplicitFormToo)
+{
+    copyToHostSurface(rendered(), request(ARGB10, 10), Polarity::Progressive);
+    EXPECT_THAT(host().journal.linesOf({"render"}),
+                ElementsAre("render(null.fx, created, Input=source(0 0 1 1), Input=source(" +
+                            number(1.0F / 1920.0F) + " 0 " + number(1.0F + 1.0F / 1920.0F) + " 1))"));
+}
+
+TEST_F(CopyToHostRGB, WithoutTheTechniqueOfTenBitsTheUnconvertedFrameIsCopied)
+{
+    nullFx->haveTechniques({});
+    const Surface result = copyToHostSurface(rendered(), request(ARGB10, 10), Polarity::Progressive);
+    EXPECT_THAT(host().journal.linesOf({"render"}), IsEmpty());
+    EXPECT_EQ(describe(result), "ARGB 1920x1080 8/32 7680");
+}
+
+TEST_F(CopyToHostRGB, EveryDepthButEightAndTenIsSixteenOnTheGPU)
+{
+    for (const unsigned bits : {0U, 1U, 7U, 9U, 12U, 16U}) {
+        host().journal.clear();
+        copyToHostSurface(rendered(), request(ARGB, bits), Polarity::Progressive);
+        EXPECT_THAT(host().journal.linesOf({"createGPUImage"}), ElementsAre("createGPUImage(1920x1080, 1)"))
+            << bits;
+    }
+}
+
+TEST_F(CopyToHostRGB, TargetHasTheSizeOfTheSurfaceAndNotOfItsImage)
+{
+    Surface source = rendered();
+    pad(source, iGPUImage::eARGB8);
+    for (const auto& [fmt, image] : {std::pair{request(B48R, 16), "1"}, {request(ARGB10, 10), "2101010"}}) {
+        host().journal.clear();
+        copyToHostSurface(source, fmt, Polarity::Progressive);
+        EXPECT_THAT(host().journal.linesOf({"createGPUImage", "setValue"}),
+                    ElementsAre("createGPUImage(1920x1080, " + std::string(image) + ")",
+                                "setValue(null.fx, _Width, 1920)", "setValue(null.fx, _Height, 1080)"));
+    }
+}
+
+TEST_F(CopyToHostRGB, DepthsAreComparedWithTheSurfacesAndNotWithItsImages)
+{
+    Surface shallow = rendered(1920, 8);
+    pad(shallow, iGPUImage::eARGB16);
+    copyToHostSurface(shallow, request(ARGB, 8), Polarity::Progressive);
+    EXPECT_EQ(host().journal.count("createGPUImage"), 0U);
+    copyToHostSurface(shallow, request(ARGB, 16), Polarity::Progressive);
+    EXPECT_EQ(host().journal.count("createGPUImage(1920x1080, 1)"), 1U);
+
+    Surface tenBits = rendered(1920, 8);
+    pad(tenBits, iGPUImage::eARGB10);
+    host().journal.clear();
+    copyToHostSurface(tenBits, request(ARGB10, 10), Polarity::Progressive);
+    EXPECT_EQ(host().journal.count("createGPUImage(1920x1080, 2101010)"), 1U);
 }
 
 TEST_F(CopyToHostRGB, FetchesTheEffectBeforeTheTenBitImageAndAfterAnyOther)

@@ -4,10 +4,13 @@
 #include "lut/LUTManager.h"
 #include "tests/contract/recording/LibraryTest.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <future>
 #include <gmock/gmock.h>
 #include <limits>
 #include <thread>
+#include <utility>
 
 namespace Qx::Test {
 
@@ -33,6 +36,24 @@ protected:
     }
 
     static GPUFontCache& cache() { return GPUFontCache::instance(); }
+
+    /// Has the fonts of whole sizes from one to another made, and uses none.
+    static void fill(int from, int to)
+    {
+        for (int size = from; size <= to; ++size) {
+            cache().getFont(font(static_cast<float>(size)));
+        }
+    }
+
+    /// Two threads miss one definition. Returns the handle of the one that finishes first, then the other's.
+    static std::pair<Result, Result> missTwice(const FontDefinition& definition)
+    {
+        Result first;
+        host().script.duringNext("createFont",
+                                 [&] { std::thread([&] { first = cache().getFont(definition); }).join(); });
+        Result second = cache().getFont(definition);
+        return {first, second};
+    }
 
     /// Returns the number of fonts that a request creates: 0 if it is cached.
     static std::size_t madeFor(const FontDefinition& definition)
@@ -220,7 +241,7 @@ TEST_F(Fonts, AreMadeWithoutTheLock)
     EXPECT_TRUE(free);
 }
 
-TEST_F(Fonts, TwoThreadsThatMissOneDefinitionHaveAFontEachAndTheEntryStaysEvictable)
+TEST_F(Fonts, TwoThreadsThatMissOneDefinitionHaveAFontEach)
 {
     Result one;
     Result two;
@@ -234,14 +255,53 @@ TEST_F(Fonts, TwoThreadsThatMissOneDefinitionHaveAFontEachAndTheEntryStaysEvicta
         second.join();
     }
     EXPECT_NE(one->value().get(), two->value().get());
-    const Result kept = cache().getFont(font(10));
-    EXPECT_TRUE(kept->value().get() == one->value().get() || kept->value().get() == two->value().get());
-    one.reset();
-    two.reset(); // the entry's count is now one below its handles
-    for (int size = 11; size < 20; ++size) {
-        cache().getFont(font(static_cast<float>(size)));
-    }
+}
+
+TEST_F(Fonts, FirstOfTwoThreadsThatMissOneDefinitionIsKept)
+{
+    const auto [first, second] = missTwice(font(10));
+    EXPECT_NE(first->value().get(), second->value().get());
+    EXPECT_EQ(cache().getFont(font(10))->value().get(), first->value().get());
+}
+
+TEST_F(Fonts, EntryWhoseUsesHaveFallenBelowNothingIsEvicted)
+{
+    missTwice(font(10)); // both handles end: the entry's count is -1
+    fill(11, 19);
     cache().getFont(font(30));
+    EXPECT_EQ(madeFor(font(10)), 1U);
+}
+
+TEST_F(Fonts, UsesThatHaveFallenBelowNothingStayThere)
+{
+    missTwice(font(10));
+    const Result handle = cache().getFont(font(10)); // the entry's count is 0
+    fill(11, 19);
+    cache().getFont(font(30));
+    EXPECT_EQ(madeFor(font(10)), 1U) << "evicted in spite of its handle";
+}
+
+TEST_F(Fonts, SecondOfTwoThreadsThatMissOneDefinitionEvictsToo)
+{
+    fill(11, 19);
+    missTwice(font(30));
+    EXPECT_EQ(madeFor(font(11)), 1U);
+}
+
+TEST_F(Fonts, OneGoesOnlyAfterTheNewOneIsMade)
+{
+    fill(10, 19);
+    std::size_t made = 1;
+    host().script.duringNext("createFont", [&] { std::thread([&] { made = madeFor(font(10)); }).join(); });
+    cache().getFont(font(30));
+    EXPECT_EQ(made, 0U);
+}
+
+TEST_F(Fonts, ClearTakesNoLock)
+{
+    GPUFontCache& fonts = cache();
+    fonts.getFont(font(10));
+    EXPECT_EQ(locksEnteredDuring([&] { fonts.clear(); }), 0U);
     EXPECT_EQ(madeFor(font(10)), 1U);
 }
 
@@ -265,6 +325,31 @@ TEST_F(Fonts, EightThreadsMayAskAndLetGo)
     EXPECT_EQ(empty, 0);
 }
 
+// The exit of the process, which is forked for it. Each test has its own process, so there is no cache yet.
+
+TEST(FontsAtExit, AreReleased)
+{
+    const auto makeAndExit = [] {
+        GPUFontCache::instance().getFont(font(10));
+        exitShowingReleases();
+    };
+    EXPECT_EXIT(makeAndExit(), testing::ExitedWithCode(0), "released\\(font \"Sans\", 10, 0\\)");
+}
+
+TEST(FontsAtExit, AreMadeAgainForWhoAsksAfterTheirRelease)
+{
+    const auto askOnceMore = [] {
+        GPUFontCache::instance().getFont(font(10));
+        std::fprintf(stderr, "%zu made", host().journal.count("createFont"));
+    };
+    const auto makeAndExit = [&] {
+        std::atexit(askOnceMore); // runs after what is registered later
+        GPUFontCache::instance().getFont(font(10));
+        std::exit(0);
+    };
+    EXPECT_EXIT(makeAndExit(), testing::ExitedWithCode(0), "2 made");
+}
+
 TEST_F(Fonts, HostsShutdownClearsThemWhenThereWasAManager)
 {
     cache().getFont(font(10));
@@ -274,6 +359,27 @@ TEST_F(Fonts, HostsShutdownClearsThemWhenThereWasAManager)
     FxResources::Manager::instance();
     FxResources::Manager::shutdown(Shutdown::NormalExit);
     EXPECT_EQ(madeFor(font(10)), 1U);
+}
+
+TEST_F(Fonts, HostsShutdownClearsThemAfterTheManagerAndBeforeTheListOfLUTs)
+{
+    host().addFile(L"/shaders/", L"a.fx");
+    host().lutFiles[L"/luts/user"] = {L"/luts/user/a.cube"};
+    LUTManager::instance().buildLUTList();
+    const FxResources::Manager* manager = &FxResources::Manager::instance();
+    FxResources::Manager::instance().findEffect(L"a.fx").getShader();
+    cache().getFont(font(10));
+    host().recordReleases = true;
+    std::vector<std::string> order;
+    host().script.during("released", [&] {
+        order.push_back(host().journal.lines().back() +
+                        (host().allocator.owns(manager) ? ", manager" : ", no manager") +
+                        (LUTManager::instance().getLUTs().empty() ? ", no list" : ", list"));
+    });
+    FxResources::Manager::shutdown(Shutdown::NormalExit);
+    EXPECT_THAT(order, ElementsAre("released(a.fx), manager, list",
+                                   R"(released(font "Sans", 10, 0), no manager, list)"));
+    EXPECT_TRUE(LUTManager::instance().getLUTs().empty());
 }
 
 TEST_F(Fonts, HostsShutdownEmptiesTheListOfLUTsWithAndWithoutAManager)

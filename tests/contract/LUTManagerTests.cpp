@@ -2,6 +2,10 @@
 
 #include "tests/contract/recording/LibraryTest.h"
 
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <functional>
 #include <future>
 #include <gmock/gmock.h>
 #include <thread>
@@ -48,6 +52,12 @@ protected:
     {
         const auto* fake = dynamic_cast<const FakeGPUImage3D*>(image.get());
         return fake != nullptr ? fake->name() : "null";
+    }
+
+    /// Runs a call on another thread, to its end, inside the next upload.
+    static void overtake(const std::function<void()>& call)
+    {
+        host().script.duringNext("upload3DImage", [call] { std::thread(call).join(); });
     }
 
     /// Returns whether another thread can take the cache's lock now.
@@ -132,6 +142,17 @@ TEST_F(LUTs, TwoUnsetDirectoriesAreOne)
     EXPECT_EQ(host().journal.count("getDirectoryContents"), 1U);
 }
 
+TEST_F(LUTs, UnsetDirectoryIsListedLikeAnyOther)
+{
+    for (const auto& directories : {std::array<std::wstring, 2>{L"/luts", L""}, {L"", L"/luts"}}) {
+        host().journal.clear();
+        host().lutDirectories = directories;
+        manager().buildLUTList();
+        EXPECT_EQ(host().journal.count("getDirectoryContents"), 2U);
+        EXPECT_EQ(host().journal.count("getDirectoryContents(\"\", "), 1U);
+    }
+}
+
 TEST_F(LUTs, ExtensionInAnotherLetterCaseIsNotListed)
 {
     host().lutFiles[L"/luts/user"] = {L"/luts/user/a.CUBE", L"/luts/user/b.cube", L"/luts/user/cube",
@@ -198,6 +219,20 @@ TEST_F(Listening, UnsetDirectoryBeginsEveryPath)
 {
     host().lutDirectories = {L"/luts/user", L""};
     EXPECT_THAT(install({L"/home/a.cube"}), ElementsAre(""));
+    EXPECT_EQ(host().journal.count("copyFile"), 0U);
+}
+
+TEST_F(Listening, UnsetFirstDirectoryBeginsEveryPathToo)
+{
+    host().lutDirectories = {L"", L"/luts/machine"};
+    EXPECT_THAT(install({L"/home/a.cube"}), ElementsAre(""));
+    EXPECT_EQ(host().journal.count("copyFile"), 0U);
+}
+
+TEST_F(Listening, LetterCaseBeyondAsciiIsIgnoredInTheDirectoryToo)
+{
+    host().lutDirectories = {L"/luts/\u00DC", L"/luts/\u0416"};
+    EXPECT_THAT(install({L"/luts/\u00FC/a.cube", L"/luts/\u0436/b.cube"}), ElementsAre("", ""));
     EXPECT_EQ(host().journal.count("copyFile"), 0U);
 }
 
@@ -360,7 +395,7 @@ TEST_F(LUTs, CachedHostImageIsUploadedWithTheLock)
     EXPECT_TRUE(blocked);
 }
 
-TEST_F(LUTs, TwoThreadsThatMissOnePathBothReadItAndTheFirstIsKept)
+TEST_F(LUTs, TwoThreadsThatMissOnePathBothReadItAndGetAnImageEach)
 {
     Qx::Ptr<iGPUImage3D> late;
     Gate gate = host().script.hold("upload3DImage");
@@ -373,9 +408,34 @@ TEST_F(LUTs, TwoThreadsThatMissOnePathBothReadItAndTheFirstIsKept)
     slow.join();
     quick.join();
     EXPECT_NE(early.get(), late.get());
-    const Qx::Ptr<iGPUImage3D> kept = manager().load(L"/a.cube");
-    EXPECT_TRUE(kept.get() == early.get() || kept.get() == late.get());
     EXPECT_EQ(host().journal.count("CubeLUT::load"), 2U);
+}
+
+TEST_F(LUTs, FirstOfTwoThreadsThatMissOnePathIsKept)
+{
+    Qx::Ptr<iGPUImage3D> early;
+    overtake([&] { early = manager().load(L"/a.cube"); });
+    const Qx::Ptr<iGPUImage3D> late = manager().load(L"/a.cube");
+    EXPECT_NE(early.get(), late.get());
+    EXPECT_EQ(manager().load(L"/a.cube").get(), early.get());
+}
+
+TEST_F(LUTs, FullCacheIsEmptiedForAPathThatAnotherThreadAddedMeanwhile)
+{
+    for (const wchar_t* path : {L"/1", L"/2", L"/3", L"/4"}) {
+        manager().load(path);
+    }
+    overtake([] { manager().load(L"/5"); });
+    const Qx::Ptr<iGPUImage3D> late = manager().load(L"/5");
+    EXPECT_EQ(manager().load(L"/5").get(), late.get());
+    manager().reportUsage();
+    EXPECT_THAT(host().journal.linesOf({"Log"}), ElementsAre(R"(Log("LUTManager : 1 luts cached\n"))"));
+}
+
+TEST_F(LUTs, ReportTakesNoLock)
+{
+    manager().load(L"/a.cube");
+    EXPECT_EQ(locksEnteredDuring([] { manager().reportUsage(); }), 0U);
 }
 
 TEST_F(LUTs, EightThreadsMayLoadPurgeAndReport)
@@ -406,6 +466,28 @@ TEST_F(LUTs, EightThreadsMayLoadPurgeAndReport)
         thread.join();
     }
     EXPECT_EQ(wrong, 0);
+}
+
+// What the host's code was compiled for: the bases and the operations stand in their order.
+
+TEST_F(LUTs, ReclaimableIsTheFirstBaseAndTheNotifierTheSecond)
+{
+    const auto* object = reinterpret_cast<const std::byte*>(&manager());
+    EXPECT_EQ(reinterpret_cast<const std::byte*>(static_cast<iReclaimable*>(&manager())), object);
+    EXPECT_EQ(reinterpret_cast<const std::byte*>(static_cast<Notifier*>(&manager())), object + sizeof(void*));
+}
+
+TEST_F(LUTs, OperationsOfAReclaimableFollowItsDestructorInTheirOrder)
+{
+    const auto slotOf = [](void (iReclaimable::*operation)()) {
+        std::array<std::ptrdiff_t, 2> words{}; // one more than the offset in the table, and an adjustment
+        static_assert(sizeof words == sizeof operation);
+        std::memcpy(words.data(), &operation, sizeof words);
+        return static_cast<std::size_t>(words[0] - 1) / sizeof(void*);
+    };
+    EXPECT_EQ(slotOf(&iReclaimable::purge), 2U) << "the destructor has the first two";
+    EXPECT_EQ(slotOf(&iReclaimable::limitUsage), 3U);
+    EXPECT_EQ(slotOf(&iReclaimable::reportUsage), 4U);
 }
 
 // The lifetime. Each test has its own process, so the manager does not exist yet.
@@ -450,6 +532,15 @@ TEST_F(FirstUse, ThreadsThatComeFirstWaitForOneManager)
     }
     EXPECT_EQ(listed, 4);
     EXPECT_EQ(host().journal.count("CubeLUT::getSupportedFileTypes"), 1U);
+}
+
+TEST_F(FirstUse, LeavesWithItsCacheWhenTheProcessExits)
+{
+    const auto loadAndExit = [] {
+        LUTManager::instance().load(L"/a.cube");
+        exitShowingReleases();
+    };
+    EXPECT_EXIT(loadAndExit(), testing::ExitedWithCode(0), "released\\(/a.cube\\)");
 }
 
 TEST_F(LUTs, ShutdownKeepsTheCache)

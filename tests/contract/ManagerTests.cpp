@@ -240,6 +240,19 @@ TEST_F(EffectManager, LoadCountsItselfByTheAtomicServiceBetweenTheReadingsOfTheC
                                                     "atomicDecrement() = 0", "millisecondsPrecise()"));
 }
 
+TEST_F(EffectManager, LoadOfWhatIsThereCountsItselfToo)
+{
+    host().addFile(L"/shaders/", L"a.fx");
+    const Manager& manager = Manager::instance();
+    manager.findEffect(L"a.fx").getShader();
+    host().journal.clear();
+    host().recordClock = true;
+    host().watchCountersIn(&manager, sizeof(Manager));
+    manager.load(manager.findEffect(L"a.fx"));
+    EXPECT_THAT(host().journal.lines(), ElementsAre("millisecondsPrecise()", "atomicIncrement() = 1",
+                                                    "atomicDecrement() = 0", "millisecondsPrecise()"));
+}
+
 TEST_F(EffectManager, CompilesAnyFileWithItsDefinitionsAndLeavesTheCatalogueAlone)
 {
     host().addFile(L"/shaders/", L"a.fx");
@@ -354,11 +367,13 @@ TEST_F(EffectManager, RegisteredCallbackIsTheShutdownWhateverTheExitType)
 {
     for (const Shutdown::eExitType exit : {Shutdown::NormalExit, Shutdown::FatalExit}) {
         host().addFile(L"/shaders/", L"a.fx");
-        Manager::instance();
+        const Manager* manager = &Manager::instance();
         ASSERT_THAT(host().shutdownCallbacks, SizeIs(1));
         EXPECT_EQ(host().shutdownCallbacks[0].order, 450);
         EXPECT_EQ(host().shutdownCallbacks[0].callback, &Manager::shutdown);
+        ASSERT_TRUE(host().allocator.owns(manager));
         host().shutdownCallbacks[0].callback(exit);
+        EXPECT_FALSE(host().allocator.owns(manager)) << "exit type " << exit;
         host().reset();
     }
 }
@@ -372,6 +387,22 @@ TEST_F(EffectManager, InstanceAfterShutdownMakesANewManager)
     EXPECT_THAT(Manager::instance().effects(), SizeIs(2));
     EXPECT_EQ(host().journal.count("Shutdown::addCallback(450)"), 2U);
     EXPECT_EQ(host().journal.count("queue(ShaderCompilationTask, false)"), 2U);
+}
+
+TEST_F(EffectManager, ThreadThatAsksWhileTheManagerIsDeletedGetsANewOne)
+{
+    host().addFile(L"/shaders/", L"a.fx");
+    const Manager* manager = &Manager::instance();
+    const Manager* found = nullptr;
+    std::thread asking;
+    host().allocator.beforeFreeing(manager, [&] {
+        asking = std::thread([&] { found = &Manager::instance(); });
+        EXPECT_TRUE(waitForBlockedThreads(1)) << "it has found the one that is being deleted";
+    });
+    Manager::shutdown(Shutdown::NormalExit);
+    asking.join();
+    EXPECT_EQ(found, &Manager::instance());
+    EXPECT_EQ(host().journal.count("Shutdown::addCallback(450)"), 2U);
 }
 
 TEST_F(EffectManager, ShutdownWithoutAManagerMakesNone)

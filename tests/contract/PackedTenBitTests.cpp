@@ -191,6 +191,26 @@ TEST_F(PackMatrox, MakesTheDestinationAnewAsM101)
     EXPECT_EQ(dest.getDescriptions(), unusualDescriptions());
 }
 
+TEST_F(PackMatrox, IsTopDownWhateverTheSourceIs)
+{
+    const Surface source = onGPU(YUY2, 8, 1920, 1080, false);
+    Surface dest;
+    EXPECT_TRUE(packMatrox10BitFormat(source, dest));
+    EXPECT_EQ(describe(dest), "M101 1920x1080 10/20 4800");
+}
+
+TEST_F(PackMatrox, SizesAreTheSurfacesAndNotItsImages)
+{
+    Surface source = yuy2Frame();
+    pad(source, iGPUImage::eARGB8);
+    Surface dest;
+    EXPECT_TRUE(packMatrox10BitFormat(source, dest));
+    EXPECT_THAT(host().journal.linesOf({"createGPUImage", "setValue"}),
+                ElementsAre("createGPUImage(1200x1080, 0)",
+                            "setValue(ColourConvert.fx, pSourceImageTotalWidthInDWORDs, 960)",
+                            "setValue(ColourConvert.fx, DestImageWidth, 1200)"));
+}
+
 TEST_F(PackMatrox, TruncatesTheWidthInWords)
 {
     struct Case

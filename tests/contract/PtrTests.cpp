@@ -2,6 +2,7 @@
 #include "Qx/Ptr.h"
 #include "tests/contract/recording/RecordingHost.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -94,6 +95,47 @@ TEST_F(Handle, AssigningItselfOrItsEqualChangesNothing)
     first = same;
     first = second;
     EXPECT_EQ(first->referenceCount(), 2U);
+}
+
+TEST_F(Handle, AssigningItselfOrItsEqualTouchesNoCount)
+{
+    Qx::Ptr<Counted> first = Qx::makePtr<Counted>();
+    const Qx::Ptr<Counted> second = first;
+    const auto& same = first;
+    host().journal.clear();
+    host().watchCountersIn(first.get(), sizeof(Counted));
+    first = same;
+    first = second;
+    host().watchCountersIn(nullptr, 0);
+    EXPECT_THAT(host().journal.lines(), testing::IsEmpty());
+}
+
+TEST_F(Handle, ReleasedHandleOwnsNothingWhenOneOtherIsLeft)
+{
+    Qx::Ptr<Counted> released = Qx::makePtr<Counted>();
+    const Qx::Ptr<Counted> left = released;
+    released.reset();
+    EXPECT_FALSE(released.isSoleOwner());
+    EXPECT_TRUE(left.isSoleOwner());
+}
+
+TEST_F(Handle, SoleOwnerSeesWhatFormerOwnersWrote)
+{
+    struct Written : Counted
+    {
+        int value = 0;
+    };
+    for (int i = 0; i < 20; ++i) {
+        auto object = Qx::makePtr<Written>();
+        const std::jthread writer([copy = object]() mutable {
+            copy->value = 7;
+            copy.reset();
+        });
+        while (!object.isSoleOwner()) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(object->value, 7); // a race, unless the count orders the accesses
+    }
 }
 
 TEST_F(Handle, AssigningTakesTheNewObjectBeforeItLetsTheOldOneGo)

@@ -6,6 +6,7 @@
 
 #include <string>
 #include <thread>
+#include <vector>
 
 using namespace Qx::Test;
 using Qx::FxResources::Manager;
@@ -102,6 +103,37 @@ TEST_F(Recompilation, AppendsANewFileCompiledWithTheDefinitionsAndPrintsNothing)
     EXPECT_EQ(text(effects[2].directory), "/shaders/");
     EXPECT_EQ(effects[2].timeStamp, 5U);
     EXPECT_TRUE(effects[2].effect);
+}
+
+TEST_F(Recompilation, LoadsANewFileAsAForegroundLoad)
+{
+    host().addFile(L"/shaders/", L"new.fx", 5);
+    host().watchCountersIn(&Manager::instance(), sizeof(Manager));
+    Manager::instance().recompileAll();
+    EXPECT_THAT(host().journal.linesOf({"atomic", "loadEffectFile"}),
+                ElementsAre("atomicIncrement() = 1",
+                            testing::StartsWith("loadEffectFile(\"/shaders/new.fx\""),
+                            "atomicDecrement() = 0"));
+}
+
+TEST_F(Recompilation, HoldsNoLockOfTheCatalogueWhileItReplacesAndAppends)
+{
+    host().addFile(L"/shaders/", L"a.fx", 7);
+    host().addFile(L"/templates/", L"new.fx", 1);
+    host().recordReleases = true;
+    std::vector<std::string> depths;
+    for (const std::string operation : {"compileEffectFile", "released", "vexo_printf", "loadEffectFile"}) {
+        host().script.during(operation, [&depths, operation] {
+            const int loading = depthOfLockEnteredBy([] { Manager::instance().waitForEffectsToLoad(); });
+            const int record = depthOf(Manager::instance().effects()[0].lock);
+            depths.push_back(operation + " " + std::to_string(loading) + " " + std::to_string(record));
+        });
+    }
+    Manager::instance().recompileAll();
+    EXPECT_THAT(depths, ElementsAre("compileEffectFile 0 0", "released 0 0", "vexo_printf 0 0",
+                                    "loadEffectFile 0 0"));
+    host().script.reset();
+    EXPECT_THAT(Manager::instance().effects(), SizeIs(3));
 }
 
 TEST_F(Recompilation, DropsANewFileThatDoesNotCompile)

@@ -89,6 +89,16 @@ TEST_F(ConversionSetUp, WithoutTheEffectPrintsOneLineAndIsNeverTriedAgain)
     EXPECT_EQ(host().journal.count("LogBoth"), 0U);
 }
 
+TEST_F(ConversionSetUp, IsNotBegunAgainWhileItIsUnderWay)
+{
+    haveEffects();
+    bool within = true;
+    host().script.duringNext("loadEffectFile", [&] { within = ColourConversion::init(); });
+    EXPECT_TRUE(ColourConversion::init());
+    EXPECT_FALSE(within);
+    EXPECT_EQ(host().journal.count("loadEffectFile"), 1U);
+}
+
 TEST_F(ConversionSetUp, WithAnEffectThatDoesNotCompilePrintsTheLine)
 {
     host().compileErrors[L"/shaders/ColourConvert.fx"] = "error";

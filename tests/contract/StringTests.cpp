@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
 
 using Qx::Test::host;
+using Qx::Test::TaggingAllocator;
 
 namespace {
 
@@ -31,6 +33,13 @@ protected:
     using Text = LightweightString<CharT>;
 
     static Text make(const char* ascii) { return Text(wide<CharT>(ascii).c_str()); }
+    /// Makes a text of "ab", a NUL and one more character.
+    static Text makeWithNul(char last)
+    {
+        const CharT text[] = {CharT('a'), CharT('b'), CharT(), CharT(last)};
+        return Text(typename Text::View(text, 4));
+    }
+
     static std::size_t allocations() { return host().allocator.allocations(); }
     static bool reads(const Text& s, const char* ascii)
     {
@@ -245,6 +254,19 @@ TYPED_TEST(LightweightStringTest, ResizeOfASharedBufferMakesANewOneAndLeavesTheO
     EXPECT_EQ(other.capacity(), 8U);
 }
 
+TYPED_TEST(LightweightStringTest, ResizeCopiesNothingIntoANewBuffer)
+{
+    const auto shared = this->make("abcd");
+    auto sharing = shared;
+    auto sole = this->make("abcd");
+    for (auto* s : {&sharing, &sole}) {
+        constexpr std::size_t length = 9;
+        ASSERT_TRUE(s->resizeFor(length));
+        const std::string bytes(reinterpret_cast<const char*>(s->c_str()), length * sizeof(TypeParam));
+        EXPECT_EQ(bytes, std::string(bytes.size(), static_cast<char>(TaggingAllocator::freshByte)));
+    }
+}
+
 TYPED_TEST(LightweightStringTest, ResizeOfTheNullStringMakesABufferThatTheCallerFills)
 {
     typename TestFixture::Text s;
@@ -393,6 +415,41 @@ TYPED_TEST(LightweightStringTest, EqualityHeedsCaseAndTheOtherComparisonDoesNot)
     EXPECT_FALSE(this->make("Null.fx").equalsIgnoringCase(this->make("Null.f")));
     EXPECT_FALSE(this->make("[").equalsIgnoringCase(this->make("{"))); // 32 apart, but not letters
     EXPECT_TRUE(this->make("a") < this->make("b"));
+}
+
+TYPED_TEST(LightweightStringTest, CharactersBehindANulTakePartInComparisons)
+{
+    const auto c = this->makeWithNul('c');
+    const auto d = this->makeWithNul('d');
+    EXPECT_EQ(c, this->makeWithNul('c'));
+    EXPECT_FALSE(c == d);
+    EXPECT_FALSE(c == this->make("ab"));
+    EXPECT_TRUE(c < d);
+    EXPECT_TRUE(this->make("ab") < c);
+    EXPECT_TRUE(c.equalsIgnoringCase(this->makeWithNul('C')));
+    EXPECT_FALSE(c.equalsIgnoringCase(d));
+}
+
+TYPED_TEST(LightweightStringTest, CharactersBehindANulAreAppendedAndAdded)
+{
+    const auto c = this->makeWithNul('c');
+    typename TestFixture::Text s;
+    s += c;
+    EXPECT_EQ(s, c);
+    s += c;
+    EXPECT_EQ(s.length(), 2 * c.length());
+    EXPECT_EQ(s, c + c);
+}
+
+TYPED_TEST(LightweightStringTest, AppendingMoreThanFitsIsRefusedAlsoWhereTheSumOfTheLengthsWrapsRound)
+{
+    const auto text = wide<TypeParam>("xyz");
+    constexpr auto most = std::numeric_limits<std::size_t>::max();
+    for (const std::size_t n : {std::size_t{0x80000000U}, most - 3, most - 2, most - 1, most}) {
+        auto s = this->make("abc");
+        s.append(text.c_str(), n);
+        EXPECT_TRUE(this->reads(s, "abc")) << n;
+    }
 }
 
 TYPED_TEST(LightweightStringTest, LengthsFromTwoToThe31UpAreRefusedAndTheStringStaysAsItWas)

@@ -159,6 +159,18 @@ TEST_F(PrepareForGPU, ArgumentBecomesWhatIsReturned)
     EXPECT_EQ(frame.getDescriptions(), result.getDescriptions());
 }
 
+TEST_F(PrepareForGPU, ConverterGetsATargetThatIsAlreadyDescribedLikeTheSource)
+{
+    ImageDescriptions described;
+    host().convertImage = [&](const Surface&, Surface& to) {
+        described = to.getDescriptions();
+        return to.allocateHost();
+    };
+    Surface frame = v210Frame();
+    prepareForGPU(frame, iGPUImage::eARGB8);
+    EXPECT_EQ(described, unusualDescriptions());
+}
+
 TEST_F(PrepareForGPU, ResultIsTopDownWhateverTheSourceIs)
 {
     Surface frame(1920, 4, V210, true, 10, 0, 0);
@@ -171,7 +183,7 @@ TEST_F(PrepareForGPU, AFailedConversionLeavesTheSurfaceAsItWas)
     Surface frame = v210Frame();
     const Core::Data before = frame.getData();
     const auto pixels = frame.getHostImage();
-    host().script.fail("createHostImage");
+    host().script.fail("ImageConverter::convert");
     const Surface result = prepareForGPU(frame, iGPUImage::eARGB8);
     for (const Surface* surface : {&result, static_cast<const Surface*>(&frame)}) {
         EXPECT_EQ(surface->getData(), before);

@@ -75,6 +75,9 @@ namespace {
 /// The depth of the calling thread's last enter(), in any section.
 thread_local int depthReached = 0;
 
+/// How often the calling thread has entered a section.
+thread_local std::size_t entries = 0;
+
 } // namespace
 
 CriticalSection::CriticalSection() : impl_(new Impl) {}
@@ -100,6 +103,7 @@ CriticalSection::~CriticalSection()
 void CriticalSection::enter() const
 {
     depthReached = impl_->enter();
+    ++entries;
 }
 
 void CriticalSection::leave() const
@@ -113,6 +117,19 @@ int depthOf(const CriticalSection& section)
 {
     const CriticalSectionScope inside(section);
     return depthReached - 1;
+}
+
+int depthOfLockEnteredBy(const std::function<void()>& call)
+{
+    call();
+    return depthReached - 1;
+}
+
+std::size_t locksEnteredDuring(const std::function<void()>& call)
+{
+    const std::size_t before = entries;
+    call();
+    return entries - before;
 }
 
 bool waitForBlockedThreads(int count)

@@ -127,6 +127,16 @@ void* FakeHostImage::map(eAccess access)
     return bytes_.data();
 }
 
+FakeGPUImage3D::~FakeGPUImage3D()
+{
+    host().released(name_);
+}
+
+FakeFont::~FakeFont()
+{
+    host().released(name_);
+}
+
 FakeEffect::~FakeEffect()
 {
     host().released(name_);

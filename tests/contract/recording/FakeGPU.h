@@ -77,6 +77,7 @@ class FakeGPUImage3D final : public iGPUImage3D
 {
 public:
     explicit FakeGPUImage3D(std::string name) : name_(std::move(name)) {}
+    ~FakeGPUImage3D() override;
 
     const std::string& name() const { return name_; }
     int getSize() const override { return 2; }
@@ -88,12 +89,18 @@ private:
 class FakeFont final : public iFont
 {
 public:
+    explicit FakeFont(std::string name) : name_(std::move(name)) {}
+    ~FakeFont() override;
+
     XY<int> measure(const LightweightString<wchar_t>&) override { return {}; }
     bool draw(Qx::Ptr<iGPUImage>, const LightweightString<wchar_t>&, XY<int>, const NormalisedRGB&,
               eAlpha) override
     {
         return false;
     }
+
+private:
+    std::string name_;
 };
 
 class FakeComputeContext final : public iGPUComputeContext

@@ -2,6 +2,7 @@
 #include "platform/Commands.h"
 #include "platform/CubeLUT.h"
 #include "platform/FileManager.h"
+#include "platform/ImageConverter.h"
 #include "platform/Log.h"
 #include "platform/Settings.h"
 #include "platform/Shutdown.h"
@@ -73,6 +74,16 @@ void CubeLUT::getSupportedFileTypes(Qx::Vector<LightweightString<wchar_t>>& type
     for (const std::wstring& type : host().lutTypes) {
         types.emplace_back(type.c_str());
     }
+}
+
+// Surfaces
+
+bool ImageConverter::convert(const Qx::Image::Surface& from, Qx::Image::Surface& to)
+{
+    if (!host().call("ImageConverter::convert")) {
+        return false;
+    }
+    return host().convertImage ? host().convertImage(from, to) : to.allocateHost();
 }
 
 // Text

@@ -4,6 +4,8 @@
 
 #include <array>
 #include <charconv>
+#include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 namespace Qx::Test {
@@ -80,7 +82,7 @@ std::string RecordingHost::numbered(const std::string& name)
 void RecordingHost::released(const std::string& name)
 {
     if (recordReleases) {
-        journal.record("released(" + name + ")");
+        call("released", name);
     }
 }
 
@@ -123,6 +125,7 @@ void RecordingHost::reset()
     compileErrors.clear();
     makeEffect = nullptr;
     taskStatus = nullptr;
+    convertImage = nullptr;
     clockStep = 1.5;
     costs.clear();
     memory = {};
@@ -134,6 +137,14 @@ void RecordingHost::reset()
     watchCountersIn(nullptr, 0);
     ErrorLogLogger::loggingEnabled_ = false;
     journal.clear();
+}
+
+void exitShowingReleases()
+{
+    host().recordReleases = true;
+    host().script.during("released",
+                         [] { std::fprintf(stderr, "%s\n", host().journal.lines().back().c_str()); });
+    std::exit(0);
 }
 
 std::string text(const LightweightString<wchar_t>& s)

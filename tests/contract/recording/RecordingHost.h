@@ -8,6 +8,7 @@
 #include "platform/GPUService.h"
 #include "platform/ShaderEffect.h"
 #include "platform/Shutdown.h"
+#include "platform/Surface.h"
 #include "platform/SystemInformation.h"
 #include "tests/contract/recording/FakeGPU.h"
 #include "tests/contract/recording/Journal.h"
@@ -53,14 +54,15 @@ public:
     std::map<std::wstring, std::string> compileErrors; ///< paths that do not compile, with the reason
     std::function<Qx::Ptr<iShaderEffect>(const std::wstring& path)> makeEffect;
     std::function<BackgroundTaskQueueBase::eTaskStatus()> taskStatus;
+    std::function<bool(const Image::Surface& from, Image::Surface& to)> convertImage; ///< the image converter
     bool recordClock = false;            ///< record readings of the clock in the journal
     double clockStep = 1.5;              ///< milliseconds that pass between two readings of the clock
     std::map<std::string, double> costs; ///< milliseconds that pass in every call of an operation
     MemoryStatus memory;
     int processors = 8;
 
-    /// Records the destruction of GPU objects and host images; GPU images are then numbered in order of
-    /// creation.
+    /// Records the destruction of GPU objects and host images as the operation "released"; GPU images are
+    /// then numbered in order of creation.
     bool recordReleases = false;
 
     // What the library has registered with the host.
@@ -123,6 +125,16 @@ inline RecordingHost& host()
 /// Returns how often the calling thread is inside a critical section. Either the calling thread is inside, or
 /// no other thread may be.
 int depthOf(const CriticalSection& section);
+
+/// Returns how often the calling thread is already inside the critical section that a call enters last.
+int depthOfLockEnteredBy(const std::function<void()>& call);
+
+/// Returns how often the calling thread enters critical sections during a call.
+std::size_t locksEnteredDuring(const std::function<void()>& call);
+
+/// Ends the process by exit(), for a death test, and writes to standard error which objects of the host that
+/// releases: the lines "released(...)".
+[[noreturn]] void exitShowingReleases();
 
 /// Blocks until `count` threads are waiting to enter critical sections. Returns false after a minute.
 bool waitForBlockedThreads(int count);

@@ -73,6 +73,14 @@ void Script::during(const std::string& operation, std::function<void()> action)
 {
     const std::lock_guard guard(lock_);
     operations_[operation].action = std::move(action);
+    operations_[operation].isForOneCall = false;
+}
+
+void Script::duringNext(const std::string& operation, std::function<void()> action)
+{
+    during(operation, std::move(action));
+    const std::lock_guard guard(lock_);
+    operations_[operation].isForOneCall = true;
 }
 
 Gate Script::hold(const std::string& operation)
@@ -99,6 +107,9 @@ bool Script::play(const std::string& operation)
             return true;
         }
         now = found->second;
+        if (now.isForOneCall) {
+            found->second.action = nullptr;
+        }
         if (now.successes != 0) {
             --found->second.successes;
         } else if (now.failures != 0 && now.failures != always) {

@@ -48,6 +48,9 @@ public:
     /// Runs inside every call of the operation, on the calling thread.
     void during(const std::string& operation, std::function<void()> action);
 
+    /// Runs inside the next call of the operation and in none that comes later or within.
+    void duringNext(const std::string& operation, std::function<void()> action);
+
     /// Makes the following calls wait at the gate.
     [[nodiscard]] Gate hold(const std::string& operation);
 
@@ -63,6 +66,7 @@ private:
         std::size_t successes = 0; ///< before the failures
         std::size_t failures = 0;
         std::function<void()> action;
+        bool isForOneCall = false;
         std::shared_ptr<Gate::State> gate;
     };
 

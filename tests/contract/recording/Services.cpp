@@ -180,11 +180,12 @@ public:
 
     Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>& typeface, int size, int style) override
     {
-        if (!host().call("createFont", inQuotes(text(typeface)) + ", " + std::to_string(size) + ", " +
-                                           std::to_string(style))) {
+        const std::string described =
+            inQuotes(text(typeface)) + ", " + std::to_string(size) + ", " + std::to_string(style);
+        if (!host().call("createFont", described)) {
             return {};
         }
-        return Qx::makePtr<FakeFont>();
+        return Qx::makePtr<FakeFont>("font " + described);
     }
 
 private:

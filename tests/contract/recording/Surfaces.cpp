@@ -46,6 +46,14 @@ Surface onGPU(Format format, unsigned bits, unsigned width, unsigned height, boo
     return surface;
 }
 
+void pad(Surface& surface, iGPUImage::eFormat format)
+{
+    constexpr int texels = 64;
+    const XY<int> size = surface.getGPUSurface()->getSize();
+    surface.setRowPitch(surface.getRowPitch() + texels * (format == iGPUImage::eARGB16 ? 8 : 4));
+    surface.setGPUSurface(Qx::makePtr<FakeGPUImage>("source", XY<int>{size.x + texels, size.y + 8}, format));
+}
+
 Surface target(unsigned width, unsigned height, iGPUImage::eFormat format)
 {
     return makeWrapper(Qx::makePtr<FakeGPUImage>(

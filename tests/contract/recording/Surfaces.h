@@ -18,6 +18,10 @@ Image::ImageDescriptions unusualDescriptions();
 Image::Surface onGPU(Image::Format format, unsigned bits, unsigned width, unsigned height,
                      bool topDown = true);
 
+/// Replaces a surface's image by one of the same name with 64 texels of padding in each row and 8 more rows,
+/// of any depth.
+void pad(Image::Surface& surface, iGPUImage::eFormat format);
+
 /// Creates a surface with a new image named "target", one texel per pixel.
 Image::Surface target(unsigned width, unsigned height, iGPUImage::eFormat format);
 

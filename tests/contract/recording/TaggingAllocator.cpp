@@ -28,6 +28,7 @@ void* TaggingAllocator::allocate(std::size_t bytes, std::size_t alignment)
         return nullptr;
     }
     auto* block = static_cast<std::byte*>(base);
+    std::memset(block, freshByte, bytes);
     std::memcpy(block + bytes, guardBytes.data(), guardBytes.size());
     const std::lock_guard guard(lock_);
     live_.emplace(block, Block{bytes, base});
@@ -39,6 +40,9 @@ void TaggingAllocator::deallocate(void* block)
 {
     if (block == nullptr) {
         return;
+    }
+    if (const void* watched = block; watched_.compare_exchange_strong(watched, nullptr)) {
+        std::exchange(whenFreed_, nullptr)();
     }
     Block known;
     {
@@ -89,6 +93,12 @@ std::size_t TaggingAllocator::sizeOf(const void* block) const
     const std::lock_guard guard(lock_);
     const auto found = live_.find(static_cast<std::byte*>(const_cast<void*>(block)));
     return found != live_.end() ? found->second.bytes : 0;
+}
+
+void TaggingAllocator::beforeFreeing(const void* block, std::function<void()> action)
+{
+    whenFreed_ = std::move(action);
+    watched_ = block;
 }
 
 std::vector<std::string> TaggingAllocator::takeFaults()

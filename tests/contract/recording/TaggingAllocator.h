@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -17,6 +18,9 @@ namespace Qx::Test {
 class TaggingAllocator final : public iAllocator
 {
 public:
+    /// What every byte of a new block holds.
+    static constexpr unsigned char freshByte = 0xCD;
+
     void* allocate(std::size_t bytes, std::size_t alignment) override;
     void deallocate(void* block) override;
 
@@ -34,6 +38,9 @@ public:
     /// Makes allocations of at least that many bytes fail.
     void refuseFrom(std::size_t bytes) { limit_ = bytes; }
     std::size_t largestRefusal() const { return largestRefusal_; }
+
+    /// Runs an action before this block is freed, once.
+    void beforeFreeing(const void* block, std::function<void()> action);
 
     /// Returns the faults since the last call.
     std::vector<std::string> takeFaults();
@@ -54,6 +61,8 @@ private:
     std::map<std::byte*, Block> live_;
     std::vector<std::string> faults_;
     std::size_t liveBytes_ = 0;
+    std::atomic<const void*> watched_ = nullptr;
+    std::function<void()> whenFreed_;
     std::atomic<std::size_t> allocations_ = 0;
     std::atomic<std::size_t> limit_ = static_cast<std::size_t>(-1);
     std::atomic<std::size_t> largestRefusal_ = 0;

@@ -14,7 +14,8 @@ void Manager::compileAll(Qx::Ptr<iTaskLog> log) noexcept
 {
     const CriticalSectionScope inside(loadingLock_);
     const bool onDemandOnly = StartEnv::programEnv().arg(L"-transcode") != 0;
-    for (std::size_t i = 0; !onDemandOnly && i < effects_.size() && running_.load(std::memory_order_relaxed);
+    // Once running_ is cleared, the catalogue belongs to fini().
+    for (std::size_t i = 0; !onDemandOnly && running_.load(std::memory_order_relaxed) && i < effects_.size();
          ++i) {
         while (shouldPause()) {
             OS().threads().sleepMilliseconds(pauseMilliseconds);

@@ -1,7 +1,6 @@
 #include "QxFxResources/Manager.h"
 
 #include "QxFxResources/GPUColourConverter.h"
-#include "QxFxResources/ManagerLifetime.h"
 #include "QxFxResources/ShaderCompilationTask.h"
 #include "fonts/GPUFontCache.h"
 #include "image/ApplicationKit.h"
@@ -34,10 +33,7 @@ constexpr std::array definitionNames{
 };
 constexpr const char* definitionValue = "1";
 
-/// The manager while it exists, including during its initialisation. Guarded by lifetimeLock().
-Manager* existing = nullptr;
-
-/// The manager once it is initialised; instance() reads it without a lock.
+/// The manager once it is initialised, until it is finished; read without a lock.
 std::atomic<Manager*> ready{nullptr};
 
 void showEmptyCatalogueMessage()
@@ -52,16 +48,23 @@ void showEmptyCatalogueMessage()
 
 } // namespace
 
-const CriticalSection& lifetimeLock()
+struct Manager::Life
 {
-    // Never destroyed: a thread may still be leaving it at process exit.
-    static const auto& lock = *new CriticalSection;
-    return lock;
+    CriticalSection lock; ///< held while the manager is initialised and while it is shut down
+    Handle manager;       ///< set while it exists, including during its initialisation; guarded by lock
+};
+
+Manager::Life& Manager::life() noexcept
+{
+    // Never destroyed: a thread may still be leaving the lock at process exit.
+    static Life& only = *new Life;
+    return only;
 }
 
-Manager* existingManager()
+Manager::Handle Manager::existing() noexcept
 {
-    return existing;
+    const CriticalSectionScope inside(life().lock);
+    return life().manager;
 }
 
 Manager& Manager::instance() noexcept
@@ -69,21 +72,25 @@ Manager& Manager::instance() noexcept
     if (Manager* manager = ready.load(std::memory_order_acquire)) {
         return *manager;
     }
-    const CriticalSectionScope inside(lifetimeLock());
+    const CriticalSectionScope inside(life().lock);
     startup(false);
-    return *existing;
+    return *life().manager;
 }
 
 void Manager::startup(bool flag) noexcept
 {
-    const CriticalSectionScope inside(lifetimeLock());
-    if (existing != nullptr) {
+    if (ready.load(std::memory_order_acquire) != nullptr) {
         return;
     }
-    existing = new Manager;
-    existing->init(flag);
+    const CriticalSectionScope inside(life().lock);
+    Handle& manager = life().manager;
+    if (manager) {
+        return;
+    }
+    manager = Handle(new Manager);
+    manager->init(flag);
     Shutdown::addCallback(&Manager::shutdown, shutdownOrder);
-    ready.store(existing, std::memory_order_release);
+    ready.store(manager.get(), std::memory_order_release);
 }
 
 void Manager::init(bool flag) noexcept
@@ -155,7 +162,7 @@ void Manager::fini() noexcept
     computeContext_.reset();
 }
 
-Manager::Manager() : applicationKit_(std::make_unique<Image::ApplicationKit>()) {}
+Manager::Manager() : applicationKit_(Qx::makePtr<Image::ApplicationKit>(gpuLock_)) {}
 
 Manager::~Manager()
 {
@@ -166,13 +173,13 @@ void Manager::shutdown(Shutdown::eExitType) noexcept
 {
     bool existed = false;
     {
-        const CriticalSectionScope inside(lifetimeLock());
-        existed = existing != nullptr;
+        const CriticalSectionScope inside(life().lock);
+        Handle& manager = life().manager;
+        existed = static_cast<bool>(manager);
         if (existed) {
-            existing->fini(); // before instance() stops working: a running pass may call it
+            manager->fini(); // before instance() stops working: a running pass may call it
             ready.store(nullptr, std::memory_order_release);
-            delete existing;
-            existing = nullptr;
+            manager.reset();
         }
     }
     if (existed) {

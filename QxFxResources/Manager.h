@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 
 namespace Qx::Image {
 struct ApplicationKit;
@@ -32,14 +31,15 @@ public:
     /// until it is initialised; the creating thread may call instance() re-entrantly.
     static Manager& instance() noexcept;
 
-    /// Creates the manager. If it exists, does nothing and ignores `flag`. `flag` is recorded and has no
+    /// Creates the manager. If it exists, returns at once and ignores `flag`. `flag` is recorded and has no
     /// effect.
     static void startup(bool flag) noexcept;
 
     /// Tears the library down: the manager and the cached fonts if a manager exists, then colour conversion
     /// and the list of LUTs. Blocks until a running background compilation has finished its current effect.
     /// Registered with the host's shutdown callbacks, order 450. A later instance() creates a new manager. No
-    /// other thread may be using the manager.
+    /// other thread may be using the manager or the references that it returned. A technique application that
+    /// has begun to draw on another thread finishes without the manager.
     static void shutdown(Shutdown::eExitType exitType) noexcept;
 
     /// Appends a record for every effect file: those of the shaders directory, then those of the templates
@@ -87,8 +87,8 @@ public:
     /// Re-entrant.
     const CriticalSection& gpuLock() const noexcept { return gpuLock_; }
 
-    /// Returns what technique applications share. Guarded by gpuLock().
-    QX_LOCAL Image::ApplicationKit& applicationKit() const noexcept { return *applicationKit_; }
+    /// Returns what technique applications share. Its holders may outlive the manager.
+    QX_LOCAL const Qx::Ptr<Image::ApplicationKit>& applicationKit() const noexcept { return applicationKit_; }
 
     /// Returns the catalogue in scan order. The reference is valid until fini() or recompileAll().
     const Qx::Vector<ShaderEffectInfo>& effects() const noexcept { return effects_; }
@@ -103,7 +103,17 @@ public:
 private:
     class QX_LOCAL ShaderCompilationTask;
 
+    /// Counted beside the manager: whoever holds one keeps the manager from being deleted.
+    using Handle = Qx::Ptr<Manager, Qx::ExternalCounting>;
+    struct QX_LOCAL Life;
+
     Manager();
+
+    QX_LOCAL static Life& life() noexcept;
+
+    /// Returns the manager, or an empty handle if there is none. Never creates it. Blocks while it is being
+    /// initialised or shut down.
+    QX_LOCAL static Handle existing() noexcept;
 
     QX_LOCAL void init(bool flag) noexcept;
     QX_LOCAL bool shouldPause() const noexcept;
@@ -113,11 +123,11 @@ private:
     Qx::Vector<ShaderEffectInfo> effects_;
     CriticalSection loadingLock_; ///< held by the background compilation for its whole run
     CriticalSection gpuLock_;
-    std::unique_ptr<Image::ApplicationKit> applicationKit_;
     Qx::Ptr<iGPUComputeContext> computeContext_;
     Qx::Vector<iShaderEffect::CompilerDefinition> definitions_;
     mutable std::uint32_t foregroundLoads_ = 0; ///< changed through the host's atomic operations only
     std::atomic<bool> running_{true};
+    Qx::Ptr<Image::ApplicationKit> applicationKit_;
 };
 
 } // namespace Qx::FxResources

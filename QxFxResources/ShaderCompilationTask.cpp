@@ -1,9 +1,6 @@
 #include "QxFxResources/ShaderCompilationTask.h"
 
-#include "QxFxResources/ManagerLifetime.h"
 #include "platform/Text.h"
-
-#include <optional>
 
 namespace Qx::FxResources {
 
@@ -23,16 +20,11 @@ LightweightString<wchar_t> Manager::ShaderCompilationTask::getDescription() cons
 
 bool Manager::ShaderCompilationTask::run()
 {
-    // The deleting thread passes through the manager's loadingLock, so that lock must be taken before
-    // lifetimeLock() is released: then the manager cannot be deleted until the pass has ended.
-    std::optional<CriticalSectionScope> alive(std::in_place, lifetimeLock());
-    Manager* manager = existingManager();
-    if (manager == nullptr) {
-        return true;
+    // The handle keeps the manager while the pass waits for its lock. No lock is held meanwhile: shutdown
+    // needs them to stop a pass that is in progress.
+    if (const Handle manager = existing()) {
+        manager->compileAll(getLog());
     }
-    const CriticalSectionScope loading(manager->loadingLock_);
-    alive.reset();
-    manager->compileAll(getLog());
     return true;
 }
 

@@ -7,7 +7,8 @@ namespace Qx::FxResources {
 
 /// Compiles the catalogue on the background queue's thread. Uses the manager that exists when the task runs:
 /// if the one that queued it was replaced, it compiles the new one's catalogue. If there is no manager, it
-/// does nothing; it never creates one.
+/// does nothing; it never creates one. A manager that is shut down before the pass begins compiles nothing,
+/// and is deleted when the task lets go of it.
 class Manager::ShaderCompilationTask : public BackgroundTaskBase
 {
 public:

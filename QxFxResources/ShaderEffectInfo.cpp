@@ -6,6 +6,25 @@
 
 namespace Qx::FxResources {
 
+ShaderEffectInfo::ShaderEffectInfo(const ShaderEffectInfo& other) noexcept
+    : lock(other.lock),
+      effect(other.effect.acquire()),
+      name(other.name),
+      directory(other.directory),
+      timeStamp(other.timeStamp)
+{
+}
+
+ShaderEffectInfo& ShaderEffectInfo::operator=(const ShaderEffectInfo& other) noexcept
+{
+    lock = other.lock;
+    effect = other.effect.acquire();
+    name = other.name;
+    directory = other.directory;
+    timeStamp = other.timeStamp;
+    return *this;
+}
+
 LightweightString<wchar_t> ShaderEffectInfo::getFullPath() const noexcept
 {
     return directory + name;

@@ -13,14 +13,20 @@ namespace Qx::FxResources {
 
 /// One effect file of the catalogue, compiled on first use.
 ///
-/// A copy shares the lock and holds its own references to the effect and the strings.
+/// A copy shares the lock and holds its own references to the effect and the strings. A record may be copied
+/// while another thread loads its effect: the copy has the effect or none.
 struct QX_API ShaderEffectInfo
 {
+    ShaderEffectInfo() = default;
+    ShaderEffectInfo(const ShaderEffectInfo& other) noexcept;
+    ShaderEffectInfo& operator=(const ShaderEffectInfo& other) noexcept;
+    ~ShaderEffectInfo() = default;
+
     /// Guards the lazy load of `effect`.
     CriticalSection lock;
 
-    /// Empty until the first successful load. Mutable because loading fills it in an otherwise constant
-    /// record.
+    /// Empty until the first successful load, by any thread: read it through getShader() or a copy of the
+    /// record. Mutable because loading fills it in an otherwise constant record.
     mutable Qx::Ptr<iShaderEffect> effect;
 
     LightweightString<wchar_t> name;      ///< file name as listed, with its extension: the catalogue's key

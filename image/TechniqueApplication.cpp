@@ -10,25 +10,28 @@ namespace Qx::Image {
 
 namespace {
 
-ApplicationKit& kit()
+/// An application takes the kit once: the manager may be shut down while it draws, and asking for the manager
+/// again would create another.
+Qx::Ptr<ApplicationKit> takeKit()
 {
     return FxResources::Manager::instance().applicationKit();
 }
 
 /// The part that both forms share after the technique is selected. The second input is shifted by `shift`
 /// times the width.
-void renderTechnique(iShaderEffect& effect, const Surface& src, Surface& dst, float width, float shift)
+void renderTechnique(ApplicationKit& kit, iShaderEffect& effect, const Surface& src, Surface& dst,
+                     float width, float shift)
 {
-    effect.setFloat(kit().width, width);
-    effect.setFloat(kit().height, static_cast<float>(src.getHeight()));
-    auto sources = std::exchange(kit().sources, {}); // the host may re-enter while it renders
+    effect.setFloat(kit.width, width);
+    effect.setFloat(kit.height, static_cast<float>(src.getHeight()));
+    auto sources = std::exchange(kit.sources, {}); // the host may re-enter while it renders
     sources.reserve(2);
-    sources.emplace_back(kit().input, src.getGPUSurface());
-    sources.emplace_back(kit().input, src.getGPUSurface()).texCoords = {shift, 0.0F, 1.0F + shift, 1.0F};
+    sources.emplace_back(kit.input, src.getGPUSurface());
+    sources.emplace_back(kit.input, src.getGPUSurface()).texCoords = {shift, 0.0F, 1.0F + shift, 1.0F};
     effect.render(dst.getGPUSurface(), sources);
     dst.setDescriptions(src.getDescriptions());
     sources.clear();
-    kit().sources = std::move(sources);
+    kit.sources = std::move(sources);
 }
 
 } // namespace
@@ -44,24 +47,26 @@ Qx::Ptr<iShaderEffect> getShader(const LightweightString<wchar_t>& fileName) noe
 bool applyTechnique(Qx::Ptr<iShaderEffect> effect, const Surface& src, Surface& dst,
                     const LightweightString<char>& technique, float width) noexcept
 {
-    const CriticalSectionScope inside(FxResources::Manager::instance().gpuLock());
+    const Qx::Ptr<ApplicationKit> kit = takeKit();
+    const CriticalSectionScope inside(kit->gpuLock);
     if (!effect || !effect->setTechnique(technique)) {
         return false;
     }
-    renderTechnique(*effect, src, dst, width, 1.0F / static_cast<float>(src.getWidth()));
+    renderTechnique(*kit, *effect, src, dst, width, 1.0F / static_cast<float>(src.getWidth()));
     return true;
 }
 
 bool applyTechnique(const Surface& src, Surface& dst, const LightweightString<char>& technique, float width,
                     iGPUImage::eFormat /*format*/) noexcept
 {
-    const Qx::Ptr<iShaderEffect> effect = getShader(kit().defaultEffect);
-    const CriticalSectionScope inside(FxResources::Manager::instance().gpuLock());
+    const Qx::Ptr<ApplicationKit> kit = takeKit();
+    const Qx::Ptr<iShaderEffect> effect = getShader(kit->defaultEffect);
+    const CriticalSectionScope inside(kit->gpuLock);
     if (!effect) {
         return false;
     }
     effect->setTechnique(technique);
-    renderTechnique(*effect, src, dst, width, -1.0F / width);
+    renderTechnique(*kit, *effect, src, dst, width, -1.0F / width);
     return true;
 }
 

@@ -409,3 +409,61 @@ TEST_F(BackgroundCompilation, RunsBesideForegroundDemandsOfEveryEffect)
     EXPECT_EQ(host().journal.count("loadEffectFile"), 20U);
     EXPECT_EQ(countLines(), 1U);
 }
+
+TEST_F(BackgroundCompilation, ShutdownStopsAPassAlthoughATaskWaitsForItsTurn)
+{
+    const Qx::Ptr<iBackgroundTask> task = startWith(3);
+    Gate compilingOne = host().script.hold("loadEffectFile");
+    std::jthread direct([] { Manager::instance().compileAll(Qx::makePtr<RecordingTaskLog>()); });
+    ASSERT_TRUE(compilingOne.waitUntilReached());
+    std::jthread background([&] { task->run(); });
+    EXPECT_TRUE(waitForBlockedThreads(1));
+    std::jthread stopping([] { Manager::shutdown(Shutdown::NormalExit); });
+    EXPECT_TRUE(waitForBlockedThreads(2)); // it has stopped both passes and waits for them
+    compilingOne.release();
+    direct.join();
+    background.join();
+    stopping.join();
+    EXPECT_EQ(host().journal.count("loadEffectFile"), 1U);
+    EXPECT_EQ(countLines(), 0U);
+}
+
+TEST_F(BackgroundCompilation, ManagerIsNotDeletedBetweenTheTasksLookUpAndItsLock)
+{
+    const Qx::Ptr<iBackgroundTask> task = startWith(2);
+    const Manager* manager = &Manager::instance();
+    bool isAlive = false;
+    host().script.during("StartEnv::arg", [&] { isAlive = host().allocator.owns(manager); });
+    std::atomic<bool> stopped = false; // relaxed: only the library orders the two threads
+    std::thread stopping;
+    // The task enters the lock of the look-up first, then the one of the pass.
+    beforeEntering(2, [&] {
+        stopping = std::thread([&] {
+            Manager::shutdown(Shutdown::NormalExit);
+            stopped.store(true, std::memory_order_relaxed);
+        });
+        while (!stopped.load(std::memory_order_relaxed) && !isAnyThreadBlocked()) {
+            std::this_thread::yield();
+        }
+    });
+    EXPECT_TRUE(task->run());
+    stopping.join();
+    EXPECT_TRUE(isAlive);
+    EXPECT_FALSE(host().allocator.owns(manager));
+    EXPECT_THAT(host().journal.linesOf({"loadEffectFile", "setStep", "vexo_printf"}), IsEmpty());
+}
+
+TEST_F(BackgroundCompilation, TaskWhoseManagerIsGoneCompilesTheCatalogueOfTheNewOne)
+{
+    const Qx::Ptr<iBackgroundTask> task = startWith(1);
+    Manager::shutdown(Shutdown::NormalExit);
+    host().addFile(L"/shaders/", L"new.fx");
+    Manager::instance();
+    host().journal.clear();
+    EXPECT_TRUE(task->run());
+    EXPECT_THAT(host().journal.linesOf({"loadEffectFile", "vexo_printf"}),
+                ElementsAre(compiling("a.fx"), compiling("new.fx"),
+                            "vexo_printf(\"QxFxResources::Manager : 2 pixel shaders loaded\\n\")"));
+    EXPECT_EQ(runTasks(), 1U);
+    EXPECT_EQ(host().journal.count("loadEffectFile"), 2U) << "its own task finds everything compiled";
+}

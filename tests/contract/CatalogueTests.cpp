@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -345,4 +346,34 @@ TEST_F(EffectRecord, ManyThreadsThatWantOneEffectCompileItOnce)
         EXPECT_EQ(shader, shaders.front());
     }
     EXPECT_EQ(host().journal.count("loadEffectFile"), 1U);
+}
+
+TEST_F(EffectRecord, MayBeCopiedWhileAnotherThreadLoadsIt)
+{
+    host().addFile(L"/shaders/", L"a.fx");
+    const ShaderEffectInfo& record = Manager::instance().findEffect(L"a.fx");
+    Gate compiling = host().script.hold("loadEffectFile");
+    std::jthread loading([&] { record.getShader(); });
+    ASSERT_TRUE(compiling.waitUntilReached());
+    std::atomic<int> rounds = 0; // relaxed: only the library orders the two threads
+    Qx::Ptr<iShaderEffect> constructed;
+    Qx::Ptr<iShaderEffect> assigned;
+    std::jthread copying([&] {
+        ShaderEffectInfo second;
+        while (!constructed || !assigned) {
+            const ShaderEffectInfo first = record;
+            constructed = first.effect;
+            second = record;
+            assigned = second.effect;
+            rounds.fetch_add(1, std::memory_order_relaxed);
+        }
+    });
+    while (rounds.load(std::memory_order_relaxed) < 100) {
+        std::this_thread::yield();
+    }
+    compiling.release();
+    loading.join();
+    copying.join();
+    EXPECT_EQ(constructed, record.effect);
+    EXPECT_EQ(assigned, record.effect);
 }

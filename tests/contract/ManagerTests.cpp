@@ -420,3 +420,22 @@ TEST_F(EffectManager, ShaderOutlivesTheManager)
     EXPECT_TRUE(host().allocator.owns(shader.get()));
     EXPECT_TRUE(shader->setTechnique("Any"));
 }
+
+TEST_F(EffectManager, StartUpReturnsAtOnceDuringAShutdownThatWaits)
+{
+    host().addFile(L"/shaders/", L"a.fx");
+    Manager::instance();
+    const auto tasks = host().takeTasks();
+    ASSERT_THAT(tasks, SizeIs(1));
+    Gate compiling = host().script.hold("loadEffectFile");
+    std::jthread background([&] { tasks[0]->run(); });
+    ASSERT_TRUE(compiling.waitUntilReached());
+    std::jthread stopping([] { Manager::shutdown(Shutdown::NormalExit); });
+    EXPECT_TRUE(waitForBlockedThreads(1)); // it waits for the pass
+    std::jthread starting([] {
+        Manager::startup(true);
+        host().journal.record("started");
+    });
+    EXPECT_TRUE(host().journal.waitFor("started"));
+    compiling.release();
+}

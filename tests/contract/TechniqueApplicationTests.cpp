@@ -414,3 +414,34 @@ TEST_F(TechniqueApplication, ShaderIsFoundByItsFileNameWhateverTheLetterCase)
     EXPECT_FALSE(getShader(L"null"));
     EXPECT_FALSE(getShader(L"unknown.fx"));
 }
+
+TEST_F(TechniqueApplication, ThatIsDrawnDuringAShutdownDoesNotBringTheManagerBack)
+{
+    for (const std::string operation : {"setTechnique", "getParam", "setValue", "render"}) {
+        for (const bool isExplicit : {true, false}) {
+            getShader(L"null.fx"); // with a new manager
+            bool isGone = false;
+            host().script.during(operation, [&] {
+                if (!std::exchange(isGone, true)) {
+                    std::thread([] { Manager::shutdown(Shutdown::NormalExit); }).join();
+                    host().journal.clear();
+                }
+            });
+            EXPECT_TRUE(isExplicit ? applyExplicit("Blur", 1920.0F) : applyDefault("Null", 1920.0F));
+            EXPECT_TRUE(isGone);
+            EXPECT_THAT(host().journal.linesOf({"getShadersDir", "listDirectory", "queue", "Shutdown"}),
+                        IsEmpty())
+                << operation;
+            host().script.reset();
+        }
+    }
+    for (const Qx::Ptr<FakeEffect>& drawn : {effect, nullEffect}) {
+        ASSERT_THAT(drawn->drawings(), SizeIs(4));
+        for (const FakeEffect::Drawing& drawing : drawn->drawings()) {
+            ASSERT_THAT(drawing.inputs, SizeIs(2));
+            EXPECT_EQ(drawing.inputs[1].name, "Input");
+            EXPECT_THAT(drawing.floats,
+                        ElementsAre(testing::Pair("_Height", 1080.0F), testing::Pair("_Width", 1920.0F)));
+        }
+    }
+}

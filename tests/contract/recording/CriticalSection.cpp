@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 namespace {
 
@@ -23,6 +24,12 @@ public:
     {
         std::unique_lock guard(lock_);
         return changed_.wait_for(guard, std::chrono::minutes(1), [&] { return count_ >= count; });
+    }
+
+    bool isAny()
+    {
+        const std::lock_guard guard(lock_);
+        return count_ > 0;
     }
 
 private:
@@ -78,6 +85,10 @@ thread_local int depthReached = 0;
 /// How often the calling thread has entered a section.
 thread_local std::size_t entries = 0;
 
+/// What the calling thread does before it enters a section, and at which of its entries.
+thread_local int entriesToAction = 0;
+thread_local std::function<void()> actionBeforeEntry;
+
 } // namespace
 
 CriticalSection::CriticalSection() : impl_(new Impl) {}
@@ -102,6 +113,9 @@ CriticalSection::~CriticalSection()
 
 void CriticalSection::enter() const
 {
+    if (entriesToAction > 0 && --entriesToAction == 0) {
+        std::exchange(actionBeforeEntry, nullptr)();
+    }
     depthReached = impl_->enter();
     ++entries;
 }
@@ -135,6 +149,17 @@ std::size_t locksEnteredDuring(const std::function<void()>& call)
 bool waitForBlockedThreads(int count)
 {
     return blockedThreads.waitFor(count);
+}
+
+bool isAnyThreadBlocked()
+{
+    return blockedThreads.isAny();
+}
+
+void beforeEntering(int count, std::function<void()> action)
+{
+    entriesToAction = count;
+    actionBeforeEntry = std::move(action);
 }
 
 } // namespace Qx::Test

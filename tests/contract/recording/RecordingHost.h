@@ -139,6 +139,13 @@ std::size_t locksEnteredDuring(const std::function<void()>& call);
 /// Blocks until `count` threads are waiting to enter critical sections. Returns false after a minute.
 bool waitForBlockedThreads(int count);
 
+/// Returns whether a thread is waiting to enter a critical section.
+bool isAnyThreadBlocked();
+
+/// Runs `action` on the calling thread when it is about to enter a critical section for the `count`-th time
+/// from now; 1 is the next.
+void beforeEntering(int count, std::function<void()> action);
+
 /// Converts a text to UTF-8.
 std::string text(const LightweightString<wchar_t>& s);
 std::string text(const LightweightString<char>& s);

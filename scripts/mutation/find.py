@@ -71,12 +71,14 @@ class Mutant:
     after: str
     function: str = ""
     line: int = 0
+    context: str = ""  # the line of a change that says too little by itself
     pieces: list[Piece] = field(default_factory=list)
     id: str = ""   # stable while the function and the changed text are
     key: str = ""  # of the mutant in this very text of the file
 
     def change(self):
-        return f"{one_line(self.before)} -> {one_line(self.after) or '(nothing)'}"
+        context = f" {self.context}" if self.context else ""
+        return f"{one_line(self.before)} -> {one_line(self.after) or '(nothing)'}{context}"
 
     def apply(self, text):
         return text[:self.start] + self.after + text[self.end:]
@@ -139,6 +141,7 @@ class Finder:
             around = [f for f in self.functions if f[0] <= mutant.start and mutant.end <= f[1]]
             mutant.function = max(around, key=lambda f: f[0])[2] if around else ""
             mutant.line = self.text.count("\n", 0, mutant.start) + 1
+            mutant.context = self.context(mutant)
             if any(start <= mutant.start and mutant.end <= end for start, end in self.constants):
                 mutant.pieces = []
             name = (mutant.path, mutant.function, mutant.kind, mutant.change())
@@ -146,6 +149,15 @@ class Finder:
             mutant.id = digest(*name, str(nth))[:8]
             mutant.key = digest(self.path, self.text, str(mutant.start), str(mutant.end), mutant.after)
         return mutants
+
+    def context(self, mutant):
+        """Returns the line of a single word, and the line before a single "break;" or the like."""
+        lines = [one_line(line.split("//")[0]) for line in self.text.split("\n")]
+        if re.search(r"\s|\(", mutant.before):
+            return ""
+        if mutant.before.endswith(";"):
+            return "after " + lines[mutant.line - 2] if mutant.kind == "early exit" else ""
+        return "in " + lines[mutant.line - 1]
 
     # Places in the text
 

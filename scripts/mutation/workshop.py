@@ -101,7 +101,7 @@ class Workshop:
         self.command(["cmake", "-S", self.tree, "-B", self.build_directory, "-G", "Ninja", "-Wno-dev",
                       "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -DNDEBUG",
                       f"-DCMAKE_CXX_FLAGS=-include {switch} -w -fmax-errors=0 -fno-diagnostics-show-caret",
-                      "-DQX_WARNINGS_AS_ERRORS=OFF", "-DQX_BUILD_BENCHMARKS=OFF", "-DQX_CCACHE=OFF"])
+                      "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DQX_WARNINGS_AS_ERRORS=OFF", "-DQX_BUILD_BENCHMARKS=OFF", "-DQX_CCACHE=OFF"])
 
     def command(self, arguments):
         done = subprocess.run([str(a) for a in arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,

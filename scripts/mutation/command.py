@@ -2,6 +2,7 @@
 
 import argparse
 import difflib
+import fcntl
 import os
 import random
 import sys
@@ -86,11 +87,20 @@ def main(root):
         report.write(root / "docs" / "mutation.md", mutants, results, verdicts)
         return 0
     if not options.survivors:
-        workshop.update()
-        try:
-            Runner(workshop, results).run(mutants, chosen, {a.replace("-", " ") for a in options.again})
-        except BuildFailed as failure:
-            sys.exit(f"mutate: the copy in {workshop.tree} does not build:\n{str(failure)[-4000:]}")
-        except KeyboardInterrupt:
-            sys.exit("\nmutate: stopped; the next run continues here")
+        with (workshop.place / "lock").open("w") as lock:
+            try:
+                fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            except BlockingIOError:
+                sys.exit(f"mutate: another run is using {workshop.place}; wait for it")
+            run(workshop, results, mutants, chosen, options)
     return report.print_survivors([m for m in mutants if m.id in chosen], results, verdicts, describe)
+
+
+def run(workshop, results, mutants, chosen, options):
+    try:
+        workshop.update()
+        Runner(workshop, results).run(mutants, chosen, {a.replace("-", " ") for a in options.again})
+    except BuildFailed as failure:
+        sys.exit(f"mutate: the copy in {workshop.tree} does not build:\n{str(failure)[-4000:]}")
+    except KeyboardInterrupt:
+        sys.exit("\nmutate: stopped; the next run continues here")

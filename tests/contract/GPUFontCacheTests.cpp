@@ -226,6 +226,18 @@ TEST_F(Fonts, HandleWhoseEntryIsGoneTakesNobodyElsesUse)
     EXPECT_EQ(madeFor(font(10)), 0U);
 }
 
+TEST_F(Fonts, AreLookedUpInsertedEvictedAndLetGoWithTheLock)
+{
+    const GPUFontCache& fonts = cache();
+    fill(1, 10);
+    Result handle;
+    EXPECT_EQ(locksEnteredDuring([&] { handle = fonts.getFont(font(1)); }), 1U);
+    EXPECT_EQ(locksEnteredDuring([&] { handle.reset(); }), 1U);
+    EXPECT_EQ(locksEnteredDuring([&] { handle = fonts.getFont(font(11)); }), 3U) << "once more to evict";
+    cache().clear();
+    EXPECT_EQ(locksEnteredDuring([&] { handle = fonts.getFont(font(1)); }), 2U + 1U) << "and to let go";
+}
+
 TEST_F(Fonts, AreMadeWithoutTheLock)
 {
     bool free = false;

@@ -92,14 +92,14 @@ def main(root):
                 fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
             except BlockingIOError:
                 sys.exit(f"mutate: another run is using {workshop.place}; wait for it")
-            run(workshop, results, mutants, chosen, options)
+            run(workshop, results, verdicts, mutants, chosen, options)
     return report.print_survivors([m for m in mutants if m.id in chosen], results, verdicts, describe)
 
 
-def run(workshop, results, mutants, chosen, options):
+def run(workshop, results, verdicts, mutants, chosen, options):
     try:
         workshop.update()
-        Runner(workshop, results).run(mutants, chosen, {a.replace("-", " ") for a in options.again})
+        Runner(workshop, results, verdicts).run(mutants, chosen, {a.replace("-", " ") for a in options.again})
     except BuildFailed as failure:
         sys.exit(f"mutate: the copy in {workshop.tree} does not build:\n{str(failure)[-4000:]}")
     except KeyboardInterrupt:

@@ -305,8 +305,8 @@ class Finder:
                 previous = None
 
     def is_assignment(self, cursor):
-        operator = self.operator_of(cursor)
-        return cursor.kind == Kind.UNARY_OPERATOR or operator is not None and operator[2] in ASSIGNMENTS
+        written = self.of(self.extent(cursor))
+        return cursor.kind == Kind.UNARY_OPERATOR or re.match(r"[\w.:*>-]+\s*[-+*/|&]?=[^=]", written) is not None
 
     def if_or_while(self, cursor):
         children = list(cursor.get_children())

@@ -32,9 +32,10 @@ class Results:
 
 
 class Runner:
-    def __init__(self, workshop, results):
+    def __init__(self, workshop, results, verdicts):
         self.workshop = workshop
         self.results = results
+        self.verdicts = verdicts
         self.times = {}                 # test: seconds
         self.reached = {}               # test: the numbers of the mutants that it passes
         self.kills = defaultdict(Counter)  # function of a source: test: how many of its mutants the test killed
@@ -49,7 +50,8 @@ class Runner:
                 return False
             if entry is None or entry["outcome"] in force or "all" in force:
                 return True
-            return entry["outcome"] == SURVIVED and entry["tests"] != tests_text
+            return (entry["outcome"] == SURVIVED and entry["tests"] != tests_text
+                    and not self.verdicts.is_equivalent(mutant))
 
         pending = [(i, m) for i, m in enumerate(mutants, 1) if is_open(m)]
         print(f"{len(mutants)} mutants, {len(chosen)} chosen, {len(pending)} to run", flush=True)
@@ -71,7 +73,8 @@ class Runner:
             self.judge(mutants[number - 1], passing[number], {"QX_MUTANT": str(number)}, tests_text, False, done)
             print(f"\r{i} of {len(passing)}: {dict(done)}", end="", flush=True)
         others = [m for _, m in pending if m.id not in switched]
-        for i, mutant in enumerate(others, 1):
+        # A header takes a build of everything: last.
+        for i, mutant in enumerate(sorted(others, key=lambda m: m.path.endswith(".h")), 1):
             self.workshop.write_sources(mutants, switched, mutant)
             try:
                 self.workshop.build()

@@ -50,6 +50,10 @@ class Verdicts:
                     return block
         return None
 
+    def is_equivalent(self, mutant):
+        block = self.of(mutant)
+        return block is not None and block.verdict == EQUIVALENT
+
 
 def matches(change, pattern):
     # Brackets are frequent in code and no wildcards here.

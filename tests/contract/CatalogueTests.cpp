@@ -279,6 +279,22 @@ TEST_F(EffectRecord, LoadChangesNothingButTheEffect)
     EXPECT_EQ(record.timeStamp, 9U);
 }
 
+TEST_F(EffectRecord, AssignmentTakesEverythingOverAndSharesTheLock)
+{
+    ShaderEffectInfo record = recordOf(L"/shaders/", L"a.fx");
+    record.timeStamp = 9;
+    record.load({});
+    ShaderEffectInfo other = recordOf(L"/templates/", L"b.fx");
+    other = record;
+    EXPECT_EQ(text(other.name), "a.fx");
+    EXPECT_EQ(text(other.directory), "/shaders/");
+    EXPECT_EQ(other.timeStamp, 9U);
+    ASSERT_TRUE(other.effect);
+    EXPECT_EQ(other.effect, record.effect);
+    const CriticalSectionScope inside(record.lock);
+    EXPECT_EQ(depthOf(other.lock), 1);
+}
+
 TEST_F(EffectRecord, ShaderIsCompiledOnceOnDemandWithTheSevenDefinitions)
 {
     host().addFile(L"/shaders/", L"a.fx");

@@ -6,16 +6,17 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
 constexpr int styleFlags = iFont::Bold | iFont::Italic;
 
-/// Rounds toward zero. Invalid sizes are left for the host to refuse.
+/// Truncates toward zero. A size that no int holds becomes the nearest one that does, for the host to refuse.
 int wholePixels(float size)
 {
-    constexpr float largest = 1 << 24; // largest n for which a float represents all integers up to n
-    return std::isnan(size) ? 0 : static_cast<int>(std::clamp(size, -largest, largest));
+    using Int = std::numeric_limits<int>;
+    return std::isnan(size) ? 0 : static_cast<int>(std::clamp<double>(size, Int::min(), Int::max()));
 }
 
 } // namespace

@@ -68,7 +68,8 @@ public:
     virtual ~BackgroundTaskQueueBase() = default;
 
     /// Adds a task to the end of the queue, or to its front if `urgent`. The queue keeps a reference to the
-    /// task. A closed queue drops the task. Thread-safe.
+    /// task. A closed queue drops the task. Returns without waiting for any task: it is called while the
+    /// library creates its manager, see iOS, and the library's task waits until that has ended. Thread-safe.
     virtual void queue(Qx::Ptr<iBackgroundTask> task, bool urgent) = 0;
 
     /// Returns the status of the task that runs on the calling thread, or NoTask.

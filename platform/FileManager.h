@@ -33,7 +33,8 @@ public:
     /// `pattern` is a directory with a trailing separator, followed by a name pattern: '*' matches any
     /// characters and '?' matches one; the comparison ignores case. `flags` is reserved and must be 0.
     /// Returns no items if the directory does not exist or cannot be read, or if `pattern` names no
-    /// directory.
+    /// directory: an unset directory is not the working directory. Called while the library creates its
+    /// manager, see iOS.
     virtual void listDirectory(const LightweightString<wchar_t>& pattern, Qx::Vector<DirectoryItem>& items,
                                eKind kind, int flags) = 0;
 
@@ -55,7 +56,8 @@ enum DirectoryContentsFlags : unsigned
 };
 
 /// Appends the entries of a directory that match a pattern ("*.*" matches every name). Does not search
-/// sub-directories. Appends nothing if the directory does not exist or cannot be read. Thread-safe.
+/// sub-directories. Appends nothing if the directory is empty text, does not exist or cannot be read.
+/// Thread-safe.
 QX_PLATFORM_API void getDirectoryContents(const LightweightString<wchar_t>& directory,
                                           const LightweightString<wchar_t>& pattern,
                                           Qx::Vector<LightweightString<wchar_t>>& contents, unsigned flags);

@@ -19,7 +19,9 @@ public:
     using Definitions = Qx::Vector<iShaderEffect::CompilerDefinition>;
 
     /// Compiles all techniques of an effect file. Blocks until the compilation has finished. Returns an empty
-    /// pointer if any of them fails to compile.
+    /// pointer if any of them fails to compile, and at once for an empty path, which names no file: the
+    /// library passes it for every effect that it does not know, and would hand out what it receives under
+    /// all those names.
     virtual Qx::Ptr<iShaderEffect> loadEffectFile(const LightweightString<wchar_t>& path,
                                                   const Definitions& definitions) = 0;
 

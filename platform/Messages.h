@@ -18,12 +18,13 @@ public:
         Error = 3
     };
 
-    /// Shows a message. Returns without waiting for the user.
+    /// Shows a message. Returns without waiting for the user. Called while the library creates its manager,
+    /// see iOS: a host whose messages belong to another thread hands them over and returns.
     virtual void showMessage(const LightweightString<wchar_t>& caption,
                              const LightweightString<wchar_t>& text, eButtons buttons,
                              eSeverity severity) = 0;
 
-    /// Returns the caption for messages about effects.
+    /// Returns the caption for messages about effects. Called while the library creates its manager.
     virtual LightweightString<wchar_t> effectsCaption() = 0;
 
 protected:

@@ -16,6 +16,13 @@ class iUserService;
 ///
 /// Every service lives as long as the process. Once the host has shut the GPU service down, its operations
 /// fail (empty pointers). All services are thread-safe.
+///
+/// The library creates and deletes its effect manager under a lock, and every other thread that needs the
+/// manager waits meanwhile. It creates it with calls of getShadersDir(), getFXTemplatesDirectory(),
+/// iFileManager::listDirectory(), iMessageService, BackgroundTaskQueueBase::queue() and
+/// Shutdown::addCallback(), and deletes it with the destruction of effects and of the compute context. There,
+/// a host may use the library on the calling thread; it must not wait for another thread that may be using
+/// the library, nor for a lock that is held anywhere while the library is called.
 class QX_PLATFORM_API iOS
 {
 public:

@@ -15,7 +15,7 @@ public:
 };
 
 /// Return a directory with a trailing separator, or an empty string if the scope has none. The directory may
-/// not exist. Thread-safe.
+/// not exist. Thread-safe. The first two are called while the library creates its manager, see iOS.
 QX_PLATFORM_API LightweightString<wchar_t> getShadersDir();
 QX_PLATFORM_API LightweightString<wchar_t> getFXTemplatesDirectory(iSettings::eType scope);
 QX_PLATFORM_API LightweightString<wchar_t> getLUTDirectory(iSettings::eType scope);

@@ -18,6 +18,7 @@ public:
     /// descending order; equal orders run in the reverse order of registration. The task queue is closed
     /// before the first order below 1000: no task starts after that, but a running task may still run
     /// concurrently with the callbacks. A callback may register further callbacks, which run in the same
-    /// shutdown.
+    /// shutdown. Returns without waiting for a callback that is running: it is called while the library
+    /// creates its manager, see iOS, for which the library's own callback waits.
     static void addCallback(Callback callback, int order);
 };

@@ -39,9 +39,8 @@ struct Entry
 std::vector<Entry> matchingEntries(const WideString& directory, std::wstring_view pattern, bool filesOnly)
 {
     std::vector<Entry> entries;
-    const std::string path = pathOf(directory);
-    std::error_code error;
-    std::filesystem::directory_iterator item(path.empty() ? "." : path, error);
+    std::error_code error; // set for an empty path too, which is no directory
+    std::filesystem::directory_iterator item(pathOf(directory), error);
     for (; !error && item != std::filesystem::directory_iterator(); item.increment(error)) {
         const std::string bytes = item->path().filename().string();
         Entry entry{fromUTF8(LightweightString<char>(std::string_view(bytes))), item->path(), {}};

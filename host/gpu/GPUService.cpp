@@ -34,6 +34,15 @@ Result operate(const std::shared_ptr<Vulkan::Context>& context, Function&& funct
     });
 }
 
+/// The library passes an empty path for an effect that it does not know. That is no reason to open the
+/// device, to start a worker or to look into the working directory.
+EffectCompilation refusedEmptyPath()
+{
+    EffectCompilation compilation;
+    refuse(compilation, "\"\"", "an empty path names no effect file");
+    return compilation;
+}
+
 std::string announcement(const DeviceDescription& device)
 {
     const std::string name =
@@ -287,6 +296,9 @@ Qx::Ptr<iShaderEffect> GPUService::loadEffectFile(const LightweightString<wchar_
                                                   const Definitions& definitions)
 {
     return Vulkan::guarded(Qx::Ptr<iShaderEffect>(), [&] {
+        if (path.empty()) {
+            return Qx::Ptr<iShaderEffect>();
+        }
         const Worker::CompileRequest request = requestFor(path, definitions);
         compileBeside(request);
         return compile(request).effect;
@@ -307,7 +319,10 @@ Worker::CompileRequest GPUService::requestFor(const LightweightString<wchar_t>& 
 EffectCompileResult GPUService::compileEffectFile(const LightweightString<wchar_t>& path,
                                                   const Definitions& definitions)
 {
-    return Vulkan::guarded(EffectCompileResult(), [&] { return compile(requestFor(path, definitions)); });
+    return Vulkan::guarded(EffectCompileResult(), [&] {
+        return path.empty() ? EffectCompileResult{{}, refusedEmptyPath().messages.c_str()}
+                            : compile(requestFor(path, definitions));
+    });
 }
 
 /// The library loads the effects of its catalogue one after another; other cores can compile ahead.
@@ -368,7 +383,9 @@ EffectCompilation GPUService::examine(const Worker::CompileRequest& request)
 EffectCompilation GPUService::examineEffectFile(const LightweightString<wchar_t>& path,
                                                 const Definitions& definitions)
 {
-    return Vulkan::guarded(EffectCompilation(), [&] { return examine(requestFor(path, definitions)); });
+    return Vulkan::guarded(EffectCompilation(), [&] {
+        return path.empty() ? refusedEmptyPath() : examine(requestFor(path, definitions));
+    });
 }
 
 EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <future>
 #include <string>
 #include <thread>
@@ -433,7 +434,13 @@ TEST_F(BackgroundCompilation, ManagerIsNotDeletedBetweenTheTasksLookUpAndItsLock
     const Qx::Ptr<iBackgroundTask> task = startWith(2);
     const Manager* manager = &Manager::instance();
     bool isAlive = false;
-    host().script.during("StartEnv::arg", [&] { isAlive = host().allocator.owns(manager); });
+    host().script.during("StartEnv::arg", [&] {
+        isAlive = host().allocator.owns(manager);
+        if (!isAlive) {
+            ADD_FAILURE() << "the manager was deleted";
+            std::abort(); // the pass would run in freed memory
+        }
+    });
     std::atomic<bool> stopped = false; // relaxed: only the library orders the two threads
     std::thread stopping;
     // The task enters the lock of the look-up first, then the one of the pass.

@@ -102,7 +102,22 @@ TEST_F(Fonts, AreMadeFromNameWholeSizeAndTheTwoStyleFlags)
     EXPECT_THAT(host().journal.lines(),
                 ElementsAre(R"(createFont("Serif", 12, 0))", R"(createFont("Sans", -12, 1))",
                             R"(createFont("Sans", 14, 2))", R"(createFont("Sans", 14, 3))",
-                            R"(createFont("Sans", 0, 0))", R"(createFont("Sans", 16777216, 0))"));
+                            R"(createFont("Sans", 0, 0))", R"(createFont("Sans", 2147483647, 0))"));
+}
+
+TEST_F(Fonts, LargeSizesAreTruncatedAsLongAsAnIntHoldsThem)
+{
+    cache().getFont(font(16777218.0F)); // 2^24 + 2
+    cache().getFont(font(-16777218.0F));
+    cache().getFont(font(2147483520.0F)); // the largest float below 2^31
+    cache().getFont(font(2147483648.0F));
+    cache().getFont(font(-2147483648.0F));
+    cache().getFont(font(-std::numeric_limits<float>::infinity()));
+    EXPECT_THAT(host().journal.lines(),
+                ElementsAre(R"(createFont("Sans", 16777218, 0))", R"(createFont("Sans", -16777218, 0))",
+                            R"(createFont("Sans", 2147483520, 0))", R"(createFont("Sans", 2147483647, 0))",
+                            R"(createFont("Sans", -2147483648, 0))",
+                            R"(createFont("Sans", -2147483648, 0))"));
 }
 
 TEST_F(Fonts, SizesThatDifferInTheirFractionAreTwoKeysOfOneWholeSize)

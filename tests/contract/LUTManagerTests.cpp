@@ -497,6 +497,8 @@ class FirstUse : public testing::Test
 protected:
     void SetUp() override
     {
+        ASSERT_EQ(testing::UnitTest::GetInstance()->test_to_run_count(), 1)
+            << "each of these tests needs a process of its own: run them by ctest";
         host().reset();
         host().lutFiles[L"/luts/user"] = {L"/luts/user/a.cube"};
     }

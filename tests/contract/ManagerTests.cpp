@@ -439,3 +439,23 @@ TEST_F(EffectManager, StartUpReturnsAtOnceDuringAShutdownThatWaits)
     EXPECT_TRUE(host().journal.waitFor("started"));
     compiling.release();
 }
+
+TEST_F(EffectManager, HostMayUseItOnTheSameThreadInEveryCallOfItsInitialisation)
+{
+    for (const bool hasEffects : {true, false}) {
+        if (hasEffects) {
+            host().addFile(L"/shaders/", L"a.fx");
+        }
+        std::vector<const Manager*> found;
+        for (const char* operation : {"getShadersDir", "getFXTemplatesDirectory", "listDirectory",
+                                      "showMessage", "queue", "Shutdown::addCallback"}) {
+            host().script.during(operation, [&] { found.push_back(&Manager::instance()); });
+        }
+        const Manager* manager = &Manager::instance();
+        EXPECT_THAT(found, SizeIs(hasEffects ? 6 : 7));
+        EXPECT_THAT(found, testing::Each(manager));
+        EXPECT_THAT(host().shutdownCallbacks, SizeIs(1));
+        Manager::shutdown(Shutdown::NormalExit);
+        host().reset();
+    }
+}

@@ -132,6 +132,7 @@ void RecordingHost::reset()
     processors = 8;
     recordReleases = false;
     images_ = 0;
+    now_ = 1000.0;
     shutdownCallbacks.clear();
     recordClock = false;
     watchCountersIn(nullptr, 0);

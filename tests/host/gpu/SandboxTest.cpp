@@ -1,3 +1,4 @@
+#include "host/effects/EffectCompilation.h"
 #include "platform/Text.h"
 #include "tests/host/gpu/GpuFixture.h"
 
@@ -146,6 +147,28 @@ TEST_F(SandboxTest, TheFirstEffectOfADirectoryBringsTheOthersAlong)
     for (const char* name : {"a.fx", "b.fx", "c.fx"}) {
         EXPECT_TRUE(service.loadEffectFile(fromUTF8((folder() / name).c_str()), {})) << name;
     }
+    service.shutdown();
+}
+
+TEST_F(SandboxTest, AnEmptyPathFailsAtOnceAndStartsNothing)
+{
+    GPUOptions options;
+    options.compileAhead = true;
+    options.cacheDirectory = folder() / "cache";
+    GPUService service(options);
+    write("a.fx", harmless);
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder());
+    EXPECT_FALSE(service.loadEffectFile(nullptr, {}));
+    const EffectCompileResult compiled = service.compileEffectFile(nullptr, {});
+    EXPECT_FALSE(compiled.effect);
+    EXPECT_EQ(std::string(compiled.errors.c_str()), "\"\":1:1: error: an empty path names no effect file\n");
+    const Host::EffectCompilation examined = service.examineEffectFile(nullptr, {});
+    EXPECT_EQ(examined.effect, nullptr);
+    EXPECT_EQ(examined.messages, compiled.errors.c_str());
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(service.configure(options)) << "only a service that has not started takes options";
+    EXPECT_FALSE(std::filesystem::exists(options.cacheDirectory));
     service.shutdown();
 }
 

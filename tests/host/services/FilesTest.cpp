@@ -287,3 +287,19 @@ TEST(CopyFile, AFullDiskLeavesTheDestinationAsItWas)
     EXPECT_EQ(entriesIn(directory.path()), 2U);
     EXPECT_NE(contentsOf(logFile()).find("Copying"), std::string::npos);
 }
+
+TEST(Files, AnUnsetDirectoryHasNoEntries)
+{
+    const TemporaryDirectory directory;
+    directory.write("effect.fx", "");
+    directory.write("table.cube", "");
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(directory.path());
+    EXPECT_TRUE(list("*.fx").empty());
+    EXPECT_TRUE(list("*", iFileManager::AllEntries).empty());
+    Qx::Vector<LightweightString<wchar_t>> contents;
+    getDirectoryContents(nullptr, L"*.*", contents, DirectoryContentsFiles | DirectoryContentsFullPaths);
+    EXPECT_TRUE(contents.empty());
+    EXPECT_EQ(namesOf(list("./*.fx")), Names{"effect.fx"}) << "the working directory can be named";
+    std::filesystem::current_path(before);
+}

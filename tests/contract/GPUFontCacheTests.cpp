@@ -221,7 +221,7 @@ TEST_F(Fonts, UseEndsWithTheLastOfTwoHandles)
     EXPECT_EQ(madeFor(font(10)), 1U);
 }
 
-TEST_F(Fonts, ClearLeavesHandlesTheirFontsAndTheirEndChangesNothing)
+TEST_F(Fonts, ClearLeavesHandlesTheirFonts)
 {
     Result handle = cache().getFont(font(10));
     const Qx::Ptr<iFont> before = handle->value();

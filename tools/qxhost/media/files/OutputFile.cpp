@@ -50,7 +50,7 @@ Status checkPlace(const fs::path& file, bool force, const FileSet* kept)
         return cannotWrite(file, "it is not a regular file");
     }
     if (kept && kept->contains(file)) {
-        return OutputFile::wouldReplaceInput(file);
+        return OutputFile::wouldReplaceInput(file, *kept);
     }
     if (!force) {
         return cannotWrite(file, existsText);
@@ -86,9 +86,12 @@ void OutputFile::clearAbandoned(const fs::path& file)
     }
 }
 
-Error OutputFile::wouldReplaceInput(const fs::path& file)
+Error OutputFile::wouldReplaceInput(const fs::path& file, const FileSet& kept)
 {
-    return cannotWrite(file, "it belongs to the input itself; choose another name");
+    return cannotWrite(file, kept.hasUnknown()
+                                 ? "it may belong to the input, a DASH manifest, which does not "
+                                   "name its files; choose a name that does not exist"
+                                 : "it belongs to the input itself; choose another name");
 }
 
 Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::shared_ptr<const FileSet> kept)

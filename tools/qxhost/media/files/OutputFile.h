@@ -27,7 +27,7 @@ public:
     static void clearAbandoned(const std::filesystem::path& file);
 
     /// The error if a file to keep would be replaced.
-    static Error wouldReplaceInput(const std::filesystem::path& file);
+    static Error wouldReplaceInput(const std::filesystem::path& file, const FileSet& kept);
 
     OutputFile(OutputFile&& other) noexcept;
     OutputFile& operator=(OutputFile&& other) noexcept;

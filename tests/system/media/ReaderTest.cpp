@@ -178,6 +178,81 @@ TEST_F(Reader, PlaylistsDoNotOpenOtherFiles)
     EXPECT_TRUE(has(openError(at("list.m3u8")), "list.m3u8"));
 }
 
+/// Lists are known by what they hold, whatever their name.
+class Lists : public MediaTest
+{
+protected:
+    void SetUp() override
+    {
+        for (const std::string name : {"one.ts", "two.ts", "three.ts", "foreign.ts"}) {
+            ffmpeg("-f lavfi -i testsrc2=s=64x64:d=1:r=25 -c:v mpeg2video -f mpegts " + name);
+        }
+    }
+
+    void list(const std::string& name, const std::string& text) const
+    {
+        store(at(name), Bytes(text.begin(), text.end()));
+    }
+
+    /// Expects that one frame is read and that these files, though not all were opened, are the input's.
+    void expectInput(const std::string& name, const std::vector<std::string>& files)
+    {
+        auto reader = open(at(name));
+        ASSERT_TRUE(reader) << name;
+        Frame frame;
+        EXPECT_EQ(reader->next(frame), ClipReader::Next::frame);
+        for (const std::string& file : files) {
+            EXPECT_TRUE(reader->files()->contains(at(file))) << name << " " << file;
+        }
+        EXPECT_FALSE(reader->files()->contains(at("foreign.ts"))) << name;
+    }
+};
+
+TEST_F(Lists, ConcatScriptsMakeTheFilesThatTheyNameTheInput)
+{
+    list("inner.txt", "ffconcat version 1.0\nfile three.ts\n");
+    list("c.mkv", "ffconcat version 1.0\n# file foreign.ts\nfile 'one.ts'\nduration 0.12\n"
+                  " file\ttwo.ts\r\nfile inner\\.txt");
+    expectInput("c.mkv", {"c.mkv", "one.ts", "two.ts", "inner.txt", "three.ts"});
+}
+
+TEST_F(Lists, PlaylistsMakeTheFilesThatTheyNameTheInput)
+{
+    const std::string head = "#EXTM3U\n#EXT-X-TARGETDURATION:1\n";
+    list("media.m3u8", head + "#EXTINF:0.12,\none.ts\n#EXTINF:0.12,\r\n./two.ts\r\n#EXT-X-ENDLIST\n");
+    list("other.m3u8", head + "#EXTINF:0.12,\nthree.ts\n#EXT-X-ENDLIST\n");
+    list("master.m3u8", "#EXTM3U\n#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"a\",NAME=\"a\",URI=\"other.m3u8\"\n"
+                        "#EXT-X-STREAM-INF:BANDWIDTH=100000\nmedia.m3u8\n");
+    expectInput("media.m3u8", {"media.m3u8", "one.ts", "two.ts"});
+    expectInput("master.m3u8", {"master.m3u8", "media.m3u8", "other.m3u8", "one.ts", "two.ts", "three.ts"});
+}
+
+TEST_F(Lists, FilesThatAreOpenedAreTheInputHoweverTheListNamesThem)
+{
+    list("media.m3u8", "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXT-X-MAP:URI=one.ts\n#EXTINF:1,\ntwo.ts\n");
+    expectInput("media.m3u8", {"one.ts", "two.ts"});
+}
+
+TEST_F(Lists, AManifestThatDoesNotNameItsFilesMayMeanAny)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x64:d=0.4:r=25 -c:v libx264 -f dash manifest.mpd");
+    list("script.txt", "ffconcat version 1.0\nfile one.ts\nfile manifest.mpd\n");
+    for (const std::string name : {"manifest.mpd", "script.txt"}) {
+        auto reader = open(at(name));
+        ASSERT_TRUE(reader) << name;
+        EXPECT_TRUE(reader->files()->contains(at("foreign.ts"))) << name;
+        EXPECT_FALSE(reader->files()->contains(at("absent.ts"))) << name;
+    }
+}
+
+TEST_F(Lists, ThatLeadBackToThemselvesAreRefused)
+{
+    list("round.txt", "ffconcat version 1.0\nfile one.ts\nfile half.txt\n");
+    list("half.txt", "ffconcat version 1.0\nfile two.ts\nfile round.txt\n");
+    const std::string error = openError(at("round.txt"));
+    EXPECT_TRUE(has(error, "round.txt") && has(error, "leads back to itself")) << error;
+}
+
 TEST_F(Reader, TruncatedClipGivesWhatIsThereAndSaysSo)
 {
     ffmpeg("-f lavfi -i testsrc2=s=64x64:r=25:d=2 -c:v mjpeg -movflags +faststart whole.mov");

@@ -158,13 +158,13 @@ TEST_F(Writer, FilesToKeepAreNotReplacedEvenWithForce)
     for (const std::string name : {"a.mkv", "s_00002.png", "s_00004.png"}) {
         store(at(name), {'x'});
     }
-    FileSet kept;
+    const auto kept = std::make_shared<FileSet>();
     for (const std::string name : {"a.mkv", "s_00002.png", "s_00004.png"}) {
-        kept.add(at(name));
+        kept->add(at(name));
     }
     OutputSettings wanted = settings(8, 8);
     wanted.force = true;
-    wanted.kept = std::make_shared<const FileSet>(kept);
+    wanted.kept = kept;
     EXPECT_TRUE(has(writerError(at("a.mkv"), wanted), "belongs to the input"));
     // Foreseen, as far as the number of frames is known ...
     for (const int frames : {0, 2, 9}) {
@@ -199,7 +199,7 @@ TEST_F(Writer, NothingIsLeftOfAnUnfinishedFile)
         // Aside until complete.
         EXPECT_FALSE(fs::exists(at(name)));
         ASSERT_EQ(listing().size(), 1U);
-        EXPECT_TRUE(has(listing()[0], ".part-" + std::to_string(::getpid()))) << listing()[0];
+        EXPECT_TRUE(has(listing()[0], ".part-")) << listing()[0];
         writer.reset();
         EXPECT_TRUE(listing().empty()) << name;
     }

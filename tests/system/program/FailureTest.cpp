@@ -115,6 +115,16 @@ TEST_F(Failures, pictures_of_the_input_are_never_overwritten)
     }
 }
 
+TEST_F(Failures, clips_that_a_list_names_are_never_overwritten)
+{
+    fs::copy(at("clip.mkv"), at("second.mkv"));
+    write("list.mkv", "ffconcat version 1.0\nfile clip.mkv\nfile second.mkv\n");
+    const std::string before = read(at("second.mkv"));
+    expectFailure(qxhost({"convert", "list.mkv", "second.mkv", "--frames", "1", "--force"}), 4,
+                  {"second.mkv", "input"}, {"second.mkv", "list.mkv"});
+    EXPECT_EQ(read(at("second.mkv")), before);
+}
+
 TEST_F(Failures, an_output_that_cannot_be_made_is_named)
 {
     expectFailure(qxhost({"convert", "clip.mkv", "absent/out.png"}), 4, {"absent/"});

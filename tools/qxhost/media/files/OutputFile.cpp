@@ -39,18 +39,18 @@ Status checkPlace(const fs::path& file, bool force, const FileSet* kept)
     if (!fs::is_directory(directory, error)) {
         return cannotWrite(file, "there is no directory " + quoted(directory));
     }
-    const fs::file_status status = fs::symlink_status(file, error);
+    const fs::file_status status = fs::status(file, error);
     if (!fs::exists(status)) {
         return {};
     }
     if (fs::is_directory(file, error)) {
         return cannotWrite(file, "it is a directory");
     }
-    if (!fs::is_regular_file(status) && !fs::is_symlink(status)) {
+    if (!fs::is_regular_file(status)) {
         return cannotWrite(file, "it is not a regular file");
     }
     if (kept && kept->contains(file)) {
-        return OutputFile::wouldReplaceInput(file);
+        return OutputFile::wouldReplaceInput(file, *kept);
     }
     if (!force) {
         return cannotWrite(file, existsText);
@@ -58,58 +58,82 @@ Status checkPlace(const fs::path& file, bool force, const FileSet* kept)
     return {};
 }
 
-fs::path partName(const fs::path& file, int attempt)
+/// The file that a name stands for, which a symbolic link names; it need not exist.
+Result<fs::path> followed(const fs::path& file)
 {
-    // Room for the affixes within the 255 bytes that a name may have.
-    constexpr std::size_t longestName = 220;
-    std::string name(1, '.');
-    name += file.filename().native().substr(0, longestName);
-    name += ".part-";
-    name += std::to_string(::getpid());
-    if (attempt > 1) {
-        name += '-';
-        name += std::to_string(attempt);
+    constexpr int mostLinks = 40; // as many as the kernel follows
+    fs::path target = file;
+    for (int links = 0; links <= mostLinks; ++links) {
+        std::error_code error;
+        if (!fs::is_symlink(target, error)) {
+            return target;
+        }
+        const fs::path named = fs::read_symlink(target, error);
+        if (error) {
+            return cannotWrite(file, error.message());
+        }
+        target = target.parent_path() / named; // an absolute one replaces the whole path
     }
-    return file.parent_path() / name;
+    return cannotWrite(file, systemText(ELOOP));
 }
 
 } // namespace
 
-Error OutputFile::wouldReplaceInput(const fs::path& file)
+void OutputFile::clearAbandoned(const fs::path& file)
 {
-    return cannotWrite(file, "it belongs to the input itself; choose another name");
+    if (const auto target = followed(file)) {
+        Media::clearAbandoned(target.value().parent_path());
+    }
+}
+
+Error OutputFile::wouldReplaceInput(const fs::path& file, const FileSet& kept)
+{
+    return cannotWrite(file, kept.hasUnknown()
+                                 ? "it may belong to the input, a DASH manifest, which does not "
+                                   "name its files; choose a name that does not exist"
+                                 : "it belongs to the input itself; choose another name");
 }
 
 Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::shared_ptr<const FileSet> kept)
 {
-    if (const Status status = Media::checkPlace(file, force, kept.get()); !status) {
+    auto target = followed(file);
+    if (!target) {
+        return target.error();
+    }
+    if (const Status status = Media::checkPlace(target.value(), force, kept.get()); !status) {
         return Error{status.text()};
     }
     constexpr int attempts = 100;
     for (int attempt = 1; attempt <= attempts; ++attempt) {
-        const fs::path part = partName(file, attempt);
+        fs::path part = unfinishedName(target.value());
         const PartFiles::Guard guard;
-        const int descriptor = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (descriptor >= 0) {
-            PartFiles::remember(part);
-            ::close(descriptor);
-            return OutputFile(file, part, force, std::move(kept));
-        }
-        if (errno != EEXIST) {
+        // Not for writing only: network file systems would not lock it.
+        HeldFile held(::open(part.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+        if (held.descriptor() < 0 && errno != EEXIST) {
             return cannotWrite(file, systemText(errno));
         }
+        if (held.descriptor() >= 0 && held.hold(part)) {
+            PartFiles::remember(part);
+            OutputFile output(file, force, std::move(kept));
+            output.target_ = std::move(target.value());
+            output.part_ = std::move(part);
+            output.held_ = std::move(held);
+            return output;
+        }
     }
-    return cannotWrite(file, "too many unfinished files beside it (" + quoted(partName(file, 1)) + " ...)");
+    return cannotWrite(file, "no unfinished file can be kept beside it; another program removes them");
 }
 
-OutputFile::OutputFile(fs::path file, fs::path part, bool force, std::shared_ptr<const FileSet> kept)
-    : file_(std::move(file)), part_(std::move(part)), force_(force), kept_(std::move(kept))
+OutputFile::OutputFile(fs::path file, bool force, std::shared_ptr<const FileSet> kept)
+    : file_(std::move(file)), force_(force), kept_(std::move(kept))
 {
 }
 
 OutputFile::OutputFile(OutputFile&& other) noexcept
     : file_(std::move(other.file_)),
+      target_(std::move(other.target_)),
       part_(std::exchange(other.part_, {})),
+      held_(std::move(other.held_)),
       force_(other.force_),
       kept_(std::move(other.kept_))
 {
@@ -120,16 +144,13 @@ OutputFile& OutputFile::operator=(OutputFile&& other) noexcept
     if (this != &other) {
         remove();
         file_ = std::move(other.file_);
+        target_ = std::move(other.target_);
         part_ = std::exchange(other.part_, {});
+        held_ = std::move(other.held_);
         force_ = other.force_;
         kept_ = std::move(other.kept_);
     }
     return *this;
-}
-
-Status OutputFile::checkPlace(const fs::path& file) const
-{
-    return Media::checkPlace(file, force_, kept_.get());
 }
 
 OutputFile::~OutputFile()
@@ -173,7 +194,7 @@ Status OutputFile::commit()
 {
     int result = -1;
     if (!force_) {
-        result = ::renameat2(AT_FDCWD, part_.c_str(), AT_FDCWD, file_.c_str(), RENAME_NOREPLACE);
+        result = ::renameat2(AT_FDCWD, part_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE);
         if (result != 0 && errno == EEXIST) {
             return cannotWrite(file_, existsText);
         }
@@ -183,24 +204,30 @@ Status OutputFile::commit()
     }
     // With force, or where the file system cannot refuse to replace.
     if (result != 0) {
-        if (Status status = checkPlace(file_); !status) {
+        if (Status status = checkPlace(target_, force_, kept_.get()); !status) {
             return status;
         }
-        if (::rename(part_.c_str(), file_.c_str()) != 0) {
+        if (::rename(part_.c_str(), target_.c_str()) != 0) {
             return cannotWrite(file_, systemText(errno));
         }
     }
     PartFiles::forget(part_);
     part_.clear();
+    held_ = HeldFile(); // no earlier: another run would remove the file
     return {};
 }
 
 Status OutputFile::retarget(const fs::path& file)
 {
-    if (Status status = checkPlace(file); !status) {
+    auto target = followed(file);
+    if (!target) {
+        return target.error();
+    }
+    if (Status status = checkPlace(target.value(), force_, kept_.get()); !status) {
         return status;
     }
     file_ = file;
+    target_ = std::move(target.value());
     return {};
 }
 

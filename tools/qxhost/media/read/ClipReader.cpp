@@ -4,6 +4,7 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/media/read/ClipTimeCode.h"
+#include "tools/qxhost/media/read/OpenedFiles.h"
 #include "tools/qxhost/media/read/StreamColour.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
 
@@ -98,19 +99,19 @@ std::optional<Sequence> sequenceOf(const fs::path& file)
     return Sequence{numbers.front(), numbers[count - 1], count < numbers.size()};
 }
 
-/// The files behind a name that may be a number pattern.
-FileSet filesOf(const fs::path& file)
+/// Adds the files behind a name that may be a number pattern.
+Status addFilesOf(const fs::path& file, FileSet& files)
 {
-    FileSet files;
     if (std::error_code error; fs::exists(file, error)) {
-        files.add(file);
-        return files;
+        return addWithNamedFiles(file, files) ? Status()
+                                              : Error{"cannot read " + quoted(file) +
+                                                      ": it is a list of files that leads back to itself"};
     }
     if (const NumberedNames names(file); names.isPattern()) {
         for (const long number : names.existing()) {
             files.add(names.name(number));
         }
-        return files;
+        return {};
     }
     // A number in a directory's name: FFmpeg looks for the first picture up to 4 and ends at a gap.
     constexpr int lastStart = 4;
@@ -123,12 +124,12 @@ FileSet filesOf(const fs::path& file)
         if (found) {
             files.add(name.data());
         } else if (number >= lastStart) {
-            return files;
+            return {};
         }
     }
 }
 
-Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& sequence)
+Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& sequence, OpenedFiles& opened)
 {
     bool exists = false;
     if (const std::string why = whyNotAFile(file, exists); !why.empty()) {
@@ -154,6 +155,7 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& 
     if (sequence) {
         av_dict_set_int(&options, "start_number", sequence->first, 0);
     }
+    opened.follow(*raw);
     takeFfmpegMessage();
     const int error = avformat_open_input(&raw, url.c_str(), nullptr, &options);
     av_dict_free(&options);
@@ -163,8 +165,11 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& 
             error == AVERROR_INVALIDDATA
                 ? "it is not a clip or picture that can be read, or its beginning is damaged"
                 : errorText(error);
-        return Error{"cannot read " + quoted(file) + ": " + why + ffmpegHint()};
+        const std::string message = opened.take();
+        return Error{"cannot read " + quoted(file) + ": " + why +
+                     (message.empty() ? ffmpegHint() : ": " + message)};
     }
+    opened.take(); // what the demuxer went on after
     return InputPtr(raw);
 }
 
@@ -243,10 +248,9 @@ struct ClipReader::Impl
     void noteDecodeError(int error, std::int64_t pts);
 
     const fs::path file;
-    std::shared_ptr<const FileSet> files;
     std::optional<Sequence> sequence;
-    SourceMessages messages;      // of the decoder; outlives it
-    SourceMessages inputMessages; // outlives the input
+    SourceMessages messages; // of the decoder; outlives it
+    OpenedFiles opened;      // outlives the input
     InputPtr input;
     AVStream* stream = nullptr;
     CodecPtr decoder;
@@ -277,14 +281,15 @@ Result<std::unique_ptr<ClipReader>> ClipReader::open(const fs::path& file, const
 {
     captureFfmpegLog();
     auto impl = std::make_unique<Impl>(file);
-    impl->files = std::make_shared<const FileSet>(filesOf(file));
+    if (const Status status = addFilesOf(file, *impl->opened.files()); !status) {
+        return Error{status.text()};
+    }
     impl->sequence = sequenceOf(file);
-    auto input = openInput(file, impl->sequence);
+    auto input = openInput(file, impl->sequence, impl->opened);
     if (!input) {
         return input.error();
     }
     impl->input = std::move(input.value());
-    impl->input->opaque = &impl->inputMessages;
     if (const Status status = impl->findStreams(options); !status) {
         return Error{status.text()};
     }
@@ -459,7 +464,7 @@ void ClipReader::Impl::noteReached(const AVPacket& from)
 
 void ClipReader::Impl::noteEndOfInput(int error)
 {
-    const std::string message = inputMessages.take();
+    const std::string message = opened.take();
     if (sequence && sequence->hasGap) {
         const fs::path missing = NumberedNames(file).name(sequence->last + 1);
         problem("picture " + std::to_string(sequence->last + 1) + " is missing (" + quoted(missing) +
@@ -513,7 +518,7 @@ bool ClipReader::Impl::feed()
             noteEndOfInput(error);
             break;
         }
-        inputMessages.take(); // what the demuxer went on after
+        opened.take(); // what the demuxer went on after
         noteReached(*packet);
         const bool isVideo = packet->stream_index == stream->index;
         if (!isVideo) {
@@ -627,7 +632,7 @@ const StreamInfo& ClipReader::info() const
 
 std::shared_ptr<const FileSet> ClipReader::files() const
 {
-    return impl_->files;
+    return impl_->opened.files();
 }
 
 const std::string& ClipReader::failure() const

@@ -59,8 +59,8 @@ struct StreamInfo
 /// Reads the video and the audio packets of any clip or still picture that FFmpeg reads.
 ///
 /// A name with a number pattern ("shot_%05d.png") that is not itself a file is read as a numbered sequence,
-/// from the lowest number there is up to the first gap. The file named is the only one opened (a playlist
-/// cannot send the reader to the network).
+/// from the lowest number there is up to the first gap. A list may name other files, but cannot send the
+/// reader to the network.
 ///
 /// One thread at a time; decoding uses threads of its own. The frames and the audio queue handed out live on
 /// their own and may be used on other threads and after the reader is gone.
@@ -94,7 +94,8 @@ public:
 
     const StreamInfo& info() const;
 
-    /// The file, or every file of a numbered sequence.
+    /// The file, or every file of a numbered sequence; with every file that a list names, and every other
+    /// that has been opened so far. Grows while frames are read.
     std::shared_ptr<const FileSet> files() const;
 
     /// Gives the next frame in order of presentation. A damaged frame that can be skipped or patched does not

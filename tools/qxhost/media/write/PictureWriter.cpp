@@ -44,7 +44,7 @@ Status checkKept(const NumberedNames& names, const OutputSettings& settings)
         const bool written =
             number >= 1 && (settings.expectedFrames <= 0 || number <= settings.expectedFrames);
         if (written && settings.kept->contains(names.name(number))) {
-            return OutputFile::wouldReplaceInput(names.name(number));
+            return OutputFile::wouldReplaceInput(names.name(number), *settings.kept);
         }
     }
     return {};

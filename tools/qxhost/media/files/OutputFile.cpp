@@ -1,5 +1,7 @@
 #include "tools/qxhost/media/files/OutputFile.h"
 
+#include "host/files/ReadFile.h"
+#include "host/files/WriteFile.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
@@ -89,7 +91,8 @@ Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::sha
     for (int attempt = 1; attempt <= attempts; ++attempt) {
         const fs::path part = partName(file, attempt);
         const PartFiles::Guard guard;
-        const int descriptor = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        const int descriptor = Host::uninterrupted(
+            [&] { return ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); });
         if (descriptor >= 0) {
             PartFiles::remember(part);
             ::close(descriptor);
@@ -147,52 +150,47 @@ void OutputFile::remove() noexcept
 
 Status OutputFile::write(const void* bytes, std::size_t size)
 {
-    const int descriptor = ::open(part_.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (descriptor < 0) {
-        return cannotWrite(file_, systemText(errno));
-    }
-    const char* from = static_cast<const char*>(bytes);
-    int error = 0;
-    while (size > 0 && error == 0) {
-        const ssize_t written = ::write(descriptor, from, size);
-        if (written >= 0) {
-            from += written;
-            size -= static_cast<std::size_t>(written);
-        } else if (errno != EINTR) {
-            error = errno;
-        }
-    }
-    // Some file systems report a full disk only here.
-    if (::close(descriptor) != 0 && error == 0 && errno != EINTR) {
-        error = errno;
-    }
+    const Host::Descriptor descriptor(
+        Host::uninterrupted([&] { return ::open(part_.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC); }));
+    const int error = descriptor ? Host::writeAll(descriptor.number(), bytes, size) : errno;
     return error == 0 ? Status() : cannotWrite(file_, systemText(error));
 }
 
-Status OutputFile::commit()
+Status OutputFile::commit(DirectorySync directory)
 {
-    int result = -1;
-    if (!force_) {
-        result = ::renameat2(AT_FDCWD, part_.c_str(), AT_FDCWD, file_.c_str(), RENAME_NOREPLACE);
-        if (result != 0 && errno == EEXIST) {
-            return cannotWrite(file_, existsText);
-        }
-        if (result != 0 && errno != EINVAL && errno != ENOSYS) {
-            return cannotWrite(file_, systemText(errno));
-        }
+    const Host::Descriptor part(
+        Host::uninterrupted([&] { return ::open(part_.c_str(), O_RDONLY | O_CLOEXEC); }));
+    if (!part) {
+        return cannotWrite(file_, systemText(errno));
+    }
+    const auto rename = [&](unsigned flags) {
+        return Host::syncAndRename(part.number(), AT_FDCWD, part_.c_str(), file_.c_str(), flags);
+    };
+    int error = force_ ? EINVAL : rename(RENAME_NOREPLACE);
+    if (error == EEXIST) {
+        return cannotWrite(file_, existsText);
     }
     // With force, or where the file system cannot refuse to replace.
-    if (result != 0) {
+    if (error == EINVAL || error == ENOSYS) {
         if (Status status = checkPlace(file_); !status) {
             return status;
         }
-        if (::rename(part_.c_str(), file_.c_str()) != 0) {
-            return cannotWrite(file_, systemText(errno));
-        }
+        error = rename(0);
+    }
+    if (error != 0) {
+        return cannotWrite(file_, systemText(error));
     }
     PartFiles::forget(part_);
     part_.clear();
-    return {};
+    return directory == DirectorySync::Now ? syncDirectory(file_) : Status();
+}
+
+Status OutputFile::syncDirectory(const fs::path& file)
+{
+    const int error = Host::syncDirectoryOf(file);
+    return error == 0
+               ? Status()
+               : cannotWrite(file, systemText(error) + " while its directory was synced; the file is whole");
 }
 
 Status OutputFile::retarget(const fs::path& file)

@@ -1,5 +1,6 @@
 #include "tools/qxhost/media/write/RawWriter.h"
 
+#include "host/files/WriteFile.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
@@ -15,19 +16,21 @@ Result<std::unique_ptr<iFrameWriter>> RawWriter::open(const std::filesystem::pat
     if (!part) {
         return part.error();
     }
-    FilePtr stream([&] {
+    Host::Descriptor descriptor([&] {
         const PartFiles::Guard guard;
-        return std::fopen(part.value().part().c_str(), "wbe");
+        return Host::uninterrupted(
+            [&] { return ::open(part.value().part().c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC); });
     }());
-    if (!stream) {
+    if (!descriptor) {
         return Error{"cannot write " + quoted(file) + ": " + std::generic_category().message(errno)};
     }
-    return std::unique_ptr<iFrameWriter>(new RawWriter(std::move(part.value()), std::move(stream), settings));
+    return std::unique_ptr<iFrameWriter>(
+        new RawWriter(std::move(part.value()), std::move(descriptor), settings));
 }
 
-RawWriter::RawWriter(OutputFile part, FilePtr stream, const OutputSettings& settings)
+RawWriter::RawWriter(OutputFile part, Host::Descriptor descriptor, const OutputSettings& settings)
     : part_(std::move(part)),
-      stream_(std::move(stream)),
+      descriptor_(std::move(descriptor)),
       layout_(*settings.stored),
       frame_(layout_.frameBytes())
 {
@@ -51,8 +54,8 @@ Error RawWriter::failure(int error) const
 Status RawWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& /*time*/)
 {
     layout_.gather(rows, pitch, frame_.data());
-    if (std::fwrite(frame_.data(), 1, frame_.size(), stream_.get()) != frame_.size()) {
-        return failure(errno);
+    if (const int error = Host::writeAll(descriptor_.number(), frame_.data(), frame_.size()); error != 0) {
+        return failure(error);
     }
     ++frames_;
     return {};
@@ -62,9 +65,6 @@ Status RawWriter::finish()
 {
     if (frames_ == 0) {
         return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
-    }
-    if (std::fclose(stream_.release()) != 0) {
-        return failure(errno);
     }
     Status status = part_.commit();
     done_ = static_cast<bool>(status);

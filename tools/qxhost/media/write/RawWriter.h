@@ -1,9 +1,9 @@
 #pragma once
 
+#include "host/files/ReadFile.h"
 #include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 
-#include <cstdio>
 #include <memory>
 
 namespace Qx::Media {
@@ -23,17 +23,11 @@ public:
     std::vector<std::filesystem::path> files() const override;
 
 private:
-    struct CloseFile
-    {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
-
-    RawWriter(OutputFile part, FilePtr stream, const OutputSettings& settings);
+    RawWriter(OutputFile part, Host::Descriptor descriptor, const OutputSettings& settings);
     Error failure(int error) const;
 
     OutputFile part_;
-    FilePtr stream_;
+    Host::Descriptor descriptor_;
     const StoredLayout layout_;
     std::vector<std::byte> frame_;
     std::vector<std::string> warnings_;

@@ -199,7 +199,7 @@ TEST_F(Writer, NothingIsLeftOfAnUnfinishedFile)
         // Aside until complete.
         EXPECT_FALSE(fs::exists(at(name)));
         ASSERT_EQ(listing().size(), 1U);
-        EXPECT_TRUE(has(listing()[0], ".part-" + std::to_string(::getpid()))) << listing()[0];
+        EXPECT_TRUE(has(listing()[0], ".part-")) << listing()[0];
         writer.reset();
         EXPECT_TRUE(listing().empty()) << name;
     }

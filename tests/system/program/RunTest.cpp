@@ -68,6 +68,19 @@ TEST_F(Runs, a_second_interrupt_leaves_no_part_of_a_file_either)
     EXPECT_EQ(filesBeside({"clip.mkv"}), std::vector<std::string>());
 }
 
+TEST_F(Runs, what_a_killed_run_left_is_removed_by_the_next)
+{
+    makeClip(2000);
+    Running program({programPath(), "convert", "clip.mkv", "out.mkv"}, directory_);
+    ASSERT_TRUE(waitForFile(program, ".out.mkv.part"));
+    program.signal(SIGKILL);
+    EXPECT_EQ(program.wait().exitCode, 128 + SIGKILL);
+    ASSERT_EQ(filesBeside({"clip.mkv"}).size(), 1U);
+    const Outcome next = qxhost({"convert", "clip.mkv", "next.mkv", "--frames", "1"});
+    EXPECT_EQ(next.exitCode, 0) << next.err;
+    EXPECT_EQ(filesBeside({"clip.mkv"}), std::vector<std::string>{"next.mkv"});
+}
+
 TEST_F(Runs, an_interrupt_is_told_in_json_too)
 {
     makeClip(2000);

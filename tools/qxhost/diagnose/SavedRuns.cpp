@@ -117,6 +117,7 @@ std::string fileNameOf(const Report& report)
 
 void writeFile(const fs::path& file, const std::string& text, bool force)
 {
+    Media::OutputFile::clearAbandoned(file);
     Media::Result<Media::OutputFile> output = Media::OutputFile::create(file, force);
     if (!output) {
         throw Failure(ExitCode::output, output.text());

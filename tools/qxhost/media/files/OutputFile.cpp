@@ -1,6 +1,5 @@
 #include "tools/qxhost/media/files/OutputFile.h"
 
-#include "host/files/ReadFile.h"
 #include "host/files/WriteFile.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/PartFiles.h"
@@ -41,14 +40,14 @@ Status checkPlace(const fs::path& file, bool force, const FileSet* kept)
     if (!fs::is_directory(directory, error)) {
         return cannotWrite(file, "there is no directory " + quoted(directory));
     }
-    const fs::file_status status = fs::symlink_status(file, error);
+    const fs::file_status status = fs::status(file, error);
     if (!fs::exists(status)) {
         return {};
     }
     if (fs::is_directory(file, error)) {
         return cannotWrite(file, "it is a directory");
     }
-    if (!fs::is_regular_file(status) && !fs::is_symlink(status)) {
+    if (!fs::is_regular_file(status)) {
         return cannotWrite(file, "it is not a regular file");
     }
     if (kept && kept->contains(file)) {
@@ -60,22 +59,33 @@ Status checkPlace(const fs::path& file, bool force, const FileSet* kept)
     return {};
 }
 
-fs::path partName(const fs::path& file, int attempt)
+/// The file that a name stands for, which a symbolic link names; it need not exist.
+Result<fs::path> followed(const fs::path& file)
 {
-    // Room for the affixes within the 255 bytes that a name may have.
-    constexpr std::size_t longestName = 220;
-    std::string name(1, '.');
-    name += file.filename().native().substr(0, longestName);
-    name += ".part-";
-    name += std::to_string(::getpid());
-    if (attempt > 1) {
-        name += '-';
-        name += std::to_string(attempt);
+    constexpr int mostLinks = 40; // as many as the kernel follows
+    fs::path target = file;
+    for (int links = 0; links <= mostLinks; ++links) {
+        std::error_code error;
+        if (!fs::is_symlink(target, error)) {
+            return target;
+        }
+        const fs::path named = fs::read_symlink(target, error);
+        if (error) {
+            return cannotWrite(file, error.message());
+        }
+        target = target.parent_path() / named; // an absolute one replaces the whole path
     }
-    return file.parent_path() / name;
+    return cannotWrite(file, systemText(ELOOP));
 }
 
 } // namespace
+
+void OutputFile::clearAbandoned(const fs::path& file)
+{
+    if (const auto target = followed(file)) {
+        Media::clearAbandoned(target.value().parent_path());
+    }
+}
 
 Error OutputFile::wouldReplaceInput(const fs::path& file)
 {
@@ -84,35 +94,45 @@ Error OutputFile::wouldReplaceInput(const fs::path& file)
 
 Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::shared_ptr<const FileSet> kept)
 {
-    if (const Status status = Media::checkPlace(file, force, kept.get()); !status) {
+    auto target = followed(file);
+    if (!target) {
+        return target.error();
+    }
+    if (const Status status = Media::checkPlace(target.value(), force, kept.get()); !status) {
         return Error{status.text()};
     }
     constexpr int attempts = 100;
     for (int attempt = 1; attempt <= attempts; ++attempt) {
-        const fs::path part = partName(file, attempt);
+        fs::path part = unfinishedName(target.value());
         const PartFiles::Guard guard;
-        const int descriptor = Host::uninterrupted(
-            [&] { return ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); });
-        if (descriptor >= 0) {
-            PartFiles::remember(part);
-            ::close(descriptor);
-            return OutputFile(file, part, force, std::move(kept));
-        }
-        if (errno != EEXIST) {
+        // Not for writing only: network file systems would not lock it.
+        HeldFile held(Host::uninterrupted(
+            [&] { return ::open(part.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666); }));
+        if (held.descriptor() < 0 && errno != EEXIST) {
             return cannotWrite(file, systemText(errno));
         }
+        if (held.descriptor() >= 0 && held.hold(part)) {
+            PartFiles::remember(part);
+            OutputFile output(file, force, std::move(kept));
+            output.target_ = std::move(target.value());
+            output.part_ = std::move(part);
+            output.held_ = std::move(held);
+            return output;
+        }
     }
-    return cannotWrite(file, "too many unfinished files beside it (" + quoted(partName(file, 1)) + " ...)");
+    return cannotWrite(file, "no unfinished file can be kept beside it; another program removes them");
 }
 
-OutputFile::OutputFile(fs::path file, fs::path part, bool force, std::shared_ptr<const FileSet> kept)
-    : file_(std::move(file)), part_(std::move(part)), force_(force), kept_(std::move(kept))
+OutputFile::OutputFile(fs::path file, bool force, std::shared_ptr<const FileSet> kept)
+    : file_(std::move(file)), force_(force), kept_(std::move(kept))
 {
 }
 
 OutputFile::OutputFile(OutputFile&& other) noexcept
     : file_(std::move(other.file_)),
+      target_(std::move(other.target_)),
       part_(std::exchange(other.part_, {})),
+      held_(std::move(other.held_)),
       force_(other.force_),
       kept_(std::move(other.kept_))
 {
@@ -123,16 +143,13 @@ OutputFile& OutputFile::operator=(OutputFile&& other) noexcept
     if (this != &other) {
         remove();
         file_ = std::move(other.file_);
+        target_ = std::move(other.target_);
         part_ = std::exchange(other.part_, {});
+        held_ = std::move(other.held_);
         force_ = other.force_;
         kept_ = std::move(other.kept_);
     }
     return *this;
-}
-
-Status OutputFile::checkPlace(const fs::path& file) const
-{
-    return Media::checkPlace(file, force_, kept_.get());
 }
 
 OutputFile::~OutputFile()
@@ -150,21 +167,14 @@ void OutputFile::remove() noexcept
 
 Status OutputFile::write(const void* bytes, std::size_t size)
 {
-    const Host::Descriptor descriptor(
-        Host::uninterrupted([&] { return ::open(part_.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC); }));
-    const int error = descriptor ? Host::writeAll(descriptor.number(), bytes, size) : errno;
+    const int error = Host::writeAll(held_.descriptor(), bytes, size);
     return error == 0 ? Status() : cannotWrite(file_, systemText(error));
 }
 
 Status OutputFile::commit(DirectorySync directory)
 {
-    const Host::Descriptor part(
-        Host::uninterrupted([&] { return ::open(part_.c_str(), O_RDONLY | O_CLOEXEC); }));
-    if (!part) {
-        return cannotWrite(file_, systemText(errno));
-    }
     const auto rename = [&](unsigned flags) {
-        return Host::syncAndRename(part.number(), AT_FDCWD, part_.c_str(), file_.c_str(), flags);
+        return Host::syncAndRename(held_.descriptor(), AT_FDCWD, part_.c_str(), target_.c_str(), flags);
     };
     int error = force_ ? EINVAL : rename(RENAME_NOREPLACE);
     if (error == EEXIST) {
@@ -172,7 +182,7 @@ Status OutputFile::commit(DirectorySync directory)
     }
     // With force, or where the file system cannot refuse to replace.
     if (error == EINVAL || error == ENOSYS) {
-        if (Status status = checkPlace(file_); !status) {
+        if (Status status = checkPlace(target_, force_, kept_.get()); !status) {
             return status;
         }
         error = rename(0);
@@ -182,12 +192,14 @@ Status OutputFile::commit(DirectorySync directory)
     }
     PartFiles::forget(part_);
     part_.clear();
+    held_ = HeldFile(); // no earlier: another run would remove the file
     return directory == DirectorySync::Now ? syncDirectory(file_) : Status();
 }
 
 Status OutputFile::syncDirectory(const fs::path& file)
 {
-    const int error = Host::syncDirectoryOf(file);
+    const auto target = followed(file);
+    const int error = target ? Host::syncDirectoryOf(target.value()) : 0; // a link that changed meanwhile
     return error == 0
                ? Status()
                : cannotWrite(file, systemText(error) + " while its directory was synced; the file is whole");
@@ -195,10 +207,15 @@ Status OutputFile::syncDirectory(const fs::path& file)
 
 Status OutputFile::retarget(const fs::path& file)
 {
-    if (Status status = checkPlace(file); !status) {
+    auto target = followed(file);
+    if (!target) {
+        return target.error();
+    }
+    if (Status status = checkPlace(target.value(), force_, kept_.get()); !status) {
         return status;
     }
     file_ = file;
+    target_ = std::move(target.value());
     return {};
 }
 

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/Result.h"
 #include "tools/qxhost/media/files/FileSet.h"
+#include "tools/qxhost/media/files/HeldFile.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -9,8 +10,9 @@
 
 namespace Qx::Media {
 
-/// An unfinished output file: written as ".NAME.part-PID" in the destination's directory and renamed when
-/// complete. The destructor removes it if it is not complete.
+/// An unfinished output file: written under another name in the destination's directory, held (HeldFile.h),
+/// and renamed when complete. The destructor removes it if it is not complete. A symbolic link is followed:
+/// the file that it names is written, and the link stays.
 class OutputFile
 {
 public:
@@ -19,6 +21,10 @@ public:
     /// (null for none).
     static Result<OutputFile> create(const std::filesystem::path& file, bool force,
                                      std::shared_ptr<const FileSet> kept = nullptr);
+
+    /// Removes the unfinished files that earlier runs left where this one's output goes. To be called once
+    /// per run, since it reads the directory.
+    static void clearAbandoned(const std::filesystem::path& file);
 
     /// The error if a file to keep would be replaced.
     static Error wouldReplaceInput(const std::filesystem::path& file);
@@ -37,7 +43,7 @@ public:
     const std::filesystem::path& part() const { return part_; }
     const std::filesystem::path& file() const { return file_; }
 
-    /// Writes the whole content at once.
+    /// Writes the next bytes. For those who do not write to part() by other means.
     Status write(const void* bytes, std::size_t size);
 
     /// Syncs the part file to disk and renames it to its final name; without force, a file that has appeared
@@ -52,13 +58,13 @@ public:
     Status retarget(const std::filesystem::path& file);
 
 private:
-    OutputFile(std::filesystem::path file, std::filesystem::path part, bool force,
-               std::shared_ptr<const FileSet> kept);
-    Status checkPlace(const std::filesystem::path& file) const;
+    OutputFile(std::filesystem::path file, bool force, std::shared_ptr<const FileSet> kept);
     void remove() noexcept;
 
-    std::filesystem::path file_;
-    std::filesystem::path part_; // empty when there is nothing to remove
+    std::filesystem::path file_;   // as it was given
+    std::filesystem::path target_; // the file that it stands for
+    std::filesystem::path part_;   // empty when there is nothing to remove
+    HeldFile held_;                // the part file
     bool force_ = false;
     std::shared_ptr<const FileSet> kept_;
 };

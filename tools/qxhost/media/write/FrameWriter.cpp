@@ -3,6 +3,7 @@
 #include "host/core/AsciiCase.h"
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "tools/qxhost/media/files/Names.h"
+#include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
 #include "tools/qxhost/media/write/ClipWriter.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
@@ -41,6 +42,7 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
         return Error{"cannot write " + quoted(file) +
                      ": its name has no extension: expected .png, .mov, .mkv, .mp4 or another"};
     }
+    OutputFile::clearAbandoned(file);
     if (settings.stored && writesRawFrames(file, *settings.stored)) {
         return RawWriter::open(file, settings);
     }

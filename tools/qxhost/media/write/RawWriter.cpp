@@ -1,11 +1,6 @@
 #include "tools/qxhost/media/write/RawWriter.h"
 
-#include "host/files/WriteFile.h"
 #include "tools/qxhost/media/files/Names.h"
-#include "tools/qxhost/media/files/PartFiles.h"
-
-#include <cerrno>
-#include <system_error>
 
 namespace Qx::Media {
 
@@ -16,23 +11,11 @@ Result<std::unique_ptr<iFrameWriter>> RawWriter::open(const std::filesystem::pat
     if (!part) {
         return part.error();
     }
-    Host::Descriptor descriptor([&] {
-        const PartFiles::Guard guard;
-        return Host::uninterrupted(
-            [&] { return ::open(part.value().part().c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC); });
-    }());
-    if (!descriptor) {
-        return Error{"cannot write " + quoted(file) + ": " + std::generic_category().message(errno)};
-    }
-    return std::unique_ptr<iFrameWriter>(
-        new RawWriter(std::move(part.value()), std::move(descriptor), settings));
+    return std::unique_ptr<iFrameWriter>(new RawWriter(std::move(part.value()), settings));
 }
 
-RawWriter::RawWriter(OutputFile part, Host::Descriptor descriptor, const OutputSettings& settings)
-    : part_(std::move(part)),
-      descriptor_(std::move(descriptor)),
-      layout_(*settings.stored),
-      frame_(layout_.frameBytes())
+RawWriter::RawWriter(OutputFile part, const OutputSettings& settings)
+    : part_(std::move(part)), layout_(*settings.stored), frame_(layout_.frameBytes())
 {
     if (settings.audio && !settings.audio->tracks().empty()) {
         warnings_.emplace_back("audio is left out: raw files cannot hold it; --no-audio omits this warning");
@@ -46,16 +29,11 @@ RawWriter::RawWriter(OutputFile part, Host::Descriptor descriptor, const OutputS
     }
 }
 
-Error RawWriter::failure(int error) const
-{
-    return Error{"cannot write " + quoted(part_.file()) + ": " + std::generic_category().message(error)};
-}
-
 Status RawWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& /*time*/)
 {
     layout_.gather(rows, pitch, frame_.data());
-    if (const int error = Host::writeAll(descriptor_.number(), frame_.data(), frame_.size()); error != 0) {
-        return failure(error);
+    if (Status status = part_.write(frame_.data(), frame_.size()); !status) {
+        return status;
     }
     ++frames_;
     return {};

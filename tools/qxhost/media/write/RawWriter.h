@@ -1,6 +1,5 @@
 #pragma once
 
-#include "host/files/ReadFile.h"
 #include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 
@@ -23,11 +22,9 @@ public:
     std::vector<std::filesystem::path> files() const override;
 
 private:
-    RawWriter(OutputFile part, Host::Descriptor descriptor, const OutputSettings& settings);
-    Error failure(int error) const;
+    RawWriter(OutputFile part, const OutputSettings& settings);
 
     OutputFile part_;
-    Host::Descriptor descriptor_;
     const StoredLayout layout_;
     std::vector<std::byte> frame_;
     std::vector<std::string> warnings_;

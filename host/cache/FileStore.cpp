@@ -94,19 +94,6 @@ Descriptor openDirectory(const std::filesystem::path& path, std::string& problem
     return directory;
 }
 
-/// The XDG Base Directory Specification wants missing directories created with mode 0700.
-std::string makeDirectories(const std::filesystem::path& path)
-{
-    std::error_code error;
-    if (path.has_parent_path() && path.parent_path() != path &&
-        !std::filesystem::exists(path.parent_path(), error)) {
-        if (std::string problem = makeDirectories(path.parent_path()); !problem.empty()) {
-            return problem;
-        }
-    }
-    return mkdir(path.c_str(), S_IRWXU) == 0 || errno == EEXIST ? std::string() : systemError(errno);
-}
-
 /// The error number of writing a file in the directory, 0 if that works: a full disk shows only on writing.
 int writingError(const std::filesystem::path& directory)
 {
@@ -210,8 +197,8 @@ std::optional<std::vector<std::byte>> FileStore::load(Kind kind, const Digest& k
 
 std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::byte> content)
 {
-    if (std::string problem = makeDirectories(directory_); !problem.empty()) {
-        return problem;
+    if (const int error = makePrivateDirectories(directory_); error != 0) {
+        return systemError(error);
     }
     std::string problem;
     const Descriptor directory = openDirectory(directory_, problem);

@@ -3,9 +3,23 @@
 #include "host/files/ReadFile.h"
 
 #include <cstdio>
+#include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace Qx::Host {
+
+int makePrivateDirectories(const std::filesystem::path& path)
+{
+    std::error_code error;
+    if (path.has_parent_path() && path.parent_path() != path &&
+        !std::filesystem::exists(path.parent_path(), error)) {
+        if (const int number = makePrivateDirectories(path.parent_path()); number != 0) {
+            return number;
+        }
+    }
+    return ::mkdir(path.c_str(), S_IRWXU) == 0 || errno == EEXIST ? 0 : errno;
+}
 
 int writeAll(int descriptor, const void* bytes, std::size_t count)
 {

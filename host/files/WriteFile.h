@@ -22,6 +22,10 @@ auto uninterrupted(Call&& call)
     return result;
 }
 
+/// Makes a directory and its missing parents with mode 0700, as the XDG Base Directory Specification wants
+/// it.
+int makePrivateDirectories(const std::filesystem::path& path);
+
 /// Writes all the bytes, in as many calls as that takes.
 int writeAll(int descriptor, const void* bytes, std::size_t count);
 

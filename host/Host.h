@@ -32,8 +32,9 @@ struct StartOptions
     bool effectsReadyWhenLoaded = true;
 };
 
-/// Configures the host: program arguments, debug output, device. Copies the strings of `options`. Does not
-/// open the device. Call it once, before other threads start.
+/// Configures the host: program arguments, debug output, device, and by variables of this process where the
+/// GPU's driver keeps its cache. Copies the strings of `options`. Does not open the device. Call it once,
+/// before other threads start.
 QX_HOST_API void start(const StartOptions& options);
 
 /// Shuts the host down: drops waiting background tasks, calls the shutdown callbacks, waits for a running
@@ -111,8 +112,8 @@ struct CacheInfo
 /// Reads the state of the disk cache.
 QX_HOST_API CacheInfo cacheInfo();
 
-/// Removes all entries of the disk cache. Safe while other processes use it: they recreate their entries.
-/// Returns an empty string, or the reason why some entries could not be removed.
+/// Removes all entries of the disk cache, and the driver's cache in it. Safe while other processes use it:
+/// they recreate their entries. Returns an empty string, or the reason why some entries could not be removed.
 QX_HOST_API LightweightString<char> clearCache();
 
 /// Registers an object to be asked to free memory when the machine runs short of it: limitUsage() when work

@@ -1,6 +1,7 @@
 #include "host/cache/FileStore.h"
 
 #include "host/files/ReadFile.h"
+#include "host/files/WriteFile.h"
 
 #include <algorithm>
 #include <array>
@@ -73,7 +74,8 @@ bool isOurs(const struct stat& status)
 /// reason if it does not exist.
 Descriptor openDirectory(const std::filesystem::path& path, std::string& problem)
 {
-    Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Descriptor directory(
+        uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (!directory) {
         problem = errno == ENOENT ? std::string() : systemError(errno);
         return directory;
@@ -92,44 +94,20 @@ Descriptor openDirectory(const std::filesystem::path& path, std::string& problem
     return directory;
 }
 
-/// The XDG Base Directory Specification wants missing directories created with mode 0700.
-std::string makeDirectories(const std::filesystem::path& path)
-{
-    std::error_code error;
-    if (path.has_parent_path() && path.parent_path() != path &&
-        !std::filesystem::exists(path.parent_path(), error)) {
-        if (std::string problem = makeDirectories(path.parent_path()); !problem.empty()) {
-            return problem;
-        }
-    }
-    return mkdir(path.c_str(), S_IRWXU) == 0 || errno == EEXIST ? std::string() : systemError(errno);
-}
-
-bool writeAll(int file, std::span<const std::byte> bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(file, bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) {
-            return false;
-        }
-        bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
-    }
-    return true;
-}
-
 /// The error number of writing a file in the directory, 0 if that works: a full disk shows only on writing.
 int writingError(const std::filesystem::path& directory)
 {
     if (euidaccess(directory.c_str(), W_OK | X_OK) != 0) {
         return errno;
     }
-    const Descriptor file(open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    const Descriptor file(uninterrupted(
+        [&] { return open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR); }));
     if (!file) {
         // Some file systems do not support unnamed files.
         return errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL ? 0 : errno;
     }
     constexpr std::array<std::byte, 4096> block{};
-    return writeAll(file.number(), block) ? 0 : errno;
+    return writeAll(file.number(), block.data(), block.size());
 }
 
 struct Listed
@@ -145,7 +123,8 @@ std::vector<Listed> list(const Descriptor& directory, Wanted&& wanted)
 {
     std::vector<Listed> found;
     // The stream closes its descriptor.
-    const int own = openat(directory.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int own =
+        uninterrupted([&] { return openat(directory.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
     DIR* const stream = own >= 0 ? fdopendir(own) : nullptr;
     if (stream == nullptr) {
         Descriptor(own).close();
@@ -218,8 +197,8 @@ std::optional<std::vector<std::byte>> FileStore::load(Kind kind, const Digest& k
 
 std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::byte> content)
 {
-    if (std::string problem = makeDirectories(directory_); !problem.empty()) {
-        return problem;
+    if (const int error = makePrivateDirectories(directory_); error != 0) {
+        return systemError(error);
     }
     std::string problem;
     const Descriptor directory = openDirectory(directory_, problem);
@@ -231,20 +210,25 @@ std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::
     std::uint64_t random = 0;
     static_cast<void>(getrandom(&random, sizeof random, GRND_NONBLOCK));
     const std::string unfinished = name + '.' + std::to_string(random) + std::string(unfinishedEnding);
-    Descriptor file(openat(directory.number(), unfinished.c_str(),
-                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    const Descriptor file(uninterrupted([&] {
+        return openat(directory.number(), unfinished.c_str(),
+                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    }));
     if (!file) {
         return systemError(errno);
     }
-    // Not synced to disk: the checksum finds damage after a crash.
-    const bool done = writeAll(file.number(), writeRecord(kind, key, content)) && file.close() &&
-                      renameat(directory.number(), unfinished.c_str(), directory.number(), name.c_str()) == 0;
-    if (!done) {
-        // A missing entry is no fault: another process has cleared the store.
-        problem = errno == ENOENT ? std::string() : systemError(errno);
-        static_cast<void>(unlinkat(directory.number(), unfinished.c_str(), 0));
+    const std::vector<std::byte> record = writeRecord(kind, key, content);
+    int error = writeAll(file.number(), record.data(), record.size());
+    if (error == 0) {
+        error = syncAndRename(file.number(), directory.number(), unfinished.c_str(), name.c_str());
     }
-    return problem;
+    if (error != 0) {
+        static_cast<void>(unlinkat(directory.number(), unfinished.c_str(), 0));
+    } else {
+        error = sync(directory.number());
+    }
+    // A missing entry is no fault: another process has cleared the store.
+    return error == 0 || error == ENOENT ? std::string() : systemError(error);
 }
 
 void FileStore::store(Kind kind, const Digest& key, std::span<const std::byte> content)

@@ -1,5 +1,7 @@
 #include "host/files/ReadFile.h"
 
+#include "host/files/WriteFile.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -27,10 +29,8 @@ std::optional<Bytes> readAll(const Descriptor& file, std::size_t most)
         if (have == bytes.size()) {
             bytes.resize(std::min(2 * have, most + 1));
         }
-        const ssize_t got = read(file.number(), bytes.data() + have, bytes.size() - have);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t got =
+            uninterrupted([&] { return read(file.number(), bytes.data() + have, bytes.size() - have); });
         if (got < 0) {
             return std::nullopt;
         }
@@ -59,7 +59,8 @@ bool Descriptor::close()
 
 Descriptor openPlainFile(int directory, const char* path, int flags, struct stat& status)
 {
-    Descriptor file(openat(directory, path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags));
+    Descriptor file(uninterrupted(
+        [&] { return openat(directory, path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags); }));
     if (file && (fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode))) {
         return Descriptor(-1);
     }

@@ -87,7 +87,10 @@ void GPUService::startLocked()
     if (instance == nullptr) {
         return;
     }
-    const std::vector<Vulkan::PhysicalDevice> physical = instance->physicalDevices();
+    const std::vector<Vulkan::PhysicalDevice> physical = instance->physicalDevices(failure_);
+    if (!failure_.empty()) {
+        return;
+    }
     for (std::uint32_t i = 0; i < physical.size(); ++i) {
         devices_.push_back(Vulkan::describe(physical[i], i));
     }

@@ -4,6 +4,7 @@
 #include "host/core/EffectIncludes.h"
 #include "host/lifecycle/CachePlace.h"
 #include "host/lifecycle/Commands.h"
+#include "host/lifecycle/DriverCache.h"
 #include "host/lifecycle/GPUConnection.h"
 #include "host/lifecycle/Reclaim.h"
 #include "host/lifecycle/Services.h"
@@ -18,6 +19,7 @@
 #include <atomic>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace Qx::Host {
 
@@ -50,6 +52,7 @@ void start(const StartOptions& options)
 {
     HostLog::instance().setDebugOutput(!options.quiet);
     setStartArguments(options.argc, options.argv);
+    placeDriverCache(configuredCachePlace());
     ErrorLogLogger::loggingEnabled_ = Settings::instance().flag("timing_lines").value_or(false);
     configureGPU(options);
 }
@@ -145,7 +148,10 @@ CacheInfo cacheInfo()
 LightweightString<char> clearCache()
 {
     const CachePlace place = configuredCachePlace();
-    return shared(Cache::FileStore(place.directory, place.mostBytes, {}).clear());
+    std::error_code error;
+    std::filesystem::remove_all(driverCacheDirectory(place), error);
+    const std::string problem = Cache::FileStore(place.directory, place.mostBytes, {}).clear();
+    return shared(problem.empty() && error ? "driver: " + error.message() : problem);
 }
 
 } // namespace Qx::Host

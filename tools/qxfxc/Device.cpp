@@ -24,11 +24,11 @@ std::unique_ptr<TrialDevice> TrialDevice::open(const DeviceUUID& uuid, bool vali
     if (instance == nullptr) {
         return nullptr;
     }
-    const std::vector<Vulkan::PhysicalDevice> all = instance->physicalDevices();
+    const std::vector<Vulkan::PhysicalDevice> all = instance->physicalDevices(problem);
     const auto found = std::find_if(all.begin(), all.end(),
                                     [&](const Vulkan::PhysicalDevice& each) { return each.uuid == uuid; });
     if (found == all.end()) {
-        problem = "it does not see the host's GPU";
+        problem = problem.empty() ? "it does not see the host's GPU" : problem;
         return nullptr;
     }
     auto device = Vulkan::Device::create(*found, problem);

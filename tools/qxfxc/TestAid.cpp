@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -50,6 +51,17 @@ void chatter()
         std::fputs(line.c_str(), stderr);
     }
     std::fflush(stdout);
+}
+
+/// Writes a file beyond the limit on file sizes, as a driver's cache may.
+void overrun()
+{
+    const rlimit small{1, RLIM_INFINITY};
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    if (std::FILE* file = std::tmpfile()) {
+        std::fputs("more than a byte", file);
+        std::fclose(file);
+    }
 }
 
 [[noreturn]] void flood()
@@ -100,6 +112,8 @@ void injectFault(std::string_view stage, const std::filesystem::path& file)
         takeMemory();
     } else if (action == "chatter") {
         chatter();
+    } else if (action == "overrun") {
+        overrun();
     } else if (action == "flood") {
         flood();
     } else if (action == "garbage") {

@@ -16,6 +16,7 @@ namespace Qx::Host::Worker {
 /// - gate (waits until a file exists with the effect's name and ".go" appended);
 /// - memory (allocates without end);
 /// - chatter (writes a lot to its standard output and error, and continues);
+/// - overrun (writes a file beyond a limit on file sizes, and continues);
 /// - flood (sends frames without end), garbage (sends bytes that are no frame), lie (sends a result that is
 /// no
 ///   archive), boast (announces a frame of 4 GiB).

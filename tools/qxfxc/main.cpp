@@ -1,5 +1,6 @@
 #include "tools/qxfxc/Worker.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <sys/resource.h>
@@ -33,6 +34,8 @@ void makeExpendable()
 
 int main()
 {
+    // A driver that writes its cache beyond the limit on file sizes must get an error.
+    std::signal(SIGXFSZ, SIG_IGN);
     if (!startedByHost()) {
         std::fputs(
             "qxfxc: compiles effects for the host, which starts it; use 'qxhost effects check' instead\n",

@@ -16,6 +16,9 @@ namespace {
 /// Shader code of results that wait for a request. A catalogue takes a few per cent of it.
 constexpr std::size_t mostKeptBytes = std::size_t{256} << 20U;
 
+constexpr const char* killAdvice =
+    "the machine may be short of memory, or something ends processes; try again";
+
 EffectCompilation failed(const CompileRequest& request, const std::string& text, const Step& at = {})
 {
     EffectCompilation failure;
@@ -200,6 +203,7 @@ EffectCompilation EffectWorkers::find(const CompileRequest& request)
 EffectCompilation EffectWorkers::work(const CompileRequest& request)
 {
     ++compilations_;
+    bool wasKilled = false;
     for (;;) {
         bool fresh = false;
         std::string problem;
@@ -216,9 +220,11 @@ EffectCompilation EffectWorkers::work(const CompileRequest& request)
             return failed(request, "the host is shutting down");
         }
         // A process that died while it was idle is not the fault of the effect.
-        if (outcome.began || fresh) {
+        const bool died = outcome.began || fresh;
+        if (died && (!outcome.killed || wasKilled)) {
             return refuse(request, outcome);
         }
+        wasKilled = wasKilled || died;
     }
 }
 
@@ -236,8 +242,9 @@ std::optional<EffectCompilation> EffectWorkers::refusalOf(const CompileRequest& 
 
 EffectCompilation EffectWorkers::refuse(const CompileRequest& request, const WorkerProcess::Outcome& outcome)
 {
+    const std::string kill = outcome.killed ? std::string(", twice; ") + killAdvice : std::string();
     EffectCompilation refusal =
-        failed(request, outcome.failure + " while " + nameOf(outcome.step.stage), outcome.step);
+        failed(request, outcome.failure + " while " + nameOf(outcome.step.stage) + kill, outcome.step);
     if (outcome.again && !outcome.compilation.inputs.empty()) {
         constexpr std::size_t most = 4096; // effects; beyond it, all are tried again
         refusal.inputs = outcome.compilation.inputs;
@@ -277,8 +284,16 @@ EffectWorkers::Process EffectWorkers::startProcess(std::string& problem)
     Process process;
     if (hopeless_.empty() && !closed_) {
         lock.unlock();
-        process = WorkerProcess::start(
-            options_.program, options_.hello, [this] { return !closed_; }, found);
+        const auto start = [&] {
+            return WorkerProcess::start(
+                options_.program, options_.hello, [this] { return !closed_; }, found);
+        };
+        process = start();
+        if (found.killed && !closed_) {
+            found = {};
+            process = start();
+            found.text += found.killed ? std::string(", twice; ") + killAdvice : std::string();
+        }
         lock.lock();
     }
     if (closed_) {

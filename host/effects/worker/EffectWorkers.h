@@ -42,10 +42,10 @@ public:
     EffectWorkers& operator=(const EffectWorkers&) = delete;
 
     /// Returns the effect, or messages. Blocks until the worker is done. A worker that dies, hangs, exceeds
-    /// its limits or sends an invalid answer is one message. Concurrent requests for the same effect share
-    /// one compilation. The result of a compilation ahead is returned once, unless a file that it read has
-    /// changed. An effect that crashed a worker, or exceeded its limits, is not tried again before such a
-    /// change.
+    /// its limits or sends an invalid answer is one message; one that something else kills is replaced once
+    /// before that. Concurrent requests for the same effect share one compilation. The result of a
+    /// compilation ahead is returned once, unless a file that it read has changed. An effect that crashed a
+    /// worker, or exceeded its limits, is not tried again before such a change.
     EffectCompilation compile(const CompileRequest& request);
 
     /// Compiles these on free cores, in their order, and keeps the results for compile(). Does not block.

@@ -93,6 +93,14 @@ struct Lifeline
     }
 };
 
+/// Whether a process gets such a signal from others, not by what it does itself: from the kernel when memory
+/// is short, from an administrator, from a supervisor that ends a service.
+bool isFromOutside(int signal)
+{
+    return signal == SIGKILL || signal == SIGTERM || signal == SIGINT || signal == SIGHUP ||
+           signal == SIGQUIT;
+}
+
 /// How a process ended, for a message.
 std::string describeEnd(const siginfo_t& info)
 {
@@ -101,7 +109,7 @@ std::string describeEnd(const siginfo_t& info)
     }
     const char* name = ::sigabbrev_np(info.si_status);
     const std::string signal = name != nullptr ? std::string("SIG") + name : std::to_string(info.si_status);
-    return info.si_status == SIGKILL ? "was killed (" + signal + ")" : "crashed (" + signal + ")";
+    return (isFromOutside(info.si_status) ? "was killed from outside (" : "crashed (") + signal + ")";
 }
 
 std::string seconds(milliseconds time)
@@ -252,6 +260,7 @@ bool WorkerProcess::awaitReady(milliseconds limit, const std::function<bool()>& 
     });
     if (answer == Channel::Answer::Closed) {
         problem.text = "it " + end();
+        problem.killed = killed_;
         return false;
     }
     if (answer == Channel::Answer::GaveUp) {
@@ -287,6 +296,7 @@ WorkerProcess::Outcome WorkerProcess::compile(const CompileRequest& request, con
         outcome.failure = excess.empty() ? "the worker process " + end()
                                          : "the worker process " + excess + " and was stopped";
         outcome.again = excess.empty() ? crashed_ : meter.again();
+        outcome.killed = excess.empty() && killed_;
     }
     if (!outcome.answered) {
         kill();
@@ -390,7 +400,8 @@ bool WorkerProcess::hasEnded()
         endText_ = errno == ECHILD ? "ended" : ""; // other code of this process waits for every child
     } else if (info.si_pid != 0) {
         endText_ = describeEnd(info);
-        crashed_ = info.si_code != CLD_EXITED && info.si_status != SIGKILL;
+        killed_ = info.si_code != CLD_EXITED && isFromOutside(info.si_status);
+        crashed_ = info.si_code != CLD_EXITED && !killed_;
     }
     return !endText_.empty();
 }

@@ -43,6 +43,7 @@ public:
     {
         std::string text;
         bool lasting = false; ///< another attempt would be slow and fail too
+        bool killed = false;  ///< from outside, like Outcome::killed
     };
 
     /// Starts the program and greets it. Gives up if `wanted` returns false. Returns null, with the reason,
@@ -62,8 +63,10 @@ public:
         bool began = false;            ///< false: the process ended before it read the request
         EffectCompilation compilation; ///< without an answer: only its inputs, if they are known
         bool again = false;            ///< without an answer: the same request would probably fail again
-        std::string failure;           ///< the message without an answer: "crashed (SIGSEGV)"
-        Step step;                     ///< the step in which it failed
+        bool killed =
+            false; ///< without an answer: by a signal from outside, which says nothing about the effect
+        std::string failure; ///< the message without an answer: "crashed (SIGSEGV)"
+        Step step;           ///< the step in which it failed
     };
 
     /// Without an answer the process is gone.
@@ -98,6 +101,7 @@ private:
     std::mutex endMutex_;
     std::string endText_;  ///< how it ended; empty until then
     bool crashed_ = false; ///< by a fault of its own
+    bool killed_ = false;  ///< by somebody else
 };
 
 } // namespace Qx::Host::Worker

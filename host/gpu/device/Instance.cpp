@@ -16,9 +16,13 @@ constexpr const char* validationLayer = "VK_LAYER_KHRONOS_validation";
 bool hasLayer(const char* name)
 {
     std::uint32_t count = 0;
-    vkEnumerateInstanceLayerProperties(&count, nullptr);
+    if (vkEnumerateInstanceLayerProperties(&count, nullptr) != VK_SUCCESS) {
+        return false;
+    }
     std::vector<VkLayerProperties> layers(count);
-    vkEnumerateInstanceLayerProperties(&count, layers.data());
+    if (vkEnumerateInstanceLayerProperties(&count, layers.data()) < VK_SUCCESS) {
+        return false;
+    }
     return std::any_of(layers.begin(), layers.end(),
                        [name](const auto& layer) { return std::strcmp(layer.layerName, name) == 0; });
 }
@@ -137,12 +141,22 @@ void Instance::close()
     }
 }
 
-std::vector<PhysicalDevice> Instance::physicalDevices() const
+std::vector<PhysicalDevice> Instance::physicalDevices(std::string& failure) const
 {
     std::uint32_t count = 0;
-    vkEnumeratePhysicalDevices(instance_, &count, nullptr);
-    std::vector<VkPhysicalDevice> devices(count);
-    vkEnumeratePhysicalDevices(instance_, &count, devices.data());
+    std::vector<VkPhysicalDevice> devices;
+    VkResult result = VK_INCOMPLETE;
+    while (result == VK_INCOMPLETE) { // one was plugged in between the two calls
+        result = vkEnumeratePhysicalDevices(instance_, &count, nullptr);
+        devices.resize(result == VK_SUCCESS ? count : 0);
+        if (result == VK_SUCCESS) {
+            result = vkEnumeratePhysicalDevices(instance_, &count, devices.data());
+        }
+    }
+    if (result != VK_SUCCESS) {
+        failure = "the Vulkan devices could not be listed (result " + std::to_string(result) + ")";
+        count = 0;
+    }
     devices.resize(count);
     return {devices.begin(), devices.end()};
 }

@@ -24,7 +24,10 @@ public:
     void close();
 
     VkInstance handle() const { return instance_; }
-    std::vector<PhysicalDevice> physicalDevices() const;
+
+    /// Empty, with the reason, if they cannot be listed; without one if there is none.
+    std::vector<PhysicalDevice> physicalDevices(std::string& failure) const;
+
     bool isValidating() const { return messenger_ != nullptr; }
     std::uint64_t validationMessages() const { return validationMessages_; }
 

@@ -1,4 +1,5 @@
 #include "host/Host.h"
+#include "host/lifecycle/DriverCache.h"
 #include "host/lifecycle/ProcessorQuota.h"
 #include "host/lifecycle/Services.h"
 #include "host/lifecycle/ShutdownSequence.h"
@@ -15,12 +16,18 @@
 #include "tests/host/services/Support.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <latch>
 #include <limits>
+#include <optional>
 #include <sched.h>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -47,6 +54,125 @@ void runSequence(ShutdownSequence& sequence, Shutdown::eExitType exitType = Shut
 }
 
 } // namespace
+
+namespace {
+
+/// The driver's variables, unset within a test and restored after it.
+class DriverCache : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        for (std::size_t i = 0; i < names_.size(); ++i) {
+            const char* value = std::getenv(names_[i]);
+            values_[i] = value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+            ::unsetenv(names_[i]);
+        }
+        place_.directory = directory_ / "qxhost";
+        place_.mostBytes = std::uint64_t{3} << 20U;
+        place_.enabled = true;
+    }
+
+    void TearDown() override
+    {
+        for (std::size_t i = 0; i < names_.size(); ++i) {
+            values_[i] ? ::setenv(names_[i], values_[i]->c_str(), 1) : ::unsetenv(names_[i]);
+        }
+    }
+
+    static std::string variable(const char* name)
+    {
+        const char* value = std::getenv(name);
+        return value != nullptr ? value : "";
+    }
+
+    static bool isOff()
+    {
+        return variable("MESA_SHADER_CACHE_DISABLE") == "true" && variable("__GL_SHADER_DISK_CACHE") == "0";
+    }
+
+    const Qx::Host::Test::TemporaryDirectory directory_;
+    Qx::Host::CachePlace place_;
+
+private:
+    static constexpr std::array names_{"MESA_SHADER_CACHE_DIR",       "MESA_SHADER_CACHE_DISABLE",
+                                       "MESA_SHADER_CACHE_MAX_SIZE",  "__GL_SHADER_DISK_CACHE",
+                                       "__GL_SHADER_DISK_CACHE_PATH", "__GL_SHADER_DISK_CACHE_SIZE"};
+    std::array<std::optional<std::string>, names_.size()> values_;
+};
+
+} // namespace
+
+TEST_F(DriverCache, IsBesideOurOwnWithOurLimit)
+{
+    Qx::Host::placeDriverCache(place_, 1);
+    EXPECT_FALSE(isOff());
+    for (const char* name : {"MESA_SHADER_CACHE_DIR", "__GL_SHADER_DISK_CACHE_PATH"}) {
+        EXPECT_EQ(variable(name), (place_.directory / "driver").string());
+    }
+    EXPECT_EQ(variable("MESA_SHADER_CACHE_MAX_SIZE"), "3M");
+    EXPECT_EQ(variable("__GL_SHADER_DISK_CACHE_SIZE"), std::to_string(3 << 20));
+    struct stat status = {};
+    ASSERT_EQ(::stat((place_.directory / "driver").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0700U);
+}
+
+TEST_F(DriverCache, ItsIndexHasNoHoles)
+{
+    const auto index = place_.directory / "driver/mesa_shader_cache/index";
+    struct stat status = {};
+    constexpr long block = 512; // the unit of st_blocks
+    Qx::Host::placeDriverCache(place_, 1);
+    ASSERT_EQ(::stat(index.c_str(), &status), 0);
+    EXPECT_GE(status.st_blocks * block, 2 << 20);
+    std::filesystem::remove(index);
+    std::ofstream(index).flush();
+    std::filesystem::resize_file(index, 1310728); // as an earlier run of a driver leaves it
+    ASSERT_EQ(::stat(index.c_str(), &status), 0);
+    EXPECT_LT(status.st_blocks * block, 1310728);
+    Qx::Host::placeDriverCache(place_, 1);
+    ASSERT_EQ(::stat(index.c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, 1310728);
+    EXPECT_GE(status.st_blocks * block, 1310728);
+}
+
+TEST_F(DriverCache, ThereIsNoneWithoutRoomOrPlaceOrWithTheSettingOff)
+{
+    Qx::Host::placeDriverCache(place_, std::numeric_limits<std::uint64_t>::max());
+    EXPECT_TRUE(isOff());
+    ::unsetenv("MESA_SHADER_CACHE_DISABLE");
+    std::ofstream(place_.directory.parent_path() / "file") << "x";
+    place_.directory = place_.directory.parent_path() / "file";
+    Qx::Host::placeDriverCache(place_, 1);
+    EXPECT_TRUE(isOff());
+    ::unsetenv("MESA_SHADER_CACHE_DISABLE");
+    place_.directory = directory_ / "off";
+    place_.enabled = false;
+    Qx::Host::placeDriverCache(place_, 1);
+    EXPECT_TRUE(isOff());
+    EXPECT_FALSE(std::filesystem::exists(place_.directory));
+    EXPECT_EQ(variable("MESA_SHADER_CACHE_DIR"), "");
+}
+
+TEST_F(DriverCache, TheUsersPlaceHoldsUnlessItHasNoRoom)
+{
+    const std::string theirs = (directory_ / "theirs").string();
+    ::setenv("MESA_SHADER_CACHE_DIR", theirs.c_str(), 1);
+    Qx::Host::placeDriverCache(place_, 1);
+    EXPECT_FALSE(isOff());
+    EXPECT_EQ(variable("MESA_SHADER_CACHE_DIR"), theirs);
+    EXPECT_FALSE(std::filesystem::exists(place_.directory / "driver"));
+    Qx::Host::placeDriverCache(place_, std::numeric_limits<std::uint64_t>::max());
+    EXPECT_TRUE(isOff());
+}
+
+TEST_F(DriverCache, ADirectoryThatOthersMayWriteToIsNotUsed)
+{
+    std::filesystem::create_directories(place_.directory);
+    std::filesystem::permissions(place_.directory, std::filesystem::perms::all);
+    Qx::Host::placeDriverCache(place_, 1);
+    EXPECT_TRUE(isOff());
+}
 
 TEST(Shutdown, HigherOrdersGoFirstAndEqualOnesInReverse)
 {

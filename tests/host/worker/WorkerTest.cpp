@@ -110,6 +110,46 @@ TEST_F(WorkerTest, ClosingEndsARequestThatIsUnderWay)
     EXPECT_EQ(closing.compile(request(file)).effect, nullptr);
 }
 
+/// Waits until a worker has written its process id and the stage that it has reached, and returns the id.
+pid_t reached(const std::filesystem::path& log)
+{
+    pid_t worker = 0;
+    std::string stage;
+    await([&] { return static_cast<bool>(std::ifstream(log) >> worker >> stage); });
+    return worker;
+}
+
+TEST_F(WorkerTest, AWorkerThatSomethingElseKilledIsReplacedAndTheEffectCompiles)
+{
+    for (const int signal : {SIGKILL, SIGTERM}) {
+        for (const char* stage : {"compiling", "greeting"}) {
+            const std::string name = std::string(stage) + std::to_string(signal);
+            const auto log = folder() / (name + ".log");
+            ::setenv("QXFXC_LOG", log.c_str(), 1);
+            order(std::string(stage) + (stage == std::string("greeting") ? ":stall" : ":gate"));
+            const auto file = write(name + ".fx", effectText());
+            closeWorkers();
+            EffectWorkers& theirs = workers();
+            EffectCompilation compiled;
+            std::thread one([&] { compiled = theirs.compile(request(file)); });
+            const pid_t worker = reached(log);
+            order("");
+            write(name + ".fx.go", "");
+            ::kill(worker, signal);
+            one.join();
+            EXPECT_NE(compiled.effect, nullptr) << name << ": " << compiled.messages;
+            EXPECT_EQ(this->log().size(), 0U);
+        }
+    }
+}
+
+TEST_F(WorkerTest, AFileSizeLimitDoesNotEndAWorker)
+{
+    order("compiling:overrun");
+    const EffectCompilation compiled = compile(write("good.fx", effectText()));
+    EXPECT_NE(compiled.effect, nullptr) << compiled.messages;
+}
+
 TEST_F(WorkerTest, AProcessThatWentWhileItWaitedCostsNothing)
 {
     order("waiting:exit");

@@ -126,6 +126,31 @@ TEST_F(Caches, one_that_is_refused_is_called_not_used)
     EXPECT_EQ(problem(), "it belongs to another user, or others may write to it");
 }
 
+TEST_F(Caches, a_full_disk_under_them_and_the_drivers_ends_nothing)
+{
+    const auto onDisk = [&](const std::string& command) {
+        return run({"unshare", "-rm", "sh", "-c",
+                    "mount -t tmpfs -o size=300k none .cache && "
+                    "if head -c 1000000 /dev/zero 2>/dev/null > .cache/rest; then exit 1; fi; " +
+                        command});
+    };
+    if (onDisk("true").exitCode != 0) {
+        GTEST_SKIP() << "this machine lets no test mount a file system of its own";
+    }
+    // Compiles and draws in the worker and then in this program, as a conversion does.
+    const Outcome outcome = onDisk(programPath() + " effects check halve.fx");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err << outcome.out;
+    EXPECT_EQ(outcome.out.find("error"), std::string::npos) << outcome.out;
+}
+
+TEST_F(Caches, clearing_empties_the_drivers_too)
+{
+    EXPECT_EQ(check().exitCode, 0);
+    EXPECT_TRUE(fs::exists(at(".cache/qxhost/driver")));
+    EXPECT_EQ(qxhost({"effects", "cache", "clear"}).exitCode, 0);
+    EXPECT_FALSE(fs::exists(at(".cache/qxhost/driver/mesa_shader_cache/index")));
+}
+
 TEST_F(Caches, two_programs_fill_one_cache)
 {
     Running first({programPath(), "effects", "list"}, at(""));

@@ -13,6 +13,7 @@ extern "C" {
 
 #include "tools/qxhost/media/MediaTypes.h"
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -40,6 +41,16 @@ struct FreeParameters
 using FramePtr = std::unique_ptr<AVFrame, FreeFrame>;
 using PacketPtr = std::unique_ptr<AVPacket, FreePacket>;
 using CodecPtr = std::unique_ptr<AVCodecContext, FreeCodec>;
+
+/// Opens a stream, again if a signal interrupts that. 0, or FFmpeg's error.
+inline int openStream(AVIOContext*& stream, const std::string& url, int flags)
+{
+    int error = 0;
+    do {
+        error = avio_open2(&stream, url.c_str(), flags, nullptr, nullptr);
+    } while (error == AVERROR(EINTR));
+    return std::min(error, 0);
+}
 
 inline AVRational toAv(Rational value)
 {

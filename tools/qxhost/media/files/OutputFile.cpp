@@ -1,5 +1,6 @@
 #include "tools/qxhost/media/files/OutputFile.h"
 
+#include "host/files/WriteFile.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
@@ -108,7 +109,8 @@ Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::sha
         fs::path part = unfinishedName(target.value());
         const PartFiles::Guard guard;
         // Not for writing only: network file systems would not lock it.
-        HeldFile held(::open(part.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+        HeldFile held(Host::uninterrupted(
+            [&] { return ::open(part.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666); }));
         if (held.descriptor() < 0 && errno != EEXIST) {
             return cannotWrite(file, systemText(errno));
         }
@@ -168,53 +170,42 @@ void OutputFile::remove() noexcept
 
 Status OutputFile::write(const void* bytes, std::size_t size)
 {
-    const int descriptor = ::open(part_.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (descriptor < 0) {
-        return cannotWrite(file_, systemText(errno));
-    }
-    const char* from = static_cast<const char*>(bytes);
-    int error = 0;
-    while (size > 0 && error == 0) {
-        const ssize_t written = ::write(descriptor, from, size);
-        if (written >= 0) {
-            from += written;
-            size -= static_cast<std::size_t>(written);
-        } else if (errno != EINTR) {
-            error = errno;
-        }
-    }
-    // Some file systems report a full disk only here.
-    if (::close(descriptor) != 0 && error == 0 && errno != EINTR) {
-        error = errno;
-    }
+    const int error = Host::writeAll(held_.descriptor(), bytes, size);
     return error == 0 ? Status() : cannotWrite(file_, systemText(error));
 }
 
-Status OutputFile::commit()
+Status OutputFile::commit(DirectorySync directory)
 {
-    int result = -1;
-    if (!force_) {
-        result = ::renameat2(AT_FDCWD, part_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE);
-        if (result != 0 && errno == EEXIST) {
-            return cannotWrite(file_, existsText);
-        }
-        if (result != 0 && errno != EINVAL && errno != ENOSYS) {
-            return cannotWrite(file_, systemText(errno));
-        }
+    const auto rename = [&](unsigned flags) {
+        return Host::syncAndRename(held_.descriptor(), AT_FDCWD, part_.c_str(), target_.c_str(), flags);
+    };
+    int error = force_ ? EINVAL : rename(RENAME_NOREPLACE);
+    if (error == EEXIST) {
+        return cannotWrite(file_, existsText);
     }
     // With force, or where the file system cannot refuse to replace.
-    if (result != 0) {
+    if (error == EINVAL || error == ENOSYS) {
         if (Status status = checkPlace(target_, force_, kept_.get()); !status) {
             return status;
         }
-        if (::rename(part_.c_str(), target_.c_str()) != 0) {
-            return cannotWrite(file_, systemText(errno));
-        }
+        error = rename(0);
+    }
+    if (error != 0) {
+        return cannotWrite(file_, systemText(error));
     }
     PartFiles::forget(part_);
     part_.clear();
     held_ = HeldFile(); // no earlier: another run would remove the file
-    return {};
+    return directory == DirectorySync::Now ? syncDirectory(file_) : Status();
+}
+
+Status OutputFile::syncDirectory(const fs::path& file)
+{
+    const auto target = followed(file);
+    const int error = target ? Host::syncDirectoryOf(target.value()) : 0; // a link that changed meanwhile
+    return error == 0
+               ? Status()
+               : cannotWrite(file, systemText(error) + " while its directory was synced; the file is whole");
 }
 
 Status OutputFile::retarget(const fs::path& file)

@@ -33,16 +33,26 @@ public:
     OutputFile& operator=(OutputFile&& other) noexcept;
     ~OutputFile();
 
+    enum class DirectorySync
+    {
+        Now,
+        Later
+    };
+
     /// Where to write.
     const std::filesystem::path& part() const { return part_; }
     const std::filesystem::path& file() const { return file_; }
 
-    /// Writes the whole content at once.
+    /// Writes the next bytes. For those who do not write to part() by other means.
     Status write(const void* bytes, std::size_t size);
 
-    /// Renames the part file to its final name; without force, a file that has appeared meanwhile is not
-    /// replaced.
-    Status commit();
+    /// Syncs the part file to disk and renames it to its final name; without force, a file that has appeared
+    /// meanwhile is not replaced. A power cut leaves the old file or the whole new one. The directory is
+    /// synced too, unless a later call of syncDirectory() does that for many files.
+    Status commit(DirectorySync directory = DirectorySync::Now);
+
+    /// Syncs the directory of a file that has its final name, so that this and all earlier names in it last.
+    static Status syncDirectory(const std::filesystem::path& file);
 
     /// Changes the final name, under the same rules.
     Status retarget(const std::filesystem::path& file);

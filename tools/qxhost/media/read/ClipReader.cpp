@@ -142,8 +142,7 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& 
     const std::string url = "file:" + file.string();
     if (exists) {
         // Opened here, so that a '%' or '*' in the name of a real file is no pattern.
-        if (const int error = avio_open2(&raw->pb, url.c_str(), AVIO_FLAG_READ, nullptr, nullptr);
-            error < 0) {
+        if (const int error = openStream(raw->pb, url, AVIO_FLAG_READ); error < 0) {
             avformat_free_context(raw);
             return Error{"cannot read " + quoted(file) + ": " + errorText(error)};
         }

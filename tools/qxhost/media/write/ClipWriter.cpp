@@ -225,7 +225,7 @@ Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
     takeFfmpegMessage();
     int error = [&] {
         const PartFiles::Guard guard;
-        return avio_open(&output_->pb, url.c_str(), AVIO_FLAG_WRITE);
+        return openStream(output_->pb, url, AVIO_FLAG_WRITE);
     }();
     if (error >= 0) {
         AVDictionary* options = nullptr;

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <system_error>
+#include <utility>
 
 namespace Qx::Media {
 
@@ -112,11 +114,30 @@ Status PictureWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameT
     return encoder_.encode(rows, pitch, time, [this](const AVPacket& packet) { return take(packet); });
 }
 
-Status PictureWriter::complete(OutputFile& picture)
+/// Syncing and renaming a picture takes a disk's time and no processor's, so the next one is encoded
+/// meanwhile.
+Status PictureWriter::complete(OutputFile picture)
 {
-    Status status = picture.commit();
-    if (status) {
-        lastDone_ = picture.file();
+    if (Status status = awaitCompletion(); !status) {
+        return status;
+    }
+    completing_ = picture.file();
+    const auto moved = std::make_shared<OutputFile>(std::move(picture));
+    const auto commit = [moved] { return moved->commit(OutputFile::DirectorySync::Later); };
+    try {
+        completion_ = std::async(std::launch::async, commit);
+        return {};
+    } catch (const std::system_error&) { // no thread can be started
+        completion_ = std::async(std::launch::deferred, commit);
+        return awaitCompletion();
+    }
+}
+
+Status PictureWriter::awaitCompletion()
+{
+    Status status = completion_.valid() ? completion_.get() : Status();
+    if (status && !completing_.empty()) {
+        lastDone_ = std::exchange(completing_, {});
         firstDone_ = firstDone_.empty() ? lastDone_ : firstDone_;
     }
     return status;
@@ -130,13 +151,13 @@ Status PictureWriter::take(const AVPacket& packet)
         if (Status status = first_->write(packet.data, size); !status || !names_.isPattern()) {
             return status;
         }
-        return complete(*first_);
+        return complete(std::move(*first_));
     }
     if (taken_ == 2 && !names_.isPattern()) {
         if (Status status = first_->retarget(names_.name(1)); !status) {
             return status;
         }
-        if (Status status = complete(*first_); !status) {
+        if (Status status = complete(std::move(*first_)); !status) {
             return status;
         }
     }
@@ -147,7 +168,7 @@ Status PictureWriter::take(const AVPacket& packet)
     if (Status status = picture.value().write(packet.data, size); !status) {
         return status;
     }
-    return complete(picture.value());
+    return complete(std::move(picture.value()));
 }
 
 Status PictureWriter::finish()
@@ -158,7 +179,13 @@ Status PictureWriter::finish()
     if (taken_ == 0) {
         return Error{"cannot write " + quoted(file_) + ": there was no frame to write"};
     }
-    return taken_ == 1 && !names_.isPattern() ? complete(*first_) : Status();
+    if (taken_ == 1 && !names_.isPattern()) {
+        if (Status status = complete(std::move(*first_)); !status) {
+            return status;
+        }
+    }
+    Status status = awaitCompletion();
+    return status ? OutputFile::syncDirectory(lastDone_) : status;
 }
 
 std::vector<std::filesystem::path> PictureWriter::files() const

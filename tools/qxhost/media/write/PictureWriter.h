@@ -6,6 +6,8 @@
 #include "tools/qxhost/media/write/VideoEncoder.h"
 
 #include <filesystem>
+#include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,7 +34,8 @@ public:
 private:
     PictureWriter(const std::filesystem::path& file, const OutputSettings& settings, VideoEncoder encoder);
     Status take(const AVPacket& packet);
-    Status complete(OutputFile& picture);
+    Status complete(OutputFile picture);
+    Status awaitCompletion();
 
     const std::filesystem::path file_;
     const NumberedNames names_;
@@ -44,6 +47,8 @@ private:
     long taken_ = 0;
     std::filesystem::path firstDone_;
     std::filesystem::path lastDone_;
+    std::filesystem::path completing_;
+    std::future<Status> completion_; // of the picture before
 };
 
 } // namespace Qx::Media

@@ -1,10 +1,6 @@
 #include "tools/qxhost/media/write/RawWriter.h"
 
 #include "tools/qxhost/media/files/Names.h"
-#include "tools/qxhost/media/files/PartFiles.h"
-
-#include <cerrno>
-#include <system_error>
 
 namespace Qx::Media {
 
@@ -15,21 +11,11 @@ Result<std::unique_ptr<iFrameWriter>> RawWriter::open(const std::filesystem::pat
     if (!part) {
         return part.error();
     }
-    FilePtr stream([&] {
-        const PartFiles::Guard guard;
-        return std::fopen(part.value().part().c_str(), "wbe");
-    }());
-    if (!stream) {
-        return Error{"cannot write " + quoted(file) + ": " + std::generic_category().message(errno)};
-    }
-    return std::unique_ptr<iFrameWriter>(new RawWriter(std::move(part.value()), std::move(stream), settings));
+    return std::unique_ptr<iFrameWriter>(new RawWriter(std::move(part.value()), settings));
 }
 
-RawWriter::RawWriter(OutputFile part, FilePtr stream, const OutputSettings& settings)
-    : part_(std::move(part)),
-      stream_(std::move(stream)),
-      layout_(*settings.stored),
-      frame_(layout_.frameBytes())
+RawWriter::RawWriter(OutputFile part, const OutputSettings& settings)
+    : part_(std::move(part)), layout_(*settings.stored), frame_(layout_.frameBytes())
 {
     if (settings.audio && !settings.audio->tracks().empty()) {
         warnings_.emplace_back("audio is left out: raw files cannot hold it; --no-audio omits this warning");
@@ -43,16 +29,11 @@ RawWriter::RawWriter(OutputFile part, FilePtr stream, const OutputSettings& sett
     }
 }
 
-Error RawWriter::failure(int error) const
-{
-    return Error{"cannot write " + quoted(part_.file()) + ": " + std::generic_category().message(error)};
-}
-
 Status RawWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& /*time*/)
 {
     layout_.gather(rows, pitch, frame_.data());
-    if (std::fwrite(frame_.data(), 1, frame_.size(), stream_.get()) != frame_.size()) {
-        return failure(errno);
+    if (Status status = part_.write(frame_.data(), frame_.size()); !status) {
+        return status;
     }
     ++frames_;
     return {};
@@ -62,9 +43,6 @@ Status RawWriter::finish()
 {
     if (frames_ == 0) {
         return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
-    }
-    if (std::fclose(stream_.release()) != 0) {
-        return failure(errno);
     }
     Status status = part_.commit();
     done_ = static_cast<bool>(status);

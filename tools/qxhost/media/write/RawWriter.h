@@ -3,7 +3,6 @@
 #include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 
-#include <cstdio>
 #include <memory>
 
 namespace Qx::Media {
@@ -23,17 +22,9 @@ public:
     std::vector<std::filesystem::path> files() const override;
 
 private:
-    struct CloseFile
-    {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
-
-    RawWriter(OutputFile part, FilePtr stream, const OutputSettings& settings);
-    Error failure(int error) const;
+    RawWriter(OutputFile part, const OutputSettings& settings);
 
     OutputFile part_;
-    FilePtr stream_;
     const StoredLayout layout_;
     std::vector<std::byte> frame_;
     std::vector<std::string> warnings_;

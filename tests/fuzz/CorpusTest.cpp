@@ -2,13 +2,17 @@
 #include "host/effects/archive/EffectArchive.h"
 #include "host/effects/worker/Protocol.h"
 #include "tests/fuzz/Targets.h"
+#include "tools/qxhost/media/read/ClipReader.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <vector>
 
 namespace Qx::Fuzz {
@@ -39,7 +43,13 @@ protected:
         try {
             GetParam().run(input);
         } catch (const std::exception& error) {
-            ADD_FAILURE() << file << ", its first " << input.size() << " bytes: " << error.what();
+            const auto finding =
+                std::filesystem::temp_directory_path() / ("finding-" + file.filename().string());
+            std::ofstream(finding, std::ios::binary)
+                .write(reinterpret_cast<const char*>(input.data()),
+                       static_cast<std::streamsize>(input.size()));
+            ADD_FAILURE() << file << ", its first " << input.size() << " bytes or a damaged copy, kept in "
+                          << finding << ": " << error.what();
         }
     }
 };
@@ -60,6 +70,50 @@ TEST_P(Corpus, everyInputIsAnsweredCutAnywhere)
         const std::size_t step = std::max<std::size_t>(bytes.size() / 200, 1);
         for (std::size_t length = 0; length < bytes.size(); length += step) {
             give(file, Input(bytes).first(length));
+        }
+    }
+}
+
+/// Some bytes replaced, a number made extreme, or a part copied to another place.
+void damage(std::vector<std::uint8_t>& bytes, std::mt19937& random)
+{
+    const auto below = [&random](std::size_t limit) { return random() % std::max<std::size_t>(limit, 1); };
+    for (std::size_t i = 1 + below(6); i > 0 && !bytes.empty(); --i) {
+        const std::size_t at = below(bytes.size());
+        const std::size_t count = std::min<std::size_t>(1 + below(4), bytes.size() - at);
+        const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(at);
+        switch (below(4)) {
+        case 0:
+            bytes[at] = static_cast<std::uint8_t>(random());
+            break;
+        case 1:
+            bytes[at] ^= static_cast<std::uint8_t>(1U << below(8));
+            break;
+        case 2:
+            std::fill_n(begin, count, std::array<std::uint8_t, 4>{0, 0xff, 0x7f, 0x80}[below(4)]);
+            break;
+        default:
+            const std::size_t from = below(bytes.size() - count);
+            const std::vector<std::uint8_t> part(bytes.begin() + static_cast<std::ptrdiff_t>(from),
+                                                 bytes.begin() + static_cast<std::ptrdiff_t>(from + count));
+            std::copy(part.begin(), part.end(), begin);
+        }
+    }
+}
+
+/// A thousand inputs for each target; QX_FUZZ_ROUNDS asks for more, where there is no libFuzzer.
+TEST_P(Corpus, everyInputIsAnsweredDamaged)
+{
+    const char* wanted = std::getenv("QX_FUZZ_ROUNDS");
+    const std::vector<std::filesystem::path> inputs = files();
+    const std::size_t rounds = (wanted != nullptr ? std::strtoul(wanted, nullptr, 10) : 1000) / inputs.size();
+    std::mt19937 random(1);
+    for (const std::filesystem::path& file : inputs) {
+        const std::vector<std::uint8_t> sound = contents(file);
+        for (std::size_t i = 0; i <= rounds; ++i) {
+            std::vector<std::uint8_t> bytes = sound;
+            damage(bytes, random);
+            give(file, bytes);
         }
     }
 }
@@ -99,6 +153,19 @@ TEST_F(Seeds, holdWholeWorkerMessages)
 {
     EXPECT_TRUE(Host::Worker::decodeHello(seed("worker/payload_hello"))) << stale;
     EXPECT_TRUE(Host::Worker::decodeRequest(seed("worker/payload_request"))) << stale;
+}
+
+TEST_F(Seeds, holdClipsThatAreRead)
+{
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(QX_CORPUS) / "clip")) {
+        if (entry.path().filename().string().starts_with("found-")) {
+            continue;
+        }
+        auto reader = Media::ClipReader::open(entry.path(), {.threads = 1, .keepAudio = false});
+        ASSERT_TRUE(reader) << reader.text();
+        Media::Frame frame;
+        EXPECT_EQ(reader.value()->next(frame), Media::ClipReader::Next::frame) << entry.path();
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Fuzz, Corpus, testing::ValuesIn(targets),

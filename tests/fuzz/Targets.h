@@ -7,8 +7,9 @@
 #include <stdexcept>
 #include <string>
 
-/// The targets of the fuzzers. A target takes any bytes and touches neither files nor devices. It throws Find
-/// if a result breaks a promise; the fuzzer itself detects crashes, hangs and exhausted memory.
+/// The targets of the fuzzers. A target takes any bytes and touches no device, and no file but those of a
+/// temporary directory of its own. It throws Find if a result breaks a promise; the fuzzer itself detects
+/// crashes, hangs and exhausted memory.
 namespace Qx::Fuzz {
 
 using Input = std::span<const std::uint8_t>;
@@ -34,6 +35,9 @@ void effectArchive(Input input); ///< a compiled effect, from a cache or a worke
 void cacheRecord(Input input);   ///< a file of the cache
 void worker(Input input);        ///< the frames between the host and the worker process
 void cube(Input input);          ///< a .cube file
+void clip(Input input);          ///< any file that is opened as a clip
+void sequence(Input input);      ///< the pictures of a numbered sequence
+void raw(Input input);           ///< the layout of raw frames, and their file
 
 struct Target
 {
@@ -48,6 +52,9 @@ inline constexpr std::array targets{Target{"preprocessor", preprocessor},
                                     Target{"effectArchive", effectArchive},
                                     Target{"cacheRecord", cacheRecord},
                                     Target{"worker", worker},
-                                    Target{"cube", cube}};
+                                    Target{"cube", cube},
+                                    Target{"clip", clip},
+                                    Target{"sequence", sequence},
+                                    Target{"raw", raw}};
 
 } // namespace Qx::Fuzz

@@ -1,6 +1,7 @@
 // What a reader says of a clip, and what it says when it cannot read one.
 
 #include "tests/system/media/MediaFixture.h"
+#include "tools/qxhost/media/Ffmpeg.h"
 
 #include <ostream>
 
@@ -288,6 +289,112 @@ TEST_F(Reader, AClipWithoutAnIndexToMissIsKnownToBeCutToo)
             EXPECT_TRUE(has(reader->problems()[0], "cut.mkv") && has(reader->problems()[0], "cut short"))
                 << reader->problems()[0];
         }
+    }
+}
+
+TEST_F(Reader, FramesThatAnEditListHidesAreNotLost)
+{
+    for (const std::string encoder : {"libx264 -bf 3 -g 8 -x264-params open-gop=1", "mpeg2video -bf 2 -g 8",
+                                      "libx265 -x265-params log-level=none:keyint=8:open-gop=1", "prores"}) {
+        ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25 -frames:v 24 -c:v " + encoder + " whole.mov");
+        for (const std::string start : {"0.2", "0.32", "0.36", "0.6"}) {
+            ffmpeg("-ss " + start + " -i whole.mov -t 0.3 -c copy trimmed.mov");
+            auto reader = open(at("trimmed.mov"));
+            ASSERT_TRUE(reader);
+            ffmpeg("-i trimmed.mov -vsync passthrough -f rawvideo -pix_fmt gray judged.raw");
+            const auto shown = static_cast<std::int64_t>(fs::file_size(at("judged.raw"))) / (64 * 48);
+            const std::string what = encoder + " from " + start;
+            EXPECT_EQ(static_cast<std::int64_t>(allTimes(*reader).size()), shown) << what;
+            EXPECT_EQ(reader->info().frameCount, shown) << what;
+            EXPECT_TRUE(reader->info().frameCountIsExact) << what;
+            EXPECT_EQ(reader->problemCount(), 0) << what << ": " << reader->problems().front();
+        }
+    }
+}
+
+TEST_F(Reader, ATrimmedClipMayStillBeDamaged)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25 -frames:v 24 -c:v libx264 -bf 0 -g 12 whole.mp4");
+    ffmpeg("-ss 0.6 -i whole.mp4 -c copy -movflags +faststart trimmed.mp4");
+    const Bytes sound = contents(at("trimmed.mp4"));
+
+    Bytes cut = sound;
+    cut.resize(cut.size() - 100);
+    store(at("cut.mp4"), cut);
+    auto reader = open(at("cut.mp4"));
+    ASSERT_TRUE(reader);
+    EXPECT_LT(allTimes(*reader).size(), 9U);
+    EXPECT_TRUE(has(reader->problems().back(), "announces 9 frames, of which")) << reader->problems().back();
+
+    // The first frame is hidden, but the ones that are shown refer to it.
+    Bytes hurt = sound;
+    const std::string data = "mdat";
+    const auto first = std::search(hurt.begin(), hurt.end(), data.begin(), data.end());
+    ASSERT_GT(hurt.end() - first, 1200);
+    std::fill(first + 200, first + 900, std::uint8_t{0});
+    store(at("hurt.mp4"), hurt);
+    auto hidden = open(at("hurt.mp4"));
+    ASSERT_TRUE(hidden);
+    EXPECT_EQ(allTimes(*hidden).size(), 9U);
+    EXPECT_GT(hidden->problemCount(), 0);
+}
+
+TEST_F(Reader, TablesWithTooFewFramesAreDamageAndNoEditList)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25 -frames:v 10 -c:v mjpeg clip.mov");
+    Bytes bytes = contents(at("clip.mov"));
+    // The samples of each chunk (ISO/IEC 14496-12, 8.7.4): of the only chunk, which has ten.
+    const std::string name = "stsc";
+    const auto table = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
+    ASSERT_GT(bytes.end() - table, 24);
+    ASSERT_EQ(table[19], 10);
+    table[19] = 6;
+    store(at("clip.mov"), bytes);
+    auto reader = open(at("clip.mov"));
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(allTimes(*reader).size(), 6U);
+    ASSERT_EQ(reader->problemCount(), 1);
+    EXPECT_TRUE(has(reader->problems()[0], "announces 10 frames, of which 6 could be read"))
+        << reader->problems()[0];
+}
+
+TEST_F(Reader, ABrokenPictureNearTheEndTakesNoOtherWithIt)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25 -frames:v 10 s%02d.png");
+    for (const char* broken : {"s01.png", "s04.png", "s09.png", "s10.png"}) {
+        const Bytes sound = contents(at(broken));
+        store(at(broken), Bytes(sound.begin(), sound.begin() + 200));
+        for (const int threads : {1, 4, 16}) {
+            auto opened = ClipReader::open(at("s%02d.png"), {.threads = threads});
+            ASSERT_TRUE(opened) << opened.text();
+            ClipReader& reader = *opened.value();
+            EXPECT_EQ(allTimes(reader).size(), 9U) << broken << " with " << threads << " threads";
+            ASSERT_FALSE(reader.problems().empty());
+            EXPECT_TRUE(has(reader.problems().back(), "announces 10 frames, of which 9 could be read"))
+                << reader.problems().back();
+        }
+        store(at(broken), sound);
+    }
+}
+
+TEST_F(Reader, RgbHasNoMatrixAndItsLinearOrLogTagTellsNothing)
+{
+    for (const std::string tag : {"linear", "log"}) {
+        for (const std::string file : {"one.dpx", "one.tif", "one.png", "one.mkv"}) {
+            ffmpeg("-f lavfi -i testsrc2=s=32x16 -frames:v 1 -vf format=" +
+                   std::string(file == "one.mkv" ? "gbrp" : "rgb24") + " -colorspace bt2020nc -color_trc " +
+                   tag + (file == "one.mkv" ? " -c:v ffv1 " : " ") + file);
+            auto reader = open(at(file));
+            ASSERT_TRUE(reader);
+            EXPECT_EQ(reader->info().colour.unsupported, "") << file << " " << tag;
+            EXPECT_NE(reader->info().colour.transferTag, AVCOL_TRC_LINEAR) << file;
+            EXPECT_NE(reader->info().colour.transferTag, AVCOL_TRC_LOG) << file;
+        }
+        ffmpeg("-f lavfi -i testsrc2=s=32x16 -frames:v 1 -pix_fmt yuv420p -colorspace bt709 -color_trc " +
+               tag + " -c:v libx264 one.mkv");
+        auto reader = open(at("one.mkv"));
+        ASSERT_TRUE(reader);
+        EXPECT_TRUE(has(reader->info().colour.unsupported, tag)) << reader->info().colour.unsupported;
     }
 }
 

@@ -276,6 +276,21 @@ TEST_F(Convert, rgb_comes_out_as_it_went_in)
     }
 }
 
+TEST_F(Convert, pictures_that_it_has_written_come_out_of_it_as_they_went_in)
+{
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=40x30", "-frames", "1", "-pix_fmt", "rgb24", "in.png"});
+    for (const std::string name : {"once.dpx", "once.tif", "once.png"}) {
+        convert({"in.png", name});
+        convert({name, "twice.png", "--force"});
+        EXPECT_EQ(decoded("twice.png", "rgb24"), decoded("in.png", "rgb24")) << name;
+    }
+    // FFmpeg's own, which carries its tags.
+    ffmpeg({"-i", "in.png", "-pix_fmt", "rgb48be", "theirs.dpx"});
+    convert({"theirs.dpx", "ours.dpx", "--depth", "16"});
+    convert({"ours.dpx", "out.png", "--depth", "16"});
+    EXPECT_EQ(decoded("out.png", "rgb48le"), decoded("theirs.dpx", "rgb48le"));
+}
+
 TEST_F(Convert, frames_can_be_picked)
 {
     makeClip("clip.mkv", "yuv422p", 32, 24, 6, {"-colorspace", "bt709", "-color_range", "tv"});

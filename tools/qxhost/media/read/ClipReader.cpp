@@ -129,7 +129,15 @@ Status addFilesOf(const fs::path& file, FileSet& files)
     }
 }
 
-Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& sequence, OpenedFiles& opened)
+/// Whether the demuxer does what an edit list of MOV or MP4 says (ISO/IEC 14496-12, 8.6.6).
+enum class EditLists
+{
+    followed,
+    ignored
+};
+
+Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& sequence, OpenedFiles& opened,
+                           EditLists editLists = EditLists::followed)
 {
     bool exists = false;
     if (const std::string why = whyNotAFile(file, exists); !why.empty()) {
@@ -155,6 +163,9 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& 
         av_dict_set_int(&options, "start_number", sequence->first, 0);
     }
     opened.follow(*raw);
+    if (editLists == EditLists::ignored) {
+        av_dict_set(&options, "ignore_editlist", "1", 0);
+    }
     takeFfmpegMessage();
     const int error = avformat_open_input(&raw, url.c_str(), nullptr, &options);
     av_dict_free(&options);
@@ -219,6 +230,16 @@ FieldOrder fieldOrderOf(const AVFrame& frame)
     return frame.top_field_first ? FieldOrder::topFirst : FieldOrder::bottomFirst;
 }
 
+/// Of the demuxer's index, without the frames that are only there because others refer to them.
+std::int64_t framesShown(AVStream& stream)
+{
+    std::int64_t shown = 0;
+    for (int i = 0; i < avformat_index_get_entries_count(&stream); ++i) {
+        shown += (avformat_index_get_entry(&stream, i)->flags & AVINDEX_DISCARD_FRAME) == 0 ? 1 : 0;
+    }
+    return shown;
+}
+
 bool endsWith(const std::string& text, const std::string& end)
 {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -233,6 +254,9 @@ struct ClipReader::Impl
     Status findStreams(const Options& options);
     Status openDecoder(int threads);
     Status describe(const AVFrame& first);
+    std::int64_t announcedFrames() const;
+    std::string whatChanged(const AVFrame& picture) const;
+    bool isUnmissed(const AVPacket& from);
     void queueAudio(const AVPacket& packet);
     void problem(const std::string& text);
     void noteReached(const AVPacket& from);
@@ -248,8 +272,9 @@ struct ClipReader::Impl
 
     const fs::path file;
     std::optional<Sequence> sequence;
-    SourceMessages messages; // of the decoder; outlives it
-    OpenedFiles opened;      // outlives the input
+    SourceMessages messages;         // of the decoder; outlives it
+    SourceMessages unmissedMessages; // the same, of packets that isUnmissed()
+    OpenedFiles opened;              // outlives the input
     InputPtr input;
     AVStream* stream = nullptr;
     CodecPtr decoder;
@@ -264,7 +289,9 @@ struct ClipReader::Impl
     double reached = 0;   // seconds: the latest end of a packet of any stream
     bool stopped = false; // reading, before the end; a problem says why
     int damageInARow = 0;
+    long packetsFed = 0;
     std::int64_t lastFedPts = AV_NOPTS_VALUE;
+    std::int64_t lastKeyPts = AV_NOPTS_VALUE;
     std::optional<std::int64_t> lastPts;
     std::int64_t lastDuration = 0;
     std::int64_t framesGiven = 0;
@@ -420,12 +447,51 @@ Status ClipReader::Impl::describe(const AVFrame& first)
         info.duration = static_cast<double>(info.frameCount) / std::max(info.frameRate.toDouble(), 1e-9);
         return {};
     }
-    info.frameCountIsExact = stream->nb_frames > 0;
+    const std::int64_t announced = announcedFrames();
+    info.frameCountIsExact = announced > 0;
     info.frameCount =
         info.frameCountIsExact
-            ? stream->nb_frames
+            ? announced
             : static_cast<std::int64_t>(std::llround(info.duration * info.frameRate.toDouble()));
     return {};
+}
+
+/// The number of frames to come by the file's own word; 0 if it does not say.
+std::int64_t ClipReader::Impl::announcedFrames() const
+{
+    const std::int64_t stored = stream->nb_frames;
+    const int entries = avformat_index_get_entries_count(stream);
+    const std::int64_t shown = framesShown(*stream);
+    if (stored <= 0 || shown == 0 || shown == stored) {
+        return stored;
+    }
+    if (info.container == "avi") {
+        // It counts the frames left out because they repeat the one before. The index has times alone for
+        // them.
+        const std::int64_t last = avformat_index_get_entry(stream, entries - 1)->timestamp;
+        return last + 1 == stored ? shown : stored;
+    }
+    if (info.container.find("mp4") == std::string::npos) {
+        return stored;
+    }
+    // An edit list chooses what of the stored is shown, and how often. Tables that are damaged also lead to
+    // fewer entries: without the list, sound ones have one for each stored frame.
+    OpenedFiles openedAgain; // outlives `whole`
+    const auto whole = openInput(file, sequence, openedAgain, EditLists::ignored);
+    const bool isSound = whole && static_cast<unsigned>(stream->index) < whole.value()->nb_streams &&
+                         framesShown(*whole.value()->streams[stream->index]) == stored;
+    return isSound ? shown : stored;
+}
+
+/// Whether nobody misses anything if the packet cannot be decoded: hidden, and before the last key frame in
+/// order of presentation, so that no later frame refers to it. What it refers to itself may be cut away.
+bool ClipReader::Impl::isUnmissed(const AVPacket& from)
+{
+    if ((from.flags & AV_PKT_FLAG_KEY) != 0) {
+        lastKeyPts = from.pts;
+    }
+    return (from.flags & AV_PKT_FLAG_DISCARD) != 0 && from.pts != AV_NOPTS_VALUE &&
+           lastKeyPts != AV_NOPTS_VALUE && from.pts < lastKeyPts;
 }
 
 std::string ClipReader::Impl::where(std::int64_t pts) const
@@ -445,8 +511,11 @@ void ClipReader::Impl::problem(const std::string& text)
 void ClipReader::Impl::noteDecodeError(int error, std::int64_t pts)
 {
     const std::string message = messages.take();
-    problem(quoted(file) + ": damaged video near " + where(pts) + ": " +
-            (message.empty() ? errorText(error) : message));
+    const bool isMissed = unmissedMessages.take().empty() || !message.empty();
+    if (isMissed) {
+        problem(quoted(file) + ": damaged video near " + where(pts) + ": " +
+                (message.empty() ? errorText(error) : message));
+    }
     if (++damageInARow > damageInARowAllowed) {
         failure = quoted(file) + ": nothing but damaged video since " + where(pts) + "; decoding stops";
     }
@@ -464,10 +533,19 @@ void ClipReader::Impl::noteReached(const AVPacket& from)
 void ClipReader::Impl::noteEndOfInput(int error)
 {
     const std::string message = opened.take();
-    if (sequence && sequence->hasGap) {
+    const bool reachedLast = sequence && sequence->first + packetsFed > sequence->last;
+    if (reachedLast && sequence->hasGap) {
         const fs::path missing = NumberedNames(file).name(sequence->last + 1);
         problem("picture " + std::to_string(sequence->last + 1) + " is missing (" + quoted(missing) +
                 "); the sequence ends there");
+        stopped = true;
+        return;
+    }
+    if (sequence && !reachedLast) {
+        const long number = sequence->first + packetsFed;
+        problem("picture " + std::to_string(number) + " (" + quoted(NumberedNames(file).name(number)) + ") " +
+                (error == AVERROR_EOF ? "is empty" : "cannot be read: " + errorText(error)) +
+                "; the sequence ends there");
         stopped = true;
         return;
     }
@@ -527,10 +605,13 @@ bool ClipReader::Impl::feed()
             av_packet_unref(packet.get());
             continue;
         }
+        ++packetsFed;
         lastFedPts = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
         if (packet->flags & AV_PKT_FLAG_CORRUPT) {
             problem(quoted(file) + ": the file is damaged or cut short near " + where(lastFedPts));
         }
+        // The decoder hands this to the thread that it gives the packet to.
+        decoder->opaque = isUnmissed(*packet) ? &unmissedMessages : &messages;
         const int sent = avcodec_send_packet(decoder.get(), packet.get());
         av_packet_unref(packet.get());
         if (sent < 0) {
@@ -542,7 +623,12 @@ bool ClipReader::Impl::feed()
         }
         return true;
     }
-    return avcodec_send_packet(decoder.get(), nullptr) >= 0;
+    // This too may return the error of an earlier packet, after which other frames follow.
+    const int flushed = avcodec_send_packet(decoder.get(), nullptr);
+    if (flushed < 0 && flushed != AVERROR_EOF) {
+        noteDecodeError(flushed, lastFedPts);
+    }
+    return flushed != AVERROR_EOF;
 }
 
 FramePtr ClipReader::Impl::decode()
@@ -566,6 +652,24 @@ FramePtr ClipReader::Impl::decode()
         }
     }
     return nullptr;
+}
+
+/// Empty, or what this picture has that cannot follow the first one's ("size changes from ... to ...").
+std::string ClipReader::Impl::whatChanged(const AVFrame& picture) const
+{
+    if (picture.width != info.width || picture.height != info.height) {
+        return "size changes from " + std::to_string(info.width) + "x" + std::to_string(info.height) +
+               " to " + std::to_string(picture.width) + "x" + std::to_string(picture.height);
+    }
+    const auto format = static_cast<AVPixelFormat>(picture.format);
+    if (info.colour.fromRgb && av_pix_fmt_desc_get(format)) {
+        // RGB is kept as RGB, in the full range: YCbCr cannot follow it.
+        const ComponentRows components(format);
+        if (!components.isRgb() && !components.isGrey()) {
+            return "pixel format changes from " + info.pixelFormat + " to " + av_get_pix_fmt_name(format);
+        }
+    }
+    return {};
 }
 
 FrameTime ClipReader::Impl::timeOf(const AVFrame& frame)
@@ -594,10 +698,8 @@ ClipReader::Next ClipReader::next(Frame& frame)
         return self.failure.empty() ? Next::end : Next::failed;
     }
     FramePtr picture = self.pending ? std::move(self.pending) : self.decode();
-    if (picture && (picture->width != self.info.width || picture->height != self.info.height)) {
-        self.failure = quoted(self.file) + ": the picture's size changes from " +
-                       std::to_string(self.info.width) + "x" + std::to_string(self.info.height) + " to " +
-                       std::to_string(picture->width) + "x" + std::to_string(picture->height) + " near " +
+    if (const std::string change = picture ? self.whatChanged(*picture) : ""; !change.empty()) {
+        self.failure = quoted(self.file) + ": the picture's " + change + " near " +
                        self.where(picture->best_effort_timestamp) + ", which is not supported";
         picture = nullptr;
     }
@@ -616,6 +718,7 @@ ClipReader::Next ClipReader::next(Frame& frame)
     const FrameTime time = self.timeOf(*picture);
     ++self.framesGiven;
     const std::string message = self.messages.take();
+    self.unmissedMessages.take();
     if (damaged || !message.empty()) {
         self.problem(quoted(self.file) + ": damage near " + seconds(time.pts, self.stream->time_base) +
                      ", patched by the decoder" + (message.empty() ? "" : ": " + message));

@@ -12,6 +12,13 @@ std::string named(const char* what, const char* name)
     return std::string(what) + " " + (name ? name : "of an unknown number");
 }
 
+bool isLinearOrLog(AVColorTransferCharacteristic transfer)
+{
+    return transfer == AVCOL_TRC_LINEAR || transfer == AVCOL_TRC_LOG || transfer == AVCOL_TRC_LOG_SQRT;
+}
+
+/// RGB has no matrix. Its tags "linear" and "log" tell nothing either: FFmpeg's DPX encoder writes "linear"
+/// on every picture.
 std::string whyUnsupported(AVColorSpace matrix, AVColorPrimaries primaries,
                            AVColorTransferCharacteristic transfer, bool rgb)
 {
@@ -20,11 +27,11 @@ std::string whyUnsupported(AVColorSpace matrix, AVColorPrimaries primaries,
                (transfer == AVCOL_TRC_SMPTE2084 ? "PQ (SMPTE ST 2084)" : "HLG (ARIB STD-B67)") +
                ", high dynamic range";
     }
-    if (transfer == AVCOL_TRC_LINEAR || transfer == AVCOL_TRC_LOG || transfer == AVCOL_TRC_LOG_SQRT) {
+    if (!rgb && isLinearOrLog(transfer)) {
         return named("its transfer characteristic is", av_color_transfer_name(transfer));
     }
     const bool isUntagged = matrix == AVCOL_SPC_UNSPECIFIED || matrix == AVCOL_SPC_RESERVED;
-    if (!matrixOfTag(matrix) && !isUntagged && !(rgb && matrix == AVCOL_SPC_RGB)) {
+    if (!rgb && !matrixOfTag(matrix) && !isUntagged) {
         return named("its matrix is", matrix == AVCOL_SPC_BT2020_NCL || matrix == AVCOL_SPC_BT2020_CL
                                           ? "BT.2020"
                                           : av_color_space_name(matrix));
@@ -50,8 +57,8 @@ Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
     colour.fromRgb = components.isRgb() || (components.isGrey() && frame.color_range != AVCOL_RANGE_MPEG);
     colour.matrixTag = matrix;
     colour.primariesTag = primaries;
-    colour.transferTag = transfer;
-    colour.unsupported = whyUnsupported(matrix, primaries, transfer, components.isRgb());
+    colour.transferTag = colour.fromRgb && isLinearOrLog(transfer) ? AVCOL_TRC_UNSPECIFIED : transfer;
+    colour.unsupported = whyUnsupported(matrix, primaries, transfer, colour.fromRgb);
     const std::optional<Matrix> taggedMatrix = matrixOfTag(matrix);
     colour.matrix = matrixForWidth(frame.width);
     if (colour.fromRgb) {

@@ -57,6 +57,16 @@ float DestImageWidth = 0.0;
         }                                                                                                    \
     }
 
+// What clips of 4:2:0 take by default: their chroma comes at 16 bits, and 8-bit pictures are made of them.
+#define DECODE_FROM_DEEPER(NAME, SOURCE, MATRIX, TARGET, FILTER)                                             \
+    technique NAME < bool MixedDepths = true; >                                                              \
+    {                                                                                                        \
+        pass P0                                                                                              \
+        {                                                                                                    \
+            PixelShader = compile ps_3_0 decode422(MATRIX, SOURCE, TARGET, FILTER);                          \
+        }                                                                                                    \
+    }
+
 #define ENCODE(NAME, SOURCE, TARGET, MATRIX, FILTER)                                                         \
     technique NAME                                                                                           \
     {                                                                                                        \
@@ -79,16 +89,16 @@ DECODE(YCrCb422_Unscaled_BT709_To_RGB_Video_Point, UNSCALED, BT709, VIDEO, POINT
 DECODE(YCrCb422_Unscaled_BT709_To_RGB_Video_CatmullRom, UNSCALED, BT709, VIDEO, CATMULL_ROM)
 DECODE(YCrCb422_Unscaled_BT709_To_RGB_Video_Mitchell, UNSCALED, BT709, VIDEO, MITCHELL)
 DECODE(YCrCb422_Video_BT601_To_RGB_Unscaled_Point, VIDEO, BT601, UNSCALED, POINT)
-DECODE(YCrCb422_Video_BT601_To_RGB_Unscaled_CatmullRom, VIDEO, BT601, UNSCALED, CATMULL_ROM)
+DECODE_FROM_DEEPER(YCrCb422_Video_BT601_To_RGB_Unscaled_CatmullRom, VIDEO, BT601, UNSCALED, CATMULL_ROM)
 DECODE(YCrCb422_Video_BT601_To_RGB_Unscaled_Mitchell, VIDEO, BT601, UNSCALED, MITCHELL)
 DECODE(YCrCb422_Video_BT601_To_RGB_Video_Point, VIDEO, BT601, VIDEO, POINT)
-DECODE(YCrCb422_Video_BT601_To_RGB_Video_CatmullRom, VIDEO, BT601, VIDEO, CATMULL_ROM)
+DECODE_FROM_DEEPER(YCrCb422_Video_BT601_To_RGB_Video_CatmullRom, VIDEO, BT601, VIDEO, CATMULL_ROM)
 DECODE(YCrCb422_Video_BT601_To_RGB_Video_Mitchell, VIDEO, BT601, VIDEO, MITCHELL)
 DECODE(YCrCb422_Video_BT709_To_RGB_Unscaled_Point, VIDEO, BT709, UNSCALED, POINT)
-DECODE(YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom, VIDEO, BT709, UNSCALED, CATMULL_ROM)
+DECODE_FROM_DEEPER(YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom, VIDEO, BT709, UNSCALED, CATMULL_ROM)
 DECODE(YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell, VIDEO, BT709, UNSCALED, MITCHELL)
 DECODE(YCrCb422_Video_BT709_To_RGB_Video_Point, VIDEO, BT709, VIDEO, POINT)
-DECODE(YCrCb422_Video_BT709_To_RGB_Video_CatmullRom, VIDEO, BT709, VIDEO, CATMULL_ROM)
+DECODE_FROM_DEEPER(YCrCb422_Video_BT709_To_RGB_Video_CatmullRom, VIDEO, BT709, VIDEO, CATMULL_ROM)
 DECODE(YCrCb422_Video_BT709_To_RGB_Video_Mitchell, VIDEO, BT709, VIDEO, MITCHELL)
 
 ENCODE(RGB_Unscaled_To_YCrCb422_Unscaled_BT601_Point, UNSCALED, UNSCALED, BT601, POINT)
@@ -120,7 +130,7 @@ float4 unpackMatrox(int2 pos : VPOS, uniform bool upperBitsOnly) : COLORCODE
 
 float4 packMatrox(int2 pos : VPOS) : COLORCODE
 {
-    return matroxWord(pos, int(ceil(pSourceImageTotalWidthInDWORDs)));
+    return matroxWord(pos, pSourceImageTotalWidthInDWORDs);
 }
 
 technique UnpackDvs10Bit_BaseOnly < bool MixedDepths = true; >

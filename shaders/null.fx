@@ -3,7 +3,7 @@
 // Techniques are named after the order of components in memory that they read and write, as their callers
 // spell it; README.md describes each one. Texels are read by integer position, so the padding of a row is
 // never used. When the depth changes, RGB keeps its fraction of the largest code, and YCrCb is scaled by
-// powers of two.
+// powers of two; VideoRange and FullRangeYUYV do the opposite.
 
 texture Input;
 
@@ -24,6 +24,10 @@ float targetMax : TARGETMAXCODE;
 // The size of the picture, set by the caller.
 float _Width = 0.0;
 float _Height = 0.0;
+
+// The largest codes of the depths that FullRangeYUYV converts between, set by the caller.
+float _FromMax = 255.0;
+float _ToMax = 255.0;
 
 #include "Include/Components.fxh"
 #include "Include/TenBit.fxh"
@@ -74,6 +78,27 @@ float4 reorderVideo(int2 pos : VPOS, uniform int order) : COLORCODE
 float4 copyVideo(int2 pos : VPOS) : COLORCODE
 {
     return texelOf(atTargetDepth(componentsAt(pos)));
+}
+
+// RGB of video range, and its alpha, which has no range.
+float4 copyVideoRange(int2 pos : VPOS) : COLORCODE
+{
+    float4 c = componentsAt(pos);
+    return texelOf(float4(sharesAtTargetDepth(c).x, atTargetDepth(c).yzw));
+}
+
+// YCrCb of full range keeps its fraction of the largest code, Cb and Cr on both sides of their zero. Codes
+// fill the upper bits of their components. Integers, since floats do not hold the products.
+float4 copyFullRange(int2 pos : VPOS) : COLORCODE
+{
+    int from = int(_FromMax);
+    int to = int(_ToMax);
+    int fromZero = (from + 1) / 2;
+    int toZero = (to + 1) / 2;
+    int4 c = int4(componentsAt(pos)) / ((int(inputMax) + 1) / (from + 1));
+    int4 scaled = int4(0, toZero, 0, toZero) * from + (c - int4(0, fromZero, 0, fromZero)) * to + from / 2;
+    int4 codes = min(max(scaled, int4(0, 0, 0, 0)) / from, int4(to, to, to, to));
+    return texelOf(float4(codes * ((int(targetMax) + 1) / (to + 1))));
 }
 
 // B G R A pictures are drawn through this technique; surfaces that it is applied to are video.
@@ -200,7 +225,7 @@ float4 fromV210(int2 pos : VPOS) : COLORCODE
 
 float4 toV210(int2 pos : VPOS) : COLORCODE
 {
-    return v210Word(pos, (int(_Width) + 1) >> 1);
+    return v210Word(pos, 0.5 * _Width);
 }
 
 // ---- Looking at an image ----
@@ -258,5 +283,8 @@ TECHNIQUE(YV12toYUYV, fromYV12())
 TECHNIQUE_OF_WORDS(V210toYUYV, fromV210())
 TECHNIQUE(YUYVtoYV12, toYV12())
 TECHNIQUE_OF_WORDS(YUYVtoV210, toV210())
+
+TECHNIQUE(VideoRange, copyVideoRange())
+TECHNIQUE(FullRangeYUYV, copyFullRange())
 
 TECHNIQUE(ChannelExpand, expandChannels())

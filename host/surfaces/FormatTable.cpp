@@ -107,10 +107,12 @@ constexpr std::array table{
           "\"rgb24\" means R G B, that is bgr3 here."),
     plain(Image::BGR24, "24BG", "24bg", "B G R", RGB),
     plain(Image::BGR3, "BGR3", "bgr3", "R G B", RGB, 8,
-          "Elsewhere (Video4Linux) this code means B G R, which is 24bg here."),
+          "Elsewhere (Video4Linux) this code means B G R, which is 24bg here. In .mov, 8 bits need an even "
+          "width: nobody reads other rows back."),
     plain(Image::B48R, "b48r", "b48r", "R G B", RGB, 16,
           "16-bit words are in the machine's order in memory and in raw files; QuickTime stores them "
-          "big-endian, and so it is done in .mov."),
+          "big-endian, and so it is done in .mov. There, 8 bits need an even width: nobody reads other rows "
+          "back."),
     plain(Image::B64A, "b64a", "b64a", "A R G B", RGB, 16,
           "16-bit words are in the machine's order in memory and in raw files; QuickTime stores them "
           "big-endian, and so it is done in .mov."),
@@ -125,9 +127,12 @@ constexpr std::array table{
            "4:2:0. In memory all planes have the row pitch of the first; in files the rows of the chroma "
            "planes follow each other without gaps."),
     v210,
-    matrox(Image::M101, "M101", "m101", "With 8 bits it is yuy2."),
+    matrox(Image::M101, "M101", "m101",
+           "With 8 bits it is yuy2. Beyond the picture, rows of 10 bits hold 0."),
     matrox(Image::M102, "M102", "m102", "Another name of m101."),
-    always16(Image::Y216, "Y216", "y216", "Codes of fewer bits fill the upper ones: white is 235 x 256."),
+    always16(Image::Y216, "Y216", "y216",
+             "Codes of fewer bits fill the upper ones in video range: white is 235 x 256. In full range it "
+             "is 65535."),
     always16(Image::V216, "v216", "v216",
              "As y216. Elsewhere (QuickTime) this code means Cb Y0 Cr Y1, which is uyvy:16 here."),
 };

@@ -26,12 +26,15 @@ float4 texelOfBytes(int4 bytes)
     return texelOf(float4(bytes));
 }
 
-// Returns the 10-bit codes of a pair of pixels of the source, in the order of its components. At an odd width
-// the image may lack the last pair; the one before is used instead. 0 beyond the picture.
-float4 tenBitsOfPair(int pair, int row, int pairs)
+// Returns the 10-bit codes of a pair of pixels of the source, in the order of its components. `pairs` is the
+// picture's width in pairs. The image may lack a half pair, at an odd width; the pair before is used instead.
+// 0 beyond the picture and the image.
+float4 tenBitsOfPair(int pair, int row, float pairs)
 {
-    float4 components = pair < int(inputSize.x) ? componentsAt(int2(pair, row)) : componentsAt(int2(pair - 1, row));
-    return pair < pairs ? toTenBits(components) : float4(0.0, 0.0, 0.0, 0.0);
+    bool isHalf = float(pair) < pairs && float(pair) + 1.0 > pairs;
+    bool lacks = pair >= int(inputSize.x);
+    float4 components = componentsAt(int2(lacks ? pair - 1 : pair, row));
+    return float(pair) < pairs && (isHalf || !lacks) ? toTenBits(components) : float4(0.0, 0.0, 0.0, 0.0);
 }
 
 // ---- Three components a word, in the order Cb Y0 Cr Y1 ----
@@ -66,7 +69,7 @@ float4 pairFromWords(int2 at, int packing)
 }
 
 // The three components of a v210 word begin at component 3 x word of the row.
-float4 v210Word(int2 at, int pairs)
+float4 v210Word(int2 at, float pairs)
 {
     int first = at.x * 3;
     int pair = first >> 2;
@@ -104,7 +107,7 @@ int lowerBitsOf(float4 codes)
     return c.x | (c.y << 2) | (c.z << 4) | (c.w << 6);
 }
 
-float4 matroxWord(int2 at, int pairs)
+float4 matroxWord(int2 at, float pairs)
 {
     int block = quotient(at.x, MATROX_WORDS);
     int place = at.x - block * MATROX_WORDS;

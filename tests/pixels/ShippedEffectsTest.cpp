@@ -96,7 +96,9 @@ TEST(ShippedEffects, NullHasEveryTechniqueThatPicturesAreRearrangedBy)
                              "ARGBtoRGBA",
                              "ARGBtoRGBPlanar",
                              "YUYVtoV210",
-                             "YUYVtoYV12"})
+                             "YUYVtoYV12",
+                             "VideoRange",
+                             "FullRangeYUYV"})
         EXPECT_TRUE(names.contains(name)) << name;
     EXPECT_EQ(compilation.effect->techniques.front().name, "Null") << "what is drawn when no name is known";
 }

@@ -3,7 +3,7 @@
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tests/TemporaryDirectory.h"
-#include "tests/pixels/Reference.h"
+#include "tests/pixels/ClipReference.h"
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/input/FrameUpload.h"
@@ -15,7 +15,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <random>
+#include <tuple>
 
 namespace Qx::Program {
 
@@ -197,12 +199,20 @@ protected:
 
     /// The frame on the GPU: pairs in YUY2 order or A R G B.
     static Surface upload(const PixelFormat& format, BitFrame& frame, iGPUImage::eFormat working,
-                          const Media::FramePacker::Target& meaning = {})
+                          const Media::FramePacker::Target& meaning)
     {
         const FrameUpload upload(describeFrame(format, frame.width(), frame.height()), meaning);
         const Qx::Ptr<iHostImage> image = upload.makeHostImage();
         std::memcpy(image->map(iHostImage::Write), frame.bytes().data(), frame.bytes().size());
         return upload.upload(image, {}, working);
+    }
+
+    /// As video range if it is YCbCr, else as full.
+    static Surface upload(const PixelFormat& format, BitFrame& frame, iGPUImage::eFormat working)
+    {
+        Media::FramePacker::Target meaning;
+        meaning.range = format.isYCrCb() ? Media::Range::video : Media::Range::full;
+        return upload(format, frame, working, meaning);
     }
 
     static Codes codesIn(const PixelFormat& format, const Surface& delivered)
@@ -238,8 +248,8 @@ TEST_F(Formats, what_goes_in_in_a_format_comes_out_in_it_with_every_code)
                 BitFrame frame = randomFrame(format, width, height, width * 31 + height);
                 const Surface source = upload(format, frame, workingFor(format));
                 const FrameDelivery delivery(format);
-                const Surface delivered =
-                    format.isYCrCb() ? delivery.fromPairs(source) : delivery.fromPicture(source);
+                const Surface delivered = format.isYCrCb() ? delivery.fromPairs(source)
+                                                           : delivery.fromPicture(source, Media::Range::full);
                 expectSame(codesOf(frame), codesIn(format, delivered));
                 if (HasFatalFailure()) {
                     return;
@@ -294,7 +304,7 @@ TEST_F(Formats, every_order_of_rgb_is_made_from_every_depth)
                 continue;
             }
             SCOPED_TRACE(std::string(from) + " to " + format.name());
-            const Codes had = codesIn(format, FrameDelivery(format).fromPicture(picture));
+            const Codes had = codesIn(format, FrameDelivery(format).fromPicture(picture, Media::Range::full));
             Codes wanted;
             for (const auto& [place, code] : had) {
                 const std::string& component = std::get<0>(place);
@@ -307,6 +317,115 @@ TEST_F(Formats, every_order_of_rgb_is_made_from_every_depth)
                 wanted[place] = atShare(here, deep, bits);
             }
             expectSame(wanted, had);
+        }
+    }
+}
+
+/// Every code of a format that has at most ten bits, else random ones.
+BitFrame countingFrame(const PixelFormat& format)
+{
+    constexpr unsigned width = 1024;
+    BitFrame frame = randomFrame(format, width, 2, 3);
+    if (format.bits <= 10) {
+        frame.each([&](const std::string& component, unsigned x, unsigned y, unsigned& value) {
+            value = (component == "Y" ? x : x + (component == "Cr") + 512 * y) % (1U << format.bits);
+        });
+    }
+    return frame;
+}
+
+unsigned atLevel(const std::string& component, unsigned code, unsigned from, unsigned to)
+{
+    return static_cast<unsigned>(std::lround(Pixels::exactLevel(
+        code, static_cast<int>(from), static_cast<int>(to), Pixels::Range::Full, component != "Y")));
+}
+
+TEST_F(Formats, full_range_video_keeps_its_levels_from_every_depth_to_every_format_and_back)
+{
+    for (const char* from : {"uyvy", "v210", "m101", "y216", "yvyu:16"}) {
+        const PixelFormat& source = named(from);
+        BitFrame frame = countingFrame(source);
+        const Codes given = codesOf(frame);
+        for (const PixelFormat& format : pixelFormats()) {
+            if (!format.isYCrCb() || format.info->planes != Host::Planes::One) {
+                continue;
+            }
+            SCOPED_TRACE(std::string(from) + " to " + format.name());
+            const auto meaning = [](const PixelFormat& wanted) {
+                return Media::FramePacker::Target{
+                    wanted.isDeep() ? Media::Depth::bits16 : Media::Depth::bits8, Media::Range::full,
+                    Media::Matrix::bt709, static_cast<int>(wanted.bits)};
+            };
+            const Surface pairs = upload(source, frame, workingFor(source), meaning(format));
+            const Surface delivered = FrameDelivery(format).fromPairs(pairs);
+            Codes wanted;
+            for (const auto& [place, code] : given) {
+                wanted[place] = atLevel(std::get<0>(place), code, source.bits, format.bits);
+            }
+            expectSame(wanted, codesIn(format, delivered));
+            if (format.bits >= source.bits && !HasFatalFailure()) {
+                BitFrame middle(format, frame.width(), frame.height());
+                std::memcpy(middle.bytes().data(), delivered.getHostImage()->map(iHostImage::Read),
+                            middle.bytes().size());
+                const Surface back = upload(format, middle, workingFor(format), meaning(source));
+                expectSame(given, codesIn(source, FrameDelivery(source).fromPairs(back)));
+            }
+            if (HasFatalFailure()) {
+                return;
+            }
+        }
+    }
+}
+
+TEST_F(Formats, rgb_of_video_range_keeps_its_levels_in_every_order_and_depth)
+{
+    const std::map<unsigned, unsigned> whites{{8, 235}, {10, 940}, {16, 60160}};
+    for (const char* from : {"argb", "b64a", "argb10", "24bg", "bgr3:16"}) {
+        const PixelFormat& source = named(from);
+        BitFrame frame = randomFrame(source, 13, 3, 12);
+        frame.each([&](const std::string& component, unsigned, unsigned y, unsigned& value) {
+            value = component != "A" && y == 0 ? whites.at(source.bits) : value;
+        });
+        const Codes given = codesOf(frame);
+        for (const iGPUImage::eFormat working : {iGPUImage::eARGB8, iGPUImage::eARGB16}) {
+            const unsigned deep = working == iGPUImage::eARGB8 ? 8 : 16;
+            Media::FramePacker::Target meaning;
+            meaning.range = Media::Range::video;
+            const Surface picture = upload(source, frame, working, meaning);
+            for (const PixelFormat& format : pixelFormats()) {
+                if (format.isYCrCb()) {
+                    continue;
+                }
+                SCOPED_TRACE(std::string(from) + " to " + format.name() + " at " + std::to_string(deep));
+                const Codes had =
+                    codesIn(format, FrameDelivery(format).fromPicture(picture, Media::Range::video));
+                for (const auto& [place, code] : had) {
+                    const auto& [component, x, y] = place;
+                    if (component == "A") {
+                        continue; // without a range
+                    }
+                    const unsigned wanted =
+                        atSteps(atSteps(given.at(place), source.bits, deep), deep, format.bits);
+                    ASSERT_EQ(code, wanted) << component << " of pixel " << x << ", " << y;
+                    ASSERT_TRUE(y != 0 || code == whites.at(format.bits)) << "white is " << code;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(Formats, rows_of_ten_bits_hold_0_behind_the_picture)
+{
+    for (const char* name : {"v210", "m101", "m102"}) {
+        const PixelFormat& format = named(name);
+        for (unsigned width = 2; width <= 50; width += 2) {
+            SCOPED_TRACE(std::string(name) + ", width " + std::to_string(width));
+            BitFrame frame = randomFrame(format, width, 2, width); // 0 where no component lies
+            const Surface delivered =
+                FrameDelivery(format).fromPairs(upload(format, frame, workingFor(format)));
+            Bytes bytes(frame.bytes().size());
+            std::memcpy(bytes.data(), delivered.getHostImage()->map(iHostImage::Read), bytes.size());
+            ASSERT_EQ(bytes, frame.bytes());
         }
     }
 }
@@ -338,7 +457,7 @@ TEST_F(Formats, rgb_becomes_the_exact_video_within_a_code)
                                          .matrix = matrix,
                                          .filter = Pixels::Filter::Point},
                                         exactSource, static_cast<int>(format.bits));
-            const Codes had = codesIn(format, FrameDelivery(format).fromPicture(picture));
+            const Codes had = codesIn(format, FrameDelivery(format).fromPicture(picture, Media::Range::full));
             Codes wanted;
             for (const auto& [place, code] : had) {
                 const auto& [component, x, y] = place;

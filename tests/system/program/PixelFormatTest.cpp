@@ -1,6 +1,9 @@
+#include "tests/pixels/ClipReference.h"
 #include "tests/system/program/Program.h"
 
+#include <cmath>
 #include <cstring>
+#include <map>
 #include <nlohmann/json.hpp>
 
 namespace Qx::System {
@@ -41,6 +44,28 @@ protected:
         Outcome outcome = qxhost(arguments);
         EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
         return outcome;
+    }
+
+    /// A clip of full-range 4:2:2 that holds every code: luma counts up, Cb has the even codes and Cr the
+    /// odd.
+    void makeCountingClip(const std::string& name, const std::string& pixelFormat, int codes) const
+    {
+        std::string planes;
+        const auto add = [&](int code) {
+            planes += static_cast<char>(code);
+            if (codes > 256) {
+                planes += static_cast<char>(code >> 8);
+            }
+        };
+        for (int i = 0; i < 4 * codes; ++i) {
+            add(i % codes);
+        }
+        for (int i = 0; i < 4 * codes; ++i) {
+            add(i % (codes / 2) * 2 + (i < 2 * codes ? 0 : 1));
+        }
+        write("planes.raw", planes);
+        ffmpeg({"-f", "rawvideo", "-pix_fmt", pixelFormat, "-s", std::to_string(codes) + "x4", "-i",
+                "planes.raw", "-c:v", "ffv1", "-colorspace", "bt709", "-color_range", "pc", name});
     }
 
     void expectWritten(const std::string& clip, const Case& each) const
@@ -139,6 +164,159 @@ TEST_F(PixelFormats, raw_frames_keep_their_codes_from_format_to_format)
     succeed({"convert", "clip.uyvy", "tape.raw", "--size", "50x22", "--format", "v210"});
     succeed({"convert", "tape.raw", "again.yv12", "--raw", "v210", "--size", "50x22"});
     EXPECT_TRUE(read(at("again.yv12")) == yv12);
+}
+
+TEST_F(PixelFormats, every_full_range_code_of_ten_bits_is_written_and_comes_back_from_clips_and_raw_frames)
+{
+    makeCountingClip("clip.mkv", "yuv422p10le", 1024);
+    const Bytes codes = decoded("clip.mkv", "yuv422p10le");
+    const Outcome written = succeed({"convert", "clip.mkv", "v210.mov", "--format", "v210", "--json"});
+    EXPECT_EQ(decoded("v210.mov", "yuv422p10le"), codes);
+    const nlohmann::json run = nlohmann::json::parse(written.out);
+    EXPECT_EQ(run["codesKept"], true);
+    EXPECT_EQ(run["warnings"],
+              nlohmann::json::array({"colour tags (range full) are left out: .mov (v210) does "
+                                     "not hold it; .mkv does"}));
+    succeed({"convert", "clip.mkv", "m101.avi", "--format", "m101"});
+    EXPECT_EQ(decoded("m101.avi", "yuv422p10le"), codes);
+    for (const std::string format : {"v210", "m101", "y216"}) {
+        succeed({"convert", "clip.mkv", "tape." + format, "--format", format});
+        succeed({"convert", "tape." + format, format + ".mkv", "--size", "1024x4", "--range", "full",
+                 "--matrix", "bt709", "--format", "v210"});
+        EXPECT_EQ(decoded(format + ".mkv", "yuv422p10le"), codes) << format;
+    }
+    EXPECT_EQ(probe("y216.mkv", "color_range"), "color_range=pc\n");
+    // Luma, to a program that looks at the upper ten bits.
+    ffmpeg({"-f", "rawvideo", "-pix_fmt", "y210le", "-s", "1024x4", "-i", "tape.y216", "-f", "rawvideo",
+            "-pix_fmt", "yuv422p10le", "planar.raw"});
+    EXPECT_EQ(read(at("planar.raw")).substr(0, 8192), std::string(codes.begin(), codes.begin() + 8192));
+}
+
+TEST_F(PixelFormats, full_range_codes_of_eight_bits_have_the_same_levels_from_a_clip_and_from_raw_frames)
+{
+    makeCountingClip("clip.mkv", "yuv422p", 256);
+    succeed({"convert", "clip.mkv", "tape.yuy2"});
+    for (const std::string format : {"v210", "m101", "y216"}) {
+        succeed({"convert", "clip.mkv", "clip." + format, "--format", format});
+        succeed({"convert", "tape.yuy2", "tape." + format, "--size", "256x4", "--range", "full", "--format",
+                 format});
+        EXPECT_TRUE(read(at("clip." + format)) == read(at("tape." + format))) << format;
+        succeed({"convert", "tape." + format, "again.yuy2", "--size", "256x4", "--range", "full", "--force"});
+        EXPECT_TRUE(read(at("again.yuy2")) == read(at("tape.yuy2"))) << format;
+    }
+    const std::string words = read(at("clip.y216"));
+    EXPECT_EQ(words.substr(255 * 4, 2), "\xff\xff") << "white";
+}
+
+TEST_F(PixelFormats, full_range_white_of_ten_bits_is_white_in_rgb_from_a_clip_and_from_raw_frames)
+{
+    makeCountingClip("clip.mkv", "yuv422p10le", 1024);
+    succeed({"convert", "clip.mkv", "tape.v210"});
+    succeed({"convert", "clip.mkv", "clip.b48r"});
+    succeed(
+        {"convert", "tape.v210", "tape.b48r", "--size", "1024x4", "--range", "full", "--matrix", "bt709"});
+    EXPECT_TRUE(read(at("clip.b48r")) == read(at("tape.b48r")));
+
+    std::string white;
+    for (int i = 0; i < 48 * 2 * 2; ++i) {
+        white += i % 2 == 0 ? std::string("\0\x80", 2) : std::string("\xff\xff", 2); // chroma at zero
+    }
+    write("white.raw", white);
+    succeed({"convert", "white.raw", "white.v210", "--raw", "uyvy:16", "--size", "48x2", "--range", "full"});
+    succeed({"convert", "white.v210", "white.b48r", "--size", "48x2", "--range", "full"});
+    EXPECT_EQ(read(at("white.b48r")), std::string(48 * 2 * 6, '\xff'));
+}
+
+TEST_F(PixelFormats, a_range_that_is_guessed_is_said_where_it_decides_codes)
+{
+    write("tape.uyvy", std::string(8 * 2 * 2, 'x'));
+    const Outcome deeper = succeed({"convert", "tape.uyvy", "tape.v210", "--size", "8x2", "--json"});
+    EXPECT_NE(deeper.err.find("assuming video range for its codes at 10 bits; --range"), std::string::npos)
+        << deeper.err;
+    EXPECT_EQ(nlohmann::json::parse(deeper.out)["source"]["rangeGuessed"], true);
+    const Outcome same = succeed({"convert", "tape.uyvy", "tape.yuy2", "--size", "8x2"});
+    EXPECT_EQ(same.err.find("range"), std::string::npos) << same.err;
+}
+
+TEST_F(PixelFormats, rgb_of_video_range_has_white_where_it_belongs_at_every_depth)
+{
+    ffmpeg({"-f", "lavfi", "-i", "color=white:size=48x22,format=yuv422p10le", "-frames", "1", "-vf",
+            "lutyuv=y=940:u=512:v=512", "-c:v", "ffv1", "-color_range", "tv", "-colorspace", "bt709",
+            "white.mkv"});
+    const std::map<std::string, std::string> whites{
+        {"argb", "\xff\xeb\xeb\xeb"}, {"argb10", "\xac\xb3\xce\xfa"}, {"b48r", std::string("\0\xeb", 2)}};
+    for (const auto& [format, white] : whites) {
+        for (const std::string depth : {"8", "16"}) {
+            succeed({"convert", "white.mkv", "white.raw", "--format", format, "--output-range", "video",
+                     "--depth", depth, "--force"});
+            const std::string codes = read(at("white.raw"));
+            ASSERT_FALSE(codes.empty());
+            for (std::size_t i = 0; i < codes.size(); i += white.size()) {
+                ASSERT_EQ(codes.substr(i, white.size()), white) << format << " at " << depth;
+            }
+        }
+    }
+}
+
+TEST_F(PixelFormats, a_clip_of_video_range_rgb_keeps_its_range)
+{
+    ffmpeg({"-f", "lavfi", "-i", "color=0xebebeb:size=50x22,format=gbrp", "-frames", "1", "-c:v", "ffv1",
+            "-color_range", "tv", "-colorspace", "rgb", "clip.mkv"});
+    succeed({"convert", "clip.mkv", "deep.nut", "--format", "b48r"});
+    const Bytes deep = decoded("deep.nut", "rgb48le");
+    ASSERT_EQ(deep.size(), std::size_t{50 * 22 * 6});
+    EXPECT_EQ(deep[0] | deep[1] << 8, 60160);
+    succeed({"convert", "clip.mkv", "video.uyvy"});
+    EXPECT_EQ(read(at("video.uyvy")).substr(0, 4), "\x80\xeb\x80\xeb"); // white is white
+}
+
+TEST_F(PixelFormats, a_clip_of_420_becomes_the_exact_rgb_within_a_code_and_the_nearest_one_as_a_rule)
+{
+    constexpr int wide = 192;
+    constexpr int high = 128;
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=192x128:rate=25", "-vf", "noise=alls=8:allf=t,format=yuv420p",
+            "-frames", "1", "-c:v", "libx264", "-crf", "12", "-colorspace", "smpte170m", "-color_range", "tv",
+            "clip.mp4"});
+    Pixels::PlanarFrame form;
+    form.width = wide;
+    form.height = high;
+    form.halfHeight = true;
+    form.matrix = Pixels::Matrix::Bt601;
+    const Pixels::PlanarFrame frame = Pixels::planarFrame(form, decoded("clip.mp4", "yuv420p"));
+    succeed({"convert", "clip.mp4", "clip.raw", "--format", "bgr3"});
+    const std::string codes = read(at("clip.raw"));
+    for (const auto& [name, exact] :
+         {std::pair{"double precision", Pixels::exactRgb(frame, Pixels::Range::Full, 8)},
+          std::pair{"zimg", Pixels::zimgRgb(frame, Pixels::Range::Full, 8)}}) {
+        ASSERT_EQ(codes.size(), exact.size()) << name;
+        std::size_t samples = 0;
+        std::size_t notNearest = 0;
+        std::size_t beyondACode = 0;
+        // Away from the edges, where filters differ in what they take beyond the picture.
+        constexpr int border = 2;
+        for (int y = border; y < high - border; ++y) {
+            for (int i = border * 3; i < (wide - border) * 3; ++i) {
+                const auto at = static_cast<std::size_t>(y * wide * 3 + i);
+                const double away = std::abs(static_cast<std::uint8_t>(codes[at]) - exact[at]);
+                ++samples;
+                notNearest += away > 0.51 ? 1U : 0U;
+                beyondACode += away > 1.0 ? 1U : 0U;
+            }
+        }
+        EXPECT_LE(static_cast<double>(beyondACode), 1e-4 * static_cast<double>(samples)) << name;
+        EXPECT_LE(static_cast<double>(notNearest), 1e-2 * static_cast<double>(samples)) << name;
+    }
+}
+
+TEST_F(PixelFormats, rows_that_nobody_could_read_back_are_refused_before_anything_is_written)
+{
+    ffmpeg(
+        {"-f", "lavfi", "-i", "testsrc2=size=51x22,format=gbrp", "-frames", "1", "-c:v", "ffv1", "clip.mkv"});
+    expectFailure({"convert", "clip.mkv", "clip.mov", "--format", "bgr3"}, 4,
+                  {".mov", "bgr3", "odd width (51 pixels)", "use .nut, or .raw"});
+    EXPECT_EQ(filesBeside({"clip.mkv"}), std::vector<std::string>{});
+    expectWritten("clip.mkv", {"24bg", "b.mov", "rawvideo", "gbrp"});
+    expectWritten("clip.mkv", {"bgr3", "b.nut", "rawvideo", "gbrp"});
 }
 
 TEST_F(PixelFormats, rows_may_be_padded_and_the_rate_is_the_one_said)

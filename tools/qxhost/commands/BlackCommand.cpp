@@ -73,7 +73,8 @@ Image::Surface makeFrame(const BlackOptions& options)
         size, options.transparent ? Image::TransparencyType::Straight : Image::TransparencyType::Opaque);
     Image::Surface frame;
     if (black.getGPUSurface()) {
-        frame = options.format ? FrameDelivery(*options.format).fromPicture(black) : black.copyToHost();
+        frame = options.format ? FrameDelivery(*options.format).fromPicture(black, Media::Range::full)
+                               : black.copyToHost();
     }
     if (!frame.getHostImage()) {
         failOnDevice(size.x, size.y);

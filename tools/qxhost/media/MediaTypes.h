@@ -60,6 +60,8 @@ struct Colour
     bool matrixGuessed = false;
     /// The stream holds RGB, grey or a palette; range and matrix tell what the reader makes of it.
     bool fromRgb = false;
+    /// Of the stream's own codes, if it holds RGB: full unless its tag says video.
+    Range rgbRange = Range::full;
     /// Empty, or why these colours cannot be converted ("its matrix is BT.2020"). Range and matrix then hold
     /// the assumption, for a user who insists.
     std::string unsupported;

@@ -43,9 +43,9 @@ FramePipeline::FramePipeline(const ConversionJob& job, std::function<void(std::i
       onFrame_(std::move(onFrame)),
       width_(job.input.info().width),
       height_(job.input.info().height),
-      format_(job.source.depth == Media::Depth::bits8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16),
+      format_(job.depth == Media::Depth::bits8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16),
       inFlight_(framesInFlight(width_, height_, job.source.depth)),
-      upload_(job.input.prepare(job.source), job.source),
+      upload_(job.input.prepare(job.source), job.source, job.input.codeBits(job.source)),
       decoded_(inFlight_),
       free_(inFlight_),
       packed_(inFlight_),
@@ -201,13 +201,15 @@ bool FramePipeline::convertFrame(const Packed& frame)
         return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
     }
     const Surface picture = job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded) : uploaded, format_);
+    const Media::Range range =
+        job_.outputRange == Image::GamutScaling::Video ? Media::Range::video : Media::Range::full;
     if (job_.burnIn != nullptr) {
-        const bool video = job_.outputRange == Image::GamutScaling::Video;
-        job_.burnIn->draw(picture, frame.number, video ? Media::Range::video : Media::Range::full);
+        job_.burnIn->draw(picture, frame.number, range);
     }
     bool going = true;
     runStep(job_.step, picture, frame.time, [&](const Surface& made, const Media::FrameTime& time) {
-        Surface result = job_.delivery != nullptr ? job_.delivery->fromPicture(made) : made.copyToHost();
+        Surface result =
+            job_.delivery != nullptr ? job_.delivery->fromPicture(made, range) : made.copyToHost();
         if (!result.getHostImage()) {
             failOnDevice(width_, height_);
         }

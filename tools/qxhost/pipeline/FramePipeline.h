@@ -30,7 +30,8 @@ struct ConversionJob
     iFrameInput& input;
     EffectChain& effects;
 
-    Media::FramePacker::Target source; ///< depth of the conversion; range and matrix of YCrCb frames
+    Media::FramePacker::Target source;        ///< how frames come to the GPU; their range and matrix
+    Media::Depth depth = Media::Depth::bits8; ///< of pictures: of the RGB made
     Image::GamutScaling outputRange = Image::GamutScaling::Unscaled;
     Image::Filter filter = Image::Filter::CatmullRom;
     BurnIn* burnIn = nullptr;                ///< after the effects; null: none

@@ -16,6 +16,7 @@
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
+#include <algorithm>
 #include <chrono>
 #include <fmt/format.h>
 #include <memory>
@@ -41,6 +42,11 @@ struct Conversion
     double seconds = 0;
 
     const Media::StreamInfo& info() const { return input->info(); }
+    /// Whether codes go from the input to the output without a change.
+    bool keepsDepth() const
+    {
+        return keepCodes && static_cast<int>(options.format->bits) == info().bitsPerComponent;
+    }
     bool complete() const { return input->problemCount() == 0; } ///< no part of the input was lost
     double framesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
 };
@@ -61,11 +67,17 @@ InputPtr openInput(const ConvertOptions& options)
     return openFrameInput(options, keepAudio);
 }
 
+/// Returns true if the frames are drawn on, or through, between the input and the output.
+bool drawsPictures(const ConvertOptions& options)
+{
+    return !options.effects.empty() || !options.burnIn.text.empty() ||
+           !std::holds_alternative<std::monostate>(options.step);
+}
+
 /// Returns true if frames go from one YCrCb format to another and nothing needs RGB.
 bool passesCodes(const ConvertOptions& options, const Media::StreamInfo& info)
 {
-    return options.format && options.format->isYCrCb() && !holdsRgb(info) && options.effects.empty() &&
-           options.burnIn.text.empty() && std::holds_alternative<std::monostate>(options.step);
+    return options.format && options.format->isYCrCb() && !holdsRgb(info) && !drawsPictures(options);
 }
 
 /// Frames that will be converted; 0 if the input does not tell.
@@ -78,15 +90,28 @@ std::int64_t expectedFrames(const ConvertOptions& options, const Media::StreamIn
     return options.frames > 0 ? std::min(options.frames, left) : left;
 }
 
-/// The depth that loses nothing of the input or of the output format.
+/// The depth of pictures that loses nothing of the input or of the output format.
 Media::Depth depthOf(const Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
-    if (conversion.keepCodes) {
-        return options.format->isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
+    if (!options.format) {
+        return options.depth.value_or(conversion.info().naturalDepth);
     }
-    const bool deep = options.format && options.format->isDeep();
-    return options.depth.value_or(deep ? Media::Depth::bits16 : conversion.info().naturalDepth);
+    const Media::Depth formats = options.format->isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
+    // Pictures that only leave in the format are made at its depth, so that codes are rounded once.
+    const bool onlyLeave = !drawsPictures(options) && !options.format->isYCrCb();
+    if (conversion.keepCodes) {
+        return formats;
+    }
+    return options.depth.value_or(onlyLeave ? formats : std::max(formats, conversion.info().naturalDepth));
+}
+
+/// The depth of frames on their way to the GPU.
+Media::Depth uploadDepth(const Conversion& conversion)
+{
+    const bool computes = !conversion.keepCodes && !holdsRgb(conversion.info()) && !conversion.options.depth;
+    return computes ? std::max(conversion.settings.depth, conversion.info().packingDepth)
+                    : conversion.settings.depth;
 }
 
 /// The tags of the frames that the library encodes or that are passed through.
@@ -94,7 +119,7 @@ Media::Colour storedColour(const Conversion& conversion)
 {
     Media::Colour colour = conversion.colour.forWriting;
     // Frames that are made by a guess are tagged with it; codes that pass through get no guessed tag.
-    colour.rangeGuessed = conversion.keepCodes && conversion.colour.rangeGuessed;
+    colour.rangeGuessed = conversion.keepsDepth() && conversion.colour.rangeGuessed;
     colour.matrixGuessed = conversion.keepCodes && conversion.colour.matrixGuessed;
     if (conversion.options.format->isYCrCb() && !conversion.keepCodes) {
         colour.range = Media::Range::video;
@@ -108,17 +133,22 @@ Media::Colour storedColour(const Conversion& conversion)
 Media::Range rgbRange(const Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
-    if (options.outputRange == Media::Range::video &&
-        (holdsRgb(conversion.info()) || (options.format && options.format->isYCrCb()))) {
+    if (holdsRgb(conversion.info())) {
+        const Media::Range own = conversion.colour.range;
+        if (options.outputRange.value_or(own) != own) {
+            throw Failure(ExitCode::usage,
+                          fmt::format("--output-range {}: {} holds RGB, whose codes are kept as they are",
+                                      nameOf(*options.outputRange), options.input.string()));
+        }
+        return own;
+    }
+    if (options.outputRange == Media::Range::video && options.format && options.format->isYCrCb()) {
         throw Failure(ExitCode::usage,
-                      holdsRgb(conversion.info())
-                          ? "--output-range video: " + options.input.string() +
-                                " holds RGB, whose codes are kept as they are"
-                          : "--output-range video: the RGB on the way to " + options.format->name() +
-                                " is of full range, and what is written is of video range without it");
+                      "--output-range video: the RGB on the way to " + options.format->name() +
+                          " is of full range, and what is written is of video range without it");
     }
     // Effects are written for full range. Without one, video range loses nothing on its way to YCbCr.
-    const bool full = !options.effects.empty() || options.format || holdsRgb(conversion.info());
+    const bool full = !options.effects.empty() || options.format;
     return options.outputRange.value_or(full ? Media::Range::full
                                              : Media::bestRgbRange(options.output, conversion.settings));
 }
@@ -192,6 +222,12 @@ void noteDecisions(const Conversion& conversion, const EffectChain& effects, Con
             console.note(note);
         }
     }
+    if (conversion.keepCodes && !conversion.keepsDepth() && conversion.colour.rangeGuessed) {
+        console.note(fmt::format("{}: has no tag for its range; assuming {} range for its codes at {} bits; "
+                                 "--range overrides",
+                                 options.input.string(), nameOf(conversion.colour.range),
+                                 options.format->bits));
+    }
     if (options.audio && options.start > 0 && conversion.info().hasAudio &&
         !Media::writesPictures(options.output)) {
         console.note("the audio is left out, because --start skips the frames that it begins with");
@@ -241,7 +277,7 @@ Json describeSource(const Conversion& conversion)
     source["matrix"] = nameOf(conversion.colour.matrix);
     source["matrixGuessed"] = conversion.colour.matrixGuessed && !conversion.keepCodes;
     source["range"] = nameOf(conversion.colour.range);
-    source["rangeGuessed"] = conversion.colour.rangeGuessed && !conversion.keepCodes;
+    source["rangeGuessed"] = conversion.colour.rangeGuessed && !conversion.keepsDepth();
     return source;
 }
 
@@ -297,19 +333,21 @@ std::unique_ptr<BurnIn> prepareBurnIn(const Conversion& conversion, Console& con
 ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* burnIn)
 {
     const ConvertOptions& options = conversion.options;
-    ConversionJob job{
-        .input = *conversion.input,
-        .effects = effects,
-        .source = {conversion.settings.depth, conversion.colour.range, conversion.colour.matrix},
-        .outputRange = conversion.settings.rgbRange == Media::Range::video ? Image::GamutScaling::Video
-                                                                           : Image::GamutScaling::Unscaled,
-        .filter = options.filter,
-        .burnIn = burnIn,
-        .step = options.step,
-        .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
-        .keepCodes = conversion.keepCodes,
-        .start = options.start,
-        .frames = options.frames};
+    ConversionJob job{.input = *conversion.input,
+                      .effects = effects,
+                      .source = {uploadDepth(conversion), conversion.colour.range, conversion.colour.matrix,
+                                 conversion.keepCodes ? static_cast<int>(options.format->bits) : 0},
+                      .depth = conversion.settings.depth,
+                      .outputRange = conversion.settings.rgbRange == Media::Range::video
+                                         ? Image::GamutScaling::Video
+                                         : Image::GamutScaling::Unscaled,
+                      .filter = options.filter,
+                      .burnIn = burnIn,
+                      .step = options.step,
+                      .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
+                      .keepCodes = conversion.keepCodes,
+                      .start = options.start,
+                      .frames = options.frames};
     if (auto* target = std::get_if<ShrinkPicture>(&job.step)) {
         target->width = static_cast<unsigned>(conversion.settings.width);
         target->height = static_cast<unsigned>(conversion.settings.height);

@@ -7,6 +7,7 @@
 #include "tools/qxhost/media/read/OpenedFiles.h"
 #include "tools/qxhost/media/read/StreamColour.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/FramePacker.h"
 
 #include <algorithm>
 #include <array>
@@ -428,6 +429,7 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     const ComponentRows components(format);
     info.bitsPerComponent = components.bits();
     info.naturalDepth = components.wide() ? Depth::bits16 : Depth::bits8;
+    info.packingDepth = FramePacker::onlyRearranges(first) ? info.naturalDepth : Depth::bits16;
     info.hasAlpha = usesAlpha(first, components);
     info.hasFullChroma = !components.isGrey() && components.chromaShiftX() == 0;
     info.orientation = orientationOf(*stream);

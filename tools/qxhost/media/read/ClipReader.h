@@ -44,6 +44,9 @@ struct StreamInfo
     int bitsPerComponent = 8;
     /// The depth that loses nothing: 8 bits for sources of up to 8 bits, else 16.
     Depth naturalDepth = Depth::bits8;
+    /// The depth at which packing to 4:2:2 loses nothing: that of the source where packing only rearranges
+    /// it, else 16 bits, since chroma is computed.
+    Depth packingDepth = Depth::bits8;
     bool hasAudio = false;
     /// Frames say how opaque they are. Conversions make opaque pictures.
     bool hasAlpha = false;

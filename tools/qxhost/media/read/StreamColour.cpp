@@ -62,6 +62,7 @@ Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
     const std::optional<Matrix> taggedMatrix = matrixOfTag(matrix);
     colour.matrix = matrixForWidth(frame.width);
     if (colour.fromRgb) {
+        colour.rgbRange = components.isRgb() && range == AVCOL_RANGE_MPEG ? Range::video : Range::full;
         return colour;
     }
     const bool jpegFormat = frame.format == AV_PIX_FMT_YUVJ420P || frame.format == AV_PIX_FMT_YUVJ422P ||

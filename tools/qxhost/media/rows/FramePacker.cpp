@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/rows/FramePacker.h"
 
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/Levels.h"
 #include "tools/qxhost/media/rows/PackRows.h"
 #include "tools/qxhost/media/rows/RowGraph.h"
 
@@ -84,9 +85,12 @@ struct FramePacker::Impl
     };
 
     void choose(AVPixelFormat format);
-    bool isRepacking(const AVFrame& frame) const;
     void repack(const AVFrame& frame, const Output& out);
     const void* plainRow(const AVFrame& frame, int component, int row, int count, int wanted, int scratch);
+    bool isShift() const;
+    int unusedBits() const { return static_cast<int>(target.depth) - target.codeBits(); }
+    void fillTables();
+    void repackRow(const void* y, const void* cb, const void* cr, void* to, int pairs) const;
     Status convert(const AVFrame& frame, const Output& out);
     Status convertField(const AVFrame& frame, const Output& out, int field, int fields);
     void fillRows(const AVFrame& frame, const RowGraph::Window& window, unsigned row, unsigned left,
@@ -97,6 +101,7 @@ struct FramePacker::Impl
     std::optional<ComponentRows> components;
     AVPixelFormat format = AV_PIX_FMT_NONE;
     std::array<std::vector<std::uint16_t>, 3> scratchRows;
+    PackTables tables; // for sources that are repacked at another depth
     struct Graph
     {
         PlanarFormat from;
@@ -129,7 +134,7 @@ Status FramePacker::pack(const Frame& frame, void* rows, std::ptrdiff_t pitch)
     }
     impl_->choose(format);
     const Impl::Output out{static_cast<std::byte*>(rows), pitch};
-    if (impl_->isRepacking(picture)) {
+    if (onlyRearranges(picture)) {
         impl_->repack(picture, out);
         return {};
     }
@@ -142,17 +147,41 @@ void FramePacker::Impl::choose(AVPixelFormat wanted)
         components.emplace(wanted);
         format = wanted;
         graphs = {};
+        tables = {};
     }
 }
 
-bool FramePacker::Impl::isRepacking(const AVFrame& frame) const
+bool FramePacker::onlyRearranges(const AVFrame& frame)
 {
-    const int depth = static_cast<int>(target.depth);
-    const bool greyVideo = components->isGrey() && frame.color_range == AVCOL_RANGE_MPEG;
-    const bool is422 = !components->isRgb() && !components->isGrey() && components->chromaShiftX() == 1 &&
-                       components->chromaShiftY() == 0;
-    const bool shiftIsExact = target.range == Range::video || components->bits() == depth;
-    return (is422 || greyVideo) && components->bits() <= depth && shiftIsExact;
+    const ComponentRows components(static_cast<AVPixelFormat>(frame.format));
+    if (components.isGrey()) {
+        return frame.color_range == AVCOL_RANGE_MPEG;
+    }
+    return !components.isRgb() && components.chromaShiftX() == 1 && components.chromaShiftY() == 0;
+}
+
+bool FramePacker::Impl::isShift() const
+{
+    const int bits = components->bits();
+    return bits == target.codeBits() || (bits < target.codeBits() && target.range == Range::video);
+}
+
+void FramePacker::Impl::fillTables()
+{
+    const int bits = components->bits();
+    const auto count = std::size_t{1} << bits;
+    if (tables.luma.size() == count) {
+        return;
+    }
+    tables.luma.resize(count);
+    tables.chroma.resize(count);
+    for (unsigned code = 0; code < count; ++code) {
+        const auto stored = [&](std::uint16_t level) {
+            return static_cast<std::uint16_t>(level << unusedBits());
+        };
+        tables.luma[code] = stored(codeAtDepth(code, bits, target.codeBits(), target.range));
+        tables.chroma[code] = stored(chromaAtDepth(code, bits, target.codeBits(), target.range));
+    }
 }
 
 const void* FramePacker::Impl::plainRow(const AVFrame& frame, int component, int row, int count, int wanted,
@@ -175,7 +204,9 @@ const void* FramePacker::Impl::plainRow(const AVFrame& frame, int component, int
 void FramePacker::Impl::repack(const AVFrame& frame, const Output& out)
 {
     const int pairs = (frame.width + 1) / 2;
-    const int shift = static_cast<int>(target.depth) - components->bits();
+    if (!isShift()) {
+        fillTables();
+    }
     if (components->isGrey()) {
         // No chroma: half of the codes, which is chroma's zero.
         const auto count = static_cast<std::size_t>(pairs);
@@ -192,17 +223,26 @@ void FramePacker::Impl::repack(const AVFrame& frame, const Output& out)
         const void* cb =
             components->isGrey() ? scratchRows[1].data() : plainRow(frame, 1, row, pairs, pairs, 1);
         const void* cr = components->isGrey() ? cb : plainRow(frame, 2, row, pairs, pairs, 2);
-        void* to = out.row(row);
-        if (components->wide()) {
-            packRow16(static_cast<const std::uint16_t*>(y), static_cast<const std::uint16_t*>(cb),
-                      static_cast<const std::uint16_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift);
-        } else if (target.depth == Depth::bits16) {
-            packRow8To16(static_cast<const std::uint8_t*>(y), static_cast<const std::uint8_t*>(cb),
-                         static_cast<const std::uint8_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift);
-        } else {
-            packRow8(static_cast<const std::uint8_t*>(y), static_cast<const std::uint8_t*>(cb),
-                     static_cast<const std::uint8_t*>(cr), static_cast<std::uint8_t*>(to), pairs);
-        }
+        repackRow(y, cb, cr, out.row(row), pairs);
+    }
+}
+
+void FramePacker::Impl::repackRow(const void* y, const void* cb, const void* cr, void* to, int pairs) const
+{
+    if (!isShift()) {
+        packRowByTables(y, cb, cr, components->wide(), to, target.depth == Depth::bits16, pairs, tables);
+        return;
+    }
+    const int shift = static_cast<int>(target.depth) - components->bits();
+    if (components->wide()) {
+        packRow16(static_cast<const std::uint16_t*>(y), static_cast<const std::uint16_t*>(cb),
+                  static_cast<const std::uint16_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift);
+    } else if (target.depth == Depth::bits16) {
+        packRow8To16(static_cast<const std::uint8_t*>(y), static_cast<const std::uint8_t*>(cb),
+                     static_cast<const std::uint8_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift);
+    } else {
+        packRow8(static_cast<const std::uint8_t*>(y), static_cast<const std::uint8_t*>(cb),
+                 static_cast<const std::uint8_t*>(cr), static_cast<std::uint8_t*>(to), pairs);
     }
 }
 
@@ -234,9 +274,6 @@ PlanarFormat FramePacker::Impl::sourceFormat(const AVFrame& frame, int field, in
     }
     from.matrix = target.matrix;
     from.chromaLocation = chromaLocation(frame);
-    if (from.shiftX == 1 && from.shiftY == 0) {
-        from.chromaLocation = ZIMG_CHROMA_LEFT; // 4:2:2 is never moved, only rescaled
-    }
     from.parity = fields == 1 ? ZIMG_FIELD_PROGRESSIVE : (field == 0 ? ZIMG_FIELD_TOP : ZIMG_FIELD_BOTTOM);
     return from;
 }
@@ -248,7 +285,7 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
     to.rgb = false;
     to.shiftX = 1;
     to.shiftY = 0;
-    to.bits = static_cast<int>(target.depth);
+    to.bits = target.codeBits();
     to.range = target.range;
     to.chromaLocation = ZIMG_CHROMA_LEFT;
 
@@ -283,7 +320,7 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
                 packRow16(static_cast<const std::uint16_t*>(window.row(0, row)) + first * 2,
                           static_cast<const std::uint16_t*>(window.row(1, row)) + first,
                           static_cast<const std::uint16_t*>(window.row(2, row)) + first,
-                          reinterpret_cast<std::uint16_t*>(to8) + first * 4, pairs, 0);
+                          reinterpret_cast<std::uint16_t*>(to8) + first * 4, pairs, unusedBits());
             }
         });
 }

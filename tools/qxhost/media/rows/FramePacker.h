@@ -7,13 +7,14 @@
 #include <cstddef>
 #include <memory>
 
+struct AVFrame;
+
 namespace Qx::Media {
 
 /// Writes frames as packed 4:2:2: for every pair of pixels Y0 Cb Y1 Cr, chroma sited on the even pixel.
 ///
-/// - A 4:2:2 source in any order of its samples is only repacked: 8-bit codes stay as they are (8 bits), and
-///   an n-bit code c becomes c x 2^(16-n) (16 bits). Full-range sources of 9 to 15 bits are rescaled instead,
-///   so that the largest code becomes 65535.
+/// - A 4:2:2 source in any order of its samples is only repacked. Each code becomes the one of the same level
+///   at the target's bits (Levels.h): with as many bits it stays the same.
 /// - Everything else goes through zimg: chroma is resampled with the Catmull-Rom kernel (bicubic b=0, c=1/2)
 ///   from where the stream says it is sited, each field by itself when the frame is interlaced and its chroma
 ///   is subsampled vertically. Unstated siting is left (MPEG-2), or centre for JPEG's formats.
@@ -26,17 +27,24 @@ class FramePacker
 public:
     struct Target
     {
-        Depth depth = Depth::bits8;
+        Depth depth = Depth::bits8; ///< of a sample in memory
         /// Range of the codes written, and of the source's codes unless the source is RGB.
         Range range = Range::video;
         /// Used for RGB sources only: YCbCr is never changed from one matrix to another.
         Matrix matrix = Matrix::bt709;
+        /// Bits of a code, which fill the upper ones of a sample; 0: all of them.
+        int bits = 0;
+
+        int codeBits() const { return bits != 0 ? bits : static_cast<int>(depth); }
     };
 
     explicit FramePacker(const Target& target);
     ~FramePacker();
     FramePacker(FramePacker&&) noexcept;
     FramePacker& operator=(FramePacker&&) noexcept;
+
+    /// Whether packing computes nothing of the picture: each code becomes the one of its level.
+    static bool onlyRearranges(const AVFrame& frame);
 
     /// Bytes that a row of this width has: ceil(width / 2) pairs of 4 samples.
     static std::size_t rowBytes(int width, Depth depth)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace Qx::Media {
 
@@ -13,5 +14,17 @@ void packRow16(const std::uint16_t* y, const std::uint16_t* cb, const std::uint1
 /// Bytes to words, each shifted left.
 void packRow8To16(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr, std::uint16_t* out,
                   int pairs, int shift);
+
+/// What is written for each code of a source: a power of two of entries. Bits of a sample beyond these are
+/// ignored.
+struct PackTables
+{
+    std::vector<std::uint16_t> luma;
+    std::vector<std::uint16_t> chroma;
+};
+
+/// The same by tables, from bytes or words (`wideFrom`) to bytes or words (`wideTo`).
+void packRowByTables(const void* y, const void* cb, const void* cr, bool wideFrom, void* out, bool wideTo,
+                     int pairs, const PackTables& tables);
 
 } // namespace Qx::Media

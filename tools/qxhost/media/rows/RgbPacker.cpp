@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/rows/RgbPacker.h"
 
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/Levels.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -12,44 +13,49 @@ namespace {
 
 constexpr int alphaComponent = 3;
 
-std::uint32_t largest(int bits)
+/// What a code of the source becomes.
+using CodeTable = std::vector<std::uint16_t>;
+
+CodeTable tableOf(int from, int to, Range range)
 {
-    return (1U << static_cast<unsigned>(bits)) - 1;
+    CodeTable table(std::size_t{1} << from);
+    for (unsigned code = 0; code < table.size(); ++code) {
+        table[code] = codeAtDepth(code, from, to, range);
+    }
+    return table;
 }
 
 /// Puts one component of a row into every fourth place, from `place` on.
 template <class In, class Out>
-void spread(const In* codes, Out* row, int place, int width, std::uint32_t from, std::uint32_t to)
+void spread(const In* codes, Out* row, int place, int width, const CodeTable& table)
 {
     for (int x = 0; x < width; ++x) {
-        const std::uint32_t code = codes[x];
-        row[4 * x + place] = static_cast<Out>(from == to ? code : (code * to + from / 2) / from);
+        row[4 * x + place] = static_cast<Out>(table[codes[x]]);
     }
 }
 
 template <class Out>
 void packComponent(const ComponentRows& components, const AVFrame& picture, int component, int y,
-                   std::vector<std::uint16_t>& scratch, Out* row, std::uint32_t to)
+                   std::vector<std::uint16_t>& scratch, Out* row, const CodeTable& table)
 {
     const int place = (component + 1) % 4; // alpha, the last one, goes first
     if (component == alphaComponent && !components.hasAlpha()) {
         for (int x = 0; x < picture.width; ++x) {
-            row[4 * x] = static_cast<Out>(to);
+            row[4 * x] = static_cast<Out>(table.back());
         }
         return;
     }
     components.read(picture, component, y, 0, picture.width, scratch.data());
-    const std::uint32_t from = largest(components.bits());
     if (components.wide()) {
-        spread(scratch.data(), row, place, picture.width, from, to);
+        spread(scratch.data(), row, place, picture.width, table);
     } else {
-        spread(reinterpret_cast<const std::uint8_t*>(scratch.data()), row, place, picture.width, from, to);
+        spread(reinterpret_cast<const std::uint8_t*>(scratch.data()), row, place, picture.width, table);
     }
 }
 
 } // namespace
 
-Status packRgb(const Frame& frame, Depth depth, void* rows, std::ptrdiff_t pitch)
+Status packRgb(const Frame& frame, Depth depth, Range range, void* rows, std::ptrdiff_t pitch)
 {
     const AVFrame& picture = *frame.picture();
     const auto format = static_cast<AVPixelFormat>(picture.format);
@@ -59,16 +65,19 @@ Status packRgb(const Frame& frame, Depth depth, void* rows, std::ptrdiff_t pitch
     }
     const ComponentRows components(format);
     std::vector<std::uint16_t> scratch(static_cast<std::size_t>(picture.width));
-    const std::uint32_t to = largest(static_cast<int>(depth));
+    const int to = static_cast<int>(depth);
+    const CodeTable colours = tableOf(components.bits(), to, range);
+    const CodeTable alpha = tableOf(components.bits(), to, Range::full);
     for (int y = 0; y < picture.height; ++y) {
         auto* row = static_cast<std::byte*>(rows) + y * pitch;
         for (int component = 0; component <= alphaComponent; ++component) {
+            const CodeTable& table = component == alphaComponent ? alpha : colours;
             if (depth == Depth::bits8) {
                 packComponent(components, picture, component, y, scratch,
-                              reinterpret_cast<std::uint8_t*>(row), to);
+                              reinterpret_cast<std::uint8_t*>(row), table);
             } else {
                 packComponent(components, picture, component, y, scratch,
-                              reinterpret_cast<std::uint16_t*>(row), to);
+                              reinterpret_cast<std::uint16_t*>(row), table);
             }
         }
     }

@@ -9,8 +9,8 @@
 namespace Qx::Media {
 
 /// Writes a frame of RGB (or of a palette) as four components a pixel in memory order A R G B. Where depths
-/// differ, codes keep their share of the largest code, rounded to nearest; else they are unchanged. Frames
-/// without alpha become opaque. Rows begin at rows, rows + pitch, ...
-Status packRgb(const Frame& frame, Depth depth, void* rows, std::ptrdiff_t pitch);
+/// differ, codes of `range` keep their level (Levels.h), and alpha its share of the largest code; else they
+/// are unchanged. Frames without alpha become opaque. Rows begin at rows, rows + pitch, ...
+Status packRgb(const Frame& frame, Depth depth, Range range, void* rows, std::ptrdiff_t pitch);
 
 } // namespace Qx::Media

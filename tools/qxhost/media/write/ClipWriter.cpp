@@ -53,13 +53,15 @@ AVRational timeBaseOf(const OutputSettings& settings, bool fixedRate)
 }
 
 /// The containers that can hold them.
-std::string cannotStore(const StoredLayout& layout, const std::string& extension)
+std::string cannotStore(const StoredLayout& layout, const std::string& extension, const std::string& what)
 {
     std::string others;
     for (const std::string& each : containersOf(layout.format, layout.bits)) {
-        others += (others.empty() ? "." : ", .") + each;
+        if (each != extension) {
+            others += (others.empty() ? "." : ", .") + each;
+        }
     }
-    return "a file of type ." + extension + " cannot hold " + layout.name + " frames as they are; " +
+    return "a file of type ." + extension + " cannot hold " + layout.name + " frames " + what + "; " +
            (others.empty() ? "no container can, use .raw" : "use " + others + ", or .raw");
 }
 
@@ -124,7 +126,12 @@ Result<std::unique_ptr<iVideoPackets>> ClipWriter::makePackets(const std::string
         const StoredLayout& layout = *settings.stored;
         const StoredContainer* way = findContainer(layout.format, layout.bits, extension);
         if (way == nullptr) {
-            return Error{cannotStore(layout, extension)};
+            return Error{cannotStore(layout, extension, "as they are")};
+        }
+        if (way->evenWidths && settings.width % 2 != 0) {
+            return Error{cannotStore(layout, extension,
+                                     "of an odd width (" + std::to_string(settings.width) +
+                                         " pixels) so that they can be read back")};
         }
         return StoredVideo::make(*way, settings, timeBaseOf(settings, fixedRate));
     }

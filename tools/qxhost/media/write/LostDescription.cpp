@@ -3,6 +3,7 @@
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/media/write/StoredContainers.h"
 
 #include <algorithm>
 #include <cmath>
@@ -20,7 +21,7 @@ public:
     {
     }
 
-    void add(const std::string& what, const char* holders)
+    void add(const std::string& what, const std::string& holders)
     {
         lines_.push_back(what + ": " + kind_ + " does not hold it; " + holders);
     }
@@ -71,15 +72,28 @@ std::string lostTags(const AVCodecContext& meant, const Colour& found)
             tags += (tags.empty() ? "" : ", ") + std::string(what) + " " + name;
         }
     };
-    const bool hasRange = meant.color_range == AVCOL_RANGE_JPEG; // video range is assumed anyway
     add(meant.colorspace != AVCOL_SPC_UNSPECIFIED && !isSameMatrix(meant.colorspace, found.matrixTag),
         "matrix", av_color_space_name(meant.colorspace));
-    add(hasRange && found.range != Range::full, "range", "full");
     add(meant.color_primaries != AVCOL_PRI_UNSPECIFIED && meant.color_primaries != found.primariesTag,
         "primaries", av_color_primaries_name(meant.color_primaries));
     add(meant.color_trc != AVCOL_TRC_UNSPECIFIED && !isSameTransfer(meant.color_trc, found.transferTag),
         "transfer", av_color_transfer_name(meant.color_trc));
     return tags;
+}
+
+/// Video range is assumed anyway.
+bool losesRange(const AVCodecContext& meant, const Colour& found)
+{
+    return meant.color_range == AVCOL_RANGE_JPEG && found.range != Range::full;
+}
+
+/// Of the extensions that hold a range with any codec, one that holds this one.
+std::string rangeHolder(const OutputSettings& settings)
+{
+    if (settings.stored && findContainer(settings.stored->format, settings.stored->bits, "mkv") == nullptr) {
+        return "read it with --range full";
+    }
+    return ".mkv does";
 }
 
 } // namespace
@@ -111,6 +125,9 @@ std::vector<std::string> lostDescription(const std::filesystem::path& clip, cons
     const std::string tags = found.colour.fromRgb ? std::string() : lostTags(video, found.colour);
     if (!tags.empty()) {
         remarks.add("colour tags (" + tags + ") are left out", ".mov, .mp4 and .mkv do");
+    }
+    if (!found.colour.fromRgb && losesRange(video, found.colour)) {
+        remarks.add("colour tags (range full) are left out", rangeHolder(settings));
     }
     return remarks.lines();
 }

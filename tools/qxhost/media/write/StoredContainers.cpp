@@ -16,7 +16,7 @@ constexpr auto rawVideo = AV_CODEC_ID_RAWVIDEO;
 constexpr StoredContainer stored(Format format, int bits, std::string_view extension, const char* tag,
                                  AVPixelFormat pixelFormat, bool bigEndian = false)
 {
-    return {format, bits, extension, rawVideo, tag, pixelFormat, bigEndian};
+    return {format, bits, extension, rawVideo, tag, pixelFormat, bigEndian, false};
 }
 
 constexpr std::array containers{
@@ -33,13 +33,13 @@ constexpr std::array containers{
     stored(Image::YVYU, 8, "mkv", "YVYU", AV_PIX_FMT_YVYU422),
     stored(Image::YV12, 8, "avi", "YV12", AV_PIX_FMT_YUV420P),
     stored(Image::YV12, 8, "nut", "YV12", AV_PIX_FMT_YUV420P),
-    StoredContainer{Image::V210, 10, "mov", AV_CODEC_ID_V210, "v210", AV_PIX_FMT_YUV422P10, false},
-    StoredContainer{Image::V210, 10, "avi", AV_CODEC_ID_V210, "v210", AV_PIX_FMT_YUV422P10, false},
-    StoredContainer{Image::V210, 10, "mkv", AV_CODEC_ID_V210, "v210", AV_PIX_FMT_YUV422P10, false},
-    StoredContainer{Image::M101, 10, "avi", AV_CODEC_ID_M101, "M101", AV_PIX_FMT_YUV422P10, false},
-    StoredContainer{Image::M101, 8, "avi", AV_CODEC_ID_M101, "M101", AV_PIX_FMT_YUYV422, false},
-    StoredContainer{Image::M102, 10, "avi", AV_CODEC_ID_M101, "M102", AV_PIX_FMT_YUV422P10, false},
-    StoredContainer{Image::M102, 8, "avi", AV_CODEC_ID_M101, "M102", AV_PIX_FMT_YUYV422, false},
+    StoredContainer{Image::V210, 10, "mov", AV_CODEC_ID_V210, "v210", AV_PIX_FMT_YUV422P10, false, false},
+    StoredContainer{Image::V210, 10, "avi", AV_CODEC_ID_V210, "v210", AV_PIX_FMT_YUV422P10, false, false},
+    StoredContainer{Image::V210, 10, "mkv", AV_CODEC_ID_V210, "v210", AV_PIX_FMT_YUV422P10, false, false},
+    StoredContainer{Image::M101, 10, "avi", AV_CODEC_ID_M101, "M101", AV_PIX_FMT_YUV422P10, false, false},
+    StoredContainer{Image::M101, 8, "avi", AV_CODEC_ID_M101, "M101", AV_PIX_FMT_YUYV422, false, false},
+    StoredContainer{Image::M102, 10, "avi", AV_CODEC_ID_M101, "M102", AV_PIX_FMT_YUV422P10, false, false},
+    StoredContainer{Image::M102, 8, "avi", AV_CODEC_ID_M101, "M102", AV_PIX_FMT_YUYV422, false, false},
     stored(Image::ARGB, 8, "mov", "raw ", AV_PIX_FMT_ARGB),
     stored(Image::ARGB, 8, "nut", "ARGB", AV_PIX_FMT_ARGB),
     stored(Image::BGRA, 8, "mov", "BGRA", AV_PIX_FMT_BGRA),
@@ -57,7 +57,8 @@ constexpr std::array containers{
     stored(Image::BGR24, 16, "nut", "BGR0", AV_PIX_FMT_BGR48LE),
     stored(Image::B48R, 16, "mov", "b48r", AV_PIX_FMT_RGB48BE, true),
     stored(Image::B48R, 16, "nut", "RGB0", AV_PIX_FMT_RGB48LE),
-    stored(Image::B48R, 8, "mov", "raw ", AV_PIX_FMT_RGB24),
+    // QuickTime fills its rows up to words of 16 bits, and FFmpeg reads them in words of 32.
+    StoredContainer{Image::B48R, 8, "mov", rawVideo, "raw ", AV_PIX_FMT_RGB24, false, true},
     stored(Image::B48R, 8, "nut", "RGB\x18", AV_PIX_FMT_RGB24),
     stored(Image::PlanarRGB, 8, "nut", "G3\0\x08", AV_PIX_FMT_GBRP),
     stored(Image::PlanarRGB, 16, "nut", "G3\0\x10", AV_PIX_FMT_GBRP16LE),

@@ -20,7 +20,8 @@ struct StoredContainer
     AVCodecID codec;
     const char* tag; ///< four characters, or "" for the container's own choice
     AVPixelFormat pixelFormat;
-    bool bigEndian; ///< 16-bit words are stored with their upper byte first
+    bool bigEndian;  ///< 16-bit words are stored with their upper byte first
+    bool evenWidths; ///< nobody reads back rows of another number of pixels
 };
 
 /// Null if files of that extension cannot hold the format.

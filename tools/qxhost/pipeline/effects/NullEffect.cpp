@@ -30,14 +30,25 @@ void applyNullEffect(const char* technique, const Image::Surface& from, Image::S
     }
 }
 
-Image::Surface atDepth(const Image::Surface& picture, iGPUImage::eFormat format)
+Image::Surface atDepth(const Image::Surface& picture, iGPUImage::eFormat format, Media::Range range)
 {
     const Qx::Ptr<iGPUImage> image = picture.getGPUSurface();
     if (!image || image->getFormat() == format) {
         return picture;
     }
     Image::Surface result = picture.createDestARGBGPUSurface(format);
-    applyNullEffect("Null", picture, result);
+    applyNullEffect(range == Media::Range::video ? "VideoRange" : "Null", picture, result);
+    return result;
+}
+
+Image::Surface fullRangeAtDepth(const Image::Surface& pairs, int from, int to)
+{
+    Image::Surface result = pairs.createDestYUY2GPUSurface(to == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16);
+    if (const Qx::Ptr<iShaderEffect> effect = Image::getShader(L"null.fx")) {
+        effect->setFloat("_FromMax", static_cast<float>((1 << from) - 1));
+        effect->setFloat("_ToMax", static_cast<float>((1 << to) - 1));
+    }
+    applyNullEffect("FullRangeYUYV", pairs, result);
     return result;
 }
 

@@ -3,6 +3,7 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/pipeline/input/FrameInput.h"
 
 namespace Qx::Program {
 
@@ -65,7 +66,7 @@ ColourChoice chooseColour(const ConvertOptions& options, const Media::StreamInfo
         refuseColours(options, tagged.unsupported);
     }
     ColourChoice choice;
-    choice.range = options.range.value_or(tagged.range);
+    choice.range = options.range.value_or(holdsRgb(info) ? tagged.rgbRange : tagged.range);
     choice.matrix = options.matrix.value_or(tagged.matrix);
     choice.rangeGuessed = !options.range && tagged.rangeGuessed;
     choice.matrixGuessed = !options.matrix && tagged.matrixGuessed;

@@ -11,7 +11,7 @@ namespace Qx::Program {
 /// How the input's codes are interpreted.
 struct ColourChoice
 {
-    Media::Range range = Media::Range::video;
+    Media::Range range = Media::Range::video; ///< of RGB, if the input is kept as RGB
     Media::Matrix matrix = Media::Matrix::bt709;
     bool rangeGuessed = false;
     bool matrixGuessed = false;

@@ -26,19 +26,21 @@ public:
 
     Image::Core::Data prepare(const Media::FramePacker::Target& source) override
     {
-        depth_ = source.depth;
+        source_ = source;
         packer_.emplace(source);
-        const bool deep = depth_ == Media::Depth::bits16;
+        const bool deep = source.depth == Media::Depth::bits16;
         const Image::Format format = holdsRgb(info()) ? Image::ARGB : Image::YUY2;
         return describeFrame({Host::findFormat(format), deep ? 16U : 8U}, static_cast<unsigned>(info().width),
                              static_cast<unsigned>(info().height));
     }
 
+    int codeBits(const Media::FramePacker::Target& source) const override { return source.codeBits(); }
+
     Next next(Media::Frame& frame) override { return reader_->next(frame); }
 
     Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {
-        return holdsRgb(info()) ? Media::packRgb(frame, depth_, rows, pitch)
+        return holdsRgb(info()) ? Media::packRgb(frame, source_.depth, source_.range, rows, pitch)
                                 : packer_->pack(frame, rows, pitch);
     }
 
@@ -50,7 +52,7 @@ public:
 
 private:
     std::unique_ptr<Media::ClipReader> reader_;
-    Media::Depth depth_ = Media::Depth::bits8;
+    Media::FramePacker::Target source_;
     std::optional<Media::FramePacker> packer_;
 };
 
@@ -76,6 +78,7 @@ Media::StreamInfo describeRaw(const RawInputOptions& raw, std::int64_t frames)
     info.container = "raw";
     info.bitsPerComponent = static_cast<int>(format.bits);
     info.naturalDepth = format.isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
+    info.packingDepth = info.naturalDepth;
     info.hasAlpha = std::strchr(format.info->order, 'A') != nullptr;
     info.hasFullChroma = !yCrCb;
     return info;
@@ -101,6 +104,11 @@ public:
     {
         return describeFrame(format_, static_cast<unsigned>(info_.width),
                              static_cast<unsigned>(info_.height));
+    }
+
+    int codeBits(const Media::FramePacker::Target& /*source*/) const override
+    {
+        return static_cast<int>(format_.bits);
     }
 
     Next next(Media::Frame& frame) override

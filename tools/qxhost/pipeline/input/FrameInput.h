@@ -28,6 +28,9 @@ public:
     /// place().
     virtual Image::Core::Data prepare(const Media::FramePacker::Target& source) = 0;
 
+    /// Bits of the codes that place() writes, which fill the upper ones of their samples.
+    virtual int codeBits(const Media::FramePacker::Target& source) const = 0;
+
     /// Gives the next frame in order of presentation, as ClipReader::next() does.
     virtual Next next(Media::Frame& frame) = 0;
 

@@ -49,8 +49,9 @@ void describePairs(Surface& pairs, std::uint32_t width)
 
 } // namespace
 
-FrameUpload::FrameUpload(const Image::Core::Data& layout, const Media::FramePacker::Target& source)
-    : layout_(layout), source_(source)
+FrameUpload::FrameUpload(const Image::Core::Data& layout, const Media::FramePacker::Target& source,
+                         int codeBits)
+    : layout_(layout), source_(source), codeBits_(codeBits != 0 ? codeBits : layout.bitsPerComponent)
 {
 }
 
@@ -120,7 +121,18 @@ Surface FrameUpload::toPairs(Surface host) const
         pairs = Image::ColourConversion::reorderComponents(pairs, Image::YUY2, iGPUImage::eARGB16);
     }
     describePairs(pairs, width);
-    return pairs;
+    return atWantedLevels(pairs);
+}
+
+Surface FrameUpload::atWantedLevels(const Surface& pairs) const
+{
+    const int wanted = source_.bits != 0 ? source_.bits : pairs.getBitsPerComponent();
+    if (source_.range == Media::Range::video || wanted == codeBits_) {
+        return pairs; // in video range, codes in the upper bits are at these levels
+    }
+    Surface result = fullRangeAtDepth(pairs, codeBits_, wanted);
+    describePairs(result, layout_.width);
+    return result;
 }
 
 Surface FrameUpload::toPicture(const Surface& host, iGPUImage::eFormat working) const
@@ -129,15 +141,18 @@ Surface FrameUpload::toPicture(const Surface& host, iGPUImage::eFormat working) 
     if (!uploaded.getGPUSurface()) {
         fail();
     }
+    // The library changes the depth as full range does.
+    const iGPUImage::eFormat own = layout_.bitsPerComponent == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16;
+    const iGPUImage::eFormat ordered = source_.range == Media::Range::video ? own : working;
     Surface picture;
     const Drawing drawing = tryDrawing([&] {
-        picture = Image::ColourConversion::convertToRGBA(uploaded, working);
+        picture = Image::ColourConversion::convertToRGBA(uploaded, ordered);
         return picture.getGPUSurface() != uploaded.getGPUSurface(); // else it is in this order already
     });
     if (drawing == Drawing::notRecorded) {
         fail();
     }
-    return atDepth(picture, working);
+    return atDepth(picture, working, source_.range);
 }
 
 } // namespace Qx::Program

@@ -13,8 +13,9 @@ namespace Qx::Program {
 class FrameUpload
 {
 public:
-    /// `layout` describes the frames; `source` has the range and matrix of YCrCb codes.
-    FrameUpload(const Image::Core::Data& layout, const Media::FramePacker::Target& source);
+    /// `layout` describes the frames; `source` has the range of their codes and the matrix of YCrCb. Codes of
+    /// `codeBits` (0: the layout's bits per component) fill the upper bits of their samples.
+    FrameUpload(const Image::Core::Data& layout, const Media::FramePacker::Target& source, int codeBits = 0);
 
     bool isYCrCb() const;
 
@@ -22,18 +23,21 @@ public:
     Qx::Ptr<iHostImage> makeHostImage() const;
 
     /// The frame on the GPU: YUY2 of the frame's depth, 8 or 16 bits (deeper than 8 is 16), or ARGB in the
-    /// depth of `working`. Throws Failure (device).
+    /// depth of `working`. Codes of YUY2 are at the levels of source.bits; 0: of all bits of their samples.
+    /// Throws Failure (device, effect).
     Image::Surface upload(const Qx::Ptr<iHostImage>& image, const Media::FrameTime& time,
                           iGPUImage::eFormat working) const;
 
 private:
     Image::Surface describe(const Qx::Ptr<iHostImage>& image, const Media::FrameTime& time) const;
     Image::Surface toPairs(Image::Surface host) const;
+    Image::Surface atWantedLevels(const Image::Surface& pairs) const;
     Image::Surface toPicture(const Image::Surface& host, iGPUImage::eFormat working) const;
     [[noreturn]] void fail() const;
 
     Image::Core::Data layout_;
     Media::FramePacker::Target source_;
+    int codeBits_;
 };
 
 } // namespace Qx::Program

@@ -21,6 +21,12 @@ iGPUImage::eFormat gpuFormat(unsigned bits)
     return bits == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16;
 }
 
+/// The texels of an RGB format, a pixel each, before its components are reordered.
+iGPUImage::eFormat rgbTexels(const PixelFormat& format)
+{
+    return format.bits == 10 ? iGPUImage::eARGB10 : gpuFormat(format.bits);
+}
+
 } // namespace
 
 FrameDelivery::FrameDelivery(const PixelFormat& format)
@@ -33,9 +39,17 @@ bool FrameDelivery::isLibrarys(unsigned width) const
     return way_.library != Image::UnknownFormat && width % way_.libraryBlock == 0;
 }
 
-Surface FrameDelivery::fromPicture(const Surface& picture) const
+Surface FrameDelivery::fromPicture(const Surface& given, Media::Range range) const
 {
-    const unsigned width = picture.getWidth();
+    const unsigned width = given.getWidth();
+    const bool video = range == Media::Range::video; // the library takes pictures for full range
+    if (format_.isYCrCb() && (video || !isLibrarys(width))) {
+        return fromPairs(encode(given, range));
+    }
+    const Surface picture = video ? atDepth(given, rgbTexels(format_), range) : given;
+    if (video && rgbTexels(format_) == iGPUImage::eARGB10) {
+        return toHost(picture, given);
+    }
     if (isLibrarys(width)) {
         PixelFormat asked = format_;
         asked.info = Host::findFormat(way_.library);
@@ -46,21 +60,19 @@ Surface FrameDelivery::fromPicture(const Surface& picture) const
         }
         return result;
     }
-    if (format_.isYCrCb()) {
-        return fromPairs(encode(picture));
-    }
-    const Surface deep = atDepth(picture, gpuFormat(format_.bits));
+    const Surface deep = atDepth(picture, gpuFormat(format_.bits), range);
     return toHost(through(way_.technique, deep, picture), picture);
 }
 
-Surface FrameDelivery::encode(const Surface& picture) const
+Surface FrameDelivery::encode(const Surface& picture, Media::Range range) const
 {
     Surface pairs = picture.createDestYUY2GPUSurface(gpuFormat(format_.bits));
     const Media::Matrix matrix = Media::matrixForWidth(static_cast<int>(picture.getWidth()));
     pairs.setColourSpace(Media::infoOf(matrix).colourSpace);
     pairs.setGamutScaling(Image::GamutScaling::Video);
     Surface source = picture;
-    source.setGamutScaling(Image::GamutScaling::Unscaled);
+    source.setGamutScaling(range == Media::Range::video ? Image::GamutScaling::Video
+                                                        : Image::GamutScaling::Unscaled);
     const Drawing drawing = tryDrawing(
         [&] { return Image::ColourConversion::convertRGBToYCrCb422(source, pairs, Image::Filter::Point); });
     if (drawing != Drawing::recorded) {

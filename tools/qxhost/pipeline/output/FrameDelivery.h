@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Surface.h"
+#include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/pipeline/formats/FormatWay.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
 
@@ -15,17 +16,17 @@ public:
 
     const PixelFormat& format() const { return format_; }
 
-    /// A picture of full-range RGB, A R G B on the GPU. As YCrCb it becomes video range, with the matrix of
-    /// Media::matrixForWidth(). Throws Failure (device, effect).
-    Image::Surface fromPicture(const Image::Surface& picture) const;
+    /// A picture of RGB in `range`, A R G B on the GPU. RGB keeps its levels. As YCrCb it becomes video
+    /// range, with the matrix of Media::matrixForWidth(). Throws Failure (device, effect).
+    Image::Surface fromPicture(const Image::Surface& picture, Media::Range range) const;
 
     /// Pixel pairs in YUY2 order, for a YCrCb format: codes are unchanged, or scaled by a power of two where
-    /// depths differ. Throws Failure (device, effect).
+    /// depths of samples differ. Throws Failure (device, effect).
     Image::Surface fromPairs(const Image::Surface& pairs) const;
 
 private:
     bool isLibrarys(unsigned width) const;
-    Image::Surface encode(const Image::Surface& picture) const;
+    Image::Surface encode(const Image::Surface& picture, Media::Range range) const;
     Image::Surface packMatrox(const Image::Surface& pairs) const;
     Image::Surface through(const char* technique, const Image::Surface& from, const Image::Surface& of) const;
     Image::Surface toHost(Image::Surface frame, const Image::Surface& of) const;

@@ -1,14 +1,19 @@
 #include "host/luts/ColourIOFile.h"
 
 #include "host/core/Printable.h"
-#include "host/luts/Baking.h"
+#include "host/luts/CLFText.h"
+#include "host/luts/InverseTable.h"
 #include "host/luts/Numbers.h"
 
 #include <OpenColorIO/OpenColorIO.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <sys/mman.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -18,42 +23,68 @@ namespace {
 
 namespace OCIO = OCIO_NAMESPACE;
 
-/// The path under which OpenColorIO opens the file. It takes what follows '$' and '%' in a path for
-/// variables; such a file gets another name for as long as this lives.
-class PlainPath
+/// A text as a file that OpenColorIO opens by its path. So a file is read once, and '$' and '%', which mean
+/// variables in its paths, do not matter. The name stays otherwise: the extension tells the kind, and
+/// "12to16f" in it the depth of a .lut file.
+class TextAsFile
 {
 public:
-    explicit PlainPath(const std::filesystem::path& file) : path_(std::filesystem::absolute(file))
+    TextAsFile(std::string_view text, const std::string& name)
     {
-        if (path_.native().find_first_of("$%") == std::string::npos) {
-            return;
+        memory_ = ::memfd_create("qxhost-lut", MFD_CLOEXEC);
+        if (memory_ < 0) {
+            throw std::system_error(errno, std::generic_category(), "no memory for a file");
         }
+        try {
+            write(text);
+            link(name);
+        } catch (...) {
+            ::close(memory_);
+            throw;
+        }
+    }
+
+    ~TextAsFile()
+    {
+        ::close(memory_);
+        std::error_code ignored;
+        std::filesystem::remove_all(directory_, ignored);
+    }
+
+    TextAsFile(const TextAsFile&) = delete;
+    TextAsFile& operator=(const TextAsFile&) = delete;
+
+    const std::string& path() const { return path_; }
+
+private:
+    void write(std::string_view text) const
+    {
+        while (!text.empty()) {
+            const ssize_t count = ::write(memory_, text.data(), text.size());
+            if (count < 0 && errno != EINTR) {
+                throw std::system_error(errno, std::generic_category(), "no memory for a file");
+            }
+            text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        }
+    }
+
+    void link(std::string name)
+    {
+        std::replace_if(
+            name.begin(), name.end(), [](char c) { return c == '$' || c == '%'; }, '_');
         std::string pattern = (std::filesystem::temp_directory_path() / "qxhost-lut-XXXXXX").native();
         if (::mkdtemp(pattern.data()) == nullptr) {
             throw std::system_error(errno, std::generic_category(), "cannot make " + pattern);
         }
         directory_ = pattern;
-        const std::filesystem::path link = directory_ / ("lut" + path_.extension().native());
-        std::filesystem::create_symlink(path_, link);
-        path_ = link;
+        const std::filesystem::path file = directory_ / name;
+        std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(memory_), file);
+        path_ = file.native();
     }
 
-    ~PlainPath()
-    {
-        std::error_code ignored;
-        if (!directory_.empty()) {
-            std::filesystem::remove_all(directory_, ignored);
-        }
-    }
-
-    PlainPath(const PlainPath&) = delete;
-    PlainPath& operator=(const PlainPath&) = delete;
-
-    const std::string& native() const { return path_.native(); }
-
-private:
-    std::filesystem::path path_;
+    int memory_ = -1;
     std::filesystem::path directory_;
+    std::string path_;
 };
 
 /// Files are looked up by path in a cache of OpenColorIO's that does not notice changes.
@@ -86,24 +117,76 @@ std::string inOneLine(std::string_view text)
     return printable(result);
 }
 
+std::string without(std::string text, std::string_view part, std::string_view instead)
+{
+    for (std::size_t at = text.find(part); !part.empty() && at != std::string::npos;
+         at = text.find(part, at + instead.size())) {
+        text.replace(at, part.size(), instead);
+    }
+    return text;
+}
+
+/// The line in "At line (3): ", "Error on line 3" and their like; 0 if there is none.
+std::size_t lineIn(const std::string& message)
+{
+    for (const std::string_view mark : {"At line (", "at line (", "on line ", "line number ", "At line "}) {
+        const std::size_t at = message.find(mark);
+        const char* digits = at == std::string::npos ? nullptr : message.c_str() + at + mark.size();
+        if (digits != nullptr && *digits >= '0' && *digits <= '9') {
+            return std::strtoul(digits, nullptr, 10);
+        }
+    }
+    return 0;
+}
+
+/// What a reader said, without what the message begins with anyway: the path and the line.
+std::string bareCause(const std::string& said, const std::string& path)
+{
+    std::string cause = inOneLine(said);
+    for (const std::string& place :
+         {" (" + path + ")", " '" + path + "'", " \"" + path + "\"", " file " + path, " " + path, path}) {
+        cause = without(cause, place, "");
+    }
+    for (const std::string_view mark : {"At line (", "At line "}) {
+        const std::size_t at = cause.find(mark);
+        const std::size_t digits = at == std::string::npos ? at : at + mark.size();
+        const std::size_t end = cause.find_first_not_of("0123456789", std::min(digits, cause.size()));
+        const std::size_t colon = end == std::string::npos ? end : cause.find(": ", end);
+        if (colon != std::string::npos && colon <= end + 1) {
+            // What stands before says only that something is wrong, unless the rest quotes the line alone.
+            if (cause.compare(colon + 2, 1, "'") != 0) {
+                cause.erase(0, colon + 2);
+            } else {
+                cause.erase(at, colon + 2 - at);
+            }
+        } else if (at != std::string::npos && at > 2 &&
+                   (end == std::string::npos || end + 1 >= cause.size())) {
+            cause.erase(cause.find_last_not_of(" .", at - 1) + 1);
+        }
+    }
+    constexpr std::string_view errorMark = "Error is: ";
+    if (const std::size_t at = cause.find(errorMark); at != std::string::npos) {
+        cause.erase(0, at + errorMark.size());
+    }
+    return cause;
+}
+
 /// The core of a message: OpenColorIO names the path, the advice to its developers and, one after the other,
 /// what every reader of the extension said.
-Refusal refusalFrom(const std::string& message)
+Refusal refusalFrom(const std::string& message, const std::string& path)
 {
-    constexpr std::string_view lineMark = "At line (";
     constexpr std::string_view readerMark = "' failed with: ";
     constexpr std::string_view buildMark = "with this error: ";
     Refusal refusal;
-    if (const std::size_t at = message.find(lineMark); at != std::string::npos) {
-        refusal.line = std::strtoul(message.c_str() + at + lineMark.size(), nullptr, 10);
-    }
+    refusal.line = lineIn(message);
     std::vector<std::string> said;
     for (std::size_t at = message.find(readerMark); at != std::string::npos;) {
         const std::size_t begin = at + readerMark.size();
         at = message.find(readerMark, begin);
         // The next reader's name stands before its mark.
         const std::size_t end = at == std::string::npos ? at : message.rfind('\'', at - 1);
-        std::string text = inOneLine(message.substr(begin, end == std::string::npos ? end : end - begin));
+        std::string text =
+            bareCause(message.substr(begin, end == std::string::npos ? end : end - begin), path);
         if (std::find(said.begin(), said.end(), text) == said.end()) {
             said.push_back(std::move(text));
         }
@@ -113,7 +196,8 @@ Refusal refusalFrom(const std::string& message)
     }
     if (said.empty()) {
         const std::size_t at = message.rfind(buildMark);
-        refusal.cause = inOneLine(at == std::string::npos ? message : message.substr(at + buildMark.size()));
+        refusal.cause =
+            bareCause(at == std::string::npos ? message : message.substr(at + buildMark.size()), path);
     }
     return refusal;
 }
@@ -246,13 +330,14 @@ private:
     void takeTable(const OCIO::ConstLut3DTransformRcPtr& table, bool last)
     {
         const auto edge = static_cast<int>(table->getGridSize());
-        if (leading_) {
+        if (leading_ && table->getDirection() == OCIO::TRANSFORM_DIR_FORWARD) {
             outline_.domain = placement_.domain();
             outline_.table = last ? table : nullptr;
         }
         outline_.sizes.push_back(edge);
         outline_.finite &= isFinite(*table);
-        describe("a 3D table of " + std::to_string(edge) + " points an edge");
+        describe(
+            ofDirection(table->getDirection(), "a 3D table of " + std::to_string(edge) + " points an edge"));
     }
 
     void takeCurves(const OCIO::Lut1DTransform& curves)
@@ -271,7 +356,12 @@ private:
             curves.getValue(i, at[0], at[1], at[2]);
             outline_.finite = std::isfinite(at[0]) && std::isfinite(at[1]) && std::isfinite(at[2]);
         }
-        describe("curves of " + std::to_string(points) + " points");
+        describe(ofDirection(curves.getDirection(), "curves of " + std::to_string(points) + " points"));
+    }
+
+    static std::string ofDirection(OCIO::TransformDirection direction, const std::string& what)
+    {
+        return direction == OCIO::TRANSFORM_DIR_FORWARD ? what : "the inverse of " + what;
     }
 
     static bool isFinite(const OCIO::MatrixTransform& matrix) { return Luts::isFinite(matrix); }
@@ -311,62 +401,410 @@ Qx::Ptr<Table> tableAsItIs(const OCIO::Lut3DTransform& source, const TableDomain
     return table;
 }
 
-OCIO::ConstProcessorRcPtr processorFor(const std::string& path)
+std::vector<OCIO::ConstTransformRcPtr> only(OCIO::ConstTransformRcPtr transform)
+{
+    return {std::move(transform)};
+}
+
+OCIO::ConfigRcPtr plainConfig()
 {
     const OCIO::ConfigRcPtr config = OCIO::Config::CreateRaw()->createEditableCopy();
     config->setProcessorCacheFlags(OCIO::PROCESSOR_CACHE_OFF);
+    return config;
+}
+
+OCIO::ConstProcessorRcPtr processorFor(const std::string& path)
+{
     const OCIO::FileTransformRcPtr transform = OCIO::FileTransform::Create();
     transform->setSrc(path.c_str());
     transform->setInterpolation(OCIO::INTERP_BEST); // tetrahedral in tables, linear in curves
     transform->setCCCId("0");                       // of a collection of corrections the first
-    return config->getProcessor(transform);
+    return plainConfig()->getProcessor(transform);
 }
 
-std::optional<LUTReading> read(const std::filesystem::path& file, std::string_view text, Refusal& refusal)
+Evaluation evaluationOf(const OCIO::ConstProcessorRcPtr& processor)
+{
+    // Without optimisation: with it, inverse tables are replaced by coarse ones.
+    const OCIO::ConstCPUProcessorRcPtr cpu = processor->getOptimizedCPUProcessor(OCIO::OPTIMIZATION_NONE);
+    return [cpu](Colour* colours, std::size_t count) {
+        OCIO::PackedImageDesc image(colours->data(), static_cast<long>(count), 1, 3);
+        cpu->apply(image);
+    };
+}
+
+Evaluation evaluationOf(const std::vector<OCIO::ConstTransformRcPtr>& transforms)
+{
+    const OCIO::GroupTransformRcPtr group = OCIO::GroupTransform::Create();
+    for (const OCIO::ConstTransformRcPtr& transform : transforms) {
+        group->appendTransform(transform->createEditableCopy());
+    }
+    return evaluationOf(plainConfig()->getProcessor(group));
+}
+
+/// Whether each channel of the result depends on that channel alone.
+bool isSeparable(const Evaluation& evaluate)
+{
+    std::mt19937 random(2); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same colours are wanted every time
+    const auto any = [&] { return static_cast<float>(random() % 4096) / 2048.0F - 0.5F; }; // -0.5 to 1.5
+    constexpr std::size_t count = 256;
+    std::vector<Colour> mixed(count);
+    for (Colour& colour : mixed) {
+        const float r = any();
+        const float g = any();
+        colour = {r, g, any()};
+    }
+    const std::vector<Colour> places = mixed;
+    evaluate(mixed.data(), count);
+    for (std::size_t c = 0; c < 3; ++c) {
+        std::vector<Colour> grey(count);
+        for (std::size_t i = 0; i < count; ++i) {
+            grey[i].fill(places[i][c]);
+        }
+        evaluate(grey.data(), count);
+        for (std::size_t i = 0; i < count; ++i) {
+            const float a = mixed[i][c];
+            const float b = grey[i][c];
+            const bool same = a == b || (std::isnan(a) && std::isnan(b)) ||
+                              std::abs(a - b) <= 1e-6F * std::max(1.0F, std::abs(a));
+            if (!same) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool isDiagonal(const LUTMatrix& matrix)
+{
+    for (std::size_t row = 0; row < 3; ++row) {
+        for (std::size_t column = 0; column < 3; ++column) {
+            if (row != column && matrix.rows[row][column] != 0.0) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+/// First `before`, then `after`.
+LUTMatrix product(const LUTMatrix& before, const LUTMatrix& after)
+{
+    LUTMatrix result;
+    for (std::size_t row = 0; row < 3; ++row) {
+        for (std::size_t column = 0; column < 4; ++column) {
+            double sum = column == 3 ? after.rows[row][3] : 0.0;
+            for (std::size_t i = 0; i < 3; ++i) {
+                sum += after.rows[row][i] * before.rows[i][column];
+            }
+            result.rows[row][column] = sum;
+        }
+    }
+    return result;
+}
+
+std::optional<LUTMatrix> inverseOf(const LUTMatrix& matrix)
+{
+    const auto& m = matrix.rows;
+    const auto minor = [&](std::size_t row, std::size_t column) {
+        const std::size_t r1 = (row + 1) % 3;
+        const std::size_t r2 = (row + 2) % 3;
+        const std::size_t c1 = (column + 1) % 3;
+        const std::size_t c2 = (column + 2) % 3;
+        return m[r1][c1] * m[r2][c2] - m[r1][c2] * m[r2][c1];
+    };
+    const double determinant = m[0][0] * minor(0, 0) + m[0][1] * minor(0, 1) + m[0][2] * minor(0, 2);
+    if (determinant == 0.0) {
+        return std::nullopt;
+    }
+    LUTMatrix result;
+    for (std::size_t row = 0; row < 3; ++row) {
+        result.rows[row][3] = 0.0;
+        for (std::size_t column = 0; column < 3; ++column) {
+            result.rows[row][column] = minor(column, row) / determinant;
+            result.rows[row][3] -= result.rows[row][column] * m[column][3];
+        }
+    }
+    return result;
+}
+
+std::optional<LUTMatrix> matrixOf(const OCIO::MatrixTransform& transform)
+{
+    std::array<double, 16> m{};
+    std::array<double, 4> offset{};
+    transform.getMatrix(m.data());
+    transform.getOffset(offset.data());
+    LUTMatrix matrix;
+    for (std::size_t row = 0; row < 3; ++row) {
+        matrix.rows[row] = {m[4 * row], m[4 * row + 1], m[4 * row + 2], offset[row]};
+    }
+    return transform.getDirection() == OCIO::TRANSFORM_DIR_FORWARD ? matrix : inverseOf(matrix);
+}
+
+/// Turns a file's transforms into parts: neighbouring matrices into one, and neighbouring ones that are
+/// separable into one formula.
+class PartsFinder
+{
+public:
+    /// Whether curves whose points are in the file stay apart, with these points, or are merged with their
+    /// neighbours.
+    explicit PartsFinder(bool keepsPoints) : keepsPoints_(keepsPoints) {}
+
+    std::vector<Part> find(const OCIO::GroupTransform& group)
+    {
+        for (int i = 0; i < group.getNumTransforms(); ++i) {
+            take(group.getTransform(i));
+        }
+        flush();
+        if (parts_.empty()) {
+            addMatrix({}); // nothing that changes colours
+        }
+        return std::move(parts_);
+    }
+
+private:
+    void take(const OCIO::ConstTransformRcPtr& transform)
+    {
+        if (const auto matrix = as<OCIO::MatrixTransform>(transform)) {
+            if (const std::optional<LUTMatrix> rows = matrixOf(*matrix)) {
+                takeMatrix(transform, *rows);
+                return;
+            }
+        }
+        if (const auto table = as<OCIO::Lut3DTransform>(transform)) {
+            flush();
+            takeTable(*table, transform);
+        } else if (const auto correction = as<OCIO::CDLTransform>(transform);
+                   correction && correction->getSat() != 1.0) {
+            takeCorrection(*correction);
+        } else if (const auto curves = as<OCIO::Lut1DTransform>(transform);
+                   curves && curves->getHueAdjust() != OCIO::HUE_NONE) {
+            flush();
+            const OCIO::TransformRcPtr plain = transform->createEditableCopy();
+            OCIO_DYNAMIC_POINTER_CAST<OCIO::Lut1DTransform>(plain)->setHueAdjust(OCIO::HUE_NONE);
+            parts_.emplace_back(Formula{evaluationOf(only(plain)), true, true});
+        } else {
+            takeOther(transform);
+        }
+    }
+
+    void takeMatrix(const OCIO::ConstTransformRcPtr& transform, const LUTMatrix& matrix)
+    {
+        if (!isDiagonal(matrix)) {
+            flush();
+            addMatrix(matrix);
+            return;
+        }
+        waiting_.push_back(transform);
+        diagonal_ = product(diagonal_, matrix);
+    }
+
+    void addMatrix(const LUTMatrix& matrix)
+    {
+        const bool isFirst = parts_.empty() || parts_.back().isFormula();
+        auto* before = isFirst ? nullptr : std::get_if<LUTMatrix>(&parts_.back().step);
+        if (before != nullptr) {
+            *before = product(*before, matrix);
+        } else {
+            parts_.emplace_back(LUTStep(matrix));
+        }
+    }
+
+    void takeTable(const OCIO::Lut3DTransform& source, const OCIO::ConstTransformRcPtr& transform)
+    {
+        const Qx::Ptr<Table> table = tableAsItIs(source, {});
+        if (source.getDirection() == OCIO::TRANSFORM_DIR_FORWARD) {
+            parts_.emplace_back(LUTStep(LUTTable{table, isTrilinear(source)}));
+        } else if (std::optional<LUTInverse> inverse = inverseOf(*table)) {
+            parts_.emplace_back(LUTStep(*std::move(inverse)));
+        } else {
+            parts_.emplace_back(Formula{evaluationOf(only(transform)), false, false});
+        }
+    }
+
+    /// Slope, offset and power are curves, the saturation is a matrix, and the strict style clamps what it
+    /// gives.
+    void takeCorrection(const OCIO::CDLTransform& correction)
+    {
+        const double saturation = correction.getSat();
+        std::array<double, 3> luma{};
+        correction.getSatLumaCoefs(luma.data());
+        LUTMatrix matrix;
+        for (std::size_t row = 0; row < 3; ++row) {
+            for (std::size_t column = 0; column < 3; ++column) {
+                matrix.rows[row][column] =
+                    luma[column] * (1.0 - saturation) + (row == column ? saturation : 0.0);
+            }
+        }
+        const OCIO::TransformRcPtr copy = correction.createEditableCopy();
+        OCIO_DYNAMIC_POINTER_CAST<OCIO::CDLTransform>(copy)->setSat(1.0);
+        const OCIO::RangeTransformRcPtr clamp = OCIO::RangeTransform::Create();
+        clamp->setMinInValue(0.0);
+        clamp->setMinOutValue(0.0);
+        clamp->setMaxInValue(1.0);
+        clamp->setMaxOutValue(1.0);
+        const bool strict = correction.getStyle() == OCIO::CDL_ASC;
+        const std::optional<LUTMatrix> inverse = inverseOf(matrix);
+        const bool forward = correction.getDirection() == OCIO::TRANSFORM_DIR_FORWARD;
+        if (!forward && !inverse) {
+            takeOther(correction.createEditableCopy());
+            return;
+        }
+        if (forward) {
+            takeOther(copy);
+            flush();
+            addMatrix(matrix);
+        }
+        if (strict) {
+            takeOther(clamp);
+        }
+        if (!forward) {
+            flush();
+            addMatrix(*inverse);
+            takeOther(copy);
+        }
+    }
+
+    void takeOther(const OCIO::ConstTransformRcPtr& transform)
+    {
+        const Evaluation evaluate = evaluationOf(only(transform));
+        if (!isSeparable(evaluate)) {
+            flush();
+            parts_.emplace_back(Formula{evaluate, false, false});
+            return;
+        }
+        if (keepsPoints_ && curves_ > 0 && hasOwnPoints(transform)) {
+            flush();
+        }
+        waiting_.push_back(transform);
+        ++curves_;
+        if (keepsPoints_ && curves_ == 1 && hasOwnPoints(transform)) {
+            flush();
+        }
+    }
+
+    /// Ends a sequence of what is separable.
+    void flush()
+    {
+        if (waiting_.empty()) {
+            return;
+        }
+        if (curves_ == 0) {
+            addMatrix(diagonal_);
+        } else if (const std::optional<LUTCurves> own = ownPoints()) {
+            parts_.emplace_back(LUTStep(*own));
+        } else {
+            parts_.emplace_back(Formula{evaluationOf(waiting_), true, false});
+        }
+        waiting_.clear();
+        curves_ = 0;
+        diagonal_ = {};
+    }
+
+    static bool hasOwnPoints(const OCIO::ConstTransformRcPtr& transform)
+    {
+        const auto curves = as<OCIO::Lut1DTransform>(transform);
+        const auto range = as<OCIO::RangeTransform>(transform);
+        return (curves && !curves->getInputHalfDomain() && curves->getLength() >= 2 &&
+                curves->getDirection() == OCIO::TRANSFORM_DIR_FORWARD) ||
+               (range && range->hasMinInValue() && range->hasMaxInValue() &&
+                range->getMaxInValue() > range->getMinInValue() && range->getStyle() == OCIO::RANGE_CLAMP &&
+                range->getDirection() == OCIO::TRANSFORM_DIR_FORWARD);
+    }
+
+    /// The points of the file itself, if the sequence is a curve with its domain in front of it at most.
+    std::optional<LUTCurves> ownPoints() const
+    {
+        if (curves_ != 1 || !hasOwnPoints(waiting_.back())) {
+            return std::nullopt;
+        }
+        const auto curves = as<OCIO::Lut1DTransform>(waiting_.back());
+        const auto range = as<OCIO::RangeTransform>(waiting_.back());
+        const double low = range ? range->getMinInValue() : 0.0;
+        const double high = range ? range->getMaxInValue() : 1.0;
+        LUTCurves result;
+        for (std::size_t c = 0; c < 3; ++c) {
+            const double scale = diagonal_.rows[c][c];
+            result.domain.min[c] = static_cast<float>((low - diagonal_.rows[c][3]) / scale);
+            result.domain.max[c] = static_cast<float>((high - diagonal_.rows[c][3]) / scale);
+            if (!std::isfinite(result.domain.min[c]) || !std::isfinite(result.domain.max[c]) ||
+                !(result.domain.max[c] > result.domain.min[c])) {
+                return std::nullopt;
+            }
+        }
+        if (range) {
+            for (const double end : {range->getMinOutValue(), range->getMaxOutValue()}) {
+                const auto value = static_cast<float>(end);
+                result.points.push_back({value, value, value});
+            }
+            return result;
+        }
+        result.points.resize(curves->getLength());
+        for (std::size_t i = 0; i < result.points.size(); ++i) {
+            Colour& point = result.points[i];
+            curves->getValue(i, point[0], point[1], point[2]);
+        }
+        return result;
+    }
+
+    static bool isTrilinear(const OCIO::Lut3DTransform& table)
+    {
+        const OCIO::Interpolation interpolation = table.getInterpolation();
+        return interpolation != OCIO::INTERP_BEST && interpolation != OCIO::INTERP_TETRAHEDRAL;
+    }
+
+    bool keepsPoints_;
+    std::vector<Part> parts_;
+    std::vector<OCIO::ConstTransformRcPtr> waiting_; ///< separable ones, not yet a part
+    std::size_t curves_ = 0;                         ///< of these, not matrices
+    LUTMatrix diagonal_;                             ///< all matrices of these
+};
+
+std::optional<Source> read(const TextAsFile& file, std::string_view text, Refusal& refusal)
+{
+    const WithoutCache fresh;
+    const OCIO::ConstProcessorRcPtr processor = processorFor(file.path());
+    const OCIO::GroupTransformRcPtr group = processor->createGroupTransform();
+    const Outline outline = Survey(*group).result();
+    if (!outline.finite) {
+        refusal = {lineOfNonFinite(text), "it holds a number that is not finite"};
+        return std::nullopt;
+    }
+    Source source;
+    source.facts.contents = outline.contents;
+    source.evaluate = evaluationOf(processor);
+    source.domain = outline.domain;
+    source.sizes = outline.sizes;
+    source.knots = outline.knots;
+    source.judged = true;
+    source.parts = PartsFinder(true).find(*group);
+    source.merged = PartsFinder(false).find(*group);
+    if (outline.table) {
+        source.table = tableAsItIs(*outline.table, outline.domain);
+        const bool trilinear = std::get<LUTTable>(source.parts.back().step).trilinear;
+        source.parts.clear();
+        source.merged.clear();
+        source.parts.emplace_back(LUTStep(LUTTable{source.table, trilinear}));
+    }
+    return source;
+}
+
+} // namespace
+
+std::optional<Source> readThroughColourIO(const std::string& name, const std::string& extension,
+                                          std::string_view text, Refusal& refusal)
 {
     if (text.find("<Reference") != std::string_view::npos) {
         refusal.cause = "it refers to another file, which is not supported";
         return std::nullopt;
     }
-    const WithoutCache fresh;
-    const PlainPath path(file);
-    const OCIO::ConstProcessorRcPtr processor = processorFor(path.native());
-    const Outline outline = Survey(*processor->createGroupTransform()).result();
-    if (!outline.finite) {
-        refusal = {lineOfNonFinite(text), "it holds a number that is not finite"};
-        return std::nullopt;
-    }
-    LUTReading reading;
-    reading.facts.contents = outline.contents;
-    if (outline.table && outline.table->getDirection() == OCIO::TRANSFORM_DIR_FORWARD) {
-        reading.table = tableAsItIs(*outline.table, outline.domain);
-        return reading;
-    }
-    const auto cpu = processor->getOptimizedCPUProcessor(OCIO::OPTIMIZATION_NONE);
-    const Evaluation evaluate = [&](Colour* colours, std::size_t count) {
-        OCIO::PackedImageDesc image(colours->data(), static_cast<long>(count), 1, 3);
-        cpu->apply(image);
-    };
-    const Baked baked = bake(evaluate, outline.domain, outline.sizes, outline.knots);
-    if (!std::isfinite(baked.error)) {
-        refusal.cause = "some of its colours are not finite";
-        return std::nullopt;
-    }
-    reading.table = baked.table;
-    reading.facts.baked = true;
-    reading.facts.error = baked.error;
-    return reading;
-}
-
-} // namespace
-
-std::optional<LUTReading> readThroughColourIO(const std::filesystem::path& file, std::string_view text,
-                                              Refusal& refusal)
-{
+    std::string path;
     try {
+        const std::string plain = extension == "clf" || extension == "ctf" ? asKnownCLF(text) : std::string();
+        const TextAsFile file(plain.empty() ? text : plain, name);
+        path = file.path();
         return read(file, text, refusal);
     } catch (const std::exception& failure) {
-        refusal = refusalFrom(failure.what());
+        refusal = refusalFrom(failure.what(), path);
         return std::nullopt;
     }
 }

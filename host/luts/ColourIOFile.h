@@ -1,16 +1,19 @@
 #pragma once
 
-#include "host/luts/LUTReader.h"
+#include "host/luts/Source.h"
 #include "host/luts/Table.h"
 
 #include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace Qx::Host::Luts {
 
-/// Reads a LUT file through OpenColorIO, as readLUT does. The file must be a regular file within the limits;
-/// `text` is its content. Throws nothing.
-std::optional<LUTReading> readThroughColourIO(const std::filesystem::path& file, std::string_view text,
-                                              Refusal& refusal);
+/// Reads the text of a LUT file through OpenColorIO, as readLUT does: its name, and its extension in lower
+/// case, which tells the kind. Throws nothing.
+std::optional<Source> readThroughColourIO(const std::string& name, const std::string& extension,
+                                          std::string_view text, Refusal& refusal);
 
 /// The extensions that OpenColorIO knows, lower case, without repetitions.
 std::vector<std::string> colourIOExtensions();

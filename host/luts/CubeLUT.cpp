@@ -8,9 +8,12 @@
 
 Qx::Ptr<iHostImage3D> CubeLUT::load(const LightweightString<wchar_t>& path)
 {
-    const Qx::Host::LUTReading reading = Qx::Host::readLUT(toUTF8(path).c_str());
+    const Qx::Host::LUTTableReading reading = Qx::Host::readLUTTable(toUTF8(path).c_str());
     if (!reading.table) {
         Log("LUT %s\n", reading.failure.c_str());
+    } else if (reading.error > Qx::Host::largestLUTError) {
+        Log("LUT %s: as a single table it is off by at most %s\n", toUTF8(path).c_str(),
+            Qx::Host::lutErrorInCodes(reading.error).c_str());
     }
     return reading.table;
 }

@@ -6,11 +6,14 @@
 #include "host/luts/Baking.h"
 #include "host/luts/ColourIOFile.h"
 #include "host/luts/CubeFile.h"
+#include "host/luts/Source.h"
+#include "host/luts/StepBuilding.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <exception>
+#include <fmt/format.h>
 #include <optional>
 #include <string_view>
 #include <sys/stat.h>
@@ -64,44 +67,45 @@ std::string tableOf(int edge)
     return "a 3D table of " + std::to_string(edge) + " points an edge";
 }
 
-std::optional<LUTReading> readCube(std::string_view text, Refusal& refusal)
+std::optional<Source> readCube(std::string_view text, Refusal& refusal)
 {
     const std::optional<CubeFile> cube = parseCube(text, refusal);
     if (!cube) {
         return std::nullopt;
     }
-    LUTReading reading;
-    reading.facts.title = printable(cube->title);
-    reading.facts.remarks = cube->remarks;
-    if (cube->curves.empty()) {
-        reading.facts.contents = tableOf(cube->table->getSize());
-        reading.table = cube->table;
-        return reading;
+    Source source;
+    source.facts.title = printable(cube->title);
+    source.facts.remarks = cube->remarks;
+    if (!cube->curves.empty()) {
+        source.facts.contents = curvesOf(cube->curves.size());
+        source.domain = cube->curvesDomain;
+        source.sizes.push_back(static_cast<int>(cube->curves.size()));
+        source.knots = cube->curves.size();
+        LUTCurves curves;
+        curves.points = cube->curves;
+        curves.domain = cube->curvesDomain;
+        source.parts.emplace_back(LUTStep(std::move(curves)));
     }
-    reading.facts.contents = curvesOf(cube->curves.size());
-    std::vector<int> sizes{static_cast<int>(cube->curves.size())};
     if (cube->table) {
-        reading.facts.contents += ", then " + tableOf(cube->table->getSize());
-        sizes.push_back(cube->table->getSize());
+        source.facts.contents += (cube->curves.empty() ? "" : ", then ") + tableOf(cube->table->getSize());
+        source.sizes.push_back(cube->table->getSize());
+        source.parts.emplace_back(LUTStep(LUTTable{cube->table, false}));
+        if (cube->curves.empty()) {
+            source.table = cube->table;
+        }
     }
-    const Evaluation evaluate = [&cube](Colour* colours, std::size_t count) {
-        throughCurves(*cube, colours, count);
-        for (std::size_t i = 0; i < count && cube->table; ++i) {
-            colours[i] = lookUp(*cube->table, colours[i]);
+    source.evaluate = [cube = *cube](Colour* colours, std::size_t count) {
+        if (!cube.curves.empty()) {
+            throughCurves(cube, colours, count);
+        }
+        for (std::size_t i = 0; i < count && cube.table; ++i) {
+            colours[i] = lookUp(*cube.table, colours[i]);
         }
     };
-    const Baked baked = bake(evaluate, cube->curvesDomain, sizes, cube->curves.size());
-    if (!std::isfinite(baked.error)) {
-        refusal.cause = "its numbers are too large";
-        return std::nullopt;
-    }
-    reading.facts.baked = true;
-    reading.facts.error = baked.error;
-    reading.table = baked.table;
-    return reading;
+    return source;
 }
 
-std::optional<LUTReading> readAny(const std::filesystem::path& file, Refusal& refusal)
+std::optional<Source> readAny(const std::filesystem::path& file, Refusal& refusal)
 {
     const std::string extension = extensionOf(file);
     const std::vector<std::string> known = lutExtensions();
@@ -118,7 +122,49 @@ std::optional<LUTReading> readAny(const std::filesystem::path& file, Refusal& re
         refusal.cause = "it cannot be read";
         return std::nullopt;
     }
-    return extension == "cube" ? readCube(*text, refusal) : readThroughColourIO(file, *text, refusal);
+    return extension == "cube" ? readCube(*text, refusal)
+                               : readThroughColourIO(file.filename().native(), extension, *text, refusal);
+}
+
+std::optional<LUTReading> asSteps(const Source& source, Refusal& refusal)
+{
+    BuiltSteps built = buildSteps(source);
+    if (!std::isfinite(built.error)) {
+        refusal.cause = "some of its colours are not finite";
+        return std::nullopt;
+    }
+    if (built.error > largestLUTError) {
+        refusal.cause = fmt::format(
+            "it holds {}, which cannot be drawn to a quarter of a code of 10 bits: the colour {:.4g} {:.4g} "
+            "{:.4g} would be off by {}",
+            source.facts.contents, built.worst[0], built.worst[1], built.worst[2],
+            lutErrorInCodes(built.error));
+        return std::nullopt;
+    }
+    LUTReading reading;
+    reading.steps = std::move(built.steps);
+    reading.facts = source.facts;
+    reading.error = built.error;
+    return reading;
+}
+
+std::optional<LUTTableReading> asTable(const Source& source, Refusal& refusal)
+{
+    LUTTableReading reading;
+    reading.facts = source.facts;
+    reading.table = source.table;
+    if (source.table) {
+        return reading;
+    }
+    const Baked baked = bake(source.evaluate, source.domain, source.sizes, source.knots);
+    if (!std::isfinite(baked.error)) {
+        refusal.cause = "some of its colours are not finite, or too large";
+        return std::nullopt;
+    }
+    reading.baked = true;
+    reading.error = baked.error;
+    reading.table = baked.table;
+    return reading;
 }
 
 std::string failureText(const std::filesystem::path& file, const Refusal& refusal)
@@ -127,21 +173,42 @@ std::string failureText(const std::filesystem::path& file, const Refusal& refusa
     return printable(file.native()) + line + ": " + refusal.cause;
 }
 
-} // namespace
-
-LUTReading readLUT(const std::filesystem::path& file)
+/// Reads the file and gives `use` what was found; the failure if either has one.
+template <class Reading>
+Reading readInto(const std::filesystem::path& file,
+                 std::optional<Reading> (*use)(const Source& source, Refusal& refusal))
 {
     Refusal refusal;
     try {
-        if (std::optional<LUTReading> reading = readAny(file, refusal)) {
-            return *reading;
+        if (const std::optional<Source> source = readAny(file, refusal)) {
+            if (std::optional<Reading> reading = use(*source, refusal)) {
+                return *std::move(reading);
+            }
         }
     } catch (const std::exception& failure) {
         refusal = {0, failure.what()};
     }
-    LUTReading failed;
+    Reading failed;
     failed.failure = failureText(file, refusal);
     return failed;
+}
+
+} // namespace
+
+LUTReading readLUT(const std::filesystem::path& file)
+{
+    return readInto(file, asSteps);
+}
+
+LUTTableReading readLUTTable(const std::filesystem::path& file)
+{
+    return readInto(file, asTable);
+}
+
+std::string lutErrorInCodes(double error)
+{
+    const double codes = error * 1023.0;
+    return (codes < 10.0 ? fmt::format("{:.2g}", codes) : fmt::format("{:.0f}", codes)) + " codes of 10 bits";
 }
 
 std::vector<std::string> lutExtensions()

@@ -2,6 +2,7 @@
 
 #include "Qx/Ptr.h"
 #include "host/Host.h"
+#include "host/luts/LUTSteps.h"
 #include "platform/GPUImage.h"
 
 #include <filesystem>
@@ -13,8 +14,31 @@ namespace Qx::Host {
 /// What a LUT file holds, for people.
 struct LUTFacts
 {
-    std::string title;    ///< the file's own; most have none
-    std::string contents; ///< "a 3D table of 33 points an edge", "curves of 1024 points"
+    std::string title;                ///< the file's own; most have none
+    std::string contents;             ///< "a 3D table of 33 points an edge", "curves of 1024 points"
+    std::vector<std::string> remarks; ///< what was ignored, a line each
+};
+
+/// A LUT as steps, or why it could not be read.
+struct LUTReading
+{
+    LUTSteps steps; ///< empty if reading failed
+    LUTFacts facts;
+
+    /// The largest difference from the file's own result, where black is 0 and white is 1, for codes of 10
+    /// and 16 bits: at most largestLUTError. For curves alone every code was tried; otherwise it is 1.5 times
+    /// the worst of many thousand colours. 0 for .cube files, whose steps are their own numbers.
+    double error = 0.0;
+
+    /// Why it failed, one line that names the file and, if known, the line in it: "FILE:LINE: CAUSE".
+    std::string failure;
+};
+
+/// A LUT as one table, or why it could not be read.
+struct LUTTableReading
+{
+    Qx::Ptr<iHostImage3D> table; ///< empty if reading failed
+    LUTFacts facts;
 
     /// Whether the table was baked: made by evaluating the file on a grid.
     bool baked = false;
@@ -24,17 +48,7 @@ struct LUTFacts
     /// the file's own.
     double error = 0.0;
 
-    std::vector<std::string> remarks; ///< what was ignored, a line each
-};
-
-/// A LUT, or why it could not be read.
-struct LUTReading
-{
-    Qx::Ptr<iHostImage3D> table; ///< empty if reading failed
-    LUTFacts facts;
-
-    /// Why it failed, one line that names the file and, if known, the line in it: "FILE:LINE: CAUSE".
-    std::string failure;
+    std::string failure; ///< as LUTReading::failure
 };
 
 /// The limits on files.
@@ -42,17 +56,30 @@ inline constexpr std::size_t mostLUTBytes = std::size_t{128} << 20U;
 inline constexpr int mostTableEdge = 129;
 inline constexpr int mostCurvePoints = 65536; ///< of .cube files; others may have up to 1048576
 
+/// A quarter of a 10-bit code.
+inline constexpr double largestLUTError = 0.25 / 1023.0;
+
 /// Reads a LUT file of any type that CubeLUT::load reads, without logging. Thread-safe; throws nothing.
+///
+/// Tables, matrices and the points of curves are kept unchanged. Other curves get 65536 points: one for each
+/// code of 16 bits if they come first. What is neither is evaluated on a grid. A file whose steps are off by
+/// more than largestLUTError is refused, and the failure says by how much and where.
+QX_HOST_API LUTReading readLUT(const std::filesystem::path& file);
+
+/// Reads the same files as one table, the best that there is, for those who draw nothing else.
 ///
 /// A 3D table is kept unchanged: size, entries and domain. Everything else (curves, curves before a
 /// table, matrices, gradings) is evaluated on a grid of 2, 17, 33, 65 or 129 points an edge, or of as many as
 /// its own tables have: the first of these whose error is below a quarter of a 10-bit code, or the finest.
 /// The grid spans the colours that the file's first table covers, and 0 to 1 for files without one.
-QX_HOST_API LUTReading readLUT(const std::filesystem::path& file);
+QX_HOST_API LUTTableReading readLUTTable(const std::filesystem::path& file);
 
 /// The table's colour for a colour, by tetrahedral interpolation. Colours outside its domain are clamped to
 /// it.
 QX_HOST_API std::array<float, 3> lookUp(const iHostImage3D& table, const std::array<float, 3>& colour);
+
+/// An error in words, "0.12 codes of 10 bits".
+QX_HOST_API std::string lutErrorInCodes(double error);
 
 /// The extensions of the files that readLUT reads, lower case, each once.
 QX_HOST_API std::vector<std::string> lutExtensions();

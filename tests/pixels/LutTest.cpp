@@ -5,6 +5,7 @@
 #include "platform/OS.h"
 #include "platform/Settings.h"
 #include "platform/Text.h"
+#include "tests/host/services/LutSamples.h"
 
 #include <OpenColorIO/OpenColorIO.h>
 #include <gtest/gtest.h>
@@ -105,7 +106,8 @@ protected:
 
     /// Codes, a multiple of 256 of them, through the effect.
     std::vector<Codes> drawn(const Qx::Ptr<iGPUImage3D>& table, const Depth& depth,
-                             const std::vector<Codes>& codes, float amount = 1.0F)
+                             const std::vector<Codes>& codes, float amount = 1.0F,
+                             const char* technique = "LUT")
     {
         const std::size_t bytes = depth.format == iGPUImage::eARGB16 ? 8 : 4;
         const XY<int> size{width, static_cast<int>(codes.size()) / width};
@@ -114,6 +116,7 @@ protected:
         for (std::size_t i = 0; i < codes.size(); ++i) {
             put(texels + i * bytes, depth, codes[i]);
         }
+        EXPECT_TRUE(effect_->setTechnique(technique));
         const TableDomain domain = table->getDomain();
         EXPECT_TRUE(effect_->getParam("domainMin")->setValues(domain.min.data(), 3));
         EXPECT_TRUE(effect_->getParam("domainMax")->setValues(domain.max.data(), 3));
@@ -144,7 +147,8 @@ protected:
         }
         const auto transform = OCIO::FileTransform::Create();
         transform->setSrc(file_.c_str());
-        transform->setInterpolation(OCIO::INTERP_TETRAHEDRAL);
+        transform->setInterpolation(OCIO::INTERP_BEST);
+        transform->setCCCId("0");
         const auto processor = OCIO::Config::CreateRaw()->getProcessor(transform);
         OCIO::PackedImageDesc image(colours.data(), static_cast<long>(codes.size()), 1, 3);
         processor->getOptimizedCPUProcessor(OCIO::OPTIMIZATION_NONE)->apply(image);
@@ -248,6 +252,22 @@ std::vector<Codes> rampsAndScatter(const Depth& depth)
     return codes;
 }
 
+/// As rampsAndScatter, but fewer.
+std::vector<Codes> fewCodes(const Depth& depth)
+{
+    std::vector<Codes> codes;
+    std::mt19937 random(4);
+    const auto any = [&] { return static_cast<unsigned>(random()) & depth.maxCode; };
+    for (unsigned i = 0; i < 2048; ++i) {
+        const unsigned c = i * depth.maxCode / 2047;
+        codes.push_back({c, c, c});
+        codes.push_back({c, 0, depth.maxCode});
+        codes.push_back({any(), any(), any()});
+        codes.push_back({any(), any(), any()});
+    }
+    return codes;
+}
+
 TEST_F(LutEffect, AnIdentityChangesNoCode)
 {
     for (const int edge : {2, 17, 33, 65}) {
@@ -315,10 +335,50 @@ TEST_F(LutEffect, TablesMadeFromCurvesAndMatricesAgreeToo)
         lut("shaper.cube", shaped + entries.substr(entries.find("DOMAIN_MAX"))
                                         .substr(std::strlen("DOMAIN_MAX 1.000000 1.000000 1.000000\n")));
     ASSERT_TRUE(shaper);
-    const double stated = Host::readLUT(file_).facts.error;
+    const double stated = Host::readLUTTable(file_).error;
     EXPECT_LT(stated, 0.001);
     expectAsJudged(shaper, depth10, rampsAndScatter(depth10), stated * 1023);
     expectAsJudged(shaper, depth16, rampsAndScatter(depth16), stated * 65535);
+}
+
+TEST_F(LutEffect, StepsOfEveryKindAreWithinAQuarterOfATenBitCodeOfOpenColorIO)
+{
+    std::vector<Host::Test::LutSample> samples = Host::Test::stepSamples();
+    for (const Host::Test::LutSample& sample : Host::Test::lutSamples()) {
+        samples.push_back(sample);
+    }
+    for (const Host::Test::LutSample& sample : samples) {
+        file_ = folder_ / sample.name;
+        std::ofstream(file_) << sample.text;
+        const Host::LUTReading reading = Host::readLUT(file_);
+        ASSERT_FALSE(reading.steps.empty()) << reading.failure;
+        const auto image = OS().gpu().upload3DImage(Host::packed(reading.steps));
+        ASSERT_TRUE(image);
+        for (const Depth& depth : {depth10, depth16}) {
+            const std::vector<Codes> codes = fewCodes(depth);
+            const std::vector<Codes> got = drawn(image, depth, codes, 1.0F, "Steps");
+            const auto wanted = judged(depth, codes);
+            double worst = 0.0;
+            for (std::size_t i = 0; i < codes.size(); ++i) {
+                for (std::size_t c = 0; c < 3; ++c) {
+                    worst = std::max(worst, std::abs(got[i][c] - wanted[i][c]));
+                }
+            }
+            // Half a code is what rounding to codes costs.
+            EXPECT_LE(worst, 0.5 + Host::largestLUTError * depth.maxCode)
+                << sample.name << ", codes to " << depth.maxCode;
+        }
+    }
+}
+
+TEST_F(LutEffect, StepsMixWithThePictureByTheirAmountToo)
+{
+    const auto halved = Host::packed({Host::LUTMatrix{{{{0.5, 0, 0, 0}, {0, 0.5, 0, 0}, {0, 0, 0.5, 0}}}}});
+    const std::vector<Codes> codes = everyCode(depth8);
+    const std::vector<Codes> mixed = drawn(OS().gpu().upload3DImage(halved), depth8, codes, 0.5F, "Steps");
+    for (std::size_t i = 0; i < codes.size(); ++i) {
+        ASSERT_LE(std::abs(mixed[i][0] - 0.75 * codes[i][0]), 0.5001) << codes[i][0];
+    }
 }
 
 TEST_F(LutEffect, AmountGoesFromThePictureToTheLook)

@@ -3,6 +3,7 @@
 
 #include "tests/pixels/Gpu.h"
 #include "tests/pixels/Judge.h"
+#include "tests/pixels/LutAccuracy.h"
 #include "tests/pixels/Rearrangements.h"
 #include "tests/pixels/Reference.h"
 #include "tests/pixels/RunningHost.h"
@@ -106,7 +107,7 @@ bool write(std::ostream& page, const std::string& device)
             }
         }
     }
-    return writeTenBits(page);
+    return writeTenBits(page) && writeLuts(page);
 }
 
 } // namespace

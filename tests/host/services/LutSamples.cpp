@@ -1,5 +1,6 @@
 #include "tests/host/services/LutSamples.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -121,13 +122,6 @@ constexpr const char* correction =
     "<ColorCorrection id=\"x\"><SOPNode><Slope>1.1 0.9 1.0</Slope><Offset>0.01 0 0.02</Offset>"
     "<Power>1.2 1 1.1</Power></SOPNode><SatNode><Saturation>0.9</Saturation></SatNode></ColorCorrection>\n";
 
-std::string clf(const std::string& inside)
-{
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ProcessList xmlns=\"urn:AMPAS:CLF:v3.0\" id=\"m\" "
-           "compCLFversion=\"3\">" +
-           inside + "</ProcessList>\n";
-}
-
 constexpr const char* matrix3 = "0.5 0.2 0.1\n0 0.9 0.05\n0.1 0.1 0.8";
 
 const std::string ranges = "2\n0 1\n0 1\n2\n0 1\n0 1\n2\n0 1\n0 1\n";
@@ -144,7 +138,153 @@ std::string pandora()
     return "channel 3d\nin 27\nout 4096\n\nformat lut\n\nvalues\tred\tgreen\tblue\n" + codes(3, "\t", true);
 }
 
+/// Lines of one number, a function at equal distances from 0 to 1.
+std::string column(int points, const std::function<double(double)>& function)
+{
+    std::string text;
+    for (int i = 0; i < points; ++i) {
+        text += fmt::format("{:.9g}\n", function(i / static_cast<double>(points - 1)));
+    }
+    return text;
+}
+
+/// The number that 16 bits mean as a half float; 0 for what is not finite.
+double half(int bits)
+{
+    const int exponent = bits >> 10 & 31;
+    const double fraction = (bits & 1023) / 1024.0;
+    const double size = exponent == 31  ? 0.0
+                        : exponent == 0 ? std::ldexp(fraction, -14)
+                                        : std::ldexp(1.0 + fraction, exponent - 15);
+    return (bits & 0x8000) != 0 ? -size : size;
+}
+
+std::string halfDomain()
+{
+    std::string text;
+    for (int bits = 0; bits < 65536; ++bits) {
+        const double x = std::clamp(half(bits), 0.0, 4.0);
+        text += fmt::format("{:.7g}\n", std::log2(1.0 + 64.0 * x) / std::log2(65.0));
+    }
+    return text;
+}
+
+const std::string depths = " inBitDepth=\"32f\" outBitDepth=\"32f\"";
+
+std::string exponent(const std::string& style, const std::string& value)
+{
+    return "<Exponent" + depths + " style=\"" + style + "\"><ExponentParams exponent=\"" + value +
+           "\"/></Exponent>";
+}
+
+/// Mixes the channels a little, so that it can be inverted.
+void gentle(double& r, double& g, double& b)
+{
+    const double red = 0.8 * r * r + 0.15 * g + 0.05 * b;
+    const double green = 0.1 * r + 0.7 * std::sqrt(g) + 0.1;
+    b = 0.1 * g + 0.8 * b + 0.02 * std::sin(6.0 * b);
+    r = red;
+    g = green;
+}
+
+std::string gentleEntries(int edge)
+{
+    std::string text;
+    for (const Index& at : grid(edge, false)) {
+        std::array<double, 3> c{};
+        for (std::size_t i = 0; i < 3; ++i) {
+            c[i] = at[i] / static_cast<double>(edge - 1);
+        }
+        gentle(c[0], c[1], c[2]);
+        text += fmt::format("{:.9g} {:.9g} {:.9g}\n", c[0], c[1], c[2]);
+    }
+    return text;
+}
+
+std::string rangeElement(const std::string& limits)
+{
+    return "<Range" + depths + ">" + limits + "</Range>";
+}
+
+std::string correctionElement(const std::string& style)
+{
+    return "<ASC_CDL" + depths + " style=\"" + style +
+           "\"><SOPNode><Slope>1.2 0.9 1.1</Slope><Offset>0.05 0 -0.02</Offset><Power>0.8 1 "
+           "1.3</Power></SOPNode>"
+           "<SatNode><Saturation>1.3</Saturation></SatNode></ASC_CDL>";
+}
+
+std::string matrixElement()
+{
+    return "<Matrix" + depths +
+           "><Array dim=\"3 3\">0.6 0.3 0.1\n0.1 0.8 0.1\n0.05 0.15 0.8</Array></Matrix>";
+}
+
 } // namespace
+
+std::string clf(const std::string& inside)
+{
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ProcessList xmlns=\"urn:AMPAS:CLF:v3.0\" id=\"m\" "
+           "compCLFversion=\"3\">" +
+           inside + "</ProcessList>\n";
+}
+
+std::string ctf(const std::string& inside)
+{
+    return "<?xml version=\"1.0\"?>\n<ProcessList version=\"2\" id=\"m\">\n" + inside + "</ProcessList>\n";
+}
+
+std::vector<LutSample> stepSamples()
+{
+    const auto steep = [](double x) { return std::pow(x, 1.0 / 2.4); };
+    const std::string limits = "<minInValue>0.1</minInValue><maxInValue>0.8</maxInValue>"
+                               "<minOutValue>0</minOutValue><maxOutValue>1</maxOutValue>";
+    std::string curve;
+    for (int i = 0; i < 4096; ++i) {
+        curve += fmt::format("{0:.9g} {0:.9g} {0:.9g}\n", steep(i / 4095.0));
+    }
+    const std::string table =
+        "<LUT3D" + depths + "><Array dim=\"3 3 3 3\">\n" + floats(3, false) + "</Array></LUT3D>";
+    return {
+        {"steep.cube", "LUT_1D_SIZE 4096\n" + curve},
+        {"shaped.cube", "LUT_1D_SIZE 4096\nLUT_3D_SIZE 3\n" + curve + floats(3, true)},
+        {"range.clf", clf(rangeElement(limits))},
+        {"half-range.clf",
+         clf(rangeElement("<maxInValue>0.7</maxInValue><maxOutValue>0.7</maxOutValue>") + matrixElement())},
+        {"inverse-curve.ctf",
+         ctf("<InverseLUT1D" + depths + "><Array dim=\"65 1\">\n" +
+             column(65, [](double x) { return x * x * x; }) + "</Array></InverseLUT1D>")},
+        {"around-table.clf", clf("<LUT1D" + depths + "><Array dim=\"1024 1\">\n" + column(1024, steep) +
+                                 "</Array></LUT1D>" + table + "<LUT1D" + depths + "><Array dim=\"65 1\">\n" +
+                                 column(65, [](double x) { return x * x; }) + "</Array></LUT1D>")},
+        {"lin-to-log.clf", clf("<Log" + depths +
+                               " style=\"linToLog\"><LogParams base=\"2\" linSideSlope=\"8\" "
+                               "linSideOffset=\"0.001\" logSideSlope=\"0.07\" "
+                               "logSideOffset=\"0.75\"/></Log>")},
+        {"camera-log.clf", clf("<Log" + depths +
+                               " style=\"cameraLinToLog\"><LogParams base=\"10\" linSideSlope=\"5.5\" "
+                               "linSideOffset=\"0.05\" logSideSlope=\"0.25\" logSideOffset=\"0.4\" "
+                               "linSideBreak=\"0.005\"/></Log>")},
+        {"display.clf", clf(exponent("basicFwd", "2.4") + matrixElement() + exponent("basicRev", "2.2"))},
+        {"log-and-back.clf", clf("<Log" + depths + " style=\"antiLog2\"></Log>" + matrixElement() + "<Log" +
+                                 depths + " style=\"log2\"></Log>")},
+        {"saturated.cc",
+         "<ColorCorrection id=\"x\"><SOPNode><Slope>1.3 0.9 1</Slope><Offset>0.02 0 "
+         "-0.05</Offset><Power>0.6 1 1.1</Power></SOPNode><SatNode><Saturation>1.4</Saturation>"
+         "</SatNode></ColorCorrection>\n"},
+        {"strict.clf", clf(correctionElement("Fwd"))},
+        {"strict-back.clf", clf(correctionElement("Rev"))},
+        {"inverse-table.ctf", ctf("<InverseLUT3D" + depths + "><Array dim=\"5 5 5 3\">\n" + gentleEntries(5) +
+                                  "</Array></InverseLUT3D>")},
+        {"half-domain.clf", clf("<LUT1D inBitDepth=\"16f\" outBitDepth=\"32f\" halfDomain=\"true\"><Array "
+                                "dim=\"65536 1\">\n" +
+                                halfDomain() + "</Array></LUT1D>")},
+        {"trilinear.clf", clf("<LUT3D interpolation=\"trilinear\"" + depths + "><Array dim=\"3 3 3 3\">\n" +
+                              floats(3, false) + "</Array></LUT3D>")},
+        {"hue.ctf", ctf("<LUT1D hueAdjust=\"dw3\"" + depths + "><Array dim=\"65 1\">\n" +
+                        column(65, [](double x) { return x * x * (3.0 - 2.0 * x); }) + "</Array></LUT1D>")},
+    };
+}
 
 void sampleLook(double& r, double& g, double& b)
 {

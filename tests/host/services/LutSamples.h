@@ -19,6 +19,16 @@ struct LutSample
 /// A file of every kind that can be read, some kinds several times.
 std::vector<LutSample> lutSamples();
 
+/// Files that one table does not follow: curves steep or with ends, curves around tables and matrices,
+/// inverse curves and tables. All can be drawn in steps.
+std::vector<LutSample> stepSamples();
+
+/// A CLF file around these elements.
+std::string clf(const std::string& inside);
+
+/// A CTF file around these elements.
+std::string ctf(const std::string& inside);
+
 /// The lines of a .cube file's table for a function of colour, without keywords.
 std::string cubeEntries(int edge, const std::function<void(double& r, double& g, double& b)>& change);
 

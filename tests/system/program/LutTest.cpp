@@ -101,6 +101,35 @@ TEST_F(Luts, that_cannot_be_read_stop_a_conversion_with_file_and_line)
     EXPECT_FALSE(fs::exists(at("no.png")));
 }
 
+TEST_F(Luts, of_steep_curves_change_every_code_as_the_file_says)
+{
+    // A curve that is flat but for one step, which no table of 129 points follows.
+    std::string curve = "LUT_1D_SIZE 4096\n";
+    for (int i = 0; i < 4096; ++i) {
+        curve += i < 2047 ? "0 0 0\n" : "1 1 1\n";
+    }
+    write("threshold.cube", curve);
+    makeClip();
+    const Bytes plain = through({});
+    const Bytes changed = through({"--lut", "threshold.cube"});
+    ASSERT_EQ(plain.size(), changed.size());
+    for (std::size_t i = 0; i < plain.size(); ++i) {
+        ASSERT_EQ(changed[i], plain[i] < 128 ? 0 : 255) << "from " << int{plain[i]};
+    }
+}
+
+TEST_F(Luts, that_cannot_be_drawn_exactly_stop_a_conversion_quiet_or_not)
+{
+    makeClip();
+    write("hue.ctf", "<?xml version=\"1.0\"?>\n<ProcessList version=\"2\" id=\"m\">\n<FixedFunction "
+                     "inBitDepth=\"32f\" outBitDepth=\"32f\" style=\"RGB_TO_HSV\"/></ProcessList>\n");
+    const Outcome outcome = qxhost({"convert", "clip.mkv", "no.png", "--lut", "hue.ctf", "--quiet"});
+    EXPECT_EQ(outcome.exitCode, 6);
+    EXPECT_TRUE(has(outcome.err, "hue.ctf: it holds a formula, which cannot be drawn to a quarter of a code"))
+        << outcome.err;
+    EXPECT_FALSE(fs::exists(at("no.png")));
+}
+
 TEST_F(Luts, options_that_belong_to_no_step_are_refused)
 {
     const auto usage = [&](std::vector<std::string> options) {
@@ -126,7 +155,7 @@ TEST_F(Luts, are_found_by_name_once_installed)
     const Json list = json({"lut", "list", "--json"});
     ASSERT_EQ(list.size(), 1U);
     EXPECT_EQ(list[0]["name"], "negative.cube");
-    EXPECT_EQ(list[0]["size"], 2);
+    EXPECT_EQ(list[0]["contents"], "a 3D table of 2 points an edge");
     fs::remove(at("negative.cube"));
     EXPECT_EQ(json({"lut", "info", "negative.cube", "--json"})["title"], "Negative");
     makeClip();
@@ -199,11 +228,11 @@ TEST_F(Luts, say_what_they_hold)
     write("wide.cube", "DOMAIN_MIN -1 0 0\nDOMAIN_MAX 2 1 1\nLUT_IN_VIDEO_RANGE\n" + identity);
     const Json curves = json({"lut", "info", "curves.cube", "--json"});
     EXPECT_EQ(curves["contents"], "curves of 3 points");
-    EXPECT_TRUE(curves["baked"]);
-    EXPECT_EQ(curves["size"], 3);
+    EXPECT_EQ(curves["steps"], Json({"curves of 3 points from 0 to 1"}));
+    EXPECT_EQ(curves["error"], 0.0);
     const Outcome wide = qxhost({"lut", "info", "wide.cube"});
     EXPECT_EQ(wide.exitCode, 0);
-    EXPECT_TRUE(has(wide.out, "(-1, 0, 0) to (2, 1, 1)")) << wide.out;
+    EXPECT_TRUE(has(wide.out, "a table of 2 x 2 x 2 from (-1, 0, 0) to (2, 1, 1), tetrahedral")) << wide.out;
     EXPECT_TRUE(has(wide.out, "LUT_IN_VIDEO_RANGE is ignored")) << wide.out;
     const Outcome broken = qxhost({"lut", "info", "broken.cube"});
     EXPECT_EQ(broken.exitCode, 3);

@@ -214,7 +214,7 @@ void prepareConversion()
     }
 }
 
-void noteDecisions(const Conversion& conversion, const EffectChain& effects, Console& console)
+void noteDecisions(const Conversion& conversion, Console& console)
 {
     const ConvertOptions& options = conversion.options;
     for (const std::string& note : conversion.colour.notes) {
@@ -244,9 +244,6 @@ void noteDecisions(const Conversion& conversion, const EffectChain& effects, Con
     if (conversion.info().hasFullChroma && !holdsRgb(conversion.info())) {
         console.note(options.input.string() + " (" + conversion.info().pixelFormat +
                      ") has full chroma resolution; it passes through 4:2:2, which keeps half of it");
-    }
-    for (const std::string& remark : effects.remarks()) {
-        console.note(remark);
     }
     if (deviceIsSoftware()) {
         console.note("converting on " + deviceName() +
@@ -408,7 +405,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     const HostSession host(options.device, &console);
     prepareConversion();
     EffectChain effects(options.effects);
-    noteDecisions(conversion, effects, console);
+    noteDecisions(conversion, console);
     std::unique_ptr<BurnIn> burnIn = prepareBurnIn(conversion, console);
     if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), console)) {
         throw Failure(ExitCode::interrupted,

@@ -28,12 +28,10 @@ Json describe(const fs::path& file)
 {
     const Host::LUTReading reading = Host::readLUT(file);
     Json entry{{"name", file.filename().string()}, {"directory", file.parent_path().string()}};
-    entry["readable"] = static_cast<bool>(reading.table);
-    if (reading.table) {
+    entry["readable"] = !reading.steps.empty();
+    if (!reading.steps.empty()) {
         entry["contents"] = reading.facts.contents;
-        entry["size"] = reading.table->getSize();
-        entry["baked"] = reading.facts.baked;
-        entry["error"] = reading.facts.error;
+        entry["error"] = reading.error;
     } else {
         entry["reason"] = reading.failure;
     }

@@ -1,7 +1,6 @@
 #include "tools/qxhost/commands/lut/LutPicture.h"
 
 #include "host/fonts/TextPainter.h"
-#include "host/luts/LUTReader.h"
 #include "platform/Font.h"
 
 #include <algorithm>
@@ -182,32 +181,33 @@ void drawLine(Canvas& canvas, const Box& clip, const std::vector<std::array<floa
     }
 }
 
-/// Grey through the table, over its domain or 0 to 1, whichever is wider.
+/// Grey through the LUT, over 0 to 1 or the domain of its table, whichever is wider.
 struct GreyCurve
 {
     std::vector<float> in;
     std::vector<Colour> out;
 };
 
-GreyCurve greyThrough(const iHostImage3D& table)
+GreyCurve greyThrough(const Host::LUTSteps& steps)
 {
-    const TableDomain domain = table.getDomain();
+    const Qx::Ptr<iHostImage3D> table = Host::singleTable(steps);
+    const TableDomain domain = table ? table->getDomain() : TableDomain{};
     const float low = std::min(0.0F, *std::min_element(domain.min.begin(), domain.min.end()));
     const float high = std::max(1.0F, *std::max_element(domain.max.begin(), domain.max.end()));
-    constexpr int steps = 1024;
+    constexpr int last = 1024;
     GreyCurve curve;
-    for (int i = 0; i <= steps; ++i) {
-        const float grey = low + (high - low) * static_cast<float>(i) / steps;
+    for (int i = 0; i <= last; ++i) {
+        const float grey = low + (high - low) * static_cast<float>(i) / last;
         curve.in.push_back(grey);
-        curve.out.push_back(Host::lookUp(table, {grey, grey, grey}));
+        curve.out.push_back(Host::apply(steps, {grey, grey, grey}));
     }
     return curve;
 }
 
-void drawCurves(Canvas& canvas, const iHostImage3D& table)
+void drawCurves(Canvas& canvas, const Host::LUTSteps& steps)
 {
     canvas.fill(curves, panel);
-    const GreyCurve curve = greyThrough(table);
+    const GreyCurve curve = greyThrough(steps);
     float low = curve.in.front();
     float high = curve.in.back();
     for (const Colour& out : curve.out) {
@@ -239,7 +239,7 @@ void drawCurves(Canvas& canvas, const iHostImage3D& table)
     }
 }
 
-void drawRamps(Canvas& canvas, const iHostImage3D& table)
+void drawRamps(Canvas& canvas, const Host::LUTSteps& steps)
 {
     constexpr std::array<Colour, 7> ends{Colour{1, 1, 1}, Colour{1, 0, 0}, Colour{0, 1, 0}, Colour{0, 0, 1},
                                          Colour{0, 1, 1}, Colour{1, 0, 1}, Colour{1, 1, 0}};
@@ -252,7 +252,7 @@ void drawRamps(Canvas& canvas, const iHostImage3D& table)
         const int top = ramps.y + i * (pair + gap);
         paint(canvas, {ramps.x, top, ramps.width, pair / 2}, [&](float u, float) { return ramp(u); });
         paint(canvas, {ramps.x, top + pair / 2, ramps.width, pair - pair / 2},
-              [&](float u, float) { return Host::lookUp(table, ramp(u)); });
+              [&](float u, float) { return Host::apply(steps, ramp(u)); });
     }
 }
 
@@ -301,14 +301,14 @@ void drawTitles(Canvas& canvas, const std::string& name, const std::string& cont
 
 } // namespace
 
-LutPicture drawLut(const iHostImage3D& table, const std::string& name, const std::string& contents)
+LutPicture drawLut(const Host::LUTSteps& steps, const std::string& name, const std::string& contents)
 {
     Canvas canvas;
     drawTitles(canvas, name, contents);
     paint(canvas, before, chartAt);
-    paint(canvas, after, [&](float u, float v) { return Host::lookUp(table, chartAt(u, v)); });
-    drawCurves(canvas, table);
-    drawRamps(canvas, table);
+    paint(canvas, after, [&](float u, float v) { return Host::apply(steps, chartAt(u, v)); });
+    drawCurves(canvas, steps);
+    drawRamps(canvas, steps);
     return canvas.take();
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/GPUImage.h"
+#include "host/luts/LUTSteps.h"
 
 #include <cstdint>
 #include <string>
@@ -16,8 +16,8 @@ struct LutPicture
     std::vector<std::uint8_t> bytes;
 };
 
-/// Draws the effect of a table: a chart before and after, the curves of grey, and ramps before and after,
+/// Draws the effect of a LUT: a chart before and after, the curves of grey, and ramps before and after,
 /// each with its title. `name` and `contents` head the picture. Titles are left out if there is no typeface.
-LutPicture drawLut(const iHostImage3D& table, const std::string& name, const std::string& contents);
+LutPicture drawLut(const Host::LUTSteps& steps, const std::string& name, const std::string& contents);
 
 } // namespace Qx::Program

@@ -31,7 +31,7 @@ ExitCode preview(const PreviewOptions& options, Console& console)
     requireOnePicture(options.output, "a preview");
     const Host::LUTReading reading = readLut(options.file.string());
     const std::string name = options.file.filename().string();
-    const LutPicture picture = drawLut(*reading.table, name, reading.facts.contents);
+    const LutPicture picture = drawLut(reading.steps, name, reading.facts.contents);
     Media::OutputSettings settings;
     settings.width = picture.width;
     settings.height = picture.height;

@@ -162,11 +162,12 @@ void EffectChain::takeLut(Link& link, const std::string& lut) const
                                    [&](const Link& other) { return other.table && other.file == link.file; });
     if (same != links_.end()) {
         link.table = same->table;
+        link.technique = same->technique;
         return;
     }
     LutOnGpu made = obtainLut(lut);
-    link.table = std::move(made.table);
-    link.remark = std::move(made.remark);
+    link.table = std::move(made.image);
+    link.technique = LightweightString<char>(std::string_view(made.technique));
 }
 
 EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
@@ -178,11 +179,13 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
         // A second use of the same file has parameters of its own.
         link.effect = compileEffectFile(effectPath(request.file));
     }
-    link.technique = chooseTechnique(*link.effect, request);
+    EffectRequest chosen = request;
     if (!request.lut.empty()) {
         takeLut(link, request.lut);
         setDomain(*link.effect, request.file, link.table->getDomain());
+        chosen.technique = link.technique.c_str();
     }
+    link.technique = chooseTechnique(*link.effect, chosen);
     requireOnlyInput(*link.effect, request.file, link.technique.view(), static_cast<bool>(link.table));
     for (const ParameterSetting& setting : request.settings) {
         if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
@@ -191,17 +194,6 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
         }
     }
     return link;
-}
-
-std::vector<std::string> EffectChain::remarks() const
-{
-    std::vector<std::string> lines;
-    for (const Link& link : links_) {
-        if (!link.remark.empty()) {
-            lines.push_back(link.remark);
-        }
-    }
-    return lines;
 }
 
 Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFormat format)

@@ -22,9 +22,6 @@ public:
 
     std::size_t size() const { return links_.size(); }
 
-    /// Remarks on the LUTs for the user, a line each.
-    std::vector<std::string> remarks() const;
-
     /// The picture after all effects, in a GPU image of the same size and format; the picture itself if there
     /// are none. Throws Failure (device, effect) if an effect is not drawn. One thread.
     Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format);
@@ -36,7 +33,6 @@ private:
         Qx::Ptr<iShaderEffect> effect;
         LightweightString<char> technique;
         Qx::Ptr<iGPUImage3D> table; ///< of a LUT
-        std::string remark;         ///< on the LUT
     };
 
     Link makeLink(const EffectRequest& request) const;

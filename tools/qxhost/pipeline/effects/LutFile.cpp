@@ -10,7 +10,6 @@
 #include "tools/qxhost/console/Failure.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <string_view>
 
 namespace Qx::Program {
@@ -39,17 +38,6 @@ bool isLutExtension(const std::string& extension)
     return std::find(known.begin(), known.end(), extension) != known.end();
 }
 
-/// A remark if a baked table is off by more than half a code of 8 bits; else empty.
-std::string inexactness(const std::filesystem::path& file, const Host::LUTReading& reading)
-{
-    return reading.facts.error * 255.0 <= 0.5
-               ? std::string()
-               : fmt::format("{} holds {}; the table of {} points made from it is off by at most {}, where "
-                             "it is steepest",
-                             file.string(), reading.facts.contents, reading.table->getSize(),
-                             errorInCodes(reading.facts.error));
-}
-
 } // namespace
 
 std::filesystem::path lutPath(const std::string& nameOrPath)
@@ -70,11 +58,13 @@ LutOnGpu obtainLut(const std::string& nameOrPath)
 {
     const std::filesystem::path file = lutPath(nameOrPath);
     const Host::LUTReading reading = Host::readLUT(file);
-    if (!reading.table) {
+    if (reading.steps.empty()) {
         throw Failure(ExitCode::effect, "--lut " + reading.failure);
     }
-    LutOnGpu lut{OS().gpu().upload3DImage(reading.table), inexactness(file, reading)};
-    if (!lut.table) {
+    const Qx::Ptr<iHostImage3D> table = Host::singleTable(reading.steps);
+    LutOnGpu lut{OS().gpu().upload3DImage(table ? table : Host::packed(reading.steps)),
+                 table ? "LUT" : "Steps"};
+    if (!lut.image) {
         throw Failure(ExitCode::effect, file.string() + ": not enough GPU memory for this LUT");
     }
     return lut;
@@ -83,15 +73,10 @@ LutOnGpu obtainLut(const std::string& nameOrPath)
 Host::LUTReading readLut(const std::string& nameOrPath)
 {
     Host::LUTReading reading = Host::readLUT(lutPath(nameOrPath));
-    if (!reading.table) {
+    if (reading.steps.empty()) {
         throw Failure(ExitCode::input, reading.failure);
     }
     return reading;
-}
-
-std::string errorInCodes(double error)
-{
-    return fmt::format("{:.2g} codes of 8 bits", error * 255.0);
 }
 
 std::vector<std::filesystem::path> listedLuts()

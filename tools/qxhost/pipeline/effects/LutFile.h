@@ -18,18 +18,15 @@ std::filesystem::path lutPath(const std::string& nameOrPath);
 
 struct LutOnGpu
 {
-    Qx::Ptr<iGPUImage3D> table; ///< never empty
-    std::string remark;         ///< the table's error if it exceeds half a code of 8 bits; else empty
+    Qx::Ptr<iGPUImage3D> image; ///< never empty
+    std::string technique;      ///< of LUT.fx, the one that draws this image
 };
 
-/// Reads the LUT and uploads its table. Throws Failure (effect), with the reason.
+/// Reads the LUT and uploads it. Throws Failure (effect), with the reason.
 LutOnGpu obtainLut(const std::string& nameOrPath);
 
-/// The LUT's table and facts, without a GPU. Throws Failure (input), with the reason.
+/// The LUT's steps and facts, without a GPU. Throws Failure (input), with the reason.
 Host::LUTReading readLut(const std::string& nameOrPath);
-
-/// An error of a table as codes of 8 bits, for people.
-std::string errorInCodes(double error);
 
 /// The catalogue: the files of the user's LUT directory and of the machine's.
 std::vector<std::filesystem::path> listedLuts();

@@ -51,7 +51,7 @@ def write(path, mutants, results, verdicts):
              "scripts/mutate --report\n```\n", table("folder", mutants, outcomes, lambda m: m.path.split("/")[0]),
              table("change", mutants, outcomes, lambda m: m.kind)]
     counts = Counter(outcomes.values())
-    parts.append(f"Not counted: {counts[NOT_COMPILED]} that do not compile, and {counts[NOT_RUN]} that have not been run since "
+    parts.append(f"Not counted: {counts[NOT_COMPILED]} that do not compile, and {counts[NOT_RUN]} that have not been run, or not since "
                  "their file was last changed.\n")
     for verdict, title in ((SURVIVES, "Survivors, explained"), (EQUIVALENT, "Equivalent mutants")):
         blocks = [(b, [m for m in mutants if outcomes[m.id] == verdict and verdicts.of(m) is b])

@@ -50,9 +50,9 @@ def write(path, mutants, results, verdicts):
     parts = [INTRODUCTION, "```\nscripts/install-packages scripts/mutation/packages.txt\nscripts/mutate\n"
              "scripts/mutate --report\n```\n", table("folder", mutants, outcomes, lambda m: m.path.split("/")[0]),
              table("change", mutants, outcomes, lambda m: m.kind)]
-    missing = sum(outcome == NOT_RUN for outcome in outcomes.values())
-    if missing:
-        parts.append(f"{missing} mutants have not been run since their file changed, and are not counted.\n")
+    counts = Counter(outcomes.values())
+    parts.append(f"Not counted: {counts[NOT_COMPILED]} that do not compile, and {counts[NOT_RUN]} that have not been run, or not since "
+                 "their file was last changed.\n")
     for verdict, title in ((SURVIVES, "Survivors, explained"), (EQUIVALENT, "Equivalent mutants")):
         blocks = [(b, [m for m in mutants if outcomes[m.id] == verdict and verdicts.of(m) is b])
                   for b in verdicts.blocks if b.verdict == verdict]

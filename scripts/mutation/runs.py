@@ -68,8 +68,9 @@ class Runner:
         switched = switchable - refused
         done = Counter()
         passing = {n: [t for t in self.times if n in self.reached[t]] for n, m in pending if m.id in switched}
-        # What few tests pass is cheap: first.
-        for i, number in enumerate(sorted(passing, key=lambda n: len(passing[n])), 1):
+        # What is new comes first, and of that what few tests pass.
+        order = sorted(passing, key=lambda n: (self.results.of(mutants[n - 1]) is not None, len(passing[n])))
+        for i, number in enumerate(order, 1):
             self.judge(mutants[number - 1], passing[number], {"QX_MUTANT": str(number)}, tests_text, False, done)
             print(f"\r{i} of {len(passing)}: {dict(done)}", end="", flush=True)
         others = [m for _, m in pending if m.id not in switched]

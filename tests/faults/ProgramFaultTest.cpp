@@ -116,6 +116,7 @@ protected:
         const Outcome good = faulty(work, variable);
         ASSERT_EQ(good.exitCode, 0) << good.err;
         made_ = callsMade();
+        ASSERT_GT(made_["all"], 10) << "calls are not seen";
         wanted_.clear();
         for (const std::string& file : work.files) {
             wanted_.push_back(read(at(file)));

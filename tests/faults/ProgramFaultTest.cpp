@@ -116,6 +116,7 @@ protected:
         const Outcome good = faulty(work, variable);
         ASSERT_EQ(good.exitCode, 0) << good.err;
         made_ = callsMade();
+        ASSERT_GT(made_["all"], 10) << "calls are not seen";
         wanted_.clear();
         for (const std::string& file : work.files) {
             wanted_.push_back(read(at(file)));
@@ -289,6 +290,17 @@ TEST_F(Faults, outputs_are_synced_before_they_get_their_names_and_the_directory_
         }
         EXPECT_EQ(named, work.files.size()) << work.name;
         EXPECT_TRUE(lasts) << work.name;
+    }
+}
+
+TEST_F(Faults, devices_that_cannot_be_listed_are_one_message)
+{
+    prepare(clip, "QX_VULKAN_FAULT=HOST_MEMORY:0");
+    for (const int n : {2, 3}) { // their number, then they themselves
+        const Outcome outcome = faulty(clip, "QX_VULKAN_FAULT=HOST_MEMORY:" + std::to_string(n));
+        ASSERT_EQ(firedCall(), "vkEnumeratePhysicalDevices");
+        EXPECT_EQ(outcome.exitCode, 5);
+        EXPECT_EQ(outcome.err, "qxhost: the Vulkan devices could not be listed (result -1)\n");
     }
 }
 

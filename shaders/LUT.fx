@@ -17,6 +17,8 @@
 //     in each channel. A bucket, red running fastest, is the first of its cells and their number; a cell is the
 //     place of its dark corner.
 
+// The other techniques draw the same image faster. Their names are the kinds of its steps, which have no option.
+
 texture Input;
 texture LUT;
 
@@ -272,6 +274,28 @@ float4 steps(float2 uv : TEXCOORD0) : COLOR0
     return mixed(pixel, throughSteps(pixel.rgb));
 }
 
+// A step whose kind is known when the shader is compiled. A device that runs both ways of a branch pays for one.
+float3 throughKnown(float3 colour, int row, uniform int kind)
+{
+    if (kind == 1)
+        return throughMatrix(colour, row);
+    float4 head = described(0, row);
+    int layer = int(head.g + 0.5);
+    float last = head.b - 1.0;
+    if (kind == 0)
+        return throughCurves(colour, row, layer, last, false);
+    return throughTable(colour, row, layer, last, false);
+}
+
+float4 knownSteps(float2 uv : TEXCOORD0, uniform int first, uniform int second) : COLOR0
+{
+    float4 pixel = tex2D(InputSampler, uv);
+    float3 changed = throughKnown(pixel.rgb, 1, first);
+    if (second >= 0)
+        changed = throughKnown(changed, 2, second);
+    return mixed(pixel, changed);
+}
+
 technique LUT
 {
     pass P0
@@ -285,5 +309,29 @@ technique Steps
     pass P0
     {
         PixelShader = compile ps_3_0 steps();
+    }
+}
+
+technique Curves
+{
+    pass P0
+    {
+        PixelShader = compile ps_3_0 knownSteps(0, -1);
+    }
+}
+
+technique Matrix
+{
+    pass P0
+    {
+        PixelShader = compile ps_3_0 knownSteps(1, -1);
+    }
+}
+
+technique CurvesTable
+{
+    pass P0
+    {
+        PixelShader = compile ps_3_0 knownSteps(0, 2);
     }
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 
 namespace Qx::Host {
 
@@ -417,6 +418,28 @@ Qx::Ptr<iHostImage3D> singleTable(const LUTSteps& steps)
 {
     const auto* table = steps.size() == 1 ? std::get_if<LUTTable>(steps.data()) : nullptr;
     return table != nullptr && !table->trilinear ? table->table : Qx::Ptr<iHostImage3D>();
+}
+
+const char* techniqueFor(const LUTSteps& steps)
+{
+    if (singleTable(steps)) {
+        return "LUT";
+    }
+    std::string kinds;
+    for (const LUTStep& step : steps) {
+        const auto* curves = std::get_if<LUTCurves>(&step);
+        const auto* table = std::get_if<LUTTable>(&step);
+        kinds += curves != nullptr && !curves->keepsHue    ? "Curves"
+                 : table != nullptr && !table->trilinear   ? "Table"
+                 : std::holds_alternative<LUTMatrix>(step) ? "Matrix"
+                                                           : "?";
+    }
+    for (const char* known : {"Curves", "Matrix", "CurvesTable"}) {
+        if (kinds == known) {
+            return known;
+        }
+    }
+    return "Steps";
 }
 
 Qx::Ptr<iHostImage3D> packed(const LUTSteps& steps)

@@ -67,8 +67,11 @@ QX_HOST_API std::array<float, 3> apply(const LUTSteps& steps, const std::array<f
 /// "LUT" of LUT.fx draws it.
 QX_HOST_API Qx::Ptr<iHostImage3D> singleTable(const LUTSteps& steps);
 
-/// The steps as one image for the technique "Steps" of LUT.fx, which describes its layout. Empty for steps
-/// without number: more than an image has room for.
+/// The technique of LUT.fx that draws the steps fastest: "LUT" draws singleTable(), the others draw packed().
+QX_HOST_API const char* techniqueFor(const LUTSteps& steps);
+
+/// The steps as one image for the techniques of LUT.fx but "LUT"; the file describes its layout. Empty for
+/// steps without number: more than an image has room for.
 QX_HOST_API Qx::Ptr<iHostImage3D> packed(const LUTSteps& steps);
 
 } // namespace Qx::Host

@@ -112,7 +112,7 @@ std::vector<Codes> drawn(const Host::LUTSteps& steps, const Scale& scale, const 
     const XY<int> size{width, static_cast<int>(codes.size()) / width};
     const Qx::Ptr<iHostImage> source = OS().gpu().createHostImage(size, scale.format);
     const Qx::Ptr<iGPUImage> target = OS().gpu().createGPUImage(size, scale.format);
-    if (!image || !effect || !source || !target || !effect->setTechnique(table ? "LUT" : "Steps")) {
+    if (!image || !effect || !source || !target || !effect->setTechnique(Host::techniqueFor(steps))) {
         return {};
     }
     auto* texels = static_cast<std::byte*>(source->map(iHostImage::Write));

@@ -1,4 +1,4 @@
-// Measures every 4:2:2 conversion, and packing to 10 bits, against exact arithmetic and writes the result as
+// Measures every 4:2:2 conversion, packing to 10 bits, and LUT files, and writes the result as
 // a Markdown page.
 
 #include "tests/pixels/Gpu.h"

@@ -201,6 +201,18 @@ std::string gentleEntries(int edge)
     return text;
 }
 
+/// Products of channels, which tetrahedra and cubes interpolate differently.
+std::string products(int edge)
+{
+    std::string text;
+    for (const Index& at : grid(edge, false)) {
+        const double last = edge - 1;
+        const std::array<double, 3> c{at[0] / last, at[1] / last, at[2] / last};
+        text += fmt::format("{:.6f} {:.6f} {:.6f}\n", c[0] * c[1], c[1] * c[2], c[2] * c[0]);
+    }
+    return text;
+}
+
 std::string rangeElement(const std::string& limits)
 {
     return "<Range" + depths + ">" + limits + "</Range>";
@@ -280,7 +292,7 @@ std::vector<LutSample> stepSamples()
                                 "dim=\"65536 1\">\n" +
                                 halfDomain() + "</Array></LUT1D>")},
         {"trilinear.clf", clf("<LUT3D interpolation=\"trilinear\"" + depths + "><Array dim=\"3 3 3 3\">\n" +
-                              floats(3, false) + "</Array></LUT3D>")},
+                              products(3) + "</Array></LUT3D>")},
         {"hue.ctf", ctf("<LUT1D hueAdjust=\"dw3\"" + depths + "><Array dim=\"65 1\">\n" +
                         column(65, [](double x) { return x * x * (3.0 - 2.0 * x); }) + "</Array></LUT1D>")},
     };

@@ -63,7 +63,7 @@ LutOnGpu obtainLut(const std::string& nameOrPath)
     }
     const Qx::Ptr<iHostImage3D> table = Host::singleTable(reading.steps);
     LutOnGpu lut{OS().gpu().upload3DImage(table ? table : Host::packed(reading.steps)),
-                 table ? "LUT" : "Steps"};
+                 Host::techniqueFor(reading.steps)};
     if (!lut.image) {
         throw Failure(ExitCode::effect, file.string() + ": not enough GPU memory for this LUT");
     }

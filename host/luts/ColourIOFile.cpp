@@ -1,6 +1,7 @@
 #include "host/luts/ColourIOFile.h"
 
 #include "host/core/Printable.h"
+#include "host/log/HostLog.h"
 #include "host/luts/Baking.h"
 #include "host/luts/Numbers.h"
 
@@ -311,8 +312,19 @@ Qx::Ptr<Table> tableAsItIs(const OCIO::Lut3DTransform& source, const TableDomain
     return table;
 }
 
+/// Its warnings go to the log, like all messages that end no work.
+void logWarnings()
+{
+    static const bool done = [] {
+        OCIO::SetLoggingFunction([](const char* message) { HostLog::instance().write(message); });
+        return true;
+    }();
+    static_cast<void>(done);
+}
+
 OCIO::ConstProcessorRcPtr processorFor(const std::string& path)
 {
+    logWarnings();
     const OCIO::ConfigRcPtr config = OCIO::Config::CreateRaw()->createEditableCopy();
     config->setProcessorCacheFlags(OCIO::PROCESSOR_CACHE_OFF);
     const OCIO::FileTransformRcPtr transform = OCIO::FileTransform::Create();

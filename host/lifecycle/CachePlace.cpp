@@ -3,17 +3,13 @@
 #include "host/settings/Directories.h"
 #include "host/settings/Settings.h"
 
-#include <algorithm>
-
 namespace Qx::Host {
 
 CachePlace configuredCachePlace()
 {
     constexpr std::int64_t defaultMiB = 256;
-    constexpr std::int64_t mostMiB = 1 << 20;
     const Settings& settings = Settings::instance();
-    const std::int64_t mib =
-        std::clamp<std::int64_t>(settings.integer("cache_mib").value_or(defaultMiB), 0, mostMiB);
+    const std::int64_t mib = settings.integer("cache_mib").value_or(defaultMiB);
     CachePlace place;
     place.directory = userCacheDirectory();
     place.mostBytes = static_cast<std::uint64_t>(mib) << 20U;

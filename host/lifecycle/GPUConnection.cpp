@@ -14,11 +14,10 @@ namespace Qx::Host {
 
 namespace {
 
-/// A setting that is a positive number; 0, for the default, if it is not set or out of range.
-std::uint64_t bounded(const char* key, std::int64_t most)
+/// A setting that is a positive number; 0, for the default, if it is not set.
+std::uint64_t positive(const char* key)
 {
-    const std::int64_t value = Settings::instance().integer(key).value_or(0);
-    return value > 0 && value <= most ? static_cast<std::uint64_t>(value) : 0;
+    return static_cast<std::uint64_t>(Settings::instance().integer(key).value_or(0));
 }
 
 } // namespace
@@ -41,9 +40,9 @@ void configureGPU(const StartOptions& start)
         options.cacheBytes = cache.mostBytes;
     }
     options.worker = settings.text("effects.worker").value_or("");
-    options.workerStepLimit = std::chrono::seconds(bounded("effects.seconds", 3600));
-    options.workerMemory = bounded("effects.memory", 1U << 20U) << 20U;
-    options.workers = static_cast<unsigned>(bounded("effects.workers", 1024));
+    options.workerStepLimit = std::chrono::seconds(positive("effects.seconds"));
+    options.workerMemory = positive("effects.memory") << 20U;
+    options.workers = static_cast<unsigned>(positive("effects.workers"));
     // With this start argument the library compiles effects on demand only.
     const bool onDemandOnly = StartEnv::programEnv().arg(L"-transcode") != 0;
     options.compileAhead = settings.flag("effects.ahead").value_or(true) && !onDemandOnly;

@@ -43,8 +43,26 @@ std::shared_ptr<spdlog::logger> makeFileLogger(const std::filesystem::path& path
 
 std::string cannotWrite(const std::filesystem::path& file, const std::string& why)
 {
-    return "the log " + file.string() + " cannot be written: " + why +
-           "; make its directory writable, or set QX_LOG_FILE=0";
+    return "the log " + file.string() + " cannot be written: " + why + "; mend this, or set QX_LOG_FILE=0";
+}
+
+/// The file that a link leads to, since renaming full logs must not rename the link. Empty, with the reason,
+/// if it is not a regular file: opening a pipe would block for ever.
+std::filesystem::path regularFile(const std::filesystem::path& path, std::string& problem)
+{
+    std::error_code error;
+    const bool isLink = std::filesystem::is_symlink(path, error);
+    std::filesystem::path file = isLink ? std::filesystem::canonical(path, error) : path;
+    if (isLink && error) {
+        problem = cannotWrite(path, "it is a link that leads nowhere");
+        return {};
+    }
+    const std::filesystem::file_status status = std::filesystem::status(file, error);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+        problem = cannotWrite(path, "it is not a regular file");
+        return {};
+    }
+    return file;
 }
 
 /// Opens the log file of the state directory. Null, with the reason, on failure.
@@ -61,8 +79,12 @@ std::shared_ptr<spdlog::logger> openFile(std::string& problem)
         problem = cannotWrite(path, error.message());
         return {};
     }
+    const std::filesystem::path file = regularFile(path, problem);
+    if (file.empty()) {
+        return {};
+    }
     try {
-        return makeFileLogger(path);
+        return makeFileLogger(file);
     } catch (const std::exception&) {
         const int reason = errno;
         problem = cannotWrite(path, std::generic_category().message(reason != 0 ? reason : EIO));

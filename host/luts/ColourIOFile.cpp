@@ -1,6 +1,7 @@
 #include "host/luts/ColourIOFile.h"
 
 #include "host/core/Printable.h"
+#include "host/log/HostLog.h"
 #include "host/luts/CLFText.h"
 #include "host/luts/InverseTable.h"
 #include "host/luts/Numbers.h"
@@ -406,8 +407,19 @@ std::vector<OCIO::ConstTransformRcPtr> only(OCIO::ConstTransformRcPtr transform)
     return {std::move(transform)};
 }
 
+/// Its warnings go to the log, like all messages that end no work.
+void logWarnings()
+{
+    static const bool done = [] {
+        OCIO::SetLoggingFunction([](const char* message) { HostLog::instance().write(message); });
+        return true;
+    }();
+    static_cast<void>(done);
+}
+
 OCIO::ConfigRcPtr plainConfig()
 {
+    logWarnings();
     const OCIO::ConfigRcPtr config = OCIO::Config::CreateRaw()->createEditableCopy();
     config->setProcessorCacheFlags(OCIO::PROCESSOR_CACHE_OFF);
     return config;

@@ -49,6 +49,23 @@ std::optional<bool> parseFlag(std::string_view text)
     return std::nullopt;
 }
 
+struct Limits
+{
+    std::int64_t least;
+    std::int64_t most;
+};
+
+/// The limits of a number; null if it has none.
+const Limits* limitsOf(std::string_view key)
+{
+    static const std::map<std::string, Limits, std::less<>> limits{{"cache_mib", {0, 1 << 20}},
+                                                                   {"effects.workers", {1, 1024}},
+                                                                   {"effects.seconds", {1, 3600}},
+                                                                   {"effects.memory", {1, 1 << 20}}};
+    const auto found = limits.find(key);
+    return found == limits.end() ? nullptr : &found->second;
+}
+
 const char* environmentValue(const std::string& variable)
 {
     const char* value = std::getenv(variable.c_str());
@@ -68,7 +85,7 @@ bool isNews(const std::string& thing)
     return reported.things.insert(thing).second;
 }
 
-void reportEnvironment(const std::string& variable, const char* value, const char* wanted)
+void reportEnvironment(const std::string& variable, const char* value, const std::string& wanted)
 {
     if (isNews(variable)) {
         HostLog::instance().complain(variable + "=" + value + " is ignored: it must be " + wanted);
@@ -232,7 +249,7 @@ const Settings::Value* Settings::findInFile(std::string_view key) const
     return found != values_.end() ? &found->second : nullptr;
 }
 
-void Settings::reportWrongType(std::string_view key, const Value& value, const char* wanted) const
+void Settings::reportWrongType(std::string_view key, const Value& value, const std::string& wanted) const
 {
     if (isNews(path_ + ' ' + std::string(key))) {
         HostLog::instance().complain(path_ + ":" + std::to_string(value.line) + ": " + std::string(key) +
@@ -242,10 +259,17 @@ void Settings::reportWrongType(std::string_view key, const Value& value, const c
 
 std::optional<std::int64_t> Settings::integer(std::string_view key) const
 {
-    constexpr const char* wanted = "a whole number";
+    const Limits* limits = limitsOf(key);
+    const auto fits = [limits](std::int64_t value) {
+        return limits == nullptr || (value >= limits->least && value <= limits->most);
+    };
+    std::string wanted = "a whole number";
+    if (limits != nullptr) {
+        wanted += " from " + std::to_string(limits->least) + " to " + std::to_string(limits->most);
+    }
     const std::string variable = environmentVariable(key);
     if (const char* text = environmentValue(variable)) {
-        if (const auto value = parseInteger(text)) {
+        if (const auto value = parseInteger(text); value && fits(*value)) {
             return value;
         }
         reportEnvironment(variable, text, wanted);
@@ -254,10 +278,10 @@ std::optional<std::int64_t> Settings::integer(std::string_view key) const
     if (entry == nullptr) {
         return std::nullopt;
     }
-    if (const auto* number = std::get_if<std::int64_t>(&entry->value)) {
+    if (const auto* number = std::get_if<std::int64_t>(&entry->value); number && fits(*number)) {
         return *number;
     }
-    if (const auto* truth = std::get_if<bool>(&entry->value)) {
+    if (const auto* truth = std::get_if<bool>(&entry->value); truth && fits(*truth ? 1 : 0)) {
         return *truth ? 1 : 0;
     }
     reportWrongType(key, *entry, wanted);

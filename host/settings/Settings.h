@@ -62,7 +62,7 @@ private:
 
     /// The value, or none with a report if it has another type.
     const Value* findInFile(std::string_view key) const;
-    void reportWrongType(std::string_view key, const Value& value, const char* wanted) const;
+    void reportWrongType(std::string_view key, const Value& value, const std::string& wanted) const;
 
     std::string path_;
     std::string fileProblem_;

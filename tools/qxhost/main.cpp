@@ -1,8 +1,9 @@
 #include "tools/qxhost/commands/CommandLine.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/console/FailureReport.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <new>
@@ -13,15 +14,15 @@ namespace {
 
 using namespace Qx::Program;
 
-ExitCode report(Console& console, bool json, ExitCode code, const std::string& text,
-                const std::string& details = {})
+/// Libraries that look for directories of the user take a relative one from the working directory; the XDG
+/// Base Directory Specification says to ignore it.
+void ignoreRelativeDirectories()
 {
-    console.error(text, details);
-    if (json) {
-        const std::string message = details.empty() ? text : text + "\n" + details;
-        console.data(jsonText({{"error", {{"message", message}, {"exitCode", static_cast<int>(code)}}}}));
+    for (const char* variable : {"XDG_CACHE_HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME"}) {
+        if (const char* value = std::getenv(variable); value != nullptr && *value != '/') {
+            ::unsetenv(variable);
+        }
     }
-    return code;
 }
 
 ExitCode runReporting(Console& console, Command& command)
@@ -34,7 +35,7 @@ ExitCode runReporting(Console& console, Command& command)
     } catch (const std::bad_alloc&) {
         return report(console, json, ExitCode::failed, "out of memory; use smaller pictures");
     } catch (const std::exception& error) {
-        return report(console, json, ExitCode::failed, error.what());
+        return report(console, json, ExitCode::failed, failureText(error));
     }
 }
 
@@ -46,7 +47,7 @@ ExitCode run(Console& console, const std::vector<std::string>& arguments)
         console.error(failure.what(), failure.details());
         return failure.code();
     } catch (const std::exception& error) {
-        console.error(error.what());
+        console.error(failureText(error));
         return ExitCode::failed;
     }
 }
@@ -59,6 +60,8 @@ int main(int argc, char** argv)
     // process.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+    ignoreRelativeDirectories();
+    ::setenv("SVT_LOG", "1", 0); // this encoder writes to standard error by itself: errors only
     Console console;
     return static_cast<int>(run(console, std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc)));
 }

@@ -113,6 +113,29 @@ TEST(Settings, ValuesOfTheWrongKindAreReportedOnceAndIgnored)
     EXPECT_NE(log.find("QX_WRONG_VARIABLE=12 monkeys is ignored"), std::string::npos);
 }
 
+TEST(Settings, NumbersOutOfRangeAreReportedByNameAndIgnored)
+{
+    const TemporaryDirectory directory;
+    const auto file = directory.write(
+        "s.toml", "cache_mib = -2\n[effects]\nseconds = 3601\nworkers = 1024\nmemory = false\n");
+    const Settings settings(file);
+    const Variable cache("QX_CACHE_MIB", "-1");
+    const Variable seconds("QX_EFFECTS_SECONDS", "-5");
+    const std::size_t before = contentsOf(logFile()).size();
+    EXPECT_FALSE(settings.integer("cache_mib"));
+    EXPECT_FALSE(settings.integer("effects.seconds"));
+    EXPECT_FALSE(settings.integer("effects.memory"));
+    EXPECT_EQ(settings.integer("effects.workers"), 1024);
+    const std::string log = contentsOf(logFile()).substr(before);
+    for (const std::string& line :
+         {std::string("QX_CACHE_MIB=-1 is ignored: it must be a whole number from 0 to 1048576"),
+          std::string("QX_EFFECTS_SECONDS=-5 is ignored: it must be a whole number from 1 to 3600"),
+          file.string() + ":1: cache_mib is ignored", file.string() + ":3: effects.seconds is ignored",
+          file.string() + ":5: effects.memory is ignored"}) {
+        EXPECT_NE(log.find(line), std::string::npos) << line << "\n" << log;
+    }
+}
+
 TEST(Settings, UnknownKeysAndWrongTypesAreComplainedOfOnceWithTheirLines)
 {
     const TemporaryDirectory directory;

@@ -145,6 +145,23 @@ TEST_F(CommandLine, a_mistyped_option_is_suggested)
     expectUsageError({"devices", "--jsn"}, {"did you mean --json?"});
 }
 
+TEST_F(CommandLine, a_wish_for_another_size_is_answered_with_the_command_that_has_one)
+{
+    const Outcome outcome = qxhost({"convert", "a.mov", "b.mov", "--resize=10x10"});
+    EXPECT_EQ(outcome.exitCode, 2);
+    EXPECT_NE(outcome.err.find("unknown option --resize; pictures keep their size, and 'qxhost thumbnail'"),
+              std::string::npos)
+        << outcome.err;
+}
+
+TEST_F(CommandLine, what_may_be_left_out_is_shown_in_brackets)
+{
+    EXPECT_NE(qxhost({"effects", "watch", "--help"}).out.find("effects watch [FILE] [OPTIONS]"),
+              std::string::npos);
+    EXPECT_NE(qxhost({"effects", "check", "--help"}).out.find("effects check FILE... [OPTIONS]"),
+              std::string::npos);
+}
+
 TEST_F(CommandLine, missing_and_superfluous_arguments_are_named)
 {
     expectUsageError({"convert"}, {"INPUT is missing", "qxhost convert --help"});
@@ -284,6 +301,7 @@ TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
             {"no field {clp}", "did you mean clip?", "{timecode}, {frame} and {clip}"});
     refused({"--burn-in", "{clip"}, {"\"{clip\" has no closing brace"});
     refused({"--burn-in", ""}, {"--burn-in is empty"});
+    refused({"--burn-in", "a", "--burn-in", "b"}, {"--burn-in is given twice"});
     refused({"--burn-in", "\xC3("}, {"not UTF-8"});
     refused({"--burn-in", "x", "--font", "\xFF"}, {"--font", "not valid UTF-8"});
     refused({"--burn-in", "x", "--font", ""}, {"--font is empty"});

@@ -171,6 +171,9 @@ TEST_F(Effects, the_list_names_the_shipped_effects)
         EXPECT_TRUE(effect["compiled"].get<bool>()) << effect;
         EXPECT_TRUE(fs::is_directory(effect["directory"].get<std::string>())) << effect;
         techniques[effect["name"]] = effect["techniques"].size();
+        if (effect["name"] == "LUT.fx" || effect["name"] == "cc3.fx") {
+            EXPECT_EQ(effect["drawable"].empty(), effect["name"] == "LUT.fx") << effect;
+        }
     }
     EXPECT_EQ(techniques["ColourConvert.fx"], 44U);
     EXPECT_EQ(techniques.count("null.fx"), 1U);
@@ -206,6 +209,35 @@ TEST_F(Effects, checking_prints_the_messages_and_answers_by_exit_code)
     EXPECT_EQ(report[1]["diagnostics"][0], expected);
 
     EXPECT_EQ(qxhost({"effects", "check", "absent.fx"}).exitCode, 3);
+}
+
+TEST_F(Effects, checking_and_listing_say_what_a_conversion_cannot_draw)
+{
+    fs::create_directories(at(".data/qxhost/templates"));
+    const std::string effect =
+        "texture Input; texture Other;\n"
+        "sampler A = sampler_state { Texture = <Input>; }; sampler B = sampler_state { Texture = <Other>; "
+        "};\n"
+        "float4 one(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(A, uv); }\n"
+        "float4 two(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(A, uv) + tex2D(B, uv); }\n"
+        "technique One { pass P { PixelShader = compile ps_3_0 one(); } }\n"
+        "technique Two { pass P { PixelShader = compile ps_3_0 two(); } }\n";
+    write("mix.fx", effect);
+    write(".data/qxhost/templates/mix.fx", effect);
+    const Outcome checked = qxhost({"effects", "check", "mix.fx"});
+    EXPECT_EQ(checked.exitCode, 0) << checked.err;
+    EXPECT_NE(checked.out.find(
+                  "mix.fx: ok, 2 techniques\nmix.fx: 'qxhost convert' cannot draw \"Two\", which reads "
+                  "the texture \"Other\" that it does not supply\n"),
+              std::string::npos)
+        << checked.out;
+    for (const auto& listed : nlohmann::json::parse(qxhost({"effects", "list", "--json"}).out)) {
+        if (listed["name"] == "mix.fx") {
+            EXPECT_EQ(listed["drawable"], nlohmann::json::array({"One"}));
+            return;
+        }
+    }
+    FAIL() << "mix.fx is not listed";
 }
 
 TEST_F(Effects, describing_shows_what_an_effect_has)

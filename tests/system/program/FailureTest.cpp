@@ -239,6 +239,79 @@ TEST_F(Failures, mistakes_in_the_settings_are_told_once_with_their_lines)
     EXPECT_TRUE(err.starts_with("qxhost: ")) << err;
 }
 
+TEST_F(Failures, a_log_that_is_a_pipe_hangs_nothing_and_is_named)
+{
+    const fs::path log = at("state/qxhost/qxhost.log");
+    fs::create_directories(log.parent_path());
+    ASSERT_EQ(::mkfifo(log.c_str(), 0600), 0);
+    const Outcome outcome =
+        run({"timeout", "60", "env", "QX_LOG_FILE=1", "XDG_STATE_HOME=" + at("state").native(), programPath(),
+             "convert", "clip.mkv", "out.png", "--frames", "1"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.err.find("qxhost.log cannot be written: it is not a regular file"), std::string::npos)
+        << outcome.err;
+}
+
+TEST_F(Failures, a_log_that_is_a_link_is_written_where_it_leads)
+{
+    const fs::path log = at("state/qxhost/qxhost.log");
+    fs::create_directories(log.parent_path());
+    write("elsewhere.txt", "");
+    fs::create_symlink(at("elsewhere.txt"), log);
+    const Outcome outcome = run({"env", "QX_LOG_FILE=1", "XDG_STATE_HOME=" + at("state").native(),
+                                 programPath(), "convert", "clip.mkv", "out.png", "--lut", "absent.cube"});
+    EXPECT_EQ(outcome.exitCode, 6) << outcome.err;
+    EXPECT_TRUE(fs::is_symlink(log));
+    EXPECT_NE(read(at("elsewhere.txt")).find("absent.cube: there is no such file"), std::string::npos);
+}
+
+TEST_F(Failures, too_little_address_space_is_told_before_the_driver_gets_it)
+{
+    const auto limited = [this](const std::string& kibibytes, const std::string& output) {
+        return run({"sh", "-c",
+                    "ulimit -v " + kibibytes + "; exec " + programPath() + " convert clip.mkv " + output +
+                        " --frames 1"});
+    };
+    const Outcome crashing = limited("600000", "a.png");
+    EXPECT_EQ(crashing.exitCode, 5);
+    EXPECT_NE(crashing.err.find("limited to 585 MiB (ulimit -v)"), std::string::npos) << crashing.err;
+    const Outcome narrow = limited("3000000", "b.png");
+    EXPECT_EQ(narrow.exitCode, 0) << narrow.err;
+    EXPECT_NE(narrow.err.find("limited to 2929 MiB (ulimit -v)"), std::string::npos) << narrow.err;
+}
+
+TEST_F(Failures, a_relative_cache_directory_is_ignored_by_the_driver_too)
+{
+    const Outcome outcome = run({"env", "-u", "MESA_SHADER_CACHE_DISABLE", "XDG_CACHE_HOME=relative",
+                                 programPath(), "convert", "clip.mkv", "out.png", "--frames", "1"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_FALSE(fs::exists(at("relative")));
+}
+
+TEST_F(Failures, an_encoder_says_nothing_of_its_own)
+{
+    for (const std::string encoder : {"libx265", "libsvtav1"}) {
+        const Outcome outcome =
+            qxhost({"convert", "clip.mkv", encoder + ".mkv", "--codec", encoder, "--frames", "2", "--quiet"});
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        EXPECT_EQ(outcome.err, "") << encoder;
+    }
+}
+
+TEST_F(Failures, warnings_about_a_lut_go_to_the_log)
+{
+    write("odd.clf", R"(<?xml version="1.0" encoding="UTF-8"?>
+<ProcessList id="a" compCLFversion="3.0"><Range inBitDepth="32f" outBitDepth="32f" surprise="yes">
+<minInValue>0</minInValue><maxInValue>1</maxInValue><minOutValue>0</minOutValue><maxOutValue>1</maxOutValue>
+</Range></ProcessList>)");
+    const Outcome outcome =
+        run({"env", "QX_LOG_FILE=1", "XDG_STATE_HOME=" + at("state").native(), programPath(), "convert",
+             "clip.mkv", "out.png", "--frames", "1", "--lut", "odd.clf", "--quiet"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_NE(read(at("state/qxhost/qxhost.log")).find("surprise"), std::string::npos);
+}
+
 TEST_F(Failures, json_tells_of_failures_too)
 {
     const Outcome outcome = qxhost({"convert", "absent.mov", "out.png", "--json"});

@@ -569,6 +569,37 @@ TEST(Page, its_plots_hold_the_runs_figures)
     EXPECT_TRUE(holds(page, R"(data-id="frame-uhd" data-value="31")"));
 }
 
+TEST(Page, a_copy_in_memory_is_not_taken_for_a_transfer)
+{
+    Report report = makeReport();
+    EXPECT_FALSE(holds(pageOf(report, std::nullopt), "No transfer was measured"));
+    for (const char* id : {"upload-hd", "download-hd"}) {
+        figureOf(report, id).value.reset();
+        figureOf(report, id).note = nothingCopied;
+    }
+    report.figures.push_back(makeFigure("copy-memory-hd", "copies", 41, "GB/s"));
+    EXPECT_TRUE(holds(pageOf(report, std::nullopt), "No transfer was measured"));
+}
+
+TEST(Page, says_what_the_suites_memory_and_rates_mean)
+{
+    const std::string page = pageOf(makeReport(), std::nullopt);
+    EXPECT_TRUE(holds(
+        page, "The line Memory gives what is available, then the total without whole multiples of 4 GiB"));
+    EXPECT_TRUE(holds(page, "millions of frames a second mean no more than that"));
+}
+
+TEST(Page, all_figures_fit_a_phone)
+{
+    const std::string page = pageOf(makeReport(), std::nullopt);
+    EXPECT_TRUE(holds(page, "<section class=\"long figures\">\n<h2>All figures</h2>"));
+    const std::size_t narrow = page.find("@media (max-width: 40rem)");
+    const std::size_t grid = page.find(".figures tr { display: grid;");
+    ASSERT_NE(grid, std::string::npos);
+    EXPECT_LT(narrow, grid);
+    EXPECT_LT(grid, page.find("@media print"));
+}
+
 TEST(Page, an_empty_run_makes_a_page_too)
 {
     Report report;

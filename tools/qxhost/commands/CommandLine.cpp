@@ -40,7 +40,9 @@ public:
         for (const CLI::Option* option : app->get_options()) {
             if (option->get_positional()) {
                 const bool many = option->get_expected_max() > 1;
-                usage += " " + option->get_name(true) + (many ? "..." : "");
+                const bool optional = option->get_expected_min() == 0;
+                const std::string word = option->get_name(true) + (many ? "..." : "");
+                usage += optional ? " [" + word + "]" : " " + word;
             }
         }
         const bool hasCommands = !app->get_subcommands({}).empty();
@@ -71,6 +73,11 @@ void refuseExtras(const CLI::App& app)
             for (const std::string& name : option->get_lnames()) {
                 known.push_back("--" + name);
             }
+        }
+        if (const std::string option = first.substr(0, first.find('='));
+            option == "--resize" || option == "--scale") {
+            complain(app, "unknown option " + option +
+                              "; pictures keep their size, and 'qxhost thumbnail' makes small ones");
         }
         complain(app, "unknown option " + first + Host::didYouMean(first.substr(0, first.find('=')), known));
     }

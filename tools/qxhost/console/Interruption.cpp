@@ -7,7 +7,9 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <exception>
 #include <fcntl.h>
+#include <poll.h>
 #include <thread>
 #include <unistd.h>
 
@@ -23,17 +25,38 @@ std::atomic<int> wakeUp{-1};
 std::atomic<int> signalsSeen{0};
 std::atomic<void (*)()> abandonWork{nullptr};
 
+[[noreturn]] void endNow()
+{
+    if (void (*const abandon)() = abandonWork.load(); abandon != nullptr) {
+        abandon();
+    }
+    ::_exit(static_cast<int>(ExitCode::interrupted));
+}
+
 void onSignal(int)
 {
     const int savedError = errno;
     if (signalsSeen.fetch_add(1) > 0) {
-        if (void (*const abandon)() = abandonWork.load(); abandon != nullptr) {
-            abandon();
-        }
-        ::_exit(static_cast<int>(ExitCode::interrupted));
+        endNow();
     }
     [[maybe_unused]] const ssize_t written = ::write(wakeUp.load(), &interrupted, 1);
     errno = savedError;
+}
+
+/// Returns false if nothing can be read from the pipe in this time.
+bool canBeRead(int pipe, std::chrono::milliseconds time)
+{
+    const auto end = std::chrono::steady_clock::now() + time;
+    pollfd waited{pipe, POLLIN, 0};
+    int left = static_cast<int>(time.count());
+    while (::poll(&waited, 1, left) <= 0) {
+        left = static_cast<int>(
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count());
+        if (left <= 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -45,7 +68,9 @@ struct Interruption::Impl
     std::thread watcher;
 };
 
-Interruption::Interruption(std::function<void()> stop, void (*abandon)()) : impl_(std::make_unique<Impl>())
+Interruption::Interruption(std::function<void()> stop, void (*abandon)(), std::function<void()> late,
+                           std::chrono::milliseconds patience)
+    : impl_(std::make_unique<Impl>())
 {
     if (::pipe2(impl_->pipe.data(), O_CLOEXEC) != 0) {
         throw Failure(ExitCode::failed, "cannot handle Ctrl-C: too many files are open");
@@ -53,14 +78,22 @@ Interruption::Interruption(std::function<void()> stop, void (*abandon)()) : impl
     signalsSeen = 0;
     abandonWork = abandon;
     wakeUp = impl_->pipe[1];
-    impl_->watcher = std::thread([from = impl_->pipe[0], stop = std::move(stop)] {
-        char what = finished;
-        while (::read(from, &what, 1) < 0 && errno == EINTR) {
-        }
-        if (what == interrupted) {
-            stop();
-        }
-    });
+    impl_->watcher =
+        std::thread([from = impl_->pipe[0], stop = std::move(stop), late = std::move(late), patience] {
+            char what = finished;
+            while (::read(from, &what, 1) < 0 && errno == EINTR) {
+            }
+            if (what == interrupted) {
+                stop();
+                if (late && !canBeRead(from, patience)) {
+                    try {
+                        late();
+                    } catch (const std::exception&) { // a closed output: nobody is told
+                    }
+                    endNow();
+                }
+            }
+        });
     struct sigaction action = {};
     action.sa_handler = onSignal;
     action.sa_flags = SA_RESTART;

@@ -171,10 +171,13 @@ std::string suiteSection(const Report& report)
     if (lines.empty()) {
         return {};
     }
-    return section("The suite",
-                   "Its lines as they stand. Its rates are rates of submission: how fast orders are taken, "
-                   "not how fast the device draws; it may fall behind.",
-                   "<pre>" + lines + "</pre>\n");
+    return section(
+        "The suite",
+        "Its lines as they stand. Its rates are rates of submission: how fast orders are taken, "
+        "not how fast the device draws; it may fall behind, and millions of frames a second mean no "
+        "more than that. The line Memory gives what is available, then the total without whole "
+        "multiples of 4 GiB; \"The machine\" below has the total.",
+        "<pre>" + lines + "</pre>\n");
 }
 
 std::string checksSection(const Report& report)
@@ -231,7 +234,7 @@ std::string tableSection(const Report& report)
               "class=\"n\">Value</th><th scope=\"col\" class=\"n\">A copy makes</th><th scope=\"col\">How "
               "it was measured</th></tr></thead>\n<tbody>\n" +
                   rows + "</tbody></table></div>\n",
-        " class=\"long\"");
+        " class=\"long figures\"");
 }
 
 std::string machineSection(const Report& report)
@@ -257,9 +260,17 @@ std::string plotSections(const Report& report)
                               "(none where that is far off), and the "
                               "percentage is of that.";
     const std::string courses = coursePlots(report);
-    return section("Moving frames",
-                   "Gigabytes a second to the device and back, for frames of 8 bits a component.",
-                   transferPlot(report)) +
+    const std::vector<const Figure*> transfers = figuresOf(report, "transfers");
+    const bool anyCopied = std::any_of(transfers.begin(), transfers.end(),
+                                       [](const Figure* figure) { return figure->value.has_value(); });
+    return section(
+               "Moving frames",
+               anyCopied
+                   ? "Gigabytes a second to the device and back, for frames of 8 bits a component."
+                   : "No transfer was measured; the line is a copy within the host's memory, in gigabytes a "
+                     "second. A device that works in the host's memory, as software devices do, copies "
+                     "nothing to itself.",
+               transferPlot(report)) +
            section("Conversions", "Frames of 1920 x 1080 a second on the device. " + marks,
                    barPlot(figuresOf(report, "conversions"))) +
            section("Looks and text", "Frames of 1920 x 1080 a second on the device. " + marks,

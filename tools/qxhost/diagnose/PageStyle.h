@@ -64,7 +64,11 @@ pre { margin: .5rem 0 0; font: .88rem/1.45 ui-monospace, "DejaVu Sans Mono", mon
 dt { color: var(--faint); } dd { margin: 0; overflow-wrap: anywhere; }
 @media (max-width: 40rem) { .row { grid-template-columns: 1fr auto; } .row .name { grid-column: 1; } .row .number { grid-column: 2; grid-row: 1; }
   .row svg.bar, .row .none { grid-column: 1 / 3; } .bars { gap: .6rem; } section { padding: .85rem .9rem; }
-  .verdict h2 { font-size: 1.3rem; } }
+  .verdict h2 { font-size: 1.3rem; }
+  .figures thead { display: none; } .figures table, .figures tbody, .figures tr.group, .figures tr.group th { display: block; }
+  .figures tr { display: grid; grid-template-columns: 1fr auto; border-bottom: 1px solid var(--line); padding: .3rem 0; }
+  .figures td { border: 0; padding: 0; } .figures td:nth-child(n+3) { grid-column: 1 / 3; text-align: left; color: var(--faint); }
+  .figures td:nth-child(3):not(:empty)::before { content: "a copy makes "; } }
 @media print { :root { --ground: #fff; --card: #fff; --ink: #000; --faint: #444; --line: #bbb; --track: #eee; --fill: #2f6fde;
     --mark: #000; --good: #1a7f4b; --warn: #9a5b00; --bad: #c0322b; --up: #2f6fde; --down: #b4560f; --copy: #555; color-scheme: light; }
   body { font-size: 10.5pt; } main { max-width: none; padding: 0; } section { border-radius: 0; }

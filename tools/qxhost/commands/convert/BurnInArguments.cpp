@@ -123,6 +123,9 @@ void checkBurnIn(const CLI::App& command, const BurnInOptions& options)
                           std::string(option) + ": there is no text; add --burn-in \"{timecode}\"");
         }
     }
+    if (command.count("--burn-in") > 1) {
+        throw Failure(ExitCode::usage, "--burn-in is given twice; put everything into one text");
+    }
     if (wanted && options.text.empty()) {
         throw Failure(ExitCode::usage, "--burn-in is empty; give a text, such as \"{timecode}\"");
     }

@@ -2,6 +2,7 @@
 
 #include "QxFxResources/GPUColourConverter.h"
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/FailureReport.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/console/ProgressDisplay.h"
@@ -352,13 +353,22 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* 
     return job;
 }
 
+std::string interruptedText(const ConvertOptions& options)
+{
+    return "interrupted; " + options.output.string() + " was not completed";
+}
+
 /// Runs the pipeline. Returns false if interrupted.
 bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
 {
     ProgressDisplay progress(console, conversion.settings.expectedFrames);
     FramePipeline pipeline(job, [&](std::int64_t done) { progress.update(done); });
     // From here on there are files to clean up.
-    const Interruption interruption([&] { pipeline.stop(); }, Media::PartFiles::removeAll);
+    const Interruption interruption([&] { pipeline.stop(); }, Media::PartFiles::removeAll,
+                                    [&] {
+                                        report(console, conversion.options.json, ExitCode::interrupted,
+                                               interruptedText(conversion.options));
+                                    });
     conversion.writer = openOutput(conversion);
     const auto begin = std::chrono::steady_clock::now();
     conversion.frames = pipeline.run(*conversion.writer);
@@ -408,8 +418,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     noteDecisions(conversion, console);
     std::unique_ptr<BurnIn> burnIn = prepareBurnIn(conversion, console);
     if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), console)) {
-        throw Failure(ExitCode::interrupted,
-                      "interrupted; " + options.output.string() + " was not completed");
+        throw Failure(ExitCode::interrupted, interruptedText(options));
     }
     for (const std::string& warning : warningsOf(conversion)) {
         console.note(warning);

@@ -34,6 +34,7 @@ struct CheckResult
     std::string messages;
     std::size_t techniques = 0;
     std::vector<Host::Diagnostic> diagnostics{};
+    std::vector<std::string> undrawable{}; ///< by `convert`: a technique and the texture that it lacks
 };
 
 CheckResult missing(const std::filesystem::path& file, const char* why)
@@ -49,8 +50,18 @@ CheckResult compile(const std::filesystem::path& file)
     if (!messages.empty() && !messages.ends_with('\n')) {
         messages += '\n';
     }
-    return {file, result.effect ? ExitCode::ok : ExitCode::failed, messages,
-            result.effect ? result.effect->getTechniqueNames().size() : 0};
+    CheckResult checked{file, result.effect ? ExitCode::ok : ExitCode::failed, messages};
+    if (result.effect) {
+        const Qx::Vector<LightweightString<char>> names = result.effect->getTechniqueNames();
+        checked.techniques = names.size();
+        for (const LightweightString<char>& name : names) {
+            if (const auto textures = texturesMissing(*result.effect, name.view()); !textures.empty()) {
+                checked.undrawable.push_back(
+                    fmt::format("\"{}\", which reads the texture \"{}\"", name.view(), textures.front()));
+            }
+        }
+    }
+    return checked;
 }
 
 /// Checks a file, or an effect of the catalogue if there is no such file. `asData`: with its diagnostics,
@@ -87,8 +98,13 @@ std::string verdict(const CheckResult& result)
     if (result.code == ExitCode::failed) {
         return file + ": has errors\n";
     }
-    return fmt::format("{}: ok, {} technique{}\n", file, result.techniques,
-                       result.techniques == 1 ? "" : "s");
+    std::string text =
+        fmt::format("{}: ok, {} technique{}\n", file, result.techniques, result.techniques == 1 ? "" : "s");
+    for (const std::string& technique : result.undrawable) {
+        text += fmt::format("{}: 'qxhost convert' cannot draw {} that it does not supply\n", file,
+                            Host::printable(technique));
+    }
+    return text;
 }
 
 /// Shows a result at once. A file that could not be checked is an error, not data.
@@ -103,11 +119,9 @@ void show(const CheckResult& result, Console& console)
 
 Json describe(const CheckResult& result)
 {
-    return {{"file", result.file.string()},
-            {"ok", result.code == ExitCode::ok},
-            {"techniques", result.techniques},
-            {"messages", result.messages},
-            {"diagnostics", diagnosticsData(result.diagnostics)}};
+    return {{"file", result.file.string()},    {"ok", result.code == ExitCode::ok},
+            {"techniques", result.techniques}, {"undrawable", result.undrawable},
+            {"messages", result.messages},     {"diagnostics", diagnosticsData(result.diagnostics)}};
 }
 
 ExitCode checkAll(const CheckOptions& options, Console& console)

@@ -5,6 +5,7 @@
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/device/HostText.h"
+#include "tools/qxhost/pipeline/effects/EffectFile.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -35,7 +36,8 @@ Json describe(const ShaderEffectInfo& info)
     return {{"name", narrow(info.name)},
             {"directory", narrow(info.directory)},
             {"compiled", static_cast<bool>(effect)},
-            {"techniques", techniques}};
+            {"techniques", techniques},
+            {"drawable", effect ? drawableTechniques(*effect) : std::vector<std::string>()}};
 }
 
 std::string table(const Json& effects)
@@ -44,12 +46,13 @@ std::string table(const Json& effects)
     for (const Json& effect : effects) {
         widest = std::max(widest, effect["name"].get<std::string>().size());
     }
-    std::string text =
-        fmt::format("{:<{}}  {:<10}  {:<8}  {}\n", "NAME", widest, "TECHNIQUES", "STATE", "DIRECTORY");
+    std::string text = fmt::format("{:<{}}  {:<10}  {:<8}  {:<8}  {}\n", "NAME", widest, "TECHNIQUES",
+                                   "DRAWABLE", "STATE", "DIRECTORY");
     for (const Json& effect : effects) {
         const bool compiled = effect["compiled"].get<bool>();
-        text += fmt::format("{:<{}}  {:<10}  {:<8}  {}\n", effect["name"].get<std::string>(), widest,
+        text += fmt::format("{:<{}}  {:<10}  {:<8}  {:<8}  {}\n", effect["name"].get<std::string>(), widest,
                             compiled ? std::to_string(effect["techniques"].size()) : "-",
+                            compiled ? std::to_string(effect["drawable"].size()) : "-",
                             compiled ? "ready" : "broken", effect["directory"].get<std::string>());
     }
     return text;
@@ -78,6 +81,9 @@ public:
     {
         addDevice(app, options_.device);
         app.add_flag("--json", options_.json, "Print JSON");
+        app.footer(
+            "DRAWABLE counts the techniques that 'qxhost convert --effect' draws. The others read textures "
+            "that\nit does not supply; those of LUT.fx are for --lut.");
     }
 
     ExitCode run(Console& console) override { return list(options_, console); }

@@ -231,8 +231,12 @@ std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& c
 {
     const std::string_view name = codec.name;
     const bool deep = ComponentRows(format).wide();
-    if (name == "libx264" || name == "libx265") {
+    if (name == "libx264") {
         return {{"crf", "16"}, {"preset", "medium"}};
+    }
+    if (name == "libx265") {
+        // It writes to standard error by itself; FFmpeg's messages do not.
+        return {{"crf", "16"}, {"preset", "medium"}, {"x265-params", "log-level=error"}};
     }
     if (name == "libvpx-vp9") {
         return {{"crf", "20"}, {"b", "0"}, {"row-mt", "1"}, {"cpu-used", "4"}};

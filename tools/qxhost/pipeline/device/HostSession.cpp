@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
+#include <sys/resource.h>
 
 namespace Qx::Program {
 
@@ -21,6 +22,28 @@ void start(const std::string& device, bool quiet, bool effectsReadyWhenLoaded)
                  .device = device.empty() ? nullptr : device.c_str(),
                  .quiet = quiet,
                  .effectsReadyWhenLoaded = effectsReadyWhenLoaded});
+}
+
+/// Drivers reserve much more address space than they use, and crash where they get none.
+void checkAddressSpace(Console* console)
+{
+    constexpr rlim_t mebibyte = rlim_t{1} << 20U;
+    constexpr rlim_t least = 1024 * mebibyte;
+    constexpr rlim_t enough = 4096 * mebibyte;
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur >= enough) {
+        return;
+    }
+    const std::string text =
+        fmt::format("the address space is limited to {} MiB (ulimit -v), of which drivers "
+                    "reserve much more than they use; allow {} MiB or more",
+                    limit.rlim_cur / mebibyte, enough / mebibyte);
+    if (limit.rlim_cur < least) {
+        throw Failure(ExitCode::device, text);
+    }
+    if (console != nullptr) {
+        console->note(text);
+    }
 }
 
 Host::DeviceDescription chosenDevice()
@@ -42,6 +65,7 @@ void tellComplaints(Console& console)
 
 HostSession::HostSession(const std::string& device, Console* console, Output output, Effects effects)
 {
+    checkAddressSpace(console);
     start(device, output == Output::quiet, effects == Effects::readyWhenLoaded);
     const bool usable = Host::gpuService().start();
     if (console != nullptr) {

@@ -101,8 +101,8 @@ Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& 
 void requireOnlyInput(const iShaderEffect& effect, const std::string& file, std::string_view technique,
                       bool hasTable)
 {
-    for (const std::string& texture : Host::texturesRead(effect, technique)) {
-        if (texture != "Input" && !(hasTable && texture == tableTexture)) {
+    for (const std::string& texture : texturesMissing(effect, technique)) {
+        if (!(hasTable && texture == tableTexture)) {
             throw Failure(ExitCode::effect, file + ": technique \"" + std::string(technique) +
                                                 "\" reads the texture \"" + texture +
                                                 "\", which qxhost cannot supply; it supplies Input alone" +

@@ -2,6 +2,7 @@
 
 #include "QxFxResources/Manager.h"
 #include "host/core/Suggestion.h"
+#include "host/gpu/GPUService.h"
 #include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
@@ -86,6 +87,24 @@ Qx::Ptr<iShaderEffect> compileEffectFile(const std::filesystem::path& file)
         throw Failure(ExitCode::effect, file.string() + ": does not compile", errors);
     }
     return result.effect;
+}
+
+std::vector<std::string> texturesMissing(const iShaderEffect& effect, std::string_view technique)
+{
+    std::vector<std::string> textures = Host::texturesRead(effect, technique);
+    std::erase(textures, "Input");
+    return textures;
+}
+
+std::vector<std::string> drawableTechniques(const iShaderEffect& effect)
+{
+    std::vector<std::string> names;
+    for (const LightweightString<char>& name : effect.getTechniqueNames()) {
+        if (texturesMissing(effect, name.view()).empty()) {
+            names.emplace_back(name.view());
+        }
+    }
+    return names;
 }
 
 Qx::Ptr<iShaderEffect> obtainEffect(const std::string& nameOrPath)

@@ -5,6 +5,8 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace Qx::Program {
 
@@ -25,5 +27,12 @@ Qx::Ptr<iShaderEffect> compileEffectFile(const std::filesystem::path& file);
 
 /// The file that the name stands for.
 std::filesystem::path effectPath(const std::string& nameOrPath);
+
+/// The textures that a technique reads, but for Input. `convert` supplies none of them, except LUT with
+/// --lut.
+std::vector<std::string> texturesMissing(const iShaderEffect& effect, std::string_view technique);
+
+/// The techniques that `convert` draws.
+std::vector<std::string> drawableTechniques(const iShaderEffect& effect);
 
 } // namespace Qx::Program

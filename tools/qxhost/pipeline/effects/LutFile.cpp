@@ -4,6 +4,7 @@
 #include "lut/LUTManager.h"
 #include "platform/FileManager.h"
 #include "platform/GPUService.h"
+#include "platform/Log.h"
 #include "platform/OS.h"
 #include "platform/Settings.h"
 #include "platform/Text.h"
@@ -59,6 +60,7 @@ LutOnGpu obtainLut(const std::string& nameOrPath)
     const std::filesystem::path file = lutPath(nameOrPath);
     const Host::LUTReading reading = Host::readLUT(file);
     if (reading.steps.empty()) {
+        Log("%s\n", reading.failure.c_str());
         throw Failure(ExitCode::effect, "--lut " + reading.failure);
     }
     const Qx::Ptr<iHostImage3D> table = Host::singleTable(reading.steps);

@@ -40,7 +40,8 @@ public:
         for (const CLI::Option* option : app->get_options()) {
             if (option->get_positional()) {
                 const bool many = option->get_expected_max() > 1;
-                const bool optional = option->get_expected_min() == 0;
+                // What may be left out says its default.
+                const bool optional = option->get_description().find("Default: ") != std::string::npos;
                 const std::string word = option->get_name(true) + (many ? "..." : "");
                 usage += optional ? " [" + word + "]" : " " + word;
             }

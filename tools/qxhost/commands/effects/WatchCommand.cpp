@@ -298,7 +298,6 @@ public:
         app.add_option("FILE", options_.file,
                        "An effect file, a directory of them, or an effect's name.\nDefault: the whole "
                        "catalogue")
-            ->expected(0, 1)
             ->option_text(" ");
         app.add_option("--input", options_.input, "The picture, or clip, to show the effect on")
             ->option_text("FILE");

@@ -50,13 +50,13 @@ void pack(const StreamInfo& info, const Frame& frame, FramePacker& packer)
         return;
     }
     const bool rgb = info.colour.fromRgb && info.hasFullChroma;
-    const std::size_t bytes = info.naturalDepth == Depth::bits8 ? 1 : 2;
+    const std::size_t bytes = info.packingDepth == Depth::bits8 ? 1 : 2;
     const std::size_t pitch = rgb ? 4 * bytes * static_cast<std::size_t>(info.width)
-                                  : FramePacker::rowBytes(info.width, info.naturalDepth);
+                                  : FramePacker::rowBytes(info.width, info.packingDepth);
     std::vector<std::byte> rows(pitch * static_cast<std::size_t>(info.height));
     const auto step = static_cast<std::ptrdiff_t>(pitch);
-    const Status status =
-        rgb ? packRgb(frame, info.naturalDepth, rows.data(), step) : packer.pack(frame, rows.data(), step);
+    const Status status = rgb ? packRgb(frame, info.packingDepth, info.colour.range, rows.data(), step)
+                              : packer.pack(frame, rows.data(), step);
     if (!status) {
         checkLine(status.text(), "a frame refused");
     }
@@ -65,7 +65,7 @@ void pack(const StreamInfo& info, const Frame& frame, FramePacker& packer)
 void readFrames(ClipReader& reader)
 {
     const StreamInfo& info = reader.info();
-    FramePacker packer({info.naturalDepth, info.colour.range, info.colour.matrix});
+    FramePacker packer({info.packingDepth, info.colour.range, info.colour.matrix});
     std::optional<std::int64_t> last;
     for (int i = 0; i < mostFrames; ++i) {
         Frame frame;

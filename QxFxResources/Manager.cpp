@@ -158,8 +158,10 @@ void Manager::fini() noexcept
 {
     running_.store(false, std::memory_order_relaxed);
     waitForEffectsToLoad();
+    // What is released may call the library, which finds neither any more. The effects go before the context.
+    const Qx::Ptr<iGPUComputeContext> context = std::move(computeContext_);
+    const Qx::Vector<ShaderEffectInfo> effects = std::move(effects_);
     effects_.clear();
-    computeContext_.reset();
 }
 
 Manager::Manager() : applicationKit_(Qx::makePtr<Image::ApplicationKit>(gpuLock_)) {}

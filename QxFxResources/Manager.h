@@ -39,7 +39,7 @@ public:
     /// and the list of LUTs. Blocks until a running background compilation has finished its current effect.
     /// Registered with the host's shutdown callbacks, order 450. A later instance() creates a new manager. No
     /// other thread may be using the manager or the references that it returned. A technique application that
-    /// has begun to draw on another thread finishes without the manager.
+    /// has taken its effect on another thread finishes without the manager.
     static void shutdown(Shutdown::eExitType exitType) noexcept;
 
     /// Appends a record for every effect file: those of the shaders directory, then those of the templates

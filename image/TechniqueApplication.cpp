@@ -11,7 +11,7 @@ namespace Qx::Image {
 namespace {
 
 /// An application takes the kit once: the manager may be shut down while it draws, and asking for the manager
-/// again would create another.
+/// again then would create another.
 Qx::Ptr<ApplicationKit> takeKit()
 {
     return FxResources::Manager::instance().applicationKit();

@@ -17,12 +17,17 @@ class iUserService;
 /// Every service lives as long as the process. Once the host has shut the GPU service down, its operations
 /// fail (empty pointers). All services are thread-safe.
 ///
-/// The library creates and deletes its effect manager under a lock, and every other thread that needs the
-/// manager waits meanwhile. It creates it with calls of getShadersDir(), getFXTemplatesDirectory(),
-/// iFileManager::listDirectory(), iMessageService, BackgroundTaskQueueBase::queue() and
-/// Shutdown::addCallback(), and deletes it with the destruction of effects and of the compute context. There,
-/// a host may use the library on the calling thread; it must not wait for another thread that may be using
-/// the library, nor for a lock that is held anywhere while the library is called.
+/// The library creates and shuts down its effect manager under a lock. A thread that asks for the manager
+/// while it is created waits. It is created with calls of getShadersDir(), getFXTemplatesDirectory(),
+/// iFileManager::listDirectory(), iMessageService, UIBackgroundTasksQueue::instance(),
+/// BackgroundTaskQueueBase::queue() and Shutdown::addCallback(), besides the allocator, the atomics and
+/// critical sections. It is shut down with the destruction of effects and of the compute context. There, a
+/// host may use the library on the calling thread; it must not wait for another thread that may be using the
+/// library, nor for a lock that is held anywhere while the library is called.
+///
+/// The shutdown also waits for the effect that a background pass is compiling. So what the pass calls
+/// (loadEffectFile(), iTaskLog, getCurrentTaskStatus(), sleepMilliseconds()) must not wait for the thread
+/// that shuts down, and the status must not stay at HoldBack.
 class QX_PLATFORM_API iOS
 {
 public:

@@ -206,6 +206,7 @@ std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::
         return problem.empty() ? systemError(ENOENT) : problem;
     }
     const std::string name = nameOf(kind, key);
+    const std::vector<std::byte> record = writeRecord(kind, key, content); // first: it may throw
     // Not the process id: containers that share the directory have the same ones.
     std::uint64_t random = 0;
     static_cast<void>(getrandom(&random, sizeof random, GRND_NONBLOCK));
@@ -217,7 +218,6 @@ std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::
     if (!file) {
         return systemError(errno);
     }
-    const std::vector<std::byte> record = writeRecord(kind, key, content);
     int error = writeAll(file.number(), record.data(), record.size());
     if (error == 0) {
         error = syncAndRename(file.number(), directory.number(), unfinished.c_str(), name.c_str());

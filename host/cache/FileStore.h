@@ -18,8 +18,7 @@ namespace Qx::Host::Cache {
 /// caller whose entry is missing, damaged or not trusted gets none, and creates it again.
 ///
 /// - An entry is written to another name, synced to disk and renamed, so that every reader finds it whole or
-/// not
-///   at all, however many processes write it and even after a power cut.
+///   not at all, however many processes write it and even after a power cut.
 /// - Its file ends with a SHA-256 of everything before it; a file with a wrong one is removed.
 /// - The directory is created for the user alone. A directory or an entry that belongs to another user, or
 ///   that others may write to, is not used, because its contents go to the GPU's driver.

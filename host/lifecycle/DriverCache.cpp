@@ -100,11 +100,11 @@ std::filesystem::path driverCacheDirectory(const CachePlace& place)
 
 void placeDriverCache(const CachePlace& place, std::uint64_t leastRoom)
 {
-    if (isOff()) {
-        return;
-    }
     if (!place.enabled) {
         turnOff();
+        return;
+    }
+    if (isOff()) {
         return;
     }
     const std::filesystem::path directory = chosenPlace(place);

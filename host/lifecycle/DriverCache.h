@@ -15,7 +15,8 @@ std::filesystem::path driverCacheDirectory(const CachePlace& place);
 /// Tells the driver, by variables of the process and of those it starts, to keep its cache there with our
 /// limit, or to keep none: if `place` is not enabled, cannot be used or has less than `leastRoom` bytes free.
 /// The last two are one line in the log. Variables of the driver's that the user has set hold, but a place
-/// without room is never used. To be called before the driver is loaded and before other threads start.
+/// that Mesa's variable names is not used without room. To be called before the driver is loaded and before
+/// other threads start.
 void placeDriverCache(const CachePlace& place, std::uint64_t leastRoom = std::uint64_t{64} << 20U);
 
 } // namespace Qx::Host

@@ -150,6 +150,9 @@ LightweightString<char> clearCache()
     const CachePlace place = configuredCachePlace();
     std::error_code error;
     std::filesystem::remove_all(driverCacheDirectory(place), error);
+    if (error == std::errc::directory_not_empty) {
+        error.clear(); // another process's driver keeps something new
+    }
     const std::string problem = Cache::FileStore(place.directory, place.mostBytes, {}).clear();
     return shared(problem.empty() && error ? "driver: " + error.message() : problem);
 }

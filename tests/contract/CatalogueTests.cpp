@@ -200,6 +200,15 @@ TEST_F(EffectRecord, FieldsStandInTheirOrder)
 #pragma GCC diagnostic pop
 }
 
+TEST_F(EffectRecord, IsEmptyAtFirst)
+{
+    const ShaderEffectInfo record;
+    EXPECT_FALSE(record.effect);
+    EXPECT_TRUE(record.name.empty());
+    EXPECT_TRUE(record.directory.empty());
+    EXPECT_EQ(record.timeStamp, 0U);
+}
+
 TEST_F(EffectRecord, CopySharesTheLockAndTheRest)
 {
     ShaderEffectInfo record = recordOf(L"/shaders/", L"a.fx");

@@ -511,6 +511,12 @@ TEST_F(FirstUse, ScansTheDirectories)
     EXPECT_EQ(host().journal.count("getDirectoryContents"), 2U);
 }
 
+TEST_F(FirstUse, NothingIsCached)
+{
+    LUTManager::instance().reportUsage();
+    EXPECT_THAT(host().journal.linesOf({"Log"}), ElementsAre(R"(Log("LUTManager : 0 luts cached\n"))"));
+}
+
 TEST_F(FirstUse, ShutdownMakesTheManagerAndEmptiesItsList)
 {
     LUTManager::shutdown();

@@ -56,6 +56,12 @@ TEST_F(EffectManager, SecondInstanceCallFindsTheSameManagerAndRegistersNothing)
     EXPECT_THAT(host().shutdownCallbacks, SizeIs(1));
 }
 
+TEST_F(EffectManager, IsFoundWithoutALockOnceItIsThere)
+{
+    const Manager* manager = &Manager::instance();
+    EXPECT_EQ(locksEnteredDuring([&] { EXPECT_EQ(&Manager::instance(), manager); }), 0U);
+}
+
 TEST_F(EffectManager, StartUpAfterTheFirstInstanceChangesNothing)
 {
     const Manager* manager = &Manager::instance();
@@ -350,6 +356,23 @@ TEST_F(EffectManager, FiniEmptiesTheCatalogueReleasesTheContextAndKeepsTheDefini
         host().journal.lines(),
         ElementsAre("compileEffectFile(\"/x.fx\", {_OUTPUTWIDTH=1, _OUTPUTHEIGHT=1, _OUTPUTASPECTRATIO=1, "
                     "_PROGRESS=1, _OUTPUTFPS=1, _LENGTH=1, _LENGTHFRAMES=1})"));
+}
+
+TEST_F(EffectManager, FiniReleasesTheEffectsThenTheContextWhichFindNeither)
+{
+    host().addFile(L"/shaders/", L"a.fx");
+    host().addFile(L"/shaders/", L"b.fx");
+    Manager& manager = Manager::instance();
+    manager.findEffect(L"a.fx").getShader();
+    manager.findEffect(L"b.fx").getShader();
+    manager.getGPUComputeContext();
+    host().recordReleases = true;
+    std::vector<std::size_t> left;
+    host().script.during("released", [&] { left.push_back(manager.effects().size()); });
+    manager.fini();
+    EXPECT_THAT(host().journal.linesOf({"released"}),
+                ElementsAre("released(a.fx)", "released(b.fx)", "released(compute context)"));
+    EXPECT_THAT(left, ElementsAre(0, 0, 0));
 }
 
 TEST_F(EffectManager, FiniMayComeTwice)

@@ -137,6 +137,11 @@ FakeFont::~FakeFont()
     host().released(name_);
 }
 
+FakeComputeContext::~FakeComputeContext()
+{
+    host().released("compute context");
+}
+
 FakeEffect::~FakeEffect()
 {
     host().released(name_);

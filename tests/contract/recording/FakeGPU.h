@@ -105,6 +105,9 @@ private:
 
 class FakeComputeContext final : public iGPUComputeContext
 {
+public:
+    ~FakeComputeContext() override;
+
 };
 
 /// An effect with given techniques and float parameters that records its use.

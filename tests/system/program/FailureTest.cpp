@@ -125,6 +125,32 @@ TEST_F(Failures, clips_that_a_list_names_are_never_overwritten)
     EXPECT_EQ(read(at("second.mkv")), before);
 }
 
+TEST_F(Failures, effects_luts_and_fonts_of_a_run_are_never_overwritten)
+{
+    write("my.fx", "texture Input; sampler S = sampler_state { Texture = <Input>; };\n"
+                   "float4 f(float2 uv : TEXCOORD1) : COLOR { return tex2D(S, uv); }\n"
+                   "technique T { pass P { PixelShader = compile ps_3_0 f(); } }\n");
+    write("my.cube", "LUT_1D_SIZE 2\n0 0 0\n1 1 1\n");
+    ASSERT_EQ(run({"sh", "-c", "cp \"$(fc-match -f '%{file}' monospace)\" my.ttf"}).exitCode, 0);
+    std::vector<std::string> mine;
+    for (const auto& [name, link] :
+         {std::pair("my.fx", "fx.png"), std::pair("my.cube", "lut.png"), std::pair("my.ttf", "font.png")}) {
+        fs::create_symlink(name, at(link));
+        mine.insert(mine.end(), {name, link});
+    }
+    const auto expectKept = [&](const std::vector<std::string>& arguments, const std::string& file) {
+        const std::string before = read(at(file));
+        expectFailure(qxhost(arguments), 4, {"input"}, mine);
+        EXPECT_EQ(read(at(file)), before);
+    };
+    expectKept({"convert", "clip.mkv", "fx.png", "--frames", "1", "--effect", "./my.fx", "--force"}, "my.fx");
+    expectKept({"convert", "clip.mkv", "lut.png", "--frames", "1", "--lut", "my.cube", "--force"}, "my.cube");
+    expectKept({"convert", "clip.mkv", "font.png", "--frames", "1", "--burn-in", "x", "--font", "./my.ttf",
+                "--force"},
+               "my.ttf");
+    expectKept({"lut", "preview", "my.cube", "lut.png", "--force"}, "my.cube");
+}
+
 TEST_F(Failures, an_output_that_cannot_be_made_is_named)
 {
     expectFailure(qxhost({"convert", "clip.mkv", "absent/out.png"}), 4, {"absent/"});

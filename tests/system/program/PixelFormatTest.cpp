@@ -262,7 +262,9 @@ TEST_F(PixelFormats, a_clip_of_video_range_rgb_keeps_its_range)
 {
     ffmpeg({"-f", "lavfi", "-i", "color=0xebebeb:size=50x22,format=gbrp", "-frames", "1", "-c:v", "ffv1",
             "-color_range", "tv", "-colorspace", "rgb", "clip.mkv"});
-    succeed({"convert", "clip.mkv", "deep.nut", "--format", "b48r"});
+    const Outcome written = succeed({"convert", "clip.mkv", "deep.nut", "--format", "b48r", "--json"});
+    EXPECT_NE(written.out.find("colour tags (range video) are left out: .nut"), std::string::npos)
+        << written.out;
     const Bytes deep = decoded("deep.nut", "rgb48le");
     ASSERT_EQ(deep.size(), std::size_t{50 * 22 * 6});
     EXPECT_EQ(deep[0] | deep[1] << 8, 60160);

@@ -14,6 +14,7 @@
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectChain.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
+#include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
@@ -165,6 +166,20 @@ std::string firstTimeCode(const ConvertOptions& options, const Media::StreamInfo
     return fields ? code->ofFields().label(2 * options.start) : code->label(options.start);
 }
 
+/// What the run reads, and so must not replace: its input, and the effects, LUTs and font of its options.
+std::shared_ptr<const Media::FileSet> filesRead(const Conversion& conversion)
+{
+    const std::shared_ptr<Media::FileSet> files = conversion.input->files();
+    for (const EffectRequest& request : conversion.options.effects) {
+        files->add(effectPath(request.file));
+        if (!request.lut.empty()) {
+            files->add(lutPath(request.lut));
+        }
+    }
+    files->add(conversion.options.burnIn.font);
+    return files;
+}
+
 void fillSettings(Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
@@ -185,7 +200,7 @@ void fillSettings(Conversion& conversion)
     settings.encoder = options.codec;
     settings.pixelFormat = options.pixelFormat;
     settings.force = options.force;
-    settings.kept = conversion.input->files();
+    settings.kept = filesRead(conversion);
     settings.expectedFrames = expectedFrames(options, conversion.info()) * picturesEach(options.step);
     settings.audio = conversion.input->audio();
     if (options.format) {

@@ -36,6 +36,9 @@ ExitCode preview(const PreviewOptions& options, Console& console)
     settings.width = picture.width;
     settings.height = picture.height;
     settings.force = options.force;
+    const auto kept = std::make_shared<Media::FileSet>();
+    kept->add(lutPath(options.file.string()));
+    settings.kept = kept;
     settings.expectedFrames = 1;
     auto writer = Media::openWriter(options.output, settings);
     if (!writer) {

@@ -734,7 +734,7 @@ const StreamInfo& ClipReader::info() const
     return impl_->info;
 }
 
-std::shared_ptr<const FileSet> ClipReader::files() const
+std::shared_ptr<FileSet> ClipReader::files() const
 {
     return impl_->opened.files();
 }

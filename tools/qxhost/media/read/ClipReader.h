@@ -99,7 +99,7 @@ public:
 
     /// The file, or every file of a numbered sequence; with every file that a list names, and every other
     /// that has been opened so far. Grows while frames are read.
-    std::shared_ptr<const FileSet> files() const;
+    std::shared_ptr<FileSet> files() const;
 
     /// Gives the next frame in order of presentation. A damaged frame that can be skipped or patched does not
     /// end the clip: it is counted and described in problems(). `failed` means that decoding cannot go on

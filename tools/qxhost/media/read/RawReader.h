@@ -30,7 +30,7 @@ public:
     /// A description of what follows the last whole frame; empty if nothing does.
     const std::string& remainder() const { return remainder_; }
 
-    std::shared_ptr<const FileSet> files() const { return files_; }
+    std::shared_ptr<FileSet> files() const { return files_; }
 
     /// Fills `rows` with that frame (from 0), each row `pitch` bytes from the last.
     Status read(std::int64_t frame, void* rows, std::ptrdiff_t pitch);

@@ -81,17 +81,17 @@ std::string lostTags(const AVCodecContext& meant, const Colour& found)
     return tags;
 }
 
-/// Video range is assumed anyway.
-bool losesRange(const AVCodecContext& meant, const Colour& found)
+/// Without a tag, RGB is taken as full range and YCbCr as video range.
+bool losesRange(Range meant, const Colour& found)
 {
-    return meant.color_range == AVCOL_RANGE_JPEG && found.range != Range::full;
+    return meant == (found.fromRgb ? Range::video : Range::full) && found.range != meant;
 }
 
 /// Of the extensions that hold a range with any codec, one that holds this one.
-std::string rangeHolder(const OutputSettings& settings)
+std::string rangeHolder(const OutputSettings& settings, const std::string& range)
 {
     if (settings.stored && findContainer(settings.stored->format, settings.stored->bits, "mkv") == nullptr) {
-        return "read it with --range full";
+        return "read it with --range " + range;
     }
     return ".mkv does";
 }
@@ -126,8 +126,11 @@ std::vector<std::string> lostDescription(const std::filesystem::path& clip, cons
     if (!tags.empty()) {
         remarks.add("colour tags (" + tags + ") are left out", ".mov, .mp4 and .mkv do");
     }
-    if (!found.colour.fromRgb && losesRange(video, found.colour)) {
-        remarks.add("colour tags (range full) are left out", rangeHolder(settings));
+    const Range ofVideo = video.color_range == AVCOL_RANGE_JPEG ? Range::full : Range::video;
+    const Range range = found.colour.fromRgb ? settings.rgbRange : ofVideo;
+    if (losesRange(range, found.colour)) {
+        const std::string name = range == Range::full ? "full" : "video";
+        remarks.add("colour tags (range " + name + ") are left out", rangeHolder(settings, name));
     }
     return remarks.lines();
 }

@@ -47,7 +47,7 @@ public:
     const std::string& failure() const override { return reader_->failure(); }
     std::int64_t problemCount() const override { return reader_->problemCount(); }
     const std::vector<std::string>& problems() const override { return reader_->problems(); }
-    std::shared_ptr<const Media::FileSet> files() const override { return reader_->files(); }
+    std::shared_ptr<Media::FileSet> files() const override { return reader_->files(); }
     std::shared_ptr<Media::AudioQueue> audio() const override { return reader_->audio(); }
 
 private:
@@ -128,7 +128,7 @@ public:
     const std::string& failure() const override { return none_; }
     std::int64_t problemCount() const override { return static_cast<std::int64_t>(problems_.size()); }
     const std::vector<std::string>& problems() const override { return problems_; }
-    std::shared_ptr<const Media::FileSet> files() const override { return reader_->files(); }
+    std::shared_ptr<Media::FileSet> files() const override { return reader_->files(); }
     std::shared_ptr<Media::AudioQueue> audio() const override { return nullptr; }
 
 private:

@@ -43,7 +43,8 @@ public:
     virtual std::int64_t problemCount() const = 0;
     virtual const std::vector<std::string>& problems() const = 0;
 
-    virtual std::shared_ptr<const Media::FileSet> files() const = 0;
+    /// The files that belong to it; others that the run reads may be added.
+    virtual std::shared_ptr<Media::FileSet> files() const = 0;
     virtual std::shared_ptr<Media::AudioQueue> audio() const = 0;
 };
 

@@ -16,6 +16,7 @@ namespace Qx::Host {
 
 class EffectCache;
 struct CompiledEffect;
+struct ParameterRange;
 struct EffectCompilation;
 
 namespace Cache {
@@ -154,6 +155,10 @@ private:
 /// The names of an effect's parameters that accept values from callers, in the file's order. Empty if the
 /// effect belongs to another service.
 QX_API std::vector<std::string> settableParameters(const iShaderEffect& effect);
+
+/// The range that a parameter's annotations give. Without limits if the effect belongs to another service or
+/// has no such parameter.
+QX_API ParameterRange rangeOf(const iShaderEffect& effect, std::string_view parameter);
 
 /// The names of the textures that a technique's passes read, each once. Empty if the effect belongs to
 /// another service or has no such technique.

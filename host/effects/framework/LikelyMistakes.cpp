@@ -3,8 +3,6 @@
 #include "host/effects/framework/ParameterRange.h"
 
 #include <algorithm>
-#include <locale>
-#include <sstream>
 #include <vector>
 
 namespace Qx::Host::Effects {
@@ -50,39 +48,19 @@ void warnOfUnread(const EffectSyntax& syntax, const CompiledEffect& effect, Prob
     }
 }
 
-std::string number(double value)
-{
-    std::ostringstream text;
-    text.imbue(std::locale::classic());
-    text << value;
-    return text.str();
-}
-
-/// "from 0 to 4", "of at least 0" or "of at most 4".
-std::string written(const ParameterRange& range)
-{
-    if (range.least && range.most) {
-        return "from " + number(*range.least) + " to " + number(*range.most);
-    }
-    return range.least ? "of at least " + number(*range.least) : "of at most " + number(*range.most);
-}
-
 void warnOfRange(const EffectSyntax::Parameter& parameter, const ParameterRange& range, Problems& problems)
 {
     const Token& name = parameter.name;
-    if (range.least && range.most && *range.least > *range.most) {
-        problems.warn({name.at, "the range of " + inQuotes(name.text) + " " + written(range) + " is empty"});
+    if (range.isEmpty()) {
+        problems.warn({name.at, "the range of " + inQuotes(name.text) + " " + range.written() + " is empty"});
         return;
     }
     const std::vector<double> values =
         parameter.defaultValue ? parameter.defaultValue->components : std::vector<double>{0.0};
     for (const double value : values) {
-        // Rounded as in the effect: a limit such as 0.1 is not exact either.
-        const auto held = static_cast<float>(value);
-        if ((range.least && held < static_cast<float>(*range.least)) ||
-            (range.most && held > static_cast<float>(*range.most))) {
-            problems.warn({name.at, "the default " + number(value) + " of " + inQuotes(name.text) +
-                                        " is outside its range " + written(range)});
+        if (!range.holds(static_cast<float>(value))) {
+            problems.warn({name.at, "the default " + written(value) + " of " + inQuotes(name.text) +
+                                        " is outside its range " + range.written()});
             return;
         }
     }
@@ -97,7 +75,7 @@ void warnOfLikelyMistakes(const EffectSyntax& syntax, const CompiledEffect& effe
     for (std::size_t i = 0; i < syntax.parameters.size(); ++i) {
         const EffectSyntax::Parameter& parameter = syntax.parameters[i];
         const ParameterRange range = rangeOf(effect.parameters[i]);
-        if (!range.least && !range.most) {
+        if (!range.hasLimits()) {
             continue;
         }
         if (names.count(parameter.name.text) == 0 && isInEffect(parameter.name)) {

@@ -2,6 +2,9 @@
 
 #include "host/effects/framework/Lexer.h"
 
+#include <locale>
+#include <sstream>
+
 namespace Qx::Host {
 namespace {
 
@@ -33,6 +36,27 @@ std::optional<double> number(const std::string* text)
 }
 
 } // namespace
+
+std::string written(double number)
+{
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text << number;
+    return text.str();
+}
+
+bool ParameterRange::holds(float value) const
+{
+    return !(least && value < static_cast<float>(*least)) && !(most && value > static_cast<float>(*most));
+}
+
+std::string ParameterRange::written() const
+{
+    if (least && most) {
+        return "from " + Host::written(*least) + " to " + Host::written(*most);
+    }
+    return least ? "of at least " + Host::written(*least) : "of at most " + Host::written(*most);
+}
 
 ParameterRange rangeOf(const CompiledEffect::Parameter& parameter)
 {

@@ -13,7 +13,21 @@ struct ParameterRange
     std::optional<double> least; ///< Min or UIMin
     std::optional<double> most;  ///< Max or UIMax
     std::string label;           ///< Label or UIName; empty without one
+
+    bool hasLimits() const { return least || most; }
+
+    /// Whether no value lies in it.
+    bool isEmpty() const { return least && most && *least > *most; }
+
+    /// Whether a value is in it, with the limits rounded to floats as in the effect.
+    bool holds(float value) const;
+
+    /// "from 0 to 4", "of at least 0" or "of at most 4"; has limits.
+    std::string written() const;
 };
+
+/// A number as messages write it: six digits at most.
+std::string written(double number);
 
 /// Names of annotations ignore case. A limit that is not a number is ignored.
 ParameterRange rangeOf(const CompiledEffect::Parameter& parameter);

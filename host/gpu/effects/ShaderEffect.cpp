@@ -1,5 +1,6 @@
 #include "host/gpu/effects/ShaderEffect.h"
 
+#include "host/effects/framework/ParameterRange.h"
 #include "host/gpu/GPUService.h"
 #include "host/gpu/drawing/Areas.h"
 
@@ -196,6 +197,18 @@ std::vector<std::string> settableParameters(const iShaderEffect& effect)
         }
     }
     return names;
+}
+
+ParameterRange rangeOf(const iShaderEffect& effect, std::string_view parameter)
+{
+    if (const auto* ours = dynamic_cast<const Vulkan::ShaderEffect*>(&effect)) {
+        for (const CompiledEffect::Parameter& each : ours->parameters()) {
+            if (each.name == parameter) {
+                return rangeOf(each);
+            }
+        }
+    }
+    return {};
 }
 
 std::vector<std::string> texturesRead(const iShaderEffect& effect, std::string_view technique)

@@ -83,6 +83,9 @@ TEST_F(Diagnose, json_holds_every_figure_and_nothing_else_is_printed)
     EXPECT_EQ(report.at("format"), "qxhost diagnose");
     EXPECT_EQ(report.at("ending").at("kind"), "complete");
     EXPECT_FALSE(report.at("device").at("name").get<std::string>().empty());
+    EXPECT_GE(report.at("machine").at("load").at("average").get<double>(), 0);
+    EXPECT_GE(report.at("machine").at("load").at("processors").get<int>(),
+              report.at("machine").at("processors").get<int>());
     for (const char* id : {"copy-device-8", "copy-memory-8k", "latency", "memory-peak"}) {
         EXPECT_GT(figureOf(report, id).at("value").get<double>(), 0) << id;
     }

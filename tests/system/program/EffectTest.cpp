@@ -128,6 +128,39 @@ TEST_F(Effects, a_wrong_number_of_values_is_refused)
     expectFailure({"--effect", "tint.fx", "--set", "Input=1"}, {"\"Input\""});
 }
 
+TEST_F(Effects, a_value_outside_its_annotated_range_is_used_with_a_warning)
+{
+    std::string ranged = tintEffect;
+    const auto annotate = [&](const std::string& declaration, const std::string& annotations) {
+        ranged.replace(ranged.find(declaration), declaration.size(), declaration + annotations);
+    };
+    annotate("float4 tint", " < float Min = -0.5; >");
+    annotate("float amount", " < float UIMin = 0.1; float UIMax = 1; >");
+    write("ranged.fx", ranged);
+    const auto warningOf = [&](const std::vector<std::string>& settings) {
+        std::vector<std::string> line{"convert", "clip.mkv", "out.png", "--force", "--effect", "ranged.fx"};
+        for (const std::string& setting : settings) {
+            line.insert(line.end(), {"--set", setting});
+        }
+        const Outcome outcome = qxhost(line);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        const std::size_t begin = outcome.err.find("ranged.fx: ");
+        return begin == std::string::npos ? ""
+                                          : outcome.err.substr(begin, outcome.err.find('\n', begin) - begin);
+    };
+    EXPECT_EQ(warningOf({"amount=9"}), "ranged.fx: \"amount\" is set to 9, which is outside its range from "
+                                       "0.1 to 1; it is drawn with that value");
+    EXPECT_EQ(decoded("out.png", "rgb24"), through({"--effect", "tint.fx", "--set", "amount=9"}));
+    EXPECT_EQ(warningOf({"tint=1,0,-0.75,1"}), "ranged.fx: \"tint\" is set to -0.75, which is outside its "
+                                               "range of at least -0.5; it is drawn with that value");
+    EXPECT_EQ(warningOf({"amount=0.1", "tint=-0.5"}), "") << "the limits belong to the range";
+    const Outcome json = qxhost({"convert", "clip.mkv", "out.png", "--force", "--json", "--effect",
+                                 "ranged.fx", "--set", "amount=-1"});
+    const nlohmann::json warnings = nlohmann::json::parse(json.out).at("warnings");
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_NE(warnings[0].get<std::string>().find("is set to -1, "), std::string::npos) << warnings[0];
+}
+
 TEST_F(Effects, a_broken_effect_is_refused_with_the_place)
 {
     write("broken.fx", "float4 f() : COLOR0 {\n    return nothing;\n}\n"

@@ -281,6 +281,49 @@ TEST_F(Luts, are_drawn_before_and_after)
     EXPECT_FALSE(fs::exists(directory_ / "look_001.png"));
 }
 
+TEST_F(Luts, curves_have_numbers_on_their_axes)
+{
+    constexpr std::size_t width = 1280;
+    // A line of pixels counts as written on if one of them is bright; less than `gap` lines belong together.
+    const auto countTexts = [](std::size_t lines, std::size_t gap, auto isWrittenOn) {
+        int texts = 0;
+        std::size_t blank = gap;
+        for (std::size_t i = 0; i < lines; ++i) {
+            if (isWrittenOn(i)) {
+                texts += blank >= gap ? 1 : 0;
+                blank = 0;
+            } else {
+                ++blank;
+            }
+        }
+        return texts;
+    };
+    const auto expectNumbers = [&](const std::string& lut, int count) {
+        const Outcome drawn = qxhost({"lut", "preview", lut, "look.png", "--force"});
+        ASSERT_EQ(drawn.exitCode, 0) << drawn.err;
+        const Bytes picture = decoded("look.png", "gray");
+        const auto isWritten = [&](std::size_t left, std::size_t top, std::size_t right, std::size_t bottom) {
+            for (std::size_t y = top; y < bottom; ++y) {
+                for (std::size_t x = left; x < right; ++x) {
+                    if (picture[y * width + x] > 120) {
+                        return true;
+                    }
+                }
+            }
+            return false;
+        };
+        EXPECT_EQ(countTexts(604, 10, [&](std::size_t x) { return isWritten(24 + x, 968, 25 + x, 990); }),
+                  count)
+            << "inputs of " << lut;
+        EXPECT_EQ(countTexts(450, 8, [&](std::size_t y) { return isWritten(26, 534 + y, 66, 535 + y); }),
+                  count)
+            << "outputs of " << lut;
+    };
+    write("wide.cube", "DOMAIN_MIN -1 -1 -1\nDOMAIN_MAX 1.5 1.5 1.5\n" + identity);
+    expectNumbers("identity.cube", 5); // 0, 0.25, 0.5, 0.75, 1
+    expectNumbers("wide.cube", 6);     // -1, -0.5, 0, 0.5, 1, 1.5
+}
+
 TEST_F(Luts, commands_that_lack_something_say_what)
 {
     EXPECT_TRUE(has(qxhost({"lut"}).err, "a command is missing after lut"));

@@ -40,7 +40,7 @@ Report makeReport()
     report.date = "2026-11-21T07:13:01+01:00";
     report.program = "1.2.3";
     report.device = {"Quick GPU 9", "discrete GPU", "driver 5.1", false};
-    report.machine = {"Linux 6.1 x86_64", 8, 1ULL << 34U, 1ULL << 33U};
+    report.machine = {"Linux 6.1 x86_64", 8, 1ULL << 34U, 1ULL << 33U, std::nullopt};
     report.suite = {{0, "CPUs   : 8"}, {5, "Testing shader performance"}, {0, "812.50fps"}};
     report.figures = {makeFigure("frame-hd", "frames", 90, "frames/s"),
                       makeFigure("frame-uhd", "frames", 31, "frames/s"),
@@ -245,6 +245,27 @@ TEST(Verdict, nothing_measured_says_nothing)
     EXPECT_EQ(answer(judge(report).realTime[0]), "not measured");
 }
 
+TEST(Verdict, a_machine_that_was_busy_is_told_of_and_no_less_healthy)
+{
+    Report report = makeReport();
+    EXPECT_EQ(judge(report).load, "") << "not known";
+    report.machine.load = {3.9, 8};
+    EXPECT_EQ(judge(report).load, "");
+    report.machine.load = {5.25, 8};
+    const Verdict verdict = judge(report);
+    EXPECT_EQ(verdict.load, "The machine was busy with other work in the minute before: a load of 5.2 on 8 "
+                            "processors. The figures may be lower than it reaches undisturbed.");
+    EXPECT_EQ(verdict.health, Health::healthy);
+    EXPECT_TRUE(holds(TextReport::end(report, verdict), verdict.load));
+    EXPECT_TRUE(holds(pageOf(report, std::nullopt), "<p>" + verdict.load + "</p>"));
+    EXPECT_TRUE(holds(pageOf(report, std::nullopt),
+                      "<dt>Load</dt><dd>5.2 in the minute before; the machine has 8 processors</dd>"));
+    EXPECT_TRUE(holds(pageOf(makeReport(), std::nullopt), "<dt>Load</dt><dd>not known</dd>"));
+    const auto remarks = compare(report, makeReport(), "x").remarks;
+    ASSERT_EQ(remarks.size(), 1U);
+    EXPECT_EQ(remarks[0], "The machine was busy with other work then: a load of 5.2 on 8 processors.");
+}
+
 TEST(Slowdown, needs_samples_that_rise_all_the_way_and_by_half)
 {
     EXPECT_FALSE(slowdown({}));
@@ -275,6 +296,21 @@ TEST(ReportJson, comes_back_as_it_was)
     EXPECT_TRUE(json.at("figures").at(1).at("value").is_null()) << "what was not measured is not 0";
     EXPECT_EQ(json.at("verdict").at("health"), "not healthy");
     EXPECT_TRUE(json.at("verdict").at("rates").at(2).at("realTime").is_null());
+}
+
+TEST(ReportJson, the_load_comes_back_and_a_run_without_one_still_opens)
+{
+    Report report = makeReport();
+    report.machine.load = {1.25, 4};
+    Json json = toJson(report);
+    const Report read = reportFrom(json.dump(), "a.json");
+    ASSERT_TRUE(read.machine.load);
+    EXPECT_EQ(read.machine.load->average, 1.25);
+    EXPECT_EQ(read.machine.load->processors, 4);
+    json["machine"]["load"]["average"] = "much";
+    EXPECT_TRUE(holds(failureOf(json.dump()), "old.json.machine.load.average: is no number"));
+    json["machine"].erase("load");
+    EXPECT_FALSE(reportFrom(json.dump(), "a.json").machine.load);
 }
 
 TEST(ReportJson, what_is_no_json_is_named_with_line_and_column)
@@ -373,6 +409,13 @@ TEST(Messages, come_through_the_pipe_as_they_were)
     ASSERT_TRUE(line && std::holds_alternative<SuiteLine>(*line));
     EXPECT_EQ(std::get<SuiteLine>(*line).category, 4);
     EXPECT_TRUE(std::get<SuiteLine>(*line).text.starts_with("Failed "));
+    Machine machine = makeReport().machine;
+    EXPECT_FALSE(std::get<NoDevice>(through(NoDevice{"why", machine}).value()).machine.load);
+    machine.load = {2.5, 4};
+    const Machine sent = std::get<NoDevice>(through(NoDevice{"why", machine}).value()).machine;
+    ASSERT_TRUE(sent.load);
+    EXPECT_EQ(sent.load->average, 2.5);
+    EXPECT_EQ(sent.load->processors, 4);
     EXPECT_FALSE(messageFrom("no message"));
     EXPECT_FALSE(messageFrom("{}"));
     EXPECT_FALSE(messageFrom(R"({"is": "line", "category": "x", "text": 1})"));

@@ -57,6 +57,12 @@ Comparison compare(const Report& before, const Report& now, const std::string& n
         comparison.remarks.push_back(fmt::format("The process may use {} processors now, and {} then.",
                                                  now.machine.processors, before.machine.processors));
     }
+    if (const std::string busy = busyness(before.machine); !busy.empty()) {
+        comparison.remarks.push_back("The machine was busy with other work then: " + busy + ".");
+    }
+    if (const std::string busy = busyness(now.machine); !busy.empty()) {
+        comparison.remarks.push_back("The machine was busy with other work now: " + busy + ".");
+    }
     if (before.quick != now.quick) {
         comparison.remarks.push_back(
             "One of the runs was quick and the other thorough: figures of a quick run "

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fmt/format.h>
 #include <sys/prctl.h>
 #include <sys/utsname.h>
@@ -78,6 +79,9 @@ Machine describeMachine()
     machine.processors = OS().systemInformation().cpuCount();
     machine.memory = memory.total;
     machine.memoryAvailable = memory.available;
+    if (double average = 0; ::getloadavg(&average, 1) == 1) {
+        machine.load = {average, static_cast<int>(::sysconf(_SC_NPROCESSORS_ONLN))};
+    }
     return machine;
 }
 

@@ -11,13 +11,22 @@ namespace {
 
 Json toJson(const Machine& machine)
 {
-    return {machine.system, machine.processors, machine.memory, machine.memoryAvailable};
+    Json json{machine.system, machine.processors, machine.memory, machine.memoryAvailable};
+    if (machine.load) {
+        json.push_back(machine.load->average);
+        json.push_back(machine.load->processors);
+    }
+    return json;
 }
 
 Machine machineFrom(const Json& json)
 {
-    return {json.at(0).get<std::string>(), json.at(1).get<int>(), json.at(2).get<std::uint64_t>(),
-            json.at(3).get<std::uint64_t>()};
+    Machine machine{json.at(0).get<std::string>(), json.at(1).get<int>(), json.at(2).get<std::uint64_t>(),
+                    json.at(3).get<std::uint64_t>(), std::nullopt};
+    if (json.size() > 4) {
+        machine.load = {json.at(4).get<double>(), json.at(5).get<int>()};
+    }
+    return machine;
 }
 
 struct Writer

@@ -108,6 +108,9 @@ std::string verdictSection(const Report& report, const Verdict& verdict)
     if (!verdict.limit.empty()) {
         text += fmt::format("<p>{}</p>\n", escaped(verdict.limit));
     }
+    if (!verdict.load.empty()) {
+        text += fmt::format("<p>{}</p>\n", escaped(verdict.load));
+    }
     std::string items;
     for (const std::string& fault : verdict.faults) {
         items += fmt::format("<li class=\"fault\">{}</li>\n", escaped(fault));
@@ -247,6 +250,10 @@ std::string machineSection(const Report& report)
            entry("Kind", report.device.type) + entry("Driver", report.device.driver) +
            entry("System", report.machine.system) +
            entry("Processors", std::to_string(report.machine.processors)) +
+           entry("Load", report.machine.load
+                             ? fmt::format("{:.1f} in the minute before; the machine has {} processors",
+                                           report.machine.load->average, report.machine.load->processors)
+                             : "") +
            entry("Memory", fmt::format("{:.1f} GiB, {:.1f} of it available at the start",
                                        static_cast<double>(report.machine.memory) / gibibyte,
                                        static_cast<double>(report.machine.memoryAvailable) / gibibyte)) +

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <fmt/format.h>
 
 namespace Qx::Diagnosis {
 
@@ -85,6 +86,15 @@ std::optional<double> valueOf(const Report& report, std::string_view id)
 {
     const Figure* figure = find(report, id);
     return figure != nullptr ? figure->value : std::nullopt;
+}
+
+std::string busyness(const Machine& machine)
+{
+    if (!machine.load || machine.load->average < machine.load->processors / 2.0) {
+        return {};
+    }
+    return fmt::format("a load of {:.1f} on {} {}", machine.load->average, machine.load->processors,
+                       machine.load->processors == 1 ? "processor" : "processors");
 }
 
 std::string_view describe(Basis basis)

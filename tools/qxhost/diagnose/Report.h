@@ -64,12 +64,20 @@ struct Device
     bool software = false;
 };
 
+/// How much work the whole machine had in the minute before the measuring, which takes processors from it.
+struct Load
+{
+    double average = 0; ///< processes that ran or waited to run
+    int processors = 0; ///< the machine's; the process may be allowed fewer
+};
+
 struct Machine
 {
     std::string system; ///< name and release of the operating system
     int processors = 0;
     std::uint64_t memory = 0; ///< bytes
     std::uint64_t memoryAvailable = 0;
+    std::optional<Load> load; ///< empty: not known, as in runs that were kept before it was measured
 };
 
 /// A line of the diagnostic suite, as it stands.
@@ -121,6 +129,9 @@ const Figure* find(const Report& report, std::string_view id);
 
 /// Its value; empty when there is none.
 std::optional<double> valueOf(const Report& report, std::string_view id);
+
+/// "a load of 5.7 on 2 processors"; empty unless at least half of the processors were busy.
+std::string busyness(const Machine& machine);
 
 /// How a figure came about, in a few words: "by the device's clock".
 std::string_view describe(Basis basis);

@@ -73,6 +73,13 @@ public:
         return {*found, where_ + "." + key};
     }
 
+    /// The same of a value that a file of an earlier version may lack; empty if it is missing or null.
+    std::optional<Place> maybeAt(const char* key) const
+    {
+        return json_.is_object() && json_.contains(key) && !json_[key].is_null() ? std::optional(at(key))
+                                                                                 : std::nullopt;
+    }
+
     std::vector<Place> items() const
     {
         if (!json_.is_array()) {
@@ -207,7 +214,10 @@ Json machineJson(const Machine& machine)
     return {{"system", machine.system},
             {"processors", machine.processors},
             {"memory", machine.memory},
-            {"memoryAvailable", machine.memoryAvailable}};
+            {"memoryAvailable", machine.memoryAvailable},
+            {"load", machine.load
+                         ? Json{{"average", machine.load->average}, {"processors", machine.load->processors}}
+                         : Json(nullptr)}};
 }
 
 Json verdictJson(const Verdict& verdict)
@@ -225,7 +235,8 @@ Json verdictJson(const Verdict& verdict)
             {"faults", verdict.faults},
             {"remarks", verdict.remarks},
             {"rates", rates},
-            {"limit", verdict.limit}};
+            {"limit", verdict.limit},
+            {"load", verdict.load}};
 }
 
 /// Where in the text a parser stopped.
@@ -363,7 +374,10 @@ Report reportFrom(std::string_view text, const std::string& name)
     const Place machine = root.at("machine");
     report.machine = {machine.at("system").text(), machine.at("processors").count<int>(),
                       machine.at("memory").count<std::uint64_t>(),
-                      machine.at("memoryAvailable").count<std::uint64_t>()};
+                      machine.at("memoryAvailable").count<std::uint64_t>(), std::nullopt};
+    if (const auto load = machine.maybeAt("load")) {
+        report.machine.load = {load->at("average").quantity(), load->at("processors").count<int>()};
+    }
     for (const Place& line : root.at("suite").items()) {
         report.suite.push_back({line.at("category").count<int>(), line.at("text").text()});
     }

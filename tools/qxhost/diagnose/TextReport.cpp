@@ -101,6 +101,9 @@ std::string TextReport::end(const Report& report, const Verdict& verdict)
     if (!verdict.limit.empty()) {
         text += fmt::format("  {:<10} {}\n", "Limit", verdict.limit);
     }
+    if (!verdict.load.empty()) {
+        text += fmt::format("  {:<10} {}\n", "Load", verdict.load);
+    }
     if (!report.ending.said.empty()) {
         text += "\nThe measuring process's last words:\n" + report.ending.said;
     }

@@ -268,6 +268,12 @@ Verdict judge(const Report& report)
             {std::string(rate.name), rate.framesPerSecond, valueOf(report, rate.figure)});
     }
     verdict.limit = describeLimit(report);
+    if (const std::string busy = busyness(report.machine); !busy.empty()) {
+        verdict.load =
+            fmt::format("The machine was busy with other work in the minute before: {}. The figures "
+                        "may be lower than it reaches undisturbed.",
+                        busy);
+    }
     verdict.health = healthOf(report, verdict);
     verdict.headline = headlineOf(report, verdict);
     return verdict;

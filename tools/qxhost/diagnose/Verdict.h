@@ -38,6 +38,7 @@ struct Verdict
     std::vector<std::string> remarks;
     std::vector<RealTime> realTime;
     std::string limit; ///< one sentence: what a frame's time goes into; empty when that was not measured
+    std::string load;  ///< one sentence, if the machine was busy; no part of its health
 };
 
 /// Rules, and nothing else: the same report has the same verdict on every machine.

@@ -39,6 +39,7 @@ struct Conversion
     std::optional<FrameDelivery> delivery; ///< to the pixel format asked for
     bool keepCodes = false;                ///< YCrCb codes pass through unchanged
     Media::OutputSettings settings;
+    std::vector<std::string> effectWarnings; ///< known before the first frame
     WriterPtr writer;
     std::int64_t frames = 0; ///< written
     double seconds = 0;
@@ -261,6 +262,9 @@ void noteDecisions(const Conversion& conversion, Console& console)
         console.note(options.input.string() + " (" + conversion.info().pixelFormat +
                      ") has full chroma resolution; it passes through 4:2:2, which keeps half of it");
     }
+    for (const std::string& warning : conversion.effectWarnings) {
+        console.note(warning);
+    }
     if (deviceIsSoftware()) {
         console.note("converting on " + deviceName() +
                      ", a software device that runs on the CPU; expect it to be slow");
@@ -317,7 +321,9 @@ Json describeRun(const Conversion& conversion)
     run["device"]["software"] = deviceIsSoftware();
     run["seconds"] = conversion.seconds;
     run["framesPerSecond"] = conversion.framesPerSecond();
-    run["warnings"] = warningsOf(conversion);
+    std::vector<std::string> warnings = warningsOf(conversion);
+    warnings.insert(warnings.begin(), conversion.effectWarnings.begin(), conversion.effectWarnings.end());
+    run["warnings"] = warnings;
     return run;
 }
 
@@ -410,7 +416,7 @@ Conversion decide(const ConvertOptions& options)
     if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
         requirePicture(options.output, "a thumbnail");
     }
-    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, 0, 0};
+    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, {}, 0, 0};
     conversion.colour = chooseColour(options, conversion.info());
     conversion.keepCodes = passesCodes(options, conversion.info());
     if (options.format) {
@@ -430,6 +436,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     const HostSession host(options.device, &console);
     prepareConversion();
     EffectChain effects(options.effects);
+    conversion.effectWarnings = effects.warnings();
     noteDecisions(conversion, console);
     std::unique_ptr<BurnIn> burnIn = prepareBurnIn(conversion, console);
     if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), console)) {
@@ -453,7 +460,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     return ExitCode::ok;
 }
 
-void convertQuietly(const ConvertOptions& options)
+std::vector<std::string> convertQuietly(const ConvertOptions& options)
 {
     Conversion conversion = decide(options);
     prepareConversion();
@@ -463,6 +470,7 @@ void convertQuietly(const ConvertOptions& options)
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
     }
+    return effects.warnings();
 }
 
 } // namespace Qx::Program

@@ -247,7 +247,9 @@ private:
         picture.frames = 1;
         picture.force = true; // after the first time the file is our own
         const auto begin = std::chrono::steady_clock::now();
-        convertQuietly(picture);
+        for (const std::string& warning : convertQuietly(picture)) {
+            console_.note(warning);
+        }
         const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
         console_.note(fmt::format("{}: drawn with {} in {:.0f} ms", options_.output.string(), target_.effect,
                                   took.count()));

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <fmt/format.h>
 #include <numbers>
 
 namespace Qx::Program {
@@ -204,6 +205,69 @@ GreyCurve greyThrough(const Host::LUTSteps& steps)
     return curve;
 }
 
+/// Writes on the canvas; does nothing if there is no typeface.
+class Writer
+{
+public:
+    Writer(Canvas& canvas, int size, int style)
+        : canvas_(canvas), painter_(Host::Text::TextPainter::open("sans", size, style))
+    {
+    }
+
+    XY<int> measure(const std::string& text) const
+    {
+        return painter_ == nullptr ? XY<int>(0, 0) : painter_->measure(text);
+    }
+
+    /// Returns where the text ends.
+    int write(const std::string& text, int x, int y, const Colour& colour, int mostWidth = width)
+    {
+        if (painter_ == nullptr) {
+            return x;
+        }
+        const std::string seen = painter_->fitted(text, mostWidth);
+        painter_->paint(seen, {x, y},
+                        [&](int px, int py, float coverage) { canvas_.blend(px, py, colour, coverage); });
+        return x + painter_->measure(seen).x;
+    }
+
+private:
+    Canvas& canvas_;
+    std::unique_ptr<Host::Text::TextPainter> painter_;
+};
+
+/// The lines of the grid, with a number at each: quarters, or fewer where these would be crowded.
+std::vector<float> gridOf(const Scale& scale)
+{
+    const float span = scale.high - scale.low;
+    const float step = span <= 1.5F ? 0.25F : span <= 3.0F ? 0.5F : 1.0F;
+    std::vector<float> grid;
+    for (float i = std::ceil(scale.low / step); i * step <= scale.high; ++i) {
+        grid.push_back(i * step + 0.0F); // without a sign at zero
+    }
+    return grid;
+}
+
+/// Numbers the inputs below the grid and the outputs to the left of it.
+void drawGrid(Canvas& canvas, const Scale& scale)
+{
+    constexpr int numberSize = 13;
+    constexpr int gap = 6;
+    Writer writer(canvas, numberSize, 0);
+    for (const float at : gridOf(scale)) {
+        const float thickness = at == 0.0F || at == 1.0F ? 1.6F : 1.0F;
+        const float x = scale.x(at);
+        const float y = scale.y(at);
+        drawLine(canvas, curves, {{scale.x(scale.low), y}, {scale.x(scale.high), y}}, gridLine, thickness);
+        drawLine(canvas, curves, {{x, scale.y(scale.low)}, {x, scale.y(scale.high)}}, gridLine, thickness);
+        const std::string number = fmt::format("{:g}", at);
+        const XY<int> size = writer.measure(number);
+        writer.write(number, scale.inside.x - gap - size.x, static_cast<int>(y) - size.y / 2, plainText);
+        writer.write(number, static_cast<int>(x) - size.x / 2, scale.inside.y + scale.inside.height + gap,
+                     plainText);
+    }
+}
+
 void drawCurves(Canvas& canvas, const Host::LUTSteps& steps)
 {
     canvas.fill(curves, panel);
@@ -216,20 +280,15 @@ void drawCurves(Canvas& canvas, const Host::LUTSteps& steps)
         high = std::min(std::max(high, *std::max_element(out.begin(), out.end())), 4.0F);
     }
     constexpr int padding = 20;
-    const Scale scale{
-        {curves.x + padding, curves.y + padding, curves.width - 2 * padding, curves.height - 2 * padding},
-        low,
-        high};
-    const float left = scale.x(low);
-    const float right = scale.x(high);
-    for (int i = 0; i <= 4; ++i) {
-        const float at = static_cast<float>(i) / 4.0F;
-        const float thickness = i % 4 == 0 ? 1.6F : 1.0F;
-        drawLine(canvas, curves, {{left, scale.y(at)}, {right, scale.y(at)}}, gridLine, thickness);
-        drawLine(canvas, curves, {{scale.x(at), scale.y(low)}, {scale.x(at), scale.y(high)}}, gridLine,
-                 thickness);
-    }
-    drawLine(canvas, curves, {{left, scale.y(low)}, {right, scale.y(high)}}, identityLine, 1.2F);
+    constexpr int numbersLeft = 48;
+    constexpr int numbersBelow = 32;
+    const Scale scale{{curves.x + numbersLeft, curves.y + padding, curves.width - numbersLeft - padding,
+                       curves.height - padding - numbersBelow},
+                      low,
+                      high};
+    drawGrid(canvas, scale);
+    drawLine(canvas, curves, {{scale.x(low), scale.y(low)}, {scale.x(high), scale.y(high)}}, identityLine,
+             1.2F);
     for (std::size_t c = 0; c < 3; ++c) {
         std::vector<std::array<float, 2>> points;
         for (std::size_t i = 0; i < curve.in.size(); ++i) {
@@ -255,32 +314,6 @@ void drawRamps(Canvas& canvas, const Host::LUTSteps& steps)
               [&](float u, float) { return Host::apply(steps, ramp(u)); });
     }
 }
-
-/// Writes on the canvas; does nothing if there is no typeface.
-class Writer
-{
-public:
-    Writer(Canvas& canvas, int size, int style)
-        : canvas_(canvas), painter_(Host::Text::TextPainter::open("sans", size, style))
-    {
-    }
-
-    /// Returns where the text ends.
-    int write(const std::string& text, int x, int y, const Colour& colour, int mostWidth = width)
-    {
-        if (painter_ == nullptr) {
-            return x;
-        }
-        const std::string seen = painter_->fitted(text, mostWidth);
-        painter_->paint(seen, {x, y},
-                        [&](int px, int py, float coverage) { canvas_.blend(px, py, colour, coverage); });
-        return x + painter_->measure(seen).x;
-    }
-
-private:
-    Canvas& canvas_;
-    std::unique_ptr<Host::Text::TextPainter> painter_;
-};
 
 void drawTitles(Canvas& canvas, const std::string& name, const std::string& contents)
 {

@@ -2,6 +2,7 @@
 
 #include "QxFxResources/Manager.h"
 #include "host/core/Suggestion.h"
+#include "host/effects/framework/ParameterRange.h"
 #include "host/gpu/GPUService.h"
 #include "image/TechniqueApplication.h"
 #include "platform/Text.h"
@@ -127,6 +128,21 @@ bool setParameter(iShaderParam& param, const std::vector<float>& values)
                               : param.setValues(values.data(), values.size());
 }
 
+/// The warning of a value outside the range that the effect's author gave; empty if all are in it. A shader
+/// may well take such a value, so that it is no error.
+std::string rangeWarning(const iShaderEffect& effect, const EffectRequest& request,
+                         const ParameterSetting& setting)
+{
+    const Host::ParameterRange range = Host::rangeOf(effect, setting.name);
+    const auto outside = std::find_if(setting.values.begin(), setting.values.end(),
+                                      [&](float value) { return !range.holds(value); });
+    if (outside == setting.values.end() || range.isEmpty()) {
+        return {};
+    }
+    return request.file + ": \"" + setting.name + "\" is set to " + Host::written(*outside) +
+           ", which is outside its range " + range.written() + "; it is drawn with that value";
+}
+
 /// Tells the effect which colours the table covers.
 void setDomain(iShaderEffect& effect, const std::string& file, const TableDomain& domain)
 {
@@ -170,7 +186,7 @@ void EffectChain::takeLut(Link& link, const std::string& lut) const
     link.technique = LightweightString<char>(std::string_view(made.technique));
 }
 
-EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
+EffectChain::Link EffectChain::makeLink(const EffectRequest& request)
 {
     Link link;
     link.file = request.file;
@@ -191,6 +207,9 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request) const
         if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
             throw Failure(ExitCode::effect,
                           request.file + ": \"" + setting.name + "\" does not take this value");
+        }
+        if (std::string warning = rangeWarning(*link.effect, request, setting); !warning.empty()) {
+            warnings_.push_back(std::move(warning));
         }
     }
     return link;

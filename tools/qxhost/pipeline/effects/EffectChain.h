@@ -22,6 +22,9 @@ public:
 
     std::size_t size() const { return links_.size(); }
 
+    /// What a user should know of the settings, a line each.
+    const std::vector<std::string>& warnings() const { return warnings_; }
+
     /// The picture after all effects, in a GPU image of the same size and format; the picture itself if there
     /// are none. Throws Failure (device, effect) if an effect is not drawn. One thread.
     Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format);
@@ -35,11 +38,12 @@ private:
         Qx::Ptr<iGPUImage3D> table; ///< of a LUT
     };
 
-    Link makeLink(const EffectRequest& request) const;
+    Link makeLink(const EffectRequest& request);
     void takeLut(Link& link, const std::string& lut) const;
     bool isInUse(const Qx::Ptr<iShaderEffect>& effect) const;
 
     std::vector<Link> links_;
+    std::vector<std::string> warnings_;
 };
 
 } // namespace Qx::Program

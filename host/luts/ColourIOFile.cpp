@@ -118,15 +118,6 @@ std::string inOneLine(std::string_view text)
     return printable(result);
 }
 
-std::string without(std::string text, std::string_view part, std::string_view instead)
-{
-    for (std::size_t at = text.find(part); !part.empty() && at != std::string::npos;
-         at = text.find(part, at + instead.size())) {
-        text.replace(at, part.size(), instead);
-    }
-    return text;
-}
-
 /// The line in "At line (3): ", "Error on line 3" and their like; 0 if there is none.
 std::size_t lineIn(const std::string& message)
 {
@@ -146,7 +137,7 @@ std::string bareCause(const std::string& said, const std::string& path)
     std::string cause = inOneLine(said);
     for (const std::string& place :
          {" (" + path + ")", " '" + path + "'", " \"" + path + "\"", " file " + path, " " + path, path}) {
-        cause = without(cause, place, "");
+        cause = replaced(cause, place, "");
     }
     for (const std::string_view mark : {"At line (", "At line "}) {
         const std::size_t at = cause.find(mark);
@@ -805,13 +796,17 @@ std::optional<Source> read(const TextAsFile& file, std::string_view text, Refusa
 std::optional<Source> readThroughColourIO(const std::string& name, const std::string& extension,
                                           std::string_view text, Refusal& refusal)
 {
-    if (text.find("<Reference") != std::string_view::npos) {
-        refusal.cause = "it refers to another file, which is not supported";
-        return std::nullopt;
-    }
     std::string path;
     try {
+        refusal.cause = obstacleInXML(text);
+        if (!refusal.cause.empty()) {
+            return std::nullopt;
+        }
         const std::string plain = extension == "clf" || extension == "ctf" ? asKnownCLF(text) : std::string();
+        refusal.cause = obstacleInXML(plain);
+        if (!refusal.cause.empty()) {
+            return std::nullopt;
+        }
         const TextAsFile file(plain.empty() ? text : plain, name);
         path = file.path();
         return read(file, text, refusal);

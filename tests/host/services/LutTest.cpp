@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <optional>
 #include <random>
 #include <set>
 #include <sys/inotify.h>
@@ -535,6 +537,94 @@ TEST_F(LutTest, BrokenFilesOfOtherKindsAreRefusedInOneLine)
               ":2: it holds a number that is not finite");
     EXPECT_EQ(reason("elsewhere.ctf", "<ProcessList version=\"2\" id=\"m\"><Reference path=\"/dev/zero\"/>"),
               ": it refers to another file, which is not supported");
+}
+
+/// Elements of a CLF one after the other.
+std::string repeated(const std::string& element, int count)
+{
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+        text += element;
+    }
+    return text;
+}
+
+const std::string depths = " inBitDepth=\"32f\" outBitDepth=\"32f\"";
+
+std::string matrixOf(const std::string& numbers)
+{
+    return "<Matrix" + depths + "><Array dim=\"3 3\">" + numbers + "</Array></Matrix>\n";
+}
+
+TEST_F(LutTest, NoSpellingOfAReferenceMakesTheReaderOpenAnotherFile)
+{
+    const std::filesystem::path other = directory_.write("other.spimtx", "0.5 0 0 0\n0 1 0 0\n0 0 1 0\n");
+    const int watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(watch, 0);
+    ASSERT_GE(::inotify_add_watch(watch, other.c_str(), IN_OPEN), 0);
+    const std::string attributes =
+        " path=\"" + other.native() + "\" inBitDepth=\"32f\" outBitDepth=\"32f\"/>";
+    const std::string root = "ProcessList version=\"2\" id=\"m\"";
+    const std::string refers = ": it refers to another file, which is not supported";
+    const std::string declares = ": it has a <!DOCTYPE> or <!ENTITY> declaration, which is not supported";
+    EXPECT_EQ(refusal("prefix.ctf",
+                      "<a:" + root + " xmlns:a=\"x\">\n<a:Reference" + attributes + "</a:ProcessList>\n"),
+              refers);
+    EXPECT_EQ(refusal("case.ctf", ctf("<rEFERENCE" + attributes)), refers);
+    EXPECT_EQ(refusal("case.spi3d", ctf("<rEFERENCE" + attributes)), refers)
+        << "every reader tries every text";
+    const std::string entity = "DOCTYPE x [<!ENTITY r \"&#60;Reference path='" + other.native() +
+                               "' inBitDepth='32f' outBitDepth='32f'/>\">]>\n";
+    EXPECT_EQ(refusal("entity.ctf", "<!" + entity + "<" + root + ">&r;</ProcessList>\n"), declares);
+    EXPECT_EQ(refusal("entity.csp", "<!" + entity + "<" + root + ">&r;</ProcessList>\n"), declares);
+    EXPECT_EQ(refusal("shy.ctf", "<a:!" + entity + "<a:" + root + ">&r;</a:ProcessList>\n"), declares);
+    // Two bytes a character; the comment is what the reader looks for before it reads.
+    for (const bool marked : {true, false}) {
+        std::string wide = marked ? "\xFF\xFE" : "";
+        for (const char c : "<" + root + "><!--") {
+            wide += {c, '\0'};
+        }
+        wide += "<ProcessList ";
+        for (const char c : "--><Reference" + attributes + "</ProcessList>") {
+            wide += {c, '\0'};
+        }
+        for (const char* name : {"wide.ctf", "wide.spimtx"}) {
+            EXPECT_EQ(refusal(name, wide), ": it is XML in another encoding than UTF-8: save it as UTF-8");
+        }
+    }
+    EXPECT_EQ(refusal("named.ctf", "<?xml version='1.0' encoding = 'utf-16'?>\n" + ctf("").substr(22)),
+              ": it is XML in another encoding than UTF-8: save it as UTF-8");
+    std::array<char, 4096> events{};
+    EXPECT_EQ(::read(watch, events.data(), events.size()), -1) << "the other file was opened";
+    ::close(watch);
+    for (const char* encoding : {"utf-8", "US-ASCII"}) {
+        const std::string text = clf(matrixOf("1 0 0 0 1 0 0 0 1"));
+        EXPECT_TRUE(read("said.clf", "<?xml version='1.0' encoding='" + std::string(encoding) + "'?>" +
+                                         text.substr(text.find('\n')))
+                        .table)
+            << encoding;
+    }
+}
+
+TEST_F(LutTest, MarkupIsReadInOnePass)
+{
+    const std::string name = "xmlns:a=\"urn:AMPAS:CLF:v3.0\" id=\"m\" compCLFversion=\"3\"";
+    const std::string matrix =
+        "<a:Matrix" + depths + "><a:Array dim=\"3 3\">0.5 0 0 0 1 0 0 0 1</a:Array></a:Matrix>";
+    std::string prefixes;
+    for (int i = 0; i < 120'000; ++i) {
+        prefixes += "<!--<a:<a:<a:<a:<a:<a:<a:<a:<a:<a:-->\n"; // a million to take off
+    }
+    const LUTReading many = readLUT(directory_.write(
+        "prefixes.clf", "<a:ProcessList " + name + ">\n" + prefixes + matrix + "</a:ProcessList>\n"));
+    ASSERT_FALSE(many.steps.empty()) << many.failure;
+    EXPECT_EQ(Host::apply(many.steps, {1, 1, 1}), (Colour{0.5F, 1, 1}));
+    // Looked at from the back, every name is as long as all before it.
+    EXPECT_EQ(refusal("roots.clf", repeated("ProcessList", 500'000)).substr(0, 2), ": ");
+    const std::string longTag = ": it has a tag or comment of more than 65536 bytes";
+    EXPECT_EQ(refusal("tag.clf", "<a:ProcessList " + name + repeated(" x=\">\"\n", 1'000'000)), longTag);
+    EXPECT_EQ(refusal("comment.clf", clf("<!--" + repeated("<\n", 1'000'000) + "-->")), longTag);
+    EXPECT_EQ(refusal("comment.cc", "<!--" + repeated("<\n", 1'000'000) + "-->"), longTag);
 }
 
 TEST_F(LutTest, NamesWithSignsThatMeanVariablesElsewhereAreNames)

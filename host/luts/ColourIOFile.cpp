@@ -196,7 +196,7 @@ Refusal refusalFrom(const std::string& message, const std::string& path)
 
 std::size_t lineOfNonFinite(std::string_view text)
 {
-    constexpr std::string_view separators = " \t\r<>\"'={}(),;";
+    constexpr std::string_view separators = " \t\r\n<>\"'={}(),;";
     std::size_t line = 1;
     for (std::size_t begin = 0; begin < text.size(); ++line) {
         const std::size_t end = std::min(text.find('\n', begin), text.size());

@@ -627,6 +627,14 @@ TEST_F(LutTest, MarkupIsReadInOnePass)
     EXPECT_EQ(refusal("comment.cc", "<!--" + repeated("<\n", 1'000'000) + "-->"), longTag);
 }
 
+TEST_F(LutTest, TheLineOfANumberThatIsNotFiniteIsFoundInOnePass)
+{
+    constexpr int points = 200'000;
+    EXPECT_EQ(refusal("long.spi1d", "Version 1\nFrom 0 1\nLength " + std::to_string(points) +
+                                        "\nComponents 1\n{\n" + repeated("0\n", points - 1) + "inf\n}\n"),
+              ":" + std::to_string(5 + points) + ": it holds a number that is not finite");
+}
+
 TEST_F(LutTest, NamesWithSignsThatMeanVariablesElsewhereAreNames)
 {
     const LutSample matrix{"", "0.5 0 0 0\n0 1 0 0\n0 0 1 0\n"};

@@ -217,6 +217,7 @@ std::size_t lineOfNonFinite(std::string_view text)
 /// What the steps of a file tell about the table to make.
 struct Outline
 {
+    std::string refusal; ///< why the file is not to be read; the rest counts for nothing then
     std::string contents;
     TableDomain domain;
     std::vector<int> sizes;               ///< edges of its tables and lengths of its curves
@@ -286,11 +287,18 @@ public:
     explicit Survey(const OCIO::GroupTransform& steps)
     {
         const int count = steps.getNumTransforms();
-        for (int i = 0; i < count; ++i) {
+        if (count > mostSteps) {
+            outline_.refusal =
+                "it has " + std::to_string(count) + " steps: expected at most " + std::to_string(mostSteps);
+        }
+        for (int i = 0; i < count && outline_.refusal.empty(); ++i) {
             take(steps.getTransform(i), i + 1 == count);
         }
-        if (outline_.contents.empty()) {
+        if (described_ == 0) {
             describe("nothing that changes colours");
+        }
+        if (described_ > mostNamed) {
+            outline_.contents += ", then " + std::to_string(described_ - mostNamed) + " more steps";
         }
     }
 
@@ -321,15 +329,19 @@ private:
 
     void takeTable(const OCIO::ConstLut3DTransformRcPtr& table, bool last)
     {
-        const auto edge = static_cast<int>(table->getGridSize());
+        const unsigned long points = table->getGridSize();
+        const std::string what = "a 3D table of " + std::to_string(points) + " points an edge";
+        if (points < 2 || points > static_cast<unsigned long>(mostTableEdge)) {
+            outline_.refusal = "it holds " + what + ": expected 2 to " + std::to_string(mostTableEdge);
+            return;
+        }
         if (leading_ && table->getDirection() == OCIO::TRANSFORM_DIR_FORWARD) {
             outline_.domain = placement_.domain();
             outline_.table = last ? table : nullptr;
         }
-        outline_.sizes.push_back(edge);
+        outline_.sizes.push_back(static_cast<int>(points));
         outline_.finite &= isFinite(*table);
-        describe(
-            ofDirection(table->getDirection(), "a 3D table of " + std::to_string(edge) + " points an edge"));
+        describe(ofDirection(table->getDirection(), what));
     }
 
     void takeCurves(const OCIO::Lut1DTransform& curves)
@@ -373,10 +385,16 @@ private:
 
     void describe(const std::string& step)
     {
-        outline_.contents += (outline_.contents.empty() ? "" : ", then ") + step;
+        if (described_++ < mostNamed) {
+            outline_.contents += (outline_.contents.empty() ? "" : ", then ") + step;
+        }
     }
 
+    static constexpr int mostSteps = 64;
+    static constexpr std::size_t mostNamed = 8;
+
     Outline outline_;
+    std::size_t described_ = 0;
     Placement placement_;
     bool leading_ = true;
 };
@@ -768,6 +786,10 @@ std::optional<Source> read(const TextAsFile& file, std::string_view text, Refusa
     const OCIO::ConstProcessorRcPtr processor = processorFor(file.path());
     const OCIO::GroupTransformRcPtr group = processor->createGroupTransform();
     const Outline outline = Survey(*group).result();
+    if (!outline.refusal.empty()) {
+        refusal.cause = outline.refusal;
+        return std::nullopt;
+    }
     if (!outline.finite) {
         refusal = {lineOfNonFinite(text), "it holds a number that is not finite"};
         return std::nullopt;

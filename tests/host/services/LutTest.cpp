@@ -606,6 +606,29 @@ TEST_F(LutTest, NoSpellingOfAReferenceMakesTheReaderOpenAnotherFile)
     }
 }
 
+TEST_F(LutTest, TablesOfOnePointAnEdgeAreRefused)
+{
+    const std::string table = "<LUT3D" + depths + "><Array dim=\"1 1 1 3\">0.5 0.5 0.5</Array></LUT3D>";
+    EXPECT_EQ(refusal("point.clf", clf(table)),
+              ": it holds a 3D table of 1 points an edge: expected 2 to 129");
+    EXPECT_EQ(refusal("later.clf", clf(matrixOf("1 1 0 0 1 0 0 0 1") + table)),
+              ": it holds a 3D table of 1 points an edge: expected 2 to 129");
+}
+
+TEST_F(LutTest, TheNumberOfStepsIsLimited)
+{
+    const std::string correction =
+        "<ASC_CDL" + depths +
+        " style=\"Fwd\"><SOPNode><Slope>1 1 1</Slope><Offset>0 0 0</Offset>"
+        "<Power>1 1 1</Power></SOPNode><SatNode><Saturation>1.01</Saturation></SatNode></ASC_CDL>\n";
+    EXPECT_EQ(refusal("many.clf", clf(repeated(correction, 65))), ": it has 65 steps: expected at most 64");
+    const LUTReading most =
+        readLUT(directory_.write("most.clf", clf(repeated(matrixOf("1 0.001 0 0 1 0 0 0 1"), 64))));
+    EXPECT_EQ(most.steps.size(), 1U) << most.failure;
+    EXPECT_EQ(most.facts.contents.substr(most.facts.contents.rfind(", then ")), ", then 56 more steps");
+    EXPECT_LT(most.facts.contents.size(), 400U);
+}
+
 TEST_F(LutTest, MarkupIsReadInOnePass)
 {
     const std::string name = "xmlns:a=\"urn:AMPAS:CLF:v3.0\" id=\"m\" compCLFversion=\"3\"";

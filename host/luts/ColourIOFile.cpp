@@ -223,6 +223,7 @@ struct Outline
     std::vector<int> sizes;               ///< edges of its tables and lengths of its curves
     std::size_t knots = 0;                ///< points of its longest curves
     bool finite = true;                   ///< no number of it is infinite or none
+    std::vector<LUTInverse> inverses;     ///< of its inverse tables, in their order
     OCIO::ConstLut3DTransformRcPtr table; ///< when the file is one table, with its domain before it at most
 };
 
@@ -248,7 +249,8 @@ public:
         return matrix.getDirection() == OCIO::TRANSFORM_DIR_FORWARD;
     }
 
-    TableDomain domain() const
+    /// What the table covers; empty if that cannot be told in floats.
+    std::optional<TableDomain> domain() const
     {
         TableDomain result;
         for (std::size_t c = 0; c < 3; ++c) {
@@ -256,7 +258,7 @@ public:
             result.max[c] = static_cast<float>((1.0 - offset_[c]) / scale_[c]);
             if (!std::isfinite(result.min[c]) || !std::isfinite(result.max[c]) ||
                 !(result.max[c] > result.min[c])) {
-                return {};
+                return std::nullopt;
             }
         }
         return result;
@@ -281,6 +283,19 @@ std::shared_ptr<const T> as(const OCIO::ConstTransformRcPtr& transform)
     return OCIO_DYNAMIC_POINTER_CAST<const T>(transform);
 }
 
+Qx::Ptr<Table> tableAsItIs(const OCIO::Lut3DTransform& source, const TableDomain& domain)
+{
+    const auto edge = source.getGridSize();
+    const Qx::Ptr<Table> table = Qx::makePtr<Table>(static_cast<int>(edge), domain);
+    for (unsigned long i = 0; i < edge * edge * edge; ++i) {
+        Colour at{};
+        source.getValue(i % edge, i / edge % edge, i / edge / edge, at[0], at[1], at[2]);
+        table->set(i, at);
+    }
+    return table;
+}
+
+/// Looks through all steps before any is evaluated.
 class Survey
 {
 public:
@@ -335,20 +350,45 @@ private:
             outline_.refusal = "it holds " + what + ": expected 2 to " + std::to_string(mostTableEdge);
             return;
         }
-        if (leading_ && table->getDirection() == OCIO::TRANSFORM_DIR_FORWARD) {
-            outline_.domain = placement_.domain();
-            outline_.table = last ? table : nullptr;
+        if (leading_ && table->getDirection() == OCIO::TRANSFORM_DIR_FORWARD && place() && last) {
+            outline_.table = table;
         }
         outline_.sizes.push_back(static_cast<int>(points));
         outline_.finite &= isFinite(*table);
+        if (outline_.finite && table->getDirection() != OCIO::TRANSFORM_DIR_FORWARD) {
+            takeInverse(*table);
+        }
         describe(ofDirection(table->getDirection(), what));
+    }
+
+    /// Takes the matrices in front of the first table or curves for its domain. If they are none, they are a
+    /// step of their own.
+    bool place()
+    {
+        const std::optional<TableDomain> domain = placement_.domain();
+        outline_.domain = domain.value_or(TableDomain{});
+        if (!domain) {
+            describe("a matrix");
+        }
+        return domain.has_value();
+    }
+
+    /// OpenColorIO searches without limit, so what has too many cells to search is not left to it either.
+    void takeInverse(const OCIO::Lut3DTransform& table)
+    {
+        if (std::optional<LUTInverse> inverse = inverseOf(*tableAsItIs(table, {}))) {
+            outline_.inverses.push_back(*std::move(inverse));
+        } else {
+            outline_.refusal =
+                "it holds the inverse of a 3D table in which too many places have the same colours";
+        }
     }
 
     void takeCurves(const OCIO::Lut1DTransform& curves)
     {
         const unsigned long points = curves.getLength();
         if (leading_ && !curves.getInputHalfDomain()) {
-            outline_.domain = placement_.domain();
+            place();
         }
         if (points <= static_cast<unsigned long>(mostTableEdge)) {
             outline_.sizes.push_back(static_cast<int>(points));
@@ -398,18 +438,6 @@ private:
     Placement placement_;
     bool leading_ = true;
 };
-
-Qx::Ptr<Table> tableAsItIs(const OCIO::Lut3DTransform& source, const TableDomain& domain)
-{
-    const auto edge = source.getGridSize();
-    const Qx::Ptr<Table> table = Qx::makePtr<Table>(static_cast<int>(edge), domain);
-    for (unsigned long i = 0; i < edge * edge * edge; ++i) {
-        Colour at{};
-        source.getValue(i % edge, i / edge % edge, i / edge / edge, at[0], at[1], at[2]);
-        table->set(i, at);
-    }
-    return table;
-}
 
 std::vector<OCIO::ConstTransformRcPtr> only(OCIO::ConstTransformRcPtr transform)
 {
@@ -561,14 +589,23 @@ std::optional<LUTMatrix> matrixOf(const OCIO::MatrixTransform& transform)
     return transform.getDirection() == OCIO::TRANSFORM_DIR_FORWARD ? matrix : inverseOf(matrix);
 }
 
+bool isTrilinear(const OCIO::Lut3DTransform& table)
+{
+    const OCIO::Interpolation interpolation = table.getInterpolation();
+    return interpolation != OCIO::INTERP_BEST && interpolation != OCIO::INTERP_TETRAHEDRAL;
+}
+
 /// Turns a file's transforms into parts: neighbouring matrices into one, and neighbouring ones that are
 /// separable into one formula.
 class PartsFinder
 {
 public:
     /// Whether curves whose points are in the file stay apart, with these points, or are merged with their
-    /// neighbours.
-    explicit PartsFinder(bool keepsPoints) : keepsPoints_(keepsPoints) {}
+    /// neighbours. `inverses` are those of the group's inverse tables, which it must not outlive.
+    PartsFinder(bool keepsPoints, const std::vector<LUTInverse>& inverses)
+        : keepsPoints_(keepsPoints), inverses_(inverses)
+    {
+    }
 
     std::vector<Part> find(const OCIO::GroupTransform& group)
     {
@@ -593,7 +630,7 @@ private:
         }
         if (const auto table = as<OCIO::Lut3DTransform>(transform)) {
             flush();
-            takeTable(*table, transform);
+            takeTable(*table);
         } else if (const auto correction = as<OCIO::CDLTransform>(transform);
                    correction && correction->getSat() != 1.0) {
             takeCorrection(*correction);
@@ -630,15 +667,12 @@ private:
         }
     }
 
-    void takeTable(const OCIO::Lut3DTransform& source, const OCIO::ConstTransformRcPtr& transform)
+    void takeTable(const OCIO::Lut3DTransform& source)
     {
-        const Qx::Ptr<Table> table = tableAsItIs(source, {});
         if (source.getDirection() == OCIO::TRANSFORM_DIR_FORWARD) {
-            parts_.emplace_back(LUTStep(LUTTable{table, isTrilinear(source)}));
-        } else if (std::optional<LUTInverse> inverse = inverseOf(*table)) {
-            parts_.emplace_back(LUTStep(*std::move(inverse)));
+            parts_.emplace_back(LUTStep(LUTTable{tableAsItIs(source, {}), isTrilinear(source)}));
         } else {
-            parts_.emplace_back(Formula{evaluationOf(only(transform)), false, false});
+            parts_.emplace_back(LUTStep(inverses_[inverted_++]));
         }
     }
 
@@ -767,20 +801,16 @@ private:
         return result;
     }
 
-    static bool isTrilinear(const OCIO::Lut3DTransform& table)
-    {
-        const OCIO::Interpolation interpolation = table.getInterpolation();
-        return interpolation != OCIO::INTERP_BEST && interpolation != OCIO::INTERP_TETRAHEDRAL;
-    }
-
     bool keepsPoints_;
+    const std::vector<LUTInverse>& inverses_;
+    std::size_t inverted_ = 0;
     std::vector<Part> parts_;
     std::vector<OCIO::ConstTransformRcPtr> waiting_; ///< separable ones, not yet a part
     std::size_t curves_ = 0;                         ///< of these, not matrices
     LUTMatrix diagonal_;                             ///< all matrices of these
 };
 
-std::optional<Source> read(const TextAsFile& file, std::string_view text, Refusal& refusal)
+std::optional<Source> read(const TextAsFile& file, std::string_view text, Wanted wanted, Refusal& refusal)
 {
     const WithoutCache fresh;
     const OCIO::ConstProcessorRcPtr processor = processorFor(file.path());
@@ -801,14 +831,12 @@ std::optional<Source> read(const TextAsFile& file, std::string_view text, Refusa
     source.sizes = outline.sizes;
     source.knots = outline.knots;
     source.judged = true;
-    source.parts = PartsFinder(true).find(*group);
-    source.merged = PartsFinder(false).find(*group);
     if (outline.table) {
         source.table = tableAsItIs(*outline.table, outline.domain);
-        const bool trilinear = std::get<LUTTable>(source.parts.back().step).trilinear;
-        source.parts.clear();
-        source.merged.clear();
-        source.parts.emplace_back(LUTStep(LUTTable{source.table, trilinear}));
+        source.parts.emplace_back(LUTStep(LUTTable{source.table, isTrilinear(*outline.table)}));
+    } else if (wanted == Wanted::Steps) {
+        source.parts = PartsFinder(true, outline.inverses).find(*group);
+        source.merged = PartsFinder(false, outline.inverses).find(*group);
     }
     return source;
 }
@@ -816,7 +844,7 @@ std::optional<Source> read(const TextAsFile& file, std::string_view text, Refusa
 } // namespace
 
 std::optional<Source> readThroughColourIO(const std::string& name, const std::string& extension,
-                                          std::string_view text, Refusal& refusal)
+                                          std::string_view text, Wanted wanted, Refusal& refusal)
 {
     std::string path;
     try {
@@ -831,7 +859,7 @@ std::optional<Source> readThroughColourIO(const std::string& name, const std::st
         }
         const TextAsFile file(plain.empty() ? text : plain, name);
         path = file.path();
-        return read(file, text, refusal);
+        return read(file, text, wanted, refusal);
     } catch (const std::exception& failure) {
         refusal = refusalFrom(failure.what(), path);
         return std::nullopt;

@@ -629,6 +629,28 @@ TEST_F(LutTest, TheNumberOfStepsIsLimited)
     EXPECT_LT(most.facts.contents.size(), 400U);
 }
 
+TEST_F(LutTest, AnInverseWhoseSearchHasNoEndIsRefused)
+{
+    constexpr int edge = 65;
+    std::string entries; // each cell has every colour, so that every place of the search has every cell
+    for (int r = 0; r < edge; ++r) {
+        for (int g = 0; g < edge; ++g) {
+            for (int b = 0; b < edge; ++b) {
+                entries += r % 2 == 0 ? "0 " : "1 ";
+                entries += g % 2 == 0 ? "0 " : "1 ";
+                entries += b % 2 == 0 ? "0\n" : "1\n";
+            }
+        }
+    }
+    const std::filesystem::path file =
+        directory_.write("noise.ctf", ctf("<InverseLUT3D" + depths + "><Array dim=\"65 65 65 3\">\n" +
+                                          entries + "</Array></InverseLUT3D>"));
+    const std::string cause =
+        ": it holds the inverse of a 3D table in which too many places have the same colours";
+    EXPECT_EQ(readLUT(file).failure, file.native() + cause);
+    EXPECT_EQ(readLUTTable(file).failure, file.native() + cause);
+}
+
 TEST_F(LutTest, MarkupIsReadInOnePass)
 {
     const std::string name = "xmlns:a=\"urn:AMPAS:CLF:v3.0\" id=\"m\" compCLFversion=\"3\"";
@@ -656,6 +678,18 @@ TEST_F(LutTest, TheLineOfANumberThatIsNotFiniteIsFoundInOnePass)
     EXPECT_EQ(refusal("long.spi1d", "Version 1\nFrom 0 1\nLength " + std::to_string(points) +
                                         "\nComponents 1\n{\n" + repeated("0\n", points - 1) + "inf\n}\n"),
               ":" + std::to_string(5 + points) + ": it holds a number that is not finite");
+}
+
+TEST_F(LutTest, ATableWhoseDomainIsNoFloatIsNotCalledExact)
+{
+    const std::string entries = "0.25 0.25 0.25\n" + repeated("1 1 1\n", 7);
+    const LUTTableReading reading =
+        read("far.clf", clf(matrixOf("1e-50 0 0 0 1e-50 0 0 0 1e-50") + "<LUT3D" + depths +
+                            "><Array dim=\"2 2 2 3\">\n" + entries + "</Array></LUT3D>"));
+    ASSERT_TRUE(reading.table) << reading.failure;
+    EXPECT_TRUE(reading.baked);
+    EXPECT_EQ(lookUp(*reading.table, {1, 1, 1}), (Colour{0.25F, 0.25F, 0.25F}));
+    EXPECT_EQ(reading.facts.contents, "a matrix, then a 3D table of 2 points an edge");
 }
 
 TEST_F(LutTest, NamesWithSignsThatMeanVariablesElsewhereAreNames)

@@ -1,6 +1,8 @@
 #include "host/luts/ColourIOFile.h"
 
 #include "host/core/Printable.h"
+#include "host/files/ReadFile.h"
+#include "host/files/WriteFile.h"
 #include "host/log/HostLog.h"
 #include "host/luts/CLFText.h"
 #include "host/luts/InverseTable.h"
@@ -24,67 +26,59 @@ namespace {
 
 namespace OCIO = OCIO_NAMESPACE;
 
+/// A directory of its own among the temporary files, removed with the object.
+class OwnDirectory
+{
+public:
+    OwnDirectory() : path_((std::filesystem::temp_directory_path() / "qxhost-lut-XXXXXX").native())
+    {
+        if (::mkdtemp(path_.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(), "cannot make " + path_);
+        }
+    }
+
+    ~OwnDirectory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    OwnDirectory(const OwnDirectory&) = delete;
+    OwnDirectory& operator=(const OwnDirectory&) = delete;
+
+    std::filesystem::path operator/(const std::string& name) const
+    {
+        return std::filesystem::path(path_) / name;
+    }
+
+private:
+    std::string path_;
+};
+
 /// A text as a file that OpenColorIO opens by its path. So a file is read once, and '$' and '%', which mean
 /// variables in its paths, do not matter. The name stays otherwise: the extension tells the kind, and
 /// "12to16f" in it the depth of a .lut file.
 class TextAsFile
 {
 public:
-    TextAsFile(std::string_view text, const std::string& name)
+    TextAsFile(std::string_view text, std::string name) : memory_(::memfd_create("qxhost-lut", MFD_CLOEXEC))
     {
-        memory_ = ::memfd_create("qxhost-lut", MFD_CLOEXEC);
-        if (memory_ < 0) {
-            throw std::system_error(errno, std::generic_category(), "no memory for a file");
+        const int error = memory_ ? writeAll(memory_.number(), text.data(), text.size()) : errno;
+        if (error != 0) {
+            throw std::system_error(error, std::generic_category(), "no memory for a file");
         }
-        try {
-            write(text);
-            link(name);
-        } catch (...) {
-            ::close(memory_);
-            throw;
-        }
+        std::replace_if(
+            name.begin(), name.end(), [](char c) { return c == '$' || c == '%'; }, '_');
+        const std::filesystem::path file = directory_ / name;
+        std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(memory_.number()), file);
+        path_ = file.native();
     }
-
-    ~TextAsFile()
-    {
-        ::close(memory_);
-        std::error_code ignored;
-        std::filesystem::remove_all(directory_, ignored);
-    }
-
-    TextAsFile(const TextAsFile&) = delete;
-    TextAsFile& operator=(const TextAsFile&) = delete;
 
     const std::string& path() const { return path_; }
 
 private:
-    void write(std::string_view text) const
-    {
-        while (!text.empty()) {
-            const ssize_t count = ::write(memory_, text.data(), text.size());
-            if (count < 0 && errno != EINTR) {
-                throw std::system_error(errno, std::generic_category(), "no memory for a file");
-            }
-            text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-        }
-    }
-
-    void link(std::string name)
-    {
-        std::replace_if(
-            name.begin(), name.end(), [](char c) { return c == '$' || c == '%'; }, '_');
-        std::string pattern = (std::filesystem::temp_directory_path() / "qxhost-lut-XXXXXX").native();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw std::system_error(errno, std::generic_category(), "cannot make " + pattern);
-        }
-        directory_ = pattern;
-        const std::filesystem::path file = directory_ / name;
-        std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(memory_), file);
-        path_ = file.native();
-    }
-
-    int memory_ = -1;
-    std::filesystem::path directory_;
+    Descriptor memory_;
+    OwnDirectory directory_;
     std::string path_;
 };
 
@@ -135,6 +129,9 @@ std::size_t lineIn(const std::string& message)
 std::string bareCause(const std::string& said, const std::string& path)
 {
     std::string cause = inOneLine(said);
+    if (path.empty()) {
+        return cause; // no reader has said anything
+    }
     for (const std::string& place :
          {" (" + path + ")", " '" + path + "'", " \"" + path + "\"", " file " + path, " " + path, path}) {
         cause = replaced(cause, place, "");

@@ -680,6 +680,23 @@ TEST_F(LutTest, TheLineOfANumberThatIsNotFiniteIsFoundInOnePass)
               ":" + std::to_string(5 + points) + ": it holds a number that is not finite");
 }
 
+TEST_F(LutTest, AFileThatOpenColorIOCannotBeGivenLeavesNothingBehind)
+{
+    std::filesystem::path place = directory_ / "temporary";
+    while (place.native().size() < 3800) {
+        place /= std::string(200, 'd');
+    }
+    std::filesystem::create_directories(place);
+    const char* before = std::getenv("TMPDIR");
+    const std::optional<std::string> old =
+        before != nullptr ? std::optional<std::string>(before) : std::nullopt;
+    ::setenv("TMPDIR", place.c_str(), 1);
+    const std::string cause = refusal(std::string(240, 'n') + ".spimtx", "1 0 0 0\n0 1 0 0\n0 0 1 0\n");
+    old ? ::setenv("TMPDIR", old->c_str(), 1) : ::unsetenv("TMPDIR");
+    EXPECT_NE(cause.find("File name too long"), std::string::npos) << cause;
+    EXPECT_TRUE(std::filesystem::is_empty(place));
+}
+
 TEST_F(LutTest, ATableWhoseDomainIsNoFloatIsNotCalledExact)
 {
     const std::string entries = "0.25 0.25 0.25\n" + repeated("1 1 1\n", 7);

@@ -10,6 +10,7 @@ namespace Qx::Host::Luts {
 namespace {
 
 constexpr std::size_t mostMarkup = 65536;
+constexpr std::size_t mostParsed = std::size_t{1} << 28U; ///< bytes of markup, as often as they are parsed
 
 bool isNameCharacter(char c)
 {
@@ -89,18 +90,26 @@ std::size_t endOfMarkup(std::string_view text, std::size_t at)
     return std::string_view::npos;
 }
 
-/// Whether a tag, comment or instruction is so long that it was not meant to be one: the XML parser would
-/// begin it anew with every line of it.
-bool hasEndlessMarkup(std::string_view text)
+/// What is wrong with the length of tags, comments and instructions: with every line of one, OpenColorIO's
+/// XML parser begins anew where it began. Empty if nothing is.
+std::string obstacleInMarkup(std::string_view text)
 {
+    std::size_t parsed = 0;
     for (std::size_t at = text.find('<'); at != std::string_view::npos;) {
         const std::size_t end = endOfMarkup(text.substr(0, std::min(text.size(), at + mostMarkup + 1)), at);
         if (end == std::string_view::npos) {
-            return text.size() - at > mostMarkup;
+            return text.size() - at > mostMarkup
+                       ? "it has a tag or comment of more than " + std::to_string(mostMarkup) + " bytes"
+                       : std::string();
+        }
+        const std::string_view markup = text.substr(at, end - at);
+        parsed += markup.size() * static_cast<std::size_t>(std::count(markup.begin(), markup.end(), '\n'));
+        if (parsed > mostParsed) {
+            return "its tags and comments have too many lines";
         }
         at = text.find('<', end);
     }
-    return false;
+    return {};
 }
 
 bool isXML(std::string_view text)
@@ -170,9 +179,7 @@ std::string obstacleInXML(std::string_view text)
     if (text.find("<!DOCTYPE") != std::string_view::npos || text.find("<!ENTITY") != std::string_view::npos) {
         return "it has a <!DOCTYPE> or <!ENTITY> declaration, which is not supported";
     }
-    return isXML(text) && hasEndlessMarkup(text)
-               ? "it has a tag or comment of more than " + std::to_string(mostMarkup) + " bytes"
-               : std::string();
+    return isXML(text) ? obstacleInMarkup(text) : std::string();
 }
 
 std::string asKnownCLF(std::string_view text)

@@ -670,6 +670,8 @@ TEST_F(LutTest, MarkupIsReadInOnePass)
     EXPECT_EQ(refusal("tag.clf", "<a:ProcessList " + name + repeated(" x=\">\"\n", 1'000'000)), longTag);
     EXPECT_EQ(refusal("comment.clf", clf("<!--" + repeated("<\n", 1'000'000) + "-->")), longTag);
     EXPECT_EQ(refusal("comment.cc", "<!--" + repeated("<\n", 1'000'000) + "-->"), longTag);
+    EXPECT_EQ(refusal("comments.clf", clf(repeated("<!--" + repeated("<\n", 30'000) + "-->", 100))),
+              ": its tags and comments have too many lines");
 }
 
 TEST_F(LutTest, TheLineOfANumberThatIsNotFiniteIsFoundInOnePass)

@@ -549,11 +549,11 @@ std::string repeated(const std::string& element, int count)
     return text;
 }
 
-const std::string depths = " inBitDepth=\"32f\" outBitDepth=\"32f\"";
+const std::string floatDepths = " inBitDepth=\"32f\" outBitDepth=\"32f\"";
 
 std::string matrixOf(const std::string& numbers)
 {
-    return "<Matrix" + depths + "><Array dim=\"3 3\">" + numbers + "</Array></Matrix>\n";
+    return "<Matrix" + floatDepths + "><Array dim=\"3 3\">" + numbers + "</Array></Matrix>\n";
 }
 
 TEST_F(LutTest, NoSpellingOfAReferenceMakesTheReaderOpenAnotherFile)
@@ -608,7 +608,7 @@ TEST_F(LutTest, NoSpellingOfAReferenceMakesTheReaderOpenAnotherFile)
 
 TEST_F(LutTest, TablesOfOnePointAnEdgeAreRefused)
 {
-    const std::string table = "<LUT3D" + depths + "><Array dim=\"1 1 1 3\">0.5 0.5 0.5</Array></LUT3D>";
+    const std::string table = "<LUT3D" + floatDepths + "><Array dim=\"1 1 1 3\">0.5 0.5 0.5</Array></LUT3D>";
     EXPECT_EQ(refusal("point.clf", clf(table)),
               ": it holds a 3D table of 1 points an edge: expected 2 to 129");
     EXPECT_EQ(refusal("later.clf", clf(matrixOf("1 1 0 0 1 0 0 0 1") + table)),
@@ -618,7 +618,7 @@ TEST_F(LutTest, TablesOfOnePointAnEdgeAreRefused)
 TEST_F(LutTest, TheNumberOfStepsIsLimited)
 {
     const std::string correction =
-        "<ASC_CDL" + depths +
+        "<ASC_CDL" + floatDepths +
         " style=\"Fwd\"><SOPNode><Slope>1 1 1</Slope><Offset>0 0 0</Offset>"
         "<Power>1 1 1</Power></SOPNode><SatNode><Saturation>1.01</Saturation></SatNode></ASC_CDL>\n";
     EXPECT_EQ(refusal("many.clf", clf(repeated(correction, 65))), ": it has 65 steps: expected at most 64");
@@ -643,7 +643,7 @@ TEST_F(LutTest, AnInverseWhoseSearchHasNoEndIsRefused)
         }
     }
     const std::filesystem::path file =
-        directory_.write("noise.ctf", ctf("<InverseLUT3D" + depths + "><Array dim=\"65 65 65 3\">\n" +
+        directory_.write("noise.ctf", ctf("<InverseLUT3D" + floatDepths + "><Array dim=\"65 65 65 3\">\n" +
                                           entries + "</Array></InverseLUT3D>"));
     const std::string cause =
         ": it holds the inverse of a 3D table in which too many places have the same colours";
@@ -655,7 +655,7 @@ TEST_F(LutTest, MarkupIsReadInOnePass)
 {
     const std::string name = "xmlns:a=\"urn:AMPAS:CLF:v3.0\" id=\"m\" compCLFversion=\"3\"";
     const std::string matrix =
-        "<a:Matrix" + depths + "><a:Array dim=\"3 3\">0.5 0 0 0 1 0 0 0 1</a:Array></a:Matrix>";
+        "<a:Matrix" + floatDepths + "><a:Array dim=\"3 3\">0.5 0 0 0 1 0 0 0 1</a:Array></a:Matrix>";
     std::string prefixes;
     for (int i = 0; i < 120'000; ++i) {
         prefixes += "<!--<a:<a:<a:<a:<a:<a:<a:<a:<a:<a:-->\n"; // a million to take off
@@ -703,7 +703,7 @@ TEST_F(LutTest, ATableWhoseDomainIsNoFloatIsNotCalledExact)
 {
     const std::string entries = "0.25 0.25 0.25\n" + repeated("1 1 1\n", 7);
     const LUTTableReading reading =
-        read("far.clf", clf(matrixOf("1e-50 0 0 0 1e-50 0 0 0 1e-50") + "<LUT3D" + depths +
+        read("far.clf", clf(matrixOf("1e-50 0 0 0 1e-50 0 0 0 1e-50") + "<LUT3D" + floatDepths +
                             "><Array dim=\"2 2 2 3\">\n" + entries + "</Array></LUT3D>"));
     ASSERT_TRUE(reading.table) << reading.failure;
     EXPECT_TRUE(reading.baked);

@@ -12,8 +12,6 @@ namespace Qx::Host::Luts {
 
 namespace {
 
-constexpr double fineEnough = 0.25 / 1023.0;
-constexpr double margin = 1.5; // for the colours between those that are tried
 constexpr std::size_t greys = 16384;
 constexpr std::size_t colours = 16384;
 
@@ -106,8 +104,8 @@ Baked bake(const Evaluation& evaluate, const TableDomain& domain, const std::vec
     Baked baked;
     for (const int size : candidates) {
         baked.table = onGrid(evaluate, domain, size);
-        baked.error = margin * worstDifference(*baked.table, places, exact);
-        if (baked.error <= fineEnough) {
+        baked.error = untriedMargin * worstDifference(*baked.table, places, exact);
+        if (baked.error <= largestLUTError) {
             break;
         }
     }

@@ -10,7 +10,7 @@ struct Baked
     double error = 0.0; ///< as LUTFacts::error
 };
 
-/// Evaluates a function on the first grid that is fine enough, or the finest: see readLUT. `sizes` are
+/// Evaluates a function on the first grid that is fine enough, or the finest: see readLUTTable. `sizes` are
 /// further grids to try, those of the function's own tables; `knots` are where its curves bend, from 0 to 1
 /// along the domain, which are among the colours tried. A table that is not finite has an infinite error.
 Baked bake(const Evaluation& evaluate, const TableDomain& domain, const std::vector<int>& sizes,

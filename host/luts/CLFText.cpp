@@ -1,10 +1,16 @@
 #include "host/luts/CLFText.h"
 
+#include "host/core/AsciiCase.h"
+
 #include <algorithm>
+#include <utility>
 
 namespace Qx::Host::Luts {
 
 namespace {
+
+constexpr std::size_t mostMarkup = 65536;
+constexpr std::size_t mostParsed = std::size_t{1} << 28U; ///< bytes of markup, as often as they are parsed
 
 bool isNameCharacter(char c)
 {
@@ -12,28 +18,107 @@ bool isNameCharacter(char c)
            c == '-' || c == '.';
 }
 
+/// The name of the element whose tag begins at `at`, with its prefix.
+std::string_view nameAt(std::string_view text, std::size_t at)
+{
+    std::size_t end = at + 1;
+    while (end < text.size() && (isNameCharacter(text[end]) || text[end] == ':')) {
+        ++end;
+    }
+    return text.substr(at + 1, end - at - 1);
+}
+
+std::string_view withoutPrefix(std::string_view name)
+{
+    return name.substr(name.rfind(':') + 1);
+}
+
 /// Where "<ProcessList" or "<PREFIX:ProcessList" begins; npos if nowhere.
 std::size_t rootOf(std::string_view text)
 {
-    constexpr std::string_view name = "ProcessList";
-    for (std::size_t at = text.find(name); at != std::string_view::npos; at = text.find(name, at + 1)) {
-        std::size_t begin = at;
-        while (begin > 0 && (isNameCharacter(text[begin - 1]) || text[begin - 1] == ':')) {
-            --begin;
+    std::size_t at = text.find('<');
+    while (at != std::string_view::npos && withoutPrefix(nameAt(text, at)) != "ProcessList") {
+        at = text.find('<', at + 1);
+    }
+    return at;
+}
+
+bool refersToAFile(std::string_view text)
+{
+    for (std::size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
+        if (asciiLower(withoutPrefix(nameAt(text, at))) == "reference") { // OpenColorIO ignores the case
+            return true;
         }
-        if (begin > 0 && text[begin - 1] == '<') {
-            return begin - 1;
+    }
+    return false;
+}
+
+/// The XML declaration names ASCII or what contains it, or nothing.
+bool isEncodedInBytes(std::string_view text)
+{
+    const std::size_t begin = text.find("<?xml");
+    const std::string declaration = asciiLower(text.substr(std::min(begin, text.size()), 1024));
+    const std::string_view whole = std::string_view(declaration).substr(0, declaration.find("?>"));
+    const std::size_t at = whole.find("encoding");
+    const std::size_t open = std::min(whole.find_first_of("\"'", std::min(at, whole.size())), whole.size());
+    const std::string_view value = whole.substr(open, whole.find_first_of("\"'", open + 1) - open);
+    return value.empty() || value.substr(1) == "utf-8" || value.substr(1) == "us-ascii" ||
+           value.substr(1) == "ascii" || value.substr(1) == "iso-8859-1";
+}
+
+/// Behind the tag, comment or instruction that begins at `at`; npos if it does not end. A value in quotes
+/// may hold '>'.
+std::size_t endOfMarkup(std::string_view text, std::size_t at)
+{
+    for (const auto& [begin, end] :
+         {std::pair<std::string_view, std::string_view>{"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}}) {
+        if (text.substr(at, begin.size()) == begin) {
+            const std::size_t found = text.find(end, at + begin.size());
+            return found == std::string_view::npos ? found : found + end.size();
+        }
+    }
+    for (char quote = '\0'; at < text.size(); ++at) {
+        if (quote == '\0' && text[at] == '>') {
+            return at + 1;
+        }
+        if (quote == '\0' && (text[at] == '"' || text[at] == '\'')) {
+            quote = text[at];
+        } else if (text[at] == quote) {
+            quote = '\0';
         }
     }
     return std::string_view::npos;
 }
 
-std::string replaced(std::string text, std::string_view what, std::string_view with)
+/// What is wrong with the length of tags, comments and instructions: with every line of one, OpenColorIO's
+/// XML parser begins anew where it began. Empty if nothing is.
+std::string obstacleInMarkup(std::string_view text)
 {
-    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
-        text.replace(at, what.size(), with);
+    std::size_t parsed = 0;
+    for (std::size_t at = text.find('<'); at != std::string_view::npos;) {
+        const std::size_t end = endOfMarkup(text.substr(0, std::min(text.size(), at + mostMarkup + 1)), at);
+        if (end == std::string_view::npos) {
+            return text.size() - at > mostMarkup
+                       ? "it has a tag or comment of more than " + std::to_string(mostMarkup) + " bytes"
+                       : std::string();
+        }
+        const std::string_view markup = text.substr(at, end - at);
+        parsed += markup.size() * static_cast<std::size_t>(std::count(markup.begin(), markup.end(), '\n'));
+        if (parsed > mostParsed) {
+            return "its tags and comments have too many lines";
+        }
+        at = text.find('<', end);
     }
-    return text;
+    return {};
+}
+
+bool isXML(std::string_view text)
+{
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    const std::string_view rest = text.substr(text.substr(0, mark.size()) == mark ? mark.size() : 0);
+    const std::size_t first = rest.find_first_not_of(" \t\r\n");
+    return (first != std::string_view::npos && rest[first] == '<') ||
+           text.find("ProcessList") != std::string_view::npos;
 }
 
 /// Where the attribute begins; npos if there is none.
@@ -69,6 +154,34 @@ void setAttribute(std::string& tag, std::string_view name, std::string_view valu
 
 } // namespace
 
+std::string replaced(std::string_view text, std::string_view what, std::string_view with)
+{
+    std::string result;
+    std::size_t begin = 0;
+    for (std::size_t at = text.find(what); !what.empty() && at != std::string_view::npos;
+         at = text.find(what, begin)) {
+        result.append(text.substr(begin, at - begin)).append(with);
+        begin = at + what.size();
+    }
+    return result.append(text.substr(begin));
+}
+
+std::string obstacleInXML(std::string_view text)
+{
+    const std::string_view mark = text.substr(0, 2);
+    if (mark == "\xFF\xFE" || mark == "\xFE\xFF" ||
+        (isXML(text) && (text.find('\0') != std::string_view::npos || !isEncodedInBytes(text)))) {
+        return "it is XML in another encoding than UTF-8: save it as UTF-8";
+    }
+    if (refersToAFile(text)) {
+        return "it refers to another file, which is not supported";
+    }
+    if (text.find("<!DOCTYPE") != std::string_view::npos || text.find("<!ENTITY") != std::string_view::npos) {
+        return "it has a <!DOCTYPE> or <!ENTITY> declaration, which is not supported";
+    }
+    return isXML(text) ? obstacleInMarkup(text) : std::string();
+}
+
 std::string asKnownCLF(std::string_view text)
 {
     constexpr std::string_view smpte = "http://www.smpte-ra.org/ns/2136-1/";
@@ -91,7 +204,7 @@ std::string asKnownCLF(std::string_view text)
         const std::string prefix(whole.substr(1, colon));
         tag = replaced("<" + tag.substr(colon + 1), "xmlns:" + prefix.substr(0, prefix.size() - 1) + "=",
                        "xmlns=");
-        rest = replaced(replaced(std::move(rest), "<" + prefix, "<"), "</" + prefix, "</");
+        rest = replaced(replaced(rest, "<" + prefix, "<"), "</" + prefix, "</");
     }
     if (isSmpte) {
         setAttribute(tag, "xmlns", "urn:AMPAS:CLF:v3.0");

@@ -1,6 +1,8 @@
 #include "host/luts/ColourIOFile.h"
 
 #include "host/core/Printable.h"
+#include "host/files/ReadFile.h"
+#include "host/files/WriteFile.h"
 #include "host/log/HostLog.h"
 #include "host/luts/CLFText.h"
 #include "host/luts/InverseTable.h"
@@ -24,67 +26,59 @@ namespace {
 
 namespace OCIO = OCIO_NAMESPACE;
 
+/// A directory of its own among the temporary files, removed with the object.
+class OwnDirectory
+{
+public:
+    OwnDirectory() : path_((std::filesystem::temp_directory_path() / "qxhost-lut-XXXXXX").native())
+    {
+        if (::mkdtemp(path_.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(), "cannot make " + path_);
+        }
+    }
+
+    ~OwnDirectory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    OwnDirectory(const OwnDirectory&) = delete;
+    OwnDirectory& operator=(const OwnDirectory&) = delete;
+
+    std::filesystem::path operator/(const std::string& name) const
+    {
+        return std::filesystem::path(path_) / name;
+    }
+
+private:
+    std::string path_;
+};
+
 /// A text as a file that OpenColorIO opens by its path. So a file is read once, and '$' and '%', which mean
 /// variables in its paths, do not matter. The name stays otherwise: the extension tells the kind, and
 /// "12to16f" in it the depth of a .lut file.
 class TextAsFile
 {
 public:
-    TextAsFile(std::string_view text, const std::string& name)
+    TextAsFile(std::string_view text, std::string name) : memory_(::memfd_create("qxhost-lut", MFD_CLOEXEC))
     {
-        memory_ = ::memfd_create("qxhost-lut", MFD_CLOEXEC);
-        if (memory_ < 0) {
-            throw std::system_error(errno, std::generic_category(), "no memory for a file");
+        const int error = memory_ ? writeAll(memory_.number(), text.data(), text.size()) : errno;
+        if (error != 0) {
+            throw std::system_error(error, std::generic_category(), "no memory for a file");
         }
-        try {
-            write(text);
-            link(name);
-        } catch (...) {
-            ::close(memory_);
-            throw;
-        }
+        std::replace_if(
+            name.begin(), name.end(), [](char c) { return c == '$' || c == '%'; }, '_');
+        const std::filesystem::path file = directory_ / name;
+        std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(memory_.number()), file);
+        path_ = file.native();
     }
-
-    ~TextAsFile()
-    {
-        ::close(memory_);
-        std::error_code ignored;
-        std::filesystem::remove_all(directory_, ignored);
-    }
-
-    TextAsFile(const TextAsFile&) = delete;
-    TextAsFile& operator=(const TextAsFile&) = delete;
 
     const std::string& path() const { return path_; }
 
 private:
-    void write(std::string_view text) const
-    {
-        while (!text.empty()) {
-            const ssize_t count = ::write(memory_, text.data(), text.size());
-            if (count < 0 && errno != EINTR) {
-                throw std::system_error(errno, std::generic_category(), "no memory for a file");
-            }
-            text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-        }
-    }
-
-    void link(std::string name)
-    {
-        std::replace_if(
-            name.begin(), name.end(), [](char c) { return c == '$' || c == '%'; }, '_');
-        std::string pattern = (std::filesystem::temp_directory_path() / "qxhost-lut-XXXXXX").native();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw std::system_error(errno, std::generic_category(), "cannot make " + pattern);
-        }
-        directory_ = pattern;
-        const std::filesystem::path file = directory_ / name;
-        std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(memory_), file);
-        path_ = file.native();
-    }
-
-    int memory_ = -1;
-    std::filesystem::path directory_;
+    Descriptor memory_;
+    OwnDirectory directory_;
     std::string path_;
 };
 
@@ -118,15 +112,6 @@ std::string inOneLine(std::string_view text)
     return printable(result);
 }
 
-std::string without(std::string text, std::string_view part, std::string_view instead)
-{
-    for (std::size_t at = text.find(part); !part.empty() && at != std::string::npos;
-         at = text.find(part, at + instead.size())) {
-        text.replace(at, part.size(), instead);
-    }
-    return text;
-}
-
 /// The line in "At line (3): ", "Error on line 3" and their like; 0 if there is none.
 std::size_t lineIn(const std::string& message)
 {
@@ -144,9 +129,12 @@ std::size_t lineIn(const std::string& message)
 std::string bareCause(const std::string& said, const std::string& path)
 {
     std::string cause = inOneLine(said);
+    if (path.empty()) {
+        return cause; // no reader has said anything
+    }
     for (const std::string& place :
          {" (" + path + ")", " '" + path + "'", " \"" + path + "\"", " file " + path, " " + path, path}) {
-        cause = without(cause, place, "");
+        cause = replaced(cause, place, "");
     }
     for (const std::string_view mark : {"At line (", "At line "}) {
         const std::size_t at = cause.find(mark);
@@ -205,7 +193,7 @@ Refusal refusalFrom(const std::string& message, const std::string& path)
 
 std::size_t lineOfNonFinite(std::string_view text)
 {
-    constexpr std::string_view separators = " \t\r<>\"'={}(),;";
+    constexpr std::string_view separators = " \t\r\n<>\"'={}(),;";
     std::size_t line = 1;
     for (std::size_t begin = 0; begin < text.size(); ++line) {
         const std::size_t end = std::min(text.find('\n', begin), text.size());
@@ -226,11 +214,13 @@ std::size_t lineOfNonFinite(std::string_view text)
 /// What the steps of a file tell about the table to make.
 struct Outline
 {
+    std::string refusal; ///< why the file is not to be read; the rest counts for nothing then
     std::string contents;
     TableDomain domain;
     std::vector<int> sizes;               ///< edges of its tables and lengths of its curves
     std::size_t knots = 0;                ///< points of its longest curves
     bool finite = true;                   ///< no number of it is infinite or none
+    std::vector<LUTInverse> inverses;     ///< of its inverse tables, in their order
     OCIO::ConstLut3DTransformRcPtr table; ///< when the file is one table, with its domain before it at most
 };
 
@@ -256,7 +246,8 @@ public:
         return matrix.getDirection() == OCIO::TRANSFORM_DIR_FORWARD;
     }
 
-    TableDomain domain() const
+    /// What the table covers; empty if that cannot be told in floats.
+    std::optional<TableDomain> domain() const
     {
         TableDomain result;
         for (std::size_t c = 0; c < 3; ++c) {
@@ -264,7 +255,7 @@ public:
             result.max[c] = static_cast<float>((1.0 - offset_[c]) / scale_[c]);
             if (!std::isfinite(result.min[c]) || !std::isfinite(result.max[c]) ||
                 !(result.max[c] > result.min[c])) {
-                return {};
+                return std::nullopt;
             }
         }
         return result;
@@ -289,17 +280,37 @@ std::shared_ptr<const T> as(const OCIO::ConstTransformRcPtr& transform)
     return OCIO_DYNAMIC_POINTER_CAST<const T>(transform);
 }
 
+Qx::Ptr<Table> tableAsItIs(const OCIO::Lut3DTransform& source, const TableDomain& domain)
+{
+    const auto edge = source.getGridSize();
+    const Qx::Ptr<Table> table = Qx::makePtr<Table>(static_cast<int>(edge), domain);
+    for (unsigned long i = 0; i < edge * edge * edge; ++i) {
+        Colour at{};
+        source.getValue(i % edge, i / edge % edge, i / edge / edge, at[0], at[1], at[2]);
+        table->set(i, at);
+    }
+    return table;
+}
+
+/// Looks through all steps before any is evaluated.
 class Survey
 {
 public:
     explicit Survey(const OCIO::GroupTransform& steps)
     {
         const int count = steps.getNumTransforms();
-        for (int i = 0; i < count; ++i) {
+        if (count > mostSteps) {
+            outline_.refusal =
+                "it has " + std::to_string(count) + " steps: expected at most " + std::to_string(mostSteps);
+        }
+        for (int i = 0; i < count && outline_.refusal.empty(); ++i) {
             take(steps.getTransform(i), i + 1 == count);
         }
-        if (outline_.contents.empty()) {
+        if (described_ == 0) {
             describe("nothing that changes colours");
+        }
+        if (described_ > mostNamed) {
+            outline_.contents += ", then " + std::to_string(described_ - mostNamed) + " more steps";
         }
     }
 
@@ -330,22 +341,51 @@ private:
 
     void takeTable(const OCIO::ConstLut3DTransformRcPtr& table, bool last)
     {
-        const auto edge = static_cast<int>(table->getGridSize());
-        if (leading_ && table->getDirection() == OCIO::TRANSFORM_DIR_FORWARD) {
-            outline_.domain = placement_.domain();
-            outline_.table = last ? table : nullptr;
+        const unsigned long points = table->getGridSize();
+        const std::string what = "a 3D table of " + std::to_string(points) + " points an edge";
+        if (points < 2 || points > static_cast<unsigned long>(mostTableEdge)) {
+            outline_.refusal = "it holds " + what + ": expected 2 to " + std::to_string(mostTableEdge);
+            return;
         }
-        outline_.sizes.push_back(edge);
+        if (leading_ && table->getDirection() == OCIO::TRANSFORM_DIR_FORWARD && place() && last) {
+            outline_.table = table;
+        }
+        outline_.sizes.push_back(static_cast<int>(points));
         outline_.finite &= isFinite(*table);
-        describe(
-            ofDirection(table->getDirection(), "a 3D table of " + std::to_string(edge) + " points an edge"));
+        if (outline_.finite && table->getDirection() != OCIO::TRANSFORM_DIR_FORWARD) {
+            takeInverse(*table);
+        }
+        describe(ofDirection(table->getDirection(), what));
+    }
+
+    /// Takes the matrices in front of the first table or curves for its domain. If they are none, they are a
+    /// step of their own.
+    bool place()
+    {
+        const std::optional<TableDomain> domain = placement_.domain();
+        outline_.domain = domain.value_or(TableDomain{});
+        if (!domain) {
+            describe("a matrix");
+        }
+        return domain.has_value();
+    }
+
+    /// OpenColorIO searches without limit, so what has too many cells to search is not left to it either.
+    void takeInverse(const OCIO::Lut3DTransform& table)
+    {
+        if (std::optional<LUTInverse> inverse = inverseOf(*tableAsItIs(table, {}))) {
+            outline_.inverses.push_back(*std::move(inverse));
+        } else {
+            outline_.refusal =
+                "it holds the inverse of a 3D table in which too many places have the same colours";
+        }
     }
 
     void takeCurves(const OCIO::Lut1DTransform& curves)
     {
         const unsigned long points = curves.getLength();
         if (leading_ && !curves.getInputHalfDomain()) {
-            outline_.domain = placement_.domain();
+            place();
         }
         if (points <= static_cast<unsigned long>(mostTableEdge)) {
             outline_.sizes.push_back(static_cast<int>(points));
@@ -382,25 +422,19 @@ private:
 
     void describe(const std::string& step)
     {
-        outline_.contents += (outline_.contents.empty() ? "" : ", then ") + step;
+        if (described_++ < mostNamed) {
+            outline_.contents += (outline_.contents.empty() ? "" : ", then ") + step;
+        }
     }
 
+    static constexpr int mostSteps = 64;
+    static constexpr std::size_t mostNamed = 8;
+
     Outline outline_;
+    std::size_t described_ = 0;
     Placement placement_;
     bool leading_ = true;
 };
-
-Qx::Ptr<Table> tableAsItIs(const OCIO::Lut3DTransform& source, const TableDomain& domain)
-{
-    const auto edge = source.getGridSize();
-    const Qx::Ptr<Table> table = Qx::makePtr<Table>(static_cast<int>(edge), domain);
-    for (unsigned long i = 0; i < edge * edge * edge; ++i) {
-        Colour at{};
-        source.getValue(i % edge, i / edge % edge, i / edge / edge, at[0], at[1], at[2]);
-        table->set(i, at);
-    }
-    return table;
-}
 
 std::vector<OCIO::ConstTransformRcPtr> only(OCIO::ConstTransformRcPtr transform)
 {
@@ -552,14 +586,23 @@ std::optional<LUTMatrix> matrixOf(const OCIO::MatrixTransform& transform)
     return transform.getDirection() == OCIO::TRANSFORM_DIR_FORWARD ? matrix : inverseOf(matrix);
 }
 
+bool isTrilinear(const OCIO::Lut3DTransform& table)
+{
+    const OCIO::Interpolation interpolation = table.getInterpolation();
+    return interpolation != OCIO::INTERP_BEST && interpolation != OCIO::INTERP_TETRAHEDRAL;
+}
+
 /// Turns a file's transforms into parts: neighbouring matrices into one, and neighbouring ones that are
 /// separable into one formula.
 class PartsFinder
 {
 public:
     /// Whether curves whose points are in the file stay apart, with these points, or are merged with their
-    /// neighbours.
-    explicit PartsFinder(bool keepsPoints) : keepsPoints_(keepsPoints) {}
+    /// neighbours. `inverses` are those of the group's inverse tables, which it must not outlive.
+    PartsFinder(bool keepsPoints, const std::vector<LUTInverse>& inverses)
+        : keepsPoints_(keepsPoints), inverses_(inverses)
+    {
+    }
 
     std::vector<Part> find(const OCIO::GroupTransform& group)
     {
@@ -584,7 +627,7 @@ private:
         }
         if (const auto table = as<OCIO::Lut3DTransform>(transform)) {
             flush();
-            takeTable(*table, transform);
+            takeTable(*table);
         } else if (const auto correction = as<OCIO::CDLTransform>(transform);
                    correction && correction->getSat() != 1.0) {
             takeCorrection(*correction);
@@ -621,15 +664,12 @@ private:
         }
     }
 
-    void takeTable(const OCIO::Lut3DTransform& source, const OCIO::ConstTransformRcPtr& transform)
+    void takeTable(const OCIO::Lut3DTransform& source)
     {
-        const Qx::Ptr<Table> table = tableAsItIs(source, {});
         if (source.getDirection() == OCIO::TRANSFORM_DIR_FORWARD) {
-            parts_.emplace_back(LUTStep(LUTTable{table, isTrilinear(source)}));
-        } else if (std::optional<LUTInverse> inverse = inverseOf(*table)) {
-            parts_.emplace_back(LUTStep(*std::move(inverse)));
+            parts_.emplace_back(LUTStep(LUTTable{tableAsItIs(source, {}), isTrilinear(source)}));
         } else {
-            parts_.emplace_back(Formula{evaluationOf(only(transform)), false, false});
+            parts_.emplace_back(LUTStep(inverses_[inverted_++]));
         }
     }
 
@@ -758,25 +798,25 @@ private:
         return result;
     }
 
-    static bool isTrilinear(const OCIO::Lut3DTransform& table)
-    {
-        const OCIO::Interpolation interpolation = table.getInterpolation();
-        return interpolation != OCIO::INTERP_BEST && interpolation != OCIO::INTERP_TETRAHEDRAL;
-    }
-
     bool keepsPoints_;
+    const std::vector<LUTInverse>& inverses_;
+    std::size_t inverted_ = 0;
     std::vector<Part> parts_;
     std::vector<OCIO::ConstTransformRcPtr> waiting_; ///< separable ones, not yet a part
     std::size_t curves_ = 0;                         ///< of these, not matrices
     LUTMatrix diagonal_;                             ///< all matrices of these
 };
 
-std::optional<Source> read(const TextAsFile& file, std::string_view text, Refusal& refusal)
+std::optional<Source> read(const TextAsFile& file, std::string_view text, Wanted wanted, Refusal& refusal)
 {
     const WithoutCache fresh;
     const OCIO::ConstProcessorRcPtr processor = processorFor(file.path());
     const OCIO::GroupTransformRcPtr group = processor->createGroupTransform();
     const Outline outline = Survey(*group).result();
+    if (!outline.refusal.empty()) {
+        refusal.cause = outline.refusal;
+        return std::nullopt;
+    }
     if (!outline.finite) {
         refusal = {lineOfNonFinite(text), "it holds a number that is not finite"};
         return std::nullopt;
@@ -788,14 +828,12 @@ std::optional<Source> read(const TextAsFile& file, std::string_view text, Refusa
     source.sizes = outline.sizes;
     source.knots = outline.knots;
     source.judged = true;
-    source.parts = PartsFinder(true).find(*group);
-    source.merged = PartsFinder(false).find(*group);
     if (outline.table) {
         source.table = tableAsItIs(*outline.table, outline.domain);
-        const bool trilinear = std::get<LUTTable>(source.parts.back().step).trilinear;
-        source.parts.clear();
-        source.merged.clear();
-        source.parts.emplace_back(LUTStep(LUTTable{source.table, trilinear}));
+        source.parts.emplace_back(LUTStep(LUTTable{source.table, isTrilinear(*outline.table)}));
+    } else if (wanted == Wanted::Steps) {
+        source.parts = PartsFinder(true, outline.inverses).find(*group);
+        source.merged = PartsFinder(false, outline.inverses).find(*group);
     }
     return source;
 }
@@ -803,18 +841,22 @@ std::optional<Source> read(const TextAsFile& file, std::string_view text, Refusa
 } // namespace
 
 std::optional<Source> readThroughColourIO(const std::string& name, const std::string& extension,
-                                          std::string_view text, Refusal& refusal)
+                                          std::string_view text, Wanted wanted, Refusal& refusal)
 {
-    if (text.find("<Reference") != std::string_view::npos) {
-        refusal.cause = "it refers to another file, which is not supported";
-        return std::nullopt;
-    }
     std::string path;
     try {
+        refusal.cause = obstacleInXML(text);
+        if (!refusal.cause.empty()) {
+            return std::nullopt;
+        }
         const std::string plain = extension == "clf" || extension == "ctf" ? asKnownCLF(text) : std::string();
+        refusal.cause = obstacleInXML(plain);
+        if (!refusal.cause.empty()) {
+            return std::nullopt;
+        }
         const TextAsFile file(plain.empty() ? text : plain, name);
         path = file.path();
-        return read(file, text, refusal);
+        return read(file, text, wanted, refusal);
     } catch (const std::exception& failure) {
         refusal = refusalFrom(failure.what(), path);
         return std::nullopt;

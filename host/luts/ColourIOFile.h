@@ -11,9 +11,9 @@
 namespace Qx::Host::Luts {
 
 /// Reads the text of a LUT file through OpenColorIO, as readLUT does: its name, and its extension in lower
-/// case, which tells the kind. Throws nothing.
+/// case, which tells the kind. Throws only std::bad_alloc.
 std::optional<Source> readThroughColourIO(const std::string& name, const std::string& extension,
-                                          std::string_view text, Refusal& refusal);
+                                          std::string_view text, Wanted wanted, Refusal& refusal);
 
 /// The extensions that OpenColorIO knows, lower case, without repetitions.
 std::vector<std::string> colourIOExtensions();

@@ -83,17 +83,21 @@ Bounds bucketsOf(const iHostImage3D& table, const Place& cell, int buckets)
     return bounds;
 }
 
+/// Stops where `use` returns false, and returns whether it never did.
 template <class Use>
-void forEachBucket(const Bounds& bounds, int buckets, Use&& use)
+bool forEachBucket(const Bounds& bounds, int buckets, Use&& use)
 {
     const auto edge = static_cast<std::size_t>(buckets);
     for (std::size_t b = bounds.first[2]; bounds.inside && b <= bounds.last[2]; ++b) {
         for (std::size_t g = bounds.first[1]; g <= bounds.last[1]; ++g) {
             for (std::size_t r = bounds.first[0]; r <= bounds.last[0]; ++r) {
-                use(r + edge * (g + edge * b));
+                if (!use(r + edge * (g + edge * b))) {
+                    return false;
+                }
             }
         }
     }
+    return true;
 }
 
 } // namespace
@@ -111,15 +115,18 @@ std::optional<LUTInverse> inverseOf(const iHostImage3D& table)
     }
     std::sort(cells.begin(), cells.end(), [](const Place& a, const Place& b) { return rank(a) < rank(b); });
     std::vector<std::size_t> counts(entriesOf(inverse.buckets), 0);
+    std::size_t all = 0;
     for (const Place& cell : cells) {
-        forEachBucket(bucketsOf(*wide, cell, inverse.buckets), inverse.buckets,
-                      [&](std::size_t bucket) { ++counts[bucket]; });
+        const bool few =
+            forEachBucket(bucketsOf(*wide, cell, inverse.buckets), inverse.buckets, [&](std::size_t bucket) {
+                return ++all <= mostCells && ++counts[bucket] <= mostCellsOfBucket;
+            });
+        if (!few) {
+            return std::nullopt;
+        }
     }
     inverse.firsts.push_back(0);
     for (const std::size_t count : counts) {
-        if (count > mostCellsOfBucket || inverse.firsts.back() + count > mostCells) {
-            return std::nullopt;
-        }
         inverse.firsts.push_back(static_cast<std::uint32_t>(inverse.firsts.back() + count));
     }
     inverse.cells.resize(inverse.firsts.back());
@@ -130,6 +137,7 @@ std::optional<LUTInverse> inverseOf(const iHostImage3D& table)
             for (std::size_t c = 0; c < 3; ++c) {
                 entry[c] = static_cast<std::uint8_t>(cell[c]);
             }
+            return true;
         });
     }
     return inverse;

@@ -105,7 +105,7 @@ std::optional<Source> readCube(std::string_view text, Refusal& refusal)
     return source;
 }
 
-std::optional<Source> readAny(const std::filesystem::path& file, Refusal& refusal)
+std::optional<Source> readAny(const std::filesystem::path& file, Wanted wanted, Refusal& refusal)
 {
     const std::string extension = extensionOf(file);
     const std::vector<std::string> known = lutExtensions();
@@ -122,8 +122,9 @@ std::optional<Source> readAny(const std::filesystem::path& file, Refusal& refusa
         refusal.cause = "it cannot be read";
         return std::nullopt;
     }
-    return extension == "cube" ? readCube(*text, refusal)
-                               : readThroughColourIO(file.filename().native(), extension, *text, refusal);
+    return extension == "cube"
+               ? readCube(*text, refusal)
+               : readThroughColourIO(file.filename().native(), extension, *text, wanted, refusal);
 }
 
 std::optional<LUTReading> asSteps(const Source& source, Refusal& refusal)
@@ -175,21 +176,25 @@ std::string failureText(const std::filesystem::path& file, const Refusal& refusa
 
 /// Reads the file and gives `use` what was found; the failure if either has one.
 template <class Reading>
-Reading readInto(const std::filesystem::path& file,
+Reading readInto(const std::filesystem::path& file, Wanted wanted,
                  std::optional<Reading> (*use)(const Source& source, Refusal& refusal))
 {
-    Refusal refusal;
-    try {
-        if (const std::optional<Source> source = readAny(file, refusal)) {
-            if (std::optional<Reading> reading = use(*source, refusal)) {
-                return *std::move(reading);
-            }
-        }
-    } catch (const std::exception& failure) {
-        refusal = {0, failure.what()};
-    }
     Reading failed;
-    failed.failure = failureText(file, refusal);
+    try {
+        Refusal refusal;
+        try {
+            if (const std::optional<Source> source = readAny(file, wanted, refusal)) {
+                if (std::optional<Reading> reading = use(*source, refusal)) {
+                    return *std::move(reading);
+                }
+            }
+        } catch (const std::exception& failure) {
+            refusal = {0, failure.what()};
+        }
+        failed.failure = failureText(file, refusal);
+    } catch (const std::exception&) {
+        failed.failure = "out of memory"; // short enough to need none itself
+    }
     return failed;
 }
 
@@ -197,12 +202,12 @@ Reading readInto(const std::filesystem::path& file,
 
 LUTReading readLUT(const std::filesystem::path& file)
 {
-    return readInto(file, asSteps);
+    return readInto(file, Wanted::Steps, asSteps);
 }
 
 LUTTableReading readLUTTable(const std::filesystem::path& file)
 {
-    return readInto(file, asTable);
+    return readInto(file, Wanted::Table, asTable);
 }
 
 std::string lutErrorInCodes(double error)

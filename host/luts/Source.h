@@ -5,7 +5,6 @@
 #include "host/luts/Table.h"
 
 #include <utility>
-#include <variant>
 #include <vector>
 
 namespace Qx::Host::Luts {
@@ -30,12 +29,19 @@ struct Part
     Formula formula;
 };
 
+/// What is to be made of a file.
+enum class Wanted
+{
+    Steps,
+    Table
+};
+
 /// What a reader found in a file.
 struct Source
 {
     LUTFacts facts;
     Evaluation evaluate;         ///< the whole file
-    std::vector<Part> parts;     ///< the same in parts, one after the other
+    std::vector<Part> parts;     ///< the same in parts, one after the other; empty for Wanted::Table
     std::vector<Part> merged;    ///< the same in fewer parts, or empty
     Qx::Ptr<iHostImage3D> table; ///< when the file is one table
     TableDomain domain;          ///< of the file's first table or curves

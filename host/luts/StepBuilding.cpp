@@ -257,7 +257,7 @@ BuiltSteps bestOf(const std::vector<Part>& parts, const Evaluation& evaluate)
     const std::vector<Colour> places = trials(whole);
     std::vector<Colour> exact = places;
     evaluate(exact.data(), exact.size());
-    const double margin = whole ? 1.0 : 1.5; // for the colours between those that are tried
+    const double margin = whole ? 1.0 : untriedMargin;
     BuiltSteps best;
     best.error = std::numeric_limits<double>::infinity();
     const int most = hasLaterCurves(parts) ? mostRoots : 0;

@@ -42,6 +42,9 @@ struct Refusal
     std::string cause;
 };
 
+/// What the error of the worst colour that was tried is multiplied by, for those between.
+inline constexpr double untriedMargin = 1.5;
+
 /// Changes colours, `count` of them in a row, in place.
 using Evaluation = std::function<void(Colour* colours, std::size_t count)>;
 

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <optional>
 #include <random>
 #include <set>
 #include <sys/inotify.h>
@@ -535,6 +537,178 @@ TEST_F(LutTest, BrokenFilesOfOtherKindsAreRefusedInOneLine)
               ":2: it holds a number that is not finite");
     EXPECT_EQ(reason("elsewhere.ctf", "<ProcessList version=\"2\" id=\"m\"><Reference path=\"/dev/zero\"/>"),
               ": it refers to another file, which is not supported");
+}
+
+/// Elements of a CLF one after the other.
+std::string repeated(const std::string& element, int count)
+{
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+        text += element;
+    }
+    return text;
+}
+
+const std::string floatDepths = " inBitDepth=\"32f\" outBitDepth=\"32f\"";
+
+std::string matrixOf(const std::string& numbers)
+{
+    return "<Matrix" + floatDepths + "><Array dim=\"3 3\">" + numbers + "</Array></Matrix>\n";
+}
+
+TEST_F(LutTest, NoSpellingOfAReferenceMakesTheReaderOpenAnotherFile)
+{
+    const std::filesystem::path other = directory_.write("other.spimtx", "0.5 0 0 0\n0 1 0 0\n0 0 1 0\n");
+    const int watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(watch, 0);
+    ASSERT_GE(::inotify_add_watch(watch, other.c_str(), IN_OPEN), 0);
+    const std::string attributes =
+        " path=\"" + other.native() + "\" inBitDepth=\"32f\" outBitDepth=\"32f\"/>";
+    const std::string root = "ProcessList version=\"2\" id=\"m\"";
+    const std::string refers = ": it refers to another file, which is not supported";
+    const std::string declares = ": it has a <!DOCTYPE> or <!ENTITY> declaration, which is not supported";
+    EXPECT_EQ(refusal("prefix.ctf",
+                      "<a:" + root + " xmlns:a=\"x\">\n<a:Reference" + attributes + "</a:ProcessList>\n"),
+              refers);
+    EXPECT_EQ(refusal("case.ctf", ctf("<rEFERENCE" + attributes)), refers);
+    EXPECT_EQ(refusal("case.spi3d", ctf("<rEFERENCE" + attributes)), refers)
+        << "every reader tries every text";
+    const std::string entity = "DOCTYPE x [<!ENTITY r \"&#60;Reference path='" + other.native() +
+                               "' inBitDepth='32f' outBitDepth='32f'/>\">]>\n";
+    EXPECT_EQ(refusal("entity.ctf", "<!" + entity + "<" + root + ">&r;</ProcessList>\n"), declares);
+    EXPECT_EQ(refusal("entity.csp", "<!" + entity + "<" + root + ">&r;</ProcessList>\n"), declares);
+    EXPECT_EQ(refusal("shy.ctf", "<a:!" + entity + "<a:" + root + ">&r;</a:ProcessList>\n"), declares);
+    // Two bytes a character; the comment is what the reader looks for before it reads.
+    for (const bool marked : {true, false}) {
+        std::string wide = marked ? "\xFF\xFE" : "";
+        for (const char c : "<" + root + "><!--") {
+            wide += {c, '\0'};
+        }
+        wide += "<ProcessList ";
+        for (const char c : "--><Reference" + attributes + "</ProcessList>") {
+            wide += {c, '\0'};
+        }
+        for (const char* name : {"wide.ctf", "wide.spimtx"}) {
+            EXPECT_EQ(refusal(name, wide), ": it is XML in another encoding than UTF-8: save it as UTF-8");
+        }
+    }
+    EXPECT_EQ(refusal("named.ctf", "<?xml version='1.0' encoding = 'utf-16'?>\n" + ctf("").substr(22)),
+              ": it is XML in another encoding than UTF-8: save it as UTF-8");
+    std::array<char, 4096> events{};
+    EXPECT_EQ(::read(watch, events.data(), events.size()), -1) << "the other file was opened";
+    ::close(watch);
+    for (const char* encoding : {"utf-8", "US-ASCII"}) {
+        const std::string text = clf(matrixOf("1 0 0 0 1 0 0 0 1"));
+        EXPECT_TRUE(read("said.clf", "<?xml version='1.0' encoding='" + std::string(encoding) + "'?>" +
+                                         text.substr(text.find('\n')))
+                        .table)
+            << encoding;
+    }
+}
+
+TEST_F(LutTest, TablesOfOnePointAnEdgeAreRefused)
+{
+    const std::string table = "<LUT3D" + floatDepths + "><Array dim=\"1 1 1 3\">0.5 0.5 0.5</Array></LUT3D>";
+    EXPECT_EQ(refusal("point.clf", clf(table)),
+              ": it holds a 3D table of 1 points an edge: expected 2 to 129");
+    EXPECT_EQ(refusal("later.clf", clf(matrixOf("1 1 0 0 1 0 0 0 1") + table)),
+              ": it holds a 3D table of 1 points an edge: expected 2 to 129");
+}
+
+TEST_F(LutTest, TheNumberOfStepsIsLimited)
+{
+    const std::string correction =
+        "<ASC_CDL" + floatDepths +
+        " style=\"Fwd\"><SOPNode><Slope>1 1 1</Slope><Offset>0 0 0</Offset>"
+        "<Power>1 1 1</Power></SOPNode><SatNode><Saturation>1.01</Saturation></SatNode></ASC_CDL>\n";
+    EXPECT_EQ(refusal("many.clf", clf(repeated(correction, 65))), ": it has 65 steps: expected at most 64");
+    const LUTReading most =
+        readLUT(directory_.write("most.clf", clf(repeated(matrixOf("1 0.001 0 0 1 0 0 0 1"), 64))));
+    EXPECT_EQ(most.steps.size(), 1U) << most.failure;
+    EXPECT_EQ(most.facts.contents.substr(most.facts.contents.rfind(", then ")), ", then 56 more steps");
+    EXPECT_LT(most.facts.contents.size(), 400U);
+}
+
+TEST_F(LutTest, AnInverseWhoseSearchHasNoEndIsRefused)
+{
+    constexpr int edge = 65;
+    std::string entries; // each cell has every colour, so that every place of the search has every cell
+    for (int r = 0; r < edge; ++r) {
+        for (int g = 0; g < edge; ++g) {
+            for (int b = 0; b < edge; ++b) {
+                entries += r % 2 == 0 ? "0 " : "1 ";
+                entries += g % 2 == 0 ? "0 " : "1 ";
+                entries += b % 2 == 0 ? "0\n" : "1\n";
+            }
+        }
+    }
+    const std::filesystem::path file =
+        directory_.write("noise.ctf", ctf("<InverseLUT3D" + floatDepths + "><Array dim=\"65 65 65 3\">\n" +
+                                          entries + "</Array></InverseLUT3D>"));
+    const std::string cause =
+        ": it holds the inverse of a 3D table in which too many places have the same colours";
+    EXPECT_EQ(readLUT(file).failure, file.native() + cause);
+    EXPECT_EQ(readLUTTable(file).failure, file.native() + cause);
+}
+
+TEST_F(LutTest, MarkupIsReadInOnePass)
+{
+    const std::string name = "xmlns:a=\"urn:AMPAS:CLF:v3.0\" id=\"m\" compCLFversion=\"3\"";
+    const std::string matrix =
+        "<a:Matrix" + floatDepths + "><a:Array dim=\"3 3\">0.5 0 0 0 1 0 0 0 1</a:Array></a:Matrix>";
+    std::string prefixes;
+    for (int i = 0; i < 120'000; ++i) {
+        prefixes += "<!--<a:<a:<a:<a:<a:<a:<a:<a:<a:<a:-->\n"; // a million to take off
+    }
+    const LUTReading many = readLUT(directory_.write(
+        "prefixes.clf", "<a:ProcessList " + name + ">\n" + prefixes + matrix + "</a:ProcessList>\n"));
+    ASSERT_FALSE(many.steps.empty()) << many.failure;
+    EXPECT_EQ(Host::apply(many.steps, {1, 1, 1}), (Colour{0.5F, 1, 1}));
+    // Looked at from the back, every name is as long as all before it.
+    EXPECT_EQ(refusal("roots.clf", repeated("ProcessList", 500'000)).substr(0, 2), ": ");
+    const std::string longTag = ": it has a tag or comment of more than 65536 bytes";
+    EXPECT_EQ(refusal("tag.clf", "<a:ProcessList " + name + repeated(" x=\">\"\n", 1'000'000)), longTag);
+    EXPECT_EQ(refusal("comment.clf", clf("<!--" + repeated("<\n", 1'000'000) + "-->")), longTag);
+    EXPECT_EQ(refusal("comment.cc", "<!--" + repeated("<\n", 1'000'000) + "-->"), longTag);
+    EXPECT_EQ(refusal("comments.clf", clf(repeated("<!--" + repeated("<\n", 30'000) + "-->", 100))),
+              ": its tags and comments have too many lines");
+}
+
+TEST_F(LutTest, TheLineOfANumberThatIsNotFiniteIsFoundInOnePass)
+{
+    constexpr int points = 200'000;
+    EXPECT_EQ(refusal("long.spi1d", "Version 1\nFrom 0 1\nLength " + std::to_string(points) +
+                                        "\nComponents 1\n{\n" + repeated("0\n", points - 1) + "inf\n}\n"),
+              ":" + std::to_string(5 + points) + ": it holds a number that is not finite");
+}
+
+TEST_F(LutTest, AFileThatOpenColorIOCannotBeGivenLeavesNothingBehind)
+{
+    std::filesystem::path place = directory_ / "temporary";
+    while (place.native().size() < 3800) {
+        place /= std::string(200, 'd');
+    }
+    std::filesystem::create_directories(place);
+    const char* before = std::getenv("TMPDIR");
+    const std::optional<std::string> old =
+        before != nullptr ? std::optional<std::string>(before) : std::nullopt;
+    ::setenv("TMPDIR", place.c_str(), 1);
+    const std::string cause = refusal(std::string(240, 'n') + ".spimtx", "1 0 0 0\n0 1 0 0\n0 0 1 0\n");
+    old ? ::setenv("TMPDIR", old->c_str(), 1) : ::unsetenv("TMPDIR");
+    EXPECT_NE(cause.find("File name too long"), std::string::npos) << cause;
+    EXPECT_TRUE(std::filesystem::is_empty(place));
+}
+
+TEST_F(LutTest, ATableWhoseDomainIsNoFloatIsNotCalledExact)
+{
+    const std::string entries = "0.25 0.25 0.25\n" + repeated("1 1 1\n", 7);
+    const LUTTableReading reading =
+        read("far.clf", clf(matrixOf("1e-50 0 0 0 1e-50 0 0 0 1e-50") + "<LUT3D" + floatDepths +
+                            "><Array dim=\"2 2 2 3\">\n" + entries + "</Array></LUT3D>"));
+    ASSERT_TRUE(reading.table) << reading.failure;
+    EXPECT_TRUE(reading.baked);
+    EXPECT_EQ(lookUp(*reading.table, {1, 1, 1}), (Colour{0.25F, 0.25F, 0.25F}));
+    EXPECT_EQ(reading.facts.contents, "a matrix, then a 3D table of 2 points an edge");
 }
 
 TEST_F(LutTest, NamesWithSignsThatMeanVariablesElsewhereAreNames)

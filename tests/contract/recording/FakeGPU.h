@@ -107,7 +107,6 @@ class FakeComputeContext final : public iGPUComputeContext
 {
 public:
     ~FakeComputeContext() override;
-
 };
 
 /// An effect with given techniques and float parameters that records its use.

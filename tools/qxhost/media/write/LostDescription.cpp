@@ -84,7 +84,8 @@ std::string lostTags(const AVCodecContext& meant, const Colour& found)
 /// Without a tag, RGB is taken as full range and YCbCr as video range.
 bool losesRange(Range meant, const Colour& found)
 {
-    return meant == (found.fromRgb ? Range::video : Range::full) && found.range != meant;
+    return found.fromRgb ? meant == Range::video && found.rgbRange == Range::full
+                         : meant == Range::full && found.range == Range::video;
 }
 
 /// Of the extensions that hold a range with any codec, one that holds this one.

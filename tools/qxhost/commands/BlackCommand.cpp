@@ -18,7 +18,7 @@ namespace Qx::Program {
 
 namespace {
 
-constexpr const char* footer = R"(Examples:
+constexpr const char* blackFooter = R"(Examples:
   qxhost black black.png --size 1920x1080
   qxhost black second.mov --size 1920x1080 --frames 25 --format v210)";
 
@@ -170,7 +170,7 @@ public:
         addDevice(app, options_.device);
         app.add_flag("--quiet", options_.quiet, "Print nothing but errors");
         app.add_flag("--json", options_.json, "Print what was done as JSON to standard output");
-        app.footer(footer);
+        app.footer(blackFooter);
     }
 
     void check(const CLI::App& app) override
@@ -185,7 +185,7 @@ public:
 };
 
 const Registered<BlackCommand>
-    registered({.name = "black", .order = 40, .about = "Make a black picture or clip"});
+    registeredBlack({.name = "black", .order = 40, .about = "Make a black picture or clip"});
 
 } // namespace
 

@@ -86,7 +86,7 @@ public:
     ExitCode run(Console& console) override { return runDevices(options_.json, console); }
 };
 
-const Registered<DevicesCommand> registered(
+const Registered<DevicesCommand> registeredDevices(
     {.name = "devices",
      .order = 80,
      .about = "List the devices that conversions can run on",

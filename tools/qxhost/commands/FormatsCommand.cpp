@@ -230,10 +230,10 @@ public:
 };
 
 const Registered<FormatsCommand>
-    registered({.name = "formats",
-                .order = 60,
-                .about = "List the pixel formats and their memory layouts",
-                .examples = "  qxhost formats                                   the pixel formats\n"});
+    registeredFormats({.name = "formats",
+                       .order = 60,
+                       .about = "List the pixel formats and their memory layouts",
+                       .examples = "  qxhost formats                                   the pixel formats\n"});
 
 } // namespace
 

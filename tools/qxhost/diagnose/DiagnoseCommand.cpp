@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* footer = R"(Examples:
+constexpr const char* diagnoseFooter = R"(Examples:
   qxhost diagnose
       Measures everything in a minute or two, longer without a GPU, and tells whether the GPU path is
       healthy and fast enough.
@@ -389,7 +389,7 @@ public:
         app.add_option("--from", options_.from, "Show that run without measuring")->option_text("RUN");
         addLimit(app);
         app.add_flag("--force", options_.force, "Replace existing files");
-        app.footer(footer);
+        app.footer(diagnoseFooter);
     }
 
     void check(const CLI::App& app) override
@@ -453,7 +453,7 @@ private:
     }
 };
 
-const Registered<DiagnoseCommand> registered(
+const Registered<DiagnoseCommand> registeredDiagnose(
     {.name = "diagnose",
      .order = 90,
      .about = "Tell whether the GPU path is healthy and fast enough",

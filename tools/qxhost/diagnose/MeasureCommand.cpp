@@ -190,8 +190,8 @@ public:
     ExitCode run(Console& console) override { return runMeasure(options_, console); }
 };
 
-const Registered<MeasureCommand>
-    registered({.name = commandWord, .order = 100, .about = "Measure for 'qxhost diagnose'", .hidden = true});
+const Registered<MeasureCommand> registeredMeasure(
+    {.name = commandWord, .order = 100, .about = "Measure for 'qxhost diagnose'", .hidden = true});
 
 } // namespace
 

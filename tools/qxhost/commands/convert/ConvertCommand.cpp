@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* tableEffect = "LUT.fx";
 
-constexpr const char* footer = R"(Examples:
+constexpr const char* convertFooter = R"(Examples:
   qxhost convert clip.mov shot.png --frames 1
       The first frame as one picture.
   qxhost convert clip.mov shot_%05d.png
@@ -116,7 +116,7 @@ public:
                "--no-audio", [this] { options_.audio = false; }, "Leave the audio out")
             ->group("Output");
         addOther(app, options_);
-        app.footer(footer);
+        app.footer(convertFooter);
     }
 
     void check(const CLI::App& app) override
@@ -150,7 +150,7 @@ private:
     std::vector<std::string> texts_; ///< a target that the library wants; groupEffects() reads them in order
 };
 
-const Registered<ConvertCommand> registered(
+const Registered<ConvertCommand> registeredConvert(
     {.name = "convert",
      .order = 10,
      .about = "Convert a clip or picture on the GPU",

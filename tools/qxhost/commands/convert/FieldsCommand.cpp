@@ -7,7 +7,7 @@ namespace Qx::Program {
 
 namespace {
 
-constexpr const char* footer = R"(Examples:
+constexpr const char* fieldsFooter = R"(Examples:
   qxhost fields tape.mov field_%05d.png
       Two pictures per frame, each of half its height; the field that was first in time comes first.
   qxhost fields tape.avi fields.mkv --order bottom
@@ -32,7 +32,7 @@ public:
         addRawInput(app, options_.raw, SizeOption::ofInput);
         addOutput(app, options_);
         addOther(app, options_);
-        app.footer(footer);
+        app.footer(fieldsFooter);
     }
 
     void check(const CLI::App& app) override
@@ -48,8 +48,8 @@ private:
     SeparateFields fields_;
 };
 
-const Registered<FieldsCommand>
-    registered({.name = "fields", .order = 20, .about = "Separate the frames of a clip into their fields"});
+const Registered<FieldsCommand> registeredFields(
+    {.name = "fields", .order = 20, .about = "Separate the frames of a clip into their fields"});
 
 } // namespace
 

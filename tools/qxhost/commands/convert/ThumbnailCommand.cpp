@@ -7,7 +7,7 @@ namespace Qx::Program {
 
 namespace {
 
-constexpr const char* footer = R"(Examples:
+constexpr const char* thumbnailFooter = R"(Examples:
   qxhost thumbnail clip.mov small.jpg --size 320x180
       The first frame, as large as fits into that size.
   qxhost thumbnail clip.mov small.png --size 320x180 --start 100
@@ -29,7 +29,7 @@ public:
         addRawInput(app, options_.raw, SizeOption::ofOutput);
         addOutput(app, options_);
         addOther(app, options_);
-        app.footer(footer);
+        app.footer(thumbnailFooter);
     }
 
     void check(const CLI::App& app) override
@@ -48,7 +48,7 @@ private:
 };
 
 const Registered<ThumbnailCommand>
-    registered({.name = "thumbnail", .order = 30, .about = "Make a small picture of a frame"});
+    registeredThumbnail({.name = "thumbnail", .order = 30, .about = "Make a small picture of a frame"});
 
 } // namespace
 

@@ -36,7 +36,7 @@ std::string stateOf(const Host::CacheInfo& info)
     return info.problem.empty() ? "in use" : fmt::format("not used: {}", info.problem.view());
 }
 
-std::string table(const Host::CacheInfo& info)
+std::string cacheTable(const Host::CacheInfo& info)
 {
     return fmt::format("directory  {}\n"
                        "state      {}\n"
@@ -51,7 +51,7 @@ ExitCode showInfo(bool json, Console& console)
 {
     const Host::CacheInfo info = Host::cacheInfo();
     tellComplaints(console);
-    console.data(json ? jsonText(describe(info)) : table(info));
+    console.data(json ? jsonText(describe(info)) : cacheTable(info));
     return ExitCode::ok;
 }
 

@@ -19,7 +19,7 @@ namespace Qx::Program {
 
 namespace {
 
-constexpr const char* footer = R"(Example:
+constexpr const char* checkFooter = R"(Example:
   qxhost effects check my/glow.fx my/blur.fx
 
 Prints the compiler's messages as FILE:LINE:COLUMN. Exit codes: 0 no errors, 1 errors, 3 a file is
@@ -151,7 +151,7 @@ public:
         app.add_option("FILE", options_.files, "Effect files")->option_text(" ");
         addDevice(app, options_.device);
         app.add_flag("--json", options_.json, "Print JSON");
-        app.footer(footer);
+        app.footer(checkFooter);
     }
 
     void check(const CLI::App& app) override
@@ -163,9 +163,9 @@ public:
 };
 
 const Registered<CheckCommand>
-    registered({.name = "effects check",
-                .order = 20,
-                .about = "Compile effect files and print the compiler's messages"});
+    registeredCheck({.name = "effects check",
+                     .order = 20,
+                     .about = "Compile effect files and print the compiler's messages"});
 
 } // namespace
 

@@ -17,7 +17,7 @@ namespace Qx::Program {
 
 namespace {
 
-constexpr const char* footer = R"(Example:
+constexpr const char* describeFooter = R"(Example:
   qxhost effects describe cc3.fx
 
 Shows what an effect holds: techniques and their passes, parameters with type, default, range and label,
@@ -157,7 +157,7 @@ public:
         app.add_option("FILE", options_.file, "An effect file, or a name of 'qxhost effects list'")
             ->option_text(" ");
         app.add_flag("--json", options_.json, "Print JSON");
-        app.footer(footer);
+        app.footer(describeFooter);
     }
 
     void check(const CLI::App& app) override { requireValue(app, options_.file, "FILE"); }
@@ -165,9 +165,9 @@ public:
 };
 
 const Registered<DescribeCommand>
-    registered({.name = "effects describe",
-                .order = 40,
-                .about = "Show an effect's techniques, parameters and textures"});
+    registeredDescribe({.name = "effects describe",
+                        .order = 40,
+                        .about = "Show an effect's techniques, parameters and textures"});
 
 } // namespace
 

@@ -5,7 +5,7 @@ namespace Qx::Program {
 namespace {
 
 const RegisteredGroup
-    group({.name = "effects", .order = 50, .about = "List, check, describe or watch effects"});
+    effectsGroup({.name = "effects", .order = 50, .about = "List, check, describe or watch effects"});
 
 } // namespace
 

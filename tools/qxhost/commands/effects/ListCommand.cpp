@@ -17,7 +17,7 @@ namespace {
 using FxResources::Manager;
 using FxResources::ShaderEffectInfo;
 
-struct ListOptions
+struct EffectListOptions
 {
     std::string device;
     bool json = false;
@@ -40,7 +40,7 @@ Json describe(const ShaderEffectInfo& info)
             {"drawable", effect ? drawableTechniques(*effect) : std::vector<std::string>()}};
 }
 
-std::string table(const Json& effects)
+std::string effectTable(const Json& effects)
 {
     std::size_t widest = 4;
     for (const Json& effect : effects) {
@@ -58,14 +58,14 @@ std::string table(const Json& effects)
     return text;
 }
 
-ExitCode list(const ListOptions& options, Console& console)
+ExitCode list(const EffectListOptions& options, Console& console)
 {
     const HostSession host(options.device, &console);
     Json effects = Json::array();
     for (const ShaderEffectInfo& info : Manager::instance().effects()) {
         effects.push_back(describe(info));
     }
-    console.data(options.json ? jsonText(effects) : table(effects));
+    console.data(options.json ? jsonText(effects) : effectTable(effects));
     const bool broken = std::any_of(effects.begin(), effects.end(),
                                     [](const Json& effect) { return !effect["compiled"].get<bool>(); });
     if (broken) {
@@ -74,7 +74,7 @@ ExitCode list(const ListOptions& options, Console& console)
     return ExitCode::ok;
 }
 
-class ListCommand : public CommandWithOptions<ListOptions>
+class EffectListCommand : public CommandWithOptions<EffectListOptions>
 {
 public:
     void addOptions(CLI::App& app) override
@@ -89,7 +89,7 @@ public:
     ExitCode run(Console& console) override { return list(options_, console); }
 };
 
-const Registered<ListCommand> registered(
+const Registered<EffectListCommand> registeredEffectList(
     {.name = "effects list",
      .order = 10,
      .about = "List the effects that can be used by name",

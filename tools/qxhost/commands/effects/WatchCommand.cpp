@@ -25,7 +25,7 @@ namespace Qx::Program {
 
 namespace {
 
-constexpr const char* footer = R"(Examples:
+constexpr const char* watchFooter = R"(Examples:
   qxhost effects watch my/glow.fx --input photo.png --output preview.png
       Draws photo.png through glow.fx into preview.png, again each time glow.fx or a file that it
       includes is saved. A viewer that reloads shows the result.
@@ -312,7 +312,7 @@ public:
             ->take_all();
         app.add_flag("--force", options_.force, "Replace an output file that exists at the start");
         addDevice(app, options_.device);
-        app.footer(footer);
+        app.footer(watchFooter);
     }
 
     void check(const CLI::App& app) override
@@ -336,9 +336,9 @@ private:
 };
 
 const Registered<WatchCommand>
-    registered({.name = "effects watch",
-                .order = 30,
-                .about = "Compile effects each time they are saved, and show one on a picture"});
+    registeredWatch({.name = "effects watch",
+                     .order = 30,
+                     .about = "Compile effects each time they are saved, and show one on a picture"});
 
 } // namespace
 

@@ -5,7 +5,7 @@ namespace Qx::Program {
 namespace {
 
 const RegisteredGroup
-    group({.name = "lut", .order = 70, .about = "List, install, describe and preview LUT files"});
+    lutGroup({.name = "lut", .order = 70, .about = "List, install, describe and preview LUT files"});
 
 } // namespace
 

@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* footer =
+constexpr const char* infoFooter =
     R"(Shows what a LUT file holds, the steps that 'convert' draws it in, the largest difference of these from
 OpenColorIO's result, and whether the catalogue lists the file.)";
 
@@ -181,7 +181,7 @@ public:
     {
         app.add_option("FILE", options_.file, "A LUT file, or a name of 'qxhost lut list'")->option_text(" ");
         app.add_flag("--json", options_.json, "Print JSON");
-        app.footer(footer);
+        app.footer(infoFooter);
     }
 
     void check(const CLI::App& app) override { requireValue(app, options_.file, "FILE"); }
@@ -189,7 +189,7 @@ public:
 };
 
 const Registered<InfoCommand>
-    registered({.name = "lut info", .order = 30, .about = "Show what a LUT file holds"});
+    registeredInfo({.name = "lut info", .order = 30, .about = "Show what a LUT file holds"});
 
 } // namespace
 

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* footer = R"(Examples:
+constexpr const char* installFooter = R"(Examples:
   qxhost lut install film.cube contrast.spi1d
   qxhost convert clip.mov graded.mov --lut film.cube
 
@@ -152,7 +152,7 @@ public:
         app.add_option("FILE", options_.files, "LUT files")->option_text(" ");
         app.add_flag("--force", options_.force, "Replace existing files there");
         app.add_flag("--json", options_.json, "Print JSON");
-        app.footer(footer);
+        app.footer(installFooter);
     }
 
     void check(const CLI::App& app) override
@@ -163,8 +163,9 @@ public:
     ExitCode run(Console& console) override { return install(options_, console); }
 };
 
-const Registered<InstallCommand>
-    registered({.name = "lut install", .order = 20, .about = "Copy LUT files into the user's LUT directory"});
+const Registered<InstallCommand> registeredInstall({.name = "lut install",
+                                                    .order = 20,
+                                                    .about = "Copy LUT files into the user's LUT directory"});
 
 } // namespace
 

@@ -15,11 +15,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* footer =
+constexpr const char* lutListFooter =
     R"(Lists the LUT files in the user's LUT directory, then in the machine's. The ending must be that of a kind of
 LUT, in lower case: Film.cube is listed, Film.CUBE is not. 'convert --lut' takes these names.)";
 
-struct ListOptions
+struct LutListOptions
 {
     bool json = false;
 };
@@ -72,7 +72,7 @@ void noteUnlisted(Console& console)
     }
 }
 
-ExitCode list(const ListOptions& options, Console& console)
+ExitCode list(const LutListOptions& options, Console& console)
 {
     const WithoutDevice host(console);
     Json luts = Json::array();
@@ -96,20 +96,20 @@ ExitCode list(const ListOptions& options, Console& console)
     return ExitCode::ok;
 }
 
-class ListCommand : public CommandWithOptions<ListOptions>
+class LutListCommand : public CommandWithOptions<LutListOptions>
 {
 public:
     void addOptions(CLI::App& app) override
     {
         app.add_flag("--json", options_.json, "Print JSON");
-        app.footer(footer);
+        app.footer(lutListFooter);
     }
 
     ExitCode run(Console& console) override { return list(options_, console); }
 };
 
-const Registered<ListCommand>
-    registered({.name = "lut list", .order = 10, .about = "List the LUTs that can be used by name"});
+const Registered<LutListCommand>
+    registeredLutList({.name = "lut list", .order = 10, .about = "List the LUTs that can be used by name"});
 
 } // namespace
 

@@ -11,7 +11,7 @@ namespace Qx::Program {
 
 namespace {
 
-constexpr const char* footer = R"(Example:
+constexpr const char* previewFooter = R"(Example:
   qxhost lut preview film.cube film.png
 
 Draws, from the top: a colour chart before and after the LUT; the LUT's curves for grey (red, green and
@@ -65,7 +65,7 @@ public:
         app.add_option("FILE", options_.file, "A LUT file, or a name of 'qxhost lut list'")->option_text(" ");
         app.add_option("OUTPUT", options_.output, "The picture to write")->option_text(" ");
         app.add_flag("--force", options_.force, "Replace an existing picture");
-        app.footer(footer);
+        app.footer(previewFooter);
     }
 
     void check(const CLI::App& app) override
@@ -78,7 +78,7 @@ public:
 };
 
 const Registered<PreviewCommand>
-    registered({.name = "lut preview", .order = 40, .about = "Draw what a LUT does"});
+    registeredPreview({.name = "lut preview", .order = 40, .about = "Draw what a LUT does"});
 
 } // namespace
 

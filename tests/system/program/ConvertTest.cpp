@@ -255,8 +255,8 @@ TEST_F(Convert, chroma_of_420_is_brought_to_every_line)
         }
     }
     write("raw.yuv", std::string(raw.begin(), raw.end()));
-    ffmpeg({"-f", "rawvideo", "-pix_fmt", "yuv420p", "-s", "48x32", "-i", "raw.yuv", "-c:v", "ffv1",
-            "-colorspace", "bt709", "-color_range", "tv", "clip.mkv"});
+    ffmpeg({"-f", "rawvideo", "-pix_fmt", "yuv420p", "-s", "48x32", "-i", "raw.yuv", "-vf",
+            "setparams=colorspace=bt709:range=tv", "-c:v", "ffv1", "clip.mkv"});
     convert({"clip.mkv", "out.png"});
     Bytes as422(raw.begin(), raw.begin() + std::ptrdiff_t{width} * height);
     as422.insert(as422.end(), chroma.begin(), chroma.end());

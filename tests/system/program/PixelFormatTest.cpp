@@ -65,7 +65,10 @@ protected:
         }
         write("planes.raw", planes);
         ffmpeg({"-f", "rawvideo", "-pix_fmt", pixelFormat, "-s", std::to_string(codes) + "x4", "-i",
-                "planes.raw", "-c:v", "ffv1", "-colorspace", "bt709", "-color_range", "pc", name});
+                "planes.raw", "-vf", "setparams=colorspace=bt709:range=pc", "-c:v", "ffv1", "-colorspace",
+                "bt709", "-color_range", "pc", name});
+        // The options alone would make FFmpeg 7 convert the codes; the filter alone, into its encoder's
+        // range.
     }
 
     void expectWritten(const std::string& clip, const Case& each) const

@@ -53,10 +53,7 @@ std::string announcement(const DeviceDescription& device)
 
 } // namespace
 
-GPUService::~GPUService()
-{
-    shutdown();
-}
+GPUService::~GPUService() = default;
 
 bool GPUService::configure(const GPUOptions& options)
 {

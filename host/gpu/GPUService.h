@@ -47,14 +47,18 @@ struct CompileRequest;
 ///
 /// A parameter that the host fills by its semantic rejects values. A coordinate set that no source provides
 /// spans its whole input. Effects are compiled and tested in worker processes; an effect that crashes its
-/// worker is an error message. Without shutdown() no Vulkan call is made at the end of the process. After
-/// shutdown() all operations fail, and objects still held can be released safely.
+/// worker is an error message. After shutdown() all operations fail, and objects still held can be released
+/// safely.
+///
+/// Only shutdown() closes the device. No destructor of the service, an image, an effect or a font makes a
+/// Vulkan call, so that static objects may hold any of them: drivers and layers end before static objects do.
+/// A device that is never shut down is left to the system.
 class QX_API GPUService final : public iGPUService
 {
 public:
     GPUService() = default;
     explicit GPUService(GPUOptions options) : options_(std::move(options)) {}
-    ~GPUService();
+    ~GPUService(); ///< ends the worker processes; see above
     GPUService(const GPUService&) = delete;
     GPUService& operator=(const GPUService&) = delete;
 

@@ -1,4 +1,5 @@
 #include "host/effects/EffectCompiler.h"
+#include "host/effects/spirv/SpirvModule.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/effects/PackedDrawing.h"
 
@@ -51,6 +52,31 @@ TEST(PackedShaders, ExistForBothDepthsWhereTheyAreAskedFor)
     EXPECT_EQ(pass.packed[1].depths, (CompiledEffect::PackedShader::Depths{16, 16}));
     EXPECT_EQ(pass.packed[0].samplers, pass.samplers);
     EXPECT_TRUE(compiled("return at(pos.x, pos.y);", false).packed.empty());
+}
+
+/// The image formats that a shader declares for the buffers it reads.
+std::vector<std::uint32_t> bufferFormats(const std::vector<std::uint32_t>& spirv)
+{
+    std::vector<std::uint32_t> formats;
+    Effects::Spirv::forEach(spirv, [&](const Effects::Spirv::Instruction& instruction) {
+        if (instruction.op() == spv::OpTypeImage && instruction[3] == spv::DimBuffer) {
+            formats.push_back(instruction[8]);
+        }
+    });
+    return formats;
+}
+
+TEST(PackedShaders, ReadTexelBuffersOfAnyFormat)
+{
+    // Views of texels of 4, 8 and 16 bytes, as the texel's number in a row is known or not.
+    for (const char* body : {"return at(pos.x, pos.y);", "return tex2Dcodes(S, int2(pos.x, pos.y));"}) {
+        const CompiledEffect::Pass pass = compiled(body);
+        ASSERT_EQ(pass.packed.size(), 2U) << body;
+        for (const CompiledEffect::PackedShader& shader : pass.packed) {
+            EXPECT_EQ(bufferFormats(shader.spirv), (std::vector<std::uint32_t>{spv::ImageFormatUnknown}))
+                << body << " at " << shader.depths.source << " bits";
+        }
+    }
 }
 
 TEST(PackedShaders, ExistBetweenDepthsForTechniquesThatSaySo)

@@ -19,6 +19,32 @@ technique T { pass { PixelShader = compile ps_3_0 entry(); } }
     return effect != nullptr ? effect->techniques[0].passes[0].packed[0].spirv : Effects::Spirv::Words();
 }
 
+/// A type of a buffer of whole numbers, as the HLSL front end declares it.
+Effects::Spirv::Words moduleWithABuffer()
+{
+    const auto word = [](std::uint32_t op, std::uint32_t words) { return words << spv::WordCountShift | op; };
+    return {spv::MagicNumber,
+            spv::Version,
+            0,
+            3,
+            0,
+            word(spv::OpTypeInt, 4),
+            1,
+            32,
+            0,
+            word(spv::OpTypeImage, 9),
+            2,
+            1,
+            spv::DimBuffer,
+            0,
+            0,
+            0,
+            1,
+            spv::ImageFormatRgba32ui,
+            word(spv::OpTypeVoid, 2),
+            1};
+}
+
 TEST(Passes, LeaveModulesThatAreCutOffAsTheyAre)
 {
     using Effects::Spirv::Words;
@@ -30,6 +56,11 @@ TEST(Passes, LeaveModulesThatAreCutOffAsTheyAre)
         const std::size_t before = spirv.size();
         Effects::keepArithmeticAsWritten(spirv);
         return spirv.size() != before;
+    });
+    expectCutModulesLeftAlone(moduleWithABuffer(), [](Words& spirv) {
+        const Words before = spirv;
+        Effects::leaveBufferFormatsOpen(spirv);
+        return spirv != before;
     });
 }
 

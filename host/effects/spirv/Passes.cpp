@@ -52,6 +52,11 @@ constexpr Pass passes[] = {
      }},
     {Shaders::Packed,
      [](ShaderModule& m, std::string&) {
+         leaveBufferFormatsOpen(m.words);
+         return Result::Done;
+     }},
+    {Shaders::Packed,
+     [](ShaderModule& m, std::string&) {
          m.rows = passUniformsAsInputs(m.words, CompiledEffect::PackedShader::mostRows);
          return Result::Done;
      }},

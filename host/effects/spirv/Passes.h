@@ -76,6 +76,12 @@ bool simplifyColumnArithmetic(Spirv::Words& spirv);
 /// Returns the new bytes of a texel for each binding that is read otherwise now.
 std::map<std::uint32_t, std::uint32_t> widenFetches(Spirv::Words& spirv, std::uint32_t texelBytes);
 
+/// Declares the texel buffers that the shader reads with the image format Unknown. The HLSL front end
+/// declares Rgba32ui for every Buffer<uint4>, and reading a view of another format then is undefined
+/// (Vulkan 1.3, "Instruction/Sampler/Image View Validation"); Unknown reads any view and needs no feature of
+/// the device. Must not change images that the shader writes.
+void leaveBufferFormatsOpen(Spirv::Words& spirv);
+
 /// Turns what the shader reads at fixed places of its uniform buffer into inputs that are the same for every
 /// fragment: some devices read a buffer anew for each. The buffer's 16-byte rows become inputs of four floats
 /// each, at the locations from 0 on. Must not move whole numbers, matrices, what the shader picks by an

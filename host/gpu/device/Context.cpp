@@ -123,7 +123,7 @@ void Context::shutdown(std::chrono::milliseconds limit)
     }
     if (!gate_.close(limit) || !recorder_.drain(limit)) {
         report("GPU: the device did not finish within " + std::to_string(limit.count()) +
-               " ms; its resources are released at the end of the process");
+               " ms; it is left to the end of the process");
         return;
     }
     {
@@ -144,11 +144,6 @@ void Context::shutdown(std::chrono::milliseconds limit)
         report("GPU: " + std::to_string(kept) + " host images are still in use; their memory is kept");
         return;
     }
-    close();
-}
-
-void Context::close()
-{
     memory_.destroy();
     device_->close();
     instance_->close();
@@ -157,12 +152,8 @@ void Context::close()
 
 Context::~Context()
 {
-    if (state_ == State::HostImagesHeld) {
-        textures_.destroyKept();
-        hostBuffers_.destroyKept();
-        close();
-    } else if (state_ == State::Running) {
-        // A device that has not finished may still use all of it.
+    // This may be a static destructor, when driver and layers have ended.
+    if (state_ != State::Closed) {
         static_cast<void>(device_.release());
         static_cast<void>(instance_.release());
     }

@@ -40,7 +40,8 @@ protected:
 };
 
 /// Everything that images, effects and renderers share. They own it together with the service. After
-/// shutdown() it is an empty shell, into which resources can still be released.
+/// shutdown() it is an empty shell, into which resources can still be released. Its destructor makes no
+/// Vulkan call.
 class Context : public std::enable_shared_from_this<Context>
 {
 public:
@@ -68,7 +69,9 @@ public:
     /// shutdown has already destroyed the objects. Makes no Vulkan call itself.
     void retire(DeviceObject& object, std::function<void()> destroy);
 
-    /// Destroys everything, the device last. What is still in use when the limit passes is left as it is.
+    /// Destroys everything, the device last. What is still in use when the limit passes is left as it is, and
+    /// so are the device and the memory of host images whose addresses callers may hold: the system frees
+    /// them when the process ends.
     void shutdown(std::chrono::milliseconds limit);
 
     GPUStatistics statistics();
@@ -77,7 +80,6 @@ public:
     std::atomic<std::uint64_t> sharedTransfers{0};
 
 private:
-    void close();
     Context(std::unique_ptr<Instance> instance, std::unique_ptr<Device> device, const GPUOptions& options);
 
     std::unique_ptr<Instance> instance_;
@@ -95,7 +97,8 @@ private:
     enum class State
     {
         Running,
-        HostImagesHeld, ///< shut down, except for host images whose addresses callers may hold
+        HostImagesHeld, ///< shut down, except for the device and the memory that callers may hold addresses
+                        ///< in
         Closed,
     };
     State state_ = State::Running; // guarded by shutdownMutex_

@@ -65,16 +65,13 @@ public:
         return result;
     }
 
-    /// Returns a resource to the pool, or its empty shell after destroyAll().
+    /// Returns a resource to the pool. After destroyAll() nothing is left of it but what the device owns.
     void give(std::unique_ptr<Resource> resource)
     {
         const std::lock_guard lock(mutex_);
         liveBytes_ -= resource->memoryBytes();
         if (destroyed_) {
             all_.erase(resource.get());
-            if (resource->exists()) {
-                kept_.push_back(std::move(resource));
-            }
             return;
         }
         idleBytes_ += resource->memoryBytes();
@@ -90,7 +87,7 @@ public:
     }
 
     /// Destroys the Vulkan objects of every resource; the owners of those in use then hold empty shells.
-    /// Resources for which `keep` returns true survive. Returns their number.
+    /// Resources for which `keep` returns true survive and are never destroyed. Returns their number.
     template <class Keep>
     std::size_t destroyAll(Keep keep)
     {
@@ -111,16 +108,6 @@ public:
             }
         }
         return kept;
-    }
-
-    /// Destroys the survivors of destroyAll() that were returned since. Nothing may be in use.
-    void destroyKept()
-    {
-        const std::lock_guard lock(mutex_);
-        for (auto& resource : kept_) {
-            resource->destroy(device_, memory_);
-        }
-        kept_.clear();
     }
 
     std::uint64_t idleBytes() const { return idleBytes_; }
@@ -146,7 +133,6 @@ private:
     const std::uint64_t idleLimit_;
     std::mutex mutex_;
     std::list<std::unique_ptr<Resource>> idle_; // the latest released first
-    std::list<std::unique_ptr<Resource>> kept_;
     std::unordered_set<Resource*> all_;
     bool destroyed_ = false;
     std::atomic<std::uint64_t> idleBytes_{0};

@@ -13,7 +13,7 @@ void MarkdownReport::ReportRuns(const std::vector<Run>& runs)
 {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
-        if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median" || run.error_occurred) {
+        if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") {
             continue;
         }
         const auto counter = [&run](const char* name) {

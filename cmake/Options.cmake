@@ -30,8 +30,9 @@ add_library(qx_options INTERFACE)
 target_compile_options(qx_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual)
 # Compiled as one, a source's locals shadow what is local to another source, and its anonymous types look like a header's.
+# Clang knows neither of GCC's options for this; it looks for shadows where sources are compiled by themselves.
 if(QX_UNITY)
-    target_compile_options(qx_options INTERFACE -Wshadow=local -Wno-subobject-linkage)
+    target_compile_options(qx_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local;-Wno-subobject-linkage>)
 else()
     target_compile_options(qx_options INTERFACE -Wshadow)
 endif()
@@ -50,4 +51,4 @@ endif()
 
 # For targets that use std::regex: with sanitizers, GCC 12 takes its moved-from states for uninitialised ones.
 add_library(qx_regex INTERFACE)
-target_compile_options(qx_regex INTERFACE -Wno-maybe-uninitialized)
+target_compile_options(qx_regex INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)

@@ -11,6 +11,7 @@
 #include "host/effects/hlsl/Remainders.h"
 #include "host/effects/hlsl/ShaderCompiler.h"
 
+#include <algorithm>
 #include <exception>
 #include <map>
 #include <optional>

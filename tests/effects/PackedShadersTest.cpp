@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <glslang/SPIRV/spirv.hpp>
+#include <spirv/unified1/spirv.hpp>
 
 // What shaders for packed texels share between neighbours, seen in their SPIR-V.
 

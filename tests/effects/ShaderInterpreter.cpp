@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include <glslang/SPIRV/GLSL.std.450.h>
+#include <spirv/unified1/GLSL.std.450.h>
 
 namespace Qx::Host::Tests {
 namespace {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include <glslang/SPIRV/spirv.hpp>
+#include <spirv/unified1/spirv.hpp>
 
 namespace Qx::Host::Effects::Spirv {
 

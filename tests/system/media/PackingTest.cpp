@@ -165,7 +165,7 @@ TEST_F(Packing, FullRangeDeepSourcesReachTheLargestCode)
         codes.push_back(static_cast<std::uint8_t>(code >> 8));
     }
     store(at("in.raw"), codes);
-    ffmpeg(raw("yuv422p10le", 8, 2) + "-color_range pc -c:v ffv1 clip.mkv");
+    ffmpeg("-color_range pc " + raw("yuv422p10le", 8, 2) + "-color_range pc -c:v ffv1 clip.mkv");
     auto reader = open(at("clip.mkv"));
     ASSERT_TRUE(reader);
     ASSERT_EQ(reader->info().colour.range, Range::full);
@@ -237,8 +237,9 @@ TEST_F(Packing, CentreSitedChromaIsMovedToTheEvenPixel)
     }
     store(at("in.raw"), codes);
     for (const bool centre : {false, true}) {
-        ffmpeg(raw("yuv420p", width, height) + "-chroma_sample_location " + (centre ? "center" : "left") +
-               " -c:v libx264 -qp 0 -preset ultrafast clip.mp4");
+        ffmpeg(raw("yuv420p", width, height) +
+               "-c:v libx264 -qp 0 -preset ultrafast -x264-params chromaloc=" + (centre ? "1" : "0") +
+               " clip.mp4");
         auto reader = open(at("clip.mp4"));
         ASSERT_TRUE(reader);
         const Bytes packed = packed8(*reader);

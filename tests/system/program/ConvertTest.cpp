@@ -79,6 +79,7 @@ struct Clip
     Range range;
     std::vector<std::string> tags;
     std::vector<std::string> options;
+    const char* lastFilter = "null";
 };
 
 void PrintTo(const Clip& clip, std::ostream* out)
@@ -92,13 +93,13 @@ protected:
     /// A clip of ffmpeg's moving test picture with noise in it, losslessly coded. The test picture itself
     /// comes in even sizes only.
     void makeClip(const std::string& name, const std::string& pixelFormat, int width, int height, int frames,
-                  const std::vector<std::string>& tags) const
+                  const std::vector<std::string>& tags, const std::string& lastFilter = "null") const
     {
         const std::string size = std::to_string(width) + ":" + std::to_string(height);
         std::vector<std::string> arguments{
             "-f",      "lavfi",
             "-i",      "testsrc2=size=320x240:rate=25",
-            "-vf",     "scale=" + size + ",noise=alls=40:allf=t,format=" + pixelFormat,
+            "-vf",     "scale=" + size + ",noise=alls=40:allf=t,format=" + pixelFormat + "," + lastFilter,
             "-frames", std::to_string(frames),
             "-c:v",    "ffv1"};
         arguments.insert(arguments.end(), tags.begin(), tags.end());
@@ -134,7 +135,7 @@ class ConvertClip : public Convert, public testing::WithParamInterface<Clip>
 TEST_P(ConvertClip, pictures_hold_the_exact_conversion)
 {
     const Clip& clip = GetParam();
-    makeClip("clip.mkv", clip.pixelFormat, clip.width, clip.height, 3, clip.tags);
+    makeClip("clip.mkv", clip.pixelFormat, clip.width, clip.height, 3, clip.tags, clip.lastFilter);
     std::vector<std::string> arguments{"clip.mkv", "out_%02d.png"};
     arguments.insert(arguments.end(), clip.options.begin(), clip.options.end());
     convert(arguments);
@@ -218,8 +219,9 @@ INSTANTIATE_TEST_SUITE_P(
                          8,
                          Matrix::Bt601,
                          Range::Video,
-                         {"-colorspace", "smpte170m", "-color_range", "tv", "-field_order", "tt"},
-                         {}},
+                         {"-colorspace", "smpte170m", "-color_range", "tv"},
+                         {},
+                         "setfield=tff"},
                     Clip{"bt2020_insisted_on",
                          "yuv422p10le",
                          64,
@@ -255,8 +257,8 @@ TEST_F(Convert, chroma_of_420_is_brought_to_every_line)
         }
     }
     write("raw.yuv", std::string(raw.begin(), raw.end()));
-    ffmpeg({"-f", "rawvideo", "-pix_fmt", "yuv420p", "-s", "48x32", "-i", "raw.yuv", "-c:v", "ffv1",
-            "-colorspace", "bt709", "-color_range", "tv", "clip.mkv"});
+    ffmpeg({"-f", "rawvideo", "-pix_fmt", "yuv420p", "-s", "48x32", "-i", "raw.yuv", "-vf",
+            "setparams=colorspace=bt709:range=tv", "-c:v", "ffv1", "clip.mkv"});
     convert({"clip.mkv", "out.png"});
     Bytes as422(raw.begin(), raw.begin() + std::ptrdiff_t{width} * height);
     as422.insert(as422.end(), chroma.begin(), chroma.end());

@@ -56,10 +56,10 @@ TEST_F(Failures, audio_alone_is_no_input)
 
 TEST_F(Failures, bt2020_and_hdr_are_refused_aloud)
 {
-    ffmpeg({"-i", "clip.mkv", "-c:v", "ffv1", "-colorspace", "bt2020nc", "wide.mkv"});
+    ffmpeg({"-i", "clip.mkv", "-vf", "setparams=colorspace=bt2020nc", "-c:v", "ffv1", "wide.mkv"});
     expectFailure(qxhost({"convert", "wide.mkv", "out.png"}), 3, {"wide.mkv", "BT.2020", "--matrix"},
                   {"wide.mkv"});
-    ffmpeg({"-i", "clip.mkv", "-c:v", "ffv1", "-color_trc", "smpte2084", "hdr.mkv"});
+    ffmpeg({"-i", "clip.mkv", "-vf", "setparams=color_trc=smpte2084", "-c:v", "ffv1", "hdr.mkv"});
     expectFailure(qxhost({"convert", "hdr.mkv", "out.png"}), 3, {"hdr.mkv", "PQ", "--matrix"},
                   {"wide.mkv", "hdr.mkv"});
 }

@@ -64,8 +64,11 @@ protected:
             add(i % (codes / 2) * 2 + (i < 2 * codes ? 0 : 1));
         }
         write("planes.raw", planes);
+        // With the options alone FFmpeg 7 converts the codes, and with the filter alone too: FFV1's range is
+        // video unless told.
         ffmpeg({"-f", "rawvideo", "-pix_fmt", pixelFormat, "-s", std::to_string(codes) + "x4", "-i",
-                "planes.raw", "-c:v", "ffv1", "-colorspace", "bt709", "-color_range", "pc", name});
+                "planes.raw", "-vf", "setparams=colorspace=bt709:range=pc", "-c:v", "ffv1", "-colorspace",
+                "bt709", "-color_range", "pc", name});
     }
 
     void expectWritten(const std::string& clip, const Case& each) const

@@ -132,10 +132,10 @@ void makeNoise(const Workplace& place, const std::string& name, int bits, Range 
         }
     }
     place.write("noise.raw", bytes);
-    place.ffmpeg(
-        fmt::format("-f rawvideo -pix_fmt yuv422p{} -s {}x{} -i noise.raw -c:v ffv1 -strict -1 -colorspace "
-                    "bt709 -color_range {} {}",
-                    bits > 8 ? std::to_string(bits) + "le" : "", width, height, tagOf(range), name));
+    place.ffmpeg(fmt::format(
+        "-f rawvideo -pix_fmt yuv422p{} -s {}x{} -i noise.raw -vf setparams=colorspace=bt709:range={} -c:v "
+        "ffv1 -strict -1 -colorspace bt709 -color_range {} {}",
+        bits > 8 ? std::to_string(bits) + "le" : "", width, height, tagOf(range), tagOf(range), name));
 }
 
 struct Format

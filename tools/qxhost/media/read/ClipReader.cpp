@@ -1,6 +1,6 @@
 #include "tools/qxhost/media/read/ClipReader.h"
 
-#include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/media/read/ClipTimeCode.h"
@@ -187,12 +187,11 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& 
 /// Empty where pictures are shown as they are stored.
 std::optional<Orientation> orientationOf(const AVStream& stream)
 {
-    std::size_t size = 0;
-    const std::uint8_t* data = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
-    Orientation found;
-    if (!data || size < sizeof found.matrix) {
+    const std::int32_t* data = displayMatrixOf(stream);
+    if (!data) {
         return {};
     }
+    Orientation found;
     std::memcpy(found.matrix.data(), data, sizeof found.matrix);
     constexpr std::int32_t one = 1 << 16;
     constexpr std::int32_t oneOfLast = 1 << 30; // the third column has another point
@@ -221,14 +220,6 @@ bool usesAlpha(const AVFrame& frame, const ComponentRows& components)
         }
     }
     return false;
-}
-
-FieldOrder fieldOrderOf(const AVFrame& frame)
-{
-    if (!frame.interlaced_frame) {
-        return FieldOrder::progressive;
-    }
-    return frame.top_field_first ? FieldOrder::topFirst : FieldOrder::bottomFirst;
 }
 
 /// Of the demuxer's index, without the frames that are only there because others refer to them.
@@ -678,7 +669,7 @@ FrameTime ClipReader::Impl::timeOf(const AVFrame& frame)
 {
     FrameTime time;
     time.fieldOrder = fieldOrderOf(frame);
-    time.duration = std::max<std::int64_t>(frame.pkt_duration, 0);
+    time.duration = durationOf(frame);
     if (time.duration == 0 && info.frameRate.num > 0) {
         time.duration = av_rescale_q(1, av_inv_q(toAv(info.frameRate)), stream->time_base);
     }

@@ -1,5 +1,6 @@
 #include "tools/qxhost/media/rows/FramePacker.h"
 
+#include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
 #include "tools/qxhost/media/rows/Levels.h"
 #include "tools/qxhost/media/rows/PackRows.h"
@@ -249,7 +250,8 @@ void FramePacker::Impl::repackRow(const void* y, const void* cb, const void* cr,
 Status FramePacker::Impl::convert(const AVFrame& frame, const Output& out)
 {
     // The rows of an interlaced frame belong to two instants: chroma is resampled within one field only.
-    const int fields = frame.interlaced_frame && components->chromaShiftY() > 0 && frame.height > 1 ? 2 : 1;
+    const bool interlaced = fieldOrderOf(frame) != FieldOrder::progressive;
+    const int fields = interlaced && components->chromaShiftY() > 0 && frame.height > 1 ? 2 : 1;
     for (int field = 0; field < fields; ++field) {
         if (Status status = convertField(frame, out, field, fields); !status) {
             return status;

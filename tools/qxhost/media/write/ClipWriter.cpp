@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/write/ClipWriter.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
+#include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
 #include "tools/qxhost/media/write/LostDescription.h"
@@ -191,12 +192,9 @@ Status ClipWriter::setOrientation(const AVOutputFormat& container)
     if (!settings_.orientation || !holdsOrientation(container)) {
         return {};
     }
-    const auto& matrix = settings_.orientation->matrix;
-    std::uint8_t* data = av_stream_new_side_data(video_, AV_PKT_DATA_DISPLAYMATRIX, sizeof matrix);
-    if (!data) {
+    if (!setDisplayMatrix(*video_, settings_.orientation->matrix)) {
         return Error{"out of memory"};
     }
-    std::memcpy(data, matrix.data(), sizeof matrix);
     return {};
 }
 

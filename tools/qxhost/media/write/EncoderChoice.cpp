@@ -1,10 +1,12 @@
 #include "tools/qxhost/media/write/EncoderChoice.h"
 
+#include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <span>
 #include <string_view>
 
 namespace Qx::Media {
@@ -125,19 +127,19 @@ int distance(AVPixelFormat format, const Wish& wish, bool alpha)
     return cost;
 }
 
-std::string listOf(const AVPixelFormat* formats)
+std::string listOf(std::span<const AVPixelFormat> formats)
 {
     std::string text;
-    for (; formats && *formats != AV_PIX_FMT_NONE; ++formats) {
-        if (ComponentRows::writable(*formats)) {
-            text += (text.empty() ? "" : ", ") + std::string(av_get_pix_fmt_name(*formats));
+    for (const AVPixelFormat each : formats) {
+        if (ComponentRows::writable(each)) {
+            text += (text.empty() ? "" : ", ") + std::string(av_get_pix_fmt_name(each));
         }
     }
     return text;
 }
 
 /// For encoders that take anything.
-constexpr std::array anyFormats{AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV422P10, AV_PIX_FMT_NONE};
+constexpr std::array anyFormats{AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV422P10};
 
 Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& settings)
 {
@@ -146,13 +148,11 @@ Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& se
     if (format == AV_PIX_FMT_NONE) {
         return Error{"there is no pixel format \"" + name + "\""};
     }
-    bool known = codec.pix_fmts == nullptr;
-    for (const AVPixelFormat* each = codec.pix_fmts; each && *each != AV_PIX_FMT_NONE; ++each) {
-        known = known || *each == format;
-    }
+    const std::span<const AVPixelFormat> taken = pixelFormatsOf(codec);
+    const bool known = taken.empty() || std::find(taken.begin(), taken.end(), format) != taken.end();
     if (!known || !ComponentRows::writable(format)) {
         return Error{"encoder " + std::string(codec.name) + " cannot be given pixel format " + name +
-                     (codec.pix_fmts ? "; it takes " + listOf(codec.pix_fmts) : "")};
+                     (taken.empty() ? "" : "; it takes " + listOf(taken))};
     }
     if (needsEvenSizes(codec) && !dividesSize(format, settings)) {
         return Error{"encoder " + std::string(codec.name) + " cannot hold " + sizeText(settings) +
@@ -201,14 +201,14 @@ Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettin
     const Wish wish = wishFor(codec.id, settings.depth);
     AVPixelFormat best = AV_PIX_FMT_NONE;
     int bestDistance = 0;
-    const AVPixelFormat* each = codec.pix_fmts ? codec.pix_fmts : anyFormats.data();
-    for (; *each != AV_PIX_FMT_NONE; ++each) {
-        if (!ComponentRows::writable(*each) || (needsEvenSizes(codec) && !dividesSize(*each, settings))) {
+    const std::span<const AVPixelFormat> taken = pixelFormatsOf(codec);
+    for (const AVPixelFormat each : taken.empty() ? std::span<const AVPixelFormat>(anyFormats) : taken) {
+        if (!ComponentRows::writable(each) || (needsEvenSizes(codec) && !dividesSize(each, settings))) {
             continue;
         }
-        const int here = distance(*each, wish, settings.alpha);
+        const int here = distance(each, wish, settings.alpha);
         if (best == AV_PIX_FMT_NONE || here < bestDistance) {
-            best = *each;
+            best = each;
             bestDistance = here;
         }
     }

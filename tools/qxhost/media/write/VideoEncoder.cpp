@@ -1,5 +1,6 @@
 #include "tools/qxhost/media/write/VideoEncoder.h"
 
+#include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
 
@@ -158,8 +159,7 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
 
     frame->pts = times_.next(time, context_->time_base);
     durations_[frame->pts] = times_.duration(time, context_->time_base);
-    frame->interlaced_frame = time.fieldOrder != FieldOrder::progressive;
-    frame->top_field_first = time.fieldOrder == FieldOrder::topFirst;
+    setFieldOrder(*frame, time.fieldOrder);
     frame->sample_aspect_ratio = context_->sample_aspect_ratio;
     frame->color_range = context_->color_range;
     frame->colorspace = context_->colorspace;

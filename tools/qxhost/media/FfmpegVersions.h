@@ -1,0 +1,29 @@
+#pragma once
+
+// What FFmpeg's versions, 5.1 to 7.1, do in different ways. Nothing else asks for a version.
+
+#include "tools/qxhost/media/Ffmpeg.h"
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+namespace Qx::Media {
+
+/// How long the picture is shown, in the stream's time base; 0 if that is unknown.
+std::int64_t durationOf(const AVFrame& frame);
+
+FieldOrder fieldOrderOf(const AVFrame& frame);
+void setFieldOrder(AVFrame& frame, FieldOrder order);
+
+using DisplayMatrix = std::array<std::int32_t, 9>;
+
+/// How players rotate and flip the pictures; null where the stream does not say. It is the stream's.
+const std::int32_t* displayMatrixOf(const AVStream& stream);
+/// False if memory lacks.
+bool setDisplayMatrix(AVStream& stream, const DisplayMatrix& matrix);
+
+/// The formats that an encoder takes, FFmpeg's own list; empty if it takes any.
+std::span<const AVPixelFormat> pixelFormatsOf(const AVCodec& codec);
+
+} // namespace Qx::Media

@@ -14,6 +14,10 @@
 #include <set>
 #include <string_view>
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace Qx::Host::Text {
 
 namespace {
@@ -27,10 +31,21 @@ struct Destroy
 using Pattern = std::unique_ptr<FcPattern, Destroy>;
 using FontSet = std::unique_ptr<FcFontSet, Destroy>;
 
-/// Fontconfig's own locks do not cover the loading of its configuration in all versions.
-std::mutex& fontconfigMutex()
+FcBool loadConfiguration()
 {
-    return immortal<std::mutex>();
+#ifdef __SANITIZE_ADDRESS__
+    // The configuration refers to parts of it by offsets, which the search for leaks does not follow.
+    const __lsan::ScopedDisabler unseen;
+#endif
+    return FcInit();
+}
+
+/// Fontconfig's own locks do not cover the loading of its configuration in all versions.
+std::unique_lock<std::mutex> lockFontconfig()
+{
+    std::unique_lock lock(immortal<std::mutex>());
+    [[maybe_unused]] static const FcBool loaded = loadConfiguration(); // without it nothing is found
+    return lock;
 }
 
 const FcChar8* asFc(const std::string& text)
@@ -154,7 +169,7 @@ FontFiles::FontFiles() : sorted_(std::make_unique<Sorted>()) {}
 
 FontFiles::~FontFiles()
 {
-    const std::lock_guard lock(fontconfigMutex());
+    const std::unique_lock lock = lockFontconfig();
     sorted_.reset();
 }
 
@@ -168,7 +183,7 @@ std::shared_ptr<const FontFiles> FontFiles::find(const std::string& typeface, in
         failure = std::filesystem::exists(typeface, error) ? "it is not a file" : "there is no such file";
         return nullptr;
     }
-    const std::lock_guard lock(fontconfigMutex());
+    const std::unique_lock lock = lockFontconfig();
     self->sorted_->set = sortedFor(isFile ? "sans" : typeface, style);
     self->sorted_->style = style;
     if (isFile) {
@@ -193,7 +208,7 @@ std::shared_ptr<const FontFiles> FontFiles::find(const std::string& typeface, in
 
 std::optional<FontFile> FontFiles::covering(std::span<const char32_t> characters, bool colour) const
 {
-    const std::lock_guard lock(fontconfigMutex());
+    const std::unique_lock lock = lockFontconfig();
     for (const FcPattern* pattern : patternsOf(sorted_->set)) {
         if (isUsable(pattern) && (!colour || isSet(pattern, FC_COLOR)) && hasAll(pattern, characters)) {
             return fileOf(pattern, sorted_->style);

@@ -9,6 +9,7 @@ namespace Qx::Host::Luts {
 
 namespace {
 
+constexpr std::string_view blanks = " \t\r\n";
 constexpr std::size_t mostMarkup = 65536;
 constexpr std::size_t mostParsed = std::size_t{1} << 28U; ///< bytes of markup, as often as they are parsed
 
@@ -116,38 +117,50 @@ bool isXML(std::string_view text)
 {
     constexpr std::string_view mark = "\xEF\xBB\xBF";
     const std::string_view rest = text.substr(text.substr(0, mark.size()) == mark ? mark.size() : 0);
-    const std::size_t first = rest.find_first_not_of(" \t\r\n");
+    const std::size_t first = rest.find_first_not_of(blanks);
     return (first != std::string_view::npos && rest[first] == '<') ||
            text.find("ProcessList") != std::string_view::npos;
 }
 
-/// Where the attribute begins; npos if there is none.
-std::size_t attributeIn(const std::string& tag, std::string_view name)
+/// Where an attribute of the tag begins; npos if there is none.
+std::size_t attributeIn(std::string_view tag, std::string_view name)
 {
-    const std::string mark = std::string(name) + "=";
-    std::size_t at = tag.find(mark);
-    while (at != std::string::npos && (at == 0 || isNameCharacter(tag[at - 1]) || tag[at - 1] == ':')) {
-        at = tag.find(mark, at + 1);
+    char quote = '\0';
+    for (std::size_t at = 1; at < tag.size(); ++at) {
+        if (quote != '\0') {
+            quote = tag[at] == quote ? '\0' : quote;
+        } else if (tag[at] == '"' || tag[at] == '\'') {
+            quote = tag[at];
+        } else if (blanks.find(tag[at - 1]) != std::string_view::npos &&
+                   tag.substr(at, name.size()) == name) {
+            const std::size_t sign = tag.find_first_not_of(blanks, at + name.size());
+            if (sign != std::string_view::npos && tag[sign] == '=') {
+                return at;
+            }
+        }
     }
-    return at;
+    return std::string_view::npos;
 }
 
 /// Puts an attribute behind the name of the element that `tag` begins with, unless it has it.
 void ensureAttribute(std::string& tag, std::string_view name, std::string_view value)
 {
-    if (attributeIn(tag, name) == std::string::npos) {
+    if (attributeIn(tag, name) == std::string_view::npos) {
         const std::string_view element = "<ProcessList";
         tag.insert(element.size(), " " + std::string(name) + "=\"" + std::string(value) + "\"");
     }
 }
 
-/// Replaces an attribute's value.
+/// Replaces an attribute's value. Line ends in it stay, behind the attribute.
 void setAttribute(std::string& tag, std::string_view name, std::string_view value)
 {
     const std::size_t at = attributeIn(tag, name);
     const std::size_t open = at == std::string::npos ? at : tag.find_first_of("\"'", at);
     const std::size_t close = open == std::string::npos ? open : tag.find(tag[open], open + 1);
     if (close != std::string::npos) {
+        const auto old = tag.begin() + static_cast<std::ptrdiff_t>(open);
+        const auto lines = std::count(old, tag.begin() + static_cast<std::ptrdiff_t>(close), '\n');
+        tag.insert(close + 1, static_cast<std::size_t>(lines), '\n');
         tag.replace(open + 1, close - open - 1, value);
     }
 }
@@ -186,25 +199,25 @@ std::string asKnownCLF(std::string_view text)
 {
     constexpr std::string_view smpte = "http://www.smpte-ra.org/ns/2136-1/";
     const std::size_t root = rootOf(text);
-    const std::size_t end = root == std::string_view::npos ? root : text.find('>', root);
+    const std::size_t end = root == std::string_view::npos ? root : endOfMarkup(text, root);
     if (end == std::string_view::npos) {
         return {};
     }
     const std::string_view whole = text.substr(root, end - root);
-    const std::size_t nameEnd = std::min(whole.find_first_of(" \t\r\n"), whole.size());
-    const std::size_t colon = whole.substr(0, nameEnd).find(':');
-    const bool isPrefixed = colon != std::string_view::npos;
+    const std::string_view name = nameAt(text, root);
+    const std::string_view prefix = name.substr(0, name.size() - withoutPrefix(name).size());
     const bool isSmpte = whole.find(smpte) != std::string_view::npos;
-    if (!isPrefixed && !isSmpte) {
+    if (prefix.empty() && !isSmpte) {
         return {};
     }
-    std::string tag(whole);
+    std::string tag = "<" + std::string(whole.substr(1 + prefix.size()));
     std::string rest(text.substr(end));
-    if (isPrefixed) {
-        const std::string prefix(whole.substr(1, colon));
-        tag = replaced("<" + tag.substr(colon + 1), "xmlns:" + prefix.substr(0, prefix.size() - 1) + "=",
-                       "xmlns=");
-        rest = replaced(replaced(rest, "<" + prefix, "<"), "</" + prefix, "</");
+    if (!prefix.empty()) {
+        const std::string named = "xmlns:" + std::string(prefix.substr(0, prefix.size() - 1));
+        if (const std::size_t at = attributeIn(tag, named); at != std::string::npos) {
+            tag.replace(at, named.size(), "xmlns");
+        }
+        rest = replaced(replaced(rest, "<" + std::string(prefix), "<"), "</" + std::string(prefix), "</");
     }
     if (isSmpte) {
         setAttribute(tag, "xmlns", "urn:AMPAS:CLF:v3.0");

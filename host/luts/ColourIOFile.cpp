@@ -859,6 +859,9 @@ std::optional<Source> readThroughColourIO(const std::string& name, const std::st
         return read(file, text, wanted, refusal);
     } catch (const std::exception& failure) {
         refusal = refusalFrom(failure.what(), path);
+        if (static_cast<std::ptrdiff_t>(refusal.line) > std::count(text.begin(), text.end(), '\n') + 1) {
+            refusal.line = 0; // from the text that the message quotes
+        }
         return std::nullopt;
     }
 }

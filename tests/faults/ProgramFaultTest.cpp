@@ -36,6 +36,7 @@ struct Work
     std::string under = ".";  ///< where calls fail
     bool mustSucceed = false; ///< because only caches are there
     bool newEffect = false;   ///< the effect is one that no cache has
+    int notes = 0;            ///< lines that it says when it succeeds
 };
 
 /// What came of a fault.
@@ -58,6 +59,7 @@ protected:
         ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48:rate=25", "-frames", "3", "-pix_fmt", "yuv422p",
                 "-c:v", "ffv1", "-colorspace", "bt709", "-color_range", "tv", "in.mkv"});
         write("halve.fx", effect_);
+        write("look.cube", "LUT_1D_SIZE 2\n0 0 0\n1 0.5 1\n");
     }
 
     Outcome faulty(const Work& work, const std::string& variable) const
@@ -103,6 +105,39 @@ protected:
         return made;
     }
 
+    /// Which call that counts is the first of that name, from 1; 0 if none is.
+    int firstCall(const std::string& name) const
+    {
+        std::ifstream lines(log());
+        int n = 0;
+        for (std::string line; std::getline(lines, line);) {
+            ++n;
+            if (line == name) {
+                return n;
+            }
+        }
+        return 0;
+    }
+
+    static int messagesIn(const std::string& text)
+    {
+        const std::string mark = "qxhost: ";
+        int messages = 0;
+        for (std::size_t i = text.find(mark); i != std::string::npos; i = text.find(mark, i + 1)) {
+            messages += i == 0 || text[i - 1] == '\n' ? 1 : 0;
+        }
+        return messages;
+    }
+
+    static std::vector<std::string> namesIn(const fs::path& directory)
+    {
+        std::vector<std::string> names;
+        for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+            names.push_back(entry.path().filename().string());
+        }
+        return names;
+    }
+
     fs::path log() const { return directory_.string() + ".faults"; }
 
     void TearDown() override { fs::remove(log()); }
@@ -116,7 +151,7 @@ protected:
         const Outcome good = faulty(work, variable);
         ASSERT_EQ(good.exitCode, 0) << good.err;
         made_ = callsMade();
-        ASSERT_GT(made_["all"], 10) << "calls are not seen";
+        ASSERT_GT(made_["all"], 5) << "calls are not seen";
         wanted_.clear();
         for (const std::string& file : work.files) {
             wanted_.push_back(read(at(file)));
@@ -190,13 +225,7 @@ private:
         }
         EXPECT_TRUE(succeeded || expected.exitCodes.count(outcome.exitCode) != 0)
             << fault << ": " << outcome.exitCode << ' ' << outcome.err;
-        const std::string mark = "qxhost: ";
-        int messages = 0;
-        for (std::size_t i = outcome.err.find(mark); i != std::string::npos;
-             i = outcome.err.find(mark, i + 1)) {
-            messages += i == 0 || outcome.err[i - 1] == '\n' ? 1 : 0;
-        }
-        EXPECT_EQ(messages, succeeded ? 0 : 1) << fault << ": " << outcome.err;
+        EXPECT_EQ(messagesIn(outcome.err), succeeded ? work.notes : 1) << fault << ": " << outcome.err;
         for (std::size_t i = 0; i < work.files.size(); ++i) {
             const bool there = fs::exists(at(work.files[i]));
             const std::string found = there ? read(at(work.files[i])) : "";
@@ -207,8 +236,14 @@ private:
                 << fault << ": " << work.files[i] << " has " << found.size() << " bytes";
         }
         std::vector<std::string> known = work.files;
-        known.insert(known.end(), {"in.mkv", "halve.fx"});
+        known.insert(known.end(), {"in.mkv", "halve.fx", "look.cube"});
         EXPECT_EQ(filesBeside(known), std::vector<std::string>()) << fault;
+        for (const std::string& file : work.files) {
+            for (const std::string& name : namesIn(at(file).parent_path())) {
+                EXPECT_TRUE(!name.starts_with(".qx-") && name.find(".part-") == std::string::npos)
+                    << fault << ": " << name << " is left";
+            }
+        }
     }
 
     std::map<std::string, int> made_;
@@ -226,6 +261,12 @@ const Work caches{"caches",    {"convert", "in.mkv", "out.mov", "--effect", "hal
                   {"out.mov"}, ".cache",
                   true,        true};
 
+const Work lut{.name = "lut",
+               .arguments = {"lut", "install", "--force", "look.cube"},
+               .files = {".data/qxhost/luts/look.cube"},
+               .under = ".data",
+               .notes = 1};
+
 class FileCalls : public Faults, public testing::WithParamInterface<Work>
 {
 };
@@ -239,15 +280,18 @@ TEST_P(FileCalls, leave_the_old_file_the_new_one_or_none)
         fs::remove(at("out.mov"));
         fs::copy(shared, at(".cache"), fs::copy_options::recursive);
     }
+    fs::create_directories(at(work.under));
     struct Kind
     {
         const char* call;
         int most; ///< tries of a sample
     };
-    const std::vector<Kind> kinds = work.newEffect
-                                        ? std::vector<Kind>{{"all", 2}}
-                                        : std::vector<Kind>{{"write", 1}, {"sync", 2}, {"rename", 1},
-                                                            {"open", 2},  {"size", 1}, {"map", 1}};
+    std::vector<Kind> kinds{{"write", 1}, {"sync", 2}, {"rename", 1}, {"open", 2}, {"size", 1}, {"map", 1}};
+    if (work.newEffect) {
+        kinds = {{"all", 2}};
+    } else if (work.under != ".") {
+        kinds = {{"all", 2}, {"open", 3}};
+    }
     prepare(work, "QX_FAULT=all:EIO:0");
     for (const auto& [call, most] : kinds) {
         for (const std::string error : {"ENOSPC", "EIO", "EINTR", "SHORT"}) {
@@ -261,7 +305,7 @@ TEST_P(FileCalls, leave_the_old_file_the_new_one_or_none)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(, FileCalls, testing::Values(clip, rawFrames, sequence, caches),
+INSTANTIATE_TEST_SUITE_P(, FileCalls, testing::Values(clip, rawFrames, sequence, caches, lut),
                          [](const auto& each) { return each.param.name; });
 
 TEST_F(Faults, outputs_are_synced_before_they_get_their_names_and_the_directory_after)
@@ -293,6 +337,53 @@ TEST_F(Faults, outputs_are_synced_before_they_get_their_names_and_the_directory_
     }
 }
 
+/// What a kept run says is never the same twice, so it is only known to be whole.
+TEST_F(Faults, a_run_of_diagnose_is_kept_whole_or_not_at_all)
+{
+    const Work work{.name = "diagnose",
+                    .arguments = {"diagnose", "--quick", "--only", "checks", "--save"},
+                    .files = {},
+                    .under = ".state/qxhost/diagnose"};
+    const fs::path place = at(work.under);
+    fs::create_directories(place);
+    const Outcome good = faulty(work, "QX_FAULT=all:EIO:0");
+    ASSERT_EQ(good.exitCode, 0) << good.err;
+    std::map<std::string, int> made = callsMade();
+    ASSERT_GT(made["all"], 5);
+    int faults = 0;
+    std::map<std::string, int> outputs;
+    for (const std::string kind : {"all:ENOSPC", "all:EIO", "all:EINTR", "write:SHORT"}) {
+        const bool harmless = kind == "all:EINTR" || kind == "write:SHORT";
+        const int calls = made[kind.substr(0, kind.find(':'))];
+        const int stride = number("QX_FAULT_STRIDE", calls);
+        for (int n = 1 + (number("QX_FAULT_OFFSET", 0) + 2 * faults) % stride; n <= calls; n += stride) {
+            fs::remove_all(place);
+            fs::create_directories(place);
+            const std::string fault = "QX_FAULT=" + kind + ':' + std::to_string(n);
+            const Outcome outcome = faulty(work, fault);
+            const std::string which = fault + " (" + firedCall() + ")";
+            faults += firedCall().empty() ? 0 : 1;
+            const bool succeeded = outcome.exitCode == 0;
+            EXPECT_TRUE(succeeded || (outcome.exitCode == 4 && !harmless))
+                << which << ": " << outcome.exitCode << ' ' << outcome.err;
+            EXPECT_EQ(messagesIn(outcome.err), 1) << which << ": " << outcome.err; // it says where it is
+            const std::vector<std::string> names = namesIn(place);
+            ++outputs[names.empty() ? "none" : "new"];
+            ASSERT_LE(names.size(), 1U) << which;
+            EXPECT_TRUE(!succeeded || names.size() == 1) << which;
+            for (const std::string& name : names) {
+                EXPECT_FALSE(name.starts_with('.')) << which << ": " << name;
+                EXPECT_EQ(qxhost({"diagnose", "--from", (place / name).string()}).exitCode, 0) << which;
+            }
+        }
+    }
+    std::printf("diagnose: %d calls, %d made to fail; files", made["all"], faults);
+    for (const auto& [state, count] : outputs) {
+        std::printf(" %s: %d", state.c_str(), count);
+    }
+    std::printf("\n");
+}
+
 TEST_F(Faults, devices_that_cannot_be_listed_are_one_message)
 {
     prepare(clip, "QX_VULKAN_FAULT=HOST_MEMORY:0");
@@ -302,6 +393,17 @@ TEST_F(Faults, devices_that_cannot_be_listed_are_one_message)
         EXPECT_EQ(outcome.exitCode, 5);
         EXPECT_EQ(outcome.err, "qxhost: the Vulkan devices could not be listed (result -1)\n");
     }
+}
+
+TEST_F(Faults, a_device_without_a_timeline_is_one_message)
+{
+    prepare(clip, "QX_VULKAN_FAULT=DEVICE_MEMORY:0");
+    const int n = firstCall("vkCreateSemaphore");
+    ASSERT_GT(n, 0);
+    const Outcome outcome = faulty(clip, "QX_VULKAN_FAULT=DEVICE_MEMORY:" + std::to_string(n));
+    ASSERT_EQ(firedCall(), "vkCreateSemaphore");
+    EXPECT_EQ(outcome.exitCode, 5) << outcome.err;
+    EXPECT_EQ(outcome.err, "qxhost: The GPU service could not set up its device.\n");
 }
 
 class VulkanCalls : public Faults, public testing::WithParamInterface<const char*>

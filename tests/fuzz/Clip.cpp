@@ -114,11 +114,6 @@ const Test::TemporaryDirectory& place()
     return directory;
 }
 
-std::string_view textOf(Input input)
-{
-    return {reinterpret_cast<const char*>(input.data()), input.size()};
-}
-
 } // namespace
 
 void clip(Input input)

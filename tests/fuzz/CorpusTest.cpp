@@ -1,6 +1,7 @@
 #include "host/cache/Record.h"
 #include "host/effects/archive/EffectArchive.h"
 #include "host/effects/worker/Protocol.h"
+#include "host/luts/ColourIOFile.h"
 #include "tests/fuzz/Targets.h"
 #include "tools/qxhost/media/read/ClipReader.h"
 
@@ -165,6 +166,22 @@ TEST_F(Seeds, holdClipsThatAreRead)
         ASSERT_TRUE(reader) << reader.text();
         Media::Frame frame;
         EXPECT_EQ(reader.value()->next(frame), Media::ClipReader::Next::frame) << entry.path();
+    }
+}
+
+TEST_F(Seeds, holdLutsThatAreRead)
+{
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(QX_CORPUS) / "lut")) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with("found-")) {
+            continue;
+        }
+        const std::vector<std::uint8_t> bytes = contents(entry.path());
+        Host::Luts::Refusal refusal;
+        EXPECT_TRUE(Host::Luts::readThroughColourIO(name, name.substr(name.rfind('.') + 1),
+                                                    textOf(Input(bytes).subspan(1)),
+                                                    Host::Luts::Wanted::Steps, refusal))
+            << name << ": " << refusal.cause;
     }
 }
 

@@ -35,8 +35,7 @@ void raw(Input input)
     static const Test::TemporaryDirectory directory;
     const StoredLayout layout = layoutOf(input);
     const Input content = input.subspan(headerBytes);
-    const auto file = directory.write(
-        "frames", std::string_view(reinterpret_cast<const char*>(content.data()), content.size()));
+    const auto file = directory.write("frames", textOf(content));
     auto opened = RawReader::open(file, layout, 1, 1);
     promise(static_cast<bool>(opened) == (content.size() >= layout.frameBytes()),
             "frames that are not there, or are not found");

@@ -6,6 +6,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 /// The targets of the fuzzers. A target takes any bytes and touches no device, and no file but those of a
 /// temporary directory of its own. It throws Find if a result breaks a promise; the fuzzer itself detects
@@ -13,6 +14,11 @@
 namespace Qx::Fuzz {
 
 using Input = std::span<const std::uint8_t>;
+
+inline std::string_view textOf(Input input)
+{
+    return {reinterpret_cast<const char*>(input.data()), input.size()};
+}
 
 class Find : public std::logic_error
 {
@@ -35,6 +41,8 @@ void effectArchive(Input input); ///< a compiled effect, from a cache or a worke
 void cacheRecord(Input input);   ///< a file of the cache
 void worker(Input input);        ///< the frames between the host and the worker process
 void cube(Input input);          ///< a .cube file
+void clfText(Input input);       ///< a CLF file, before it is given to OpenColorIO
+void lut(Input input);           ///< a LUT file of another kind, through OpenColorIO, as steps
 void clip(Input input);          ///< any file that is opened as a clip
 void sequence(Input input);      ///< the pictures of a numbered sequence
 void raw(Input input);           ///< the layout of raw frames, and their file
@@ -53,6 +61,8 @@ inline constexpr std::array targets{Target{"preprocessor", preprocessor},
                                     Target{"cacheRecord", cacheRecord},
                                     Target{"worker", worker},
                                     Target{"cube", cube},
+                                    Target{"clfText", clfText},
+                                    Target{"lut", lut},
                                     Target{"clip", clip},
                                     Target{"sequence", sequence},
                                     Target{"raw", raw}};

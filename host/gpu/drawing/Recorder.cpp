@@ -242,6 +242,9 @@ bool Recorder::drain(std::chrono::milliseconds limit)
         }
         last = lastSubmitted_;
     }
+    if (last == 0) {
+        return true; // there may be no timeline either, if it could not be made
+    }
     const VkResult result = waitOnce(last, limit);
     return result == VK_SUCCESS || result == VK_ERROR_DEVICE_LOST;
 }

@@ -306,6 +306,40 @@ TEST_F(LutTest, CLFOfOtherNamespacesIsTheSame)
     }
 }
 
+TEST_F(LutTest, CLFOfOtherNamespacesMaySpellItsRootAsXMLAllows)
+{
+    const std::string smpte = "http://www.smpte-ra.org/ns/2136-1/2024";
+    const auto elements = [](const std::string& prefix, const std::string& numbers) {
+        return "<" + prefix + "Matrix inBitDepth=\"32f\" outBitDepth=\"32f\">\n<" + prefix +
+               "Array dim=\"3 3\">" + numbers + "</" + prefix + "Array></" + prefix + "Matrix></" + prefix +
+               "ProcessList>\n";
+    };
+    const std::vector<std::string> roots{
+        "<ProcessList xmlns = '" + smpte + "' id = \"m\">",
+        "<a:ProcessList xmlns:a = \"" + smpte + "\" id=\"m\">",
+        "<ProcessList name=\"1 > 0\" xmlns=\"" + smpte + "\">",
+        "<a:ProcessList name=\"an id=5 of 1 > 0\"\nxmlns:a=\"" + smpte + "\">",
+    };
+    for (const std::string& root : roots) {
+        const std::string prefix = root.substr(1, 2) == "a:" ? "a:" : "";
+        const std::string text = root + elements(prefix, "0.5 0 0 0 1 0 0 0 1");
+        const LUTReading reading = readLUT(directory_.write("root.clf", text));
+        ASSERT_FALSE(reading.steps.empty()) << reading.failure << "\n" << text;
+        EXPECT_EQ(Host::apply(reading.steps, {1, 1, 1}), (Colour{0.5F, 1, 1})) << text;
+    }
+    const std::string split = "<ProcessList xmlns=\"" + smpte + "\n\" id=\"m\">";
+    EXPECT_EQ(refusal("split.clf", split + elements("", "0.5 0 0 0 x 0 0 0 1")).substr(0, 3), ":3:")
+        << "the lines of a value count";
+}
+
+TEST_F(LutTest, ARootThatIsNotWellFormedIsLeftToTheReaderOfXML)
+{
+    const std::string cause =
+        refusal("root.clf", "<ProcessList/a:b xmlns=\"http://www.smpte-ra.org/ns/2136-1/2024\"/>\n");
+    EXPECT_EQ(cause.substr(0, 3), ":1:") << cause;
+    EXPECT_EQ(cause.find("basic_string"), std::string::npos) << cause;
+}
+
 TEST_F(LutTest, RefusalsOfOtherReadersNameThePathOnceAndTheLine)
 {
     const auto failure = [&](const std::string& name, const std::string& text) {
@@ -325,6 +359,13 @@ TEST_F(LutTest, RefusalsOfOtherReadersNameThePathOnceAndTheLine)
     EXPECT_EQ(
         failure("short.spi1d", "Version 1\nFrom 0 1\nLength 2\nComponents 1\n{\n0\nx\n}\n").substr(0, 3),
         ":7:");
+}
+
+TEST_F(LutTest, ALineBehindTheEndThatAFileSpeaksOfIsNotTheMistakesLine)
+{
+    const std::string cause = refusal("quoted.spi3d", "SPILOT on line 9999\n3 3\n2 2 2\n0 0 0 0 0.5 0\n");
+    EXPECT_EQ(cause.substr(0, 2), ": ") << cause;
+    EXPECT_NE(cause.find("9999"), std::string::npos) << cause;
 }
 
 TEST_F(LutTest, EveryKindIsAmongTheSupportedTypes)

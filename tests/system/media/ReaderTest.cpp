@@ -2,7 +2,9 @@
 
 #include "tests/system/media/MediaFixture.h"
 #include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/read/StreamColour.h"
 
+#include <cstring>
 #include <ostream>
 
 namespace Qx::Media::Test {
@@ -137,6 +139,30 @@ TEST_F(Reader, OtherColoursAreUnsupportedByName)
         ASSERT_TRUE(reader);
         EXPECT_TRUE(has(reader->info().colour.unsupported, word))
             << tags << ": " << reader->info().colour.unsupported;
+    }
+}
+
+/// Files that are damaged have them, and FFmpeg passes them on.
+TEST(StreamColour, TagsOfUnknownNumbersSayNothingOrAreRefused)
+{
+    const auto colourWith = [](auto AVFrame::*tag, unsigned number) {
+        const FramePtr frame(av_frame_alloc());
+        frame->format = AV_PIX_FMT_YUV420P;
+        frame->width = 64;
+        frame->height = 48;
+        std::memcpy(&(frame.get()->*tag), &number, sizeof(number));
+        AVCodecParameters stream{};
+        stream.color_range = AVCOL_RANGE_MPEG;
+        stream.color_primaries = AVCOL_PRI_UNSPECIFIED;
+        stream.color_trc = AVCOL_TRC_UNSPECIFIED;
+        stream.color_space = AVCOL_SPC_BT709;
+        return colourOf(*frame, stream);
+    };
+    for (const unsigned number : {23U, 205U, 0xffffffffU}) {
+        EXPECT_EQ(colourWith(&AVFrame::color_primaries, number).primariesTag, AVCOL_PRI_UNSPECIFIED);
+        EXPECT_EQ(colourWith(&AVFrame::color_trc, number).transferTag, AVCOL_TRC_UNSPECIFIED);
+        EXPECT_EQ(colourWith(&AVFrame::color_range, number).range, Range::video) << "the stream's";
+        EXPECT_EQ(colourWith(&AVFrame::colorspace, number).unsupported, "its matrix is of an unknown number");
     }
 }
 

@@ -14,6 +14,7 @@ extern "C" {
 #include "tools/qxhost/media/MediaTypes.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -78,6 +79,17 @@ inline AVFieldOrder toAv(FieldOrder order)
 inline Rational fromAv(AVRational value)
 {
     return value.den == 0 ? Rational{} : Rational{value.num, value.den};
+}
+
+/// A tag that came from a file, or `unknown` if its number is `count` or more. FFmpeg passes on any number,
+/// which must not be read as a value of the enumeration.
+template <class Tag>
+Tag tagOf(const Tag& stored, Tag count, Tag unknown)
+{
+    unsigned number = 0;
+    static_assert(sizeof(Tag) == sizeof(number));
+    std::memcpy(&number, &stored, sizeof(number));
+    return number < static_cast<unsigned>(count) ? stored : unknown;
 }
 
 /// FFmpeg's text for an error code, or the system's for an errno.

@@ -8,6 +8,7 @@
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <iterator>
 
@@ -40,7 +41,12 @@ LightweightString<wchar_t> asText(const fs::path& path)
 
 std::string contentsOf(const fs::path& file)
 {
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream;
+    do { // again if a signal interrupts it
+        stream.clear();
+        errno = 0;
+        stream.open(file, std::ios::binary);
+    } while (!stream.is_open() && errno == EINTR);
     return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 

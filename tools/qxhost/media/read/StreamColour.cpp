@@ -47,14 +47,25 @@ std::string whyUnsupported(AVColorSpace matrix, AVColorPrimaries primaries,
 Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
 {
     const ComponentRows components(static_cast<AVPixelFormat>(frame.format));
-    const auto matrix = frame.colorspace != AVCOL_SPC_UNSPECIFIED ? frame.colorspace : stream.color_space;
-    const auto range = frame.color_range != AVCOL_RANGE_UNSPECIFIED ? frame.color_range : stream.color_range;
-    const auto primaries =
-        frame.color_primaries != AVCOL_PRI_UNSPECIFIED ? frame.color_primaries : stream.color_primaries;
-    const auto transfer = frame.color_trc != AVCOL_TRC_UNSPECIFIED ? frame.color_trc : stream.color_trc;
+    const auto either = [](const auto& ofFrame, const auto& ofStream, auto count, auto unspecified,
+                           auto unknown) {
+        const auto tag = tagOf(ofFrame, count, unknown);
+        return tag != unspecified ? tag : tagOf(ofStream, count, unknown);
+    };
+    // A matrix of an unknown number is refused. An unknown number of the others says nothing.
+    const AVColorSpace matrix =
+        either(frame.colorspace, stream.color_space, AVCOL_SPC_NB, AVCOL_SPC_UNSPECIFIED, AVCOL_SPC_NB);
+    const AVColorRange range = either(frame.color_range, stream.color_range, AVCOL_RANGE_NB,
+                                      AVCOL_RANGE_UNSPECIFIED, AVCOL_RANGE_UNSPECIFIED);
+    const AVColorPrimaries primaries = either(frame.color_primaries, stream.color_primaries, AVCOL_PRI_NB,
+                                              AVCOL_PRI_UNSPECIFIED, AVCOL_PRI_UNSPECIFIED);
+    const AVColorTransferCharacteristic transfer =
+        either(frame.color_trc, stream.color_trc, AVCOL_TRC_NB, AVCOL_TRC_UNSPECIFIED, AVCOL_TRC_UNSPECIFIED);
 
     Colour colour;
-    colour.fromRgb = components.isRgb() || (components.isGrey() && frame.color_range != AVCOL_RANGE_MPEG);
+    colour.fromRgb = components.isRgb() ||
+                     (components.isGrey() &&
+                      tagOf(frame.color_range, AVCOL_RANGE_NB, AVCOL_RANGE_UNSPECIFIED) != AVCOL_RANGE_MPEG);
     colour.matrixTag = matrix;
     colour.primariesTag = primaries;
     colour.transferTag = colour.fromRgb && isLinearOrLog(transfer) ? AVCOL_TRC_UNSPECIFIED : transfer;

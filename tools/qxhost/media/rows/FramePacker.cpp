@@ -16,9 +16,14 @@ namespace Qx::Media {
 
 namespace {
 
+bool isTaggedVideoRange(const AVFrame& frame)
+{
+    return tagOf(frame.color_range, AVCOL_RANGE_NB, AVCOL_RANGE_UNSPECIFIED) == AVCOL_RANGE_MPEG;
+}
+
 zimg_chroma_location_e chromaLocation(const AVFrame& frame)
 {
-    switch (frame.chroma_location) {
+    switch (tagOf(frame.chroma_location, AVCHROMA_LOC_NB, AVCHROMA_LOC_UNSPECIFIED)) {
     case AVCHROMA_LOC_LEFT:
         return ZIMG_CHROMA_LEFT;
     case AVCHROMA_LOC_CENTER:
@@ -156,7 +161,7 @@ bool FramePacker::onlyRearranges(const AVFrame& frame)
 {
     const ComponentRows components(static_cast<AVPixelFormat>(frame.format));
     if (components.isGrey()) {
-        return frame.color_range == AVCOL_RANGE_MPEG;
+        return isTaggedVideoRange(frame);
     }
     return !components.isRgb() && components.chromaShiftX() == 1 && components.chromaShiftY() == 0;
 }
@@ -272,7 +277,7 @@ PlanarFormat FramePacker::Impl::sourceFormat(const AVFrame& frame, int field, in
     from.bits = components->bits();
     from.range = target.range;
     if (rgb) {
-        from.range = frame.color_range == AVCOL_RANGE_MPEG ? Range::video : Range::full;
+        from.range = isTaggedVideoRange(frame) ? Range::video : Range::full;
     }
     from.matrix = target.matrix;
     from.chromaLocation = chromaLocation(frame);

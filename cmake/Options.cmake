@@ -7,6 +7,20 @@ set(QX_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or 
 option(QX_COVERAGE "Instrument for coverage" OFF)
 option(QX_FUZZERS "Build the fuzzers; Clang only, see the preset fuzz" OFF)
 
+option(QX_DEBIAN_PACKAGES "Prepare for cpack, which makes Debian packages; see the preset packages" OFF)
+
+if(QX_DEBIAN_PACKAGES)
+    # The system's own folders need no search path. The same sources give the same bytes in any folder: paths are relative
+    # to the sources, and names of local symbols, some of which have a path in them, are left out.
+    set(CMAKE_SKIP_INSTALL_RPATH ON)
+    add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+    add_link_options(-Wl,-s)
+else()
+    # An installation may be moved: programs and libraries find each other from where they are.
+    file(RELATIVE_PATH QX_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set(CMAKE_INSTALL_RPATH "$ORIGIN/${QX_BIN_TO_LIB}" "$ORIGIN")
+endif()
+
 option(QX_UNITY "Compile several sources of a target as one, which takes a third of the time from scratch" ON)
 if(QX_UNITY)
     set(CMAKE_UNITY_BUILD ON)

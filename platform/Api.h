@@ -6,5 +6,6 @@
 /// Marks what the library exports.
 #define QX_API __attribute__((visibility("default")))
 
-/// Marks a member of an exported class that is not exported.
+/// Marks what an installed header declares and no library exports: a member of an exported class, or a
+/// function beside exported ones that only this system's own modules can call.
 #define QX_LOCAL __attribute__((visibility("hidden")))

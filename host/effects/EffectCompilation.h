@@ -3,6 +3,7 @@
 #include "host/effects/CompiledEffect.h"
 #include "host/effects/framework/Diagnostic.h"
 #include "host/effects/framework/EffectInput.h"
+#include "platform/Api.h"
 
 #include <filesystem>
 #include <memory>
@@ -30,7 +31,8 @@ struct EffectCompilation
 };
 
 /// Removes the effect and adds an error about the whole file, or about a technique and pass of it.
-void refuse(EffectCompilation& compilation, const std::filesystem::path& file, const std::string& text,
-            const std::string& technique = {}, const std::string& pass = {});
+QX_LOCAL void refuse(EffectCompilation& compilation, const std::filesystem::path& file,
+                     const std::string& text, const std::string& technique = {},
+                     const std::string& pass = {});
 
 } // namespace Qx::Host

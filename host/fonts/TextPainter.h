@@ -11,6 +11,14 @@ namespace Qx::Host::Text {
 
 class TextShaper;
 
+/// Sizes of fonts, in pixels.
+constexpr int smallestFont = 1;
+constexpr int largestFont = 2048;
+
+/// Empty if a typeface or font file is available in that size; otherwise the reason. `remark` then describes
+/// the substitute, if there is one. Thread-safe.
+QX_HOST_API std::string whyNoTypeface(const std::string& typeface, int size, std::string& remark);
+
 /// Draws text on the processor. Not thread-safe.
 class QX_HOST_API TextPainter
 {

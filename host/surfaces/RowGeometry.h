@@ -23,10 +23,10 @@ struct RowGeometry
 };
 
 /// Bytes of a texel.
-unsigned bytesPerTexel(iGPUImage::eFormat format);
+QX_LOCAL unsigned bytesPerTexel(iGPUImage::eFormat format);
 
 /// The bits per pixel of a description according to the format table; 0 for an unknown format.
-std::uint16_t bitsPerPixelOf(const Image::Core::Data& data);
+QX_LOCAL std::uint16_t bitsPerPixelOf(const Image::Core::Data& data);
 
 /// The geometry of a description. A row pitch of 0 is computed from the width; one that is not a whole number
 /// of texels is rounded up. Empty if the description is invalid: no width or height, an unknown format
@@ -35,6 +35,6 @@ std::uint16_t bitsPerPixelOf(const Image::Core::Data& data);
 QX_API std::optional<RowGeometry> rowGeometryOf(const Image::Core::Data& data);
 
 /// The same without requiring that the pitch holds a row.
-std::optional<RowGeometry> rowGeometryAtAnyPitch(const Image::Core::Data& data);
+QX_LOCAL std::optional<RowGeometry> rowGeometryAtAnyPitch(const Image::Core::Data& data);
 
 } // namespace Qx::Host

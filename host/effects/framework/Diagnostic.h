@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Api.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -52,9 +54,9 @@ struct Diagnostic
 
 /// "FILE:LINE:COLUMN: error: TEXT", followed by indented lines: the author's line with a caret under the
 /// place, the technique and pass, the macro, the chain of includes and the notes.
-std::string messageText(const Diagnostic& diagnostic);
+QX_LOCAL std::string messageText(const Diagnostic& diagnostic);
 
 /// The texts of all, one after the other.
-std::string messageText(const std::vector<Diagnostic>& diagnostics);
+QX_LOCAL std::string messageText(const std::vector<Diagnostic>& diagnostics);
 
 } // namespace Qx::Host

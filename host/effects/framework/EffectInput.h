@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/cache/Sha256.h"
+#include "platform/Api.h"
 
 #include <filesystem>
 #include <optional>
@@ -16,6 +17,6 @@ struct EffectInput
 };
 
 /// Whether the file still has that content. A relative path is relative to `directory`.
-bool isUnchanged(const EffectInput& input, const std::filesystem::path& directory);
+QX_LOCAL bool isUnchanged(const EffectInput& input, const std::filesystem::path& directory);
 
 } // namespace Qx::Host

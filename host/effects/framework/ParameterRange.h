@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/effects/CompiledEffect.h"
+#include "platform/Api.h"
 
 #include <optional>
 #include <string>
@@ -20,16 +21,16 @@ struct ParameterRange
     bool isEmpty() const { return least && most && *least > *most; }
 
     /// Whether a value is in it, with the limits rounded to floats as in the effect.
-    bool holds(float value) const;
+    QX_LOCAL bool holds(float value) const;
 
     /// "from 0 to 4", "of at least 0" or "of at most 4"; has limits.
-    std::string written() const;
+    QX_LOCAL std::string written() const;
 };
 
 /// A number as messages write it: six digits at most.
-std::string written(double number);
+QX_LOCAL std::string written(double number);
 
 /// Names of annotations ignore case. A limit that is not a number is ignored.
-ParameterRange rangeOf(const CompiledEffect::Parameter& parameter);
+QX_LOCAL ParameterRange rangeOf(const CompiledEffect::Parameter& parameter);
 
 } // namespace Qx::Host

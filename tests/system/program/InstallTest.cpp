@@ -1,22 +1,10 @@
-#include "tests/system/program/Program.h"
+#include "tests/system/program/Installation.h"
 
 #include <nlohmann/json.hpp>
 
 namespace Qx::System {
 
 namespace {
-
-class Installation : public ProgramTest
-{
-protected:
-    void SetUp() override
-    {
-        ProgramTest::SetUp();
-        const Outcome outcome =
-            run({QX_CMAKE, "--install", QX_BUILD_FOLDER, "--prefix", at("prefix").string()});
-        ASSERT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
-    }
-};
 
 TEST_F(Installation, it_converts_and_may_be_moved)
 {
@@ -38,8 +26,7 @@ TEST_F(Installation, it_converts_and_may_be_moved)
 TEST_F(Installation, libraries_carry_a_soname)
 {
     for (const char* library : {"libQxFxResources.so", "libQxHost.so"}) {
-        const Outcome outcome =
-            run({"readelf", "-d", at("prefix/" QX_LIBRARY_FOLDER "/").string() + library});
+        const Outcome outcome = run({"readelf", "-d", (libraryFolder() / library).string()});
         EXPECT_NE(outcome.out.find("SONAME"), std::string::npos) << library;
         EXPECT_NE(outcome.out.find(std::string(library) + ".0"), std::string::npos) << outcome.out;
     }
@@ -47,11 +34,8 @@ TEST_F(Installation, libraries_carry_a_soname)
 
 TEST_F(Installation, a_project_of_somebody_else_builds_against_it)
 {
-    const Outcome configured = run({QX_CMAKE, "-G", "Ninja", "-S", QX_CONSUMER_FOLDER, "-B",
-                                    at("consumer").string(), "-DCMAKE_PREFIX_PATH=" + at("prefix").string()});
-    ASSERT_EQ(configured.exitCode, 0) << configured.out << configured.err;
-    const Outcome built = run({QX_CMAKE, "--build", at("consumer").string()});
-    ASSERT_EQ(built.exitCode, 0) << built.out << built.err;
+    configure("consumer");
+    build("consumer");
     const Outcome ran = run({at("consumer/consumer").string()});
     EXPECT_EQ(ran.exitCode, 0) << ran.out << ran.err;
     EXPECT_NE(ran.out.find("copy right"), std::string::npos) << ran.out;

@@ -1,5 +1,6 @@
 #include "tools/qxhost/commands/CommandLine.h"
 
+#include "Qx/Version.h"
 #include "host/core/Suggestion.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Failure.h"

@@ -1,3 +1,4 @@
+#include "Qx/Version.h"
 #include "tools/qxhost/commands/Command.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Failure.h"

@@ -1,7 +1,7 @@
 #include "tools/qxhost/commands/convert/BurnInArguments.h"
 
 #include "host/core/Suggestion.h"
-#include "host/fonts/Typeface.h"
+#include "host/fonts/TextPainter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/burnin/BurnInText.h"

@@ -1,0 +1,145 @@
+# Debian packages, for "cpack" in a build that was configured with QX_DEBIAN_PACKAGES (the preset "packages"): one for each
+# component of Install.cmake. docs/packages.md describes them, scripts/release makes and checks them.
+
+set(QX_PACKAGE_MAINTAINER "QxFxResources maintainers <maintainers@qxfxresources.invalid>" CACHE STRING
+    "Name and address of whoever answers for the packages")
+set(QX_PACKAGE_REVISION 1 CACHE STRING "The packages' revision of this version")
+
+# The release of Debian is part of the version, because what the packages depend on differs.
+file(STRINGS /etc/os-release release REGEX "^VERSION_ID=")
+string(REGEX REPLACE "[^0-9.]" "" release "${release}")
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME qxfxresources)
+set(CPACK_PACKAGE_CONTACT "${QX_PACKAGE_MAINTAINER}")
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR})
+set(CPACK_OUTPUT_FILE_PREFIX ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_COMPONENTS_ALL program library host development)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE "${QX_PACKAGE_REVISION}~deb${release}")
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${QX_PACKAGE_MAINTAINER}")
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_SOURCE qxfxresources)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+# Until 1.0 any version may change the interface without a new soname: see docs/packages.md.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
+set(version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
+
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME qxhost)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION video)
+set(CPACK_COMPONENT_PROGRAM_DEPENDS library host)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "mesa-vulkan-drivers | vulkan-icd")
+set(CPACK_DEBIAN_PROGRAM_DESCRIPTION "converts clips and pictures on the GPU and runs effects on them
+The program qxhost converts video between YCbCr and RGB at 8 to 16 bits, each
+result the nearest code, between the pixel formats of cameras and capture
+cards, and through pixel shaders and look-up tables (LUTs).
+.
+This package also has the shipped effects, and the process in which effects
+are compiled.")
+
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libqxfxresources${QX_SOVERSION})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SUGGESTS "libqxhost${QX_SOVERSION}")
+set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "GPU image services for video editing
+A shared library for editing applications: it catalogues and runs effects,
+converts frames between pixel formats, and manages look-up tables (LUTs).
+.
+The application supplies the GPU and its other services; libqxhost${QX_SOVERSION} does so
+with Vulkan.")
+
+set(CPACK_DEBIAN_HOST_PACKAGE_NAME libqxhost${QX_SOVERSION})
+set(CPACK_DEBIAN_HOST_PACKAGE_SECTION libs)
+# It starts the program's worker process, and the two speak to each other in the words of their version.
+set(CPACK_DEBIAN_HOST_PACKAGE_RECOMMENDS "qxhost (= ${version}), mesa-vulkan-drivers | vulkan-icd")
+set(CPACK_DEBIAN_HOST_DESCRIPTION "reference host of QxFxResources, on Vulkan
+A shared library that supplies the services that QxFxResources asks of an
+application: the GPU, files, tasks, fonts, settings and a log.
+.
+To compile effects it needs the worker process of the package qxhost.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libqxfxresources-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library host)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libloki-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "qxhost (= ${version})")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "GPU image services for video editing (development files)
+Headers of QxFxResources and of its reference host, and what CMake and
+pkg-config need to find both.")
+
+foreach(component LIBRARY HOST DEVELOPMENT)
+    set(CPACK_DEBIAN_${component}_PACKAGE_MULTIARCH same)
+endforeach()
+
+# The date of the sources: of the last commit, or of the files in a source archive, which have it.
+set(date $ENV{SOURCE_DATE_EPOCH})
+if(NOT date AND EXISTS ${PROJECT_SOURCE_DIR}/.git)
+    execute_process(COMMAND git log -1 --format=%ct WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+        OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+elseif(NOT date)
+    file(TIMESTAMP ${PROJECT_SOURCE_DIR}/CMakeLists.txt date %s UTC)
+endif()
+set(ENV{SOURCE_DATE_EPOCH} ${date})
+string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+set(QX_SOURCE_DATE ${date})
+configure_file(${PROJECT_SOURCE_DIR}/cmake/packages/CPackProject.cmake.in ${PROJECT_BINARY_DIR}/CPackProject.cmake @ONLY)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_BINARY_DIR}/CPackProject.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/packages/SameDates.cmake)
+
+set(documents ${PROJECT_BINARY_DIR}/documents)
+file(MAKE_DIRECTORY ${documents})
+file(WRITE ${documents}/changelog.Debian "qxfxresources (${version}) unstable; urgency=medium
+
+  * Version ${PROJECT_VERSION}.
+
+ -- ${QX_PACKAGE_MAINTAINER}  ${changelog_date}
+")
+execute_process(COMMAND gzip -9nkf ${documents}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
+
+# Documents of one component: the changelog, and the notices of the Debian packages whose code is compiled into it.
+function(qx_package_documents component)
+    string(TOUPPER ${component} name)
+    set(name ${CPACK_DEBIAN_${name}_PACKAGE_NAME})
+    set(text "QxFxResources ${PROJECT_VERSION}
+
+The owner of QxFxResources has not chosen a licence yet.
+")
+    if(ARGN)
+        string(APPEND text "
+The files of this package contain code of the software below. Its notices are
+those of the Debian packages that it was taken from.
+")
+    endif()
+    foreach(package IN LISTS ARGN)
+        set(file /usr/share/doc/${package}/copyright)
+        if(NOT EXISTS ${file})
+            message(FATAL_ERROR "${file} is missing: the package's notices cannot be listed without it")
+        endif()
+        set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+        file(READ ${file} notices)
+        string(REGEX REPLACE "\n+$" "" notices "${notices}")
+        string(REPLACE "\n" "\n    " notices "    ${notices}")
+        string(REGEX REPLACE "[ \t]+\n" "\n" notices "${notices}")
+        string(APPEND text "\n${package}:\n\n${notices}\n")
+    endforeach()
+    file(WRITE ${documents}/${name}.copyright "${text}")
+    set(folder ${CMAKE_INSTALL_DATADIR}/doc/${name})
+    install(FILES ${documents}/${name}.copyright DESTINATION ${folder} RENAME copyright COMPONENT ${component})
+    install(FILES ${documents}/changelog.Debian.gz DESTINATION ${folder} COMPONENT ${component})
+endfunction()
+qx_package_documents(program
+    glslang-dev libcli11-dev libfmt-dev libloki-dev libvulkan-dev nlohmann-json3-dev spirv-tools)
+qx_package_documents(library libloki-dev)
+qx_package_documents(host
+    glslang-dev libfmt-dev libloki-dev libspdlog-dev libtomlplusplus-dev libvulkan-dev spirv-tools)
+qx_package_documents(development)
+
+include(CPack)

@@ -59,8 +59,9 @@ void renameYUY2(const Surface& source, Format destFormat, Surface& result)
     }
 }
 
-Surface reordered(const Surface& source, Format destFormat, iGPUImage::eFormat gpuFormat,
-                  const char* technique)
+/// `null` is empty if the effect is still to be taken.
+Surface reordered(const DefaultEffect* null, const Surface& source, Format destFormat,
+                  iGPUImage::eFormat gpuFormat, const char* technique)
 {
     const unsigned pairs = source.getWidth() / 2;
     if (pairs == 0) {
@@ -69,7 +70,9 @@ Surface reordered(const Surface& source, Format destFormat, iGPUImage::eFormat g
     const XY<int> size{static_cast<int>(pairs), static_cast<int>(source.getHeight())};
     Surface result = makeWrapper(OS().gpu().createGPUImage(size, gpuFormat));
     const std::uint32_t pitch = result.getRowPitch();
-    if (applyTechnique(source, result, technique, static_cast<float>(pairs), gpuFormat)) {
+    const float width = static_cast<float>(pairs);
+    if (null != nullptr ? null->apply(source, result, technique, width)
+                        : applyTechnique(source, result, technique, width, gpuFormat)) {
         result.setData(source.getData());
         result.setDataFormat(destFormat);
         result.setRowPitch(pitch); // of the new image, not of the source's rows
@@ -132,14 +135,14 @@ Surface decoded(const Surface& source, iGPUImage::eFormat gpuFormat)
 /// BGRA is drawn as an image through an effect that reverses the components.
 Surface reversed(const Surface& source, iGPUImage::eFormat gpuFormat)
 {
-    const Qx::Ptr<iShaderEffect> effect = getShader(nullEffect);
-    if (!effect) {
+    const DefaultEffect null;
+    if (!null.effect()) {
         return source;
     }
     Surface result = source.createDestARGBGPUSurface(gpuFormat);
     const Qx::Ptr<iGPUImage> target = result.getGPUSurface();
-    const CriticalSectionScope inside(gpuLock());
-    effect->setTechnique("ReverseComponentOrder");
+    const CriticalSectionScope inside(null.lock());
+    null.effect()->setTechnique("ReverseComponentOrder");
     const Qx::Ptr<iGraphicPrimitivesRenderer> renderer =
         target ? target->getPrimitivesRenderer(1) : Qx::Ptr<iGraphicPrimitivesRenderer>();
     if (renderer) {
@@ -147,7 +150,7 @@ Surface reversed(const Surface& source, iGPUImage::eFormat gpuFormat)
                                        static_cast<float>(source.getHeight())};
         ImageDescriptionEx description;
         description.image = source.getGPUSurface();
-        description.effect = effect;
+        description.effect = null.effect();
         description.source = whole;
         description.destination = whole;
         description.blend = false;
@@ -158,12 +161,19 @@ Surface reversed(const Surface& source, iGPUImage::eFormat gpuFormat)
 
 } // namespace
 
+Surface toUYVY(const DefaultEffect& null, const Surface& source) noexcept
+{
+    const bool deep = source.getBitsPerComponent() > 8;
+    return reordered(&null, source, UYVY, deep ? iGPUImage::eARGB16 : iGPUImage::eARGB8, "UYVYtoYUYV");
+}
+
 Surface reorderComponents(Surface& source, Format destFormat, iGPUImage::eFormat gpuFormat) noexcept
 {
     const bool deep = gpuFormat == iGPUImage::eARGB16 && source.getBitsPerComponent() > 8;
     const char* technique = reorderingTechnique(source, destFormat);
     if (*technique != '\0') {
-        return reordered(source, destFormat, deep ? iGPUImage::eARGB16 : iGPUImage::eARGB8, technique);
+        return reordered(nullptr, source, destFormat, deep ? iGPUImage::eARGB16 : iGPUImage::eARGB8,
+                         technique);
     }
     Surface result = source;
     switch (source.getDataFormat()) {

@@ -4,6 +4,8 @@
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 
+#include <optional>
+
 namespace Qx::Image::ColourConversion {
 
 namespace {
@@ -57,12 +59,37 @@ Surface makeTarget(const Surface& source, iGPUImage::eFormat format)
     return makeWrapper(OS().gpu().createGPUImage(size, format));
 }
 
+/// What the steps of an encoding take from the manager, before the first of them that draws: the manager may
+/// be shut down between two.
+struct Tools
+{
+    explicit Tools(bool reorders) : lock(gpuLock())
+    {
+        const CriticalSectionScope inside(lock);
+        convert = getShader(colourConvertEffect);
+        if (reorders) {
+            null.emplace();
+        }
+    }
+
+    template <class Step>
+    bool within(Step step) const
+    {
+        const CriticalSectionScope inside(lock);
+        return step();
+    }
+
+    const CriticalSection lock;
+    Qx::Ptr<iShaderEffect> convert;
+    std::optional<DefaultEffect> null;
+};
+
 /// Runs a technique of "null.fx" from the source into the target, then gives the source the target's image
 /// and the requested description. If the technique is unavailable, the source is unchanged.
-void redraw(const Qx::Ptr<iShaderEffect>& effect, Surface& source, Surface& target, const char* technique,
+void redraw(const DefaultEffect& null, Surface& source, Surface& target, const char* technique,
             const Core::Data& fmt)
 {
-    if (applyTechnique(effect, source, target, technique, static_cast<float>(source.getWidth()))) {
+    if (null.applyIfThere(source, target, technique, static_cast<float>(source.getWidth()))) {
         source.setGPUSurface(target.getGPUSurface());
         source.setData(fmt);
     }
@@ -84,12 +111,14 @@ Surface copyToHostYUVSurface(Surface source, const Core::Data& fmt, Polarity pol
     const unsigned bits = fmt.getBitsPerComponent();
     Surface intermediate = makeIntermediate(source, bits, polarity);
     source.setGamutScaling(GamutScaling::Unscaled); // rendered pictures are full range
-    const bool success = convertRGBToYCrCb422(source, intermediate, Filter::Point);
+    const Tools tools(fmt.getDataFormat() == UYVY);
+    const bool success =
+        tools.within([&] { return encode(tools.convert, source, intermediate, Filter::Point); });
     QX_CONVERTER_ASSERT(success, "success", 886);
 
     if (bits == 10 && intermediate.getBitsPerComponent() == 16) {
         Surface packed;
-        if (packMatrox10BitFormat(intermediate, packed)) {
+        if (tools.within([&] { return packMatrox(tools.convert, intermediate, packed); })) {
             intermediate = packed;
         } else {
             QX_CONVERTER_ASSERT(false, "false", 897);
@@ -97,7 +126,9 @@ Surface copyToHostYUVSurface(Surface source, const Core::Data& fmt, Polarity pol
     }
     // Reordering would unpack a frame that is already packed as requested.
     if (fmt.getDataFormat() != YUY2 && fmt.getDataFormat() != intermediate.getDataFormat()) {
-        intermediate = reorderComponents(intermediate, fmt.getDataFormat(), gpuFormatOf(intermediate));
+        intermediate = tools.null && intermediate.getDataFormat() == YUY2
+                           ? toUYVY(*tools.null, intermediate)
+                           : reorderComponents(intermediate, fmt.getDataFormat(), gpuFormatOf(intermediate));
     }
     return intermediate.copyToHost();
 }
@@ -108,14 +139,14 @@ Surface copyToHostRGBSurface(Surface source, const Core::Data& fmt, Polarity /*p
     const unsigned given = source.getBitsPerComponent();
     if (given != 10 && wanted == 10) {
         QX_CONVERTER_ASSERT(fmt.getDataFormat() == ARGB10, "fmt.getDataFormat() == ARGB10", 921);
-        const Qx::Ptr<iShaderEffect> effect = getShader(nullEffect);
+        const DefaultEffect null;
         Surface target = makeTarget(source, iGPUImage::eARGB10);
         target.setDataFormat(ARGB10); // makeWrapper() of another host may not set it
         target.setBitsPerComponent(10);
-        redraw(effect, source, target, "Null", fmt);
+        redraw(null, source, target, "Null", fmt);
     } else if (given != wanted || source.getDataFormat() != fmt.getDataFormat()) {
         Surface target = makeTarget(source, wanted == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16);
-        redraw(getShader(nullEffect), source, target, orderingTechnique(fmt), fmt);
+        redraw(DefaultEffect(), source, target, orderingTechnique(fmt), fmt);
     }
     return source.copyToHost();
 }

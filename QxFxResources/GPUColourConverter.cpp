@@ -219,16 +219,19 @@ bool convertYCrCb422ToRGB(const Surface& source, Surface& dest, GamutScaling gam
 
 bool convertRGBToYCrCb422(const Surface& source, Surface& dest, Filter filter) noexcept
 {
-    const GamutScaling sourceGamut = source.getGamutScaling();
-    const GamutScaling destGamut = dest.getGamutScaling();
-    const ColourSpace colourSpace = dest.getColourSpace();
     const CriticalSectionScope inside(gpuLock());
-    const Qx::Ptr<iShaderEffect> effect = getShader(colourConvertEffect);
-    if (!effect ||
-        !effect->setTechnique(encodeTechnique(sourceGamut, effectiveGamut(destGamut), colourSpace, filter))) {
+    return encode(getShader(colourConvertEffect), source, dest, filter);
+}
+
+bool encode(const Qx::Ptr<iShaderEffect>& convert, const Surface& source, Surface& dest,
+            Filter filter) noexcept
+{
+    const GamutScaling destGamut = effectiveGamut(dest.getGamutScaling());
+    if (!convert || !convert->setTechnique(encodeTechnique(source.getGamutScaling(), destGamut,
+                                                           dest.getColourSpace(), filter))) {
         return false;
     }
-    effect->render(dest.getGPUSurface(), encodeInputs(source.getGPUSurface()));
+    convert->render(dest.getGPUSurface(), encodeInputs(source.getGPUSurface()));
     return true;
 }
 

@@ -68,17 +68,21 @@ bool unpackMatrox10BitFormat(const Surface& source, Surface& dest) noexcept
 bool packMatrox10BitFormat(const Surface& source, Surface& dest) noexcept
 {
     const CriticalSectionScope inside(gpuLock());
-    const Qx::Ptr<iShaderEffect> effect = getShader(colourConvertEffect);
-    if (!effect || !effect->setTechnique("PackMatrox10Bit")) {
+    return packMatrox(getShader(colourConvertEffect), source, dest);
+}
+
+bool packMatrox(const Qx::Ptr<iShaderEffect>& convert, const Surface& source, Surface& dest) noexcept
+{
+    if (!convert || !convert->setTechnique("PackMatrox10Bit")) {
         return false;
     }
     const unsigned width = source.getWidth();
     const unsigned height = source.getHeight();
     const XY<int> packedSize{static_cast<int>(std::uint64_t{width} * 10 / 16), static_cast<int>(height)};
     const Qx::Ptr<iGPUImage> packed = OS().gpu().createGPUImage(packedSize, iGPUImage::eARGB8);
-    effect->setFloat(sourceWidthParameter, static_cast<float>(width) * 0.5F);
-    effect->setFloat("DestImageWidth", widthOf(packed));
-    renderFrom(source, 1.0F, *effect, packed);
+    convert->setFloat(sourceWidthParameter, static_cast<float>(width) * 0.5F);
+    convert->setFloat("DestImageWidth", widthOf(packed));
+    renderFrom(source, 1.0F, *convert, packed);
 
     const ImageDescriptions descriptions = source.getDescriptions();
     dest.init(width, height, M101, false, 10, 20, 0);

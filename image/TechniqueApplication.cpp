@@ -3,6 +3,7 @@
 #include "QxFxResources/GPUColourConverter.h"
 #include "QxFxResources/Manager.h"
 #include "image/ApplicationKit.h"
+#include "image/DefaultEffect.h"
 
 #include <utility>
 
@@ -34,6 +35,17 @@ void renderTechnique(ApplicationKit& kit, iShaderEffect& effect, const Surface& 
     kit.sources = std::move(sources);
 }
 
+bool applyIfThere(ApplicationKit& kit, const Qx::Ptr<iShaderEffect>& effect, const Surface& src, Surface& dst,
+                  const LightweightString<char>& technique, float width)
+{
+    const CriticalSectionScope inside(kit.gpuLock);
+    if (!effect || !effect->setTechnique(technique)) {
+        return false;
+    }
+    renderTechnique(kit, *effect, src, dst, width, 1.0F / static_cast<float>(src.getWidth()));
+    return true;
+}
+
 } // namespace
 
 Qx::Ptr<iShaderEffect> getShader(const LightweightString<wchar_t>& fileName) noexcept
@@ -48,26 +60,33 @@ bool applyTechnique(Qx::Ptr<iShaderEffect> effect, const Surface& src, Surface& 
                     const LightweightString<char>& technique, float width) noexcept
 {
     const Qx::Ptr<ApplicationKit> kit = takeKit();
-    const CriticalSectionScope inside(kit->gpuLock);
-    if (!effect || !effect->setTechnique(technique)) {
-        return false;
-    }
-    renderTechnique(*kit, *effect, src, dst, width, 1.0F / static_cast<float>(src.getWidth()));
-    return true;
+    return applyIfThere(*kit, effect, src, dst, technique, width);
 }
 
 bool applyTechnique(const Surface& src, Surface& dst, const LightweightString<char>& technique, float width,
                     iGPUImage::eFormat /*format*/) noexcept
 {
-    const Qx::Ptr<ApplicationKit> kit = takeKit();
-    const Qx::Ptr<iShaderEffect> effect = getShader(kit->defaultEffect);
-    const CriticalSectionScope inside(kit->gpuLock);
-    if (!effect) {
+    return DefaultEffect().apply(src, dst, technique, width);
+}
+
+DefaultEffect::DefaultEffect() noexcept : kit_(takeKit()), effect_(getShader(kit_->defaultEffect)) {}
+
+bool DefaultEffect::apply(const Surface& src, Surface& dst, const LightweightString<char>& technique,
+                          float width) const noexcept
+{
+    const CriticalSectionScope inside(kit_->gpuLock);
+    if (!effect_) {
         return false;
     }
-    effect->setTechnique(technique);
-    renderTechnique(*kit, *effect, src, dst, width, -1.0F / width);
+    effect_->setTechnique(technique);
+    renderTechnique(*kit_, *effect_, src, dst, width, -1.0F / width);
     return true;
+}
+
+bool DefaultEffect::applyIfThere(const Surface& src, Surface& dst, const LightweightString<char>& technique,
+                                 float width) const noexcept
+{
+    return Image::applyIfThere(*kit_, effect_, src, dst, technique, width);
 }
 
 } // namespace Qx::Image

@@ -1,4 +1,5 @@
 #include "host/cache/FileStore.h"
+#include "host/files/SystemError.h"
 
 #include "host/files/ReadFile.h"
 #include "host/files/WriteFile.h"
@@ -61,7 +62,7 @@ bool isUnfinished(std::string_view name)
 
 std::string systemError(int number)
 {
-    return std::generic_category().message(number);
+    return systemProblem(number);
 }
 
 /// Whether only this user can have created or changed it.

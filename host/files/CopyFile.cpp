@@ -1,6 +1,7 @@
 #include "host/files/CopyFile.h"
 
 #include "host/files/ReadFile.h"
+#include "host/files/SystemError.h"
 #include "host/files/WriteFile.h"
 
 #include <array>
@@ -10,7 +11,6 @@
 #include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace Qx::Host {
@@ -19,7 +19,7 @@ namespace {
 
 std::string problem(std::string_view what, const std::string& path, int error)
 {
-    return std::string(what) + ' ' + path + ": " + std::generic_category().message(error);
+    return std::string(what) + ' ' + path + ": " + systemProblem(error);
 }
 
 /// Copies from one open file to the other. Empty, or the reason of a failure.
@@ -43,53 +43,73 @@ std::string copyBytes(const Descriptor& from, const std::string& fromPath, const
     }
 }
 
-/// Creates a file of its own name beside the destination.
-Descriptor createBeside(const std::string& destination, std::string& temporary)
+/// A file of its own name beside the destination, removed with the object unless it got another name.
+class Unfinished
 {
-    const std::size_t name = destination.rfind('/') + 1; // npos + 1 is 0
-    return Descriptor(uninterrupted([&] {
-        temporary = destination.substr(0, name) + ".qx-copy-XXXXXX";
-        return ::mkostemp(temporary.data(), O_CLOEXEC);
-    }));
-}
+public:
+    explicit Unfinished(const std::string& destination)
+        : pattern_(destination.substr(0, destination.rfind('/') + 1) + ".qx-copy-XXXXXX"), // npos + 1 is 0
+          name_(pattern_),
+          file_(uninterrupted([&] {
+              name_ = pattern_;
+              return ::mkostemp(name_.data(), O_CLOEXEC);
+          }))
+    {
+    }
+    ~Unfinished()
+    {
+        if (file_ && !isNamed_) {
+            ::unlink(name_.c_str());
+        }
+    }
+    Unfinished(const Unfinished&) = delete;
+    Unfinished& operator=(const Unfinished&) = delete;
+
+    const Descriptor& file() const { return file_; }
+
+    /// Syncs it and gives it its name. 0, or an error number.
+    int nameIt(const std::string& name)
+    {
+        const int error = syncAndRename(file_.number(), AT_FDCWD, name_.c_str(), name.c_str());
+        isNamed_ = error == 0;
+        return error;
+    }
+
+private:
+    const std::string pattern_;
+    std::string name_;
+    const Descriptor file_;
+    bool isNamed_ = false;
+};
 
 } // namespace
 
 std::string copyFileWhole(const std::string& source, const std::string& destination)
 {
-    const Descriptor from(
-        uninterrupted([&] { return ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
-    struct stat status = {};
-    if (!from || ::fstat(from.number(), &status) != 0) {
-        return problem("cannot read", source, errno);
+    if (destination.empty()) {
+        return "cannot copy " + source + ": there is no name for the copy";
     }
-    if (!S_ISREG(status.st_mode)) {
-        return source + " is not a plain file";
+    struct stat status = {};
+    const Descriptor from = openPlainFile(AT_FDCWD, source.c_str(), 0, status);
+    if (!from) {
+        const int error = errno;
+        return status.st_mode != 0 ? source + " is not a plain file" : problem("cannot read", source, error);
     }
     struct stat replaced = {};
     if (::stat(destination.c_str(), &replaced) == 0 && !S_ISREG(replaced.st_mode)) {
         return destination + " is not a plain file";
     }
 
-    std::string temporary;
-    const Descriptor to = createBeside(destination, temporary);
-    if (!to) {
+    Unfinished copy(destination);
+    if (!copy.file()) {
         return problem("cannot write beside", destination, errno);
     }
-    std::string failure = copyBytes(from, source, to, destination);
+    std::string failure = copyBytes(from, source, copy.file(), destination);
     if (failure.empty()) {
-        int error = ::fchmod(to.number(), status.st_mode & 0777) == 0 ? 0 : errno;
-        if (error == 0) {
-            error = syncAndRename(to.number(), AT_FDCWD, temporary.c_str(), destination.c_str());
-        }
-        if (error == 0) {
-            temporary.clear(); // there is none any more
-            error = syncDirectoryOf(destination);
-        }
+        int error = ::fchmod(copy.file().number(), status.st_mode & 0777) == 0 ? 0 : errno;
+        error = error == 0 ? copy.nameIt(destination) : error;
+        error = error == 0 ? syncDirectoryOf(destination) : error;
         failure = error == 0 ? std::string() : problem("cannot write", destination, error);
-    }
-    if (!failure.empty() && !temporary.empty()) {
-        ::unlink(temporary.c_str());
     }
     return failure;
 }

@@ -30,7 +30,7 @@ private:
 
 /// Opens a regular file for reading, without blocking; a pipe or a device is refused. The path is relative to
 /// `directory`, a descriptor or AT_FDCWD; `flags` are added to O_RDONLY. `status` is filled in if the
-/// descriptor is good.
+/// descriptor is good, or if the file is no regular one; otherwise errno says why it is not good.
 Descriptor openPlainFile(int directory, const char* path, int flags, struct stat& status);
 
 /// The bytes of a regular file; none if it is something else, cannot be read or has more than `most`.

@@ -2,14 +2,18 @@
 
 #include "host/cache/FileStore.h"
 #include "host/files/ReadFile.h"
+#include "host/files/SystemError.h"
 #include "host/files/WriteFile.h"
 #include "platform/Log.h"
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <sys/statvfs.h>
 #include <system_error>
+#include <vector>
 
 namespace Qx::Host {
 
@@ -49,7 +53,65 @@ std::filesystem::path chosenPlace(const CachePlace& place)
     const char* theirs = std::getenv(mesaPlace);
     return theirs != nullptr && *theirs != '\0' ? theirs : driverCacheDirectory(place);
 }
+
+/// The directories in which the Vulkan loader looks for manifests of drivers, or the manifests themselves
+/// (Vulkan-Loader, LoaderDriverInterface.md, "Driver Discovery on Linux").
+std::vector<std::filesystem::path> placesOfDrivers()
+{
+    const auto listed = [](const char* variable, const char* fallback) {
+        const char* value = std::getenv(variable);
+        return std::string(value != nullptr && *value != '\0' ? value : fallback);
+    };
+    std::vector<std::filesystem::path> places;
+    const auto add = [&](const std::string& list, const char* below) {
+        std::istringstream entries(list);
+        for (std::string entry; std::getline(entries, entry, ':');) {
+            if (!entry.empty()) {
+                places.emplace_back(entry + below);
+            }
+        }
+    };
+    const std::string chosen = listed("VK_DRIVER_FILES", listed("VK_ICD_FILENAMES", "").c_str());
+    if (!chosen.empty()) {
+        add(chosen, "");
+        return places;
+    }
+    constexpr const char* manifests = "/vulkan/icd.d";
+    const std::string home = listed("HOME", "");
+    add(listed("VK_ADD_DRIVER_FILES", ""), "");
+    add(listed("XDG_CONFIG_HOME", (home + "/.config").c_str()), manifests);
+    add(listed("XDG_CONFIG_DIRS", "/etc/xdg"), manifests);
+    add("/usr/local/etc:/etc", manifests);
+    add(listed("XDG_DATA_HOME", (home + "/.local/share").c_str()), manifests);
+    add(listed("XDG_DATA_DIRS", "/usr/local/share:/usr/share"), manifests);
+    return places;
+}
 // NOLINTEND(concurrency-mt-unsafe)
+
+/// Whether the loader may load a driver other than NVIDIA's, which all of Mesa's are. It may if no driver is
+/// found at all: there may be ways to it that are not known here.
+bool mayLoadMesa()
+{
+    constexpr std::size_t mostBytes = 1 << 16; // a manifest has some hundred
+    bool isFound = false;
+    bool isOther = false;
+    const auto look = [&](const std::filesystem::path& manifest) {
+        const std::optional<std::string> text = readFile(manifest, mostBytes);
+        isFound = isFound || text;
+        isOther = isOther || (text && text->find("nvidia") == std::string::npos);
+    };
+    for (const std::filesystem::path& place : placesOfDrivers()) {
+        std::error_code error;
+        look(place);
+        for (std::filesystem::directory_iterator entry(place, error), end; !error && entry != end;
+             entry.increment(error)) {
+            if (entry->path().extension() == ".json") {
+                look(entry->path());
+            }
+        }
+    }
+    return isOther || !isFound;
+}
 
 /// Gives Mesa's index, which it maps, its blocks: an index of an earlier run may have holes. A new one gets
 /// more blocks than any version has needed; Mesa cuts it to its size. 0, or an error number.
@@ -76,19 +138,18 @@ int reserveIndex(const std::filesystem::path& directory)
 /// Empty, or why the driver must not have a cache there.
 std::string problemOf(const std::filesystem::path& directory, std::uint64_t leastRoom)
 {
-    const auto text = [](int error) { return std::generic_category().message(error); };
     if (const int error = makePrivateDirectories(directory); error != 0) {
-        return text(error);
+        return systemProblem(error);
     }
     struct statvfs room = {};
     if (uninterrupted([&] { return ::statvfs(directory.c_str(), &room); }) != 0) {
-        return text(errno);
+        return systemProblem(errno);
     }
     if (static_cast<std::uint64_t>(room.f_bavail) * room.f_frsize < leastRoom) {
         return "less than " + std::to_string(leastRoom >> 20U) + " MiB are free there";
     }
-    const int error = reserveIndex(directory);
-    return error == 0 ? std::string() : text(error);
+    const int error = mayLoadMesa() ? reserveIndex(directory) : 0;
+    return error == 0 ? std::string() : systemProblem(error);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "host/Host.h"
+#include "host/files/SystemError.h"
 
 #include "host/cache/FileStore.h"
 #include "host/core/EffectIncludes.h"
@@ -154,7 +155,7 @@ LightweightString<char> clearCache()
         error.clear(); // another process's driver keeps something new
     }
     const std::string problem = Cache::FileStore(place.directory, place.mostBytes, {}).clear();
-    return shared(problem.empty() && error ? "driver: " + error.message() : problem);
+    return shared(problem.empty() && error ? "driver: " + systemProblem(error.value()) : problem);
 }
 
 } // namespace Qx::Host

@@ -176,7 +176,15 @@ void HostLog::writeBoth(std::string_view text)
 
 void HostLog::writeUrgent(std::string_view text)
 {
-    writeTo(ToFile | ToStandardError, text);
+    bool shown = false;
+    {
+        const std::lock_guard lock(mutex_);
+        shown = debugOutput_;
+        if (!shown) {
+            complaints_.emplace_back(text.substr(0, text.find_last_not_of('\n') + 1));
+        }
+    }
+    writeTo(shown ? ToFile | ToStandardError : +ToFile, text);
 }
 
 /// With the lock held.

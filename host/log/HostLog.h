@@ -32,7 +32,8 @@ public:
     /// Writes to both, once each.
     void writeBoth(std::string_view text);
 
-    /// Writes to the file and, whatever the settings are, to standard error: for what the user must see.
+    /// Writes whole lines to the file and, whatever the settings are, to standard error: for what the user
+    /// must see. While debug output is off they are kept for takeComplaints() instead.
     void writeUrgent(std::string_view text);
 
     /// Writes a line (given without its end) about the host's own set-up to the file, and as "qxhost: TEXT"

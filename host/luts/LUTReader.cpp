@@ -1,4 +1,5 @@
 #include "host/luts/LUTReader.h"
+#include "host/files/SystemError.h"
 
 #include "host/core/AsciiCase.h"
 #include "host/core/Printable.h"
@@ -39,7 +40,7 @@ std::string obstacle(const std::filesystem::path& file)
 {
     struct stat status = {};
     if (::stat(file.c_str(), &status) != 0) {
-        return errno == ENOENT ? "there is no such file" : std::generic_category().message(errno);
+        return errno == ENOENT ? "there is no such file" : systemProblem(errno);
     }
     if (S_ISDIR(status.st_mode)) {
         return "this is a directory, not a LUT file";
@@ -54,7 +55,7 @@ std::string obstacle(const std::filesystem::path& file)
         return "the file has " + std::to_string(status.st_size) + " bytes: expected at most " +
                std::to_string(mostLUTBytes);
     }
-    return ::access(file.c_str(), R_OK) == 0 ? std::string() : std::generic_category().message(errno);
+    return ::access(file.c_str(), R_OK) == 0 ? std::string() : systemProblem(errno);
 }
 
 std::string curvesOf(std::size_t points)

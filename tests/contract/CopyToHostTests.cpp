@@ -1,11 +1,13 @@
 #include "QxFxResources/GPUColourConverter.h"
 #include "QxFxResources/Manager.h"
+#include "image/TechniqueApplication.h"
 #include "tests/contract/recording/Surfaces.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <utility>
 
 // The result of each format is in FormatTableTests.cpp.
@@ -53,6 +55,41 @@ TEST_F(CopyToHostYUV, EncodesReordersAndCopiesInThisOrder)
                             "downloadImage(360x1080, 0)"));
     EXPECT_EQ(describe(result), "UYVY 720x1080 8/16 1440");
     EXPECT_TRUE(result.getHostImage());
+}
+
+/// Between two steps, each of which could ask for a manager.
+TEST_F(CopyToHost, ThatIsUnderWayDuringAShutdownEndsWithoutBringingTheManagerBack)
+{
+    for (const auto& [format, bits] : {std::pair{YUY2, 8U},
+                                       {UYVY, 8U},
+                                       {UYVY, 16U},
+                                       {V216, 16U},
+                                       {M101, 10U},
+                                       {BGR24, 8U},
+                                       {B64A, 16U},
+                                       {ARGB10, 10U}}) {
+        for (const std::string operation : {"createGPUImage", "setTechnique", "setValue", "render"}) {
+            getShader(L"null.fx"); // with a new manager
+            getShader(L"ColourConvert.fx");
+            host().journal.clear();
+            // Before the first image there is no step.
+            int calls = operation == "createGPUImage" ? -1 : 0;
+            host().script.during(operation, [&] {
+                if (calls++ == 0) {
+                    std::thread([] { Manager::shutdown(Shutdown::NormalExit); }).join();
+                }
+            });
+            const Surface result =
+                copyToHostSurface(rendered(), request(format, bits), Polarity::Progressive);
+            const std::string what =
+                operation + " of format " + std::to_string(format) + ", " + std::to_string(bits);
+            EXPECT_THAT(host().journal.linesOf({"getShadersDir", "listDirectory", "queue"}), IsEmpty())
+                << what;
+            EXPECT_EQ(result.getDataFormat(), format) << what;
+            EXPECT_TRUE(result.getHostImage()) << what;
+            host().script.reset();
+        }
+    }
 }
 
 TEST_F(CopyToHostYUV, YUY2IsNotReordered)

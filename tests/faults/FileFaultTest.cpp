@@ -4,13 +4,45 @@
 #include "tests/faults/FileFaults.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <new>
 #include <set>
 #include <string>
 #include <vector>
+
+namespace {
+
+/// Of this thread: after as many allocations the next one fails; below zero none does.
+thread_local int allocationsLeft = -1;
+
+} // namespace
+
+// NOLINTBEGIN(misc-new-delete-overloads): the others call these
+void* operator new(std::size_t size)
+{
+    if (allocationsLeft >= 0 && allocationsLeft-- == 0) {
+        throw std::bad_alloc();
+    }
+    if (void* memory = std::malloc(std::max<std::size_t>(size, 1))) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
+// NOLINTEND(misc-new-delete-overloads)
 
 namespace Qx::Faults {
 
@@ -146,6 +178,29 @@ TEST_F(Walk, ACopiedFileIsTheOldOneOrTheNewOneWhateverFails)
         EXPECT_EQ(std::count(problem.begin(), problem.end(), '\n'), 0) << problem;
         EXPECT_EQ(namesIn(place()), (std::set<std::string>{"from", "to"})) << fault;
     });
+}
+
+TEST_F(Walk, ACopiedFileLeavesNothingBesideItWhicheverAllocationFails)
+{
+    const std::string from = place() / ("from" + std::string(100, 'x')); // too long for a string's own room
+    const std::string to = place() / ("to" + std::string(100, 'x'));
+    std::ofstream(from, std::ios::binary) << "after";
+    bool failed = true;
+    for (int n = 0; failed; ++n) {
+        ASSERT_LT(n, 100);
+        failed = false;
+        std::ofstream(to, std::ios::binary) << "before";
+        allocationsLeft = n;
+        try {
+            static_cast<void>(Host::copyFileWhole(from, to));
+        } catch (const std::bad_alloc&) {
+            failed = true;
+        }
+        allocationsLeft = -1;
+        const std::string found = contentsOf(to);
+        EXPECT_TRUE(found == "after" || (failed && found == "before")) << n << ' ' << found;
+        EXPECT_EQ(namesIn(place()).size(), 2U) << n;
+    }
 }
 
 /// What a power cut would undo is on disk before anything refers to it.

@@ -13,7 +13,9 @@ namespace Qx::Host::Worker {
 ///
 /// - those of tools/FaultInjection.h;
 /// - freeze (stops itself with SIGSTOP until the host continues it);
-/// - gate (waits until a file exists with the effect's name and ".go" appended);
+/// - gate (waits until a file exists with the effect's name and ".go" appended; before there is an effect,
+/// ".go"
+///   in the current directory);
 /// - memory (allocates without end);
 /// - chatter (writes a lot to its standard output and error, and continues);
 /// - overrun (writes a file beyond a limit on file sizes, and continues);

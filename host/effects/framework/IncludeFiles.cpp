@@ -1,4 +1,5 @@
 #include "host/effects/framework/IncludeFiles.h"
+#include "host/files/SystemError.h"
 
 #include "host/core/Suggestion.h"
 #include "host/effects/framework/FileKind.h"
@@ -50,8 +51,9 @@ std::uint32_t IncludeFiles::open(const std::filesystem::path& path, Location fro
     }
     if (!regular || error) {
         files_.noteInput(path, std::nullopt);
-        throw CompileError(from, "cannot read " + inQuotes(path.string()) +
-                                     (error ? ": " + error.message() : ": it is not a regular file"));
+        throw CompileError(from,
+                           "cannot read " + inQuotes(path.string()) +
+                               (error ? ": " + systemProblem(error.value()) : ": it is not a regular file"));
     }
     if (bytes > Limits::fileBytes) {
         throw CompileError(from, inQuotes(path.string()) + " has " + std::to_string(bytes) +

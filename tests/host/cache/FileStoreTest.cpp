@@ -1,11 +1,13 @@
 // The store of checksummed files: whatever happens to its files, an entry is whole or absent.
 
 #include "host/cache/FileStore.h"
+#include "host/files/SystemError.h"
 #include "tests/TemporaryDirectory.h"
 #include "tests/host/cache/Files.h"
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -350,8 +352,9 @@ TEST_F(FileStoreTest, AReadOnlyDirectoryStillGivesAndIsOneMessage)
             store.store(Kind::Effect, digestOf(key), bytesOf("2"));
         }
         const bool gives = store.load(Kind::Effect, digestOf("a")) == bytesOf("1");
-        const bool complains = lines().size() == 1 && lines()[0].ends_with("Permission denied");
-        const bool tells = store.problem() == "it cannot be written: Permission denied";
+        const std::string reason = Host::systemProblem(EACCES);
+        const bool complains = lines().size() == 1 && lines()[0].ends_with(reason);
+        const bool tells = store.problem() == "it cannot be written: " + reason;
         fs::permissions(directory(), fs::perms::owner_all);
         return gives && complains && tells && filesThere() == 1;
     }));

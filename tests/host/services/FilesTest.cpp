@@ -1,10 +1,12 @@
 #include "Qx/HostAllocator.h"
 #include "host/files/NamePattern.h"
+#include "host/files/SystemError.h"
 #include "platform/FileManager.h"
 #include "platform/OS.h"
 #include "platform/Text.h"
 #include "tests/host/services/Support.h"
 
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -266,6 +268,24 @@ TEST(CopyFile, RefusesWhatIsNoPlainFile)
     EXPECT_FALSE(copied(directory / "pipe", directory / "to")) << "which would wait for a writer";
     EXPECT_FALSE(copied(from, directory / "pipe"));
     EXPECT_EQ(entriesIn(directory.path()), 3U);
+}
+
+TEST(CopyFile, WithoutANameForTheCopyFailsBeforeItMakesAFile)
+{
+    const TemporaryDirectory directory;
+    const auto from = directory.write("from", "x");
+    EXPECT_FALSE(copied(from, {}));
+    EXPECT_NE(contentsOf(logFile()).find("there is no name for the copy"), std::string::npos);
+}
+
+TEST(SystemErrors, SayWhatToDo)
+{
+    using Qx::Host::systemProblem;
+    EXPECT_EQ(systemProblem(ENOSPC), "No space left on device; free some, or choose another place");
+    for (const int error : {EACCES, EROFS, EDQUOT, EFBIG, EMFILE, ENFILE, EIO, ELOOP, ENOENT, ENOTDIR}) {
+        EXPECT_NE(systemProblem(error).find("; "), std::string::npos) << systemProblem(error);
+    }
+    EXPECT_EQ(systemProblem(EINVAL), "Invalid argument");
 }
 
 TEST(CopyFile, AFullDiskLeavesTheDestinationAsItWas)

@@ -95,9 +95,14 @@ protected:
     Qx::Host::CachePlace place_;
 
 private:
-    static constexpr std::array names_{"MESA_SHADER_CACHE_DIR",       "MESA_SHADER_CACHE_DISABLE",
-                                       "MESA_SHADER_CACHE_MAX_SIZE",  "__GL_SHADER_DISK_CACHE",
-                                       "__GL_SHADER_DISK_CACHE_PATH", "__GL_SHADER_DISK_CACHE_SIZE"};
+    static constexpr std::array names_{"MESA_SHADER_CACHE_DIR",
+                                       "MESA_SHADER_CACHE_DISABLE",
+                                       "MESA_SHADER_CACHE_MAX_SIZE",
+                                       "__GL_SHADER_DISK_CACHE",
+                                       "__GL_SHADER_DISK_CACHE_PATH",
+                                       "__GL_SHADER_DISK_CACHE_SIZE",
+                                       "VK_DRIVER_FILES",
+                                       "VK_ICD_FILENAMES"};
     std::array<std::optional<std::string>, names_.size()> values_;
 };
 
@@ -134,6 +139,22 @@ TEST_F(DriverCache, ItsIndexHasNoHoles)
     ASSERT_EQ(::stat(index.c_str(), &status), 0);
     EXPECT_EQ(status.st_size, 1310728);
     EXPECT_GE(status.st_blocks * block, 1310728);
+}
+
+TEST_F(DriverCache, HasNoIndexForMesaWhereOnlyNvidiasDriverIsInstalled)
+{
+    const auto index = place_.directory / "driver/mesa_shader_cache/index";
+    const auto nvidia =
+        directory_.write("nvidia_icd.json", R"({"ICD": {"library_path": "libGLX_nvidia.so.0"}})");
+    const auto mesa = directory_.write("lvp_icd.json", R"({"ICD": {"library_path": "libvulkan_lvp.so"}})");
+    ::setenv("VK_DRIVER_FILES", nvidia.c_str(), 1);
+    Qx::Host::placeDriverCache(place_, 1);
+    EXPECT_FALSE(isOff());
+    EXPECT_EQ(variable("__GL_SHADER_DISK_CACHE_PATH"), (place_.directory / "driver").string());
+    EXPECT_FALSE(std::filesystem::exists(index));
+    ::setenv("VK_DRIVER_FILES", (nvidia.string() + ":" + mesa.string()).c_str(), 1);
+    Qx::Host::placeDriverCache(place_, 1);
+    EXPECT_TRUE(std::filesystem::exists(index));
 }
 
 TEST_F(DriverCache, ThereIsNoneWithoutRoomOrPlaceOrWithTheSettingOff)

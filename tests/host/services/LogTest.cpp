@@ -130,6 +130,20 @@ TEST(Log, LinesOfManyThreadsStayWhole)
     EXPECT_EQ(count(text, "] a line of one of four threads\n"), 400U);
 }
 
+TEST(Messages, AreKeptForAHostThatPrintsThemItself)
+{
+    Qx::Host::HostLog& log = Qx::Host::HostLog::instance();
+    log.takeComplaints();
+    log.setDebugOutput(false);
+    const std::string text = shown([] {
+        OS().messages().showMessage(L"Effects", L"No .fx files found", iMessageService::OkButton,
+                                    iMessageService::Warning);
+    });
+    log.setDebugOutput(true);
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(log.takeComplaints(), std::vector<std::string>{"Effects: warning: No .fx files found"});
+}
+
 TEST(Messages, AreShownAndLogged)
 {
     std::string file;

@@ -526,7 +526,8 @@ TEST_F(LutTest, WhatIsNoFileIsRefusedAtOnce)
     std::filesystem::create_symlink("/dev/zero", directory_ / "zero.spi3d");
     EXPECT_EQ(cause("zero.spi3d"), ": this is not a regular file (a pipe, socket or device)");
     std::filesystem::create_symlink("loop.cube", directory_ / "loop.cube");
-    EXPECT_EQ(cause("loop.cube"), ": Too many levels of symbolic links");
+    EXPECT_EQ(cause("loop.cube"),
+              ": Too many levels of symbolic links; check the symbolic links of the path");
     EXPECT_EQ(refusal("empty.cube", ""), ": the file is empty");
     EXPECT_EQ(refusal("notes.txt", "LUT_3D_SIZE 2\n"), ": unknown LUT extension .txt");
     EXPECT_EQ(refusal("nothing", "LUT_3D_SIZE 2\n"), ": the name has no extension");

@@ -140,6 +140,18 @@ TEST_F(NoWorkerTest, ItCrashesAtTheStart)
     expectNoWorker(std::string(QX_TEST_WORKER) + ": it crashed (SIGABRT)");
 }
 
+TEST_F(NoWorkerTest, ItIsKilledAtTheStartEachTime)
+{
+    order("greeting:kill");
+    const EffectCompilation compiled = compile(write("good.fx", effectText()));
+    EXPECT_EQ(compiled.effect, nullptr);
+    EXPECT_THAT(compiled.messages,
+                testing::MatchesRegex(".*/good.fx:1:1: error: it cannot be compiled: the worker process does "
+                                      "not start: .*: it was killed from outside .SIGKILL., "
+                                      "twice; .* try again\n"));
+    EXPECT_EQ(log().size(), 1U);
+}
+
 TEST_F(NoWorkerTest, ItAnswersNonsenseAtTheStart)
 {
     order("greeting:garbage");

@@ -139,6 +139,26 @@ TEST_F(WorkerTest, AWorkerThatSomethingElseKilledIsReplacedAndTheEffectCompiles)
     }
 }
 
+TEST_F(WorkerTest, OneThatIsKilledWhileItGreetsTheHostIsReplacedAndTheEffectCompiles)
+{
+    const auto log = folder() / "greeting.log";
+    ::setenv("QXFXC_LOG", log.c_str(), 1);
+    order("greeting:gate"); // the second worker waits there too, for a file in this directory
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder());
+    const auto file = write("good.fx", effectText());
+    EffectWorkers& theirs = workers();
+    EffectCompilation compiled;
+    std::thread one([&] { compiled = theirs.compile(request(file)); });
+    ::kill(reached(log), SIGKILL);
+    write(".go", "");
+    one.join();
+    std::filesystem::current_path(before);
+    EXPECT_NE(compiled.effect, nullptr) << compiled.messages;
+    EXPECT_EQ(theirs.processesStarted(), 1U) << "the killed one never served";
+    EXPECT_EQ(this->log().size(), 0U);
+}
+
 TEST_F(WorkerTest, AFileSizeLimitDoesNotEndAWorker)
 {
     order("compiling:overrun");

@@ -1,6 +1,8 @@
 #include "tools/qxhost/console/Console.h"
 
 #include "host/core/Printable.h"
+#include "host/files/SystemError.h"
+#include "host/files/WriteFile.h"
 #include "tools/qxhost/console/Failure.h"
 
 #include <cerrno>
@@ -17,19 +19,6 @@ namespace {
 constexpr int standardOutput = 1;
 constexpr int standardError = 2;
 constexpr std::string_view wipeLine = "\r\033[K";
-
-/// Returns false, with errno set, if not everything could be written.
-bool writeAll(int file, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t n = ::write(file, text.data(), text.size());
-        if (n < 0 && errno != EINTR) {
-            return false;
-        }
-        text.remove_prefix(n > 0 ? static_cast<std::size_t>(n) : 0);
-    }
-    return true;
-}
 
 bool isOpen(int file)
 {
@@ -78,9 +67,8 @@ Console::~Console()
 void Console::data(std::string_view text)
 {
     const std::lock_guard lock(mutex_);
-    if (!writeAll(dataOutput_, text)) {
-        throw Failure(ExitCode::output,
-                      std::string("standard output: cannot be written (") + std::strerror(errno) + ")");
+    if (const int error = Host::writeAll(dataOutput_, text.data(), text.size()); error != 0) {
+        throw Failure(ExitCode::output, "standard output: cannot be written: " + Host::systemProblem(error));
     }
 }
 
@@ -126,7 +114,7 @@ void Console::endStatus(bool keep)
 
 void Console::print(std::string_view text)
 {
-    writeAll(standardError, text);
+    Host::writeAll(standardError, text.data(), text.size());
 }
 
 std::size_t Console::columns() const

@@ -1,4 +1,5 @@
 #include "tools/qxhost/diagnose/LifeSign.h"
+#include "host/files/SystemError.h"
 
 #include "tools/qxhost/console/Failure.h"
 
@@ -15,9 +16,9 @@ namespace {
 
 [[noreturn]] void fail(const char* what)
 {
-    throw Program::Failure(
-        Program::ExitCode::failed,
-        fmt::format("cannot share memory with the measuring process: {} ({})", what, std::strerror(errno)));
+    throw Program::Failure(Program::ExitCode::failed,
+                           fmt::format("cannot share memory with the measuring process ({}): {}", what,
+                                       Host::systemProblem(errno)));
 }
 
 } // namespace

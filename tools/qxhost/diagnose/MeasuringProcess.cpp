@@ -1,4 +1,5 @@
 #include "tools/qxhost/diagnose/MeasuringProcess.h"
+#include "host/files/SystemError.h"
 
 #include "host/core/ProgramStart.h"
 #include "tools/qxhost/console/Failure.h"
@@ -64,8 +65,7 @@ pid_t spawn(std::vector<std::string> arguments, int out, int err, int lifeSign)
     pid_t pid = -1;
     const int error = start.run("/proc/self/exe", std::move(arguments), pid);
     if (error != 0) {
-        throw Failure(ExitCode::failed,
-                      std::string("cannot start the measuring process (") + std::strerror(error) + ")");
+        throw Failure(ExitCode::failed, "cannot start the measuring process: " + Host::systemProblem(error));
     }
     return pid;
 }

@@ -65,6 +65,7 @@ ExitCode list(const EffectListOptions& options, Console& console)
     for (const ShaderEffectInfo& info : Manager::instance().effects()) {
         effects.push_back(describe(info));
     }
+    tellComplaints(console); // such as that there are none
     console.data(options.json ? jsonText(effects) : effectTable(effects));
     const bool broken = std::any_of(effects.begin(), effects.end(),
                                     [](const Json& effect) { return !effect["compiled"].get<bool>(); });

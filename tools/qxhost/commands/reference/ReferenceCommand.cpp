@@ -62,10 +62,11 @@ private:
     std::string text_; ///< made while the tables exist
 };
 
-const Registered<ReferenceCommand> registered({.name = "reference",
-                                               .order = 1000,
-                                               .about = "Print the manual page or a shell's completion",
-                                               .hidden = true});
+const Registered<ReferenceCommand>
+    registeredReference({.name = "reference",
+                         .order = 1000,
+                         .about = "Print the manual page or a shell's completion",
+                         .hidden = true});
 
 } // namespace
 

@@ -180,7 +180,12 @@ Refusal refusalFrom(const std::string& message, const std::string& path)
             said.push_back(std::move(text));
         }
     }
+    constexpr std::size_t most = 1000; // a text that a message quotes may look like many readers'
     for (const std::string& text : said) {
+        if (!refusal.cause.empty() && refusal.cause.size() + text.size() > most) {
+            refusal.cause += "; and more";
+            break;
+        }
         refusal.cause += (refusal.cause.empty() ? "" : "; or: ") + text;
     }
     if (said.empty()) {

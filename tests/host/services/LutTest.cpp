@@ -368,6 +368,17 @@ TEST_F(LutTest, ALineBehindTheEndThatAFileSpeaksOfIsNotTheMistakesLine)
     EXPECT_NE(cause.find("9999"), std::string::npos) << cause;
 }
 
+TEST_F(LutTest, ACauseIsOfALineAlsoIfAFileLooksLikeTheCausesOfManyReaders)
+{
+    std::string text = "SPILOT";
+    for (int i = 0; i < 1000; ++i) {
+        text += "' failed with: it is no " + std::to_string(i);
+    }
+    const std::string cause = refusal("many.spi3d", text + "\n3 3\n2 2 2\n0 0 0 0 0.5 0\n");
+    EXPECT_LT(cause.size(), 1200U) << cause;
+    EXPECT_EQ(cause.substr(cause.size() - 10), "; and more");
+}
+
 TEST_F(LutTest, EveryKindIsAmongTheSupportedTypes)
 {
     Qx::Vector<LightweightString<wchar_t>> types;

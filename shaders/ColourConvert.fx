@@ -33,6 +33,12 @@ float targetMax : TARGETMAXCODE;
 float pSourceImageTotalWidthInDWORDs = 0.0;
 float DestImageWidth = 0.0;
 
+// Set by callers that decode full range of n bits in the upper ones of 16: the distance of its codes, 2^(16-n).
+float pSourceCodeStep = 1.0;
+// Set by callers that decode colour differences which are halved around their zero: 2. What a filter of theirs
+// has overshot then fits in the codes.
+float pSourceChromaGain = 1.0;
+
 #define BT601 1
 #define BT709 2
 

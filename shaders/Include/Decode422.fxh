@@ -119,30 +119,27 @@ float4 decode422(int2 pixel : VPOS, uniform int matrixId, uniform bool sourceFul
     float4 own = pairAt(pair.x, pair.y);
     float4 chroma = chromaAt(own, pair, lastPair, odd, filterId);
 
-    Rescale r = rescale(inputMax, sourceFull, targetMax, targetFull);
+    Rescale r = rescale(inputMax, pSourceCodeStep, sourceFull, targetMax, targetFull);
     DecodeMatrix m = decodeMatrix(matrixId, sourceFull, targetFull);
+    m.rCr *= pSourceChromaGain;
+    m.gCb *= pSourceChromaGain;
+    m.gCr *= pSourceChromaGain;
+    m.bCb *= pSourceChromaGain;
     m.y.y = withExcess(m.y, r);
     m.rCr.y = withExcess(m.rCr, r);
     m.gCb.y = withExcess(m.gCb, r);
     m.gCr.y = withExcess(m.gCr, r);
     m.bCb.y = withExcess(m.bCb, r);
 
-    // The offsets of black and of the zero of Cb and Cr combine to a constant.
     float sourceStep = stepOf(inputMax);
     float targetBlack = targetFull ? 0.0 : VIDEO_BLACK * sourceStep * UNITS;
     float2 luma = (sourceFull ? 0.0 : -VIDEO_BLACK * sourceStep) * m.y + float2(targetBlack, r.halfCode);
-    float2 zero = -CHROMA_ZERO * sourceStep;
-    float2 red = luma + zero * m.rCr;
-    float2 green = luma + zero * (m.gCb + m.gCr);
-    float2 blue = luma + zero * m.bCb;
 
     float y = odd ? own.g : own.a;
-    float2 c = chroma.xy;
+    float2 c = chroma.xy - CHROMA_ZERO * sourceStep; // before it is multiplied: the products stay exact
     float2 rest = chroma.zw;
-    float3 upper = m.y.x * y + float3(m.rCr.x * c.y + red.x, m.gCb.x * c.x + m.gCr.x * c.y + green.x,
-                                      m.bCb.x * c.x + blue.x);
-    float3 lower = m.y.y * y + float3(m.rCr.y * c.y + red.y, m.gCb.y * c.x + m.gCr.y * c.y + green.y,
-                                      m.bCb.y * c.x + blue.y);
+    float3 upper = m.y.x * y + luma.x + float3(m.rCr.x * c.y, m.gCb.x * c.x + m.gCr.x * c.y, m.bCb.x * c.x);
+    float3 lower = m.y.y * y + luma.y + float3(m.rCr.y * c.y, m.gCb.y * c.x + m.gCr.y * c.y, m.bCb.y * c.x);
     if (filterId != POINT)
     {
         float part = 1.0 / denominatorOf(filterId);

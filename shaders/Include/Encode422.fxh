@@ -127,7 +127,7 @@ float4 encode422(int2 pos : VPOS, uniform int matrixId, uniform bool sourceFull,
         rest = (upper - whole) + lower;
     }
 
-    Rescale r = rescale(inputMax, sourceFull, targetMax, targetFull);
+    Rescale r = rescale(inputMax, 1.0, sourceFull, targetMax, targetFull);
     EncodeMatrix m = encodeMatrix(matrixId, sourceFull, targetFull);
     m.yLower = withExcess(m.yUpper, m.yLower, r);
     m.cbLower = withExcess(m.cbUpper, m.cbLower, r);

@@ -37,10 +37,11 @@ float inverseStepOf(float maxCode)
 }
 
 // The range constants assume 256 steps where a full range has 256 - 1 / 2^(n-8); `excess` corrects this: full
-// range to 2^n codes divides by 1 - 2^-n, the reverse multiplies by it.
-Rescale rescale(float sourceMax, bool sourceFull, float targetMax, bool targetFull)
+// range to 2^n codes divides by 1 - 2^-n, the reverse multiplies by it. `sourceStep` is the distance of the
+// source's codes: 2^(16-n) for n bits in the upper ones of 16, else 1.
+Rescale rescale(float sourceMax, float sourceStep, bool sourceFull, float targetMax, bool targetFull)
 {
-    float sourcePart = sourceFull ? 1.0 / (sourceMax + 1.0) : 0.0;
+    float sourcePart = sourceFull ? sourceStep / (sourceMax + 1.0) : 0.0;
     float targetPart = targetFull ? 1.0 / (targetMax + 1.0) : 0.0;
 
     Rescale r;

@@ -44,7 +44,7 @@ void checkInfo(const StreamInfo& info)
 }
 
 /// As the program does it, into memory that has no byte too many.
-void pack(const StreamInfo& info, const Frame& frame, FramePacker& packer)
+void pack(const StreamInfo& info, const FramePacker::Target& target, const Frame& frame, FramePacker& packer)
 {
     if (info.width * static_cast<std::int64_t>(info.height) > mostPixels) {
         return;
@@ -55,8 +55,8 @@ void pack(const StreamInfo& info, const Frame& frame, FramePacker& packer)
                                   : FramePacker::rowBytes(info.width, info.packingDepth);
     std::vector<std::byte> rows(pitch * static_cast<std::size_t>(info.height));
     const auto step = static_cast<std::ptrdiff_t>(pitch);
-    const Status status = rgb ? packRgb(frame, info.packingDepth, info.colour.range, rows.data(), step)
-                              : packer.pack(frame, rows.data(), step);
+    const Status status =
+        rgb ? packRgb(frame, target, rows.data(), step) : packer.pack(frame, rows.data(), step);
     if (!status) {
         checkLine(status.text(), "a frame refused");
     }
@@ -65,7 +65,12 @@ void pack(const StreamInfo& info, const Frame& frame, FramePacker& packer)
 void readFrames(ClipReader& reader)
 {
     const StreamInfo& info = reader.info();
-    FramePacker packer({info.packingDepth, info.colour.range, info.colour.matrix});
+    const FramePacker::Target target{.depth = info.packingDepth,
+                                     .range = info.colour.range,
+                                     .matrix = info.colour.matrix,
+                                     .followTags = true,
+                                     .anyForm = true};
+    FramePacker packer(target);
     std::optional<std::int64_t> last;
     for (int i = 0; i < mostFrames; ++i) {
         Frame frame;
@@ -79,7 +84,7 @@ void readFrames(ClipReader& reader)
         promise(!last || frame.time().pts > *last, "time that stands still");
         promise(frame.time().duration >= 0, "a duration below nothing");
         last = frame.time().pts;
-        pack(info, frame, packer);
+        pack(info, target, frame, packer);
     }
     while (reader.audio()->pop()) {
     }

@@ -5,8 +5,10 @@
 #include "tests/system/media/MediaFixture.h"
 #include "tools/qxhost/media/Ffmpeg.h"
 
+#include <algorithm>
 #include <cmath>
 #include <tuple>
+#include <utility>
 
 namespace Qx::Media::Test {
 namespace {
@@ -41,6 +43,36 @@ TEST_P(Levels, EveryCodeComesBackFromADeeperFormat)
     for (unsigned code = 0; code < 1U << from; ++code) {
         ASSERT_EQ(codeAtDepth(codeAtDepth(code, from, to, range), to, from, range), code);
         ASSERT_EQ(chromaAtDepth(chromaAtDepth(code, from, to, range), to, from, range), code);
+    }
+}
+
+/// Codes of 8 bits per range: black or zero, and the codes up to white or from one end of a colour difference
+/// to the other.
+std::pair<double, double> scaleOf(const Coding& coding, bool chroma)
+{
+    const double largest = std::ldexp(1.0, coding.bits) - 1;
+    const bool isFull = coding.range == Range::full;
+    if (chroma) {
+        return {std::ldexp(1.0, coding.bits - 1), isFull ? largest : std::ldexp(224.0, coding.bits - 8)};
+    }
+    return {isFull ? 0.0 : std::ldexp(16.0, coding.bits - 8),
+            isFull ? largest : std::ldexp(219.0, coding.bits - 8)};
+}
+
+TEST_P(Levels, EveryCodeBecomesTheNearestOneOfItsLevelInTheOtherRange)
+{
+    const auto [from, to, range] = GetParam();
+    const Coding source{from, range};
+    const Coding target{to, range == Range::full ? Range::video : Range::full};
+    for (const bool chroma : {false, true}) {
+        const auto [zero, codes] = scaleOf(source, chroma);
+        const auto [newZero, newCodes] = scaleOf(target, chroma);
+        for (unsigned code = 0; code < 1U << from; ++code) {
+            const double exact = newZero + (code - zero) / codes * newCodes;
+            const double held = std::clamp(exact, 0.0, std::ldexp(1.0, to) - 1);
+            const auto got = chroma ? chromaOfLevel(code, source, target) : codeOfLevel(code, source, target);
+            ASSERT_NEAR(got, held, 0.5 + 1e-9) << code << (chroma ? " of chroma" : "");
+        }
     }
 }
 

@@ -457,6 +457,116 @@ TEST_F(Reader, DamagedFramesAreCountedWithTheirTimeAndDoNotEndTheClip)
         << reader->problems().front();
 }
 
+/// Reads some frames, or all.
+std::int64_t problemsAfter(const fs::path& file, int frames)
+{
+    auto opened = ClipReader::open(file, {.threads = 8});
+    EXPECT_TRUE(opened) << opened.text();
+    ClipReader& reader = *opened.value();
+    Frame frame;
+    for (int i = 0; i < frames && reader.next(frame) == ClipReader::Next::frame; ++i) {
+    }
+    return reader.problemCount();
+}
+
+TEST_F(Reader, DamageBehindTheFramesTakenDoesNotCountThoughTheDecoderReadsAhead)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25 -frames:v 10 -c:v mjpeg -movflags +faststart whole.mov");
+    Bytes bytes = contents(at("whole.mov"));
+    bytes.resize(bytes.size() * 7 / 10);
+    store(at("cut.mov"), bytes);
+    EXPECT_EQ(problemsAfter(at("cut.mov"), 3), 0);
+    EXPECT_GT(problemsAfter(at("cut.mov"), 100), 0);
+
+    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25 -frames:v 10 s%02d.png");
+    const Bytes sound = contents(at("s06.png"));
+    store(at("s06.png"), Bytes(sound.begin(), sound.begin() + 200));
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(problemsAfter(at("s%02d.png"), 5), 0);
+    }
+    EXPECT_GT(problemsAfter(at("s%02d.png"), 6), 0);
+
+    store(at("s06.png"), sound);
+    fs::remove(at("s09.png"));
+    EXPECT_EQ(problemsAfter(at("s%02d.png"), 3), 0);
+    EXPECT_EQ(problemsAfter(at("s%02d.png"), 8), 0);
+    EXPECT_EQ(problemsAfter(at("s%02d.png"), 9), 1);
+}
+
+TEST_F(Reader, DamageThatAFrameNeedsCountsThoughItIsShownLater)
+{
+    // In the order of decoding: frames 0, 3, 1 and 2. The second refers to the fourth.
+    ffmpeg("-f lavfi -i testsrc2=s=128x96:r=25 -frames:v 10 -c:v mpeg2video -bf 2 -b_strategy 0 -g 50 "
+           "whole.mkv");
+    Bytes bytes = contents(at("whole.mkv"));
+    const std::string places = probe(at("whole.mkv"), "packet=pos");
+    const std::string key = "pos=";
+    const std::size_t first = places.find(key);
+    const std::size_t second = places.find(key, first + 1);
+    const auto begin = static_cast<std::ptrdiff_t>(std::stol(places.substr(second + key.size())));
+    ASSERT_LT(begin + 400, static_cast<std::ptrdiff_t>(bytes.size()));
+    std::fill(bytes.begin() + begin + 100, bytes.begin() + begin + 400, std::uint8_t{0xff});
+    store(at("hurt.mkv"), bytes);
+    EXPECT_EQ(problemsAfter(at("hurt.mkv"), 1), 0);
+    EXPECT_GT(problemsAfter(at("hurt.mkv"), 2), 0);
+}
+
+TEST_F(Reader, DamageInASequenceIsToldByThePicturesFile)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25 -frames:v 10 s%02d.png");
+    const Bytes sound = contents(at("s04.png"));
+    store(at("s04.png"), Bytes(sound.begin(), sound.begin() + 200));
+    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25 -frames:v 1 -start_number 7 -update 1 s07.png");
+    Bytes hurt = contents(at("s07.png"));
+    std::fill(hurt.end() - 300, hurt.end() - 100, std::uint8_t{0}); // the end of the picture's data
+    store(at("s07.png"), hurt);
+    for (const int threads : {1, 4, 16}) {
+        auto opened = ClipReader::open(at("s%02d.png"), {.threads = threads});
+        ASSERT_TRUE(opened) << opened.text();
+        ClipReader& reader = *opened.value();
+        allTimes(reader);
+        ASSERT_GE(reader.problemCount(), 2) << threads;
+        EXPECT_TRUE(has(reader.problems()[0], "picture 4 (\"") &&
+                    has(reader.problems()[0], "s04.png\") is damaged"))
+            << reader.problems()[0];
+        EXPECT_TRUE(has(reader.problems()[1], "picture 7 (\"") &&
+                    has(reader.problems()[1], "s07.png\") is damaged"))
+            << reader.problems()[1];
+    }
+}
+
+TEST_F(Reader, EachFrameIsReadInItsOwnRangeAndBroughtToTheOneWanted)
+{
+    const auto clip = [&](const std::string& name, const std::string& pixelFormat, const std::string& range) {
+        ffmpeg("-f lavfi -i color=0x808080:s=32x16:r=25 -frames:v 2 -vf scale=out_range=" + range +
+               ",format=" + pixelFormat + " -color_range " + range +
+               " -colorspace bt709 -color_primaries bt709 -color_trc bt709 -c:v libx264 -qp 0 -bf 0 " + name);
+        return contents(at(name));
+    };
+    for (const std::string pixelFormat : {"yuv420p", "yuv422p"}) {
+        Bytes both = clip("video.h264", pixelFormat, "tv");
+        const Bytes second = clip("full.h264", pixelFormat, "pc");
+        both.insert(both.end(), second.begin(), second.end());
+        store(at("both.h264"), both);
+        auto reader = open(at("both.h264"));
+        ASSERT_TRUE(reader);
+        EXPECT_EQ(reader->info().colour.range, Range::video);
+        FramePacker following({.range = Range::video, .followTags = true});
+        FramePacker insisting({.range = Range::video});
+        Frame frame;
+        for (int i = 0; i < 4; ++i) {
+            ASSERT_EQ(reader->next(frame), ClipReader::Next::frame) << reader->failure();
+            EXPECT_EQ(frame.range(), i < 2 ? Range::video : Range::full) << pixelFormat << " " << i;
+            Bytes rows(FramePacker::rowBytes(32, Depth::bits8) * 16);
+            ASSERT_TRUE(following.pack(frame, rows.data(), 64));
+            EXPECT_EQ(rows[0], 126) << pixelFormat << " " << i; // 16 + 219 * 128 / 255
+            EXPECT_EQ(rows[1], 128);
+            ASSERT_TRUE(insisting.pack(frame, rows.data(), 64));
+            EXPECT_EQ(rows[0], i < 2 ? 126 : 128) << pixelFormat << " " << i;
+        }
+    }
+}
+
 TEST_F(Reader, RandomDamageNeverHangsOrCrashes)
 {
     ffmpeg("-f lavfi -i testsrc2=s=64x64:r=25:d=0.4 -f lavfi -i sine=d=0.4 -c:v libx264 -c:a aac clip.mp4");
@@ -490,7 +600,9 @@ TEST_F(Reader, AChangeOfSizeIsAFailureThatSaysBothSizes)
     EXPECT_EQ(allTimes(*reader).size(), 5U);
     Frame frame;
     EXPECT_EQ(reader->next(frame), ClipReader::Next::failed);
-    EXPECT_TRUE(has(reader->failure(), "64x64") && has(reader->failure(), "96x64")) << reader->failure();
+    EXPECT_TRUE(has(reader->failure(), "64x64") && has(reader->failure(), "96x64") &&
+                has(reader->failure(), "cut off what follows to convert it by itself"))
+        << reader->failure();
 }
 
 TEST_F(Reader, NamesNeedNotBeUtf8AndMayHoldPercentSignsAndColons)

@@ -276,7 +276,7 @@ INSTANTIATE_TEST_SUITE_P(
                3,
                0,
                "",
-               {"size changes from 64x48 to 96x48 near frame 11"}},
+               {"size changes from 64x48 to 96x48 near frame 11", "--frames 10 converts what is before it"}},
         Oddity{"of_chroma_resolution_and_depth",
                {BARE "-pix_fmt yuv444p a.h264", BARE "-pix_fmt yuv420p b.h264",
                 BARE "-pix_fmt yuv422p10 c.h264"},
@@ -326,7 +326,8 @@ INSTANTIATE_TEST_SUITE_P(
                3,
                0,
                "",
-               {"size changes from 64x48 to 32x32 near 0.080 s"}}),
+               {"size changes from 64x48 to 32x32 at picture 3 (\"s3.png\")", "rename what follows",
+                "--frames 2 converts what is before it"}}),
     [](const auto& test) { return std::string(test.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(
@@ -407,7 +408,8 @@ INSTANTIATE_TEST_SUITE_P(
                            3,
                            3,
                            usual,
-                           {"damaged video near", "announces 4 frames, of which 3 could be read"}}),
+                           {"picture 3 (\"s3.png\") is damaged",
+                            "announces 4 frames, of which 3 could be read"}}),
     [](const auto& test) { return std::string(test.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(

@@ -1,10 +1,13 @@
 #include "tests/pixels/ClipReference.h"
 #include "tests/system/program/Program.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <random>
 
 namespace Qx::System {
 
@@ -310,6 +313,141 @@ TEST_F(PixelFormats, a_clip_of_420_becomes_the_exact_rgb_within_a_code_and_the_n
         }
         EXPECT_LE(static_cast<double>(beyondACode), 1e-4 * static_cast<double>(samples)) << name;
         EXPECT_LE(static_cast<double>(notNearest), 1e-2 * static_cast<double>(samples)) << name;
+    }
+}
+
+TEST_F(PixelFormats, edges_of_saturated_colours_of_420_are_exact_within_a_code)
+{
+    // Blocks of the eight corners of RGB, as codes of BT.709.
+    constexpr std::array<std::array<int, 3>, 8> corners{{{16, 128, 128},
+                                                         {63, 102, 240},
+                                                         {173, 42, 26},
+                                                         {219, 16, 138},
+                                                         {32, 240, 118},
+                                                         {78, 214, 230},
+                                                         {188, 154, 16},
+                                                         {235, 128, 128}}};
+    constexpr int wide = 128;
+    constexpr int high = 64;
+    constexpr int block = 4;
+    for (const int bits : {8, 10}) {
+        std::mt19937 random(5);
+        std::vector<unsigned> blocks(wide * high / (block * block));
+        std::generate(blocks.begin(), blocks.end(), [&] { return static_cast<unsigned>(random() % 8); });
+        std::string planes;
+        for (std::size_t plane = 0; plane < 3; ++plane) {
+            const int step = plane == 0 ? 1 : 2;
+            for (int y = 0; y < high; y += step) {
+                for (int x = 0; x < wide; x += step) {
+                    const auto at = static_cast<std::size_t>(y / block * (wide / block) + x / block);
+                    const int code = corners.at(blocks[at]).at(plane) << (bits - 8);
+                    planes += static_cast<char>(code);
+                    planes += bits > 8 ? std::string(1, static_cast<char>(code >> 8)) : std::string();
+                }
+            }
+        }
+        write("planes.raw", planes);
+        const std::string layout = bits > 8 ? "yuv420p10le" : "yuv420p";
+        for (const char* tag : {"tv", "pc"}) {
+            ffmpeg({"-f", "rawvideo", "-pix_fmt", layout, "-s", "128x64", "-i", "planes.raw", "-c:v", "ffv1",
+                    "-strict", "-1", "-colorspace", "bt709", "-color_range", tag, "edges.mkv"});
+            succeed({"convert", "edges.mkv", "rgb.raw", "--format", "bgr3", "--force"});
+            Pixels::PlanarFrame form;
+            form.width = wide;
+            form.height = high;
+            form.bits = bits;
+            form.halfHeight = true;
+            form.range = std::string(tag) == "pc" ? Pixels::Range::Full : Pixels::Range::Video;
+            form.matrix = Pixels::Matrix::Bt709;
+            const std::vector<double> exact = Pixels::exactRgb(
+                Pixels::planarFrame(form, {planes.begin(), planes.end()}), Pixels::Range::Full, 8);
+            const std::string codes = read(at("rgb.raw"));
+            ASSERT_EQ(codes.size(), exact.size());
+            double worst = 0;
+            constexpr int border = 2;
+            for (int y = border; y < high - border; ++y) {
+                for (int i = border * 3; i < (wide - border) * 3; ++i) {
+                    const auto at = static_cast<std::size_t>(y * wide * 3 + i);
+                    worst = std::max(worst, std::abs(static_cast<std::uint8_t>(codes[at]) - exact[at]));
+                }
+            }
+            EXPECT_LE(worst, 0.52) << layout << " " << tag;
+        }
+    }
+}
+
+/// R, G and B of raw frames of a format whose components have these bits.
+std::vector<double> rgbCodes(const std::string& bytes, int bits)
+{
+    const auto byte = [&](std::size_t at) {
+        return static_cast<std::uint32_t>(static_cast<std::uint8_t>(bytes[at]));
+    };
+    std::vector<double> codes;
+    if (bits == 10) {
+        for (std::size_t i = 0; i + 3 < bytes.size(); i += 4) {
+            const std::uint32_t word = byte(i) | byte(i + 1) << 8U | byte(i + 2) << 16U | byte(i + 3) << 24U;
+            for (const unsigned shift : {20U, 10U, 0U}) {
+                codes.push_back(word >> shift & 1023U);
+            }
+        }
+        return codes;
+    }
+    const std::size_t size = bits == 8 ? 1 : 2;
+    for (std::size_t i = 0; i + size <= bytes.size(); i += size) {
+        codes.push_back(size == 1 ? byte(i) : byte(i) | byte(i + 1) << 8U);
+    }
+    return codes;
+}
+
+TEST_F(PixelFormats, a_clip_of_422_becomes_the_nearest_rgb_in_either_range_at_every_depth)
+{
+    constexpr int wide = 96;
+    constexpr int high = 16;
+    for (const auto& [bits, tag] : {std::pair{8, "pc"}, {10, "pc"}, {12, "pc"}, {10, "tv"}}) {
+        std::mt19937 random(static_cast<unsigned>(bits));
+        std::string noise;
+        for (int i = 0; i < 2 * wide * high; ++i) {
+            const auto code = random() & ((1U << bits) - 1);
+            noise += static_cast<char>(code);
+            noise += bits > 8 ? std::string(1, static_cast<char>(code >> 8U)) : std::string();
+        }
+        write("noise.raw", noise);
+        const std::string layout = "yuv422p" + (bits > 8 ? std::to_string(bits) + "le" : std::string());
+        ffmpeg({"-f", "rawvideo", "-pix_fmt", layout, "-s", "96x16", "-i", "noise.raw", "-c:v", "ffv1",
+                "-strict", "-1", "-colorspace", "bt709", "-color_range", tag, "noise.mkv"});
+        Pixels::PlanarFrame form;
+        form.width = wide;
+        form.height = high;
+        form.bits = bits;
+        form.range = std::string(tag) == "pc" ? Pixels::Range::Full : Pixels::Range::Video;
+        form.matrix = Pixels::Matrix::Bt709;
+        const Pixels::PlanarFrame frame = Pixels::planarFrame(form, {noise.begin(), noise.end()});
+        for (const auto& [format, depth] : {std::pair{"bgr3", 8}, {"argb10", 10}, {"b48r", 16}}) {
+            for (const auto& [word, range] :
+                 {std::pair{"full", Pixels::Range::Full}, {"video", Pixels::Range::Video}}) {
+                succeed({"convert", "noise.mkv", "rgb.raw", "--format", format, "--output-range", word,
+                         "--force"});
+                const std::vector<double> codes = rgbCodes(read(at("rgb.raw")), depth);
+                const std::vector<double> exact = Pixels::exactRgb(frame, range, depth);
+                ASSERT_EQ(codes.size(), exact.size());
+                std::size_t samples = 0;
+                std::size_t notNearest = 0;
+                double worst = 0;
+                constexpr int border = 4; // where filters differ in what they take beyond the picture
+                for (int y = 0; y < high; ++y) {
+                    for (int i = border * 3; i < (wide - border) * 3; ++i) {
+                        const auto at = static_cast<std::size_t>(y * wide * 3 + i);
+                        const double away = std::abs(codes[at] - exact[at]);
+                        worst = std::max(worst, away);
+                        ++samples;
+                        notNearest += away > 0.5 + 1e-6 ? 1U : 0U;
+                    }
+                }
+                const std::string what = layout + " " + tag + " to " + format + " " + word;
+                EXPECT_LE(static_cast<double>(notNearest), 1e-3 * static_cast<double>(samples)) << what;
+                EXPECT_LE(worst, 0.51) << what;
+            }
+        }
     }
 }
 

@@ -57,6 +57,11 @@ TEST_F(Runs, a_termination_leaves_no_part_of_a_file)
     expectCleanEnd(SIGTERM);
 }
 
+TEST_F(Runs, a_quit_leaves_no_part_of_a_file)
+{
+    expectCleanEnd(SIGQUIT);
+}
+
 TEST_F(Runs, a_second_interrupt_leaves_no_part_of_a_file_either)
 {
     makeClip(2000);

@@ -17,7 +17,7 @@ namespace Qx::Program {
 
 namespace {
 
-constexpr std::array endingSignals{SIGINT, SIGTERM, SIGHUP};
+constexpr std::array endingSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 constexpr char interrupted = 'i';
 constexpr char finished = 'f';
 

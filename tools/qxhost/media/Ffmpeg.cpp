@@ -1,4 +1,5 @@
 #include "tools/qxhost/media/Ffmpeg.h"
+#include "host/files/SystemError.h"
 
 #include <array>
 #include <cstdarg>
@@ -61,6 +62,10 @@ void keepMessage(void* context, int level, const char* format, va_list arguments
 
 std::string errorText(int code)
 {
+    constexpr int lastOfSystem = 4095; // FFmpeg's own numbers are beyond
+    if (code < 0 && code >= -lastOfSystem) {
+        return Host::systemProblem(AVUNERROR(code));
+    }
     std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
     av_strerror(code, text.data(), text.size());
     return text.data();

@@ -15,8 +15,10 @@ extern "C" {
 
 #include <algorithm>
 #include <cstring>
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -52,6 +54,39 @@ inline int openStream(AVIOContext*& stream, const std::string& url, int flags)
     } while (error == AVERROR(EINTR));
     return std::min(error, 0);
 }
+
+// A packet's number, which the frames decoded from it tell in whatever order they come.
+#if LIBAVCODEC_VERSION_MAJOR >= 60
+/// To be called before the decoder is opened.
+inline void numberFrames(AVCodecContext& decoder)
+{
+    decoder.flags |= AV_CODEC_FLAG_COPY_OPAQUE;
+}
+
+/// To be called before the packet is sent.
+inline void numberPacket(AVCodecContext& /*decoder*/, AVPacket& packet, std::int64_t number)
+{
+    packet.opaque = reinterpret_cast<void*>(static_cast<std::intptr_t>(number + 1));
+}
+
+inline std::optional<std::int64_t> packetNumber(const AVFrame& frame)
+{
+    return frame.opaque ? std::optional(reinterpret_cast<std::intptr_t>(frame.opaque) - 1) : std::nullopt;
+}
+#else
+inline void numberFrames(AVCodecContext& /*decoder*/) {}
+
+inline void numberPacket(AVCodecContext& decoder, AVPacket& /*packet*/, std::int64_t number)
+{
+    decoder.reordered_opaque = number;
+}
+
+/// Empty if the decoder does not say.
+inline std::optional<std::int64_t> packetNumber(const AVFrame& frame)
+{
+    return frame.reordered_opaque >= 0 ? std::optional(frame.reordered_opaque) : std::nullopt;
+}
+#endif
 
 inline AVRational toAv(Rational value)
 {

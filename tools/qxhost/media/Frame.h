@@ -14,8 +14,9 @@ class Frame
 {
 public:
     Frame() = default;
-    Frame(std::shared_ptr<const AVFrame> picture, const FrameTime& time, bool damaged)
-        : picture_(std::move(picture)), time_(time), damaged_(damaged)
+    Frame(std::shared_ptr<const AVFrame> picture, const FrameTime& time, bool damaged,
+          Range range = Range::video)
+        : picture_(std::move(picture)), time_(time), damaged_(damaged), range_(range)
     {
     }
 
@@ -23,6 +24,8 @@ public:
     const FrameTime& time() const { return time_; }
     /// The decoder met errors in this frame and patched them.
     bool damaged() const { return damaged_; }
+    /// Of its codes, by its own tag or, if it has none, the first frame's.
+    Range range() const { return range_; }
     /// For this folder's own use.
     const AVFrame* picture() const { return picture_.get(); }
 
@@ -30,6 +33,7 @@ private:
     std::shared_ptr<const AVFrame> picture_;
     FrameTime time_;
     bool damaged_ = false;
+    Range range_ = Range::video;
 };
 
 } // namespace Qx::Media

@@ -51,12 +51,12 @@ enum class Depth
 ///
 /// The assumption: BT.709 for pictures wider than 720 pixels, else BT.601; video range. RGB, palette and grey
 /// pictures become YCbCr in video range with the matrix that the same rule picks, which is no guess because
-/// the conversion is made here.
+/// the conversion is made here. RGB that stays RGB is assumed to be full range.
 struct Colour
 {
     Range range = Range::video;
     Matrix matrix = Matrix::bt709;
-    bool rangeGuessed = false;
+    bool rangeGuessed = false; ///< of RGB: rgbRange
     bool matrixGuessed = false;
     /// The stream holds RGB, grey or a palette; range and matrix tell what the reader makes of it.
     bool fromRgb = false;

@@ -1,6 +1,9 @@
 #include "tools/qxhost/pipeline/FramePipeline.h"
 
 #include "QxFxResources/GPUColourConverter.h"
+#include "QxFxResources/Manager.h"
+#include "image/TechniqueApplication.h"
+#include "platform/CriticalSection.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
@@ -9,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 #include <utility>
 
 namespace Qx::Program {
@@ -36,6 +40,33 @@ std::int64_t frameNumber(const Media::StreamInfo& info, std::int64_t ticks, std:
     return info.frameRate.num > 0 ? std::llround(seconds * info.frameRate.toDouble()) : counted;
 }
 
+/// Tells the decoding techniques, while it lives, how codes stand for levels.
+class FormOfCodes
+{
+public:
+    FormOfCodes(const Media::FramePacker::CodeForm& form, unsigned sampleBits)
+        : lock_(FxResources::Manager::instance().gpuLock()), effect_(Image::getShader(L"ColourConvert.fx"))
+    {
+        const int unused = std::max(static_cast<int>(sampleBits) - form.bits, 0);
+        set(static_cast<float>(1 << unused), form.halfChroma ? 2.0F : 1.0F);
+    }
+    ~FormOfCodes() { set(1.0F, 1.0F); }
+    FormOfCodes(const FormOfCodes&) = delete;
+    FormOfCodes& operator=(const FormOfCodes&) = delete;
+
+private:
+    void set(float codeStep, float chromaGain)
+    {
+        if (effect_) {
+            effect_->setFloat("pSourceCodeStep", codeStep);
+            effect_->setFloat("pSourceChromaGain", chromaGain);
+        }
+    }
+
+    CriticalSectionScope lock_;
+    Qx::Ptr<iShaderEffect> effect_;
+};
+
 } // namespace
 
 FramePipeline::FramePipeline(const ConversionJob& job, std::function<void(std::int64_t)> onFrame)
@@ -43,7 +74,9 @@ FramePipeline::FramePipeline(const ConversionJob& job, std::function<void(std::i
       onFrame_(std::move(onFrame)),
       width_(job.input.info().width),
       height_(job.input.info().height),
-      format_(job.depth == Media::Depth::bits8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16),
+      format_(job.tenBits                        ? iGPUImage::eARGB10
+              : job.depth == Media::Depth::bits8 ? iGPUImage::eARGB8
+                                                 : iGPUImage::eARGB16),
       inFlight_(framesInFlight(width_, height_, job.source.depth)),
       upload_(job.input.prepare(job.source), job.source, job.input.codeBits(job.source)),
       decoded_(inFlight_),
@@ -131,9 +164,9 @@ void FramePipeline::decode()
     for (std::int64_t n = 0; job_.frames == 0 || taken < job_.frames; ++n) {
         const iFrameInput::Next next = job_.input.next(frame);
         if (next == iFrameInput::Next::failed) {
-            throw Failure(ExitCode::input, job_.input.failure());
+            inputFailure_ = failureOfInput(n, taken);
         }
-        if (next == iFrameInput::Next::end) {
+        if (next != iFrameInput::Next::frame) {
             break;
         }
         firstTime = n == 0 ? frame.time().pts : firstTime;
@@ -148,6 +181,19 @@ void FramePipeline::decode()
         }
     }
     decoded_.close();
+}
+
+/// `given`: frames that the input gave; `taken`: those of them that are converted.
+std::string FramePipeline::failureOfInput(std::int64_t given, std::int64_t taken) const
+{
+    std::string text = job_.input.failure();
+    if (taken > 0) {
+        text += "; --frames " + std::to_string(taken) + " converts what is before it";
+    } else if (given > 0) {
+        text += "; it has " + std::to_string(given) + (given == 1 ? " frame" : " frames") +
+                " before that, choose a smaller --start";
+    }
+    return text;
 }
 
 void FramePipeline::pack()
@@ -167,20 +213,21 @@ void FramePipeline::pack()
         if (!packed) {
             throw Failure(ExitCode::input, packed.text());
         }
-        if (!packed_.push({std::move(*image), frame.time(), decoded->number})) {
+        if (!packed_.push({std::move(*image), job_.input.formOf(frame), frame.time(), decoded->number})) {
             return;
         }
     }
     packed_.close();
 }
 
-Surface FramePipeline::toRGB(const Surface& pairs) const
+Surface FramePipeline::toRGB(const Surface& pairs, const Media::FramePacker::CodeForm& form) const
 {
     Surface picture = pairs.createDestARGBGPUSurface(format_);
     if (!picture.getGPUSurface()) {
         failOnDevice(width_, height_);
     }
     const Drawing drawing = tryDrawing([&] {
+        const FormOfCodes told(form, pairs.getBitsPerComponent());
         return Image::ColourConversion::convertYCrCb422ToRGB(pairs, picture, job_.outputRange, job_.filter);
     });
     if (drawing == Drawing::refused) {
@@ -200,7 +247,8 @@ bool FramePipeline::convertFrame(const Packed& frame)
     if (job_.keepCodes) {
         return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
     }
-    const Surface picture = job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded) : uploaded, format_);
+    const Surface picture =
+        job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded, frame.form) : uploaded, format_);
     const Media::Range range =
         job_.outputRange == Image::GamutScaling::Video ? Media::Range::video : Media::Range::full;
     if (job_.burnIn != nullptr) {

@@ -19,6 +19,7 @@
 #include <exception>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -32,6 +33,7 @@ struct ConversionJob
 
     Media::FramePacker::Target source;        ///< how frames come to the GPU; their range and matrix
     Media::Depth depth = Media::Depth::bits8; ///< of pictures: of the RGB made
+    bool tenBits = false; ///< make pictures of 10 bits instead; without effects and others
     Image::GamutScaling outputRange = Image::GamutScaling::Unscaled;
     Image::Filter filter = Image::Filter::CatmullRom;
     BurnIn* burnIn = nullptr;                ///< after the effects; null: none
@@ -52,8 +54,12 @@ public:
     FramePipeline(const ConversionJob& job, std::function<void(std::int64_t)> onFrame);
 
     /// Converts everything and returns the number of frames written; the writer is not finished. Throws the
-    /// first Failure of any thread. Call it once.
+    /// first Failure of any thread. If the input fails, what came before is converted first, and
+    /// inputFailure() says why. Call it once.
     std::int64_t run(Media::iFrameWriter& writer);
+
+    /// Empty, or why the input could not be read to its end, and what to do.
+    const std::string& inputFailure() const { return inputFailure_; }
 
     /// Ends run() early, from any thread.
     void stop();
@@ -71,6 +77,7 @@ private:
     struct Packed
     {
         Qx::Ptr<iHostImage> image;
+        Media::FramePacker::CodeForm form;
         Media::FrameTime time;
         std::int64_t number = 0;
     };
@@ -87,12 +94,13 @@ private:
     void cancel();
 
     void decode();
+    std::string failureOfInput(std::int64_t given, std::int64_t taken) const;
     void pack();
     void convert();
     void encode();
 
     void makeHostImages();
-    Image::Surface toRGB(const Image::Surface& pairs) const;
+    Image::Surface toRGB(const Image::Surface& pairs, const Media::FramePacker::CodeForm& form) const;
     bool convertFrame(const Packed& frame);
 
     ConversionJob job_;
@@ -111,6 +119,7 @@ private:
 
     std::mutex mutex_;
     std::exception_ptr failure_;
+    std::string inputFailure_;
     std::atomic<bool> stopped_{false};
     std::int64_t written_ = 0;
 };

@@ -113,8 +113,29 @@ Media::Depth depthOf(const Conversion& conversion)
 Media::Depth uploadDepth(const Conversion& conversion)
 {
     const bool computes = !conversion.keepCodes && !holdsRgb(conversion.info()) && !conversion.options.depth;
-    return computes ? std::max(conversion.settings.depth, conversion.info().packingDepth)
-                    : conversion.settings.depth;
+    return computes ? conversion.info().packingDepth : conversion.settings.depth;
+}
+
+/// The bits of codes on their way to the GPU; 0: all of a sample.
+int uploadBits(const Conversion& conversion)
+{
+    const Media::StreamInfo& info = conversion.info();
+    if (conversion.keepCodes) {
+        return static_cast<int>(conversion.options.format->bits);
+    }
+    // Codes of full range would be rounded on their way to 16 bits, and once more when RGB is made of them.
+    const bool isDeep =
+        uploadDepth(conversion) == Media::Depth::bits16 && info.naturalDepth == Media::Depth::bits16;
+    return info.packsCodes && isDeep && conversion.colour.range == Media::Range::full ? info.bitsPerComponent
+                                                                                      : 0;
+}
+
+/// Whether pictures of 10 bits are made at once, so that codes are rounded once.
+bool makesTenBits(const Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    return options.format && !options.format->isYCrCb() && options.format->bits == 10 && !options.depth &&
+           !drawsPictures(options) && !holdsRgb(conversion.info());
 }
 
 /// The tags of the frames that the library encodes or that are passed through.
@@ -271,18 +292,16 @@ void noteDecisions(const Conversion& conversion, Console& console)
     }
 }
 
-/// Warnings that are known only at the end, a line each.
-std::vector<std::string> warningsOf(const Conversion& conversion)
+/// What was lost of the input, a line each.
+std::vector<std::string> problemsOf(const Conversion& conversion)
 {
-    std::vector<std::string> warnings = conversion.writer->warnings();
-    const std::vector<std::string>& problems = conversion.input->problems();
-    warnings.insert(warnings.end(), problems.begin(), problems.end());
+    std::vector<std::string> problems = conversion.input->problems();
     const std::int64_t unlisted =
         conversion.input->problemCount() - static_cast<std::int64_t>(problems.size());
     if (unlisted > 0) {
-        warnings.push_back(fmt::format("{}: {} more problems", conversion.options.input.string(), unlisted));
+        problems.push_back(fmt::format("{}: {} more problems", conversion.options.input.string(), unlisted));
     }
-    return warnings;
+    return problems;
 }
 
 Json describeSource(const Conversion& conversion)
@@ -321,8 +340,10 @@ Json describeRun(const Conversion& conversion)
     run["device"]["software"] = deviceIsSoftware();
     run["seconds"] = conversion.seconds;
     run["framesPerSecond"] = conversion.framesPerSecond();
-    std::vector<std::string> warnings = warningsOf(conversion);
-    warnings.insert(warnings.begin(), conversion.effectWarnings.begin(), conversion.effectWarnings.end());
+    std::vector<std::string> warnings = conversion.effectWarnings;
+    for (const std::vector<std::string>& more : {conversion.writer->warnings(), problemsOf(conversion)}) {
+        warnings.insert(warnings.end(), more.begin(), more.end());
+    }
     run["warnings"] = warnings;
     return run;
 }
@@ -354,9 +375,14 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* 
     const ConvertOptions& options = conversion.options;
     ConversionJob job{.input = *conversion.input,
                       .effects = effects,
-                      .source = {uploadDepth(conversion), conversion.colour.range, conversion.colour.matrix,
-                                 conversion.keepCodes ? static_cast<int>(options.format->bits) : 0},
+                      .source = {.depth = uploadDepth(conversion),
+                                 .range = conversion.colour.range,
+                                 .matrix = conversion.colour.matrix,
+                                 .bits = uploadBits(conversion),
+                                 .followTags = !options.range,
+                                 .anyForm = !conversion.keepCodes},
                       .depth = conversion.settings.depth,
+                      .tenBits = makesTenBits(conversion),
                       .outputRange = conversion.settings.rgbRange == Media::Range::video
                                          ? Image::GamutScaling::Video
                                          : Image::GamutScaling::Unscaled,
@@ -379,6 +405,19 @@ std::string interruptedText(const ConvertOptions& options)
     return "interrupted; " + options.output.string() + " was not completed";
 }
 
+/// The input failed. A clip without its end is removed; pictures that are complete are kept, as they are when
+/// the run is interrupted.
+[[noreturn]] void failOfInput(Conversion& conversion, std::string text)
+{
+    if (conversion.frames > 0 && Media::writesPictures(conversion.options.output)) {
+        if (const Media::Status finished = conversion.writer->finish(); !finished) {
+            throw Failure(ExitCode::output, finished.text());
+        }
+        text += " and is written: " + writtenFiles(conversion.writer->files(), conversion.options.output);
+    }
+    throw Failure(ExitCode::input, text);
+}
+
 /// Runs the pipeline. Returns false if interrupted.
 bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
 {
@@ -396,6 +435,9 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& co
     if (pipeline.stopped()) {
         conversion.writer.reset();
         return false;
+    }
+    if (!pipeline.inputFailure().empty()) {
+        failOfInput(conversion, pipeline.inputFailure());
     }
     if (conversion.frames == 0) {
         throw Failure(ExitCode::input,
@@ -442,8 +484,11 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), console)) {
         throw Failure(ExitCode::interrupted, interruptedText(options));
     }
-    for (const std::string& warning : warningsOf(conversion)) {
+    for (const std::string& warning : conversion.writer->warnings()) {
         console.note(warning);
+    }
+    for (const std::string& problem : problemsOf(conversion)) {
+        console.error(problem); // they explain the exit code
     }
     if (burnIn && !burnIn->remark().empty()) {
         console.note(burnIn->remark());
@@ -466,7 +511,11 @@ std::vector<std::string> convertQuietly(const ConvertOptions& options)
     prepareConversion();
     EffectChain effects(options.effects);
     conversion.writer = openOutput(conversion);
-    FramePipeline(jobOf(conversion, effects, nullptr), [](std::int64_t) {}).run(*conversion.writer);
+    FramePipeline pipeline(jobOf(conversion, effects, nullptr), [](std::int64_t) {});
+    conversion.frames = pipeline.run(*conversion.writer);
+    if (!pipeline.inputFailure().empty()) {
+        throw Failure(ExitCode::input, pipeline.inputFailure());
+    }
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
     }

@@ -1,4 +1,5 @@
 #include "tools/qxhost/media/files/OutputFile.h"
+#include "host/files/SystemError.h"
 
 #include "host/files/WriteFile.h"
 #include "tools/qxhost/media/files/Names.h"
@@ -19,11 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* existsText = "it already exists; give --force to replace it";
-
-std::string systemText(int error)
-{
-    return std::generic_category().message(error);
-}
 
 Error cannotWrite(const fs::path& file, const std::string& why)
 {
@@ -71,11 +67,11 @@ Result<fs::path> followed(const fs::path& file)
         }
         const fs::path named = fs::read_symlink(target, error);
         if (error) {
-            return cannotWrite(file, error.message());
+            return cannotWrite(file, Host::systemProblem(error.value()));
         }
         target = target.parent_path() / named; // an absolute one replaces the whole path
     }
-    return cannotWrite(file, systemText(ELOOP));
+    return cannotWrite(file, Host::systemProblem(ELOOP));
 }
 
 } // namespace
@@ -112,7 +108,7 @@ Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::sha
         HeldFile held(Host::uninterrupted(
             [&] { return ::open(part.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666); }));
         if (held.descriptor() < 0 && errno != EEXIST) {
-            return cannotWrite(file, systemText(errno));
+            return cannotWrite(file, Host::systemProblem(errno));
         }
         if (held.descriptor() >= 0 && held.hold(part)) {
             PartFiles::remember(part);
@@ -171,7 +167,7 @@ void OutputFile::remove() noexcept
 Status OutputFile::write(const void* bytes, std::size_t size)
 {
     const int error = Host::writeAll(held_.descriptor(), bytes, size);
-    return error == 0 ? Status() : cannotWrite(file_, systemText(error));
+    return error == 0 ? Status() : cannotWrite(file_, Host::systemProblem(error));
 }
 
 Status OutputFile::commit(DirectorySync directory)
@@ -191,7 +187,7 @@ Status OutputFile::commit(DirectorySync directory)
         error = rename(0);
     }
     if (error != 0) {
-        return cannotWrite(file_, systemText(error));
+        return cannotWrite(file_, Host::systemProblem(error));
     }
     PartFiles::forget(part_);
     part_.clear();
@@ -203,9 +199,9 @@ Status OutputFile::syncDirectory(const fs::path& file)
 {
     const auto target = followed(file);
     const int error = target ? Host::syncDirectoryOf(target.value()) : 0; // a link that changed meanwhile
-    return error == 0
-               ? Status()
-               : cannotWrite(file, systemText(error) + " while its directory was synced; the file is whole");
+    return error == 0 ? Status()
+                      : cannotWrite(file, "the file is whole, but its directory could not be synced: " +
+                                              Host::systemProblem(error));
 }
 
 Status OutputFile::retarget(const fs::path& file)

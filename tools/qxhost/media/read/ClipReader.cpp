@@ -1,4 +1,5 @@
 #include "tools/qxhost/media/read/ClipReader.h"
+#include "host/files/SystemError.h"
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/files/Names.h"
@@ -15,6 +16,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <deque>
+#include <map>
 #include <optional>
 #include <system_error>
 
@@ -28,6 +31,17 @@ namespace fs = std::filesystem;
 constexpr std::size_t problemsKept = 20;
 // Decoding stops after this many damaged packets in a row.
 constexpr int damageInARowAllowed = 500;
+// Packets that are remembered: more than a decoder's threads and its order of frames hold back.
+constexpr std::size_t packetsRemembered = 512;
+
+/// A packet that the decoder has been given. It sends its messages about it here, from any of its threads.
+struct FedPacket
+{
+    SourceMessages messages;
+    std::int64_t pts = AV_NOPTS_VALUE;
+    bool isUnmissed = false; // see isUnmissed()
+    bool isTold = false;     // its damage is among the problems
+};
 
 struct CloseInput
 {
@@ -63,7 +77,7 @@ std::string whyNotAFile(const fs::path& file, bool& exists)
     }
     if (!exists) {
         if (error && error != std::errc::no_such_file_or_directory) {
-            return error.message();
+            return Host::systemProblem(error.value());
         }
         return av_filename_number_test(file.c_str()) ? std::string() : "there is no such file";
     }
@@ -251,22 +265,31 @@ struct ClipReader::Impl
     bool isUnmissed(const AVPacket& from);
     void queueAudio(const AVPacket& packet);
     void problem(const std::string& text);
+    void problemOf(long index, const std::string& text);
+    void settle(long end);
     void noteReached(const AVPacket& from);
     void noteEndOfInput(int error);
     void checkLength();
     std::string where(std::int64_t pts) const;
+    FedPacket* fedPacket(long index);
+    std::string whereIs(long index);
+    std::string pictureName(long index) const;
+    std::string damageText(long index, const std::string& where, const std::string& message) const;
 
     /// Decodes on; null at the end, and after a failure that `failure` describes.
     FramePtr decode();
     bool feed();
     FrameTime timeOf(const AVFrame& frame);
-    void noteDecodeError(int error, std::int64_t pts);
+    Range rangeOf(const AVFrame& frame) const;
+    long indexOf(const AVFrame& frame) const;
+    long lastDecoded() const;
+    void noteDecodeError(int error);
+    void noteDamage(const AVFrame& frame, const FrameTime& time, bool damaged);
 
     const fs::path file;
     std::optional<Sequence> sequence;
-    SourceMessages messages;         // of the decoder; outlives it
-    SourceMessages unmissedMessages; // the same, of packets that isUnmissed()
-    OpenedFiles opened;              // outlives the input
+    std::deque<FedPacket> fed; // the last ones; outlives the decoder
+    OpenedFiles opened;        // outlives the input
     InputPtr input;
     AVStream* stream = nullptr;
     CodecPtr decoder;
@@ -282,6 +305,8 @@ struct ClipReader::Impl
     bool stopped = false; // reading, before the end; a problem says why
     int damageInARow = 0;
     long packetsFed = 0;
+    long settled = 0; // packets before this one were needed for the frames given
+    std::map<long, std::vector<std::string>> ahead; // problems of packets that no frame given has needed
     std::int64_t lastFedPts = AV_NOPTS_VALUE;
     std::int64_t lastKeyPts = AV_NOPTS_VALUE;
     std::optional<std::int64_t> lastPts;
@@ -316,6 +341,7 @@ Result<std::unique_ptr<ClipReader>> ClipReader::open(const fs::path& file, const
     }
     impl->pending = impl->decode();
     if (!impl->pending) {
+        impl->settle(impl->packetsFed + 1);
         if (!impl->failure.empty()) {
             return Error{impl->failure};
         }
@@ -381,13 +407,14 @@ Status ClipReader::Impl::openDecoder(int threads)
         return Error{"out of memory"};
     }
     decoder->pkt_timebase = stream->time_base;
-    decoder->opaque = &messages;
+    decoder->opaque = &fed.emplace_back().messages; // until there is a packet
+    numberFrames(*decoder);
     decoder->thread_count = threads;
     decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     decoder->max_pixels = static_cast<std::int64_t>(largestSide) * largestSide;
     if (const int error = avcodec_open2(decoder.get(), codec, nullptr); error < 0) {
         return Error{"cannot decode " + quoted(file) + " (" + codec->name + "): " + errorText(error) + " " +
-                     messages.take()};
+                     fed.back().messages.take()};
     }
     return {};
 }
@@ -420,7 +447,8 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     const ComponentRows components(format);
     info.bitsPerComponent = components.bits();
     info.naturalDepth = components.wide() ? Depth::bits16 : Depth::bits8;
-    info.packingDepth = FramePacker::onlyRearranges(first) ? info.naturalDepth : Depth::bits16;
+    info.packsCodes = FramePacker::onlyRearranges(first);
+    info.packingDepth = info.packsCodes ? info.naturalDepth : Depth::bits16;
     info.hasAlpha = usesAlpha(first, components);
     info.hasFullChroma = !components.isGrey() && components.chromaShiftX() == 0;
     info.orientation = orientationOf(*stream);
@@ -501,17 +529,124 @@ void ClipReader::Impl::problem(const std::string& text)
     }
 }
 
-void ClipReader::Impl::noteDecodeError(int error, std::int64_t pts)
+/// A problem of a packet, by its number. The decoder reads ahead: it counts once a frame has needed the
+/// packet.
+void ClipReader::Impl::problemOf(long index, const std::string& text)
 {
-    const std::string message = messages.take();
-    const bool isMissed = unmissedMessages.take().empty() || !message.empty();
-    if (isMissed) {
-        problem(quoted(file) + ": damaged video near " + where(pts) + ": " +
-                (message.empty() ? errorText(error) : message));
+    if (index < settled) {
+        problem(text);
+    } else {
+        ahead[index].push_back(text);
+    }
+}
+
+/// Counts what is known of the packets before `end`.
+void ClipReader::Impl::settle(long end)
+{
+    for (long index = settled; index < std::min(end, packetsFed); ++index) {
+        FedPacket* const packetOf = fedPacket(index);
+        const std::string message = packetOf ? packetOf->messages.take() : std::string();
+        if (!message.empty() && !packetOf->isUnmissed && !packetOf->isTold) {
+            packetOf->isTold = true;
+            ahead[index].push_back(damageText(index, whereIs(index), message));
+        }
+    }
+    settled = std::max(settled, end);
+    while (!ahead.empty() && ahead.begin()->first < settled) {
+        for (const std::string& text : ahead.begin()->second) {
+            problem(text);
+        }
+        ahead.erase(ahead.begin());
+    }
+}
+
+/// Null if it is not remembered.
+FedPacket* ClipReader::Impl::fedPacket(long index)
+{
+    const long first = packetsFed - static_cast<long>(fed.size());
+    return index >= first && index < packetsFed ? &fed[static_cast<std::size_t>(index - first)] : nullptr;
+}
+
+std::string ClipReader::Impl::whereIs(long index)
+{
+    const FedPacket* const packetOf = fedPacket(index);
+    return packetOf && packetOf->pts != AV_NOPTS_VALUE ? seconds(packetOf->pts, stream->time_base)
+                                                       : "frame " + std::to_string(index + 1);
+}
+
+/// Of a numbered sequence: its number and its file.
+std::string ClipReader::Impl::pictureName(long index) const
+{
+    const long number = sequence->first + index;
+    return "picture " + std::to_string(number) + " (" + quoted(NumberedNames(file).name(number)) + ")";
+}
+
+/// Of damage that the decoder has gone on after.
+std::string ClipReader::Impl::damageText(long index, const std::string& where,
+                                         const std::string& message) const
+{
+    const std::string what =
+        sequence ? pictureName(index) + " is damaged and was" : quoted(file) + ": damage near " + where + ",";
+    return what + " patched by the decoder" + (message.empty() ? "" : ": " + message);
+}
+
+/// The packet that a frame was decoded from.
+long ClipReader::Impl::indexOf(const AVFrame& frame) const
+{
+    const std::optional<std::int64_t> number = packetNumber(frame);
+    return number && *number < packetsFed ? static_cast<long>(*number) : packetsFed - 1;
+}
+
+/// The last packet whose result the decoder may have returned. Threads work on those after it.
+long ClipReader::Impl::lastDecoded() const
+{
+    const bool inThreads = (decoder->active_thread_type & FF_THREAD_FRAME) != 0 && !inputEnded;
+    return std::max(packetsFed - (inThreads ? decoder->thread_count : 1), 0L);
+}
+
+void ClipReader::Impl::noteDecodeError(int error)
+{
+    // It is of the oldest packet that the decoder has complained about; some decoders do not.
+    const long last = lastDecoded();
+    long index = std::min(settled, last);
+    std::string message;
+    for (; index < last && message.empty(); ++index) {
+        message = fedPacket(index) ? fedPacket(index)->messages.take() : std::string();
+        if (!message.empty()) {
+            break;
+        }
+    }
+    FedPacket* const packetOf = fedPacket(index);
+    if (packetOf && message.empty()) {
+        message = packetOf->messages.take();
+    }
+    if (!packetOf || !packetOf->isUnmissed) {
+        const std::string what = sequence ? pictureName(index) + " is damaged: "
+                                          : quoted(file) + ": damaged video near " + whereIs(index) + ": ";
+        problemOf(index, what + (message.empty() ? errorText(error) : message));
+    }
+    if (packetOf) {
+        packetOf->isTold = true;
     }
     if (++damageInARow > damageInARowAllowed) {
-        failure = quoted(file) + ": nothing but damaged video since " + where(pts) + "; decoding stops";
+        failure = quoted(file) + ": nothing but damaged video since " + whereIs(index) + "; decoding stops";
     }
+}
+
+/// Counts the damage of everything that the frame needed.
+void ClipReader::Impl::noteDamage(const AVFrame& frame, const FrameTime& time, bool damaged)
+{
+    const long index = indexOf(frame);
+    FedPacket* const packetOf = fedPacket(index);
+    const std::string message = packetOf ? packetOf->messages.take() : std::string();
+    const bool isTold = packetOf && packetOf->isTold;
+    if ((damaged || (!message.empty() && !packetOf->isUnmissed)) && !isTold) {
+        ahead[index].push_back(damageText(index, seconds(time.pts, stream->time_base), message));
+        if (packetOf) {
+            packetOf->isTold = true;
+        }
+    }
+    settle(std::max(settled, index + 1));
 }
 
 void ClipReader::Impl::noteReached(const AVPacket& from)
@@ -529,22 +664,23 @@ void ClipReader::Impl::noteEndOfInput(int error)
     const bool reachedLast = sequence && sequence->first + packetsFed > sequence->last;
     if (reachedLast && sequence->hasGap) {
         const fs::path missing = NumberedNames(file).name(sequence->last + 1);
-        problem("picture " + std::to_string(sequence->last + 1) + " is missing (" + quoted(missing) +
-                "); the sequence ends there");
+        problemOf(packetsFed, "picture " + std::to_string(sequence->last + 1) + " is missing (" +
+                                  quoted(missing) + "); the sequence ends there");
         stopped = true;
         return;
     }
     if (sequence && !reachedLast) {
-        const long number = sequence->first + packetsFed;
-        problem("picture " + std::to_string(number) + " (" + quoted(NumberedNames(file).name(number)) + ") " +
-                (error == AVERROR_EOF ? "is empty" : "cannot be read: " + errorText(error)) +
-                "; the sequence ends there");
+        problemOf(packetsFed,
+                  pictureName(packetsFed) +
+                      (error == AVERROR_EOF ? " is empty" : " cannot be read: " + errorText(error)) +
+                      "; the sequence ends there");
         stopped = true;
         return;
     }
     if (error != AVERROR_EOF || !message.empty()) {
-        problem("reading " + quoted(file) + " stops after " + where(lastFedPts) + ": " +
-                (message.empty() ? errorText(error) : message + "; the file is damaged or cut short"));
+        problemOf(packetsFed,
+                  "reading " + quoted(file) + " stops after " + where(lastFedPts) + ": " +
+                      (message.empty() ? errorText(error) : message + "; the file is damaged or cut short"));
         stopped = true;
     }
 }
@@ -598,17 +734,25 @@ bool ClipReader::Impl::feed()
             av_packet_unref(packet.get());
             continue;
         }
-        ++packetsFed;
+        FedPacket& packetOf = fed.emplace_back();
+        if (fed.size() > packetsRemembered) {
+            fed.pop_front();
+        }
         lastFedPts = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+        packetOf.pts = lastFedPts;
+        packetOf.isUnmissed = isUnmissed(*packet);
         if (packet->flags & AV_PKT_FLAG_CORRUPT) {
-            problem(quoted(file) + ": the file is damaged or cut short near " + where(lastFedPts));
+            problemOf(packetsFed,
+                      quoted(file) + ": the file is damaged or cut short near " + where(lastFedPts));
         }
         // The decoder hands this to the thread that it gives the packet to.
-        decoder->opaque = isUnmissed(*packet) ? &unmissedMessages : &messages;
+        decoder->opaque = &packetOf.messages;
+        numberPacket(*decoder, *packet, packetsFed);
+        ++packetsFed;
         const int sent = avcodec_send_packet(decoder.get(), packet.get());
         av_packet_unref(packet.get());
         if (sent < 0) {
-            noteDecodeError(sent, lastFedPts);
+            noteDecodeError(sent);
             if (!failure.empty()) {
                 return false;
             }
@@ -619,7 +763,7 @@ bool ClipReader::Impl::feed()
     // This too may return the error of an earlier packet, after which other frames follow.
     const int flushed = avcodec_send_packet(decoder.get(), nullptr);
     if (flushed < 0 && flushed != AVERROR_EOF) {
-        noteDecodeError(flushed, lastFedPts);
+        noteDecodeError(flushed);
     }
     return flushed != AVERROR_EOF;
 }
@@ -637,7 +781,7 @@ FramePtr ClipReader::Impl::decode()
             return nullptr;
         }
         if (error != AVERROR(EAGAIN)) {
-            noteDecodeError(error, lastFedPts);
+            noteDecodeError(error);
             continue;
         }
         if (!feed()) {
@@ -684,6 +828,18 @@ FrameTime ClipReader::Impl::timeOf(const AVFrame& frame)
     return time;
 }
 
+/// A clip may change its range: each frame's own tag holds.
+Range ClipReader::Impl::rangeOf(const AVFrame& frame) const
+{
+    AVCodecParameters noTags{}; // the stream's may be of frames to come
+    noTags.color_space = AVCOL_SPC_UNSPECIFIED;
+    noTags.color_primaries = AVCOL_PRI_UNSPECIFIED;
+    noTags.color_trc = AVCOL_TRC_UNSPECIFIED;
+    const Colour own = colourOf(frame, noTags);
+    const Colour& colour = own.rangeGuessed ? info.colour : own;
+    return colour.fromRgb ? colour.rgbRange : colour.range;
+}
+
 ClipReader::Next ClipReader::next(Frame& frame)
 {
     Impl& self = *impl_;
@@ -692,12 +848,16 @@ ClipReader::Next ClipReader::next(Frame& frame)
     }
     FramePtr picture = self.pending ? std::move(self.pending) : self.decode();
     if (const std::string change = picture ? self.whatChanged(*picture) : ""; !change.empty()) {
-        self.failure = quoted(self.file) + ": the picture's " + change + " near " +
-                       self.where(picture->best_effort_timestamp) + ", which is not supported";
+        self.failure = quoted(self.file) + ": the picture's " + change +
+                       (self.sequence ? " at " + self.pictureName(self.indexOf(*picture))
+                                      : " near " + self.where(picture->best_effort_timestamp)) +
+                       ", which is not supported; " + (self.sequence ? "rename" : "cut off") +
+                       " what follows to convert it by itself";
         picture = nullptr;
     }
     if (!picture) {
         self.ended = true;
+        self.settle(self.packetsFed + 1);
         if (self.failure.empty() && self.info.frameCountIsExact && self.framesGiven < self.info.frameCount) {
             self.problem(quoted(self.file) + " announces " + std::to_string(self.info.frameCount) +
                          " frames, of which " + std::to_string(self.framesGiven) + " could be read");
@@ -710,13 +870,9 @@ ClipReader::Next ClipReader::next(Frame& frame)
     const bool damaged = picture->decode_error_flags != 0 || (picture->flags & AV_FRAME_FLAG_CORRUPT) != 0;
     const FrameTime time = self.timeOf(*picture);
     ++self.framesGiven;
-    const std::string message = self.messages.take();
-    self.unmissedMessages.take();
-    if (damaged || !message.empty()) {
-        self.problem(quoted(self.file) + ": damage near " + seconds(time.pts, self.stream->time_base) +
-                     ", patched by the decoder" + (message.empty() ? "" : ": " + message));
-    }
-    frame = Frame(std::shared_ptr<const AVFrame>(picture.release(), FreeFrame()), time, damaged);
+    self.noteDamage(*picture, time, damaged);
+    const Range range = self.rangeOf(*picture);
+    frame = Frame(std::shared_ptr<const AVFrame>(picture.release(), FreeFrame()), time, damaged, range);
     return Next::frame;
 }
 

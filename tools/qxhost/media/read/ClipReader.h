@@ -47,6 +47,8 @@ struct StreamInfo
     /// The depth at which packing to 4:2:2 loses nothing: that of the source where packing only rearranges
     /// it, else 16 bits, since chroma is computed.
     Depth packingDepth = Depth::bits8;
+    /// Packing to 4:2:2 only rearranges the codes.
+    bool packsCodes = false;
     bool hasAudio = false;
     /// Frames say how opaque they are. Conversions make opaque pictures.
     bool hasAlpha = false;

@@ -1,4 +1,5 @@
 #include "tools/qxhost/media/read/RawReader.h"
+#include "host/files/SystemError.h"
 
 #include "tools/qxhost/media/files/Names.h"
 
@@ -44,13 +45,12 @@ Result<std::unique_ptr<RawReader>> RawReader::open(const std::filesystem::path& 
 {
     const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); // a pipe must not hang
     if (descriptor < 0) {
-        return cannotRead(file,
-                          errno == ENOENT ? "there is no such file" : std::generic_category().message(errno));
+        return cannotRead(file, errno == ENOENT ? "there is no such file" : Host::systemProblem(errno));
     }
     std::unique_ptr<RawReader> reader(new RawReader(file, descriptor, layout));
     struct stat status = {};
     if (::fstat(descriptor, &status) != 0) {
-        return cannotRead(file, std::generic_category().message(errno));
+        return cannotRead(file, Host::systemProblem(errno));
     }
     if (!S_ISREG(status.st_mode)) {
         return cannotRead(file, S_ISDIR(status.st_mode) ? "it is a directory" : "it is not a regular file");
@@ -81,8 +81,7 @@ Status RawReader::read(std::int64_t frame, void* rows, std::ptrdiff_t pitch)
         const ssize_t count = ::pread(descriptor_, frame_.data() + done, frame_.size() - done,
                                       start + static_cast<std::int64_t>(done));
         if (count == 0 || (count < 0 && errno != EINTR)) {
-            return cannotRead(file_,
-                              count == 0 ? "it has become shorter" : std::generic_category().message(errno));
+            return cannotRead(file_, count == 0 ? "it has become shorter" : Host::systemProblem(errno));
         }
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
     }

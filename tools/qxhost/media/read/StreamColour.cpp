@@ -74,6 +74,7 @@ Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
     colour.matrix = matrixForWidth(frame.width);
     if (colour.fromRgb) {
         colour.rgbRange = components.isRgb() && range == AVCOL_RANGE_MPEG ? Range::video : Range::full;
+        colour.rangeGuessed = components.isRgb() && range == AVCOL_RANGE_UNSPECIFIED;
         return colour;
     }
     const bool jpegFormat = frame.format == AV_PIX_FMT_YUVJ420P || frame.format == AV_PIX_FMT_YUVJ422P ||

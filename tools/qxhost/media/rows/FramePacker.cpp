@@ -101,13 +101,17 @@ struct FramePacker::Impl
     Status convertField(const AVFrame& frame, const Output& out, int field, int fields);
     void fillRows(const AVFrame& frame, const RowGraph::Window& window, unsigned row, unsigned left,
                   unsigned right, int field, int fields) const;
+    void readRow(const AVFrame& frame, int plane, int row, int first, int end, std::byte* codes) const;
     PlanarFormat sourceFormat(const AVFrame& frame, int field, int fields) const;
 
     Target target;
     std::optional<ComponentRows> components;
     AVPixelFormat format = AV_PIX_FMT_NONE;
     std::array<std::vector<std::uint16_t>, 3> scratchRows;
-    PackTables tables; // for sources that are repacked at another depth
+    Range sourceRange = Range::video; // of the frame's YCbCr codes
+    bool halfChroma = false;          // in what the frame becomes
+    PackTables tables;                // for sources that are repacked at another depth or in another range
+    Range tablesRange = Range::video;
     struct Graph
     {
         PlanarFormat from;
@@ -139,6 +143,8 @@ Status FramePacker::pack(const Frame& frame, void* rows, std::ptrdiff_t pitch)
         return Error{"pixel format " + std::string(name ? name : "?") + " is not supported: " + why};
     }
     impl_->choose(format);
+    impl_->sourceRange = impl_->target.rangeOf(frame);
+    impl_->halfChroma = formOf(frame).halfChroma;
     const Impl::Output out{static_cast<std::byte*>(rows), pitch};
     if (onlyRearranges(picture)) {
         impl_->repack(picture, out);
@@ -157,6 +163,17 @@ void FramePacker::Impl::choose(AVPixelFormat wanted)
     }
 }
 
+FramePacker::CodeForm FramePacker::formOf(const Frame& frame) const
+{
+    const Target& target = impl_->target;
+    const ComponentRows components(static_cast<AVPixelFormat>(frame.picture()->format));
+    constexpr int sampleBits = 16;
+    const bool roomy = target.anyForm && target.codeBits() == sampleBits &&
+                       !onlyRearranges(*frame.picture()) && !components.isRgb() && !components.isGrey() &&
+                       components.bits() < sampleBits && target.rangeOf(frame) == target.range;
+    return roomy ? CodeForm{components.bits(), true} : CodeForm{target.codeBits(), false};
+}
+
 bool FramePacker::onlyRearranges(const AVFrame& frame)
 {
     const ComponentRows components(static_cast<AVPixelFormat>(frame.format));
@@ -169,24 +186,28 @@ bool FramePacker::onlyRearranges(const AVFrame& frame)
 bool FramePacker::Impl::isShift() const
 {
     const int bits = components->bits();
-    return bits == target.codeBits() || (bits < target.codeBits() && target.range == Range::video);
+    return sourceRange == target.range &&
+           (bits == target.codeBits() || (bits < target.codeBits() && target.range == Range::video));
 }
 
 void FramePacker::Impl::fillTables()
 {
     const int bits = components->bits();
     const auto count = std::size_t{1} << bits;
-    if (tables.luma.size() == count) {
+    if (tables.luma.size() == count && tablesRange == sourceRange) {
         return;
     }
+    tablesRange = sourceRange;
+    const Coding from{bits, sourceRange};
+    const Coding to{target.codeBits(), target.range};
     tables.luma.resize(count);
     tables.chroma.resize(count);
     for (unsigned code = 0; code < count; ++code) {
         const auto stored = [&](std::uint16_t level) {
             return static_cast<std::uint16_t>(level << unusedBits());
         };
-        tables.luma[code] = stored(codeAtDepth(code, bits, target.codeBits(), target.range));
-        tables.chroma[code] = stored(chromaAtDepth(code, bits, target.codeBits(), target.range));
+        tables.luma[code] = stored(codeOfLevel(code, from, to));
+        tables.chroma[code] = stored(chromaOfLevel(code, from, to));
     }
 }
 
@@ -275,9 +296,15 @@ PlanarFormat FramePacker::Impl::sourceFormat(const AVFrame& frame, int field, in
     from.height = static_cast<unsigned>(roundUp((frame.height + fields - 1 - field) / fields, from.shiftY));
     from.rgb = rgb;
     from.bits = components->bits();
-    from.range = target.range;
+    from.range = sourceRange;
     if (rgb) {
         from.range = isTaggedVideoRange(frame) ? Range::video : Range::full;
+    }
+    if (halfChroma) {
+        // Codes with one bit more, of which zimg takes luma for half as bright and chroma for half as strong.
+        // In its video range it changes the depth by powers of two.
+        from.bits += 1;
+        from.range = Range::video;
     }
     from.matrix = target.matrix;
     from.chromaLocation = chromaLocation(frame);
@@ -293,7 +320,7 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
     to.shiftX = 1;
     to.shiftY = 0;
     to.bits = target.codeBits();
-    to.range = target.range;
+    to.range = halfChroma ? from.range : target.range;
     to.chromaLocation = ZIMG_CHROMA_LEFT;
 
     auto& cached = graphs[static_cast<std::size_t>(field)];
@@ -332,10 +359,27 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
         });
 }
 
+/// The codes [first, end) of a row, as sourceFormat() describes them.
+void FramePacker::Impl::readRow(const AVFrame& frame, int plane, int row, int first, int end,
+                                std::byte* codes) const
+{
+    components->read(frame, plane, row, first, end - first, codes);
+    if (!halfChroma) {
+        return;
+    }
+    auto* words = reinterpret_cast<std::uint16_t*>(codes);
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(codes);
+    const int quarter = 1 << (components->bits() - 1); // of the codes with one bit more
+    for (int i = end - first - 1; i >= 0; --i) {       // bytes become words in their place
+        const int code = components->wide() ? words[i] : bytes[i];
+        words[i] = static_cast<std::uint16_t>(plane == 0 ? 2 * code : code + quarter);
+    }
+}
+
 void FramePacker::Impl::fillRows(const AVFrame& frame, const RowGraph::Window& window, unsigned row,
                                  unsigned left, unsigned right, int field, int fields) const
 {
-    const std::ptrdiff_t size = components->wide() ? 2 : 1;
+    const std::ptrdiff_t size = components->wide() || halfChroma ? 2 : 1;
     for (int plane = 0; plane < 3; ++plane) {
         const int shiftX = plane == 0 ? 0 : components->chromaShiftX();
         const int shiftY = plane == 0 ? 0 : components->chromaShiftY();
@@ -352,8 +396,8 @@ void FramePacker::Impl::fillRows(const AVFrame& frame, const RowGraph::Window& w
             const int at = std::min(std::min(index, fieldRows - 1) * fields + field, planeRows - 1);
             auto* to = static_cast<std::byte*>(window.row(plane, static_cast<unsigned>(index)));
             const int from = std::min(first, columns - 1);
-            components->read(frame, plane, at, from, have - from, to + from * size);
-            repeatLast(to + from * size, have - from, end - from, components->wide());
+            readRow(frame, plane, at, from, have, to + from * size);
+            repeatLast(to + from * size, have - from, end - from, size == 2);
         }
     }
 }

@@ -28,20 +28,39 @@ public:
     struct Target
     {
         Depth depth = Depth::bits8; ///< of a sample in memory
-        /// Range of the codes written, and of the source's codes unless the source is RGB.
+        /// Range of the codes written, and of the source's codes unless the source is RGB or its tags are
+        /// followed.
         Range range = Range::video;
         /// Used for RGB sources only: YCbCr is never changed from one matrix to another.
         Matrix matrix = Matrix::bt709;
         /// Bits of a code, which fill the upper ones of a sample; 0: all of them.
         int bits = 0;
+        /// The source's codes are of Frame::range(); those of another range than the one written are brought
+        /// to their levels in it.
+        bool followTags = false;
+        /// Packed frames may have any CodeForm, which formOf() says. Otherwise all have codeBits().
+        bool anyForm = false;
 
+        Range rangeOf(const Frame& frame) const { return followTags ? frame.range() : range; }
         int codeBits() const { return bits != 0 ? bits : static_cast<int>(depth); }
+    };
+
+    /// How the codes of a packed frame stand for levels.
+    struct CodeForm
+    {
+        /// Codes of so many bits fill the upper ones of a sample. The others may hold fractions.
+        int bits = 8;
+        /// Cb and Cr are halved around their zero: what interpolation overshoots has room.
+        bool halfChroma = false;
     };
 
     explicit FramePacker(const Target& target);
     ~FramePacker();
     FramePacker(FramePacker&&) noexcept;
     FramePacker& operator=(FramePacker&&) noexcept;
+
+    /// The form that pack() gives this frame.
+    CodeForm formOf(const Frame& frame) const;
 
     /// Whether packing computes nothing of the picture: each code becomes the one of its level.
     static bool onlyRearranges(const AVFrame& frame);

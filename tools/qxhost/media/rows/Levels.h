@@ -16,4 +16,16 @@ std::uint16_t codeAtDepth(unsigned code, int from, int to, Range range);
 /// The same for Cb and Cr, whose zero is half of the codes at every depth and in both ranges.
 std::uint16_t chromaAtDepth(unsigned code, int from, int to, Range range);
 
+/// How codes stand for levels.
+struct Coding
+{
+    int bits = 8; ///< 8 to 16
+    Range range = Range::video;
+};
+
+/// The code of the same level, rounded to nearest; levels that the other range does not hold become its
+/// outermost codes. Within one range, codeAtDepth() and chromaAtDepth().
+std::uint16_t codeOfLevel(unsigned code, const Coding& from, const Coding& to);
+std::uint16_t chromaOfLevel(unsigned code, const Coding& from, const Coding& to);
+
 } // namespace Qx::Media

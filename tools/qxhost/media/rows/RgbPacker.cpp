@@ -16,11 +16,11 @@ constexpr int alphaComponent = 3;
 /// What a code of the source becomes.
 using CodeTable = std::vector<std::uint16_t>;
 
-CodeTable tableOf(int from, int to, Range range)
+CodeTable tableOf(const Coding& from, const Coding& to)
 {
-    CodeTable table(std::size_t{1} << from);
+    CodeTable table(std::size_t{1} << from.bits);
     for (unsigned code = 0; code < table.size(); ++code) {
-        table[code] = codeAtDepth(code, from, to, range);
+        table[code] = codeOfLevel(code, from, to);
     }
     return table;
 }
@@ -55,7 +55,7 @@ void packComponent(const ComponentRows& components, const AVFrame& picture, int 
 
 } // namespace
 
-Status packRgb(const Frame& frame, Depth depth, Range range, void* rows, std::ptrdiff_t pitch)
+Status packRgb(const Frame& frame, const FramePacker::Target& target, void* rows, std::ptrdiff_t pitch)
 {
     const AVFrame& picture = *frame.picture();
     const auto format = static_cast<AVPixelFormat>(picture.format);
@@ -65,14 +65,14 @@ Status packRgb(const Frame& frame, Depth depth, Range range, void* rows, std::pt
     }
     const ComponentRows components(format);
     std::vector<std::uint16_t> scratch(static_cast<std::size_t>(picture.width));
-    const int to = static_cast<int>(depth);
-    const CodeTable colours = tableOf(components.bits(), to, range);
-    const CodeTable alpha = tableOf(components.bits(), to, Range::full);
+    const int to = static_cast<int>(target.depth);
+    const CodeTable colours = tableOf({components.bits(), target.rangeOf(frame)}, {to, target.range});
+    const CodeTable alpha = tableOf({components.bits(), Range::full}, {to, Range::full});
     for (int y = 0; y < picture.height; ++y) {
         auto* row = static_cast<std::byte*>(rows) + y * pitch;
         for (int component = 0; component <= alphaComponent; ++component) {
             const CodeTable& table = component == alphaComponent ? alpha : colours;
-            if (depth == Depth::bits8) {
+            if (target.depth == Depth::bits8) {
                 packComponent(components, picture, component, y, scratch,
                               reinterpret_cast<std::uint8_t*>(row), table);
             } else {

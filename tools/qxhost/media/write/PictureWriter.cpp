@@ -101,6 +101,10 @@ PictureWriter::PictureWriter(const std::filesystem::path& file, const OutputSett
     if (encoder_.dropsAlpha()) {
         warnings_.push_back("alpha is left out: " + encoder_.description() + " cannot hold it");
     }
+    if (settings.rgbRange == Range::video && ComponentRows(encoder_.context().pix_fmt).isRgb()) {
+        warnings_.push_back("colour tags (range video) are left out: " + encoder_.description() +
+                            " does not hold them, and readers assume full range; read it with --range video");
+    }
     if (settings.orientation) {
         warnings_.push_back(orientationIsLost(*settings.orientation));
     }

@@ -36,11 +36,16 @@ public:
 
     int codeBits(const Media::FramePacker::Target& source) const override { return source.codeBits(); }
 
+    Media::FramePacker::CodeForm formOf(const Media::Frame& frame) const override
+    {
+        return packer_->formOf(frame);
+    }
+
     Next next(Media::Frame& frame) override { return reader_->next(frame); }
 
     Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {
-        return holdsRgb(info()) ? Media::packRgb(frame, source_.depth, source_.range, rows, pitch)
+        return holdsRgb(info()) ? Media::packRgb(frame, source_, rows, pitch)
                                 : packer_->pack(frame, rows, pitch);
     }
 
@@ -70,7 +75,7 @@ Media::StreamInfo describeRaw(const RawInputOptions& raw, std::int64_t frames)
     const PixelFormat& format = require(raw.format);
     const bool yCrCb = format.isYCrCb();
     info.colour.matrix = Media::matrixForWidth(info.width);
-    info.colour.rangeGuessed = yCrCb;
+    info.colour.rangeGuessed = true;
     info.colour.matrixGuessed = yCrCb;
     info.colour.fromRgb = !yCrCb;
     info.pixelFormat = format.name();
@@ -79,6 +84,7 @@ Media::StreamInfo describeRaw(const RawInputOptions& raw, std::int64_t frames)
     info.bitsPerComponent = static_cast<int>(format.bits);
     info.naturalDepth = format.isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
     info.packingDepth = info.naturalDepth;
+    info.packsCodes = yCrCb;
     info.hasAlpha = std::strchr(format.info->order, 'A') != nullptr;
     info.hasFullChroma = !yCrCb;
     return info;
@@ -93,15 +99,13 @@ public:
           format_(require(raw.format)),
           info_(describeRaw(raw, reader_->frameCount()))
     {
-        if (!reader_->remainder().empty()) {
-            problems_.push_back(reader_->remainder());
-        }
     }
 
     const Media::StreamInfo& info() const override { return info_; }
 
-    Image::Core::Data prepare(const Media::FramePacker::Target& /*source*/) override
+    Image::Core::Data prepare(const Media::FramePacker::Target& source) override
     {
+        bits_ = source.bits;
         return describeFrame(format_, static_cast<unsigned>(info_.width),
                              static_cast<unsigned>(info_.height));
     }
@@ -111,9 +115,18 @@ public:
         return static_cast<int>(format_.bits);
     }
 
+    Media::FramePacker::CodeForm formOf(const Media::Frame& /*frame*/) const override
+    {
+        const int sampleBits = format_.isDeep() ? 16 : 8;
+        return {.bits = bits_ != 0 ? bits_ : sampleBits, .halfChroma = false};
+    }
+
     Next next(Media::Frame& frame) override
     {
         if (given_ == reader_->frameCount()) {
+            if (problems_.empty() && !reader_->remainder().empty()) {
+                problems_.push_back(reader_->remainder());
+            }
             return Next::end;
         }
         frame = Media::Frame({}, {given_++, 1, Media::FieldOrder::progressive}, false);
@@ -138,6 +151,7 @@ private:
     std::vector<std::string> problems_;
     std::string none_;
     std::int64_t given_ = 0;
+    int bits_ = 0; ///< of the codes' levels once they are on the GPU; 0: all of a sample
 };
 
 std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)

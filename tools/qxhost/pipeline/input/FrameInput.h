@@ -31,6 +31,9 @@ public:
     /// Bits of the codes that place() writes, which fill the upper ones of their samples.
     virtual int codeBits(const Media::FramePacker::Target& source) const = 0;
 
+    /// How the codes that place() writes for this frame stand for levels.
+    virtual Media::FramePacker::CodeForm formOf(const Media::Frame& frame) const = 0;
+
     /// Gives the next frame in order of presentation, as ClipReader::next() does.
     virtual Next next(Media::Frame& frame) = 0;
 

@@ -47,7 +47,8 @@ Surface FrameDelivery::fromPicture(const Surface& given, Media::Range range) con
         return fromPairs(encode(given, range));
     }
     const Surface picture = video ? atDepth(given, rgbTexels(format_), range) : given;
-    if (video && rgbTexels(format_) == iGPUImage::eARGB10) {
+    const Qx::Ptr<iGPUImage> image = picture.getGPUSurface();
+    if (image && image->getFormat() == iGPUImage::eARGB10 && rgbTexels(format_) == iGPUImage::eARGB10) {
         return toHost(picture, given);
     }
     if (isLibrarys(width)) {

@@ -41,5 +41,5 @@ public:
     CommandRegistrar& operator=(const CommandRegistrar&) = delete;
 
 private:
-    const char* name_;
+    [[maybe_unused]] const char* name_; // a host may tell commands apart by their addresses alone
 };

@@ -216,7 +216,7 @@ public:
 
     XY<int> measure(const std::string& text) const
     {
-        return painter_ == nullptr ? XY<int>(0, 0) : painter_->measure(text);
+        return painter_ == nullptr ? XY<int>{0, 0} : painter_->measure(text);
     }
 
     /// Returns where the text ends.

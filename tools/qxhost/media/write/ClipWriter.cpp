@@ -260,8 +260,8 @@ Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime
     ++frames_;
     FrameTime shifted = time;
     shifted.pts = av_sat_sub64(shifted.pts, shift_);
-    endMicroseconds_ =
-        av_rescale_q(av_sat_add64(shifted.pts, shifted.duration), toAv(settings_.timeBase), AV_TIME_BASE_Q);
+    endMicroseconds_ = av_rescale_q(av_sat_add64(shifted.pts, shifted.duration), toAv(settings_.timeBase),
+                                    av_get_time_base_q());
     Status status =
         encoder_->encode(rows, pitch, shifted, [this](AVPacket& packet) { return writeVideo(packet); });
     return status ? writeAudioUpTo(endMicroseconds_) : status;
@@ -290,7 +290,7 @@ Status ClipWriter::writeAudioUpTo(std::int64_t endMicroseconds)
         const std::int64_t shift = av_rescale_q(shift_, toAv(settings_.timeBase), timeBase);
         const std::int64_t start = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
         if (start != AV_NOPTS_VALUE &&
-            av_rescale_q(av_sat_sub64(start, shift), timeBase, AV_TIME_BASE_Q) >= endMicroseconds) {
+            av_rescale_q(av_sat_sub64(start, shift), timeBase, av_get_time_base_q()) >= endMicroseconds) {
             return {};
         }
         AVStream* stream = trackIndex < audioStreams_.size() ? audioStreams_[trackIndex] : nullptr;

@@ -29,9 +29,8 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-# Until 1.0 any version may change the interface without a new soname: see docs/packages.md.
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own, the first line of its description
 set(version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME qxhost)
@@ -75,8 +74,18 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "GPU image services for video editing (
 Headers of QxFxResources and of its reference host, and what CMake and
 pkg-config need to find both.")
 
-foreach(component LIBRARY HOST DEVELOPMENT)
-    set(CPACK_DEBIAN_${component}_PACKAGE_MULTIARCH same)
+# What the packages of libraries tell dpkg: to have the linker's cache renewed, and what programs that are linked to them
+# depend on. Until 1.0 any version may change the interface without a new soname: see docs/packages.md.
+set(control ${PROJECT_BINARY_DIR}/control)
+foreach(component LIBRARY HOST)
+    set(library QxFxResources)
+    if(component STREQUAL HOST)
+        set(library QxHost)
+    endif()
+    file(WRITE ${control}/${component}/shlibs
+        "lib${library} ${QX_SOVERSION} ${CPACK_DEBIAN_${component}_PACKAGE_NAME} (= ${version})\n")
+    file(WRITE ${control}/${component}/triggers "activate-noawait ldconfig\n")
+    set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${control}/${component}/shlibs ${control}/${component}/triggers)
 endforeach()
 
 # The date of the sources: of the last commit, or of the files in a source archive, which have it.

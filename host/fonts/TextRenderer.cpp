@@ -81,19 +81,6 @@ Area wholeOf(const Picture& picture)
     return {0, 0, picture.key.width, picture.key.height};
 }
 
-/// Rounds the sides of scratch images to few sizes, so that the next line finds one in the pool.
-std::uint32_t scratchSide(std::int64_t needed)
-{
-    const std::int64_t step = needed <= 512 ? 64 : 256;
-    return static_cast<std::uint32_t>((needed + step - 1) / step * step);
-}
-
-std::array<float, 4> largestCodes(VkFormat format)
-{
-    const float code = Vulkan::maxCode(format);
-    return {code, code, code, format == VK_FORMAT_A2R10G10B10_UNORM_PACK32 ? 3.0F : code};
-}
-
 VkDescriptorSetLayoutBinding binding(std::uint32_t number, VkDescriptorType type, VkShaderStageFlags stages)
 {
     VkDescriptorSetLayoutBinding result{};
@@ -195,7 +182,7 @@ void TextRenderer::destroyDeviceObjects(Device& device)
 
 void TextRenderer::destroy(Device& device, Objects& objects)
 {
-    Vulkan::destroyPipelines(device, objects.glyph);
+    vkDestroyPipeline(device.handle(), objects.glyph, nullptr);
     Vulkan::destroyPipelines(device, objects.layer);
     vkDestroyPipelineLayout(device.handle(), objects.glyphLayout, nullptr);
     vkDestroyPipelineLayout(device.handle(), objects.layerLayout, nullptr);
@@ -226,20 +213,24 @@ bool TextRenderer::createLayouts()
 bool TextRenderer::createPipelines()
 {
     Device& device = context_->device();
+    VkShaderModule glyphVertex = nullptr;
     VkShaderModule glyph = nullptr;
     VkShaderModule layer = nullptr;
-    VkResult result = Vulkan::createShaderModule(device, glyphFragmentShader, glyph);
+    VkResult result = Vulkan::createShaderModule(device, glyphVertexShader, glyphVertex);
+    if (result == VK_SUCCESS) {
+        result = Vulkan::createShaderModule(device, glyphFragmentShader, glyph);
+    }
     if (result == VK_SUCCESS) {
         result = Vulkan::createShaderModule(device, textOverShader, layer);
     }
     if (result == VK_SUCCESS) {
-        result = Vulkan::createPipelines(device, glyph, objects_.glyphLayout, Vulkan::Blending::ByCoverage,
-                                         objects_.glyph, glyphVertexShader);
+        result = Vulkan::createPipeline(device, glyphVertex, glyph, objects_.glyphLayout,
+                                        Vulkan::Blending::Premultiplied, layerFormat, objects_.glyph);
     }
     if (result == VK_SUCCESS) {
-        result = Vulkan::createPipelines(device, layer, objects_.layerLayout, Vulkan::Blending::Replace,
-                                         objects_.layer);
+        result = Vulkan::createPipelines(device, layer, objects_.layerLayout, objects_.layer);
     }
+    vkDestroyShaderModule(device.handle(), glyphVertex, nullptr);
     vkDestroyShaderModule(device.handle(), glyph, nullptr);
     vkDestroyShaderModule(device.handle(), layer, nullptr);
     return device.succeeded(result, "setting up text");
@@ -257,14 +248,14 @@ bool TextRenderer::draw(Picture& target, const Line& line, XY<int> baseline, con
     if (area.empty()) {
         return true;
     }
-    const std::uint32_t width = scratchSide(area.x1 - area.x0);
-    const std::uint32_t height = scratchSide(area.y1 - area.y0);
+    const VkExtent2D size{static_cast<std::uint32_t>(area.x1 - area.x0),
+                          static_cast<std::uint32_t>(area.y1 - area.y0)};
     Drawing drawing{target,
                     colour,
                     alpha,
                     area,
-                    Vulkan::acquireTexture(*context_, {layerFormat, width, height, 0}),
-                    Vulkan::acquireTexture(*context_, {target.key.format, width, height, 0}),
+                    Vulkan::acquireScratch(*context_, layerFormat, size),
+                    Vulkan::acquireScratch(*context_, target.key.format, size),
                     {}};
     if (!drawing.layer || !drawing.under) {
         return false;
@@ -442,7 +433,7 @@ VkDescriptorSet TextRenderer::describeLayer(Batch& batch, const Drawing& drawing
     VkDescriptorSet set = batch.descriptorSet(objects_.layerSet);
     if (set != nullptr) {
         const VkSampler sampler = samplerOf(*context_);
-        const VkDescriptorImageInfo layer{sampler, drawing.layer->sampled,
+        const VkDescriptorImageInfo layer{sampler, drawing.layer->target, // its components as they lie
                                           drawing.layer->layoutFor(readLayout)};
         const VkDescriptorImageInfo under{sampler, drawing.under->sampled,
                                           drawing.under->layoutFor(readLayout)};
@@ -484,8 +475,7 @@ void TextRenderer::recordGlyphs(Batch& batch, const Drawing& drawing, const std:
     VkCommandBuffer commands = batch.commands();
     Vulkan::beginDrawing(commands, *drawing.layer, {{0, 0}, drawing.size()},
                          drawing.segment.first ? VK_ATTACHMENT_LOAD_OP_CLEAR : VK_ATTACHMENT_LOAD_OP_LOAD);
-    vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS,
-                      Vulkan::pipelineFor(objects_.glyph, layerFormat));
+    vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, objects_.glyph);
     const GlyphParameters parameters{
         {drawing.colour.red, drawing.colour.green, drawing.colour.blue, 1.0F},
         {static_cast<float>(drawing.layer->key.width), static_cast<float>(drawing.layer->key.height)}};
@@ -501,19 +491,8 @@ void TextRenderer::recordGlyphs(Batch& batch, const Drawing& drawing, const std:
 void TextRenderer::recordLayer(Batch& batch, const Drawing& drawing, Texture& target, VkDescriptorSet set)
 {
     VkCommandBuffer commands = batch.commands();
-    batch.copyFrom(target);
-    batch.copyTo(*drawing.under);
-    batch.flush();
     const VkRect2D area = drawing.onTarget();
-    VkImageCopy copy{};
-    copy.srcSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
-    copy.srcOffset = {area.offset.x, area.offset.y, 0};
-    copy.dstSubresource = copy.srcSubresource;
-    copy.extent = {area.extent.width, area.extent.height, 1};
-    vkCmdCopyImage(commands, target.image, target.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL),
-                   drawing.under->image, drawing.under->layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL), 1,
-                   &copy);
-
+    Vulkan::recordCopy(batch, target, area, *drawing.under);
     batch.sample(*drawing.layer);
     batch.sample(*drawing.under);
     batch.renderTo(target, false);
@@ -523,7 +502,7 @@ void TextRenderer::recordLayer(Batch& batch, const Drawing& drawing, Texture& ta
     vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, Vulkan::pipelineFor(objects_.layer, format));
     vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, objects_.layerLayout, 0, 1, &set, 0,
                             nullptr);
-    const LayerParameters parameters{largestCodes(format),
+    const LayerParameters parameters{Vulkan::maxCodes(format),
                                      {area.offset.x, area.offset.y},
                                      drawing.colour.alpha,
                                      drawing.alpha == iFont::Premultiplied ? 1 : 0};

@@ -91,7 +91,7 @@ private:
         VkDescriptorSetLayout layerSet = nullptr;
         VkPipelineLayout glyphLayout = nullptr;
         VkPipelineLayout layerLayout = nullptr;
-        Vulkan::FormatPipelines glyph{};
+        VkPipeline glyph = nullptr; ///< draws on layers, whose components are not rotated
         Vulkan::FormatPipelines layer{};
     };
     static void destroy(Vulkan::Device& device, Objects& objects);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace Qx::Host {
 
@@ -80,6 +81,11 @@ struct DeviceDescription
     bool chosen = false;            ///< the service uses it
     std::string unsupported;        ///< what the service needs and the device lacks; empty if usable
     bool hasTimer = false;          ///< it writes timestamps: see GPUService::startTimer()
+    bool conformant = false;        ///< its driver has passed Vulkan's conformance tests
+
+    /// What the device lacks of what the service would use and what the service does instead, a sentence each
+    /// for people. None of it makes the device unusable.
+    std::vector<std::string> nextWays{};
 };
 
 /// The device's own time for a piece of work, without the time to submit it. A software device's time is

@@ -49,7 +49,6 @@ std::unique_ptr<Device> Device::create(const PhysicalDevice& physical, std::stri
     queue.pQueuePriorities = &priority;
 
     Features features;
-    features.core.features.dualSrcBlend = VK_TRUE;
     if (self->path_ != nullptr) {
         self->path_->enableFeatures(features.core.features);
     }

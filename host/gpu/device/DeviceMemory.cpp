@@ -49,7 +49,8 @@ VkResult DeviceMemory::allocateBlock(VkDeviceSize bytes, std::uint32_t type, All
         return VK_ERROR_OUT_OF_DEVICE_MEMORY;
     }
     const VkMemoryType& memoryType = device_.memory().memoryTypes[type];
-    if (bytes > device_.memory().memoryHeaps[memoryType.heapIndex].size) {
+    if (bytes > device_.memory().memoryHeaps[memoryType.heapIndex].size ||
+        bytes > device_.physical().largestAllocation) {
         return VK_ERROR_OUT_OF_DEVICE_MEMORY;
     }
     VkMemoryAllocateInfo info{};

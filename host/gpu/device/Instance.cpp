@@ -158,7 +158,13 @@ std::vector<PhysicalDevice> Instance::physicalDevices(std::string& failure) cons
         count = 0;
     }
     devices.resize(count);
-    return {devices.begin(), devices.end()};
+    const Withheld withheld = withheldByEnvironment(failure);
+    std::vector<PhysicalDevice> described;
+    described.reserve(devices.size());
+    for (VkPhysicalDevice device : devices) {
+        described.emplace_back(device, withheld);
+    }
+    return described;
 }
 
 } // namespace Qx::Host::Vulkan

@@ -1,10 +1,10 @@
 #include "host/gpu/device/PhysicalDevice.h"
 
 #include "host/cache/Bytes.h"
+#include "host/gpu/device/DrawingPath.h"
 
+#include <algorithm>
 #include <cstring>
-#include <span>
-#include <vector>
 
 namespace Qx::Host::Vulkan {
 
@@ -26,27 +26,56 @@ std::string typeName(VkPhysicalDeviceType type)
     }
 }
 
-std::optional<PhysicalDevice::QueueFamily> graphicsQueueFamily(VkPhysicalDevice physical)
+std::vector<VkQueueFamilyProperties> queueFamilies(VkPhysicalDevice physical)
 {
     std::uint32_t count = 0;
     vkGetPhysicalDeviceQueueFamilyProperties(physical, &count, nullptr);
     std::vector<VkQueueFamilyProperties> families(count);
     vkGetPhysicalDeviceQueueFamilyProperties(physical, &count, families.data());
-    for (std::uint32_t i = 0; i < count; ++i) {
-        if ((families[i].queueFlags & VK_QUEUE_GRAPHICS_BIT) != 0) {
-            return PhysicalDevice::QueueFamily{i, families[i].timestampValidBits};
-        }
+    families.resize(count);
+    return families;
+}
+
+// The least that Vulkan 1.3 promises ("Required Limits"), or what small devices have.
+constexpr std::uint32_t smallSide = 4096;
+constexpr std::uint32_t smallTableSide = 256;
+constexpr std::uint32_t smallTexelBuffer = 65536;
+constexpr std::uint64_t smallAllocation = std::uint64_t{128} << 20U;
+
+void applySmallLimits(PhysicalDevice& device)
+{
+    VkPhysicalDeviceLimits& limits = device.properties.limits;
+    for (std::uint32_t* side :
+         {&limits.maxImageDimension2D, &limits.maxFramebufferWidth, &limits.maxFramebufferHeight}) {
+        *side = std::min(*side, smallSide);
     }
-    return std::nullopt;
+    limits.maxImageDimension3D = std::min(limits.maxImageDimension3D, smallTableSide);
+    limits.maxTexelBufferElements = std::min(limits.maxTexelBufferElements, smallTexelBuffer);
+    device.largestAllocation = std::min(device.largestAllocation, smallAllocation);
 }
 
 } // namespace
 
-PhysicalDevice::PhysicalDevice(VkPhysicalDevice device)
-    : handle(device), graphics(graphicsQueueFamily(device))
+std::optional<PhysicalDevice::QueueFamily> drawingFamily(std::span<const VkQueueFamilyProperties> families)
 {
+    std::optional<PhysicalDevice::QueueFamily> found;
+    for (std::uint32_t i = 0; i < families.size(); ++i) {
+        const bool draws = (families[i].queueFlags & VK_QUEUE_GRAPHICS_BIT) != 0;
+        if (draws && (!found || (found->timerBits == 0 && families[i].timestampValidBits != 0))) {
+            found = PhysicalDevice::QueueFamily{i, families[i].timestampValidBits};
+        }
+    }
+    return found;
+}
+
+PhysicalDevice::PhysicalDevice(VkPhysicalDevice device, const Withheld& without)
+    : handle(device), withheld(without), graphics(drawingFamily(queueFamilies(device)))
+{
+    VkPhysicalDeviceMaintenance3Properties sizes{};
+    sizes.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_MAINTENANCE_3_PROPERTIES;
     VkPhysicalDeviceIDProperties identity{};
     identity.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_ID_PROPERTIES;
+    identity.pNext = &sizes;
     VkPhysicalDeviceDriverProperties driver{};
     driver.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_DRIVER_PROPERTIES;
     driver.pNext = &identity;
@@ -59,15 +88,31 @@ PhysicalDevice::PhysicalDevice(VkPhysicalDevice device)
     driverInfo = driver.driverInfo;
     std::memcpy(uuid.data(), identity.deviceUUID, uuid.size());
     vkGetPhysicalDeviceMemoryProperties(device, &memory);
+    largestAllocation = sizes.maxMemoryAllocationSize;
+    conformant = driver.conformanceVersion.major != 0 && !withheld.conformance;
+    if (withheld.largeLimits) {
+        applySmallLimits(*this);
+    }
+    if (withheld.timer && graphics) {
+        graphics->timerBits = 0;
+    }
+}
+
+VkFormatProperties PhysicalDevice::uses(VkFormat format) const
+{
+    VkFormatProperties offered;
+    vkGetPhysicalDeviceFormatProperties(handle, format, &offered);
+    if (withheld.rows) {
+        offered.linearTilingFeatures = 0;
+    }
+    return offered;
 }
 
 bool PhysicalDevice::canDrawInto(VkFormat format) const
 {
-    VkFormatProperties offered;
-    vkGetPhysicalDeviceFormatProperties(handle, format, &offered);
     constexpr VkFormatFeatureFlags wanted =
         VK_FORMAT_FEATURE_COLOR_ATTACHMENT_BLEND_BIT | VK_FORMAT_FEATURE_SAMPLED_IMAGE_BIT;
-    return (offered.optimalTilingFeatures & wanted) == wanted;
+    return (uses(format).optimalTilingFeatures & wanted) == wanted;
 }
 
 std::string PhysicalDevice::missingFeatures() const
@@ -83,14 +128,53 @@ std::string PhysicalDevice::missingFeatures() const
     if (features.v13.dynamicRendering == VK_FALSE || features.v13.synchronization2 == VK_FALSE) {
         return "dynamic rendering or the second synchronisation interface";
     }
-    if (features.core.features.dualSrcBlend == VK_FALSE) {
-        return "blending with two sources";
-    }
     if (!canDrawInto(VK_FORMAT_R8G8B8A8_UNORM) || !canDrawInto(VK_FORMAT_R16G16B16A16_UNORM)) {
         return "drawing into images of 8 and 16 bits";
     }
     return graphics ? std::string() : std::string("a graphics queue");
 }
+
+namespace {
+
+/// What the device lacks of what the service would use, and what it does instead.
+std::vector<std::string> nextWays(const PhysicalDevice& device)
+{
+    constexpr std::uint32_t texelsOf4K = 3840 * 2160;
+    constexpr std::uint64_t largePicture = std::uint64_t{1} << 30U;
+    std::vector<std::string> ways;
+    if (!device.conformant) {
+        ways.emplace_back(
+            "its driver has not passed Vulkan's conformance tests: compare its pictures with another's");
+    }
+    if (device.graphics && device.graphics->timerBits == 0) {
+        ways.emplace_back("it has no timer: its own time is not measured");
+    }
+    if (device.largestAllocation < largePicture) {
+        ways.push_back("an image takes at most " + std::to_string(device.largestAllocation >> 20U) + " MiB");
+    }
+    if (!device.isSoftware()) {
+        return ways;
+    }
+    const std::uint32_t texels = device.properties.limits.maxTexelBufferElements;
+    if (createDrawingPath(device) == nullptr) {
+        ways.emplace_back(
+            "it cannot draw into images stored row by row: texels are drawn one by one, and pictures "
+            "copied in and out");
+    } else {
+        if (texels < texelsOf4K) {
+            ways.push_back(
+                "it reads at most " + std::to_string(texels) +
+                " texels as a buffer: those of larger pictures are drawn one by one, and pictures copied "
+                "in and out");
+        }
+        if (device.withheld.sharedMemory) {
+            ways.emplace_back("it shares no memory with the host: pictures are copied in and out");
+        }
+    }
+    return ways;
+}
+
+} // namespace
 
 DeviceDescription describe(const PhysicalDevice& device, std::uint32_t index)
 {
@@ -103,6 +187,8 @@ DeviceDescription describe(const PhysicalDevice& device, std::uint32_t index)
     description.software = device.isSoftware();
     description.unsupported = device.missingFeatures();
     description.hasTimer = device.graphics && device.graphics->timerBits > 0;
+    description.conformant = device.conformant;
+    description.nextWays = nextWays(device);
     return description;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/gpu/GPUOptions.h"
+#include "host/gpu/device/Withheld.h"
 
 #include <vulkan/vulkan_core.h>
 
@@ -8,7 +9,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
+#include <vector>
 
 namespace Qx::Host::Vulkan {
 
@@ -30,7 +33,7 @@ struct Features
     Features& operator=(const Features&) = delete;
 };
 
-/// One Vulkan device of the machine and what its driver says of it, queried once.
+/// One Vulkan device of the machine and what its driver says of it, queried once, less what is withheld.
 struct PhysicalDevice
 {
     struct QueueFamily
@@ -39,17 +42,23 @@ struct PhysicalDevice
         std::uint32_t timerBits = 0; ///< of a timestamp that are valid; 0 if the family has no timestamps
     };
 
-    explicit PhysicalDevice(VkPhysicalDevice device);
+    PhysicalDevice(VkPhysicalDevice device, const Withheld& without);
 
     VkPhysicalDevice handle = nullptr;
+    Withheld withheld;
     VkPhysicalDeviceProperties properties{};
     VkPhysicalDeviceMemoryProperties memory{};
     std::string driverName;
     std::string driverInfo;                     ///< its version
     std::array<std::byte, VK_UUID_SIZE> uuid{}; ///< the same in every process, other than any other's
-    std::optional<QueueFamily> graphics{};      ///< the first queue family that draws
+    std::uint64_t largestAllocation = 0;        ///< bytes of one allocation of memory
+    bool conformant = false;                    ///< its driver has passed Vulkan's conformance tests
+    std::optional<QueueFamily> graphics{};      ///< see drawingFamily()
 
     bool isSoftware() const { return properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU; }
+
+    /// What images and buffers of that format can be used for.
+    VkFormatProperties uses(VkFormat format) const;
 
     /// Whether images of that format can be drawn into, with blending, and sampled.
     bool canDrawInto(VkFormat format) const;
@@ -57,6 +66,10 @@ struct PhysicalDevice
     /// What the service needs and the device lacks; empty if the device can be used.
     std::string missingFeatures() const;
 };
+
+/// The queue family to draw with: the first that draws and has a timer, else the first that draws. Every
+/// family that draws also copies (Vulkan 1.3, VkQueueFlagBits).
+std::optional<PhysicalDevice::QueueFamily> drawingFamily(std::span<const VkQueueFamilyProperties> families);
 
 DeviceDescription describe(const PhysicalDevice& device, std::uint32_t index);
 

@@ -23,13 +23,13 @@ VkPipelineColorBlendAttachmentState blendState(Blending blending)
     VkPipelineColorBlendAttachmentState state{};
     state.colorWriteMask = VK_COLOR_COMPONENT_R_BIT | VK_COLOR_COMPONENT_G_BIT | VK_COLOR_COMPONENT_B_BIT |
                            VK_COLOR_COMPONENT_A_BIT;
-    if (blending == Blending::ByCoverage) {
+    if (blending == Blending::Premultiplied) {
         state.blendEnable = VK_TRUE;
-        state.srcColorBlendFactor = VK_BLEND_FACTOR_SRC1_COLOR;
-        state.dstColorBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC1_COLOR;
+        state.srcColorBlendFactor = VK_BLEND_FACTOR_ONE;
+        state.dstColorBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
         state.colorBlendOp = VK_BLEND_OP_ADD;
-        state.srcAlphaBlendFactor = VK_BLEND_FACTOR_SRC1_ALPHA;
-        state.dstAlphaBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC1_ALPHA;
+        state.srcAlphaBlendFactor = VK_BLEND_FACTOR_ONE;
+        state.dstAlphaBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
         state.alphaBlendOp = VK_BLEND_OP_ADD;
     }
     return state;
@@ -124,16 +124,14 @@ VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv
     return vkCreateShaderModule(device.handle(), &info, nullptr, &module);
 }
 
-VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout, Blending blending,
-                         FormatPipelines& pipelines, std::span<const std::uint32_t> vertexSpirv)
+VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout,
+                         FormatPipelines& pipelines)
 {
     VkShaderModule vertex = nullptr;
-    VkResult result = createShaderModule(
-        device, vertexSpirv.empty() ? std::span<const std::uint32_t>(triangleVertexShader) : vertexSpirv,
-        vertex);
+    VkResult result = createShaderModule(device, triangleVertexShader, vertex);
     for (std::size_t i = 0; i < targetFormats.size() && result == VK_SUCCESS; ++i) {
         if (device.physical().canDrawInto(targetFormats.at(i))) {
-            result = createPipeline(device, vertex, fragment, layout, blending, targetFormats.at(i),
+            result = createPipeline(device, vertex, fragment, layout, Blending::Replace, targetFormats.at(i),
                                     pipelines.at(i));
         }
     }

@@ -20,16 +20,15 @@ VkPipeline pipelineFor(const FormatPipelines& pipelines, VkFormat format);
 enum class Blending
 {
     Replace,
-    ByCoverage, ///< a second output has the coverage of each component
+    Premultiplied, ///< over it, by the result's own alpha; for targets whose components are not rotated
 };
 
 VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv, VkShaderModule& module);
 
-/// Creates the pipelines of a fragment shader. The vertex shader draws triangles without buffers; if `vertex`
-/// is empty, one triangle that covers the target. Specialization constant 0 is set for targets with rotated
-/// components.
-VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout, Blending blending,
-                         FormatPipelines& pipelines, std::span<const std::uint32_t> vertex = {});
+/// Creates the pipelines of a fragment shader that replace what a triangle over the whole target covers.
+/// Specialization constant 0 is set for targets with rotated components.
+VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout,
+                         FormatPipelines& pipelines);
 void destroyPipelines(Device& device, FormatPipelines& pipelines);
 
 /// Creates one pipeline, for targets of that format.

@@ -12,14 +12,17 @@ namespace Qx::Host::Vulkan {
 
 bool PrimitivePipelines::createLayouts()
 {
-    VkDescriptorSetLayoutBinding binding{};
-    binding.descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
-    binding.descriptorCount = 1;
-    binding.stageFlags = VK_SHADER_STAGE_FRAGMENT_BIT;
+    std::array<VkDescriptorSetLayoutBinding, 2> bindings{};
+    for (std::uint32_t i = 0; i < bindings.size(); ++i) {
+        bindings.at(i).binding = i;
+        bindings.at(i).descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
+        bindings.at(i).descriptorCount = 1;
+        bindings.at(i).stageFlags = VK_SHADER_STAGE_FRAGMENT_BIT;
+    }
     VkDescriptorSetLayoutCreateInfo set{};
     set.sType = VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO;
-    set.bindingCount = 1;
-    set.pBindings = &binding;
+    set.bindingCount = static_cast<std::uint32_t>(bindings.size());
+    set.pBindings = bindings.data();
     if (!device_.succeeded(vkCreateDescriptorSetLayout(device_.handle(), &set, nullptr, &setLayout_),
                            "setting up drawing")) {
         return false;
@@ -36,13 +39,12 @@ bool PrimitivePipelines::createLayouts()
                              "setting up drawing");
 }
 
-bool PrimitivePipelines::createPipelinesOf(std::span<const std::uint32_t> spirv, Blending blending,
-                                           FormatPipelines& pipelines)
+bool PrimitivePipelines::createPipelinesOf(std::span<const std::uint32_t> spirv, FormatPipelines& pipelines)
 {
     VkShaderModule module = nullptr;
     VkResult result = createShaderModule(device_, spirv, module);
     if (result == VK_SUCCESS) {
-        result = createPipelines(device_, module, layout_, blending, pipelines);
+        result = createPipelines(device_, module, layout_, pipelines);
         vkDestroyShaderModule(device_.handle(), module, nullptr);
     }
     return device_.succeeded(result, "setting up drawing");
@@ -50,19 +52,17 @@ bool PrimitivePipelines::createPipelinesOf(std::span<const std::uint32_t> spirv,
 
 bool PrimitivePipelines::create()
 {
-    return createLayouts() && createPipelinesOf(gradientShader, Blending::Replace, gradient_) &&
-           createPipelinesOf(imageShader, Blending::Replace, image_) &&
-           createPipelinesOf(imageOverShader, Blending::ByCoverage, imageOver_) &&
-           createPipelinesOf(texelsShader, Blending::Replace, texels_) &&
-           createPipelinesOf(texelsOverShader, Blending::ByCoverage, texelsOver_);
+    return createLayouts() && createPipelinesOf(gradientShader, gradient_) &&
+           createPipelinesOf(imageShader, image_) && createPipelinesOf(imageOverShader, imageOver_) &&
+           createPipelinesOf(texelsShader, texels_) && createPipelinesOf(texelsOverShader, texelsOver_);
 }
 
-VkPipeline PrimitivePipelines::image(VkFormat format, Sampling sampling, Blending blending) const
+VkPipeline PrimitivePipelines::image(VkFormat format, Sampling sampling, Over over) const
 {
     if (sampling == Sampling::Unfiltered) {
-        return pipelineFor(blending == Blending::Replace ? texels_ : texelsOver_, format);
+        return pipelineFor(over == Over::Replace ? texels_ : texelsOver_, format);
     }
-    return pipelineFor(blending == Blending::Replace ? image_ : imageOver_, format);
+    return pipelineFor(over == Over::Replace ? image_ : imageOver_, format);
 }
 
 void PrimitivePipelines::destroy()

@@ -23,8 +23,17 @@ public:
     {
         std::array<float, 4> mapping; ///< source = (x, y) + pixel * (z, w), in texels
         std::array<std::int32_t, 4> readable;
+        std::array<float, 4> largest{};       ///< codes of the target
+        std::array<std::int32_t, 2> corner{}; ///< the target's pixel that the copy of it begins with
         float weight;
         std::int32_t byAlpha;
+    };
+
+    /// What an image does with the target's contents.
+    enum class Over
+    {
+        Replace,
+        Mix, ///< it is mixed with a copy of them, which the second binding has
     };
 
     enum class Sampling
@@ -41,12 +50,11 @@ public:
     VkDescriptorSetLayout setLayout() const { return setLayout_; }
     VkPipelineLayout layout() const { return layout_; }
     VkPipeline gradient(VkFormat format) const { return pipelineFor(gradient_, format); }
-    VkPipeline image(VkFormat format, Sampling sampling, Blending blending) const;
+    VkPipeline image(VkFormat format, Sampling sampling, Over over) const;
 
 private:
     bool createLayouts();
-    bool createPipelinesOf(std::span<const std::uint32_t> spirv, Blending blending,
-                           FormatPipelines& pipelines);
+    bool createPipelinesOf(std::span<const std::uint32_t> spirv, FormatPipelines& pipelines);
 
     Device& device_;
     VkDescriptorSetLayout setLayout_ = nullptr;

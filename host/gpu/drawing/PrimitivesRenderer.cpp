@@ -92,21 +92,24 @@ RectangleOf<float> rowsWithLines(const ImageDescriptionEx& d, const GPUImage& im
     return destination;
 }
 
-VkDescriptorSet describeImage(Batch& batch, Context& context, const Texture& image)
+/// The image for the first binding, and what is under it for the second. A shader that only replaces reads no
+/// second one, but Mesa's software device (22.3) looks at every binding of the set.
+VkDescriptorSet describeImage(Batch& batch, Context& context, const Texture& image, const Texture& under)
 {
     const VkSampler sampler = context.samplers().get(
         CompiledEffect::Filter::Point, CompiledEffect::Address::Clamp, CompiledEffect::Address::Clamp);
     VkDescriptorSet set =
         sampler != nullptr ? batch.descriptorSet(context.primitives().setLayout()) : nullptr;
     if (set != nullptr) {
-        const VkDescriptorImageInfo info{sampler, image.sampled,
-                                         image.layoutFor(VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL)};
+        constexpr VkImageLayout layout = VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL;
+        const std::array<VkDescriptorImageInfo, 2> infos{{{sampler, image.sampled, image.layoutFor(layout)},
+                                                          {sampler, under.sampled, under.layoutFor(layout)}}};
         VkWriteDescriptorSet write{};
         write.sType = VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET;
         write.dstSet = set;
-        write.descriptorCount = 1;
+        write.descriptorCount = static_cast<std::uint32_t>(infos.size()); // over both bindings
         write.descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
-        write.pImageInfo = &info;
+        write.pImageInfo = infos.data();
         vkUpdateDescriptorSets(context.device().handle(), 1, &write, 0, nullptr);
     }
     return set;
@@ -221,6 +224,8 @@ PrimitivesRenderer::Mapping PrimitivesRenderer::mappingOf(const ImageDraw& d)
     mapping.y = d.source.y0 - d.destination.y0 * scaleY;
     mapping.constants = {{mapping.x, mapping.y, scaleX, scaleY},
                          {columns[0], rows[0], columns[1], rows[1]},
+                         maxCodes(d.target.key.format),
+                         {},
                          d.weight,
                          d.byAlpha ? 1 : 0};
     const bool ownSize = scaleX == 1.0F && scaleY == 1.0F && mapping.x == std::floor(mapping.x) &&
@@ -261,12 +266,28 @@ bool PrimitivesRenderer::recordImage(const ImageDraw& d, const VkRect2D& pixels,
     const bool replaces = !d.byAlpha && d.weight == 1.0F;
     const bool replacesAll = replaces && coversAll(pixels, d.target.key);
     const PrimitivePipelines& pipelines = context().primitives();
-    return context().recorder().record(d.target.key.bytes(), Recorder::Submit::WhenDue, [&](Batch& batch) {
+    // Mixed by the shader with a copy of what is there: the blending of devices has no way for an alpha that
+    // is not the last component, and each rounds its own way.
+    Pooled<Texture> under;
+    if (!replaces) {
+        under = acquireScratch(context(), d.target.key.format, pixels.extent);
+        if (!under) {
+            return false;
+        }
+    }
+    PrimitivePipelines::Image constants = mapping.constants;
+    constants.corner = {pixels.offset.x, pixels.offset.y};
+    const std::uint64_t bytes = d.target.key.bytes() + (under ? under->key.bytes() : 0);
+    return context().recorder().record(bytes, Recorder::Submit::WhenDue, [&](Batch& batch) {
         Texture& image = *d.image.texture();
-        VkDescriptorSet set = describeImage(batch, context(), image);
+        VkDescriptorSet set = describeImage(batch, context(), image, under ? *under : image);
         Texture* const target = set != nullptr ? d.target.forWriting(batch, replacesAll) : nullptr;
         if (target == nullptr) {
             return false;
+        }
+        if (under) {
+            recordCopy(batch, *target, pixels, *under);
+            batch.sample(*under);
         }
         batch.sample(image);
         batch.renderTo(*target, replacesAll);
@@ -274,13 +295,14 @@ bool PrimitivesRenderer::recordImage(const ImageDraw& d, const VkRect2D& pixels,
         VkCommandBuffer commands = batch.commands();
         beginDrawing(commands, *target, pixels,
                      replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
-        vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS,
-                          pipelines.image(d.target.key.format, mapping.sampling,
-                                          replaces ? Blending::Replace : Blending::ByCoverage));
+        vkCmdBindPipeline(
+            commands, VK_PIPELINE_BIND_POINT_GRAPHICS,
+            pipelines.image(d.target.key.format, mapping.sampling,
+                            replaces ? PrimitivePipelines::Over::Replace : PrimitivePipelines::Over::Mix));
         vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, pipelines.layout(), 0, 1, &set, 0,
                                 nullptr);
-        vkCmdPushConstants(commands, pipelines.layout(), VK_SHADER_STAGE_FRAGMENT_BIT, 0,
-                           sizeof mapping.constants, &mapping.constants);
+        vkCmdPushConstants(commands, pipelines.layout(), VK_SHADER_STAGE_FRAGMENT_BIT, 0, sizeof constants,
+                           &constants);
         vkCmdDraw(commands, 3, 1, 0, 0);
         vkCmdEndRendering(commands);
         ++context().draws;

@@ -86,8 +86,7 @@ bool TechniqueDrawing::createMissing(std::size_t index)
 VkResult TechniqueDrawing::createPipelines(std::size_t pass, VkShaderModule fragment,
                                            FormatPipelines& pipelines) const
 {
-    return Vulkan::createPipelines(context_.device(), fragment, program(pass).layout, Blending::Replace,
-                                   pipelines);
+    return Vulkan::createPipelines(context_.device(), fragment, program(pass).layout, pipelines);
 }
 
 bool TechniqueDrawing::record(Batch& batch, const Draw& draw) const

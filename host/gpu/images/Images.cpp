@@ -3,6 +3,7 @@
 #include "host/gpu/drawing/PrimitivesRenderer.h"
 #include "host/gpu/images/SharedImage.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -205,7 +206,8 @@ Qx::Ptr<GPUImage3D> upload(Context& context, const iHostImage3D& source)
 bool isSupported3D(Context& context, int size)
 {
     return size >= 2 && static_cast<std::uint32_t>(size) <= context.device().limits().maxImageDimension3D &&
-           tableKey(size).bytes() <= context.device().largestHeap();
+           tableKey(size).bytes() <=
+               std::min(context.device().largestHeap(), context.device().physical().largestAllocation);
 }
 
 Picture* pictureOf(Context& context, iGPUResource* resource)

@@ -35,6 +35,13 @@ private:
 /// Records a copy of all texels between textures of the same key.
 void recordCopy(Batch& batch, Texture& source, Texture& target);
 
+/// Records a copy of an area to the first texels of another texture of the same format.
+void recordCopy(Batch& batch, Texture& source, const VkRect2D& area, Texture& target);
+
+/// A texture of at least that size for the length of a draw: of few different sizes, so that the next draw
+/// finds one in the pool. As acquireTexture().
+Pooled<Texture> acquireScratch(Context& context, VkFormat format, VkExtent2D size);
+
 /// The region of all texels, for copies from or to a buffer.
 VkBufferImageCopy wholeImage(const TextureKey& key);
 

@@ -128,7 +128,8 @@ bool Texture::liesAsHostImage(const Device& device) const
                                              VK_MEMORY_PROPERTY_HOST_COHERENT_BIT |
                                              VK_MEMORY_PROPERTY_HOST_CACHED_BIT;
     const VkMemoryPropertyFlags has = device.memory().memoryTypes[memory.type].propertyFlags;
-    return companion != nullptr && (has & needed) == needed && companion->rowBytes() == key.rowBytes();
+    return companion != nullptr && !device.physical().withheld.sharedMemory && (has & needed) == needed &&
+           companion->rowBytes() == key.rowBytes();
 }
 
 void Texture::exchange(Texture& other)
@@ -248,6 +249,12 @@ float maxCode(VkFormat format)
     default:
         return 1.0F;
     }
+}
+
+std::array<float, 4> maxCodes(VkFormat format)
+{
+    const float code = maxCode(format);
+    return {code, code, code, format == VK_FORMAT_A2R10G10B10_UNORM_PACK32 ? 3.0F : code};
 }
 
 } // namespace Qx::Host::Vulkan

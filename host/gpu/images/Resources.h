@@ -4,6 +4,7 @@
 #include "host/gpu/images/CompanionViews.h"
 #include "platform/GPUImage.h"
 
+#include <array>
 #include <compare>
 
 namespace Qx::Host::Vulkan {
@@ -103,6 +104,9 @@ bool isRotated(VkFormat format);
 
 /// The largest code of a component.
 float maxCode(VkFormat format);
+
+/// The largest codes of a texel's red, green, blue and alpha.
+std::array<float, 4> maxCodes(VkFormat format);
 
 /// An image of that key, of one level, one layer and one sample.
 VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImageUsageFlags usage);

@@ -7,7 +7,7 @@ namespace Qx::Host::Vulkan {
 namespace {
 
 /// Whether the device can draw into rows of texels as packed texels, and read them as texel buffers.
-bool canDrawPacked(VkPhysicalDevice physical)
+bool canDrawPacked(const PhysicalDevice& device)
 {
     constexpr VkFormatFeatureFlags drawn = VK_FORMAT_FEATURE_COLOR_ATTACHMENT_BIT;
     constexpr VkFormatFeatureFlags whole =
@@ -15,10 +15,8 @@ bool canDrawPacked(VkPhysicalDevice physical)
         VK_FORMAT_FEATURE_SAMPLED_IMAGE_FILTER_LINEAR_BIT | VK_FORMAT_FEATURE_TRANSFER_SRC_BIT |
         VK_FORMAT_FEATURE_TRANSFER_DST_BIT;
     constexpr VkFormatFeatureFlags read = VK_FORMAT_FEATURE_UNIFORM_TEXEL_BUFFER_BIT;
-    const auto offers = [physical](VkFormat format, VkFormatFeatureFlags linear,
-                                   VkFormatFeatureFlags buffer) {
-        VkFormatProperties properties;
-        vkGetPhysicalDeviceFormatProperties(physical, format, &properties);
+    const auto offers = [&device](VkFormat format, VkFormatFeatureFlags linear, VkFormatFeatureFlags buffer) {
+        const VkFormatProperties properties = device.uses(format);
         return (properties.linearTilingFeatures & linear) == linear &&
                (properties.bufferFeatures & buffer) == buffer;
     };
@@ -74,7 +72,7 @@ public:
 std::unique_ptr<const DrawingPath> createDrawingPath(const PhysicalDevice& device)
 {
     // Software devices pay for each fragment. Elsewhere linear images are slow or cannot be drawn into.
-    return device.isSoftware() && canDrawPacked(device.handle) ? std::make_unique<PackedPath>() : nullptr;
+    return device.isSoftware() && canDrawPacked(device) ? std::make_unique<PackedPath>() : nullptr;
 }
 
 } // namespace Qx::Host::Vulkan

@@ -3,25 +3,39 @@
 // An image stretched to a rectangle. A pixel is the average of the source over the pixel's own footprint, or
 // over one texel where the image is enlarged, which is bilinear interpolation.
 //
-// Variants: UNFILTERED takes the one texel that a pixel's centre falls on. BLEND gives, as a second result, how
-// much of the first one replaces what is in the target.
+// Variants: UNFILTERED takes the one texel that a pixel's centre falls on. OVER mixes the image with a copy of what
+// is in the target.
+//
+// The result is rounded to the target's codes here, and without the last bits in which devices may differ, so that
+// every device draws the same.
 
 layout(constant_id = 0) const bool rotated = false;
 
 layout(set = 0, binding = 0) uniform sampler2D image;
+#ifdef OVER
+layout(set = 0, binding = 1) uniform sampler2D under; // the target from `corner` on
+#endif
 
 layout(push_constant) uniform Parameters
 {
     vec4 mapping;    // source = mapping.xy + pixel * mapping.zw, in texels
     ivec4 readable;  // first and last column and row that may be read: x0, y0, x1, y1
+    vec4 largest;    // codes of the target
+    ivec2 corner;    // pixel of the target
     float weight;
     int byAlpha;
 };
 
-layout(location = 0, index = 0) out vec4 result;
-#ifdef BLEND
-layout(location = 0, index = 1) out vec4 coverage;
-#endif
+layout(location = 0) out vec4 result;
+
+// Four steps for a code of 16 bits: all codes of 8 and 16 bits are among them.
+const float steps = 65535.0 * 4.0;
+
+vec4 settled(vec4 value)
+{
+    precise vec4 whole = floor(value * steps + 0.5);
+    return whole;
+}
 
 vec4 fetch(ivec2 at)
 {
@@ -62,11 +76,16 @@ void main()
 #else
     const vec4 texel = averaged(centre);
 #endif
-#ifdef BLEND
-    const vec4 colour = byAlpha != 0 ? vec4(texel.rgb, 1.0) : texel;
-    coverage = vec4(byAlpha != 0 ? weight * texel.a : weight);
+    const vec4 own = settled(texel);
+#ifdef OVER
+    const vec4 below = settled(texelFetch(under, ivec2(floor(gl_FragCoord.xy)) - corner, 0));
+    const vec4 colour = byAlpha != 0 ? vec4(own.rgb, steps) : own;
+    precise float coverage = byAlpha != 0 ? weight * own.a * (1.0 / steps) : weight;
+    precise vec4 mixed = below + (colour - below) * coverage;
 #else
-    const vec4 colour = texel;
+    precise vec4 mixed = own;
 #endif
-    result = rotated ? colour.argb : colour;
+    precise vec4 codes = floor(mixed * (1.0 / steps) * largest + 0.5);
+    const vec4 rounded = codes / largest;
+    result = rotated ? rounded.argb : rounded;
 }

@@ -187,12 +187,12 @@ TEST_F(Fonts, tenThousandStringsLeaveMemoryBounded)
 TEST_F(Fonts, aLineMayHaveMoreGlyphsThanThePagesHold)
 {
     // Each of these glyphs takes a page by itself, and there are eight.
-    const Qx::Ptr<iFont> huge = font(L"WenQuanYi Micro Hei", 900);
+    const Qx::Ptr<iFont> huge = font(L"WenQuanYi Micro Hei", 600);
     std::wstring text;
     for (int i = 0; i < 12; ++i) {
         text += static_cast<wchar_t>(0x9B31 + i);
     }
-    const XY<int> extent{12 * 900, 900};
+    const XY<int> extent{12 * 600, 600};
     const Qx::Ptr<iGPUImage> line = black(extent);
     const Qx::Ptr<iGPUImage> single = black(extent);
     ASSERT_TRUE(huge->draw(line, LightweightString<wchar_t>(std::wstring_view(text)), {0, 0}, white))
@@ -201,7 +201,7 @@ TEST_F(Fonts, aLineMayHaveMoreGlyphsThanThePagesHold)
         ASSERT_TRUE(huge->draw(
             single,
             LightweightString<wchar_t>(std::wstring_view(text).substr(static_cast<std::size_t>(i), 1)),
-            {i * 900, 0}, white));
+            {i * 600, 0}, white));
     }
     EXPECT_EQ(download(line), download(single));
 }

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -33,6 +34,21 @@ void GpuTest::TearDown()
     EXPECT_EQ(gpu().statistics().validationMessages, 0U) << takeLog();
     std::error_code ignored;
     std::filesystem::remove_all(folder_, ignored);
+}
+
+Host::DeviceDescription GpuTest::device()
+{
+    const std::vector<Host::DeviceDescription> devices = gpu().listDevices();
+    const auto chosen =
+        std::find_if(devices.begin(), devices.end(), [](const auto& each) { return each.chosen; });
+    return chosen != devices.end() ? *chosen : Host::DeviceDescription();
+}
+
+bool GpuTest::copiesBecause(const char* reason)
+{
+    const std::vector<std::string> ways = device().nextWays;
+    return std::any_of(ways.begin(), ways.end(),
+                       [&](const std::string& way) { return way.find(reason) != std::string::npos; });
 }
 
 Qx::Ptr<iGPUImage> GpuTest::upload(XY<int> size, iGPUImage::eFormat format, const Bytes& bytes)

@@ -27,6 +27,12 @@ protected:
 
     GPUService& gpu() { return *gpu_; }
 
+    /// Whether the device draws whole pictures by packed texels, which few do; see docs/gpu.md.
+    bool drawsPacked() { return !copiesBecause("row by row") && isSoftware(); }
+
+    /// Whether uploads and downloads of small pictures copy nothing.
+    bool sharesMemory() { return drawsPacked() && !copiesBecause("shares no memory"); }
+
     /// A directory for files of the test, removed after it.
     const std::filesystem::path& folder() const { return folder_; }
 
@@ -40,6 +46,10 @@ protected:
     Qx::Ptr<iShaderEffect> effect(const std::string& text);
 
 private:
+    Host::DeviceDescription device();
+    bool isSoftware() { return device().software; }
+    bool copiesBecause(const char* reason);
+
     std::unique_ptr<GPUService> gpu_;
     std::filesystem::path folder_;
     int files_ = 0;

@@ -370,6 +370,25 @@ TEST_F(Effects, devices_are_listed_and_one_is_chosen)
     EXPECT_NE(qxhost({"devices"}).out.find("* "), std::string::npos);
 }
 
+TEST_F(Effects, devices_say_what_is_done_instead_of_what_a_device_lacks)
+{
+    ::setenv("QX_DEVICE_WITHOUT", "timer,conformance", 1);
+    const std::string text = qxhost({"devices"}).out;
+    EXPECT_NE(text.find("it has no timer: its own time is not measured\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("has not passed Vulkan's conformance tests"), std::string::npos) << text;
+    const auto devices = nlohmann::json::parse(qxhost({"devices", "--json"}).out);
+    for (const auto& device : devices) {
+        EXPECT_FALSE(device["conformant"].get<bool>());
+        EXPECT_GE(device["notes"].size(), 2U);
+    }
+    ::setenv("QX_DEVICE_WITHOUT", "colour", 1);
+    const Outcome refused = qxhost({"devices"});
+    ::unsetenv("QX_DEVICE_WITHOUT");
+    EXPECT_NE(refused.exitCode, 0);
+    EXPECT_NE(refused.err.find("QX_DEVICE_WITHOUT has \"colour\"; it takes timer, rows"), std::string::npos)
+        << refused.err;
+}
+
 } // namespace
 
 } // namespace Qx::System

@@ -28,6 +28,8 @@ Json describe(const Devices& devices)
         entry["chosen"] = device.chosen;
         entry["usable"] = device.unsupported.empty();
         entry["lacks"] = device.unsupported;
+        entry["conformant"] = device.conformant;
+        entry["notes"] = device.nextWays;
         list.push_back(entry);
     }
     return list;
@@ -39,6 +41,9 @@ std::string describe(const Host::DeviceDescription& device)
                                    device.name, device.type, device.driver);
     if (device.software) {
         line += "       computes on the CPU: correct, but slow\n";
+    }
+    for (const std::string& way : device.nextWays) {
+        line += "       " + way + "\n";
     }
     if (!device.unsupported.empty()) {
         line += "       cannot be used: it lacks " + device.unsupported + "\n";

@@ -14,8 +14,8 @@ extern "C" {
 #include "tools/qxhost/media/MediaTypes.h"
 
 #include <algorithm>
-#include <cstring>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <optional>

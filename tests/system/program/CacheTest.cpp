@@ -116,7 +116,7 @@ TEST_F(Caches, one_that_is_refused_is_called_not_used)
     const auto problem = [this] { return info()["problem"].get<std::string>(); };
     EXPECT_EQ(problem(), "");
     write(".cache/qxhost", "a file where the directory should be");
-    EXPECT_EQ(problem(), "Not a directory");
+    EXPECT_EQ(problem(), "Not a directory; check the path, of which a part is a file");
     const Outcome outcome = qxhost({"effects", "cache", "info"});
     EXPECT_NE(outcome.out.find("not used: Not a directory"), std::string::npos) << outcome.out;
     fs::remove(at(".cache/qxhost"));

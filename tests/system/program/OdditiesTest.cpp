@@ -223,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Oddity{"negative_in_matroska", {BARE "-bsf:v setts=ts=TS-200 a.mkv"}, {}, "a.mkv", 0, 10, usual, {}},
         Oddity{"negative_in_mp4_are_hidden",
-               {BARE "-bsf:v setts=ts=TS-5*512 -avoid_negative_ts disabled a.mp4"},
+               {BARE "a.mov", "-i a.mov -c copy -bsf:v setts=ts=TS-5*512 -avoid_negative_ts disabled a.mp4"},
                {},
                "a.mp4",
                0,

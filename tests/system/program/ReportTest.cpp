@@ -481,7 +481,8 @@ TEST(Comparison, what_one_run_lacks_is_not_measured_and_never_nothing)
     now.figures.pop_back();
     const Comparison comparison = compare(before, now, "x");
     for (const char* id : {"frame-hd", "frame-uhd", "rounding"}) {
-        const Change& change = changeOf(comparison, std::string("Title of ") + id);
+        const std::string title = std::string("Title of ") + id;
+        const Change& change = changeOf(comparison, title);
         EXPECT_EQ(change.meaning, Change::Meaning::unknown) << id;
         EXPECT_FALSE(change.percent) << id;
     }

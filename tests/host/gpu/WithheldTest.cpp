@@ -174,6 +174,9 @@ TEST_F(WithheldTest, ADriverThatIsNotConformantIsUsedAndSaysSo)
 TEST_F(WithheldTest, EverythingMayBeMissingAtOnce)
 {
     drawWithout("timer,rows,shared-memory,large-limits,conformance");
+    expectTold("no timer");
+    expectTold("at most 128 MiB");
+    expectTold("conformance tests");
 }
 
 TEST(WithheldNamesTest, AnUnknownNameIsAFailureThatListsTheKnownOnes)

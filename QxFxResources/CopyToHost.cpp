@@ -65,11 +65,11 @@ struct Tools
 {
     explicit Tools(bool reorders) : lock(gpuLock())
     {
+        if (reorders) {
+            null.emplace(); // may wait for a compilation: not within the lock
+        }
         const CriticalSectionScope inside(lock);
         convert = getShader(colourConvertEffect);
-        if (reorders) {
-            null.emplace();
-        }
     }
 
     template <class Step>

@@ -34,7 +34,8 @@ struct StartOptions
 
 /// Configures the host: program arguments, debug output, device, and by variables of this process where the
 /// GPU's driver keeps its cache. Copies the strings of `options`. Does not open the device. Call it once,
-/// before other threads start.
+/// before other threads start and before the library is used: its first use queues a background task, which
+/// may open the device. A call that comes later is a complaint (takeComplaints()).
 QX_HOST_API void start(const StartOptions& options);
 
 /// Shuts the host down: drops waiting background tasks, calls the shutdown callbacks, waits for a running

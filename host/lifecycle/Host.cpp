@@ -53,6 +53,10 @@ void start(const StartOptions& options)
 {
     HostLog::instance().setDebugOutput(!options.quiet);
     setStartArguments(options.argc, options.argv);
+    if (!taskQueue().report().empty()) {
+        HostLog::instance().complain("the host was started after background tasks; those run without the "
+                                     "arguments and the device that the program chose");
+    }
     placeDriverCache(configuredCachePlace());
     ErrorLogLogger::loggingEnabled_ = Settings::instance().flag("timing_lines").value_or(false);
     configureGPU(options);

@@ -62,6 +62,14 @@ TEST_F(Effects, names_of_the_catalogue_have_no_letter_case)
               through({"--effect", "cc3.fx", "--set", "saturation=0"}));
 }
 
+TEST_F(Effects, are_looked_up_after_the_host_has_started_with_its_settings)
+{
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=48x32", "-frames", "1", "start.png"});
+    const Outcome outcome = qxhost({"convert", "start.png", "started.png", "--effect", "cc3.fx"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_EQ(outcome.err.find("the host was started after"), std::string::npos) << outcome.err;
+}
+
 TEST_F(Effects, a_parameter_has_its_effect)
 {
     const Bytes grey = through({"--effect", "cc3.fx", "--set", "saturation=0"});

@@ -189,6 +189,7 @@ std::string firstTimeCode(const ConvertOptions& options, const Media::StreamInfo
 }
 
 /// What the run reads, and so must not replace: its input, and the effects, LUTs and font of its options.
+/// Effects are looked up in the catalogue: the host must have started.
 std::shared_ptr<const Media::FileSet> filesRead(const Conversion& conversion)
 {
     const std::shared_ptr<Media::FileSet> files = conversion.input->files();
@@ -222,7 +223,6 @@ void fillSettings(Conversion& conversion)
     settings.encoder = options.codec;
     settings.pixelFormat = options.pixelFormat;
     settings.force = options.force;
-    settings.kept = filesRead(conversion);
     settings.expectedFrames = expectedFrames(options, conversion.info()) * picturesEach(options.step);
     settings.audio = conversion.input->audio();
     if (options.format) {
@@ -236,7 +236,9 @@ void fillSettings(Conversion& conversion)
 
 WriterPtr openOutput(const Conversion& conversion)
 {
-    auto writer = Media::openWriter(conversion.options.output, conversion.settings);
+    Media::OutputSettings settings = conversion.settings;
+    settings.kept = filesRead(conversion);
+    auto writer = Media::openWriter(conversion.options.output, settings);
     if (!writer) {
         throw Failure(ExitCode::output, writer.text());
     }

@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cerrno>
+#include <cstdint>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace Qx::Host::Vulkan {
 
@@ -25,6 +29,16 @@ std::array<VkMemoryPropertyFlags, 3> preferences(MemoryUse use)
         break;
     }
     return {mapped | VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT, mapped, mapped};
+}
+
+/// Whether the end of mapped memory is there. Mesa's software device keeps its memory in a file since version
+/// 24, and does not notice when the limit on the size of files (ulimit -f) keeps that from growing: the first
+/// touch would end the process. Asking the kernel for the page does not.
+bool endIsThere(const void* mapped, VkDeviceSize bytes)
+{
+    const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const std::uintptr_t last = (reinterpret_cast<std::uintptr_t>(mapped) + bytes - 1) / page * page;
+    return ::madvise(reinterpret_cast<void*>(last), page, MADV_POPULATE_READ) == 0 || errno != EFAULT;
 }
 
 } // namespace
@@ -66,6 +80,10 @@ VkResult DeviceMemory::allocateBlock(VkDeviceSize bytes, std::uint32_t type, All
         if (status != VK_SUCCESS) {
             vkFreeMemory(device_.handle(), result.memory, nullptr);
             return status;
+        }
+        if (!endIsThere(result.mapped, bytes)) {
+            vkFreeMemory(device_.handle(), result.memory, nullptr);
+            return VK_ERROR_OUT_OF_DEVICE_MEMORY;
         }
     }
     ++allocationCount_;

@@ -18,6 +18,18 @@ protected:
                 "ffv1", "-colorspace", "bt709", "-color_range", "tv", "clip.mkv"});
     }
 
+    /// A clip of more than 32 MiB at 16 bits, which the software device's memory is not.
+    void makeLongClip() const { ffmpeg({"-stream_loop", "8", "-i", "clip.mkv", "-c", "copy", "long.mkv"}); }
+
+    /// Converts under a limit on the size of files, in KiB.
+    Outcome withFilesUpTo(int kibibytes, const std::string& arguments) const
+    {
+        constexpr int blocks = 2; // of 512 bytes
+        return run({"sh", "-c",
+                    "ulimit -f " + std::to_string(kibibytes * blocks) + "; exec " + programPath() +
+                        " convert " + arguments});
+    }
+
     /// Fails with this exit code and one line that has all these words, and leaves nothing behind.
     void expectFailure(const Outcome& outcome, int exitCode, const std::vector<std::string>& words,
                        std::vector<std::string> files = {}) const
@@ -163,20 +175,27 @@ TEST_F(Failures, an_output_that_cannot_be_made_is_named)
 
 TEST_F(Failures, a_failed_run_leaves_an_existing_file_alone)
 {
-    write("out.mov", "precious");
-    const Outcome outcome =
-        run({"sh", "-c", "ulimit -f 8; exec " + programPath() + " convert clip.mkv out.mov --force"});
-    expectFailure(outcome, 4, {"out.mov"}, {"out.mov"});
-    EXPECT_EQ(read(at("out.mov")), "precious");
+    makeLongClip();
+    write("out.raw", "precious");
+    expectFailure(withFilesUpTo(32 << 10, "long.mkv out.raw --format b48r --force"), 4, {"out.raw"},
+                  {"long.mkv", "out.raw"});
+    EXPECT_EQ(read(at("out.raw")), "precious");
 }
 
 TEST_F(Failures, no_room_for_the_output_is_an_output_failure)
 {
-    expectFailure(run({"sh", "-c", "ulimit -f 8; exec " + programPath() + " convert clip.mkv out.mkv"}), 4,
-                  {"out.mkv", "File too large; raise the limit on the size of files (ulimit -f)"});
-    expectFailure(
-        run({"sh", "-c", "ulimit -f 8; exec " + programPath() + " convert clip.mkv out.bmp --frames 1"}), 4,
-        {"out"});
+    makeLongClip();
+    expectFailure(withFilesUpTo(32 << 10, "long.mkv out.raw --format b48r"), 4,
+                  {"out.raw", "File too large; raise the limit on the size of files (ulimit -f)"},
+                  {"long.mkv"});
+}
+
+TEST_F(Failures, a_device_without_memory_under_a_limit_on_files_says_which_limit_to_raise)
+{
+    // Of the output, or of a device that keeps its memory in a file.
+    const Outcome outcome = withFilesUpTo(4, "clip.mkv out.mkv");
+    EXPECT_TRUE(outcome.exitCode == 4 || outcome.exitCode == 5) << outcome.exitCode << outcome.err;
+    expectFailure(outcome, outcome.exitCode, {"raise the limit on the size of files (ulimit -f)"});
 }
 
 TEST_F(Failures, a_device_that_is_not_there_is_answered_with_those_that_are)
@@ -279,12 +298,12 @@ TEST_F(Failures, pictures_of_video_range_and_rgb_without_a_tag_are_reported)
         says({"clip.mkv", "video.jpg", "--frames", "1", "--output-range", "video"}, "colour tags (range"))
         << "a JPEG is YCbCr of full range";
 
-    ffmpeg({"-i", "clip.mkv", "-frames", "2", "-pix_fmt", "gbrp", "-c:v", "ffv1", "-color_range",
-            "unspecified", "rgb.mkv"});
-    const char* guess = "rgb.mkv: has no tag for its range; assuming full range; --range overrides";
-    EXPECT_TRUE(says({"rgb.mkv", "a.mkv"}, guess));
-    EXPECT_FALSE(says({"rgb.mkv", "b.mkv", "--range", "video"}, "assuming"));
-    const Outcome json = qxhost({"convert", "rgb.mkv", "c.mkv", "--json"});
+    // A container that has no place for the tag; FFmpeg 7 writes it for RGB wherever there is one.
+    ffmpeg({"-i", "clip.mkv", "-frames", "2", "-pix_fmt", "bgr24", "-c:v", "rawvideo", "rgb.avi"});
+    const char* guess = "rgb.avi: has no tag for its range; assuming full range; --range overrides";
+    EXPECT_TRUE(says({"rgb.avi", "a.mkv"}, guess));
+    EXPECT_FALSE(says({"rgb.avi", "b.mkv", "--range", "video"}, "assuming"));
+    const Outcome json = qxhost({"convert", "rgb.avi", "c.mkv", "--json"});
     EXPECT_EQ(nlohmann::json::parse(json.out)["source"]["rangeGuessed"], true);
 }
 

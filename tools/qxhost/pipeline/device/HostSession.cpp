@@ -46,6 +46,12 @@ void checkAddressSpace(Console* console)
     }
 }
 
+bool fileSizesAreLimited()
+{
+    rlimit limit{};
+    return ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+}
+
 Host::DeviceDescription chosenDevice()
 {
     const std::vector<Host::DeviceDescription> devices = Host::gpuService().listDevices();
@@ -120,8 +126,12 @@ void failOnDevice(int width, int height)
     }
     throw Failure(ExitCode::device,
                   deviceName() + ": no memory for another picture of " + std::to_string(width) + " x " +
-                      std::to_string(height) +
-                      " pixels; close other programs that use it, or choose another device with --device");
+                      std::to_string(height) + " pixels; " +
+                      (fileSizesAreLimited()
+                           ? "raise the limit on the size of files (ulimit -f), in which software "
+                             "devices keep their memory, "
+                           : "close other programs that use it, ") +
+                      "or choose another device with --device");
 }
 
 void failOnDevice(const Image::Surface& picture)

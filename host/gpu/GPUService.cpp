@@ -64,6 +64,12 @@ bool GPUService::configure(const GPUOptions& options)
     return !started_;
 }
 
+GPUOptions GPUService::options()
+{
+    const std::lock_guard lock(mutex_);
+    return options_;
+}
+
 void GPUService::openCacheLocked()
 {
     constexpr std::uint64_t defaultBytes = 256U << 20U;

@@ -65,6 +65,8 @@ public:
     /// Sets the options. Returns false if the service has started already.
     bool configure(const GPUOptions& options);
 
+    GPUOptions options();
+
     /// Starts the service unless it has started. Returns false if there is no usable device.
     bool start();
 

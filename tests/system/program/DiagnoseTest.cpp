@@ -236,6 +236,16 @@ TEST_F(Diagnose, what_the_program_lacks_is_not_the_devices_fault)
                                "left out for it: looks, compiling", "nothing can be said of the device"});
 }
 
+TEST_F(Diagnose, effects_are_compiled_under_the_limits_of_the_settings)
+{
+    EXPECT_EQ(diagnose("compiling").exitCode, 0); // and what the program itself needs is cached now
+    ::setenv("QX_EFFECTS_MEMORY", "50", 1);
+    const Outcome narrow = diagnose("compiling");
+    ::unsetenv("QX_EFFECTS_MEMORY");
+    EXPECT_EQ(narrow.exitCode, notHealthy);
+    expectWords(narrow.out, {"Compiling ColourConvert.fx, for the first time", "the effect did not compile"});
+}
+
 TEST_F(Diagnose, what_a_killed_one_left_behind_goes_with_the_next)
 {
     const auto place = at("tmp");

@@ -353,7 +353,7 @@ TEST_F(PixelFormats, edges_of_saturated_colours_of_420_are_exact_within_a_code)
         for (const char* tag : {"tv", "pc"}) {
             ffmpeg({"-f", "rawvideo", "-pix_fmt", layout, "-s", "128x64", "-i", "planes.raw", "-vf",
                     std::string("setparams=colorspace=bt709:range=") + tag, "-c:v", "ffv1", "-strict", "-1",
-                    "edges.mkv"});
+                    "-colorspace", "bt709", "-color_range", tag, "edges.mkv"});
             succeed({"convert", "edges.mkv", "rgb.raw", "--format", "bgr3", "--force"});
             Pixels::PlanarFrame form;
             form.width = wide;
@@ -418,7 +418,7 @@ TEST_F(PixelFormats, a_clip_of_422_becomes_the_nearest_rgb_in_either_range_at_ev
         const std::string layout = "yuv422p" + (bits > 8 ? std::to_string(bits) + "le" : std::string());
         ffmpeg({"-f", "rawvideo", "-pix_fmt", layout, "-s", "96x16", "-i", "noise.raw", "-vf",
                 std::string("setparams=colorspace=bt709:range=") + tag, "-c:v", "ffv1", "-strict", "-1",
-                "noise.mkv"});
+                "-colorspace", "bt709", "-color_range", tag, "noise.mkv"});
         Pixels::PlanarFrame form;
         form.width = wide;
         form.height = high;

@@ -1,5 +1,4 @@
 #include "QxFxResources/Manager.h"
-#include "host/Host.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
 #include "tools/qxhost/diagnose/Steps.h"
@@ -32,7 +31,10 @@ Timing timeCompiling(Probe& probe, const FxResources::ShaderEffectInfo& info,
     Host::GPUOptions options;
     options.device = numberOfDevice();
     options.cacheDirectory = cache;
-    options.worker = std::string(Host::textSetting("effects.worker").view());
+    const Host::GPUOptions ours = Host::gpuService().options();
+    options.worker = ours.worker;
+    options.workerStepLimit = ours.workerStepLimit;
+    options.workerMemory = ours.workerMemory;
     Host::GPUService service(options);
     timing.failed = !service.start();
     if (!timing.failed && probe.operation()) {

@@ -239,7 +239,7 @@ TEST_F(Diagnose, what_the_program_lacks_is_not_the_devices_fault)
 TEST_F(Diagnose, effects_are_compiled_under_the_limits_of_the_settings)
 {
     EXPECT_EQ(diagnose("compiling").exitCode, 0); // and what the program itself needs is cached now
-    ::setenv("QX_EFFECTS_MEMORY", "50", 1);
+    ::setenv("QX_EFFECTS_MEMORY", "1", 1);
     const Outcome narrow = diagnose("compiling");
     ::unsetenv("QX_EFFECTS_MEMORY");
     EXPECT_EQ(narrow.exitCode, notHealthy);

@@ -4,6 +4,7 @@
 #include "host/effects/framework/LikelyMistakes.h"
 #include "host/effects/framework/Preprocessor.h"
 #include "host/effects/framework/Problems.h"
+#include "host/effects/framework/RenderTargets.h"
 #include "host/effects/hlsl/HlslHints.h"
 #include "host/effects/hlsl/HlslMessage.h"
 #include "host/effects/hlsl/ParameterLayout.h"
@@ -77,7 +78,9 @@ private:
         layOutParameters(syntax_, effect_, problems_);
         const PassWriter writer(syntax_, effect_);
         writePasses(writer);
+        resolveTargets(syntax_, effect_, problems_);
         compilePasses(writer);
+        checkTargets(syntax_, effect_, problems_);
         if (options.packed && !problems_.failed()) {
             for (const PackedShader::Depths depths :
                  {PackedShader::Depths{8, 8}, {16, 16}, {8, 16}, {16, 8}}) {
@@ -120,7 +123,7 @@ private:
                 {std::string(technique.name.text), {}, plainAnnotations(technique.annotations)});
             for (const EffectSyntax::Pass& pass : technique.passes) {
                 std::vector<CompiledEffect::Pass>& passes = effect_.techniques.back().passes;
-                passes.push_back({std::string(pass.name.text), {}, {}, {}});
+                passes.emplace_back().name = pass.name.text;
                 at_ = {technique.name.text, pass.name.text};
                 try {
                     PassText text = writer.write(pass);
@@ -170,7 +173,7 @@ private:
             const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
             const bool wanted =
                 !depths.areMixed() || mixesDepths(effect_.techniques[place.technique].annotations);
-            if (wanted && writer.canBePacked(pass)) {
+            if (wanted && !drawsTextures(effect_.techniques[place.technique]) && writer.canBePacked(pass)) {
                 const auto [text, isNew] = known.emplace(writer.writePacked(pass, depths).hlsl, texts.size());
                 if (isNew) {
                     texts.push_back(text->first);
@@ -186,6 +189,14 @@ private:
                     {depths, shader.spirv, samplersOf(shader), shader.texelBytes, shader.rows});
             }
         }
+    }
+
+    /// Whether passes draw into textures; they are drawn texel by texel.
+    static bool drawsTextures(const CompiledEffect::Technique& technique)
+    {
+        return std::any_of(technique.passes.begin(), technique.passes.end(), [](const auto& pass) {
+            return pass.target != CompiledEffect::Pass::callersTarget;
+        });
     }
 
     /// Whether a technique may read and draw at different depths.

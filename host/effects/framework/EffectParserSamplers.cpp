@@ -13,7 +13,7 @@ void EffectParser::parseTexture()
         EffectSyntax::Texture texture;
         texture.name = reader_.expectName("the name of the texture");
         claimName(texture.name);
-        parseSemantic();
+        texture.semantic = parseSemantic();
         texture.annotations = parseAnnotations();
         effect_.textures.push_back(std::move(texture));
     } while (reader_.accept(","));

@@ -48,7 +48,7 @@ EffectSyntax::Pass EffectParser::parsePass()
     if (reader_.peek().kind == TokenKind::Identifier) {
         pass.name = reader_.expectName("the name of the pass");
     }
-    parseAnnotations();
+    pass.annotations = parseAnnotations();
     reader_.expect("{", "after 'pass'");
     while (!reader_.accept("}")) {
         if (!reader_.accept(";")) {

@@ -93,6 +93,7 @@ struct EffectSyntax
     {
         Token name;
         std::vector<Annotation> annotations;
+        std::optional<Token> semantic;
     };
 
     struct Sampler
@@ -111,6 +112,7 @@ struct EffectSyntax
         Token keyword; ///< where it begins
         Token entry;
         std::vector<Tokens> arguments; ///< each without an End token
+        std::vector<Annotation> annotations;
     };
 
     struct Technique

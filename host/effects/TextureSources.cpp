@@ -47,6 +47,13 @@ std::vector<std::size_t> texturesRead(const CompiledEffect& effect,
     return textures;
 }
 
+bool isVolume(const CompiledEffect& effect, std::size_t texture)
+{
+    return std::any_of(effect.samplers.begin(), effect.samplers.end(), [texture](const auto& sampler) {
+        return sampler.texture == texture && sampler.dimensions == 3;
+    });
+}
+
 TextureSource sourceOf(const CompiledEffect::Texture& texture)
 {
     const std::string semantic = asciiLower(texture.semantic);
@@ -73,7 +80,8 @@ std::optional<std::size_t> pictureTexture(const CompiledEffect& effect,
         const CompiledEffect::Texture& texture = effect.textures[i];
         const Kind kind = sourceOf(texture).kind;
         const bool isGiven = std::find(given.begin(), given.end(), texture.name) != given.end();
-        if (kind == Kind::PictureBefore || kind == Kind::ResultBefore || draws(technique, i)) {
+        if (kind == Kind::PictureBefore || kind == Kind::ResultBefore || draws(technique, i) ||
+            isVolume(effect, i)) {
             continue;
         }
         ++inputs;

@@ -19,6 +19,9 @@ namespace Qx::Host {
 std::vector<std::size_t> texturesRead(const CompiledEffect& effect,
                                       const CompiledEffect::Technique& technique);
 
+/// Whether samplers read the texture as a volume.
+bool isVolume(const CompiledEffect& effect, std::size_t texture);
+
 /// What a texture's declaration says of its picture.
 struct TextureSource
 {
@@ -38,7 +41,8 @@ TextureSource sourceOf(const CompiledEffect::Texture& texture);
 /// The texture that gets the picture that a technique is drawn over: the one called Input; else the effect's
 /// only one; else the one at register(s0); else the first that the technique reads and that no annotation or
 /// semantic gives another picture. Textures of the names `given`, to which the user gives pictures, do not
-/// count, nor do those with a semantic above and those that the technique draws. Nothing if there is none.
+/// count, nor do volumes, those with a semantic above and those that the technique draws. Nothing if there is
+/// none.
 std::optional<std::size_t> pictureTexture(const CompiledEffect& effect,
                                           const CompiledEffect::Technique& technique,
                                           const std::vector<std::string>& given = {});

@@ -212,6 +212,7 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         {"instruction past the end", [](Effect& e) { e.techniques[0].passes[0].spirv[5] = 0xFFFF0011; }},
         {"instruction of no words", [](Effect& e) { e.techniques[0].passes[0].spirv[5] = 0x11; }},
         {"sampler of no texture", [](Effect& e) { e.samplers[1].texture = 2; }},
+        {"sampler of a line", [](Effect& e) { e.samplers[1].dimensions = 1; }},
         {"pass of no sampler", [](Effect& e) { e.techniques[0].passes[0].samplers = {2}; }},
         {"samplers twice",
          [](Effect& e) {

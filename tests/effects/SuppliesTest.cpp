@@ -75,6 +75,14 @@ TEST(PictureTexture, IsTheFirstThatTheTechniqueReadsAndNoAnnotationGivesElsewher
     EXPECT_EQ(pictureOf(effect, {"B", "C"}), "");
 }
 
+TEST(PictureTexture, IsNoVolume)
+{
+    CompiledEffect effect = effectOf({"Table", "Scene"}, {{0, 1}});
+    effect.samplers[0].dimensions = 3;
+    effect.samplers[0].registerIndex = 0;
+    EXPECT_EQ(pictureOf(effect), "Scene");
+}
+
 Parameter parameter(const std::string& name, const std::string& semantic, std::uint32_t columns = 1)
 {
     Parameter made;

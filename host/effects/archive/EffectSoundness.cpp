@@ -115,7 +115,10 @@ bool isSound(const CompiledEffect& effect)
            std::all_of(effect.parameters.begin(), effect.parameters.end(),
                        [&](const auto& parameter) { return isSound(parameter, effect); }) &&
            std::all_of(effect.samplers.begin(), effect.samplers.end(),
-                       [&](const auto& sampler) { return sampler.texture < effect.textures.size(); }) &&
+                       [&](const auto& sampler) {
+                           return sampler.texture < effect.textures.size() &&
+                                  (sampler.dimensions == 2 || sampler.dimensions == 3);
+                       }) &&
            std::all_of(effect.techniques.begin(), effect.techniques.end(), soundPasses);
 }
 

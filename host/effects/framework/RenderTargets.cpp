@@ -271,13 +271,18 @@ void checkTargets(const EffectSyntax& syntax, const CompiledEffect& effect, Prob
         for (const CompiledEffect::Pass& pass : passes) {
             later.insert(pass.target);
         }
+        const std::set<std::uint32_t> drawn = later;
         for (std::size_t p = 0; p < passes.size(); ++p) {
             const EffectSyntax::Pass& syntaxPass = syntax.techniques[t].passes[p];
             const Problems::Context at{syntax.techniques[t].name.text, syntaxPass.name.text};
             for (const std::uint32_t sampler : passes[p].samplers) {
                 const std::uint32_t texture = effect.samplers[sampler].texture;
                 const std::string name = inQuotes(effect.textures[texture].name);
-                if (texture == passes[p].target) {
+                if (effect.samplers[sampler].dimensions == 3 && drawn.count(texture) != 0) {
+                    problems.fail({syntaxPass.keyword.at, "the pass reads the texture " + name +
+                                                              " as a volume, and a pass draws it"},
+                                  at);
+                } else if (texture == passes[p].target) {
                     problems.fail({syntaxPass.keyword.at, "the pass reads the texture " + name +
                                                               " that it draws into; draw into another"},
                                   at);

@@ -468,10 +468,33 @@ TEST_F(ForeignEffects, an_option_gives_a_texture_its_picture)
     expectRefusal({"two.fx", "--texture", "Othr=b.png"},
                   "two.fx: has no texture \"Othr\" (did you mean Other?); it has Input and Other");
     expectRefusal({"two.fx", "--texture", "Other=c.png"},
-                  "two.fx: the picture of the texture \"Other\" cannot be used: ");
+                  "two.fx: the texture \"Other\" cannot have its picture: ");
     write("d.png", "no picture");
     expectRefusal({"two.fx", "--texture", "Other=d.png"},
-                  "two.fx: the picture of the texture \"Other\" cannot be used: ");
+                  "two.fx: the texture \"Other\" cannot have its picture: ");
+}
+
+TEST_F(ForeignEffects, a_volume_gets_the_table_of_a_lut)
+{
+    write("table.cube", "LUT_3D_SIZE 2\n0.2 0 0\n0.4 0 0\n0.2 0 0\n0.4 0 0\n"
+                        "0.2 0 0.6\n0.4 0 0.6\n0.2 0 0.6\n0.4 0 0.6\n");
+    write("volume.fx", "texture Table < string ResourceName = \"table.cube\"; >; texture Scene;\n"
+                       "sampler3D T = sampler_state { Texture = <Table>; };\n"
+                       "sampler S = sampler_state { Texture = <Scene>; };\n"
+                       "float4 f(float2 uv : TEXCOORD0) : COLOR0\n"
+                       "{ return tex3Dfetch(T, int3(1, 0, 1)) + 0 * tex2D(S, uv); }\n"
+                       "technique T { pass { PixelShader = compile ps_3_0 f(); } }\n");
+    EXPECT_EQ(through({"volume.fx"}).at(0), (std::vector<int>{102, 0, 153}));
+    picture("a.png", "0x102030");
+    expectRefusal({"volume.fx", "--texture", "Table=a.png"},
+                  "volume.fx: the texture \"Table\" cannot have its table: ");
+    fs::remove(at("table.cube"));
+    expectRefusal({"volume.fx"}, "volume.fx: technique \"T\" reads the texture \"Table\", whose file "
+                                 "table.cube is not beside the effect");
+    EXPECT_NE(qxhost({"effects", "check", "LUT.fx"})
+                  .out.find("reads the texture \"LUT\", a volume, which nothing gives a "
+                            "table; add --texture LUT=FILE with a LUT\n"),
+              std::string::npos);
 }
 
 TEST_F(ForeignEffects, the_picture_of_a_texture_is_not_replaced)

@@ -21,6 +21,9 @@ namespace Qx::Program {
 
 namespace {
 
+/// The texture that the table of "--lut" is bound to.
+constexpr const char* tableTexture = "LUT";
+
 /// Decorates an effect for one draw: renames the picture, which the library calls Input, and adds further
 /// sources.
 class EffectWithPictures : public iShaderEffect
@@ -237,8 +240,7 @@ void EffectChain::takeTextures(Link& link, const EffectRequest& request)
                                                 "\" reads the texture \"" + binding.texture + "\", " +
                                                 binding.obstacle);
         } else if (binding.kind == TextureBinding::Kind::file) {
-            link.pictures.emplace_back(lightweight(binding.texture),
-                                       loadTexture(request.file, {binding.texture, binding.file}));
+            link.pictures.emplace_back(lightweight(binding.texture), loadTexture(request.file, binding));
             textureFiles_.push_back(binding.file);
         } else {
             link.bindings.push_back(std::move(binding));

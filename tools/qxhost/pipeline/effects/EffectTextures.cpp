@@ -2,6 +2,7 @@
 
 #include "host/core/AsciiCase.h"
 #include "host/effects/TextureSources.h"
+#include "host/luts/LUTReader.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
@@ -52,37 +53,49 @@ std::optional<path> fileBeside(const path& effectFile, std::string written)
     return found ? found : fileIn(directory, named.filename());
 }
 
-TextureBinding bindingOf(const CompiledEffect::Texture& texture, const path& effectFile,
+/// The binding of a texture that does not get the picture.
+TextureBinding bindingOf(const CompiledEffect& effect, std::size_t index, const path& effectFile,
                          const std::vector<TextureFile>& given)
 {
-    TextureBinding binding{texture.name, Kind::missing, {}, {}};
+    const CompiledEffect::Texture& texture = effect.textures[index];
+    TextureBinding binding{texture.name, Kind::missing, {}, Host::isVolume(effect, index), {}};
+    const auto takeFile = [&](const path& file) {
+        binding.kind = Kind::file;
+        binding.file = file;
+        return binding;
+    };
     // The last one counts, as with every option.
     const auto found = std::find_if(given.rbegin(), given.rend(),
                                     [&](const TextureFile& each) { return each.name == texture.name; });
     if (found != given.rend()) {
-        return {texture.name, Kind::file, found->file, {}};
+        return takeFile(found->file);
     }
     const Host::TextureSource source = Host::sourceOf(texture);
     switch (source.kind) {
     case Host::TextureSource::Kind::PictureBefore:
-        binding.kind = Kind::pictureBefore;
-        break;
     case Host::TextureSource::Kind::ResultBefore:
-        binding.kind = Kind::resultBefore;
+        if (!binding.isVolume) {
+            const bool picture = source.kind == Host::TextureSource::Kind::PictureBefore;
+            binding.kind = picture ? Kind::pictureBefore : Kind::resultBefore;
+            return binding;
+        }
         break;
     case Host::TextureSource::Kind::File:
         if (const std::optional<path> file = fileBeside(effectFile, source.file)) {
-            return {texture.name, Kind::file, *file, {}};
+            return takeFile(*file);
         }
         binding.obstacle = fmt::format("whose file {} is not beside the effect; put it there, or add "
                                        "--texture {}=FILE",
                                        source.file, texture.name);
-        break;
+        return binding;
     case Host::TextureSource::Kind::None:
-        binding.obstacle = fmt::format("which nothing gives a picture; add --texture {}=FILE{}", texture.name,
-                                       texture.name == tableTexture ? ", or use --lut for a table" : "");
         break;
     }
+    binding.obstacle =
+        binding.isVolume
+            ? fmt::format("a volume, which nothing gives a table; add --texture {}=FILE with a LUT",
+                          texture.name)
+            : fmt::format("which nothing gives a picture; add --texture {}=FILE", texture.name);
     return binding;
 }
 
@@ -164,6 +177,19 @@ Qx::Ptr<iGPUImage> firstFrame(const path& file)
     return writer.image();
 }
 
+Qx::Ptr<iGPUResource> tableOf(const path& file)
+{
+    const Host::LUTTableReading reading = Host::readLUTTable(file);
+    if (!reading.table) {
+        throw Failure(ExitCode::input, reading.failure);
+    }
+    Qx::Ptr<iGPUImage3D> table = OS().gpu().upload3DImage(reading.table);
+    if (!table) {
+        throw Failure(ExitCode::device, file.string() + ": not enough GPU memory for this LUT");
+    }
+    return table;
+}
+
 } // namespace
 
 std::vector<TextureBinding> bindingsOf(const CompiledEffect& effect,
@@ -174,8 +200,8 @@ std::vector<TextureBinding> bindingsOf(const CompiledEffect& effect,
     const std::optional<std::size_t> picture = Host::pictureTexture(effect, technique, namesOf(given));
     for (const std::size_t texture : Host::texturesRead(effect, technique)) {
         bindings.push_back(texture == picture
-                               ? TextureBinding{effect.textures[texture].name, Kind::picture, {}, {}}
-                               : bindingOf(effect.textures[texture], effectFile, given));
+                               ? TextureBinding{effect.textures[texture].name, Kind::picture, {}, false, {}}
+                               : bindingOf(effect, texture, effectFile, given));
     }
     return bindings;
 }
@@ -212,7 +238,7 @@ std::string givenTo(const CompiledEffect& effect, std::size_t texture, const pat
     if (std::any_of(effect.techniques.begin(), effect.techniques.end(), isDrawn)) {
         return "a pass";
     }
-    const TextureBinding binding = bindingOf(effect.textures[texture], effectFile, {});
+    const TextureBinding binding = bindingOf(effect, texture, effectFile, {});
     switch (binding.kind) {
     case Kind::pictureBefore:
         return "the picture of the frame before";
@@ -229,14 +255,17 @@ std::string givenTo(const CompiledEffect& effect, std::size_t texture, const pat
     return "--texture " + binding.texture + "=FILE";
 }
 
-Qx::Ptr<iGPUImage> loadTexture(const std::string& effect, const TextureFile& texture)
+Qx::Ptr<iGPUResource> loadTexture(const std::string& effect, const TextureBinding& binding)
 {
     try {
-        return firstFrame(texture.file);
+        if (binding.isVolume) {
+            return tableOf(binding.file);
+        }
+        return firstFrame(binding.file);
     } catch (const Failure& failure) {
         throw Failure(failure.code() == ExitCode::input ? ExitCode::effect : failure.code(),
-                      fmt::format("{}: the picture of the texture \"{}\" cannot be used: {}", effect,
-                                  texture.name, failure.what()),
+                      fmt::format("{}: the texture \"{}\" cannot have its {}: {}", effect, binding.texture,
+                                  binding.isVolume ? "table" : "picture", failure.what()),
                       failure.details());
     }
 }

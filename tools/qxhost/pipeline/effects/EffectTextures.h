@@ -11,9 +11,6 @@
 
 namespace Qx::Program {
 
-/// The texture that the table of "--lut" is bound to.
-constexpr const char* tableTexture = "LUT";
-
 /// Where a texture that a technique reads gets its picture.
 struct TextureBinding
 {
@@ -28,6 +25,7 @@ struct TextureBinding
     std::string texture;
     Kind kind = Kind::missing;
     std::filesystem::path file;
+    bool isVolume = false;
     std::string obstacle; ///< if missing: why, and what to do, for people
 };
 
@@ -47,8 +45,8 @@ std::string obstacleTo(const Host::CompiledEffect& effect, const Host::CompiledE
 std::string givenTo(const Host::CompiledEffect& effect, std::size_t texture,
                     const std::filesystem::path& effectFile);
 
-/// The first frame of a picture or clip, as `convert` would make RGB of it, with its alpha. Throws Failure
-/// (effect), with the reason.
-Qx::Ptr<iGPUImage> loadTexture(const std::string& effect, const TextureFile& texture);
+/// The picture of a binding to a file: the first frame of a picture or clip, as `convert` would make RGB of
+/// it, with its alpha; or, for a volume, the table of a LUT. Throws Failure (effect), with the reason.
+Qx::Ptr<iGPUResource> loadTexture(const std::string& effect, const TextureBinding& binding);
 
 } // namespace Qx::Program

@@ -89,6 +89,8 @@ struct CompiledEffect
         std::vector<Annotation> annotations;
     };
 
+    /// A texture that the effect declares, or what a sampler without a texture reads: that has the sampler's
+    /// name.
     struct Texture
     {
         std::string name; ///< the name that iShaderEffect::Source::name binds
@@ -110,8 +112,11 @@ struct CompiledEffect
 
     struct Sampler
     {
+        static constexpr std::uint32_t noRegister = 0xFFFFFFFF;
+
         std::string name;
-        std::uint32_t texture = 0; ///< index into textures
+        std::uint32_t texture = 0;                ///< index into textures
+        std::uint32_t registerIndex = noRegister; ///< N of its register(sN)
         Filter filter = Filter::Point;
         Address addressU = Address::Clamp;
         Address addressV = Address::Clamp;

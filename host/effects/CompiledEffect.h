@@ -111,6 +111,8 @@ struct CompiledEffect
         std::uint32_t ratioY = whole;
     };
 
+    /// A texture that the effect declares, or what a sampler without a texture reads: that has the sampler's
+    /// name.
     struct Texture
     {
         std::string name;     ///< the name that iShaderEffect::Source::name binds

@@ -171,7 +171,8 @@ void resolveSampler(const EffectSyntax::Sampler& syntax, CompiledEffect& effect,
     sampler.name = syntax.name.text;
     tolerate(problems,
              [&] { sampler.texture = textureNamed(syntax.texture.text, syntax.texture.at, effect); });
-    sampler.dimensions = syntax.dimensions;
+    sampler.dimensions = syntax.type.dimensions;
+    sampler.registerIndex = syntax.registerIndex;
     sampler.filter = syntax.filter;
     sampler.addressU = syntax.addressU;
     sampler.addressV = syntax.addressV;

@@ -437,6 +437,22 @@ TEST_F(ForeignEffects, the_picture_goes_to_the_only_texture_whatever_its_name)
     EXPECT_EQ(qxhost({"effects", "check", "one.fx"}).out, "one.fx: ok, 1 technique\n");
 }
 
+TEST_F(ForeignEffects, the_picture_goes_to_the_sampler_at_the_first_register)
+{
+    picture("mask.png", "0x102030");
+    write(
+        "player.fx",
+        "sampler mask : register(s1);\nsampler s0 : register(s0);\n"
+        "float4 p0 : register(c0);\nfloat4 p1 : register(c1);\n"
+        "float4 f(float2 uv : TEXCOORD0) : COLOR\n"
+        "{ return tex2D(s0, uv).r + tex2D(mask, uv) + float4(p0.z, p0.w * 10, p0.x * p1.x - 1, 0) / 255; }\n"
+        "technique T { pass { PixelShader = compile ps_2_0 f(); } }\n");
+    EXPECT_EQ(through({"player.fx", "--texture", "mask=mask.png"}),
+              (Frames{{56, 72, 88}, {97, 113, 128}, {138, 154, 168}}));
+    expectRefusal({"player.fx"}, "player.fx: technique \"T\" reads the texture \"mask\", which nothing gives "
+                                 "a picture; add --texture mask=FILE");
+}
+
 TEST_F(ForeignEffects, an_annotation_names_a_picture_beside_the_effect)
 {
     fs::create_directory(at("fx"));
@@ -540,6 +556,22 @@ TEST_F(ForeignEffects, the_frame_before_is_kept_as_picture_and_as_result)
     EXPECT_EQ(through({"before.fx"}), (Frames{{40, 40, 50}, {80, 40, 60}, {120, 80, 70}}));
 }
 
+TEST_F(ForeignEffects, the_result_of_the_frame_before_has_no_burned_in_text)
+{
+    ffmpeg({"-f", "lavfi", "-i", "color=0xC8C8C8:size=96x64:rate=10,format=rgb24", "-frames:v", "3", "-c:v",
+            "ffv1", "grey.mkv"});
+    effect("trail.fx", {"Scene", "Trail : PREVIOUSRESULT"}, "", "tex2D(sTrail, uv) + 0 * tex2D(sScene, uv)");
+    const Outcome outcome =
+        qxhost({"convert", "grey.mkv", "out.mkv", "--effect", "trail.fx", "--burn-in", "X"});
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+    const Bytes bytes = decoded("out.mkv", "rgb24");
+    constexpr std::size_t frame = std::size_t{3} * 96 * 64;
+    ASSERT_EQ(bytes.size(), 3 * frame);
+    const Bytes first(bytes.begin(), bytes.begin() + frame);
+    EXPECT_NE(first, Bytes(frame, 200)) << "there is a text";
+    EXPECT_EQ(Bytes(bytes.begin() + 2 * frame, bytes.end()), first);
+}
+
 TEST_F(ForeignEffects, passes_draw_into_textures_that_later_ones_read)
 {
     write("two.fx", "texture Scene; texture Half < string Format = \"A16B16G16R16F\"; >;\n"
@@ -553,6 +585,9 @@ TEST_F(ForeignEffects, passes_draw_into_textures_that_later_ones_read)
     EXPECT_EQ(through({"two.fx"}), (Frames{{80, 80, 80}, {160, 160, 160}, {240, 240, 240}}));
     const Outcome shown = qxhost({"effects", "describe", "two.fx"});
     EXPECT_NE(shown.out.find("Scene    the picture\nHalf     a pass\n"), std::string::npos) << shown.out;
+    const auto data = nlohmann::json::parse(qxhost({"effects", "describe", "two.fx", "--json"}).out);
+    EXPECT_EQ(data["techniques"][0]["passes"][0]["target"], "Half");
+    EXPECT_FALSE(data["techniques"][0]["passes"][1].contains("target"));
     EXPECT_EQ(qxhost({"effects", "check", "two.fx"}).out, "two.fx: ok, 1 technique\n");
 }
 

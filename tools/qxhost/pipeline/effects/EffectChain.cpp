@@ -128,6 +128,16 @@ Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& 
     return param;
 }
 
+Image::Surface copyOf(const Image::Surface& picture)
+{
+    const Qx::Ptr<iGPUImage> image = picture.getGPUSurface();
+    Image::Surface copy = picture.createDestARGBGPUSurface(image->getFormat());
+    if (!copy.getGPUSurface() || !Host::gpuService().copyImage(image, copy.getGPUSurface())) {
+        failOnDevice(picture);
+    }
+    return copy;
+}
+
 [[noreturn]] void refuseDrawing(const std::string& file, const LightweightString<char>& technique,
                                 const Image::Surface& picture)
 {
@@ -279,24 +289,35 @@ void EffectChain::supply(const Link& link, const Host::FrameFacts& facts)
     }
 }
 
-Qx::Ptr<iShaderEffect> EffectChain::bound(Link& link, const Image::Surface& picture)
+Qx::Ptr<iShaderEffect> EffectChain::bound(const Link& link, const Image::Surface& picture)
 {
     LightweightString<char> input;
     std::vector<iShaderEffect::Source> sources = link.pictures;
-    if (!link.pictureBefore.getGPUSurface()) {
-        link.pictureBefore = picture;
-        link.resultBefore = picture;
-    }
     for (const TextureBinding& binding : link.bindings) {
         const LightweightString<char> name = lightweight(binding.texture);
         if (binding.kind == TextureBinding::Kind::picture) {
             input = name;
-        } else {
-            const bool result = binding.kind == TextureBinding::Kind::resultBefore;
-            sources.emplace_back(name, (result ? link.resultBefore : link.pictureBefore).getGPUSurface());
+            continue;
         }
+        const Image::Surface& before =
+            binding.kind == TextureBinding::Kind::resultBefore ? link.resultBefore : link.pictureBefore;
+        const bool isFirst = !before.getGPUSurface();
+        sources.emplace_back(name, (isFirst ? picture : before).getGPUSurface());
     }
     return Qx::makePtr<EffectWithPictures>(link.effect, input, std::move(sources));
+}
+
+/// Keeps what the next frame reads, and nothing else: pictures that are held must be copied when the memory
+/// that they share with host images is written to.
+void EffectChain::keep(Link& link, const Image::Surface& picture, const Image::Surface& result)
+{
+    for (const TextureBinding& binding : link.bindings) {
+        if (binding.kind == TextureBinding::Kind::pictureBefore) {
+            link.pictureBefore = picture;
+        } else if (binding.kind == TextureBinding::Kind::resultBefore) {
+            link.resultBefore = copyOf(result); // what is drawn over the result later is no part of it
+        }
+    }
 }
 
 Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFormat format,
@@ -319,8 +340,7 @@ Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFor
         if (drawing != Drawing::recorded) {
             refuseDrawing(link.file, link.technique, current);
         }
-        link.pictureBefore = current;
-        link.resultBefore = next;
+        keep(link, current, next);
         current = next;
     }
     return current;

@@ -47,7 +47,7 @@ private:
         std::vector<std::size_t> supplied; ///< parameters that every frame sets
         std::vector<TextureBinding> bindings;
         std::vector<iShaderEffect::Source> pictures; ///< that no frame changes
-        Image::Surface pictureBefore;                ///< of the last frame
+        Image::Surface pictureBefore;                ///< of the last frame; empty unless it is read
         Image::Surface resultBefore;
     };
 
@@ -55,7 +55,8 @@ private:
     void takeLut(Link& link, const std::string& lut) const;
     void takeParameters(Link& link, const EffectRequest& request);
     void takeTextures(Link& link, const EffectRequest& request);
-    static Qx::Ptr<iShaderEffect> bound(Link& link, const Image::Surface& picture);
+    static Qx::Ptr<iShaderEffect> bound(const Link& link, const Image::Surface& picture);
+    static void keep(Link& link, const Image::Surface& picture, const Image::Surface& result);
     static void supply(const Link& link, const Host::FrameFacts& facts);
     bool isInUse(const Qx::Ptr<iShaderEffect>& effect) const;
 

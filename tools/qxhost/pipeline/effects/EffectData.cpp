@@ -104,7 +104,11 @@ Json techniqueData(const CompiledEffect::Technique& technique, const CompiledEff
         for (const std::uint32_t sampler : pass.samplers) {
             samplers.push_back(effect.samplers[sampler].name);
         }
-        passes.push_back({{"name", pass.name}, {"samplers", samplers}});
+        Json data{{"name", pass.name}, {"samplers", samplers}};
+        if (pass.target != CompiledEffect::Pass::callersTarget) {
+            data["target"] = effect.textures[pass.target].name;
+        }
+        passes.push_back(data);
     }
     const std::optional<std::size_t> picture = Host::pictureTexture(effect, technique);
     return {{"name", technique.name},

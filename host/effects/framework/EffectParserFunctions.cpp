@@ -282,8 +282,8 @@ void EffectParser::parseBody(EffectSyntax::Piece& piece)
             initializers_.rememberLocal(parameter.name, *shape);
         }
     }
-    append(piece.text, initializers_.arrangedBody(
-                           checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text)))));
+    const Tokens body = checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text)));
+    append(piece.text, initializers_.arrangedBody(withoutTextureMethods(body)));
 }
 
 /// Refuses a word that looks like a mistyped keyword. Others may be types that the HLSL compiler knows.

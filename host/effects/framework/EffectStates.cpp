@@ -27,9 +27,44 @@ constexpr Names<Address, 4> addresses{{{"Clamp", Address::Clamp},
                                        {"Mirror", Address::Mirror},
                                        {"Border", Address::Border}}};
 
-template <typename Value, std::size_t Count>
-Value look(const Names<Value, Count>& names, const Token& state, const std::vector<Token>& value)
+// What other frameworks call them, and the numbers of Direct3D 9.
+constexpr Names<Filter, 17> otherFilters{{{"Nearest", Filter::Point},
+                                          {"NearestMipMapNearest", Filter::Point},
+                                          {"NearestMipMapLinear", Filter::Point},
+                                          {"LinearMipMapNearest", Filter::Linear},
+                                          {"LinearMipMapLinear", Filter::Linear},
+                                          {"MIN_MAG_MIP_POINT", Filter::Point},
+                                          {"MIN_MAG_POINT_MIP_LINEAR", Filter::Point},
+                                          {"MIN_LINEAR_MAG_MIP_POINT", Filter::Point},
+                                          {"MIN_LINEAR_MAG_POINT_MIP_LINEAR", Filter::Point},
+                                          {"MIN_POINT_MAG_LINEAR_MIP_POINT", Filter::Linear},
+                                          {"MIN_POINT_MAG_MIP_LINEAR", Filter::Linear},
+                                          {"MIN_MAG_LINEAR_MIP_POINT", Filter::Linear},
+                                          {"MIN_MAG_MIP_LINEAR", Filter::Linear},
+                                          {"0", Filter::Point},
+                                          {"1", Filter::Point},
+                                          {"2", Filter::Linear},
+                                          {"3", Filter::Linear}}};
+constexpr Names<Address, 10> otherAddresses{{{"Repeat", Address::Wrap},
+                                             {"MirroredRepeat", Address::Mirror},
+                                             {"MirrorRepeat", Address::Mirror},
+                                             {"MirrorOnce", Address::Mirror},
+                                             {"ClampToEdge", Address::Clamp},
+                                             {"ClampToBorder", Address::Border},
+                                             {"1", Address::Wrap},
+                                             {"2", Address::Mirror},
+                                             {"3", Address::Clamp},
+                                             {"4", Address::Border}}};
+
+template <typename Value, std::size_t Count, std::size_t OtherCount>
+Value look(const Names<Value, Count>& names, const Names<Value, OtherCount>& others, const Token& state,
+           const std::vector<Token>& value)
 {
+    for (const auto& [name, meaning] : others) {
+        if (value.size() == 1 && equalIgnoringCase(value[0].text, name)) {
+            return meaning;
+        }
+    }
     std::string choices;
     std::vector<std::string_view> known;
     for (const auto& [name, meaning] : names) {
@@ -90,12 +125,13 @@ constexpr std::array<std::string_view, 47> renderStates{"AlphaBlendEnable",
                                                         "ZEnable",
                                                         "ZFunc",
                                                         "ZWriteEnable"};
-constexpr std::array<std::string_view, 5> meaninglessSamplerStates{
-    "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias", "ElementIndex"};
-constexpr std::array<std::string_view, 14> samplerStates{
-    "Texture",     "MinFilter",     "MagFilter",   "MipFilter",   "AddressU",
-    "AddressV",    "AddressW",      "BorderColor", "SRGBTexture", "MaxAnisotropy",
-    "MaxMipLevel", "MipMapLodBias", "MipLodBias",  "ElementIndex"};
+constexpr std::array<std::string_view, 9> meaninglessSamplerStates{
+    "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias",    "ElementIndex",
+    "MinLOD",        "MaxLOD",      "DMapOffset",    "ComparisonFunc"};
+constexpr std::array<std::string_view, 15> samplerStates{
+    "Filter",        "Texture",     "MinFilter",     "MagFilter",   "MipFilter",
+    "AddressU",      "AddressV",    "AddressW",      "BorderColor", "SRGBTexture",
+    "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias",  "ElementIndex"};
 
 template <typename Names>
 bool isOneOf(std::string_view name, const Names& names)
@@ -135,18 +171,20 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value, Prob
     if (value.empty()) {
         throw CompileError(name.at, "the state " + inQuotes(state) + " has no value");
     }
-    if (equalIgnoringCase(state, "MinFilter")) {
-        minFilter_ = look(filters, name, value);
+    if (equalIgnoringCase(state, "Filter")) {
+        minFilter_ = magFilter_ = look(filters, otherFilters, name, value);
+    } else if (equalIgnoringCase(state, "MinFilter")) {
+        minFilter_ = look(filters, otherFilters, name, value);
     } else if (equalIgnoringCase(state, "MagFilter")) {
-        magFilter_ = look(filters, name, value);
+        magFilter_ = look(filters, otherFilters, name, value);
     } else if (equalIgnoringCase(state, "MipFilter")) {
-        look(filters, name, value); // textures have one level, so any value will do
-    } else if (equalIgnoringCase(state, "AddressU")) {
-        addressU_ = look(addresses, name, value);
-    } else if (equalIgnoringCase(state, "AddressV")) {
-        addressV_ = look(addresses, name, value);
-    } else if (equalIgnoringCase(state, "AddressW")) {
-        look(addresses, name, value);
+        look(filters, otherFilters, name, value); // textures have one level, so any value will do
+    } else if (equalIgnoringCase(state, "AddressU") || equalIgnoringCase(state, "WrapS")) {
+        addressU_ = look(addresses, otherAddresses, name, value);
+    } else if (equalIgnoringCase(state, "AddressV") || equalIgnoringCase(state, "WrapT")) {
+        addressV_ = look(addresses, otherAddresses, name, value);
+    } else if (equalIgnoringCase(state, "AddressW") || equalIgnoringCase(state, "WrapR")) {
+        look(addresses, otherAddresses, name, value);
     } else if (equalIgnoringCase(state, "BorderColor") || equalIgnoringCase(state, "SRGBTexture")) {
         if (!isZero(value)) {
             problems.warn({name.at, "the state " + inQuotes(state) + " is treated as 0"});

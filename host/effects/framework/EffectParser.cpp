@@ -78,7 +78,7 @@ void EffectParser::parseGlobal()
         parseStateObject();
     } else if (isTextureType(word)) {
         parseTexture();
-    } else if (SamplerType::named(word)) {
+    } else if (SamplerType::named(word) || reader_.peek().is("SamplerState")) {
         parseSamplers();
     } else if (reader_.peek().is("struct")) {
         parseStruct();
@@ -126,9 +126,9 @@ void EffectParser::refuseForeign() const
         throw unknownToken(token);
     }
     for (const std::string_view word :
-         {"sampler_state", "SamplerState", "SamplerComparisonState", "namespace", "class", "interface",
-          "template", "stateblock", "compile", "pass", "RenderTargetView", "DepthStencilView", "Buffer",
-          "RWTexture2D", "GeometryShader", "ComputeShader", "HullShader", "DomainShader"}) {
+         {"sampler_state", "SamplerComparisonState", "namespace", "class", "interface", "template",
+          "stateblock", "compile", "pass", "RenderTargetView", "DepthStencilView", "Buffer", "RWTexture2D",
+          "GeometryShader", "ComputeShader", "HullShader", "DomainShader"}) {
         if (reader_.isKeyword(word)) {
             throw CompileError(token.at, inQuotes(token.text) +
                                              " is not part of the effect language here; it has techniques, "

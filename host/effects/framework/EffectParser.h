@@ -73,7 +73,9 @@ private:
     void parseStateObject();
     void parseTexture();
     void parseSamplers();
-    void parseSampler(SamplerType type, const Token& name);
+    void parseSampler(std::optional<SamplerType> type, const Token& name);
+    Tokens withoutTextureMethods(const Tokens& body);
+    Token samplerOf(const EffectSyntax::Texture& texture, const Token& at, const Token* states);
     bool parseSamplerState(EffectSyntax::Sampler& sampler);
     void findVolumes();
     void addVolumesOfPasses(std::unordered_set<std::string_view>& volumes) const;

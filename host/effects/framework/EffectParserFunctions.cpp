@@ -219,15 +219,23 @@ EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSynta
     parameter.output = qualifiers.isOut;
     parameter.input = !qualifiers.isOut || qualifiers.isInOut;
     parameter.type = parseType();
-    parameter.name = reader_.expectName("the name of a parameter of " + inQuotes(piece.name.text));
-    refuseReservedName(parameter.name);
+    const bool unnamed = reader_.peek().is(",") || reader_.peek().is(")"); // as in "float f(float);"
+    if (unnamed) {
+        parameter.name = reader_.peek();
+        parameter.name.text = {};
+    } else {
+        parameter.name = reader_.expectName("the name of a parameter of " + inQuotes(piece.name.text));
+        refuseReservedName(parameter.name);
+    }
     const Tokens dimensions = parseDimensions();
     parameter.elements = knownElements(dimensions);
     parameter.semantic = parseSemantic();
     append(piece.text, qualifiers.kept);
     parameter.typeAt = piece.text.size();
     append(piece.text, parameter.type.tokens);
-    piece.text.push_back(parameter.name);
+    if (!unnamed) {
+        piece.text.push_back(parameter.name);
+    }
     append(piece.text, dimensions);
     if (reader_.peek().is("=")) {
         piece.text.push_back(reader_.take());
@@ -282,8 +290,8 @@ void EffectParser::parseBody(EffectSyntax::Piece& piece)
             initializers_.rememberLocal(parameter.name, *shape);
         }
     }
-    append(piece.text, initializers_.arrangedBody(
-                           checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text)))));
+    const Tokens body = checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text)));
+    append(piece.text, initializers_.arrangedBody(withoutTextureMethods(body)));
 }
 
 /// Refuses a word that looks like a mistyped keyword. Others may be types that the HLSL compiler knows.

@@ -3,6 +3,7 @@
 #include "host/effects/framework/EffectParser.h"
 
 #include "host/effects/framework/EffectStates.h"
+#include "host/effects/framework/TextureMethods.h"
 #include "host/effects/framework/TokenLists.h"
 
 #include <algorithm>
@@ -10,9 +11,23 @@
 
 namespace Qx::Host::Effects {
 
+namespace {
+
+using TextureKind = EffectSyntax::TextureKind;
+
+TextureKind kindNamed(std::string_view type)
+{
+    return equalIgnoringCase(type, "texture1D")     ? TextureKind::Line
+           : equalIgnoringCase(type, "texture3D")   ? TextureKind::Volume
+           : equalIgnoringCase(type, "textureCUBE") ? TextureKind::Cube
+                                                    : TextureKind::Picture;
+}
+
+} // namespace
+
 void EffectParser::parseTexture()
 {
-    reader_.take();
+    const TextureKind kind = kindNamed(reader_.take().text);
     if (reader_.accept("<")) { // Texture2D<float4>
         reader_.takeUntil(">", "the type of the texture");
         reader_.expect(">", "after the type of the texture");
@@ -21,6 +36,7 @@ void EffectParser::parseTexture()
         EffectSyntax::Texture texture;
         texture.name = reader_.expectName("the name of the texture");
         claimName(texture.name);
+        texture.kind = kind;
         texture.semantic = parseSemantic();
         texture.annotations = parseAnnotations();
         effect_.textures.push_back(std::move(texture));
@@ -30,19 +46,22 @@ void EffectParser::parseTexture()
 
 void EffectParser::parseSamplers()
 {
-    const SamplerType type = *SamplerType::named(reader_.take().text);
+    const Token word = reader_.take();
     Token name;
     do {
         name = reader_.expectName("the name of the sampler");
-        parseSampler(type, name);
+        parseSampler(SamplerType::named(word.text), name);
     } while (reader_.accept(","));
     reader_.expect(";", "after sampler " + inQuotes(name.text));
 }
 
-void EffectParser::parseSampler(SamplerType type, const Token& name)
+/// Without a type it is a SamplerState.
+void EffectParser::parseSampler(std::optional<SamplerType> type, const Token& name)
 {
     EffectSyntax::Sampler sampler;
-    sampler.type = type;
+    sampler.type = type.value_or(SamplerType());
+    sampler.onlyStates = !type;
+    sampler.filter = type ? CompiledEffect::Filter::Point : CompiledEffect::Filter::Linear; // their defaults
     sampler.name = name;
     claimName(name);
     if (reader_.peek().is("[")) {
@@ -63,7 +82,9 @@ void EffectParser::parseSampler(SamplerType type, const Token& name)
     }
     if (sampler.texture.kind == TokenKind::End && allKnown) {
         sampler.texture = name;
-        effect_.textures.push_back({name, std::move(annotations), {}});
+        if (!sampler.onlyStates) {
+            effect_.textures.push_back({name, TextureKind::Picture, std::move(annotations), {}});
+        }
     } else if (sampler.texture.kind == TokenKind::End) {
         effect_.complete = false; // one of the unknown states may be a mistyped Texture
     }
@@ -125,6 +146,70 @@ bool EffectParser::parseSamplerState(EffectSyntax::Sampler& sampler)
     return allKnown;
 }
 
+EffectParser::Tokens EffectParser::withoutTextureMethods(const Tokens& body)
+{
+    const auto textureNamed = [this](const Token& name) {
+        return std::find_if(effect_.textures.begin(), effect_.textures.end(),
+                            [&](const auto& texture) { return texture.name.text == name.text; });
+    };
+    const auto kindOf = [&](const Token& name) {
+        const auto texture = textureNamed(name);
+        return texture == effect_.textures.end() ? std::nullopt : std::optional(texture->kind);
+    };
+    return withoutMethods(body, kindOf, [&](const Token& texture, const Token* states) {
+        return samplerOf(*textureNamed(texture), texture, states);
+    });
+}
+
+/// The sampler that reads a texture with the states of a sampler, which is added if there is none. The first
+/// texture that states are used with gets the sampler of their name.
+Token EffectParser::samplerOf(const EffectSyntax::Texture& texture, const Token& at, const Token* states)
+{
+    EffectSyntax::Sampler sampler;
+    std::string name(texture.name.text);
+    sampler.texture = texture.name;
+    sampler.type.dimensions = texture.kind == TextureKind::Volume ? 3 : 2;
+    if (states != nullptr) {
+        const auto found =
+            std::find_if(effect_.samplers.begin(), effect_.samplers.end(),
+                         [&](const auto& candidate) { return candidate.name.text == states->text; });
+        if (found == effect_.samplers.end()) {
+            throw CompileError(states->at, "there is no sampler " + inQuotes(states->text));
+        }
+        if (found->texture.text == texture.name.text) {
+            return *states;
+        }
+        if (found->texture.text == found->name.text) { // it has no texture yet
+            const std::string_view own = found->name.text;
+            found->texture = texture.name;
+            found->type = sampler.type;
+            found->onlyStates = false;
+            effect_.textures.erase(std::remove_if(effect_.textures.begin(), effect_.textures.end(),
+                                                  [&](const auto& t) { return t.name.text == own; }),
+                                   effect_.textures.end());
+            return *states;
+        }
+        sampler.filter = found->filter;
+        sampler.addressU = found->addressU;
+        sampler.addressV = found->addressV;
+        name += '_' + std::string(states->text);
+    } else {
+        name += "_Load";
+    }
+    for (const EffectSyntax::Sampler& other : effect_.samplers) {
+        if (other.name.text == name && other.texture.text == texture.name.text) {
+            Token known = at;
+            known.text = other.name.text;
+            return known;
+        }
+    }
+    sampler.name = at;
+    sampler.name.text = effect_.texts.emplace_back(std::move(name));
+    claimName(sampler.name);
+    effect_.samplers.push_back(sampler);
+    return sampler.name;
+}
+
 namespace {
 
 /// Whether each parameter of a function is a sampler of a volume.
@@ -167,6 +252,9 @@ std::unordered_set<std::string_view> namesReadAsVolumes(const std::vector<Token>
 /// A generic sampler, of the effect or of a function, is of a volume if it is read as one.
 void EffectParser::findVolumes()
 {
+    effect_.samplers.erase(std::remove_if(effect_.samplers.begin(), effect_.samplers.end(),
+                                          [](const auto& sampler) { return sampler.onlyStates; }),
+                           effect_.samplers.end());
     VolumeParameters functions;
     std::unordered_set<std::string_view> volumes;
     for (EffectSyntax::Piece& piece : effect_.pieces) {

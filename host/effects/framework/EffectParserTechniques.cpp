@@ -115,7 +115,11 @@ void EffectParser::parseState(EffectSyntax::Pass& pass)
     reader_.expect(";", "after the state " + state);
     if (equalIgnoringCase(name.text, "VertexShader")) {
         refuseVertexShader(name, value);
-    } else if (indexed || !isRenderState(name.text)) {
+    } else if (equalIgnoringCase(name.text, "Texture") || equalIgnoringCase(name.text, "Sampler")) {
+        problems_.warn({name.at, "the state " + state +
+                                     " of a pass is ignored; write the texture into the "
+                                     "sampler_state of a sampler"});
+    } else if (indexed ? !isNumberedState(name.text) : !isRenderState(name.text)) {
         problems_.fail({name.at, "unknown state " + state + " in a pass" + likelyRenderState(name.text)});
     } else if (value.empty()) {
         problems_.fail({name.at, "the state " + state + " has no value"});

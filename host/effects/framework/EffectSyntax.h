@@ -92,9 +92,19 @@ struct EffectSyntax
         std::optional<ConstantValue> defaultValue;
     };
 
+    /// As a texture's type says; "texture" and those of samplers are pictures.
+    enum class TextureKind
+    {
+        Picture,
+        Line,
+        Volume,
+        Cube
+    };
+
     struct Texture
     {
         Token name;
+        TextureKind kind = TextureKind::Picture;
         std::vector<Annotation> annotations;
         std::optional<Token> semantic;
     };
@@ -104,6 +114,7 @@ struct EffectSyntax
         Token name;
         Token texture; ///< the sampler's name if it declares none
         SamplerType type;
+        bool onlyStates = false; ///< a SamplerState that no texture is read with yet
         std::uint32_t registerIndex = CompiledEffect::Sampler::noRegister;
         CompiledEffect::Filter filter = CompiledEffect::Filter::Point;
         CompiledEffect::Address addressU = CompiledEffect::Address::Clamp;

@@ -15,7 +15,8 @@ struct SamplerType
     /// The name in plain HLSL.
     std::string_view spelling() const { return dimensions == 3 ? "sampler3D" : "sampler2D"; }
 
-    /// The type of that name, ignoring case; nothing for other names.
+    /// The type of that name, ignoring case; nothing for other names. SamplerState is none: it is only
+    /// states.
     static std::optional<SamplerType> named(std::string_view name);
 };
 

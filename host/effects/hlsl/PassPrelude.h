@@ -60,6 +60,22 @@ float4 qxfx_texCUBEgrad(sampler2D s, float3 to, float3 dx, float3 dy) { return q
 float4 qxfx_texCUBEproj(sampler2D s, float4 to) { return qxfx_texCUBE(s, to.xyz / to.w); }
 )";
 
+// The methods of Direct3D 10's textures that no function of Direct3D 9 does.
+inline constexpr std::string_view methodReaders2D = R"(
+float4 qxfx_level2D(sampler2D s, float2 at, float level) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+float4 qxfx_load2D(sampler2D s, int3 texel) { return qxfx_tex2Dfetch(s, texel.xy); }
+)";
+inline constexpr std::string_view methodReaders1D = R"(
+float4 qxfx_level1D(sampler2D s, float at, float level) { return tex2Dlod(s, float4(at, 0.5, 0.0, 0.0)); }
+)";
+inline constexpr std::string_view methodReaders3D = R"(
+float4 qxfx_level3D(sampler3D s, float3 at, float level) { return tex3Dlod(s, float4(at, 0.0)); }
+float4 qxfx_load3D(sampler3D s, int4 texel) { return qxfx_tex3Dfetch(s, texel.xyz); }
+)";
+inline constexpr std::string_view methodReadersCube = R"(
+float4 qxfx_levelCUBE(sampler2D s, float3 to, float level) { return qxfx_texCUBE(s, to); }
+)";
+
 inline constexpr std::string_view mainForTexel = R"(
 float4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
 float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;

@@ -7,6 +7,7 @@
 #include "host/effects/hlsl/Remainders.h"
 
 #include <algorithm>
+#include <array>
 
 namespace Qx::Host::Effects {
 namespace {
@@ -240,22 +241,30 @@ private:
     void addLines(std::string_view lines) { output_.addLines(lines, pass_.shader.entry.at); }
     bool isUsed(std::string_view name) const { return names_.count(name) != 0; }
 
-    /// The functions that read other textures than pictures.
+    /// The functions that only some effects read textures with.
     void addReaders()
     {
-        if (std::any_of(names_.begin(), names_.end(), readsVolume)) {
-            addLines(volumeReaders);
-        }
-        const auto begins = [this](std::string_view start) {
-            return std::any_of(names_.begin(), names_.end(), [start](std::string_view name) {
-                return name.substr(0, start.size()) == start;
-            });
+        struct Readers
+        {
+            std::string_view beginning; ///< of a name
+            std::string_view lines;
         };
-        if (begins("tex1D")) {
-            addLines(lineReaders);
-        }
-        if (begins("texCUBE")) {
-            addLines(cubeReaders);
+        static constexpr std::array<Readers, 8> readers{{{"tex3D", volumeReaders},
+                                                         {"tex1D", lineReaders},
+                                                         {"texCUBE", cubeReaders},
+                                                         {"qxfx_levelCUBE", cubeReaders},
+                                                         {"qxfx_levelCUBE", methodReadersCube},
+                                                         {"qxfx_level1D", methodReaders1D},
+                                                         {"qxfx_l", methodReaders2D},
+                                                         {"qxfx_l", methodReaders3D}}};
+        std::unordered_set<std::string_view> added;
+        for (const Readers& some : readers) {
+            const bool used = std::any_of(names_.begin(), names_.end(), [&](std::string_view name) {
+                return name.substr(0, some.beginning.size()) == some.beginning;
+            });
+            if (used && added.insert(some.lines).second) {
+                addLines(some.lines);
+            }
         }
     }
 

@@ -209,14 +209,14 @@ TEST(Supplies, SemanticsAreKeptByTheCompilerWithoutAWarning)
         directory.write("effect.fx",
                         "texture Before : PREVIOUS;\n"
                         "sampler S = sampler_state { Texture = <Before>; };\n"
-                        "float2 texel : TexelSize;\n"
-                        "float4 f(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv + texel); }\n"
+                        "float2 size : PictureSize;\n"
+                        "float4 f(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv / size); }\n"
                         "technique T { pass { PixelShader = compile ps_3_0 f(); } }\n"),
         {});
     EXPECT_EQ(made.messages, "");
     ASSERT_NE(made.effect, nullptr);
     EXPECT_EQ(made.effect->textures[0].semantic, "PREVIOUS");
-    EXPECT_EQ(made.effect->parameters[0].semanticName, "TexelSize");
+    EXPECT_EQ(made.effect->parameters[0].semanticName, "PictureSize");
 }
 
 } // namespace

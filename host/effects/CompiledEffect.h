@@ -85,14 +85,41 @@ struct CompiledEffect
         std::vector<std::byte>
             defaultValue; ///< `bytes` bytes, laid out as in the uniform buffer; zeros without one
         Semantic semantic = Semantic::None;
+        std::string semanticName;    ///< as written; empty without one
         std::string semanticTexture; ///< the texture of a texture semantic
         std::vector<Annotation> annotations;
     };
 
+    /// A component of a texture that passes draw into.
+    enum class TargetFormat : std::uint8_t
+    {
+        Same, ///< as of the caller's target
+        Bits8,
+        Bits10,
+        Bits16,
+        Half ///< a float of 16 bits, neither clamped nor rounded to codes
+    };
+
+    /// How large a texture that passes draw into is.
+    struct TargetSize
+    {
+        static constexpr std::uint32_t whole = 65536;
+
+        std::uint32_t width = 0; ///< in texels; 0: by the ratio
+        std::uint32_t height = 0;
+        std::uint32_t ratioX = whole; ///< of the caller's target, in 65536ths
+        std::uint32_t ratioY = whole;
+    };
+
+    /// A texture that the effect declares, or what a sampler without a texture reads: that has the sampler's
+    /// name.
     struct Texture
     {
-        std::string name; ///< the name that iShaderEffect::Source::name binds
+        std::string name;     ///< the name that iShaderEffect::Source::name binds
+        std::string semantic; ///< as written; empty without one
         std::vector<Annotation> annotations;
+        TargetSize targetSize{}; ///< if a pass draws into it
+        TargetFormat targetFormat = TargetFormat::Same;
     };
 
     enum class Filter : std::uint8_t
@@ -110,8 +137,12 @@ struct CompiledEffect
 
     struct Sampler
     {
+        static constexpr std::uint32_t noRegister = 0xFFFFFFFF;
+
         std::string name;
-        std::uint32_t texture = 0; ///< index into textures
+        std::uint32_t texture = 0;                ///< index into textures
+        std::uint32_t registerIndex = noRegister; ///< N of its register(sN)
+        std::uint32_t dimensions = 2;             ///< of its texture: 2, or 3 for a volume
         Filter filter = Filter::Point;
         Address addressU = Address::Clamp;
         Address addressV = Address::Clamp;
@@ -157,16 +188,21 @@ struct CompiledEffect
 
     struct Pass
     {
+        static constexpr std::uint32_t callersTarget = 0xFFFFFFFF;
+
         std::string name;
         std::vector<std::uint32_t> spirv;
         std::vector<std::uint32_t> samplers; ///< indices of the samplers that the pass reads, ascending
         std::vector<PackedShader> packed;    ///< at most one for each pair of depths
+        /// The texture that it draws into, all of it; it is not one that it reads.
+        std::uint32_t target = callersTarget;
     };
 
     struct Technique
     {
         std::string name;
-        std::vector<Pass> passes; ///< drawn one after the other into the same target; at least one
+        std::vector<Pass>
+            passes; ///< drawn one after the other; at least one, the last into the caller's target
         std::vector<Annotation> annotations;
     };
 

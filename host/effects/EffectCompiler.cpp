@@ -4,6 +4,7 @@
 #include "host/effects/framework/LikelyMistakes.h"
 #include "host/effects/framework/Preprocessor.h"
 #include "host/effects/framework/Problems.h"
+#include "host/effects/framework/RenderTargets.h"
 #include "host/effects/hlsl/HlslHints.h"
 #include "host/effects/hlsl/HlslMessage.h"
 #include "host/effects/hlsl/ParameterLayout.h"
@@ -77,7 +78,9 @@ private:
         layOutParameters(syntax_, effect_, problems_);
         const PassWriter writer(syntax_, effect_);
         writePasses(writer);
+        resolveTargets(syntax_, effect_, problems_);
         compilePasses(writer);
+        checkTargets(syntax_, effect_, problems_);
         if (options.packed && !problems_.failed()) {
             for (const PackedShader::Depths depths :
                  {PackedShader::Depths{8, 8}, {16, 16}, {8, 16}, {16, 8}}) {
@@ -105,9 +108,29 @@ private:
     {
         syntax_ = EffectParser(tokens, problems_).parse();
         if (!problems_.failed() && syntax_.techniques.empty()) {
-            throw CompileError(tokens.back().at, "the effect has no technique");
+            throw CompileError(tokens.back().at, "the effect has no technique" + likelyTechnique());
         }
         return syntax_.complete;
+    }
+
+    /// What to add for the last function that returns a colour.
+    std::string likelyTechnique() const
+    {
+        const auto isColour = [](const std::optional<Token>& semantic) {
+            return semantic && (equalIgnoringCase(semantic->text.substr(0, 5), "COLOR") ||
+                                equalIgnoringCase(semantic->text.substr(0, 9), "SV_Target"));
+        };
+        for (auto piece = syntax_.pieces.rbegin(); piece != syntax_.pieces.rend(); ++piece) {
+            const auto& parameters = piece->function.parameters;
+            const bool gives = std::any_of(parameters.begin(), parameters.end(), [&](const auto& parameter) {
+                return parameter.output && isColour(parameter.semantic);
+            });
+            if (piece->function.hasBody && (gives || isColour(piece->function.semantic))) {
+                return "; add at its end: technique Main { pass { PixelShader = compile ps_3_0 " +
+                       std::string(piece->name.text) + "(); } }";
+            }
+        }
+        return {};
     }
 
     void writePasses(const PassWriter& writer)
@@ -120,12 +143,15 @@ private:
                 {std::string(technique.name.text), {}, plainAnnotations(technique.annotations)});
             for (const EffectSyntax::Pass& pass : technique.passes) {
                 std::vector<CompiledEffect::Pass>& passes = effect_.techniques.back().passes;
-                passes.push_back({std::string(pass.name.text), {}, {}, {}});
+                passes.emplace_back().name = pass.name.text;
                 at_ = {technique.name.text, pass.name.text};
                 try {
                     PassText text = writer.write(pass);
                     names_.merge(text.names);
                     text.names.clear();
+                    for (const CompileError& warning : text.warnings) {
+                        problems_.warn(warning);
+                    }
                     bytes += text.hlsl.size();
                     const auto [place, isNew] = known.emplace(std::move(text.hlsl), texts_.size());
                     if (isNew) {
@@ -137,8 +163,9 @@ private:
                     problems_.fail(error, at_);
                 }
                 if (bytes > mostBytes) {
-                    throw LimitError(pass.entry.at, "the effect is too large: its shaders take more than " +
-                                                        std::to_string(mostBytes) + " bytes of text");
+                    throw LimitError(pass.shader.entry.at,
+                                     "the effect is too large: its shaders take more than " +
+                                         std::to_string(mostBytes) + " bytes of text");
                 }
             }
         }
@@ -153,9 +180,23 @@ private:
             CompiledEffect::Pass& pass = effect_.techniques[place.technique].passes[place.pass];
             pass.spirv = shader.spirv;
             pass.samplers = samplersOf(shader);
+            refuseMissing(shader, place);
             if (shader.error && !problems_.enough()) {
                 report(*shader.error, place, sources_[place.text], texts_[place.text]);
                 lookFurther(*shader.error, place, writer);
+            }
+        }
+    }
+
+    void refuseMissing(const CompiledShader& shader, const PassPlace& place)
+    {
+        const std::vector<CompileError>& missing = sources_[place.text].missing;
+        const EffectSyntax::Technique& technique = syntax_.techniques[place.technique];
+        for (std::size_t i = 0; i < missing.size(); ++i) {
+            const bool read =
+                std::find(shader.constants.begin(), shader.constants.end(), i + 1) != shader.constants.end();
+            if (read && !problems_.enough()) {
+                problems_.fail(missing[i], {technique.name.text, technique.passes[place.pass].name.text});
             }
         }
     }
@@ -170,7 +211,7 @@ private:
             const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
             const bool wanted =
                 !depths.areMixed() || mixesDepths(effect_.techniques[place.technique].annotations);
-            if (wanted && writer.canBePacked(pass)) {
+            if (wanted && !drawsTextures(effect_.techniques[place.technique]) && writer.canBePacked(pass)) {
                 const auto [text, isNew] = known.emplace(writer.writePacked(pass, depths).hlsl, texts.size());
                 if (isNew) {
                     texts.push_back(text->first);
@@ -186,6 +227,14 @@ private:
                     {depths, shader.spirv, samplersOf(shader), shader.texelBytes, shader.rows});
             }
         }
+    }
+
+    /// Whether passes draw into textures; they are drawn texel by texel.
+    static bool drawsTextures(const CompiledEffect::Technique& technique)
+    {
+        return std::any_of(technique.passes.begin(), technique.passes.end(), [](const auto& pass) {
+            return pass.target != CompiledEffect::Pass::callersTarget;
+        });
     }
 
     /// Whether a technique may read and draw at different depths.
@@ -240,7 +289,7 @@ private:
         const EffectSyntax::Technique& technique = syntax_.techniques[place.technique];
         const EffectSyntax::Pass& pass = technique.passes[place.pass];
         const bool known = error.line > 0 && error.line <= source.lines.size();
-        const Location at = known ? source.lines[error.line - 1] : pass.entry.at;
+        const Location at = known ? source.lines[error.line - 1] : pass.shader.entry.at;
         std::string text = readableMessage(error.text, known ? lineOf(hlsl, error.line) : "");
         text += hintFor(text, syntax_, source.pieceAt(error.line));
         problems_.fail({at, std::move(text)}, {technique.name.text, pass.name.text});

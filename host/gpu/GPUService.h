@@ -158,6 +158,10 @@ private:
     std::set<std::string> compiledAhead_; ///< directories, each with the definitions
 };
 
+/// What an effect was compiled to; lives as long as the effect. Null if the effect belongs to another
+/// service.
+QX_API const CompiledEffect* compiledEffect(const iShaderEffect& effect);
+
 /// The names of an effect's parameters that accept values from callers, in the file's order. Empty if the
 /// effect belongs to another service.
 QX_API std::vector<std::string> settableParameters(const iShaderEffect& effect);

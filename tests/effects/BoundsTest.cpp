@@ -130,7 +130,7 @@ const std::vector<Bomb>& bombs()
         {"ChainsOfIndices",
          [] {
              return effect("float4 f() : COLOR { " + repeated("float a" + repeated("[1]", 5000) + ";", 60) +
-                           " technique; }\n" + technique);
+                           " struct; }\n" + technique);
          },
          "is not allowed inside"},
         {"OverloadsThatCallEachOther",

@@ -197,6 +197,11 @@ TEST_F(EffectArchive, HugeCountsAreRefusedWithoutTheirMemory)
 TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
 {
     using Effect = CompiledEffect;
+    // The passes of the second technique read the first texture and the second.
+    const auto drawInto = [](Effect& e, std::size_t pass, std::uint32_t texture) {
+        e.techniques[1].passes[pass].target = texture;
+        e.techniques[1].passes[pass].packed.clear();
+    };
     const std::vector<std::pair<const char*, std::function<void(Effect&)>>> changes{
         {"no technique", [](Effect& e) { e.techniques.clear(); }},
         {"no pass", [](Effect& e) { e.techniques[1].passes.clear(); }},
@@ -207,6 +212,7 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         {"instruction past the end", [](Effect& e) { e.techniques[0].passes[0].spirv[5] = 0xFFFF0011; }},
         {"instruction of no words", [](Effect& e) { e.techniques[0].passes[0].spirv[5] = 0x11; }},
         {"sampler of no texture", [](Effect& e) { e.samplers[1].texture = 2; }},
+        {"sampler of a line", [](Effect& e) { e.samplers[1].dimensions = 1; }},
         {"pass of no sampler", [](Effect& e) { e.techniques[0].passes[0].samplers = {2}; }},
         {"samplers twice",
          [](Effect& e) {
@@ -240,6 +246,12 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
          [](Effect& e) { e.techniques[0].passes[0].packed[0].rows = {e.uniformBytes / 16}; }},
         {"packed texels of a row that wraps",
          [](Effect& e) { e.techniques[0].passes[0].packed[0].rows = {0x10000000}; }},
+        {"pass into no texture", [&](Effect& e) { drawInto(e, 0, 2); }},
+        {"pass into what it reads", [&](Effect& e) { drawInto(e, 0, 0); }},
+        {"last pass into a texture", [&](Effect& e) { drawInto(e, 1, 0); }},
+        {"packed texels of a pass into a texture", [](Effect& e) { e.techniques[1].passes[0].target = 1; }},
+        {"unknown format of a target",
+         [](Effect& e) { e.textures[0].targetFormat = static_cast<Effect::TargetFormat>(5); }},
         {"no room for a texture", [](Effect& e) { e.uniformBytes -= 16; }},
         {"textures among the parameters", [](Effect& e) { e.textureUniforms = 16; }},
         {"textures past the end", [](Effect& e) { e.textureUniforms = e.uniformBytes + 16; }},
@@ -270,6 +282,7 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         EXPECT_FALSE(readEffectArchive(archiveWith(change))) << what;
     }
     EXPECT_TRUE(readEffectArchive(archiveWith([](Effect&) {})));
+    EXPECT_TRUE(readEffectArchive(archiveWith([&](Effect& e) { drawInto(e, 0, 1); })));
     EXPECT_TRUE(readEffectArchive(archiveWith([](Effect& e) {
         Effect::PackedShader& shader = e.techniques[0].passes[0].packed[0];
         shader.texelBytes.at(0) = 16;

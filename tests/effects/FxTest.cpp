@@ -184,7 +184,10 @@ std::vector<std::string> describe(const CompiledEffect& effect)
         lines.push_back("sampler " + sampler.name + " of " + effect.textures.at(sampler.texture).name + ", " +
                         filters[static_cast<std::size_t>(sampler.filter)] + ", " +
                         addresses[static_cast<std::size_t>(sampler.addressU)] + ' ' +
-                        addresses[static_cast<std::size_t>(sampler.addressV)]);
+                        addresses[static_cast<std::size_t>(sampler.addressV)] +
+                        (sampler.registerIndex == CompiledEffect::Sampler::noRegister
+                             ? ""
+                             : ", register " + std::to_string(sampler.registerIndex)));
     }
     for (const CompiledEffect::Parameter& parameter : effect.parameters) {
         addParameter(lines, parameter);

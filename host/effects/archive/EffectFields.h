@@ -28,6 +28,11 @@ constexpr CompiledEffect::Address lastOf(CompiledEffect::Address)
     return CompiledEffect::Address::Border;
 }
 
+constexpr CompiledEffect::TargetFormat lastOf(CompiledEffect::TargetFormat)
+{
+    return CompiledEffect::TargetFormat::Half;
+}
+
 constexpr Diagnostic::Severity lastOf(Diagnostic::Severity)
 {
     return Diagnostic::Severity::Warning;
@@ -44,19 +49,22 @@ void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Parameter>& paramet
 {
     visit(parameter.name, parameter.type, parameter.rows, parameter.columns, parameter.elements,
           parameter.offset, parameter.bytes, parameter.defaultValue, parameter.semantic,
-          parameter.semanticTexture, parameter.annotations);
+          parameter.semanticName, parameter.semanticTexture, parameter.annotations);
 }
 
 template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Texture>& texture)
 {
-    visit(texture.name, texture.annotations);
+    visit(texture.name, texture.semantic, texture.annotations, texture.targetSize.width,
+          texture.targetSize.height, texture.targetSize.ratioX, texture.targetSize.ratioY,
+          texture.targetFormat);
 }
 
 template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Sampler>& sampler)
 {
-    visit(sampler.name, sampler.texture, sampler.filter, sampler.addressU, sampler.addressV);
+    visit(sampler.name, sampler.texture, sampler.registerIndex, sampler.dimensions, sampler.filter,
+          sampler.addressU, sampler.addressV);
 }
 
 template <class Visit>
@@ -69,7 +77,7 @@ void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::PackedShader>& shad
 template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Pass>& pass)
 {
-    visit(pass.name, pass.spirv, pass.samplers, pass.packed);
+    visit(pass.name, pass.spirv, pass.samplers, pass.packed, pass.target);
 }
 
 template <class Visit>

@@ -80,7 +80,13 @@ bool isSound(const CompiledEffect::PackedShader& shader, const CompiledEffect& e
 
 bool isSound(const CompiledEffect::Pass& pass, const CompiledEffect& effect)
 {
-    return isSoundShader(pass.spirv, pass.samplers, effect) &&
+    const bool hasTarget = pass.target != CompiledEffect::Pass::callersTarget;
+    const bool readsTarget =
+        std::any_of(pass.samplers.begin(), pass.samplers.end(), [&](std::uint32_t sampler) {
+            return sampler < effect.samplers.size() && effect.samplers[sampler].texture == pass.target;
+        });
+    return isSoundShader(pass.spirv, pass.samplers, effect) && !readsTarget &&
+           (!hasTarget || (pass.target < effect.textures.size() && pass.packed.empty())) &&
            std::all_of(pass.packed.begin(), pass.packed.end(),
                        [&](const auto& shader) { return isSound(shader, effect); });
 }
@@ -100,6 +106,7 @@ bool isSound(const CompiledEffect& effect)
 {
     const auto soundPasses = [&](const CompiledEffect::Technique& technique) {
         return !technique.passes.empty() &&
+               technique.passes.back().target == CompiledEffect::Pass::callersTarget &&
                std::all_of(technique.passes.begin(), technique.passes.end(),
                            [&](const CompiledEffect::Pass& pass) { return isSound(pass, effect); });
     };
@@ -108,7 +115,10 @@ bool isSound(const CompiledEffect& effect)
            std::all_of(effect.parameters.begin(), effect.parameters.end(),
                        [&](const auto& parameter) { return isSound(parameter, effect); }) &&
            std::all_of(effect.samplers.begin(), effect.samplers.end(),
-                       [&](const auto& sampler) { return sampler.texture < effect.textures.size(); }) &&
+                       [&](const auto& sampler) {
+                           return sampler.texture < effect.textures.size() &&
+                                  (sampler.dimensions == 2 || sampler.dimensions == 3);
+                       }) &&
            std::all_of(effect.techniques.begin(), effect.techniques.end(), soundPasses);
 }
 

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <numeric>
 #include <string>
 #include <utility>
 
@@ -134,6 +136,17 @@ const std::vector<std::pair<std::string_view, Unary>>& unaryFunctions()
         {"floor", [](double x) { return std::floor(x); }},
         {"ceil", [](double x) { return std::ceil(x); }},
         {"round", [](double x) { return std::nearbyint(x); }},
+        {"trunc", [](double x) { return std::trunc(x); }},
+        {"frac", [](double x) { return x - std::floor(x); }},
+        {"sign", [](double x) { return x > 0.0   ? 1.0
+                                       : x < 0.0 ? -1.0
+                                                 : 0.0; }},
+        {"asin", [](double x) { return std::asin(x); }},
+        {"acos", [](double x) { return std::acos(x); }},
+        {"atan", [](double x) { return std::atan(x); }},
+        {"sinh", [](double x) { return std::sinh(x); }},
+        {"cosh", [](double x) { return std::cosh(x); }},
+        {"tanh", [](double x) { return std::tanh(x); }},
         {"radians", [](double x) { return x * pi / 180.0; }},
         {"degrees", [](double x) { return x * 180.0 / pi; }},
         {"saturate", [](double x) { return std::min(std::max(x, 0.0), 1.0); }}};
@@ -145,7 +158,78 @@ const std::vector<std::pair<std::string_view, Binary>>& binaryFunctions()
     static const std::vector<std::pair<std::string_view, Binary>> table{
         {"min", [](double x, double y) { return std::min(x, y); }},
         {"max", [](double x, double y) { return std::max(x, y); }},
-        {"pow", [](double x, double y) { return std::pow(x, y); }}};
+        {"pow", [](double x, double y) { return std::pow(x, y); }},
+        {"fmod", [](double x, double y) { return std::fmod(x, y); }},
+        {"atan2", [](double x, double y) { return std::atan2(x, y); }},
+        {"step", [](double edge, double x) { return x >= edge ? 1.0 : 0.0; }}};
+    return table;
+}
+
+double dot(const Token& at, const ConstantValue& a, const ConstantValue& b)
+{
+    const ConstantValue products = zip(at, a, b, std::multiplies<>());
+    return std::accumulate(products.components.begin(), products.components.end(), 0.0);
+}
+
+using Arguments = std::vector<ConstantValue>;
+using OfVectors = ConstantValue (*)(const Token& at, const Arguments& arguments);
+
+struct VectorFunction
+{
+    std::string_view name;
+    std::size_t arguments;
+    OfVectors function;
+};
+
+ConstantValue single(double value)
+{
+    return {{value}, false};
+}
+
+ConstantValue cross(const Token& at, const Arguments& arguments)
+{
+    const std::vector<double>& a = arguments[0].components;
+    const std::vector<double>& b = arguments[1].components;
+    if (a.size() != 3 || b.size() != 3) {
+        throw CompileError(at.at, "'cross' takes two vectors of 3 components");
+    }
+    return {{a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]}, false};
+}
+
+ConstantValue normalized(const Token& at, const Arguments& arguments)
+{
+    const double length = std::sqrt(dot(at, arguments[0], arguments[0]));
+    if (length == 0.0) {
+        throw CompileError(at.at, "division by zero: the length of this vector is 0");
+    }
+    return zip(at, arguments[0], single(length), std::divides<>());
+}
+
+ConstantValue mixed(const Token& at, const Arguments& arguments)
+{
+    const ConstantValue difference = zip(at, arguments[1], arguments[0], std::minus<>());
+    return zip(at, arguments[0], zip(at, difference, arguments[2], std::multiplies<>()), std::plus<>());
+}
+
+const std::vector<VectorFunction>& vectorFunctions()
+{
+    static const std::vector<VectorFunction> table{
+        {"dot", 2, [](const Token& at, const Arguments& a) { return single(dot(at, a[0], a[1])); }},
+        {"length", 1,
+         [](const Token& at, const Arguments& a) { return single(std::sqrt(dot(at, a[0], a[0]))); }},
+        {"distance", 2,
+         [](const Token& at, const Arguments& a) {
+             const ConstantValue between = zip(at, a[0], a[1], std::minus<>());
+             return single(std::sqrt(dot(at, between, between)));
+         }},
+        {"normalize", 1, normalized},
+        {"cross", 2, cross},
+        {"lerp", 3, mixed},
+        {"clamp", 3, [](const Token& at, const Arguments& a) {
+             const auto larger = [](double x, double y) { return std::max(x, y); };
+             const auto smaller = [](double x, double y) { return std::min(x, y); };
+             return zip(at, zip(at, a[0], a[1], larger), a[2], smaller);
+         }}};
     return table;
 }
 
@@ -431,6 +515,13 @@ ConstantValue ConstantReader::readCall(const Token& name)
     for (const auto& [spelling, function] : binaryFunctions()) {
         if (name.is(spelling) && arguments.size() == 2) {
             return zip(name, arguments[0], arguments[1], function);
+        }
+    }
+    for (const VectorFunction& candidate : vectorFunctions()) {
+        if (name.is(candidate.name) && arguments.size() == candidate.arguments) {
+            ConstantValue value = candidate.function(name, arguments);
+            value.integer = false;
+            return value;
         }
     }
     throw CompileError(name.at, inQuotes(name.text) + " with " + std::to_string(arguments.size()) +

@@ -8,6 +8,14 @@
 #include "host/effects/framework/TokenLists.h"
 
 namespace Qx::Host::Effects {
+namespace {
+
+bool isStateObject(std::string_view type)
+{
+    return isOneOf(type, {"BlendState", "DepthStencilState", "RasterizerState"});
+}
+
+} // namespace
 
 EffectSyntax EffectParser::parse()
 {
@@ -31,6 +39,7 @@ EffectSyntax EffectParser::parse()
         }
         checkSize(*item);
     }
+    findVolumes();
     return std::move(effect_);
 }
 
@@ -52,25 +61,62 @@ void EffectParser::parseGlobal()
     if (reader_.accept(";")) {
         return;
     }
+    if (reader_.peek().is("[")) {
+        reader_.takeBracketed("an attribute"); // attributes of other compilers, such as [maxvertexcount]
+        return;
+    }
+    const Qualifiers qualifiers = parseQualifiers(); // they may come before every kind of declaration
     refuseForeign();
-    if (reader_.isKeyword("technique")) {
+    const std::string_view word = reader_.peek().text;
+    if (startsTechnique()) {
         parseTechnique();
-    } else if (reader_.isKeyword("texture") || reader_.isKeyword("texture2D")) {
+    } else if (reader_.isKeyword("PixelShader") || reader_.isKeyword("VertexShader")) {
+        parseShaderVariable();
+    } else if (reader_.peek().is("cbuffer") || reader_.peek().is("tbuffer")) {
+        parseBuffer();
+    } else if (isStateObject(word)) {
+        parseStateObject();
+    } else if (isTextureType(word)) {
         parseTexture();
-    } else if (reader_.isKeyword("sampler") || reader_.isKeyword("sampler2D") ||
-               reader_.isKeyword("sampler3D")) {
-        parseSampler();
+    } else if (SamplerType::named(word) || reader_.peek().is("SamplerState")) {
+        parseSamplers();
     } else if (reader_.peek().is("struct")) {
         parseStruct();
     } else if (reader_.peek().is("typedef")) {
         parseTypedef();
     } else if (reader_.isKeyword("string")) {
         parseText();
-    } else if (reader_.peek().is("[")) {
-        reader_.takeBracketed("an attribute"); // attributes of other compilers, such as [maxvertexcount]
     } else {
-        parseDeclaration();
+        parseDeclaration(qualifiers);
     }
+}
+
+/// The variables of a buffer are parameters like others.
+void EffectParser::parseBuffer()
+{
+    reader_.take();
+    if (reader_.peek().kind == TokenKind::Identifier) {
+        reader_.take();
+    }
+    parseSemantic();
+    reader_.expect("{", "before the parameters of a buffer");
+    while (!reader_.accept("}")) {
+        if (startsTechnique() || reader_.peek().is("struct")) {
+            throw reader_.unexpected("'}'", "after the parameters of a buffer");
+        }
+        parseDeclaration(parseQualifiers());
+    }
+}
+
+/// A variable such as "BlendState off { BlendEnable[0] = false; };", which passes may set without effect.
+void EffectParser::parseStateObject()
+{
+    reader_.take();
+    claimName(reader_.expectName("the name of the state"));
+    if (reader_.peek().is("{")) {
+        reader_.takeBracketed("the state");
+    }
+    reader_.expect(";", "after the state");
 }
 
 void EffectParser::refuseForeign() const
@@ -80,16 +126,13 @@ void EffectParser::refuseForeign() const
         throw unknownToken(token);
     }
     for (const std::string_view word :
-         {"technique10", "technique11",      "texture1D",        "texture3D",    "textureCUBE",
-          "sampler1D",   "samplerCUBE",      "sampler_state",    "SamplerState", "SamplerComparisonState",
-          "cbuffer",     "tbuffer",          "namespace",        "class",        "interface",
-          "template",    "pixelshader",      "vertexshader",     "stateblock",   "compile",
-          "pass",        "RenderTargetView", "DepthStencilView", "BlendState",   "Buffer",
-          "RWTexture2D"}) {
+         {"sampler_state", "SamplerComparisonState", "namespace", "class", "interface", "template",
+          "stateblock", "compile", "pass", "RenderTargetView", "DepthStencilView", "Buffer", "RWTexture2D",
+          "GeometryShader", "ComputeShader", "HullShader", "DomainShader"}) {
         if (reader_.isKeyword(word)) {
             throw CompileError(token.at, inQuotes(token.text) +
                                              " is not part of the effect language here; it has techniques, "
-                                             "2D textures and samplers");
+                                             "textures, samplers, parameters and functions");
         }
     }
 }
@@ -145,19 +188,19 @@ void EffectParser::parseText()
     reader_.expect(";", "after the text");
 }
 
-std::optional<Token> EffectParser::parseSemantic()
+EffectParser::Suffixes EffectParser::parseSuffixes()
 {
-    std::optional<Token> semantic;
+    Suffixes suffixes;
     while (reader_.accept(":")) {
         const Token name = reader_.expectName("a semantic");
         const bool place = isOneOf(name.text, {"register", "packoffset"});
         if (reader_.peek().is("(") && place) {
-            reader_.takeBracketed("the register");
+            suffixes.place = reader_.takeBracketed("the register");
         } else {
-            semantic = name;
+            suffixes.semantic = name;
         }
     }
-    return semantic;
+    return suffixes;
 }
 
 std::optional<ConstantValue> EffectParser::constantNamed(const Token& name) const

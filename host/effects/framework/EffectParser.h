@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/effects/framework/EffectSyntax.h"
+#include "host/effects/framework/Initializers.h"
 #include "host/effects/framework/Problems.h"
 #include "host/effects/framework/TokenReader.h"
 
@@ -17,9 +18,15 @@ class EffectParser
 {
 public:
     /// Both live longer than this object.
-    EffectParser(const std::vector<Token>& tokens, Problems& problems) : reader_(tokens), problems_(problems)
+    EffectParser(const std::vector<Token>& tokens, Problems& problems)
+        : reader_(tokens),
+          problems_(problems),
+          initializers_([this](const Token& type) { return shapeOf(type); },
+                        [this](const Token& name) { return constantNamed(name); }, effect_.texts)
     {
     }
+    EffectParser(const EffectParser&) = delete;
+    EffectParser& operator=(const EffectParser&) = delete;
 
     /// Parses the effect. An item with an error becomes a problem and is left out, and parsing continues
     /// after it. The result then serves only to find more problems, and only if it is `complete`. Throws
@@ -41,35 +48,62 @@ private:
         bool isInOut = false;
     };
 
+    /// What follows a name: ": SEMANTIC : register(c0)".
+    struct Suffixes
+    {
+        std::optional<Token> semantic;
+        Tokens place; ///< what is inside of register() or packoffset()
+    };
+
     void parseGlobal();
     void checkSize(const Token& item) const;
     void refuseForeign() const;
+    bool startsTechnique() const;
     void parseTechnique();
     EffectSyntax::Pass parsePass();
     void parseState(EffectSyntax::Pass& pass);
-    void parseCompile(EffectSyntax::Pass& pass);
+    void parseStateCall(EffectSyntax::Pass& pass, const Token& name);
+    void refuseVertexShader(const Token& name, const Tokens& value);
+    void parsePixelShader(EffectSyntax::Pass& pass);
+    EffectSyntax::Shader parseShader();
+    std::size_t parseShaderIndex(const Token& shaders);
+    EffectSyntax::Shader parseCompilation();
+    void parseShaderVariable();
+    void parseBuffer();
+    void parseStateObject();
     void parseTexture();
-    void parseSampler();
+    void parseSamplers();
+    void parseSampler(std::optional<SamplerType> type, const Token& name);
+    Tokens withoutTextureMethods(const Tokens& body);
+    Token samplerOf(const EffectSyntax::Texture& texture, const Token& at, const Token* states);
     bool parseSamplerState(EffectSyntax::Sampler& sampler);
+    void findVolumes();
+    void addVolumesOfPasses(std::unordered_set<std::string_view>& volumes) const;
     void parseStruct();
     void parseTypedef();
     void parseText();
-    void parseDeclaration();
+    void parseDeclaration(const Qualifiers& qualifiers);
     void parseFunction(const Qualifiers& qualifiers, EffectSyntax::Type type, const Token& name);
     EffectSyntax::FunctionParameter parseFunctionParameter(EffectSyntax::Piece& piece);
     void refuseFloatRemainder(const Tokens& value) const;
     void parseBody(EffectSyntax::Piece& piece);
     void parseVariables(const Qualifiers& qualifiers, const EffectSyntax::Type& type, Token name);
-    void parseConstant(bool isConst, const EffectSyntax::Type& type, const Token& name);
+    void parseConstant(bool isConst, EffectSyntax::Type type, const Token& name);
     void rememberConstant(const EffectSyntax::Type& type, const Token& name, const Tokens& value);
-    void parseParameter(const EffectSyntax::Type& type, const Token& name);
+    void parseParameter(EffectSyntax::Type type, const Token& name);
     void checkParameterType(const EffectSyntax::Type& type, const Token& name) const;
 
     Qualifiers parseQualifiers();
     EffectSyntax::Type parseType();
     Tokens parseDimensions();
+    std::optional<Shape> shapeOf(const Token& type, std::size_t depth = 0) const;
+    static std::optional<Shape> shapeOf(const EffectSyntax::Type& type);
     std::uint32_t elementsOf(const Tokens& dimensions, const Token& name);
-    std::optional<Token> parseSemantic();
+    static std::uint32_t checkedElements(double count, Location at, const Token& name);
+    std::optional<std::uint32_t> knownElements(const Tokens& dimensions);
+    Suffixes parseSuffixes();
+    std::optional<Token> parseSemantic() { return parseSuffixes().semantic; }
+    static std::uint32_t registerIndexOf(const Suffixes& suffixes);
     Annotations parseAnnotations();
     ConstantValue evaluateInitializer(Tokens tokens, const Token& name);
     std::optional<ConstantValue> constantNamed(const Token& name) const;
@@ -81,8 +115,10 @@ private:
     TokenReader reader_;
     Problems& problems_;
     EffectSyntax effect_;
+    Initializers initializers_;
     std::size_t passes_ = 0;
     std::unordered_map<std::string_view, ConstantValue> constants_;
+    std::unordered_map<std::string_view, std::vector<EffectSyntax::Shader>> shaders_; ///< variables
     std::unordered_map<std::string_view, NumericType> typedefs_;
     std::set<std::string_view> typeNames_;       ///< of structs and typedefs
     std::unordered_set<std::string_view> names_; ///< of parameters, textures, samplers and constants

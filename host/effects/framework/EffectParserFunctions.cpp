@@ -31,7 +31,7 @@ void EffectParser::parseStruct()
             member.name = reader_.expectName("the name of a member");
             refuseReservedName(member.name);
             const Tokens dimensions = parseDimensions();
-            member.array = !dimensions.empty();
+            member.elements = knownElements(dimensions);
             member.semantic = parseSemantic();
             append(piece.text, qualifiers.kept);
             append(piece.text, type.tokens);
@@ -116,8 +116,10 @@ EffectSyntax::Type EffectParser::parseType()
     if (const auto found = typedefs_.find(name.text); found != typedefs_.end()) {
         type.numeric = found->second;
     }
-    type.sampler = equalIgnoringCase(name.text, "sampler") || equalIgnoringCase(name.text, "sampler2D") ||
-                   equalIgnoringCase(name.text, "sampler3D");
+    type.sampler = SamplerType::named(name.text);
+    if (type.sampler) {
+        type.tokens[0].text = type.sampler->spelling();
+    }
     if (isOneOf(name.text, {"vector", "matrix"}) && reader_.peek().is("<")) {
         type.tokens.push_back(reader_.take());
         const Tokens inside = reader_.takeUntil(">", "the type");
@@ -149,9 +151,21 @@ EffectParser::Tokens EffectParser::parseDimensions()
     return checked(dimensions);
 }
 
-void EffectParser::parseDeclaration()
+/// Of an array in plain HLSL, whose dimensions the HLSL compiler checks.
+std::optional<std::uint32_t> EffectParser::knownElements(const Tokens& dimensions)
 {
-    const Qualifiers qualifiers = parseQualifiers();
+    if (dimensions.empty()) {
+        return std::nullopt;
+    }
+    try {
+        return elementsOf(dimensions, dimensions[0]);
+    } catch (const CompileError&) {
+        return 0;
+    }
+}
+
+void EffectParser::parseDeclaration(const Qualifiers& qualifiers)
+{
     if (reader_.peek().kind != TokenKind::Identifier) {
         throw reader_.unexpected("a technique, parameter, texture, sampler, struct or function", {});
     }
@@ -205,14 +219,23 @@ EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSynta
     parameter.output = qualifiers.isOut;
     parameter.input = !qualifiers.isOut || qualifiers.isInOut;
     parameter.type = parseType();
-    parameter.name = reader_.expectName("the name of a parameter of " + inQuotes(piece.name.text));
-    refuseReservedName(parameter.name);
+    const bool unnamed = reader_.peek().is(",") || reader_.peek().is(")"); // as in "float f(float);"
+    if (unnamed) {
+        parameter.name = reader_.peek();
+        parameter.name.text = {};
+    } else {
+        parameter.name = reader_.expectName("the name of a parameter of " + inQuotes(piece.name.text));
+        refuseReservedName(parameter.name);
+    }
     const Tokens dimensions = parseDimensions();
-    parameter.array = !dimensions.empty();
+    parameter.elements = knownElements(dimensions);
     parameter.semantic = parseSemantic();
     append(piece.text, qualifiers.kept);
+    parameter.typeAt = piece.text.size();
     append(piece.text, parameter.type.tokens);
-    piece.text.push_back(parameter.name);
+    if (!unnamed) {
+        piece.text.push_back(parameter.name);
+    }
     append(piece.text, dimensions);
     if (reader_.peek().is("=")) {
         piece.text.push_back(reader_.take());
@@ -262,7 +285,13 @@ void EffectParser::parseBody(EffectSyntax::Piece& piece)
     }
     piece.function.hasBody = true;
     piece.bodyBegin = piece.text.size();
-    append(piece.text, checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text))));
+    for (const EffectSyntax::FunctionParameter& parameter : piece.function.parameters) {
+        if (const auto shape = parameter.elements ? std::nullopt : shapeOf(parameter.type)) {
+            initializers_.rememberLocal(parameter.name, *shape);
+        }
+    }
+    const Tokens body = checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text)));
+    append(piece.text, initializers_.arrangedBody(withoutTextureMethods(body)));
 }
 
 /// Refuses a word that looks like a mistyped keyword. Others may be types that the HLSL compiler knows.

@@ -3,55 +3,113 @@
 #include "host/effects/framework/EffectParser.h"
 
 #include "host/effects/framework/EffectStates.h"
+#include "host/effects/framework/TextureMethods.h"
+#include "host/effects/framework/TokenLists.h"
+
+#include <algorithm>
+#include <charconv>
 
 namespace Qx::Host::Effects {
 
+namespace {
+
+using TextureKind = EffectSyntax::TextureKind;
+
+TextureKind kindNamed(std::string_view type)
+{
+    return equalIgnoringCase(type, "texture1D")     ? TextureKind::Line
+           : equalIgnoringCase(type, "texture3D")   ? TextureKind::Volume
+           : equalIgnoringCase(type, "textureCUBE") ? TextureKind::Cube
+                                                    : TextureKind::Picture;
+}
+
+} // namespace
+
 void EffectParser::parseTexture()
 {
-    reader_.take();
+    const TextureKind kind = kindNamed(reader_.take().text);
+    if (reader_.accept("<")) { // Texture2D<float4>
+        reader_.takeUntil(">", "the type of the texture");
+        reader_.expect(">", "after the type of the texture");
+    }
     do {
         EffectSyntax::Texture texture;
         texture.name = reader_.expectName("the name of the texture");
         claimName(texture.name);
-        parseSemantic();
+        texture.kind = kind;
+        texture.semantic = parseSemantic();
         texture.annotations = parseAnnotations();
         effect_.textures.push_back(std::move(texture));
     } while (reader_.accept(","));
     reader_.expect(";", "after the texture");
 }
 
-void EffectParser::parseSampler()
+void EffectParser::parseSamplers()
+{
+    const Token word = reader_.take();
+    Token name;
+    do {
+        name = reader_.expectName("the name of the sampler");
+        parseSampler(SamplerType::named(word.text), name);
+    } while (reader_.accept(","));
+    reader_.expect(";", "after sampler " + inQuotes(name.text));
+}
+
+/// Without a type it is a SamplerState.
+void EffectParser::parseSampler(std::optional<SamplerType> type, const Token& name)
 {
     EffectSyntax::Sampler sampler;
-    sampler.dimensions = equalIgnoringCase(reader_.take().text, "sampler3D") ? 3 : 2;
-    sampler.name = reader_.expectName("the name of the sampler");
-    claimName(sampler.name);
+    sampler.type = type.value_or(SamplerType());
+    sampler.onlyStates = !type;
+    sampler.filter = type ? CompiledEffect::Filter::Point : CompiledEffect::Filter::Linear; // their defaults
+    sampler.name = name;
+    claimName(name);
     if (reader_.peek().is("[")) {
         throw CompileError(reader_.peek().at, "arrays of samplers are not supported");
     }
-    parseSemantic();
-    parseAnnotations();
-    const std::string name = inQuotes(sampler.name.text);
-    if (!reader_.peek().is("=") && !reader_.peek().is("{")) {
-        throw reader_.unexpected("'= sampler_state { Texture = <NAME>; }'", "after sampler " + name);
-    }
+    sampler.registerIndex = registerIndexOf(parseSuffixes());
+    Annotations annotations = parseAnnotations();
+    bool allKnown = true;
     if (reader_.accept("=")) {
         if (!reader_.isKeyword("sampler_state")) {
-            throw reader_.unexpected("'sampler_state'", "after sampler " + name);
+            throw reader_.unexpected("'sampler_state'", "after sampler " + inQuotes(name.text));
         }
         reader_.take();
+        reader_.expect("{", "after 'sampler_state'");
+        allKnown = parseSamplerState(sampler);
+    } else if (reader_.accept("{")) {
+        allKnown = parseSamplerState(sampler);
     }
-    reader_.expect("{", "after 'sampler_state'");
-    const bool allKnown = parseSamplerState(sampler);
-    reader_.expect(";", "after sampler " + name);
-    if (sampler.texture.kind == TokenKind::End) {
-        if (allKnown) {
-            throw CompileError(sampler.name.at,
-                               "sampler " + name + " has no texture; write Texture = <NAME>;");
+    if (sampler.texture.kind == TokenKind::End && allKnown) {
+        sampler.texture = name;
+        if (!sampler.onlyStates) {
+            effect_.textures.push_back({name, TextureKind::Picture, std::move(annotations), {}});
         }
+    } else if (sampler.texture.kind == TokenKind::End) {
         effect_.complete = false; // one of the unknown states may be a mistyped Texture
     }
     effect_.samplers.push_back(std::move(sampler));
+}
+
+/// The N of "register(sN)", "register(PROFILE, s[N])" or the semantic TEXUNITN.
+std::uint32_t EffectParser::registerIndexOf(const Suffixes& suffixes)
+{
+    constexpr std::string_view unit = "TEXUNIT";
+    constexpr std::uint32_t most = 15;
+    std::string_view digits;
+    if (suffixes.semantic && equalIgnoringCase(suffixes.semantic->text.substr(0, unit.size()), unit)) {
+        digits = suffixes.semantic->text.substr(unit.size());
+    }
+    for (const Token& token : suffixes.place) {
+        const bool letter = token.text[0] == 's' || token.text[0] == 'S';
+        digits = letter && token.kind == TokenKind::Identifier ? token.text.substr(1)
+                 : token.kind == TokenKind::Number             ? token.text
+                                                               : digits;
+    }
+    std::uint32_t index = 0;
+    const char* const end = digits.data() + digits.size();
+    const bool whole = !digits.empty() && std::from_chars(digits.data(), end, index).ptr == end;
+    return whole && index <= most ? index : CompiledEffect::Sampler::noRegister;
 }
 
 /// Returns whether all states are known.
@@ -86,6 +144,167 @@ bool EffectParser::parseSamplerState(EffectSyntax::Sampler& sampler)
     }
     states.apply(sampler, problems_);
     return allKnown;
+}
+
+EffectParser::Tokens EffectParser::withoutTextureMethods(const Tokens& body)
+{
+    const auto textureNamed = [this](const Token& name) {
+        return std::find_if(effect_.textures.begin(), effect_.textures.end(),
+                            [&](const auto& texture) { return texture.name.text == name.text; });
+    };
+    const auto kindOf = [&](const Token& name) {
+        const auto texture = textureNamed(name);
+        return texture == effect_.textures.end() ? std::nullopt : std::optional(texture->kind);
+    };
+    return withoutMethods(body, kindOf, [&](const Token& texture, const Token* states) {
+        return samplerOf(*textureNamed(texture), texture, states);
+    });
+}
+
+/// The sampler that reads a texture with the states of a sampler, which is added if there is none. The first
+/// texture that states are used with gets the sampler of their name.
+Token EffectParser::samplerOf(const EffectSyntax::Texture& texture, const Token& at, const Token* states)
+{
+    EffectSyntax::Sampler sampler;
+    std::string name(texture.name.text);
+    sampler.texture = texture.name;
+    sampler.type.dimensions = texture.kind == TextureKind::Volume ? 3 : 2;
+    if (states != nullptr) {
+        const auto found =
+            std::find_if(effect_.samplers.begin(), effect_.samplers.end(),
+                         [&](const auto& candidate) { return candidate.name.text == states->text; });
+        if (found == effect_.samplers.end()) {
+            throw CompileError(states->at, "there is no sampler " + inQuotes(states->text));
+        }
+        if (found->texture.text == texture.name.text) {
+            return *states;
+        }
+        if (found->texture.text == found->name.text) { // it has no texture yet
+            const std::string_view own = found->name.text;
+            found->texture = texture.name;
+            found->type = sampler.type;
+            found->onlyStates = false;
+            effect_.textures.erase(std::remove_if(effect_.textures.begin(), effect_.textures.end(),
+                                                  [&](const auto& t) { return t.name.text == own; }),
+                                   effect_.textures.end());
+            return *states;
+        }
+        sampler.filter = found->filter;
+        sampler.addressU = found->addressU;
+        sampler.addressV = found->addressV;
+        name += '_' + std::string(states->text);
+    } else {
+        name += "_Load";
+    }
+    for (const EffectSyntax::Sampler& other : effect_.samplers) {
+        if (other.name.text == name && other.texture.text == texture.name.text) {
+            Token known = at;
+            known.text = other.name.text;
+            return known;
+        }
+    }
+    sampler.name = at;
+    sampler.name.text = effect_.texts.emplace_back(std::move(name));
+    claimName(sampler.name);
+    effect_.samplers.push_back(sampler);
+    return sampler.name;
+}
+
+namespace {
+
+/// Whether each parameter of a function is a sampler of a volume.
+using VolumeParameters = std::unordered_map<std::string_view, std::vector<bool>>;
+
+/// The names that the function's text reads as volumes, itself or by the functions that it calls.
+std::unordered_set<std::string_view> namesReadAsVolumes(const std::vector<Token>& text,
+                                                        const VolumeParameters& functions)
+{
+    struct Call
+    {
+        const std::vector<bool>* volumes;
+        std::size_t argument;
+    };
+    static const std::vector<bool> onlyFirst{true};
+    std::unordered_set<std::string_view> names;
+    std::vector<Call> calls; // the open parentheses
+    for (std::size_t i = 1; i + 1 < text.size(); ++i) {
+        if (text[i].is("(")) {
+            const auto found = functions.find(text[i - 1].text);
+            calls.push_back({readsVolume(text[i - 1].text) ? &onlyFirst
+                             : found != functions.end()    ? &found->second
+                                                           : nullptr,
+                             0});
+        } else if (text[i].is(")") && !calls.empty()) {
+            calls.pop_back();
+        } else if (text[i].is(",") && !calls.empty()) {
+            ++calls.back().argument;
+        } else if (text[i].kind == TokenKind::Identifier && !calls.empty() &&
+                   calls.back().volumes != nullptr && calls.back().argument < calls.back().volumes->size() &&
+                   (*calls.back().volumes)[calls.back().argument]) {
+            names.insert(text[i].text);
+        }
+    }
+    return names;
+}
+
+} // namespace
+
+/// A generic sampler, of the effect or of a function, is of a volume if it is read as one.
+void EffectParser::findVolumes()
+{
+    effect_.samplers.erase(std::remove_if(effect_.samplers.begin(), effect_.samplers.end(),
+                                          [](const auto& sampler) { return sampler.onlyStates; }),
+                           effect_.samplers.end());
+    VolumeParameters functions;
+    std::unordered_set<std::string_view> volumes;
+    for (EffectSyntax::Piece& piece : effect_.pieces) {
+        std::unordered_set<std::string_view> read = namesReadAsVolumes(piece.text, functions);
+        std::vector<bool> parameters;
+        for (EffectSyntax::FunctionParameter& parameter : piece.function.parameters) {
+            const bool isRead = read.erase(parameter.name.text) != 0;
+            if (isRead && parameter.type.sampler && parameter.type.sampler->generic) {
+                parameter.type.sampler->dimensions = 3;
+                piece.text[parameter.typeAt].text = parameter.type.sampler->spelling();
+            }
+            parameters.push_back(parameter.type.sampler && parameter.type.sampler->dimensions == 3);
+        }
+        if (std::find(parameters.begin(), parameters.end(), true) != parameters.end()) {
+            functions[piece.name.text] = parameters;
+        }
+        volumes.merge(read);
+    }
+    addVolumesOfPasses(volumes);
+    for (EffectSyntax::Sampler& sampler : effect_.samplers) {
+        if (sampler.type.generic && volumes.count(sampler.name.text) != 0) {
+            sampler.type.dimensions = 3;
+        }
+    }
+}
+
+/// Adds the samplers that passes give to functions as volumes.
+void EffectParser::addVolumesOfPasses(std::unordered_set<std::string_view>& volumes) const
+{
+    std::unordered_map<std::string_view, std::vector<bool>> functions; // of the uniform parameters
+    for (const EffectSyntax::Piece& piece : effect_.pieces) {
+        for (const EffectSyntax::FunctionParameter& parameter : piece.function.parameters) {
+            if (parameter.uniform) {
+                functions[piece.name.text].push_back(parameter.type.sampler &&
+                                                     parameter.type.sampler->dimensions == 3);
+            }
+        }
+    }
+    for (const EffectSyntax::Technique& technique : effect_.techniques) {
+        for (const EffectSyntax::Pass& pass : technique.passes) {
+            const auto found = functions.find(pass.shader.entry.text);
+            for (std::size_t i = 0;
+                 found != functions.end() && i < pass.shader.arguments.size() && i < found->second.size();
+                 ++i) {
+                if (found->second[i]) {
+                    volumes.insert(pass.shader.arguments[i].front().text);
+                }
+            }
+        }
+    }
 }
 
 } // namespace Qx::Host::Effects

@@ -29,12 +29,35 @@ void EffectParser::parseVariables(const Qualifiers& qualifiers, const EffectSynt
     reader_.expect(";", "after " + inQuotes(name.text));
 }
 
-void EffectParser::parseConstant(bool isConst, const EffectSyntax::Type& type, const Token& name)
+void EffectParser::parseConstant(bool isConst, EffectSyntax::Type type, const Token& name)
 {
     EffectSyntax::Piece piece;
     piece.kind = EffectSyntax::Piece::Kind::Constant;
     piece.name = name;
+    Tokens dimensions = parseDimensions();
+    if (type.numeric) {
+        initializers_.splitWholeMatrix(*type.numeric, type.tokens[0], dimensions);
+    }
     piece.type = type;
+    parseSemantic();
+    parseAnnotations();
+    Token equals;
+    Tokens value;
+    if (reader_.peek().is("=")) {
+        equals = reader_.take();
+        value = checked(reader_.takeUntil(",;", "the value of " + inQuotes(name.text)));
+        if (value.empty()) {
+            throw reader_.unexpected("a value", "after '='");
+        }
+        if (isConst && dimensions.empty()) {
+            rememberConstant(type, name, value);
+        }
+    }
+    const std::optional<Shape> element = type.numeric ? shapeOf(type) : shapeOf(type.tokens[0]);
+    if (const auto shape = element ? initializers_.arrayOf(*element, dimensions) : std::nullopt) {
+        value = value.empty() ? value : initializers_.arranged(*shape, dimensions, std::move(value), name);
+        initializers_.rememberGlobal(name, *shape);
+    }
     Token word = name;
     word.kind = TokenKind::Identifier;
     word.text = "static";
@@ -45,27 +68,58 @@ void EffectParser::parseConstant(bool isConst, const EffectSyntax::Type& type, c
     }
     append(piece.text, type.tokens);
     piece.text.push_back(name);
-    const Tokens dimensions = parseDimensions();
     append(piece.text, dimensions);
-    parseSemantic();
-    parseAnnotations();
-    if (reader_.peek().is("=")) {
-        piece.text.push_back(reader_.take());
-        const Tokens value = checked(reader_.takeUntil(",;", "the value of " + inQuotes(name.text)));
-        if (value.empty()) {
-            throw reader_.unexpected("a value", "after '='");
-        }
+    if (!value.empty()) {
+        piece.text.push_back(equals);
         piece.bodyBegin = piece.text.size();
         append(piece.text, value);
-        if (isConst && dimensions.empty()) {
-            rememberConstant(type, name, value);
-        }
     }
     Token semicolon = reader_.peek();
     semicolon.kind = TokenKind::Punctuator;
     semicolon.text = ";";
     piece.text.push_back(semicolon);
     effect_.pieces.push_back(std::move(piece));
+}
+
+/// Of a type's name; nothing for unknown types, and for those whose numbers cannot be counted.
+std::optional<Shape> EffectParser::shapeOf(const Token& type, std::size_t depth) const
+{
+    constexpr std::size_t deepest = 16; // structs in structs
+    EffectSyntax::Type numeric;
+    const auto alias = typedefs_.find(type.text);
+    numeric.numeric = alias != typedefs_.end() ? alias->second : NumericType::named(type.text);
+    if (numeric.numeric) {
+        return shapeOf(numeric);
+    }
+    const auto structure = std::find_if(effect_.pieces.begin(), effect_.pieces.end(), [&](const auto& piece) {
+        return piece.kind == EffectSyntax::Piece::Kind::Struct && piece.name.text == type.text;
+    });
+    if (typeNames_.count(type.text) == 0 || structure == effect_.pieces.end() || depth == deepest) {
+        return std::nullopt;
+    }
+    Shape shape;
+    for (const EffectSyntax::Member& member : structure->members) {
+        const std::optional<Shape> part =
+            member.type.numeric ? shapeOf(member.type) : shapeOf(member.type.tokens[0], depth + 1);
+        if (!part || member.elements == 0U) {
+            return std::nullopt;
+        }
+        shape.parts.push_back(member.elements ? Shape::arrayOf(*part, member.elements) : *part);
+        if (shape.components() > Shape::mostComponents) {
+            return std::nullopt;
+        }
+    }
+    return shape;
+}
+
+std::optional<Shape> EffectParser::shapeOf(const EffectSyntax::Type& type)
+{
+    if (!type.numeric || type.numeric->scalar == NumericType::Scalar::Other) {
+        return std::nullopt;
+    }
+    Shape shape;
+    shape.type = *type.numeric;
+    return shape;
 }
 
 void EffectParser::rememberConstant(const EffectSyntax::Type& type, const Token& name, const Tokens& value)
@@ -82,22 +136,38 @@ void EffectParser::rememberConstant(const EffectSyntax::Type& type, const Token&
     }
 }
 
-void EffectParser::parseParameter(const EffectSyntax::Type& type, const Token& name)
+void EffectParser::parseParameter(EffectSyntax::Type type, const Token& name)
 {
     EffectSyntax::Parameter parameter;
-    parameter.type = type;
     parameter.name = name;
+    Tokens dimensions = parseDimensions();
+    if (type.numeric) {
+        initializers_.splitWholeMatrix(*type.numeric, type.tokens[0], dimensions);
+    }
     checkParameterType(type, name);
-    const Tokens dimensions = parseDimensions();
-    parameter.elements = dimensions.empty() ? 0 : elementsOf(dimensions, name);
+    parameter.type = type;
+    const bool open = dimensions.size() == 2; // "[]"
+    parameter.elements = dimensions.empty() || open ? 0 : elementsOf(dimensions, name);
     parameter.semantic = parseSemantic();
     parameter.annotations = parseAnnotations();
+    const std::uint32_t each = type.numeric->components();
     if (reader_.accept("=")) {
-        const std::size_t count = type.numeric->components() * std::max(parameter.elements, 1U);
-        parameter.defaultValue = fitted(
-            evaluateInitializer(reader_.takeUntil(",;", "the default of " + inQuotes(name.text)), name),
-            type.numeric->scalar, count, parameter.elements == 0, name);
+        ConstantValue value =
+            evaluateInitializer(reader_.takeUntil(",;", "the default of " + inQuotes(name.text)), name);
+        if (open) {
+            parameter.elements =
+                checkedElements(static_cast<double>(value.components.size() / each), name.at, name);
+        }
+        parameter.defaultValue =
+            fitted(std::move(value), type.numeric->scalar, each * std::max(parameter.elements, 1U),
+                   parameter.elements == 0, name);
+    } else if (open) {
+        throw CompileError(dimensions[0].at,
+                           "the array " + inQuotes(name.text) + " has no size and no value");
     }
+    Shape shape;
+    shape.type = {type.numeric->scalar, 1, each * std::max(parameter.elements, 1U)};
+    initializers_.rememberGlobal(name, shape);
     effect_.parameters.push_back(std::move(parameter));
 }
 
@@ -123,12 +193,16 @@ std::uint32_t EffectParser::elementsOf(const Tokens& dimensions, const Token& na
                            "parameter " + inQuotes(name.text) + " has more than one dimension");
     }
     const ConstantValue value = evaluateInitializer({dimensions.begin() + 1, dimensions.end() - 1}, name);
+    return checkedElements(value.integer && value.components.size() == 1 ? value.components[0] : 0.0,
+                           dimensions[0].at, name);
+}
+
+std::uint32_t EffectParser::checkedElements(double count, Location at, const Token& name)
+{
     constexpr double most = Limits::uniformBytes / 16.0;
-    const double count = value.components[0];
-    if (value.components.size() != 1 || !value.integer || !(count >= 1.0) || count > most) {
-        throw CompileError(dimensions[0].at, "the size of array " + inQuotes(name.text) +
-                                                 " is a whole number from 1 to " +
-                                                 std::to_string(static_cast<int>(most)));
+    if (!(count >= 1.0) || count > most) {
+        throw CompileError(at, "the size of array " + inQuotes(name.text) + " is a whole number from 1 to " +
+                                   std::to_string(static_cast<int>(most)));
     }
     return static_cast<std::uint32_t>(count);
 }

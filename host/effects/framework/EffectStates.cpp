@@ -27,9 +27,44 @@ constexpr Names<Address, 4> addresses{{{"Clamp", Address::Clamp},
                                        {"Mirror", Address::Mirror},
                                        {"Border", Address::Border}}};
 
-template <typename Value, std::size_t Count>
-Value look(const Names<Value, Count>& names, const Token& state, const std::vector<Token>& value)
+// What other frameworks call them, and the numbers of Direct3D 9.
+constexpr Names<Filter, 17> otherFilters{{{"Nearest", Filter::Point},
+                                          {"NearestMipMapNearest", Filter::Point},
+                                          {"NearestMipMapLinear", Filter::Point},
+                                          {"LinearMipMapNearest", Filter::Linear},
+                                          {"LinearMipMapLinear", Filter::Linear},
+                                          {"MIN_MAG_MIP_POINT", Filter::Point},
+                                          {"MIN_MAG_POINT_MIP_LINEAR", Filter::Point},
+                                          {"MIN_LINEAR_MAG_MIP_POINT", Filter::Point},
+                                          {"MIN_LINEAR_MAG_POINT_MIP_LINEAR", Filter::Point},
+                                          {"MIN_POINT_MAG_LINEAR_MIP_POINT", Filter::Linear},
+                                          {"MIN_POINT_MAG_MIP_LINEAR", Filter::Linear},
+                                          {"MIN_MAG_LINEAR_MIP_POINT", Filter::Linear},
+                                          {"MIN_MAG_MIP_LINEAR", Filter::Linear},
+                                          {"0", Filter::Point},
+                                          {"1", Filter::Point},
+                                          {"2", Filter::Linear},
+                                          {"3", Filter::Linear}}};
+constexpr Names<Address, 10> otherAddresses{{{"Repeat", Address::Wrap},
+                                             {"MirroredRepeat", Address::Mirror},
+                                             {"MirrorRepeat", Address::Mirror},
+                                             {"MirrorOnce", Address::Mirror},
+                                             {"ClampToEdge", Address::Clamp},
+                                             {"ClampToBorder", Address::Border},
+                                             {"1", Address::Wrap},
+                                             {"2", Address::Mirror},
+                                             {"3", Address::Clamp},
+                                             {"4", Address::Border}}};
+
+template <typename Value, std::size_t Count, std::size_t OtherCount>
+Value look(const Names<Value, Count>& names, const Names<Value, OtherCount>& others, const Token& state,
+           const std::vector<Token>& value)
 {
+    for (const auto& [name, meaning] : others) {
+        if (value.size() == 1 && equalIgnoringCase(value[0].text, name)) {
+            return meaning;
+        }
+    }
     std::string choices;
     std::vector<std::string_view> known;
     for (const auto& [name, meaning] : names) {
@@ -43,59 +78,164 @@ Value look(const Names<Value, Count>& names, const Token& state, const std::vect
                                         didYouMean(value[0].text, known));
 }
 
-constexpr std::array<std::string_view, 47> renderStates{"AlphaBlendEnable",
-                                                        "AlphaFunc",
-                                                        "AlphaRef",
-                                                        "AlphaTestEnable",
-                                                        "Ambient",
-                                                        "BlendFactor",
-                                                        "BlendOp",
-                                                        "BlendOpAlpha",
-                                                        "Clipping",
-                                                        "ClipPlaneEnable",
-                                                        "ColorVertex",
-                                                        "ColorWriteEnable",
-                                                        "ColorWriteEnable1",
-                                                        "ColorWriteEnable2",
-                                                        "ColorWriteEnable3",
-                                                        "CullMode",
-                                                        "DepthBias",
-                                                        "DestBlend",
-                                                        "DestBlendAlpha",
-                                                        "DitherEnable",
-                                                        "FillMode",
-                                                        "FogEnable",
-                                                        "LastPixel",
-                                                        "Lighting",
-                                                        "MultiSampleAntialias",
-                                                        "MultiSampleMask",
-                                                        "ScissorTestEnable",
-                                                        "SeparateAlphaBlendEnable",
-                                                        "ShadeMode",
-                                                        "SlopeScaleDepthBias",
-                                                        "SpecularEnable",
-                                                        "SrcBlend",
-                                                        "SrcBlendAlpha",
-                                                        "SRGBWriteEnable",
-                                                        "StencilEnable",
-                                                        "StencilFail",
-                                                        "StencilFunc",
-                                                        "StencilMask",
-                                                        "StencilPass",
-                                                        "StencilRef",
-                                                        "StencilWriteMask",
-                                                        "StencilZFail",
-                                                        "TextureFactor",
-                                                        "TwoSidedStencilMode",
-                                                        "ZEnable",
-                                                        "ZFunc",
-                                                        "ZWriteEnable"};
-constexpr std::array<std::string_view, 5> meaninglessSamplerStates{
-    "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias", "ElementIndex"};
-constexpr std::array<std::string_view, 14> samplerStates{
-    "Texture",     "MinFilter",     "MagFilter",   "MipFilter",   "AddressU",
-    "AddressV",    "AddressW",      "BorderColor", "SRGBTexture", "MaxAnisotropy",
-    "MaxMipLevel", "MipMapLodBias", "MipLodBias",  "ElementIndex"};
+constexpr std::array<std::string_view, 103> renderStates{"AlphaBlendEnable",
+                                                         "AlphaFunc",
+                                                         "AlphaRef",
+                                                         "AlphaTestEnable",
+                                                         "Ambient",
+                                                         "AmbientMaterialSource",
+                                                         "AntialiasedLineEnable",
+                                                         "BlendEnable",
+                                                         "BlendFactor",
+                                                         "BlendOp",
+                                                         "BlendOpAlpha",
+                                                         "CCW_StencilFail",
+                                                         "CCW_StencilFunc",
+                                                         "CCW_StencilPass",
+                                                         "CCW_StencilZFail",
+                                                         "Clipping",
+                                                         "ClipPlaneEnable",
+                                                         "ColorVertex",
+                                                         "ColorWriteEnable",
+                                                         "ColorWriteEnable1",
+                                                         "ColorWriteEnable2",
+                                                         "ColorWriteEnable3",
+                                                         "CullMode",
+                                                         "DepthBias",
+                                                         "DestBlend",
+                                                         "DestBlendAlpha",
+                                                         "DiffuseMaterialSource",
+                                                         "DitherEnable",
+                                                         "EmissiveMaterialSource",
+                                                         "FillMode",
+                                                         "FogColor",
+                                                         "FogDensity",
+                                                         "FogEnable",
+                                                         "FogEnd",
+                                                         "FogStart",
+                                                         "FogTableMode",
+                                                         "FogVertexMode",
+                                                         "FVF",
+                                                         "IndexedVertexBlendEnable",
+                                                         "LastPixel",
+                                                         "Lighting",
+                                                         "LocalViewer",
+                                                         "MaterialAmbient",
+                                                         "MaterialDiffuse",
+                                                         "MaterialEmissive",
+                                                         "MaterialPower",
+                                                         "MaterialSpecular",
+                                                         "MultiSampleAntialias",
+                                                         "MultiSampleEnable",
+                                                         "MultiSampleMask",
+                                                         "NormalizeNormals",
+                                                         "PatchSegments",
+                                                         "PointScale_A",
+                                                         "PointScale_B",
+                                                         "PointScale_C",
+                                                         "PointScaleEnable",
+                                                         "PointSize",
+                                                         "PointSize_Max",
+                                                         "PointSize_Min",
+                                                         "PointSpriteEnable",
+                                                         "ProjectionTransform",
+                                                         "RangeFogEnable",
+                                                         "ScissorTestEnable",
+                                                         "SeparateAlphaBlendEnable",
+                                                         "ShadeMode",
+                                                         "SlopeScaleDepthBias",
+                                                         "SpecularEnable",
+                                                         "SpecularMaterialSource",
+                                                         "SrcBlend",
+                                                         "SrcBlendAlpha",
+                                                         "SRGBWriteEnable",
+                                                         "StencilEnable",
+                                                         "StencilFail",
+                                                         "StencilFunc",
+                                                         "StencilMask",
+                                                         "StencilPass",
+                                                         "StencilRef",
+                                                         "StencilWriteMask",
+                                                         "StencilZFail",
+                                                         "TextureFactor",
+                                                         "TweenFactor",
+                                                         "TwoSidedStencilMode",
+                                                         "VertexBlend",
+                                                         "ViewTransform",
+                                                         "Wrap0",
+                                                         "Wrap1",
+                                                         "Wrap10",
+                                                         "Wrap11",
+                                                         "Wrap12",
+                                                         "Wrap13",
+                                                         "Wrap14",
+                                                         "Wrap15",
+                                                         "Wrap2",
+                                                         "Wrap3",
+                                                         "Wrap4",
+                                                         "Wrap5",
+                                                         "Wrap6",
+                                                         "Wrap7",
+                                                         "Wrap8",
+                                                         "Wrap9",
+                                                         "ZEnable",
+                                                         "ZFunc",
+                                                         "ZWriteEnable"};
+constexpr std::array<std::string_view, 48> numberedStates{"AddressU",
+                                                          "AddressV",
+                                                          "AddressW",
+                                                          "AlphaArg0",
+                                                          "AlphaArg1",
+                                                          "AlphaArg2",
+                                                          "AlphaOp",
+                                                          "BlendEnable",
+                                                          "BorderColor",
+                                                          "BumpEnvLOffset",
+                                                          "BumpEnvLScale",
+                                                          "BumpEnvMat00",
+                                                          "BumpEnvMat01",
+                                                          "BumpEnvMat10",
+                                                          "BumpEnvMat11",
+                                                          "ColorArg0",
+                                                          "ColorArg1",
+                                                          "ColorArg2",
+                                                          "ColorOp",
+                                                          "ColorWriteMask",
+                                                          "LightAmbient",
+                                                          "LightAttenuation0",
+                                                          "LightAttenuation1",
+                                                          "LightAttenuation2",
+                                                          "LightDiffuse",
+                                                          "LightDirection",
+                                                          "LightEnable",
+                                                          "LightFalloff",
+                                                          "LightPhi",
+                                                          "LightPosition",
+                                                          "LightRange",
+                                                          "LightSpecular",
+                                                          "LightTheta",
+                                                          "LightType",
+                                                          "MagFilter",
+                                                          "MaxAnisotropy",
+                                                          "MaxMipLevel",
+                                                          "MinFilter",
+                                                          "MipFilter",
+                                                          "MipMapLodBias",
+                                                          "ResultArg",
+                                                          "Sampler",
+                                                          "SRGBTexture",
+                                                          "TexCoordIndex",
+                                                          "Texture",
+                                                          "TextureTransform",
+                                                          "TextureTransformFlags",
+                                                          "WorldTransform"};
+constexpr std::array<std::string_view, 9> meaninglessSamplerStates{
+    "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias",    "ElementIndex",
+    "MinLOD",        "MaxLOD",      "DMapOffset",    "ComparisonFunc"};
+constexpr std::array<std::string_view, 15> samplerStates{
+    "Filter",        "Texture",     "MinFilter",     "MagFilter",   "MipFilter",
+    "AddressU",      "AddressV",    "AddressW",      "BorderColor", "SRGBTexture",
+    "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias",  "ElementIndex"};
 
 template <typename Names>
 bool isOneOf(std::string_view name, const Names& names)
@@ -122,6 +262,11 @@ bool isRenderState(std::string_view name)
     return isOneOf(name, renderStates);
 }
 
+bool isNumberedState(std::string_view name)
+{
+    return isOneOf(name, numberedStates);
+}
+
 std::string likelyRenderState(std::string_view name)
 {
     static constexpr std::array<std::string_view, 2> shaders{"PixelShader", "VertexShader"};
@@ -135,18 +280,20 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value, Prob
     if (value.empty()) {
         throw CompileError(name.at, "the state " + inQuotes(state) + " has no value");
     }
-    if (equalIgnoringCase(state, "MinFilter")) {
-        minFilter_ = look(filters, name, value);
+    if (equalIgnoringCase(state, "Filter")) {
+        minFilter_ = magFilter_ = look(filters, otherFilters, name, value);
+    } else if (equalIgnoringCase(state, "MinFilter")) {
+        minFilter_ = look(filters, otherFilters, name, value);
     } else if (equalIgnoringCase(state, "MagFilter")) {
-        magFilter_ = look(filters, name, value);
+        magFilter_ = look(filters, otherFilters, name, value);
     } else if (equalIgnoringCase(state, "MipFilter")) {
-        look(filters, name, value); // textures have one level, so any value will do
-    } else if (equalIgnoringCase(state, "AddressU")) {
-        addressU_ = look(addresses, name, value);
-    } else if (equalIgnoringCase(state, "AddressV")) {
-        addressV_ = look(addresses, name, value);
-    } else if (equalIgnoringCase(state, "AddressW")) {
-        look(addresses, name, value);
+        look(filters, otherFilters, name, value); // textures have one level, so any value will do
+    } else if (equalIgnoringCase(state, "AddressU") || equalIgnoringCase(state, "WrapS")) {
+        addressU_ = look(addresses, otherAddresses, name, value);
+    } else if (equalIgnoringCase(state, "AddressV") || equalIgnoringCase(state, "WrapT")) {
+        addressV_ = look(addresses, otherAddresses, name, value);
+    } else if (equalIgnoringCase(state, "AddressW") || equalIgnoringCase(state, "WrapR")) {
+        look(addresses, otherAddresses, name, value);
     } else if (equalIgnoringCase(state, "BorderColor") || equalIgnoringCase(state, "SRGBTexture")) {
         if (!isZero(value)) {
             problems.warn({name.at, "the state " + inQuotes(state) + " is treated as 0"});

@@ -14,6 +14,9 @@ namespace Qx::Host::Effects {
 /// their values are not checked. Ignores case.
 bool isRenderState(std::string_view name);
 
+/// The same for states with a number, such as "ColorOp[0]", of fixed functions and of textures.
+bool isNumberedState(std::string_view name);
+
 /// " (did you mean X?)" for a word that is similar to a state; else empty.
 std::string likelyRenderState(std::string_view name);
 

@@ -3,7 +3,9 @@
 #include "host/effects/CompiledEffect.h"
 #include "host/effects/framework/ConstantExpression.h"
 #include "host/effects/framework/Lexer.h"
+#include "host/effects/framework/SamplerType.h"
 
+#include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,17 +22,18 @@ struct EffectSyntax
     {
         Tokens tokens;
         std::optional<NumericType> numeric; ///< nothing for structs, samplers and void
-        bool sampler = false;
+        std::optional<SamplerType> sampler;
     };
 
     struct FunctionParameter
     {
         Type type;
+        std::size_t typeAt = 0; ///< index of the type in the text of the function
         Token name;
         bool uniform = false;
         bool input = true;
         bool output = false;
-        bool array = false;
+        std::optional<std::uint32_t> elements; ///< of an array; 0 if their number is not known here
         std::optional<Token> semantic;
         Tokens defaultValue;
     };
@@ -48,7 +51,7 @@ struct EffectSyntax
     {
         Type type;
         Token name;
-        bool array = false;
+        std::optional<std::uint32_t> elements; ///< as of a function's parameter
         std::optional<Token> semantic;
     };
 
@@ -89,28 +92,47 @@ struct EffectSyntax
         std::optional<ConstantValue> defaultValue;
     };
 
+    /// As a texture's type says; "texture" and those of samplers are pictures.
+    enum class TextureKind
+    {
+        Picture,
+        Line,
+        Volume,
+        Cube
+    };
+
     struct Texture
     {
         Token name;
+        TextureKind kind = TextureKind::Picture;
         std::vector<Annotation> annotations;
+        std::optional<Token> semantic;
     };
 
     struct Sampler
     {
         Token name;
-        Token texture;
-        unsigned dimensions = 2; ///< of its texture: 2 or 3
+        Token texture; ///< the sampler's name if it declares none
+        SamplerType type;
+        bool onlyStates = false; ///< a SamplerState that no texture is read with yet
+        std::uint32_t registerIndex = CompiledEffect::Sampler::noRegister;
         CompiledEffect::Filter filter = CompiledEffect::Filter::Point;
         CompiledEffect::Address addressU = CompiledEffect::Address::Clamp;
         CompiledEffect::Address addressV = CompiledEffect::Address::Clamp;
+    };
+
+    struct Shader
+    {
+        Token entry;
+        std::vector<Tokens> arguments; ///< each without an End token
     };
 
     struct Pass
     {
         Token name;    ///< an End token for a pass without one
         Token keyword; ///< where it begins
-        Token entry;
-        std::vector<Tokens> arguments; ///< each without an End token
+        Shader shader;
+        std::vector<Annotation> annotations;
     };
 
     struct Technique
@@ -120,8 +142,9 @@ struct EffectSyntax
         std::vector<Pass> passes;
     };
 
-    bool complete = true;      ///< nothing was left out; false only after an error
-    std::vector<Piece> pieces; ///< in the file's order
+    std::deque<std::string> texts; ///< of tokens that no file has
+    bool complete = true;          ///< nothing was left out; false only after an error
+    std::vector<Piece> pieces;     ///< in the file's order
     std::vector<Parameter> parameters;
     std::vector<Texture> textures;
     std::vector<Sampler> samplers;

@@ -33,9 +33,11 @@ bool isPage(std::string_view bytes)
     });
 }
 
+/// Escapes switch the characters of comments in some encodings.
 bool isControl(char c)
 {
-    return static_cast<unsigned char>(c) < 0x20U && (c < '\t' || c > '\r');
+    constexpr char escape = 0x1B;
+    return c != escape && static_cast<unsigned char>(c) < 0x20U && (c < '\t' || c > '\r');
 }
 
 } // namespace

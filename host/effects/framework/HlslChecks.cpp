@@ -2,6 +2,7 @@
 
 #include "host/effects/framework/Preprocessor.h"
 #include "host/effects/framework/ReservedWords.h"
+#include "host/effects/framework/SamplerType.h"
 
 #include <algorithm>
 #include <array>
@@ -31,17 +32,18 @@ bool isHint(const Token* token, const Token* end, const Token* previous)
     return statementStart && std::find(hints.begin(), hints.end(), token[1].text) != hints.end();
 }
 
-void refuseWord(const Token& token)
+void refuseWord(const Token& token, const Token& next)
 {
-    static constexpr std::array<std::string_view, 20> declared{
-        "sampler",      "sampler2D", "sampler1D", "sampler3D", "samplerCUBE", "sampler_state",
-        "SamplerState", "texture",   "Texture",   "texture2D", "Texture2D",   "Texture3D",
-        "TextureCube",  "struct",    "cbuffer",   "tbuffer",   "typedef",     "SamplerComparisonState",
-        "technique",    "pass"};
+    static constexpr std::array<std::string_view, 6> declared{"struct",  "cbuffer",      "tbuffer",
+                                                              "typedef", "SamplerState", "sampler_state"};
     static constexpr std::array<std::string_view, 10> foreign{
         "class", "namespace", "interface",    "template", "this",
         "goto",  "asm",       "asm_fragment", "compile",  "operator"};
-    if (std::find(declared.begin(), declared.end(), token.text) != declared.end()) {
+    // Followed by something else, "texture" or "pass" is a name that the effect declares.
+    const bool named = next.kind == TokenKind::Identifier;
+    const bool declares = SamplerType::named(token.text) || isTextureType(token.text) ||
+                          equalIgnoringCase(token.text, "technique") || equalIgnoringCase(token.text, "pass");
+    if ((named && declares) || std::find(declared.begin(), declared.end(), token.text) != declared.end()) {
         throw CompileError(token.at, inQuotes(token.text) +
                                          " is not allowed inside a function or value; declare "
                                          "textures, samplers and types at the top of the file");
@@ -49,17 +51,16 @@ void refuseWord(const Token& token)
     if (std::find(foreign.begin(), foreign.end(), token.text) != foreign.end()) {
         throw CompileError(token.at, inQuotes(token.text) + " is not part of the effect language here");
     }
-    static constexpr std::array<std::string_view, 6> narrow{"double", "min16",  "min12",
-                                                            "min10",  "int64_", "uint64_"};
-    static constexpr std::array<std::string_view, 3> otherTextures{"tex1D", "tex3D", "texCUBE"};
-    const auto begins = [&](std::string_view start) { return token.text.substr(0, start.size()) == start; };
-    if (std::any_of(narrow.begin(), narrow.end(), begins)) {
+    static constexpr std::array<std::string_view, 8> otherSizes{
+        "double", "min16float", "min10float", "min16int", "min12int", "min16uint", "int64_t", "uint64_t"};
+    const auto isType = [&](std::string_view type) {
+        return token.text.substr(0, type.size()) == type &&
+               token.text.find_first_not_of("1234x", type.size()) == std::string_view::npos;
+    };
+    if (std::any_of(otherSizes.begin(), otherSizes.end(), isType)) {
         throw CompileError(token.at, inQuotes(token.text) +
                                          " is not part of the effect language here; use float "
                                          "or int");
-    }
-    if (std::any_of(otherTextures.begin(), otherTextures.end(), begins) && token.text != "tex3Dfetch") {
-        throw CompileError(token.at, inQuotes(token.text) + " is not supported: textures are 2D; use tex2D");
     }
     refuseReservedPrefix(token);
 }
@@ -215,7 +216,7 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
                                inQuotes(token->text) + " is not allowed inside a function or value");
         }
         if (token->kind == TokenKind::Identifier) {
-            refuseWord(*token);
+            refuseWord(*token, token + 1 != end ? token[1] : Token());
             if (!kept.empty() && kept.back().is(".")) {
                 refuseMatrixSwizzle(*token);
             }

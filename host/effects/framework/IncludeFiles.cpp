@@ -13,19 +13,42 @@
 namespace Qx::Host::Effects {
 namespace {
 
-/// Adds the names to suggest for a missing file.
-void addFilesOf(const std::filesystem::path& directory, std::vector<std::string>& names)
+/// Adds the names of files and directories.
+void addEntriesOf(const std::filesystem::path& directory, std::vector<std::string>& names)
 {
     constexpr int most = 1000; // of a directory
     std::error_code error;
     std::filesystem::directory_iterator entry(directory.empty() ? "." : directory, error);
     for (int i = 0; i < most && !error && entry != std::filesystem::directory_iterator(); ++i) {
-        if (entry->is_regular_file(error)) {
-            names.push_back(entry->path().filename().string());
-        }
+        names.push_back(entry->path().filename().string());
         entry.increment(error);
     }
     std::sort(names.begin(), names.end()); // directories have no defined order
+}
+
+/// The only file in or below the directory whose path differs at most in the case of letters. Empty if there
+/// is none, or more than one.
+std::filesystem::path inOtherCase(const std::filesystem::path& directory, const std::filesystem::path& name)
+{
+    std::filesystem::path found = directory;
+    for (const std::filesystem::path& part : name.lexically_normal()) {
+        std::error_code error;
+        if (part == ".." || std::filesystem::exists(found / part, error)) {
+            found /= part;
+            continue;
+        }
+        std::vector<std::string> names;
+        addEntriesOf(found, names);
+        const auto same = [&](const std::string& entry) { return equalIgnoringCase(entry, part.native()); };
+        const auto match = std::find_if(names.begin(), names.end(), same);
+        if (match == names.end() || std::count_if(names.begin(), names.end(), same) > 1) {
+            return {};
+        }
+        found /= *match;
+    }
+    std::error_code error;
+    found = found.lexically_normal();
+    return std::filesystem::is_regular_file(found, error) ? found : std::filesystem::path();
 }
 
 } // namespace
@@ -81,6 +104,7 @@ bool IncludeFiles::mayInclude(const std::filesystem::path& file) const
         std::error_code error;
         const auto inside =
             std::filesystem::absolute(file, error)
+                .lexically_normal()
                 .lexically_relative(
                     std::filesystem::absolute(directory.empty() ? "." : directory, error).lexically_normal());
         return !error && !inside.empty() && *inside.begin() != "..";
@@ -101,9 +125,11 @@ std::vector<std::filesystem::path> IncludeFiles::searchedDirectories(std::uint32
     return directories;
 }
 
-std::filesystem::path IncludeFiles::find(const std::string& name, const Token& at,
+std::filesystem::path IncludeFiles::find(const std::string& written, const Token& at,
                                          std::uint32_t includer) const
 {
+    std::string name = written;
+    std::replace(name.begin(), name.end(), '\\', '/');
     std::string searched;
     std::vector<std::string> neighbours;
     bool refused = false;
@@ -120,16 +146,22 @@ std::filesystem::path IncludeFiles::find(const std::string& name, const Token& a
             return candidate;
         }
         files_.noteInput(candidate, std::nullopt);
-        addFilesOf(candidate.parent_path(), neighbours);
+        addEntriesOf(candidate.parent_path(), neighbours);
+    }
+    for (const std::filesystem::path& directory : searchedDirectories(includer)) {
+        const std::filesystem::path candidate = inOtherCase(directory, name);
+        if (!candidate.empty() && mayInclude(candidate)) {
+            return candidate;
+        }
     }
     if (refused) {
         throw CompileError(at.at,
-                           "the include file " + inQuotes(name) +
+                           "the include file " + inQuotes(written) +
                                " lies outside the directories of effects; an effect includes what lies "
                                "in or below " +
                                searched);
     }
-    throw CompileError(at.at, "cannot find the include file " + inQuotes(name) +
+    throw CompileError(at.at, "cannot find the include file " + inQuotes(written) +
                                   didYouMean(std::filesystem::path(name).filename().string(), neighbours) +
                                   "; searched in " + searched);
 }

@@ -24,8 +24,10 @@ public:
     /// Reads a file that is included at `from`, or returns it if it was read before. Throws CompileError.
     std::uint32_t open(const std::filesystem::path& path, Location from);
 
-    /// Searches for the file of that name that the file `includer` includes at `at`. Throws CompileError.
-    std::filesystem::path find(const std::string& name, const Token& at, std::uint32_t includer) const;
+    /// Searches for the file of that name that the file `includer` includes at `at`. Directories are
+    /// separated by '/' or '\\'. Without a file of the very name, one that differs in case will do. Throws
+    /// CompileError.
+    std::filesystem::path find(const std::string& written, const Token& at, std::uint32_t includer) const;
 
 private:
     bool mayInclude(const std::filesystem::path& file) const;

@@ -27,7 +27,26 @@ bool isNamePart(char c)
 
 bool isBlank(char c)
 {
-    return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
+    constexpr char endOfFile = 0x1A; // that old editors write
+    return c == endOfFile || c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
+}
+
+/// Whether bytes from 0x80 on come as UTF-8 arranges them.
+bool isUtf8(std::string_view text)
+{
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto lead = static_cast<unsigned char>(text[i]);
+        const std::size_t more = lead < 0x80U ? 0 : lead >= 0xF0U ? 3 : lead >= 0xE0U ? 2 : 1;
+        if ((lead >= 0x80U && lead < 0xC2U) || lead > 0xF4U || text.size() - i <= more) {
+            return false;
+        }
+        for (std::size_t end = i + more; i < end; ++i) {
+            if ((static_cast<unsigned char>(text[i + 1]) & 0xC0U) != 0x80U) {
+                return false;
+            }
+        }
+    }
+    return true;
 }
 
 class Lexer
@@ -57,6 +76,13 @@ public:
     Location here() const { return {file_, line_, column_, 0}; }
 
 private:
+    enum class Encoding
+    {
+        Unknown,
+        Utf8,
+        Other
+    };
+
     char peek(std::size_t ahead = 0) const
     {
         return position_ + ahead < text_.size() ? text_[position_ + ahead] : '\0';
@@ -91,6 +117,19 @@ private:
         }
     }
 
+    /// Whether the byte here is the second of a character in an encoding that is not UTF-8. It may look like
+    /// the '\\' of a continued line.
+    bool isHalfOfCharacter()
+    {
+        if (position_ == 0 || static_cast<unsigned char>(text_[position_ - 1]) < 0x80U || peek() != '\\') {
+            return false;
+        }
+        if (encoding_ == Encoding::Unknown) {
+            encoding_ = isUtf8(text_) ? Encoding::Utf8 : Encoding::Other;
+        }
+        return encoding_ == Encoding::Other;
+    }
+
     bool skipContinuation()
     {
         const std::size_t length = peek() != '\\'                       ? 0
@@ -112,7 +151,7 @@ private:
         spaceBefore_ = true;
         if (peek(1) == '/') {
             while (position_ < text_.size() && peek() != '\n') {
-                if (!skipContinuation()) {
+                if (isHalfOfCharacter() || !skipContinuation()) {
                     advance();
                 }
             }
@@ -202,6 +241,7 @@ private:
     std::uint32_t column_ = 1;
     bool startsLine_ = true;
     bool spaceBefore_ = false;
+    Encoding encoding_ = Encoding::Unknown; ///< found out when it matters
 };
 
 /// The character that the bytes encode (RFC 3629, 3), if they are valid.

@@ -36,13 +36,18 @@ void warnOfUnread(const EffectSyntax& syntax, const CompiledEffect& effect, Prob
         const bool meant =
             std::any_of(effect.textures[i].annotations.begin(), effect.textures[i].annotations.end(),
                         [](const auto& annotation) { return equalIgnoringCase(annotation.name, "Unread"); });
-        if (!texturesRead[i] && !measured && !meant && isInEffect(name)) {
+        const bool ofSampler =
+            std::any_of(syntax.samplers.begin(), syntax.samplers.end(),
+                        [&](const auto& sampler) { return sampler.name.text == name.text; });
+        if (!texturesRead[i] && !measured && !meant && !ofSampler && isInEffect(name)) {
             problems.warn({name.at, "no technique reads the texture " + inQuotes(name.text)});
         }
     }
     for (std::size_t i = 0; i < effect.samplers.size(); ++i) {
         const Token& name = syntax.samplers[i].name;
-        if (!samplersRead[i] && texturesRead[effect.samplers[i].texture] && isInEffect(name)) {
+        const bool alone = syntax.samplers[i].texture.text == name.text;
+        const bool others = texturesRead[effect.samplers[i].texture];
+        if (!samplersRead[i] && (alone || others) && isInEffect(name)) {
             problems.warn({name.at, "no technique reads through the sampler " + inQuotes(name.text)});
         }
     }

@@ -20,7 +20,9 @@ std::string_view partner(std::string_view bracket)
 
 bool isTechnique(const Token& token)
 {
-    return token.kind == TokenKind::Identifier && equalIgnoringCase(token.text, "technique");
+    return token.kind == TokenKind::Identifier &&
+           (equalIgnoringCase(token.text, "technique") || equalIgnoringCase(token.text, "technique10") ||
+            equalIgnoringCase(token.text, "technique11"));
 }
 
 /// "< string Name = ...", which is not a comparison.

@@ -100,15 +100,16 @@ std::optional<std::size_t> CallGraph::costOfCall(std::size_t caller, const Token
 const EffectSyntax::Piece& CallGraph::entryOf(const EffectSyntax::Pass& pass) const
 {
     const EffectSyntax::Piece* entry = nullptr;
-    if (const auto found = piecesByName_.find(pass.entry.text); found != piecesByName_.end()) {
+    if (const auto found = piecesByName_.find(pass.shader.entry.text); found != piecesByName_.end()) {
         for (const std::size_t i : found->second) {
             const EffectSyntax::Piece& piece = syntax_.pieces[i];
             if (piece.kind != Kind::Function || !piece.function.hasBody) {
                 continue;
             }
             if (entry != nullptr) {
-                throw CompileError(pass.entry.at, "there are two functions " + inQuotes(pass.entry.text) +
-                                                      "; the name of an entry function has to be unique");
+                throw CompileError(pass.shader.entry.at,
+                                   "there are two functions " + inQuotes(pass.shader.entry.text) +
+                                       "; the name of an entry function has to be unique");
             }
             entry = &piece;
         }
@@ -120,16 +121,16 @@ const EffectSyntax::Piece& CallGraph::entryOf(const EffectSyntax::Pass& pass) co
                 functions.push_back(piece.name.text);
             }
         }
-        throw CompileError(pass.entry.at, "there is no function " + inQuotes(pass.entry.text) +
-                                              didYouMean(pass.entry.text, functions));
+        throw CompileError(pass.shader.entry.at, "there is no function " + inQuotes(pass.shader.entry.text) +
+                                                     didYouMean(pass.shader.entry.text, functions));
     }
     return *entry;
 }
 
 std::unordered_set<std::string_view> CallGraph::namesReachedBy(const EffectSyntax::Pass& pass) const
 {
-    std::unordered_set<std::string_view> names{pass.entry.text};
-    std::vector<std::string_view> open{pass.entry.text};
+    std::unordered_set<std::string_view> names{pass.shader.entry.text};
+    std::vector<std::string_view> open{pass.shader.entry.text};
     const auto reach = [&](const std::vector<Token>& tokens) {
         for (const Token& token : tokens) {
             if (token.kind == TokenKind::Identifier && names.insert(token.text).second) {
@@ -137,7 +138,7 @@ std::unordered_set<std::string_view> CallGraph::namesReachedBy(const EffectSynta
             }
         }
     };
-    for (const std::vector<Token>& argument : pass.arguments) {
+    for (const std::vector<Token>& argument : pass.shader.arguments) {
         reach(argument);
     }
     while (!open.empty()) {

@@ -54,6 +54,17 @@ void addNames(const Things& things, std::vector<std::string_view>& names)
     }
 }
 
+/// Whether "for (int NAME" is part of the text.
+bool countsLoop(const std::vector<Token>& text, std::string_view name)
+{
+    for (std::size_t i = 3; i < text.size(); ++i) {
+        if (text[i].text == name && text[i - 2].is("(") && text[i - 3].is("for")) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::string hintForVariable(std::string_view name, const EffectSyntax& syntax,
                             std::optional<std::size_t> piece)
 {
@@ -65,6 +76,9 @@ std::string hintForVariable(std::string_view name, const EffectSyntax& syntax,
         return "; it is a texture, which is read through a sampler of it" +
                (sampler == syntax.samplers.end() ? std::string()
                                                  : ", such as " + inQuotes(sampler->name.text));
+    }
+    if (piece && countsLoop(syntax.pieces[*piece].text, name)) {
+        return "; it ends with the loop that declares it: declare it before that";
     }
     std::vector<std::string_view> names;
     if (piece && syntax.pieces[*piece].kind == Kind::Function) {

@@ -41,6 +41,9 @@ std::string readableMessage(std::string_view message, std::string_view line)
     if (message.find("can't modify a uniform") != std::string_view::npos) {
         return "a parameter of the effect cannot be assigned to";
     }
+    if (message.find("can't modify a const") != std::string_view::npos) {
+        return "a constant cannot be assigned to";
+    }
     if (message.find("Recursion detected") != std::string_view::npos) {
         return "a function calls itself, directly or through others; shaders cannot";
     }

@@ -1,6 +1,7 @@
 #include "host/effects/hlsl/ParameterLayout.h"
 
 #include "host/core/Suggestion.h"
+#include "host/effects/Supplies.h"
 #include "host/effects/framework/Limits.h"
 
 #include <algorithm>
@@ -70,6 +71,9 @@ Semantic semanticNamed(std::string_view name)
 
 void warnOfLikelySemantic(const Token& semantic, Problems& problems)
 {
+    if (isSuppliedSemantic(semantic.text)) {
+        return;
+    }
     const std::string likely = didYouMean(semantic.text, semanticNames);
     if (!likely.empty()) {
         problems.warn(
@@ -107,6 +111,7 @@ void resolveSemantic(const EffectSyntax::Parameter& syntax, const CompiledEffect
         return;
     }
     parameter.semantic = semanticNamed(syntax.semantic->text);
+    parameter.semanticName = syntax.semantic->text;
     if (parameter.semantic == Semantic::None) {
         warnOfLikelySemantic(*syntax.semantic, problems);
         return; // authors and other programs have semantics of their own
@@ -166,6 +171,8 @@ void resolveSampler(const EffectSyntax::Sampler& syntax, CompiledEffect& effect,
     sampler.name = syntax.name.text;
     tolerate(problems,
              [&] { sampler.texture = textureNamed(syntax.texture.text, syntax.texture.at, effect); });
+    sampler.dimensions = syntax.type.dimensions;
+    sampler.registerIndex = syntax.registerIndex;
     sampler.filter = syntax.filter;
     sampler.addressU = syntax.addressU;
     sampler.addressV = syntax.addressV;
@@ -199,7 +206,10 @@ plainAnnotations(const std::vector<EffectSyntax::Annotation>& annotations)
 void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Problems& problems)
 {
     for (const EffectSyntax::Texture& texture : syntax.textures) {
-        effect.textures.push_back({std::string(texture.name.text), plainAnnotations(texture.annotations)});
+        CompiledEffect::Texture& made = effect.textures.emplace_back();
+        made.name = texture.name.text;
+        made.semantic = texture.semantic ? texture.semantic->text : "";
+        made.annotations = plainAnnotations(texture.annotations);
     }
     for (const EffectSyntax::Sampler& sampler : syntax.samplers) {
         resolveSampler(sampler, effect, problems);

@@ -26,6 +26,56 @@ float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(floa
 float4 qxfx_tex2Dcodes(sampler2D s, float4 of, int2 texel) { return floor(qxfx_tex2Dfetch(s, texel) * of.y + 0.5); }
 )";
 
+// A line is the middle row of a picture.
+inline constexpr std::string_view lineReaders = R"(
+float4 qxfx_tex1D(sampler2D s, float at) { return tex2Dlod(s, float4(at, 0.5, 0.0, 0.0)); }
+float4 qxfx_tex1D(sampler2D s, float at, float dx, float dy) { return qxfx_tex1D(s, at); }
+float4 qxfx_tex1Dlod(sampler2D s, float4 at) { return qxfx_tex1D(s, at.x); }
+float4 qxfx_tex1Dbias(sampler2D s, float4 at) { return qxfx_tex1D(s, at.x); }
+float4 qxfx_tex1Dgrad(sampler2D s, float at, float dx, float dy) { return qxfx_tex1D(s, at); }
+float4 qxfx_tex1Dproj(sampler2D s, float4 at) { return qxfx_tex1D(s, at.x / at.w); }
+)";
+inline constexpr std::string_view volumeReaders = R"(
+float4 qxfx_tex3D(sampler3D s, float3 at) { return tex3Dlod(s, float4(at, 0.0)); }
+float4 qxfx_tex3D(sampler3D s, float3 at, float3 dx, float3 dy) { return qxfx_tex3D(s, at); }
+float4 qxfx_tex3Dlod(sampler3D s, float4 at) { return qxfx_tex3D(s, at.xyz); }
+float4 qxfx_tex3Dbias(sampler3D s, float4 at) { return qxfx_tex3D(s, at.xyz); }
+float4 qxfx_tex3Dgrad(sampler3D s, float3 at, float3 dx, float3 dy) { return qxfx_tex3D(s, at); }
+float4 qxfx_tex3Dproj(sampler3D s, float4 at) { return qxfx_tex3D(s, at.xyz / at.w); }
+)";
+// A cube is a picture of its six square faces, +x, -x, +y, -y, +z and -z from left to right. Each face is
+// seen as Direct3D orients it. The last column of a face does not take the next one's texels.
+inline constexpr std::string_view cubeReaders = R"(
+float4 qxfx_texCUBE(sampler2D s, float3 to) {
+float3 size = abs(to);
+float3 at;
+if (size.x >= size.y && size.x >= size.z) { at = to.x < 0.0 ? float3(to.z, -to.y, 1.0) : float3(-to.z, -to.y, 0.0); at.xy /= size.x; }
+else if (size.y >= size.z) { at = to.y < 0.0 ? float3(to.x, -to.z, 3.0) : float3(to.x, to.z, 2.0); at.xy /= size.y; }
+else { at = to.z < 0.0 ? float3(-to.x, -to.y, 5.0) : float3(to.x, -to.y, 4.0); at.xy /= size.z; }
+return tex2Dlod(s, float4((at.z + clamp(at.x * 0.5 + 0.5, 0.0, 0.99999)) / 6.0, at.y * 0.5 + 0.5, 0.0, 0.0)); }
+float4 qxfx_texCUBE(sampler2D s, float3 to, float3 dx, float3 dy) { return qxfx_texCUBE(s, to); }
+float4 qxfx_texCUBElod(sampler2D s, float4 to) { return qxfx_texCUBE(s, to.xyz); }
+float4 qxfx_texCUBEbias(sampler2D s, float4 to) { return qxfx_texCUBE(s, to.xyz); }
+float4 qxfx_texCUBEgrad(sampler2D s, float3 to, float3 dx, float3 dy) { return qxfx_texCUBE(s, to); }
+float4 qxfx_texCUBEproj(sampler2D s, float4 to) { return qxfx_texCUBE(s, to.xyz / to.w); }
+)";
+
+// The methods of Direct3D 10's textures that no function of Direct3D 9 does.
+inline constexpr std::string_view methodReaders2D = R"(
+float4 qxfx_level2D(sampler2D s, float2 at, float level) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+float4 qxfx_load2D(sampler2D s, int3 texel) { return qxfx_tex2Dfetch(s, texel.xy); }
+)";
+inline constexpr std::string_view methodReaders1D = R"(
+float4 qxfx_level1D(sampler2D s, float at, float level) { return tex2Dlod(s, float4(at, 0.5, 0.0, 0.0)); }
+)";
+inline constexpr std::string_view methodReaders3D = R"(
+float4 qxfx_level3D(sampler3D s, float3 at, float level) { return tex3Dlod(s, float4(at, 0.0)); }
+float4 qxfx_load3D(sampler3D s, int4 texel) { return qxfx_tex3Dfetch(s, texel.xyz); }
+)";
+inline constexpr std::string_view methodReadersCube = R"(
+float4 qxfx_levelCUBE(sampler2D s, float3 to, float level) { return qxfx_texCUBE(s, to); }
+)";
+
 inline constexpr std::string_view mainForTexel = R"(
 float4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
 float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;

@@ -1,11 +1,13 @@
 #include "host/effects/hlsl/PassText.h"
 
+#include "host/effects/hlsl/AssignedParameters.h"
 #include "host/effects/hlsl/EntryCall.h"
 #include "host/effects/hlsl/HlslNames.h"
 #include "host/effects/hlsl/PassPrelude.h"
 #include "host/effects/hlsl/Remainders.h"
 
 #include <algorithm>
+#include <array>
 
 namespace Qx::Host::Effects {
 namespace {
@@ -106,13 +108,18 @@ private:
     PassText text_;
 };
 
-std::string declaration(const CompiledEffect::Parameter& parameter)
+/// A variable of the parameter's type.
+std::string variable(const CompiledEffect::Parameter& parameter, const std::string& name)
 {
     const NumericType type{static_cast<NumericType::Scalar>(parameter.type), parameter.rows,
                            parameter.columns};
     const std::string array = parameter.elements == 0 ? "" : "[" + std::to_string(parameter.elements) + "]";
-    return (parameter.rows > 1 ? "row_major " : "") + std::string(type.spelling()) + ' ' +
-           std::string(hlslName(parameter.name)) + array + " : packoffset(c" +
+    return std::string(type.spelling()) + ' ' + name + array;
+}
+
+std::string declaration(const CompiledEffect::Parameter& parameter, const std::string& name)
+{
+    return (parameter.rows > 1 ? "row_major " : "") + variable(parameter, name) + " : packoffset(c" +
            std::to_string(parameter.offset / 16) + '.' + "xyzw"[parameter.offset % 16 / 4] + ");";
 }
 
@@ -149,7 +156,7 @@ std::vector<Token> declarationOf(const EffectSyntax::Piece& function)
 bool isTable(std::string_view texture, const EffectSyntax& syntax, const CompiledEffect& effect)
 {
     for (std::size_t i = 0; i < effect.samplers.size(); ++i) {
-        if (syntax.samplers[i].dimensions == 3 &&
+        if (syntax.samplers[i].type.dimensions == 3 &&
             effect.textures[effect.samplers[i].texture].name == texture) {
             return true;
         }
@@ -171,7 +178,7 @@ std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
             }
         }
     };
-    std::for_each(pass.arguments.begin(), pass.arguments.end(), look);
+    std::for_each(pass.shader.arguments.begin(), pass.shader.arguments.end(), look);
     for (const EffectSyntax::Piece& piece : syntax.pieces) {
         if (names.count(piece.name.text) != 0) {
             look(piece.text);
@@ -179,7 +186,7 @@ std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
     }
     std::vector<bool> result(effect.samplers.size());
     for (std::size_t i = 0; i < result.size(); ++i) {
-        result[i] = syntax.samplers[i].dimensions == 2 && otherwise.count(effect.samplers[i].name) == 0;
+        result[i] = syntax.samplers[i].type.dimensions == 2 && otherwise.count(effect.samplers[i].name) == 0;
     }
     return result;
 }
@@ -190,9 +197,11 @@ class Writing
 public:
     /// `packed` is given for the text of a PackedShader.
     Writing(const EffectSyntax& syntax, const CompiledEffect& effect, const CallGraph& calls,
-            const EffectSyntax::Pass& pass, std::optional<Depths> packed)
+            const std::unordered_set<std::string_view>& assigned, const EffectSyntax::Pass& pass,
+            std::optional<Depths> packed)
         : syntax_(syntax),
           effect_(effect),
+          assigned_(assigned),
           pass_(pass),
           packed_(packed),
           call_(syntax, calls.entryOf(pass), pass),
@@ -212,21 +221,52 @@ public:
         if (isUsed("qxfx_divisor")) {
             addLines(remainderFunctions);
         }
+        addReaders();
         addUniforms();
         addSamplers();
         addPieces(withoutBody);
-        call_.write([&](std::string_view line) { add(line); },
-                    [&](const std::vector<Token>& tokens) { output_.add(tokens); });
+        call_.write(
+            copies_, [&](std::string_view line) { add(line); },
+            [&](const std::vector<Token>& tokens) { output_.add(tokens); });
         addMain();
         PassText text = output_.take();
         text.names = std::move(names_);
+        text.missing = call_.missing();
+        text.warnings = call_.warnings();
         return text;
     }
 
 private:
-    void add(std::string_view line) { output_.add(line, pass_.entry.at); }
-    void addLines(std::string_view lines) { output_.addLines(lines, pass_.entry.at); }
+    void add(std::string_view line) { output_.add(line, pass_.shader.entry.at); }
+    void addLines(std::string_view lines) { output_.addLines(lines, pass_.shader.entry.at); }
     bool isUsed(std::string_view name) const { return names_.count(name) != 0; }
+
+    /// The functions that only some effects read textures with.
+    void addReaders()
+    {
+        struct Readers
+        {
+            std::string_view beginning; ///< of a name
+            std::string_view lines;
+        };
+        static constexpr std::array<Readers, 8> readers{{{"tex3D", volumeReaders},
+                                                         {"tex1D", lineReaders},
+                                                         {"texCUBE", cubeReaders},
+                                                         {"qxfx_levelCUBE", cubeReaders},
+                                                         {"qxfx_levelCUBE", methodReadersCube},
+                                                         {"qxfx_level1D", methodReaders1D},
+                                                         {"qxfx_l", methodReaders2D},
+                                                         {"qxfx_l", methodReaders3D}}};
+        std::unordered_set<std::string_view> added;
+        for (const Readers& some : readers) {
+            const bool used = std::any_of(names_.begin(), names_.end(), [&](std::string_view name) {
+                return name.substr(0, some.beginning.size()) == some.beginning;
+            });
+            if (used && added.insert(some.lines).second) {
+                addLines(some.lines);
+            }
+        }
+    }
 
     void addPackedPrelude()
     {
@@ -254,11 +294,17 @@ private:
             if (!isUsed(parameter.name)) {
                 continue;
             }
+            const std::string name(hlslName(parameter.name));
+            const bool assigned = assigned_.count(parameter.name) != 0;
+            const std::string given = assigned ? "qxfx_given_" + parameter.name : name;
+            if (assigned) {
+                constants.push_back("static " + variable(parameter, name) + ';');
+                copies_.push_back(name + " = " + given + ';');
+            }
             if (const std::optional<std::uint32_t> bits = knownBits(parameter)) {
-                constants.push_back("static const float " + std::string(hlslName(parameter.name)) + " = " +
-                                    maxCodeOf(*bits) + ';');
+                constants.push_back("static const float " + given + " = " + maxCodeOf(*bits) + ';');
             } else {
-                output_.add(declaration(parameter), syntax_.parameters[i].name.at);
+                output_.add(declaration(parameter, given), syntax_.parameters[i].name.at);
             }
         }
         if (!effect_.textures.empty()) {
@@ -290,10 +336,9 @@ private:
             if (!isUsed(effect_.samplers[i].name)) {
                 continue;
             }
-            const std::string type = samplers_.isBuffer(i)
-                                         ? "Buffer<uint4> "
-                                         : "sampler" + std::to_string(syntax_.samplers[i].dimensions) + "D ";
-            output_.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] " + type +
+            const std::string_view type =
+                samplers_.isBuffer(i) ? "Buffer<uint4>" : syntax_.samplers[i].type.spelling();
+            output_.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] " + std::string(type) + ' ' +
                             std::string(hlslName(effect_.samplers[i].name)) + ";",
                         syntax_.samplers[i].name.at);
         }
@@ -327,12 +372,14 @@ private:
 
     const EffectSyntax& syntax_;
     const CompiledEffect& effect_;
+    const std::unordered_set<std::string_view>& assigned_;
     const EffectSyntax::Pass& pass_;
     const std::optional<Depths> packed_;
     const EntryCall call_;
     std::unordered_set<std::string_view> names_;
     const SamplerNames samplers_;
     Output output_;
+    std::vector<std::string> copies_; ///< of parameters that are assigned to, made for each pixel
 };
 
 } // namespace
@@ -345,7 +392,7 @@ std::optional<std::size_t> PassText::pieceAt(std::size_t line) const
 }
 
 PassWriter::PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect)
-    : syntax_(syntax), effect_(effect), calls_(syntax)
+    : syntax_(syntax), effect_(effect), calls_(syntax), assigned_(assignedParameters(syntax))
 {
 }
 
@@ -361,12 +408,12 @@ bool PassWriter::canBePacked(const EffectSyntax::Pass& pass) const
 
 PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
 {
-    return Writing(syntax_, effect_, calls_, pass, std::nullopt).run(withoutBody);
+    return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).run(withoutBody);
 }
 
 PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths) const
 {
-    return Writing(syntax_, effect_, calls_, pass, depths).run({});
+    return Writing(syntax_, effect_, calls_, assigned_, pass, depths).run({});
 }
 
 } // namespace Qx::Host::Effects

@@ -25,6 +25,8 @@ struct PassText
     std::vector<std::pair<std::size_t, std::size_t>> pieces;
 
     std::unordered_set<std::string_view> names; ///< that the pass reaches, declared or not
+    std::vector<CompileError> missing;          ///< see EntryCall
+    std::vector<CompileError> warnings;
 
     /// The piece that a line is part of; nothing for lines that the compiler adds.
     std::optional<std::size_t> pieceAt(std::size_t line) const;
@@ -54,6 +56,7 @@ private:
     const EffectSyntax& syntax_;
     const CompiledEffect& effect_;
     const CallGraph calls_;
+    const std::unordered_set<std::string_view> assigned_; ///< parameters, which are variables then
 };
 
 } // namespace Qx::Host::Effects

@@ -152,7 +152,7 @@ void keepRemainders(EffectSyntax& effect)
 {
     for (EffectSyntax::Technique& technique : effect.techniques) {
         for (EffectSyntax::Pass& pass : technique.passes) {
-            for (EffectSyntax::Tokens& argument : pass.arguments) {
+            for (EffectSyntax::Tokens& argument : pass.shader.arguments) {
                 argument = kept(argument);
             }
         }

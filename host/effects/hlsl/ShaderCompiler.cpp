@@ -103,6 +103,11 @@ CompiledShader compileShader(const std::string& hlsl, std::uint32_t packedSource
     if (module.words.empty()) {
         return shader;
     }
+    if (!samplersFitCalls(module.words)) {
+        shader.error = {0,
+                        "a sampler2D is given to a function that takes a sampler3D, or the other way round"};
+        return shader;
+    }
     std::string problem;
     if (!runPasses(module, problem) || !validate(module.words, problem) ||
         !needsOnlyCore(module.words, problem)) {
@@ -110,6 +115,7 @@ CompiledShader compileShader(const std::string& hlsl, std::uint32_t packedSource
         return shader;
     }
     shader.bindings = samplerBindings(module.words);
+    shader.constants = specializationConstants(module.words);
     shader.minglesPixels = minglesPixels(module.words);
     if (packedSourceBits != 0) {
         for (const std::uint32_t binding : shader.bindings) {

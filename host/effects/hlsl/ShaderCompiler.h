@@ -20,6 +20,7 @@ struct CompiledShader
     std::vector<std::uint32_t> bindings;   ///< of the samplers and buffers that it reads, ascending
     std::vector<std::uint32_t> texelBytes; ///< with packed texels: see CompiledEffect::PackedShader
     std::vector<std::uint32_t> rows;       ///< the same
+    std::vector<std::uint32_t> constants;  ///< numbers of its specialization constants
     bool minglesPixels = false;            ///< it discards pixels or compares neighbours
     std::optional<Message> error;          ///< the first; the compiler's further messages mislead
 };

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 namespace Qx::Host::Effects {
 
@@ -31,6 +32,31 @@ bool needsOnlyCore(const Spirv::Words& spirv, std::string& problem)
            problem.empty();
 }
 
+bool samplersFitCalls(const Spirv::Words& spirv)
+{
+    std::map<std::uint32_t, std::uint32_t> pointees; // of types of pointers to samplers
+    std::map<std::uint32_t, std::uint32_t> types;    // of variables, parameters and what is loaded
+    std::set<std::uint32_t> samplers;                // their types
+    bool fit = true;
+    Spirv::forEach(spirv, [&](const Spirv::Instruction& instruction) {
+        const spv::Op op = instruction.op();
+        if (op == spv::OpTypeSampledImage) {
+            samplers.insert(instruction[1]);
+        } else if (op == spv::OpTypePointer && samplers.count(instruction[3]) != 0) {
+            pointees[instruction[1]] = instruction[3];
+        } else if (op == spv::OpVariable || op == spv::OpFunctionParameter || op == spv::OpLoad) {
+            types[instruction[2]] = instruction[1];
+        } else if (op == spv::OpStore) { // a call stores its arguments to variables
+            const auto variable = types.find(instruction[1]);
+            const auto value = types.find(instruction[2]);
+            const auto pointee = variable == types.end() ? pointees.end() : pointees.find(variable->second);
+            fit = fit &&
+                  (pointee == pointees.end() || value == types.end() || value->second == pointee->second);
+        }
+    });
+    return fit;
+}
+
 bool minglesPixels(const Spirv::Words& spirv)
 {
     bool mingles = false;
@@ -40,6 +66,17 @@ bool minglesPixels(const Spirv::Words& spirv)
                   op == spv::OpDemoteToHelperInvocation || (op >= spv::OpDPdx && op <= spv::OpFwidthCoarse);
     });
     return mingles;
+}
+
+std::vector<std::uint32_t> specializationConstants(const Spirv::Words& spirv)
+{
+    std::vector<std::uint32_t> numbers;
+    Spirv::forEach(spirv, [&](const Spirv::Instruction& instruction) {
+        if (instruction.op() == spv::OpDecorate && instruction[2] == spv::DecorationSpecId) {
+            numbers.push_back(instruction[3]);
+        }
+    });
+    return numbers;
 }
 
 std::vector<std::uint32_t> samplerBindings(const Spirv::Words& spirv)

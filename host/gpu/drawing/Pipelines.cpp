@@ -74,6 +74,13 @@ struct FixedState
     FixedState& operator=(const FixedState&) = delete;
 };
 
+/// The place in targetFormats; their number if it is none of them.
+std::size_t indexOf(VkFormat format)
+{
+    return static_cast<std::size_t>(std::find(targetFormats.begin(), targetFormats.end(), format) -
+                                    targetFormats.begin());
+}
+
 } // namespace
 
 VkResult createPipeline(Device& device, VkShaderModule vertex, VkShaderModule fragment,
@@ -109,10 +116,8 @@ VkResult createPipeline(Device& device, VkShaderModule vertex, VkShaderModule fr
 
 VkPipeline pipelineFor(const FormatPipelines& pipelines, VkFormat format)
 {
-    const auto found = std::find(targetFormats.begin(), targetFormats.end(), format);
-    return found == targetFormats.end()
-               ? nullptr
-               : pipelines.at(static_cast<std::size_t>(found - targetFormats.begin()));
+    const std::size_t index = indexOf(format);
+    return index < pipelines.size() ? pipelines.at(index) : nullptr;
 }
 
 VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv, VkShaderModule& module)
@@ -125,14 +130,14 @@ VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv
 }
 
 VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout,
-                         FormatPipelines& pipelines)
+                         FormatPipelines& pipelines, std::span<const VkFormat> formats)
 {
     VkShaderModule vertex = nullptr;
     VkResult result = createShaderModule(device, triangleVertexShader, vertex);
-    for (std::size_t i = 0; i < targetFormats.size() && result == VK_SUCCESS; ++i) {
-        if (device.physical().canDrawInto(targetFormats.at(i))) {
-            result = createPipeline(device, vertex, fragment, layout, Blending::Replace, targetFormats.at(i),
-                                    pipelines.at(i));
+    for (const VkFormat format : formats) {
+        if (result == VK_SUCCESS && device.physical().canDrawInto(format)) {
+            result = createPipeline(device, vertex, fragment, layout, Blending::Replace, format,
+                                    pipelines.at(indexOf(format)));
         }
     }
     vkDestroyShaderModule(device.handle(), vertex, nullptr);

@@ -8,10 +8,14 @@
 namespace Qx::Host::Vulkan {
 
 /// The target formats for which pipelines are created.
-constexpr std::array<VkFormat, 3> targetFormats{VK_FORMAT_R8G8B8A8_UNORM, VK_FORMAT_R16G16B16A16_UNORM,
-                                                VK_FORMAT_A2R10G10B10_UNORM_PACK32};
+constexpr std::array<VkFormat, 4> targetFormats{VK_FORMAT_R8G8B8A8_UNORM, VK_FORMAT_R16G16B16A16_UNORM,
+                                                VK_FORMAT_A2R10G10B10_UNORM_PACK32,
+                                                VK_FORMAT_R16G16B16A16_SFLOAT};
 
-/// A pipeline for each of targetFormats; null if the device cannot draw into the format.
+/// Those that callers' targets have; the others are of textures that an effect draws into.
+constexpr std::span<const VkFormat> callersFormats = std::span(targetFormats).first<3>();
+
+/// A pipeline for each of targetFormats; null if it was not created.
 using FormatPipelines = std::array<VkPipeline, targetFormats.size()>;
 
 VkPipeline pipelineFor(const FormatPipelines& pipelines, VkFormat format);
@@ -25,10 +29,11 @@ enum class Blending
 
 VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv, VkShaderModule& module);
 
-/// Creates the pipelines of a fragment shader that replace what a triangle over the whole target covers.
-/// Specialization constant 0 is set for targets with rotated components.
+/// Creates the pipelines of a fragment shader that replace what a triangle over the whole target covers, for
+/// those of `formats`, each one of targetFormats, that the device can draw into. Specialization constant 0 is
+/// set for targets with rotated components.
 VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout,
-                         FormatPipelines& pipelines);
+                         FormatPipelines& pipelines, std::span<const VkFormat> formats = callersFormats);
 void destroyPipelines(Device& device, FormatPipelines& pipelines);
 
 /// Creates one pipeline, for targets of that format.

@@ -313,7 +313,7 @@ bool PrimitivesRenderer::recordImage(const ImageDraw& d, const VkRect2D& pixels,
 bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage& original)
 {
     auto* effect = dynamic_cast<ShaderEffect*>(d.effect.get());
-    if (effect == nullptr || effect->textures().size() < 1 + d.furtherImages.size()) {
+    if (effect == nullptr || effect->compiled().textures.size() < 1 + d.furtherImages.size()) {
         return false;
     }
     const RectangleOf<float> destination = rowsWithLines(d, original);
@@ -341,7 +341,8 @@ bool PrimitivesRenderer::drawThroughEffect(const ImageDescriptionEx& d, GPUImage
     }
     Qx::Vector<iShaderEffect::Source> sources;
     for (std::size_t i = 0; i <= d.furtherImages.size(); ++i) {
-        sources.emplace_back(effect->textures()[i].name.c_str(), i == 0 ? image : d.furtherImages[i - 1]);
+        sources.emplace_back(effect->compiled().textures[i].name.c_str(),
+                             i == 0 ? image : d.furtherImages[i - 1]);
         sources.back().texCoords = coordinates;
     }
     if (!d.blend) {

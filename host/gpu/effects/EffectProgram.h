@@ -11,14 +11,27 @@
 
 namespace Qx::Host::Vulkan {
 
-/// A technique on the device.
-struct TechniqueProgram
+/// The format of a texture that passes draw into; undefined if it is that of the caller's target.
+VkFormat ownFormat(const Device& device, CompiledEffect::TargetFormat format);
+
+/// Consecutive passes of a technique that draw into one target, on the device.
+struct StageProgram
 {
+    std::uint32_t target = CompiledEffect::Pass::callersTarget; ///< as CompiledEffect::Pass::target
+    std::size_t firstPass = 0;
     std::unique_ptr<TechniqueDrawing> usual;
     std::vector<std::unique_ptr<TechniqueDrawing>> faster; ///< by the device's DrawingPath
 
+    bool drawsForCaller() const { return target == CompiledEffect::Pass::callersTarget; }
+
     /// The fastest drawing that is right for that draw.
     TechniqueDrawing& drawingFor(const Draw& draw) const;
+};
+
+/// A technique on the device. The last stage draws for the caller.
+struct TechniqueProgram
+{
+    std::vector<StageProgram> stages;
 };
 
 /// A pass that the device refuses.
@@ -66,6 +79,7 @@ private:
     {
     }
     bool createTechnique(std::size_t index, PassRefusal& refusal);
+    StageProgram& stageFor(TechniqueProgram& program, std::uint32_t target, std::size_t pass) const;
     bool createPipelines(std::size_t technique, std::size_t pass);
 
     const std::shared_ptr<Context> context_;

@@ -50,7 +50,7 @@ bool Prewarm::prepare(iGPUImage::eFormat format, iGPUImage::eFormat sourceFormat
 
 bool Prewarm::hasForm(std::size_t technique, Form form) const
 {
-    const auto& faster = program_->technique(technique).faster;
+    const auto& faster = program_->technique(technique).stages.front().faster;
     return std::any_of(faster.begin(), faster.end(), [form](const auto& drawing) {
         return form == Form::Part || (form == Form::MixedDepths && drawing->mixesDepths());
     });
@@ -59,18 +59,19 @@ bool Prewarm::hasForm(std::size_t technique, Form form) const
 Qx::Vector<iShaderEffect::Source> Prewarm::sourcesOf(std::size_t technique)
 {
     const CompiledEffect& effect = program_->effect();
-    const TechniqueDrawing& drawing = *program_->technique(technique).usual;
     Qx::Vector<iShaderEffect::Source> sources;
-    for (std::size_t p = 0; p < drawing.passCount(); ++p) {
-        const ShaderProgram& pass = drawing.program(p);
-        for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
-            const bool isTable = pass.dimensions[i] == 3;
-            if (isTable && !table_) {
-                table_ = blackTable(program_->context());
+    for (const StageProgram& stage : program_->technique(technique).stages) {
+        for (std::size_t p = 0; p < stage.usual->passCount(); ++p) {
+            const ShaderProgram& pass = stage.usual->program(p);
+            for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
+                const bool isTable = pass.dimensions[i] == 3;
+                if (isTable && !table_) {
+                    table_ = blackTable(program_->context());
+                }
+                const std::string& name = effect.textures[effect.samplers[pass.bindings[i]].texture].name;
+                sources.emplace_back(name.c_str(), isTable ? Qx::Ptr<iGPUResource>(table_)
+                                                           : Qx::Ptr<iGPUResource>(picture_));
             }
-            const std::string& name = effect.textures[effect.samplers[pass.bindings[i]].texture].name;
-            sources.emplace_back(name.c_str(),
-                                 isTable ? Qx::Ptr<iGPUResource>(table_) : Qx::Ptr<iGPUResource>(picture_));
         }
     }
     return sources;

@@ -1,10 +1,13 @@
 #include "host/gpu/effects/ShaderEffect.h"
 
+#include "host/effects/TextureSources.h"
 #include "host/effects/framework/ParameterRange.h"
 #include "host/gpu/GPUService.h"
 #include "host/gpu/drawing/Areas.h"
 
 #include <algorithm>
+#include <map>
+#include <memory>
 #include <span>
 
 namespace Qx::Host::Vulkan {
@@ -48,6 +51,62 @@ std::string obstacle(const Draw& draw, const TechniqueDrawing& drawing)
     return {};
 }
 
+RectangleOf<float> wholeOf(const TextureKey& key)
+{
+    return {0.0F, 0.0F, static_cast<float>(key.width), static_cast<float>(key.height)};
+}
+
+/// The textures that the passes of one draw draw into and later ones read. They come from the pool and go
+/// back to it.
+class StageTargets
+{
+public:
+    /// Returns false if memory is exhausted.
+    bool make(Context& context, const CompiledEffect& effect, const std::vector<StageProgram>& stages,
+              const TextureKey& callers)
+    {
+        for (const StageProgram& stage : stages) {
+            if (stage.drawsForCaller() || pictures_.count(stage.target) != 0) {
+                continue;
+            }
+            Pooled<Texture> texture =
+                acquireTexture(context, keyOf(context, effect.textures[stage.target], callers));
+            if (!texture) {
+                return false;
+            }
+            pictures_.emplace(stage.target, std::make_unique<Picture>(std::move(texture)));
+        }
+        return true;
+    }
+
+    void bind(std::span<Picture*> textures) const
+    {
+        for (const auto& [index, picture] : pictures_) {
+            textures[index] = picture.get();
+        }
+    }
+
+private:
+    static TextureKey keyOf(Context& context, const CompiledEffect::Texture& texture,
+                            const TextureKey& callers)
+    {
+        const std::uint32_t most = context.device().limits().maxImageDimension2D;
+        const auto side = [most](std::uint32_t texels, std::uint32_t of, std::uint32_t ratio) {
+            constexpr std::uint64_t whole = CompiledEffect::TargetSize::whole;
+            const std::uint64_t wanted =
+                texels != 0 ? texels : (std::uint64_t{of} * ratio + whole / 2) / whole;
+            return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(wanted, 1, most));
+        };
+        const CompiledEffect::TargetSize& size = texture.targetSize;
+        const VkFormat own = ownFormat(context.device(), texture.targetFormat);
+        return {own == VK_FORMAT_UNDEFINED ? callers.format : own,
+                side(size.width, callers.width, size.ratioX), side(size.height, callers.height, size.ratioY),
+                0};
+    }
+
+    std::map<std::uint32_t, std::unique_ptr<Picture>> pictures_; ///< by the effect's texture
+};
+
 } // namespace
 
 bool NumberParameter::setValue(float value)
@@ -68,7 +127,7 @@ std::size_t NumberParameter::getComponentCount() const
 ShaderEffect::ShaderEffect(std::shared_ptr<EffectProgram> program)
     : state_(std::make_shared<EffectState>(std::move(program)))
 {
-    for (const Parameter& parameter : parameters()) {
+    for (const Parameter& parameter : compiled().parameters) {
         parameters_.push_back(Qx::makePtr<NumberParameter>(state_, parameter));
     }
 }
@@ -96,11 +155,11 @@ Qx::Ptr<iShaderParam> ShaderEffect::getParam(const char* name)
             return {};
         }
         for (std::size_t i = 0; i < parameters_.size(); ++i) {
-            if (parameters()[i].name == name) {
+            if (compiled().parameters[i].name == name) {
                 return parameters_[i];
             }
         }
-        if (textureIndex(state_->effect(), name) < textures().size()) {
+        if (textureIndex(compiled(), name) < compiled().textures.size()) {
             return Qx::makePtr<TextureParameter>();
         }
         return {};
@@ -113,23 +172,6 @@ bool ShaderEffect::fail(const std::string& reason)
         report("GPU: an effect cannot be drawn: " + reason);
     }
     return false;
-}
-
-std::vector<std::string> ShaderEffect::texturesRead(std::string_view technique) const
-{
-    const CompiledEffect& effect = state_->effect();
-    std::vector<std::string> names;
-    for (const CompiledEffect::Technique& each : effect.techniques) {
-        for (const CompiledEffect::Pass& pass : each.passes) {
-            for (const std::uint32_t sampler : pass.samplers) {
-                const std::string& name = effect.textures[effect.samplers[sampler].texture].name;
-                if (each.name == technique && std::find(names.begin(), names.end(), name) == names.end()) {
-                    names.push_back(name);
-                }
-            }
-        }
-    }
-    return names;
 }
 
 bool ShaderEffect::render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources)
@@ -159,38 +201,72 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     DrawMemory memory;
     auto uniforms = memory.list<std::byte>(state_->uniformBytes());
     const std::size_t technique = state_->snapshot(uniforms);
-    const TechniqueProgram& program = state_->program().technique(technique);
-    auto textures = memory.list<Picture*>(effect.textures.size());
-    bindSources(context, effect, sources, textures);
-    const Draw draw{effect,   textures, target.picture(), pixelsInside(area, target.picture().key),
-                    uniforms, memory};
     const auto because = [&](const std::string& reason) {
         return fail("technique \"" + effect.techniques[technique].name + "\": " + reason);
     };
-    if (const std::string reason = obstacle(draw, *program.usual); !reason.empty()) {
-        return because(reason);
+    const std::vector<StageProgram>& stages = state_->program().technique(technique).stages;
+    auto textures = memory.list<Picture*>(effect.textures.size());
+    bindSources(context, effect, sources, textures);
+    StageTargets targets;
+    if (!targets.make(context, effect, stages, target.picture().key)) {
+        return because("there is not enough memory for the textures that its passes draw into");
     }
-    if (isEmpty(draw.pixels) || program.usual->passCount() == 0) {
-        return true;
+    targets.bind(textures);
+    const auto drawOf = [&](const StageProgram& stage, const RectangleOf<float>& part) {
+        Picture& picture = stage.drawsForCaller() ? target.picture() : *textures[stage.target];
+        const bool isFirst = std::none_of(
+            stages.data(), &stage, [&](const StageProgram& before) { return before.target == stage.target; });
+        return Draw{effect,
+                    textures,
+                    picture,
+                    pixelsInside(part, picture.key),
+                    uniforms,
+                    memory,
+                    isFirst && !stage.drawsForCaller()};
+    };
+    const auto areaOf = [&](const StageProgram& stage) {
+        return stage.drawsForCaller() ? area : wholeOf(textures[stage.target]->key);
+    };
+    for (const StageProgram& stage : stages) {
+        const Draw draw = drawOf(stage, areaOf(stage));
+        if (const std::string reason = obstacle(draw, *stage.usual); !reason.empty()) {
+            return because(reason);
+        }
+        if (!isEmpty(draw.pixels) && !stage.drawingFor(draw).createPipelines()) {
+            return because("its pipelines cannot be created");
+        }
     }
-    fillUniforms(draw, area, sources);
-    TechniqueDrawing& drawing = program.drawingFor(draw);
-    if (!drawing.createPipelines()) {
-        return because("its pipelines cannot be created");
+    for (const StageProgram& stage : stages) {
+        const Draw draw = drawOf(stage, areaOf(stage));
+        if (isEmpty(draw.pixels)) {
+            continue;
+        }
+        // A texture that passes draw into stands for the whole input, whatever part the caller draws.
+        fillUniforms(draw, areaOf(stage), stage.drawsForCaller() ? sources : Qx::Vector<Source>());
+        const TechniqueDrawing& drawing = stage.drawingFor(draw);
+        if (context.recorder().record(draw.target.key.bytes(), Recorder::Submit::WhenDue,
+                                      [&](Batch& batch) { return drawing.record(batch, draw); }) == 0) {
+            return false;
+        }
     }
-    return context.recorder().record(target.picture().key.bytes(), Recorder::Submit::WhenDue,
-                                     [&](Batch& batch) { return drawing.record(batch, draw); }) != 0;
+    return true;
 }
 
 } // namespace Qx::Host::Vulkan
 
 namespace Qx::Host {
 
+const CompiledEffect* compiledEffect(const iShaderEffect& effect)
+{
+    const auto* ours = dynamic_cast<const Vulkan::ShaderEffect*>(&effect);
+    return ours != nullptr ? &ours->compiled() : nullptr;
+}
+
 std::vector<std::string> settableParameters(const iShaderEffect& effect)
 {
     std::vector<std::string> names;
-    if (const auto* ours = dynamic_cast<const Vulkan::ShaderEffect*>(&effect)) {
-        for (const CompiledEffect::Parameter& parameter : ours->parameters()) {
+    if (const CompiledEffect* compiled = compiledEffect(effect)) {
+        for (const CompiledEffect::Parameter& parameter : compiled->parameters) {
             if (parameter.semantic == CompiledEffect::Semantic::None) {
                 names.push_back(parameter.name);
             }
@@ -201,8 +277,8 @@ std::vector<std::string> settableParameters(const iShaderEffect& effect)
 
 ParameterRange rangeOf(const iShaderEffect& effect, std::string_view parameter)
 {
-    if (const auto* ours = dynamic_cast<const Vulkan::ShaderEffect*>(&effect)) {
-        for (const CompiledEffect::Parameter& each : ours->parameters()) {
+    if (const CompiledEffect* compiled = compiledEffect(effect)) {
+        for (const CompiledEffect::Parameter& each : compiled->parameters) {
             if (each.name == parameter) {
                 return rangeOf(each);
             }
@@ -213,8 +289,15 @@ ParameterRange rangeOf(const iShaderEffect& effect, std::string_view parameter)
 
 std::vector<std::string> texturesRead(const iShaderEffect& effect, std::string_view technique)
 {
-    const auto* ours = dynamic_cast<const Vulkan::ShaderEffect*>(&effect);
-    return ours != nullptr ? ours->texturesRead(technique) : std::vector<std::string>();
+    std::vector<std::string> names;
+    if (const CompiledEffect* compiled = compiledEffect(effect)) {
+        if (const CompiledEffect::Technique* named = techniqueNamed(*compiled, technique)) {
+            for (const std::size_t texture : texturesRead(*compiled, *named)) {
+                names.push_back(compiled->textures[texture].name);
+            }
+        }
+    }
+    return names;
 }
 
 } // namespace Qx::Host

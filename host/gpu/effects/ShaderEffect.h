@@ -48,12 +48,7 @@ public:
     /// Draws the current technique over a rectangle of the target, given in pixels.
     bool draw(GPUImage& target, const RectangleOf<float>& area, const Qx::Vector<Source>& sources);
 
-    /// The effect's textures and parameters, in the file's order.
-    const std::vector<CompiledEffect::Texture>& textures() const { return state_->effect().textures; }
-    const std::vector<CompiledEffect::Parameter>& parameters() const { return state_->effect().parameters; }
-
-    /// The names of the textures that a technique's passes read, each once.
-    std::vector<std::string> texturesRead(std::string_view technique) const;
+    const CompiledEffect& compiled() const { return state_->effect(); }
 
 private:
     bool fail(const std::string& reason);

@@ -86,7 +86,7 @@ bool TechniqueDrawing::createMissing(std::size_t index)
 VkResult TechniqueDrawing::createPipelines(std::size_t pass, VkShaderModule fragment,
                                            FormatPipelines& pipelines) const
 {
-    return Vulkan::createPipelines(context_.device(), fragment, program(pass).layout, pipelines);
+    return Vulkan::createPipelines(context_.device(), fragment, program(pass).layout, pipelines, formats_);
 }
 
 bool TechniqueDrawing::record(Batch& batch, const Draw& draw) const
@@ -102,7 +102,7 @@ bool TechniqueDrawing::record(Batch& batch, const Draw& draw) const
             return false;
         }
     }
-    const bool replacesAll = draw.coversTarget() && !passes_.front().program.discards;
+    const bool replacesAll = draw.coversTarget() && (draw.clears || !passes_.front().program.discards);
     Texture* const target = draw.target.forWriting(batch, replacesAll);
     if (target == nullptr) {
         return false;
@@ -172,7 +172,9 @@ void TechniqueDrawing::begin(VkCommandBuffer commands, const Texture& target, co
                              bool replacesAll) const
 {
     beginDrawing(commands, target, draw.pixels,
-                 replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
+                 !replacesAll  ? VK_ATTACHMENT_LOAD_OP_LOAD
+                 : draw.clears ? VK_ATTACHMENT_LOAD_OP_CLEAR
+                               : VK_ATTACHMENT_LOAD_OP_DONT_CARE);
 }
 
 } // namespace Qx::Host::Vulkan

@@ -40,6 +40,7 @@ struct Draw
     VkRect2D pixels; ///< of the target
     std::span<std::byte> uniforms;
     DrawMemory& memory;
+    bool clears = false; ///< what the passes leave uncovered becomes 0
 
     bool coversTarget() const;
 
@@ -60,15 +61,20 @@ struct Draw
 /// The index of a texture of that name; the number of textures if the effect has none.
 std::size_t textureIndex(const CompiledEffect& effect, std::string_view name);
 
-/// One way to draw a technique on the device: its shaders and pipelines, and how they are recorded.
+/// One way to draw a technique, or those of its passes that draw into one target, on the device: its shaders
+/// and pipelines, and how they are recorded.
 ///
 /// As it stands it is the usual way, one fragment a texel, which draws everything. A DrawingPath derives its
 /// own, which draw what canDraw() says.
 class TechniqueDrawing
 {
 public:
-    /// Both must outlive every call but destroy().
-    TechniqueDrawing(Context& context, const CompiledEffect& effect) : context_(context), effect_(effect) {}
+    /// The first two must outlive every call but destroy(). `formats` are those of its targets.
+    TechniqueDrawing(Context& context, const CompiledEffect& effect,
+                     std::span<const VkFormat> formats = callersFormats)
+        : context_(context), effect_(effect), formats_(formats)
+    {
+    }
     virtual ~TechniqueDrawing() = default;
     TechniqueDrawing(const TechniqueDrawing&) = delete;
     TechniqueDrawing& operator=(const TechniqueDrawing&) = delete;
@@ -131,6 +137,7 @@ private:
 
     Context& context_;
     const CompiledEffect& effect_;
+    const std::span<const VkFormat> formats_; ///< of static lifetime
     std::deque<Pass> passes_;
     std::mutex creating_; // held while pipelines are created
 };

@@ -224,6 +224,7 @@ std::uint32_t bytesPerTexel(VkFormat format)
 {
     switch (format) {
     case VK_FORMAT_R16G16B16A16_UNORM:
+    case VK_FORMAT_R16G16B16A16_SFLOAT:
         return 8;
     case VK_FORMAT_R32G32B32A32_SFLOAT:
         return 16;

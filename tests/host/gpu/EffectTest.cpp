@@ -439,6 +439,94 @@ TEST_F(EffectTest, AThousandDrawsInARowRecordAndFinish)
     EXPECT_EQ(download(target), bytes);
 }
 
+namespace {
+
+/// Copies the picture by way of a texture that a pass draws into.
+const char* const wayRoundEffect = R"(
+texture Input;
+texture Between;
+sampler InputSampler = sampler_state { Texture = <Input>; };
+sampler BetweenSampler = sampler_state { Texture = <Between>; };
+float4 read(float2 uv : TEXCOORD0, uniform sampler from) : COLOR0 { return tex2D(from, uv); }
+technique WayRound
+{
+    pass There < string Target = "Between"; > { PixelShader = compile ps_3_0 read(InputSampler); }
+    pass Back { PixelShader = compile ps_3_0 read(BetweenSampler); }
+}
+)";
+
+} // namespace
+
+TEST_F(EffectTest, TexturesThatPassesDrawIntoComeFromThePool)
+{
+    const Qx::Ptr<iShaderEffect> wayRound = effect(wayRoundEffect);
+    ASSERT_TRUE(wayRound);
+    for (const iGPUImage::eFormat format : {iGPUImage::eARGB8, iGPUImage::eARGB16, iGPUImage::eARGB10}) {
+        const XY<int> size{123, 45};
+        const Bytes bytes = noise(bytesOf(size, format));
+        const Qx::Ptr<iGPUImage> source = upload(size, format, bytes);
+        const Qx::Ptr<iGPUImage> target = gpu().createGPUImage(size, format);
+        ASSERT_TRUE(wayRound->render(target, sources({{"Input", source}})));
+        EXPECT_EQ(download(target), bytes) << "format " << format;
+        const Host::GPUStatistics before = gpu().statistics();
+        for (int i = 0; i < 5; ++i) {
+            ASSERT_TRUE(wayRound->render(target, sources({{"Input", source}})));
+            ASSERT_EQ(download(target), bytes);
+        }
+        EXPECT_EQ(gpu().statistics().imagesCreated, before.imagesCreated);
+        EXPECT_EQ(gpu().statistics().liveImageBytes, before.liveImageBytes);
+        EXPECT_EQ(gpu().statistics().draws, before.draws + 10);
+    }
+}
+
+TEST_F(EffectTest, TexturesThatPassesDrawIntoStandForTheWholeInputOfADrawOverAPart)
+{
+    const Qx::Ptr<iShaderEffect> wayRound = effect(wayRoundEffect);
+    ASSERT_TRUE(wayRound);
+    const XY<int> size{8, 6};
+    const Bytes bytes = noise(bytesOf(size, iGPUImage::eARGB8));
+    ImageDescriptionEx d;
+    d.image = upload(size, iGPUImage::eARGB8, bytes);
+    d.source = {4.0F, 2.0F, 8.0F, 6.0F};
+    d.destination = {1.0F, 1.0F, 5.0F, 5.0F};
+    d.blend = false;
+    d.effect = wayRound;
+    const Qx::Ptr<iGPUImage> target = upload(size, iGPUImage::eARGB8, Bytes(bytes.size(), 7));
+    ASSERT_TRUE(target->getPrimitivesRenderer(1)->draw(d, 1));
+    const Bytes result = download(target);
+    for (int y = 0; y < size.y; ++y) {
+        for (int x = 0; x < size.x; ++x) {
+            const bool inside = x >= 1 && x < 5 && y >= 1 && y < 5;
+            for (int c = 0; c < 4; ++c) {
+                EXPECT_EQ(at(result, size, x, y, c), inside ? at(bytes, size, x + 3, y + 1, c) : 7)
+                    << x << "," << y;
+            }
+        }
+    }
+}
+
+TEST_F(EffectTest, WithoutMemoryForATextureThatAPassDrawsIntoNothingIsDrawn)
+{
+    std::string large = wayRoundEffect;
+    large.replace(large.find("Between;"), 8, "Between < float2 Dimensions = { 1024, 1024 }; >;");
+    const Qx::Ptr<iShaderEffect> wayRound = effect(large);
+    ASSERT_TRUE(wayRound);
+    const XY<int> size{4, 4};
+    const Bytes bytes = noise(bytesOf(size, iGPUImage::eARGB8));
+    const Qx::Ptr<iGPUImage> source = upload(size, iGPUImage::eARGB8, bytes);
+    const Qx::Ptr<iGPUImage> target = upload(size, iGPUImage::eARGB8, Bytes(bytes.size(), 7));
+    gpu().trim();
+    takeLog();
+    gpu().failAllocations(0, 2);
+    EXPECT_FALSE(wayRound->render(target, sources({{"Input", source}})));
+    EXPECT_NE(takeLog().find("not enough memory for the textures that its passes draw into"),
+              std::string::npos);
+    EXPECT_EQ(download(target), Bytes(bytes.size(), 7));
+    gpu().failAllocations(0, 0);
+    EXPECT_TRUE(wayRound->render(target, sources({{"Input", source}})));
+    EXPECT_EQ(download(target), bytes);
+}
+
 TEST_F(EffectTest, AFileThatDoesNotCompileGivesMessagesAndNoEffect)
 {
     const EffectCompileResult result = gpu().compileEffectFile(L"/no/such/effect.fx", {});

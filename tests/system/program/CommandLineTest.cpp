@@ -263,6 +263,14 @@ TEST_F(CommandLine, effect_options_need_an_effect_and_make_sense)
     expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain=nan"}, {"\"nan\""});
     expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--technique", "A", "--technique", "B"},
                      {"e.fx", "two techniques"});
+    expectUsageError({"convert", "a", "b", "--texture", "Noise=n.png"},
+                     {"--texture Noise=n.png", "before any --effect"});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--texture", "Noise"},
+                     {"--texture Noise", "NAME=FILE"});
+    expectUsageError({"convert", "a", "b", "--lut", "l.cube", "--texture", "Noise=n.png"},
+                     {"belongs to an --effect", "follows --lut l.cube"});
+    expectUsageError({"effects", "watch", "e.fx", "--texture", "Noise=n.png"},
+                     {"--technique, --set and --texture apply to a picture"});
 }
 
 TEST_F(CommandLine, closed_standard_output_is_a_failure_to_write)

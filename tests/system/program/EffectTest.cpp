@@ -178,11 +178,11 @@ TEST_F(Effects, a_broken_effect_is_refused_with_the_place)
 
 TEST_F(Effects, one_that_wants_a_second_picture_is_refused)
 {
-    write("two.fx", "texture Other;\nsampler S = sampler_state { Texture = <Other>; };\n"
+    write("two.fx", "texture Input; texture Other;\nsampler S = sampler_state { Texture = <Other>; };\n"
                     "float4 f(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(S, uv); }\n"
                     "technique T { pass P { PixelShader = compile ps_3_0 f(); } }\n");
-    expectFailure({"--effect", "two.fx"},
-                  {"two.fx", "reads the texture \"Other\"", "cannot supply", "Input"});
+    expectFailure({"--effect", "two.fx"}, {"two.fx: technique \"T\" reads the texture \"Other\", which "
+                                           "nothing gives a picture; add --texture Other=FILE"});
 }
 
 TEST_F(Effects, messages_cannot_steer_the_terminal)
@@ -269,7 +269,7 @@ TEST_F(Effects, checking_and_listing_say_what_a_conversion_cannot_draw)
     EXPECT_EQ(checked.exitCode, 0) << checked.err;
     EXPECT_NE(checked.out.find(
                   "mix.fx: ok, 2 techniques\nmix.fx: 'qxhost convert' cannot draw \"Two\", which reads "
-                  "the texture \"Other\" that it does not supply\n"),
+                  "the texture \"Other\", which nothing gives a picture; add --texture Other=FILE\n"),
               std::string::npos)
         << checked.out;
     for (const auto& listed : nlohmann::json::parse(qxhost({"effects", "list", "--json"}).out)) {
@@ -306,8 +306,8 @@ TEST_F(Effects, describing_shows_what_an_effect_has)
                          "on         bool[2]   true, false\n"
                          "size       float2    (size of the target)\n"
                          "\n"
-                         "TEXTURE  LABEL\n"
-                         "Input    Picture\n"
+                         "TEXTURE  GIVEN        LABEL\n"
+                         "Input    the picture  Picture\n"
                          "\n"
                          "SAMPLER  TEXTURE  FILTER  ADDRESS\n"
                          "S        Input    Linear  Clamp, Wrap\n");
@@ -363,6 +363,252 @@ TEST_F(Effects, checking_takes_names_of_the_catalogue_too)
     EXPECT_NE(outcome.out.find("cc3.fx: ok"), std::string::npos) << outcome.out;
     write("cc3.fx", "nonsense");
     EXPECT_EQ(qxhost({"effects", "check", "cc3.fx"}).exitCode, 1) << "a file goes before the catalogue";
+}
+
+/// Effects that other programs were written for, over three frames of a second's tenth each: greys of 40, 80
+/// and 120.
+class ForeignEffects : public ProgramTest
+{
+protected:
+    static constexpr int width = 8;
+    static constexpr int height = 4;
+
+    void SetUp() override
+    {
+        ProgramTest::SetUp();
+        ffmpeg({"-f", "lavfi", "-i",
+                "color=black:size=8x4:rate=10,format=rgb24,geq=r=40*(N+1):g=40*(N+1):b=40*(N+1)", "-frames:v",
+                "3", "-c:v", "ffv1", "clip.mkv"});
+    }
+
+    /// Textures, each with a sampler called s and the texture's name, and a technique that returns a colour.
+    void effect(const std::string& file, const std::vector<std::string>& textures, const std::string& more,
+                const std::string& colour) const
+    {
+        std::string text = more;
+        for (const std::string& texture : textures) {
+            const std::string name = texture.substr(0, texture.find_first_of(" :<"));
+            text += "texture " + texture + ";\nsampler s" + name + " = sampler_state { Texture = <" + name +
+                    ">; };\n";
+        }
+        write(file, text + "float4 f(float2 uv : TEXCOORD0) : COLOR0 { return " + colour +
+                        "; }\ntechnique T { pass { PixelShader = compile ps_3_0 f(); } }\n");
+    }
+
+    void picture(const std::string& file, const std::string& colour, const std::string& size = "8x4") const
+    {
+        ffmpeg({"-f", "lavfi", "-i", "color=" + colour + ":size=" + size + ",format=rgb24", "-frames:v", "1",
+                file});
+    }
+
+    /// The first pixel of each frame that comes out, all of whose pixels must be alike.
+    std::vector<std::vector<int>> through(std::vector<std::string> options) const
+    {
+        options.insert(options.begin(), {"convert", "clip.mkv", "out.mkv", "--force", "--effect"});
+        const Outcome outcome = qxhost(options);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        const Bytes bytes = decoded("out.mkv", "rgb24");
+        std::vector<std::vector<int>> frames;
+        constexpr std::size_t frame = std::size_t{3} * width * height;
+        for (std::size_t at = 0; at + frame <= bytes.size(); at += frame) {
+            frames.push_back({bytes[at], bytes[at + 1], bytes[at + 2]});
+            for (std::size_t i = 0; i < frame; ++i) {
+                EXPECT_EQ(bytes[at + i], frames.back()[i % 3]);
+            }
+        }
+        return frames;
+    }
+
+    void expectRefusal(const std::vector<std::string>& options, const std::string& message) const
+    {
+        std::vector<std::string> line{"convert", "clip.mkv", "no.mkv", "--effect"};
+        line.insert(line.end(), options.begin(), options.end());
+        const Outcome outcome = qxhost(line);
+        EXPECT_EQ(outcome.exitCode, 6);
+        EXPECT_NE(outcome.err.find("qxhost: " + message), std::string::npos) << outcome.err;
+        EXPECT_FALSE(fs::exists(at("no.mkv")));
+    }
+
+    using Frames = std::vector<std::vector<int>>;
+};
+
+TEST_F(ForeignEffects, the_picture_goes_to_the_only_texture_whatever_its_name)
+{
+    effect("one.fx", {"Scene"}, "", "1 - tex2D(sScene, uv)");
+    EXPECT_EQ(through({"one.fx"}), (Frames{{215, 215, 215}, {175, 175, 175}, {135, 135, 135}}));
+    const Outcome shown = qxhost({"effects", "describe", "one.fx"});
+    EXPECT_NE(shown.out.find("TEXTURE  GIVEN        LABEL\nScene    the picture\n"), std::string::npos)
+        << shown.out;
+    EXPECT_EQ(nlohmann::json::parse(
+                  qxhost({"effects", "describe", "one.fx", "--json"}).out)["techniques"][0]["picture"],
+              "Scene");
+    EXPECT_EQ(qxhost({"effects", "check", "one.fx"}).out, "one.fx: ok, 1 technique\n");
+}
+
+TEST_F(ForeignEffects, the_picture_goes_to_the_sampler_at_the_first_register)
+{
+    picture("mask.png", "0x102030");
+    write(
+        "player.fx",
+        "sampler mask : register(s1);\nsampler s0 : register(s0);\n"
+        "float4 p0 : register(c0);\nfloat4 p1 : register(c1);\n"
+        "float4 f(float2 uv : TEXCOORD0) : COLOR\n"
+        "{ return tex2D(s0, uv).r + tex2D(mask, uv) + float4(p0.z, p0.w * 10, p0.x * p1.x - 1, 0) / 255; }\n"
+        "technique T { pass { PixelShader = compile ps_2_0 f(); } }\n");
+    EXPECT_EQ(through({"player.fx", "--texture", "mask=mask.png"}),
+              (Frames{{56, 72, 88}, {97, 113, 128}, {138, 154, 168}}));
+    expectRefusal({"player.fx"}, "player.fx: technique \"T\" reads the texture \"mask\", which nothing gives "
+                                 "a picture; add --texture mask=FILE");
+}
+
+TEST_F(ForeignEffects, an_annotation_names_a_picture_beside_the_effect)
+{
+    fs::create_directory(at("fx"));
+    picture("fx/Grain.png", "0x102030", "3x5");
+    effect("fx/two.fx", {"Grain < string ResourceName = \"..\\\\media\\\\grain.PNG\"; >", "Scene"}, "",
+           "tex2D(sGrain, uv) + tex2D(sScene, uv)");
+    EXPECT_EQ(through({"fx/two.fx"}), (Frames{{56, 72, 88}, {96, 112, 128}, {136, 152, 168}}));
+    const Outcome shown = qxhost({"effects", "describe", "fx/two.fx"});
+    EXPECT_NE(shown.out.find("Grain    Grain.png\nScene    the picture\n"), std::string::npos) << shown.out;
+
+    fs::remove(at("fx/Grain.png"));
+    const std::string missing = "reads the texture \"Grain\", whose file ";
+    const std::string remedy =
+        "grain.PNG is not beside the effect; put it there, or add --texture Grain=FILE";
+    const Outcome checked = qxhost({"effects", "check", "fx/two.fx"});
+    EXPECT_NE(checked.out.find(missing), std::string::npos) << checked.out;
+    EXPECT_NE(checked.out.find(remedy), std::string::npos) << checked.out;
+    expectRefusal({"fx/two.fx"}, "fx/two.fx: technique \"T\" " + missing);
+}
+
+TEST_F(ForeignEffects, an_option_gives_a_texture_its_picture)
+{
+    picture("a.png", "0x102030");
+    picture("b.png", "0x010203");
+    effect("two.fx", {"Input", "Other < string ResourceName = \"a.png\"; >"}, "",
+           "tex2D(sOther, uv) + tex2D(sInput, uv)");
+    EXPECT_EQ(through({"two.fx", "--texture", "Other=b.png"}),
+              (Frames{{41, 42, 43}, {81, 82, 83}, {121, 122, 123}}));
+    expectRefusal({"two.fx", "--texture", "Othr=b.png"},
+                  "two.fx: has no texture \"Othr\" (did you mean Other?); it has Input and Other");
+    expectRefusal({"two.fx", "--texture", "Other=c.png"},
+                  "two.fx: the texture \"Other\" cannot have its picture: ");
+    write("d.png", "no picture");
+    expectRefusal({"two.fx", "--texture", "Other=d.png"},
+                  "two.fx: the texture \"Other\" cannot have its picture: ");
+}
+
+TEST_F(ForeignEffects, a_volume_gets_the_table_of_a_lut)
+{
+    write("table.cube", "LUT_3D_SIZE 2\n0.2 0 0\n0.4 0 0\n0.2 0 0\n0.4 0 0\n"
+                        "0.2 0 0.6\n0.4 0 0.6\n0.2 0 0.6\n0.4 0 0.6\n");
+    write("volume.fx", "texture Table < string ResourceName = \"table.cube\"; >; texture Scene;\n"
+                       "sampler3D T = sampler_state { Texture = <Table>; };\n"
+                       "sampler S = sampler_state { Texture = <Scene>; };\n"
+                       "float4 f(float2 uv : TEXCOORD0) : COLOR0\n"
+                       "{ return tex3Dfetch(T, int3(1, 0, 1)) + 0 * tex2D(S, uv); }\n"
+                       "technique T { pass { PixelShader = compile ps_3_0 f(); } }\n");
+    EXPECT_EQ(through({"volume.fx"}).at(0), (std::vector<int>{102, 0, 153}));
+    picture("a.png", "0x102030");
+    expectRefusal({"volume.fx", "--texture", "Table=a.png"},
+                  "volume.fx: the texture \"Table\" cannot have its table: ");
+    fs::remove(at("table.cube"));
+    expectRefusal({"volume.fx"}, "volume.fx: technique \"T\" reads the texture \"Table\", whose file "
+                                 "table.cube is not beside the effect");
+    EXPECT_NE(qxhost({"effects", "check", "LUT.fx"})
+                  .out.find("reads the texture \"LUT\", a volume, which nothing gives a "
+                            "table; add --texture LUT=FILE with a LUT\n"),
+              std::string::npos);
+}
+
+TEST_F(ForeignEffects, the_picture_of_a_texture_is_not_replaced)
+{
+    picture("a.png", "0x102030");
+    effect("two.fx", {"Input", "Other < string File = \"a.png\"; >"}, "",
+           "tex2D(sOther, uv) + tex2D(sInput, uv)");
+    const std::string before = read(at("a.png"));
+    const Outcome outcome =
+        qxhost({"convert", "clip.mkv", "a.png", "--frames", "1", "--force", "--effect", "two.fx"});
+    EXPECT_EQ(outcome.exitCode, 4) << outcome.err;
+    EXPECT_EQ(read(at("a.png")), before);
+}
+
+TEST_F(ForeignEffects, the_alpha_of_a_texture_is_read)
+{
+    ffmpeg({"-f", "lavfi", "-i", "color=0x102030@0x40:size=8x4,format=rgba", "-frames:v", "1", "a.png"});
+    effect("two.fx", {"Input", "Other"}, "",
+           "float4(tex2D(sOther, uv).a, tex2D(sOther, uv).r, 0, 1) + 0 * tex2D(sInput, uv)");
+    EXPECT_EQ(through({"two.fx", "--texture", "Other=a.png"}).at(0), (std::vector<int>{0x40, 0x10, 0}));
+}
+
+TEST_F(ForeignEffects, each_frame_is_told_its_time_its_number_and_its_size)
+{
+    effect("time.fx", {}, "float t : TIME; int n : FRAME; float2 size : VIEWPORTPIXELSIZE;\n",
+           "float4(t, n / 10.0, (size.x * 10 + size.y) / 255, 1)");
+    const Frames expected{{0, 0, 84}, {26, 26, 84}, {51, 51, 84}};
+    EXPECT_EQ(through({"time.fx"}), expected);
+    EXPECT_EQ(through({"time.fx", "--start", "2"}), (Frames{{51, 51, 84}})) << "times are the clip's";
+    EXPECT_EQ(through({"time.fx", "--set", "t=0.8"}).at(2), (std::vector<int>{204, 51, 84}))
+        << "what the user sets is kept";
+    const Outcome shown = qxhost({"effects", "describe", "time.fx"});
+    EXPECT_NE(shown.out.find("(time in seconds)"), std::string::npos) << shown.out;
+    EXPECT_EQ(nlohmann::json::parse(
+                  qxhost({"effects", "describe", "time.fx", "--json"}).out)["parameters"][2]["given"],
+              "size of the picture");
+}
+
+TEST_F(ForeignEffects, the_frame_before_is_kept_as_picture_and_as_result)
+{
+    effect("before.fx", {"Scene", "Before : PREVIOUS", "Trail : PREVIOUSRESULT"}, "",
+           "float4(tex2D(sScene, uv).r, tex2D(sBefore, uv).r, tex2D(sTrail, uv).b + 10 / 255.0, 1)");
+    EXPECT_EQ(through({"before.fx"}), (Frames{{40, 40, 50}, {80, 40, 60}, {120, 80, 70}}));
+}
+
+TEST_F(ForeignEffects, the_result_of_the_frame_before_has_no_burned_in_text)
+{
+    ffmpeg({"-f", "lavfi", "-i", "color=0xC8C8C8:size=96x64:rate=10,format=rgb24", "-frames:v", "3", "-c:v",
+            "ffv1", "grey.mkv"});
+    effect("trail.fx", {"Scene", "Trail : PREVIOUSRESULT"}, "", "tex2D(sTrail, uv) + 0 * tex2D(sScene, uv)");
+    const Outcome outcome =
+        qxhost({"convert", "grey.mkv", "out.mkv", "--effect", "trail.fx", "--burn-in", "X"});
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+    const Bytes bytes = decoded("out.mkv", "rgb24");
+    constexpr std::size_t frame = std::size_t{3} * 96 * 64;
+    ASSERT_EQ(bytes.size(), 3 * frame);
+    const Bytes first(bytes.begin(), bytes.begin() + frame);
+    EXPECT_NE(first, Bytes(frame, 200)) << "there is a text";
+    EXPECT_EQ(Bytes(bytes.begin() + 2 * frame, bytes.end()), first);
+}
+
+TEST_F(ForeignEffects, passes_draw_into_textures_that_later_ones_read)
+{
+    write("two.fx", "texture Scene; texture Half < string Format = \"A16B16G16R16F\"; >;\n"
+                    "sampler A = sampler_state { Texture = <Scene>; };\n"
+                    "sampler B = sampler_state { Texture = <Half>; };\n"
+                    "float4 up(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(A, uv) * 8; }\n"
+                    "float4 down(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(B, uv) / 4; }\n"
+                    "technique T\n{\n"
+                    "    pass P < string Target = \"Half\"; > { PixelShader = compile ps_3_0 up(); }\n"
+                    "    pass Q { PixelShader = compile ps_3_0 down(); }\n}\n");
+    EXPECT_EQ(through({"two.fx"}), (Frames{{80, 80, 80}, {160, 160, 160}, {240, 240, 240}}));
+    const Outcome shown = qxhost({"effects", "describe", "two.fx"});
+    EXPECT_NE(shown.out.find("Scene    the picture\nHalf     a pass\n"), std::string::npos) << shown.out;
+    const auto data = nlohmann::json::parse(qxhost({"effects", "describe", "two.fx", "--json"}).out);
+    EXPECT_EQ(data["techniques"][0]["passes"][0]["target"], "Half");
+    EXPECT_FALSE(data["techniques"][0]["passes"][1].contains("target"));
+    EXPECT_EQ(qxhost({"effects", "check", "two.fx"}).out, "two.fx: ok, 1 technique\n");
+}
+
+TEST_F(ForeignEffects, checking_says_which_parameters_nobody_gives)
+{
+    effect("mesh.fx", {"Scene"},
+           "float4x4 w : WORLDVIEW; float t : TIME; float gain : GAIN < float Max = 1; >;\n",
+           "tex2D(sScene, uv) + w[0] + t + gain");
+    EXPECT_EQ(
+        qxhost({"effects", "check", "mesh.fx"}).out,
+        "mesh.fx: ok, 1 technique\n"
+        "mesh.fx: 'qxhost convert' cannot give \"w\" what it asks for (semantic WORLDVIEW); it keeps its "
+        "default unless --set w=... is given\n");
 }
 
 TEST_F(Effects, devices_are_listed_and_one_is_chosen)

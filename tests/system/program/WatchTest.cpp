@@ -36,12 +36,12 @@ protected:
                "technique Look { pass P { PixelShader = compile ps_3_0 f(); } }\n";
     }
 
-    void startWatching(const std::string& output = "look.png")
+    void startWatching(const std::string& output = "look.png", const std::vector<std::string>& more = {})
     {
-        program_ = std::make_unique<Running>(std::vector<std::string>{programPath(), "effects", "watch",
-                                                                      "fx/glow.fx", "--input", "in.png",
-                                                                      "--output", output},
-                                             directory_);
+        std::vector<std::string> line{programPath(), "effects", "watch",    "fx/glow.fx",
+                                      "--input",     "in.png",  "--output", output};
+        line.insert(line.end(), more.begin(), more.end());
+        program_ = std::make_unique<Running>(line, directory_);
         ASSERT_TRUE(becomes([&] {
             return lines().ends_with("qxhost: watching N effects; Ctrl-C ends it\n");
         })) << lines();
@@ -82,6 +82,8 @@ protected:
 
     int shownGrey() const { return decoded("look.png", "gray").at(0); }
 
+    static constexpr const char* otherTexture =
+        "texture Other;\nsampler O = sampler_state { Texture = <Other>; };\n";
     static constexpr const char* drawn = "qxhost: look.png: drawn with FX/glow.fx in T ms\n";
 
     std::unique_ptr<Running> program_;
@@ -111,6 +113,15 @@ TEST_F(Watching, shows_each_save_and_keeps_the_last_good_look)
     expectNext(std::string("Recompiled glow.fx\n") + drawn);
     EXPECT_NEAR(shownGrey(), 150, 1);
 
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
+TEST_F(Watching, draws_with_the_pictures_that_its_options_give)
+{
+    write("fx/glow.fx", otherTexture + glow("tex2D(O, uv).r"));
+    startWatching("look.png", {"--texture", "Other=in.png"});
+    EXPECT_NEAR(shownGrey(), 157, 1); // 200 * 200 / 255
     program_->signal(SIGINT);
     EXPECT_EQ(program_->wait().exitCode, 0);
 }
@@ -149,14 +160,10 @@ TEST_F(Watching, picks_up_new_effects_and_tells_of_those_that_do_not_compile)
 TEST_F(Watching, a_technique_that_goes_missing_is_told_and_the_picture_stays)
 {
     startWatching();
-    std::string renamed = glow("gain");
-    renamed.replace(renamed.find("Input;"), 6, "Other;");
-    renamed.replace(renamed.find("<Input>"), 7, "<Other>");
-    write("fx/glow.fx", renamed);
-    expectNext(
-        "Recompiled glow.fx\n"
-        "qxhost: FX/glow.fx: technique \"Look\" reads the texture \"Other\", which qxhost cannot supply; "
-        "it supplies Input alone\n");
+    write("fx/glow.fx", otherTexture + glow("gain * tex2D(O, uv).r"));
+    expectNext("Recompiled glow.fx\n"
+               "qxhost: FX/glow.fx: technique \"Look\" reads the texture \"Other\", which nothing gives a "
+               "picture; add --texture Other=FILE\n");
     EXPECT_NEAR(shownGrey(), 100, 1);
     program_->signal(SIGINT);
     EXPECT_EQ(program_->wait().exitCode, 0);

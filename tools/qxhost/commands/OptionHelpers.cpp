@@ -193,6 +193,15 @@ std::optional<float> readNumber(const std::string& word)
     return good ? std::optional(value) : std::nullopt;
 }
 
+TextureFile parseTexture(const CLI::App& app, const std::string& text)
+{
+    const std::size_t equals = text.find('=');
+    if (equals == 0 || equals == std::string::npos || equals + 1 == text.size()) {
+        complain(app, "--texture " + text + ": expected NAME=FILE, as in --texture Noise=noise.png");
+    }
+    return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
 ParameterSetting parseSetting(const CLI::App& app, const std::string& text)
 {
     const std::size_t equals = text.find('=');

@@ -108,6 +108,9 @@ void checkOutputRows(const CLI::App& app, const std::optional<PixelFormat>& form
 /// Reads a finite number, or nothing if the word is anything else.
 std::optional<float> readNumber(const std::string& word);
 
+/// Reads "NAME=FILE". Throws Failure (usage).
+TextureFile parseTexture(const CLI::App& app, const std::string& text);
+
 /// Reads "NAME=VALUE[,VALUE...]"; true and false count as 1 and 0. Throws Failure (usage).
 ParameterSetting parseSetting(const CLI::App& app, const std::string& text);
 

@@ -34,9 +34,8 @@ std::size_t framesInFlight(int width, int height, Media::Depth depth)
 }
 
 /// The number of a frame in its clip, from its time, so that frames missing from the input leave a gap.
-std::int64_t frameNumber(const Media::StreamInfo& info, std::int64_t ticks, std::int64_t counted)
+std::int64_t frameNumber(const Media::StreamInfo& info, double seconds, std::int64_t counted)
 {
-    const double seconds = static_cast<double>(ticks) * info.timeBase.toDouble();
     return info.frameRate.num > 0 ? std::llround(seconds * info.frameRate.toDouble()) : counted;
 }
 
@@ -172,8 +171,10 @@ void FramePipeline::decode()
         firstTime = n == 0 ? frame.time().pts : firstTime;
         if (n >= job_.start) {
             ++taken;
-            const std::int64_t number = frameNumber(job_.input.info(), frame.time().pts - firstTime, n);
-            if (!decoded_.push({std::move(frame), number})) {
+            const Media::StreamInfo& info = job_.input.info();
+            const double seconds =
+                static_cast<double>(frame.time().pts - firstTime) * info.timeBase.toDouble();
+            if (!decoded_.push({std::move(frame), {frameNumber(info, seconds, n), seconds}})) {
                 return;
             }
         } else if (stopped_) {
@@ -213,7 +214,7 @@ void FramePipeline::pack()
         if (!packed) {
             throw Failure(ExitCode::input, packed.text());
         }
-        if (!packed_.push({std::move(*image), job_.input.formOf(frame), frame.time(), decoded->number})) {
+        if (!packed_.push({std::move(*image), job_.input.formOf(frame), frame.time(), decoded->moment})) {
             return;
         }
     }
@@ -247,12 +248,16 @@ bool FramePipeline::convertFrame(const Packed& frame)
     if (job_.keepCodes) {
         return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
     }
+    const Media::Rational rate = job_.input.info().frameRate;
     const Surface picture =
-        job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded, frame.form) : uploaded, format_);
+        job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded, frame.form) : uploaded, format_,
+                           {.seconds = frame.moment.seconds,
+                            .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
+                            .number = frame.moment.number});
     const Media::Range range =
         job_.outputRange == Image::GamutScaling::Video ? Media::Range::video : Media::Range::full;
     if (job_.burnIn != nullptr) {
-        job_.burnIn->draw(picture, frame.number, range);
+        job_.burnIn->draw(picture, frame.moment.number, range);
     }
     bool going = true;
     runStep(job_.step, picture, frame.time, [&](const Surface& made, const Media::FrameTime& time) {

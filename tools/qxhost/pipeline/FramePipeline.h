@@ -68,10 +68,17 @@ public:
     bool stopped() const { return stopped_; }
 
 private:
+    /// A frame's place in the clip.
+    struct Moment
+    {
+        std::int64_t number = 0; ///< from 0
+        double seconds = 0;      ///< since the first frame
+    };
+
     struct Decoded
     {
         Media::Frame frame;
-        std::int64_t number = 0; ///< in the clip, from 0
+        Moment moment;
     };
 
     struct Packed
@@ -79,7 +86,7 @@ private:
         Qx::Ptr<iHostImage> image;
         Media::FramePacker::CodeForm form;
         Media::FrameTime time;
-        std::int64_t number = 0;
+        Moment moment;
     };
 
     struct Converted

@@ -203,6 +203,14 @@ std::shared_ptr<const Media::FileSet> filesRead(const Conversion& conversion)
     return files;
 }
 
+/// The pictures of textures, which are known once the effects are, are not replaced either.
+void keepTexturesOf(const EffectChain& effects, const iFrameInput& input)
+{
+    for (const std::filesystem::path& file : effects.textureFiles()) {
+        input.files()->add(file);
+    }
+}
+
 void fillSettings(Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
@@ -480,6 +488,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     const HostSession host(options.device, &console);
     prepareConversion();
     EffectChain effects(options.effects);
+    keepTexturesOf(effects, *conversion.input);
     conversion.effectWarnings = effects.warnings();
     noteDecisions(conversion, console);
     std::unique_ptr<BurnIn> burnIn = prepareBurnIn(conversion, console);
@@ -512,6 +521,7 @@ std::vector<std::string> convertQuietly(const ConvertOptions& options)
     Conversion conversion = decide(options);
     prepareConversion();
     EffectChain effects(options.effects);
+    keepTexturesOf(effects, *conversion.input);
     conversion.writer = openOutput(conversion);
     FramePipeline pipeline(jobOf(conversion, effects, nullptr), [](std::int64_t) {});
     conversion.frames = pipeline.run(*conversion.writer);

@@ -25,8 +25,8 @@ constexpr const char* convertFooter = R"(Examples:
   qxhost convert tape.raw tape.mov --raw uyvy --size 720x576 --fps 25
       Reads such frames from a file that holds nothing else.
   qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2 --set saturation=0.8
-      Through an effect. Several run in the order given; --technique and --set belong to the --effect
-      before them.
+      Through an effect. Several run in the order given; --technique, --set and --texture belong to
+      the --effect before them.
   qxhost convert clip.mov dailies.mov --burn-in "{timecode}  {clip}" --position top-left
       With time code and the clip's name drawn into every frame.
 
@@ -59,6 +59,8 @@ void addToStep(const CLI::App& app, EffectRequest& step, const std::string& name
     }
     if (name == "--set") {
         step.settings.push_back(parseSetting(app, value));
+    } else if (name == "--texture") {
+        step.textures.push_back(parseTexture(app, value));
     } else if (name == "--amount") {
         step.settings.push_back({"amount", {parseAmount(app, value)}});
     } else if (!step.technique.empty()) {
@@ -68,8 +70,8 @@ void addToStep(const CLI::App& app, EffectRequest& step, const std::string& name
     }
 }
 
-/// "--technique" and "--set" belong to the "--effect" before them, "--amount" to the "--lut". The order of
-/// effects and LUTs on the command line is the order in which they run.
+/// "--technique", "--set" and "--texture" belong to the "--effect" before them, "--amount" to the "--lut".
+/// The order of effects and LUTs on the command line is the order in which they run.
 std::vector<EffectRequest> groupEffects(const CLI::App& app)
 {
     std::vector<EffectRequest> effects;
@@ -77,7 +79,8 @@ std::vector<EffectRequest> groupEffects(const CLI::App& app)
     for (const CLI::Option* option : app.parse_order()) {
         const std::string name = option->get_name();
         const bool begins = name == "--effect" || name == "--lut";
-        if (!begins && name != "--technique" && name != "--set" && name != "--amount") {
+        if (!begins && name != "--technique" && name != "--set" && name != "--texture" &&
+            name != "--amount") {
             continue;
         }
         const std::string value = option->results().at(taken[option]++);
@@ -141,6 +144,7 @@ private:
         addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
         addText("--technique", "NAME", "The effect's technique. Default: its first");
         addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
+        addText("--texture", "NAME=FILE", "A picture for another texture of the effect");
         addText("--lut", "FILE",
                 "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
                 "order given");

@@ -3,6 +3,7 @@
 #include "QxFxResources/Manager.h"
 #include "host/core/Printable.h"
 #include "host/effects/EffectCompilation.h"
+#include "host/effects/Supplies.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
 #include "tools/qxhost/commands/Command.h"
@@ -11,6 +12,7 @@
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectData.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
+#include "tools/qxhost/pipeline/effects/EffectTextures.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -34,7 +36,8 @@ struct CheckResult
     std::string messages;
     std::size_t techniques = 0;
     std::vector<Host::Diagnostic> diagnostics{};
-    std::vector<std::string> undrawable{}; ///< by `convert`: a technique and the texture that it lacks
+    std::vector<std::string> undrawable{}; ///< by `convert`: a technique, and why
+    std::vector<std::string> unanswered{}; ///< parameters that ask for what no program here has
 };
 
 CheckResult missing(const std::filesystem::path& file, const char* why)
@@ -51,13 +54,19 @@ CheckResult compile(const std::filesystem::path& file)
         messages += '\n';
     }
     CheckResult checked{file, result.effect ? ExitCode::ok : ExitCode::failed, messages};
-    if (result.effect) {
-        const Qx::Vector<LightweightString<char>> names = result.effect->getTechniqueNames();
-        checked.techniques = names.size();
-        for (const LightweightString<char>& name : names) {
-            if (const auto textures = texturesMissing(*result.effect, name.view()); !textures.empty()) {
-                checked.undrawable.push_back(
-                    fmt::format("\"{}\", which reads the texture \"{}\"", name.view(), textures.front()));
+    if (const Host::CompiledEffect* compiled =
+            result.effect ? Host::compiledEffect(*result.effect) : nullptr) {
+        checked.techniques = compiled->techniques.size();
+        for (const Host::CompiledEffect::Technique& technique : compiled->techniques) {
+            if (const std::string obstacle = obstacleTo(*compiled, technique, file); !obstacle.empty()) {
+                checked.undrawable.push_back(fmt::format("\"{}\", which {}", technique.name, obstacle));
+            }
+        }
+        for (const Host::CompiledEffect::Parameter& parameter : compiled->parameters) {
+            if (const std::string asked = Host::unansweredBy(parameter); !asked.empty()) {
+                checked.unanswered.push_back(fmt::format("\"{0}\" what it asks for ({1}); it keeps its "
+                                                         "default unless --set {0}=... is given",
+                                                         parameter.name, asked));
             }
         }
     }
@@ -101,8 +110,10 @@ std::string verdict(const CheckResult& result)
     std::string text =
         fmt::format("{}: ok, {} technique{}\n", file, result.techniques, result.techniques == 1 ? "" : "s");
     for (const std::string& technique : result.undrawable) {
-        text += fmt::format("{}: 'qxhost convert' cannot draw {} that it does not supply\n", file,
-                            Host::printable(technique));
+        text += fmt::format("{}: 'qxhost convert' cannot draw {}\n", file, Host::printable(technique));
+    }
+    for (const std::string& parameter : result.unanswered) {
+        text += fmt::format("{}: 'qxhost convert' cannot give {}\n", file, Host::printable(parameter));
     }
     return text;
 }
@@ -119,9 +130,13 @@ void show(const CheckResult& result, Console& console)
 
 Json describe(const CheckResult& result)
 {
-    return {{"file", result.file.string()},    {"ok", result.code == ExitCode::ok},
-            {"techniques", result.techniques}, {"undrawable", result.undrawable},
-            {"messages", result.messages},     {"diagnostics", diagnosticsData(result.diagnostics)}};
+    return {{"file", result.file.string()},
+            {"ok", result.code == ExitCode::ok},
+            {"techniques", result.techniques},
+            {"undrawable", result.undrawable},
+            {"unanswered", result.unanswered},
+            {"messages", result.messages},
+            {"diagnostics", diagnosticsData(result.diagnostics)}};
 }
 
 ExitCode checkAll(const CheckOptions& options, Console& console)

@@ -1,5 +1,6 @@
 #include "host/core/Printable.h"
 #include "host/effects/EffectCompilation.h"
+#include "host/effects/Supplies.h"
 #include "host/effects/framework/ParameterRange.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
@@ -10,6 +11,7 @@
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectData.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
+#include "tools/qxhost/pipeline/effects/EffectTextures.h"
 
 #include <fmt/format.h>
 
@@ -58,6 +60,9 @@ std::string defaultText(const CompiledEffect::Parameter& parameter)
     if (const std::string filled = filledWith(parameter); !filled.empty()) {
         return "(" + filled + ")";
     }
+    if (const std::string_view supplied = Host::meaningOf(Host::supplyOf(parameter)); !supplied.empty()) {
+        return fmt::format("({})", supplied);
+    }
     constexpr std::size_t most = 16; // numbers: a matrix; longer arrays are cut
     std::vector<std::string> words;
     const std::vector<double> values = defaultOf(parameter);
@@ -90,11 +95,12 @@ Rows parameterRows(const CompiledEffect& effect)
     return rows;
 }
 
-Rows textureRows(const CompiledEffect& effect)
+Rows textureRows(const CompiledEffect& effect, const std::filesystem::path& file)
 {
-    Rows rows{{"TEXTURE", "LABEL"}};
-    for (const CompiledEffect::Texture& texture : effect.textures) {
-        rows.push_back({texture.name, labelOf(texture.annotations)});
+    Rows rows{{"TEXTURE", "GIVEN", "LABEL"}};
+    for (std::size_t i = 0; i < effect.textures.size(); ++i) {
+        rows.push_back(
+            {effect.textures[i].name, givenTo(effect, i, file), labelOf(effect.textures[i].annotations)});
     }
     return rows;
 }
@@ -110,11 +116,11 @@ Rows samplerRows(const CompiledEffect& effect)
 }
 
 /// A table for each kind of thing that the effect holds.
-std::string tables(const CompiledEffect& effect)
+std::string tables(const CompiledEffect& effect, const std::filesystem::path& file)
 {
     std::string text;
     for (const Rows& rows :
-         {techniqueRows(effect), parameterRows(effect), textureRows(effect), samplerRows(effect)}) {
+         {techniqueRows(effect), parameterRows(effect), textureRows(effect, file), samplerRows(effect)}) {
         if (rows.size() > 1) {
             text += (text.empty() ? "" : "\n") + table(rows);
         }
@@ -137,12 +143,12 @@ ExitCode describe(const DescribeOptions& options, Console& console)
     if (options.json) {
         Json data{{"file", file.string()}, {"ok", good}};
         if (good) {
-            data.update(effectData(*compilation.effect));
+            data.update(effectData(*compilation.effect, file));
         }
         data["diagnostics"] = diagnosticsData(compilation.diagnostics);
         console.data(jsonText(data));
     } else if (good) {
-        console.data(tables(*compilation.effect));
+        console.data(tables(*compilation.effect, file));
     } else {
         console.error(file.string() + ": does not compile", compilation.messages);
     }

@@ -37,7 +37,8 @@ Json describe(const ShaderEffectInfo& info)
             {"directory", narrow(info.directory)},
             {"compiled", static_cast<bool>(effect)},
             {"techniques", techniques},
-            {"drawable", effect ? drawableTechniques(*effect) : std::vector<std::string>()}};
+            {"drawable",
+             effect ? drawableTechniques(*effect, narrow(info.getFullPath())) : std::vector<std::string>()}};
 }
 
 std::string effectTable(const Json& effects)
@@ -82,9 +83,9 @@ public:
     {
         addDevice(app, options_.device);
         app.add_flag("--json", options_.json, "Print JSON");
-        app.footer(
-            "DRAWABLE counts the techniques that 'qxhost convert --effect' draws. The others read textures "
-            "that\nit does not supply; those of LUT.fx are for --lut.");
+        app.footer("DRAWABLE counts the techniques that 'qxhost convert --effect' draws as they are. The "
+                   "others read "
+                   "textures\nthat need --texture; those of LUT.fx are for --lut.");
     }
 
     ExitCode run(Console& console) override { return list(options_, console); }

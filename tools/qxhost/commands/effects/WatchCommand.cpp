@@ -42,6 +42,7 @@ struct WatchOptions
     std::filesystem::path output; ///< the picture to write; empty: none
     std::string technique;
     std::vector<ParameterSetting> settings;
+    std::vector<TextureFile> textures;
     bool force = false;
     std::string device;
 };
@@ -243,7 +244,7 @@ private:
         ConvertOptions picture;
         picture.input = options_.input;
         picture.output = options_.output;
-        picture.effects = {{target_.effect, options_.technique, options_.settings, ""}};
+        picture.effects = {{target_.effect, options_.technique, options_.settings, "", options_.textures}};
         picture.frames = 1;
         picture.force = true; // after the first time the file is our own
         const auto begin = std::chrono::steady_clock::now();
@@ -310,6 +311,10 @@ public:
             ->option_text("NAME=V[,V...]")
             ->allow_extra_args(false)
             ->take_all();
+        app.add_option("--texture", textures_, "A picture for another texture of the effect")
+            ->option_text("NAME=FILE")
+            ->allow_extra_args(false)
+            ->take_all();
         app.add_flag("--force", options_.force, "Replace an output file that exists at the start");
         addDevice(app, options_.device);
         app.footer(watchFooter);
@@ -321,11 +326,14 @@ public:
             complain(app, "--input and --output need each other: the picture, and where to show it");
         }
         const bool shows = !options_.output.empty();
-        if (!shows && (!options_.technique.empty() || !settings_.empty())) {
-            complain(app, "--technique and --set apply to a picture; add --input and --output");
+        if (!shows && (!options_.technique.empty() || !settings_.empty() || !textures_.empty())) {
+            complain(app, "--technique, --set and --texture apply to a picture; add --input and --output");
         }
         for (const std::string& setting : settings_) {
             options_.settings.push_back(parseSetting(app, setting));
+        }
+        for (const std::string& texture : textures_) {
+            options_.textures.push_back(parseTexture(app, texture));
         }
     }
 
@@ -333,6 +341,7 @@ public:
 
 private:
     std::vector<std::string> settings_;
+    std::vector<std::string> textures_;
 };
 
 const Registered<WatchCommand>

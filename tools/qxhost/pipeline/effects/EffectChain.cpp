@@ -2,6 +2,7 @@
 
 #include "QxFxResources/Manager.h"
 #include "host/core/Suggestion.h"
+#include "host/effects/TextureSources.h"
 #include "host/effects/framework/ParameterRange.h"
 #include "host/gpu/GPUService.h"
 #include "image/TechniqueApplication.h"
@@ -20,14 +21,18 @@ namespace Qx::Program {
 
 namespace {
 
+/// The texture that the table of "--lut" is bound to.
 constexpr const char* tableTexture = "LUT";
 
-/// Decorates an effect: adds a table, bound to the texture LUT, to the sources of each draw.
-class EffectWithTable : public iShaderEffect
+/// Decorates an effect for one draw: renames the picture, which the library calls Input, and adds further
+/// sources.
+class EffectWithPictures : public iShaderEffect
 {
 public:
-    EffectWithTable(Qx::Ptr<iShaderEffect> effect, Qx::Ptr<iGPUImage3D> table)
-        : effect_(std::move(effect)), table_(std::move(table))
+    /// `picture` is empty if the effect reads none.
+    EffectWithPictures(Qx::Ptr<iShaderEffect> effect, LightweightString<char> picture,
+                       std::vector<Source> more)
+        : effect_(std::move(effect)), picture_(std::move(picture)), more_(std::move(more))
     {
     }
 
@@ -40,14 +45,25 @@ public:
     bool render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources) override
     {
         Qx::Vector<Source> all = sources;
-        all.emplace_back(tableTexture, table_);
+        for (Source& source : all) {
+            source.name = picture_;
+        }
+        for (const Source& source : more_) {
+            all.push_back(source);
+        }
         return effect_->render(std::move(target), all);
     }
 
 private:
     Qx::Ptr<iShaderEffect> effect_;
-    Qx::Ptr<iGPUImage3D> table_;
+    LightweightString<char> picture_;
+    std::vector<Source> more_;
 };
+
+LightweightString<char> lightweight(std::string_view text)
+{
+    return LightweightString<char>(text);
+}
 
 LightweightString<char> chooseTechnique(const iShaderEffect& effect, const EffectRequest& request)
 {
@@ -76,6 +92,20 @@ LightweightString<char> chooseTechnique(const iShaderEffect& effect, const Effec
                                         (known.empty() ? "none" : listed(known)));
 }
 
+void refuseUnknownTexture(const Host::CompiledEffect& effect, const EffectRequest& request,
+                          const TextureFile& texture)
+{
+    std::vector<std::string> known;
+    for (const Host::CompiledEffect::Texture& each : effect.textures) {
+        known.push_back(each.name);
+    }
+    if (std::find(known.begin(), known.end(), texture.name) == known.end()) {
+        throw Failure(ExitCode::effect, request.file + ": has no texture \"" + texture.name + "\"" +
+                                            Host::didYouMean(texture.name, known) + "; it has " +
+                                            (known.empty() ? "none" : listed(known)));
+    }
+}
+
 Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& request,
                                     const ParameterSetting& setting)
 {
@@ -98,18 +128,14 @@ Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& 
     return param;
 }
 
-/// Only one picture is available, so an effect that reads others cannot be drawn.
-void requireOnlyInput(const iShaderEffect& effect, const std::string& file, std::string_view technique,
-                      bool hasTable)
+Image::Surface copyOf(const Image::Surface& picture)
 {
-    for (const std::string& texture : texturesMissing(effect, technique)) {
-        if (!(hasTable && texture == tableTexture)) {
-            throw Failure(ExitCode::effect, file + ": technique \"" + std::string(technique) +
-                                                "\" reads the texture \"" + texture +
-                                                "\", which qxhost cannot supply; it supplies Input alone" +
-                                                (texture == tableTexture ? ", and LUT with --lut" : ""));
-        }
+    const Qx::Ptr<iGPUImage> image = picture.getGPUSurface();
+    Image::Surface copy = picture.createDestARGBGPUSurface(image->getFormat());
+    if (!copy.getGPUSurface() || !Host::gpuService().copyImage(image, copy.getGPUSurface())) {
+        failOnDevice(picture);
     }
+    return copy;
 }
 
 [[noreturn]] void refuseDrawing(const std::string& file, const LightweightString<char>& technique,
@@ -202,7 +228,38 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request)
         chosen.technique = link.technique.c_str();
     }
     link.technique = chooseTechnique(*link.effect, chosen);
-    requireOnlyInput(*link.effect, request.file, link.technique.view(), static_cast<bool>(link.table));
+    link.compiled = Host::compiledEffect(*link.effect);
+    takeTextures(link, request);
+    takeParameters(link, request);
+    return link;
+}
+
+void EffectChain::takeTextures(Link& link, const EffectRequest& request)
+{
+    const Host::CompiledEffect& effect = *link.compiled;
+    const Host::CompiledEffect::Technique& technique = *Host::techniqueNamed(effect, link.technique.view());
+    for (const TextureFile& texture : request.textures) {
+        refuseUnknownTexture(effect, request, texture);
+    }
+    for (TextureBinding& binding :
+         bindingsOf(effect, technique, effectPath(request.file), request.textures)) {
+        if (link.table && binding.texture == tableTexture) {
+            link.pictures.emplace_back(lightweight(tableTexture), link.table);
+        } else if (binding.kind == TextureBinding::Kind::missing) {
+            throw Failure(ExitCode::effect, request.file + ": technique \"" + technique.name +
+                                                "\" reads the texture \"" + binding.texture + "\", " +
+                                                binding.obstacle);
+        } else if (binding.kind == TextureBinding::Kind::file) {
+            link.pictures.emplace_back(lightweight(binding.texture), loadTexture(request.file, binding));
+            textureFiles_.push_back(binding.file);
+        } else {
+            link.bindings.push_back(std::move(binding));
+        }
+    }
+}
+
+void EffectChain::takeParameters(Link& link, const EffectRequest& request)
+{
     for (const ParameterSetting& setting : request.settings) {
         if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
             throw Failure(ExitCode::effect,
@@ -212,21 +269,70 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request)
             warnings_.push_back(std::move(warning));
         }
     }
-    return link;
+    const std::vector<Host::CompiledEffect::Parameter>& parameters = link.compiled->parameters;
+    for (std::size_t i = 0; i < parameters.size(); ++i) {
+        const bool isSet =
+            std::any_of(request.settings.begin(), request.settings.end(),
+                        [&](const auto& setting) { return setting.name == parameters[i].name; });
+        if (!isSet && Host::supplyOf(parameters[i]) != Host::Supply::None) {
+            link.supplied.push_back(i);
+        }
+    }
 }
 
-Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFormat format)
+void EffectChain::supply(const Link& link, const Host::FrameFacts& facts)
+{
+    for (const std::size_t index : link.supplied) {
+        const Host::CompiledEffect::Parameter& parameter = link.compiled->parameters[index];
+        const std::vector<float> values = Host::valuesOf(Host::supplyOf(parameter), parameter, facts);
+        link.effect->getParam(parameter.name.c_str())->setValues(values.data(), values.size());
+    }
+}
+
+Qx::Ptr<iShaderEffect> EffectChain::bound(const Link& link, const Image::Surface& picture)
+{
+    LightweightString<char> input;
+    std::vector<iShaderEffect::Source> sources = link.pictures;
+    for (const TextureBinding& binding : link.bindings) {
+        const LightweightString<char> name = lightweight(binding.texture);
+        if (binding.kind == TextureBinding::Kind::picture) {
+            input = name;
+            continue;
+        }
+        const Image::Surface& before =
+            binding.kind == TextureBinding::Kind::resultBefore ? link.resultBefore : link.pictureBefore;
+        const bool isFirst = !before.getGPUSurface();
+        sources.emplace_back(name, (isFirst ? picture : before).getGPUSurface());
+    }
+    return Qx::makePtr<EffectWithPictures>(link.effect, input, std::move(sources));
+}
+
+/// Keeps what the next frame reads, and nothing else: pictures that are held must be copied when the memory
+/// that they share with host images is written to.
+void EffectChain::keep(Link& link, const Image::Surface& picture, const Image::Surface& result)
+{
+    for (const TextureBinding& binding : link.bindings) {
+        if (binding.kind == TextureBinding::Kind::pictureBefore) {
+            link.pictureBefore = picture;
+        } else if (binding.kind == TextureBinding::Kind::resultBefore) {
+            link.resultBefore = copyOf(result); // what is drawn over the result later is no part of it
+        }
+    }
+}
+
+Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFormat format,
+                                  Host::FrameFacts facts)
 {
     Image::Surface current = picture;
+    facts.width = static_cast<int>(picture.getWidth());
+    facts.height = static_cast<int>(picture.getHeight());
     for (Link& link : links_) {
         Image::Surface next = current.createDestARGBGPUSurface(format);
         if (!next.getGPUSurface()) {
             failOnDevice(current);
         }
-        Qx::Ptr<iShaderEffect> effect = link.effect;
-        if (link.table) {
-            effect = Qx::makePtr<EffectWithTable>(link.effect, link.table);
-        }
+        supply(link, facts);
+        const Qx::Ptr<iShaderEffect> effect = bound(link, current);
         const Drawing drawing = tryDrawing([&] {
             return Image::applyTechnique(effect, current, next, link.technique,
                                          static_cast<float>(current.getWidth()));
@@ -234,6 +340,7 @@ Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFor
         if (drawing != Drawing::recorded) {
             refuseDrawing(link.file, link.technique, current);
         }
+        keep(link, current, next);
         current = next;
     }
     return current;

@@ -2,9 +2,12 @@
 
 #include "Qx/LightweightString.h"
 #include "Qx/Ptr.h"
+#include "host/effects/CompiledEffect.h"
+#include "host/effects/Supplies.h"
 #include "platform/GPUImage.h"
 #include "platform/ShaderEffect.h"
 #include "platform/Surface.h"
+#include "tools/qxhost/pipeline/effects/EffectTextures.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <string>
@@ -22,12 +25,16 @@ public:
 
     std::size_t size() const { return links_.size(); }
 
+    /// The files that pictures of textures were read from.
+    const std::vector<std::filesystem::path>& textureFiles() const { return textureFiles_; }
+
     /// What a user should know of the settings, a line each.
     const std::vector<std::string>& warnings() const { return warnings_; }
 
     /// The picture after all effects, in a GPU image of the same size and format; the picture itself if there
-    /// are none. Throws Failure (device, effect) if an effect is not drawn. One thread.
-    Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format);
+    /// are none. The size in `facts` is the picture's, whatever it says. Throws Failure (device, effect) if
+    /// an effect is not drawn. One thread, in the order of the frames.
+    Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format, Host::FrameFacts facts);
 
 private:
     struct Link
@@ -36,13 +43,25 @@ private:
         Qx::Ptr<iShaderEffect> effect;
         LightweightString<char> technique;
         Qx::Ptr<iGPUImage3D> table; ///< of a LUT
+        const Host::CompiledEffect* compiled = nullptr;
+        std::vector<std::size_t> supplied; ///< parameters that every frame sets
+        std::vector<TextureBinding> bindings;
+        std::vector<iShaderEffect::Source> pictures; ///< that no frame changes
+        Image::Surface pictureBefore;                ///< of the last frame; empty unless it is read
+        Image::Surface resultBefore;
     };
 
     Link makeLink(const EffectRequest& request);
     void takeLut(Link& link, const std::string& lut) const;
+    void takeParameters(Link& link, const EffectRequest& request);
+    void takeTextures(Link& link, const EffectRequest& request);
+    static Qx::Ptr<iShaderEffect> bound(const Link& link, const Image::Surface& picture);
+    static void keep(Link& link, const Image::Surface& picture, const Image::Surface& result);
+    static void supply(const Link& link, const Host::FrameFacts& facts);
     bool isInUse(const Qx::Ptr<iShaderEffect>& effect) const;
 
     std::vector<Link> links_;
+    std::vector<std::filesystem::path> textureFiles_;
     std::vector<std::string> warnings_;
 };
 

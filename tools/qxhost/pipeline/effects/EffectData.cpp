@@ -1,6 +1,9 @@
 #include "tools/qxhost/pipeline/effects/EffectData.h"
 
+#include "host/effects/Supplies.h"
+#include "host/effects/TextureSources.h"
 #include "host/effects/framework/ParameterRange.h"
+#include "tools/qxhost/pipeline/effects/EffectTextures.h"
 
 #include <algorithm>
 #include <array>
@@ -77,6 +80,9 @@ Json parameterData(const CompiledEffect::Parameter& parameter)
     } else {
         data["default"] = valuesData(parameter);
     }
+    if (const std::string_view given = Host::meaningOf(Host::supplyOf(parameter)); !given.empty()) {
+        data["given"] = given;
+    }
     if (range.least) {
         data["minimum"] = *range.least;
     }
@@ -98,10 +104,16 @@ Json techniqueData(const CompiledEffect::Technique& technique, const CompiledEff
         for (const std::uint32_t sampler : pass.samplers) {
             samplers.push_back(effect.samplers[sampler].name);
         }
-        passes.push_back({{"name", pass.name}, {"samplers", samplers}});
+        Json data{{"name", pass.name}, {"samplers", samplers}};
+        if (pass.target != CompiledEffect::Pass::callersTarget) {
+            data["target"] = effect.textures[pass.target].name;
+        }
+        passes.push_back(data);
     }
+    const std::optional<std::size_t> picture = Host::pictureTexture(effect, technique);
     return {{"name", technique.name},
             {"passes", passes},
+            {"picture", picture ? Json(effect.textures[*picture].name) : Json()},
             {"annotations", annotationsData(technique.annotations)}};
 }
 
@@ -123,7 +135,7 @@ Json diagnosticsData(const std::vector<Diagnostic>& diagnostics)
     return data;
 }
 
-Json effectData(const CompiledEffect& effect)
+Json effectData(const CompiledEffect& effect, const std::filesystem::path& file)
 {
     Json data{{"techniques", Json::array()},
               {"parameters", Json::array()},
@@ -135,9 +147,10 @@ Json effectData(const CompiledEffect& effect)
     for (const CompiledEffect::Parameter& parameter : effect.parameters) {
         data["parameters"].push_back(parameterData(parameter));
     }
-    for (const CompiledEffect::Texture& texture : effect.textures) {
-        data["textures"].push_back(
-            {{"name", texture.name}, {"annotations", annotationsData(texture.annotations)}});
+    for (std::size_t i = 0; i < effect.textures.size(); ++i) {
+        data["textures"].push_back({{"name", effect.textures[i].name},
+                                    {"given", givenTo(effect, i, file)},
+                                    {"annotations", annotationsData(effect.textures[i].annotations)}});
     }
     for (const CompiledEffect::Sampler& sampler : effect.samplers) {
         data["samplers"].push_back(samplerData(sampler, effect));

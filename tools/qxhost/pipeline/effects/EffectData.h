@@ -4,6 +4,7 @@
 #include "host/effects/framework/Diagnostic.h"
 #include "tools/qxhost/console/Json.h"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,8 @@ namespace Qx::Program {
 /// A list of { severity, file, line, column, text, ... }; fields that a message lacks are left out.
 Json diagnosticsData(const std::vector<Host::Diagnostic>& diagnostics);
 
-/// { techniques, parameters, textures, samplers }, each a list.
-Json effectData(const Host::CompiledEffect& effect);
+/// { techniques, parameters, textures, samplers }, each a list. `file` is the effect's own.
+Json effectData(const Host::CompiledEffect& effect, const std::filesystem::path& file);
 
 /// "float3", "float4x4", "float[8]".
 std::string typeOf(const Host::CompiledEffect::Parameter& parameter);

@@ -7,6 +7,7 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/pipeline/device/HostText.h"
+#include "tools/qxhost/pipeline/effects/EffectTextures.h"
 
 #include <algorithm>
 
@@ -89,19 +90,15 @@ Qx::Ptr<iShaderEffect> compileEffectFile(const std::filesystem::path& file)
     return result.effect;
 }
 
-std::vector<std::string> texturesMissing(const iShaderEffect& effect, std::string_view technique)
-{
-    std::vector<std::string> textures = Host::texturesRead(effect, technique);
-    std::erase(textures, "Input");
-    return textures;
-}
-
-std::vector<std::string> drawableTechniques(const iShaderEffect& effect)
+std::vector<std::string> drawableTechniques(const iShaderEffect& effect,
+                                            const std::filesystem::path& effectFile)
 {
     std::vector<std::string> names;
-    for (const LightweightString<char>& name : effect.getTechniqueNames()) {
-        if (texturesMissing(effect, name.view()).empty()) {
-            names.emplace_back(name.view());
+    if (const Host::CompiledEffect* compiled = Host::compiledEffect(effect)) {
+        for (const Host::CompiledEffect::Technique& technique : compiled->techniques) {
+            if (obstacleTo(*compiled, technique, effectFile).empty()) {
+                names.push_back(technique.name);
+            }
         }
     }
     return names;

@@ -28,11 +28,8 @@ Qx::Ptr<iShaderEffect> compileEffectFile(const std::filesystem::path& file);
 /// The file that the name stands for.
 std::filesystem::path effectPath(const std::string& nameOrPath);
 
-/// The textures that a technique reads, but for Input. `convert` supplies none of them, except LUT with
-/// --lut.
-std::vector<std::string> texturesMissing(const iShaderEffect& effect, std::string_view technique);
-
-/// The techniques that `convert` draws.
-std::vector<std::string> drawableTechniques(const iShaderEffect& effect);
+/// The techniques that `convert` draws without further options.
+std::vector<std::string> drawableTechniques(const iShaderEffect& effect,
+                                            const std::filesystem::path& effectFile);
 
 } // namespace Qx::Program

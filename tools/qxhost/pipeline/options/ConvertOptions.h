@@ -22,6 +22,13 @@ struct ParameterSetting
     std::vector<float> values; ///< at least one, all finite
 };
 
+/// One "--texture NAME=FILE".
+struct TextureFile
+{
+    std::string name;           ///< of the effect's texture
+    std::filesystem::path file; ///< a picture, or a clip, of which the first frame counts
+};
+
 /// One "--effect FILE" or "--lut FILE" with its further options.
 struct EffectRequest
 {
@@ -29,6 +36,7 @@ struct EffectRequest
     std::string technique; ///< empty: the file's first
     std::vector<ParameterSetting> settings;
     std::string lut; ///< of "--lut", a LUT of the catalogue or a path; the effect is then the one for tables
+    std::vector<TextureFile> textures{};
 };
 
 /// The user's description of a raw input, which holds nothing but frames.

@@ -116,7 +116,7 @@ struct CompiledEffect
 
         std::string name;
         std::uint32_t texture = 0;                ///< index into textures
-        std::uint32_t registerIndex = noRegister; ///< N of its register(sN)
+        std::uint32_t registerIndex = noRegister; ///< N of its register(sN), or its texture's tN
         Filter filter = Filter::Point;
         Address addressU = Address::Clamp;
         Address addressV = Address::Clamp;

@@ -212,7 +212,7 @@ const std::vector<Hostile>& hostileInputs()
         {"ShiftsBeyondTheWidthInDefault",
          [] { return "int a = 1 << 100; int b = 7 >> -3;\n" + effectWith("return a + b;"); }, nullptr},
         {"HugeDefault", [] { return "int a = 99999999999999999999;\n" + effectWith("return a;"); }, nullptr},
-        {"UnnamedParameter", [] { return std::string("void main(int){}"); }, "name of a parameter"},
+        {"UnnamedParameter", [] { return std::string("void main(int){}"); }, "the effect has no technique"},
         {"InitializedSampler", [] { return std::string("sampler a=o(0++"); }, "sampler_state"},
         {"TechniqueInFunction", [] { return effectWith("technique B { pass { } }"); },
          "is not allowed inside"},

@@ -5,9 +5,11 @@
 #include "host/effects/framework/Problems.h"
 #include "host/effects/framework/TokenReader.h"
 
+#include <map>
 #include <set>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace Qx::Host::Effects {
@@ -75,9 +77,10 @@ private:
     void parseSamplers();
     void parseSampler(std::optional<SamplerType> type, const Token& name);
     Tokens withoutTextureMethods(const Tokens& body);
-    Token samplerOf(const EffectSyntax::Texture& texture, const Token& at, const Token* states);
+    std::string_view samplerOf(const Token& texture, const Token* states);
     bool parseSamplerState(EffectSyntax::Sampler& sampler);
-    void findVolumes();
+    void completeSamplers();
+    std::uint32_t registerOfTexture(std::string_view name) const;
     void addVolumesOfPasses(std::unordered_set<std::string_view>& volumes) const;
     void parseStruct();
     void parseTypedef();
@@ -103,7 +106,7 @@ private:
     std::optional<std::uint32_t> knownElements(const Tokens& dimensions);
     Suffixes parseSuffixes();
     std::optional<Token> parseSemantic() { return parseSuffixes().semantic; }
-    static std::uint32_t registerIndexOf(const Suffixes& suffixes);
+    static std::uint32_t registerIndexOf(const Suffixes& suffixes, char letter);
     Annotations parseAnnotations();
     ConstantValue evaluateInitializer(Tokens tokens, const Token& name);
     std::optional<ConstantValue> constantNamed(const Token& name) const;
@@ -117,10 +120,13 @@ private:
     EffectSyntax effect_;
     Initializers initializers_;
     std::size_t passes_ = 0;
+    std::unordered_map<std::string_view, EffectSyntax::TextureKind> textureKinds_;
+    std::map<std::pair<std::string_view, std::string_view>, std::string_view> combined_; ///< see samplerOf
     std::unordered_map<std::string_view, ConstantValue> constants_;
     std::unordered_map<std::string_view, std::vector<EffectSyntax::Shader>> shaders_; ///< variables
     std::unordered_map<std::string_view, NumericType> typedefs_;
-    std::set<std::string_view> typeNames_;       ///< of structs and typedefs
+    std::unordered_map<std::string_view, std::size_t> structs_; ///< index of the first piece of each name
+    std::set<std::string_view> typeNames_;                      ///< of structs and typedefs
     std::unordered_set<std::string_view> names_; ///< of parameters, textures, samplers and constants
 };
 

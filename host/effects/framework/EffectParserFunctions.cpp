@@ -53,6 +53,7 @@ void EffectParser::parseStruct()
     piece.text.push_back(reader_.take());
     piece.text.push_back(reader_.peek());
     reader_.expect(";", "after the struct");
+    structs_.emplace(piece.name.text, effect_.pieces.size());
     effect_.pieces.push_back(std::move(piece));
 }
 

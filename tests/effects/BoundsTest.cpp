@@ -145,6 +145,16 @@ const std::vector<Bomb>& bombs()
                  repeated("S s = { g() };", 20000) + "}\n" + entry + technique);
          },
          "tokens after inlining all that it calls"},
+        {"StructsOfStructsOfStructs",
+         [] {
+             std::string text = "typedef float S0[1000];\n";
+             for (int i = 1; i < 40; ++i) {
+                 text += "struct S" + std::to_string(i) + " { S" + std::to_string(i - 1) + " a[1000]; };\n";
+             }
+             return effect(text + "static const S39 s = { 1 };\nfloat4 g() { return s; }\n" + entry +
+                           technique);
+         },
+         "'S1' has more than 4096 numbers"},
         {"ChainsOfIndices",
          [] {
              return effect("float4 f() : COLOR { " + repeated("float a" + repeated("[1]", 5000) + ";", 60) +

@@ -83,6 +83,8 @@ private:
     std::uint32_t registerOfTexture(std::string_view name) const;
     void addVolumesOfPasses(std::unordered_set<std::string_view>& volumes) const;
     void parseStruct();
+    double numbersIn(const EffectSyntax::Type& type, std::optional<std::uint32_t> elements) const;
+    void claimSize(const Token& name, double numbers);
     void parseTypedef();
     void parseText();
     void parseDeclaration(const Qualifiers& qualifiers);
@@ -126,6 +128,7 @@ private:
     std::unordered_map<std::string_view, std::vector<EffectSyntax::Shader>> shaders_; ///< variables
     std::unordered_map<std::string_view, NumericType> typedefs_;
     std::unordered_map<std::string_view, std::size_t> structs_; ///< index of the first piece of each name
+    std::unordered_map<std::string_view, double> sizes_;        ///< numbers in each struct and typedef
     std::set<std::string_view> typeNames_;                      ///< of structs and typedefs
     std::unordered_set<std::string_view> names_; ///< of parameters, textures, samplers and constants
 };

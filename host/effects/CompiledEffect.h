@@ -141,7 +141,7 @@ struct CompiledEffect
 
         std::string name;
         std::uint32_t texture = 0;                ///< index into textures
-        std::uint32_t registerIndex = noRegister; ///< N of its register(sN)
+        std::uint32_t registerIndex = noRegister; ///< N of its register(sN), or its texture's tN
         std::uint32_t dimensions = 2;             ///< of its texture: 2, or 3 for a volume
         Filter filter = Filter::Point;
         Address addressU = Address::Clamp;

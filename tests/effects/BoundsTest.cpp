@@ -127,6 +127,34 @@ const std::vector<Bomb>& bombs()
                            repeated("M0 ", 1000));
          },
          "preprocessing took more than"},
+        {"TexturesWithEveryState",
+         [] {
+             const std::string reads = numbered(200, [](auto& n) {
+                 return numbered(200, [&](auto& m) { return "c += t" + n + ".Sample(s" + m + ", uv);"; });
+             });
+             return effect(numbered(200, [](auto& n) { return "Texture2D t" + n + ';'; }) +
+                           numbered(200, [](auto& n) { return "SamplerState s" + n + ';'; }) +
+                           "float4 g(float2 uv) { float4 c = 0;" + reads + "return c; }\n" + entry +
+                           technique);
+         },
+         "textures and samplers at most"},
+        {"ListsForLargeStructs",
+         [] {
+             return effect(
+                 "float g() { return 1; }\nstruct S { float a[1000], b[1000], c[1000]; };\nvoid h() {" +
+                 repeated("S s = { g() };", 20000) + "}\n" + entry + technique);
+         },
+         "tokens after inlining all that it calls"},
+        {"StructsOfStructsOfStructs",
+         [] {
+             std::string text = "typedef float S0[1000];\n";
+             for (int i = 1; i < 40; ++i) {
+                 text += "struct S" + std::to_string(i) + " { S" + std::to_string(i - 1) + " a[1000]; };\n";
+             }
+             return effect(text + "static const S39 s = { 1 };\nfloat4 g() { return s; }\n" + entry +
+                           technique);
+         },
+         "'S1' has more than 4096 numbers"},
         {"ChainsOfIndices",
          [] {
              return effect("float4 f() : COLOR { " + repeated("float a" + repeated("[1]", 5000) + ";", 60) +

@@ -39,7 +39,7 @@ EffectSyntax EffectParser::parse()
         }
         checkSize(*item);
     }
-    findVolumes();
+    completeSamplers();
     return std::move(effect_);
 }
 

@@ -5,9 +5,11 @@
 #include "host/effects/framework/Problems.h"
 #include "host/effects/framework/TokenReader.h"
 
+#include <map>
 #include <set>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace Qx::Host::Effects {
@@ -75,11 +77,14 @@ private:
     void parseSamplers();
     void parseSampler(std::optional<SamplerType> type, const Token& name);
     Tokens withoutTextureMethods(const Tokens& body);
-    Token samplerOf(const EffectSyntax::Texture& texture, const Token& at, const Token* states);
+    std::string_view samplerOf(const Token& texture, const Token* states);
     bool parseSamplerState(EffectSyntax::Sampler& sampler);
-    void findVolumes();
+    void completeSamplers();
+    std::uint32_t registerOfTexture(std::string_view name) const;
     void addVolumesOfPasses(std::unordered_set<std::string_view>& volumes) const;
     void parseStruct();
+    double numbersIn(const EffectSyntax::Type& type, std::optional<std::uint32_t> elements) const;
+    void claimSize(const Token& name, double numbers);
     void parseTypedef();
     void parseText();
     void parseDeclaration(const Qualifiers& qualifiers);
@@ -103,7 +108,7 @@ private:
     std::optional<std::uint32_t> knownElements(const Tokens& dimensions);
     Suffixes parseSuffixes();
     std::optional<Token> parseSemantic() { return parseSuffixes().semantic; }
-    static std::uint32_t registerIndexOf(const Suffixes& suffixes);
+    static std::uint32_t registerIndexOf(const Suffixes& suffixes, char letter);
     Annotations parseAnnotations();
     ConstantValue evaluateInitializer(Tokens tokens, const Token& name);
     std::optional<ConstantValue> constantNamed(const Token& name) const;
@@ -117,10 +122,14 @@ private:
     EffectSyntax effect_;
     Initializers initializers_;
     std::size_t passes_ = 0;
+    std::unordered_map<std::string_view, EffectSyntax::TextureKind> textureKinds_;
+    std::map<std::pair<std::string_view, std::string_view>, std::string_view> combined_; ///< see samplerOf
     std::unordered_map<std::string_view, ConstantValue> constants_;
     std::unordered_map<std::string_view, std::vector<EffectSyntax::Shader>> shaders_; ///< variables
     std::unordered_map<std::string_view, NumericType> typedefs_;
-    std::set<std::string_view> typeNames_;       ///< of structs and typedefs
+    std::unordered_map<std::string_view, std::size_t> structs_; ///< index of the first piece of each name
+    std::unordered_map<std::string_view, double> sizes_;        ///< numbers in each struct and typedef
+    std::set<std::string_view> typeNames_;                      ///< of structs and typedefs
     std::unordered_set<std::string_view> names_; ///< of parameters, textures, samplers and constants
 };
 

@@ -53,7 +53,34 @@ void EffectParser::parseStruct()
     piece.text.push_back(reader_.take());
     piece.text.push_back(reader_.peek());
     reader_.expect(";", "after the struct");
+    double numbers = 0.0;
+    for (const EffectSyntax::Member& member : piece.members) {
+        numbers += numbersIn(member.type, member.elements);
+    }
+    claimSize(piece.name, numbers);
+    structs_.emplace(piece.name.text, effect_.pieces.size());
     effect_.pieces.push_back(std::move(piece));
+}
+
+/// The numbers in a variable, as far as they can be counted.
+double EffectParser::numbersIn(const EffectSyntax::Type& type, std::optional<std::uint32_t> elements) const
+{
+    const auto named = sizes_.find(type.tokens[0].text);
+    const double one = type.numeric            ? type.numeric->components()
+                       : named != sizes_.end() ? named->second
+                                               : 1.0;
+    return one * std::max(elements.value_or(1), 1U);
+}
+
+/// Types of arrays of types multiply to more than the HLSL compiler has memory for.
+void EffectParser::claimSize(const Token& name, double numbers)
+{
+    if (numbers > Limits::structNumbers) {
+        throw CompileError(name.at, inQuotes(name.text) + " has more than " +
+                                        std::to_string(Limits::structNumbers) + " numbers");
+    }
+    double& known = sizes_[name.text];
+    known = std::max(known, numbers);
 }
 
 void EffectParser::parseTypedef()
@@ -75,6 +102,7 @@ void EffectParser::parseTypedef()
     if (type.numeric && dimensions.empty()) {
         typedefs_[piece.name.text] = *type.numeric;
     }
+    claimSize(piece.name, numbersIn(type, knownElements(dimensions)));
     effect_.pieces.push_back(std::move(piece));
 }
 

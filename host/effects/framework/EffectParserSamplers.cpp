@@ -36,8 +36,10 @@ void EffectParser::parseTexture()
         EffectSyntax::Texture texture;
         texture.name = reader_.expectName("the name of the texture");
         claimName(texture.name);
-        texture.kind = kind;
-        texture.semantic = parseSemantic();
+        textureKinds_[texture.name.text] = kind;
+        const Suffixes suffixes = parseSuffixes();
+        texture.registerIndex = registerIndexOf(suffixes, 't');
+        texture.semantic = suffixes.semantic;
         texture.annotations = parseAnnotations();
         effect_.textures.push_back(std::move(texture));
     } while (reader_.accept(","));
@@ -67,7 +69,7 @@ void EffectParser::parseSampler(std::optional<SamplerType> type, const Token& na
     if (reader_.peek().is("[")) {
         throw CompileError(reader_.peek().at, "arrays of samplers are not supported");
     }
-    sampler.registerIndex = registerIndexOf(parseSuffixes());
+    sampler.registerIndex = registerIndexOf(parseSuffixes(), 's');
     Annotations annotations = parseAnnotations();
     bool allKnown = true;
     if (reader_.accept("=")) {
@@ -83,16 +85,19 @@ void EffectParser::parseSampler(std::optional<SamplerType> type, const Token& na
     if (sampler.texture.kind == TokenKind::End && allKnown) {
         sampler.texture = name;
         if (!sampler.onlyStates) {
-            effect_.textures.push_back({name, TextureKind::Picture, std::move(annotations), {}});
+            effect_.textures.push_back(
+                {name, CompiledEffect::Sampler::noRegister, std::move(annotations), {}});
         }
     } else if (sampler.texture.kind == TokenKind::End) {
         effect_.complete = false; // one of the unknown states may be a mistyped Texture
     }
+    sampler.onlyStates = sampler.onlyStates && sampler.texture.text == name.text;
     effect_.samplers.push_back(std::move(sampler));
 }
 
-/// The N of "register(sN)", "register(PROFILE, s[N])" or the semantic TEXUNITN.
-std::uint32_t EffectParser::registerIndexOf(const Suffixes& suffixes)
+/// The N of "register(sN)", "register(PROFILE, s[N])" or the semantic TEXUNITN. `letter` is that of samplers
+/// or that of textures.
+std::uint32_t EffectParser::registerIndexOf(const Suffixes& suffixes, char letter)
 {
     constexpr std::string_view unit = "TEXUNIT";
     constexpr std::uint32_t most = 15;
@@ -101,10 +106,10 @@ std::uint32_t EffectParser::registerIndexOf(const Suffixes& suffixes)
         digits = suffixes.semantic->text.substr(unit.size());
     }
     for (const Token& token : suffixes.place) {
-        const bool letter = token.text[0] == 's' || token.text[0] == 'S';
-        digits = letter && token.kind == TokenKind::Identifier ? token.text.substr(1)
-                 : token.kind == TokenKind::Number             ? token.text
-                                                               : digits;
+        const bool named = equalIgnoringCase(token.text.substr(0, 1), std::string_view(&letter, 1));
+        digits = named && token.kind == TokenKind::Identifier ? token.text.substr(1)
+                 : token.kind == TokenKind::Number            ? token.text
+                                                              : digits;
     }
     std::uint32_t index = 0;
     const char* const end = digits.data() + digits.size();
@@ -148,27 +153,28 @@ bool EffectParser::parseSamplerState(EffectSyntax::Sampler& sampler)
 
 EffectParser::Tokens EffectParser::withoutTextureMethods(const Tokens& body)
 {
-    const auto textureNamed = [this](const Token& name) {
-        return std::find_if(effect_.textures.begin(), effect_.textures.end(),
-                            [&](const auto& texture) { return texture.name.text == name.text; });
+    const auto kindOf = [this](const Token& name) {
+        const auto texture = textureKinds_.find(name.text);
+        return texture == textureKinds_.end() ? std::nullopt : std::optional(texture->second);
     };
-    const auto kindOf = [&](const Token& name) {
-        const auto texture = textureNamed(name);
-        return texture == effect_.textures.end() ? std::nullopt : std::optional(texture->kind);
-    };
-    return withoutMethods(body, kindOf, [&](const Token& texture, const Token* states) {
-        return samplerOf(*textureNamed(texture), texture, states);
+    return withoutMethods(body, kindOf, [this](const Token& texture, const Token* states) {
+        const std::pair both(texture.text, states == nullptr ? std::string_view() : states->text);
+        const auto known = combined_.find(both);
+        Token name = texture;
+        name.text = known == combined_.end() ? combined_[both] = samplerOf(texture, states) : known->second;
+        return name;
     });
 }
 
 /// The sampler that reads a texture with the states of a sampler, which is added if there is none. The first
-/// texture that states are used with gets the sampler of their name.
-Token EffectParser::samplerOf(const EffectSyntax::Texture& texture, const Token& at, const Token* states)
+/// texture that states are used with gets the sampler of their name. Without states it is for texels.
+std::string_view EffectParser::samplerOf(const Token& texture, const Token* states)
 {
     EffectSyntax::Sampler sampler;
-    std::string name(texture.name.text);
-    sampler.texture = texture.name;
-    sampler.type.dimensions = texture.kind == TextureKind::Volume ? 3 : 2;
+    sampler.name = texture;
+    sampler.texture = texture;
+    sampler.type.dimensions = textureKinds_.at(texture.text) == TextureKind::Volume ? 3 : 2;
+    std::string name = std::string(texture.text) + "_Load";
     if (states != nullptr) {
         const auto found =
             std::find_if(effect_.samplers.begin(), effect_.samplers.end(),
@@ -176,38 +182,28 @@ Token EffectParser::samplerOf(const EffectSyntax::Texture& texture, const Token&
         if (found == effect_.samplers.end()) {
             throw CompileError(states->at, "there is no sampler " + inQuotes(states->text));
         }
-        if (found->texture.text == texture.name.text) {
-            return *states;
+        if (found->texture.text == texture.text) {
+            return states->text;
         }
         if (found->texture.text == found->name.text) { // it has no texture yet
-            const std::string_view own = found->name.text;
-            found->texture = texture.name;
+            found->texture = texture;
             found->type = sampler.type;
             found->onlyStates = false;
             effect_.textures.erase(std::remove_if(effect_.textures.begin(), effect_.textures.end(),
-                                                  [&](const auto& t) { return t.name.text == own; }),
+                                                  [&](const auto& t) { return t.name.text == states->text; }),
                                    effect_.textures.end());
-            return *states;
+            return states->text;
         }
         sampler.filter = found->filter;
         sampler.addressU = found->addressU;
         sampler.addressV = found->addressV;
-        name += '_' + std::string(states->text);
-    } else {
-        name += "_Load";
+        name = std::string(texture.text) + '_' + std::string(states->text);
     }
-    for (const EffectSyntax::Sampler& other : effect_.samplers) {
-        if (other.name.text == name && other.texture.text == texture.name.text) {
-            Token known = at;
-            known.text = other.name.text;
-            return known;
-        }
-    }
-    sampler.name = at;
     sampler.name.text = effect_.texts.emplace_back(std::move(name));
     claimName(sampler.name);
     effect_.samplers.push_back(sampler);
-    return sampler.name;
+    checkSize(texture);
+    return sampler.name.text;
 }
 
 namespace {
@@ -249,8 +245,9 @@ std::unordered_set<std::string_view> namesReadAsVolumes(const std::vector<Token>
 
 } // namespace
 
-/// A generic sampler, of the effect or of a function, is of a volume if it is read as one.
-void EffectParser::findVolumes()
+/// What is known only of the whole effect: which states are samplers, their registers, and which read
+/// volumes. A generic sampler, of the effect or of a function, is of a volume if it is read as one.
+void EffectParser::completeSamplers()
 {
     effect_.samplers.erase(std::remove_if(effect_.samplers.begin(), effect_.samplers.end(),
                                           [](const auto& sampler) { return sampler.onlyStates; }),
@@ -275,10 +272,21 @@ void EffectParser::findVolumes()
     }
     addVolumesOfPasses(volumes);
     for (EffectSyntax::Sampler& sampler : effect_.samplers) {
+        if (sampler.registerIndex == CompiledEffect::Sampler::noRegister) {
+            sampler.registerIndex = registerOfTexture(sampler.texture.text);
+        }
         if (sampler.type.generic && volumes.count(sampler.name.text) != 0) {
             sampler.type.dimensions = 3;
         }
     }
+}
+
+/// Direct3D 10 numbers the textures instead of the samplers.
+std::uint32_t EffectParser::registerOfTexture(std::string_view name) const
+{
+    const auto texture = std::find_if(effect_.textures.begin(), effect_.textures.end(),
+                                      [&](const auto& candidate) { return candidate.name.text == name; });
+    return texture == effect_.textures.end() ? CompiledEffect::Sampler::noRegister : texture->registerIndex;
 }
 
 /// Adds the samplers that passes give to functions as volumes.

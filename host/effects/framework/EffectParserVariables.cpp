@@ -91,14 +91,12 @@ std::optional<Shape> EffectParser::shapeOf(const Token& type, std::size_t depth)
     if (numeric.numeric) {
         return shapeOf(numeric);
     }
-    const auto structure = std::find_if(effect_.pieces.begin(), effect_.pieces.end(), [&](const auto& piece) {
-        return piece.kind == EffectSyntax::Piece::Kind::Struct && piece.name.text == type.text;
-    });
-    if (typeNames_.count(type.text) == 0 || structure == effect_.pieces.end() || depth == deepest) {
+    const auto structure = structs_.find(type.text);
+    if (structure == structs_.end() || depth == deepest) {
         return std::nullopt;
     }
     Shape shape;
-    for (const EffectSyntax::Member& member : structure->members) {
+    for (const EffectSyntax::Member& member : effect_.pieces[structure->second].members) {
         const std::optional<Shape> part =
             member.type.numeric ? shapeOf(member.type) : shapeOf(member.type.tokens[0], depth + 1);
         if (!part || member.elements == 0U) {

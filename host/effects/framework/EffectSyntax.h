@@ -104,7 +104,7 @@ struct EffectSyntax
     struct Texture
     {
         Token name;
-        TextureKind kind = TextureKind::Picture;
+        std::uint32_t registerIndex = CompiledEffect::Sampler::noRegister; ///< N of register(tN)
         std::vector<Annotation> annotations;
         std::optional<Token> semantic;
     };

@@ -339,11 +339,14 @@ Initializers::Tokens Initializers::arranged(const Shape& shape, Tokens& dimensio
 
 Initializers::Tokens Initializers::arrangedBody(const Tokens& body)
 {
+    constexpr std::size_t mostWork =
+        4U << 20U; // components looked at; then the HLSL compiler sees the rest as it is
     Tokens result;
     result.reserve(body.size());
     for (std::size_t i = 0; i < body.size();) {
         const bool declares = isName(body, i) && isName(body, i + 1) && (i == 0 || !body[i - 1].is("."));
-        std::optional<Shape> type = declares ? types_(body[i]) : std::nullopt;
+        std::optional<Shape> type = declares && work_ < mostWork ? types_(body[i]) : std::nullopt;
+        work_ += type ? type->components() : 0;
         Token name = body[i++];
         if (!type) {
             result.push_back(name);

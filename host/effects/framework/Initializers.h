@@ -80,6 +80,7 @@ private:
     std::deque<std::string>& texts_;
     std::unordered_map<std::string_view, std::size_t> globals_; ///< components of each
     std::unordered_map<std::string_view, std::size_t> locals_;
+    std::size_t work_ = 0; ///< components of the types of all variables of functions
 };
 
 } // namespace Qx::Host::Effects

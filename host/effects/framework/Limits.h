@@ -23,6 +23,7 @@ struct Limits
     static constexpr std::size_t passes = 4096;        ///< of all techniques together
     static constexpr std::size_t declarations = 16384; ///< of functions, types, constants, textures, samplers
     static constexpr std::size_t functionParameters = 256;
+    static constexpr std::size_t structNumbers = 4096;
     static constexpr std::size_t uniformBytes = 16384; ///< the least maximum of a Vulkan device
 };
 

@@ -6,7 +6,7 @@
 namespace Qx::Host::Effects {
 namespace {
 
-using Kind = EffectSyntax::TextureKind;
+using TextureKind = EffectSyntax::TextureKind;
 
 struct Method
 {
@@ -23,7 +23,7 @@ constexpr std::array<Method, 5> methods{
 
 } // namespace
 
-std::string_view functionOfMethod(std::string_view method, Kind kind)
+std::string_view functionOfMethod(std::string_view method, TextureKind kind)
 {
     const auto* const found = std::find_if(methods.begin(), methods.end(),
                                            [&](const Method& candidate) { return candidate.name == method; });
@@ -31,7 +31,8 @@ std::string_view functionOfMethod(std::string_view method, Kind kind)
 }
 
 std::vector<Token>
-withoutMethods(const std::vector<Token>& body, const std::function<std::optional<Kind>(const Token&)>& kindOf,
+withoutMethods(const std::vector<Token>& body,
+               const std::function<std::optional<TextureKind>(const Token&)>& kindOf,
                const std::function<Token(const Token& texture, const Token* sampler)>& both)
 {
     std::vector<Token> result;
@@ -39,7 +40,7 @@ withoutMethods(const std::vector<Token>& body, const std::function<std::optional
     for (std::size_t i = 0; i < body.size(); ++i) {
         const bool selects = body[i].kind == TokenKind::Identifier && i + 5 < body.size() &&
                              body[i + 1].is(".") && body[i + 3].is("(") && (i == 0 || !body[i - 1].is("."));
-        const std::optional<Kind> kind = selects ? kindOf(body[i]) : std::nullopt;
+        const std::optional<TextureKind> kind = selects ? kindOf(body[i]) : std::nullopt;
         if (!kind) {
             result.push_back(body[i]);
             continue;

@@ -7,7 +7,7 @@
 namespace Qx::Host::Effects {
 namespace {
 
-using Names = std::unordered_set<std::string_view>;
+using NameSet = std::unordered_set<std::string_view>;
 
 bool assigns(const Token& token)
 {
@@ -18,9 +18,9 @@ bool assigns(const Token& token)
 }
 
 /// The functions that write to an argument.
-Names functionsWithOutputs(const EffectSyntax& syntax)
+NameSet functionsWithOutputs(const EffectSyntax& syntax)
 {
-    Names names{"sincos", "modf", "frexp"};
+    NameSet names{"sincos", "modf", "frexp"};
     for (const EffectSyntax::Piece& piece : syntax.pieces) {
         const auto& parameters = piece.function.parameters;
         if (std::any_of(parameters.begin(), parameters.end(), [](const auto& p) { return p.output; })) {
@@ -75,7 +75,7 @@ public:
         }
     }
 
-    Names take() { return std::move(found_); }
+    NameSet take() { return std::move(found_); }
 
 private:
     static bool isAssigned(const std::vector<Token>& tokens, std::size_t at, bool output)
@@ -92,14 +92,14 @@ private:
                (output && (before.is("(") || before.is(",")) && (after.is(",") || after.is(")")));
     }
 
-    const Names writers_;
-    Names parameters_;
-    Names found_;
+    const NameSet writers_;
+    NameSet parameters_;
+    NameSet found_;
 };
 
 } // namespace
 
-Names assignedParameters(const EffectSyntax& syntax)
+NameSet assignedParameters(const EffectSyntax& syntax)
 {
     Finder finder(syntax);
     for (const EffectSyntax::Piece& piece : syntax.pieces) {

@@ -85,7 +85,8 @@ void EffectParser::parseSampler(std::optional<SamplerType> type, const Token& na
     if (sampler.texture.kind == TokenKind::End && allKnown) {
         sampler.texture = name;
         if (!sampler.onlyStates) {
-            effect_.textures.push_back({name, CompiledEffect::Sampler::noRegister, std::move(annotations), {}});
+            effect_.textures.push_back(
+                {name, CompiledEffect::Sampler::noRegister, std::move(annotations), {}});
         }
     } else if (sampler.texture.kind == TokenKind::End) {
         effect_.complete = false; // one of the unknown states may be a mistyped Texture

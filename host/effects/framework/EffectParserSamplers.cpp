@@ -92,7 +92,7 @@ void EffectParser::parseSampler(std::optional<SamplerType> type, const Token& na
         effect_.complete = false; // one of the unknown states may be a mistyped Texture
     }
     sampler.onlyStates = sampler.onlyStates && sampler.texture.text == name.text;
-    effect_.samplers.push_back(std::move(sampler));
+    effect_.samplers.push_back(sampler);
 }
 
 /// The N of "register(sN)", "register(PROFILE, s[N])" or the semantic TEXUNITN. `letter` is that of samplers

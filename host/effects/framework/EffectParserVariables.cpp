@@ -148,13 +148,13 @@ void EffectParser::parseParameter(EffectSyntax::Type type, const Token& name)
     parameter.elements = dimensions.empty() || open ? 0 : elementsOf(dimensions, name);
     parameter.semantic = parseSemantic();
     parameter.annotations = parseAnnotations();
-    const std::uint32_t each = type.numeric->components();
+    const std::size_t each = type.numeric->components();
     if (reader_.accept("=")) {
         ConstantValue value =
             evaluateInitializer(reader_.takeUntil(",;", "the default of " + inQuotes(name.text)), name);
         if (open) {
-            parameter.elements =
-                checkedElements(static_cast<double>(value.components.size() / each), name.at, name);
+            const std::size_t given = value.components.size() / each;
+            parameter.elements = checkedElements(static_cast<double>(given), name.at, name);
         }
         parameter.defaultValue =
             fitted(std::move(value), type.numeric->scalar, each * std::max(parameter.elements, 1U),
@@ -164,7 +164,7 @@ void EffectParser::parseParameter(EffectSyntax::Type type, const Token& name)
                            "the array " + inQuotes(name.text) + " has no size and no value");
     }
     Shape shape;
-    shape.type = {type.numeric->scalar, 1, each * std::max(parameter.elements, 1U)};
+    shape.type = {type.numeric->scalar, 1, type.numeric->components() * std::max(parameter.elements, 1U)};
     initializers_.rememberGlobal(name, shape);
     effect_.parameters.push_back(std::move(parameter));
 }

@@ -149,7 +149,7 @@ std::filesystem::path IncludeFiles::find(const std::string& written, const Token
         addEntriesOf(candidate.parent_path(), neighbours);
     }
     for (const std::filesystem::path& directory : searchedDirectories(includer)) {
-        const std::filesystem::path candidate = inOtherCase(directory, name);
+        std::filesystem::path candidate = inOtherCase(directory, name);
         if (!candidate.empty() && mayInclude(candidate)) {
             return candidate;
         }

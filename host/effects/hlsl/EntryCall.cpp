@@ -98,7 +98,7 @@ const EffectSyntax::Piece* EntryCall::structureNamed(const Token& name) const
 
 std::string EntryCall::newVariable(const EffectSyntax::Type& type, std::uint32_t elements)
 {
-    const std::string name = "qxfx_value" + std::to_string(variables_++);
+    std::string name = "qxfx_value" + std::to_string(variables_++);
     before_.push_back(spellingOf(type) + ' ' + name +
                       (elements == 0 ? "" : '[' + std::to_string(elements) + ']') + ';');
     return name;
@@ -238,9 +238,14 @@ void EntryCall::addInput(const EffectSyntax::Type& type, const Token& name,
         return;
     }
     for (std::uint32_t i = 0; i < elements.value_or(1) * rows; ++i) {
-        const std::string element = elements ? '[' + std::to_string(i / rows) + ']' : std::string();
-        const std::string row = rows > 1 ? '[' + std::to_string(i % rows) + ']' : std::string();
-        before_.push_back(variable + element + row + " = " + input(type, name, semantic, i) + ';');
+        std::string part = variable;
+        if (elements) {
+            part.append(1, '[').append(std::to_string(i / rows)).append(1, ']');
+        }
+        if (rows > 1) {
+            part.append(1, '[').append(std::to_string(i % rows)).append(1, ']');
+        }
+        before_.push_back(part.append(" = ").append(input(type, name, semantic, i)).append(1, ';'));
     }
 }
 

@@ -128,7 +128,7 @@ const std::vector<Nasty>& nastyFiles()
         {"ByteOrderMark", holding("\xEF\xBB\xBF" + effectWith("return 1;")), nullptr},
         {"CarriageReturns", holding(withLineEnds(effectWith("return\n 1;"), "\r\n")), nullptr},
         {"LoneCarriageReturns", holding(withLineEnds(effectWith("return\n 1;"), "\r")), nullptr},
-        {"UnnamedParameter", holding("void main(int){}"), "the name of a parameter"},
+        {"UnnamedParameter", holding("void main(int){}"), "the effect has no technique"},
         {"SamplerCall", holding("sampler a=o(0++"), "sampler_state"},
         {"ManyMatrixElements", holding(effectWith("return m._m00_m11.xyxy;", "float4x4 m;\n")),
          "several elements of a matrix"},

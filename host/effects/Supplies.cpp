@@ -128,10 +128,10 @@ constexpr std::array names{
 
 std::string plainName(std::string_view name)
 {
-    if (name.starts_with("g_")) {
-        name.remove_prefix(2);
-    }
     std::string plain = asciiLower(name);
+    if (plain.starts_with("g_")) {
+        plain.erase(0, 2);
+    }
     std::erase(plain, '_');
     return plain;
 }

@@ -143,6 +143,7 @@ TEST(Supplies, AnnotationsAskToo)
 TEST(Supplies, NamesAskUnlessTheParameterIsTheUsers)
 {
     EXPECT_EQ(valuesFor(parameter("g_fTime", "")), Floats{2.5F});
+    EXPECT_EQ(valuesFor(parameter("G_Time", "")), Floats{2.5F});
     EXPECT_EQ(valuesFor(parameter("iResolution", "", 3)), (Floats{640, 320, 1}));
     EXPECT_EQ(valuesFor(parameter("ScreenSize", "", 2)), (Floats{640, 320}));
     EXPECT_EQ(valuesFor(parameter("rcpFrame", "", 2)), (Floats{1 / 640.0F, 1 / 320.0F}));

@@ -168,11 +168,13 @@ Initializers::Value Initializers::read(const Token*& token, const Token* end)
     return value;
 }
 
-/// Whether the HLSL compiler takes the value as it is.
-bool Initializers::fits(const Shape& shape, const Value& value)
+/// Whether the HLSL compiler takes the value as it is: an expression of as many numbers, as far as they can
+/// be counted, or a list of what fits each part.
+bool Initializers::fits(const Shape& shape, const Value& value) const
 {
     if (!value.isList) {
-        return !shape.array && !value.expression.empty();
+        return !shape.array && !value.expression.empty() &&
+               componentsOf(value.expression).value_or(shape.components()) == shape.components();
     }
     const auto allFit = [&](const Shape& part) {
         return std::all_of(value.list.begin(), value.list.end(),
@@ -183,7 +185,8 @@ bool Initializers::fits(const Shape& shape, const Value& value)
                !value.list.empty() && allFit(shape.parts[0]);
     }
     if (!shape.parts.empty()) {
-        return std::equal(shape.parts.begin(), shape.parts.end(), value.list.begin(), value.list.end(), fits);
+        return std::equal(shape.parts.begin(), shape.parts.end(), value.list.begin(), value.list.end(),
+                          [&](const Shape& part, const Value& item) { return fits(part, item); });
     }
     const NumericType& type = shape.type;
     Shape row;

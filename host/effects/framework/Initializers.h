@@ -67,7 +67,7 @@ private:
     struct Number;
 
     static Value read(const Token*& token, const Token* end);
-    static bool fits(const Shape& shape, const Value& value);
+    bool fits(const Shape& shape, const Value& value) const;
     bool flatten(const Value& value, std::vector<Number>& numbers) const;
     std::optional<std::size_t> componentsOf(const Tokens& expression) const;
     static void write(const Shape& shape, const Number*& next, Tokens& to);

@@ -108,8 +108,8 @@ TargetFormat formatFrom(const std::vector<Annotation>& annotations, Problems& pr
     if (name.starts_with("d3dfmt_")) {
         name.erase(0, 7);
     }
-    const auto has = [&](std::string_view bits) { return name.find(bits) != std::string::npos; };
-    if (name.ends_with('f')) {
+    const auto has = [&](std::string_view part) { return name.find(part) != std::string::npos; };
+    if (name.ends_with('f') || has("float") || has("half")) {
         return TargetFormat::Half;
     }
     if (has("16") || has("10") || has("8")) {

@@ -69,7 +69,11 @@ std::size_t CallGraph::costOf(std::size_t index, std::size_t depth)
     cost.state = Cost::State::Open;
     std::size_t tokens = piece.text.size();
     for (std::size_t i = piece.bodyBegin; i < piece.text.size() && piece.kind == Kind::Function; ++i) {
-        const std::optional<std::size_t> call = costOfCall(index, piece.text[i], depth);
+        // Members and variables may have the names of functions.
+        const bool calls =
+            i + 1 < piece.text.size() && piece.text[i + 1].is("(") && !piece.text[i - 1].is(".");
+        const std::optional<std::size_t> call =
+            calls ? costOfCall(index, piece.text[i], depth) : std::nullopt;
         tokens += call.value_or(0);
         if (call && tokens > mostInlinedTokens) {
             throw CompileError(piece.name.at, "function " + inQuotes(piece.name.text) + " has more than " +

@@ -31,9 +31,9 @@ std::array<VkMemoryPropertyFlags, 3> preferences(MemoryUse use)
     return {mapped | VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT, mapped, mapped};
 }
 
-/// Whether the end of mapped memory is there. Mesa's software device keeps its memory in a file since version
-/// 24, and does not notice when the limit on the size of files (ulimit -f) keeps that from growing: the first
-/// touch would end the process. Asking the kernel for the page does not.
+/// Whether the end of mapped memory is there. Mesa's software device may keep its memory in a file (25.0
+/// does, 22.3 does not), and does not notice when the limit on the size of files (ulimit -f) keeps that from
+/// growing: the first touch would end the process. Asking the kernel for the page does not.
 bool endIsThere(const void* mapped, VkDeviceSize bytes)
 {
     const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));

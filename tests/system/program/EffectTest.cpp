@@ -1,6 +1,7 @@
 #include "tests/system/program/Program.h"
 
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 namespace Qx::System {
 
@@ -493,9 +494,39 @@ TEST_F(ForeignEffects, an_option_gives_a_texture_its_picture)
                   "two.fx: has no texture \"Othr\" (did you mean Other?); it has Input and Other");
     expectRefusal({"two.fx", "--texture", "Other=c.png"},
                   "two.fx: the texture \"Other\" cannot have its picture: ");
+    ASSERT_EQ(::mkfifo(at("pipe.png").c_str(), 0600), 0);
+    expectRefusal(
+        {"two.fx", "--texture", "Other=pipe.png"},
+        "two.fx: the texture \"Other\" cannot have its picture: pipe.png: is not a file; a texture's "
+        "picture is read from a file");
     write("d.png", "no picture");
     expectRefusal({"two.fx", "--texture", "Other=d.png"},
                   "two.fx: the texture \"Other\" cannot have its picture: ");
+}
+
+TEST_F(ForeignEffects, an_annotation_names_directories_in_any_letter_case)
+{
+    fs::create_directories(at("fx/Maps/Noise"));
+    picture("fx/Maps/Noise/Grain.png", "0x102030");
+    effect("fx/two.fx", {"Grain < string ResourceName = \"maps\\\\NOISE\\\\grain.PNG\"; >", "Input"}, "",
+           "tex2D(sGrain, uv) + tex2D(sInput, uv)");
+    const Outcome shown = qxhost({"effects", "describe", "fx/two.fx"});
+    EXPECT_NE(shown.out.find("Grain    Maps/Noise/Grain.png\n"), std::string::npos) << shown.out;
+    EXPECT_EQ(through({"fx/two.fx"}), (Frames{{56, 72, 88}, {96, 112, 128}, {136, 152, 168}}));
+}
+
+TEST_F(ForeignEffects, an_effect_whose_textures_all_have_files_is_said_not_to_see_the_picture)
+{
+    picture("a.png", "0x102030");
+    effect("one.fx", {"Scene"}, "", "tex2D(sScene, uv)");
+    const Outcome outcome =
+        qxhost({"convert", "clip.mkv", "out.mkv", "--effect", "one.fx", "--texture", "Scene=a.png"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(
+        outcome.err.find("one.fx: technique \"T\" reads nothing but the files of its textures; the picture "
+                         "is not seen\n"),
+        std::string::npos)
+        << outcome.err;
 }
 
 TEST_F(ForeignEffects, a_volume_gets_the_table_of_a_lut)

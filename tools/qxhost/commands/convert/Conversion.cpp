@@ -516,7 +516,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     return ExitCode::ok;
 }
 
-std::vector<std::string> convertQuietly(const ConvertOptions& options)
+QuietConversion convertQuietly(const ConvertOptions& options)
 {
     Conversion conversion = decide(options);
     prepareConversion();
@@ -531,7 +531,7 @@ std::vector<std::string> convertQuietly(const ConvertOptions& options)
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
     }
-    return effects.warnings();
+    return {effects.warnings(), effects.textureFiles()};
 }
 
 } // namespace Qx::Program

@@ -4,6 +4,7 @@
 #include "tools/qxhost/console/ExitCode.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,13 @@ namespace Qx::Program {
 /// the output then holds what could be read. Throws Failure.
 ExitCode runConversion(const ConvertOptions& options, Console& console);
 
-/// Converts on the host that is running, without output to the console. Returns what a user should know of
-/// the effects' settings, a line each. Throws Failure.
-std::vector<std::string> convertQuietly(const ConvertOptions& options);
+struct QuietConversion
+{
+    std::vector<std::string> warnings;               ///< of the effects' settings, a line each
+    std::vector<std::filesystem::path> textureFiles; ///< that pictures of textures were read from
+};
+
+/// Converts on the host that is running, without output to the console. Throws Failure.
+QuietConversion convertQuietly(const ConvertOptions& options);
 
 } // namespace Qx::Program

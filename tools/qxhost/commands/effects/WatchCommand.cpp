@@ -27,8 +27,8 @@ namespace {
 
 constexpr const char* watchFooter = R"(Examples:
   qxhost effects watch my/glow.fx --input photo.png --output preview.png
-      Draws photo.png through glow.fx into preview.png, again each time glow.fx or a file that it
-      includes is saved. A viewer that reloads shows the result.
+      Draws photo.png through glow.fx into preview.png, again each time glow.fx, a file that it
+      includes, photo.png or the picture of a texture is saved. A viewer that reloads shows the result.
   qxhost effects watch my
       Compiles what is saved in the directory and prints the messages.
 
@@ -114,6 +114,17 @@ std::vector<path> watchedDirectories()
     return directories;
 }
 
+/// When each of the files was last written; the least time for those that are not there.
+std::vector<std::filesystem::file_time_type> timesOf(const std::vector<path>& files)
+{
+    std::vector<std::filesystem::file_time_type> times;
+    for (const path& file : files) {
+        std::error_code ignored;
+        times.push_back(std::filesystem::last_write_time(file, ignored));
+    }
+    return times;
+}
+
 /// The effect files that exist, each with its stamp.
 using Snapshot = std::vector<std::pair<std::string, std::uint64_t>>;
 
@@ -152,6 +163,9 @@ public:
                 known = std::move(now);
                 Manager::instance().recompileAll();
                 show();
+            } else if (!failure_.empty() || timesOf(pictures_) != pictureTimes_) {
+                shown_ = nullptr;
+                show();
             }
         }
     }
@@ -179,15 +193,17 @@ private:
         }
     }
 
-    /// Compiles the author's effects, so that existing mistakes are reported too. Shipped effects are
-    /// compiled when used.
+    /// Compiles the effect that was named, or else the author's effects, so that existing mistakes are
+    /// reported too. Shipped effects are compiled when used.
     void compileFirst()
     {
         const path shipped = narrow(getShadersDir());
         for (const ShaderEffectInfo& info : Manager::instance().effects()) {
             const std::string file = narrow(info.getFullPath());
-            const bool isShown = file == target_.effect || narrow(info.name) == target_.effect;
-            if ((isShown || !isSameDirectory(path(file).parent_path(), shipped)) && !info.getShader()) {
+            const bool isMeant = target_.effect.empty()
+                                     ? !isSameDirectory(path(file).parent_path(), shipped)
+                                     : file == target_.effect || narrow(info.name) == target_.effect;
+            if (isMeant && !info.getShader()) {
                 tellMistakes(file);
             }
         }
@@ -212,7 +228,7 @@ private:
             if (failure.code() != ExitCode::effect) {
                 throw;
             }
-            console_.error(failure.what(), failure.details());
+            tell(failure);
         }
     }
 
@@ -220,8 +236,18 @@ private:
     {
         try {
             redraw();
+            failure_.clear();
         } catch (const Failure& failure) {
-            console_.error(failure.what(), failure.details());
+            tell(failure);
+        }
+    }
+
+    /// Once, though it is tried again until it succeeds: what is missing may be put there.
+    void tell(const Failure& failure)
+    {
+        if (failure.what() != failure_) {
+            failure_ = failure.what();
+            console_.error(failure_, failure.details());
         }
     }
 
@@ -248,7 +274,14 @@ private:
         picture.frames = 1;
         picture.force = true; // after the first time the file is our own
         const auto begin = std::chrono::steady_clock::now();
-        for (const std::string& warning : convertQuietly(picture)) {
+        // Of before the reading: what is saved meanwhile is drawn once more.
+        watchPictures();
+        const QuietConversion drawn = convertQuietly(picture);
+        if (drawn.textureFiles != textureFiles_) {
+            textureFiles_ = drawn.textureFiles;
+            watchPictures();
+        }
+        for (const std::string& warning : drawn.warnings) {
             console_.note(warning);
         }
         const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
@@ -256,10 +289,24 @@ private:
                                   took.count()));
     }
 
+    void watchPictures()
+    {
+        pictures_ = textureFiles_;
+        pictures_.push_back(options_.input);
+        for (const TextureFile& texture : options_.textures) {
+            pictures_.push_back(texture.file);
+        }
+        pictureTimes_ = timesOf(pictures_);
+    }
+
     const WatchOptions& options_;
     Target target_;
     Console& console_;
     Qx::Ptr<iShaderEffect> shown_;
+    std::string failure_;            ///< of the last drawing; empty if it succeeded
+    std::vector<path> textureFiles_; ///< of the last drawing
+    std::vector<path> pictures_;     ///< that are drawn again when they are saved
+    std::vector<std::filesystem::file_time_type> pictureTimes_;
 };
 
 /// Protects an existing picture from a mistyped name.

@@ -86,9 +86,9 @@ void OutputFile::clearAbandoned(const fs::path& file)
 Error OutputFile::wouldReplaceInput(const fs::path& file, const FileSet& kept)
 {
     return cannotWrite(file, kept.hasUnknown()
-                                 ? "it may belong to the input, a DASH manifest, which does not "
+                                 ? "this run may read it: the input is a DASH manifest, which does not "
                                    "name its files; choose a name that does not exist"
-                                 : "it belongs to the input itself; choose another name");
+                                 : "this run reads it; choose another name");
 }
 
 Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::shared_ptr<const FileSet> kept)

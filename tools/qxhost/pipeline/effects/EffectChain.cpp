@@ -256,6 +256,11 @@ void EffectChain::takeTextures(Link& link, const EffectRequest& request)
             link.bindings.push_back(std::move(binding));
         }
     }
+    const bool readsFrames = !link.bindings.empty() || !request.lut.empty();
+    if (!request.textures.empty() && !readsFrames) {
+        warnings_.push_back(request.file + ": technique \"" + technique.name +
+                            "\" reads nothing but the files of its textures; the picture is not seen");
+    }
 }
 
 void EffectChain::takeParameters(Link& link, const EffectRequest& request)

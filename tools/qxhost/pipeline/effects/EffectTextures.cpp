@@ -24,22 +24,31 @@ using Host::CompiledEffect;
 using Kind = TextureBinding::Kind;
 using std::filesystem::path;
 
-/// The file of that name in the directory, ignoring letter case, as where most effects come from does.
-std::optional<path> fileIn(const path& directory, const path& name)
+/// What has that name in the directory, ignoring letter case where nothing has exactly it.
+path entryOf(const path& directory, const path& name)
 {
     std::error_code error;
-    if (std::filesystem::is_regular_file(directory / name, error)) {
-        return directory / name;
-    }
-    const path folder = (directory / name).parent_path();
-    const std::string wanted = Host::asciiLower(name.filename().string());
-    for (std::filesystem::directory_iterator each(folder.empty() ? "." : folder, error), end;
-         !error && each != end; each.increment(error)) {
-        if (Host::asciiLower(each->path().filename().string()) == wanted && each->is_regular_file(error)) {
-            return folder / each->path().filename();
+    if (!std::filesystem::exists(directory / name, error)) {
+        const std::string wanted = Host::asciiLower(name.string());
+        for (std::filesystem::directory_iterator each(directory.empty() ? "." : directory, error), end;
+             !error && each != end; each.increment(error)) {
+            if (Host::asciiLower(each->path().filename().string()) == wanted) {
+                return directory / each->path().filename();
+            }
         }
     }
-    return std::nullopt;
+    return directory / name;
+}
+
+/// The file of that name below the directory. Letter case does not count, neither of the file nor of the
+/// directories: nor does it where most effects come from.
+std::optional<path> fileIn(path directory, const path& name)
+{
+    for (const path& part : name) {
+        directory = entryOf(directory, part);
+    }
+    std::error_code error;
+    return std::filesystem::is_regular_file(directory, error) ? std::optional(directory) : std::nullopt;
 }
 
 /// The file that an annotation names: at that place below the effect's directory, or directly in it.
@@ -146,6 +155,12 @@ private:
 
 Qx::Ptr<iGPUImage> firstFrame(const path& file)
 {
+    // A pipe would be waited for, and has no first frame for the next run.
+    std::error_code error;
+    if (std::filesystem::exists(file, error) && !std::filesystem::is_regular_file(file, error)) {
+        throw Failure(ExitCode::input, file.string() + ": is not a file; a texture's picture is read from "
+                                                       "a file");
+    }
     ConvertOptions options;
     options.input = file;
     options.frames = 1;

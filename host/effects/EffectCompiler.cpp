@@ -77,6 +77,7 @@ private:
         keepRemainders(syntax_);
         layOutParameters(syntax_, effect_, problems_);
         const PassWriter writer(syntax_, effect_);
+        giveIdentities(syntax_, writer.namesOfVertices(), effect_);
         writePasses(writer);
         resolveTargets(syntax_, effect_, problems_);
         compilePasses(writer);

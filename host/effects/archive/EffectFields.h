@@ -15,7 +15,7 @@ constexpr CompiledEffect::ScalarType lastOf(CompiledEffect::ScalarType)
 
 constexpr CompiledEffect::Semantic lastOf(CompiledEffect::Semantic)
 {
-    return CompiledEffect::Semantic::TargetMaxCode;
+    return CompiledEffect::Semantic::Identity;
 }
 
 constexpr CompiledEffect::Filter lastOf(CompiledEffect::Filter)

@@ -30,6 +30,10 @@ bool isFillable(const CompiledEffect::Parameter& parameter, const CompiledEffect
     if (parameter.semantic == CompiledEffect::Semantic::None) {
         return true;
     }
+    if (parameter.semantic == CompiledEffect::Semantic::Identity) {
+        return parameter.type == CompiledEffect::ScalarType::Float && parameter.rows > 1 &&
+               parameter.elements == 0;
+    }
     const bool size = parameter.semantic == CompiledEffect::Semantic::TextureSize ||
                       parameter.semantic == CompiledEffect::Semantic::TargetSize;
     const bool textureKnown =

@@ -5,6 +5,7 @@
 #include "host/effects/framework/Problems.h"
 #include "host/effects/framework/TokenReader.h"
 
+#include <cstdint>
 #include <map>
 #include <set>
 #include <unordered_map>
@@ -39,6 +40,12 @@ private:
     using Tokens = std::vector<Token>;
     using Annotations = std::vector<EffectSyntax::Annotation>;
 
+    enum class Stage : std::uint8_t
+    {
+        Vertex,
+        Pixel
+    };
+
     /// The words before a type.
     struct Qualifiers
     {
@@ -65,11 +72,10 @@ private:
     EffectSyntax::Pass parsePass();
     void parseState(EffectSyntax::Pass& pass);
     void parseStateCall(EffectSyntax::Pass& pass, const Token& name);
-    void refuseVertexShader(const Token& name, const Tokens& value);
-    void parsePixelShader(EffectSyntax::Pass& pass);
-    EffectSyntax::Shader parseShader();
+    void parseShaderOf(EffectSyntax::Pass& pass, Stage stage);
+    EffectSyntax::Shader parseShader(Stage stage);
     std::size_t parseShaderIndex(const Token& shaders);
-    EffectSyntax::Shader parseCompilation();
+    EffectSyntax::Shader parseCompilation(Stage stage);
     void parseShaderVariable();
     void parseBuffer();
     void parseStateObject();
@@ -125,7 +131,8 @@ private:
     std::unordered_map<std::string_view, EffectSyntax::TextureKind> textureKinds_;
     std::map<std::pair<std::string_view, std::string_view>, std::string_view> combined_; ///< see samplerOf
     std::unordered_map<std::string_view, ConstantValue> constants_;
-    std::unordered_map<std::string_view, std::vector<EffectSyntax::Shader>> shaders_; ///< variables
+    using ShaderVariables = std::unordered_map<std::string_view, std::vector<EffectSyntax::Shader>>;
+    std::map<Stage, ShaderVariables> shaders_;
     std::unordered_map<std::string_view, NumericType> typedefs_;
     std::unordered_map<std::string_view, std::size_t> structs_; ///< index of the first piece of each name
     std::unordered_map<std::string_view, double> sizes_;        ///< numbers in each struct and typedef

@@ -21,6 +21,11 @@ bool setsState(std::string_view function)
     return std::find(functions.begin(), functions.end(), function) != functions.end();
 }
 
+bool isNull(const std::vector<Token>& value)
+{
+    return value.size() == 1 && (equalIgnoringCase(value[0].text, "NULL") || value[0].is("0"));
+}
+
 } // namespace
 
 bool EffectParser::startsTechnique() const
@@ -86,7 +91,7 @@ EffectSyntax::Pass EffectParser::parsePass()
             parseState(pass);
         }
     }
-    if (pass.shader.entry.kind == TokenKind::End) {
+    if (!pass.shader) {
         throw CompileError(pass.keyword.at,
                            "the pass has no pixel shader; write PixelShader = compile ps_3_0 FUNCTION();");
     }
@@ -106,16 +111,18 @@ void EffectParser::parseState(EffectSyntax::Pass& pass)
         reader_.takeBracketed("the index of a state");
     }
     reader_.expect("=", "after the state " + state);
-    if (equalIgnoringCase(name.text, "PixelShader")) {
-        parsePixelShader(pass);
-        reader_.expect(";", "after the pixel shader");
+    const bool vertex = equalIgnoringCase(name.text, "VertexShader");
+    if (vertex || equalIgnoringCase(name.text, "PixelShader")) {
+        parseShaderOf(pass, vertex ? Stage::Vertex : Stage::Pixel);
+        reader_.expect(";", vertex ? "after the vertex shader" : "after the pixel shader");
         return;
     }
     const Tokens value = reader_.takeUntil(";", "the value of state " + state);
     reader_.expect(";", "after the state " + state);
-    if (equalIgnoringCase(name.text, "VertexShader")) {
-        refuseVertexShader(name, value);
-    } else if (equalIgnoringCase(name.text, "Texture") || equalIgnoringCase(name.text, "Sampler")) {
+    if (equalIgnoringCase(name.text, "GeometryShader") && isNull(value)) {
+        return;
+    }
+    if (equalIgnoringCase(name.text, "Texture") || equalIgnoringCase(name.text, "Sampler")) {
         problems_.warn({name.at, "the state " + state +
                                      " of a pass is ignored; write the texture into the "
                                      "sampler_state of a sampler"});
@@ -129,15 +136,21 @@ void EffectParser::parseState(EffectSyntax::Pass& pass)
 /// A state of Direct3D 10 is a call: "SetPixelShader(CompileShader(ps_4_0, f()));".
 void EffectParser::parseStateCall(EffectSyntax::Pass& pass, const Token& name)
 {
-    if (name.is("SetPixelShader")) {
+    if (name.is("SetPixelShader") || name.is("SetVertexShader")) {
         reader_.take();
-        parsePixelShader(pass);
-        reader_.expect(")", "after the pixel shader");
+        parseShaderOf(pass, name.is("SetVertexShader") ? Stage::Vertex : Stage::Pixel);
+        reader_.expect(")",
+                       name.is("SetVertexShader") ? "after the vertex shader" : "after the pixel shader");
     } else {
         const Tokens call = reader_.takeBracketed("the arguments of " + inQuotes(name.text));
         const Tokens value(call.begin() + 1, call.end() - 1);
-        if (name.is("SetVertexShader") || name.is("SetGeometryShader")) {
-            refuseVertexShader(name, value);
+        if (name.is("SetGeometryShader") || name.is("SetHullShader") || name.is("SetDomainShader") ||
+            name.is("SetComputeShader")) {
+            if (!isNull(value)) {
+                problems_.fail({name.at, "only vertex and pixel shaders are supported: a pass draws one "
+                                         "rectangle; leave " +
+                                             std::string(name.text) + " out"});
+            }
         } else if (!setsState(name.text)) {
             problems_.fail({name.at, "unknown function " + inQuotes(name.text) + " in a pass"});
         }
@@ -145,28 +158,22 @@ void EffectParser::parseStateCall(EffectSyntax::Pass& pass, const Token& name)
     reader_.expect(";", "after the call of " + inQuotes(name.text));
 }
 
-void EffectParser::refuseVertexShader(const Token& name, const Tokens& value)
+void EffectParser::parseShaderOf(EffectSyntax::Pass& pass, Stage stage)
 {
-    if (value.size() != 1 || !equalIgnoringCase(value[0].text, "NULL")) {
-        problems_.fail({name.at, "vertex shaders are not supported: a pass draws one rectangle; leave " +
-                                     std::string(name.text) + " out"});
+    EffectSyntax::Shader& shader = stage == Stage::Vertex ? pass.vertex : pass.shader;
+    if (shader) {
+        throw CompileError(reader_.peek().at, stage == Stage::Vertex ? "the pass has two vertex shaders"
+                                                                     : "the pass has two pixel shaders");
     }
-}
-
-void EffectParser::parsePixelShader(EffectSyntax::Pass& pass)
-{
-    if (pass.shader.entry.kind != TokenKind::End) {
-        throw CompileError(reader_.peek().at, "the pass has two pixel shaders");
-    }
-    if (reader_.isKeyword("NULL")) {
+    if (isNull({reader_.peek()})) {
         reader_.take();
     } else {
-        pass.shader = parseShader();
+        shader = parseShader(stage);
     }
 }
 
 /// A compilation, or a variable that holds one, in brackets or not.
-EffectSyntax::Shader EffectParser::parseShader()
+EffectSyntax::Shader EffectParser::parseShader(Stage stage)
 {
     if (reader_.isKeyword("asm")) {
         throw CompileError(reader_.peek().at,
@@ -175,19 +182,22 @@ EffectSyntax::Shader EffectParser::parseShader()
     }
     if (reader_.isKeyword("compile")) {
         reader_.take();
-        return parseCompilation();
+        return parseCompilation(stage);
     }
     if (reader_.peek().is("CompileShader")) {
         reader_.take();
         reader_.expect("(", "after 'CompileShader'");
-        EffectSyntax::Shader shader = parseCompilation();
+        EffectSyntax::Shader shader = parseCompilation(stage);
         reader_.expect(")", "after the function to compile");
         return shader;
     }
     const std::string_view close = reader_.accept("<") ? ">" : reader_.accept("(") ? ")" : "";
-    const auto variable = shaders_.find(reader_.peek().text);
-    if (variable == shaders_.end()) {
-        throw reader_.unexpected("'compile ps_3_0 FUNCTION()'", "as the pixel shader");
+    const ShaderVariables& variables = shaders_[stage];
+    const auto variable = variables.find(reader_.peek().text);
+    if (variable == variables.end()) {
+        throw stage == Stage::Vertex
+            ? reader_.unexpected("'compile vs_3_0 FUNCTION()'", "as the vertex shader")
+            : reader_.unexpected("'compile ps_3_0 FUNCTION()'", "as the pixel shader");
     }
     const Token name = reader_.take();
     const std::size_t index = reader_.peek().is("[") ? parseShaderIndex(name) : 0;
@@ -232,18 +242,23 @@ std::size_t EffectParser::parseShaderIndex(const Token& shaders)
 }
 
 /// "ps_3_0 FUNCTION(ARGUMENTS)", with a comma after the profile in the form of Direct3D 10.
-EffectSyntax::Shader EffectParser::parseCompilation()
+EffectSyntax::Shader EffectParser::parseCompilation(Stage stage)
 {
     EffectSyntax::Shader shader;
-    const Token profile = reader_.expectName("the profile 'ps_3_0'");
+    const std::string model(stage == Stage::Vertex ? "vs_" : "ps_");
+    shader.profile = reader_.expectName("the profile " + inQuotes(model + "3_0"));
     // The language is the same for all; a file for an early one does not use what that lacks.
     static constexpr std::array<std::string_view, 16> profiles{
-        "ps_1_1",           "ps_1_2",  "ps_1_3", "ps_1_4",  "ps_2_0",           "ps_2_a",
-        "ps_2_b",           "ps_2_sw", "ps_3_0", "ps_3_sw", "ps_4_0_level_9_0", "ps_4_0_level_9_1",
-        "ps_4_0_level_9_3", "ps_4_0",  "ps_4_1", "ps_5_0"};
-    if (std::none_of(profiles.begin(), profiles.end(),
-                     [&](std::string_view known) { return equalIgnoringCase(known, profile.text); })) {
-        problems_.fail({profile.at, "unknown profile " + inQuotes(profile.text) + "; write ps_3_0"});
+        "1_1", "1_2",  "1_3",           "1_4",           "2_0",           "2_a", "2_b", "2_sw",
+        "3_0", "3_sw", "4_0_level_9_0", "4_0_level_9_1", "4_0_level_9_3", "4_0", "4_1", "5_0"};
+    const std::string_view profile = shader.profile.text;
+    const bool known = equalIgnoringCase(profile.substr(0, model.size()), model) &&
+                       std::any_of(profiles.begin(), profiles.end(), [&](std::string_view each) {
+                           return equalIgnoringCase(each, profile.substr(model.size()));
+                       });
+    if (!known) {
+        problems_.fail(
+            {shader.profile.at, "unknown profile " + inQuotes(profile) + "; write " + model + "3_0"});
     }
     reader_.accept(",");
     shader.entry = reader_.expectName("the function to compile");
@@ -268,22 +283,21 @@ EffectSyntax::Shader EffectParser::parseCompilation()
 /// "PixelShader shaders[2] = { compile ps_2_0 f(), compile ps_2_0 g() };"
 void EffectParser::parseShaderVariable()
 {
-    const bool pixel = equalIgnoringCase(reader_.take().text, "PixelShader");
+    const Stage stage = equalIgnoringCase(reader_.take().text, "PixelShader") ? Stage::Pixel : Stage::Vertex;
     const Token name = reader_.expectName("the name of the shader");
     claimName(name);
     parseDimensions();
     parseSemantic();
     parseAnnotations();
     reader_.expect("=", "after the name of the shader");
-    if (!pixel) {
-        reader_.takeUntil(";", "the shader"); // no pass can use it
-    } else if (reader_.accept("{")) {
+    std::vector<EffectSyntax::Shader>& shaders = shaders_[stage][name.text];
+    if (reader_.accept("{")) {
         do {
-            shaders_[name.text].push_back(parseShader());
+            shaders.push_back(parseShader(stage));
         } while (reader_.accept(",") && !reader_.peek().is("}"));
         reader_.expect("}", "after the shaders");
     } else {
-        shaders_[name.text].push_back(parseShader());
+        shaders.push_back(parseShader(stage));
     }
     reader_.expect(";", "after the shader");
 }

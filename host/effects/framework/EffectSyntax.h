@@ -123,15 +123,19 @@ struct EffectSyntax
 
     struct Shader
     {
-        Token entry;
+        Token profile;
+        Token entry;                   ///< an End token if there is no shader
         std::vector<Tokens> arguments; ///< each without an End token
+
+        explicit operator bool() const { return entry.kind != TokenKind::End; }
     };
 
     struct Pass
     {
         Token name;    ///< an End token for a pass without one
         Token keyword; ///< where it begins
-        Shader shader;
+        Shader shader; ///< of the pixels
+        Shader vertex; ///< most passes have none
         std::vector<Annotation> annotations;
     };
 

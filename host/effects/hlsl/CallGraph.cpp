@@ -101,19 +101,18 @@ std::optional<std::size_t> CallGraph::costOfCall(std::size_t caller, const Token
     return dearest;
 }
 
-const EffectSyntax::Piece& CallGraph::entryOf(const EffectSyntax::Pass& pass) const
+const EffectSyntax::Piece& CallGraph::entryOf(const EffectSyntax::Shader& shader) const
 {
     const EffectSyntax::Piece* entry = nullptr;
-    if (const auto found = piecesByName_.find(pass.shader.entry.text); found != piecesByName_.end()) {
+    if (const auto found = piecesByName_.find(shader.entry.text); found != piecesByName_.end()) {
         for (const std::size_t i : found->second) {
             const EffectSyntax::Piece& piece = syntax_.pieces[i];
             if (piece.kind != Kind::Function || !piece.function.hasBody) {
                 continue;
             }
             if (entry != nullptr) {
-                throw CompileError(pass.shader.entry.at,
-                                   "there are two functions " + inQuotes(pass.shader.entry.text) +
-                                       "; the name of an entry function has to be unique");
+                throw CompileError(shader.entry.at, "there are two functions " + inQuotes(shader.entry.text) +
+                                                        "; the name of an entry function has to be unique");
             }
             entry = &piece;
         }
@@ -125,16 +124,16 @@ const EffectSyntax::Piece& CallGraph::entryOf(const EffectSyntax::Pass& pass) co
                 functions.push_back(piece.name.text);
             }
         }
-        throw CompileError(pass.shader.entry.at, "there is no function " + inQuotes(pass.shader.entry.text) +
-                                                     didYouMean(pass.shader.entry.text, functions));
+        throw CompileError(shader.entry.at, "there is no function " + inQuotes(shader.entry.text) +
+                                                didYouMean(shader.entry.text, functions));
     }
     return *entry;
 }
 
-std::unordered_set<std::string_view> CallGraph::namesReachedBy(const EffectSyntax::Pass& pass) const
+std::unordered_set<std::string_view> CallGraph::namesReachedBy(const EffectSyntax::Shader& shader) const
 {
-    std::unordered_set<std::string_view> names{pass.shader.entry.text};
-    std::vector<std::string_view> open{pass.shader.entry.text};
+    std::unordered_set<std::string_view> names{shader.entry.text};
+    std::vector<std::string_view> open{shader.entry.text};
     const auto reach = [&](const std::vector<Token>& tokens) {
         for (const Token& token : tokens) {
             if (token.kind == TokenKind::Identifier && names.insert(token.text).second) {
@@ -142,7 +141,7 @@ std::unordered_set<std::string_view> CallGraph::namesReachedBy(const EffectSynta
             }
         }
     };
-    for (const std::vector<Token>& argument : pass.shader.arguments) {
+    for (const std::vector<Token>& argument : shader.arguments) {
         reach(argument);
     }
     while (!open.empty()) {
@@ -157,9 +156,22 @@ std::unordered_set<std::string_view> CallGraph::namesReachedBy(const EffectSynta
     return names;
 }
 
+std::unordered_set<std::string_view> CallGraph::namesReachedBy(const EffectSyntax::Pass& pass) const
+{
+    std::unordered_set<std::string_view> names = namesReachedBy(pass.shader);
+    if (pass.vertex) {
+        names.merge(namesReachedBy(pass.vertex));
+    }
+    return names;
+}
+
 std::size_t CallGraph::inlinedTokens(const EffectSyntax::Pass& pass) const
 {
-    return costs_[static_cast<std::size_t>(&entryOf(pass) - syntax_.pieces.data())].tokens;
+    constexpr std::size_t corners = 4;
+    const auto tokensOf = [&](const EffectSyntax::Shader& shader) {
+        return costs_[static_cast<std::size_t>(&entryOf(shader) - syntax_.pieces.data())].tokens;
+    };
+    return tokensOf(pass.shader) + (pass.vertex ? corners * tokensOf(pass.vertex) : 0);
 }
 
 } // namespace Qx::Host::Effects

@@ -19,13 +19,15 @@ public:
     /// circle or too deep, and for calls that multiply beyond bounds.
     explicit CallGraph(const EffectSyntax& syntax);
 
-    /// The entry function of the pass. Throws CompileError unless there is exactly one with a body.
-    const EffectSyntax::Piece& entryOf(const EffectSyntax::Pass& pass) const;
+    /// The entry function of the shader. Throws CompileError unless there is exactly one with a body.
+    const EffectSyntax::Piece& entryOf(const EffectSyntax::Shader& shader) const;
 
-    /// The names that the pass's entry function and arguments reach, declared or not.
+    /// The names that the shader's entry function and arguments reach, declared or not.
+    std::unordered_set<std::string_view> namesReachedBy(const EffectSyntax::Shader& shader) const;
+    /// The same of both shaders of a pass.
     std::unordered_set<std::string_view> namesReachedBy(const EffectSyntax::Pass& pass) const;
 
-    /// Tokens of the pass's entry function with every call replaced by the function called.
+    /// Tokens of the pass's entry functions with every call replaced by the function called.
     std::size_t inlinedTokens(const EffectSyntax::Pass& pass) const;
 
     static constexpr std::size_t mostInlinedTokens = 1U << 17U;

@@ -93,6 +93,38 @@ std::uint32_t textureNamed(std::string_view name, Location at, const CompiledEff
     throw CompileError(at, "there is no texture " + inQuotes(name) + didYouMean(name, known));
 }
 
+/// Whether a semantic asks for the world's, the view's or the projection's matrix, or a product of them, also
+/// inverted or transposed.
+bool isTransform(std::string_view semantic)
+{
+    const auto accept = [&semantic](std::initializer_list<std::string_view> words) {
+        const auto* const word = std::find_if(words.begin(), words.end(), [&](std::string_view each) {
+            return equalIgnoringCase(semantic.substr(0, each.size()), each);
+        });
+        semantic.remove_prefix(word == words.end() ? 0 : word->size());
+        return word != words.end();
+    };
+    bool is = false;
+    while (accept({"WORLD", "MODEL", "VIEW", "PROJECTION", "PROJ"})) {
+        is = true;
+    }
+    while (accept({"INVERSE", "TRANSPOSE", "IT", "I", "T"})) {
+    }
+    return is && semantic.empty();
+}
+
+/// Makes the default 1 on the diagonal.
+void setIdentity(CompiledEffect::Parameter& parameter)
+{
+    const ParameterPlacement placement = placementOf(parameter);
+    const std::array<std::byte, 4> one = encode(1.0, parameter.type);
+    for (std::uint32_t i = 0; i < std::min(parameter.rows, parameter.columns); ++i) {
+        std::copy(one.begin(), one.end(),
+                  parameter.defaultValue.begin() +
+                      static_cast<std::ptrdiff_t>(i * (placement.rowStride + sizeof(float))));
+    }
+}
+
 /// Reports an error in one property and leaves the property as it was.
 template <typename Step>
 void tolerate(Problems& problems, const Step& step)
@@ -112,6 +144,10 @@ void resolveSemantic(const EffectSyntax::Parameter& syntax, const CompiledEffect
     }
     parameter.semantic = semanticNamed(syntax.semantic->text);
     parameter.semanticName = syntax.semantic->text;
+    if (isTransform(syntax.semantic->text) && parameter.rows > 1 && parameter.elements == 0) {
+        parameter.semantic = syntax.defaultValue ? Semantic::None : Semantic::Identity;
+        return;
+    }
     if (parameter.semantic == Semantic::None) {
         warnOfLikelySemantic(*syntax.semantic, problems);
         return; // authors and other programs have semantics of their own
@@ -156,6 +192,9 @@ void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effe
     parameter.offset = roundUp(effect.uniformBytes, placement.alignment);
     parameter.bytes = placement.bytes;
     tolerate(problems, [&] { parameter.defaultValue = encodeDefault(syntax, parameter, placement); });
+    if (parameter.semantic == Semantic::Identity) {
+        setIdentity(parameter);
+    }
     effect.uniformBytes = parameter.offset + parameter.bytes;
     if (effect.uniformBytes > Limits::uniformBytes) {
         throw LimitError(syntax.name.at, "the parameters up to " + inQuotes(syntax.name.text) + " take " +
@@ -227,6 +266,18 @@ void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Proble
                                                              std::to_string(Limits::uniformBytes));
     }
     effect.uniformBytes = static_cast<std::uint32_t>(bytes);
+}
+
+void giveIdentities(const EffectSyntax& syntax, const std::unordered_set<std::string_view>& names,
+                    CompiledEffect& effect)
+{
+    for (std::size_t i = 0; i < effect.parameters.size(); ++i) {
+        CompiledEffect::Parameter& parameter = effect.parameters[i];
+        const bool isTransform = parameter.rows == 4 && parameter.columns == 4 && parameter.elements == 0;
+        if (isTransform && !syntax.parameters[i].defaultValue && names.count(parameter.name) != 0) {
+            setIdentity(parameter);
+        }
+    }
 }
 
 } // namespace Qx::Host::Effects

@@ -4,6 +4,9 @@
 #include "host/effects/framework/EffectSyntax.h"
 #include "host/effects/framework/Problems.h"
 
+#include <string_view>
+#include <unordered_set>
+
 namespace Qx::Host::Effects {
 
 /// The layout of a parameter in the uniform buffer.
@@ -22,6 +25,10 @@ ParameterPlacement placementOf(const CompiledEffect::Parameter& parameter);
 /// TextureUniforms follow them. An error in one becomes a problem, and the next is processed. Throws
 /// CompileError if they take too much.
 void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Problems& problems);
+
+/// Makes identity the default of those 4x4 matrices, of the names given, that have none.
+void giveIdentities(const EffectSyntax& syntax, const std::unordered_set<std::string_view>& names,
+                    CompiledEffect& effect);
 
 std::vector<CompiledEffect::Annotation>
 plainAnnotations(const std::vector<EffectSyntax::Annotation>& annotations);

@@ -76,6 +76,39 @@ inline constexpr std::string_view methodReadersCube = R"(
 float4 qxfx_levelCUBE(sampler2D s, float3 to, float level) { return qxfx_texCUBE(s, to); }
 )";
 
+// What lies between the corners of the rectangle that a vertex shader places. Places are those of Direct3D: y
+// points up.
+inline constexpr std::string_view coordinateBetween = R"(
+float2 qxfx_coordinate(int n, float2 at) { return qxfx_coordinates[n].xy + (qxfx_coordinates[n].zw - qxfx_coordinates[n].xy) * at; }
+)";
+inline constexpr std::string_view coordinateOfProbe = R"(
+float2 qxfx_coordinate(int n, float2 at) { return at; }
+)";
+inline constexpr std::string_view cornerFunctions = R"(
+float4 qxfx_placeOf(float2 at) { return float4(at * float2(2.0, -2.0) + float2(-1.0, 1.0), 0.0, 1.0); }
+)";
+// Direct3D 9 has the centres of pixels at whole numbers. Effects for it move their corners up and left by
+// half a pixel, or their coordinates by half a texel, so that texels and pixels meet. At is then taken as it
+// is there.
+inline constexpr std::string_view shiftFunctions = R"(
+float2 qxfx_pixelsOf(float2 place) { return (place - float2(-1.0, 1.0)) * float2(0.5, -0.5) / qxfx_area.zw; }
+bool qxfx_isHalf(float2 pixels) { return all(abs(pixels - 0.5) < 0.02); }
+)";
+// Each place of the rectangle is the sum of its corners, each times a number: their matrix is inverted by
+// cross products. What comes within a thousandth of a pixel of the place that it has without a vertex shader
+// is there.
+inline constexpr std::string_view placeFunctions = R"(
+float2 qxfx_between(float4 a, float4 b, float4 c, float2 at, float2 uv) {
+float3 p = float3(at * float2(2.0, -2.0) + float2(-1.0, 1.0), 1.0);
+float3 of = float3(dot(cross(b.xyw, c.xyw), p), dot(cross(c.xyw, a.xyw), p), dot(cross(a.xyw, b.xyw), p));
+float2 found = of.yz / (of.x + of.y + of.z);
+return all(abs(found - uv) < qxfx_area.zw * 0.001) ? uv : found; }
+void qxfx_cover(float a, float b, float c, float2 at) {
+float2 edge = qxfx_area.zw * 0.001;
+bool inside = all(at > -edge) && all(at < 1.0 + edge) && a + (b - a) * at.x + (c - a) * at.y > 0.0;
+if (!inside) discard; }
+)";
+
 inline constexpr std::string_view mainForTexel = R"(
 float4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
 float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;

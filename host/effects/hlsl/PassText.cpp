@@ -1,10 +1,12 @@
 #include "host/effects/hlsl/PassText.h"
 
+#include "host/effects/Supplies.h"
 #include "host/effects/hlsl/AssignedParameters.h"
 #include "host/effects/hlsl/EntryCall.h"
 #include "host/effects/hlsl/HlslNames.h"
 #include "host/effects/hlsl/PassPrelude.h"
 #include "host/effects/hlsl/Remainders.h"
+#include "host/effects/hlsl/ShaderCompiler.h"
 
 #include <algorithm>
 #include <array>
@@ -179,6 +181,7 @@ std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
         }
     };
     std::for_each(pass.shader.arguments.begin(), pass.shader.arguments.end(), look);
+    std::for_each(pass.vertex.arguments.begin(), pass.vertex.arguments.end(), look);
     for (const EffectSyntax::Piece& piece : syntax.pieces) {
         if (names.count(piece.name.text) != 0) {
             look(piece.text);
@@ -191,6 +194,26 @@ std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
     return result;
 }
 
+/// Whether a parameter is the size of a picture or a texel.
+bool isSize(const CompiledEffect::Parameter& parameter)
+{
+    const Supply supply = supplyOf(parameter);
+    return parameter.semantic == Semantic::TextureSize || parameter.semantic == Semantic::TargetSize ||
+           (supply >= Supply::PictureSize && supply <= Supply::TexelHeight) ||
+           supply == Supply::PlayerPicture || supply == Supply::PlayerTexel;
+}
+
+/// The values of a matrix that is 1 on its diagonal.
+std::string identity(const CompiledEffect::Parameter& parameter)
+{
+    std::string values;
+    for (std::uint32_t i = 0; i < parameter.rows * parameter.columns; ++i) {
+        values += i == 0 ? "" : ", ";
+        values += i / parameter.columns == i % parameter.columns ? "1.0" : "0.0";
+    }
+    return "{ " + values + " }";
+}
+
 /// The text of one pass in the making.
 class Writing
 {
@@ -201,22 +224,81 @@ public:
             std::optional<Depths> packed)
         : syntax_(syntax),
           effect_(effect),
+          calls_(calls),
           assigned_(assigned),
           pass_(pass),
           packed_(packed),
-          call_(syntax, calls.entryOf(pass), pass),
           names_(calls.namesReachedBy(pass)),
           samplers_(effect, packed ? readByNumberOnly(pass, names_, syntax, effect)
                                    : std::vector<bool>(effect.samplers.size())),
           output_(samplers_)
     {
+        if (pass.vertex) {
+            vertex_.emplace(syntax, calls.entryOf(pass.vertex), pass.vertex);
+        }
     }
 
-    PassText run(const std::set<std::size_t>& withoutBody)
+    /// `form` is that of the pass's vertex shader, if it has one.
+    PassText run(const VertexForm& form, const std::set<std::size_t>& withoutBody)
+    {
+        const EntryCall call(syntax_, calls_.entryOf(pass_.shader), pass_, vertex_ ? &*vertex_ : nullptr);
+        addPrelude(call.givesCodes());
+        addPieces(withoutBody);
+        if (vertex_) {
+            const auto& used = call.takenOutputs();
+            addLines(coordinateBetween);
+            addLines(cornerFunctions);
+            addLines(shiftFunctions);
+            addLines(placeFunctions);
+            addVertexFunction();
+            vertex_->writeInterpolation(form, used, knowsSizes(),
+                                        [&](std::string_view line) { interpolation_.emplace_back(line); });
+            copies_.insert(copies_.begin(), interpolation_.begin(), interpolation_.end());
+        }
+        call.write(copies_, lineWriter(), tokenWriter());
+        addMain(call.givesCodes());
+        PassText text = output_.take();
+        text.names = std::move(names_);
+        if (vertex_) {
+            text.missing = vertex_->missing();
+        }
+        text.missing.insert(text.missing.end(), call.missing().begin(), call.missing().end());
+        text.warnings = call.warnings();
+        return text;
+    }
+
+    /// A text whose outputs are the vertex shader's.
+    std::string runProbe()
+    {
+        names_ = calls_.namesReachedBy(pass_.vertex);
+        addPrelude(false);
+        addPieces({});
+        addLines(coordinateOfProbe);
+        addVertexFunction();
+        vertex_->writeProbe(lineWriter());
+        return output_.take().hlsl;
+    }
+
+    const VertexCall& vertex() const { return *vertex_; }
+
+private:
+    void add(std::string_view line) { output_.add(line, pass_.shader.entry.at); }
+    void addLines(std::string_view lines) { output_.addLines(lines, pass_.shader.entry.at); }
+
+    ShaderCall::WriteLine lineWriter()
+    {
+        return [this](std::string_view line) { add(line); };
+    }
+    ShaderCall::WriteTokens tokenWriter()
+    {
+        return [this](const std::vector<Token>& tokens) { output_.add(tokens); };
+    }
+
+    void addPrelude(bool codes)
     {
         addLines(prelude);
         if (packed_) {
-            addPackedPrelude();
+            addPackedPrelude(codes);
         }
         if (isUsed("qxfx_divisor")) {
             addLines(remainderFunctions);
@@ -224,21 +306,18 @@ public:
         addReaders();
         addUniforms();
         addSamplers();
-        addPieces(withoutBody);
-        call_.write(
-            copies_, [&](std::string_view line) { add(line); },
-            [&](const std::vector<Token>& tokens) { output_.add(tokens); });
-        addMain();
-        PassText text = output_.take();
-        text.names = std::move(names_);
-        text.missing = call_.missing();
-        text.warnings = call_.warnings();
-        return text;
     }
 
-private:
-    void add(std::string_view line) { output_.add(line, pass_.shader.entry.at); }
-    void addLines(std::string_view lines) { output_.addLines(lines, pass_.shader.entry.at); }
+    void addVertexFunction() { vertex_->writeFunction(copies_, lineWriter(), tokenWriter()); }
+
+    bool knowsSizes() const
+    {
+        const std::unordered_set<std::string_view> names = calls_.namesReachedBy(pass_.vertex);
+        return std::any_of(effect_.parameters.begin(), effect_.parameters.end(), [&](const auto& parameter) {
+            return names.count(parameter.name) != 0 && isSize(parameter);
+        });
+    }
+
     bool isUsed(std::string_view name) const { return names_.count(name) != 0; }
 
     /// The functions that only some effects read textures with.
@@ -268,9 +347,8 @@ private:
         }
     }
 
-    void addPackedPrelude()
+    void addPackedPrelude(bool codes)
     {
-        const bool codes = call_.givesCodes();
         const std::string targetMaxCode = maxCodeOf(packed_->target);
         add("static const float qxfx_sourceMaxCode = " + maxCodeOf(packed_->source) + ';');
         add("static const float qxfx_maxCode = " + targetMaxCode + ';');
@@ -303,6 +381,9 @@ private:
             }
             if (const std::optional<std::uint32_t> bits = knownBits(parameter)) {
                 constants.push_back("static const float " + given + " = " + maxCodeOf(*bits) + ';');
+            } else if (parameter.semantic == Semantic::Identity) {
+                constants.push_back("static const " + variable(parameter, given) + " = " +
+                                    identity(parameter) + ';');
             } else {
                 output_.add(declaration(parameter, given), syntax_.parameters[i].name.at);
             }
@@ -355,7 +436,7 @@ private:
         output_.beginPiece(syntax_.pieces.size());
     }
 
-    void addMain()
+    void addMain(bool codes)
     {
         if (packed_) {
             const bool four = CompiledEffect::PackedShader::texelsOf(packed_->target) == 4;
@@ -364,7 +445,7 @@ private:
             return;
         }
         addLines(mainForTexel);
-        if (call_.givesCodes()) {
+        if (codes) {
             add(colourOfCodes);
         }
         add(returnColour);
@@ -372,14 +453,16 @@ private:
 
     const EffectSyntax& syntax_;
     const CompiledEffect& effect_;
+    const CallGraph& calls_;
     const std::unordered_set<std::string_view>& assigned_;
     const EffectSyntax::Pass& pass_;
     const std::optional<Depths> packed_;
-    const EntryCall call_;
+    std::optional<VertexCall> vertex_;
     std::unordered_set<std::string_view> names_;
     const SamplerNames samplers_;
     Output output_;
-    std::vector<std::string> copies_; ///< of parameters that are assigned to, made for each pixel
+    std::vector<std::string> copies_;        ///< of parameters that are assigned to, made for each pixel
+    std::vector<std::string> interpolation_; ///< of what the vertex shader gives
 };
 
 } // namespace
@@ -406,14 +489,47 @@ bool PassWriter::canBePacked(const EffectSyntax::Pass& pass) const
     return !remembers && calls_.inlinedTokens(pass) <= mostPackedTokens;
 }
 
+std::unordered_set<std::string_view> PassWriter::namesOfVertices() const
+{
+    std::unordered_set<std::string_view> names;
+    for (const EffectSyntax::Technique& technique : syntax_.techniques) {
+        for (const EffectSyntax::Pass& pass : technique.passes) {
+            if (pass.vertex) {
+                names.merge(calls_.namesReachedBy(pass.vertex));
+            }
+        }
+    }
+    return names;
+}
+
+VertexForm PassWriter::formOf(const EffectSyntax::Pass& pass) const
+{
+    if (!pass.vertex) {
+        return {};
+    }
+    Writing writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt);
+    const std::string probe = writing.runProbe();
+    auto found = forms_.find(probe);
+    if (found == forms_.end()) {
+        found = forms_.emplace(probe, writing.vertex().formOf(compileShaders({probe}).front().spirv)).first;
+    }
+    if (found->second.hasOnePlace) {
+        throw CompileError(pass.vertex.entry.at,
+                           "the vertex shader " + inQuotes(pass.vertex.entry.text) +
+                               " gives all corners of the rectangle that a pass draws the same position; "
+                               "techniques that draw a mesh cannot be used");
+    }
+    return found->second;
+}
+
 PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
 {
-    return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).run(withoutBody);
+    return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).run(formOf(pass), withoutBody);
 }
 
 PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths) const
 {
-    return Writing(syntax_, effect_, calls_, assigned_, pass, depths).run({});
+    return Writing(syntax_, effect_, calls_, assigned_, pass, depths).run(formOf(pass), {});
 }
 
 } // namespace Qx::Host::Effects

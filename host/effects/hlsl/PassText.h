@@ -3,7 +3,9 @@
 #include "host/effects/CompiledEffect.h"
 #include "host/effects/framework/EffectSyntax.h"
 #include "host/effects/hlsl/CallGraph.h"
+#include "host/effects/hlsl/VertexCall.h"
 
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -25,7 +27,7 @@ struct PassText
     std::vector<std::pair<std::size_t, std::size_t>> pieces;
 
     std::unordered_set<std::string_view> names; ///< that the pass reaches, declared or not
-    std::vector<CompileError> missing;          ///< see EntryCall
+    std::vector<CompileError> missing; ///< see ShaderCall: the i-th has the specialization constant i + 1
     std::vector<CompileError> warnings;
 
     /// The piece that a line is part of; nothing for lines that the compiler adds.
@@ -41,7 +43,7 @@ public:
     /// throws.
     PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect);
 
-    /// Throws CompileError if the entry function is missing, ambiguous or of a wrong signature. The functions
+    /// Throws CompileError if an entry function is missing, ambiguous or of a wrong signature. The functions
     /// `withoutBody`, by their index in EffectSyntax::pieces, are only declared: to find errors in the
     /// others.
     PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody = {}) const;
@@ -49,14 +51,20 @@ public:
     /// The text of the PackedShader for these depths, of a pass for which write() succeeded.
     PassText writePacked(const EffectSyntax::Pass& pass, CompiledEffect::PackedShader::Depths depths) const;
 
+    /// The names that vertex shaders reach.
+    std::unordered_set<std::string_view> namesOfVertices() const;
+
     /// Whether one fragment may draw several texels, one after the other, and the longer text is worth it.
     bool canBePacked(const EffectSyntax::Pass& pass) const;
 
 private:
+    VertexForm formOf(const EffectSyntax::Pass& pass) const;
+
     const EffectSyntax& syntax_;
     const CompiledEffect& effect_;
     const CallGraph calls_;
     const std::unordered_set<std::string_view> assigned_; ///< parameters, which are variables then
+    mutable std::map<std::string, VertexForm> forms_;     ///< found already, by what they were found with
 };
 
 } // namespace Qx::Host::Effects

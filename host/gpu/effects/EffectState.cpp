@@ -77,6 +77,7 @@ void fillBySemantic(const Draw& draw)
         const Picture* picture = draw.pictureCalled(parameter.semanticTexture);
         switch (parameter.semantic) {
         case CompiledEffect::Semantic::None:
+        case CompiledEffect::Semantic::Identity:
             break;
         case CompiledEffect::Semantic::TextureSize:
             writeAll(draw.uniforms, parameter,

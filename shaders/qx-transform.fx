@@ -7,6 +7,7 @@
 // scale 1 and rotation 0 change nothing; shifts by whole pixels keep every code.
 
 #include "Include/StraightAlpha.fxh"
+#include "Include/Turn.fxh"
 
 texture Input < string Label = "Picture"; >;
 
@@ -19,8 +20,8 @@ float2 position <
     float Min = -16384.0; float Max = 16384.0; float Step = 1.0;
 > = float2(0.0, 0.0);
 float2 scale <
-    string Label = "Scale, across and down";
-    float Min = 0.01; float Max = 100.0; float Step = 0.01;
+    string Label = "Scale, across and down; below 0 it mirrors";
+    float Min = -100.0; float Max = 100.0; float Step = 0.01;
 > = float2(0.75, 0.75);
 float rotation <
     string Label = "Rotation, clockwise in degrees";
@@ -58,25 +59,22 @@ float4 pictureAt(float2 place)
 
 float4 transformed(int2 pixel : VPOS) : COLOR
 {
-    // Sines of whole turns are not exactly 0 on every device.
-    float angle = radians(rotation);
-    float2 turn = rotation == 0.0 ? float2(1.0, 0.0) : float2(cos(angle), sin(angle));
-    float2 factor = sign(scale) * max(abs(scale), 0.0001);
-    factor = float2(factor.x == 0.0 ? 0.0001 : factor.x, factor.y == 0.0 ? 0.0001 : factor.y);
+    float2 factor = float2(abs(scale.x) < 0.0001 ? 0.0001 : scale.x, abs(scale.y) < 0.0001 ? 0.0001 : scale.y);
+    float2 turn = turnOf(rotation);
+    float2 moved = float2(pixel) + 0.5 - position;
+    float2 arm = moved - anchor * inputSize;
+    float2 turned = float2(turn.x * arm.x + turn.y * arm.y, turn.x * arm.y - turn.y * arm.x);
 
+    // A pixel's samples are spread over it in the directions of the picture's rows and columns.
     int2 samples = clamp(int2(ceil(1.0 / abs(factor) - 0.001)), 1, MOST_SAMPLES);
     float4 sum = float4(0.0, 0.0, 0.0, 0.0);
     for (int y = 0; y < samples.y; ++y)
     {
         for (int x = 0; x < samples.x; ++x)
         {
-            // Shares of a source texel's step are taken back in the picture's own axes.
             float2 part = (float2(x, y) + 0.5) / float2(samples) - 0.5;
-            float2 moved = float2(pixel) + 0.5 - position;
-            float2 arm = moved - anchor * inputSize;
-            float2 turned = float2(turn.x * arm.x + turn.y * arm.y, turn.x * arm.y - turn.y * arm.x);
-            float2 source = (turned + part) / factor;
-            sum += pictureAt(moved + (source - arm));
+            // The difference is exactly 0 where nothing is turned or scaled, so that no rounding shifts texels.
+            sum += pictureAt(moved + ((turned + part) / factor - arm));
         }
     }
     bool moves = any(position != 0.0) || any(scale != 1.0) || rotation != 0.0;

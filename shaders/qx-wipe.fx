@@ -4,6 +4,7 @@
 // `duration` makes it run: from `start`, in seconds of the clip.
 
 #include "Include/Transition.fxh"
+#include "Include/Turn.fxh"
 
 float softness <
     string Label = "Width of the soft edge, 1 is the whole way";
@@ -25,7 +26,7 @@ float4 wiped(float2 uv, int2 pixel, float arrival)
 
 float4 straightEdge(float2 uv : TEXCOORD0, int2 pixel : VPOS) : COLORCODE
 {
-    float2 direction = float2(cos(radians(angle)), sin(radians(angle)));
+    float2 direction = turnOf(angle);
     float2 fromCentre = float2(pixel) + 0.5 - 0.5 * targetSize;
     return wiped(uv, pixel, 0.5 + dot(fromCentre, direction) / dot(targetSize, abs(direction)));
 }

@@ -199,7 +199,7 @@ TEST(StarterGlow, LeavesAPictureThatIsNowhereBrightEnough)
 TEST(StarterVignette, DarkensByTheDistanceFromTheCentre)
 {
     for (const double roundness : {0.0, 0.5, 1.0}) {
-        const Picture source = opaqueNoise(80, 45, 8);
+        const Picture source = opaqueNoise(80, 45, 16);
         const double wide = 1 + (80.0 / 45.0 - 1) * roundness;
         const auto exact = [&](int x, int y) {
             Colour c = colourAt(source, x, y);

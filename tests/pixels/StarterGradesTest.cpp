@@ -10,6 +10,9 @@
 namespace Qx::Pixels {
 namespace {
 
+/// Codes of 16 bits. Devices compute pow with fewer digits than a product has.
+constexpr int powTolerance = 4;
+
 using Vector = std::array<double, 3>;
 using Matrix3 = std::array<Vector, 3>;
 
@@ -108,6 +111,7 @@ Colour balanced(const Colour& colour, double kelvins, double duv)
 
 TEST(StarterWhiteBalance, AdaptsAsBradfordsMatrixDoes)
 {
+    // Not at 16 bits: floats leave 0.000004 of the light, many codes of nearly black.
     const Picture source = noise(64, 48, 8);
     for (const auto& [kelvins, tint] :
          {std::pair{2800.0, 0.0}, std::pair{4600.0, 12.5}, std::pair{11000.0, -20.0}}) {
@@ -211,7 +215,7 @@ Vector push(double across, double up)
 
 TEST(StarterColourWheels, LiftBendAndGain)
 {
-    const Picture source = noise(64, 48, 8);
+    const Picture source = noise(64, 48, 16);
     const auto exact = [&](int x, int y) {
         Colour c = colourAt(source, x, y);
         const Vector lift = push(0.2, -0.1);
@@ -235,7 +239,7 @@ TEST(StarterColourWheels, LiftBendAndGain)
                         {"gain", {1.1F}},
                         {"saturation", {1.2F}}},
                        source),
-               exact, 1);
+               exact, powTolerance);
 }
 
 TEST(StarterColourWheels, AWheelKeepsTheLumaOfGreys)
@@ -293,7 +297,7 @@ struct Screen
 
 TEST(StarterChromaKey, CutsAndSuppressesSpillAsItSays)
 {
-    const Picture source = opaqueNoise(64, 48, 8);
+    const Picture source = opaqueNoise(64, 48, 16);
     const Screen screen{.spill = 0.7};
     const Colour background{0.3, 0.2, 0.8, 1};
     expectNear(
@@ -302,15 +306,15 @@ TEST(StarterChromaKey, CutsAndSuppressesSpillAsItSays)
             const Colour cut = screen(colourAt(source, x, y));
             return mixed(background, {cut[0], cut[1], cut[2], 1}, cut[3]);
         },
-        1);
+        2);
     expectNear(
         through("chroma-key", "Matte", {{"spill", {0.7F}}}, source),
         [&](int x, int y) {
             const double alpha = screen(colourAt(source, x, y))[3];
             return Colour{alpha, alpha, alpha, 1};
         },
-        1);
-    const Picture behind = opaqueNoise(64, 48, 8);
+        2);
+    const Picture behind = opaqueNoise(64, 48, 16);
     expectNear(
         through("chroma-key", "OverPicture", {{"spill", {0.7F}}}, source, {{"Background", behind}}),
         [&](int x, int y) {
@@ -319,7 +323,7 @@ TEST(StarterChromaKey, CutsAndSuppressesSpillAsItSays)
             cut[3] = 1;
             return mixed(colourAt(behind, x, y), cut, alpha);
         },
-        1);
+        2);
 }
 
 TEST(StarterChromaKey, TakesTheScreenAwayAndLeavesColoursWithoutIt)

@@ -145,4 +145,20 @@ bool writePng(const std::filesystem::path& file, const Picture& picture)
     return png_image_write_to_file(&image, file.c_str(), 0, bytes.data(), 0, nullptr) != 0;
 }
 
+std::optional<Picture> readPng(const std::filesystem::path& file)
+{
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (png_image_begin_read_from_file(&image, file.c_str()) == 0)
+        return std::nullopt;
+    image.format = PNG_FORMAT_RGBA;
+    std::vector<std::uint8_t> bytes(PNG_IMAGE_SIZE(image));
+    if (png_image_finish_read(&image, nullptr, bytes.data(), 0, nullptr) == 0)
+        return std::nullopt;
+    Picture picture = Picture::blank(file.stem(), Layout::Rgb, static_cast<int>(image.width),
+                                     static_cast<int>(image.height), 8);
+    std::copy(bytes.begin(), bytes.end(), picture.codes.begin());
+    return picture;
+}
+
 } // namespace Qx::Pixels

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,5 +53,8 @@ std::string leaveBehind(const std::string& trial, const Picture& got, const Pict
 /// RGB with its alpha; of 4:2:2 each pixel's Y, Cb and Cr as R, G and B.
 /// False when the file cannot be written.
 bool writePng(const std::filesystem::path& file, const Picture& picture);
+
+/// A PNG of any kind as RGB with alpha of 8 bits; nothing if it cannot be read.
+std::optional<Picture> readPng(const std::filesystem::path& file);
 
 } // namespace Qx::Pixels

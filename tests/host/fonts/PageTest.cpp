@@ -5,7 +5,6 @@
 #include "platform/Text.h"
 
 #include <fontconfig/fontconfig.h>
-#include <png.h>
 
 #include <cstring>
 #include <memory>
@@ -18,24 +17,6 @@ namespace {
 
 using GpuTests::Bytes;
 using Pixels::Picture;
-
-std::optional<Picture> readPng(const std::string& file)
-{
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    if (png_image_begin_read_from_file(&image, file.c_str()) == 0) {
-        return std::nullopt;
-    }
-    image.format = PNG_FORMAT_RGBA;
-    Bytes bytes(PNG_IMAGE_SIZE(image));
-    if (png_image_finish_read(&image, nullptr, bytes.data(), 0, nullptr) == 0) {
-        return std::nullopt;
-    }
-    Picture picture = Picture::blank(file, Pixels::Layout::Rgb, static_cast<int>(image.width),
-                                     static_cast<int>(image.height), 8);
-    std::copy(bytes.begin(), bytes.end(), picture.codes.begin());
-    return picture;
-}
 
 /// Each version of the installed emoji draws them anew: "2.042" in Debian 12, "2.051" in Debian 13.
 std::string emojiVersion()
@@ -97,7 +78,7 @@ private:
             const std::array<std::uint16_t, 4> rgba{bytes[i + 1], bytes[i + 2], bytes[i + 3], bytes[i]};
             std::copy(rgba.begin(), rgba.end(), got.codes.begin() + static_cast<std::ptrdiff_t>(i));
         }
-        const auto wanted = readPng(QX_FONTS_FOLDER "/pages/" + name + ".png");
+        const auto wanted = Pixels::readPng(QX_FONTS_FOLDER "/pages/" + name + ".png");
         if (!wanted || wanted->width != size.x || wanted->height != size.y) {
             FAIL() << "there is no picture " << name << ".png of that size to compare with; "
                    << Pixels::leaveBehind(name, got, got);

@@ -33,12 +33,12 @@ Form joined(const Form& a, const Form& b)
     return a == b ? a : Form{std::max(a.kind, b.kind), {}, {}};
 }
 
-Form negated(const Form& a)
+Form negationOf(const Form& a)
 {
     return a.value ? constant(-*a.value) : Form{a.kind, {}, {}};
 }
 
-Form sum(const Form& a, const Form& b)
+Form sumOf(const Form& a, const Form& b)
 {
     if (is(a, 0.0F)) {
         return b;
@@ -49,7 +49,7 @@ Form sum(const Form& a, const Form& b)
     return a.value && b.value ? constant(*a.value + *b.value) : Form{std::max(a.kind, b.kind), {}, {}};
 }
 
-Form product(const Form& a, const Form& b)
+Form productOf(const Form& a, const Form& b)
 {
     if (is(a, 0.0F) || is(b, 0.0F)) {
         return constant(0.0F);
@@ -286,18 +286,18 @@ private:
         case spv::OpCopyObject:
             return of(i[3], count);
         case spv::OpFNegate:
-            return each(of(i[3], count), negated);
+            return each(of(i[3], count), negationOf);
         case spv::OpFAdd:
-            return each(of(i[3], count), of(i[4], count), sum);
+            return each(of(i[3], count), of(i[4], count), sumOf);
         case spv::OpFSub:
-            return each(of(i[3], count), each(of(i[4], count), negated), sum);
+            return each(of(i[3], count), each(of(i[4], count), negationOf), sumOf);
         case spv::OpFMul:
-            return each(of(i[3], count), of(i[4], count), product);
+            return each(of(i[3], count), of(i[4], count), productOf);
         case spv::OpFDiv:
             return each(of(i[3], count), of(i[4], count), quotient);
         case spv::OpVectorTimesScalar:
         case spv::OpMatrixTimesScalar:
-            return each(of(i[3], count), Forms(count, of(i[4], 1).front()), product);
+            return each(of(i[3], count), Forms(count, of(i[4], 1).front()), productOf);
         case spv::OpDot:
             return dot(i);
         case spv::OpMatrixTimesVector:
@@ -400,10 +400,10 @@ private:
     {
         const auto left = forms_.find(i[3]);
         const std::size_t count = left == forms_.end() ? 1 : left->second.size();
-        const Forms products = each(of(i[3], count), of(i[4], count), product);
+        const Forms products = each(of(i[3], count), of(i[4], count), productOf);
         Form result = constant(0.0F);
         for (const Form& form : products) {
-            result = sum(result, form);
+            result = sumOf(result, form);
         }
         return {result};
     }
@@ -422,7 +422,7 @@ private:
         for (std::size_t at = 0; at < count; ++at) {
             for (std::size_t j = 0; j < inner; ++j) {
                 const Form& factor = left->second[byRows ? j * count + at : at * inner + j];
-                result[at] = sum(result[at], product(factor, right->second[j]));
+                result[at] = sumOf(result[at], productOf(factor, right->second[j]));
             }
         }
         return result;
@@ -432,7 +432,8 @@ private:
     {
         const auto weight = [](const Form& form) { return Form{form.kind, {}, {}}; };
         const Forms weights = each(of(i[7], count), weight);
-        return each(each(of(i[5], count), weights, product), each(of(i[6], count), weights, product), sum);
+        return each(each(of(i[5], count), weights, productOf), each(of(i[6], count), weights, productOf),
+                    sumOf);
     }
 
     /// What comes around a loop is not known in the first round.

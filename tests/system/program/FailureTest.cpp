@@ -121,7 +121,7 @@ TEST_F(Failures, pictures_of_the_input_are_never_overwritten)
     for (std::vector<std::string> command : commands) {
         command.insert(command.begin(), "convert");
         command.emplace_back("--force");
-        expectFailure(qxhost(command), 4, {"input", "choose another name"}, pictures);
+        expectFailure(qxhost(command), 4, {"this run reads it; choose another name"}, pictures);
         for (std::size_t i = 0; i < pictures.size(); ++i) {
             EXPECT_EQ(read(at(pictures[i])), before[i]) << pictures[i];
         }
@@ -134,7 +134,7 @@ TEST_F(Failures, clips_that_a_list_names_are_never_overwritten)
     write("list.mkv", "ffconcat version 1.0\nfile clip.mkv\nfile second.mkv\n");
     const std::string before = read(at("second.mkv"));
     expectFailure(qxhost({"convert", "list.mkv", "second.mkv", "--frames", "1", "--force"}), 4,
-                  {"second.mkv", "input"}, {"second.mkv", "list.mkv"});
+                  {"second.mkv", "this run reads it"}, {"second.mkv", "list.mkv"});
     EXPECT_EQ(read(at("second.mkv")), before);
 }
 
@@ -153,7 +153,7 @@ TEST_F(Failures, effects_luts_and_fonts_of_a_run_are_never_overwritten)
     }
     const auto expectKept = [&](const std::vector<std::string>& arguments, const std::string& file) {
         const std::string before = read(at(file));
-        expectFailure(qxhost(arguments), 4, {"input"}, mine);
+        expectFailure(qxhost(arguments), 4, {"this run reads it"}, mine);
         EXPECT_EQ(read(at(file)), before);
     };
     expectKept({"convert", "clip.mkv", "fx.png", "--frames", "1", "--effect", "./my.fx", "--force"}, "my.fx");

@@ -2,6 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <fstream>
+#include <iterator>
+
 namespace Qx::System {
 
 namespace {
@@ -587,6 +590,25 @@ TEST_F(ForeignEffects, a_parameter_that_chooses_a_shader_cannot_be_set)
                                                  "chosen the shader of a pass; change it there");
     EXPECT_NE(qxhost({"effects", "describe", "chosen.fx"}).out.find("(chosen by its default)"),
               std::string::npos);
+}
+
+TEST_F(ForeignEffects, a_texture_beyond_what_the_device_draws_is_told_of_in_the_log)
+{
+    ffmpeg({"-f", "lavfi", "-i", "color=0x282828:size=2048x2:rate=10,format=rgb24", "-frames:v", "1", "-c:v",
+            "ffv1", "wide.mkv"});
+    write("wide.fx",
+          "sampler s : register(s0);\ntexture Wide < float2 ViewportRatio = { 16, 0.5 }; >;\n"
+          "sampler w = sampler_state { Texture = <Wide>; };\n"
+          "float4 f(float2 uv : TEXCOORD0, uniform sampler of) : COLOR { return tex2D(of, uv); }\n"
+          "technique T { pass < string Target = \"Wide\"; > { PixelShader = compile ps_2_0 f(s); } "
+          "pass { PixelShader = compile ps_2_0 f(w); } }\n");
+    const Outcome outcome = qxhost({"convert", "wide.mkv", "wide.out.mkv", "--effect", "wide.fx"});
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+    std::ifstream file(at(".state/qxhost/qxhost.log"));
+    const std::string log((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    EXPECT_NE(log.find("technique \"T\": texture \"Wide\" would be 32768 texels wide or high; it is "),
+              std::string::npos)
+        << log;
 }
 
 TEST_F(ForeignEffects, the_frame_before_is_kept_as_picture_and_as_result)

@@ -63,6 +63,7 @@ struct CompiledEffect
         TargetSize,     ///< the host: width, height of the target in texels (float2)
         TargetMaxCode,  ///< the host: the largest code of a component of the target
         Identity,       ///< nobody: a matrix that is 1 on its diagonal, in the shaders as a constant
+        ShaderNumber,   ///< nobody: its default has chosen the shader of a pass
     };
 
     struct Annotation

@@ -76,7 +76,8 @@ private:
         }
         keepRemainders(syntax_);
         layOutParameters(syntax_, effect_, problems_);
-        const PassWriter writer(syntax_, effect_);
+        const PassWriter writer(syntax_, effect_,
+                                [](const std::string& hlsl) { return compileShaders({hlsl}).front().spirv; });
         giveIdentities(syntax_, writer.namesOfVertices(), effect_);
         writePasses(writer);
         resolveTargets(syntax_, effect_, problems_);

@@ -58,8 +58,8 @@ void addAnnotations(std::vector<std::string>& lines, const std::string& owner,
 
 void addParameter(std::vector<std::string>& lines, const CompiledEffect::Parameter& parameter)
 {
-    const char* const semantics[] = {"",           "TextureSize",   "TextureMaxCode",
-                                     "TargetSize", "TargetMaxCode", "Identity"};
+    const char* const semantics[] = {
+        "", "TextureSize", "TextureMaxCode", "TargetSize", "TargetMaxCode", "Identity", "ShaderNumber"};
     const std::string owner = "parameter " + parameter.name;
     lines.push_back(owner + " : " + typeOf(parameter) + " at " + std::to_string(parameter.offset) + " + " +
                     std::to_string(parameter.bytes) + " = " + defaultOf(parameter));

@@ -29,7 +29,8 @@ std::unordered_set<std::string_view> checkPasses(EffectText& text, const EffectS
                                                  const CompiledEffect& effect)
 {
     std::unordered_set<std::string_view> names;
-    const PassWriter writer(syntax, effect);
+    // Without compiling, vertex shaders are taken as if nothing were known of their results.
+    const PassWriter writer(syntax, effect, [](const std::string&) { return std::vector<std::uint32_t>(); });
     for (const EffectSyntax::Technique& technique : syntax.techniques) {
         promise(!technique.passes.empty(), "a technique without passes");
         for (const EffectSyntax::Pass& pass : technique.passes) {

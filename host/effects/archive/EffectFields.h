@@ -15,7 +15,7 @@ constexpr CompiledEffect::ScalarType lastOf(CompiledEffect::ScalarType)
 
 constexpr CompiledEffect::Semantic lastOf(CompiledEffect::Semantic)
 {
-    return CompiledEffect::Semantic::Identity;
+    return CompiledEffect::Semantic::ShaderNumber;
 }
 
 constexpr CompiledEffect::Filter lastOf(CompiledEffect::Filter)

@@ -27,7 +27,8 @@ bool isTextureSemantic(CompiledEffect::Semantic semantic)
 /// Whether the host can fill the parameter as its semantic says.
 bool isFillable(const CompiledEffect::Parameter& parameter, const CompiledEffect& effect)
 {
-    if (parameter.semantic == CompiledEffect::Semantic::None) {
+    if (parameter.semantic == CompiledEffect::Semantic::None ||
+        parameter.semantic == CompiledEffect::Semantic::ShaderNumber) {
         return true;
     }
     if (parameter.semantic == CompiledEffect::Semantic::Identity) {

@@ -211,7 +211,7 @@ std::optional<ConstantValue> EffectParser::constantNamed(const Token& name) cons
 
 EffectParser::Tokens EffectParser::checked(const Tokens& tokens) const
 {
-    return checkedHlsl(tokens, [this](const Token& name) { return constantNamed(name); });
+    return checkedHlsl(withoutArrays(tokens), [this](const Token& name) { return constantNamed(name); });
 }
 
 void EffectParser::claimName(const Token& name)

@@ -82,6 +82,11 @@ private:
     void parseTexture();
     void parseSamplers();
     void parseSampler(std::optional<SamplerType> type, const Token& name);
+    void parseSamplerArray(const EffectSyntax::Sampler& each, const Token& name);
+    bool parseSamplerStates(EffectSyntax::Sampler& sampler);
+    void addSampler(EffectSyntax::Sampler sampler, bool allKnown, const Annotations& annotations);
+    std::vector<Token> claimElements(const Token& name);
+    Tokens withoutArrays(const Tokens& tokens) const;
     Tokens withoutTextureMethods(const Tokens& body);
     std::string_view samplerOf(const Token& texture, const Token* states);
     bool parseSamplerState(EffectSyntax::Sampler& sampler);
@@ -102,6 +107,8 @@ private:
     void parseConstant(bool isConst, EffectSyntax::Type type, const Token& name);
     void rememberConstant(const EffectSyntax::Type& type, const Token& name, const Tokens& value);
     void parseParameter(EffectSyntax::Type type, const Token& name);
+    void parseStructParameter(const EffectSyntax::Type& type, const Token& name);
+    void addVariable(const EffectSyntax::Type& type, const Token& name);
     void checkParameterType(const EffectSyntax::Type& type, const Token& name) const;
 
     Qualifiers parseQualifiers();
@@ -130,6 +137,8 @@ private:
     std::size_t passes_ = 0;
     std::unordered_map<std::string_view, EffectSyntax::TextureKind> textureKinds_;
     std::map<std::pair<std::string_view, std::string_view>, std::string_view> combined_; ///< see samplerOf
+    std::unordered_map<std::string_view, std::vector<Token>>
+        arrays_; ///< of samplers or textures: the elements
     std::unordered_map<std::string_view, ConstantValue> constants_;
     using ShaderVariables = std::unordered_map<std::string_view, std::vector<EffectSyntax::Shader>>;
     std::map<Stage, ShaderVariables> shaders_;

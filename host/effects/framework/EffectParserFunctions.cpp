@@ -23,6 +23,9 @@ void EffectParser::parseStruct()
     piece.text.push_back(reader_.peek());
     reader_.expect("{", "after the name of the struct");
     while (!reader_.peek().is("}")) {
+        if (reader_.accept(";")) {
+            continue;
+        }
         const Qualifiers qualifiers = parseQualifiers();
         const EffectSyntax::Type type = parseType();
         do {

@@ -33,15 +33,20 @@ void EffectParser::parseTexture()
         reader_.expect(">", "after the type of the texture");
     }
     do {
-        EffectSyntax::Texture texture;
-        texture.name = reader_.expectName("the name of the texture");
-        claimName(texture.name);
-        textureKinds_[texture.name.text] = kind;
+        const Token name = reader_.expectName("the name of the texture");
+        claimName(name);
+        const std::vector<Token> names = reader_.peek().is("[") ? claimElements(name) : std::vector{name};
         const Suffixes suffixes = parseSuffixes();
+        EffectSyntax::Texture texture;
         texture.registerIndex = registerIndexOf(suffixes, 't');
         texture.semantic = suffixes.semantic;
         texture.annotations = parseAnnotations();
-        effect_.textures.push_back(std::move(texture));
+        for (const Token& each : names) {
+            textureKinds_[each.text] = kind;
+            texture.name = each;
+            effect_.textures.push_back(texture);
+            texture.registerIndex += texture.registerIndex == CompiledEffect::Sampler::noRegister ? 0 : 1;
+        }
     } while (reader_.accept(","));
     reader_.expect(";", "after the texture");
 }
@@ -67,32 +72,139 @@ void EffectParser::parseSampler(std::optional<SamplerType> type, const Token& na
     sampler.name = name;
     claimName(name);
     if (reader_.peek().is("[")) {
-        throw CompileError(reader_.peek().at, "arrays of samplers are not supported");
+        parseSamplerArray(sampler, name);
+        return;
     }
     sampler.registerIndex = registerIndexOf(parseSuffixes(), 's');
-    Annotations annotations = parseAnnotations();
+    const Annotations annotations = parseAnnotations();
     bool allKnown = true;
     if (reader_.accept("=")) {
-        if (!reader_.isKeyword("sampler_state")) {
-            throw reader_.unexpected("'sampler_state'", "after sampler " + inQuotes(name.text));
-        }
-        reader_.take();
-        reader_.expect("{", "after 'sampler_state'");
-        allKnown = parseSamplerState(sampler);
+        allKnown = parseSamplerStates(sampler);
     } else if (reader_.accept("{")) {
         allKnown = parseSamplerState(sampler);
     }
+    addSampler(std::move(sampler), allKnown, annotations);
+}
+
+/// "sampler s[2] : register(s0) = { sampler_state { ... }, sampler_state { ... } };"
+void EffectParser::parseSamplerArray(const EffectSyntax::Sampler& each, const Token& name)
+{
+    const std::vector<Token> names = claimElements(name);
+    const std::uint32_t first = registerIndexOf(parseSuffixes(), 's');
+    const Annotations annotations = parseAnnotations();
+    const bool hasStates = reader_.accept("=");
+    if (hasStates) {
+        reader_.expect("{", "before the states of the samplers " + inQuotes(name.text));
+    }
+    for (std::uint32_t i = 0; i < names.size(); ++i) {
+        EffectSyntax::Sampler sampler = each;
+        sampler.name = names[i];
+        sampler.registerIndex = first == CompiledEffect::Sampler::noRegister ? first : first + i;
+        if (hasStates && i > 0) {
+            reader_.expect(",", "between the states of the samplers " + inQuotes(name.text));
+        }
+        const bool allKnown = !hasStates || parseSamplerStates(sampler);
+        addSampler(std::move(sampler), allKnown, annotations);
+    }
+    if (hasStates) {
+        reader_.accept(",");
+        reader_.expect("}", "after the states of the samplers " + inQuotes(name.text));
+    }
+}
+
+/// The elements of an array of samplers or textures are samplers or textures of their own, NAME_0, NAME_1,
+/// ...
+std::vector<Token> EffectParser::claimElements(const Token& name)
+{
+    constexpr std::uint32_t most = 16;
+    const Token open = reader_.peek();
+    const std::uint32_t count = elementsOf(parseDimensions(), name);
+    if (count > most) {
+        throw CompileError(open.at, "an array of samplers or textures has " + std::to_string(most) +
+                                        " elements at most");
+    }
+    std::vector<Token>& elements = arrays_[name.text];
+    for (std::uint32_t i = 0; i < count; ++i) {
+        elements.push_back(name);
+        elements.back().text = effect_.texts.emplace_back(std::string(name.text) + '_' + std::to_string(i));
+        claimName(elements.back());
+    }
+    return elements;
+}
+
+/// With the elements of arrays of samplers and textures by their own names.
+EffectParser::Tokens EffectParser::withoutArrays(const Tokens& tokens) const
+{
+    if (arrays_.empty()) {
+        return tokens;
+    }
+    Tokens result;
+    result.reserve(tokens.size());
+    for (std::size_t i = 0; i < tokens.size(); ++i) {
+        const bool names = tokens[i].kind == TokenKind::Identifier && (i == 0 || !tokens[i - 1].is("."));
+        const auto array = names ? arrays_.find(tokens[i].text) : arrays_.end();
+        if (array == arrays_.end()) {
+            result.push_back(tokens[i]);
+            continue;
+        }
+        const Token& name = tokens[i];
+        const std::size_t begin = i + 2;
+        std::size_t end = begin;
+        while (end < tokens.size() && !tokens[end].is("]") && !tokens[end].is("[")) {
+            ++end;
+        }
+        double index = -1;
+        if (begin < tokens.size() && tokens[i + 1].is("[") && end < tokens.size()) {
+            Tokens inside(tokens.begin() + static_cast<std::ptrdiff_t>(begin),
+                          tokens.begin() + static_cast<std::ptrdiff_t>(end));
+            inside.push_back(endTokenAfter(inside, name.at));
+            try {
+                ConstantReader reader(inside.data(),
+                                      [this](const Token& each) { return constantNamed(each); });
+                const ConstantValue value = reader.readExpression();
+                const bool whole = value.components.size() == 1 && reader.position()->kind == TokenKind::End;
+                index = whole ? value.components[0] : -1;
+            } catch (const CompileError&) {
+                // An expression that is not constant.
+            }
+        }
+        if (!(index >= 0 && index < static_cast<double>(array->second.size()))) {
+            throw CompileError(name.at, "an element of the array " + inQuotes(name.text) +
+                                            " is selected by a constant from 0 to " +
+                                            std::to_string(array->second.size() - 1) + ", such as " +
+                                            std::string(name.text) + "[0]; write loops over it out");
+        }
+        result.push_back(array->second[static_cast<std::size_t>(index)]);
+        result.back().at = name.at;
+        i = end;
+    }
+    return result;
+}
+
+bool EffectParser::parseSamplerStates(EffectSyntax::Sampler& sampler)
+{
+    if (reader_.isKeyword("sampler_state")) {
+        reader_.take();
+        reader_.expect("{", "after 'sampler_state'");
+    } else if (!reader_.accept("{")) {
+        throw reader_.unexpected("'sampler_state {'", "after sampler " + inQuotes(sampler.name.text));
+    }
+    return parseSamplerState(sampler);
+}
+
+void EffectParser::addSampler(EffectSyntax::Sampler sampler, bool allKnown, const Annotations& annotations)
+{
+    const Token& name = sampler.name;
     if (sampler.texture.kind == TokenKind::End && allKnown) {
         sampler.texture = name;
         if (!sampler.onlyStates) {
-            effect_.textures.push_back(
-                {name, CompiledEffect::Sampler::noRegister, std::move(annotations), {}});
+            effect_.textures.push_back({name, CompiledEffect::Sampler::noRegister, annotations, {}});
         }
     } else if (sampler.texture.kind == TokenKind::End) {
         effect_.complete = false; // one of the unknown states may be a mistyped Texture
     }
     sampler.onlyStates = sampler.onlyStates && sampler.texture.text == name.text;
-    effect_.samplers.push_back(sampler);
+    effect_.samplers.push_back(std::move(sampler));
 }
 
 /// The N of "register(sN)", "register(PROFILE, s[N])" or the semantic TEXUNITN. `letter` is that of samplers
@@ -130,7 +242,11 @@ bool EffectParser::parseSamplerState(EffectSyntax::Sampler& sampler)
         reader_.expect("=", "after the state " + inQuotes(name.text));
         if (equalIgnoringCase(name.text, "Texture")) {
             const std::string_view close = reader_.accept("<") ? ">" : reader_.accept("(") ? ")" : "";
-            sampler.texture = reader_.expectName("the name of a texture");
+            Tokens texture{reader_.expectName("the name of a texture")};
+            if (reader_.peek().is("[")) {
+                append(texture, reader_.takeBracketed("the number of a texture"));
+            }
+            sampler.texture = withoutArrays(texture).front();
             if (!close.empty()) {
                 reader_.expect(close, "after the name of the texture");
             }

@@ -65,6 +65,9 @@ void EffectParser::parseTechnique()
     technique.annotations = parseAnnotations();
     reader_.expect("{", context);
     while (!reader_.accept("}")) {
+        if (reader_.accept(";")) {
+            continue;
+        }
         if (!reader_.isKeyword("pass")) {
             throw reader_.unexpected("'pass' or '}'", context);
         }
@@ -225,6 +228,7 @@ std::size_t EffectParser::parseShaderIndex(const Token& shaders)
         if (parameter == effect_.parameters.end()) {
             return constantNamed(name);
         }
+        parameter->choosesShader = true;
         problems_.warn({name.at, "the shader is chosen by the default of " + inQuotes(name.text) +
                                      ", whatever is set later"});
         return parameter->defaultValue.value_or(ConstantValue::ofInteger(0));

@@ -18,6 +18,8 @@ void EffectParser::parseVariables(const Qualifiers& qualifiers, const EffectSynt
         claimName(name);
         if (qualifiers.isStatic || (qualifiers.isConst && !qualifiers.isUniform)) {
             parseConstant(qualifiers.isConst, type, name);
+        } else if (structs_.count(type.tokens[0].text) != 0) {
+            parseStructParameter(type, name);
         } else {
             parseParameter(type, name);
         }
@@ -167,6 +169,76 @@ void EffectParser::parseParameter(EffectSyntax::Type type, const Token& name)
     shape.type = {type.numeric->scalar, 1, type.numeric->components() * std::max(parameter.elements, 1U)};
     initializers_.rememberGlobal(name, shape);
     effect_.parameters.push_back(std::move(parameter));
+}
+
+/// Each member is a parameter of its own, "NAME.MEMBER". The shaders have a variable, which they begin by
+/// filling.
+void EffectParser::parseStructParameter(const EffectSyntax::Type& type, const Token& name)
+{
+    if (reader_.peek().is("[")) {
+        throw CompileError(reader_.peek().at,
+                           "parameter " + inQuotes(name.text) +
+                               " is an array of structs; declare an array for each member");
+    }
+    parseSemantic();
+    parseAnnotations();
+    std::optional<ConstantValue> value;
+    if (reader_.accept("=")) {
+        value = evaluateInitializer(reader_.takeUntil(",;", "the default of " + inQuotes(name.text)), name);
+    }
+    // A copy: the pieces move when one is added.
+    const std::vector<EffectSyntax::Member> members =
+        effect_.pieces[structs_.at(type.tokens[0].text)].members;
+    std::size_t at = 0;
+    for (const EffectSyntax::Member& member : members) {
+        EffectSyntax::Parameter parameter;
+        parameter.name = name;
+        parameter.name.text =
+            effect_.texts.emplace_back(std::string(name.text) + '.' + std::string(member.name.text));
+        checkParameterType(member.type, parameter.name);
+        if (member.elements == 0U) {
+            throw CompileError(name.at,
+                               "the size of array " + inQuotes(parameter.name.text) + " is not a constant");
+        }
+        parameter.type = member.type;
+        parameter.elements = member.elements.value_or(0);
+        parameter.structure = name;
+        parameter.member = member.name;
+        const std::size_t count =
+            std::size_t{member.type.numeric->components()} * std::max(parameter.elements, 1U);
+        if (value && at + count <= value->components.size()) {
+            ConstantValue part = *value;
+            const auto begin = value->components.begin() + static_cast<std::ptrdiff_t>(at);
+            part.components.assign(begin, begin + static_cast<std::ptrdiff_t>(count));
+            parameter.defaultValue =
+                fitted(std::move(part), member.type.numeric->scalar, count, false, parameter.name);
+        }
+        at += count;
+        effect_.parameters.push_back(std::move(parameter));
+    }
+    if (value && value->components.size() != at) {
+        throw CompileError(name.at, inQuotes(name.text) + " takes " + std::to_string(at) + " numbers; " +
+                                        std::to_string(value->components.size()) + " are given");
+    }
+    addVariable(type, name);
+}
+
+/// A variable of the shaders, without a value.
+void EffectParser::addVariable(const EffectSyntax::Type& type, const Token& name)
+{
+    EffectSyntax::Piece piece;
+    piece.kind = EffectSyntax::Piece::Kind::Constant;
+    piece.name = name;
+    piece.type = type;
+    Token word = name;
+    word.text = "static";
+    piece.text.push_back(word);
+    append(piece.text, type.tokens);
+    piece.text.push_back(name);
+    word.kind = TokenKind::Punctuator;
+    word.text = ";";
+    piece.text.push_back(word);
+    effect_.pieces.push_back(std::move(piece));
 }
 
 void EffectParser::checkParameterType(const EffectSyntax::Type& type, const Token& name) const

@@ -90,6 +90,9 @@ struct EffectSyntax
         std::optional<Token> semantic;
         std::vector<Annotation> annotations;
         std::optional<ConstantValue> defaultValue;
+        Token structure;            ///< the variable that it is a member of; an End token if it is none
+        Token member;               ///< its name there
+        bool choosesShader = false; ///< its default is the number of a shader in an array of them
     };
 
     /// As a texture's type says; "texture" and those of samplers are pictures.

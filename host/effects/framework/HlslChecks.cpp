@@ -1,5 +1,6 @@
 #include "host/effects/framework/HlslChecks.h"
 
+#include "host/effects/framework/MatrixSwizzles.h"
 #include "host/effects/framework/Preprocessor.h"
 #include "host/effects/framework/ReservedWords.h"
 #include "host/effects/framework/SamplerType.h"
@@ -183,18 +184,6 @@ private:
     std::unordered_map<std::string_view, ConstantValue> values_;
 };
 
-/// "m._m00_m11", which the HLSL compiler misreads.
-void refuseMatrixSwizzle(const Token& token)
-{
-    const bool elements = token.text.size() > 4 && token.text[0] == '_' &&
-                          token.text.find_first_not_of("_m01234") == std::string_view::npos;
-    if (elements) {
-        throw CompileError(token.at, inQuotes(token.text) +
-                                         " selects several elements of a matrix; select one "
-                                         "at a time, such as float2(m._m00, m._m11)");
-    }
-}
-
 } // namespace
 
 std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantReader::Names& names)
@@ -217,9 +206,6 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
         }
         if (token->kind == TokenKind::Identifier) {
             refuseWord(*token, token + 1 != end ? token[1] : Token());
-            if (!kept.empty() && kept.back().is(".")) {
-                refuseMatrixSwizzle(*token);
-            }
             if (!kept.empty() && NumericType::named(kept.back().text)) {
                 refuseHlslWord(*token);
             }
@@ -231,7 +217,7 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
         chains.count(*token);
         kept.push_back(*token);
     }
-    return kept;
+    return withoutMatrixSwizzles(kept);
 }
 
 } // namespace Qx::Host::Effects

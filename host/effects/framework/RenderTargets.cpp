@@ -4,6 +4,7 @@
 #include "host/core/Suggestion.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -56,44 +57,64 @@ std::vector<double> numbersIn(std::string_view text)
     return numbers;
 }
 
-double numberFrom(const Annotation& annotation, std::size_t index, double most)
+/// The last number of too few.
+double numberFrom(const Annotation& annotation, std::size_t index)
 {
     const std::vector<double> numbers = numbersIn(annotation.value);
-    const double number = numbers.empty() ? 0 : numbers[std::min(index, numbers.size() - 1)];
-    if (!(number > 0) || number > most) {
-        throw CompileError(annotation.at, "annotation " + inQuotes(annotation.name.text) +
-                                              " is a number greater than 0, up to " +
-                                              std::to_string(static_cast<int>(most)));
-    }
-    return number;
+    return numbers.empty() ? 0 : numbers[std::min(index, numbers.size() - 1)];
 }
 
-TargetSize sizeFrom(const std::vector<Annotation>& annotations)
+std::uint32_t texelsFrom(const Annotation& annotation, std::size_t index)
 {
-    constexpr double mostTexels = 32768;
-    constexpr double mostRatio = 16;
-    const auto texels = [](const Annotation& annotation, std::size_t index) {
-        return static_cast<std::uint32_t>(
-            std::lround(std::max(numberFrom(annotation, index, mostTexels), 1.0)));
-    };
+    constexpr double most = 32768;
+    const double texels = numberFrom(annotation, index);
+    if (!(texels >= 1 && texels <= most)) {
+        throw CompileError(annotation.at, "annotation " + inQuotes(annotation.name.text) +
+                                              " has numbers of texels, from 1 to 32768; found " +
+                                              annotation.value);
+    }
+    return static_cast<std::uint32_t>(std::lround(texels));
+}
+
+/// In 65536ths.
+std::uint32_t ratioFrom(const Annotation& annotation, std::size_t index)
+{
+    constexpr double most = 16;
+    const double ratio = numberFrom(annotation, index);
+    if (!(ratio * TargetSize::whole >= 1 && ratio <= most)) {
+        throw CompileError(annotation.at,
+                           "annotation " + inQuotes(annotation.name.text) +
+                               " has parts of the target's size, from 1 / 65536 to 16; found " +
+                               annotation.value);
+    }
+    return static_cast<std::uint32_t>(std::lround(ratio * TargetSize::whole));
+}
+
+TargetSize sizeFrom(const EffectSyntax::Texture& texture)
+{
+    const std::vector<Annotation>& annotations = texture.annotations;
     TargetSize size;
     if (const Annotation* dimensions = annotationNamed(annotations, "Dimensions")) {
-        size.width = texels(*dimensions, 0);
-        size.height = texels(*dimensions, 1);
+        size.width = texelsFrom(*dimensions, 0);
+        size.height = texelsFrom(*dimensions, 1);
     }
     if (const Annotation* width = annotationNamed(annotations, "Width")) {
-        size.width = texels(*width, 0);
+        size.width = texelsFrom(*width, 0);
     }
     if (const Annotation* height = annotationNamed(annotations, "Height")) {
-        size.height = texels(*height, 0);
+        size.height = texelsFrom(*height, 0);
+    }
+    constexpr std::uint64_t most = 8192 * 8192; // 512 MiB at 16 bits per component
+    if (std::uint64_t{size.width} * size.height > most) {
+        throw CompileError(texture.name.at, "the texture " + inQuotes(texture.name.text) + " has " +
+                                                std::to_string(size.width) + " x " +
+                                                std::to_string(size.height) +
+                                                " texels; a texture that a pass draws into has at most " +
+                                                std::to_string(most) + ", such as 8192 x 8192");
     }
     if (const Annotation* ratio = annotationNamed(annotations, "ViewportRatio")) {
-        const auto part = [&](std::size_t index) {
-            const double of = numberFrom(*ratio, index, mostRatio) * TargetSize::whole;
-            return static_cast<std::uint32_t>(std::lround(std::max(of, 1.0)));
-        };
-        size.ratioX = part(0);
-        size.ratioY = part(1);
+        size.ratioX = ratioFrom(*ratio, 0);
+        size.ratioY = ratioFrom(*ratio, 1);
     }
     return size;
 }
@@ -154,8 +175,8 @@ class TargetFinder
 {
 public:
     TargetFinder(const EffectSyntax::Technique& syntax, const CompiledEffect& effect,
-                 CompiledEffect::Technique& technique)
-        : syntax_(syntax), effect_(effect), technique_(technique)
+                 CompiledEffect::Technique& technique, Problems& problems)
+        : syntax_(syntax), effect_(effect), technique_(technique), problems_(problems)
     {
     }
 
@@ -190,7 +211,34 @@ private:
             } else if (command.name == "draw" && equalIgnoringCase(command.value, "geometry")) {
                 throw CompileError(script.at, "the pass draws a mesh, and there is none: an effect draws one "
                                               "rectangle; write Draw=Buffer");
+            } else {
+                warnOfUnknown(command, script);
             }
+        }
+    }
+
+    void warnOfUnknown(const Command& command, const Annotation& script)
+    {
+        // Those that are read above, and those that mean nothing for one rectangle over a new target.
+        static constexpr std::array<std::string_view, 14> words{"pass",
+                                                                "draw",
+                                                                "clear",
+                                                                "clearsetcolor",
+                                                                "clearsetdepth",
+                                                                "clearsetstencil",
+                                                                "scriptexternal",
+                                                                "scriptsignature",
+                                                                "technique",
+                                                                "rendercolortarget",
+                                                                "rendercolortarget0",
+                                                                "rendercolortarget1",
+                                                                "renderdepthstenciltarget",
+                                                                "renderport"};
+        const bool known = std::find(words.begin(), words.end(), command.name) != words.end() ||
+                           command.name.starts_with("rendercolortarget");
+        if (!known) {
+            problems_.warn({script.at, "the script has the unknown word " + inQuotes(command.name) +
+                                           ", which is ignored" + didYouMean(command.name, words)});
         }
     }
 
@@ -231,6 +279,7 @@ private:
     const EffectSyntax::Technique& syntax_;
     const CompiledEffect& effect_;
     CompiledEffect::Technique& technique_;
+    Problems& problems_;
     std::size_t next_ = 0; ///< the pass whose turn it is
     std::uint32_t target_ = callersTarget;
 };
@@ -243,7 +292,7 @@ void resolveTargets(const EffectSyntax& syntax, CompiledEffect& effect, Problems
     for (std::size_t t = 0; t < effect.techniques.size(); ++t) {
         const Problems::Context at{syntax.techniques[t].name.text, {}};
         try {
-            TargetFinder(syntax.techniques[t], effect, effect.techniques[t]).run();
+            TargetFinder(syntax.techniques[t], effect, effect.techniques[t], problems).run();
         } catch (const CompileError& error) {
             problems.fail(error, at);
         }
@@ -254,7 +303,7 @@ void resolveTargets(const EffectSyntax& syntax, CompiledEffect& effect, Problems
     drawn.erase(callersTarget);
     for (const std::uint32_t texture : drawn) {
         try {
-            effect.textures[texture].targetSize = sizeFrom(syntax.textures[texture].annotations);
+            effect.textures[texture].targetSize = sizeFrom(syntax.textures[texture]);
             effect.textures[texture].targetFormat =
                 formatFrom(syntax.textures[texture].annotations, problems);
         } catch (const CompileError& error) {
@@ -282,11 +331,11 @@ void checkTargets(const EffectSyntax& syntax, const CompiledEffect& effect, Prob
                     problems.fail({syntaxPass.keyword.at, "the pass reads the texture " + name +
                                                               " as a volume, and a pass draws it"},
                                   at);
-                } else if (texture == passes[p].target) {
+                } else if (texture == passes[p].target && p + 1 < passes.size()) { // the last draws into none
                     problems.fail({syntaxPass.keyword.at, "the pass reads the texture " + name +
                                                               " that it draws into; draw into another"},
                                   at);
-                } else if (later.count(texture) != 0) {
+                } else if (texture != passes[p].target && later.count(texture) != 0) {
                     problems.fail({syntaxPass.keyword.at,
                                    "the pass reads the texture " + name + " before a pass has drawn it"},
                                   at);
@@ -296,8 +345,10 @@ void checkTargets(const EffectSyntax& syntax, const CompiledEffect& effect, Prob
         }
         if (!passes.empty() && passes.back().target != callersTarget) {
             problems.fail({syntax.techniques[t].passes.back().keyword.at,
-                           "the last pass draws into a texture, so the technique has no result; let it draw "
-                           "without a target"},
+                           "the last pass draws into the texture " +
+                               inQuotes(effect.textures[passes.back().target].name) +
+                               ", so the technique has no result; let it draw without a target, after "
+                               "'RenderColorTarget0=;' in a script"},
                           {syntax.techniques[t].name.text, syntax.techniques[t].passes.back().name.text});
         }
     }

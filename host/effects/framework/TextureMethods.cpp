@@ -12,22 +12,46 @@ struct Method
 {
     std::string_view name;
     std::array<std::string_view, 4> functions; ///< by the kind of texture
+    std::size_t arguments;                     ///< without an offset
 };
 
 constexpr std::array<Method, 5> methods{
-    {{"Sample", {"tex2D", "tex1D", "tex3D", "texCUBE"}},
-     {"SampleGrad", {"tex2Dgrad", "tex1Dgrad", "tex3Dgrad", "texCUBEgrad"}},
-     {"SampleLevel", {"qxfx_level2D", "qxfx_level1D", "qxfx_level3D", "qxfx_levelCUBE"}},
-     {"SampleBias", {"qxfx_level2D", "qxfx_level1D", "qxfx_level3D", "qxfx_levelCUBE"}},
-     {"Load", {"qxfx_load2D", "", "qxfx_load3D", ""}}}};
+    {{"Sample", {"tex2D", "tex1D", "tex3D", "texCUBE"}, 2},
+     {"SampleGrad", {"tex2Dgrad", "tex1Dgrad", "tex3Dgrad", "texCUBEgrad"}, 4},
+     {"SampleLevel", {"qxfx_level2D", "qxfx_level1D", "qxfx_level3D", "qxfx_levelCUBE"}, 3},
+     {"SampleBias", {"qxfx_level2D", "qxfx_level1D", "qxfx_level3D", "qxfx_levelCUBE"}, 3},
+     {"Load", {"qxfx_load2D", "", "qxfx_load3D", ""}, 1}}};
+
+const Method* methodNamed(std::string_view name)
+{
+    const auto* const found = std::find_if(methods.begin(), methods.end(),
+                                           [&](const Method& candidate) { return candidate.name == name; });
+    return found == methods.end() ? nullptr : found;
+}
+
+/// Of the call whose parenthesis opens at `open`.
+std::size_t argumentsOf(const std::vector<Token>& body, std::size_t open)
+{
+    std::size_t depth = 0;
+    std::size_t commas = 0;
+    for (std::size_t i = open; i < body.size(); ++i) {
+        const bool opens = body[i].is("(") || body[i].is("[") || body[i].is("{");
+        const bool closes = body[i].is(")") || body[i].is("]") || body[i].is("}");
+        depth = depth + (opens ? 1U : 0U) - (closes ? 1U : 0U);
+        if (depth == 0) {
+            break;
+        }
+        commas += depth == 1 && body[i].is(",") ? 1U : 0U;
+    }
+    return commas + 1;
+}
 
 } // namespace
 
 std::string_view functionOfMethod(std::string_view method, TextureKind kind)
 {
-    const auto* const found = std::find_if(methods.begin(), methods.end(),
-                                           [&](const Method& candidate) { return candidate.name == method; });
-    return found == methods.end() ? std::string_view() : found->functions.at(static_cast<std::size_t>(kind));
+    const Method* const found = methodNamed(method);
+    return found == nullptr ? std::string_view() : found->functions.at(static_cast<std::size_t>(kind));
 }
 
 std::vector<Token>
@@ -53,6 +77,13 @@ withoutMethods(const std::vector<Token>& body,
                 "a texture has no method " + inQuotes(body[i + 2].text) +
                     " here; there are Sample, SampleLevel, SampleBias, SampleGrad and Load, and "
                     "parameters with the semantic TEXTURESIZE");
+        }
+        if (argumentsOf(body, i + 3) > methodNamed(body[i + 2].text)->arguments) {
+            throw CompileError(
+                body[i + 2].at,
+                inQuotes(body[i + 2].text) +
+                    " takes no offset here; add it to the place, divided by the texture's size "
+                    "for coordinates (a float2 parameter with the semantic TEXTURESIZE)");
         }
         const bool texels = body[i + 2].is("Load");
         if (!texels && !body[i + 5].is(",")) {

@@ -47,6 +47,16 @@ std::string readableMessage(std::string_view message, std::string_view line)
     if (message.find("Recursion detected") != std::string_view::npos) {
         return "a function calls itself, directly or through others; shaders cannot";
     }
+    const auto says = [&](std::string_view part) { return message.find(part) != std::string_view::npos; };
+    if (says("wrong number of structure members")) {
+        return "a list of values for a struct has one value, or one list, for each of its members";
+    }
+    if (says("'constructor' : too many arguments")) {
+        return "a list or a constructor has more numbers than its type takes";
+    }
+    if (says("'constructor' : not enough data")) {
+        return "a list or a constructor has fewer numbers than its type takes";
+    }
     std::string text = trimmed(message);
     // The compiler writes "'TOKEN' : TEXT"; the token may be empty.
     if (const std::size_t colon = text.find("' : "); text[0] == '\'' && colon != std::string::npos) {

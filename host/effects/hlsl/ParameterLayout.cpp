@@ -192,6 +192,9 @@ void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effe
     parameter.offset = roundUp(effect.uniformBytes, placement.alignment);
     parameter.bytes = placement.bytes;
     tolerate(problems, [&] { parameter.defaultValue = encodeDefault(syntax, parameter, placement); });
+    if (syntax.choosesShader && parameter.semantic == Semantic::None) {
+        parameter.semantic = Semantic::ShaderNumber;
+    }
     if (parameter.semantic == Semantic::Identity) {
         setIdentity(parameter);
     }

@@ -6,7 +6,6 @@
 #include "host/effects/hlsl/HlslNames.h"
 #include "host/effects/hlsl/PassPrelude.h"
 #include "host/effects/hlsl/Remainders.h"
-#include "host/effects/hlsl/ShaderCompiler.h"
 
 #include <algorithm>
 #include <array>
@@ -369,15 +368,22 @@ private:
         std::vector<std::string> constants;
         for (std::size_t i = 0; i < effect_.parameters.size(); ++i) {
             const CompiledEffect::Parameter& parameter = effect_.parameters[i];
-            if (!isUsed(parameter.name)) {
+            const EffectSyntax::Parameter& syntax = syntax_.parameters[i];
+            const bool isMember = syntax.structure.kind != TokenKind::End;
+            if (!isUsed(isMember ? syntax.structure.text : parameter.name)) {
                 continue;
             }
             const std::string name(hlslName(parameter.name));
             const bool assigned = assigned_.count(parameter.name) != 0;
-            const std::string given = assigned ? "qxfx_given_" + parameter.name : name;
+            const std::string given = isMember   ? "qxfx_member" + std::to_string(i)
+                                      : assigned ? "qxfx_given_" + parameter.name
+                                                 : name;
             if (assigned) {
                 constants.push_back("static " + variable(parameter, name) + ';');
                 copies_.push_back(name + " = " + given + ';');
+            } else if (isMember) {
+                copies_.push_back(std::string(hlslName(syntax.structure.text)) + '.' +
+                                  std::string(hlslName(syntax.member.text)) + " = " + given + ';');
             }
             if (const std::optional<std::uint32_t> bits = knownBits(parameter)) {
                 constants.push_back("static const float " + given + " = " + maxCodeOf(*bits) + ';');
@@ -474,8 +480,12 @@ std::optional<std::size_t> PassText::pieceAt(std::size_t line) const
     return next == pieces.begin() || next == pieces.end() ? std::nullopt : std::optional((next - 1)->second);
 }
 
-PassWriter::PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect)
-    : syntax_(syntax), effect_(effect), calls_(syntax), assigned_(assignedParameters(syntax))
+PassWriter::PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect, Compile compile)
+    : syntax_(syntax),
+      effect_(effect),
+      compile_(std::move(compile)),
+      calls_(syntax),
+      assigned_(assignedParameters(syntax))
 {
 }
 
@@ -511,7 +521,7 @@ VertexForm PassWriter::formOf(const EffectSyntax::Pass& pass) const
     const std::string probe = writing.runProbe();
     auto found = forms_.find(probe);
     if (found == forms_.end()) {
-        found = forms_.emplace(probe, writing.vertex().formOf(compileShaders({probe}).front().spirv)).first;
+        found = forms_.emplace(probe, writing.vertex().formOf(compile_(probe))).first;
     }
     if (found->second.hasOnePlace) {
         throw CompileError(pass.vertex.entry.at,

@@ -5,6 +5,7 @@
 #include "host/effects/hlsl/CallGraph.h"
 #include "host/effects/hlsl/VertexCall.h"
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -39,9 +40,12 @@ struct PassText
 class PassWriter
 {
 public:
-    /// Both live longer than this object; `effect` has its parameters and samplers. Throws what CallGraph
-    /// throws.
-    PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect);
+    /// The shader of a text; empty if it does not compile.
+    using Compile = std::function<std::vector<std::uint32_t>(const std::string& hlsl)>;
+
+    /// Both live longer than this object; `effect` has its parameters and samplers. `compile` is for vertex
+    /// shaders, whose results are judged by what becomes of them. Throws what CallGraph throws.
+    PassWriter(const EffectSyntax& syntax, const CompiledEffect& effect, Compile compile);
 
     /// Throws CompileError if an entry function is missing, ambiguous or of a wrong signature. The functions
     /// `withoutBody`, by their index in EffectSyntax::pieces, are only declared: to find errors in the
@@ -62,6 +66,7 @@ private:
 
     const EffectSyntax& syntax_;
     const CompiledEffect& effect_;
+    const Compile compile_;
     const CallGraph calls_;
     const std::unordered_set<std::string_view> assigned_; ///< parameters, which are variables then
     mutable std::map<std::string, VertexForm> forms_;     ///< found already, by what they were found with

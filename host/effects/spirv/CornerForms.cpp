@@ -15,64 +15,64 @@ namespace {
 using Kind = Form::Kind;
 using Forms = std::vector<Form>; ///< of the components of a value, a matrix column after column
 
-const Form other{Kind::Other, {}, {}};
+const Form otherForm{Kind::Other, {}, {}};
 
-bool is(const Form& form, float value)
+bool hasValue(const Form& form, float value)
 {
     return form.value && *form.value == value;
 }
 
-Form constant(float value)
+Form constantForm(float value)
 {
     return {Kind::Uniform, value, {}};
 }
 
 /// Of a number that is one or the other.
-Form joined(const Form& a, const Form& b)
+Form formOfEither(const Form& a, const Form& b)
 {
     return a == b ? a : Form{std::max(a.kind, b.kind), {}, {}};
 }
 
-Form negationOf(const Form& a)
+Form formOfNegation(const Form& a)
 {
-    return a.value ? constant(-*a.value) : Form{a.kind, {}, {}};
+    return a.value ? constantForm(-*a.value) : Form{a.kind, {}, {}};
 }
 
-Form sumOf(const Form& a, const Form& b)
+Form formOfSum(const Form& a, const Form& b)
 {
-    if (is(a, 0.0F)) {
+    if (hasValue(a, 0.0F)) {
         return b;
     }
-    if (is(b, 0.0F)) {
+    if (hasValue(b, 0.0F)) {
         return a;
     }
-    return a.value && b.value ? constant(*a.value + *b.value) : Form{std::max(a.kind, b.kind), {}, {}};
+    return a.value && b.value ? constantForm(*a.value + *b.value) : Form{std::max(a.kind, b.kind), {}, {}};
 }
 
-Form productOf(const Form& a, const Form& b)
+Form formOfProduct(const Form& a, const Form& b)
 {
-    if (is(a, 0.0F) || is(b, 0.0F)) {
-        return constant(0.0F);
+    if (hasValue(a, 0.0F) || hasValue(b, 0.0F)) {
+        return constantForm(0.0F);
     }
-    if (is(a, 1.0F)) {
+    if (hasValue(a, 1.0F)) {
         return b;
     }
-    if (is(b, 1.0F)) {
+    if (hasValue(b, 1.0F)) {
         return a;
     }
     if (a.value && b.value) {
-        return constant(*a.value * *b.value);
+        return constantForm(*a.value * *b.value);
     }
     const bool both = a.kind != Kind::Uniform && b.kind != Kind::Uniform;
-    return both ? other : Form{std::max(a.kind, b.kind), {}, {}};
+    return both ? otherForm : Form{std::max(a.kind, b.kind), {}, {}};
 }
 
-Form quotient(const Form& a, const Form& b)
+Form formOfQuotient(const Form& a, const Form& b)
 {
-    if (is(b, 1.0F)) {
+    if (hasValue(b, 1.0F)) {
         return a;
     }
-    return b.kind == Kind::Uniform ? Form{a.kind, {}, {}} : other;
+    return b.kind == Kind::Uniform ? Form{a.kind, {}, {}} : otherForm;
 }
 
 class Reader
@@ -95,7 +95,7 @@ public:
                 continue;
             }
             std::array<Form, 4> forms;
-            forms.fill(other);
+            forms.fill(otherForm);
             const auto stored = stored_.find(variable);
             if (whole && !changed_ && !branches_ && stored != stored_.end() && stored->second.size() == 4) {
                 std::copy(stored->second.begin(), stored->second.end(), forms.begin());
@@ -228,12 +228,12 @@ private:
             change(stored_[variable], value->second);
             return;
         }
-        Form all = pointer->second.fixed ? Form{} : other;
+        Form all = pointer->second.fixed ? Form{} : otherForm;
         for (const Form& form : value->second) {
             all = {std::max(all.kind, form.kind), {}, {}};
         }
         if (outputs_.count(variable) != 0) {
-            all = other; // the optimizer stores an output whole
+            all = otherForm; // the optimizer stores an output whole
         }
         Forms& held = stored_[variable];
         change(held, Forms(std::max<std::size_t>(held.size(), 1), all));
@@ -244,11 +244,11 @@ private:
         const std::size_t count = componentsOf(i[1]);
         const auto pointer = pointers_.find(i[3]);
         if (pointer == pointers_.end() || !pointer->second.fixed) {
-            return Forms(count, other);
+            return Forms(count, otherForm);
         }
         const Pointer& from = pointer->second;
         if (inputs_.count(from.variable) != 0) {
-            Forms forms(count, other);
+            Forms forms(count, otherForm);
             for (std::uint32_t c = 0; c < count && (from.component || i[3] == from.variable); ++c) {
                 forms[c] = {Kind::Affine, {}, from.component.value_or(c)};
             }
@@ -269,9 +269,10 @@ private:
         switch (i.op()) {
         case spv::OpConstant:
             integers_[i[2]] = i[3];
-            return typeNamed(i[1]).isFloat ? Forms{constant(std::bit_cast<float>(i[3]))} : Forms(1, Form{});
+            return typeNamed(i[1]).isFloat ? Forms{constantForm(std::bit_cast<float>(i[3]))}
+                                           : Forms(1, Form{});
         case spv::OpConstantNull:
-            return Forms(count, typeNamed(i[1]).isFloat ? constant(0.0F) : Form{});
+            return Forms(count, typeNamed(i[1]).isFloat ? constantForm(0.0F) : Form{});
         case spv::OpLoad:
             return loaded(i);
         case spv::OpConstantComposite:
@@ -286,18 +287,18 @@ private:
         case spv::OpCopyObject:
             return of(i[3], count);
         case spv::OpFNegate:
-            return each(of(i[3], count), negationOf);
+            return each(of(i[3], count), formOfNegation);
         case spv::OpFAdd:
-            return each(of(i[3], count), of(i[4], count), sumOf);
+            return each(of(i[3], count), of(i[4], count), formOfSum);
         case spv::OpFSub:
-            return each(of(i[3], count), each(of(i[4], count), negationOf), sumOf);
+            return each(of(i[3], count), each(of(i[4], count), formOfNegation), formOfSum);
         case spv::OpFMul:
-            return each(of(i[3], count), of(i[4], count), productOf);
+            return each(of(i[3], count), of(i[4], count), formOfProduct);
         case spv::OpFDiv:
-            return each(of(i[3], count), of(i[4], count), quotient);
+            return each(of(i[3], count), of(i[4], count), formOfQuotient);
         case spv::OpVectorTimesScalar:
         case spv::OpMatrixTimesScalar:
-            return each(of(i[3], count), Forms(count, of(i[4], 1).front()), productOf);
+            return each(of(i[3], count), Forms(count, of(i[4], 1).front()), formOfProduct);
         case spv::OpDot:
             return dot(i);
         case spv::OpMatrixTimesVector:
@@ -305,17 +306,17 @@ private:
         case spv::OpVectorTimesMatrix:
             return transformed(i[4], i[3], count, false);
         case spv::OpSelect:
-            return kindOf(i[3]) == Kind::Uniform ? each(of(i[4], count), of(i[5], count), joined)
-                                                 : Forms(count, other);
+            return kindOf(i[3]) == Kind::Uniform ? each(of(i[4], count), of(i[5], count), formOfEither)
+                                                 : Forms(count, otherForm);
         case spv::OpPhi:
             return phi(i, count);
         case spv::OpExtInst:
             if (i[4] == GLSLstd450FMix) {
                 return mixed(i, count);
             }
-            return Forms(count, isFixed(i) ? Form{} : other);
+            return Forms(count, isFixed(i) ? Form{} : otherForm);
         default:
-            return Forms(count, isFixed(i) ? Form{} : other);
+            return Forms(count, isFixed(i) ? Form{} : otherForm);
         }
     }
 
@@ -325,11 +326,11 @@ private:
         for (std::size_t at = 3; at < i.size(); ++at) {
             const auto part = forms_.find(i[at]);
             if (part == forms_.end()) {
-                return Forms(componentsOf(i[1]), other);
+                return Forms(componentsOf(i[1]), otherForm);
             }
             forms.insert(forms.end(), part->second.begin(), part->second.end());
         }
-        forms.resize(componentsOf(i[1]), other);
+        forms.resize(componentsOf(i[1]), otherForm);
         return forms;
     }
 
@@ -359,7 +360,7 @@ private:
         const auto whole = forms_.find(i[3]);
         const std::size_t first = placeOf(i[3], i, 4);
         if (whole == forms_.end() || first + count > whole->second.size()) {
-            return Forms(count, other);
+            return Forms(count, otherForm);
         }
         const auto begin = whole->second.begin() + static_cast<std::ptrdiff_t>(first);
         return {begin, begin + static_cast<std::ptrdiff_t>(count)};
@@ -371,7 +372,7 @@ private:
         const auto part = forms_.find(i[3]);
         const std::size_t first = placeOf(i[4], i, 5);
         if (part == forms_.end() || first + part->second.size() > count) {
-            return Forms(count, other);
+            return Forms(count, otherForm);
         }
         std::copy(part->second.begin(), part->second.end(),
                   whole.begin() + static_cast<std::ptrdiff_t>(first));
@@ -385,13 +386,13 @@ private:
         for (const std::size_t at : {std::size_t{3}, std::size_t{4}}) {
             const auto found = forms_.find(i[at]);
             if (found == forms_.end()) {
-                return Forms(componentsOf(i[1]), other);
+                return Forms(componentsOf(i[1]), otherForm);
             }
             both.insert(both.end(), found->second.begin(), found->second.end());
         }
         Forms forms;
         for (std::size_t at = 5; at < i.size(); ++at) {
-            forms.push_back(i[at] == undefined ? Form{} : i[at] >= both.size() ? other : both[i[at]]);
+            forms.push_back(i[at] == undefined ? Form{} : i[at] >= both.size() ? otherForm : both[i[at]]);
         }
         return forms;
     }
@@ -400,10 +401,10 @@ private:
     {
         const auto left = forms_.find(i[3]);
         const std::size_t count = left == forms_.end() ? 1 : left->second.size();
-        const Forms products = each(of(i[3], count), of(i[4], count), productOf);
-        Form result = constant(0.0F);
+        const Forms products = each(of(i[3], count), of(i[4], count), formOfProduct);
+        Form result = constantForm(0.0F);
         for (const Form& form : products) {
-            result = sumOf(result, form);
+            result = formOfSum(result, form);
         }
         return {result};
     }
@@ -415,14 +416,14 @@ private:
         const auto right = forms_.find(vector);
         if (left == forms_.end() || right == forms_.end() ||
             left->second.size() != count * right->second.size()) {
-            return Forms(count, other);
+            return Forms(count, otherForm);
         }
         const std::size_t inner = right->second.size();
-        Forms result(count, constant(0.0F));
+        Forms result(count, constantForm(0.0F));
         for (std::size_t at = 0; at < count; ++at) {
             for (std::size_t j = 0; j < inner; ++j) {
                 const Form& factor = left->second[byRows ? j * count + at : at * inner + j];
-                result[at] = sumOf(result[at], productOf(factor, right->second[j]));
+                result[at] = formOfSum(result[at], formOfProduct(factor, right->second[j]));
             }
         }
         return result;
@@ -432,8 +433,8 @@ private:
     {
         const auto weight = [](const Form& form) { return Form{form.kind, {}, {}}; };
         const Forms weights = each(of(i[7], count), weight);
-        return each(each(of(i[5], count), weights, productOf), each(of(i[6], count), weights, productOf),
-                    sumOf);
+        return each(each(of(i[5], count), weights, formOfProduct),
+                    each(of(i[6], count), weights, formOfProduct), formOfSum);
     }
 
     /// What comes around a loop is not known in the first round.
@@ -442,10 +443,10 @@ private:
         Forms forms;
         for (std::size_t at = 3; at + 1 < i.size(); at += 2) {
             if (const auto found = forms_.find(i[at]); found != forms_.end()) {
-                forms = forms.empty() ? found->second : each(forms, found->second, joined);
+                forms = forms.empty() ? found->second : each(forms, found->second, formOfEither);
             }
         }
-        forms.resize(count, other);
+        forms.resize(count, otherForm);
         return forms;
     }
 
@@ -468,7 +469,8 @@ private:
     Forms of(Id id, std::size_t count) const
     {
         const auto found = forms_.find(id);
-        return found != forms_.end() && found->second.size() == count ? found->second : Forms(count, other);
+        return found != forms_.end() && found->second.size() == count ? found->second
+                                                                      : Forms(count, otherForm);
     }
 
     Kind kindOf(Id id) const
@@ -500,7 +502,7 @@ private:
     void change(Forms& held, Forms to)
     {
         if (held.size() == to.size()) {
-            to = each(std::move(to), held, joined);
+            to = each(std::move(to), held, formOfEither);
         }
         if (held != to) {
             held = std::move(to);

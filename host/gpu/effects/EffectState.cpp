@@ -78,6 +78,7 @@ void fillBySemantic(const Draw& draw)
         switch (parameter.semantic) {
         case CompiledEffect::Semantic::None:
         case CompiledEffect::Semantic::Identity:
+        case CompiledEffect::Semantic::ShaderNumber:
             break;
         case CompiledEffect::Semantic::TextureSize:
             writeAll(draw.uniforms, parameter,

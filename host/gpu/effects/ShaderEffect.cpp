@@ -79,6 +79,9 @@ public:
         return true;
     }
 
+    /// What is to be said of a texture that is smaller than it should be; empty if none is.
+    const std::string& note() const { return note_; }
+
     void bind(std::span<Picture*> textures) const
     {
         for (const auto& [index, picture] : pictures_) {
@@ -87,14 +90,18 @@ public:
     }
 
 private:
-    static TextureKey keyOf(Context& context, const CompiledEffect::Texture& texture,
-                            const TextureKey& callers)
+    TextureKey keyOf(Context& context, const CompiledEffect::Texture& texture, const TextureKey& callers)
     {
         const std::uint32_t most = context.device().limits().maxImageDimension2D;
-        const auto side = [most](std::uint32_t texels, std::uint32_t of, std::uint32_t ratio) {
+        const auto side = [&](std::uint32_t texels, std::uint32_t of, std::uint32_t ratio) {
             constexpr std::uint64_t whole = CompiledEffect::TargetSize::whole;
             const std::uint64_t wanted =
                 texels != 0 ? texels : (std::uint64_t{of} * ratio + whole / 2) / whole;
+            if (wanted > most) {
+                note_ = "texture \"" + texture.name + "\" would be " + std::to_string(wanted) +
+                        " texels wide or high; it is " + std::to_string(most) +
+                        ", the most that the device draws";
+            }
             return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(wanted, 1, most));
         };
         const CompiledEffect::TargetSize& size = texture.targetSize;
@@ -105,6 +112,7 @@ private:
     }
 
     std::map<std::uint32_t, std::unique_ptr<Picture>> pictures_; ///< by the effect's texture
+    std::string note_;
 };
 
 } // namespace
@@ -210,6 +218,9 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     StageTargets targets;
     if (!targets.make(context, effect, stages, target.picture().key)) {
         return because("there is not enough memory for the textures that its passes draw into");
+    }
+    if (!targets.note().empty() && state_->isNews(targets.note())) {
+        report("GPU: technique \"" + effect.techniques[technique].name + "\": " + targets.note());
     }
     targets.bind(textures);
     const auto drawOf = [&](const StageProgram& stage, const RectangleOf<float>& part) {

@@ -3,6 +3,9 @@
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
+#include <fstream>
+#include <iterator>
+
 namespace Qx::System {
 
 namespace {
@@ -588,6 +591,57 @@ TEST_F(ForeignEffects, each_frame_is_told_its_time_its_number_and_its_size)
               "size of the picture");
 }
 
+TEST_F(ForeignEffects, vertex_shaders_place_the_picture)
+{
+    write("quad.fx",
+          "sampler s : register(s0) = sampler_state { MagFilter = Linear; };\n"
+          "float4x4 place : WORLDVIEWPROJECTION;\nfloat2 size : VIEWPORTPIXELSIZE;\n"
+          "void corner(inout float4 at : POSITION, inout float2 uv : TEXCOORD0, out float4 c : COLOR0)\n"
+          "{ at = mul(at, place); uv += 0.5 / size; c = at.w / 255; }\n"
+          "float4 f(float2 uv : TEXCOORD0, float4 c : COLOR0) : COLOR { return tex2D(s, uv) + c; }\n"
+          "technique T { pass { VertexShader = compile vs_2_0 corner(); PixelShader = compile ps_2_0 f(); } "
+          "}\n");
+    EXPECT_EQ(through({"quad.fx"}), (Frames{{41, 41, 41}, {81, 81, 81}, {121, 121, 121}}));
+    const Outcome shown = qxhost({"effects", "describe", "quad.fx"});
+    EXPECT_NE(shown.out.find("(1 on its diagonal)"), std::string::npos) << shown.out;
+    EXPECT_EQ(qxhost({"effects", "check", "quad.fx"}).out, "quad.fx: ok, 1 technique\n");
+    expectRefusal({"quad.fx", "--set", "place=1"},
+                  "quad.fx: \"place\" cannot be set: it places the rectangle "
+                  "that a pass draws, as its semantic "
+                  "WORLDVIEWPROJECTION says");
+}
+
+TEST_F(ForeignEffects, a_parameter_that_chooses_a_shader_cannot_be_set)
+{
+    write("chosen.fx", "int k = 1;\nfloat4 f(uniform float a) : COLOR { return a; }\n"
+                       "PixelShader p[2] = { compile ps_2_0 f(0), compile ps_2_0 f(1) };\n"
+                       "technique T { pass { PixelShader = (p[k]); } }\n");
+    EXPECT_EQ(through({"chosen.fx"}).at(0), (std::vector<int>{255, 255, 255}));
+    expectRefusal({"chosen.fx", "--set", "k=0"}, "chosen.fx: \"k\" cannot be set: its value in the file has "
+                                                 "chosen the shader of a pass; change it there");
+    EXPECT_NE(qxhost({"effects", "describe", "chosen.fx"}).out.find("(chosen by its default)"),
+              std::string::npos);
+}
+
+TEST_F(ForeignEffects, a_texture_beyond_what_the_device_draws_is_told_of_in_the_log)
+{
+    ffmpeg({"-f", "lavfi", "-i", "color=0x282828:size=2048x2:rate=10,format=rgb24", "-frames:v", "1", "-c:v",
+            "ffv1", "wide.mkv"});
+    write("wide.fx",
+          "sampler s : register(s0);\ntexture Wide < float2 ViewportRatio = { 16, 0.5 }; >;\n"
+          "sampler w = sampler_state { Texture = <Wide>; };\n"
+          "float4 f(float2 uv : TEXCOORD0, uniform sampler of) : COLOR { return tex2D(of, uv); }\n"
+          "technique T { pass < string Target = \"Wide\"; > { PixelShader = compile ps_2_0 f(s); } "
+          "pass { PixelShader = compile ps_2_0 f(w); } }\n");
+    const Outcome outcome = qxhost({"convert", "wide.mkv", "wide.out.mkv", "--effect", "wide.fx"});
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+    std::ifstream file(at(".state/qxhost/qxhost.log"));
+    const std::string log((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    EXPECT_NE(log.find("technique \"T\": texture \"Wide\" would be 32768 texels wide or high; it is "),
+              std::string::npos)
+        << log;
+}
+
 TEST_F(ForeignEffects, the_frame_before_is_kept_as_picture_and_as_result)
 {
     effect("before.fx", {"Scene", "Before : PREVIOUS", "Trail : PREVIOUSRESULT"}, "",
@@ -633,13 +687,13 @@ TEST_F(ForeignEffects, passes_draw_into_textures_that_later_ones_read)
 TEST_F(ForeignEffects, checking_says_which_parameters_nobody_gives)
 {
     effect("mesh.fx", {"Scene"},
-           "float4x4 w : WORLDVIEW; float t : TIME; float gain : GAIN < float Max = 1; >;\n",
+           "float4x4 w : LIGHTDIRECTION; float t : TIME; float gain : GAIN < float Max = 1; >;\n",
            "tex2D(sScene, uv) + w[0] + t + gain");
-    EXPECT_EQ(
-        qxhost({"effects", "check", "mesh.fx"}).out,
-        "mesh.fx: ok, 1 technique\n"
-        "mesh.fx: 'qxhost convert' cannot give \"w\" what it asks for (semantic WORLDVIEW); it keeps its "
-        "default unless --set w=... is given\n");
+    EXPECT_EQ(qxhost({"effects", "check", "mesh.fx"}).out,
+              "mesh.fx: ok, 1 technique\n"
+              "mesh.fx: 'qxhost convert' cannot give \"w\" what it asks for (semantic LIGHTDIRECTION); it "
+              "keeps its "
+              "default unless --set w=... is given\n");
 }
 
 TEST_F(Effects, devices_are_listed_and_one_is_chosen)

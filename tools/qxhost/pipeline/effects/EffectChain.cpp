@@ -154,6 +154,22 @@ bool setParameter(iShaderParam& param, const std::vector<float>& values)
                               : param.setValues(values.data(), values.size());
 }
 
+/// Who says the value of a parameter that cannot be set.
+std::string holderOf(const Host::CompiledEffect& effect, const std::string& name)
+{
+    using Semantic = Host::CompiledEffect::Semantic;
+    for (const Host::CompiledEffect::Parameter& parameter : effect.parameters) {
+        if (parameter.name == name && parameter.semantic == Semantic::ShaderNumber) {
+            return "its value in the file has chosen the shader of a pass; change it there";
+        }
+        if (parameter.name == name && parameter.semantic == Semantic::Identity) {
+            return "it places the rectangle that a pass draws, as its semantic " + parameter.semanticName +
+                   " says";
+        }
+    }
+    return "the host fills it when it draws";
+}
+
 /// The warning of a value outside the range that the effect's author gave; empty if all are in it. A shader
 /// may well take such a value, so that it is no error.
 std::string rangeWarning(const iShaderEffect& effect, const EffectRequest& request,
@@ -267,8 +283,8 @@ void EffectChain::takeParameters(Link& link, const EffectRequest& request)
 {
     for (const ParameterSetting& setting : request.settings) {
         if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
-            throw Failure(ExitCode::effect,
-                          request.file + ": \"" + setting.name + "\" does not take this value");
+            throw Failure(ExitCode::effect, request.file + ": \"" + setting.name + "\" cannot be set: " +
+                                                holderOf(*link.compiled, setting.name));
         }
         if (std::string warning = rangeWarning(*link.effect, request, setting); !warning.empty()) {
             warnings_.push_back(std::move(warning));

@@ -191,8 +191,13 @@ std::vector<double> defaultOf(const CompiledEffect::Parameter& parameter)
 
 std::string filledWith(const CompiledEffect::Parameter& parameter)
 {
-    static constexpr std::array names{"", "size of texture ", "largest code of texture ",
-                                      "size of the target", "largest code of the target"};
+    static constexpr std::array names{"",
+                                      "size of texture ",
+                                      "largest code of texture ",
+                                      "size of the target",
+                                      "largest code of the target",
+                                      "1 on its diagonal",
+                                      "chosen by its default"};
     return names.at(static_cast<std::size_t>(parameter.semantic)) + parameter.semanticTexture;
 }
 

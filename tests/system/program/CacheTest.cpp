@@ -153,6 +153,22 @@ TEST_F(Caches, clearing_empties_the_drivers_too)
     EXPECT_FALSE(fs::exists(at(".cache/qxhost/driver/mesa_shader_cache/index")));
 }
 
+TEST_F(Caches, a_run_compiles_only_the_effects_that_it_uses)
+{
+    fs::create_directory(at("shaders"));
+    for (const char* name : {"ColourConvert", "null", "one", "two", "three", "four"}) {
+        write("shaders/" + std::string(name) + ".fx", effectText);
+    }
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames", "1", "photo.png"});
+    const Outcome outcome = run({"/usr/bin/env", "QX_SHADERS_DIR=" + at("shaders").string(), programPath(),
+                                 "convert", "photo.png", "out.png", "--effect", "two.fx"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    // Beside it, those that every conversion loads.
+    const int used = info()["effects"]["count"];
+    EXPECT_GE(used, 1);
+    EXPECT_LE(used, 3);
+}
+
 TEST_F(Caches, two_programs_fill_one_cache)
 {
     fs::create_directory(at("shaders"));

@@ -29,32 +29,29 @@ float opacity <
     string Label = "Opacity of the background";
     float Min = 0.0; float Max = 1.0; float Step = 0.01;
 > = 0.75;
-int lines < string Label = "Lines that are read, at most"; int Min = 16; int Max = 16384; > = 270;
+int lines < string Label = "Lines that are read, at most"; int Min = 16; int Max = 16384; > = 180;
 
 int scopeHeight()
 {
     return int(floor(inputSize.y * height + 0.5));
 }
 
-// The line of the scope, counted from below, on which a code lies.
-int lineOf(int code)
+// The smallest code that lies on a line of the scope or above it. A code c lies on the line that is nearest to
+// c (lines - 1) / (largest code); lines are counted from below.
+int firstCodeOf(int level)
 {
     int largest = int(inputMax);
-    return (2 * code * (scopeHeight() - 1) + largest) / (2 * largest);
+    int steps = 2 * (scopeHeight() - 1);
+    int first = (largest * (2 * level - 1) + steps - 1) / max(steps, 1);
+    return level <= 0 ? 0 : (2 * level > steps ? largest + 1 : first);
 }
 
-// The lines of luma, red, green and blue at a pixel.
-int4 linesAt(int x, int y)
-{
-    int3 codes = int3(tex2Dcodes(InputSampler, int2(x, y)).rgb);
-    int luma = (2126 * codes.r + 7152 * codes.g + 722 * codes.b + 5000) / 10000;
-    return int4(lineOf(luma), lineOf(codes.r), lineOf(codes.g), lineOf(codes.b));
-}
-
-// How bright luma, red, green and blue draw a point of the scope, whose columns `from` to `to` of the
-// picture it stands for. An even spread of levels is a quarter at a gain of 1.
+// How bright luma, red, green and blue draw a point of the scope, which stands for the columns `from` to `to`
+// of the picture. An even spread of levels is a quarter at a gain of 1.
 float4 traces(int from, int to, int level)
 {
+    int first = firstCodeOf(level);
+    int end = firstCodeOf(level + 1);
     int rows = int(inputSize.y);
     int count = min(lines, rows);
     float4 hits = float4(0.0, 0.0, 0.0, 0.0);
@@ -62,7 +59,13 @@ float4 traces(int from, int to, int level)
     {
         int y = i * rows / count;
         for (int x = from; x <= to; ++x)
-            hits += float4(linesAt(x, y) == int4(level, level, level, level));
+        {
+            int3 codes = int3(tex2Dcodes(InputSampler, int2(x, y)).rgb);
+            // Luma is compared before it is divided by 10000 and rounded.
+            int luma = 2126 * codes.r + 7152 * codes.g + 722 * codes.b + 5000;
+            hits += float4(luma >= 10000 * first && luma < 10000 * end, codes.r >= first && codes.r < end,
+                           codes.g >= first && codes.g < end, codes.b >= first && codes.b < end);
+        }
     }
     float scale = gain * float(scopeHeight()) / (4.0 * float(count * (to - from + 1)));
     return min(hits * scale, 1.0);

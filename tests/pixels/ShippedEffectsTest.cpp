@@ -1,10 +1,13 @@
 #include "host/effects/EffectCompiler.h"
+#include "host/effects/Supplies.h"
 #include "tests/pixels/Reference.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <set>
 
 namespace Qx::Pixels {
@@ -113,6 +116,58 @@ TEST(ShippedEffects, ColourConvertTakesEveryInputThatConversionsBind)
     for (const std::string name : {"gSourceImage", "gSourceImage2", "gSourceImage3", "gSourceImage4",
                                    "gSourceImage5", "gSourceImage6", "gIterHelp2Step"})
         EXPECT_TRUE(names.contains(name)) << name;
+}
+
+std::vector<std::string> starterEffects()
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(QX_SHADERS_FOLDER)) {
+        const std::string name = entry.path().filename();
+        if (name.starts_with("qx-"))
+            names.push_back(name);
+    }
+    return names;
+}
+
+bool hasAnnotation(const std::vector<Host::CompiledEffect::Annotation>& annotations, const std::string& name)
+{
+    return std::any_of(annotations.begin(), annotations.end(),
+                       [&](const Host::CompiledEffect::Annotation& each) { return each.name == name; });
+}
+
+TEST(StarterEffects, HaveLabelsForAllThatAUserSetsAndRangesWithSteps)
+{
+    EXPECT_EQ(starterEffects().size(), 16U);
+    for (const std::string& name : starterEffects()) {
+        const auto compilation = compileShipped(name);
+        ASSERT_TRUE(compilation.effect) << compilation.messages;
+        for (const auto& parameter : compilation.effect->parameters) {
+            const bool isFilled = parameter.semantic != Host::CompiledEffect::Semantic::None ||
+                                  Host::supplyOf(parameter) != Host::Supply::None;
+            if (isFilled)
+                continue;
+            std::vector<std::string> wanted{"Label"};
+            if (parameter.type != Host::CompiledEffect::ScalarType::Bool)
+                wanted.insert(wanted.end(), {"Min", "Max"});
+            if (parameter.type == Host::CompiledEffect::ScalarType::Float)
+                wanted.emplace_back("Step");
+            for (const std::string& annotation : wanted)
+                EXPECT_TRUE(hasAnnotation(parameter.annotations, annotation))
+                    << name << ", " << parameter.name << ": " << annotation;
+            EXPECT_EQ(Host::unansweredBy(parameter), "") << name << ", " << parameter.name;
+        }
+    }
+}
+
+TEST(StarterEffects, AreOnTheirPageWithAPicture)
+{
+    std::ifstream file(QX_STARTER_EFFECTS_PAGE);
+    const std::string page(std::istreambuf_iterator<char>(file), {});
+    for (const std::string& name : starterEffects()) {
+        const std::string stem = std::filesystem::path(name).stem();
+        EXPECT_NE(page.find("| ![](images/effects/" + stem + ".png) | `" + name + "` |"), std::string::npos)
+            << name;
+    }
 }
 
 TEST(ShippedEffects, EveryControlOfTheGradeHasALabelAndARangeAroundItsDefault)

@@ -220,6 +220,10 @@ TEST_F(Effects, the_list_names_the_shipped_effects)
             EXPECT_EQ(effect["drawable"].empty(), effect["name"] == "LUT.fx") << effect;
         }
     }
+    for (const char* name :
+         {"blur", "chroma-key", "colour-wheels", "crop", "curves", "deinterlace", "dissolve", "glow", "grain",
+          "guides", "scopes", "sharpen", "transform", "vignette", "white-balance", "wipe"})
+        EXPECT_EQ(techniques.count("qx-" + std::string(name) + ".fx"), 1U) << name;
     EXPECT_EQ(techniques["ColourConvert.fx"], 44U);
     EXPECT_EQ(techniques.count("null.fx"), 1U);
     EXPECT_EQ(techniques.count("cc3.fx"), 1U);
@@ -279,6 +283,10 @@ TEST_F(Effects, checking_and_listing_say_what_a_conversion_cannot_draw)
     for (const auto& listed : nlohmann::json::parse(qxhost({"effects", "list", "--json"}).out)) {
         if (listed["name"] == "mix.fx") {
             EXPECT_EQ(listed["drawable"], nlohmann::json::array({"One"}));
+            EXPECT_EQ(listed["needs"], nlohmann::json::parse(R"({"Two": ["--texture Other=FILE"]})"));
+            const Outcome shown = qxhost({"effects", "list"});
+            EXPECT_NE(shown.out.find("--texture Other=FILE for Two\n"), std::string::npos) << shown.out;
+            EXPECT_NE(shown.out.find("--texture LUT=FILE\n"), std::string::npos) << shown.out;
             return;
         }
     }

@@ -16,11 +16,28 @@ TEST_F(Installation, it_converts_and_may_be_moved)
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_EQ(decoded("out.png", "rgb24").size(), 64U * 48U * 3U);
     // The effects are the installation's own, not those of the build.
-    const Outcome effects = run({program, "effects", "list", "--json"});
-    for (const auto& effect : nlohmann::json::parse(effects.out)) {
-        EXPECT_TRUE(effect["directory"].get<std::string>().starts_with(fs::canonical(at("moved")).string()))
-            << effect;
+    const Outcome described = run({program, "effects", "describe", "qx-vignette.fx", "--json"});
+    EXPECT_EQ(nlohmann::json::parse(described.out)["file"],
+              (fs::canonical(at("moved")) / "share/qx/shaders/qx-vignette.fx").string());
+    const Outcome darkened = run({program, "convert", "clip.mkv", "dark.png", "--effect", "qx-vignette.fx"});
+    EXPECT_EQ(darkened.exitCode, 0) << darkened.err;
+    EXPECT_NE(decoded("dark.png", "rgb24"), decoded("out.png", "rgb24"));
+}
+
+TEST_F(Installation, it_has_every_effect_and_what_effects_include)
+{
+    const fs::path source = fs::path(QX_SOURCE_FOLDER) / "shaders";
+    std::size_t effects = 0;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(source)) {
+        if (entry.is_regular_file() && entry.path().extension() != ".md") {
+            const fs::path installed =
+                at("prefix/share/qx/shaders") / entry.path().lexically_relative(source);
+            EXPECT_TRUE(read(installed) == read(entry.path())) << installed;
+            effects += entry.path().filename().string().starts_with("qx-") ? 1U : 0U;
+        }
     }
+    EXPECT_EQ(effects, 16U);
+    EXPECT_FALSE(fs::exists(at("prefix/share/qx/shaders/README.md")));
 }
 
 TEST_F(Installation, libraries_carry_a_soname)

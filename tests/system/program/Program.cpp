@@ -210,6 +210,17 @@ std::string ProgramTest::read(const fs::path& file)
     return textOf(file);
 }
 
+nlohmann::json ProgramTest::chosenDevice() const
+{
+    for (const nlohmann::json& device : nlohmann::json::parse(qxhost({"devices", "--json"}).out)) {
+        if (device.at("chosen").get<bool>()) {
+            return device;
+        }
+    }
+    ADD_FAILURE() << "no device is chosen";
+    return {{"notes", nlohmann::json::array()}, {"driver", ""}};
+}
+
 void ProgramTest::write(const std::string& name, const std::string& text) const
 {
     std::ofstream out(at(name), std::ios::binary);

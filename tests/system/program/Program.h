@@ -3,6 +3,7 @@
 #include "tests/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <filesystem>
@@ -79,6 +80,9 @@ protected:
 
     static std::string read(const fs::path& file);
     void write(const std::string& name, const std::string& text) const;
+
+    /// What `qxhost devices --json` says of the device that is chosen.
+    nlohmann::json chosenDevice() const;
 
     const Qx::Test::TemporaryDirectory temporary_;
     const fs::path directory_ = temporary_.path();

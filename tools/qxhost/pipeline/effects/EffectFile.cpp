@@ -90,18 +90,15 @@ Qx::Ptr<iShaderEffect> compileEffectFile(const std::filesystem::path& file)
     return result.effect;
 }
 
-std::vector<std::string> drawableTechniques(const iShaderEffect& effect,
-                                            const std::filesystem::path& effectFile)
+std::vector<TechniqueUse> techniqueUses(const iShaderEffect& effect, const std::filesystem::path& effectFile)
 {
-    std::vector<std::string> names;
+    std::vector<TechniqueUse> uses;
     if (const Host::CompiledEffect* compiled = Host::compiledEffect(effect)) {
         for (const Host::CompiledEffect::Technique& technique : compiled->techniques) {
-            if (obstacleTo(*compiled, technique, effectFile).empty()) {
-                names.push_back(technique.name);
-            }
+            uses.push_back({technique.name, neededBy(*compiled, technique, effectFile)});
         }
     }
-    return names;
+    return uses;
 }
 
 Qx::Ptr<iShaderEffect> obtainEffect(const std::string& nameOrPath)

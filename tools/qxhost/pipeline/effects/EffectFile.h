@@ -28,8 +28,14 @@ Qx::Ptr<iShaderEffect> compileEffectFile(const std::filesystem::path& file);
 /// The file that the name stands for.
 std::filesystem::path effectPath(const std::string& nameOrPath);
 
-/// The techniques that `convert` draws without further options.
-std::vector<std::string> drawableTechniques(const iShaderEffect& effect,
-                                            const std::filesystem::path& effectFile);
+/// A technique, and the options without which `convert` cannot draw it.
+struct TechniqueUse
+{
+    std::string name;
+    std::vector<std::string> needs; ///< "--texture To=FILE"; empty if it is drawn as it is
+};
+
+/// The techniques of the effect, in its order.
+std::vector<TechniqueUse> techniqueUses(const iShaderEffect& effect, const std::filesystem::path& effectFile);
 
 } // namespace Qx::Program

@@ -108,6 +108,11 @@ TextureBinding bindingOf(const CompiledEffect& effect, std::size_t index, const 
     return binding;
 }
 
+std::string optionFor(const std::string& texture)
+{
+    return "--texture " + texture + "=FILE";
+}
+
 std::vector<std::string> namesOf(const std::vector<TextureFile>& given)
 {
     std::vector<std::string> names;
@@ -232,6 +237,18 @@ std::string obstacleTo(const CompiledEffect& effect, const CompiledEffect::Techn
     return {};
 }
 
+std::vector<std::string> neededBy(const CompiledEffect& effect, const CompiledEffect::Technique& technique,
+                                  const path& effectFile)
+{
+    std::vector<std::string> options;
+    for (const TextureBinding& binding : bindingsOf(effect, technique, effectFile, {})) {
+        if (binding.kind == Kind::missing) {
+            options.push_back(optionFor(binding.texture));
+        }
+    }
+    return options;
+}
+
 std::string givenTo(const CompiledEffect& effect, std::size_t texture, const path& effectFile)
 {
     std::vector<std::string> over; // techniques whose picture it is
@@ -267,7 +284,7 @@ std::string givenTo(const CompiledEffect& effect, std::size_t texture, const pat
     case Kind::missing:
         break;
     }
-    return "--texture " + binding.texture + "=FILE";
+    return optionFor(binding.texture);
 }
 
 Qx::Ptr<iGPUResource> loadTexture(const std::string& effect, const TextureBinding& binding)

@@ -41,6 +41,11 @@ std::vector<TextureBinding> bindingsOf(const Host::CompiledEffect& effect,
 std::string obstacleTo(const Host::CompiledEffect& effect, const Host::CompiledEffect::Technique& technique,
                        const std::filesystem::path& effectFile, const std::vector<TextureFile>& given = {});
 
+/// The options without which `convert` cannot draw the technique: "--texture To=FILE". Empty if it can.
+std::vector<std::string> neededBy(const Host::CompiledEffect& effect,
+                                  const Host::CompiledEffect::Technique& technique,
+                                  const std::filesystem::path& effectFile);
+
 /// What gives a texture its picture without further options, for people: "the picture", "noise.png".
 std::string givenTo(const Host::CompiledEffect& effect, std::size_t texture,
                     const std::filesystem::path& effectFile);

@@ -166,6 +166,9 @@ private:
         case spv::OpStore:
             store(i);
             break;
+        case spv::OpCopyMemory:
+            branches_ = true;
+            break;
         case spv::OpBranchConditional:
         case spv::OpSwitch:
             branches_ = branches_ || kindOf(i[1]) != Kind::Uniform;

@@ -11,8 +11,9 @@ option(QX_DEBIAN_PACKAGES "Prepare for cpack, which makes Debian packages; see t
 
 if(QX_DEBIAN_PACKAGES)
     # The system's own folders need no search path. The same sources give the same bytes in any folder: paths are relative
-    # to the sources, and names of local symbols, some of which have a path in them, are left out.
+    # to the sources or the program, and names of local symbols, some of which have a path in them, are left out.
     set(CMAKE_SKIP_INSTALL_RPATH ON)
+    set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
     add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
     add_link_options(-Wl,-s)
 else()

@@ -139,6 +139,11 @@ void VertexCall::addResult(const EffectSyntax::Type& type, const Token& name,
         if (meaning.is("COLOR") && clampsColours(shader_.profile)) {
             value = "saturate(" + value + ')';
         }
+        constexpr std::size_t mostOutputs = 32; // as Direct3D has it
+        if (outputs_.size() == mostOutputs) {
+            throw CompileError(name.at, "a vertex shader has " + std::to_string(mostOutputs) +
+                                            " results at most, beside its position");
+        }
         outputs_.push_back({meaning.name, meaning.index, std::move(value)});
     }
 }

@@ -196,6 +196,36 @@ const std::vector<Bomb>& bombs()
                            "float b : TEXCOORD1) : COLOR { return b; }\n" + technique);
          },
          "256 parameters at most"},
+        {"ArraysOfSamplers",
+         [] {
+             return effect("sampler s[16]" + numbered(200000, [](auto& n) { return ", s" + n + "[16]"; }) +
+                           ";\n" + entry + technique);
+         },
+         "textures and samplers at most"},
+        {"StructsAsParameters",
+         [] {
+             return effect("struct S {" + numbered(2000, [](auto& n) { return " float m" + n + ";"; }) +
+                           " };\nS s" + numbered(200000, [](auto& n) { return ", s" + n; }) + ";\n" + entry +
+                           technique);
+         },
+         "take more than 16384 bytes"},
+        {"ResultsOfAVertexShader",
+         [] {
+             return effect("struct S { float4 at : POSITION;" +
+                           numbered(4000, [](auto& n) { return " float m" + n + " : M" + n + "_;"; }) +
+                           " };\nS v() { return (S)0; }\n" + entry + "technique A {" +
+                           repeated(" pass { VertexShader = compile vs_3_0 v(); PixelShader = compile ps_3_0 "
+                                    "f(); }",
+                                    200) +
+                           " }\n");
+         },
+         "32 results at most"},
+        {"ElementsOfElementsOfMatrices",
+         [] {
+             return effect("float4x4 m;\nfloat4 f() : COLOR { return " + repeated("m[(", 60) + "0" +
+                           repeated(")]._m00_m11_m22_m33.x", 60) + "; }\n" + technique);
+         },
+         "selects several elements of a matrix"},
         {"MistakeAfterMistake", [] { return effect(repeated("@\n", 300000)); }, "unexpected character"},
         {"MistakeInALongLine",
          [] { return effect(std::string(2000000, ' ') + "@" + std::string(2000000, 'x')); },

@@ -123,6 +123,7 @@ std::vector<Token> EffectParser::claimElements(const Token& name)
         throw CompileError(open.at, "an array of samplers or textures has " + std::to_string(most) +
                                         " elements at most");
     }
+    checkSize(name); // a list of such arrays is one item
     std::vector<Token>& elements = arrays_[name.text];
     for (std::uint32_t i = 0; i < count; ++i) {
         elements.push_back(name);

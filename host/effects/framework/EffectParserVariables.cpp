@@ -215,6 +215,10 @@ void EffectParser::parseStructParameter(const EffectSyntax::Type& type, const To
         }
         at += count;
         effect_.parameters.push_back(std::move(parameter));
+        if (effect_.parameters.size() > Limits::uniformBytes / sizeof(float)) {
+            throw LimitError(name.at, "the parameters up to " + inQuotes(name.text) + " take more than " +
+                                          std::to_string(Limits::uniformBytes) + " bytes");
+        }
     }
     if (value && value->components.size() != at) {
         throw CompileError(name.at, inQuotes(name.text) + " takes " + std::to_string(at) + " numbers; " +

@@ -303,6 +303,10 @@ Initializers::Tokens Initializers::arranged(const Shape& shape, Tokens& dimensio
     if (numbers.empty()) {
         throw CompileError(name.at, "the list of values of " + inQuotes(name.text) + " is empty");
     }
+    if (std::any_of(numbers.begin(), numbers.end(),
+                    [](const Number& number) { return number.expression.empty(); })) {
+        throw CompileError(name.at, "a value is missing in the list of " + inQuotes(name.text));
+    }
     const bool asIs = fits(shape, given);
     if (shape.array && !shape.elements) {
         const std::size_t each = shape.parts[0].components();

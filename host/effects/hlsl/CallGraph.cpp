@@ -165,13 +165,15 @@ std::unordered_set<std::string_view> CallGraph::namesReachedBy(const EffectSynta
     return names;
 }
 
+std::size_t CallGraph::inlinedTokens(const EffectSyntax::Shader& shader) const
+{
+    return costs_[static_cast<std::size_t>(&entryOf(shader) - syntax_.pieces.data())].tokens;
+}
+
 std::size_t CallGraph::inlinedTokens(const EffectSyntax::Pass& pass) const
 {
     constexpr std::size_t corners = 4;
-    const auto tokensOf = [&](const EffectSyntax::Shader& shader) {
-        return costs_[static_cast<std::size_t>(&entryOf(shader) - syntax_.pieces.data())].tokens;
-    };
-    return tokensOf(pass.shader) + (pass.vertex ? corners * tokensOf(pass.vertex) : 0);
+    return inlinedTokens(pass.shader) + (pass.vertex ? corners * inlinedTokens(pass.vertex) : 0);
 }
 
 } // namespace Qx::Host::Effects

@@ -27,6 +27,8 @@ public:
     /// The same of both shaders of a pass.
     std::unordered_set<std::string_view> namesReachedBy(const EffectSyntax::Pass& pass) const;
 
+    /// Tokens of the entry function with every call replaced by the function called.
+    std::size_t inlinedTokens(const EffectSyntax::Shader& shader) const;
     /// Tokens of the pass's entry functions with every call replaced by the function called.
     std::size_t inlinedTokens(const EffectSyntax::Pass& pass) const;
 

@@ -17,6 +17,7 @@ using SystemUniforms = CompiledEffect::SystemUniforms;
 using Semantic = CompiledEffect::Semantic;
 using Depths = CompiledEffect::PackedShader::Depths;
 
+constexpr std::size_t mostVertexTokens = CallGraph::mostInlinedTokens / 8; // it is called up to seven times
 constexpr std::size_t mostPackedTokens = CallGraph::mostInlinedTokens / 4; // it is called up to four times
 
 /// How the text of one pass refers to the effect's samplers.
@@ -516,6 +517,11 @@ VertexForm PassWriter::formOf(const EffectSyntax::Pass& pass) const
 {
     if (!pass.vertex) {
         return {};
+    }
+    if (calls_.inlinedTokens(pass.vertex) > mostVertexTokens) {
+        throw CompileError(pass.vertex.entry.at, "the vertex shader " + inQuotes(pass.vertex.entry.text) +
+                                                     " has more than " + std::to_string(mostVertexTokens) +
+                                                     " tokens after inlining all that it calls");
     }
     Writing writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt);
     const std::string probe = writing.runProbe();

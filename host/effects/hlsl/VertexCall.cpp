@@ -139,6 +139,11 @@ void VertexCall::addResult(const EffectSyntax::Type& type, const Token& name,
         if (meaning.is("COLOR") && clampsColours(shader_.profile)) {
             value = "saturate(" + value + ')';
         }
+        constexpr std::size_t mostOutputs = 32; // as Direct3D has it
+        if (outputs_.size() == mostOutputs) {
+            throw CompileError(name.at, "a vertex shader has " + std::to_string(mostOutputs) +
+                                            " results at most, beside its position");
+        }
         outputs_.push_back({meaning.name, meaning.index, std::move(value)});
     }
 }
@@ -212,7 +217,7 @@ void VertexCall::writeInterpolation(const VertexForm& form, const std::vector<bo
                                     const WriteLine& writeLine) const
 {
     const auto corner = [](std::string_view at, std::string_view number) {
-        return "qxfx_cornerAt(qxfx_placeOf(" + std::string(at) + "), " + std::string(at) + ", " +
+        return "qxfx_cornerAt(qxfx_placeOf(" + std::string(at) + ", qxfx_pixels), " + std::string(at) + ", " +
                std::string(number) + ");";
     };
     const std::optional<std::size_t> coordinate = outputNamed(IndexedSemantic("TEXCOORD0"));
@@ -223,10 +228,18 @@ void VertexCall::writeInterpolation(const VertexForm& form, const std::vector<bo
         affine = affine && (!used[i] || form.affine[i]);
     }
     const bool hasTriangles = !numbered_ && (!affine || !(form.keepsPlace || form.placeIsAffine));
+    const auto writeCorners = [&](const std::string& type) {
+        writeLine(type + "qxfx_c0 = " + corner("float2(0.0, 0.0)", "0"));
+        writeLine(type + "qxfx_c1 = " + corner("float2(1.0, 0.0)", "1"));
+        writeLine(type + "qxfx_c2 = " + corner("float2(0.0, 1.0)", "2"));
+    };
+    writeLine("float2 qxfx_pixels = 0.0;");
     if (!form.keepsPlace || !affine || mayBeShifted) {
-        writeLine("qxfx_Corner qxfx_c0 = " + corner("float2(0.0, 0.0)", "0"));
-        writeLine("qxfx_Corner qxfx_c1 = " + corner("float2(1.0, 0.0)", "1"));
-        writeLine("qxfx_Corner qxfx_c2 = " + corner("float2(0.0, 1.0)", "2"));
+        writeCorners("qxfx_Corner ");
+    }
+    if (knowsSizes && !form.keepsPlace && !numbered_) {
+        writeLine("qxfx_pixels = qxfx_pixelsAcross(qxfx_c0.place, qxfx_c1.place, qxfx_c2.place);");
+        writeCorners("");
     }
     if (hasTriangles) { // the second is (1, 0), (0, 1), (1, 1)
         writeLine("qxfx_Corner qxfx_c3 = " + corner("float2(1.0, 1.0)", "3"));

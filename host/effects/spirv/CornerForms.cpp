@@ -306,6 +306,10 @@ private:
             return dot(i);
         case spv::OpMatrixTimesVector:
             return transformed(i[3], i[4], count, true);
+        case spv::OpMatrixTimesMatrix:
+            return multiplied(i, count);
+        case spv::OpTranspose:
+            return transposed(i, count);
         case spv::OpVectorTimesMatrix:
             return transformed(i[4], i[3], count, false);
         case spv::OpSelect:
@@ -428,6 +432,38 @@ private:
                 const Form& factor = left->second[byRows ? j * count + at : at * inner + j];
                 result[at] = formOfSum(result[at], formOfProduct(factor, right->second[j]));
             }
+        }
+        return result;
+    }
+
+    /// Each column of the second, transformed by the first.
+    Forms multiplied(const Instruction& i, std::size_t count) const
+    {
+        const auto left = forms_.find(i[3]);
+        const auto right = forms_.find(i[4]);
+        const std::size_t rows = componentsOf(typeNamed(i[1]).element);
+        if (left == forms_.end() || right == forms_.end() || left->second.size() % rows != 0 ||
+            right->second.size() * rows != left->second.size() / rows * count) {
+            return Forms(count, otherForm);
+        }
+        const std::size_t inner = left->second.size() / rows;
+        Forms result(count, constantForm(0.0F));
+        for (std::size_t at = 0; at < count; ++at) {
+            for (std::size_t k = 0; k < inner; ++k) {
+                result[at] = formOfSum(result[at], formOfProduct(left->second[k * rows + at % rows],
+                                                                 right->second[at / rows * inner + k]));
+            }
+        }
+        return result;
+    }
+
+    Forms transposed(const Instruction& i, std::size_t count) const
+    {
+        const Forms given = of(i[3], count);
+        const std::size_t rows = componentsOf(typeNamed(i[1]).element);
+        Forms result(count, otherForm);
+        for (std::size_t at = 0; at < count; ++at) {
+            result[at] = given[at % rows * (count / rows) + at / rows];
         }
         return result;
     }

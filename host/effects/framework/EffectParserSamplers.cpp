@@ -83,7 +83,7 @@ void EffectParser::parseSampler(std::optional<SamplerType> type, const Token& na
     } else if (reader_.accept("{")) {
         allKnown = parseSamplerState(sampler);
     }
-    addSampler(std::move(sampler), allKnown, annotations);
+    addSampler(sampler, allKnown, annotations);
 }
 
 /// "sampler s[2] : register(s0) = { sampler_state { ... }, sampler_state { ... } };"
@@ -104,7 +104,7 @@ void EffectParser::parseSamplerArray(const EffectSyntax::Sampler& each, const To
             reader_.expect(",", "between the states of the samplers " + inQuotes(name.text));
         }
         const bool allKnown = !hasStates || parseSamplerStates(sampler);
-        addSampler(std::move(sampler), allKnown, annotations);
+        addSampler(sampler, allKnown, annotations);
     }
     if (hasStates) {
         reader_.accept(",");
@@ -205,7 +205,7 @@ void EffectParser::addSampler(EffectSyntax::Sampler sampler, bool allKnown, cons
         effect_.complete = false; // one of the unknown states may be a mistyped Texture
     }
     sampler.onlyStates = sampler.onlyStates && sampler.texture.text == name.text;
-    effect_.samplers.push_back(std::move(sampler));
+    effect_.samplers.push_back(sampler);
 }
 
 /// The N of "register(sN)", "register(PROFILE, s[N])" or the semantic TEXUNITN. `letter` is that of samplers

@@ -104,7 +104,7 @@ TargetSize sizeFrom(const EffectSyntax::Texture& texture)
     if (const Annotation* height = annotationNamed(annotations, "Height")) {
         size.height = texelsFrom(*height, 0);
     }
-    constexpr std::uint64_t most = 8192 * 8192; // 512 MiB at 16 bits per component
+    constexpr std::uint64_t most = 67108864; // 512 MiB at 16 bits per component
     if (std::uint64_t{size.width} * size.height > most) {
         throw CompileError(texture.name.at, "the texture " + inQuotes(texture.name.text) + " has " +
                                                 std::to_string(size.width) + " x " +

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 
 namespace Qx::Host::Effects {
 namespace {
@@ -35,6 +36,15 @@ std::string asFour(const std::string& value, std::uint32_t columns)
 {
     constexpr std::array<std::string_view, 4> rest{", 0.0, 0.0, 1.0)", ", 0.0, 1.0)", ", 1.0)", ")"};
     return "float4(" + value + std::string(rest.at(columns - 1));
+}
+
+std::string textOf(std::initializer_list<std::string_view> parts)
+{
+    std::string text;
+    for (const std::string_view part : parts) {
+        text += part;
+    }
+    return text;
 }
 
 /// Direct3D 9 keeps colours between vertices and pixels from 0 to 1 in the profiles before vs_3_0.
@@ -137,7 +147,7 @@ void VertexCall::addResult(const EffectSyntax::Type& type, const Token& name,
                                                  "; " + inQuotes(name.text) + " is a second");
         }
         if (meaning.is("COLOR") && clampsColours(shader_.profile)) {
-            value = "saturate(" + value + ')';
+            value = textOf({"saturate(", value, ")"});
         }
         constexpr std::size_t mostOutputs = 32; // as Direct3D has it
         if (outputs_.size() == mostOutputs) {
@@ -182,7 +192,7 @@ void VertexCall::writeProbe(const WriteLine& writeLine) const
     writeLine("qxfx_Probe qxfx_made; qxfx_made.place = qxfx_vertex.place;");
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
         const std::string name = "of" + std::to_string(i);
-        writeLine("qxfx_made." + name + " = qxfx_vertex." + name + ';');
+        writeLine(textOf({"qxfx_made.", name, " = qxfx_vertex.", name, ";"}));
     }
     writeLine("return qxfx_made; }");
 }
@@ -272,12 +282,12 @@ void VertexCall::writeInterpolation(const VertexForm& form, const std::vector<bo
         return;
     }
     writeLine("qxfx_Corner qxfx_vertex = qxfx_c0;");
-    const auto writeTriangle = [&](const std::string& from, const std::string& x, const std::string& y) {
+    const auto writeTriangle = [&](std::string_view from, std::string_view x, std::string_view y) {
         for (std::size_t i = 0; i < used.size(); ++i) {
             const std::string of = ".of" + std::to_string(i);
             if (used[i]) {
-                writeLine("qxfx_vertex" + of + " = " + from + of + " + (" + x + of + " - " + from + of +
-                          ") * qxfx_along.x + (" + y + of + " - " + from + of + ") * qxfx_along.y;");
+                writeLine(textOf({"qxfx_vertex", of, " = ", from, of, " + (", x, of, " - ", from, of,
+                                  ") * qxfx_along.x + (", y, of, " - ", from, of, ") * qxfx_along.y;"}));
             }
         }
     };

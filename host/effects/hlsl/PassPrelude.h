@@ -101,16 +101,19 @@ bool qxfx_isHalf(float2 pixels) { return all(abs(pixels - 0.5) < 0.02); }
 )";
 // Each place of the rectangle is the sum of its corners, each times a number: their matrix is inverted by
 // cross products. What comes within a thousandth of a pixel of the place that it has without a vertex shader
-// is there.
+// is there. A pixel whose centre is on an edge belongs to the rectangle if that is its left or upper edge, so that
+// neighbours share none.
 inline constexpr std::string_view placeFunctions = R"(
 float2 qxfx_between(float4 a, float4 b, float4 c, float2 at, float2 uv) {
 float3 p = float3(at * float2(2.0, -2.0) + float2(-1.0, 1.0), 1.0);
 float3 of = float3(dot(cross(b.xyw, c.xyw), p), dot(cross(c.xyw, a.xyw), p), dot(cross(a.xyw, b.xyw), p));
 float2 found = of.yz / (of.x + of.y + of.z);
 return all(abs(found - uv) < qxfx_area.zw * 0.001) ? uv : found; }
-void qxfx_cover(float a, float b, float c, float2 at) {
+void qxfx_cover(float4 a, float4 b, float4 c, float2 at) {
 float2 edge = qxfx_area.zw * 0.001;
-bool inside = all(at > -edge) && all(at < 1.0 + edge) && a + (b - a) * at.x + (c - a) * at.y > 0.0;
+float2 ends = float2(b.x / b.w < a.x / a.w, c.y / c.w > a.y / a.w);
+float2 least = edge * (2.0 * ends - 1.0);
+bool inside = all(at > least) && all(at < 1.0 + least) && a.w + (b.w - a.w) * at.x + (c.w - a.w) * at.y > 0.0;
 if (!inside) discard; }
 )";
 

@@ -275,7 +275,7 @@ void VertexCall::writeInterpolation(const VertexForm& form, const std::vector<bo
             "qxfx_c1.place, qxfx_drawn, 1.0 - qxfx_uv);");
     }
     if (!form.keepsPlace && !numbered_) {
-        writeLine("qxfx_cover(qxfx_c0.place.w, qxfx_c1.place.w, qxfx_c2.place.w, qxfx_at);");
+        writeLine("qxfx_cover(qxfx_c0.place, qxfx_c1.place, qxfx_c2.place, qxfx_at);");
     }
     if (affine && !numbered_) {
         writeLine("qxfx_Corner qxfx_vertex = " + corner("qxfx_at", "0"));

@@ -260,7 +260,12 @@ EffectSyntax::Shader EffectParser::parseCompilation(Stage stage)
                        std::any_of(profiles.begin(), profiles.end(), [&](std::string_view each) {
                            return equalIgnoringCase(each, profile.substr(model.size()));
                        });
-    if (!known) {
+    const std::string other(stage == Stage::Vertex ? "ps_" : "vs_");
+    if (equalIgnoringCase(profile.substr(0, other.size()), other)) {
+        problems_.fail({shader.profile.at, inQuotes(profile) + " is a profile of " +
+                                               (stage == Stage::Vertex ? "pixel" : "vertex") +
+                                               " shaders; write " + model + "3_0"});
+    } else if (!known) {
         problems_.fail(
             {shader.profile.at, "unknown profile " + inQuotes(profile) + "; write " + model + "3_0"});
     }

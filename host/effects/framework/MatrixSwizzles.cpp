@@ -108,7 +108,11 @@ private:
         result_.pop_back(); // the point
         const std::size_t begin = beginOfMatrix(result_, result_.size());
         const Tokens matrix(result_.begin() + static_cast<std::ptrdiff_t>(begin), result_.end());
-        if (elements.size() > 4 || matrix.empty() || matrix.size() > longestMatrix) {
+        if (elements.size() > 4) {
+            throw CompileError(name.at, inQuotes(name.text) + " selects " + std::to_string(elements.size()) +
+                                            " elements of a matrix; a vector holds at most 4");
+        }
+        if (matrix.empty() || matrix.size() > longestMatrix) {
             throw CompileError(name.at, inQuotes(name.text) +
                                             " selects several elements of a matrix; select one at a time, "
                                             "such as float2(m._m00, m._m11)");

@@ -51,10 +51,12 @@ void ShaderCall::addParameters()
         addParameter(parameter);
     }
     if (usedArguments_ < shader_.arguments.size()) {
-        throw CompileError(shader_.entry.at, inQuotes(shader_.entry.text) + " has " +
-                                                 std::to_string(usedArguments_) + " uniform parameters; " +
-                                                 std::to_string(shader_.arguments.size()) +
-                                                 " arguments are given");
+        const std::size_t given = shader_.arguments.size();
+        throw CompileError(shader_.entry.at, inQuotes(shader_.entry.text) + " takes " +
+                                                 std::to_string(usedArguments_) +
+                                                 (usedArguments_ == 1 ? " argument; " : " arguments; ") +
+                                                 std::to_string(given) + (given == 1 ? " is" : " are") +
+                                                 " given for uniform parameters");
     }
 }
 

@@ -101,8 +101,8 @@ bool qxfx_isHalf(float2 pixels) { return all(abs(pixels - 0.5) < 0.02); }
 )";
 // Each place of the rectangle is the sum of its corners, each times a number: their matrix is inverted by
 // cross products. What comes within a thousandth of a pixel of the place that it has without a vertex shader
-// is there. A pixel whose centre is on an edge belongs to the rectangle if that is its left or upper edge, so that
-// neighbours share none.
+// is there. A pixel whose centre is on an edge belongs to the rectangle if that is its left or upper edge, so
+// that neighbours share none.
 inline constexpr std::string_view placeFunctions = R"(
 float2 qxfx_between(float4 a, float4 b, float4 c, float2 at, float2 uv) {
 float3 p = float3(at * float2(2.0, -2.0) + float2(-1.0, 1.0), 1.0);

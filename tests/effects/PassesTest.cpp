@@ -57,6 +57,11 @@ TEST(Passes, LeaveModulesThatAreCutOffAsTheyAre)
         Effects::keepArithmeticAsWritten(spirv);
         return spirv.size() != before;
     });
+    expectCutModulesLeftAlone(whole, [](Words& spirv) {
+        const Words before = spirv;
+        spirv = Effects::convertByAdding(spirv);
+        return spirv != before;
+    });
     expectCutModulesLeftAlone(moduleWithABuffer(), [](Words& spirv) {
         const Words before = spirv;
         Effects::leaveBufferFormatsOpen(spirv);

@@ -296,6 +296,8 @@ private:
             return asFloat(of(0)) < asFloat(of(1)) ? 1 : 0;
         case spv::OpConvertFToS:
             return static_cast<std::uint32_t>(static_cast<std::int32_t>(asFloat(of(0))));
+        case spv::OpConvertFToU:
+            return static_cast<std::uint32_t>(asFloat(of(0)));
         case spv::OpConvertSToF:
             return bitsOf(static_cast<float>(asInt(of(0))));
         case spv::OpFAdd:
@@ -316,6 +318,18 @@ private:
         switch (op) {
         case GLSLstd450Floor:
             return bitsOf(std::floor(asFloat(of(0))));
+        case GLSLstd450FAbs:
+            return bitsOf(std::abs(asFloat(of(0))));
+        case GLSLstd450FMin:
+        case GLSLstd450NMin:
+            return bitsOf(std::min(asFloat(of(0)), asFloat(of(1))));
+        case GLSLstd450FMax:
+        case GLSLstd450NMax:
+            return bitsOf(std::max(asFloat(of(0)), asFloat(of(1))));
+        case GLSLstd450Trunc:
+            return bitsOf(std::trunc(asFloat(of(0))));
+        case GLSLstd450RoundEven:
+            return bitsOf(std::nearbyint(asFloat(of(0))));
         case GLSLstd450FClamp:
         case GLSLstd450NClamp:
             return bitsOf(std::min(std::max(asFloat(of(0)), asFloat(of(1))), asFloat(of(2))));

@@ -90,6 +90,14 @@ void leaveBufferFormatsOpen(Spirv::Words& spirv);
 /// Returns the row of each location.
 std::vector<std::uint32_t> passUniformsAsInputs(Spirv::Words& spirv, std::size_t most);
 
+// 3. For the shaders of a device on which they are slow, when it gets them.
+
+/// Replaces conversions of floats of 32 bits to whole numbers, vectors included, by additions: the lowest
+/// bits of 2^23 + n are n. Where what the shader computes may be larger than that, its upper and lower halves
+/// are converted apart. Must not change a result that SPIR-V defines, that is of a number within the range of
+/// the whole numbers. Leaves a module that has floats of other sizes as it is.
+Spirv::Words convertByAdding(const Spirv::Words& spirv);
+
 /// Not a pass of its own: propagates numbers that have become constant, or equal, through a shader that has
 /// been optimized before, in a small part of the optimizer's time.
 bool tidyUp(Spirv::Words& spirv, std::string& problem);

@@ -4,6 +4,7 @@
 #include "host/gpu/device/DrawingPath.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 
 namespace Qx::Host::Vulkan {
@@ -68,6 +69,18 @@ std::optional<PhysicalDevice::QueueFamily> drawingFamily(std::span<const VkQueue
     return found;
 }
 
+bool convertsOneByOne(VkDriverId driver, std::string_view version)
+{
+    constexpr std::string_view mesa = "Mesa ";
+    constexpr int lastFast = 22;
+    int major = 0;
+    if (driver != VK_DRIVER_ID_MESA_LLVMPIPE || !version.starts_with(mesa)) {
+        return false;
+    }
+    std::from_chars(version.data() + mesa.size(), version.data() + version.size(), major);
+    return major > lastFast;
+}
+
 PhysicalDevice::PhysicalDevice(VkPhysicalDevice device, const Withheld& without)
     : handle(device), withheld(without), graphics(drawingFamily(queueFamilies(device)))
 {
@@ -89,6 +102,7 @@ PhysicalDevice::PhysicalDevice(VkPhysicalDevice device, const Withheld& without)
     std::memcpy(uuid.data(), identity.deviceUUID, uuid.size());
     vkGetPhysicalDeviceMemoryProperties(device, &memory);
     largestAllocation = sizes.maxMemoryAllocationSize;
+    convertsSlowly = withheld.conversions || convertsOneByOne(driver.driverID, driverInfo);
     conformant = driver.conformanceVersion.major != 0 && !withheld.conformance;
     if (withheld.largeLimits) {
         applySmallLimits(*this);
@@ -151,6 +165,9 @@ std::vector<std::string> nextWays(const PhysicalDevice& device)
     }
     if (device.largestAllocation < largePicture) {
         ways.push_back("an image takes at most " + std::to_string(device.largestAllocation >> 20U) + " MiB");
+    }
+    if (device.convertsSlowly) {
+        ways.emplace_back("it converts floats to whole numbers slowly: shaders add instead");
     }
     if (!device.isSoftware()) {
         return ways;

@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Qx::Host::Vulkan {
@@ -53,6 +54,7 @@ struct PhysicalDevice
     std::array<std::byte, VK_UUID_SIZE> uuid{}; ///< the same in every process, other than any other's
     std::uint64_t largestAllocation = 0;        ///< bytes of one allocation of memory
     bool conformant = false;                    ///< its driver has passed Vulkan's conformance tests
+    bool convertsSlowly = false;                ///< floats to whole numbers; see convertsOneByOne()
     std::optional<QueueFamily> graphics{};      ///< see drawingFamily()
 
     bool isSoftware() const { return properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU; }
@@ -70,6 +72,12 @@ struct PhysicalDevice
 /// The queue family to draw with: the first that draws and has a timer, else the first that draws. Every
 /// family that draws also copies (Vulkan 1.3, VkQueueFlagBits).
 std::optional<PhysicalDevice::QueueFamily> drawingFamily(std::span<const VkQueueFamilyProperties> families);
+
+/// Whether that driver converts the floats of a vector to whole numbers one after the other, so that shaders
+/// that add instead (Effects::convertByAdding) are three to five times as fast: llvmpipe does so in
+/// Mesa 25.0, and did not in 22.3. Versions between them are taken for slow, since adding costs next to
+/// nothing.
+bool convertsOneByOne(VkDriverId driver, std::string_view version);
 
 DeviceDescription describe(const PhysicalDevice& device, std::uint32_t index);
 

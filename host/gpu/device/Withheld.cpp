@@ -9,11 +9,12 @@ namespace Qx::Host::Vulkan {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, bool Withheld::*>, 5> names{
+constexpr std::array<std::pair<std::string_view, bool Withheld::*>, 6> names{
     {{"timer", &Withheld::timer},
      {"rows", &Withheld::rows},
      {"shared-memory", &Withheld::sharedMemory},
      {"large-limits", &Withheld::largeLimits},
+     {"conversions", &Withheld::conversions},
      {"conformance", &Withheld::conformance}}};
 
 } // namespace

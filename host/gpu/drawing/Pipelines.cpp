@@ -1,5 +1,6 @@
 #include "host/gpu/drawing/Pipelines.h"
 
+#include "host/effects/spirv/Passes.h"
 #include "host/gpu/shaders/triangle.vert.h"
 
 #include <algorithm>
@@ -126,6 +127,12 @@ VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv
     info.sType = VK_STRUCTURE_TYPE_SHADER_MODULE_CREATE_INFO;
     info.codeSize = spirv.size_bytes();
     info.pCode = spirv.data();
+    Effects::Spirv::Words adding;
+    if (device.physical().convertsSlowly) {
+        adding = Effects::convertByAdding({spirv.begin(), spirv.end()});
+        info.codeSize = adding.size() * sizeof adding.front();
+        info.pCode = adding.data();
+    }
     return vkCreateShaderModule(device.handle(), &info, nullptr, &module);
 }
 

@@ -108,6 +108,22 @@ TEST_F(WithheldTest, WithoutSharedMemoryPicturesAreCopied)
     }
 }
 
+TEST_F(WithheldTest, WithoutFastConversionsShadersAdd)
+{
+    drawWithout("conversions");
+    EXPECT_THAT(chosen(less()).nextWays, Contains(HasSubstr("shaders add instead")));
+}
+
+TEST(ConversionsOfFloats, AreSlowOnLlvmpipeSinceMesa23)
+{
+    using Host::Vulkan::convertsOneByOne;
+    EXPECT_FALSE(convertsOneByOne(VK_DRIVER_ID_MESA_LLVMPIPE, "Mesa 22.3.6 (LLVM 15.0.6)"));
+    EXPECT_TRUE(convertsOneByOne(VK_DRIVER_ID_MESA_LLVMPIPE, "Mesa 23.0.0 (LLVM 15.0.6)"));
+    EXPECT_TRUE(convertsOneByOne(VK_DRIVER_ID_MESA_LLVMPIPE, "Mesa 25.0.7-2 (LLVM 19.1.7)"));
+    EXPECT_FALSE(convertsOneByOne(VK_DRIVER_ID_MESA_RADV, "Mesa 25.0.7-2 (LLVM 19.1.7)"));
+    EXPECT_FALSE(convertsOneByOne(VK_DRIVER_ID_MESA_LLVMPIPE, "25.0.7"));
+}
+
 TEST_F(WithheldTest, WithSmallLimitsSmallPicturesAreDrawnAndLargerOnesRefused)
 {
     drawWithout("large-limits");
@@ -173,7 +189,7 @@ TEST_F(WithheldTest, ADriverThatIsNotConformantIsUsedAndSaysSo)
 
 TEST_F(WithheldTest, EverythingMayBeMissingAtOnce)
 {
-    drawWithout("timer,rows,shared-memory,large-limits,conformance");
+    drawWithout("timer,rows,shared-memory,large-limits,conversions,conformance");
     expectTold("no timer");
     expectTold("at most 128 MiB");
     expectTold("conformance tests");
@@ -185,7 +201,8 @@ TEST(WithheldNamesTest, AnUnknownNameIsAFailureThatListsTheKnownOnes)
     GPUService service;
     EXPECT_FALSE(service.start());
     EXPECT_THAT(service.failure(), HasSubstr("\"colour\""));
-    EXPECT_THAT(service.failure(), HasSubstr("timer, rows, shared-memory, large-limits, conformance"));
+    EXPECT_THAT(service.failure(),
+                HasSubstr("timer, rows, shared-memory, large-limits, conversions, conformance"));
     ::unsetenv("QX_DEVICE_WITHOUT");
 }
 

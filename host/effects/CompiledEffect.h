@@ -191,6 +191,12 @@ struct CompiledEffect
     struct Pass
     {
         static constexpr std::uint32_t callersTarget = 0xFFFFFFFF;
+        static constexpr std::size_t results = 4; ///< COLOR0 to COLOR3
+
+        static constexpr std::array<std::uint32_t, results> noTargets()
+        {
+            return {callersTarget, callersTarget, callersTarget, callersTarget};
+        }
 
         std::string name;
         std::vector<std::uint32_t> spirv;
@@ -198,6 +204,9 @@ struct CompiledEffect
         std::vector<PackedShader> packed;    ///< at most one for each pair of depths
         /// The texture that it draws into, all of it; it is not one that it reads.
         std::uint32_t target = callersTarget;
+        /// The number N of the result COLORN that it draws, 0 for the first colour. A pass of a file that
+        /// draws several results is as many passes, that of the first colour last.
+        std::uint32_t result = 0;
     };
 
     struct Technique

@@ -77,7 +77,7 @@ void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::PackedShader>& shad
 template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Pass>& pass)
 {
-    visit(pass.name, pass.spirv, pass.samplers, pass.packed, pass.target);
+    visit(pass.name, pass.spirv, pass.samplers, pass.packed, pass.target, pass.result);
 }
 
 template <class Visit>

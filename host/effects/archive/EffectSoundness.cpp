@@ -91,6 +91,7 @@ bool isSound(const CompiledEffect::Pass& pass, const CompiledEffect& effect)
             return sampler < effect.samplers.size() && effect.samplers[sampler].texture == pass.target;
         });
     return isSoundShader(pass.spirv, pass.samplers, effect) && !readsTarget &&
+           pass.result < CompiledEffect::Pass::results && (pass.result == 0 || hasTarget) &&
            (!hasTarget || (pass.target < effect.textures.size() && pass.packed.empty())) &&
            std::all_of(pass.packed.begin(), pass.packed.end(),
                        [&](const auto& shader) { return isSound(shader, effect); });

@@ -5,6 +5,7 @@
 #include "host/effects/framework/Lexer.h"
 #include "host/effects/framework/SamplerType.h"
 
+#include <array>
 #include <deque>
 #include <optional>
 #include <string>
@@ -140,6 +141,11 @@ struct EffectSyntax
         Shader shader; ///< of the pixels
         Shader vertex; ///< most passes have none
         std::vector<Annotation> annotations;
+
+        /// The textures that the shader's results COLOR0 to COLOR3 are drawn into. The first colour is drawn
+        /// in any case; of the others, callersTarget stands for those that are not.
+        std::array<std::uint32_t, CompiledEffect::Pass::results> targets = CompiledEffect::Pass::noTargets();
+        std::uint32_t result = 0; ///< as CompiledEffect::Pass::result
     };
 
     struct Technique

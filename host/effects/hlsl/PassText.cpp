@@ -241,7 +241,7 @@ public:
     /// `form` is that of the pass's vertex shader, if it has one.
     PassText run(const VertexForm& form, const std::set<std::size_t>& withoutBody)
     {
-        const EntryCall call(syntax_, calls_.entryOf(pass_.shader), pass_, vertex_ ? &*vertex_ : nullptr);
+        const EntryCall call = entryCall();
         addPrelude(call.givesCodes());
         addPieces(withoutBody);
         if (vertex_) {
@@ -265,6 +265,11 @@ public:
         text.missing.insert(text.missing.end(), call.missing().begin(), call.missing().end());
         text.warnings = call.warnings();
         return text;
+    }
+
+    EntryCall entryCall() const
+    {
+        return {syntax_, calls_.entryOf(pass_.shader), pass_, vertex_ ? &*vertex_ : nullptr};
     }
 
     /// A text whose outputs are the vertex shader's.
@@ -541,6 +546,11 @@ VertexForm PassWriter::formOf(const EffectSyntax::Pass& pass) const
 PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
 {
     return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).run(formOf(pass), withoutBody);
+}
+
+std::set<std::size_t> PassWriter::resultsOf(const EffectSyntax::Pass& pass) const
+{
+    return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).entryCall().results();
 }
 
 PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths) const

@@ -692,6 +692,35 @@ TEST_F(ForeignEffects, passes_draw_into_textures_that_later_ones_read)
     EXPECT_EQ(qxhost({"effects", "check", "two.fx"}).out, "two.fx: ok, 1 technique\n");
 }
 
+TEST_F(ForeignEffects, a_pass_draws_several_results_into_textures)
+{
+    write("parts.fx",
+          "texture Scene; texture Low < string Format = \"A8R8G8B8\"; >; texture High;\n"
+          "sampler A = sampler_state { Texture = <Scene>; };\n"
+          "sampler L = sampler_state { Texture = <Low>; };\n"
+          "sampler H = sampler_state { Texture = <High>; };\n"
+          "struct Parts { float4 low : COLOR0; float4 high : COLOR1; };\n"
+          "Parts split(float2 uv : TEXCOORD0)\n"
+          "{ Parts p; p.low = tex2D(A, uv) + 10 / 255.0; p.high = tex2D(A, uv) + 100 / 255.0; return p; }\n"
+          "float4 join(float2 uv : TEXCOORD0) : COLOR0\n"
+          "{ return float4(tex2D(L, uv).r, tex2D(H, uv).g, tex2D(A, uv).b, 1); }\n"
+          "technique T\n{\n"
+          "    pass P < string Target = \"Low\"; string Target1 = \"High\"; > { PixelShader = compile ps_3_0 "
+          "split(); }\n"
+          "    pass Q { PixelShader = compile ps_3_0 join(); }\n}\n");
+    EXPECT_EQ(through({"parts.fx"}), (Frames{{50, 140, 40}, {90, 180, 80}, {130, 220, 120}}));
+    EXPECT_NE(qxhost({"effects", "describe", "parts.fx"}).out.find("T          P, Q"), std::string::npos)
+        << qxhost({"effects", "describe", "parts.fx"}).out;
+    const auto data = nlohmann::json::parse(qxhost({"effects", "describe", "parts.fx", "--json"}).out);
+    const auto& passes = data["techniques"][0]["passes"];
+    EXPECT_EQ(passes[0]["name"], "P");
+    EXPECT_EQ(passes[0]["target"], "High");
+    EXPECT_EQ(passes[0]["result"], "COLOR1");
+    EXPECT_EQ(passes[1]["target"], "Low");
+    EXPECT_FALSE(passes[1].contains("result"));
+    EXPECT_EQ(passes.size(), 3U);
+}
+
 TEST_F(ForeignEffects, checking_says_which_parameters_nobody_gives)
 {
     effect("mesh.fx", {"Scene"},

@@ -47,7 +47,9 @@ Rows techniqueRows(const CompiledEffect& effect)
     for (const CompiledEffect::Technique& technique : effect.techniques) {
         std::vector<std::string> passes;
         for (const CompiledEffect::Pass& pass : technique.passes) {
-            passes.push_back(pass.name.empty() ? "(unnamed)" : pass.name);
+            if (pass.result == 0) { // its other results are not passes of the file
+                passes.push_back(pass.name.empty() ? "(unnamed)" : pass.name);
+            }
         }
         rows.push_back(
             {technique.name, fmt::format("{}", fmt::join(passes, ", ")), labelOf(technique.annotations)});

@@ -108,6 +108,9 @@ Json techniqueData(const CompiledEffect::Technique& technique, const CompiledEff
         if (pass.target != CompiledEffect::Pass::callersTarget) {
             data["target"] = effect.textures[pass.target].name;
         }
+        if (pass.result != 0) {
+            data["result"] = "COLOR" + std::to_string(pass.result);
+        }
         passes.push_back(data);
     }
     const std::optional<std::size_t> picture = Host::pictureTexture(effect, technique);

@@ -277,6 +277,9 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         {"unknown type", [](Effect& e) { e.parameters[0].type = static_cast<Effect::ScalarType>(3); }},
         {"unknown semantic", [](Effect& e) { e.parameters[0].semantic = static_cast<Effect::Semantic>(5); }},
         {"unknown filter", [](Effect& e) { e.samplers[0].filter = static_cast<Effect::Filter>(2); }},
+        {"unknown mip", [](Effect& e) { e.samplers[0].mip = static_cast<Effect::Mip>(3); }},
+        {"no level", [](Effect& e) { e.textures[0].levels = 0; }},
+        {"seventeen levels", [](Effect& e) { e.textures[0].levels = 17; }},
         {"unknown address", [](Effect& e) { e.samplers[0].addressV = static_cast<Effect::Address>(4); }},
         {"uniforms of no size",
          [](Effect& e) {

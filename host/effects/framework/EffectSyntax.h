@@ -121,6 +121,7 @@ struct EffectSyntax
         bool onlyStates = false; ///< a SamplerState that no texture is read with yet
         std::uint32_t registerIndex = CompiledEffect::Sampler::noRegister;
         CompiledEffect::Filter filter = CompiledEffect::Filter::Point;
+        CompiledEffect::Mip mip = CompiledEffect::Mip::None;
         CompiledEffect::Address addressU = CompiledEffect::Address::Clamp;
         CompiledEffect::Address addressV = CompiledEffect::Address::Clamp;
     };

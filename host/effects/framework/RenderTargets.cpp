@@ -2,11 +2,10 @@
 
 #include "host/core/AsciiCase.h"
 #include "host/core/Suggestion.h"
+#include "host/effects/framework/AnnotationNumbers.h"
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <charconv>
 #include <cmath>
 #include <set>
 
@@ -25,36 +24,6 @@ const Annotation* annotationNamed(const std::vector<Annotation>& annotations, st
         return equalIgnoringCase(annotation.name.text, name);
     });
     return found == annotations.end() ? nullptr : &*found;
-}
-
-/// The numbers of "{ 0.5, 1.0 / 4 }", "float2(256, 128)" or "0.5".
-std::vector<double> numbersIn(std::string_view text)
-{
-    std::vector<double> numbers;
-    bool divides = false;
-    for (const char *at = text.data(), *const end = at + text.size(); at != end;) {
-        double value = 0;
-        if (std::isalpha(static_cast<unsigned char>(*at)) != 0) {
-            while (at != end && std::isalnum(static_cast<unsigned char>(*at)) != 0) {
-                ++at;
-            }
-            continue;
-        }
-        const auto [next, error] = std::from_chars(at, end, value);
-        if (error != std::errc()) {
-            divides = *at == '/' || (divides && *at == ' ');
-            ++at;
-            continue;
-        }
-        if (divides && !numbers.empty()) {
-            numbers.back() /= value;
-        } else {
-            numbers.push_back(value);
-        }
-        divides = false;
-        at = next;
-    }
-    return numbers;
 }
 
 /// The last number of too few.

@@ -692,6 +692,27 @@ TEST_F(ForeignEffects, passes_draw_into_textures_that_later_ones_read)
     EXPECT_EQ(qxhost({"effects", "check", "two.fx"}).out, "two.fx: ok, 1 technique\n");
 }
 
+TEST_F(ForeignEffects, dates_are_fixed_by_an_option_and_go_on_with_the_clip)
+{
+    effect("date.fx", {},
+           "float4 d < string source = \"date\"; >; float2 p < string source = \"pingpong\"; float step = 2; "
+           ">;\n",
+           "float4(d.y * 10 + d.z, (d.w - 86395) * 10 + (d.x - 2026), p.x * 100, 0) / 255");
+    EXPECT_EQ(through({"date.fx", "--date", "2026-11-24T23:59:59"}),
+              (Frames{{134, 40, 0}, {134, 41, 20}, {134, 42, 40}}));
+    EXPECT_EQ(through({"date.fx", "--date", "2027-02-03 23:59:56"}).at(0), (std::vector<int>{23, 11, 0}));
+    EXPECT_NE(qxhost({"effects", "describe", "date.fx"}).out.find("(year, month, day, seconds)"),
+              std::string::npos);
+    EXPECT_EQ(qxhost({"effects", "check", "date.fx"}).out, "date.fx: ok, 1 technique\n");
+    // Without the option it is the machine's date; the year alone cannot change in a test by chance.
+    effect("year.fx", {}, "float4 d < string source = \"date\"; >;\n",
+           "float4(d.x - 2000, d.y, d.z, 0) / 255");
+    const std::vector<int> shown = through({"year.fx"}).at(0);
+    EXPECT_GE(shown[0], 26);
+    EXPECT_LE(shown[1], 12);
+    EXPECT_GE(shown[2], 1);
+}
+
 TEST_F(ForeignEffects, a_pass_draws_several_results_into_textures)
 {
     write("parts.fx",

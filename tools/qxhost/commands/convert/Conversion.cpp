@@ -487,7 +487,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
 
     const HostSession host(options.device, &console);
     prepareConversion();
-    EffectChain effects(options.effects);
+    EffectChain effects(options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.effectWarnings = effects.warnings();
     noteDecisions(conversion, console);
@@ -520,7 +520,7 @@ QuietConversion convertQuietly(const ConvertOptions& options)
 {
     Conversion conversion = decide(options);
     prepareConversion();
-    EffectChain effects(options.effects);
+    EffectChain effects(options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.writer = openOutput(conversion);
     FramePipeline pipeline(jobOf(conversion, effects, nullptr), [](std::int64_t) {});

@@ -149,6 +149,7 @@ private:
                 "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
                 "order given");
         addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
+        addDate(app, options_.date)->group("Effects");
     }
 
     std::vector<std::string> texts_; ///< a target that the library wants; groupEffects() reads them in order

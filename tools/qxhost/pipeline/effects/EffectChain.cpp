@@ -15,6 +15,8 @@
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
 #include <utility>
 
 namespace Qx::Program {
@@ -199,9 +201,22 @@ void setDomain(iShaderEffect& effect, const std::string& file, const TableDomain
     }
 }
 
+DateTime localTime()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    const std::chrono::year_month_day date{std::chrono::year{local.tm_year + 1900},
+                                           std::chrono::month{static_cast<unsigned>(local.tm_mon) + 1},
+                                           std::chrono::day{static_cast<unsigned>(local.tm_mday)}};
+    return {std::chrono::sys_days{date}.time_since_epoch().count(),
+            local.tm_hour * 3600.0 + local.tm_min * 60.0 + local.tm_sec};
+}
+
 } // namespace
 
-EffectChain::EffectChain(const std::vector<EffectRequest>& requests)
+EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin)
+    : begin_(begin ? *begin : localTime())
 {
     for (const EffectRequest& request : requests) {
         links_.push_back(makeLink(request));
@@ -347,6 +362,8 @@ Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFor
     Image::Surface current = picture;
     facts.width = static_cast<int>(picture.getWidth());
     facts.height = static_cast<int>(picture.getHeight());
+    facts.day = begin_.day;
+    facts.secondsOfDay = begin_.seconds;
     for (Link& link : links_) {
         Image::Surface next = current.createDestARGBGPUSurface(format);
         if (!next.getGPUSurface()) {

@@ -10,6 +10,7 @@
 #include "tools/qxhost/pipeline/effects/EffectTextures.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,9 +20,9 @@ namespace Qx::Program {
 class EffectChain
 {
 public:
-    /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. Throws Failure
-    /// (effect).
-    explicit EffectChain(const std::vector<EffectRequest>& requests);
+    /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. `begin` is the
+    /// date of the clip's beginning; now without it. Throws Failure (effect).
+    explicit EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin = {});
 
     std::size_t size() const { return links_.size(); }
 
@@ -32,7 +33,7 @@ public:
     const std::vector<std::string>& warnings() const { return warnings_; }
 
     /// The picture after all effects, in a GPU image of the same size and format; the picture itself if there
-    /// are none. The size in `facts` is the picture's, whatever it says. Throws Failure (device, effect) if
+    /// are none. The size and the date in `facts` are filled in. Throws Failure (device, effect) if
     /// an effect is not drawn. One thread, in the order of the frames.
     Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format, Host::FrameFacts facts);
 
@@ -60,6 +61,7 @@ private:
     static void supply(const Link& link, const Host::FrameFacts& facts);
     bool isInUse(const Qx::Ptr<iShaderEffect>& effect) const;
 
+    const DateTime begin_;
     std::vector<Link> links_;
     std::vector<std::filesystem::path> textureFiles_;
     std::vector<std::string> warnings_;

@@ -713,6 +713,46 @@ TEST_F(ForeignEffects, dates_are_fixed_by_an_option_and_go_on_with_the_clip)
     EXPECT_GE(shown[2], 1);
 }
 
+TEST_F(ForeignEffects, a_clip_moves_in_a_texture)
+{
+    const auto clip = [this](const std::string& file, const std::string& rate, const std::string& frames) {
+        ffmpeg({"-f", "lavfi", "-i",
+                "color=black:size=8x4:rate=" + rate + ",format=rgb24,geq=r=10*(N+1):g=10*(N+1):b=10*(N+1)",
+                "-frames:v", frames, "-c:v", "ffv1", file});
+    };
+    effect("two.fx", {"Input", "Over"}, "", "float4(tex2D(sInput, uv).r, tex2D(sOver, uv).gb, 1)");
+    clip("same.mkv", "10", "9");
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=same.mkv"}),
+              (Frames{{40, 10, 10}, {80, 20, 20}, {120, 30, 30}}));
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=same.mkv", "--start", "2"}), (Frames{{120, 30, 30}}))
+        << "it goes with the input";
+    clip("fast.mkv", "25", "9");
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=fast.mkv"}),
+              (Frames{{40, 10, 10}, {80, 30, 30}, {120, 60, 60}}))
+        << "frames 0, 2 and 5 of those at 0, 0.04, 0.08, ...";
+    clip("slow.mkv", "5", "2");
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=slow.mkv"}),
+              (Frames{{40, 10, 10}, {80, 10, 10}, {120, 20, 20}}));
+    clip("short.mkv", "10", "2");
+    const Outcome held =
+        qxhost({"convert", "clip.mkv", "held.mkv", "--effect", "two.fx", "--texture", "Over=short.mkv"});
+    EXPECT_EQ(held.exitCode, 0) << held.err;
+    const std::string note =
+        "two.fx: texture \"Over\": short.mkv ends after 2 frames; its last frame stays\n";
+    const std::size_t said = held.err.find(note);
+    EXPECT_NE(said, std::string::npos) << held.err;
+    EXPECT_EQ(held.err.find(note, said + 1), std::string::npos) << held.err;
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=short.mkv"}),
+              (Frames{{40, 10, 10}, {80, 20, 20}, {120, 20, 20}}));
+    // Neither a still nor a clip that is long enough is spoken of.
+    picture("still.png", "0x102030");
+    for (const char* const file : {"Over=still.png", "Over=same.mkv"}) {
+        const Outcome quiet =
+            qxhost({"convert", "clip.mkv", "quiet.mkv", "--force", "--effect", "two.fx", "--texture", file});
+        EXPECT_EQ(quiet.err.find("last frame stays"), std::string::npos) << quiet.err;
+    }
+}
+
 TEST_F(ForeignEffects, a_pass_draws_several_results_into_textures)
 {
     write("parts.fx",

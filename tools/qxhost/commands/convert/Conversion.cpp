@@ -504,6 +504,9 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     if (burnIn && !burnIn->remark().empty()) {
         console.note(burnIn->remark());
     }
+    for (const std::string& remark : effects.remarks()) {
+        console.note(remark);
+    }
     console.note(summary(conversion));
     if (options.json) {
         console.data(jsonText(describeRun(conversion)));

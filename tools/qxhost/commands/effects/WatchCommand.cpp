@@ -360,7 +360,7 @@ public:
             ->option_text("NAME=V[,V...]")
             ->allow_extra_args(false)
             ->take_all();
-        app.add_option("--texture", textures_, "A picture for another texture of the effect")
+        app.add_option("--texture", textures_, "A picture or clip for another texture of the effect")
             ->option_text("NAME=FILE")
             ->allow_extra_args(false)
             ->take_all();

@@ -26,7 +26,7 @@ struct ParameterSetting
 struct TextureFile
 {
     std::string name;           ///< of the effect's texture
-    std::filesystem::path file; ///< a picture, or a clip, of which the first frame counts
+    std::filesystem::path file; ///< a picture or a clip
 };
 
 /// A local date and time.

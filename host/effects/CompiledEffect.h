@@ -89,6 +89,7 @@ struct CompiledEffect
         Semantic semantic = Semantic::None;
         std::string semanticName;    ///< as written; empty without one
         std::string semanticTexture; ///< the texture of a texture semantic
+        std::string place;           ///< "c4": the register that the file gives it; it has no effect
         std::vector<Annotation> annotations;
     };
 

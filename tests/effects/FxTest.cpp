@@ -67,6 +67,9 @@ void addParameter(std::vector<std::string>& lines, const CompiledEffect::Paramet
         lines.push_back(owner + " is " + semantics[static_cast<std::size_t>(parameter.semantic)] +
                         (parameter.semanticTexture.empty() ? "" : " of " + parameter.semanticTexture));
     }
+    if (!parameter.place.empty()) {
+        lines.push_back(owner + " has register " + parameter.place);
+    }
     addAnnotations(lines, owner, parameter.annotations);
 }
 

@@ -54,7 +54,7 @@ void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Parameter>& paramet
 {
     visit(parameter.name, parameter.type, parameter.rows, parameter.columns, parameter.elements,
           parameter.offset, parameter.bytes, parameter.defaultValue, parameter.semantic,
-          parameter.semanticName, parameter.semanticTexture, parameter.annotations);
+          parameter.semanticName, parameter.semanticTexture, parameter.place, parameter.annotations);
 }
 
 template <class Visit>

@@ -90,6 +90,7 @@ struct EffectSyntax
         std::uint32_t elements = 0;
         std::optional<Token> semantic;
         std::vector<Annotation> annotations;
+        std::string place; ///< as CompiledEffect::Parameter::place
         std::optional<ConstantValue> defaultValue;
         Token structure;            ///< the variable that it is a member of; an End token if it is none
         Token member;               ///< its name there

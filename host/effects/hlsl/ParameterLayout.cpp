@@ -187,6 +187,7 @@ void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effe
     parameter.rows = type.rows;
     parameter.columns = type.columns;
     parameter.elements = syntax.elements;
+    parameter.place = syntax.place;
     parameter.annotations = plainAnnotations(syntax.annotations);
     tolerate(problems, [&] { resolveSemantic(syntax, effect, parameter, problems); });
     const ParameterPlacement placement = placementOf(parameter);

@@ -339,6 +339,35 @@ TEST_F(Effects, describing_shows_what_an_effect_has)
     EXPECT_EQ(data["samplers"][0]["addressV"], "Wrap");
 }
 
+TEST_F(Effects, describing_shows_the_registers_that_a_file_gives)
+{
+    write("player.fx",
+          "sampler picture : register(s0);\nsampler other : register(s3);\nsampler free;\n"
+          "float4 p0 : register(c0);\nfloat gain : register(c12) = 2;\nfloat more = 1;\n"
+          "float4 f(float2 uv : TEXCOORD0) : COLOR\n"
+          "{ return (tex2D(picture, uv) + tex2D(other, uv) + tex2D(free, uv)) * gain * more + p0; }\n"
+          "technique T { pass { PixelShader = compile ps_2_0 f(); } }\n");
+    const Outcome shown = qxhost({"effects", "describe", "player.fx"});
+    EXPECT_EQ(shown.exitCode, 0) << shown.err;
+    EXPECT_NE(shown.out.find("PARAMETER  TYPE    DEFAULT                          RANGE  LABEL  REGISTER\n"
+                             "p0         float4  (width, height, frame, seconds)                c0\n"
+                             "gain       float   2                                              c12\n"
+                             "more       float   1\n"),
+              std::string::npos)
+        << shown.out;
+    EXPECT_NE(shown.out.find("SAMPLER  TEXTURE  FILTER  ADDRESS       REGISTER\n"
+                             "picture  picture  Point   Clamp, Clamp  s0\n"
+                             "other    other    Point   Clamp, Clamp  s3\n"
+                             "free     free     Point   Clamp, Clamp\n"),
+              std::string::npos)
+        << shown.out;
+    const auto data = nlohmann::json::parse(qxhost({"effects", "describe", "player.fx", "--json"}).out);
+    EXPECT_EQ(data["parameters"][1]["register"], "c12");
+    EXPECT_FALSE(data["parameters"][2].contains("register"));
+    EXPECT_EQ(data["samplers"][1]["register"], "s3");
+    EXPECT_FALSE(data["samplers"][2].contains("register"));
+}
+
 TEST_F(Effects, describing_what_does_not_compile_gives_the_messages)
 {
     write("broken.fx", "float x = ;\n");

@@ -41,9 +41,9 @@ struct CompiledEffect
     /// What the shaders know about a texture.
     struct TextureUniforms
     {
-        float rowPacked = 0; ///< pitch in units of 16 bytes, if the texture is read as a buffer
-        float maxCode = 0;   ///< the largest code of a component
-        std::array<float, 2> unused{};
+        float rowPacked = 0;         ///< pitch in units of 16 bytes, if the texture is read as a buffer
+        float maxCode = 0;           ///< the largest code of a component
+        std::array<float, 2> size{}; ///< width and height in texels
     };
 
     enum class ScalarType : std::uint8_t
@@ -89,6 +89,7 @@ struct CompiledEffect
         Semantic semantic = Semantic::None;
         std::string semanticName;    ///< as written; empty without one
         std::string semanticTexture; ///< the texture of a texture semantic
+        std::string place;           ///< "c4": the register that the file gives it; it has no effect
         std::vector<Annotation> annotations;
     };
 
@@ -117,17 +118,29 @@ struct CompiledEffect
     /// name.
     struct Texture
     {
+        static constexpr std::uint32_t mostLevels = 16; ///< of a side of 32768 texels
+
         std::string name;     ///< the name that iShaderEffect::Source::name binds
         std::string semantic; ///< as written; empty without one
         std::vector<Annotation> annotations;
         TargetSize targetSize{}; ///< if a pass draws into it
         TargetFormat targetFormat = TargetFormat::Same;
+        /// How many levels samplers read, its own size included, and fewer where one texel is reached before.
+        /// The host makes them: each texel is the average of four of the level above.
+        std::uint32_t levels = 1;
     };
 
     enum class Filter : std::uint8_t
     {
         Point,
         Linear
+    };
+    /// How a sampler reads smaller levels.
+    enum class Mip : std::uint8_t
+    {
+        None,  ///< not at all
+        Point, ///< the nearest one
+        Linear ///< mixes two
     };
     enum class Address : std::uint8_t
     {
@@ -146,6 +159,7 @@ struct CompiledEffect
         std::uint32_t registerIndex = noRegister; ///< N of its register(sN), or its texture's tN
         std::uint32_t dimensions = 2;             ///< of its texture: 2, or 3 for a volume
         Filter filter = Filter::Point;
+        Mip mip = Mip::None; ///< another only if its texture has levels
         Address addressU = Address::Clamp;
         Address addressV = Address::Clamp;
     };
@@ -191,6 +205,12 @@ struct CompiledEffect
     struct Pass
     {
         static constexpr std::uint32_t callersTarget = 0xFFFFFFFF;
+        static constexpr std::size_t results = 4; ///< COLOR0 to COLOR3
+
+        static constexpr std::array<std::uint32_t, results> noTargets()
+        {
+            return {callersTarget, callersTarget, callersTarget, callersTarget};
+        }
 
         std::string name;
         std::vector<std::uint32_t> spirv;
@@ -198,6 +218,9 @@ struct CompiledEffect
         std::vector<PackedShader> packed;    ///< at most one for each pair of depths
         /// The texture that it draws into, all of it; it is not one that it reads.
         std::uint32_t target = callersTarget;
+        /// The number N of the result COLORN that it draws, 0 for the first colour. A pass of a file that
+        /// draws several results is as many passes, that of the first colour last.
+        std::uint32_t result = 0;
     };
 
     struct Technique

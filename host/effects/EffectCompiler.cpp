@@ -79,8 +79,10 @@ private:
         const PassWriter writer(syntax_, effect_,
                                 [](const std::string& hlsl) { return compileShaders({hlsl}).front().spirv; });
         giveIdentities(syntax_, writer.namesOfVertices(), effect_);
+        resolveTargets(
+            syntax_, effect_, [&writer](const EffectSyntax::Pass& pass) { return resultsOf(writer, pass); },
+            problems_);
         writePasses(writer);
-        resolveTargets(syntax_, effect_, problems_);
         compilePasses(writer);
         checkTargets(syntax_, effect_, problems_);
         if (options.packed && !problems_.failed()) {
@@ -135,6 +137,16 @@ private:
         return {};
     }
 
+    static std::optional<std::set<std::size_t>> resultsOf(const PassWriter& writer,
+                                                          const EffectSyntax::Pass& pass)
+    {
+        try {
+            return writer.resultsOf(pass);
+        } catch (const CompileError&) {
+            return std::nullopt; // writePasses() reports it
+        }
+    }
+
     void writePasses(const PassWriter& writer)
     {
         std::map<std::string, std::size_t> known;
@@ -145,7 +157,10 @@ private:
                 {std::string(technique.name.text), {}, plainAnnotations(technique.annotations)});
             for (const EffectSyntax::Pass& pass : technique.passes) {
                 std::vector<CompiledEffect::Pass>& passes = effect_.techniques.back().passes;
-                passes.emplace_back().name = pass.name.text;
+                CompiledEffect::Pass& made = passes.emplace_back();
+                made.name = pass.name.text;
+                made.target = pass.targets.at(pass.result);
+                made.result = pass.result;
                 at_ = {technique.name.text, pass.name.text};
                 try {
                     PassText text = writer.write(pass);
@@ -162,7 +177,9 @@ private:
                     }
                     places_.push_back({effect_.techniques.size() - 1, passes.size() - 1, place->second});
                 } catch (const CompileError& error) {
-                    problems_.fail(error, at_);
+                    if (pass.result == 0) { // the pass's other results have the same mistakes
+                        problems_.fail(error, at_);
+                    }
                 }
                 if (bytes > mostBytes) {
                     throw LimitError(pass.shader.entry.at,
@@ -174,29 +191,39 @@ private:
         at_ = {};
     }
 
+    /// What is wrong with any of a pass's results is said once, after the last of them.
     void compilePasses(const PassWriter& writer)
     {
         const std::vector<CompiledShader> shaders = compileShaders(texts_);
+        std::set<std::uint32_t> constants;
+        const PassPlace* wrong = nullptr;
         for (const PassPlace& place : places_) {
             const CompiledShader& shader = shaders[place.text];
             CompiledEffect::Pass& pass = effect_.techniques[place.technique].passes[place.pass];
             pass.spirv = shader.spirv;
             pass.samplers = samplersOf(shader);
-            refuseMissing(shader, place);
-            if (shader.error && !problems_.enough()) {
-                report(*shader.error, place, sources_[place.text], texts_[place.text]);
-                lookFurther(*shader.error, place, writer);
+            constants.insert(shader.constants.begin(), shader.constants.end());
+            wrong = shader.error ? &place : wrong;
+            if (pass.result != 0) {
+                continue;
             }
+            refuseMissing(constants, place);
+            if (wrong != nullptr && !problems_.enough()) {
+                const CompiledShader::Message& error = *shaders[wrong->text].error;
+                report(error, *wrong, sources_[wrong->text], texts_[wrong->text]);
+                lookFurther(error, *wrong, writer);
+            }
+            constants.clear();
+            wrong = nullptr;
         }
     }
 
-    void refuseMissing(const CompiledShader& shader, const PassPlace& place)
+    void refuseMissing(const std::set<std::uint32_t>& constants, const PassPlace& place)
     {
         const std::vector<CompileError>& missing = sources_[place.text].missing;
         const EffectSyntax::Technique& technique = syntax_.techniques[place.technique];
         for (std::size_t i = 0; i < missing.size(); ++i) {
-            const bool read =
-                std::find(shader.constants.begin(), shader.constants.end(), i + 1) != shader.constants.end();
+            const bool read = constants.count(static_cast<std::uint32_t>(i + 1)) != 0;
             if (read && !problems_.enough()) {
                 problems_.fail(missing[i], {technique.name.text, technique.passes[place.pass].name.text});
             }

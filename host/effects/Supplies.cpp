@@ -1,10 +1,12 @@
 #include "host/effects/Supplies.h"
 
 #include "host/core/AsciiCase.h"
+#include "host/effects/framework/AnnotationNumbers.h"
 #include "host/effects/framework/ParameterRange.h"
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstddef>
 
@@ -36,6 +38,7 @@ constexpr std::array semantics{
     Spelling{"framenumber", Supply::FrameNumber},
     Spelling{"framecount", Supply::FrameNumber},
     Spelling{"fps", Supply::FrameRate},
+    Spelling{"date", Supply::Date},
     Spelling{"viewportpixelsize", Supply::PictureSize},
     Spelling{"viewportsize", Supply::PictureSize},
     Spelling{"viewportdimensions", Supply::PictureSize},
@@ -60,7 +63,9 @@ constexpr std::array sources{
     Spelling{"timer", Supply::Milliseconds},
     Spelling{"frametime", Supply::FrameMilliseconds},
     Spelling{"framecount", Supply::FrameNumber},
+    Spelling{"date", Supply::Date},
     Spelling{"random", Supply::Random},
+    Spelling{"pingpong", Supply::PingPong},
     Spelling{"mousepoint", Supply::PointerPixel},
     Spelling{"mousedelta", Supply::Rest},
     Spelling{"mousebutton", Supply::Rest},
@@ -94,6 +99,7 @@ constexpr std::array names{
     Spelling{"iframe", Supply::FrameNumber},
     Spelling{"framenumber", Supply::FrameNumber},
     Spelling{"framecount", Supply::FrameNumber},
+    Spelling{"idate", Supply::PlayerDate},
     Spelling{"resolution", Supply::PictureSize},
     Spelling{"iresolution", Supply::PictureSize},
     Spelling{"screensize", Supply::PictureSize},
@@ -149,7 +155,7 @@ const std::string* annotation(const Parameter& parameter, std::string_view name)
 /// Values that change from frame to frame: a default other than 0 then says what the author means instead.
 bool changes(Supply supply)
 {
-    return supply >= Supply::Seconds && supply <= Supply::FrameRate;
+    return supply >= Supply::Seconds && supply <= Supply::PlayerDate;
 }
 
 bool isZero(const Parameter& parameter)
@@ -175,7 +181,11 @@ bool suits(Supply supply, const Parameter& parameter)
         return isFloat && (parameter.columns == 2 || parameter.columns == 4);
     case Supply::PlayerPicture:
     case Supply::PlayerTexel:
+    case Supply::Date:
+    case Supply::PlayerDate:
         return isFloat && parameter.columns == 4;
+    case Supply::PingPong:
+        return isFloat && parameter.columns <= 2;
     case Supply::PointerPosition:
     case Supply::PointerPixel:
         return isFloat && parameter.columns > 1;
@@ -233,6 +243,85 @@ std::vector<float> randomValues(const Parameter& parameter, std::int64_t frame)
     return values;
 }
 
+std::array<double, 4> dateOf(const FrameFacts& facts, int firstMonth)
+{
+    constexpr double daySeconds = 86400;
+    const double seconds = facts.secondsOfDay + facts.seconds;
+    const double days = std::floor(seconds / daySeconds);
+    const std::chrono::sys_days day{std::chrono::days{facts.day + static_cast<std::int64_t>(days)}};
+    const std::chrono::year_month_day date{day};
+    return {static_cast<double>(static_cast<int>(date.year())),
+            static_cast<double>(static_cast<unsigned>(date.month())) - 1 + firstMonth,
+            static_cast<double>(static_cast<unsigned>(date.day())), seconds - days * daySeconds};
+}
+
+/// The way from one end to the other, in time. Its speed is `step` and, within `smoothing` of the end, less
+/// by as much as it is nearer than that; but never less than `slowest`.
+class Way
+{
+public:
+    Way(double length, double step, double smoothing)
+        : length_(length),
+          step_(std::max(step, slowest)),
+          slowing_(std::clamp(smoothing, 0.0, length)),
+          creeping_(std::clamp(slowest - step_ + smoothing, 0.0, slowing_)),
+          offset_(step_ - smoothing),
+          slowingAt_((length - slowing_) / step_),
+          creepingAt_(slowingAt_ +
+                      (slowing_ > creeping_ ? std::log((slowing_ + offset_) / (creeping_ + offset_)) : 0))
+    {
+    }
+
+    double seconds() const { return creepingAt_ + creeping_ / slowest; }
+
+    /// The distance from the end after that time.
+    double leftAt(double seconds) const
+    {
+        if (seconds < slowingAt_) {
+            return length_ - step_ * seconds;
+        }
+        return seconds < creepingAt_ ? (slowing_ + offset_) * std::exp(slowingAt_ - seconds) - offset_
+                                     : std::max(creeping_ - slowest * (seconds - creepingAt_), 0.0);
+    }
+
+private:
+    static constexpr double slowest = 0.05; // per second
+
+    double length_;
+    double step_;
+    double slowing_;  // distance from the end where it begins to slow down
+    double creeping_; // where it has become the slowest
+    double offset_;   // the speed between them is this more than the distance
+    double slowingAt_;
+    double creepingAt_;
+};
+
+/// From the least value to the greatest and back.
+std::array<double, 4> pingPong(const Parameter& parameter, double seconds)
+{
+    const auto numbers = [&](std::string_view name) {
+        const std::string* text = annotation(parameter, name);
+        return text == nullptr ? std::vector<double>() : Effects::numbersIn(*text);
+    };
+    const ParameterRange range = rangeOf(parameter);
+    const double least = range.least.value_or(0);
+    const double most = std::max(range.most.value_or(1), least);
+    const std::vector<double> steps = numbers("step");
+    const std::vector<double> smoothing = numbers("smoothing");
+    // Two steps are the ends of a range; what moves by chance goes by their mean.
+    const double step = steps.empty()                       ? 0
+                        : steps.size() > 1 && steps[1] != 0 ? (steps[0] + steps[1]) / 2
+                                                            : steps[0];
+    const Way way(most - least, std::abs(step), smoothing.empty() ? 0 : smoothing[0]);
+    if (way.seconds() <= 0) {
+        return {least, 1};
+    }
+    const double turns = std::floor(seconds / way.seconds());
+    const double left = way.leftAt(seconds - turns * way.seconds());
+    return std::fmod(turns, 2) == 0 ? std::array{most - left, 1.0, 0.0, 0.0}
+                                    : std::array{least + left, -1.0, 0.0, 0.0};
+}
+
 std::array<double, 4> fourOf(Supply supply, const Parameter& parameter, const FrameFacts& facts)
 {
     const double width = facts.width;
@@ -252,6 +341,12 @@ std::array<double, 4> fourOf(Supply supply, const Parameter& parameter, const Fr
         return {static_cast<double>(facts.number)};
     case Supply::FrameRate:
         return {facts.frameSeconds > 0 ? 1 / facts.frameSeconds : 0};
+    case Supply::Date:
+        return dateOf(facts, 1);
+    case Supply::PlayerDate:
+        return dateOf(facts, 0);
+    case Supply::PingPong:
+        return pingPong(parameter, facts.seconds);
     case Supply::PictureSize:
         return parameter.columns == 3 ? std::array{width, height, 1.0, 0.0}
                                       : std::array{width, height, 1 / width, 1 / height};
@@ -302,7 +397,7 @@ Supply supplyOf(const Parameter& parameter)
 
 std::string_view meaningOf(Supply supply)
 {
-    static constexpr std::array<std::string_view, 21> texts{
+    static constexpr std::array<std::string_view, 24> texts{
         "",
         "time in seconds",
         "time in milliseconds",
@@ -311,6 +406,8 @@ std::string_view meaningOf(Supply supply)
         "time of the frame before, in seconds",
         "number of the frame",
         "frames per second",
+        "year, month, day, seconds",
+        "year, month from 0, day, seconds",
         "size of the picture",
         "size of a texel",
         "width of the picture",
@@ -321,6 +418,7 @@ std::string_view meaningOf(Supply supply)
         "random",
         "pointer at the centre, 0 to 1",
         "pointer at the centre, in pixels",
+        "back and forth",
         "nothing pressed",
         "width, height, frame, seconds",
         "size of a texel",

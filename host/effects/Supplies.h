@@ -24,6 +24,8 @@ enum class Supply : std::uint8_t
     SecondsBefore,     ///< Seconds of the frame before
     FrameNumber,       ///< from 0
     FrameRate,         ///< frames per second; 0 for a still picture
+    Date,              ///< year, month from 1, day of the month, seconds of the day
+    PlayerDate,        ///< the same with the month from 0
     PictureSize,       ///< width, height; a third component is 1, or 1 / width, 1 / height
     TexelSize,         ///< 1 / width, 1 / height; two more components are width, height
     PictureWidth,      ///< in pixels
@@ -34,6 +36,7 @@ enum class Supply : std::uint8_t
     Random,            ///< each component anew in each frame, the same in each run
     PointerPosition,   ///< the picture's centre, from 0 to 1
     PointerPixel,      ///< the picture's centre, in pixels
+    PingPong,          ///< back and forth between two values, and the direction: 1 or -1
     Rest,              ///< nothing is pressed or moved: 0
     PlayerPicture,     ///< width, height, frame number, seconds
     PlayerTexel,       ///< 1 / width, 1 / height, 0, 0
@@ -55,6 +58,8 @@ struct FrameFacts
     std::int64_t number = 0; ///< of the frame, from 0
     int width = 1;           ///< of the picture, in pixels
     int height = 1;
+    std::int64_t day = 0; ///< of the clip's beginning, in days since 1970-01-01, and the time of that day
+    double secondsOfDay = 0;
 };
 
 /// The value of each component of the parameter.

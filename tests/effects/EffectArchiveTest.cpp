@@ -249,6 +249,12 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         {"pass into no texture", [&](Effect& e) { drawInto(e, 0, 2); }},
         {"pass into what it reads", [&](Effect& e) { drawInto(e, 0, 0); }},
         {"last pass into a texture", [&](Effect& e) { drawInto(e, 1, 0); }},
+        {"a fifth result",
+         [&](Effect& e) {
+             drawInto(e, 0, 1);
+             e.techniques[1].passes[0].result = 4;
+         }},
+        {"further result for the caller", [](Effect& e) { e.techniques[0].passes[0].result = 1; }},
         {"packed texels of a pass into a texture", [](Effect& e) { e.techniques[1].passes[0].target = 1; }},
         {"unknown format of a target",
          [](Effect& e) { e.textures[0].targetFormat = static_cast<Effect::TargetFormat>(5); }},
@@ -271,6 +277,9 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         {"unknown type", [](Effect& e) { e.parameters[0].type = static_cast<Effect::ScalarType>(3); }},
         {"unknown semantic", [](Effect& e) { e.parameters[0].semantic = static_cast<Effect::Semantic>(5); }},
         {"unknown filter", [](Effect& e) { e.samplers[0].filter = static_cast<Effect::Filter>(2); }},
+        {"unknown mip", [](Effect& e) { e.samplers[0].mip = static_cast<Effect::Mip>(3); }},
+        {"no level", [](Effect& e) { e.textures[0].levels = 0; }},
+        {"seventeen levels", [](Effect& e) { e.textures[0].levels = 17; }},
         {"unknown address", [](Effect& e) { e.samplers[0].addressV = static_cast<Effect::Address>(4); }},
         {"uniforms of no size",
          [](Effect& e) {

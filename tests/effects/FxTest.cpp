@@ -67,6 +67,9 @@ void addParameter(std::vector<std::string>& lines, const CompiledEffect::Paramet
         lines.push_back(owner + " is " + semantics[static_cast<std::size_t>(parameter.semantic)] +
                         (parameter.semanticTexture.empty() ? "" : " of " + parameter.semanticTexture));
     }
+    if (!parameter.place.empty()) {
+        lines.push_back(owner + " has register " + parameter.place);
+    }
     addAnnotations(lines, owner, parameter.annotations);
 }
 
@@ -175,10 +178,12 @@ std::filesystem::path writeFiles(const FxTest& test, const std::filesystem::path
 std::vector<std::string> describe(const CompiledEffect& effect)
 {
     const char* const filters[] = {"Point", "Linear"};
+    const char* const mips[] = {"", ", levels Point", ", levels Linear"};
     const char* const addresses[] = {"Clamp", "Wrap", "Mirror", "Border"};
     std::vector<std::string> lines;
     for (const CompiledEffect::Texture& texture : effect.textures) {
-        lines.push_back("texture " + texture.name);
+        lines.push_back("texture " + texture.name +
+                        (texture.levels == 1 ? "" : " has " + std::to_string(texture.levels) + " levels"));
         addAnnotations(lines, "texture " + texture.name, texture.annotations);
     }
     for (const CompiledEffect::Sampler& sampler : effect.samplers) {
@@ -188,7 +193,8 @@ std::vector<std::string> describe(const CompiledEffect& effect)
                         addresses[static_cast<std::size_t>(sampler.addressV)] +
                         (sampler.registerIndex == CompiledEffect::Sampler::noRegister
                              ? ""
-                             : ", register " + std::to_string(sampler.registerIndex)));
+                             : ", register " + std::to_string(sampler.registerIndex)) +
+                        mips[static_cast<std::size_t>(sampler.mip)]);
     }
     for (const CompiledEffect::Parameter& parameter : effect.parameters) {
         addParameter(lines, parameter);

@@ -6,6 +6,7 @@
 #include "host/effects/TextureSources.h"
 #include "tests/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace Qx::Host {
@@ -188,6 +189,84 @@ TEST(Supplies, RandomNumbersChangeWithTheFrameAndStayInTheirRange)
     }
 }
 
+TEST(Supplies, DatesGoOnWithTheClip)
+{
+    Parameter date = parameter("d", "", 4);
+    date.annotations = {{"string", "source", "date"}};
+    // 20781 days after 1970-01-01.
+    FrameFacts facts{.seconds = 2.5, .day = 20781, .secondsOfDay = 3600};
+    EXPECT_EQ(valuesOf(supplyOf(date), date, facts), (Floats{2026, 11, 24, 3602.5F}));
+    facts.secondsOfDay = 86399;
+    EXPECT_EQ(valuesOf(supplyOf(date), date, facts), (Floats{2026, 11, 25, 1.5F}));
+    const Parameter player = parameter("iDate", "", 4);
+    EXPECT_EQ(valuesOf(supplyOf(player), player, facts), (Floats{2026, 10, 25, 1.5F}));
+    facts = {.seconds = 86400, .day = 19782, .secondsOfDay = 0}; // 2024-02-29
+    const Parameter semantic = parameter("d", "DATE", 4);
+    EXPECT_EQ(valuesOf(supplyOf(semantic), semantic, facts), (Floats{2024, 3, 1, 0}));
+    EXPECT_EQ(supplyOf(parameter("iDate", "", 3)), Supply::None) << "a date is four numbers";
+}
+
+/// A parameter that goes back and forth.
+Parameter goingBackAndForth(const std::string& least, const std::string& most, const std::string& step,
+                            const std::string& smoothing)
+{
+    Parameter made = parameter("p", "", 2);
+    made.annotations = {{"string", "source", "pingpong"}, {"float", "min", least}, {"float", "max", most}};
+    if (!step.empty()) {
+        made.annotations.push_back({"float2", "step", step});
+    }
+    if (!smoothing.empty()) {
+        made.annotations.push_back({"float", "smoothing", smoothing});
+    }
+    return made;
+}
+
+TEST(Supplies, PingPongGoesBackAndForth)
+{
+    const auto at = [](const Parameter& parameter, double seconds) {
+        return valuesOf(supplyOf(parameter), parameter, {.seconds = seconds});
+    };
+    const Parameter plain = goingBackAndForth("2", "10", "4", "");
+    EXPECT_EQ(at(plain, 0), (Floats{2, 1}));
+    EXPECT_EQ(at(plain, 0.5), (Floats{4, 1}));
+    EXPECT_EQ(at(plain, 2), (Floats{10, -1}));
+    EXPECT_EQ(at(plain, 3), (Floats{6, -1}));
+    EXPECT_EQ(at(plain, 4.25), (Floats{3, 1}));
+    EXPECT_EQ(at(goingBackAndForth("2", "10", "{1,7}", ""), 0.5), (Floats{4, 1})) << "the mean of two steps";
+    EXPECT_EQ(at(goingBackAndForth("0", "1", "", ""), 10), (Floats{0.5F, 1})) << "a twentieth each second";
+    EXPECT_EQ(at(goingBackAndForth("3", "3", "1", ""), 7), (Floats{3, 1}));
+    EXPECT_EQ(at(goingBackAndForth("5", "1", "1", ""), 7), (Floats{5, 1})) << "an empty range";
+    Parameter one = goingBackAndForth("0", "1", "0.25", "");
+    one.columns = 1;
+    EXPECT_EQ(at(one, 1), Floats{0.25F});
+}
+
+TEST(Supplies, SmoothPingPongSlowsDownBeforeTheEnds)
+{
+    // The speed at a distance d from the end is 4 - max(0, 3 - d), at least 0.05; here in small steps of
+    // time.
+    const Parameter smooth = goingBackAndForth("0", "10", "4", "3");
+    double value = 0;
+    double direction = 1;
+    constexpr int steps = 2000;
+    for (int i = 0; i < 12 * steps; ++i) {
+        if (i % steps == 0) {
+            const Floats values = valuesOf(supplyOf(smooth), smooth, {.seconds = i / double(steps)});
+            EXPECT_NEAR(values[0], value, 0.01) << i / steps;
+            EXPECT_EQ(values[1], direction) << i / steps;
+        }
+        const double left = direction > 0 ? 10 - value : value;
+        value += direction * std::max(4 - std::max(0.0, 3 - left), 0.05) / steps;
+        if (value >= 10 || value <= 0) {
+            value = std::clamp(value, 0.0, 10.0);
+            direction = -direction;
+        }
+    }
+    // Smoothing beyond the step and the range: the end is reached at the slowest speed.
+    const Parameter slow = goingBackAndForth("0", "1", "2", "5");
+    EXPECT_EQ(valuesOf(supplyOf(slow), slow, {.seconds = 10}), (Floats{0.5F, 1}));
+}
+
 TEST(Supplies, WhatNobodyGivesIsNamed)
 {
     EXPECT_EQ(unansweredBy(parameter("w", "WorldViewProjection")), "semantic WorldViewProjection");
@@ -197,6 +276,8 @@ TEST(Supplies, WhatNobodyGivesIsNamed)
     EXPECT_EQ(unansweredBy(parameter("Script", "STANDARDSGLOBAL")), "");
     Parameter date = parameter("d", "", 4);
     date.annotations = {{"string", "source", "date"}};
+    EXPECT_EQ(unansweredBy(date), "");
+    date.columns = 2;
     EXPECT_EQ(unansweredBy(date), "source \"date\"");
     Parameter slider = parameter("gain", "AMOUNT");
     slider.annotations = {{"string", "UIName", "Gain"}};

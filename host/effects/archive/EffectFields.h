@@ -23,6 +23,11 @@ constexpr CompiledEffect::Filter lastOf(CompiledEffect::Filter)
     return CompiledEffect::Filter::Linear;
 }
 
+constexpr CompiledEffect::Mip lastOf(CompiledEffect::Mip)
+{
+    return CompiledEffect::Mip::Linear;
+}
+
 constexpr CompiledEffect::Address lastOf(CompiledEffect::Address)
 {
     return CompiledEffect::Address::Border;
@@ -49,7 +54,7 @@ void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Parameter>& paramet
 {
     visit(parameter.name, parameter.type, parameter.rows, parameter.columns, parameter.elements,
           parameter.offset, parameter.bytes, parameter.defaultValue, parameter.semantic,
-          parameter.semanticName, parameter.semanticTexture, parameter.annotations);
+          parameter.semanticName, parameter.semanticTexture, parameter.place, parameter.annotations);
 }
 
 template <class Visit>
@@ -57,14 +62,14 @@ void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Texture>& texture)
 {
     visit(texture.name, texture.semantic, texture.annotations, texture.targetSize.width,
           texture.targetSize.height, texture.targetSize.ratioX, texture.targetSize.ratioY,
-          texture.targetFormat);
+          texture.targetFormat, texture.levels);
 }
 
 template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Sampler>& sampler)
 {
     visit(sampler.name, sampler.texture, sampler.registerIndex, sampler.dimensions, sampler.filter,
-          sampler.addressU, sampler.addressV);
+          sampler.mip, sampler.addressU, sampler.addressV);
 }
 
 template <class Visit>
@@ -77,7 +82,7 @@ void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::PackedShader>& shad
 template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Pass>& pass)
 {
-    visit(pass.name, pass.spirv, pass.samplers, pass.packed, pass.target);
+    visit(pass.name, pass.spirv, pass.samplers, pass.packed, pass.target, pass.result);
 }
 
 template <class Visit>

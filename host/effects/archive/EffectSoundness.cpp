@@ -91,9 +91,21 @@ bool isSound(const CompiledEffect::Pass& pass, const CompiledEffect& effect)
             return sampler < effect.samplers.size() && effect.samplers[sampler].texture == pass.target;
         });
     return isSoundShader(pass.spirv, pass.samplers, effect) && !readsTarget &&
+           pass.result < CompiledEffect::Pass::results && (pass.result == 0 || hasTarget) &&
            (!hasTarget || (pass.target < effect.textures.size() && pass.packed.empty())) &&
            std::all_of(pass.packed.begin(), pass.packed.end(),
                        [&](const auto& shader) { return isSound(shader, effect); });
+}
+
+bool hasSoundLevels(const CompiledEffect::Texture& texture)
+{
+    return texture.levels > 0 && texture.levels <= CompiledEffect::Texture::mostLevels;
+}
+
+bool isSound(const CompiledEffect::Sampler& sampler, const CompiledEffect& effect)
+{
+    return sampler.texture < effect.textures.size() &&
+           (sampler.dimensions == 2 || (sampler.dimensions == 3 && sampler.mip == CompiledEffect::Mip::None));
 }
 
 bool hasRoomForTextures(const CompiledEffect& effect)
@@ -119,11 +131,9 @@ bool isSound(const CompiledEffect& effect)
            !effect.techniques.empty() &&
            std::all_of(effect.parameters.begin(), effect.parameters.end(),
                        [&](const auto& parameter) { return isSound(parameter, effect); }) &&
+           std::all_of(effect.textures.begin(), effect.textures.end(), hasSoundLevels) &&
            std::all_of(effect.samplers.begin(), effect.samplers.end(),
-                       [&](const auto& sampler) {
-                           return sampler.texture < effect.textures.size() &&
-                                  (sampler.dimensions == 2 || sampler.dimensions == 3);
-                       }) &&
+                       [&](const auto& sampler) { return isSound(sampler, effect); }) &&
            std::all_of(effect.techniques.begin(), effect.techniques.end(), soundPasses);
 }
 

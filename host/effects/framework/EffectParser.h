@@ -121,6 +121,7 @@ private:
     std::optional<std::uint32_t> knownElements(const Tokens& dimensions);
     Suffixes parseSuffixes();
     std::optional<Token> parseSemantic() { return parseSuffixes().semantic; }
+    static std::string registerOf(const Suffixes& suffixes);
     static std::uint32_t registerIndexOf(const Suffixes& suffixes, char letter);
     Annotations parseAnnotations();
     ConstantValue evaluateInitializer(Tokens tokens, const Token& name);

@@ -68,7 +68,10 @@ void EffectParser::parseSampler(std::optional<SamplerType> type, const Token& na
     EffectSyntax::Sampler sampler;
     sampler.type = type.value_or(SamplerType());
     sampler.onlyStates = !type;
-    sampler.filter = type ? CompiledEffect::Filter::Point : CompiledEffect::Filter::Linear; // their defaults
+    if (!type) { // its defaults are others
+        sampler.filter = CompiledEffect::Filter::Linear;
+        sampler.mip = CompiledEffect::Mip::Linear;
+    }
     sampler.name = name;
     claimName(name);
     if (reader_.peek().is("[")) {
@@ -312,6 +315,7 @@ std::string_view EffectParser::samplerOf(const Token& texture, const Token* stat
             return states->text;
         }
         sampler.filter = found->filter;
+        sampler.mip = found->mip;
         sampler.addressU = found->addressU;
         sampler.addressV = found->addressV;
         name = std::string(texture.text) + '_' + std::string(states->text);

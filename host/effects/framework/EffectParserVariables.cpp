@@ -136,6 +136,20 @@ void EffectParser::rememberConstant(const EffectSyntax::Type& type, const Token&
     }
 }
 
+/// "c4" of "register(c4)", "register(ps_2_0, c[4])" or "packoffset(c4.x)"; empty if the file gives none.
+std::string EffectParser::registerOf(const Suffixes& suffixes)
+{
+    std::string place;
+    for (const Token& token : suffixes.place) {
+        if (token.is(",")) {
+            place.clear(); // of the profile
+        } else if (token.kind == TokenKind::Identifier || token.kind == TokenKind::Number || token.is(".")) {
+            place += token.text;
+        }
+    }
+    return place;
+}
+
 void EffectParser::parseParameter(EffectSyntax::Type type, const Token& name)
 {
     EffectSyntax::Parameter parameter;
@@ -148,7 +162,9 @@ void EffectParser::parseParameter(EffectSyntax::Type type, const Token& name)
     parameter.type = type;
     const bool open = dimensions.size() == 2; // "[]"
     parameter.elements = dimensions.empty() || open ? 0 : elementsOf(dimensions, name);
-    parameter.semantic = parseSemantic();
+    const Suffixes suffixes = parseSuffixes();
+    parameter.semantic = suffixes.semantic;
+    parameter.place = registerOf(suffixes);
     parameter.annotations = parseAnnotations();
     const std::size_t each = type.numeric->components();
     if (reader_.accept("=")) {

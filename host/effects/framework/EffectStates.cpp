@@ -1,5 +1,6 @@
 #include "host/effects/framework/EffectStates.h"
 
+#include "host/core/AsciiCase.h"
 #include "host/core/Suggestion.h"
 
 #include <algorithm>
@@ -55,6 +56,25 @@ constexpr Names<Address, 10> otherAddresses{{{"Repeat", Address::Wrap},
                                              {"2", Address::Mirror},
                                              {"3", Address::Clamp},
                                              {"4", Address::Border}}};
+
+/// What a value of MipFilter, or one of Filter that says it too, is for the levels. Nothing for others.
+std::optional<CompiledEffect::Mip> mipIn(std::string_view value, bool ofMipFilter)
+{
+    using Mip = CompiledEffect::Mip;
+    const std::string name = asciiLower(value);
+    if (name.ends_with("mip_linear") || name.ends_with("mipmaplinear")) {
+        return Mip::Linear;
+    }
+    if (name.ends_with("mip_point") || name.ends_with("mipmapnearest")) {
+        return Mip::Point;
+    }
+    if (!ofMipFilter) {
+        return std::nullopt;
+    }
+    return name == "none" || name == "0"                                         ? Mip::None
+           : name == "point" || name == "nearest" || name == "1" || name.empty() ? Mip::Point
+                                                                                 : Mip::Linear;
+}
 
 template <typename Value, std::size_t Count, std::size_t OtherCount>
 Value look(const Names<Value, Count>& names, const Names<Value, OtherCount>& others, const Token& state,
@@ -282,12 +302,15 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value, Prob
     }
     if (equalIgnoringCase(state, "Filter")) {
         minFilter_ = magFilter_ = look(filters, otherFilters, name, value);
+        mip_ = mipIn(value[0].text, false);
     } else if (equalIgnoringCase(state, "MinFilter")) {
         minFilter_ = look(filters, otherFilters, name, value);
+        mip_ = mip_ ? mip_ : mipIn(value[0].text, false); // as CgFX says both
     } else if (equalIgnoringCase(state, "MagFilter")) {
         magFilter_ = look(filters, otherFilters, name, value);
     } else if (equalIgnoringCase(state, "MipFilter")) {
-        look(filters, otherFilters, name, value); // textures have one level, so any value will do
+        look(filters, otherFilters, name, value);
+        mip_ = mipIn(value[0].text, true);
     } else if (equalIgnoringCase(state, "AddressU") || equalIgnoringCase(state, "WrapS")) {
         addressU_ = look(addresses, otherAddresses, name, value);
     } else if (equalIgnoringCase(state, "AddressV") || equalIgnoringCase(state, "WrapT")) {
@@ -311,6 +334,7 @@ void SamplerStates::apply(EffectSyntax::Sampler& sampler, Problems& problems) co
                                             " has two filters; MagFilter is used for both"});
     }
     sampler.filter = magFilter_.value_or(minFilter_.value_or(sampler.filter));
+    sampler.mip = mip_.value_or(sampler.mip);
     sampler.addressU = addressU_.value_or(sampler.addressU);
     sampler.addressV = addressV_.value_or(sampler.addressV);
 }

@@ -32,6 +32,7 @@ public:
 private:
     std::optional<CompiledEffect::Filter> minFilter_;
     std::optional<CompiledEffect::Filter> magFilter_;
+    std::optional<CompiledEffect::Mip> mip_;
     std::optional<CompiledEffect::Address> addressU_;
     std::optional<CompiledEffect::Address> addressV_;
 };

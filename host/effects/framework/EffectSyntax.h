@@ -5,6 +5,7 @@
 #include "host/effects/framework/Lexer.h"
 #include "host/effects/framework/SamplerType.h"
 
+#include <array>
 #include <deque>
 #include <optional>
 #include <string>
@@ -89,6 +90,7 @@ struct EffectSyntax
         std::uint32_t elements = 0;
         std::optional<Token> semantic;
         std::vector<Annotation> annotations;
+        std::string place; ///< as CompiledEffect::Parameter::place
         std::optional<ConstantValue> defaultValue;
         Token structure;            ///< the variable that it is a member of; an End token if it is none
         Token member;               ///< its name there
@@ -120,6 +122,7 @@ struct EffectSyntax
         bool onlyStates = false; ///< a SamplerState that no texture is read with yet
         std::uint32_t registerIndex = CompiledEffect::Sampler::noRegister;
         CompiledEffect::Filter filter = CompiledEffect::Filter::Point;
+        CompiledEffect::Mip mip = CompiledEffect::Mip::None;
         CompiledEffect::Address addressU = CompiledEffect::Address::Clamp;
         CompiledEffect::Address addressV = CompiledEffect::Address::Clamp;
     };
@@ -140,6 +143,11 @@ struct EffectSyntax
         Shader shader; ///< of the pixels
         Shader vertex; ///< most passes have none
         std::vector<Annotation> annotations;
+
+        /// The textures that the shader's results COLOR0 to COLOR3 are drawn into. The first colour is drawn
+        /// in any case; of the others, callersTarget stands for those that are not.
+        std::array<std::uint32_t, CompiledEffect::Pass::results> targets = CompiledEffect::Pass::noTargets();
+        std::uint32_t result = 0; ///< as CompiledEffect::Pass::result
     };
 
     struct Technique

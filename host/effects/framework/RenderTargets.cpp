@@ -2,11 +2,10 @@
 
 #include "host/core/AsciiCase.h"
 #include "host/core/Suggestion.h"
+#include "host/effects/framework/AnnotationNumbers.h"
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <charconv>
 #include <cmath>
 #include <set>
 
@@ -25,36 +24,6 @@ const Annotation* annotationNamed(const std::vector<Annotation>& annotations, st
         return equalIgnoringCase(annotation.name.text, name);
     });
     return found == annotations.end() ? nullptr : &*found;
-}
-
-/// The numbers of "{ 0.5, 1.0 / 4 }", "float2(256, 128)" or "0.5".
-std::vector<double> numbersIn(std::string_view text)
-{
-    std::vector<double> numbers;
-    bool divides = false;
-    for (const char *at = text.data(), *const end = at + text.size(); at != end;) {
-        double value = 0;
-        if (std::isalpha(static_cast<unsigned char>(*at)) != 0) {
-            while (at != end && std::isalnum(static_cast<unsigned char>(*at)) != 0) {
-                ++at;
-            }
-            continue;
-        }
-        const auto [next, error] = std::from_chars(at, end, value);
-        if (error != std::errc()) {
-            divides = *at == '/' || (divides && *at == ' ');
-            ++at;
-            continue;
-        }
-        if (divides && !numbers.empty()) {
-            numbers.back() /= value;
-        } else {
-            numbers.push_back(value);
-        }
-        divides = false;
-        at = next;
-    }
-    return numbers;
 }
 
 /// The last number of too few.
@@ -174,9 +143,9 @@ std::vector<Command> commandsOf(std::string_view script)
 class TargetFinder
 {
 public:
-    TargetFinder(const EffectSyntax::Technique& syntax, const CompiledEffect& effect,
-                 CompiledEffect::Technique& technique, Problems& problems)
-        : syntax_(syntax), effect_(effect), technique_(technique), problems_(problems)
+    TargetFinder(EffectSyntax::Technique& syntax, const CompiledEffect& effect, const ResultsOf& resultsOf,
+                 Problems& problems)
+        : syntax_(syntax), effect_(effect), resultsOf_(resultsOf), problems_(problems)
     {
     }
 
@@ -191,19 +160,19 @@ public:
         while (next_ < syntax_.passes.size()) {
             runPass();
         }
+        syntax_.passes = std::move(drawn_);
     }
 
 private:
+    using Targets = decltype(EffectSyntax::Pass::targets);
+
     void runScript(const Annotation& script)
     {
         for (const Command& command : commandsOf(script.value)) {
-            if (command.name == "rendercolortarget" || command.name == "rendercolortarget0") {
-                target_ = command.value.empty() ? callersTarget : textureNamed(command.value, script);
-            } else if (command.name.starts_with("rendercolortarget") && !command.value.empty()) {
-                throw CompileError(script.at, "a pass draws into one texture; " + inQuotes(command.value) +
-                                                  " would be a second");
+            if (const std::optional<std::size_t> result = resultIn(command.name, "rendercolortarget")) {
+                setTarget(targets_, *result, command.value, script);
             } else if (command.name == "scriptexternal") {
-                target_ = callersTarget; // what was drawn by others is the picture
+                targets_ = CompiledEffect::Pass::noTargets(); // what was drawn by others is the picture
             } else if (command.name == "pass") {
                 startPass(command.value, script);
             } else if (command.name.starts_with("loop")) {
@@ -220,7 +189,7 @@ private:
     void warnOfUnknown(const Command& command, const Annotation& script)
     {
         // Those that are read above, and those that mean nothing for one rectangle over a new target.
-        static constexpr std::array<std::string_view, 14> words{"pass",
+        static constexpr std::array<std::string_view, 16> words{"pass",
                                                                 "draw",
                                                                 "clear",
                                                                 "clearsetcolor",
@@ -232,10 +201,11 @@ private:
                                                                 "rendercolortarget",
                                                                 "rendercolortarget0",
                                                                 "rendercolortarget1",
+                                                                "rendercolortarget2",
+                                                                "rendercolortarget3",
                                                                 "renderdepthstenciltarget",
                                                                 "renderport"};
-        const bool known = std::find(words.begin(), words.end(), command.name) != words.end() ||
-                           command.name.starts_with("rendercolortarget");
+        const bool known = std::find(words.begin(), words.end(), command.name) != words.end();
         if (!known) {
             problems_.warn({script.at, "the script has the unknown word " + inQuotes(command.name) +
                                            ", which is ignored" + didYouMean(command.name, words)});
@@ -254,13 +224,82 @@ private:
 
     void runPass()
     {
-        const EffectSyntax::Pass& pass = syntax_.passes[next_];
+        EffectSyntax::Pass& pass = syntax_.passes[next_];
+        named_.fill(nullptr);
         if (const Annotation* script = annotationNamed(pass.annotations, "Script")) {
             runScript(*script);
         }
-        const Annotation* target = annotationNamed(pass.annotations, "Target");
-        technique_.passes[next_].target = target != nullptr ? textureNamed(target->value, *target) : target_;
+        pass.targets = targets_;
+        for (const Annotation& annotation : pass.annotations) {
+            if (const auto result = resultIn(asciiLower(annotation.name.text), "target")) {
+                setTarget(pass.targets, *result, annotation.value, annotation);
+            }
+        }
         ++next_;
+        addResults(std::move(pass));
+    }
+
+    /// The N of "targetN", 0 of "target".
+    static std::optional<std::size_t> resultIn(std::string_view name, std::string_view word)
+    {
+        if (!name.starts_with(word)) {
+            return std::nullopt;
+        }
+        const std::string_view digit = name.substr(word.size());
+        const bool isDigit = digit.size() == 1 && digit[0] >= '0' && digit[0] <= '9';
+        return digit.empty() ? std::optional<std::size_t>(0)
+               : isDigit     ? std::optional(static_cast<std::size_t>(digit[0] - '0'))
+                             : std::nullopt;
+    }
+
+    void setTarget(Targets& targets, std::size_t result, const std::string& texture, const Annotation& by)
+    {
+        if (result < targets.size()) {
+            targets.at(result) = texture.empty() ? callersTarget : textureNamed(texture, by);
+            named_.at(result) = &by;
+        } else if (!texture.empty()) {
+            throw CompileError(by.at, "a pass draws into four textures at most, those of COLOR0 to COLOR3; " +
+                                          inQuotes(texture) + " would be that of COLOR" +
+                                          std::to_string(result));
+        }
+    }
+
+    /// Each result that has a target is drawn by a pass of its own. A script's target that stays from an
+    /// earlier pass is none of a shader that has no such result.
+    void addResults(EffectSyntax::Pass pass)
+    {
+        const Targets named = pass.targets;
+        const bool several = std::any_of(named.begin() + 1, named.end(),
+                                         [](std::uint32_t target) { return target != callersTarget; });
+        const std::optional<std::set<std::size_t>> results =
+            several ? resultsOf_(pass) : std::optional<std::set<std::size_t>>();
+        for (std::size_t i = 1; i < named.size(); ++i) {
+            if (named.at(i) == callersTarget || (results && results->count(i) != 0)) {
+                continue;
+            }
+            pass.targets.at(i) = callersTarget;
+            if (results && named_.at(i) != nullptr) {
+                problems_.warn({named_.at(i)->at, "nothing is drawn into " +
+                                                      inQuotes(effect_.textures[named.at(i)].name) + ": " +
+                                                      inQuotes(pass.shader.entry.text) +
+                                                      " has no result COLOR" + std::to_string(i)});
+            }
+        }
+        const Targets& drawn = pass.targets;
+        for (std::size_t i = 1; i < drawn.size(); ++i) {
+            const auto end = drawn.begin() + static_cast<std::ptrdiff_t>(i);
+            if (drawn.at(i) != callersTarget && std::find(drawn.begin(), end, drawn.at(i)) != end) {
+                throw CompileError(pass.keyword.at, "the pass draws two results into the texture " +
+                                                        inQuotes(effect_.textures[drawn.at(i)].name));
+            }
+        }
+        for (std::size_t i = drawn.size() - 1; i > 0; --i) {
+            if (drawn.at(i) != callersTarget) {
+                drawn_.push_back(pass);
+                drawn_.back().result = static_cast<std::uint32_t>(i);
+            }
+        }
+        drawn_.push_back(std::move(pass));
     }
 
     std::uint32_t textureNamed(std::string_view name, const Annotation& annotation) const
@@ -276,28 +315,62 @@ private:
                                               didYouMean(name, known));
     }
 
-    const EffectSyntax::Technique& syntax_;
+    EffectSyntax::Technique& syntax_;
     const CompiledEffect& effect_;
-    CompiledEffect::Technique& technique_;
+    const ResultsOf& resultsOf_;
     Problems& problems_;
     std::size_t next_ = 0; ///< the pass whose turn it is
-    std::uint32_t target_ = callersTarget;
+    Targets targets_ = CompiledEffect::Pass::noTargets();
+    std::array<const Annotation*, CompiledEffect::Pass::results> named_{}; ///< by the pass itself
+    std::vector<EffectSyntax::Pass> drawn_;
 };
+
+/// Whether both are of one size, whatever the size of the caller's target is.
+bool sameSize(const TargetSize& a, const TargetSize& b)
+{
+    const auto sameSide = [](std::uint32_t texelsA, std::uint32_t texelsB, std::uint32_t ratioA,
+                             std::uint32_t ratioB) {
+        return texelsA == texelsB && (texelsA != 0 || ratioA == ratioB);
+    };
+    return sameSide(a.width, b.width, a.ratioX, b.ratioX) && sameSide(a.height, b.height, a.ratioY, b.ratioY);
+}
+
+void checkSizes(const EffectSyntax::Technique& technique, const CompiledEffect& effect, Problems& problems)
+{
+    for (const EffectSyntax::Pass& pass : technique.passes) {
+        const std::uint32_t first = pass.targets[0];
+        const std::uint32_t other = pass.targets.at(pass.result);
+        const TargetSize size = first == callersTarget ? TargetSize() : effect.textures[first].targetSize;
+        if (pass.result != 0 && !sameSize(size, effect.textures[other].targetSize)) {
+            problems.fail({pass.keyword.at,
+                           "the pass draws into " + inQuotes(effect.textures[other].name) + " and into " +
+                               (first == callersTarget ? "the caller's target"
+                                                       : inQuotes(effect.textures[first].name)) +
+                               ", which differ in size; give " +
+                               (first == callersTarget ? "the texture that size: ViewportRatio = { 1, 1 }"
+                                                       : "both the same ViewportRatio or Dimensions")},
+                          {technique.name.text, pass.name.text});
+        }
+    }
+}
 
 } // namespace
 
-void resolveTargets(const EffectSyntax& syntax, CompiledEffect& effect, Problems& problems)
+void resolveTargets(EffectSyntax& syntax, CompiledEffect& effect, const ResultsOf& resultsOf,
+                    Problems& problems)
 {
     std::set<std::uint32_t> drawn;
-    for (std::size_t t = 0; t < effect.techniques.size(); ++t) {
-        const Problems::Context at{syntax.techniques[t].name.text, {}};
+    for (EffectSyntax::Technique& technique : syntax.techniques) {
+        const Problems::Context at{technique.name.text, {}};
+        const std::vector<EffectSyntax::Pass> asWritten = technique.passes;
         try {
-            TargetFinder(syntax.techniques[t], effect, effect.techniques[t], problems).run();
+            TargetFinder(technique, effect, resultsOf, problems).run();
         } catch (const CompileError& error) {
+            technique.passes = asWritten;
             problems.fail(error, at);
         }
-        for (const CompiledEffect::Pass& pass : effect.techniques[t].passes) {
-            drawn.insert(pass.target);
+        for (const EffectSyntax::Pass& pass : technique.passes) {
+            drawn.insert(pass.targets.at(pass.result));
         }
     }
     drawn.erase(callersTarget);
@@ -310,6 +383,9 @@ void resolveTargets(const EffectSyntax& syntax, CompiledEffect& effect, Problems
             problems.fail(error);
         }
     }
+    for (const EffectSyntax::Technique& technique : syntax.techniques) {
+        checkSizes(technique, effect, problems);
+    }
 }
 
 void checkTargets(const EffectSyntax& syntax, const CompiledEffect& effect, Problems& problems)
@@ -321,27 +397,39 @@ void checkTargets(const EffectSyntax& syntax, const CompiledEffect& effect, Prob
             later.insert(pass.target);
         }
         const std::set<std::uint32_t> drawn = later;
+        std::set<std::uint32_t> read; // samplers, by any result of the pass
         for (std::size_t p = 0; p < passes.size(); ++p) {
             const EffectSyntax::Pass& syntaxPass = syntax.techniques[t].passes[p];
             const Problems::Context at{syntax.techniques[t].name.text, syntaxPass.name.text};
-            for (const std::uint32_t sampler : passes[p].samplers) {
+            read.insert(passes[p].samplers.begin(), passes[p].samplers.end());
+            if (syntaxPass.result != 0) {
+                continue;
+            }
+            const auto draws = [&targets = syntaxPass.targets](std::uint32_t texture) {
+                return std::find(targets.begin(), targets.end(), texture) != targets.end();
+            };
+            const bool isLast = p + 1 == passes.size(); // which draws into none
+            for (const std::uint32_t sampler : read) {
                 const std::uint32_t texture = effect.samplers[sampler].texture;
                 const std::string name = inQuotes(effect.textures[texture].name);
                 if (effect.samplers[sampler].dimensions == 3 && drawn.count(texture) != 0) {
                     problems.fail({syntaxPass.keyword.at, "the pass reads the texture " + name +
                                                               " as a volume, and a pass draws it"},
                                   at);
-                } else if (texture == passes[p].target && p + 1 < passes.size()) { // the last draws into none
+                } else if (draws(texture) && !(isLast && texture == passes[p].target)) {
                     problems.fail({syntaxPass.keyword.at, "the pass reads the texture " + name +
                                                               " that it draws into; draw into another"},
                                   at);
-                } else if (texture != passes[p].target && later.count(texture) != 0) {
+                } else if (!draws(texture) && later.count(texture) != 0) {
                     problems.fail({syntaxPass.keyword.at,
                                    "the pass reads the texture " + name + " before a pass has drawn it"},
                                   at);
                 }
             }
-            later.erase(passes[p].target);
+            for (const std::uint32_t target : syntaxPass.targets) {
+                later.erase(target);
+            }
+            read.clear();
         }
         if (!passes.empty() && passes.back().target != callersTarget) {
             problems.fail({syntax.techniques[t].passes.back().keyword.at,

@@ -19,7 +19,7 @@ constexpr std::array<Method, 5> methods{
     {{"Sample", {"tex2D", "tex1D", "tex3D", "texCUBE"}, 2},
      {"SampleGrad", {"tex2Dgrad", "tex1Dgrad", "tex3Dgrad", "texCUBEgrad"}, 4},
      {"SampleLevel", {"qxfx_level2D", "qxfx_level1D", "qxfx_level3D", "qxfx_levelCUBE"}, 3},
-     {"SampleBias", {"qxfx_level2D", "qxfx_level1D", "qxfx_level3D", "qxfx_levelCUBE"}, 3},
+     {"SampleBias", {"qxfx_lbias2D", "qxfx_level1D", "qxfx_level3D", "qxfx_levelCUBE"}, 3},
      {"Load", {"qxfx_load2D", "", "qxfx_load3D", ""}, 1}}};
 
 const Method* methodNamed(std::string_view name)

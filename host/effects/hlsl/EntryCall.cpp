@@ -46,19 +46,18 @@ EntryCall::EntryCall(const EffectSyntax& syntax, const EffectSyntax::Piece& entr
 {
     addReturned();
     addParameters();
-    chooseColour();
+    chooseColour(pass);
 }
 
 void EntryCall::addResult(const EffectSyntax::Type& type, const Token& name,
                           std::optional<std::uint32_t> /*elements*/, const std::optional<Token>& semantic,
                           const std::string& expression)
 {
-    constexpr std::size_t targets = 4;
     const IndexedSemantic meaning(semantic ? semantic->text : std::string_view());
     const bool codes = meaning.is("COLORCODE");
     const bool colour = meaning.is("COLOR") || meaning.is("SV_Target") || (codes && meaning.index == 0);
     const bool depth = meaning.is("DEPTH") || meaning.is("SV_Depth");
-    if ((!colour && !depth) || meaning.index >= targets) {
+    if ((!colour && !depth) || meaning.index >= CompiledEffect::Pass::results) {
         throw CompileError(semantic ? semantic->at : name.at,
                            "the result " + inQuotes(name.text) + " of a pixel shader has the semantic COLOR" +
                                (semantic ? ", not " + inQuotes(semantic->text) : std::string()));
@@ -78,16 +77,31 @@ void EntryCall::addResult(const EffectSyntax::Type& type, const Token& name,
     }
 }
 
-/// The first is drawn.
-void EntryCall::chooseColour()
+/// The first is drawn, and so are those that have a target. What is dropped is said of the pass of the first.
+void EntryCall::chooseColour(const EffectSyntax::Pass& pass)
 {
     if (colours_.empty()) {
         throw CompileError(entry().name.at, inQuotes(entry().name.text) +
                                                 " has no result; a pixel shader returns float4 : COLOR");
     }
+    drawn_ = pass.result == 0 ? colours_.begin() : colours_.find(pass.result);
     for (auto other = std::next(colours_.begin()); other != colours_.end(); ++other) {
-        dropped_.push_back(other->second.name);
+        if (pass.targets.at(other->first) == CompiledEffect::Pass::callersTarget) {
+            dropped_.push_back(other->second.name);
+        }
     }
+    if (pass.result != 0) {
+        dropped_.clear();
+    }
+}
+
+std::set<std::size_t> EntryCall::results() const
+{
+    std::set<std::size_t> numbers;
+    for (const auto& [number, colour] : colours_) {
+        numbers.insert(number);
+    }
+    return numbers;
 }
 
 std::vector<CompileError> EntryCall::warnings() const
@@ -174,7 +188,7 @@ void EntryCall::write(const std::vector<std::string>& first, const WriteLine& wr
         writeLine(line);
     }
     writeCall(writeLine, writeTokens);
-    writeLine("return " + colours_.begin()->second.expression + "; }");
+    writeLine("return " + drawn_->second.expression + "; }");
 }
 
 } // namespace Qx::Host::Effects

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,10 @@ public:
                const WriteTokens& writeTokens) const;
 
     /// Whether the result is the codes of a colour instead of a colour.
-    bool givesCodes() const { return colours_.begin()->second.codes; }
+    bool givesCodes() const { return drawn_->second.codes; }
+
+    /// The numbers of the colours.
+    std::set<std::size_t> results() const;
 
     /// For each output of the vertex shader, whether the entry function takes it.
     const std::vector<bool>& takenOutputs() const { return taken_; }
@@ -50,12 +54,13 @@ private:
     void addResult(const EffectSyntax::Type& type, const Token& name, std::optional<std::uint32_t> elements,
                    const std::optional<Token>& semantic, const std::string& expression) override;
     void refuseInOut(const EffectSyntax::FunctionParameter& parameter) const override;
-    void chooseColour();
+    void chooseColour(const EffectSyntax::Pass& pass);
 
     const VertexCall* const vertex_;
     std::vector<bool> taken_;
-    std::map<std::size_t, Colour> colours_; ///< by the number of their target
-    Tokens dropped_;                        ///< names of results that are not drawn
+    std::map<std::size_t, Colour> colours_;                 ///< by the number of their target
+    std::map<std::size_t, Colour>::const_iterator drawn_{}; ///< the pass's own
+    Tokens dropped_;                                        ///< names of results that are not drawn
 };
 
 } // namespace Qx::Host::Effects

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -186,6 +187,7 @@ void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effe
     parameter.rows = type.rows;
     parameter.columns = type.columns;
     parameter.elements = syntax.elements;
+    parameter.place = syntax.place;
     parameter.annotations = plainAnnotations(syntax.annotations);
     tolerate(problems, [&] { resolveSemantic(syntax, effect, parameter, problems); });
     const ParameterPlacement placement = placementOf(parameter);
@@ -207,6 +209,53 @@ void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effe
     effect.parameters.push_back(std::move(parameter));
 }
 
+/// What the annotations say of the texture's levels: 1 without one, all of them for 0.
+std::uint32_t levelsOf(const EffectSyntax::Texture& texture, Problems& problems)
+{
+    constexpr std::array<std::string_view, 3> names{"Levels", "MipLevels", "MipMapLevels"};
+    for (const EffectSyntax::Annotation& annotation : texture.annotations) {
+        const bool isOfLevels = std::any_of(names.begin(), names.end(), [&](std::string_view name) {
+            return equalIgnoringCase(annotation.name.text, name);
+        });
+        if (!isOfLevels) {
+            continue;
+        }
+        std::uint32_t levels = 0;
+        if (annotation.value == "-1") { // D3DX_DEFAULT
+            return CompiledEffect::Texture::mostLevels;
+        }
+        const char* const end = annotation.value.data() + annotation.value.size();
+        const auto read = std::from_chars(annotation.value.data(), end, levels);
+        if (read.ec != std::errc() || read.ptr != end || levels > CompiledEffect::Texture::mostLevels) {
+            problems.fail({annotation.at, "annotation " + inQuotes(annotation.name.text) +
+                                              " has a number of levels, from 1 to " +
+                                              std::to_string(CompiledEffect::Texture::mostLevels) +
+                                              ", or 0 for all of them; found " + annotation.value});
+            return 1;
+        }
+        return levels == 0 ? CompiledEffect::Texture::mostLevels : levels;
+    }
+    return 1;
+}
+
+/// Levels are for textures that have several and are read by a sampler that reads them.
+void matchLevels(CompiledEffect& effect)
+{
+    std::vector<bool> read(effect.textures.size());
+    if (read.empty()) {
+        return; // every sampler of an effect without a mistake has a texture
+    }
+    for (CompiledEffect::Sampler& sampler : effect.samplers) {
+        if (sampler.dimensions != 2 || effect.textures[sampler.texture].levels == 1) {
+            sampler.mip = CompiledEffect::Mip::None;
+        }
+        read[sampler.texture] = read[sampler.texture] || sampler.mip != CompiledEffect::Mip::None;
+    }
+    for (std::size_t i = 0; i < read.size(); ++i) {
+        effect.textures[i].levels = read[i] ? effect.textures[i].levels : 1;
+    }
+}
+
 void resolveSampler(const EffectSyntax::Sampler& syntax, CompiledEffect& effect, Problems& problems)
 {
     CompiledEffect::Sampler sampler;
@@ -216,6 +265,7 @@ void resolveSampler(const EffectSyntax::Sampler& syntax, CompiledEffect& effect,
     sampler.dimensions = syntax.type.dimensions;
     sampler.registerIndex = syntax.registerIndex;
     sampler.filter = syntax.filter;
+    sampler.mip = syntax.mip;
     sampler.addressU = syntax.addressU;
     sampler.addressV = syntax.addressV;
     effect.samplers.push_back(std::move(sampler));
@@ -252,10 +302,12 @@ void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Proble
         made.name = texture.name.text;
         made.semantic = texture.semantic ? texture.semantic->text : "";
         made.annotations = plainAnnotations(texture.annotations);
+        made.levels = levelsOf(texture, problems);
     }
     for (const EffectSyntax::Sampler& sampler : syntax.samplers) {
         resolveSampler(sampler, effect, problems);
     }
+    matchLevels(effect);
     effect.uniformBytes = sizeof(CompiledEffect::SystemUniforms);
     for (const EffectSyntax::Parameter& parameter : syntax.parameters) {
         layOutParameter(parameter, effect, problems);

@@ -6,9 +6,9 @@ namespace Qx::Host::Effects {
 
 // The HLSL that the compiler adds to the text of a pass.
 
-// Textures have one level, so every sampling reads level 0. It is explicit, since that stays defined in
-// branches, where there are no derivatives. The HLSL front end's own fmod takes the sign of the divisor, as
-// GLSL's mod does; HLSL's has the sign of the dividend.
+// Without levels every sampling reads level 0. It is explicit, since that stays defined in branches, where
+// there are no derivatives. The HLSL front end's own fmod takes the sign of the divisor, as GLSL's mod does;
+// HLSL's has the sign of the dividend.
 inline constexpr std::string_view prelude = R"(
 [[vk::constant_id(0)]] const bool qxfx_rotate = false;
 float4 qxfx_tex2D(sampler2D s, float2 at) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
@@ -24,6 +24,31 @@ float4 qxfx_fmod(float4 x, float4 y) { return x - y * trunc(x / y); }
 float4 qxfx_tex2Dfetch(sampler2D s, int2 texel) { return tex2Dlod(s, float4(float2(texel), 0.0, 0.0)); }
 float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(float3(texel), 0.0)); }
 float4 qxfx_tex2Dcodes(sampler2D s, float4 of, int2 texel) { return floor(qxfx_tex2Dfetch(s, texel) * of.y + 0.5); }
+)";
+
+// Those of passes that read levels. Each sampler is followed by the size of its texture and its
+// CompiledEffect::Mip. Levels are chosen and mixed here, each read by its own number, because devices differ
+// in how they do it.
+inline constexpr std::string_view levelReaders = R"(
+float4 qxfx_atLevel(sampler2D s, float4 of, float2 at, float level) {
+float most = clamp(level, 0.0, 16.0);
+if (of.z < 0.5) return tex2Dlod(s, float4(at, 0.0, 0.0));
+if (of.z < 1.5) return tex2Dlod(s, float4(at, 0.0, floor(most + 0.5)));
+float whole = floor(most);
+float4 larger = tex2Dlod(s, float4(at, 0.0, whole));
+return larger + (tex2Dlod(s, float4(at, 0.0, whole + 1.0)) - larger) * (most - whole); }
+float qxfx_levelFor(float4 of, float2 dx, float2 dy) {
+dx *= of.xy;
+dy *= of.xy;
+return 0.5 * log2(max(max(dot(dx, dx), dot(dy, dy)), 1e-20)); }
+float4 qxfx_tex2D(sampler2D s, float4 of, float2 at, float2 dx, float2 dy) { return qxfx_atLevel(s, of, at, qxfx_levelFor(of, dx, dy)); }
+float4 qxfx_tex2D(sampler2D s, float4 of, float2 at) { return qxfx_tex2D(s, of, at, ddx(at), ddy(at)); }
+float4 qxfx_tex2Dlod(sampler2D s, float4 of, float4 at) { return qxfx_atLevel(s, of, at.xy, at.w); }
+float4 qxfx_tex2Dbias(sampler2D s, float4 of, float4 at) { return qxfx_atLevel(s, of, at.xy, qxfx_levelFor(of, ddx(at.xy), ddy(at.xy)) + at.w); }
+float4 qxfx_tex2Dgrad(sampler2D s, float4 of, float2 at, float2 dx, float2 dy) { return qxfx_tex2D(s, of, at, dx, dy); }
+float4 qxfx_tex2Dproj(sampler2D s, float4 of, float4 at) { return qxfx_tex2D(s, of, at.xy / at.w); }
+float4 qxfx_level2D(sampler2D s, float4 of, float2 at, float level) { return qxfx_atLevel(s, of, at, level); }
+float4 qxfx_lbias2D(sampler2D s, float4 of, float2 at, float bias) { return qxfx_tex2Dbias(s, of, float4(at, 0.0, bias)); }
 )";
 
 // A line is the middle row of a picture.
@@ -63,6 +88,7 @@ float4 qxfx_texCUBEproj(sampler2D s, float4 to) { return qxfx_texCUBE(s, to.xyz 
 // The methods of Direct3D 10's textures that no function of Direct3D 9 does.
 inline constexpr std::string_view methodReaders2D = R"(
 float4 qxfx_level2D(sampler2D s, float2 at, float level) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+float4 qxfx_lbias2D(sampler2D s, float2 at, float bias) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
 float4 qxfx_load2D(sampler2D s, int3 texel) { return qxfx_tex2Dfetch(s, texel.xy); }
 )";
 inline constexpr std::string_view methodReaders1D = R"(

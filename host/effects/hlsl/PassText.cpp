@@ -20,13 +20,32 @@ using Depths = CompiledEffect::PackedShader::Depths;
 constexpr std::size_t mostVertexTokens = CallGraph::mostInlinedTokens / 8; // it is called up to seven times
 constexpr std::size_t mostPackedTokens = CallGraph::mostInlinedTokens / 4; // it is called up to four times
 
+/// The samplers among the parameters of a function, whose text has its body from `bodyBegin` on.
+struct SamplerParameters
+{
+    std::unordered_set<std::string_view> names;
+    std::size_t bodyBegin = 0;
+};
+
+SamplerParameters samplerParametersOf(const EffectSyntax::Piece& piece)
+{
+    SamplerParameters parameters{{}, piece.function.hasBody ? piece.bodyBegin : piece.text.size()};
+    for (const EffectSyntax::FunctionParameter& parameter : piece.function.parameters) {
+        if (parameter.type.sampler && parameter.type.sampler->dimensions == 2) {
+            parameters.names.insert(parameter.name.text);
+        }
+    }
+    return parameters;
+}
+
 /// How the text of one pass refers to the effect's samplers.
 class SamplerNames
 {
 public:
-    /// `buffers` marks the samplers that are declared as buffers instead.
-    SamplerNames(const CompiledEffect& effect, std::vector<bool> buffers)
-        : effect_(effect), buffers_(std::move(buffers))
+    /// `buffers` marks the samplers that are declared as buffers instead. In a pass that reads levels every
+    /// sampler of a picture is followed by what levelReaders take.
+    SamplerNames(const CompiledEffect& effect, std::vector<bool> buffers, bool readsLevels)
+        : effect_(effect), buffers_(std::move(buffers)), readsLevels_(readsLevels)
     {
         for (std::size_t i = 0; i < effect.samplers.size(); ++i) {
             indices_[effect.samplers[i].name] = i;
@@ -34,14 +53,30 @@ public:
     }
 
     bool isBuffer(std::size_t sampler) const { return buffers_[sampler]; }
+    bool readsLevels() const { return readsLevels_; }
 
-    /// The text for the token at `at`. A sampler that is read by the number of a texel is followed by its
-    /// entry in qxfx_textures, if the function takes that.
-    std::string spelling(const std::vector<Token>& tokens, std::size_t at) const
+    /// The text for the token at `at` of a function's text or, without `parameters`, of another. A sampler
+    /// that is read by the number of a texel is followed by its entry in qxfx_textures, if the function takes
+    /// that.
+    std::string spelling(const std::vector<Token>& tokens, std::size_t at,
+                         const SamplerParameters* parameters) const
     {
         std::string name(hlslName(tokens[at].text));
         const bool codes = isReadBy("tex2Dcodes", tokens, at);
         const auto found = indices_.find(tokens[at].text);
+        const bool isParameter =
+            readsLevels_ && parameters != nullptr && parameters->names.count(tokens[at].text) != 0;
+        if (isParameter && at < parameters->bodyBegin) {
+            return name + ", float4 qxfx_of_" + name;
+        }
+        if (readsLevels_ && takesLevels(tokens, at)) {
+            if (isParameter) {
+                return name + ", qxfx_of_" + name;
+            }
+            if (found != indices_.end() && effect_.samplers[found->second].dimensions == 2) {
+                return name + ", " + levelsOf(effect_.samplers[found->second]);
+            }
+        }
         if (found != indices_.end() &&
             (codes || (buffers_[found->second] && isReadBy("tex2Dfetch", tokens, at)))) {
             name += ", qxfx_textures[" + std::to_string(effect_.samplers[found->second].texture) + ']';
@@ -60,8 +95,33 @@ public:
     }
 
 private:
+    /// Whether the token, if it is a sampler, is given to a function of levelReaders or of the effect.
+    static bool takesLevels(const std::vector<Token>& tokens, std::size_t at)
+    {
+        static constexpr std::array<std::string_view, 7> readers{
+            "tex2D", "tex2Dlod", "tex2Dbias", "tex2Dgrad", "tex2Dproj", "qxfx_level2D", "qxfx_lbias2D"};
+        const bool begins = at == 0 || tokens[at - 1].is("(") || tokens[at - 1].is(",");
+        const bool ends = at + 1 == tokens.size() || tokens[at + 1].is(")") || tokens[at + 1].is(",");
+        if (!begins || !ends) {
+            return false; // no argument
+        }
+        if (at < 2 || !tokens[at - 1].is("(")) {
+            return true;
+        }
+        const std::string_view function = tokens[at - 2].text;
+        const bool reads = function.starts_with("qxfx_l") || hlslName(function).starts_with("qxfx_tex");
+        return !reads || std::find(readers.begin(), readers.end(), function) != readers.end();
+    }
+
+    static std::string levelsOf(const CompiledEffect::Sampler& sampler)
+    {
+        return "float4(qxfx_textures[" + std::to_string(sampler.texture) + "].zw, " +
+               std::to_string(static_cast<int>(sampler.mip)) + ".0, 0.0)";
+    }
+
     const CompiledEffect& effect_;
     const std::vector<bool> buffers_;
+    const bool readsLevels_;
     std::unordered_map<std::string_view, std::size_t> indices_;
 };
 
@@ -86,19 +146,19 @@ public:
         }
     }
 
-    void add(const std::vector<Token>& tokens)
+    void add(const std::vector<Token>& tokens, const SamplerParameters* parameters = nullptr)
     {
         for (std::size_t i = 0; i < tokens.size(); ++i) {
             const Token& token = tokens[i];
-            token.kind == TokenKind::Identifier ? add(samplers_.spelling(tokens, i), token.at)
+            token.kind == TokenKind::Identifier ? add(samplers_.spelling(tokens, i, parameters), token.at)
                                                 : add(token.text, token.at);
         }
     }
 
-    void addPiece(std::size_t index, const std::vector<Token>& tokens)
+    void addPiece(std::size_t index, const std::vector<Token>& tokens, const SamplerParameters& parameters)
     {
         beginPiece(index);
-        add(tokens);
+        add(tokens, &parameters);
     }
 
     void beginPiece(std::size_t index) { text_.pieces.emplace_back(text_.lines.size() + 1, index); }
@@ -194,6 +254,14 @@ std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
     return result;
 }
 
+/// Whether a pass that reaches those names reads levels of a texture.
+bool readsLevels(const std::unordered_set<std::string_view>& names, const CompiledEffect& effect)
+{
+    return std::any_of(effect.samplers.begin(), effect.samplers.end(), [&](const auto& sampler) {
+        return sampler.mip != CompiledEffect::Mip::None && names.count(sampler.name) != 0;
+    });
+}
+
 /// Whether a parameter is the size of a picture or a texel.
 bool isSize(const CompiledEffect::Parameter& parameter)
 {
@@ -229,8 +297,10 @@ public:
           pass_(pass),
           packed_(packed),
           names_(calls.namesReachedBy(pass)),
-          samplers_(effect, packed ? readByNumberOnly(pass, names_, syntax, effect)
-                                   : std::vector<bool>(effect.samplers.size())),
+          samplers_(effect,
+                    packed ? readByNumberOnly(pass, names_, syntax, effect)
+                           : std::vector<bool>(effect.samplers.size()),
+                    readsLevels(names_, effect)),
           output_(samplers_)
     {
         if (pass.vertex) {
@@ -241,7 +311,7 @@ public:
     /// `form` is that of the pass's vertex shader, if it has one.
     PassText run(const VertexForm& form, const std::set<std::size_t>& withoutBody)
     {
-        const EntryCall call(syntax_, calls_.entryOf(pass_.shader), pass_, vertex_ ? &*vertex_ : nullptr);
+        const EntryCall call = entryCall();
         addPrelude(call.givesCodes());
         addPieces(withoutBody);
         if (vertex_) {
@@ -265,6 +335,11 @@ public:
         text.missing.insert(text.missing.end(), call.missing().begin(), call.missing().end());
         text.warnings = call.warnings();
         return text;
+    }
+
+    EntryCall entryCall() const
+    {
+        return {syntax_, calls_.entryOf(pass_.shader), pass_, vertex_ ? &*vertex_ : nullptr};
     }
 
     /// A text whose outputs are the vertex shader's.
@@ -297,6 +372,9 @@ private:
     void addPrelude(bool codes)
     {
         addLines(prelude);
+        if (samplers_.readsLevels()) {
+            addLines(levelReaders);
+        }
         if (packed_) {
             addPackedPrelude(codes);
         }
@@ -437,7 +515,8 @@ private:
         for (std::size_t i = 0; i < syntax_.pieces.size(); ++i) {
             const EffectSyntax::Piece& piece = syntax_.pieces[i];
             if (isUsed(piece.name.text)) {
-                output_.addPiece(i, withoutBody.count(i) == 0 ? piece.text : declarationOf(piece));
+                output_.addPiece(i, withoutBody.count(i) == 0 ? piece.text : declarationOf(piece),
+                                 samplerParametersOf(piece));
             }
         }
         output_.beginPiece(syntax_.pieces.size());
@@ -497,7 +576,7 @@ bool PassWriter::canBePacked(const EffectSyntax::Pass& pass) const
         std::any_of(syntax_.pieces.begin(), syntax_.pieces.end(), [&](const EffectSyntax::Piece& piece) {
             return names.count(piece.name.text) != 0 && hasVariableStatic(piece.text);
         });
-    return !remembers && calls_.inlinedTokens(pass) <= mostPackedTokens;
+    return !remembers && !readsLevels(names, effect_) && calls_.inlinedTokens(pass) <= mostPackedTokens;
 }
 
 std::unordered_set<std::string_view> PassWriter::namesOfVertices() const
@@ -541,6 +620,11 @@ VertexForm PassWriter::formOf(const EffectSyntax::Pass& pass) const
 PassText PassWriter::write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody) const
 {
     return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).run(formOf(pass), withoutBody);
+}
+
+std::set<std::size_t> PassWriter::resultsOf(const EffectSyntax::Pass& pass) const
+{
+    return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).entryCall().results();
 }
 
 PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths) const

@@ -52,6 +52,9 @@ public:
     /// others.
     PassText write(const EffectSyntax::Pass& pass, const std::set<std::size_t>& withoutBody = {}) const;
 
+    /// The numbers N of the results COLORN of the pass's shader. Throws as write() does.
+    std::set<std::size_t> resultsOf(const EffectSyntax::Pass& pass) const;
+
     /// The text of the PackedShader for these depths, of a pass for which write() succeeded.
     PassText writePacked(const EffectSyntax::Pass& pass, CompiledEffect::PackedShader::Depths depths) const;
 

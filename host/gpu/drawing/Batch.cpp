@@ -20,6 +20,10 @@ constexpr std::uint32_t lastStamp = 1;
 constexpr std::uint32_t stampsPerBatch = 2;
 
 constexpr VkPipelineStageFlags2 copyStage = VK_PIPELINE_STAGE_2_COPY_BIT;
+constexpr VkPipelineStageFlags2 levelStages =
+    VK_PIPELINE_STAGE_2_FRAGMENT_SHADER_BIT | VK_PIPELINE_STAGE_2_COLOR_ATTACHMENT_OUTPUT_BIT;
+constexpr VkAccessFlags2 levelAccesses =
+    VK_ACCESS_2_SHADER_SAMPLED_READ_BIT | VK_ACCESS_2_COLOR_ATTACHMENT_WRITE_BIT;
 
 VkImageMemoryBarrier2 imageBarrier(VkImage image, const UseState& before, VkImageLayout layout)
 {
@@ -32,7 +36,7 @@ VkImageMemoryBarrier2 imageBarrier(VkImage image, const UseState& before, VkImag
     barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
     barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
     barrier.image = image;
-    barrier.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
+    barrier.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, VK_REMAINING_MIP_LEVELS, 0, 1};
     return barrier;
 }
 
@@ -309,6 +313,18 @@ void Batch::renderTo(Texture& texture, bool discard)
     use(texture,
         {VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL, VK_PIPELINE_STAGE_2_COLOR_ATTACHMENT_OUTPUT_BIT,
          VK_ACCESS_2_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_2_COLOR_ATTACHMENT_WRITE_BIT, true, discard});
+}
+
+void Batch::beginLevels(Texture& texture)
+{
+    use(texture, {VK_IMAGE_LAYOUT_GENERAL, levelStages, levelAccesses, true, false});
+}
+
+void Batch::nextLevel()
+{
+    memoryBarriers_.push_back(
+        memoryBarrier(VK_PIPELINE_STAGE_2_COLOR_ATTACHMENT_OUTPUT_BIT, VK_ACCESS_2_COLOR_ATTACHMENT_WRITE_BIT,
+                      VK_PIPELINE_STAGE_2_FRAGMENT_SHADER_BIT, VK_ACCESS_2_SHADER_SAMPLED_READ_BIT));
 }
 
 void Batch::copyFrom(Texture& texture)

@@ -45,6 +45,9 @@ public:
     /// commands that use the resources. A function that records must not fail after the first of these calls.
     void sample(Texture& texture);
     void renderTo(Texture& texture, bool discard);
+    void
+    beginLevels(Texture& texture); ///< its levels are drawn one after the other, each from the one before
+    void nextLevel();              ///< what was drawn last is read now
     void copyFrom(Texture& texture);
     void copyTo(Texture& texture);
     void copyInto(Texture& texture); ///< a part of it; the rest is kept

@@ -3,6 +3,7 @@
 #include "host/gpu/shaders/gradient.frag.h"
 #include "host/gpu/shaders/image.frag.h"
 #include "host/gpu/shaders/imageOver.frag.h"
+#include "host/gpu/shaders/levels.frag.h"
 #include "host/gpu/shaders/texels.frag.h"
 #include "host/gpu/shaders/texelsOver.frag.h"
 
@@ -39,12 +40,13 @@ bool PrimitivePipelines::createLayouts()
                              "setting up drawing");
 }
 
-bool PrimitivePipelines::createPipelinesOf(std::span<const std::uint32_t> spirv, FormatPipelines& pipelines)
+bool PrimitivePipelines::createPipelinesOf(std::span<const std::uint32_t> spirv, FormatPipelines& pipelines,
+                                           std::span<const VkFormat> formats)
 {
     VkShaderModule module = nullptr;
     VkResult result = createShaderModule(device_, spirv, module);
     if (result == VK_SUCCESS) {
-        result = createPipelines(device_, module, layout_, pipelines);
+        result = createPipelines(device_, module, layout_, pipelines, formats);
         vkDestroyShaderModule(device_.handle(), module, nullptr);
     }
     return device_.succeeded(result, "setting up drawing");
@@ -65,8 +67,16 @@ VkPipeline PrimitivePipelines::image(VkFormat format, Sampling sampling, Over ov
     return pipelineFor(over == Over::Replace ? image_ : imageOver_, format);
 }
 
+VkPipeline PrimitivePipelines::level(VkFormat format)
+{
+    const std::lock_guard lock(levelsMutex_);
+    hasLevels_ = hasLevels_ || createPipelinesOf(levelsShader, levels_, targetFormats);
+    return pipelineFor(levels_, format);
+}
+
 void PrimitivePipelines::destroy()
 {
+    destroyPipelines(device_, levels_);
     destroyPipelines(device_, gradient_);
     destroyPipelines(device_, image_);
     destroyPipelines(device_, imageOver_);

@@ -2,10 +2,13 @@
 
 #include "host/gpu/drawing/Pipelines.h"
 
+#include <mutex>
+
 namespace Qx::Host::Vulkan {
 
-/// The pipelines of the service's own drawing: gradients and images. Created with the device, constant
-/// afterwards.
+/// The pipelines of the service's own drawing: gradients, images and levels of textures. Created with the
+/// device and constant afterwards, but for those of levels, which few effects need: they are created for the
+/// first of them.
 class PrimitivePipelines
 {
 public:
@@ -27,6 +30,13 @@ public:
         std::array<std::int32_t, 2> corner{}; ///< the target's pixel that the copy of it begins with
         float weight;
         std::int32_t byAlpha;
+    };
+
+    /// Push constants of a level.
+    struct Level
+    {
+        std::array<float, 4> largest;     ///< codes of the components in memory; 0 for half floats
+        std::array<std::int32_t, 2> last; ///< column and row of the level above
     };
 
     /// What an image does with the target's contents.
@@ -52,9 +62,13 @@ public:
     VkPipeline gradient(VkFormat format) const { return pipelineFor(gradient_, format); }
     VkPipeline image(VkFormat format, Sampling sampling, Over over) const;
 
+    /// Null if the device refuses or cannot draw into the format. Thread-safe.
+    VkPipeline level(VkFormat format);
+
 private:
     bool createLayouts();
-    bool createPipelinesOf(std::span<const std::uint32_t> spirv, FormatPipelines& pipelines);
+    bool createPipelinesOf(std::span<const std::uint32_t> spirv, FormatPipelines& pipelines,
+                           std::span<const VkFormat> formats = callersFormats);
 
     Device& device_;
     VkDescriptorSetLayout setLayout_ = nullptr;
@@ -64,6 +78,9 @@ private:
     FormatPipelines imageOver_{};
     FormatPipelines texels_{};
     FormatPipelines texelsOver_{};
+    std::mutex levelsMutex_;
+    bool hasLevels_ = false; // guarded by the mutex, as the next
+    FormatPipelines levels_{};
 };
 
 } // namespace Qx::Host::Vulkan

@@ -116,7 +116,9 @@ void fillTextures(const Draw& draw)
     for (std::size_t i = 0; i < draw.textures.size(); ++i) {
         if (draw.textures[i] != nullptr) {
             CompiledEffect::TextureUniforms texture;
-            texture.maxCode = maxCode(draw.textures[i]->key.format);
+            const TextureKey& key = draw.textures[i]->key;
+            texture.maxCode = maxCode(key.format);
+            texture.size = {static_cast<float>(key.width), static_cast<float>(key.height)};
             std::memcpy(draw.uniforms.data() + draw.textureUniforms(i), &texture, sizeof texture);
         }
     }

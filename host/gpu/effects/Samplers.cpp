@@ -21,11 +21,12 @@ VkSamplerAddressMode addressMode(CompiledEffect::Address address)
 
 } // namespace
 
-VkSampler Samplers::get(CompiledEffect::Filter filter, CompiledEffect::Address u, CompiledEffect::Address v)
+VkSampler Samplers::get(CompiledEffect::Filter filter, CompiledEffect::Address u, CompiledEffect::Address v,
+                        bool allLevels)
 {
+    const std::size_t kind = static_cast<std::size_t>(filter) * 2 + (allLevels ? 1 : 0);
     const std::size_t index =
-        (static_cast<std::size_t>(filter) * addressModes + static_cast<std::size_t>(u)) * addressModes +
-        static_cast<std::size_t>(v);
+        (kind * addressModes + static_cast<std::size_t>(u)) * addressModes + static_cast<std::size_t>(v);
     const std::lock_guard lock(mutex_);
     VkSampler& sampler = samplers_.at(index);
     if (sampler == nullptr) {
@@ -34,6 +35,7 @@ VkSampler Samplers::get(CompiledEffect::Filter filter, CompiledEffect::Address u
         info.magFilter = filter == CompiledEffect::Filter::Linear ? VK_FILTER_LINEAR : VK_FILTER_NEAREST;
         info.minFilter = info.magFilter;
         info.mipmapMode = VK_SAMPLER_MIPMAP_MODE_NEAREST;
+        info.maxLod = allLevels ? VK_LOD_CLAMP_NONE : 0.0F;
         info.addressModeU = addressMode(u);
         info.addressModeV = addressMode(v);
         info.addressModeW = info.addressModeV;

@@ -14,8 +14,9 @@ class Samplers
 public:
     explicit Samplers(Device& device) : device_(device) {}
 
-    /// Null if memory is exhausted.
-    VkSampler get(CompiledEffect::Filter filter, CompiledEffect::Address u, CompiledEffect::Address v);
+    /// Of one level or of all that a texture has. Null if memory is exhausted.
+    VkSampler get(CompiledEffect::Filter filter, CompiledEffect::Address u, CompiledEffect::Address v,
+                  bool allLevels = false);
     void destroy();
 
 private:
@@ -23,7 +24,7 @@ private:
 
     Device& device_;
     std::mutex mutex_;
-    std::array<VkSampler, 2 * addressModes * addressModes> samplers_{};
+    std::array<VkSampler, 4 * addressModes * addressModes> samplers_{};
 };
 
 } // namespace Qx::Host::Vulkan

@@ -4,6 +4,7 @@
 #include "host/effects/framework/ParameterRange.h"
 #include "host/gpu/GPUService.h"
 #include "host/gpu/drawing/Areas.h"
+#include "host/gpu/drawing/Levels.h"
 
 #include <algorithm>
 #include <map>
@@ -106,13 +107,51 @@ private:
         };
         const CompiledEffect::TargetSize& size = texture.targetSize;
         const VkFormat own = ownFormat(context.device(), texture.targetFormat);
-        return {own == VK_FORMAT_UNDEFINED ? callers.format : own,
-                side(size.width, callers.width, size.ratioX), side(size.height, callers.height, size.ratioY),
-                0};
+        const std::uint32_t width = side(size.width, callers.width, size.ratioX);
+        const std::uint32_t height = side(size.height, callers.height, size.ratioY);
+        return {own == VK_FORMAT_UNDEFINED ? callers.format : own, width, height, 0,
+                levelsOf(width, height, texture.levels)};
     }
 
     std::map<std::uint32_t, std::unique_ptr<Picture>> pictures_; ///< by the effect's texture
     std::string note_;
+};
+
+/// The pictures given to textures that samplers read levels of. Each is a copy of what is bound, from the
+/// pool.
+class LevelledPictures
+{
+public:
+    /// Records the copies, and binds them in the place of the originals. Returns false if memory is
+    /// exhausted.
+    bool make(Context& context, const CompiledEffect& effect, std::span<Picture*> textures)
+    {
+        for (std::size_t i = 0; i < textures.size(); ++i) {
+            Picture* const original = textures[i];
+            const bool isMade = original == nullptr || original->key.depth != 0 || original->key.levels > 1;
+            if (isMade || effect.textures[i].levels == 1) {
+                continue;
+            }
+            TextureKey key = original->key;
+            key.levels = levelsOf(key.width, key.height, effect.textures[i].levels);
+            if (key.levels == 1) {
+                continue;
+            }
+            Pooled<Texture> copy = acquireTexture(context, key);
+            const auto record = [&](Batch& batch) {
+                return recordLevels(batch, context, *original->texture(), *copy);
+            };
+            if (!copy || context.recorder().record(2 * key.bytes(), Recorder::Submit::WhenDue, record) == 0) {
+                return false;
+            }
+            pictures_.push_back(std::make_unique<Picture>(std::move(copy)));
+            textures[i] = pictures_.back().get();
+        }
+        return true;
+    }
+
+private:
+    std::vector<std::unique_ptr<Picture>> pictures_;
 };
 
 } // namespace
@@ -247,6 +286,10 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
             return because("its pipelines cannot be created");
         }
     }
+    LevelledPictures levelled;
+    if (!levelled.make(context, effect, textures)) {
+        return because("there is not enough memory for the levels of its textures");
+    }
     for (const StageProgram& stage : stages) {
         const Draw draw = drawOf(stage, areaOf(stage));
         if (isEmpty(draw.pixels)) {
@@ -258,6 +301,12 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
         if (context.recorder().record(draw.target.key.bytes(), Recorder::Submit::WhenDue,
                                       [&](Batch& batch) { return drawing.record(batch, draw); }) == 0) {
             return false;
+        }
+        if (draw.target.key.levels > 1 &&
+            context.recorder().record(draw.target.key.bytes(), Recorder::Submit::WhenDue, [&](Batch& batch) {
+                return recordLevels(batch, context, *draw.target.texture());
+            }) == 0) {
+            return because("there is not enough memory for the levels of its textures");
         }
     }
     return true;

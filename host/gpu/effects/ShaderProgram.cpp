@@ -52,7 +52,8 @@ bool createShaderProgram(Context& context, const CompiledEffect& effect, const S
     program.bindings = source.samplers;
     for (const std::uint32_t index : source.samplers) {
         const CompiledEffect::Sampler& sampler = effect.samplers.at(index);
-        VkSampler made = context.samplers().get(sampler.filter, sampler.addressU, sampler.addressV);
+        VkSampler made = context.samplers().get(sampler.filter, sampler.addressU, sampler.addressV,
+                                                sampler.mip != CompiledEffect::Mip::None);
         if (made == nullptr) {
             return false;
         }

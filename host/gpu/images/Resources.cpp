@@ -35,7 +35,8 @@ VkResult createImage(Device& device, const TextureKey& key, VkImage& image)
         return supported;
     }
     if (key.width > properties.maxExtent.width || key.height > properties.maxExtent.height ||
-        key.depth > properties.maxExtent.depth || key.bytes() > properties.maxResourceSize) {
+        key.depth > properties.maxExtent.depth || key.levels > properties.maxMipLevels ||
+        key.bytes() > properties.maxResourceSize) {
         return VK_ERROR_FORMAT_NOT_SUPPORTED;
     }
     return vkCreateImage(device.handle(), &info, nullptr, &image);
@@ -50,7 +51,7 @@ VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImage
     info.imageType = key.depth > 0 ? VK_IMAGE_TYPE_3D : VK_IMAGE_TYPE_2D;
     info.format = key.format;
     info.extent = {key.width, key.height, std::max(key.depth, 1U)};
-    info.mipLevels = 1;
+    info.mipLevels = key.levels;
     info.arrayLayers = 1;
     info.samples = VK_SAMPLE_COUNT_1_BIT;
     info.tiling = tiling;
@@ -59,14 +60,15 @@ VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImage
     return info;
 }
 
-VkResult createView(Device& device, const TextureKey& key, VkImage image, Swizzle swizzle, VkImageView& view)
+VkResult createView(Device& device, const TextureKey& key, VkImage image, Swizzle swizzle, VkImageView& view,
+                    Levels levels)
 {
     VkImageViewCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_IMAGE_VIEW_CREATE_INFO;
     info.image = image;
     info.viewType = key.depth > 0 ? VK_IMAGE_VIEW_TYPE_3D : VK_IMAGE_VIEW_TYPE_2D;
     info.format = key.format;
-    info.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
+    info.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, levels.first, levels.count, 0, 1};
     if (swizzle == Swizzle::ForEffects && isRotated(key.format)) {
         info.components = {VK_COMPONENT_SWIZZLE_G, VK_COMPONENT_SWIZZLE_B, VK_COMPONENT_SWIZZLE_A,
                            VK_COMPONENT_SWIZZLE_R};
@@ -93,13 +95,22 @@ VkResult Texture::create(Device& device, DeviceMemory& memory, const Key& key, T
         result = texture.allocate(device, memory);
     }
     if (result == VK_SUCCESS) {
-        result = createView(device, key, texture.image, Swizzle::ForEffects, texture.sampled);
-    }
-    if (result == VK_SUCCESS && key.depth == 0) {
-        result = createView(device, key, texture.image, Swizzle::None, texture.target);
+        result = texture.createViews(device);
     }
     if (result != VK_SUCCESS) {
         texture.destroy(device, memory);
+    }
+    return result;
+}
+
+VkResult Texture::createViews(Device& device)
+{
+    VkResult result = createView(device, key, image, Swizzle::ForEffects, sampled, {0, key.levels});
+    if (result == VK_SUCCESS && key.depth == 0) {
+        result = createView(device, key, image, Swizzle::None, target);
+    }
+    for (std::uint32_t level = 1; level < key.levels && result == VK_SUCCESS; ++level) {
+        result = createView(device, key, image, Swizzle::None, smaller.emplace_back(), {level, 1});
     }
     return result;
 }
@@ -139,6 +150,7 @@ void Texture::exchange(Texture& other)
     std::swap(memory, other.memory);
     std::swap(sampled, other.sampled);
     std::swap(target, other.target);
+    std::swap(smaller, other.smaller);
     std::swap(companion, other.companion);
     std::swap(inHostMemory, other.inHostMemory);
     std::swap(use, other.use);
@@ -156,6 +168,10 @@ void Texture::destroy(Device& device, DeviceMemory& deviceMemory)
     }
     vkDestroyImageView(device.handle(), sampled, nullptr);
     vkDestroyImageView(device.handle(), target, nullptr);
+    for (VkImageView level : smaller) {
+        vkDestroyImageView(device.handle(), level, nullptr);
+    }
+    smaller.clear();
     vkDestroyImage(device.handle(), image, nullptr);
     deviceMemory.release(memory);
     sampled = nullptr;

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <compare>
+#include <vector>
 
 namespace Qx::Host::Vulkan {
 
@@ -25,11 +26,12 @@ struct TextureKey
     VkFormat format = VK_FORMAT_UNDEFINED;
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    std::uint32_t depth = 0; ///< 0 for two-dimensional images
+    std::uint32_t depth = 0;  ///< 0 for two-dimensional images
+    std::uint32_t levels = 1; ///< of two-dimensional images: see drawing/Levels.h
 
     friend auto operator<=>(const TextureKey&, const TextureKey&) = default;
     std::uint64_t rowBytes() const; ///< of the texels alone
-    std::uint64_t bytes() const;
+    std::uint64_t bytes() const;    ///< of the texels of the first level
 };
 
 /// An image on the device with its memory and views.
@@ -40,8 +42,9 @@ struct Texture
     Key key;
     VkImage image = nullptr;
     Allocation memory;
-    VkImageView sampled = nullptr;             ///< as effects see it
+    VkImageView sampled = nullptr;             ///< as effects see it, with all levels
     VkImageView target = nullptr;              ///< as it lies in memory; null for three-dimensional images
+    std::vector<VkImageView> smaller;          ///< the levels after the first, as `target` has that
     std::unique_ptr<CompanionViews> companion; ///< null if the device's DrawingPath has none for it
     bool inHostMemory = false; ///< its memory is laid out as a host image and the host sees it
     UseState use;
@@ -51,7 +54,7 @@ struct Texture
     std::atomic<bool> hosted{false};         ///< a host image shares this memory; one at most
     std::atomic<bool> givenOut{false};       ///< somebody may hold its address
 
-    std::uint64_t memoryBytes() const { return key.bytes(); }
+    std::uint64_t memoryBytes() const { return key.bytes() + (key.levels > 1 ? key.bytes() / 3 : 0); }
     bool exists() const { return image != nullptr; }
 
     /// The layout in which the image is used where `best` would be best: an image with companion views keeps
@@ -69,6 +72,7 @@ struct Texture
 
 private:
     VkResult allocate(Device& device, DeviceMemory& memory);
+    VkResult createViews(Device& device);
     bool liesAsHostImage(const Device& device) const;
 };
 
@@ -108,7 +112,7 @@ float maxCode(VkFormat format);
 /// The largest codes of a texel's red, green, blue and alpha.
 std::array<float, 4> maxCodes(VkFormat format);
 
-/// An image of that key, of one level, one layer and one sample.
+/// An image of that key, of one layer and one sample.
 VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImageUsageFlags usage);
 
 /// In which order a view has an image's components.
@@ -117,6 +121,13 @@ enum class Swizzle
     None,      ///< as they lie in memory
     ForEffects ///< as effects see them: see isRotated()
 };
-VkResult createView(Device& device, const TextureKey& key, VkImage image, Swizzle swizzle, VkImageView& view);
+/// Which of an image's levels a view has.
+struct Levels
+{
+    std::uint32_t first = 0;
+    std::uint32_t count = 1;
+};
+VkResult createView(Device& device, const TextureKey& key, VkImage image, Swizzle swizzle, VkImageView& view,
+                    Levels levels = {});
 
 } // namespace Qx::Host::Vulkan

@@ -36,8 +36,8 @@ public:
 
     VkImageTiling tilingOf(const TextureKey& key) const override
     {
-        return key.depth == 0 && packedBits(key.format) != 0 ? VK_IMAGE_TILING_LINEAR
-                                                             : VK_IMAGE_TILING_OPTIMAL;
+        const bool isPicture = key.depth == 0 && key.levels == 1;
+        return isPicture && packedBits(key.format) != 0 ? VK_IMAGE_TILING_LINEAR : VK_IMAGE_TILING_OPTIMAL;
     }
 
     bool mayLieAsHostImage(const TextureKey& key) const override

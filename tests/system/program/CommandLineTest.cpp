@@ -269,6 +269,12 @@ TEST_F(CommandLine, effect_options_need_an_effect_and_make_sense)
                      {"--texture Noise", "NAME=FILE"});
     expectUsageError({"convert", "a", "b", "--lut", "l.cube", "--texture", "Noise=n.png"},
                      {"belongs to an --effect", "follows --lut l.cube"});
+    for (const char* const date :
+         {"2026-02-29", "2026-11-22T24:00", "tomorrow", "2026-11-22T18:30:15Z", ""}) {
+        expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--date", date},
+                         {"--date", "expected a date, 2026-11-22, or one with a time, 2026-11-22T18:30:15"});
+    }
+    expectUsageError({"effects", "watch", "e.fx", "--date", "2026-11-22"}, {"--date applies to a picture"});
     expectUsageError({"effects", "watch", "e.fx", "--texture", "Noise=n.png"},
                      {"--technique, --set and --texture apply to a picture"});
 }

@@ -339,6 +339,35 @@ TEST_F(Effects, describing_shows_what_an_effect_has)
     EXPECT_EQ(data["samplers"][0]["addressV"], "Wrap");
 }
 
+TEST_F(Effects, describing_shows_the_registers_that_a_file_gives)
+{
+    write("player.fx",
+          "sampler picture : register(s0);\nsampler other : register(s3);\nsampler free;\n"
+          "float4 p0 : register(c0);\nfloat gain : register(c12) = 2;\nfloat more = 1;\n"
+          "float4 f(float2 uv : TEXCOORD0) : COLOR\n"
+          "{ return (tex2D(picture, uv) + tex2D(other, uv) + tex2D(free, uv)) * gain * more + p0; }\n"
+          "technique T { pass { PixelShader = compile ps_2_0 f(); } }\n");
+    const Outcome shown = qxhost({"effects", "describe", "player.fx"});
+    EXPECT_EQ(shown.exitCode, 0) << shown.err;
+    EXPECT_NE(shown.out.find("PARAMETER  TYPE    DEFAULT                          RANGE  LABEL  REGISTER\n"
+                             "p0         float4  (width, height, frame, seconds)                c0\n"
+                             "gain       float   2                                              c12\n"
+                             "more       float   1\n"),
+              std::string::npos)
+        << shown.out;
+    EXPECT_NE(shown.out.find("SAMPLER  TEXTURE  FILTER  ADDRESS       REGISTER\n"
+                             "picture  picture  Point   Clamp, Clamp  s0\n"
+                             "other    other    Point   Clamp, Clamp  s3\n"
+                             "free     free     Point   Clamp, Clamp\n"),
+              std::string::npos)
+        << shown.out;
+    const auto data = nlohmann::json::parse(qxhost({"effects", "describe", "player.fx", "--json"}).out);
+    EXPECT_EQ(data["parameters"][1]["register"], "c12");
+    EXPECT_FALSE(data["parameters"][2].contains("register"));
+    EXPECT_EQ(data["samplers"][1]["register"], "s3");
+    EXPECT_FALSE(data["samplers"][2].contains("register"));
+}
+
 TEST_F(Effects, describing_what_does_not_compile_gives_the_messages)
 {
     write("broken.fx", "float x = ;\n");
@@ -690,6 +719,96 @@ TEST_F(ForeignEffects, passes_draw_into_textures_that_later_ones_read)
     EXPECT_EQ(data["techniques"][0]["passes"][0]["target"], "Half");
     EXPECT_FALSE(data["techniques"][0]["passes"][1].contains("target"));
     EXPECT_EQ(qxhost({"effects", "check", "two.fx"}).out, "two.fx: ok, 1 technique\n");
+}
+
+TEST_F(ForeignEffects, dates_are_fixed_by_an_option_and_go_on_with_the_clip)
+{
+    effect("date.fx", {},
+           "float4 d < string source = \"date\"; >; float2 p < string source = \"pingpong\"; float step = 2; "
+           ">;\n",
+           "float4(d.y * 10 + d.z, (d.w - 86395) * 10 + (d.x - 2026), p.x * 100, 0) / 255");
+    EXPECT_EQ(through({"date.fx", "--date", "2026-11-24T23:59:59"}),
+              (Frames{{134, 40, 0}, {134, 41, 20}, {134, 42, 40}}));
+    EXPECT_EQ(through({"date.fx", "--date", "2027-02-03 23:59:56"}).at(0), (std::vector<int>{23, 11, 0}));
+    EXPECT_NE(qxhost({"effects", "describe", "date.fx"}).out.find("(year, month, day, seconds)"),
+              std::string::npos);
+    EXPECT_EQ(qxhost({"effects", "check", "date.fx"}).out, "date.fx: ok, 1 technique\n");
+    // Without the option it is the machine's date; the year alone cannot change in a test by chance.
+    effect("year.fx", {}, "float4 d < string source = \"date\"; >;\n",
+           "float4(d.x - 2000, d.y, d.z, 0) / 255");
+    const std::vector<int> shown = through({"year.fx"}).at(0);
+    EXPECT_GE(shown[0], 26);
+    EXPECT_LE(shown[1], 12);
+    EXPECT_GE(shown[2], 1);
+}
+
+TEST_F(ForeignEffects, a_clip_moves_in_a_texture)
+{
+    const auto clip = [this](const std::string& file, const std::string& rate, const std::string& frames) {
+        ffmpeg({"-f", "lavfi", "-i",
+                "color=black:size=8x4:rate=" + rate + ",format=rgb24,geq=r=10*(N+1):g=10*(N+1):b=10*(N+1)",
+                "-frames:v", frames, "-c:v", "ffv1", file});
+    };
+    effect("two.fx", {"Input", "Over"}, "", "float4(tex2D(sInput, uv).r, tex2D(sOver, uv).gb, 1)");
+    clip("same.mkv", "10", "9");
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=same.mkv"}),
+              (Frames{{40, 10, 10}, {80, 20, 20}, {120, 30, 30}}));
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=same.mkv", "--start", "2"}), (Frames{{120, 30, 30}}))
+        << "it goes with the input";
+    clip("fast.mkv", "25", "9");
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=fast.mkv"}),
+              (Frames{{40, 10, 10}, {80, 30, 30}, {120, 60, 60}}))
+        << "frames 0, 2 and 5 of those at 0, 0.04, 0.08, ...";
+    clip("slow.mkv", "5", "2");
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=slow.mkv"}),
+              (Frames{{40, 10, 10}, {80, 10, 10}, {120, 20, 20}}));
+    clip("short.mkv", "10", "2");
+    const Outcome held =
+        qxhost({"convert", "clip.mkv", "held.mkv", "--effect", "two.fx", "--texture", "Over=short.mkv"});
+    EXPECT_EQ(held.exitCode, 0) << held.err;
+    const std::string note =
+        "two.fx: texture \"Over\": short.mkv ends after 2 frames; its last frame stays\n";
+    const std::size_t said = held.err.find(note);
+    EXPECT_NE(said, std::string::npos) << held.err;
+    EXPECT_EQ(held.err.find(note, said + 1), std::string::npos) << held.err;
+    EXPECT_EQ(through({"two.fx", "--texture", "Over=short.mkv"}),
+              (Frames{{40, 10, 10}, {80, 20, 20}, {120, 20, 20}}));
+    // Neither a still nor a clip that is long enough is spoken of.
+    picture("still.png", "0x102030");
+    for (const char* const file : {"Over=still.png", "Over=same.mkv"}) {
+        const Outcome quiet =
+            qxhost({"convert", "clip.mkv", "quiet.mkv", "--force", "--effect", "two.fx", "--texture", file});
+        EXPECT_EQ(quiet.err.find("last frame stays"), std::string::npos) << quiet.err;
+    }
+}
+
+TEST_F(ForeignEffects, a_pass_draws_several_results_into_textures)
+{
+    write("parts.fx",
+          "texture Scene; texture Low < string Format = \"A8R8G8B8\"; >; texture High;\n"
+          "sampler A = sampler_state { Texture = <Scene>; };\n"
+          "sampler L = sampler_state { Texture = <Low>; };\n"
+          "sampler H = sampler_state { Texture = <High>; };\n"
+          "struct Parts { float4 low : COLOR0; float4 high : COLOR1; };\n"
+          "Parts split(float2 uv : TEXCOORD0)\n"
+          "{ Parts p; p.low = tex2D(A, uv) + 10 / 255.0; p.high = tex2D(A, uv) + 100 / 255.0; return p; }\n"
+          "float4 join(float2 uv : TEXCOORD0) : COLOR0\n"
+          "{ return float4(tex2D(L, uv).r, tex2D(H, uv).g, tex2D(A, uv).b, 1); }\n"
+          "technique T\n{\n"
+          "    pass P < string Target = \"Low\"; string Target1 = \"High\"; > { PixelShader = compile ps_3_0 "
+          "split(); }\n"
+          "    pass Q { PixelShader = compile ps_3_0 join(); }\n}\n");
+    EXPECT_EQ(through({"parts.fx"}), (Frames{{50, 140, 40}, {90, 180, 80}, {130, 220, 120}}));
+    EXPECT_NE(qxhost({"effects", "describe", "parts.fx"}).out.find("T          P, Q"), std::string::npos)
+        << qxhost({"effects", "describe", "parts.fx"}).out;
+    const auto data = nlohmann::json::parse(qxhost({"effects", "describe", "parts.fx", "--json"}).out);
+    const auto& passes = data["techniques"][0]["passes"];
+    EXPECT_EQ(passes[0]["name"], "P");
+    EXPECT_EQ(passes[0]["target"], "High");
+    EXPECT_EQ(passes[0]["result"], "COLOR1");
+    EXPECT_EQ(passes[1]["target"], "Low");
+    EXPECT_FALSE(passes[1].contains("result"));
+    EXPECT_EQ(passes.size(), 3U);
 }
 
 TEST_F(ForeignEffects, checking_says_which_parameters_nobody_gives)

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <fmt/format.h>
 
 namespace Qx::Program {
@@ -97,6 +99,46 @@ CLI::Option* addSize(CLI::App& app, const std::string& option, unsigned& width, 
         parseSize(option, word, width, height);
     };
     return app.add_option_function<std::string>(option, set, description)->option_text("WxH");
+}
+
+namespace {
+
+DateTime parseDate(const std::string& word)
+{
+    int year = 0;
+    unsigned month = 0;
+    unsigned day = 0;
+    unsigned hour = 0;
+    unsigned minute = 0;
+    unsigned second = 0;
+    int end = 0;
+    const auto ends = [&] { return end > 0 && static_cast<std::size_t>(end) == word.size(); };
+    constexpr const char* whole = "%4d-%2u-%2u%n";
+    constexpr const char* withMinutes = "%4d-%2u-%2u%*1[T ]%2u:%2u%n";
+    constexpr const char* withSeconds = "%4d-%2u-%2u%*1[T ]%2u:%2u:%2u%n";
+    const bool known =
+        (std::sscanf(word.c_str(), whole, &year, &month, &day, &end) == 3 && ends()) ||
+        (std::sscanf(word.c_str(), withMinutes, &year, &month, &day, &hour, &minute, &end) == 5 && ends()) ||
+        (std::sscanf(word.c_str(), withSeconds, &year, &month, &day, &hour, &minute, &second, &end) == 6 &&
+         ends());
+    const std::chrono::year_month_day date{std::chrono::year{year}, std::chrono::month{month},
+                                           std::chrono::day{day}};
+    if (!known || !date.ok() || year < 1 || hour > 23 || minute > 59 || second > 59) {
+        throw invalidValue("--date", word, "a date, 2026-11-22, or one with a time, 2026-11-22T18:30:15");
+    }
+    return {std::chrono::sys_days{date}.time_since_epoch().count(), hour * 3600.0 + minute * 60.0 + second};
+}
+
+} // namespace
+
+CLI::Option* addDate(CLI::App& app, std::optional<DateTime>& date)
+{
+    return app
+        .add_option_function<std::string>(
+            "--date", [&date](const std::string& word) { date = parseDate(word); },
+            "The date that the clip begins at, for effects that\nshow one: YYYY-MM-DD[THH:MM[:SS]]. Default: "
+            "now")
+        ->option_text("DATE");
 }
 
 Media::Rational parseRate(const std::string& word)

@@ -82,6 +82,9 @@ CLI::Option* addRate(CLI::App& app, Target& rate, const std::string& description
         ->option_text("R");
 }
 
+/// Adds "--date", which takes "2026-11-22", "2026-11-22T18:30" or "2026-11-22T18:30:15".
+CLI::Option* addDate(CLI::App& app, std::optional<DateTime>& date);
+
 CLI::Option* addPixelFormat(CLI::App& app, const std::string& option, std::optional<PixelFormat>& target,
                             const std::string& description);
 

@@ -487,7 +487,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
 
     const HostSession host(options.device, &console);
     prepareConversion();
-    EffectChain effects(options.effects);
+    EffectChain effects(options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.effectWarnings = effects.warnings();
     noteDecisions(conversion, console);
@@ -503,6 +503,9 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     }
     if (burnIn && !burnIn->remark().empty()) {
         console.note(burnIn->remark());
+    }
+    for (const std::string& remark : effects.remarks()) {
+        console.note(remark);
     }
     console.note(summary(conversion));
     if (options.json) {
@@ -520,7 +523,7 @@ QuietConversion convertQuietly(const ConvertOptions& options)
 {
     Conversion conversion = decide(options);
     prepareConversion();
-    EffectChain effects(options.effects);
+    EffectChain effects(options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.writer = openOutput(conversion);
     FramePipeline pipeline(jobOf(conversion, effects, nullptr), [](std::int64_t) {});

@@ -144,11 +144,12 @@ private:
         addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
         addText("--technique", "NAME", "The effect's technique. Default: its first");
         addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
-        addText("--texture", "NAME=FILE", "A picture for another texture of the effect");
+        addText("--texture", "NAME=FILE", "A picture or clip for another texture of the effect");
         addText("--lut", "FILE",
                 "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
                 "order given");
         addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
+        addDate(app, options_.date)->group("Effects");
     }
 
     std::vector<std::string> texts_; ///< a target that the library wants; groupEffects() reads them in order

@@ -13,7 +13,9 @@
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/EffectTextures.h"
 
+#include <algorithm>
 #include <fmt/format.h>
+#include <utility>
 
 namespace Qx::Program {
 
@@ -47,7 +49,9 @@ Rows techniqueRows(const CompiledEffect& effect)
     for (const CompiledEffect::Technique& technique : effect.techniques) {
         std::vector<std::string> passes;
         for (const CompiledEffect::Pass& pass : technique.passes) {
-            passes.push_back(pass.name.empty() ? "(unnamed)" : pass.name);
+            if (pass.result == 0) { // its other results are not passes of the file
+                passes.push_back(pass.name.empty() ? "(unnamed)" : pass.name);
+            }
         }
         rows.push_back(
             {technique.name, fmt::format("{}", fmt::join(passes, ", ")), labelOf(technique.annotations)});
@@ -84,15 +88,26 @@ std::string rangeText(const Host::ParameterRange& range)
                         : "";
 }
 
-Rows parameterRows(const CompiledEffect& effect)
+/// Leaves the last column out if no row has anything in it.
+Rows withoutEmptyEnd(Rows rows)
 {
-    Rows rows{{"PARAMETER", "TYPE", "DEFAULT", "RANGE", "LABEL"}};
-    for (const CompiledEffect::Parameter& parameter : effect.parameters) {
-        const Host::ParameterRange range = Host::rangeOf(parameter);
-        rows.push_back(
-            {parameter.name, typeOf(parameter), defaultText(parameter), rangeText(range), range.label});
+    const bool isUsed =
+        std::any_of(rows.begin() + 1, rows.end(), [](const auto& row) { return !row.back().empty(); });
+    for (std::vector<std::string>& row : rows) {
+        row.resize(row.size() - (isUsed ? 0 : 1));
     }
     return rows;
+}
+
+Rows parameterRows(const CompiledEffect& effect)
+{
+    Rows rows{{"PARAMETER", "TYPE", "DEFAULT", "RANGE", "LABEL", "REGISTER"}};
+    for (const CompiledEffect::Parameter& parameter : effect.parameters) {
+        const Host::ParameterRange range = Host::rangeOf(parameter);
+        rows.push_back({parameter.name, typeOf(parameter), defaultText(parameter), rangeText(range),
+                        range.label, parameter.place});
+    }
+    return withoutEmptyEnd(std::move(rows));
 }
 
 Rows textureRows(const CompiledEffect& effect, const std::filesystem::path& file)
@@ -107,12 +122,12 @@ Rows textureRows(const CompiledEffect& effect, const std::filesystem::path& file
 
 Rows samplerRows(const CompiledEffect& effect)
 {
-    Rows rows{{"SAMPLER", "TEXTURE", "FILTER", "ADDRESS"}};
+    Rows rows{{"SAMPLER", "TEXTURE", "FILTER", "ADDRESS", "REGISTER"}};
     for (const CompiledEffect::Sampler& sampler : effect.samplers) {
         rows.push_back({sampler.name, effect.textures[sampler.texture].name, nameOf(sampler.filter),
-                        nameOf(sampler.addressU) + ", " + nameOf(sampler.addressV)});
+                        nameOf(sampler.addressU) + ", " + nameOf(sampler.addressV), registerOf(sampler)});
     }
-    return rows;
+    return withoutEmptyEnd(std::move(rows));
 }
 
 /// A table for each kind of thing that the effect holds.

@@ -43,6 +43,7 @@ struct WatchOptions
     std::string technique;
     std::vector<ParameterSetting> settings;
     std::vector<TextureFile> textures;
+    std::optional<DateTime> date; ///< of the picture; empty: now
     bool force = false;
     std::string device;
 };
@@ -271,6 +272,7 @@ private:
         picture.input = options_.input;
         picture.output = options_.output;
         picture.effects = {{target_.effect, options_.technique, options_.settings, "", options_.textures}};
+        picture.date = options_.date;
         picture.frames = 1;
         picture.force = true; // after the first time the file is our own
         const auto begin = std::chrono::steady_clock::now();
@@ -358,10 +360,11 @@ public:
             ->option_text("NAME=V[,V...]")
             ->allow_extra_args(false)
             ->take_all();
-        app.add_option("--texture", textures_, "A picture for another texture of the effect")
+        app.add_option("--texture", textures_, "A picture or clip for another texture of the effect")
             ->option_text("NAME=FILE")
             ->allow_extra_args(false)
             ->take_all();
+        addDate(app, options_.date);
         app.add_flag("--force", options_.force, "Replace an output file that exists at the start");
         addDevice(app, options_.device);
         app.footer(watchFooter);
@@ -375,6 +378,9 @@ public:
         const bool shows = !options_.output.empty();
         if (!shows && (!options_.technique.empty() || !settings_.empty() || !textures_.empty())) {
             complain(app, "--technique, --set and --texture apply to a picture; add --input and --output");
+        }
+        if (!shows && options_.date) {
+            complain(app, "--date applies to a picture; add --input and --output");
         }
         for (const std::string& setting : settings_) {
             options_.settings.push_back(parseSetting(app, setting));

@@ -15,6 +15,8 @@
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
 #include <utility>
 
 namespace Qx::Program {
@@ -199,9 +201,22 @@ void setDomain(iShaderEffect& effect, const std::string& file, const TableDomain
     }
 }
 
+DateTime localTime()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    const std::chrono::year_month_day date{std::chrono::year{local.tm_year + 1900},
+                                           std::chrono::month{static_cast<unsigned>(local.tm_mon) + 1},
+                                           std::chrono::day{static_cast<unsigned>(local.tm_mday)}};
+    return {std::chrono::sys_days{date}.time_since_epoch().count(),
+            local.tm_hour * 3600.0 + local.tm_min * 60.0 + local.tm_sec};
+}
+
 } // namespace
 
-EffectChain::EffectChain(const std::vector<EffectRequest>& requests)
+EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin)
+    : begin_(begin ? *begin : localTime())
 {
     for (const EffectRequest& request : requests) {
         links_.push_back(makeLink(request));
@@ -260,13 +275,13 @@ void EffectChain::takeTextures(Link& link, const EffectRequest& request)
     for (TextureBinding& binding :
          bindingsOf(effect, technique, effectPath(request.file), request.textures)) {
         if (link.table && binding.texture == tableTexture) {
-            link.pictures.emplace_back(lightweight(tableTexture), link.table);
+            continue; // bound() has it
         } else if (binding.kind == TextureBinding::Kind::missing) {
             throw Failure(ExitCode::effect, request.file + ": technique \"" + technique.name +
                                                 "\" reads the texture \"" + binding.texture + "\", " +
                                                 binding.obstacle);
         } else if (binding.kind == TextureBinding::Kind::file) {
-            link.pictures.emplace_back(lightweight(binding.texture), loadTexture(request.file, binding));
+            link.files.emplace_back(lightweight(binding.texture), openTexture(request.file, binding));
             textureFiles_.push_back(binding.file);
         } else {
             link.bindings.push_back(std::move(binding));
@@ -310,10 +325,17 @@ void EffectChain::supply(const Link& link, const Host::FrameFacts& facts)
     }
 }
 
-Qx::Ptr<iShaderEffect> EffectChain::bound(const Link& link, const Image::Surface& picture)
+Qx::Ptr<iShaderEffect> EffectChain::bound(const Link& link, const Image::Surface& picture,
+                                          const Host::FrameFacts& facts)
 {
     LightweightString<char> input;
-    std::vector<iShaderEffect::Source> sources = link.pictures;
+    std::vector<iShaderEffect::Source> sources;
+    if (link.table) {
+        sources.emplace_back(lightweight(tableTexture), link.table);
+    }
+    for (const auto& [name, file] : link.files) {
+        sources.emplace_back(name, file->at(facts));
+    }
     for (const TextureBinding& binding : link.bindings) {
         const LightweightString<char> name = lightweight(binding.texture);
         if (binding.kind == TextureBinding::Kind::picture) {
@@ -326,6 +348,19 @@ Qx::Ptr<iShaderEffect> EffectChain::bound(const Link& link, const Image::Surface
         sources.emplace_back(name, (isFirst ? picture : before).getGPUSurface());
     }
     return Qx::makePtr<EffectWithPictures>(link.effect, input, std::move(sources));
+}
+
+std::vector<std::string> EffectChain::remarks() const
+{
+    std::vector<std::string> remarks;
+    for (const Link& link : links_) {
+        for (const auto& [name, file] : link.files) {
+            if (std::string remark = file->remark(); !remark.empty()) {
+                remarks.push_back(link.file + ": texture \"" + name.c_str() + "\": " + remark);
+            }
+        }
+    }
+    return remarks;
 }
 
 /// Keeps what the next frame reads, and nothing else: pictures that are held must be copied when the memory
@@ -347,13 +382,15 @@ Image::Surface EffectChain::apply(const Image::Surface& picture, iGPUImage::eFor
     Image::Surface current = picture;
     facts.width = static_cast<int>(picture.getWidth());
     facts.height = static_cast<int>(picture.getHeight());
+    facts.day = begin_.day;
+    facts.secondsOfDay = begin_.seconds;
     for (Link& link : links_) {
         Image::Surface next = current.createDestARGBGPUSurface(format);
         if (!next.getGPUSurface()) {
             failOnDevice(current);
         }
         supply(link, facts);
-        const Qx::Ptr<iShaderEffect> effect = bound(link, current);
+        const Qx::Ptr<iShaderEffect> effect = bound(link, current, facts);
         const Drawing drawing = tryDrawing([&] {
             return Image::applyTechnique(effect, current, next, link.technique,
                                          static_cast<float>(current.getWidth()));

@@ -10,7 +10,10 @@
 #include "tools/qxhost/pipeline/effects/EffectTextures.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
+#include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Qx::Program {
@@ -19,9 +22,9 @@ namespace Qx::Program {
 class EffectChain
 {
 public:
-    /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. Throws Failure
-    /// (effect).
-    explicit EffectChain(const std::vector<EffectRequest>& requests);
+    /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. `begin` is the
+    /// date of the clip's beginning; now without it. Throws Failure (effect).
+    explicit EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin = {});
 
     std::size_t size() const { return links_.size(); }
 
@@ -31,8 +34,11 @@ public:
     /// What a user should know of the settings, a line each.
     const std::vector<std::string>& warnings() const { return warnings_; }
 
+    /// What there is to say after the last frame, a line each.
+    std::vector<std::string> remarks() const;
+
     /// The picture after all effects, in a GPU image of the same size and format; the picture itself if there
-    /// are none. The size in `facts` is the picture's, whatever it says. Throws Failure (device, effect) if
+    /// are none. The size and the date in `facts` are filled in. Throws Failure (device, effect) if
     /// an effect is not drawn. One thread, in the order of the frames.
     Image::Surface apply(const Image::Surface& picture, iGPUImage::eFormat format, Host::FrameFacts facts);
 
@@ -46,8 +52,8 @@ private:
         const Host::CompiledEffect* compiled = nullptr;
         std::vector<std::size_t> supplied; ///< parameters that every frame sets
         std::vector<TextureBinding> bindings;
-        std::vector<iShaderEffect::Source> pictures; ///< that no frame changes
-        Image::Surface pictureBefore;                ///< of the last frame; empty unless it is read
+        std::vector<std::pair<LightweightString<char>, std::unique_ptr<iTextureFile>>> files;
+        Image::Surface pictureBefore; ///< of the last frame; empty unless it is read
         Image::Surface resultBefore;
     };
 
@@ -55,11 +61,13 @@ private:
     void takeLut(Link& link, const std::string& lut) const;
     void takeParameters(Link& link, const EffectRequest& request);
     void takeTextures(Link& link, const EffectRequest& request);
-    static Qx::Ptr<iShaderEffect> bound(const Link& link, const Image::Surface& picture);
+    static Qx::Ptr<iShaderEffect> bound(const Link& link, const Image::Surface& picture,
+                                        const Host::FrameFacts& facts);
     static void keep(Link& link, const Image::Surface& picture, const Image::Surface& result);
     static void supply(const Link& link, const Host::FrameFacts& facts);
     bool isInUse(const Qx::Ptr<iShaderEffect>& effect) const;
 
+    const DateTime begin_;
     std::vector<Link> links_;
     std::vector<std::filesystem::path> textureFiles_;
     std::vector<std::string> warnings_;

@@ -92,6 +92,9 @@ Json parameterData(const CompiledEffect::Parameter& parameter)
     if (!range.label.empty()) {
         data["label"] = range.label;
     }
+    if (!parameter.place.empty()) {
+        data["register"] = parameter.place;
+    }
     data["annotations"] = annotationsData(parameter.annotations);
     return data;
 }
@@ -108,6 +111,9 @@ Json techniqueData(const CompiledEffect::Technique& technique, const CompiledEff
         if (pass.target != CompiledEffect::Pass::callersTarget) {
             data["target"] = effect.textures[pass.target].name;
         }
+        if (pass.result != 0) {
+            data["result"] = "COLOR" + std::to_string(pass.result);
+        }
         passes.push_back(data);
     }
     const std::optional<std::size_t> picture = Host::pictureTexture(effect, technique);
@@ -119,11 +125,15 @@ Json techniqueData(const CompiledEffect::Technique& technique, const CompiledEff
 
 Json samplerData(const CompiledEffect::Sampler& sampler, const CompiledEffect& effect)
 {
-    return {{"name", sampler.name},
-            {"texture", effect.textures[sampler.texture].name},
-            {"filter", nameOf(sampler.filter)},
-            {"addressU", nameOf(sampler.addressU)},
-            {"addressV", nameOf(sampler.addressV)}};
+    Json data{{"name", sampler.name},
+              {"texture", effect.textures[sampler.texture].name},
+              {"filter", nameOf(sampler.filter)},
+              {"addressU", nameOf(sampler.addressU)},
+              {"addressV", nameOf(sampler.addressV)}};
+    if (const std::string place = registerOf(sampler); !place.empty()) {
+        data["register"] = place;
+    }
+    return data;
 }
 
 } // namespace
@@ -199,6 +209,13 @@ std::string filledWith(const CompiledEffect::Parameter& parameter)
                                       "1 on its diagonal",
                                       "chosen by its default"};
     return names.at(static_cast<std::size_t>(parameter.semantic)) + parameter.semanticTexture;
+}
+
+std::string registerOf(const CompiledEffect::Sampler& sampler)
+{
+    return sampler.registerIndex == CompiledEffect::Sampler::noRegister
+               ? std::string()
+               : 's' + std::to_string(sampler.registerIndex);
 }
 
 std::string nameOf(CompiledEffect::Filter filter)

@@ -27,6 +27,9 @@ std::vector<double> defaultOf(const Host::CompiledEffect::Parameter& parameter);
 /// "size of texture Input", for a parameter that the host fills; otherwise empty.
 std::string filledWith(const Host::CompiledEffect::Parameter& parameter);
 
+/// "s0"; empty if the file gives the sampler no register.
+std::string registerOf(const Host::CompiledEffect::Sampler& sampler);
+
 std::string nameOf(Host::CompiledEffect::Filter filter);
 std::string nameOf(Host::CompiledEffect::Address address);
 

@@ -12,7 +12,9 @@
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <deque>
 #include <fmt/format.h>
 #include <optional>
 
@@ -122,17 +124,34 @@ std::vector<std::string> namesOf(const std::vector<TextureFile>& given)
     return names;
 }
 
-/// Takes the frame that a pipeline makes, as rows of A R G B, to the GPU.
+Failure textureFailure(const std::string& named, const Failure& failure)
+{
+    return {failure.code() == ExitCode::input ? ExitCode::effect : failure.code(),
+            named + ": " + failure.what(), failure.details()};
+}
+
+/// A frame of a clip on the GPU.
+struct TextureFrame
+{
+    Qx::Ptr<iGPUImage> image;
+    std::int64_t time; ///< in units of the clip's time base
+};
+
+/// Takes the frames that a pipeline makes, as rows of A R G B, to the GPU.
 class TextureWriter : public Media::iFrameWriter
 {
 public:
-    TextureWriter(XY<int> size, iGPUImage::eFormat format) : size_(size), format_(format) {}
+    TextureWriter(XY<int> size, iGPUImage::eFormat format, std::deque<TextureFrame>& frames)
+        : size_(size), format_(format), frames_(frames)
+    {
+    }
 
-    Media::Status write(const void* rows, std::ptrdiff_t pitch, const Media::FrameTime&) override
+    Media::Status write(const void* rows, std::ptrdiff_t pitch, const Media::FrameTime& time) override
     {
         const Qx::Ptr<iHostImage> host = OS().gpu().createHostImage(size_, format_);
         void* const memory = host ? host->map(iHostImage::Write) : nullptr;
         if (memory == nullptr) {
+            isShort_ = true;
             return {};
         }
         const std::size_t bytes =
@@ -141,7 +160,9 @@ public:
             std::memcpy(static_cast<std::byte*>(memory) + static_cast<std::size_t>(y) * host->getPitch(),
                         static_cast<const std::byte*>(rows) + y * pitch, bytes);
         }
-        image_ = OS().gpu().uploadImage(host, 0);
+        const Qx::Ptr<iGPUImage> image = OS().gpu().uploadImage(host, 0);
+        isShort_ = isShort_ || !image;
+        frames_.push_back({image, time.pts});
         return {};
     }
     Media::Status finish() override { return {}; }
@@ -149,53 +170,131 @@ public:
     std::string description() const override { return "texture"; }
     std::vector<path> files() const override { return {}; }
 
-    const Qx::Ptr<iGPUImage>& image() const { return image_; }
+    bool isShortOfMemory() const { return isShort_; }
 
 private:
     XY<int> size_;
     iGPUImage::eFormat format_;
-    Qx::Ptr<iGPUImage> image_;
+    std::deque<TextureFrame>& frames_;
+    bool isShort_ = false;
     std::vector<std::string> warnings_;
 };
 
-Qx::Ptr<iGPUImage> firstFrame(const path& file)
+/// A picture or a clip.
+class FramesOfTexture final : public iTextureFile
 {
-    // A pipe would be waited for, and has no first frame for the next run.
-    std::error_code error;
-    if (std::filesystem::exists(file, error) && !std::filesystem::is_regular_file(file, error)) {
-        throw Failure(ExitCode::input, file.string() + ": is not a file; a texture's picture is read from "
-                                                       "a file");
+public:
+    /// `named` begins the texts for people.
+    FramesOfTexture(const path& file, std::string named) : file_(file), named_(std::move(named))
+    {
+        // A pipe would be waited for, and has no first frame for the next run.
+        std::error_code error;
+        if (std::filesystem::exists(file, error) && !std::filesystem::is_regular_file(file, error)) {
+            throw Failure(ExitCode::input,
+                          file.string() + ": is not a file; a texture's picture is read from a file");
+        }
+        options_.input = file;
+        input_ = openFrameInput(options_, false);
+        read(); // a mistake is told before the first frame
+        if (frames_.empty()) {
+            throw Failure(ExitCode::input, file.string() + ": has no frame");
+        }
+        isMoving_ = frames_.size() > 1;
     }
-    ConvertOptions options;
-    options.input = file;
-    options.frames = 1;
-    const std::unique_ptr<iFrameInput> input = openFrameInput(options, false);
-    const Media::StreamInfo& info = input->info();
-    const ColourChoice colour = chooseColour(options, info);
-    EffectChain none({});
-    const Media::Depth depth = info.naturalDepth;
-    FramePipeline pipeline({.input = *input,
-                            .effects = none,
-                            .source = {.depth = holdsRgb(info) ? depth : info.packingDepth,
-                                       .range = colour.range,
-                                       .matrix = colour.matrix,
-                                       .followTags = true,
-                                       .anyForm = true},
-                            .depth = depth,
-                            .step = {},
-                            .frames = 1},
-                           [](std::int64_t) {});
-    TextureWriter writer({info.width, info.height},
-                         depth == Media::Depth::bits8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16);
-    pipeline.run(writer);
-    if (!pipeline.inputFailure().empty()) {
-        throw Failure(ExitCode::input, pipeline.inputFailure());
+
+    Qx::Ptr<iGPUResource> at(const Host::FrameFacts& clip) override
+    {
+        if (isMoving_) {
+            try {
+                moveTo(clip);
+            } catch (const Failure& failure) {
+                throw textureFailure(named_, failure);
+            }
+        }
+        return frames_.front().image;
     }
-    if (!writer.image()) {
-        throw Failure(ExitCode::device, file.string() + ": not enough GPU memory for this picture");
+
+    std::string remark() const override
+    {
+        return isOver_
+                   ? fmt::format("{} ends after {} frames; its last frame stays", file_.string(), number_ + 1)
+                   : std::string();
     }
-    return writer.image();
-}
+
+private:
+    void moveTo(const Host::FrameFacts& clip)
+    {
+        const Media::StreamInfo& info = input_->info();
+        const double rate = info.frameRate.num > 0 ? info.frameRate.toDouble() : 0;
+        const bool sameRate = std::abs(rate * clip.frameSeconds - 1) < 1e-6;
+        const auto isDue = [&](std::int64_t number, std::int64_t time) {
+            constexpr double tick = 1e-6; // times are rounded to the time bases of both clips
+            const double begins = static_cast<double>(time - firstTime_) * info.timeBase.toDouble();
+            return sameRate ? number <= clip.number : begins <= clip.seconds + tick;
+        };
+        while (true) {
+            if (frames_.size() < 2) {
+                read();
+            }
+            if (frames_.size() < 2 || !isDue(number_ + 1, frames_[1].time)) {
+                break;
+            }
+            frames_.pop_front();
+            ++number_;
+        }
+        const double frame = rate > 0 ? 1 / rate : clip.frameSeconds;
+        const auto after =
+            frames_.front().time + static_cast<std::int64_t>(std::llround(frame / info.timeBase.toDouble()));
+        isOver_ = isOver_ || (frames_.size() < 2 && isDue(number_ + 1, after));
+    }
+
+    /// Reads the next frames, if there are any.
+    void read()
+    {
+        if (hasEnded_) {
+            return;
+        }
+        constexpr std::int64_t atOnce = 4; // their decoding and their conversion overlap
+        const Media::StreamInfo& info = input_->info();
+        const ColourChoice colour = chooseColour(options_, info);
+        EffectChain none({});
+        const Media::Depth depth = info.naturalDepth;
+        FramePipeline pipeline({.input = *input_,
+                                .effects = none,
+                                .source = {.depth = holdsRgb(info) ? depth : info.packingDepth,
+                                           .range = colour.range,
+                                           .matrix = colour.matrix,
+                                           .followTags = true,
+                                           .anyForm = true},
+                                .depth = depth,
+                                .step = {},
+                                .frames = frames_.empty() ? 2 : atOnce},
+                               [](std::int64_t) {});
+        const std::size_t before = frames_.size();
+        TextureWriter writer({info.width, info.height},
+                             depth == Media::Depth::bits8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16, frames_);
+        pipeline.run(writer);
+        if (!pipeline.inputFailure().empty()) {
+            throw Failure(ExitCode::input, input_->failure());
+        }
+        if (writer.isShortOfMemory()) {
+            throw Failure(ExitCode::device, file_.string() + ": not enough GPU memory for this picture");
+        }
+        hasEnded_ = frames_.size() == before;
+        firstTime_ = before == 0 && !frames_.empty() ? frames_.front().time : firstTime_;
+    }
+
+    const path file_;
+    const std::string named_;
+    ConvertOptions options_;
+    std::unique_ptr<iFrameInput> input_;
+    std::deque<TextureFrame> frames_; ///< the one shown and those after it
+    std::int64_t number_ = 0;         ///< of the one shown
+    std::int64_t firstTime_ = 0;
+    bool hasEnded_ = false; ///< no frame is left to read
+    bool isMoving_ = false;
+    bool isOver_ = false;
+};
 
 Qx::Ptr<iGPUResource> tableOf(const path& file)
 {
@@ -209,6 +308,16 @@ Qx::Ptr<iGPUResource> tableOf(const path& file)
     }
     return table;
 }
+
+class TableOfTexture final : public iTextureFile
+{
+public:
+    explicit TableOfTexture(Qx::Ptr<iGPUResource> table) : table_(std::move(table)) {}
+    Qx::Ptr<iGPUResource> at(const Host::FrameFacts&) override { return table_; }
+
+private:
+    const Qx::Ptr<iGPUResource> table_;
+};
 
 } // namespace
 
@@ -287,18 +396,17 @@ std::string givenTo(const CompiledEffect& effect, std::size_t texture, const pat
     return optionFor(binding.texture);
 }
 
-Qx::Ptr<iGPUResource> loadTexture(const std::string& effect, const TextureBinding& binding)
+std::unique_ptr<iTextureFile> openTexture(const std::string& effect, const TextureBinding& binding)
 {
+    const std::string named = fmt::format("{}: the texture \"{}\" cannot have its {}", effect,
+                                          binding.texture, binding.isVolume ? "table" : "picture");
     try {
         if (binding.isVolume) {
-            return tableOf(binding.file);
+            return std::make_unique<TableOfTexture>(tableOf(binding.file));
         }
-        return firstFrame(binding.file);
+        return std::make_unique<FramesOfTexture>(binding.file, named);
     } catch (const Failure& failure) {
-        throw Failure(failure.code() == ExitCode::input ? ExitCode::effect : failure.code(),
-                      fmt::format("{}: the texture \"{}\" cannot have its {}: {}", effect, binding.texture,
-                                  binding.isVolume ? "table" : "picture", failure.what()),
-                      failure.details());
+        throw textureFailure(named, failure);
     }
 }
 

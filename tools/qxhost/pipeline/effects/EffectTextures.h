@@ -2,10 +2,12 @@
 
 #include "Qx/Ptr.h"
 #include "host/effects/CompiledEffect.h"
+#include "host/effects/Supplies.h"
 #include "platform/GPUImage.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -50,8 +52,23 @@ std::vector<std::string> neededBy(const Host::CompiledEffect& effect,
 std::string givenTo(const Host::CompiledEffect& effect, std::size_t texture,
                     const std::filesystem::path& effectFile);
 
-/// The picture of a binding to a file: the first frame of a picture or clip, as `convert` would make RGB of
-/// it, with its alpha; or, for a volume, the table of a LUT. Throws Failure (effect), with the reason.
-Qx::Ptr<iGPUResource> loadTexture(const std::string& effect, const TextureBinding& binding);
+/// What a binding to a file gives, for each frame: a picture, or the frames of a clip, as `convert` would
+/// make RGB of them, with their alpha; or, for a volume, the table of a LUT.
+class iTextureFile
+{
+public:
+    virtual ~iTextureFile() = default;
+
+    /// The frame of a clip that is shown at that time: its n-th in the n-th frame of `clip`, or, if their
+    /// rates differ, the last that began before; its last frame after its end. For ever later frames. Throws
+    /// Failure (effect) if the clip is damaged there.
+    virtual Qx::Ptr<iGPUResource> at(const Host::FrameFacts& clip) = 0;
+
+    /// What is to be said in the end, for people; empty if nothing is.
+    virtual std::string remark() const { return {}; }
+};
+
+/// Reads the picture, or the first frames of a clip. Throws Failure (effect), with the reason.
+std::unique_ptr<iTextureFile> openTexture(const std::string& effect, const TextureBinding& binding);
 
 } // namespace Qx::Program

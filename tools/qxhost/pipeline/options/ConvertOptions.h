@@ -26,7 +26,14 @@ struct ParameterSetting
 struct TextureFile
 {
     std::string name;           ///< of the effect's texture
-    std::filesystem::path file; ///< a picture, or a clip, of which the first frame counts
+    std::filesystem::path file; ///< a picture or a clip
+};
+
+/// A local date and time.
+struct DateTime
+{
+    std::int64_t day = 0; ///< days since 1970-01-01
+    double seconds = 0;   ///< of the day
 };
 
 /// One "--effect FILE" or "--lut FILE" with its further options.
@@ -84,6 +91,8 @@ struct ConvertOptions
     Image::Filter filter = Image::Filter::CatmullRom;
     std::optional<Media::Depth> depth;
     std::vector<EffectRequest> effects; ///< in the order in which they run
+
+    std::optional<DateTime> date; ///< of the clip's beginning, for effects; empty: now
 
     BurnInOptions burnIn; ///< after the effects
 

@@ -12,6 +12,7 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <map>
 #include <span>
 
 namespace Qx::Host::Effects {
@@ -284,7 +285,7 @@ public:
             addLines(shiftFunctions);
             addLines(placeFunctions);
             addVertexFunction();
-            vertex_->writeInterpolation(form, used, knowsSizes(),
+            vertex_->writeInterpolation(form, used, knowsSizes(), texels(),
                                         [&](std::string_view line) { interpolation_.emplace_back(line); });
             copies_.insert(copies_.begin(), interpolation_.begin(), interpolation_.end());
         }
@@ -322,6 +323,41 @@ public:
         return std::any_of(effect_.parameters.begin(), effect_.parameters.end(), [&](const auto& parameter) {
             return names.count(parameter.name) != 0 && isSize(parameter);
         });
+    }
+
+    /// The sizes of texels that the vertex shader asks for, as expressions.
+    std::vector<std::string> texels() const
+    {
+        const std::unordered_set<std::string_view> names = calls_.namesReachedBy(pass_.vertex);
+        std::vector<std::string> found;
+        std::map<Supply, std::string> sides; // that are asked for one by one
+        for (const CompiledEffect::Parameter& parameter : effect_.parameters) {
+            if (names.count(parameter.name) == 0 || !isSize(parameter) ||
+                parameter.semantic == Semantic::TargetSize) {
+                continue;
+            }
+            const std::string name(hlslName(parameter.name));
+            const Supply supply = supplyOf(parameter);
+            if (parameter.columns == 1) {
+                sides.emplace(supply, name);
+            } else if (supply == Supply::TexelSize || supply == Supply::PlayerTexel) {
+                found.push_back(name + ".xy");
+            } else {
+                found.push_back("(1.0 / float2(" + name + ".xy))");
+            }
+        }
+        const auto pair = [&](Supply x, Supply y) {
+            return sides.count(x) != 0 && sides.count(y) != 0
+                       ? "float2(" + sides.at(x) + ", " + sides.at(y) + ')'
+                       : std::string();
+        };
+        if (const std::string size = pair(Supply::PictureWidth, Supply::PictureHeight); !size.empty()) {
+            found.push_back("(1.0 / " + size + ')');
+        }
+        if (const std::string size = pair(Supply::TexelWidth, Supply::TexelHeight); !size.empty()) {
+            found.push_back(size);
+        }
+        return found;
     }
 
     /// The error for what only pixels can, in the vertex shader.

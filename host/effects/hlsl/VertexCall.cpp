@@ -272,7 +272,7 @@ VertexForm VertexCall::formOf(const std::vector<std::uint32_t>& spirv, const std
 }
 
 void VertexCall::writeInterpolation(const VertexForm& form, const std::vector<bool>& used, bool knowsSizes,
-                                    const WriteLine& writeLine) const
+                                    const std::vector<std::string>& texels, const WriteLine& writeLine) const
 {
     const auto corner = [](std::string_view at, std::string_view number) {
         return "qxfx_cornerAt(qxfx_placeOf(" + std::string(at) + ", qxfx_pixels), " + std::string(at) + ", " +
@@ -304,11 +304,16 @@ void VertexCall::writeInterpolation(const VertexForm& form, const std::vector<bo
     }
     writeLine("float2 qxfx_at = qxfx_uv;");
     if (mayBeShifted) {
-        std::string shifted = "qxfx_isHalf(-qxfx_pixelsOf(qxfx_c0.place.xy / qxfx_c0.place.w))";
+        writeLine("float2 qxfx_moved = qxfx_shareOf(qxfx_c0.place.xy / qxfx_c0.place.w);");
+        std::string shifted = "qxfx_isHalf(-qxfx_moved / qxfx_area.zw)";
+        const std::string origin = "qxfx_coordinate(0, float2(0.0, 0.0))";
         if (movesCoordinate) {
-            shifted += " || qxfx_isHalf((qxfx_c0.of" + std::to_string(*coordinate) +
-                       ".xy - qxfx_coordinate(0, float2(0.0, 0.0))) / (qxfx_coordinate(0, qxfx_area.zw) - "
-                       "qxfx_coordinate(0, float2(0.0, 0.0))))";
+            writeLine("float2 qxfx_slid = qxfx_c0.of" + std::to_string(*coordinate) + ".xy - " + origin + ';');
+            shifted += " || qxfx_isHalf(qxfx_slid / (qxfx_coordinate(0, qxfx_area.zw) - " + origin + "))";
+        }
+        for (const std::string& texel : texels) { // half of them is as much of another size
+            shifted += textOf({" || qxfx_isHalf(-qxfx_moved / ", texel, ")"});
+            shifted += movesCoordinate ? textOf({" || qxfx_isHalf(qxfx_slid / ", texel, ")"}) : "";
         }
         writeLine("if (" + shifted + ") qxfx_at -= 0.5 * qxfx_area.zw;");
     }

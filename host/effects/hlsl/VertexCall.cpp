@@ -308,7 +308,8 @@ void VertexCall::writeInterpolation(const VertexForm& form, const std::vector<bo
         std::string shifted = "qxfx_isHalf(-qxfx_moved / qxfx_area.zw)";
         const std::string origin = "qxfx_coordinate(0, float2(0.0, 0.0))";
         if (movesCoordinate) {
-            writeLine("float2 qxfx_slid = qxfx_c0.of" + std::to_string(*coordinate) + ".xy - " + origin + ';');
+            writeLine("float2 qxfx_slid = qxfx_c0.of" + std::to_string(*coordinate) + ".xy - " + origin +
+                      ';');
             shifted += " || qxfx_isHalf(qxfx_slid / (qxfx_coordinate(0, qxfx_area.zw) - " + origin + "))";
         }
         for (const std::string& texel : texels) { // half of them is as much of another size

@@ -122,7 +122,8 @@ bool isSound(const CompiledEffect& effect)
            std::all_of(effect.samplers.begin(), effect.samplers.end(),
                        [&](const auto& sampler) {
                            return sampler.texture < effect.textures.size() &&
-                                  (sampler.dimensions == 2 || sampler.dimensions == 3);
+                                  (sampler.dimensions == 2 || sampler.dimensions == 3) &&
+                                  (sampler.faces == 1 || sampler.faces == 6);
                        }) &&
            std::all_of(effect.techniques.begin(), effect.techniques.end(), soundPasses);
 }

@@ -6,9 +6,9 @@
 
 namespace Qx::Host::Effects {
 
-/// What to add at the end of an effect without a technique, in one line: a technique for the last function that
-/// returns a colour, and before it a declaration for each of the function's uniform parameters that needs an
-/// argument. Empty if there is no such function.
+/// What to add at the end of an effect without a technique, in one line: a technique for the last function
+/// that returns a colour, and before it a declaration for each of the function's uniform parameters that
+/// needs an argument. Empty if there is no such function.
 std::string missingTechnique(const EffectSyntax& syntax);
 
 } // namespace Qx::Host::Effects

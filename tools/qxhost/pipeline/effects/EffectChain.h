@@ -20,7 +20,7 @@ class EffectChain
 {
 public:
     /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. Throws Failure
-    /// (effect).
+    /// (effect), a WrongOption for what the effect has not.
     explicit EffectChain(const std::vector<EffectRequest>& requests);
 
     std::size_t size() const { return links_.size(); }
@@ -55,6 +55,8 @@ private:
     void takeLut(Link& link, const std::string& lut) const;
     void takeParameters(Link& link, const EffectRequest& request);
     void takeTextures(Link& link, const EffectRequest& request);
+    void warnOfCube(const std::string& file, const Host::CompiledEffect& effect, const std::string& texture,
+                    const iGPUResource* resource);
     static Qx::Ptr<iShaderEffect> bound(const Link& link, const Image::Surface& picture);
     static void keep(Link& link, const Image::Surface& picture, const Image::Surface& result);
     static void supply(const Link& link, const Host::FrameFacts& facts);

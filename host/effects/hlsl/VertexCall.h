@@ -67,8 +67,8 @@ public:
 
     /// Writes the lines that declare `qxfx_Corner qxfx_vertex`, with the values at qxfx_pixel, and leave the
     /// pixel out that the rectangle does not cover. Of the outputs those are written that `used` has.
-    /// `knowsSizes`: the function asks for the size of a picture or a texel; `texels` are those sizes of texels,
-    /// in texture coordinates.
+    /// `knowsSizes`: the function asks for the size of a picture or a texel; `texels` are those sizes of
+    /// texels, in texture coordinates.
     void writeInterpolation(const VertexForm& form, const std::vector<bool>& used, bool knowsSizes,
                             const std::vector<std::string>& texels, const WriteLine& writeLine) const;
 

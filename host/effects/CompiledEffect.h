@@ -158,6 +158,7 @@ struct CompiledEffect
         std::uint32_t texture = 0;                ///< index into textures
         std::uint32_t registerIndex = noRegister; ///< N of its register(sN), or its texture's tN
         std::uint32_t dimensions = 2;             ///< of its texture: 2, or 3 for a volume
+        std::uint32_t faces = 1; ///< square pictures side by side that its texture is: 6 for a cube
         Filter filter = Filter::Point;
         Mip mip = Mip::None; ///< another only if its texture has levels
         Address addressU = Address::Clamp;
@@ -230,6 +231,15 @@ struct CompiledEffect
             passes; ///< drawn one after the other; at least one, the last into the caller's target
         std::vector<Annotation> annotations;
     };
+
+    /// Whether a picture of that size can be what the sampler reads: a cube is about six times as wide as
+    /// high.
+    static bool fits(const Sampler& sampler, std::uint32_t width, std::uint32_t height)
+    {
+        const std::uint64_t wide = width;
+        const std::uint64_t high = height;
+        return sampler.faces != 6 || (wide * 10 >= high * 55 && wide * 10 <= high * 65);
+    }
 
     std::vector<Parameter> parameters;
     std::vector<Texture> textures;

@@ -2,6 +2,7 @@
 
 #include "host/effects/framework/EffectParser.h"
 #include "host/effects/framework/LikelyMistakes.h"
+#include "host/effects/framework/MissingTechnique.h"
 #include "host/effects/framework/Preprocessor.h"
 #include "host/effects/framework/Problems.h"
 #include "host/effects/framework/RenderTargets.h"
@@ -117,24 +118,11 @@ private:
         return syntax_.complete;
     }
 
-    /// What to add for the last function that returns a colour.
     std::string likelyTechnique() const
     {
-        const auto isColour = [](const std::optional<Token>& semantic) {
-            return semantic && (equalIgnoringCase(semantic->text.substr(0, 5), "COLOR") ||
-                                equalIgnoringCase(semantic->text.substr(0, 9), "SV_Target"));
-        };
-        for (auto piece = syntax_.pieces.rbegin(); piece != syntax_.pieces.rend(); ++piece) {
-            const auto& parameters = piece->function.parameters;
-            const bool gives = std::any_of(parameters.begin(), parameters.end(), [&](const auto& parameter) {
-                return parameter.output && isColour(parameter.semantic);
-            });
-            if (piece->function.hasBody && (gives || isColour(piece->function.semantic))) {
-                return "; add at its end: technique Main { pass { PixelShader = compile ps_3_0 " +
-                       std::string(piece->name.text) + "(); } }";
-            }
-        }
-        return {};
+        constexpr std::size_t longest = 1900; // what a message shows whole
+        const std::string text = missingTechnique(syntax_);
+        return text.empty() || text.size() > longest ? std::string() : "; add at its end: " + text;
     }
 
     static std::optional<std::set<std::size_t>> resultsOf(const PassWriter& writer,

@@ -213,6 +213,7 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         {"instruction of no words", [](Effect& e) { e.techniques[0].passes[0].spirv[5] = 0x11; }},
         {"sampler of no texture", [](Effect& e) { e.samplers[1].texture = 2; }},
         {"sampler of a line", [](Effect& e) { e.samplers[1].dimensions = 1; }},
+        {"sampler of five faces", [](Effect& e) { e.samplers[1].faces = 5; }},
         {"pass of no sampler", [](Effect& e) { e.techniques[0].passes[0].samplers = {2}; }},
         {"samplers twice",
          [](Effect& e) {

@@ -59,7 +59,14 @@ TEST(Excerpt, showsNothingThatSteersATerminal)
                         1, 1)
                   .text,
               "a?b"); // the mark that reverses the direction of the text
-    EXPECT_EQ(excerptOf("\xFF\xC0\x80\xE0\x80 \xF0\x9F", 1, 1).text, "??? ?");
+    EXPECT_EQ(excerptOf("\xFF\xC0\x80\xE0\x80 \xF0\x9F\x1B", 1, 1).text, "\u00FF\u00C0?\u00E0? \u00F0??");
+}
+
+TEST(Excerpt, showsBytesThatAreNotUtf8AsLatin1)
+{
+    const Excerpt excerpt = excerptOf("// gr\xFC\xDF 20\xB0, 3 \xD7 \xBD; x = y", 1, 19);
+    EXPECT_EQ(excerpt.text, "// gr\u00FC\u00DF 20\u00B0, 3 \u00D7 \u00BD; x = y");
+    EXPECT_EQ(excerpt.caret, 20U) << "two bytes continue a character, as columns are counted";
 }
 
 TEST(Excerpt, ofALongLineIsAWindowAroundThePlace)

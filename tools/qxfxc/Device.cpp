@@ -16,6 +16,19 @@ using Vulkan::EffectProgram;
 constexpr std::chrono::milliseconds unlimited{24 * 3'600'000};
 constexpr std::chrono::milliseconds shutdownLimit{1000};
 
+/// The passes of a technique, which one draw draws: "P0, P1 or number 3".
+std::string passesOf(const CompiledEffect::Technique& technique)
+{
+    std::string text;
+    const std::size_t count = technique.passes.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::string& name = technique.passes[i].name;
+        text += i == 0 ? "" : i + 1 == count ? " or " : ", ";
+        text += name.empty() && count > 1 ? "number " + std::to_string(i + 1) : name;
+    }
+    return text;
+}
+
 } // namespace
 
 std::unique_ptr<TrialDevice> TrialDevice::open(const DeviceUUID& uuid, bool validation, std::string& problem)
@@ -68,13 +81,13 @@ void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::
     using Form = Vulkan::Prewarm::Form;
     Vulkan::Prewarm trial(program);
     const auto draw = [&](std::size_t technique, iGPUImage::eFormat format, Form form) {
-        step({Stage::Drawing, techniques[technique].name, {}});
+        step({Stage::Drawing, techniques[technique].name, passesOf(techniques[technique])});
         if (trial.draw(technique, format, form)) {
             return true;
         }
         refuse(compilation, file,
                std::string("the GPU cannot draw it") + (isLost() ? "; the device was lost" : ""),
-               techniques[technique].name);
+               techniques[technique].name, passesOf(techniques[technique]));
         return false;
     };
     for (const iGPUImage::eFormat format : Vulkan::Prewarm::formats) {

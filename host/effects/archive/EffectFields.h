@@ -68,8 +68,8 @@ void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Texture>& texture)
 template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Sampler>& sampler)
 {
-    visit(sampler.name, sampler.texture, sampler.registerIndex, sampler.dimensions, sampler.filter,
-          sampler.mip, sampler.addressU, sampler.addressV);
+    visit(sampler.name, sampler.texture, sampler.registerIndex, sampler.dimensions, sampler.faces,
+          sampler.filter, sampler.mip, sampler.addressU, sampler.addressV);
 }
 
 template <class Visit>

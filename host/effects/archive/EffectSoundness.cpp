@@ -104,7 +104,7 @@ bool hasSoundLevels(const CompiledEffect::Texture& texture)
 
 bool isSound(const CompiledEffect::Sampler& sampler, const CompiledEffect& effect)
 {
-    return sampler.texture < effect.textures.size() &&
+    return sampler.texture < effect.textures.size() && (sampler.faces == 1 || sampler.faces == 6) &&
            (sampler.dimensions == 2 || (sampler.dimensions == 3 && sampler.mip == CompiledEffect::Mip::None));
 }
 

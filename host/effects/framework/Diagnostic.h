@@ -36,8 +36,9 @@ struct Diagnostic
     std::string pass;
     std::uint32_t otherPasses = 0;
 
-    /// The author's line around the place: tabs as blanks, unprintable characters as '?', a long line cut at
-    /// "...". `caret` is the place in it, in terminal cells from 0. Empty for a blank line.
+    /// The author's line around the place in UTF-8: tabs as blanks, bytes of another encoding as Latin-1,
+    /// unprintable characters as '?', a long line cut at "...". `caret` is the place in it, in terminal cells
+    /// from 0. Empty for a blank line.
     std::string excerpt;
     std::uint32_t caret = 0;
 

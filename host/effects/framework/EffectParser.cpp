@@ -39,6 +39,7 @@ EffectSyntax EffectParser::parse()
         }
         checkSize(*item);
     }
+    tellOfPassesLeftOut();
     completeSamplers();
     return std::move(effect_);
 }
@@ -209,9 +210,10 @@ std::optional<ConstantValue> EffectParser::constantNamed(const Token& name) cons
     return found == constants_.end() ? std::nullopt : std::optional(found->second);
 }
 
-EffectParser::Tokens EffectParser::checked(const Tokens& tokens) const
+EffectParser::Tokens EffectParser::checked(const Tokens& tokens, double mostElements)
 {
-    return checkedHlsl(withoutArrays(tokens), [this](const Token& name) { return constantNamed(name); });
+    return checkedHlsl(
+        withoutArrays(tokens), [this](const Token& name) { return constantNamed(name); }, mostElements);
 }
 
 void EffectParser::claimName(const Token& name)

@@ -2,7 +2,9 @@
 
 #include "host/effects/framework/EffectSyntax.h"
 #include "host/effects/framework/Initializers.h"
+#include "host/effects/framework/Limits.h"
 #include "host/effects/framework/Problems.h"
+#include "host/effects/framework/SamplerArrays.h"
 #include "host/effects/framework/TokenReader.h"
 
 #include <cstdint>
@@ -70,6 +72,7 @@ private:
     bool startsTechnique() const;
     void parseTechnique();
     EffectSyntax::Pass parsePass();
+    void tellOfPassesLeftOut();
     void parseState(EffectSyntax::Pass& pass);
     void parseStateCall(EffectSyntax::Pass& pass, const Token& name);
     void parseShaderOf(EffectSyntax::Pass& pass, Stage stage);
@@ -86,7 +89,7 @@ private:
     bool parseSamplerStates(EffectSyntax::Sampler& sampler);
     void addSampler(EffectSyntax::Sampler sampler, bool allKnown, const Annotations& annotations);
     std::vector<Token> claimElements(const Token& name);
-    Tokens withoutArrays(const Tokens& tokens) const;
+    Tokens withoutArrays(const Tokens& tokens);
     Tokens withoutTextureMethods(const Tokens& body);
     std::string_view samplerOf(const Token& texture, const Token* states);
     bool parseSamplerState(EffectSyntax::Sampler& sampler);
@@ -100,7 +103,8 @@ private:
     void parseText();
     void parseDeclaration(const Qualifiers& qualifiers);
     void parseFunction(const Qualifiers& qualifiers, EffectSyntax::Type type, const Token& name);
-    EffectSyntax::FunctionParameter parseFunctionParameter(EffectSyntax::Piece& piece);
+    void parseFunctionParameter(EffectSyntax::Piece& piece);
+    std::vector<Token> claimLocalElements(const Tokens& dimensions, const Token& name);
     void refuseFloatRemainder(const Tokens& value) const;
     void parseBody(EffectSyntax::Piece& piece);
     void parseVariables(const Qualifiers& qualifiers, const EffectSyntax::Type& type, Token name);
@@ -113,11 +117,11 @@ private:
 
     Qualifiers parseQualifiers();
     EffectSyntax::Type parseType();
-    Tokens parseDimensions();
+    Tokens parseDimensions(double mostElements = Limits::arrayElements);
     std::optional<Shape> shapeOf(const Token& type, std::size_t depth = 0) const;
     static std::optional<Shape> shapeOf(const EffectSyntax::Type& type);
-    std::uint32_t elementsOf(const Tokens& dimensions, const Token& name);
-    static std::uint32_t checkedElements(double count, Location at, const Token& name);
+    std::uint32_t elementsOf(const Tokens& dimensions, const Token& name, std::size_t most);
+    static std::uint32_t checkedElements(double count, Location at, const Token& name, std::size_t most);
     std::optional<std::uint32_t> knownElements(const Tokens& dimensions);
     Suffixes parseSuffixes();
     std::optional<Token> parseSemantic() { return parseSuffixes().semantic; }
@@ -126,7 +130,7 @@ private:
     Annotations parseAnnotations();
     ConstantValue evaluateInitializer(Tokens tokens, const Token& name);
     std::optional<ConstantValue> constantNamed(const Token& name) const;
-    Tokens checked(const Tokens& tokens) const;
+    Tokens checked(const Tokens& tokens, double mostElements = Limits::arrayElements);
     void claimName(const Token& name);
     void claimTypeName(const Token& name);
     void checkType(const EffectSyntax::Type& type) const;
@@ -136,10 +140,11 @@ private:
     EffectSyntax effect_;
     Initializers initializers_;
     std::size_t passes_ = 0;
+    std::vector<CompileError> leftOut_; ///< passes without a pixel shader
     std::unordered_map<std::string_view, EffectSyntax::TextureKind> textureKinds_;
     std::map<std::pair<std::string_view, std::string_view>, std::string_view> combined_; ///< see samplerOf
-    std::unordered_map<std::string_view, std::vector<Token>>
-        arrays_; ///< of samplers or textures: the elements
+    SamplerArrays arrays_;
+    SamplerArrays localArrays_; ///< those of the function's parameters
     std::unordered_map<std::string_view, ConstantValue> constants_;
     using ShaderVariables = std::unordered_map<std::string_view, std::vector<EffectSyntax::Shader>>;
     std::map<Stage, ShaderVariables> shaders_;

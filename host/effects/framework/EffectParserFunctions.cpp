@@ -173,13 +173,13 @@ EffectSyntax::Type EffectParser::parseType()
     return type;
 }
 
-EffectParser::Tokens EffectParser::parseDimensions()
+EffectParser::Tokens EffectParser::parseDimensions(double mostElements)
 {
     Tokens dimensions;
     while (reader_.peek().is("[")) {
         append(dimensions, reader_.takeBracketed("the size of an array"));
     }
-    return checked(dimensions);
+    return checked(dimensions, mostElements);
 }
 
 /// Of an array in plain HLSL, whose dimensions the HLSL compiler checks.
@@ -189,7 +189,7 @@ std::optional<std::uint32_t> EffectParser::knownElements(const Tokens& dimension
         return std::nullopt;
     }
     try {
-        return elementsOf(dimensions, dimensions[0]);
+        return elementsOf(dimensions, dimensions[0], static_cast<std::size_t>(Limits::arrayElements));
     } catch (const CompileError&) {
         return 0;
     }
@@ -215,6 +215,7 @@ void EffectParser::parseFunction(const Qualifiers& qualifiers, EffectSyntax::Typ
     EffectSyntax::Piece piece;
     refuseReservedName(name);
     piece.name = name;
+    localArrays_.clear();
     piece.text = qualifiers.kept;
     append(piece.text, type.tokens);
     piece.text.push_back(name);
@@ -229,7 +230,7 @@ void EffectParser::parseFunction(const Qualifiers& qualifiers, EffectSyntax::Typ
             piece.text.push_back(reader_.peek());
             reader_.expect(",", "between the parameters of " + inQuotes(name.text));
         }
-        piece.function.parameters.push_back(parseFunctionParameter(piece));
+        parseFunctionParameter(piece);
         if (piece.function.parameters.size() > Limits::functionParameters) {
             throw CompileError(piece.function.parameters.back().name.at,
                                "a function has " + std::to_string(Limits::functionParameters) +
@@ -239,10 +240,11 @@ void EffectParser::parseFunction(const Qualifiers& qualifiers, EffectSyntax::Typ
     piece.text.push_back(reader_.take());
     piece.function.semantic = parseSemantic();
     parseBody(piece);
+    localArrays_.clear();
     effect_.pieces.push_back(std::move(piece));
 }
 
-EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSyntax::Piece& piece)
+void EffectParser::parseFunctionParameter(EffectSyntax::Piece& piece)
 {
     EffectSyntax::FunctionParameter parameter;
     const Qualifiers qualifiers = parseQualifiers();
@@ -259,6 +261,25 @@ EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSynta
         refuseReservedName(parameter.name);
     }
     const Tokens dimensions = parseDimensions();
+    if (parameter.type.sampler && !dimensions.empty() && !unnamed) {
+        parseSemantic();
+        for (const Token& element : claimLocalElements(dimensions, parameter.name)) {
+            if (element.text != localArrays_[parameter.name.text].front().text) {
+                Token comma = element;
+                comma.kind = TokenKind::Punctuator;
+                comma.text = ",";
+                piece.text.push_back(comma);
+            }
+            EffectSyntax::FunctionParameter each = parameter;
+            each.name = element;
+            append(piece.text, qualifiers.kept);
+            each.typeAt = piece.text.size();
+            append(piece.text, parameter.type.tokens);
+            piece.text.push_back(element);
+            piece.function.parameters.push_back(std::move(each));
+        }
+        return;
+    }
     parameter.elements = knownElements(dimensions);
     parameter.semantic = parseSemantic();
     append(piece.text, qualifiers.kept);
@@ -277,7 +298,7 @@ EffectSyntax::FunctionParameter EffectParser::parseFunctionParameter(EffectSynta
         refuseFloatRemainder(parameter.defaultValue);
         append(piece.text, parameter.defaultValue);
     }
-    return parameter;
+    piece.function.parameters.push_back(std::move(parameter));
 }
 
 /// The HLSL compiler needs a constant here, and folds remainders of whole numbers only.

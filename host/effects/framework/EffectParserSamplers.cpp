@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 
 namespace Qx::Host::Effects {
 
@@ -103,14 +104,22 @@ void EffectParser::parseSamplerArray(const EffectSyntax::Sampler& each, const To
         EffectSyntax::Sampler sampler = each;
         sampler.name = names[i];
         sampler.registerIndex = first == CompiledEffect::Sampler::noRegister ? first : first + i;
+        if (hasStates && i > 0 && reader_.peek().is("}")) {
+            throw CompileError(reader_.peek().at, "there are " + std::to_string(names.size()) + " samplers " +
+                                                      inQuotes(name.text) + ", and states of " +
+                                                      std::to_string(i));
+        }
         if (hasStates && i > 0) {
             reader_.expect(",", "between the states of the samplers " + inQuotes(name.text));
         }
         const bool allKnown = !hasStates || parseSamplerStates(sampler);
         addSampler(sampler, allKnown, annotations);
     }
+    if (hasStates && reader_.accept(",") && !reader_.peek().is("}")) {
+        throw CompileError(reader_.peek().at, "there are " + std::to_string(names.size()) + " samplers " +
+                                                  inQuotes(name.text) + ", and states of more");
+    }
     if (hasStates) {
-        reader_.accept(",");
         reader_.expect("}", "after the states of the samplers " + inQuotes(name.text));
     }
 }
@@ -119,13 +128,8 @@ void EffectParser::parseSamplerArray(const EffectSyntax::Sampler& each, const To
 /// ...
 std::vector<Token> EffectParser::claimElements(const Token& name)
 {
-    constexpr std::uint32_t most = 16;
-    const Token open = reader_.peek();
-    const std::uint32_t count = elementsOf(parseDimensions(), name);
-    if (count > most) {
-        throw CompileError(open.at, "an array of samplers or textures has " + std::to_string(most) +
-                                        " elements at most");
-    }
+    constexpr double any = std::numeric_limits<double>::infinity();
+    const std::uint32_t count = elementsOf(parseDimensions(any), name, Limits::samplerElements);
     checkSize(name); // a list of such arrays is one item
     std::vector<Token>& elements = arrays_[name.text];
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -136,53 +140,24 @@ std::vector<Token> EffectParser::claimElements(const Token& name)
     return elements;
 }
 
-/// With the elements of arrays of samplers and textures by their own names.
-EffectParser::Tokens EffectParser::withoutArrays(const Tokens& tokens) const
+/// The elements of a function's parameter; the caller's are given one by one.
+std::vector<Token> EffectParser::claimLocalElements(const Tokens& dimensions, const Token& name)
 {
-    if (arrays_.empty()) {
-        return tokens;
+    const std::uint32_t count = elementsOf(dimensions, name, Limits::samplerElements);
+    std::vector<Token>& elements = localArrays_[name.text];
+    elements.clear();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        elements.push_back(name);
+        elements.back().text = effect_.texts.emplace_back(std::string(name.text) + '_' + std::to_string(i));
     }
-    Tokens result;
-    result.reserve(tokens.size());
-    for (std::size_t i = 0; i < tokens.size(); ++i) {
-        const bool names = tokens[i].kind == TokenKind::Identifier && (i == 0 || !tokens[i - 1].is("."));
-        const auto array = names ? arrays_.find(tokens[i].text) : arrays_.end();
-        if (array == arrays_.end()) {
-            result.push_back(tokens[i]);
-            continue;
-        }
-        const Token& name = tokens[i];
-        const std::size_t begin = i + 2;
-        std::size_t end = begin;
-        while (end < tokens.size() && !tokens[end].is("]") && !tokens[end].is("[")) {
-            ++end;
-        }
-        double index = -1;
-        if (begin < tokens.size() && tokens[i + 1].is("[") && end < tokens.size()) {
-            Tokens inside(tokens.begin() + static_cast<std::ptrdiff_t>(begin),
-                          tokens.begin() + static_cast<std::ptrdiff_t>(end));
-            inside.push_back(endTokenAfter(inside, name.at));
-            try {
-                ConstantReader reader(inside.data(),
-                                      [this](const Token& each) { return constantNamed(each); });
-                const ConstantValue value = reader.readExpression();
-                const bool whole = value.components.size() == 1 && reader.position()->kind == TokenKind::End;
-                index = whole ? value.components[0] : -1;
-            } catch (const CompileError&) {
-                // An expression that is not constant.
-            }
-        }
-        if (!(index >= 0 && index < static_cast<double>(array->second.size()))) {
-            throw CompileError(name.at, "an element of the array " + inQuotes(name.text) +
-                                            " is selected by a constant from 0 to " +
-                                            std::to_string(array->second.size() - 1) + ", such as " +
-                                            std::string(name.text) + "[0]; write loops over it out");
-        }
-        result.push_back(array->second[static_cast<std::size_t>(index)]);
-        result.back().at = name.at;
-        i = end;
-    }
-    return result;
+    return elements;
+}
+
+EffectParser::Tokens EffectParser::withoutArrays(const Tokens& tokens)
+{
+    return withoutSamplerArrays(
+        tokens, localArrays_, arrays_, [this](const Token& name) { return constantNamed(name); },
+        effect_.texts);
 }
 
 bool EffectParser::parseSamplerStates(EffectSyntax::Sampler& sampler)
@@ -392,7 +367,18 @@ void EffectParser::completeSamplers()
         volumes.merge(read);
     }
     addVolumesOfPasses(volumes);
+    std::unordered_set<std::string_view> cubes;
+    for (const EffectSyntax::Piece& piece : effect_.pieces) {
+        for (std::size_t i = 2; i < piece.text.size(); ++i) {
+            if (piece.text[i - 1].is("(") && readsCube(piece.text[i - 2].text)) {
+                cubes.insert(piece.text[i].text);
+            }
+        }
+    }
     for (EffectSyntax::Sampler& sampler : effect_.samplers) {
+        const auto texture = textureKinds_.find(sampler.texture.text);
+        sampler.type.cube = sampler.type.cube || cubes.count(sampler.name.text) != 0 ||
+                            (texture != textureKinds_.end() && texture->second == TextureKind::Cube);
         if (sampler.registerIndex == CompiledEffect::Sampler::noRegister) {
             sampler.registerIndex = registerOfTexture(sampler.texture.text);
         }

@@ -63,6 +63,7 @@ void EffectParser::parseTechnique()
                            "an effect has " + std::to_string(Limits::techniques) + " techniques at most");
     }
     technique.annotations = parseAnnotations();
+    std::vector<Token> withoutShader;
     reader_.expect("{", context);
     while (!reader_.accept("}")) {
         if (reader_.accept(";")) {
@@ -71,13 +72,39 @@ void EffectParser::parseTechnique()
         if (!reader_.isKeyword("pass")) {
             throw reader_.unexpected("'pass' or '}'", context);
         }
-        technique.passes.push_back(parsePass());
+        EffectSyntax::Pass pass = parsePass();
+        if (pass.shader) {
+            technique.passes.push_back(std::move(pass));
+        } else {
+            withoutShader.push_back(pass.keyword);
+        }
         ++passes_;
     }
-    if (technique.passes.empty()) {
+    for (const Token& pass : withoutShader) {
+        leftOut_.emplace_back(pass.at, "the pass has no pixel shader and is left out" +
+                                           (technique.passes.empty()
+                                                ? ", and so is technique " + inQuotes(technique.name.text)
+                                                : std::string()));
+    }
+    if (technique.passes.empty() && withoutShader.empty()) {
         throw CompileError(technique.name.at, "technique " + inQuotes(technique.name.text) + " has no pass");
     }
-    effect_.techniques.push_back(std::move(technique));
+    if (!technique.passes.empty()) {
+        effect_.techniques.push_back(std::move(technique));
+    }
+}
+
+/// Nothing is drawn without a shader. It is an error only if that is all there is.
+void EffectParser::tellOfPassesLeftOut()
+{
+    for (const CompileError& each : leftOut_) {
+        if (effect_.techniques.empty()) {
+            problems_.fail(
+                {each.at(), "the pass has no pixel shader; write PixelShader = compile ps_3_0 FUNCTION();"});
+        } else {
+            problems_.warn(each);
+        }
+    }
 }
 
 EffectSyntax::Pass EffectParser::parsePass()
@@ -93,10 +120,6 @@ EffectSyntax::Pass EffectParser::parsePass()
         if (!reader_.accept(";")) {
             parseState(pass);
         }
-    }
-    if (!pass.shader) {
-        throw CompileError(pass.keyword.at,
-                           "the pass has no pixel shader; write PixelShader = compile ps_3_0 FUNCTION();");
     }
     return pass;
 }
@@ -276,10 +299,17 @@ EffectSyntax::Shader EffectParser::parseCompilation(Stage stage)
     }
     const Token open = reader_.take();
     while (!reader_.peek().is(")")) {
-        shader.arguments.push_back(
-            checked(reader_.takeUntil(",)", "the arguments of the function to compile", &open)));
-        if (shader.arguments.back().empty()) {
+        const Tokens argument = reader_.takeUntil(",)", "the arguments of the function to compile", &open);
+        if (argument.empty()) {
             throw CompileError(reader_.peek().at, "an argument is missing");
+        }
+        const bool isArray = argument.size() == 1 && arrays_.count(argument[0].text) != 0;
+        for (const Token& element : isArray ? arrays_[argument[0].text] : Tokens()) {
+            shader.arguments.push_back({element});
+            shader.arguments.back().front().at = argument[0].at;
+        }
+        if (!isArray) {
+            shader.arguments.push_back(checked(argument));
         }
         if (reader_.accept(",") && reader_.peek().is(")")) {
             throw CompileError(reader_.peek().at, "an argument is missing");

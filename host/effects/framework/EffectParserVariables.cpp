@@ -6,6 +6,7 @@
 #include "host/effects/framework/TokenLists.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace Qx::Host::Effects {
 
@@ -154,14 +155,15 @@ void EffectParser::parseParameter(EffectSyntax::Type type, const Token& name)
 {
     EffectSyntax::Parameter parameter;
     parameter.name = name;
-    Tokens dimensions = parseDimensions();
+    Tokens dimensions = parseDimensions(std::numeric_limits<double>::infinity());
     if (type.numeric) {
         initializers_.splitWholeMatrix(*type.numeric, type.tokens[0], dimensions);
     }
     checkParameterType(type, name);
     parameter.type = type;
     const bool open = dimensions.size() == 2; // "[]"
-    parameter.elements = dimensions.empty() || open ? 0 : elementsOf(dimensions, name);
+    parameter.elements =
+        dimensions.empty() || open ? 0 : elementsOf(dimensions, name, Limits::parameterElements);
     const Suffixes suffixes = parseSuffixes();
     parameter.semantic = suffixes.semantic;
     parameter.place = registerOf(suffixes);
@@ -172,7 +174,8 @@ void EffectParser::parseParameter(EffectSyntax::Type type, const Token& name)
             evaluateInitializer(reader_.takeUntil(",;", "the default of " + inQuotes(name.text)), name);
         if (open) {
             const std::size_t given = value.components.size() / each;
-            parameter.elements = checkedElements(static_cast<double>(given), name.at, name);
+            parameter.elements =
+                checkedElements(static_cast<double>(given), name.at, name, Limits::parameterElements);
         }
         parameter.defaultValue =
             fitted(std::move(value), type.numeric->scalar, each * std::max(parameter.elements, 1U),
@@ -276,23 +279,22 @@ void EffectParser::checkParameterType(const EffectSyntax::Type& type, const Toke
     }
 }
 
-std::uint32_t EffectParser::elementsOf(const Tokens& dimensions, const Token& name)
+std::uint32_t EffectParser::elementsOf(const Tokens& dimensions, const Token& name, std::size_t most)
 {
     if (std::count_if(dimensions.begin(), dimensions.end(), [](const Token& t) { return t.is("["); }) != 1) {
         throw CompileError(dimensions[0].at,
-                           "parameter " + inQuotes(name.text) + " has more than one dimension");
+                           "the array " + inQuotes(name.text) + " has more than one dimension");
     }
     const ConstantValue value = evaluateInitializer({dimensions.begin() + 1, dimensions.end() - 1}, name);
     return checkedElements(value.integer && value.components.size() == 1 ? value.components[0] : 0.0,
-                           dimensions[0].at, name);
+                           dimensions[0].at, name, most);
 }
 
-std::uint32_t EffectParser::checkedElements(double count, Location at, const Token& name)
+std::uint32_t EffectParser::checkedElements(double count, Location at, const Token& name, std::size_t most)
 {
-    constexpr double most = Limits::uniformBytes / 16.0;
-    if (!(count >= 1.0) || count > most) {
+    if (!(count >= 1.0) || count > static_cast<double>(most)) {
         throw CompileError(at, "the size of array " + inQuotes(name.text) + " is a whole number from 1 to " +
-                                   std::to_string(static_cast<int>(most)));
+                                   std::to_string(most));
     }
     return static_cast<std::uint32_t>(count);
 }

@@ -61,6 +61,24 @@ char32_t codeOf(std::string_view character)
     return code;
 }
 
+/// Bytes that are not UTF-8 as those of Latin-1, which most old files have; '?' for its control characters.
+std::string latin1(std::string_view bytes)
+{
+    std::string text;
+    for (const char byte : bytes) {
+        const auto code = static_cast<unsigned char>(byte);
+        if (code < 0x80U) {
+            text += code < 0x20U || code == 0x7FU ? '?' : byte;
+        } else if (code < 0xA0U) {
+            text += '?';
+        } else {
+            text += static_cast<char>(0xC0U | code >> 6U);
+            text += static_cast<char>(0x80U | (code & 0x3FU));
+        }
+    }
+    return text;
+}
+
 using Ranges = std::initializer_list<std::pair<char32_t, char32_t>>;
 
 bool isIn(char32_t code, const Ranges& ranges)
@@ -124,8 +142,15 @@ Excerpt excerptOf(std::string_view text, std::uint32_t line, std::uint32_t colum
         }
         const char32_t code = codeOf(character);
         const bool tab = character == "\t";
-        const std::size_t width = tab ? tabStop - cells % tabStop : isShowable(code) ? widthOf(code) : 1;
-        excerpt.text += tab ? std::string(width, ' ') : isShowable(code) ? std::string(character) : "?";
+        const bool utf8 = code != 0 || character == std::string_view("\0", 1);
+        const std::size_t width = tab                ? tabStop - cells % tabStop
+                                  : !utf8            ? character.size()
+                                  : isShowable(code) ? widthOf(code)
+                                                     : 1;
+        excerpt.text += tab                ? std::string(width, ' ')
+                        : !utf8            ? latin1(character)
+                        : isShowable(code) ? std::string(character)
+                                           : "?";
         cells += width;
     }
     if (place >= end) {

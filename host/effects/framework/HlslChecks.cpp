@@ -19,7 +19,6 @@ namespace {
 constexpr std::size_t longestStatement = 16384;
 constexpr std::size_t longestRunOfOperators = 64;
 constexpr std::size_t longestChainOfBranches = 256;
-constexpr double largestArray = 4096.0;
 
 bool isHint(const Token* token, const Token* end, const Token* previous)
 {
@@ -121,7 +120,8 @@ double sizeBetween(const Token* open, const Token* close, const ConstantReader::
 }
 
 /// Checks dimensions such as "[2][3]" from their first bracket on. Returns the token after them.
-const Token* checkArraySize(const Token* token, const Token* end, const ConstantReader::Names& names)
+const Token* checkArraySize(const Token* token, const Token* end, const ConstantReader::Names& names,
+                            double most)
 {
     constexpr std::ptrdiff_t longest = 64; // tokens; sizes are short
     const Location at = token->at;
@@ -135,8 +135,8 @@ const Token* checkArraySize(const Token* token, const Token* end, const Constant
         size *= sizeBetween(token, close, names);
         token = close + 1;
     }
-    if (size > largestArray) {
-        throw CompileError(at, "an array has " + std::to_string(static_cast<unsigned>(largestArray)) +
+    if (size > most) {
+        throw CompileError(at, "an array has " + std::to_string(static_cast<unsigned>(most)) +
                                    " elements at most");
     }
     return token;
@@ -186,7 +186,8 @@ private:
 
 } // namespace
 
-std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantReader::Names& names)
+std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantReader::Names& names,
+                               double mostElements)
 {
     std::vector<Token> kept;
     kept.reserve(tokens.size());
@@ -211,7 +212,7 @@ std::vector<Token> checkedHlsl(const std::vector<Token>& tokens, const ConstantR
             }
         }
         if (token->is("[") && token >= judged) {
-            judged = checkArraySize(token, end, constantNamed);
+            judged = checkArraySize(token, end, constantNamed, mostElements);
         }
         constants.note(token, end);
         chains.count(*token);

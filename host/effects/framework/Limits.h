@@ -25,6 +25,9 @@ struct Limits
     static constexpr std::size_t functionParameters = 256;
     static constexpr std::size_t structNumbers = 4096;
     static constexpr std::size_t uniformBytes = 16384; ///< the least maximum of a Vulkan device
+    static constexpr std::size_t parameterElements = uniformBytes / 16; ///< of an array of parameters
+    static constexpr std::size_t samplerElements = 16; ///< of an array of samplers or textures
+    static constexpr double arrayElements = 4096;      ///< of other arrays, over all dimensions
 };
 
 } // namespace Qx::Host::Effects

@@ -2,8 +2,10 @@
 
 #include "host/effects/framework/TokenLists.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -112,6 +114,14 @@ private:
             throw CompileError(name.at, inQuotes(name.text) + " selects " + std::to_string(elements.size()) +
                                             " elements of a matrix; a vector holds at most 4");
         }
+        const auto countsFromZero = [](std::string_view element) { return element.substr(0, 2) == "_m"; };
+        if (std::any_of(elements.begin(), elements.end(), [&](std::string_view element) {
+                return countsFromZero(element) != countsFromZero(elements.front());
+            })) {
+            throw CompileError(name.at, inQuotes(name.text) +
+                                            " mixes two notations: _m00 counts rows and columns "
+                                            "from 0, _11 from 1; write all in one");
+        }
         if (matrix.empty() || matrix.size() > longestMatrix) {
             throw CompileError(name.at, inQuotes(name.text) +
                                             " selects several elements of a matrix; select one at a time, "
@@ -142,6 +152,9 @@ private:
         if (!isStatement || !assignment_.elements.empty()) {
             throw CompileError(name.at,
                                "several elements of a matrix are assigned to in a statement of its own");
+        }
+        if (std::set(elements.begin(), elements.end()).size() != elements.size()) {
+            throw CompileError(name.at, inQuotes(name.text) + " assigns to an element twice");
         }
         assignment_ = {matrix, elements, sign, depth_};
         static constexpr std::array<std::string_view, 3> types{"float2", "float3", "float4"};

@@ -10,13 +10,15 @@ namespace Qx::Host::Effects {
 std::optional<SamplerType> SamplerType::named(std::string_view name)
 {
     if (equalIgnoringCase(name, "sampler")) {
-        return SamplerType{true, 2};
+        return SamplerType{true, 2, false};
     }
     if (equalIgnoringCase(name, "sampler3D")) {
-        return SamplerType{false, 3};
+        return SamplerType{false, 3, false};
     }
-    const bool picture = equalIgnoringCase(name, "sampler2D") || equalIgnoringCase(name, "sampler1D") ||
-                         equalIgnoringCase(name, "samplerCUBE");
+    if (equalIgnoringCase(name, "samplerCUBE")) {
+        return SamplerType{false, 2, true};
+    }
+    const bool picture = equalIgnoringCase(name, "sampler2D") || equalIgnoringCase(name, "sampler1D");
     return picture ? std::optional(SamplerType{}) : std::nullopt;
 }
 
@@ -31,6 +33,11 @@ bool isTextureType(std::string_view name)
 bool readsVolume(std::string_view name)
 {
     return name.substr(0, 5) == "tex3D";
+}
+
+bool readsCube(std::string_view name)
+{
+    return name.substr(0, 7) == "texCUBE" || name == "qxfx_levelCUBE";
 }
 
 } // namespace Qx::Host::Effects

@@ -263,6 +263,7 @@ void resolveSampler(const EffectSyntax::Sampler& syntax, CompiledEffect& effect,
     tolerate(problems,
              [&] { sampler.texture = textureNamed(syntax.texture.text, syntax.texture.at, effect); });
     sampler.dimensions = syntax.type.dimensions;
+    sampler.faces = syntax.type.cube ? 6 : 1;
     sampler.registerIndex = syntax.registerIndex;
     sampler.filter = syntax.filter;
     sampler.mip = syntax.mip;

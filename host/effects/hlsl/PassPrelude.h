@@ -114,12 +114,12 @@ inline constexpr std::string_view cornerFunctions = R"(
 float4 qxfx_placeOf(float2 at, float2 pixels) { return pixels.x > 0.0 ? float4(at * pixels, 0.0, 1.0) : float4(at * float2(2.0, -2.0) + float2(-1.0, 1.0), 0.0, 1.0); }
 )";
 // Direct3D 9 has the centres of pixels at whole numbers. Effects for it move their corners up and left by
-// half a pixel, or their coordinates by half a texel, so that texels and pixels meet. A place is then taken
-// as it is there. Sprites have positions in pixels. Where those of the target's corners become a point of a
-// few pixels, an effect that knows the size of a picture is for sprites: it gets as many pixels as cover the
-// target.
+// half a pixel, or their coordinates by half a texel, so that texels and pixels meet: of the target, or of
+// the picture whose size they ask for. A place is then taken as it is there. Sprites have positions in
+// pixels. Where those of the target's corners become a point of a few pixels, an effect that knows the size
+// of a picture is for sprites: it gets as many pixels as cover the target.
 inline constexpr std::string_view shiftFunctions = R"(
-float2 qxfx_pixelsOf(float2 place) { return (place - float2(-1.0, 1.0)) * float2(0.5, -0.5) / qxfx_area.zw; }
+float2 qxfx_shareOf(float2 place) { return (place - float2(-1.0, 1.0)) * float2(0.5, -0.5); }
 float2 qxfx_pixelsAcross(float4 a, float4 b, float4 c) {
 float2 size = float2(b.x / b.w - a.x / a.w, c.y / c.w - a.y / a.w);
 return all(size > 0.0) && all(size < 9.0 * qxfx_area.zw) ? 4.0 / size : 0.0; }

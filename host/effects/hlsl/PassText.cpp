@@ -6,9 +6,14 @@
 #include "host/effects/hlsl/HlslNames.h"
 #include "host/effects/hlsl/PassPrelude.h"
 #include "host/effects/hlsl/Remainders.h"
+#include "host/effects/spirv/ShaderChecks.h"
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstring>
+#include <map>
+#include <span>
 
 namespace Qx::Host::Effects {
 namespace {
@@ -271,6 +276,35 @@ bool isSize(const CompiledEffect::Parameter& parameter)
            supply == Supply::PlayerPicture || supply == Supply::PlayerTexel;
 }
 
+/// What the uniform buffer holds when a picture of the usual size is drawn with the defaults of all
+/// parameters.
+std::vector<std::byte> likelyUniforms(const CompiledEffect& effect)
+{
+    constexpr FrameFacts facts{1.0, 0.04, 25, 1920, 1080};
+    std::vector<std::byte> bytes(effect.uniformBytes);
+    for (const CompiledEffect::Parameter& parameter : effect.parameters) {
+        const std::span<std::byte> place = std::span(bytes).subspan(parameter.offset, parameter.bytes);
+        std::copy_n(parameter.defaultValue.begin(), std::min(parameter.defaultValue.size(), place.size()),
+                    place.begin());
+        std::vector<float> values;
+        if (parameter.semantic == Semantic::TextureSize || parameter.semantic == Semantic::TargetSize) {
+            values = valuesOf(Supply::PictureSize, parameter, facts);
+        } else if (parameter.semantic == Semantic::TextureMaxCode ||
+                   parameter.semantic == Semantic::TargetMaxCode) {
+            values = {255.0F};
+        } else if (const Supply supply = supplyOf(parameter); supply != Supply::None) {
+            values = valuesOf(supply, parameter, facts);
+        }
+        for (std::size_t i = 0; i < values.size() && (i + 1) * sizeof(float) <= place.size(); ++i) {
+            const bool isFloat = parameter.type == CompiledEffect::ScalarType::Float;
+            const auto bits = isFloat ? std::bit_cast<std::uint32_t>(values[i])
+                                      : static_cast<std::uint32_t>(static_cast<std::int32_t>(values[i]));
+            std::memcpy(place.data() + i * sizeof bits, &bits, sizeof bits);
+        }
+    }
+    return bytes;
+}
+
 /// The values of a matrix that is 1 on its diagonal.
 std::string identity(const CompiledEffect::Parameter& parameter)
 {
@@ -321,7 +355,7 @@ public:
             addLines(shiftFunctions);
             addLines(placeFunctions);
             addVertexFunction();
-            vertex_->writeInterpolation(form, used, knowsSizes(),
+            vertex_->writeInterpolation(form, used, knowsSizes(), texels(),
                                         [&](std::string_view line) { interpolation_.emplace_back(line); });
             copies_.insert(copies_.begin(), interpolation_.begin(), interpolation_.end());
         }
@@ -334,6 +368,7 @@ public:
         }
         text.missing.insert(text.missing.end(), call.missing().begin(), call.missing().end());
         text.warnings = call.warnings();
+        text.warnings.insert(text.warnings.end(), form.warnings.begin(), form.warnings.end());
         return text;
     }
 
@@ -355,6 +390,68 @@ public:
     }
 
     const VertexCall& vertex() const { return *vertex_; }
+
+    /// Whether the vertex shader asks for the size of a picture or a texel.
+    bool knowsSizes() const
+    {
+        const std::unordered_set<std::string_view> names = calls_.namesReachedBy(pass_.vertex);
+        return std::any_of(effect_.parameters.begin(), effect_.parameters.end(), [&](const auto& parameter) {
+            return names.count(parameter.name) != 0 && isSize(parameter);
+        });
+    }
+
+    /// The sizes of texels that the vertex shader asks for, as expressions.
+    std::vector<std::string> texels() const
+    {
+        const std::unordered_set<std::string_view> names = calls_.namesReachedBy(pass_.vertex);
+        std::vector<std::string> found;
+        std::map<Supply, std::string> sides; // that are asked for one by one
+        for (const CompiledEffect::Parameter& parameter : effect_.parameters) {
+            if (names.count(parameter.name) == 0 || !isSize(parameter) ||
+                parameter.semantic == Semantic::TargetSize) {
+                continue;
+            }
+            const std::string name(hlslName(parameter.name));
+            const Supply supply = supplyOf(parameter);
+            if (parameter.columns == 1) {
+                sides.emplace(supply, name);
+            } else if (supply == Supply::TexelSize || supply == Supply::PlayerTexel) {
+                found.push_back(name + ".xy");
+            } else {
+                found.push_back("(1.0 / float2(" + name + ".xy))");
+            }
+        }
+        const auto pair = [&](Supply x, Supply y) {
+            return sides.count(x) != 0 && sides.count(y) != 0
+                       ? "float2(" + sides.at(x) + ", " + sides.at(y) + ')'
+                       : std::string();
+        };
+        if (const std::string size = pair(Supply::PictureWidth, Supply::PictureHeight); !size.empty()) {
+            found.push_back("(1.0 / " + size + ')');
+        }
+        if (const std::string size = pair(Supply::TexelWidth, Supply::TexelHeight); !size.empty()) {
+            found.push_back(size);
+        }
+        return found;
+    }
+
+    /// The error for what only pixels can, in the vertex shader.
+    CompileError pixelWord() const
+    {
+        static constexpr std::array<std::string_view, 5> words{"clip", "discard", "ddx", "ddy", "fwidth"};
+        const std::unordered_set<std::string_view> names = calls_.namesReachedBy(pass_.vertex);
+        Token found = pass_.vertex.entry;
+        for (const EffectSyntax::Piece& piece : syntax_.pieces) {
+            for (std::size_t i = piece.bodyBegin; i < piece.text.size() && names.count(piece.name.text) != 0;
+                 ++i) {
+                const bool is = std::find(words.begin(), words.end(), piece.text[i].text) != words.end();
+                found = is ? piece.text[i] : found;
+            }
+        }
+        return {found.at, "the vertex shader " + inQuotes(pass_.vertex.entry.text) +
+                              " cannot use clip, discard, ddx, ddy or fwidth, which are for pixels; move it "
+                              "to the pixel shader"};
+    }
 
 private:
     void add(std::string_view line) { output_.add(line, pass_.shader.entry.at); }
@@ -387,14 +484,6 @@ private:
     }
 
     void addVertexFunction() { vertex_->writeFunction(copies_, lineWriter(), tokenWriter()); }
-
-    bool knowsSizes() const
-    {
-        const std::unordered_set<std::string_view> names = calls_.namesReachedBy(pass_.vertex);
-        return std::any_of(effect_.parameters.begin(), effect_.parameters.end(), [&](const auto& parameter) {
-            return names.count(parameter.name) != 0 && isSize(parameter);
-        });
-    }
 
     bool isUsed(std::string_view name) const { return names_.count(name) != 0; }
 
@@ -606,13 +695,17 @@ VertexForm PassWriter::formOf(const EffectSyntax::Pass& pass) const
     const std::string probe = writing.runProbe();
     auto found = forms_.find(probe);
     if (found == forms_.end()) {
-        found = forms_.emplace(probe, writing.vertex().formOf(compile_(probe))).first;
+        const std::vector<std::uint32_t> spirv = compile_(probe);
+        if (minglesPixels(spirv)) {
+            throw writing.pixelWord();
+        }
+        found =
+            forms_
+                .emplace(probe, writing.vertex().formOf(spirv, likelyUniforms(effect_), writing.knowsSizes()))
+                .first;
     }
-    if (found->second.hasOnePlace) {
-        throw CompileError(pass.vertex.entry.at,
-                           "the vertex shader " + inQuotes(pass.vertex.entry.text) +
-                               " gives all corners of the rectangle that a pass draws the same position; "
-                               "techniques that draw a mesh cannot be used");
+    if (found->second.error) {
+        throw CompileError(*found->second.error);
     }
     return found->second;
 }

@@ -3,6 +3,7 @@
 #include "host/core/Suggestion.h"
 #include "host/effects/CompiledEffect.h"
 #include "host/effects/spirv/CornerForms.h"
+#include "host/effects/spirv/CornerTrial.h"
 
 #include <algorithm>
 #include <array>
@@ -140,6 +141,7 @@ void VertexCall::addResult(const EffectSyntax::Type& type, const Token& name,
         std::string value = asFour(parts[i], type.numeric->columns);
         if (isPosition(meaning)) {
             place_ = std::move(value);
+            placeName_ = name;
             continue;
         }
         if (outputNamed(meaning)) {
@@ -188,7 +190,9 @@ void VertexCall::writeProbe(const WriteLine& writeLine) const
     }
     writeLine("};");
     writeLine("qxfx_Probe main(float4 qxfx_probe : TEXCOORD0) {");
-    writeLine("qxfx_Corner qxfx_vertex = qxfx_cornerAt(float4(qxfx_probe.xy, 0.0, 1.0), qxfx_probe.zw, 0);");
+    writeLine(
+        textOf({"qxfx_Corner qxfx_vertex = qxfx_cornerAt(float4(qxfx_probe.xy, 0.0, 1.0), qxfx_probe.zw, ",
+                numbered_ ? "uint(qxfx_probe.z + 2.0 * qxfx_probe.w));" : "0);"}));
     writeLine("qxfx_Probe qxfx_made; qxfx_made.place = qxfx_vertex.place;");
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
         const std::string name = "of" + std::to_string(i);
@@ -197,7 +201,50 @@ void VertexCall::writeProbe(const WriteLine& writeLine) const
     writeLine("return qxfx_made; }");
 }
 
-VertexForm VertexCall::formOf(const std::vector<std::uint32_t>& spirv) const
+/// Says what would draw nothing.
+void VertexCall::judge(const std::vector<std::uint32_t>& spirv, const std::vector<std::byte>& uniforms,
+                       bool knowsSizes, VertexForm& form) const
+{
+    const std::string self = "the vertex shader " + inQuotes(name()) + ' ';
+    constexpr unsigned drawn = 0b1011U; // z does not count
+    const Spirv::CornerTrial trial = Spirv::tryCorners(spirv, uniforms);
+    const auto unwritten = [&](unsigned components) {
+        std::string letters;
+        for (std::size_t c = 0; c < 4; ++c) {
+            letters += (components >> c & 1U) != 0 ? std::string(1, "xyzw"[c]) : "";
+        }
+        return self + "does not write " + (letters == "xyzw" ? "" : letters + " of ") + "its position " +
+               inQuotes(placeName_.text);
+    };
+    if ((trial.unwritten & drawn) != 0) {
+        form.error.emplace(placeName_.at, unwritten(trial.unwritten) + "; give each component a value");
+        return;
+    }
+    if ((trial.unwrittenInBranches & drawn) != 0) {
+        form.warnings.emplace_back(placeName_.at, unwritten(trial.unwrittenInBranches) +
+                                                      " in every branch; give each component a value first");
+        return;
+    }
+    if (form.hasOnePlace) {
+        form.error.emplace(shader_.entry.at,
+                           self + "gives all corners of the rectangle that a pass draws the same "
+                                  "position; techniques that draw a mesh cannot be used");
+        return;
+    }
+    const std::string complaint = complaintOf(trial, numbered_ ? 3 : 4, knowsSizes);
+    if (complaint.empty()) {
+        return;
+    }
+    if (trial.readsParameters) {
+        form.warnings.emplace_back(shader_.entry.at,
+                                   "with the values that its parameters begin with, " + self + complaint);
+    } else {
+        form.error.emplace(shader_.entry.at, self + complaint);
+    }
+}
+
+VertexForm VertexCall::formOf(const std::vector<std::uint32_t>& spirv, const std::vector<std::byte>& uniforms,
+                              bool knowsSizes) const
 {
     VertexForm form;
     form.affine.resize(outputs_.size());
@@ -211,7 +258,7 @@ VertexForm VertexCall::formOf(const std::vector<std::uint32_t>& spirv) const
     const auto isAffine = [](const Form& number) { return number.kind != Form::Kind::Other; };
     form.keepsPlace = !numbered_ && x.copiedInput == 0U && y.copiedInput == 1U && w.value == 1.0F;
     form.placeIsAffine = std::all_of(place->second.begin(), place->second.end(), isAffine);
-    form.hasOnePlace = !numbered_ && isUniform(x) && isUniform(y) && isUniform(w);
+    form.hasOnePlace = isUniform(x) && isUniform(y) && isUniform(w);
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
         const auto found = outputs.find(static_cast<std::uint32_t>(i + 1));
         form.affine[i] = !numbered_ && found != outputs.end() &&
@@ -220,11 +267,12 @@ VertexForm VertexCall::formOf(const std::vector<std::uint32_t>& spirv) const
             form.keepsCoordinate = found->second[0].copiedInput == 2U && found->second[1].copiedInput == 3U;
         }
     }
+    judge(spirv, uniforms, knowsSizes, form);
     return form;
 }
 
 void VertexCall::writeInterpolation(const VertexForm& form, const std::vector<bool>& used, bool knowsSizes,
-                                    const WriteLine& writeLine) const
+                                    const std::vector<std::string>& texels, const WriteLine& writeLine) const
 {
     const auto corner = [](std::string_view at, std::string_view number) {
         return "qxfx_cornerAt(qxfx_placeOf(" + std::string(at) + ", qxfx_pixels), " + std::string(at) + ", " +
@@ -256,11 +304,17 @@ void VertexCall::writeInterpolation(const VertexForm& form, const std::vector<bo
     }
     writeLine("float2 qxfx_at = qxfx_uv;");
     if (mayBeShifted) {
-        std::string shifted = "qxfx_isHalf(-qxfx_pixelsOf(qxfx_c0.place.xy / qxfx_c0.place.w))";
+        writeLine("float2 qxfx_moved = qxfx_shareOf(qxfx_c0.place.xy / qxfx_c0.place.w);");
+        std::string shifted = "qxfx_isHalf(-qxfx_moved / qxfx_area.zw)";
+        const std::string origin = "qxfx_coordinate(0, float2(0.0, 0.0))";
         if (movesCoordinate) {
-            shifted += " || qxfx_isHalf((qxfx_c0.of" + std::to_string(*coordinate) +
-                       ".xy - qxfx_coordinate(0, float2(0.0, 0.0))) / (qxfx_coordinate(0, qxfx_area.zw) - "
-                       "qxfx_coordinate(0, float2(0.0, 0.0))))";
+            writeLine("float2 qxfx_slid = qxfx_c0.of" + std::to_string(*coordinate) + ".xy - " + origin +
+                      ';');
+            shifted += " || qxfx_isHalf(qxfx_slid / (qxfx_coordinate(0, qxfx_area.zw) - " + origin + "))";
+        }
+        for (const std::string& texel : texels) { // half of them is as much of another size
+            shifted += textOf({" || qxfx_isHalf(-qxfx_moved / ", texel, ")"});
+            shifted += movesCoordinate ? textOf({" || qxfx_isHalf(qxfx_slid / ", texel, ")"}) : "";
         }
         writeLine("if (" + shifted + ") qxfx_at -= 0.5 * qxfx_area.zw;");
     }

@@ -20,6 +20,9 @@ struct VertexForm
     bool hasOnePlace = false;     ///< its position is the same for all corners
     bool keepsCoordinate = false; ///< the texture coordinate 0 is the one that it is given
     std::vector<bool> affine;     ///< of each output: it is what the function gives at any place between
+
+    std::optional<CompileError> error; ///< nothing can be drawn
+    std::vector<CompileError> warnings;
 };
 
 /// The call of a pass's vertex function for the corners of the rectangle that the pass draws, and what it
@@ -57,14 +60,17 @@ public:
     /// of its position and two of its texture coordinates.
     void writeProbe(const WriteLine& writeLine) const;
 
-    /// What outputForms() of the probe's shader says.
-    VertexForm formOf(const std::vector<std::uint32_t>& spirv) const;
+    /// What outputForms() and tryCorners() of the probe's shader say. `uniforms` is what the uniform buffer
+    /// may hold when it is drawn; `knowsSizes` as below.
+    VertexForm formOf(const std::vector<std::uint32_t>& spirv, const std::vector<std::byte>& uniforms,
+                      bool knowsSizes) const;
 
     /// Writes the lines that declare `qxfx_Corner qxfx_vertex`, with the values at qxfx_pixel, and leave the
     /// pixel out that the rectangle does not cover. Of the outputs those are written that `used` has.
-    /// `knowsSizes`: the function asks for the size of the picture.
+    /// `knowsSizes`: the function asks for the size of a picture or a texel; `texels` are those sizes of
+    /// texels, in texture coordinates.
     void writeInterpolation(const VertexForm& form, const std::vector<bool>& used, bool knowsSizes,
-                            const WriteLine& writeLine) const;
+                            const std::vector<std::string>& texels, const WriteLine& writeLine) const;
 
 private:
     std::string input(const EffectSyntax::Type& type, const Token& name, const std::optional<Token>& semantic,
@@ -72,10 +78,13 @@ private:
     void addResult(const EffectSyntax::Type& type, const Token& name, std::optional<std::uint32_t> elements,
                    const std::optional<Token>& semantic, const std::string& expression) override;
     void refuseInOut(const EffectSyntax::FunctionParameter&) const override {}
+    void judge(const std::vector<std::uint32_t>& spirv, const std::vector<std::byte>& uniforms,
+               bool knowsSizes, VertexForm& form) const;
 
     const EffectSyntax::Shader& shader_;
     std::vector<Output> outputs_;
     std::string place_;     ///< the position, after the call
+    Token placeName_;       ///< its name, or that of the function
     bool numbered_ = false; ///< it makes its corners of their numbers
 };
 

@@ -12,11 +12,6 @@ namespace {
 
 using namespace Spirv;
 
-constexpr std::uint32_t bitsOf(float value)
-{
-    return std::bit_cast<std::uint32_t>(value);
-}
-
 // Floats of 32 bits from 2^23 to 2^24 are the whole numbers: the lowest bits of 2^23 + n are those of n.
 constexpr float above = 1 << 23;        ///< for n from 0 to 2^23
 constexpr float around = 3 * (1 << 22); ///< for n from -2^22 to 2^22

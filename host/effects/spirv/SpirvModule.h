@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -17,6 +18,17 @@ using Words = std::vector<std::uint32_t>;
 
 inline constexpr std::size_t headerWords = 5;
 inline constexpr std::size_t boundWord = 3; ///< of the header: one more than the largest id
+
+/// The bits of a float of 32 bits, as constants hold them.
+constexpr std::uint32_t bitsOf(float value)
+{
+    return std::bit_cast<std::uint32_t>(value);
+}
+
+constexpr std::uint32_t bitsOf(bool value)
+{
+    return value ? 1U : 0U;
+}
 
 /// One instruction of a module, including its first word.
 struct Instruction

@@ -32,7 +32,7 @@ Qx::Ptr<GPUImage3D> blackTable(Context& context)
 } // namespace
 
 Prewarm::Prewarm(std::shared_ptr<EffectProgram> program)
-    : program_(std::move(program)), effect_(Qx::makePtr<ShaderEffect>(program_))
+    : program_(std::move(program)), effect_(Qx::makePtr<ShaderEffect>(program_, false))
 {
 }
 

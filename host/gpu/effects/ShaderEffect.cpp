@@ -52,6 +52,23 @@ std::string obstacle(const Draw& draw, const TechniqueDrawing& drawing)
     return {};
 }
 
+/// What is to be said of a picture that can hardly be what the pass takes it for; empty if there is none.
+std::string doubtOf(const Draw& draw, const TechniqueDrawing& drawing)
+{
+    for (std::size_t p = 0; p < drawing.passCount(); ++p) {
+        for (const std::uint32_t index : drawing.program(p).bindings) {
+            const CompiledEffect::Sampler& sampler = draw.effect.samplers[index];
+            const TextureKey& key = draw.textures[sampler.texture]->key;
+            if (!CompiledEffect::fits(sampler, key.width, key.height)) {
+                return "texture \"" + draw.effect.textures[sampler.texture].name +
+                       "\" is read as a cube, whose six square faces lie side by side; its picture has " +
+                       std::to_string(key.width) + " x " + std::to_string(key.height) + " texels";
+            }
+        }
+    }
+    return {};
+}
+
 RectangleOf<float> wholeOf(const TextureKey& key)
 {
     return {0.0F, 0.0F, static_cast<float>(key.width), static_cast<float>(key.height)};
@@ -171,8 +188,8 @@ std::size_t NumberParameter::getComponentCount() const
     return componentCount(parameter_);
 }
 
-ShaderEffect::ShaderEffect(std::shared_ptr<EffectProgram> program)
-    : state_(std::make_shared<EffectState>(std::move(program)))
+ShaderEffect::ShaderEffect(std::shared_ptr<EffectProgram> program, bool tells)
+    : state_(std::make_shared<EffectState>(std::move(program))), tells_(tells)
 {
     for (const Parameter& parameter : compiled().parameters) {
         parameters_.push_back(Qx::makePtr<NumberParameter>(state_, parameter));
@@ -281,6 +298,10 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
         const Draw draw = drawOf(stage, areaOf(stage));
         if (const std::string reason = obstacle(draw, *stage.usual); !reason.empty()) {
             return because(reason);
+        }
+        if (const std::string doubt = tells_ ? doubtOf(draw, *stage.usual) : std::string();
+            !doubt.empty() && state_->isNews(doubt)) {
+            report("GPU: technique \"" + effect.techniques[technique].name + "\": " + doubt);
         }
         if (!isEmpty(draw.pixels) && !stage.drawingFor(draw).createPipelines()) {
             return because("its pipelines cannot be created");

@@ -38,7 +38,8 @@ public:
 class ShaderEffect final : public iShaderEffect
 {
 public:
-    explicit ShaderEffect(std::shared_ptr<EffectProgram> program);
+    /// `tells`: of pictures that are bound, what is doubtful about them goes to the log.
+    explicit ShaderEffect(std::shared_ptr<EffectProgram> program, bool tells = true);
 
     bool setTechnique(const LightweightString<char>& name) override;
     Qx::Vector<LightweightString<char>> getTechniqueNames() const override;
@@ -54,6 +55,7 @@ private:
     bool fail(const std::string& reason);
 
     const std::shared_ptr<EffectState> state_;
+    const bool tells_;
     std::vector<Qx::Ptr<iShaderParam>> parameters_; ///< in the file's order
 };
 

@@ -137,7 +137,7 @@ const std::vector<Nasty>& nastyFiles()
         {"TerabyteArray", holding(effectWith("float a[1000000][1000000]; return a[0][0];")),
          "4096 elements at most"},
         {"TerabyteParameter", holding("float a[1000000000000];\n" + effectWith("return 1;")),
-         "4096 elements at most"},
+         "whole number from 1 to 1024"},
         {"NegativeArray", holding("float a[-1];\n" + effectWith("return 1;")), "size of array"},
         {"ThousandsOfTechniques", holding([] {
              return "float4 f() : COLOR { return 1; }\n" + numbered(5000, [](const std::string& n) {

@@ -70,14 +70,18 @@ TEST_F(SandboxTest, AWorkerThatDiesWhileItMakesPipelinesIsOneMessage)
 TEST_F(SandboxTest, AWorkerThatDiesWhileItDrawsIsOneMessage)
 {
     ::setenv("QXFXC_TEST", "drawing:crash:bad.fx", 1);
-    expectFailure(write("bad.fx", harmless), "crashed (SIGABRT) while drawing\n  in technique 'T'");
+    expectFailure(write("bad.fx", harmless), "crashed (SIGABRT) while drawing\n  in technique 'T', pass 'P'");
+    const std::string shader = "{ PixelShader = compile ps_3_0 f(); }";
+    expectFailure(write("bad.fx", "float4 f() : COLOR { return 0.5; }\ntechnique T { pass A " + shader +
+                                      " pass " + shader + " pass C " + shader + " }\n"),
+                  "crashed (SIGABRT) while drawing\n  in technique 'T', pass 'A, number 2 or C'");
 }
 
 TEST_F(SandboxTest, AWorkerThatDiesWithItsAnswerIsOneMessage)
 {
     ::setenv("QXFXC_TEST", "answering:exit:bad.fx", 1);
     expectFailure(write("bad.fx", harmless),
-                  "ended by itself (exit code 3) while drawing\n  in technique 'T'");
+                  "ended by itself (exit code 3) while drawing\n  in technique 'T', pass 'P'");
 }
 
 /// Loops `count` times over arithmetic that no compiler can evaluate.
@@ -99,7 +103,7 @@ TEST_F(SandboxTest, ADrawThatDoesNotEndIsStopped)
     EXPECT_THAT(failed.errors.c_str(),
                 testing::MatchesRegex(
                     ".*/bad.fx:1:1: error: the worker process did not end within .* and was stopped "
-                    "while drawing\n  in technique 'T'\n"));
+                    "while drawing\n  in technique 'T', pass 'P'\n"));
     EXPECT_TRUE(effect(harmless));
     EXPECT_FALSE(gpu().isLost());
 }

@@ -257,6 +257,10 @@ TEST_F(CommandLine, effect_options_need_an_effect_and_make_sense)
     expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain"},
                      {"--set gain", "NAME=VALUE"});
     expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "=1"}, {"NAME=VALUE"});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", " =1"}, {"NAME=VALUE"});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain= "},
+                     {"--set gain= : invalid value \"\": expected a number"});
+    expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain= bright"}, {"\"bright\""});
     expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain=bright"}, {"\"bright\""});
     expectUsageError({"convert", "a", "b", "--effect", "e.fx", "--set", "gain=1,,2"},
                      {"--set gain=1,,2: invalid value \"\": expected a number"});

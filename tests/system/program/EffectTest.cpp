@@ -95,6 +95,12 @@ TEST_F(Effects, a_vector_sets_each_component)
     }
 }
 
+TEST_F(Effects, blanks_around_the_parts_of_a_setting_do_not_count)
+{
+    EXPECT_EQ(through({"--effect", "tint.fx", "--set", " tint = 1, 0.5 ,\t0, 1 "}),
+              through({"--effect", "tint.fx", "--set", "tint=1,0.5,0,1"}));
+}
+
 TEST_F(Effects, one_value_sets_all_components)
 {
     EXPECT_EQ(through({"--effect", "tint.fx", "--set", "tint=0"}), Bytes(std::size_t{48} * 32 * 3, 0));
@@ -677,6 +683,33 @@ TEST_F(ForeignEffects, a_texture_beyond_what_the_device_draws_is_told_of_in_the_
     EXPECT_NE(log.find("technique \"T\": texture \"Wide\" would be 32768 texels wide or high; it is "),
               std::string::npos)
         << log;
+}
+
+TEST_F(ForeignEffects, a_cube_of_other_proportions_is_told_of)
+{
+    picture("flat.png", "0x102030", "16x9");
+    picture("cube.png", "0x102030", "48x8");
+    write("sky.fx",
+          "sampler s : register(s0);\nsamplerCUBE sky : register(s1);\n"
+          "float4 f(float2 uv : TEXCOORD0) : COLOR { return tex2D(s, uv) + texCUBE(sky, float3(uv, 1)); }\n"
+          "technique T { pass { PixelShader = compile ps_2_0 f(); } }\n");
+    const std::string doubt =
+        "the texture \"sky\" is read as a cube, whose six square faces lie side by side; its "
+        "picture has 16 x 9 pixels";
+    const Outcome flat =
+        qxhost({"convert", "clip.mkv", "flat.mkv", "--effect", "sky.fx", "--texture", "sky=flat.png"});
+    EXPECT_EQ(flat.exitCode, 0) << flat.err;
+    EXPECT_NE(flat.err.find(doubt), std::string::npos) << flat.err;
+    const auto log = [&] {
+        std::ifstream file(at(".state/qxhost/qxhost.log"));
+        return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    };
+    EXPECT_NE(log().find("technique \"T\": texture \"sky\" is read as a cube"), std::string::npos) << log();
+    EXPECT_EQ(log().find("3 x 3 texels"), std::string::npos) << "what the host tries out is not told of";
+    const Outcome cube =
+        qxhost({"convert", "clip.mkv", "cube.mkv", "--effect", "sky.fx", "--texture", "sky=cube.png"});
+    EXPECT_EQ(cube.exitCode, 0) << cube.err;
+    EXPECT_EQ(cube.err.find("cube, whose"), std::string::npos) << cube.err;
 }
 
 TEST_F(ForeignEffects, the_frame_before_is_kept_as_picture_and_as_result)

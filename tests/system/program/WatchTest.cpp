@@ -4,9 +4,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <functional>
 #include <regex>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace Qx::System {
 
@@ -52,7 +55,7 @@ protected:
     {
         std::string text = program_->errorSoFar();
         text = std::regex_replace(text, std::regex("in [0-9]+ ms"), "in T ms");
-        text = std::regex_replace(text, std::regex("watching [0-9]+ effects"), "watching N effects");
+        text = std::regex_replace(text, std::regex("watching [0-9]+ effects?"), "watching N effects");
         text = std::regex_replace(text, std::regex(at("fx").string()), "FX");
         const std::size_t start =
             std::min(text.find("qxhost: look.png"), text.find("qxhost: shown/look.png"));
@@ -263,6 +266,70 @@ TEST_F(Watching, a_place_for_the_picture_that_goes_is_told_until_it_is_there_aga
     EXPECT_EQ(std::distance(fs::directory_iterator(at("shown")), {}), 1) << "nothing is left beside it";
     program_->signal(SIGINT);
     EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
+TEST_F(Watching, draws_again_when_its_picture_is_removed)
+{
+    startWatching();
+    fs::remove(at("look.png"));
+    expectNext(drawn);
+    EXPECT_NEAR(shownGrey(), 100, 1);
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
+TEST_F(Watching, counts_what_it_watches)
+{
+    write("fx/second.fx", glow("gain * 2"));
+    startWatching();
+    EXPECT_NE(program_->errorSoFar().find("watching 1 effect; Ctrl-C"), std::string::npos)
+        << program_->errorSoFar();
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+    program_ = std::make_unique<Running>(std::vector<std::string>{programPath(), "effects", "watch", "fx"},
+                                         directory_);
+    EXPECT_TRUE(becomes([&] {
+        return program_->errorSoFar().find("watching 2 effects; Ctrl-C") != std::string::npos;
+    })) << program_->errorSoFar();
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 0);
+}
+
+TEST_F(Watching, ends_while_it_waits_for_a_pipe_that_nobody_fills)
+{
+    startWatching();
+    fs::remove(at("in.png"));
+    ASSERT_EQ(::mkfifo(at("in.png").c_str(), 0600), 0);
+    int writer = -1; // opened elsewhere as soon as the program opens it
+    ASSERT_TRUE(becomes([&] {
+        writer = ::open(at("in.png").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        return writer >= 0;
+    })) << lines();
+    program_->signal(SIGINT);
+    EXPECT_EQ(program_->wait().exitCode, 130);
+    ::close(writer);
+    EXPECT_NE(lines().find("interrupted while a file was read"), std::string::npos) << lines();
+}
+
+TEST_F(Watching, options_that_the_effect_has_not_end_it)
+{
+    const auto refusal = [&](const std::vector<std::string>& options) {
+        std::vector<std::string> command{"effects", "watch",    "fx/glow.fx", "--input",
+                                         "in.png",  "--output", "look.png"};
+        command.insert(command.end(), options.begin(), options.end());
+        const Outcome outcome = qxhost(command);
+        EXPECT_EQ(outcome.exitCode, 6);
+        return outcome.err.substr(std::min(outcome.err.find("qxhost: "), outcome.err.size()));
+    };
+    EXPECT_EQ(refusal({"--technique", "Lok"}),
+              "qxhost: " + at("fx/glow.fx").string() +
+                  ": has no technique \"Lok\" (did you mean Look?); it has Look\n");
+    EXPECT_EQ(refusal({"--set", "gain=1"}),
+              "qxhost: " + at("fx/glow.fx").string() + ": has no parameter \"gain\"; it has none\n");
+    EXPECT_EQ(refusal({"--texture", "Other=in.png"}),
+              "qxhost: " + at("fx/glow.fx").string() + ": has no texture \"Other\"; it has Input\n");
+    EXPECT_NE(refusal({"--texture", "Input=none.png"}).find("there is no such file"), std::string::npos);
+    EXPECT_FALSE(fs::exists(at("look.png")));
 }
 
 TEST_F(Watching, what_it_cannot_watch_it_refuses)

@@ -39,6 +39,14 @@ void parseSize(const std::string& option, const std::string& word, unsigned& wid
     }
 }
 
+/// Without the blanks around it.
+std::string withoutBlanks(const std::string& text)
+{
+    constexpr const char* blanks = " \t";
+    const std::size_t begin = std::min(text.find_first_not_of(blanks), text.size());
+    return text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
+}
+
 float parseComponent(const CLI::App& app, const std::string& word, const std::string& setting)
 {
     if (word == "true" || word == "false") {
@@ -246,14 +254,14 @@ TextureFile parseTexture(const CLI::App& app, const std::string& text)
 
 ParameterSetting parseSetting(const CLI::App& app, const std::string& text)
 {
-    const std::size_t equals = text.find('=');
-    if (equals == 0 || equals == std::string::npos) {
+    const std::size_t equals = std::min(text.find('='), text.size());
+    ParameterSetting setting{withoutBlanks(text.substr(0, equals)), {}};
+    if (setting.name.empty() || equals == text.size()) {
         complain(app, "--set " + text + ": expected NAME=VALUE, as in --set gain=1.2");
     }
-    ParameterSetting setting{text.substr(0, equals), {}};
     for (std::size_t begin = equals + 1; begin <= text.size();) {
         const std::size_t comma = std::min(text.find(',', begin), text.size());
-        setting.values.push_back(parseComponent(app, text.substr(begin, comma - begin), text));
+        setting.values.push_back(parseComponent(app, withoutBlanks(text.substr(begin, comma - begin)), text));
         begin = comma + 1;
     }
     return setting;

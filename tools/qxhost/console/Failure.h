@@ -27,4 +27,11 @@ private:
     std::string details_;
 };
 
+/// What an option asks for does not exist. No file that is saved later mends that.
+class WrongOption : public Failure
+{
+public:
+    using Failure::Failure;
+};
+
 } // namespace Qx::Program

@@ -151,12 +151,17 @@ public:
     void run()
     {
         DirectoryWatch watch(watchedDirectories());
-        const Interruption interruption([&] { watch.stop(); }, Media::PartFiles::removeAll);
+        const Interruption interruption(
+            [&] { watch.stop(); }, Media::PartFiles::removeAll,
+            [&] {
+                console_.error(
+                    "interrupted while a file was read or the effect was drawn, which did not end");
+            });
         Snapshot known = takeSnapshot();
         compileFirst();
         showFirst();
-        console_.note(
-            fmt::format("watching {} effect{}; Ctrl-C ends it", known.size(), known.size() == 1 ? "" : "s"));
+        const std::size_t count = countOf(known);
+        console_.note(fmt::format("watching {} effect{}; Ctrl-C ends it", count, count == 1 ? "" : "s"));
         while (watch.wait()) {
             Snapshot now = takeSnapshot();
             if (now != known) {
@@ -164,7 +169,7 @@ public:
                 known = std::move(now);
                 Manager::instance().recompileAll();
                 show();
-            } else if (!failure_.empty() || timesOf(pictures_) != pictureTimes_) {
+            } else if (!failure_.empty() || timesOf(pictures_) != pictureTimes_ || isGone()) {
                 shown_ = nullptr;
                 show();
             }
@@ -172,6 +177,26 @@ public:
     }
 
 private:
+    /// Of what was named: one effect, those of a directory, or all.
+    std::size_t countOf(const Snapshot& snapshot) const
+    {
+        if (!target_.effect.empty()) {
+            return 1;
+        }
+        return static_cast<std::size_t>(
+            std::count_if(snapshot.begin(), snapshot.end(), [&](const auto& each) {
+                return target_.directory.empty() ||
+                       isSameDirectory(path(each.first).parent_path(), target_.directory);
+            }));
+    }
+
+    /// Whether somebody removed the picture that was drawn.
+    bool isGone() const
+    {
+        std::error_code error;
+        return shown_ && !std::filesystem::exists(options_.output, error) && !error;
+    }
+
     /// Reports the changes that need no compilation, so that every save is answered.
     void tellWhatIsNotCompiled(const Snapshot& before, const Snapshot& now)
     {
@@ -219,12 +244,14 @@ private:
         }
     }
 
-    /// A picture that cannot be read or written at the start is a mistake in the command, which saving the
-    /// effect cannot fix.
+    /// A picture that cannot be read or written at the start, or a technique, parameter or texture that the
+    /// effect has not, is a mistake in the command, which saving the effect cannot fix.
     void showFirst()
     {
         try {
             redraw();
+        } catch (const WrongOption&) {
+            throw;
         } catch (const Failure& failure) {
             if (failure.code() != ExitCode::effect) {
                 throw;

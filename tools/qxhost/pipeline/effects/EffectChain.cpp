@@ -78,9 +78,9 @@ LightweightString<char> chooseTechnique(const iShaderEffect& effect, const Effec
         known.emplace_back(name.view());
     }
     if (std::find(known.begin(), known.end(), request.technique) == known.end()) {
-        throw Failure(ExitCode::effect, request.file + ": has no technique \"" + request.technique + "\"" +
-                                            Host::didYouMean(request.technique, known) + "; it has " +
-                                            listed(known));
+        throw WrongOption(ExitCode::effect, request.file + ": has no technique \"" + request.technique +
+                                                "\"" + Host::didYouMean(request.technique, known) +
+                                                "; it has " + listed(known));
     }
     return LightweightString<char>(std::string_view(request.technique));
 }
@@ -89,9 +89,9 @@ LightweightString<char> chooseTechnique(const iShaderEffect& effect, const Effec
                                   const ParameterSetting& setting)
 {
     const std::vector<std::string> known = Host::settableParameters(effect);
-    throw Failure(ExitCode::effect, request.file + ": has no parameter \"" + setting.name + "\"" +
-                                        Host::didYouMean(setting.name, known) + "; it has " +
-                                        (known.empty() ? "none" : listed(known)));
+    throw WrongOption(ExitCode::effect, request.file + ": has no parameter \"" + setting.name + "\"" +
+                                            Host::didYouMean(setting.name, known) + "; it has " +
+                                            (known.empty() ? "none" : listed(known)));
 }
 
 void refuseUnknownTexture(const Host::CompiledEffect& effect, const EffectRequest& request,
@@ -102,9 +102,9 @@ void refuseUnknownTexture(const Host::CompiledEffect& effect, const EffectReques
         known.push_back(each.name);
     }
     if (std::find(known.begin(), known.end(), texture.name) == known.end()) {
-        throw Failure(ExitCode::effect, request.file + ": has no texture \"" + texture.name + "\"" +
-                                            Host::didYouMean(texture.name, known) + "; it has " +
-                                            (known.empty() ? "none" : listed(known)));
+        throw WrongOption(ExitCode::effect, request.file + ": has no texture \"" + texture.name + "\"" +
+                                                Host::didYouMean(texture.name, known) + "; it has " +
+                                                (known.empty() ? "none" : listed(known)));
     }
 }
 
@@ -117,15 +117,15 @@ Qx::Ptr<iShaderParam> findParameter(iShaderEffect& effect, const EffectRequest& 
     }
     const std::size_t components = param->getComponentCount();
     if (components == 0) {
-        throw Failure(ExitCode::effect, request.file + ": \"" + setting.name + "\" holds no numbers");
+        throw WrongOption(ExitCode::effect, request.file + ": \"" + setting.name + "\" holds no numbers");
     }
     if (setting.values.size() != 1 && setting.values.size() != components) {
         const std::size_t given = setting.values.size();
-        throw Failure(ExitCode::effect,
-                      request.file + ": \"" + setting.name + "\" takes " +
-                          (components == 1 ? std::string("one value")
-                                           : std::to_string(components) + " values, or one for all") +
-                          "; " + std::to_string(given) + " are given");
+        throw WrongOption(ExitCode::effect,
+                          request.file + ": \"" + setting.name + "\" takes " +
+                              (components == 1 ? std::string("one value")
+                                               : std::to_string(components) + " values, or one for all") +
+                              "; " + std::to_string(given) + " are given");
     }
     return param;
 }
@@ -185,6 +185,20 @@ std::string rangeWarning(const iShaderEffect& effect, const EffectRequest& reque
     }
     return request.file + ": \"" + setting.name + "\" is set to " + Host::written(*outside) +
            ", which is outside its range " + range.written() + "; it is drawn with that value";
+}
+
+/// The picture or table of a file, which an option or the effect names.
+std::unique_ptr<iTextureFile> openGiven(const EffectRequest& request, const TextureBinding& binding)
+{
+    try {
+        return openTexture(request.file, binding);
+    } catch (const Failure& failure) {
+        if (std::any_of(request.textures.begin(), request.textures.end(),
+                        [&](const TextureFile& texture) { return texture.name == binding.texture; })) {
+            throw WrongOption(failure.code(), failure.what(), failure.details());
+        }
+        throw;
+    }
 }
 
 /// Tells the effect which colours the table covers.
@@ -281,8 +295,9 @@ void EffectChain::takeTextures(Link& link, const EffectRequest& request)
                                                 "\" reads the texture \"" + binding.texture + "\", " +
                                                 binding.obstacle);
         } else if (binding.kind == TextureBinding::Kind::file) {
-            link.files.emplace_back(lightweight(binding.texture), openTexture(request.file, binding));
+            link.files.emplace_back(lightweight(binding.texture), openGiven(request, binding));
             textureFiles_.push_back(binding.file);
+            warnOfCube(request.file, effect, binding.texture, link.files.back().second->at({}).get());
         } else {
             link.bindings.push_back(std::move(binding));
         }
@@ -294,12 +309,32 @@ void EffectChain::takeTextures(Link& link, const EffectRequest& request)
     }
 }
 
+void EffectChain::warnOfCube(const std::string& file, const Host::CompiledEffect& effect,
+                             const std::string& texture, const iGPUResource* resource)
+{
+    const auto* const image = dynamic_cast<const iGPUImage*>(resource);
+    for (const Host::CompiledEffect::Sampler& sampler : effect.samplers) {
+        if (image == nullptr || effect.textures[sampler.texture].name != texture) {
+            continue;
+        }
+        const XY<int> size = image->getSize();
+        if (!Host::CompiledEffect::fits(sampler, static_cast<std::uint32_t>(size.x),
+                                        static_cast<std::uint32_t>(size.y))) {
+            warnings_.push_back(file + ": the texture \"" + texture +
+                                "\" is read as a cube, whose six square "
+                                "faces lie side by side; its picture has " +
+                                std::to_string(size.x) + " x " + std::to_string(size.y) + " pixels");
+            return;
+        }
+    }
+}
+
 void EffectChain::takeParameters(Link& link, const EffectRequest& request)
 {
     for (const ParameterSetting& setting : request.settings) {
         if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
-            throw Failure(ExitCode::effect, request.file + ": \"" + setting.name + "\" cannot be set: " +
-                                                holderOf(*link.compiled, setting.name));
+            throw WrongOption(ExitCode::effect, request.file + ": \"" + setting.name + "\" cannot be set: " +
+                                                    holderOf(*link.compiled, setting.name));
         }
         if (std::string warning = rangeWarning(*link.effect, request, setting); !warning.empty()) {
             warnings_.push_back(std::move(warning));

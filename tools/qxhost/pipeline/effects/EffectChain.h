@@ -23,7 +23,8 @@ class EffectChain
 {
 public:
     /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. `begin` is the
-    /// date of the clip's beginning; now without it. Throws Failure (effect).
+    /// date of the clip's beginning; now without it. Throws Failure (effect), a WrongOption for what the
+    /// effect has not.
     explicit EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin = {});
 
     std::size_t size() const { return links_.size(); }
@@ -61,6 +62,8 @@ private:
     void takeLut(Link& link, const std::string& lut) const;
     void takeParameters(Link& link, const EffectRequest& request);
     void takeTextures(Link& link, const EffectRequest& request);
+    void warnOfCube(const std::string& file, const Host::CompiledEffect& effect, const std::string& texture,
+                    const iGPUResource* resource);
     static Qx::Ptr<iShaderEffect> bound(const Link& link, const Image::Surface& picture,
                                         const Host::FrameFacts& facts);
     static void keep(Link& link, const Image::Surface& picture, const Image::Surface& result);

@@ -57,10 +57,10 @@ std::string typeOf(const EffectSyntax::Type& type)
 }
 
 /// Makes the arguments of one function.
-class Arguments
+class MissingArguments
 {
 public:
-    explicit Arguments(const EffectSyntax& syntax) : syntax_(syntax)
+    explicit MissingArguments(const EffectSyntax& syntax) : syntax_(syntax)
     {
         const auto take = [this](const auto& things) {
             for (const auto& thing : things) {
@@ -120,7 +120,7 @@ std::string missingTechnique(const EffectSyntax& syntax)
     if (shader == nullptr) {
         return {};
     }
-    Arguments arguments(syntax);
+    MissingArguments arguments(syntax);
     for (const EffectSyntax::FunctionParameter& parameter : shader->parameters) {
         if (parameter.uniform && parameter.defaultValue.empty()) { // those with a default are the last
             arguments.add(parameter);

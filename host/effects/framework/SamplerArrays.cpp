@@ -22,11 +22,11 @@ bool closesBracket(const Token& token)
     return token.is(")") || token.is("]") || token.is("}");
 }
 
-class Writing
+class ArrayWriting
 {
 public:
-    Writing(const Tokens& tokens, const SamplerArrays& local, const SamplerArrays& global,
-            const ConstantReader::Names& names, std::deque<std::string>& texts)
+    ArrayWriting(const Tokens& tokens, const SamplerArrays& local, const SamplerArrays& global,
+                 const ConstantReader::Names& names, std::deque<std::string>& texts)
         : tokens_(tokens), local_(local), global_(global), names_(names), texts_(texts)
     {
         // More are an error, and finding their ends would take long.
@@ -387,7 +387,7 @@ std::vector<Token> withoutSamplerArrays(const std::vector<Token>& tokens, const 
                                         std::deque<std::string>& texts)
 {
     const bool none = local.empty() && global.empty();
-    return none ? tokens : Writing(tokens, local, global, names, texts).run();
+    return none ? tokens : ArrayWriting(tokens, local, global, names, texts).run();
 }
 
 } // namespace Qx::Host::Effects

@@ -36,7 +36,7 @@ struct Cell
 /// The numbers of a value, those of a matrix column after column.
 using Cells = std::vector<Cell>;
 
-float asFloat(const Cell& cell)
+float numberIn(const Cell& cell)
 {
     return std::bit_cast<float>(cell.bits);
 }
@@ -502,7 +502,7 @@ private:
         for (std::size_t c = 0; c < left.size(); ++c) {
             const Cell& factor = right.at(c);
             sum = joined(joined(sum, left[c]), factor);
-            sum.bits = bitsOf(asFloat(sum) + asFloat(left[c]) * asFloat(factor));
+            sum.bits = bitsOf(numberIn(sum) + numberIn(left[c]) * numberIn(factor));
         }
         return sum;
     }
@@ -572,7 +572,7 @@ private:
     {
         const auto lengthOf = [](const Cells& cells) {
             Cell length = dot(cells, cells);
-            length.bits = bitsOf(std::sqrt(asFloat(length)));
+            length.bits = bitsOf(std::sqrt(numberIn(length)));
             return length;
         };
         switch (i[4]) {
@@ -582,7 +582,7 @@ private:
             Cells difference = values_.at(i[5]);
             const Cells& other = values_.at(i[6]);
             for (std::size_t c = 0; c < difference.size(); ++c) {
-                difference[c].bits = bitsOf(asFloat(difference[c]) - asFloat(other.at(c)));
+                difference[c].bits = bitsOf(numberIn(difference[c]) - numberIn(other.at(c)));
                 difference[c] = joined(difference[c], other[c]);
             }
             return {lengthOf(difference)};
@@ -592,7 +592,7 @@ private:
             const Cell length = lengthOf(cells);
             for (Cell& cell : cells) {
                 cell = joined(cell, length);
-                cell.bits = bitsOf(asFloat(cell) / asFloat(length));
+                cell.bits = bitsOf(numberIn(cell) / numberIn(length));
             }
             return cells;
         }
@@ -604,7 +604,7 @@ private:
                 const std::size_t d = (c + 1) % 3;
                 const std::size_t e = (c + 2) % 3;
                 cells[c] = joined(joined(a.at(d), a.at(e)), joined(b.at(d), b.at(e)));
-                cells[c].bits = bitsOf(asFloat(a[d]) * asFloat(b[e]) - asFloat(a[e]) * asFloat(b[d]));
+                cells[c].bits = bitsOf(numberIn(a[d]) * numberIn(b[e]) - numberIn(a[e]) * numberIn(b[d]));
             }
             return cells;
         }
@@ -751,10 +751,10 @@ private:
     std::size_t way_ = 0;
 };
 
-constexpr std::array<std::array<float, 4>, 4> corners{{{-1.0F, 1.0F, 0.0F, 0.0F},
-                                                       {1.0F, 1.0F, 1.0F, 0.0F},
-                                                       {-1.0F, -1.0F, 0.0F, 1.0F},
-                                                       {1.0F, -1.0F, 1.0F, 1.0F}}};
+constexpr std::array<std::array<float, 4>, 4> rectangle{{{-1.0F, 1.0F, 0.0F, 0.0F},
+                                                         {1.0F, 1.0F, 1.0F, 0.0F},
+                                                         {-1.0F, -1.0F, 0.0F, 1.0F},
+                                                         {1.0F, -1.0F, 1.0F, 1.0F}}};
 
 unsigned unwrittenIn(const Cells& place)
 {
@@ -769,7 +769,7 @@ unsigned unwrittenIn(const Cells& place)
 void findUnwritten(Probe& probe, CornerTrial& trial)
 {
     std::size_t steps = CornerTrial::mostSteps;
-    for (const std::array<float, 4>& corner : corners) {
+    for (const std::array<float, 4>& corner : rectangle) {
         unsigned always = 0xFU;
         std::vector<Ways> open{{}};
         while (!open.empty()) {
@@ -814,10 +814,10 @@ CornerTrial tryCorners(const Words& spirv, std::span<const std::byte> uniforms)
     try {
         Probe probe(spirv, uniforms);
         try {
-            for (std::size_t i = 0; i < corners.size(); ++i) {
+            for (std::size_t i = 0; i < rectangle.size(); ++i) {
                 std::size_t steps = CornerTrial::mostSteps;
-                const Cells place = probe.run(corners.at(i), nullptr, steps);
-                std::transform(place.begin(), place.end(), trial.places.at(i).begin(), asFloat);
+                const Cells place = probe.run(rectangle.at(i), nullptr, steps);
+                std::transform(place.begin(), place.end(), trial.places.at(i).begin(), numberIn);
             }
             trial.end = CornerTrial::End::Known;
             findUnwritten(probe, trial);
@@ -853,7 +853,7 @@ const char* complaintOf(const CornerTrial& trial, std::size_t count, bool inPixe
     const auto isFlat = [&](double area) {
         return std::abs(area) <= (inPixels ? 0.0 : smallest * largest * largest * largest);
     };
-    if (isFlat(areaOf(a, b, c)) && (count < corners.size() || isFlat(areaOf(d, c, b)))) {
+    if (isFlat(areaOf(a, b, c)) && (count < rectangle.size() || isFlat(areaOf(d, c, b)))) {
         return "places all corners at one point, or in one line: nothing is drawn";
     }
     if (std::all_of(first, last, [](const auto& place) { return place[3] <= 0.0F; })) {
@@ -863,7 +863,7 @@ const char* complaintOf(const CornerTrial& trial, std::size_t count, bool inPixe
         return std::all_of(first, last, [&](const auto& place) { return place.at(axis) * sign >= place[3]; });
     };
     const bool inFront = std::all_of(first, last, [](const auto& place) { return place[3] > 0.0F; });
-    if (!inPixels && inFront && count == corners.size() &&
+    if (!inPixels && inFront && count == rectangle.size() &&
         (beyond(0, 1.0F) || beyond(0, -1.0F) || beyond(1, 1.0F) || beyond(1, -1.0F))) {
         return "places all corners beyond one edge of the target: nothing is drawn";
     }

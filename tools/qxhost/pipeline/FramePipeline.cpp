@@ -157,27 +157,19 @@ void FramePipeline::makeHostImages()
 
 void FramePipeline::decode()
 {
+    const Media::StreamInfo& info = job_.input.info();
     Media::Frame frame;
-    std::int64_t taken = 0;
-    std::int64_t firstTime = 0;
-    for (std::int64_t n = 0; job_.frames == 0 || taken < job_.frames; ++n) {
+    for (std::int64_t taken = 0; job_.frames == 0 || taken < job_.frames; ++taken) {
         const iFrameInput::Next next = job_.input.next(frame);
         if (next == iFrameInput::Next::failed) {
-            inputFailure_ = failureOfInput(n, taken);
+            inputFailure_ = failureOfInput(job_.start + taken, taken);
         }
         if (next != iFrameInput::Next::frame) {
             break;
         }
-        firstTime = n == 0 ? frame.time().pts : firstTime;
-        if (n >= job_.start) {
-            ++taken;
-            const Media::StreamInfo& info = job_.input.info();
-            const double seconds =
-                static_cast<double>(frame.time().pts - firstTime) * info.timeBase.toDouble();
-            if (!decoded_.push({std::move(frame), {frameNumber(info, seconds, n), seconds}})) {
-                return;
-            }
-        } else if (stopped_) {
+        const double seconds =
+            static_cast<double>(frame.time().pts - info.firstPts) * info.timeBase.toDouble();
+        if (!decoded_.push({std::move(frame), {frameNumber(info, seconds, job_.start + taken), seconds}})) {
             return;
         }
     }

@@ -41,7 +41,7 @@ struct ConversionJob
     const FrameDelivery* delivery = nullptr; ///< how pictures are read back; null: as A R G B
     bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
 
-    std::int64_t start = 0;  ///< frames to leave out at the beginning
+    std::int64_t start = 0;  ///< number of the frame that the input gives first
     std::int64_t frames = 0; ///< frames to convert at most; 0: all
 };
 

@@ -41,6 +41,7 @@ struct Conversion
     Media::OutputSettings settings;
     std::vector<std::string> effectWarnings; ///< known before the first frame
     WriterPtr writer;
+    std::int64_t start = 0;  ///< number of the first frame
     std::int64_t frames = 0; ///< written
     double seconds = 0;
 
@@ -401,7 +402,7 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* 
                       .step = options.step,
                       .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
                       .keepCodes = conversion.keepCodes,
-                      .start = options.start,
+                      .start = conversion.start,
                       .frames = options.frames};
     if (auto* target = std::get_if<ShrinkPicture>(&job.step)) {
         target->width = static_cast<unsigned>(conversion.settings.width);
@@ -468,7 +469,10 @@ Conversion decide(const ConvertOptions& options)
     if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
         requirePicture(options.output, "a thumbnail");
     }
-    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, {}, 0, 0};
+    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, {}, 0, 0, 0};
+    if (options.start > 0) {
+        conversion.start = conversion.input->skipTo({.frame = options.start, .pts = {}});
+    }
     conversion.colour = chooseColour(options, conversion.info());
     conversion.keepCodes = passesCodes(options, conversion.info());
     if (options.format) {

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace Qx::Media {
+
+/// The frame to go to.
+struct SeekTarget
+{
+    /// Its number, from 0.
+    std::int64_t frame = 0;
+    /// If set, the first frame at or after this time is meant, whatever its number. In units of the stream's
+    /// time base.
+    std::optional<std::int64_t> pts;
+};
+
+} // namespace Qx::Media

@@ -27,6 +27,8 @@ constexpr const char* convertFooter = R"(Examples:
   qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2 --set saturation=0.8
       Through an effect. Several run in the order given; --technique, --set and --texture belong to
       the --effect before them.
+  qxhost convert clip.mov shot.mov --in 10:00:05:00 --out 10:00:09:24
+      The frames of these time codes and those between them, with their audio.
   qxhost convert clip.mov dailies.mov --burn-in "{timecode}  {clip}" --position top-left
       With time code and the clip's name drawn into every frame.
 
@@ -111,8 +113,7 @@ public:
         addColour(app, options_);
         addEffects(app);
         addBurnIn(app, options_.burnIn);
-        addStart(app, options_);
-        addCount(app, "--frames", options_.frames, 1, "Convert at most N frames")->group("Frames");
+        addRange(app, options_.picked, "Frames", true);
         addRawInput(app, options_.raw, SizeOption::ofInput);
         addOutput(app, options_);
         app.add_flag_callback(
@@ -127,6 +128,7 @@ public:
         checkFiles(app, options_);
         options_.effects = groupEffects(app);
         checkBurnIn(app, options_.burnIn);
+        checkRange(app);
     }
 
     ExitCode run(Console& console) override { return runConversion(options_, console); }

@@ -21,6 +21,7 @@
 #include <map>
 #include <optional>
 #include <system_error>
+#include <tuple>
 
 namespace Qx::Media {
 
@@ -368,6 +369,7 @@ struct ClipReader::Impl
     std::int64_t entryPts = AV_NOPTS_VALUE; // of the key frame that decoding was entered at
     std::optional<std::int64_t> lastPts;
     std::int64_t lastDuration = 0;
+    std::int64_t pendingPts = 0; // of the frame that skipTo() found
     std::int64_t framesGiven = 0;
     std::int64_t problemCount = 0;
     std::vector<std::string> problems;
@@ -1097,6 +1099,7 @@ bool ClipReader::Impl::dropFramesBefore(const SeekTarget& target,
         const FrameTime time = timeOf(*pending);
         if (target.pts ? time.pts >= *target.pts : framesGiven >= target.frame) {
             std::tie(lastPts, lastDuration) = before; // next() gives it
+            pendingPts = time.pts;
             dropAudioBefore(time.pts);
             return true;
         }
@@ -1139,21 +1142,21 @@ bool ClipReader::Impl::skipTo(const SeekTarget& target)
     return dropFramesBefore(target, entry);
 }
 
-std::int64_t ClipReader::skipTo(const SeekTarget& target)
+ClipPlace ClipReader::skipTo(const SeekTarget& target)
 {
     if (!impl_->skipTo(target)) {
         auto again = Impl::start(impl_->file, impl_->options);
         if (!again) {
             impl_->failure = again.text();
             impl_->ended = true;
-            return impl_->framesGiven;
+            return {impl_->framesGiven, 0};
         }
         again.value()->info = impl_->info;
         again.value()->packetsBefore = packetsDecoded();
         impl_ = std::move(again.value());
         impl_->dropFramesBefore(target, {});
     }
-    return impl_->framesGiven;
+    return {impl_->framesGiven, impl_->pendingPts};
 }
 
 std::int64_t ClipReader::packetsDecoded() const

@@ -106,11 +106,10 @@ public:
     /// Goes on with that frame, as if those before it had been read. In files that allow it, decoding begins
     /// at the key frame before it: MOV and MP4 say where that is, in others packets are read up to it. Raw
     /// streams without times, and codecs whose packets do not stand for one frame each, are decoded from the
-    /// start. Returns the number of the frame that next() gives, or, if the clip ends before it, the number
-    /// of frames that there are.
+    /// start. Returns the place of the frame that next() gives.
     ///
     /// Call it once, before everything but info().
-    std::int64_t skipTo(const SeekTarget& target);
+    ClipPlace skipTo(const SeekTarget& target);
 
     /// Packets of the video that have been decoded so far.
     std::int64_t packetsDecoded() const;

@@ -15,4 +15,11 @@ struct SeekTarget
     std::optional<std::int64_t> pts;
 };
 
+/// The frame that comes next.
+struct ClipPlace
+{
+    std::int64_t frame = 0; ///< its number, from 0; at the end, the number of frames
+    std::int64_t pts = 0;   ///< when it is shown; undefined at the end
+};
+
 } // namespace Qx::Media

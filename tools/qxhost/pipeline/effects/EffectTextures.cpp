@@ -168,12 +168,14 @@ Qx::Ptr<iGPUImage> firstFrame(const path& file)
     }
     ConvertOptions options;
     options.input = file;
-    options.frames = 1;
+    options.picked.frames = 1;
     const std::unique_ptr<iFrameInput> input = openFrameInput(options, false);
     const Media::StreamInfo& info = input->info();
     const ColourChoice colour = chooseColour(options, info);
     EffectChain none({});
     const Media::Depth depth = info.naturalDepth;
+    FrameRange onlyFirst;
+    onlyFirst.frames = 1;
     FramePipeline pipeline({.input = *input,
                             .effects = none,
                             .source = {.depth = holdsRgb(info) ? depth : info.packingDepth,
@@ -183,7 +185,7 @@ Qx::Ptr<iGPUImage> firstFrame(const path& file)
                                        .anyForm = true},
                             .depth = depth,
                             .step = {},
-                            .frames = 1},
+                            .range = onlyFirst},
                            [](std::int64_t) {});
     TextureWriter writer({info.width, info.height},
                          depth == Media::Depth::bits8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16);

@@ -24,7 +24,7 @@ public:
     explicit ClipInput(std::unique_ptr<Media::ClipReader> reader) : reader_(std::move(reader)) {}
 
     const Media::StreamInfo& info() const override { return reader_->info(); }
-    std::int64_t skipTo(const Media::SeekTarget& target) override { return reader_->skipTo(target); }
+    Media::ClipPlace skipTo(const Media::SeekTarget& target) override { return reader_->skipTo(target); }
 
     Image::Core::Data prepare(const Media::FramePacker::Target& source) override
     {
@@ -105,10 +105,10 @@ public:
 
     const Media::StreamInfo& info() const override { return info_; }
 
-    std::int64_t skipTo(const Media::SeekTarget& target) override
+    Media::ClipPlace skipTo(const Media::SeekTarget& target) override
     {
         given_ = std::min(target.pts.value_or(target.frame), reader_->frameCount());
-        return given_;
+        return {given_, given_};
     }
 
     Image::Core::Data prepare(const Media::FramePacker::Target& source) override

@@ -25,7 +25,7 @@ public:
     virtual const Media::StreamInfo& info() const = 0;
 
     /// Goes on with that frame, as ClipReader::skipTo() does. To be called first.
-    virtual std::int64_t skipTo(const Media::SeekTarget& target) = 0;
+    virtual Media::ClipPlace skipTo(const Media::SeekTarget& target) = 0;
 
     /// How place() lays frames out in memory, for 4:2:2 of the given depth, range and matrix. Call it before
     /// place().

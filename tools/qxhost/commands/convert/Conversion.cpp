@@ -16,6 +16,7 @@
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
+#include "tools/qxhost/pipeline/input/InputNotes.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include <algorithm>
@@ -274,18 +275,8 @@ void noteDecisions(const Conversion& conversion, Console& console)
                                  options.input.string(), nameOf(conversion.colour.range),
                                  options.format->bits));
     }
-    const std::string& timeCode = conversion.info().timeCode;
-    if (!timeCode.empty() && !Media::writesPictures(options.output) &&
-        !TimeCode::startingAt(timeCode, conversion.info().frameRate)) {
-        console.note("time code " + timeCode + " is left out: it is invalid at the clip's frame rate");
-    }
-    const bool keepsAlpha = options.format && !options.format->isYCrCb();
-    if (conversion.info().hasAlpha && !keepsAlpha) {
-        console.note(options.input.string() + " has alpha, which is left out; the output is opaque");
-    }
-    if (conversion.info().hasFullChroma && !holdsRgb(conversion.info())) {
-        console.note(options.input.string() + " (" + conversion.info().pixelFormat +
-                     ") has full chroma resolution; it passes through 4:2:2, which keeps half of it");
+    for (const std::string& note : inputNotes(options, conversion.info())) {
+        console.note(note);
     }
     for (const std::string& warning : conversion.effectWarnings) {
         console.note(warning);

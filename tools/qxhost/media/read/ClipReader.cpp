@@ -509,6 +509,7 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     info.codec = decoder->codec->name;
     info.container = input->iformat->name;
     info.isStill = endsWith(info.container, "_pipe");
+    info.streamIndex = stream->index;
     info.timeBase = fromAv(stream->time_base);
     info.firstPts = first.best_effort_timestamp != AV_NOPTS_VALUE ? first.best_effort_timestamp : 0;
     info.frameRate = info.isStill ? Rational{} : fromAv(av_guess_frame_rate(input.get(), stream, nullptr));
@@ -1203,6 +1204,11 @@ ClipReader::Next ClipReader::next(Frame& frame)
 const StreamInfo& ClipReader::info() const
 {
     return impl_->info;
+}
+
+ClipDescription ClipReader::description() const
+{
+    return describeStreams(*impl_->input);
 }
 
 std::shared_ptr<FileSet> ClipReader::files() const

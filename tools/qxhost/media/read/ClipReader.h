@@ -5,6 +5,7 @@
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/media/Result.h"
 #include "tools/qxhost/media/files/FileSet.h"
+#include "tools/qxhost/media/read/ClipDescription.h"
 #include "tools/qxhost/media/read/SeekTarget.h"
 
 #include <cstdint>
@@ -28,6 +29,7 @@ struct StreamInfo
     Rational timeBase{1, 1};
     /// Width to height of one pixel; num 0 when the stream does not say.
     Rational sampleAspect;
+    int streamIndex = 0;
     /// Of the first frame, in units of timeBase.
     std::int64_t firstPts = 0;
     /// Seconds; 0 when not known.
@@ -102,6 +104,9 @@ public:
 
     /// Of the clip; what it says of a frame is of the first.
     const StreamInfo& info() const;
+
+    /// The file's streams and tags.
+    ClipDescription description() const;
 
     /// Goes on with that frame, as if those before it had been read. In files that allow it, decoding begins
     /// at the key frame before it: MOV and MP4 say where that is, in others packets are read up to it. Raw

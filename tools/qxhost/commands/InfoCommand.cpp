@@ -14,7 +14,7 @@ namespace Qx::Program {
 
 namespace {
 
-constexpr const char* infoFooter = R"(Examples:
+constexpr const char* clipInfoFooter = R"(Examples:
   qxhost info clip.mov
       Its streams, tags and time code, and what 'qxhost convert' would do with it.
   qxhost info clip.mov --json
@@ -252,13 +252,13 @@ std::string describeForPeople(const ClipReport& clip)
     return table(rows);
 }
 
-struct InfoOptions
+struct ClipInfoOptions
 {
     std::filesystem::path input;
     bool json = false;
 };
 
-class InfoCommand : public CommandWithOptions<InfoOptions>
+class ClipInfoCommand : public CommandWithOptions<ClipInfoOptions>
 {
 public:
     void addOptions(CLI::App& app) override
@@ -266,7 +266,7 @@ public:
         app.add_option("INPUT", options_.input, "Any clip, picture or pattern that FFmpeg reads")
             ->option_text(" ");
         app.add_flag("--json", options_.json, "Print JSON");
-        app.footer(infoFooter);
+        app.footer(clipInfoFooter);
     }
 
     void check(const CLI::App& app) override { requireValue(app, options_.input, "INPUT"); }
@@ -279,7 +279,7 @@ public:
     }
 };
 
-const Registered<InfoCommand> registeredInfo(
+const Registered<ClipInfoCommand> registeredClipInfo(
     {.name = "info", .order = 5, .about = "Say what a clip holds and what 'convert' would do with it"});
 
 } // namespace

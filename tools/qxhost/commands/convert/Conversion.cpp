@@ -418,7 +418,11 @@ std::string interruptedText(const ConvertOptions& options)
 bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
 {
     ProgressDisplay progress(console, conversion.settings.expectedFrames);
-    FramePipeline pipeline(job, [&](std::int64_t done) { progress.update(done); });
+    FramePipeline pipeline(job, [&](std::int64_t done) {
+        if (conversion.options.progress) {
+            progress.update(done);
+        }
+    });
     // From here on there are files to clean up.
     const Interruption interruption([&] { pipeline.stop(); }, Media::PartFiles::removeAll,
                                     [&] {

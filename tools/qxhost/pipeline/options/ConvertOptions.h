@@ -96,6 +96,7 @@ struct ConvertOptions
     bool force = false;
     std::string device;
     bool quiet = false;
+    bool progress = true; ///< shown, unless quiet
     bool json = false;
 };
 

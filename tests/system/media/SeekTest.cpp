@@ -204,6 +204,60 @@ INSTANTIATE_TEST_SUITE_P(
         Clip{"numbered_pictures", {SOURCE "a_%03d.png"}, "a_%03d.png", 1}),
     [](const auto& test) { return std::string(test.param.name); });
 
+using SeekInDamage = MediaTest;
+
+TEST_F(SeekInDamage, NeverHangsAndTellsWhatItMet)
+{
+    ffmpeg(OPEN_H264 "a.mp4");
+    ffmpeg(OPEN_MPEG2 "a.ts");
+    for (const std::string name : {"a.mp4", "a.ts"}) {
+        const Bytes sound = contents(at(name));
+        for (unsigned seed = 0; seed < 15; ++seed) {
+            std::mt19937 random(seed);
+            Bytes hurt = sound;
+            for (int i = 0; i < 20; ++i) {
+                hurt[random() % hurt.size()] = static_cast<std::uint8_t>(random());
+            }
+            store(at("hurt"), hurt);
+            auto opened = ClipReader::open(at("hurt"), {.threads = 1});
+            if (!opened) {
+                continue;
+            }
+            ClipReader& reader = *opened.value();
+            const std::int64_t place = reader.skipTo({.frame = 40, .pts = {}}).frame;
+            EXPECT_LE(place, 40) << name << " " << seed;
+            Frame frame;
+            int frames = 0;
+            while (frames < 1000 && reader.next(frame) == ClipReader::Next::frame) {
+                ++frames;
+            }
+            EXPECT_LT(frames, 100) << name << " " << seed;
+            EXPECT_TRUE(place == 40 || frames == 0) << name << " " << seed;
+            EXPECT_TRUE(place + frames == 60 || reader.problemCount() > 0 || !reader.failure().empty())
+                << name << " " << seed << ": " << place + frames << " frames and not a word";
+        }
+    }
+}
+
+TEST_F(SeekInDamage, WhatIsBeforeTheKeyFrameDoesNotCountAndWhatIsAfterItDoes)
+{
+    ffmpeg(SOURCE "-c:v mpeg2video -bf 0 -g 12 whole.mkv");
+    const Bytes sound = contents(at("whole.mkv"));
+    for (const double part : {0.4, 0.9}) {
+        Bytes hurt = sound;
+        const auto place = static_cast<std::ptrdiff_t>(static_cast<double>(hurt.size()) * part);
+        std::fill(hurt.begin() + place, hurt.begin() + place + 300, std::uint8_t{0xff});
+        store(at("hurt.mkv"), hurt);
+        auto reader = open(at("hurt.mkv"));
+        ASSERT_TRUE(reader);
+        reader->skipTo({.frame = 40, .pts = {}});
+        Frame frame;
+        while (reader->next(frame) == ClipReader::Next::frame) {
+        }
+        EXPECT_EQ(reader->problemCount() > 0, part > 0.5) << part;
+    }
+}
+
 PacketPtr packetAt(std::int64_t pts, bool isKey = false)
 {
     PacketPtr packet(av_packet_alloc());

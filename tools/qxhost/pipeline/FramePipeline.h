@@ -43,7 +43,7 @@ struct ConversionJob
     bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
 
     std::int64_t start = 0; ///< number of the frame that the input gives first
-    FrameRange range;       ///< where to end
+    FrameRange range{};     ///< where to end
 };
 
 /// Converts a clip: one thread each decodes, packs into the device's memory, drives the GPU, and encodes.

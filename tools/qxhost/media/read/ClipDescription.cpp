@@ -16,10 +16,14 @@ FileTags tagsOf(const AVDictionary* metadata)
     return tags;
 }
 
-std::string nameOrNothing(const char* name, int tag)
+/// FFmpeg's name of a number that came from a file.
+template <class Tag>
+std::string nameOf(int number, Tag count, const char* (*name)(Tag))
 {
     constexpr int unspecified = 2; // in each of the tables of ITU-T H.273
-    return name != nullptr && tag != unspecified ? name : "";
+    const bool isKnown = number >= 0 && number < static_cast<int>(count) && number != unspecified;
+    const char* text = isKnown ? name(static_cast<Tag>(number)) : nullptr;
+    return text != nullptr ? text : "";
 }
 
 } // namespace
@@ -48,14 +52,9 @@ ClipDescription describeStreams(const AVFormatContext& input)
 
 ColourTagNames tagNames(const Colour& colour)
 {
-    return {.matrix = nameOrNothing(av_color_space_name(static_cast<AVColorSpace>(colour.matrixTag)),
-                                    colour.matrixTag),
-            .primaries =
-                nameOrNothing(av_color_primaries_name(static_cast<AVColorPrimaries>(colour.primariesTag)),
-                              colour.primariesTag),
-            .transfer = nameOrNothing(
-                av_color_transfer_name(static_cast<AVColorTransferCharacteristic>(colour.transferTag)),
-                colour.transferTag)};
+    return {.matrix = nameOf(colour.matrixTag, AVCOL_SPC_NB, av_color_space_name),
+            .primaries = nameOf(colour.primariesTag, AVCOL_PRI_NB, av_color_primaries_name),
+            .transfer = nameOf(colour.transferTag, AVCOL_TRC_NB, av_color_transfer_name)};
 }
 
 } // namespace Qx::Media

@@ -366,7 +366,8 @@ struct ClipReader::Impl
     std::map<long, std::vector<std::string>> ahead; // problems of packets that no frame given has needed
     std::int64_t lastFedPts = AV_NOPTS_VALUE;
     std::int64_t lastKeyPts = AV_NOPTS_VALUE;
-    std::int64_t entryPts = AV_NOPTS_VALUE; // of the key frame that decoding was entered at
+    std::int64_t entryPts = AV_NOPTS_VALUE; // of the key frame that decoding was entered at, until the next
+    bool hasEntered = false;
     std::optional<std::int64_t> lastPts;
     std::int64_t lastDuration = 0;
     std::int64_t pendingPts = 0; // of the frame that skipTo() found
@@ -584,6 +585,7 @@ bool ClipReader::Impl::isUnmissed(const AVPacket& from)
 {
     if ((from.flags & AV_PKT_FLAG_KEY) != 0) {
         lastKeyPts = from.pts;
+        entryPts = from.pts == entryPts ? entryPts : AV_NOPTS_VALUE; // what is before it has come
     }
     if (entryPts != AV_NOPTS_VALUE && from.pts != AV_NOPTS_VALUE && from.pts < entryPts) {
         return true;
@@ -649,8 +651,7 @@ std::string ClipReader::Impl::takeMessage(FedPacket& of) const
 {
     std::string message = of.messages.take();
     // H.264 lets go of frames from before the key frame, which the decoder has never had.
-    const bool isOfEntry =
-        entryPts != AV_NOPTS_VALUE && message.find("mmco: unref short failure") != std::string::npos;
+    const bool isOfEntry = hasEntered && message.find("mmco: unref short failure") != std::string::npos;
     return isOfEntry ? std::string() : message;
 }
 
@@ -1136,6 +1137,7 @@ bool ClipReader::Impl::skipTo(const SeekTarget& target)
         if (entry) {
             restartDecoder();
             entryPts = entry->pts;
+            hasEntered = true;
         } else if (hasJumped) {
             return false;
         }

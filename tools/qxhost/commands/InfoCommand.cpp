@@ -234,7 +234,7 @@ std::string describeForPeople(const ClipReport& clip)
     rows.push_back({"Colour", tagText(clip)});
     if (!clip.colour) {
         rows.push_back({"Convert", "refuses it: " + clip.refusal});
-        return table(rows);
+        return Program::table(rows);
     }
     rows.push_back({"Convert", fmt::format("to the GPU as {}", wayToGpu(info))});
     rows.push_back({"", fmt::format("pictures of {} bits, because the source has {}",
@@ -249,7 +249,7 @@ std::string describeForPeople(const ClipReport& clip)
     for (const std::string& note : clip.notes) {
         rows.push_back({"", note});
     }
-    return table(rows);
+    return Program::table(rows);
 }
 
 struct ClipInfoOptions

@@ -194,6 +194,32 @@ TEST_F(CommandLine, wrong_values_are_answered_with_the_right_ones)
                      {"--start", "expected a whole number, 0 or more"});
 }
 
+TEST_F(CommandLine, frames_are_picked_in_one_way)
+{
+    for (const char* word : {"1:60", "1:2:3:4:5", "5sec", "1.5", "-3s", "1:-2", "1.5:30", ":30", "5.s",
+                             "1:30s", "1e3s", "s", "ms", "99999999999s"}) {
+        expectUsageError({"convert", "a", "b", "--start", word},
+                         {"--start", "\"" + std::string(word) + "\"", "00:01:02.5 or 12.5s"});
+    }
+    expectUsageError({"convert", "a", "b", "--start", "10:00:05:00"}, {"time codes are for --in and --out"});
+    expectUsageError({"convert", "a", "b", "--duration", "50"}, {"--duration", "a time, such as 00:01:02.5"});
+    expectUsageError({"convert", "a", "b", "--duration", "0s"}, {"--duration", "more than nothing"});
+    expectUsageError({"convert", "a", "b", "--in", "00:01:02.5"},
+                     {"--in", "a time code, such as 10:00:05:00"});
+    expectUsageError({"convert", "a", "b", "--start", "3", "--in", "10:00:00:00"},
+                     {"--start and --in both say where to begin; give one of them"});
+    expectUsageError({"convert", "a", "b", "--frames", "3", "--out", "10:00:00:00"},
+                     {"--frames and --out both say where to end"});
+    expectUsageError({"fields", "a", "b", "--frames", "3", "--duration", "3s"},
+                     {"--frames and --duration both say where to end"});
+    expectUsageError({"convert", "a", "b", "--duration", "3s", "--out", "10:00:00:00"},
+                     {"--duration and --out both say where to end"});
+    expectUsageError({"thumbnail", "a", "b.png", "--size", "8x8", "--start", "3", "--in", "10:00:00:00"},
+                     {"--start and --in"});
+    expectUsageError({"thumbnail", "a", "b.png", "--size", "8x8", "--out", "10:00:00:00"},
+                     {"unknown option --out"});
+}
+
 TEST_F(CommandLine, pixel_formats_sizes_and_rates_are_checked)
 {
     expectFailedUsage({"convert", "a", "b.raw", "--format", "uyvi"}, {"--format", "\"uyvi\"", "mean uyvy?"});

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <sstream>
 
 namespace Qx::System {
 
@@ -302,6 +303,96 @@ TEST_F(Convert, frames_can_be_picked)
     EXPECT_EQ(read(at("some_3.png")), read(at("all_5.png")));
     EXPECT_FALSE(fs::exists(at("some_4.png")));
     EXPECT_NE(read(at("all_3.png")), read(at("all_4.png")));
+}
+
+TEST_F(Convert, frames_can_be_picked_by_time_and_by_time_code)
+{
+    const std::vector<std::string> tags{"-colorspace", "bt709", "-color_range", "tv"};
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=32x24:rate=30000/1001,noise=alls=40:allf=t", "-frames", "40",
+            "-pix_fmt", "yuv422p10le", "-c:v", "prores_ks", "-timecode", "00:00:59;20", "clip.mov"});
+    convert({"clip.mov", "all_%d.png"});
+    const auto picked = [&](std::vector<std::string> options) {
+        for (const std::string& file : filesBeside({})) {
+            if (file.starts_with("some_")) {
+                fs::remove(at(file));
+            }
+        }
+        options.insert(options.begin(), {"clip.mov", "some_%d.png"});
+        convert(options);
+        std::vector<int> frames;
+        for (int i = 1; fs::exists(at("some_" + std::to_string(i) + ".png")); ++i) {
+            for (int k = 1; k <= 40; ++k) {
+                if (read(at("some_" + std::to_string(i) + ".png")) ==
+                    read(at("all_" + std::to_string(k) + ".png"))) {
+                    frames.push_back(k - 1);
+                }
+            }
+        }
+        return frames;
+    };
+    // 00:00:59;29 is followed by 00:01:00;02.
+    EXPECT_EQ(picked({"--in", "00:00:59;28", "--out", "00:01:00;03"}), (std::vector<int>{8, 9, 10, 11}));
+    EXPECT_EQ(picked({"--out", "00:00:59;21"}), (std::vector<int>{0, 1}));
+    EXPECT_EQ(picked({"--in", "00:01:01;01"}), (std::vector<int>{39}));
+    EXPECT_EQ(picked({"--start", "1s", "--frames", "2"}), (std::vector<int>{30, 31}))
+        << "frame 29 is at 0.9676 s";
+    EXPECT_EQ(picked({"--start", "0.967s", "--duration", "0.1s"}), (std::vector<int>{29, 30, 31}));
+    EXPECT_EQ(picked({"--start", "37", "--duration", "0:05"}), (std::vector<int>{37, 38, 39}));
+    EXPECT_EQ(picked({"--duration", "0.0667s"}), (std::vector<int>{0, 1}));
+}
+
+TEST_F(Convert, sound_and_time_code_follow_the_frames_that_are_picked)
+{
+    for (const std::string extension : {"mov", "mkv"}) {
+        const std::string clip = "clip." + extension;
+        ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=32x24:rate=25", "-f", "lavfi", "-i",
+                "anoisesrc=sample_rate=48000:seed=1", "-t", "3", "-c:v", "prores_ks", "-c:a", "pcm_s16le",
+                "-timecode", "10:00:00:00", clip});
+        convert({clip, "out." + extension, "--codec", "prores_ks", "--in", "10:00:01:10", "--out",
+                 "10:00:01:19"});
+        const std::string out = "out." + extension;
+        // Frames 35 to 44: 0.4 s from 1.4 s on.
+        EXPECT_NE(probe(out, "nb_read_frames").find("nb_read_frames=10\n"), std::string::npos);
+        EXPECT_NE(probe(out, "start_time").find("start_time=0.000000\n"), std::string::npos);
+        ffmpeg({"-i", clip, "-map", "0:a", "-f", "s16le", "whole.raw"});
+        ffmpeg({"-i", out, "-map", "0:a", "-f", "s16le", "part.raw"});
+        const std::string whole = read(at("whole.raw"));
+        const std::string part = read(at("part.raw"));
+        constexpr int bytesOfSecond = 2 * 48000;
+        // Matroska rounds the times of its packets to milliseconds.
+        const int tolerance = extension == "mkv" ? 2 * 24 : 0;
+        EXPECT_NEAR(static_cast<int>(whole.find(part)), bytesOfSecond * 14 / 10, tolerance) << extension;
+        EXPECT_NEAR(static_cast<int>(part.size()), bytesOfSecond * 4 / 10, 2 * tolerance) << extension;
+        EXPECT_NE(probe(out, "start_time", "a").find("start_time=0.000000\n"), std::string::npos)
+            << extension;
+        EXPECT_NE(run({"ffprobe", "-v", "error", "-show_entries", "stream_tags=timecode:format_tags=timecode",
+                       "-of", "csv=p=0", out})
+                      .out.find("10:00:01:10\n"),
+                  std::string::npos)
+            << extension;
+    }
+}
+
+TEST_F(Convert, sound_in_packets_begins_and_ends_within_the_frames_that_are_picked)
+{
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=32x24:rate=25", "-f", "lavfi", "-i", "sine=sample_rate=48000",
+            "-t", "3", "-c:v", "libx264", "-g", "50", "-pix_fmt", "yuv420p", "-c:a", "aac", "clip.ts"});
+    convert({"clip.ts", "out.mp4", "--start", "1.4s", "--duration", "1s"});
+    EXPECT_NE(probe("out.mp4", "nb_read_frames").find("nb_read_frames=25\n"), std::string::npos);
+    std::istringstream times(run({"ffprobe", "-v", "error", "-select_streams", "a", "-show_entries",
+                                  "packet=pts_time", "-of", "csv=p=0", "out.mp4"})
+                                 .out);
+    double first = -1;
+    double last = -1;
+    times >> first;
+    for (double time = 0; times >> time;) {
+        last = time;
+    }
+    constexpr double packet = 1024.0 / 48000;
+    EXPECT_GE(first, 0);
+    EXPECT_LE(first, packet + 0.001);
+    EXPECT_GE(last, 1 - packet - 0.001);
+    EXPECT_LT(last, 1);
 }
 
 TEST_F(Convert, the_output_range_is_the_one_asked_for)

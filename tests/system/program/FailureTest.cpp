@@ -82,6 +82,41 @@ TEST_F(Failures, starting_behind_the_end_is_an_input_failure)
     expectFailure(qxhost({"convert", "clip.mkv", "out.mov", "--start", "10"}), 3, {"clip.mkv", "--start 10"});
 }
 
+TEST_F(Failures, frames_that_the_clip_does_not_have_are_an_input_failure)
+{
+    expectFailure(qxhost({"convert", "clip.mkv", "out.mov", "--start", "5s"}), 3, {"clip.mkv", "--start 5s"});
+    expectFailure(qxhost({"convert", "clip.mkv", "out.mov", "--in", "10:00:00:00"}), 3,
+                  {"--in 10:00:00:00: clip.mkv has no time code; give --start"});
+    ffmpeg({"-i", "clip.mkv", "-c:v", "mjpeg", "-timecode", "10:00:00:20", "coded.mov"});
+    for (const char* option : {"--in", "--out"}) {
+        for (const char* label : {"10:00:00:19", "10:00:01:05", "09:00:00:00"}) {
+            expectFailure(qxhost({"convert", "coded.mov", "out.mov", option, label}), 3,
+                          {std::string(option) + " " + label + ": coded.mov has no such frame",
+                           "from 10:00:00:20 to 10:00:01:04"},
+                          {"coded.mov"});
+        }
+    }
+    expectFailure(qxhost({"convert", "coded.mov", "out.mov", "--in", "10:00:00;22"}), 3,
+                  {"no such label: it counts 25 frames a second, non-drop (written with ':')"},
+                  {"coded.mov"});
+    expectFailure(qxhost({"convert", "coded.mov", "out.mov", "--in", "10:00:01:02", "--out", "10:00:00:22"}),
+                  2, {"--out 10:00:00:22: is before the first frame (--in 10:00:01:02)"}, {"coded.mov"});
+    expectFailure(qxhost({"convert", "coded.mov", "out.mov", "--start", "3", "--out", "10:00:00:22"}), 2,
+                  {"--out 10:00:00:22: is before the first frame (--start 3)"}, {"coded.mov"});
+}
+
+TEST_F(Failures, a_last_frame_that_turns_out_to_be_missing_is_reported)
+{
+    ffmpeg({"-i", "clip.mkv", "-c", "copy", "-metadata", "timecode=10:00:00:00", "coded.mkv"});
+    const Outcome outcome = qxhost({"convert", "coded.mkv", "out.mkv", "--out", "10:00:00:20"});
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_NE(outcome.err.find("--out 10:00:00:20: coded.mkv ends before it; out.mkv holds what there is"),
+              std::string::npos)
+        << outcome.err;
+    EXPECT_TRUE(fs::exists(at("out.mkv")));
+    EXPECT_EQ(qxhost({"convert", "coded.mkv", "out.mkv", "--force", "--out", "10:00:00:09"}).exitCode, 0);
+}
+
 TEST_F(Failures, an_existing_file_is_only_replaced_by_force)
 {
     write("out.png", "precious");

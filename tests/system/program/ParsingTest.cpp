@@ -32,8 +32,8 @@ TEST(Parsing, convert_has_its_defaults)
     EXPECT_FALSE(options.range || options.matrix || options.outputRange || options.depth);
     EXPECT_EQ(options.filter, Image::Filter::CatmullRom);
     EXPECT_TRUE(options.effects.empty());
-    EXPECT_EQ(options.start, 0);
-    EXPECT_EQ(options.frames, 0);
+    EXPECT_EQ(options.picked.start, 0);
+    EXPECT_EQ(options.picked.frames, 0);
     EXPECT_TRUE(options.audio);
     EXPECT_FALSE(options.force || options.quiet || options.json);
 }
@@ -51,8 +51,8 @@ TEST(Parsing, convert_takes_every_option)
     EXPECT_EQ(options.outputRange, Media::Range::video);
     EXPECT_EQ(options.filter, Image::Filter::Mitchell);
     EXPECT_EQ(options.depth, Media::Depth::bits16);
-    EXPECT_EQ(options.start, 3);
-    EXPECT_EQ(options.frames, 7);
+    EXPECT_EQ(options.picked.start, 3);
+    EXPECT_EQ(options.picked.frames, 7);
     EXPECT_EQ(options.codec, "ffv1");
     EXPECT_EQ(options.pixelFormat, "gbrp");
     EXPECT_FALSE(options.audio);
@@ -60,6 +60,30 @@ TEST(Parsing, convert_takes_every_option)
     EXPECT_EQ(options.device, "1");
     EXPECT_EQ(options.input, "in");
     EXPECT_EQ(options.output, "out");
+}
+
+TEST(Parsing, frames_are_picked_by_number_time_and_time_code)
+{
+    using Time = FrameRangeOptions::Time;
+    const auto startOf = [](const std::string& word) {
+        return convert({"in", "out", "--start", word}).picked.startTime.value_or(Time(-1)).count();
+    };
+    EXPECT_EQ(startOf("00:01:02.5"), 62'500'000);
+    EXPECT_EQ(startOf("01:00:00"), 3'600'000'000);
+    EXPECT_EQ(startOf("1:02"), 62'000'000);
+    EXPECT_EQ(startOf("12.5s"), 12'500'000);
+    EXPECT_EQ(startOf("90s"), 90'000'000);
+    EXPECT_EQ(startOf("1500ms"), 1'500'000);
+    EXPECT_EQ(startOf("0.0416667s"), 41'666);
+    EXPECT_EQ(startOf("25"), -1) << "a number of frames";
+    const FrameRangeOptions last = convert({"in", "out", "--start", "2s", "--start", "25"}).picked;
+    EXPECT_EQ(last.start, 25);
+    EXPECT_FALSE(last.startTime);
+    const FrameRangeOptions codes =
+        convert({"in", "out", "--in", "10:00:05:00", "--out", "10:00:09;24"}).picked;
+    EXPECT_EQ(codes.in, "10:00:05:00");
+    EXPECT_EQ(codes.out, "10:00:09;24");
+    EXPECT_EQ(convert({"in", "out", "--duration", "0:02"}).picked.duration, Time(2'000'000));
 }
 
 TEST(Parsing, techniques_and_settings_belong_to_the_effect_before_them)

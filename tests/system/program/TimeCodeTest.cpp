@@ -51,6 +51,25 @@ TEST(TimeCode, leaves_out_two_labels_a_minute_at_29_97)
     EXPECT_EQ(TimeCode(Rational{2997, 100}).label(1800), "00:01:00;02");
 }
 
+TEST(TimeCode, finds_the_frame_of_a_label)
+{
+    const auto code = TimeCode::startingAt("10:00:00:00", Rational{25, 1});
+    EXPECT_EQ(code->frameOf("10:00:00:00"), 0);
+    EXPECT_EQ(code->frameOf("10:00:05:24"), 149);
+    EXPECT_EQ(code->frameOf("09:59:59:24"), 24 * 3600 * 25 - 1) << "of the next day";
+    EXPECT_FALSE(code->frameOf("10:00:00:25"));
+    EXPECT_FALSE(code->frameOf("10:00:00;00")) << "this clip is non-drop";
+    EXPECT_FALSE(code->frameOf("10:00:00"));
+    const auto drop = TimeCode::startingAt("00:00:59;29", ntsc);
+    EXPECT_EQ(drop->frameOf("00:01:00;02"), 1);
+    EXPECT_FALSE(drop->frameOf("00:01:00;00")) << "a label that is left out";
+    EXPECT_FALSE(drop->frameOf("00:01:00:02")) << "this clip is drop-frame";
+    for (const std::int64_t frame : {0, 17, 1800, 17982, 107892, 2000000}) {
+        EXPECT_EQ(drop->frameOf(drop->label(frame)), frame);
+    }
+    EXPECT_EQ(TimeCode::startingAt("01:00:00:00", film)->frameOf("01:00:01:00"), 24);
+}
+
 TEST(TimeCode, leaves_out_four_labels_a_minute_at_59_94)
 {
     const TimeCode code(ntsc60);

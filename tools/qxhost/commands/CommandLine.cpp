@@ -39,7 +39,7 @@ public:
     {
         std::string usage = "Usage: " + name;
         for (const CLI::Option* option : app->get_options()) {
-            if (option->get_positional()) {
+            if (option->get_positional() && !option->get_group().empty()) {
                 const bool many = option->get_expected_max() > 1;
                 // What may be left out says its default.
                 const bool optional = option->get_description().find("Default: ") != std::string::npos;

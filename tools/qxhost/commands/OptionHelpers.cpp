@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/pipeline/burnin/TimeCode.h"
 
 #include <algorithm>
 #include <charconv>
@@ -87,17 +88,87 @@ CLI::Option* addCount(CLI::App& app, const std::string& option, std::int64_t& ta
                       const std::string& description)
 {
     const auto set = [&target, option, smallest](const std::string& word) {
-        std::int64_t value = 0;
-        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-        if (error == std::errc::result_out_of_range && word.front() != '-') {
-            throw CLI::ValidationError(option, "\"" + word + "\" is too large");
-        }
-        if (error != std::errc() || end != word.data() + word.size() || value < smallest) {
-            throw invalidValue(option, word, fmt::format("a whole number, {} or more", smallest));
-        }
-        target = value;
+        target = parseCount(option, word, smallest);
     };
     return app.add_option_function<std::string>(option, set, description)->option_text("N");
+}
+
+std::int64_t parseCount(const std::string& option, const std::string& word, std::int64_t smallest,
+                        const std::string& orElse)
+{
+    std::int64_t value = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (error == std::errc::result_out_of_range && word.front() != '-') {
+        throw CLI::ValidationError(option, "\"" + word + "\" is too large");
+    }
+    if (error != std::errc() || end != word.data() + word.size() || value < smallest) {
+        throw invalidValue(option, word, fmt::format("a whole number, {} or more{}", smallest, orElse));
+    }
+    return value;
+}
+
+FrameRangeOptions::Time parseTime(const std::string& option, const std::string& word,
+                                  const std::string& orElse)
+{
+    constexpr std::int64_t microseconds = 1'000'000;
+    constexpr std::int64_t mostSeconds = 100 * 24 * 3600;
+    const auto refuse = [&] {
+        const bool isTimeCode = TimeCode::isLabel(word);
+        throw invalidValue(option, word,
+                           orElse + "a time, such as 00:01:02.5 or 12.5s" +
+                               (isTimeCode ? "; time codes are for --in and --out" : ""));
+    };
+    std::string_view rest = word;
+    const bool isMillis = rest.ends_with("ms");
+    const bool hasUnit = rest.ends_with('s');
+    rest.remove_suffix(isMillis ? 2 : hasUnit ? 1 : 0);
+    // Whole numbers between colons, the last of which may have a fraction.
+    std::int64_t whole = 0;
+    std::int64_t fraction = 0; // in millionths
+    int parts = 0;
+    for (bool isLast = false; !isLast; ++parts) {
+        const std::size_t colon = rest.find(':');
+        isLast = colon == std::string_view::npos;
+        const std::string_view part = rest.substr(0, colon);
+        const std::size_t point = std::min(part.find('.'), part.size());
+        std::int64_t number = 0;
+        const auto [end, error] = std::from_chars(part.data(), part.data() + point, number);
+        constexpr std::int64_t sixty = 60;
+        const bool good = point > 0 && error == std::errc() && end == part.data() + point && part[0] != '-' &&
+                          number <= mostSeconds * (isMillis ? 1000 : 1) && (parts == 0 || number < sixty) &&
+                          (isLast || point == part.size()) && parts < 3;
+        if (!good) {
+            refuse();
+        }
+        whole = whole * sixty + number;
+        if (point < part.size()) {
+            std::string digits(part.substr(point + 1));
+            if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos) {
+                refuse();
+            }
+            digits.resize(6, '0');
+            fraction = std::stoll(digits);
+        }
+        rest.remove_prefix(isLast ? rest.size() : colon + 1);
+    }
+    if ((parts > 1) == hasUnit) {
+        refuse();
+    }
+    const std::int64_t total = whole * microseconds + fraction;
+    return FrameRangeOptions::Time(isMillis ? total / 1000 : total);
+}
+
+CLI::Option* addTimeCode(CLI::App& app, const std::string& option, std::string& target,
+                         const std::string& description)
+{
+    const auto set = [&target, option](const std::string& word) {
+        if (!TimeCode::isLabel(word)) {
+            throw invalidValue(option, word,
+                               "a time code, such as 10:00:05:00, or 10:00:05;00 if it is drop-frame");
+        }
+        target = word;
+    };
+    return app.add_option_function<std::string>(option, set, description)->option_text("TIMECODE");
 }
 
 CLI::Option* addSize(CLI::App& app, const std::string& option, unsigned& width, unsigned& height,

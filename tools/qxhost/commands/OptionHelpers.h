@@ -65,6 +65,20 @@ CLI::Option* addChoice(CLI::App& app, const std::string& option, Target& target,
 CLI::Option* addCount(CLI::App& app, const std::string& option, std::int64_t& target, std::int64_t smallest,
                       const std::string& description);
 
+/// Reads a whole number, `smallest` or more. `orElse` completes what was expected. Throws
+/// CLI::ValidationError in the name of the option.
+std::int64_t parseCount(const std::string& option, const std::string& word, std::int64_t smallest,
+                        const std::string& orElse = "");
+
+/// Reads "00:01:02.5", "1:02.5", "12.5s" or "500ms". `orElse` begins what was expected. Throws
+/// CLI::ValidationError in the name of the option.
+FrameRangeOptions::Time parseTime(const std::string& option, const std::string& word,
+                                  const std::string& orElse);
+
+/// Adds an option that takes a time code, "10:00:05:00", or "10:00:05;00" for drop-frame.
+CLI::Option* addTimeCode(CLI::App& app, const std::string& option, std::string& target,
+                         const std::string& description);
+
 /// Adds an option that takes a size in pixels, "1920x1080". Both are at least 1.
 CLI::Option* addSize(CLI::App& app, const std::string& option, unsigned& width, unsigned& height,
                      const std::string& description);

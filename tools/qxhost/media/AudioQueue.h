@@ -50,6 +50,14 @@ public:
         return packet;
     }
 
+    /// Removes the packets that `isPast` is true of, called with the packet and its track.
+    template <class Test>
+    void remove(Test isPast)
+    {
+        const std::lock_guard lock(mutex_);
+        std::erase_if(packets_, isPast);
+    }
+
 private:
     const std::vector<Track> tracks_;
     std::mutex mutex_;

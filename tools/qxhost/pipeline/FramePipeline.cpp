@@ -11,7 +11,6 @@
 #include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <algorithm>
-#include <cmath>
 #include <string>
 #include <utility>
 
@@ -31,12 +30,6 @@ std::size_t framesInFlight(int width, int height, Media::Depth depth)
     const std::size_t frame =
         static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4 * componentBytes;
     return std::clamp(budget / std::max<std::size_t>(frame, 1), fewest, most);
-}
-
-/// The number of a frame in its clip, from its time, so that frames missing from the input leave a gap.
-std::int64_t frameNumber(const Media::StreamInfo& info, double seconds, std::int64_t counted)
-{
-    return info.frameRate.num > 0 ? std::llround(seconds * info.frameRate.toDouble()) : counted;
 }
 
 /// Tells the decoding techniques, while it lives, how codes stand for levels.
@@ -157,27 +150,29 @@ void FramePipeline::makeHostImages()
 
 void FramePipeline::decode()
 {
+    const Media::StreamInfo& info = job_.input.info();
     Media::Frame frame;
-    std::int64_t taken = 0;
-    std::int64_t firstTime = 0;
-    for (std::int64_t n = 0; job_.frames == 0 || taken < job_.frames; ++n) {
+    std::optional<std::int64_t> end = job_.range.endPts;
+    std::int64_t lastEnd = info.firstPts;
+    for (std::int64_t taken = 0; job_.range.frames == 0 || taken < job_.range.frames; ++taken) {
         const iFrameInput::Next next = job_.input.next(frame);
         if (next == iFrameInput::Next::failed) {
-            inputFailure_ = failureOfInput(n, taken);
+            inputFailure_ = failureOfInput(job_.start + taken, taken);
         }
         if (next != iFrameInput::Next::frame) {
+            endedEarly_ = job_.range.endPts && lastEnd < *job_.range.endPts;
             break;
         }
-        firstTime = n == 0 ? frame.time().pts : firstTime;
-        if (n >= job_.start) {
-            ++taken;
-            const Media::StreamInfo& info = job_.input.info();
-            const double seconds =
-                static_cast<double>(frame.time().pts - firstTime) * info.timeBase.toDouble();
-            if (!decoded_.push({std::move(frame), {frameNumber(info, seconds, n), seconds}})) {
-                return;
-            }
-        } else if (stopped_) {
+        const std::int64_t pts = frame.time().pts;
+        if (taken == 0 && job_.range.duration) {
+            end = pts + *job_.range.duration;
+        }
+        if (end && pts >= *end) {
+            break;
+        }
+        lastEnd = pts + frame.time().duration;
+        const double seconds = static_cast<double>(pts - info.firstPts) * info.timeBase.toDouble();
+        if (!decoded_.push({std::move(frame), {frameNumber(info, pts, job_.start + taken), seconds}})) {
             return;
         }
     }

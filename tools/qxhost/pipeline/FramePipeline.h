@@ -11,6 +11,7 @@
 #include "tools/qxhost/pipeline/effects/EffectChain.h"
 #include "tools/qxhost/pipeline/effects/PictureSteps.h"
 #include "tools/qxhost/pipeline/input/FrameInput.h"
+#include "tools/qxhost/pipeline/input/FrameRange.h"
 #include "tools/qxhost/pipeline/input/FrameUpload.h"
 #include "tools/qxhost/pipeline/output/FrameDelivery.h"
 
@@ -41,8 +42,8 @@ struct ConversionJob
     const FrameDelivery* delivery = nullptr; ///< how pictures are read back; null: as A R G B
     bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
 
-    std::int64_t start = 0;  ///< frames to leave out at the beginning
-    std::int64_t frames = 0; ///< frames to convert at most; 0: all
+    std::int64_t start = 0; ///< number of the frame that the input gives first
+    FrameRange range{};     ///< where to end
 };
 
 /// Converts a clip: one thread each decodes, packs into the device's memory, drives the GPU, and encodes.
@@ -60,6 +61,9 @@ public:
 
     /// Empty, or why the input could not be read to its end, and what to do.
     const std::string& inputFailure() const { return inputFailure_; }
+
+    /// Whether the input ended before the end of the range.
+    bool endedEarly() const { return endedEarly_; }
 
     /// Ends run() early, from any thread.
     void stop();
@@ -127,6 +131,7 @@ private:
     std::mutex mutex_;
     std::exception_ptr failure_;
     std::string inputFailure_;
+    bool endedEarly_ = false;
     std::atomic<bool> stopped_{false};
     std::int64_t written_ = 0;
 };

@@ -16,6 +16,7 @@
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
+#include "tools/qxhost/pipeline/input/InputNotes.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include <algorithm>
@@ -41,7 +42,10 @@ struct Conversion
     Media::OutputSettings settings;
     std::vector<std::string> effectWarnings; ///< known before the first frame
     WriterPtr writer;
+    FrameRange range;
+    Media::ClipPlace start;  ///< of the first frame
     std::int64_t frames = 0; ///< written
+    bool endedEarly = false; ///< the input has no frame with the time code of --out
     double seconds = 0;
 
     const Media::StreamInfo& info() const { return input->info(); }
@@ -50,7 +54,8 @@ struct Conversion
     {
         return keepCodes && static_cast<int>(options.format->bits) == info().bitsPerComponent;
     }
-    bool complete() const { return input->problemCount() == 0; } ///< no part of the input was lost
+    /// No part of what was asked for was lost.
+    bool complete() const { return input->problemCount() == 0 && !endedEarly; }
     double framesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
 };
 
@@ -65,8 +70,7 @@ void refuseSameFile(const ConvertOptions& options)
 
 InputPtr openInput(const ConvertOptions& options)
 {
-    // Audio that began before the first frame converted would be out of step.
-    const bool keepAudio = options.audio && options.start == 0 && !Media::writesPictures(options.output);
+    const bool keepAudio = options.audio && !Media::writesPictures(options.output);
     return openFrameInput(options, keepAudio);
 }
 
@@ -81,16 +85,6 @@ bool drawsPictures(const ConvertOptions& options)
 bool passesCodes(const ConvertOptions& options, const Media::StreamInfo& info)
 {
     return options.format && options.format->isYCrCb() && !holdsRgb(info) && !drawsPictures(options);
-}
-
-/// Frames that will be converted; 0 if the input does not tell.
-std::int64_t expectedFrames(const ConvertOptions& options, const Media::StreamInfo& info)
-{
-    if (info.frameCount <= 0) {
-        return options.frames;
-    }
-    const std::int64_t left = std::max<std::int64_t>(info.frameCount - options.start, 0);
-    return options.frames > 0 ? std::min(options.frames, left) : left;
 }
 
 /// The depth of pictures that loses nothing of the input or of the output format.
@@ -178,14 +172,17 @@ Media::Range rgbRange(const Conversion& conversion)
 }
 
 /// The time code of the first output frame; empty if the input has none or an invalid one.
-std::string firstTimeCode(const ConvertOptions& options, const Media::StreamInfo& info)
+std::string firstTimeCode(const Conversion& conversion)
 {
+    const ConvertOptions& options = conversion.options;
+    const Media::StreamInfo& info = conversion.info();
     const auto code = TimeCode::startingAt(info.timeCode, info.frameRate);
     if (!code || std::holds_alternative<ShrinkPicture>(options.step)) {
         return {};
     }
     const bool fields = std::holds_alternative<SeparateFields>(options.step);
-    return fields ? code->ofFields().label(2 * options.start) : code->label(options.start);
+    const std::int64_t number = frameNumber(info, conversion.start.pts, conversion.start.frame);
+    return fields ? code->ofFields().label(2 * number) : code->label(number);
 }
 
 /// What the run reads, and so must not replace: its input, and the effects, LUTs and font of its options.
@@ -226,13 +223,15 @@ void fillSettings(Conversion& conversion)
     settings.sampleAspect = info.sampleAspect;
     settings.fieldOrder = info.fieldOrder;
     settings.orientation = info.orientation;
-    settings.timeCode = firstTimeCode(options, conversion.info());
+    settings.timeCode = firstTimeCode(conversion);
     settings.colour = conversion.colour.forWriting;
     settings.encoder = options.codec;
     settings.pixelFormat = options.pixelFormat;
     settings.force = options.force;
-    settings.expectedFrames = expectedFrames(options, conversion.info()) * picturesEach(options.step);
+    settings.expectedFrames = conversion.range.expected * picturesEach(options.step);
     settings.audio = conversion.input->audio();
+    settings.beginsAtZero = options.picked.skips();
+    settings.cutsAudio = options.picked.skips() || options.picked.ends();
     if (options.format) {
         settings.stored = writtenLayout(*options.format, options.output, static_cast<unsigned>(info.width),
                                         static_cast<unsigned>(info.height),
@@ -276,22 +275,8 @@ void noteDecisions(const Conversion& conversion, Console& console)
                                  options.input.string(), nameOf(conversion.colour.range),
                                  options.format->bits));
     }
-    if (options.audio && options.start > 0 && conversion.info().hasAudio &&
-        !Media::writesPictures(options.output)) {
-        console.note("the audio is left out, because --start skips the frames that it begins with");
-    }
-    const std::string& timeCode = conversion.info().timeCode;
-    if (!timeCode.empty() && !Media::writesPictures(options.output) &&
-        !TimeCode::startingAt(timeCode, conversion.info().frameRate)) {
-        console.note("time code " + timeCode + " is left out: it is invalid at the clip's frame rate");
-    }
-    const bool keepsAlpha = options.format && !options.format->isYCrCb();
-    if (conversion.info().hasAlpha && !keepsAlpha) {
-        console.note(options.input.string() + " has alpha, which is left out; the output is opaque");
-    }
-    if (conversion.info().hasFullChroma && !holdsRgb(conversion.info())) {
-        console.note(options.input.string() + " (" + conversion.info().pixelFormat +
-                     ") has full chroma resolution; it passes through 4:2:2, which keeps half of it");
+    for (const std::string& note : inputNotes(options, conversion.info())) {
+        console.note(note);
     }
     for (const std::string& warning : conversion.effectWarnings) {
         console.note(warning);
@@ -337,6 +322,7 @@ Json describeRun(const Conversion& conversion)
         run["files"].push_back(file.string());
     }
     run["format"] = conversion.writer->description();
+    run["firstFrame"] = conversion.start.frame;
     run["frames"] = conversion.frames;
     run["complete"] = conversion.complete();
     run["width"] = conversion.settings.width;
@@ -401,8 +387,8 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* 
                       .step = options.step,
                       .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
                       .keepCodes = conversion.keepCodes,
-                      .start = options.start,
-                      .frames = options.frames};
+                      .start = conversion.start.frame,
+                      .range = conversion.range};
     if (auto* target = std::get_if<ShrinkPicture>(&job.step)) {
         target->width = static_cast<unsigned>(conversion.settings.width);
         target->height = static_cast<unsigned>(conversion.settings.height);
@@ -432,7 +418,11 @@ std::string interruptedText(const ConvertOptions& options)
 bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
 {
     ProgressDisplay progress(console, conversion.settings.expectedFrames);
-    FramePipeline pipeline(job, [&](std::int64_t done) { progress.update(done); });
+    FramePipeline pipeline(job, [&](std::int64_t done) {
+        if (conversion.options.progress) {
+            progress.update(done);
+        }
+    });
     // From here on there are files to clean up.
     const Interruption interruption([&] { pipeline.stop(); }, Media::PartFiles::removeAll,
                                     [&] {
@@ -451,12 +441,13 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& co
     }
     if (conversion.frames == 0) {
         throw Failure(ExitCode::input,
-                      fmt::format("{}: has no frame to start from after --start {}; choose a smaller number",
-                                  conversion.options.input.string(), conversion.options.start));
+                      fmt::format("{}: has no frame to start from at {}; choose an earlier one",
+                                  conversion.options.input.string(), startText(conversion.options.picked)));
     }
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
     }
+    conversion.endedEarly = pipeline.endedEarly();
     conversion.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     return true;
 }
@@ -468,7 +459,12 @@ Conversion decide(const ConvertOptions& options)
     if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
         requirePicture(options.output, "a thumbnail");
     }
-    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, {}, 0, 0};
+    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, {}, {}, {}, 0, false, 0};
+    conversion.range = frameRange(options.picked, conversion.info(), options.input);
+    conversion.start.pts = conversion.info().firstPts;
+    if (conversion.range.start) {
+        conversion.start = conversion.input->skipTo(*conversion.range.start);
+    }
     conversion.colour = chooseColour(options, conversion.info());
     conversion.keepCodes = passesCodes(options, conversion.info());
     if (options.format) {
@@ -510,6 +506,11 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     console.note(summary(conversion));
     if (options.json) {
         console.data(jsonText(describeRun(conversion)));
+    }
+    if (conversion.endedEarly) {
+        console.error(fmt::format("--out {}: {} ends before it; {} holds what there is", options.picked.out,
+                                  options.input.string(), options.output.string()));
+        return ExitCode::input;
     }
     if (!conversion.complete()) {
         console.error(options.input.string() + ": is damaged or incomplete; " + options.output.string() +

@@ -3,6 +3,8 @@
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/media/Matrices.h"
 
+#include <fmt/format.h>
+
 namespace Qx::Program {
 
 namespace {
@@ -23,9 +25,57 @@ void addFiles(CLI::App& app, ConvertOptions& options, const std::string& output)
     app.add_option("OUTPUT", options.output, output)->option_text(" ");
 }
 
-void addStart(CLI::App& app, ConvertOptions& options)
+void addRange(CLI::App& app, FrameRangeOptions& range, const std::string& group, bool withEnd)
 {
-    addCount(app, "--start", options.start, 0, "Skip the first N frames")->group("Frames");
+    const auto setStart = [&range](const std::string& word) {
+        const bool isCount = word.find_first_not_of("-0123456789") == std::string::npos;
+        range.startTime.reset();
+        range.start = 0;
+        if (isCount) {
+            range.start = parseCount("--start", word, 0, ", or a time, such as 00:01:02.5 or 12.5s");
+        } else {
+            range.startTime = parseTime("--start", word, "a frame's number or ");
+        }
+    };
+    app.add_option_function<std::string>(
+           "--start", setStart,
+           withEnd ? "Skip the first N frames, or begin at a time:\n00:01:02.5 or 12.5s"
+                   : "Take the frame after the first N, or at a time:\n00:01:02.5 or 12.5s")
+        ->option_text("N|TIME")
+        ->group(group);
+    addTimeCode(app, "--in", range.in,
+                withEnd ? "Begin with the frame of this time code" : "Take the frame of this time code")
+        ->group(group);
+    if (!withEnd) {
+        return;
+    }
+    addCount(app, "--frames", range.frames, 1, "Take at most N frames")->group(group);
+    app.add_option_function<std::string>(
+           "--duration",
+           [&range](const std::string& word) {
+               range.duration = parseTime("--duration", word, "");
+               if (*range.duration == FrameRangeOptions::Time::zero()) {
+                   throw invalidValue("--duration", word, "more than nothing");
+               }
+           },
+           "Take no more than lasts so long: 00:01:02.5 or 12.5s")
+        ->option_text("TIME")
+        ->group(group);
+    addTimeCode(app, "--out", range.out, "End with the frame of this time code")->group(group);
+}
+
+void checkRange(const CLI::App& app)
+{
+    const auto refuseBoth = [&app](const char* one, const char* other, const char* what) {
+        const CLI::Option* second = app.get_option_no_throw(other);
+        if (second != nullptr && app.count(one) > 0 && second->count() > 0) {
+            complain(app, fmt::format("{} and {} both say {}; give one of them", one, other, what));
+        }
+    };
+    refuseBoth("--start", "--in", "where to begin");
+    refuseBoth("--frames", "--duration", "where to end");
+    refuseBoth("--frames", "--out", "where to end");
+    refuseBoth("--duration", "--out", "where to end");
 }
 
 void addColour(CLI::App& app, ConvertOptions& options)

@@ -12,8 +12,11 @@ namespace Qx::Program {
 /// Adds INPUT and OUTPUT. `output` describes the latter.
 void addFiles(CLI::App& app, ConvertOptions& options, const std::string& output);
 
-/// Adds "--start" to the group "Frames".
-void addStart(CLI::App& app, ConvertOptions& options);
+/// Adds the options that pick frames: those for the first to the group, and for the others too if `withEnd`.
+void addRange(CLI::App& app, FrameRangeOptions& range, const std::string& group, bool withEnd);
+
+/// Throws Failure (usage) if options say the same in different ways.
+void checkRange(const CLI::App& app);
 
 void addColour(CLI::App& app, ConvertOptions& options);
 

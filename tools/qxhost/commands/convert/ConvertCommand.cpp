@@ -3,7 +3,9 @@
 #include "tools/qxhost/commands/convert/BurnInArguments.h"
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/commands/convert/ConversionArguments.h"
+#include "tools/qxhost/commands/convert/ManyConversions.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <map>
 
@@ -27,6 +29,10 @@ constexpr const char* convertFooter = R"(Examples:
   qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2 --set saturation=0.8
       Through an effect. Several run in the order given; --technique, --set and --texture belong to
       the --effect before them.
+  qxhost convert clip.mov shot.mov --in 10:00:05:00 --out 10:00:09:24
+      The frames of these time codes and those between them, with their audio.
+  qxhost convert A001.mov A002.mov --to 'dailies/{name}.mp4' --jobs 2
+      Each of them, two at a time; one that fails leaves the others alone.
   qxhost convert clip.mov dailies.mov --burn-in "{timecode}  {clip}" --position top-left
       With time code and the clip's name drawn into every frame.
 
@@ -102,6 +108,28 @@ std::vector<EffectRequest> groupEffects(const CLI::App& app)
     return effects;
 }
 
+/// The options as they were given, but for those that are of all conversions together.
+std::vector<std::string> argumentsOfEach(const CLI::App& app)
+{
+    std::vector<std::string> arguments;
+    std::map<const CLI::Option*, std::size_t> taken;
+    for (const CLI::Option* option : app.parse_order()) {
+        const std::string name = option->get_name();
+        if (option->get_positional() || name == "--to" || name == "--jobs" || name == "--json") {
+            continue;
+        }
+        if (option->get_items_expected_max() == 0) { // a flag
+            arguments.push_back(name);
+            continue;
+        }
+        // Of an option that is given twice, the last value counts.
+        const std::vector<std::string>& values = option->results();
+        const std::size_t place = std::min(taken[option]++, values.size() - 1);
+        arguments.push_back(name + "=" + values.at(place));
+    }
+    return arguments;
+}
+
 class ConvertCommand : public CommandWithOptions<ConvertOptions>
 {
 public:
@@ -111,27 +139,74 @@ public:
         addColour(app, options_);
         addEffects(app);
         addBurnIn(app, options_.burnIn);
-        addStart(app, options_);
-        addCount(app, "--frames", options_.frames, 1, "Convert at most N frames")->group("Frames");
+        addRange(app, options_.picked, "Frames", true);
         addRawInput(app, options_.raw, SizeOption::ofInput);
         addOutput(app, options_);
         app.add_flag_callback(
                "--no-audio", [this] { options_.audio = false; }, "Leave the audio out")
             ->group("Output");
+        addMany(app);
         addOther(app, options_);
+        app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
         app.footer(convertFooter);
     }
 
     void check(const CLI::App& app) override
     {
+        collectInputs(app);
         checkFiles(app, options_);
         options_.effects = groupEffects(app);
         checkBurnIn(app, options_.burnIn);
+        checkRange(app);
     }
 
-    ExitCode run(Console& console) override { return runConversion(options_, console); }
+    ExitCode run(Console& console) override
+    {
+        return many_.to.empty() ? runConversion(options_, console) : convertMany(many_, console);
+    }
 
 private:
+    void addMany(CLI::App& app)
+    {
+        const std::string group = "Many inputs";
+        app.add_option(
+               "--to", many_.to,
+               "Convert all INPUTs, as many as are given, to this\nname: {name} is an input's, {folder} its "
+               "directory")
+            ->option_text("NAME")
+            ->group(group);
+        addCount(app, "--jobs", many_.jobs, 1, "Inputs to convert at a time. Default: 1")->group(group);
+        app.add_option("MORE", many_.inputs)->group("");
+    }
+
+    /// With "--to", OUTPUT is an input like the others. The options are then checked for the first of them.
+    void collectInputs(const CLI::App& app)
+    {
+        if (app.count("--to") == 0) {
+            if (!many_.inputs.empty()) {
+                complain(app, "unexpected argument \"" + many_.inputs.front().string() +
+                                  "\"; several inputs need --to NAME");
+            }
+            if (app.count("--jobs") > 0) {
+                complain(app, "--jobs is for several inputs; add --to NAME");
+            }
+            return;
+        }
+        if (many_.to.empty()) {
+            complain(app, "--to is empty; give a name, such as 'dailies/{name}.mp4'");
+        }
+        requireValue(app, options_.input, "INPUT");
+        if (!options_.output.empty()) {
+            many_.inputs.insert(many_.inputs.begin(), options_.output);
+        }
+        many_.inputs.insert(many_.inputs.begin(), options_.input);
+        options_.output = outputFor(options_.input, many_.to);
+        many_.arguments = argumentsOfEach(app);
+        many_.force = options_.force;
+        many_.quiet = options_.quiet;
+        many_.json = options_.json;
+    }
+
     void addEffects(CLI::App& app)
     {
         const auto addText = [&](const std::string& name, const std::string& text, const std::string& about) {
@@ -152,6 +227,7 @@ private:
         addDate(app, options_.date)->group("Effects");
     }
 
+    ManyConversions many_;           ///< without a name if there is one input
     std::vector<std::string> texts_; ///< a target that the library wants; groupEffects() reads them in order
 };
 

@@ -26,8 +26,7 @@ public:
         addChoice(app, "--order", fields_.order, fieldOrders,
                   "Which field comes first. Default: the input's order,\nor top if it names none")
             ->group(frames);
-        addStart(app, options_);
-        addCount(app, "--frames", options_.frames, 1, "Take at most N frames")->group(frames);
+        addRange(app, options_.picked, frames, true);
         addColour(app, options_);
         addRawInput(app, options_.raw, SizeOption::ofInput);
         addOutput(app, options_);
@@ -38,6 +37,7 @@ public:
     void check(const CLI::App& app) override
     {
         checkFiles(app, options_);
+        checkRange(app);
         options_.step = fields_;
         options_.audio = false; // its packets have the frames' times
     }

@@ -11,7 +11,9 @@ constexpr const char* thumbnailFooter = R"(Examples:
   qxhost thumbnail clip.mov small.jpg --size 320x180
       The first frame, as large as fits into that size.
   qxhost thumbnail clip.mov small.png --size 320x180 --start 100
-      The frame after the first 100.)";
+      The frame after the first 100.
+  qxhost thumbnail clip.mov small.png --size 320x180 --start 00:01:02.5
+      The frame at that time.)";
 
 class ThumbnailCommand : public CommandWithOptions<ConvertOptions>
 {
@@ -24,7 +26,7 @@ public:
             ->group(picture);
         app.add_flag("--stretch", shrink_.stretch, "Make it exactly that size, whatever the frame's shape")
             ->group(picture);
-        addCount(app, "--start", options_.start, 0, "Take the frame after the first N")->group(picture);
+        addRange(app, options_.picked, picture, false);
         addColour(app, options_);
         addRawInput(app, options_.raw, SizeOption::ofOutput);
         addOutput(app, options_);
@@ -37,7 +39,8 @@ public:
         checkFiles(app, options_);
         requireSize(app, shrink_.width);
         options_.step = shrink_;
-        options_.frames = 1;
+        checkRange(app);
+        options_.picked.frames = 1;
         options_.audio = false;
     }
 

@@ -300,7 +300,7 @@ private:
         picture.output = options_.output;
         picture.effects = {{target_.effect, options_.technique, options_.settings, "", options_.textures}};
         picture.date = options_.date;
-        picture.frames = 1;
+        picture.picked.frames = 1;
         picture.force = true; // after the first time the file is our own
         const auto begin = std::chrono::steady_clock::now();
         // Of before the reading: what is saved meanwhile is drawn once more.

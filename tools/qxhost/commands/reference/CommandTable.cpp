@@ -82,7 +82,7 @@ void add(const CLI::App& app, const std::string& name, std::vector<CommandEntry>
     }
     std::vector<const CLI::App*> shown;
     for (const CLI::Option* option : app.get_options()) {
-        if (option->get_positional()) {
+        if (option->get_positional() && !option->get_group().empty()) {
             entry.arguments.push_back({option->get_name(true), onOneLine(option->get_description())});
         }
     }

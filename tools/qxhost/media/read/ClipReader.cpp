@@ -5,6 +5,7 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/media/read/ClipTimeCode.h"
+#include "tools/qxhost/media/read/EntrySearch.h"
 #include "tools/qxhost/media/read/OpenedFiles.h"
 #include "tools/qxhost/media/read/StreamColour.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
@@ -20,6 +21,7 @@
 #include <map>
 #include <optional>
 #include <system_error>
+#include <tuple>
 
 namespace Qx::Media {
 
@@ -39,6 +41,8 @@ struct FedPacket
 {
     SourceMessages messages;
     std::int64_t pts = AV_NOPTS_VALUE;
+    bool hasPts = false;     // of its own; else pts is the time of decoding
+    bool isHidden = false;   // shows no frame
     bool isUnmissed = false; // see isUnmissed()
     bool isTold = false;     // its damage is among the problems
 };
@@ -246,6 +250,33 @@ std::int64_t framesShown(AVStream& stream)
     return shown;
 }
 
+/// Whether each packet of this stream shows one frame, and what is shown after a key frame needs nothing from
+/// before it.
+bool hasEntries(const AVCodecParameters& video, FieldOrder firstFrame)
+{
+    const AVCodecDescriptor* descriptor = avcodec_descriptor_get(video.codec_id);
+    if (descriptor && (descriptor->props & AV_CODEC_PROP_INTRA_ONLY) != 0) {
+        return true;
+    }
+    switch (video.codec_id) {
+    case AV_CODEC_ID_H264: {
+        // Packets of interlaced video may hold fields.
+        const bool isProgressive =
+            video.field_order == AV_FIELD_UNKNOWN || video.field_order == AV_FIELD_PROGRESSIVE;
+        return isProgressive && firstFrame == FieldOrder::progressive;
+    }
+    case AV_CODEC_ID_HEVC:
+    case AV_CODEC_ID_MPEG1VIDEO:
+    case AV_CODEC_ID_MPEG2VIDEO:
+    case AV_CODEC_ID_VP9:
+    case AV_CODEC_ID_AV1:
+    case AV_CODEC_ID_FFV1:
+        return true;
+    default: // VP8 and MPEG-4 have packets that show nothing
+        return false;
+    }
+}
+
 bool endsWith(const std::string& text, const std::string& end)
 {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -257,8 +288,9 @@ struct ClipReader::Impl
 {
     explicit Impl(fs::path path) : file(std::move(path)) {}
 
-    Status findStreams(const Options& options);
-    Status openDecoder(int threads);
+    static Result<std::unique_ptr<Impl>> start(const fs::path& file, const Options& options);
+    Status findStreams();
+    Status openDecoder();
     Status describe(const AVFrame& first);
     std::int64_t announcedFrames() const;
     std::string whatChanged(const AVFrame& picture) const;
@@ -272,9 +304,28 @@ struct ClipReader::Impl
     void checkLength();
     std::string where(std::int64_t pts) const;
     FedPacket* fedPacket(long index);
+    std::string takeMessage(FedPacket& of) const;
     std::string whereIs(long index);
     std::string pictureName(long index) const;
     std::string damageText(long index, const std::string& where, const std::string& message) const;
+
+    /// What the packets read so far show.
+    struct Passed
+    {
+        std::int64_t lost = 0;  // frames before the first that could be decoded
+        std::int64_t shown = 0; // from that on
+        std::optional<std::int64_t> latest;
+    };
+
+    std::optional<Passed> passedPackets() const;
+    bool jumpByIndex(const SeekTarget& target, Passed& passed);
+    bool jumpInSequence(const SeekTarget& target);
+    std::optional<EntrySearch::Entry> searchEntry(const SeekTarget& target, const Passed& passed);
+    void restartDecoder();
+    bool dropFramesBefore(const SeekTarget& target, const std::optional<EntrySearch::Entry>& entry);
+    void dropAudioBefore(std::int64_t pts);
+    bool skipTo(const SeekTarget& target);
+    int readPacket();
 
     /// Decodes on; null at the end, and after a failure that `failure` describes.
     FramePtr decode();
@@ -287,6 +338,7 @@ struct ClipReader::Impl
     void noteDamage(const AVFrame& frame, const FrameTime& time, bool damaged);
 
     const fs::path file;
+    Options options;
     std::optional<Sequence> sequence;
     std::deque<FedPacket> fed; // the last ones; outlives the decoder
     OpenedFiles opened;        // outlives the input
@@ -295,7 +347,10 @@ struct ClipReader::Impl
     CodecPtr decoder;
     PacketPtr packet{av_packet_alloc()};
     StreamInfo info;
-    FramePtr pending; // the first frame, decoded by open()
+    FramePtr pending;             // the next frame, decoded by open() or skipTo()
+    std::deque<PacketPtr> held;   // packets that were read ahead
+    std::optional<int> endOfHeld; // what reading them ended with
+    std::string endMessage;
     std::shared_ptr<AudioQueue> audio;
     std::vector<int> trackOfStream; // -1 for what is not copied
 
@@ -305,12 +360,17 @@ struct ClipReader::Impl
     bool stopped = false; // reading, before the end; a problem says why
     int damageInARow = 0;
     long packetsFed = 0;
-    long settled = 0; // packets before this one were needed for the frames given
+    long picturesSkipped = 0;       // of a sequence, between the packets fed
+    std::int64_t packetsBefore = 0; // decoded by a reader that this one replaces
+    long settled = 0;               // packets before this one were needed for the frames given
     std::map<long, std::vector<std::string>> ahead; // problems of packets that no frame given has needed
     std::int64_t lastFedPts = AV_NOPTS_VALUE;
     std::int64_t lastKeyPts = AV_NOPTS_VALUE;
+    std::int64_t entryPts = AV_NOPTS_VALUE; // of the key frame that decoding was entered at, until the next
+    bool hasEntered = false;
     std::optional<std::int64_t> lastPts;
     std::int64_t lastDuration = 0;
+    std::int64_t pendingPts = 0; // of the frame that skipTo() found
     std::int64_t framesGiven = 0;
     std::int64_t problemCount = 0;
     std::vector<std::string> problems;
@@ -322,8 +382,23 @@ ClipReader::~ClipReader() = default;
 
 Result<std::unique_ptr<ClipReader>> ClipReader::open(const fs::path& file, const Options& options)
 {
+    auto impl = Impl::start(file, options);
+    if (!impl) {
+        return impl.error();
+    }
+    if (const Status status = impl.value()->describe(*impl.value()->pending); !status) {
+        return Error{status.text()};
+    }
+    return std::unique_ptr<ClipReader>(new ClipReader(std::move(impl.value())));
+}
+
+/// Opens the file and decodes the first frame, which is not described yet.
+Result<std::unique_ptr<ClipReader::Impl>> ClipReader::Impl::start(const fs::path& file,
+                                                                  const Options& options)
+{
     captureFfmpegLog();
     auto impl = std::make_unique<Impl>(file);
+    impl->options = options;
     if (const Status status = addFilesOf(file, *impl->opened.files()); !status) {
         return Error{status.text()};
     }
@@ -333,10 +408,10 @@ Result<std::unique_ptr<ClipReader>> ClipReader::open(const fs::path& file, const
         return input.error();
     }
     impl->input = std::move(input.value());
-    if (const Status status = impl->findStreams(options); !status) {
+    if (const Status status = impl->findStreams(); !status) {
         return Error{status.text()};
     }
-    if (const Status status = impl->openDecoder(options.threads); !status) {
+    if (const Status status = impl->openDecoder(); !status) {
         return Error{status.text()};
     }
     impl->pending = impl->decode();
@@ -348,13 +423,10 @@ Result<std::unique_ptr<ClipReader>> ClipReader::open(const fs::path& file, const
         const std::string why = impl->problems.empty() ? "" : ": " + impl->problems.front();
         return Error{quoted(file) + " holds no frame that can be decoded" + why};
     }
-    if (const Status status = impl->describe(*impl->pending); !status) {
-        return Error{status.text()};
-    }
-    return std::unique_ptr<ClipReader>(new ClipReader(std::move(impl)));
+    return impl;
 }
 
-Status ClipReader::Impl::findStreams(const Options& options)
+Status ClipReader::Impl::findStreams()
 {
     if (const int error = avformat_find_stream_info(input.get(), nullptr); error < 0) {
         return Error{"cannot read " + quoted(file) + ": " + errorText(error) + ffmpegHint()};
@@ -389,7 +461,7 @@ Status ClipReader::Impl::findStreams(const Options& options)
     return {};
 }
 
-Status ClipReader::Impl::openDecoder(int threads)
+Status ClipReader::Impl::openDecoder()
 {
     const AVCodecParameters& parameters = *stream->codecpar;
     if (parameters.width > largestSide || parameters.height > largestSide) {
@@ -409,7 +481,7 @@ Status ClipReader::Impl::openDecoder(int threads)
     decoder->pkt_timebase = stream->time_base;
     decoder->opaque = &fed.emplace_back().messages; // until there is a packet
     numberFrames(*decoder);
-    decoder->thread_count = threads;
+    decoder->thread_count = options.threads;
     decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     decoder->max_pixels = static_cast<std::int64_t>(largestSide) * largestSide;
     if (const int error = avcodec_open2(decoder.get(), codec, nullptr); error < 0) {
@@ -438,7 +510,9 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     info.codec = decoder->codec->name;
     info.container = input->iformat->name;
     info.isStill = endsWith(info.container, "_pipe");
+    info.streamIndex = stream->index;
     info.timeBase = fromAv(stream->time_base);
+    info.firstPts = first.best_effort_timestamp != AV_NOPTS_VALUE ? first.best_effort_timestamp : 0;
     info.frameRate = info.isStill ? Rational{} : fromAv(av_guess_frame_rate(input.get(), stream, nullptr));
     info.sampleAspect =
         fromAv(av_guess_sample_aspect_ratio(input.get(), stream, const_cast<AVFrame*>(&first)));
@@ -505,11 +579,16 @@ std::int64_t ClipReader::Impl::announcedFrames() const
 }
 
 /// Whether nobody misses anything if the packet cannot be decoded: hidden, and before the last key frame in
-/// order of presentation, so that no later frame refers to it. What it refers to itself may be cut away.
+/// order of presentation, so that no later frame refers to it, or before the one that decoding was entered
+/// at. What it refers to itself may be cut away.
 bool ClipReader::Impl::isUnmissed(const AVPacket& from)
 {
     if ((from.flags & AV_PKT_FLAG_KEY) != 0) {
         lastKeyPts = from.pts;
+        entryPts = from.pts == entryPts ? entryPts : AV_NOPTS_VALUE; // what is before it has come
+    }
+    if (entryPts != AV_NOPTS_VALUE && from.pts != AV_NOPTS_VALUE && from.pts < entryPts) {
+        return true;
     }
     return (from.flags & AV_PKT_FLAG_DISCARD) != 0 && from.pts != AV_NOPTS_VALUE &&
            lastKeyPts != AV_NOPTS_VALUE && from.pts < lastKeyPts;
@@ -545,7 +624,7 @@ void ClipReader::Impl::settle(long end)
 {
     for (long index = settled; index < std::min(end, packetsFed); ++index) {
         FedPacket* const packetOf = fedPacket(index);
-        const std::string message = packetOf ? packetOf->messages.take() : std::string();
+        const std::string message = packetOf ? takeMessage(*packetOf) : std::string();
         if (!message.empty() && !packetOf->isUnmissed && !packetOf->isTold) {
             packetOf->isTold = true;
             ahead[index].push_back(damageText(index, whereIs(index), message));
@@ -567,6 +646,15 @@ FedPacket* ClipReader::Impl::fedPacket(long index)
     return index >= first && index < packetsFed ? &fed[static_cast<std::size_t>(index - first)] : nullptr;
 }
 
+/// The decoder's last message of the packet; empty if it says no more than where decoding was entered.
+std::string ClipReader::Impl::takeMessage(FedPacket& of) const
+{
+    std::string message = of.messages.take();
+    // H.264 lets go of frames from before the key frame, which the decoder has never had.
+    const bool isOfEntry = hasEntered && message.find("mmco: unref short failure") != std::string::npos;
+    return isOfEntry ? std::string() : message;
+}
+
 std::string ClipReader::Impl::whereIs(long index)
 {
     const FedPacket* const packetOf = fedPacket(index);
@@ -577,7 +665,7 @@ std::string ClipReader::Impl::whereIs(long index)
 /// Of a numbered sequence: its number and its file.
 std::string ClipReader::Impl::pictureName(long index) const
 {
-    const long number = sequence->first + index;
+    const long number = sequence->first + picturesSkipped + index;
     return "picture " + std::to_string(number) + " (" + quoted(NumberedNames(file).name(number)) + ")";
 }
 
@@ -638,7 +726,7 @@ void ClipReader::Impl::noteDamage(const AVFrame& frame, const FrameTime& time, b
 {
     const long index = indexOf(frame);
     FedPacket* const packetOf = fedPacket(index);
-    const std::string message = packetOf ? packetOf->messages.take() : std::string();
+    const std::string message = packetOf ? takeMessage(*packetOf) : std::string();
     const bool isTold = packetOf && packetOf->isTold;
     if ((damaged || (!message.empty() && !packetOf->isUnmissed)) && !isTold) {
         ahead[index].push_back(damageText(index, seconds(time.pts, stream->time_base), message));
@@ -660,8 +748,8 @@ void ClipReader::Impl::noteReached(const AVPacket& from)
 
 void ClipReader::Impl::noteEndOfInput(int error)
 {
-    const std::string message = opened.take();
-    const bool reachedLast = sequence && sequence->first + packetsFed > sequence->last;
+    const std::string message = endOfHeld ? std::exchange(endMessage, {}) : opened.take();
+    const bool reachedLast = sequence && sequence->first + picturesSkipped + packetsFed > sequence->last;
     if (reachedLast && sequence->hasGap) {
         const fs::path missing = NumberedNames(file).name(sequence->last + 1);
         problemOf(packetsFed, "picture " + std::to_string(sequence->last + 1) + " is missing (" +
@@ -715,10 +803,21 @@ void ClipReader::Impl::queueAudio(const AVPacket& from)
     }
 }
 
+/// The next packet of the input, first those that are held.
+int ClipReader::Impl::readPacket()
+{
+    if (!held.empty()) {
+        av_packet_move_ref(packet.get(), held.front().get());
+        held.pop_front();
+        return 0;
+    }
+    return endOfHeld ? *endOfHeld : av_read_frame(input.get(), packet.get());
+}
+
 bool ClipReader::Impl::feed()
 {
     while (!inputEnded) {
-        const int error = av_read_frame(input.get(), packet.get());
+        const int error = readPacket();
         if (error < 0) {
             inputEnded = true;
             noteEndOfInput(error);
@@ -740,6 +839,8 @@ bool ClipReader::Impl::feed()
         }
         lastFedPts = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
         packetOf.pts = lastFedPts;
+        packetOf.hasPts = packet->pts != AV_NOPTS_VALUE;
+        packetOf.isHidden = (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
         packetOf.isUnmissed = isUnmissed(*packet);
         if (packet->flags & AV_PKT_FLAG_CORRUPT) {
             problemOf(packetsFed,
@@ -840,6 +941,232 @@ Range ClipReader::Impl::rangeOf(const AVFrame& frame) const
     return colour.fromRgb ? colour.rgbRange : colour.range;
 }
 
+/// The packets that the decoder was given until its first frame; empty if their frames cannot be counted.
+std::optional<ClipReader::Impl::Passed> ClipReader::Impl::passedPackets() const
+{
+    const bool remembersAll = static_cast<long>(fed.size()) > packetsFed; // one stands for none
+    if (!remembersAll || pending->pts == AV_NOPTS_VALUE || pending->pts != pending->best_effort_timestamp) {
+        return {};
+    }
+    Passed passed;
+    for (std::size_t i = 1; i < fed.size(); ++i) {
+        const FedPacket& each = fed[i];
+        if (!each.hasPts) {
+            return {};
+        }
+        if (!each.isHidden) {
+            ++(each.pts < pending->pts ? passed.lost : passed.shown);
+            passed.latest = std::max(passed.latest.value_or(each.pts), each.pts);
+        }
+    }
+    return passed;
+}
+
+/// MOV and MP4 list their packets: goes to one key frame before the last of those that are stored before the
+/// target, since the last one may be shown after it. Returns false if the place in the input is lost.
+bool ClipReader::Impl::jumpByIndex(const SeekTarget& target, Passed& passed)
+{
+    if (info.container.find("mp4") == std::string::npos || stream->nb_frames <= 0) {
+        return true;
+    }
+    const int count = avformat_index_get_entries_count(stream);
+    const auto entryAt = [this](int i) { return avformat_index_get_entry(stream, i); };
+    int last = -1;
+    int beforeLast = -1;
+    std::int64_t shown = -passed.lost;
+    for (int i = 0; i < count; ++i) {
+        const AVIndexEntry& entry = *entryAt(i);
+        if ((entry.flags & AVINDEX_KEYFRAME) != 0) {
+            if (target.pts ? entry.timestamp > *target.pts : shown > target.frame) {
+                break;
+            }
+            beforeLast = std::exchange(last, i);
+        }
+        shown += (entry.flags & AVINDEX_DISCARD_FRAME) == 0 ? 1 : 0;
+    }
+    if (beforeLast < packetsFed) {
+        return true; // reading on leads there
+    }
+    if (av_seek_frame(input.get(), stream->index, entryAt(beforeLast)->timestamp, AVSEEK_FLAG_BACKWARD) < 0) {
+        return false;
+    }
+    bool isVideo = false;
+    while (!isVideo) {
+        if (av_read_frame(input.get(), packet.get()) < 0) {
+            return false;
+        }
+        isVideo = packet->stream_index == stream->index;
+        held.emplace_back(av_packet_alloc());
+        av_packet_move_ref(held.back().get(), packet.get());
+    }
+    // Which one it is, whatever was asked for.
+    const AVPacket& first = *held.back();
+    shown = -passed.lost;
+    for (int i = 0; i < avformat_index_get_entries_count(stream); ++i) {
+        const AVIndexEntry& entry = *entryAt(i);
+        if (entry.timestamp == first.dts && entry.pos == first.pos) {
+            passed.shown = shown;
+            passed.latest.reset();
+            return true;
+        }
+        shown += (entry.flags & AVINDEX_DISCARD_FRAME) == 0 ? 1 : 0;
+    }
+    return false;
+}
+
+/// Returns false if the place in the input is lost.
+bool ClipReader::Impl::jumpInSequence(const SeekTarget& target)
+{
+    const std::int64_t wanted = target.pts ? av_sat_sub64(*target.pts, info.firstPts) : target.frame;
+    const auto index = static_cast<long>(std::min<std::int64_t>(wanted, sequence->last - sequence->first));
+    if (index <= packetsFed) {
+        return true;
+    }
+    if (av_seek_frame(input.get(), stream->index, index, AVSEEK_FLAG_BACKWARD) < 0) {
+        return false;
+    }
+    restartDecoder();
+    picturesSkipped = index - packetsFed;
+    framesGiven = index;
+    return true;
+}
+
+/// The packets are kept, and decoded next.
+std::optional<EntrySearch::Entry> ClipReader::Impl::searchEntry(const SeekTarget& target,
+                                                                const Passed& passed)
+{
+    EntrySearch search(target, stream->time_base, passed.shown, passed.latest);
+    for (bool isSearching = true; isSearching;) {
+        if (const int error = readPacket(); error < 0) {
+            endOfHeld = error;
+            endMessage = opened.take();
+            search.endOfStream();
+            break;
+        }
+        opened.take(); // what the demuxer went on after
+        noteReached(*packet);
+        const auto index = static_cast<std::size_t>(packet->stream_index);
+        const bool isVideo = packet->stream_index == stream->index;
+        if (!isVideo && (index >= trackOfStream.size() || trackOfStream[index] < 0)) {
+            av_packet_unref(packet.get());
+            continue;
+        }
+        PacketPtr moved(av_packet_alloc());
+        av_packet_move_ref(moved.get(), packet.get());
+        isSearching = isVideo ? search.addVideo(std::move(moved))
+                              : search.addOther(std::move(moved), input->streams[index]->time_base);
+    }
+    held = search.takePackets();
+    return search.entry();
+}
+
+/// So that it begins with the next packet.
+void ClipReader::Impl::restartDecoder()
+{
+    avcodec_flush_buffers(decoder.get());
+    pending.reset();
+    inputEnded = false;
+    ahead.clear();
+    settled = packetsFed;
+    damageInARow = 0;
+    lastPts.reset();
+}
+
+/// Frames count from the entry, or from framesGiven without one. Returns false if the entry is none: its
+/// frame does not come out.
+bool ClipReader::Impl::dropFramesBefore(const SeekTarget& target,
+                                        const std::optional<EntrySearch::Entry>& entry)
+{
+    if (entry) {
+        framesGiven = entry->frame;
+    }
+    bool isEntered = !entry || entry->isHidden;
+    for (;; pending = nullptr) {
+        if (!pending) {
+            pending = decode();
+        }
+        if (!pending) {
+            return isEntered;
+        }
+        if (!isEntered) {
+            if (pending->pts == AV_NOPTS_VALUE || pending->pts > entry->pts) {
+                return false;
+            }
+            isEntered = pending->pts == entry->pts;
+            if (!isEntered) {
+                continue; // it needs what is before the key frame
+            }
+        }
+        const auto before = std::make_pair(lastPts, lastDuration);
+        const FrameTime time = timeOf(*pending);
+        if (target.pts ? time.pts >= *target.pts : framesGiven >= target.frame) {
+            std::tie(lastPts, lastDuration) = before; // next() gives it
+            pendingPts = time.pts;
+            dropAudioBefore(time.pts);
+            return true;
+        }
+        dropAudioBefore(time.pts);
+        ++framesGiven;
+    }
+}
+
+void ClipReader::Impl::dropAudioBefore(std::int64_t pts)
+{
+    audio->remove([&](const AudioQueue::Packet& each) {
+        const AudioQueue::Track& track = audio->tracks()[static_cast<std::size_t>(each->stream_index)];
+        return each->pts != AV_NOPTS_VALUE &&
+               av_compare_ts(av_sat_add64(each->pts, each->duration), {track.timeBaseNum, track.timeBaseDen},
+                             pts, stream->time_base) <= 0;
+    });
+}
+
+/// Returns false if it got lost: the input must be opened again, and its frames decoded from the start.
+bool ClipReader::Impl::skipTo(const SeekTarget& target)
+{
+    if (sequence) {
+        return jumpInSequence(target) && dropFramesBefore(target, {});
+    }
+    std::optional<EntrySearch::Entry> entry;
+    std::optional<Passed> passed = passedPackets();
+    if (passed && !info.isStill && hasEntries(*stream->codecpar, info.fieldOrder)) {
+        if (!jumpByIndex(target, *passed)) {
+            return false;
+        }
+        const bool hasJumped = !held.empty();
+        entry = searchEntry(target, *passed);
+        if (entry) {
+            restartDecoder();
+            entryPts = entry->pts;
+            hasEntered = true;
+        } else if (hasJumped) {
+            return false;
+        }
+    }
+    return dropFramesBefore(target, entry);
+}
+
+ClipPlace ClipReader::skipTo(const SeekTarget& target)
+{
+    if (!impl_->skipTo(target)) {
+        auto again = Impl::start(impl_->file, impl_->options);
+        if (!again) {
+            impl_->failure = again.text();
+            impl_->ended = true;
+            return {impl_->framesGiven, 0};
+        }
+        again.value()->info = impl_->info;
+        again.value()->packetsBefore = packetsDecoded();
+        impl_ = std::move(again.value());
+        impl_->dropFramesBefore(target, {});
+    }
+    return {impl_->framesGiven, impl_->pendingPts};
+}
+
+std::int64_t ClipReader::packetsDecoded() const
+{
+    return impl_->packetsBefore + impl_->packetsFed;
+}
+
 ClipReader::Next ClipReader::next(Frame& frame)
 {
     Impl& self = *impl_;
@@ -879,6 +1206,11 @@ ClipReader::Next ClipReader::next(Frame& frame)
 const StreamInfo& ClipReader::info() const
 {
     return impl_->info;
+}
+
+ClipDescription ClipReader::description() const
+{
+    return describeStreams(*impl_->input);
 }
 
 std::shared_ptr<FileSet> ClipReader::files() const

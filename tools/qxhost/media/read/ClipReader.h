@@ -5,6 +5,8 @@
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/media/Result.h"
 #include "tools/qxhost/media/files/FileSet.h"
+#include "tools/qxhost/media/read/ClipDescription.h"
+#include "tools/qxhost/media/read/SeekTarget.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -27,6 +29,9 @@ struct StreamInfo
     Rational timeBase{1, 1};
     /// Width to height of one pixel; num 0 when the stream does not say.
     Rational sampleAspect;
+    int streamIndex = 0;
+    /// Of the first frame, in units of timeBase.
+    std::int64_t firstPts = 0;
     /// Seconds; 0 when not known.
     double duration = 0;
     /// 0 when not known. Exact only when frameCountIsExact.
@@ -97,7 +102,22 @@ public:
     ClipReader(const ClipReader&) = delete;
     ClipReader& operator=(const ClipReader&) = delete;
 
+    /// Of the clip; what it says of a frame is of the first.
     const StreamInfo& info() const;
+
+    /// The file's streams and tags.
+    ClipDescription description() const;
+
+    /// Goes on with that frame, as if those before it had been read. In files that allow it, decoding begins
+    /// at the key frame before it: MOV and MP4 say where that is, in others packets are read up to it. Raw
+    /// streams without times, and codecs whose packets do not stand for one frame each, are decoded from the
+    /// start. Returns the place of the frame that next() gives.
+    ///
+    /// Call it once, before everything but info().
+    ClipPlace skipTo(const SeekTarget& target);
+
+    /// Packets of the video that have been decoded so far.
+    std::int64_t packetsDecoded() const;
 
     /// The file, or every file of a numbered sequence; with every file that a list names, and every other
     /// that has been opened so far. Grows while frames are read.

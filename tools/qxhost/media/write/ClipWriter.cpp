@@ -41,6 +41,17 @@ std::string audioIsLeftOut(const std::string& codecs, const std::string& extensi
            ", or --no-audio";
 }
 
+/// Of all channels; 0 if it is not PCM.
+int bytesOfPcmSample(const AVCodecParameters& audio)
+{
+    const std::string_view codec = avcodec_get_name(audio.codec_id);
+    constexpr int bitsOfByte = 8;
+    const int bits = av_get_exact_bits_per_sample(audio.codec_id);
+    return codec.starts_with("pcm_") && bits % bitsOfByte == 0
+               ? bits / bitsOfByte * audio.ch_layout.nb_channels
+               : 0;
+}
+
 /// Codecs whose stream itself counts frames at a fixed rate.
 bool hasFixedRate(AVCodecID codec)
 {
@@ -254,8 +265,8 @@ Status ClipWriter::fileStatus(int error) const
 
 Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time)
 {
-    if (frames_ == 0 && fixedRate_) {
-        shift_ = time.pts; // a container that only counts frames begins with the first
+    if (frames_ == 0 && (fixedRate_ || settings_.beginsAtZero)) {
+        shift_ = time.pts; // a container that only counts frames begins with the first too
     }
     ++frames_;
     FrameTime shifted = time;
@@ -289,12 +300,19 @@ Status ClipWriter::writeAudioUpTo(std::int64_t endMicroseconds)
         const AVRational timeBase{track.timeBaseNum, track.timeBaseDen};
         const std::int64_t shift = av_rescale_q(shift_, toAv(settings_.timeBase), timeBase);
         const std::int64_t start = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
-        if (start != AV_NOPTS_VALUE &&
-            av_rescale_q(av_sat_sub64(start, shift), timeBase, av_get_time_base_q()) >= endMicroseconds) {
+        const auto isBeyondEnd = [&](std::int64_t time) {
+            return av_rescale_q(av_sat_sub64(time, shift), timeBase, av_get_time_base_q()) > endMicroseconds;
+        };
+        if (start != AV_NOPTS_VALUE && isBeyondEnd(av_sat_add64(start, 1))) {
+            return {};
+        }
+        // Where it ends within a packet is known only at the end.
+        const bool mayBeCut = settings_.cutsAudio && start != AV_NOPTS_VALUE;
+        if (mayBeCut && !isEnding_ && isBeyondEnd(av_sat_add64(start, packet.duration))) {
             return {};
         }
         AVStream* stream = trackIndex < audioStreams_.size() ? audioStreams_[trackIndex] : nullptr;
-        if (stream) {
+        if (stream && (!mayBeCut || cutAudio(packet, track, shift))) {
             packet.pts = packet.pts != AV_NOPTS_VALUE ? av_sat_sub64(packet.pts, shift) : packet.pts;
             packet.dts = packet.dts != AV_NOPTS_VALUE ? av_sat_sub64(packet.dts, shift) : packet.dts;
             packet.stream_index = stream->index;
@@ -307,6 +325,33 @@ Status ClipWriter::writeAudioUpTo(std::int64_t endMicroseconds)
         waitingAudio_.pop_front();
     }
     return {};
+}
+
+/// Leaves of a packet what is heard while the frames are shown. `begin` is the time of the first, in the
+/// track's units. Returns false if that is nothing.
+bool ClipWriter::cutAudio(AVPacket& packet, const AudioQueue::Track& track, std::int64_t begin) const
+{
+    const int sampleBytes = bytesOfPcmSample(*track.parameters);
+    if (sampleBytes == 0 || track.parameters->sample_rate <= 0) {
+        return packet.pts == AV_NOPTS_VALUE || packet.pts >= begin;
+    }
+    const AVRational timeBase{track.timeBaseNum, track.timeBaseDen};
+    const AVRational perSample{1, track.parameters->sample_rate};
+    const std::int64_t early = av_rescale_q(av_sat_sub64(begin, packet.pts), timeBase, perSample);
+    const std::int64_t length = av_rescale_q(endMicroseconds_, av_get_time_base_q(), perSample);
+    const std::int64_t first = std::max<std::int64_t>(early, 0);
+    const std::int64_t samples = packet.size / sampleBytes;
+    const std::int64_t last = isEnding_ ? std::min(samples, av_sat_add64(early, length)) : samples;
+    if (first >= last) {
+        return false;
+    }
+    const std::int64_t skipped = av_rescale_q(first, perSample, timeBase);
+    packet.data += first * sampleBytes;
+    packet.size = static_cast<int>((last - first) * sampleBytes);
+    packet.pts = av_sat_add64(packet.pts, skipped);
+    packet.dts = packet.dts != AV_NOPTS_VALUE ? av_sat_add64(packet.dts, skipped) : packet.dts;
+    packet.duration = av_rescale_q(last - first, perSample, timeBase);
+    return true;
 }
 
 Status ClipWriter::copyAudio(AVPacket& packet)
@@ -325,6 +370,7 @@ Status ClipWriter::finish()
         return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
     }
     Status status = encoder_->flush([this](AVPacket& packet) { return writeVideo(packet); });
+    isEnding_ = true;
     if (status) {
         status = writeAudioUpTo(endMicroseconds_);
     }

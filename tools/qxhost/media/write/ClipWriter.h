@@ -46,6 +46,7 @@ private:
     void addAudio(const AVOutputFormat& container);
     Status writeVideo(AVPacket& packet);
     Status writeAudioUpTo(std::int64_t endMicroseconds);
+    bool cutAudio(AVPacket& packet, const AudioQueue::Track& track, std::int64_t begin) const;
     Status copyAudio(AVPacket& packet);
     Status fileStatus(int error) const;
 
@@ -62,6 +63,7 @@ private:
     bool fixedRate_ = false;
     std::int64_t frames_ = 0;
     std::int64_t endMicroseconds_ = 0;
+    bool isEnding_ = false; // no more frames come
     std::int64_t refusedAudio_ = 0;
     bool done_ = false;
 };

@@ -61,6 +61,11 @@ struct OutputSettings
     std::int64_t expectedFrames = 0;
     /// Null, or the audio to copy into a clip.
     std::shared_ptr<AudioQueue> audio;
+    /// Clips only: times are counted from the first frame given.
+    bool beginsAtZero = false;
+    /// The frames are a part of a clip: PCM begins and ends with them to the sample; of other audio, packets
+    /// are kept that begin while frames are shown.
+    bool cutsAudio = false;
 };
 
 /// Writes frames to a clip or to pictures. One thread at a time; encoders use threads of their own.

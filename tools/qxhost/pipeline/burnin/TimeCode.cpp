@@ -81,6 +81,27 @@ std::optional<TimeCode> TimeCode::startingAt(std::string_view text, const Media:
     return code;
 }
 
+bool TimeCode::isLabel(std::string_view text)
+{
+    return read(text).has_value();
+}
+
+std::optional<std::int64_t> TimeCode::frameOf(std::string_view text) const
+{
+    const std::optional<Label> given = read(text);
+    const Media::Rational rate = dropped_ > 0 ? Media::Rational{static_cast<int>(perSecond_) * 1000, 1001}
+                                              : Media::Rational{static_cast<int>(perSecond_), 1};
+    const std::optional<TimeCode> code = startingAt(text, rate);
+    if (!given || !code || (given->lastSeparator == ':') != (dropped_ == 0)) {
+        return std::nullopt;
+    }
+    if (code->label(0) != fmt::format("{:02}:{:02}:{:02}{}{:02}", given->numbers[0], given->numbers[1],
+                                      given->numbers[2], dropped_ > 0 ? ';' : ':', given->numbers[3])) {
+        return std::nullopt; // one that drop-frame counting leaves out
+    }
+    return ((code->first_ - first_) % framesPerDay() + framesPerDay()) % framesPerDay();
+}
+
 TimeCode TimeCode::ofFields() const
 {
     TimeCode fields(*this);
@@ -92,7 +113,7 @@ TimeCode TimeCode::ofFields() const
 
 std::string TimeCode::label(std::int64_t frame) const
 {
-    const std::int64_t day = 144 * framesPerTenMinutes();
+    const std::int64_t day = framesPerDay();
     std::int64_t number = ((first_ + frame) % day + day) % day;
     const std::int64_t tens = number / framesPerTenMinutes();
     const std::int64_t rest = number % framesPerTenMinutes();

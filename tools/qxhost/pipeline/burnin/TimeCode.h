@@ -27,12 +27,23 @@ public:
     /// Counts fields where this counts frames: twice the rate, from the same time of day.
     TimeCode ofFields() const;
 
+    /// The index of the frame with that label, counted from the first, within a day. Empty if it is not a
+    /// label of this counting: ':' and ';' must be written as this one has them.
+    std::optional<std::int64_t> frameOf(std::string_view label) const;
+
+    /// Frames of a second by their labels.
+    std::int64_t framesPerSecond() const { return perSecond_; }
+
+    /// Whether the text is four numbers, as labels are at some rate.
+    static bool isLabel(std::string_view text);
+
     /// The label of the frame with that index, counted from the first.
     std::string label(std::int64_t frame) const;
 
     bool isDropFrame() const { return dropped_ > 0; }
 
 private:
+    std::int64_t framesPerDay() const { return 144 * framesPerTenMinutes(); }
     std::int64_t framesPerMinute() const { return 60 * perSecond_ - dropped_; }
     std::int64_t framesPerTenMinutes() const { return 600 * perSecond_ - 9 * dropped_; }
 

@@ -259,6 +259,8 @@ private:
         const ColourChoice colour = chooseColour(options_, info);
         EffectChain none({});
         const Media::Depth depth = info.naturalDepth;
+        FrameRange some;
+        some.frames = frames_.empty() ? 2 : atOnce;
         FramePipeline pipeline({.input = *input_,
                                 .effects = none,
                                 .source = {.depth = holdsRgb(info) ? depth : info.packingDepth,
@@ -268,7 +270,7 @@ private:
                                            .anyForm = true},
                                 .depth = depth,
                                 .step = {},
-                                .frames = frames_.empty() ? 2 : atOnce},
+                                .range = some},
                                [](std::int64_t) {});
         const std::size_t before = frames_.size();
         TextureWriter writer({info.width, info.height},

@@ -4,6 +4,7 @@
 #include "tools/qxhost/media/read/RawReader.h"
 #include "tools/qxhost/media/rows/RgbPacker.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
 
@@ -23,6 +24,7 @@ public:
     explicit ClipInput(std::unique_ptr<Media::ClipReader> reader) : reader_(std::move(reader)) {}
 
     const Media::StreamInfo& info() const override { return reader_->info(); }
+    Media::ClipPlace skipTo(const Media::SeekTarget& target) override { return reader_->skipTo(target); }
 
     Image::Core::Data prepare(const Media::FramePacker::Target& source) override
     {
@@ -102,6 +104,12 @@ public:
     }
 
     const Media::StreamInfo& info() const override { return info_; }
+
+    Media::ClipPlace skipTo(const Media::SeekTarget& target) override
+    {
+        given_ = std::min(target.pts.value_or(target.frame), reader_->frameCount());
+        return {given_, given_};
+    }
 
     Image::Core::Data prepare(const Media::FramePacker::Target& source) override
     {

@@ -24,6 +24,9 @@ public:
 
     virtual const Media::StreamInfo& info() const = 0;
 
+    /// Goes on with that frame, as ClipReader::skipTo() does. To be called first.
+    virtual Media::ClipPlace skipTo(const Media::SeekTarget& target) = 0;
+
     /// How place() lays frames out in memory, for 4:2:2 of the given depth, range and matrix. Call it before
     /// place().
     virtual Image::Core::Data prepare(const Media::FramePacker::Target& source) = 0;

@@ -4,6 +4,7 @@
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
 #include "tools/qxhost/pipeline/options/BurnInOptions.h"
+#include "tools/qxhost/pipeline/options/FrameRangeOptions.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -96,8 +97,7 @@ struct ConvertOptions
 
     BurnInOptions burnIn; ///< after the effects
 
-    std::int64_t start = 0;  ///< frames to skip at the beginning
-    std::int64_t frames = 0; ///< frames to convert at most; 0: all
+    FrameRangeOptions picked; ///< the frames that are converted
 
     std::string codec;
     std::string pixelFormat;
@@ -105,6 +105,7 @@ struct ConvertOptions
     bool force = false;
     std::string device;
     bool quiet = false;
+    bool progress = true; ///< shown, unless quiet
     bool json = false;
 };
 

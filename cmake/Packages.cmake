@@ -57,13 +57,16 @@ with Vulkan.")
 
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME libqxhost${QX_SOVERSION})
 set(CPACK_DEBIAN_HOST_PACKAGE_SECTION libs)
-# It starts the program's worker process, and the two speak to each other in the words of their version.
-set(CPACK_DEBIAN_HOST_PACKAGE_RECOMMENDS "qxhost (= ${version}), mesa-vulkan-drivers | vulkan-icd")
+# It starts the program's worker process, and the two speak to each other in the words of their version. Without it and
+# the shipped effects nothing is converted.
+set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "qxhost (= ${version})")
+set(CPACK_DEBIAN_HOST_PACKAGE_RECOMMENDS "mesa-vulkan-drivers | vulkan-icd")
 set(CPACK_DEBIAN_HOST_DESCRIPTION "reference host of QxFxResources, on Vulkan
 A shared library that supplies the services that QxFxResources asks of an
 application: the GPU, files, tasks, fonts, settings and a log.
 .
-To compile effects it needs the worker process of the package qxhost.")
+It takes the shipped effects, with which frames are converted, and the process
+in which effects are compiled from the package qxhost.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libqxfxresources-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

@@ -6,6 +6,7 @@
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/console/ProgressDisplay.h"
+#include "tools/qxhost/console/SlowStart.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/FramePipeline.h"
@@ -415,10 +416,11 @@ std::string interruptedText(const ConvertOptions& options)
 }
 
 /// Runs the pipeline. Returns false if interrupted.
-bool convertFrames(Conversion& conversion, const ConversionJob& job, Console& console)
+bool convertFrames(Conversion& conversion, const ConversionJob& job, SlowStart& slowStart, Console& console)
 {
     ProgressDisplay progress(console, conversion.settings.expectedFrames);
     FramePipeline pipeline(job, [&](std::int64_t done) {
+        slowStart.end();
         if (conversion.options.progress) {
             progress.update(done);
         }
@@ -482,13 +484,14 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     Conversion conversion = decide(options);
 
     const HostSession host(options.device, &console);
+    SlowStart slowStart(console);
     prepareConversion();
     EffectChain effects(options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.effectWarnings = effects.warnings();
     noteDecisions(conversion, console);
     std::unique_ptr<BurnIn> burnIn = prepareBurnIn(conversion, console);
-    if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), console)) {
+    if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), slowStart, console)) {
         throw Failure(ExitCode::interrupted, interruptedText(options));
     }
     for (const std::string& warning : conversion.writer->warnings()) {

@@ -83,7 +83,7 @@ TEST_F(Info, says_what_ffprobe_says)
     EXPECT_EQ(said["height"], video["height"]);
     EXPECT_EQ(said["pixelAspect"], video["sample_aspect_ratio"]);
     EXPECT_EQ(said["frameRate"], video["r_frame_rate"]);
-    EXPECT_EQ(std::to_string(said["frames"].get<int>()), video["nb_frames"]);
+    EXPECT_EQ(video["nb_frames"], std::to_string(said["frames"].get<int>()));
     EXPECT_EQ(said["framesAreCounted"], true);
     EXPECT_EQ(said["timeCode"], video["tags"]["timecode"]);
     EXPECT_EQ(said["lastTimeCode"], "00:01:00;21");

@@ -51,6 +51,7 @@ struct Clip
     int frames = 60;
     std::size_t cutPercent = 0; ///< of its bytes, from its beginning
     bool isTwice = false;       ///< its bytes, one time after the other
+    bool mayHideLast = false;   ///< as FFmpeg 7 does with an MP4 file whose times end with its last frame
 
     friend void PrintTo(const Clip& clip, std::ostream* out) { *out << clip.name; }
 };
@@ -84,8 +85,8 @@ TEST_P(Seek, GivesTheFramesThatDecodingEverythingGives)
     ASSERT_TRUE(whole);
     const std::int64_t firstPts = whole->info().firstPts;
     const std::vector<Shown> all = everyFrame(*whole);
-    // FFmpeg 7 hides the last frame of an MP4 file whose times end with it.
-    ASSERT_GE(all.size() + 1, static_cast<std::size_t>(clip.frames));
+    const std::size_t hidden = clip.mayHideLast && all.size() < static_cast<std::size_t>(clip.frames) ? 1 : 0;
+    ASSERT_EQ(all.size() + hidden, static_cast<std::size_t>(clip.frames));
     // ffmpeg gives the same.
     const Bytes theirs = [&] {
         ffmpeg("-i " + quote(at(clip.file)) + " -vsync passthrough -f rawvideo judged.raw");
@@ -194,7 +195,11 @@ INSTANTIATE_TEST_SUITE_P(
               "yuv420p "
               "-c:v libx264 -bf 3 -g 12 -x264-params open-gop=1 a.mp4"},
              "a.mp4",
-             12},
+             12,
+             60,
+             0,
+             false,
+             true},
         Clip{"one_key_frame_only",
              {SOURCE "-pix_fmt yuv420p -c:v libx264 -preset veryfast -bf 3 -g 1000 a.mkv"},
              "a.mkv",

@@ -21,6 +21,9 @@ install(FILES ${PROJECT_BINARY_DIR}/reference/qxhost.zsh
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions RENAME _qxhost COMPONENT program)
 install(FILES ${PROJECT_BINARY_DIR}/reference/qxhost.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT program)
+# What users read, without what only developers do.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qxhost COMPONENT program
+    PATTERN decisions.md EXCLUDE PATTERN development.md EXCLUDE PATTERN mutation.md EXCLUDE)
 # The host starts it; nobody else does.
 install(TARGETS qxfxc RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/qx COMPONENT program)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/shaders/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qx/shaders COMPONENT program

@@ -16,6 +16,10 @@ if(QX_DEBIAN_PACKAGES)
     set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
     add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
     add_link_options(-Wl,-s)
+    # What Debian hardens its packages with: checks of the stack and of the C library's buffers, symbols bound at the start.
+    add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection)
+    add_compile_definitions(_FORTIFY_SOURCE=2)
+    add_link_options(-Wl,-z,relro,-z,now)
 else()
     # An installation may be moved: programs and libraries find each other from where they are.
     file(RELATIVE_PATH QX_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})

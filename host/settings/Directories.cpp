@@ -85,7 +85,9 @@ path installedDataDirectory()
             return directory / "share/qx";
         }
     }
-    return start.parent_path() / "share/qx";
+    // There is none: messages name where it would be.
+    const path above = start.parent_path();
+    return (above.filename() == "lib" ? above.parent_path() : above) / "share/qx";
 }
 
 } // namespace Qx::Host

@@ -40,6 +40,23 @@ TEST_F(Installation, it_has_every_effect_and_what_effects_include)
     EXPECT_FALSE(fs::exists(at("prefix/share/qx/shaders/README.md")));
 }
 
+TEST_F(Installation, without_its_effects_it_says_where_they_belong)
+{
+    fs::remove_all(at("prefix/share/qx"));
+    const Outcome outcome = run({at("prefix/bin/qxhost").string(), "effects", "list"});
+    EXPECT_NE(outcome.err.find((fs::canonical(at("prefix")) / "share/qx/shaders").string()),
+              std::string::npos)
+        << outcome.err;
+}
+
+TEST_F(Installation, the_documentation_for_users_is_installed)
+{
+    for (const char* page : {"qxhost.md", "effects.md", "settings.md", "images"}) {
+        EXPECT_TRUE(fs::exists(at("prefix/share/doc/qxhost") / page)) << page;
+    }
+    EXPECT_FALSE(fs::exists(at("prefix/share/doc/qxhost/development.md")));
+}
+
 TEST_F(Installation, libraries_carry_a_soname)
 {
     for (const char* library : {"libQxFxResources.so", "libQxHost.so"}) {

@@ -112,13 +112,42 @@ TEST_F(Reference, manual_page_is_roff_without_complaints)
     write("qxhost.1", reference("man"));
     // Every line that begins with a period is one of the requests of man(7) that the page uses.
     std::istringstream lines(read(at("qxhost.1")));
-    static const std::regex request(R"(^\.(TH|SH|SS|PP|TP|B|br|nf|fi)\b)");
+    static const std::regex request(R"(^\.(TH|SH|SS|PP|TP|B|BR|br|nf|fi)\b)");
     static const std::regex escape(R"(\\(?![e&\-]|\(dq|\(aq|f[BIR]))");
     for (std::string line; std::getline(lines, line);) {
         EXPECT_TRUE(!line.starts_with('.') || std::regex_search(line, request)) << line;
         EXPECT_FALSE(line.starts_with('\'')) << line;
         EXPECT_FALSE(std::regex_search(line, escape)) << line;
     }
+}
+
+TEST_F(Reference, manual_page_tells_exit_codes_environment_and_files)
+{
+    const std::string page = reference("man");
+    const auto section = [&](const std::string& heading) {
+        const std::size_t begin = page.find("\n.SH " + heading + "\n");
+        EXPECT_NE(begin, std::string::npos) << heading;
+        return page.substr(begin, page.find("\n.SH ", begin + 1) - begin);
+    };
+    // The codes are those of the documentation.
+    const std::string documented = read(fs::path(QX_SOURCE_FOLDER) / "docs/qxhost.md");
+    const std::string table = documented.substr(documented.find("## Exit codes"));
+    static const std::regex row(R"(\n\| (\d+) \|)");
+    std::string inTable;
+    for (std::sregex_iterator found(table.begin(), table.end(), row), end; found != end; ++found) {
+        inTable += (*found)[1].str() + " ";
+    }
+    const std::string codes = section("EXIT STATUS");
+    static const std::regex entry(R"(\n\.TP\n\\fB(\d+)\\fR)");
+    std::string inPage;
+    for (std::sregex_iterator found(codes.begin(), codes.end(), entry), end; found != end; ++found) {
+        inPage += (*found)[1].str() + " ";
+    }
+    EXPECT_EQ(inPage, inTable);
+    EXPECT_EQ(inPage, "0 1 2 3 4 5 6 130 ");
+    EXPECT_NE(section("ENVIRONMENT").find("QX_DEVICE"), std::string::npos);
+    EXPECT_NE(section("FILES").find("~/.cache/qxhost"), std::string::npos);
+    EXPECT_NE(section("SEE ALSO").find("ffmpeg"), std::string::npos);
 }
 
 TEST_F(Reference, bash_offers_commands_options_and_values)

@@ -1,11 +1,27 @@
 #include "tools/qxhost/console/SlowStart.h"
 
+#include "host/core/Printable.h"
+
 #include <chrono>
 #include <condition_variable>
+#include <fmt/format.h>
 #include <mutex>
 #include <stop_token>
 
 namespace Qx::Program {
+
+std::string slowStartReason(const Host::CacheInfo& cache)
+{
+    if (!cache.enabled) {
+        return "the effects are compiled for this device in each run, because the settings keep none";
+    }
+    if (!cache.problem.empty()) {
+        return fmt::format(
+            "the effects are compiled for this device in each run, because they cannot be kept in {}: {}",
+            Host::printable(cache.directory.c_str()), cache.problem.c_str());
+    }
+    return "a first run compiles the effects for this device";
+}
 
 SlowStart::SlowStart(Console& console)
 {
@@ -19,7 +35,7 @@ SlowStart::SlowStart(Console& console)
         std::unique_lock lock(mutex);
         ended.wait_for(lock, stop, patience, [] { return false; });
         if (!stop.stop_requested()) {
-            console.status("waiting for the first picture; a first run compiles the effects for this device");
+            console.status("waiting for the first picture; " + slowStartReason(Host::cacheInfo()));
         }
     });
 }

@@ -1,10 +1,15 @@
 #pragma once
 
+#include "host/Host.h"
 #include "tools/qxhost/console/Console.h"
 
+#include <string>
 #include <thread>
 
 namespace Qx::Program {
+
+/// Why effects are compiled before the first picture.
+std::string slowStartReason(const Host::CacheInfo& cache);
 
 /// Shows on a terminal why a run has no picture yet, if that takes longer than two seconds: without their
 /// caches, effects are compiled, and by the driver once more.

@@ -83,6 +83,54 @@ std::string details(const CommandEntry& command)
     return page + (command.footer.empty() ? "" : verbatim(command.footer));
 }
 
+struct Entry
+{
+    const char* name;
+    const char* about;
+};
+
+template <std::size_t count>
+std::string section(const char* heading, const Entry (&entries)[count])
+{
+    std::string page = std::string(".SH ") + heading + "\n";
+    for (const Entry& entry : entries) {
+        page += described(entry.name, "", entry.about);
+    }
+    return page;
+}
+
+constexpr Entry exitCodes[] = {
+    {"0", "Done."},
+    {"1",
+     "Effects have errors (effects check), several inputs failed for different reasons, diagnose found a "
+     "fault, or something unforeseen happened."},
+    {"2", "The command line is invalid."},
+    {"3", "The input is missing or broken, or its colours need a decision. If parts of it are damaged, the "
+          "output holds everything readable."},
+    {"4", "The output exists, cannot be written, or cannot be made that way."},
+    {"5", "There is no usable GPU device, or it stopped working."},
+    {"6", "An effect, technique, parameter, LUT or font is not available."},
+    {"130", "Interrupted."},
+};
+
+constexpr Entry environment[] = {
+    {"QX_DEVICE", "The GPU to use: a part of its name, or its number in 'qxhost devices'."},
+    {"QX_CACHE", "0 keeps no compiled effects between runs."},
+    {"QX_TEMPLATES_DIR, QX_LUTS_DIR", "The user's own effects and LUTs."},
+    {"QX_LOG_STDERR", "1 writes the log to standard error too."},
+    {"XDG_CONFIG_HOME, XDG_DATA_HOME, XDG_CACHE_HOME, XDG_STATE_HOME",
+     "Where the directories below are, instead of in the home directory."},
+};
+
+constexpr Entry files[] = {
+    {"~/.config/qxhost/settings.toml", "The settings. A variable of the environment overrides each."},
+    {"~/.local/share/qxhost/templates, ~/.local/share/qxhost/luts",
+     "The user's own effects and LUTs, which are used by name."},
+    {"~/.cache/qxhost", "Compiled effects, which may be deleted at any time."},
+    {"~/.local/state/qxhost/qxhost.log", "The log, with more detail after a failure."},
+    {"/usr/share/doc/qxhost", "The documentation: effects, pixel formats, settings, accuracy."},
+};
+
 } // namespace
 
 std::string manualPage(const std::vector<CommandEntry>& table)
@@ -100,7 +148,9 @@ std::string manualPage(const std::vector<CommandEntry>& table)
     }
     page += ".SH DESCRIPTION\n" + roffLine(program.about);
     page += ".SH OPTIONS\n" + details(program);
-    return page + ".SH COMMANDS\n" + commands;
+    page += ".SH COMMANDS\n" + commands;
+    page += section("EXIT STATUS", exitCodes) + section("ENVIRONMENT", environment) + section("FILES", files);
+    return page + ".SH SEE ALSO\n.BR ffmpeg (1),\n.BR vulkaninfo (1)\n";
 }
 
 } // namespace Qx::Program

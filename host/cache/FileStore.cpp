@@ -210,7 +210,9 @@ std::string FileStore::write(Kind kind, const Digest& key, std::span<const std::
     const std::vector<std::byte> record = writeRecord(kind, key, content); // first: it may throw
     // Not the process id: containers that share the directory have the same ones.
     std::uint64_t random = 0;
-    static_cast<void>(getrandom(&random, sizeof random, GRND_NONBLOCK));
+    if (getrandom(&random, sizeof random, GRND_NONBLOCK) < 0) {
+        return systemError(errno);
+    }
     const std::string unfinished = name + '.' + std::to_string(random) + std::string(unfinishedEnding);
     const Descriptor file(uninterrupted([&] {
         return openat(directory.number(), unfinished.c_str(),

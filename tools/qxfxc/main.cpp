@@ -43,10 +43,12 @@ int main()
         return 2;
     }
     // Until here it led to the host, who tells by it other programs from this one.
-    static_cast<void>(std::freopen("/dev/null", "we", stdout));
+    if (std::freopen("/dev/null", "we", stdout) == nullptr) {
+        return 2;
+    }
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody sets variables
     if (const char* log = std::getenv("QXFXC_LOG"); log != nullptr && *log != '\0') {
-        static_cast<void>(std::freopen(log, "ae", stderr));
+        [[maybe_unused]] const FILE* opened = std::freopen(log, "ae", stderr); // without it nothing is logged
     }
     makeExpendable();
     return Worker::serveHost();

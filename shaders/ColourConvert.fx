@@ -39,48 +39,8 @@ float pSourceCodeStep = 1.0;
 // has overshot then fits in the codes.
 float pSourceChromaGain = 1.0;
 
-#define BT601 1
-#define BT709 2
-
-#define VIDEO false
-#define UNSCALED true
-
-#define POINT 1
-#define CATMULL_ROM 2
-#define MITCHELL 3
-#define LANCZOS 4
-
-#include "Include/Decode422.fxh"
-#include "Include/Encode422.fxh"
+#include "Include/Convert422.fxh"
 #include "Include/TenBit.fxh"
-
-#define DECODE(NAME, SOURCE, MATRIX, TARGET, FILTER)                                                         \
-    technique NAME                                                                                           \
-    {                                                                                                        \
-        pass P0                                                                                              \
-        {                                                                                                    \
-            PixelShader = compile ps_3_0 decode422(MATRIX, SOURCE, TARGET, FILTER);                          \
-        }                                                                                                    \
-    }
-
-// What clips of 4:2:0 take by default: their chroma comes at 16 bits, and 8-bit pictures are made of them.
-#define DECODE_FROM_DEEPER(NAME, SOURCE, MATRIX, TARGET, FILTER)                                             \
-    technique NAME < bool MixedDepths = true; >                                                              \
-    {                                                                                                        \
-        pass P0                                                                                              \
-        {                                                                                                    \
-            PixelShader = compile ps_3_0 decode422(MATRIX, SOURCE, TARGET, FILTER);                          \
-        }                                                                                                    \
-    }
-
-#define ENCODE(NAME, SOURCE, TARGET, MATRIX, FILTER)                                                         \
-    technique NAME                                                                                           \
-    {                                                                                                        \
-        pass P0                                                                                              \
-        {                                                                                                    \
-            PixelShader = compile ps_3_0 encode422(MATRIX, SOURCE, TARGET, FILTER);                          \
-        }                                                                                                    \
-    }
 
 DECODE(YCrCb422_Unscaled_BT601_To_RGB_Unscaled_Point, UNSCALED, BT601, UNSCALED, POINT)
 DECODE(YCrCb422_Unscaled_BT601_To_RGB_Unscaled_CatmullRom, UNSCALED, BT601, UNSCALED, CATMULL_ROM)

@@ -18,7 +18,8 @@ struct DecodeMatrix
 };
 
 // The inverse of Y' = Kr R' + Kg G' + Kb B', Cb = (B' - Y') / (2 (1 - Kb)), Cr = (R' - Y') / (2 (1 - Kr))
-// (BT.601-7, clauses 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3), including the scale from the source's
+// (BT.601-7, clauses 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3; BT.2020-2,
+// table 4), including the scale from the source's
 // range to the target's in luma and in chroma.
 #define FILL_DECODE(KR, KB, LUMA, CHROMA)                                                                    \
     m.y = SPLIT(LUMA);                                                                                       \
@@ -31,6 +32,10 @@ struct DecodeMatrix
     if (matrixId == BT601)                                                                                   \
     {                                                                                                        \
         FILL_DECODE(KR_BT601, KB_BT601, LUMA, CHROMA)                                                        \
+    }                                                                                                        \
+    else if (matrixId == BT2020)                                                                             \
+    {                                                                                                        \
+        FILL_DECODE(KR_BT2020, KB_BT2020, LUMA, CHROMA)                                                      \
     }                                                                                                        \
     else                                                                                                     \
     {                                                                                                        \

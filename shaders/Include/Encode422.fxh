@@ -18,7 +18,7 @@ struct EncodeMatrix
 };
 
 // Y' = Kr R' + Kg G' + Kb B', Cb = (B' - Y') / (2 (1 - Kb)), Cr = (R' - Y') / (2 (1 - Kr)) (BT.601-7, clauses
-// 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3), including the scale from the source's range to the
+// 2.5.1 and 2.5.2; BT.709-6, clauses 3.2 and 3.3; BT.2020-2, table 4), including the scale from the source's range to the
 // target's in luma and in chroma.
 #define FILL_ENCODE(KR, KB, LUMA, CHROMA, PART, Y, CB, CR)                                                   \
     Y = float3(PART((LUMA) * KR), PART((LUMA) * (1.0 - KR - KB)), PART((LUMA) * KB));                        \
@@ -32,6 +32,11 @@ struct EncodeMatrix
     {                                                                                                        \
         FILL_ENCODE(KR_BT601, KB_BT601, LUMA, CHROMA, UPPER, m.yUpper, m.cbUpper, m.crUpper)                 \
         FILL_ENCODE(KR_BT601, KB_BT601, LUMA, CHROMA, LOWER, m.yLower, m.cbLower, m.crLower)                 \
+    }                                                                                                        \
+    else if (matrixId == BT2020)                                                                             \
+    {                                                                                                        \
+        FILL_ENCODE(KR_BT2020, KB_BT2020, LUMA, CHROMA, UPPER, m.yUpper, m.cbUpper, m.crUpper)               \
+        FILL_ENCODE(KR_BT2020, KB_BT2020, LUMA, CHROMA, LOWER, m.yLower, m.cbLower, m.crLower)               \
     }                                                                                                        \
     else                                                                                                     \
     {                                                                                                        \

@@ -9,6 +9,9 @@
 // ITU-R BT.709-6, clause 3.2: E'Y = 0.2126 E'R + 0.7152 E'G + 0.0722 E'B.
 #define KR_BT709 0.2126
 #define KB_BT709 0.0722
+// ITU-R BT.2020-2, table 4, non-constant luminance: Y' = 0.2627 R' + 0.6780 G' + 0.0593 B'.
+#define KR_BT2020 0.2627
+#define KB_BT2020 0.0593
 
 // Ranges at 8 bits; at n bits they are 2^(n-8) times as large.
 // ITU-R BT.601-7, clause 2.5.3, and BT.709-6, clause 3.4: luma and RGB black at 16, 219 codes up to white;

@@ -104,6 +104,12 @@ std::optional<Picture> convert(const Conversion& conversion, const Picture& sour
         return std::nullopt;
     Surface to = decode ? from.createDestARGBGPUSurface(formatOf(targetDepth))
                         : from.createDestYUY2GPUSurface(formatOf(targetDepth));
+    if (conversion.matrix == Matrix::Bt2020) {
+        if (!applyTechnique(getShader(L"ColourConvert2020.fx"), from, to, conversion.technique().c_str(),
+                            static_cast<float>(source.width)))
+            return std::nullopt;
+        return download(to, decode ? Layout::Rgb : Layout::Packed422, source.name);
+    }
     from.setGamutScaling(static_cast<GamutScaling>(conversion.source));
     (decode ? from : to).setColourSpace(static_cast<ColourSpace>(conversion.matrix));
     const auto filter = static_cast<Image::Filter>(conversion.filter);

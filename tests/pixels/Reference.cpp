@@ -47,7 +47,8 @@ struct Standard
 };
 
 constexpr std::array standards{Standard{Matrix::Bt601, "BT601", 0.299, 0.114},
-                               Standard{Matrix::Bt709, "BT709", 0.2126, 0.0722}};
+                               Standard{Matrix::Bt709, "BT709", 0.2126, 0.0722},
+                               Standard{Matrix::Bt2020, "BT2020", 0.2627, 0.0593}};
 
 const Standard& standardOf(Matrix matrix)
 {
@@ -56,6 +57,8 @@ const Standard& standardOf(Matrix matrix)
         break;
     case Matrix::Bt709:
         return std::get<1>(standards);
+    case Matrix::Bt2020:
+        return std::get<2>(standards);
     }
     return std::get<0>(standards);
 }

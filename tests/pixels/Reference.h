@@ -20,7 +20,8 @@ enum class Range
 enum class Matrix
 {
     Bt601 = 1,
-    Bt709 = 2
+    Bt709 = 2,
+    Bt2020 = 3 ///< of ColourConvert2020.fx; the library has no name for it
 };
 enum class Filter
 {
@@ -43,13 +44,14 @@ struct Conversion
     std::string technique() const;
 };
 
-/// All 24 ways to decode and 16 ways to encode.
+/// All 36 ways to decode and 24 ways to encode.
 std::vector<Conversion> allConversions();
 
 /// What an exact converter would give for each code of the target before rounding, in the target's codes
 /// and in double precision, held to what the target can hold. Four values a texel, no padding.
 ///
-/// Written from Kr and Kb (ITU-R BT.601-7, clause 2.5; BT.709-6, clause 3), the ranges (the same, and ITU-T
+/// Written from Kr and Kb (ITU-R BT.601-7, clause 2.5; BT.709-6, clause 3;
+/// BT.2020-2, table 4), the ranges (the same, and ITU-T
 /// H.273, clause 8.3) and the filters' own formulas, sampled at the distances that the sites of pixels and
 /// chroma have. At the edges the outermost sample is repeated.
 std::vector<double> exactConversion(const Conversion& conversion, const Picture& source, int targetDepth);

@@ -36,23 +36,25 @@ TEST(ShippedEffects, CompileWithoutAWordWithAndWithoutTheDefinitionsOfTheStart)
     }
 }
 
-TEST(ShippedEffects, ColourConvertHasTheTechniqueOfEveryConversion)
-{
-    const auto compilation = compileShipped("ColourConvert.fx");
-    ASSERT_TRUE(compilation.effect) << compilation.messages;
-    std::set<std::string> names;
-    for (const auto& technique : compilation.effect->techniques)
-        EXPECT_TRUE(names.insert(technique.name).second) << technique.name << " twice";
-    for (const Conversion& conversion : allConversions())
-        EXPECT_TRUE(names.contains(conversion.technique())) << conversion.technique();
-}
-
 std::set<std::string> techniquesOf(const Host::CompiledEffect& effect)
 {
     std::set<std::string> names;
     for (const auto& technique : effect.techniques)
         EXPECT_TRUE(names.insert(technique.name).second) << technique.name << " twice";
     return names;
+}
+
+TEST(ShippedEffects, HaveTheTechniqueOfEveryConversion)
+{
+    const auto usual = compileShipped("ColourConvert.fx");
+    const auto wide = compileShipped("ColourConvert2020.fx");
+    ASSERT_TRUE(usual.effect && wide.effect) << usual.messages << wide.messages;
+    const std::set<std::string> usualNames = techniquesOf(*usual.effect);
+    const std::set<std::string> wideNames = techniquesOf(*wide.effect);
+    for (const Conversion& conversion : allConversions())
+        EXPECT_TRUE(
+            (conversion.matrix == Matrix::Bt2020 ? wideNames : usualNames).contains(conversion.technique()))
+            << conversion.technique();
 }
 
 TEST(ShippedEffects, ColourConvertHasTheTechniquesAndParametersOfPackedTenBits)
@@ -137,7 +139,7 @@ bool hasAnnotation(const std::vector<Host::CompiledEffect::Annotation>& annotati
 
 TEST(StarterEffects, HaveLabelsForAllThatAUserSetsAndRangesWithSteps)
 {
-    EXPECT_EQ(starterEffects().size(), 16U);
+    EXPECT_EQ(starterEffects().size(), 17U);
     for (const std::string& name : starterEffects()) {
         const auto compilation = compileShipped(name);
         ASSERT_TRUE(compilation.effect) << compilation.messages;

@@ -1,3 +1,4 @@
+#include "tests/pixels/Colorimetry.h"
 #include "tests/pixels/StarterEffects.h"
 
 #include <gtest/gtest.h>
@@ -12,57 +13,6 @@ namespace {
 
 /// Codes of 16 bits. Devices compute pow with fewer digits than a product has.
 constexpr int powTolerance = 4;
-
-using Vector = std::array<double, 3>;
-using Matrix3 = std::array<Vector, 3>;
-
-Vector operator*(const Matrix3& m, const Vector& v)
-{
-    Vector result{};
-    for (std::size_t i = 0; i < 3; ++i)
-        result[i] = m[i][0] * v[0] + m[i][1] * v[1] + m[i][2] * v[2];
-    return result;
-}
-
-Matrix3 inverse(const Matrix3& m)
-{
-    const auto minor = [&](std::size_t i, std::size_t j) {
-        const std::size_t a = (i + 1) % 3;
-        const std::size_t b = (i + 2) % 3;
-        const std::size_t c = (j + 1) % 3;
-        const std::size_t d = (j + 2) % 3;
-        return m[a][c] * m[b][d] - m[a][d] * m[b][c];
-    };
-    const double determinant = m[0][0] * minor(0, 0) + m[0][1] * minor(0, 1) + m[0][2] * minor(0, 2);
-    Matrix3 result{};
-    for (std::size_t i = 0; i < 3; ++i) {
-        for (std::size_t j = 0; j < 3; ++j)
-            result[j][i] = minor(i, j) / determinant;
-    }
-    return result;
-}
-
-Vector xyzOf(double x, double y)
-{
-    return {x / y, 1, (1 - x - y) / y};
-}
-
-/// XYZ of linear RGB with the primaries and the white of BT.709.
-Matrix3 primaries()
-{
-    const Matrix3 columns{xyzOf(0.64, 0.33), xyzOf(0.30, 0.60), xyzOf(0.15, 0.06)};
-    Matrix3 m{};
-    for (std::size_t i = 0; i < 3; ++i) {
-        for (std::size_t j = 0; j < 3; ++j)
-            m[i][j] = columns[j][i];
-    }
-    const Vector scale = inverse(m) * xyzOf(0.3127, 0.3290);
-    for (Vector& row : m) {
-        for (std::size_t j = 0; j < 3; ++j)
-            row[j] *= scale[j];
-    }
-    return m;
-}
 
 constexpr Matrix3 bradford{{{0.8951, 0.2664, -0.1614}, {-0.7502, 1.7135, 0.0367}, {0.0389, -0.0685, 1.0296}}};
 
@@ -95,7 +45,7 @@ Vector lightOf(double kelvins, double duv)
 
 Colour balanced(const Colour& colour, double kelvins, double duv)
 {
-    const Matrix3 toXyz = primaries();
+    const Matrix3 toXyz = xyzOfRgb(primariesOfBt709);
     Vector rgb{};
     for (std::size_t i = 0; i < 3; ++i)
         rgb[i] = std::pow(colour[i], 2.4);
@@ -129,7 +79,7 @@ TEST(StarterWhiteBalance, AdaptsAsBradfordsMatrixDoes)
 TEST(StarterWhiteBalance, MakesTheLightOfTheSceneGrey)
 {
     // A grey surface in a light of 3200 kelvins, somewhat green.
-    Vector rgb = inverse(primaries()) * lightOf(3200, 0.006);
+    Vector rgb = inverse(xyzOfRgb(primariesOfBt709)) * lightOf(3200, 0.006);
     const double most = *std::max_element(rgb.begin(), rgb.end());
     const Picture lit = drawn(8, 8, 16, [&](int, int) {
         return Colour{std::pow(rgb[0] / most, 1 / 2.4), std::pow(rgb[1] / most, 1 / 2.4),

@@ -47,6 +47,7 @@ std::vector<Thumbnail> thumbnails()
     add("colour-wheels", "ColourWheels", {}, day);
     add("scopes", "Parade", {}, day);
     add("guides", "Guides", {{"thickness", {1}}}, day);
+    add("tone-map", "BT2446A", {{"transfer", {2}}}, night());
     add("deinterlace", "EdgeDirected", {}, fields);
     return all;
 }

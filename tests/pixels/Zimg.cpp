@@ -93,9 +93,10 @@ zimg_image_format describe(const Picture& picture, Range range, Matrix matrix, b
     format.depth = static_cast<unsigned>(picture.depth);
     format.pixel_range = range == Range::Full ? ZIMG_RANGE_FULL : ZIMG_RANGE_LIMITED;
     format.color_family = rgb ? ZIMG_COLOR_RGB : ZIMG_COLOR_YUV;
-    format.matrix_coefficients = rgb                       ? ZIMG_MATRIX_RGB
-                                 : matrix == Matrix::Bt601 ? ZIMG_MATRIX_170M
-                                                           : ZIMG_MATRIX_709;
+    format.matrix_coefficients = rgb                        ? ZIMG_MATRIX_RGB
+                                 : matrix == Matrix::Bt601  ? ZIMG_MATRIX_170M
+                                 : matrix == Matrix::Bt2020 ? ZIMG_MATRIX_2020_NCL
+                                                            : ZIMG_MATRIX_709;
     format.subsample_w = halfChroma ? 1 : 0;
     format.chroma_location = ZIMG_CHROMA_LEFT;
     return format;
@@ -152,6 +153,23 @@ zimg_graph_builder_params filterOf(Filter filter)
     return params;
 }
 
+bool process(const zimg_image_format& from, const zimg_image_format& to,
+             const zimg_graph_builder_params& params, const Planes& in, Planes& out)
+{
+    const std::unique_ptr<zimg_filter_graph, decltype(&zimg_filter_graph_free)> graph(
+        zimg_filter_graph_build(&from, &to, &params), &zimg_filter_graph_free);
+    std::size_t scratchBytes = 0;
+    if (!graph || zimg_filter_graph_get_tmp_size(graph.get(), &scratchBytes) != ZIMG_ERROR_SUCCESS)
+        return false;
+
+    const auto inBuffer = in.source();
+    const auto outBuffer = out.target();
+    const std::unique_ptr<void, decltype(&std::free)> scratch(
+        std::aligned_alloc(64, (scratchBytes + 63) / 64 * 64), &std::free);
+    return zimg_filter_graph_process(graph.get(), &inBuffer, &outBuffer, scratch.get(), nullptr, nullptr,
+                                     nullptr, nullptr) == ZIMG_ERROR_SUCCESS;
+}
+
 } // namespace
 
 Picture convertByZimg(const Conversion& conversion, const Picture& source)
@@ -162,23 +180,31 @@ Picture convertByZimg(const Conversion& conversion, const Picture& source)
     const auto to = describe(source, conversion.target, conversion.matrix, decode, !decode && halfChroma);
     const auto params = filterOf(conversion.filter);
 
-    const std::unique_ptr<zimg_filter_graph, decltype(&zimg_filter_graph_free)> graph(
-        zimg_filter_graph_build(&from, &to, &params), &zimg_filter_graph_free);
-    std::size_t scratchBytes = 0;
-    if (!graph || zimg_filter_graph_get_tmp_size(graph.get(), &scratchBytes) != ZIMG_ERROR_SUCCESS)
-        return {};
-
     Planes in(source.width, source.height, source.depth, decode && halfChroma);
     Planes out(source.width, source.height, source.depth, !decode && halfChroma);
     fill(in, source);
-    const auto inBuffer = in.source();
-    const auto outBuffer = out.target();
-    const std::unique_ptr<void, decltype(&std::free)> scratch(
-        std::aligned_alloc(64, (scratchBytes + 63) / 64 * 64), &std::free);
-    if (zimg_filter_graph_process(graph.get(), &inBuffer, &outBuffer, scratch.get(), nullptr, nullptr,
-                                  nullptr, nullptr) != ZIMG_ERROR_SUCCESS)
+    if (!process(from, to, params, in, out))
         return {};
     return gather(out, source, decode ? Layout::Rgb : Layout::Packed422);
+}
+
+Picture coloursByZimg(const Picture& source, Transfer transfer)
+{
+    auto from = describe(source, Range::Full, Matrix::Bt2020, true, false);
+    auto to = from;
+    from.color_primaries = ZIMG_PRIMARIES_BT2020;
+    from.transfer_characteristics = transfer == Transfer::Pq ? ZIMG_TRANSFER_ST2084 : ZIMG_TRANSFER_ARIB_B67;
+    to.color_primaries = ZIMG_PRIMARIES_BT709;
+    to.transfer_characteristics = ZIMG_TRANSFER_BT709;
+    zimg_graph_builder_params params;
+    zimg_graph_builder_params_default(&params, ZIMG_API_VERSION);
+    params.dither_type = ZIMG_DITHER_NONE;
+    params.nominal_peak_luminance = 100;
+    params.allow_approximate_gamma = 0;
+    Planes in(source.width, source.height, source.depth, false);
+    Planes out(source.width, source.height, source.depth, false);
+    fill(in, source);
+    return process(from, to, params, in, out) ? gather(out, source, Layout::Rgb) : Picture{};
 }
 
 } // namespace Qx::Pixels

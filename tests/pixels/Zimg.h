@@ -14,4 +14,15 @@ inline constexpr int edgeOfZimg = 12;
 /// The result has the source's depth.
 Picture convertByZimg(const Conversion& conversion, const Picture& source);
 
+enum class Transfer
+{
+    Gamma, ///< ITU-R BT.1886
+    Pq,
+    Hlg
+};
+
+/// RGB of BT.2020 with that curve, PQ or HLG, as zimg shows it on a display of BT.709 and 100 cd/m2: what is
+/// brighter or beyond the primaries is clipped. A picture of width 0 when zimg refuses.
+Picture coloursByZimg(const Picture& source, Transfer transfer);
+
 } // namespace Qx::Pixels

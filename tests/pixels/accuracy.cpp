@@ -61,7 +61,7 @@ bool writeTenBits(std::ostream& page)
 {
     page << "\n## 16 bits to 10 bits, packed as v210\n\nBy way of 16 bits, so that some samples are rounded "
             "twice.\n\n| technique | samples | correct | worst | mean |\n|---|---:|---:|---:|---:|\n";
-    for (const Matrix matrix : {Matrix::Bt601, Matrix::Bt709}) {
+    for (const Matrix matrix : {Matrix::Bt601, Matrix::Bt709, Matrix::Bt2020}) {
         const Conversion conversion{Direction::Encode, Range::Full, Range::Video, matrix, Filter::Point};
         const auto errors = measureTenBits(conversion);
         if (!errors) {
@@ -77,7 +77,7 @@ constexpr const char* introduction = R"(# Accuracy of the 4:2:2 conversions
 
 Written by `scripts/accuracy`; do not edit.
 
-Every technique of `ColourConvert.fx`, at each depth of source and target, against the same conversion in
+Every technique of `ColourConvert.fx` and `ColourConvert2020.fx`, at each depth of source and target, against the same conversion in
 double precision, on random codes, ramps through every code, greys, colour bars, single chroma edges and
 impulses, widths of 1 to 67 pixels and padded rows.
 

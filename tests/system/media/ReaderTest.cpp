@@ -119,15 +119,18 @@ INSTANTIATE_TEST_SUITE_P(
                             full, Matrix::bt601, false, false},
                     TagCase{"722x16 -pix_fmt yuv420p -colorspace bt470bg -color_range tv -c:v libx264", video,
                             Matrix::bt601, false, false},
+                    TagCase{"64x16 -pix_fmt yuv420p10le -colorspace bt2020nc -color_primaries bt2020 "
+                            "-color_trc smpte2084 -color_range tv -c:v libx264",
+                            video, Matrix::bt2020, false, false},
+                    TagCase{"722x16 -vf format=yuv420p,setparams=range=tv:color_primaries=bt2020 "
+                            "-color_primaries bt2020 -color_range tv -c:v libx264",
+                            video, Matrix::bt2020, false, true},
                     TagCase{"64x16 -pix_fmt yuvj422p -c:v mjpeg", full, Matrix::bt601, false, false}));
 
 TEST_F(Reader, OtherColoursAreUnsupportedByName)
 {
     const std::pair<std::string, std::string> cases[] = {
-        {"colorspace=bt2020nc", "BT.2020"},
-        {"colorspace=bt709:color_primaries=bt2020:color_trc=bt709", "BT.2020"},
-        {"colorspace=bt2020nc:color_primaries=bt2020:color_trc=smpte2084", "PQ"},
-        {"colorspace=bt709:color_trc=arib-std-b67", "HLG"},
+        {"colorspace=bt2020c", "BT.2020 with constant luminance"},
         {"colorspace=smpte240m", "smpte240m"},
         {"colorspace=fcc", "fcc"},
         {"colorspace=ycgco", "ycgco"},

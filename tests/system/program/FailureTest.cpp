@@ -67,16 +67,6 @@ TEST_F(Failures, audio_alone_is_no_input)
     expectFailure(qxhost({"convert", "tone.wav", "out.png"}), 3, {"tone.wav", "video"}, {"tone.wav"});
 }
 
-TEST_F(Failures, bt2020_and_hdr_are_refused_aloud)
-{
-    ffmpeg({"-i", "clip.mkv", "-vf", "setparams=colorspace=bt2020nc", "-c:v", "ffv1", "wide.mkv"});
-    expectFailure(qxhost({"convert", "wide.mkv", "out.png"}), 3, {"wide.mkv", "BT.2020", "--matrix"},
-                  {"wide.mkv"});
-    ffmpeg({"-i", "clip.mkv", "-vf", "setparams=color_trc=smpte2084", "-c:v", "ffv1", "hdr.mkv"});
-    expectFailure(qxhost({"convert", "hdr.mkv", "out.png"}), 3, {"hdr.mkv", "PQ", "--matrix"},
-                  {"wide.mkv", "hdr.mkv"});
-}
-
 TEST_F(Failures, starting_behind_the_end_is_an_input_failure)
 {
     expectFailure(qxhost({"convert", "clip.mkv", "out.mov", "--start", "10"}), 3, {"clip.mkv", "--start 10"});

@@ -36,7 +36,7 @@ TEST_F(Installation, it_has_every_effect_and_what_effects_include)
             effects += entry.path().filename().string().starts_with("qx-") ? 1U : 0U;
         }
     }
-    EXPECT_EQ(effects, 16U);
+    EXPECT_EQ(effects, 17U);
     EXPECT_FALSE(fs::exists(at("prefix/share/qx/shaders/README.md")));
 }
 

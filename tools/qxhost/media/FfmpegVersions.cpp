@@ -50,34 +50,44 @@ void setFieldOrder(AVFrame& frame, FieldOrder order)
 #endif
 }
 
-const std::int32_t* displayMatrixOf(const AVStream& stream)
+std::span<const std::uint8_t> sideDataOf(const AVStream& stream, AVPacketSideDataType type)
 {
 #if LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100) // FFmpeg 6.1
-    const AVPacketSideData* found = av_packet_side_data_get(
-        stream.codecpar->coded_side_data, stream.codecpar->nb_coded_side_data, AV_PKT_DATA_DISPLAYMATRIX);
-    const std::uint8_t* data = found ? found->data : nullptr;
-    const std::size_t size = found ? found->size : 0;
+    const AVPacketSideData* found =
+        av_packet_side_data_get(stream.codecpar->coded_side_data, stream.codecpar->nb_coded_side_data, type);
+    return found ? std::span<const std::uint8_t>(found->data, found->size) : std::span<const std::uint8_t>();
 #else
     std::size_t size = 0;
-    const std::uint8_t* data = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+    const std::uint8_t* data = av_stream_get_side_data(&stream, type, &size);
+    return data ? std::span(data, size) : std::span<const std::uint8_t>();
 #endif
-    return size >= displayMatrixSize ? reinterpret_cast<const std::int32_t*>(data) : nullptr;
+}
+
+bool setSideData(AVStream& stream, AVPacketSideDataType type, std::span<const std::uint8_t> content)
+{
+#if LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100) // FFmpeg 6.1
+    AVPacketSideData* made = av_packet_side_data_new(
+        &stream.codecpar->coded_side_data, &stream.codecpar->nb_coded_side_data, type, content.size(), 0);
+    std::uint8_t* data = made ? made->data : nullptr;
+#else
+    std::uint8_t* data = av_stream_new_side_data(&stream, type, content.size());
+#endif
+    if (data) {
+        std::memcpy(data, content.data(), content.size());
+    }
+    return data != nullptr;
+}
+
+const std::int32_t* displayMatrixOf(const AVStream& stream)
+{
+    const std::span<const std::uint8_t> data = sideDataOf(stream, AV_PKT_DATA_DISPLAYMATRIX);
+    return data.size() >= displayMatrixSize ? reinterpret_cast<const std::int32_t*>(data.data()) : nullptr;
 }
 
 bool setDisplayMatrix(AVStream& stream, const DisplayMatrix& matrix)
 {
-#if LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100) // FFmpeg 6.1
-    AVPacketSideData* made =
-        av_packet_side_data_new(&stream.codecpar->coded_side_data, &stream.codecpar->nb_coded_side_data,
-                                AV_PKT_DATA_DISPLAYMATRIX, displayMatrixSize, 0);
-    std::uint8_t* data = made ? made->data : nullptr;
-#else
-    std::uint8_t* data = av_stream_new_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, displayMatrixSize);
-#endif
-    if (data) {
-        std::memcpy(data, matrix.data(), displayMatrixSize);
-    }
-    return data != nullptr;
+    return setSideData(stream, AV_PKT_DATA_DISPLAYMATRIX,
+                       {reinterpret_cast<const std::uint8_t*>(matrix.data()), displayMatrixSize});
 }
 
 std::span<const AVPixelFormat> pixelFormatsOf(const AVCodec& codec)

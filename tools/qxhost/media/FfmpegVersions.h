@@ -16,6 +16,12 @@ std::int64_t durationOf(const AVFrame& frame);
 FieldOrder fieldOrderOf(const AVFrame& frame);
 void setFieldOrder(AVFrame& frame, FieldOrder order);
 
+/// What a stream says beside its packets, such as the display that it was mastered on; empty if it does not.
+/// The bytes are the stream's.
+std::span<const std::uint8_t> sideDataOf(const AVStream& stream, AVPacketSideDataType type);
+/// Copies the bytes. False if memory lacks.
+bool setSideData(AVStream& stream, AVPacketSideDataType type, std::span<const std::uint8_t> content);
+
 using DisplayMatrix = std::array<std::int32_t, 9>;
 
 /// How players rotate and flip the pictures; null where the stream does not say. It is the stream's.

@@ -17,11 +17,13 @@ constexpr std::array table{
                Image::ColourSpace::BT601,
                {AVCOL_SPC_SMPTE170M, AVCOL_SPC_BT470BG}}, // 525 and 625 lines
     MatrixInfo{Matrix::bt709, "bt709", "BT.709", Image::ColourSpace::BT709, {AVCOL_SPC_BT709, 0}},
+    MatrixInfo{Matrix::bt2020, "bt2020", "BT.2020", Image::ColourSpace::Unknown, {AVCOL_SPC_BT2020_NCL, 0}},
 };
 
 // One number serves FFmpeg and zimg.
 static_assert(static_cast<int>(AVCOL_SPC_BT709) == static_cast<int>(ZIMG_MATRIX_BT709) &&
-              static_cast<int>(AVCOL_SPC_SMPTE170M) == static_cast<int>(ZIMG_MATRIX_ST170_M));
+              static_cast<int>(AVCOL_SPC_SMPTE170M) == static_cast<int>(ZIMG_MATRIX_ST170_M) &&
+              static_cast<int>(AVCOL_SPC_BT2020_NCL) == static_cast<int>(ZIMG_MATRIX_BT2020_NCL));
 
 bool hasTag(const MatrixInfo& info, int tag)
 {
@@ -43,6 +45,8 @@ const MatrixInfo& infoOf(Matrix matrix)
         break;
     case Matrix::bt709:
         return std::get<1>(table);
+    case Matrix::bt2020:
+        return std::get<2>(table);
     }
     return std::get<0>(table);
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Qx::Media {
 
@@ -29,7 +30,8 @@ enum class Range
 enum class Matrix
 {
     bt601,
-    bt709
+    bt709,
+    bt2020 ///< with non-constant luminance
 };
 
 /// The order in time of a frame's two fields; progressive if it has none.
@@ -47,9 +49,21 @@ enum class Depth
     bits16 = 16
 };
 
+/// What is known of a stream's brightness.
+struct Brightness
+{
+    /// FFmpeg's AVMasteringDisplayMetadata (SMPTE ST 2086) and AVContentLightMetadata (CTA-861.3), to be
+    /// handed on; empty if there is none.
+    std::vector<std::uint8_t> mastering;
+    std::vector<std::uint8_t> content;
+    /// In cd/m2, of the mastering display, else of the brightest pixel; 0 if unknown.
+    double peak = 0;
+};
+
 /// A stream's colour tags, and what is assumed where there are none.
 ///
-/// The assumption: BT.709 for pictures wider than 720 pixels, else BT.601; video range. RGB, palette and grey
+/// The assumption: BT.2020 if the primaries are, else BT.709 for pictures wider than 720 pixels, else BT.601;
+/// video range. RGB, palette and grey
 /// pictures become YCbCr in video range with the matrix that the same rule picks, which is no guess because
 /// the conversion is made here. RGB that stays RGB is assumed to be full range.
 struct Colour
@@ -62,13 +76,14 @@ struct Colour
     bool fromRgb = false;
     /// Of the stream's own codes, if it holds RGB: full unless its tag says video.
     Range rgbRange = Range::full;
-    /// Empty, or why these colours cannot be converted ("its matrix is BT.2020"). Range and matrix then hold
+    /// Empty, or why these colours cannot be converted ("its matrix is ycgco"). Range and matrix then hold
     /// the assumption, for a user who insists.
     std::string unsupported;
     /// Code points of ITU-T H.273 tables 2 to 4 as the stream has them; 2 is "unspecified".
     int primariesTag = 2;
     int transferTag = 2;
     int matrixTag = 2;
+    Brightness brightness;
 };
 
 /// The widest picture, in pixels, that is taken to be standard definition.

@@ -6,9 +6,11 @@
 #include "platform/CriticalSection.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
+#include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/device/Drawing.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/pipeline/effects/WideEffect.h"
 
 #include <algorithm>
 #include <string>
@@ -36,8 +38,9 @@ std::size_t framesInFlight(int width, int height, Media::Depth depth)
 class FormOfCodes
 {
 public:
-    FormOfCodes(const Media::FramePacker::CodeForm& form, unsigned sampleBits)
-        : lock_(FxResources::Manager::instance().gpuLock()), effect_(Image::getShader(L"ColourConvert.fx"))
+    FormOfCodes(const Media::FramePacker::CodeForm& form, unsigned sampleBits,
+                const LightweightString<wchar_t>& effect)
+        : lock_(FxResources::Manager::instance().gpuLock()), effect_(Image::getShader(effect))
     {
         const int unused = std::max(static_cast<int>(sampleBits) - form.bits, 0);
         set(static_cast<float>(1 << unused), form.halfChroma ? 2.0F : 1.0F);
@@ -222,14 +225,18 @@ Surface FramePipeline::toRGB(const Surface& pairs, const Media::FramePacker::Cod
     if (!picture.getGPUSurface()) {
         failOnDevice(width_, height_);
     }
+    const bool wide = job_.source.matrix == Media::Matrix::bt2020;
+    const LightweightString<char> effect = wide ? wideEffect : "ColourConvert.fx";
     const Drawing drawing = tryDrawing([&] {
-        const FormOfCodes told(form, pairs.getBitsPerComponent());
-        return Image::ColourConversion::convertYCrCb422ToRGB(pairs, picture, job_.outputRange, job_.filter);
+        const FormOfCodes told(form, pairs.getBitsPerComponent(), fromUTF8(effect));
+        return wide ? decodeWide(pairs, picture, job_.outputRange, job_.filter)
+                    : Image::ColourConversion::convertYCrCb422ToRGB(pairs, picture, job_.outputRange,
+                                                                    job_.filter);
     });
     if (drawing == Drawing::refused) {
-        throw Failure(ExitCode::effect,
-                      "ColourConvert.fx: cannot be used for this conversion; is it installed "
-                      "whole? 'qxhost effects list' shows where effects come from");
+        throw Failure(ExitCode::effect, std::string(effect.c_str()) +
+                                            ": cannot be used for this conversion; is it installed whole? "
+                                            "'qxhost effects list' shows where effects come from");
     }
     if (drawing == Drawing::notRecorded) {
         failOnDevice(width_, height_);

@@ -16,6 +16,8 @@
 #include "tools/qxhost/pipeline/effects/EffectChain.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
+#include "tools/qxhost/pipeline/effects/ToneMap.h"
+#include "tools/qxhost/pipeline/effects/WideEffect.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
@@ -35,7 +37,7 @@ using WriterPtr = std::unique_ptr<Media::iFrameWriter>;
 /// A conversion, with everything that is decided before its first frame.
 struct Conversion
 {
-    const ConvertOptions& options;
+    ConvertOptions options; ///< with the effects that follow from the input
     InputPtr input;
     ColourChoice colour;
     std::optional<FrameDelivery> delivery; ///< to the pixel format asked for
@@ -133,6 +135,14 @@ bool makesTenBits(const Conversion& conversion)
            !drawsPictures(options) && !holdsRgb(conversion.info());
 }
 
+/// The matrix of YCrCb that is made of pictures.
+Media::Matrix madeMatrix(const Conversion& conversion)
+{
+    return conversion.colour.forWriting.matrix == Media::Matrix::bt2020
+               ? Media::Matrix::bt2020
+               : Media::matrixForWidth(afterStep(conversion.options, conversion.info()).width);
+}
+
 /// The tags of the frames that the library encodes or that are passed through.
 Media::Colour storedColour(const Conversion& conversion)
 {
@@ -142,7 +152,7 @@ Media::Colour storedColour(const Conversion& conversion)
     colour.matrixGuessed = conversion.keepCodes && conversion.colour.matrixGuessed;
     if (conversion.options.format->isYCrCb() && !conversion.keepCodes) {
         colour.range = Media::Range::video;
-        colour.matrix = Media::matrixForWidth(conversion.settings.width);
+        colour.matrix = madeMatrix(conversion);
         colour.matrixTag = 2;
     }
     return colour;
@@ -254,8 +264,11 @@ WriterPtr openOutput(const Conversion& conversion)
 }
 
 /// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
-void prepareConversion()
+void prepareConversion(Media::Matrix matrix)
 {
+    if (matrix == Media::Matrix::bt2020) {
+        static_cast<void>(obtainEffect(wideEffect));
+    }
     if (!Image::ColourConversion::isInitialised() && !Image::ColourConversion::init()) {
         static_cast<void>(obtainEffect("ColourConvert.fx")); // for its messages
         throw Failure(ExitCode::effect, "ColourConvert.fx: cannot be used; see the log (qxhost.log)");
@@ -454,6 +467,37 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, SlowStart& 
     return true;
 }
 
+/// Makes BT.709 of other colours, if that is asked for or the picture is only to be looked at.
+void fitColours(Conversion& conversion)
+{
+    std::vector<EffectRequest>& effects = conversion.options.effects;
+    const Media::Colour& colour = conversion.colour.forWriting;
+    const std::string input = conversion.options.input.string();
+    const std::string beyond = beyondBt709(colour);
+    auto step = std::find_if(effects.begin(), effects.end(),
+                             [](const EffectRequest& each) { return each.mapsTones; });
+    if (std::holds_alternative<ShrinkPicture>(conversion.options.step) && isHighDynamicRange(colour)) {
+        step = effects.insert(effects.begin(), toneMapRequest(ToneMap::bt2390));
+        conversion.colour.notes.push_back(
+            fmt::format("{}: is {}; the picture is made BT.709", input, beyond));
+    }
+    if (step == effects.end()) {
+        if (isHighDynamicRange(colour) && Media::writesPictures(conversion.options.output)) {
+            conversion.colour.notes.push_back(fmt::format(
+                "{}: is {}, and its codes are kept; --tone-map bt2390 makes BT.709 of them", input, beyond));
+        }
+        return;
+    }
+    if (beyond.empty() && step->settings.empty()) {
+        conversion.colour.notes.push_back(input +
+                                          ": is tagged as BT.709 already; --tone-map changes nothing");
+        effects.erase(step);
+        return;
+    }
+    fitToneMap(*step, colour);
+    conversion.colour.forWriting = afterToneMap(colour);
+}
+
 /// Opens the input and decides everything that the first frame needs.
 Conversion decide(const ConvertOptions& options)
 {
@@ -468,9 +512,10 @@ Conversion decide(const ConvertOptions& options)
         conversion.start = conversion.input->skipTo(*conversion.range.start);
     }
     conversion.colour = chooseColour(options, conversion.info());
-    conversion.keepCodes = passesCodes(options, conversion.info());
+    fitColours(conversion);
+    conversion.keepCodes = passesCodes(conversion.options, conversion.info());
     if (options.format) {
-        conversion.delivery.emplace(*options.format);
+        conversion.delivery.emplace(*options.format, madeMatrix(conversion));
     }
     fillSettings(conversion);
     return conversion;
@@ -485,8 +530,8 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
 
     const HostSession host(options.device, &console);
     SlowStart slowStart(console);
-    prepareConversion();
-    EffectChain effects(options.effects, options.date);
+    prepareConversion(conversion.colour.matrix);
+    EffectChain effects(conversion.options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.effectWarnings = effects.warnings();
     noteDecisions(conversion, console);
@@ -526,8 +571,8 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
 QuietConversion convertQuietly(const ConvertOptions& options)
 {
     Conversion conversion = decide(options);
-    prepareConversion();
-    EffectChain effects(options.effects, options.date);
+    prepareConversion(conversion.colour.matrix);
+    EffectChain effects(conversion.options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.writer = openOutput(conversion);
     FramePipeline pipeline(jobOf(conversion, effects, nullptr), [](std::int64_t) {});

@@ -4,6 +4,8 @@
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/commands/convert/ConversionArguments.h"
 #include "tools/qxhost/commands/convert/ManyConversions.h"
+#include "tools/qxhost/console/Wording.h"
+#include "tools/qxhost/pipeline/effects/ToneMap.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -76,6 +78,24 @@ void addToStep(const CLI::App& app, EffectRequest& step, const std::string& name
     }
 }
 
+const Names<ToneMap> toneMaps{{"bt2390", ToneMap::bt2390}, {"bt2446a", ToneMap::bt2446a}};
+
+void addToneMap(const CLI::App& app, std::vector<EffectRequest>& effects, const std::string& word)
+{
+    if (std::any_of(effects.begin(), effects.end(),
+                    [](const EffectRequest& each) { return each.mapsTones; })) {
+        complain(app, "--tone-map is given twice; after the first, colours are BT.709");
+    }
+    for (const auto& [name, method] : toneMaps) {
+        if (name == CLI::detail::to_lower(word)) {
+            effects.push_back(toneMapRequest(method));
+            return;
+        }
+    }
+    complain(app, fmt::format("--tone-map: invalid value \"{}\": expected {}", word,
+                              listed(namesOf(toneMaps), "or")));
+}
+
 /// "--technique", "--set" and "--texture" belong to the "--effect" before them, "--amount" to the "--lut".
 /// The order of effects and LUTs on the command line is the order in which they run.
 std::vector<EffectRequest> groupEffects(const CLI::App& app)
@@ -84,6 +104,10 @@ std::vector<EffectRequest> groupEffects(const CLI::App& app)
     std::map<const CLI::Option*, std::size_t> taken;
     for (const CLI::Option* option : app.parse_order()) {
         const std::string name = option->get_name();
+        if (name == "--tone-map") {
+            addToneMap(app, effects, option->results().at(taken[option]++));
+            continue;
+        }
         const bool begins = name == "--effect" || name == "--lut";
         if (!begins && name != "--technique" && name != "--set" && name != "--texture" &&
             name != "--amount") {
@@ -223,6 +247,9 @@ private:
         addText("--lut", "FILE",
                 "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
                 "order given");
+        addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"),
+                "Make BT.709 of PQ, HLG or BT.2020, by Report ITU-R\nBT.2390 or method A of BT.2446, in "
+                "order with effects");
         addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
         addDate(app, options_.date)->group("Effects");
     }

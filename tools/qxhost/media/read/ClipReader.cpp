@@ -518,6 +518,7 @@ Status ClipReader::Impl::describe(const AVFrame& first)
         fromAv(av_guess_sample_aspect_ratio(input.get(), stream, const_cast<AVFrame*>(&first)));
     info.fieldOrder = fieldOrderOf(first);
     info.colour = colourOf(first, *stream->codecpar);
+    info.colour.brightness = brightnessOf(first, *stream);
     const ComponentRows components(format);
     info.bitsPerComponent = components.bits();
     info.naturalDepth = components.wide() ? Depth::bits16 : Depth::bits8;

@@ -1,7 +1,11 @@
 #include "tools/qxhost/media/read/StreamColour.h"
 
+#include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace Qx::Media {
 
@@ -19,25 +23,20 @@ bool isLinearOrLog(AVColorTransferCharacteristic transfer)
 
 /// RGB has no matrix. Its tags "linear" and "log" tell nothing either: FFmpeg's DPX encoder writes "linear"
 /// on every picture.
-std::string whyUnsupported(AVColorSpace matrix, AVColorPrimaries primaries,
-                           AVColorTransferCharacteristic transfer, bool rgb)
+std::string whyUnsupported(AVColorSpace matrix, AVColorTransferCharacteristic transfer, bool rgb)
 {
-    if (transfer == AVCOL_TRC_SMPTE2084 || transfer == AVCOL_TRC_ARIB_STD_B67) {
-        return std::string("its transfer characteristic is ") +
-               (transfer == AVCOL_TRC_SMPTE2084 ? "PQ (SMPTE ST 2084)" : "HLG (ARIB STD-B67)") +
-               ", high dynamic range";
+    if (rgb) {
+        return {};
     }
-    if (!rgb && isLinearOrLog(transfer)) {
+    if (isLinearOrLog(transfer)) {
         return named("its transfer characteristic is", av_color_transfer_name(transfer));
     }
-    const bool isUntagged = matrix == AVCOL_SPC_UNSPECIFIED || matrix == AVCOL_SPC_RESERVED;
-    if (!rgb && !matrixOfTag(matrix) && !isUntagged) {
-        return named("its matrix is", matrix == AVCOL_SPC_BT2020_NCL || matrix == AVCOL_SPC_BT2020_CL
-                                          ? "BT.2020"
-                                          : av_color_space_name(matrix));
+    if (matrix == AVCOL_SPC_BT2020_CL) {
+        return "its matrix is BT.2020 with constant luminance";
     }
-    if (primaries == AVCOL_PRI_BT2020) {
-        return "its primaries are BT.2020";
+    const bool isUntagged = matrix == AVCOL_SPC_UNSPECIFIED || matrix == AVCOL_SPC_RESERVED;
+    if (!matrixOfTag(matrix) && !isUntagged) {
+        return named("its matrix is", av_color_space_name(matrix));
     }
     return {};
 }
@@ -69,9 +68,9 @@ Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
     colour.matrixTag = matrix;
     colour.primariesTag = primaries;
     colour.transferTag = colour.fromRgb && isLinearOrLog(transfer) ? AVCOL_TRC_UNSPECIFIED : transfer;
-    colour.unsupported = whyUnsupported(matrix, primaries, transfer, colour.fromRgb);
+    colour.unsupported = whyUnsupported(matrix, transfer, colour.fromRgb);
     const std::optional<Matrix> taggedMatrix = matrixOfTag(matrix);
-    colour.matrix = matrixForWidth(frame.width);
+    colour.matrix = primaries == AVCOL_PRI_BT2020 ? Matrix::bt2020 : matrixForWidth(frame.width);
     if (colour.fromRgb) {
         colour.rgbRange = components.isRgb() && range == AVCOL_RANGE_MPEG ? Range::video : Range::full;
         colour.rangeGuessed = components.isRgb() && range == AVCOL_RANGE_UNSPECIFIED;
@@ -85,6 +84,33 @@ Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream)
     colour.matrix = taggedMatrix.value_or(colour.matrix);
     colour.matrixGuessed = !taggedMatrix;
     return colour;
+}
+
+Brightness brightnessOf(const AVFrame& frame, const AVStream& stream)
+{
+    const auto either = [&](AVFrameSideDataType ofFrame, AVPacketSideDataType ofStream) {
+        const AVFrameSideData* data = av_frame_get_side_data(&frame, ofFrame);
+        const std::span<const std::uint8_t> bytes =
+            data ? std::span<const std::uint8_t>(data->data, data->size) : sideDataOf(stream, ofStream);
+        return std::vector<std::uint8_t>(bytes.begin(), bytes.end());
+    };
+    Brightness found;
+    found.mastering =
+        either(AV_FRAME_DATA_MASTERING_DISPLAY_METADATA, AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
+    found.content = either(AV_FRAME_DATA_CONTENT_LIGHT_LEVEL, AV_PKT_DATA_CONTENT_LIGHT_LEVEL);
+    AVMasteringDisplayMetadata mastering{};
+    if (found.mastering.size() >= sizeof mastering) {
+        std::memcpy(&mastering, found.mastering.data(), sizeof mastering);
+        if (mastering.has_luminance != 0 && mastering.max_luminance.den != 0) {
+            found.peak = std::max(av_q2d(mastering.max_luminance), 0.0);
+        }
+    }
+    AVContentLightMetadata content{};
+    if (found.peak == 0 && found.content.size() >= sizeof content) {
+        std::memcpy(&content, found.content.data(), sizeof content);
+        found.peak = content.MaxCLL;
+    }
+    return found;
 }
 
 } // namespace Qx::Media

@@ -8,4 +8,7 @@ namespace Qx::Media {
 /// Reads a frame's colour tags, or the stream's where it has none.
 Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream);
 
+/// From the first frame, else from the stream.
+Brightness brightnessOf(const AVFrame& frame, const AVStream& stream);
+
 } // namespace Qx::Media

@@ -209,6 +209,19 @@ Status ClipWriter::setOrientation(const AVOutputFormat& container)
     return {};
 }
 
+Status ClipWriter::setBrightness()
+{
+    const Brightness& brightness = settings_.colour.brightness;
+    for (const auto& [type, content] :
+         {std::pair(AV_PKT_DATA_MASTERING_DISPLAY_METADATA, &brightness.mastering),
+          std::pair(AV_PKT_DATA_CONTENT_LIGHT_LEVEL, &brightness.content)}) {
+        if (!content->empty() && !setSideData(*video_, type, *content)) {
+            return Error{"out of memory"};
+        }
+    }
+    return {};
+}
+
 Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
 {
     AVFormatContext* raw = nullptr;
@@ -229,6 +242,9 @@ Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
     video_->sample_aspect_ratio = toAv(settings_.sampleAspect);
     video_->codecpar->field_order = encoder_->context().field_order;
     if (Status status = setOrientation(container); !status) {
+        return status;
+    }
+    if (Status status = setBrightness(); !status) {
         return status;
     }
     if (!settings_.timeCode.empty()) {

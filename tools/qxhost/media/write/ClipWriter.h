@@ -42,6 +42,7 @@ private:
     ClipWriter(OutputFile part, const OutputSettings& settings, std::unique_ptr<iVideoPackets> packets);
     Status begin(const AVOutputFormat& container, bool withAudio);
     Status setOrientation(const AVOutputFormat& container);
+    Status setBrightness();
     void warnAboutAlpha();
     void addAudio(const AVOutputFormat& container);
     Status writeVideo(AVPacket& packet);

@@ -26,9 +26,11 @@ std::string guessNote(const ConvertOptions& options, const Media::StreamInfo& in
                       const ColourChoice& choice)
 {
     const bool isWide = info.width > Media::standardDefinitionWidth;
-    const std::string matrix = std::string(nameOf(choice.matrix)) + " (the picture is " +
-                               (isWide ? "" : "not ") + "wider than " +
-                               std::to_string(Media::standardDefinitionWidth) + " pixels)";
+    const std::string why = choice.matrix == Media::Matrix::bt2020
+                                ? "as its primaries are"
+                                : std::string("the picture is ") + (isWide ? "" : "not ") + "wider than " +
+                                      std::to_string(Media::standardDefinitionWidth) + " pixels";
+    const std::string matrix = std::string(nameOf(choice.matrix)) + " (" + why + ")";
     const std::string range = std::string(nameOf(choice.range)) + " range";
     const std::string file = options.input.string();
     if (!choice.rangeGuessed) {

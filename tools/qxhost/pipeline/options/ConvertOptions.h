@@ -45,6 +45,7 @@ struct EffectRequest
     std::vector<ParameterSetting> settings;
     std::string lut; ///< of "--lut", a LUT of the catalogue or a path; the effect is then the one for tables
     std::vector<TextureFile> textures{};
+    bool mapsTones = false; ///< of "--tone-map"
 };
 
 /// The user's description of a raw input, which holds nothing but frames.

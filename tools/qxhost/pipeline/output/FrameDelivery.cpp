@@ -9,6 +9,7 @@
 #include "tools/qxhost/pipeline/device/Drawing.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/NullEffect.h"
+#include "tools/qxhost/pipeline/effects/WideEffect.h"
 
 namespace Qx::Program {
 
@@ -27,10 +28,15 @@ iGPUImage::eFormat rgbTexels(const PixelFormat& format)
     return format.bits == 10 ? iGPUImage::eARGB10 : gpuFormat(format.bits);
 }
 
+Media::Matrix usualMatrix(const Surface& picture)
+{
+    return Media::matrixForWidth(static_cast<int>(picture.getWidth()));
+}
+
 } // namespace
 
-FrameDelivery::FrameDelivery(const PixelFormat& format)
-    : format_(format), way_(wayOf(format.info->format, format.bits))
+FrameDelivery::FrameDelivery(const PixelFormat& format, std::optional<Media::Matrix> matrix)
+    : format_(format), matrix_(matrix), way_(wayOf(format.info->format, format.bits))
 {
 }
 
@@ -43,7 +49,9 @@ Surface FrameDelivery::fromPicture(const Surface& given, Media::Range range) con
 {
     const unsigned width = given.getWidth();
     const bool video = range == Media::Range::video; // the library takes pictures for full range
-    if (format_.isYCrCb() && (video || !isLibrarys(width))) {
+    // The library picks the matrix by the width.
+    const bool otherMatrix = matrix_.value_or(usualMatrix(given)) != usualMatrix(given);
+    if (format_.isYCrCb() && (video || otherMatrix || !isLibrarys(width))) {
         return fromPairs(encode(given, range));
     }
     const Surface picture = video ? atDepth(given, rgbTexels(format_), range) : given;
@@ -68,14 +76,17 @@ Surface FrameDelivery::fromPicture(const Surface& given, Media::Range range) con
 Surface FrameDelivery::encode(const Surface& picture, Media::Range range) const
 {
     Surface pairs = picture.createDestYUY2GPUSurface(gpuFormat(format_.bits));
-    const Media::Matrix matrix = Media::matrixForWidth(static_cast<int>(picture.getWidth()));
+    const Media::Matrix matrix = matrix_.value_or(usualMatrix(picture));
     pairs.setColourSpace(Media::infoOf(matrix).colourSpace);
     pairs.setGamutScaling(Image::GamutScaling::Video);
     Surface source = picture;
     source.setGamutScaling(range == Media::Range::video ? Image::GamutScaling::Video
                                                         : Image::GamutScaling::Unscaled);
-    const Drawing drawing = tryDrawing(
-        [&] { return Image::ColourConversion::convertRGBToYCrCb422(source, pairs, Image::Filter::Point); });
+    const Drawing drawing = tryDrawing([&] {
+        return matrix == Media::Matrix::bt2020
+                   ? encodeWide(source, pairs)
+                   : Image::ColourConversion::convertRGBToYCrCb422(source, pairs, Image::Filter::Point);
+    });
     if (drawing != Drawing::recorded) {
         failOnDevice(picture);
     }

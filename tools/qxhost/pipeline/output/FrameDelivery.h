@@ -5,6 +5,8 @@
 #include "tools/qxhost/pipeline/formats/FormatWay.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
 
+#include <optional>
+
 namespace Qx::Program {
 
 /// Reads frames back to host memory in a pixel format: by the library's copy to host memory where that writes
@@ -12,12 +14,13 @@ namespace Qx::Program {
 class FrameDelivery
 {
 public:
-    explicit FrameDelivery(const PixelFormat& format);
+    /// `matrix` is that of YCrCb which is made of pictures; empty: of Media::matrixForWidth().
+    explicit FrameDelivery(const PixelFormat& format, std::optional<Media::Matrix> matrix = {});
 
     const PixelFormat& format() const { return format_; }
 
     /// A picture of RGB in `range`, A R G B on the GPU. RGB keeps its levels. As YCrCb it becomes video
-    /// range, with the matrix of Media::matrixForWidth(). Throws Failure (device, effect).
+    /// range, with the matrix. Throws Failure (device, effect).
     Image::Surface fromPicture(const Image::Surface& picture, Media::Range range) const;
 
     /// Pixel pairs in YUY2 order, for a YCrCb format: codes are unchanged, or scaled by a power of two where
@@ -32,6 +35,7 @@ private:
     Image::Surface toHost(Image::Surface frame, const Image::Surface& of) const;
 
     PixelFormat format_;
+    std::optional<Media::Matrix> matrix_;
     FormatWay way_;
 };
 

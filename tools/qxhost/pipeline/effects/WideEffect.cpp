@@ -1,0 +1,58 @@
+#include "tools/qxhost/pipeline/effects/WideEffect.h"
+
+#include "Qx/LightweightString.h"
+#include "image/TechniqueApplication.h"
+
+#include <string>
+
+namespace Qx::Program {
+
+namespace {
+
+const char* rangeWord(Image::GamutScaling range)
+{
+    return range == Image::GamutScaling::Video ? "Video_" : "Unscaled_";
+}
+
+const char* filterWord(Image::Filter filter)
+{
+    switch (filter) {
+    case Image::Filter::Point:
+        return "Point";
+    case Image::Filter::Mitchell:
+        return "Mitchell";
+    case Image::Filter::CatmullRom:
+    case Image::Filter::Lanczos:
+        break;
+    }
+    return "CatmullRom";
+}
+
+bool draw(const std::string& technique, const Image::Surface& from, Image::Surface& to)
+{
+    const Image::Surface before = to; // drawing gives it the descriptions of its source
+    const bool drawn = Image::applyTechnique(Image::getShader(L"ColourConvert2020.fx"), from, to,
+                                             technique.c_str(), static_cast<float>(from.getWidth()));
+    to.setDescriptions(before.getDescriptions());
+    return drawn;
+}
+
+} // namespace
+
+bool decodeWide(const Image::Surface& pairs, Image::Surface& picture, Image::GamutScaling range,
+                Image::Filter filter)
+{
+    const bool drawn = draw(std::string("YCrCb422_") + rangeWord(pairs.getGamutScaling()) + "BT2020_To_RGB_" +
+                                rangeWord(range) + filterWord(filter),
+                            pairs, picture);
+    picture.setGamutScaling(range);
+    return drawn;
+}
+
+bool encodeWide(const Image::Surface& picture, Image::Surface& pairs)
+{
+    return draw(std::string("RGB_") + rangeWord(picture.getGamutScaling()) + "To_YCrCb422_Video_BT2020_Point",
+                picture, pairs);
+}
+
+} // namespace Qx::Program

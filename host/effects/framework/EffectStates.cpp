@@ -321,7 +321,9 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value, Prob
     }
     if (equalIgnoringCase(state, "Filter")) {
         minFilter_ = magFilter_ = look(filters, otherFilters, name, value);
-        mip_ = mipIn(value[0].text, false);
+        if (const auto mip = mipIn(value[0].text, false)) { // Linear alone leaves MipFilter as it is
+            mip_ = mip;
+        }
     } else if (equalIgnoringCase(state, "MinFilter")) {
         minFilter_ = look(filters, otherFilters, name, value);
         mip_ = mip_ ? mip_ : mipIn(value[0].text, false); // as CgFX says both

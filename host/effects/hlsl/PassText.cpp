@@ -31,6 +31,7 @@ struct SamplerParameters
 {
     std::unordered_set<std::string_view> names;
     std::size_t bodyBegin = 0;
+    std::unordered_set<std::size_t> unnamed{}; ///< where the types of those are that have no name
 };
 
 SamplerParameters samplerParametersOf(const EffectSyntax::Piece& piece)
@@ -39,6 +40,9 @@ SamplerParameters samplerParametersOf(const EffectSyntax::Piece& piece)
     for (const EffectSyntax::FunctionParameter& parameter : piece.function.parameters) {
         if (parameter.type.sampler && parameter.type.sampler->dimensions == 2) {
             parameters.names.insert(parameter.name.text);
+            if (parameter.name.text.empty()) {
+                parameters.unnamed.insert(parameter.typeAt);
+            }
         }
     }
     return parameters;
@@ -73,6 +77,9 @@ public:
         const auto found = indices_.find(tokens[at].text);
         const bool isParameter =
             readsLevels_ && parameters != nullptr && parameters->names.count(tokens[at].text) != 0;
+        if (readsLevels_ && parameters != nullptr && parameters->unnamed.count(at) != 0) {
+            return name + ", qxfx_Levels";
+        }
         if (isParameter && at < parameters->bodyBegin) {
             return name + ", qxfx_Levels qxfx_of_" + name;
         }

@@ -114,7 +114,11 @@ CompiledShader compileShader(const std::string& hlsl, std::uint32_t packedSource
     std::string problem;
     if (!runPasses(module, problem) || !validate(module.words, problem) ||
         !needsOnlyCore(module.words, problem)) {
-        shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
+        shader.error = {
+            0, choosesSamplers(module.words)
+                   ? "a sampler cannot be chosen by '?:', 'if' or a variable; read each of them, and "
+                     "choose between the colours"
+                   : "the shader does not become valid SPIR-V: " + problem};
         return shader;
     }
     shader.bindings = samplerBindings(module.words);

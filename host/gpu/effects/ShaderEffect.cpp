@@ -91,7 +91,7 @@ std::string emptyPassOf(const Draw& draw, const CompiledEffect::Technique& techn
                 : "";
         if (!complaint.empty()) {
             return (pass.name.empty() ? "" : "pass \"" + pass.name + "\": ") +
-                   "with the values that its parameters have, the vertex shader '" + corners.shader + "' " +
+                   "with values that its parameters were given, the vertex shader '" + corners.shader + "' " +
                    complaint;
         }
     }

@@ -671,7 +671,7 @@ TEST_F(ForeignEffects, a_rectangle_that_vanishes_by_values_that_are_set_is_told_
         return outcome.err;
     };
     const std::string told =
-        "technique \"T\": pass \"Shrunk\": with the values that its parameters have, the "
+        "technique \"T\": pass \"Shrunk\": with values that its parameters were given, the "
         "vertex shader 'corner' places all corners at one point, or in one line: nothing is "
         "drawn\n";
     const std::string shrunk = errorsOf({"shrunk.fx", "--set", "size=0"});

@@ -328,11 +328,11 @@ void EffectParser::parseShaderVariable()
     const Stage stage = equalIgnoringCase(reader_.take().text, "PixelShader") ? Stage::Pixel : Stage::Vertex;
     const Token name = reader_.expectName("the name of the shader");
     claimName(name);
+    shaders_[stage][name.text] = {}; // after an error it is known, without shaders
     parseDimensions();
     parseSemantic();
     parseAnnotations();
     reader_.expect("=", "after the name of the shader");
-    shaders_[stage][name.text] = {}; // after an error it is known, without shaders
     std::vector<EffectSyntax::Shader> shaders;
     if (reader_.accept("{")) {
         do {

@@ -277,7 +277,7 @@ bool isZero(const std::vector<Token>& value)
 }
 
 /// The number that a state has; nothing if it is no constant.
-std::optional<double> numberIn(std::vector<Token> value)
+std::optional<double> numberOfState(std::vector<Token> value)
 {
     Token end = value.back();
     end.kind = TokenKind::End;
@@ -343,7 +343,7 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value, Prob
             problems.warn({name.at, "the state " + inQuotes(state) + " is treated as 0"});
         }
     } else if (equalIgnoringCase(state, "MaxAnisotropy")) {
-        if (numberIn(value).value_or(2) > 1) {
+        if (numberOfState(value).value_or(2) > 1) {
             problems.warn({name.at, "the state " + inQuotes(state) +
                                         " has no effect: the filter Anisotropic is the filter Linear"});
         }
@@ -363,7 +363,7 @@ bool SamplerStates::setLevels(const Token& name, const std::vector<Token>& value
     if (!isBias && !isFirst && !isLast) {
         return false;
     }
-    const std::optional<double> number = numberIn(value);
+    const std::optional<double> number = numberOfState(value);
     if (!number) {
         problems.warn({name.at, "the state " + inQuotes(state) +
                                     " is ignored: its value is not a number that is known before drawing"});

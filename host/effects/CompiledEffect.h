@@ -159,7 +159,8 @@ struct CompiledEffect
         std::uint32_t registerIndex = noRegister; ///< N of its register(sN), or its texture's tN
         std::uint32_t dimensions = 2;             ///< of its texture: 2, or 3 for a volume
         std::uint32_t faces = 1; ///< square pictures side by side that its texture is: 6 for a cube
-        Filter filter = Filter::Point;
+        Filter filter =
+            Filter::Point;   ///< of a sampler with a Mip the shaders filter: the device takes points
         Mip mip = Mip::None; ///< another only if its texture has levels
         Address addressU = Address::Clamp;
         Address addressV = Address::Clamp;
@@ -203,6 +204,21 @@ struct CompiledEffect
         static constexpr std::uint32_t texelsOf(std::uint32_t componentBits) { return 32 / componentBits; }
     };
 
+    /// Where a vertex shader places the corners of the rectangle that a pass draws.
+    struct Corners
+    {
+        std::string shader; ///< its name in the file
+        std::vector<std::uint32_t>
+            spirv;               ///< what Spirv::tryCorners() runs; empty if parameters change nothing
+        std::uint32_t count = 4; ///< 3 for a triangle that is continued
+        enum class Positions : std::uint8_t
+        {
+            OfSpace,
+            MayBePixels ///< as those of sprites are
+        };
+        Positions positions = Positions::OfSpace;
+    };
+
     struct Pass
     {
         static constexpr std::uint32_t callersTarget = 0xFFFFFFFF;
@@ -222,6 +238,7 @@ struct CompiledEffect
         /// The number N of the result COLORN that it draws, 0 for the first colour. A pass of a file that
         /// draws several results is as many passes, that of the first colour last.
         std::uint32_t result = 0;
+        Corners corners; ///< of its vertex shader, if it has one
     };
 
     struct Technique

@@ -6,11 +6,11 @@
 
 namespace Qx::Host {
 
-void refuse(EffectCompilation& compilation, const std::filesystem::path& file, const std::string& text,
+void refuse(EffectCompilation& compilation, const Diagnostic::Place& at, const std::string& text,
             const std::string& technique, const std::string& pass)
 {
     Diagnostic diagnostic;
-    diagnostic.at.file = file.native();
+    diagnostic.at = at;
     diagnostic.text = printable(text);
     diagnostic.technique = printable(technique);
     diagnostic.pass = printable(pass);

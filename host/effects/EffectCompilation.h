@@ -30,9 +30,8 @@ struct EffectCompilation
     std::vector<EffectInput> inputs;
 };
 
-/// Removes the effect and adds an error about the whole file, or about a technique and pass of it.
-QX_LOCAL void refuse(EffectCompilation& compilation, const std::filesystem::path& file,
-                     const std::string& text, const std::string& technique = {},
-                     const std::string& pass = {});
+/// Removes the effect and adds an error about a place or the whole file, or about a technique and pass of it.
+QX_LOCAL void refuse(EffectCompilation& compilation, const Diagnostic::Place& at, const std::string& text,
+                     const std::string& technique = {}, const std::string& pass = {});
 
 } // namespace Qx::Host

@@ -30,9 +30,7 @@ using namespace Effects;
 class Compilation
 {
 public:
-    using WhenRead = std::function<void(const std::vector<EffectInput>&)>;
-
-    explicit Compilation(const WhenRead& whenRead) : problems_(files_), whenRead_(whenRead) {}
+    explicit Compilation(const CompilationReports& reports) : problems_(files_), reports_(reports) {}
 
     void run(const std::filesystem::path& file, const EffectCompilerOptions& options)
     {
@@ -102,8 +100,8 @@ private:
                                                  const EffectCompilerOptions& options)
     {
         std::vector<Token> tokens = Preprocessor(files_, options, problems_).run(file);
-        if (whenRead_) {
-            whenRead_(files_.inputs());
+        if (reports_.read) {
+            reports_.read(files_.inputs());
         }
         return problems_.failed() ? std::nullopt : std::optional(std::move(tokens));
     }
@@ -122,6 +120,9 @@ private:
     {
         constexpr std::size_t longest = 1900; // what a message shows whole
         const std::string text = missingTechnique(syntax_);
+        if (text.empty() && looksLikeGlsl(syntax_)) {
+            return "; it looks like GLSL, and an effect's shaders are written in HLSL, as for Direct3D";
+        }
         return text.empty() || text.size() > longest ? std::string() : "; add at its end: " + text;
     }
 
@@ -150,10 +151,12 @@ private:
                 made.target = pass.targets.at(pass.result);
                 made.result = pass.result;
                 at_ = {technique.name.text, pass.name.text};
+                reportShader(technique, pass);
                 try {
                     PassText text = writer.write(pass);
                     names_.merge(text.names);
                     text.names.clear();
+                    made.corners = std::move(text.corners);
                     for (const CompileError& warning : text.warnings) {
                         problems_.warn(warning);
                     }
@@ -179,10 +182,30 @@ private:
         at_ = {};
     }
 
+    void reportShader(const EffectSyntax::Technique& technique, const EffectSyntax::Pass& pass) const
+    {
+        if (reports_.shader) {
+            reports_.shader(problems_.placeOf(pass.shader.entry.at), technique.name.text, pass.name.text);
+        }
+    }
+
+    /// Compiles texts, of which `places` says which pass has each first.
+    std::vector<CompiledShader> compileTexts(const std::vector<std::string>& texts,
+                                             const std::vector<PassPlace>& places,
+                                             std::uint32_t packedSourceBits = 0) const
+    {
+        return compileShaders(texts, packedSourceBits, [&](std::size_t text) {
+            const auto of = std::find_if(places.begin(), places.end(),
+                                         [text](const PassPlace& place) { return place.text == text; });
+            const EffectSyntax::Technique& technique = syntax_.techniques[of->technique];
+            reportShader(technique, technique.passes[of->pass]);
+        });
+    }
+
     /// What is wrong with any of a pass's results is said once, after the last of them.
     void compilePasses(const PassWriter& writer)
     {
-        const std::vector<CompiledShader> shaders = compileShaders(texts_);
+        const std::vector<CompiledShader> shaders = compileTexts(texts_, places_);
         std::set<std::uint32_t> constants;
         const PassPlace* wrong = nullptr;
         for (const PassPlace& place : places_) {
@@ -236,7 +259,7 @@ private:
                 places.push_back({place.technique, place.pass, text->second});
             }
         }
-        const std::vector<CompiledShader> shaders = compileShaders(texts, depths.source);
+        const std::vector<CompiledShader> shaders = compileTexts(texts, places, depths.source);
         for (const PassPlace& place : places) {
             const CompiledShader& shader = shaders[place.text];
             if (!shader.error && !shader.minglesPixels) {
@@ -323,7 +346,7 @@ private:
 
     SourceFiles files_;
     Problems problems_;
-    const WhenRead& whenRead_;
+    const CompilationReports& reports_;
     EffectSyntax syntax_;
     CompiledEffect effect_;
     std::vector<std::string> texts_; ///< each once, however many passes share it
@@ -338,10 +361,10 @@ private:
 } // namespace
 
 EffectCompilation compileEffect(const std::filesystem::path& file, const EffectCompilerOptions& options,
-                                const std::function<void(const std::vector<EffectInput>&)>& whenRead)
+                                const CompilationReports& reports)
 {
     try {
-        Compilation compilation(whenRead);
+        Compilation compilation(reports);
         compilation.run(file, options);
         return compilation.result();
     } catch (...) {

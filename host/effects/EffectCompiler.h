@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <string_view>
 #include <vector>
 
 namespace Qx::Host {
@@ -15,12 +16,23 @@ struct EffectCompilerOptions : PreprocessorOptions
     bool packed = false;
 };
 
+/// What a compilation says while it goes on, so that one that does not end can be described.
+struct CompilationReports
+{
+    /// The result's inputs, once all files are read, before they are compiled.
+    std::function<void(const std::vector<EffectInput>&)> read;
+
+    /// The shader that has been worked on for longest, each time that it is another: where its pass names it,
+    /// the technique and the pass. Called by one thread at a time.
+    std::function<void(const Diagnostic::Place&, std::string_view technique, std::string_view pass)> shader;
+};
+
 /// Compiles all techniques of one effect file and validates their shaders. After an error it looks for more:
 /// in the rest of the file, in other functions and in other passes.
 ///
 /// Thread-safe. Reads files and touches no device. Throws nothing; the result of any input is an effect or
-/// messages. `whenRead` is called with the result's inputs once all files are read, before they are compiled.
+/// messages.
 EffectCompilation compileEffect(const std::filesystem::path& file, const EffectCompilerOptions& options,
-                                const std::function<void(const std::vector<EffectInput>&)>& whenRead = {});
+                                const CompilationReports& reports = {});
 
 } // namespace Qx::Host

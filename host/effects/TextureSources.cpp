@@ -58,16 +58,23 @@ TextureSource sourceOf(const CompiledEffect::Texture& texture)
 {
     const std::string semantic = asciiLower(texture.semantic);
     if (semantic == "previous" || semantic == "previousresult") {
-        return {semantic == "previous" ? Kind::PictureBefore : Kind::ResultBefore, ""};
+        return {semantic == "previous" ? Kind::PictureBefore : Kind::ResultBefore, "", ""};
     }
+    TextureSource none;
     for (const CompiledEffect::Annotation& annotation : texture.annotations) {
-        const bool names = std::find(fileAnnotations.begin(), fileAnnotations.end(),
-                                     asciiLower(annotation.name)) != fileAnnotations.end();
+        const std::string name = asciiLower(annotation.name);
+        const bool names =
+            std::find(fileAnnotations.begin(), fileAnnotations.end(), name) != fileAnnotations.end();
+        const bool saysMore = name == "source" || name == "name"; // things of other kinds
+
         if (names && asciiLower(annotation.type) == "string" && isFileName(annotation.value)) {
-            return {Kind::File, annotation.value};
+            return {Kind::File, annotation.value, ""};
+        }
+        if (names && !saysMore && !annotation.value.empty()) {
+            none.noFile = annotation.name + " = " + annotation.value;
         }
     }
-    return {};
+    return none;
 }
 
 std::optional<std::size_t> pictureTexture(const CompiledEffect& effect,

@@ -34,6 +34,8 @@ struct TextureSource
     };
     Kind kind = Kind::None;
     std::string file; ///< as written
+    std::string
+        noFile; ///< without a Kind: what an annotation has in the place of a file's name; may be empty
 };
 
 TextureSource sourceOf(const CompiledEffect::Texture& texture);

@@ -39,7 +39,7 @@ Result operate(const std::shared_ptr<Vulkan::Context>& context, Function&& funct
 EffectCompilation refusedEmptyPath()
 {
     EffectCompilation compilation;
-    refuse(compilation, "\"\"", "an empty path names no effect file");
+    refuse(compilation, {"\"\""}, "an empty path names no effect file");
     return compilation;
 }
 
@@ -381,7 +381,7 @@ EffectCompilation GPUService::examine(const Worker::CompileRequest& request)
     if (const std::shared_ptr<Worker::EffectWorkers> workers = this->workers()) {
         compilation = workers->compile(request);
     } else {
-        refuse(compilation, request.file, "the GPU service is shut down");
+        refuse(compilation, {request.file.native()}, "the GPU service is shut down");
     }
     return compilation;
 }
@@ -405,9 +405,9 @@ EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)
         if (program != nullptr) {
             result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);
         } else if (refusal.technique.empty()) {
-            refuse(compilation, request.file, "there is no GPU device to run the effect on");
+            refuse(compilation, {request.file.native()}, "there is no GPU device to run the effect on");
         } else {
-            refuse(compilation, request.file, refusal.text, refusal.technique, refusal.pass);
+            refuse(compilation, {request.file.native()}, refusal.text, refusal.technique, refusal.pass);
         }
     }
     result.errors = compilation.messages.c_str();

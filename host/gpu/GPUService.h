@@ -162,6 +162,11 @@ private:
 /// service.
 QX_API const CompiledEffect* compiledEffect(const iShaderEffect& effect);
 
+/// What there is to say of draws with the effect that succeeded and may not show what was meant, each once: a
+/// texture that is smaller than it should be, a vertex shader that leaves nothing to draw. Empty if the
+/// effect belongs to another service.
+QX_API std::vector<std::string> drawingNotes(const iShaderEffect& effect);
+
 /// The names of an effect's parameters that accept values from callers, in the file's order. Empty if the
 /// effect belongs to another service.
 QX_API std::vector<std::string> settableParameters(const iShaderEffect& effect);

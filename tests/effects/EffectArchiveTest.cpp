@@ -128,7 +128,7 @@ TEST_F(EffectArchive, HoldsAFailureWithItsMessages)
     diagnostic.notes = {"one", "two"};
     failure.diagnostics = {diagnostic};
     failure.messages = messageText(diagnostic);
-    refuse(failure, "a.fx", "the worker process ended", "T");
+    refuse(failure, {"a.fx"}, "the worker process ended", "T");
     failure.inputs = {{"a.fx", Cache::digestOf("x")}, {"/missing/b.fxh", std::nullopt}};
     const std::optional<EffectCompilation> read = readEffectArchive(writeEffectArchive(failure));
     ASSERT_TRUE(read);
@@ -281,6 +281,15 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
         {"unknown mip", [](Effect& e) { e.samplers[0].mip = static_cast<Effect::Mip>(3); }},
         {"no level", [](Effect& e) { e.textures[0].levels = 0; }},
         {"seventeen levels", [](Effect& e) { e.textures[0].levels = 17; }},
+        {"five corners", [](Effect& e) { e.techniques[0].passes[0].corners.count = 5; }},
+        {"corners of no shader",
+         [](Effect& e) {
+             e.techniques[0].passes[0].corners.spirv = {1, 2, 3};
+         }},
+        {"unknown positions",
+         [](Effect& e) {
+             e.techniques[0].passes[0].corners.positions = static_cast<Effect::Corners::Positions>(2);
+         }},
         {"unknown address", [](Effect& e) { e.samplers[0].addressV = static_cast<Effect::Address>(4); }},
         {"uniforms of no size",
          [](Effect& e) {

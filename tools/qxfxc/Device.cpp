@@ -75,7 +75,7 @@ void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::
         step({Stage::CreatingPipelines, techniques[technique].name, techniques[technique].passes[pass].name});
     };
     if (program == nullptr || !program->createPipelines(refusal, tell)) {
-        refuse(compilation, file, refusal.text, refusal.technique, refusal.pass);
+        refuse(compilation, {file.native()}, refusal.text, refusal.technique, refusal.pass);
         return;
     }
     using Form = Vulkan::Prewarm::Form;
@@ -85,7 +85,7 @@ void TrialDevice::tryOut(EffectCompilation& compilation, const std::filesystem::
         if (trial.draw(technique, format, form)) {
             return true;
         }
-        refuse(compilation, file,
+        refuse(compilation, {file.native()},
                std::string("the GPU cannot draw it") + (isLost() ? "; the device was lost" : ""),
                techniques[technique].name, passesOf(techniques[technique]));
         return false;

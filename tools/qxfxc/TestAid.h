@@ -7,9 +7,9 @@ namespace Qx::Host::Worker {
 
 /// Injects a fault into the worker, for tests, at the stage that the environment variable QXFXC_TEST names:
 /// "STAGE:ACTION" or "STAGE:ACTION:FILE"; with FILE only for effects of that file name. Stages are starting
-/// (before it identifies itself), greeting, compiling, parsing (when all files are read), pipelines, drawing,
-/// answering and waiting (for the next effect). First it writes its process id and the stage to standard
-/// error. Actions are
+/// (before it identifies itself), greeting, compiling, parsing (when all files are read), shaders (when one
+/// is begun), pipelines, drawing, answering and waiting (for the next effect). First it writes its process id
+/// and the stage to standard error. Actions are
 ///
 /// - those of tools/FaultInjection.h;
 /// - freeze (stops itself with SIGSTOP until the host continues it);

@@ -66,12 +66,14 @@ public:
         const auto step = [&](const Step& next) {
             channel_.send(FrameType::Step, encode(next));
             static constexpr const char* stages[] = {"compiling", "pipelines", "drawing"};
-            injectFault(stages[static_cast<std::size_t>(next.stage)], request.file);
+            injectFault(next.at.file.empty() ? stages[static_cast<std::size_t>(next.stage)] : "shaders",
+                        request.file);
         };
-        step({Stage::Compiling, {}, {}});
+        step({Stage::Compiling, {}, {}, {}});
         if (::chdir(request.directory.c_str()) != 0) {
             EffectCompilation failure;
-            refuse(failure, request.file, "cannot change to the directory " + request.directory.string());
+            refuse(failure, {request.file.native()},
+                   "cannot change to the directory " + request.directory.string());
             return failure;
         }
         const auto whenRead = [&](const std::vector<EffectInput>& inputs) {
@@ -80,7 +82,11 @@ public:
             channel_.send(FrameType::Inputs, writeEffectArchive(read));
             injectFault("parsing", request.file);
         };
-        EffectCompilation compilation = compileEffect(request.file, request.options, whenRead);
+        const auto whenShader = [&](const Diagnostic::Place& at, std::string_view technique,
+                                    std::string_view pass) {
+            step({Stage::Compiling, std::string(technique), std::string(pass), at});
+        };
+        EffectCompilation compilation = compileEffect(request.file, request.options, {whenRead, whenShader});
         if (compilation.effect != nullptr && device_ != nullptr) {
             device_->tryOut(compilation, request.file, step);
         }
@@ -105,7 +111,8 @@ EffectCompilation workSafely(Service& service, const CompileRequest& request)
         return service.work(request);
     } catch (const std::exception& error) {
         EffectCompilation failure;
-        refuse(failure, request.file, std::string("the effect could not be compiled: ") + error.what());
+        refuse(failure, {request.file.native()},
+               std::string("the effect could not be compiled: ") + error.what());
         return failure;
     }
 }

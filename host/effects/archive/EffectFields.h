@@ -38,6 +38,11 @@ constexpr CompiledEffect::TargetFormat lastOf(CompiledEffect::TargetFormat)
     return CompiledEffect::TargetFormat::Half;
 }
 
+constexpr CompiledEffect::Corners::Positions lastOf(CompiledEffect::Corners::Positions)
+{
+    return CompiledEffect::Corners::Positions::MayBePixels;
+}
+
 constexpr Diagnostic::Severity lastOf(Diagnostic::Severity)
 {
     return Diagnostic::Severity::Warning;
@@ -82,7 +87,8 @@ void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::PackedShader>& shad
 template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::Pass>& pass)
 {
-    visit(pass.name, pass.spirv, pass.samplers, pass.packed, pass.target, pass.result);
+    visit(pass.name, pass.spirv, pass.samplers, pass.packed, pass.target, pass.result, pass.corners.shader,
+          pass.corners.spirv, pass.corners.count, pass.corners.positions);
 }
 
 template <class Visit>

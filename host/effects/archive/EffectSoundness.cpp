@@ -83,6 +83,11 @@ bool isSound(const CompiledEffect::PackedShader& shader, const CompiledEffect& e
            isSoundShader(shader.spirv, shader.samplers, effect);
 }
 
+bool isSound(const CompiledEffect::Corners& corners)
+{
+    return (corners.count == 3 || corners.count == 4) && (corners.spirv.empty() || isSpirv(corners.spirv));
+}
+
 bool isSound(const CompiledEffect::Pass& pass, const CompiledEffect& effect)
 {
     const bool hasTarget = pass.target != CompiledEffect::Pass::callersTarget;
@@ -90,7 +95,7 @@ bool isSound(const CompiledEffect::Pass& pass, const CompiledEffect& effect)
         std::any_of(pass.samplers.begin(), pass.samplers.end(), [&](std::uint32_t sampler) {
             return sampler < effect.samplers.size() && effect.samplers[sampler].texture == pass.target;
         });
-    return isSoundShader(pass.spirv, pass.samplers, effect) && !readsTarget &&
+    return isSoundShader(pass.spirv, pass.samplers, effect) && !readsTarget && isSound(pass.corners) &&
            pass.result < CompiledEffect::Pass::results && (pass.result == 0 || hasTarget) &&
            (!hasTarget || (pass.target < effect.textures.size() && pass.packed.empty())) &&
            std::all_of(pass.packed.begin(), pass.packed.end(),

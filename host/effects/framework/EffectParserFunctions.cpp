@@ -12,6 +12,30 @@
 
 namespace Qx::Host::Effects {
 
+namespace {
+
+/// Without those around a name that is a whole argument, as macros leave them: what is read through a sampler
+/// is decided by its name.
+std::vector<Token> withoutParentheses(const std::vector<Token>& body)
+{
+    std::vector<Token> result;
+    result.reserve(body.size());
+    for (std::size_t i = 0; i < body.size(); ++i) {
+        const std::size_t end = result.size();
+        const bool isArgument = i + 1 < body.size() && (body[i + 1].is(",") || body[i + 1].is(")")) &&
+                                end > 2 && (result[end - 3].is("(") || result[end - 3].is(","));
+        if (isArgument && body[i].is(")") && result[end - 1].kind == TokenKind::Identifier &&
+            result[end - 2].is("(")) {
+            result.erase(result.end() - 2);
+        } else {
+            result.push_back(body[i]);
+        }
+    }
+    return result;
+}
+
+} // namespace
+
 void EffectParser::parseStruct()
 {
     EffectSyntax::Piece piece;
@@ -343,7 +367,7 @@ void EffectParser::parseBody(EffectSyntax::Piece& piece)
         }
     }
     const Tokens body = checked(reader_.takeBracketed("the body of " + inQuotes(piece.name.text)));
-    append(piece.text, initializers_.arrangedBody(withoutTextureMethods(body)));
+    append(piece.text, initializers_.arrangedBody(withoutTextureMethods(withoutParentheses(body))));
 }
 
 /// Refuses a word that looks like a mistyped keyword. Others may be types that the HLSL compiler knows.

@@ -291,6 +291,7 @@ std::string_view EffectParser::samplerOf(const Token& texture, const Token* stat
         }
         sampler.filter = found->filter;
         sampler.mip = found->mip;
+        sampler.levels = found->levels;
         sampler.addressU = found->addressU;
         sampler.addressV = found->addressV;
         name = std::string(texture.text) + '_' + std::string(states->text);

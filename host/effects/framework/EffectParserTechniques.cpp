@@ -230,6 +230,9 @@ EffectSyntax::Shader EffectParser::parseShader(Stage stage)
     if (!close.empty()) {
         reader_.expect(close, "after the name of the shader");
     }
+    if (variable->second.empty()) {
+        throw CompileError(name.at, "the shader " + inQuotes(name.text) + " has the error above");
+    }
     if (index >= variable->second.size()) {
         throw CompileError(name.at, "there is no shader number " + std::to_string(index) + " in " +
                                         inQuotes(name.text) + "; the last is number " +
@@ -325,11 +328,12 @@ void EffectParser::parseShaderVariable()
     const Stage stage = equalIgnoringCase(reader_.take().text, "PixelShader") ? Stage::Pixel : Stage::Vertex;
     const Token name = reader_.expectName("the name of the shader");
     claimName(name);
+    shaders_[stage][name.text] = {}; // after an error it is known, without shaders
     parseDimensions();
     parseSemantic();
     parseAnnotations();
     reader_.expect("=", "after the name of the shader");
-    std::vector<EffectSyntax::Shader>& shaders = shaders_[stage][name.text];
+    std::vector<EffectSyntax::Shader> shaders;
     if (reader_.accept("{")) {
         do {
             shaders.push_back(parseShader(stage));
@@ -339,6 +343,7 @@ void EffectParser::parseShaderVariable()
         shaders.push_back(parseShader(stage));
     }
     reader_.expect(";", "after the shader");
+    shaders_[stage][name.text] = std::move(shaders);
 }
 
 } // namespace Qx::Host::Effects

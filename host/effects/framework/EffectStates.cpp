@@ -2,9 +2,11 @@
 
 #include "host/core/AsciiCase.h"
 #include "host/core/Suggestion.h"
+#include "host/effects/framework/ConstantExpression.h"
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <string>
 #include <utility>
 
@@ -249,12 +251,11 @@ constexpr std::array<std::string_view, 48> numberedStates{"AddressU",
                                                           "TextureTransform",
                                                           "TextureTransformFlags",
                                                           "WorldTransform"};
-constexpr std::array<std::string_view, 9> meaninglessSamplerStates{
-    "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias",    "ElementIndex",
-    "MinLOD",        "MaxLOD",      "DMapOffset",    "ComparisonFunc"};
-constexpr std::array<std::string_view, 15> samplerStates{
-    "Filter",        "Texture",     "MinFilter",     "MagFilter",   "MipFilter",
-    "AddressU",      "AddressV",    "AddressW",      "BorderColor", "SRGBTexture",
+constexpr std::array<std::string_view, 3> meaninglessSamplerStates{"ElementIndex", "DMapOffset",
+                                                                   "ComparisonFunc"};
+constexpr std::array<std::string_view, 17> samplerStates{
+    "Filter",        "Texture",     "MinFilter",     "MagFilter",   "MipFilter",   "AddressU",
+    "AddressV",      "AddressW",    "BorderColor",   "SRGBTexture", "MinLOD",      "MaxLOD",
     "MaxAnisotropy", "MaxMipLevel", "MipMapLodBias", "MipLodBias",  "ElementIndex"};
 
 template <typename Names>
@@ -273,6 +274,24 @@ bool isZero(const std::vector<Token>& value)
                 (!readNumber(token.text, number, integer) || number != 0.0)) ||
                token.is("true") || token.is("TRUE") || token.is("True");
     });
+}
+
+/// The number that a state has; nothing if it is no constant.
+std::optional<double> numberOfState(std::vector<Token> value)
+{
+    Token end = value.back();
+    end.kind = TokenKind::End;
+    end.text = {};
+    value.push_back(end);
+    try {
+        ConstantReader reader(value.data(), [](const Token&) { return std::optional<ConstantValue>(); });
+        const ConstantValue read = reader.readExpression();
+        const bool isNumber = read.components.size() == 1 && std::isfinite(read.components[0]);
+        return isNumber && reader.position()->kind == TokenKind::End ? std::optional(read.components[0])
+                                                                     : std::nullopt;
+    } catch (const CompileError&) {
+        return std::nullopt; // a parameter of the effect, for example
+    }
 }
 
 } // namespace
@@ -302,7 +321,9 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value, Prob
     }
     if (equalIgnoringCase(state, "Filter")) {
         minFilter_ = magFilter_ = look(filters, otherFilters, name, value);
-        mip_ = mipIn(value[0].text, false);
+        if (const auto mip = mipIn(value[0].text, false)) { // Linear alone leaves MipFilter as it is
+            mip_ = mip;
+        }
     } else if (equalIgnoringCase(state, "MinFilter")) {
         minFilter_ = look(filters, otherFilters, name, value);
         mip_ = mip_ ? mip_ : mipIn(value[0].text, false); // as CgFX says both
@@ -321,10 +342,44 @@ void SamplerStates::set(const Token& name, const std::vector<Token>& value, Prob
         if (!isZero(value)) {
             problems.warn({name.at, "the state " + inQuotes(state) + " is treated as 0"});
         }
-    } else if (!isOneOf(state, meaninglessSamplerStates)) {
+    } else if (equalIgnoringCase(state, "MaxAnisotropy")) {
+        if (numberOfState(value).value_or(2) > 1) {
+            problems.warn({name.at, "the state " + inQuotes(state) +
+                                        " has no effect: the filter Anisotropic is the filter Linear"});
+        }
+    } else if (!setLevels(name, value, problems) && !isOneOf(state, meaninglessSamplerStates)) {
         throw CompileError(name.at, "unknown state " + inQuotes(state) + " of a sampler" +
                                         didYouMean(state, samplerStates));
     }
+}
+
+/// Returns false if it is no state of levels.
+bool SamplerStates::setLevels(const Token& name, const std::vector<Token>& value, Problems& problems)
+{
+    const std::string_view state = name.text;
+    const bool isBias = equalIgnoringCase(state, "MipMapLodBias") || equalIgnoringCase(state, "MipLodBias");
+    const bool isFirst = equalIgnoringCase(state, "MaxMipLevel") || equalIgnoringCase(state, "MinLOD");
+    const bool isLast = equalIgnoringCase(state, "MaxLOD");
+    if (!isBias && !isFirst && !isLast) {
+        return false;
+    }
+    const std::optional<double> number = numberOfState(value);
+    if (!number) {
+        problems.warn({name.at, "the state " + inQuotes(state) +
+                                    " is ignored: its value is not a number that is known before drawing"});
+        return true;
+    }
+    // Beyond these the same level is read.
+    constexpr double most = CompiledEffect::Texture::mostLevels;
+    if (isBias) {
+        levels_.bias = static_cast<float>(std::clamp(*number, -2 * most, 2 * most));
+    } else {
+        (isFirst ? levels_.first : levels_.last) = static_cast<float>(std::clamp(*number, 0.0, most));
+    }
+    if (!isLast && *number != 0) {
+        levels_.states.push_back(name);
+    }
+    return true;
 }
 
 void SamplerStates::apply(EffectSyntax::Sampler& sampler, Problems& problems) const
@@ -335,6 +390,7 @@ void SamplerStates::apply(EffectSyntax::Sampler& sampler, Problems& problems) co
     }
     sampler.filter = magFilter_.value_or(minFilter_.value_or(sampler.filter));
     sampler.mip = mip_.value_or(sampler.mip);
+    sampler.levels = levels_;
     sampler.addressU = addressU_.value_or(sampler.addressU);
     sampler.addressV = addressV_.value_or(sampler.addressV);
 }

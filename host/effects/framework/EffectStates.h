@@ -30,9 +30,12 @@ public:
     void apply(EffectSyntax::Sampler& sampler, Problems& problems) const;
 
 private:
+    bool setLevels(const Token& name, const std::vector<Token>& value, Problems& problems);
+
     std::optional<CompiledEffect::Filter> minFilter_;
     std::optional<CompiledEffect::Filter> magFilter_;
     std::optional<CompiledEffect::Mip> mip_;
+    EffectSyntax::LevelRange levels_;
     std::optional<CompiledEffect::Address> addressU_;
     std::optional<CompiledEffect::Address> addressV_;
 };

@@ -114,6 +114,15 @@ struct EffectSyntax
         std::optional<Token> semantic;
     };
 
+    /// Which levels a sampler reads, beside CompiledEffect::Sampler::mip.
+    struct LevelRange
+    {
+        float bias = 0;                                   ///< is added to the level
+        float first = 0;                                  ///< no larger one is read
+        float last = CompiledEffect::Texture::mostLevels; ///< no smaller one is read
+        std::vector<Token> states;                        ///< those that say so
+    };
+
     struct Sampler
     {
         Token name;
@@ -123,6 +132,7 @@ struct EffectSyntax
         std::uint32_t registerIndex = CompiledEffect::Sampler::noRegister;
         CompiledEffect::Filter filter = CompiledEffect::Filter::Point;
         CompiledEffect::Mip mip = CompiledEffect::Mip::None;
+        LevelRange levels;
         CompiledEffect::Address addressU = CompiledEffect::Address::Clamp;
         CompiledEffect::Address addressV = CompiledEffect::Address::Clamp;
     };

@@ -114,6 +114,17 @@ private:
 
 } // namespace
 
+bool looksLikeGlsl(const EffectSyntax& syntax)
+{
+    static constexpr std::array<std::string_view, 5> words{"vec2", "vec3", "vec4", "gl_FragColor",
+                                                           "gl_FragCoord"};
+    return std::any_of(syntax.pieces.begin(), syntax.pieces.end(), [](const EffectSyntax::Piece& piece) {
+        return std::any_of(piece.text.begin(), piece.text.end(), [](const Token& token) {
+            return std::find(words.begin(), words.end(), token.text) != words.end();
+        });
+    });
+}
+
 std::string missingTechnique(const EffectSyntax& syntax)
 {
     const EffectSyntax::Function* const shader = lastShader(syntax);

@@ -11,4 +11,7 @@ namespace Qx::Host::Effects {
 /// needs an argument. Empty if there is no such function.
 std::string missingTechnique(const EffectSyntax& syntax);
 
+/// Whether functions have words of GLSL that HLSL has not.
+bool looksLikeGlsl(const EffectSyntax& syntax);
+
 } // namespace Qx::Host::Effects

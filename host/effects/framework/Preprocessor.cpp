@@ -149,6 +149,11 @@ void Preprocessor::directive(const Token* begin, const Token* end, Location hash
         static constexpr std::array<std::string_view, 12> words{"include", "define", "undef",  "if",
                                                                 "ifdef",   "ifndef", "elif",   "else",
                                                                 "endif",   "error",  "pragma", "line"};
+        if (word == "version" || word == "extension") {
+            throw CompileError(hash,
+                               inQuotes("#" + std::string(word)) +
+                                   " is of GLSL; an effect's shaders are written in HLSL, as for Direct3D");
+        }
         throw CompileError(hash, "unknown directive " + inQuotes("#" + std::string(word)) +
                                      didYouMean(word, words));
     }

@@ -30,6 +30,9 @@ public:
 
     bool failed() const { return failed_; }
 
+    /// As messages say it.
+    Diagnostic::Place placeOf(Location at) const;
+
     /// Whether there are so many errors that the compilation should stop.
     bool enough() const { return errors_ >= most; }
 
@@ -40,7 +43,6 @@ private:
     static constexpr std::size_t most = 50; ///< of errors, and of warnings
 
     void add(Diagnostic::Severity severity, const CompileError& problem, const Context& context);
-    Diagnostic::Place placeOf(Location at) const;
     std::vector<Diagnostic::Place> includesOf(Location at) const;
 
     const SourceFiles& files_;

@@ -99,6 +99,11 @@ TargetFormat formatFrom(const std::vector<Annotation>& annotations, Problems& pr
         name.erase(0, 7);
     }
     const auto has = [&](std::string_view part) { return name.find(part) != std::string::npos; };
+    if (name.size() > 1 && name[0] == 'd' && name[1] >= '0' && name[1] <= '9') {
+        problems.warn({annotation->at, "the format " + inQuotes(annotation->value) +
+                                           " is of depth; the texture has that of the target"});
+        return TargetFormat::Same;
+    }
     if (name.ends_with('f') || has("float") || has("half")) {
         return TargetFormat::Half;
     }
@@ -113,7 +118,8 @@ TargetFormat formatFrom(const std::vector<Annotation>& annotations, Problems& pr
 /// One "NAME=VALUE;" of a script.
 struct Command
 {
-    std::string name; ///< in lower case
+    std::string name;    ///< in lower case
+    std::string written; ///< the same as the author wrote it
     std::string value;
 };
 
@@ -133,7 +139,7 @@ std::vector<Command> commandsOf(std::string_view script)
         const std::string name = trimmed(command.substr(0, equals));
         if (!name.empty()) {
             commands.push_back(
-                {asciiLower(name), trimmed(command.substr(std::min(equals + 1, command.size())))});
+                {asciiLower(name), name, trimmed(command.substr(std::min(equals + 1, command.size())))});
         }
     }
     return commands;
@@ -189,31 +195,41 @@ private:
     void warnOfUnknown(const Command& command, const Annotation& script)
     {
         // Those that are read above, and those that mean nothing for one rectangle over a new target.
-        static constexpr std::array<std::string_view, 16> words{"pass",
-                                                                "draw",
-                                                                "clear",
-                                                                "clearsetcolor",
-                                                                "clearsetdepth",
-                                                                "clearsetstencil",
-                                                                "scriptexternal",
-                                                                "scriptsignature",
-                                                                "technique",
-                                                                "rendercolortarget",
-                                                                "rendercolortarget0",
-                                                                "rendercolortarget1",
-                                                                "rendercolortarget2",
-                                                                "rendercolortarget3",
-                                                                "renderdepthstenciltarget",
-                                                                "renderport"};
-        const bool known = std::find(words.begin(), words.end(), command.name) != words.end();
+        static constexpr std::array<std::string_view, 16> words{"Pass",
+                                                                "Draw",
+                                                                "Clear",
+                                                                "ClearSetColor",
+                                                                "ClearSetDepth",
+                                                                "ClearSetStencil",
+                                                                "ScriptExternal",
+                                                                "ScriptSignature",
+                                                                "Technique",
+                                                                "RenderColorTarget",
+                                                                "RenderColorTarget0",
+                                                                "RenderColorTarget1",
+                                                                "RenderColorTarget2",
+                                                                "RenderColorTarget3",
+                                                                "RenderDepthStencilTarget",
+                                                                "RenderPort"};
+        const bool known = std::any_of(words.begin(), words.end(), [&](std::string_view word) {
+            return equalIgnoringCase(word, command.name);
+        });
         if (!known) {
-            problems_.warn({script.at, "the script has the unknown word " + inQuotes(command.name) +
-                                           ", which is ignored" + didYouMean(command.name, words)});
+            problems_.warn({script.at, "the script has the unknown word " + inQuotes(command.written) +
+                                           ", which is ignored" + didYouMean(command.written, words)});
         }
     }
 
     void startPass(const std::string& name, const Annotation& script)
     {
+        std::vector<std::string_view> known;
+        for (const EffectSyntax::Pass& pass : syntax_.passes) {
+            known.push_back(pass.name.text);
+        }
+        if (std::find(known.begin(), known.end(), name) == known.end()) {
+            throw CompileError(script.at, "the script draws the pass " + inQuotes(name) +
+                                              ", which the technique has not" + didYouMean(name, known));
+        }
         if (next_ == syntax_.passes.size() || syntax_.passes[next_].name.text != name) {
             throw CompileError(script.at,
                                "the script draws the pass " + inQuotes(name) +

@@ -209,15 +209,18 @@ void layOutParameter(const EffectSyntax::Parameter& syntax, CompiledEffect& effe
     effect.parameters.push_back(std::move(parameter));
 }
 
+bool asksForLevels(const EffectSyntax::Annotation& annotation)
+{
+    constexpr std::array<std::string_view, 3> names{"Levels", "MipLevels", "MipMapLevels"};
+    return std::any_of(names.begin(), names.end(),
+                       [&](std::string_view name) { return equalIgnoringCase(annotation.name.text, name); });
+}
+
 /// What the annotations say of the texture's levels: 1 without one, all of them for 0.
 std::uint32_t levelsOf(const EffectSyntax::Texture& texture, Problems& problems)
 {
-    constexpr std::array<std::string_view, 3> names{"Levels", "MipLevels", "MipMapLevels"};
     for (const EffectSyntax::Annotation& annotation : texture.annotations) {
-        const bool isOfLevels = std::any_of(names.begin(), names.end(), [&](std::string_view name) {
-            return equalIgnoringCase(annotation.name.text, name);
-        });
-        if (!isOfLevels) {
+        if (!asksForLevels(annotation)) {
             continue;
         }
         std::uint32_t levels = 0;
@@ -253,6 +256,40 @@ void matchLevels(CompiledEffect& effect)
     }
     for (std::size_t i = 0; i < read.size(); ++i) {
         effect.textures[i].levels = read[i] ? effect.textures[i].levels : 1;
+    }
+}
+
+/// Textures whose levels no sampler reads, though samplers read the textures.
+void warnOfIdleLevels(const EffectSyntax& syntax, const CompiledEffect& effect, Problems& problems)
+{
+    for (std::size_t i = 0; i < effect.textures.size(); ++i) {
+        const EffectSyntax::Texture& texture = syntax.textures[i];
+        const auto asks = std::find_if(texture.annotations.begin(), texture.annotations.end(), asksForLevels);
+        const bool isSampled =
+            std::any_of(effect.samplers.begin(), effect.samplers.end(),
+                        [i](const auto& sampler) { return sampler.texture == i && sampler.dimensions == 2; });
+        if (isSampled && effect.textures[i].levels == 1 && asks != texture.annotations.end() &&
+            asks->value != "1") {
+            problems.warn({asks->at, "the annotation " + inQuotes(asks->name.text) +
+                                         " has no effect: no sampler of " + inQuotes(texture.name.text) +
+                                         " reads levels; give one MipFilter = Point or Linear"});
+        }
+    }
+}
+
+/// States that choose among levels, of a sampler that reads none.
+void warnOfIdleStates(const EffectSyntax& syntax, const CompiledEffect& effect, Problems& problems)
+{
+    for (std::size_t i = 0; i < effect.samplers.size(); ++i) {
+        const EffectSyntax::Sampler& sampler = syntax.samplers[i];
+        if (effect.samplers[i].mip != CompiledEffect::Mip::None || sampler.levels.states.empty()) {
+            continue;
+        }
+        const Token& state = sampler.levels.states.front();
+        problems.warn({state.at, "the state " + inQuotes(state.text) +
+                                     " has no effect: " + inQuotes(sampler.name.text) +
+                                     " reads no levels; that takes a MipFilter, and int MipLevels = 0 among "
+                                     "the annotations of the texture"});
     }
 }
 
@@ -309,6 +346,8 @@ void layOutParameters(const EffectSyntax& syntax, CompiledEffect& effect, Proble
         resolveSampler(sampler, effect, problems);
     }
     matchLevels(effect);
+    warnOfIdleLevels(syntax, effect, problems);
+    warnOfIdleStates(syntax, effect, problems);
     effect.uniformBytes = sizeof(CompiledEffect::SystemUniforms);
     for (const EffectSyntax::Parameter& parameter : syntax.parameters) {
         layOutParameter(parameter, effect, problems);

@@ -26,34 +26,67 @@ float4 qxfx_tex3Dfetch(sampler3D s, int3 texel) { return tex3Dlod(s, float4(floa
 float4 qxfx_tex2Dcodes(sampler2D s, float4 of, int2 texel) { return floor(qxfx_tex2Dfetch(s, texel) * of.y + 0.5); }
 )";
 
-// Those of passes that read levels. Each sampler is followed by the size of its texture and its
-// CompiledEffect::Mip. Levels are chosen and mixed here, each read by its own number, because devices differ
-// in how they do it.
+// Those of passes that read levels. Each sampler of a picture is followed by what is known of its levels.
+// They are chosen and mixed here, each read by its own number, and a linear filter mixes four texels here,
+// because devices differ in how they do it, and mix 8 bits with weights of 8 bits. The samplers that the
+// device has for them do not filter: they only say what lies beyond the edges.
 inline constexpr std::string_view levelReaders = R"(
-float4 qxfx_atLevel(sampler2D s, float4 of, float2 at, float level) {
-float most = clamp(level, 0.0, 16.0);
-if (of.z < 0.5) return tex2Dlod(s, float4(at, 0.0, 0.0));
-if (of.z < 1.5) return tex2Dlod(s, float4(at, 0.0, floor(most + 0.5)));
-float whole = floor(most);
-float4 larger = tex2Dlod(s, float4(at, 0.0, whole));
-return larger + (tex2Dlod(s, float4(at, 0.0, whole + 1.0)) - larger) * (most - whole); }
-float qxfx_levelFor(float4 of, float2 dx, float2 dy) {
-dx *= of.xy;
-dy *= of.xy;
+struct qxfx_Levels { float2 size; float mip; float filters; float bias; float first; float last; float smallest; };
+qxfx_Levels qxfx_levels(float2 size, float mip, float filters, float bias, float first, float last, float smallest) {
+qxfx_Levels of;
+of.size = size;
+of.mip = mip;
+of.filters = filters;
+of.bias = bias;
+of.first = first;
+of.last = last;
+of.smallest = smallest;
+return of; }
+float4 qxfx_inLevel(sampler2D s, qxfx_Levels of, float2 at, float level) {
+if (of.filters < 0.5) return tex2Dlod(s, float4(at, 0.0, level));
+float2 size = float2(max(int2(of.size) >> int(level), 1));
+float2 place = at * size - 0.5;
+float2 texel = floor(place);
+float2 part = place - texel;
+float2 a = (texel + 0.5) / size;
+float2 b = (texel + 1.5) / size;
+float4 left = tex2Dlod(s, float4(a, 0.0, level));
+float4 low = tex2Dlod(s, float4(a.x, b.y, 0.0, level));
+left += (low - left) * part.y;
+float4 right = tex2Dlod(s, float4(b.x, a.y, 0.0, level));
+low = tex2Dlod(s, float4(b, 0.0, level));
+right += (low - right) * part.y;
+return left + (right - left) * part.x; }
+float4 qxfx_first(sampler2D s, qxfx_Levels of, float2 at) { return qxfx_inLevel(s, of, at, 0.0); }
+float4 qxfx_atLevel(sampler2D s, qxfx_Levels of, float2 at, float level) {
+if (of.mip < 0.5) return qxfx_first(s, of, at);
+float most = clamp(level + of.bias, of.first, of.last);
+if (of.mip < 1.5) return qxfx_inLevel(s, of, at, min(floor(most + 0.5), of.smallest));
+float whole = min(floor(most), of.smallest);
+float4 larger = qxfx_inLevel(s, of, at, whole);
+return larger + (qxfx_inLevel(s, of, at, min(whole + 1.0, of.smallest)) - larger) * (most - whole); }
+float qxfx_levelFor(qxfx_Levels of, float2 dx, float2 dy) {
+dx *= of.size;
+dy *= of.size;
 return 0.5 * log2(max(max(dot(dx, dx), dot(dy, dy)), 1e-20)); }
-float4 qxfx_tex2D(sampler2D s, float4 of, float2 at, float2 dx, float2 dy) { return qxfx_atLevel(s, of, at, qxfx_levelFor(of, dx, dy)); }
-float4 qxfx_tex2D(sampler2D s, float4 of, float2 at) { return qxfx_tex2D(s, of, at, ddx(at), ddy(at)); }
-float4 qxfx_tex2Dlod(sampler2D s, float4 of, float4 at) { return qxfx_atLevel(s, of, at.xy, at.w); }
-float4 qxfx_tex2Dbias(sampler2D s, float4 of, float4 at) { return qxfx_atLevel(s, of, at.xy, qxfx_levelFor(of, ddx(at.xy), ddy(at.xy)) + at.w); }
-float4 qxfx_tex2Dgrad(sampler2D s, float4 of, float2 at, float2 dx, float2 dy) { return qxfx_tex2D(s, of, at, dx, dy); }
-float4 qxfx_tex2Dproj(sampler2D s, float4 of, float4 at) { return qxfx_tex2D(s, of, at.xy / at.w); }
-float4 qxfx_level2D(sampler2D s, float4 of, float2 at, float level) { return qxfx_atLevel(s, of, at, level); }
-float4 qxfx_lbias2D(sampler2D s, float4 of, float2 at, float bias) { return qxfx_tex2Dbias(s, of, float4(at, 0.0, bias)); }
+float4 qxfx_tex2D(sampler2D s, qxfx_Levels of, float2 at, float2 dx, float2 dy) { return qxfx_atLevel(s, of, at, qxfx_levelFor(of, dx, dy)); }
+float4 qxfx_tex2D(sampler2D s, qxfx_Levels of, float2 at) { return qxfx_tex2D(s, of, at, ddx(at), ddy(at)); }
+float4 qxfx_tex2Dlod(sampler2D s, qxfx_Levels of, float4 at) { return qxfx_atLevel(s, of, at.xy, at.w); }
+float4 qxfx_tex2Dbias(sampler2D s, qxfx_Levels of, float4 at) { return qxfx_atLevel(s, of, at.xy, qxfx_levelFor(of, ddx(at.xy), ddy(at.xy)) + at.w); }
+float4 qxfx_tex2Dgrad(sampler2D s, qxfx_Levels of, float2 at, float2 dx, float2 dy) { return qxfx_tex2D(s, of, at, dx, dy); }
+float4 qxfx_tex2Dproj(sampler2D s, qxfx_Levels of, float4 at) { return qxfx_tex2D(s, of, at.xy / at.w); }
+float4 qxfx_level2D(sampler2D s, qxfx_Levels of, float2 at, float level) { return qxfx_atLevel(s, of, at, level); }
+float4 qxfx_lbias2D(sampler2D s, qxfx_Levels of, float2 at, float bias) { return qxfx_tex2Dbias(s, of, float4(at, 0.0, bias)); }
 )";
 
-// A line is the middle row of a picture.
+// The first level of a picture, for passes that read no levels.
+inline constexpr std::string_view firstReader = R"(
+float4 qxfx_first(sampler2D s, float2 at) { return tex2Dlod(s, float4(at, 0.0, 0.0)); }
+)";
+
+// A line is the middle row of a picture. Here and in cubes "s" stands for "s, of" in passes that read levels.
 inline constexpr std::string_view lineReaders = R"(
-float4 qxfx_tex1D(sampler2D s, float at) { return tex2Dlod(s, float4(at, 0.5, 0.0, 0.0)); }
+float4 qxfx_tex1D(sampler2D s, float at) { return qxfx_first(s, float2(at, 0.5)); }
 float4 qxfx_tex1D(sampler2D s, float at, float dx, float dy) { return qxfx_tex1D(s, at); }
 float4 qxfx_tex1Dlod(sampler2D s, float4 at) { return qxfx_tex1D(s, at.x); }
 float4 qxfx_tex1Dbias(sampler2D s, float4 at) { return qxfx_tex1D(s, at.x); }
@@ -77,7 +110,7 @@ float3 at;
 if (size.x >= size.y && size.x >= size.z) { at = to.x < 0.0 ? float3(to.z, -to.y, 1.0) : float3(-to.z, -to.y, 0.0); at.xy /= size.x; }
 else if (size.y >= size.z) { at = to.y < 0.0 ? float3(to.x, -to.z, 3.0) : float3(to.x, to.z, 2.0); at.xy /= size.y; }
 else { at = to.z < 0.0 ? float3(-to.x, -to.y, 5.0) : float3(to.x, -to.y, 4.0); at.xy /= size.z; }
-return tex2Dlod(s, float4((at.z + clamp(at.x * 0.5 + 0.5, 0.0, 0.99999)) / 6.0, at.y * 0.5 + 0.5, 0.0, 0.0)); }
+return qxfx_first(s, float2((at.z + clamp(at.x * 0.5 + 0.5, 0.0, 0.99999)) / 6.0, at.y * 0.5 + 0.5)); }
 float4 qxfx_texCUBE(sampler2D s, float3 to, float3 dx, float3 dy) { return qxfx_texCUBE(s, to); }
 float4 qxfx_texCUBElod(sampler2D s, float4 to) { return qxfx_texCUBE(s, to.xyz); }
 float4 qxfx_texCUBEbias(sampler2D s, float4 to) { return qxfx_texCUBE(s, to.xyz); }
@@ -92,7 +125,7 @@ float4 qxfx_lbias2D(sampler2D s, float2 at, float bias) { return tex2Dlod(s, flo
 float4 qxfx_load2D(sampler2D s, int3 texel) { return qxfx_tex2Dfetch(s, texel.xy); }
 )";
 inline constexpr std::string_view methodReaders1D = R"(
-float4 qxfx_level1D(sampler2D s, float at, float level) { return tex2Dlod(s, float4(at, 0.5, 0.0, 0.0)); }
+float4 qxfx_level1D(sampler2D s, float at, float level) { return qxfx_first(s, float2(at, 0.5)); }
 )";
 inline constexpr std::string_view methodReaders3D = R"(
 float4 qxfx_level3D(sampler3D s, float3 at, float level) { return tex3Dlod(s, float4(at, 0.0)); }

@@ -1,6 +1,7 @@
 #include "host/effects/hlsl/PassText.h"
 
 #include "host/effects/Supplies.h"
+#include "host/effects/framework/ParameterRange.h"
 #include "host/effects/hlsl/AssignedParameters.h"
 #include "host/effects/hlsl/EntryCall.h"
 #include "host/effects/hlsl/HlslNames.h"
@@ -30,6 +31,7 @@ struct SamplerParameters
 {
     std::unordered_set<std::string_view> names;
     std::size_t bodyBegin = 0;
+    std::unordered_set<std::size_t> unnamed{}; ///< where the types of those are that have no name
 };
 
 SamplerParameters samplerParametersOf(const EffectSyntax::Piece& piece)
@@ -38,6 +40,9 @@ SamplerParameters samplerParametersOf(const EffectSyntax::Piece& piece)
     for (const EffectSyntax::FunctionParameter& parameter : piece.function.parameters) {
         if (parameter.type.sampler && parameter.type.sampler->dimensions == 2) {
             parameters.names.insert(parameter.name.text);
+            if (parameter.name.text.empty()) {
+                parameters.unnamed.insert(parameter.typeAt);
+            }
         }
     }
     return parameters;
@@ -49,8 +54,9 @@ class SamplerNames
 public:
     /// `buffers` marks the samplers that are declared as buffers instead. In a pass that reads levels every
     /// sampler of a picture is followed by what levelReaders take.
-    SamplerNames(const CompiledEffect& effect, std::vector<bool> buffers, bool readsLevels)
-        : effect_(effect), buffers_(std::move(buffers)), readsLevels_(readsLevels)
+    SamplerNames(const EffectSyntax& syntax, const CompiledEffect& effect, std::vector<bool> buffers,
+                 bool readsLevels)
+        : syntax_(syntax), effect_(effect), buffers_(std::move(buffers)), readsLevels_(readsLevels)
     {
         for (std::size_t i = 0; i < effect.samplers.size(); ++i) {
             indices_[effect.samplers[i].name] = i;
@@ -71,15 +77,18 @@ public:
         const auto found = indices_.find(tokens[at].text);
         const bool isParameter =
             readsLevels_ && parameters != nullptr && parameters->names.count(tokens[at].text) != 0;
+        if (readsLevels_ && parameters != nullptr && parameters->unnamed.count(at) != 0) {
+            return name + ", qxfx_Levels";
+        }
         if (isParameter && at < parameters->bodyBegin) {
-            return name + ", float4 qxfx_of_" + name;
+            return name + ", qxfx_Levels qxfx_of_" + name;
         }
         if (readsLevels_ && takesLevels(tokens, at)) {
             if (isParameter) {
                 return name + ", qxfx_of_" + name;
             }
             if (found != indices_.end() && effect_.samplers[found->second].dimensions == 2) {
-                return name + ", " + levelsOf(effect_.samplers[found->second]);
+                return name + ", " + levelsOf(found->second);
             }
         }
         if (found != indices_.end() &&
@@ -100,11 +109,9 @@ public:
     }
 
 private:
-    /// Whether the token, if it is a sampler, is given to a function of levelReaders or of the effect.
+    /// Whether the token, if it is a sampler, is given to a function of the effect or to one that filters.
     static bool takesLevels(const std::vector<Token>& tokens, std::size_t at)
     {
-        static constexpr std::array<std::string_view, 7> readers{
-            "tex2D", "tex2Dlod", "tex2Dbias", "tex2Dgrad", "tex2Dproj", "qxfx_level2D", "qxfx_lbias2D"};
         const bool begins = at == 0 || tokens[at - 1].is("(") || tokens[at - 1].is(",");
         const bool ends = at + 1 == tokens.size() || tokens[at + 1].is(")") || tokens[at + 1].is(",");
         if (!begins || !ends) {
@@ -113,22 +120,56 @@ private:
         if (at < 2 || !tokens[at - 1].is("(")) {
             return true;
         }
-        const std::string_view function = tokens[at - 2].text;
-        const bool reads = function.starts_with("qxfx_l") || hlslName(function).starts_with("qxfx_tex");
-        return !reads || std::find(readers.begin(), readers.end(), function) != readers.end();
+        static constexpr std::array<std::string_view, 3> byNumber{"tex2Dfetch", "tex2Dcodes", "qxfx_load2D"};
+        return std::find(byNumber.begin(), byNumber.end(), tokens[at - 2].text) == byNumber.end();
     }
 
-    static std::string levelsOf(const CompiledEffect::Sampler& sampler)
+    /// A qxfx_Levels.
+    std::string levelsOf(std::size_t index) const
     {
-        return "float4(qxfx_textures[" + std::to_string(sampler.texture) + "].zw, " +
-               std::to_string(static_cast<int>(sampler.mip)) + ".0, 0.0)";
+        const CompiledEffect::Sampler& sampler = effect_.samplers[index];
+        const EffectSyntax::LevelRange& range = syntax_.samplers[index].levels;
+        const bool hasLevels = sampler.mip != CompiledEffect::Mip::None;
+        const bool filters = hasLevels && sampler.filter == CompiledEffect::Filter::Linear;
+        std::string text = "qxfx_levels(qxfx_textures[" + std::to_string(sampler.texture) + "].zw";
+        for (const float number : {static_cast<float>(sampler.mip), filters ? 1.0F : 0.0F, range.bias,
+                                   std::min(range.first, range.last), range.last,
+                                   static_cast<float>(effect_.textures[sampler.texture].levels - 1)}) {
+            text += ", " + written(number);
+        }
+        return text + ')';
     }
 
+    const EffectSyntax& syntax_;
     const CompiledEffect& effect_;
     const std::vector<bool> buffers_;
     const bool readsLevels_;
     std::unordered_map<std::string_view, std::size_t> indices_;
 };
+
+/// Whether the readers read a picture's first level.
+bool readsFirst(std::string_view readers)
+{
+    return readers == lineReaders || readers == cubeReaders || readers == methodReaders1D ||
+           readers == methodReadersCube;
+}
+
+/// Those readers for passes that read levels, in which a sampler of a picture is followed by a qxfx_Levels.
+std::string withLevels(std::string_view readers)
+{
+    constexpr std::string_view sampler = "sampler2D s";
+    constexpr std::string_view argument = "(s,";
+    std::string text;
+    for (std::size_t i = 0; i < readers.size();) {
+        const std::string_view rest = readers.substr(i);
+        const std::string_view found = rest.starts_with(sampler)    ? sampler
+                                       : rest.starts_with(argument) ? argument
+                                                                    : rest.substr(0, 1);
+        text += found == sampler ? "sampler2D s, qxfx_Levels of" : found == argument ? "(s, of," : found;
+        i += found.size();
+    }
+    return text;
+}
 
 class Output
 {
@@ -331,7 +372,7 @@ public:
           pass_(pass),
           packed_(packed),
           names_(calls.namesReachedBy(pass)),
-          samplers_(effect,
+          samplers_(syntax, effect,
                     packed ? readByNumberOnly(pass, names_, syntax, effect)
                            : std::vector<bool>(effect.samplers.size()),
                     readsLevels(names_, effect)),
@@ -369,6 +410,7 @@ public:
         text.missing.insert(text.missing.end(), call.missing().begin(), call.missing().end());
         text.warnings = call.warnings();
         text.warnings.insert(text.warnings.end(), form.warnings.begin(), form.warnings.end());
+        text.corners = form.corners;
         return text;
     }
 
@@ -509,7 +551,11 @@ private:
                 return name.substr(0, some.beginning.size()) == some.beginning;
             });
             if (used && added.insert(some.lines).second) {
-                addLines(some.lines);
+                if (readsFirst(some.lines) && !samplers_.readsLevels() && added.insert(firstReader).second) {
+                    addLines(firstReader);
+                }
+                addLines(readsFirst(some.lines) && samplers_.readsLevels() ? withLevels(some.lines)
+                                                                           : std::string(some.lines));
             }
         }
     }

@@ -30,6 +30,7 @@ struct PassText
     std::unordered_set<std::string_view> names; ///< that the pass reaches, declared or not
     std::vector<CompileError> missing; ///< see ShaderCall: the i-th has the specialization constant i + 1
     std::vector<CompileError> warnings;
+    CompiledEffect::Corners corners; ///< of its vertex shader
 
     /// The piece that a line is part of; nothing for lines that the compiler adds.
     std::optional<std::size_t> pieceAt(std::size_t line) const;

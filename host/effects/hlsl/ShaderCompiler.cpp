@@ -12,8 +12,11 @@
 #include <atomic>
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <mutex>
 #include <pthread.h>
+#include <set>
 #include <sstream>
 #include <string_view>
 #include <thread>
@@ -111,7 +114,11 @@ CompiledShader compileShader(const std::string& hlsl, std::uint32_t packedSource
     std::string problem;
     if (!runPasses(module, problem) || !validate(module.words, problem) ||
         !needsOnlyCore(module.words, problem)) {
-        shader.error = {0, "the shader does not become valid SPIR-V: " + problem};
+        shader.error = {
+            0, choosesSamplers(module.words)
+                   ? "a sampler cannot be chosen by '?:', 'if' or a variable; read each of them, and "
+                     "choose between the colours"
+                   : "the shader does not become valid SPIR-V: " + problem};
         return shader;
     }
     shader.bindings = samplerBindings(module.words);
@@ -134,17 +141,39 @@ struct Work
     const std::vector<std::string>& hlsl;
     const std::uint32_t packedSourceBits;
     std::vector<CompiledShader>& shaders;
+    const std::function<void(std::size_t)>& reports;
     std::atomic<std::size_t> next{0};
+    std::mutex mutex{};
+    std::set<std::size_t> inWork{}; ///< what was begun first has the lowest number
+    std::size_t told = SIZE_MAX;
+
+    template <class Change>
+    void tell(Change change)
+    {
+        const std::lock_guard lock(mutex);
+        change();
+        if (reports && !inWork.empty() && *inWork.begin() != told) {
+            told = *inWork.begin();
+            reports(told);
+        }
+    }
 
     void run()
     {
         for (std::size_t i = next++; i < hlsl.size(); i = next++) {
-            try {
-                shaders[i] = compileShader(hlsl[i], packedSourceBits);
-            } catch (const std::exception& error) {
-                shaders[i].spirv.clear();
-                shaders[i].error = {0, std::string("the shader compiler failed: ") + error.what()};
-            }
+            tell([&] { inWork.insert(i); });
+            compile(i);
+            tell([&] { inWork.erase(i); });
+        }
+    }
+
+    void compile(std::size_t i)
+    {
+        try {
+            shaders[i] = compileShader(hlsl[i], packedSourceBits);
+        } catch (const std::exception& error) {
+            shaders[i].spirv.clear();
+            shaders[i].error = {0, std::string("the shader compiler failed: ") + error.what()};
         }
     }
 };
@@ -158,13 +187,14 @@ void* runWork(void* work)
 } // namespace
 
 std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl,
-                                           std::uint32_t packedSourceBits)
+                                           std::uint32_t packedSourceBits,
+                                           const std::function<void(std::size_t)>& reports)
 {
     constexpr std::size_t stackBytes = 256U << 20U; // address space; memory only as far as it is used
     constexpr std::size_t mostThreads = 4;
     startGlslang();
     std::vector<CompiledShader> shaders(hlsl.size());
-    Work work{hlsl, packedSourceBits, shaders};
+    Work work{hlsl, packedSourceBits, shaders, reports};
     const std::size_t count =
         std::min({mostThreads, hlsl.size(),
                   static_cast<std::size_t>(std::max(std::thread::hardware_concurrency(), 1U))});

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,9 +29,11 @@ struct CompiledShader
 
 /// Compiles each text, on a few threads of its own whose stacks bear deeply nested input. Blocks until all
 /// are compiled. Thread-safe. `packedSourceBits` is given for texts that draw packed texels: the bits of a
-/// component of what they read.
+/// component of what they read. `reports` is told the index of the text that has been worked on for longest,
+/// each time that it is another, by one thread at a time.
 std::vector<CompiledShader> compileShaders(const std::vector<std::string>& hlsl,
-                                           std::uint32_t packedSourceBits = 0);
+                                           std::uint32_t packedSourceBits = 0,
+                                           const std::function<void(std::size_t)>& reports = {});
 
 /// The versions of the libraries that the shaders come from.
 std::string shaderCompilerVersion();

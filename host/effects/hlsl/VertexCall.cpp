@@ -231,7 +231,13 @@ void VertexCall::judge(const std::vector<std::uint32_t>& spirv, const std::vecto
                                   "position; techniques that draw a mesh cannot be used");
         return;
     }
-    const std::string complaint = complaintOf(trial, numbered_ ? 3 : 4, knowsSizes);
+    const std::uint32_t count = numbered_ ? 3 : 4;
+    if (trial.readsParameters) {
+        using Positions = CompiledEffect::Corners::Positions;
+        form.corners = {std::string(name()), spirv, count,
+                        knowsSizes ? Positions::MayBePixels : Positions::OfSpace};
+    }
+    const std::string complaint = complaintOf(trial, count, knowsSizes);
     if (complaint.empty()) {
         return;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/effects/CompiledEffect.h"
 #include "host/effects/hlsl/ShaderCall.h"
 
 #include <cstddef>
@@ -20,6 +21,8 @@ struct VertexForm
     bool hasOnePlace = false;     ///< its position is the same for all corners
     bool keepsCoordinate = false; ///< the texture coordinate 0 is the one that it is given
     std::vector<bool> affine;     ///< of each output: it is what the function gives at any place between
+
+    CompiledEffect::Corners corners;
 
     std::optional<CompileError> error; ///< nothing can be drawn
     std::vector<CompileError> warnings;

@@ -768,9 +768,8 @@ unsigned unwrittenIn(const Cells& place)
 }
 
 /// Goes every way that the uniform buffer may choose, as far as a run's steps suffice for all of them.
-void findUnwritten(Probe& probe, CornerTrial& trial)
+void findUnwritten(Probe& probe, CornerTrial& trial, std::size_t steps)
 {
-    std::size_t steps = CornerTrial::mostSteps;
     for (const std::array<float, 4>& corner : rectangle) {
         unsigned always = 0xFU;
         std::vector<Ways> open{{}};
@@ -810,19 +809,19 @@ double areaOf(const std::array<float, 4>& a, const std::array<float, 4>& b, cons
 
 } // namespace
 
-CornerTrial tryCorners(const Words& spirv, std::span<const std::byte> uniforms)
+CornerTrial tryCorners(const Words& spirv, std::span<const std::byte> uniforms, std::size_t most)
 {
     CornerTrial trial;
     try {
         Probe probe(spirv, uniforms);
         try {
             for (std::size_t i = 0; i < rectangle.size(); ++i) {
-                std::size_t steps = CornerTrial::mostSteps;
+                std::size_t steps = most;
                 const Cells place = probe.run(rectangle.at(i), nullptr, steps);
                 std::transform(place.begin(), place.end(), trial.places.at(i).begin(), numberIn);
             }
             trial.end = CornerTrial::End::Known;
-            findUnwritten(probe, trial);
+            findUnwritten(probe, trial, most);
         } catch (const NoEnd&) {
             trial.end = CornerTrial::End::Endless;
         }

@@ -18,7 +18,7 @@ struct CornerTrial
     {
         Known,   ///< the places are what a device computes, but for rounding
         Unknown, ///< it reads a texture, leaves out the pixel, or is no such module
-        Endless  ///< it was stopped after mostSteps
+        Endless  ///< it was stopped after so many instructions as were allowed
     };
     static constexpr std::size_t mostSteps = 1U << 20U; ///< instructions, of one corner
 
@@ -30,9 +30,11 @@ struct CornerTrial
     std::array<std::array<float, 4>, 4> places{}; ///< top left, top right, bottom left, bottom right
 };
 
-/// `uniforms` are the bytes of the uniform buffer; what lies beyond them is unknown. Throws nothing but
-/// std::bad_alloc: a module that is damaged is Unknown.
-CornerTrial tryCorners(const Words& probe, std::span<const std::byte> uniforms);
+/// `uniforms` are the bytes of the uniform buffer; what lies beyond them is unknown. `steps` are the
+/// instructions that are allowed for a corner. Throws nothing but std::bad_alloc: a module that is damaged is
+/// Unknown.
+CornerTrial tryCorners(const Words& probe, std::span<const std::byte> uniforms,
+                       std::size_t steps = CornerTrial::mostSteps);
 
 /// What the author is to be told of the places, as the end of a sentence that begins with the vertex shader:
 /// "gives no finite position". Empty if something may be drawn. `corners` is 4, or 3 for a triangle that is

@@ -57,6 +57,20 @@ bool samplersFitCalls(const Spirv::Words& spirv)
     return fit;
 }
 
+bool choosesSamplers(const Spirv::Words& spirv)
+{
+    std::set<std::uint32_t> samplers; // their types
+    bool chooses = false;
+    Spirv::forEach(spirv, [&](const Spirv::Instruction& instruction) {
+        if (instruction.op() == spv::OpTypeSampledImage) {
+            samplers.insert(instruction[1]);
+        } else if (instruction.op() == spv::OpSelect || instruction.op() == spv::OpPhi) {
+            chooses = chooses || samplers.count(instruction[1]) != 0;
+        }
+    });
+    return chooses;
+}
+
 bool minglesPixels(const Spirv::Words& spirv)
 {
     bool mingles = false;

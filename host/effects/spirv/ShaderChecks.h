@@ -18,6 +18,9 @@ bool needsOnlyCore(const Spirv::Words& spirv, std::string& problem);
 /// and the optimizer does not survive others. To be asked first of a new module.
 bool samplersFitCalls(const Spirv::Words& spirv);
 
+/// Whether a sampler is chosen while the shader runs, which no device need be able to do.
+bool choosesSamplers(const Spirv::Words& spirv);
+
 /// Whether the shader discards pixels or compares neighbours: it then cannot draw several texels at once.
 bool minglesPixels(const Spirv::Words& spirv);
 

@@ -22,7 +22,8 @@ constexpr const char* killAdvice =
 EffectCompilation failed(const CompileRequest& request, const std::string& text, const Step& at = {})
 {
     EffectCompilation failure;
-    refuse(failure, request.file, text, at.technique, at.pass);
+    const std::string file = request.file.native();
+    refuse(failure, at.at.file.empty() ? Diagnostic::Place{file} : at.at, text, at.technique, at.pass);
     return failure;
 }
 
@@ -243,8 +244,11 @@ std::optional<EffectCompilation> EffectWorkers::refusalOf(const CompileRequest& 
 EffectCompilation EffectWorkers::refuse(const CompileRequest& request, const WorkerProcess::Outcome& outcome)
 {
     const std::string kill = outcome.killed ? std::string(", twice; ") + killAdvice : std::string();
+    // A kill says nothing about the shader that was compiled then.
+    const Step at = outcome.killed && outcome.step.stage == Stage::Compiling ? Step() : outcome.step;
+    const std::string advice = outcome.advice.empty() ? "" : "; " + outcome.advice;
     EffectCompilation refusal =
-        failed(request, outcome.failure + " while " + nameOf(outcome.step.stage) + kill, outcome.step);
+        failed(request, outcome.failure + " while " + nameOf(at.stage) + kill + advice, at);
     if (outcome.again && !outcome.compilation.inputs.empty()) {
         constexpr std::size_t most = 4096; // effects; beyond it, all are tried again
         refusal.inputs = outcome.compilation.inputs;

@@ -114,6 +114,9 @@ std::vector<std::byte> encode(const Step& step)
     writer.enumeration(step.stage);
     writer.text(shortened(step.technique, mostNameBytes));
     writer.text(shortened(step.pass, mostNameBytes));
+    writer.text(shortened(step.at.file, mostProblemBytes));
+    writer.number(step.at.line);
+    writer.number(step.at.column);
     return writer.take();
 }
 
@@ -124,6 +127,9 @@ std::optional<Step> decodeStep(std::span<const std::byte> bytes)
     step.stage = reader.enumeration(Stage::Drawing);
     step.technique = reader.text();
     step.pass = reader.text();
+    step.at.file = reader.text();
+    step.at.line = reader.number<std::uint32_t>();
+    step.at.column = reader.number<std::uint32_t>();
     return checked(reader, std::move(step));
 }
 

@@ -14,7 +14,7 @@
 namespace Qx::Host::Worker {
 
 /// Raised with every change of a frame's contents. Both ends must have the same version.
-constexpr std::uint32_t protocolVersion = 5;
+constexpr std::uint32_t protocolVersion = 6;
 
 /// A physical device, the same in every process of this machine (VkPhysicalDeviceIDProperties::deviceUUID).
 using DeviceUUID = std::array<std::byte, 16>;
@@ -51,8 +51,9 @@ enum class Stage : std::uint8_t
 struct Step
 {
     Stage stage = Stage::Compiling;
-    std::string technique; ///< empty while compiling
-    std::string pass;      ///< empty without one
+    std::string technique;  ///< empty without one, as while a file is read
+    std::string pass;       ///< the same
+    Diagnostic::Place at{}; ///< of the shader that is compiled; without a file if there is none
 };
 
 std::vector<std::byte> encode(const Hello& hello);

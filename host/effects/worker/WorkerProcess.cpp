@@ -149,6 +149,7 @@ public:
         process_.continueIfStopped();
         if (process_.memoryBytes() > limits_.memoryBytes) {
             again_ = true;
+            advice_ = "simplify it, or raise the setting effects.memory";
             return "took more than " + std::to_string(limits_.memoryBytes >> 20U) + " MiB of memory";
         }
         const std::string step = excess(step_, limit_, now);
@@ -157,6 +158,9 @@ public:
 
     /// Whether the excess depends on the effect and not on the load of the machine.
     bool again() const { return again_; }
+
+    /// What to do about it.
+    const char* advice() const { return advice_; }
 
 private:
     struct Start
@@ -169,9 +173,11 @@ private:
     {
         if (processorTime_() - start.processor > limit) {
             again_ = true;
+            advice_ = "simplify its loops and calls, or raise the setting effects.seconds";
             return "did not end within " + seconds(limit) + " of processor time";
         }
         if (now - start.time > limit * Limits::idleFactor) {
+            advice_ = "the machine may be busy: try again, or raise the setting effects.seconds";
             return "did not end within " + seconds(limit * Limits::idleFactor);
         }
         return {};
@@ -185,6 +191,7 @@ private:
     milliseconds limit_{};
     Clock::time_point looked_{};
     bool again_ = false;
+    const char* advice_ = "";
 };
 
 WorkerProcess::WorkerProcess(int pid, int socket, int lifeline)
@@ -295,6 +302,7 @@ WorkerProcess::Outcome WorkerProcess::compile(const CompileRequest& request, con
     if (!outcome.answered && outcome.failure.empty()) {
         outcome.failure = excess.empty() ? "the worker process " + end()
                                          : "the worker process " + excess + " and was stopped";
+        outcome.advice = excess.empty() ? "" : meter.advice();
         outcome.again = excess.empty() ? crashed_ : meter.again();
         outcome.killed = excess.empty() && killed_;
     }
@@ -308,7 +316,7 @@ WorkerProcess::Outcome WorkerProcess::compile(const CompileRequest& request, con
 void WorkerProcess::follow(Outcome& outcome, Meter& meter, const Limits& limits,
                            const Channel::Patience& patience)
 {
-    constexpr std::size_t mostReports = 8U << 20U; // for many thousands of techniques
+    constexpr std::size_t mostReports = 32U << 20U; // for many thousands of techniques
     constexpr std::size_t headerBytes = 12;
     std::size_t reported = 0;
     Frame frame;
@@ -334,9 +342,13 @@ void WorkerProcess::follow(Outcome& outcome, Meter& meter, const Limits& limits,
         if (!step || reported > mostReports) {
             break;
         }
+        // The compilation of a whole file is one step, whichever shader it has come to.
+        const bool goesOn = outcome.began && step->stage == Stage::Compiling;
         outcome.began = true;
         outcome.step = *step;
-        meter.begin(step->stage == Stage::Compiling ? limits.compiling() : limits.step);
+        if (!goesOn) {
+            meter.begin(step->stage == Stage::Compiling ? limits.compiling() : limits.step);
+        }
     }
     const bool spoke = answer == Channel::Answer::Frame || answer == Channel::Answer::Malformed;
     if (spoke && !outcome.answered) {

@@ -66,6 +66,7 @@ public:
         bool killed =
             false; ///< without an answer: by a signal from outside, which says nothing about the effect
         std::string failure; ///< the message without an answer: "crashed (SIGSEGV)"
+        std::string advice;  ///< what to do about it; may be empty
         Step step;           ///< the step in which it failed
     };
 

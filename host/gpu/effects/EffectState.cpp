@@ -199,4 +199,20 @@ bool EffectState::isNews(const std::string& text)
     return told_.insert(text).second;
 }
 
+bool EffectState::note(const std::string& text)
+{
+    const bool isNew = isNews(text);
+    const std::lock_guard lock(mutex_);
+    if (isNew) {
+        notes_.push_back(text);
+    }
+    return isNew;
+}
+
+std::vector<std::string> EffectState::notes() const
+{
+    const std::lock_guard lock(mutex_);
+    return notes_;
+}
+
 } // namespace Qx::Host::Vulkan

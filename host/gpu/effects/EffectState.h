@@ -50,6 +50,10 @@ public:
     /// Returns true the first time for each text: a failure of every frame is logged once.
     bool isNews(const std::string& text);
 
+    /// Keeps what is to be said of draws that succeed. Returns true the first time for each text.
+    bool note(const std::string& text);
+    std::vector<std::string> notes() const;
+
 private:
     template <class ValueOf>
     bool set(const CompiledEffect::Parameter& parameter, ValueOf valueOf);
@@ -59,6 +63,7 @@ private:
     std::vector<std::byte> uniforms_;
     std::size_t technique_ = 0;
     std::set<std::string> told_;
+    std::vector<std::string> notes_; ///< each once
 };
 
 } // namespace Qx::Host::Vulkan

@@ -2,6 +2,7 @@
 
 #include "host/effects/TextureSources.h"
 #include "host/effects/framework/ParameterRange.h"
+#include "host/effects/spirv/CornerTrial.h"
 #include "host/gpu/GPUService.h"
 #include "host/gpu/drawing/Areas.h"
 #include "host/gpu/drawing/Levels.h"
@@ -64,6 +65,34 @@ std::string doubtOf(const Draw& draw, const TechniqueDrawing& drawing)
                        "\" is read as a cube, whose six square faces lie side by side; its picture has " +
                        std::to_string(key.width) + " x " + std::to_string(key.height) + " texels";
             }
+        }
+    }
+    return {};
+}
+
+/// What is to be said of vertex shaders that leave nothing to draw, with the values that `draw` has; empty if
+/// there is none.
+std::string emptyPassOf(const Draw& draw, const CompiledEffect::Technique& technique,
+                        const StageProgram& stage)
+{
+    constexpr std::size_t steps = 4096; // far more than the usual vertex shader has
+    for (std::size_t p = 0; p < stage.usual->passCount(); ++p) {
+        const CompiledEffect::Pass& pass = technique.passes[stage.firstPass + p];
+        const CompiledEffect::Corners& corners = pass.corners;
+        if (corners.spirv.empty()) {
+            continue;
+        }
+        const Effects::Spirv::CornerTrial trial =
+            Effects::Spirv::tryCorners(corners.spirv, draw.uniforms, steps);
+        const std::string complaint =
+            trial.end == Effects::Spirv::CornerTrial::End::Known
+                ? complaintOf(trial, corners.count,
+                              corners.positions == CompiledEffect::Corners::Positions::MayBePixels)
+                : "";
+        if (!complaint.empty()) {
+            return (pass.name.empty() ? "" : "pass \"" + pass.name + "\": ") +
+                   "with values that its parameters were given, the vertex shader '" + corners.shader + "' " +
+                   complaint;
         }
     }
     return {};
@@ -268,6 +297,12 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     const auto because = [&](const std::string& reason) {
         return fail("technique \"" + effect.techniques[technique].name + "\": " + reason);
     };
+    const auto note = [&](const std::string& text) {
+        if (!text.empty() &&
+            state_->note("technique \"" + effect.techniques[technique].name + "\": " + text)) {
+            report("GPU: " + state_->notes().back());
+        }
+    };
     const std::vector<StageProgram>& stages = state_->program().technique(technique).stages;
     auto textures = memory.list<Picture*>(effect.textures.size());
     bindSources(context, effect, sources, textures);
@@ -275,9 +310,7 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     if (!targets.make(context, effect, stages, target.picture().key)) {
         return because("there is not enough memory for the textures that its passes draw into");
     }
-    if (!targets.note().empty() && state_->isNews(targets.note())) {
-        report("GPU: technique \"" + effect.techniques[technique].name + "\": " + targets.note());
-    }
+    note(targets.note());
     targets.bind(textures);
     const auto drawOf = [&](const StageProgram& stage, const RectangleOf<float>& part) {
         Picture& picture = stage.drawsForCaller() ? target.picture() : *textures[stage.target];
@@ -318,6 +351,7 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
         }
         // A texture that passes draw into stands for the whole input, whatever part the caller draws.
         fillUniforms(draw, areaOf(stage), stage.drawsForCaller() ? sources : Qx::Vector<Source>());
+        note(tells_ ? emptyPassOf(draw, effect.techniques[technique], stage) : std::string());
         const TechniqueDrawing& drawing = stage.drawingFor(draw);
         if (context.recorder().record(draw.target.key.bytes(), Recorder::Submit::WhenDue,
                                       [&](Batch& batch) { return drawing.record(batch, draw); }) == 0) {
@@ -341,6 +375,12 @@ const CompiledEffect* compiledEffect(const iShaderEffect& effect)
 {
     const auto* ours = dynamic_cast<const Vulkan::ShaderEffect*>(&effect);
     return ours != nullptr ? &ours->compiled() : nullptr;
+}
+
+std::vector<std::string> drawingNotes(const iShaderEffect& effect)
+{
+    const auto* ours = dynamic_cast<const Vulkan::ShaderEffect*>(&effect);
+    return ours != nullptr ? ours->notes() : std::vector<std::string>();
 }
 
 std::vector<std::string> settableParameters(const iShaderEffect& effect)

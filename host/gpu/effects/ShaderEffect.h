@@ -38,7 +38,7 @@ public:
 class ShaderEffect final : public iShaderEffect
 {
 public:
-    /// `tells`: of pictures that are bound, what is doubtful about them goes to the log.
+    /// `tells`: what is doubtful about the pictures and values of a draw goes to the log, and to notes().
     explicit ShaderEffect(std::shared_ptr<EffectProgram> program, bool tells = true);
 
     bool setTechnique(const LightweightString<char>& name) override;
@@ -50,6 +50,9 @@ public:
     bool draw(GPUImage& target, const RectangleOf<float>& area, const Qx::Vector<Source>& sources);
 
     const CompiledEffect& compiled() const { return state_->effect(); }
+
+    /// What is to be said of draws that succeeded.
+    std::vector<std::string> notes() const { return state_->notes(); }
 
 private:
     bool fail(const std::string& reason);

@@ -52,8 +52,9 @@ bool createShaderProgram(Context& context, const CompiledEffect& effect, const S
     program.bindings = source.samplers;
     for (const std::uint32_t index : source.samplers) {
         const CompiledEffect::Sampler& sampler = effect.samplers.at(index);
-        VkSampler made = context.samplers().get(sampler.filter, sampler.addressU, sampler.addressV,
-                                                sampler.mip != CompiledEffect::Mip::None);
+        const bool hasLevels = sampler.mip != CompiledEffect::Mip::None;
+        VkSampler made = context.samplers().get(hasLevels ? CompiledEffect::Filter::Point : sampler.filter,
+                                                sampler.addressU, sampler.addressV, hasLevels);
         if (made == nullptr) {
             return false;
         }

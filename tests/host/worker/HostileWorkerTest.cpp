@@ -60,13 +60,17 @@ INSTANTIATE_TEST_SUITE_P(
         Mischief{"Exit", "compiling:exit",
                  "the worker process ended by itself .exit code 3. while compiling"},
         Mischief{"Spin", "compiling:spin",
-                 "the worker process did not end within .* and was stopped while "
-                 "compiling"},
-        Mischief{"Stall", "compiling:stall",
-                 "the worker process did not end within 7200 ms and was stopped while compiling"},
-        Mischief{"Memory", "compiling:memory",
-                 "the worker process took more than 1024 MiB of memory and was stopped while compiling",
-                 std::chrono::seconds(10)}, // sanitizers are slow with so much memory
+                 "the worker process did not end within .* and was stopped while compiling; .*, or raise the "
+                 "setting effects.seconds"},
+        Mischief{
+            "Stall", "compiling:stall",
+            "the worker process did not end within 7200 ms and was stopped while compiling; the machine may "
+            "be busy: try again, or raise the setting effects.seconds"},
+        Mischief{
+            "Memory", "compiling:memory",
+            "the worker process took more than 1024 MiB of memory and was stopped while compiling; simplify "
+            "it, or raise the setting effects.memory",
+            std::chrono::seconds(10)}, // sanitizers are slow with so much memory
         Mischief{"Flood", "compiling:flood",
                  "the worker process sent an invalid answer and was stopped while compiling"},
         Mischief{"Garbage", "compiling:garbage",
@@ -76,6 +80,28 @@ INSTANTIATE_TEST_SUITE_P(
         Mischief{"Boast", "compiling:boast",
                  "the worker process sent an invalid answer and was stopped while compiling"}),
     [](const auto& each) { return std::string(each.param.name); });
+
+using EndlessShaderTest = WorkerTest;
+
+TEST_F(EndlessShaderTest, IsSaidWithItsPlace)
+{
+    options().limits.step = std::chrono::milliseconds(300);
+    order("shaders:spin:endless.fx");
+    const auto file =
+        write("endless.fx", "float4 f() : COLOR { return 1; }\n"
+                            "technique Long\n{\n    pass P { PixelShader = compile ps_3_0 f(); }\n}\n");
+    const EffectCompilation failed = compile(file);
+    EXPECT_EQ(failed.effect, nullptr);
+    EXPECT_THAT(
+        failed.messages,
+        testing::MatchesRegex(".*/endless.fx:4:43: error: the worker process did not end within .* of "
+                              "processor time and was stopped while compiling; simplify its loops and "
+                              "calls, or raise the setting effects.seconds\n  in technique 'Long', pass "
+                              "'P'\n"));
+    ASSERT_EQ(failed.diagnostics.size(), 1U);
+    EXPECT_EQ(failed.diagnostics.front().at.line, 4U);
+    EXPECT_EQ(failed.diagnostics.front().technique, "Long");
+}
 
 /// No worker starts: effects fail, and the log has one message.
 class NoWorkerTest : public WorkerTest

@@ -654,6 +654,85 @@ TEST_F(ForeignEffects, vertex_shaders_place_the_picture)
                   "WORLDVIEWPROJECTION says");
 }
 
+TEST_F(ForeignEffects, a_rectangle_that_vanishes_by_values_that_are_set_is_told_of)
+{
+    const std::string shaders =
+        "float4 corner(float4 at : POSITION) : POSITION { return at * float4(size, size, 1, 1); }\n"
+        "float4 f() : COLOR { return 1; }\n"
+        "technique T { pass Shrunk { VertexShader = compile vs_2_0 corner(); PixelShader = compile ps_2_0 "
+        "f(); } "
+        "}\n";
+    write("shrunk.fx", "float size = 1;\n" + shaders);
+    write("grown.fx", "float size : TIME;\n" + shaders); // it is 0 in the first frame only
+    const auto errorsOf = [&](std::vector<std::string> effect) {
+        effect.insert(effect.begin(), {"convert", "clip.mkv", "out.mkv", "--force", "--effect"});
+        const Outcome outcome = qxhost(effect);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return outcome.err;
+    };
+    const std::string told =
+        "technique \"T\": pass \"Shrunk\": with values that its parameters were given, the "
+        "vertex shader 'corner' places all corners at one point, or in one line: nothing is "
+        "drawn\n";
+    const std::string shrunk = errorsOf({"shrunk.fx", "--set", "size=0"});
+    EXPECT_NE(shrunk.find("shrunk.fx: " + told), std::string::npos) << shrunk;
+    EXPECT_EQ(shrunk.find("nothing is drawn"), shrunk.rfind("nothing is drawn")) << "once: " << shrunk;
+    const std::string grown = errorsOf({"grown.fx"});
+    EXPECT_NE(grown.find("grown.fx: " + told), std::string::npos) << grown;
+    EXPECT_EQ(errorsOf({"shrunk.fx"}).find("nothing is drawn"), std::string::npos);
+    EXPECT_EQ(errorsOf({"shrunk.fx", "--set", "size=0.5"}).find("nothing is drawn"), std::string::npos);
+}
+
+TEST_F(ForeignEffects, a_texture_that_says_what_it_lacks_is_refused_with_that)
+{
+    effect("named.fx", {"Input", "N < string ResourceName = \"noise\"; >"}, "",
+           "tex2D(sInput, uv) * tex2D(sN, uv)");
+    expectRefusal({"named.fx"},
+                  "named.fx: technique \"T\" reads the texture \"N\", whose annotation ResourceName = "
+                  "noise is no file's name, which has an extension; add --texture N=FILE");
+    effect("drawn.fx", {"Input", "Half : RENDERCOLORTARGET"}, "", "tex2D(sInput, uv) * tex2D(sHalf, uv)");
+    expectRefusal(
+        {"drawn.fx"},
+        "drawn.fx: technique \"T\" reads the texture \"Half\", into which no pass draws: none has the "
+        "annotation string Target = \"Half\" or a script with RenderColorTarget0=Half");
+}
+
+TEST_F(ForeignEffects, a_picture_for_a_texture_that_takes_none_is_told_of)
+{
+    picture("noise.png", "0x102030");
+    write("two.fx",
+          "sampler s : register(s0);\ntexture Mid;\nsampler m = sampler_state { Texture = <Mid>; };\n"
+          "texture More;\nsampler o = sampler_state { Texture = <More>; };\n"
+          "float4 f(float2 uv : TEXCOORD0, uniform sampler of) : COLOR { return tex2D(of, uv); }\n"
+          "technique T { pass < string Target = \"Mid\"; > { PixelShader = compile ps_2_0 f(s); } "
+          "pass { PixelShader = compile ps_2_0 f(m); } }\n"
+          "technique U { pass { PixelShader = compile ps_2_0 f(o); } }\n");
+    const Outcome outcome = qxhost({"convert", "clip.mkv", "out.mkv", "--effect", "two.fx", "--texture",
+                                    "Mid=noise.png", "--texture", "More=noise.png"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(
+        outcome.err.find("two.fx: technique \"T\" draws the texture \"Mid\" itself; noise.png is not used\n"),
+        std::string::npos)
+        << outcome.err;
+    EXPECT_NE(outcome.err.find(
+                  "two.fx: technique \"T\" does not read the texture \"More\"; noise.png is not used\n"),
+              std::string::npos)
+        << outcome.err;
+}
+
+TEST_F(ForeignEffects, the_levels_that_a_sampler_reads_are_described)
+{
+    write("levels.fx",
+          "texture Input < int MipLevels = 0; >;\n"
+          "sampler S = sampler_state { Texture = <Input>; Filter = Linear; MipFilter = Point; };\n"
+          "float4 f(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv); }\n"
+          "technique T { pass { PixelShader = compile ps_3_0 f(); } }\n");
+    const Outcome outcome = qxhost({"effects", "describe", "levels.fx"});
+    EXPECT_NE(outcome.out.find("Linear, levels Point"), std::string::npos) << outcome.out;
+    EXPECT_NE(qxhost({"effects", "describe", "--json", "levels.fx"}).out.find("\"mipFilter\": \"Point\""),
+              std::string::npos);
+}
+
 TEST_F(ForeignEffects, a_parameter_that_chooses_a_shader_cannot_be_set)
 {
     write("chosen.fx", "int k = 1;\nfloat4 f(uniform float a) : COLOR { return a; }\n"
@@ -666,7 +745,7 @@ TEST_F(ForeignEffects, a_parameter_that_chooses_a_shader_cannot_be_set)
               std::string::npos);
 }
 
-TEST_F(ForeignEffects, a_texture_beyond_what_the_device_draws_is_told_of_in_the_log)
+TEST_F(ForeignEffects, a_texture_beyond_what_the_device_draws_is_told_of)
 {
     ffmpeg({"-f", "lavfi", "-i", "color=0x282828:size=2048x2:rate=10,format=rgb24", "-frames:v", "1", "-c:v",
             "ffv1", "wide.mkv"});
@@ -680,9 +759,9 @@ TEST_F(ForeignEffects, a_texture_beyond_what_the_device_draws_is_told_of_in_the_
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
     std::ifstream file(at(".state/qxhost/qxhost.log"));
     const std::string log((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    EXPECT_NE(log.find("technique \"T\": texture \"Wide\" would be 32768 texels wide or high; it is "),
-              std::string::npos)
-        << log;
+    const std::string told = "technique \"T\": texture \"Wide\" would be 32768 texels wide or high; it is ";
+    EXPECT_NE(log.find(told), std::string::npos) << log;
+    EXPECT_NE(outcome.err.find("wide.fx: " + told), std::string::npos) << outcome.err;
 }
 
 TEST_F(ForeignEffects, a_cube_of_other_proportions_is_told_of)

@@ -93,6 +93,18 @@ protected:
     std::string told_ = std::string(drawn) + "qxhost: watching N effects; Ctrl-C ends it\n";
 };
 
+TEST_F(Watching, shows_the_warnings_of_what_compiles)
+{
+    startWatching();
+    const std::string warning =
+        "FX/glow.fx:6:9: warning: no technique reads the texture 'Idle'\n    texture Idle;\n"
+        "            ^\n";
+    write("fx/glow.fx", glow("gain") + "texture Idle;\n");
+    expectNext("Recompiled glow.fx\nqxhost: FX/glow.fx: compiles, with warnings\n" + warning + drawn);
+    write("fx/glow.fx", glow("gain * 0.5"));
+    expectNext(std::string("Recompiled glow.fx\n") + drawn);
+}
+
 TEST_F(Watching, shows_each_save_and_keeps_the_last_good_look)
 {
     startWatching();

@@ -78,11 +78,11 @@ void Console::error(std::string_view text, std::string_view details)
     say(text, details);
 }
 
-void Console::note(std::string_view text)
+void Console::note(std::string_view text, std::string_view details)
 {
     const std::lock_guard lock(mutex_);
     if (!quiet_) {
-        say(text, {});
+        say(text, details);
     }
 }
 

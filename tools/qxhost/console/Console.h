@@ -28,7 +28,7 @@ public:
     void error(std::string_view text, std::string_view details = {});
 
     /// The same for remarks; dropped when quiet.
-    void note(std::string_view text);
+    void note(std::string_view text, std::string_view details = {});
 
     /// Shows a line that the next status or message replaces. For terminals only.
     void status(std::string_view line);

@@ -583,7 +583,11 @@ QuietConversion convertQuietly(const ConvertOptions& options)
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
     }
-    return {effects.warnings(), effects.textureFiles()};
+    std::vector<std::string> warnings = effects.warnings();
+    for (std::string& remark : effects.remarks()) {
+        warnings.push_back(std::move(remark));
+    }
+    return {std::move(warnings), effects.textureFiles()};
 }
 
 } // namespace Qx::Program

@@ -124,7 +124,9 @@ Rows samplerRows(const CompiledEffect& effect)
 {
     Rows rows{{"SAMPLER", "TEXTURE", "FILTER", "ADDRESS", "REGISTER"}};
     for (const CompiledEffect::Sampler& sampler : effect.samplers) {
-        rows.push_back({sampler.name, effect.textures[sampler.texture].name, nameOf(sampler.filter),
+        const std::string levels =
+            sampler.mip == CompiledEffect::Mip::None ? "" : ", levels " + nameOf(sampler.mip);
+        rows.push_back({sampler.name, effect.textures[sampler.texture].name, nameOf(sampler.filter) + levels,
                         nameOf(sampler.addressU) + ", " + nameOf(sampler.addressV), registerOf(sampler)});
     }
     return withoutEmptyEnd(std::move(rows));

@@ -1,5 +1,7 @@
 #include "QxFxResources/Manager.h"
 #include "host/Host.h"
+#include "host/effects/EffectCompilation.h"
+#include "host/gpu/GPUService.h"
 #include "platform/Settings.h"
 #include "platform/Text.h"
 #include "tools/qxhost/commands/Command.h"
@@ -159,6 +161,7 @@ public:
             });
         Snapshot known = takeSnapshot();
         compileFirst();
+        tellWarnings();
         showFirst();
         const std::size_t count = countOf(known);
         console_.note(fmt::format("watching {} effect{}; Ctrl-C ends it", count, count == 1 ? "" : "s"));
@@ -168,6 +171,7 @@ public:
                 tellWhatIsNotCompiled(known, now);
                 known = std::move(now);
                 Manager::instance().recompileAll();
+                tellWarnings();
                 show();
             } else if (!failure_.empty() || timesOf(pictures_) != pictureTimes_ || isGone()) {
                 shown_ = nullptr;
@@ -232,6 +236,23 @@ private:
             if (isMeant && !info.getShader()) {
                 tellMistakes(file);
             }
+        }
+    }
+
+    /// Those of the effect that was named, each time that it is compiled: the library reports errors only.
+    void tellWarnings()
+    {
+        const Qx::Ptr<iShaderEffect> effect =
+            target_.effect.empty() ? Qx::Ptr<iShaderEffect>() : catalogued(target_.effect);
+        if (!effect || effect == told_) {
+            return;
+        }
+        told_ = effect;
+        const std::string file = effectPath(target_.effect).string();
+        const LightweightString<char> name{std::string_view(file)};
+        const Host::EffectCompilation compilation = Host::gpuService().examineEffectFile(fromUTF8(name), {});
+        if (compilation.effect != nullptr && !compilation.messages.empty()) {
+            console_.note(file + ": compiles, with warnings", compilation.messages);
         }
     }
 
@@ -332,6 +353,7 @@ private:
     Target target_;
     Console& console_;
     Qx::Ptr<iShaderEffect> shown_;
+    Qx::Ptr<iShaderEffect> told_;    ///< whose warnings were told
     std::string failure_;            ///< of the last drawing; empty if it succeeded
     std::vector<path> textureFiles_; ///< of the last drawing
     std::vector<path> pictures_;     ///< that are drawn again when they are saved

@@ -302,10 +302,34 @@ void EffectChain::takeTextures(Link& link, const EffectRequest& request)
             link.bindings.push_back(std::move(binding));
         }
     }
+    warnOfUnread(effect, technique, request);
     const bool readsFrames = !link.bindings.empty() || !request.lut.empty();
     if (!request.textures.empty() && !readsFrames) {
         warnings_.push_back(request.file + ": technique \"" + technique.name +
                             "\" reads nothing but the files of its textures; the picture is not seen");
+    }
+}
+
+/// Pictures that an option gives to textures for which the technique takes none.
+void EffectChain::warnOfUnread(const Host::CompiledEffect& effect,
+                               const Host::CompiledEffect::Technique& technique, const EffectRequest& request)
+{
+    std::vector<std::string> read;
+    for (const std::size_t texture : Host::texturesRead(effect, technique)) {
+        read.push_back(effect.textures[texture].name);
+    }
+    for (const TextureFile& given : request.textures) {
+        if (std::find(read.begin(), read.end(), given.name) != read.end()) {
+            continue;
+        }
+        const bool isDrawn = std::any_of(technique.passes.begin(), technique.passes.end(),
+                                         [&](const Host::CompiledEffect::Pass& pass) {
+                                             return pass.target < effect.textures.size() &&
+                                                    effect.textures[pass.target].name == given.name;
+                                         });
+        warnings_.push_back(request.file + ": technique \"" + technique.name + "\" " +
+                            (isDrawn ? "draws the texture \"" : "does not read the texture \"") + given.name +
+                            "\"" + (isDrawn ? " itself" : "") + "; " + given.file.string() + " is not used");
     }
 }
 
@@ -389,6 +413,9 @@ std::vector<std::string> EffectChain::remarks() const
 {
     std::vector<std::string> remarks;
     for (const Link& link : links_) {
+        for (const std::string& note : Host::drawingNotes(*link.effect)) {
+            remarks.push_back(link.file + ": " + note);
+        }
         for (const auto& [name, file] : link.files) {
             if (std::string remark = file->remark(); !remark.empty()) {
                 remarks.push_back(link.file + ": texture \"" + name.c_str() + "\": " + remark);

@@ -62,6 +62,8 @@ private:
     void takeLut(Link& link, const std::string& lut) const;
     void takeParameters(Link& link, const EffectRequest& request);
     void takeTextures(Link& link, const EffectRequest& request);
+    void warnOfUnread(const Host::CompiledEffect& effect, const Host::CompiledEffect::Technique& technique,
+                      const EffectRequest& request);
     void warnOfCube(const std::string& file, const Host::CompiledEffect& effect, const std::string& texture,
                     const iGPUResource* resource);
     static Qx::Ptr<iShaderEffect> bound(const Link& link, const Image::Surface& picture,

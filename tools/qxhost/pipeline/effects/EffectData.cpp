@@ -128,6 +128,7 @@ Json samplerData(const CompiledEffect::Sampler& sampler, const CompiledEffect& e
     Json data{{"name", sampler.name},
               {"texture", effect.textures[sampler.texture].name},
               {"filter", nameOf(sampler.filter)},
+              {"mipFilter", nameOf(sampler.mip)},
               {"addressU", nameOf(sampler.addressU)},
               {"addressV", nameOf(sampler.addressV)}};
     if (const std::string place = registerOf(sampler); !place.empty()) {
@@ -221,6 +222,12 @@ std::string registerOf(const CompiledEffect::Sampler& sampler)
 std::string nameOf(CompiledEffect::Filter filter)
 {
     return filter == CompiledEffect::Filter::Point ? "Point" : "Linear";
+}
+
+std::string nameOf(CompiledEffect::Mip mip)
+{
+    static constexpr std::array names{"None", "Point", "Linear"};
+    return names.at(static_cast<std::size_t>(mip));
 }
 
 std::string nameOf(CompiledEffect::Address address)

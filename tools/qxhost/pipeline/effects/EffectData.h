@@ -31,6 +31,7 @@ std::string filledWith(const Host::CompiledEffect::Parameter& parameter);
 std::string registerOf(const Host::CompiledEffect::Sampler& sampler);
 
 std::string nameOf(Host::CompiledEffect::Filter filter);
+std::string nameOf(Host::CompiledEffect::Mip mip);
 std::string nameOf(Host::CompiledEffect::Address address);
 
 } // namespace Qx::Program

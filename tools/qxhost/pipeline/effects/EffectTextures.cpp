@@ -102,6 +102,20 @@ TextureBinding bindingOf(const CompiledEffect& effect, std::size_t index, const 
     case Host::TextureSource::Kind::None:
         break;
     }
+    if (Host::asciiLower(texture.semantic) == "rendercolortarget") {
+        binding.obstacle =
+            fmt::format("into which no pass draws: none has the annotation string Target = \"{0}\" or "
+                        "a script with RenderColorTarget0={0}",
+                        texture.name);
+        return binding;
+    }
+    if (!source.noFile.empty()) {
+        binding.obstacle =
+            fmt::format("whose annotation {} is no file's name, which has an extension; add --texture "
+                        "{}=FILE",
+                        source.noFile, texture.name);
+        return binding;
+    }
     binding.obstacle =
         binding.isVolume
             ? fmt::format("a volume, which nothing gives a table; add --texture {}=FILE with a LUT",

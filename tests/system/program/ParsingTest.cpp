@@ -62,6 +62,19 @@ TEST(Parsing, convert_takes_every_option)
     EXPECT_EQ(options.output, "out");
 }
 
+TEST(Parsing, what_becomes_of_audio_is_chosen)
+{
+    const ConvertOptions named = convert({"in", "out", "--audio-codec", "aac", "--audio-option", "b=96k",
+                                          "--audio-option", "aac_coder=fast", "--audio-option", "b=128k"});
+    EXPECT_TRUE(named.audio);
+    EXPECT_EQ(named.audioCodec, "aac");
+    EXPECT_EQ(named.audioOptions, (std::map<std::string, std::string>{{"aac_coder", "fast"}, {"b", "128k"}}));
+    EXPECT_FALSE(convert({"in", "out", "--audio-codec", "none"}).audio);
+    const ConvertOptions last = convert({"in", "out", "--audio-codec", "none", "--audio-codec", "copy"});
+    EXPECT_TRUE(last.audio);
+    EXPECT_EQ(last.audioCodec, "copy");
+}
+
 TEST(Parsing, frames_are_picked_by_number_time_and_time_code)
 {
     using Time = FrameRangeOptions::Time;

@@ -263,6 +263,24 @@ CLI::Option* addDevice(CLI::App& app, std::string& device)
         ->option_text("NAME|N");
 }
 
+CLI::Option* addEncoderOption(CLI::App& app, const std::string& option,
+                              std::map<std::string, std::string>& target, const std::string& description)
+{
+    const auto set = [&target, option](const std::vector<std::string>& words) {
+        for (const std::string& word : words) {
+            const std::size_t equals = word.find('=');
+            if (equals == 0 || equals == std::string::npos) {
+                throw invalidValue(option, word, "NAME=VALUE, such as b=20M");
+            }
+            target[word.substr(0, equals)] = word.substr(equals + 1);
+        }
+    };
+    return app.add_option_function<std::vector<std::string>>(option, set, description)
+        ->option_text("NAME=VALUE")
+        ->allow_extra_args(false)
+        ->take_all();
+}
+
 CLI::Option* addOutputRowBytes(CLI::App& app, std::int64_t& rowBytes)
 {
     return addCount(app, "--output-row-bytes", rowBytes, 1,

@@ -25,5 +25,8 @@ bool setDisplayMatrix(AVStream& stream, const DisplayMatrix& matrix);
 
 /// The formats that an encoder takes, FFmpeg's own list; empty if it takes any.
 std::span<const AVPixelFormat> pixelFormatsOf(const AVCodec& codec);
+std::span<const AVSampleFormat> sampleFormatsOf(const AVCodec& codec);
+std::span<const int> sampleRatesOf(const AVCodec& codec);
+std::span<const AVChannelLayout> channelLayoutsOf(const AVCodec& codec);
 
 } // namespace Qx::Media

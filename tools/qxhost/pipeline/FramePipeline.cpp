@@ -154,6 +154,7 @@ void FramePipeline::decode()
     Media::Frame frame;
     std::optional<std::int64_t> end = job_.range.endPts;
     std::int64_t lastEnd = info.firstPts;
+    bool hasMore = true;
     for (std::int64_t taken = 0; job_.range.frames == 0 || taken < job_.range.frames; ++taken) {
         const iFrameInput::Next next = job_.input.next(frame);
         if (next == iFrameInput::Next::failed) {
@@ -161,6 +162,7 @@ void FramePipeline::decode()
         }
         if (next != iFrameInput::Next::frame) {
             endedEarly_ = job_.range.endPts && lastEnd < *job_.range.endPts;
+            hasMore = false;
             break;
         }
         const std::int64_t pts = frame.time().pts;
@@ -175,6 +177,9 @@ void FramePipeline::decode()
         if (!decoded_.push({std::move(frame), {frameNumber(info, pts, job_.start + taken), seconds}})) {
             return;
         }
+    }
+    if (hasMore) {
+        job_.input.readAudioUpTo(lastEnd);
     }
     decoded_.close();
 }

@@ -7,6 +7,7 @@
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/console/ProgressDisplay.h"
 #include "tools/qxhost/console/SlowStart.h"
+#include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/FramePipeline.h"
@@ -231,6 +232,8 @@ void fillSettings(Conversion& conversion)
     settings.force = options.force;
     settings.expectedFrames = conversion.range.expected * picturesEach(options.step);
     settings.audio = conversion.input->audio();
+    settings.audioCodec = options.audioCodec;
+    settings.audioOptions = options.audioOptions;
     settings.beginsAtZero = options.picked.skips();
     settings.cutsAudio = options.picked.skips() || options.picked.ends();
     if (options.format) {
@@ -323,6 +326,12 @@ Json describeRun(const Conversion& conversion)
         run["files"].push_back(file.string());
     }
     run["format"] = conversion.writer->description();
+    run["audio"] = Json::array();
+    for (const Media::WrittenAudio& track : conversion.writer->audio()) {
+        run["audio"].push_back({{"codec", track.codec},
+                                {"written", track.written.empty() ? Json() : Json(track.written)},
+                                {"copied", track.isCopied}});
+    }
     run["firstFrame"] = conversion.start.frame;
     run["frames"] = conversion.frames;
     run["complete"] = conversion.complete();
@@ -345,12 +354,35 @@ Json describeRun(const Conversion& conversion)
     return run;
 }
 
+/// "; audio: pcm_s16le as aac", or for several "; audio 1 and 2: ac3 copied; audio 3: ..."; empty without
+/// any.
+std::string audioSummary(const std::vector<Media::WrittenAudio>& tracks)
+{
+    std::vector<std::pair<std::string, std::vector<std::string>>> groups; // what is done, and with which
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
+        const Media::WrittenAudio& track = tracks[i];
+        const std::string done = track.written.empty() ? track.codec + " left out"
+                                 : track.isCopied      ? track.codec + " copied"
+                                                       : track.codec + " as " + track.written;
+        const auto same = std::find_if(groups.begin(), groups.end(),
+                                       [&](const auto& group) { return group.first == done; });
+        auto& group = same != groups.end() ? *same : groups.emplace_back(done, std::vector<std::string>());
+        group.second.push_back(std::to_string(i + 1));
+    }
+    std::string text;
+    for (const auto& [done, numbers] : groups) {
+        text += "; audio" + (tracks.size() > 1 ? " " + listed(numbers, "and") : "") + ": " + done;
+    }
+    return text;
+}
+
 std::string summary(const Conversion& conversion)
 {
-    return fmt::format("{}: {} {} ({}) in {:.1f} s, {:.1f} frames/s on {}",
+    return fmt::format("{}: {} {} ({}{}) in {:.1f} s, {:.1f} frames/s on {}",
                        writtenFiles(conversion.writer->files(), conversion.options.output), conversion.frames,
                        conversion.frames == 1 ? "frame" : "frames", conversion.writer->description(),
-                       conversion.seconds, conversion.framesPerSecond(), deviceName());
+                       audioSummary(conversion.writer->audio()), conversion.seconds,
+                       conversion.framesPerSecond(), deviceName());
 }
 
 std::unique_ptr<BurnIn> prepareBurnIn(const Conversion& conversion, Console& console)

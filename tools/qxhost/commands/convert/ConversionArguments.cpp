@@ -127,6 +127,28 @@ void addOutput(CLI::App& app, ConvertOptions& options)
     app.add_flag("--force", options.force, "Replace existing output files")->group(group);
 }
 
+void addAudio(CLI::App& app, ConvertOptions& options)
+{
+    const std::string group = "Audio";
+    app.add_option_function<std::string>(
+           "--audio-codec",
+           [&options](const std::string& word) {
+               options.audio = word != "none";
+               options.audioCodec = options.audio ? word : "";
+           },
+           "What tracks become: copy, none, or FFmpeg's name of an\nencoder. Default: copied if the output "
+           "can "
+           "hold them, else\nAAC, Opus or PCM")
+        ->option_text("NAME")
+        ->group(group);
+    addEncoderOption(app, "--audio-option", options.audioOptions,
+                     "An option of the audio encoder, such as b=256k")
+        ->group(group);
+    app.add_flag_callback(
+           "--no-audio", [&options] { options.audio = false; }, "Leave the audio out")
+        ->group(group);
+}
+
 void addOther(CLI::App& app, ConvertOptions& options)
 {
     const std::string group = "Other options";

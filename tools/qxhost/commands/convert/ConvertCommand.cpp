@@ -142,9 +142,7 @@ public:
         addRange(app, options_.picked, "Frames", true);
         addRawInput(app, options_.raw, SizeOption::ofInput);
         addOutput(app, options_);
-        app.add_flag_callback(
-               "--no-audio", [this] { options_.audio = false; }, "Leave the audio out")
-            ->group("Output");
+        addAudio(app, options_);
         addMany(app);
         addOther(app, options_);
         app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");

@@ -4,6 +4,7 @@
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
+#include "tools/qxhost/media/read/AudioPreroll.h"
 #include "tools/qxhost/media/read/ClipTimeCode.h"
 #include "tools/qxhost/media/read/EntrySearch.h"
 #include "tools/qxhost/media/read/OpenedFiles.h"
@@ -324,6 +325,7 @@ struct ClipReader::Impl
     void restartDecoder();
     bool dropFramesBefore(const SeekTarget& target, const std::optional<EntrySearch::Entry>& entry);
     void dropAudioBefore(std::int64_t pts);
+    void readAudioUpTo(std::int64_t pts);
     bool skipTo(const SeekTarget& target);
     int readPacket();
 
@@ -352,7 +354,8 @@ struct ClipReader::Impl
     std::optional<int> endOfHeld; // what reading them ended with
     std::string endMessage;
     std::shared_ptr<AudioQueue> audio;
-    std::vector<int> trackOfStream; // -1 for what is not copied
+    std::vector<int> trackOfStream;         // -1 for what is not queued
+    std::vector<std::int64_t> audioReached; // by track, the latest end of a packet
 
     bool inputEnded = false;
     bool ended = false;
@@ -457,6 +460,7 @@ Status ClipReader::Impl::findStreams()
             other.discard = AVDISCARD_ALL;
         }
     }
+    audioReached.assign(tracks.size(), INT64_MIN);
     audio = std::make_shared<AudioQueue>(std::move(tracks));
     return {};
 }
@@ -796,6 +800,10 @@ void ClipReader::Impl::queueAudio(const AVPacket& from)
     if (track < 0) {
         return;
     }
+    if (const std::int64_t pts = from.pts != AV_NOPTS_VALUE ? from.pts : from.dts; pts != AV_NOPTS_VALUE) {
+        std::int64_t& latest = audioReached[static_cast<std::size_t>(track)];
+        latest = std::max(latest, av_sat_add64(pts, from.duration));
+    }
     PacketPtr copy(av_packet_clone(&from));
     if (copy) {
         copy->stream_index = track;
@@ -962,8 +970,9 @@ std::optional<ClipReader::Impl::Passed> ClipReader::Impl::passedPackets() const
     return passed;
 }
 
-/// MOV and MP4 list their packets: goes to one key frame before the last of those that are stored before the
-/// target, since the last one may be shown after it. Returns false if the place in the input is lost.
+/// MOV and MP4 list their packets: goes to a key frame before the last of those that are stored before the
+/// target, since the last one may be shown after it, and audio needs what is before it. Returns false if the
+/// place in the input is lost.
 bool ClipReader::Impl::jumpByIndex(const SeekTarget& target, Passed& passed)
 {
     if (info.container.find("mp4") == std::string::npos || stream->nb_frames <= 0) {
@@ -972,7 +981,6 @@ bool ClipReader::Impl::jumpByIndex(const SeekTarget& target, Passed& passed)
     const int count = avformat_index_get_entries_count(stream);
     const auto entryAt = [this](int i) { return avformat_index_get_entry(stream, i); };
     int last = -1;
-    int beforeLast = -1;
     std::int64_t shown = -passed.lost;
     for (int i = 0; i < count; ++i) {
         const AVIndexEntry& entry = *entryAt(i);
@@ -980,9 +988,16 @@ bool ClipReader::Impl::jumpByIndex(const SeekTarget& target, Passed& passed)
             if (target.pts ? entry.timestamp > *target.pts : shown > target.frame) {
                 break;
             }
-            beforeLast = std::exchange(last, i);
+            last = i;
         }
         shown += (entry.flags & AVINDEX_DISCARD_FRAME) == 0 ? 1 : 0;
+    }
+    const std::int64_t preroll =
+        audio->tracks().empty() ? 0 : av_rescale_q(1, audioPreroll, stream->time_base);
+    int beforeLast = last - 1;
+    while (beforeLast >= 0 && ((entryAt(beforeLast)->flags & AVINDEX_KEYFRAME) == 0 ||
+                               entryAt(last)->timestamp - entryAt(beforeLast)->timestamp < preroll)) {
+        --beforeLast;
     }
     if (beforeLast < packetsFed) {
         return true; // reading on leads there
@@ -1114,10 +1129,40 @@ void ClipReader::Impl::dropAudioBefore(std::int64_t pts)
 {
     audio->remove([&](const AudioQueue::Packet& each) {
         const AudioQueue::Track& track = audio->tracks()[static_cast<std::size_t>(each->stream_index)];
-        return each->pts != AV_NOPTS_VALUE &&
-               av_compare_ts(av_sat_add64(each->pts, each->duration), {track.timeBaseNum, track.timeBaseDen},
-                             pts, stream->time_base) <= 0;
+        return isPastAudio(*each, {track.timeBaseNum, track.timeBaseDen}, pts, stream->time_base);
     });
+}
+
+/// Audio may be stored after the video that it belongs to, at most by as much as here.
+void ClipReader::Impl::readAudioUpTo(std::int64_t pts)
+{
+    constexpr int longestDelay = 10; // seconds
+    const std::int64_t farthest = av_sat_add64(pts, av_rescale_q(longestDelay, {1, 1}, stream->time_base));
+    const auto isMissing = [&] {
+        for (std::size_t i = 0; i < audioReached.size(); ++i) {
+            const AudioQueue::Track& track = audio->tracks()[i];
+            if (audioReached[i] == INT64_MIN ||
+                av_compare_ts(audioReached[i], {track.timeBaseNum, track.timeBaseDen}, pts,
+                              stream->time_base) < 0) {
+                return true;
+            }
+        }
+        return false;
+    };
+    bool isFar = false;
+    while (!isFar && !inputEnded && isMissing()) {
+        inputEnded = readPacket() < 0;
+        if (inputEnded) {
+            break; // what is wrong behind the frames that are wanted does not count
+        }
+        if (packet->stream_index == stream->index) {
+            isFar = packet->dts != AV_NOPTS_VALUE && packet->dts > farthest;
+        } else if (static_cast<std::size_t>(packet->stream_index) < trackOfStream.size()) {
+            queueAudio(*packet);
+        }
+        av_packet_unref(packet.get());
+    }
+    ended = true;
 }
 
 /// Returns false if it got lost: the input must be opened again, and its frames decoded from the start.
@@ -1201,6 +1246,11 @@ ClipReader::Next ClipReader::next(Frame& frame)
     const Range range = self.rangeOf(*picture);
     frame = Frame(std::shared_ptr<const AVFrame>(picture.release(), FreeFrame()), time, damaged, range);
     return Next::frame;
+}
+
+void ClipReader::readAudioUpTo(std::int64_t pts)
+{
+    impl_->readAudioUpTo(pts);
 }
 
 const StreamInfo& ClipReader::info() const

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/write/EncoderOptions.h"
 
 #include <algorithm>
 #include <array>
@@ -167,11 +168,7 @@ Result<const AVCodec*> chooseClipEncoder(const std::string& extension, const AVO
                                          const OutputSettings& settings)
 {
     if (!settings.encoder.empty()) {
-        const AVCodec* named = avcodec_find_encoder_by_name(settings.encoder.c_str());
-        if (!named || named->type != AVMEDIA_TYPE_VIDEO) {
-            return Error{"this FFmpeg has no video encoder \"" + settings.encoder + "\""};
-        }
-        return named;
+        return encoderNamed(settings.encoder, AVMEDIA_TYPE_VIDEO);
     }
     for (const DefaultEncoder& each : defaultEncoders) {
         const AVCodec* codec =

@@ -59,13 +59,26 @@ struct OutputSettings
     std::shared_ptr<const FileSet> kept;
     /// Frames that will be given; 0 when not known. Only used to foresee which names they will take.
     std::int64_t expectedFrames = 0;
-    /// Null, or the audio to copy into a clip.
+    /// Null, or the audio of a clip.
     std::shared_ptr<AudioQueue> audio;
+    /// "copy", the name of an encoder or codec, or empty: each track is copied where the container holds it,
+    /// and encoded where it does not.
+    std::string audioCodec;
+    /// For the audio encoders. Tracks are then encoded though they could be copied.
+    std::map<std::string, std::string> audioOptions;
     /// Clips only: times are counted from the first frame given.
     bool beginsAtZero = false;
-    /// The frames are a part of a clip: PCM begins and ends with them to the sample; of other audio, packets
-    /// are kept that begin while frames are shown.
+    /// The frames are a part of a clip: PCM and audio that is encoded begin and end with them to the sample;
+    /// of other audio, packets are kept that begin while frames are shown.
     bool cutsAudio = false;
+};
+
+/// What has become of a track of audio. Codecs have FFmpeg's names.
+struct WrittenAudio
+{
+    std::string codec;   ///< of the source
+    std::string written; ///< of the output; empty if the track is left out
+    bool isCopied = false;
 };
 
 /// Writes frames to a clip or to pictures. One thread at a time; encoders use threads of their own.
@@ -89,6 +102,9 @@ public:
 
     /// For people: "prores_ks, yuv422p10le, mov" or "png, rgb48be".
     virtual std::string description() const = 0;
+
+    /// The tracks of settings.audio, in order; empty for what has no audio.
+    virtual std::vector<WrittenAudio> audio() const { return {}; }
 
     /// Names of the files completed so far, at most the first and the last of a sequence.
     virtual std::vector<std::filesystem::path> files() const = 0;

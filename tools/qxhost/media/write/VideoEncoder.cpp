@@ -3,6 +3,7 @@
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
+#include "tools/qxhost/media/write/EncoderOptions.h"
 
 #include <algorithm>
 
@@ -103,24 +104,21 @@ Status VideoEncoder::openCodec(const AVCodec& codec, const OutputSettings& setti
     for (const auto& [name, value] : defaultOptions(codec, context_->pix_fmt, settings)) {
         av_dict_set(&options, name.c_str(), value.c_str(), 0);
     }
+    // What is set in the context would be overridden by the defaults.
     for (const auto& [name, value] : settings.encoderOptions) {
-        av_dict_set(&options, name.c_str(), value.c_str(), 0);
+        av_dict_set(&options, name.c_str(), nullptr, 0);
+    }
+    if (Status status = applyOptions(*context_, settings.encoderOptions); !status) {
+        av_dict_free(&options);
+        return status;
     }
     takeFfmpegMessage();
     const int error = avcodec_open2(context_.get(), &codec, &options);
-    std::string unknown;
-    for (const AVDictionaryEntry* left = nullptr;
-         (left = av_dict_get(options, "", left, AV_DICT_IGNORE_SUFFIX));) {
-        unknown = settings.encoderOptions.count(left->key) != 0 ? left->key : unknown;
-    }
     av_dict_free(&options);
     if (error < 0) {
         return Error{"encoder " + std::string(codec.name) + " cannot be used for " +
                      std::to_string(settings.width) + "x" + std::to_string(settings.height) + " " +
                      av_get_pix_fmt_name(context_->pix_fmt) + ": " + errorText(error) + ffmpegHint()};
-    }
-    if (!unknown.empty()) {
-        return Error{"encoder " + std::string(codec.name) + " has no option \"" + unknown + "\""};
     }
     return {};
 }

@@ -44,6 +44,7 @@ public:
     }
 
     Next next(Media::Frame& frame) override { return reader_->next(frame); }
+    void readAudioUpTo(std::int64_t pts) override { reader_->readAudioUpTo(pts); }
 
     Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {
@@ -140,6 +141,8 @@ public:
         frame = Media::Frame({}, {given_++, 1, Media::FieldOrder::progressive}, false);
         return Next::frame;
     }
+
+    void readAudioUpTo(std::int64_t /*pts*/) override {}
 
     Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {

@@ -40,6 +40,9 @@ public:
     /// Gives the next frame in order of presentation, as ClipReader::next() does.
     virtual Next next(Media::Frame& frame) = 0;
 
+    /// No more frames are read, but the audio up to that time, as ClipReader::readAudioUpTo() does.
+    virtual void readAudioUpTo(std::int64_t pts) = 0;
+
     /// Writes a frame to memory in the layout that prepare() returned; rows begin at rows, rows + pitch, ...
     virtual Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) = 0;
 

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <variant>
@@ -102,6 +103,9 @@ struct ConvertOptions
     std::string codec;
     std::string pixelFormat;
     bool audio = true;
+    std::string
+        audioCodec; ///< "copy", FFmpeg's name of an encoder, or empty: copied if the output can hold it
+    std::map<std::string, std::string> audioOptions; ///< of the audio encoders
     bool force = false;
     std::string device;
     bool quiet = false;

@@ -331,6 +331,33 @@ TEST_F(CommandLine, diagnosing_takes_known_steps_and_measures_or_shows)
     expectUsageError({"diagnose-measure", "3"}, {"diagnose-measure"});
 }
 
+TEST_F(CommandLine, what_encoders_take_is_checked_before_anything_is_opened)
+{
+    for (const auto& [options, part] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"--bitrate", "fast"}, "bits a second, such as 20M"},
+             {{"--bitrate", "0"}, "bits a second, such as 20M"},
+             {{"--quality", "101"}, "a number from 0 to 100"},
+             {{"--video-option", "preset"}, "NAME=VALUE"},
+             {{"--quality", "50", "--bitrate", "1M"}, "both say how large"},
+             {{"--format", "v210", "--profile", "hq"}, "cannot be combined with --format"}}) {
+        std::vector<std::string> arguments{"convert", "none.mov", "out.mov"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        expectUsageError(arguments, {part});
+    }
+    for (const auto& [options, part] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"--profile", "hqq"}, "no profile \"hqq\""},
+             {{"--codec", "prores_kss"}, "no video encoder \"prores_kss\"; near it are prores_ks"},
+             {{"--video-option", "vendr=x"}, "no option \"vendr\"; near it are vendor"},
+             {{"--audio-codec", "acc"}, "no audio encoder \"acc\""},
+             {{"--audio-codec", "aac", "--audio-option", "aac_code=fast"}, "near it are aac_coder"}}) {
+        std::vector<std::string> arguments{"convert", "none.mov", "out.mov"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, 4) << outcome.err;
+        EXPECT_NE(outcome.err.find(part), std::string::npos) << outcome.err << "\nlacks " << part;
+    }
+}
+
 TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
 {
     const auto refused = [&](std::vector<std::string> options, const std::vector<std::string>& words) {

@@ -210,6 +210,30 @@ void keepTexturesOf(const EffectChain& effects, const iFrameInput& input)
     }
 }
 
+/// The choices that need no frame.
+void setEncoding(const ConvertOptions& options, Media::OutputSettings& settings)
+{
+    settings.encoder = options.codec;
+    settings.pixelFormat = options.pixelFormat;
+    settings.profile = options.profile;
+    settings.rate = options.rate;
+    settings.encoderOptions = options.videoOptions;
+    settings.audioCodec = options.audioCodec;
+    settings.audioOptions = options.audioOptions;
+}
+
+/// Before anything is decoded.
+void checkEncoding(const ConvertOptions& options)
+{
+    Media::OutputSettings settings;
+    setEncoding(options, settings);
+    const Media::Status status =
+        options.format ? Media::Status() : Media::checkEncoding(options.output, settings);
+    if (!status) {
+        throw Failure(ExitCode::output, status.text());
+    }
+}
+
 void fillSettings(Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
@@ -227,13 +251,10 @@ void fillSettings(Conversion& conversion)
     settings.orientation = info.orientation;
     settings.timeCode = firstTimeCode(conversion);
     settings.colour = conversion.colour.forWriting;
-    settings.encoder = options.codec;
-    settings.pixelFormat = options.pixelFormat;
+    setEncoding(options, settings);
     settings.force = options.force;
     settings.expectedFrames = conversion.range.expected * picturesEach(options.step);
     settings.audio = conversion.input->audio();
-    settings.audioCodec = options.audioCodec;
-    settings.audioOptions = options.audioOptions;
     settings.beginsAtZero = options.picked.skips();
     settings.cutsAudio = options.picked.skips() || options.picked.ends();
     if (options.format) {
@@ -493,6 +514,7 @@ Conversion decide(const ConvertOptions& options)
     if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
         requirePicture(options.output, "a thumbnail");
     }
+    checkEncoding(options);
     Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, {}, {}, {}, 0, false, 0};
     conversion.range = frameRange(options.picked, conversion.info(), options.input);
     conversion.start.pts = conversion.info().firstPts;

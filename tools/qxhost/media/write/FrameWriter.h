@@ -17,6 +17,14 @@
 
 namespace Qx::Media {
 
+/// How large an encoder may make its output. At most one is set; without any, it is left to the encoder's
+/// defaults here.
+struct RateWish
+{
+    std::optional<double> quality; ///< 0, the worst, to 100
+    std::int64_t bitRate = 0;      ///< bits a second
+};
+
 /// What to write, and how.
 struct OutputSettings
 {
@@ -49,7 +57,11 @@ struct OutputSettings
     /// FFmpeg's name of an encoder and of a pixel format it takes; empty picks by the output's name.
     std::string encoder;
     std::string pixelFormat;
-    /// Passed to the encoder as they are; an option it does not know is an error.
+    /// A profile of the codec ("hq"), in any case; empty leaves it to the pixel format.
+    std::string profile;
+    /// How large the encoder may make its output.
+    RateWish rate;
+    /// Passed to the encoder as they are; an option it does not know is an error. They override all else.
     std::map<std::string, std::string> encoderOptions;
     /// Encoding threads; 0 is one for each processor.
     int threads = 0;
@@ -126,6 +138,10 @@ public:
 /// is off, the file is one to keep, or it cannot be created.
 Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
                                                  const OutputSettings& settings);
+
+/// Checks, before there is a frame, what does not depend on any: the names of encoders, pixel format and
+/// profile, and the options of the encoders. openWriter() checks all of it again.
+Status checkEncoding(const std::filesystem::path& file, const OutputSettings& settings);
 
 /// The remark if the file format has no orientation.
 std::string orientationIsLost(const Orientation& orientation);

@@ -3,7 +3,6 @@
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
-#include "tools/qxhost/media/write/EncoderOptions.h"
 
 #include <algorithm>
 
@@ -100,21 +99,15 @@ void VideoEncoder::tagColours(const OutputSettings& settings)
 
 Status VideoEncoder::openCodec(const AVCodec& codec, const OutputSettings& settings)
 {
-    AVDictionary* options = nullptr;
-    for (const auto& [name, value] : defaultOptions(codec, context_->pix_fmt, settings)) {
-        av_dict_set(&options, name.c_str(), value.c_str(), 0);
+    const auto options = optionsFor(codec, context_->pix_fmt, settings);
+    if (!options) {
+        return options.error();
     }
-    // What is set in the context would be overridden by the defaults.
-    for (const auto& [name, value] : settings.encoderOptions) {
-        av_dict_set(&options, name.c_str(), nullptr, 0);
-    }
-    if (Status status = applyOptions(*context_, settings.encoderOptions); !status) {
-        av_dict_free(&options);
+    if (Status status = applyOptions(*context_, options.value()); !status) {
         return status;
     }
     takeFfmpegMessage();
-    const int error = avcodec_open2(context_.get(), &codec, &options);
-    av_dict_free(&options);
+    const int error = avcodec_open2(context_.get(), &codec, nullptr);
     if (error < 0) {
         return Error{"encoder " + std::string(codec.name) + " cannot be used for " +
                      std::to_string(settings.width) + "x" + std::to_string(settings.height) + " " +

@@ -2,6 +2,7 @@
 
 #include "platform/ImageFormat.h"
 #include "tools/qxhost/media/MediaTypes.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
 #include "tools/qxhost/pipeline/options/BurnInOptions.h"
 #include "tools/qxhost/pipeline/options/FrameRangeOptions.h"
@@ -102,6 +103,9 @@ struct ConvertOptions
 
     std::string codec;
     std::string pixelFormat;
+    std::string profile;                             ///< of the codec; empty: by the pixel format
+    Media::RateWish rate;                            ///< how large the encoder may make the output
+    std::map<std::string, std::string> videoOptions; ///< of the encoder, FFmpeg's names
     bool audio = true;
     std::string
         audioCodec; ///< "copy", FFmpeg's name of an encoder, or empty: copied if the output can hold it

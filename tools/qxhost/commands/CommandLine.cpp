@@ -78,8 +78,11 @@ void refuseExtras(const CLI::App& app)
         }
         if (const std::string option = first.substr(0, first.find('='));
             option == "--resize" || option == "--scale") {
+            const bool canResize = app.get_option_no_throw("--resize") != nullptr;
             complain(app, "unknown option " + option +
-                              "; pictures keep their size, and 'qxhost thumbnail' makes small ones");
+                              (canResize ? "; --resize changes the size"
+                                         : "; 'qxhost convert --resize' changes the size, and 'qxhost "
+                                           "thumbnail' makes small pictures"));
         }
         complain(app, "unknown option " + first + Host::didYouMean(first.substr(0, first.find('=')), known));
     }

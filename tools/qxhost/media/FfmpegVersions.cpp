@@ -78,6 +78,15 @@ std::int64_t durationOf(const AVFrame& frame)
     return std::max<std::int64_t>(duration, 0);
 }
 
+void setDuration(AVFrame& frame, std::int64_t duration)
+{
+#if LIBAVUTIL_VERSION_MAJOR >= 58 // FFmpeg 6.0
+    frame.duration = duration;
+#else
+    frame.pkt_duration = duration;
+#endif
+}
+
 FieldOrder fieldOrderOf(const AVFrame& frame)
 {
 #if LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(58, 7, 100) // FFmpeg 6.1

@@ -13,6 +13,8 @@ namespace Qx::Media {
 /// How long the picture is shown, in the stream's time base; 0 if that is unknown.
 std::int64_t durationOf(const AVFrame& frame);
 
+void setDuration(AVFrame& frame, std::int64_t duration);
+
 FieldOrder fieldOrderOf(const AVFrame& frame);
 void setFieldOrder(AVFrame& frame, FieldOrder order);
 

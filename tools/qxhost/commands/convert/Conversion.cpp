@@ -9,6 +9,8 @@
 #include "tools/qxhost/console/SlowStart.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/media/files/PartFiles.h"
+#include "tools/qxhost/media/filter/FilterGraph.h"
+#include "tools/qxhost/media/filter/FilteredWriter.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/FramePipeline.h"
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"
@@ -45,7 +47,9 @@ struct Conversion
     std::vector<std::string> effectWarnings; ///< known before the first frame
     WriterPtr writer;
     FrameRange range;
-    Media::ClipPlace start;  ///< of the first frame
+    Media::ClipPlace start;       ///< of the first frame
+    std::int64_t firstNumber = 0; ///< of the first frame, counted by the clip's time
+    std::vector<std::string> filterNotes;
     std::int64_t frames = 0; ///< written
     bool endedEarly = false; ///< the input has no frame with the time code of --out
     double seconds = 0;
@@ -167,8 +171,9 @@ Media::Range rgbRange(const Conversion& conversion)
                       "--output-range video: the RGB on the way to " + options.format->name() +
                           " is of full range, and what is written is of video range without it");
     }
-    // Effects are written for full range. Without one, video range loses nothing on its way to YCbCr.
-    const bool full = !options.effects.empty() || options.format;
+    // Effects and filters are written for full range. Without one, video range loses nothing on its way to
+    // YCbCr.
+    const bool full = !options.effects.empty() || options.format || !options.filters.after.empty();
     return options.outputRange.value_or(full ? Media::Range::full
                                              : Media::bestRgbRange(options.output, conversion.settings));
 }
@@ -183,7 +188,7 @@ std::string firstTimeCode(const Conversion& conversion)
         return {};
     }
     const bool fields = std::holds_alternative<SeparateFields>(options.step);
-    const std::int64_t number = frameNumber(info, conversion.start.pts, conversion.start.frame);
+    const std::int64_t number = conversion.firstNumber;
     return fields ? code->ofFields().label(2 * number) : code->label(number);
 }
 
@@ -266,14 +271,19 @@ void fillSettings(Conversion& conversion)
     settings.rgbRange = rgbRange(conversion);
 }
 
-WriterPtr openOutput(const Conversion& conversion)
+WriterPtr openOutput(Conversion& conversion)
 {
     Media::OutputSettings settings = conversion.settings;
     settings.kept = filesRead(conversion);
-    auto writer = Media::openWriter(conversion.options.output, settings);
+    const ConvertOptions& options = conversion.options;
+    auto writer = options.filters.after.empty()
+                      ? Media::openWriter(options.output, settings)
+                      : Media::openFilteredWriter(options.output, settings, options.filters.after, "--after");
     if (!writer) {
         throw Failure(ExitCode::output, writer.text());
     }
+    conversion.settings.width = settings.width; // as filters make them
+    conversion.settings.height = settings.height;
     return std::move(writer.value());
 }
 
@@ -299,6 +309,9 @@ void noteDecisions(const Conversion& conversion, Console& console)
                                  "--range overrides",
                                  options.input.string(), nameOf(conversion.colour.range),
                                  options.format->bits));
+    }
+    for (const std::string& note : conversion.filterNotes) {
+        console.note(note);
     }
     for (const std::string& note : inputNotes(options, conversion.info())) {
         console.note(note);
@@ -507,6 +520,46 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, SlowStart& 
     return true;
 }
 
+/// Before anything is decoded.
+void checkFilters(const FilterOptions& filters)
+{
+    for (const auto& [graph, option] : {std::pair(filters.before, "--before"), {filters.after, "--after"}}) {
+        const Media::Status status =
+            graph.empty() ? Media::Status() : Media::FilterGraph::check(graph, option);
+        if (!status) {
+            throw Failure(ExitCode::usage, status.text());
+        }
+    }
+}
+
+/// Has the frames of the range filtered.
+void filterInput(Conversion& conversion)
+{
+    const FilterOptions& filters = conversion.options.filters;
+    if (filters.before.empty() && filters.shortForms.empty()) {
+        return;
+    }
+    if (!filters.shortForms.empty()) {
+        conversion.filterNotes.push_back("frames are filtered by " + filters.shortForms);
+    }
+    const std::string timeCode = conversion.info().timeCode;
+    const Media::Rational rate = conversion.info().frameRate;
+    const std::vector<std::string> notes =
+        conversion.input->filter(Media::joinGraphs(filters.before, filters.shortForms),
+                                 filters.before.empty() ? "the filters" : "--before", conversion.range);
+    conversion.filterNotes.insert(conversion.filterNotes.end(), notes.begin(), notes.end());
+    if (!timeCode.empty() && conversion.info().timeCode.empty()) {
+        conversion.filterNotes.push_back("time code " + timeCode +
+                                         " is left out: --before changes the frame rate");
+    }
+    const bool isSameRate = conversion.info().frameRate == rate;
+    conversion.range = {.start = conversion.range.start,
+                        .frames = 0,
+                        .endPts = {},
+                        .duration = {},
+                        .expected = isSameRate ? conversion.range.expected : 0};
+}
+
 /// Opens the input and decides everything that the first frame needs.
 Conversion decide(const ConvertOptions& options)
 {
@@ -515,12 +568,29 @@ Conversion decide(const ConvertOptions& options)
         requirePicture(options.output, "a thumbnail");
     }
     checkEncoding(options);
-    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, {}, {}, {}, 0, false, 0};
+    checkFilters(options.filters);
+    Conversion conversion{.options = options,
+                          .input = openInput(options),
+                          .colour = {},
+                          .delivery = {},
+                          .keepCodes = false,
+                          .settings = {},
+                          .effectWarnings = {},
+                          .writer = {},
+                          .range = {},
+                          .start = {},
+                          .firstNumber = 0,
+                          .filterNotes = {},
+                          .frames = 0,
+                          .endedEarly = false,
+                          .seconds = 0};
     conversion.range = frameRange(options.picked, conversion.info(), options.input);
     conversion.start.pts = conversion.info().firstPts;
     if (conversion.range.start) {
         conversion.start = conversion.input->skipTo(*conversion.range.start);
     }
+    conversion.firstNumber = frameNumber(conversion.info(), conversion.start.pts, conversion.start.frame);
+    filterInput(conversion);
     conversion.colour = chooseColour(options, conversion.info());
     conversion.keepCodes = passesCodes(options, conversion.info());
     if (options.format) {

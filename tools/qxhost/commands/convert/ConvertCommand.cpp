@@ -3,6 +3,7 @@
 #include "tools/qxhost/commands/convert/BurnInArguments.h"
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/commands/convert/ConversionArguments.h"
+#include "tools/qxhost/commands/convert/FilterArguments.h"
 #include "tools/qxhost/commands/convert/ManyConversions.h"
 
 #include <algorithm>
@@ -139,6 +140,7 @@ public:
         addColour(app, options_);
         addEffects(app);
         addBurnIn(app, options_.burnIn);
+        addFilters(app, options_.filters, shortFilters_);
         addRange(app, options_.picked, "Frames", true);
         addRawInput(app, options_.raw, SizeOption::ofInput);
         addOutput(app, options_);
@@ -156,6 +158,11 @@ public:
         options_.effects = groupEffects(app);
         checkBurnIn(app, options_.burnIn);
         checkRange(app);
+        options_.filters.shortForms = graphOf(shortFilters_);
+        if (options_.format && !options_.filters.after.empty()) {
+            complain(app, "--after filters pictures on their way to an encoder; it cannot be combined with "
+                          "--format, which writes frames unencoded");
+        }
     }
 
     ExitCode run(Console& console) override
@@ -225,6 +232,7 @@ private:
         addDate(app, options_.date)->group("Effects");
     }
 
+    ShortFilters shortFilters_;
     ManyConversions many_;           ///< without a name if there is one input
     std::vector<std::string> texts_; ///< a target that the library wants; groupEffects() reads them in order
 };

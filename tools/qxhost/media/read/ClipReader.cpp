@@ -8,6 +8,7 @@
 #include "tools/qxhost/media/read/ClipTimeCode.h"
 #include "tools/qxhost/media/read/EntrySearch.h"
 #include "tools/qxhost/media/read/OpenedFiles.h"
+#include "tools/qxhost/media/read/PictureDescription.h"
 #include "tools/qxhost/media/read/StreamColour.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
 #include "tools/qxhost/media/rows/FramePacker.h"
@@ -222,23 +223,6 @@ std::optional<Orientation> orientationOf(const AVStream& stream)
         found.degrees = (static_cast<int>(std::lround(-counterClockwise)) % 360 + 360) % 360;
     }
     return found;
-}
-
-/// A palette always has an alpha component; whether it is used shows in its entries.
-bool usesAlpha(const AVFrame& frame, const ComponentRows& components)
-{
-    if (!components.hasAlpha() || frame.format != AV_PIX_FMT_PAL8) {
-        return components.hasAlpha();
-    }
-    constexpr std::uint8_t opaque = 255;
-    std::vector<std::uint8_t> row(static_cast<std::size_t>(frame.width));
-    for (int y = 0; y < frame.height; ++y) {
-        components.read(frame, 3, y, 0, frame.width, row.data());
-        if (std::any_of(row.begin(), row.end(), [](std::uint8_t alpha) { return alpha != opaque; })) {
-            return true;
-        }
-    }
-    return false;
 }
 
 /// Of the demuxer's index, without the frames that are only there because others refer to them.
@@ -509,8 +493,6 @@ Status ClipReader::Impl::describe(const AVFrame& first)
                      std::to_string(first.height) + " pixels; the largest that is read is " +
                      std::to_string(largestSide) + " each way"};
     }
-    info.width = first.width;
-    info.height = first.height;
     info.codec = decoder->codec->name;
     info.container = input->iformat->name;
     info.isStill = endsWith(info.container, "_pipe");
@@ -520,15 +502,8 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     info.frameRate = info.isStill ? Rational{} : fromAv(av_guess_frame_rate(input.get(), stream, nullptr));
     info.sampleAspect =
         fromAv(av_guess_sample_aspect_ratio(input.get(), stream, const_cast<AVFrame*>(&first)));
-    info.fieldOrder = fieldOrderOf(first);
+    describePicture(first, info);
     info.colour = colourOf(first, *stream->codecpar);
-    const ComponentRows components(format);
-    info.bitsPerComponent = components.bits();
-    info.naturalDepth = components.wide() ? Depth::bits16 : Depth::bits8;
-    info.packsCodes = FramePacker::onlyRearranges(first);
-    info.packingDepth = info.packsCodes ? info.naturalDepth : Depth::bits16;
-    info.hasAlpha = usesAlpha(first, components);
-    info.hasFullChroma = !components.isGrey() && components.chromaShiftX() == 0;
     info.orientation = orientationOf(*stream);
     info.timeCode = timeCodeOf(*input, *stream, first);
     if (info.isStill) {
@@ -940,11 +915,7 @@ FrameTime ClipReader::Impl::timeOf(const AVFrame& frame)
 /// A clip may change its range: each frame's own tag holds.
 Range ClipReader::Impl::rangeOf(const AVFrame& frame) const
 {
-    AVCodecParameters noTags{}; // the stream's may be of frames to come
-    noTags.color_space = AVCOL_SPC_UNSPECIFIED;
-    noTags.color_primaries = AVCOL_PRI_UNSPECIFIED;
-    noTags.color_trc = AVCOL_TRC_UNSPECIFIED;
-    const Colour own = colourOf(frame, noTags);
+    const Colour own = colourOf(frame); // the stream's tags may be of frames to come
     const Colour& colour = own.rangeGuessed ? info.colour : own;
     return colour.fromRgb ? colour.rgbRange : colour.range;
 }

@@ -8,4 +8,7 @@ namespace Qx::Media {
 /// Reads a frame's colour tags, or the stream's where it has none.
 Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream);
 
+/// By the frame's own tags alone.
+Colour colourOf(const AVFrame& frame);
+
 } // namespace Qx::Media

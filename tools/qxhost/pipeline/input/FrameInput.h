@@ -4,6 +4,7 @@
 #include "tools/qxhost/media/Frame.h"
 #include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/media/rows/FramePacker.h"
+#include "tools/qxhost/pipeline/input/FrameRange.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <cstdint>
@@ -26,6 +27,15 @@ public:
 
     /// Goes on with that frame, as ClipReader::skipTo() does. To be called first.
     virtual Media::ClipPlace skipTo(const Media::SeekTarget& target) = 0;
+
+    /// Runs frames through a graph of FFmpeg's filters, from the next one on, which info() then describes.
+    /// The graph gets the frames of the range alone. Returns notes. Throws Failure (usage, input). Call it
+    /// once, after skipTo().
+    virtual std::vector<std::string> filter(const std::string& graph, const std::string& option,
+                                            const FrameRange& range) = 0;
+
+    /// Whether the input has ended before the end of the range that filter() was given.
+    virtual bool hasEndedEarly() const { return false; }
 
     /// How place() lays frames out in memory, for 4:2:2 of the given depth, range and matrix. Call it before
     /// place().

@@ -5,6 +5,7 @@
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
 #include "tools/qxhost/pipeline/options/BurnInOptions.h"
+#include "tools/qxhost/pipeline/options/FilterOptions.h"
 #include "tools/qxhost/pipeline/options/FrameRangeOptions.h"
 
 #include <cstddef>
@@ -98,6 +99,7 @@ struct ConvertOptions
     std::optional<DateTime> date; ///< of the clip's beginning, for effects; empty: now
 
     BurnInOptions burnIn; ///< after the effects
+    FilterOptions filters;
 
     FrameRangeOptions picked; ///< the frames that are converted
 

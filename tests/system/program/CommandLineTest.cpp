@@ -1,5 +1,8 @@
 #include "tests/system/program/Program.h"
 
+#include <algorithm>
+#include <sstream>
+
 namespace Qx::System {
 
 namespace {
@@ -151,6 +154,29 @@ TEST_F(CommandLine, a_wish_for_another_size_is_answered_with_the_command_that_ha
     expectUsageError(
         {"fields", "a.mov", "b.mov", "--resize", "10x10"},
         {"unknown option --resize; 'qxhost convert --resize' changes the size, and 'qxhost thumbnail'"});
+}
+
+TEST_F(CommandLine, help_for_converting_fits_a_screen_and_a_half)
+{
+    const std::string usual = qxhost({"convert", "--help"}).out;
+    EXPECT_LE(std::count(usual.begin(), usual.end(), '\n'), 75);
+    const std::string all = qxhost({"convert", "--help-all"}).out;
+    for (const std::string option : {"--effect", "--lut", "--resize", "--start", "--profile", "--audio-codec",
+                                     "--to", "--force", "--json", "--help-all"}) {
+        EXPECT_NE(usual.find("\n  " + option), std::string::npos) << option;
+        EXPECT_NE(all.find("\n  " + option), std::string::npos) << option;
+    }
+    for (const std::string option :
+         {"--technique", "--raw", "--output-row-bytes", "--video-option", "--font"}) {
+        EXPECT_EQ(usual.find("\n  " + option + " "), std::string::npos) << option;
+        EXPECT_NE(all.find("\n  " + option + " "), std::string::npos) << option;
+    }
+    EXPECT_NE(all.find("Exit codes: 0 done"), std::string::npos);
+    // Every line of the short help is in the long one, but for what ends it.
+    std::istringstream lines(usual.substr(0, usual.find("Examples:")));
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_NE(all.find(line + "\n"), std::string::npos) << line;
+    }
 }
 
 TEST_F(CommandLine, what_may_be_left_out_is_shown_in_brackets)
@@ -383,7 +409,7 @@ TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
     refused({"--burn-in", "x", "--position", "1,99999999999"}, {"invalid value \"1,99999999999\""});
     refused({"--burn-in", "x", "--font-size", "0"}, {"from 1 to 2048"});
     refused({"--burn-in", "x", "--font-size", "12.5"}, {"a whole number of pixels"});
-    expectHelp({"convert", "--help"},
+    expectHelp({"convert", "--help-all"},
                {"--burn-in TEXT", "{timecode}, {frame} and {clip}", "--position PLACE"});
 }
 

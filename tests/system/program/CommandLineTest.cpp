@@ -1,5 +1,8 @@
 #include "tests/system/program/Program.h"
 
+#include <algorithm>
+#include <sstream>
+
 namespace Qx::System {
 
 namespace {
@@ -147,11 +150,33 @@ TEST_F(CommandLine, a_mistyped_option_is_suggested)
 
 TEST_F(CommandLine, a_wish_for_another_size_is_answered_with_the_command_that_has_one)
 {
-    const Outcome outcome = qxhost({"convert", "a.mov", "b.mov", "--resize=10x10"});
-    EXPECT_EQ(outcome.exitCode, 2);
-    EXPECT_NE(outcome.err.find("unknown option --resize; pictures keep their size, and 'qxhost thumbnail'"),
-              std::string::npos)
-        << outcome.err;
+    expectUsageError({"convert", "a.mov", "b.mov", "--scale=10x10"}, {"unknown option --scale; --resize"});
+    expectUsageError(
+        {"fields", "a.mov", "b.mov", "--resize", "10x10"},
+        {"unknown option --resize; 'qxhost convert --resize' changes the size, and 'qxhost thumbnail'"});
+}
+
+TEST_F(CommandLine, help_for_converting_fits_a_screen_and_a_half)
+{
+    const std::string usual = qxhost({"convert", "--help"}).out;
+    EXPECT_LE(std::count(usual.begin(), usual.end(), '\n'), 75);
+    const std::string all = qxhost({"convert", "--help-all"}).out;
+    for (const std::string option : {"--effect", "--lut", "--resize", "--start", "--profile", "--audio-codec",
+                                     "--to", "--force", "--json", "--help-all"}) {
+        EXPECT_NE(usual.find("\n  " + option), std::string::npos) << option;
+        EXPECT_NE(all.find("\n  " + option), std::string::npos) << option;
+    }
+    for (const std::string option :
+         {"--technique", "--raw", "--output-row-bytes", "--video-option", "--font"}) {
+        EXPECT_EQ(usual.find("\n  " + option + " "), std::string::npos) << option;
+        EXPECT_NE(all.find("\n  " + option + " "), std::string::npos) << option;
+    }
+    EXPECT_NE(all.find("Exit codes: 0 done"), std::string::npos);
+    // Every line of the short help is in the long one, but for what ends it.
+    std::istringstream lines(usual.substr(0, usual.find("Examples:")));
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_NE(all.find(line + "\n"), std::string::npos) << line;
+    }
 }
 
 TEST_F(CommandLine, what_may_be_left_out_is_shown_in_brackets)
@@ -331,6 +356,33 @@ TEST_F(CommandLine, diagnosing_takes_known_steps_and_measures_or_shows)
     expectUsageError({"diagnose-measure", "3"}, {"diagnose-measure"});
 }
 
+TEST_F(CommandLine, what_encoders_take_is_checked_before_anything_is_opened)
+{
+    for (const auto& [options, part] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"--bitrate", "fast"}, "bits a second, such as 20M"},
+             {{"--bitrate", "0"}, "bits a second, such as 20M"},
+             {{"--quality", "101"}, "a number from 0 to 100"},
+             {{"--video-option", "preset"}, "NAME=VALUE"},
+             {{"--quality", "50", "--bitrate", "1M"}, "both say how large"},
+             {{"--format", "v210", "--profile", "hq"}, "cannot be combined with --format"}}) {
+        std::vector<std::string> arguments{"convert", "none.mov", "out.mov"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        expectUsageError(arguments, {part});
+    }
+    for (const auto& [options, part] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"--profile", "hqq"}, "no profile \"hqq\""},
+             {{"--codec", "prores_kss"}, "no video encoder \"prores_kss\"; near it are prores_ks"},
+             {{"--video-option", "vendr=x"}, "no option \"vendr\"; near it are vendor"},
+             {{"--audio-codec", "acc"}, "no audio encoder \"acc\""},
+             {{"--audio-codec", "aac", "--audio-option", "aac_code=fast"}, "near it are aac_coder"}}) {
+        std::vector<std::string> arguments{"convert", "none.mov", "out.mov"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, 4) << outcome.err;
+        EXPECT_NE(outcome.err.find(part), std::string::npos) << outcome.err << "\nlacks " << part;
+    }
+}
+
 TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
 {
     const auto refused = [&](std::vector<std::string> options, const std::vector<std::string>& words) {
@@ -357,7 +409,7 @@ TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
     refused({"--burn-in", "x", "--position", "1,99999999999"}, {"invalid value \"1,99999999999\""});
     refused({"--burn-in", "x", "--font-size", "0"}, {"from 1 to 2048"});
     refused({"--burn-in", "x", "--font-size", "12.5"}, {"a whole number of pixels"});
-    expectHelp({"convert", "--help"},
+    expectHelp({"convert", "--help-all"},
                {"--burn-in TEXT", "{timecode}, {frame} and {clip}", "--position PLACE"});
 }
 

@@ -442,6 +442,32 @@ TEST_F(Convert, a_clip_keeps_times_aspect_tags_and_audio)
     EXPECT_EQ(probe("silent.mov", "codec_name", "a"), "");
 }
 
+TEST_F(Convert, no_film_is_silent_unless_it_is_said)
+{
+    ffmpeg({"-f",     "lavfi",     "-i",      "testsrc2=size=64x48:rate=25",
+            "-f",     "lavfi",     "-i",      "sine=sample_rate=48000",
+            "-f",     "lavfi",     "-i",      "sine=sample_rate=48000",
+            "-t",     "0.2",       "-map",    "0",
+            "-map",   "1",         "-map",    "2",
+            "-c:v",   "prores_ks", "-c:a:0",  "pcm_s16le",
+            "-c:a:1", "aac",       "clip.mov"});
+    const Outcome told = convert({"clip.mov", "out.mp4", "--json"});
+    EXPECT_NE(told.err.find("audio 1: pcm_s16le as aac; audio 2: aac copied"), std::string::npos) << told.err;
+    const nlohmann::json report = nlohmann::json::parse(told.out);
+    EXPECT_EQ(report["audio"].dump(), R"([{"codec":"pcm_s16le","copied":false,"written":"aac"},)"
+                                      R"({"codec":"aac","copied":true,"written":"aac"}])");
+    EXPECT_EQ(run({"ffprobe", "-v", "error", "-select_streams", "a", "-show_entries", "stream=codec_name",
+                   "-of", "csv=p=0", "out.mp4"})
+                  .out,
+              "aac\naac\n");
+    const Outcome refused = qxhost({"convert", "clip.mov", "out.webm", "--audio-codec", "copy"});
+    EXPECT_EQ(refused.exitCode, 4);
+    EXPECT_NE(refused.err.find("audio track 1 (pcm_s16le): it cannot be copied"), std::string::npos)
+        << refused.err;
+    convert({"clip.mov", "none.mp4", "--audio-codec", "none"});
+    EXPECT_EQ(probe("none.mp4", "codec_name", "a"), "");
+}
+
 TEST_F(Convert, time_code_is_that_of_the_first_frame_written)
 {
     makeClip("clip.mov", "yuv422p10le", 64, 48, 4,

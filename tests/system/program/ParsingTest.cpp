@@ -62,6 +62,33 @@ TEST(Parsing, convert_takes_every_option)
     EXPECT_EQ(options.output, "out");
 }
 
+TEST(Parsing, what_becomes_of_audio_is_chosen)
+{
+    const ConvertOptions named = convert({"in", "out", "--audio-codec", "aac", "--audio-option", "b=96k",
+                                          "--audio-option", "aac_coder=fast", "--audio-option", "b=128k"});
+    EXPECT_TRUE(named.audio);
+    EXPECT_EQ(named.audioCodec, "aac");
+    EXPECT_EQ(named.audioOptions, (std::map<std::string, std::string>{{"aac_coder", "fast"}, {"b", "128k"}}));
+    EXPECT_FALSE(convert({"in", "out", "--audio-codec", "none"}).audio);
+    const ConvertOptions last = convert({"in", "out", "--audio-codec", "none", "--audio-codec", "copy"});
+    EXPECT_TRUE(last.audio);
+    EXPECT_EQ(last.audioCodec, "copy");
+}
+
+TEST(Parsing, the_size_of_the_output_is_chosen)
+{
+    EXPECT_EQ(convert({"in", "out", "--bitrate", "20M"}).rate.bitRate, 20'000'000);
+    EXPECT_EQ(convert({"in", "out", "--bitrate", "800k"}).rate.bitRate, 800'000);
+    EXPECT_EQ(convert({"in", "out", "--bitrate", "1234567"}).rate.bitRate, 1'234'567);
+    EXPECT_EQ(convert({"in", "out", "--quality", "82.5"}).rate.quality, 82.5);
+    EXPECT_FALSE(convert({"in", "out"}).rate.quality);
+    const ConvertOptions options = convert({"in", "out", "--profile", "HQ", "--video-option", "preset=slow",
+                                            "--video-option", "x264-params=a=1:b=2"});
+    EXPECT_EQ(options.profile, "HQ");
+    EXPECT_EQ(options.videoOptions,
+              (std::map<std::string, std::string>{{"preset", "slow"}, {"x264-params", "a=1:b=2"}}));
+}
+
 TEST(Parsing, frames_are_picked_by_number_time_and_time_code)
 {
     using Time = FrameRangeOptions::Time;

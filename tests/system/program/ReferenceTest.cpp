@@ -31,7 +31,7 @@ protected:
         for (std::string word; words >> word;) {
             arguments.push_back(word);
         }
-        arguments.emplace_back("--help");
+        arguments.emplace_back(command == "convert" ? "--help-all" : "--help");
         return helps_[command] = qxhost(arguments).out;
     }
 

@@ -126,6 +126,12 @@ TEST_F(WideColours, the_mastering_display_is_handed_on_and_sets_the_tone_map)
         0);
     EXPECT_EQ(words("mapped.png", "rgb48le"), words("by-hand.png", "rgb48le"));
 
+    ASSERT_EQ(qxhost({"convert", "hdr.mp4", "filtered.png", "--frames", "1", "--before", "hflip,hflip",
+                      "--tone-map", "bt2390"})
+                  .exitCode,
+              0);
+    EXPECT_EQ(words("filtered.png", "rgb48le"), words("mapped.png", "rgb48le"));
+
     ASSERT_EQ(qxhost({"convert", "hdr.mp4", "mapped.mkv", "--codec", "ffv1", "--pixel-format", "yuv422p10le",
                       "--tone-map", "bt2446a"})
                   .exitCode,

@@ -2,6 +2,7 @@
 
 #include "Qx/Version.h"
 #include "host/core/Suggestion.h"
+#include "tools/qxhost/commands/HelpFormatter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Failure.h"
 
@@ -31,36 +32,6 @@ private:
     std::string text_;
 };
 
-/// A usage line that names what the command needs; the rest of the help as the library lays it out.
-class HelpFormatter : public CLI::Formatter
-{
-public:
-    std::string make_usage(const CLI::App* app, std::string name) const override
-    {
-        std::string usage = "Usage: " + name;
-        for (const CLI::Option* option : app->get_options()) {
-            if (option->get_positional() && !option->get_group().empty()) {
-                const bool many = option->get_expected_max() > 1;
-                // What may be left out says its default.
-                const bool optional = option->get_description().find("Default: ") != std::string::npos;
-                const std::string word = option->get_name(true) + (many ? "..." : "");
-                usage += optional ? " [" + word + "]" : " " + word;
-            }
-        }
-        const bool hasCommands = !app->get_subcommands({}).empty();
-        return "\n" + usage + (hasCommands ? " COMMAND" : " [OPTIONS]") + "\n";
-    }
-
-    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override
-    {
-        // The library leaves two empty lines between groups, and none or one at the end.
-        std::string text = CLI::detail::find_and_replace(
-            CLI::Formatter::make_help(app, std::move(name), mode), "\n\n\n", "\n\n");
-        text.erase(text.find_last_not_of('\n') + 1);
-        return text + "\n";
-    }
-};
-
 void refuseExtras(const CLI::App& app)
 {
     std::vector<std::string> extras = app.remaining();
@@ -78,8 +49,11 @@ void refuseExtras(const CLI::App& app)
         }
         if (const std::string option = first.substr(0, first.find('='));
             option == "--resize" || option == "--scale") {
+            const bool canResize = app.get_option_no_throw("--resize") != nullptr;
             complain(app, "unknown option " + option +
-                              "; pictures keep their size, and 'qxhost thumbnail' makes small ones");
+                              (canResize ? "; --resize changes the size"
+                                         : "; 'qxhost convert --resize' changes the size, and 'qxhost "
+                                           "thumbnail' makes small pictures"));
         }
         complain(app, "unknown option " + first + Host::didYouMean(first.substr(0, first.find('=')), known));
     }
@@ -110,8 +84,6 @@ public:
         app_.name(program);
         app_.formatter(std::make_shared<HelpFormatter>());
         app_.set_help_flag("-h,--help", "Show this help");
-        app_.get_formatter()->column_width(30);
-        app_.get_formatter()->label("Positionals", "Arguments");
         app_.allow_extras();
         app_.require_subcommand(0, 1); // a second command's name is an argument like any other
         app_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
@@ -130,6 +102,8 @@ public:
             app_.parse(arguments);
         } catch (const CLI::CallForHelp&) {
             return std::make_unique<ShowText>(app_.help());
+        } catch (const CLI::CallForAllHelp&) {
+            return std::make_unique<ShowText>(app_.help("", CLI::AppFormatMode::All));
         } catch (const CLI::ParseError& error) {
             complain(chosen(), error.what());
         }

@@ -263,6 +263,54 @@ CLI::Option* addDevice(CLI::App& app, std::string& device)
         ->option_text("NAME|N");
 }
 
+CLI::Option* addNumber(CLI::App& app, const std::string& option, std::optional<double>& target, double least,
+                       double most, const std::string& description)
+{
+    const auto set = [&target, option, least, most](const std::string& word) {
+        const std::optional<float> number = readNumber(word);
+        if (!number || *number < least || *number > most) {
+            throw invalidValue(option, word, fmt::format("a number from {} to {}", least, most));
+        }
+        target = *number;
+    };
+    return app.add_option_function<std::string>(option, set, description)->option_text("N");
+}
+
+CLI::Option* addBitRate(CLI::App& app, const std::string& option, std::int64_t& target,
+                        const std::string& description)
+{
+    const auto set = [&target, option](const std::string& word) {
+        const char unit = word.empty() ? '0' : word.back();
+        const double scale = unit == 'k' || unit == 'K' ? 1e3 : (unit == 'M' || unit == 'm' ? 1e6 : 1);
+        const std::optional<float> number = readNumber(scale > 1 ? word.substr(0, word.size() - 1) : word);
+        constexpr double most = 1e11;
+        const double bits = number ? std::round(static_cast<double>(*number) * scale) : 0;
+        if (bits < 1 || bits > most) {
+            throw invalidValue(option, word, "bits a second, such as 20M or 800k");
+        }
+        target = static_cast<std::int64_t>(bits);
+    };
+    return app.add_option_function<std::string>(option, set, description)->option_text("BITS");
+}
+
+CLI::Option* addEncoderOption(CLI::App& app, const std::string& option,
+                              std::map<std::string, std::string>& target, const std::string& description)
+{
+    const auto set = [&target, option](const std::vector<std::string>& words) {
+        for (const std::string& word : words) {
+            const std::size_t equals = word.find('=');
+            if (equals == 0 || equals == std::string::npos) {
+                throw invalidValue(option, word, "NAME=VALUE, such as b=20M");
+            }
+            target[word.substr(0, equals)] = word.substr(equals + 1);
+        }
+    };
+    return app.add_option_function<std::vector<std::string>>(option, set, description)
+        ->option_text("NAME=VALUE")
+        ->allow_extra_args(false)
+        ->take_all();
+}
+
 CLI::Option* addOutputRowBytes(CLI::App& app, std::int64_t& rowBytes)
 {
     return addCount(app, "--output-row-bytes", rowBytes, 1,

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -104,6 +105,18 @@ CLI::Option* addPixelFormat(CLI::App& app, const std::string& option, std::optio
 
 /// Adds "--device".
 CLI::Option* addDevice(CLI::App& app, std::string& device);
+
+/// Adds an option that takes a number of this range.
+CLI::Option* addNumber(CLI::App& app, const std::string& option, std::optional<double>& target, double least,
+                       double most, const std::string& description);
+
+/// Adds an option that takes bits a second: "20M", "800k", "1500000".
+CLI::Option* addBitRate(CLI::App& app, const std::string& option, std::int64_t& target,
+                        const std::string& description);
+
+/// Adds an option that takes NAME=VALUE, for an encoder, and may be given several times.
+CLI::Option* addEncoderOption(CLI::App& app, const std::string& option,
+                              std::map<std::string, std::string>& target, const std::string& description);
 
 /// Adds "--output-row-bytes".
 CLI::Option* addOutputRowBytes(CLI::App& app, std::int64_t& rowBytes);

@@ -1,5 +1,6 @@
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "host/files/SystemError.h"
+#include "tools/qxhost/media/filter/MessageCollector.h"
 
 #include <array>
 #include <cstdarg>
@@ -52,7 +53,7 @@ void keepMessage(void* context, int level, const char* format, va_list arguments
         own->add(std::move(text));
         return;
     }
-    {
+    if (!MessageCollector::add(text)) {
         const std::lock_guard lock(messageMutex);
         lastMessage = std::move(text);
     }

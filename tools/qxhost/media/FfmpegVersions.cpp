@@ -9,6 +9,63 @@ namespace {
 
 constexpr std::size_t displayMatrixSize = sizeof(DisplayMatrix);
 
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100) // FFmpeg 7.1
+
+/// A list of an encoder's, by its name there and the type of its values.
+template <class Value>
+struct Configuration
+{
+    AVCodecConfig name;
+};
+
+constexpr Configuration<AVPixelFormat> pixelFormats{AV_CODEC_CONFIG_PIX_FORMAT};
+constexpr Configuration<AVSampleFormat> sampleFormats{AV_CODEC_CONFIG_SAMPLE_FORMAT};
+constexpr Configuration<int> sampleRates{AV_CODEC_CONFIG_SAMPLE_RATE};
+constexpr Configuration<AVChannelLayout> channelLayouts{AV_CODEC_CONFIG_CHANNEL_LAYOUT};
+
+template <class Value>
+std::span<const Value> configurations(const AVCodec& codec, Configuration<Value> which)
+{
+    const void* values = nullptr;
+    int count = 0;
+    if (avcodec_get_supported_config(nullptr, &codec, which.name, 0, &values, &count) < 0 || !values) {
+        return {};
+    }
+    return {static_cast<const Value*>(values), static_cast<std::size_t>(count)};
+}
+
+#else
+
+/// A list of an encoder's, by its member there and what ends it.
+template <class Value>
+struct Configuration
+{
+    const Value* AVCodec::*list;
+    bool (*isEnd)(const Value& value);
+};
+
+constexpr Configuration<AVPixelFormat> pixelFormats{
+    &AVCodec::pix_fmts, [](const AVPixelFormat& format) { return format == AV_PIX_FMT_NONE; }};
+constexpr Configuration<AVSampleFormat> sampleFormats{
+    &AVCodec::sample_fmts, [](const AVSampleFormat& format) { return format == AV_SAMPLE_FMT_NONE; }};
+constexpr Configuration<int> sampleRates{&AVCodec::supported_samplerates,
+                                         [](const int& rate) { return rate == 0; }};
+constexpr Configuration<AVChannelLayout> channelLayouts{
+    &AVCodec::ch_layouts, [](const AVChannelLayout& layout) { return layout.nb_channels == 0; }};
+
+template <class Value>
+std::span<const Value> configurations(const AVCodec& codec, const Configuration<Value>& which)
+{
+    const Value* values = codec.*which.list;
+    std::size_t count = 0;
+    while (values != nullptr && !which.isEnd(values[count])) {
+        ++count;
+    }
+    return {values, count};
+}
+
+#endif
+
 } // namespace
 
 std::int64_t durationOf(const AVFrame& frame)
@@ -19,6 +76,15 @@ std::int64_t durationOf(const AVFrame& frame)
     const std::int64_t duration = frame.pkt_duration;
 #endif
     return std::max<std::int64_t>(duration, 0);
+}
+
+void setDuration(AVFrame& frame, std::int64_t duration)
+{
+#if LIBAVUTIL_VERSION_MAJOR >= 58 // FFmpeg 6.0
+    frame.duration = duration;
+#else
+    frame.pkt_duration = duration;
+#endif
 }
 
 FieldOrder fieldOrderOf(const AVFrame& frame)
@@ -92,21 +158,22 @@ bool setDisplayMatrix(AVStream& stream, const DisplayMatrix& matrix)
 
 std::span<const AVPixelFormat> pixelFormatsOf(const AVCodec& codec)
 {
-#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100) // FFmpeg 7.1
-    const void* formats = nullptr;
-    int count = 0;
-    if (avcodec_get_supported_config(nullptr, &codec, AV_CODEC_CONFIG_PIX_FORMAT, 0, &formats, &count) < 0 ||
-        !formats) {
-        return {};
-    }
-    return {static_cast<const AVPixelFormat*>(formats), static_cast<std::size_t>(count)};
-#else
-    std::size_t count = 0;
-    while (codec.pix_fmts && codec.pix_fmts[count] != AV_PIX_FMT_NONE) {
-        ++count;
-    }
-    return {codec.pix_fmts, count};
-#endif
+    return configurations(codec, pixelFormats);
+}
+
+std::span<const AVSampleFormat> sampleFormatsOf(const AVCodec& codec)
+{
+    return configurations(codec, sampleFormats);
+}
+
+std::span<const int> sampleRatesOf(const AVCodec& codec)
+{
+    return configurations(codec, sampleRates);
+}
+
+std::span<const AVChannelLayout> channelLayoutsOf(const AVCodec& codec)
+{
+    return configurations(codec, channelLayouts);
 }
 
 } // namespace Qx::Media

@@ -13,6 +13,8 @@ namespace Qx::Media {
 /// How long the picture is shown, in the stream's time base; 0 if that is unknown.
 std::int64_t durationOf(const AVFrame& frame);
 
+void setDuration(AVFrame& frame, std::int64_t duration);
+
 FieldOrder fieldOrderOf(const AVFrame& frame);
 void setFieldOrder(AVFrame& frame, FieldOrder order);
 
@@ -31,5 +33,8 @@ bool setDisplayMatrix(AVStream& stream, const DisplayMatrix& matrix);
 
 /// The formats that an encoder takes, FFmpeg's own list; empty if it takes any.
 std::span<const AVPixelFormat> pixelFormatsOf(const AVCodec& codec);
+std::span<const AVSampleFormat> sampleFormatsOf(const AVCodec& codec);
+std::span<const int> sampleRatesOf(const AVCodec& codec);
+std::span<const AVChannelLayout> channelLayoutsOf(const AVCodec& codec);
 
 } // namespace Qx::Media

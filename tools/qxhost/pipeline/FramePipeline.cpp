@@ -155,29 +155,30 @@ void FramePipeline::decode()
 {
     const Media::StreamInfo& info = job_.input.info();
     Media::Frame frame;
-    std::optional<std::int64_t> end = job_.range.endPts;
-    std::int64_t lastEnd = info.firstPts;
-    for (std::int64_t taken = 0; job_.range.frames == 0 || taken < job_.range.frames; ++taken) {
+    RangeLimit limit(job_.range, info.firstPts);
+    bool hasMore = true;
+    while (!limit.isFull()) {
+        const std::int64_t taken = limit.taken();
         const iFrameInput::Next next = job_.input.next(frame);
         if (next == iFrameInput::Next::failed) {
             inputFailure_ = failureOfInput(job_.start + taken, taken);
         }
         if (next != iFrameInput::Next::frame) {
-            endedEarly_ = job_.range.endPts && lastEnd < *job_.range.endPts;
+            endedEarly_ = limit.isUnreached() || job_.input.hasEndedEarly();
+            hasMore = false;
+            break;
+        }
+        if (!limit.take(frame.time())) {
             break;
         }
         const std::int64_t pts = frame.time().pts;
-        if (taken == 0 && job_.range.duration) {
-            end = pts + *job_.range.duration;
-        }
-        if (end && pts >= *end) {
-            break;
-        }
-        lastEnd = pts + frame.time().duration;
         const double seconds = static_cast<double>(pts - info.firstPts) * info.timeBase.toDouble();
         if (!decoded_.push({std::move(frame), {frameNumber(info, pts, job_.start + taken), seconds}})) {
             return;
         }
+    }
+    if (hasMore) {
+        job_.input.readAudioUpTo(limit.reached());
     }
     decoded_.close();
 }

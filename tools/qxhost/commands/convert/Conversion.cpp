@@ -7,7 +7,10 @@
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/console/ProgressDisplay.h"
 #include "tools/qxhost/console/SlowStart.h"
+#include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/media/files/PartFiles.h"
+#include "tools/qxhost/media/filter/FilterGraph.h"
+#include "tools/qxhost/media/filter/FilteredWriter.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/FramePipeline.h"
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"
@@ -46,7 +49,9 @@ struct Conversion
     std::vector<std::string> effectWarnings; ///< known before the first frame
     WriterPtr writer;
     FrameRange range;
-    Media::ClipPlace start;  ///< of the first frame
+    Media::ClipPlace start;       ///< of the first frame
+    std::int64_t firstNumber = 0; ///< of the first frame, counted by the clip's time
+    std::vector<std::string> filterNotes;
     std::int64_t frames = 0; ///< written
     bool endedEarly = false; ///< the input has no frame with the time code of --out
     double seconds = 0;
@@ -176,8 +181,9 @@ Media::Range rgbRange(const Conversion& conversion)
                       "--output-range video: the RGB on the way to " + options.format->name() +
                           " is of full range, and what is written is of video range without it");
     }
-    // Effects are written for full range. Without one, video range loses nothing on its way to YCbCr.
-    const bool full = !options.effects.empty() || options.format;
+    // Effects and filters are written for full range. Without one, video range loses nothing on its way to
+    // YCbCr.
+    const bool full = !options.effects.empty() || options.format || !options.filters.after.empty();
     return options.outputRange.value_or(full ? Media::Range::full
                                              : Media::bestRgbRange(options.output, conversion.settings));
 }
@@ -192,7 +198,7 @@ std::string firstTimeCode(const Conversion& conversion)
         return {};
     }
     const bool fields = std::holds_alternative<SeparateFields>(options.step);
-    const std::int64_t number = frameNumber(info, conversion.start.pts, conversion.start.frame);
+    const std::int64_t number = conversion.firstNumber;
     return fields ? code->ofFields().label(2 * number) : code->label(number);
 }
 
@@ -219,6 +225,30 @@ void keepTexturesOf(const EffectChain& effects, const iFrameInput& input)
     }
 }
 
+/// The choices that need no frame.
+void setEncoding(const ConvertOptions& options, Media::OutputSettings& settings)
+{
+    settings.encoder = options.codec;
+    settings.pixelFormat = options.pixelFormat;
+    settings.profile = options.profile;
+    settings.rate = options.rate;
+    settings.encoderOptions = options.videoOptions;
+    settings.audioCodec = options.audioCodec;
+    settings.audioOptions = options.audioOptions;
+}
+
+/// Before anything is decoded.
+void checkEncoding(const ConvertOptions& options)
+{
+    Media::OutputSettings settings;
+    setEncoding(options, settings);
+    const Media::Status status =
+        options.format ? Media::Status() : Media::checkEncoding(options.output, settings);
+    if (!status) {
+        throw Failure(ExitCode::output, status.text());
+    }
+}
+
 void fillSettings(Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
@@ -236,8 +266,7 @@ void fillSettings(Conversion& conversion)
     settings.orientation = info.orientation;
     settings.timeCode = firstTimeCode(conversion);
     settings.colour = conversion.colour.forWriting;
-    settings.encoder = options.codec;
-    settings.pixelFormat = options.pixelFormat;
+    setEncoding(options, settings);
     settings.force = options.force;
     settings.expectedFrames = conversion.range.expected * picturesEach(options.step);
     settings.audio = conversion.input->audio();
@@ -252,14 +281,19 @@ void fillSettings(Conversion& conversion)
     settings.rgbRange = rgbRange(conversion);
 }
 
-WriterPtr openOutput(const Conversion& conversion)
+WriterPtr openOutput(Conversion& conversion)
 {
     Media::OutputSettings settings = conversion.settings;
     settings.kept = filesRead(conversion);
-    auto writer = Media::openWriter(conversion.options.output, settings);
+    const ConvertOptions& options = conversion.options;
+    auto writer = options.filters.after.empty()
+                      ? Media::openWriter(options.output, settings)
+                      : Media::openFilteredWriter(options.output, settings, options.filters.after, "--after");
     if (!writer) {
         throw Failure(ExitCode::output, writer.text());
     }
+    conversion.settings.width = settings.width; // as filters make them
+    conversion.settings.height = settings.height;
     return std::move(writer.value());
 }
 
@@ -288,6 +322,9 @@ void noteDecisions(const Conversion& conversion, Console& console)
                                  "--range overrides",
                                  options.input.string(), nameOf(conversion.colour.range),
                                  options.format->bits));
+    }
+    for (const std::string& note : conversion.filterNotes) {
+        console.note(note);
     }
     for (const std::string& note : inputNotes(options, conversion.info())) {
         console.note(note);
@@ -336,6 +373,12 @@ Json describeRun(const Conversion& conversion)
         run["files"].push_back(file.string());
     }
     run["format"] = conversion.writer->description();
+    run["audio"] = Json::array();
+    for (const Media::WrittenAudio& track : conversion.writer->audio()) {
+        run["audio"].push_back({{"codec", track.codec},
+                                {"written", track.written.empty() ? Json() : Json(track.written)},
+                                {"copied", track.isCopied}});
+    }
     run["firstFrame"] = conversion.start.frame;
     run["frames"] = conversion.frames;
     run["complete"] = conversion.complete();
@@ -358,12 +401,35 @@ Json describeRun(const Conversion& conversion)
     return run;
 }
 
+/// "; audio: pcm_s16le as aac", or for several "; audio 1 and 2: ac3 copied; audio 3: ..."; empty without
+/// any.
+std::string audioSummary(const std::vector<Media::WrittenAudio>& tracks)
+{
+    std::vector<std::pair<std::string, std::vector<std::string>>> groups; // what is done, and with which
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
+        const Media::WrittenAudio& track = tracks[i];
+        const std::string done = track.written.empty() ? track.codec + " left out"
+                                 : track.isCopied      ? track.codec + " copied"
+                                                       : track.codec + " as " + track.written;
+        const auto same = std::find_if(groups.begin(), groups.end(),
+                                       [&](const auto& group) { return group.first == done; });
+        auto& group = same != groups.end() ? *same : groups.emplace_back(done, std::vector<std::string>());
+        group.second.push_back(std::to_string(i + 1));
+    }
+    std::string text;
+    for (const auto& [done, numbers] : groups) {
+        text += "; audio" + (tracks.size() > 1 ? " " + listed(numbers, "and") : "") + ": " + done;
+    }
+    return text;
+}
+
 std::string summary(const Conversion& conversion)
 {
-    return fmt::format("{}: {} {} ({}) in {:.1f} s, {:.1f} frames/s on {}",
+    return fmt::format("{}: {} {} ({}{}) in {:.1f} s, {:.1f} frames/s on {}",
                        writtenFiles(conversion.writer->files(), conversion.options.output), conversion.frames,
                        conversion.frames == 1 ? "frame" : "frames", conversion.writer->description(),
-                       conversion.seconds, conversion.framesPerSecond(), deviceName());
+                       audioSummary(conversion.writer->audio()), conversion.seconds,
+                       conversion.framesPerSecond(), deviceName());
 }
 
 std::unique_ptr<BurnIn> prepareBurnIn(const Conversion& conversion, Console& console)
@@ -498,6 +564,46 @@ void fitColours(Conversion& conversion)
     conversion.colour.forWriting = afterToneMap(colour);
 }
 
+/// Before anything is decoded.
+void checkFilters(const FilterOptions& filters)
+{
+    for (const auto& [graph, option] : {std::pair(filters.before, "--before"), {filters.after, "--after"}}) {
+        const Media::Status status =
+            graph.empty() ? Media::Status() : Media::FilterGraph::check(graph, option);
+        if (!status) {
+            throw Failure(ExitCode::usage, status.text());
+        }
+    }
+}
+
+/// Has the frames of the range filtered.
+void filterInput(Conversion& conversion)
+{
+    const FilterOptions& filters = conversion.options.filters;
+    if (filters.before.empty() && filters.shortForms.empty()) {
+        return;
+    }
+    if (!filters.shortForms.empty()) {
+        conversion.filterNotes.push_back("frames are filtered by " + filters.shortForms);
+    }
+    const std::string timeCode = conversion.info().timeCode;
+    const Media::Rational rate = conversion.info().frameRate;
+    const std::vector<std::string> notes =
+        conversion.input->filter(Media::joinGraphs(filters.before, filters.shortForms),
+                                 filters.before.empty() ? "the filters" : "--before", conversion.range);
+    conversion.filterNotes.insert(conversion.filterNotes.end(), notes.begin(), notes.end());
+    if (!timeCode.empty() && conversion.info().timeCode.empty()) {
+        conversion.filterNotes.push_back("time code " + timeCode +
+                                         " is left out: --before changes the frame rate");
+    }
+    const bool isSameRate = conversion.info().frameRate == rate;
+    conversion.range = {.start = conversion.range.start,
+                        .frames = 0,
+                        .endPts = {},
+                        .duration = {},
+                        .expected = isSameRate ? conversion.range.expected : 0};
+}
+
 /// Opens the input and decides everything that the first frame needs.
 Conversion decide(const ConvertOptions& options)
 {
@@ -505,12 +611,30 @@ Conversion decide(const ConvertOptions& options)
     if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
         requirePicture(options.output, "a thumbnail");
     }
-    Conversion conversion{options, openInput(options), {}, {}, false, {}, {}, {}, {}, {}, 0, false, 0};
+    checkEncoding(options);
+    checkFilters(options.filters);
+    Conversion conversion{.options = options,
+                          .input = openInput(options),
+                          .colour = {},
+                          .delivery = {},
+                          .keepCodes = false,
+                          .settings = {},
+                          .effectWarnings = {},
+                          .writer = {},
+                          .range = {},
+                          .start = {},
+                          .firstNumber = 0,
+                          .filterNotes = {},
+                          .frames = 0,
+                          .endedEarly = false,
+                          .seconds = 0};
     conversion.range = frameRange(options.picked, conversion.info(), options.input);
     conversion.start.pts = conversion.info().firstPts;
     if (conversion.range.start) {
         conversion.start = conversion.input->skipTo(*conversion.range.start);
     }
+    conversion.firstNumber = frameNumber(conversion.info(), conversion.start.pts, conversion.start.frame);
+    filterInput(conversion);
     conversion.colour = chooseColour(options, conversion.info());
     fitColours(conversion);
     conversion.keepCodes = passesCodes(conversion.options, conversion.info());

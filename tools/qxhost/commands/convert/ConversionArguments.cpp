@@ -124,7 +124,41 @@ void addOutput(CLI::App& app, ConvertOptions& options)
     app.add_option("--pixel-format", options.pixelFormat, "FFmpeg's name of a format that the encoder takes")
         ->option_text("NAME")
         ->group(group);
+    app.add_option(
+           "--profile", options.profile,
+           "Profile of the codec: hq or 4444 (ProRes), hqx (DNxHR),\nhigh10 (H.264), main10 (H.265), ...")
+        ->option_text("NAME")
+        ->group(group);
+    addNumber(app, "--quality", options.rate.quality, 0, 100,
+              "Quality of the encoder, 0 to 100, instead of its default")
+        ->group(group);
+    addBitRate(app, "--bitrate", options.rate.bitRate, "Bits a second of the video: 20M, 800k")->group(group);
+    addEncoderOption(app, "--video-option", options.videoOptions,
+                     "An option of the encoder, FFmpeg's name: preset=slow")
+        ->group(group);
     app.add_flag("--force", options.force, "Replace existing output files")->group(group);
+}
+
+void addAudio(CLI::App& app, ConvertOptions& options)
+{
+    const std::string group = "Audio";
+    app.add_option_function<std::string>(
+           "--audio-codec",
+           [&options](const std::string& word) {
+               options.audio = word != "none";
+               options.audioCodec = options.audio ? word : "";
+           },
+           "What tracks become: copy, none, or FFmpeg's name of an\nencoder. Default: copied if the output "
+           "can "
+           "hold them, else\nAAC, Opus or PCM")
+        ->option_text("NAME")
+        ->group(group);
+    addEncoderOption(app, "--audio-option", options.audioOptions,
+                     "An option of the audio encoder, such as b=256k")
+        ->group(group);
+    app.add_flag_callback(
+           "--no-audio", [&options] { options.audio = false; }, "Leave the audio out")
+        ->group(group);
 }
 
 void addOther(CLI::App& app, ConvertOptions& options)
@@ -144,6 +178,15 @@ void checkFiles(const CLI::App& app, ConvertOptions& options)
     if (options.format && (!options.codec.empty() || !options.pixelFormat.empty())) {
         complain(app, std::string(options.codec.empty() ? "--pixel-format" : "--codec") +
                           " cannot be combined with --format, which writes frames unencoded");
+    }
+    for (const char* option : {"--profile", "--quality", "--bitrate", "--video-option"}) {
+        if (options.format && app.count(option) > 0) {
+            complain(app, std::string(option) +
+                              " cannot be combined with --format, which writes frames unencoded");
+        }
+    }
+    if (app.count("--quality") > 0 && app.count("--bitrate") > 0) {
+        complain(app, "--quality and --bitrate both say how large the output is; give one of them");
     }
     checkOutputRows(app, options.format, options.outputRowBytes);
     if (!options.raw.format) {

@@ -31,6 +31,9 @@ void addRawInput(CLI::App& app, RawInputOptions& raw, SizeOption sizeOption);
 
 void addOutput(CLI::App& app, ConvertOptions& options);
 
+/// Adds the options for the audio of a clip.
+void addAudio(CLI::App& app, ConvertOptions& options);
+
 /// Adds "--device", "--quiet", "--json" and "--help".
 void addOther(CLI::App& app, ConvertOptions& options);
 

@@ -1,8 +1,10 @@
 #include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/HelpFormatter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/commands/convert/BurnInArguments.h"
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/commands/convert/ConversionArguments.h"
+#include "tools/qxhost/commands/convert/FilterArguments.h"
 #include "tools/qxhost/commands/convert/ManyConversions.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/pipeline/effects/ToneMap.h"
@@ -46,6 +48,23 @@ Output formats, by the name's ending:
 Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input missing or damaged (what could be read
 is then written), 4 output, 5 GPU device, 6 effect, LUT or font, 130 interrupted.
 No incomplete file is left under the output's name.)";
+
+constexpr const char* shortFooter = R"(Examples:
+  qxhost convert clip.mov shot_%05d.png            every frame as a picture
+  qxhost convert clip.mov web.mp4 --resize 1280x --lut film.cube
+  qxhost convert clip.mov tape.mov --format v210   unencoded frames in a pixel format
+
+Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input, 4 output, 5 GPU device, 6 effect, LUT or
+font, 130 interrupted. 'qxhost convert --help-all' shows the rare options and more examples.)";
+
+/// Those that "--help" leaves out.
+std::vector<std::string> rareOptions()
+{
+    return {"--output-range", "--filter",   "--depth",        "--technique",   "--texture",
+            "--amount",       "--date",     "--font",         "--font-size",   "--position",
+            "--raw",          "--size",     "--fps",          "--row-bytes",   "--output-row-bytes",
+            "--pixel-format", "--no-audio", "--audio-option", "--video-option"};
+}
 
 float parseAmount(const CLI::App& app, const std::string& word)
 {
@@ -163,16 +182,18 @@ public:
         addColour(app, options_);
         addEffects(app);
         addBurnIn(app, options_.burnIn);
+        addFilters(app, options_.filters, shortFilters_);
         addRange(app, options_.picked, "Frames", true);
         addRawInput(app, options_.raw, SizeOption::ofInput);
         addOutput(app, options_);
-        app.add_flag_callback(
-               "--no-audio", [this] { options_.audio = false; }, "Leave the audio out")
-            ->group("Output");
+        addAudio(app, options_);
         addMany(app);
         addOther(app, options_);
         app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
+        app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
+            ->group("Other options");
         app.footer(convertFooter);
+        app.formatter(std::make_shared<HelpFormatter>(rareOptions(), shortFooter));
     }
 
     void check(const CLI::App& app) override
@@ -182,6 +203,11 @@ public:
         options_.effects = groupEffects(app);
         checkBurnIn(app, options_.burnIn);
         checkRange(app);
+        options_.filters.shortForms = graphOf(shortFilters_);
+        if (options_.format && !options_.filters.after.empty()) {
+            complain(app, "--after filters pictures on their way to an encoder; it cannot be combined with "
+                          "--format, which writes frames unencoded");
+        }
     }
 
     ExitCode run(Console& console) override
@@ -254,6 +280,7 @@ private:
         addDate(app, options_.date)->group("Effects");
     }
 
+    ShortFilters shortFilters_;
     ManyConversions many_;           ///< without a name if there is one input
     std::vector<std::string> texts_; ///< a target that the library wants; groupEffects() reads them in order
 };

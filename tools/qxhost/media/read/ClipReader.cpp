@@ -4,9 +4,11 @@
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
+#include "tools/qxhost/media/read/AudioPreroll.h"
 #include "tools/qxhost/media/read/ClipTimeCode.h"
 #include "tools/qxhost/media/read/EntrySearch.h"
 #include "tools/qxhost/media/read/OpenedFiles.h"
+#include "tools/qxhost/media/read/PictureDescription.h"
 #include "tools/qxhost/media/read/StreamColour.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
 #include "tools/qxhost/media/rows/FramePacker.h"
@@ -223,23 +225,6 @@ std::optional<Orientation> orientationOf(const AVStream& stream)
     return found;
 }
 
-/// A palette always has an alpha component; whether it is used shows in its entries.
-bool usesAlpha(const AVFrame& frame, const ComponentRows& components)
-{
-    if (!components.hasAlpha() || frame.format != AV_PIX_FMT_PAL8) {
-        return components.hasAlpha();
-    }
-    constexpr std::uint8_t opaque = 255;
-    std::vector<std::uint8_t> row(static_cast<std::size_t>(frame.width));
-    for (int y = 0; y < frame.height; ++y) {
-        components.read(frame, 3, y, 0, frame.width, row.data());
-        if (std::any_of(row.begin(), row.end(), [](std::uint8_t alpha) { return alpha != opaque; })) {
-            return true;
-        }
-    }
-    return false;
-}
-
 /// Of the demuxer's index, without the frames that are only there because others refer to them.
 std::int64_t framesShown(AVStream& stream)
 {
@@ -324,6 +309,7 @@ struct ClipReader::Impl
     void restartDecoder();
     bool dropFramesBefore(const SeekTarget& target, const std::optional<EntrySearch::Entry>& entry);
     void dropAudioBefore(std::int64_t pts);
+    void readAudioUpTo(std::int64_t pts);
     bool skipTo(const SeekTarget& target);
     int readPacket();
 
@@ -352,7 +338,8 @@ struct ClipReader::Impl
     std::optional<int> endOfHeld; // what reading them ended with
     std::string endMessage;
     std::shared_ptr<AudioQueue> audio;
-    std::vector<int> trackOfStream; // -1 for what is not copied
+    std::vector<int> trackOfStream;         // -1 for what is not queued
+    std::vector<std::int64_t> audioReached; // by track, the latest end of a packet
 
     bool inputEnded = false;
     bool ended = false;
@@ -457,6 +444,7 @@ Status ClipReader::Impl::findStreams()
             other.discard = AVDISCARD_ALL;
         }
     }
+    audioReached.assign(tracks.size(), INT64_MIN);
     audio = std::make_shared<AudioQueue>(std::move(tracks));
     return {};
 }
@@ -505,8 +493,6 @@ Status ClipReader::Impl::describe(const AVFrame& first)
                      std::to_string(first.height) + " pixels; the largest that is read is " +
                      std::to_string(largestSide) + " each way"};
     }
-    info.width = first.width;
-    info.height = first.height;
     info.codec = decoder->codec->name;
     info.container = input->iformat->name;
     info.isStill = endsWith(info.container, "_pipe");
@@ -516,16 +502,9 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     info.frameRate = info.isStill ? Rational{} : fromAv(av_guess_frame_rate(input.get(), stream, nullptr));
     info.sampleAspect =
         fromAv(av_guess_sample_aspect_ratio(input.get(), stream, const_cast<AVFrame*>(&first)));
-    info.fieldOrder = fieldOrderOf(first);
+    describePicture(first, info);
     info.colour = colourOf(first, *stream->codecpar);
     info.colour.brightness = brightnessOf(first, *stream);
-    const ComponentRows components(format);
-    info.bitsPerComponent = components.bits();
-    info.naturalDepth = components.wide() ? Depth::bits16 : Depth::bits8;
-    info.packsCodes = FramePacker::onlyRearranges(first);
-    info.packingDepth = info.packsCodes ? info.naturalDepth : Depth::bits16;
-    info.hasAlpha = usesAlpha(first, components);
-    info.hasFullChroma = !components.isGrey() && components.chromaShiftX() == 0;
     info.orientation = orientationOf(*stream);
     info.timeCode = timeCodeOf(*input, *stream, first);
     if (info.isStill) {
@@ -797,6 +776,10 @@ void ClipReader::Impl::queueAudio(const AVPacket& from)
     if (track < 0) {
         return;
     }
+    if (const std::int64_t pts = from.pts != AV_NOPTS_VALUE ? from.pts : from.dts; pts != AV_NOPTS_VALUE) {
+        std::int64_t& latest = audioReached[static_cast<std::size_t>(track)];
+        latest = std::max(latest, av_sat_add64(pts, from.duration));
+    }
     PacketPtr copy(av_packet_clone(&from));
     if (copy) {
         copy->stream_index = track;
@@ -933,11 +916,7 @@ FrameTime ClipReader::Impl::timeOf(const AVFrame& frame)
 /// A clip may change its range: each frame's own tag holds.
 Range ClipReader::Impl::rangeOf(const AVFrame& frame) const
 {
-    AVCodecParameters noTags{}; // the stream's may be of frames to come
-    noTags.color_space = AVCOL_SPC_UNSPECIFIED;
-    noTags.color_primaries = AVCOL_PRI_UNSPECIFIED;
-    noTags.color_trc = AVCOL_TRC_UNSPECIFIED;
-    const Colour own = colourOf(frame, noTags);
+    const Colour own = colourOf(frame); // the stream's tags may be of frames to come
     const Colour& colour = own.rangeGuessed ? info.colour : own;
     return colour.fromRgb ? colour.rgbRange : colour.range;
 }
@@ -963,8 +942,9 @@ std::optional<ClipReader::Impl::Passed> ClipReader::Impl::passedPackets() const
     return passed;
 }
 
-/// MOV and MP4 list their packets: goes to one key frame before the last of those that are stored before the
-/// target, since the last one may be shown after it. Returns false if the place in the input is lost.
+/// MOV and MP4 list their packets: goes to a key frame before the last of those that are stored before the
+/// target, since the last one may be shown after it, and audio needs what is before it. Returns false if the
+/// place in the input is lost.
 bool ClipReader::Impl::jumpByIndex(const SeekTarget& target, Passed& passed)
 {
     if (info.container.find("mp4") == std::string::npos || stream->nb_frames <= 0) {
@@ -973,7 +953,6 @@ bool ClipReader::Impl::jumpByIndex(const SeekTarget& target, Passed& passed)
     const int count = avformat_index_get_entries_count(stream);
     const auto entryAt = [this](int i) { return avformat_index_get_entry(stream, i); };
     int last = -1;
-    int beforeLast = -1;
     std::int64_t shown = -passed.lost;
     for (int i = 0; i < count; ++i) {
         const AVIndexEntry& entry = *entryAt(i);
@@ -981,9 +960,16 @@ bool ClipReader::Impl::jumpByIndex(const SeekTarget& target, Passed& passed)
             if (target.pts ? entry.timestamp > *target.pts : shown > target.frame) {
                 break;
             }
-            beforeLast = std::exchange(last, i);
+            last = i;
         }
         shown += (entry.flags & AVINDEX_DISCARD_FRAME) == 0 ? 1 : 0;
+    }
+    const std::int64_t preroll =
+        audio->tracks().empty() ? 0 : av_rescale_q(1, audioPreroll, stream->time_base);
+    int beforeLast = last - 1;
+    while (beforeLast >= 0 && ((entryAt(beforeLast)->flags & AVINDEX_KEYFRAME) == 0 ||
+                               entryAt(last)->timestamp - entryAt(beforeLast)->timestamp < preroll)) {
+        --beforeLast;
     }
     if (beforeLast < packetsFed) {
         return true; // reading on leads there
@@ -1115,10 +1101,40 @@ void ClipReader::Impl::dropAudioBefore(std::int64_t pts)
 {
     audio->remove([&](const AudioQueue::Packet& each) {
         const AudioQueue::Track& track = audio->tracks()[static_cast<std::size_t>(each->stream_index)];
-        return each->pts != AV_NOPTS_VALUE &&
-               av_compare_ts(av_sat_add64(each->pts, each->duration), {track.timeBaseNum, track.timeBaseDen},
-                             pts, stream->time_base) <= 0;
+        return isPastAudio(*each, {track.timeBaseNum, track.timeBaseDen}, pts, stream->time_base);
     });
+}
+
+/// Audio may be stored after the video that it belongs to, at most by as much as here.
+void ClipReader::Impl::readAudioUpTo(std::int64_t pts)
+{
+    constexpr int longestDelay = 10; // seconds
+    const std::int64_t farthest = av_sat_add64(pts, av_rescale_q(longestDelay, {1, 1}, stream->time_base));
+    const auto isMissing = [&] {
+        for (std::size_t i = 0; i < audioReached.size(); ++i) {
+            const AudioQueue::Track& track = audio->tracks()[i];
+            if (audioReached[i] == INT64_MIN ||
+                av_compare_ts(audioReached[i], {track.timeBaseNum, track.timeBaseDen}, pts,
+                              stream->time_base) < 0) {
+                return true;
+            }
+        }
+        return false;
+    };
+    bool isFar = false;
+    while (!isFar && !inputEnded && isMissing()) {
+        inputEnded = readPacket() < 0;
+        if (inputEnded) {
+            break; // what is wrong behind the frames that are wanted does not count
+        }
+        if (packet->stream_index == stream->index) {
+            isFar = packet->dts != AV_NOPTS_VALUE && packet->dts > farthest;
+        } else if (static_cast<std::size_t>(packet->stream_index) < trackOfStream.size()) {
+            queueAudio(*packet);
+        }
+        av_packet_unref(packet.get());
+    }
+    ended = true;
 }
 
 /// Returns false if it got lost: the input must be opened again, and its frames decoded from the start.
@@ -1202,6 +1218,11 @@ ClipReader::Next ClipReader::next(Frame& frame)
     const Range range = self.rangeOf(*picture);
     frame = Frame(std::shared_ptr<const AVFrame>(picture.release(), FreeFrame()), time, damaged, range);
     return Next::frame;
+}
+
+void ClipReader::readAudioUpTo(std::int64_t pts)
+{
+    impl_->readAudioUpTo(pts);
 }
 
 const StreamInfo& ClipReader::info() const

@@ -128,6 +128,10 @@ public:
     /// (failure() says why); after `end` and `failed` the result stays the same.
     Next next(Frame& frame);
 
+    /// Reads on, without decoding, until the audio up to that time of the video is in the queue. Frames
+    /// cannot be read after it.
+    void readAudioUpTo(std::int64_t pts);
+
     /// Why next() returned failed.
     const std::string& failure() const;
     /// Damage found so far: the number of cases, and a line for each of the first few.

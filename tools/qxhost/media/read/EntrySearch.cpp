@@ -1,5 +1,7 @@
 #include "tools/qxhost/media/read/EntrySearch.h"
 
+#include "tools/qxhost/media/read/AudioPreroll.h"
+
 #include <algorithm>
 
 namespace Qx::Media {
@@ -24,9 +26,7 @@ void EntrySearch::enter(const Candidate& candidate)
     std::erase_if(kept_, [&](const Kept& kept) {
         const AVPacket& packet = *kept.packet;
         const bool isPast = kept.otherTimeBase
-                                ? packet.pts != AV_NOPTS_VALUE &&
-                                      av_compare_ts(av_sat_add64(packet.pts, packet.duration),
-                                                    *kept.otherTimeBase, entry_->pts, timeBase_) <= 0
+                                ? isPastAudio(packet, *kept.otherTimeBase, entry_->pts, timeBase_)
                                 : kept.order < candidate.order;
         bytes_ -= isPast ? static_cast<std::size_t>(packet.size) : 0;
         return isPast;

@@ -51,7 +51,7 @@ public:
     /// Empty if there is none up to the frame: decoding then goes on with the first packet that was given.
     const std::optional<Entry>& entry() const { return entry_; }
 
-    /// The packets from the entry on, those of other streams from its time on.
+    /// The packets from the entry on, those of other streams from what its time needs of them.
     std::deque<PacketPtr> takePackets();
 
 private:

@@ -113,4 +113,13 @@ Brightness brightnessOf(const AVFrame& frame, const AVStream& stream)
     return found;
 }
 
+Colour colourOf(const AVFrame& frame)
+{
+    AVCodecParameters noTags{};
+    noTags.color_space = AVCOL_SPC_UNSPECIFIED;
+    noTags.color_primaries = AVCOL_PRI_UNSPECIFIED;
+    noTags.color_trc = AVCOL_TRC_UNSPECIFIED;
+    return colourOf(frame, noTags);
+}
+
 } // namespace Qx::Media

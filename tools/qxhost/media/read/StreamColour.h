@@ -11,4 +11,7 @@ Colour colourOf(const AVFrame& frame, const AVCodecParameters& stream);
 /// From the first frame, else from the stream.
 Brightness brightnessOf(const AVFrame& frame, const AVStream& stream);
 
+/// By the frame's own tags alone.
+Colour colourOf(const AVFrame& frame);
+
 } // namespace Qx::Media

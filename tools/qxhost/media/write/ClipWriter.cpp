@@ -33,25 +33,6 @@ bool holdsOrientation(const AVOutputFormat& container)
     return std::find(kinds.begin(), kinds.end(), container.name) != kinds.end();
 }
 
-/// Says how to keep it, or how to omit it without the warning.
-std::string audioIsLeftOut(const std::string& codecs, const std::string& extension)
-{
-    const char* other = extension == "mov" ? ".mkv" : (extension == "mkv" ? ".mov" : ".mov or .mkv");
-    return "audio (" + codecs + ") is left out: ." + extension + " cannot hold it; use " + other +
-           ", or --no-audio";
-}
-
-/// Of all channels; 0 if it is not PCM.
-int bytesOfPcmSample(const AVCodecParameters& audio)
-{
-    const std::string_view codec = avcodec_get_name(audio.codec_id);
-    constexpr int bitsOfByte = 8;
-    const int bits = av_get_exact_bits_per_sample(audio.codec_id);
-    return codec.starts_with("pcm_") && bits % bitsOfByte == 0
-               ? bits / bitsOfByte * audio.ch_layout.nb_channels
-               : 0;
-}
-
 /// Codecs whose stream itself counts frames at a fixed rate.
 bool hasFixedRate(AVCodecID codec)
 {
@@ -108,20 +89,8 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
     if (settings.orientation && !holdsOrientation(*container)) {
         writer->warnings_.push_back(orientationIsLost(*settings.orientation));
     }
-    const bool hasAudio = settings.audio && !settings.audio->tracks().empty();
     writer->extension_ = extension;
-    std::vector<std::string> warnings = writer->warnings_;
-    Status status = writer->begin(*container, hasAudio);
-    if (!status && hasAudio) {
-        std::string codecs;
-        for (const AudioQueue::Track& track : settings.audio->tracks()) {
-            codecs +=
-                (codecs.empty() ? "" : ", ") + std::string(avcodec_get_name(track.parameters->codec_id));
-        }
-        status = writer->begin(*container, false);
-        writer->warnings_ = std::move(warnings);
-        writer->warnings_.push_back(audioIsLeftOut(codecs, extension));
-    }
+    const Status status = writer->beginWithAudio(*container);
     if (!status) {
         return Error{status.text()};
     }
@@ -178,24 +147,24 @@ void ClipWriter::warnAboutAlpha()
     }
 }
 
-void ClipWriter::addAudio(const AVOutputFormat& container)
+/// A container may refuse a codec only when it is written.
+Status ClipWriter::beginWithAudio(const AVOutputFormat& container)
 {
-    for (const AudioQueue::Track& track : settings_.audio->tracks()) {
-        const AVCodecID codec = track.parameters->codec_id;
-        AVStream* stream = avformat_query_codec(&container, codec, FF_COMPLIANCE_NORMAL) != 0
-                               ? avformat_new_stream(output_.get(), nullptr)
-                               : nullptr;
-        if (stream && avcodec_parameters_copy(stream->codecpar, track.parameters.get()) >= 0) {
-            stream->codecpar->codec_tag = 0; // the tag belongs to the source's container
-            stream->time_base = {track.timeBaseNum, track.timeBaseDen};
-            if (!track.language.empty()) {
-                av_dict_set(&stream->metadata, "language", track.language.c_str(), 0);
-            }
-        } else {
-            warnings_.push_back(audioIsLeftOut(avcodec_get_name(codec), extension_));
+    using Copies = AudioWriter::Copies;
+    Status status;
+    for (const Copies copies : {Copies::allowed, Copies::none}) {
+        auto plan = AudioWriter::plan(container, extension_, settings_, copies);
+        if (!plan) {
+            return Error{"cannot write " + quoted(part_.file()) + ": " + plan.text()};
         }
-        audioStreams_.push_back(stream);
+        audio_ = std::move(plan.value());
+        status = begin(container);
+        if (status || !audio_->mayBeRefused()) {
+            break;
+        }
     }
+    warnings_.insert(warnings_.end(), audio_->warnings().begin(), audio_->warnings().end());
+    return status;
 }
 
 Status ClipWriter::setOrientation(const AVOutputFormat& container)
@@ -222,10 +191,9 @@ Status ClipWriter::setBrightness()
     return {};
 }
 
-Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
+Status ClipWriter::begin(const AVOutputFormat& container)
 {
     AVFormatContext* raw = nullptr;
-    audioStreams_.clear();
     const std::string url = "file:" + part_.part().native();
     if (avformat_alloc_output_context2(&raw, &container, nullptr, url.c_str()) < 0) {
         return Error{"out of memory"};
@@ -251,8 +219,8 @@ Status ClipWriter::begin(const AVOutputFormat& container, bool withAudio)
         // From here QuickTime's family and MXF make a track of it, others a tag.
         av_dict_set(&output_->metadata, "timecode", settings_.timeCode.c_str(), 0);
     }
-    if (withAudio) {
-        addAudio(container);
+    if (Status status = audio_->addStreams(*output_); !status) {
+        return status;
     }
     takeFfmpegMessage();
     int error = [&] {
@@ -281,17 +249,25 @@ Status ClipWriter::fileStatus(int error) const
 
 Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time)
 {
-    if (frames_ == 0 && (fixedRate_ || settings_.beginsAtZero)) {
-        shift_ = time.pts; // a container that only counts frames begins with the first too
+    if (frames_ == 0) {
+        // A container that only counts frames begins with the first too.
+        shift_ = fixedRate_ || settings_.beginsAtZero ? time.pts : 0;
+        audio_->begin(time.pts, shift_, [this](AVPacket& packet) {
+            return av_interleaved_write_frame(output_.get(), &packet);
+        });
     }
     ++frames_;
     FrameTime shifted = time;
     shifted.pts = av_sat_sub64(shifted.pts, shift_);
-    endMicroseconds_ = av_rescale_q(av_sat_add64(shifted.pts, shifted.duration), toAv(settings_.timeBase),
-                                    av_get_time_base_q());
+    end_ = av_sat_add64(shifted.pts, shifted.duration);
     Status status =
         encoder_->encode(rows, pitch, shifted, [this](AVPacket& packet) { return writeVideo(packet); });
-    return status ? writeAudioUpTo(endMicroseconds_) : status;
+    return status ? audioStatus(audio_->writeUpTo(end_)) : status;
+}
+
+Status ClipWriter::audioStatus(const Status& status) const
+{
+    return status ? Status() : Error{"cannot write " + quoted(part_.file()) + ": " + status.text()};
 }
 
 Status ClipWriter::writeVideo(AVPacket& packet)
@@ -301,94 +277,14 @@ Status ClipWriter::writeVideo(AVPacket& packet)
     return fileStatus(av_interleaved_write_frame(output_.get(), &packet));
 }
 
-Status ClipWriter::writeAudioUpTo(std::int64_t endMicroseconds)
-{
-    if (!settings_.audio) {
-        return {};
-    }
-    while (AudioQueue::Packet packet = settings_.audio->pop()) {
-        waitingAudio_.push_back(std::move(packet));
-    }
-    while (!waitingAudio_.empty()) {
-        AVPacket& packet = *waitingAudio_.front();
-        const auto trackIndex = static_cast<std::size_t>(packet.stream_index);
-        const AudioQueue::Track& track = settings_.audio->tracks()[trackIndex];
-        const AVRational timeBase{track.timeBaseNum, track.timeBaseDen};
-        const std::int64_t shift = av_rescale_q(shift_, toAv(settings_.timeBase), timeBase);
-        const std::int64_t start = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
-        const auto isBeyondEnd = [&](std::int64_t time) {
-            return av_rescale_q(av_sat_sub64(time, shift), timeBase, av_get_time_base_q()) > endMicroseconds;
-        };
-        if (start != AV_NOPTS_VALUE && isBeyondEnd(av_sat_add64(start, 1))) {
-            return {};
-        }
-        // Where it ends within a packet is known only at the end.
-        const bool mayBeCut = settings_.cutsAudio && start != AV_NOPTS_VALUE;
-        if (mayBeCut && !isEnding_ && isBeyondEnd(av_sat_add64(start, packet.duration))) {
-            return {};
-        }
-        AVStream* stream = trackIndex < audioStreams_.size() ? audioStreams_[trackIndex] : nullptr;
-        if (stream && (!mayBeCut || cutAudio(packet, track, shift))) {
-            packet.pts = packet.pts != AV_NOPTS_VALUE ? av_sat_sub64(packet.pts, shift) : packet.pts;
-            packet.dts = packet.dts != AV_NOPTS_VALUE ? av_sat_sub64(packet.dts, shift) : packet.dts;
-            packet.stream_index = stream->index;
-            packet.pos = -1;
-            av_packet_rescale_ts(&packet, timeBase, stream->time_base);
-            if (Status status = copyAudio(packet); !status) {
-                return status;
-            }
-        }
-        waitingAudio_.pop_front();
-    }
-    return {};
-}
-
-/// Leaves of a packet what is heard while the frames are shown. `begin` is the time of the first, in the
-/// track's units. Returns false if that is nothing.
-bool ClipWriter::cutAudio(AVPacket& packet, const AudioQueue::Track& track, std::int64_t begin) const
-{
-    const int sampleBytes = bytesOfPcmSample(*track.parameters);
-    if (sampleBytes == 0 || track.parameters->sample_rate <= 0) {
-        return packet.pts == AV_NOPTS_VALUE || packet.pts >= begin;
-    }
-    const AVRational timeBase{track.timeBaseNum, track.timeBaseDen};
-    const AVRational perSample{1, track.parameters->sample_rate};
-    const std::int64_t early = av_rescale_q(av_sat_sub64(begin, packet.pts), timeBase, perSample);
-    const std::int64_t length = av_rescale_q(endMicroseconds_, av_get_time_base_q(), perSample);
-    const std::int64_t first = std::max<std::int64_t>(early, 0);
-    const std::int64_t samples = packet.size / sampleBytes;
-    const std::int64_t last = isEnding_ ? std::min(samples, av_sat_add64(early, length)) : samples;
-    if (first >= last) {
-        return false;
-    }
-    const std::int64_t skipped = av_rescale_q(first, perSample, timeBase);
-    packet.data += first * sampleBytes;
-    packet.size = static_cast<int>((last - first) * sampleBytes);
-    packet.pts = av_sat_add64(packet.pts, skipped);
-    packet.dts = packet.dts != AV_NOPTS_VALUE ? av_sat_add64(packet.dts, skipped) : packet.dts;
-    packet.duration = av_rescale_q(last - first, perSample, timeBase);
-    return true;
-}
-
-Status ClipWriter::copyAudio(AVPacket& packet)
-{
-    const int error = av_interleaved_write_frame(output_.get(), &packet);
-    if (error == AVERROR(EINVAL) || error == AVERROR_INVALIDDATA) {
-        ++refusedAudio_; // a damaged packet of the source; the rest of the audio is kept
-        return {};
-    }
-    return fileStatus(error);
-}
-
 Status ClipWriter::finish()
 {
     if (frames_ == 0) {
         return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
     }
     Status status = encoder_->flush([this](AVPacket& packet) { return writeVideo(packet); });
-    isEnding_ = true;
     if (status) {
-        status = writeAudioUpTo(endMicroseconds_);
+        status = audioStatus(audio_->finish(end_));
     }
     if (!status) {
         return status;
@@ -403,8 +299,8 @@ Status ClipWriter::finish()
     }
     const auto lost = lostDescription(part_.part(), settings_, encoder_->context(), extension_);
     warnings_.insert(warnings_.end(), lost.begin(), lost.end());
-    if (refusedAudio_ > 0) {
-        warnings_.push_back(std::to_string(refusedAudio_) + " damaged audio packets are left out");
+    for (const std::string& warning : audio_->warningsAtEnd()) {
+        warnings_.push_back(warning);
     }
     if (encoder_->movedFrames() > 0) {
         warnings_.push_back("the times of " + std::to_string(encoder_->movedFrames()) +

@@ -1,17 +1,17 @@
 #pragma once
 
 #include "tools/qxhost/media/files/OutputFile.h"
+#include "tools/qxhost/media/write/AudioWriter.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/media/write/VideoPackets.h"
 
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace Qx::Media {
 
-/// A clip in a container: video, encoded or stored as it is, and copied audio.
+/// A clip in a container: video, encoded or stored as it is, and audio.
 class ClipWriter final : public iFrameWriter
 {
 public:
@@ -22,6 +22,7 @@ public:
     Status finish() override;
     const std::vector<std::string>& warnings() const override { return warnings_; }
     std::string description() const override;
+    std::vector<WrittenAudio> audio() const override { return audio_->tracks(); }
     std::vector<std::filesystem::path> files() const override;
 
 private:
@@ -40,32 +41,27 @@ private:
                                                               const OutputSettings& settings,
                                                               bool& fixedRate);
     ClipWriter(OutputFile part, const OutputSettings& settings, std::unique_ptr<iVideoPackets> packets);
-    Status begin(const AVOutputFormat& container, bool withAudio);
+    Status begin(const AVOutputFormat& container);
+    Status beginWithAudio(const AVOutputFormat& container);
     Status setOrientation(const AVOutputFormat& container);
     Status setBrightness();
     void warnAboutAlpha();
-    void addAudio(const AVOutputFormat& container);
     Status writeVideo(AVPacket& packet);
-    Status writeAudioUpTo(std::int64_t endMicroseconds);
-    bool cutAudio(AVPacket& packet, const AudioQueue::Track& track, std::int64_t begin) const;
-    Status copyAudio(AVPacket& packet);
     Status fileStatus(int error) const;
+    Status audioStatus(const Status& status) const;
 
     OutputFile part_;
     const OutputSettings settings_;
     std::unique_ptr<iVideoPackets> encoder_;
     OutputPtr output_;
     AVStream* video_ = nullptr;
-    std::vector<AVStream*> audioStreams_; // by track; null for those left out
-    std::deque<AudioQueue::Packet> waitingAudio_;
+    std::unique_ptr<AudioWriter> audio_;
     std::vector<std::string> warnings_;
     std::int64_t shift_ = 0; // subtracted from all times, in the source's time base
     std::string extension_;
     bool fixedRate_ = false;
     std::int64_t frames_ = 0;
-    std::int64_t endMicroseconds_ = 0;
-    bool isEnding_ = false; // no more frames come
-    std::int64_t refusedAudio_ = 0;
+    std::int64_t end_ = 0; // of the last frame, in the source's time base
     bool done_ = false;
 };
 

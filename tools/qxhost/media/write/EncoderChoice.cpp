@@ -2,6 +2,8 @@
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/write/EncoderProfiles.h"
+#include "tools/qxhost/media/write/EncoderRate.h"
 
 #include <algorithm>
 #include <array>
@@ -81,7 +83,7 @@ Wish wishFor(AVCodecID codec, Depth depth)
 }
 
 /// FFV1 since level 3 cuts a picture into a grid of slices, which may not be finer than the picture.
-std::vector<std::pair<std::string, std::string>> ffv1Options(const OutputSettings& settings)
+EncoderOptions ffv1Options(const OutputSettings& settings)
 {
     constexpr int enoughForSixteen = 64;
     constexpr int enoughForFour = 8;
@@ -141,18 +143,23 @@ std::string listOf(std::span<const AVPixelFormat> formats)
 /// For encoders that take anything.
 constexpr std::array anyFormats{AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV422P10};
 
-Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& settings)
+Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& settings,
+                                  const EncoderProfile* profile)
 {
     const std::string& name = settings.pixelFormat;
     const AVPixelFormat format = av_get_pix_fmt(name.c_str());
     if (format == AV_PIX_FMT_NONE) {
-        return Error{"there is no pixel format \"" + name + "\""};
+        return Error{noPixelFormat(name)};
     }
     const std::span<const AVPixelFormat> taken = pixelFormatsOf(codec);
     const bool known = taken.empty() || std::find(taken.begin(), taken.end(), format) != taken.end();
     if (!known || !ComponentRows::writable(format)) {
         return Error{"encoder " + std::string(codec.name) + " cannot be given pixel format " + name +
                      (taken.empty() ? "" : "; it takes " + listOf(taken))};
+    }
+    if (profile && !holdsFormat(*profile, format)) {
+        return Error{"profile " + std::string(profile->word) + " of encoder " + codec.name +
+                     " does not hold pixel format " + name + "; leave one of them out"};
     }
     if (needsEvenSizes(codec) && !dividesSize(format, settings)) {
         return Error{"encoder " + std::string(codec.name) + " cannot hold " + sizeText(settings) +
@@ -161,17 +168,58 @@ Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& se
     return format;
 }
 
+/// For high quality, for encoders whose defaults favour small files.
+EncoderOptions defaultOptions(const AVCodec& codec, AVPixelFormat format, const OutputSettings& settings)
+{
+    const std::string_view name = codec.name;
+    const bool isKnown = format != AV_PIX_FMT_NONE;
+    const bool deep = isKnown && ComponentRows(format).wide();
+    const bool full = isKnown && ComponentRows(format).chromaShiftX() == 0;
+    if (name == "libx264") {
+        return {{"crf", "16"}, {"preset", "medium"}};
+    }
+    if (name == "libx265") {
+        // It writes to standard error by itself; FFmpeg's messages do not.
+        return {{"crf", "16"}, {"preset", "medium"}, {"x265-params", "log-level=error"}};
+    }
+    if (name == "libvpx-vp9") {
+        return {{"crf", "20"}, {"b", "0"}, {"row-mt", "1"}, {"cpu-used", "4"}};
+    }
+    if (name == "prores_ks") {
+        return {{"profile", full ? "4444" : "hq"}, {"vendor", "apl0"}};
+    }
+    if (name == "dnxhd") {
+        return {{"profile", full ? "dnxhr_444" : deep ? "dnxhr_hqx" : "dnxhr_hq"}};
+    }
+    if (name == "libsvtav1") {
+        return {{"crf", "20"}, {"b", "0"}, {"preset", "8"}};
+    }
+    if (name == "libaom-av1") {
+        return {{"crf", "20"}, {"b", "0"}, {"row-mt", "1"}, {"cpu-used", "6"}};
+    }
+    if (name == "librav1e") {
+        return {{"qp", "60"}, {"speed", "8"}};
+    }
+    if (name == "ffv1") {
+        return ffv1Options(settings);
+    }
+    if (name == "png") {
+        return {{"compression_level", "1"},
+                {"pred", "sub"}}; // higher levels cost twice the time for 2% of size
+    }
+    if (name == "mpeg4" || name == "mpeg2video" || name == "mjpeg") {
+        return {{"flags", "+qscale"}, {"global_quality", std::to_string(2 * FF_QP2LAMBDA)}};
+    }
+    return {};
+}
+
 } // namespace
 
 Result<const AVCodec*> chooseClipEncoder(const std::string& extension, const AVOutputFormat& container,
                                          const OutputSettings& settings)
 {
     if (!settings.encoder.empty()) {
-        const AVCodec* named = avcodec_find_encoder_by_name(settings.encoder.c_str());
-        if (!named || named->type != AVMEDIA_TYPE_VIDEO) {
-            return Error{"this FFmpeg has no video encoder \"" + settings.encoder + "\""};
-        }
-        return named;
+        return encoderNamed(settings.encoder, AVMEDIA_TYPE_VIDEO);
     }
     for (const DefaultEncoder& each : defaultEncoders) {
         const AVCodec* codec =
@@ -190,8 +238,12 @@ Result<const AVCodec*> chooseClipEncoder(const std::string& extension, const AVO
 
 Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettings& settings)
 {
+    const auto profile = profileNamed(codec, settings.profile);
+    if (!profile) {
+        return profile.error();
+    }
     if (!settings.pixelFormat.empty()) {
-        return namedFormat(codec, settings);
+        return namedFormat(codec, settings, profile.value());
     }
     if (codec.id == AV_CODEC_ID_DNXHD && (settings.width < dnxhrWidth || settings.height < dnxhrHeight)) {
         return Error{"DNxHR holds pictures of " + std::to_string(dnxhrWidth) + "x" +
@@ -203,7 +255,8 @@ Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettin
     int bestDistance = 0;
     const std::span<const AVPixelFormat> taken = pixelFormatsOf(codec);
     for (const AVPixelFormat each : taken.empty() ? std::span<const AVPixelFormat>(anyFormats) : taken) {
-        if (!ComponentRows::writable(each) || (needsEvenSizes(codec) && !dividesSize(each, settings))) {
+        if (!ComponentRows::writable(each) || (needsEvenSizes(codec) && !dividesSize(each, settings)) ||
+            (profile.value() && !holdsFormat(*profile.value(), each))) {
             continue;
         }
         const int here = distance(each, wish, settings.alpha);
@@ -221,43 +274,55 @@ Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettin
     return best;
 }
 
+std::string noPixelFormat(const std::string& name)
+{
+    std::vector<std::string> names;
+    for (const AVPixFmtDescriptor* each = nullptr; (each = av_pix_fmt_desc_next(each));) {
+        names.emplace_back(each->name);
+    }
+    return "there is no pixel format \"" + name + "\"" + nearestWords(name, names);
+}
+
 bool isJpegFormat(AVPixelFormat format)
 {
     return format == AV_PIX_FMT_YUVJ420P || format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
 }
 
-std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& codec, AVPixelFormat format,
-                                                                const OutputSettings& settings)
+Result<EncoderOptions> optionsFor(const AVCodec& codec, AVPixelFormat format, const OutputSettings& settings)
 {
-    const std::string_view name = codec.name;
-    const bool deep = ComponentRows(format).wide();
-    if (name == "libx264") {
-        return {{"crf", "16"}, {"preset", "medium"}};
+    EncoderOptions options = defaultOptions(codec, format, settings);
+    const auto rate = rateOptions(codec, settings.rate);
+    if (!rate) {
+        return rate.error();
     }
-    if (name == "libx265") {
-        // It writes to standard error by itself; FFmpeg's messages do not.
-        return {{"crf", "16"}, {"preset", "medium"}, {"x265-params", "log-level=error"}};
+    const auto profile = profileNamed(codec, settings.profile);
+    if (!profile) {
+        return profile.error();
     }
-    if (name == "libvpx-vp9") {
-        return {{"crf", "20"}, {"b", "0"}, {"row-mt", "1"}, {"cpu-used", "4"}};
+    const EncoderOptions& own = settings.encoderOptions;
+    const bool choosesRate =
+        !rate.value().empty() ||
+        std::any_of(own.begin(), own.end(), [](const auto& each) { return isRateOption(each.first); });
+    if (choosesRate) {
+        std::erase_if(options, [](const auto& each) {
+            return isRateOption(each.first) ||
+                   each == std::pair<const std::string, std::string>("flags", "+qscale");
+        });
     }
-    if (name == "prores_ks") {
-        return {{"profile", ComponentRows(format).chromaShiftX() == 0 ? "4444" : "hq"}, {"vendor", "apl0"}};
+    if (profile.value() && profile.value()->value) {
+        // FFmpeg's other encoders of ProRes know the number alone.
+        const bool byNumber = codec.id == AV_CODEC_ID_PRORES && std::string_view(codec.name) != "prores_ks";
+        options["profile"] = byNumber ? std::to_string(numberOf(*profile.value())) : profile.value()->value;
+    } else if (!profile.value() && !settings.profile.empty()) {
+        options["profile"] = settings.profile;
     }
-    if (name == "dnxhd") {
-        return {{"profile", deep ? "dnxhr_hqx" : "dnxhr_hq"}};
+    for (const EncoderOptions& more : {rate.value(), own}) {
+        for (const auto& [name, value] : more) {
+            // It writes to standard error by itself.
+            options[name] = name == "x265-params" ? "log-level=error:" + value : value;
+        }
     }
-    if (name == "ffv1") {
-        return ffv1Options(settings);
-    }
-    if (name == "png") {
-        return {{"compression_level", "1"},
-                {"pred", "sub"}}; // higher levels cost twice the time for 2% of size
-    }
-    if (name == "mpeg4" || name == "mpeg2video" || name == "mjpeg") {
-        return {{"flags", "+qscale"}, {"global_quality", std::to_string(2 * FF_QP2LAMBDA)}};
-    }
-    return {};
+    return options;
 }
 
 } // namespace Qx::Media

@@ -1,11 +1,10 @@
 #pragma once
 
 #include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/write/EncoderOptions.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace Qx::Media {
 
@@ -15,14 +14,19 @@ Result<const AVCodec*> chooseClipEncoder(const std::string& extension, const AVO
 
 /// The pixel format an encoder is given: the one the settings name, or the nearest to what suits the codec:
 /// RGB for lossless and still-picture codecs, 4:2:2 for those used between editing steps, 4:2:0 for delivery.
-/// Never one that the encoder cannot use for the size.
+/// Never one that the encoder cannot use for the size. Fails if the codec has no profile as the settings name
+/// it, or the two formats exclude each other.
 Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettings& settings);
+
+/// What to say of a name that no pixel format has.
+std::string noPixelFormat(const std::string& name);
 
 /// One of JPEG's formats: YCbCr in full range.
 bool isJpegFormat(AVPixelFormat format);
 
-/// High-quality options for encoders whose defaults favour small files.
-std::vector<std::pair<std::string, std::string>> defaultOptions(const AVCodec& codec, AVPixelFormat format,
-                                                                const OutputSettings& settings);
+/// All options of an encoder: for high quality where its defaults favour small files, those for the profile
+/// and the size that the settings ask for, and the settings' own, which override the others. Without a
+/// pixel format (AV_PIX_FMT_NONE), those that do not depend on it.
+Result<EncoderOptions> optionsFor(const AVCodec& codec, AVPixelFormat format, const OutputSettings& settings);
 
 } // namespace Qx::Media

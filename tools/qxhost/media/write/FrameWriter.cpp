@@ -5,6 +5,7 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/write/AudioChoice.h"
 #include "tools/qxhost/media/write/ClipWriter.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
 #include "tools/qxhost/media/write/PictureWriter.h"
@@ -24,7 +25,60 @@ std::string lowerExtension(const std::filesystem::path& file)
     return text;
 }
 
+/// Whether an encoder takes options, without opening it.
+Status tryOptions(const AVCodec& codec, const EncoderOptions& options)
+{
+    const CodecPtr context(avcodec_alloc_context3(&codec));
+    return context ? applyOptions(*context, options) : Status(Error{"out of memory"});
+}
+
+Status checkVideo(const std::string& extension, const AVOutputFormat* container,
+                  const OutputSettings& settings)
+{
+    const auto codec = container == nullptr ? choosePictureEncoder(extension, settings)
+                                            : chooseClipEncoder(extension, *container, settings);
+    if (!codec) {
+        return Error{codec.text()};
+    }
+    const std::string& format = settings.pixelFormat;
+    if (!format.empty() && av_get_pix_fmt(format.c_str()) == AV_PIX_FMT_NONE) {
+        return Error{noPixelFormat(format)};
+    }
+    const auto options = optionsFor(*codec.value(), AV_PIX_FMT_NONE, settings);
+    return options ? tryOptions(*codec.value(), options.value()) : Status(options.error());
+}
+
+Status checkAudio(const AVOutputFormat& container, const OutputSettings& settings)
+{
+    const bool isNamed = !settings.audioCodec.empty() && settings.audioCodec != "copy";
+    if (!isNamed && settings.audioOptions.empty()) {
+        return {};
+    }
+    // Whatever the track: PCM of all depths takes the same options.
+    const AVCodecParameters any{};
+    const auto codec =
+        isNamed ? encoderNamed(settings.audioCodec, AVMEDIA_TYPE_AUDIO) : chooseAudioEncoder(container, any);
+    return codec ? tryOptions(*codec.value(), settings.audioOptions) : Status(codec.error());
+}
+
 } // namespace
+
+Status checkEncoding(const std::filesystem::path& file, const OutputSettings& settings)
+{
+    captureFfmpegLog();
+    const std::string extension = lowerExtension(file);
+    const bool isPicture = isPictureExtension(extension);
+    const AVOutputFormat* container =
+        isPicture ? nullptr : av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
+    if (!isPicture && !container) {
+        return {}; // openWriter() says it
+    }
+    Status status = settings.stored ? Status() : checkVideo(extension, container, settings);
+    if (status && container) {
+        status = checkAudio(*container, settings);
+    }
+    return status ? status : Status(Error{"cannot write " + quoted(file) + ": " + status.text()});
+}
 
 Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
                                                  const OutputSettings& settings)

@@ -17,6 +17,14 @@
 
 namespace Qx::Media {
 
+/// How large an encoder may make its output. At most one is set; without any, it is left to the encoder's
+/// defaults here.
+struct RateWish
+{
+    std::optional<double> quality; ///< 0, the worst, to 100
+    std::int64_t bitRate = 0;      ///< bits a second
+};
+
 /// What to write, and how.
 struct OutputSettings
 {
@@ -49,7 +57,11 @@ struct OutputSettings
     /// FFmpeg's name of an encoder and of a pixel format it takes; empty picks by the output's name.
     std::string encoder;
     std::string pixelFormat;
-    /// Passed to the encoder as they are; an option it does not know is an error.
+    /// A profile of the codec ("hq"), in any case; empty leaves it to the pixel format.
+    std::string profile;
+    /// How large the encoder may make its output.
+    RateWish rate;
+    /// Passed to the encoder as they are; an option it does not know is an error. They override all else.
     std::map<std::string, std::string> encoderOptions;
     /// Encoding threads; 0 is one for each processor.
     int threads = 0;
@@ -59,13 +71,26 @@ struct OutputSettings
     std::shared_ptr<const FileSet> kept;
     /// Frames that will be given; 0 when not known. Only used to foresee which names they will take.
     std::int64_t expectedFrames = 0;
-    /// Null, or the audio to copy into a clip.
+    /// Null, or the audio of a clip.
     std::shared_ptr<AudioQueue> audio;
+    /// "copy", the name of an encoder or codec, or empty: each track is copied where the container holds it,
+    /// and encoded where it does not.
+    std::string audioCodec;
+    /// For the audio encoders. Tracks are then encoded though they could be copied.
+    std::map<std::string, std::string> audioOptions;
     /// Clips only: times are counted from the first frame given.
     bool beginsAtZero = false;
-    /// The frames are a part of a clip: PCM begins and ends with them to the sample; of other audio, packets
-    /// are kept that begin while frames are shown.
+    /// The frames are a part of a clip: PCM and audio that is encoded begin and end with them to the sample;
+    /// of other audio, packets are kept that begin while frames are shown.
     bool cutsAudio = false;
+};
+
+/// What has become of a track of audio. Codecs have FFmpeg's names.
+struct WrittenAudio
+{
+    std::string codec;   ///< of the source
+    std::string written; ///< of the output; empty if the track is left out
+    bool isCopied = false;
 };
 
 /// Writes frames to a clip or to pictures. One thread at a time; encoders use threads of their own.
@@ -90,6 +115,9 @@ public:
     /// For people: "prores_ks, yuv422p10le, mov" or "png, rgb48be".
     virtual std::string description() const = 0;
 
+    /// The tracks of settings.audio, in order; empty for what has no audio.
+    virtual std::vector<WrittenAudio> audio() const { return {}; }
+
     /// Names of the files completed so far, at most the first and the last of a sequence.
     virtual std::vector<std::filesystem::path> files() const = 0;
 };
@@ -110,6 +138,10 @@ public:
 /// is off, the file is one to keep, or it cannot be created.
 Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
                                                  const OutputSettings& settings);
+
+/// Checks, before there is a frame, what does not depend on any: the names of encoders, pixel format and
+/// profile, and the options of the encoders. openWriter() checks all of it again.
+Status checkEncoding(const std::filesystem::path& file, const OutputSettings& settings);
 
 /// The remark if the file format has no orientation.
 std::string orientationIsLost(const Orientation& orientation);

@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/write/PictureWriter.h"
 
 #include "tools/qxhost/media/files/Names.h"
+#include "tools/qxhost/media/write/EncoderOptions.h"
 
 #include <algorithm>
 #include <array>
@@ -59,24 +60,30 @@ bool isPictureExtension(const std::string& extension)
     return kindOf(extension) != nullptr;
 }
 
+Result<const AVCodec*> choosePictureEncoder(const std::string& extension, const OutputSettings& settings)
+{
+    const PictureKind* kind = kindOf(extension);
+    if (!kind) {
+        return Error{"unknown picture extension ." + extension};
+    }
+    const auto codec =
+        encoderNamed(settings.encoder.empty() ? kind->encoder : settings.encoder, AVMEDIA_TYPE_VIDEO);
+    if (codec && codec.value()->id != kind->codec) {
+        return Error{"a ." + extension + " cannot hold " + avcodec_get_name(codec.value()->id) +
+                     "; leave out the codec, or choose another ending (.mkv)"};
+    }
+    return codec;
+}
+
 Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem::path& file,
                                                           const std::string& extension,
                                                           const OutputSettings& settings)
 {
-    const PictureKind* kind = kindOf(extension);
-    if (!kind) {
-        return Error{"cannot write " + quoted(file) + ": unknown picture extension ." + extension};
+    const auto codec = choosePictureEncoder(extension, settings);
+    if (!codec) {
+        return Error{"cannot write " + quoted(file) + ": " + codec.text()};
     }
-    const std::string name = settings.encoder.empty() ? kind->encoder : settings.encoder;
-    const AVCodec* codec = avcodec_find_encoder_by_name(name.c_str());
-    if (!codec || codec->type != AVMEDIA_TYPE_VIDEO) {
-        return Error{"cannot write " + quoted(file) + ": this FFmpeg has no encoder \"" + name + "\""};
-    }
-    if (codec->id != kind->codec) {
-        return Error{"cannot write " + quoted(file) + ": a ." + extension + " cannot hold " +
-                     avcodec_get_name(codec->id) + "; leave out the codec, or choose another ending (.mkv)"};
-    }
-    auto made = VideoEncoder::make(*codec, settings, toAv(settings.timeBase), false);
+    auto made = VideoEncoder::make(*codec.value(), settings, toAv(settings.timeBase), false);
     if (!made) {
         return Error{"cannot write " + quoted(file) + ": " + made.text()};
     }

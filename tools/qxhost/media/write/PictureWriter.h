@@ -17,6 +17,9 @@ namespace Qx::Media {
 /// Whether this extension (lower case) is one of pictures.
 bool isPictureExtension(const std::string& extension);
 
+/// The encoder of that kind of picture, or the one that the settings name for it.
+Result<const AVCodec*> choosePictureEncoder(const std::string& extension, const OutputSettings& settings);
+
 /// One picture, or a numbered sequence of them.
 class PictureWriter final : public iFrameWriter
 {

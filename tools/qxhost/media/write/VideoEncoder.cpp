@@ -99,28 +99,19 @@ void VideoEncoder::tagColours(const OutputSettings& settings)
 
 Status VideoEncoder::openCodec(const AVCodec& codec, const OutputSettings& settings)
 {
-    AVDictionary* options = nullptr;
-    for (const auto& [name, value] : defaultOptions(codec, context_->pix_fmt, settings)) {
-        av_dict_set(&options, name.c_str(), value.c_str(), 0);
+    const auto options = optionsFor(codec, context_->pix_fmt, settings);
+    if (!options) {
+        return options.error();
     }
-    for (const auto& [name, value] : settings.encoderOptions) {
-        av_dict_set(&options, name.c_str(), value.c_str(), 0);
+    if (Status status = applyOptions(*context_, options.value()); !status) {
+        return status;
     }
     takeFfmpegMessage();
-    const int error = avcodec_open2(context_.get(), &codec, &options);
-    std::string unknown;
-    for (const AVDictionaryEntry* left = nullptr;
-         (left = av_dict_get(options, "", left, AV_DICT_IGNORE_SUFFIX));) {
-        unknown = settings.encoderOptions.count(left->key) != 0 ? left->key : unknown;
-    }
-    av_dict_free(&options);
+    const int error = avcodec_open2(context_.get(), &codec, nullptr);
     if (error < 0) {
         return Error{"encoder " + std::string(codec.name) + " cannot be used for " +
                      std::to_string(settings.width) + "x" + std::to_string(settings.height) + " " +
                      av_get_pix_fmt_name(context_->pix_fmt) + ": " + errorText(error) + ffmpegHint()};
-    }
-    if (!unknown.empty()) {
-        return Error{"encoder " + std::string(codec.name) + " has no option \"" + unknown + "\""};
     }
     return {};
 }

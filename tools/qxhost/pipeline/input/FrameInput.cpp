@@ -1,6 +1,7 @@
 #include "tools/qxhost/pipeline/input/FrameInput.h"
 
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/media/filter/FilteredClip.h"
 #include "tools/qxhost/media/read/RawReader.h"
 #include "tools/qxhost/media/rows/RgbPacker.h"
 
@@ -23,7 +24,8 @@ class ClipInput final : public iFrameInput
 public:
     explicit ClipInput(std::unique_ptr<Media::ClipReader> reader) : reader_(std::move(reader)) {}
 
-    const Media::StreamInfo& info() const override { return reader_->info(); }
+    const Media::StreamInfo& info() const override { return filtered_ ? filtered_->info() : reader_->info(); }
+
     Media::ClipPlace skipTo(const Media::SeekTarget& target) override { return reader_->skipTo(target); }
 
     Image::Core::Data prepare(const Media::FramePacker::Target& source) override
@@ -43,7 +45,29 @@ public:
         return packer_->formOf(frame);
     }
 
-    Next next(Media::Frame& frame) override { return reader_->next(frame); }
+    std::vector<std::string> filter(const std::string& graph, const std::string& option,
+                                    const FrameRange& range) override
+    {
+        limit_ = RangeLimit(range, reader_->info().firstPts);
+        auto made = Media::FilteredClip::make(graph, option, reader_->info(),
+                                              [this](Media::Frame& frame) { return nextPicked(frame); });
+        if (!made) {
+            const std::string& failure = reader_->failure();
+            throw Failure(failure.empty() ? ExitCode::usage : ExitCode::input,
+                          failure.empty() ? made.text() : failure);
+        }
+        filtered_ = std::move(made.value());
+        return filtered_->notes();
+    }
+
+    bool hasEndedEarly() const override { return hasEndedEarly_; }
+
+    Next next(Media::Frame& frame) override
+    {
+        return filtered_ ? filtered_->next(frame) : reader_->next(frame);
+    }
+
+    void readAudioUpTo(std::int64_t pts) override { reader_->readAudioUpTo(pts); }
 
     Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {
@@ -51,14 +75,38 @@ public:
                                 : packer_->pack(frame, rows, pitch);
     }
 
-    const std::string& failure() const override { return reader_->failure(); }
+    const std::string& failure() const override
+    {
+        return filtered_ && !filtered_->failure().empty() ? filtered_->failure() : reader_->failure();
+    }
     std::int64_t problemCount() const override { return reader_->problemCount(); }
     const std::vector<std::string>& problems() const override { return reader_->problems(); }
     std::shared_ptr<Media::FileSet> files() const override { return reader_->files(); }
     std::shared_ptr<Media::AudioQueue> audio() const override { return reader_->audio(); }
 
 private:
+    /// The next frame of the range, for the filters.
+    Next nextPicked(Media::Frame& frame)
+    {
+        const Next next = limit_.isFull() ? Next::end : reader_->next(frame);
+        if (next == Next::end && !limit_.isFull()) {
+            hasEndedEarly_ = limit_.isUnreached();
+            return next;
+        }
+        if (next == Next::frame && limit_.take(frame.time())) {
+            return next;
+        }
+        if (next != Next::failed) {
+            reader_->readAudioUpTo(limit_.reached());
+            return Next::end;
+        }
+        return next;
+    }
+
     std::unique_ptr<Media::ClipReader> reader_;
+    std::unique_ptr<Media::FilteredClip> filtered_; ///< null: frames are as they are decoded
+    RangeLimit limit_;                              ///< of the frames that are filtered
+    bool hasEndedEarly_ = false;
     Media::FramePacker::Target source_;
     std::optional<Media::FramePacker> packer_;
 };
@@ -111,6 +159,13 @@ public:
         return {given_, given_};
     }
 
+    std::vector<std::string> filter(const std::string& /*graph*/, const std::string& option,
+                                    const FrameRange& /*range*/) override
+    {
+        throw Failure(ExitCode::usage, option + ": raw frames cannot be filtered before they are converted; "
+                                                "use --after");
+    }
+
     Image::Core::Data prepare(const Media::FramePacker::Target& source) override
     {
         bits_ = source.bits;
@@ -140,6 +195,8 @@ public:
         frame = Media::Frame({}, {given_++, 1, Media::FieldOrder::progressive}, false);
         return Next::frame;
     }
+
+    void readAudioUpTo(std::int64_t /*pts*/) override {}
 
     Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {

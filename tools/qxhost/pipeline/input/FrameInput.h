@@ -4,6 +4,7 @@
 #include "tools/qxhost/media/Frame.h"
 #include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/media/rows/FramePacker.h"
+#include "tools/qxhost/pipeline/input/FrameRange.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <cstdint>
@@ -27,6 +28,15 @@ public:
     /// Goes on with that frame, as ClipReader::skipTo() does. To be called first.
     virtual Media::ClipPlace skipTo(const Media::SeekTarget& target) = 0;
 
+    /// Runs frames through a graph of FFmpeg's filters, from the next one on, which info() then describes.
+    /// The graph gets the frames of the range alone. Returns notes. Throws Failure (usage, input). Call it
+    /// once, after skipTo().
+    virtual std::vector<std::string> filter(const std::string& graph, const std::string& option,
+                                            const FrameRange& range) = 0;
+
+    /// Whether the input has ended before the end of the range that filter() was given.
+    virtual bool hasEndedEarly() const { return false; }
+
     /// How place() lays frames out in memory, for 4:2:2 of the given depth, range and matrix. Call it before
     /// place().
     virtual Image::Core::Data prepare(const Media::FramePacker::Target& source) = 0;
@@ -39,6 +49,9 @@ public:
 
     /// Gives the next frame in order of presentation, as ClipReader::next() does.
     virtual Next next(Media::Frame& frame) = 0;
+
+    /// No more frames are read, but the audio up to that time, as ClipReader::readAudioUpTo() does.
+    virtual void readAudioUpTo(std::int64_t pts) = 0;
 
     /// Writes a frame to memory in the layout that prepare() returned; rows begin at rows, rows + pitch, ...
     virtual Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) = 0;

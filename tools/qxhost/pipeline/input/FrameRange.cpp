@@ -79,6 +79,19 @@ std::int64_t frameNumber(const Media::StreamInfo& info, std::int64_t pts, std::i
     return info.frameRate.num > 0 ? std::llround(seconds * info.frameRate.toDouble()) : counted;
 }
 
+bool RangeLimit::take(const Media::FrameTime& time)
+{
+    if (taken_ == 0 && range_.duration) {
+        end_ = time.pts + *range_.duration;
+    }
+    if ((range_.endPts && time.pts >= *range_.endPts) || (end_ && time.pts >= *end_)) {
+        return false;
+    }
+    ++taken_;
+    reached_ = time.pts + time.duration;
+    return true;
+}
+
 FrameRange frameRange(const FrameRangeOptions& options, const Media::StreamInfo& info,
                       const std::filesystem::path& input)
 {

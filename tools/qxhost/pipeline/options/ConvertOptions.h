@@ -2,13 +2,16 @@
 
 #include "platform/ImageFormat.h"
 #include "tools/qxhost/media/MediaTypes.h"
+#include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
 #include "tools/qxhost/pipeline/options/BurnInOptions.h"
+#include "tools/qxhost/pipeline/options/FilterOptions.h"
 #include "tools/qxhost/pipeline/options/FrameRangeOptions.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <variant>
@@ -97,12 +100,19 @@ struct ConvertOptions
     std::optional<DateTime> date; ///< of the clip's beginning, for effects; empty: now
 
     BurnInOptions burnIn; ///< after the effects
+    FilterOptions filters;
 
     FrameRangeOptions picked; ///< the frames that are converted
 
     std::string codec;
     std::string pixelFormat;
+    std::string profile;                             ///< of the codec; empty: by the pixel format
+    Media::RateWish rate;                            ///< how large the encoder may make the output
+    std::map<std::string, std::string> videoOptions; ///< of the encoder, FFmpeg's names
     bool audio = true;
+    std::string
+        audioCodec; ///< "copy", FFmpeg's name of an encoder, or empty: copied if the output can hold it
+    std::map<std::string, std::string> audioOptions; ///< of the audio encoders
     bool force = false;
     std::string device;
     bool quiet = false;

@@ -1,0 +1,212 @@
+// FFmpeg's filters before and after the conversion, judged by what ffmpeg itself makes of the same graphs.
+
+#include "tests/system/program/Program.h"
+
+namespace Qx::System {
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+class Filters : public ProgramTest
+{
+protected:
+    Outcome convert(std::vector<std::string> arguments, int exitCode = 0) const
+    {
+        arguments.insert(arguments.begin(), "convert");
+        Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, exitCode) << outcome.err;
+        return outcome;
+    }
+
+    /// Tagged as BT.709 of video range.
+    void makeClip(const std::string& name, const std::string& format, const std::string& size, double seconds,
+                  const std::vector<std::string>& more = {}) const
+    {
+        std::vector<std::string> arguments{"-f",
+                                           "lavfi",
+                                           "-i",
+                                           "testsrc2=size=" + size + ":rate=25",
+                                           "-t",
+                                           std::to_string(seconds),
+                                           "-vf",
+                                           "noise=alls=20:allf=t:all_seed=3,format=" + format +
+                                               ",setparams=colorspace=bt709:color_primaries=bt709:"
+                                               "color_trc=bt709:range=tv"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        arguments.insert(arguments.end(), {"-colorspace", "bt709", "-color_range", "tv", name});
+        ffmpeg(arguments);
+    }
+
+    /// A clip through ffmpeg's own filters, losslessly.
+    void filter(const std::string& from, const std::string& to, const std::string& graph) const
+    {
+        ffmpeg({"-i", from, "-vf", graph, "-c:v", "ffv1", "-colorspace", "bt709", "-color_range", "tv", to});
+    }
+
+    std::string times(const std::string& file) const
+    {
+        return run({"ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pts_time",
+                    "-of", "csv=p=0", file})
+            .out;
+    }
+
+    static void expectHas(const std::string& text, const std::string& part)
+    {
+        EXPECT_NE(text.find(part), std::string::npos) << text << "\nlacks " << part;
+    }
+};
+
+const std::vector<std::string> lossless{"-c:v", "ffv1"};
+
+TEST_F(Filters, frames_are_filtered_before_the_conversion_at_full_depth)
+{
+    makeClip("clip.mkv", "yuv422p10le", "64x48", 0.12, lossless);
+    filter("clip.mkv", "judge.mkv", "hflip,crop=40:32:8:4");
+    // 4:2:2 codes go through unchanged, so that the filters alone are seen.
+    convert({"clip.mkv", "out.mov", "--before", "hflip,crop=40:32:8:4", "--format", "v210"});
+    EXPECT_EQ(decoded("out.mov", "yuv422p10le"), decoded("judge.mkv", "yuv422p10le"));
+    expectHas(probe("out.mov", "width,height"), "width=40\nheight=32\n");
+}
+
+TEST_F(Filters, times_rates_and_shapes_flow_through)
+{
+    makeClip("clip.mkv", "yuv422p10le", "64x48", 0.2, lossless);
+    convert({"clip.mkv", "out.mkv", "--codec", "ffv1", "--before", "fps=50,setsar=2"});
+    expectHas(probe("out.mkv", "r_frame_rate,sample_aspect_ratio"),
+              "sample_aspect_ratio=2:1\nr_frame_rate=50/1\n");
+    filter("clip.mkv", "judge.mkv", "fps=50");
+    EXPECT_EQ(times("out.mkv"), times("judge.mkv"));
+    convert({"clip.mkv", "slow.mkv", "--codec", "ffv1", "--before", "setpts=2*PTS"});
+    EXPECT_EQ(times("slow.mkv"), "0.000000\n0.080000\n0.160000\n0.240000\n0.320000\n");
+    // The frames that are picked are the clip's.
+    convert(
+        {"clip.mkv", "part.mkv", "--codec", "ffv1", "--before", "fps=50", "--start", "1", "--frames", "2"});
+    EXPECT_EQ(times("part.mkv"), "0.000000\n0.020000\n0.040000\n0.060000\n");
+}
+
+TEST_F(Filters, frames_are_filtered_after_the_conversion_at_full_depth)
+{
+    makeClip("clip.mkv", "yuv422p10le", "64x48", 0.08, lossless);
+    convert({"clip.mkv", "whole.mkv"});
+    convert({"clip.mkv", "out.mkv", "--after", "hflip,pad=80:64:8:8"});
+    ffmpeg({"-i", "whole.mkv", "-vf", "hflip,pad=80:64:8:8", "-c:v", "ffv1", "judge.mkv"});
+    EXPECT_EQ(decoded("out.mkv", "gbrp16le"), decoded("judge.mkv", "gbrp16le"));
+    expectHas(probe("out.mkv", "width,height"), "width=80\nheight=64\n");
+    convert({"clip.mkv", "fast.mkv", "--after", "fps=50"});
+    expectHas(probe("fast.mkv", "nb_read_frames"), "nb_read_frames=4\n");
+    const Outcome json = convert({"clip.mkv", "json.mkv", "--after", "crop=16:8", "--json"});
+    EXPECT_EQ(nlohmann::json::parse(json.out)["width"].dump(), "16");
+    // To YCbCr and back at full depth: zscale is put in, and the pictures stay.
+    const Outcome there = convert({"clip.mkv", "there.mkv", "--after", "format=yuv444p16"});
+    expectHas(there.err, "zscale is put in before format, gbrp16le becomes yuv444p16le");
+    expectHas(there.err, "zscale is put in before the output, yuv444p16le becomes gbrp16le");
+    const Bytes before = decoded("whole.mkv", "gbrp16le");
+    const Bytes after = decoded("there.mkv", "gbrp16le");
+    ASSERT_EQ(before.size(), after.size());
+    int farthest = 0;
+    for (std::size_t i = 0; i + 1 < before.size(); i += 2) {
+        const int a = before[i] | before[i + 1] << 8;
+        const int b = after[i] | after[i + 1] << 8;
+        farthest = std::max(farthest, std::abs(a - b));
+    }
+    EXPECT_LE(farthest, 4) << "codes of 16 bits";
+}
+
+TEST_F(Filters, formats_that_do_not_meet_are_joined_aloud_or_refused)
+{
+    makeClip("clip.mkv", "yuv422p10le", "64x48", 0.04, lossless);
+    const Outcome asked =
+        convert({"clip.mkv", "out.mkv", "--codec", "ffv1", "--before", "format=yuv444p10le"});
+    expectHas(asked.err, "--before: zscale is put in before format, yuv422p10le becomes yuv444p10le");
+    const Outcome eight = convert({"clip.mkv", "eight.mkv", "--codec", "ffv1", "--before", "format=yuv422p"});
+    expectHas(eight.err, "yuv422p10le becomes yuv422p");
+    // elbg takes packed RGB of 8 bits alone.
+    const Outcome refused = convert({"clip.mkv", "none.mkv", "--before", "hflip,elbg"}, 2);
+    expectHas(refused.err, "filter elbg does not take yuv422p10le; it takes ");
+    expectHas(refused.err, "rgb24");
+    expectHas(refused.err, "format=NAME");
+    EXPECT_FALSE(fs::exists(at("none.mkv")));
+    const Outcome warned = convert({"clip.mkv", "scaled.mkv", "--codec", "ffv1", "--before", "scale=32:24"});
+    expectHas(warned.err, "scale rounds more than need be");
+    expectHas(probe("scaled.mkv", "width,height"), "width=32\nheight=24\n");
+}
+
+TEST_F(Filters, graphs_are_checked_before_anything_is_opened)
+{
+    const auto expect = [&](const std::string& option, const std::string& graph, const std::string& part) {
+        const Outcome outcome = convert({"missing.mov", "out.mov", option, graph}, 2);
+        expectHas(outcome.err, part);
+        expectHas(outcome.err, option + " \"" + graph + "\": ");
+    };
+    expect("--before", "hflp", "No such filter: 'hflp'; near it are hflip");
+    expect("--after", "crop=ww=3", "ww");
+    expect("--before", "crop=10:10,", "");
+    expect("--before", "split", "one open input");
+    expect("--before", "anullsink", "");
+    expect("--before", "volume=2", "only the picture can be filtered");
+    const Outcome stored =
+        qxhost({"convert", "missing.mov", "out.mov", "--format", "v210", "--after", "hflip"});
+    EXPECT_EQ(stored.exitCode, 2);
+    expectHas(stored.err, "cannot be combined with --format");
+}
+
+TEST_F(Filters, short_forms_are_graphs_and_say_so)
+{
+    makeClip("clip.mkv", "yuv422p10le", "64x48", 0.04, lossless);
+    const auto expectSame = [&](const std::vector<std::string>& options, const std::string& graph) {
+        std::vector<std::string> arguments{"clip.mkv", "out.mov", "--format", "v210", "--force"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Outcome outcome = convert(arguments);
+        expectHas(outcome.err, "frames are filtered by " + graph);
+        filter("clip.mkv", "judge.mkv", graph);
+        EXPECT_EQ(decoded("out.mov", "yuv422p10le"), decoded("judge.mkv", "yuv422p10le")) << graph;
+    };
+    expectSame({"--crop", "32x24+16+8"}, "crop=32:24:16:8:exact=1");
+    expectSame({"--resize", "32x24"}, "zscale=w=32:h=24:f=spline36,setsar=1");
+    expectSame({"--pad", "80x60"}, "pad=80:60:(ow-iw)/2:(oh-ih)/2");
+    expectSame({"--deinterlace", "--crop", "48x48"},
+               "bwdif=mode=send_frame:parity=auto:deint=all,crop=48:48:(iw-ow)/2:(ih-oh)/2:exact=1");
+    const Outcome wrong = convert({"clip.mkv", "out.mov", "--resize", "x"}, 2);
+    expectHas(wrong.err, "WxH, Wx or xH");
+    EXPECT_EQ(convert({"clip.mkv", "out.mov", "--crop", "0x10"}, 2).out, "");
+    EXPECT_EQ(convert({"clip.mkv", "out.mov", "--pad", "10x10+2+2"}, 2).out, "");
+}
+
+TEST_F(Filters, resizing_keeps_the_displayed_shape)
+{
+    makeClip("wide.mkv", "yuv422p10le", "72x58", 0.04, {"-aspect", "16:9", "-c:v", "ffv1"});
+    convert({"wide.mkv", "a.mkv", "--codec", "ffv1", "--resize", "64x"});
+    expectHas(probe("a.mkv", "width,height,sample_aspect_ratio"),
+              "width=64\nheight=36\nsample_aspect_ratio=1:1\n");
+    convert({"wide.mkv", "b.mkv", "--codec", "ffv1", "--resize", "x72"});
+    expectHas(probe("b.mkv", "width,height,sample_aspect_ratio"),
+              "width=128\nheight=72\nsample_aspect_ratio=1:1\n");
+}
+
+TEST_F(Filters, packed_rgb_is_laid_out_in_planes_for_filters_that_want_them)
+{
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames:v", "1", "-pix_fmt", "rgb24", "in.png"});
+    const Outcome told = convert({"in.png", "out.png", "--resize", "32x24"});
+    expectHas(told.err, "frames of rgb24 are laid out as gbrp");
+    ffmpeg({"-i", "in.png", "-vf", "format=gbrp,zscale=w=32:h=24:f=spline36", "judge.png"});
+    EXPECT_EQ(decoded("out.png", "rgb24"), decoded("judge.png", "rgb24"));
+}
+
+TEST_F(Filters, sound_stays_with_the_picture)
+{
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48:rate=25", "-f", "lavfi", "-i",
+            "anoisesrc=sample_rate=48000:seed=1", "-t", "1", "-c:v", "mjpeg", "-pix_fmt", "yuvj422p", "-c:a",
+            "pcm_s16le", "clip.mov"});
+    convert({"clip.mov", "out.mov", "--before", "fps=50", "--start", "10", "--frames", "5"});
+    expectHas(probe("out.mov", "nb_read_frames"), "nb_read_frames=10\n");
+    ffmpeg({"-i", "clip.mov", "-map", "0:a", "-f", "s16le", "whole.raw"});
+    ffmpeg({"-i", "out.mov", "-map", "0:a", "-f", "s16le", "part.raw"});
+    const std::string part = read(at("part.raw"));
+    EXPECT_EQ(part.size(), std::size_t{2 * 48000 / 5});
+    EXPECT_EQ(read(at("whole.raw")).find(part), std::size_t{2 * 48000 * 4 / 10});
+}
+
+} // namespace
+
+} // namespace Qx::System

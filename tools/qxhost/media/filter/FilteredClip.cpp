@@ -1,0 +1,287 @@
+#include "tools/qxhost/media/filter/FilteredClip.h"
+
+#include "tools/qxhost/media/FfmpegVersions.h"
+#include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/read/PictureDescription.h"
+#include "tools/qxhost/media/read/StreamColour.h"
+#include "tools/qxhost/media/rows/ComponentRows.h"
+
+#include <array>
+#include <cmath>
+#include <utility>
+
+namespace Qx::Media {
+
+namespace {
+
+/// The same codes in planes, which more filters take; AV_PIX_FMT_NONE if there is no such format, or the
+/// format is one.
+AVPixelFormat planarFormatOf(AVPixelFormat packed, bool hasAlpha)
+{
+    static constexpr std::array formats{
+        AV_PIX_FMT_GBRP,        AV_PIX_FMT_GBRAP,       AV_PIX_FMT_GBRP10LE,    AV_PIX_FMT_GBRAP10LE,
+        AV_PIX_FMT_GBRP12LE,    AV_PIX_FMT_GBRAP12LE,   AV_PIX_FMT_GBRP16LE,    AV_PIX_FMT_GBRAP16LE,
+        AV_PIX_FMT_YUV420P,     AV_PIX_FMT_YUV422P,     AV_PIX_FMT_YUV444P,     AV_PIX_FMT_YUV420P10LE,
+        AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV444P10LE, AV_PIX_FMT_YUV422P12LE, AV_PIX_FMT_YUV444P12LE,
+        AV_PIX_FMT_YUV422P16LE, AV_PIX_FMT_YUV444P16LE};
+    const ComponentRows from(packed);
+    for (const AVPixelFormat each : formats) {
+        const ComponentRows to(each);
+        if (each != packed && !from.isGrey() && to.isRgb() == from.isRgb() && to.bits() == from.bits() &&
+            to.chromaShiftX() == from.chromaShiftX() && to.chromaShiftY() == from.chromaShiftY() &&
+            to.hasAlpha() == hasAlpha) {
+            return each;
+        }
+    }
+    return AV_PIX_FMT_NONE;
+}
+
+} // namespace
+
+FilteredClip::FilteredClip(std::string text, std::string option, const StreamInfo& info, Source source)
+    : text_(std::move(text)), option_(std::move(option)), clip_(info), source_(std::move(source)), info_(info)
+{
+}
+
+Result<std::unique_ptr<FilteredClip>> FilteredClip::make(const std::string& text, const std::string& option,
+                                                         const StreamInfo& info, Source source)
+{
+    std::unique_ptr<FilteredClip> clip(new FilteredClip(text, option, info, std::move(source)));
+    while (clip->made_.empty()) {
+        const Next next = clip->feed();
+        if (!clip->failure_.empty()) {
+            return Error{clip->failure_};
+        }
+        if (next != Next::frame || !clip->graph_) {
+            return Error{option + " \"" + text + "\": no frame comes out"};
+        }
+        auto made = clip->graph_->pull();
+        if (!made) {
+            return made.error();
+        }
+        if (made.value()) {
+            clip->made_.push_back(std::move(*made.value()));
+        } else if (clip->hasEnded_) {
+            return Error{option + " \"" + text + "\": no frame comes out"};
+        }
+    }
+    clip->describe(*clip->made_.front().frame);
+    return clip;
+}
+
+FilteredClip::Next FilteredClip::fail(const std::string& text)
+{
+    failure_ = text;
+    return Next::failed;
+}
+
+FilteredClip::Next FilteredClip::next(Frame& frame)
+{
+    while (failure_.empty()) {
+        if (!made_.empty()) {
+            FilterGraph::Made made = std::move(made_.front());
+            made_.pop_front();
+            AVFrame& picture = *made.frame;
+            const bool isOther = picture.width != info_.width || picture.height != info_.height;
+            if (isOther) {
+                return fail(option_ + " \"" + text_ + "\": the size of frames changes on the way");
+            }
+            const Range range = picture.color_range == AVCOL_RANGE_UNSPECIFIED
+                                    ? (info_.colour.fromRgb ? info_.colour.rgbRange : info_.colour.range)
+                                    : (picture.color_range == AVCOL_RANGE_JPEG ? Range::full : Range::video);
+            frame = Frame(std::shared_ptr<const AVFrame>(made.frame.release(), FreeFrame()), made.time, false,
+                          range);
+            return Next::frame;
+        }
+        auto made = graph_->pull();
+        if (!made) {
+            return fail(made.text());
+        }
+        if (made.value()) {
+            made_.push_back(std::move(*made.value()));
+        } else if (hasEnded_) {
+            return Next::end;
+        } else if (feed() == Next::failed) {
+            return Next::failed;
+        }
+    }
+    return Next::failed;
+}
+
+/// Gives the graph the next frame, or the end.
+FilteredClip::Next FilteredClip::feed()
+{
+    Frame frame;
+    const Next next = source_(frame);
+    if (next == Next::failed) {
+        return next;
+    }
+    hasEnded_ = next == Next::end;
+    FramePtr picture;
+    if (!hasEnded_) {
+        picture = forGraph(frame);
+        if (!picture) {
+            return fail("out of memory");
+        }
+        if (Status status = startGraph(*picture); !status) {
+            return fail(status.text());
+        }
+        if (planar_ != AV_PIX_FMT_NONE) {
+            picture = inPlanes(*picture);
+        }
+        if (!picture) {
+            return fail("out of memory for a frame");
+        }
+    }
+    if (!graph_) {
+        return next;
+    }
+    if (Status status = graph_->push(std::move(picture)); !status) {
+        return fail(status.text());
+    }
+    return Next::frame;
+}
+
+/// With its time, and with all tags that filters convert by.
+FramePtr FilteredClip::forGraph(const Frame& frame) const
+{
+    FramePtr copy(av_frame_clone(frame.picture()));
+    if (!copy) {
+        return nullptr;
+    }
+    copy->pts = frame.time().pts;
+    setDuration(*copy, frame.time().duration);
+    const bool isRgb = ComponentRows(static_cast<AVPixelFormat>(copy->format)).isRgb();
+    if (copy->color_range == AVCOL_RANGE_UNSPECIFIED) {
+        copy->color_range = toAv(frame.range());
+    }
+    if (copy->colorspace == AVCOL_SPC_UNSPECIFIED && !isRgb) {
+        copy->colorspace = static_cast<AVColorSpace>(writtenTag(clip_.colour.matrix, clip_.colour.matrixTag));
+    }
+    return copy;
+}
+
+FramePtr FilteredClip::inPlanes(const AVFrame& frame) const
+{
+    FramePtr made(av_frame_alloc());
+    if (!made) {
+        return nullptr;
+    }
+    made->width = frame.width;
+    made->height = frame.height;
+    made->format = planar_;
+    if (av_frame_get_buffer(made.get(), 0) < 0 || av_frame_copy_props(made.get(), &frame) < 0) {
+        return nullptr;
+    }
+    const ComponentRows from(static_cast<AVPixelFormat>(frame.format));
+    const ComponentRows to(planar_);
+    std::vector<std::uint16_t> codes(static_cast<std::size_t>(frame.width));
+    for (int component = 0; component < (to.hasAlpha() ? 4 : 3); ++component) {
+        const bool isChroma = component == 1 || component == 2;
+        const int shiftX = isChroma ? from.chromaShiftX() : 0;
+        const int shiftY = isChroma ? from.chromaShiftY() : 0;
+        const int width = -((-frame.width) >> shiftX);
+        const int height = -((-frame.height) >> shiftY);
+        for (int y = 0; y < height; ++y) {
+            from.read(frame, component, y, 0, width, codes.data());
+            to.write(*made, component, y, 0, width, codes.data());
+        }
+    }
+    return made;
+}
+
+/// A clip may change its pixel format; a graph is made for one.
+Status FilteredClip::startGraph(const AVFrame& frame)
+{
+    FilterGraph::Form form{.width = frame.width,
+                           .height = frame.height,
+                           .format = static_cast<AVPixelFormat>(frame.format),
+                           .timeBase = clip_.timeBase,
+                           .frameRate = clip_.frameRate,
+                           .sampleAspect = clip_.sampleAspect,
+                           .matrix = clip_.colour.matrix,
+                           .range = frame.color_range == AVCOL_RANGE_JPEG ? Range::full : Range::video};
+    if (graph_ && sourceForm_.format == form.format) {
+        return {};
+    }
+    auto made = FilterGraph::make(text_, option_, form, AV_PIX_FMT_NONE);
+    planar_ = AV_PIX_FMT_NONE;
+    if (!made) {
+        FilterGraph::Form planes = form;
+        planes.format = planarFormatOf(form.format, clip_.hasAlpha);
+        auto other = planes.format == AV_PIX_FMT_NONE
+                         ? Result<std::unique_ptr<FilterGraph>>(made.error())
+                         : FilterGraph::make(text_, option_, planes, AV_PIX_FMT_NONE);
+        if (!other) {
+            return Error{made.text()};
+        }
+        made = std::move(other);
+        planar_ = planes.format;
+    }
+    notes_ = made.value()->notes();
+    if (planar_ != AV_PIX_FMT_NONE) {
+        notes_.insert(notes_.begin(), option_ + ": frames of " + av_get_pix_fmt_name(form.format) +
+                                          " are laid out as " + av_get_pix_fmt_name(planar_) +
+                                          " for the filters, with the same codes");
+    }
+    if (graph_) {
+        if (Status status = graph_->push(nullptr); !status) {
+            return status;
+        }
+        for (bool hasMore = true; hasMore;) {
+            auto rest = graph_->pull();
+            if (!rest) {
+                return Error{rest.text()};
+            }
+            hasMore = rest.value().has_value();
+            if (hasMore) {
+                made_.push_back(std::move(*rest.value()));
+            }
+        }
+        const FilterGraph::Form& before = graph_->form();
+        const FilterGraph::Form& after = made.value()->form();
+        if (!(before.timeBase == after.timeBase)) {
+            return Error{option_ + " \"" + text_ + "\": the unit of times changes with the pixel format"};
+        }
+    }
+    graph_ = std::move(made.value());
+    sourceForm_ = form;
+    return {};
+}
+
+void FilteredClip::describe(const AVFrame& first)
+{
+    const FilterGraph::Form& form = graph_->form();
+    describePicture(first, info_);
+    const bool sameRate = form.frameRate == clip_.frameRate || form.frameRate.num <= 0;
+    info_.timeBase = form.timeBase;
+    info_.sampleAspect = form.sampleAspect;
+    info_.firstPts = av_rescale_q(clip_.firstPts, toAv(clip_.timeBase), toAv(form.timeBase));
+    info_.frameCountIsExact = false;
+    if (!sameRate) {
+        info_.frameRate = form.frameRate;
+        info_.frameCount = std::llround(clip_.duration * form.frameRate.toDouble());
+        info_.timeCode.clear(); // it counts at the clip's rate
+    }
+    // Frames go in with all tags: what they had none for is still a guess.
+    Colour colour = colourOf(first);
+    if (colour.fromRgb == clip_.colour.fromRgb) {
+        const Colour& before = clip_.colour;
+        if (before.matrixGuessed && colour.matrix == before.matrix) {
+            colour.matrixGuessed = true;
+            colour.matrixTag = before.matrixTag;
+        }
+        const bool sameRange =
+            colour.fromRgb ? colour.rgbRange == before.rgbRange : colour.range == before.range;
+        colour.rangeGuessed = colour.rangeGuessed || (before.rangeGuessed && sameRange);
+        const auto keep = [](int& tag, int ofClip) { tag = tag == AVCOL_SPC_UNSPECIFIED ? ofClip : tag; };
+        keep(colour.primariesTag, before.primariesTag);
+        keep(colour.transferTag, before.transferTag);
+    }
+    if (colour.transferTag == clip_.colour.transferTag) {
+        colour.brightness = clip_.colour.brightness;
+    }
+    info_.colour = colour;
+}
+
+} // namespace Qx::Media

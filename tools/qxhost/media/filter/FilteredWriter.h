@@ -1,0 +1,18 @@
+#pragma once
+
+#include "tools/qxhost/media/write/FrameWriter.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace Qx::Media {
+
+/// Opens a writer, as openWriter() does, that runs frames through a graph of filters before it encodes them.
+/// Filters get planar RGB of the full depth. Changes the settings to those of the frames that come out.
+/// settings.stored must be empty.
+Result<std::unique_ptr<iFrameWriter>> openFilteredWriter(const std::filesystem::path& file,
+                                                         OutputSettings& settings, const std::string& text,
+                                                         const std::string& option);
+
+} // namespace Qx::Media

@@ -67,7 +67,8 @@ void overrun()
 [[noreturn]] void flood()
 {
     Channel channel(::dup(hostSocket));
-    while (channel.send(FrameType::Step, encode(Step{}))) {
+    const Step step{Stage::Compiling, std::string(256, 't'), std::string(256, 'p')};
+    while (channel.send(FrameType::Step, encode(step))) {
     }
     FaultInjection::stall();
 }

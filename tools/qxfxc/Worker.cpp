@@ -82,9 +82,14 @@ public:
             channel_.send(FrameType::Inputs, writeEffectArchive(read));
             injectFault("parsing", request.file);
         };
+        std::size_t reported = 0;
         const auto whenShader = [&](const Diagnostic::Place& at, std::string_view technique,
                                     std::string_view pass) {
-            step({Stage::Compiling, std::string(technique), std::string(pass), at});
+            const Step next{Stage::Compiling, std::string(technique), std::string(pass), at};
+            reported += encode(next).size();
+            if (reported <= mostShaderReports) {
+                step(next);
+            }
         };
         EffectCompilation compilation = compileEffect(request.file, request.options, {whenRead, whenShader});
         if (compilation.effect != nullptr && device_ != nullptr) {

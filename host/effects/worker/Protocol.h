@@ -71,6 +71,10 @@ std::optional<Step> decodeStep(std::span<const std::byte> bytes);
 constexpr std::size_t mostRequestBytes = 64U << 20U;
 constexpr std::size_t mostReportBytes = 16U << 10U;
 
+/// What a worker sends at most of the shaders that it compiles for a request, in bytes of payload; more are
+/// not told.
+constexpr std::size_t mostShaderReports = 4U << 20U;
+
 /// "compiling", "creating pipelines", "drawing".
 const char* nameOf(Stage stage);
 

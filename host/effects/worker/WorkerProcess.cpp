@@ -316,7 +316,7 @@ WorkerProcess::Outcome WorkerProcess::compile(const CompileRequest& request, con
 void WorkerProcess::follow(Outcome& outcome, Meter& meter, const Limits& limits,
                            const Channel::Patience& patience)
 {
-    constexpr std::size_t mostReports = 32U << 20U; // for many thousands of techniques
+    constexpr std::size_t mostReports = mostShaderReports + (8U << 20U); // for many thousands of techniques
     constexpr std::size_t headerBytes = 12;
     std::size_t reported = 0;
     Frame frame;

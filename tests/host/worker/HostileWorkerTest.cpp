@@ -72,7 +72,8 @@ INSTANTIATE_TEST_SUITE_P(
             "it, or raise the setting effects.memory",
             std::chrono::seconds(10)}, // sanitizers are slow with so much memory
         Mischief{"Flood", "compiling:flood",
-                 "the worker process sent an invalid answer and was stopped while compiling"},
+                 "the worker process sent an invalid answer and was stopped while compiling\n"
+                 "  in technique 't+', pass 'p+'"},
         Mischief{"Garbage", "compiling:garbage",
                  "the worker process sent an invalid answer and was stopped while compiling"},
         Mischief{"Lie", "compiling:lie",

@@ -184,6 +184,14 @@ TEST_F(Filters, resizing_keeps_the_displayed_shape)
               "width=128\nheight=72\nsample_aspect_ratio=1:1\n");
 }
 
+TEST_F(Filters, colour_tags_stay)
+{
+    makeClip("clip.mkv", "yuv422p10le", "64x48", 0.04, lossless);
+    const std::string entries = "color_range,color_space,color_transfer,color_primaries";
+    convert({"clip.mkv", "out.mov", "--resize", "32x24"});
+    EXPECT_EQ(probe("out.mov", entries), probe("clip.mkv", entries));
+}
+
 TEST_F(Filters, packed_rgb_is_laid_out_in_planes_for_filters_that_want_them)
 {
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames:v", "1", "-pix_fmt", "rgb24", "in.png"});

@@ -1,5 +1,9 @@
 #include "tools/qxhost/media/FfmpegVersions.h"
 
+extern "C" {
+#include <libavfilter/version.h>
+}
+
 #include <algorithm>
 #include <cstring>
 
@@ -155,6 +159,22 @@ bool setDisplayMatrix(AVStream& stream, const DisplayMatrix& matrix)
     return setSideData(stream, AV_PKT_DATA_DISPLAYMATRIX,
                        {reinterpret_cast<const std::uint8_t*>(matrix.data()), displayMatrixSize});
 }
+
+#if LIBAVFILTER_VERSION_MAJOR >= 10 // FFmpeg 7.0
+std::string colourArguments(AVPixelFormat format, AVColorSpace matrix, AVColorRange range)
+{
+    const AVPixFmtDescriptor* description = av_pix_fmt_desc_get(format);
+    const bool isRgb = description && (description->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+    return isRgb ? ""
+                 : ":colorspace=" + std::to_string(static_cast<int>(matrix)) +
+                       ":range=" + std::to_string(static_cast<int>(range));
+}
+#else
+std::string colourArguments(AVPixelFormat /*format*/, AVColorSpace /*matrix*/, AVColorRange /*range*/)
+{
+    return {};
+}
+#endif
 
 std::span<const AVPixelFormat> pixelFormatsOf(const AVCodec& codec)
 {

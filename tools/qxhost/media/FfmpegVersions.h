@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace Qx::Media {
 
@@ -30,6 +31,10 @@ using DisplayMatrix = std::array<std::int32_t, 9>;
 const std::int32_t* displayMatrixOf(const AVStream& stream);
 /// False if memory lacks.
 bool setDisplayMatrix(AVStream& stream, const DisplayMatrix& matrix);
+
+/// What the source of a filter graph is told of its colours, after its other arguments: versions that agree
+/// on colours between filters leave out the tags that it is not told.
+std::string colourArguments(AVPixelFormat format, AVColorSpace matrix, AVColorRange range);
 
 /// The formats that an encoder takes, FFmpeg's own list; empty if it takes any.
 std::span<const AVPixelFormat> pixelFormatsOf(const AVCodec& codec);

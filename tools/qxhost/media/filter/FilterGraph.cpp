@@ -182,6 +182,7 @@ Status FilterGraph::parse()
                             std::to_string(source_.height) + ":pix_fmt=" + std::to_string(source_.format) +
                             ":time_base=" + ratio(source_.timeBase) +
                             ":pixel_aspect=" + ratio(source_.sampleAspect);
+    arguments += colourArguments(source_.format, source_.matrixTag, toAv(source_.range));
     if (source_.frameRate.num > 0) {
         arguments += ":frame_rate=" + ratio(source_.frameRate);
     }

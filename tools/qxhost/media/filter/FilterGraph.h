@@ -35,6 +35,7 @@ public:
         Rational sampleAspect;         ///< num 0 if unknown
         Matrix matrix = Matrix::bt709; ///< of YCbCr that comes in
         Range range = Range::video;
+        AVColorSpace matrixTag = AVCOL_SPC_UNSPECIFIED; ///< that frames come in with
     };
 
     /// A frame that comes out. Its time is in units of form().timeBase.

@@ -200,7 +200,8 @@ Status FilteredClip::startGraph(const AVFrame& frame)
                            .frameRate = clip_.frameRate,
                            .sampleAspect = clip_.sampleAspect,
                            .matrix = clip_.colour.matrix,
-                           .range = frame.color_range == AVCOL_RANGE_JPEG ? Range::full : Range::video};
+                           .range = frame.color_range == AVCOL_RANGE_JPEG ? Range::full : Range::video,
+                           .matrixTag = frame.colorspace};
     if (graph_ && sourceForm_.format == form.format) {
         return {};
     }

@@ -151,7 +151,8 @@ Result<std::unique_ptr<iFrameWriter>> openFilteredWriter(const std::filesystem::
                                     .frameRate = given.frameRate,
                                     .sampleAspect = given.sampleAspect,
                                     .matrix = given.colour.matrix,
-                                    .range = given.rgbRange},
+                                    .range = given.rgbRange,
+                                    .matrixTag = AVCOL_SPC_RGB},
                                    planarFormat(given));
     if (!graph) {
         return graph.error();

@@ -41,8 +41,9 @@ struct CompiledEffect
     /// What the shaders know about a texture.
     struct TextureUniforms
     {
-        float rowPacked = 0;         ///< pitch in units of 16 bytes, if the texture is read as a buffer
-        float maxCode = 0;           ///< the largest code of a component
+        float rowPacked = 0; ///< pitch in units of 16 bytes, if the texture is read as a buffer
+        float maxCode = 0;   ///< the largest code of a component; of a volume that is read as a buffer
+                             ///< the rows from one layer to the next
         std::array<float, 2> size{}; ///< width and height in texels
     };
 
@@ -178,7 +179,7 @@ struct CompiledEffect
     /// - some bindings are uniform texel buffers over the texture's memory instead of combined image
     /// samplers,
     ///   as the SPIR-V declares. `texelBytes` gives their texels: those of the source, or texels of 8 or 16
-    ///   bytes with components of 32 bits, all unsigned;
+    ///   bytes with components of 32 bits, all unsigned. The texels of volumes are four floats;
     /// - rows of 16 bytes of the uniform buffer are flat inputs of four floats.
     struct PackedShader
     {

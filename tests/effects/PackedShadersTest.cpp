@@ -79,6 +79,46 @@ TEST(PackedShaders, ReadTexelBuffersOfAnyFormat)
     }
 }
 
+/// How many images a shader reads that are no buffers.
+std::size_t sampledImages(const std::string& states, const std::string& body)
+{
+    const Qx::Test::TemporaryDirectory directory;
+    EffectCompilerOptions options;
+    options.packed = true;
+    const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
+texture Input;
+sampler S = sampler_state { Texture = <Input>; )" + states + R"( };
+texture Table;
+sampler3D V = sampler_state { Texture = <Table>; };
+float4 through(sampler2D s, float2 at) { return tex2D(s, at); }
+float4 entry(float2 uv : TEXCOORD0) : COLOR { )" + body + R"( }
+technique T { pass { PixelShader = compile ps_3_0 entry(); } }
+)"),
+                                                   options);
+    EXPECT_NE(result.effect, nullptr) << result.messages;
+    return result.effect != nullptr
+               ? countOf(result.effect->techniques[0].passes[0].packed.at(0).spirv, spv::OpTypeSampledImage)
+               : 99;
+}
+
+TEST(PackedShaders, ReadBuffersWhereSingleTexelsAreRead)
+{
+    const std::string clamped = "AddressU = Clamp; AddressV = Clamp; MinFilter = Point; MagFilter = Point;";
+    const std::string filtered =
+        "AddressU = Clamp; AddressV = Clamp; MinFilter = Linear; MagFilter = Linear;";
+    const std::string wrapped = "AddressU = Clamp; AddressV = Wrap;";
+    EXPECT_EQ(sampledImages(clamped, "return tex2D(S, uv * 0.5);"), 0U);
+    EXPECT_EQ(sampledImages(clamped, "return tex2D(S, uv) + tex2Dfetch(S, int2(uv));"), 0U);
+    EXPECT_EQ(sampledImages(filtered, "return tex2Dfetch(S, int2(uv));"), 0U);
+    EXPECT_EQ(sampledImages(filtered, "return tex2D(S, uv);"), 1U);
+    EXPECT_EQ(sampledImages(wrapped, "return tex2D(S, uv);"), 1U);
+    EXPECT_EQ(sampledImages(clamped, "return tex2Dlod(S, float4(uv, 0, 0));"), 1U);
+    EXPECT_EQ(sampledImages(clamped, "return through(S, uv);"), 1U);
+    EXPECT_EQ(sampledImages(clamped, "return tex3Dfetch(V, int3(uv, 1)) + tex3Dfetch(V, int3(uv, 1), 1);"),
+              0U);
+    EXPECT_EQ(sampledImages(clamped, "return tex3D(V, uv.xyy);"), 1U);
+}
+
 TEST(PackedShaders, ExistBetweenDepthsForTechniquesThatSaySo)
 {
     using Depths = CompiledEffect::PackedShader::Depths;

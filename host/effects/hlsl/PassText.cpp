@@ -82,8 +82,7 @@ public:
                 return name + ", " + levelsOf(effect_.samplers[found->second]);
             }
         }
-        if (found != indices_.end() &&
-            (codes || (buffers_[found->second] && isReadBy("tex2Dfetch", tokens, at)))) {
+        if (found != indices_.end() && (codes || (buffers_[found->second] && isReadAsBuffer(tokens, at)))) {
             name += ", qxfx_textures[" + std::to_string(effect_.samplers[found->second].texture) + ']';
         } else if (codes) {
             throw CompileError(tokens[at].at,
@@ -97,6 +96,14 @@ public:
     static bool isReadBy(std::string_view function, const std::vector<Token>& tokens, std::size_t at)
     {
         return at >= 2 && tokens[at - 1].is("(") && tokens[at - 2].is(function);
+    }
+
+    /// Whether the token is the first argument of a function that reads buffers too: packedPrelude and what
+    /// follows it has them.
+    static bool isReadAsBuffer(const std::vector<Token>& tokens, std::size_t at)
+    {
+        return isReadBy("tex2Dfetch", tokens, at) || isReadBy("tex2Dcodes", tokens, at) ||
+               isReadBy("tex3Dfetch", tokens, at) || isReadBy("tex2D", tokens, at);
     }
 
 private:
@@ -231,16 +238,27 @@ bool isTable(std::string_view texture, const EffectSyntax& syntax, const Compile
     return false;
 }
 
-/// For each sampler, whether the pass reads it only by the number of a texel.
-std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
-                                   const std::unordered_set<std::string_view>& names,
-                                   const EffectSyntax& syntax, const CompiledEffect& effect)
+/// Whether a sampler takes the nearest texel, and beyond an edge that on the edge.
+bool takesNearest(const CompiledEffect::Sampler& sampler)
 {
+    return sampler.filter == CompiledEffect::Filter::Point && sampler.mip == CompiledEffect::Mip::None &&
+           sampler.addressU == CompiledEffect::Address::Clamp &&
+           sampler.addressV == CompiledEffect::Address::Clamp;
+}
+
+/// For each sampler, whether what the pass reads is the same as that of a buffer: it reads single texels
+/// only.
+std::vector<bool> readAsBuffers(const EffectSyntax::Pass& pass,
+                                const std::unordered_set<std::string_view>& names, const EffectSyntax& syntax,
+                                const CompiledEffect& effect)
+{
+    std::unordered_set<std::string_view> sampled;
     std::unordered_set<std::string_view> otherwise;
     const auto look = [&](const std::vector<Token>& tokens) {
         for (std::size_t i = 0; i < tokens.size(); ++i) {
-            if (!SamplerNames::isReadBy("tex2Dfetch", tokens, i) &&
-                !SamplerNames::isReadBy("tex2Dcodes", tokens, i)) {
+            if (SamplerNames::isReadBy("tex2D", tokens, i)) {
+                sampled.insert(tokens[i].text);
+            } else if (!SamplerNames::isReadAsBuffer(tokens, i)) {
                 otherwise.insert(tokens[i].text);
             }
         }
@@ -254,7 +272,9 @@ std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
     }
     std::vector<bool> result(effect.samplers.size());
     for (std::size_t i = 0; i < result.size(); ++i) {
-        result[i] = syntax.samplers[i].type.dimensions == 2 && otherwise.count(effect.samplers[i].name) == 0;
+        const CompiledEffect::Sampler& sampler = effect.samplers[i];
+        result[i] =
+            otherwise.count(sampler.name) == 0 && (sampled.count(sampler.name) == 0 || takesNearest(sampler));
     }
     return result;
 }
@@ -332,7 +352,7 @@ public:
           packed_(packed),
           names_(calls.namesReachedBy(pass)),
           samplers_(effect,
-                    packed ? readByNumberOnly(pass, names_, syntax, effect)
+                    packed ? readAsBuffers(pass, names_, syntax, effect)
                            : std::vector<bool>(effect.samplers.size()),
                     readsLevels(names_, effect)),
           output_(samplers_)
@@ -472,6 +492,9 @@ private:
         if (samplers_.readsLevels()) {
             addLines(levelReaders);
         }
+        if (isUsed("tex3Dfetch")) {
+            addLines(volumeFetches);
+        }
         if (packed_) {
             addPackedPrelude(codes);
         }
@@ -525,6 +548,12 @@ private:
         // Half-way values go to the even code, as the device rounds when it writes single texels.
         add(std::string("float4 qxfx_rounded(float4 c) { return ") + (codes ? "c" : "round(c)") + "; }");
         addLines(packedPrelude);
+        if (isUsed("tex2D")) {
+            addLines(packedSampling);
+        }
+        if (isUsed("tex3Dfetch")) {
+            addLines(packedVolumes);
+        }
     }
 
     void addUniforms()
@@ -591,8 +620,9 @@ private:
             if (!isUsed(effect_.samplers[i].name)) {
                 continue;
             }
-            const std::string_view type =
-                samplers_.isBuffer(i) ? "Buffer<uint4>" : syntax_.samplers[i].type.spelling();
+            const std::string_view type = !samplers_.isBuffer(i) ? syntax_.samplers[i].type.spelling()
+                                          : effect_.samplers[i].dimensions == 3 ? "Buffer<float4>"
+                                                                                : "Buffer<uint4>";
             output_.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] " + std::string(type) + ' ' +
                             std::string(hlslName(effect_.samplers[i].name)) + ";",
                         syntax_.samplers[i].name.at);

@@ -199,6 +199,12 @@ struct CompiledEffect
         std::vector<std::uint32_t> samplers;   ///< as in Pass
         std::vector<std::uint32_t> texelBytes; ///< of each sampler that is a buffer
         std::vector<std::uint32_t> rows;       ///< of the uniform buffer, by the location of the input
+        /// Empty, or for each sampler the number n of the TEXCOORDn at which it is read, or noPlace. The
+        /// shader then takes the texel at the fragment's own place instead: TEXCOORDn has to run over the
+        /// whole of a texture of the target's size.
+        std::vector<std::uint32_t> places;
+
+        static constexpr std::uint32_t noPlace = 0xFFFFFFFF;
 
         static constexpr std::size_t mostRows = 8;
         static constexpr std::uint32_t texelsOf(std::uint32_t componentBits) { return 32 / componentBits; }
@@ -217,7 +223,8 @@ struct CompiledEffect
         std::string name;
         std::vector<std::uint32_t> spirv;
         std::vector<std::uint32_t> samplers; ///< indices of the samplers that the pass reads, ascending
-        std::vector<PackedShader> packed;    ///< at most one for each pair of depths
+        /// At most one without and, after them, one with `places` for each pair of depths.
+        std::vector<PackedShader> packed;
         /// The texture that it draws into, all of it; it is not one that it reads.
         std::uint32_t target = callersTarget;
         /// The number N of the result COLORN that it draws, 0 for the first colour. A pass of a file that

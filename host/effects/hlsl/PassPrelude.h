@@ -161,10 +161,10 @@ inline constexpr std::string_view packedPrelude = R"(
 float4 qxfx_tex2Dcodes(Buffer<uint4> s, float4 of, int2 texel) { return float4(int4(s.Load(texel.y * int(of.x) * qxfx_texels + texel.x))).yzwx; }
 float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex2Dcodes(s, of, texel) * (1.0 / qxfx_sourceMaxCode); }
 )";
-// Rows of one kind of texel read as a device samples them without a filter, clamped at the edges.
-inline constexpr std::string_view packedSampling = R"(
-float4 qxfx_tex2D(Buffer<uint4> s, float4 of, float2 at) { return qxfx_tex2Dfetch(s, of, int2(clamp(floor(at * of.zw), 0.0, of.zw - 1.0))); }
-float4 qxfx_tex2D(Buffer<uint4> s, float4 of, float2 at, float2 dx, float2 dy) { return qxfx_tex2D(s, of, at); }
+// The texel at the place of the pixel that is computed.
+inline constexpr std::string_view packedOwnPlace = R"(
+static int2 qxfx_ownTexel;
+float4 qxfx_tex2D(Buffer<uint4> s, float4 of, float2 at) { return qxfx_tex2Dfetch(s, of, qxfx_ownTexel); }
 )";
 // A volume as rows of entries; the numbers are how many entries a row takes, and how many rows a layer.
 inline constexpr std::string_view packedVolumes = R"(

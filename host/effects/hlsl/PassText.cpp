@@ -82,7 +82,9 @@ public:
                 return name + ", " + levelsOf(effect_.samplers[found->second]);
             }
         }
-        if (found != indices_.end() && (codes || (buffers_[found->second] && isReadAsBuffer(tokens, at)))) {
+        if (found != indices_.end() &&
+            (codes ||
+             (buffers_[found->second] && (isReadByNumber(tokens, at) || isReadBy("tex2D", tokens, at))))) {
             name += ", qxfx_textures[" + std::to_string(effect_.samplers[found->second].texture) + ']';
         } else if (codes) {
             throw CompileError(tokens[at].at,
@@ -98,12 +100,11 @@ public:
         return at >= 2 && tokens[at - 1].is("(") && tokens[at - 2].is(function);
     }
 
-    /// Whether the token is the first argument of a function that reads buffers too: packedPrelude and what
-    /// follows it has them.
-    static bool isReadAsBuffer(const std::vector<Token>& tokens, std::size_t at)
+    /// Whether the token is the first argument of a function that reads by the number of a texel.
+    static bool isReadByNumber(const std::vector<Token>& tokens, std::size_t at)
     {
         return isReadBy("tex2Dfetch", tokens, at) || isReadBy("tex2Dcodes", tokens, at) ||
-               isReadBy("tex3Dfetch", tokens, at) || isReadBy("tex2D", tokens, at);
+               isReadBy("tex3Dfetch", tokens, at);
     }
 
 private:
@@ -238,27 +239,15 @@ bool isTable(std::string_view texture, const EffectSyntax& syntax, const Compile
     return false;
 }
 
-/// Whether a sampler takes the nearest texel, and beyond an edge that on the edge.
-bool takesNearest(const CompiledEffect::Sampler& sampler)
+/// For each sampler, whether the pass reads it only by the number of a texel.
+std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
+                                   const std::unordered_set<std::string_view>& names,
+                                   const EffectSyntax& syntax, const CompiledEffect& effect)
 {
-    return sampler.filter == CompiledEffect::Filter::Point && sampler.mip == CompiledEffect::Mip::None &&
-           sampler.addressU == CompiledEffect::Address::Clamp &&
-           sampler.addressV == CompiledEffect::Address::Clamp;
-}
-
-/// For each sampler, whether what the pass reads is the same as that of a buffer: it reads single texels
-/// only.
-std::vector<bool> readAsBuffers(const EffectSyntax::Pass& pass,
-                                const std::unordered_set<std::string_view>& names, const EffectSyntax& syntax,
-                                const CompiledEffect& effect)
-{
-    std::unordered_set<std::string_view> sampled;
     std::unordered_set<std::string_view> otherwise;
     const auto look = [&](const std::vector<Token>& tokens) {
         for (std::size_t i = 0; i < tokens.size(); ++i) {
-            if (SamplerNames::isReadBy("tex2D", tokens, i)) {
-                sampled.insert(tokens[i].text);
-            } else if (!SamplerNames::isReadAsBuffer(tokens, i)) {
+            if (!SamplerNames::isReadByNumber(tokens, i)) {
                 otherwise.insert(tokens[i].text);
             }
         }
@@ -272,11 +261,85 @@ std::vector<bool> readAsBuffers(const EffectSyntax::Pass& pass,
     }
     std::vector<bool> result(effect.samplers.size());
     for (std::size_t i = 0; i < result.size(); ++i) {
-        const CompiledEffect::Sampler& sampler = effect.samplers[i];
-        result[i] =
-            otherwise.count(sampler.name) == 0 && (sampled.count(sampler.name) == 0 || takesNearest(sampler));
+        result[i] = otherwise.count(effect.samplers[i].name) == 0;
     }
     return result;
+}
+
+/// Whether the i-th token is a sampler in `tex2D(sampler, coordinate)`.
+bool isReadAt(const std::unordered_map<std::string_view, std::uint32_t>& coordinates,
+              const std::vector<Token>& tokens, std::size_t i)
+{
+    return SamplerNames::isReadBy("tex2D", tokens, i) && i + 3 < tokens.size() && tokens[i + 1].is(",") &&
+           coordinates.count(tokens[i + 2].text) != 0 && tokens[i + 3].is(")");
+}
+
+/// The parameters of the entry function that are a TEXCOORDn each and are used for nothing but reading
+/// samplers there; with n.
+std::unordered_map<std::string_view, std::uint32_t> coordinatesOf(const EffectSyntax::Piece& entry)
+{
+    std::unordered_map<std::string_view, std::uint32_t> coordinates;
+    for (const EffectSyntax::FunctionParameter& parameter : entry.function.parameters) {
+        const IndexedSemantic semantic(parameter.semantic ? parameter.semantic->text : std::string_view());
+        const std::optional<NumericType>& type = parameter.type.numeric;
+        if (semantic.is("TEXCOORD") && semantic.index < SystemUniforms::maxTexCoords && !parameter.uniform &&
+            !parameter.output && !parameter.elements && type && type->rows == 1 && type->columns == 2 &&
+            type->scalar == NumericType::Scalar::Float) {
+            coordinates.emplace(parameter.name.text, static_cast<std::uint32_t>(semantic.index));
+        }
+    }
+    for (std::size_t i = entry.bodyBegin; i < entry.text.size(); ++i) {
+        if (coordinates.count(entry.text[i].text) != 0 &&
+            (i < 2 || !isReadAt(coordinates, entry.text, i - 2))) {
+            coordinates.erase(entry.text[i].text);
+        }
+    }
+    return coordinates;
+}
+
+/// For each sampler, the n of the TEXCOORDn at which the pass reads single texels of it, and reads it nowhere
+/// else; noPlace for other samplers. Empty if there is none.
+std::vector<std::uint32_t> ownPlaces(const EffectSyntax::Pass& pass, const EffectSyntax::Piece& entry,
+                                     const std::unordered_set<std::string_view>& names,
+                                     const EffectSyntax& syntax, const CompiledEffect& effect)
+{
+    constexpr std::uint32_t none = CompiledEffect::PackedShader::noPlace;
+    if (pass.vertex) {
+        return {};
+    }
+    const auto coordinates = coordinatesOf(entry);
+    std::unordered_map<std::string_view, std::uint32_t> places;
+    std::unordered_set<std::string_view> otherwise;
+    const auto look = [&](const std::vector<Token>& tokens, bool isEntry) {
+        for (std::size_t i = 0; i < tokens.size(); ++i) {
+            if (!isEntry || !isReadAt(coordinates, tokens, i)) {
+                otherwise.insert(tokens[i].text);
+            } else if (const std::uint32_t place = coordinates.at(tokens[i + 2].text);
+                       !places.emplace(tokens[i].text, place).second && places[tokens[i].text] != place) {
+                otherwise.insert(tokens[i].text);
+            }
+        }
+    };
+    for (const auto& argument : pass.shader.arguments) {
+        look(argument, false);
+    }
+    for (const EffectSyntax::Piece& piece : syntax.pieces) {
+        if (names.count(piece.name.text) != 0) {
+            look(piece.text, &piece == &entry);
+        }
+    }
+    std::vector<std::uint32_t> result;
+    for (const CompiledEffect::Sampler& sampler : effect.samplers) {
+        const auto found = places.find(sampler.name);
+        const bool isOwn = found != places.end() && otherwise.count(sampler.name) == 0 &&
+                           sampler.dimensions == 2 && sampler.faces == 1 &&
+                           sampler.filter == CompiledEffect::Filter::Point &&
+                           sampler.mip == CompiledEffect::Mip::None;
+        result.push_back(isOwn ? found->second : none);
+    }
+    const bool any =
+        std::any_of(result.begin(), result.end(), [](std::uint32_t place) { return place != none; });
+    return any ? result : std::vector<std::uint32_t>();
 }
 
 /// Whether a pass that reaches those names reads levels of a texture.
@@ -343,17 +406,16 @@ public:
     /// `packed` is given for the text of a PackedShader.
     Writing(const EffectSyntax& syntax, const CompiledEffect& effect, const CallGraph& calls,
             const std::unordered_set<std::string_view>& assigned, const EffectSyntax::Pass& pass,
-            std::optional<Depths> packed)
+            std::optional<Depths> packed, std::vector<std::uint32_t> places = {})
         : syntax_(syntax),
           effect_(effect),
           calls_(calls),
           assigned_(assigned),
           pass_(pass),
           packed_(packed),
+          places_(std::move(places)),
           names_(calls.namesReachedBy(pass)),
-          samplers_(effect,
-                    packed ? readAsBuffers(pass, names_, syntax, effect)
-                           : std::vector<bool>(effect.samplers.size()),
+          samplers_(effect, packed ? readAsBuffers() : std::vector<bool>(effect.samplers.size()),
                     readsLevels(names_, effect)),
           output_(samplers_)
     {
@@ -379,9 +441,13 @@ public:
                                         [&](std::string_view line) { interpolation_.emplace_back(line); });
             copies_.insert(copies_.begin(), interpolation_.begin(), interpolation_.end());
         }
+        if (!places_.empty()) {
+            copies_.emplace_back("qxfx_ownTexel = qxfx_texel;");
+        }
         call.write(copies_, lineWriter(), tokenWriter());
         addMain(call.givesCodes());
         PassText text = output_.take();
+        text.places = places_;
         text.names = std::move(names_);
         if (vertex_) {
             text.missing = vertex_->missing();
@@ -474,6 +540,15 @@ public:
     }
 
 private:
+    std::vector<bool> readAsBuffers() const
+    {
+        std::vector<bool> buffers = readByNumberOnly(pass_, names_, syntax_, effect_);
+        for (std::size_t i = 0; i < places_.size(); ++i) {
+            buffers[i] = buffers[i] || places_[i] != CompiledEffect::PackedShader::noPlace;
+        }
+        return buffers;
+    }
+
     void add(std::string_view line) { output_.add(line, pass_.shader.entry.at); }
     void addLines(std::string_view lines) { output_.addLines(lines, pass_.shader.entry.at); }
 
@@ -548,8 +623,8 @@ private:
         // Half-way values go to the even code, as the device rounds when it writes single texels.
         add(std::string("float4 qxfx_rounded(float4 c) { return ") + (codes ? "c" : "round(c)") + "; }");
         addLines(packedPrelude);
-        if (isUsed("tex2D")) {
-            addLines(packedSampling);
+        if (!places_.empty()) {
+            addLines(packedOwnPlace);
         }
         if (isUsed("tex3Dfetch")) {
             addLines(packedVolumes);
@@ -662,6 +737,7 @@ private:
     const std::unordered_set<std::string_view>& assigned_;
     const EffectSyntax::Pass& pass_;
     const std::optional<Depths> packed_;
+    const std::vector<std::uint32_t> places_; ///< as PassText::places
     std::optional<VertexCall> vertex_;
     std::unordered_set<std::string_view> names_;
     const SamplerNames samplers_;
@@ -750,9 +826,17 @@ std::set<std::size_t> PassWriter::resultsOf(const EffectSyntax::Pass& pass) cons
     return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).entryCall().results();
 }
 
-PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths) const
+PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths, Reads reads) const
 {
-    return Writing(syntax_, effect_, calls_, assigned_, pass, depths).run(formOf(pass), {});
+    std::vector<std::uint32_t> places;
+    if (reads == Reads::OwnPlace) {
+        places = ownPlaces(pass, calls_.entryOf(pass.shader), calls_.namesReachedBy(pass), syntax_, effect_);
+        if (places.empty()) {
+            return {};
+        }
+    }
+    return Writing(syntax_, effect_, calls_, assigned_, pass, depths, std::move(places))
+        .run(formOf(pass), {});
 }
 
 } // namespace Qx::Host::Effects

@@ -25,8 +25,9 @@ std::vector<const PackedShader*> shadersFor(const CompiledEffect::Technique& tec
 {
     std::vector<const PackedShader*> shaders;
     for (const CompiledEffect::Pass& pass : technique.passes) {
-        const auto found = std::find_if(pass.packed.begin(), pass.packed.end(),
-                                        [&](const auto& shader) { return shader.depths == depths; });
+        const auto found = std::find_if(pass.packed.begin(), pass.packed.end(), [&](const auto& shader) {
+            return shader.depths == depths && shader.places.empty();
+        });
         if (found != pass.packed.end()) {
             shaders.push_back(&*found);
         }
@@ -41,13 +42,16 @@ bool PackedDrawing::createAll(Context& context, const CompiledEffect& effect,
                               std::vector<std::unique_ptr<TechniqueDrawing>>& drawings)
 {
     for (const PackedShader& first : technique.passes.front().packed) {
-        const std::vector<const PackedShader*> shaders = shadersFor(technique, first.depths);
+        const bool isOwnPlace = !first.places.empty();
+        const std::vector<const PackedShader*> shaders =
+            isOwnPlace ? std::vector{&first} : shadersFor(technique, first.depths);
         if (shaders.size() != technique.passes.size()) {
             continue;
         }
         auto drawing = std::make_unique<PackedDrawing>(context, effect, first.depths);
         PackedDrawing& packed = *drawing;
-        drawings.push_back(std::move(drawing)); // the caller destroys it even after a failure
+        // The caller destroys it even after a failure.
+        drawings.insert(isOwnPlace ? drawings.begin() : drawings.end(), std::move(drawing));
         if (!packed.add(shaders)) {
             return false;
         }
@@ -83,6 +87,11 @@ bool PackedDrawing::canDraw(const Draw& draw) const
             const bool asBuffer = pass.dimensions[i] == 1;
             if (isVolume ? asBuffer && (picture == nullptr || !picture->hasCompanion)
                          : !hasSourceDepth(picture)) {
+                return false;
+            }
+            const std::vector<std::uint32_t>& places = shaders_[p]->places;
+            if (!places.empty() && places[i] != PackedShader::noPlace &&
+                !draw.isOwnPlace(places[i], *picture)) {
                 return false;
             }
         }

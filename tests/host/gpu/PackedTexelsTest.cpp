@@ -32,6 +32,7 @@ float4 halves(int2 pos : VPOS) : COLOR { return at(pos.x >> 1, pos.y >> 1); }
 float4 places(int2 pos : VPOS) : COLOR { return at((pos.x & 7) * 2 + (pos.x >> 3), pos.y) * ((pos.x & 1) * 0.5 + 0.5); }
 float4 floats(float2 pos : VPOS) : COLOR { return at(int(pos.x) - 2, int(pos.y)); }
 float4 sampled(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv * 0.8 + 0.1); }
+float4 own(float2 uv : TEXCOORD0, float2 second : TEXCOORD1) : COLOR { return tex2D(S, uv).gbar * 0.75 + tex2D(W, second) * 0.25; }
 float4 beyond(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv * 1.7 - 0.4); }
 float4 wrapped(float2 uv : TEXCOORD0) : COLOR { return tex2D(W, uv * 1.7 - 0.4); }
 float4 edges(int2 pos : VPOS) : COLOR { return float4(pos / targetSize, 0.25, 1.0); }
@@ -46,6 +47,7 @@ technique Halves { pass { PixelShader = compile ps_3_0 halves(); } }
 technique Places { pass { PixelShader = compile ps_3_0 places(); } }
 technique Floats { pass { PixelShader = compile ps_3_0 floats(); } }
 technique Sampled { pass { PixelShader = compile ps_3_0 sampled(); } }
+technique Own { pass { PixelShader = compile ps_3_0 own(); } }
 technique Beyond { pass { PixelShader = compile ps_3_0 beyond(); } }
 technique Wrapped { pass { PixelShader = compile ps_3_0 wrapped(); } }
 technique Edges { pass { PixelShader = compile ps_3_0 edges(); } }
@@ -229,6 +231,40 @@ TEST_F(PackedTexelsTest, SourcesOfOtherSizesAreTheSame)
             expectAlike(pair, name.c_str(), {34, 9}, iGPUImage::eARGB8, source);
         }
     }
+}
+
+TEST_F(PackedTexelsTest, PartsOfPicturesAreNotTakenForWholeOnes)
+{
+    const Pair pair = loadText(mixEffect);
+    ASSERT_TRUE(pair.packed && pair.plain);
+    constexpr XY<int> size{24, 5};
+    const Bytes bytes = noise(bytesOf(size, iGPUImage::eARGB8));
+    const auto draw = [&](GPUService& service, const Qx::Ptr<iShaderEffect>& effect,
+                          const std::array<float, 4>& first, const std::array<float, 4>& second) {
+        const Qx::Ptr<iHostImage> host = service.createHostImage(size, iGPUImage::eARGB8);
+        std::copy(bytes.begin(), bytes.end(), static_cast<std::uint8_t*>(host->map(iHostImage::Write)));
+        const Qx::Ptr<iGPUImage> source = service.uploadImage(host, 0);
+        const Qx::Ptr<iGPUImage> target = service.createGPUImage(size, iGPUImage::eARGB8);
+        Qx::Vector<iShaderEffect::Source> sources;
+        sources.emplace_back("Input", source);
+        sources.emplace_back("Input", source);
+        sources[0].texCoords = first;
+        sources[1].texCoords = second;
+        EXPECT_TRUE(effect->setTechnique("Own") && effect->render(target, sources));
+        const Qx::Ptr<iHostImage> result = service.downloadImage(target);
+        const auto* got = static_cast<const std::uint8_t*>(result->map(iHostImage::Read));
+        return Bytes(got, got + bytes.size());
+    };
+    constexpr std::array<float, 4> whole{0.0F, 0.0F, 1.0F, 1.0F};
+    constexpr std::array<float, 4> part{0.25F, 0.0F, 0.75F, 1.0F};
+    constexpr std::array<float, 4> turned{1.0F, 0.0F, 0.0F, 1.0F};
+    const Bytes usual = draw(gpu(), pair.packed, whole, whole);
+    for (const auto& other : {part, turned}) {
+        EXPECT_EQ(draw(gpu(), pair.packed, other, whole), draw(plain(), pair.plain, other, whole));
+        EXPECT_EQ(draw(gpu(), pair.packed, whole, other), draw(plain(), pair.plain, whole, other));
+        EXPECT_NE(draw(gpu(), pair.packed, other, whole), usual);
+    }
+    EXPECT_EQ(usual, draw(plain(), pair.plain, whole, whole));
 }
 
 TEST_F(PackedTexelsTest, EntriesOfVolumesAreReadAtEverySize)

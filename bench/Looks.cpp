@@ -1,4 +1,5 @@
 #include "bench/Fixture.h"
+#include "bench/Grade.h"
 #include "bench/Look.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
@@ -9,8 +10,8 @@
 #include <string>
 #include <vector>
 
-// A LUT of 33 points per axis over a frame of scattered colours: the effect on the device alone, and the
-// round trip of every frame.
+// A LUT of 33 points per axis, and a colour correction, over a frame of scattered colours: the effect on the
+// device alone, and the round trip of every frame.
 
 namespace Qx::Bench {
 namespace {
@@ -41,22 +42,22 @@ Qx::Ptr<iHostImage> scatteredImage(iGPUImage::eFormat depth)
     return image;
 }
 
-void onDevice(State& state, iGPUImage::eFormat depth)
+template <class Effect>
+void onDevice(State& state, const Effect& effect, iGPUImage::eFormat depth)
 {
-    const Look look(lookFile());
     const Qx::Ptr<iGPUImage> source = OS().gpu().uploadImage(scatteredImage(depth), 0);
     const Image::Surface target = makePicture(depth);
-    measureOnDevice(state, target, [&] { return look.draw(source, target.getGPUSurface()); });
+    measureOnDevice(state, target, [&] { return effect.draw(source, target.getGPUSurface()); });
 }
 
-void thereAndBack(State& state, iGPUImage::eFormat depth)
+template <class Effect>
+void thereAndBack(State& state, const Effect& effect, iGPUImage::eFormat depth)
 {
-    const Look look(lookFile());
     const Qx::Ptr<iHostImage> frame = scatteredImage(depth);
     measureThereAndBack(state, [&] {
         const Qx::Ptr<iGPUImage> target = OS().gpu().createGPUImage(frameSize, depth);
-        return look.draw(OS().gpu().uploadImage(frame, 0), target) ? OS().gpu().downloadImage(target)
-                                                                   : Qx::Ptr<iHostImage>();
+        return effect.draw(OS().gpu().uploadImage(frame, 0), target) ? OS().gpu().downloadImage(target)
+                                                                     : Qx::Ptr<iHostImage>();
     });
 }
 
@@ -70,8 +71,13 @@ void registerLooks()
                 ->UseRealTime()
                 ->Unit(benchmark::kMillisecond);
         };
-        add("look of 33 points", onDevice);
-        add("upload, look of 33 points, read back", thereAndBack);
+        add("look of 33 points",
+            [](State& state, iGPUImage::eFormat of) { onDevice(state, Look(lookFile()), of); });
+        add("upload, look of 33 points, read back",
+            [](State& state, iGPUImage::eFormat of) { thereAndBack(state, Look(lookFile()), of); });
+        add("colour correction", [](State& state, iGPUImage::eFormat of) { onDevice(state, Grade(), of); });
+        add("upload, colour correction, read back",
+            [](State& state, iGPUImage::eFormat of) { thereAndBack(state, Grade(), of); });
     }
 }
 

@@ -50,6 +50,11 @@ float3 entry(int3 at)
     return tex3Dfetch(TableSampler, at).rgb;
 }
 
+float3 entryFrom(int3 at, int3 offset)
+{
+    return tex3Dfetch(TableSampler, at, offset).rgb;
+}
+
 // A cell is divided into six tetrahedra along its diagonal from dark to bright. Sorting the fractions selects
 // the tetrahedron: the path from the dark corner to the bright one follows the axis of the largest fraction
 // first and that of the smallest last.
@@ -74,15 +79,15 @@ float3 inTetrahedra(float3 place, float last, int layer)
     float middle = max(min(f.r, f.g), min(max(f.r, f.g), f.b));
 
     int3 corner = int3(low) + int3(0, 0, layer);
-    return entry(corner) * (1.0 - largest) + entry(corner + firstAxis(f)) * (largest - middle) +
-           entry(corner + int3(1, 1, 1) - lastAxis(f)) * (middle - smallest) +
-           entry(corner + int3(1, 1, 1)) * smallest;
+    return entry(corner) * (1.0 - largest) + entryFrom(corner, firstAxis(f)) * (largest - middle) +
+           entryFrom(corner, int3(1, 1, 1) - lastAxis(f)) * (middle - smallest) +
+           entryFrom(corner, int3(1, 1, 1)) * smallest;
 }
 
 float3 lookUp(float3 colour)
 {
     float last = tableSize.x - 1.0;
-    return inTetrahedra(clamp((colour - domainMin) / (domainMax - domainMin), 0.0, 1.0) * last, last, 0);
+    return inTetrahedra(clamp((colour - domainMin) * (last / (domainMax - domainMin)), 0.0, last), last, 0);
 }
 
 float3 inCubes(float3 place, float last, int layer)
@@ -168,7 +173,7 @@ float3 throughMatrix(float3 colour, int row)
 float3 throughTable(float3 colour, int row, int layer, float last, bool trilinear)
 {
     float3 low = described(1, row).rgb;
-    float3 at = clamp((colour - low) / (described(2, row).rgb - low), 0.0, 1.0) * last;
+    float3 at = clamp((colour - low) * (last / (described(2, row).rgb - low)), 0.0, last);
     return trilinear ? inCubes(at, last, layer) : inTetrahedra(at, last, layer);
 }
 
@@ -250,25 +255,20 @@ float3 throughSteps(float3 colour)
     return colour;
 }
 
-// Rounds to the nearest code, independently of the device. A floating-point target takes the value itself.
-float3 rounded(float3 colour)
-{
-    return targetMax > 1.5 ? floor(clamp(colour, 0.0, 1.0) * targetMax + 0.5) / targetMax : colour;
-}
-
+// The codes that are nearest, independently of the device: what is returned is truncated.
 float4 mixed(float4 pixel, float3 changed)
 {
-    float3 colour = amount == 1.0 ? changed : pixel.rgb + amount * (changed - pixel.rgb);
-    return float4(rounded(colour), pixel.a);
+    float3 colour = changed * amount + pixel.rgb * (1.0 - amount);
+    return float4(colour, pixel.a) * targetMax + 0.5;
 }
 
-float4 look(float2 uv : TEXCOORD0) : COLOR0
+float4 look(float2 uv : TEXCOORD0) : COLORCODE
 {
     float4 pixel = tex2D(InputSampler, uv);
     return mixed(pixel, lookUp(pixel.rgb));
 }
 
-float4 steps(float2 uv : TEXCOORD0) : COLOR0
+float4 steps(float2 uv : TEXCOORD0) : COLORCODE
 {
     float4 pixel = tex2D(InputSampler, uv);
     return mixed(pixel, throughSteps(pixel.rgb));
@@ -287,7 +287,7 @@ float3 throughKnown(float3 colour, int row, uniform int kind)
     return throughTable(colour, row, layer, last, false);
 }
 
-float4 knownSteps(float2 uv : TEXCOORD0, uniform int first, uniform int second) : COLOR0
+float4 knownSteps(float2 uv : TEXCOORD0, uniform int first, uniform int second) : COLORCODE
 {
     float4 pixel = tex2D(InputSampler, uv);
     float3 changed = throughKnown(pixel.rgb, 1, first);

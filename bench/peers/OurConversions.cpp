@@ -1,4 +1,5 @@
 #include "QxFxResources/GPUColourConverter.h"
+#include "bench/Grade.h"
 #include "bench/Look.h"
 #include "bench/peers/OurFrames.h"
 #include "bench/peers/Ours.h"
@@ -45,6 +46,8 @@ public:
         if (work.kind == WorkKind::Look) {
             const char* const file = std::getenv(lookVariable);
             look_ = std::make_unique<Look>(file != nullptr ? file : "");
+        } else if (work.kind == WorkKind::Grade) {
+            grade_ = std::make_unique<Grade>();
         }
     }
 
@@ -62,6 +65,8 @@ public:
             return rearrange(source, target, "YUYVtoV210");
         case WorkKind::V210ToRGB:
             return unpackAndDecode(source, target);
+        case WorkKind::Grade:
+            return grade_->draw(source.getGPUSurface(), target.getGPUSurface());
         case WorkKind::Look:
             break;
         }
@@ -79,6 +84,7 @@ private:
 
     Work work_;
     std::unique_ptr<Look> look_;
+    std::unique_ptr<Grade> grade_;
 };
 
 class OnDevice : public Job

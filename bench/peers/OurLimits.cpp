@@ -195,6 +195,7 @@ const char* passThrough(WorkKind kind)
     case WorkKind::V210ToRGB:
         return "TwoToThree";
     case WorkKind::Look:
+    case WorkKind::Grade:
         break;
     }
     return "Same";

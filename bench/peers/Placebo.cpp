@@ -371,6 +371,7 @@ std::unique_ptr<Drawing> handWritten(const Gpu& gpu, const Work& work)
     case WorkKind::ToV210:
     case WorkKind::V210ToRGB:
     case WorkKind::Look:
+    case WorkKind::Grade:
         break;
     }
     return nullptr;

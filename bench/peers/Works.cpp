@@ -20,6 +20,8 @@ const char* nameOf(WorkKind kind)
         return "to-v210-";
     case WorkKind::V210ToRGB:
         return "v210-to-rgb";
+    case WorkKind::Grade:
+        return "grade";
     case WorkKind::Look:
         break;
     }
@@ -39,6 +41,8 @@ const char* textOf(WorkKind kind)
         return "4:2:2 to v210";
     case WorkKind::V210ToRGB:
         return "v210 to RGB";
+    case WorkKind::Grade:
+        return "colour correction";
     case WorkKind::Look:
         break;
     }
@@ -98,6 +102,7 @@ std::vector<Work> makeWorks()
         works.push_back({V210ToRGB, 16, Point, place});
         for (const unsigned depth : {8U, 16U}) {
             works.push_back({Look, depth, None, place});
+            works.push_back({Grade, depth, None, place});
         }
     }
     return works;
@@ -195,6 +200,7 @@ FrameLayout sourceLayout(WorkKind kind)
         return FrameLayout::V210;
     case WorkKind::Encode:
     case WorkKind::Look:
+    case WorkKind::Grade:
         break;
     }
     return FrameLayout::Colour;
@@ -211,6 +217,7 @@ FrameLayout resultLayout(WorkKind kind)
     case WorkKind::Decode:
     case WorkKind::V210ToRGB:
     case WorkKind::Look:
+    case WorkKind::Grade:
         break;
     }
     return FrameLayout::Colour;

@@ -22,6 +22,7 @@ enum class WorkKind
     ToV210,    ///< 16-bit 4:2:2 to v210
     V210ToRGB, ///< v210 to 16-bit RGB
     Look,      ///< RGB through a table of 33 points an edge, tetrahedral
+    Grade,     ///< RGB through three-way colour correction with lift, gamma, gain and saturation
 };
 
 enum class ChromaFilter

@@ -41,8 +41,9 @@ struct CompiledEffect
     /// What the shaders know about a texture.
     struct TextureUniforms
     {
-        float rowPacked = 0;         ///< pitch in units of 16 bytes, if the texture is read as a buffer
-        float maxCode = 0;           ///< the largest code of a component
+        float rowPacked = 0; ///< pitch in units of 16 bytes, if the texture is read as a buffer
+        float maxCode = 0;   ///< the largest code of a component; of a volume that is read as a buffer
+                             ///< the rows from one layer to the next
         std::array<float, 2> size{}; ///< width and height in texels
     };
 
@@ -179,7 +180,7 @@ struct CompiledEffect
     /// - some bindings are uniform texel buffers over the texture's memory instead of combined image
     /// samplers,
     ///   as the SPIR-V declares. `texelBytes` gives their texels: those of the source, or texels of 8 or 16
-    ///   bytes with components of 32 bits, all unsigned;
+    ///   bytes with components of 32 bits, all unsigned. The texels of volumes are four floats;
     /// - rows of 16 bytes of the uniform buffer are flat inputs of four floats.
     struct PackedShader
     {
@@ -199,6 +200,12 @@ struct CompiledEffect
         std::vector<std::uint32_t> samplers;   ///< as in Pass
         std::vector<std::uint32_t> texelBytes; ///< of each sampler that is a buffer
         std::vector<std::uint32_t> rows;       ///< of the uniform buffer, by the location of the input
+        /// Empty, or for each sampler the number n of the TEXCOORDn at which it is read, or noPlace. The
+        /// shader then takes the texel at the fragment's own place instead: TEXCOORDn has to run over the
+        /// whole of a texture of the target's size.
+        std::vector<std::uint32_t> places;
+
+        static constexpr std::uint32_t noPlace = 0xFFFFFFFF;
 
         static constexpr std::size_t mostRows = 8;
         static constexpr std::uint32_t texelsOf(std::uint32_t componentBits) { return 32 / componentBits; }
@@ -232,7 +239,8 @@ struct CompiledEffect
         std::string name;
         std::vector<std::uint32_t> spirv;
         std::vector<std::uint32_t> samplers; ///< indices of the samplers that the pass reads, ascending
-        std::vector<PackedShader> packed;    ///< at most one for each pair of depths
+        /// At most one without and, after them, one with `places` for each pair of depths.
+        std::vector<PackedShader> packed;
         /// The texture that it draws into, all of it; it is not one that it reads.
         std::uint32_t target = callersTarget;
         /// The number N of the result COLORN that it draws, 0 for the first colour. A pass of a file that

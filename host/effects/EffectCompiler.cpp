@@ -87,7 +87,10 @@ private:
         if (options.packed && !problems_.failed()) {
             for (const PackedShader::Depths depths :
                  {PackedShader::Depths{8, 8}, {16, 16}, {8, 16}, {16, 8}}) {
-                addPackedShaders(writer, depths);
+                addPackedShaders(writer, depths, PassWriter::Reads::AnyPlace);
+            }
+            for (const PackedShader::Depths depths : {PackedShader::Depths{8, 8}, {16, 16}}) {
+                addPackedShaders(writer, depths, PassWriter::Reads::OwnPlace);
             }
         }
         if (!problems_.failed()) {
@@ -242,30 +245,52 @@ private:
     }
 
     /// A shader that does not compile is left out: no pass needs one.
-    void addPackedShaders(const PassWriter& writer, PackedShader::Depths depths)
+    void addPackedShaders(const PassWriter& writer, PackedShader::Depths depths, PassWriter::Reads reads)
     {
         std::map<std::string, std::size_t> known;
         std::vector<std::string> texts;
         std::vector<PassPlace> places;
+        std::vector<std::vector<std::uint32_t>> ownPlaces; // of each of those
         for (const PassPlace& place : places_) {
+            const CompiledEffect::Technique& technique = effect_.techniques[place.technique];
             const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
+            const bool own = reads == PassWriter::Reads::OwnPlace;
             const bool wanted =
-                !depths.areMixed() || mixesDepths(effect_.techniques[place.technique].annotations);
-            if (wanted && !drawsTextures(effect_.techniques[place.technique]) && writer.canBePacked(pass)) {
-                const auto [text, isNew] = known.emplace(writer.writePacked(pass, depths).hlsl, texts.size());
-                if (isNew) {
-                    texts.push_back(text->first);
-                }
-                places.push_back({place.technique, place.pass, text->second});
+                own ? technique.passes.size() == 1 : !depths.areMixed() || mixesDepths(technique.annotations);
+            if (!wanted || drawsTextures(technique) || !writer.canBePacked(pass)) {
+                continue;
             }
+            PassText text = writer.writePacked(pass, depths, reads);
+            if (own && text.places.empty()) {
+                continue;
+            }
+            const auto [found, isNew] = known.emplace(std::move(text.hlsl), texts.size());
+            if (isNew) {
+                texts.push_back(found->first);
+            }
+            places.push_back({place.technique, place.pass, found->second});
+            ownPlaces.push_back(std::move(text.places));
         }
         const std::vector<CompiledShader> shaders = compileTexts(texts, places, depths.source);
-        for (const PassPlace& place : places) {
-            const CompiledShader& shader = shaders[place.text];
-            if (!shader.error && !shader.minglesPixels) {
-                effect_.techniques[place.technique].passes[place.pass].packed.push_back(
-                    {depths, shader.spirv, samplersOf(shader), shader.texelBytes, shader.rows});
+        for (std::size_t i = 0; i < places.size(); ++i) {
+            const CompiledShader& shader = shaders[places[i].text];
+            if (shader.error || shader.minglesPixels) {
+                continue;
             }
+            PackedShader packed{depths, shader.spirv, samplersOf(shader), shader.texelBytes, shader.rows, {}};
+            for (const std::uint32_t sampler : packed.samplers) {
+                if (!ownPlaces[i].empty()) {
+                    packed.places.push_back(ownPlaces[i][sampler]);
+                }
+            }
+            const bool readsThere =
+                std::any_of(packed.places.begin(), packed.places.end(),
+                            [](std::uint32_t place) { return place != PackedShader::noPlace; });
+            if (reads == PassWriter::Reads::OwnPlace && !readsThere) {
+                continue; // the optimizer has left the sampler out
+            }
+            effect_.techniques[places[i].technique].passes[places[i].pass].packed.push_back(
+                std::move(packed));
         }
     }
 

@@ -101,26 +101,54 @@ float4 pairFromMatrox(int2 at, int rowWords, bool upperBitsOnly)
     return texelOf(fromTenBits(codes));
 }
 
-int lowerBitsOf(float4 codes)
+int lowerBitsOf(int4 codes)
 {
-    int4 c = int4(codes) & 3;
+    int4 c = codes & 3;
     return c.x | (c.y << 2) | (c.z << 4) | (c.w << 6);
 }
 
+// As toTenBits(), in whole numbers.
+int4 wholeTenBits(float4 components)
+{
+    int4 c = int4(components);
+    int4 most = int4(1023, 1023, 1023, 1023);
+    return inputMax > 1023.5 ? min((c + 32) >> 6, most) : (inputMax > 255.5 ? c : c * 4);
+}
+
+// The lower bits of a pair; of a half pair that the image lacks those of `edge`. `count` pairs are there.
+int lowerBitsOfPair(int pair, int row, int4 edge, int count)
+{
+    int own = lowerBitsOf(wholeTenBits(componentsAt(int2(pair, row))));
+    int bits = pair < int(inputSize.x) ? own : lowerBitsOf(edge);
+    return pair < count ? bits : 0;
+}
+
+// A word is one of four neighbours, which a device may compute together. Two of the four, the first or the
+// last ones, may be the words of lower bits. All of a word's reads are by even numbers and constants, and
+// there is no branch, so that neighbours share what they read and compute.
 float4 matroxWord(int2 at, float pairs)
 {
-    int block = quotient(at.x, MATROX_WORDS);
-    int place = at.x - block * MATROX_WORDS;
-    int pair = block * MATROX_PAIRS + place;
-    if (place < MATROX_PAIRS)
-    {
-        return texelOfBytes(int4(tenBitsOfPair(pair, at.y, pairs)) >> 2);
-    }
-    pair = block * MATROX_PAIRS + (place - MATROX_PAIRS) * 4;
-    return texelOfBytes(int4(lowerBitsOf(tenBitsOfPair(pair, at.y, pairs)),
-                             lowerBitsOf(tenBitsOfPair(pair + 1, at.y, pairs)),
-                             lowerBitsOf(tenBitsOfPair(pair + 2, at.y, pairs)),
-                             lowerBitsOf(tenBitsOfPair(pair + 3, at.y, pairs))));
+    int width = int(inputSize.x);
+    int count = pairs <= inputSize.x + 0.5 ? int(ceil(pairs)) : width; // the image may lack a half pair
+    int lastTwo = ((width - 1) >> 1) * 2;
+    float4 even = componentsAt(int2(lastTwo, at.y));
+    float4 odd = componentsAt(int2(lastTwo + 1, at.y));
+    int4 edge = wholeTenBits((width & 1) != 0 ? even : odd);
+
+    int twos = (at.x >> 2) * 2;
+    int block = quotient(twos, MATROX_WORDS / 2);
+    int place = twos - block * (MATROX_WORDS / 2) + ((at.x >> 1) & 1); // of two words; 5 is in the next block
+    int pair = (block * 4 + min(place, MATROX_PAIRS / 2)) * 2 + (at.x & 1);
+    int4 own = wholeTenBits(componentsAt(int2(pair, at.y)));
+    int4 upper = (pair < width ? own : edge) >> 2;
+    upper = pair < count ? upper : int4(0, 0, 0, 0);
+
+    int first = block * MATROX_PAIRS + (at.x & 1) * 4;
+    int4 lower = int4(lowerBitsOfPair(first, at.y, edge, count),
+                      lowerBitsOfPair(first + 1, at.y, edge, count),
+                      lowerBitsOfPair(first + 2, at.y, edge, count),
+                      lowerBitsOfPair(first + 3, at.y, edge, count));
+    return texelOfBytes(place == MATROX_PAIRS / 2 ? lower : upper);
 }
 
 #endif

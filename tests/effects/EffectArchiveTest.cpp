@@ -241,6 +241,13 @@ TEST_F(EffectArchive, EffectsThatTheCompilerCannotHaveMadeAreRefused)
          [](Effect& e) { e.techniques[0].passes[0].packed[0].texelBytes.at(0) = 0; }},
         {"packed texels of half their size",
          [](Effect& e) { e.techniques[0].passes[0].packed[1].texelBytes.at(0) = 4; }},
+        {"a place for no sampler",
+         [](Effect& e) { e.techniques[0].passes[0].packed[0].places.assign(20, 0); }},
+        {"a place beyond the coordinates",
+         [](Effect& e) {
+             auto& shader = e.techniques[0].passes[0].packed[0];
+             shader.places.assign(shader.samplers.size(), 8);
+         }},
         {"packed texels of nine rows",
          [](Effect& e) { e.techniques[0].passes[0].packed[0].rows.assign(9, 0); }},
         {"packed texels of a row past the end",

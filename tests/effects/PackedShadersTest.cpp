@@ -79,6 +79,73 @@ TEST(PackedShaders, ReadTexelBuffersOfAnyFormat)
     }
 }
 
+/// How many images a shader reads that are no buffers.
+std::size_t sampledImages(const std::string& body)
+{
+    const Qx::Test::TemporaryDirectory directory;
+    EffectCompilerOptions options;
+    options.packed = true;
+    const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
+texture Input;
+sampler S = sampler_state { Texture = <Input>; };
+texture Table;
+sampler3D V = sampler_state { Texture = <Table>; };
+float4 through(sampler3D s, int3 at) { return tex3Dfetch(s, at); }
+float4 entry(float2 uv : TEXCOORD0) : COLOR { )" + body + R"( }
+technique T { pass { PixelShader = compile ps_3_0 entry(); } }
+)"),
+                                                   options);
+    EXPECT_NE(result.effect, nullptr) << result.messages;
+    return result.effect != nullptr
+               ? countOf(result.effect->techniques[0].passes[0].packed.at(0).spirv, spv::OpTypeSampledImage)
+               : 99;
+}
+
+TEST(PackedShaders, ReadBuffersWhereTexelsAreReadByTheirNumbersOnly)
+{
+    EXPECT_EQ(sampledImages("return tex2Dfetch(S, int2(uv));"), 0U);
+    EXPECT_EQ(sampledImages("return tex2Dfetch(S, int2(uv)) + tex2D(S, uv);"), 1U);
+    EXPECT_EQ(sampledImages("return tex3Dfetch(V, int3(uv, 1)) + tex3Dfetch(V, int3(uv, 1), 1);"), 0U);
+    EXPECT_EQ(sampledImages("return tex3Dfetch(V, int3(uv, 1)) + tex3D(V, uv.xyy);"), 1U);
+    EXPECT_EQ(sampledImages("return through(V, int3(uv, 1));"), 1U);
+}
+
+/// The places of the shaders of a pass, one after the other.
+std::vector<std::vector<std::uint32_t>> placesIn(const std::string& states, const std::string& body)
+{
+    const Qx::Test::TemporaryDirectory directory;
+    EffectCompilerOptions options;
+    options.packed = true;
+    const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
+texture Input;
+sampler S = sampler_state { Texture = <Input>; )" + states + R"( };
+float4 through(sampler2D s, float2 at) { return tex2D(s, at); }
+float4 entry(float2 uv : TEXCOORD0, float2 other : TEXCOORD3) : COLOR { )" + body + R"( }
+technique T { pass { PixelShader = compile ps_3_0 entry(); } }
+)"),
+                                                   options);
+    EXPECT_NE(result.effect, nullptr) << result.messages;
+    std::vector<std::vector<std::uint32_t>> places;
+    for (const CompiledEffect::PackedShader& shader : result.effect->techniques[0].passes[0].packed) {
+        places.push_back(shader.places);
+    }
+    return places;
+}
+
+TEST(PackedShaders, ReadPicturesAtTheirOwnPlaceWhereTheCoordinateIsTakenAsItIs)
+{
+    using Places = std::vector<std::vector<std::uint32_t>>;
+    const Places none{{}, {}};
+    EXPECT_EQ(placesIn("", "return tex2D(S, uv) * 0.5;"), (Places{{}, {}, {0}, {0}}));
+    EXPECT_EQ(placesIn("", "return tex2D(S, other) + tex2D(S, other);"), (Places{{}, {}, {3}, {3}}));
+    EXPECT_EQ(placesIn("", "return tex2D(S, uv) + uv.x;"), none);
+    EXPECT_EQ(placesIn("", "uv.x *= 0.5; return tex2D(S, uv);"), none);
+    EXPECT_EQ(placesIn("", "return tex2D(S, uv * 0.5);"), none);
+    EXPECT_EQ(placesIn("", "return tex2D(S, uv) + tex2D(S, other);"), none);
+    EXPECT_EQ(placesIn("", "return tex2D(S, uv) + through(S, other);"), none);
+    EXPECT_EQ(placesIn("MinFilter = Linear; MagFilter = Linear;", "return tex2D(S, uv);"), none);
+}
+
 TEST(PackedShaders, ExistBetweenDepthsForTechniquesThatSaySo)
 {
     using Depths = CompiledEffect::PackedShader::Depths;

@@ -1,5 +1,6 @@
 #include "host/effects/EffectCompiler.h"
 #include "host/effects/Supplies.h"
+#include "host/effects/spirv/SpirvModule.h"
 #include "tests/pixels/Reference.h"
 
 #include <gtest/gtest.h>
@@ -70,6 +71,33 @@ TEST(ShippedEffects, ColourConvertHasTheTechniquesAndParametersOfPackedTenBits)
         parameters.insert(parameter.name);
     for (const char* name : {"pSourceImageTotalWidthInDWORDs", "DestImageWidth"})
         EXPECT_TRUE(parameters.contains(name)) << name;
+}
+
+/// How many different texels the packed shaders of a technique read, the most of all depths.
+std::size_t texelsReadBy(const Host::CompiledEffect& effect, const std::string& technique)
+{
+    std::size_t most = 0;
+    for (const auto& each : effect.techniques) {
+        for (const auto& shader : each.passes.front().packed) {
+            std::set<std::pair<std::uint32_t, std::uint32_t>> places;
+            Host::Effects::Spirv::forEach(shader.spirv, [&](const Host::Effects::Spirv::Instruction& i) {
+                if (i.op() == spv::OpImageFetch)
+                    places.emplace(i[3], i[4]);
+            });
+            most = each.name == technique ? std::max(most, places.size()) : most;
+        }
+    }
+    return most;
+}
+
+TEST(ShippedEffects, NeighbouringWordsOfM101ShareWhatTheyRead)
+{
+    Host::EffectCompilerOptions options;
+    options.packed = true;
+    const auto compilation = compileShipped("ColourConvert.fx", options);
+    ASSERT_TRUE(compilation.effect) << compilation.messages;
+    EXPECT_EQ(texelsReadBy(*compilation.effect, "PackMatrox10Bit"), 7U)
+        << "two pairs at a time: eight of a block, four more, and the last of the row";
 }
 
 TEST(ShippedEffects, NullHasEveryTechniqueThatPicturesAreRearrangedBy)

@@ -81,7 +81,7 @@ template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::PackedShader>& shader)
 {
     visit(shader.depths.source, shader.depths.target, shader.spirv, shader.samplers, shader.texelBytes,
-          shader.rows);
+          shader.rows, shader.places);
 }
 
 template <class Visit>

@@ -74,12 +74,18 @@ bool isSound(const CompiledEffect::PackedShader& shader, const CompiledEffect& e
         return bytes == shader.depths.source / 2 || bytes == 8 || bytes == 16;
     };
     const auto isRow = [&](std::uint32_t row) { return row < effect.uniformBytes / 16; };
+    const auto isPlace = [](std::uint32_t place) {
+        return place == CompiledEffect::PackedShader::noPlace ||
+               place < CompiledEffect::SystemUniforms::maxTexCoords;
+    };
     const auto isDepth = [](std::uint32_t bits) { return bits == 8 || bits == 16; };
     return isDepth(shader.depths.source) && isDepth(shader.depths.target) &&
            shader.texelBytes.size() == shader.samplers.size() &&
            std::all_of(shader.texelBytes.begin(), shader.texelBytes.end(), isTexel) &&
            shader.rows.size() <= CompiledEffect::PackedShader::mostRows &&
            std::all_of(shader.rows.begin(), shader.rows.end(), isRow) &&
+           (shader.places.empty() || shader.places.size() == shader.samplers.size()) &&
+           std::all_of(shader.places.begin(), shader.places.end(), isPlace) &&
            isSoundShader(shader.spirv, shader.samplers, effect);
 }
 

@@ -101,6 +101,9 @@ float4 qxfx_tex3Dbias(sampler3D s, float4 at) { return qxfx_tex3D(s, at.xyz); }
 float4 qxfx_tex3Dgrad(sampler3D s, float3 at, float3 dx, float3 dy) { return qxfx_tex3D(s, at); }
 float4 qxfx_tex3Dproj(sampler3D s, float4 at) { return qxfx_tex3D(s, at.xyz / at.w); }
 )";
+inline constexpr std::string_view volumeFetches = R"(
+float4 qxfx_tex3Dfetch(sampler3D s, int3 texel, int3 offset) { return qxfx_tex3Dfetch(s, texel + offset); }
+)";
 // A cube is a picture of its six square faces, +x, -x, +y, -y, +z and -z from left to right. Each face is
 // seen as Direct3D orients it. The last column of a face does not take the next one's texels.
 inline constexpr std::string_view cubeReaders = R"(
@@ -190,6 +193,17 @@ inline constexpr std::string_view returnColour = "return qxfx_rotate ? qxfx_colo
 inline constexpr std::string_view packedPrelude = R"(
 float4 qxfx_tex2Dcodes(Buffer<uint4> s, float4 of, int2 texel) { return float4(int4(s.Load(texel.y * int(of.x) * qxfx_texels + texel.x))).yzwx; }
 float4 qxfx_tex2Dfetch(Buffer<uint4> s, float4 of, int2 texel) { return qxfx_tex2Dcodes(s, of, texel) * (1.0 / qxfx_sourceMaxCode); }
+)";
+// The texel at the place of the pixel that is computed.
+inline constexpr std::string_view packedOwnPlace = R"(
+static int2 qxfx_ownTexel;
+float4 qxfx_tex2D(Buffer<uint4> s, float4 of, float2 at) { return qxfx_tex2Dfetch(s, of, qxfx_ownTexel); }
+)";
+// A volume as rows of entries; the numbers are how many entries a row takes, and how many rows a layer.
+inline constexpr std::string_view packedVolumes = R"(
+int qxfx_entry(float4 of, int3 at) { return at.x + at.y * int(of.x) + at.z * int(of.x * of.y); }
+float4 qxfx_tex3Dfetch(Buffer<float4> s, float4 of, int3 texel) { return s.Load(qxfx_entry(of, texel)); }
+float4 qxfx_tex3Dfetch(Buffer<float4> s, float4 of, int3 texel, int3 offset) { return s.Load(qxfx_entry(of, texel) + qxfx_entry(of, offset)); }
 )";
 inline constexpr std::string_view codesAt = R"(
 int4 qxfx_codesAt(int x, int y) {

@@ -92,7 +92,8 @@ public:
             }
         }
         if (found != indices_.end() &&
-            (codes || (buffers_[found->second] && isReadBy("tex2Dfetch", tokens, at)))) {
+            (codes ||
+             (buffers_[found->second] && (isReadByNumber(tokens, at) || isReadBy("tex2D", tokens, at))))) {
             name += ", qxfx_textures[" + std::to_string(effect_.samplers[found->second].texture) + ']';
         } else if (codes) {
             throw CompileError(tokens[at].at,
@@ -106,6 +107,13 @@ public:
     static bool isReadBy(std::string_view function, const std::vector<Token>& tokens, std::size_t at)
     {
         return at >= 2 && tokens[at - 1].is("(") && tokens[at - 2].is(function);
+    }
+
+    /// Whether the token is the first argument of a function that reads by the number of a texel.
+    static bool isReadByNumber(const std::vector<Token>& tokens, std::size_t at)
+    {
+        return isReadBy("tex2Dfetch", tokens, at) || isReadBy("tex2Dcodes", tokens, at) ||
+               isReadBy("tex3Dfetch", tokens, at);
     }
 
 private:
@@ -280,8 +288,7 @@ std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
     std::unordered_set<std::string_view> otherwise;
     const auto look = [&](const std::vector<Token>& tokens) {
         for (std::size_t i = 0; i < tokens.size(); ++i) {
-            if (!SamplerNames::isReadBy("tex2Dfetch", tokens, i) &&
-                !SamplerNames::isReadBy("tex2Dcodes", tokens, i)) {
+            if (!SamplerNames::isReadByNumber(tokens, i)) {
                 otherwise.insert(tokens[i].text);
             }
         }
@@ -295,9 +302,85 @@ std::vector<bool> readByNumberOnly(const EffectSyntax::Pass& pass,
     }
     std::vector<bool> result(effect.samplers.size());
     for (std::size_t i = 0; i < result.size(); ++i) {
-        result[i] = syntax.samplers[i].type.dimensions == 2 && otherwise.count(effect.samplers[i].name) == 0;
+        result[i] = otherwise.count(effect.samplers[i].name) == 0;
     }
     return result;
+}
+
+/// Whether the i-th token is a sampler in `tex2D(sampler, coordinate)`.
+bool isReadAt(const std::unordered_map<std::string_view, std::uint32_t>& coordinates,
+              const std::vector<Token>& tokens, std::size_t i)
+{
+    return SamplerNames::isReadBy("tex2D", tokens, i) && i + 3 < tokens.size() && tokens[i + 1].is(",") &&
+           coordinates.count(tokens[i + 2].text) != 0 && tokens[i + 3].is(")");
+}
+
+/// The parameters of the entry function that are a TEXCOORDn each and are used for nothing but reading
+/// samplers there; with n.
+std::unordered_map<std::string_view, std::uint32_t> coordinatesOf(const EffectSyntax::Piece& entry)
+{
+    std::unordered_map<std::string_view, std::uint32_t> coordinates;
+    for (const EffectSyntax::FunctionParameter& parameter : entry.function.parameters) {
+        const IndexedSemantic semantic(parameter.semantic ? parameter.semantic->text : std::string_view());
+        const std::optional<NumericType>& type = parameter.type.numeric;
+        if (semantic.is("TEXCOORD") && semantic.index < SystemUniforms::maxTexCoords && !parameter.uniform &&
+            !parameter.output && !parameter.elements && type && type->rows == 1 && type->columns == 2 &&
+            type->scalar == NumericType::Scalar::Float) {
+            coordinates.emplace(parameter.name.text, static_cast<std::uint32_t>(semantic.index));
+        }
+    }
+    for (std::size_t i = entry.bodyBegin; i < entry.text.size(); ++i) {
+        if (coordinates.count(entry.text[i].text) != 0 &&
+            (i < 2 || !isReadAt(coordinates, entry.text, i - 2))) {
+            coordinates.erase(entry.text[i].text);
+        }
+    }
+    return coordinates;
+}
+
+/// For each sampler, the n of the TEXCOORDn at which the pass reads single texels of it, and reads it nowhere
+/// else; noPlace for other samplers. Empty if there is none.
+std::vector<std::uint32_t> ownPlaces(const EffectSyntax::Pass& pass, const EffectSyntax::Piece& entry,
+                                     const std::unordered_set<std::string_view>& names,
+                                     const EffectSyntax& syntax, const CompiledEffect& effect)
+{
+    constexpr std::uint32_t none = CompiledEffect::PackedShader::noPlace;
+    if (pass.vertex) {
+        return {};
+    }
+    const auto coordinates = coordinatesOf(entry);
+    std::unordered_map<std::string_view, std::uint32_t> places;
+    std::unordered_set<std::string_view> otherwise;
+    const auto look = [&](const std::vector<Token>& tokens, bool isEntry) {
+        for (std::size_t i = 0; i < tokens.size(); ++i) {
+            if (!isEntry || !isReadAt(coordinates, tokens, i)) {
+                otherwise.insert(tokens[i].text);
+            } else if (const std::uint32_t place = coordinates.at(tokens[i + 2].text);
+                       !places.emplace(tokens[i].text, place).second && places[tokens[i].text] != place) {
+                otherwise.insert(tokens[i].text);
+            }
+        }
+    };
+    for (const auto& argument : pass.shader.arguments) {
+        look(argument, false);
+    }
+    for (const EffectSyntax::Piece& piece : syntax.pieces) {
+        if (names.count(piece.name.text) != 0) {
+            look(piece.text, &piece == &entry);
+        }
+    }
+    std::vector<std::uint32_t> result;
+    for (const CompiledEffect::Sampler& sampler : effect.samplers) {
+        const auto found = places.find(sampler.name);
+        const bool isOwn = found != places.end() && otherwise.count(sampler.name) == 0 &&
+                           sampler.dimensions == 2 && sampler.faces == 1 &&
+                           sampler.filter == CompiledEffect::Filter::Point &&
+                           sampler.mip == CompiledEffect::Mip::None;
+        result.push_back(isOwn ? found->second : none);
+    }
+    const bool any =
+        std::any_of(result.begin(), result.end(), [](std::uint32_t place) { return place != none; });
+    return any ? result : std::vector<std::uint32_t>();
 }
 
 /// Whether a pass that reaches those names reads levels of a texture.
@@ -364,17 +447,16 @@ public:
     /// `packed` is given for the text of a PackedShader.
     Writing(const EffectSyntax& syntax, const CompiledEffect& effect, const CallGraph& calls,
             const std::unordered_set<std::string_view>& assigned, const EffectSyntax::Pass& pass,
-            std::optional<Depths> packed)
+            std::optional<Depths> packed, std::vector<std::uint32_t> places = {})
         : syntax_(syntax),
           effect_(effect),
           calls_(calls),
           assigned_(assigned),
           pass_(pass),
           packed_(packed),
+          places_(std::move(places)),
           names_(calls.namesReachedBy(pass)),
-          samplers_(syntax, effect,
-                    packed ? readByNumberOnly(pass, names_, syntax, effect)
-                           : std::vector<bool>(effect.samplers.size()),
+          samplers_(syntax, effect, packed ? readAsBuffers() : std::vector<bool>(effect.samplers.size()),
                     readsLevels(names_, effect)),
           output_(samplers_)
     {
@@ -400,9 +482,13 @@ public:
                                         [&](std::string_view line) { interpolation_.emplace_back(line); });
             copies_.insert(copies_.begin(), interpolation_.begin(), interpolation_.end());
         }
+        if (!places_.empty()) {
+            copies_.emplace_back("qxfx_ownTexel = qxfx_texel;");
+        }
         call.write(copies_, lineWriter(), tokenWriter());
         addMain(call.givesCodes());
         PassText text = output_.take();
+        text.places = places_;
         text.names = std::move(names_);
         if (vertex_) {
             text.missing = vertex_->missing();
@@ -496,6 +582,15 @@ public:
     }
 
 private:
+    std::vector<bool> readAsBuffers() const
+    {
+        std::vector<bool> buffers = readByNumberOnly(pass_, names_, syntax_, effect_);
+        for (std::size_t i = 0; i < places_.size(); ++i) {
+            buffers[i] = buffers[i] || places_[i] != CompiledEffect::PackedShader::noPlace;
+        }
+        return buffers;
+    }
+
     void add(std::string_view line) { output_.add(line, pass_.shader.entry.at); }
     void addLines(std::string_view lines) { output_.addLines(lines, pass_.shader.entry.at); }
 
@@ -513,6 +608,9 @@ private:
         addLines(prelude);
         if (samplers_.readsLevels()) {
             addLines(levelReaders);
+        }
+        if (isUsed("tex3Dfetch")) {
+            addLines(volumeFetches);
         }
         if (packed_) {
             addPackedPrelude(codes);
@@ -571,6 +669,12 @@ private:
         // Half-way values go to the even code, as the device rounds when it writes single texels.
         add(std::string("float4 qxfx_rounded(float4 c) { return ") + (codes ? "c" : "round(c)") + "; }");
         addLines(packedPrelude);
+        if (!places_.empty()) {
+            addLines(packedOwnPlace);
+        }
+        if (isUsed("tex3Dfetch")) {
+            addLines(packedVolumes);
+        }
     }
 
     void addUniforms()
@@ -637,8 +741,9 @@ private:
             if (!isUsed(effect_.samplers[i].name)) {
                 continue;
             }
-            const std::string_view type =
-                samplers_.isBuffer(i) ? "Buffer<uint4>" : syntax_.samplers[i].type.spelling();
+            const std::string_view type = !samplers_.isBuffer(i) ? syntax_.samplers[i].type.spelling()
+                                          : effect_.samplers[i].dimensions == 3 ? "Buffer<float4>"
+                                                                                : "Buffer<uint4>";
             output_.add("[[vk::binding(" + std::to_string(i + 1) + ", 0)]] " + std::string(type) + ' ' +
                             std::string(hlslName(effect_.samplers[i].name)) + ";",
                         syntax_.samplers[i].name.at);
@@ -678,6 +783,7 @@ private:
     const std::unordered_set<std::string_view>& assigned_;
     const EffectSyntax::Pass& pass_;
     const std::optional<Depths> packed_;
+    const std::vector<std::uint32_t> places_; ///< as PassText::places
     std::optional<VertexCall> vertex_;
     std::unordered_set<std::string_view> names_;
     const SamplerNames samplers_;
@@ -766,9 +872,17 @@ std::set<std::size_t> PassWriter::resultsOf(const EffectSyntax::Pass& pass) cons
     return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).entryCall().results();
 }
 
-PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths) const
+PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths, Reads reads) const
 {
-    return Writing(syntax_, effect_, calls_, assigned_, pass, depths).run(formOf(pass), {});
+    std::vector<std::uint32_t> places;
+    if (reads == Reads::OwnPlace) {
+        places = ownPlaces(pass, calls_.entryOf(pass.shader), calls_.namesReachedBy(pass), syntax_, effect_);
+        if (places.empty()) {
+            return {};
+        }
+    }
+    return Writing(syntax_, effect_, calls_, assigned_, pass, depths, std::move(places))
+        .run(formOf(pass), {});
 }
 
 } // namespace Qx::Host::Effects

@@ -30,7 +30,8 @@ struct PassText
     std::unordered_set<std::string_view> names; ///< that the pass reaches, declared or not
     std::vector<CompileError> missing; ///< see ShaderCall: the i-th has the specialization constant i + 1
     std::vector<CompileError> warnings;
-    CompiledEffect::Corners corners; ///< of its vertex shader
+    CompiledEffect::Corners corners;   ///< of its vertex shader
+    std::vector<std::uint32_t> places; ///< of each sampler of the effect: see CompiledEffect::PackedShader
 
     /// The piece that a line is part of; nothing for lines that the compiler adds.
     std::optional<std::size_t> pieceAt(std::size_t line) const;
@@ -56,8 +57,16 @@ public:
     /// The numbers N of the results COLORN of the pass's shader. Throws as write() does.
     std::set<std::size_t> resultsOf(const EffectSyntax::Pass& pass) const;
 
+    /// How a PackedShader reads samplers of single texels that are read at a TEXCOORDn as it is.
+    enum class Reads
+    {
+        AnyPlace, ///< there
+        OwnPlace  ///< at the fragment's own place; without any, the text has no `places`
+    };
+
     /// The text of the PackedShader for these depths, of a pass for which write() succeeded.
-    PassText writePacked(const EffectSyntax::Pass& pass, CompiledEffect::PackedShader::Depths depths) const;
+    PassText writePacked(const EffectSyntax::Pass& pass, CompiledEffect::PackedShader::Depths depths,
+                         Reads reads) const;
 
     /// The names that vertex shaders reach.
     std::unordered_set<std::string_view> namesOfVertices() const;

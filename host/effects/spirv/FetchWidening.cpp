@@ -83,7 +83,7 @@ private:
             boolType_ = instruction[1];
             break;
         case spv::OpTypeImage:
-            if (instruction[3] == spv::DimBuffer) {
+            if (instruction[3] == spv::DimBuffer && instruction[2] == wordType_) { // volumes have floats
                 bufferTypes_.insert(instruction[1]);
             }
             break;

@@ -290,6 +290,9 @@ void Batch::useMemory(Texture& texture, const Use& next)
     const VkAccessFlags2 written = next.writes ? next.access : VK_ACCESS_2_NONE;
     if (texture.use.layout != VK_IMAGE_LAYOUT_GENERAL) {
         for (VkImage image : {texture.image, texture.companion->image()}) {
+            if (image == nullptr) {
+                continue;
+            }
             VkImageMemoryBarrier2 barrier = imageBarrier(image, texture.use, VK_IMAGE_LAYOUT_GENERAL);
             barrier.dstStageMask = next.stage;
             barrier.dstAccessMask = next.access;

@@ -98,15 +98,15 @@ void fillBySemantic(const Draw& draw)
     }
 }
 
-void fillSystem(const Draw& draw, const RectangleOf<float>& area,
-                const Qx::Vector<iShaderEffect::Source>& sources)
+void fillSystem(const Draw& draw)
 {
+    const RectangleOf<float>& area = draw.area;
     SystemUniforms system;
     system.target = {maxCode(draw.target.key.format)};
     system.area = {area.x0, area.y0, 1.0F / (area.x1 - area.x0), 1.0F / (area.y1 - area.y0)};
     system.texCoords.fill({0.0F, 0.0F, 1.0F, 1.0F});
-    for (std::size_t i = 0; i < std::min(sources.size(), SystemUniforms::maxTexCoords); ++i) {
-        system.texCoords.at(i) = sources[i].texCoords;
+    for (std::size_t i = 0; i < std::min(draw.sources.size(), SystemUniforms::maxTexCoords); ++i) {
+        system.texCoords.at(i) = draw.sources[i].texCoords;
     }
     std::memcpy(draw.uniforms.data(), &system, sizeof system);
 }
@@ -131,11 +131,10 @@ std::size_t componentCount(const Parameter& parameter)
     return std::size_t{parameter.rows} * parameter.columns * std::max(parameter.elements, 1U);
 }
 
-void fillUniforms(const Draw& draw, const RectangleOf<float>& area,
-                  const Qx::Vector<iShaderEffect::Source>& sources)
+void fillUniforms(const Draw& draw)
 {
     fillBySemantic(draw);
-    fillSystem(draw, area, sources);
+    fillSystem(draw);
     fillTextures(draw);
 }
 

@@ -19,10 +19,9 @@ namespace Qx::Host::Vulkan {
 /// Components of all elements of a parameter.
 std::size_t componentCount(const CompiledEffect::Parameter& parameter);
 
-/// Fills in what the host says of a draw, which covers `area` of the target: the parameters with a semantic,
-/// CompiledEffect::SystemUniforms and CompiledEffect::TextureUniforms.
-void fillUniforms(const Draw& draw, const RectangleOf<float>& area,
-                  const Qx::Vector<iShaderEffect::Source>& sources);
+/// Fills in what the host says of a draw: the parameters with a semantic, CompiledEffect::SystemUniforms and
+/// CompiledEffect::TextureUniforms.
+void fillUniforms(const Draw& draw);
 
 /// The current parameter values and the current technique of an effect, shared by the effect object and its
 /// parameter objects. Thread-safe, so that concurrent callers at worst mix their values.

@@ -312,6 +312,7 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
     }
     note(targets.note());
     targets.bind(textures);
+    const Qx::Vector<iShaderEffect::Source> none;
     const auto drawOf = [&](const StageProgram& stage, const RectangleOf<float>& part) {
         Picture& picture = stage.drawsForCaller() ? target.picture() : *textures[stage.target];
         const bool isFirst = std::none_of(
@@ -322,13 +323,16 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
                     pixelsInside(part, picture.key),
                     uniforms,
                     memory,
-                    isFirst && !stage.drawsForCaller()};
+                    isFirst && !stage.drawsForCaller(),
+                    part,
+                    stage.drawsForCaller() ? sources : none};
     };
     const auto areaOf = [&](const StageProgram& stage) {
         return stage.drawsForCaller() ? area : wholeOf(textures[stage.target]->key);
     };
     for (const StageProgram& stage : stages) {
-        const Draw draw = drawOf(stage, areaOf(stage));
+        const RectangleOf<float> part = areaOf(stage);
+        const Draw draw = drawOf(stage, part);
         if (const std::string reason = obstacle(draw, *stage.usual); !reason.empty()) {
             return because(reason);
         }
@@ -345,12 +349,13 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
         return because("there is not enough memory for the levels of its textures");
     }
     for (const StageProgram& stage : stages) {
-        const Draw draw = drawOf(stage, areaOf(stage));
+        const RectangleOf<float> part = areaOf(stage);
+        const Draw draw = drawOf(stage, part);
         if (isEmpty(draw.pixels)) {
             continue;
         }
         // A texture that passes draw into stands for the whole input, whatever part the caller draws.
-        fillUniforms(draw, areaOf(stage), stage.drawsForCaller() ? sources : Qx::Vector<Source>());
+        fillUniforms(draw);
         note(tells_ ? emptyPassOf(draw, effect.techniques[technique], stage) : std::string());
         const TechniqueDrawing& drawing = stage.drawingFor(draw);
         if (context.recorder().record(draw.target.key.bytes(), Recorder::Submit::WhenDue,

@@ -11,6 +11,16 @@ bool Draw::coversTarget() const
     return coversAll(pixels, target.key);
 }
 
+bool Draw::isOwnPlace(std::size_t coordinate, const Picture& picture) const
+{
+    const TextureKey& key = target.key;
+    constexpr std::array<float, 4> whole{0.0F, 0.0F, 1.0F, 1.0F};
+    return area.x0 == 0.0F && area.y0 == 0.0F && area.x1 == static_cast<float>(key.width) &&
+           area.y1 == static_cast<float>(key.height) && picture.key.width == key.width &&
+           picture.key.height == key.height &&
+           (coordinate >= sources.size() || sources[coordinate].texCoords == whole);
+}
+
 const Picture* Draw::pictureCalled(std::string_view name) const
 {
     const std::size_t index = textureIndex(effect, name);

@@ -3,6 +3,8 @@
 #include "host/gpu/drawing/Pipelines.h"
 #include "host/gpu/effects/ShaderProgram.h"
 #include "host/gpu/images/Picture.h"
+#include "platform/GraphicPrimitives.h"
+#include "platform/ShaderEffect.h"
 
 #include <array>
 #include <atomic>
@@ -40,9 +42,14 @@ struct Draw
     VkRect2D pixels; ///< of the target
     std::span<std::byte> uniforms;
     DrawMemory& memory;
-    bool clears = false; ///< what the passes leave uncovered becomes 0
+    bool clears;                    ///< what the passes leave uncovered becomes 0
+    const RectangleOf<float>& area; ///< that the coordinates run over
+    const Qx::Vector<iShaderEffect::Source>& sources;
 
     bool coversTarget() const;
+
+    /// Whether TEXCOORDn runs over the whole target, and over the whole of a texture of that size.
+    bool isOwnPlace(std::size_t coordinate, const Picture& picture) const;
 
     /// What one of the effect's samplers reads, and what is bound to a texture of that name; null if nothing.
     const Picture* pictureOf(std::uint32_t sampler) const

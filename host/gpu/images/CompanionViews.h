@@ -17,7 +17,7 @@ public:
     /// Destroys the Vulkan objects; the memory is the texture's.
     virtual void destroy(Device& device) = 0;
 
-    /// The second image in the texture's memory.
+    /// The second image in the texture's memory; null if there is none.
     virtual VkImage image() const = 0;
 
     /// Bytes from one row of the texture to the next.

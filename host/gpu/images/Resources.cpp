@@ -139,8 +139,8 @@ bool Texture::liesAsHostImage(const Device& device) const
                                              VK_MEMORY_PROPERTY_HOST_COHERENT_BIT |
                                              VK_MEMORY_PROPERTY_HOST_CACHED_BIT;
     const VkMemoryPropertyFlags has = device.memory().memoryTypes[memory.type].propertyFlags;
-    return companion != nullptr && !device.physical().withheld.sharedMemory && (has & needed) == needed &&
-           companion->rowBytes() == key.rowBytes();
+    return companion != nullptr && key.depth == 0 && !device.physical().withheld.sharedMemory &&
+           (has & needed) == needed && companion->rowBytes() == key.rowBytes();
 }
 
 void Texture::exchange(Texture& other)

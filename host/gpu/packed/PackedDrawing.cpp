@@ -25,8 +25,9 @@ std::vector<const PackedShader*> shadersFor(const CompiledEffect::Technique& tec
 {
     std::vector<const PackedShader*> shaders;
     for (const CompiledEffect::Pass& pass : technique.passes) {
-        const auto found = std::find_if(pass.packed.begin(), pass.packed.end(),
-                                        [&](const auto& shader) { return shader.depths == depths; });
+        const auto found = std::find_if(pass.packed.begin(), pass.packed.end(), [&](const auto& shader) {
+            return shader.depths == depths && shader.places.empty();
+        });
         if (found != pass.packed.end()) {
             shaders.push_back(&*found);
         }
@@ -41,13 +42,16 @@ bool PackedDrawing::createAll(Context& context, const CompiledEffect& effect,
                               std::vector<std::unique_ptr<TechniqueDrawing>>& drawings)
 {
     for (const PackedShader& first : technique.passes.front().packed) {
-        const std::vector<const PackedShader*> shaders = shadersFor(technique, first.depths);
+        const bool isOwnPlace = !first.places.empty();
+        const std::vector<const PackedShader*> shaders =
+            isOwnPlace ? std::vector{&first} : shadersFor(technique, first.depths);
         if (shaders.size() != technique.passes.size()) {
             continue;
         }
         auto drawing = std::make_unique<PackedDrawing>(context, effect, first.depths);
         PackedDrawing& packed = *drawing;
-        drawings.push_back(std::move(drawing)); // the caller destroys it even after a failure
+        // The caller destroys it even after a failure.
+        drawings.insert(isOwnPlace ? drawings.begin() : drawings.end(), std::move(drawing));
         if (!packed.add(shaders)) {
             return false;
         }
@@ -78,7 +82,16 @@ bool PackedDrawing::canDraw(const Draw& draw) const
     for (std::size_t p = 0; p < passCount(); ++p) {
         const ShaderProgram& pass = program(p);
         for (std::size_t i = 0; i < pass.bindings.size(); ++i) {
-            if (pass.dimensions[i] != 3 && !hasSourceDepth(draw.pictureOf(pass.bindings[i]))) {
+            const Picture* picture = draw.pictureOf(pass.bindings[i]);
+            const bool isVolume = draw.effect.samplers[pass.bindings[i]].dimensions == 3;
+            const bool asBuffer = pass.dimensions[i] == 1;
+            if (isVolume ? asBuffer && (picture == nullptr || !picture->hasCompanion)
+                         : !hasSourceDepth(picture)) {
+                return false;
+            }
+            const std::vector<std::uint32_t>& places = shaders_[p]->places;
+            if (!places.empty() && places[i] != PackedShader::noPlace &&
+                !draw.isOwnPlace(places[i], *picture)) {
                 return false;
             }
         }
@@ -106,11 +119,17 @@ void PackedDrawing::fillRows(const Draw& draw) const
     for (std::size_t i = 0; i < draw.textures.size(); ++i) {
         const PackedViews* views =
             draw.textures[i] != nullptr ? PackedViews::of(*draw.textures[i]->texture()) : nullptr;
-        if (views != nullptr) {
-            const auto rowPacked = static_cast<float>(views->rowPacked());
-            std::memcpy(draw.uniforms.data() + draw.textureUniforms(i) +
-                            offsetof(CompiledEffect::TextureUniforms, rowPacked),
-                        &rowPacked, sizeof rowPacked);
+        if (views == nullptr) {
+            continue;
+        }
+        std::byte* const place = draw.uniforms.data() + draw.textureUniforms(i);
+        const auto rowPacked = static_cast<float>(views->rowPacked());
+        std::memcpy(place + offsetof(CompiledEffect::TextureUniforms, rowPacked), &rowPacked,
+                    sizeof rowPacked);
+        if (draw.textures[i]->key.depth > 0) {
+            const auto layerRows = static_cast<float>(views->layerRows());
+            std::memcpy(place + offsetof(CompiledEffect::TextureUniforms, maxCode), &layerRows,
+                        sizeof layerRows);
         }
     }
 }
@@ -149,7 +168,8 @@ void PackedDrawing::bind(std::size_t pass, std::size_t binding, const Texture& t
         return;
     }
     write.descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_TEXEL_BUFFER;
-    write.pTexelBufferView = &PackedViews::of(texture)->texels(shaders_[pass]->texelBytes[binding]);
+    write.pTexelBufferView = &PackedViews::of(texture)->texels(
+        texture.key.depth > 0 ? packedBytes : shaders_[pass]->texelBytes[binding]);
 }
 
 void PackedDrawing::pushConstants(VkCommandBuffer commands, std::size_t pass, const Draw& draw) const

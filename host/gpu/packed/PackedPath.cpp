@@ -26,9 +26,21 @@ bool canDrawPacked(const PhysicalDevice& device)
            offers(VK_FORMAT_R32G32B32A32_UINT, 0, read);
 }
 
+/// Whether the device stores volumes in rows and reads them as texel buffers.
+bool canReadVolumes(const PhysicalDevice& device)
+{
+    VkImageFormatProperties properties;
+    return (device.uses(volumeFormat).bufferFeatures & VK_FORMAT_FEATURE_UNIFORM_TEXEL_BUFFER_BIT) != 0 &&
+           vkGetPhysicalDeviceImageFormatProperties(
+               device.handle, volumeFormat, VK_IMAGE_TYPE_3D, VK_IMAGE_TILING_LINEAR,
+               VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT, 0, &properties) == VK_SUCCESS;
+}
+
 class PackedPath final : public DrawingPath
 {
 public:
+    explicit PackedPath(bool readsVolumes) : readsVolumes_(readsVolumes) {}
+
     void enableFeatures(VkPhysicalDeviceFeatures& features) const override
     {
         features.robustBufferAccess = VK_TRUE; // shaders may read texels outside a buffer
@@ -36,13 +48,14 @@ public:
 
     VkImageTiling tilingOf(const TextureKey& key) const override
     {
-        const bool isPicture = key.depth == 0 && key.levels == 1;
-        return isPicture && packedBits(key.format) != 0 ? VK_IMAGE_TILING_LINEAR : VK_IMAGE_TILING_OPTIMAL;
+        const bool isPicture = key.depth == 0 && key.levels == 1 && packedBits(key.format) != 0;
+        return isPicture || (readsVolumes_ && isPackedVolume(key)) ? VK_IMAGE_TILING_LINEAR
+                                                                   : VK_IMAGE_TILING_OPTIMAL;
     }
 
     bool mayLieAsHostImage(const TextureKey& key) const override
     {
-        return tilingOf(key) == VK_IMAGE_TILING_LINEAR && key.rowBytes() % packedBytes == 0;
+        return key.depth == 0 && tilingOf(key) == VK_IMAGE_TILING_LINEAR && key.rowBytes() % packedBytes == 0;
     }
 
     std::unique_ptr<CompanionViews> createViews(Device& device, const TextureKey& key, VkImage image,
@@ -65,6 +78,9 @@ public:
     {
         return PackedDrawing::createAll(context, effect, technique, drawings);
     }
+
+private:
+    const bool readsVolumes_;
 };
 
 } // namespace
@@ -72,7 +88,8 @@ public:
 std::unique_ptr<const DrawingPath> createDrawingPath(const PhysicalDevice& device)
 {
     // Software devices pay for each fragment. Elsewhere linear images are slow or cannot be drawn into.
-    return device.isSoftware() && canDrawPacked(device) ? std::make_unique<PackedPath>() : nullptr;
+    return device.isSoftware() && canDrawPacked(device) ? std::make_unique<PackedPath>(canReadVolumes(device))
+                                                        : nullptr;
 }
 
 } // namespace Qx::Host::Vulkan

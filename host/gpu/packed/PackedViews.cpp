@@ -41,6 +41,11 @@ std::uint32_t packedBits(VkFormat format)
     }
 }
 
+bool isPackedVolume(const TextureKey& key)
+{
+    return key.depth > 0 && key.format == volumeFormat;
+}
+
 PackedViews::PackedViews(const TextureKey& key) : bits_(packedBits(key.format)), size_(packedSize(key)) {}
 
 const PackedViews* PackedViews::of(const Texture& texture)
@@ -57,8 +62,10 @@ std::unique_ptr<PackedViews> PackedViews::create(Device& device, const TextureKe
         return nullptr;
     }
     VkMemoryRequirements others;
-    vkGetImageMemoryRequirements(device.handle(), self->image_, &others);
-    raise(requirements, others);
+    if (self->image_ != nullptr) {
+        vkGetImageMemoryRequirements(device.handle(), self->image_, &others);
+        raise(requirements, others);
+    }
     vkGetBufferMemoryRequirements(device.handle(), self->buffer_, &others);
     raise(requirements, others);
     return self;
@@ -66,22 +73,24 @@ std::unique_ptr<PackedViews> PackedViews::create(Device& device, const TextureKe
 
 VkResult PackedViews::createUnbound(Device& device, const TextureKey& key, VkImage image)
 {
-    const VkImageCreateInfo info = imageInfo({packedFormat, size_.width, size_.height, 0},
-                                             VK_IMAGE_TILING_LINEAR, VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT);
-    VkResult result = vkCreateImage(device.handle(), &info, nullptr, &image_);
-    if (result != VK_SUCCESS) {
-        image_ = nullptr;
-        return result;
-    }
     const VkSubresourceLayout texels = layoutInMemory(device, image);
-    const VkSubresourceLayout packed = layoutInMemory(device, image_);
-    const VkDeviceSize bytes = texels.rowPitch * key.height;
-    if (texels.rowPitch != packed.rowPitch || texels.offset != 0 || packed.offset != 0 ||
-        texels.rowPitch % packedBytes != 0 ||
+    const bool isVolume = key.depth > 0;
+    const VkDeviceSize bytes = isVolume ? texels.depthPitch * key.depth : texels.rowPitch * key.height;
+    if (texels.offset != 0 || texels.rowPitch % packedBytes != 0 ||
+        (isVolume && texels.depthPitch % texels.rowPitch != 0) ||
         bytes / bytesPerTexel(key.format) > device.limits().maxTexelBufferElements) {
         return VK_ERROR_FORMAT_NOT_SUPPORTED;
     }
     rowPacked_ = static_cast<std::uint32_t>(texels.rowPitch / packedBytes);
+    VkResult result = VK_SUCCESS;
+    if (isVolume) {
+        layerRows_ = static_cast<std::uint32_t>(texels.depthPitch / texels.rowPitch);
+    } else {
+        result = createPackedImage(device, texels);
+    }
+    if (result != VK_SUCCESS) {
+        return result;
+    }
     VkBufferCreateInfo buffer{};
     buffer.sType = VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO;
     buffer.size = bytes;
@@ -93,13 +102,30 @@ VkResult PackedViews::createUnbound(Device& device, const TextureKey& key, VkIma
     return result;
 }
 
+VkResult PackedViews::createPackedImage(Device& device, const VkSubresourceLayout& texels)
+{
+    const VkImageCreateInfo info = imageInfo({packedFormat, size_.width, size_.height, 0},
+                                             VK_IMAGE_TILING_LINEAR, VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT);
+    const VkResult result = vkCreateImage(device.handle(), &info, nullptr, &image_);
+    if (result != VK_SUCCESS) {
+        image_ = nullptr;
+        return result;
+    }
+    const VkSubresourceLayout packed = layoutInMemory(device, image_);
+    return texels.rowPitch == packed.rowPitch && packed.offset == 0 ? VK_SUCCESS
+                                                                    : VK_ERROR_FORMAT_NOT_SUPPORTED;
+}
+
 VkResult PackedViews::bind(Device& device, const Allocation& memory)
 {
-    VkResult result = vkBindImageMemory(device.handle(), image_, memory.memory, memory.offset);
+    VkResult result = VK_SUCCESS;
+    if (image_ != nullptr) {
+        result = vkBindImageMemory(device.handle(), image_, memory.memory, memory.offset);
+    }
     if (result == VK_SUCCESS) {
         result = vkBindBufferMemory(device.handle(), buffer_, memory.memory, memory.offset);
     }
-    if (result == VK_SUCCESS) {
+    if (result == VK_SUCCESS && image_ != nullptr) {
         result =
             createView(device, {packedFormat, size_.width, size_.height, 0}, image_, Swizzle::None, target_);
     }
@@ -109,9 +135,12 @@ VkResult PackedViews::bind(Device& device, const Allocation& memory)
 VkResult PackedViews::createTexels(Device& device)
 {
     const bool isByte = bits_ == 8;
-    const std::array<VkFormat, 3> formats{isByte ? VK_FORMAT_R8G8B8A8_UINT : VK_FORMAT_UNDEFINED,
-                                          isByte ? VK_FORMAT_R32G32_UINT : VK_FORMAT_R16G16B16A16_UINT,
-                                          VK_FORMAT_R32G32B32A32_UINT};
+    std::array<VkFormat, 3> formats{isByte ? VK_FORMAT_R8G8B8A8_UINT : VK_FORMAT_UNDEFINED,
+                                    isByte ? VK_FORMAT_R32G32_UINT : VK_FORMAT_R16G16B16A16_UINT,
+                                    VK_FORMAT_R32G32B32A32_UINT};
+    if (image_ == nullptr) {
+        formats = {VK_FORMAT_UNDEFINED, VK_FORMAT_UNDEFINED, volumeFormat};
+    }
     VkResult result = VK_SUCCESS;
     for (std::size_t i = 0; i < formats.size() && result == VK_SUCCESS; ++i) {
         if (formats[i] != VK_FORMAT_UNDEFINED) {

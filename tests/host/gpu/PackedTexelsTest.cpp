@@ -20,7 +20,8 @@ constexpr std::array depths{iGPUImage::eARGB8, iGPUImage::eARGB16};
 /// Reads each texel by its number and mixes in a neighbour, so that rows, edges and orders show.
 const char* const mixEffect = R"(
 texture Input;
-sampler S = sampler_state { Texture = <Input>; };
+sampler S = sampler_state { Texture = <Input>; AddressU = Clamp; AddressV = Clamp; };
+sampler W = sampler_state { Texture = <Input>; AddressU = Wrap; AddressV = Mirror; };
 float2 size : TEXTURESIZE < string Texture = "Input"; >;
 float2 targetSize : TARGETSIZE;
 float sourceMax : TEXTUREMAXCODE < string Texture = "Input"; >;
@@ -31,6 +32,9 @@ float4 halves(int2 pos : VPOS) : COLOR { return at(pos.x >> 1, pos.y >> 1); }
 float4 places(int2 pos : VPOS) : COLOR { return at((pos.x & 7) * 2 + (pos.x >> 3), pos.y) * ((pos.x & 1) * 0.5 + 0.5); }
 float4 floats(float2 pos : VPOS) : COLOR { return at(int(pos.x) - 2, int(pos.y)); }
 float4 sampled(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv * 0.8 + 0.1); }
+float4 own(float2 uv : TEXCOORD0, float2 second : TEXCOORD1) : COLOR { return tex2D(S, uv).gbar * 0.75 + tex2D(W, second) * 0.25; }
+float4 beyond(float2 uv : TEXCOORD0) : COLOR { return tex2D(S, uv * 1.7 - 0.4); }
+float4 wrapped(float2 uv : TEXCOORD0) : COLOR { return tex2D(W, uv * 1.7 - 0.4); }
 float4 edges(int2 pos : VPOS) : COLOR { return float4(pos / targetSize, 0.25, 1.0); }
 float4 depths(int2 pos : VPOS) : COLORCODE
 {
@@ -43,6 +47,9 @@ technique Halves { pass { PixelShader = compile ps_3_0 halves(); } }
 technique Places { pass { PixelShader = compile ps_3_0 places(); } }
 technique Floats { pass { PixelShader = compile ps_3_0 floats(); } }
 technique Sampled { pass { PixelShader = compile ps_3_0 sampled(); } }
+technique Own { pass { PixelShader = compile ps_3_0 own(); } }
+technique Beyond { pass { PixelShader = compile ps_3_0 beyond(); } }
+technique Wrapped { pass { PixelShader = compile ps_3_0 wrapped(); } }
 technique Edges { pass { PixelShader = compile ps_3_0 edges(); } }
 technique Twice { pass { PixelShader = compile ps_3_0 edges(); } pass { PixelShader = compile ps_3_0 mix(); } }
 )";
@@ -224,6 +231,91 @@ TEST_F(PackedTexelsTest, SourcesOfOtherSizesAreTheSame)
             expectAlike(pair, name.c_str(), {34, 9}, iGPUImage::eARGB8, source);
         }
     }
+}
+
+TEST_F(PackedTexelsTest, PartsOfPicturesAreNotTakenForWholeOnes)
+{
+    const Pair pair = loadText(mixEffect);
+    ASSERT_TRUE(pair.packed && pair.plain);
+    constexpr XY<int> size{24, 5};
+    const Bytes bytes = noise(bytesOf(size, iGPUImage::eARGB8));
+    const auto draw = [&](GPUService& service, const Qx::Ptr<iShaderEffect>& effect,
+                          const std::array<float, 4>& first, const std::array<float, 4>& second) {
+        const Qx::Ptr<iHostImage> host = service.createHostImage(size, iGPUImage::eARGB8);
+        std::copy(bytes.begin(), bytes.end(), static_cast<std::uint8_t*>(host->map(iHostImage::Write)));
+        const Qx::Ptr<iGPUImage> source = service.uploadImage(host, 0);
+        const Qx::Ptr<iGPUImage> target = service.createGPUImage(size, iGPUImage::eARGB8);
+        Qx::Vector<iShaderEffect::Source> sources;
+        sources.emplace_back("Input", source);
+        sources.emplace_back("Input", source);
+        sources[0].texCoords = first;
+        sources[1].texCoords = second;
+        EXPECT_TRUE(effect->setTechnique("Own") && effect->render(target, sources));
+        const Qx::Ptr<iHostImage> result = service.downloadImage(target);
+        const auto* got = static_cast<const std::uint8_t*>(result->map(iHostImage::Read));
+        return Bytes(got, got + bytes.size());
+    };
+    constexpr std::array<float, 4> whole{0.0F, 0.0F, 1.0F, 1.0F};
+    constexpr std::array<float, 4> part{0.25F, 0.0F, 0.75F, 1.0F};
+    constexpr std::array<float, 4> turned{1.0F, 0.0F, 0.0F, 1.0F};
+    const Bytes usual = draw(gpu(), pair.packed, whole, whole);
+    for (const auto& other : {part, turned}) {
+        EXPECT_EQ(draw(gpu(), pair.packed, other, whole), draw(plain(), pair.plain, other, whole));
+        EXPECT_EQ(draw(gpu(), pair.packed, whole, other), draw(plain(), pair.plain, whole, other));
+        EXPECT_NE(draw(gpu(), pair.packed, other, whole), usual);
+    }
+    EXPECT_EQ(usual, draw(plain(), pair.plain, whole, whole));
+}
+
+TEST_F(PackedTexelsTest, EntriesOfVolumesAreReadAtEverySize)
+{
+    const Pair pair = loadText(R"(
+texture Table;
+sampler3D T = sampler_state { Texture = <Table>; };
+float2 edge : TEXTURESIZE < string Texture = "Table"; >;
+int3 at(int2 pos)
+{
+    int e = int(edge.x);
+    return int3(pos.x % e, (pos.x / e + pos.y) % e, (pos.y * 3 + pos.x) % e);
+}
+float4 entry(int2 pos : VPOS) : COLOR { return tex3Dfetch(T, at(pos)); }
+float4 neighbour(int2 pos : VPOS) : COLOR { return tex3Dfetch(T, at(pos) / 2, at(pos) - at(pos) / 2); }
+technique Entry { pass { PixelShader = compile ps_3_0 entry(); } }
+technique Neighbour { pass { PixelShader = compile ps_3_0 neighbour(); } }
+)");
+    ASSERT_TRUE(pair.packed && pair.plain);
+    constexpr XY<int> size{61, 7};
+    const std::uint64_t before = gpu().statistics().packedDraws;
+    std::uint64_t draws = 0;
+    for (const int edge : {2, 3, 4, 17, 32, 33}) {
+        const Bytes codes = noise(static_cast<std::size_t>(4 * edge * edge * edge));
+        Bytes wanted;
+        for (int i = 0; i < size.x * size.y; ++i) {
+            const int x = i % size.x;
+            const int y = i / size.x;
+            const int entry = x % edge + edge * ((x / edge + y) % edge + edge * ((y * 3 + x) % edge));
+            for (const int c : {3, 0, 1, 2}) { // a, r, g, b
+                wanted.push_back(codes[static_cast<std::size_t>(4 * entry + c)]);
+            }
+        }
+        for (GPUService* service : {&gpu(), &plain()}) {
+            const Qx::Ptr<iShaderEffect>& effect = service == &gpu() ? pair.packed : pair.plain;
+            const Qx::Ptr<iHostImage3D> host = service->createHostImage3D(edge);
+            std::transform(codes.begin(), codes.end(), host->getData(),
+                           [](std::uint8_t code) { return static_cast<float>(code) / 255.0F; });
+            Qx::Vector<iShaderEffect::Source> sources;
+            sources.emplace_back("Table", service->upload3DImage(host));
+            for (const char* technique : {"Entry", "Neighbour"}) {
+                const Qx::Ptr<iGPUImage> target = service->createGPUImage(size, iGPUImage::eARGB8);
+                ASSERT_TRUE(effect->setTechnique(technique) && effect->render(target, sources));
+                const Qx::Ptr<iHostImage> result = service->downloadImage(target);
+                const auto* got = static_cast<const std::uint8_t*>(result->map(iHostImage::Read));
+                EXPECT_EQ(Bytes(got, got + wanted.size()), wanted) << technique << ", " << edge;
+                ++draws;
+            }
+        }
+    }
+    EXPECT_EQ(gpu().statistics().packedDraws - before, draws / 2);
 }
 
 TEST_F(PackedTexelsTest, ResultsHalfWayBetweenTwoCodesBecomeTheSame)

@@ -124,7 +124,7 @@ std::string conversionText()
 {
     std::ifstream file(QX_SHADERS_FOLDER "/ColourConvert.fx");
     std::string text{std::istreambuf_iterator<char>(file), {}};
-    text.resize(text.find("#define DECODE("));
+    text.resize(text.find("DECODE(YCrCb422"));
     return text + conversions;
 }
 

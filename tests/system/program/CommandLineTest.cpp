@@ -204,8 +204,8 @@ TEST_F(CommandLine, missing_and_superfluous_arguments_are_named)
 
 TEST_F(CommandLine, wrong_values_are_answered_with_the_right_ones)
 {
-    expectUsageError({"convert", "a", "b", "--matrix", "bt2020"},
-                     {"--matrix", "invalid value \"bt2020\": expected bt601 or bt709"});
+    expectUsageError({"convert", "a", "b", "--matrix", "bt470"},
+                     {"--matrix", "invalid value \"bt470\": expected bt601, bt709 or bt2020"});
     expectUsageError({"convert", "a", "b", "--range", "tv"},
                      {"--range", "invalid value \"tv\": expected video or full"});
     expectUsageError({"convert", "a", "b", "--filter", "lanczos"}, {"point, catmullrom or mitchell"});

@@ -6,6 +6,7 @@
 #include "tests/pixels/ClipReference.h"
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/pipeline/effects/WideEffect.h"
 #include "tools/qxhost/pipeline/input/FrameUpload.h"
 #include "tools/qxhost/pipeline/output/FrameDelivery.h"
 
@@ -480,7 +481,8 @@ struct Coefficients
 
 Coefficients coefficientsOf(int tag)
 {
-    static const std::map<int, Coefficients> known{{1, {0.2126, 0.0722}}, {6, {0.299, 0.114}}};
+    static const std::map<int, Coefficients> known{
+        {1, {0.2126, 0.0722}}, {6, {0.299, 0.114}}, {9, {0.2627, 0.0593}}};
     const auto found = known.find(tag);
     EXPECT_NE(found, known.end()) << "add the coefficients of tag " << tag;
     return found != known.end() ? found->second : Coefficients();
@@ -523,8 +525,10 @@ TEST_F(Formats, every_matrix_decodes_by_its_own_coefficients)
         const Surface pairs =
             upload(yuy2, frame, iGPUImage::eARGB8, {Media::Depth::bits8, Media::Range::video, info.matrix});
         Surface picture = pairs.createDestARGBGPUSurface(iGPUImage::eARGB8);
-        ASSERT_TRUE(Image::ColourConversion::convertYCrCb422ToRGB(
-            pairs, picture, Image::GamutScaling::Unscaled, Image::Filter::Point));
+        const bool wide = info.matrix == Media::Matrix::bt2020;
+        ASSERT_TRUE(wide ? decodeWide(pairs, picture, Image::GamutScaling::Unscaled, Image::Filter::Point)
+                         : Image::ColourConversion::convertYCrCb422ToRGB(
+                               pairs, picture, Image::GamutScaling::Unscaled, Image::Filter::Point));
         Codes had = codesIn(named("argb"), picture.copyToHost());
         for (const auto& [place, luma] : given) {
             const auto& [component, x, y] = place;
@@ -551,7 +555,9 @@ TEST_F(Formats, every_matrix_encodes_by_its_own_coefficients)
         Surface pairs = picture.createDestYUY2GPUSurface(iGPUImage::eARGB8);
         pairs.setColourSpace(info.colourSpace);
         pairs.setGamutScaling(Image::GamutScaling::Video);
-        ASSERT_TRUE(Image::ColourConversion::convertRGBToYCrCb422(picture, pairs, Image::Filter::Point));
+        ASSERT_TRUE(info.matrix == Media::Matrix::bt2020 ? encodeWide(picture, pairs)
+                                                         : Image::ColourConversion::convertRGBToYCrCb422(
+                                                               picture, pairs, Image::Filter::Point));
         Codes had = codesIn(named("yuy2"), pairs.copyToHost());
         for (const auto& [place, luma] : had) {
             const auto& [component, x, y] = place;

@@ -132,10 +132,10 @@ TEST_F(Info, says_what_convert_then_does)
 TEST_F(Info, a_clip_that_convert_refuses_is_described_with_the_reason)
 {
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames", "2", "-vf",
-            "format=yuv422p10le,setparams=colorspace=bt2020nc:color_trc=smpte2084:color_primaries=bt2020",
-            "-c:v", "ffv1", "wide.mkv"});
+            "format=yuv422p10le,setparams=colorspace=bt2020c:color_trc=bt2020-10:color_primaries=bt2020",
+            "-c:v", "ffv1", "-colorspace", "bt2020c", "wide.mkv"});
     const nlohmann::json wide = info("wide.mkv");
-    EXPECT_EQ(wide["video"]["matrix"], "bt2020nc");
+    EXPECT_EQ(wide["video"]["matrix"], "bt2020c");
     const Outcome outcome = qxhost({"convert", "wide.mkv", "out.png"});
     EXPECT_EQ(outcome.exitCode, 3);
     EXPECT_EQ("qxhost: " + wide["conversion"]["refused"].get<std::string>() + "\n", outcome.err);

@@ -273,9 +273,7 @@ private:
         addText("--lut", "FILE",
                 "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
                 "order given");
-        addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"),
-                "Make BT.709 of PQ, HLG or BT.2020, by Report ITU-R\nBT.2390 or method A of BT.2446, in "
-                "order with effects");
+        addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"), "Make BT.709 of PQ, HLG or BT.2020");
         addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
         addDate(app, options_.date)->group("Effects");
     }

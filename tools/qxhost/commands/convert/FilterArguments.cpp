@@ -104,7 +104,7 @@ void addFilters(CLI::App& app, FilterOptions& filters, ShortFilters& shortFilter
     addShort("--crop", "WxH[+X+Y]", shortFilters.crop, cropGraph,
              "Cut out a part, from the middle or\nfrom X pixels from the left and Y from the top");
     addShort("--resize", "WxH|Wx|xH", shortFilters.resize, resizeGraph,
-             "Scale, with square pixels; a size left out keeps the\nshape");
+             "Scale, with square pixels; a side may be left out");
     addShort("--pad", "WxH", shortFilters.pad, padGraph, "Put black around the picture");
     app.add_option("--before", filters.before,
                    "Filter decoded frames, before --deinterlace and the\nothers: a graph in FFmpeg's syntax")

@@ -1108,6 +1108,9 @@ void ClipReader::Impl::dropAudioBefore(std::int64_t pts)
 /// Audio may be stored after the video that it belongs to, at most by as much as here.
 void ClipReader::Impl::readAudioUpTo(std::int64_t pts)
 {
+    if (audioReached.empty()) {
+        return;
+    }
     constexpr int longestDelay = 10; // seconds
     const std::int64_t farthest = av_sat_add64(pts, av_rescale_q(longestDelay, {1, 1}, stream->time_base));
     const auto isMissing = [&] {

@@ -189,6 +189,9 @@ Status VideoEncoder::drain(const Sink& sink)
             return Error{"encoder " + std::string(context_->codec->name) + " failed: " + errorText(error) +
                          ffmpegHint()};
         }
+        if (packet_->pts != AV_NOPTS_VALUE && packet_->dts > packet_->pts) {
+            packet_->dts = packet_->pts; // x265, of fewer frames than it reorders
+        }
         if (const auto known = durations_.find(packet_->pts); known != durations_.end()) {
             packet_->duration = packet_->duration > 0 ? packet_->duration : known->second;
             durations_.erase(known);

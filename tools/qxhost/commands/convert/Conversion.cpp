@@ -297,10 +297,20 @@ WriterPtr openOutput(Conversion& conversion)
     return std::move(writer.value());
 }
 
-/// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
-void prepareConversion(Media::Matrix matrix)
+/// Whether YCrCb of BT.2020 is decoded or made.
+bool drawsWide(const Conversion& conversion)
 {
-    if (matrix == Media::Matrix::bt2020) {
+    const auto isWide = [](Media::Matrix matrix) { return matrix == Media::Matrix::bt2020; };
+    const bool decodes = !holdsRgb(conversion.info()) && isWide(conversion.colour.matrix);
+    const std::optional<PixelFormat>& format = conversion.options.format;
+    const bool encodes = format && format->isYCrCb() && isWide(madeMatrix(conversion));
+    return !conversion.keepCodes && (decodes || encodes);
+}
+
+/// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
+void prepareConversion(const Conversion& conversion)
+{
+    if (drawsWide(conversion)) {
         static_cast<void>(obtainEffect(wideEffect));
     }
     if (!Image::ColourConversion::isInitialised() && !Image::ColourConversion::init()) {
@@ -654,7 +664,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
 
     const HostSession host(options.device, &console);
     SlowStart slowStart(console);
-    prepareConversion(conversion.colour.matrix);
+    prepareConversion(conversion);
     EffectChain effects(conversion.options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.effectWarnings = effects.warnings();
@@ -695,7 +705,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
 QuietConversion convertQuietly(const ConvertOptions& options)
 {
     Conversion conversion = decide(options);
-    prepareConversion(conversion.colour.matrix);
+    prepareConversion(conversion);
     EffectChain effects(conversion.options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.writer = openOutput(conversion);

@@ -2,6 +2,7 @@
 
 #include "Qx/LightweightString.h"
 #include "image/TechniqueApplication.h"
+#include "platform/Text.h"
 
 #include <string>
 
@@ -31,7 +32,7 @@ const char* filterWord(Image::Filter filter)
 bool draw(const std::string& technique, const Image::Surface& from, Image::Surface& to)
 {
     const Image::Surface before = to; // drawing gives it the descriptions of its source
-    const bool drawn = Image::applyTechnique(Image::getShader(L"ColourConvert2020.fx"), from, to,
+    const bool drawn = Image::applyTechnique(Image::getShader(fromUTF8(wideEffect)), from, to,
                                              technique.c_str(), static_cast<float>(from.getWidth()));
     to.setDescriptions(before.getDescriptions());
     return drawn;

@@ -28,6 +28,8 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADI
 install(TARGETS qxfxc RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/qx COMPONENT program)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/shaders/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qx/shaders COMPONENT program
     PATTERN README.md EXCLUDE)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/tools/qxhost/presets/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qx/presets
+    COMPONENT program)
 
 # A test compiles each of these alone against an installation, and compares what they declare with what is exported.
 file(GLOB headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS

@@ -130,24 +130,7 @@ std::optional<Source> readAny(const std::filesystem::path& file, Wanted wanted, 
 
 std::optional<LUTReading> asSteps(const Source& source, Refusal& refusal)
 {
-    BuiltSteps built = buildSteps(source);
-    if (!std::isfinite(built.error)) {
-        refusal.cause = "some of its colours are not finite";
-        return std::nullopt;
-    }
-    if (built.error > largestLUTError) {
-        refusal.cause = fmt::format(
-            "it holds {}, which cannot be drawn to a quarter of a code of 10 bits: the colour {:.4g} {:.4g} "
-            "{:.4g} would be off by {}",
-            source.facts.contents, built.worst[0], built.worst[1], built.worst[2],
-            lutErrorInCodes(built.error));
-        return std::nullopt;
-    }
-    LUTReading reading;
-    reading.steps = std::move(built.steps);
-    reading.facts = source.facts;
-    reading.error = built.error;
-    return reading;
+    return readingOf(source, largestLUTError, refusal);
 }
 
 std::optional<LUTTableReading> asTable(const Source& source, Refusal& refusal)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fmt/format.h>
 #include <limits>
 #include <random>
 
@@ -290,6 +291,28 @@ BuiltSteps buildSteps(const Source& source)
     }
     BuiltSteps apart = bestOf(source.parts, source.evaluate);
     return apart.error <= merged.error ? apart : merged;
+}
+
+std::optional<LUTReading> readingOf(const Source& source, double largestError, Refusal& refusal)
+{
+    BuiltSteps built = buildSteps(source);
+    if (!std::isfinite(built.error)) {
+        refusal.cause = "some of its colours are not finite";
+        return std::nullopt;
+    }
+    if (built.error > largestError) {
+        refusal.cause = fmt::format(
+            "it holds {}, which cannot be drawn to {} of 10 bits: the colour {:.4g} {:.4g} "
+            "{:.4g} would be off by {}",
+            source.facts.contents, largestError == largestLUTError ? "a quarter of a code" : "a code",
+            built.worst[0], built.worst[1], built.worst[2], lutErrorInCodes(built.error));
+        return std::nullopt;
+    }
+    LUTReading reading;
+    reading.steps = std::move(built.steps);
+    reading.facts = source.facts;
+    reading.error = built.error;
+    return reading;
 }
 
 } // namespace Qx::Host::Luts

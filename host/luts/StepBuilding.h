@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/luts/LUTReader.h"
 #include "host/luts/Source.h"
 
 namespace Qx::Host::Luts {
@@ -18,5 +19,9 @@ struct BuiltSteps
 /// into a table. Several distributions of points are tried until the error is small enough, see
 /// largestLUTError; the best one is returned. The error is infinite if a colour becomes none.
 BuiltSteps buildSteps(const Source& source);
+
+/// The steps with the facts of the source. Empty if their error is more than `largestError` or a colour
+/// becomes none.
+std::optional<LUTReading> readingOf(const Source& source, double largestError, Refusal& refusal);
 
 } // namespace Qx::Host::Luts

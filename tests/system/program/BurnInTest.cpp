@@ -1,6 +1,8 @@
 #include "tests/system/program/Program.h"
 
 #include <algorithm>
+#include <array>
+#include <ctime>
 
 namespace Qx::System {
 
@@ -80,6 +82,49 @@ TEST_F(BurnIn, fields_are_filled_for_every_frame)
     EXPECT_EQ(frame("{timecode}", 2), frame("00:01:00;02", 2)) << "drop-frame";
     EXPECT_EQ(frame("{frame} of {clip}", 4), frame("4 of A001", 4));
     EXPECT_NE(frame("{timecode}", 2), frame("{timecode}", 3));
+}
+
+TEST_F(BurnIn, source_and_date_are_the_whole_file_name_and_the_day)
+{
+    makeClip();
+    EXPECT_EQ(frame("{source}, {clip}", 0), frame("A001.mov, A001", 0));
+    EXPECT_EQ(frame("of {date}", 0, {"--date", "1999-12-31T23:59"}), frame("of 1999-12-31", 0));
+    const std::time_t before = std::time(nullptr);
+    const Bytes today = frame("{date}", 0);
+    const std::time_t after = std::time(nullptr);
+    const auto dayOf = [](std::time_t time) {
+        std::array<char, 16> day{};
+        std::tm local{};
+        ::localtime_r(&time, &local);
+        std::strftime(day.data(), day.size(), "%F", &local);
+        return std::string(day.data());
+    };
+    EXPECT_TRUE(today == frame(dayOf(before), 0) || today == frame(dayOf(after), 0)) << dayOf(after);
+}
+
+TEST_F(BurnIn, several_texts_have_each_a_place_a_font_and_a_size)
+{
+    makeClip();
+    const auto burnt = [&](const std::vector<std::string>& texts) {
+        std::vector<std::string> arguments{"convert", "A001.mov", "out.png", "--force", "--frames", "1"};
+        arguments.insert(arguments.end(), texts.begin(), texts.end());
+        const Outcome outcome = qxhost(arguments);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return decoded("out.png", "rgb24");
+    };
+    const std::vector<std::string> top{"--burn-in", "{clip}", "--position",
+                                       "top-left",  "--font", "DejaVu Sans"};
+    const std::vector<std::string> bottom{"--burn-in", "{timecode}", "--font-size", "20"};
+    std::vector<std::string> both = top;
+    both.insert(both.end(), bottom.begin(), bottom.end());
+
+    const Bytes above = burnt(top);
+    const Bytes below = burnt(bottom);
+    const Bytes all = burnt(both);
+    const std::ptrdiff_t half = 3 * width * (height / 2);
+    EXPECT_TRUE(std::equal(all.begin(), all.begin() + half, above.begin())) << "the upper half";
+    EXPECT_TRUE(std::equal(all.begin() + half, all.end(), below.begin() + half)) << "the lower half";
+    EXPECT_NE(above, below);
 }
 
 TEST_F(BurnIn, time_code_counts_from_zero_where_the_clip_has_none)

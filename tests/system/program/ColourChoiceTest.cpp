@@ -38,6 +38,16 @@ TEST(ColourChoice, what_is_guessed_is_said_with_the_options_that_settle_it)
     }
 }
 
+TEST(ColourChoice, a_guess_is_explained_by_the_clips_own_width_and_not_by_that_of_a_filter)
+{
+    Media::StreamInfo info = untagged(96);
+    info.width = 1280;
+    const ColourChoice choice = chooseColour(optionsFor("small.mov"), info);
+    ASSERT_EQ(choice.notes.size(), 1U);
+    EXPECT_NE(choice.notes[0].find("BT.601 (the picture is not wider than 720 pixels)"), std::string::npos)
+        << choice.notes[0];
+}
+
 TEST(ColourChoice, options_win_over_tags_and_silence_the_guess)
 {
     ConvertOptions options = optionsFor("tape.avi");

@@ -394,10 +394,13 @@ TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
         }
     };
     refused({"--burn-in", "{clp}"},
-            {"no field {clp}", "did you mean clip?", "{timecode}, {frame} and {clip}"});
+            {"no field {clp}", "did you mean clip?", "{timecode}, {frame}, {clip}, {source} and {date}"});
     refused({"--burn-in", "{clip"}, {"\"{clip\" has no closing brace"});
     refused({"--burn-in", ""}, {"--burn-in is empty"});
-    refused({"--burn-in", "a", "--burn-in", "b"}, {"--burn-in is given twice"});
+    refused({"--burn-in", "a", "--burn-in", "b"},
+            {"--burn-in \"a\" and \"b\" would be drawn over each other", "another --position"});
+    refused({"--burn-in", "a", "--burn-in", "b", "--position", "top", "--burn-in", "c", "--position", "Top"},
+            {"--burn-in \"b\" and \"c\" would be drawn over each other"});
     refused({"--burn-in", "\xC3("}, {"not UTF-8"});
     refused({"--burn-in", "x", "--font", "\xFF"}, {"--font", "not valid UTF-8"});
     refused({"--burn-in", "x", "--font", ""}, {"--font is empty"});
@@ -410,7 +413,7 @@ TEST_F(CommandLine, burned_in_text_is_checked_before_anything_is_opened)
     refused({"--burn-in", "x", "--font-size", "0"}, {"from 1 to 2048"});
     refused({"--burn-in", "x", "--font-size", "12.5"}, {"a whole number of pixels"});
     expectHelp({"convert", "--help-all"},
-               {"--burn-in TEXT", "{timecode}, {frame} and {clip}", "--position PLACE"});
+               {"--burn-in TEXT", "{timecode}, {frame}, {clip}, {source} and {date}", "--position PLACE"});
 }
 
 } // namespace

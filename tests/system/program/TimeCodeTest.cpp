@@ -137,13 +137,15 @@ TEST(TimeCode, an_unknown_rate_counts_25)
 
 std::string filled(const std::string& text, std::int64_t frame = 7)
 {
-    return BurnInText(text).filledFor({frame, TimeCode(Rational{25, 1}), "A001_C002"});
+    return BurnInText(text).filledFor(
+        frame, {"A001_C002", "A001_C002.mov", "2026-11-23", TimeCode(Rational{25, 1})});
 }
 
 TEST(BurnInText, fills_its_fields)
 {
     EXPECT_EQ(filled("{timecode}"), "00:00:00:07");
     EXPECT_EQ(filled("{clip} | {frame} | {timecode} !"), "A001_C002 | 7 | 00:00:00:07 !");
+    EXPECT_EQ(filled("{source} of {date}"), "A001_C002.mov of 2026-11-23");
     EXPECT_EQ(filled("{frame}{frame}", 123456), "123456123456");
     EXPECT_EQ(filled("no field \u65E5\u672C"), "no field \u65E5\u672C");
 }
@@ -169,7 +171,7 @@ TEST(BurnInText, mistakes_are_explained)
 {
     const std::string unknown = refusalOf("{timcode} x");
     EXPECT_NE(unknown.find("no field {timcode} (did you mean timecode?)"), std::string::npos) << unknown;
-    EXPECT_NE(unknown.find("{timecode}, {frame} and {clip}"), std::string::npos) << unknown;
+    EXPECT_NE(unknown.find("{timecode}, {frame}, {clip}, {source} and {date}"), std::string::npos) << unknown;
     EXPECT_NE(unknown.find("{{"), std::string::npos) << unknown;
     EXPECT_NE(refusalOf("{}").find("no field {}"), std::string::npos);
     EXPECT_NE(refusalOf("a {frame").find("\"{frame\" has no closing brace"), std::string::npos);

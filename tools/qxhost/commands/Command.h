@@ -4,6 +4,8 @@
 #include "tools/qxhost/console/ExitCode.h"
 
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace CLI {
@@ -24,6 +26,10 @@ public:
     /// Adds the command's arguments and options, and the footer of its help. Their targets must live as long
     /// as the command.
     virtual void addOptions(CLI::App&) {}
+
+    /// The arguments that stand for those that were given, the command's name among them; none if they stand
+    /// for themselves. Throws Failure (usage).
+    virtual std::optional<std::vector<std::string>> expanded(const CLI::App&) { return {}; }
 
     /// Checks what was given, and completes the options. Throws Failure (usage). Touches neither files nor
     /// devices.

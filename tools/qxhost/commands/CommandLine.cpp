@@ -111,6 +111,9 @@ public:
         refuseExtras(app);
         const auto found = commands_.find(&app);
         if (found != commands_.end()) {
+            if (std::optional<std::vector<std::string>> others = found->second->expanded(app)) {
+                return Parser().parse(std::move(*others));
+            }
             found->second->check(app);
             return std::move(found->second);
         }

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fmt/format.h>
+#include <map>
 
 namespace Qx::Program {
 
@@ -315,6 +316,23 @@ CLI::Option* addOutputRowBytes(CLI::App& app, std::int64_t& rowBytes)
 {
     return addCount(app, "--output-row-bytes", rowBytes, 1,
                     "Bytes from one row to the next in a raw file.\nDefault: the format's own");
+}
+
+std::vector<GivenOption> givenOptions(const CLI::App& app)
+{
+    std::vector<GivenOption> given;
+    std::map<const CLI::Option*, std::size_t> taken;
+    for (const CLI::Option* option : app.parse_order()) {
+        if (option->get_positional()) {
+            continue;
+        }
+        GivenOption& each = given.emplace_back(GivenOption{option, option->get_name(), ""});
+        if (!each.isFlag()) {
+            const std::vector<std::string>& values = option->results();
+            each.value = values.at(std::min(taken[option]++, values.size() - 1));
+        }
+    }
+    return given;
 }
 
 void requireValue(const CLI::App& app, const std::filesystem::path& value, const std::string& name)

@@ -121,6 +121,19 @@ CLI::Option* addEncoderOption(CLI::App& app, const std::string& option,
 /// Adds "--output-row-bytes".
 CLI::Option* addOutputRowBytes(CLI::App& app, std::int64_t& rowBytes);
 
+/// An option as it was given, with its value; a flag has none.
+struct GivenOption
+{
+    const CLI::Option* option;
+    std::string name;
+    std::string value;
+
+    bool isFlag() const { return option->get_items_expected_max() == 0; }
+};
+
+/// The options of a command in the order in which they were given, without positional arguments.
+std::vector<GivenOption> givenOptions(const CLI::App& app);
+
 /// Throws Failure (usage) if an argument is missing or empty.
 void requireValue(const CLI::App& app, const std::filesystem::path& value, const std::string& name);
 

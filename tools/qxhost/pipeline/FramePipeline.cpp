@@ -259,8 +259,8 @@ bool FramePipeline::convertFrame(const Packed& frame)
                             .number = frame.moment.number});
     const Media::Range range =
         job_.outputRange == Image::GamutScaling::Video ? Media::Range::video : Media::Range::full;
-    if (job_.burnIn != nullptr) {
-        job_.burnIn->draw(picture, frame.moment.number, range);
+    for (const std::unique_ptr<BurnIn>& burnIn : job_.burnIns) {
+        burnIn->draw(picture, frame.moment.number, range);
     }
     bool going = true;
     runStep(job_.step, picture, frame.time, [&](const Surface& made, const Media::FrameTime& time) {

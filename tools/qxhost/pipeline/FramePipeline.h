@@ -19,7 +19,9 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,9 +39,9 @@ struct ConversionJob
     bool tenBits = false; ///< make pictures of 10 bits instead; without effects and others
     Image::GamutScaling outputRange = Image::GamutScaling::Unscaled;
     Image::Filter filter = Image::Filter::CatmullRom;
-    BurnIn* burnIn = nullptr;                ///< after the effects; null: none
-    PictureStep step;                        ///< after these
-    const FrameDelivery* delivery = nullptr; ///< how pictures are read back; null: as A R G B
+    std::span<const std::unique_ptr<BurnIn>> burnIns{}; ///< after the effects, in this order
+    PictureStep step;                                   ///< after these
+    const FrameDelivery* delivery = nullptr;            ///< how pictures are read back; null: as A R G B
     bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
 
     std::int64_t start = 0; ///< number of the frame that the input gives first

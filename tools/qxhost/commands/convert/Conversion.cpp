@@ -29,6 +29,7 @@
 #include <chrono>
 #include <fmt/format.h>
 #include <memory>
+#include <set>
 
 namespace Qx::Program {
 
@@ -85,7 +86,7 @@ InputPtr openInput(const ConvertOptions& options)
 /// Returns true if the frames are drawn on, or through, between the input and the output.
 bool drawsPictures(const ConvertOptions& options)
 {
-    return !options.effects.empty() || !options.burnIn.text.empty() ||
+    return !options.effects.empty() || !options.burnIns.empty() ||
            !std::holds_alternative<std::monostate>(options.step);
 }
 
@@ -212,8 +213,13 @@ std::shared_ptr<const Media::FileSet> filesRead(const Conversion& conversion)
         if (!request.lut.empty()) {
             files->add(lutPath(request.lut));
         }
+        if (request.ocio) {
+            files->add(request.ocio->config);
+        }
     }
-    files->add(conversion.options.burnIn.font);
+    for (const BurnInOptions& burnIn : conversion.options.burnIns) {
+        files->add(burnIn.font);
+    }
     return files;
 }
 
@@ -442,21 +448,33 @@ std::string summary(const Conversion& conversion)
                        conversion.framesPerSecond(), deviceName());
 }
 
-std::unique_ptr<BurnIn> prepareBurnIn(const Conversion& conversion, Console& console)
+/// What several have in common, such as a typeface that is missing, is noted once.
+void noteOnce(const std::vector<std::string>& remarks, Console& console)
 {
-    const ConvertOptions& options = conversion.options;
-    if (options.burnIn.text.empty()) {
-        return nullptr;
-    }
-    std::vector<std::string> remarks;
-    auto burnIn = std::make_unique<BurnIn>(options.burnIn, options.input, conversion.info(), remarks);
+    std::set<std::string> noted;
     for (const std::string& remark : remarks) {
-        console.note(remark);
+        if (noted.insert(remark).second) {
+            console.note(remark);
+        }
     }
-    return burnIn;
 }
 
-ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* burnIn)
+using BurnIns = std::vector<std::unique_ptr<BurnIn>>;
+
+BurnIns prepareBurnIns(const Conversion& conversion, Console& console)
+{
+    const ConvertOptions& options = conversion.options;
+    BurnIns burnIns;
+    std::vector<std::string> remarks;
+    for (const BurnInOptions& each : options.burnIns) {
+        burnIns.push_back(std::make_unique<BurnIn>(
+            each, BurnInClip{options.input, conversion.info(), options.date.value_or(localTime())}, remarks));
+    }
+    noteOnce(remarks, console);
+    return burnIns;
+}
+
+ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, const BurnIns& burnIns)
 {
     const ConvertOptions& options = conversion.options;
     ConversionJob job{.input = *conversion.input,
@@ -473,7 +491,7 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* 
                                          ? Image::GamutScaling::Video
                                          : Image::GamutScaling::Unscaled,
                       .filter = options.filter,
-                      .burnIn = burnIn,
+                      .burnIns = burnIns,
                       .step = options.step,
                       .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
                       .keepCodes = conversion.keepCodes,
@@ -669,8 +687,8 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     keepTexturesOf(effects, *conversion.input);
     conversion.effectWarnings = effects.warnings();
     noteDecisions(conversion, console);
-    std::unique_ptr<BurnIn> burnIn = prepareBurnIn(conversion, console);
-    if (!convertFrames(conversion, jobOf(conversion, effects, burnIn.get()), slowStart, console)) {
+    const BurnIns burnIns = prepareBurnIns(conversion, console);
+    if (!convertFrames(conversion, jobOf(conversion, effects, burnIns), slowStart, console)) {
         throw Failure(ExitCode::interrupted, interruptedText(options));
     }
     for (const std::string& warning : conversion.writer->warnings()) {
@@ -679,9 +697,13 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     for (const std::string& problem : problemsOf(conversion)) {
         console.error(problem); // they explain the exit code
     }
-    if (burnIn && !burnIn->remark().empty()) {
-        console.note(burnIn->remark());
+    std::vector<std::string> remarks;
+    for (const std::unique_ptr<BurnIn>& burnIn : burnIns) {
+        if (!burnIn->remark().empty()) {
+            remarks.push_back(burnIn->remark());
+        }
     }
+    noteOnce(remarks, console);
     for (const std::string& remark : effects.remarks()) {
         console.note(remark);
     }
@@ -709,7 +731,7 @@ QuietConversion convertQuietly(const ConvertOptions& options)
     EffectChain effects(conversion.options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);
     conversion.writer = openOutput(conversion);
-    FramePipeline pipeline(jobOf(conversion, effects, nullptr), [](std::int64_t) {});
+    FramePipeline pipeline(jobOf(conversion, effects, BurnIns()), [](std::int64_t) {});
     conversion.frames = pipeline.run(*conversion.writer);
     if (!pipeline.inputFailure().empty()) {
         throw Failure(ExitCode::input, pipeline.inputFailure());

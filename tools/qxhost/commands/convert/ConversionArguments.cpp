@@ -114,8 +114,7 @@ void addRawInput(CLI::App& app, RawInputOptions& raw, SizeOption sizeOption)
 void addOutput(CLI::App& app, ConvertOptions& options)
 {
     const std::string group = "Output";
-    addPixelFormat(app, "--format", options.format,
-                   "Write frames of this pixel format unencoded\n('qxhost formats')")
+    addPixelFormat(app, "--format", options.format, "Write frames of a format of 'qxhost formats' unencoded")
         ->group(group);
     addOutputRowBytes(app, options.outputRowBytes)->group(group);
     app.add_option("--codec", options.codec, "FFmpeg's name of the encoder. Default: by the output's name")
@@ -149,8 +148,7 @@ void addAudio(CLI::App& app, ConvertOptions& options)
                options.audioCodec = options.audio ? word : "";
            },
            "What tracks become: copy, none, or FFmpeg's name of an\nencoder. Default: copied if the output "
-           "can "
-           "hold them, else\nAAC, Opus or PCM")
+           "can hold them")
         ->option_text("NAME")
         ->group(group);
     addEncoderOption(app, "--audio-option", options.audioOptions,

@@ -1,3 +1,4 @@
+#include "host/core/Suggestion.h"
 #include "tools/qxhost/commands/Command.h"
 #include "tools/qxhost/commands/HelpFormatter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
@@ -6,16 +7,20 @@
 #include "tools/qxhost/commands/convert/ConversionArguments.h"
 #include "tools/qxhost/commands/convert/FilterArguments.h"
 #include "tools/qxhost/commands/convert/ManyConversions.h"
+#include "tools/qxhost/commands/convert/Preset.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/pipeline/effects/ToneMap.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
+#include <optional>
 
 namespace Qx::Program {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr const char* tableEffect = "LUT.fx";
 
@@ -60,10 +65,14 @@ font, 130 interrupted. 'qxhost convert --help-all' shows the rare options and mo
 /// Those that "--help" leaves out.
 std::vector<std::string> rareOptions()
 {
-    return {"--output-range", "--filter",   "--depth",        "--technique",   "--texture",
-            "--amount",       "--date",     "--font",         "--font-size",   "--position",
-            "--raw",          "--size",     "--fps",          "--row-bytes",   "--output-row-bytes",
-            "--pixel-format", "--no-audio", "--audio-option", "--video-option"};
+    return {"--output-range", "--filter",    "--depth",
+            "--technique",    "--texture",   "--amount",
+            "--from",         "--display",   "--view",
+            "--date",         "--font",      "--font-size",
+            "--position",     "--raw",       "--size",
+            "--fps",          "--row-bytes", "--output-row-bytes",
+            "--pixel-format", "--no-audio",  "--audio-option",
+            "--video-option"};
 }
 
 float parseAmount(const CLI::App& app, const std::string& word)
@@ -75,16 +84,82 @@ float parseAmount(const CLI::App& app, const std::string& word)
     return *amount;
 }
 
-/// Applies an option to the effect or LUT before it.
+/// The option that begins a step.
+enum class Beginning
+{
+    effect,
+    lut,
+    ocio
+};
+
+constexpr const char* optionOf(Beginning beginning)
+{
+    switch (beginning) {
+    case Beginning::lut:
+        return "--lut";
+    case Beginning::ocio:
+        return "--ocio";
+    case Beginning::effect:
+        break;
+    }
+    return "--effect";
+}
+
+Beginning beginningOf(const EffectRequest& step)
+{
+    return step.ocio ? Beginning::ocio : step.lut.empty() ? Beginning::effect : Beginning::lut;
+}
+
+/// What the further options of steps belong to, one of these.
+const std::map<std::string, std::vector<Beginning>> furtherOptions{
+    {"--technique", {Beginning::effect}}, {"--set", {Beginning::effect}},
+    {"--texture", {Beginning::effect}},   {"--amount", {Beginning::lut, Beginning::ocio}},
+    {"--from", {Beginning::ocio}},        {"--to", {Beginning::ocio}},
+    {"--display", {Beginning::ocio}},     {"--view", {Beginning::ocio}}};
+
+/// "a --lut or an --ocio".
+std::string ownersOf(const std::string& name)
+{
+    std::vector<std::string> owners;
+    for (const Beginning owner : furtherOptions.at(name)) {
+        owners.push_back(std::string(owner == Beginning::lut ? "a " : "an ") + optionOf(owner));
+    }
+    return listed(owners, "or");
+}
+
+/// Sets a part of "--ocio", once.
+void setOnce(const CLI::App& app, std::string& part, const std::string& name, const std::string& value)
+{
+    if (value.empty()) {
+        complain(app, name + " is empty; 'qxhost ocio' lists the names of a configuration");
+    }
+    if (!part.empty()) {
+        complain(app, fmt::format("{} is given twice for one --ocio", name));
+    }
+    part = value;
+}
+
+/// Applies an option to the effect, LUT or change of colour spaces before it.
 void addToStep(const CLI::App& app, EffectRequest& step, const std::string& name, const std::string& value)
 {
-    if ((name == "--amount") == step.lut.empty()) {
-        complain(app, fmt::format("{} {} belongs to {}, but follows {} {}", name, value,
-                                  name == "--amount" ? "a --lut" : "an --effect",
-                                  step.lut.empty() ? "--effect" : "--lut",
-                                  step.lut.empty() ? step.file : step.lut));
+    const std::vector<Beginning>& owners = furtherOptions.at(name);
+    const Beginning beginning = beginningOf(step);
+    if (std::find(owners.begin(), owners.end(), beginning) == owners.end()) {
+        complain(app, fmt::format("{} {} belongs to {}, but follows {} {}", name, value, ownersOf(name),
+                                  optionOf(beginning),
+                                  step.ocio          ? step.ocio->config.string()
+                                  : step.lut.empty() ? step.file
+                                                     : step.lut));
     }
-    if (name == "--set") {
+    if (name == "--from") {
+        setOnce(app, step.ocio->from, name, value);
+    } else if (name == "--to") {
+        setOnce(app, step.ocio->to, name, value);
+    } else if (name == "--display") {
+        setOnce(app, step.ocio->display, name, value);
+    } else if (name == "--view") {
+        setOnce(app, step.ocio->view, name, value);
+    } else if (name == "--set") {
         step.settings.push_back(parseSetting(app, value));
     } else if (name == "--texture") {
         step.textures.push_back(parseTexture(app, value));
@@ -115,60 +190,91 @@ void addToneMap(const CLI::App& app, std::vector<EffectRequest>& effects, const 
                               listed(namesOf(toneMaps), "or")));
 }
 
+/// The step that an option begins, if it begins one.
+std::optional<EffectRequest> beginStep(const CLI::App& app, const std::string& name, const std::string& value)
+{
+    if (name == "--effect") {
+        if (value.empty()) {
+            complain(app, "--effect is empty; give an effect's name or file");
+        }
+        return EffectRequest{value, "", {}, ""};
+    }
+    if (name == "--lut") {
+        if (value.empty()) {
+            complain(app, "--lut is empty; give a LUT file");
+        }
+        return EffectRequest{tableEffect, "", {}, value};
+    }
+    if (name == "--ocio") {
+        if (value.empty()) {
+            complain(app, "--ocio is empty; give an OpenColorIO configuration, such as studio.ocio");
+        }
+        EffectRequest step{tableEffect, "", {}, ""};
+        step.ocio.emplace().config = value;
+        return step;
+    }
+    return {};
+}
+
+/// Colours come from one end and go to another; a view of a display is one of them.
+void checkEnds(const CLI::App& app, const Host::ColourSpaceChange& change)
+{
+    if (change.display.empty() && !change.view.empty()) {
+        complain(app, fmt::format("--view {}: add the --display that has it", change.view));
+    }
+    const int ends =
+        (change.from.empty() ? 0 : 1) + (change.to.empty() ? 0 : 1) + (change.display.empty() ? 0 : 1);
+    if (ends != 2) {
+        complain(app, fmt::format("--ocio {}: expected two of --from SPACE, --to SPACE and --display NAME; "
+                                  "'qxhost ocio {}' lists them",
+                                  change.config.string(), change.config.string()));
+    }
+}
+
 /// "--technique", "--set" and "--texture" belong to the "--effect" before them, "--amount" to the "--lut".
 /// The order of effects and LUTs on the command line is the order in which they run.
-std::vector<EffectRequest> groupEffects(const CLI::App& app)
+/// "--to" belongs to the "--ocio" before it unless it has a field, as the name for many inputs has; that name
+/// is put into `to`.
+std::vector<EffectRequest> groupEffects(const CLI::App& app, std::optional<std::string>& to)
 {
     std::vector<EffectRequest> effects;
-    std::map<const CLI::Option*, std::size_t> taken;
-    for (const CLI::Option* option : app.parse_order()) {
-        const std::string name = option->get_name();
+    for (const auto& [option, name, value] : givenOptions(app)) {
         if (name == "--tone-map") {
-            addToneMap(app, effects, option->results().at(taken[option]++));
+            addToneMap(app, effects, value);
             continue;
         }
-        const bool begins = name == "--effect" || name == "--lut";
-        if (!begins && name != "--technique" && name != "--set" && name != "--texture" &&
-            name != "--amount") {
+        const bool ofOcio = !effects.empty() && effects.back().ocio && value.find('{') == std::string::npos;
+        if (name == "--to" && !ofOcio) {
+            to = value;
+        } else if (std::optional<EffectRequest> step = beginStep(app, name, value)) {
+            effects.push_back(*std::move(step));
+        } else if (furtherOptions.count(name) == 0) {
             continue;
-        }
-        const std::string value = option->results().at(taken[option]++);
-        if (begins && value.empty()) {
-            complain(app, name == "--lut" ? "--lut is empty; give a LUT file"
-                                          : "--effect is empty; give an effect's name or file");
-        }
-        if (name == "--effect") {
-            effects.push_back({value, "", {}, ""});
-        } else if (name == "--lut") {
-            effects.push_back({tableEffect, "", {}, value});
         } else if (effects.empty()) {
             complain(app, fmt::format("{} {} stands before any {} that it could belong to", name, value,
-                                      name == "--amount" ? "--lut" : "--effect"));
+                                      optionOf(furtherOptions.at(name).front())));
         } else {
             addToStep(app, effects.back(), name, value);
+        }
+    }
+    for (const EffectRequest& effect : effects) {
+        if (effect.ocio) {
+            checkEnds(app, *effect.ocio);
         }
     }
     return effects;
 }
 
 /// The options as they were given, but for those that are of all conversions together.
-std::vector<std::string> argumentsOfEach(const CLI::App& app)
+std::vector<std::string> argumentsOfEach(const CLI::App& app, const std::string& to)
 {
     std::vector<std::string> arguments;
-    std::map<const CLI::Option*, std::size_t> taken;
-    for (const CLI::Option* option : app.parse_order()) {
-        const std::string name = option->get_name();
-        if (option->get_positional() || name == "--to" || name == "--jobs" || name == "--json") {
-            continue;
+    for (const GivenOption& each : givenOptions(app)) {
+        const bool ofAll =
+            (each.name == "--to" && each.value == to) || each.name == "--jobs" || each.name == "--json";
+        if (!ofAll) {
+            arguments.push_back(each.isFlag() ? each.name : each.name + "=" + each.value);
         }
-        if (option->get_items_expected_max() == 0) { // a flag
-            arguments.push_back(name);
-            continue;
-        }
-        // Of an option that is given twice, the last value counts.
-        const std::vector<std::string>& values = option->results();
-        const std::size_t place = std::min(taken[option]++, values.size() - 1);
-        arguments.push_back(name + "=" + values.at(place));
     }
     return arguments;
 }
@@ -181,13 +287,16 @@ public:
         addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
         addColour(app, options_);
         addEffects(app);
-        addBurnIn(app, options_.burnIn);
+        addBurnIn(app, texts_);
         addFilters(app, options_.filters, shortFilters_);
         addRange(app, options_.picked, "Frames", true);
         addRawInput(app, options_.raw, SizeOption::ofInput);
         addOutput(app, options_);
         addAudio(app, options_);
         addMany(app);
+        app.add_option("--preset", preset_, "Options from a file: a name of 'qxhost presets', or a file")
+            ->option_text("NAME|FILE")
+            ->group("Other options");
         addOther(app, options_);
         app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
         app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
@@ -196,12 +305,46 @@ public:
         app.formatter(std::make_shared<HelpFormatter>(rareOptions(), shortFooter));
     }
 
+    /// The preset's options come first, so that those of the command line have the last word.
+    std::optional<std::vector<std::string>> expanded(const CLI::App& app) override
+    {
+        if (app.count("--preset") == 0) {
+            return {};
+        }
+        Preset preset = readPreset(presetFile(preset_));
+        checkPreset(preset);
+        std::vector<std::string> given;
+        std::vector<std::string> words;
+        for (const GivenOption& each : givenOptions(app)) {
+            if (each.name != "--preset") {
+                given.push_back(each.name);
+                words.push_back(each.isFlag() ? each.name : each.name + "=" + each.value);
+            }
+        }
+        std::vector<std::string> all{"convert"};
+        for (Preset::Option& option : givingWayTo(given, std::move(preset.options))) {
+            all.push_back(std::move(option.word));
+        }
+        all.insert(all.end(), words.begin(), words.end());
+        all.emplace_back("--");
+        for (const fs::path& file : {options_.input, options_.output}) {
+            if (!file.empty()) {
+                all.push_back(file.string());
+            }
+        }
+        for (const fs::path& file : many_.inputs) {
+            all.push_back(file.string());
+        }
+        return all;
+    }
+
     void check(const CLI::App& app) override
     {
-        collectInputs(app);
+        std::optional<std::string> to;
+        options_.effects = groupEffects(app, to);
+        collectInputs(app, to);
         checkFiles(app, options_);
-        options_.effects = groupEffects(app);
-        checkBurnIn(app, options_.burnIn);
+        options_.burnIns = groupBurnIns(app);
         checkRange(app);
         options_.filters.shortForms = graphOf(shortFilters_);
         if (options_.format && !options_.filters.after.empty()) {
@@ -216,23 +359,51 @@ public:
     }
 
 private:
+    /// Throws Failure (usage), which names the line, for an option that the command has not, or a value that
+    /// the option does not take.
+    static void checkPreset(const Preset& preset)
+    {
+        ConvertCommand command;
+        CLI::App app;
+        app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+        command.addOptions(app);
+        std::vector<std::string> known;
+        for (const CLI::Option* option : app.get_options()) {
+            known.insert(known.end(), option->get_lnames().begin(), option->get_lnames().end());
+        }
+        for (const Preset::Option& option : preset.options) {
+            const std::string key = option.name.substr(2);
+            if (std::find(known.begin(), known.end(), key) == known.end()) {
+                complainOfPreset(preset.file, option.line,
+                                 "convert has no option " + key + Host::didYouMean(key, known));
+            }
+            try {
+                app.parse(std::vector<std::string>{option.word});
+            } catch (const CLI::ParseError& error) {
+                complainOfPreset(preset.file, option.line, error.what());
+            }
+        }
+    }
+
     void addMany(CLI::App& app)
     {
         const std::string group = "Many inputs";
         app.add_option(
-               "--to", many_.to,
+               "--to", texts_,
                "Convert all INPUTs, as many as are given, to this\nname: {name} is an input's, {folder} its "
-               "directory")
+               "directory. After an\n--ocio and --from, its other colour space")
             ->option_text("NAME")
+            ->allow_extra_args(false)
+            ->take_all()
             ->group(group);
         addCount(app, "--jobs", many_.jobs, 1, "Inputs to convert at a time. Default: 1")->group(group);
         app.add_option("MORE", many_.inputs)->group("");
     }
 
     /// With "--to", OUTPUT is an input like the others. The options are then checked for the first of them.
-    void collectInputs(const CLI::App& app)
+    void collectInputs(const CLI::App& app, const std::optional<std::string>& to)
     {
-        if (app.count("--to") == 0) {
+        if (!to) {
             if (!many_.inputs.empty()) {
                 complain(app, "unexpected argument \"" + many_.inputs.front().string() +
                                   "\"; several inputs need --to NAME");
@@ -242,6 +413,7 @@ private:
             }
             return;
         }
+        many_.to = *to;
         if (many_.to.empty()) {
             complain(app, "--to is empty; give a name, such as 'dailies/{name}.mp4'");
         }
@@ -251,7 +423,7 @@ private:
         }
         many_.inputs.insert(many_.inputs.begin(), options_.input);
         options_.output = outputFor(options_.input, many_.to);
-        many_.arguments = argumentsOfEach(app);
+        many_.arguments = argumentsOfEach(app, many_.to);
         many_.force = options_.force;
         many_.quiet = options_.quiet;
         many_.json = options_.json;
@@ -275,12 +447,18 @@ private:
                 "order given");
         addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"), "Make BT.709 of PQ, HLG or BT.2020");
         addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
+        addText("--ocio", "CONFIG", "Change colour spaces of an OpenColorIO configuration");
+        addText("--from", "SPACE", "The colour space of the picture; without it, the display's");
+        addText("--display", "NAME", "Or the display to make it for, with the --view after it");
+        addText("--view", "NAME", "A view of the display. Default: its first");
         addDate(app, options_.date)->group("Effects");
     }
 
+    std::string preset_;
     ShortFilters shortFilters_;
-    ManyConversions many_;           ///< without a name if there is one input
-    std::vector<std::string> texts_; ///< a target that the library wants; groupEffects() reads them in order
+    ManyConversions many_; ///< without a name if there is one input
+    std::vector<std::string>
+        texts_; ///< a target that the library wants; groupEffects() and groupBurnIns() read them
 };
 
 const Registered<ConvertCommand> registeredConvert(

@@ -91,7 +91,7 @@ const RegisteredGroup group({.name = "effects cache",
                              .order = 50,
                              .about = "Compiled effects and pipelines that are kept on disk"});
 
-const Registered<CacheCommand<showInfo>> registeredInfo(
+const Registered<CacheCommand<showInfo>> registeredCacheInfo(
     {.name = "effects cache info", .order = 10, .about = "Show the cache's directory, state and size"});
 
 const Registered<CacheCommand<clear>> registeredClear(

@@ -189,7 +189,7 @@ public:
 };
 
 const Registered<InfoCommand>
-    registeredInfo({.name = "lut info", .order = 30, .about = "Show what a LUT file holds"});
+    registeredLutInfo({.name = "lut info", .order = 30, .about = "Show what a LUT file holds"});
 
 } // namespace
 

@@ -79,13 +79,12 @@ TimeCode timeCodeOf(const Media::StreamInfo& info, std::vector<std::string>& rem
 
 } // namespace
 
-BurnIn::BurnIn(const BurnInOptions& options, const std::filesystem::path& clip, const Media::StreamInfo& info,
-               std::vector<std::string>& remarks)
+BurnIn::BurnIn(const BurnInOptions& options, const BurnInClip& clip, std::vector<std::string>& remarks)
     : options_(options),
       text_(options.text),
-      clip_(clip.stem().string()),
-      timeCode_(timeCodeOf(info, remarks)),
-      size_(options.size > 0 ? options.size : usualSize(info.height))
+      clip_{clip.file.stem().string(), clip.file.filename().string(), clip.begin.date(),
+            timeCodeOf(clip.info, remarks)},
+      size_(options.size > 0 ? options.size : usualSize(clip.info.height))
 {
     std::string remark;
     const std::string font = options.font.empty() ? usualFont : options.font;
@@ -155,7 +154,7 @@ void BurnIn::draw(const Image::Surface& picture, std::int64_t frame, Media::Rang
     const bool video = range == Media::Range::video;
     const NormalisedRGB black = grey(video ? level(16, target->getFormat()) : 0.0F);
     const NormalisedRGB white = grey(video ? level(235, target->getFormat()) : 1.0F);
-    const Text text = wide(text_.filledFor({frame, timeCode_, clip_}));
+    const Text text = wide(text_.filledFor(frame, clip_));
     if (text.length() > Host::Text::TextShaper::longestLine) {
         throw Failure(ExitCode::usage, "--burn-in: the text has " + std::to_string(text.length()) +
                                            " characters: expected at most " +

@@ -5,11 +5,20 @@
 #include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/pipeline/burnin/BurnInText.h"
 #include "tools/qxhost/pipeline/options/BurnInOptions.h"
+#include "tools/qxhost/pipeline/options/DateTime.h"
 
 #include <filesystem>
 #include <optional>
 
 namespace Qx::Program {
+
+/// What a text can say of the clip it is drawn into.
+struct BurnInClip
+{
+    const std::filesystem::path& file;
+    const Media::StreamInfo& info;
+    DateTime begin;
+};
 
 /// Writes a text into every frame, white on a translucent black box. One thread.
 class BurnIn
@@ -17,8 +26,7 @@ class BurnIn
 public:
     /// Throws Failure (usage, effect) if the text is invalid or the font is not available. Appends notes for
     /// the user to `remarks`, a line each. Needs the host.
-    BurnIn(const BurnInOptions& options, const std::filesystem::path& clip, const Media::StreamInfo& info,
-           std::vector<std::string>& remarks);
+    BurnIn(const BurnInOptions& options, const BurnInClip& clip, std::vector<std::string>& remarks);
 
     /// Draws into the picture's GPU image. `frame` is the number in the clip, from 0; `range` says which
     /// codes are black and white. Throws Failure (device) if it is not drawn.
@@ -37,8 +45,7 @@ private:
 
     const BurnInOptions options_;
     const BurnInText text_;
-    const std::string clip_;
-    TimeCode timeCode_;
+    const BurnInText::Clip clip_;
     int size_ = 0;
     Qx::Ptr<GPUFontCache::Result> font_;
     Qx::Ptr<iGPUImage> dot_; ///< a texel to draw boxes with

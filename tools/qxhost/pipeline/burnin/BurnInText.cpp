@@ -6,20 +6,19 @@
 
 #include <algorithm>
 #include <array>
-#include <fmt/format.h>
 #include <string_view>
 
 namespace Qx::Program {
 
 namespace {
 
-constexpr std::array<std::string_view, 3> fieldNames{"timecode", "frame", "clip"};
+constexpr std::array<std::string_view, 5> fieldNames{"timecode", "frame", "clip", "source", "date"};
 
 [[noreturn]] void complain(const std::string& what)
 {
     throw Failure(ExitCode::usage, "--burn-in: " + what +
-                                       "; the fields are {timecode}, {frame} and {clip}, and {{ stands for "
-                                       "a brace");
+                                       "; the fields are {timecode}, {frame}, {clip}, {source} and {date}, "
+                                       "and {{ stands for a brace");
 }
 
 } // namespace
@@ -37,7 +36,7 @@ BurnInText::Field BurnInText::fieldNamed(const std::string& name)
     if (found == fieldNames.end()) {
         complain("there is no field {" + name + "}" + Host::didYouMean(name, fieldNames));
     }
-    constexpr std::array fields{Field::timeCode, Field::frame, Field::clip};
+    constexpr std::array fields{Field::timeCode, Field::frame, Field::clip, Field::source, Field::date};
     return fields.at(static_cast<std::size_t>(found - fieldNames.begin()));
 }
 
@@ -67,20 +66,26 @@ BurnInText::BurnInText(const std::string& text)
     }
 }
 
-std::string BurnInText::filledFor(const Frame& frame) const
+std::string BurnInText::filledFor(std::int64_t frame, const Clip& clip) const
 {
     std::string result;
     for (const Piece& piece : pieces_) {
         result += piece.text;
         switch (piece.field) {
         case Field::timeCode:
-            result += frame.timeCode.label(frame.number);
+            result += clip.timeCode.label(frame);
             break;
         case Field::frame:
-            result += fmt::format("{}", frame.number);
+            result += std::to_string(frame);
             break;
         case Field::clip:
-            result += frame.clip;
+            result += clip.name;
+            break;
+        case Field::source:
+            result += clip.source;
+            break;
+        case Field::date:
+            result += clip.date;
             break;
         case Field::none:
             break;

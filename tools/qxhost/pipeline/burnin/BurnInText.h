@@ -14,14 +14,17 @@ public:
     /// Throws Failure (usage) for an unknown field, an unclosed brace, or bytes that are not UTF-8.
     explicit BurnInText(const std::string& text);
 
-    /// The values of a frame's fields.
-    struct Frame
+    /// What the fields say of a clip.
+    struct Clip
     {
-        std::int64_t number = 0; ///< in the clip, from 0
-        const TimeCode& timeCode;
-        const std::string& clip;
+        std::string name;   ///< of its file, without the ending
+        std::string source; ///< the file's whole name, without its directory
+        std::string date;
+        TimeCode timeCode;
     };
-    std::string filledFor(const Frame& frame) const;
+
+    /// The text of the frame with that number in the clip, from 0.
+    std::string filledFor(std::int64_t frame, const Clip& clip) const;
 
 private:
     enum class Field
@@ -29,7 +32,9 @@ private:
         none,
         timeCode,
         frame,
-        clip
+        clip,
+        source,
+        date
     };
     struct Piece
     {

@@ -15,8 +15,6 @@
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 
 #include <algorithm>
-#include <chrono>
-#include <ctime>
 #include <utility>
 
 namespace Qx::Program {
@@ -215,18 +213,6 @@ void setDomain(iShaderEffect& effect, const std::string& file, const TableDomain
     }
 }
 
-DateTime localTime()
-{
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    ::localtime_r(&now, &local);
-    const std::chrono::year_month_day date{std::chrono::year{local.tm_year + 1900},
-                                           std::chrono::month{static_cast<unsigned>(local.tm_mon) + 1},
-                                           std::chrono::day{static_cast<unsigned>(local.tm_mday)}};
-    return {std::chrono::sys_days{date}.time_since_epoch().count(),
-            local.tm_hour * 3600.0 + local.tm_min * 60.0 + local.tm_sec};
-}
-
 } // namespace
 
 EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin)
@@ -242,9 +228,10 @@ bool EffectChain::isInUse(const Qx::Ptr<iShaderEffect>& effect) const
     return std::any_of(links_.begin(), links_.end(), [&](const Link& link) { return link.effect == effect; });
 }
 
-void EffectChain::takeLut(Link& link, const std::string& lut) const
+void EffectChain::takeTable(Link& link, const EffectRequest& request)
 {
-    link.file = lutPath(lut).native(); // a LUT's name and its path are one
+    // A LUT's name and its path are one.
+    link.file = request.ocio ? wordsOf(*request.ocio) : lutPath(request.lut).native();
     const auto same = std::find_if(links_.begin(), links_.end(),
                                    [&](const Link& other) { return other.table && other.file == link.file; });
     if (same != links_.end()) {
@@ -252,7 +239,7 @@ void EffectChain::takeLut(Link& link, const std::string& lut) const
         link.technique = same->technique;
         return;
     }
-    LutOnGpu made = obtainLut(lut);
+    LutOnGpu made = request.ocio ? obtainColourSpaceChange(*request.ocio, warnings_) : obtainLut(request.lut);
     link.table = std::move(made.image);
     link.technique = LightweightString<char>(std::string_view(made.technique));
 }
@@ -267,8 +254,8 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request)
         link.effect = compileEffectFile(effectPath(request.file));
     }
     EffectRequest chosen = request;
-    if (!request.lut.empty()) {
-        takeLut(link, request.lut);
+    if (request.hasTable()) {
+        takeTable(link, request);
         setDomain(*link.effect, request.file, link.table->getDomain());
         chosen.technique = link.technique.c_str();
     }
@@ -303,7 +290,7 @@ void EffectChain::takeTextures(Link& link, const EffectRequest& request)
         }
     }
     warnOfUnread(effect, technique, request);
-    const bool readsFrames = !link.bindings.empty() || !request.lut.empty();
+    const bool readsFrames = !link.bindings.empty() || request.hasTable();
     if (!request.textures.empty() && !readsFrames) {
         warnings_.push_back(request.file + ": technique \"" + technique.name +
                             "\" reads nothing but the files of its textures; the picture is not seen");

@@ -59,7 +59,7 @@ private:
     };
 
     Link makeLink(const EffectRequest& request);
-    void takeLut(Link& link, const std::string& lut) const;
+    void takeTable(Link& link, const EffectRequest& request);
     void takeParameters(Link& link, const EffectRequest& request);
     void takeTextures(Link& link, const EffectRequest& request);
     void warnOfUnread(const Host::CompiledEffect& effect, const Host::CompiledEffect::Technique& technique,

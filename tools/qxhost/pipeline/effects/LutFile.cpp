@@ -11,6 +11,7 @@
 #include "tools/qxhost/console/Failure.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <string_view>
 
 namespace Qx::Program {
@@ -39,6 +40,22 @@ bool isLutExtension(const std::string& extension)
     return std::find(known.begin(), known.end(), extension) != known.end();
 }
 
+/// Of what the option read; `name` is what a failure of the device names.
+LutOnGpu uploaded(const Host::LUTReading& reading, const char* option, const std::string& name)
+{
+    if (reading.steps.empty()) {
+        Log("%s\n", reading.failure.c_str());
+        throw Failure(ExitCode::effect, option + reading.failure);
+    }
+    const Qx::Ptr<iHostImage3D> table = Host::singleTable(reading.steps);
+    LutOnGpu lut{OS().gpu().upload3DImage(table ? table : Host::packed(reading.steps)),
+                 Host::techniqueFor(reading.steps)};
+    if (!lut.image) {
+        throw Failure(ExitCode::effect, name + ": not enough GPU memory for this LUT");
+    }
+    return lut;
+}
+
 } // namespace
 
 std::filesystem::path lutPath(const std::string& nameOrPath)
@@ -58,18 +75,25 @@ std::filesystem::path lutPath(const std::string& nameOrPath)
 LutOnGpu obtainLut(const std::string& nameOrPath)
 {
     const std::filesystem::path file = lutPath(nameOrPath);
-    const Host::LUTReading reading = Host::readLUT(file);
-    if (reading.steps.empty()) {
-        Log("%s\n", reading.failure.c_str());
-        throw Failure(ExitCode::effect, "--lut " + reading.failure);
+    return uploaded(Host::readLUT(file), "--lut ", file.string());
+}
+
+LutOnGpu obtainColourSpaceChange(const Host::ColourSpaceChange& change, std::vector<std::string>& warnings)
+{
+    const Host::LUTReading reading = Host::readColourSpaceChange(change);
+    if (reading.error > Host::largestLUTError) {
+        warnings.push_back(fmt::format("--ocio {}: colours may be off by {}: it holds {}", wordsOf(change),
+                                       Host::lutErrorInCodes(reading.error), reading.facts.contents));
     }
-    const Qx::Ptr<iHostImage3D> table = Host::singleTable(reading.steps);
-    LutOnGpu lut{OS().gpu().upload3DImage(table ? table : Host::packed(reading.steps)),
-                 Host::techniqueFor(reading.steps)};
-    if (!lut.image) {
-        throw Failure(ExitCode::effect, file.string() + ": not enough GPU memory for this LUT");
-    }
-    return lut;
+    return uploaded(reading, "--ocio ", wordsOf(change));
+}
+
+std::string wordsOf(const Host::ColourSpaceChange& change)
+{
+    const std::string display =
+        change.display + (change.display.empty() || change.view.empty() ? "" : ", " + change.view);
+    return fmt::format("{}: {} to {}", change.config.string(), change.from.empty() ? display : change.from,
+                       change.to.empty() ? display : change.to);
 }
 
 Host::LUTReading readLut(const std::string& nameOrPath)

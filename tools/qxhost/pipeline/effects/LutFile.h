@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Qx/Ptr.h"
+#include "host/luts/ColourSpaces.h"
 #include "host/luts/LUTReader.h"
 #include "platform/GPUImage.h"
 
@@ -24,6 +25,12 @@ struct LutOnGpu
 
 /// Reads the LUT and uploads it. Throws Failure (effect), with the reason.
 LutOnGpu obtainLut(const std::string& nameOrPath);
+
+/// The same of colour spaces. Appends a warning if the result may be off by more than a LUT may.
+LutOnGpu obtainColourSpaceChange(const Host::ColourSpaceChange& change, std::vector<std::string>& warnings);
+
+/// A change of colour spaces for people: "studio.ocio: ACEScg to sRGB, Film".
+std::string wordsOf(const Host::ColourSpaceChange& change);
 
 /// The LUT's steps and facts, without a GPU. Throws Failure (input), with the reason.
 Host::LUTReading readLut(const std::string& nameOrPath);

@@ -22,10 +22,10 @@ namespace {
                                        "; to convert it all the same, add --matrix " + listed(words, "or"));
 }
 
-std::string guessNote(const ConvertOptions& options, const Media::StreamInfo& info,
-                      const ColourChoice& choice)
+std::string guessNote(const ConvertOptions& options, const ColourChoice& choice)
 {
-    const bool isWide = info.width > Media::standardDefinitionWidth;
+    // Of the clip's own picture, which filters may have made another.
+    const bool isWide = choice.matrix == Media::Matrix::bt709;
     const std::string why = choice.matrix == Media::Matrix::bt2020
                                 ? "as its primaries are"
                                 : std::string("the picture is ") + (isWide ? "" : "not ") + "wider than " +
@@ -79,7 +79,7 @@ ColourChoice chooseColour(const ConvertOptions& options, const Media::StreamInfo
         choice.forWriting.matrixTag = Media::writtenTag(choice.matrix, tagged.matrixTag);
     }
     if (choice.rangeGuessed || choice.matrixGuessed) {
-        choice.notes.push_back(guessNote(options, info, choice));
+        choice.notes.push_back(guessNote(options, choice));
     }
     if (!tagged.unsupported.empty()) {
         choice.notes.push_back(options.input.string() + ": " + tagged.unsupported + "; converting it as " +

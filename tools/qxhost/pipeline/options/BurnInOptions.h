@@ -10,6 +10,8 @@ struct BurnInAnchor
 {
     int across = 0; ///< -1 left, 0 middle, 1 right
     int down = 1;   ///< -1 top, 0 middle, 1 bottom
+
+    bool operator==(const BurnInAnchor&) const = default;
 };
 
 /// Its top left corner in pixels of the picture.
@@ -17,12 +19,14 @@ struct BurnInPlace
 {
     int x = 0;
     int y = 0;
+
+    bool operator==(const BurnInPlace&) const = default;
 };
 
-/// The options of "qxhost convert --burn-in".
+/// One "--burn-in TEXT" with its further options.
 struct BurnInOptions
 {
-    std::string text; ///< with fields; empty: no burn-in
+    std::string text; ///< with fields; not empty
     std::string font; ///< a typeface or a file; empty: the system's monospaced one
     int size = 0;     ///< pixels; 0: chosen from the picture's height
     std::variant<BurnInAnchor, BurnInPlace> position;

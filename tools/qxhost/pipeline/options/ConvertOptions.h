@@ -1,10 +1,12 @@
 #pragma once
 
+#include "host/luts/ColourSpaces.h"
 #include "platform/ImageFormat.h"
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
 #include "tools/qxhost/pipeline/options/BurnInOptions.h"
+#include "tools/qxhost/pipeline/options/DateTime.h"
 #include "tools/qxhost/pipeline/options/FilterOptions.h"
 #include "tools/qxhost/pipeline/options/FrameRangeOptions.h"
 
@@ -33,13 +35,6 @@ struct TextureFile
     std::filesystem::path file; ///< a picture or a clip
 };
 
-/// A local date and time.
-struct DateTime
-{
-    std::int64_t day = 0; ///< days since 1970-01-01
-    double seconds = 0;   ///< of the day
-};
-
 /// One "--effect FILE" or "--lut FILE" with its further options.
 struct EffectRequest
 {
@@ -48,7 +43,11 @@ struct EffectRequest
     std::vector<ParameterSetting> settings;
     std::string lut; ///< of "--lut", a LUT of the catalogue or a path; the effect is then the one for tables
     std::vector<TextureFile> textures{};
-    bool mapsTones = false; ///< of "--tone-map"
+    bool mapsTones = false;                        ///< of "--tone-map"
+    std::optional<Host::ColourSpaceChange> ocio{}; ///< of "--ocio"; the effect is then the one for tables
+
+    /// Whether the effect draws a table: of a LUT, or of colour spaces.
+    bool hasTable() const { return ocio || !lut.empty(); }
 };
 
 /// The user's description of a raw input, which holds nothing but frames.
@@ -97,9 +96,9 @@ struct ConvertOptions
     std::optional<Media::Depth> depth;
     std::vector<EffectRequest> effects; ///< in the order in which they run
 
-    std::optional<DateTime> date; ///< of the clip's beginning, for effects; empty: now
+    std::optional<DateTime> date; ///< of the clip's beginning, for effects and texts; empty: now
 
-    BurnInOptions burnIn; ///< after the effects
+    std::vector<BurnInOptions> burnIns; ///< drawn in this order, after the effects
     FilterOptions filters;
 
     FrameRangeOptions picked; ///< the frames that are converted

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "host/Host.h"
+#include "host/luts/LUTReader.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+/// Colour spaces, displays and views of OpenColorIO configurations.
+namespace Qx::Host {
+
+/// A way between two colour spaces, or between a colour space and a view of a display. Of `from` and `to`,
+/// one is empty if there is a display: with `from`, colours go to the display, with `to` they come from it.
+struct ColourSpaceChange
+{
+    std::filesystem::path config; ///< a .ocio file
+    std::string from;             ///< a colour space, a role or an alias
+    std::string to;
+    std::string display;
+    std::string view; ///< empty: the display's default
+
+    bool operator==(const ColourSpaceChange&) const = default;
+};
+
+/// What a change may be off by: a 10-bit code.
+inline constexpr double largestChangeError = 1.0 / 1023.0;
+
+/// Reads a configuration and what its change consists of, as steps: curves, matrices and tables are kept as
+/// they are, as readLUT keeps them. Formulas that mix channels become tables; what would be off by more than
+/// largestChangeError is refused. The failure names the configuration, and the names that there are.
+/// Thread-safe; throws nothing.
+QX_HOST_API LUTReading readColourSpaceChange(const ColourSpaceChange& change);
+
+/// What a configuration offers.
+struct ColourSpaceList
+{
+    struct Space
+    {
+        std::string name;
+        std::string family;
+        std::string description; ///< its first line
+    };
+    struct Display
+    {
+        std::string name;
+        std::vector<std::string> views; ///< the default first
+    };
+
+    std::string description; ///< of the configuration, its first line
+    std::vector<Space> spaces;
+    std::vector<std::string> roles; ///< "scene_linear: ACEScg"
+    std::vector<Display> displays;  ///< the default first
+    std::string failure;            ///< why nothing could be read
+};
+
+/// Thread-safe; throws nothing.
+QX_HOST_API ColourSpaceList listColourSpaces(const std::filesystem::path& config);
+
+} // namespace Qx::Host

@@ -256,7 +256,7 @@ private:
             const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
             const bool own = reads == PassWriter::Reads::OwnPlace;
             const bool wanted =
-                own ? technique.passes.size() == 1 : !depths.areMixed() || mixesDepths(technique.annotations);
+                own ? gainsByOwnPlace(technique) : !depths.areMixed() || mixesDepths(technique.annotations);
             if (!wanted || drawsTextures(technique) || !writer.canBePacked(pass)) {
                 continue;
             }
@@ -292,6 +292,14 @@ private:
             effect_.techniques[places[i].technique].passes[places[i].pass].packed.push_back(
                 std::move(packed));
         }
+    }
+
+    /// Whether a second shader is worth its compilation. In a long one, what the read of a picture costs is
+    /// lost in the rest.
+    static bool gainsByOwnPlace(const CompiledEffect::Technique& technique)
+    {
+        constexpr std::size_t longest = 4000; // words
+        return technique.passes.size() == 1 && technique.passes.front().spirv.size() <= longest;
     }
 
     /// Whether passes draw into textures; they are drawn texel by texel.

@@ -255,9 +255,10 @@ private:
             const CompiledEffect::Technique& technique = effect_.techniques[place.technique];
             const EffectSyntax::Pass& pass = syntax_.techniques[place.technique].passes[place.pass];
             const bool own = reads == PassWriter::Reads::OwnPlace;
-            const bool wanted =
-                own ? gainsByOwnPlace(technique) : !depths.areMixed() || mixesDepths(technique.annotations);
-            if (!wanted || drawsTextures(technique) || !writer.canBePacked(pass)) {
+            const bool wanted = own ? gainsByOwnPlace(technique)
+                                    : !depths.areMixed() || says(technique, "MixedDepths", "true");
+            if (!wanted || says(technique, "Packed", "false") || drawsTextures(technique) ||
+                !writer.canBePacked(pass)) {
                 continue;
             }
             PassText text = writer.writePacked(pass, depths, reads);
@@ -310,12 +311,15 @@ private:
         });
     }
 
-    /// Whether a technique may read and draw at different depths.
-    static bool mixesDepths(const std::vector<CompiledEffect::Annotation>& annotations)
+    /// Whether a technique says that it may read and draw at different depths, or that it is not to be drawn
+    /// packed.
+    static bool says(const CompiledEffect::Technique& technique, std::string_view name,
+                     std::string_view value)
     {
-        return std::any_of(annotations.begin(), annotations.end(), [](const auto& annotation) {
-            return equalIgnoringCase(annotation.name, "MixedDepths") && annotation.value == "true";
-        });
+        return std::any_of(technique.annotations.begin(), technique.annotations.end(),
+                           [&](const auto& annotation) {
+                               return equalIgnoringCase(annotation.name, name) && annotation.value == value;
+                           });
     }
 
     static std::vector<std::uint32_t> samplersOf(const CompiledShader& shader)

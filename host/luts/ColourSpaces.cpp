@@ -3,6 +3,7 @@
 #include "host/core/Printable.h"
 #include "host/core/Suggestion.h"
 #include "host/files/SystemError.h"
+#include "host/luts/CLFText.h"
 #include "host/luts/ColourIOSource.h"
 #include "host/luts/StepBuilding.h"
 
@@ -144,6 +145,60 @@ OCIO::ConstProcessorRcPtr processorFor(const OCIO::ConstConfigRcPtr& config, con
                                 toDisplay ? OCIO::TRANSFORM_DIR_FORWARD : OCIO::TRANSFORM_DIR_INVERSE);
 }
 
+constexpr std::string_view effectBeginning = R"(texture Input;
+
+sampler InputSampler = sampler_state
+{
+    Texture = <Input>;
+    MinFilter = Point;
+    MagFilter = Point;
+    AddressU = Clamp;
+    AddressV = Clamp;
+};
+
+float amount = 1.0;
+float targetMax : TARGETMAXCODE;
+)";
+
+constexpr std::string_view effectEnd = R"(
+float4 change(float2 uv : TEXCOORD0) : COLORCODE
+{
+    float4 pixel = tex2D(InputSampler, uv);
+    float3 changed = changedColour(float4(pixel.rgb, 1.0)).rgb;
+    float3 colour = changed * amount + pixel.rgb * (1.0 - amount);
+    return float4(colour, pixel.a) * targetMax + 0.5;
+}
+
+technique Change < bool Packed = false; >
+{
+    pass P0
+    {
+        PixelShader = compile ps_3_0 change();
+    }
+}
+)";
+
+/// OpenColorIO's own shader as an effect. Empty if it reads tables: devices' filters have only 256 steps
+/// between two entries.
+std::string effectOf(const OCIO::ConstProcessorRcPtr& processor)
+{
+    OCIO::GpuShaderDescRcPtr shader = OCIO::GpuShaderDesc::CreateShaderDesc();
+    shader->setLanguage(OCIO::GPU_LANGUAGE_HLSL_DX11);
+    shader->setFunctionName("changedColour");
+    shader->setResourcePrefix("qx_");
+    processor->getOptimizedGPUProcessor(OCIO::OPTIMIZATION_LOSSLESS)->extractGpuShaderInfo(shader);
+    if (shader->getNumTextures() + shader->getNum3DTextures() + shader->getNumUniforms() > 0) {
+        return {};
+    }
+    std::string text = shader->getShaderText();
+    // Before OpenColorIO 2.3, the operands of HLSL's atan2 were taken to be the other way round: a is x here,
+    // b is y.
+    text = replaced(text, "atan2(a, b)", "atan2(b, a)");
+    // Constants that are no parameters: a curve that is not used then costs nothing.
+    text = replaced(text, "\nconst ", "\nstatic const ");
+    return std::string(effectBeginning) + text + std::string(effectEnd);
+}
+
 std::string inOneLine(std::string text)
 {
     std::replace(text.begin(), text.end(), '\n', ' ');
@@ -157,23 +212,32 @@ std::string failureOf(const std::filesystem::path& config, const std::string& ca
 
 } // namespace
 
-LUTReading readColourSpaceChange(const ColourSpaceChange& change)
+ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& change)
 {
-    LUTReading reading;
+    ColourSpaceReading reading;
     try {
         Refusal refusal;
         const OCIO::ConstConfigRcPtr config = openConfig(change.config);
-        const std::optional<Source> source = sourceOf(processorFor(config, change), Wanted::Steps, refusal);
-        std::optional<LUTReading> found =
-            source ? readingOf(*source, largestChangeError, refusal) : std::nullopt;
-        if (found) {
-            return *std::move(found);
+        const OCIO::ConstProcessorRcPtr processor = processorFor(config, change);
+        const std::optional<Source> source = sourceOf(processor, Wanted::Steps, refusal);
+        std::optional<LUTReading> steps =
+            source ? readingOf(*source, largestViewError, refusal) : std::nullopt;
+        if (steps && steps->error <= largestLUTError) {
+            reading.steps = *std::move(steps);
+            return reading;
         }
-        reading.failure = failureOf(change.config, refusal.cause);
+        reading.effect = source ? effectOf(processor) : std::string();
+        if (!reading.effect.empty()) {
+            reading.steps.facts = source->facts;
+        } else if (steps) {
+            reading.steps = *std::move(steps);
+        } else {
+            reading.steps.failure = failureOf(change.config, refusal.cause);
+        }
     } catch (const std::bad_alloc&) {
-        reading.failure = "out of memory"; // short enough to need none itself
+        reading.steps.failure = "out of memory"; // short enough to need none itself
     } catch (const std::exception& failure) {
-        reading.failure = failureOf(change.config, failure.what());
+        reading.steps.failure = failureOf(change.config, failure.what());
     }
     return reading;
 }

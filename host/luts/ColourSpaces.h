@@ -23,14 +23,25 @@ struct ColourSpaceChange
     bool operator==(const ColourSpaceChange&) const = default;
 };
 
-/// What a change may be off by: a 10-bit code.
-inline constexpr double largestChangeError = 1.0 / 1023.0;
+/// What tables may be off by where there is no better way: a 10-bit code.
+inline constexpr double largestViewError = 1.0 / 1023.0;
 
-/// Reads a configuration and what its change consists of, as steps: curves, matrices and tables are kept as
-/// they are, as readLUT keeps them. Formulas that mix channels become tables; what would be off by more than
-/// largestChangeError is refused. The failure names the configuration, and the names that there are.
-/// Thread-safe; throws nothing.
-QX_HOST_API LUTReading readColourSpaceChange(const ColourSpaceChange& change);
+/// A change of colour spaces, in one of two forms, or why there is none.
+struct ColourSpaceReading
+{
+    /// As readLUT makes them: curves, matrices and tables are kept, and formulas become curves.
+    LUTReading steps;
+
+    /// The text of an effect, if formulas mix channels and steps would be off by more than largestLUTError.
+    /// Its parameter "amount" is that of LUT.fx.
+    std::string effect;
+};
+
+/// Reads a configuration and what its change consists of. Steps that are off by more than largestLUTError are
+/// given where formulas stand beside tables, up to largestViewError; what would be off by more is refused.
+/// The failure, in `steps`, names the configuration, and the names that there are. Thread-safe; throws
+/// nothing.
+QX_HOST_API ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& change);
 
 /// What a configuration offers.
 struct ColourSpaceList

@@ -12,7 +12,7 @@ namespace Qx::Host {
 QX_API std::filesystem::path userConfigurationDirectory();
 QX_LOCAL std::filesystem::path userDataDirectory();
 QX_API std::filesystem::path userStateDirectory();
-QX_LOCAL std::filesystem::path userCacheDirectory();
+QX_API std::filesystem::path userCacheDirectory();
 
 /// The installed data: "share/qx" beside or above the directory that this library was loaded from, so that an
 /// installation can be moved. A build directory has it too.

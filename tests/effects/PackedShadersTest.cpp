@@ -3,6 +3,7 @@
 #include "tests/TemporaryDirectory.h"
 #include "tests/effects/PackedDrawing.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -144,6 +145,39 @@ TEST(PackedShaders, ReadPicturesAtTheirOwnPlaceWhereTheCoordinateIsTakenAsItIs)
     EXPECT_EQ(placesIn("", "return tex2D(S, uv) + tex2D(S, other);"), none);
     EXPECT_EQ(placesIn("", "return tex2D(S, uv) + through(S, other);"), none);
     EXPECT_EQ(placesIn("MinFilter = Linear; MagFilter = Linear;", "return tex2D(S, uv);"), none);
+}
+
+TEST(PackedShaders, AreLeftOutOfTechniquesThatSaySo)
+{
+    const auto shadersOf = [](const std::string& annotation) {
+        const Qx::Test::TemporaryDirectory directory;
+        EffectCompilerOptions options;
+        options.packed = true;
+        const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
+float4 entry(int2 pos : VPOS) : COLORCODE { return pos.x; }
+technique T )" + annotation + R"( { pass { PixelShader = compile ps_3_0 entry(); } }
+)"),
+                                                       options);
+        EXPECT_NE(result.effect, nullptr) << result.messages;
+        return result.effect->techniques[0].passes[0].packed.size();
+    };
+    EXPECT_GT(shadersOf(""), 0U);
+    EXPECT_GT(shadersOf("< bool Packed = true; >"), 0U);
+    EXPECT_EQ(shadersOf("< bool Packed = false; >"), 0U);
+}
+
+TEST(PackedShaders, AreMadeOnceOfALongTechnique)
+{
+    const auto readsAtOwnPlace = [](int repetitions) {
+        std::string body = "float4 c = tex2D(S, uv);";
+        for (int i = 0; i < repetitions; ++i) {
+            body += " c = sin(c * " + std::to_string(i + 2) + ".0) + c.yzwx;";
+        }
+        const std::vector<std::vector<std::uint32_t>> places = placesIn("", body + " return c;");
+        return std::any_of(places.begin(), places.end(), [](const auto& each) { return !each.empty(); });
+    };
+    EXPECT_TRUE(readsAtOwnPlace(4));
+    EXPECT_FALSE(readsAtOwnPlace(400));
 }
 
 TEST(PackedShaders, ExistBetweenDepthsForTechniquesThatSaySo)

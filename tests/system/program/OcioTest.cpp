@@ -30,6 +30,7 @@ displays:
     - !<View> {name: Print, colorspace: print}
   Cinema:
     - !<View> {name: SDR, view_transform: aces, display_colorspace: BT.1886}
+    - !<View> {name: Both, colorspace: both}
 view_transforms:
   - !<ViewTransform>
     name: aces
@@ -58,6 +59,12 @@ colorspaces:
     from_scene_reference: !<GroupTransform>
       children:
         - !<ColorSpaceTransform> {src: ACES, dst: grading}
+        - !<FileTransform> {src: film.cube, interpolation: tetrahedral}
+  - !<ColorSpace>
+    name: both
+    from_scene_reference: !<GroupTransform>
+      children:
+        - !<BuiltinTransform> {style: ACES-OUTPUT - ACES2065-1_to_CIE-XYZ-D65 - SDR-VIDEO_1.0}
         - !<FileTransform> {src: film.cube, interpolation: tetrahedral}
 )";
 
@@ -223,9 +230,24 @@ TEST_F(Ocio, what_a_configuration_lacks_is_named_with_what_it_has)
     expectRefused(with({"--from", "grading", "--display", "Paper"}), {"studio.ocio: ", "film.cube"}, 6);
 }
 
-TEST_F(Ocio, formulas_that_mix_channels_are_refused_where_a_table_would_be_off_by_a_code)
+TEST_F(Ocio, formulas_that_mix_channels_are_computed_where_a_table_would_be_off)
 {
-    expectRefused({"--ocio", "studio.ocio", "--from", "camera log", "--display", "Cinema"},
+    constexpr int tenBitCode = 64;
+    EXPECT_LE(largestDifference({"--from", "camera log", "--display", "Cinema", "--view", "SDR"},
+                                {"--view", "in.png", "camera log", "theirs.png", "Cinema", "SDR"}),
+              tenBitCode);
+    const std::vector<std::uint16_t> whole = codes("ours.png");
+    ASSERT_EQ(qxhost({"convert", "in.png", "none.png", "--ocio", "studio.ocio", "--from", "camera log",
+                      "--display", "Cinema", "--amount", "0"})
+                  .exitCode,
+              0);
+    EXPECT_EQ(codes("none.png"), codes("in.png"));
+    EXPECT_NE(whole, codes("in.png"));
+}
+
+TEST_F(Ocio, formulas_beside_tables_are_refused_where_they_would_be_off_by_a_code)
+{
+    expectRefused({"--ocio", "studio.ocio", "--from", "camera log", "--display", "Cinema", "--view", "Both"},
                   {"which cannot be drawn to a code of 10 bits", "would be off by"}, 6);
 }
 

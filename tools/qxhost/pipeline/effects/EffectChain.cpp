@@ -228,10 +228,9 @@ bool EffectChain::isInUse(const Qx::Ptr<iShaderEffect>& effect) const
     return std::any_of(links_.begin(), links_.end(), [&](const Link& link) { return link.effect == effect; });
 }
 
-void EffectChain::takeTable(Link& link, const EffectRequest& request)
+void EffectChain::takeLut(Link& link, const std::string& lut) const
 {
-    // A LUT's name and its path are one.
-    link.file = request.ocio ? wordsOf(*request.ocio) : lutPath(request.lut).native();
+    link.file = lutPath(lut).native(); // a LUT's name and its path are one
     const auto same = std::find_if(links_.begin(), links_.end(),
                                    [&](const Link& other) { return other.table && other.file == link.file; });
     if (same != links_.end()) {
@@ -239,12 +238,31 @@ void EffectChain::takeTable(Link& link, const EffectRequest& request)
         link.technique = same->technique;
         return;
     }
-    LutOnGpu made = request.ocio ? obtainColourSpaceChange(*request.ocio, warnings_) : obtainLut(request.lut);
-    link.table = std::move(made.image);
-    link.technique = LightweightString<char>(std::string_view(made.technique));
+    takeTable(link, obtainLut(lut));
+}
+
+void EffectChain::takeTable(Link& link, LutOnGpu table)
+{
+    link.table = std::move(table.image);
+    link.technique = LightweightString<char>(std::string_view(table.technique));
 }
 
 EffectChain::Link EffectChain::makeLink(const EffectRequest& request)
+{
+    if (!request.ocio) {
+        return makeLink(request, {});
+    }
+    ColourSpaceDrawing drawing = obtainColourSpaceChange(*request.ocio, warnings_);
+    if (auto* table = std::get_if<LutOnGpu>(&drawing)) {
+        return makeLink(request, std::move(*table));
+    }
+    EffectRequest effect = request;
+    effect.file = std::get<std::filesystem::path>(drawing).native();
+    effect.ocio.reset();
+    return makeLink(effect, {});
+}
+
+EffectChain::Link EffectChain::makeLink(const EffectRequest& request, std::optional<LutOnGpu> table)
 {
     Link link;
     link.file = request.file;
@@ -255,7 +273,12 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request)
     }
     EffectRequest chosen = request;
     if (request.hasTable()) {
-        takeTable(link, request);
+        if (table) {
+            link.file = wordsOf(*request.ocio);
+            takeTable(link, *std::move(table));
+        } else {
+            takeLut(link, request.lut);
+        }
         setDomain(*link.effect, request.file, link.table->getDomain());
         chosen.technique = link.technique.c_str();
     }

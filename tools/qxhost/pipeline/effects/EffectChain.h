@@ -8,6 +8,7 @@
 #include "platform/ShaderEffect.h"
 #include "platform/Surface.h"
 #include "tools/qxhost/pipeline/effects/EffectTextures.h"
+#include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <memory>
@@ -59,7 +60,9 @@ private:
     };
 
     Link makeLink(const EffectRequest& request);
-    void takeTable(Link& link, const EffectRequest& request);
+    Link makeLink(const EffectRequest& request, std::optional<LutOnGpu> table);
+    void takeLut(Link& link, const std::string& lut) const;
+    static void takeTable(Link& link, LutOnGpu table);
     void takeParameters(Link& link, const EffectRequest& request);
     void takeTextures(Link& link, const EffectRequest& request);
     void warnOfUnread(const Host::CompiledEffect& effect, const Host::CompiledEffect::Technique& technique,

@@ -1,6 +1,7 @@
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 
 #include "host/core/AsciiCase.h"
+#include "host/settings/Directories.h"
 #include "lut/LUTManager.h"
 #include "platform/FileManager.h"
 #include "platform/GPUService.h"
@@ -12,7 +13,10 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <fstream>
+#include <functional>
 #include <string_view>
+#include <unistd.h>
 
 namespace Qx::Program {
 
@@ -56,6 +60,28 @@ LutOnGpu uploaded(const Host::LUTReading& reading, const char* option, const std
     return lut;
 }
 
+/// The text as a file among the user's caches, by its contents: the compiled effect is then found again.
+std::filesystem::path keptEffect(const std::string& text)
+{
+    const std::filesystem::path folder = Host::userCacheDirectory() / "colour-spaces";
+    const std::filesystem::path file = folder / fmt::format("{:016x}.fx", std::hash<std::string>()(text));
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    const std::filesystem::path part = folder / fmt::format(".{}.{}", file.filename().string(), ::getpid());
+    std::ofstream stream(part, std::ios::binary);
+    stream << text;
+    stream.close();
+    std::filesystem::rename(part, file, error);
+    if (!stream || error) {
+        std::filesystem::remove(part, error);
+        throw Failure(ExitCode::effect,
+                      "--ocio: cannot write " + file.string() +
+                          ", the effect that draws the change; is the disk full? XDG_CACHE_HOME "
+                          "names another place");
+    }
+    return file;
+}
+
 } // namespace
 
 std::filesystem::path lutPath(const std::string& nameOrPath)
@@ -78,14 +104,19 @@ LutOnGpu obtainLut(const std::string& nameOrPath)
     return uploaded(Host::readLUT(file), "--lut ", file.string());
 }
 
-LutOnGpu obtainColourSpaceChange(const Host::ColourSpaceChange& change, std::vector<std::string>& warnings)
+ColourSpaceDrawing obtainColourSpaceChange(const Host::ColourSpaceChange& change,
+                                           std::vector<std::string>& warnings)
 {
-    const Host::LUTReading reading = Host::readColourSpaceChange(change);
-    if (reading.error > Host::largestLUTError) {
-        warnings.push_back(fmt::format("--ocio {}: colours may be off by {}: it holds {}", wordsOf(change),
-                                       Host::lutErrorInCodes(reading.error), reading.facts.contents));
+    const Host::ColourSpaceReading reading = Host::readColourSpaceChange(change);
+    if (!reading.effect.empty()) {
+        return keptEffect(reading.effect);
     }
-    return uploaded(reading, "--ocio ", wordsOf(change));
+    if (reading.steps.error > Host::largestLUTError) {
+        warnings.push_back(fmt::format("--ocio {}: colours may be off by {}: it holds {}", wordsOf(change),
+                                       Host::lutErrorInCodes(reading.steps.error),
+                                       reading.steps.facts.contents));
+    }
+    return uploaded(reading.steps, "--ocio ", wordsOf(change));
 }
 
 std::string wordsOf(const Host::ColourSpaceChange& change)

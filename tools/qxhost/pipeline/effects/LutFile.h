@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace Qx::Program {
@@ -26,8 +27,13 @@ struct LutOnGpu
 /// Reads the LUT and uploads it. Throws Failure (effect), with the reason.
 LutOnGpu obtainLut(const std::string& nameOrPath);
 
-/// The same of colour spaces. Appends a warning if the result may be off by more than a LUT may.
-LutOnGpu obtainColourSpaceChange(const Host::ColourSpaceChange& change, std::vector<std::string>& warnings);
+/// What draws a change of colour spaces: a LUT, or an effect's file.
+using ColourSpaceDrawing = std::variant<LutOnGpu, std::filesystem::path>;
+
+/// Reads the change. Appends a warning if the result may be off by more than a LUT may. Throws Failure
+/// (effect).
+ColourSpaceDrawing obtainColourSpaceChange(const Host::ColourSpaceChange& change,
+                                           std::vector<std::string>& warnings);
 
 /// A change of colour spaces for people: "studio.ocio: ACEScg to sRGB, Film".
 std::string wordsOf(const Host::ColourSpaceChange& change);

@@ -20,6 +20,7 @@
 #include <exception>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -44,6 +45,7 @@ struct ConversionJob
 
     std::int64_t start = 0; ///< number of the frame that the input gives first
     FrameRange range{};     ///< where to end
+    std::optional<std::int64_t> writeFrom{}; ///< frames before that time run through the effects alone
 };
 
 /// Converts a clip: one thread each decodes, packs into the device's memory, drives the GPU, and encodes.
@@ -64,6 +66,10 @@ public:
 
     /// Whether the input ended before the end of the range.
     bool endedEarly() const { return endedEarly_; }
+
+    /// The times of the first and the last frame that was written, in the input's units. After run().
+    const Media::FrameTime& firstTime() const { return firstTime_; }
+    const Media::FrameTime& lastTime() const { return lastTime_; }
 
     /// Ends run() early, from any thread.
     void stop();
@@ -134,6 +140,8 @@ private:
     bool endedEarly_ = false;
     std::atomic<bool> stopped_{false};
     std::int64_t written_ = 0;
+    Media::FrameTime firstTime_;
+    Media::FrameTime lastTime_;
 };
 
 } // namespace Qx::Program

@@ -1,4 +1,5 @@
-#include "tools/qxhost/commands/Command.h"
+#include "tools/qxhost/commands/convert/ConvertCommand.h"
+
 #include "tools/qxhost/commands/HelpFormatter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/commands/convert/BurnInArguments.h"
@@ -7,6 +8,7 @@
 #include "tools/qxhost/commands/convert/FilterArguments.h"
 #include "tools/qxhost/commands/convert/ManyConversions.h"
 #include "tools/qxhost/console/Wording.h"
+#include "tools/qxhost/farm/PiecesOfOneRun.h"
 #include "tools/qxhost/pipeline/effects/ToneMap.h"
 
 #include <algorithm>
@@ -151,14 +153,14 @@ std::vector<EffectRequest> groupEffects(const CLI::App& app)
     return effects;
 }
 
-/// The options as they were given, but for those that are of all conversions together.
-std::vector<std::string> argumentsOfEach(const CLI::App& app)
+/// The options as they were given, but for some.
+std::vector<std::string> argumentsBut(const CLI::App& app, const std::vector<std::string>& others)
 {
     std::vector<std::string> arguments;
     std::map<const CLI::Option*, std::size_t> taken;
     for (const CLI::Option* option : app.parse_order()) {
         const std::string name = option->get_name();
-        if (option->get_positional() || name == "--to" || name == "--jobs" || name == "--json") {
+        if (option->get_positional() || std::find(others.begin(), others.end(), name) != others.end()) {
             continue;
         }
         if (option->get_items_expected_max() == 0) { // a flag
@@ -173,115 +175,161 @@ std::vector<std::string> argumentsOfEach(const CLI::App& app)
     return arguments;
 }
 
-class ConvertCommand : public CommandWithOptions<ConvertOptions>
+} // namespace
+
+void ConvertCommand::addConversion(CLI::App& app)
 {
-public:
-    void addOptions(CLI::App& app) override
-    {
-        addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
-        addColour(app, options_);
-        addEffects(app);
-        addBurnIn(app, options_.burnIn);
-        addFilters(app, options_.filters, shortFilters_);
-        addRange(app, options_.picked, "Frames", true);
-        addRawInput(app, options_.raw, SizeOption::ofInput);
-        addOutput(app, options_);
-        addAudio(app, options_);
-        addMany(app);
-        addOther(app, options_);
-        app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
-        app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
-            ->group("Other options");
-        app.footer(convertFooter);
-        app.formatter(std::make_shared<HelpFormatter>(rareOptions(), shortFooter));
-    }
+    addColour(app, options_);
+    addEffects(app);
+    addBurnIn(app, options_.burnIn);
+    addFilters(app, options_.filters, shortFilters_);
+    addRange(app, options_.picked, "Frames", true);
+    addRawInput(app, options_.raw, SizeOption::ofInput);
+    addOutput(app, options_);
+    addAudio(app, options_);
+}
 
-    void check(const CLI::App& app) override
-    {
-        collectInputs(app);
-        checkFiles(app, options_);
-        options_.effects = groupEffects(app);
-        checkBurnIn(app, options_.burnIn);
-        checkRange(app);
-        options_.filters.shortForms = graphOf(shortFilters_);
-        if (options_.format && !options_.filters.after.empty()) {
-            complain(app, "--after filters pictures on their way to an encoder; it cannot be combined with "
-                          "--format, which writes frames unencoded");
+void ConvertCommand::addOptions(CLI::App& app)
+{
+    addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
+    addConversion(app);
+    addMany(app);
+    addSegments(app);
+    addOther(app, options_);
+    app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
+    app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
+        ->group("Other options");
+    app.footer(convertFooter);
+    app.formatter(std::make_shared<HelpFormatter>(rareOptions(), shortFooter));
+}
+
+void ConvertCommand::checkConversion(const CLI::App& app)
+{
+    checkFiles(app, options_);
+    options_.effects = groupEffects(app);
+    checkBurnIn(app, options_.burnIn);
+    checkRange(app);
+    options_.filters.shortForms = graphOf(shortFilters_);
+    if (options_.format && !options_.filters.after.empty()) {
+        complain(app, "--after filters pictures on their way to an encoder; it cannot be combined with "
+                      "--format, which writes frames unencoded");
+    }
+}
+
+void ConvertCommand::check(const CLI::App& app)
+{
+    collectInputs(app);
+    checkConversion(app);
+    if (segments_ && app.count("--to") > 0) {
+        complain(app, "--segments splits one conversion, --to converts many; give one of them");
+    }
+    if (segments_) {
+        segmentArguments_ = conversionArguments(app);
+        segmentJobs_ = app.count("--jobs") > 0 ? many_.jobs : 0;
+    }
+}
+
+ExitCode ConvertCommand::run(Console& console)
+{
+    if (segments_) {
+        return runInSegments(console);
+    }
+    return many_.to.empty() ? runConversion(options_, console) : convertMany(many_, console);
+}
+
+ExitCode ConvertCommand::runInSegments(Console& console)
+{
+    return Farm::convertInPieces({.options = options_,
+                                  .arguments = segmentArguments_,
+                                  .pieces = *segments_ > 0 ? segments_ : std::nullopt,
+                                  .jobs = segmentJobs_},
+                                 console);
+}
+
+void ConvertCommand::addSegments(CLI::App& app)
+{
+    const auto set = [this](const std::string& word) {
+        segments_ = word == "auto" ? 0 : parseCount("--segments", word, 1, ", or auto");
+    };
+    app.add_option_function<std::string>("--segments", set,
+                                         "Convert in N pieces, --jobs at a time, and join them\nwithout "
+                                         "encoding again")
+        ->option_text("N|auto")
+        ->group("Pieces");
+}
+
+std::vector<std::string> ConvertCommand::conversionArguments(const CLI::App& app)
+{
+    return argumentsBut(app, {"--to", "--jobs", "--json", "--segments", "--job", "--copy-input", "--force",
+                              "--quiet", "--device", "--no-progress"});
+}
+
+void ConvertCommand::addMany(CLI::App& app)
+{
+    const std::string group = "Many inputs";
+    app.add_option(
+           "--to", many_.to,
+           "Convert all INPUTs, as many as are given, to this\nname: {name} is an input's, {folder} its "
+           "directory")
+        ->option_text("NAME")
+        ->group(group);
+    addCount(app, "--jobs", many_.jobs, 1,
+             "Inputs, or pieces of one, to convert at a time.\nDefault: 1, or 2 pieces")
+        ->group(group);
+    app.add_option("MORE", many_.inputs)->group("");
+}
+
+/// With "--to", OUTPUT is an input like the others. The options are then checked for the first of them.
+void ConvertCommand::collectInputs(const CLI::App& app)
+{
+    if (app.count("--to") == 0) {
+        if (!many_.inputs.empty()) {
+            complain(app, "unexpected argument \"" + many_.inputs.front().string() +
+                              "\"; several inputs need --to NAME");
         }
-    }
-
-    ExitCode run(Console& console) override
-    {
-        return many_.to.empty() ? runConversion(options_, console) : convertMany(many_, console);
-    }
-
-private:
-    void addMany(CLI::App& app)
-    {
-        const std::string group = "Many inputs";
-        app.add_option(
-               "--to", many_.to,
-               "Convert all INPUTs, as many as are given, to this\nname: {name} is an input's, {folder} its "
-               "directory")
-            ->option_text("NAME")
-            ->group(group);
-        addCount(app, "--jobs", many_.jobs, 1, "Inputs to convert at a time. Default: 1")->group(group);
-        app.add_option("MORE", many_.inputs)->group("");
-    }
-
-    /// With "--to", OUTPUT is an input like the others. The options are then checked for the first of them.
-    void collectInputs(const CLI::App& app)
-    {
-        if (app.count("--to") == 0) {
-            if (!many_.inputs.empty()) {
-                complain(app, "unexpected argument \"" + many_.inputs.front().string() +
-                                  "\"; several inputs need --to NAME");
-            }
-            if (app.count("--jobs") > 0) {
-                complain(app, "--jobs is for several inputs; add --to NAME");
-            }
-            return;
+        if (app.count("--jobs") > 0 && !segments_) {
+            complain(app,
+                     "--jobs is for several inputs, or pieces of one; add --to NAME, or --segments auto");
         }
-        if (many_.to.empty()) {
-            complain(app, "--to is empty; give a name, such as 'dailies/{name}.mp4'");
-        }
-        requireValue(app, options_.input, "INPUT");
-        if (!options_.output.empty()) {
-            many_.inputs.insert(many_.inputs.begin(), options_.output);
-        }
-        many_.inputs.insert(many_.inputs.begin(), options_.input);
-        options_.output = outputFor(options_.input, many_.to);
-        many_.arguments = argumentsOfEach(app);
-        many_.force = options_.force;
-        many_.quiet = options_.quiet;
-        many_.json = options_.json;
+        return;
     }
-
-    void addEffects(CLI::App& app)
-    {
-        const auto addText = [&](const std::string& name, const std::string& text, const std::string& about) {
-            app.add_option(name, texts_, about)
-                ->option_text(text)
-                ->allow_extra_args(false)
-                ->take_all()
-                ->group("Effects");
-        };
-        addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
-        addText("--technique", "NAME", "The effect's technique. Default: its first");
-        addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
-        addText("--texture", "NAME=FILE", "A picture or clip for another texture of the effect");
-        addText("--lut", "FILE",
-                "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
-                "order given");
-        addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"), "Make BT.709 of PQ, HLG or BT.2020");
-        addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
-        addDate(app, options_.date)->group("Effects");
+    if (many_.to.empty()) {
+        complain(app, "--to is empty; give a name, such as 'dailies/{name}.mp4'");
     }
+    requireValue(app, options_.input, "INPUT");
+    if (!options_.output.empty()) {
+        many_.inputs.insert(many_.inputs.begin(), options_.output);
+    }
+    many_.inputs.insert(many_.inputs.begin(), options_.input);
+    options_.output = outputFor(options_.input, many_.to);
+    many_.arguments = argumentsBut(app, {"--to", "--jobs", "--json"});
+    many_.force = options_.force;
+    many_.quiet = options_.quiet;
+    many_.json = options_.json;
+}
 
-    ShortFilters shortFilters_;
-    ManyConversions many_;           ///< without a name if there is one input
-    std::vector<std::string> texts_; ///< a target that the library wants; groupEffects() reads them in order
-};
+void ConvertCommand::addEffects(CLI::App& app)
+{
+    const auto addText = [&](const std::string& name, const std::string& text, const std::string& about) {
+        app.add_option(name, texts_, about)
+            ->option_text(text)
+            ->allow_extra_args(false)
+            ->take_all()
+            ->group("Effects");
+    };
+    addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
+    addText("--technique", "NAME", "The effect's technique. Default: its first");
+    addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
+    addText("--texture", "NAME=FILE", "A picture or clip for another texture of the effect");
+    addText("--lut", "FILE",
+            "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
+            "order given");
+    addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"), "Make BT.709 of PQ, HLG or BT.2020");
+    addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
+    addDate(app, options_.date)->group("Effects");
+}
+
+namespace {
 
 const Registered<ConvertCommand> registeredConvert(
     {.name = "convert",

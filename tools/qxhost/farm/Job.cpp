@@ -71,6 +71,7 @@ Json describe(const Job& job)
               {"arguments", job.arguments},
               {"frames", job.frames},
               {"frameBytes", job.frameBytes},
+              {"firstTime", job.pieces.front().segment.firstOfAll},
               {"origin", job.pieces.front().segment.origin}};
     json["files"] = Json::array();
     for (const HeldFile& file : job.files) {
@@ -113,6 +114,7 @@ void take(Job& job, const Json& json)
                          .end = timeIn(each, "end"),
                          .preroll = timeIn(each, "preroll"),
                          .frames = piece.frames,
+                         .firstOfAll = json.at("firstTime").get<std::int64_t>(),
                          .origin = json.at("origin").get<std::int64_t>()};
         job.pieces.push_back(piece);
     }

@@ -9,7 +9,6 @@
 #include "platform/Text.h"
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/farm/Contents.h"
 #include "tools/qxhost/farm/Split.h"
 #include "tools/qxhost/media/files/Names.h"
@@ -20,7 +19,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <fmt/chrono.h>
@@ -312,7 +310,7 @@ private:
 
 } // namespace
 
-Job makeJob(const JobRequest& request, Console& console)
+Job makeJob(const JobRequest& request, const std::atomic<bool>& stopped, Console& console)
 {
     console.setQuiet(request.options.quiet);
     const fs::path place = fs::absolute(request.folder).lexically_normal();
@@ -327,8 +325,6 @@ Job makeJob(const JobRequest& request, Console& console)
     }
     try {
         const HostSession host(request.options.device, &console);
-        std::atomic<bool> stopped{false};
-        const Interruption interruption([&] { stopped = true; });
         Draft draft(folder);
         Job job = Maker(request, stopped).make(draft.folder());
         writeJob(job);

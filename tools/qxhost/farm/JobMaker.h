@@ -3,6 +3,7 @@
 #include "tools/qxhost/console/Console.h"
 #include "tools/qxhost/farm/Job.h"
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -23,7 +24,8 @@ struct JobRequest
 };
 
 /// Makes a job's folder, whole or not at all: effects with their includes, LUTs, textures and fonts are
-/// copied into it, inputs are linked or copied. Throws Failure, also if the conversion cannot be split.
-Job makeJob(const JobRequest& request, Console& console);
+/// copied into it, inputs are linked or copied. Throws Failure, also if the conversion cannot be split, and
+/// (interrupted) once `stopped` is true.
+Job makeJob(const JobRequest& request, const std::atomic<bool>& stopped, Console& console);
 
 } // namespace Qx::Program::Farm

@@ -3,7 +3,6 @@
 #include "host/files/SystemError.h"
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/farm/Contents.h"
 #include "tools/qxhost/farm/OutputKind.h"
@@ -11,9 +10,7 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/media/files/OutputFile.h"
-#include "tools/qxhost/media/files/PartFiles.h"
 
-#include <atomic>
 #include <cerrno>
 #include <fmt/format.h>
 #include <fstream>
@@ -161,14 +158,12 @@ std::vector<Media::Piece> clipPieces(const Job& job, const Records& records)
 }
 
 void joinAs(OutputKind kind, const Job& job, const Records& records, const ConvertOptions& options,
-            Console& console)
+            const std::atomic<bool>& stopped, Console& console)
 {
     if (kind == OutputKind::clip) {
-        joinSegments(options, clipPieces(job, records), console);
+        joinSegments(options, clipPieces(job, records), stopped, console);
         return;
     }
-    std::atomic<bool> stopped{false};
-    const Interruption interruption([&] { stopped = true; }, Media::PartFiles::removeAll);
     if (kind == OutputKind::rawFile) {
         joinRaw(job, records, options, stopped);
     } else {
@@ -214,7 +209,8 @@ bool isJoined(const Job& job)
     return !error && json.value("bytes", Json()) == bytes;
 }
 
-ExitCode joinJob(const Job& job, const JoinOptions& wanted, Console& console)
+ExitCode joinJob(const Job& job, const JoinOptions& wanted, const std::atomic<bool>& stopped,
+                 Console& console)
 {
     console.setQuiet(wanted.quiet);
     if (wanted.output.empty() && !wanted.force && isJoined(job)) {
@@ -222,14 +218,14 @@ ExitCode joinJob(const Job& job, const JoinOptions& wanted, Console& console)
             fmt::format("{}: is joined already; --force joins it again", (job.folder / job.output).string()));
         return ExitCode::ok;
     }
-    checkContents(job, Reading::whatChanged);
+    checkContents(job, Reading::whatChanged, &stopped);
     const Records records = wholePieces(job);
     ConvertOptions options = optionsOf(job);
     const OutputKind kind = kindOf(options);
     options.output = wanted.output.empty() ? job.folder / job.output : wanted.output;
     options.force = wanted.force;
     options.quiet = wanted.quiet;
-    joinAs(kind, job, records, options, console);
+    joinAs(kind, job, records, options, stopped, console);
     if (wanted.output.empty()) {
         const fs::path first = firstFile(kind, options.output, job.frames);
         writeWhole(joinedFile(job),

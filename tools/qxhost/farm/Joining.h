@@ -4,6 +4,7 @@
 #include "tools/qxhost/console/ExitCode.h"
 #include "tools/qxhost/farm/Job.h"
 
+#include <atomic>
 #include <filesystem>
 
 namespace Qx::Program::Farm {
@@ -18,8 +19,9 @@ struct JoinOptions
 
 /// Joins the pieces of a job, without encoding again; does nothing if that is done. Returns ExitCode::input
 /// if the input was damaged: the output then holds what could be read. Throws Failure, with the numbers of
-/// the pieces that are missing or damaged.
-ExitCode joinJob(const Job& job, const JoinOptions& options, Console& console);
+/// the pieces that are missing or damaged; (interrupted) once `stopped` is true.
+ExitCode joinJob(const Job& job, const JoinOptions& options, const std::atomic<bool>& stopped,
+                 Console& console);
 
 /// Whether the output in the job's folder is there, of the size that it was written with.
 bool isJoined(const Job& job);

@@ -1,6 +1,7 @@
 #include "tools/qxhost/farm/PiecesOfOneRun.h"
 
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/farm/JobMaker.h"
 #include "tools/qxhost/farm/Joining.h"
@@ -9,7 +10,9 @@
 #include "tools/qxhost/media/files/HeldFile.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 
+#include <atomic>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <random>
@@ -105,6 +108,8 @@ ExitCode convertInPieces(const OneRun& run, Console& console)
     const ConvertOptions& options = run.options;
     console.setQuiet(options.quiet);
     refuseExisting(options);
+    std::atomic<bool> stopped{false};
+    const Interruption interruption([&] { stopped = true; }, Media::PartFiles::removeAll);
     try {
         const Folder folder(options.output);
         const Job job = makeJob({.options = options,
@@ -113,16 +118,17 @@ ExitCode convertInPieces(const OneRun& run, Console& console)
                                  .pieces = run.pieces,
                                  .copiesInput = false,
                                  .keepsDigests = false},
-                                console);
+                                stopped, console);
         const WorkerOptions workers{.jobs = run.jobs > 0 ? std::optional(run.jobs) : std::nullopt,
                                     .device = options.device,
                                     .quiet = options.quiet};
-        const ExitCode made = makePieces(job, workers, console);
+        const ExitCode made = makePieces(job, workers, stopped, console);
         if (made != ExitCode::ok) {
             throw Failure(made, options.output.string() + ": is not written, since pieces of it failed");
         }
         const ExitCode code =
-            joinJob(job, {.output = options.output, .force = options.force, .quiet = options.quiet}, console);
+            joinJob(job, {.output = options.output, .force = options.force, .quiet = options.quiet}, stopped,
+                    console);
         if (options.json) {
             console.data(jsonText({{"input", options.input.string()},
                                    {"output", options.output.string()},

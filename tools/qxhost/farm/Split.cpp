@@ -51,7 +51,12 @@ std::vector<PlannedPiece> splitFrames(const ConversionPlan& plan, std::int64_t c
         const bool isLast = i + 1 == begins.size();
         const std::int64_t begin = begins[i];
         const std::int64_t frames = (isLast ? total : begins[i + 1]) - begin;
-        Segment segment{.begin = {}, .end = {}, .preroll = {}, .frames = frames, .origin = plan.origin};
+        Segment segment{.begin = {},
+                        .end = {},
+                        .preroll = {},
+                        .frames = frames,
+                        .firstOfAll = timeAt(0),
+                        .origin = plan.origin};
         segment.end = isLast ? plan.after : std::optional(timeAt(begins[i + 1]));
         if (i > 0) {
             segment.begin = timeAt(begin);

@@ -2,14 +2,12 @@
 
 #include "tools/qxhost/console/ChildProgram.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/console/ProgressDisplay.h"
 #include "tools/qxhost/farm/Contents.h"
 #include "tools/qxhost/farm/Pieces.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <fmt/format.h>
@@ -203,19 +201,16 @@ ExitCode verdict(const std::map<std::size_t, int>& failed)
 
 } // namespace
 
-ExitCode makePieces(const Job& job, const WorkerOptions& options, Console& console)
+ExitCode makePieces(const Job& job, const WorkerOptions& options, const std::atomic<bool>& stopped,
+                    Console& console)
 {
     console.setQuiet(options.quiet);
-    checkContents(job, Reading::whatChanged);
+    checkContents(job, Reading::whatChanged, &stopped);
     if (missingPieces(job).empty()) {
         return ExitCode::ok;
     }
-    std::atomic<bool> stopped{false};
     Crew crew(job, options, console);
-    {
-        const Interruption interruption([&] { stopped = true; });
-        crew.run(stopped);
-    }
+    crew.run(stopped);
     if (stopped) {
         throw Failure(
             ExitCode::interrupted,

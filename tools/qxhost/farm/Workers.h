@@ -4,6 +4,7 @@
 #include "tools/qxhost/console/ExitCode.h"
 #include "tools/qxhost/farm/Job.h"
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,7 +21,8 @@ struct WorkerOptions
 
 /// Returns ok, or the exit code of the pieces that failed if it is the same, or else `failed`; what failed
 /// and why is told. A piece that fails leaves the others alone; so does one that is killed, which is tried
-/// again. Throws Failure (interrupted).
-ExitCode makePieces(const Job& job, const WorkerOptions& options, Console& console);
+/// again. Throws Failure, (interrupted) once `stopped` is true.
+ExitCode makePieces(const Job& job, const WorkerOptions& options, const std::atomic<bool>& stopped,
+                    Console& console);
 
 } // namespace Qx::Program::Farm

@@ -27,7 +27,6 @@
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <fmt/format.h>
 #include <memory>
@@ -462,6 +461,11 @@ std::unique_ptr<BurnIn> prepareBurnIn(const Conversion& conversion, Console& con
     for (const std::string& remark : remarks) {
         console.note(remark);
     }
+    if (options.segment && options.segment->begin) {
+        const Media::StreamInfo& info = conversion.info();
+        burnIn->passOver(frameNumber(info, options.segment->firstOfAll, 0),
+                         frameNumber(info, *options.segment->begin, 0), {info.width, info.height});
+    }
     return burnIn;
 }
 
@@ -858,15 +862,13 @@ ConversionPlan planConversion(const ConvertOptions& options)
 }
 
 std::int64_t joinSegments(const ConvertOptions& options, const std::vector<Media::Piece>& pieces,
-                          Console& console)
+                          const std::atomic<bool>& stopped, Console& console)
 {
     ConvertOptions whole = options;
     whole.segment.reset();
     Conversion conversion = decide(whole);
     conversion.settings.kept = conversion.input->files();
     ProgressDisplay progress(console, conversion.settings.expectedFrames);
-    std::atomic<bool> stopped{false};
-    const Interruption interruption([&] { stopped = true; }, Media::PartFiles::removeAll);
     auto writer =
         Media::joinPieces(options.output, conversion.settings, pieces,
                           {.readAudioUpTo = [&](std::int64_t pts) { conversion.input->readAudioUpTo(pts); },

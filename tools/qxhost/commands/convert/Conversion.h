@@ -6,6 +6,7 @@
 #include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -48,9 +49,9 @@ struct ConversionPlan
 ConversionPlan planConversion(const ConvertOptions& options);
 
 /// Joins the pieces that convertSegment() made of a clip into options.output, and adds the audio. Needs no
-/// device. Returns the number of frames. Throws Failure.
+/// device. Returns the number of frames. Throws Failure, (interrupted) once `stopped` is true.
 std::int64_t joinSegments(const ConvertOptions& options, const std::vector<Media::Piece>& pieces,
-                          Console& console);
+                          const std::atomic<bool>& stopped, Console& console);
 
 struct QuietConversion
 {

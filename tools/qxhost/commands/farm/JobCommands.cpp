@@ -1,12 +1,14 @@
 #include "tools/qxhost/commands/farm/JobCommand.h"
-#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/farm/Contents.h"
 #include "tools/qxhost/farm/Joining.h"
 #include "tools/qxhost/farm/Pieces.h"
 #include "tools/qxhost/farm/Status.h"
 #include "tools/qxhost/farm/Workers.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 
+#include <atomic>
 #include <fmt/format.h>
 
 namespace Qx::Program {
@@ -20,9 +22,11 @@ ExitCode completeJob(const Farm::Job& job, const JobOptions& options, Console& c
                                       .device = options.device,
                                       .quiet = options.quiet};
     console.setQuiet(options.quiet);
-    const ExitCode made = Farm::makePieces(job, workers, console);
+    std::atomic<bool> stopped{false};
+    const Interruption interruption([&] { stopped = true; }, Media::PartFiles::removeAll);
+    const ExitCode made = Farm::makePieces(job, workers, stopped, console);
     return made == ExitCode::ok
-               ? Farm::joinJob(job, {.output = {}, .force = false, .quiet = options.quiet}, console)
+               ? Farm::joinJob(job, {.output = {}, .force = false, .quiet = options.quiet}, stopped, console)
                : made;
 }
 

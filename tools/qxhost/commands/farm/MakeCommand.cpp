@@ -1,9 +1,12 @@
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/commands/convert/ConversionArguments.h"
 #include "tools/qxhost/commands/convert/ConvertCommand.h"
+#include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/farm/JobMaker.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 
+#include <atomic>
 #include <fmt/format.h>
 
 namespace Qx::Program {
@@ -48,13 +51,15 @@ public:
 
     ExitCode run(Console& console) override
     {
+        std::atomic<bool> stopped{false};
+        const Interruption interruption([&] { stopped = true; }, Media::PartFiles::removeAll);
         const Farm::Job job = Farm::makeJob({.options = options_,
                                              .arguments = arguments_,
                                              .folder = folder_,
                                              .pieces = segments_.value_or(0) > 0 ? segments_ : std::nullopt,
                                              .copiesInput = copiesInput_,
                                              .keepsDigests = true},
-                                            console);
+                                            stopped, console);
         console.note(fmt::format("{}: {} frames in {} pieces, numbered from 0", job.manifest().string(),
                                  job.frames, job.pieces.size()));
         if (options_.json) {

@@ -1,8 +1,11 @@
 #include "tools/qxhost/commands/farm/JobCommand.h"
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/farm/Joining.h"
 #include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/media/files/PartFiles.h"
 
+#include <atomic>
 #include <fmt/format.h>
 
 namespace Qx::Program {
@@ -56,9 +59,11 @@ public:
 
     ExitCode run(Console& console) override
     {
+        std::atomic<bool> stopped{false};
+        const Interruption interruption([&] { stopped = true; }, Media::PartFiles::removeAll);
         return Farm::joinJob(Farm::readJob(options_.job),
                              {.output = options_.output, .force = options_.force, .quiet = options_.quiet},
-                             console);
+                             stopped, console);
     }
 };
 

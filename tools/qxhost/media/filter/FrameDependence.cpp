@@ -42,10 +42,13 @@ bool namesFrame(const std::string& expression)
     return false;
 }
 
+/// Of a filter, or of what all filters have.
 std::string optionOf(const AVFilterContext& filter, const char* name)
 {
     std::uint8_t* text = nullptr;
-    if (filter.priv == nullptr || av_opt_get(filter.priv, name, 0, &text) < 0) {
+    const bool isOfAll = std::string_view(name) == "enable";
+    void* const options = isOfAll ? const_cast<AVFilterContext*>(&filter) : filter.priv;
+    if (options == nullptr || av_opt_get(options, name, 0, &text) < 0) {
         return {};
     }
     std::string value = text != nullptr ? reinterpret_cast<const char*>(text) : "";

@@ -86,6 +86,7 @@ struct Segment
     std::optional<std::int64_t> end;   ///< no frame at or after it; empty: where the conversion ends
     std::optional<std::int64_t> preroll; ///< runs effects from this earlier frame on, without writing it
     std::int64_t frames = 0;             ///< that there should be
+    std::int64_t firstOfAll = 0;         ///< of the first frame of the whole conversion
     std::int64_t origin = 0;             ///< from which the times of the whole output count
 };
 

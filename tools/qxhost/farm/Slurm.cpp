@@ -70,12 +70,22 @@ fs::path ownProgram()
     return path;
 }
 
-/// Slurm copies a script when it is submitted, so that the folder holds it for people alone.
+/// Slurm copies a script when it is submitted, so that the folder holds it for people alone. What is killed,
+/// for want of memory say, is tried again.
 fs::path writeScript(const Job& job, const std::string& name, const std::string& command)
 {
     const fs::path file = job.folder / name;
-    writeWhole(file, "#!/bin/sh\n# " + std::string("Submitted by 'qxhost farm submit'.\n") + "exec " +
-                         quotedForShell(ownProgram().native()) + " farm " + command + "\n");
+    writeWhole(file, "#!/bin/sh\n"
+                     "# Written by 'qxhost farm submit'.\n"
+                     "for attempt in 1 2 3; do\n"
+                     "    " +
+                         quotedForShell(ownProgram().native()) + " farm " + command +
+                         "\n"
+                         "    code=$?\n"
+                         "    [ $code -eq 137 ] || break\n"
+                         "    echo \"killed, attempt $attempt of 3\" >&2\n"
+                         "done\n"
+                         "exit $code\n");
     return file;
 }
 

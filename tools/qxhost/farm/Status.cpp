@@ -1,9 +1,13 @@
 #include "tools/qxhost/farm/Status.h"
 
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/farm/Joining.h"
 #include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/farm/Slurm.h"
 
 #include <fmt/format.h>
+#include <map>
+#include <vector>
 
 namespace Qx::Program::Farm {
 
@@ -30,6 +34,44 @@ Json describePiece(const Job& job, std::size_t piece)
     return json;
 }
 
+/// What the scheduler has of it.
+void addQueue(const Job& job, Json& status)
+{
+    const auto numbers = submitted(job);
+    if (!numbers) {
+        return;
+    }
+    status["slurm"] = {{"pieces", numbers->pieces}, {"join", numbers->join}};
+    try {
+        status["slurm"]["queue"] = Json::array();
+        for (const auto& [what, state] : queueOf(job)) {
+            status["slurm"]["queue"].push_back({{"what", what}, {"state", state}});
+        }
+    } catch (const Failure& failure) {
+        status["slurm"]["problem"] = failure.what();
+    }
+}
+
+std::string queueText(const Json& status)
+{
+    const auto slurm = status.find("slurm");
+    if (slurm == status.end()) {
+        return {};
+    }
+    if (slurm->contains("problem")) {
+        return "Slurm: " + (*slurm)["problem"].get<std::string>() + "\n";
+    }
+    std::map<std::string, std::vector<std::string>> byState;
+    for (const Json& each : (*slurm)["queue"]) {
+        byState[each["state"].get<std::string>()].push_back(each["what"].get<std::string>());
+    }
+    std::string text;
+    for (const auto& [state, what] : byState) {
+        text += fmt::format("Slurm: {}: {}\n", state, fmt::join(what, " "));
+    }
+    return text.empty() ? "Slurm: nothing is queued\n" : text;
+}
+
 } // namespace
 
 Json describeStatus(const Job& job)
@@ -43,6 +85,7 @@ Json describeStatus(const Job& job)
         count += status["pieces"].back()["state"] == done ? 1U : 0U;
     }
     status["done"] = count;
+    addQueue(job, status);
     return status;
 }
 
@@ -63,7 +106,7 @@ std::string statusText(const Job& job)
             absent.push_back(number);
         }
     }
-    return text + (absent.empty() ? "" : "not done: " + numbersText(absent) + "\n");
+    return text + (absent.empty() ? "" : "not done: " + numbersText(absent) + "\n") + queueText(status);
 }
 
 } // namespace Qx::Program::Farm

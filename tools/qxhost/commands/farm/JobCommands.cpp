@@ -4,6 +4,7 @@
 #include "tools/qxhost/farm/Contents.h"
 #include "tools/qxhost/farm/Joining.h"
 #include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/farm/Slurm.h"
 #include "tools/qxhost/farm/Status.h"
 #include "tools/qxhost/farm/Workers.h"
 #include "tools/qxhost/media/files/PartFiles.h"
@@ -43,6 +44,32 @@ public:
     {
         return completeJob(Farm::readJob(options_.job), options_, console);
     }
+};
+
+/// Where the pieces were made before: in Slurm, or here.
+class ResumeCommand : public RunJobCommand
+{
+public:
+    void addMore(CLI::App& app) override
+    {
+        RunJobCommand::addMore(app);
+        app.add_flag("--here", here_, "On this machine, though it was submitted to a scheduler");
+    }
+
+    ExitCode run(Console& console) override
+    {
+        const Farm::Job job = Farm::readJob(options_.job);
+        if (here_ || !Farm::submitted(job) || Farm::isJoined(job)) {
+            return completeJob(job, options_, console);
+        }
+        console.setQuiet(options_.quiet);
+        const Farm::SlurmNumbers numbers = Farm::resubmitToSlurm(job);
+        console.note(fmt::format("pieces are job {}, the join is job {}", numbers.pieces, numbers.join));
+        return ExitCode::ok;
+    }
+
+private:
+    bool here_ = false;
 };
 
 class StatusCommand : public JobCommand
@@ -90,9 +117,8 @@ public:
 const Registered<RunJobCommand> registeredRunJob(
     {.name = "farm run", .order = 20, .about = "Make the missing pieces on this machine, and join them"});
 
-const Registered<RunJobCommand> registeredResume({.name = "farm resume",
-                                                  .order = 60,
-                                                  .about = "Go on with a job after anything: as farm run"});
+const Registered<ResumeCommand> registeredResume(
+    {.name = "farm resume", .order = 60, .about = "Go on with a job after anything, where it was run"});
 
 const Registered<StatusCommand>
     registeredStatus({.name = "farm status", .order = 50, .about = "What is done, what failed and why"});

@@ -19,6 +19,10 @@ constexpr int largestFont = 2048;
 /// the substitute, if there is one. Thread-safe.
 QX_HOST_API std::string whyNoTypeface(const std::string& typeface, int size, std::string& remark);
 
+/// The file that draws a typeface as it is: its first face, in no style that is made up. Empty if there is no
+/// such file. Thread-safe.
+QX_HOST_API std::string fileOfTypeface(const std::string& typeface);
+
 /// Draws text on the processor. Not thread-safe.
 class QX_HOST_API TextPainter
 {

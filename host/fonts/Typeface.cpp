@@ -55,6 +55,17 @@ std::string whyNoTypeface(const std::string& typeface, int size, std::string& re
     return tryTypeface(typeface, size, 0, failure, remark) != nullptr ? std::string() : failure;
 }
 
+std::string fileOfTypeface(const std::string& typeface)
+{
+    std::string failure;
+    const auto files = FontFiles::find(typeface, 0, failure);
+    if (files == nullptr) {
+        return {};
+    }
+    const FontFile& file = files->first();
+    return file.index == 0 && !file.bold && !file.slant ? file.path : std::string();
+}
+
 std::shared_ptr<TextShaper> openTypeface(const LightweightString<wchar_t>& typeface, int size, int style)
 {
     const std::string name(toUTF8(typeface).view());

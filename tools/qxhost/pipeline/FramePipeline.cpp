@@ -257,6 +257,9 @@ bool FramePipeline::convertFrame(const Packed& frame)
                            {.seconds = frame.moment.seconds,
                             .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
                             .number = frame.moment.number});
+    if (job_.writeFrom && frame.time.pts < *job_.writeFrom) {
+        return true;
+    }
     const Media::Range range =
         job_.outputRange == Image::GamutScaling::Video ? Media::Range::video : Media::Range::full;
     for (const std::unique_ptr<BurnIn>& burnIn : job_.burnIns) {
@@ -298,6 +301,8 @@ void FramePipeline::encode()
         if (!status) {
             throw Failure(ExitCode::output, status.text());
         }
+        firstTime_ = written_ == 0 ? frame->time : firstTime_;
+        lastTime_ = frame->time;
         ++written_;
         onFrame_(written_);
     }

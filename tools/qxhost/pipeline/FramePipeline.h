@@ -21,6 +21,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <thread>
@@ -46,6 +47,7 @@ struct ConversionJob
 
     std::int64_t start = 0; ///< number of the frame that the input gives first
     FrameRange range{};     ///< where to end
+    std::optional<std::int64_t> writeFrom{}; ///< frames before that time run through the effects alone
 };
 
 /// Converts a clip: one thread each decodes, packs into the device's memory, drives the GPU, and encodes.
@@ -66,6 +68,10 @@ public:
 
     /// Whether the input ended before the end of the range.
     bool endedEarly() const { return endedEarly_; }
+
+    /// The times of the first and the last frame that was written, in the input's units. After run().
+    const Media::FrameTime& firstTime() const { return firstTime_; }
+    const Media::FrameTime& lastTime() const { return lastTime_; }
 
     /// Ends run() early, from any thread.
     void stop();
@@ -136,6 +142,8 @@ private:
     bool endedEarly_ = false;
     std::atomic<bool> stopped_{false};
     std::int64_t written_ = 0;
+    Media::FrameTime firstTime_;
+    Media::FrameTime lastTime_;
 };
 
 } // namespace Qx::Program

@@ -11,6 +11,7 @@
 #include "tools/qxhost/media/files/PartFiles.h"
 #include "tools/qxhost/media/filter/FilterGraph.h"
 #include "tools/qxhost/media/filter/FilteredWriter.h"
+#include "tools/qxhost/media/filter/FrameDependence.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/FramePipeline.h"
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"
@@ -53,6 +54,9 @@ struct Conversion
     Media::ClipPlace start;       ///< of the first frame
     std::int64_t firstNumber = 0; ///< of the first frame, counted by the clip's time
     std::vector<std::string> filterNotes;
+    std::vector<std::string> remarks; ///< to be made in the end
+    Media::FrameTime firstTime;       ///< of the first and the last frame written
+    Media::FrameTime lastTime;
     std::int64_t frames = 0; ///< written
     bool endedEarly = false; ///< the input has no frame with the time code of --out
     double seconds = 0;
@@ -278,6 +282,10 @@ void fillSettings(Conversion& conversion)
     settings.audio = conversion.input->audio();
     settings.beginsAtZero = options.picked.skips();
     settings.cutsAudio = options.picked.skips() || options.picked.ends();
+    if (options.segment) {
+        settings.beginsAtZero = false;
+        settings.origin = options.segment->origin;
+    }
     if (options.format) {
         settings.stored = writtenLayout(*options.format, options.output, static_cast<unsigned>(info.width),
                                         static_cast<unsigned>(info.height),
@@ -461,15 +469,27 @@ void noteOnce(const std::vector<std::string>& remarks, Console& console)
 
 using BurnIns = std::vector<std::unique_ptr<BurnIn>>;
 
-BurnIns prepareBurnIns(const Conversion& conversion, Console& console)
+BurnIns makeBurnIns(const Conversion& conversion, std::vector<std::string>& remarks)
 {
     const ConvertOptions& options = conversion.options;
     BurnIns burnIns;
-    std::vector<std::string> remarks;
     for (const BurnInOptions& each : options.burnIns) {
         burnIns.push_back(std::make_unique<BurnIn>(
             each, BurnInClip{options.input, conversion.info(), options.date.value_or(localTime())}, remarks));
+        if (options.segment && options.segment->begin) {
+            const Media::StreamInfo& info = conversion.info();
+            burnIns.back()->passOver(frameNumber(info, options.segment->firstOfAll, 0),
+                                     frameNumber(info, *options.segment->begin, 0),
+                                     {info.width, info.height});
+        }
     }
+    return burnIns;
+}
+
+BurnIns prepareBurnIns(const Conversion& conversion, Console& console)
+{
+    std::vector<std::string> remarks;
+    BurnIns burnIns = makeBurnIns(conversion, remarks);
     noteOnce(remarks, console);
     return burnIns;
 }
@@ -477,26 +497,27 @@ BurnIns prepareBurnIns(const Conversion& conversion, Console& console)
 ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, const BurnIns& burnIns)
 {
     const ConvertOptions& options = conversion.options;
-    ConversionJob job{.input = *conversion.input,
-                      .effects = effects,
-                      .source = {.depth = uploadDepth(conversion),
-                                 .range = conversion.colour.range,
-                                 .matrix = conversion.colour.matrix,
-                                 .bits = uploadBits(conversion),
-                                 .followTags = !options.range,
-                                 .anyForm = !conversion.keepCodes},
-                      .depth = conversion.settings.depth,
-                      .tenBits = makesTenBits(conversion),
-                      .outputRange = conversion.settings.rgbRange == Media::Range::video
-                                         ? Image::GamutScaling::Video
-                                         : Image::GamutScaling::Unscaled,
-                      .filter = options.filter,
-                      .burnIns = burnIns,
-                      .step = options.step,
-                      .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
-                      .keepCodes = conversion.keepCodes,
-                      .start = conversion.start.frame,
-                      .range = conversion.range};
+    ConversionJob job{
+        .input = *conversion.input,
+        .effects = effects,
+        .source = {.depth = uploadDepth(conversion),
+                   .range = conversion.colour.range,
+                   .matrix = conversion.colour.matrix,
+                   .bits = uploadBits(conversion),
+                   .followTags = !options.range,
+                   .anyForm = !conversion.keepCodes},
+        .depth = conversion.settings.depth,
+        .tenBits = makesTenBits(conversion),
+        .outputRange = conversion.settings.rgbRange == Media::Range::video ? Image::GamutScaling::Video
+                                                                           : Image::GamutScaling::Unscaled,
+        .filter = options.filter,
+        .burnIns = burnIns,
+        .step = options.step,
+        .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
+        .keepCodes = conversion.keepCodes,
+        .start = conversion.start.frame,
+        .range = conversion.range,
+        .writeFrom = options.segment && options.segment->preroll ? options.segment->begin : std::nullopt};
     if (auto* target = std::get_if<ShrinkPicture>(&job.step)) {
         target->width = static_cast<unsigned>(conversion.settings.width);
         target->height = static_cast<unsigned>(conversion.settings.height);
@@ -556,6 +577,8 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, SlowStart& 
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
     }
+    conversion.firstTime = pipeline.firstTime();
+    conversion.lastTime = pipeline.lastTime();
     conversion.endedEarly = pipeline.endedEarly();
     conversion.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     return true;
@@ -632,6 +655,18 @@ void filterInput(Conversion& conversion)
                         .expected = isSameRate ? conversion.range.expected : 0};
 }
 
+/// Leaves of a range what belongs to a segment.
+void narrow(FrameRange& range, const Segment& segment)
+{
+    if (const auto first = segment.preroll ? segment.preroll : segment.begin) {
+        range.start = Media::SeekTarget{.frame = 0, .pts = first};
+    }
+    range.frames = 0;
+    range.duration.reset();
+    range.endPts = segment.end ? segment.end : range.endPts;
+    range.expected = segment.frames;
+}
+
 /// Opens the input and decides everything that the first frame needs.
 Conversion decide(const ConvertOptions& options)
 {
@@ -653,15 +688,24 @@ Conversion decide(const ConvertOptions& options)
                           .start = {},
                           .firstNumber = 0,
                           .filterNotes = {},
+                          .remarks = {},
+                          .firstTime = {},
+                          .lastTime = {},
                           .frames = 0,
                           .endedEarly = false,
                           .seconds = 0};
     conversion.range = frameRange(options.picked, conversion.info(), options.input);
+    if (options.segment) {
+        narrow(conversion.range, *options.segment);
+    }
     conversion.start.pts = conversion.info().firstPts;
     if (conversion.range.start) {
         conversion.start = conversion.input->skipTo(*conversion.range.start);
     }
-    conversion.firstNumber = frameNumber(conversion.info(), conversion.start.pts, conversion.start.frame);
+    const bool hasPreroll = options.segment && options.segment->preroll;
+    conversion.firstNumber =
+        frameNumber(conversion.info(), hasPreroll ? *options.segment->begin : conversion.start.pts,
+                    conversion.start.frame);
     filterInput(conversion);
     conversion.colour = chooseColour(options, conversion.info());
     fitColours(conversion);
@@ -673,14 +717,10 @@ Conversion decide(const ConvertOptions& options)
     return conversion;
 }
 
-} // namespace
-
-ExitCode runConversion(const ConvertOptions& options, Console& console)
+/// Converts, once everything is decided. Throws Failure, also if it is interrupted.
+void perform(Conversion& conversion, Console& console)
 {
-    console.setQuiet(options.quiet);
-    Conversion conversion = decide(options);
-
-    const HostSession host(options.device, &console);
+    const ConvertOptions& options = conversion.options;
     SlowStart slowStart(console);
     prepareConversion(conversion);
     EffectChain effects(conversion.options.effects, options.date);
@@ -691,20 +731,33 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     if (!convertFrames(conversion, jobOf(conversion, effects, burnIns), slowStart, console)) {
         throw Failure(ExitCode::interrupted, interruptedText(options));
     }
+    for (const std::unique_ptr<BurnIn>& burnIn : burnIns) {
+        const std::string remark = burnIn->remark();
+        const std::vector<std::string>& noted = conversion.remarks;
+        if (!remark.empty() && std::find(noted.begin(), noted.end(), remark) == noted.end()) {
+            conversion.remarks.push_back(remark);
+        }
+    }
+    for (std::string& remark : effects.remarks()) {
+        conversion.remarks.push_back(std::move(remark));
+    }
+}
+
+} // namespace
+
+ExitCode runConversion(const ConvertOptions& options, Console& console)
+{
+    console.setQuiet(options.quiet);
+    Conversion conversion = decide(options);
+    const HostSession host(options.device, &console);
+    perform(conversion, console);
     for (const std::string& warning : conversion.writer->warnings()) {
         console.note(warning);
     }
     for (const std::string& problem : problemsOf(conversion)) {
         console.error(problem); // they explain the exit code
     }
-    std::vector<std::string> remarks;
-    for (const std::unique_ptr<BurnIn>& burnIn : burnIns) {
-        if (!burnIn->remark().empty()) {
-            remarks.push_back(burnIn->remark());
-        }
-    }
-    noteOnce(remarks, console);
-    for (const std::string& remark : effects.remarks()) {
+    for (const std::string& remark : conversion.remarks) {
         console.note(remark);
     }
     console.note(summary(conversion));
@@ -722,6 +775,150 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
         return ExitCode::input;
     }
     return ExitCode::ok;
+}
+
+ConvertedSegment convertSegment(const ConvertOptions& options, Console& console)
+{
+    console.setQuiet(options.quiet);
+    Conversion conversion = decide(options);
+    const HostSession host(options.device, &console);
+    perform(conversion, console);
+    for (const std::string& remark : conversion.remarks) {
+        console.note(remark);
+    }
+    ConvertedSegment made{.frames = conversion.frames,
+                          .first = conversion.firstTime,
+                          .last = conversion.lastTime,
+                          .problems = problemsOf(conversion)};
+    if (conversion.endedEarly) {
+        made.problems.push_back(
+            fmt::format("{}: ends before the frames that were to be converted do", options.input.string()));
+    }
+    for (const std::string& problem : made.problems) {
+        console.error(problem);
+    }
+    console.note(summary(conversion));
+    return made;
+}
+
+namespace {
+
+/// The frames of a range among all.
+void pick(ConversionPlan& plan, const FrameRange& range, std::int64_t firstPts)
+{
+    std::vector<Media::ShownFrame> all = std::move(plan.frames);
+    std::size_t next = 0;
+    if (range.start && range.start->pts) {
+        const auto isBefore = [](const Media::ShownFrame& each, std::int64_t pts) { return each.pts < pts; };
+        next = static_cast<std::size_t>(
+            std::lower_bound(all.begin(), all.end(), *range.start->pts, isBefore) - all.begin());
+    } else if (range.start) {
+        next = std::min(static_cast<std::size_t>(range.start->frame), all.size());
+    }
+    RangeLimit limit(range, firstPts);
+    const auto isTaken = [&] {
+        return next < all.size() && !limit.isFull() && limit.take({all[next].pts, 0, {}});
+    };
+    plan.frames.clear();
+    for (; isTaken(); ++next) {
+        plan.frames.push_back(all[next]);
+    }
+    plan.after = next < all.size() ? std::optional(all[next].pts) : std::nullopt;
+}
+
+/// Throws Failure (usage) if parts of the conversion cannot be made one without the other.
+void refuseUnsplittable(const Conversion& conversion, const EffectChain& effects)
+{
+    const ConvertOptions& options = conversion.options;
+    const auto fail = [](const std::string& text) { throw Failure(ExitCode::usage, text); };
+    if (!options.filters.after.empty()) {
+        fail("--after: what its filters make of a frame may depend on others, so the conversion cannot be "
+             "split; leave out --segments, or use --resize, --crop or --pad");
+    }
+    if (const std::string filter = Media::dependentFilter(options.filters.before); !filter.empty()) {
+        fail("--before " + filter +
+             ": what this filter makes of a frame may depend on others, so the "
+             "conversion cannot be split; leave out the filter, or --segments");
+    }
+    if (const std::string filter = Media::dependentFilter(options.filters.shortForms); !filter.empty()) {
+        fail("the filter " + filter +
+             ": what it makes of a frame depends on others, so the conversion "
+             "cannot be split; leave out the option that stands for it, or --segments");
+    }
+    if (const std::string effect = effects.recursiveEffect(); !effect.empty()) {
+        fail("--effect " + effect +
+             ": draws over its own result of the frame before, so the conversion "
+             "cannot be split; leave out --segments");
+    }
+    const bool isClip =
+        !Media::writesPictures(options.output) &&
+        !(conversion.settings.stored && Media::writesRawFrames(options.output, *conversion.settings.stored));
+    if (const std::string why = isClip ? Media::whyNoPieces(options.output, conversion.settings) : "";
+        !why.empty()) {
+        throw Failure(ExitCode::output, options.output.string() + ": " + why);
+    }
+}
+
+} // namespace
+
+ConversionPlan planConversion(const ConvertOptions& options)
+{
+    const Conversion conversion = decide(options);
+    prepareConversion(conversion);
+    const EffectChain effects(conversion.options.effects, options.date);
+    std::vector<std::string> unused;
+    static_cast<void>(makeBurnIns(conversion, unused));
+    refuseUnsplittable(conversion, effects);
+    const InputPtr input = openFrameInput(options, false);
+    ConversionPlan plan{.frames = input->readTimes(),
+                        .after = {},
+                        .origin = 0,
+                        .framesBefore = effects.framesBefore(),
+                        .textureFiles = effects.textureFiles(),
+                        .container = conversion.info().container,
+                        .frameBytes = static_cast<std::int64_t>(conversion.info().width) *
+                                      conversion.info().height * 8};
+    pick(plan, frameRange(options.picked, input->info(), options.input), input->info().firstPts);
+    if (plan.frames.empty()) {
+        throw Failure(ExitCode::input,
+                      fmt::format("{}: has no frame to start from at {}; choose an earlier one",
+                                  options.input.string(), startText(options.picked)));
+    }
+    plan.origin = options.picked.skips() ? plan.frames.front().pts : 0;
+    return plan;
+}
+
+std::int64_t joinSegments(const ConvertOptions& options, const std::vector<Media::Piece>& pieces,
+                          const std::atomic<bool>& stopped, Console& console)
+{
+    ConvertOptions whole = options;
+    whole.segment.reset();
+    Conversion conversion = decide(whole);
+    conversion.settings.kept = conversion.input->files();
+    ProgressDisplay progress(console, conversion.settings.expectedFrames);
+    auto writer =
+        Media::joinPieces(options.output, conversion.settings, pieces,
+                          {.readAudioUpTo = [&](std::int64_t pts) { conversion.input->readAudioUpTo(pts); },
+                           .wantsToProceed =
+                               [&](std::int64_t done) {
+                                   conversion.frames = done;
+                                   progress.update(done);
+                                   return !stopped;
+                               }});
+    if (!writer) {
+        throw Failure(ExitCode::output, writer.text());
+    }
+    if (!writer.value()) {
+        throw Failure(ExitCode::interrupted, interruptedText(options));
+    }
+    conversion.writer = std::move(writer.value());
+    for (const std::string& warning : conversion.writer->warnings()) {
+        console.note(warning);
+    }
+    console.note(fmt::format("{}: {} frames ({}{}) of {} pieces", options.output.string(), conversion.frames,
+                             conversion.writer->description(), audioSummary(conversion.writer->audio()),
+                             pieces.size()));
+    return conversion.frames;
 }
 
 QuietConversion convertQuietly(const ConvertOptions& options)

@@ -2,9 +2,14 @@
 
 #include "tools/qxhost/console/Console.h"
 #include "tools/qxhost/console/ExitCode.h"
+#include "tools/qxhost/media/pieces/PieceJoiner.h"
+#include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
+#include <atomic>
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +18,40 @@ namespace Qx::Program {
 /// Converts on a host of its own, with progress and remarks. Returns ExitCode::input if the input is damaged;
 /// the output then holds what could be read. Throws Failure.
 ExitCode runConversion(const ConvertOptions& options, Console& console);
+
+/// What has become of a segment. Times are the input's, in its units.
+struct ConvertedSegment
+{
+    std::int64_t frames = 0;
+    Media::FrameTime first;
+    Media::FrameTime last;
+    std::vector<std::string> problems; ///< damage of the input, a line each
+};
+
+/// Converts options.segment, without audio if the caller leaves it out of the options, as runConversion()
+/// does. Throws Failure.
+ConvertedSegment convertSegment(const ConvertOptions& options, Console& console);
+
+/// What is known of a conversion before it is split.
+struct ConversionPlan
+{
+    std::vector<Media::ShownFrame> frames;           ///< that are converted, at least one
+    std::optional<std::int64_t> after;               ///< the time of the next one, if there is one
+    std::int64_t origin = 0;                         ///< from which the times of the output count
+    int framesBefore = 0;                            ///< that the effects need before a frame
+    std::vector<std::filesystem::path> textureFiles; ///< that the effects read
+    std::string container;                           ///< of the input, FFmpeg's name
+    std::int64_t frameBytes = 0;                     ///< of a frame in memory, at most
+};
+
+/// Checks a conversion as far as that is possible without a frame. A HostSession must exist. Throws Failure,
+/// also if the conversion cannot be split.
+ConversionPlan planConversion(const ConvertOptions& options);
+
+/// Joins the pieces that convertSegment() made of a clip into options.output, and adds the audio. Needs no
+/// device. Returns the number of frames. Throws Failure, (interrupted) once `stopped` is true.
+std::int64_t joinSegments(const ConvertOptions& options, const std::vector<Media::Piece>& pieces,
+                          const std::atomic<bool>& stopped, Console& console);
 
 struct QuietConversion
 {

@@ -1,5 +1,6 @@
+#include "tools/qxhost/commands/convert/ConvertCommand.h"
+
 #include "host/core/Suggestion.h"
-#include "tools/qxhost/commands/Command.h"
 #include "tools/qxhost/commands/HelpFormatter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/commands/convert/BurnInArguments.h"
@@ -9,6 +10,7 @@
 #include "tools/qxhost/commands/convert/ManyConversions.h"
 #include "tools/qxhost/commands/convert/Preset.h"
 #include "tools/qxhost/console/Wording.h"
+#include "tools/qxhost/farm/PiecesOfOneRun.h"
 #include "tools/qxhost/pipeline/effects/ToneMap.h"
 
 #include <algorithm>
@@ -265,201 +267,247 @@ std::vector<EffectRequest> groupEffects(const CLI::App& app, std::optional<std::
     return effects;
 }
 
-/// The options as they were given, but for those that are of all conversions together.
-std::vector<std::string> argumentsOfEach(const CLI::App& app, const std::string& to)
+/// The options as they were given, but for some, and for "--to" with this value.
+std::vector<std::string> argumentsBut(const CLI::App& app, const std::vector<std::string>& others,
+                                      const std::string& to = {})
 {
     std::vector<std::string> arguments;
     for (const GivenOption& each : givenOptions(app)) {
-        const bool ofAll =
-            (each.name == "--to" && each.value == to) || each.name == "--jobs" || each.name == "--json";
-        if (!ofAll) {
+        const bool isOther = std::find(others.begin(), others.end(), each.name) != others.end();
+        if (!isOther && (each.name != "--to" || each.value != to)) {
             arguments.push_back(each.isFlag() ? each.name : each.name + "=" + each.value);
         }
     }
     return arguments;
 }
 
-class ConvertCommand : public CommandWithOptions<ConvertOptions>
-{
-public:
-    void addOptions(CLI::App& app) override
-    {
-        addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
-        addColour(app, options_);
-        addEffects(app);
-        addBurnIn(app, texts_);
-        addFilters(app, options_.filters, shortFilters_);
-        addRange(app, options_.picked, "Frames", true);
-        addRawInput(app, options_.raw, SizeOption::ofInput);
-        addOutput(app, options_);
-        addAudio(app, options_);
-        addMany(app);
-        app.add_option("--preset", preset_, "Options from a file: a name of 'qxhost presets', or a file")
-            ->option_text("NAME|FILE")
-            ->group("Other options");
-        addOther(app, options_);
-        app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
-        app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
-            ->group("Other options");
-        app.footer(convertFooter);
-        app.formatter(std::make_shared<HelpFormatter>(rareOptions(), shortFooter));
-    }
+} // namespace
 
-    /// The preset's options come first, so that those of the command line have the last word.
-    std::optional<std::vector<std::string>> expanded(const CLI::App& app) override
-    {
-        if (app.count("--preset") == 0) {
-            return {};
+/// The preset's options come first, so that those of the command line have the last word.
+std::optional<std::vector<std::string>> ConvertCommand::expanded(const CLI::App& app)
+{
+    if (app.count("--preset") == 0) {
+        return {};
+    }
+    Preset preset = readPreset(presetFile(preset_));
+    checkPreset(preset);
+    std::vector<std::string> given;
+    std::vector<std::string> words;
+    for (const GivenOption& each : givenOptions(app)) {
+        if (each.name != "--preset") {
+            given.push_back(each.name);
+            words.push_back(each.isFlag() ? each.name : each.name + "=" + each.value);
         }
-        Preset preset = readPreset(presetFile(preset_));
-        checkPreset(preset);
-        std::vector<std::string> given;
-        std::vector<std::string> words;
-        for (const GivenOption& each : givenOptions(app)) {
-            if (each.name != "--preset") {
-                given.push_back(each.name);
-                words.push_back(each.isFlag() ? each.name : each.name + "=" + each.value);
-            }
-        }
-        std::vector<std::string> all{"convert"};
-        for (Preset::Option& option : givingWayTo(given, std::move(preset.options))) {
-            all.push_back(std::move(option.word));
-        }
-        all.insert(all.end(), words.begin(), words.end());
-        all.emplace_back("--");
-        for (const fs::path& file : {options_.input, options_.output}) {
-            if (!file.empty()) {
-                all.push_back(file.string());
-            }
-        }
-        for (const fs::path& file : many_.inputs) {
+    }
+    std::vector<std::string> all{"convert"};
+    for (Preset::Option& option : givingWayTo(given, std::move(preset.options))) {
+        all.push_back(std::move(option.word));
+    }
+    all.insert(all.end(), words.begin(), words.end());
+    all.emplace_back("--");
+    for (const fs::path& file : {options_.input, options_.output}) {
+        if (!file.empty()) {
             all.push_back(file.string());
         }
-        return all;
     }
+    for (const fs::path& file : many_.inputs) {
+        all.push_back(file.string());
+    }
+    return all;
+}
 
-    void check(const CLI::App& app) override
-    {
-        std::optional<std::string> to;
-        options_.effects = groupEffects(app, to);
-        collectInputs(app, to);
-        checkFiles(app, options_);
-        options_.burnIns = groupBurnIns(app);
-        checkRange(app);
-        options_.filters.shortForms = graphOf(shortFilters_);
-        if (options_.format && !options_.filters.after.empty()) {
-            complain(app, "--after filters pictures on their way to an encoder; it cannot be combined with "
-                          "--format, which writes frames unencoded");
+/// Throws Failure (usage), which names the line, for an option that the command has not, or a value that the
+/// option does not take.
+void ConvertCommand::checkPreset(const Preset& preset)
+{
+    ConvertCommand command;
+    CLI::App app;
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    command.addOptions(app);
+    std::vector<std::string> known;
+    for (const CLI::Option* option : app.get_options()) {
+        known.insert(known.end(), option->get_lnames().begin(), option->get_lnames().end());
+    }
+    for (const Preset::Option& option : preset.options) {
+        const std::string key = option.name.substr(2);
+        if (std::find(known.begin(), known.end(), key) == known.end()) {
+            complainOfPreset(preset.file, option.line,
+                             "convert has no option " + key + Host::didYouMean(key, known));
+        }
+        try {
+            app.parse(std::vector<std::string>{option.word});
+        } catch (const CLI::ParseError& error) {
+            complainOfPreset(preset.file, option.line, error.what());
         }
     }
+}
 
-    ExitCode run(Console& console) override
-    {
-        return many_.to.empty() ? runConversion(options_, console) : convertMany(many_, console);
+void ConvertCommand::addConversion(CLI::App& app)
+{
+    addColour(app, options_);
+    addEffects(app);
+    addBurnIn(app, texts_);
+    addFilters(app, options_.filters, shortFilters_);
+    addRange(app, options_.picked, "Frames", true);
+    addRawInput(app, options_.raw, SizeOption::ofInput);
+    addOutput(app, options_);
+    addAudio(app, options_);
+}
+
+void ConvertCommand::addOptions(CLI::App& app)
+{
+    addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
+    addConversion(app);
+    addMany(app);
+    addSegments(app);
+    app.add_option("--preset", preset_, "Options from a file: a name of 'qxhost presets', or a file")
+        ->option_text("NAME|FILE")
+        ->group("Other options");
+    addOther(app, options_);
+    app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
+    app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
+        ->group("Other options");
+    app.footer(convertFooter);
+    app.formatter(std::make_shared<HelpFormatter>(rareOptions(), shortFooter));
+}
+
+void ConvertCommand::checkConversion(const CLI::App& app)
+{
+    checkFiles(app, options_);
+    std::optional<std::string> unused;
+    options_.effects = groupEffects(app, unused);
+    options_.burnIns = groupBurnIns(app);
+    checkRange(app);
+    options_.filters.shortForms = graphOf(shortFilters_);
+    if (options_.format && !options_.filters.after.empty()) {
+        complain(app, "--after filters pictures on their way to an encoder; it cannot be combined with "
+                      "--format, which writes frames unencoded");
     }
+}
 
-private:
-    /// Throws Failure (usage), which names the line, for an option that the command has not, or a value that
-    /// the option does not take.
-    static void checkPreset(const Preset& preset)
-    {
-        ConvertCommand command;
-        CLI::App app;
-        app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-        command.addOptions(app);
-        std::vector<std::string> known;
-        for (const CLI::Option* option : app.get_options()) {
-            known.insert(known.end(), option->get_lnames().begin(), option->get_lnames().end());
-        }
-        for (const Preset::Option& option : preset.options) {
-            const std::string key = option.name.substr(2);
-            if (std::find(known.begin(), known.end(), key) == known.end()) {
-                complainOfPreset(preset.file, option.line,
-                                 "convert has no option " + key + Host::didYouMean(key, known));
-            }
-            try {
-                app.parse(std::vector<std::string>{option.word});
-            } catch (const CLI::ParseError& error) {
-                complainOfPreset(preset.file, option.line, error.what());
-            }
-        }
+void ConvertCommand::check(const CLI::App& app)
+{
+    std::optional<std::string> to;
+    groupEffects(app, to);
+    collectInputs(app, to);
+    checkConversion(app);
+    if (segments_ && to) {
+        complain(app, "--segments splits one conversion, --to converts many; give one of them");
     }
+    if (segments_) {
+        segmentArguments_ = conversionArguments(app);
+        segmentJobs_ = app.count("--jobs") > 0 ? many_.jobs : 0;
+    }
+}
 
-    void addMany(CLI::App& app)
-    {
-        const std::string group = "Many inputs";
-        app.add_option(
-               "--to", texts_,
-               "Convert all INPUTs, as many as are given, to this\nname: {name} is an input's, {folder} its "
-               "directory. After an\n--ocio and --from, its other colour space")
-            ->option_text("NAME")
+ExitCode ConvertCommand::run(Console& console)
+{
+    if (segments_) {
+        return runInSegments(console);
+    }
+    return many_.to.empty() ? runConversion(options_, console) : convertMany(many_, console);
+}
+
+ExitCode ConvertCommand::runInSegments(Console& console)
+{
+    return Farm::convertInPieces({.options = options_,
+                                  .arguments = segmentArguments_,
+                                  .pieces = *segments_ > 0 ? segments_ : std::nullopt,
+                                  .jobs = segmentJobs_},
+                                 console);
+}
+
+void ConvertCommand::addSegments(CLI::App& app)
+{
+    const auto set = [this](const std::string& word) {
+        segments_ = word == "auto" ? 0 : parseCount("--segments", word, 1, ", or auto");
+    };
+    app.add_option_function<std::string>("--segments", set,
+                                         "Convert in N pieces, --jobs at a time, and join them\nwithout "
+                                         "encoding again")
+        ->option_text("N|auto")
+        ->group("Pieces");
+}
+
+std::vector<std::string> ConvertCommand::conversionArguments(const CLI::App& app)
+{
+    return argumentsBut(app, {"--jobs", "--json", "--segments", "--job", "--copy-input", "--force", "--quiet",
+                              "--device", "--no-progress"});
+}
+
+void ConvertCommand::addMany(CLI::App& app)
+{
+    const std::string group = "Many inputs";
+    app.add_option(
+           "--to", texts_,
+           "Convert all INPUTs, as many as are given, to this\nname: {name} is an input's, {folder} its "
+           "directory. After an\n--ocio and --from, its other colour space")
+        ->option_text("NAME")
+        ->allow_extra_args(false)
+        ->take_all()
+        ->group(group);
+    addCount(app, "--jobs", many_.jobs, 1,
+             "Inputs, or pieces of one, to convert at a time.\nDefault: 1, or 2 pieces")
+        ->group(group);
+    app.add_option("MORE", many_.inputs)->group("");
+}
+
+/// With "--to", OUTPUT is an input like the others. The options are then checked for the first of them.
+void ConvertCommand::collectInputs(const CLI::App& app, const std::optional<std::string>& to)
+{
+    if (!to) {
+        if (!many_.inputs.empty()) {
+            complain(app, "unexpected argument \"" + many_.inputs.front().string() +
+                              "\"; several inputs need --to NAME");
+        }
+        if (app.count("--jobs") > 0 && !segments_) {
+            complain(app,
+                     "--jobs is for several inputs, or pieces of one; add --to NAME, or --segments auto");
+        }
+        return;
+    }
+    many_.to = *to;
+    if (many_.to.empty()) {
+        complain(app, "--to is empty; give a name, such as 'dailies/{name}.mp4'");
+    }
+    requireValue(app, options_.input, "INPUT");
+    if (!options_.output.empty()) {
+        many_.inputs.insert(many_.inputs.begin(), options_.output);
+    }
+    many_.inputs.insert(many_.inputs.begin(), options_.input);
+    options_.output = outputFor(options_.input, many_.to);
+    many_.arguments = argumentsBut(app, {"--jobs", "--json"}, many_.to);
+    many_.force = options_.force;
+    many_.quiet = options_.quiet;
+    many_.json = options_.json;
+}
+
+void ConvertCommand::addEffects(CLI::App& app)
+{
+    const auto addText = [&](const std::string& name, const std::string& text, const std::string& about) {
+        app.add_option(name, texts_, about)
+            ->option_text(text)
             ->allow_extra_args(false)
             ->take_all()
-            ->group(group);
-        addCount(app, "--jobs", many_.jobs, 1, "Inputs to convert at a time. Default: 1")->group(group);
-        app.add_option("MORE", many_.inputs)->group("");
-    }
+            ->group("Effects");
+    };
+    addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
+    addText("--technique", "NAME", "The effect's technique. Default: its first");
+    addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
+    addText("--texture", "NAME=FILE", "A picture or clip for another texture of the effect");
+    addText("--lut", "FILE",
+            "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
+            "order given");
+    addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"), "Make BT.709 of PQ, HLG or BT.2020");
+    addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
+    addText("--ocio", "CONFIG", "Change colour spaces of an OpenColorIO configuration");
+    addText("--from", "SPACE", "The colour space of the picture; without it, the display's");
+    addText("--display", "NAME", "Or the display to make it for, with the --view after it");
+    addText("--view", "NAME", "A view of the display. Default: its first");
+    addDate(app, options_.date)->group("Effects");
+}
 
-    /// With "--to", OUTPUT is an input like the others. The options are then checked for the first of them.
-    void collectInputs(const CLI::App& app, const std::optional<std::string>& to)
-    {
-        if (!to) {
-            if (!many_.inputs.empty()) {
-                complain(app, "unexpected argument \"" + many_.inputs.front().string() +
-                                  "\"; several inputs need --to NAME");
-            }
-            if (app.count("--jobs") > 0) {
-                complain(app, "--jobs is for several inputs; add --to NAME");
-            }
-            return;
-        }
-        many_.to = *to;
-        if (many_.to.empty()) {
-            complain(app, "--to is empty; give a name, such as 'dailies/{name}.mp4'");
-        }
-        requireValue(app, options_.input, "INPUT");
-        if (!options_.output.empty()) {
-            many_.inputs.insert(many_.inputs.begin(), options_.output);
-        }
-        many_.inputs.insert(many_.inputs.begin(), options_.input);
-        options_.output = outputFor(options_.input, many_.to);
-        many_.arguments = argumentsOfEach(app, many_.to);
-        many_.force = options_.force;
-        many_.quiet = options_.quiet;
-        many_.json = options_.json;
-    }
-
-    void addEffects(CLI::App& app)
-    {
-        const auto addText = [&](const std::string& name, const std::string& text, const std::string& about) {
-            app.add_option(name, texts_, about)
-                ->option_text(text)
-                ->allow_extra_args(false)
-                ->take_all()
-                ->group("Effects");
-        };
-        addText("--effect", "FILE.fx", "Run an effect: a name of 'qxhost effects list' or a path");
-        addText("--technique", "NAME", "The effect's technique. Default: its first");
-        addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
-        addText("--texture", "NAME=FILE", "A picture or clip for another texture of the effect");
-        addText("--lut", "FILE",
-                "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
-                "order given");
-        addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"), "Make BT.709 of PQ, HLG or BT.2020");
-        addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
-        addText("--ocio", "CONFIG", "Change colour spaces of an OpenColorIO configuration");
-        addText("--from", "SPACE", "The colour space of the picture; without it, the display's");
-        addText("--display", "NAME", "Or the display to make it for, with the --view after it");
-        addText("--view", "NAME", "A view of the display. Default: its first");
-        addDate(app, options_.date)->group("Effects");
-    }
-
-    std::string preset_;
-    ShortFilters shortFilters_;
-    ManyConversions many_; ///< without a name if there is one input
-    std::vector<std::string>
-        texts_; ///< a target that the library wants; groupEffects() and groupBurnIns() read them
-};
+namespace {
 
 const Registered<ConvertCommand> registeredConvert(
     {.name = "convert",

@@ -1,26 +1,18 @@
 #include "tools/qxhost/commands/convert/ManyConversions.h"
 
-#include "host/files/SystemError.h"
+#include "tools/qxhost/console/ChildProgram.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
-#include <csignal>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <map>
 #include <memory>
 #include <optional>
-#include <sys/mman.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 
 namespace Qx::Program {
@@ -31,50 +23,35 @@ namespace fs = std::filesystem;
 
 constexpr const char* fieldsOfTo = "; the fields are {name} and {folder}, and {{ stands for a brace";
 
-/// A file in memory that takes an output of a process.
-class CaughtOutput
-{
-public:
-    CaughtOutput() : file_(::memfd_create("qxhost-output", MFD_CLOEXEC))
-    {
-        if (file_ < 0) {
-            throw Failure(ExitCode::failed, "cannot start a conversion: " + Host::systemProblem(errno));
-        }
-    }
-    ~CaughtOutput() { ::close(file_); }
-    CaughtOutput(const CaughtOutput&) = delete;
-    CaughtOutput& operator=(const CaughtOutput&) = delete;
-
-    int file() const { return file_; }
-
-    std::string text() const
-    {
-        std::string all;
-        std::array<char, 4096> part{};
-        for (off_t at = 0;;) {
-            const ssize_t count = ::pread(file_, part.data(), part.size(), at);
-            if (count <= 0) {
-                return all;
-            }
-            all.append(part.data(), static_cast<std::size_t>(count));
-            at += count;
-        }
-    }
-
-private:
-    int file_;
-};
-
 /// One conversion, as a process.
 class Job
 {
 public:
     Job(fs::path in, fs::path out) : input(std::move(in)), output(std::move(out)) {}
 
-    void start(const std::vector<std::string>& arguments);
+    void start(const std::vector<std::string>& arguments)
+    {
+        std::vector<std::string> words{"convert", "--json", "--no-progress"};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        words.insert(words.end(), {"--", input.string(), output.string()});
+        process_ = ChildProgram::ownProgram(words, "a conversion");
+    }
     /// Returns true once it has ended.
-    bool hasEnded();
-    void stop() const { ::kill(process_, SIGTERM); }
+    bool hasEnded()
+    {
+        if (!process_.hasEnded()) {
+            return false;
+        }
+        exitCode = process_.exitCode();
+        messages = process_.errors();
+        if (process_.signal() != 0) {
+            messages += fmt::format("qxhost: {}: its conversion was ended by signal {}\n", input.string(),
+                                    process_.signal());
+        }
+        report = process_.output();
+        return true;
+    }
+    void stop() const { process_.stop(); }
 
     const fs::path input;
     const fs::path output;
@@ -83,56 +60,8 @@ public:
     std::string messages; ///< a line each
 
 private:
-    pid_t process_ = -1;
-    std::unique_ptr<CaughtOutput> out_;
-    std::unique_ptr<CaughtOutput> err_;
+    ChildProgram process_;
 };
-
-void Job::start(const std::vector<std::string>& arguments)
-{
-    out_ = std::make_unique<CaughtOutput>();
-    err_ = std::make_unique<CaughtOutput>();
-    std::vector<std::string> words{"qxhost", "convert", "--json", "--no-progress"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    words.insert(words.end(), {"--", input.string(), output.string()});
-    std::vector<char*> command;
-    for (std::string& word : words) {
-        command.push_back(word.data());
-    }
-    command.push_back(nullptr);
-    const pid_t parent = ::getpid();
-    process_ = ::fork();
-    if (process_ < 0) {
-        throw Failure(ExitCode::failed, "cannot start a conversion: " + Host::systemProblem(errno));
-    }
-    if (process_ == 0) {
-        constexpr int notStarted = 127;
-        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-        if (::getppid() != parent || ::dup2(out_->file(), 1) < 0 || ::dup2(err_->file(), 2) < 0) {
-            ::_exit(notStarted);
-        }
-        ::execv("/proc/self/exe", command.data());
-        ::_exit(notStarted);
-    }
-}
-
-bool Job::hasEnded()
-{
-    int status = 0;
-    if (::waitpid(process_, &status, WNOHANG) != process_) {
-        return false;
-    }
-    exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(ExitCode::failed);
-    messages = err_->text();
-    if (!WIFEXITED(status)) {
-        messages += fmt::format("qxhost: {}: its conversion was ended by signal {}\n", input.string(),
-                                WTERMSIG(status));
-    }
-    report = out_->text();
-    out_.reset();
-    err_.reset();
-    return true;
-}
 
 using Jobs = std::vector<std::unique_ptr<Job>>;
 
@@ -212,22 +141,6 @@ private:
     std::string shown_;
 };
 
-/// A conversion's own lines, which begin with the program's name.
-void repeat(const Job& job, Console& console)
-{
-    constexpr std::string_view name = "qxhost: ";
-    std::string_view rest = job.messages;
-    while (!rest.empty()) {
-        const std::size_t end = std::min(rest.find('\n'), rest.size());
-        std::string_view line = rest.substr(0, end);
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-        line.remove_prefix(line.starts_with(name) ? name.size() : 0);
-        if (!line.empty()) {
-            console.error(line);
-        }
-    }
-}
-
 Json describe(const Job& job)
 {
     Json described;
@@ -270,7 +183,7 @@ void runAll(const ManyConversions& many, Jobs& jobs, const std::atomic<bool>& st
                 return false;
             }
             ++done;
-            repeat(*job, console);
+            repeatLines(job->messages, console);
             return true;
         });
         overview.show(done, running);

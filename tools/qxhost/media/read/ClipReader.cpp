@@ -45,6 +45,7 @@ struct FedPacket
     std::int64_t pts = AV_NOPTS_VALUE;
     bool hasPts = false;     // of its own; else pts is the time of decoding
     bool isHidden = false;   // shows no frame
+    bool isKey = false;
     bool isUnmissed = false; // see isUnmissed()
     bool isTold = false;     // its damage is among the problems
 };
@@ -310,6 +311,7 @@ struct ClipReader::Impl
     bool dropFramesBefore(const SeekTarget& target, const std::optional<EntrySearch::Entry>& entry);
     void dropAudioBefore(std::int64_t pts);
     void readAudioUpTo(std::int64_t pts);
+    Result<std::vector<ShownFrame>> readTimes();
     bool skipTo(const SeekTarget& target);
     int readPacket();
 
@@ -825,6 +827,7 @@ bool ClipReader::Impl::feed()
         packetOf.pts = lastFedPts;
         packetOf.hasPts = packet->pts != AV_NOPTS_VALUE;
         packetOf.isHidden = (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
+        packetOf.isKey = (packet->flags & AV_PKT_FLAG_KEY) != 0;
         packetOf.isUnmissed = isUnmissed(*packet);
         if (packet->flags & AV_PKT_FLAG_CORRUPT) {
             problemOf(packetsFed,
@@ -1140,6 +1143,47 @@ void ClipReader::Impl::readAudioUpTo(std::int64_t pts)
     ended = true;
 }
 
+Result<std::vector<ShownFrame>> ClipReader::Impl::readTimes()
+{
+    ended = true;
+    std::vector<ShownFrame> frames;
+    if (sequence || info.isStill) {
+        const std::int64_t count = sequence ? sequence->last - sequence->first + 1 : 1;
+        for (std::int64_t i = 0; i < count; ++i) {
+            frames.push_back({info.firstPts + i, true});
+        }
+        return frames;
+    }
+    const Error noTimes{quoted(file) + " has frames without a time of their own"};
+    if (!passedPackets()) {
+        return noTimes;
+    }
+    for (std::size_t i = 1; i < fed.size(); ++i) {
+        if (!fed[i].isHidden) {
+            frames.push_back({fed[i].pts, fed[i].isKey});
+        }
+    }
+    for (; !inputEnded && readPacket() >= 0; av_packet_unref(packet.get())) {
+        if (packet->stream_index != stream->index || (packet->flags & AV_PKT_FLAG_DISCARD) != 0) {
+            continue;
+        }
+        if (packet->pts == AV_NOPTS_VALUE) {
+            return noTimes;
+        }
+        frames.push_back({packet->pts, (packet->flags & AV_PKT_FLAG_KEY) != 0});
+    }
+    std::erase_if(frames, [this](const ShownFrame& each) { return each.pts < info.firstPts; });
+    std::sort(frames.begin(), frames.end(),
+              [](const ShownFrame& a, const ShownFrame& b) { return a.pts < b.pts; });
+    const auto twice =
+        std::adjacent_find(frames.begin(), frames.end(),
+                           [](const ShownFrame& a, const ShownFrame& b) { return a.pts == b.pts; });
+    if (twice != frames.end()) {
+        return Error{quoted(file) + " has two frames at " + seconds(twice->pts, stream->time_base)};
+    }
+    return frames;
+}
+
 /// Returns false if it got lost: the input must be opened again, and its frames decoded from the start.
 bool ClipReader::Impl::skipTo(const SeekTarget& target)
 {
@@ -1226,6 +1270,11 @@ ClipReader::Next ClipReader::next(Frame& frame)
 void ClipReader::readAudioUpTo(std::int64_t pts)
 {
     impl_->readAudioUpTo(pts);
+}
+
+Result<std::vector<ShownFrame>> ClipReader::readTimes()
+{
+    return impl_->readTimes();
 }
 
 const StreamInfo& ClipReader::info() const

@@ -17,6 +17,13 @@
 
 namespace Qx::Media {
 
+/// When a frame is shown, as its packet says.
+struct ShownFrame
+{
+    std::int64_t pts = 0;
+    bool isKey = false; ///< decoding can begin with it
+};
+
 /// The properties of a clip or picture, known once its first frame is decoded.
 struct StreamInfo
 {
@@ -131,6 +138,10 @@ public:
     /// Reads on, without decoding, until the audio up to that time of the video is in the queue. Frames
     /// cannot be read after it.
     void readAudioUpTo(std::int64_t pts);
+
+    /// Reads to the end, without decoding: the times of all frames from the first one on, ascending. Fails if
+    /// the file has none, or the same twice. Damage ends it early. Frames cannot be read after it.
+    Result<std::vector<ShownFrame>> readTimes();
 
     /// Why next() returned failed.
     const std::string& failure() const;

@@ -1,4 +1,5 @@
 #include "tools/qxhost/media/write/ClipWriter.h"
+#include "host/core/AsciiCase.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
 #include "tools/qxhost/media/FfmpegVersions.h"
@@ -64,6 +65,27 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
                                                        const std::string& extension,
                                                        const OutputSettings& settings)
 {
+    auto writer = make(file, extension, settings, nullptr);
+    if (!writer) {
+        return writer.error();
+    }
+    return std::unique_ptr<iFrameWriter>(std::move(writer.value()));
+}
+
+Result<std::unique_ptr<ClipWriter>> ClipWriter::openForPackets(const std::filesystem::path& file,
+                                                               const OutputSettings& settings,
+                                                               const AVCodecParameters& like)
+{
+    const std::string extension = Host::asciiLower(file.extension().native());
+    OutputFile::clearAbandoned(file);
+    return make(file, extension.substr(std::min<std::size_t>(1, extension.size())), settings, &like);
+}
+
+Result<std::unique_ptr<ClipWriter>> ClipWriter::make(const std::filesystem::path& file,
+                                                     const std::string& extension,
+                                                     const OutputSettings& settings,
+                                                     const AVCodecParameters* like)
+{
     // By the extension alone: the rest of the name may hold anything.
     const AVOutputFormat* container = av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
     if (!container || (container->flags & AVFMT_NOFILE) || container->video_codec == AV_CODEC_ID_NONE) {
@@ -90,11 +112,14 @@ Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::pa
         writer->warnings_.push_back(orientationIsLost(*settings.orientation));
     }
     writer->extension_ = extension;
+    writer->like_ = like;
+    writer->copies_ = like != nullptr;
     const Status status = writer->beginWithAudio(*container);
     if (!status) {
         return Error{status.text()};
     }
-    return std::unique_ptr<iFrameWriter>(std::move(writer));
+    writer->like_ = nullptr;
+    return writer;
 }
 
 Result<std::unique_ptr<iVideoPackets>> ClipWriter::makePackets(const std::string& extension,
@@ -158,7 +183,7 @@ Status ClipWriter::beginWithAudio(const AVOutputFormat& container)
             return Error{"cannot write " + quoted(part_.file()) + ": " + plan.text()};
         }
         audio_ = std::move(plan.value());
-        status = begin(container);
+        status = makeHeader(container);
         if (status || !audio_->mayBeRefused()) {
             break;
         }
@@ -191,7 +216,36 @@ Status ClipWriter::setBrightness()
     return {};
 }
 
-Status ClipWriter::begin(const AVOutputFormat& container)
+/// The video as the encoder describes it. Packets that come from a file are in the form of its own headers.
+Status ClipWriter::describeVideo()
+{
+    AVCodecParameters& video = *video_->codecpar;
+    if (avcodec_parameters_from_context(&video, &encoder_->context()) < 0) {
+        return Error{"out of memory"};
+    }
+    if (!like_) {
+        return {};
+    }
+    if (like_->codec_id != video.codec_id || like_->width != video.width || like_->height != video.height) {
+        return Error{"cannot write " + quoted(part_.file()) + ": its pieces are " +
+                     avcodec_get_name(like_->codec_id) + " of " + std::to_string(like_->width) + "x" +
+                     std::to_string(like_->height) + ", which is not what these settings make"};
+    }
+    if (video.extradata_size > 0 && like_->extradata_size > 0) {
+        auto* copy = static_cast<std::uint8_t*>(
+            av_mallocz(static_cast<std::size_t>(like_->extradata_size) + AV_INPUT_BUFFER_PADDING_SIZE));
+        if (!copy) {
+            return Error{"out of memory"};
+        }
+        std::copy_n(like_->extradata, like_->extradata_size, copy);
+        av_freep(&video.extradata);
+        video.extradata = copy;
+        video.extradata_size = like_->extradata_size;
+    }
+    return {};
+}
+
+Status ClipWriter::makeHeader(const AVOutputFormat& container)
 {
     AVFormatContext* raw = nullptr;
     const std::string url = "file:" + part_.part().native();
@@ -201,8 +255,11 @@ Status ClipWriter::begin(const AVOutputFormat& container)
     output_.reset(raw);
     output_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
     video_ = avformat_new_stream(output_.get(), nullptr);
-    if (!video_ || avcodec_parameters_from_context(video_->codecpar, &encoder_->context()) < 0) {
+    if (!video_) {
         return Error{"out of memory"};
+    }
+    if (Status status = describeVideo(); !status) {
+        return status;
     }
     video_->time_base = encoder_->context().time_base;
     video_->avg_frame_rate = toAv(settings_.frameRate);
@@ -247,14 +304,49 @@ Status ClipWriter::fileStatus(int error) const
     return Error{"cannot write " + quoted(part_.file()) + ": " + errorText(error) + ffmpegHint()};
 }
 
+void ClipWriter::begin(const FrameTime& first)
+{
+    // A container that only counts frames begins with the first too.
+    shift_ = fixedRate_ || settings_.beginsAtZero ? first.pts : 0;
+    if (settings_.origin && !fixedRate_) {
+        shift_ = *settings_.origin;
+    }
+    audio_->begin(first.pts, shift_, [this](AVPacket& packet) {
+        return av_interleaved_write_frame(output_.get(), &packet);
+    });
+}
+
+std::int64_t ClipWriter::packetTime(std::int64_t pts) const
+{
+    const AVRational unit = encoder_->context().time_base;
+    return av_rescale_q(av_rescale_q(av_sat_sub64(pts, shift_), toAv(settings_.timeBase), unit), unit,
+                        video_->time_base);
+}
+
+std::int64_t ClipWriter::packetDuration(std::int64_t duration) const
+{
+    const AVRational unit = encoder_->context().time_base;
+    return av_rescale_q(av_rescale_q(duration, toAv(settings_.timeBase), unit), unit, video_->time_base);
+}
+
+Status ClipWriter::copy(AVPacket& packet)
+{
+    ++frames_;
+    packet.stream_index = video_->index;
+    packet.pos = -1;
+    return fileStatus(av_interleaved_write_frame(output_.get(), &packet));
+}
+
+Status ClipWriter::writeAudioUpTo(std::int64_t time)
+{
+    end_ = av_sat_sub64(time, shift_);
+    return audioStatus(audio_->writeUpTo(end_));
+}
+
 Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time)
 {
     if (frames_ == 0) {
-        // A container that only counts frames begins with the first too.
-        shift_ = fixedRate_ || settings_.beginsAtZero ? time.pts : 0;
-        audio_->begin(time.pts, shift_, [this](AVPacket& packet) {
-            return av_interleaved_write_frame(output_.get(), &packet);
-        });
+        begin(time);
     }
     ++frames_;
     FrameTime shifted = time;
@@ -282,7 +374,8 @@ Status ClipWriter::finish()
     if (frames_ == 0) {
         return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
     }
-    Status status = encoder_->flush([this](AVPacket& packet) { return writeVideo(packet); });
+    Status status = copies_ ? Status()
+                            : encoder_->flush([this](AVPacket& packet) { return writeVideo(packet); });
     if (status) {
         status = audioStatus(audio_->finish(end_));
     }

@@ -18,6 +18,29 @@ public:
     static Result<std::unique_ptr<iFrameWriter>>
     open(const std::filesystem::path& file, const std::string& extension, const OutputSettings& settings);
 
+    /// The same for packets that were encoded elsewhere, with the same settings; `like` describes them. They
+    /// are given to begin() and copy() instead of frames to write().
+    static Result<std::unique_ptr<ClipWriter>> openForPackets(const std::filesystem::path& file,
+                                                              const OutputSettings& settings,
+                                                              const AVCodecParameters& like);
+
+    /// Takes the time of the first frame.
+    void begin(const FrameTime& first);
+
+    /// Writes a packet whose times are in units of packetUnit().
+    Status copy(AVPacket& packet);
+    AVRational packetUnit() const { return video_->time_base; }
+
+    /// The time of a frame in these units, from its time in units of settings.timeBase.
+    std::int64_t packetTime(std::int64_t pts) const;
+    std::int64_t packetDuration(std::int64_t duration) const;
+
+    /// The least number of packets that a decoder reads before the first frame, by the encoder's word.
+    int reordering() const { return encoder_->context().has_b_frames; }
+
+    /// Writes the audio that is heard before that time of the input, in units of settings.timeBase.
+    Status writeAudioUpTo(std::int64_t time);
+
     Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) override;
     Status finish() override;
     const std::vector<std::string>& warnings() const override { return warnings_; }
@@ -41,7 +64,12 @@ private:
                                                               const OutputSettings& settings,
                                                               bool& fixedRate);
     ClipWriter(OutputFile part, const OutputSettings& settings, std::unique_ptr<iVideoPackets> packets);
-    Status begin(const AVOutputFormat& container);
+    static Result<std::unique_ptr<ClipWriter>> make(const std::filesystem::path& file,
+                                                    const std::string& extension,
+                                                    const OutputSettings& settings,
+                                                    const AVCodecParameters* like);
+    Status makeHeader(const AVOutputFormat& container);
+    Status describeVideo();
     Status beginWithAudio(const AVOutputFormat& container);
     Status setOrientation(const AVOutputFormat& container);
     Status setBrightness();
@@ -60,6 +88,8 @@ private:
     std::int64_t shift_ = 0; // subtracted from all times, in the source's time base
     std::string extension_;
     bool fixedRate_ = false;
+    const AVCodecParameters* like_ = nullptr; // of packets that were encoded elsewhere; until the header
+    bool copies_ = false;
     std::int64_t frames_ = 0;
     std::int64_t end_ = 0; // of the last frame, in the source's time base
     bool done_ = false;

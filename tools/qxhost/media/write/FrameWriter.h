@@ -80,6 +80,9 @@ struct OutputSettings
     std::map<std::string, std::string> audioOptions;
     /// Clips only: times are counted from the first frame given.
     bool beginsAtZero = false;
+    /// Clips only, for a part of one: the time that is subtracted from all others, in units of timeBase. A
+    /// container that only counts frames begins with the first all the same.
+    std::optional<std::int64_t> origin;
     /// The frames are a part of a clip: PCM and audio that is encoded begin and end with them to the sample;
     /// of other audio, packets are kept that begin while frames are shown.
     bool cutsAudio = false;

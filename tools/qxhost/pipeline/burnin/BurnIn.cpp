@@ -118,10 +118,29 @@ void BurnIn::fitInto(XY<int> picture, const Text& text)
     }
 }
 
-RectangleOf<int> BurnIn::boxOf(XY<int> picture, const Text& text)
+BurnIn::Text BurnIn::textOf(std::int64_t frame) const
+{
+    return wide(text_.filledFor(frame, clip_));
+}
+
+void BurnIn::widenFor(const Text& text)
 {
     const XY<int> size = font_->value()->measure(text);
     widest_ = {std::max(widest_.x, size.x), std::max(widest_.y, size.y)};
+}
+
+void BurnIn::passOver(std::int64_t first, std::int64_t end, XY<int> picture)
+{
+    fitInto(picture, textOf(first));
+    fitted_ = true;
+    for (std::int64_t frame = first; frame < end; ++frame) {
+        widenFor(textOf(frame));
+    }
+}
+
+RectangleOf<int> BurnIn::boxOf(XY<int> picture, const Text& text)
+{
+    widenFor(text);
     const int width = widest_.x + 2 * padding(size_);
     const int height = widest_.y + padding(size_);
     XY<int> corner{0, 0};
@@ -154,7 +173,7 @@ void BurnIn::draw(const Image::Surface& picture, std::int64_t frame, Media::Rang
     const bool video = range == Media::Range::video;
     const NormalisedRGB black = grey(video ? level(16, target->getFormat()) : 0.0F);
     const NormalisedRGB white = grey(video ? level(235, target->getFormat()) : 1.0F);
-    const Text text = wide(text_.filledFor(frame, clip_));
+    const Text text = textOf(frame);
     if (text.length() > Host::Text::TextShaper::longestLine) {
         throw Failure(ExitCode::usage, "--burn-in: the text has " + std::to_string(text.length()) +
                                            " characters: expected at most " +

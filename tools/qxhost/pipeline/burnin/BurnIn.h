@@ -28,6 +28,10 @@ public:
     /// the user to `remarks`, a line each. Needs the host.
     BurnIn(const BurnInOptions& options, const BurnInClip& clip, std::vector<std::string>& remarks);
 
+    /// Makes the text and its box what they are after these frames were drawn, from `first` up to `end`, in
+    /// pictures of that size. To be called first.
+    void passOver(std::int64_t first, std::int64_t end, XY<int> picture);
+
     /// Draws into the picture's GPU image. `frame` is the number in the clip, from 0; `range` says which
     /// codes are black and white. Throws Failure (device) if it is not drawn.
     void draw(const Image::Surface& picture, std::int64_t frame, Media::Range range);
@@ -39,6 +43,8 @@ private:
     using Text = LightweightString<wchar_t>;
 
     void obtainFont(int size);
+    Text textOf(std::int64_t frame) const;
+    void widenFor(const Text& text);
     void fitInto(XY<int> picture, const Text& text);
     RectangleOf<int> boxOf(XY<int> picture, const Text& text);
     bool drawBox(const Qx::Ptr<iGPUImage>& target, const RectangleOf<int>& box, const NormalisedRGB& black);

@@ -213,6 +213,12 @@ void setDomain(iShaderEffect& effect, const std::string& file, const TableDomain
     }
 }
 
+bool reads(const std::vector<TextureBinding>& bindings, TextureBinding::Kind kind)
+{
+    return std::any_of(bindings.begin(), bindings.end(),
+                       [kind](const TextureBinding& each) { return each.kind == kind; });
+}
+
 } // namespace
 
 EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin)
@@ -221,6 +227,21 @@ EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::option
     for (const EffectRequest& request : requests) {
         links_.push_back(makeLink(request));
     }
+}
+
+int EffectChain::framesBefore() const
+{
+    return static_cast<int>(std::count_if(links_.begin(), links_.end(), [](const Link& link) {
+        return reads(link.bindings, TextureBinding::Kind::pictureBefore);
+    }));
+}
+
+std::string EffectChain::recursiveEffect() const
+{
+    const auto found = std::find_if(links_.begin(), links_.end(), [](const Link& link) {
+        return reads(link.bindings, TextureBinding::Kind::resultBefore);
+    });
+    return found == links_.end() ? std::string() : found->file;
 }
 
 bool EffectChain::isInUse(const Qx::Ptr<iShaderEffect>& effect) const

@@ -33,6 +33,13 @@ public:
     /// The files that pictures of textures were read from.
     const std::vector<std::filesystem::path>& textureFiles() const { return textureFiles_; }
 
+    /// How many frames before a frame the effects need to draw it.
+    int framesBefore() const;
+
+    /// The first effect that draws over its own result of the frame before, and so needs all frames before;
+    /// empty if there is none.
+    std::string recursiveEffect() const;
+
     /// What a user should know of the settings, a line each.
     const std::vector<std::string>& warnings() const { return warnings_; }
 

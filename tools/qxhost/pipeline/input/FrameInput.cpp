@@ -69,6 +69,15 @@ public:
 
     void readAudioUpTo(std::int64_t pts) override { reader_->readAudioUpTo(pts); }
 
+    std::vector<Media::ShownFrame> readTimes() override
+    {
+        auto times = reader_->readTimes();
+        if (!times) {
+            throw Failure(ExitCode::input, times.text());
+        }
+        return std::move(times.value());
+    }
+
     Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {
         return holdsRgb(info()) ? Media::packRgb(frame, source_, rows, pitch)
@@ -197,6 +206,15 @@ public:
     }
 
     void readAudioUpTo(std::int64_t /*pts*/) override {}
+
+    std::vector<Media::ShownFrame> readTimes() override
+    {
+        std::vector<Media::ShownFrame> times;
+        for (std::int64_t i = 0; i < reader_->frameCount(); ++i) {
+            times.push_back({i, true});
+        }
+        return times;
+    }
 
     Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {

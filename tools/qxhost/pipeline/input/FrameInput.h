@@ -53,6 +53,9 @@ public:
     /// No more frames are read, but the audio up to that time, as ClipReader::readAudioUpTo() does.
     virtual void readAudioUpTo(std::int64_t pts) = 0;
 
+    /// The times of all frames, as ClipReader::readTimes() gives them. Throws Failure (input).
+    virtual std::vector<Media::ShownFrame> readTimes() = 0;
+
     /// Writes a frame to memory in the layout that prepare() returned; rows begin at rows, rows + pitch, ...
     virtual Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) = 0;
 

@@ -78,6 +78,17 @@ struct ShrinkPicture
 /// The step after the effects.
 using PictureStep = std::variant<std::monostate, SeparateFields, ShrinkPicture>;
 
+/// A part of a conversion, whose other parts are converted elsewhere. Times are the input's, in its units.
+struct Segment
+{
+    std::optional<std::int64_t> begin; ///< the first frame's; empty: where the conversion begins
+    std::optional<std::int64_t> end;   ///< no frame at or after it; empty: where the conversion ends
+    std::optional<std::int64_t> preroll; ///< runs effects from this earlier frame on, without writing it
+    std::int64_t frames = 0;             ///< that there should be
+    std::int64_t firstOfAll = 0;         ///< of the first frame of the whole conversion
+    std::int64_t origin = 0;             ///< from which the times of the whole output count
+};
+
 /// The options of "qxhost convert", and of the commands that convert in a particular way.
 struct ConvertOptions
 {
@@ -101,7 +112,8 @@ struct ConvertOptions
     std::vector<BurnInOptions> burnIns; ///< drawn in this order, after the effects
     FilterOptions filters;
 
-    FrameRangeOptions picked; ///< the frames that are converted
+    FrameRangeOptions picked;       ///< the frames that are converted
+    std::optional<Segment> segment; ///< of these
 
     std::string codec;
     std::string pixelFormat;

@@ -1,0 +1,228 @@
+// A job from its making to its end, whatever happens in between.
+
+#include "tests/system/program/farm/FarmTest.h"
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+namespace Qx::System {
+
+namespace {
+
+class Jobs : public FarmTest
+{
+protected:
+    void SetUp() override
+    {
+        FarmTest::SetUp();
+        makeClip("clip.mov");
+    }
+
+    /// The piece's file, and when it was written.
+    std::string pieceFile(int piece) const
+    {
+        const auto record =
+            nlohmann::json::parse(std::ifstream(at("film.job/pieces/000" + std::to_string(piece) + ".json")));
+        return record["files"][0]["path"];
+    }
+
+    void expectGradedIsOneRun(const Words& arguments, const std::string& job = "film.job") const
+    {
+        convert("clip.mov", "one.mov", arguments);
+        EXPECT_EQ(packets(job + "/graded.mov"), packets("one.mov"));
+        fs::remove(at("one.mov"));
+    }
+};
+
+TEST_F(Jobs, pieces_are_made_one_by_one_in_any_order_and_joined)
+{
+    write("film.cube", "LUT_3D_SIZE 2\n0.1 0 0\n1 0 0.1\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 0.9\n");
+    const Words look{"--effect", "cc3.fx",    "--set",     "gain=1.1",
+                     "--lut",    "film.cube", "--burn-in", "{timecode} {clip}"};
+    Words arguments = look;
+    arguments.insert(arguments.end(), {"--segments", "3"});
+    makeJob(arguments);
+    for (const char* piece : {"2", "0", "1"}) {
+        EXPECT_EQ(qxhost({"farm", "join", "film.job/job.json"}).exitCode, 3) << "before all are done";
+        const Outcome outcome = qxhost({"farm", "run-piece", "film.job/job.json", piece});
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    }
+    EXPECT_EQ(status()["done"], 3);
+    EXPECT_EQ(status()["joined"], false);
+    const Outcome joined = qxhost({"farm", "join", "film.job/job.json"});
+    EXPECT_EQ(joined.exitCode, 0) << joined.err;
+    EXPECT_EQ(status()["joined"], true);
+    expectGradedIsOneRun(look);
+    EXPECT_EQ(qxhost({"farm", "run-piece", "film.job", "3"}).exitCode, 2) << "there is none";
+}
+
+TEST_F(Jobs, what_is_done_is_not_done_again)
+{
+    makeJob({"--segments", "2"});
+    ASSERT_EQ(qxhost({"farm", "run", "film.job", "--jobs", "2"}).exitCode, 0);
+    const std::string file = pieceFile(0);
+    const auto written = fs::last_write_time(at("film.job/graded.mov"));
+    const Outcome again = qxhost({"farm", "run-piece", "film.job", "0"});
+    EXPECT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_NE(again.err.find("piece 0 is done"), std::string::npos) << again.err;
+    EXPECT_EQ(pieceFile(0), file);
+    EXPECT_EQ(qxhost({"farm", "resume", "film.job"}).exitCode, 0);
+    EXPECT_EQ(fs::last_write_time(at("film.job/graded.mov")), written);
+    EXPECT_EQ(qxhost({"farm", "verify", "film.job"}).exitCode, 0);
+}
+
+TEST_F(Jobs, a_damaged_or_missing_piece_is_told_and_made_again)
+{
+    makeJob({"--segments", "3"});
+    ASSERT_EQ(qxhost({"farm", "run", "film.job", "--jobs", "2"}).exitCode, 0);
+    const std::string damaged = "film.job/pieces/" + pieceFile(1);
+    std::string bytes = read(at(damaged));
+    bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] + 1);
+    write(damaged, bytes);
+    fs::remove(at("film.job/pieces") / pieceFile(2));
+    const Outcome verified = qxhost({"farm", "verify", "film.job"});
+    EXPECT_EQ(verified.exitCode, 1) << verified.err;
+    EXPECT_NE(verified.err.find("piece 1: "), std::string::npos) << verified.err;
+    EXPECT_NE(verified.err.find("piece 2: "), std::string::npos) << verified.err;
+    EXPECT_EQ(verified.err.find("piece 0: "), std::string::npos) << verified.err;
+    const Outcome joined = qxhost({"farm", "join", "film.job", "--force"});
+    EXPECT_EQ(joined.exitCode, 3) << joined.err;
+    EXPECT_NE(joined.err.find("pieces 1-2 of 0-2 are missing or damaged"), std::string::npos) << joined.err;
+    EXPECT_EQ(qxhost({"farm", "run-piece", "film.job", "1"}).exitCode, 0);
+    fs::remove(at("film.job/graded.mov"));
+    EXPECT_EQ(qxhost({"farm", "resume", "film.job"}).exitCode, 0);
+    EXPECT_EQ(qxhost({"farm", "verify", "film.job"}).exitCode, 0);
+    expectGradedIsOneRun({});
+}
+
+TEST_F(Jobs, a_job_goes_on_after_all_of_it_was_killed_and_in_another_directory)
+{
+    using namespace std::chrono_literals;
+    makeJob({"--segments", "6", "--copy-input"});
+    {
+        Running running({programPath(), "farm", "run", "film.job", "--jobs", "2"}, directory_);
+        for (int i = 0; i < 1200 && running.isRunning() && !fs::exists(at("film.job/pieces/0001.json"));
+             ++i) {
+            std::this_thread::sleep_for(10ms);
+        }
+        running.signalChildren(SIGKILL);
+        running.signal(SIGKILL);
+        running.wait();
+    }
+    EXPECT_FALSE(fs::exists(at("film.job/graded.mov")));
+    fs::create_directory(at("elsewhere"));
+    fs::rename(at("film.job"), at("elsewhere/moved.job"));
+    fs::rename(at("clip.mov"), at("kept.mov"));
+    const Outcome resumed = qxhost({"farm", "resume", "elsewhere/moved.job"});
+    EXPECT_EQ(resumed.exitCode, 0) << resumed.err;
+    fs::rename(at("kept.mov"), at("clip.mov"));
+    expectGradedIsOneRun({}, "elsewhere/moved.job");
+    for (const auto& entry : fs::directory_iterator(at("elsewhere/moved.job/pieces"))) {
+        EXPECT_EQ(entry.path().filename().string().find(".part-"), std::string::npos) << "left behind";
+    }
+}
+
+TEST_F(Jobs, a_worker_that_is_killed_is_tried_again)
+{
+    using namespace std::chrono_literals;
+    ffmpeg({"-stream_loop", "10", "-i", "clip.mov", "-c", "copy", "-an", "long.mov"});
+    fs::rename(at("long.mov"), at("clip.mov"));
+    makeJob({"--segments", "4"});
+    Running running({programPath(), "farm", "run", "film.job", "--jobs", "2"}, directory_);
+    const auto isWriting = [&] {
+        for (const auto& entry : fs::directory_iterator(at("film.job/pieces"))) {
+            if (entry.path().filename().string().find(".part-") != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    };
+    for (int i = 0; i < 2400 && running.isRunning() && !isWriting(); ++i) {
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_GT(running.signalChildren(SIGKILL), 0);
+    const Outcome outcome = running.wait();
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.err.find("was killed; it is made again"), std::string::npos) << outcome.err;
+    expectGradedIsOneRun({});
+}
+
+TEST_F(Jobs, a_piece_that_fails_is_named_with_the_reason_and_leaves_the_others_alone)
+{
+    makeJob({"--segments", "2"});
+    const Outcome failed =
+        run({"sh", "-c", "ulimit -f 64; exec '" + programPath() + "' farm run-piece film.job 1"});
+    EXPECT_EQ(failed.exitCode, 4) << failed.err;
+    EXPECT_EQ(qxhost({"farm", "run-piece", "film.job", "0"}).exitCode, 0);
+    const auto known = status();
+    ASSERT_EQ(known["pieces"].size(), 2U);
+    EXPECT_EQ(known["pieces"][0]["state"], "done");
+    EXPECT_EQ(known["pieces"][1]["state"], "failed");
+    EXPECT_EQ(known["pieces"][1]["exitCode"], 4);
+    EXPECT_NE(known["pieces"][1]["message"].get<std::string>().find("cannot write"), std::string::npos);
+    EXPECT_NE(qxhost({"farm", "status", "film.job"}).out.find("failed: piece 1 on "), std::string::npos);
+    EXPECT_EQ(qxhost({"farm", "resume", "film.job"}).exitCode, 0);
+    EXPECT_EQ(status()["pieces"][1]["state"], "done");
+    expectGradedIsOneRun({});
+}
+
+TEST_F(Jobs, the_same_piece_made_twice_at_a_time_is_whole)
+{
+    makeJob({"--segments", "2"});
+    const Words command{programPath(), "farm", "run-piece", "film.job", "0"};
+    Running one(command, directory_);
+    Running other(command, directory_);
+    EXPECT_EQ(one.wait().exitCode, 0);
+    EXPECT_EQ(other.wait().exitCode, 0);
+    EXPECT_EQ(qxhost({"farm", "run", "film.job"}).exitCode, 0);
+    expectGradedIsOneRun({});
+    int files = 0;
+    for (const auto& entry : fs::directory_iterator(at("film.job/pieces"))) {
+        files += entry.path().extension() == ".mov" ? 1 : 0;
+    }
+    EXPECT_EQ(files, 2);
+}
+
+TEST_F(Jobs, pictures_are_joined_in_the_folder_or_elsewhere)
+{
+    const Outcome made =
+        qxhost({"farm", "make", "clip.mov", "shot_%04d.png", "--job", "film.job", "--segments", "3"});
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+    ASSERT_EQ(qxhost({"farm", "run", "film.job"}).exitCode, 0);
+    fs::create_directory(at("out"));
+    EXPECT_EQ(qxhost({"farm", "join", "film.job", "--output", "out/p_%04d.png"}).exitCode, 0);
+    convert("clip.mov", "one_%04d.png", {});
+    for (const char* number : {"0001", "0017", "0018", "0050"}) {
+        const std::string one = read(at("one_" + std::string(number) + ".png"));
+        EXPECT_EQ(read(at("film.job/shot_" + std::string(number) + ".png")), one) << number;
+        EXPECT_EQ(read(at("out/p_" + std::string(number) + ".png")), one) << number;
+    }
+    const Outcome again = qxhost({"farm", "join", "film.job", "--output", "out/p_%04d.png"});
+    EXPECT_EQ(again.exitCode, 4) << "they exist";
+}
+
+TEST_F(Jobs, a_folder_is_made_whole_or_not_at_all)
+{
+    fs::create_directory(at("film.job"));
+    const Outcome exists = qxhost({"farm", "make", "clip.mov", "graded.mov", "--job", "film.job"});
+    EXPECT_EQ(exists.exitCode, 4) << exists.err;
+    EXPECT_TRUE(fs::is_empty(at("film.job")));
+    fs::remove(at("film.job"));
+    EXPECT_EQ(
+        qxhost({"farm", "make", "clip.mov", "graded.mov", "--job", "film.job", "--lut", "no.cube"}).exitCode,
+        6);
+    EXPECT_EQ(qxhost({"farm", "make", "absent.mov", "graded.mov", "--job", "film.job"}).exitCode, 3);
+    EXPECT_EQ(qxhost({"farm", "make", "clip.mov", "out/graded.mov", "--job", "film.job"}).exitCode, 2);
+    EXPECT_EQ(qxhost({"farm", "make", "clip.mov", "graded.mov"}).exitCode, 2);
+    write("list.ffconcat", "ffconcat version 1.0\nfile clip.mov\n");
+    const Outcome list = qxhost({"farm", "make", "list.ffconcat", "graded.mov", "--job", "film.job"});
+    EXPECT_EQ(list.exitCode, 3) << list.err;
+    EXPECT_NE(list.err.find("is a list of other files"), std::string::npos) << list.err;
+    EXPECT_EQ(filesBeside({"clip.mov", "list.ffconcat"}), Words());
+}
+
+} // namespace
+
+} // namespace Qx::System

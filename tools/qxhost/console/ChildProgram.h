@@ -1,0 +1,61 @@
+#pragma once
+
+#include "tools/qxhost/console/Console.h"
+
+#include <memory>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace Qx::Program {
+
+/// Another program, or this one once more, whose outputs are kept in memory. It is asked to end if this one
+/// dies.
+class ChildProgram
+{
+public:
+    ChildProgram();
+    ~ChildProgram();
+    ChildProgram(ChildProgram&&) noexcept;
+    ChildProgram& operator=(ChildProgram&&) noexcept;
+
+    /// Starts this program with these arguments. `what` names it in messages ("a conversion"). Throws Failure
+    /// (failed).
+    static ChildProgram ownProgram(const std::vector<std::string>& arguments, const std::string& what);
+
+    /// Starts the program that PATH has under that name. It ends with 127 if there is none.
+    static ChildProgram named(const std::string& name, const std::vector<std::string>& arguments);
+
+    /// Returns true once it has ended. Does not wait.
+    bool hasEnded();
+    void wait();
+    /// Asks it to end.
+    void stop() const;
+
+    /// Once it has ended: its exit code; that of a failure if a signal ended it, which is then not 0.
+    int exitCode() const { return exitCode_; }
+    int signal() const { return signal_; }
+    const std::string& output() const { return output_; }
+    const std::string& errors() const { return errors_; }
+
+    static constexpr int notStarted = 127;
+
+private:
+    class Caught;
+
+    static ChildProgram start(const char* file, std::vector<std::string> words, const std::string& what);
+    bool reap(int options);
+
+    pid_t process_ = -1;
+    std::unique_ptr<Caught> out_;
+    std::unique_ptr<Caught> err_;
+    int exitCode_ = 0;
+    int signal_ = 0;
+    std::string output_;
+    std::string errors_;
+};
+
+/// Passes on what this program, as a child, has written to standard error: its lines begin with its name.
+void repeatLines(const std::string& messages, Console& console);
+
+} // namespace Qx::Program

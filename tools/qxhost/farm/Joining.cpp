@@ -1,0 +1,238 @@
+#include "tools/qxhost/farm/Joining.h"
+
+#include "host/files/SystemError.h"
+#include "tools/qxhost/commands/convert/Conversion.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/farm/Contents.h"
+#include "tools/qxhost/farm/OutputKind.h"
+#include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/media/files/Names.h"
+#include "tools/qxhost/media/files/NumberedNames.h"
+#include "tools/qxhost/media/files/OutputFile.h"
+
+#include <cerrno>
+#include <fmt/format.h>
+#include <fstream>
+#include <unistd.h>
+#include <vector>
+
+namespace Qx::Program::Farm {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Records = std::vector<PieceRecord>;
+
+fs::path joinedFile(const Job& job)
+{
+    return job.folder / "joined.json";
+}
+
+/// All pieces, whole. Throws Failure (input).
+Records wholePieces(const Job& job)
+{
+    Records records;
+    std::vector<std::size_t> bad;
+    std::string why;
+    for (std::size_t i = 0; i < job.pieces.size(); ++i) {
+        const auto record = readRecord(job, i);
+        const std::string problem = record ? problemWith(job, *record, true) : "is not done";
+        if (!problem.empty()) {
+            bad.push_back(i);
+            why += fmt::format("piece {}: {}\n", i, problem);
+        } else {
+            records.push_back(*record);
+        }
+    }
+    if (!bad.empty()) {
+        throw Failure(
+            ExitCode::input,
+            fmt::format("{}: pieces {} of 0-{} are missing or damaged; 'qxhost farm resume' makes them",
+                        job.manifest().string(), numbersText(bad), job.pieces.size() - 1),
+            why);
+    }
+    return records;
+}
+
+void throwStopped(const fs::path& output)
+{
+    throw Failure(ExitCode::interrupted, "interrupted; " + output.string() + " was not completed");
+}
+
+void require(const Media::Status& status)
+{
+    if (!status) {
+        throw Failure(ExitCode::output, status.text());
+    }
+}
+
+/// Appends a file. Throws Failure.
+void append(const fs::path& from, Media::OutputFile& to, const std::atomic<bool>& stopped)
+{
+    std::ifstream stream(from, std::ios::binary);
+    std::vector<char> part(std::size_t{4} << 20U);
+    while (stream) {
+        stream.read(part.data(), static_cast<std::streamsize>(part.size()));
+        require(to.write(part.data(), static_cast<std::size_t>(stream.gcount())));
+        if (stopped) {
+            throwStopped(to.file());
+        }
+    }
+    if (!stream.eof()) {
+        throw Failure(ExitCode::input, "cannot read " + Media::quoted(from) + " to its end");
+    }
+}
+
+void joinRaw(const Job& job, const Records& records, const ConvertOptions& options,
+             const std::atomic<bool>& stopped)
+{
+    auto out = Media::OutputFile::create(options.output, options.force);
+    if (!out) {
+        throw Failure(ExitCode::output, out.text());
+    }
+    for (const PieceRecord& record : records) {
+        append(job.pieceFolder() / record.files.front().path, out.value(), stopped);
+    }
+    require(out.value().commit());
+}
+
+/// A picture takes its name in the sequence: the same file where the file system can do that, else a copy.
+void place(const fs::path& from, const fs::path& to, bool force, const std::atomic<bool>& stopped)
+{
+    std::error_code error;
+    if (force) {
+        fs::remove(to, error);
+    }
+    if (::link(from.c_str(), to.c_str()) == 0) {
+        return;
+    }
+    if (errno == EEXIST) {
+        throw Failure(ExitCode::output, to.string() + ": exists; --force replaces it");
+    }
+    auto out = Media::OutputFile::create(to, force);
+    if (!out) {
+        throw Failure(ExitCode::output, out.text());
+    }
+    append(from, out.value(), stopped);
+    require(out.value().commit(Media::OutputFile::DirectorySync::Later));
+}
+
+void joinPictures(const Job& job, const Records& records, const ConvertOptions& options,
+                  const std::atomic<bool>& stopped)
+{
+    const Media::NumberedNames names(options.output);
+    std::int64_t frames = 0;
+    for (const PieceRecord& record : records) {
+        frames += static_cast<std::int64_t>(record.files.size());
+    }
+    const bool isOne = frames == 1 && !names.isPattern();
+    const auto nameOf = [&](long number) { return isOne ? options.output : names.name(number); };
+    std::error_code error;
+    for (long number = 1; number <= frames && !options.force; ++number) {
+        if (fs::exists(nameOf(number), error)) {
+            throw Failure(ExitCode::output, nameOf(number).string() + ": exists; --force replaces it");
+        }
+    }
+    long number = 0;
+    for (const PieceRecord& record : records) {
+        for (const PieceFile& file : record.files) {
+            place(job.pieceFolder() / file.path, nameOf(++number), options.force, stopped);
+            if (stopped) {
+                throwStopped(options.output);
+            }
+        }
+    }
+    require(Media::OutputFile::syncDirectory(nameOf(1)));
+}
+
+std::vector<Media::Piece> clipPieces(const Job& job, const Records& records)
+{
+    std::vector<Media::Piece> pieces;
+    for (const PieceRecord& record : records) {
+        pieces.push_back(
+            {job.pieceFolder() / record.files.front().path, record.frames, record.first, record.last});
+    }
+    return pieces;
+}
+
+void joinAs(OutputKind kind, const Job& job, const Records& records, const ConvertOptions& options,
+            const std::atomic<bool>& stopped, Console& console)
+{
+    if (kind == OutputKind::clip) {
+        joinSegments(options, clipPieces(job, records), stopped, console);
+        return;
+    }
+    if (kind == OutputKind::rawFile) {
+        joinRaw(job, records, options, stopped);
+    } else {
+        joinPictures(job, records, options, stopped);
+    }
+}
+
+/// What is told of the input in one run is told here, once all is joined.
+ExitCode tellProblems(const Job& job, const Records& records, const fs::path& output, Console& console)
+{
+    bool isWhole = true;
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        for (const std::string& problem : records[i].problems) {
+            console.error(fmt::format("piece {}: {}", i, problem));
+            isWhole = false;
+        }
+    }
+    if (!isWhole) {
+        console.error(job.input.filename().string() + ": is damaged or incomplete; " + output.string() +
+                      " holds what could be read of it");
+    }
+    return isWhole ? ExitCode::ok : ExitCode::input;
+}
+
+fs::path firstFile(OutputKind kind, const fs::path& output, std::int64_t frames)
+{
+    const Media::NumberedNames names(output);
+    const bool isNumbered = kind == OutputKind::pictures && (frames > 1 || names.isPattern());
+    return isNumbered ? names.name(1) : output;
+}
+
+} // namespace
+
+bool isJoined(const Job& job)
+{
+    std::ifstream stream(joinedFile(job), std::ios::binary);
+    const Json json = Json::parse(stream, nullptr, false);
+    if (!json.is_object() || !json.contains("file") || !json["file"].is_string()) {
+        return false;
+    }
+    std::error_code error;
+    const std::uintmax_t bytes = fs::file_size(job.folder / json["file"].get<std::string>(), error);
+    return !error && json.value("bytes", Json()) == bytes;
+}
+
+ExitCode joinJob(const Job& job, const JoinOptions& wanted, const std::atomic<bool>& stopped,
+                 Console& console)
+{
+    console.setQuiet(wanted.quiet);
+    if (wanted.output.empty() && !wanted.force && isJoined(job)) {
+        console.note(
+            fmt::format("{}: is joined already; --force joins it again", (job.folder / job.output).string()));
+        return ExitCode::ok;
+    }
+    checkContents(job, Reading::whatChanged, &stopped);
+    const Records records = wholePieces(job);
+    ConvertOptions options = optionsOf(job);
+    const OutputKind kind = kindOf(options);
+    options.output = wanted.output.empty() ? job.folder / job.output : wanted.output;
+    options.force = wanted.force;
+    options.quiet = wanted.quiet;
+    joinAs(kind, job, records, options, stopped, console);
+    if (wanted.output.empty()) {
+        const fs::path first = firstFile(kind, options.output, job.frames);
+        writeWhole(joinedFile(job),
+                   jsonText({{"file", first.filename().native()}, {"bytes", fs::file_size(first)}}));
+    }
+    removeLeftovers(job);
+    return tellProblems(job, records, options.output, console);
+}
+
+} // namespace Qx::Program::Farm

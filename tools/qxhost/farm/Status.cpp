@@ -1,0 +1,112 @@
+#include "tools/qxhost/farm/Status.h"
+
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/farm/Joining.h"
+#include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/farm/Slurm.h"
+
+#include <fmt/format.h>
+#include <map>
+#include <vector>
+
+namespace Qx::Program::Farm {
+
+namespace {
+
+constexpr const char* done = "done";
+constexpr const char* failed = "failed";
+constexpr const char* missing = "missing";
+
+Json describePiece(const Job& job, std::size_t piece)
+{
+    Json json{{"piece", piece}, {"first", job.pieces[piece].first}, {"frames", job.pieces[piece].frames}};
+    const auto failure = readFailure(job, piece);
+    if (seemsDone(job, piece)) {
+        json["state"] = done;
+    } else if (failure) {
+        json["state"] = failed;
+        json["exitCode"] = failure->exitCode;
+        json["machine"] = failure->machine;
+        json["message"] = failure->message;
+    } else {
+        json["state"] = missing;
+    }
+    return json;
+}
+
+/// What the scheduler has of it.
+void addQueue(const Job& job, Json& status)
+{
+    const auto numbers = submitted(job);
+    if (!numbers) {
+        return;
+    }
+    status["slurm"] = {{"pieces", numbers->pieces}, {"join", numbers->join}};
+    try {
+        status["slurm"]["queue"] = Json::array();
+        for (const auto& [what, state] : queueOf(job)) {
+            status["slurm"]["queue"].push_back({{"what", what}, {"state", state}});
+        }
+    } catch (const Failure& failure) {
+        status["slurm"]["problem"] = failure.what();
+    }
+}
+
+std::string queueText(const Json& status)
+{
+    const auto slurm = status.find("slurm");
+    if (slurm == status.end()) {
+        return {};
+    }
+    if (slurm->contains("problem")) {
+        return "Slurm: " + (*slurm)["problem"].get<std::string>() + "\n";
+    }
+    std::map<std::string, std::vector<std::string>> byState;
+    for (const Json& each : (*slurm)["queue"]) {
+        byState[each["state"].get<std::string>()].push_back(each["what"].get<std::string>());
+    }
+    std::string text;
+    for (const auto& [state, what] : byState) {
+        text += fmt::format("Slurm: {}: {}\n", state, fmt::join(what, " "));
+    }
+    return text.empty() ? "Slurm: nothing is queued\n" : text;
+}
+
+} // namespace
+
+Json describeStatus(const Job& job)
+{
+    Json status{{"job", job.manifest().string()}, {"output", job.output.string()}, {"frames", job.frames}};
+    status["joined"] = isJoined(job);
+    status["pieces"] = Json::array();
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < job.pieces.size(); ++i) {
+        status["pieces"].push_back(describePiece(job, i));
+        count += status["pieces"].back()["state"] == done ? 1U : 0U;
+    }
+    status["done"] = count;
+    addQueue(job, status);
+    return status;
+}
+
+std::string statusText(const Job& job)
+{
+    const Json status = describeStatus(job);
+    std::string text = fmt::format(
+        "{}: {} of {} pieces are done, {}\n", job.manifest().string(), status["done"].get<std::size_t>(),
+        job.pieces.size(), status["joined"].get<bool>() ? job.output.string() + " is joined" : "not joined");
+    std::vector<std::size_t> absent;
+    for (const Json& piece : status["pieces"]) {
+        const auto number = piece["piece"].get<std::size_t>();
+        if (piece["state"] == failed) {
+            text += fmt::format("failed: piece {} on {} (exit code {}): {}\n", number,
+                                piece["machine"].get<std::string>(), piece["exitCode"].get<int>(),
+                                piece["message"].get<std::string>());
+        } else if (piece["state"] == missing) {
+            absent.push_back(number);
+        }
+    }
+    return text + (absent.empty() ? "" : "not done: " + numbersText(absent) + "\n") + queueText(status);
+}
+
+} // namespace Qx::Program::Farm

@@ -39,7 +39,7 @@ void addRange(CLI::App& app, FrameRangeOptions& range, const std::string& group,
     };
     app.add_option_function<std::string>(
            "--start", setStart,
-           withEnd ? "Skip the first N frames, or begin at a time:\n00:01:02.5 or 12.5s"
+           withEnd ? "Skip N frames, or begin at a time: 00:01:02.5 or 12.5s"
                    : "Take the frame after the first N, or at a time:\n00:01:02.5 or 12.5s")
         ->option_text("N|TIME")
         ->group(group);

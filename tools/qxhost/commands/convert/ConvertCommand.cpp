@@ -25,6 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* tableEffect = "LUT.fx";
+constexpr const char* severalGroup = "Many inputs, and pieces of one";
 
 constexpr const char* convertFooter = R"(Examples:
   qxhost convert clip.mov shot.png --frames 1
@@ -359,7 +360,7 @@ void ConvertCommand::addOptions(CLI::App& app)
     addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
     addConversion(app);
     addMany(app);
-    addSegments(app);
+    addSegments(app, severalGroup);
     app.add_option("--preset", preset_, "Options from a file: a name of 'qxhost presets', or a file")
         ->option_text("NAME|FILE")
         ->group("Other options");
@@ -417,7 +418,7 @@ ExitCode ConvertCommand::runInSegments(Console& console)
                                  console);
 }
 
-void ConvertCommand::addSegments(CLI::App& app)
+void ConvertCommand::addSegments(CLI::App& app, const std::string& group)
 {
     const auto set = [this](const std::string& word) {
         segments_ = word == "auto" ? 0 : parseCount("--segments", word, 1, ", or auto");
@@ -426,7 +427,7 @@ void ConvertCommand::addSegments(CLI::App& app)
                                          "Convert in N pieces, --jobs at a time, and join them\nwithout "
                                          "encoding again")
         ->option_text("N|auto")
-        ->group("Pieces");
+        ->group(group);
 }
 
 std::vector<std::string> ConvertCommand::conversionArguments(const CLI::App& app)
@@ -437,17 +438,16 @@ std::vector<std::string> ConvertCommand::conversionArguments(const CLI::App& app
 
 void ConvertCommand::addMany(CLI::App& app)
 {
-    const std::string group = "Many inputs";
+    const std::string group = severalGroup;
     app.add_option(
            "--to", texts_,
            "Convert all INPUTs, as many as are given, to this\nname: {name} is an input's, {folder} its "
-           "directory. After an\n--ocio and --from, its other colour space")
+           "directory")
         ->option_text("NAME")
         ->allow_extra_args(false)
         ->take_all()
         ->group(group);
-    addCount(app, "--jobs", many_.jobs, 1,
-             "Inputs, or pieces of one, to convert at a time.\nDefault: 1, or 2 pieces")
+    addCount(app, "--jobs", many_.jobs, 1, "Inputs or pieces to convert at a time. Default: 1, or 2")
         ->group(group);
     app.add_option("MORE", many_.inputs)->group("");
 }
@@ -501,7 +501,9 @@ void ConvertCommand::addEffects(CLI::App& app)
     addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"), "Make BT.709 of PQ, HLG or BT.2020");
     addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
     addText("--ocio", "CONFIG", "Change colour spaces of an OpenColorIO configuration");
-    addText("--from", "SPACE", "The colour space of the picture; without it, the display's");
+    addText(
+        "--from", "SPACE",
+        "The colour space of the picture; without it, the display's.\n--to SPACE is the one to make of it");
     addText("--display", "NAME", "Or the display to make it for, with the --view after it");
     addText("--view", "NAME", "A view of the display. Default: its first");
     addDate(app, options_.date)->group("Effects");

@@ -102,12 +102,11 @@ void addFilters(CLI::App& app, FilterOptions& filters, ShortFilters& shortFilter
            "Make whole frames of fields")
         ->group(group);
     addShort("--crop", "WxH[+X+Y]", shortFilters.crop, cropGraph,
-             "Cut out a part, from the middle or\nfrom X pixels from the left and Y from the top");
+             "Cut out a part: the middle, or from X pixels across, Y down");
     addShort("--resize", "WxH|Wx|xH", shortFilters.resize, resizeGraph,
              "Scale, with square pixels; a side may be left out");
     addShort("--pad", "WxH", shortFilters.pad, padGraph, "Put black around the picture");
-    app.add_option("--before", filters.before,
-                   "Filter decoded frames, before --deinterlace and the\nothers: a graph in FFmpeg's syntax")
+    app.add_option("--before", filters.before, "Filter decoded frames first: a graph in FFmpeg's syntax")
         ->option_text("GRAPH")
         ->group(group);
     app.add_option("--after", filters.after, "Filter converted frames, before they are encoded")

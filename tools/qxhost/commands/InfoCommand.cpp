@@ -52,7 +52,7 @@ struct ClipReport
 
 ClipReport inspect(const std::filesystem::path& file)
 {
-    auto reader = Media::ClipReader::open(file, {.threads = 1});
+    auto reader = Media::ClipReader::open(file, {.threads = 1, .mayBeStandardInput = true});
     if (!reader) {
         throw Failure(ExitCode::input, reader.text());
     }

@@ -70,9 +70,9 @@ struct Conversion
 void refuseSameFile(const ConvertOptions& options)
 {
     std::error_code ignored;
-    if (std::filesystem::equivalent(options.input, options.output, ignored)) {
-        throw Failure(ExitCode::output,
-                      options.output.string() + ": is the input itself; choose another name");
+    const bool areFiles = !options.readsStandardInput() && !options.writesStandardOutput();
+    if (areFiles && std::filesystem::equivalent(options.input, options.output, ignored)) {
+        throw Failure(ExitCode::output, options.outputName() + ": is the input itself; choose another name");
     }
 }
 
@@ -172,7 +172,7 @@ Media::Range rgbRange(const Conversion& conversion)
         if (options.outputRange.value_or(own) != own) {
             throw Failure(ExitCode::usage,
                           fmt::format("--output-range {}: {} holds RGB, whose codes are kept as they are",
-                                      nameOf(*options.outputRange), options.input.string()));
+                                      nameOf(*options.outputRange), options.inputName()));
         }
         return own;
     }
@@ -229,6 +229,7 @@ void keepTexturesOf(const EffectChain& effects, const iFrameInput& input)
 void setEncoding(const ConvertOptions& options, Media::OutputSettings& settings)
 {
     settings.encoder = options.codec;
+    settings.container = options.container;
     settings.pixelFormat = options.pixelFormat;
     settings.profile = options.profile;
     settings.rate = options.rate;
@@ -238,15 +239,23 @@ void setEncoding(const ConvertOptions& options, Media::OutputSettings& settings)
 }
 
 /// Before anything is decoded.
-void checkEncoding(const ConvertOptions& options)
+void checkEncoding(const ConvertOptions& options, int standardOutput)
 {
     Media::OutputSettings settings;
+    settings.standardOutput = standardOutput;
     setEncoding(options, settings);
     const Media::Status status =
         options.format ? Media::Status() : Media::checkEncoding(options.output, settings);
     if (!status) {
         throw Failure(ExitCode::output, status.text());
     }
+}
+
+/// With what standard output is called by its container.
+std::filesystem::path namedOutput(const ConvertOptions& options)
+{
+    return options.writesStandardOutput() ? std::filesystem::path("standard output." + options.container)
+                                          : options.output;
 }
 
 void fillSettings(Conversion& conversion)
@@ -267,14 +276,20 @@ void fillSettings(Conversion& conversion)
     settings.timeCode = firstTimeCode(conversion);
     settings.colour = conversion.colour.forWriting;
     setEncoding(options, settings);
+    settings.firstNumber = options.sequence.renumber.value_or(info.firstNumber.value_or(1));
+    settings.numbersByTime = info.firstNumber && std::holds_alternative<std::monostate>(options.step);
+    if (settings.numbersByTime && !options.sequence.renumber) {
+        settings.firstNumber += conversion.firstNumber;
+    }
+    settings.dither = options.dithers;
     settings.force = options.force;
     settings.expectedFrames = conversion.range.expected * picturesEach(options.step);
     settings.audio = conversion.input->audio();
     settings.beginsAtZero = options.picked.skips();
     settings.cutsAudio = options.picked.skips() || options.picked.ends();
     if (options.format) {
-        settings.stored = writtenLayout(*options.format, options.output, static_cast<unsigned>(info.width),
-                                        static_cast<unsigned>(info.height),
+        settings.stored = writtenLayout(*options.format, namedOutput(options),
+                                        static_cast<unsigned>(info.width), static_cast<unsigned>(info.height),
                                         static_cast<std::size_t>(options.outputRowBytes));
         settings.colour = storedColour(conversion);
     }
@@ -330,11 +345,14 @@ void noteDecisions(const Conversion& conversion, Console& console)
     if (conversion.keepCodes && !conversion.keepsDepth() && conversion.colour.rangeGuessed) {
         console.note(fmt::format("{}: has no tag for its range; assuming {} range for its codes at {} bits; "
                                  "--range overrides",
-                                 options.input.string(), nameOf(conversion.colour.range),
-                                 options.format->bits));
+                                 options.inputName(), nameOf(conversion.colour.range), options.format->bits));
     }
     for (const std::string& note : conversion.filterNotes) {
         console.note(note);
+    }
+    if (options.readsStandardInput() && options.picked.skips()) {
+        console.note("standard input cannot be searched: it is decoded from its beginning up to " +
+                     startText(options.picked));
     }
     for (const std::string& note : inputNotes(options, conversion.info())) {
         console.note(note);
@@ -355,7 +373,7 @@ std::vector<std::string> problemsOf(const Conversion& conversion)
     const std::int64_t unlisted =
         conversion.input->problemCount() - static_cast<std::int64_t>(problems.size());
     if (unlisted > 0) {
-        problems.push_back(fmt::format("{}: {} more problems", conversion.options.input.string(), unlisted));
+        problems.push_back(fmt::format("{}: {} more problems", conversion.options.inputName(), unlisted));
     }
     return problems;
 }
@@ -404,7 +422,8 @@ Json describeRun(const Conversion& conversion)
     run["seconds"] = conversion.seconds;
     run["framesPerSecond"] = conversion.framesPerSecond();
     std::vector<std::string> warnings = conversion.effectWarnings;
-    for (const std::vector<std::string>& more : {conversion.writer->warnings(), problemsOf(conversion)}) {
+    for (const std::vector<std::string>& more : {conversion.info().remarks, conversion.writer->warnings(),
+                                                 conversion.input->remarks(), problemsOf(conversion)}) {
         warnings.insert(warnings.end(), more.begin(), more.end());
     }
     run["warnings"] = warnings;
@@ -436,10 +455,10 @@ std::string audioSummary(const std::vector<Media::WrittenAudio>& tracks)
 std::string summary(const Conversion& conversion)
 {
     return fmt::format("{}: {} {} ({}{}) in {:.1f} s, {:.1f} frames/s on {}",
-                       writtenFiles(conversion.writer->files(), conversion.options.output), conversion.frames,
-                       conversion.frames == 1 ? "frame" : "frames", conversion.writer->description(),
-                       audioSummary(conversion.writer->audio()), conversion.seconds,
-                       conversion.framesPerSecond(), deviceName());
+                       writtenFiles(conversion.writer->files(), conversion.options.outputName()),
+                       conversion.frames, conversion.frames == 1 ? "frame" : "frames",
+                       conversion.writer->description(), audioSummary(conversion.writer->audio()),
+                       conversion.seconds, conversion.framesPerSecond(), deviceName());
 }
 
 std::unique_ptr<BurnIn> prepareBurnIn(const Conversion& conversion, Console& console)
@@ -488,7 +507,7 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* 
 
 std::string interruptedText(const ConvertOptions& options)
 {
-    return "interrupted; " + options.output.string() + " was not completed";
+    return "interrupted; " + options.outputName() + " was not completed";
 }
 
 /// The input failed. A clip without its end is removed; pictures that are complete are kept, as they are when
@@ -533,7 +552,7 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, SlowStart& 
     if (conversion.frames == 0) {
         throw Failure(ExitCode::input,
                       fmt::format("{}: has no frame to start from at {}; choose an earlier one",
-                                  conversion.options.input.string(), startText(conversion.options.picked)));
+                                  conversion.options.inputName(), startText(conversion.options.picked)));
     }
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
@@ -548,7 +567,7 @@ void fitColours(Conversion& conversion)
 {
     std::vector<EffectRequest>& effects = conversion.options.effects;
     const Media::Colour& colour = conversion.colour.forWriting;
-    const std::string input = conversion.options.input.string();
+    const std::string input = conversion.options.inputName();
     const std::string beyond = beyondBt709(colour);
     auto step = std::find_if(effects.begin(), effects.end(),
                              [](const EffectRequest& each) { return each.mapsTones; });
@@ -615,13 +634,13 @@ void filterInput(Conversion& conversion)
 }
 
 /// Opens the input and decides everything that the first frame needs.
-Conversion decide(const ConvertOptions& options)
+Conversion decide(const ConvertOptions& options, int standardOutput)
 {
     refuseSameFile(options);
     if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
         requirePicture(options.output, "a thumbnail");
     }
-    checkEncoding(options);
+    checkEncoding(options, standardOutput);
     checkFilters(options.filters);
     Conversion conversion{.options = options,
                           .input = openInput(options),
@@ -638,7 +657,7 @@ Conversion decide(const ConvertOptions& options)
                           .frames = 0,
                           .endedEarly = false,
                           .seconds = 0};
-    conversion.range = frameRange(options.picked, conversion.info(), options.input);
+    conversion.range = frameRange(options.picked, conversion.info(), options.inputName());
     conversion.start.pts = conversion.info().firstPts;
     if (conversion.range.start) {
         conversion.start = conversion.input->skipTo(*conversion.range.start);
@@ -651,6 +670,7 @@ Conversion decide(const ConvertOptions& options)
     if (options.format) {
         conversion.delivery.emplace(*options.format, madeMatrix(conversion));
     }
+    conversion.settings.standardOutput = standardOutput;
     fillSettings(conversion);
     return conversion;
 }
@@ -660,7 +680,7 @@ Conversion decide(const ConvertOptions& options)
 ExitCode runConversion(const ConvertOptions& options, Console& console)
 {
     console.setQuiet(options.quiet);
-    Conversion conversion = decide(options);
+    Conversion conversion = decide(options, options.writesStandardOutput() ? console.binaryOutput() : -1);
 
     const HostSession host(options.device, &console);
     SlowStart slowStart(console);
@@ -675,6 +695,9 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     }
     for (const std::string& warning : conversion.writer->warnings()) {
         console.note(warning);
+    }
+    for (const std::string& remark : conversion.input->remarks()) {
+        console.note(remark);
     }
     for (const std::string& problem : problemsOf(conversion)) {
         console.error(problem); // they explain the exit code
@@ -691,11 +714,11 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     }
     if (conversion.endedEarly) {
         console.error(fmt::format("--out {}: {} ends before it; {} holds what there is", options.picked.out,
-                                  options.input.string(), options.output.string()));
+                                  options.inputName(), options.outputName()));
         return ExitCode::input;
     }
     if (!conversion.complete()) {
-        console.error(options.input.string() + ": is damaged or incomplete; " + options.output.string() +
+        console.error(options.inputName() + ": is damaged or incomplete; " + options.outputName() +
                       " holds what could be read of it");
         return ExitCode::input;
     }
@@ -704,7 +727,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
 
 QuietConversion convertQuietly(const ConvertOptions& options)
 {
-    Conversion conversion = decide(options);
+    Conversion conversion = decide(options, -1);
     prepareConversion(conversion);
     EffectChain effects(conversion.options.effects, options.date);
     keepTexturesOf(effects, *conversion.input);

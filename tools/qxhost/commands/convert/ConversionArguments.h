@@ -29,6 +29,9 @@ enum class SizeOption
 
 void addRawInput(CLI::App& app, RawInputOptions& raw, SizeOption sizeOption);
 
+/// Adds the options for numbered pictures.
+void addSequence(CLI::App& app, SequenceOptions& sequence);
+
 void addOutput(CLI::App& app, ConvertOptions& options);
 
 /// Adds the options for the audio of a clip.

@@ -37,11 +37,15 @@ constexpr const char* convertFooter = R"(Examples:
       The frames of these time codes and those between them, with their audio.
   qxhost convert A001.mov A002.mov --to 'dailies/{name}.mp4' --jobs 2
       Each of them, two at a time; one that fails leaves the others alone.
+  qxhost convert plate_%06d.dpx graded_%06d.exr --lut film.cube
+      A sequence, whose numbers are kept.
+  ffmpeg -i clip.mov -f nut -c:v rawvideo - | qxhost convert - - | ffmpeg -i - out.mkv
+      From standard input to standard output.
   qxhost convert clip.mov dailies.mov --burn-in "{timecode}  {clip}" --position top-left
       With time code and the clip's name drawn into every frame.
 
 Output formats, by the name's ending:
-  pictures  png tif tiff bmp jpg jpeg ppm dpx tga webp
+  pictures  png tif tiff bmp jpg jpeg ppm dpx exr tga webp
   clips     mov mkv mp4 avi mxf webm nut and whatever else FFmpeg writes
   frames    raw yuv rgb bin data, or a pixel format's name (uyvy, v210, ...)
 
@@ -60,10 +64,11 @@ font, 130 interrupted. 'qxhost convert --help-all' shows the rare options and mo
 /// Those that "--help" leaves out.
 std::vector<std::string> rareOptions()
 {
-    return {"--output-range", "--filter",   "--depth",        "--technique",   "--texture",
-            "--amount",       "--date",     "--font",         "--font-size",   "--position",
-            "--raw",          "--size",     "--fps",          "--row-bytes",   "--output-row-bytes",
-            "--pixel-format", "--no-audio", "--audio-option", "--video-option"};
+    return {"--output-range", "--filter",   "--depth",        "--technique",    "--texture",
+            "--amount",       "--date",     "--font",         "--font-size",    "--position",
+            "--raw",          "--size",     "--fps",          "--row-bytes",    "--output-row-bytes",
+            "--pixel-format", "--no-audio", "--audio-option", "--video-option", "--start-number",
+            "--missing",      "--renumber", "--container"};
 }
 
 float parseAmount(const CLI::App& app, const std::string& word)
@@ -178,12 +183,14 @@ class ConvertCommand : public CommandWithOptions<ConvertOptions>
 public:
     void addOptions(CLI::App& app) override
     {
-        addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
+        addFiles(app, options_,
+                 "A clip, a picture, a pattern such as shot_%05d.png, or\nraw frames; - is standard output");
         addColour(app, options_);
         addEffects(app);
         addBurnIn(app, options_.burnIn);
         addFilters(app, options_.filters, shortFilters_);
         addRange(app, options_.picked, "Frames", true);
+        addSequence(app, options_.sequence);
         addRawInput(app, options_.raw, SizeOption::ofInput);
         addOutput(app, options_);
         addAudio(app, options_);
@@ -250,6 +257,11 @@ private:
             many_.inputs.insert(many_.inputs.begin(), options_.output);
         }
         many_.inputs.insert(many_.inputs.begin(), options_.input);
+        for (const std::filesystem::path& input : many_.inputs) {
+            if (input == Media::standardName) {
+                complain(app, "standard input (-) cannot be one of several inputs; convert it by itself");
+            }
+        }
         options_.output = outputFor(options_.input, many_.to);
         many_.arguments = argumentsOfEach(app);
         many_.force = options_.force;

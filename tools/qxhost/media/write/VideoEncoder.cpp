@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
 
 #include <algorithm>
@@ -51,7 +52,13 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
         return Error{"out of memory"};
     }
     input_.emplace(settings.depth == Depth::bits8 ? AV_PIX_FMT_RGBA : AV_PIX_FMT_RGBA64);
-    output_.emplace(format.value());
+    codes_ = codesOfFloats(format.value());
+    makesFloats_ = codes_ != AV_PIX_FMT_NONE;
+    if (makesFloats_ && settings.depth == Depth::bits8) {
+        codes_ = codes_ == AV_PIX_FMT_GBRAP16 ? AV_PIX_FMT_GBRAP : AV_PIX_FMT_GBRP;
+    }
+    codes_ = makesFloats_ ? codes_ : format.value();
+    output_.emplace(codes_);
     times_ = PacketTimes(settings.timeBase);
     rgbRange_ = settings.rgbRange;
     alpha_ = settings.alpha && output_->hasAlpha() && output_->isRgb() && output_->bits() == input_->bits();
@@ -108,6 +115,10 @@ Status VideoEncoder::openCodec(const AVCodec& codec, const OutputSettings& setti
     }
     takeFfmpegMessage();
     const int error = avcodec_open2(context_.get(), &codec, nullptr);
+    constexpr std::int64_t half = 1; // of its option, as OpenEXR numbers the types
+    std::int64_t type = 0;
+    makesHalves_ =
+        makesFloats_ && av_opt_get_int(context_->priv_data, "format", 0, &type) >= 0 && type == half;
     if (error < 0) {
         return Error{"encoder " + std::string(codec.name) + " cannot be used for " +
                      std::to_string(settings.width) + "x" + std::to_string(settings.height) + " " +
@@ -128,7 +139,7 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
     if (!frame || !view) {
         return Error{"out of memory"};
     }
-    frame->format = context_->pix_fmt;
+    frame->format = codes_;
     frame->width = context_->width;
     frame->height = context_->height;
     if (av_frame_get_buffer(frame.get(), 0) < 0) {
@@ -148,6 +159,20 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
         return status;
     }
 
+    if (makesFloats_) {
+        FramePtr floats(av_frame_alloc());
+        if (!floats) {
+            return Error{"out of memory"};
+        }
+        floats->format = context_->pix_fmt;
+        floats->width = context_->width;
+        floats->height = context_->height;
+        if (av_frame_get_buffer(floats.get(), 0) < 0) {
+            return Error{"out of memory for a frame"};
+        }
+        floatsFrom(*frame, *floats, makesHalves_);
+        frame = std::move(floats);
+    }
     frame->pts = times_.next(time, context_->time_base);
     durations_[frame->pts] = times_.duration(time, context_->time_base);
     setFieldOrder(*frame, time.fieldOrder);

@@ -67,6 +67,9 @@ private:
     Matrix matrix_ = Matrix::bt709;
     bool alpha_ = false;
     bool dropsAlpha_ = false;
+    bool makesFloats_ = false;              // of the codes
+    bool makesHalves_ = false;              // of the floats
+    AVPixelFormat codes_ = AV_PIX_FMT_NONE; // what is made before floats, or the encoder's format
 };
 
 } // namespace Qx::Media

@@ -62,6 +62,9 @@ public:
     virtual std::int64_t problemCount() const = 0;
     virtual const std::vector<std::string>& problems() const = 0;
 
+    /// What else is to be said of the frames given, a line each.
+    virtual std::vector<std::string> remarks() const { return {}; }
+
     /// The files that belong to it; others that the run reads may be added.
     virtual std::shared_ptr<Media::FileSet> files() const = 0;
     virtual std::shared_ptr<Media::AudioQueue> audio() const = 0;

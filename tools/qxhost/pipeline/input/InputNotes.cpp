@@ -8,7 +8,7 @@ namespace Qx::Program {
 
 std::vector<std::string> inputNotes(const ConvertOptions& options, const Media::StreamInfo& info)
 {
-    std::vector<std::string> notes;
+    std::vector<std::string> notes = info.remarks;
     if (!info.timeCode.empty() && !Media::writesPictures(options.output) &&
         !TimeCode::startingAt(info.timeCode, info.frameRate)) {
         notes.push_back("time code " + info.timeCode +
@@ -16,10 +16,10 @@ std::vector<std::string> inputNotes(const ConvertOptions& options, const Media::
     }
     const bool keepsAlpha = options.format && !options.format->isYCrCb();
     if (info.hasAlpha && !keepsAlpha) {
-        notes.push_back(options.input.string() + " has alpha, which is left out; the output is opaque");
+        notes.push_back(options.inputName() + " has alpha, which is left out; the output is opaque");
     }
     if (info.hasFullChroma && !holdsRgb(info)) {
-        notes.push_back(options.input.string() + " (" + info.pixelFormat +
+        notes.push_back(options.inputName() + " (" + info.pixelFormat +
                         ") has full chroma resolution; it passes through 4:2:2, which keeps half of it");
     }
     return notes;

@@ -16,6 +16,7 @@
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"
 #include "tools/qxhost/pipeline/burnin/TimeCode.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/pipeline/effects/AlphaSteps.h"
 #include "tools/qxhost/pipeline/effects/EffectChain.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
@@ -23,6 +24,7 @@
 #include "tools/qxhost/pipeline/effects/WideEffect.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
+#include "tools/qxhost/pipeline/input/Rotation.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include <algorithm>
@@ -100,7 +102,9 @@ Media::Depth depthOf(const Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
     if (!options.format) {
-        return options.depth.value_or(conversion.info().naturalDepth);
+        // There is nothing to dither in what has been rounded.
+        const Media::Depth least = options.dithers ? Media::Depth::bits16 : Media::Depth::bits8;
+        return options.depth.value_or(std::max(least, conversion.info().naturalDepth));
     }
     const Media::Depth formats = options.format->isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
     // Pictures that only leave in the format are made at its depth, so that codes are rounded once.
@@ -111,9 +115,19 @@ Media::Depth depthOf(const Conversion& conversion)
     return options.depth.value_or(onlyLeave ? formats : std::max(formats, conversion.info().naturalDepth));
 }
 
+/// Whether frames come to the GPU as 4:4:4, with alpha.
+bool uploadsFullChroma(const Conversion& conversion)
+{
+    return !conversion.keepCodes && holdsFullChroma(conversion.info());
+}
+
 /// The depth of frames on their way to the GPU.
 Media::Depth uploadDepth(const Conversion& conversion)
 {
+    if (uploadsFullChroma(conversion)) {
+        const Media::StreamInfo& info = conversion.info();
+        return info.subsamplesChroma ? Media::Depth::bits16 : info.naturalDepth;
+    }
     const bool computes = !conversion.keepCodes && !holdsRgb(conversion.info()) && !conversion.options.depth;
     return computes ? conversion.info().packingDepth : conversion.settings.depth;
 }
@@ -272,7 +286,7 @@ void fillSettings(Conversion& conversion)
     settings.timeBase = info.timeBase;
     settings.sampleAspect = info.sampleAspect;
     settings.fieldOrder = info.fieldOrder;
-    settings.orientation = info.orientation;
+    settings.orientation = options.rotates ? std::nullopt : info.orientation;
     settings.timeCode = firstTimeCode(conversion);
     settings.colour = conversion.colour.forWriting;
     setEncoding(options, settings);
@@ -281,7 +295,9 @@ void fillSettings(Conversion& conversion)
     if (settings.numbersByTime && !options.sequence.renumber) {
         settings.firstNumber += conversion.firstNumber;
     }
+    settings.alpha = keepsAlpha(options, conversion.info());
     settings.dither = options.dithers;
+    settings.prefersEightBits = options.dithers && info.naturalDepth == Media::Depth::bits8;
     settings.force = options.force;
     settings.expectedFrames = conversion.range.expected * picturesEach(options.step);
     settings.audio = conversion.input->audio();
@@ -325,7 +341,9 @@ bool drawsWide(const Conversion& conversion)
 /// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
 void prepareConversion(const Conversion& conversion)
 {
-    if (drawsWide(conversion)) {
+    if (uploadsFullChroma(conversion)) {
+        static_cast<void>(obtainEffect(fullChromaEffect));
+    } else if (drawsWide(conversion)) {
         static_cast<void>(obtainEffect(wideEffect));
     }
     if (!Image::ColourConversion::isInitialised() && !Image::ColourConversion::init()) {
@@ -415,6 +433,7 @@ Json describeRun(const Conversion& conversion)
     run["bitsPerComponent"] = conversion.options.format ? static_cast<int>(conversion.options.format->bits)
                                                         : static_cast<int>(conversion.settings.depth);
     run["source"] = describeSource(conversion);
+    run["alpha"] = conversion.settings.alpha ? Json(nameOf(alphaFor(conversion.options.output))) : Json();
     run["codesKept"] = conversion.keepCodes;
     run["outputRange"] = conversion.keepCodes ? Json() : Json(nameOf(conversion.settings.rgbRange));
     run["device"]["name"] = deviceName();
@@ -485,7 +504,8 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, BurnIn* 
                                  .matrix = conversion.colour.matrix,
                                  .bits = uploadBits(conversion),
                                  .followTags = !options.range,
-                                 .anyForm = !conversion.keepCodes},
+                                 .anyForm = !conversion.keepCodes,
+                                 .fullChroma = uploadsFullChroma(conversion)},
                       .depth = conversion.settings.depth,
                       .tenBits = makesTenBits(conversion),
                       .outputRange = conversion.settings.rgbRange == Media::Range::video
@@ -605,20 +625,49 @@ void checkFilters(const FilterOptions& filters)
     }
 }
 
+/// What "--rotate" stands for with this input.
+std::string rotationOf(const Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    const Media::StreamInfo& info = conversion.info();
+    if (!options.rotates || !info.orientation) {
+        return {};
+    }
+    const std::optional<std::string> graph = rotationGraph(*info.orientation);
+    if (!graph) {
+        throw Failure(
+            ExitCode::input,
+            fmt::format("--rotate: {} is shown turned by {} degrees, and only quarters of a turn are "
+                        "applied; leave it out, or use --before rotate=...",
+                        options.inputName(), info.orientation->degrees));
+    }
+    const bool mixesFields = graph->starts_with("transpose") &&
+                             info.fieldOrder != Media::FieldOrder::progressive &&
+                             options.filters.deinterlace.empty();
+    if (mixesFields) {
+        throw Failure(ExitCode::input,
+                      "--rotate: " + options.inputName() +
+                          " is interlaced, and its lines would become columns; add --deinterlace");
+    }
+    return *graph;
+}
+
 /// Has the frames of the range filtered.
 void filterInput(Conversion& conversion)
 {
     const FilterOptions& filters = conversion.options.filters;
-    if (filters.before.empty() && filters.shortForms.empty()) {
+    const std::string shortForms =
+        Media::joinGraphs(Media::joinGraphs(filters.deinterlace, rotationOf(conversion)), filters.shortForms);
+    if (filters.before.empty() && shortForms.empty()) {
         return;
     }
-    if (!filters.shortForms.empty()) {
-        conversion.filterNotes.push_back("frames are filtered by " + filters.shortForms);
+    if (!shortForms.empty()) {
+        conversion.filterNotes.push_back("frames are filtered by " + shortForms);
     }
     const std::string timeCode = conversion.info().timeCode;
     const Media::Rational rate = conversion.info().frameRate;
     const std::vector<std::string> notes =
-        conversion.input->filter(Media::joinGraphs(filters.before, filters.shortForms),
+        conversion.input->filter(Media::joinGraphs(filters.before, shortForms),
                                  filters.before.empty() ? "the filters" : "--before", conversion.range);
     conversion.filterNotes.insert(conversion.filterNotes.end(), notes.begin(), notes.end());
     if (!timeCode.empty() && conversion.info().timeCode.empty()) {
@@ -666,6 +715,10 @@ Conversion decide(const ConvertOptions& options, int standardOutput)
     filterInput(conversion);
     conversion.colour = chooseColour(options, conversion.info());
     fitColours(conversion);
+    if (keepsAlpha(options, conversion.info())) {
+        const std::vector<std::string> notes = fitAlpha(conversion.options, conversion.info());
+        conversion.colour.notes.insert(conversion.colour.notes.end(), notes.begin(), notes.end());
+    }
     conversion.keepCodes = passesCodes(conversion.options, conversion.info());
     if (options.format) {
         conversion.delivery.emplace(*options.format, madeMatrix(conversion));

@@ -45,6 +45,9 @@ std::string containerNamed(const std::string& word)
                                   : ""));
 }
 
+const Names<Media::AlphaKind> alphaKinds{{"straight", Media::AlphaKind::straight},
+                                         {"premultiplied", Media::AlphaKind::premultiplied}};
+
 const Names<Media::MissingPictures> missingWords{{"hold", Media::MissingPictures::hold},
                                                  {"black", Media::MissingPictures::black},
                                                  {"fail", Media::MissingPictures::fail}};
@@ -53,8 +56,7 @@ const Names<Media::MissingPictures> missingWords{{"hold", Media::MissingPictures
 
 void addFiles(CLI::App& app, ConvertOptions& options, const std::string& output)
 {
-    app.add_option("INPUT", options.input,
-                   "Any clip or picture that FFmpeg reads, or raw frames;\n- is standard input")
+    app.add_option("INPUT", options.input, "Any clip or picture that FFmpeg reads, raw frames, or -")
         ->option_text(" ");
     app.add_option("OUTPUT", options.output, output)->option_text(" ");
 }
@@ -127,6 +129,17 @@ void addColour(CLI::App& app, ConvertOptions& options)
         ->group(group);
     addChoice(app, "--depth", options.depth, depths,
               "Bits per component on the GPU. Default: 8 for inputs\nof 8 bits, 16 for deeper ones")
+        ->group(group);
+}
+
+void addAlphaAndDither(CLI::App& app, ConvertOptions& options)
+{
+    const std::string group = "Colour";
+    addChoice(app, "--alpha", options.alpha, alphaKinds,
+              "Whether colours of the input are multiplied by their\nalpha. Default: straight; premultiplied "
+              "for OpenEXR")
+        ->group(group);
+    app.add_flag("--dither", options.dithers, "Diffuse the error where codes of 8 bits are made")
         ->group(group);
 }
 

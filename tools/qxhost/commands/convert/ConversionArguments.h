@@ -20,6 +20,8 @@ void checkRange(const CLI::App& app);
 
 void addColour(CLI::App& app, ConvertOptions& options);
 
+void addAlphaAndDither(CLI::App& app, ConvertOptions& options);
+
 /// What "--size" stands for in a command.
 enum class SizeOption
 {

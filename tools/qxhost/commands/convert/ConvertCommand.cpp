@@ -68,7 +68,8 @@ std::vector<std::string> rareOptions()
             "--amount",       "--date",     "--font",         "--font-size",    "--position",
             "--raw",          "--size",     "--fps",          "--row-bytes",    "--output-row-bytes",
             "--pixel-format", "--no-audio", "--audio-option", "--video-option", "--start-number",
-            "--missing",      "--renumber", "--container"};
+            "--missing",      "--renumber", "--container",    "--rotate",       "--alpha",
+            "--dither"};
 }
 
 float parseAmount(const CLI::App& app, const std::string& word)
@@ -183,12 +184,14 @@ class ConvertCommand : public CommandWithOptions<ConvertOptions>
 public:
     void addOptions(CLI::App& app) override
     {
-        addFiles(app, options_,
-                 "A clip, a picture, a pattern such as shot_%05d.png, or\nraw frames; - is standard output");
+        addFiles(app, options_, "A clip, a picture, shot_%05d.png, raw frames, or -");
         addColour(app, options_);
+        addAlphaAndDither(app, options_);
         addEffects(app);
         addBurnIn(app, options_.burnIn);
         addFilters(app, options_.filters, shortFilters_);
+        app.add_flag("--rotate", options_.rotates, "Turn and flip pictures as players would")
+            ->group("FFmpeg's filters");
         addRange(app, options_.picked, "Frames", true);
         addSequence(app, options_.sequence);
         addRawInput(app, options_.raw, SizeOption::ofInput);
@@ -210,7 +213,11 @@ public:
         options_.effects = groupEffects(app);
         checkBurnIn(app, options_.burnIn);
         checkRange(app);
+        options_.filters.deinterlace = shortFilters_.deinterlace;
         options_.filters.shortForms = graphOf(shortFilters_);
+        if (options_.format && options_.dithers) {
+            complain(app, "--dither is for pictures that are encoded; it cannot be combined with --format");
+        }
         if (options_.format && !options_.filters.after.empty()) {
             complain(app, "--after filters pictures on their way to an encoder; it cannot be combined with "
                           "--format, which writes frames unencoded");

@@ -272,9 +272,13 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<SequencePar
 }
 
 /// Empty where pictures are shown as they are stored.
-std::optional<Orientation> orientationOf(const AVStream& stream)
+std::optional<Orientation> orientationOf(const AVStream& stream, const AVFrame& first)
 {
     const std::int32_t* data = displayMatrixOf(stream);
+    const AVFrameSideData* ofFrame = av_frame_get_side_data(&first, AV_FRAME_DATA_DISPLAYMATRIX);
+    if (!data && ofFrame && ofFrame->size >= sizeof Orientation::matrix) { // of a photograph's Exif
+        data = reinterpret_cast<const std::int32_t*>(ofFrame->data);
+    }
     if (!data) {
         return {};
     }
@@ -659,7 +663,7 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     describePicture(first, info);
     info.colour = colourOf(first, *stream->codecpar);
     info.colour.brightness = brightnessOf(first, *stream);
-    info.orientation = orientationOf(*stream);
+    info.orientation = orientationOf(*stream, first);
     info.timeCode = timeCodeOf(*input, *stream, first);
     if (info.timeCode.empty() && isPipe() && hasTimeCodeTrack()) {
         info.remarks.push_back(quotedInput(file) +

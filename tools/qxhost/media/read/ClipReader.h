@@ -59,10 +59,12 @@ struct StreamInfo
     /// Packing to 4:2:2 only rearranges the codes.
     bool packsCodes = false;
     bool hasAudio = false;
-    /// Frames say how opaque they are. Conversions make opaque pictures.
+    /// Frames say how opaque they are.
     bool hasAlpha = false;
     /// Colour at the full width (RGB, 4:4:4), of which packing to 4:2:2 keeps half.
     bool hasFullChroma = false;
+    /// Pixels share their chroma, or have none.
+    bool subsamplesChroma = false;
     /// Of the first frame, as the clip has it ("01:00:00:00", ';' before the frames of drop-frame counting);
     /// empty when it has none.
     std::string timeCode;

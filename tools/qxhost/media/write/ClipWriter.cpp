@@ -218,6 +218,9 @@ void ClipWriter::warnAboutAlpha()
     if (encoder_->dropsAlpha()) {
         warnings_.push_back("alpha is left out: " + encoder_->description() + " cannot hold it");
     }
+    if (std::string idle = ditherIsIdle(encoder_->context(), settings_); !idle.empty()) {
+        warnings_.push_back(std::move(idle));
+    }
 }
 
 /// A container may refuse a codec only when it is written.

@@ -42,9 +42,14 @@ struct Wish
     int bits = 8;
 };
 
+bool isHighRange(const Colour& colour)
+{
+    return colour.transferTag == AVCOL_TRC_SMPTE2084 || colour.transferTag == AVCOL_TRC_ARIB_STD_B67;
+}
+
 Wish wishFor(AVCodecID codec, const OutputSettings& settings)
 {
-    const bool deep = settings.depth == Depth::bits16;
+    const bool deep = settings.depth == Depth::bits16 && !settings.prefersEightBits;
     if (codec == AV_CODEC_ID_RAWVIDEO && settings.standardOutput >= 0 && settings.encoder.empty()) {
         return {true, 0, 0, deep ? 16 : 8};
     }
@@ -68,6 +73,7 @@ Wish wishFor(AVCodecID codec, const OutputSettings& settings)
     case AV_CODEC_ID_JPEG2000:
         return {true, 0, 0, deep ? 16 : 8};
     case AV_CODEC_ID_PRORES:
+        return settings.alpha ? Wish{false, 0, 0, 10} : Wish{false, 1, 0, deep ? 10 : 8}; // 4444 has alpha
     case AV_CODEC_ID_DNXHD:
     case AV_CODEC_ID_V210:
     case AV_CODEC_ID_CFHD:
@@ -81,6 +87,8 @@ Wish wishFor(AVCodecID codec, const OutputSettings& settings)
     case AV_CODEC_ID_VP9:
     case AV_CODEC_ID_AV1:
         return {false, 1, 1, deep ? 10 : 8};
+    case AV_CODEC_ID_H264: // 8 bits are what players take, and too few for high dynamic range
+        return {false, 1, 1, isHighRange(settings.colour) && !settings.prefersEightBits ? 10 : 8};
     default:
         return {false, 1, 1, 8};
     }
@@ -296,6 +304,16 @@ std::string noPixelFormat(const std::string& name)
         names.emplace_back(each->name);
     }
     return "there is no pixel format \"" + name + "\"" + nearestWords(name, names);
+}
+
+std::string ditherIsIdle(const AVCodecContext& encoder, const OutputSettings& settings)
+{
+    const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(encoder.pix_fmt);
+    if (!settings.dither || settings.stored || !format || format->comp[0].depth <= 8) {
+        return {};
+    }
+    return "nothing is dithered: the codes of " + std::string(format->name) +
+           " have more than 8 bits; --pixel-format chooses others";
 }
 
 bool isJpegFormat(AVPixelFormat format)

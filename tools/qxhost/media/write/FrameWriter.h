@@ -67,6 +67,8 @@ struct OutputSettings
     int threads = 0;
     /// Codes of 8 bits that are computed from deeper ones are dithered, by error diffusion.
     bool dither = false;
+    /// Encoders are given 8 bits where they take deeper codes too, although the frames are deeper.
+    bool prefersEightBits = false;
     /// The number of the first picture of a sequence.
     std::int64_t firstNumber = 1;
     /// Pictures that come later by more than a frame have numbers as much higher, instead of the next ones.

@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/write/PictureWriter.h"
 
 #include "tools/qxhost/media/files/Names.h"
+#include "tools/qxhost/media/write/EncoderChoice.h"
 #include "tools/qxhost/media/write/EncoderOptions.h"
 
 #include <algorithm>
@@ -117,6 +118,9 @@ PictureWriter::PictureWriter(const std::filesystem::path& file, const OutputSett
 {
     if (encoder_.dropsAlpha()) {
         warnings_.push_back("alpha is left out: " + encoder_.description() + " cannot hold it");
+    }
+    if (std::string idle = ditherIsIdle(encoder_.context(), settings); !idle.empty()) {
+        warnings_.push_back(std::move(idle));
     }
     if (settings.rgbRange == Range::video && ComponentRows(encoder_.context().pix_fmt).isRgb()) {
         warnings_.push_back("colour tags (range video) are left out: " + encoder_.description() +

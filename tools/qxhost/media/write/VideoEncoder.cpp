@@ -3,6 +3,7 @@
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/media/rows/FloatPicture.h"
+#include "tools/qxhost/media/rows/Levels.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
 
 #include <algorithm>
@@ -61,7 +62,8 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
     output_.emplace(codes_);
     times_ = PacketTimes(settings.timeBase);
     rgbRange_ = settings.rgbRange;
-    alpha_ = settings.alpha && output_->hasAlpha() && output_->isRgb() && output_->bits() == input_->bits();
+    dither_ = settings.dither;
+    alpha_ = settings.alpha && output_->hasAlpha();
     dropsAlpha_ = settings.alpha && !alpha_;
 
     context_->width = settings.width;
@@ -150,8 +152,8 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
     view->data[1] = static_cast<std::uint8_t*>(const_cast<void*>(rows));
     view->data[0] = view->data[1] + (input_->wide() ? 2 : 1);
     view->linesize[0] = static_cast<int>(pitch);
-    if (output_->hasAlpha() && !alpha_) {
-        fillAlpha(*frame);
+    if (output_->hasAlpha()) {
+        alpha_ ? writeAlpha(*view, *frame) : fillAlpha(*frame);
     }
     if (output_->isRgb() && output_->bits() == input_->bits()) {
         copyRows(*view, *frame);
@@ -248,13 +250,35 @@ void VideoEncoder::copyRows(const AVFrame& from, AVFrame& to)
             output_->write(to, component, row, 0, width, scratch_.data());
         }
     }
-    if (!alpha_) {
-        return;
-    }
+}
+
+/// Opacity is of full range at every depth.
+void VideoEncoder::writeAlpha(const AVFrame& from, AVFrame& to)
+{
+    const int width = context_->width;
+    const Coding given{input_->bits(), Range::full};
+    const Coding made{output_->bits(), Range::full};
+    scratch_.resize(static_cast<std::size_t>(width));
+    auto* bytes = reinterpret_cast<std::uint8_t*>(scratch_.data());
     AVFrame alpha = from;
     alpha.data[0] = from.data[1];
     for (int row = 0; row < context_->height; ++row) {
         input_->read(alpha, 0, row, 0, width, scratch_.data());
+        if (given.bits != made.bits) {
+            // Samples may become wider or narrower in their place.
+            std::vector<std::uint16_t>& codes = alphaCodes_;
+            codes.resize(static_cast<std::size_t>(width));
+            for (std::size_t i = 0; i < codes.size(); ++i) {
+                codes[i] = codeOfLevel(input_->wide() ? scratch_[i] : bytes[i], given, made);
+            }
+            for (std::size_t i = 0; i < codes.size(); ++i) {
+                if (output_->wide()) {
+                    scratch_[i] = codes[i];
+                } else {
+                    bytes[i] = static_cast<std::uint8_t>(codes[i]);
+                }
+            }
+        }
         output_->write(to, 3, row, 0, width, scratch_.data());
     }
 }
@@ -291,6 +315,7 @@ Status VideoEncoder::convertField(const AVFrame& from, AVFrame& to, int field, i
     target.bits = output_->bits();
     target.range = target.rgb ? rgbRange_ : range_;
     target.matrix = matrix_;
+    target.dither = dither_ && target.bits == 8;
     target.chromaLocation = isJpegFormat(context_->pix_fmt) ? ZIMG_CHROMA_CENTER : ZIMG_CHROMA_LEFT;
 
     auto& cached = graphs_[static_cast<std::size_t>(field)];

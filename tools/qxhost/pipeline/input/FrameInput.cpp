@@ -35,7 +35,7 @@ public:
         source_ = source;
         packer_.emplace(source);
         const bool deep = source.depth == Media::Depth::bits16;
-        const Image::Format format = holdsRgb(info()) ? Image::ARGB : Image::YUY2;
+        const Image::Format format = holdsRgb(info()) || source.fullChroma ? Image::ARGB : Image::YUY2;
         return describeFrame({Host::findFormat(format), deep ? 16U : 8U}, static_cast<unsigned>(info().width),
                              static_cast<unsigned>(info().height));
     }
@@ -287,12 +287,13 @@ void refuseRawOptions(const RawInputOptions& raw, bool isSequence)
                          : raw.frameRate && !isSequence ? "--fps"
                                                         : nullptr;
     if (option != nullptr) {
-        throw Failure(ExitCode::usage,
-                      std::string(option) +
-                          (raw.frameRate && option == std::string("--fps")
-                               ? ": is for raw frames and numbered pictures; clips have a rate of their own, "
-                                 "which --before fps=N changes"
-                               : ": describes raw frames; add --raw FORMAT ('qxhost formats' lists them)"));
+        throw Failure(
+            ExitCode::usage,
+            std::string(option) +
+                (raw.frameRate && option == std::string("--fps")
+                     ? ": is for raw frames (--raw) and numbered pictures; clips have a rate of their own, "
+                       "which --before fps=N changes"
+                     : ": describes raw frames; add --raw FORMAT ('qxhost formats' lists them)"));
     }
 }
 
@@ -319,6 +320,11 @@ void refuseSequenceOptions(const ConvertOptions& options)
 bool holdsRgb(const Media::StreamInfo& info)
 {
     return info.colour.fromRgb && info.hasFullChroma;
+}
+
+bool holdsFullChroma(const Media::StreamInfo& info)
+{
+    return !holdsRgb(info) && (info.hasFullChroma || info.hasAlpha);
 }
 
 std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool keepAudio)

@@ -37,8 +37,8 @@ public:
     /// Whether the input has ended before the end of the range that filter() was given.
     virtual bool hasEndedEarly() const { return false; }
 
-    /// How place() lays frames out in memory, for 4:2:2 of the given depth, range and matrix. Call it before
-    /// place().
+    /// How place() lays frames out in memory, for 4:2:2 or 4:4:4 of the given depth, range and matrix. Call
+    /// it before place().
     virtual Image::Core::Data prepare(const Media::FramePacker::Target& source) = 0;
 
     /// Bits of the codes that place() writes, which fill the upper ones of their samples.
@@ -72,6 +72,10 @@ public:
 
 /// Whether frames come as RGB and are kept as RGB.
 bool holdsRgb(const Media::StreamInfo& info);
+
+/// Whether frames come as Y Cb Cr of every pixel, with alpha, unless YCrCb of 4:2:2 is made of them: those of
+/// 4:4:4, and those with alpha.
+bool holdsFullChroma(const Media::StreamInfo& info);
 
 /// The clip, or the raw frames, that the options name. Throws Failure (input, usage).
 std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool keepAudio);

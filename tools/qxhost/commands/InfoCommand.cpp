@@ -5,6 +5,8 @@
 #include "tools/qxhost/media/read/ClipDescription.h"
 #include "tools/qxhost/media/read/ClipReader.h"
 #include "tools/qxhost/pipeline/burnin/TimeCode.h"
+#include "tools/qxhost/pipeline/effects/AlphaSteps.h"
+#include "tools/qxhost/pipeline/effects/ToneMap.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
 
@@ -52,7 +54,7 @@ struct ClipReport
 
 ClipReport inspect(const std::filesystem::path& file)
 {
-    auto reader = Media::ClipReader::open(file, {.threads = 1});
+    auto reader = Media::ClipReader::open(file, {.threads = 1, .mayBeStandardInput = true});
     if (!reader) {
         throw Failure(ExitCode::input, reader.text());
     }
@@ -65,6 +67,14 @@ ClipReport inspect(const std::filesystem::path& file)
         clip.notes = clip.colour->notes;
         const std::vector<std::string> lost = inputNotes(options, clip.info);
         clip.notes.insert(clip.notes.end(), lost.begin(), lost.end());
+        if (isHighDynamicRange(clip.info.colour)) {
+            clip.notes.push_back(options.inputName() + ": is " + beyondBt709(clip.info.colour) +
+                                 ", and its codes are kept; --tone-map bt2390 makes BT.709 of them");
+        }
+        if (clip.info.hasAlpha) {
+            clip.notes.push_back(options.inputName() + " has alpha, taken as " + nameOf(alphaOf(clip.info)) +
+                                 "; --alpha overrides");
+        }
     } catch (const Failure& failure) {
         clip.refusal = failure.what();
     }

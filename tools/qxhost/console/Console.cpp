@@ -72,6 +72,19 @@ void Console::data(std::string_view text)
     }
 }
 
+int Console::binaryOutput() const
+{
+    if (dataOutput_ < 0) {
+        throw Failure(ExitCode::output, "standard output: cannot be written: it is closed");
+    }
+    if (::isatty(dataOutput_) == 1) {
+        throw Failure(ExitCode::output,
+                      "standard output: is a terminal, which cannot show a clip; send it to a "
+                      "program, as in 'qxhost convert clip.mov - | ffmpeg -i - ...'");
+    }
+    return dataOutput_;
+}
+
 void Console::error(std::string_view text, std::string_view details)
 {
     const std::lock_guard lock(mutex_);

@@ -23,6 +23,10 @@ public:
     /// Writes all of the data. Throws Failure (output) if standard output cannot be written.
     void data(std::string_view text);
 
+    /// Standard output's descriptor, for data that is not text. Throws Failure (output) if it is closed, or a
+    /// terminal.
+    int binaryOutput() const;
+
     /// Writes the line "qxhost: TEXT" to standard error, with control characters escaped. The details, such
     /// as a compiler's messages, follow unchanged.
     void error(std::string_view text, std::string_view details = {});

@@ -25,6 +25,13 @@ std::span<const std::uint8_t> sideDataOf(const AVStream& stream, AVPacketSideDat
 /// Copies the bytes. False if memory lacks.
 bool setSideData(AVStream& stream, AVPacketSideDataType type, std::span<const std::uint8_t> content);
 
+/// What a function that takes written bytes for FFmpeg is given.
+#if LIBAVFORMAT_VERSION_MAJOR >= 61
+using WrittenBytes = const std::uint8_t*;
+#else
+using WrittenBytes = std::uint8_t*;
+#endif
+
 using DisplayMatrix = std::array<std::int32_t, 9>;
 
 /// How players rotate and flip the pictures; null where the stream does not say. It is the stream's.

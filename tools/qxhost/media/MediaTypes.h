@@ -42,6 +42,22 @@ enum class FieldOrder
     bottomFirst
 };
 
+/// What becomes of numbers that a sequence of pictures lacks.
+enum class MissingPictures
+{
+    end,  ///< the sequence ends before the first of them
+    fail, ///< the sequence is not read at all
+    hold, ///< the picture before them stands for them
+    black
+};
+
+/// Whether colours have been multiplied by their opacity.
+enum class AlphaKind
+{
+    straight,
+    premultiplied
+};
+
 /// Bits of a sample in memory. Sixteen-bit samples are in the machine's byte order.
 enum class Depth
 {

@@ -220,18 +220,24 @@ void FramePipeline::pack()
     packed_.close();
 }
 
-Surface FramePipeline::toRGB(const Surface& pairs, const Media::FramePacker::CodeForm& form) const
+Surface FramePipeline::toRGB(const Surface& frame, const Media::FramePacker::CodeForm& form) const
 {
-    Surface picture = pairs.createDestARGBGPUSurface(format_);
+    Surface picture = frame.createDestARGBGPUSurface(format_);
     if (!picture.getGPUSurface()) {
         failOnDevice(width_, height_);
     }
     const bool wide = job_.source.matrix == Media::Matrix::bt2020;
-    const LightweightString<char> effect = wide ? wideEffect : "ColourConvert.fx";
+    const bool full = job_.source.fullChroma;
+    const LightweightString<char> effect = full ? fullChromaEffect : wide ? wideEffect : "ColourConvert.fx";
     const Drawing drawing = tryDrawing([&] {
-        const FormOfCodes told(form, pairs.getBitsPerComponent(), fromUTF8(effect));
-        return wide ? decodeWide(pairs, picture, job_.outputRange, job_.filter)
-                    : Image::ColourConversion::convertYCrCb422ToRGB(pairs, picture, job_.outputRange,
+        const FormOfCodes told(form,
+                               full ? static_cast<unsigned>(job_.source.depth) : frame.getBitsPerComponent(),
+                               fromUTF8(effect));
+        if (full) {
+            return decodeFullChroma(frame, picture, job_.source.matrix, job_.source.range, job_.outputRange);
+        }
+        return wide ? decodeWide(frame, picture, job_.outputRange, job_.filter)
+                    : Image::ColourConversion::convertYCrCb422ToRGB(frame, picture, job_.outputRange,
                                                                     job_.filter);
     });
     if (drawing == Drawing::refused) {
@@ -247,13 +253,15 @@ Surface FramePipeline::toRGB(const Surface& pairs, const Media::FramePacker::Cod
 
 bool FramePipeline::convertFrame(const Packed& frame)
 {
-    const Surface uploaded = upload_.upload(frame.image, frame.time, format_);
+    const bool full = job_.source.fullChroma;
+    const Surface uploaded =
+        full ? upload_.uploadAsIs(frame.image, frame.time) : upload_.upload(frame.image, frame.time, format_);
     if (job_.keepCodes) {
         return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
     }
     const Media::Rational rate = job_.input.info().frameRate;
     const Surface picture =
-        job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded, frame.form) : uploaded, format_,
+        job_.effects.apply(full || upload_.isYCrCb() ? toRGB(uploaded, frame.form) : uploaded, format_,
                            {.seconds = frame.moment.seconds,
                             .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
                             .number = frame.moment.number});

@@ -17,6 +17,7 @@
 #include "tools/qxhost/pipeline/burnin/BurnIn.h"
 #include "tools/qxhost/pipeline/burnin/TimeCode.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/pipeline/effects/AlphaSteps.h"
 #include "tools/qxhost/pipeline/effects/EffectChain.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
@@ -24,6 +25,7 @@
 #include "tools/qxhost/pipeline/effects/WideEffect.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
+#include "tools/qxhost/pipeline/input/Rotation.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include <algorithm>
@@ -75,9 +77,9 @@ struct Conversion
 void refuseSameFile(const ConvertOptions& options)
 {
     std::error_code ignored;
-    if (std::filesystem::equivalent(options.input, options.output, ignored)) {
-        throw Failure(ExitCode::output,
-                      options.output.string() + ": is the input itself; choose another name");
+    const bool areFiles = !options.readsStandardInput() && !options.writesStandardOutput();
+    if (areFiles && std::filesystem::equivalent(options.input, options.output, ignored)) {
+        throw Failure(ExitCode::output, options.outputName() + ": is the input itself; choose another name");
     }
 }
 
@@ -105,7 +107,9 @@ Media::Depth depthOf(const Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
     if (!options.format) {
-        return options.depth.value_or(conversion.info().naturalDepth);
+        // There is nothing to dither in what has been rounded.
+        const Media::Depth least = options.dithers ? Media::Depth::bits16 : Media::Depth::bits8;
+        return options.depth.value_or(std::max(least, conversion.info().naturalDepth));
     }
     const Media::Depth formats = options.format->isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
     // Pictures that only leave in the format are made at its depth, so that codes are rounded once.
@@ -116,9 +120,19 @@ Media::Depth depthOf(const Conversion& conversion)
     return options.depth.value_or(onlyLeave ? formats : std::max(formats, conversion.info().naturalDepth));
 }
 
+/// Whether frames come to the GPU as 4:4:4, with alpha.
+bool uploadsFullChroma(const Conversion& conversion)
+{
+    return !conversion.keepCodes && holdsFullChroma(conversion.info());
+}
+
 /// The depth of frames on their way to the GPU.
 Media::Depth uploadDepth(const Conversion& conversion)
 {
+    if (uploadsFullChroma(conversion)) {
+        const Media::StreamInfo& info = conversion.info();
+        return info.subsamplesChroma ? Media::Depth::bits16 : info.naturalDepth;
+    }
     const bool computes = !conversion.keepCodes && !holdsRgb(conversion.info()) && !conversion.options.depth;
     return computes ? conversion.info().packingDepth : conversion.settings.depth;
 }
@@ -177,7 +191,7 @@ Media::Range rgbRange(const Conversion& conversion)
         if (options.outputRange.value_or(own) != own) {
             throw Failure(ExitCode::usage,
                           fmt::format("--output-range {}: {} holds RGB, whose codes are kept as they are",
-                                      nameOf(*options.outputRange), options.input.string()));
+                                      nameOf(*options.outputRange), options.inputName()));
         }
         return own;
     }
@@ -239,6 +253,7 @@ void keepTexturesOf(const EffectChain& effects, const iFrameInput& input)
 void setEncoding(const ConvertOptions& options, Media::OutputSettings& settings)
 {
     settings.encoder = options.codec;
+    settings.container = options.container;
     settings.pixelFormat = options.pixelFormat;
     settings.profile = options.profile;
     settings.rate = options.rate;
@@ -248,15 +263,23 @@ void setEncoding(const ConvertOptions& options, Media::OutputSettings& settings)
 }
 
 /// Before anything is decoded.
-void checkEncoding(const ConvertOptions& options)
+void checkEncoding(const ConvertOptions& options, int standardOutput)
 {
     Media::OutputSettings settings;
+    settings.standardOutput = standardOutput;
     setEncoding(options, settings);
     const Media::Status status =
         options.format ? Media::Status() : Media::checkEncoding(options.output, settings);
     if (!status) {
         throw Failure(ExitCode::output, status.text());
     }
+}
+
+/// With what standard output is called by its container.
+std::filesystem::path namedOutput(const ConvertOptions& options)
+{
+    return options.writesStandardOutput() ? std::filesystem::path("standard output." + options.container)
+                                          : options.output;
 }
 
 void fillSettings(Conversion& conversion)
@@ -273,10 +296,18 @@ void fillSettings(Conversion& conversion)
     settings.timeBase = info.timeBase;
     settings.sampleAspect = info.sampleAspect;
     settings.fieldOrder = info.fieldOrder;
-    settings.orientation = info.orientation;
+    settings.orientation = options.rotates ? std::nullopt : info.orientation;
     settings.timeCode = firstTimeCode(conversion);
     settings.colour = conversion.colour.forWriting;
     setEncoding(options, settings);
+    settings.firstNumber = options.sequence.renumber.value_or(info.firstNumber.value_or(1));
+    settings.numbersByTime = info.firstNumber && std::holds_alternative<std::monostate>(options.step);
+    if (settings.numbersByTime && !options.sequence.renumber) {
+        settings.firstNumber += conversion.firstNumber;
+    }
+    settings.alpha = keepsAlpha(options, conversion.info());
+    settings.dither = options.dithers;
+    settings.prefersEightBits = options.dithers && info.naturalDepth == Media::Depth::bits8;
     settings.force = options.force;
     settings.expectedFrames = conversion.range.expected * picturesEach(options.step);
     settings.audio = conversion.input->audio();
@@ -287,8 +318,8 @@ void fillSettings(Conversion& conversion)
         settings.origin = options.segment->origin;
     }
     if (options.format) {
-        settings.stored = writtenLayout(*options.format, options.output, static_cast<unsigned>(info.width),
-                                        static_cast<unsigned>(info.height),
+        settings.stored = writtenLayout(*options.format, namedOutput(options),
+                                        static_cast<unsigned>(info.width), static_cast<unsigned>(info.height),
                                         static_cast<std::size_t>(options.outputRowBytes));
         settings.colour = storedColour(conversion);
     }
@@ -324,7 +355,9 @@ bool drawsWide(const Conversion& conversion)
 /// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
 void prepareConversion(const Conversion& conversion)
 {
-    if (drawsWide(conversion)) {
+    if (uploadsFullChroma(conversion)) {
+        static_cast<void>(obtainEffect(fullChromaEffect));
+    } else if (drawsWide(conversion)) {
         static_cast<void>(obtainEffect(wideEffect));
     }
     if (!Image::ColourConversion::isInitialised() && !Image::ColourConversion::init()) {
@@ -344,11 +377,14 @@ void noteDecisions(const Conversion& conversion, Console& console)
     if (conversion.keepCodes && !conversion.keepsDepth() && conversion.colour.rangeGuessed) {
         console.note(fmt::format("{}: has no tag for its range; assuming {} range for its codes at {} bits; "
                                  "--range overrides",
-                                 options.input.string(), nameOf(conversion.colour.range),
-                                 options.format->bits));
+                                 options.inputName(), nameOf(conversion.colour.range), options.format->bits));
     }
     for (const std::string& note : conversion.filterNotes) {
         console.note(note);
+    }
+    if (options.readsStandardInput() && options.picked.skips()) {
+        console.note("standard input cannot be searched: it is decoded from its beginning up to " +
+                     startText(options.picked));
     }
     for (const std::string& note : inputNotes(options, conversion.info())) {
         console.note(note);
@@ -369,7 +405,7 @@ std::vector<std::string> problemsOf(const Conversion& conversion)
     const std::int64_t unlisted =
         conversion.input->problemCount() - static_cast<std::int64_t>(problems.size());
     if (unlisted > 0) {
-        problems.push_back(fmt::format("{}: {} more problems", conversion.options.input.string(), unlisted));
+        problems.push_back(fmt::format("{}: {} more problems", conversion.options.inputName(), unlisted));
     }
     return problems;
 }
@@ -411,6 +447,7 @@ Json describeRun(const Conversion& conversion)
     run["bitsPerComponent"] = conversion.options.format ? static_cast<int>(conversion.options.format->bits)
                                                         : static_cast<int>(conversion.settings.depth);
     run["source"] = describeSource(conversion);
+    run["alpha"] = conversion.settings.alpha ? Json(nameOf(alphaFor(conversion.options.output))) : Json();
     run["codesKept"] = conversion.keepCodes;
     run["outputRange"] = conversion.keepCodes ? Json() : Json(nameOf(conversion.settings.rgbRange));
     run["device"]["name"] = deviceName();
@@ -418,7 +455,8 @@ Json describeRun(const Conversion& conversion)
     run["seconds"] = conversion.seconds;
     run["framesPerSecond"] = conversion.framesPerSecond();
     std::vector<std::string> warnings = conversion.effectWarnings;
-    for (const std::vector<std::string>& more : {conversion.writer->warnings(), problemsOf(conversion)}) {
+    for (const std::vector<std::string>& more : {conversion.info().remarks, conversion.writer->warnings(),
+                                                 conversion.input->remarks(), problemsOf(conversion)}) {
         warnings.insert(warnings.end(), more.begin(), more.end());
     }
     run["warnings"] = warnings;
@@ -450,10 +488,10 @@ std::string audioSummary(const std::vector<Media::WrittenAudio>& tracks)
 std::string summary(const Conversion& conversion)
 {
     return fmt::format("{}: {} {} ({}{}) in {:.1f} s, {:.1f} frames/s on {}",
-                       writtenFiles(conversion.writer->files(), conversion.options.output), conversion.frames,
-                       conversion.frames == 1 ? "frame" : "frames", conversion.writer->description(),
-                       audioSummary(conversion.writer->audio()), conversion.seconds,
-                       conversion.framesPerSecond(), deviceName());
+                       writtenFiles(conversion.writer->files(), conversion.options.outputName()),
+                       conversion.frames, conversion.frames == 1 ? "frame" : "frames",
+                       conversion.writer->description(), audioSummary(conversion.writer->audio()),
+                       conversion.seconds, conversion.framesPerSecond(), deviceName());
 }
 
 /// What several have in common, such as a typeface that is missing, is noted once.
@@ -505,7 +543,8 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, const Bu
                    .matrix = conversion.colour.matrix,
                    .bits = uploadBits(conversion),
                    .followTags = !options.range,
-                   .anyForm = !conversion.keepCodes},
+                   .anyForm = !conversion.keepCodes,
+                   .fullChroma = uploadsFullChroma(conversion)},
         .depth = conversion.settings.depth,
         .tenBits = makesTenBits(conversion),
         .outputRange = conversion.settings.rgbRange == Media::Range::video ? Image::GamutScaling::Video
@@ -527,7 +566,7 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, const Bu
 
 std::string interruptedText(const ConvertOptions& options)
 {
-    return "interrupted; " + options.output.string() + " was not completed";
+    return "interrupted; " + options.outputName() + " was not completed";
 }
 
 /// The input failed. A clip without its end is removed; pictures that are complete are kept, as they are when
@@ -572,7 +611,7 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, SlowStart& 
     if (conversion.frames == 0) {
         throw Failure(ExitCode::input,
                       fmt::format("{}: has no frame to start from at {}; choose an earlier one",
-                                  conversion.options.input.string(), startText(conversion.options.picked)));
+                                  conversion.options.inputName(), startText(conversion.options.picked)));
     }
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
@@ -589,7 +628,7 @@ void fitColours(Conversion& conversion)
 {
     std::vector<EffectRequest>& effects = conversion.options.effects;
     const Media::Colour& colour = conversion.colour.forWriting;
-    const std::string input = conversion.options.input.string();
+    const std::string input = conversion.options.inputName();
     const std::string beyond = beyondBt709(colour);
     auto step = std::find_if(effects.begin(), effects.end(),
                              [](const EffectRequest& each) { return each.mapsTones; });
@@ -627,20 +666,49 @@ void checkFilters(const FilterOptions& filters)
     }
 }
 
+/// What "--rotate" stands for with this input.
+std::string rotationOf(const Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    const Media::StreamInfo& info = conversion.info();
+    if (!options.rotates || !info.orientation) {
+        return {};
+    }
+    const std::optional<std::string> graph = rotationGraph(*info.orientation);
+    if (!graph) {
+        throw Failure(
+            ExitCode::input,
+            fmt::format("--rotate: {} is shown turned by {} degrees, and only quarters of a turn are "
+                        "applied; leave it out, or use --before rotate=...",
+                        options.inputName(), info.orientation->degrees));
+    }
+    const bool mixesFields = graph->starts_with("transpose") &&
+                             info.fieldOrder != Media::FieldOrder::progressive &&
+                             options.filters.deinterlace.empty();
+    if (mixesFields) {
+        throw Failure(ExitCode::input,
+                      "--rotate: " + options.inputName() +
+                          " is interlaced, and its lines would become columns; add --deinterlace");
+    }
+    return *graph;
+}
+
 /// Has the frames of the range filtered.
 void filterInput(Conversion& conversion)
 {
     const FilterOptions& filters = conversion.options.filters;
-    if (filters.before.empty() && filters.shortForms.empty()) {
+    const std::string shortForms =
+        Media::joinGraphs(Media::joinGraphs(filters.deinterlace, rotationOf(conversion)), filters.shortForms);
+    if (filters.before.empty() && shortForms.empty()) {
         return;
     }
-    if (!filters.shortForms.empty()) {
-        conversion.filterNotes.push_back("frames are filtered by " + filters.shortForms);
+    if (!shortForms.empty()) {
+        conversion.filterNotes.push_back("frames are filtered by " + shortForms);
     }
     const std::string timeCode = conversion.info().timeCode;
     const Media::Rational rate = conversion.info().frameRate;
     const std::vector<std::string> notes =
-        conversion.input->filter(Media::joinGraphs(filters.before, filters.shortForms),
+        conversion.input->filter(Media::joinGraphs(filters.before, shortForms),
                                  filters.before.empty() ? "the filters" : "--before", conversion.range);
     conversion.filterNotes.insert(conversion.filterNotes.end(), notes.begin(), notes.end());
     if (!timeCode.empty() && conversion.info().timeCode.empty()) {
@@ -668,13 +736,13 @@ void narrow(FrameRange& range, const Segment& segment)
 }
 
 /// Opens the input and decides everything that the first frame needs.
-Conversion decide(const ConvertOptions& options)
+Conversion decide(const ConvertOptions& options, int standardOutput = -1)
 {
     refuseSameFile(options);
     if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
         requirePicture(options.output, "a thumbnail");
     }
-    checkEncoding(options);
+    checkEncoding(options, standardOutput);
     checkFilters(options.filters);
     Conversion conversion{.options = options,
                           .input = openInput(options),
@@ -694,7 +762,7 @@ Conversion decide(const ConvertOptions& options)
                           .frames = 0,
                           .endedEarly = false,
                           .seconds = 0};
-    conversion.range = frameRange(options.picked, conversion.info(), options.input);
+    conversion.range = frameRange(options.picked, conversion.info(), options.inputName());
     if (options.segment) {
         narrow(conversion.range, *options.segment);
     }
@@ -709,10 +777,15 @@ Conversion decide(const ConvertOptions& options)
     filterInput(conversion);
     conversion.colour = chooseColour(options, conversion.info());
     fitColours(conversion);
+    if (keepsAlpha(options, conversion.info())) {
+        const std::vector<std::string> notes = fitAlpha(conversion.options, conversion.info());
+        conversion.colour.notes.insert(conversion.colour.notes.end(), notes.begin(), notes.end());
+    }
     conversion.keepCodes = passesCodes(conversion.options, conversion.info());
     if (options.format) {
         conversion.delivery.emplace(*options.format, madeMatrix(conversion));
     }
+    conversion.settings.standardOutput = standardOutput;
     fillSettings(conversion);
     return conversion;
 }
@@ -748,11 +821,14 @@ void perform(Conversion& conversion, Console& console)
 ExitCode runConversion(const ConvertOptions& options, Console& console)
 {
     console.setQuiet(options.quiet);
-    Conversion conversion = decide(options);
+    Conversion conversion = decide(options, options.writesStandardOutput() ? console.binaryOutput() : -1);
     const HostSession host(options.device, &console);
     perform(conversion, console);
     for (const std::string& warning : conversion.writer->warnings()) {
         console.note(warning);
+    }
+    for (const std::string& remark : conversion.input->remarks()) {
+        console.note(remark);
     }
     for (const std::string& problem : problemsOf(conversion)) {
         console.error(problem); // they explain the exit code
@@ -766,11 +842,11 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     }
     if (conversion.endedEarly) {
         console.error(fmt::format("--out {}: {} ends before it; {} holds what there is", options.picked.out,
-                                  options.input.string(), options.output.string()));
+                                  options.inputName(), options.outputName()));
         return ExitCode::input;
     }
     if (!conversion.complete()) {
-        console.error(options.input.string() + ": is damaged or incomplete; " + options.output.string() +
+        console.error(options.inputName() + ": is damaged or incomplete; " + options.outputName() +
                       " holds what could be read of it");
         return ExitCode::input;
     }

@@ -3,11 +3,24 @@
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/media/Matrices.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace Qx::Program {
 
 namespace {
+
+/// File names have no longer numbers.
+std::int64_t parseNumber(const std::string& option, const std::string& word)
+{
+    constexpr std::int64_t largest = 999'999'999;
+    const std::int64_t number = parseCount(option, word, 0);
+    if (number > largest) {
+        throw CLI::ValidationError(
+            option, fmt::format("\"{}\" is too large; the largest number is {}", word, largest));
+    }
+    return number;
+}
 
 const Names<Media::Range> ranges{{"video", Media::Range::video}, {"full", Media::Range::full}};
 const Names<Media::Matrix> matrices = Media::matrixWords();
@@ -16,11 +29,34 @@ const Names<Image::Filter> filters{{"point", Image::Filter::Point},
                                    {"catmullrom", Image::Filter::CatmullRom},
                                    {"mitchell", Image::Filter::Mitchell}};
 
+/// Throws CLI::ValidationError if standard output cannot be written in that.
+std::string containerNamed(const std::string& word)
+{
+    std::string name = CLI::detail::to_lower(word);
+    const std::vector<std::string> known = Media::pipeContainers();
+    if (std::find(known.begin(), known.end(), name) != known.end()) {
+        return name;
+    }
+    const bool isKin = name == "mp4" || name == "m4v";
+    throw invalidValue("--container", word,
+                       listed(known, "or") +
+                           (isKin ? "; mp4 has its index before what it lists, so it cannot be "
+                                    "written to a pipe; mov is written in fragments"
+                                  : ""));
+}
+
+const Names<Media::AlphaKind> alphaKinds{{"straight", Media::AlphaKind::straight},
+                                         {"premultiplied", Media::AlphaKind::premultiplied}};
+
+const Names<Media::MissingPictures> missingWords{{"hold", Media::MissingPictures::hold},
+                                                 {"black", Media::MissingPictures::black},
+                                                 {"fail", Media::MissingPictures::fail}};
+
 } // namespace
 
 void addFiles(CLI::App& app, ConvertOptions& options, const std::string& output)
 {
-    app.add_option("INPUT", options.input, "Any clip or picture that FFmpeg reads, or raw frames")
+    app.add_option("INPUT", options.input, "Any clip or picture that FFmpeg reads, raw frames, or -")
         ->option_text(" ");
     app.add_option("OUTPUT", options.output, output)->option_text(" ");
 }
@@ -96,6 +132,17 @@ void addColour(CLI::App& app, ConvertOptions& options)
         ->group(group);
 }
 
+void addAlphaAndDither(CLI::App& app, ConvertOptions& options)
+{
+    const std::string group = "Colour";
+    addChoice(app, "--alpha", options.alpha, alphaKinds,
+              "Whether colours of the input are multiplied by their\nalpha. Default: straight; premultiplied "
+              "for OpenEXR")
+        ->group(group);
+    app.add_flag("--dither", options.dithers, "Diffuse the error where codes of 8 bits are made")
+        ->group(group);
+}
+
 void addRawInput(CLI::App& app, RawInputOptions& raw, SizeOption sizeOption)
 {
     const std::string group = "Raw input";
@@ -106,9 +153,28 @@ void addRawInput(CLI::App& app, RawInputOptions& raw, SizeOption sizeOption)
         ->group(group);
     raw.sizeOption = sizeOption == SizeOption::ofInput ? "--size" : "--raw-size";
     addSize(app, raw.sizeOption, raw.width, raw.height, "Their size in pixels")->group(group);
-    addRate(app, raw.frameRate, "Frames per second. Default: 25")->group(group);
+    addRate(app, raw.frameRate, "Frames per second, also of numbered pictures. Default: 25")->group(group);
     addCount(app, "--row-bytes", raw.rowBytes, 1, "Bytes from one row to the next. Default: the format's own")
         ->group(group);
+}
+
+void addSequence(CLI::App& app, SequenceOptions& sequence)
+{
+    const std::string group = "Numbered pictures";
+    const auto addNumber = [&](const std::string& option, std::optional<std::int64_t>& number,
+                               const std::string& about) {
+        app.add_option_function<std::string>(
+               option, [&number, option](const std::string& word) { number = parseNumber(option, word); },
+               about)
+            ->option_text("N")
+            ->group(group);
+    };
+    addNumber("--start-number", sequence.startNumber, "First picture to read. Default: the lowest number");
+    addChoice(app, "--missing", sequence.missing, missingWords,
+              "Put in the picture before or black where numbers are\nmissing, or fail. Default: end there")
+        ->group(group);
+    addNumber("--renumber", sequence.renumber,
+              "Number of the first picture written. Default: the\ninput's own, else 1");
 }
 
 void addOutput(CLI::App& app, ConvertOptions& options)
@@ -117,6 +183,12 @@ void addOutput(CLI::App& app, ConvertOptions& options)
     addPixelFormat(app, "--format", options.format, "Write frames of a format of 'qxhost formats' unencoded")
         ->group(group);
     addOutputRowBytes(app, options.outputRowBytes)->group(group);
+    app.add_option_function<std::string>(
+           "--container", [&options](const std::string& word) { options.container = containerNamed(word); },
+           "Container of standard output (OUTPUT -): nut, mkv, mov,\nwebm, ts, y4m, or raw with --format. "
+           "Default: nut")
+        ->option_text("NAME")
+        ->group(group);
     app.add_option("--codec", options.codec, "FFmpeg's name of the encoder. Default: by the output's name")
         ->option_text("NAME")
         ->group(group);
@@ -172,6 +244,15 @@ void checkFiles(const CLI::App& app, ConvertOptions& options)
 {
     requireValue(app, options.input, "INPUT");
     requireValue(app, options.output, "OUTPUT");
+    if (!options.container.empty() && !options.writesStandardOutput()) {
+        complain(app, "--container is for standard output (OUTPUT -); the name of a file says what it is");
+    }
+    if (options.container == "raw" && !options.format) {
+        complain(app, "--container raw needs the format of its frames; add --format NAME ('qxhost formats')");
+    }
+    if (options.json && options.writesStandardOutput()) {
+        complain(app, "--json and OUTPUT - both go to standard output; leave one of them out");
+    }
     options.format = formatFor(app, options.output, options.format);
     if (options.format && (!options.codec.empty() || !options.pixelFormat.empty())) {
         complain(app, std::string(options.codec.empty() ? "--pixel-format" : "--codec") +

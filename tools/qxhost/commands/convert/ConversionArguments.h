@@ -20,6 +20,8 @@ void checkRange(const CLI::App& app);
 
 void addColour(CLI::App& app, ConvertOptions& options);
 
+void addAlphaAndDither(CLI::App& app, ConvertOptions& options);
+
 /// What "--size" stands for in a command.
 enum class SizeOption
 {
@@ -28,6 +30,9 @@ enum class SizeOption
 };
 
 void addRawInput(CLI::App& app, RawInputOptions& raw, SizeOption sizeOption);
+
+/// Adds the options for numbered pictures.
+void addSequence(CLI::App& app, SequenceOptions& sequence);
 
 void addOutput(CLI::App& app, ConvertOptions& options);
 

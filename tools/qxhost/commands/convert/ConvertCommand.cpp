@@ -45,11 +45,15 @@ constexpr const char* convertFooter = R"(Examples:
       The frames of these time codes and those between them, with their audio.
   qxhost convert A001.mov A002.mov --to 'dailies/{name}.mp4' --jobs 2
       Each of them, two at a time; one that fails leaves the others alone.
+  qxhost convert plate_%06d.dpx graded_%06d.exr --lut film.cube
+      A sequence, whose numbers are kept.
+  ffmpeg -i clip.mov -f nut -c:v rawvideo - | qxhost convert - - | ffmpeg -i - out.mkv
+      From standard input to standard output.
   qxhost convert clip.mov dailies.mov --burn-in "{timecode}  {clip}" --position top-left
       With time code and the clip's name drawn into every frame.
 
 Output formats, by the name's ending:
-  pictures  png tif tiff bmp jpg jpeg ppm dpx tga webp
+  pictures  png tif tiff bmp jpg jpeg ppm dpx exr tga webp
   clips     mov mkv mp4 avi mxf webm nut and whatever else FFmpeg writes
   frames    raw yuv rgb bin data, or a pixel format's name (uyvy, v210, ...)
 
@@ -68,14 +72,16 @@ font, 130 interrupted. 'qxhost convert --help-all' shows the rare options and mo
 /// Those that "--help" leaves out.
 std::vector<std::string> rareOptions()
 {
-    return {"--output-range", "--filter",    "--depth",
-            "--technique",    "--texture",   "--amount",
-            "--from",         "--display",   "--view",
-            "--date",         "--font",      "--font-size",
-            "--position",     "--raw",       "--size",
-            "--fps",          "--row-bytes", "--output-row-bytes",
-            "--pixel-format", "--no-audio",  "--audio-option",
-            "--video-option"};
+    return {"--output-range", "--filter",       "--depth",
+            "--technique",    "--texture",      "--amount",
+            "--from",         "--display",      "--view",
+            "--date",         "--font",         "--font-size",
+            "--position",     "--raw",          "--size",
+            "--fps",          "--row-bytes",    "--output-row-bytes",
+            "--pixel-format", "--no-audio",     "--audio-option",
+            "--video-option", "--start-number", "--missing",
+            "--renumber",     "--container",    "--rotate",
+            "--alpha",        "--dither"};
 }
 
 float parseAmount(const CLI::App& app, const std::string& word)
@@ -346,10 +352,14 @@ void ConvertCommand::checkPreset(const Preset& preset)
 void ConvertCommand::addConversion(CLI::App& app)
 {
     addColour(app, options_);
+    addAlphaAndDither(app, options_);
     addEffects(app);
     addBurnIn(app, texts_);
     addFilters(app, options_.filters, shortFilters_);
+    app.add_flag("--rotate", options_.rotates, "Turn and flip pictures as players would")
+        ->group("FFmpeg's filters");
     addRange(app, options_.picked, "Frames", true);
+    addSequence(app, options_.sequence);
     addRawInput(app, options_.raw, SizeOption::ofInput);
     addOutput(app, options_);
     addAudio(app, options_);
@@ -357,7 +367,7 @@ void ConvertCommand::addConversion(CLI::App& app)
 
 void ConvertCommand::addOptions(CLI::App& app)
 {
-    addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
+    addFiles(app, options_, "A clip, a picture, shot_%05d.png, raw frames, or -");
     addConversion(app);
     addMany(app);
     addSegments(app, severalGroup);
@@ -379,7 +389,11 @@ void ConvertCommand::checkConversion(const CLI::App& app)
     options_.effects = groupEffects(app, unused);
     options_.burnIns = groupBurnIns(app);
     checkRange(app);
+    options_.filters.deinterlace = shortFilters_.deinterlace;
     options_.filters.shortForms = graphOf(shortFilters_);
+    if (options_.format && options_.dithers) {
+        complain(app, "--dither is for pictures that are encoded; it cannot be combined with --format");
+    }
     if (options_.format && !options_.filters.after.empty()) {
         complain(app, "--after filters pictures on their way to an encoder; it cannot be combined with "
                       "--format, which writes frames unencoded");
@@ -394,6 +408,9 @@ void ConvertCommand::check(const CLI::App& app)
     checkConversion(app);
     if (segments_ && to) {
         complain(app, "--segments splits one conversion, --to converts many; give one of them");
+    }
+    if (segments_ && (options_.input == Media::standardName || options_.output == Media::standardName)) {
+        complain(app, "--segments needs files: standard input and output (-) cannot be split");
     }
     if (segments_) {
         segmentArguments_ = conversionArguments(app);
@@ -475,6 +492,11 @@ void ConvertCommand::collectInputs(const CLI::App& app, const std::optional<std:
         many_.inputs.insert(many_.inputs.begin(), options_.output);
     }
     many_.inputs.insert(many_.inputs.begin(), options_.input);
+    for (const fs::path& input : many_.inputs) {
+        if (input == Media::standardName) {
+            complain(app, "standard input (-) cannot be one of several inputs; convert it by itself");
+        }
+    }
     options_.output = outputFor(options_.input, many_.to);
     many_.arguments = argumentsBut(app, {"--jobs", "--json"}, many_.to);
     many_.force = options_.force;

@@ -117,8 +117,7 @@ void addFilters(CLI::App& app, FilterOptions& filters, ShortFilters& shortFilter
 std::string graphOf(const ShortFilters& shortFilters)
 {
     std::string graph;
-    for (const std::string& each :
-         {shortFilters.deinterlace, shortFilters.crop, shortFilters.resize, shortFilters.pad}) {
+    for (const std::string& each : {shortFilters.crop, shortFilters.resize, shortFilters.pad}) {
         graph += (graph.empty() || each.empty() ? "" : ",") + each;
     }
     return graph;

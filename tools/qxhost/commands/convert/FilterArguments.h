@@ -19,7 +19,7 @@ struct ShortFilters
 /// Adds "--before", "--after" and the short forms. The targets must live as long as the command.
 void addFilters(CLI::App& app, FilterOptions& filters, ShortFilters& shortFilters);
 
-/// The short forms as one graph, in the order in which they run.
+/// The short forms behind --deinterlace as one graph, in the order in which they run.
 std::string graphOf(const ShortFilters& shortFilters);
 
 } // namespace Qx::Program

@@ -14,4 +14,19 @@ inline std::string quoted(const std::filesystem::path& file)
     return '"' + Host::printable(file.native()) + '"';
 }
 
+/// The name of an input or output that stands for standard input or standard output.
+inline constexpr const char* standardName = "-";
+
+/// As quoted(), of what is read.
+inline std::string quotedInput(const std::filesystem::path& file)
+{
+    return file == standardName ? "standard input" : quoted(file);
+}
+
+/// As quoted(), of what is written.
+inline std::string quotedOutput(const std::filesystem::path& file)
+{
+    return file == standardName ? "standard output" : quoted(file);
+}
+
 } // namespace Qx::Media

@@ -5,10 +5,12 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -23,7 +25,7 @@ constexpr const char* existsText = "it already exists; give --force to replace i
 
 Error cannotWrite(const fs::path& file, const std::string& why)
 {
-    return Error{"cannot write " + quoted(file) + ": " + why};
+    return Error{"cannot write " + quotedOutput(file) + ": " + why};
 }
 
 Status checkPlace(const fs::path& file, bool force, const FileSet* kept)
@@ -75,6 +77,29 @@ Result<fs::path> followed(const fs::path& file)
 }
 
 } // namespace
+
+OutputFile OutputFile::standardOutput(int descriptor, std::size_t kept)
+{
+    OutputFile output(standardName, false, nullptr);
+    output.output_ = descriptor;
+    output.beginning_ = HeldFile(::memfd_create("qxhost-beginning", MFD_CLOEXEC));
+    output.left_ = output.beginning_.descriptor() >= 0 ? kept : 0;
+    return output;
+}
+
+std::string OutputFile::name() const
+{
+    return isStandardOutput() ? quotedOutput(file_) : quoted(file_);
+}
+
+fs::path OutputFile::readable() const
+{
+    if (!isStandardOutput()) {
+        return part_;
+    }
+    const int beginning = beginning_.descriptor();
+    return beginning >= 0 ? "/proc/self/fd/" + std::to_string(beginning) : std::string();
+}
 
 void OutputFile::clearAbandoned(const fs::path& file)
 {
@@ -132,6 +157,9 @@ OutputFile::OutputFile(OutputFile&& other) noexcept
       target_(std::move(other.target_)),
       part_(std::exchange(other.part_, {})),
       held_(std::move(other.held_)),
+      output_(other.output_),
+      beginning_(std::move(other.beginning_)),
+      left_(other.left_),
       force_(other.force_),
       kept_(std::move(other.kept_))
 {
@@ -145,6 +173,9 @@ OutputFile& OutputFile::operator=(OutputFile&& other) noexcept
         target_ = std::move(other.target_);
         part_ = std::exchange(other.part_, {});
         held_ = std::move(other.held_);
+        output_ = other.output_;
+        beginning_ = std::move(other.beginning_);
+        left_ = other.left_;
         force_ = other.force_;
         kept_ = std::move(other.kept_);
     }
@@ -166,12 +197,25 @@ void OutputFile::remove() noexcept
 
 Status OutputFile::write(const void* bytes, std::size_t size)
 {
-    const int error = Host::writeAll(held_.descriptor(), bytes, size);
-    return error == 0 ? Status() : cannotWrite(file_, Host::systemProblem(error));
+    const int error = Host::writeAll(isStandardOutput() ? output_ : held_.descriptor(), bytes, size);
+    if (error == EPIPE && isStandardOutput()) {
+        return cannotWrite(file_, "the program that reads it has ended, or closed it");
+    }
+    if (error != 0) {
+        return cannotWrite(file_, Host::systemProblem(error));
+    }
+    if (const std::size_t part = std::min(size, left_); part > 0) {
+        // Without it, what the container does not hold stays unsaid.
+        left_ = Host::writeAll(beginning_.descriptor(), bytes, part) == 0 ? left_ - part : 0;
+    }
+    return {};
 }
 
 Status OutputFile::commit(DirectorySync directory)
 {
+    if (isStandardOutput()) {
+        return {};
+    }
     const auto rename = [&](unsigned flags) {
         return Host::syncAndRename(held_.descriptor(), AT_FDCWD, part_.c_str(), target_.c_str(), flags);
     };

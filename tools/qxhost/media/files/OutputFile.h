@@ -7,12 +7,15 @@
 #include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <string>
 
 namespace Qx::Media {
 
 /// An unfinished output file: written under another name in the destination's directory, held (HeldFile.h),
 /// and renamed when complete. The destructor removes it if it is not complete. A symbolic link is followed:
 /// the file that it names is written, and the link stays.
+///
+/// It may also stand for standard output, of which nothing can be taken back.
 class OutputFile
 {
 public:
@@ -21,6 +24,9 @@ public:
     /// (null for none).
     static Result<OutputFile> create(const std::filesystem::path& file, bool force,
                                      std::shared_ptr<const FileSet> kept = nullptr);
+
+    /// Standard output, by its descriptor, which stays the caller's. `kept` bytes of the beginning are kept.
+    static OutputFile standardOutput(int descriptor, std::size_t kept);
 
     /// Removes the unfinished files that earlier runs left where this one's output goes. To be called once
     /// per run, since it reads the directory.
@@ -42,6 +48,13 @@ public:
     /// Where to write.
     const std::filesystem::path& part() const { return part_; }
     const std::filesystem::path& file() const { return file_; }
+    /// For messages: the file in quotes, or "standard output".
+    std::string name() const;
+
+    bool isStandardOutput() const { return output_ >= 0; }
+    /// What can be read back: part(), or of standard output a file with the beginning; empty if there is
+    /// none.
+    std::filesystem::path readable() const;
 
     /// Writes the next bytes. For those who do not write to part() by other means.
     Status write(const void* bytes, std::size_t size);
@@ -65,6 +78,9 @@ private:
     std::filesystem::path target_; // the file that it stands for
     std::filesystem::path part_;   // empty when there is nothing to remove
     HeldFile held_;                // the part file
+    int output_ = -1;              // standard output instead
+    HeldFile beginning_;           // of what is written there
+    std::size_t left_ = 0;         // how much more of it is kept
     bool force_ = false;
     std::shared_ptr<const FileSet> kept_;
 };

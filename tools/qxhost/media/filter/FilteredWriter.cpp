@@ -34,6 +34,10 @@ public:
           components_(planarFormat(given))
     {
         warnings_ = graph_->notes();
+        if (!given.timeCode.empty() && made.timeCode.empty()) {
+            warnings_.push_back("time code " + given.timeCode +
+                                " is left out: --after changes the frame rate");
+        }
     }
 
     Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) override

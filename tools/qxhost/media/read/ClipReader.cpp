@@ -9,8 +9,10 @@
 #include "tools/qxhost/media/read/EntrySearch.h"
 #include "tools/qxhost/media/read/OpenedFiles.h"
 #include "tools/qxhost/media/read/PictureDescription.h"
+#include "tools/qxhost/media/read/Sequence.h"
 #include "tools/qxhost/media/read/StreamColour.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/rows/FramePacker.h"
 
 #include <algorithm>
@@ -22,8 +24,10 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <sys/stat.h>
 #include <system_error>
 #include <tuple>
+#include <unistd.h>
 
 namespace Qx::Media {
 
@@ -43,8 +47,8 @@ struct FedPacket
 {
     SourceMessages messages;
     std::int64_t pts = AV_NOPTS_VALUE;
-    bool hasPts = false;     // of its own; else pts is the time of decoding
-    bool isHidden = false;   // shows no frame
+    bool hasPts = false;   // of its own; else pts is the time of decoding
+    bool isHidden = false; // shows no frame
     bool isKey = false;
     bool isUnmissed = false; // see isUnmissed()
     bool isTold = false;     // its damage is among the problems
@@ -94,31 +98,70 @@ std::string whyNotAFile(const fs::path& file, bool& exists)
     return {};
 }
 
-/// The part of a numbered sequence that is read: up to its first gap.
-struct Sequence
+bool isPatternOfPictures(const fs::path& file)
 {
-    long first = 0;
-    long last = 0;
-    bool hasGap = false; // more pictures follow
-};
-
-/// Empty if it is not a sequence with a number in its last part, or has no picture.
-std::optional<Sequence> sequenceOf(const fs::path& file)
-{
-    const NumberedNames names(file);
     std::error_code error;
-    if (fs::exists(file, error) || !names.isPattern()) {
-        return {};
+    return !fs::exists(file, error) && NumberedNames(file).isPattern();
+}
+
+std::string numbersText(long first, long last)
+{
+    return first == last ? "picture " + std::to_string(first) + " is"
+                         : "pictures " + std::to_string(first) + " to " + std::to_string(last) + " are";
+}
+
+/// The part of a numbered sequence that is read. Empty if it is none with a number in its last part, or has
+/// no picture.
+Result<std::optional<Sequence>> sequenceOf(const fs::path& file, const ClipReader::Options& options)
+{
+    if (!isPatternOfPictures(file)) {
+        return std::optional<Sequence>();
     }
-    const std::vector<long> numbers = names.existing();
+    const NumberedNames names(file);
+    std::vector<long> numbers = names.existing();
+    if (options.startNumber) {
+        const auto first = std::lower_bound(numbers.begin(), numbers.end(), *options.startNumber);
+        if (!numbers.empty() && (first == numbers.end() || *first != *options.startNumber)) {
+            return Error{"cannot read " + quoted(file) + ": there is no picture " +
+                         std::to_string(*options.startNumber) + "; they run from " +
+                         std::to_string(numbers.front()) + " to " + std::to_string(numbers.back())};
+        }
+        numbers.erase(numbers.begin(), first);
+    }
+    const bool endsAtGap = options.missing == MissingPictures::end;
+    if (!endsAtGap) {
+        std::error_code error;
+        std::erase_if(numbers, [&](long number) { return fs::file_size(names.name(number), error) == 0; });
+    }
     if (numbers.empty()) {
-        return {};
+        return std::optional<Sequence>();
     }
-    std::size_t count = 1;
-    while (count < numbers.size() && numbers[count] == numbers[count - 1] + 1) {
-        ++count;
+    Sequence sequence(numbers.front(), options.missing);
+    for (const long number : numbers) {
+        if (sequence.last() + 1 < number && endsAtGap) {
+            sequence.endAtGap();
+            break;
+        }
+        if (sequence.last() + 1 < number && options.missing == MissingPictures::fail) {
+            return Error{"cannot read " + quoted(file) + ": " + numbersText(sequence.last() + 1, number - 1) +
+                         " missing; --missing hold or black fills the gap"};
+        }
+        sequence.add(number);
     }
-    return Sequence{numbers.front(), numbers[count - 1], count < numbers.size()};
+    return std::optional(sequence);
+}
+
+/// What is done about each gap, a line each.
+std::vector<std::string> remarksOn(const fs::path& file, const Sequence& sequence)
+{
+    std::vector<std::string> lines;
+    const std::vector<Sequence::Run>& runs = sequence.runs();
+    for (std::size_t i = 1; i < runs.size(); ++i) {
+        lines.push_back(quoted(file) + ": " + numbersText(runs[i - 1].last + 1, runs[i].first - 1) +
+                        " missing; " + (sequence.fillsWithBlack() ? "black" : "the picture before") +
+                        " is put in");
+    }
+    return lines;
 }
 
 /// Adds the files behind a name that may be a number pattern.
@@ -126,7 +169,7 @@ Status addFilesOf(const fs::path& file, FileSet& files)
 {
     if (std::error_code error; fs::exists(file, error)) {
         return addWithNamedFiles(file, files) ? Status()
-                                              : Error{"cannot read " + quoted(file) +
+                                              : Error{"cannot read " + quotedInput(file) +
                                                       ": it is a list of files that leads back to itself"};
     }
     if (const NumberedNames names(file); names.isPattern()) {
@@ -158,31 +201,51 @@ enum class EditLists
     ignored
 };
 
-Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& sequence, OpenedFiles& opened,
+/// Which pictures of a sequence, and how they are timed.
+struct SequencePart
+{
+    long first = 0;
+    std::optional<Rational> rate;
+};
+
+/// How FFmpeg reaches standard input: as a file if it is one, from its beginning.
+std::string urlOfStandardInput()
+{
+    struct stat status = {};
+    const bool isFile = ::fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode);
+    return isFile && ::lseek(STDIN_FILENO, 0, SEEK_CUR) == 0 ? "file:/proc/self/fd/0" : "pipe:0";
+}
+
+Result<InputPtr> openInput(const fs::path& file, const std::optional<SequencePart>& part, OpenedFiles& opened,
                            EditLists editLists = EditLists::followed)
 {
-    bool exists = false;
-    if (const std::string why = whyNotAFile(file, exists); !why.empty()) {
-        return Error{"cannot read " + quoted(file) + ": " + why};
+    const bool isStandard = file == standardName;
+    bool exists = isStandard;
+    if (const std::string why = isStandard ? "" : whyNotAFile(file, exists); !why.empty()) {
+        return Error{"cannot read " + quotedInput(file) + ": " + why};
     }
     AVFormatContext* raw = avformat_alloc_context();
     if (!raw) {
         return Error{"out of memory"};
     }
-    const std::string url = "file:" + file.string();
+    const std::string url = isStandard ? urlOfStandardInput() : "file:" + file.string();
     if (exists) {
         // Opened here, so that a '%' or '*' in the name of a real file is no pattern.
         if (const int error = openStream(raw->pb, url, AVIO_FLAG_READ); error < 0) {
             avformat_free_context(raw);
-            return Error{"cannot read " + quoted(file) + ": " + errorText(error)};
+            return Error{"cannot read " + quotedInput(file) + ": " + errorText(error)};
         }
         raw->flags |= AVFMT_FLAG_CUSTOM_IO;
     }
     AVIOContext* own = raw->pb;
     AVDictionary* options = nullptr;
     av_dict_set(&options, "protocol_whitelist", "file", 0);
-    if (sequence) {
-        av_dict_set_int(&options, "start_number", sequence->first, 0);
+    if (part) {
+        av_dict_set_int(&options, "start_number", part->first, 0);
+    }
+    if (part && part->rate) {
+        const std::string rate = std::to_string(part->rate->num) + "/" + std::to_string(part->rate->den);
+        av_dict_set(&options, "framerate", rate.c_str(), 0);
     }
     opened.follow(*raw);
     if (editLists == EditLists::ignored) {
@@ -192,23 +255,31 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<Sequence>& 
     const int error = avformat_open_input(&raw, url.c_str(), nullptr, &options);
     av_dict_free(&options);
     if (error < 0) {
+        const bool isEmpty = isStandard && own && own->pos == 0;
         avio_closep(&own);
         const std::string why =
-            error == AVERROR_INVALIDDATA
+            isEmpty ? "it is empty; the program that should write it may have failed"
+            : error == AVERROR_INVALIDDATA
                 ? "it is not a clip or picture that can be read, or its beginning is damaged"
                 : errorText(error);
         const std::string message = opened.take();
-        return Error{"cannot read " + quoted(file) + ": " + why +
-                     (message.empty() ? ffmpegHint() : ": " + message)};
+        return Error{"cannot read " + quotedInput(file) + ": " + why +
+                     (isEmpty           ? ""
+                      : message.empty() ? ffmpegHint()
+                                        : ": " + message)};
     }
     opened.take(); // what the demuxer went on after
     return InputPtr(raw);
 }
 
 /// Empty where pictures are shown as they are stored.
-std::optional<Orientation> orientationOf(const AVStream& stream)
+std::optional<Orientation> orientationOf(const AVStream& stream, const AVFrame& first)
 {
     const std::int32_t* data = displayMatrixOf(stream);
+    const AVFrameSideData* ofFrame = av_frame_get_side_data(&first, AV_FRAME_DATA_DISPLAYMATRIX);
+    if (!data && ofFrame && ofFrame->size >= sizeof Orientation::matrix) { // of a photograph's Exif
+        data = reinterpret_cast<const std::int32_t*>(ofFrame->data);
+    }
     if (!data) {
         return {};
     }
@@ -275,6 +346,8 @@ struct ClipReader::Impl
     explicit Impl(fs::path path) : file(std::move(path)) {}
 
     static Result<std::unique_ptr<Impl>> start(const fs::path& file, const Options& options);
+    Status checkStandardInput() const;
+    fs::path place() const;
     Status findStreams();
     Status openDecoder();
     Status describe(const AVFrame& first);
@@ -287,6 +360,7 @@ struct ClipReader::Impl
     void settle(long end);
     void noteReached(const AVPacket& from);
     void noteEndOfInput(int error);
+    bool endsWithinFrame() const;
     void checkLength();
     std::string where(std::int64_t pts) const;
     FedPacket* fedPacket(long index);
@@ -306,6 +380,14 @@ struct ClipReader::Impl
     std::optional<Passed> passedPackets() const;
     bool jumpByIndex(const SeekTarget& target, Passed& passed);
     bool jumpInSequence(const SeekTarget& target);
+    std::optional<SequencePart> sequencePart() const;
+    Status openRun(std::size_t index);
+    bool isPipe() const;
+    bool hasTimeCodeTrack() const;
+    bool fillsBefore(const AVFrame* picture) const;
+    Frame filling();
+    std::shared_ptr<const AVFrame> blackLike(const AVFrame& picture);
+    long numberOf(long index) const;
     std::optional<EntrySearch::Entry> searchEntry(const SeekTarget& target, const Passed& passed);
     void restartDecoder();
     bool dropFramesBefore(const SeekTarget& target, const std::optional<EntrySearch::Entry>& entry);
@@ -328,8 +410,12 @@ struct ClipReader::Impl
     const fs::path file;
     Options options;
     std::optional<Sequence> sequence;
-    std::deque<FedPacket> fed; // the last ones; outlives the decoder
-    OpenedFiles opened;        // outlives the input
+    std::size_t run = 0;                   // of the sequence, that is being read
+    std::int64_t due = 0;                  // of a sequence that is filled: the place of the next frame
+    ClippedNumbers clipped;                // of frames of floats
+    std::shared_ptr<const AVFrame> filler; // what gaps are filled with
+    std::deque<FedPacket> fed;             // the last ones; outlives the decoder
+    OpenedFiles opened;                    // outlives the input
     InputPtr input;
     AVStream* stream = nullptr;
     CodecPtr decoder;
@@ -349,10 +435,11 @@ struct ClipReader::Impl
     bool stopped = false; // reading, before the end; a problem says why
     int damageInARow = 0;
     long packetsFed = 0;
-    long picturesSkipped = 0;       // of a sequence, between the packets fed
     std::int64_t packetsBefore = 0; // decoded by a reader that this one replaces
     long settled = 0;               // packets before this one were needed for the frames given
     std::map<long, std::vector<std::string>> ahead; // problems of packets that no frame given has needed
+    std::int64_t lastPos = -1;                      // in the input, of the last packet of the video
+    std::int64_t posStep = 0;                       // from the one before it
     std::int64_t lastFedPts = AV_NOPTS_VALUE;
     std::int64_t lastKeyPts = AV_NOPTS_VALUE;
     std::int64_t entryPts = AV_NOPTS_VALUE; // of the key frame that decoding was entered at, until the next
@@ -388,11 +475,18 @@ Result<std::unique_ptr<ClipReader::Impl>> ClipReader::Impl::start(const fs::path
     captureFfmpegLog();
     auto impl = std::make_unique<Impl>(file);
     impl->options = options;
-    if (const Status status = addFilesOf(file, *impl->opened.files()); !status) {
+    if (const Status status = impl->checkStandardInput(); !status) {
         return Error{status.text()};
     }
-    impl->sequence = sequenceOf(file);
-    auto input = openInput(file, impl->sequence, impl->opened);
+    if (const Status status = addFilesOf(impl->place(), *impl->opened.files()); !status) {
+        return Error{status.text()};
+    }
+    auto sequence = sequenceOf(file, options);
+    if (!sequence) {
+        return sequence.error();
+    }
+    impl->sequence = sequence.value();
+    auto input = openInput(file, impl->sequencePart(), impl->opened);
     if (!input) {
         return input.error();
     }
@@ -409,20 +503,75 @@ Result<std::unique_ptr<ClipReader::Impl>> ClipReader::Impl::start(const fs::path
         if (!impl->failure.empty()) {
             return Error{impl->failure};
         }
-        const std::string why = impl->problems.empty() ? "" : ": " + impl->problems.front();
-        return Error{quoted(file) + " holds no frame that can be decoded" + why};
+        const bool needsSeeking =
+            impl->isPipe() &&
+            std::string_view(impl->input->iformat->name).find("mp4") != std::string_view::npos;
+        const std::string why =
+            needsSeeking ? ": MOV and MP4 are read from a pipe only in fragments, or with their index first "
+                           "(ffmpeg -movflags +faststart); NUT and Matroska always are"
+            : impl->problems.empty() ? ""
+                                     : ": " + impl->problems.front();
+        return Error{quotedInput(file) + " holds no frame that can be decoded" + why};
     }
     return impl;
+}
+
+Status ClipReader::Impl::checkStandardInput() const
+{
+    if (file != standardName) {
+        return {};
+    }
+    if (!options.mayBeStandardInput) {
+        return Error{"cannot read \"-\": standard input cannot be used here"};
+    }
+    if (::isatty(STDIN_FILENO) == 1) {
+        return Error{
+            "cannot read standard input: it is a terminal; send it a clip, as in 'ffmpeg ... -f nut - | "
+            "qxhost convert - ...'"};
+    }
+    return {};
+}
+
+/// The file, or what standard input is.
+fs::path ClipReader::Impl::place() const
+{
+    return file == standardName ? "/proc/self/fd/0" : file;
+}
+
+/// It can be read once only.
+bool ClipReader::Impl::isPipe() const
+{
+    return file == standardName &&
+           (input->pb == nullptr || (input->pb->seekable & AVIO_SEEKABLE_NORMAL) == 0);
+}
+
+std::optional<SequencePart> ClipReader::Impl::sequencePart() const
+{
+    return sequence ? std::optional(SequencePart{sequence->runs()[run].first, options.sequenceRate})
+                    : std::nullopt;
+}
+
+/// Goes on with another run of a sequence, at its beginning.
+Status ClipReader::Impl::openRun(std::size_t index)
+{
+    run = index;
+    auto next = openInput(file, sequencePart(), opened);
+    if (!next) {
+        return Error{next.text()};
+    }
+    input = std::move(next.value());
+    stream = input->streams[0];
+    return {};
 }
 
 Status ClipReader::Impl::findStreams()
 {
     if (const int error = avformat_find_stream_info(input.get(), nullptr); error < 0) {
-        return Error{"cannot read " + quoted(file) + ": " + errorText(error) + ffmpegHint()};
+        return Error{"cannot read " + quotedInput(file) + ": " + errorText(error) + ffmpegHint()};
     }
     const int best = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (best < 0 || (input->streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC)) {
-        return Error{quoted(file) + " has no video stream" +
+        return Error{quotedInput(file) + " has no video stream" +
                      (best < 0 ? "" : " (only a cover picture beside its audio)")};
     }
     stream = input->streams[best];
@@ -455,13 +604,13 @@ Status ClipReader::Impl::openDecoder()
 {
     const AVCodecParameters& parameters = *stream->codecpar;
     if (parameters.width > largestSide || parameters.height > largestSide) {
-        return Error{quoted(file) + " is " + std::to_string(parameters.width) + "x" +
+        return Error{quotedInput(file) + " is " + std::to_string(parameters.width) + "x" +
                      std::to_string(parameters.height) + " pixels; the largest that is read is " +
                      std::to_string(largestSide) + " each way"};
     }
     const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
     if (!codec) {
-        return Error{quoted(file) + " holds video of a kind that this FFmpeg cannot decode: " +
+        return Error{quotedInput(file) + " holds video of a kind that this FFmpeg cannot decode: " +
                      avcodec_get_name(parameters.codec_id)};
     }
     decoder.reset(avcodec_alloc_context3(codec));
@@ -475,10 +624,19 @@ Status ClipReader::Impl::openDecoder()
     decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     decoder->max_pixels = static_cast<std::int64_t>(largestSide) * largestSide;
     if (const int error = avcodec_open2(decoder.get(), codec, nullptr); error < 0) {
-        return Error{"cannot decode " + quoted(file) + " (" + codec->name + "): " + errorText(error) + " " +
-                     fed.back().messages.take()};
+        return Error{"cannot decode " + quotedInput(file) + " (" + codec->name + "): " + errorText(error) +
+                     " " + fed.back().messages.take()};
     }
     return {};
+}
+
+/// QuickTime's, whose content lies beside the frames.
+bool ClipReader::Impl::hasTimeCodeTrack() const
+{
+    const AVStream* const* begin = input->streams;
+    return std::any_of(begin, begin + input->nb_streams, [](const AVStream* each) {
+        return each->codecpar->codec_tag == MKTAG('t', 'm', 'c', 'd');
+    });
 }
 
 Status ClipReader::Impl::describe(const AVFrame& first)
@@ -487,11 +645,11 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     const char* name = av_get_pix_fmt_name(format);
     info.pixelFormat = name ? name : "unknown";
     if (const std::string why = ComponentRows::unreadable(format); !why.empty()) {
-        return Error{"the pixel format of " + quoted(file) + ", " + info.pixelFormat +
+        return Error{"the pixel format of " + quotedInput(file) + ", " + info.pixelFormat +
                      ", is not supported: " + why};
     }
     if (first.width > largestSide || first.height > largestSide) {
-        return Error{quoted(file) + " has frames of " + std::to_string(first.width) + "x" +
+        return Error{quotedInput(file) + " has frames of " + std::to_string(first.width) + "x" +
                      std::to_string(first.height) + " pixels; the largest that is read is " +
                      std::to_string(largestSide) + " each way"};
     }
@@ -507,8 +665,12 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     describePicture(first, info);
     info.colour = colourOf(first, *stream->codecpar);
     info.colour.brightness = brightnessOf(first, *stream);
-    info.orientation = orientationOf(*stream);
+    info.orientation = orientationOf(*stream, first);
     info.timeCode = timeCodeOf(*input, *stream, first);
+    if (info.timeCode.empty() && isPipe() && hasTimeCodeTrack()) {
+        info.remarks.push_back(quotedInput(file) +
+                               ": its time code cannot be read from a pipe, and is left out");
+    }
     if (info.isStill) {
         info.frameCount = 1;
         return {};
@@ -520,7 +682,10 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     }
     if (sequence) {
         info.frameCountIsExact = true;
-        info.frameCount = sequence->last - sequence->first + 1;
+        info.frameCount = sequence->last() - sequence->first() + 1;
+        info.firstPts = sequence->isFilled() ? 0 : info.firstPts;
+        info.firstNumber = sequence->first() + info.firstPts; // the first may be damaged
+        info.remarks = remarksOn(file, *sequence);
         info.duration = static_cast<double>(info.frameCount) / std::max(info.frameRate.toDouble(), 1e-9);
         return {};
     }
@@ -539,7 +704,7 @@ std::int64_t ClipReader::Impl::announcedFrames() const
     const std::int64_t stored = stream->nb_frames;
     const int entries = avformat_index_get_entries_count(stream);
     const std::int64_t shown = framesShown(*stream);
-    if (stored <= 0 || shown == 0 || shown == stored) {
+    if (stored <= 0 || shown == 0 || shown == stored || isPipe()) {
         return stored;
     }
     if (info.container == "avi") {
@@ -554,7 +719,7 @@ std::int64_t ClipReader::Impl::announcedFrames() const
     // An edit list chooses what of the stored is shown, and how often. Tables that are damaged also lead to
     // fewer entries: without the list, sound ones have one for each stored frame.
     OpenedFiles openedAgain; // outlives `whole`
-    const auto whole = openInput(file, sequence, openedAgain, EditLists::ignored);
+    const auto whole = openInput(file, {}, openedAgain, EditLists::ignored);
     const bool isSound = whole && static_cast<unsigned>(stream->index) < whole.value()->nb_streams &&
                          framesShown(*whole.value()->streams[stream->index]) == stored;
     return isSound ? shown : stored;
@@ -644,10 +809,21 @@ std::string ClipReader::Impl::whereIs(long index)
                                                        : "frame " + std::to_string(index + 1);
 }
 
+/// Of a packet of a numbered sequence, or of the one that would come next.
+long ClipReader::Impl::numberOf(long index) const
+{
+    const long first = packetsFed - static_cast<long>(fed.size());
+    if (index >= first && index < packetsFed) {
+        const FedPacket& packetOf = fed[static_cast<std::size_t>(index - first)];
+        return sequence->first() + static_cast<long>(std::max<std::int64_t>(packetOf.pts, 0));
+    }
+    return sequence->first() + static_cast<long>(lastFedPts == AV_NOPTS_VALUE ? 0 : lastFedPts + 1);
+}
+
 /// Of a numbered sequence: its number and its file.
 std::string ClipReader::Impl::pictureName(long index) const
 {
-    const long number = sequence->first + picturesSkipped + index;
+    const long number = numberOf(index);
     return "picture " + std::to_string(number) + " (" + quoted(NumberedNames(file).name(number)) + ")";
 }
 
@@ -655,8 +831,8 @@ std::string ClipReader::Impl::pictureName(long index) const
 std::string ClipReader::Impl::damageText(long index, const std::string& where,
                                          const std::string& message) const
 {
-    const std::string what =
-        sequence ? pictureName(index) + " is damaged and was" : quoted(file) + ": damage near " + where + ",";
+    const std::string what = sequence ? pictureName(index) + " is damaged and was"
+                                      : quotedInput(file) + ": damage near " + where + ",";
     return what + " patched by the decoder" + (message.empty() ? "" : ": " + message);
 }
 
@@ -691,15 +867,17 @@ void ClipReader::Impl::noteDecodeError(int error)
         message = packetOf->messages.take();
     }
     if (!packetOf || !packetOf->isUnmissed) {
-        const std::string what = sequence ? pictureName(index) + " is damaged: "
-                                          : quoted(file) + ": damaged video near " + whereIs(index) + ": ";
+        const std::string what = sequence
+                                     ? pictureName(index) + " is damaged: "
+                                     : quotedInput(file) + ": damaged video near " + whereIs(index) + ": ";
         problemOf(index, what + (message.empty() ? errorText(error) : message));
     }
     if (packetOf) {
         packetOf->isTold = true;
     }
     if (++damageInARow > damageInARowAllowed) {
-        failure = quoted(file) + ": nothing but damaged video since " + whereIs(index) + "; decoding stops";
+        failure =
+            quotedInput(file) + ": nothing but damaged video since " + whereIs(index) + "; decoding stops";
     }
 }
 
@@ -721,6 +899,10 @@ void ClipReader::Impl::noteDamage(const AVFrame& frame, const FrameTime& time, b
 
 void ClipReader::Impl::noteReached(const AVPacket& from)
 {
+    if (from.stream_index == stream->index && from.pos > lastPos) {
+        posStep = lastPos >= 0 ? from.pos - lastPos : 0;
+        lastPos = from.pos;
+    }
     const std::int64_t begin = from.pts != AV_NOPTS_VALUE ? from.pts : from.dts;
     if (begin != AV_NOPTS_VALUE) {
         const AVRational unit = input->streams[from.stream_index]->time_base;
@@ -728,13 +910,25 @@ void ClipReader::Impl::noteReached(const AVPacket& from)
     }
 }
 
+/// FFmpeg's reader of Y4M, whose frames are all as large, leaves out a part of one unsaid.
+bool ClipReader::Impl::endsWithinFrame() const
+{
+    constexpr std::int64_t shortestMark = 6; // "FRAME" and the line's end
+    if (info.container != "yuv4mpegpipe" || lastPos < 0 || !input->pb) {
+        return false;
+    }
+    const int size = av_image_get_buffer_size(static_cast<AVPixelFormat>(stream->codecpar->format),
+                                              info.width, info.height, 1);
+    return avio_tell(input->pb) > lastPos + (posStep > 0 ? posStep : shortestMark + size);
+}
+
 void ClipReader::Impl::noteEndOfInput(int error)
 {
     const std::string message = endOfHeld ? std::exchange(endMessage, {}) : opened.take();
-    const bool reachedLast = sequence && sequence->first + picturesSkipped + packetsFed > sequence->last;
-    if (reachedLast && sequence->hasGap) {
-        const fs::path missing = NumberedNames(file).name(sequence->last + 1);
-        problemOf(packetsFed, "picture " + std::to_string(sequence->last + 1) + " is missing (" +
+    const bool reachedLast = sequence && numberOf(packetsFed) > sequence->last();
+    if (reachedLast && sequence->hasGap()) {
+        const fs::path missing = NumberedNames(file).name(sequence->last() + 1);
+        problemOf(packetsFed, "picture " + std::to_string(sequence->last() + 1) + " is missing (" +
                                   quoted(missing) + "); the sequence ends there");
         stopped = true;
         return;
@@ -747,9 +941,15 @@ void ClipReader::Impl::noteEndOfInput(int error)
         stopped = true;
         return;
     }
+    if (error == AVERROR_EOF && endsWithinFrame()) {
+        problemOf(packetsFed, quotedInput(file) + " ends within a frame, after " + where(lastFedPts) +
+                                  "; it is damaged or cut short");
+        stopped = true;
+        return;
+    }
     if (error != AVERROR_EOF || !message.empty()) {
         problemOf(packetsFed,
-                  "reading " + quoted(file) + " stops after " + where(lastFedPts) + ": " +
+                  "reading " + quotedInput(file) + " stops after " + where(lastFedPts) + ": " +
                       (message.empty() ? errorText(error) : message + "; the file is damaged or cut short"));
         stopped = true;
     }
@@ -767,7 +967,7 @@ void ClipReader::Impl::checkLength()
     const double rate = info.frameRate.toDouble();
     const double tolerance = std::max(leastTolerance, rate > 0 ? framesOfTolerance / rate : 1.0);
     if (reached < info.duration - tolerance) {
-        problem(quoted(file) + " ends at " + secondsText(reached) + " of " + secondsText(info.duration) +
+        problem(quotedInput(file) + " ends at " + secondsText(reached) + " of " + secondsText(info.duration) +
                 "; the file is cut short");
     }
 }
@@ -797,7 +997,23 @@ int ClipReader::Impl::readPacket()
         held.pop_front();
         return 0;
     }
-    return endOfHeld ? *endOfHeld : av_read_frame(input.get(), packet.get());
+    if (endOfHeld) {
+        return *endOfHeld;
+    }
+    int error = av_read_frame(input.get(), packet.get());
+    while (error == AVERROR_EOF && sequence && run + 1 < sequence->runs().size() &&
+           numberOf(packetsFed) > sequence->runs()[run].last) {
+        if (!openRun(run + 1)) {
+            return error; // what is missing is noticed
+        }
+        error = av_read_frame(input.get(), packet.get());
+    }
+    if (error >= 0 && sequence) {
+        const std::int64_t before = sequence->runs()[run].first - sequence->first();
+        packet->pts += before;
+        packet->dts += before;
+    }
+    return error;
 }
 
 bool ClipReader::Impl::feed()
@@ -831,7 +1047,7 @@ bool ClipReader::Impl::feed()
         packetOf.isUnmissed = isUnmissed(*packet);
         if (packet->flags & AV_PKT_FLAG_CORRUPT) {
             problemOf(packetsFed,
-                      quoted(file) + ": the file is damaged or cut short near " + where(lastFedPts));
+                      quotedInput(file) + ": the file is damaged or cut short near " + where(lastFedPts));
         }
         // The decoder hands this to the thread that it gives the packet to.
         decoder->opaque = &packetOf.messages;
@@ -863,6 +1079,10 @@ FramePtr ClipReader::Impl::decode()
         const int error = avcodec_receive_frame(decoder.get(), frame.get());
         if (error >= 0) {
             damageInARow = 0;
+            if (codesOfFloats(static_cast<AVPixelFormat>(frame->format)) != AV_PIX_FMT_NONE) {
+                frame = codesFrom(*frame, clipped);
+                failure = frame ? "" : "out of memory for a frame";
+            }
             return frame;
         }
         if (error == AVERROR_EOF) {
@@ -1008,16 +1228,22 @@ bool ClipReader::Impl::jumpByIndex(const SeekTarget& target, Passed& passed)
 bool ClipReader::Impl::jumpInSequence(const SeekTarget& target)
 {
     const std::int64_t wanted = target.pts ? av_sat_sub64(*target.pts, info.firstPts) : target.frame;
-    const auto index = static_cast<long>(std::min<std::int64_t>(wanted, sequence->last - sequence->first));
-    if (index <= packetsFed) {
+    const long farthest = sequence->last() - sequence->first();
+    const long number = sequence->first() + static_cast<long>(std::clamp<std::int64_t>(wanted, 0, farthest));
+    const std::size_t wantedRun = sequence->runAt(number);
+    const Sequence::Run& entered = sequence->runs()[wantedRun];
+    const long entry = std::min(number, entered.last); // of a gap, the picture before it
+    if (entry <= numberOf(packetsFed)) {
         return true;
     }
-    if (av_seek_frame(input.get(), stream->index, index, AVSEEK_FLAG_BACKWARD) < 0) {
+    const bool isOpen = wantedRun == run || static_cast<bool>(openRun(wantedRun));
+    if (!isOpen ||
+        av_seek_frame(input.get(), stream->index, entry - entered.first, AVSEEK_FLAG_BACKWARD) < 0) {
         return false;
     }
     restartDecoder();
-    picturesSkipped = index - packetsFed;
-    framesGiven = index;
+    framesGiven = entry - sequence->first();
+    lastFedPts = framesGiven - 1;
     return true;
 }
 
@@ -1097,7 +1323,67 @@ bool ClipReader::Impl::dropFramesBefore(const SeekTarget& target,
         }
         dropAudioBefore(time.pts);
         ++framesGiven;
+        if (sequence) {
+            filler = std::shared_ptr<const AVFrame>(pending.release(), FreeFrame());
+        }
     }
+}
+
+/// Whether a gap comes before this picture, or before the end if it is null.
+bool ClipReader::Impl::fillsBefore(const AVFrame* picture) const
+{
+    if (!sequence || !sequence->isFilled() || !failure.empty()) {
+        return false;
+    }
+    return picture ? picture->best_effort_timestamp > due
+                   : !stopped && due <= sequence->last() - sequence->first();
+}
+
+/// Null if memory lacks.
+std::shared_ptr<const AVFrame> ClipReader::Impl::blackLike(const AVFrame& picture)
+{
+    FramePtr black(av_frame_alloc());
+    if (!black) {
+        return nullptr;
+    }
+    black->format = picture.format;
+    black->width = picture.width;
+    black->height = picture.height;
+    std::array<std::ptrdiff_t, AV_NUM_DATA_POINTERS> pitches{};
+    if (av_frame_get_buffer(black.get(), 0) < 0 || av_frame_copy_props(black.get(), &picture) < 0) {
+        return nullptr;
+    }
+    std::copy_n(std::begin(black->linesize), pitches.size(), pitches.begin());
+    const AVColorRange range = toAv(rangeOf(picture));
+    if (av_image_fill_black(black->data, pitches.data(), static_cast<AVPixelFormat>(black->format), range,
+                            black->width, black->height) < 0) {
+        return nullptr;
+    }
+    return {black.release(), FreeFrame()};
+}
+
+/// A frame for a picture that a sequence lacks; empty, with a failure, if memory lacks.
+Frame ClipReader::Impl::filling()
+{
+    std::shared_ptr<const AVFrame> shown = filler;
+    if (sequence->fillsWithBlack() || !shown) {
+        const AVFrame* like = pending ? pending.get() : filler.get();
+        FramePtr copy(sequence->fillsWithBlack() ? nullptr : av_frame_clone(like));
+        shown = copy ? std::shared_ptr<const AVFrame>(copy.release(), FreeFrame()) : blackLike(*like);
+    }
+    if (!shown) {
+        failure = "out of memory for a frame in place of a missing picture";
+        return {};
+    }
+    FrameTime time;
+    time.pts = due;
+    time.duration = 1;
+    time.fieldOrder = info.fieldOrder;
+    lastPts = time.pts;
+    lastDuration = time.duration;
+    ++due;
+    ++framesGiven;
+    return Frame(shown, time, false, rangeOf(*shown));
 }
 
 void ClipReader::Impl::dropAudioBefore(std::int64_t pts)
@@ -1148,7 +1434,7 @@ Result<std::vector<ShownFrame>> ClipReader::Impl::readTimes()
     ended = true;
     std::vector<ShownFrame> frames;
     if (sequence || info.isStill) {
-        const std::int64_t count = sequence ? sequence->last - sequence->first + 1 : 1;
+        const std::int64_t count = sequence ? sequence->last() - sequence->first() + 1 : 1;
         for (std::int64_t i = 0; i < count; ++i) {
             frames.push_back({info.firstPts + i, true});
         }
@@ -1188,7 +1474,18 @@ Result<std::vector<ShownFrame>> ClipReader::Impl::readTimes()
 bool ClipReader::Impl::skipTo(const SeekTarget& target)
 {
     if (sequence) {
-        return jumpInSequence(target) && dropFramesBefore(target, {});
+        if (!sequence->isFilled()) {
+            return jumpInSequence(target) && dropFramesBefore(target, {});
+        }
+        // What is put in counts too: a frame's place is its time.
+        due = target.pts.value_or(target.frame);
+        const bool isThere = jumpInSequence(target) && dropFramesBefore({.frame = due, .pts = due}, {});
+        framesGiven = due;
+        pendingPts = due;
+        return isThere;
+    }
+    if (isPipe()) {
+        return dropFramesBefore(target, {});
     }
     std::optional<EntrySearch::Entry> entry;
     std::optional<Passed> passed = passedPackets();
@@ -1239,18 +1536,23 @@ ClipReader::Next ClipReader::next(Frame& frame)
     }
     FramePtr picture = self.pending ? std::move(self.pending) : self.decode();
     if (const std::string change = picture ? self.whatChanged(*picture) : ""; !change.empty()) {
-        self.failure = quoted(self.file) + ": the picture's " + change +
+        self.failure = quotedInput(self.file) + ": the picture's " + change +
                        (self.sequence ? " at " + self.pictureName(self.indexOf(*picture))
                                       : " near " + self.where(picture->best_effort_timestamp)) +
                        ", which is not supported; " + (self.sequence ? "rename" : "cut off") +
                        " what follows to convert it by itself";
         picture = nullptr;
     }
+    if (self.fillsBefore(picture.get())) {
+        self.pending = std::move(picture);
+        frame = self.filling();
+        return self.failure.empty() ? Next::frame : Next::failed;
+    }
     if (!picture) {
         self.ended = true;
         self.settle(self.packetsFed + 1);
         if (self.failure.empty() && self.info.frameCountIsExact && self.framesGiven < self.info.frameCount) {
-            self.problem(quoted(self.file) + " announces " + std::to_string(self.info.frameCount) +
+            self.problem(quotedInput(self.file) + " announces " + std::to_string(self.info.frameCount) +
                          " frames, of which " + std::to_string(self.framesGiven) + " could be read");
         }
         if (self.failure.empty()) {
@@ -1263,7 +1565,12 @@ ClipReader::Next ClipReader::next(Frame& frame)
     ++self.framesGiven;
     self.noteDamage(*picture, time, damaged);
     const Range range = self.rangeOf(*picture);
-    frame = Frame(std::shared_ptr<const AVFrame>(picture.release(), FreeFrame()), time, damaged, range);
+    const std::shared_ptr<const AVFrame> shared(picture.release(), FreeFrame());
+    if (self.sequence && self.sequence->isFilled()) {
+        self.filler = shared;
+        self.due = time.pts + 1;
+    }
+    frame = Frame(shared, time, damaged, range);
     return Next::frame;
 }
 
@@ -1275,6 +1582,11 @@ void ClipReader::readAudioUpTo(std::int64_t pts)
 Result<std::vector<ShownFrame>> ClipReader::readTimes()
 {
     return impl_->readTimes();
+}
+
+bool ClipReader::isSequence(const fs::path& file)
+{
+    return isPatternOfPictures(file);
 }
 
 const StreamInfo& ClipReader::info() const
@@ -1305,6 +1617,20 @@ std::int64_t ClipReader::problemCount() const
 const std::vector<std::string>& ClipReader::problems() const
 {
     return impl_->problems;
+}
+
+std::vector<std::string> ClipReader::remarks() const
+{
+    const ClippedNumbers& clipped = impl_->clipped;
+    if (clipped.pictures == 0) {
+        return {};
+    }
+    std::array<char, 128> span{};
+    std::snprintf(span.data(), span.size(), "from %g to %g", static_cast<double>(clipped.least),
+                  static_cast<double>(clipped.greatest));
+    return {quotedInput(impl_->file) + ": " + std::to_string(clipped.pictures) +
+            (clipped.pictures == 1 ? " frame has" : " frames have") + " values beyond 0 and 1 (" +
+            span.data() + "), which are clipped"};
 }
 
 std::shared_ptr<AudioQueue> ClipReader::audio() const

@@ -46,6 +46,10 @@ struct StreamInfo
     bool frameCountIsExact = false;
     /// A single picture rather than a clip.
     bool isStill = false;
+    /// Of a numbered sequence, its first picture's number.
+    std::optional<std::int64_t> firstNumber;
+    /// What is to be said of the input, such as what fills the gaps of a sequence; a line each.
+    std::vector<std::string> remarks;
     FieldOrder fieldOrder = FieldOrder::progressive;
     Colour colour;
     /// FFmpeg's names, for people: "yuv422p10le", "prores", "mov".
@@ -62,10 +66,12 @@ struct StreamInfo
     /// Packing to 4:2:2 only rearranges the codes.
     bool packsCodes = false;
     bool hasAudio = false;
-    /// Frames say how opaque they are. Conversions make opaque pictures.
+    /// Frames say how opaque they are.
     bool hasAlpha = false;
     /// Colour at the full width (RGB, 4:4:4), of which packing to 4:2:2 keeps half.
     bool hasFullChroma = false;
+    /// Pixels share their chroma, or have none.
+    bool subsamplesChroma = false;
     /// Of the first frame, as the clip has it ("01:00:00:00", ';' before the frames of drop-frame counting);
     /// empty when it has none.
     std::string timeCode;
@@ -77,7 +83,7 @@ struct StreamInfo
 ///
 /// A name with a number pattern ("shot_%05d.png") that is not itself a file is read as a numbered sequence,
 /// from the lowest number there is up to the first gap. A list may name other files, but cannot send the
-/// reader to the network.
+/// reader to the network. "-" is standard input if that is allowed: it is read once, from beginning to end.
 ///
 /// One thread at a time; decoding uses threads of its own. The frames and the audio queue handed out live on
 /// their own and may be used on other threads and after the reader is gone.
@@ -92,6 +98,12 @@ public:
         int threads = 0;
         /// Whether to queue the audio packets. The caller must then drain the queue.
         bool keepAudio = false;
+        /// Whether the name "-" is standard input.
+        bool mayBeStandardInput = false;
+        /// Of a numbered sequence: frames a second, its first picture, and what is done about missing ones.
+        std::optional<Rational> sequenceRate = std::nullopt;
+        std::optional<std::int64_t> startNumber = std::nullopt;
+        MissingPictures missing = MissingPictures::end;
     };
 
     enum class Next
@@ -100,6 +112,9 @@ public:
         end,
         failed
     };
+
+    /// Whether that is a numbered sequence.
+    static bool isSequence(const std::filesystem::path& file);
 
     /// Opens the file and decodes its first frame. Fails if there is no such file, if it cannot be read or is
     /// not media, or if it has no video, no decodable frame, or an unsupported size or pixel format.
@@ -148,6 +163,9 @@ public:
     /// Damage found so far: the number of cases, and a line for each of the first few.
     std::int64_t problemCount() const;
     const std::vector<std::string>& problems() const;
+
+    /// What else is to be said of the frames given so far, a line each.
+    std::vector<std::string> remarks() const;
 
     /// The audio packets, in file order; without tracks if the file has none or keepAudio is off. next()
     /// fills it; it is complete once next() has returned end or failed.

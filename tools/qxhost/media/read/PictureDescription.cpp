@@ -43,7 +43,10 @@ void describePicture(const AVFrame& frame, StreamInfo& info)
     info.packsCodes = FramePacker::onlyRearranges(frame);
     info.packingDepth = info.packsCodes ? info.naturalDepth : Depth::bits16;
     info.hasAlpha = usesAlpha(frame, components);
-    info.hasFullChroma = !components.isGrey() && components.chromaShiftX() == 0;
+    // Grey with alpha is taken for RGB, whose components are alike.
+    info.hasFullChroma = components.isGrey() ? components.hasAlpha() : components.chromaShiftX() == 0;
+    info.subsamplesChroma =
+        components.isGrey() || components.chromaShiftX() != 0 || components.chromaShiftY() != 0;
 }
 
 } // namespace Qx::Media

@@ -15,7 +15,7 @@ namespace {
 
 Error cannotRead(const std::filesystem::path& file, const std::string& why)
 {
-    return Error{"cannot read " + quoted(file) + ": " + why};
+    return Error{"cannot read " + quotedInput(file) + ": " + why};
 }
 
 std::string frameText(const StoredLayout& layout, int width, int height)
@@ -37,12 +37,25 @@ RawReader::RawReader(std::filesystem::path file, int descriptor, StoredLayout la
 
 RawReader::~RawReader()
 {
-    ::close(descriptor_);
+    if (!isPipe_) {
+        ::close(descriptor_);
+    }
 }
 
 Result<std::unique_ptr<RawReader>> RawReader::open(const std::filesystem::path& file,
                                                    const StoredLayout& layout, int width, int height)
 {
+    if (file == standardName) {
+        if (::isatty(STDIN_FILENO) == 1) {
+            return cannotRead(file, "it is a terminal");
+        }
+        std::unique_ptr<RawReader> reader(new RawReader(file, STDIN_FILENO, layout));
+        reader->isPipe_ = true;
+        reader->sizeOfFrame_ = frameText(layout, width, height);
+        reader->files_->add("/proc/self/fd/0");
+        reader->frame_.resize(layout.frameBytes());
+        return reader;
+    }
     const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); // a pipe must not hang
     if (descriptor < 0) {
         return cannotRead(file, errno == ENOENT ? "there is no such file" : Host::systemProblem(errno));
@@ -71,6 +84,35 @@ Result<std::unique_ptr<RawReader>> RawReader::open(const std::filesystem::path& 
             " bytes are not a whole frame (cut short, or --raw, --size or --row-bytes is wrong)";
     }
     return reader;
+}
+
+std::shared_ptr<const std::vector<std::byte>> RawReader::readNext()
+{
+    auto frame = std::make_shared<std::vector<std::byte>>(frame_.size());
+    std::size_t done = 0;
+    while (done < frame->size()) {
+        const ssize_t count = ::read(descriptor_, frame->data() + done, frame->size() - done);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            failure_ = cannotRead(file_, Host::systemProblem(errno)).text;
+            return nullptr;
+        }
+        if (count == 0) {
+            break;
+        }
+        done += static_cast<std::size_t>(count);
+    }
+    if (done < frame->size()) {
+        if (done > 0) {
+            remainder_ = quotedInput(file_) + ": ends within a frame; " + sizeOfFrame_ +
+                         " bytes, and the last one has " + std::to_string(done) +
+                         " (cut short, or --raw, --size or --row-bytes is wrong)";
+        }
+        return nullptr;
+    }
+    return frame;
 }
 
 Status RawReader::read(std::int64_t frame, void* rows, std::ptrdiff_t pitch)

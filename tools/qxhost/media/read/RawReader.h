@@ -13,7 +13,8 @@
 
 namespace Qx::Media {
 
-/// Reads frames from a file that holds nothing else. One thread at a time.
+/// Reads frames from a file that holds nothing else, in any order, or from standard input ("-"), one after
+/// the other. One thread at a time.
 class RawReader
 {
 public:
@@ -24,8 +25,22 @@ public:
     RawReader(const RawReader&) = delete;
     RawReader& operator=(const RawReader&) = delete;
 
-    /// Whole frames in the file.
+    /// Whole frames in the file; 0 for standard input, which shows how many when it ends.
     std::int64_t frameCount() const { return frames_; }
+    bool isPipe() const { return isPipe_; }
+
+    /// The next frame of standard input, for scatter(); empty at its end, and after a failure. remainder()
+    /// and failure() are then complete.
+    std::shared_ptr<const std::vector<std::byte>> readNext();
+
+    /// Fills `rows` with a frame that readNext() gave. Any thread.
+    void scatter(const std::vector<std::byte>& frame, void* rows, std::ptrdiff_t pitch) const
+    {
+        layout_.scatter(frame.data(), rows, pitch);
+    }
+
+    /// Why standard input could not be read to its end; empty if it could.
+    const std::string& failure() const { return failure_; }
 
     /// A description of what follows the last whole frame; empty if nothing does.
     const std::string& remainder() const { return remainder_; }
@@ -44,6 +59,9 @@ private:
     std::vector<std::byte> frame_;
     std::int64_t frames_ = 0;
     std::string remainder_;
+    std::string sizeOfFrame_; // for messages
+    std::string failure_;
+    bool isPipe_ = false;
     std::shared_ptr<FileSet> files_;
 };
 

@@ -10,6 +10,7 @@
 #include <array>
 #include <cstring>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 namespace Qx::Media {
@@ -61,6 +62,17 @@ int ceilShift(int value, int shift)
     return (value + (1 << shift) - 1) >> shift;
 }
 
+/// YCbCr with the chroma of every pixel.
+bool hasWholeChroma(const ComponentRows& components)
+{
+    return !components.isRgb() && !components.isGrey() && components.chromaShiftX() == 0 &&
+           components.chromaShiftY() == 0;
+}
+
+/// Places of a packed pixel, A Y Cb Cr.
+constexpr int alphaPlace = 0;
+constexpr int lumaPlace = 1;
+
 /// Fills [count, wanted) of a row of codes with its last code.
 void repeatLast(void* row, int count, int wanted, bool wide)
 {
@@ -91,6 +103,12 @@ struct FramePacker::Impl
     };
 
     void choose(AVPixelFormat format);
+    void packAlpha(const AVFrame& frame, const Output& out);
+    void packWhole(const AVFrame& frame, const Output& out);
+    void spread(const AVFrame& frame, int component, const std::vector<std::uint16_t>& levels,
+                const Output& out);
+    void spreadRow(const void* codes, bool areWide, const std::uint16_t* levels, std::byte* row, int place,
+                   int count) const;
     void repack(const AVFrame& frame, const Output& out);
     const void* plainRow(const AVFrame& frame, int component, int row, int count, int wanted, int scratch);
     bool isShift() const;
@@ -132,7 +150,8 @@ Status FramePacker::pack(const Frame& frame, void* rows, std::ptrdiff_t pitch)
         return Error{"there is no frame, or no memory, to pack"};
     }
     const AVFrame& picture = *frame.picture();
-    const std::ptrdiff_t needed = static_cast<std::ptrdiff_t>(rowBytes(picture.width, impl_->target.depth));
+    const std::ptrdiff_t needed =
+        static_cast<std::ptrdiff_t>(rowBytes(picture.width, impl_->target.depth, impl_->target.fullChroma));
     if (pitch < needed || (impl_->target.depth == Depth::bits16 && pitch % 2 != 0)) {
         return Error{"rows of " + std::to_string(pitch) + " bytes cannot hold a picture " +
                      std::to_string(picture.width) + " pixels wide, which needs " + std::to_string(needed)};
@@ -146,6 +165,14 @@ Status FramePacker::pack(const Frame& frame, void* rows, std::ptrdiff_t pitch)
     impl_->sourceRange = impl_->target.rangeOf(frame);
     impl_->halfChroma = formOf(frame).halfChroma;
     const Impl::Output out{static_cast<std::byte*>(rows), pitch};
+    if (impl_->target.fullChroma) {
+        impl_->packAlpha(picture, out);
+        if (hasWholeChroma(*impl_->components)) {
+            impl_->packWhole(picture, out);
+            return {};
+        }
+        return impl_->convert(picture, out);
+    }
     if (onlyRearranges(picture)) {
         impl_->repack(picture, out);
         return {};
@@ -168,6 +195,10 @@ FramePacker::CodeForm FramePacker::formOf(const Frame& frame) const
     const Target& target = impl_->target;
     const ComponentRows components(static_cast<AVPixelFormat>(frame.picture()->format));
     constexpr int sampleBits = 16;
+    if (target.fullChroma) {
+        const int all = static_cast<int>(target.depth);
+        return {hasWholeChroma(components) ? std::min(components.bits(), all) : all, false};
+    }
     const bool roomy = target.anyForm && target.codeBits() == sampleBits &&
                        !onlyRearranges(*frame.picture()) && !components.isRgb() && !components.isGrey() &&
                        components.bits() < sampleBits && target.rangeOf(frame) == target.range;
@@ -226,6 +257,71 @@ const void* FramePacker::Impl::plainRow(const AVFrame& frame, int component, int
     components->read(frame, component, row, 0, count, memory.data());
     repeatLast(memory.data(), count, wanted, components->wide());
     return memory.data();
+}
+
+/// Puts codes into every fourth place of a row, each by its level, or as it is without levels.
+void FramePacker::Impl::spreadRow(const void* codes, bool areWide, const std::uint16_t* levels,
+                                  std::byte* row, int place, int count) const
+{
+    const auto codeAt = [&](int i) -> std::uint16_t {
+        return areWide ? static_cast<const std::uint16_t*>(codes)[i]
+                       : static_cast<const std::uint8_t*>(codes)[i];
+    };
+    const auto put = [&](auto* to) {
+        for (int i = 0; i < count; ++i) {
+            using Sample = std::remove_pointer_t<decltype(to)>;
+            const std::uint16_t code = codeAt(i);
+            to[std::ptrdiff_t{4} * i + place] = static_cast<Sample>(levels != nullptr ? levels[code] : code);
+        }
+    };
+    if (target.depth == Depth::bits8) {
+        put(reinterpret_cast<std::uint8_t*>(row));
+    } else {
+        put(reinterpret_cast<std::uint16_t*>(row));
+    }
+}
+
+/// A component with a code for every pixel.
+void FramePacker::Impl::spread(const AVFrame& frame, int component, const std::vector<std::uint16_t>& levels,
+                               const Output& out)
+{
+    const int place = component == 3 ? alphaPlace : lumaPlace + component;
+    for (int row = 0; row < frame.height; ++row) {
+        const void* codes = plainRow(frame, component, row, frame.width, frame.width, 0);
+        spreadRow(codes, components->wide(), levels.data(), out.row(row), place, frame.width);
+    }
+}
+
+void FramePacker::Impl::packAlpha(const AVFrame& frame, const Output& out)
+{
+    const int depth = static_cast<int>(target.depth);
+    const auto opaque = static_cast<std::uint16_t>((1 << depth) - 1);
+    std::vector<std::uint16_t> levels(std::size_t{1} << components->bits(), opaque);
+    for (unsigned code = 0; components->hasAlpha() && code < levels.size(); ++code) {
+        levels[code] = codeOfLevel(code, {components->bits(), Range::full}, {depth, Range::full});
+    }
+    // Without alpha any component's codes will do.
+    const int component = components->hasAlpha() ? 3 : 0;
+    for (int row = 0; row < frame.height; ++row) {
+        const void* codes = plainRow(frame, component, row, frame.width, frame.width, 0);
+        spreadRow(codes, components->wide(), levels.data(), out.row(row), alphaPlace, frame.width);
+    }
+}
+
+void FramePacker::Impl::packWhole(const AVFrame& frame, const Output& out)
+{
+    const int depth = static_cast<int>(target.depth);
+    const Coding from{components->bits(), sourceRange};
+    const Coding to{std::min(components->bits(), depth), target.range};
+    std::vector<std::uint16_t> luma(std::size_t{1} << from.bits);
+    std::vector<std::uint16_t> chroma(luma.size());
+    for (unsigned code = 0; code < luma.size(); ++code) {
+        luma[code] = static_cast<std::uint16_t>(codeOfLevel(code, from, to) << (depth - to.bits));
+        chroma[code] = static_cast<std::uint16_t>(chromaOfLevel(code, from, to) << (depth - to.bits));
+    }
+    for (int component = 0; component < 3; ++component) {
+        spread(frame, component, component == 0 ? luma : chroma, out);
+    }
 }
 
 void FramePacker::Impl::repack(const AVFrame& frame, const Output& out)
@@ -317,7 +413,7 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
     const PlanarFormat from = sourceFormat(frame, field, fields);
     PlanarFormat to = from;
     to.rgb = false;
-    to.shiftX = 1;
+    to.shiftX = target.fullChroma ? 0 : 1;
     to.shiftY = 0;
     to.bits = target.codeBits();
     to.range = halfChroma ? from.range : target.range;
@@ -341,6 +437,17 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
         [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
             if (static_cast<int>(row) >= rows) {
                 return; // a row added to make the height whole
+            }
+            if (target.fullChroma) {
+                std::byte* const to4 = out.row(static_cast<int>(row) * fields + field);
+                const int end = std::min(static_cast<int>(right), frame.width);
+                const std::ptrdiff_t size = to.bits > 8 ? 2 : 1;
+                for (int plane = 0; plane < 3; ++plane) {
+                    const auto* codes = static_cast<const std::byte*>(window.row(plane, row)) + left * size;
+                    spreadRow(codes, size == 2, nullptr, to4 + static_cast<std::ptrdiff_t>(left) * 4 * size,
+                              lumaPlace + plane, end - static_cast<int>(left));
+                }
+                return;
             }
             const std::ptrdiff_t first = left / 2;
             const int pairs = std::min(static_cast<int>(right + 1) / 2, allPairs) - static_cast<int>(first);

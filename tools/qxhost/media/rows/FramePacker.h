@@ -11,7 +11,8 @@ struct AVFrame;
 
 namespace Qx::Media {
 
-/// Writes frames as packed 4:2:2: for every pair of pixels Y0 Cb Y1 Cr, chroma sited on the even pixel.
+/// Writes frames as packed 4:2:2: for every pair of pixels Y0 Cb Y1 Cr, chroma sited on the even pixel. Or,
+/// if the target says so, as 4:4:4 with alpha.
 ///
 /// - A 4:2:2 source in any order of its samples is only repacked. Each code becomes the one of the same level
 ///   at the target's bits (Levels.h): with as many bits it stays the same.
@@ -42,6 +43,10 @@ public:
         bool anyForm = false;
 
         Range rangeOf(const Frame& frame) const { return followTags ? frame.range() : range; }
+        /// Packs A Y Cb Cr of every pixel instead of 4:2:2: codes of the frame's own bits in the upper ones
+        /// of a sample, alpha of full range. Chroma that is subsampled is computed, at all bits of a sample.
+        bool fullChroma = false;
+
         int codeBits() const { return bits != 0 ? bits : static_cast<int>(depth); }
     };
 
@@ -65,10 +70,11 @@ public:
     /// Whether packing computes nothing of the picture: each code becomes the one of its level.
     static bool onlyRearranges(const AVFrame& frame);
 
-    /// Bytes that a row of this width has: ceil(width / 2) pairs of 4 samples.
-    static std::size_t rowBytes(int width, Depth depth)
+    /// Bytes that a row of this width has: ceil(width / 2) pairs, or width pixels, of 4 samples.
+    static std::size_t rowBytes(int width, Depth depth, bool fullChroma = false)
     {
-        return static_cast<std::size_t>((width + 1) / 2) * 4 * (depth == Depth::bits8 ? 1 : 2);
+        return static_cast<std::size_t>(fullChroma ? width : (width + 1) / 2) * 4 *
+               (depth == Depth::bits8 ? 1 : 2);
     }
 
     /// Fills height rows at rows, rows + pitch, ...; pitch is in bytes, a multiple of the sample's size and

@@ -88,6 +88,8 @@ Result<RowGraph> RowGraph::make(const PlanarFormat& from, const PlanarFormat& to
     params.filter_param_a = params.filter_param_a_uv = 0.0;
     params.filter_param_b = params.filter_param_b_uv = 0.5;
 
+    params.dither_type = to.dither ? ZIMG_DITHER_ERROR_DIFFUSION : ZIMG_DITHER_NONE;
+
     RowGraph result;
     result.graph_.reset(zimg_filter_graph_build(&in, &out, &params));
     if (!result.graph_) {

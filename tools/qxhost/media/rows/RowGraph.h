@@ -28,6 +28,8 @@ struct PlanarFormat
     Matrix matrix = Matrix::bt709;
     zimg_chroma_location_e chromaLocation = ZIMG_CHROMA_LEFT;
     zimg_field_parity_e parity = ZIMG_FIELD_PROGRESSIVE;
+    /// Of what is made: codes are rounded by diffusing the error, the same way each time.
+    bool dither = false;
 
     bool operator==(const PlanarFormat&) const = default;
 };

@@ -59,7 +59,76 @@ std::string cannotStore(const StoredLayout& layout, const std::string& extension
            (others.empty() ? "no container can, use .raw" : "use " + others + ", or .raw");
 }
 
+/// Of standard output as much is kept as shows what the container holds: its beginning with the first frames.
+Result<OutputFile> partFor(const std::filesystem::path& file, const OutputSettings& settings)
+{
+    if (settings.standardOutput < 0) {
+        return OutputFile::create(file, settings.force, settings.kept);
+    }
+    constexpr std::size_t beginning = std::size_t{1} << 20U;
+    constexpr std::size_t bytesOfPixel = 8;
+    constexpr std::size_t frames = 2;
+    const std::size_t pixels =
+        static_cast<std::size_t>(settings.width) * static_cast<std::size_t>(settings.height);
+    return OutputFile::standardOutput(settings.standardOutput, beginning + pixels * bytesOfPixel * frames);
+}
+
+/// What the muxer is told.
+std::string muxerFlags(const OutputSettings& settings)
+{
+    // Colour tags; containers other than QuickTime's ignore it. A pipe cannot be sought in: the index comes
+    // in fragments.
+    const std::string flags = "+write_colr";
+    return settings.standardOutput < 0 ? flags : flags + "+frag_keyframe+empty_moov+default_base_moof";
+}
+
 } // namespace
+
+/// Standard output is written without one of FFmpeg's protocols, which would not say why that fails.
+int ClipWriter::writeBytes(void* writer, WrittenBytes bytes, int size)
+{
+    auto& self = *static_cast<ClipWriter*>(writer);
+    const Status status = self.part_.write(bytes, static_cast<std::size_t>(size));
+    if (!status) {
+        self.pipeError_ = status.text();
+        return AVERROR(EIO);
+    }
+    return size;
+}
+
+int ClipWriter::openStream(const std::string& url)
+{
+    if (!part_.isStandardOutput()) {
+        const PartFiles::Guard guard;
+        return Media::openStream(output_->pb, url, AVIO_FLAG_WRITE);
+    }
+    constexpr int bufferSize = 1 << 16;
+    auto* buffer = static_cast<unsigned char*>(av_malloc(bufferSize));
+    output_->pb =
+        buffer ? avio_alloc_context(buffer, bufferSize, 1, this, nullptr, writeBytes, nullptr) : nullptr;
+    if (!output_->pb) {
+        av_free(buffer);
+        return AVERROR(ENOMEM);
+    }
+    output_->flags |= AVFMT_FLAG_CUSTOM_IO;
+    return 0;
+}
+
+/// Returns 0, or FFmpeg's error.
+int ClipWriter::closeStream(AVFormatContext& output)
+{
+    if ((output.flags & AVFMT_FLAG_CUSTOM_IO) == 0) {
+        return avio_closep(&output.pb);
+    }
+    if (!output.pb) {
+        return 0;
+    }
+    avio_flush(output.pb);
+    const int error = output.pb->error;
+    av_freep(static_cast<void*>(&output.pb->buffer));
+    avio_context_free(&output.pb);
+    return error;
+}
 
 Result<std::unique_ptr<iFrameWriter>> ClipWriter::open(const std::filesystem::path& file,
                                                        const std::string& extension,
@@ -88,20 +157,24 @@ Result<std::unique_ptr<ClipWriter>> ClipWriter::make(const std::filesystem::path
 {
     // By the extension alone: the rest of the name may hold anything.
     const AVOutputFormat* container = av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
+    if (settings.standardOutput >= 0 && settings.container == "raw" && container == nullptr) {
+        return Error{
+            "cannot write standard output: raw frames have no format; add --format NAME ('qxhost formats')"};
+    }
     if (!container || (container->flags & AVFMT_NOFILE) || container->video_codec == AV_CODEC_ID_NONE) {
-        return Error{"cannot write " + quoted(file) + ": unknown extension ." + extension +
+        return Error{"cannot write " + quotedOutput(file) + ": unknown extension ." + extension +
                      (extension == "raw" ? "; for frames as they are add --format NAME ('qxhost formats')"
                                          : " (try .png, .mov, .mkv, .mp4)")};
     }
     if (settings.frameRate.num <= 0 || settings.frameRate.den <= 0) {
-        return Error{"cannot write " + quoted(file) + ": the frame rate is not known"};
+        return Error{"cannot write " + quotedOutput(file) + ": the frame rate is not known"};
     }
     bool fixedRate = false;
     auto packets = makePackets(extension, *container, settings, fixedRate);
     if (!packets) {
-        return Error{"cannot write " + quoted(file) + ": " + packets.text()};
+        return Error{"cannot write " + quotedOutput(file) + ": " + packets.text()};
     }
-    auto part = OutputFile::create(file, settings.force, settings.kept);
+    auto part = partFor(file, settings);
     if (!part) {
         return part.error();
     }
@@ -170,6 +243,9 @@ void ClipWriter::warnAboutAlpha()
     if (encoder_->dropsAlpha()) {
         warnings_.push_back("alpha is left out: " + encoder_->description() + " cannot hold it");
     }
+    if (std::string idle = ditherIsIdle(encoder_->context(), settings_); !idle.empty()) {
+        warnings_.push_back(std::move(idle));
+    }
 }
 
 /// A container may refuse a codec only when it is written.
@@ -180,7 +256,7 @@ Status ClipWriter::beginWithAudio(const AVOutputFormat& container)
     for (const Copies copies : {Copies::allowed, Copies::none}) {
         auto plan = AudioWriter::plan(container, extension_, settings_, copies);
         if (!plan) {
-            return Error{"cannot write " + quoted(part_.file()) + ": " + plan.text()};
+            return Error{"cannot write " + part_.name() + ": " + plan.text()};
         }
         audio_ = std::move(plan.value());
         status = makeHeader(container);
@@ -280,13 +356,10 @@ Status ClipWriter::makeHeader(const AVOutputFormat& container)
         return status;
     }
     takeFfmpegMessage();
-    int error = [&] {
-        const PartFiles::Guard guard;
-        return openStream(output_->pb, url, AVIO_FLAG_WRITE);
-    }();
+    int error = openStream(url);
     if (error >= 0) {
         AVDictionary* options = nullptr;
-        av_dict_set(&options, "movflags", "+write_colr", 0); // colour tags; other containers ignore it
+        av_dict_set(&options, "movflags", muxerFlags(settings_).c_str(), 0);
         error = avformat_write_header(output_.get(), &options);
         av_dict_free(&options);
     }
@@ -301,7 +374,10 @@ Status ClipWriter::fileStatus(int error) const
     if (error >= 0) {
         return {};
     }
-    return Error{"cannot write " + quoted(part_.file()) + ": " + errorText(error) + ffmpegHint()};
+    if (!pipeError_.empty()) {
+        return Error{pipeError_};
+    }
+    return Error{"cannot write " + part_.name() + ": " + errorText(error) + ffmpegHint()};
 }
 
 void ClipWriter::begin(const FrameTime& first)
@@ -359,7 +435,7 @@ Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime
 
 Status ClipWriter::audioStatus(const Status& status) const
 {
-    return status ? Status() : Error{"cannot write " + quoted(part_.file()) + ": " + status.text()};
+    return status ? Status() : Error{"cannot write " + part_.name() + ": " + status.text()};
 }
 
 Status ClipWriter::writeVideo(AVPacket& packet)
@@ -372,7 +448,7 @@ Status ClipWriter::writeVideo(AVPacket& packet)
 Status ClipWriter::finish()
 {
     if (frames_ == 0) {
-        return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
+        return Error{"cannot write " + part_.name() + ": there was no frame to write"};
     }
     Status status = copies_ ? Status()
                             : encoder_->flush([this](AVPacket& packet) { return writeVideo(packet); });
@@ -386,11 +462,11 @@ Status ClipWriter::finish()
     if (Status written = fileStatus(error); !written) {
         return written;
     }
-    error = avio_closep(&output_->pb);
+    error = closeStream(*output_);
     if (error < 0) {
         return fileStatus(error);
     }
-    const auto lost = lostDescription(part_.part(), settings_, encoder_->context(), extension_);
+    const auto lost = lostDescription(part_.readable(), settings_, encoder_->context(), extension_);
     warnings_.insert(warnings_.end(), lost.begin(), lost.end());
     for (const std::string& warning : audio_->warningsAtEnd()) {
         warnings_.push_back(warning);
@@ -411,7 +487,8 @@ std::string ClipWriter::description() const
 
 std::vector<std::filesystem::path> ClipWriter::files() const
 {
-    return done_ ? std::vector{part_.file()} : std::vector<std::filesystem::path>{};
+    return done_ && !part_.isStandardOutput() ? std::vector{part_.file()}
+                                              : std::vector<std::filesystem::path>{};
 }
 
 } // namespace Qx::Media

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/media/write/AudioWriter.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
@@ -53,12 +54,15 @@ private:
     {
         void operator()(AVFormatContext* output) const
         {
-            avio_closep(&output->pb);
+            closeStream(*output);
             avformat_free_context(output);
         }
     };
     using OutputPtr = std::unique_ptr<AVFormatContext, CloseOutput>;
 
+    static int closeStream(AVFormatContext& output);
+    static int writeBytes(void* part, WrittenBytes bytes, int size);
+    int openStream(const std::string& url);
     static Result<std::unique_ptr<iVideoPackets>> makePackets(const std::string& extension,
                                                               const AVOutputFormat& container,
                                                               const OutputSettings& settings,
@@ -79,6 +83,7 @@ private:
     Status audioStatus(const Status& status) const;
 
     OutputFile part_;
+    std::string pipeError_; // why standard output could not be written
     const OutputSettings settings_;
     std::unique_ptr<iVideoPackets> encoder_;
     OutputPtr output_;

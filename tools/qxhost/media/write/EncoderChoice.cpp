@@ -42,9 +42,17 @@ struct Wish
     int bits = 8;
 };
 
-Wish wishFor(AVCodecID codec, Depth depth)
+bool isHighRange(const Colour& colour)
 {
-    const bool deep = depth == Depth::bits16;
+    return colour.transferTag == AVCOL_TRC_SMPTE2084 || colour.transferTag == AVCOL_TRC_ARIB_STD_B67;
+}
+
+Wish wishFor(AVCodecID codec, const OutputSettings& settings)
+{
+    const bool deep = settings.depth == Depth::bits16 && !settings.prefersEightBits;
+    if (codec == AV_CODEC_ID_RAWVIDEO && settings.standardOutput >= 0 && settings.encoder.empty()) {
+        return {true, 0, 0, deep ? 16 : 8};
+    }
     switch (codec) {
     case AV_CODEC_ID_FFV1:
     case AV_CODEC_ID_UTVIDEO:
@@ -65,18 +73,22 @@ Wish wishFor(AVCodecID codec, Depth depth)
     case AV_CODEC_ID_JPEG2000:
         return {true, 0, 0, deep ? 16 : 8};
     case AV_CODEC_ID_PRORES:
+        return settings.alpha ? Wish{false, 0, 0, 10} : Wish{false, 1, 0, deep ? 10 : 8}; // 4444 has alpha
     case AV_CODEC_ID_DNXHD:
     case AV_CODEC_ID_V210:
     case AV_CODEC_ID_CFHD:
     case AV_CODEC_ID_RAWVIDEO:
-    case AV_CODEC_ID_WRAPPED_AVFRAME:
         return {false, 1, 0, deep ? 10 : 8};
+    case AV_CODEC_ID_WRAPPED_AVFRAME: // Y4M
+        return {false, 1, 0, deep ? 16 : 8};
     case AV_CODEC_ID_MJPEG:
         return {false, 1, 0, 8};
     case AV_CODEC_ID_HEVC:
     case AV_CODEC_ID_VP9:
     case AV_CODEC_ID_AV1:
         return {false, 1, 1, deep ? 10 : 8};
+    case AV_CODEC_ID_H264: // 8 bits are what players take, and too few for high dynamic range
+        return {false, 1, 1, isHighRange(settings.colour) && !settings.prefersEightBits ? 10 : 8};
     default:
         return {false, 1, 1, 8};
     }
@@ -141,7 +153,9 @@ std::string listOf(std::span<const AVPixelFormat> formats)
 }
 
 /// For encoders that take anything.
-constexpr std::array anyFormats{AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV422P10};
+constexpr std::array anyFormats{AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV422P10, AV_PIX_FMT_YUV422P16,
+                                AV_PIX_FMT_RGB24,   AV_PIX_FMT_RGB48,     AV_PIX_FMT_RGBA,
+                                AV_PIX_FMT_RGBA64};
 
 Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& settings,
                                   const EncoderProfile* profile)
@@ -203,6 +217,9 @@ EncoderOptions defaultOptions(const AVCodec& codec, AVPixelFormat format, const 
     if (name == "ffv1") {
         return ffv1Options(settings);
     }
+    if (name == "exr") {
+        return {{"compression", "zip16"}};
+    }
     if (name == "png") {
         return {{"compression_level", "1"},
                 {"pred", "sub"}}; // higher levels cost twice the time for 2% of size
@@ -220,6 +237,9 @@ Result<const AVCodec*> chooseClipEncoder(const std::string& extension, const AVO
 {
     if (!settings.encoder.empty()) {
         return encoderNamed(settings.encoder, AVMEDIA_TYPE_VIDEO);
+    }
+    if (settings.standardOutput >= 0 && extension == "nut") {
+        return encoderNamed("rawvideo", AVMEDIA_TYPE_VIDEO); // for a program that reads it at once
     }
     for (const DefaultEncoder& each : defaultEncoders) {
         const AVCodec* codec =
@@ -242,6 +262,9 @@ Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettin
     if (!profile) {
         return profile.error();
     }
+    if (codec.id == AV_CODEC_ID_EXR && settings.pixelFormat.empty()) {
+        return settings.alpha ? AV_PIX_FMT_GBRAPF32 : AV_PIX_FMT_GBRPF32; // made of codes
+    }
     if (!settings.pixelFormat.empty()) {
         return namedFormat(codec, settings, profile.value());
     }
@@ -250,7 +273,7 @@ Result<AVPixelFormat> choosePixelFormat(const AVCodec& codec, const OutputSettin
                      std::to_string(dnxhrHeight) + " pixels or more, and these are " + sizeText(settings) +
                      "; choose another codec or another kind of file (.mov, .mkv)"};
     }
-    const Wish wish = wishFor(codec.id, settings.depth);
+    const Wish wish = wishFor(codec.id, settings);
     AVPixelFormat best = AV_PIX_FMT_NONE;
     int bestDistance = 0;
     const std::span<const AVPixelFormat> taken = pixelFormatsOf(codec);
@@ -281,6 +304,16 @@ std::string noPixelFormat(const std::string& name)
         names.emplace_back(each->name);
     }
     return "there is no pixel format \"" + name + "\"" + nearestWords(name, names);
+}
+
+std::string ditherIsIdle(const AVCodecContext& encoder, const OutputSettings& settings)
+{
+    const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(encoder.pix_fmt);
+    if (!settings.dither || settings.stored || !format || format->comp[0].depth <= 8) {
+        return {};
+    }
+    return "nothing is dithered: the codes of " + std::string(format->name) +
+           " have more than 8 bits; --pixel-format chooses others";
 }
 
 bool isJpegFormat(AVPixelFormat format)

@@ -25,6 +25,15 @@ std::string lowerExtension(const std::filesystem::path& file)
     return text;
 }
 
+/// What a file's name ends in, or what stands for that.
+std::string kindOf(const std::filesystem::path& file, const OutputSettings& settings)
+{
+    if (file != standardName) {
+        return lowerExtension(file);
+    }
+    return settings.container.empty() ? "nut" : settings.container;
+}
+
 /// Whether an encoder takes options, without opening it.
 Status tryOptions(const AVCodec& codec, const EncoderOptions& options)
 {
@@ -66,7 +75,7 @@ Status checkAudio(const AVOutputFormat& container, const OutputSettings& setting
 Status checkEncoding(const std::filesystem::path& file, const OutputSettings& settings)
 {
     captureFfmpegLog();
-    const std::string extension = lowerExtension(file);
+    const std::string extension = kindOf(file, settings);
     const bool isPicture = isPictureExtension(extension);
     const AVOutputFormat* container =
         isPicture ? nullptr : av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
@@ -77,7 +86,7 @@ Status checkEncoding(const std::filesystem::path& file, const OutputSettings& se
     if (status && container) {
         status = checkAudio(*container, settings);
     }
-    return status ? status : Status(Error{"cannot write " + quoted(file) + ": " + status.text()});
+    return status ? status : Status(Error{"cannot write " + quotedOutput(file) + ": " + status.text()});
 }
 
 Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& file,
@@ -85,24 +94,30 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
 {
     captureFfmpegLog();
     if (settings.width <= 0 || settings.height <= 0 || settings.width > 65535 || settings.height > 65535) {
-        return Error{"cannot write " + quoted(file) + ": invalid size " + std::to_string(settings.width) +
-                     "x" + std::to_string(settings.height) + ": expected 1 to 65535 each way"};
+        return Error{"cannot write " + quotedOutput(file) + ": invalid size " +
+                     std::to_string(settings.width) + "x" + std::to_string(settings.height) +
+                     ": expected 1 to 65535 each way"};
     }
     if (settings.timeBase.num <= 0 || settings.timeBase.den <= 0) {
-        return Error{"cannot write " + quoted(file) + ": the time base is not known"};
+        return Error{"cannot write " + quotedOutput(file) + ": the time base is not known"};
     }
-    const std::string extension = lowerExtension(file);
+    const std::string extension = kindOf(file, settings);
+    if (file == standardName && settings.standardOutput < 0) {
+        return Error{"cannot write to standard output here; give a file's name"};
+    }
     if (extension.empty()) {
-        return Error{"cannot write " + quoted(file) +
+        return Error{"cannot write " + quotedOutput(file) +
                      ": its name has no extension: expected .png, .mov, .mkv, .mp4 or another"};
     }
-    OutputFile::clearAbandoned(file);
-    if (settings.stored && writesRawFrames(file, *settings.stored)) {
+    if (settings.standardOutput < 0) {
+        OutputFile::clearAbandoned(file);
+    }
+    if (settings.stored && isRawExtension(extension, settings.stored->word)) {
         return RawWriter::open(file, settings);
     }
     if (isPictureExtension(extension)) {
         if (settings.stored) {
-            return Error{"cannot write " + quoted(file) + ": ." + extension +
+            return Error{"cannot write " + quotedOutput(file) + ": ." + extension +
                          " has a layout of its own; leave out --format, or choose a name that ends in .raw"};
         }
         return PictureWriter::open(file, extension, settings);
@@ -117,6 +132,11 @@ std::string orientationIsLost(const Orientation& orientation)
                                 : "turned by " + std::to_string(orientation.degrees) + " degrees";
     return "the clip is marked to be shown " + how +
            ", which this kind of file cannot hold; the pictures are written as they are stored";
+}
+
+std::vector<std::string> pipeContainers()
+{
+    return {"nut", "mkv", "mov", "webm", "ts", "y4m", "raw"};
 }
 
 bool writesPictures(const std::filesystem::path& file)
@@ -134,7 +154,7 @@ Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& sett
     if (writesPictures(file)) {
         return Range::full;
     }
-    const std::string extension = lowerExtension(file);
+    const std::string extension = kindOf(file, settings);
     const AVOutputFormat* container = av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
     if (!container) {
         return Range::full;

@@ -65,6 +65,18 @@ struct OutputSettings
     std::map<std::string, std::string> encoderOptions;
     /// Encoding threads; 0 is one for each processor.
     int threads = 0;
+    /// Codes of 8 bits that are computed from deeper ones are dithered, by error diffusion.
+    bool dither = false;
+    /// Encoders are given 8 bits where they take deeper codes too, although the frames are deeper.
+    bool prefersEightBits = false;
+    /// The number of the first picture of a sequence.
+    std::int64_t firstNumber = 1;
+    /// Pictures that come later by more than a frame have numbers as much higher, instead of the next ones.
+    bool numbersByTime = false;
+    /// For the file "-", which is standard output: its descriptor, else -1; and the container by its usual
+    /// extension, empty for "nut".
+    int standardOutput = -1;
+    std::string container;
     /// Replaces files that exist.
     bool force = false;
     /// Null, or files that are not replaced even with force: those the frames come from.
@@ -127,12 +139,15 @@ public:
 
 /// Opens a writer by the output's name.
 ///
-/// - Pictures: png, tif, tiff, bmp, jpg, jpeg, ppm, dpx, tga, webp. A name with a number pattern
+/// - Pictures: png, tif, tiff, bmp, jpg, jpeg, ppm, dpx, exr, tga, webp. A name with a number pattern
 ///   ("out_%05d.png") makes a numbered sequence from 1; without one, one frame makes NAME.png and several
 ///   make NAME_00001.png, NAME_00002.png, ... Every picture is renamed as soon as it is complete.
 /// - Clips: any container that FFmpeg knows by the extension. If settings.encoder is empty: mov ProRes 422
 ///   HQ, mkv, avi and nut FFV1 in RGB (lossless), mp4, m4v and ts H.264 4:2:0, webm VP9, mxf DNxHR, else what
 ///   FFmpeg prefers.
+///
+/// - "-" is standard output: a clip in a container that needs no seeking (pipeContainers()), or raw frames.
+///   What has been written stays written, also after a failure.
 ///
 /// With settings.stored: clips whose container knows such frames, or a raw file for .raw, .yuv, .rgb, .bin,
 /// .data and the format's own name.
@@ -148,6 +163,9 @@ Status checkEncoding(const std::filesystem::path& file, const OutputSettings& se
 
 /// The remark if the file format has no orientation.
 std::string orientationIsLost(const Orientation& orientation);
+
+/// The containers for standard output, by their extensions; "raw" is none.
+std::vector<std::string> pipeContainers();
 
 /// Whether openWriter() would write pictures to that file, not a clip.
 bool writesPictures(const std::filesystem::path& file);

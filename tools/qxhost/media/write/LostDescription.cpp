@@ -16,20 +16,24 @@ namespace {
 class Remarks
 {
 public:
-    Remarks(const std::string& extension, const AVCodecContext& video)
-        : kind_("." + extension + " (" + avcodec_get_name(video.codec_id) + ")")
+    Remarks(const std::string& extension, const AVCodecContext& video, bool isPipe)
+        : kind_((isPipe ? "" : ".") + extension + " (" + avcodec_get_name(video.codec_id) + ")"),
+          isPipe_(isPipe)
     {
     }
 
     void add(const std::string& what, const std::string& holders)
     {
-        lines_.push_back(what + ": " + kind_ + " does not hold it; " + holders);
+        const bool areContainers = holders.starts_with('.');
+        lines_.push_back(what + ": " + kind_ + " does not hold it; " +
+                         (isPipe_ && areContainers ? "--container mkv does" : holders));
     }
 
     const std::vector<std::string>& lines() const { return lines_; }
 
 private:
     std::string kind_;
+    bool isPipe_;
     std::vector<std::string> lines_;
 };
 
@@ -64,6 +68,7 @@ bool isSameTransfer(int a, int b)
     return a == b || (isVideo(a) && isVideo(b));
 }
 
+/// RGB has no matrix.
 std::string lostTags(const AVCodecContext& meant, const Colour& found)
 {
     std::string tags;
@@ -72,7 +77,8 @@ std::string lostTags(const AVCodecContext& meant, const Colour& found)
             tags += (tags.empty() ? "" : ", ") + std::string(what) + " " + name;
         }
     };
-    add(meant.colorspace != AVCOL_SPC_UNSPECIFIED && !isSameMatrix(meant.colorspace, found.matrixTag),
+    add(meant.colorspace != AVCOL_SPC_UNSPECIFIED && !found.fromRgb &&
+            !isSameMatrix(meant.colorspace, found.matrixTag),
         "matrix", av_color_space_name(meant.colorspace));
     add(meant.color_primaries != AVCOL_PRI_UNSPECIFIED && meant.color_primaries != found.primariesTag,
         "primaries", av_color_primaries_name(meant.color_primaries));
@@ -107,7 +113,8 @@ std::vector<std::string> lostDescription(const std::filesystem::path& clip, cons
         return {};
     }
     const StreamInfo& found = reader.value()->info();
-    Remarks remarks(extension, video);
+    const bool isPipe = settings.standardOutput >= 0;
+    Remarks remarks(extension, video, isPipe);
     if (!settings.timeCode.empty() && digits(found.timeCode) != digits(settings.timeCode)) {
         remarks.add("time code " + settings.timeCode + " is left out", ".mov, .mp4 and .mkv do");
     }
@@ -123,7 +130,8 @@ std::vector<std::string> lostDescription(const std::filesystem::path& clip, cons
                         " field first) is left out",
                     ".mov and .mkv do");
     }
-    const std::string tags = found.colour.fromRgb ? std::string() : lostTags(video, found.colour);
+    // Files of RGB are taken for pictures, what a pipe carries for a clip.
+    const std::string tags = found.colour.fromRgb && !isPipe ? std::string() : lostTags(video, found.colour);
     if (!tags.empty()) {
         remarks.add("colour tags (" + tags + ") are left out", ".mov, .mp4 and .mkv do");
     }

@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/write/PictureWriter.h"
 
 #include "tools/qxhost/media/files/Names.h"
+#include "tools/qxhost/media/write/EncoderChoice.h"
 #include "tools/qxhost/media/write/EncoderOptions.h"
 
 #include <algorithm>
@@ -21,11 +22,12 @@ struct PictureKind
 };
 
 constexpr std::array kinds{
-    PictureKind{"png", "png", AV_CODEC_ID_PNG},     PictureKind{"tif", "tiff", AV_CODEC_ID_TIFF},
-    PictureKind{"tiff", "tiff", AV_CODEC_ID_TIFF},  PictureKind{"bmp", "bmp", AV_CODEC_ID_BMP},
-    PictureKind{"jpg", "mjpeg", AV_CODEC_ID_MJPEG}, PictureKind{"jpeg", "mjpeg", AV_CODEC_ID_MJPEG},
-    PictureKind{"ppm", "ppm", AV_CODEC_ID_PPM},     PictureKind{"dpx", "dpx", AV_CODEC_ID_DPX},
-    PictureKind{"tga", "targa", AV_CODEC_ID_TARGA}, PictureKind{"webp", "libwebp", AV_CODEC_ID_WEBP},
+    PictureKind{"png", "png", AV_CODEC_ID_PNG},       PictureKind{"tif", "tiff", AV_CODEC_ID_TIFF},
+    PictureKind{"tiff", "tiff", AV_CODEC_ID_TIFF},    PictureKind{"bmp", "bmp", AV_CODEC_ID_BMP},
+    PictureKind{"jpg", "mjpeg", AV_CODEC_ID_MJPEG},   PictureKind{"jpeg", "mjpeg", AV_CODEC_ID_MJPEG},
+    PictureKind{"ppm", "ppm", AV_CODEC_ID_PPM},       PictureKind{"dpx", "dpx", AV_CODEC_ID_DPX},
+    PictureKind{"exr", "exr", AV_CODEC_ID_EXR},       PictureKind{"tga", "targa", AV_CODEC_ID_TARGA},
+    PictureKind{"webp", "libwebp", AV_CODEC_ID_WEBP},
 };
 
 const PictureKind* kindOf(std::string_view extension)
@@ -45,7 +47,8 @@ Status checkKept(const NumberedNames& names, const OutputSettings& settings)
     }
     for (const long number : names.existing()) {
         const bool written =
-            number >= 1 && (settings.expectedFrames <= 0 || number <= settings.expectedFrames);
+            number >= settings.firstNumber &&
+            (settings.expectedFrames <= 0 || number < settings.firstNumber + settings.expectedFrames);
         if (written && settings.kept->contains(names.name(number))) {
             return OutputFile::wouldReplaceInput(names.name(number), *settings.kept);
         }
@@ -92,7 +95,8 @@ Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem:
         return Error{status.text()};
     }
     // Created now, so that an unwritable directory is reported before the work starts.
-    auto first = OutputFile::create(names.isPattern() ? names.name(1) : file, settings.force, settings.kept);
+    auto first = OutputFile::create(names.isPattern() ? names.name(settings.firstNumber) : file,
+                                    settings.force, settings.kept);
     if (!first) {
         return first.error();
     }
@@ -103,10 +107,20 @@ Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem:
 
 PictureWriter::PictureWriter(const std::filesystem::path& file, const OutputSettings& settings,
                              VideoEncoder encoder)
-    : file_(file), names_(file), force_(settings.force), kept_(settings.kept), encoder_(std::move(encoder))
+    : file_(file),
+      names_(file),
+      force_(settings.force),
+      kept_(settings.kept),
+      encoder_(std::move(encoder)),
+      firstNumber_(settings.firstNumber),
+      numbersByTime_(settings.numbersByTime),
+      frames_(toAv(settings.frameRate))
 {
     if (encoder_.dropsAlpha()) {
         warnings_.push_back("alpha is left out: " + encoder_.description() + " cannot hold it");
+    }
+    if (std::string idle = ditherIsIdle(encoder_.context(), settings); !idle.empty()) {
+        warnings_.push_back(std::move(idle));
     }
     if (settings.rgbRange == Range::video && ComponentRows(encoder_.context().pix_fmt).isRgb()) {
         warnings_.push_back("colour tags (range video) are left out: " + encoder_.description() +
@@ -154,9 +168,24 @@ Status PictureWriter::awaitCompletion()
     return status;
 }
 
+long PictureWriter::numberFor(const AVPacket& packet)
+{
+    if (taken_ == 1) {
+        firstTime_ = packet.pts;
+        return firstNumber_;
+    }
+    if (!numbersByTime_ || packet.pts == AV_NOPTS_VALUE) {
+        return number_ + 1;
+    }
+    const std::int64_t passed =
+        av_rescale_q(av_sat_sub64(packet.pts, firstTime_), encoder_.context().time_base, av_inv_q(frames_));
+    return std::max(number_ + 1, firstNumber_ + static_cast<long>(passed));
+}
+
 Status PictureWriter::take(const AVPacket& packet)
 {
     ++taken_;
+    number_ = numberFor(packet);
     const auto size = static_cast<std::size_t>(packet.size);
     if (taken_ == 1) {
         if (Status status = first_->write(packet.data, size); !status || !names_.isPattern()) {
@@ -165,14 +194,14 @@ Status PictureWriter::take(const AVPacket& packet)
         return complete(std::move(*first_));
     }
     if (taken_ == 2 && !names_.isPattern()) {
-        if (Status status = first_->retarget(names_.name(1)); !status) {
+        if (Status status = first_->retarget(names_.name(firstNumber_)); !status) {
             return status;
         }
         if (Status status = complete(std::move(*first_)); !status) {
             return status;
         }
     }
-    auto picture = OutputFile::create(names_.name(taken_), force_, kept_);
+    auto picture = OutputFile::create(names_.name(number_), force_, kept_);
     if (!picture) {
         return picture.error();
     }

@@ -37,6 +37,7 @@ public:
 private:
     PictureWriter(const std::filesystem::path& file, const OutputSettings& settings, VideoEncoder encoder);
     Status take(const AVPacket& packet);
+    long numberFor(const AVPacket& packet);
     Status complete(OutputFile picture);
     Status awaitCompletion();
 
@@ -48,6 +49,11 @@ private:
     std::vector<std::string> warnings_;
     std::optional<OutputFile> first_; // of a name without a number, until a second frame decides its name
     long taken_ = 0;
+    const long firstNumber_;
+    const bool numbersByTime_;
+    const AVRational frames_; // a second
+    std::int64_t firstTime_ = 0;
+    long number_ = 0; // of the picture before
     std::filesystem::path firstDone_;
     std::filesystem::path lastDone_;
     std::filesystem::path completing_;

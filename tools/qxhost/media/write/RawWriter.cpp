@@ -7,6 +7,10 @@ namespace Qx::Media {
 Result<std::unique_ptr<iFrameWriter>> RawWriter::open(const std::filesystem::path& file,
                                                       const OutputSettings& settings)
 {
+    if (settings.standardOutput >= 0) {
+        return std::unique_ptr<iFrameWriter>(
+            new RawWriter(OutputFile::standardOutput(settings.standardOutput, 0), settings));
+    }
     auto part = OutputFile::create(file, settings.force, settings.kept);
     if (!part) {
         return part.error();
@@ -42,7 +46,7 @@ Status RawWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime&
 Status RawWriter::finish()
 {
     if (frames_ == 0) {
-        return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
+        return Error{"cannot write " + part_.name() + ": there was no frame to write"};
     }
     Status status = part_.commit();
     done_ = static_cast<bool>(status);
@@ -51,7 +55,8 @@ Status RawWriter::finish()
 
 std::vector<std::filesystem::path> RawWriter::files() const
 {
-    return done_ ? std::vector{part_.file()} : std::vector<std::filesystem::path>{};
+    return done_ && !part_.isStandardOutput() ? std::vector{part_.file()}
+                                              : std::vector<std::filesystem::path>{};
 }
 
 } // namespace Qx::Media

@@ -2,6 +2,8 @@
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
+#include "tools/qxhost/media/rows/Levels.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
 
 #include <algorithm>
@@ -51,10 +53,17 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
         return Error{"out of memory"};
     }
     input_.emplace(settings.depth == Depth::bits8 ? AV_PIX_FMT_RGBA : AV_PIX_FMT_RGBA64);
-    output_.emplace(format.value());
+    codes_ = codesOfFloats(format.value());
+    makesFloats_ = codes_ != AV_PIX_FMT_NONE;
+    if (makesFloats_ && settings.depth == Depth::bits8) {
+        codes_ = codes_ == AV_PIX_FMT_GBRAP16 ? AV_PIX_FMT_GBRAP : AV_PIX_FMT_GBRP;
+    }
+    codes_ = makesFloats_ ? codes_ : format.value();
+    output_.emplace(codes_);
     times_ = PacketTimes(settings.timeBase);
     rgbRange_ = settings.rgbRange;
-    alpha_ = settings.alpha && output_->hasAlpha() && output_->isRgb() && output_->bits() == input_->bits();
+    dither_ = settings.dither;
+    alpha_ = settings.alpha && output_->hasAlpha();
     dropsAlpha_ = settings.alpha && !alpha_;
 
     context_->width = settings.width;
@@ -108,6 +117,10 @@ Status VideoEncoder::openCodec(const AVCodec& codec, const OutputSettings& setti
     }
     takeFfmpegMessage();
     const int error = avcodec_open2(context_.get(), &codec, nullptr);
+    constexpr std::int64_t half = 1; // of its option, as OpenEXR numbers the types
+    std::int64_t type = 0;
+    makesHalves_ =
+        makesFloats_ && av_opt_get_int(context_->priv_data, "format", 0, &type) >= 0 && type == half;
     if (error < 0) {
         return Error{"encoder " + std::string(codec.name) + " cannot be used for " +
                      std::to_string(settings.width) + "x" + std::to_string(settings.height) + " " +
@@ -128,7 +141,7 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
     if (!frame || !view) {
         return Error{"out of memory"};
     }
-    frame->format = context_->pix_fmt;
+    frame->format = codes_;
     frame->width = context_->width;
     frame->height = context_->height;
     if (av_frame_get_buffer(frame.get(), 0) < 0) {
@@ -139,8 +152,8 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
     view->data[1] = static_cast<std::uint8_t*>(const_cast<void*>(rows));
     view->data[0] = view->data[1] + (input_->wide() ? 2 : 1);
     view->linesize[0] = static_cast<int>(pitch);
-    if (output_->hasAlpha() && !alpha_) {
-        fillAlpha(*frame);
+    if (output_->hasAlpha()) {
+        alpha_ ? writeAlpha(*view, *frame) : fillAlpha(*frame);
     }
     if (output_->isRgb() && output_->bits() == input_->bits()) {
         copyRows(*view, *frame);
@@ -148,6 +161,20 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
         return status;
     }
 
+    if (makesFloats_) {
+        FramePtr floats(av_frame_alloc());
+        if (!floats) {
+            return Error{"out of memory"};
+        }
+        floats->format = context_->pix_fmt;
+        floats->width = context_->width;
+        floats->height = context_->height;
+        if (av_frame_get_buffer(floats.get(), 0) < 0) {
+            return Error{"out of memory for a frame"};
+        }
+        floatsFrom(*frame, *floats, makesHalves_);
+        frame = std::move(floats);
+    }
     frame->pts = times_.next(time, context_->time_base);
     durations_[frame->pts] = times_.duration(time, context_->time_base);
     setFieldOrder(*frame, time.fieldOrder);
@@ -223,13 +250,35 @@ void VideoEncoder::copyRows(const AVFrame& from, AVFrame& to)
             output_->write(to, component, row, 0, width, scratch_.data());
         }
     }
-    if (!alpha_) {
-        return;
-    }
+}
+
+/// Opacity is of full range at every depth.
+void VideoEncoder::writeAlpha(const AVFrame& from, AVFrame& to)
+{
+    const int width = context_->width;
+    const Coding given{input_->bits(), Range::full};
+    const Coding made{output_->bits(), Range::full};
+    scratch_.resize(static_cast<std::size_t>(width));
+    auto* bytes = reinterpret_cast<std::uint8_t*>(scratch_.data());
     AVFrame alpha = from;
     alpha.data[0] = from.data[1];
     for (int row = 0; row < context_->height; ++row) {
         input_->read(alpha, 0, row, 0, width, scratch_.data());
+        if (given.bits != made.bits) {
+            // Samples may become wider or narrower in their place.
+            std::vector<std::uint16_t>& codes = alphaCodes_;
+            codes.resize(static_cast<std::size_t>(width));
+            for (std::size_t i = 0; i < codes.size(); ++i) {
+                codes[i] = codeOfLevel(input_->wide() ? scratch_[i] : bytes[i], given, made);
+            }
+            for (std::size_t i = 0; i < codes.size(); ++i) {
+                if (output_->wide()) {
+                    scratch_[i] = codes[i];
+                } else {
+                    bytes[i] = static_cast<std::uint8_t>(codes[i]);
+                }
+            }
+        }
         output_->write(to, 3, row, 0, width, scratch_.data());
     }
 }
@@ -266,6 +315,7 @@ Status VideoEncoder::convertField(const AVFrame& from, AVFrame& to, int field, i
     target.bits = output_->bits();
     target.range = target.rgb ? rgbRange_ : range_;
     target.matrix = matrix_;
+    target.dither = dither_ && target.bits == 8;
     target.chromaLocation = isJpegFormat(context_->pix_fmt) ? ZIMG_CHROMA_CENTER : ZIMG_CHROMA_LEFT;
 
     auto& cached = graphs_[static_cast<std::size_t>(field)];

@@ -43,6 +43,7 @@ private:
     Status openCodec(const AVCodec& codec, const OutputSettings& settings);
     Status drain(const Sink& sink);
     void fillAlpha(AVFrame& to);
+    void writeAlpha(const AVFrame& from, AVFrame& to);
     void copyRows(const AVFrame& from, AVFrame& to);
     Status convertRows(const AVFrame& from, AVFrame& to, FieldOrder order);
     Status convertField(const AVFrame& from, AVFrame& to, int field, int fields);
@@ -60,13 +61,18 @@ private:
     std::optional<ComponentRows> output_;
     std::array<std::optional<Graph>, 2> graphs_; // one for each field
     std::vector<std::uint16_t> scratch_;
+    std::vector<std::uint16_t> alphaCodes_;
     std::map<std::int64_t, std::int64_t> durations_; // by time of the frame, until its packet comes
     PacketTimes times_;
     Range rgbRange_ = Range::full;
     Range range_ = Range::video;
     Matrix matrix_ = Matrix::bt709;
     bool alpha_ = false;
+    bool dither_ = false;
     bool dropsAlpha_ = false;
+    bool makesFloats_ = false;              // of the codes
+    bool makesHalves_ = false;              // of the floats
+    AVPixelFormat codes_ = AV_PIX_FMT_NONE; // what is made before floats, or the encoder's format
 };
 
 } // namespace Qx::Media

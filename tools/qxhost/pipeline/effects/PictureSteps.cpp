@@ -124,11 +124,11 @@ Media::StreamInfo shrunk(const ShrinkPicture& target, Media::StreamInfo info)
 Media::StreamInfo inFields(const ConvertOptions& options, Media::StreamInfo info)
 {
     if (info.height < 2) {
-        throw Failure(ExitCode::input, options.input.string() + ": has one line, and fields need two");
+        throw Failure(ExitCode::input, options.inputName() + ": has one line, and fields need two");
     }
     constexpr int largest = std::numeric_limits<int>::max() / 2;
     if (info.timeBase.den > largest || info.frameRate.num > largest || info.sampleAspect.den > largest) {
-        throw Failure(ExitCode::input, options.input.string() + ": its times are too fine to be halved");
+        throw Failure(ExitCode::input, options.inputName() + ": its times are too fine to be halved");
     }
     info.height /= 2;
     info.frameRate.num *= 2;

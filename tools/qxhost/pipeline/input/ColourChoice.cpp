@@ -17,9 +17,9 @@ namespace {
         names.emplace_back(info.name);
         words.emplace_back(info.word);
     }
-    throw Failure(ExitCode::input, options.input.string() + ": unsupported colours (" + cause +
-                                       "): expected " + listed(names, "or") +
-                                       "; to convert it all the same, add --matrix " + listed(words, "or"));
+    throw Failure(ExitCode::input, options.inputName() + ": unsupported colours (" + cause + "): expected " +
+                                       listed(names, "or") + "; to convert it all the same, add --matrix " +
+                                       listed(words, "or"));
 }
 
 std::string guessNote(const ConvertOptions& options, const ColourChoice& choice)
@@ -32,7 +32,7 @@ std::string guessNote(const ConvertOptions& options, const ColourChoice& choice)
                                       std::to_string(Media::standardDefinitionWidth) + " pixels";
     const std::string matrix = std::string(nameOf(choice.matrix)) + " (" + why + ")";
     const std::string range = std::string(nameOf(choice.range)) + " range";
-    const std::string file = options.input.string();
+    const std::string file = options.inputName();
     if (!choice.rangeGuessed) {
         return file + ": has no tag for its matrix; assuming " + matrix + "; --matrix overrides";
     }
@@ -82,7 +82,7 @@ ColourChoice chooseColour(const ConvertOptions& options, const Media::StreamInfo
         choice.notes.push_back(guessNote(options, choice));
     }
     if (!tagged.unsupported.empty()) {
-        choice.notes.push_back(options.input.string() + ": " + tagged.unsupported + "; converting it as " +
+        choice.notes.push_back(options.inputName() + ": " + tagged.unsupported + "; converting it as " +
                                nameOf(choice.matrix) + " all the same; its colours will be wrong");
     }
     return choice;

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
+#include <map>
+#include <mutex>
 
 namespace Qx::Program {
 
@@ -33,7 +35,7 @@ public:
         source_ = source;
         packer_.emplace(source);
         const bool deep = source.depth == Media::Depth::bits16;
-        const Image::Format format = holdsRgb(info()) ? Image::ARGB : Image::YUY2;
+        const Image::Format format = holdsRgb(info()) || source.fullChroma ? Image::ARGB : Image::YUY2;
         return describeFrame({Host::findFormat(format), deep ? 16U : 8U}, static_cast<unsigned>(info().width),
                              static_cast<unsigned>(info().height));
     }
@@ -90,6 +92,7 @@ public:
     }
     std::int64_t problemCount() const override { return reader_->problemCount(); }
     const std::vector<std::string>& problems() const override { return reader_->problems(); }
+    std::vector<std::string> remarks() const override { return reader_->remarks(); }
     std::shared_ptr<Media::FileSet> files() const override { return reader_->files(); }
     std::shared_ptr<Media::AudioQueue> audio() const override { return reader_->audio(); }
 
@@ -129,7 +132,7 @@ Media::StreamInfo describeRaw(const RawInputOptions& raw, std::int64_t frames)
     info.frameRate = raw.frameRate.value_or(Media::Rational{25, 1});
     info.timeBase = {info.frameRate.den, info.frameRate.num};
     info.frameCount = frames;
-    info.frameCountIsExact = true;
+    info.frameCountIsExact = frames > 0;
     info.duration = static_cast<double>(frames) / info.frameRate.toDouble();
     const PixelFormat& format = require(raw.format);
     const bool yCrCb = format.isYCrCb();
@@ -164,7 +167,14 @@ public:
 
     Media::ClipPlace skipTo(const Media::SeekTarget& target) override
     {
-        given_ = std::min(target.pts.value_or(target.frame), reader_->frameCount());
+        const std::int64_t wanted = target.pts.value_or(target.frame);
+        if (reader_->isPipe()) {
+            while (given_ < wanted && reader_->readNext()) {
+                ++given_;
+            }
+        } else {
+            given_ = std::min(wanted, reader_->frameCount());
+        }
         return {given_, given_};
     }
 
@@ -195,7 +205,11 @@ public:
 
     Next next(Media::Frame& frame) override
     {
-        if (given_ == reader_->frameCount()) {
+        const bool hasFrame = reader_->isPipe() ? readAhead() : given_ < reader_->frameCount();
+        if (!reader_->failure().empty()) {
+            return Next::failed;
+        }
+        if (!hasFrame) {
             if (problems_.empty() && !reader_->remainder().empty()) {
                 problems_.push_back(reader_->remainder());
             }
@@ -218,21 +232,43 @@ public:
 
     Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {
-        return reader_->read(frame.time().pts, rows, pitch);
+        if (!reader_->isPipe()) {
+            return reader_->read(frame.time().pts, rows, pitch);
+        }
+        std::shared_ptr<const std::vector<std::byte>> bytes;
+        {
+            const std::lock_guard lock(mutex_);
+            bytes = ahead_.extract(frame.time().pts).mapped();
+        }
+        reader_->scatter(*bytes, rows, pitch);
+        return {};
     }
 
-    const std::string& failure() const override { return none_; }
+    const std::string& failure() const override { return reader_->failure(); }
     std::int64_t problemCount() const override { return static_cast<std::int64_t>(problems_.size()); }
     const std::vector<std::string>& problems() const override { return problems_; }
     std::shared_ptr<Media::FileSet> files() const override { return reader_->files(); }
     std::shared_ptr<Media::AudioQueue> audio() const override { return nullptr; }
 
 private:
+    /// The next frame of a pipe, for place(). Returns false if there is none.
+    bool readAhead()
+    {
+        auto bytes = reader_->readNext();
+        if (!bytes) {
+            return false;
+        }
+        const std::lock_guard lock(mutex_);
+        ahead_[given_] = std::move(bytes);
+        return true;
+    }
+
     std::unique_ptr<Media::RawReader> reader_;
+    std::mutex mutex_;
+    std::map<std::int64_t, std::shared_ptr<const std::vector<std::byte>>> ahead_; ///< of a pipe, by number
     PixelFormat format_;
     Media::StreamInfo info_;
     std::vector<std::string> problems_;
-    std::string none_;
     std::int64_t given_ = 0;
     int bits_ = 0; ///< of the codes' levels once they are on the GPU; 0: all of a sample
 };
@@ -242,7 +278,7 @@ std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)
     const RawInputOptions& raw = options.raw;
     const PixelFormat& format = require(raw.format);
     if (raw.width == 0) {
-        throw Failure(ExitCode::usage, options.input.string() + ": the size of its " + format.name() +
+        throw Failure(ExitCode::usage, options.inputName() + ": the size of its " + format.name() +
                                            " frames is not given; add " + raw.sizeOption + " WxH, as in " +
                                            raw.sizeOption + " 1920x1080");
     }
@@ -262,16 +298,38 @@ std::unique_ptr<iFrameInput> openRaw(const ConvertOptions& options)
 }
 
 /// Refuses options that only raw input takes.
-void refuseRawOptions(const RawInputOptions& raw)
+void refuseRawOptions(const RawInputOptions& raw, bool isSequence)
 {
-    const char* option = raw.width != 0      ? raw.sizeOption
-                         : raw.rowBytes != 0 ? "--row-bytes"
-                         : raw.frameRate     ? "--fps"
-                                             : nullptr;
+    const char* option = raw.width != 0                 ? raw.sizeOption
+                         : raw.rowBytes != 0            ? "--row-bytes"
+                         : raw.frameRate && !isSequence ? "--fps"
+                                                        : nullptr;
     if (option != nullptr) {
+        throw Failure(
+            ExitCode::usage,
+            std::string(option) +
+                (raw.frameRate && option == std::string("--fps")
+                     ? ": is for raw frames (--raw) and numbered pictures; clips have a rate of their own, "
+                       "which --before fps=N changes"
+                     : ": describes raw frames; add --raw FORMAT ('qxhost formats' lists them)"));
+    }
+}
+
+/// Refuses options that only numbered pictures take.
+void refuseSequenceOptions(const ConvertOptions& options)
+{
+    const SequenceOptions& sequence = options.sequence;
+    const bool isSequence = Media::ClipReader::isSequence(options.input);
+    if (sequence.startNumber && !isSequence) {
         throw Failure(ExitCode::usage,
-                      std::string(option) +
-                          ": describes raw frames; add --raw FORMAT ('qxhost formats' lists them)");
+                      "--start-number: says with which of numbered pictures the input begins, and " +
+                          options.inputName() +
+                          " is no pattern such as shot_%05d.png; --renumber numbers pictures that "
+                          "are written, --start picks frames");
+    }
+    if (sequence.missing != Media::MissingPictures::end && !isSequence) {
+        throw Failure(ExitCode::usage, "--missing: is for numbered pictures, and " + options.inputName() +
+                                           " is no pattern such as shot_%05d.png");
     }
 }
 
@@ -282,13 +340,24 @@ bool holdsRgb(const Media::StreamInfo& info)
     return info.colour.fromRgb && info.hasFullChroma;
 }
 
+bool holdsFullChroma(const Media::StreamInfo& info)
+{
+    return !holdsRgb(info) && (info.hasFullChroma || info.hasAlpha);
+}
+
 std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool keepAudio)
 {
     if (options.raw.format) {
         return openRaw(options);
     }
-    refuseRawOptions(options.raw);
-    auto reader = Media::ClipReader::open(options.input, {.threads = 0, .keepAudio = keepAudio});
+    refuseRawOptions(options.raw, Media::ClipReader::isSequence(options.input));
+    refuseSequenceOptions(options);
+    auto reader = Media::ClipReader::open(options.input, {.threads = 0,
+                                                          .keepAudio = keepAudio,
+                                                          .mayBeStandardInput = true,
+                                                          .sequenceRate = options.raw.frameRate,
+                                                          .startNumber = options.sequence.startNumber,
+                                                          .missing = options.sequence.missing});
     if (!reader) {
         throw Failure(ExitCode::input, reader.text());
     }

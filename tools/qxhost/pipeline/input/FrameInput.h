@@ -37,8 +37,8 @@ public:
     /// Whether the input has ended before the end of the range that filter() was given.
     virtual bool hasEndedEarly() const { return false; }
 
-    /// How place() lays frames out in memory, for 4:2:2 of the given depth, range and matrix. Call it before
-    /// place().
+    /// How place() lays frames out in memory, for 4:2:2 or 4:4:4 of the given depth, range and matrix. Call
+    /// it before place().
     virtual Image::Core::Data prepare(const Media::FramePacker::Target& source) = 0;
 
     /// Bits of the codes that place() writes, which fill the upper ones of their samples.
@@ -65,6 +65,9 @@ public:
     virtual std::int64_t problemCount() const = 0;
     virtual const std::vector<std::string>& problems() const = 0;
 
+    /// What else is to be said of the frames given, a line each.
+    virtual std::vector<std::string> remarks() const { return {}; }
+
     /// The files that belong to it; others that the run reads may be added.
     virtual std::shared_ptr<Media::FileSet> files() const = 0;
     virtual std::shared_ptr<Media::AudioQueue> audio() const = 0;
@@ -72,6 +75,10 @@ public:
 
 /// Whether frames come as RGB and are kept as RGB.
 bool holdsRgb(const Media::StreamInfo& info);
+
+/// Whether frames come as Y Cb Cr of every pixel, with alpha, unless YCrCb of 4:2:2 is made of them: those of
+/// 4:4:4, and those with alpha.
+bool holdsFullChroma(const Media::StreamInfo& info);
 
 /// The clip, or the raw frames, that the options name. Throws Failure (input, usage).
 std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool keepAudio);

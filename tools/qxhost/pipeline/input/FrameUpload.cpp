@@ -83,6 +83,15 @@ Surface FrameUpload::upload(const Qx::Ptr<iHostImage>& image, const Media::Frame
     return result;
 }
 
+Surface FrameUpload::uploadAsIs(const Qx::Ptr<iHostImage>& image, const Media::FrameTime& time) const
+{
+    Surface uploaded = describe(image, time).uploadToGPU();
+    if (!uploaded.getGPUSurface()) {
+        fail();
+    }
+    return uploaded;
+}
+
 Surface FrameUpload::describe(const Qx::Ptr<iHostImage>& image, const Media::FrameTime& time) const
 {
     Surface surface;

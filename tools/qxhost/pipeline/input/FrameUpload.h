@@ -22,6 +22,9 @@ public:
     /// A host image for one frame; empty if out of memory.
     Qx::Ptr<iHostImage> makeHostImage() const;
 
+    /// The frame on the GPU as it lies in memory: texels of four components. Throws Failure (device).
+    Image::Surface uploadAsIs(const Qx::Ptr<iHostImage>& image, const Media::FrameTime& time) const;
+
     /// The frame on the GPU: YUY2 of the frame's depth, 8 or 16 bits (deeper than 8 is 16), or ARGB in the
     /// depth of `working`. Codes of YUY2 are at the levels of source.bits; 0: of all bits of their samples.
     /// Throws Failure (device, effect).

@@ -4,23 +4,30 @@
 #include "tools/qxhost/pipeline/burnin/TimeCode.h"
 #include "tools/qxhost/pipeline/input/FrameInput.h"
 
+#include <cstring>
+
 namespace Qx::Program {
+
+bool keepsAlpha(const ConvertOptions& options, const Media::StreamInfo& info)
+{
+    const bool holdsIt = !options.format || std::strchr(options.format->info->order, 'A') != nullptr;
+    return info.hasAlpha && holdsIt && !std::holds_alternative<ShrinkPicture>(options.step);
+}
 
 std::vector<std::string> inputNotes(const ConvertOptions& options, const Media::StreamInfo& info)
 {
-    std::vector<std::string> notes;
+    std::vector<std::string> notes = info.remarks;
     if (!info.timeCode.empty() && !Media::writesPictures(options.output) &&
         !TimeCode::startingAt(info.timeCode, info.frameRate)) {
         notes.push_back("time code " + info.timeCode +
                         " is left out: it is invalid at the clip's frame rate");
     }
-    const bool keepsAlpha = options.format && !options.format->isYCrCb();
-    if (info.hasAlpha && !keepsAlpha) {
-        notes.push_back(options.input.string() + " has alpha, which is left out; the output is opaque");
+    if (info.hasAlpha && !keepsAlpha(options, info)) {
+        notes.push_back(options.inputName() + " has alpha, which is left out; the output is opaque");
     }
-    if (info.hasFullChroma && !holdsRgb(info)) {
-        notes.push_back(options.input.string() + " (" + info.pixelFormat +
-                        ") has full chroma resolution; it passes through 4:2:2, which keeps half of it");
+    if (info.hasFullChroma && !holdsRgb(info) && options.format && options.format->isYCrCb()) {
+        notes.push_back(options.inputName() + " (" + info.pixelFormat +
+                        ") has full chroma resolution, of which " + options.format->name() + " keeps half");
     }
     return notes;
 }
@@ -29,6 +36,10 @@ std::string wayToGpu(const Media::StreamInfo& info)
 {
     if (holdsRgb(info)) {
         return "RGB, with unchanged codes";
+    }
+    if (holdsFullChroma(info)) {
+        return info.subsamplesChroma ? "4:4:4 with alpha, computed from " + info.pixelFormat + " at 16 bits"
+                                     : std::string("4:4:4, with unchanged codes");
     }
     return info.packsCodes ? "4:2:2, with unchanged codes"
                            : "4:2:2, computed from " + info.pixelFormat + " at 16 bits";

@@ -8,6 +8,9 @@
 
 namespace Qx::Program {
 
+/// Whether the alpha of the input goes to the writer. Thumbnails have none.
+bool keepsAlpha(const ConvertOptions& options, const Media::StreamInfo& info);
+
 /// What a conversion with these options does not keep of the input, a line each for the user.
 std::vector<std::string> inputNotes(const ConvertOptions& options, const Media::StreamInfo& info);
 

@@ -3,6 +3,7 @@
 #include "host/luts/ColourSpaces.h"
 #include "platform/ImageFormat.h"
 #include "tools/qxhost/media/MediaTypes.h"
+#include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
 #include "tools/qxhost/pipeline/options/BurnInOptions.h"
@@ -61,6 +62,14 @@ struct RawInputOptions
     std::optional<Media::Rational> frameRate; ///< empty: 25
 };
 
+/// The user's description of an input of numbered pictures, and of the numbers of pictures written.
+struct SequenceOptions
+{
+    std::optional<std::int64_t> startNumber; ///< the first picture that is read; empty: the lowest number
+    Media::MissingPictures missing = Media::MissingPictures::end;
+    std::optional<std::int64_t> renumber; ///< the first picture written; empty: the input's number, or 1
+};
+
 /// "qxhost fields": every frame becomes its two fields.
 struct SeparateFields
 {
@@ -96,6 +105,7 @@ struct ConvertOptions
     std::filesystem::path output;
 
     RawInputOptions raw;
+    SequenceOptions sequence;
     std::optional<PixelFormat> format; ///< of the frames written; empty: the encoder's own
     std::int64_t outputRowBytes = 0;   ///< from a row to the next in a raw file; 0: the format's own
     PictureStep step;
@@ -115,6 +125,11 @@ struct ConvertOptions
     FrameRangeOptions picked;       ///< the frames that are converted
     std::optional<Segment> segment; ///< of these
 
+    bool rotates = false;                  ///< shows pictures as players would
+    std::optional<Media::AlphaKind> alpha; ///< of the input; empty: as is usual for its kind
+    bool dithers = false;                  ///< to 8 bits
+
+    std::string container; ///< of standard output, by its extension; empty: nut
     std::string codec;
     std::string pixelFormat;
     std::string profile;                             ///< of the codec; empty: by the pixel format
@@ -129,6 +144,12 @@ struct ConvertOptions
     bool quiet = false;
     bool progress = true; ///< shown, unless quiet
     bool json = false;
+
+    bool readsStandardInput() const { return input == Media::standardName; }
+    bool writesStandardOutput() const { return output == Media::standardName; }
+    /// For messages.
+    std::string inputName() const { return readsStandardInput() ? "standard input" : input.string(); }
+    std::string outputName() const { return writesStandardOutput() ? "standard output" : output.string(); }
 };
 
 } // namespace Qx::Program

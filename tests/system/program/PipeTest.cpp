@@ -1,0 +1,303 @@
+// Clips through pipes, between ffmpeg on both sides.
+
+#include "tests/system/program/Program.h"
+
+#include <cmath>
+#include <cstring>
+
+namespace Qx::System {
+
+namespace {
+
+class Pipes : public ProgramTest
+{
+protected:
+    /// Runs a line of the shell, in which "qxhost" is the program; exit codes of all its commands are at the
+    /// end of what it prints to standard error.
+    Outcome shell(const std::string& line) const
+    {
+        return run({"bash", "-c",
+                    "qxhost() { '" + programPath() + "' \"$@\"; }\n" + line +
+                        "\necho \"codes ${PIPESTATUS[@]}\" >&2"});
+    }
+
+    /// Frames of noise. YCbCr is tagged as BT.709 of video range.
+    void makeClip(const std::string& name, const std::string& format, const std::vector<std::string>& more,
+                  const std::string& filters = "") const
+    {
+        std::vector<std::string> arguments{"-f",
+                                           "lavfi",
+                                           "-i",
+                                           "testsrc2=size=64x48:rate=25",
+                                           "-t",
+                                           "0.4",
+                                           "-vf",
+                                           "noise=alls=30:allf=t:all_seed=3,format=" + format +
+                                               ",setparams=colorspace=bt709:color_primaries=bt709:"
+                                               "color_trc=bt709:range=tv" +
+                                               filters};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        arguments.insert(arguments.end(), {"-colorspace", "bt709", "-color_primaries", "bt709", "-color_trc",
+                                           "bt709", "-color_range", "tv", name});
+        ffmpeg(arguments);
+    }
+
+    std::string times(const std::string& file) const
+    {
+        return run({"ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pts_time",
+                    "-of", "csv=p=0", file})
+            .out;
+    }
+
+    std::string frameSums(const std::string& file) const
+    {
+        return run({"ffmpeg", "-nostdin", "-v", "error", "-i", file, "-f", "framemd5", "-"}).out;
+    }
+
+    static void expectHas(const std::string& text, const std::string& part)
+    {
+        EXPECT_NE(text.find(part), std::string::npos) << text << "\nlacks " << part;
+    }
+};
+
+const std::vector<std::string> ffv1{"-c:v", "ffv1"};
+
+/// Codes of 16 bits of words in memory.
+std::vector<unsigned> wordsOf(const std::vector<std::uint8_t>& bytes)
+{
+    std::vector<unsigned> words;
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        words.push_back(static_cast<unsigned>(bytes[i] | bytes[i + 1] << 8));
+    }
+    return words;
+}
+
+TEST_F(Pipes, rgb_of_every_depth_comes_through)
+{
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48:rate=25", "-t", "0.12", "-vf",
+            "format=gbrp16le,geq=r='mod(X*1021+Y*77+N*9\\,65536)':"
+            "g='mod(X*33+Y*1999\\,65536)':b='65535-mod(X*7+Y*1365\\,65536)'",
+            "-c:v", "ffv1", "deep.mkv"});
+    for (const int bits : {8, 10, 12, 16}) {
+        const std::string format = bits == 8 ? "gbrp" : "gbrp" + std::to_string(bits) + "le";
+        ffmpeg({"-i", "deep.mkv", "-pix_fmt", format, "-c:v", "ffv1", "-color_range", "pc", "in.mkv"});
+        const std::string made = bits == 8 ? "rgb24" : "rgb48le";
+        const Outcome piped = shell(
+            "ffmpeg -nostdin -v error -i in.mkv -f nut -c:v rawvideo -color_range pc - | qxhost convert - - "
+            "--range full | ffmpeg -v error -i - -f rawvideo -pix_fmt " +
+            made + " out.raw");
+        expectHas(piped.err, "codes 0 0 0");
+        const std::string bytes = read(at("out.raw"));
+        const std::vector<std::uint8_t> got(bytes.begin(), bytes.end());
+        fs::remove(at("out.raw"));
+        // What was put in, in the order of memory.
+        const std::vector<std::uint8_t> planes = decoded("in.mkv", format);
+        const std::vector<unsigned> codes =
+            bits == 8 ? std::vector<unsigned>(planes.begin(), planes.end()) : wordsOf(planes);
+        const std::vector<unsigned> pixels =
+            bits == 8 ? std::vector<unsigned>(got.begin(), got.end()) : wordsOf(got);
+        ASSERT_EQ(pixels.size(), codes.size()) << piped.err;
+        constexpr std::size_t plane = 64 * 48;
+        const double scale = bits == 8 ? 1 : 65535.0 / ((1 << bits) - 1);
+        std::size_t wrong = 0;
+        for (std::size_t i = 0; i < codes.size(); ++i) {
+            const std::size_t frame = i / (3 * plane);
+            const std::size_t component = i / plane % 3; // green, blue, red
+            const std::size_t place = frame * 3 * plane + (i % plane) * 3 + (component + 1) % 3;
+            wrong += pixels[place] == std::lround(codes[i] * scale) ? 0U : 1U;
+        }
+        EXPECT_EQ(wrong, 0U) << bits << " bits";
+    }
+}
+
+TEST_F(Pipes, what_a_file_becomes_a_pipe_becomes_too)
+{
+    for (const std::string format : {"yuv422p", "yuv422p10le", "yuv422p12le", "yuv422p16le"}) {
+        makeClip("clip.nut", format, {"-c:v", "rawvideo"});
+        const std::string options = " --matrix bt709 --range video --codec ffv1 ";
+        const Outcome piped =
+            shell("cat clip.nut | qxhost convert - - --container mkv" + options + "> piped.mkv");
+        expectHas(piped.err, "codes 0 0");
+        shell("qxhost convert clip.nut file.mkv --force" + options);
+        EXPECT_EQ(frameSums("piped.mkv"), frameSums("file.mkv")) << format;
+        EXPECT_EQ(probe("piped.mkv", "pix_fmt,color_primaries,color_transfer"),
+                  probe("file.mkv", "pix_fmt,color_primaries,color_transfer"));
+    }
+    makeClip("clip.mkv", "yuv422p12le", ffv1);
+    shell("ffmpeg -nostdin -v error -i clip.mkv -strict -1 -f yuv4mpegpipe - | qxhost convert - - "
+          "--container y4m "
+          "--matrix bt709 --pixel-format yuv422p12le > piped.y4m");
+    expectHas(probe("piped.y4m", "pix_fmt,nb_read_frames"), "pix_fmt=yuv422p12le\nnb_read_frames=10\n");
+    shell("qxhost convert clip.mkv file.mkv --codec ffv1 --pixel-format yuv422p12le --force");
+    EXPECT_EQ(decoded("piped.y4m", "yuv422p12le"), decoded("file.mkv", "yuv422p12le"));
+}
+
+TEST_F(Pipes, times_and_tags_come_through)
+{
+    makeClip("clip.mkv", "yuv422p10le", ffv1);
+    ffmpeg({"-i", "clip.mkv", "-vf", "settb=1/12800,setpts=N*512+mod(N\\,3)*100", "-fps_mode", "passthrough",
+            "-enc_time_base", "1/12800", "-c:v", "ffv1", "uneven.nut"});
+    ASSERT_NE(times("uneven.nut").find("0.047813"), std::string::npos) << times("uneven.nut");
+    for (const std::string container : {"nut", "mov"}) {
+        shell("cat uneven.nut | qxhost convert - - --container " + container + " > out." + container);
+        EXPECT_EQ(times("out." + container), times("uneven.nut")) << container;
+    }
+    ffmpeg({"-i", "clip.mkv", "-c:v", "prores_ks", "-timecode", "10:00:00:05", "-movflags", "+write_colr",
+            "-colorspace", "bt709", "-color_primaries", "bt709", "-color_trc", "bt709", "tagged.mov"});
+    const std::string tags = "color_range,color_space,color_primaries,color_transfer";
+    const Outcome mov = shell("qxhost convert tagged.mov - --container mov > out.mov");
+    expectHas(mov.err, "codes 0");
+    EXPECT_EQ(probe("out.mov", tags), probe("tagged.mov", tags));
+    expectHas(run({"ffprobe", "-v", "error", "-show_entries", "stream_tags=timecode", "out.mov"}).out,
+              "10:00:00:05");
+    EXPECT_EQ(mov.err.find("left out"), std::string::npos) << mov.err;
+    // QuickTime's time code lies where a pipe has been already.
+    expectHas(shell("cat tagged.mov | qxhost convert - - > out.nut").err,
+              "standard input: its time code cannot be read from a pipe");
+    // What a container cannot hold is said.
+    expectHas(
+        shell("qxhost convert tagged.mov - --container y4m > out.y4m").err,
+        "time code 10:00:00:05 is left out: y4m (wrapped_avframe) does not hold it; --container mkv does");
+    expectHas(shell("qxhost convert tagged.mov - > out.nut").err,
+              "primaries bt709, transfer bt709) are left out");
+}
+
+TEST_F(Pipes, audio_comes_through)
+{
+    makeClip("clip.mkv", "yuv422p10le", ffv1);
+    ffmpeg({"-i", "clip.mkv", "-f", "lavfi", "-i", "sine=d=0.4:r=48000", "-map", "0:v", "-map", "1:a", "-c:v",
+            "rawvideo", "-c:a", "pcm_s16le", "sound.nut"});
+    for (const std::string container : {"nut", "mkv", "mov"}) {
+        shell("cat sound.nut | qxhost convert - - --container " + container + " > out." + container);
+        const auto samples = [&](const std::string& file) {
+            return run({"ffmpeg", "-nostdin", "-v", "error", "-i", file, "-map", "0:a", "-f", "md5", "-"})
+                .out;
+        };
+        EXPECT_EQ(samples("out." + container), samples("sound.nut")) << container;
+    }
+}
+
+TEST_F(Pipes, raw_frames_come_through)
+{
+    makeClip("clip.mkv", "yuv422p", ffv1);
+    ffmpeg({"-i", "clip.mkv", "-f", "rawvideo", "-pix_fmt", "uyvy422", "frames.uyvy"});
+    const std::string input = "cat frames.uyvy | qxhost convert - - --raw uyvy --size 64x48 --format uyvy";
+    expectHas(shell(input + " --container raw > out.uyvy").err, "codes 0 0");
+    EXPECT_EQ(read(at("out.uyvy")), read(at("frames.uyvy")));
+    shell(input + " | ffmpeg -v error -i - -f rawvideo out.raw");
+    EXPECT_EQ(read(at("out.raw")), read(at("frames.uyvy")));
+    constexpr std::size_t frame = 64 * 48 * 2;
+    shell(input + " --container raw --start 3 --frames 2 > part.uyvy");
+    EXPECT_EQ(read(at("part.uyvy")), read(at("frames.uyvy")).substr(3 * frame, 2 * frame));
+    const Outcome cut =
+        shell("head -c 20000 frames.uyvy | qxhost convert - - --raw uyvy --size 64x48 --format uyvy "
+              "--container raw > cut.uyvy");
+    expectHas(cut.err, "codes 0 3");
+    expectHas(cut.err, "standard input: ends within a frame; a frame of 64x48 uyvy has 6144 bytes");
+    EXPECT_EQ(read(at("cut.uyvy")), read(at("frames.uyvy")).substr(0, 3 * frame));
+    EXPECT_EQ(shell("qxhost convert - out.mov --raw uyvy --size 64x48 < /dev/null").err.find("codes 0"),
+              std::string::npos);
+}
+
+TEST_F(Pipes, a_reader_that_has_ended_is_said)
+{
+    makeClip("clip.mkv", "yuv422p10le", ffv1);
+    const Outcome outcome = shell("qxhost convert clip.mkv - | head -c 100 > /dev/null");
+    expectHas(outcome.err, "codes 4 0");
+    expectHas(outcome.err, "cannot write standard output: the program that reads it has ended, or closed it");
+    const Outcome full = shell("qxhost convert clip.mkv - > /dev/full");
+    expectHas(full.err, "codes 4");
+    expectHas(full.err, "No space left on device");
+    expectHas(shell("qxhost convert clip.mkv - >&-").err, "standard output: cannot be written: it is closed");
+}
+
+TEST_F(Pipes, an_input_that_ends_in_the_middle_is_said)
+{
+    makeClip("clip.mkv", "yuv422p10le", ffv1);
+    ffmpeg({"-i", "clip.mkv", "-c:v", "rawvideo", "whole.nut"});
+    ffmpeg({"-i", "clip.mkv", "-strict", "-1", "whole.y4m"});
+    ffmpeg({"-i", "clip.mkv", "-c:v", "prores_ks", "-movflags", "frag_keyframe+empty_moov", "whole.mov"});
+    fs::copy(at("clip.mkv"), at("whole.mkv"));
+    for (const std::string container : {"nut", "y4m", "mkv", "mov"}) {
+        const std::string size = std::to_string(fs::file_size(at("whole." + container)) * 55 / 100);
+        const Outcome outcome =
+            shell("head -c " + size + " whole." + container + " | qxhost convert - - > out.nut");
+        expectHas(outcome.err, "codes 0 3");
+        expectHas(outcome.err, "standard input: is damaged or incomplete");
+        expectHas(probe("out.nut", "nb_read_frames"), "=5");
+    }
+    EXPECT_EQ(qxhost({"convert", "whole.y4m", "out.mov"}).exitCode, 0);
+    const Outcome empty = shell("true | qxhost convert - out.mov --force");
+    expectHas(empty.err, "codes 0 3");
+    expectHas(empty.err, "cannot read standard input: it is empty");
+}
+
+TEST_F(Pipes, ranges_of_a_pipe_are_decoded_from_its_beginning)
+{
+    makeClip("clip.mkv", "yuv422p10le", {"-c:v", "libx264", "-g", "4", "-bf", "2"});
+    const Outcome piped = shell("cat clip.mkv | qxhost convert - piped.mkv --start 6 --frames 3");
+    expectHas(piped.err,
+              "standard input cannot be searched: it is decoded from its beginning up to --start 6");
+    shell("qxhost convert clip.mkv file.mkv --start 6 --frames 3");
+    EXPECT_EQ(frameSums("piped.mkv"), frameSums("file.mkv"));
+    // A file at standard input is read like one: its index may come last.
+    ffmpeg({"-i", "clip.mkv", "-c", "copy", "late.mov"});
+    expectHas(shell("qxhost convert - late.mkv --start 6 --frames 3 < late.mov").err, "codes 0");
+    expectHas(probe("late.mkv", "nb_read_frames"), "=3");
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=320x240", "-t", "2", "-qp", "1", "-c:v", "libx264",
+            "large.mov"});
+    const Outcome lost = shell("cat large.mov | qxhost convert - lost.mkv");
+    expectHas(lost.err, "MOV and MP4 are read from a pipe only in fragments, or with their index first");
+    expectHas(lost.err, " 3\n");
+}
+
+TEST_F(Pipes, what_cannot_be_piped_is_refused)
+{
+    makeClip("clip.mkv", "yuv422p10le", ffv1);
+    const auto expect = [&](const std::string& arguments, const std::string& code, const std::string& part) {
+        const Outcome outcome = shell("qxhost convert " + arguments + " > refused.out");
+        expectHas(outcome.err, "codes " + code);
+        expectHas(outcome.err, part);
+        EXPECT_EQ(read(at("refused.out")), "");
+    };
+    expect("clip.mkv - --container mp4", "2", "mov is written in fragments");
+    expect("clip.mkv - --container avi", "2", "expected nut, mkv, mov, webm, ts, y4m or raw");
+    expect("clip.mkv out.mov --container mov", "2", "--container is for standard output");
+    expect("clip.mkv - --container raw", "2", "add --format NAME");
+    expect("clip.mkv - --json", "2", "both go to standard output");
+    fs::create_directory(at("made"));
+    expect("--to 'made/{name}.mov' clip.mkv -", "2", "cannot be one of several inputs");
+    const Outcome black = qxhost({"black", "-", "--size", "64x48"});
+    EXPECT_EQ(black.exitCode, 4);
+    expectHas(black.err, "cannot write to standard output here");
+    const Outcome terminal = run({"script", "-qec", programPath() + " convert clip.mkv -", "/dev/null"});
+    expectHas(terminal.out, "standard output: is a terminal, which cannot show a clip");
+    const Outcome keyboard = run({"script", "-qec", programPath() + " convert - out.mov", "/dev/null"});
+    expectHas(keyboard.out, "cannot read standard input: it is a terminal");
+}
+
+TEST_F(Pipes, messages_stay_out_of_the_data)
+{
+    makeClip("clip.mkv", "yuv422p10le", ffv1);
+    shell("qxhost convert clip.mkv - > loud.nut");
+    shell("qxhost convert clip.mkv - --quiet > quiet.nut");
+    EXPECT_EQ(read(at("loud.nut")), read(at("quiet.nut")));
+    EXPECT_EQ(read(at("loud.nut")).find("qxhost"), std::string::npos);
+    // An encoder that prints by itself.
+    shell("qxhost convert clip.mkv - --container mkv --codec libx265 > x265.mkv");
+    expectHas(probe("x265.mkv", "nb_read_frames"), "=10");
+}
+
+TEST_F(Pipes, info_reads_standard_input)
+{
+    makeClip("clip.mkv", "yuv422p10le", ffv1);
+    const Outcome outcome = shell("cat clip.mkv | qxhost info - --json");
+    expectHas(outcome.err, "codes 0 0");
+    const nlohmann::json info = nlohmann::json::parse(outcome.out);
+    EXPECT_EQ(info["input"], std::string("-"));
+    EXPECT_EQ(info["video"]["pixelFormat"], std::string("yuv422p10le"));
+}
+
+} // namespace
+
+} // namespace Qx::System

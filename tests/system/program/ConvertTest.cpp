@@ -505,12 +505,16 @@ TEST_F(Convert, guesses_are_reported_and_tags_are_not)
 TEST_F(Convert, what_is_not_kept_of_the_input_is_said)
 {
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=40x30", "-frames", "1", "-pix_fmt", "rgba", "in.png"});
-    const Outcome rgba = convert({"in.png", "out.tiff"});
-    EXPECT_NE(rgba.err.find("has alpha, which is left out"), std::string::npos) << rgba.err;
+    const Outcome kept = convert({"in.png", "out.tiff"});
+    EXPECT_EQ(kept.err.find("alpha"), std::string::npos) << kept.err;
+    const Outcome rgba = convert({"in.png", "out.jpg"});
+    EXPECT_NE(rgba.err.find("alpha is left out"), std::string::npos) << rgba.err;
     EXPECT_EQ(rgba.err.find("4:2:2"), std::string::npos) << rgba.err; // RGB stays RGB
     makeClip("full.mkv", "yuv444p", 32, 24, 1, {"-colorspace", "bt709", "-color_range", "tv"});
     const Outcome full = convert({"full.mkv", "full.png"});
-    EXPECT_NE(full.err.find("passes through 4:2:2"), std::string::npos) << full.err;
+    EXPECT_EQ(full.err.find("chroma"), std::string::npos) << full.err;
+    const Outcome half = convert({"full.mkv", "half.uyvy"});
+    EXPECT_NE(half.err.find("of which uyvy keeps half"), std::string::npos) << half.err;
     makeClip("clip.mkv", "yuv422p", 32, 24, 1, {"-colorspace", "bt709", "-color_range", "tv"});
     const Outcome plain = convert({"clip.mkv", "out.png"});
     EXPECT_EQ(plain.err.find("alpha"), std::string::npos) << plain.err;

@@ -184,6 +184,16 @@ TEST_F(Filters, resizing_keeps_the_displayed_shape)
               "width=128\nheight=72\nsample_aspect_ratio=1:1\n");
 }
 
+TEST_F(Filters, a_time_code_that_a_new_rate_ends_is_said)
+{
+    makeClip("clip.mov", "yuv422p10le", "64x48", 0.2, {"-c:v", "prores_ks", "-timecode", "10:00:00:00"});
+    for (const std::string option : {"--before", "--after"}) {
+        expectHas(convert({"clip.mov", "out.mov", option, "fps=50", "--force"}).err,
+                  "time code 10:00:00:00 is left out: " + option + " changes the frame rate");
+    }
+    EXPECT_EQ(convert({"clip.mov", "kept.mov", "--after", "hflip"}).err.find("left out"), std::string::npos);
+}
+
 TEST_F(Filters, colour_tags_stay)
 {
     makeClip("clip.mkv", "yuv422p10le", "64x48", 0.04, lossless);

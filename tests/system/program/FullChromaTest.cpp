@@ -194,6 +194,9 @@ TEST_F(Alpha, what_cannot_hold_it_is_said)
     expectHas(convert({"alpha.mkv", "out.mp4"}).err, "alpha is left out: libx264, yuv420p cannot hold it");
     expectHas(convert({"alpha.mkv", "out.jpg", "--frames", "1"}).err, "alpha is left out: mjpeg");
     expectHas(convert({"alpha.mkv", "out.uyvy"}).err, "alpha.mkv has alpha, which is left out");
+    const Outcome none = convert({"alpha.mkv", "none.png", "--frames", "1", "--alpha", "none"});
+    EXPECT_EQ(none.err.find("left out"), std::string::npos) << none.err;
+    expectHas(probe("none.png", "pix_fmt"), "pix_fmt=rgb48be\n");
     const Outcome hq = convert({"alpha.mkv", "hq.mov", "--profile", "hq"});
     expectHas(hq.err, "alpha is left out: prores_ks, yuv422p10le cannot hold it");
 }
@@ -234,8 +237,8 @@ TEST_F(Alpha, openexr_is_premultiplied_and_the_others_are_straight)
     EXPECT_EQ(run({"oiiotool", "said_1.exr", "-d", "uint16", "--no-autopremult", "-o", "as.tif"}).exitCode,
               0);
     EXPECT_EQ(codes("as.tif", "rgba64le"), straight);
-    expectHas(qxhost({"info", "out_1.exr"}).out, "has alpha, taken as premultiplied");
-    expectHas(qxhost({"info", "alpha.mkv"}).out, "has alpha, taken as straight");
+    expectHas(qxhost({"info", "out_1.exr"}).out, "alpha, taken as premultiplied");
+    expectHas(qxhost({"info", "alpha.mkv"}).out, "alpha, taken as straight");
 }
 
 } // namespace

@@ -108,14 +108,19 @@ TEST_F(Info, says_what_convert_then_does)
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames", "1", "-pix_fmt", "rgba", "picture.png"});
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames", "2", "-pix_fmt", "yuva422p10le", "-c:v",
             "ffv1", "alpha.mkv"});
-    for (const std::string file : {"untagged.mkv", "picture.png", "alpha.mkv"}) {
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames", "2", "-vf",
+            "format=yuv420p10le,setparams=colorspace=bt2020nc:color_trc=smpte2084:color_primaries=bt2020:"
+            "range=tv",
+            "-c:v", "ffv1", "-colorspace", "bt2020nc", "-color_trc", "smpte2084", "-color_primaries",
+            "bt2020", "pq.mkv"});
+    for (const std::string file : {"untagged.mkv", "picture.png", "alpha.mkv", "pq.mkv"}) {
         const nlohmann::json foretold = info(file)["conversion"];
         const Outcome outcome = qxhost({"convert", file, "out.png", "--frames", "1", "--force", "--json"});
         ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
         const auto done = nlohmann::json::parse(outcome.out);
         EXPECT_EQ(foretold["refused"], nullptr) << file;
         EXPECT_EQ(foretold["bitsPerComponent"], done["bitsPerComponent"]) << file;
-        for (const char* value : {"matrix", "matrixGuessed", "range", "rangeGuessed"}) {
+        for (const char* value : {"matrix", "matrixGuessed", "range", "rangeGuessed", "alpha"}) {
             EXPECT_EQ(foretold[value], done["source"][value]) << file << " " << value;
         }
         for (const auto& note : foretold["notes"]) {
@@ -125,7 +130,10 @@ TEST_F(Info, says_what_convert_then_does)
     }
     EXPECT_NE(text("untagged.mkv").find("assuming BT.601"), std::string::npos);
     EXPECT_NE(text("untagged.mkv").find("4:2:2, computed from yuv420p at 16 bits"), std::string::npos);
-    EXPECT_NE(text("alpha.mkv").find("has alpha, which is left out"), std::string::npos);
+    EXPECT_NE(text("alpha.mkv").find("alpha, taken as straight"), std::string::npos);
+    EXPECT_NE(text("alpha.mkv").find("4:4:4 with alpha, computed from yuva422p10le at 16 bits"),
+              std::string::npos);
+    EXPECT_NE(text("pq.mkv").find("its codes are kept; --tone-map bt2390"), std::string::npos);
     EXPECT_NE(text("picture.png").find("RGB, with unchanged codes"), std::string::npos);
 }
 

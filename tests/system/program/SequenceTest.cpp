@@ -167,6 +167,23 @@ TEST_F(Sequences, gaps_end_fill_or_refuse_a_sequence)
     expectHas(probe("clip.mkv", "nb_read_frames"), "=6");
 }
 
+TEST_F(Sequences, gaps_of_one_picture_are_filled_wherever_they_are)
+{
+    makePictures();
+    for (const int missing : {86401, 86402, 86403, 86404}) {
+        const std::string name = fmt::format("in_{}.png", "0" + std::to_string(missing));
+        fs::rename(at(name), at("aside"));
+        const std::string beginning = "o" + std::to_string(missing);
+        convert({"in_%06d.png", beginning + "_%06d.png", "--missing", "hold"});
+        EXPECT_EQ(made(beginning).size(), 6U) << missing;
+        for (int number = 86400; number <= 86405; ++number) {
+            expectSame(fmt::format("{}_{:06}.png", beginning, number),
+                       fmt::format("in_{:06}.png", number == missing ? number - 1 : number));
+        }
+        fs::rename(at("aside"), at(name));
+    }
+}
+
 TEST_F(Sequences, a_damaged_picture_is_a_gap_that_counts)
 {
     makePictures();

@@ -184,6 +184,18 @@ TEST_F(WideColours, constant_luminance_is_refused_by_name)
     EXPECT_EQ(filesBeside({"constant.mkv"}), std::vector<std::string>());
 }
 
+TEST_F(WideColours, high_dynamic_range_is_h264_of_ten_bits)
+{
+    for (const std::string transfer : {"smpte2084", "arib-std-b67", "bt709"}) {
+        ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames", "2", "-vf",
+                "format=yuv420p10le,setparams=range=tv", "-c:v", "ffv1", "-colorspace", "bt2020nc",
+                "-color_trc", transfer, "-color_primaries", "bt2020", "deep.mkv"});
+        EXPECT_EQ(qxhost({"convert", "deep.mkv", "out.mp4", "--force"}).exitCode, 0);
+        EXPECT_EQ(probe("out.mp4", "pix_fmt"),
+                  transfer == "bt709" ? "pix_fmt=yuv420p\n" : "pix_fmt=yuv420p10le\n");
+    }
+}
+
 } // namespace
 
 } // namespace Qx::System

@@ -71,10 +71,6 @@ ClipReport inspect(const std::filesystem::path& file)
             clip.notes.push_back(options.inputName() + ": is " + beyondBt709(clip.info.colour) +
                                  ", and its codes are kept; --tone-map bt2390 makes BT.709 of them");
         }
-        if (clip.info.hasAlpha) {
-            clip.notes.push_back(options.inputName() + " has alpha, taken as " + nameOf(alphaOf(clip.info)) +
-                                 "; --alpha overrides");
-        }
     } catch (const Failure& failure) {
         clip.refusal = failure.what();
     }
@@ -153,6 +149,7 @@ Json describeConversion(const ClipReport& clip)
         conversion["matrixGuessed"] = clip.colour->matrixGuessed;
         conversion["range"] = nameOf(clip.colour->range);
         conversion["rangeGuessed"] = clip.colour->rangeGuessed;
+        conversion["alpha"] = clip.info.hasAlpha ? Json(nameOf(alphaOf(clip.info))) : Json();
         conversion["notes"] = clip.notes;
     }
     return conversion;
@@ -255,6 +252,9 @@ std::string describeForPeople(const ClipReport& clip)
              fmt::format("codes of {} range, {}, {}", nameOf(clip.colour->range), nameOf(clip.colour->matrix),
                          clip.colour->rangeGuessed || clip.colour->matrixGuessed ? "partly guessed"
                                                                                  : "by its tags")});
+    }
+    if (info.hasAlpha) {
+        rows.push_back({"", fmt::format("alpha, taken as {}", nameOf(alphaOf(info)))});
     }
     for (const std::string& note : clip.notes) {
         rows.push_back({"", note});

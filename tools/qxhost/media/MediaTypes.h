@@ -55,7 +55,8 @@ enum class MissingPictures
 enum class AlphaKind
 {
     straight,
-    premultiplied
+    premultiplied,
+    none ///< there is none, whatever the pictures hold
 };
 
 /// Bits of a sample in memory. Sixteen-bit samples are in the machine's byte order.

@@ -420,6 +420,7 @@ Json describeSource(const Conversion& conversion)
     source["matrixGuessed"] = conversion.colour.matrixGuessed && !conversion.keepCodes;
     source["range"] = nameOf(conversion.colour.range);
     source["rangeGuessed"] = conversion.colour.rangeGuessed && !conversion.keepsDepth();
+    source["alpha"] = info.hasAlpha ? Json(nameOf(conversion.options.alpha.value_or(alphaOf(info)))) : Json();
     return source;
 }
 

@@ -46,7 +46,8 @@ std::string containerNamed(const std::string& word)
 }
 
 const Names<Media::AlphaKind> alphaKinds{{"straight", Media::AlphaKind::straight},
-                                         {"premultiplied", Media::AlphaKind::premultiplied}};
+                                         {"premultiplied", Media::AlphaKind::premultiplied},
+                                         {"none", Media::AlphaKind::none}};
 
 const Names<Media::MissingPictures> missingWords{{"hold", Media::MissingPictures::hold},
                                                  {"black", Media::MissingPictures::black},
@@ -136,8 +137,8 @@ void addAlphaAndDither(CLI::App& app, ConvertOptions& options)
 {
     const std::string group = "Colour";
     addChoice(app, "--alpha", options.alpha, alphaKinds,
-              "Whether colours of the input are multiplied by their\nalpha. Default: straight; premultiplied "
-              "for OpenEXR")
+              "Whether colours of the input are multiplied by their\nalpha, or that it has none. Default: "
+              "straight;\npremultiplied for OpenEXR")
         ->group(group);
     app.add_flag("--dither", options.dithers, "Diffuse the error where codes of 8 bits are made")
         ->group(group);

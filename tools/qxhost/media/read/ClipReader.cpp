@@ -98,72 +98,6 @@ std::string whyNotAFile(const fs::path& file, bool& exists)
     return {};
 }
 
-bool isPatternOfPictures(const fs::path& file)
-{
-    std::error_code error;
-    return !fs::exists(file, error) && NumberedNames(file).isPattern();
-}
-
-std::string numbersText(long first, long last)
-{
-    return first == last ? "picture " + std::to_string(first) + " is"
-                         : "pictures " + std::to_string(first) + " to " + std::to_string(last) + " are";
-}
-
-/// The part of a numbered sequence that is read. Empty if it is none with a number in its last part, or has
-/// no picture.
-Result<std::optional<Sequence>> sequenceOf(const fs::path& file, const ClipReader::Options& options)
-{
-    if (!isPatternOfPictures(file)) {
-        return std::optional<Sequence>();
-    }
-    const NumberedNames names(file);
-    std::vector<long> numbers = names.existing();
-    if (options.startNumber) {
-        const auto first = std::lower_bound(numbers.begin(), numbers.end(), *options.startNumber);
-        if (!numbers.empty() && (first == numbers.end() || *first != *options.startNumber)) {
-            return Error{"cannot read " + quoted(file) + ": there is no picture " +
-                         std::to_string(*options.startNumber) + "; they run from " +
-                         std::to_string(numbers.front()) + " to " + std::to_string(numbers.back())};
-        }
-        numbers.erase(numbers.begin(), first);
-    }
-    const bool endsAtGap = options.missing == MissingPictures::end;
-    if (!endsAtGap) {
-        std::error_code error;
-        std::erase_if(numbers, [&](long number) { return fs::file_size(names.name(number), error) == 0; });
-    }
-    if (numbers.empty()) {
-        return std::optional<Sequence>();
-    }
-    Sequence sequence(numbers.front(), options.missing);
-    for (const long number : numbers) {
-        if (sequence.last() + 1 < number && endsAtGap) {
-            sequence.endAtGap();
-            break;
-        }
-        if (sequence.last() + 1 < number && options.missing == MissingPictures::fail) {
-            return Error{"cannot read " + quoted(file) + ": " + numbersText(sequence.last() + 1, number - 1) +
-                         " missing; --missing hold or black fills the gap"};
-        }
-        sequence.add(number);
-    }
-    return std::optional(sequence);
-}
-
-/// What is done about each gap, a line each.
-std::vector<std::string> remarksOn(const fs::path& file, const Sequence& sequence)
-{
-    std::vector<std::string> lines;
-    const std::vector<Sequence::Run>& runs = sequence.runs();
-    for (std::size_t i = 1; i < runs.size(); ++i) {
-        lines.push_back(quoted(file) + ": " + numbersText(runs[i - 1].last + 1, runs[i].first - 1) +
-                        " missing; " + (sequence.fillsWithBlack() ? "black" : "the picture before") +
-                        " is put in");
-    }
-    return lines;
-}
-
 /// Adds the files behind a name that may be a number pattern.
 Status addFilesOf(const fs::path& file, FileSet& files)
 {
@@ -481,7 +415,7 @@ Result<std::unique_ptr<ClipReader::Impl>> ClipReader::Impl::start(const fs::path
     if (const Status status = addFilesOf(impl->place(), *impl->opened.files()); !status) {
         return Error{status.text()};
     }
-    auto sequence = sequenceOf(file, options);
+    auto sequence = sequenceOf(file, options.startNumber, options.missing);
     if (!sequence) {
         return sequence.error();
     }
@@ -1001,7 +935,8 @@ int ClipReader::Impl::readPacket()
         return *endOfHeld;
     }
     int error = av_read_frame(input.get(), packet.get());
-    while (error == AVERROR_EOF && sequence && run + 1 < sequence->runs().size() &&
+    // FFmpeg may take a run for longer than it is, and fail behind it.
+    while (error < 0 && sequence && run + 1 < sequence->runs().size() &&
            numberOf(packetsFed) > sequence->runs()[run].last) {
         if (!openRun(run + 1)) {
             return error; // what is missing is noticed

@@ -1,8 +1,13 @@
 #pragma once
 
 #include "tools/qxhost/media/MediaTypes.h"
+#include "tools/qxhost/media/Result.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace Qx::Media {
@@ -54,5 +59,17 @@ private:
     std::vector<Run> runs_;
     bool hasGap_ = false;
 };
+
+/// Whether a name is a pattern of numbered pictures, and not that of a file.
+bool isPatternOfPictures(const std::filesystem::path& file);
+
+/// The part of a sequence that is read, from `start`, or its lowest number if that is empty. Empty if the
+/// name is no pattern or no picture fits it. Fails if there is no picture with the number `start`, or for a
+/// gap that is not to be.
+Result<std::optional<Sequence>> sequenceOf(const std::filesystem::path& file,
+                                           std::optional<std::int64_t> start, MissingPictures missing);
+
+/// What is done about each gap, a line each.
+std::vector<std::string> remarksOn(const std::filesystem::path& file, const Sequence& sequence);
 
 } // namespace Qx::Media

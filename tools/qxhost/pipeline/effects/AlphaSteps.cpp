@@ -36,6 +36,8 @@ const char* nameOf(AlphaKind kind)
         break;
     case AlphaKind::premultiplied:
         return "premultiplied";
+    case AlphaKind::none:
+        return "none";
     }
     return "straight";
 }

@@ -11,7 +11,8 @@ namespace Qx::Program {
 bool keepsAlpha(const ConvertOptions& options, const Media::StreamInfo& info)
 {
     const bool holdsIt = !options.format || std::strchr(options.format->info->order, 'A') != nullptr;
-    return info.hasAlpha && holdsIt && !std::holds_alternative<ShrinkPicture>(options.step);
+    return info.hasAlpha && options.alpha != Media::AlphaKind::none && holdsIt &&
+           !std::holds_alternative<ShrinkPicture>(options.step);
 }
 
 std::vector<std::string> inputNotes(const ConvertOptions& options, const Media::StreamInfo& info)
@@ -22,7 +23,7 @@ std::vector<std::string> inputNotes(const ConvertOptions& options, const Media::
         notes.push_back("time code " + info.timeCode +
                         " is left out: it is invalid at the clip's frame rate");
     }
-    if (info.hasAlpha && !keepsAlpha(options, info)) {
+    if (info.hasAlpha && options.alpha != Media::AlphaKind::none && !keepsAlpha(options, info)) {
         notes.push_back(options.inputName() + " has alpha, which is left out; the output is opaque");
     }
     if (info.hasFullChroma && !holdsRgb(info) && options.format && options.format->isYCrCb()) {

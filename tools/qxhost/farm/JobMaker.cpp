@@ -4,6 +4,7 @@
 #include "host/effects/EffectCompilation.h"
 #include "host/files/CopyFile.h"
 #include "host/files/SystemError.h"
+#include "host/files/WriteFile.h"
 #include "host/fonts/TextPainter.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
@@ -108,9 +109,9 @@ public:
     {
     }
 
-    Job make(const fs::path& folder)
+    Job make(const fs::path& folder, Console& console)
     {
-        const ConversionPlan plan = planConversion(withDate());
+        const ConversionPlan plan = planConversion(withDate(), console);
         refuseLists(plan.container);
         job_.folder = folder;
         job_.program = QX_VERSION;
@@ -326,9 +327,10 @@ Job makeJob(const JobRequest& request, const std::atomic<bool>& stopped, Console
     try {
         const HostSession host(request.options.device, &console);
         Draft draft(folder);
-        Job job = Maker(request, stopped).make(draft.folder());
+        Job job = Maker(request, stopped).make(draft.folder(), console);
         writeJob(job);
         draft.finish();
+        static_cast<void>(Host::syncDirectoryOf(folder));
         job.folder = folder;
         if (request.keepsDigests) {
             noteContents(job);

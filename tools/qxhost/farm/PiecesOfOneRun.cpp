@@ -137,6 +137,11 @@ ExitCode convertInPieces(const OneRun& run, Console& console)
                                    {"complete", code == ExitCode::ok}}));
         }
         return code;
+    } catch (const Failure& failure) {
+        if (failure.code() == ExitCode::interrupted) {
+            throw Failure(failure.code(), "interrupted; " + options.output.string() + " was not completed");
+        }
+        throw;
     } catch (const fs::filesystem_error& problem) {
         throw Failure(ExitCode::output, problem.what());
     }

@@ -43,8 +43,8 @@ struct ConversionJob
     const FrameDelivery* delivery = nullptr; ///< how pictures are read back; null: as A R G B
     bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
 
-    std::int64_t start = 0; ///< number of the frame that the input gives first
-    FrameRange range{};     ///< where to end
+    std::int64_t start = 0;                  ///< number of the frame that the input gives first
+    FrameRange range{};                      ///< where to end
     std::optional<std::int64_t> writeFrom{}; ///< frames before that time run through the effects alone
 };
 

@@ -55,6 +55,11 @@ TEST_F(Jobs, pieces_are_made_one_by_one_in_any_order_and_joined)
     EXPECT_EQ(joined.exitCode, 0) << joined.err;
     EXPECT_EQ(status()["joined"], true);
     expectGradedIsOneRun(look);
+    EXPECT_EQ(qxhost({"farm", "join", "film.job", "--output", "other.mkv"}).exitCode, 4) << "pieces are .mov";
+    const Outcome over = qxhost({"farm", "join", "film.job", "--output", "clip.mov", "--force"});
+    EXPECT_EQ(over.exitCode, 4) << "it is the input: " << over.err;
+    EXPECT_EQ(qxhost({"farm", "run-piece", "film.job", "one"}).exitCode, 2);
+    EXPECT_EQ(qxhost({"farm", "run-piece", "film.job"}).exitCode, 2);
     EXPECT_EQ(qxhost({"farm", "run-piece", "film.job", "3"}).exitCode, 2) << "there is none";
 }
 

@@ -43,8 +43,8 @@ struct FedPacket
 {
     SourceMessages messages;
     std::int64_t pts = AV_NOPTS_VALUE;
-    bool hasPts = false;     // of its own; else pts is the time of decoding
-    bool isHidden = false;   // shows no frame
+    bool hasPts = false;   // of its own; else pts is the time of decoding
+    bool isHidden = false; // shows no frame
     bool isKey = false;
     bool isUnmissed = false; // see isUnmissed()
     bool isTold = false;     // its damage is among the problems

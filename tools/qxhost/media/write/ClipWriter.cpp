@@ -311,9 +311,8 @@ void ClipWriter::begin(const FrameTime& first)
     if (settings_.origin && !fixedRate_) {
         shift_ = *settings_.origin;
     }
-    audio_->begin(first.pts, shift_, [this](AVPacket& packet) {
-        return av_interleaved_write_frame(output_.get(), &packet);
-    });
+    audio_->begin(first.pts, shift_,
+                  [this](AVPacket& packet) { return av_interleaved_write_frame(output_.get(), &packet); });
 }
 
 std::int64_t ClipWriter::packetTime(std::int64_t pts) const
@@ -374,8 +373,8 @@ Status ClipWriter::finish()
     if (frames_ == 0) {
         return Error{"cannot write " + quoted(part_.file()) + ": there was no frame to write"};
     }
-    Status status = copies_ ? Status()
-                            : encoder_->flush([this](AVPacket& packet) { return writeVideo(packet); });
+    Status status =
+        copies_ ? Status() : encoder_->flush([this](AVPacket& packet) { return writeVideo(packet); });
     if (status) {
         status = audioStatus(audio_->finish(end_));
     }

@@ -82,8 +82,8 @@ using PictureStep = std::variant<std::monostate, SeparateFields, ShrinkPicture>;
 /// A part of a conversion, whose other parts are converted elsewhere. Times are the input's, in its units.
 struct Segment
 {
-    std::optional<std::int64_t> begin; ///< the first frame's; empty: where the conversion begins
-    std::optional<std::int64_t> end;   ///< no frame at or after it; empty: where the conversion ends
+    std::optional<std::int64_t> begin;   ///< the first frame's; empty: where the conversion begins
+    std::optional<std::int64_t> end;     ///< no frame at or after it; empty: where the conversion ends
     std::optional<std::int64_t> preroll; ///< runs effects from this earlier frame on, without writing it
     std::int64_t frames = 0;             ///< that there should be
     std::int64_t firstOfAll = 0;         ///< of the first frame of the whole conversion

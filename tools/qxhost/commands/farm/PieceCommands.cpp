@@ -1,8 +1,8 @@
 #include "tools/qxhost/commands/farm/JobCommand.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
-#include "tools/qxhost/farm/Joining.h"
-#include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/farm/pieces/Joining.h"
+#include "tools/qxhost/farm/pieces/Pieces.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
 #include <atomic>

@@ -1,10 +1,10 @@
-#include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/farm/pieces/Pieces.h"
 
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/farm/Contents.h"
-#include "tools/qxhost/farm/OutputKind.h"
+#include "tools/qxhost/farm/job/Contents.h"
+#include "tools/qxhost/farm/job/OutputKind.h"
 #include "tools/qxhost/media/files/Names.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "tools/qxhost/farm/JobMaker.h"
+#include "tools/qxhost/farm/job/JobMaker.h"
 
 #include "Qx/Version.h"
 #include "host/effects/EffectCompilation.h"
@@ -10,8 +10,8 @@
 #include "platform/Text.h"
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/farm/Contents.h"
-#include "tools/qxhost/farm/Split.h"
+#include "tools/qxhost/farm/job/Contents.h"
+#include "tools/qxhost/farm/job/Split.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
@@ -272,6 +272,12 @@ private:
         if (fs::exists(input, error)) {
             takeInputFile(input);
             return;
+        }
+        if (job_.folder.native().find('%') != std::string::npos) {
+            throw Failure(ExitCode::output,
+                          job_.folder.parent_path().string() +
+                              ": a sequence is not found below a folder with % in its name; "
+                              "choose another folder");
         }
         const Media::NumberedNames names(input);
         std::vector<long> numbers = names.existing();

@@ -1,4 +1,4 @@
-#include "tools/qxhost/farm/Job.h"
+#include "tools/qxhost/farm/job/Job.h"
 
 #include "Qx/Version.h"
 #include "tools/qxhost/commands/Command.h"

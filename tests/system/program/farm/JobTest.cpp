@@ -55,6 +55,11 @@ TEST_F(Jobs, pieces_are_made_one_by_one_in_any_order_and_joined)
     EXPECT_EQ(joined.exitCode, 0) << joined.err;
     EXPECT_EQ(status()["joined"], true);
     expectGradedIsOneRun(look);
+    EXPECT_EQ(qxhost({"farm", "join", "film.job", "--output", "other.mkv"}).exitCode, 4) << "pieces are .mov";
+    const Outcome over = qxhost({"farm", "join", "film.job", "--output", "clip.mov", "--force"});
+    EXPECT_EQ(over.exitCode, 4) << "it is the input: " << over.err;
+    EXPECT_EQ(qxhost({"farm", "run-piece", "film.job", "one"}).exitCode, 2);
+    EXPECT_EQ(qxhost({"farm", "run-piece", "film.job"}).exitCode, 2);
     EXPECT_EQ(qxhost({"farm", "run-piece", "film.job", "3"}).exitCode, 2) << "there is none";
 }
 
@@ -216,6 +221,12 @@ TEST_F(Jobs, a_folder_is_made_whole_or_not_at_all)
     EXPECT_EQ(qxhost({"farm", "make", "absent.mov", "graded.mov", "--job", "film.job"}).exitCode, 3);
     EXPECT_EQ(qxhost({"farm", "make", "clip.mov", "out/graded.mov", "--job", "film.job"}).exitCode, 2);
     EXPECT_EQ(qxhost({"farm", "make", "clip.mov", "graded.mov"}).exitCode, 2);
+    ffmpeg({"-i", "clip.mov", "-frames:v", "2", "shot_%d.png"});
+    const Outcome folder = qxhost({"farm", "make", "shot_%d.png", "graded.mov", "--job", "a%20b"});
+    EXPECT_EQ(folder.exitCode, 4) << folder.err;
+    EXPECT_NE(folder.err.find("a folder with % in its name"), std::string::npos) << folder.err;
+    fs::remove(at("shot_1.png"));
+    fs::remove(at("shot_2.png"));
     write("list.ffconcat", "ffconcat version 1.0\nfile clip.mov\n");
     const Outcome list = qxhost({"farm", "make", "list.ffconcat", "graded.mov", "--job", "film.job"});
     EXPECT_EQ(list.exitCode, 3) << list.err;

@@ -137,6 +137,8 @@ TEST_F(Manifest, another_version_and_a_malformed_one_are_refused)
                     {"piece 1 does not follow the one before it"});
     expectRefusalOf([](auto& job) { job["pieces"][1]["begin"] = 7; }, {"piece 1 does not follow"});
     expectRefusalOf([](auto& job) { job["pieces"] = nlohmann::json::array(); }, {"its pieces have 0 frames"});
+    expectRefusalOf([](auto& job) { job["pieces"][0]["frames"] = INT64_MAX; }, {"piece 0 does not follow"});
+    expectRefusalOf([](auto& job) { job["frameBytes"] = -1; }, {"frames cannot have -1 bytes"});
     expectRefusalOf([](auto& job) { job["frames"] = 51; }, {"its pieces have 50 frames, the job 51"});
     expectRefusalOf([](auto& job) { job["arguments"].push_back("--absent=1"); },
                     {"its arguments cannot be used"});

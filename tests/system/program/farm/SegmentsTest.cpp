@@ -212,12 +212,26 @@ TEST_F(Segments, what_needs_all_frames_before_is_refused_by_name)
     expectRefusal({"--before", "hqdn3d"}, 2, {"--before hqdn3d", "cannot be split"});
     expectRefusal({"--before", "crop=w=64:h=64:x=n"}, 2, {"--before crop"});
     expectRefusal({"--before", "hflip=enable='gt(t,1)'"}, 2, {"--before hflip"});
+    write("film.cube", "LUT_1D_SIZE 2\n0 0 0\n1 1 1\n");
+    expectRefusal({"--before", "lut1d=film.cube"}, 2, {"--before lut1d", "or at files"});
     expectRefusal({"--after", "hflip"}, 2, {"--after"});
     const Outcome gif = qxhost({"convert", "clip.mov", "out.flv", "--segments", "2"});
     EXPECT_EQ(gif.exitCode, 4) << gif.err;
     EXPECT_NE(gif.err.find("pieces of a file of type .flv cannot be joined"), std::string::npos) << gif.err;
     convertBoth("clip.mov", ".mov", {"--crop", "64x48", "--resize", "128x", "--before", "hflip"});
     EXPECT_EQ(packets("many.mov"), packets("one.mov"));
+}
+
+TEST_F(Segments, frames_without_times_are_refused_with_what_to_do)
+{
+    ffmpeg({"-i", "clip.mov", "-an", "-c:v", "libx264", "bare.h264"});
+    const Outcome outcome = qxhost({"convert", "bare.h264", "out.mov", "--segments", "3"});
+    EXPECT_EQ(outcome.exitCode, 3) << outcome.err;
+    EXPECT_NE(
+        outcome.err.find("\"bare.h264\" has frames without a time of their own, so the conversion cannot be "
+                         "split; leave out --segments"),
+        std::string::npos)
+        << outcome.err;
 }
 
 TEST_F(Segments, a_damaged_clip_gives_the_frames_that_one_run_gives)
@@ -261,6 +275,18 @@ TEST_F(Segments, what_exists_is_refused_before_the_work)
     EXPECT_EQ(outcome.exitCode, 4) << outcome.err;
     EXPECT_EQ(read(at("out.mov")), "precious");
     EXPECT_EQ(qxhost({"convert", "clip.mov", "clip.mov", "--segments", "2", "--force"}).exitCode, 4);
+    fs::create_directory(at("in"));
+    ffmpeg({"-i", "clip.mov", "-frames:v", "4", "in/shot_%04d.png"});
+    const std::string picture = read(at("in/shot_0002.png"));
+    const Outcome over = qxhost({"convert", "in/shot_%04d.png", "in/shot_%04d.png", "--segments", "2",
+                                 "--force", "--lut", "in/x.cube"});
+    EXPECT_NE(over.exitCode, 0);
+    const Outcome replacing =
+        qxhost({"convert", "in/shot_%04d.png", "in/shot_%04d.png", "--segments", "2", "--force"});
+    EXPECT_EQ(replacing.exitCode, 4) << replacing.err;
+    EXPECT_EQ(read(at("in/shot_0002.png")), picture);
+    EXPECT_EQ(std::distance(fs::directory_iterator(at("in")), {}), 4);
+    fs::remove_all(at("in"));
     EXPECT_EQ(qxhost({"convert", "clip.mov", "absent/out.mov", "--segments", "2"}).exitCode, 4);
     EXPECT_EQ(qxhost({"convert", "clip.mov", "--to", "{name}.mkv", "--segments", "2"}).exitCode, 2);
     EXPECT_EQ(qxhost({"convert", "clip.mov", "x.mov", "--segments", "0"}).exitCode, 2);

@@ -508,8 +508,9 @@ void noteOnce(const std::vector<std::string>& remarks, Console& console)
 
 using BurnIns = std::vector<std::unique_ptr<BurnIn>>;
 
-BurnIns makeBurnIns(const Conversion& conversion, std::vector<std::string>& remarks)
+BurnIns prepareBurnIns(const Conversion& conversion, Console& console)
 {
+    std::vector<std::string> remarks;
     const ConvertOptions& options = conversion.options;
     BurnIns burnIns;
     for (const BurnInOptions& each : options.burnIns) {
@@ -522,13 +523,6 @@ BurnIns makeBurnIns(const Conversion& conversion, std::vector<std::string>& rema
                                      {info.width, info.height});
         }
     }
-    return burnIns;
-}
-
-BurnIns prepareBurnIns(const Conversion& conversion, Console& console)
-{
-    std::vector<std::string> remarks;
-    BurnIns burnIns = makeBurnIns(conversion, remarks);
     noteOnce(remarks, console);
     return burnIns;
 }
@@ -860,19 +854,20 @@ ConvertedSegment convertSegment(const ConvertOptions& options, Console& console)
     Conversion conversion = decide(options);
     const HostSession host(options.device, &console);
     perform(conversion, console);
-    for (const std::string& remark : conversion.remarks) {
-        console.note(remark);
-    }
     ConvertedSegment made{.frames = conversion.frames,
                           .first = conversion.firstTime,
                           .last = conversion.lastTime,
-                          .problems = problemsOf(conversion)};
+                          .problems = problemsOf(conversion),
+                          .remarks = conversion.remarks};
     if (conversion.endedEarly) {
         made.problems.push_back(
             fmt::format("{}: ends before the frames that were to be converted do", options.input.string()));
     }
-    for (const std::string& problem : made.problems) {
-        console.error(problem);
+    // They are errors of the whole, which is told of them when the pieces are joined.
+    for (const std::vector<std::string>& lines : {made.problems, made.remarks}) {
+        for (const std::string& line : lines) {
+            console.note(line);
+        }
     }
     console.note(summary(conversion));
     return made;
@@ -912,15 +907,13 @@ void refuseUnsplittable(const Conversion& conversion, const EffectChain& effects
         fail("--after: what its filters make of a frame may depend on others, so the conversion cannot be "
              "split; leave out --segments, or use --resize, --crop or --pad");
     }
-    if (const std::string filter = Media::dependentFilter(options.filters.before); !filter.empty()) {
-        fail("--before " + filter +
-             ": what this filter makes of a frame may depend on others, so the "
-             "conversion cannot be split; leave out the filter, or --segments");
-    }
-    if (const std::string filter = Media::dependentFilter(options.filters.shortForms); !filter.empty()) {
-        fail("the filter " + filter +
-             ": what it makes of a frame depends on others, so the conversion "
-             "cannot be split; leave out the option that stands for it, or --segments");
+    for (const auto& [graph, option] :
+         {std::pair(options.filters.before, "--before "), {options.filters.shortForms, "the filter "}}) {
+        if (const std::string filter = Media::dependentFilter(graph); !filter.empty()) {
+            fail(option + filter +
+                 ": this filter may look at other frames than the one that it makes, or at files, so the "
+                 "conversion cannot be split; leave out the filter, or --segments");
+        }
     }
     if (const std::string effect = effects.recursiveEffect(); !effect.empty()) {
         fail("--effect " + effect +
@@ -936,18 +929,32 @@ void refuseUnsplittable(const Conversion& conversion, const EffectChain& effects
     }
 }
 
+/// The times of all frames. Throws Failure (input).
+std::vector<Media::ShownFrame> timesOf(iFrameInput& input)
+{
+    try {
+        return input.readTimes();
+    } catch (const Failure& failure) {
+        throw Failure(failure.code(),
+                      std::string(failure.what()) +
+                          ", so the conversion cannot be split; leave out --segments, or copy "
+                          "the clip into a .mov or .mkv first");
+    }
+}
+
 } // namespace
 
-ConversionPlan planConversion(const ConvertOptions& options)
+ConversionPlan planConversion(const ConvertOptions& options, Console& console)
 {
-    const Conversion conversion = decide(options);
+    Conversion conversion = decide(options);
     prepareConversion(conversion);
     const EffectChain effects(conversion.options.effects, options.date);
-    std::vector<std::string> unused;
-    static_cast<void>(makeBurnIns(conversion, unused));
+    conversion.effectWarnings = effects.warnings();
     refuseUnsplittable(conversion, effects);
+    noteDecisions(conversion, console);
+    static_cast<void>(prepareBurnIns(conversion, console)); // for what it refuses and notes
     const InputPtr input = openFrameInput(options, false);
-    ConversionPlan plan{.frames = input->readTimes(),
+    ConversionPlan plan{.frames = timesOf(*input),
                         .after = {},
                         .origin = 0,
                         .framesBefore = effects.framesBefore(),
@@ -966,11 +973,15 @@ ConversionPlan planConversion(const ConvertOptions& options)
 }
 
 std::int64_t joinSegments(const ConvertOptions& options, const std::vector<Media::Piece>& pieces,
+                          const std::vector<std::filesystem::path>& alsoRead,
                           const std::atomic<bool>& stopped, Console& console)
 {
     ConvertOptions whole = options;
     whole.segment.reset();
     Conversion conversion = decide(whole);
+    for (const std::filesystem::path& file : alsoRead) {
+        conversion.input->files()->add(file);
+    }
     conversion.settings.kept = conversion.input->files();
     ProgressDisplay progress(console, conversion.settings.expectedFrames);
     auto writer =

@@ -26,6 +26,7 @@ struct ConvertedSegment
     Media::FrameTime first;
     Media::FrameTime last;
     std::vector<std::string> problems; ///< damage of the input, a line each
+    std::vector<std::string> remarks;  ///< what there is to say in the end, a line each
 };
 
 /// Converts options.segment, without audio if the caller leaves it out of the options, as runConversion()
@@ -44,13 +45,15 @@ struct ConversionPlan
     std::int64_t frameBytes = 0;                     ///< of a frame in memory, at most
 };
 
-/// Checks a conversion as far as that is possible without a frame. A HostSession must exist. Throws Failure,
-/// also if the conversion cannot be split.
-ConversionPlan planConversion(const ConvertOptions& options);
+/// Checks a conversion as far as that is possible without a frame, and notes what is decided. A HostSession
+/// must exist. Throws Failure, also if the conversion cannot be split.
+ConversionPlan planConversion(const ConvertOptions& options, Console& console);
 
-/// Joins the pieces that convertSegment() made of a clip into options.output, and adds the audio. Needs no
-/// device. Returns the number of frames. Throws Failure, (interrupted) once `stopped` is true.
+/// Joins the pieces that convertSegment() made of a clip into options.output, and adds the audio. Neither the
+/// input nor one of the files `alsoRead` is replaced. Needs no device. Returns the number of frames. Throws
+/// Failure, (interrupted) once `stopped` is true.
 std::int64_t joinSegments(const ConvertOptions& options, const std::vector<Media::Piece>& pieces,
+                          const std::vector<std::filesystem::path>& alsoRead,
                           const std::atomic<bool>& stopped, Console& console);
 
 struct QuietConversion

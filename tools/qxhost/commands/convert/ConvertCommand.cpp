@@ -10,7 +10,7 @@
 #include "tools/qxhost/commands/convert/ManyConversions.h"
 #include "tools/qxhost/commands/convert/Preset.h"
 #include "tools/qxhost/console/Wording.h"
-#include "tools/qxhost/farm/PiecesOfOneRun.h"
+#include "tools/qxhost/farm/run/PiecesOfOneRun.h"
 #include "tools/qxhost/pipeline/effects/ToneMap.h"
 
 #include <algorithm>

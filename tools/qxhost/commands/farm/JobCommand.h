@@ -2,7 +2,7 @@
 
 #include "tools/qxhost/commands/Command.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
-#include "tools/qxhost/farm/Job.h"
+#include "tools/qxhost/farm/job/Job.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdint>

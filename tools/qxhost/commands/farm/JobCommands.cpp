@@ -1,12 +1,12 @@
 #include "tools/qxhost/commands/farm/JobCommand.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/farm/Contents.h"
-#include "tools/qxhost/farm/Joining.h"
-#include "tools/qxhost/farm/Pieces.h"
-#include "tools/qxhost/farm/Slurm.h"
-#include "tools/qxhost/farm/Status.h"
-#include "tools/qxhost/farm/Workers.h"
+#include "tools/qxhost/farm/job/Contents.h"
+#include "tools/qxhost/farm/pieces/Joining.h"
+#include "tools/qxhost/farm/pieces/Pieces.h"
+#include "tools/qxhost/farm/pieces/Status.h"
+#include "tools/qxhost/farm/run/Slurm.h"
+#include "tools/qxhost/farm/run/Workers.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
 #include <atomic>

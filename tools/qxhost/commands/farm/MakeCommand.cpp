@@ -3,7 +3,7 @@
 #include "tools/qxhost/commands/convert/ConvertCommand.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/farm/JobMaker.h"
+#include "tools/qxhost/farm/job/JobMaker.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
 #include <atomic>

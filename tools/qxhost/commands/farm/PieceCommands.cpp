@@ -1,8 +1,8 @@
 #include "tools/qxhost/commands/farm/JobCommand.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
-#include "tools/qxhost/farm/Joining.h"
-#include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/farm/pieces/Joining.h"
+#include "tools/qxhost/farm/pieces/Pieces.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
 #include <atomic>
@@ -17,7 +17,9 @@ class RunPieceCommand : public JobCommand
 public:
     void addMore(CLI::App& app) override
     {
-        app.add_option("PIECE", word_, "The number of the piece, from 0")->option_text(" ");
+        const auto set = [this](const std::string& word) { options_.piece = parseCount("PIECE", word, 0); };
+        app.add_option_function<std::string>("PIECE", set, "The number of the piece, from 0")
+            ->option_text(" ");
         addDevice(app, options_.device);
         addQuiet(app);
     }
@@ -25,8 +27,9 @@ public:
     void check(const CLI::App& app) override
     {
         JobCommand::check(app);
-        requireValue(app, word_, "PIECE");
-        options_.piece = parseCount("PIECE", word_, 0);
+        if (options_.piece < 0) {
+            complain(app, "PIECE is missing");
+        }
     }
 
     ExitCode run(Console& console) override
@@ -41,9 +44,6 @@ public:
                        console);
         return ExitCode::ok;
     }
-
-private:
-    std::string word_;
 };
 
 class JoinCommand : public JobCommand

@@ -1,6 +1,6 @@
 #include "tools/qxhost/commands/farm/JobCommand.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/farm/Slurm.h"
+#include "tools/qxhost/farm/run/Slurm.h"
 
 #include <fmt/format.h>
 

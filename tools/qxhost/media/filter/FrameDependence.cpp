@@ -16,14 +16,14 @@ namespace Qx::Media {
 
 namespace {
 
-constexpr std::array<std::string_view, 28> known{
-    "avgblur",     "boxblur", "colorbalance",  "colorchannelmixer",
-    "colorlevels", "copy",    "crop",          "curves",
-    "exposure",    "format",  "gblur",         "hflip",
-    "lut1d",       "lut3d",   "median",        "negate",
-    "null",        "pad",     "scale",         "setdar",
-    "setparams",   "setsar",  "shuffleplanes", "sobel",
-    "transpose",   "unsharp", "vflip",         "zscale"};
+constexpr std::array<std::string_view, 25> known{
+    "avgblur",     "boxblur",   "colorbalance", "colorchannelmixer",
+    "colorlevels", "copy",      "crop",         "exposure",
+    "format",      "gblur",     "hflip",        "median",
+    "negate",      "null",      "pad",          "scale",
+    "setdar",      "setparams", "setsar",       "shuffleplanes",
+    "sobel",       "transpose", "unsharp",      "vflip",
+    "zscale"};
 
 /// Whether an expression names the frame's number, time or place.
 bool namesFrame(const std::string& expression)

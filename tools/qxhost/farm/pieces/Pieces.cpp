@@ -1,10 +1,10 @@
-#include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/farm/pieces/Pieces.h"
 
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/farm/Contents.h"
-#include "tools/qxhost/farm/OutputKind.h"
+#include "tools/qxhost/farm/job/Contents.h"
+#include "tools/qxhost/farm/job/OutputKind.h"
 #include "tools/qxhost/media/files/Names.h"
 
 #include <algorithm>
@@ -61,7 +61,7 @@ Json describe(const PieceRecord& record, std::size_t piece)
     Json json{{"version", recordVersion},      {"piece", piece},
               {"frames", record.frames},       {"first", describe(record.first)},
               {"last", describe(record.last)}, {"problems", record.problems},
-              {"machine", machineName()}};
+              {"remarks", record.remarks},     {"machine", machineName()}};
     json["files"] = Json::array();
     for (const PieceFile& file : record.files) {
         json["files"].push_back(
@@ -76,7 +76,8 @@ PieceRecord recordOf(const Json& json)
                        .frames = json.at("frames").get<std::int64_t>(),
                        .first = timeOf(json.at("first")),
                        .last = timeOf(json.at("last")),
-                       .problems = json.at("problems").get<std::vector<std::string>>()};
+                       .problems = json.at("problems").get<std::vector<std::string>>(),
+                       .remarks = json.at("remarks").get<std::vector<std::string>>()};
     for (const Json& each : json.at("files")) {
         record.files.push_back({each.at("path").get<std::string>(), each.at("bytes").get<std::uintmax_t>(),
                                 each.at("sha256").get<std::string>()});
@@ -193,7 +194,8 @@ void makePiece(const Job& job, std::size_t piece, const std::string& device, boo
                        .frames = made.frames,
                        .first = made.first,
                        .last = made.last,
-                       .problems = made.problems};
+                       .problems = made.problems,
+                       .remarks = made.remarks};
     if (const auto other = readRecord(job, piece); other && problemWith(job, *other, true).empty()) {
         console.note(fmt::format("piece {} has been made by somebody else meanwhile", piece));
         return;

@@ -1,16 +1,17 @@
-#include "tools/qxhost/farm/JobMaker.h"
+#include "tools/qxhost/farm/job/JobMaker.h"
 
 #include "Qx/Version.h"
 #include "host/effects/EffectCompilation.h"
 #include "host/files/CopyFile.h"
 #include "host/files/SystemError.h"
+#include "host/files/WriteFile.h"
 #include "host/fonts/TextPainter.h"
 #include "host/gpu/GPUService.h"
 #include "platform/Text.h"
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/farm/Contents.h"
-#include "tools/qxhost/farm/Split.h"
+#include "tools/qxhost/farm/job/Contents.h"
+#include "tools/qxhost/farm/job/Split.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
@@ -108,9 +109,9 @@ public:
     {
     }
 
-    Job make(const fs::path& folder)
+    Job make(const fs::path& folder, Console& console)
     {
-        const ConversionPlan plan = planConversion(withDate());
+        const ConversionPlan plan = planConversion(withDate(), console);
         refuseLists(plan.container);
         job_.folder = folder;
         job_.program = QX_VERSION;
@@ -286,6 +287,12 @@ private:
             takeInputFile(input);
             return;
         }
+        if (job_.folder.native().find('%') != std::string::npos) {
+            throw Failure(ExitCode::output,
+                          job_.folder.parent_path().string() +
+                              ": a sequence is not found below a folder with % in its name; "
+                              "choose another folder");
+        }
         const Media::NumberedNames names(input);
         std::vector<long> numbers = names.existing();
         for (std::size_t i = 0; i < numbers.size() && (i == 0 || numbers[i] == numbers[i - 1] + 1); ++i) {
@@ -340,9 +347,10 @@ Job makeJob(const JobRequest& request, const std::atomic<bool>& stopped, Console
     try {
         const HostSession host(request.options.device, &console);
         Draft draft(folder);
-        Job job = Maker(request, stopped).make(draft.folder());
+        Job job = Maker(request, stopped).make(draft.folder(), console);
         writeJob(job);
         draft.finish();
+        static_cast<void>(Host::syncDirectoryOf(folder));
         job.folder = folder;
         if (request.keepsDigests) {
             noteContents(job);

@@ -1,11 +1,11 @@
-#include "tools/qxhost/farm/Workers.h"
+#include "tools/qxhost/farm/run/Workers.h"
 
 #include "tools/qxhost/console/ChildProgram.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/console/ProgressDisplay.h"
-#include "tools/qxhost/farm/Contents.h"
-#include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/farm/job/Contents.h"
+#include "tools/qxhost/farm/pieces/Pieces.h"
 
 #include <algorithm>
 #include <chrono>

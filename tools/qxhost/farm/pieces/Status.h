@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/farm/Job.h"
+#include "tools/qxhost/farm/job/Job.h"
 
 #include <string>
 

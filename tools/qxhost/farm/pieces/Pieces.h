@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/console/Console.h"
-#include "tools/qxhost/farm/Job.h"
+#include "tools/qxhost/farm/job/Job.h"
 #include "tools/qxhost/media/MediaTypes.h"
 
 #include <cstddef>
@@ -33,6 +33,7 @@ struct PieceRecord
     Media::FrameTime first;
     Media::FrameTime last;
     std::vector<std::string> problems; ///< damage of the input, a line each
+    std::vector<std::string> remarks;  ///< what there is to say of the whole in the end, a line each
 };
 
 /// The last attempt that failed.

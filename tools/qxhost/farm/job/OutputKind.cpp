@@ -1,4 +1,4 @@
-#include "tools/qxhost/farm/OutputKind.h"
+#include "tools/qxhost/farm/job/OutputKind.h"
 
 #include "tools/qxhost/media/write/FrameWriter.h"
 

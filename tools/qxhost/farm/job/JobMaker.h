@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/console/Console.h"
-#include "tools/qxhost/farm/Job.h"
+#include "tools/qxhost/farm/job/Job.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/commands/convert/Conversion.h"
-#include "tools/qxhost/farm/Job.h"
+#include "tools/qxhost/farm/job/Job.h"
 
 #include <cstdint>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "tools/qxhost/farm/Job.h"
+#include "tools/qxhost/farm/job/Job.h"
 
 #include "Qx/Version.h"
 #include "tools/qxhost/commands/Command.h"
@@ -128,7 +128,8 @@ void checkPieces(const Job& job)
     for (std::size_t i = 0; i < job.pieces.size(); ++i) {
         const PlannedPiece& piece = job.pieces[i];
         const bool follows = i == 0 || (piece.segment.begin && piece.segment.begin == end);
-        const bool isRight = piece.first == next && piece.frames > 0 && follows &&
+        const bool isRight = piece.first == next && piece.frames > 0 && piece.frames <= job.frames - next &&
+                             follows &&
                              (!piece.segment.preroll ||
                               (piece.segment.begin && *piece.segment.preroll < *piece.segment.begin));
         if (!isRight) {
@@ -137,6 +138,10 @@ void checkPieces(const Job& job)
         }
         next += piece.frames;
         end = piece.segment.end;
+    }
+    constexpr std::int64_t largestFrame = std::int64_t{1} << 40U;
+    if (job.frameBytes < 0 || job.frameBytes > largestFrame) {
+        refuse(job.manifest(), fmt::format("frames cannot have {} bytes; {}", job.frameBytes, makeAnew));
     }
     if (job.pieces.empty() || next != job.frames) {
         refuse(job.manifest(),

@@ -2,7 +2,7 @@
 
 #include "tools/qxhost/console/Console.h"
 #include "tools/qxhost/console/ExitCode.h"
-#include "tools/qxhost/farm/Job.h"
+#include "tools/qxhost/farm/job/Job.h"
 
 #include <atomic>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "tools/qxhost/farm/Split.h"
+#include "tools/qxhost/farm/job/Split.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/qxhost/farm/Job.h"
+#include "tools/qxhost/farm/job/Job.h"
 
 #include <atomic>
 #include <filesystem>

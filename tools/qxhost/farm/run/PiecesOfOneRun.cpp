@@ -1,17 +1,18 @@
-#include "tools/qxhost/farm/PiecesOfOneRun.h"
+#include "tools/qxhost/farm/run/PiecesOfOneRun.h"
 
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Interruption.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/farm/JobMaker.h"
-#include "tools/qxhost/farm/Joining.h"
-#include "tools/qxhost/farm/OutputKind.h"
-#include "tools/qxhost/farm/Workers.h"
+#include "tools/qxhost/farm/job/JobMaker.h"
+#include "tools/qxhost/farm/job/OutputKind.h"
+#include "tools/qxhost/farm/pieces/Joining.h"
+#include "tools/qxhost/farm/run/Workers.h"
 #include "tools/qxhost/media/files/HeldFile.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 
+#include <algorithm>
 #include <atomic>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -64,7 +65,10 @@ public:
                                                 directory_.string() + " is no directory; make it first");
         }
         clearAbandonedFolders(directory_);
-        path_ = directory_ / fmt::format(".{}{}{:08x}", output.filename().string(), middleOfName, random());
+        // A sequence is not found below a folder whose name looks like a pattern.
+        std::string name = output.filename().string();
+        std::replace(name.begin(), name.end(), '%', '_');
+        path_ = directory_ / fmt::format(".{}{}{:08x}", name, middleOfName, random());
         fs::create_directory(path_);
         lock_ = openLock(path_, O_CREAT | O_EXCL);
         static_cast<void>(lock_.descriptor() >= 0 && lock_.hold(path_ / lockName));
@@ -137,6 +141,11 @@ ExitCode convertInPieces(const OneRun& run, Console& console)
                                    {"complete", code == ExitCode::ok}}));
         }
         return code;
+    } catch (const Failure& failure) {
+        if (failure.code() == ExitCode::interrupted) {
+            throw Failure(failure.code(), "interrupted; " + options.output.string() + " was not completed");
+        }
+        throw;
     } catch (const fs::filesystem_error& problem) {
         throw Failure(ExitCode::output, problem.what());
     }

@@ -1,12 +1,14 @@
-#include "tools/qxhost/farm/Joining.h"
+#include "tools/qxhost/farm/pieces/Joining.h"
 
 #include "host/files/SystemError.h"
 #include "tools/qxhost/commands/convert/Conversion.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Json.h"
-#include "tools/qxhost/farm/Contents.h"
-#include "tools/qxhost/farm/OutputKind.h"
-#include "tools/qxhost/farm/Pieces.h"
+#include "tools/qxhost/farm/job/Contents.h"
+#include "tools/qxhost/farm/job/OutputKind.h"
+#include "tools/qxhost/farm/pieces/Pieces.h"
+#include "tools/qxhost/media/files/FileSet.h"
+#include "tools/qxhost/media/files/HeldFile.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/media/files/OutputFile.h"
@@ -14,6 +16,8 @@
 #include <cerrno>
 #include <fmt/format.h>
 #include <fstream>
+#include <memory>
+#include <set>
 #include <unistd.h>
 #include <vector>
 
@@ -68,6 +72,26 @@ void require(const Media::Status& status)
     }
 }
 
+/// What a job is made of, where it lies and where it came from, which its output does not replace.
+std::vector<fs::path> pathsRead(const Job& job)
+{
+    std::vector<fs::path> paths;
+    for (const HeldFile& file : job.files) {
+        paths.push_back(job.folder / file.path);
+        paths.emplace_back(file.from);
+    }
+    return paths;
+}
+
+std::shared_ptr<const Media::FileSet> filesRead(const Job& job)
+{
+    const auto files = std::make_shared<Media::FileSet>();
+    for (const fs::path& path : pathsRead(job)) {
+        files->add(path);
+    }
+    return files;
+}
+
 /// Appends a file. Throws Failure.
 void append(const fs::path& from, Media::OutputFile& to, const std::atomic<bool>& stopped)
 {
@@ -88,7 +112,7 @@ void append(const fs::path& from, Media::OutputFile& to, const std::atomic<bool>
 void joinRaw(const Job& job, const Records& records, const ConvertOptions& options,
              const std::atomic<bool>& stopped)
 {
-    auto out = Media::OutputFile::create(options.output, options.force);
+    auto out = Media::OutputFile::create(options.output, options.force, filesRead(job));
     if (!out) {
         throw Failure(ExitCode::output, out.text());
     }
@@ -98,17 +122,29 @@ void joinRaw(const Job& job, const Records& records, const ConvertOptions& optio
     require(out.value().commit());
 }
 
+/// Gives a file a name in place of what has it.
+void takeName(const fs::path& from, const fs::path& to)
+{
+    const int error = ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+    ::unlink(from.c_str()); // rename(2) leaves two names of one file alone
+    if (error != 0) {
+        throw Failure(ExitCode::output,
+                      "cannot write " + Media::quoted(to) + ": " + Host::systemProblem(error));
+    }
+}
+
 /// A picture takes its name in the sequence: the same file where the file system can do that, else a copy.
+/// What had the name before stays until then.
 void place(const fs::path& from, const fs::path& to, bool force, const std::atomic<bool>& stopped)
 {
-    std::error_code error;
-    if (force) {
-        fs::remove(to, error);
-    }
-    if (::link(from.c_str(), to.c_str()) == 0) {
+    const fs::path name = force ? Media::unfinishedName(to) : to;
+    if (::link(from.c_str(), name.c_str()) == 0) {
+        if (force) {
+            takeName(name, to);
+        }
         return;
     }
-    if (errno == EEXIST) {
+    if (!force && errno == EEXIST) {
         throw Failure(ExitCode::output, to.string() + ": exists; --force replaces it");
     }
     auto out = Media::OutputFile::create(to, force);
@@ -129,9 +165,13 @@ void joinPictures(const Job& job, const Records& records, const ConvertOptions& 
     }
     const bool isOne = frames == 1 && !names.isPattern();
     const auto nameOf = [&](long number) { return isOne ? options.output : names.name(number); };
+    const auto kept = filesRead(job);
     std::error_code error;
-    for (long number = 1; number <= frames && !options.force; ++number) {
-        if (fs::exists(nameOf(number), error)) {
+    for (long number = 1; number <= frames; ++number) {
+        if (kept->contains(nameOf(number))) {
+            throw Failure(ExitCode::output, Media::OutputFile::wouldReplaceInput(nameOf(number), *kept).text);
+        }
+        if (!options.force && fs::exists(nameOf(number), error)) {
             throw Failure(ExitCode::output, nameOf(number).string() + ": exists; --force replaces it");
         }
     }
@@ -161,7 +201,7 @@ void joinAs(OutputKind kind, const Job& job, const Records& records, const Conve
             const std::atomic<bool>& stopped, Console& console)
 {
     if (kind == OutputKind::clip) {
-        joinSegments(options, clipPieces(job, records), stopped, console);
+        joinSegments(options, clipPieces(job, records), pathsRead(job), stopped, console);
         return;
     }
     if (kind == OutputKind::rawFile) {
@@ -174,6 +214,13 @@ void joinAs(OutputKind kind, const Job& job, const Records& records, const Conve
 /// What is told of the input in one run is told here, once all is joined.
 ExitCode tellProblems(const Job& job, const Records& records, const fs::path& output, Console& console)
 {
+    std::set<std::string> remarks;
+    for (const PieceRecord& record : records) {
+        remarks.insert(record.remarks.begin(), record.remarks.end());
+    }
+    for (const std::string& remark : remarks) {
+        console.note(remark);
+    }
     bool isWhole = true;
     for (std::size_t i = 0; i < records.size(); ++i) {
         for (const std::string& problem : records[i].problems) {
@@ -223,6 +270,11 @@ ExitCode joinJob(const Job& job, const JoinOptions& wanted, const std::atomic<bo
     ConvertOptions options = optionsOf(job);
     const OutputKind kind = kindOf(options);
     options.output = wanted.output.empty() ? job.folder / job.output : wanted.output;
+    if (options.output.extension() != job.output.extension()) {
+        throw Failure(ExitCode::output, options.output.string() + ": the pieces are made for " +
+                                            job.output.extension().string() +
+                                            " files; choose a name that ends so");
+    }
     options.force = wanted.force;
     options.quiet = wanted.quiet;
     joinAs(kind, job, records, options, stopped, console);

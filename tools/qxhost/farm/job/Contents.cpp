@@ -1,4 +1,4 @@
-#include "tools/qxhost/farm/Contents.h"
+#include "tools/qxhost/farm/job/Contents.h"
 
 #include "host/files/ReadFile.h"
 #include "host/files/SystemError.h"

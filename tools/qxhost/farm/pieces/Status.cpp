@@ -1,9 +1,9 @@
-#include "tools/qxhost/farm/Status.h"
+#include "tools/qxhost/farm/pieces/Status.h"
 
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/farm/Joining.h"
-#include "tools/qxhost/farm/Pieces.h"
-#include "tools/qxhost/farm/Slurm.h"
+#include "tools/qxhost/farm/pieces/Joining.h"
+#include "tools/qxhost/farm/pieces/Pieces.h"
+#include "tools/qxhost/farm/run/Slurm.h"
 
 #include <fmt/format.h>
 #include <map>

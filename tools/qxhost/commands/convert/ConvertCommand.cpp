@@ -306,7 +306,7 @@ std::optional<std::vector<std::string>> ConvertCommand::expanded(const CLI::App&
             words.push_back(each.isFlag() ? each.name : each.name + "=" + each.value);
         }
     }
-    std::vector<std::string> all{"convert"};
+    std::vector<std::string> all = CLI::detail::split(commandName(app), ' ');
     for (Preset::Option& option : givingWayTo(given, std::move(preset.options))) {
         all.push_back(std::move(option.word));
     }
@@ -371,9 +371,7 @@ void ConvertCommand::addOptions(CLI::App& app)
     addConversion(app);
     addMany(app);
     addSegments(app, severalGroup);
-    app.add_option("--preset", preset_, "Options from a file: a name of 'qxhost presets', or a file")
-        ->option_text("NAME|FILE")
-        ->group("Other options");
+    addPreset(app);
     addOther(app, options_);
     app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
     app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
@@ -433,6 +431,13 @@ ExitCode ConvertCommand::runInSegments(Console& console)
                                   .pieces = *segments_ > 0 ? segments_ : std::nullopt,
                                   .jobs = segmentJobs_},
                                  console);
+}
+
+void ConvertCommand::addPreset(CLI::App& app)
+{
+    app.add_option("--preset", preset_, "Options from a file: a name of 'qxhost presets', or a file")
+        ->option_text("NAME|FILE")
+        ->group("Other options");
 }
 
 void ConvertCommand::addSegments(CLI::App& app, const std::string& group)

@@ -29,6 +29,9 @@ protected:
     /// Checks these.
     void checkConversion(const CLI::App& app);
 
+    /// Adds "--preset".
+    void addPreset(CLI::App& app);
+
     /// Adds "--segments" to a group of the help.
     void addSegments(CLI::App& app, const std::string& group);
 

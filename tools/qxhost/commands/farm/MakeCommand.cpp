@@ -32,6 +32,7 @@ public:
         app.add_flag("--copy-input", copiesInput_, "Copy the input into the folder. Default: a link to it")
             ->group("Pieces");
         addConversion(app);
+        addPreset(app);
         addOther(app, options_);
         app.footer(makeFooter);
     }

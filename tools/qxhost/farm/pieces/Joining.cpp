@@ -13,10 +13,14 @@
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/media/files/OutputFile.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <fmt/format.h>
 #include <fstream>
+#include <functional>
 #include <memory>
+#include <numeric>
 #include <set>
 #include <unistd.h>
 #include <vector>
@@ -155,19 +159,34 @@ void place(const fs::path& from, const fs::path& to, bool force, const std::atom
     require(out.value().commit(Media::OutputFile::DirectorySync::Later));
 }
 
+/// The numbers that the pictures get, in their order: those that the pieces gave them, if these go on from
+/// piece to piece, as the numbers of a sequence do; else consecutive ones from the first.
+std::vector<long> pictureNumbers(const Records& records)
+{
+    std::vector<long> numbers;
+    for (const PieceRecord& record : records) {
+        for (const PieceFile& file : record.files) {
+            numbers.push_back(std::strtol(file.path.stem().c_str(), nullptr, 10));
+        }
+    }
+    const bool goOn =
+        std::adjacent_find(numbers.begin(), numbers.end(), std::greater_equal<>()) == numbers.end();
+    if (!goOn) {
+        std::iota(numbers.begin(), numbers.end(), numbers.front());
+    }
+    return numbers;
+}
+
 void joinPictures(const Job& job, const Records& records, const ConvertOptions& options,
                   const std::atomic<bool>& stopped)
 {
     const Media::NumberedNames names(options.output);
-    std::int64_t frames = 0;
-    for (const PieceRecord& record : records) {
-        frames += static_cast<std::int64_t>(record.files.size());
-    }
-    const bool isOne = frames == 1 && !names.isPattern();
+    const std::vector<long> numbers = pictureNumbers(records);
+    const bool isOne = numbers.size() == 1 && !names.isPattern();
     const auto nameOf = [&](long number) { return isOne ? options.output : names.name(number); };
     const auto kept = filesRead(job);
     std::error_code error;
-    for (long number = 1; number <= frames; ++number) {
+    for (const long number : numbers) {
         if (kept->contains(nameOf(number))) {
             throw Failure(ExitCode::output, Media::OutputFile::wouldReplaceInput(nameOf(number), *kept).text);
         }
@@ -175,16 +194,16 @@ void joinPictures(const Job& job, const Records& records, const ConvertOptions& 
             throw Failure(ExitCode::output, nameOf(number).string() + ": exists; --force replaces it");
         }
     }
-    long number = 0;
+    auto number = numbers.begin();
     for (const PieceRecord& record : records) {
         for (const PieceFile& file : record.files) {
-            place(job.pieceFolder() / file.path, nameOf(++number), options.force, stopped);
+            place(job.pieceFolder() / file.path, nameOf(*number++), options.force, stopped);
             if (stopped) {
                 throwStopped(options.output);
             }
         }
     }
-    require(Media::OutputFile::syncDirectory(nameOf(1)));
+    require(Media::OutputFile::syncDirectory(nameOf(numbers.front())));
 }
 
 std::vector<Media::Piece> clipPieces(const Job& job, const Records& records)
@@ -235,11 +254,14 @@ ExitCode tellProblems(const Job& job, const Records& records, const fs::path& ou
     return isWhole ? ExitCode::ok : ExitCode::input;
 }
 
-fs::path firstFile(OutputKind kind, const fs::path& output, std::int64_t frames)
+fs::path firstFile(OutputKind kind, const fs::path& output, const Records& records)
 {
     const Media::NumberedNames names(output);
-    const bool isNumbered = kind == OutputKind::pictures && (frames > 1 || names.isPattern());
-    return isNumbered ? names.name(1) : output;
+    if (kind != OutputKind::pictures) {
+        return output;
+    }
+    const std::vector<long> numbers = pictureNumbers(records);
+    return numbers.size() > 1 || names.isPattern() ? names.name(numbers.front()) : output;
 }
 
 } // namespace
@@ -279,7 +301,7 @@ ExitCode joinJob(const Job& job, const JoinOptions& wanted, const std::atomic<bo
     options.quiet = wanted.quiet;
     joinAs(kind, job, records, options, stopped, console);
     if (wanted.output.empty()) {
-        const fs::path first = firstFile(kind, options.output, job.frames);
+        const fs::path first = firstFile(kind, options.output, records);
         writeWhole(joinedFile(job),
                    jsonText({{"file", first.filename().native()}, {"bytes", fs::file_size(first)}}));
     }

@@ -114,6 +114,51 @@ TEST_F(Segments, sequences_and_raw_frames_are_split_too)
     EXPECT_EQ(times("many.mkv", "v"), times("one.mkv", "v"));
 }
 
+TEST_F(Segments, numbers_of_sequences_are_those_of_one_run)
+{
+    fs::create_directory(at("in"));
+    ffmpeg({"-i", "clip.mov", "-frames:v", "10", "-start_number", "86400", "-pix_fmt", "gbrp10be",
+            "in/shot_%06d.dpx"});
+    const auto numbers = [&](const Words& options) {
+        fs::remove_all(at("out"));
+        fs::create_directory(at("out"));
+        convert("in/shot_%06d.dpx", "out/%06d.png", options);
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(at("out"))) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    const std::vector<std::string> kept = numbers({});
+    EXPECT_EQ(kept.front(), "086400.png");
+    EXPECT_EQ(numbers({"--segments", "3"}), kept);
+    EXPECT_EQ(numbers({"--segments", "3", "--renumber", "7"}), numbers({"--renumber", "7"}));
+
+    const Outcome filled =
+        qxhost({"convert", "in/shot_%06d.dpx", "out.mov", "--missing", "hold", "--segments", "3"});
+    EXPECT_EQ(filled.exitCode, 2) << filled.err;
+    EXPECT_NE(filled.err.find("--missing: gaps cannot be filled where the conversion is split"),
+              std::string::npos)
+        << filled.err;
+}
+
+TEST_F(Segments, several_texts_and_presets_are_those_of_one_run)
+{
+    write("ours.toml", "[[burn-in]]\ntext = \"{clip}\"\nposition = \"top-left\"\nfont-size = 14\n"
+                       "[[burn-in]]\ntext = \"{frame} {date}\"\n");
+    expectSamePackets(".mov", {"--preset", "ours.toml", "--burn-in", "{source}", "--position", "top-right",
+                               "--date", "2026-11-23"});
+}
+
+TEST_F(Segments, pipes_and_configurations_of_colours_are_refused)
+{
+    expectRefusal({"--ocio", "studio.ocio", "--from", "a", "--to", "b"}, 6, {"studio.ocio"});
+    const Outcome pipe = qxhost({"convert", "-", "out.mov", "--segments", "2"});
+    EXPECT_EQ(pipe.exitCode, 2) << pipe.err;
+    EXPECT_NE(pipe.err.find("standard input and output (-) cannot be split"), std::string::npos) << pipe.err;
+}
+
 TEST_F(Segments, pieces_of_codecs_with_frames_between_key_frames_begin_with_one)
 {
     const Words bFrames{"--video-option", "bf=3", "--video-option", "g=100"};

@@ -19,6 +19,7 @@ namespace Qx::Program {
 
 namespace {
 
+constexpr const char* manyGroup = "Many inputs, or pieces of one";
 constexpr const char* tableEffect = "LUT.fx";
 
 constexpr const char* convertFooter = R"(Examples:
@@ -194,7 +195,7 @@ void ConvertCommand::addOptions(CLI::App& app)
     addFiles(app, options_, "A clip, a picture, a pattern such as shot_%05d.png, or raw frames");
     addConversion(app);
     addMany(app);
-    addSegments(app);
+    addSegments(app, manyGroup);
     addOther(app, options_);
     app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
     app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
@@ -246,16 +247,14 @@ ExitCode ConvertCommand::runInSegments(Console& console)
                                  console);
 }
 
-void ConvertCommand::addSegments(CLI::App& app)
+void ConvertCommand::addSegments(CLI::App& app, const std::string& group)
 {
     const auto set = [this](const std::string& word) {
         segments_ = word == "auto" ? 0 : parseCount("--segments", word, 1, ", or auto");
     };
-    app.add_option_function<std::string>("--segments", set,
-                                         "Convert in N pieces, --jobs at a time, and join them\nwithout "
-                                         "encoding again")
+    app.add_option_function<std::string>("--segments", set, "Convert in N pieces, and join them")
         ->option_text("N|auto")
-        ->group("Pieces");
+        ->group(group);
 }
 
 std::vector<std::string> ConvertCommand::conversionArguments(const CLI::App& app)
@@ -266,15 +265,11 @@ std::vector<std::string> ConvertCommand::conversionArguments(const CLI::App& app
 
 void ConvertCommand::addMany(CLI::App& app)
 {
-    const std::string group = "Many inputs";
-    app.add_option(
-           "--to", many_.to,
-           "Convert all INPUTs, as many as are given, to this\nname: {name} is an input's, {folder} its "
-           "directory")
+    const std::string group = manyGroup;
+    app.add_option("--to", many_.to, "Convert each INPUT to this name; fields: {name}, {folder}")
         ->option_text("NAME")
         ->group(group);
-    addCount(app, "--jobs", many_.jobs, 1,
-             "Inputs, or pieces of one, to convert at a time.\nDefault: 1, or 2 pieces")
+    addCount(app, "--jobs", many_.jobs, 1, "Inputs, or pieces, to convert at a time. Default: 1, or 2")
         ->group(group);
     app.add_option("MORE", many_.inputs)->group("");
 }

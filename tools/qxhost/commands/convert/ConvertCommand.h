@@ -27,8 +27,8 @@ protected:
     /// Checks these.
     void checkConversion(const CLI::App& app);
 
-    /// Adds "--segments".
-    void addSegments(CLI::App& app);
+    /// Adds "--segments" to a group of the help.
+    void addSegments(CLI::App& app, const std::string& group);
 
     /// As they were given, but for those that say how the conversion is run and where.
     static std::vector<std::string> conversionArguments(const CLI::App& app);

@@ -28,7 +28,7 @@ public:
         app.add_option("--job", folder_, "The folder to make, which then holds all that the job needs")
             ->option_text("FOLDER")
             ->group("Pieces");
-        addSegments(app);
+        addSegments(app, "Pieces");
         app.add_flag("--copy-input", copiesInput_, "Copy the input into the folder. Default: a link to it")
             ->group("Pieces");
         addConversion(app);

@@ -445,9 +445,7 @@ void ConvertCommand::addSegments(CLI::App& app, const std::string& group)
     const auto set = [this](const std::string& word) {
         segments_ = word == "auto" ? 0 : parseCount("--segments", word, 1, ", or auto");
     };
-    app.add_option_function<std::string>("--segments", set,
-                                         "Convert in N pieces, --jobs at a time, and join them\nwithout "
-                                         "encoding again")
+    app.add_option_function<std::string>("--segments", set, "Convert in N pieces, and join them")
         ->option_text("N|auto")
         ->group(group);
 }
@@ -461,10 +459,7 @@ std::vector<std::string> ConvertCommand::conversionArguments(const CLI::App& app
 void ConvertCommand::addMany(CLI::App& app)
 {
     const std::string group = severalGroup;
-    app.add_option(
-           "--to", texts_,
-           "Convert all INPUTs, as many as are given, to this\nname: {name} is an input's, {folder} its "
-           "directory")
+    app.add_option("--to", texts_, "Convert each INPUT to this name; fields: {name}, {folder}")
         ->option_text("NAME")
         ->allow_extra_args(false)
         ->take_all()

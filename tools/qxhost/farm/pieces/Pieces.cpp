@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <fmt/format.h>
 #include <fstream>
 #include <random>
@@ -40,8 +41,12 @@ std::string attemptName(std::size_t piece)
     return fmt::format("{:04}-{:08x}{:08x}", piece, random(), random());
 }
 
+/// A node's name where Slurm has several on one machine.
 std::string machineName()
 {
+    if (const char* node = std::getenv("SLURMD_NODENAME"); node != nullptr && *node != '\0') {
+        return node;
+    }
     std::array<char, 256> name{};
     return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "unknown";
 }

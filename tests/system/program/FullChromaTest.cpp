@@ -188,6 +188,26 @@ TEST_F(Alpha, prores_4444_keeps_it)
               codes("sub.mkv", "gray", "select=eq(n\\,0),alphaextract"));
 }
 
+TEST_F(Alpha, what_effects_make_of_it_is_written_where_it_is_asked_for)
+{
+    makeClip("yuv444p10le", "bt709", "tv");
+    write("half.fx",
+          "texture Input;\n"
+          "sampler S = sampler_state { Texture = <Input>; };\n"
+          "float4 half_(float2 uv : TEXCOORD0) : COLOR0 { return float4(tex2D(S, uv).rgb, 0.5); }\n"
+          "technique Half { pass P { PixelShader = compile ps_3_0 half_(); } }\n");
+    convert({"in.mkv", "opaque.png", "--effect", "./half.fx", "--frames", "1"});
+    expectHas(probe("opaque.png", "pix_fmt"), "pix_fmt=rgb48be");
+    convert({"in.mkv", "half.png", "--effect", "./half.fx", "--frames", "1", "--pixel-format", "rgba64be"});
+    for (const int code : codes("half.png", "gray16le", "alphaextract")) {
+        ASSERT_NEAR(code, 65535 / 2, 1);
+    }
+    convert({"in.mkv", "half.mov", "--effect", "./half.fx", "--pixel-format", "yuva444p10le"});
+    for (const int code : codes("half.mov", "gray16le", "alphaextract")) {
+        ASSERT_NEAR(code, 65535 / 2, 64);
+    }
+}
+
 TEST_F(Alpha, what_cannot_hold_it_is_said)
 {
     makeAlpha();

@@ -131,6 +131,28 @@ TEST_F(FullChroma, formats_of_422_say_that_they_keep_half)
     expectHas(qxhost({"info", "in.mkv"}).out, "to the GPU as 4:4:4, with unchanged codes");
 }
 
+TEST_F(FullChroma, bits_beyond_the_codes_are_ignored)
+{
+    std::string clean;
+    std::string stray;
+    for (int i = 0; i < 66 * 50 * 4; ++i) {
+        const int code = i * 37 % 1024;
+        for (const int word : {code, code >> 8}) {
+            clean += static_cast<char>(word & 255);
+        }
+        stray += static_cast<char>(code & 255);
+        stray += static_cast<char>((code >> 8) | 0xfc);
+    }
+    for (const auto& [name, bytes] : {std::pair("clean", clean), std::pair("stray", stray)}) {
+        write(std::string(name) + ".raw", bytes);
+        ffmpeg({"-f", "rawvideo", "-pix_fmt", "yuva444p10le", "-s", "66x50", "-i", std::string(name) + ".raw",
+                "-c:v", "copy", std::string(name) + ".nut"});
+        convert({std::string(name) + ".nut", std::string(name) + ".mkv", "--range", "video", "--matrix",
+                 "bt709"});
+    }
+    EXPECT_EQ(codes("stray.mkv", "gbrap16le"), codes("clean.mkv", "gbrap16le"));
+}
+
 TEST_F(FullChroma, effects_see_it)
 {
     makeClip("yuv444p10le", "bt709", "tv");

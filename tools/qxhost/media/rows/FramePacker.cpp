@@ -106,8 +106,8 @@ struct FramePacker::Impl
     void packAlpha(const AVFrame& frame, const Output& out);
     void packWhole(const AVFrame& frame, const Output& out);
     void fillWholeTables();
-    void spreadRow(const void* codes, bool areWide, const std::uint16_t* levels, std::byte* row, int place,
-                   int count) const;
+    void spreadRow(const void* codes, bool areWide, const std::vector<std::uint16_t>& levels, std::byte* row,
+                   int place, int count) const;
     void repack(const AVFrame& frame, const Output& out);
     const void* plainRow(const AVFrame& frame, int component, int row, int count, int wanted, int scratch);
     bool isShift() const;
@@ -261,9 +261,11 @@ const void* FramePacker::Impl::plainRow(const AVFrame& frame, int component, int
 }
 
 /// Puts codes into every fourth place of a row, each by its level, or as it is without levels.
-void FramePacker::Impl::spreadRow(const void* codes, bool areWide, const std::uint16_t* levels,
+void FramePacker::Impl::spreadRow(const void* codes, bool areWide, const std::vector<std::uint16_t>& levels,
                                   std::byte* row, int place, int count) const
 {
+    // Samples of raw video may hold more bits than codes have.
+    const std::size_t mask = levels.empty() ? 0 : levels.size() - 1;
     const auto codeAt = [&](int i) -> std::uint16_t {
         return areWide ? static_cast<const std::uint16_t*>(codes)[i]
                        : static_cast<const std::uint8_t*>(codes)[i];
@@ -272,7 +274,8 @@ void FramePacker::Impl::spreadRow(const void* codes, bool areWide, const std::ui
         for (int i = 0; i < count; ++i) {
             using Sample = std::remove_pointer_t<decltype(to)>;
             const std::uint16_t code = codeAt(i);
-            to[std::ptrdiff_t{4} * i + place] = static_cast<Sample>(levels != nullptr ? levels[code] : code);
+            to[std::ptrdiff_t{4} * i + place] =
+                static_cast<Sample>(levels.empty() ? code : levels[code & mask]);
         }
     };
     if (target.depth == Depth::bits8) {
@@ -296,7 +299,7 @@ void FramePacker::Impl::packAlpha(const AVFrame& frame, const Output& out)
     const int component = components->hasAlpha() ? 3 : 0;
     for (int row = 0; row < frame.height; ++row) {
         const void* codes = plainRow(frame, component, row, frame.width, frame.width, 0);
-        spreadRow(codes, components->wide(), alphaLevels.data(), out.row(row), alphaPlace, frame.width);
+        spreadRow(codes, components->wide(), alphaLevels, out.row(row), alphaPlace, frame.width);
     }
 }
 
@@ -326,8 +329,7 @@ void FramePacker::Impl::packWhole(const AVFrame& frame, const Output& out)
         const auto& levels = component == 0 ? tables.luma : tables.chroma;
         for (int row = 0; row < frame.height; ++row) {
             const void* codes = plainRow(frame, component, row, frame.width, frame.width, 0);
-            spreadRow(codes, components->wide(), levels.data(), out.row(row), lumaPlace + component,
-                      frame.width);
+            spreadRow(codes, components->wide(), levels, out.row(row), lumaPlace + component, frame.width);
         }
     }
 }
@@ -452,7 +454,7 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
                 const std::ptrdiff_t size = to.bits > 8 ? 2 : 1;
                 for (int plane = 0; plane < 3; ++plane) {
                     const auto* codes = static_cast<const std::byte*>(window.row(plane, row)) + left * size;
-                    spreadRow(codes, size == 2, nullptr, to4 + static_cast<std::ptrdiff_t>(left) * 4 * size,
+                    spreadRow(codes, size == 2, {}, to4 + static_cast<std::ptrdiff_t>(left) * 4 * size,
                               lumaPlace + plane, end - static_cast<int>(left));
                 }
                 return;

@@ -131,6 +131,28 @@ TEST_F(FullChroma, formats_of_422_say_that_they_keep_half)
     expectHas(qxhost({"info", "in.mkv"}).out, "to the GPU as 4:4:4, with unchanged codes");
 }
 
+TEST_F(FullChroma, bits_beyond_the_codes_are_ignored)
+{
+    std::string clean;
+    std::string stray;
+    for (int i = 0; i < 66 * 50 * 4; ++i) {
+        const int code = i * 37 % 1024;
+        for (const int word : {code, code >> 8}) {
+            clean += static_cast<char>(word & 255);
+        }
+        stray += static_cast<char>(code & 255);
+        stray += static_cast<char>((code >> 8) | 0xfc);
+    }
+    for (const auto& [name, bytes] : {std::pair("clean", clean), std::pair("stray", stray)}) {
+        write(std::string(name) + ".raw", bytes);
+        ffmpeg({"-f", "rawvideo", "-pix_fmt", "yuva444p10le", "-s", "66x50", "-i", std::string(name) + ".raw",
+                "-c:v", "copy", std::string(name) + ".nut"});
+        convert({std::string(name) + ".nut", std::string(name) + ".mkv", "--range", "video", "--matrix",
+                 "bt709"});
+    }
+    EXPECT_EQ(codes("stray.mkv", "gbrap16le"), codes("clean.mkv", "gbrap16le"));
+}
+
 TEST_F(FullChroma, effects_see_it)
 {
     makeClip("yuv444p10le", "bt709", "tv");
@@ -186,6 +208,26 @@ TEST_F(Alpha, prores_4444_keeps_it)
     convert({"sub.mkv", "sub_%d.png", "--effect", "cc3.fx", "--set", "gain=0.9"});
     EXPECT_EQ(codes("sub_1.png", "gray", "alphaextract"),
               codes("sub.mkv", "gray", "select=eq(n\\,0),alphaextract"));
+}
+
+TEST_F(Alpha, what_effects_make_of_it_is_written_where_it_is_asked_for)
+{
+    makeClip("yuv444p10le", "bt709", "tv");
+    write("half.fx",
+          "texture Input;\n"
+          "sampler S = sampler_state { Texture = <Input>; };\n"
+          "float4 half_(float2 uv : TEXCOORD0) : COLOR0 { return float4(tex2D(S, uv).rgb, 0.5); }\n"
+          "technique Half { pass P { PixelShader = compile ps_3_0 half_(); } }\n");
+    convert({"in.mkv", "opaque.png", "--effect", "./half.fx", "--frames", "1"});
+    expectHas(probe("opaque.png", "pix_fmt"), "pix_fmt=rgb48be");
+    convert({"in.mkv", "half.png", "--effect", "./half.fx", "--frames", "1", "--pixel-format", "rgba64be"});
+    for (const int code : codes("half.png", "gray16le", "alphaextract")) {
+        ASSERT_NEAR(code, 65535 / 2, 1);
+    }
+    convert({"in.mkv", "half.mov", "--effect", "./half.fx", "--pixel-format", "yuva444p10le"});
+    for (const int code : codes("half.mov", "gray16le", "alphaextract")) {
+        ASSERT_NEAR(code, 65535 / 2, 64);
+    }
 }
 
 TEST_F(Alpha, what_cannot_hold_it_is_said)

@@ -105,10 +105,9 @@ struct FramePacker::Impl
     void choose(AVPixelFormat format);
     void packAlpha(const AVFrame& frame, const Output& out);
     void packWhole(const AVFrame& frame, const Output& out);
-    void spread(const AVFrame& frame, int component, const std::vector<std::uint16_t>& levels,
-                const Output& out);
-    void spreadRow(const void* codes, bool areWide, const std::uint16_t* levels, std::byte* row, int place,
-                   int count) const;
+    void fillWholeTables();
+    void spreadRow(const void* codes, bool areWide, const std::vector<std::uint16_t>& levels, std::byte* row,
+                   int place, int count) const;
     void repack(const AVFrame& frame, const Output& out);
     const void* plainRow(const AVFrame& frame, int component, int row, int count, int wanted, int scratch);
     bool isShift() const;
@@ -129,6 +128,7 @@ struct FramePacker::Impl
     Range sourceRange = Range::video; // of the frame's YCbCr codes
     bool halfChroma = false;          // in what the frame becomes
     PackTables tables;                // for sources that are repacked at another depth or in another range
+    std::vector<std::uint16_t> alphaLevels; // of what is packed with the chroma of every pixel
     Range tablesRange = Range::video;
     struct Graph
     {
@@ -187,6 +187,7 @@ void FramePacker::Impl::choose(AVPixelFormat wanted)
         format = wanted;
         graphs = {};
         tables = {};
+        alphaLevels.clear();
     }
 }
 
@@ -260,9 +261,11 @@ const void* FramePacker::Impl::plainRow(const AVFrame& frame, int component, int
 }
 
 /// Puts codes into every fourth place of a row, each by its level, or as it is without levels.
-void FramePacker::Impl::spreadRow(const void* codes, bool areWide, const std::uint16_t* levels,
+void FramePacker::Impl::spreadRow(const void* codes, bool areWide, const std::vector<std::uint16_t>& levels,
                                   std::byte* row, int place, int count) const
 {
+    // Samples of raw video may hold more bits than codes have.
+    const std::size_t mask = levels.empty() ? 0 : levels.size() - 1;
     const auto codeAt = [&](int i) -> std::uint16_t {
         return areWide ? static_cast<const std::uint16_t*>(codes)[i]
                        : static_cast<const std::uint8_t*>(codes)[i];
@@ -271,7 +274,8 @@ void FramePacker::Impl::spreadRow(const void* codes, bool areWide, const std::ui
         for (int i = 0; i < count; ++i) {
             using Sample = std::remove_pointer_t<decltype(to)>;
             const std::uint16_t code = codeAt(i);
-            to[std::ptrdiff_t{4} * i + place] = static_cast<Sample>(levels != nullptr ? levels[code] : code);
+            to[std::ptrdiff_t{4} * i + place] =
+                static_cast<Sample>(levels.empty() ? code : levels[code & mask]);
         }
     };
     if (target.depth == Depth::bits8) {
@@ -281,46 +285,52 @@ void FramePacker::Impl::spreadRow(const void* codes, bool areWide, const std::ui
     }
 }
 
-/// A component with a code for every pixel.
-void FramePacker::Impl::spread(const AVFrame& frame, int component, const std::vector<std::uint16_t>& levels,
-                               const Output& out)
-{
-    const int place = component == 3 ? alphaPlace : lumaPlace + component;
-    for (int row = 0; row < frame.height; ++row) {
-        const void* codes = plainRow(frame, component, row, frame.width, frame.width, 0);
-        spreadRow(codes, components->wide(), levels.data(), out.row(row), place, frame.width);
-    }
-}
-
 void FramePacker::Impl::packAlpha(const AVFrame& frame, const Output& out)
 {
     const int depth = static_cast<int>(target.depth);
     const auto opaque = static_cast<std::uint16_t>((1 << depth) - 1);
-    std::vector<std::uint16_t> levels(std::size_t{1} << components->bits(), opaque);
-    for (unsigned code = 0; components->hasAlpha() && code < levels.size(); ++code) {
-        levels[code] = codeOfLevel(code, {components->bits(), Range::full}, {depth, Range::full});
+    if (alphaLevels.empty()) {
+        alphaLevels.assign(std::size_t{1} << components->bits(), opaque);
+        for (unsigned code = 0; components->hasAlpha() && code < alphaLevels.size(); ++code) {
+            alphaLevels[code] = codeOfLevel(code, {components->bits(), Range::full}, {depth, Range::full});
+        }
     }
     // Without alpha any component's codes will do.
     const int component = components->hasAlpha() ? 3 : 0;
     for (int row = 0; row < frame.height; ++row) {
         const void* codes = plainRow(frame, component, row, frame.width, frame.width, 0);
-        spreadRow(codes, components->wide(), levels.data(), out.row(row), alphaPlace, frame.width);
+        spreadRow(codes, components->wide(), alphaLevels, out.row(row), alphaPlace, frame.width);
+    }
+}
+
+/// The tables of packWhole(), in the upper bits of a sample.
+void FramePacker::Impl::fillWholeTables()
+{
+    const int depth = static_cast<int>(target.depth);
+    const Coding from{components->bits(), sourceRange};
+    const Coding to{std::min(components->bits(), depth), target.range};
+    const auto count = std::size_t{1} << from.bits;
+    if (tables.luma.size() == count && tablesRange == sourceRange) {
+        return;
+    }
+    tablesRange = sourceRange;
+    tables.luma.resize(count);
+    tables.chroma.resize(count);
+    for (unsigned code = 0; code < count; ++code) {
+        tables.luma[code] = static_cast<std::uint16_t>(codeOfLevel(code, from, to) << (depth - to.bits));
+        tables.chroma[code] = static_cast<std::uint16_t>(chromaOfLevel(code, from, to) << (depth - to.bits));
     }
 }
 
 void FramePacker::Impl::packWhole(const AVFrame& frame, const Output& out)
 {
-    const int depth = static_cast<int>(target.depth);
-    const Coding from{components->bits(), sourceRange};
-    const Coding to{std::min(components->bits(), depth), target.range};
-    std::vector<std::uint16_t> luma(std::size_t{1} << from.bits);
-    std::vector<std::uint16_t> chroma(luma.size());
-    for (unsigned code = 0; code < luma.size(); ++code) {
-        luma[code] = static_cast<std::uint16_t>(codeOfLevel(code, from, to) << (depth - to.bits));
-        chroma[code] = static_cast<std::uint16_t>(chromaOfLevel(code, from, to) << (depth - to.bits));
-    }
+    fillWholeTables();
     for (int component = 0; component < 3; ++component) {
-        spread(frame, component, component == 0 ? luma : chroma, out);
+        const auto& levels = component == 0 ? tables.luma : tables.chroma;
+        for (int row = 0; row < frame.height; ++row) {
+            const void* codes = plainRow(frame, component, row, frame.width, frame.width, 0);
+            spreadRow(codes, components->wide(), levels, out.row(row), lumaPlace + component, frame.width);
+        }
     }
 }
 
@@ -444,7 +454,7 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
                 const std::ptrdiff_t size = to.bits > 8 ? 2 : 1;
                 for (int plane = 0; plane < 3; ++plane) {
                     const auto* codes = static_cast<const std::byte*>(window.row(plane, row)) + left * size;
-                    spreadRow(codes, size == 2, nullptr, to4 + static_cast<std::ptrdiff_t>(left) * 4 * size,
+                    spreadRow(codes, size == 2, {}, to4 + static_cast<std::ptrdiff_t>(left) * 4 * size,
                               lumaPlace + plane, end - static_cast<int>(left));
                 }
                 return;

@@ -63,7 +63,8 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
     times_ = PacketTimes(settings.timeBase);
     rgbRange_ = settings.rgbRange;
     dither_ = settings.dither;
-    alpha_ = settings.alpha && output_->hasAlpha();
+    // Who names a format with alpha wants what effects make of it.
+    alpha_ = (settings.alpha || !settings.pixelFormat.empty()) && output_->hasAlpha();
     dropsAlpha_ = settings.alpha && !alpha_;
 
     context_->width = settings.width;

@@ -1,16 +1,10 @@
 #include "tools/qxhost/pipeline/FramePipeline.h"
 
-#include "QxFxResources/GPUColourConverter.h"
-#include "QxFxResources/Manager.h"
-#include "image/TechniqueApplication.h"
-#include "platform/CriticalSection.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
-#include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/pipeline/device/Drawing.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
-#include "tools/qxhost/pipeline/effects/WideEffect.h"
+#include "tools/qxhost/pipeline/input/PairsToPicture.h"
 
 #include <algorithm>
 #include <string>
@@ -33,34 +27,6 @@ std::size_t framesInFlight(int width, int height, Media::Depth depth)
         static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4 * componentBytes;
     return std::clamp(budget / std::max<std::size_t>(frame, 1), fewest, most);
 }
-
-/// Tells the decoding techniques, while it lives, how codes stand for levels.
-class FormOfCodes
-{
-public:
-    FormOfCodes(const Media::FramePacker::CodeForm& form, unsigned sampleBits,
-                const LightweightString<wchar_t>& effect)
-        : lock_(FxResources::Manager::instance().gpuLock()), effect_(Image::getShader(effect))
-    {
-        const int unused = std::max(static_cast<int>(sampleBits) - form.bits, 0);
-        set(static_cast<float>(1 << unused), form.halfChroma ? 2.0F : 1.0F);
-    }
-    ~FormOfCodes() { set(1.0F, 1.0F); }
-    FormOfCodes(const FormOfCodes&) = delete;
-    FormOfCodes& operator=(const FormOfCodes&) = delete;
-
-private:
-    void set(float codeStep, float chromaGain)
-    {
-        if (effect_) {
-            effect_->setFloat("pSourceCodeStep", codeStep);
-            effect_->setFloat("pSourceChromaGain", chromaGain);
-        }
-    }
-
-    CriticalSectionScope lock_;
-    Qx::Ptr<iShaderEffect> effect_;
-};
 
 } // namespace
 
@@ -220,31 +186,6 @@ void FramePipeline::pack()
     packed_.close();
 }
 
-Surface FramePipeline::toRGB(const Surface& pairs, const Media::FramePacker::CodeForm& form) const
-{
-    Surface picture = pairs.createDestARGBGPUSurface(format_);
-    if (!picture.getGPUSurface()) {
-        failOnDevice(width_, height_);
-    }
-    const bool wide = job_.source.matrix == Media::Matrix::bt2020;
-    const LightweightString<char> effect = wide ? wideEffect : "ColourConvert.fx";
-    const Drawing drawing = tryDrawing([&] {
-        const FormOfCodes told(form, pairs.getBitsPerComponent(), fromUTF8(effect));
-        return wide ? decodeWide(pairs, picture, job_.outputRange, job_.filter)
-                    : Image::ColourConversion::convertYCrCb422ToRGB(pairs, picture, job_.outputRange,
-                                                                    job_.filter);
-    });
-    if (drawing == Drawing::refused) {
-        throw Failure(ExitCode::effect, std::string(effect.c_str()) +
-                                            ": cannot be used for this conversion; is it installed whole? "
-                                            "'qxhost effects list' shows where effects come from");
-    }
-    if (drawing == Drawing::notRecorded) {
-        failOnDevice(width_, height_);
-    }
-    return picture;
-}
-
 bool FramePipeline::convertFrame(const Packed& frame)
 {
     const Surface uploaded = upload_.upload(frame.image, frame.time, format_);
@@ -252,8 +193,12 @@ bool FramePipeline::convertFrame(const Packed& frame)
         return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
     }
     const Media::Rational rate = job_.input.info().frameRate;
+    const Surface decoded =
+        upload_.isYCrCb()
+            ? toPicture(uploaded, frame.form, job_.source.matrix, format_, job_.outputRange, job_.filter)
+            : uploaded;
     const Surface picture =
-        job_.effects.apply(upload_.isYCrCb() ? toRGB(uploaded, frame.form) : uploaded, format_,
+        job_.effects.apply(decoded, format_,
                            {.seconds = frame.moment.seconds,
                             .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
                             .number = frame.moment.number});

@@ -111,7 +111,6 @@ private:
     void encode();
 
     void makeHostImages();
-    Image::Surface toRGB(const Image::Surface& pairs, const Media::FramePacker::CodeForm& form) const;
     bool convertFrame(const Packed& frame);
 
     ConversionJob job_;

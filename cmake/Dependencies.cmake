@@ -22,6 +22,16 @@ pkg_check_modules(FONTCONFIG REQUIRED IMPORTED_TARGET fontconfig)
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc)
 pkg_check_modules(NETTLE REQUIRED IMPORTED_TARGET nettle)
 
+# Modules of other people's programs are built where these are found; packages.txt has none of them.
+pkg_check_modules(MLT IMPORTED_TARGET mlt-framework-7)
+option(QX_MLT "Build the module of MLT" ${MLT_FOUND})
+if(QX_MLT AND NOT MLT_FOUND)
+    message(FATAL_ERROR "QX_MLT: mlt-framework-7 is not found; install libmlt-dev")
+endif()
+# Where MLT looks for modules and for their descriptions, if it has the prefix of this installation.
+set(QX_MLT_MODULE_DIR ${CMAKE_INSTALL_LIBDIR}/mlt-7 CACHE STRING "Folder of the module of MLT in an installation")
+set(QX_MLT_DATA_DIR ${CMAKE_INSTALL_DATADIR}/mlt-7 CACHE STRING "Folder of its descriptions")
+
 # The program needs none of what tests and benchmarks need.
 if(QX_BUILD_TESTS OR QX_BUILD_BENCHMARKS)
     find_package(GTest QUIET)

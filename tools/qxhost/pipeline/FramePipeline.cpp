@@ -193,15 +193,13 @@ bool FramePipeline::convertFrame(const Packed& frame)
         return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
     }
     const Media::Rational rate = job_.input.info().frameRate;
-    const Surface decoded =
-        upload_.isYCrCb()
-            ? toPicture(uploaded, frame.form, job_.source.matrix, format_, job_.outputRange, job_.filter)
-            : uploaded;
-    const Surface picture =
-        job_.effects.apply(decoded, format_,
-                           {.seconds = frame.moment.seconds,
-                            .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
-                            .number = frame.moment.number});
+    const Surface decoded = upload_.isYCrCb() ? toPicture(uploaded, frame.form, job_.source.matrix, format_,
+                                                          job_.outputRange, job_.filter)
+                                              : uploaded;
+    const Surface picture = job_.effects.apply(decoded, format_,
+                                               {.seconds = frame.moment.seconds,
+                                                .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
+                                                .number = frame.moment.number});
     const Media::Range range =
         job_.outputRange == Image::GamutScaling::Video ? Media::Range::video : Media::Range::full;
     if (job_.burnIn != nullptr) {

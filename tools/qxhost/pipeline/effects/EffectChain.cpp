@@ -175,8 +175,8 @@ std::string holderOf(const Host::CompiledEffect& effect, const std::string& name
 [[noreturn]] void refuseSetting(const Host::CompiledEffect& effect, const EffectRequest& request,
                                 const ParameterSetting& setting)
 {
-    throw WrongOption(ExitCode::effect, request.file + ": \"" + setting.name + "\" cannot be set: " +
-                                            holderOf(effect, setting.name));
+    throw WrongOption(ExitCode::effect, request.file + ": \"" + setting.name +
+                                            "\" cannot be set: " + holderOf(effect, setting.name));
 }
 
 /// The warning of a value outside the range that the effect's author gave; empty if all are in it. A shader
@@ -244,8 +244,7 @@ DateTime localTime()
 
 EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin,
                          Parameters parameters)
-    : begin_(begin ? *begin : localTime()),
-      parameters_(parameters)
+    : begin_(begin ? *begin : localTime()), parameters_(parameters)
 {
     for (const EffectRequest& request : requests) {
         links_.push_back(makeLink(request));
@@ -400,9 +399,8 @@ void EffectChain::set(std::size_t n, const ParameterSetting& setting)
     if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
         refuseSetting(*link.compiled, request, setting);
     }
-    std::erase_if(link.supplied, [&](std::size_t each) {
-        return link.compiled->parameters[each].name == setting.name;
-    });
+    std::erase_if(link.supplied,
+                  [&](std::size_t each) { return link.compiled->parameters[each].name == setting.name; });
 }
 
 void EffectChain::supply(const Link& link, const Host::FrameFacts& facts)

@@ -158,8 +158,7 @@ private:
 };
 
 FrameProcessor::FrameProcessor(const FrameSteps& steps)
-    : steps_(steps),
-      images_(std::make_unique<HostImages>())
+    : steps_(steps), images_(std::make_unique<HostImages>())
 {
     const Lock lock(drawingLock());
     if (!Image::ColourConversion::isInitialised() && !Image::ColourConversion::init()) {

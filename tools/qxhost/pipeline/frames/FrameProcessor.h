@@ -35,10 +35,10 @@ struct FrameSteps
     /// Effects and LUTs. A texture that is to get pictures from the caller has the iTextureFile of
     /// picturesOfCaller().
     std::vector<EffectRequest> effects;
-    BurnInOptions text{}; ///< empty: none
-    std::string clip;     ///< for the text's {clip}
-    std::string timeCode; ///< of frame 0; empty: 00:00:00:00
-    Media::Rational rate; ///< frames a second; num 0: unknown
+    BurnInOptions text{};                             ///< empty: none
+    std::string clip;                                 ///< for the text's {clip}
+    std::string timeCode;                             ///< of frame 0; empty: 00:00:00:00
+    Media::Rational rate;                             ///< frames a second; num 0: unknown
     Image::Filter filter = Image::Filter::CatmullRom; ///< of chroma
 };
 

@@ -159,22 +159,27 @@ std::shared_ptr<Service::Made> Service::obtain()
     return made_;
 }
 
-std::vector<ParameterSetting> Service::settings(const Made& made, const Moment& moment, double progress)
+std::vector<Program::EffectSetting> Service::settings(const Made& made, const Moment& moment, double progress)
 {
     if (made.plan.steps.effects.empty()) {
         return {};
     }
     const Host::CompiledEffect& effect = made.processor->compiled(0);
     std::vector<std::string> problems;
-    std::vector<ParameterSetting> settings = settingsOf(properties(), effect, moment, problems);
+    std::vector<Program::EffectSetting> settings;
+    for (ParameterSetting& value : settingsOf(properties(), effect, moment, problems)) {
+        settings.push_back({0, std::move(value)});
+    }
     for (const std::string& problem : problems) {
         complain(problem);
     }
     const std::string& name = made.plan.progress;
-    const auto isNamed = [&](const auto& each) { return each.name == name; };
-    const bool isThere = std::any_of(effect.parameters.begin(), effect.parameters.end(), isNamed);
-    if (!name.empty() && isThere && std::none_of(settings.begin(), settings.end(), isNamed)) {
-        settings.push_back({name, {static_cast<float>(progress)}});
+    const bool isThere = std::any_of(effect.parameters.begin(), effect.parameters.end(),
+                                     [&](const auto& each) { return each.name == name; });
+    const bool isSet = std::any_of(settings.begin(), settings.end(),
+                                   [&](const auto& each) { return each.value.name == name; });
+    if (!name.empty() && isThere && !isSet) {
+        settings.push_back({0, {name, {static_cast<float>(progress)}}});
     }
     return settings;
 }

@@ -62,7 +62,7 @@ private:
     void takeSecond(Made& made) const;
     void process(Made& made, const Input& first, const Input* second, const Moment& moment, double progress);
     mlt_properties properties() const { return MLT_SERVICE_PROPERTIES(service_); }
-    std::vector<Program::ParameterSetting> settings(const Made& made, const Moment& moment, double progress);
+    std::vector<Program::EffectSetting> settings(const Made& made, const Moment& moment, double progress);
 
     mlt_service service_;
     MakePlan makePlan_;

@@ -183,7 +183,7 @@ TEST_F(MeltTest, reads_numbers_in_any_locale)
     std::vector<std::string> command =
         rendering("clip.mov", {"-filter", "qx.effect", "effect=cc3.fx", "gain=1.25"}, "yuyv422");
     command.insert(command.begin() + 5, "LC_ALL=de_DE.UTF-8");
-    EXPECT_EQ(run(command).exitCode, 0);
+    EXPECT_EQ(rendered(command).exitCode, 0);
     EXPECT_TRUE(areSame(decoded("melt.nut", "yuyv422"),
                         converted("clip.mov", {"--effect", "cc3.fx", "--set", "gain=1.25"}, "yuyv"),
                         smallFrame));
@@ -293,9 +293,9 @@ TEST_F(MeltTest, works_beside_every_module_without_a_display)
 {
     makeClip("clip.mov", "320x180", "uyvy422", "bt601");
     const Outcome outcome =
-        run(meltCommand({"-silent", "clip.mov", "-filter", "qx.effect", "effect=cc3.fx", "gain=1.2",
-                         "-consumer", "avformat:melt.nut", "vcodec=rawvideo", "pix_fmt=yuyv422", "an=1"},
-                        "all"));
+        rendered(meltCommand({"-silent", "clip.mov", "-filter", "qx.effect", "effect=cc3.fx", "gain=1.2",
+                              "-consumer", "avformat:melt.nut", "vcodec=rawvideo", "pix_fmt=yuyv422", "an=1"},
+                             "all"));
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_TRUE(areSame(decoded("melt.nut", "yuyv422"),
                         converted("clip.mov", {"--effect", "cc3.fx", "--set", "gain=1.2"}, "yuyv"),

@@ -176,6 +176,12 @@ FrameProcessor::~FrameProcessor()
     effects_.reset();
 }
 
+void FrameProcessor::set(const EffectSetting& setting)
+{
+    const Lock lock(drawingLock());
+    effects_->set(setting.effect, setting.value);
+}
+
 Surface FrameProcessor::picture(const Input& input, const Qx::Ptr<iHostImage>& image,
                                 const FrameForm& to) const
 {
@@ -233,7 +239,7 @@ Surface FrameProcessor::draw(const std::vector<Input>& inputs, const std::vector
 }
 
 void FrameProcessor::process(const std::vector<Input>& inputs, const FrameForm& to, const Take& take,
-                             const Host::FrameFacts& facts, const std::vector<ParameterSetting>& settings)
+                             const Host::FrameFacts& facts, const std::vector<EffectSetting>& settings)
 {
     std::vector<Qx::Ptr<iHostImage>> images;
     for (const Input& input : inputs) {
@@ -249,8 +255,8 @@ void FrameProcessor::process(const std::vector<Input>& inputs, const FrameForm& 
     Surface result;
     {
         const Lock lock(drawingLock());
-        for (const ParameterSetting& setting : settings) {
-            effects_->set(0, setting);
+        for (const EffectSetting& setting : settings) {
+            effects_->set(setting.effect, setting.value);
         }
         result = draw(inputs, images, to, facts);
         for (const Input& input : inputs) {

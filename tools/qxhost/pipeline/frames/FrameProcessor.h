@@ -42,6 +42,13 @@ struct FrameSteps
     Image::Filter filter = Image::Filter::CatmullRom; ///< of chroma
 };
 
+/// A parameter of the n-th effect.
+struct EffectSetting
+{
+    std::size_t effect = 0;
+    ParameterSetting value;
+};
+
 /// Pictures that the caller gives with each frame.
 class PicturesOfCaller;
 std::shared_ptr<PicturesOfCaller> picturesOfCaller();
@@ -81,11 +88,14 @@ public:
     /// What the n-th effect was compiled to.
     const Host::CompiledEffect& compiled(std::size_t n) const { return effects_->compiled(n); }
 
+    /// Sets a parameter for the frames that follow. Throws Failure (effect) if the effect has none like it.
+    void set(const EffectSetting& setting);
+
     /// The frame that `inputs` has exactly one of, of the same size, in the form `to`; YCbCr that is made of
-    /// RGB has video range, whatever the form says. `settings` change parameters of the first effect, for
+    /// RGB has video range, whatever the form says. `settings` change parameters, for
     /// this frame and later ones. Throws Failure (device, effect, usage).
     void process(const std::vector<Input>& inputs, const FrameForm& to, const Take& take,
-                 const Host::FrameFacts& facts, const std::vector<ParameterSetting>& settings = {});
+                 const Host::FrameFacts& facts, const std::vector<EffectSetting>& settings = {});
 
 private:
     class HostImages;

@@ -160,6 +160,9 @@ private:
 FrameProcessor::FrameProcessor(const FrameSteps& steps)
     : steps_(steps), images_(std::make_unique<HostImages>())
 {
+    if (!steps_.text.text.empty()) {
+        static_cast<void>(BurnInText(steps_.text.text)); // reports mistakes before a frame comes
+    }
     const Lock lock(drawingLock());
     if (!Image::ColourConversion::isInitialised() && !Image::ColourConversion::init()) {
         static_cast<void>(obtainEffect("ColourConvert.fx")); // for its messages

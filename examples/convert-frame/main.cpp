@@ -45,7 +45,8 @@ std::optional<Surface> toRGB(const std::vector<unsigned char>& frame)
         std::copy_n(&frame[y * rowBytes], rowBytes, rows + y * image->getPitch());
     }
     // Nothing waits for the device until the result is mapped.
-    Surface rgb = ColourConversion::convertToRGBA(surface.uploadToGPU(), iGPUImage::eARGB8).copyToHost();
+    Surface onGpu = surface.uploadToGPU();
+    const Surface rgb = ColourConversion::convertToRGBA(onGpu, iGPUImage::eARGB8).copyToHost();
     return rgb.getHostImage() ? std::optional(rgb) : std::nullopt;
 }
 

@@ -445,7 +445,9 @@ void Shutdown::addCallback(Callback callback, int)
 }
 void stopHost()
 {
-    for (const Shutdown::Callback callback : std::vector(shutdownCallbacks())) { // one may add others
+    while (!shutdownCallbacks().empty()) { // one may add others
+        const Shutdown::Callback callback = shutdownCallbacks().back();
+        shutdownCallbacks().pop_back();
         callback(Shutdown::NormalExit);
     }
 }
@@ -458,7 +460,8 @@ CommandRegistrar::CommandRegistrar(const char* name, Handler, const UIString&, c
 }
 CommandRegistrar::~CommandRegistrar() = default;
 
-// Background tasks are run at once.
+// Background tasks are dropped, as by a closed queue: what they would compile is compiled when it is asked
+// for.
 
 namespace {
 
@@ -472,7 +475,7 @@ public:
 class Queue final : public UIBackgroundTasksQueue
 {
 public:
-    void queue(Qx::Ptr<iBackgroundTask> task, bool) override { task->run(); }
+    void queue(Qx::Ptr<iBackgroundTask>, bool) override {}
 };
 
 } // namespace

@@ -22,6 +22,43 @@ pkg_check_modules(FONTCONFIG REQUIRED IMPORTED_TARGET fontconfig)
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc)
 pkg_check_modules(NETTLE REQUIRED IMPORTED_TARGET nettle)
 
+# Modules of other people's programs are built where these are found; packages.txt has none of them. Programs without
+# sanitizers cannot load modules that have them.
+pkg_check_modules(MLT IMPORTED_TARGET mlt-framework-7)
+set(mlt_wanted OFF)
+if(MLT_FOUND AND NOT QX_SANITIZE)
+    set(mlt_wanted ON)
+endif()
+option(QX_MLT "Build the module of MLT" ${mlt_wanted})
+if(QX_MLT AND NOT MLT_FOUND)
+    message(FATAL_ERROR "QX_MLT: mlt-framework-7 is not found; install libmlt-dev")
+endif()
+# Where MLT looks for modules and for their descriptions, if it has the prefix of this installation.
+set(QX_MLT_MODULE_DIR ${CMAKE_INSTALL_LIBDIR}/mlt-7 CACHE STRING "Folder of the module of MLT in an installation")
+set(QX_MLT_DATA_DIR ${CMAKE_INSTALL_DATADIR}/mlt-7 CACHE STRING "Folder of its descriptions")
+
+# The system's Python, whichever is first on the path: pybind11 and numpy are its packages.
+if(NOT Python3_EXECUTABLE AND EXISTS /usr/bin/python3)
+    set(Python3_EXECUTABLE /usr/bin/python3 CACHE FILEPATH "The Python that the package qxfx is for")
+endif()
+find_package(Python3 QUIET COMPONENTS Interpreter Development.Module)
+set(PYTHON_EXECUTABLE ${Python3_EXECUTABLE})
+find_package(pybind11 QUIET CONFIG)
+find_path(DLPACK_INCLUDE_DIR dlpack/dlpack.h)
+set(python_found OFF)
+if(Python3_FOUND AND pybind11_FOUND AND DLPACK_INCLUDE_DIR)
+    set(python_found ON)
+endif()
+set(python_wanted ${python_found})
+if(QX_SANITIZE)
+    set(python_wanted OFF)
+endif()
+option(QX_PYTHON "Build the package qxfx of Python" ${python_wanted})
+if(QX_PYTHON AND NOT python_found)
+    message(FATAL_ERROR "QX_PYTHON: a package is missing; install python3-dev, pybind11-dev and libdlpack-dev")
+endif()
+set(QX_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Folder of the package of Python in an installation")
+
 # The program needs none of what tests and benchmarks need.
 if(QX_BUILD_TESTS OR QX_BUILD_BENCHMARKS)
     find_package(GTest QUIET)

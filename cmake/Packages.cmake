@@ -20,6 +20,12 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_COMPONENTS_ALL program library host development)
+if(QX_MLT)
+    list(APPEND CPACK_COMPONENTS_ALL mlt)
+endif()
+if(QX_PYTHON)
+    list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE "${QX_PACKAGE_REVISION}~deb${release}")
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${QX_PACKAGE_MAINTAINER}")
@@ -76,6 +82,26 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "qxhost (= ${version})")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "GPU image services for video editing (development files)
 Headers of QxFxResources and of its reference host, and what CMake and
 pkg-config need to find both.")
+
+math(EXPR python_after "${Python3_VERSION_MINOR} + 1")
+set(CPACK_DEBIAN_MLT_PACKAGE_NAME mlt-qxfx)
+set(CPACK_DEBIAN_MLT_PACKAGE_SECTION video)
+set(CPACK_COMPONENT_MLT_DEPENDS library host)
+set(CPACK_DEBIAN_MLT_PACKAGE_DEPENDS "qxhost (= ${version})")
+set(CPACK_DEBIAN_MLT_PACKAGE_ENHANCES "melt, kdenlive, shotcut, flowblade")
+set(CPACK_DEBIAN_MLT_DESCRIPTION "effects of QxFxResources for MLT
+A module of the multimedia engine MLT: filters that draw effects, look-up tables
+(LUTs) and text on the GPU, and a transition from effects with two inputs.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-qxfx)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_COMPONENT_PYTHON_DEPENDS library host)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "qxhost (= ${version}), python3 (>= ${Python3_VERSION_MAJOR}.${Python3_VERSION_MINOR}~), python3 (<< ${Python3_VERSION_MAJOR}.${python_after}~)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-numpy")
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "QxFxResources for Python
+Takes frames in arrays through effects, look-up tables (LUTs), text and pixel
+formats on the GPU. Arrays come and go by the buffer protocol and DLPack.")
 
 # What the packages of libraries tell dpkg: to have the linker's cache renewed, and what programs that are linked to them
 # depend on. Until 1.0 any version may change the interface without a new soname: see docs/packages.md.
@@ -153,5 +179,12 @@ qx_package_documents(library libloki-dev)
 qx_package_documents(host
     glslang-dev libfmt-dev libloki-dev libspdlog-dev libtomlplusplus-dev libvulkan-dev spirv-tools)
 qx_package_documents(development)
+if(QX_MLT)
+    qx_package_documents(mlt glslang-dev libfmt-dev libloki-dev nlohmann-json3-dev spirv-tools)
+endif()
+if(QX_PYTHON)
+    qx_package_documents(python
+        glslang-dev libdlpack-dev libfmt-dev libloki-dev nlohmann-json3-dev pybind11-dev spirv-tools)
+endif()
 
 include(CPack)

@@ -16,14 +16,15 @@ protected:
         ASSERT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
     }
 
-    /// Configures a project of tests/system/ against the installation.
-    void configure(const std::string& project, const std::vector<std::string>& options = {}) const
+    /// Configures a project of tests/system/, or of another folder, against the installation.
+    void configure(const std::string& project, const std::vector<std::string>& options = {},
+                   const std::string& folder = "tests/system") const
     {
         std::vector<std::string> command{QX_CMAKE,
                                          "-G",
                                          "Ninja",
                                          "-S",
-                                         QX_SOURCE_FOLDER "/tests/system/" + project,
+                                         std::string(QX_SOURCE_FOLDER) + "/" + folder + "/" + project,
                                          "-B",
                                          at(project).string(),
                                          "-DCMAKE_PREFIX_PATH=" + at("prefix").string()};

@@ -1,16 +1,10 @@
 #include "tools/qxhost/pipeline/FramePipeline.h"
 
-#include "QxFxResources/GPUColourConverter.h"
-#include "QxFxResources/Manager.h"
-#include "image/TechniqueApplication.h"
-#include "platform/CriticalSection.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
-#include "platform/Text.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/pipeline/device/Drawing.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
-#include "tools/qxhost/pipeline/effects/WideEffect.h"
+#include "tools/qxhost/pipeline/input/PairsToPicture.h"
 
 #include <algorithm>
 #include <string>
@@ -33,34 +27,6 @@ std::size_t framesInFlight(int width, int height, Media::Depth depth)
         static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4 * componentBytes;
     return std::clamp(budget / std::max<std::size_t>(frame, 1), fewest, most);
 }
-
-/// Tells the decoding techniques, while it lives, how codes stand for levels.
-class FormOfCodes
-{
-public:
-    FormOfCodes(const Media::FramePacker::CodeForm& form, unsigned sampleBits,
-                const LightweightString<wchar_t>& effect)
-        : lock_(FxResources::Manager::instance().gpuLock()), effect_(Image::getShader(effect))
-    {
-        const int unused = std::max(static_cast<int>(sampleBits) - form.bits, 0);
-        set(static_cast<float>(1 << unused), form.halfChroma ? 2.0F : 1.0F);
-    }
-    ~FormOfCodes() { set(1.0F, 1.0F); }
-    FormOfCodes(const FormOfCodes&) = delete;
-    FormOfCodes& operator=(const FormOfCodes&) = delete;
-
-private:
-    void set(float codeStep, float chromaGain)
-    {
-        if (effect_) {
-            effect_->setFloat("pSourceCodeStep", codeStep);
-            effect_->setFloat("pSourceChromaGain", chromaGain);
-        }
-    }
-
-    CriticalSectionScope lock_;
-    Qx::Ptr<iShaderEffect> effect_;
-};
 
 } // namespace
 
@@ -220,35 +186,14 @@ void FramePipeline::pack()
     packed_.close();
 }
 
-Surface FramePipeline::toRGB(const Surface& frame, const Media::FramePacker::CodeForm& form) const
+Surface FramePipeline::decoded(const Surface& frame, const Media::FramePacker::CodeForm& form) const
 {
-    Surface picture = frame.createDestARGBGPUSurface(format_);
-    if (!picture.getGPUSurface()) {
-        failOnDevice(width_, height_);
+    const Media::FramePacker::Target& source = job_.source;
+    if (source.fullChroma) {
+        return fullChromaToPicture(frame, form, source, format_, job_.outputRange);
     }
-    const bool wide = job_.source.matrix == Media::Matrix::bt2020;
-    const bool full = job_.source.fullChroma;
-    const LightweightString<char> effect = full ? fullChromaEffect : wide ? wideEffect : "ColourConvert.fx";
-    const Drawing drawing = tryDrawing([&] {
-        const FormOfCodes told(form,
-                               full ? static_cast<unsigned>(job_.source.depth) : frame.getBitsPerComponent(),
-                               fromUTF8(effect));
-        if (full) {
-            return decodeFullChroma(frame, picture, job_.source.matrix, job_.source.range, job_.outputRange);
-        }
-        return wide ? decodeWide(frame, picture, job_.outputRange, job_.filter)
-                    : Image::ColourConversion::convertYCrCb422ToRGB(frame, picture, job_.outputRange,
-                                                                    job_.filter);
-    });
-    if (drawing == Drawing::refused) {
-        throw Failure(ExitCode::effect, std::string(effect.c_str()) +
-                                            ": cannot be used for this conversion; is it installed whole? "
-                                            "'qxhost effects list' shows where effects come from");
-    }
-    if (drawing == Drawing::notRecorded) {
-        failOnDevice(width_, height_);
-    }
-    return picture;
+    return upload_.isYCrCb() ? toPicture(frame, form, source.matrix, format_, job_.outputRange, job_.filter)
+                             : frame;
 }
 
 bool FramePipeline::convertFrame(const Packed& frame)
@@ -260,11 +205,10 @@ bool FramePipeline::convertFrame(const Packed& frame)
         return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
     }
     const Media::Rational rate = job_.input.info().frameRate;
-    const Surface picture =
-        job_.effects.apply(full || upload_.isYCrCb() ? toRGB(uploaded, frame.form) : uploaded, format_,
-                           {.seconds = frame.moment.seconds,
-                            .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
-                            .number = frame.moment.number});
+    const Surface picture = job_.effects.apply(decoded(uploaded, frame.form), format_,
+                                               {.seconds = frame.moment.seconds,
+                                                .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
+                                                .number = frame.moment.number});
     if (job_.writeFrom && frame.time.pts < *job_.writeFrom) {
         return true;
     }

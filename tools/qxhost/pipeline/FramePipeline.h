@@ -119,7 +119,7 @@ private:
     void encode();
 
     void makeHostImages();
-    Image::Surface toRGB(const Image::Surface& frame, const Media::FramePacker::CodeForm& form) const;
+    Image::Surface decoded(const Image::Surface& frame, const Media::FramePacker::CodeForm& form) const;
     bool convertFrame(const Packed& frame);
 
     ConversionJob job_;

@@ -3,9 +3,9 @@
 #include "host/core/Suggestion.h"
 #include "host/fonts/TextPainter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
+#include "tools/qxhost/pipeline/burnin/BurnInPosition.h"
 #include "tools/qxhost/pipeline/burnin/BurnInText.h"
 
-#include <array>
 #include <charconv>
 #include <utility>
 
@@ -13,64 +13,17 @@ namespace Qx::Program {
 
 namespace {
 
-struct NamedAnchor
-{
-    const char* name;
-    BurnInAnchor anchor;
-};
-
-constexpr std::array<NamedAnchor, 10> anchors{{{"top-left", {-1, -1}},
-                                               {"top", {0, -1}},
-                                               {"top-right", {1, -1}},
-                                               {"left", {-1, 0}},
-                                               {"centre", {0, 0}},
-                                               {"center", {0, 0}},
-                                               {"right", {1, 0}},
-                                               {"bottom-left", {-1, 1}},
-                                               {"bottom", {0, 1}},
-                                               {"bottom-right", {1, 1}}}};
-
-std::vector<std::string> anchorNames()
-{
-    std::vector<std::string> names;
-    for (const NamedAnchor& anchor : anchors) {
-        if (anchor.name != std::string_view("center")) {
-            names.emplace_back(anchor.name);
-        }
-    }
-    return names;
-}
-
-bool readPlace(const std::string& word, BurnInPlace& place)
-{
-    const char* end = word.data() + word.size();
-    const auto [comma, first] = std::from_chars(word.data(), end, place.x);
-    if (first != std::errc() || comma == end || *comma != ',') {
-        return false;
-    }
-    const auto [stopped, second] = std::from_chars(comma + 1, end, place.y);
-    // No picture is larger, and sums cannot overflow.
-    constexpr int farthest = 1000000;
-    return second == std::errc() && stopped == end && std::abs(place.x) <= farthest &&
-           std::abs(place.y) <= farthest;
-}
-
 using Position = std::variant<BurnInAnchor, BurnInPlace>;
 
 Position readPosition(const CLI::App& command, const std::string& word)
 {
-    for (const NamedAnchor& anchor : anchors) {
-        if (anchor.name == CLI::detail::to_lower(word)) {
-            return anchor.anchor;
-        }
-    }
-    BurnInPlace place;
-    if (!readPlace(word, place)) {
+    const std::optional<Position> position = positionNamed(word);
+    if (!position) {
         complain(command, "--position: invalid value \"" + word + "\"" +
-                              Host::didYouMean(word, anchorNames()) + ": expected " +
-                              CLI::detail::join(anchorNames(), ", ") + ", or X,Y in pixels");
+                              Host::didYouMean(word, positionWords()) + ": expected " +
+                              CLI::detail::join(positionWords(), ", ") + ", or X,Y in pixels");
     }
-    return place;
+    return *position;
 }
 
 int readSize(const CLI::App& command, const std::string& word)

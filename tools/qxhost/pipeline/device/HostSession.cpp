@@ -73,12 +73,11 @@ HostSession::HostSession(const std::string& device, Console* console, Output out
 {
     checkAddressSpace(console);
     start(device, output == Output::quiet, effects == Effects::readyWhenLoaded);
-    const bool usable = Host::gpuService().start();
+    const std::string reason = openDevice();
     if (console != nullptr) {
         tellComplaints(*console);
     }
-    if (!usable) {
-        const std::string reason = Host::gpuService().failure();
+    if (!reason.empty()) {
         Host::stop();
         throw Failure(ExitCode::device, (device.empty() ? "" : "--device " + device + ": ") + reason);
     }
@@ -90,9 +89,20 @@ HostSession::HostSession(Console& console)
     tellComplaints(console);
 }
 
+HostSession::HostSession(const DeviceLater& later)
+{
+    checkAddressSpace(nullptr);
+    start(later.device, true, false);
+}
+
 HostSession::~HostSession()
 {
     Host::stop();
+}
+
+std::string openDevice()
+{
+    return Host::gpuService().start() ? std::string() : Host::gpuService().failure();
 }
 
 std::string deviceName()

@@ -32,10 +32,22 @@ public:
 
     /// Starts the host without a device.
     explicit HostSession(Console& console);
+
+    /// Starts the host for another program, quietly and without its device, which openDevice() opens. Throws
+    /// Failure (device) if devices cannot work in this process.
+    struct DeviceLater
+    {
+        std::string device; ///< the one to open then; empty: the settings choose
+    };
+    explicit HostSession(const DeviceLater& later);
+
     ~HostSession();
     HostSession(const HostSession&) = delete;
     HostSession& operator=(const HostSession&) = delete;
 };
+
+/// Opens the device of the started host. Returns an empty text, or why there is none.
+std::string openDevice();
 
 /// Notes problems with the host's settings and its log.
 void tellComplaints(Console& console);

@@ -170,6 +170,13 @@ std::string holderOf(const Host::CompiledEffect& effect, const std::string& name
     return "the host fills it when it draws";
 }
 
+[[noreturn]] void refuseSetting(const Host::CompiledEffect& effect, const EffectRequest& request,
+                                const ParameterSetting& setting)
+{
+    throw WrongOption(ExitCode::effect, request.file + ": \"" + setting.name +
+                                            "\" cannot be set: " + holderOf(effect, setting.name));
+}
+
 /// The warning of a value outside the range that the effect's author gave; empty if all are in it. A shader
 /// may well take such a value, so that it is no error.
 std::string rangeWarning(const iShaderEffect& effect, const EffectRequest& request,
@@ -185,9 +192,15 @@ std::string rangeWarning(const iShaderEffect& effect, const EffectRequest& reque
            ", which is outside its range " + range.written() + "; it is drawn with that value";
 }
 
-/// The picture or table of a file, which an option or the effect names.
-std::unique_ptr<iTextureFile> openGiven(const EffectRequest& request, const TextureBinding& binding)
+/// What a texture that an option or the effect names gets: the picture or table of a file, or what another
+/// program gives.
+std::shared_ptr<iTextureFile> openGiven(const EffectRequest& request, const TextureBinding& binding)
 {
+    for (const TextureFile& texture : request.textures) {
+        if (texture.name == binding.texture && texture.pictures) {
+            return texture.pictures;
+        }
+    }
     try {
         return openTexture(request.file, binding);
     } catch (const Failure& failure) {
@@ -221,8 +234,9 @@ bool reads(const std::vector<TextureBinding>& bindings, TextureBinding::Kind kin
 
 } // namespace
 
-EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin)
-    : begin_(begin ? *begin : localTime())
+EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin,
+                         Parameters parameters)
+    : begin_(begin ? *begin : localTime()), parameters_(parameters)
 {
     for (const EffectRequest& request : requests) {
         links_.push_back(makeLink(request));
@@ -288,7 +302,8 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request, std::optio
     Link link;
     link.file = request.file;
     link.effect = obtainEffect(request.file);
-    if (isInUse(link.effect)) {
+    const bool isOthers = parameters_ == Parameters::own && isCatalogued(request.file);
+    if (isOthers || isInUse(link.effect)) {
         // A second use of the same file has parameters of its own.
         link.effect = compileEffectFile(effectPath(request.file));
     }
@@ -327,7 +342,9 @@ void EffectChain::takeTextures(Link& link, const EffectRequest& request)
                                                 binding.obstacle);
         } else if (binding.kind == TextureBinding::Kind::file) {
             link.files.emplace_back(lightweight(binding.texture), openGiven(request, binding));
-            textureFiles_.push_back(binding.file);
+            if (!binding.file.empty()) {
+                textureFiles_.push_back(binding.file);
+            }
             warnOfCube(request.file, effect, binding.texture, link.files.back().second->at({}).get());
         } else {
             link.bindings.push_back(std::move(binding));
@@ -388,8 +405,7 @@ void EffectChain::takeParameters(Link& link, const EffectRequest& request)
 {
     for (const ParameterSetting& setting : request.settings) {
         if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
-            throw WrongOption(ExitCode::effect, request.file + ": \"" + setting.name + "\" cannot be set: " +
-                                                    holderOf(*link.compiled, setting.name));
+            refuseSetting(*link.compiled, request, setting);
         }
         if (std::string warning = rangeWarning(*link.effect, request, setting); !warning.empty()) {
             warnings_.push_back(std::move(warning));
@@ -404,6 +420,18 @@ void EffectChain::takeParameters(Link& link, const EffectRequest& request)
             link.supplied.push_back(i);
         }
     }
+}
+
+void EffectChain::set(std::size_t n, const ParameterSetting& setting)
+{
+    Link& link = links_[n];
+    EffectRequest request;
+    request.file = link.file;
+    if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
+        refuseSetting(*link.compiled, request, setting);
+    }
+    std::erase_if(link.supplied,
+                  [&](std::size_t each) { return link.compiled->parameters[each].name == setting.name; });
 }
 
 void EffectChain::supply(const Link& link, const Host::FrameFacts& facts)

@@ -23,10 +23,18 @@ namespace Qx::Program {
 class EffectChain
 {
 public:
+    /// Whose values the parameters of an effect of the catalogue are.
+    enum class Parameters
+    {
+        shared, ///< the process's: for the one chain that is drawn
+        own     ///< the chain's: for chains that are drawn in turn
+    };
+
     /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. `begin` is the
     /// date of the clip's beginning; now without it. Throws Failure (effect), a WrongOption for what the
     /// effect has not.
-    explicit EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin = {});
+    explicit EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin = {},
+                         Parameters parameters = Parameters::shared);
 
     std::size_t size() const { return links_.size(); }
 
@@ -39,6 +47,12 @@ public:
     /// The first effect that draws over its own result of the frame before, and so needs all frames before;
     /// empty if there is none.
     std::string recursiveEffect() const;
+
+    /// What the n-th effect was compiled to.
+    const Host::CompiledEffect& compiled(std::size_t n) const { return *links_[n].compiled; }
+
+    /// Sets a parameter of the n-th effect for the frames that follow. Throws WrongOption.
+    void set(std::size_t n, const ParameterSetting& setting);
 
     /// What a user should know of the settings, a line each.
     const std::vector<std::string>& warnings() const { return warnings_; }
@@ -61,7 +75,7 @@ private:
         const Host::CompiledEffect* compiled = nullptr;
         std::vector<std::size_t> supplied; ///< parameters that every frame sets
         std::vector<TextureBinding> bindings;
-        std::vector<std::pair<LightweightString<char>, std::unique_ptr<iTextureFile>>> files;
+        std::vector<std::pair<LightweightString<char>, std::shared_ptr<iTextureFile>>> files;
         Image::Surface pictureBefore; ///< of the last frame; empty unless it is read
         Image::Surface resultBefore;
     };
@@ -83,6 +97,7 @@ private:
     bool isInUse(const Qx::Ptr<iShaderEffect>& effect) const;
 
     const DateTime begin_;
+    const Parameters parameters_;
     std::vector<Link> links_;
     std::vector<std::filesystem::path> textureFiles_;
     std::vector<std::string> warnings_;

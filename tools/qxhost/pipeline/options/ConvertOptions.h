@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
@@ -29,11 +30,14 @@ struct ParameterSetting
     std::vector<float> values; ///< at least one, all finite
 };
 
-/// One "--texture NAME=FILE".
+class iTextureFile;
+
+/// One "--texture NAME=FILE", or a texture whose pictures another program gives.
 struct TextureFile
 {
-    std::string name;           ///< of the effect's texture
-    std::filesystem::path file; ///< a picture or a clip
+    std::string name;                         ///< of the effect's texture
+    std::filesystem::path file;               ///< a picture or a clip
+    std::shared_ptr<iTextureFile> pictures{}; ///< if it is set, there is no file
 };
 
 /// One "--effect FILE" or "--lut FILE" with its further options.

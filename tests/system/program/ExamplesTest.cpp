@@ -1,0 +1,60 @@
+#include "tests/system/program/Installation.h"
+
+namespace Qx::System {
+
+namespace {
+
+/// The programs of examples/, built against an installation as their readers build them.
+class Examples : public Installation
+{
+protected:
+    Outcome builtByCMake(const std::string& name) const
+    {
+        configure(name, {}, "examples");
+        build(name);
+        return run({at(name + "/" + name).string()});
+    }
+
+    /// Compiles a program of one source with the flags that pkg-config gives.
+    Outcome builtByPkgConfig(const std::string& source, const std::string& packages) const
+    {
+        const std::string folder = libraryFolder().string();
+        const Outcome built =
+            run({"sh", "-c",
+                 "g++ -std=c++20 " + source + " -o program $(PKG_CONFIG_PATH=" + folder +
+                     "/pkgconfig pkg-config --cflags --libs " + packages + ") -Wl,-rpath," + folder});
+        EXPECT_EQ(built.exitCode, 0) << built.err;
+        return run({at("program").string()});
+    }
+};
+
+TEST_F(Examples, a_frame_in_memory_becomes_rgb)
+{
+    const Outcome outcome = builtByCMake("convert-frame");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    // (180 - 16) / 219 of 255 is 190.96.
+    EXPECT_EQ(outcome.out, "1920 x 1080, first pixel 255 191 191 191\n");
+}
+
+TEST_F(Examples, a_host_of_its_own_draws_a_technique)
+{
+    const Outcome outcome = builtByCMake("minimal-host");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find("1 effect, first pixel 0 245 235 225\n"), std::string::npos) << outcome.out;
+    const Outcome libraries = run({"ldd", at("minimal-host/minimal-host").string()});
+    EXPECT_EQ(libraries.out.find("libQxHost"), std::string::npos) << libraries.out;
+    EXPECT_NE(libraries.out.find("libQxFxResources"), std::string::npos) << libraries.out;
+}
+
+TEST_F(Examples, they_build_with_the_flags_of_pkg_config)
+{
+    const std::string examples = std::string(QX_SOURCE_FOLDER) + "/examples/";
+    EXPECT_EQ(builtByPkgConfig(examples + "convert-frame/main.cpp", "qxfxresources qxhost").out,
+              "1920 x 1080, first pixel 255 191 191 191\n");
+    const Outcome host = builtByPkgConfig("-rdynamic " + examples + "minimal-host/*.cpp", "qxfxresources");
+    EXPECT_NE(host.out.find("first pixel 0 245 235 225\n"), std::string::npos) << host.out << host.err;
+}
+
+} // namespace
+
+} // namespace Qx::System

@@ -224,7 +224,9 @@ TEST_F(Pipes, an_input_that_ends_in_the_middle_is_said)
             shell("head -c " + size + " whole." + container + " | qxhost convert - - > out.nut");
         expectHas(outcome.err, "codes 0 3");
         expectHas(outcome.err, "standard input: is damaged or incomplete");
-        expectHas(probe("out.nut", "nb_read_frames"), "=5");
+        // Some decoders patch the frame that is cut, others refuse it.
+        const std::string frames = probe("out.nut", "nb_read_frames");
+        EXPECT_TRUE(frames == "nb_read_frames=5\n" || frames == "nb_read_frames=6\n") << container << frames;
     }
     EXPECT_EQ(qxhost({"convert", "whole.y4m", "out.mov"}).exitCode, 0);
     const Outcome empty = shell("true | qxhost convert - out.mov --force");

@@ -6,6 +6,7 @@
 #include "tools/qxhost/farm/run/Slurm.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <map>
 #include <vector>
 

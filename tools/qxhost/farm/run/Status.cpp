@@ -1,4 +1,4 @@
-#include "tools/qxhost/farm/pieces/Status.h"
+#include "tools/qxhost/farm/run/Status.h"
 
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/farm/pieces/Joining.h"

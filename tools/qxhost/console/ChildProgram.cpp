@@ -50,7 +50,11 @@ private:
 };
 
 ChildProgram::ChildProgram() = default;
-ChildProgram::~ChildProgram() = default;
+ChildProgram::~ChildProgram()
+{
+    stop();
+    wait();
+}
 ChildProgram::ChildProgram(ChildProgram&&) noexcept = default;
 ChildProgram& ChildProgram::operator=(ChildProgram&&) noexcept = default;
 
@@ -96,7 +100,7 @@ ChildProgram ChildProgram::named(const std::string& name, const std::vector<std:
 
 bool ChildProgram::reap(int options)
 {
-    if (!out_) {
+    if (!isRunning()) {
         return true;
     }
     int status = 0;
@@ -127,7 +131,7 @@ void ChildProgram::wait()
 
 void ChildProgram::stop() const
 {
-    if (out_) {
+    if (isRunning()) {
         ::kill(process_, SIGTERM);
     }
 }

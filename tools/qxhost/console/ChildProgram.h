@@ -10,13 +10,14 @@
 namespace Qx::Program {
 
 /// Another program, or this one once more, whose outputs are kept in memory. It is asked to end if this one
-/// dies.
+/// dies, and when this object does, which then waits for it.
 class ChildProgram
 {
 public:
     ChildProgram();
     ~ChildProgram();
     ChildProgram(ChildProgram&&) noexcept;
+    /// Not while a program runs.
     ChildProgram& operator=(ChildProgram&&) noexcept;
 
     /// Starts this program with these arguments. `what` names it in messages ("a conversion"). Throws Failure
@@ -45,6 +46,8 @@ private:
 
     static ChildProgram start(const char* file, std::vector<std::string> words, const std::string& what);
     bool reap(int options);
+    /// It was started, and its end is not known yet.
+    bool isRunning() const { return out_ && process_ > 0; }
 
     pid_t process_ = -1;
     std::unique_ptr<Caught> out_;

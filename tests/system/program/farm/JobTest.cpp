@@ -76,6 +76,10 @@ TEST_F(Jobs, what_is_done_is_not_done_again)
     EXPECT_EQ(qxhost({"farm", "resume", "film.job"}).exitCode, 0);
     EXPECT_EQ(fs::last_write_time(at("film.job/graded.mov")), written);
     EXPECT_EQ(qxhost({"farm", "verify", "film.job"}).exitCode, 0);
+    fs::remove(at("film.job/joined.json"));
+    EXPECT_EQ(qxhost({"farm", "resume", "film.job"}).exitCode, 0)
+        << "the join was killed before it noted its end";
+    EXPECT_EQ(status()["joined"], true);
 }
 
 TEST_F(Jobs, a_damaged_or_missing_piece_is_told_and_made_again)

@@ -4,8 +4,8 @@
 #include "tools/qxhost/farm/job/Contents.h"
 #include "tools/qxhost/farm/pieces/Joining.h"
 #include "tools/qxhost/farm/pieces/Pieces.h"
-#include "tools/qxhost/farm/pieces/Status.h"
 #include "tools/qxhost/farm/run/Slurm.h"
+#include "tools/qxhost/farm/run/Status.h"
 #include "tools/qxhost/farm/run/Workers.h"
 #include "tools/qxhost/media/files/PartFiles.h"
 

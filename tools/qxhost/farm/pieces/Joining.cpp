@@ -297,7 +297,8 @@ ExitCode joinJob(const Job& job, const JoinOptions& wanted, const std::atomic<bo
                                             job.output.extension().string() +
                                             " files; choose a name that ends so");
     }
-    options.force = wanted.force;
+    // In the job's folder there can only be what a join has left that was killed before it could note it.
+    options.force = wanted.force || wanted.output.empty();
     options.quiet = wanted.quiet;
     joinAs(kind, job, records, options, stopped, console);
     if (wanted.output.empty()) {

@@ -1,4 +1,4 @@
-#include "tools/qxhost/farm/pieces/Status.h"
+#include "tools/qxhost/farm/run/Status.h"
 
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/farm/pieces/Joining.h"
@@ -6,6 +6,7 @@
 #include "tools/qxhost/farm/run/Slurm.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <map>
 #include <vector>
 

@@ -102,6 +102,9 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-numpy")
 set(CPACK_DEBIAN_PYTHON_DESCRIPTION "QxFxResources for Python
 Takes frames in arrays through effects, look-up tables (LUTs), text and pixel
 formats on the GPU. Arrays come and go by the buffer protocol and DLPack.")
+# Compiles the package's files for Python, and removes what that left.
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/cmake/packages/python/postinst ${PROJECT_SOURCE_DIR}/cmake/packages/python/prerm)
 
 # What the packages of libraries tell dpkg: to have the linker's cache renewed, and what programs that are linked to them
 # depend on. Until 1.0 any version may change the interface without a new soname: see docs/packages.md.

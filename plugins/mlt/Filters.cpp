@@ -15,29 +15,21 @@ Service& serviceOf(mlt_filter filter)
     return *static_cast<Service*>(filter->child);
 }
 
-/// Rows of an odd width have half a pair at their end; such images are drawn as R G B A.
-bool isHalfPaired(const Image& image)
-{
-    return image.format != mlt_image_rgba && image.width % 2 != 0;
-}
-
 int filterImage(mlt_frame frame, std::uint8_t** buffer, mlt_image_format* format, int* width, int* height,
                 int /*writable*/)
 {
     auto* const filter = static_cast<mlt_filter>(mlt_frame_pop_service(frame));
-    *format = workingFormat(*format);
-    const int error = mlt_frame_get_image(frame, buffer, format, width, height, 1);
-    if (error != 0 || *buffer == nullptr) {
-        return error;
+    Image image;
+    const int error = imageOf(frame, *format, *width, *height, true, image);
+    *buffer = image.data;
+    *format = image.format;
+    *width = image.width;
+    *height = image.height;
+    if (error == 0 && image.data != nullptr) {
+        const Moment moment{mlt_filter_get_position(filter, frame), mlt_filter_get_length2(filter, frame)};
+        serviceOf(filter).draw({image, frame}, nullptr, moment, mlt_filter_get_progress(filter, frame));
     }
-    Image image{*buffer, *format, *width, *height};
-    if (isHalfPaired(image) && frame->convert_image != nullptr &&
-        frame->convert_image(frame, buffer, format, mlt_image_rgba) == 0) {
-        image = {*buffer, *format, *width, *height};
-    }
-    const Moment moment{mlt_filter_get_position(filter, frame), mlt_filter_get_length2(filter, frame)};
-    serviceOf(filter).draw({image, frame}, nullptr, moment, mlt_filter_get_progress(filter, frame));
-    return 0;
+    return error;
 }
 
 mlt_frame filterFrame(mlt_filter filter, mlt_frame frame)

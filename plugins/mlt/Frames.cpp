@@ -146,6 +146,18 @@ mlt_image_format workingFormat(mlt_image_format asked)
     }
 }
 
+int imageOf(mlt_frame frame, mlt_image_format asked, int width, int height, bool writable, Image& image)
+{
+    image = {nullptr, workingFormat(asked), width, height};
+    const int error =
+        mlt_frame_get_image(frame, &image.data, &image.format, &image.width, &image.height, writable ? 1 : 0);
+    const bool isHalfPaired = image.format != mlt_image_rgba && image.width % 2 != 0;
+    if (error == 0 && image.data != nullptr && isHalfPaired && frame->convert_image != nullptr) {
+        return frame->convert_image(frame, &image.data, &image.format, mlt_image_rgba);
+    }
+    return error;
+}
+
 std::optional<FrameForm> formOf(const Image& image, mlt_frame frame, mlt_profile profile)
 {
     FrameForm form;
@@ -155,7 +167,8 @@ std::optional<FrameForm> formOf(const Image& image, mlt_frame frame, mlt_profile
         form.format = {Host::findFormat(Qx::Image::RGBA), 8};
         return form;
     }
-    if (image.format != mlt_image_yuv422 && image.format != mlt_image_yuv422p16) {
+    const bool isPaired = image.format == mlt_image_yuv422 || image.format == mlt_image_yuv422p16;
+    if (!isPaired || image.width % 2 != 0) {
         return std::nullopt;
     }
     mlt_properties properties = MLT_FRAME_PROPERTIES(frame);

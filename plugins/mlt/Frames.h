@@ -24,6 +24,10 @@ struct Image
     int height = 0;
 };
 
+/// The frame's image in a working format, the one for `asked`: its data are empty if there is none. Rows of
+/// 4:2:2 of an odd width end with half a pair: such images are R G B A. Returns MLT's error.
+int imageOf(mlt_frame frame, mlt_image_format asked, int width, int height, bool writable, Image& image);
+
 /// What the frame says of its image; empty if the image is in no working format. Colours that the frame does
 /// not state are those of the profile.
 std::optional<Program::FrameForm> formOf(const Image& image, mlt_frame frame, mlt_profile profile);

@@ -34,8 +34,11 @@ std::string stampOf(const std::string& file)
 /// Tells plans apart: another key needs another processor. A file that was saved anew is another one.
 std::string keyOf(const Service::Plan& plan)
 {
-    std::string key = plan.steps.text.text + '\n' + plan.steps.text.font + '\n' +
-                      std::to_string(plan.steps.text.size) + '\n' + plan.second;
+    const Program::BurnInOptions& text = plan.steps.text;
+    std::string key = text.text + '\n' + text.font + '\n' + std::to_string(text.size) + '\n' +
+                      plan.steps.clip + '\n' + plan.steps.timeCode + '\n' + plan.second + '\n' +
+                      plan.progress + '\n' +
+                      (plan.toMatrix ? std::to_string(static_cast<int>(*plan.toMatrix)) : "");
     for (const EffectRequest& request : plan.steps.effects) {
         key += '\n' + request.file + '\n' + stampOf(request.file) + '\n' + request.technique + '\n' +
                request.lut + '\n' + stampOf(request.lut);
@@ -43,10 +46,10 @@ std::string keyOf(const Service::Plan& plan)
             key += '\n' + texture.name + '\n' + texture.file.string();
         }
     }
-    if (const auto* place = std::get_if<Program::BurnInPlace>(&plan.steps.text.position)) {
+    if (const auto* place = std::get_if<Program::BurnInPlace>(&text.position)) {
         return key + '\n' + std::to_string(place->x) + ' ' + std::to_string(place->y);
     }
-    const auto& anchor = std::get<Program::BurnInAnchor>(plan.steps.text.position);
+    const auto& anchor = std::get<Program::BurnInAnchor>(text.position);
     return key + "\nanchor " + std::to_string(anchor.across) + ' ' + std::to_string(anchor.down);
 }
 
@@ -193,7 +196,8 @@ void Service::process(Made& made, const Input& first, const Input* second, const
     const std::optional<FrameForm> other =
         second != nullptr ? formOf(second->image, second->frame, profile) : form;
     if (!form || !other) {
-        complain("the image has a format that cannot be converted; expected yuv422, yuv422p16 or rgba");
+        complain("the image has a format that cannot be converted: expected yuv422 or yuv422p16 of an even "
+                 "width, or rgba");
         return;
     }
     std::vector<Input> inputs;

@@ -12,28 +12,26 @@ int transitionImage(mlt_frame frame, std::uint8_t** buffer, mlt_image_format* fo
 {
     mlt_frame other = mlt_frame_pop_frame(frame);
     auto* const transition = static_cast<mlt_transition>(mlt_frame_pop_service(frame));
-    *format = workingFormat(*format);
-    const int error = mlt_frame_get_image(frame, buffer, format, width, height, 1);
-    if (error != 0 || *buffer == nullptr || *width % 2 != 0) {
+    Image first;
+    const int error = imageOf(frame, *format, *width, *height, true, first);
+    *buffer = first.data;
+    *format = first.format;
+    *width = first.width;
+    *height = first.height;
+    if (error != 0 || first.data == nullptr) {
         return error;
     }
-    std::uint8_t* otherBuffer = nullptr;
-    mlt_image_format otherFormat = *format;
-    int otherWidth = *width;
-    int otherHeight = *height;
     mlt_properties_pass_list(
         MLT_FRAME_PROPERTIES(other), MLT_FRAME_PROPERTIES(frame),
         "consumer.deinterlacer,consumer.progressive,consumer.rescale,consumer.color_trc");
-    const int failed = mlt_frame_get_image(other, &otherBuffer, &otherFormat, &otherWidth, &otherHeight, 0);
-    if (failed != 0 || otherBuffer == nullptr || otherWidth % 2 != 0) {
-        return error;
+    Image second;
+    if (imageOf(other, *format, *width, *height, false, second) == 0 && second.data != nullptr) {
+        const Moment moment{mlt_transition_get_position(transition, frame),
+                            mlt_transition_get_length(transition)};
+        const Service::Input input{second, other};
+        static_cast<Service*>(transition->child)
+            ->draw({first, frame}, &input, moment, mlt_transition_get_progress(transition, frame));
     }
-    const Moment moment{mlt_transition_get_position(transition, frame),
-                        mlt_transition_get_length(transition)};
-    const Service::Input second{{otherBuffer, otherFormat, otherWidth, otherHeight}, other};
-    static_cast<Service*>(transition->child)
-        ->draw({{*buffer, *format, *width, *height}, frame}, &second, moment,
-               mlt_transition_get_progress(transition, frame));
     return 0;
 }
 

@@ -232,6 +232,26 @@ TEST_F(MltService, draws_an_effect_that_is_set_while_frames_are_asked_for)
     }
 }
 
+TEST_F(MltService, follows_a_matrix_that_is_set_while_frames_are_asked_for)
+{
+    const Bytes codes = codesOf(std::size_t{64} * 8 * 2);
+    const Filter filter = makeFilter("qx.convert", {{"matrix", "bt601"}});
+    EXPECT_EQ(filtered(filter, codes, mlt_image_yuv422, 64, 8).colourSpace, 601);
+    mlt_properties_set(MLT_FILTER_PROPERTIES(filter.get()), "matrix", "bt709");
+    const Result result = filtered(filter, codes, mlt_image_yuv422, 64, 8);
+    EXPECT_EQ(result.colourSpace, 709);
+    EXPECT_EQ(result.bytes, codes) << logged();
+}
+
+/// MLT has no place for the half pair at the end of such rows.
+TEST_F(MltService, passes_on_pairs_of_an_odd_width_that_nobody_can_convert)
+{
+    const Bytes codes = codesOf(std::size_t{65} * 8 * 2);
+    const Filter filter = makeFilter("qx.effect", {{"effect", "cc3.fx"}, {"gain", "0.5"}});
+    EXPECT_EQ(filtered(filter, codes, mlt_image_yuv422, 65, 8).bytes, codes);
+    EXPECT_NE(logged().find("cannot be converted"), std::string::npos) << logged();
+}
+
 /// Two services of one effect have parameters of their own.
 TEST_F(MltService, keeps_parameters_of_two_filters_apart)
 {

@@ -301,8 +301,8 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request, std::optio
 {
     Link link;
     link.file = request.file;
-    link.effect = obtainEffect(request.file);
     const bool isOthers = parameters_ == Parameters::own && isCatalogued(request.file);
+    link.effect = isOthers ? Qx::Ptr<iShaderEffect>() : obtainEffect(request.file);
     if (isOthers || isInUse(link.effect)) {
         // A second use of the same file has parameters of its own.
         link.effect = compileEffectFile(effectPath(request.file));

@@ -228,6 +228,7 @@ TEST_P(ShippedPreset, makes_what_it_says)
     EXPECT_EQ(probe(shipped.file, "pix_fmt"), std::string("pix_fmt=") + shipped.pixelFormat + "\n");
     EXPECT_EQ(probe(shipped.file, "width"), "width=" + std::to_string(shipped.width) + "\n");
     EXPECT_EQ(probe(shipped.file, "nb_read_frames"), "nb_read_frames=3\n");
+    EXPECT_EQ(probe(shipped.file, "r_frame_rate"), "r_frame_rate=25/1\n");
     EXPECT_EQ(probe(shipped.file, "codec_name", "a"), std::string("codec_name=") + shipped.audio + "\n");
 }
 

@@ -912,8 +912,9 @@ void refuseUnsplittable(const Conversion& conversion, const EffectChain& effects
         fail("--after: what its filters make of a frame may depend on others, so the conversion cannot be "
              "split; leave out --segments, or use --resize, --crop or --pad");
     }
-    for (const auto& [graph, option] :
-         {std::pair(options.filters.before, "--before "), {options.filters.shortForms, "the filter "}}) {
+    for (const auto& [graph, option] : {std::pair(options.filters.before, "--before "),
+                                        {options.filters.deinterlace, "the filter "},
+                                        {options.filters.shortForms, "the filter "}}) {
         if (const std::string filter = Media::dependentFilter(graph); !filter.empty()) {
             fail(option + filter +
                  ": this filter may look at other frames than the one that it makes, or at files, so the "

@@ -67,6 +67,11 @@ void FarmTest::makeJob(Words arguments) const
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
 }
 
+Outcome FarmTest::withFilesUpTo32MiB(const std::string& arguments) const
+{
+    return run({"sh", "-c", "ulimit -f 65536; exec '" + programPath() + "' " + arguments});
+}
+
 nlohmann::json FarmTest::status() const
 {
     const Outcome outcome = qxhost({"farm", "status", "film.job", "--json"});

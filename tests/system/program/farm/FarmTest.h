@@ -32,6 +32,9 @@ protected:
     void makeJob(Words arguments) const;
 
     nlohmann::json status() const;
+
+    /// Runs the program under a limit on the size of files, to which a software device's memory is far from.
+    Outcome withFilesUpTo32MiB(const std::string& arguments) const;
 };
 
 } // namespace Qx::System

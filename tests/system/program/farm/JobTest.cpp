@@ -160,9 +160,11 @@ TEST_F(Jobs, a_worker_that_is_killed_is_tried_again)
 
 TEST_F(Jobs, a_piece_that_fails_is_named_with_the_reason_and_leaves_the_others_alone)
 {
-    makeJob({"--segments", "2"});
-    const Outcome failed =
-        run({"sh", "-c", "ulimit -f 64; exec '" + programPath() + "' farm run-piece film.job 1"});
+    const Words large{"--format", "b48r", "--resize", "640x"};
+    Words arguments = large;
+    arguments.insert(arguments.end(), {"--segments", "2"});
+    makeJob(arguments);
+    const Outcome failed = withFilesUpTo32MiB("farm run-piece film.job 1");
     EXPECT_EQ(failed.exitCode, 4) << failed.err;
     EXPECT_EQ(qxhost({"farm", "run-piece", "film.job", "0"}).exitCode, 0);
     const auto known = status();
@@ -174,7 +176,7 @@ TEST_F(Jobs, a_piece_that_fails_is_named_with_the_reason_and_leaves_the_others_a
     EXPECT_NE(qxhost({"farm", "status", "film.job"}).out.find("failed: piece 1 on "), std::string::npos);
     EXPECT_EQ(qxhost({"farm", "resume", "film.job"}).exitCode, 0);
     EXPECT_EQ(status()["pieces"][1]["state"], "done");
-    expectGradedIsOneRun({});
+    expectGradedIsOneRun(large);
 }
 
 TEST_F(Jobs, the_same_piece_made_twice_at_a_time_is_whole)

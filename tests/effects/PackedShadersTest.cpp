@@ -147,23 +147,32 @@ TEST(PackedShaders, ReadPicturesAtTheirOwnPlaceWhereTheCoordinateIsTakenAsItIs)
     EXPECT_EQ(placesIn("MinFilter = Linear; MagFilter = Linear;", "return tex2D(S, uv);"), none);
 }
 
-TEST(PackedShaders, AreLeftOutOfTechniquesThatSaySo)
+using Depths = CompiledEffect::PackedShader::Depths;
+
+/// The depths between which a technique with these annotations has packed shaders.
+std::vector<Depths> depthsOf(const std::string& annotation)
 {
-    const auto shadersOf = [](const std::string& annotation) {
-        const Qx::Test::TemporaryDirectory directory;
-        EffectCompilerOptions options;
-        options.packed = true;
-        const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
+    const Qx::Test::TemporaryDirectory directory;
+    EffectCompilerOptions options;
+    options.packed = true;
+    const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
 float4 entry(int2 pos : VPOS) : COLORCODE { return pos.x; }
 technique T )" + annotation + R"( { pass { PixelShader = compile ps_3_0 entry(); } }
 )"),
-                                                       options);
-        EXPECT_NE(result.effect, nullptr) << result.messages;
-        return result.effect->techniques[0].passes[0].packed.size();
-    };
-    EXPECT_GT(shadersOf(""), 0U);
-    EXPECT_GT(shadersOf("< bool Packed = true; >"), 0U);
-    EXPECT_EQ(shadersOf("< bool Packed = false; >"), 0U);
+                                                   options);
+    EXPECT_NE(result.effect, nullptr) << result.messages;
+    std::vector<Depths> depths;
+    for (const CompiledEffect::PackedShader& shader : result.effect->techniques[0].passes[0].packed) {
+        depths.push_back(shader.depths);
+    }
+    return depths;
+}
+
+TEST(PackedShaders, AreLeftOutOfTechniquesThatSaySo)
+{
+    EXPECT_FALSE(depthsOf("").empty());
+    EXPECT_FALSE(depthsOf("< bool Packed = true; >").empty());
+    EXPECT_TRUE(depthsOf("< bool Packed = false; >").empty());
 }
 
 TEST(PackedShaders, AreMadeOnceOfALongTechnique)
@@ -182,23 +191,6 @@ TEST(PackedShaders, AreMadeOnceOfALongTechnique)
 
 TEST(PackedShaders, ExistBetweenDepthsForTechniquesThatSaySo)
 {
-    using Depths = CompiledEffect::PackedShader::Depths;
-    const auto depthsOf = [](const std::string& annotation) {
-        const Qx::Test::TemporaryDirectory directory;
-        EffectCompilerOptions options;
-        options.packed = true;
-        const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
-float4 entry(int2 pos : VPOS) : COLORCODE { return pos.x; }
-technique T )" + annotation + R"( { pass { PixelShader = compile ps_3_0 entry(); } }
-)"),
-                                                       options);
-        EXPECT_NE(result.effect, nullptr) << result.messages;
-        std::vector<Depths> depths;
-        for (const CompiledEffect::PackedShader& shader : result.effect->techniques[0].passes[0].packed) {
-            depths.push_back(shader.depths);
-        }
-        return depths;
-    };
     const std::vector<Depths> usual{{8, 8}, {16, 16}};
     const std::vector<Depths> mixed{{8, 8}, {16, 16}, {8, 16}, {16, 8}};
     EXPECT_EQ(depthsOf(""), usual);

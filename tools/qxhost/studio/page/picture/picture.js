@@ -125,6 +125,8 @@ const draw = oncePerDrawing(() => {
         const all = panes()[0];
         drawPane(context, {...all, of: 'before'}, {x: 0, y: 0, width: Math.round(wipePlace()), height: canvas.height});
     }
+    if (studio.compare.way === 'side' || studio.compare.way === 'wipe')
+        drawNames(context);
     wipe.hidden = studio.compare.way !== 'wipe';
     wipe.style.left = `${wipePlace() / canvas.width * 100}%`;
     const text = view.scale === null ? 'fit' : `${view.scale >= 1 ? Math.round(view.scale * 100) : (view.scale * 100).toFixed(0)} %`;
@@ -132,6 +134,29 @@ const draw = oncePerDrawing(() => {
     for (const listener of listeners)
         listener();
 });
+
+// Says in the lower corners which picture is which.
+function drawNames(context) {
+    const scale = window.devicePixelRatio || 1;
+    const all = panes();
+    const names = [byId('against').selectedOptions[0]?.textContent ?? '', 'the result'];
+    context.font = `${11 * scale}px system-ui, sans-serif`;
+    context.textBaseline = 'bottom';
+    const write = (name, x, y, align) => {
+        context.textAlign = align;
+        context.lineWidth = 3 * scale;
+        context.strokeStyle = 'rgb(0 0 0 / 70%)';
+        context.strokeText(name, x, y);
+        context.fillStyle = '#fff';
+        context.fillText(name, x, y);
+    };
+    if (all.length === 2) {
+        all.forEach((pane, i) => write(names[i], pane.x + 8 * scale, pane.y + pane.height - 6 * scale, 'left'));
+    } else {
+        write(names[0], 8 * scale, canvas.height - 6 * scale, 'left');
+        write(names[1], canvas.width - 8 * scale, canvas.height - 6 * scale, 'right');
+    }
+}
 
 // The wipe's place on the canvas, which lies on the picture and moves with it.
 function wipePlace() {

@@ -5,19 +5,22 @@ import {Connection} from './connection.js';
 /**
  * Events: `state`, `catalogue`, `file`, `conflict`, `scopes` (detail: the message), `picture`, `open`, `close`, `problem`,
  * and of this window: `selected`, `compare`, `tab`, `frame` (the frame that is shown has changed), `session` (the
- * server is a new one).
+ * first state of a connection is there: the server may be another one).
  */
 class Studio extends EventTarget {
+    #isNew = true;
+
     constructor() {
         super();
         this.connection = new Connection(new URL('socket', location.href).href.replace(/^http/, 'ws'));
         this.state = null;
         this.catalogue = {effects: [], luts: []};
-        this.selected = null; // the link whose controls are open
+        this.selected = null; // the link whose controls are open; '': none, as its user wants
         this.frame = 0; // the frame that is shown
         this.change = 0; // the number of the last change that this window asked for
         this.compare = {way: 'none', against: 'before', times: 8};
         this.quality = 90;
+        this.connection.addEventListener('open', () => { this.#isNew = true; });
         for (const name of ['open', 'close', 'problem', 'picture'])
             this.connection.addEventListener(name, ({detail}) => this.emit(name, detail));
         this.connection.addEventListener('message', ({detail}) => this.#received(detail));
@@ -67,12 +70,13 @@ class Studio extends EventTarget {
 
     #received(message) {
         if (message.is === 'state') {
-            const isNew = this.state?.session !== message.session;
             this.state = message;
-            if (!this.link(this.selected))
+            if (this.selected !== '' && !this.link(this.selected))
                 this.selected = message.chain[0]?.id ?? null;
-            if (isNew)
+            if (this.#isNew) {
+                this.#isNew = false;
                 this.emit('session');
+            }
             if (!message.playing)
                 this.setFrame(message.frame);
         } else if (message.is === 'catalogue') {

@@ -102,7 +102,8 @@ class Row {
         this.open.title = link.file;
         setText(this.name, link.name);
         setText(this.time, milliseconds(link));
-        this.time.title = (link.passes ?? []).map((pass) => `${pass.name}: ${pass.milliseconds.toFixed(2)} ms`).join('\n');
+        this.time.title = (link.passes ?? []).filter((pass) => pass.milliseconds !== null)
+            .map((pass) => `${pass.name}: ${pass.milliseconds.toFixed(2)} ms`).join('\n');
         this.#showError(link);
         this.body.hidden = !isOpen;
         if (!isOpen)

@@ -213,12 +213,20 @@ class PlainControl extends Control {
     }
 }
 
+// What of a wheel's parameters its point moves, and its level: one with several components or three named after the
+// colours; the level is what remains.
+function wheelParts(members) {
+    const single = members.find(({size}) => size > 1);
+    const byColour = ['red', 'green', 'blue'].map((colour) => members.find(({name}) => name.toLowerCase().endsWith(colour)));
+    const colours = single ? [single] : byColour.every(Boolean) ? byColour : members.slice(0, 3);
+    return {colours, level: members.find((member) => !colours.includes(member)) ?? null};
+}
+
 class WheelControl extends Control {
     constructor(link, first, members) {
         super(link, members.map(({name}) => name));
         const {role} = first.wheel;
-        const colours = members.length >= 3 ? members.slice(0, 3) : members.slice(0, 1);
-        const level = members[colours.length] ?? null;
+        const {colours, level} = wheelParts(members);
         const title = role ? role[0].toUpperCase() + role.slice(1) : first.label;
         const reset = () => this.reset();
         this.mapping = wheelMapping(colours, role);
@@ -293,12 +301,6 @@ export class Controls {
     #build(link) {
         const byName = new Map(link.parameters.map((parameter) => [parameter.name, parameter]));
         const inWheels = new Set();
-        for (const {name, wheel} of link.parameters) {
-            for (const member of wheel?.of ?? []) {
-                if (member !== name)
-                    inWheels.add(member);
-            }
-        }
         this.#controls = [];
         let wheels = null;
         const groups = new Map();
@@ -317,9 +319,12 @@ export class Controls {
             if (inWheels.has(parameter.name))
                 continue;
             const members = parameter.wheel?.of.map((name) => byName.get(name)).filter(Boolean) ?? [];
-            const control = members.length ? new WheelControl(link, parameter, members) : new PlainControl(link, parameter);
+            const isWheel = members.length >= 3 || members.some(({size}) => size > 1);
+            for (const {name} of isWheel ? members : [])
+                inWheels.add(name);
+            const control = isWheel ? new WheelControl(link, parameter, members) : new PlainControl(link, parameter);
             this.#controls.push(control);
-            if (members.length) {
+            if (isWheel) {
                 if (!wheels) {
                     wheels = element('div', {class: 'wheels'});
                     placeOf(parameter.group).append(wheels);

@@ -19,6 +19,7 @@ export function keyFrames(link, ...names) {
     };
     const here = () => all().find((key) => key.frame === studio.frame);
 
+    // Without a curve a new key has that of the one before.
     const setAll = (curve) => Promise.all(found().map(({name, values}) =>
         studio.tell('key', {link, name, frame: studio.frame, values, curve, change: studio.nextChange()})));
     const removeAll = () => Promise.all(found().filter(({keys}) => keys.some((key) => key.frame === studio.frame))
@@ -29,7 +30,7 @@ export function keyFrames(link, ...names) {
         onclick: () => {
             const isKey = here();
             announce(isKey ? 'Key frame removed' : 'Key frame set');
-            return isKey ? removeAll() : setAll(all().findLast((key) => key.frame < studio.frame)?.curve ?? 'linear');
+            return isKey ? removeAll() : setAll();
         }
     }, icon('M8 2l6 6-6 6-6-6z'));
     const go = (text, label, target) => element('button', {

@@ -302,6 +302,10 @@ function countSpeed(header) {
 // The old clip's pictures are of no use to a new server.
 function forget() {
     rate.sent = null;
+    const clip = JSON.stringify(studio.state.clip);
+    if (canvas.dataset.clip === clip)
+        return;
+    canvas.dataset.clip = clip;
     for (const of of Object.keys(shown)) {
         shown[of]?.bitmap.close();
         if (whole[of] !== shown[of])

@@ -143,7 +143,7 @@ function showMessages() {
 
 function showPasses() {
     const link = editable().find((l) => l.file === open.file);
-    const passes = link?.passes ?? [];
+    const passes = (link?.passes ?? []).filter((pass) => pass.milliseconds !== null);
     const rows = passes.map(({name, milliseconds}) => element('tr', {}, element('th', {scope: 'row', text: name}),
         element('td', {class: 'number', text: `${milliseconds.toFixed(2)} ms`})));
     byId('text-passes').replaceChildren(...(rows.length ? [element('caption', {text: 'Time per pass'}), element('tbody', {}, ...rows)] : []));

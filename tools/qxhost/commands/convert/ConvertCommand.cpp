@@ -24,7 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* tableEffect = "LUT.fx";
 constexpr const char* severalGroup = "Many inputs, and pieces of one";
 
 constexpr const char* convertFooter = R"(Examples:

@@ -26,6 +26,7 @@
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
 #include "tools/qxhost/pipeline/input/Rotation.h"
+#include "tools/qxhost/pipeline/input/UploadChoice.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include <algorithm>
@@ -129,26 +130,17 @@ bool uploadsFullChroma(const Conversion& conversion)
 /// The depth of frames on their way to the GPU.
 Media::Depth uploadDepth(const Conversion& conversion)
 {
-    if (uploadsFullChroma(conversion)) {
-        const Media::StreamInfo& info = conversion.info();
-        return info.subsamplesChroma ? Media::Depth::bits16 : info.naturalDepth;
-    }
-    const bool computes = !conversion.keepCodes && !holdsRgb(conversion.info()) && !conversion.options.depth;
-    return computes ? conversion.info().packingDepth : conversion.settings.depth;
+    return conversion.keepCodes
+               ? conversion.settings.depth
+               : Program::uploadDepth(conversion.info(), conversion.settings.depth, conversion.options.depth);
 }
 
 /// The bits of codes on their way to the GPU; 0: all of a sample.
 int uploadBits(const Conversion& conversion)
 {
-    const Media::StreamInfo& info = conversion.info();
-    if (conversion.keepCodes) {
-        return static_cast<int>(conversion.options.format->bits);
-    }
-    // Codes of full range would be rounded on their way to 16 bits, and once more when RGB is made of them.
-    const bool isDeep =
-        uploadDepth(conversion) == Media::Depth::bits16 && info.naturalDepth == Media::Depth::bits16;
-    return info.packsCodes && isDeep && conversion.colour.range == Media::Range::full ? info.bitsPerComponent
-                                                                                      : 0;
+    return conversion.keepCodes
+               ? static_cast<int>(conversion.options.format->bits)
+               : Program::uploadBits(conversion.info(), uploadDepth(conversion), conversion.colour.range);
 }
 
 /// Whether pictures of 10 bits are made at once, so that codes are rounded once.

@@ -484,6 +484,14 @@ std::vector<std::string> EffectChain::remarks() const
     return remarks;
 }
 
+void EffectChain::forgetFrames()
+{
+    for (Link& link : links_) {
+        link.pictureBefore = {};
+        link.resultBefore = {};
+    }
+}
+
 /// Keeps what the next frame reads, and nothing else: pictures that are held must be copied when the memory
 /// that they share with host images is written to.
 void EffectChain::keep(Link& link, const Image::Surface& picture, const Image::Surface& result)

@@ -54,6 +54,10 @@ public:
     /// Sets a parameter of the n-th effect for the frames that follow. Throws WrongOption.
     void set(std::size_t n, const ParameterSetting& setting);
 
+    /// The next picture that apply() gets is not that of the frame after the last one: effects that look back
+    /// see it as the first.
+    void forgetFrames();
+
     /// What a user should know of the settings, a line each.
     const std::vector<std::string>& warnings() const { return warnings_; }
 

@@ -10,7 +10,6 @@
 #include <array>
 #include <cmath>
 #include <fmt/format.h>
-#include <limits>
 #include <string_view>
 
 namespace Qx::Program {
@@ -112,9 +111,14 @@ private:
 
     float numberOf(const std::string& name, const toml::node& node) const
     {
-        const std::optional<double> number =
-            node.is_boolean() ? std::optional(*node.value<bool>() ? 1.0 : 0.0) : node.value<double>();
-        if (!number || !(std::abs(*number) <= std::numeric_limits<float>::max())) {
+        std::optional<double> number = node.value<double>();
+        if (const auto* const truth = node.as_boolean()) {
+            number = truth->get() ? 1 : 0;
+        } else if (const auto* const whole = node.as_integer()) {
+            number = static_cast<double>(whole->get());
+        }
+        constexpr double tooLarge = 0x1.ffffffp127; // rounds to infinity
+        if (!number || !(std::abs(*number) < tooLarge)) {
             fail(node, name + ": expected a number, as in 0.5, or several, as in [1, 0.5, 0]");
         }
         return static_cast<float>(*number);

@@ -26,7 +26,11 @@
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
 #include "tools/qxhost/pipeline/input/Rotation.h"
+<<<<<<< HEAD
 #include "tools/qxhost/pipeline/input/UploadChoice.h"
+=======
+#include "tools/qxhost/pipeline/look/LookSteps.h"
+>>>>>>> looks
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include <algorithm>
@@ -345,8 +349,9 @@ bool drawsWide(const Conversion& conversion)
 }
 
 /// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
-void prepareConversion(const Conversion& conversion)
+void prepareConversion(Conversion& conversion)
 {
+    settleNamesOfLooks(conversion.options.effects);
     if (uploadsFullChroma(conversion)) {
         static_cast<void>(obtainEffect(fullChromaEffect));
     } else if (drawsWide(conversion)) {
@@ -710,6 +715,20 @@ void filterInput(Conversion& conversion)
                         .expected = isSameRate ? conversion.range.expected : 0};
 }
 
+/// Reads the looks, whose steps then stand in their places.
+void readLooks(Conversion& conversion)
+{
+    std::vector<EffectRequest>& effects = conversion.options.effects;
+    for (const EffectRequest& request : effects) {
+        if (request.isLook()) {
+            conversion.input->files()->add(request.look);
+        }
+    }
+    const Media::StreamInfo& info = conversion.info();
+    effects = withStepsOfLooks(effects, TimeCode::startingAt(info.timeCode, info.frameRate),
+                               conversion.options.inputName());
+}
+
 /// Leaves of a range what belongs to a segment.
 void narrow(FrameRange& range, const Segment& segment)
 {
@@ -762,6 +781,7 @@ Conversion decide(const ConvertOptions& options, int standardOutput = -1)
         frameNumber(conversion.info(), hasPreroll ? *options.segment->begin : conversion.start.pts,
                     conversion.start.frame);
     filterInput(conversion);
+    readLooks(conversion);
     conversion.colour = chooseColour(options, conversion.info());
     fitColours(conversion);
     if (keepsAlpha(options, conversion.info())) {

@@ -9,7 +9,7 @@ namespace {
 
 double componentOf(const KeyFrame& key, std::size_t component)
 {
-    return key.values.size() == 1 ? key.values.front() : key.values[component];
+    return key.values[std::min(component, key.values.size() - 1)];
 }
 
 /// Values a frame, from a key frame to the next.

@@ -17,7 +17,7 @@ enum class KeyCurve
 /// The value of a parameter in a certain frame.
 struct KeyFrame
 {
-    std::int64_t frame = 0; ///< of the clip, from 0
+    std::int64_t frame = 0; ///< of the clip, from 0; negative: before it
     /// The label that says the frame, as it was written; empty if the number does. The number then follows
     /// from the clip's time code: see resolveTimeCodes().
     std::string timeCode;

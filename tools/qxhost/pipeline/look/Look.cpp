@@ -51,7 +51,9 @@ void resolveKey(const LookLink& link, const LookParameter& parameter, KeyFrame& 
                                   code->isDropFrame() ? "drop-frame (written with ';')"
                                                       : "non-drop (written with ':')"));
     }
-    key.frame = *frame;
+    // Half a day lies before the clip, so that a key frame may be earlier than its first frame.
+    const std::int64_t day = code->framesPerDay();
+    key.frame = *frame < day / 2 ? *frame : *frame - day;
 }
 
 } // namespace

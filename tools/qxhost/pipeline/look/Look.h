@@ -79,8 +79,9 @@ std::vector<EffectRequest> effectRequests(const Look& look);
 EffectRequest effectRequest(const LookLink& link);
 
 /// Sets the frames of key frames that are given by time code, and puts the key frames of each parameter into
-/// their order. `code` is the clip's time code, empty if it has none; `clip` names it in messages. Throws
-/// Failure (input) if a label is none of the clip's, or two key frames of a parameter have the same frame.
+/// their order. A label that is up to half a day before the clip's first one becomes a negative number.
+/// `code` is the clip's time code, empty if it has none; `clip` names it in messages. Throws Failure (input)
+/// if a label is none of the clip's, or two key frames of a parameter have the same frame.
 void resolveTimeCodes(Look& look, const std::optional<TimeCode>& code, const std::string& clip);
 
 } // namespace Qx::Program

@@ -55,10 +55,13 @@ struct EffectRequest
     bool mapsTones = false;                        ///< of "--tone-map"
     std::optional<Host::ColourSpaceChange> ocio{}; ///< of "--ocio"; the effect is then the one for tables
     std::vector<KeyedParameter> keyed{};           ///< parameters that change with the frames
-    std::filesystem::path look{}; ///< of "--look": the steps of this file stand here; all else is empty
+    std::filesystem::path look{};                  ///< of "--look", if it stands for one, or comes from one
 
     /// Whether the effect draws a table: of a LUT, or of colour spaces.
     bool hasTable() const { return ocio || !lut.empty(); }
+
+    /// Whether it stands for the steps of a look that has yet to be read; all else is empty then.
+    bool isLook() const { return !look.empty() && file.empty(); }
 };
 
 /// The user's description of a raw input, which holds nothing but frames.

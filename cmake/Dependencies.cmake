@@ -59,6 +59,18 @@ if(QX_PYTHON AND NOT python_found)
 endif()
 set(QX_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Folder of the package of Python in an installation")
 
+# The live page of "qxhost studio" needs a server of HTTP and a compressor of JPEG.
+find_package(Boost 1.74 QUIET)
+pkg_check_modules(TURBOJPEG QUIET IMPORTED_TARGET libturbojpeg)
+set(studio_found OFF)
+if(Boost_FOUND AND TURBOJPEG_FOUND)
+    set(studio_found ON)
+endif()
+option(QX_STUDIO "Build the command studio" ${studio_found})
+if(QX_STUDIO AND NOT studio_found)
+    message(FATAL_ERROR "QX_STUDIO: a package is missing; install libboost-dev and libturbojpeg0-dev")
+endif()
+
 # The program needs none of what tests and benchmarks need.
 if(QX_BUILD_TESTS OR QX_BUILD_BENCHMARKS)
     find_package(GTest QUIET)

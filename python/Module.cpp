@@ -196,7 +196,7 @@ Lut makeLut(const std::string& file)
 {
     Program::FrameSteps steps;
     Program::EffectRequest request;
-    request.file = "LUT.fx";
+    request.file = Program::tableEffect;
     request.lut = file;
     steps.effects.push_back(std::move(request));
     return {{chainOf(std::move(steps))}};

@@ -16,20 +16,56 @@ sampler InputSampler = sampler_state
     AddressV = Clamp;
 };
 
-float lift < string Label = "Lift"; float Min = -1.0; float Max = 1.0; float Step = 0.01; > = 0.0;
-float liftRed < string Label = "Lift red"; float Min = -1.0; float Max = 1.0; float Step = 0.01; > = 0.0;
-float liftGreen < string Label = "Lift green"; float Min = -1.0; float Max = 1.0; float Step = 0.01; > = 0.0;
-float liftBlue < string Label = "Lift blue"; float Min = -1.0; float Max = 1.0; float Step = 0.01; > = 0.0;
+float lift <
+    string Label = "Lift"; string Wheel = "lift";
+    float Min = -1.0; float Max = 1.0; float Step = 0.01;
+> = 0.0;
+float liftRed <
+    string Label = "Lift red"; string Wheel = "lift";
+    float Min = -1.0; float Max = 1.0; float Step = 0.01;
+> = 0.0;
+float liftGreen <
+    string Label = "Lift green"; string Wheel = "lift";
+    float Min = -1.0; float Max = 1.0; float Step = 0.01;
+> = 0.0;
+float liftBlue <
+    string Label = "Lift blue"; string Wheel = "lift";
+    float Min = -1.0; float Max = 1.0; float Step = 0.01;
+> = 0.0;
 
-float gamma < string Label = "Gamma"; float Min = 0.1; float Max = 4.0; float Step = 0.01; > = 1.0;
-float gammaRed < string Label = "Gamma red"; float Min = 0.1; float Max = 4.0; float Step = 0.01; > = 1.0;
-float gammaGreen < string Label = "Gamma green"; float Min = 0.1; float Max = 4.0; float Step = 0.01; > = 1.0;
-float gammaBlue < string Label = "Gamma blue"; float Min = 0.1; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gamma <
+    string Label = "Gamma"; string Wheel = "gamma";
+    float Min = 0.1; float Max = 4.0; float Step = 0.01;
+> = 1.0;
+float gammaRed <
+    string Label = "Gamma red"; string Wheel = "gamma";
+    float Min = 0.1; float Max = 4.0; float Step = 0.01;
+> = 1.0;
+float gammaGreen <
+    string Label = "Gamma green"; string Wheel = "gamma";
+    float Min = 0.1; float Max = 4.0; float Step = 0.01;
+> = 1.0;
+float gammaBlue <
+    string Label = "Gamma blue"; string Wheel = "gamma";
+    float Min = 0.1; float Max = 4.0; float Step = 0.01;
+> = 1.0;
 
-float gain < string Label = "Gain"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
-float gainRed < string Label = "Gain red"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
-float gainGreen < string Label = "Gain green"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
-float gainBlue < string Label = "Gain blue"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gain <
+    string Label = "Gain"; string Wheel = "gain";
+    float Min = 0.0; float Max = 4.0; float Step = 0.01;
+> = 1.0;
+float gainRed <
+    string Label = "Gain red"; string Wheel = "gain";
+    float Min = 0.0; float Max = 4.0; float Step = 0.01;
+> = 1.0;
+float gainGreen <
+    string Label = "Gain green"; string Wheel = "gain";
+    float Min = 0.0; float Max = 4.0; float Step = 0.01;
+> = 1.0;
+float gainBlue <
+    string Label = "Gain blue"; string Wheel = "gain";
+    float Min = 0.0; float Max = 4.0; float Step = 0.01;
+> = 1.0;
 
 float saturation < string Label = "Saturation"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
 

@@ -12,20 +12,32 @@ texture Input < string Label = "Picture"; >;
 sampler InputSampler = sampler_state { Texture = <Input>; };
 
 float2 liftWheel <
+    string Wheel = "lift";
     string Label = "Lift wheel, across and up";
     float Min = -1.0; float Max = 1.0; float Step = 0.005;
 > = float2(0.12, -0.08);
-float lift < string Label = "Lift"; float Min = -1.0; float Max = 1.0; float Step = 0.01; > = 0.0;
+float lift <
+    string Label = "Lift"; string Wheel = "lift";
+    float Min = -1.0; float Max = 1.0; float Step = 0.01;
+> = 0.0;
 float2 gammaWheel <
+    string Wheel = "gamma";
     string Label = "Gamma wheel, across and up";
     float Min = -1.0; float Max = 1.0; float Step = 0.005;
 > = float2(0.0, 0.0);
-float gamma < string Label = "Gamma"; float Min = 0.1; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gamma <
+    string Label = "Gamma"; string Wheel = "gamma";
+    float Min = 0.1; float Max = 4.0; float Step = 0.01;
+> = 1.0;
 float2 gainWheel <
+    string Wheel = "gain";
     string Label = "Gain wheel, across and up";
     float Min = -1.0; float Max = 1.0; float Step = 0.005;
 > = float2(-0.2, 0.12);
-float gain < string Label = "Gain"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
+float gain <
+    string Label = "Gain"; string Wheel = "gain";
+    float Min = 0.0; float Max = 4.0; float Step = 0.01;
+> = 1.0;
 float saturation < string Label = "Saturation"; float Min = 0.0; float Max = 4.0; float Step = 0.01; > = 1.0;
 
 static const float3 luma = float3(KR_BT709, 1.0 - KR_BT709 - KB_BT709, KB_BT709);

@@ -30,7 +30,7 @@ float softness <
     float Min = 0.0; float Max = 1000.0; float Step = 1.0;
 > = 0.0;
 float4 background <
-    string Label = "Background, with its alpha";
+    string Label = "Background, with its alpha"; string Widget = "colour";
     float Min = 0.0; float Max = 1.0; float Step = 0.01;
 > = float4(0.0, 0.0, 0.0, 1.0);
 

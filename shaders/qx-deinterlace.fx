@@ -19,6 +19,7 @@ float targetMax : TARGETMAXCODE;
 
 int fieldOrder <
     string Label = "Field order, 0 top field first, 1 bottom field first";
+    string Choices = "Top field first;Bottom field first";
     int Min = 0; int Max = 1;
 > = 0;
 bool secondField < string Label = "Keep the second field"; > = false;

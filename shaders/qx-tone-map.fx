@@ -20,10 +20,12 @@ sampler InputSampler = sampler_state { Texture = <Input>; };
 
 int transfer <
     string Label = "Transfer characteristic: 0 gamma 2.4, 1 PQ, 2 HLG";
+    string Choices = "Gamma 2.4;PQ;HLG";
     int Min = 0; int Max = 2;
 > = 1;
 int primaries <
     string Label = "Primaries: 0 BT.709, 1 BT.2020, 2 P3 with the white of D65";
+    string Choices = "BT.709;BT.2020;P3 with the white of D65";
     int Min = 0; int Max = 2;
 > = 1;
 float peak <

@@ -24,7 +24,7 @@ float2 scale <
     float Min = -100.0; float Max = 100.0; float Step = 0.01;
 > = float2(0.75, 0.75);
 float rotation <
-    string Label = "Rotation, clockwise in degrees";
+    string Label = "Rotation, clockwise in degrees"; string Widget = "angle";
     float Min = -360.0; float Max = 360.0; float Step = 0.1;
 > = 8.0;
 float2 anchor <
@@ -32,7 +32,7 @@ float2 anchor <
     float Min = -1.0; float Max = 2.0; float Step = 0.01;
 > = float2(0.5, 0.5);
 float4 background <
-    string Label = "Background, with its alpha";
+    string Label = "Background, with its alpha"; string Widget = "colour";
     float Min = 0.0; float Max = 1.0; float Step = 0.01;
 > = float4(0.0, 0.0, 0.0, 1.0);
 

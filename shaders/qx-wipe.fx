@@ -12,6 +12,7 @@ float softness <
 > = 0.05;
 float angle <
     string Label = "Direction of the straight edge in degrees, 0 to the right, 90 down";
+    string Widget = "angle";
     float Min = -360.0; float Max = 360.0; float Step = 1.0;
 > = 0.0;
 

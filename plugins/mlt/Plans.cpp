@@ -85,7 +85,7 @@ Service::Plan lutPlan(mlt_properties properties)
 {
     Service::Plan plan;
     EffectRequest request;
-    request.file = "LUT.fx";
+    request.file = Program::tableEffect;
     request.lut = textOf(properties, "lut");
     if (request.lut.empty()) {
         throw Failure(ExitCode::effect, "lut: is not set: expected a LUT file, as in lut=film.cube");

@@ -129,7 +129,7 @@ TEST_F(Presets, mistakes_are_named_with_file_and_line)
     expectRefused("\neffect = \"cc3.fx\"\n", {"bad.toml:2: effect: belongs below a line [[step]]"});
     expectRefused("step = 3\n", {"bad.toml:1: step: expected tables that begin with [[step]]"});
     expectRefused("[[step]]\nset = { gain = 1 }\n",
-                  {"bad.toml:1: [[step]]: expected one of effect, lut, tone-map and ocio"});
+                  {"bad.toml:1: [[step]]: expected one of effect, lut, look, tone-map and ocio"});
     expectRefused("[[step]]\nlut = \"a\"\namout = 1\n",
                   {"bad.toml:3: [[step]]: there is no key amout (did you mean amount?)"});
     expectRefused("[[burn-in]]\nposition = \"top\"\n", {"bad.toml:1: [[burn-in]]: text is missing"});

@@ -26,6 +26,8 @@
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
 #include "tools/qxhost/pipeline/input/Rotation.h"
+#include "tools/qxhost/pipeline/input/UploadChoice.h"
+#include "tools/qxhost/pipeline/look/LookSteps.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include <algorithm>
@@ -129,26 +131,17 @@ bool uploadsFullChroma(const Conversion& conversion)
 /// The depth of frames on their way to the GPU.
 Media::Depth uploadDepth(const Conversion& conversion)
 {
-    if (uploadsFullChroma(conversion)) {
-        const Media::StreamInfo& info = conversion.info();
-        return info.subsamplesChroma ? Media::Depth::bits16 : info.naturalDepth;
-    }
-    const bool computes = !conversion.keepCodes && !holdsRgb(conversion.info()) && !conversion.options.depth;
-    return computes ? conversion.info().packingDepth : conversion.settings.depth;
+    return conversion.keepCodes
+               ? conversion.settings.depth
+               : Program::uploadDepth(conversion.info(), conversion.settings.depth, conversion.options.depth);
 }
 
 /// The bits of codes on their way to the GPU; 0: all of a sample.
 int uploadBits(const Conversion& conversion)
 {
-    const Media::StreamInfo& info = conversion.info();
-    if (conversion.keepCodes) {
-        return static_cast<int>(conversion.options.format->bits);
-    }
-    // Codes of full range would be rounded on their way to 16 bits, and once more when RGB is made of them.
-    const bool isDeep =
-        uploadDepth(conversion) == Media::Depth::bits16 && info.naturalDepth == Media::Depth::bits16;
-    return info.packsCodes && isDeep && conversion.colour.range == Media::Range::full ? info.bitsPerComponent
-                                                                                      : 0;
+    return conversion.keepCodes
+               ? static_cast<int>(conversion.options.format->bits)
+               : Program::uploadBits(conversion.info(), uploadDepth(conversion), conversion.colour.range);
 }
 
 /// Whether pictures of 10 bits are made at once, so that codes are rounded once.
@@ -353,8 +346,9 @@ bool drawsWide(const Conversion& conversion)
 }
 
 /// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
-void prepareConversion(const Conversion& conversion)
+void prepareConversion(Conversion& conversion)
 {
+    settleNamesOfLooks(conversion.options.effects);
     if (uploadsFullChroma(conversion)) {
         static_cast<void>(obtainEffect(fullChromaEffect));
     } else if (drawsWide(conversion)) {
@@ -718,6 +712,20 @@ void filterInput(Conversion& conversion)
                         .expected = isSameRate ? conversion.range.expected : 0};
 }
 
+/// Reads the looks, whose steps then stand in their places.
+void readLooks(Conversion& conversion)
+{
+    std::vector<EffectRequest>& effects = conversion.options.effects;
+    for (const EffectRequest& request : effects) {
+        if (request.isLook()) {
+            conversion.input->files()->add(request.look);
+        }
+    }
+    const Media::StreamInfo& info = conversion.info();
+    effects = withStepsOfLooks(effects, TimeCode::startingAt(info.timeCode, info.frameRate),
+                               conversion.options.inputName());
+}
+
 /// Leaves of a range what belongs to a segment.
 void narrow(FrameRange& range, const Segment& segment)
 {
@@ -770,6 +778,7 @@ Conversion decide(const ConvertOptions& options, int standardOutput = -1)
         frameNumber(conversion.info(), hasPreroll ? *options.segment->begin : conversion.start.pts,
                     conversion.start.frame);
     filterInput(conversion);
+    readLooks(conversion);
     conversion.colour = chooseColour(options, conversion.info());
     fitColours(conversion);
     if (keepsAlpha(options, conversion.info())) {

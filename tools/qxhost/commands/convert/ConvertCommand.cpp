@@ -24,7 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* tableEffect = "LUT.fx";
 constexpr const char* severalGroup = "Many inputs, and pieces of one";
 
 constexpr const char* convertFooter = R"(Examples:
@@ -98,7 +97,8 @@ enum class Beginning
 {
     effect,
     lut,
-    ocio
+    ocio,
+    look
 };
 
 constexpr const char* optionOf(Beginning beginning)
@@ -108,6 +108,8 @@ constexpr const char* optionOf(Beginning beginning)
         return "--lut";
     case Beginning::ocio:
         return "--ocio";
+    case Beginning::look:
+        return "--look";
     case Beginning::effect:
         break;
     }
@@ -116,7 +118,26 @@ constexpr const char* optionOf(Beginning beginning)
 
 Beginning beginningOf(const EffectRequest& step)
 {
+    if (step.isLook()) {
+        return Beginning::look;
+    }
     return step.ocio ? Beginning::ocio : step.lut.empty() ? Beginning::effect : Beginning::lut;
+}
+
+/// What was given to that option.
+std::string valueOf(const EffectRequest& step)
+{
+    switch (beginningOf(step)) {
+    case Beginning::lut:
+        return step.lut;
+    case Beginning::ocio:
+        return step.ocio->config.string();
+    case Beginning::look:
+        return step.look.string();
+    case Beginning::effect:
+        break;
+    }
+    return step.file;
 }
 
 /// What the further options of steps belong to, one of these.
@@ -155,10 +176,7 @@ void addToStep(const CLI::App& app, EffectRequest& step, const std::string& name
     const Beginning beginning = beginningOf(step);
     if (std::find(owners.begin(), owners.end(), beginning) == owners.end()) {
         complain(app, fmt::format("{} {} belongs to {}, but follows {} {}", name, value, ownersOf(name),
-                                  optionOf(beginning),
-                                  step.ocio          ? step.ocio->config.string()
-                                  : step.lut.empty() ? step.file
-                                                     : step.lut));
+                                  optionOf(beginning), valueOf(step)));
     }
     if (name == "--from") {
         setOnce(app, step.ocio->from, name, value);
@@ -220,6 +238,14 @@ std::optional<EffectRequest> beginStep(const CLI::App& app, const std::string& n
         }
         EffectRequest step{tableEffect, "", {}, ""};
         step.ocio.emplace().config = value;
+        return step;
+    }
+    if (name == "--look") {
+        if (value.empty()) {
+            complain(app, "--look is empty; give a look, such as warm.look.toml");
+        }
+        EffectRequest step{"", "", {}, ""};
+        step.look = value;
         return step;
     }
     return {};
@@ -520,6 +546,7 @@ void ConvertCommand::addEffects(CLI::App& app)
     addText("--lut", "FILE",
             "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
             "order given");
+    addText("--look", "FILE", "The steps of a look, a .look.toml file");
     addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"), "Make BT.709 of PQ, HLG or BT.2020");
     addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");
     addText("--ocio", "CONFIG", "Change colour spaces of an OpenColorIO configuration");

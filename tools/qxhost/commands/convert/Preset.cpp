@@ -3,17 +3,16 @@
 #include "host/core/Suggestion.h"
 #include "host/settings/Directories.h"
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/TomlFile.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <fmt/format.h>
-#include <fstream>
 #include <map>
 #include <optional>
 #include <set>
 #include <string_view>
-#include <toml++/toml.h>
 #include <utility>
 
 namespace Qx::Program {
@@ -23,16 +22,15 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* presetEnding = ".toml";
-constexpr std::uintmax_t largestPreset = 1U << 20U; // bytes
 
 /// Keys of a step, those that begin one first.
-constexpr std::array<std::string_view, 12> stepKeys{"effect",    "lut", "tone-map", "ocio",
-                                                    "technique", "set", "texture",  "amount",
-                                                    "from",      "to",  "display",  "view"};
-constexpr std::size_t stepBeginnings = 4;
+constexpr std::array<std::string_view, 13> stepKeys{"effect",    "lut",     "tone-map", "ocio",   "look",
+                                                    "technique", "set",     "texture",  "amount", "from",
+                                                    "to",        "display", "view"};
+constexpr std::size_t stepBeginnings = 5;
 constexpr std::array<std::string_view, 4> textKeys{"text", "position", "font", "font-size"};
 /// Options whose values may name a file beside the preset.
-constexpr std::array<std::string_view, 5> fileKeys{"effect", "lut", "texture", "ocio", "font"};
+constexpr std::array<std::string_view, 6> fileKeys{"effect", "lut", "texture", "ocio", "look", "font"};
 
 template <std::size_t Size>
 bool isOneOf(const std::array<std::string_view, Size>& words, std::string_view word)
@@ -49,7 +47,7 @@ public:
     Preset read(const toml::table& root)
     {
         // By their lines: the library sorts the keys.
-        for (const auto& [key, node] : inOrder(root)) {
+        for (const auto& [key, node] : entriesInOrder(root)) {
             if (key == "about") {
                 preset_.about = textOf(key, *node);
             } else if (key != "step" && key != "burn-in") {
@@ -62,23 +60,6 @@ public:
     }
 
 private:
-    using Entry = std::pair<std::string, const toml::node*>;
-
-    static std::vector<Entry> inOrder(const toml::table& table)
-    {
-        std::vector<Entry> entries;
-        for (const auto& [key, node] : table) {
-            entries.emplace_back(std::string(std::string_view(key)), &node);
-        }
-        const auto place = [](const Entry& entry) {
-            const toml::source_position& begin = entry.second->source().begin;
-            return std::pair(begin.line, begin.column);
-        };
-        std::sort(entries.begin(), entries.end(),
-                  [&](const Entry& a, const Entry& b) { return place(a) < place(b); });
-        return entries;
-    }
-
     [[noreturn]] void fail(const toml::node& node, const std::string& what) const
     {
         complainOfPreset(preset_.file, node.source().begin.line, what);
@@ -177,7 +158,7 @@ private:
     /// set = { gain = 1.2, lift = [0.1, 0, 0] }
     void addPairs(const std::string& key, const toml::table& pairs)
     {
-        for (const auto& [name, value] : inOrder(pairs)) {
+        for (const auto& [name, value] : entriesInOrder(pairs)) {
             const std::string text = listOf(name, *value);
             add(key, name + "=" + (key == "texture" ? pathOf(key, text) : text), *value);
         }
@@ -185,16 +166,16 @@ private:
 
     void addStep(const toml::table& step)
     {
-        const std::vector<Entry> entries = inOrder(step);
-        const auto begins = [](const Entry& entry) {
+        const std::vector<TomlEntry> entries = entriesInOrder(step);
+        const auto begins = [](const TomlEntry& entry) {
             return std::find(stepKeys.begin(), stepKeys.begin() + stepBeginnings, entry.first) !=
                    stepKeys.begin() + stepBeginnings;
         };
         if (std::count_if(entries.begin(), entries.end(), begins) != 1) {
-            fail(step, "[[step]]: expected one of effect, lut, tone-map and ocio");
+            fail(step, "[[step]]: expected one of effect, lut, look, tone-map and ocio");
         }
         for (const bool beginning : {true, false}) { // the options belong to what stands before them
-            for (const Entry& entry : entries) {
+            for (const TomlEntry& entry : entries) {
                 if (begins(entry) == beginning) {
                     addToStep(entry.first, *entry.second);
                 }
@@ -221,7 +202,7 @@ private:
             fail(table, "[[burn-in]]: text is missing");
         }
         add("burn-in", textOf("text", *text), *text);
-        for (const auto& [key, node] : inOrder(table)) {
+        for (const auto& [key, node] : entriesInOrder(table)) {
             if (!isOneOf(textKeys, key)) {
                 fail(*node, "[[burn-in]]: there is no key " + key + Host::didYouMean(key, textKeys));
             }
@@ -234,31 +215,11 @@ private:
     Preset preset_;
 };
 
-std::string contentsOf(const fs::path& file)
-{
-    const auto fail = [&file](const char* what) {
-        throw Failure(ExitCode::usage, "--preset " + file.string() + ": " + what);
-    };
-    std::error_code error;
-    if (!fs::is_regular_file(file, error)) {
-        fail(fs::exists(file, error) ? "is not a file" : "there is no such file");
-    }
-    if (fs::file_size(file, error) > largestPreset) {
-        fail("is too large for a preset; expected at most 1 MiB of TOML");
-    }
-    std::ifstream stream(file, std::ios::binary);
-    std::string contents{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    if (!stream) {
-        fail("cannot be read; are you permitted to?");
-    }
-    return contents;
-}
-
 } // namespace
 
 void complainOfPreset(const fs::path& file, unsigned line, const std::string& what)
 {
-    throw Failure(ExitCode::usage, fmt::format("{}:{}: {}", file.string(), line, what));
+    throw Failure(ExitCode::usage, complaintAt(file, line, what));
 }
 
 std::vector<fs::path> presetDirectories()
@@ -315,12 +276,7 @@ fs::path presetFile(const std::string& word)
 
 Preset readPreset(const fs::path& file)
 {
-    const std::string contents = contentsOf(file);
-    try {
-        return PresetReader(file).read(toml::parse(contents, file.string()));
-    } catch (const toml::parse_error& problem) {
-        complainOfPreset(file, problem.source().begin.line, std::string(problem.description()));
-    }
+    return PresetReader(file).read(readToml(file, "--preset " + file.string(), "a preset", ExitCode::usage));
 }
 
 std::vector<Preset::Option> givingWayTo(const std::vector<std::string>& given,

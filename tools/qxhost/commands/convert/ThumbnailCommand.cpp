@@ -27,6 +27,13 @@ public:
         app.add_flag("--stretch", shrink_.stretch, "Make it exactly that size, whatever the frame's shape")
             ->group(picture);
         addRange(app, options_.picked, picture, false);
+        const auto setLook = [this](const std::string& word) {
+            options_.effects.resize(1);
+            options_.effects.front().look = word;
+        };
+        app.add_option_function<std::string>("--look", setLook, "The steps of a look, a .look.toml file")
+            ->option_text("FILE")
+            ->group(picture);
         addColour(app, options_);
         addRawInput(app, options_.raw, SizeOption::ofOutput);
         addOutput(app, options_);
@@ -38,6 +45,9 @@ public:
     {
         checkFiles(app, options_);
         requireSize(app, shrink_.width);
+        if (!options_.effects.empty()) {
+            requireValue(app, options_.effects.front().look, "--look");
+        }
         options_.step = shrink_;
         checkRange(app);
         options_.picked.frames = 1;

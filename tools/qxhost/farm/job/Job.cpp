@@ -7,6 +7,7 @@
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/OutputFile.h"
+#include "tools/qxhost/pipeline/look/LookFile.h"
 
 #include <algorithm>
 #include <array>
@@ -150,7 +151,8 @@ void checkPieces(const Job& job)
 }
 
 /// The options whose values are files, and what is before the name in them.
-constexpr std::array<std::string_view, 4> fileOptions{"--effect=", "--lut=", "--font=", "--texture="};
+constexpr std::array<std::string_view, 5> fileOptions{
+    "--effect=", "--lut=", "--look=", "--font=", "--texture="};
 
 /// The part of an argument that is a file's name; empty if it has none.
 std::string_view fileIn(std::string_view argument)
@@ -167,6 +169,40 @@ std::string_view fileIn(std::string_view argument)
     return {};
 }
 
+bool holds(const Job& job, const fs::path& path)
+{
+    return std::any_of(job.files.begin(), job.files.end(),
+                       [&](const HeldFile& each) { return each.path == path; });
+}
+
+Look heldLook(const Job& job, const fs::path& path)
+{
+    try {
+        return readLook(job.folder / path);
+    } catch (const Failure& failure) {
+        refuse(job.manifest(), fmt::format("{}; {}", failure.what(), makeAnew));
+    }
+}
+
+/// The files that a look names are the job's too.
+void checkLook(const Job& job, const fs::path& path)
+{
+    const auto checkFile = [&](const fs::path& file) {
+        const fs::path relative = file.lexically_relative(job.folder);
+        checkPath(job, relative, path.string() + ": the file", false);
+        if (!holds(job, relative)) {
+            refuse(job.manifest(), fmt::format("{}: {} is not among its files; {}", path.string(),
+                                               relative.string(), makeAnew));
+        }
+    };
+    for (const LookLink& link : heldLook(job, path).links) {
+        checkFile(link.file);
+        for (const LookTexture& texture : link.textures) {
+            checkFile(texture.file);
+        }
+    }
+}
+
 void checkArguments(const Job& job)
 {
     for (const std::string& argument : job.arguments) {
@@ -180,14 +216,15 @@ void checkArguments(const Job& job)
         }
         const std::string prefix = std::string(folderWord) + "/";
         const fs::path path = file.starts_with(prefix) ? file.substr(prefix.size()) : file;
-        const bool isHeld = std::any_of(job.files.begin(), job.files.end(),
-                                        [&](const HeldFile& each) { return each.path == path; });
         if (!file.starts_with(prefix)) {
             refuse(job.manifest(), fmt::format("{} leaves the job's folder; {}", argument, makeAnew));
         }
         checkPath(job, path, argument.substr(0, argument.find('=')), false);
-        if (!isHeld) {
+        if (!holds(job, path)) {
             refuse(job.manifest(), fmt::format("{} is not among its files; {}", argument, makeAnew));
+        }
+        if (argument.starts_with("--look=")) {
+            checkLook(job, path);
         }
     }
 }

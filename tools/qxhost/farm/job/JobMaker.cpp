@@ -17,6 +17,8 @@
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
+#include "tools/qxhost/pipeline/look/LookFile.h"
+#include "tools/qxhost/pipeline/look/LookSteps.h"
 
 #include <algorithm>
 #include <array>
@@ -206,6 +208,34 @@ private:
         return std::string(folderWord) + "/" + copy.native();
     }
 
+    /// With its effects, LUTs and textures, whose folders lie beside it. Steps that are off are left out.
+    std::string takeLook(const fs::path& file)
+    {
+        const auto held = [this](const std::string& word) {
+            return (job_.folder / word.substr(std::string_view(folderWord).size() + 1)).lexically_normal();
+        };
+        const fs::path path =
+            fs::path("assets") / fmt::format("look-{}-{}", ++taken_, file.filename().string());
+        Look look = readLook(file);
+        std::erase_if(look.links, [](const LookLink& link) { return !link.on; });
+        for (LookLink& link : look.links) {
+            std::vector<EffectRequest> request{effectRequest(link)};
+            request.front().look = file;
+            settleNamesOfLooks(request);
+            const bool isLut = link.kind == LookLink::Kind::lut;
+            link.file = held(isLut ? takeFile("LUT", lutPath(request.front().lut))
+                                   : takeEffect(request.front().file));
+            for (LookTexture& texture : link.textures) {
+                textures_.push_back(texture.file.native());
+                texture.file = held(takeFile("texture", texture.file));
+            }
+        }
+        fs::create_directories(job_.folder / path.parent_path());
+        writeLook(look, job_.folder / path, false);
+        add("look", path, file);
+        return std::string(folderWord) + "/" + path.native();
+    }
+
     std::string takeFont(const std::string& font)
     {
         const std::string file =
@@ -231,6 +261,9 @@ private:
         }
         if (const auto lut = valueOf("--lut=")) {
             return "--lut=" + takeFile("LUT", lutPath(*lut));
+        }
+        if (const auto look = valueOf("--look=")) {
+            return "--look=" + takeLook(*look);
         }
         if (const auto font = valueOf("--font=")) {
             return "--font=" + takeFont(*font);

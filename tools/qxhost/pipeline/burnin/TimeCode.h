@@ -42,8 +42,10 @@ public:
 
     bool isDropFrame() const { return dropped_ > 0; }
 
-private:
+    /// Frames after which labels begin anew.
     std::int64_t framesPerDay() const { return 144 * framesPerTenMinutes(); }
+
+private:
     std::int64_t framesPerMinute() const { return 60 * perSecond_ - dropped_; }
     std::int64_t framesPerTenMinutes() const { return 600 * perSecond_ - 9 * dropped_; }
 

@@ -226,6 +226,12 @@ void setDomain(iShaderEffect& effect, const std::string& file, const TableDomain
     }
 }
 
+/// What begins messages on a look's steps.
+std::string nameOfLook(const EffectRequest& request)
+{
+    return request.look.empty() ? "" : request.look.string() + ": ";
+}
+
 bool reads(const std::vector<TextureBinding>& bindings, TextureBinding::Kind kind)
 {
     return std::any_of(bindings.begin(), bindings.end(),
@@ -239,7 +245,13 @@ EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::option
     : begin_(begin ? *begin : localTime()), parameters_(parameters)
 {
     for (const EffectRequest& request : requests) {
-        links_.push_back(makeLink(request));
+        try {
+            links_.push_back(makeLink(request));
+        } catch (const WrongOption& failure) {
+            throw WrongOption(failure.code(), nameOfLook(request) + failure.what(), failure.details());
+        } catch (const Failure& failure) {
+            throw Failure(failure.code(), nameOfLook(request) + failure.what(), failure.details());
+        }
     }
 }
 
@@ -403,35 +415,66 @@ void EffectChain::warnOfCube(const std::string& file, const Host::CompiledEffect
 
 void EffectChain::takeParameters(Link& link, const EffectRequest& request)
 {
-    for (const ParameterSetting& setting : request.settings) {
-        if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
-            refuseSetting(*link.compiled, request, setting);
-        }
-        if (std::string warning = rangeWarning(*link.effect, request, setting); !warning.empty()) {
-            warnings_.push_back(std::move(warning));
-        }
-    }
     const std::vector<Host::CompiledEffect::Parameter>& parameters = link.compiled->parameters;
     for (std::size_t i = 0; i < parameters.size(); ++i) {
-        const bool isSet =
-            std::any_of(request.settings.begin(), request.settings.end(),
-                        [&](const auto& setting) { return setting.name == parameters[i].name; });
-        if (!isSet && Host::supplyOf(parameters[i]) != Host::Supply::None) {
+        if (Host::supplyOf(parameters[i]) != Host::Supply::None) {
             link.supplied.push_back(i);
+        }
+    }
+    for (const ParameterSetting& setting : request.settings) {
+        setValue(link, request, setting);
+        warnOfRange(link, request, setting);
+    }
+    for (const KeyedParameter& parameter : request.keyed) {
+        setKeys(link, request, parameter);
+        for (const KeyFrame& key : parameter.keys) {
+            warnOfRange(link, request, {parameter.name, key.values});
         }
     }
 }
 
-void EffectChain::set(std::size_t n, const ParameterSetting& setting)
+void EffectChain::warnOfRange(const Link& link, const EffectRequest& request, const ParameterSetting& setting)
 {
-    Link& link = links_[n];
-    EffectRequest request;
-    request.file = link.file;
+    std::string warning = rangeWarning(*link.effect, request, setting);
+    const bool isNew = std::find(warnings_.begin(), warnings_.end(), warning) == warnings_.end();
+    if (!warning.empty() && isNew) {
+        warnings_.push_back(std::move(warning));
+    }
+}
+
+void EffectChain::setValue(Link& link, const EffectRequest& request, const ParameterSetting& setting)
+{
     if (!setParameter(*findParameter(*link.effect, request, setting), setting.values)) {
         refuseSetting(*link.compiled, request, setting);
     }
     std::erase_if(link.supplied,
                   [&](std::size_t each) { return link.compiled->parameters[each].name == setting.name; });
+    std::erase_if(link.keyed, [&](const KeyedParameter& each) { return each.name == setting.name; });
+}
+
+/// Each key frame is tried as a value, so that no frame fails of it later.
+void EffectChain::setKeys(Link& link, const EffectRequest& request, const KeyedParameter& parameter)
+{
+    for (const KeyFrame& key : parameter.keys) {
+        setValue(link, request, {parameter.name, key.values});
+    }
+    if (!parameter.keys.empty()) {
+        link.keyed.push_back(parameter);
+    }
+}
+
+void EffectChain::set(std::size_t n, const ParameterSetting& setting)
+{
+    EffectRequest request;
+    request.file = links_[n].file;
+    setValue(links_[n], request, setting);
+}
+
+void EffectChain::set(std::size_t n, const KeyedParameter& parameter)
+{
+    EffectRequest request;
+    request.file = links_[n].file;
+    setKeys(links_[n], request, parameter);
 }
 
 void EffectChain::supply(const Link& link, const Host::FrameFacts& facts)
@@ -440,6 +483,9 @@ void EffectChain::supply(const Link& link, const Host::FrameFacts& facts)
         const Host::CompiledEffect::Parameter& parameter = link.compiled->parameters[index];
         const std::vector<float> values = Host::valuesOf(Host::supplyOf(parameter), parameter, facts);
         link.effect->getParam(parameter.name.c_str())->setValues(values.data(), values.size());
+    }
+    for (const KeyedParameter& parameter : link.keyed) {
+        setParameter(*link.effect->getParam(parameter.name.c_str()), valuesAt(parameter.keys, facts.number));
     }
 }
 
@@ -482,6 +528,14 @@ std::vector<std::string> EffectChain::remarks() const
         }
     }
     return remarks;
+}
+
+void EffectChain::forgetFrames()
+{
+    for (Link& link : links_) {
+        link.pictureBefore = {};
+        link.resultBefore = {};
+    }
 }
 
 /// Keeps what the next frame reads, and nothing else: pictures that are held must be copied when the memory

@@ -51,8 +51,16 @@ public:
     /// What the n-th effect was compiled to.
     const Host::CompiledEffect& compiled(std::size_t n) const { return *links_[n].compiled; }
 
-    /// Sets a parameter of the n-th effect for the frames that follow. Throws WrongOption.
+    /// Sets a parameter of the n-th effect for the frames that follow; its key frames, if it has any, are
+    /// dropped. Throws WrongOption.
     void set(std::size_t n, const ParameterSetting& setting);
+
+    /// Gives a parameter of the n-th effect other key frames, from the next frame on. Throws WrongOption.
+    void set(std::size_t n, const KeyedParameter& parameter);
+
+    /// The next picture that apply() gets is not that of the frame after the last one: effects that look back
+    /// see it as the first.
+    void forgetFrames();
 
     /// What a user should know of the settings, a line each.
     const std::vector<std::string>& warnings() const { return warnings_; }
@@ -74,6 +82,7 @@ private:
         Qx::Ptr<iGPUImage3D> table; ///< of a LUT
         const Host::CompiledEffect* compiled = nullptr;
         std::vector<std::size_t> supplied; ///< parameters that every frame sets
+        std::vector<KeyedParameter> keyed; ///< the same, of key frames
         std::vector<TextureBinding> bindings;
         std::vector<std::pair<LightweightString<char>, std::shared_ptr<iTextureFile>>> files;
         Image::Surface pictureBefore; ///< of the last frame; empty unless it is read
@@ -85,6 +94,9 @@ private:
     void takeLut(Link& link, const std::string& lut) const;
     static void takeTable(Link& link, LutOnGpu table);
     void takeParameters(Link& link, const EffectRequest& request);
+    void warnOfRange(const Link& link, const EffectRequest& request, const ParameterSetting& setting);
+    static void setValue(Link& link, const EffectRequest& request, const ParameterSetting& setting);
+    static void setKeys(Link& link, const EffectRequest& request, const KeyedParameter& parameter);
     void takeTextures(Link& link, const EffectRequest& request);
     void warnOfUnread(const Host::CompiledEffect& effect, const Host::CompiledEffect::Technique& technique,
                       const EffectRequest& request);

@@ -6,6 +6,7 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/formats/PixelFormat.h"
+#include "tools/qxhost/pipeline/look/KeyFrames.h"
 #include "tools/qxhost/pipeline/options/BurnInOptions.h"
 #include "tools/qxhost/pipeline/options/DateTime.h"
 #include "tools/qxhost/pipeline/options/FilterOptions.h"
@@ -40,7 +41,10 @@ struct TextureFile
     std::shared_ptr<iTextureFile> pictures{}; ///< if it is set, there is no file
 };
 
-/// One "--effect FILE" or "--lut FILE" with its further options.
+/// The effect that draws tables.
+constexpr const char* tableEffect = "LUT.fx";
+
+/// One "--effect FILE" or "--lut FILE" with its further options, or "--look FILE", which stands for several.
 struct EffectRequest
 {
     std::string file;      ///< a name of the catalogue, or a path
@@ -50,9 +54,14 @@ struct EffectRequest
     std::vector<TextureFile> textures{};
     bool mapsTones = false;                        ///< of "--tone-map"
     std::optional<Host::ColourSpaceChange> ocio{}; ///< of "--ocio"; the effect is then the one for tables
+    std::vector<KeyedParameter> keyed{};           ///< parameters that change with the frames
+    std::filesystem::path look{};                  ///< of "--look", if it stands for one, or comes from one
 
     /// Whether the effect draws a table: of a LUT, or of colour spaces.
     bool hasTable() const { return ocio || !lut.empty(); }
+
+    /// Whether it stands for the steps of a look that has yet to be read; all else is empty then.
+    bool isLook() const { return !look.empty() && file.empty(); }
 };
 
 /// The user's description of a raw input, which holds nothing but frames.

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "host/effects/CompiledEffect.h"
+#include "host/effects/Supplies.h"
+#include "host/effects/framework/Diagnostic.h"
+#include "host/effects/framework/EffectInput.h"
+#include "platform/Surface.h"
+#include "tools/qxhost/pipeline/effects/EffectChain.h"
+#include "tools/qxhost/pipeline/look/Look.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Qx::Program::Studio {
+
+/// Why a step is not drawn as its file says.
+struct LinkError
+{
+    std::string text;
+    std::vector<Host::Diagnostic> messages; ///< of the compiler
+};
+
+/// What is known of a step that has been compiled, or could not be.
+struct LinkStatus
+{
+    /// Of what is drawn, which after a broken save is what was good before; null if nothing is.
+    const Host::CompiledEffect* compiled = nullptr;
+    std::string technique; ///< that is drawn
+    std::optional<LinkError> error;
+    std::vector<std::string> warnings;
+    std::optional<double> milliseconds; ///< of the device, for the last draw that was measured
+};
+
+/// Draws a look: each step by itself, so that a change to one compiles no other. For the thread that draws.
+class ChainDrawing
+{
+public:
+    /// Compiles what is new in the look and forgets what has left it. A step that cannot be compiled stays
+    /// as it was, or is left out.
+    void fit(const Look& look);
+
+    /// The picture after all steps that are on, with the values of that frame. Steps that read frames before
+    /// have them from the draws before. Call fit() first. Throws Failure (device).
+    Image::Surface draw(const Look& look, const Image::Surface& picture, const Host::FrameFacts& facts,
+                        bool measures);
+
+    /// How many frames before a frame the look needs.
+    int framesBefore(const Look& look) const;
+
+    /// Whether it draws over its own results, and so needs all frames before.
+    bool isRecursive(const Look& look) const;
+
+    /// The next frame is not the one after the last.
+    void forgetFrames();
+
+    const LinkStatus& status(std::uint64_t id) const;
+
+    /// Whether the step has been compiled, and its last draw succeeded.
+    bool isDrawn(std::uint64_t id) const;
+
+    /// Compiles the steps again whose files have changed since. Returns whether there were any.
+    bool recompileChanged();
+
+private:
+    struct Link
+    {
+        LookLink made; ///< what was compiled, or tried: all but its parameters
+        std::unique_ptr<EffectChain> chain;
+        std::map<std::string, std::vector<float>> applied; ///< values set since
+        std::vector<Host::EffectInput> inputs;
+        std::uint64_t stamp = 0;
+        LinkStatus status;
+    };
+
+    static void compile(Link& link, const LookLink& wanted);
+    static void examine(Link& link);
+    static void apply(Link& link, const LookLink& wanted, std::int64_t frame);
+
+    std::map<std::uint64_t, Link> links_;
+};
+
+} // namespace Qx::Program::Studio

@@ -1,0 +1,138 @@
+#include "tools/qxhost/studio/picture/ClipFrames.h"
+
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/pipeline/input/FrameRange.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <utility>
+
+namespace Qx::Program::Studio {
+
+namespace {
+
+/// Frames up to which it is quicker to decode on than to begin at a key frame.
+constexpr std::int64_t nearEnough = 24;
+
+/// Frames before one that is stepped back to which are decoded with it.
+constexpr std::int64_t runUp = 8;
+
+/// How many decoded frames fit into the memory that is meant for them.
+std::size_t framesKept(const Media::StreamInfo& info)
+{
+    constexpr std::size_t budget = std::size_t{384} << 20U;
+    constexpr std::size_t fewest = 4;
+    constexpr std::size_t most = 250;
+    const std::size_t sample = info.bitsPerComponent > 8 ? 2 : 1;
+    const std::size_t bytes =
+        static_cast<std::size_t>(info.width) * static_cast<std::size_t>(info.height) * 4 * sample;
+    return std::clamp(budget / std::max<std::size_t>(bytes, 1), fewest, most);
+}
+
+} // namespace
+
+ClipFrames::ClipFrames(const std::filesystem::path& file)
+{
+    options_.input = file;
+    packing_ = openFrameInput(options_, false);
+    reader_ = packing_;
+    colour_ = chooseColour(options_, info());
+    mostKept_ = framesKept(info());
+    if (info().isStill) {
+        end_ = 1;
+    } else if (info().frameCountIsExact) {
+        end_ = info().frameCount;
+    }
+}
+
+std::optional<std::int64_t> ClipFrames::count() const
+{
+    return end_ ? end_ : info().frameCount > 0 ? std::optional(info().frameCount) : std::nullopt;
+}
+
+std::vector<std::string> ClipFrames::problems() const
+{
+    return reader_->problems();
+}
+
+ClipFrames::Found ClipFrames::found(const Media::Frame& frame, std::int64_t index) const
+{
+    const std::int64_t pts = frame.time().pts;
+    return {frame, index, frameNumber(info(), pts, index),
+            static_cast<double>(pts - info().firstPts) * info().timeBase.toDouble()};
+}
+
+void ClipFrames::keep(std::int64_t index, Media::Frame frame)
+{
+    if (kept_.contains(index)) {
+        return;
+    }
+    if (kept_.size() >= mostKept_) {
+        kept_.erase(order_.front());
+        order_.pop_front();
+    }
+    kept_.emplace(index, std::move(frame));
+    order_.push_back(index);
+}
+
+void ClipFrames::open(std::int64_t index)
+{
+    reader_ = openFrameInput(options_, false);
+    next_ = 0;
+    if (index > 0) {
+        next_ = reader_->skipTo({.frame = index, .pts = {}}).frame;
+    }
+}
+
+/// Returns false if the clip ends before.
+bool ClipFrames::decodeTo(std::int64_t index)
+{
+    Media::Frame frame;
+    while (next_ <= index) {
+        const iFrameInput::Next next = reader_->next(frame);
+        if (next == iFrameInput::Next::failed) {
+            throw Failure(ExitCode::input, reader_->failure());
+        }
+        if (next == iFrameInput::Next::end) {
+            end_ = next_;
+            return false;
+        }
+        keep(next_++, std::move(frame));
+    }
+    return true;
+}
+
+ClipFrames::Found ClipFrames::at(std::int64_t index)
+{
+    index = std::max<std::int64_t>(index, 0);
+    if (end_ && *end_ > 0) {
+        index = std::min(index, *end_ - 1);
+    }
+    const std::int64_t step = index - std::exchange(last_, index);
+    const auto known = kept_.find(index);
+    if (known != kept_.end()) {
+        order_.splice(order_.end(), order_, std::find(order_.begin(), order_.end(), index));
+        return found(known->second, index);
+    }
+    if (index < next_ || index - next_ > nearEnough) {
+        const bool isBackward = step < 0 && -step <= nearEnough;
+        open(isBackward ? std::max<std::int64_t>(index - runUp, 0) : index);
+    }
+    if (!decodeTo(index)) {
+        if (!end_ || *end_ == 0) {
+            throw Failure(ExitCode::input, fmt::format("{}: has no frame {}", file().string(), index));
+        }
+        if (*end_ - 1 == index) {
+            throw Failure(ExitCode::input,
+                          fmt::format("{}: frame {} cannot be decoded", file().string(), index));
+        }
+        return at(*end_ - 1);
+    }
+    const auto decoded = kept_.find(index);
+    if (decoded == kept_.end()) {
+        throw Failure(ExitCode::input, fmt::format("{}: frame {} cannot be decoded", file().string(), index));
+    }
+    return found(decoded->second, index);
+}
+
+} // namespace Qx::Program::Studio

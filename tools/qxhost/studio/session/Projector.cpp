@@ -1,0 +1,77 @@
+#include "tools/qxhost/studio/session/Projector.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace Qx::Program::Studio {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double millisecondsSince(Clock::time_point begin)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+} // namespace
+
+Projector::Projector(const std::filesystem::path& clip) : clip_(clip), scene_(clip_) {}
+
+Host::FrameFacts Projector::factsOf(const ClipFrames::Found& found) const
+{
+    const Media::Rational rate = clip_.info().frameRate;
+    return {.seconds = found.seconds,
+            .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
+            .number = found.number};
+}
+
+/// Whether the frame follows the last one, drawn with the same look.
+bool Projector::isNext(const Wish& wish) const
+{
+    return last_ && wish.frame == last_->frame + 1 && wish.version == last_->version &&
+           wish.proxy == last_->proxy;
+}
+
+/// Draws the frames before that the look reads.
+void Projector::runUp(const Wish& wish, const Look& look)
+{
+    chain_.forgetFrames();
+    const std::int64_t before = chain_.framesBefore(look);
+    for (std::int64_t i = std::max<std::int64_t>(wish.frame - before, 0); i < wish.frame; ++i) {
+        const ClipFrames::Found found = clip_.at(i);
+        chain_.draw(look, scene_.picture(found, wish.proxy), factsOf(found), false);
+    }
+}
+
+void Projector::show(const Wish& wish, const Look& look)
+{
+    const bool isSamePicture = last_ && last_->frame == wish.frame && last_->proxy == wish.proxy;
+    times_ = {};
+    if (isSamePicture && last_->version == wish.version) {
+        return;
+    }
+    const bool looksBack = chain_.framesBefore(look) > 0 || chain_.isRecursive(look);
+    const bool needsRunUp = looksBack && !isNext(wish);
+    last_.reset(); // until everything has succeeded
+    if (needsRunUp) {
+        runUp(wish, look);
+    }
+    const Clock::time_point begin = Clock::now();
+    if (!isSamePicture) {
+        shown_ = clip_.at(wish.frame);
+        times_.decode = millisecondsSince(begin);
+        before_ = scene_.picture(shown_, wish.proxy);
+    }
+    after_ = chain_.draw(look, before_, factsOf(shown_), wish.measures);
+    times_.draw = millisecondsSince(begin) - times_.decode;
+    last_ = wish;
+}
+
+Image::Surface Projector::sample(ChainDrawing& chain, const Look& look, const PictureSize& size)
+{
+    chain.fit(look);
+    return chain.draw(look, Scene::shrunk(before_, size), factsOf(shown_), false);
+}
+
+} // namespace Qx::Program::Studio

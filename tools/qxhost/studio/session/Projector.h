@@ -1,0 +1,71 @@
+#pragma once
+
+#include "tools/qxhost/studio/picture/ChainDrawing.h"
+#include "tools/qxhost/studio/picture/ClipFrames.h"
+#include "tools/qxhost/studio/picture/Scene.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+
+namespace Qx::Program::Studio {
+
+/// The pictures of a clip before and after a look, drawn when they are asked for and what they show has
+/// changed. For the thread that draws.
+class Projector
+{
+public:
+    /// Throws Failure (input, device, effect).
+    explicit Projector(const std::filesystem::path& clip);
+
+    ClipFrames& clip() { return clip_; }
+    const ClipFrames& clip() const { return clip_; }
+    const Scene& scene() const { return scene_; }
+    ChainDrawing& chain() { return chain_; }
+    const ChainDrawing& chain() const { return chain_; }
+
+    /// What is to be shown.
+    struct Wish
+    {
+        std::int64_t frame = 0;
+        std::optional<PictureSize> proxy;
+        std::uint64_t version = 0; ///< of the look and what it is compiled to
+        bool measures = false;     ///< the time of each step
+    };
+
+    /// How long the last show() took, in milliseconds.
+    struct Times
+    {
+        double decode = 0;
+        double draw = 0; ///< until it is recorded; the device may go on
+    };
+
+    /// Draws what has changed since the last call. Throws Failure (input, device).
+    void show(const Wish& wish, const Look& look);
+
+    const Image::Surface& before() const { return before_; }
+    const Image::Surface& after() const { return after_; }
+    /// Of the frame that is shown.
+    std::int64_t number() const { return shown_.number; }
+    std::int64_t frame() const { return shown_.index; }
+    const Times& times() const { return times_; }
+
+    /// The picture of the shown frame after another look, of that size. Throws Failure.
+    Image::Surface sample(ChainDrawing& chain, const Look& look, const PictureSize& size);
+
+private:
+    Host::FrameFacts factsOf(const ClipFrames::Found& found) const;
+    bool isNext(const Wish& wish) const;
+    void runUp(const Wish& wish, const Look& look);
+
+    ClipFrames clip_;
+    Scene scene_;
+    ChainDrawing chain_;
+    ClipFrames::Found shown_;
+    std::optional<Wish> last_; ///< that before_ and after_ show; empty if they show none
+    Image::Surface before_;
+    Image::Surface after_;
+    Times times_;
+};
+
+} // namespace Qx::Program::Studio

@@ -1,0 +1,386 @@
+#include "tools/qxhost/studio/session/Worker.h"
+
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/studio/session/NamedLinks.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace Qx::Program::Studio {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// How often files are looked at, and the time of each step is measured while it plays.
+constexpr milliseconds filesPeriod{250};
+constexpr milliseconds measurePeriod{500};
+
+/// Pictures of a kind that a window may have to show still.
+constexpr int mostUnderWay = 2;
+
+/// Bytes that may wait for a window before it gets no more pictures and states.
+constexpr std::size_t mostWaitingBytes = std::size_t{4} << 20U;
+
+/// Four bytes of the header's length, the header, and a JPEG.
+std::shared_ptr<const std::string> framed(const Json& header, const std::string& jpeg)
+{
+    const std::string text = header.dump(-1, ' ', false, Json::error_handler_t::replace);
+    auto bytes = std::make_shared<std::string>();
+    bytes->reserve(4 + text.size() + jpeg.size());
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        bytes->push_back(static_cast<char>((text.size() >> shift) & 0xFFU));
+    }
+    return (*bytes += text) += jpeg, bytes;
+}
+
+int scaled(int value, double scale)
+{
+    return std::max(1, static_cast<int>(std::lround(value * scale)));
+}
+
+/// The region of the whole, at that scale and within a picture of that size.
+Region scaledRegion(const Region& region, double scale, const PictureSize& size)
+{
+    Region result{static_cast<int>(std::lround(region.x * scale)),
+                  static_cast<int>(std::lround(region.y * scale)), scaled(region.width, scale),
+                  scaled(region.height, scale)};
+    result.x = std::clamp(result.x, 0, size.width - 1);
+    result.y = std::clamp(result.y, 0, size.height - 1);
+    result.width = std::min(result.width, size.width - result.x);
+    result.height = std::min(result.height, size.height - result.y);
+    return result;
+}
+
+} // namespace
+
+Session::Worker::Worker(const SessionOptions& options, Console& console)
+    : options_(options),
+      console_(console),
+      projector_(options.clip),
+      playback_(projector_.clip().info().isStill ? 0 : projector_.clip().info().frameRate.toDouble(),
+                projector_.clip().count()),
+      device_(deviceName())
+{
+    std::error_code error;
+    looks_ = options.looks.empty() ? std::filesystem::current_path(error) : options.looks;
+    if (!std::filesystem::is_directory(looks_, error)) {
+        throw Failure(ExitCode::usage, "--looks " + looks_.string() + ": is no folder");
+    }
+    Look look = options.look.empty() ? Look() : readLookOfClip(options.look);
+    for (const std::string& word : options.effects) {
+        look.links.push_back(linkNamed(word));
+        const LookLink& link = look.links.back();
+        const std::filesystem::path file = fileOfLink(link);
+        if (link.kind == LookLink::Kind::effect && link.file == file) {
+            editable_.insert(file);
+        }
+    }
+    editor_.start(std::move(look));
+    lookChanged();
+    drawFrame();
+    if (!problem_.empty()) {
+        throw Failure(ExitCode::input, problem_);
+    }
+    thread_ = std::thread([this] { run(); });
+}
+
+Session::Worker::~Worker()
+{
+    stop();
+}
+
+void Session::Worker::stop()
+{
+    std::deque<std::function<void()>> dropped;
+    {
+        const std::lock_guard lock(mutex_);
+        stops_ = true;
+        dropped.swap(tasks_);
+    }
+    wakes_.notify_one();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+    clients_.clear();
+    waiting_.clear();
+}
+
+void Session::Worker::post(std::function<void()> task)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        if (stops_) {
+            return;
+        }
+        tasks_.push_back(std::move(task));
+    }
+    wakes_.notify_one();
+}
+
+std::chrono::steady_clock::time_point Session::Worker::wakeUp() const
+{
+    const bool isWanted = std::any_of(clients_.begin(), clients_.end(),
+                                      [&](const Client& client) { return wantsPicture(client); });
+    if (isWanted) {
+        return Clock::now();
+    }
+    Clock::time_point next = filesAt_ + filesPeriod;
+    if (playback_.isPlaying()) {
+        next = std::min(next, playback_.nextDue());
+    }
+    if (isStateNew_ || !waiting_.empty()) {
+        next = Clock::now();
+    }
+    return next;
+}
+
+std::deque<std::function<void()>> Session::Worker::waitForTasks()
+{
+    const Clock::time_point until = wakeUp();
+    std::unique_lock lock(mutex_);
+    wakes_.wait_until(lock, until, [&] { return stops_ || !tasks_.empty(); });
+    return std::exchange(tasks_, {});
+}
+
+void Session::Worker::run()
+{
+    while (true) {
+        for (const std::function<void()>& task : waitForTasks()) {
+            task();
+        }
+        {
+            const std::lock_guard lock(mutex_);
+            if (stops_) {
+                return;
+            }
+        }
+        lookAtFiles();
+        advance();
+        present();
+        sendState(false);
+        answerNextPicture();
+    }
+}
+
+void Session::Worker::advance()
+{
+    if (clients_.empty()) {
+        playback_.pause();
+    }
+    const bool wasPlaying = playback_.isPlaying();
+    if (playback_.advance(Clock::now())) {
+        ++pictureVersion_;
+    } else if (wasPlaying && !playback_.isPlaying()) {
+        changed();
+    }
+}
+
+void Session::Worker::lookAtFiles()
+{
+    const Clock::time_point now = Clock::now();
+    if (now < filesAt_ + filesPeriod) {
+        return;
+    }
+    if (projector_.chain().recompileChanged()) {
+        ++drawVersion_;
+        ++pictureVersion_;
+        changed();
+    }
+    lookForConflicts();
+    filesAt_ = Clock::now();
+}
+
+void Session::Worker::lookChanged()
+{
+    projector_.chain().fit(editor_.look());
+    ++drawVersion_;
+    ++pictureVersion_;
+    changed();
+}
+
+std::uint64_t Session::Worker::stampFor(const Client& client) const
+{
+    return (pictureVersion_ << 24U) + (client.viewVersion & 0xFFFFFFU);
+}
+
+std::vector<std::string> Session::Worker::kindsFor(const View& view) const
+{
+    switch (view.compare) {
+    case View::Compare::wipe:
+    case View::Compare::side:
+        return {"after", "before"};
+    case View::Compare::difference:
+        return {"difference"};
+    case View::Compare::none:
+        break;
+    }
+    return {"after"};
+}
+
+bool Session::Worker::wantsPicture(const Client& client) const
+{
+    if (!client.view || client.window->backlog() > mostWaitingBytes) {
+        return false;
+    }
+    const std::vector<std::string> kinds = kindsFor(*client.view);
+    return std::any_of(kinds.begin(), kinds.end(), [&](const std::string& kind) {
+        const auto found = client.channels.find(kind);
+        return found == client.channels.end() ||
+               (found->second.stamp != stampFor(client) && found->second.underWay < mostUnderWay);
+    });
+}
+
+void Session::Worker::drawFrame()
+{
+    const Clock::time_point now = Clock::now();
+    const bool measures = !playback_.isPlaying() || now > measuredAt_ + measurePeriod;
+    if (measures) {
+        measuredAt_ = now;
+    }
+    std::string problem;
+    try {
+        projector_.show(
+            {.frame = playback_.frame(), .proxy = proxy_, .version = drawVersion_, .measures = measures},
+            editor_.look());
+    } catch (const Failure& failure) {
+        problem = failure.what();
+        playback_.pause();
+    }
+    if (problem != problem_) {
+        problem_ = problem;
+        changed();
+    }
+    const std::optional<std::int64_t> count = projector_.clip().count();
+    if (problem_.empty() && projector_.frame() < playback_.frame()) { // the clip is shorter than it says
+        playback_.setCount(count);
+        changed();
+    }
+}
+
+void Session::Worker::present()
+{
+    const bool isWanted = std::any_of(clients_.begin(), clients_.end(),
+                                      [&](const Client& client) { return wantsPicture(client); });
+    if (!isWanted) {
+        return;
+    }
+    drawFrame();
+    for (Client& client : clients_) {
+        if (!wantsPicture(client)) {
+            continue;
+        }
+        try {
+            sendPictures(client);
+        } catch (const Failure& failure) {
+            problem_ = failure.what();
+            changed();
+            for (const std::string& kind : kindsFor(*client.view)) {
+                client.channels[kind].stamp = stampFor(client);
+            }
+        }
+    }
+}
+
+void Session::Worker::sendPictures(Client& client)
+{
+    for (const std::string& kind : kindsFor(*client.view)) {
+        Channel& channel = client.channels[kind];
+        if (channel.stamp == stampFor(client) || channel.underWay >= mostUnderWay) {
+            continue;
+        }
+        channel.stamp = stampFor(client);
+        if (!projector_.after().getGPUSurface()) {
+            continue; // nothing has been drawn yet
+        }
+        sendPicture(client, kind);
+        ++channel.underWay;
+    }
+}
+
+PictureSize Session::Worker::pictureSize() const
+{
+    return {static_cast<int>(projector_.after().getWidth()),
+            static_cast<int>(projector_.after().getHeight())};
+}
+
+const Still* Session::Worker::still(std::int64_t id) const
+{
+    const auto found =
+        std::find_if(stills_.begin(), stills_.end(), [&](const Still& each) { return each.id == id; });
+    return found == stills_.end() ? nullptr : &*found;
+}
+
+/// What is compared with, at that size.
+Pixels Session::Worker::against(const View& view, const PictureSize& size) const
+{
+    const Still* const kept = view.against == 0 ? nullptr : still(view.against);
+    if (kept != nullptr) {
+        const PictureSize own{static_cast<int>(kept->picture.getWidth()),
+                              static_cast<int>(kept->picture.getHeight())};
+        const bool isLarger = size.width <= own.width && size.height <= own.height;
+        const HostPixels read =
+            projector_.scene().bytes(isLarger ? Scene::shrunk(kept->picture, size) : kept->picture);
+        return resized(read.view, size.width, size.height);
+    }
+    return copyOf(projector_.scene().bytes(Scene::shrunk(projector_.before(), size)).view);
+}
+
+bool Session::Worker::isEditable(const LookLink& link) const
+{
+    return link.kind == LookLink::Kind::effect && editable_.contains(fileOfLink(link));
+}
+
+void Session::Worker::sendPicture(Client& client, const std::string& kind)
+{
+    const View& view = *client.view;
+    const Media::StreamInfo& info = projector_.clip().info();
+    const Region region = view.region.value_or(Region{0, 0, info.width, info.height});
+    const PictureSize whole = pictureSize();
+    const double proxied = static_cast<double>(whole.width) / info.width;
+    const double scale = std::min(
+        {1.0, view.place.width / (region.width * proxied), view.place.height / (region.height * proxied)});
+    const PictureSize size{std::min(scaled(whole.width, scale), whole.width),
+                           std::min(scaled(whole.height, scale), whole.height)};
+    const Region part = scaledRegion(region, scale * proxied, size);
+
+    const Clock::time_point begin = Clock::now();
+    Pixels held;
+    HostPixels read;
+    PixelView shown;
+    if (kind != "before") {
+        read = projector_.scene().bytes(Scene::shrunk(projector_.after(), size));
+        shown = read.view.part(part);
+    }
+    if (kind == "before") {
+        held = against(view, size);
+        shown = held.view().part(part);
+    } else if (kind == "difference") {
+        const Pixels other = against(view, size);
+        held = differenceOf(shown, other.view().part(part), view.times);
+        shown = held.view();
+    }
+    const Clock::time_point drawn = Clock::now();
+    const std::string jpeg = jpeg_.encode(shown, view.quality);
+    const auto spent = [](Clock::time_point from, Clock::time_point to) {
+        return std::round(std::chrono::duration<double, std::milli>(to - from).count() * 100) / 100;
+    };
+    const Json header{{"is", "picture"},
+                      {"of", kind},
+                      {"frame", projector_.frame()},
+                      {"width", shown.width},
+                      {"height", shown.height},
+                      {"region", {region.x, region.y, region.width, region.height}},
+                      {"milliseconds",
+                       {{"decode", std::round(projector_.times().decode * 100) / 100},
+                        {"draw", std::round(projector_.times().draw * 100) / 100 + spent(begin, drawn)},
+                        {"encode", spent(drawn, Clock::now())}}},
+                      {"answers", client.change}};
+    client.window->sendBytes(framed(header, jpeg));
+}
+
+} // namespace Qx::Program::Studio

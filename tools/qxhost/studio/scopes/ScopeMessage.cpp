@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <numeric>
 
-namespace Qx::Program {
+namespace Qx::Program::Studio {
 
 namespace {
 
@@ -54,17 +54,16 @@ Counts histogramOf(const Counts& waveform, unsigned columns)
 
 } // namespace
 
-ScopeKinds scopeKinds(const nlohmann::json& names)
+ScopeKinds scopeKinds(const std::vector<std::string>& names)
 {
     ScopeKinds kinds;
-    for (const nlohmann::json& each : names) {
-        const auto found = std::find_if(kindNames.begin(), kindNames.end(), [&](const Kind& kind) {
-            return each.is_string() && each.get_ref<const std::string&>() == kind.name;
-        });
+    for (const std::string& name : names) {
+        const auto found = std::find_if(kindNames.begin(), kindNames.end(),
+                                        [&](const Kind& kind) { return name == kind.name; });
         if (found == kindNames.end()) {
             throw Failure(ExitCode::usage,
-                          "there is no scope " + each.dump() +
-                              "; there are waveform, parade, vectorscope, histogram and chromaticity");
+                          "there is no scope \"" + name +
+                              "\"; there are waveform, parade, vectorscope, histogram and chromaticity");
         }
         kinds.*(found->member) = true;
     }
@@ -79,12 +78,11 @@ ScopeSizes scopeSizes(const ScopeKinds& kinds)
     return sizes;
 }
 
-nlohmann::json scopeMessage(const ScopeKinds& kinds, const ScopeSignal& signal,
-                            const Host::ScopeRequest& request, const Host::ScopeCounts& counts)
+Json scopeMessage(const ScopeKinds& kinds, const ScopeSignal& signal, const Host::ScopeRequest& request,
+                  const Host::ScopeCounts& counts)
 {
     const ScopeRange range = scopeRange(request);
-    nlohmann::json message{
-        {"bits", request.levels == 256 ? 8 : 10}, {"black", range.black}, {"white", range.white}};
+    Json message{{"bits", request.levels == 256 ? 8 : 10}, {"black", range.black}, {"white", range.white}};
     if (kinds.waveform) {
         message["waveform"] = {
             {"columns", request.columns}, {"levels", request.levels}, {"luma", encoded(counts.luma)}};
@@ -104,7 +102,7 @@ nlohmann::json scopeMessage(const ScopeKinds& kinds, const ScopeSignal& signal,
                                 {"b", histogramOf(counts.blue, request.columns)}};
     }
     if (kinds.vectorscope) {
-        nlohmann::json targets = nlohmann::json::array();
+        Json targets = Json::array();
         for (const ScopeTarget& target : scopeTargets(request)) {
             targets.push_back({{"name", target.name}, {"cb", target.cb}, {"cr", target.cr}});
         }
@@ -123,4 +121,4 @@ nlohmann::json scopeMessage(const ScopeKinds& kinds, const ScopeSignal& signal,
     return message;
 }
 
-} // namespace Qx::Program
+} // namespace Qx::Program::Studio

@@ -10,7 +10,7 @@ extern "C" {
 #include <algorithm>
 #include <cmath>
 
-namespace Qx::Program {
+namespace Qx::Program::Studio {
 
 namespace {
 
@@ -116,6 +116,19 @@ Host::SignalCode signalCode(const Row& weights, double zero, double scale)
     return code;
 }
 
+/// The same signal of pictures of video range: their levels are brought to 0 for black and 1 for white first.
+void readVideoRange(Host::SignalCode& code, int bits)
+{
+    const double all = std::exp2(bits) - 1;
+    const double part = 219 * std::exp2(bits - 8);
+    for (double& weight : code.weights) {
+        code.offset -= weight * 16 / 219;
+        weight *= all / part;
+    }
+    constexpr double roundedAway = 1e-9;
+    code.offset = std::abs(code.offset) < roundedAway ? 0 : code.offset;
+}
+
 } // namespace
 
 double lightOfLevel(double level, int transferTag)
@@ -157,6 +170,11 @@ Host::ScopeRequest scopeRequest(const ScopeSignal& signal, const ScopeSizes& siz
     const double chroma = video ? 224 * unit : largest;
     request.cb = signalCode({-luma[0], -luma[1], 1 - luma[2]}, middle, chroma / (2 * (1 - luma[2])));
     request.cr = signalCode({1 - luma[0], -luma[1], -luma[2]}, middle, chroma / (2 * (1 - luma[0])));
+    if (signal.pictureRange == Media::Range::video) {
+        for (Host::SignalCode* each : {&request.luma, &request.cb, &request.cr}) {
+            readVideoRange(*each, signal.pictureBits);
+        }
+    }
     if (request.chromaticity > 0) {
         request.toXYZ = xyzOf(primariesOf(signal.colour));
         for (unsigned i = 0; i < Host::ScopeRequest::tones; ++i) {
@@ -220,4 +238,4 @@ const std::vector<Chromaticity>& spectralLocus()
     return locus;
 }
 
-} // namespace Qx::Program
+} // namespace Qx::Program::Studio

@@ -6,13 +6,15 @@
 #include <array>
 #include <vector>
 
-namespace Qx::Program {
+namespace Qx::Program::Studio {
 
 /// The signal that a picture of red, green and blue stands for.
 struct ScopeSignal
 {
     Media::Colour colour; ///< its matrix, range, primaries and transfer
     int bits = 8;         ///< of the clip; scopes of more than 8 have the codes of 10
+    Media::Range pictureRange = Media::Range::full; ///< of the picture's codes
+    int pictureBits = 8;
 };
 
 /// How large scopes are, in cells.
@@ -24,7 +26,7 @@ struct ScopeSizes
 };
 
 /// What to count of a picture of that signal: its luma and chroma in the signal's range, and red, green and
-/// blue in full range.
+/// blue in the picture's.
 Host::ScopeRequest scopeRequest(const ScopeSignal& signal, const ScopeSizes& sizes);
 
 /// A code of chroma, with the name of the colour bar that has it.
@@ -57,4 +59,4 @@ const std::vector<Chromaticity>& spectralLocus();
 /// The light of a level from 0 to 1, as a part of the brightest.
 double lightOfLevel(double level, int transferTag);
 
-} // namespace Qx::Program
+} // namespace Qx::Program::Studio

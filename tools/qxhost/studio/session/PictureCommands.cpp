@@ -185,10 +185,4 @@ std::optional<std::string> Session::Worker::smallPicture(const std::string& path
     return {};
 }
 
-/// What a window wants of scopes; they are sent by sendScopes().
-Json Session::Worker::doScopes(Client&, const Message&)
-{
-    throw Failure(ExitCode::usage, "scopes are not counted yet");
-}
-
 } // namespace Qx::Program::Studio

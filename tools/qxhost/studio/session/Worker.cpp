@@ -133,6 +133,9 @@ std::chrono::steady_clock::time_point Session::Worker::wakeUp() const
     if (playback_.isPlaying()) {
         next = std::min(next, playback_.nextDue());
     }
+    if (const auto scopes = nextScopes()) {
+        next = std::min(next, *scopes);
+    }
     if (isStateNew_ || !waiting_.empty()) {
         next = Clock::now();
     }
@@ -162,6 +165,7 @@ void Session::Worker::run()
         lookAtFiles();
         advance();
         present();
+        presentScopes();
         sendState(false);
         answerNextPicture();
     }

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/studio/picture/Jpeg.h"
+#include "tools/qxhost/studio/scopes/ScopeMessage.h"
 #include "tools/qxhost/studio/session/Editor.h"
 #include "tools/qxhost/studio/session/Message.h"
 #include "tools/qxhost/studio/session/Playback.h"
@@ -81,9 +82,20 @@ private:
         std::uint64_t stamp = 0; ///< of what the last one shows
     };
 
+    /// What a window wants to have counted, and what it has been sent of that.
+    struct Scopes
+    {
+        ScopeKinds kinds;
+        bool ofBefore = false;              ///< the picture before the look
+        std::chrono::milliseconds period{}; ///< between two messages, at least
+        std::uint64_t version = 0;          ///< of the picture that was counted last; 0: none
+        std::chrono::steady_clock::time_point sentAt;
+    };
+
     struct Client
     {
         WindowPtr window;
+        Scopes scopes;
         std::optional<View> view;
         std::uint64_t viewVersion = 0;
         std::int64_t change = 0; ///< the highest number of its messages
@@ -119,6 +131,10 @@ private:
     void drawFrame();
     void sendPictures(Client& client);
     void sendPicture(Client& client, const std::string& kind);
+    bool wantsScopes(const Client& client) const;
+    std::optional<std::chrono::steady_clock::time_point> nextScopes() const;
+    void presentScopes();
+    void sendScopes(Client& client);
     Image::Surface surfaceOf(const std::string& kind) const;
     Pixels against(const View& view, const PictureSize& size) const;
     const Still* still(std::int64_t id) const;

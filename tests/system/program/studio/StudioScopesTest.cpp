@@ -1,0 +1,190 @@
+// Scopes of the studio, against counts of the codes that convert writes.
+
+#include "tests/system/program/studio/StudioTest.h"
+
+#include <array>
+#include <cmath>
+#include <numeric>
+
+namespace Qx::System {
+
+namespace {
+
+constexpr int width = 320;
+constexpr int height = 180;
+
+class StudioScopes : public StudioTest
+{
+protected:
+    /// Messages that come before `holds` is true are dropped.
+    static Json scopes(Browser& browser, const std::function<bool(const Json&)>& holds)
+    {
+        for (int i = 0; i < 50; ++i) {
+            Json message = browser.message("scopes");
+            if (holds(message)) {
+                return message;
+            }
+        }
+        ADD_FAILURE() << "no such scopes";
+        return {};
+    }
+
+    static Json ofFrame(Browser& browser, int frame)
+    {
+        return scopes(browser, [&](const Json& message) { return message["frame"] == frame; });
+    }
+
+    /// R G B of each pixel of a picture.
+    std::vector<std::array<int, 3>> pixels(const std::string& file) const
+    {
+        const std::vector<std::uint8_t> bytes = decoded(file, "rgb24");
+        std::vector<std::array<int, 3>> result;
+        for (std::size_t i = 0; i + 2 < bytes.size(); i += 3) {
+            result.push_back({bytes[i], bytes[i + 1], bytes[i + 2]});
+        }
+        return result;
+    }
+
+    static std::vector<unsigned> counts(const std::string& base64)
+    {
+        const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        std::vector<unsigned> bytes;
+        unsigned bits = 0;
+        int have = 0;
+        for (const char letter : base64) {
+            if (letter == '=') {
+                break;
+            }
+            bits = bits << 6 | static_cast<unsigned>(letters.find(letter));
+            have += 6;
+            if (have >= 8) {
+                have -= 8;
+                bytes.push_back(bits >> have & 255);
+            }
+        }
+        std::vector<unsigned> words;
+        for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+            words.push_back(bytes[i] | bytes[i + 1] << 8);
+        }
+        return words;
+    }
+
+    /// Y Cb Cr of BT.709 in video range.
+    static std::array<int, 3> signal(const std::array<int, 3>& rgb)
+    {
+        const double r = rgb[0] / 255.0;
+        const double g = rgb[1] / 255.0;
+        const double b = rgb[2] / 255.0;
+        const double luma = 0.2126 * r + 0.7152 * g + 0.0722 * b;
+        return {static_cast<int>(std::floor(16.5 + 219 * luma)),
+                static_cast<int>(std::floor(128.5 + 224 * (b - luma) / 1.8556)),
+                static_cast<int>(std::floor(128.5 + 224 * (r - luma) / 1.5748))};
+    }
+};
+
+} // namespace
+
+TEST_F(StudioScopes, count_the_codes_that_convert_writes)
+{
+    makeClip();
+    start({"clip.mp4", "cc3.fx"});
+    Browser browser = window();
+    const Json link =
+        browser.state([](const Json& state) { return !state["chain"].empty(); })["chain"][0]["id"];
+    ASSERT_EQ(browser.ask({{"do", "set"}, {"link", link}, {"name", "gain"}, {"values", {1.2}}})["is"],
+              "answer");
+    browser.ask({{"do", "seek"}, {"frame", 7}});
+    browser.ask({{"do", "scopes"},
+                 {"kinds", {"waveform", "parade", "vectorscope", "histogram"}},
+                 {"of", "after"},
+                 {"rate", 30}});
+    const Json found = ofFrame(browser, 7);
+    ASSERT_EQ(qxhost({"convert", "clip.mp4", "want.png", "--effect", "cc3.fx", "--set", "gain=1.2", "--start",
+                      "7", "--frames", "1"})
+                  .exitCode,
+              0);
+
+    std::array<std::vector<unsigned>, 3> histogram;
+    std::vector<unsigned> lumas(256);
+    std::vector<unsigned> vectors(256 * 256);
+    const unsigned columns = found["waveform"]["columns"];
+    std::vector<unsigned> waveform(columns * 256);
+    std::vector<unsigned> reds(columns * 256);
+    for (auto& each : histogram) {
+        each.resize(256);
+    }
+    const auto want = pixels("want.png");
+    ASSERT_EQ(want.size(), std::size_t{width} * height);
+    for (std::size_t i = 0; i < want.size(); ++i) {
+        const auto [luma, cb, cr] = signal(want[i]);
+        const std::size_t column = i % width * columns / width;
+        for (std::size_t c = 0; c < 3; ++c) {
+            ++histogram.at(c)[static_cast<std::size_t>(want[i].at(c))];
+        }
+        ++lumas[static_cast<std::size_t>(luma)];
+        ++vectors[static_cast<std::size_t>(cr * 256 + cb)];
+        ++waveform[static_cast<std::size_t>(luma) * columns + column];
+        ++reds[static_cast<std::size_t>(want[i][0]) * columns + column];
+    }
+    EXPECT_EQ(found["bits"], 8);
+    EXPECT_EQ(found["of"], "after");
+    EXPECT_EQ(found["black"], 16);
+    EXPECT_EQ(found["white"], 235);
+    EXPECT_EQ(found["histogram"]["r"], Json(histogram[0]));
+    EXPECT_EQ(found["histogram"]["g"], Json(histogram[1]));
+    EXPECT_EQ(found["histogram"]["b"], Json(histogram[2]));
+    EXPECT_EQ(found["histogram"]["luma"], Json(lumas));
+    EXPECT_EQ(counts(found["waveform"]["luma"]), waveform);
+    EXPECT_EQ(counts(found["parade"]["r"]), reds);
+    EXPECT_EQ(counts(found["vectorscope"]["counts"]), vectors);
+    EXPECT_FALSE(found.contains("chromaticity"));
+    stop();
+}
+
+TEST_F(StudioScopes, follow_the_picture_and_can_be_of_the_clip)
+{
+    makeClip();
+    start({"clip.mp4", "cc3.fx"});
+    Browser browser = window();
+    const Json link =
+        browser.state([](const Json& state) { return !state["chain"].empty(); })["chain"][0]["id"];
+    const auto sumOfRed = [](const Json& message) {
+        double sum = 0;
+        for (std::size_t code = 0; code < 256; ++code) {
+            sum += static_cast<double>(code) * message["histogram"]["r"][code].get<double>();
+        }
+        return sum;
+    };
+    browser.ask({{"do", "scopes"}, {"kinds", {"histogram"}}, {"of", "after"}, {"rate", 30}});
+    const double plain = sumOfRed(ofFrame(browser, 0));
+    browser.ask({{"do", "set"}, {"link", link}, {"name", "gain"}, {"values", {0.5}}});
+    scopes(browser, [&](const Json& message) { return sumOfRed(message) < plain; });
+    browser.ask({{"do", "scopes"}, {"kinds", {"histogram"}}, {"of", "before"}});
+    scopes(browser,
+           [&](const Json& message) { return message["of"] == "before" && sumOfRed(message) == plain; });
+    browser.ask({{"do", "seek"}, {"frame", 9}});
+    ofFrame(browser, 9);
+    stop();
+}
+
+TEST_F(StudioScopes, are_refused_when_nobody_has_them)
+{
+    makeClip();
+    start({"clip.mp4"});
+    Browser browser = window();
+    const auto refusal = [&](const Json& message) {
+        const Json answer = browser.ask(message);
+        EXPECT_EQ(answer["is"], "error") << message.dump();
+        return answer.value("text", "");
+    };
+    EXPECT_NE(refusal({{"do", "scopes"}, {"kinds", {"radar"}}}).find("radar"), std::string::npos);
+    EXPECT_NE(refusal({{"do", "scopes"}, {"kinds", {"waveform"}}, {"of", "both"}}).find("\"of\""),
+              std::string::npos);
+    EXPECT_NE(refusal({{"do", "scopes"}, {"kinds", {"waveform"}}, {"rate", 0}}).find("\"rate\""),
+              std::string::npos);
+    EXPECT_NE(refusal({{"do", "scopes"}}).find("\"kinds\""), std::string::npos);
+    EXPECT_EQ(browser.ask({{"do", "scopes"}, {"kinds", Json::array()}})["is"], "answer");
+    stop();
+}
+
+} // namespace Qx::System

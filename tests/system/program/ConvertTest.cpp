@@ -109,14 +109,6 @@ protected:
     }
 
     /// Converts, and must succeed.
-    Outcome convert(std::vector<std::string> arguments) const
-    {
-        arguments.insert(arguments.begin(), "convert");
-        Outcome outcome = qxhost(arguments);
-        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
-        return outcome;
-    }
-
     static std::vector<double> expected(const Picture& picture, Matrix matrix, Range range,
                                         Range target = Range::Full)
     {

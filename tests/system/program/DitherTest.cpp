@@ -9,15 +9,6 @@ namespace {
 class Dither : public ProgramTest
 {
 protected:
-    Outcome convert(std::vector<std::string> arguments, int exitCode = 0) const
-    {
-        arguments.insert(arguments.begin(), "convert");
-        arguments.emplace_back("--force");
-        Outcome outcome = qxhost(arguments);
-        EXPECT_EQ(outcome.exitCode, exitCode) << outcome.err;
-        return outcome;
-    }
-
     void makeRamps() const
     {
         ffmpeg({"-f", "lavfi", "-i", "color=size=256x64:rate=25", "-frames:v", "2", "-vf",

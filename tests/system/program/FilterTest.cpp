@@ -11,14 +11,6 @@ using Bytes = std::vector<std::uint8_t>;
 class Filters : public ProgramTest
 {
 protected:
-    Outcome convert(std::vector<std::string> arguments, int exitCode = 0) const
-    {
-        arguments.insert(arguments.begin(), "convert");
-        Outcome outcome = qxhost(arguments);
-        EXPECT_EQ(outcome.exitCode, exitCode) << outcome.err;
-        return outcome;
-    }
-
     /// Tagged as BT.709 of video range.
     void makeClip(const std::string& name, const std::string& format, const std::string& size, double seconds,
                   const std::vector<std::string>& more = {}) const

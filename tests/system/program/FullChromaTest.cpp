@@ -12,15 +12,6 @@ namespace {
 class FullChroma : public ProgramTest
 {
 protected:
-    Outcome convert(std::vector<std::string> arguments, int exitCode = 0) const
-    {
-        arguments.insert(arguments.begin(), "convert");
-        arguments.emplace_back("--force");
-        Outcome outcome = qxhost(arguments);
-        EXPECT_EQ(outcome.exitCode, exitCode) << outcome.err;
-        return outcome;
-    }
-
     /// Codes of all values, tagged with this matrix and range.
     void makeClip(const std::string& format, const std::string& matrix, const std::string& range) const
     {

@@ -164,6 +164,15 @@ Outcome ProgramTest::qxhost(const std::vector<std::string>& arguments) const
     return run(command);
 }
 
+Outcome ProgramTest::convert(std::vector<std::string> arguments, int exitCode) const
+{
+    arguments.insert(arguments.begin(), "convert");
+    arguments.emplace_back("--force");
+    Outcome outcome = qxhost(arguments);
+    EXPECT_EQ(outcome.exitCode, exitCode) << outcome.err;
+    return outcome;
+}
+
 void ProgramTest::ffmpeg(const std::vector<std::string>& arguments) const
 {
     std::vector<std::string> command{"ffmpeg", "-nostdin", "-v", "error", "-y"};

@@ -66,6 +66,9 @@ protected:
     Outcome qxhost(const std::vector<std::string>& arguments) const;
     Outcome run(const std::vector<std::string>& command) const;
 
+    /// Runs "qxhost convert" with --force; it must end with that code.
+    Outcome convert(std::vector<std::string> arguments, int exitCode = 0) const;
+
     /// Runs ffmpeg in the test's directory; it must succeed.
     void ffmpeg(const std::vector<std::string>& arguments) const;
 

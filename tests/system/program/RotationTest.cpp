@@ -13,15 +13,6 @@ using MatrixPart = std::array<int, 4>; ///< a, b, c, d of ISO/IEC 14496-12, 8.2.
 class Rotation : public ProgramTest
 {
 protected:
-    Outcome convert(std::vector<std::string> arguments, int exitCode = 0) const
-    {
-        arguments.insert(arguments.begin(), "convert");
-        arguments.emplace_back("--force");
-        Outcome outcome = qxhost(arguments);
-        EXPECT_EQ(outcome.exitCode, exitCode) << outcome.err;
-        return outcome;
-    }
-
     /// A clip of one frame with a display matrix.
     void makeClip(const std::string& name, const std::vector<std::string>& encoding, const MatrixPart& part,
                   int unit = 1 << 16) const

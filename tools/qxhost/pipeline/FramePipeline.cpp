@@ -62,13 +62,19 @@ void FramePipeline::startStage(std::vector<std::thread>& threads, Stage stage)
 std::int64_t FramePipeline::run(Media::iFrameWriter& writer)
 {
     writer_ = &writer;
-    makeHostImages();
+    if (!job_.keepFrames) {
+        makeHostImages();
+    }
     std::vector<std::thread> threads;
     try {
         startStage(threads, &FramePipeline::decode);
-        startStage(threads, &FramePipeline::pack);
-        startStage(threads, &FramePipeline::convert);
-        startStage(threads, &FramePipeline::encode);
+        if (job_.keepFrames) {
+            startStage(threads, &FramePipeline::encodeDecoded);
+        } else {
+            startStage(threads, &FramePipeline::pack);
+            startStage(threads, &FramePipeline::convert);
+            startStage(threads, &FramePipeline::encode);
+        }
     } catch (const std::system_error&) {
         fail(std::make_exception_ptr(Failure(ExitCode::failed, "cannot start another thread")));
     }
@@ -253,10 +259,26 @@ void FramePipeline::encode()
         if (!status) {
             throw Failure(ExitCode::output, status.text());
         }
-        firstTime_ = written_ == 0 ? frame->time : firstTime_;
-        lastTime_ = frame->time;
-        ++written_;
-        onFrame_(written_);
+        countWritten(frame->time);
+    }
+}
+
+void FramePipeline::countWritten(const Media::FrameTime& time)
+{
+    firstTime_ = written_ == 0 ? time : firstTime_;
+    lastTime_ = time;
+    ++written_;
+    onFrame_(written_);
+}
+
+void FramePipeline::encodeDecoded()
+{
+    while (std::optional<Decoded> decoded = decoded_.pop()) {
+        const Media::Status status = writer_->writeDecoded(decoded->frame, job_.source.rangeOf(decoded->frame));
+        if (!status) {
+            throw Failure(ExitCode::output, status.text());
+        }
+        countWritten(decoded->frame.time());
     }
 }
 

@@ -43,7 +43,8 @@ struct ConversionJob
     std::span<const std::unique_ptr<BurnIn>> burnIns{}; ///< after the effects, in this order
     PictureStep step;                                   ///< after these
     const FrameDelivery* delivery = nullptr;            ///< how pictures are read back; null: as A R G B
-    bool keepCodes = false; ///< YCrCb goes from the input to the delivery without becoming RGB
+    bool keepCodes = false;  ///< YCrCb goes from the input to the delivery without becoming RGB
+    bool keepFrames = false; ///< frames go from the input to the writer as they were decoded
 
     std::int64_t start = 0;                  ///< number of the frame that the input gives first
     FrameRange range{};                      ///< where to end
@@ -117,6 +118,8 @@ private:
     void pack();
     void convert();
     void encode();
+    void encodeDecoded();
+    void countWritten(const Media::FrameTime& time);
 
     void makeHostImages();
     Image::Surface decoded(const Image::Surface& frame, const Media::FramePacker::CodeForm& form) const;

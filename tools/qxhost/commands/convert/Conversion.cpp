@@ -51,6 +51,7 @@ struct Conversion
     ColourChoice colour;
     std::optional<FrameDelivery> delivery; ///< to the pixel format asked for
     bool keepCodes = false;                ///< YCrCb codes pass through unchanged
+    bool keepFrames = false;               ///< decoded frames are encoded; nothing is drawn
     Media::OutputSettings settings;
     std::vector<std::string> effectWarnings; ///< known before the first frame
     WriterPtr writer;
@@ -102,6 +103,19 @@ bool drawsPictures(const ConvertOptions& options)
 bool passesCodes(const ConvertOptions& options, const Media::StreamInfo& info)
 {
     return options.format && options.format->isYCrCb() && !holdsRgb(info) && !drawsPictures(options);
+}
+
+/// Whether frames can go from the decoder to the encoder: nothing is drawn, and nothing that is asked for
+/// needs RGB.
+bool passesFrames(const Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    const Media::StreamInfo& info = conversion.info();
+    const bool isPlain = !options.format && !options.raw.format && !drawsPictures(options) &&
+                         !options.outputRange && !options.depth && !options.dithers &&
+                         options.filters.after.empty() && options.filter == Image::Filter::CatmullRom;
+    const bool isCoded = !holdsRgb(info) && !info.colour.fromRgb && !info.hasAlpha;
+    return isPlain && isCoded && Media::takesDecoded(options.output, conversion.settings);
 }
 
 /// The depth of pictures that loses nothing of the input or of the output format.
@@ -317,6 +331,7 @@ void fillSettings(Conversion& conversion)
         settings.colour = storedColour(conversion);
     }
     settings.rgbRange = rgbRange(conversion);
+    conversion.keepFrames = passesFrames(conversion);
 }
 
 WriterPtr openOutput(Conversion& conversion)
@@ -348,6 +363,9 @@ bool drawsWide(const Conversion& conversion)
 /// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
 void prepareConversion(Conversion& conversion)
 {
+    if (conversion.keepFrames) {
+        return;
+    }
     settleNamesOfLooks(conversion.options.effects);
     if (uploadsFullChroma(conversion)) {
         static_cast<void>(obtainEffect(fullChromaEffect));
@@ -386,7 +404,7 @@ void noteDecisions(const Conversion& conversion, Console& console)
     for (const std::string& warning : conversion.effectWarnings) {
         console.note(warning);
     }
-    if (deviceIsSoftware()) {
+    if (deviceIsSoftware() && !conversion.keepFrames) {
         console.note("converting on " + deviceName() +
                      ", a software device that runs on the CPU; expect it to be slow");
     }
@@ -443,8 +461,9 @@ Json describeRun(const Conversion& conversion)
                                                         : static_cast<int>(conversion.settings.depth);
     run["source"] = describeSource(conversion);
     run["alpha"] = conversion.settings.alpha ? Json(nameOf(alphaFor(conversion.options.output))) : Json();
-    run["codesKept"] = conversion.keepCodes;
-    run["outputRange"] = conversion.keepCodes ? Json() : Json(nameOf(conversion.settings.rgbRange));
+    run["codesKept"] = conversion.keepCodes || conversion.keepFrames;
+    run["outputRange"] =
+        conversion.keepCodes || conversion.keepFrames ? Json() : Json(nameOf(conversion.settings.rgbRange));
     run["device"]["name"] = deviceName();
     run["device"]["software"] = deviceIsSoftware();
     run["seconds"] = conversion.seconds;
@@ -486,7 +505,8 @@ std::string summary(const Conversion& conversion)
                        writtenFiles(conversion.writer->files(), conversion.options.outputName()),
                        conversion.frames, conversion.frames == 1 ? "frame" : "frames",
                        conversion.writer->description(), audioSummary(conversion.writer->audio()),
-                       conversion.seconds, conversion.framesPerSecond(), deviceName());
+                       conversion.seconds, conversion.framesPerSecond(),
+                       conversion.keepFrames ? "the processor" : deviceName());
 }
 
 /// What several have in common, such as a typeface that is missing, is noted once.
@@ -543,6 +563,7 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, const Bu
         .step = options.step,
         .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
         .keepCodes = conversion.keepCodes,
+        .keepFrames = conversion.keepFrames,
         .start = conversion.start.frame,
         .range = conversion.range,
         .writeFrom = options.segment && options.segment->preroll ? options.segment->begin : std::nullopt};
@@ -752,6 +773,7 @@ Conversion decide(const ConvertOptions& options, int standardOutput = -1)
                           .colour = {},
                           .delivery = {},
                           .keepCodes = false,
+                          .keepFrames = false,
                           .settings = {},
                           .effectWarnings = {},
                           .writer = {},

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/FieldRows.h"
 #include "tools/qxhost/media/rows/Levels.h"
 #include "tools/qxhost/media/rows/PackRows.h"
 #include "tools/qxhost/media/rows/RowGraph.h"
@@ -22,46 +23,6 @@ bool isTaggedVideoRange(const AVFrame& frame)
     return tagOf(frame.color_range, AVCOL_RANGE_NB, AVCOL_RANGE_UNSPECIFIED) == AVCOL_RANGE_MPEG;
 }
 
-zimg_chroma_location_e chromaLocation(const AVFrame& frame)
-{
-    switch (tagOf(frame.chroma_location, AVCHROMA_LOC_NB, AVCHROMA_LOC_UNSPECIFIED)) {
-    case AVCHROMA_LOC_LEFT:
-        return ZIMG_CHROMA_LEFT;
-    case AVCHROMA_LOC_CENTER:
-        return ZIMG_CHROMA_CENTER;
-    case AVCHROMA_LOC_TOPLEFT:
-        return ZIMG_CHROMA_TOP_LEFT;
-    case AVCHROMA_LOC_TOP:
-        return ZIMG_CHROMA_TOP;
-    case AVCHROMA_LOC_BOTTOMLEFT:
-        return ZIMG_CHROMA_BOTTOM_LEFT;
-    case AVCHROMA_LOC_BOTTOM:
-        return ZIMG_CHROMA_BOTTOM;
-    default:
-        break;
-    }
-    switch (frame.format) {
-    case AV_PIX_FMT_YUVJ420P:
-    case AV_PIX_FMT_YUVJ422P:
-    case AV_PIX_FMT_YUVJ440P:
-    case AV_PIX_FMT_YUVJ411P:
-        return ZIMG_CHROMA_CENTER; // JPEG, JFIF 1.02
-    default:
-        return ZIMG_CHROMA_LEFT; // H.264 table E-2 and MPEG-2 where nothing is said
-    }
-}
-
-int roundUp(int value, int shift)
-{
-    const int step = 1 << shift;
-    return (value + step - 1) / step * step;
-}
-
-int ceilShift(int value, int shift)
-{
-    return (value + (1 << shift) - 1) >> shift;
-}
-
 /// YCbCr with the chroma of every pixel.
 bool hasWholeChroma(const ComponentRows& components)
 {
@@ -72,21 +33,6 @@ bool hasWholeChroma(const ComponentRows& components)
 /// Places of a packed pixel, A Y Cb Cr.
 constexpr int alphaPlace = 0;
 constexpr int lumaPlace = 1;
-
-/// Fills [count, wanted) of a row of codes with its last code.
-void repeatLast(void* row, int count, int wanted, bool wide)
-{
-    if (count >= wanted) {
-        return;
-    }
-    if (wide) {
-        auto* codes = static_cast<std::uint16_t*>(row);
-        std::fill(codes + count, codes + wanted, codes[count - 1]);
-    } else {
-        auto* codes = static_cast<std::uint8_t*>(row);
-        std::fill(codes + count, codes + wanted, codes[count - 1]);
-    }
-}
 
 } // namespace
 
@@ -116,8 +62,10 @@ struct FramePacker::Impl
     void repackRow(const void* y, const void* cb, const void* cr, void* to, int pairs) const;
     Status convert(const AVFrame& frame, const Output& out);
     Status convertField(const AVFrame& frame, const Output& out, int field, int fields);
-    void fillRows(const AVFrame& frame, const RowGraph::Window& window, unsigned row, unsigned left,
-                  unsigned right, int field, int fields) const;
+    FieldRows rowsOf(const AVFrame& frame, int field, int fields) const
+    {
+        return {*components, frame.width, frame.height, field, fields};
+    }
     void readRow(const AVFrame& frame, int plane, int row, int first, int end, std::byte* codes) const;
     PlanarFormat sourceFormat(const AVFrame& frame, int field, int fields) const;
 
@@ -394,16 +342,10 @@ Status FramePacker::Impl::convert(const AVFrame& frame, const Output& out)
 
 PlanarFormat FramePacker::Impl::sourceFormat(const AVFrame& frame, int field, int fields) const
 {
-    const bool rgb = components->isRgb() || components->isGrey();
-    PlanarFormat from;
-    from.shiftX = components->chromaShiftX();
-    from.shiftY = components->chromaShiftY();
+    PlanarFormat from = rowsOf(frame, field, fields).planarFormat();
     from.width = static_cast<unsigned>(roundUp(frame.width, std::max(from.shiftX, 1)));
-    from.height = static_cast<unsigned>(roundUp((frame.height + fields - 1 - field) / fields, from.shiftY));
-    from.rgb = rgb;
-    from.bits = components->bits();
     from.range = sourceRange;
-    if (rgb) {
+    if (from.rgb) {
         from.range = isTaggedVideoRange(frame) ? Range::video : Range::full;
     }
     if (halfChroma) {
@@ -414,7 +356,6 @@ PlanarFormat FramePacker::Impl::sourceFormat(const AVFrame& frame, int field, in
     }
     from.matrix = target.matrix;
     from.chromaLocation = chromaLocation(frame);
-    from.parity = fields == 1 ? ZIMG_FIELD_PROGRESSIVE : (field == 0 ? ZIMG_FIELD_TOP : ZIMG_FIELD_BOTTOM);
     return from;
 }
 
@@ -438,11 +379,16 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
         cached.emplace(Graph{from, to, std::move(made.value())});
     }
 
-    const int rows = (frame.height + fields - 1 - field) / fields;
+    const FieldRows source = rowsOf(frame, field, fields);
+    const int rows = source.rows();
     const int allPairs = (frame.width + 1) / 2;
+    const std::ptrdiff_t codeSize = components->wide() || halfChroma ? 2 : 1;
     return cached->graph.run(
         [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
-            fillRows(frame, window, row, left, right, field, fields);
+            source.fill(window, row, left, right, codeSize,
+                        [&](int plane, int at, int first, int end, std::byte* codes) {
+                            readRow(frame, plane, at, first, end, codes);
+                        });
         },
         [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
             if (static_cast<int>(row) >= rows) {
@@ -490,32 +436,6 @@ void FramePacker::Impl::readRow(const AVFrame& frame, int plane, int row, int fi
     for (int i = end - first - 1; i >= 0; --i) {       // bytes become words in their place
         const int code = components->wide() ? words[i] : bytes[i];
         words[i] = static_cast<std::uint16_t>(plane == 0 ? 2 * code : code + quarter);
-    }
-}
-
-void FramePacker::Impl::fillRows(const AVFrame& frame, const RowGraph::Window& window, unsigned row,
-                                 unsigned left, unsigned right, int field, int fields) const
-{
-    const std::ptrdiff_t size = components->wide() || halfChroma ? 2 : 1;
-    for (int plane = 0; plane < 3; ++plane) {
-        const int shiftX = plane == 0 ? 0 : components->chromaShiftX();
-        const int shiftY = plane == 0 ? 0 : components->chromaShiftY();
-        const int lines = 1 << (components->chromaShiftY() - shiftY);
-        const int columns = ceilShift(frame.width, shiftX);
-        // This field's rows of this plane; requests beyond them repeat the last.
-        const int planeRows = ceilShift(frame.height, shiftY);
-        const int fieldRows = std::max((planeRows + fields - 1 - field) / fields, 1);
-        const int first = static_cast<int>(left) >> shiftX;
-        const int end = ceilShift(static_cast<int>(right), shiftX);
-        const int have = std::min(end, columns);
-        for (int line = 0; line < lines; ++line) {
-            const int index = (static_cast<int>(row) >> shiftY) + line;
-            const int at = std::min(std::min(index, fieldRows - 1) * fields + field, planeRows - 1);
-            auto* to = static_cast<std::byte*>(window.row(plane, static_cast<unsigned>(index)));
-            const int from = std::min(first, columns - 1);
-            readRow(frame, plane, at, from, have, to + from * size);
-            repeatLast(to + from * size, have - from, end - from, size == 2);
-        }
     }
 }
 

@@ -418,7 +418,8 @@ Status ClipWriter::writeAudioUpTo(std::int64_t time)
     return audioStatus(audio_->writeUpTo(end_));
 }
 
-Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time)
+/// The next frame's.
+FrameTime ClipWriter::timeInClip(const FrameTime& time)
 {
     if (frames_ == 0) {
         begin(time);
@@ -427,8 +428,20 @@ Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime
     FrameTime shifted = time;
     shifted.pts = av_sat_sub64(shifted.pts, shift_);
     end_ = av_sat_add64(shifted.pts, shifted.duration);
-    Status status =
-        encoder_->encode(rows, pitch, shifted, [this](AVPacket& packet) { return writeVideo(packet); });
+    return shifted;
+}
+
+Status ClipWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time)
+{
+    Status status = encoder_->encode(rows, pitch, timeInClip(time),
+                                     [this](AVPacket& packet) { return writeVideo(packet); });
+    return status ? audioStatus(audio_->writeUpTo(end_)) : status;
+}
+
+Status ClipWriter::writeDecoded(const Frame& frame, Range range)
+{
+    Status status = encoder_->encodeDecoded(frame, range, timeInClip(frame.time()),
+                                            [this](AVPacket& packet) { return writeVideo(packet); });
     return status ? audioStatus(audio_->writeUpTo(end_)) : status;
 }
 

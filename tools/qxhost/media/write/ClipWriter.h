@@ -43,6 +43,7 @@ public:
     Status writeAudioUpTo(std::int64_t time);
 
     Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) override;
+    Status writeDecoded(const Frame& frame, Range range) override;
     Status finish() override;
     const std::vector<std::string>& warnings() const override { return warnings_; }
     std::string description() const override;
@@ -78,6 +79,7 @@ private:
     Status setOrientation(const AVOutputFormat& container);
     Status setBrightness();
     void warnAboutAlpha();
+    FrameTime timeInClip(const FrameTime& time);
     Status writeVideo(AVPacket& packet);
     Status fileStatus(int error) const;
     Status audioStatus(const Status& status) const;

@@ -316,6 +316,13 @@ std::string ditherIsIdle(const AVCodecContext& encoder, const OutputSettings& se
            " have more than 8 bits; --pixel-format chooses others";
 }
 
+Matrix encodedMatrix(AVCodecID codec, AVPixelFormat format, Matrix wanted)
+{
+    // JFIF 1.02 has one matrix. VC-3 (SMPTE ST 2019-1) has BT.709 alone of those here, and its decoders
+    // assume it whatever the container says.
+    return isJpegFormat(format) ? Matrix::bt601 : codec == AV_CODEC_ID_DNXHD ? Matrix::bt709 : wanted;
+}
+
 bool isJpegFormat(AVPixelFormat format)
 {
     return format == AV_PIX_FMT_YUVJ420P || format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;

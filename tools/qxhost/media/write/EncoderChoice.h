@@ -27,6 +27,9 @@ std::string noPixelFormat(const std::string& name);
 /// One of JPEG's formats: YCbCr in full range.
 bool isJpegFormat(AVPixelFormat format);
 
+/// The matrix of the YCbCr that is encoded: the one wanted, unless the codec has one of its own.
+Matrix encodedMatrix(AVCodecID codec, AVPixelFormat format, Matrix wanted);
+
 /// All options of an encoder: for high quality where its defaults favour small files, those for the profile
 /// and the size that the settings ask for, and the settings' own, which override the others. Without a
 /// pixel format (AV_PIX_FMT_NONE), those that do not depend on it.

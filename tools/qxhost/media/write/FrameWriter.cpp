@@ -13,6 +13,8 @@
 #include "tools/qxhost/media/write/StoredContainers.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace Qx::Media {
 
@@ -149,23 +151,53 @@ bool writesRawFrames(const std::filesystem::path& file, const StoredLayout& layo
     return isRawExtension(lowerExtension(file), layout.word);
 }
 
-Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& settings)
+namespace {
+
+/// The encoder of a clip and the pixel format that it would be given; empty if there is none, or no clip.
+std::optional<std::pair<const AVCodec*, AVPixelFormat>> encodingOf(const std::filesystem::path& file,
+                                                                   const OutputSettings& settings)
 {
-    if (writesPictures(file)) {
-        return Range::full;
+    if (settings.stored || writesPictures(file)) {
+        return {};
     }
     const std::string extension = kindOf(file, settings);
     const AVOutputFormat* container = av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
     if (!container) {
-        return Range::full;
+        return {};
     }
     const auto codec = chooseClipEncoder(extension, *container, settings);
     if (!codec) {
-        return Range::full;
+        return {};
     }
     const auto format = choosePixelFormat(*codec.value(), settings);
-    return format && !ComponentRows(format.value()).isRgb() && !isJpegFormat(format.value()) ? Range::video
-                                                                                             : Range::full;
+    return format ? std::optional(std::pair(codec.value(), format.value())) : std::nullopt;
+}
+
+} // namespace
+
+bool takesDecoded(const std::filesystem::path& file, const OutputSettings& settings)
+{
+    const auto encoding = encodingOf(file, settings);
+    if (!encoding) {
+        return false;
+    }
+    const ComponentRows rows(encoding->second);
+    return !rows.isRgb() && !rows.isGrey() && !rows.hasAlpha() &&
+           encodedMatrix(encoding->first->id, encoding->second, settings.colour.matrix) ==
+               settings.colour.matrix;
+}
+
+Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& settings)
+{
+    const auto encoding = encodingOf(file, settings);
+    return encoding && !ComponentRows(encoding->second).isRgb() && !isJpegFormat(encoding->second)
+               ? Range::video
+               : Range::full;
+}
+
+Status iFrameWriter::writeDecoded(const Frame&, Range)
+{
+    return Error{"this kind of output takes no frames as they are decoded"};
 }
 
 } // namespace Qx::Media

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/media/AudioQueue.h"
+#include "tools/qxhost/media/Frame.h"
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/media/Result.h"
 #include "tools/qxhost/media/StoredLayout.h"
@@ -121,6 +122,11 @@ public:
     /// used after the call returns. After a failure the writer can only be destroyed.
     virtual Status write(const void* rows, std::ptrdiff_t pitch, const FrameTime& time) = 0;
 
+    /// Takes a frame of YCbCr as it was decoded, of settings' size, instead; for outputs for which
+    /// takesDecoded() is true. Its codes, which are of that range, are kept where the output has as many bits
+    /// and samples, in the same range; else zimg makes them.
+    virtual Status writeDecoded(const Frame& frame, Range range);
+
     /// Completes the file or files. Call it once. Fails if no frame was written.
     virtual Status finish() = 0;
 
@@ -172,6 +178,10 @@ bool writesPictures(const std::filesystem::path& file);
 
 /// Whether openWriter() would write that file raw, as frames without a container.
 bool writesRawFrames(const std::filesystem::path& file, const StoredLayout& layout);
+
+/// Whether openWriter() would encode YCbCr of settings.colour's matrix, without alpha, into a clip: what
+/// writeDecoded() is for.
+bool takesDecoded(const std::filesystem::path& file, const OutputSettings& settings);
 
 /// The range in which RGB codes lose least on their way into that file, whatever settings.rgbRange says:
 /// video for YCbCr in video range, full for everything else, and for what openWriter() would refuse.

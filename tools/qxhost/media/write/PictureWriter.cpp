@@ -19,15 +19,21 @@ struct PictureKind
     std::string_view extension;
     const char* encoder;
     AVCodecID codec;
+    bool holdsAspect; ///< of its pixels
 };
 
 constexpr std::array kinds{
-    PictureKind{"png", "png", AV_CODEC_ID_PNG},       PictureKind{"tif", "tiff", AV_CODEC_ID_TIFF},
-    PictureKind{"tiff", "tiff", AV_CODEC_ID_TIFF},    PictureKind{"bmp", "bmp", AV_CODEC_ID_BMP},
-    PictureKind{"jpg", "mjpeg", AV_CODEC_ID_MJPEG},   PictureKind{"jpeg", "mjpeg", AV_CODEC_ID_MJPEG},
-    PictureKind{"ppm", "ppm", AV_CODEC_ID_PPM},       PictureKind{"dpx", "dpx", AV_CODEC_ID_DPX},
-    PictureKind{"exr", "exr", AV_CODEC_ID_EXR},       PictureKind{"tga", "targa", AV_CODEC_ID_TARGA},
-    PictureKind{"webp", "libwebp", AV_CODEC_ID_WEBP},
+    PictureKind{"png", "png", AV_CODEC_ID_PNG, true},
+    PictureKind{"tif", "tiff", AV_CODEC_ID_TIFF, true},
+    PictureKind{"tiff", "tiff", AV_CODEC_ID_TIFF, true},
+    PictureKind{"bmp", "bmp", AV_CODEC_ID_BMP, false},
+    PictureKind{"jpg", "mjpeg", AV_CODEC_ID_MJPEG, true},
+    PictureKind{"jpeg", "mjpeg", AV_CODEC_ID_MJPEG, true},
+    PictureKind{"ppm", "ppm", AV_CODEC_ID_PPM, false},
+    PictureKind{"dpx", "dpx", AV_CODEC_ID_DPX, true},
+    PictureKind{"exr", "exr", AV_CODEC_ID_EXR, true},
+    PictureKind{"tga", "targa", AV_CODEC_ID_TARGA, false},
+    PictureKind{"webp", "libwebp", AV_CODEC_ID_WEBP, false},
 };
 
 const PictureKind* kindOf(std::string_view extension)
@@ -101,6 +107,12 @@ Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem:
         return first.error();
     }
     std::unique_ptr<PictureWriter> writer(new PictureWriter(file, settings, std::move(made.value())));
+    const Rational& aspect = settings.sampleAspect;
+    if (!kindOf(extension)->holdsAspect && aspect.num > 0 && aspect.num != aspect.den) {
+        writer->warnings_.push_back("pixel aspect " + std::to_string(aspect.num) + ":" +
+                                    std::to_string(aspect.den) + " is left out: ." + extension +
+                                    " does not hold it; .png and .tif do");
+    }
     writer->first_ = std::move(first.value());
     return std::unique_ptr<iFrameWriter>(std::move(writer));
 }

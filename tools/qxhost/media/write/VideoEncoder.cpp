@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/rows/FieldRows.h"
 #include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/rows/Levels.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
@@ -11,12 +12,6 @@
 namespace Qx::Media {
 
 namespace {
-
-int roundUp(int value, int shift)
-{
-    const int step = 1 << shift;
-    return (value + step - 1) / step * step;
-}
 
 /// Codecs whose encoders here know how to code fields.
 bool codesFields(AVCodecID codec)
@@ -90,10 +85,7 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
 void VideoEncoder::tagColours(const OutputSettings& settings)
 {
     const bool jpeg = isJpegFormat(context_->pix_fmt);
-    // JFIF 1.02 has one matrix. VC-3 (SMPTE ST 2019-1) has BT.709 alone of those here, and its decoders
-    // assume it whatever the container says.
-    const bool vc3 = context_->codec_id == AV_CODEC_ID_DNXHD;
-    matrix_ = jpeg ? Matrix::bt601 : vc3 ? Matrix::bt709 : settings.colour.matrix;
+    matrix_ = encodedMatrix(context_->codec_id, context_->pix_fmt, settings.colour.matrix);
     range_ = jpeg ? Range::full : Range::video;
     context_->color_primaries = static_cast<AVColorPrimaries>(settings.colour.primariesTag);
     context_->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transferTag);
@@ -104,7 +96,7 @@ void VideoEncoder::tagColours(const OutputSettings& settings)
     }
     context_->colorspace = static_cast<AVColorSpace>(writtenTag(matrix_, settings.colour.matrixTag));
     context_->color_range = toAv(range_);
-    context_->chroma_sample_location = jpeg ? AVCHROMA_LOC_CENTER : AVCHROMA_LOC_LEFT;
+    context_->chroma_sample_location = jpeg ? AVCHROMA_LOC_CENTER : AVCHROMA_LOC_LEFT; // as outputLocation()
 }
 
 Status VideoEncoder::openCodec(const AVCodec& codec, const OutputSettings& settings)
@@ -135,17 +127,39 @@ std::string VideoEncoder::description() const
     return std::string(context_->codec->name) + ", " + av_get_pix_fmt_name(context_->pix_fmt);
 }
 
-Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink)
+/// Null if memory is exhausted.
+FramePtr VideoEncoder::makeFrame(AVPixelFormat format) const
 {
     FramePtr frame(av_frame_alloc());
-    FramePtr view(av_frame_alloc());
-    if (!frame || !view) {
-        return Error{"out of memory"};
+    if (!frame) {
+        return {};
     }
-    frame->format = codes_;
+    frame->format = format;
     frame->width = context_->width;
     frame->height = context_->height;
-    if (av_frame_get_buffer(frame.get(), 0) < 0) {
+    return av_frame_get_buffer(frame.get(), 0) < 0 ? FramePtr() : std::move(frame);
+}
+
+/// The same picture, without what the decoder knew of its packet. Null if memory is exhausted.
+FramePtr VideoEncoder::reference(const AVFrame& picture) const
+{
+    FramePtr frame(av_frame_alloc());
+    if (!frame || av_frame_ref(frame.get(), &picture) < 0) {
+        return {};
+    }
+    while (frame->nb_side_data > 0) {
+        av_frame_remove_side_data(frame.get(), frame->side_data[0]->type);
+    }
+    frame->pict_type = AV_PICTURE_TYPE_NONE;
+    frame->quality = 0;
+    return frame;
+}
+
+Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink)
+{
+    FramePtr frame = makeFrame(codes_);
+    FramePtr view(av_frame_alloc());
+    if (!frame || !view) {
         return Error{"out of memory for a frame"};
     }
     // FFmpeg has no A R G B of 16 bits. From its second sample on a row reads as R G B x (data[0]); from its
@@ -158,24 +172,55 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
     }
     if (output_->isRgb() && output_->bits() == input_->bits()) {
         copyRows(*view, *frame);
-    } else if (Status status = convertRows(*view, *frame, time.fieldOrder); !status) {
+    } else if (Status status = convertRows(*view, rgbRange_, *frame, time.fieldOrder); !status) {
         return status;
     }
-
     if (makesFloats_) {
-        FramePtr floats(av_frame_alloc());
+        FramePtr floats = makeFrame(context_->pix_fmt);
         if (!floats) {
-            return Error{"out of memory"};
-        }
-        floats->format = context_->pix_fmt;
-        floats->width = context_->width;
-        floats->height = context_->height;
-        if (av_frame_get_buffer(floats.get(), 0) < 0) {
             return Error{"out of memory for a frame"};
         }
         floatsFrom(*frame, *floats, makesHalves_);
         frame = std::move(floats);
     }
+    return send(std::move(frame), time, sink);
+}
+
+/// Whether the encoder takes that picture as it is.
+bool VideoEncoder::isEncodable(const AVFrame& picture, Range range) const
+{
+    const bool hasPlace = output_->chromaShiftX() == 0 && output_->chromaShiftY() == 0;
+    return picture.format == context_->pix_fmt && range == range_ &&
+           (hasPlace || chromaLocation(picture) == outputLocation());
+}
+
+Status VideoEncoder::encodeDecoded(const Frame& decoded, Range range, const FrameTime& time, const Sink& sink)
+{
+    const AVFrame* picture = decoded.picture();
+    if (!picture || picture->width != context_->width || picture->height != context_->height) {
+        return Error{"a frame is not of the size that is encoded, " + std::to_string(context_->width) + "x" +
+                     std::to_string(context_->height)};
+    }
+    const bool isKept = isEncodable(*picture, range);
+    FramePtr frame = isKept ? reference(*picture) : makeFrame(codes_);
+    if (!frame) {
+        return Error{"out of memory for a frame"};
+    }
+    if (!isKept) {
+        const auto format = static_cast<AVPixelFormat>(picture->format);
+        if (decoded_ != format) {
+            input_.emplace(format);
+            decoded_ = format;
+        }
+        if (Status status = convertRows(*picture, range, *frame, time.fieldOrder); !status) {
+            return status;
+        }
+    }
+    return send(std::move(frame), time, sink);
+}
+
+Status VideoEncoder::send(FramePtr frame, const FrameTime& time, const Sink& sink)
+{
     frame->pts = times_.next(time, context_->time_base);
     durations_[frame->pts] = times_.duration(time, context_->time_base);
     setFieldOrder(*frame, time.fieldOrder);
@@ -284,83 +329,56 @@ void VideoEncoder::writeAlpha(const AVFrame& from, AVFrame& to)
     }
 }
 
-Status VideoEncoder::convertRows(const AVFrame& from, AVFrame& to, FieldOrder order)
+zimg_chroma_location_e VideoEncoder::outputLocation() const
 {
-    const bool byField =
-        order != FieldOrder::progressive && output_->chromaShiftY() > 0 && context_->height > 1;
+    return isJpegFormat(context_->pix_fmt) ? ZIMG_CHROMA_CENTER : ZIMG_CHROMA_LEFT;
+}
+
+/// `range` is that of the codes in `from`.
+Status VideoEncoder::convertRows(const AVFrame& from, Range range, AVFrame& to, FieldOrder order)
+{
+    const bool mixesLines = input_->chromaShiftY() > 0 || output_->chromaShiftY() > 0;
+    const bool byField = order != FieldOrder::progressive && mixesLines && context_->height > 1;
     const int fields = byField ? 2 : 1;
     for (int field = 0; field < fields; ++field) {
-        if (Status status = convertField(from, to, field, fields); !status) {
+        if (Status status = convertField(from, range, to, field, fields); !status) {
             return status;
         }
     }
     return {};
 }
 
-Status VideoEncoder::convertField(const AVFrame& from, AVFrame& to, int field, int fields)
+Status VideoEncoder::convertField(const AVFrame& from, Range range, AVFrame& to, int field, int fields)
 {
-    const int width = context_->width;
-    const int height = context_->height;
-    const int rows = (height + fields - 1 - field) / fields;
-    PlanarFormat source;
-    source.width = static_cast<unsigned>(roundUp(width, output_->chromaShiftX()));
-    source.height = static_cast<unsigned>(roundUp(rows, output_->chromaShiftY()));
-    source.rgb = true;
-    source.bits = input_->bits();
-    source.range = rgbRange_;
-    source.parity = fields == 1 ? ZIMG_FIELD_PROGRESSIVE : (field == 0 ? ZIMG_FIELD_TOP : ZIMG_FIELD_BOTTOM);
-    PlanarFormat target = source;
-    target.rgb = output_->isRgb();
-    target.shiftX = output_->chromaShiftX();
-    target.shiftY = output_->chromaShiftY();
-    target.bits = output_->bits();
+    const FieldRows given{*input_, context_->width, context_->height, field, fields};
+    const FieldRows made{*output_, context_->width, context_->height, field, fields};
+    PlanarFormat source = given.planarFormat();
+    PlanarFormat target = made.planarFormat();
+    source.width = target.width = std::max(source.width, target.width);
+    source.height = target.height = std::max(source.height, target.height);
+    source.range = range;
+    source.chromaLocation = chromaLocation(from);
     target.range = target.rgb ? rgbRange_ : range_;
-    target.matrix = matrix_;
+    target.matrix = source.matrix = matrix_;
     target.dither = dither_ && target.bits == 8;
-    target.chromaLocation = isJpegFormat(context_->pix_fmt) ? ZIMG_CHROMA_CENTER : ZIMG_CHROMA_LEFT;
+    target.chromaLocation = outputLocation();
 
     auto& cached = graphs_[static_cast<std::size_t>(field)];
     if (!cached || !(cached->from == source) || !(cached->to == target)) {
-        auto made = RowGraph::make(source, target);
-        if (!made) {
-            return made.error();
+        auto graph = RowGraph::make(source, target);
+        if (!graph) {
+            return graph.error();
         }
-        cached.emplace(Graph{source, target, std::move(made.value())});
+        cached.emplace(Graph{source, target, std::move(graph.value())});
     }
-
-    const std::ptrdiff_t inputSize = input_->wide() ? 2 : 1;
-    const std::ptrdiff_t outputSize = output_->wide() ? 2 : 1;
     const auto fill = [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
-        const int at = std::min(static_cast<int>(row), rows - 1) * fields + field;
-        const int first = std::min(static_cast<int>(left), width - 1);
-        const int count = std::min(static_cast<int>(right), width) - first;
-        for (int plane = 0; plane < 3; ++plane) {
-            auto* codes = static_cast<std::byte*>(window.row(plane, row)) + first * inputSize;
-            input_->read(from, plane, at, first, count, codes);
-            for (int spare = count; spare < static_cast<int>(right) - first; ++spare) {
-                std::copy_n(codes + (count - 1) * inputSize, inputSize, codes + spare * inputSize);
-            }
-        }
+        given.fill(window, row, left, right, input_->wide() ? 2 : 1,
+                   [&](int plane, int at, int first, int end, std::byte* codes) {
+                       input_->read(from, plane, at, first, end - first, codes);
+                   });
     };
     const auto take = [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
-        for (int plane = 0; plane < 3; ++plane) {
-            const int shiftX = plane == 0 ? 0 : target.shiftX;
-            const int shiftY = plane == 0 ? 0 : target.shiftY;
-            const int lines = 1 << (target.shiftY - shiftY);
-            const int columns = (width + (1 << shiftX) - 1) >> shiftX;
-            const int planeRows = (height + (1 << shiftY) - 1) >> shiftY;
-            const int first = static_cast<int>(left) >> shiftX;
-            const int count = std::min(roundUp(static_cast<int>(right), shiftX) >> shiftX, columns) - first;
-            for (int line = 0; line < lines && count > 0; ++line) {
-                const int index = (static_cast<int>(row) >> shiftY) + line;
-                const int at = index * fields + field;
-                if (at < planeRows) {
-                    const auto* codes =
-                        static_cast<const std::byte*>(window.row(plane, static_cast<unsigned>(index)));
-                    output_->write(to, plane, at, first, count, codes + first * outputSize);
-                }
-            }
-        }
+        made.take(window, row, left, right, to);
     };
     return cached->graph.run(fill, take);
 }

@@ -18,7 +18,8 @@
 namespace Qx::Media {
 
 /// Turns A R G B frames into an encoder's packets: RGB encoders get the codes as they are, others YCbCr made
-/// by zimg.
+/// by zimg. YCbCr as it was decoded is given to encoders of YCbCr as it is, or brought to their samples, bits
+/// and range by zimg.
 class VideoEncoder final : public iVideoPackets
 {
 public:
@@ -27,6 +28,7 @@ public:
                                      AVRational timeBase, bool globalHeader);
 
     Status encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink) override;
+    Status encodeDecoded(const Frame& frame, Range range, const FrameTime& time, const Sink& sink) override;
     Status flush(const Sink& sink) override;
 
     AVCodecContext& context() const override { return *context_; }
@@ -41,12 +43,17 @@ private:
                      bool globalHeader);
     void tagColours(const OutputSettings& settings);
     Status openCodec(const AVCodec& codec, const OutputSettings& settings);
+    FramePtr makeFrame(AVPixelFormat format) const;
+    FramePtr reference(const AVFrame& picture) const;
+    zimg_chroma_location_e outputLocation() const;
+    bool isEncodable(const AVFrame& picture, Range range) const;
+    Status send(FramePtr frame, const FrameTime& time, const Sink& sink);
     Status drain(const Sink& sink);
     void fillAlpha(AVFrame& to);
     void writeAlpha(const AVFrame& from, AVFrame& to);
     void copyRows(const AVFrame& from, AVFrame& to);
-    Status convertRows(const AVFrame& from, AVFrame& to, FieldOrder order);
-    Status convertField(const AVFrame& from, AVFrame& to, int field, int fields);
+    Status convertRows(const AVFrame& from, Range range, AVFrame& to, FieldOrder order);
+    Status convertField(const AVFrame& from, Range range, AVFrame& to, int field, int fields);
 
     struct Graph
     {
@@ -57,7 +64,8 @@ private:
 
     CodecPtr context_;
     PacketPtr packet_;
-    std::optional<ComponentRows> input_;
+    std::optional<ComponentRows> input_;      // of the frames given
+    AVPixelFormat decoded_ = AV_PIX_FMT_NONE; // of input_, if frames are given as they were decoded
     std::optional<ComponentRows> output_;
     std::array<std::optional<Graph>, 2> graphs_; // one for each field
     std::vector<std::uint16_t> scratch_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/media/Ffmpeg.h"
+#include "tools/qxhost/media/Frame.h"
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/media/Result.h"
 
@@ -20,6 +21,12 @@ public:
 
     virtual Status encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time,
                           const Sink& sink) = 0;
+    /// The same with a frame as it was decoded; see iFrameWriter::writeDecoded().
+    virtual Status encodeDecoded(const Frame& /*frame*/, Range /*range*/, const FrameTime& /*time*/,
+                                 const Sink& /*sink*/)
+    {
+        return Error{"these packets are not made of decoded frames"};
+    }
     /// Flushes the packets still in the encoder.
     virtual Status flush(const Sink& sink) = 0;
 

@@ -1,0 +1,158 @@
+// Conversions from one codec of YCbCr to another in which nothing is drawn, judged by ffmpeg and zimg.
+
+#include "tests/system/program/Program.h"
+
+#include <algorithm>
+
+namespace Qx::System {
+
+namespace {
+
+class KeptFrames : public ProgramTest
+{
+protected:
+    /// Codes of all values, many of which no RGB has.
+    void makeClip(const std::string& format, const std::string& filters = "null",
+                  const std::string& range = "tv") const
+    {
+        ffmpeg({"-y", "-f", "lavfi", "-i", "color=size=70x46:rate=25", "-frames:v", "3", "-vf",
+                "format=yuv444p16le,geq=lum='mod(X*1021+Y*77+N*9\\,65536)':cb='mod(X*33+Y*1999\\,65536)':"
+                "cr='65535-mod(X*7+Y*1365\\,65536)',format=" +
+                    format + ",setparams=range=" + range + ":colorspace=bt709," + filters,
+                "-c:v", "ffv1", "-colorspace", "bt709", "-color_range", range, "in.mkv"});
+    }
+
+    /// What ffmpeg decodes after these filters.
+    std::string codes(const std::string& file, const std::string& filters) const
+    {
+        ffmpeg({"-y", "-i", file, "-vf", filters, "-f", "rawvideo", "codes.raw"});
+        return read(at("codes.raw"));
+    }
+
+    nlohmann::json report(std::vector<std::string> arguments) const
+    {
+        arguments.emplace_back("--json");
+        return nlohmann::json::parse(convert(arguments).out);
+    }
+};
+
+} // namespace
+
+TEST_F(KeptFrames, AnEncoderOfTheSameSamplesGetsTheCodesThatWereDecoded)
+{
+    for (const std::string format :
+         {"yuv420p", "yuv422p", "yuv444p", "yuv420p10le", "yuv422p10le", "yuv444p12le", "yuv422p16le"}) {
+        makeClip(format);
+        const nlohmann::json run = report({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", format});
+        EXPECT_EQ(run["codesKept"], true) << format;
+        EXPECT_EQ(codes("out.mkv", "null"), codes("in.mkv", "null")) << format;
+    }
+}
+
+TEST_F(KeptFrames, AProResOfAProResIsThatOfFfmpeg)
+{
+    makeClip("yuv422p10le");
+    ffmpeg({"-i", "in.mkv", "-c:v", "prores_ks", "-profile:v", "hq", "-vendor", "apl0", "theirs.mov"});
+    convert({"in.mkv", "ours.mov"});
+    EXPECT_EQ(codes("ours.mov", "null"), codes("theirs.mov", "null"));
+}
+
+TEST_F(KeptFrames, OtherSamplesBitsAndRangesAreThoseOfZimg)
+{
+    struct Case
+    {
+        std::string from;
+        std::string to;
+        std::string range;
+    };
+    for (const Case& each : {Case{"yuv422p10le", "yuv420p", "tv"}, Case{"yuv420p", "yuv422p10le", "tv"},
+                             Case{"yuv444p12le", "yuv420p10le", "tv"}, Case{"yuv420p", "yuv444p", "tv"},
+                             Case{"yuv422p", "yuv422p10le", "tv"}, Case{"yuv420p", "yuv420p", "pc"},
+                             Case{"yuv422p10le", "yuv420p", "pc"}}) {
+        makeClip(each.from, "null", each.range);
+        convert({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", each.to});
+        const std::string zscale = "zscale=rangein=" + std::string(each.range == "tv" ? "limited" : "full") +
+                                   ":range=limited:filter=bicubic:dither=none,format=" + each.to;
+        EXPECT_EQ(codes("out.mkv", "null"), codes("in.mkv", zscale))
+            << each.from << " to " << each.to << " of range " << each.range;
+    }
+}
+
+TEST_F(KeptFrames, WhatTheUserSaysOfTheCodesGoesBeforeTheirTags)
+{
+    makeClip("yuv422p10le"); // of BT.709 and video range
+    convert({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", "yuv422p10le", "--range", "full",
+             "--matrix", "bt601"});
+    EXPECT_EQ(codes("out.mkv", "null"),
+              codes("in.mkv", "zscale=rangein=full:range=limited:dither=none,format=yuv422p10le"));
+    EXPECT_NE(probe("out.mkv", "color_space").find("smpte170m"), std::string::npos)
+        << probe("out.mkv", "color_space");
+}
+
+TEST_F(KeptFrames, ChromaOfOneFieldDoesNotReachTheOther)
+{
+    // Lines of one chroma above, of another below: fields that were mixed would have what is between them.
+    ffmpeg({"-f",
+            "lavfi",
+            "-i",
+            "color=size=64x48:rate=25",
+            "-frames:v",
+            "2",
+            "-vf",
+            "format=yuv420p,geq=lum=90:cb='if(mod(Y\\,2)\\,60\\,200)':cr=128,setfield=tff,"
+            "setparams=range=tv:colorspace=bt709",
+            "-c:v",
+            "ffv1",
+            "-flags",
+            "+ilme+ildct",
+            "-top",
+            "1",
+            "-colorspace",
+            "bt709",
+            "-color_range",
+            "tv",
+            "-field_order",
+            "tt",
+            "in.mkv"});
+    convert({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", "yuv422p"});
+    const std::vector<std::uint8_t> bytes = decoded("out.mkv", "yuv422p");
+    for (int y = 0; y < 48; ++y) {
+        const std::size_t at = 64 * 48 + static_cast<std::size_t>(y) * 32;
+        EXPECT_EQ(bytes.at(at), y % 2 == 0 ? 200 : 60) << y;
+    }
+}
+
+TEST_F(KeptFrames, WhatIsDrawnOrAskedOfRgbGoesThroughThePictures)
+{
+    makeClip("yuv422p10le");
+    const std::vector<std::string> kept{"in.mkv", "out.mov"};
+    EXPECT_EQ(report(kept)["codesKept"], true);
+    EXPECT_EQ(convert(kept).err.find("software device"), std::string::npos);
+    for (const std::vector<std::string>& options :
+         std::vector<std::vector<std::string>>{{"--burn-in", "{frame}"},
+                                               {"--effect", "cc3.fx"},
+                                               {"--depth", "8"},
+                                               {"--output-range", "full"},
+                                               {"--after", "hflip"},
+                                               {"--filter", "mitchell"},
+                                               {"--codec", "ffv1"}}) {
+        std::vector<std::string> arguments = kept;
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        EXPECT_EQ(report(arguments)["codesKept"], false) << options[0];
+    }
+    // Its decoders take DNxHR for BT.709, whatever the clip was.
+    ffmpeg({"-i", "in.mkv", "-vf", "scale=256:128:in_color_matrix=bt601:out_color_matrix=bt601", "-c:v",
+            "ffv1", "-colorspace", "smpte170m", "-pix_fmt", "yuv422p10le", "sd.mkv"});
+    EXPECT_EQ(report({"sd.mkv", "sd.mxf"})["codesKept"], false);
+    EXPECT_EQ(report({"sd.mkv", "sd.mov"})["codesKept"], true);
+}
+
+TEST_F(KeptFrames, FramesThatWereFilteredBeforeAreEncodedAsTheFiltersMadeThem)
+{
+    makeClip("yuv422p10le");
+    convert({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", "yuv422p10le", "--before", "vflip",
+             "--start", "1"});
+    EXPECT_EQ(codes("out.mkv", "null"), codes("in.mkv", "trim=start_frame=1,setpts=PTS-STARTPTS,vflip"));
+}
+
+} // namespace Qx::System

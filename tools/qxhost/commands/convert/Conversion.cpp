@@ -26,11 +26,8 @@
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
 #include "tools/qxhost/pipeline/input/Rotation.h"
-<<<<<<< HEAD
 #include "tools/qxhost/pipeline/input/UploadChoice.h"
-=======
 #include "tools/qxhost/pipeline/look/LookSteps.h"
->>>>>>> looks
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
 #include <algorithm>

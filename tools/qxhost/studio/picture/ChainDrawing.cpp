@@ -7,6 +7,7 @@
 #include "tools/qxhost/pipeline/effects/EffectData.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
+#include "tools/qxhost/pipeline/look/LookSteps.h"
 
 #include <algorithm>
 #include <sys/stat.h>
@@ -83,11 +84,15 @@ private:
     bool isRunning_;
 };
 
-/// What the step is compiled from: its parameters are set later.
-EffectRequest requestOf(LookLink link)
+/// What the step is compiled from: its parameters are set later. Names without a folder are the catalogue's.
+std::vector<EffectRequest> requestsOf(LookLink link)
 {
     link.parameters.clear();
-    return effectRequest(link);
+    std::vector<EffectRequest> requests{effectRequest(link)};
+    requests.front().look = "the look";
+    settleNamesOfLooks(requests);
+    requests.front().look.clear();
+    return requests;
 }
 
 } // namespace
@@ -124,8 +129,8 @@ void ChainDrawing::compile(Link& link, const LookLink& wanted)
         return;
     }
     try {
-        auto chain = std::make_unique<EffectChain>(std::vector{requestOf(wanted)}, std::nullopt,
-                                                   EffectChain::Parameters::own);
+        auto chain =
+            std::make_unique<EffectChain>(requestsOf(wanted), std::nullopt, EffectChain::Parameters::own);
         link.chain = std::move(chain);
         link.applied.clear();
         link.status.compiled = &link.chain->compiled(0);
@@ -252,6 +257,12 @@ void ChainDrawing::forgetFrames()
             link.chain->forgetFrames();
         }
     }
+}
+
+bool ChainDrawing::isDrawn(std::uint64_t id) const
+{
+    const Link& link = links_.at(id);
+    return link.chain && !link.status.error;
 }
 
 const LinkStatus& ChainDrawing::status(std::uint64_t id) const

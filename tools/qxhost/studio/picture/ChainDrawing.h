@@ -59,6 +59,9 @@ public:
 
     const LinkStatus& status(std::uint64_t id) const;
 
+    /// Whether the step has been compiled, and its last draw succeeded.
+    bool isDrawn(std::uint64_t id) const;
+
     /// Compiles the steps again whose files have changed since. Returns whether there were any.
     bool recompileChanged();
 

@@ -18,18 +18,6 @@ constexpr std::int64_t mostFrames = std::int64_t{1} << 40;
 constexpr std::int64_t mostPixels = 32768;
 constexpr std::size_t mostKeys = 10000;
 
-Json errorFor(const std::optional<std::int64_t>& id, const Failure& failure)
-{
-    Json details = Json::array();
-    const std::string& lines = failure.details();
-    for (std::size_t begin = 0; begin < lines.size();) {
-        const std::size_t end = std::min(lines.find('\n', begin), lines.size());
-        details.push_back(lines.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return {{"is", "error"}, {"id", id ? Json(*id) : Json()}, {"text", failure.what()}, {"details", details}};
-}
-
 template <class Value>
 Value chosen(const Message& message, const char* name,
              std::initializer_list<std::pair<const char*, Value>> choices)
@@ -123,8 +111,35 @@ const std::map<std::string, Session::Worker::Handler, std::less<>>& Session::Wor
                                                                    {"technique", &Worker::doTechnique},
                                                                    {"reset", &Worker::doReset},
                                                                    {"undo", &Worker::doUndo},
-                                                                   {"redo", &Worker::doRedo}};
+                                                                   {"redo", &Worker::doRedo},
+                                                                   {"probe", &Worker::doProbe},
+                                                                   {"still", &Worker::doStill},
+                                                                   {"unstill", &Worker::doUnstill},
+                                                                   {"catalogue", &Worker::doCatalogue},
+                                                                   {"scopes", &Worker::doScopes},
+                                                                   {"read", &Worker::doRead},
+                                                                   {"write", &Worker::doWrite},
+                                                                   {"save", &Worker::doSave},
+                                                                   {"open", &Worker::doOpen},
+                                                                   {"looks", &Worker::doLooks}};
     return table;
+}
+
+Json Session::Worker::errorFor(const std::optional<std::int64_t>& id, const Failure& failure)
+{
+    Json details = Json::array();
+    const std::string& lines = failure.details();
+    for (std::size_t begin = 0; begin < lines.size();) {
+        const std::size_t end = std::min(lines.find('\n', begin), lines.size());
+        details.push_back(lines.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    Json error{
+        {"is", "error"}, {"id", id ? Json(*id) : Json()}, {"text", failure.what()}, {"details", details}};
+    if (dynamic_cast<const Conflict*>(&failure) != nullptr) {
+        error["kind"] = "conflict";
+    }
+    return error;
 }
 
 Session::Worker::Client* Session::Worker::clientOf(const WindowPtr& window)
@@ -136,7 +151,7 @@ Session::Worker::Client* Session::Worker::clientOf(const WindowPtr& window)
 
 void Session::Worker::open(const WindowPtr& window)
 {
-    clients_.push_back({.window = window, .view = {}, .viewVersion = 0, .change = 0, .channels = {}});
+    clients_.emplace_back().window = window;
     tell(clients_.back(), state(), iWindow::Kind::state);
 }
 

@@ -66,7 +66,12 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
                 projector_.clip().count()),
       device_(deviceName())
 {
-    Look look;
+    std::error_code error;
+    looks_ = options.looks.empty() ? std::filesystem::current_path(error) : options.looks;
+    if (!std::filesystem::is_directory(looks_, error)) {
+        throw Failure(ExitCode::usage, "--looks " + looks_.string() + ": is no folder");
+    }
+    Look look = options.look.empty() ? Look() : readLookOfClip(options.look);
     for (const std::string& word : options.effects) {
         look.links.push_back(linkNamed(word));
         const LookLink& link = look.links.back();
@@ -116,7 +121,7 @@ std::chrono::steady_clock::time_point Session::Worker::wakeUp() const
     if (playback_.isPlaying()) {
         next = std::min(next, playback_.nextDue());
     }
-    if (isStateNew_) {
+    if (isStateNew_ || !waiting_.empty()) {
         next = Clock::now();
     }
     return next;
@@ -146,6 +151,7 @@ void Session::Worker::run()
         advance();
         present();
         sendState(false);
+        answerNextPicture();
     }
 }
 
@@ -173,6 +179,7 @@ void Session::Worker::lookAtFiles()
         ++pictureVersion_;
         changed();
     }
+    lookForConflicts();
     filesAt_ = Clock::now();
 }
 
@@ -314,12 +321,6 @@ Pixels Session::Worker::against(const View& view, const PictureSize& size) const
 bool Session::Worker::isEditable(const LookLink& link) const
 {
     return link.kind == LookLink::Kind::effect && editable_.contains(fileOfLink(link));
-}
-
-/// Stills, and effects and LUTs on the current frame.
-void Session::Worker::answerPicture(const std::string&, const TakeJpeg& done)
-{
-    done({});
 }
 
 void Session::Worker::sendPicture(Client& client, const std::string& kind)

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/studio/picture/Jpeg.h"
 #include "tools/qxhost/studio/session/Editor.h"
 #include "tools/qxhost/studio/session/Message.h"
 #include "tools/qxhost/studio/session/Playback.h"
 #include "tools/qxhost/studio/session/Projector.h"
 #include "tools/qxhost/studio/session/Session.h"
+#include "tools/qxhost/studio/session/Survey.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -83,6 +85,15 @@ private:
         std::uint64_t viewVersion = 0;
         std::int64_t change = 0; ///< the highest number of its messages
         std::map<std::string, Channel> channels;
+        std::set<std::filesystem::path> read; ///< effect files whose text it has
+        bool wantsCatalogue = false;
+    };
+
+    /// A file is not as a window believes.
+    class Conflict : public Failure
+    {
+    public:
+        using Failure::Failure;
     };
 
     using Handler = Json (Worker::*)(Client&, const Message&);
@@ -94,6 +105,8 @@ private:
     std::chrono::steady_clock::time_point wakeUp() const;
     void advance();
     void lookAtFiles();
+    void lookForConflicts();
+    void answerNextPicture();
 
     // Pictures.
     bool wantsPicture(const Client& client) const;
@@ -110,6 +123,7 @@ private:
 
     // What windows are told.
     Json state() const;
+    Json catalogue() const;
     Json clipState() const;
     Json linkState(const LookLink& link) const;
     void sendState(bool always);
@@ -138,9 +152,23 @@ private:
     Json doSwitch(Client&, const Message&);
     Json doTechnique(Client&, const Message&);
     Json doReset(Client&, const Message&);
+    Json doProbe(Client&, const Message&);
+    Json doStill(Client&, const Message&);
+    Json doUnstill(Client&, const Message&);
+    Json doCatalogue(Client&, const Message&);
+    Json doScopes(Client&, const Message&);
+    Json doRead(Client&, const Message&);
+    Json doWrite(Client&, const Message&);
+    Json doSave(Client&, const Message&);
+    Json doOpen(Client&, const Message&);
+    Json doLooks(Client&, const Message&);
     Json doUndo(Client&, const Message&);
     Json doRedo(Client&, const Message&);
 
+    std::optional<std::string> smallPicture(const std::string& path);
+    std::filesystem::path editableFile(const Message& message) const;
+    Look readLookOfClip(const std::filesystem::path& file) const;
+    static Json errorFor(const std::optional<std::int64_t>& id, const Failure& failure);
     bool isEditable(const LookLink& link) const;
     std::uint64_t linkOf(const Message& message) const;
     const Host::CompiledEffect::Parameter& parameterOf(const Message& message) const;
@@ -159,9 +187,15 @@ private:
     std::list<Client> clients_;
     std::vector<Still> stills_;
     std::int64_t lastStill_ = 0;
-    std::string problem_; ///< of the last drawing; empty if it succeeded
-    std::string lookFile_;
-    std::set<std::filesystem::path> editable_; ///< the effect files that windows may write
+    std::string problem_;                                  ///< of the last drawing; empty if it succeeded
+    std::filesystem::path looks_;                          ///< the folder of looks
+    std::string lookFile_;                                 ///< in it; empty before the look is saved
+    std::string lookDigest_;                               ///< of the file when it was read or written
+    std::set<std::filesystem::path> editable_;             ///< the effect files that windows may write
+    std::map<std::filesystem::path, std::string> known_;   ///< digests of effect files that windows have read
+    std::deque<std::pair<std::string, TakeJpeg>> waiting_; ///< pictures that are asked for by their addresses
+    ChainDrawing thumbnails_;
+    Survey::Result drawable_;
     std::string device_;
     bool isStateNew_ = false;
     std::int64_t toldFrame_ = -1;
@@ -174,6 +208,7 @@ private:
     std::deque<std::function<void()>> tasks_;
     bool stops_ = false;
     std::thread thread_;
+    Survey survey_; ///< ends before what it posts to
 };
 
 } // namespace Qx::Program::Studio

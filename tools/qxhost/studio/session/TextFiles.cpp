@@ -1,0 +1,100 @@
+#include "tools/qxhost/studio/session/TextFiles.h"
+
+#include "host/cache/Sha256.h"
+#include "host/files/ReadFile.h"
+#include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/media/files/OutputFile.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace Qx::Program::Studio {
+
+namespace {
+
+bool isUtf8(const std::string& text)
+{
+    try {
+        static_cast<void>(Json(text).dump());
+        return true;
+    } catch (const Json::exception&) {
+        return false;
+    }
+}
+
+void require(const Media::Status& status)
+{
+    if (!status) {
+        throw Failure(ExitCode::output, status.text());
+    }
+}
+
+/// Whether the path leads to the folder or into it, through whatever links there are.
+bool isBeneath(const std::filesystem::path& path, const std::filesystem::path& folder)
+{
+    std::error_code error;
+    const std::filesystem::path whole = std::filesystem::weakly_canonical(path, error);
+    const std::filesystem::path root = std::filesystem::canonical(folder, error);
+    const auto [end, rest] = std::mismatch(root.begin(), root.end(), whole.begin(), whole.end());
+    return !error && end == root.end();
+}
+
+} // namespace
+
+std::string digestOfText(const std::string& text)
+{
+    return Host::Cache::hexadecimal(Host::Cache::digestOf(std::string_view(text)));
+}
+
+TextFile readText(const std::filesystem::path& file)
+{
+    std::optional<std::string> text = Host::readFile(file, largestText);
+    if (!text) {
+        throw Failure(ExitCode::input, fmt::format("{}: cannot be read, or is larger than {} bytes",
+                                                   file.string(), largestText));
+    }
+    if (!isUtf8(*text)) {
+        throw Failure(ExitCode::input, file.string() + ": is not UTF-8; change it with an editor");
+    }
+    const std::string digest = digestOfText(*text);
+    return {std::move(*text), digest};
+}
+
+std::string writeText(const std::filesystem::path& file, const std::string& text)
+{
+    if (text.size() > largestText) {
+        throw Failure(ExitCode::usage, fmt::format("\"text\": expected at most {} bytes", largestText));
+    }
+    auto output = Media::OutputFile::create(file, true);
+    if (!output) {
+        throw Failure(ExitCode::output, output.text());
+    }
+    require(output.value().write(text.data(), text.size()));
+    require(output.value().commit());
+    return digestOfText(text);
+}
+
+std::filesystem::path beneath(const std::filesystem::path& folder, const std::string& name,
+                              const std::string& ending)
+{
+    const std::filesystem::path path(name);
+    const bool isHidden = std::any_of(path.begin(), path.end(),
+                                      [](const auto& part) { return part.native().starts_with('.'); });
+    const bool isNamed =
+        name.size() > ending.size() && name.ends_with(ending) &&
+        std::none_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; });
+    if (!isNamed) {
+        throw Failure(ExitCode::usage, fmt::format("\"file\": expected a name that ends in {}", ending));
+    }
+    std::filesystem::path file = folder / path;
+    if (path.is_absolute() || isHidden || !isBeneath(file, folder)) {
+        throw Failure(ExitCode::usage,
+                      fmt::format("\"{}\": leads out of the folder of looks, {}, or is hidden; "
+                                  "give a name in it",
+                                  name, folder.string()));
+    }
+    return file;
+}
+
+} // namespace Qx::Program::Studio

@@ -11,7 +11,7 @@ LEAST_PSNR = 36
 class PictureTest(support.StudioTest):
     def setUp(self):
         self.page.click("#zoom-fit")
-        self.page.run("document.querySelector('#compare input[value=none]').click()")
+        self.page.studio("studio.setCompare({way: 'none', against: 'before'})")
         self.page.go_to(0)
 
     def test_opening_shows_the_clip_and_its_first_frame(self):

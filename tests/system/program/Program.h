@@ -32,6 +32,7 @@ public:
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;
 
+    pid_t id() const { return pid_; }
     void signal(int number) const;
 
     /// The same to each process that it has started and that runs; how many these are.

@@ -68,6 +68,7 @@ ExitCode studio(StudioOptions options, Console& console)
     }
     console.data(server.address() + "\n");
     server.run();
+    session.stop();
     return ExitCode::ok;
 }
 

@@ -13,6 +13,11 @@ Session::Session(const SessionOptions& options, Console& console)
 
 Session::~Session() = default;
 
+void Session::stop()
+{
+    worker_->stop();
+}
+
 void Session::opened(const WindowPtr& window)
 {
     worker_->post([this, window] { worker_->open(window); });

@@ -26,10 +26,13 @@ class Session final : public iService
 public:
     /// Opens the clip, compiles the effects and draws the first frame. Throws Failure.
     Session(const SessionOptions& options, Console& console);
-    /// Ends the thread. No window may call any more.
     ~Session() override;
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
+
+    /// Ends the thread and lets go of the windows, which must happen before their server goes. What windows
+    /// call afterwards does nothing.
+    void stop();
 
     void opened(const WindowPtr& window) override;
     void message(const WindowPtr& window, std::string text) override;

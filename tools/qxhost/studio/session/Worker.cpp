@@ -91,20 +91,32 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
 
 Session::Worker::~Worker()
 {
+    stop();
+}
+
+void Session::Worker::stop()
+{
+    std::deque<std::function<void()>> dropped;
     {
         const std::lock_guard lock(mutex_);
         stops_ = true;
+        dropped.swap(tasks_);
     }
     wakes_.notify_one();
     if (thread_.joinable()) {
         thread_.join();
     }
+    clients_.clear();
+    waiting_.clear();
 }
 
 void Session::Worker::post(std::function<void()> task)
 {
     {
         const std::lock_guard lock(mutex_);
+        if (stops_) {
+            return;
+        }
         tasks_.push_back(std::move(task));
     }
     wakes_.notify_one();

@@ -62,7 +62,10 @@ public:
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    /// Runs it on the thread, after what came before. Thread-safe.
+    /// Ends the thread, and forgets the windows. For the thread that made it.
+    void stop();
+
+    /// Runs it on the thread, after what came before; never after stop(). Thread-safe.
     void post(std::function<void()> task);
 
     void open(const WindowPtr& window);

@@ -116,6 +116,22 @@ class AuthorTest(support.StudioTest):
         self.page.wait(lambda: self.editor_text() == outside, "the text was not taken")
         self.assertEqual(self.file.read_text(), outside)
 
+    def test_quick_writes_by_two_end_with_what_was_written_last(self):
+        for _ in range(4):
+            self.type_text(WHITE)
+            self.page.click("#text-write")
+            self.page.wait(lambda: self.file.read_text() == WHITE, "the file was not written")
+            self.setUp()
+        self.type_text(WHITE)
+        self.page.click("#text-write")
+        self.page.wait(lambda: self.page.codes(300, 200)["after"][:3] == [255, 255, 255], "the picture is not white")
+
+    def test_the_tab_key_goes_through_the_text_and_on(self):
+        self.page.find(".CodeMirror [contenteditable], #text-place textarea").send_keys(support.Keys.TAB)
+        where = self.page.run("return document.activeElement.closest('#text-place') === null")
+        self.assertTrue(where, "the text keeps the focus")
+        self.assertEqual(self.editor_text(), TEXT)
+
 
 if __name__ == "__main__":
     unittest.main()

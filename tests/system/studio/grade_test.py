@@ -88,7 +88,7 @@ class GradeTest(support.StudioTest):
 
     def test_links_are_moved_switched_off_added_and_removed(self):
         page = self.page
-        names = lambda: [name.text for name in self.browser.find_elements(support.By.CSS_SELECTOR, ".link-name")]
+        names = lambda: page.run("return [...document.querySelectorAll('.link-name')].map((name) => name.textContent)")
         page.find(".link:first-child .grip").send_keys(support.Keys.ARROW_DOWN)
         page.wait(lambda: names() == ["qx-vignette.fx", "cc3.fx"], "the link was not moved")
         page.set_slider("saturation", 0.4)

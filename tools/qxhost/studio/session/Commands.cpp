@@ -339,29 +339,36 @@ const Host::CompiledEffect::Parameter& Session::Worker::parameterOf(const Messag
 std::vector<float> Session::Worker::valuesOf(const Message& message,
                                              const Host::CompiledEffect::Parameter& parameter) const
 {
-    std::vector<float> values = message.numbers("values", parameter.columns);
-    if (values.size() != parameter.columns && values.size() != 1) {
-        throw Failure(ExitCode::usage,
-                      fmt::format("\"values\": expected {} numbers, or one for all", parameter.columns));
+    const std::uint32_t size = controlSize(parameter);
+    std::vector<float> values = message.numbers("values", size);
+    if (values.size() != size && values.size() != 1) {
+        throw Failure(ExitCode::usage, fmt::format("\"values\": expected {} numbers, or one for all", size));
     }
-    values.resize(parameter.columns, values.front());
+    values.resize(size, values.front());
     return values;
 }
 
 Json Session::Worker::doSet(Client&, const Message& message)
 {
     const std::uint64_t id = linkOf(message);
-    const Host::CompiledEffect::Parameter& parameter = parameterOf(message);
-    const std::vector<float> values = valuesOf(message, parameter);
     const bool commits = !message.has("commit") || message.flag("commit");
-    const std::string gesture = fmt::format("{} {}", id, parameter.name);
+    std::string gesture = std::to_string(id);
+    std::vector<std::pair<std::string, std::vector<float>>> changes;
+    for (const Message& part : message.parts("parameters", "name", "values")) {
+        const Host::CompiledEffect::Parameter& parameter = parameterOf(part);
+        gesture += " " + parameter.name;
+        changes.emplace_back(parameter.name, valuesOf(part, parameter));
+    }
     const bool isNew = editor_.change(
         [&](Look& look) {
-            LookParameter& set = parameterIn(*look.link(id), parameter.name);
-            if (set.keys.empty()) {
-                set.values = values;
-            } else {
-                setKey(set, {.frame = playback_.frame(), .timeCode = {}, .values = values, .curve = {}}, {});
+            for (const auto& [name, values] : changes) {
+                LookParameter& set = parameterIn(*look.link(id), name);
+                if (set.keys.empty()) {
+                    set.values = values;
+                } else {
+                    setKey(set, {.frame = playback_.frame(), .timeCode = {}, .values = values, .curve = {}},
+                           {});
+                }
             }
         },
         gesture);

@@ -159,4 +159,24 @@ std::vector<std::string> Message::texts(const char* name, std::size_t most) cons
     return values;
 }
 
+std::vector<Message> Message::parts(const char* name, const char* key, const char* value) const
+{
+    if (!has(name)) {
+        return {*this};
+    }
+    const Json& object = field(name);
+    if (!object.is_object() || object.empty()) {
+        refuseField(name, "an object with at least one member");
+    }
+    std::vector<Message> parts;
+    for (const auto& [member, content] : object.items()) {
+        Json fields = fields_;
+        fields.erase(name);
+        fields[key] = member;
+        fields[value] = content;
+        parts.push_back(Message(std::move(fields)));
+    }
+    return parts;
+}
+
 } // namespace Qx::Program::Studio

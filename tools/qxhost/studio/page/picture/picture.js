@@ -77,7 +77,7 @@ const sendView = oncePerDrawing(() => {
     const place = panes()[0];
     const message = {
         width: Math.max(1, Math.floor(place.width)), height: Math.max(1, Math.floor(place.height)), region: region(),
-        compare: studio.compare.way, times: studio.compare.times, against: studio.compare.against,
+        compare: studio.compare.way, times: studio.compare.times, against: studio.compare.against === 'before' ? 'before' : Number(studio.compare.against),
         quality: studio.quality
     };
     const text = JSON.stringify(message);

@@ -259,6 +259,9 @@ const drawers = {
 };
 
 const draw = oncePerDrawing(() => {
+    // Where they are scrolled, which is at phone width, the keyboard must get there.
+    const place = byId('scopes');
+    place.tabIndex = place.scrollHeight > place.clientHeight ? 0 : -1;
     for (const [kind, {canvas}] of boxes) {
         if (!canvas.clientWidth)
             continue;

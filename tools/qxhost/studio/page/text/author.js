@@ -35,13 +35,15 @@ function plainEditor() {
 
 function codeMirror() {
     const mirror = window.CodeMirror(byId('text-place'), {
-        mode: hlsl, lineNumbers: true, matchBrackets: true, indentUnit: 4, gutters: ['messages', 'CodeMirror-linenumbers'],
+        mode: hlsl, lineNumbers: true, matchBrackets: true, inputStyle: 'contenteditable', indentUnit: 4, gutters: ['messages', 'CodeMirror-linenumbers'],
         extraKeys: {
             // Tab moves on, as everywhere else on the page; indenting has keys of its own.
             'Tab': false, 'Shift-Tab': false, 'Ctrl-]': 'indentMore', 'Ctrl-[': 'indentLess', 'Ctrl-/': 'toggleComment'
         }
     });
-    mirror.getInputField().setAttribute('aria-label', 'Text of the effect');
+    const input = mirror.getInputField();
+    for (const [name, value] of [['role', 'textbox'], ['aria-multiline', 'true'], ['aria-label', 'Text of the effect']])
+        input.setAttribute(name, value);
     mirror.on('change', showStatus);
     return {
         text: () => mirror.getValue(),

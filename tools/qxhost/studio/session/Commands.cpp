@@ -121,7 +121,8 @@ const std::map<std::string, Session::Worker::Handler, std::less<>>& Session::Wor
                                                                    {"write", &Worker::doWrite},
                                                                    {"save", &Worker::doSave},
                                                                    {"open", &Worker::doOpen},
-                                                                   {"looks", &Worker::doLooks}};
+                                                                   {"looks", &Worker::doLooks},
+                                                                   {"export", &Worker::doExport}};
     return table;
 }
 
@@ -366,7 +367,7 @@ Json Session::Worker::doSet(Client&, const Message& message)
                 if (set.keys.empty()) {
                     set.values = values;
                 } else {
-                    setKey(set, {.frame = playback_.frame(), .timeCode = {}, .values = values, .curve = {}},
+                    setKey(set, {.frame = number(), .timeCode = {}, .values = values, .curve = {}},
                            {});
                 }
             }

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/studio/server/Guard.h"
 #include "tools/qxhost/studio/session/NamedLinks.h"
 
 #include <algorithm>
@@ -25,6 +26,11 @@ constexpr int mostUnderWay = 2;
 
 /// Bytes that may wait for a window before it gets no more pictures and states.
 constexpr std::size_t mostWaitingBytes = std::size_t{4} << 20U;
+
+Clock::time_point scopesDue(Clock::time_point last, double rate)
+{
+    return last + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / rate));
+}
 
 /// Four bytes of the header's length, the header, and a JPEG.
 std::shared_ptr<const std::string> framed(const Json& header, const std::string& jpeg)
@@ -64,7 +70,8 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
       projector_(options.clip),
       playback_(projector_.clip().info().isStill ? 0 : projector_.clip().info().frameRate.toDouble(),
                 projector_.clip().count()),
-      device_(deviceName())
+      device_(deviceName()),
+      start_(makeToken().substr(0, 16))
 {
     std::error_code error;
     looks_ = options.looks.empty() ? std::filesystem::current_path(error) : options.looks;
@@ -74,9 +81,8 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
     Look look = options.look.empty() ? Look() : readLookOfClip(options.look);
     for (const std::string& word : options.effects) {
         look.links.push_back(linkNamed(word));
-        const LookLink& link = look.links.back();
-        const std::filesystem::path file = fileOfLink(link);
-        if (link.kind == LookLink::Kind::effect && link.file == file) {
+        const std::filesystem::path file = look.links.back().file;
+        if (look.links.back().kind == LookLink::Kind::effect && file.is_absolute()) {
             editable_.insert(file);
         }
     }
@@ -124,12 +130,15 @@ void Session::Worker::post(std::function<void()> task)
 
 std::chrono::steady_clock::time_point Session::Worker::wakeUp() const
 {
-    const bool isWanted = std::any_of(clients_.begin(), clients_.end(),
-                                      [&](const Client& client) { return wantsPicture(client); });
-    if (isWanted) {
-        return Clock::now();
-    }
     Clock::time_point next = filesAt_ + filesPeriod;
+    for (const Client& client : clients_) {
+        if (wantsPicture(client)) {
+            return Clock::now();
+        }
+        if (wantsScopes(client)) {
+            next = std::min(next, scopesDue(client.scopes.at, client.scopes.rate));
+        }
+    }
     if (playback_.isPlaying()) {
         next = std::min(next, playback_.nextDue());
     }
@@ -150,21 +159,39 @@ std::deque<std::function<void()>> Session::Worker::waitForTasks()
 void Session::Worker::run()
 {
     while (true) {
-        for (const std::function<void()>& task : waitForTasks()) {
-            task();
-        }
+        const std::deque<std::function<void()>> tasks = waitForTasks();
         {
             const std::lock_guard lock(mutex_);
             if (stops_) {
                 return;
             }
         }
-        lookAtFiles();
-        advance();
-        present();
-        sendState(false);
-        answerNextPicture();
+        try {
+            for (const std::function<void()>& task : tasks) {
+                task();
+            }
+            work();
+        } catch (const std::exception& error) { // such as exhausted memory, which may pass
+            problem_ = error.what();
+            changed();
+            std::this_thread::sleep_for(filesPeriod);
+        }
     }
+}
+
+void Session::Worker::work()
+{
+    lookAtFiles();
+    advance();
+    present();
+    sendState(false);
+    answerNextPicture();
+}
+
+/// The number of the current frame, as effects and key frames count.
+std::int64_t Session::Worker::number() const
+{
+    return projector_.frame() == playback_.frame() ? projector_.number() : playback_.frame();
 }
 
 void Session::Worker::advance()
@@ -262,26 +289,49 @@ void Session::Worker::drawFrame()
     }
 }
 
+bool Session::Worker::wantsScopes(const Client& client) const
+{
+    return client.scopes.kinds.any() && client.scopes.stamp != pictureVersion_ &&
+           client.window->backlog() <= mostWaitingBytes;
+}
+
 void Session::Worker::present()
 {
-    const bool isWanted = std::any_of(clients_.begin(), clients_.end(),
-                                      [&](const Client& client) { return wantsPicture(client); });
-    if (!isWanted) {
+    const Clock::time_point now = Clock::now();
+    const auto isServed = [&](const Client& client) {
+        return wantsPicture(client) ||
+               (wantsScopes(client) && scopesDue(client.scopes.at, client.scopes.rate) <= now);
+    };
+    std::vector<Client*> served;
+    for (Client& client : clients_) {
+        if (isServed(client)) {
+            served.push_back(&client);
+        }
+    }
+    if (served.empty()) {
         return;
     }
     drawFrame();
-    for (Client& client : clients_) {
-        if (!wantsPicture(client)) {
-            continue;
-        }
-        try {
+    for (Client* const client : served) {
+        serve(*client);
+    }
+}
+
+void Session::Worker::serve(Client& client)
+{
+    try {
+        if (wantsPicture(client)) {
             sendPictures(client);
-        } catch (const Failure& failure) {
-            problem_ = failure.what();
-            changed();
-            for (const std::string& kind : kindsFor(*client.view)) {
-                client.channels[kind].stamp = stampFor(client);
-            }
+        }
+        if (wantsScopes(client) && scopesDue(client.scopes.at, client.scopes.rate) <= Clock::now()) {
+            sendScopes(client);
+        }
+    } catch (const Failure& failure) {
+        problem_ = failure.what();
+        changed();
+        client.scopes.stamp = pictureVersion_;
+        for (const std::string& kind : client.view ? kindsFor(*client.view) : std::vector<std::string>()) {
+            client.channels[kind].stamp = stampFor(client);
         }
     }
 }
@@ -332,7 +382,7 @@ Pixels Session::Worker::against(const View& view, const PictureSize& size) const
 
 bool Session::Worker::isEditable(const LookLink& link) const
 {
-    return link.kind == LookLink::Kind::effect && editable_.contains(fileOfLink(link));
+    return link.kind == LookLink::Kind::effect && editable_.contains(link.file);
 }
 
 void Session::Worker::sendPicture(Client& client, const std::string& kind)

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/studio/picture/Jpeg.h"
+#include "tools/qxhost/studio/scopes/ScopeMessage.h"
 #include "tools/qxhost/studio/session/Editor.h"
 #include "tools/qxhost/studio/session/Message.h"
 #include "tools/qxhost/studio/session/Playback.h"
@@ -81,6 +82,16 @@ private:
         std::uint64_t stamp = 0; ///< of what the last one shows
     };
 
+    /// The scopes that a window wants.
+    struct ScopeWish
+    {
+        ScopeKinds kinds;
+        bool ofBefore = false;
+        double rate = 10;        ///< a second, at most
+        std::uint64_t stamp = 0; ///< of the picture that was counted last
+        std::chrono::steady_clock::time_point at;
+    };
+
     struct Client
     {
         WindowPtr window;
@@ -90,6 +101,7 @@ private:
         std::map<std::string, Channel> channels;
         std::set<std::filesystem::path> read; ///< effect files whose text it has
         bool wantsCatalogue = false;
+        ScopeWish scopes;
     };
 
     /// A file is not as a window believes.
@@ -104,19 +116,24 @@ private:
 
     // The loop.
     void run();
+    void work();
     std::deque<std::function<void()>> waitForTasks();
     std::chrono::steady_clock::time_point wakeUp() const;
     void advance();
+    std::int64_t number() const;
     void lookAtFiles();
     void lookForConflicts();
     void answerNextPicture();
 
     // Pictures.
     bool wantsPicture(const Client& client) const;
+    bool wantsScopes(const Client& client) const;
+    void sendScopes(Client& client);
     std::vector<std::string> kindsFor(const View& view) const;
     std::uint64_t stampFor(const Client& client) const;
     void present();
     void drawFrame();
+    void serve(Client& client);
     void sendPictures(Client& client);
     void sendPicture(Client& client, const std::string& kind);
     Image::Surface surfaceOf(const std::string& kind) const;
@@ -165,6 +182,7 @@ private:
     Json doSave(Client&, const Message&);
     Json doOpen(Client&, const Message&);
     Json doLooks(Client&, const Message&);
+    Json doExport(Client&, const Message&);
     Json doUndo(Client&, const Message&);
     Json doRedo(Client&, const Message&);
 
@@ -200,6 +218,7 @@ private:
     ChainDrawing thumbnails_;
     Survey::Result drawable_;
     std::string device_;
+    std::string start_; ///< tells this start of the program from others
     bool isStateNew_ = false;
     std::int64_t toldFrame_ = -1;
     std::chrono::steady_clock::time_point toldAt_;

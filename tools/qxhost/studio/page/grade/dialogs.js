@@ -11,7 +11,7 @@ export function openDialog(title, className, ...contents) {
     dialog.replaceChildren(
         element('div', {class: 'dialog-head'}, element('h2', {id: 'dialog-title', text: title}),
             element('button', {type: 'button', 'aria-label': 'Close', text: '×', class: 'small', onclick: () => dialog.close()})),
-        ...contents);
+        ...contents.filter(Boolean));
     if (!dialog.open)
         dialog.showModal();
     dialog.querySelector('[data-first]')?.focus();
@@ -178,7 +178,9 @@ export function openHelp(keys) {
     const rows = keys.map(([key, text]) => element('tr', {}, element('th', {scope: 'row'}, ...key.split(' ').map((part) => element('kbd', {text: part}))),
         element('td', {text})));
     openDialog('Keys', 'narrow', element('label', {class: 'inline'}, single, 'keys without Control are on'),
-        element('table', {class: 'keys-table'}, element('tbody', {}, ...rows)));
+        element('table', {class: 'keys-table'}, element('tbody', {}, ...rows)),
+    window.CodeMirror ? element('p', {class: 'quiet notice'}, 'The text editor is CodeMirror 5: ',
+        element('a', {href: 'codemirror/copyright.txt', target: '_blank', text: 'its licence'}), '.') : null);
 }
 
 export function startDialogs() {

@@ -461,6 +461,19 @@ Qx::Ptr<iHostImage> GPUService::downloadImage(Qx::Ptr<iGPUImage> image)
     });
 }
 
+std::optional<ScopeCounts> GPUService::countScopes(const Qx::Ptr<iGPUImage>& picture,
+                                                   const ScopeRequest& request)
+{
+    return operate<std::optional<ScopeCounts>>(
+        context(), [&](Vulkan::Context& context) -> std::optional<ScopeCounts> {
+            auto* image = dynamic_cast<Vulkan::GPUImage*>(picture.get());
+            if (image == nullptr || &image->context() != &context) {
+                return {};
+            }
+            return context.scopes().count(context, *image, request);
+        });
+}
+
 bool GPUService::copyImage(const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUImage>& target)
 {
     return operate<bool>(context(), [&](Vulkan::Context& context) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/gpu/GPUOptions.h"
+#include "host/gpu/scopes/Scopes.h"
 #include "platform/Api.h"
 #include "platform/GPUService.h"
 
@@ -123,6 +124,9 @@ public:
     /// Copies the texels of one image to another of the same size and format, the least that a pass over an
     /// image costs on this device. Records and returns; false on failure.
     bool copyImage(const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUImage>& target);
+    /// Counts the codes of a picture for waveform monitors, vectorscopes and chromaticity diagrams, and waits
+    /// for the device. Empty on failure, for a request out of its limits, and on devices that only draw.
+    std::optional<ScopeCounts> countScopes(const Qx::Ptr<iGPUImage>& picture, const ScopeRequest& request);
     Qx::Ptr<iHostImage3D> createHostImage3D(int size) override;
     Qx::Ptr<iGPUImage3D> upload3DImage(Qx::Ptr<iHostImage3D> image) override;
     Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>& typeface, int size, int style) override;

@@ -85,7 +85,8 @@ Context::Context(std::unique_ptr<Instance> instance, std::unique_ptr<Device> dev
       textures_(*device_, memory_, orDefault(options.poolBytes, *device_)),
       hostBuffers_(*device_, memory_, orDefault(options.poolBytes, *device_)),
       samplers_(*device_),
-      primitives_(*device_)
+      primitives_(*device_),
+      scopes_(*device_, memory_)
 {
 }
 
@@ -134,6 +135,7 @@ void Context::shutdown(std::chrono::milliseconds limit)
         objects_.clear();
     }
     recorder_.destroy();
+    scopes_.destroy();
     primitives_.destroy();
     samplers_.destroy();
     // Addresses that callers hold must stay valid as long as their images, which may outlive the service.

@@ -5,6 +5,7 @@
 #include "host/gpu/drawing/Recorder.h"
 #include "host/gpu/effects/Samplers.h"
 #include "host/gpu/images/Pool.h"
+#include "host/gpu/scopes/ScopeCounter.h"
 
 #include <memory>
 #include <unordered_set>
@@ -61,6 +62,7 @@ public:
     Pool<HostBuffer>& hostBuffers() { return hostBuffers_; }
     Samplers& samplers() { return samplers_; }
     PrimitivePipelines& primitives() { return primitives_; }
+    ScopeCounter& scopes() { return scopes_; }
     Gate& gate() { return gate_; }
 
     void add(DeviceObject& object);
@@ -90,6 +92,7 @@ private:
     Pool<HostBuffer> hostBuffers_;
     Samplers samplers_;
     PrimitivePipelines primitives_;
+    ScopeCounter scopes_;
     Gate gate_;
     std::mutex objectsMutex_;
     std::unordered_set<DeviceObject*> objects_;

@@ -63,7 +63,8 @@ std::optional<PhysicalDevice::QueueFamily> drawingFamily(std::span<const VkQueue
     for (std::uint32_t i = 0; i < families.size(); ++i) {
         const bool draws = (families[i].queueFlags & VK_QUEUE_GRAPHICS_BIT) != 0;
         if (draws && (!found || (found->timerBits == 0 && families[i].timestampValidBits != 0))) {
-            found = PhysicalDevice::QueueFamily{i, families[i].timestampValidBits};
+            found = PhysicalDevice::QueueFamily{i, families[i].timestampValidBits,
+                                                (families[i].queueFlags & VK_QUEUE_COMPUTE_BIT) != 0};
         }
     }
     return found;

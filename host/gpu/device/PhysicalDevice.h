@@ -41,6 +41,7 @@ struct PhysicalDevice
     {
         std::uint32_t index = 0;
         std::uint32_t timerBits = 0; ///< of a timestamp that are valid; 0 if the family has no timestamps
+        bool computes = false;
     };
 
     PhysicalDevice(VkPhysicalDevice device, const Withheld& without);

@@ -14,6 +14,7 @@ constexpr VkDeviceSize uniformChunkBytes = 1U << 16;
 constexpr std::uint32_t setsPerPool = 128;
 constexpr std::uint32_t samplersPerPool = setsPerPool * 8;
 constexpr std::uint32_t texelBuffersPerPool = setsPerPool * 4;
+constexpr std::uint32_t storageBuffersPerPool = 4; // scopes are counted once a frame
 
 constexpr std::uint32_t firstStamp = 0;
 constexpr std::uint32_t lastStamp = 1;
@@ -222,10 +223,11 @@ bool Batch::uniform(std::span<const std::byte> data, VkDescriptorBufferInfo& inf
 
 bool Batch::addDescriptorPool()
 {
-    const std::array<VkDescriptorPoolSize, 3> sizes{{
+    const std::array<VkDescriptorPoolSize, 4> sizes{{
         {VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER, setsPerPool},
         {VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, samplersPerPool},
         {VK_DESCRIPTOR_TYPE_UNIFORM_TEXEL_BUFFER, texelBuffersPerPool},
+        {VK_DESCRIPTOR_TYPE_STORAGE_BUFFER, storageBuffersPerPool},
     }};
     VkDescriptorPoolCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO;
@@ -273,7 +275,7 @@ void Batch::use(Texture& texture, const Use& next)
         useMemory(texture, next);
         return;
     }
-    if (!next.writes && texture.use.layout == next.layout) {
+    if (!next.writes && texture.use.layout == next.layout && texture.use.stage == next.stage) {
         return;
     }
     VkImageMemoryBarrier2 barrier = imageBarrier(texture.image, texture.use, next.layout);
@@ -308,6 +310,12 @@ void Batch::useMemory(Texture& texture, const Use& next)
 void Batch::sample(Texture& texture)
 {
     use(texture, {VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL, VK_PIPELINE_STAGE_2_FRAGMENT_SHADER_BIT,
+                  VK_ACCESS_2_SHADER_SAMPLED_READ_BIT, false, false});
+}
+
+void Batch::count(Texture& texture)
+{
+    use(texture, {VK_IMAGE_LAYOUT_GENERAL, VK_PIPELINE_STAGE_2_COMPUTE_SHADER_BIT,
                   VK_ACCESS_2_SHADER_SAMPLED_READ_BIT, false, false});
 }
 

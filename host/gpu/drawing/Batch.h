@@ -44,6 +44,7 @@ public:
     /// Announces the next use of a resource. Then flush() records the barriers, and after it come the
     /// commands that use the resources. A function that records must not fail after the first of these calls.
     void sample(Texture& texture);
+    void count(Texture& texture); ///< a compute shader reads it, in VK_IMAGE_LAYOUT_GENERAL
     void renderTo(Texture& texture, bool discard);
     void
     beginLevels(Texture& texture); ///< its levels are drawn one after the other, each from the one before

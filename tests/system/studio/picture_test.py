@@ -1,7 +1,9 @@
 """The picture on the studio's page: which frame it shows, how close it is, and what of it."""
 
+import base64
 import unittest
 
+import numpy
 import support
 
 # The compressed picture against the codes that it is made of, at the quality that the page begins with.
@@ -170,6 +172,41 @@ class PictureTest(support.StudioTest):
             self.browser.switch_to.window(second.window)
             self.browser.close()
             self.browser.switch_to.window(first)
+
+    def counts(self, text):
+        """Counts as a scope's message has them."""
+        return numpy.frombuffer(base64.b64decode(text), "<u2").astype(int)
+
+    def test_scopes_are_a_direct_count_of_the_frame(self):
+        self.page.click("#tab-scopes")
+        for kind in self.browser.find_elements(support.By.CSS_SELECTOR, "#scope-kinds input:not(:checked)"):
+            self.page.run("arguments[0].click()", kind)
+        self.page.go_to(11)
+        self.page.set_slider("saturation", 0.6)
+        picture = support.convert(self.clip, 11, "--effect", "cc3.fx", "--set", "saturation=0.6").astype(int)
+        expected = [numpy.bincount(picture[..., channel].ravel(), minlength=256).tolist() for channel in range(3)]
+
+        def counted():
+            scopes = self.page.studio("studio.scopes ?? null")
+            return scopes if scopes and scopes["frame"] == 11 and scopes["histogram"]["r"] == expected[0] else None
+
+        scopes = self.page.wait(counted, "the histogram of red is not that of the frame")
+        self.assertEqual([scopes["histogram"][channel] for channel in "rgb"], expected)
+        # Luma of the signal: BT.709-6, 3.2 and 3.4, in codes of 8 bits.
+        luma = numpy.floor(16 + 219 / 255 * (picture @ numpy.array([0.2126, 0.7152, 0.0722])) + 0.5).astype(int)
+        self.assertEqual(scopes["histogram"]["luma"], numpy.bincount(luma.ravel(), minlength=256).tolist())
+        self.assertEqual((scopes["black"], scopes["white"]), (16, 235))
+        # A waveform's columns share those of the picture evenly.
+        columns = scopes["waveform"]["columns"]
+        place = numpy.arange(support.WIDTH) * columns // support.WIDTH
+        for name, codes in (("luma", luma), ("r", picture[..., 0]), ("g", picture[..., 1]), ("b", picture[..., 2])):
+            scope = scopes["waveform"] if name == "luma" else scopes["parade"]
+            direct = numpy.bincount((codes * columns + place).ravel(), minlength=256 * columns)
+            numpy.testing.assert_array_equal(self.counts(scope[name]), direct, name)
+        # Each pixel is a point of the vectorscope: 65535 stands for more, which no cell of this frame has.
+        self.assertEqual(self.counts(scopes["vectorscope"]["counts"]).sum(), support.WIDTH * support.HEIGHT)
+        self.page.wait(lambda: self.page.find("#scopes").get_attribute("data-frame") == "11", "the scopes were not drawn")
+        self.page.click("#undo")
 
 
 if __name__ == "__main__":

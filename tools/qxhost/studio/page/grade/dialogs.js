@@ -1,6 +1,7 @@
 // What is asked in a dialog: the catalogue, looks, and the keys.
 
 import {announce, byId, element} from '../base/dom.js';
+import {remember, remembered} from '../base/memory.js';
 import {studio} from '../base/studio.js';
 
 const dialog = byId('dialog');
@@ -11,7 +12,7 @@ export function openDialog(title, className, ...contents) {
     dialog.replaceChildren(
         element('div', {class: 'dialog-head'}, element('h2', {id: 'dialog-title', text: title}),
             element('button', {type: 'button', 'aria-label': 'Close', text: '×', class: 'small', onclick: () => dialog.close()})),
-        ...contents);
+        ...contents.filter(Boolean));
     if (!dialog.open)
         dialog.showModal();
     dialog.querySelector('[data-first]')?.focus();
@@ -172,13 +173,15 @@ export function exportLook() {
 /** The keys, and whether those of one letter are on. */
 export function openHelp(keys) {
     const single = element('input', {
-        type: 'checkbox', onchange: ({target}) => localStorage.setItem('single-keys', target.checked ? 'on' : 'off')
+        type: 'checkbox', onchange: ({target}) => remember('single-keys', target.checked ? 'on' : 'off')
     });
-    single.checked = localStorage.getItem('single-keys') !== 'off';
+    single.checked = remembered('single-keys') !== 'off';
     const rows = keys.map(([key, text]) => element('tr', {}, element('th', {scope: 'row'}, ...key.split(' ').map((part) => element('kbd', {text: part}))),
         element('td', {text})));
     openDialog('Keys', 'narrow', element('label', {class: 'inline'}, single, 'keys without Control are on'),
-        element('table', {class: 'keys-table'}, element('tbody', {}, ...rows)));
+        element('table', {class: 'keys-table'}, element('tbody', {}, ...rows)),
+    window.CodeMirror ? element('p', {class: 'quiet notice'}, 'The text editor is CodeMirror 5: ',
+        element('a', {href: 'codemirror/copyright.txt', target: '_blank', text: 'its licence'}), '.') : null);
 }
 
 export function startDialogs() {

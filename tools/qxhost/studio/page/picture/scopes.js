@@ -1,6 +1,7 @@
 // Scopes, drawn from the counts that the server makes on the device.
 
 import {byId, element, fitCanvas, oncePerDrawing, setText} from '../base/dom.js';
+import {remember, remembered} from '../base/memory.js';
 import {shownTab} from '../base/tabs.js';
 import {studio} from '../base/studio.js';
 
@@ -8,7 +9,7 @@ const kinds = [
     ['waveform', 'Waveform'], ['parade', 'Parade'], ['vectorscope', 'Vectorscope'], ['histogram', 'Histogram'],
     ['chromaticity', 'Chromaticity']
 ];
-const chosen = new Set(JSON.parse(localStorage.getItem('scopes') ?? '["waveform","parade","vectorscope","histogram"]'));
+const chosen = new Set(JSON.parse(remembered('scopes') ?? '["waveform","parade","vectorscope","histogram"]'));
 const boxes = new Map();
 let counts = null; // the newest message
 let sent = null;
@@ -317,7 +318,7 @@ export function startScopes() {
                     chosen.add(kind);
                 else
                     chosen.delete(kind);
-                localStorage.setItem('scopes', JSON.stringify([...chosen]));
+                remember('scopes', JSON.stringify([...chosen]));
                 fill();
                 ask();
             }

@@ -120,7 +120,10 @@ function messagesOf(file) {
     const errors = link?.error ? (link.error.messages?.length ? link.error.messages :
         [{line: 0, column: 0, severity: 'error', text: link.error.text}]) : [];
     const warnings = (link?.warnings ?? []).map((w) => (typeof w === 'string' ? {line: 0, column: 0, severity: 'warning', text: w} : w));
-    return [...errors, ...warnings];
+    return [...errors, ...warnings].map((message) => {
+        const isElsewhere = message.file && message.file !== file;
+        return isElsewhere ? {...message, line: 0, text: `${message.file}:${message.line}:${message.column}: ${message.text}`} : message;
+    });
 }
 
 function showStatus() {

@@ -212,7 +212,7 @@ function drawHistogram({context, width, height, scale}, {bits, histogram, black,
     for (const part of [0, 0.25, 0.5, 0.75, 1]) {
         const code = Math.round(last * part);
         mark(code, inks.line, []);
-        if (!marks.some((m) => Math.abs(toX(m) - toX(code)) < 22 * scale))
+        if (!marks.some((m) => Math.abs(toX(m) - toX(code)) < 40 * scale))
             text(context, scale, String(code), toX(code), place.y + place.height + 9 * scale, part === 0 ? 'left' : part === 1 ? 'right' : 'center');
     }
     for (const code of marks) {

@@ -165,13 +165,15 @@ std::vector<Message> Message::parts(const char* name, const char* key, const cha
         return {*this};
     }
     const Json& object = field(name);
-    if (!object.is_object() || object.empty()) {
-        refuseField(name, "an object with at least one member");
+    constexpr std::size_t most = 256;
+    if (!object.is_object() || object.empty() || object.size() > most) {
+        refuseField(name, fmt::format("an object with 1 to {} members", most));
     }
+    Json common = fields_;
+    common.erase(name);
     std::vector<Message> parts;
     for (const auto& [member, content] : object.items()) {
-        Json fields = fields_;
-        fields.erase(name);
+        Json fields = common;
         fields[key] = member;
         fields[value] = content;
         parts.push_back(Message(std::move(fields)));

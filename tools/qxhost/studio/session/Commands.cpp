@@ -367,8 +367,7 @@ Json Session::Worker::doSet(Client&, const Message& message)
                 if (set.keys.empty()) {
                     set.values = values;
                 } else {
-                    setKey(set, {.frame = number(), .timeCode = {}, .values = values, .curve = {}},
-                           {});
+                    setKey(set, {.frame = number(), .timeCode = {}, .values = values, .curve = {}}, {});
                 }
             }
         },

@@ -42,7 +42,8 @@ Json messagesOf(const LinkError& error)
     return messages;
 }
 
-/// The passes of the technique that is drawn. One alone takes the time of the step; several are not told apart.
+/// The passes of the technique that is drawn. One alone takes the time of the step; several are not told
+/// apart.
 Json passesOf(const LinkStatus& status)
 {
     Json passes = Json::array();

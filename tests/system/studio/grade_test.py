@@ -109,7 +109,7 @@ class GradeTest(support.StudioTest):
         page.click(".link.open .link-head .small")
         page.wait(lambda: names() == ["cc3.fx", "qx-vignette.fx"], "nothing was removed")
         self.switch_off_vignette()
-        self.assertFalse(page.studio("studio.state.chain[1].on"))
+        page.wait(lambda: page.studio("studio.state.chain[1].on") is False, "the link is still on")
 
     def test_key_frames_lead_from_value_to_value(self):
         page = self.page

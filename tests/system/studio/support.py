@@ -23,7 +23,7 @@ from selenium.webdriver.support.ui import WebDriverWait
 PROGRAM = os.environ["QX_PROGRAM"]
 SOURCE = pathlib.Path(os.environ["QX_SOURCE_FOLDER"])
 # Long enough for a loaded machine with sanitizers; nothing waits that long unless it fails.
-PATIENCE = 8
+PATIENCE = 60
 
 WIDTH, HEIGHT, FRAMES = 640, 360, 60
 # The patch at the top left tells the frame: its luma is FIRST_LUMA + LUMA_STEP times the frame.

@@ -144,27 +144,29 @@ export async function openLook() {
     }
 }
 
-/** Exports the chain as a .cube, and says whether it says the same. */
+/** Exports the chain as a .cube, and says how well it says the same. */
 export function exportLook() {
     const status = statusLine();
     const stem = (studio.state?.look || 'untitled').split('/').at(-1).replace(/\.look\.toml$/, '');
-    const name = element('input', {type: 'text', required: true, value: `${stem}.cube`, spellcheck: 'false', 'data-first': ''});
+    const name = element('input', {type: 'text', required: true, value: `${stem}.cube`, spellcheck: 'false', 'data-first': '', id: 'export-file'});
     const size = element('select', {}, ...[17, 33, 65].map((count) => element('option', {value: count, text: `${count} points a side`})));
     size.value = 33;
+    const replace = element('input', {type: 'checkbox'});
     const form = element('form', {
         onsubmit: async (event) => {
             event.preventDefault();
             status.say('Computing …');
             try {
-                const answer = await studio.request('export', {file: withEnding(name.value.trim(), '.cube'), size: Number(size.value)});
-                const error = typeof answer.error === 'number' ? ` The largest error is ${Number(answer.error.toPrecision(3))}.` : '';
-                status.say((answer.pure === false ? 'Written, but the chain is more than a mapping of colours: the .cube leaves the rest out.' :
-                    `Written to ${answer.file ?? name.value}.`) + error, answer.pure === false);
+                const answer = await studio.request('export',
+                    {file: withEnding(name.value.trim(), '.cube'), size: Number(size.value), overwrite: replace.checked});
+                status.say(`Written: ${answer.file}. The largest error is ${answer.errorText}.`);
             } catch (error) {
                 status.say([error.message, ...(error.details ?? [])].join('\n'), true);
             }
         }
     }, element('label', {}, 'File', name), element('label', {}, 'Size', size),
+    element('label', {class: 'inline'}, replace, 'replace a file that is there'),
+    element('p', {class: 'quiet', text: 'Parameters with key frames have their values of this frame.'}),
     element('div', {class: 'bar'}, element('button', {type: 'submit', class: 'main', text: 'Export'})));
     openDialog('Export a .cube', 'narrow', form, status.root);
     name.select();

@@ -33,6 +33,33 @@ Pixels resized(const PixelView& view, int width, int height)
     return result;
 }
 
+Pixels reduced(const PixelView& view, int n)
+{
+    if (n == 1) {
+        return copyOf(view);
+    }
+    Pixels result{view.width / n, view.height / n, {}};
+    const std::size_t row = static_cast<std::size_t>(result.width) * 4;
+    result.bytes.resize(row * static_cast<std::size_t>(result.height));
+    std::vector<unsigned> sums(row);
+    const auto count = static_cast<unsigned>(n * n);
+    for (int y = 0; y < result.height; ++y) {
+        std::fill(sums.begin(), sums.end(), count / 2);
+        for (int line = 0; line < n; ++line) {
+            const std::uint8_t* in = view.at(0, y * n + line);
+            for (std::size_t x = 0; x < row; x += 4, in += 4 * n) {
+                for (int i = 0; i < 4 * n; ++i) {
+                    sums[x + static_cast<std::size_t>(i % 4)] += in[i];
+                }
+            }
+        }
+        std::uint8_t* const out = result.bytes.data() + row * static_cast<std::size_t>(y);
+        std::transform(sums.begin(), sums.end(), out,
+                       [count](unsigned sum) { return static_cast<std::uint8_t>(sum / count); });
+    }
+    return result;
+}
+
 Pixels differenceOf(const PixelView& one, const PixelView& other, double times)
 {
     constexpr int codes = 256;

@@ -169,6 +169,23 @@ class GradeTest(support.StudioTest):
         self.page.find("dialog").send_keys(support.Keys.ESCAPE)
         (self.folder / "kept.look.toml").unlink()
 
+    def test_a_mapping_of_colours_is_exported_as_a_cube_and_nothing_else_is(self):
+        page = self.page
+        page.set_slider("saturation", 0.7)
+        page.click("#look-export")
+        page.type_number("#export-file", "out.cube")
+        page.wait(lambda: "no mapping of colours" in page.text(".dialog-status"), "a vignette was exported")
+        self.assertFalse((self.folder / "out.cube").exists())
+        page.find("dialog").send_keys(support.Keys.ESCAPE)
+        self.switch_off_vignette()
+        page.click("#look-export")
+        page.type_number("#export-file", "out.cube")
+        page.wait(lambda: "Written: out.cube" in page.text(".dialog-status"), "it was not exported")
+        page.find("dialog").send_keys(support.Keys.ESCAPE)
+        by_table = support.convert(self.clip, 4, "--lut", str(self.folder / "out.cube")).astype(int)
+        by_effect = support.convert(self.clip, 4, "--effect", "cc3.fx", "--set", "saturation=0.7")
+        self.assertLessEqual(abs(by_table - by_effect).max(), 1)
+
 
 if __name__ == "__main__":
     unittest.main()

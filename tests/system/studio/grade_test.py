@@ -131,6 +131,19 @@ class GradeTest(support.StudioTest):
         page.click(key)
         page.wait(lambda: len(page.parameter("saturation")["keys"]) == 1, "the key was not removed")
 
+    def test_the_keys_of_a_wheel_are_one_step_of_undo(self):
+        page = self.page
+        names = ["gain", "gainRed", "gainGreen", "gainBlue"]
+        keyed = lambda: [len(page.parameter(name)["keys"]) for name in names]
+        page.click("[data-parameter=gain] .key")
+        page.wait(lambda: keyed() == [1] * 4, "no keys were set")
+        page.click("[data-parameter=gain] .key")
+        page.wait(lambda: keyed() == [0] * 4, "the keys were not removed")
+        page.click("#undo")
+        page.wait(lambda: keyed() == [1] * 4, "removing took several steps")
+        page.click("#undo")
+        page.wait(lambda: keyed() == [0] * 4, "setting took several steps")
+
     def test_a_saved_look_gives_the_same_bytes_in_convert(self):
         page = self.page
         page.set_slider("saturation", 1.3)

@@ -131,6 +131,19 @@ class GradeTest(support.StudioTest):
         page.click(key)
         page.wait(lambda: len(page.parameter("saturation")["keys"]) == 1, "the key was not removed")
 
+    def test_the_keys_of_a_wheel_are_one_step_of_undo(self):
+        page = self.page
+        names = ["gain", "gainRed", "gainGreen", "gainBlue"]
+        keyed = lambda: [len(page.parameter(name)["keys"]) for name in names]
+        page.click("[data-parameter=gain] .key")
+        page.wait(lambda: keyed() == [1] * 4, "no keys were set")
+        page.click("[data-parameter=gain] .key")
+        page.wait(lambda: keyed() == [0] * 4, "the keys were not removed")
+        page.click("#undo")
+        page.wait(lambda: keyed() == [1] * 4, "removing took several steps")
+        page.click("#undo")
+        page.wait(lambda: keyed() == [0] * 4, "setting took several steps")
+
     def test_a_saved_look_gives_the_same_bytes_in_convert(self):
         page = self.page
         page.set_slider("saturation", 1.3)
@@ -168,6 +181,23 @@ class GradeTest(support.StudioTest):
         self.assertEqual((self.folder / "kept.look.toml").read_text(), "mine")
         self.page.find("dialog").send_keys(support.Keys.ESCAPE)
         (self.folder / "kept.look.toml").unlink()
+
+    def test_a_mapping_of_colours_is_exported_as_a_cube_and_nothing_else_is(self):
+        page = self.page
+        page.set_slider("saturation", 0.7)
+        page.click("#look-export")
+        page.type_number("#export-file", "out.cube")
+        page.wait(lambda: "no mapping of colours" in page.text(".dialog-status"), "a vignette was exported")
+        self.assertFalse((self.folder / "out.cube").exists())
+        page.find("dialog").send_keys(support.Keys.ESCAPE)
+        self.switch_off_vignette()
+        page.click("#look-export")
+        page.type_number("#export-file", "out.cube")
+        page.wait(lambda: "Written: out.cube" in page.text(".dialog-status"), "it was not exported")
+        page.find("dialog").send_keys(support.Keys.ESCAPE)
+        by_table = support.convert(self.clip, 4, "--lut", str(self.folder / "out.cube")).astype(int)
+        by_effect = support.convert(self.clip, 4, "--effect", "cc3.fx", "--set", "saturation=0.7")
+        self.assertLessEqual(abs(by_table - by_effect).max(), 1)
 
 
 if __name__ == "__main__":

@@ -78,6 +78,20 @@ void setKey(LookParameter& parameter, KeyFrame key, std::optional<KeyCurve> curv
     parameter.values.clear();
 }
 
+/// What the only key of a parameter said stays.
+void removeKey(LookParameter* parameter, const std::string& name, std::int64_t frame)
+{
+    const auto is = [&](const KeyFrame& key) { return key.frame == frame; };
+    if (parameter == nullptr || std::none_of(parameter->keys.begin(), parameter->keys.end(), is)) {
+        throw Failure(ExitCode::usage, fmt::format("\"frame\": \"{}\" has no key in frame {}", name, frame));
+    }
+    const std::vector<float> last = parameter->keys.front().values;
+    std::erase_if(parameter->keys, is);
+    if (parameter->keys.empty()) {
+        parameter->values = last;
+    }
+}
+
 Region regionIn(const std::vector<std::int64_t>& numbers, const Media::StreamInfo& info)
 {
     Region region{};
@@ -385,14 +399,20 @@ Json Session::Worker::doSet(Client&, const Message& message)
 Json Session::Worker::doKey(Client&, const Message& message)
 {
     const std::uint64_t id = linkOf(message);
-    const Host::CompiledEffect::Parameter& parameter = parameterOf(message);
-    const std::vector<float> values = valuesOf(message, parameter);
     const std::int64_t frame = message.integer("frame", 0, mostFrames);
     const std::optional<KeyCurve> curve = curveOf(message);
-    if (editor_.change([&](Look& look) {
-            LookParameter& set = parameterIn(*look.link(id), parameter.name);
+    std::vector<std::pair<std::string, std::vector<float>>> keys;
+    for (const Message& part : message.parts("parameters", "name", "values")) {
+        const Host::CompiledEffect::Parameter& parameter = parameterOf(part);
+        keys.emplace_back(parameter.name, valuesOf(part, parameter));
+    }
+    const bool isNew = editor_.change([&](Look& look) {
+        for (const auto& [name, values] : keys) {
+            LookParameter& set = parameterIn(*look.link(id), name);
             setKey(set, {.frame = frame, .timeCode = {}, .values = values, .curve = {}}, curve);
-        })) {
+        }
+    });
+    if (isNew) {
         lookChanged();
     }
     return {};
@@ -401,19 +421,13 @@ Json Session::Worker::doKey(Client&, const Message& message)
 Json Session::Worker::doUnkey(Client&, const Message& message)
 {
     const std::uint64_t id = linkOf(message);
-    const std::string name = message.text("name");
     const std::int64_t frame = message.integer("frame", 0, mostFrames);
+    constexpr std::size_t mostNames = 16;
+    const std::vector<std::string> names =
+        message.has("names") ? message.texts("names", mostNames) : std::vector{message.text("name")};
     const bool isNew = editor_.change([&](Look& look) {
-        LookParameter* const set = look.link(id)->parameter(name);
-        const auto is = [&](const KeyFrame& key) { return key.frame == frame; };
-        if (set == nullptr || std::none_of(set->keys.begin(), set->keys.end(), is)) {
-            throw Failure(ExitCode::usage,
-                          fmt::format("\"frame\": \"{}\" has no key in frame {}", name, frame));
-        }
-        const std::vector<float> last = set->keys.front().values;
-        std::erase_if(set->keys, is);
-        if (set->keys.empty()) {
-            set->values = last; // what the only key said stays
+        for (const std::string& name : names) {
+            removeKey(look.link(id)->parameter(name), name, frame);
         }
     });
     if (isNew) {

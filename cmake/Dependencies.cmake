@@ -60,7 +60,7 @@ endif()
 set(QX_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Folder of the package of Python in an installation")
 
 # The live page of "qxhost studio" needs a server of HTTP and a compressor of JPEG.
-find_package(Boost 1.74 QUIET)
+find_package(Boost 1.74 QUIET CONFIG)
 pkg_check_modules(TURBOJPEG QUIET IMPORTED_TARGET libturbojpeg)
 set(studio_found OFF)
 if(Boost_FOUND AND TURBOJPEG_FOUND)

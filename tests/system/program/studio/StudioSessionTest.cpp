@@ -632,6 +632,27 @@ TEST_F(Studio, writes_effects_and_reports_conflicts)
     EXPECT_EQ(filesBeside({"clip.mp4", "dim.fx"}), std::vector<std::string>());
 }
 
+TEST_F(Studio, keeps_the_mode_and_the_link_of_a_file_that_it_writes)
+{
+    makeClip();
+    fs::create_directory(at("there"));
+    write("there/dim.fx", dimming());
+    fs::permissions(at("there/dim.fx"), fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink(at("there/dim.fx"), at("dim.fx"));
+    start({"clip.mp4", "dim.fx"});
+    Browser browser = window();
+    const std::string file = at("dim.fx").string();
+    const Json text = succeed(browser, {{"do", "read"}, {"file", file}});
+    succeed(browser, {{"do", "write"}, {"file", file}, {"text", dimming("0.5")}, {"digest", text["digest"]}});
+    EXPECT_TRUE(fs::is_symlink(at("dim.fx")));
+    EXPECT_EQ(read(at("there/dim.fx")), dimming("0.5"));
+    EXPECT_EQ(fs::status(at("there/dim.fx")).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    write("there/dim.fx", "\xFF\xFE not UTF-8");
+    fail(browser, {{"do", "read"}, {"file", file}});
+    EXPECT_EQ(read(at("there/dim.fx")), "\xFF\xFE not UTF-8");
+    stop();
+}
+
 TEST_F(Studio, writes_nothing_else)
 {
     makeClip();
@@ -809,6 +830,64 @@ TEST_F(Studio, gives_effects_the_frames_before_that_they_read)
     stop();
 }
 
+TEST_F(Studio, counts_scopes_of_the_frame_that_is_shown)
+{
+    makeCountingClip("long.mp4", {"-c:v", "libx264", "-crf", "0", "-pix_fmt", "yuv420p"});
+    write("dim.fx", dimming());
+    start({"long.mp4", "dim.fx"});
+    Browser browser = window();
+    succeed(browser, {{"do", "seek"}, {"frame", 33}});
+    succeed(browser, {{"do", "scopes"}, {"kinds", {"histogram", "waveform"}}, {"of", "after"}, {"rate", 30}});
+    const auto counts = [&](const std::function<bool(const Json&)>& holds) {
+        Json scopes = browser.message("scopes");
+        while (!holds(scopes)) {
+            scopes = browser.message("scopes");
+        }
+        return scopes;
+    };
+    Json scopes = counts([](const Json& each) { return each["frame"] == 33; });
+    EXPECT_EQ(scopes["bits"], 8);
+    EXPECT_EQ(scopes["of"], "after");
+    EXPECT_EQ(scopes["histogram"]["luma"][20 + 2 * 33], 64 * 48); // every pixel has that luma
+    EXPECT_FALSE(scopes["waveform"]["luma"].get<std::string>().empty());
+    EXPECT_FALSE(scopes.contains("parade"));
+    succeed(browser, {{"do", "set"}, {"link", link(browser)}, {"name", "amount"}, {"values", {0}}});
+    scopes = counts([](const Json& each) { return each["histogram"]["luma"][16] == 64 * 48; }); // black
+    EXPECT_EQ(scopes["histogram"]["r"][0], 64 * 48);
+    succeed(browser, {{"do", "scopes"}, {"kinds", {"histogram"}}, {"of", "before"}});
+    scopes = counts([](const Json& each) { return each["of"] == "before"; });
+    EXPECT_EQ(scopes["histogram"]["luma"][20 + 2 * 33], 64 * 48);
+    fail(browser, {{"do", "scopes"}, {"kinds", {"other"}}});
+    fail(browser, {{"do", "scopes"}, {"kinds", {"waveform"}}, {"rate", 0}});
+    succeed(browser, {{"do", "scopes"}, {"kinds", Json::array()}});
+    stop();
+}
+
+TEST_F(Studio, exports_mappings_of_colours)
+{
+    makeClip();
+    write("dim.fx", dimming());
+    start({"clip.mp4", "dim.fx"});
+    Browser browser = window();
+    succeed(browser, {{"do", "set"}, {"link", link(browser)}, {"name", "amount"}, {"values", {0.5}}});
+    const Json made = succeed(browser, {{"do", "export"}, {"file", "half.cube"}, {"size", 17}});
+    EXPECT_EQ(made["file"], "half.cube");
+    EXPECT_EQ(made["pure"], true);
+    EXPECT_LT(made["error"].get<double>(), 0.001);
+    const std::string cube = read(at("half.cube"));
+    EXPECT_NE(cube.find("LUT_3D_SIZE 17"), std::string::npos);
+    EXPECT_EQ(browser.ask({{"do", "export"}, {"file", "half.cube"}, {"size", 17}})["kind"], "conflict");
+    EXPECT_EQ(read(at("half.cube")), cube);
+    succeed(browser, {{"do", "add"}, {"kind", "effect"}, {"name", "qx-vignette.fx"}});
+    EXPECT_NE(fail(browser, {{"do", "export"}, {"file", "more.cube"}, {"size", 33}}).find("qx-vignette.fx"),
+              std::string::npos);
+    fail(browser, {{"do", "export"}, {"file", "more.cube"}, {"size", 16}});
+    fail(browser, {{"do", "export"}, {"file", "../more.cube"}, {"size", 17}});
+    fail(browser, {{"do", "export"}, {"file", "dim.fx"}, {"size", 17}});
+    stop();
+    EXPECT_EQ(filesBeside({"clip.mp4", "dim.fx", "half.cube"}), std::vector<std::string>());
+}
+
 TEST_F(Studio, refuses_what_it_cannot_show)
 {
     makeClip();
@@ -829,8 +908,8 @@ TEST_F(Studio, shows_a_picture)
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=102x58", "-frames:v", "1", "-pix_fmt", "rgb24", "photo.png"});
     start({"photo.png", "cc3.fx"});
     Browser browser = window();
-    browser.send(view(40, 40));
-    EXPECT_EQ(browser.picture().header["width"], 40);
+    browser.send(view(51, 51));
+    EXPECT_EQ(browser.picture().header["width"], 51);
     const Json state = browser.state([](const Json&) { return true; });
     EXPECT_EQ(state["clip"]["still"], true);
     EXPECT_EQ(state["clip"]["frames"], 1);

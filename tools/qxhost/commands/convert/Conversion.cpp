@@ -32,6 +32,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <fmt/format.h>
 #include <memory>
 #include <set>
@@ -1066,6 +1067,70 @@ QuietConversion convertQuietly(const ConvertOptions& options)
         warnings.push_back(std::move(remark));
     }
     return {std::move(warnings), effects.textureFiles()};
+}
+
+namespace {
+
+/// Keeps the one frame that it is given.
+class FrameKeeper final : public Media::iFrameWriter
+{
+public:
+    explicit FrameKeeper(HeldFrame& frame) : frame_(frame) {}
+
+    Media::Status write(const void* rows, std::ptrdiff_t pitch, const Media::FrameTime&) override
+    {
+        const std::size_t rowBytes =
+            static_cast<std::size_t>(frame_.width) * (frame_.depth == Media::Depth::bits8 ? 4 : 8);
+        frame_.bytes.resize(rowBytes * static_cast<std::size_t>(frame_.height));
+        for (int y = 0; y < frame_.height; ++y) {
+            std::memcpy(&frame_.bytes[rowBytes * static_cast<std::size_t>(y)],
+                        static_cast<const std::byte*>(rows) + y * pitch, rowBytes);
+        }
+        return {};
+    }
+    Media::Status finish() override { return {}; }
+    const std::vector<std::string>& warnings() const override { return warnings_; }
+    std::string description() const override { return {}; }
+    std::vector<std::filesystem::path> files() const override { return {}; }
+
+private:
+    HeldFrame& frame_;
+    std::vector<std::string> warnings_;
+};
+
+} // namespace
+
+HeldFrame convertToMemory(const ConvertOptions& options, Console& console)
+{
+    Conversion conversion = decide(options);
+    prepareConversion(conversion);
+    EffectChain effects(conversion.options.effects, options.date);
+    conversion.effectWarnings = effects.warnings();
+    noteDecisions(conversion, console);
+    const Media::Rational rate = conversion.info().frameRate;
+    HeldFrame frame{
+        .width = conversion.settings.width,
+        .height = conversion.settings.height,
+        .depth = conversion.settings.depth,
+        .range = conversion.settings.rgbRange,
+        .bytes = {},
+        .facts = {.seconds = static_cast<double>(conversion.start.pts - conversion.info().firstPts) *
+                             conversion.info().timeBase.toDouble(),
+                  .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
+                  .number = conversion.firstNumber}};
+    ConversionJob job = jobOf(conversion, effects, BurnIns());
+    job.range.frames = 1;
+    FramePipeline pipeline(job, [](std::int64_t) {});
+    FrameKeeper keeper(frame);
+    conversion.frames = pipeline.run(keeper);
+    if (!pipeline.inputFailure().empty() || conversion.frames == 0) {
+        throw Failure(ExitCode::input,
+                      conversion.frames == 0 && pipeline.inputFailure().empty()
+                          ? fmt::format("{}: has no frame to start from at {}; choose an earlier one",
+                                        options.inputName(), startText(options.picked))
+                          : pipeline.inputFailure());
+    }
+    return frame;
 }
 
 } // namespace Qx::Program

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/effects/Supplies.h"
 #include "tools/qxhost/console/Console.h"
 #include "tools/qxhost/console/ExitCode.h"
 #include "tools/qxhost/media/pieces/PieceJoiner.h"
@@ -64,5 +65,20 @@ struct QuietConversion
 
 /// Converts on the host that is running, without output to the console. Throws Failure.
 QuietConversion convertQuietly(const ConvertOptions& options);
+
+/// A frame in memory, as A R G B, rows without padding; words of 16 bits are native.
+struct HeldFrame
+{
+    int width = 0; ///< pixels
+    int height = 0;
+    Media::Depth depth = Media::Depth::bits8;
+    Media::Range range = Media::Range::full;
+    std::vector<std::uint8_t> bytes;
+    Host::FrameFacts facts; ///< its place in the clip
+};
+
+/// Converts the first frame that the options pick, on the host that is running, without writing it; the
+/// output of the options says what it is meant for. Notes on the console what is decided. Throws Failure.
+HeldFrame convertToMemory(const ConvertOptions& options, Console& console);
 
 } // namespace Qx::Program

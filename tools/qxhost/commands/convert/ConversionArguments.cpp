@@ -53,6 +53,13 @@ const Names<Media::MissingPictures> missingWords{{"hold", Media::MissingPictures
                                                  {"black", Media::MissingPictures::black},
                                                  {"fail", Media::MissingPictures::fail}};
 
+/// Commands have some of the options only.
+bool isGivenOption(const CLI::App& app, const char* name)
+{
+    const CLI::Option* const option = app.get_option_no_throw(name);
+    return option != nullptr && option->count() > 0;
+}
+
 } // namespace
 
 void addFiles(CLI::App& app, ConvertOptions& options, const std::string& output)
@@ -104,8 +111,7 @@ void addRange(CLI::App& app, FrameRangeOptions& range, const std::string& group,
 void checkRange(const CLI::App& app)
 {
     const auto refuseBoth = [&app](const char* one, const char* other, const char* what) {
-        const CLI::Option* second = app.get_option_no_throw(other);
-        if (second != nullptr && app.count(one) > 0 && second->count() > 0) {
+        if (isGivenOption(app, one) && isGivenOption(app, other)) {
             complain(app, fmt::format("{} and {} both say {}; give one of them", one, other, what));
         }
     };
@@ -260,12 +266,12 @@ void checkFiles(const CLI::App& app, ConvertOptions& options)
                           " cannot be combined with --format, which writes frames unencoded");
     }
     for (const char* option : {"--profile", "--quality", "--bitrate", "--video-option"}) {
-        if (options.format && app.count(option) > 0) {
+        if (options.format && isGivenOption(app, option)) {
             complain(app, std::string(option) +
                               " cannot be combined with --format, which writes frames unencoded");
         }
     }
-    if (app.count("--quality") > 0 && app.count("--bitrate") > 0) {
+    if (isGivenOption(app, "--quality") && isGivenOption(app, "--bitrate")) {
         complain(app, "--quality and --bitrate both say how large the output is; give one of them");
     }
     checkOutputRows(app, options.format, options.outputRowBytes);

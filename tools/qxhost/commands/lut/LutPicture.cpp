@@ -1,6 +1,5 @@
 #include "tools/qxhost/commands/lut/LutPicture.h"
 
-#include "host/fonts/TextPainter.h"
 #include "platform/Font.h"
 
 #include <algorithm>
@@ -13,15 +12,7 @@ namespace Qx::Program {
 
 namespace {
 
-using Colour = std::array<float, 3>;
-
-struct Box
-{
-    int x;
-    int y;
-    int width;
-    int height;
-};
+using Colour = CanvasColour;
 
 constexpr int width = 1280;
 constexpr int height = 1016;
@@ -40,51 +31,11 @@ constexpr Box after{2 * margin + panelWidth, chartTop, panelWidth, chartHeight};
 constexpr Box curves{margin, lowerTop, panelWidth, lowerHeight};
 constexpr Box ramps{2 * margin + panelWidth, lowerTop, panelWidth, lowerHeight};
 
-constexpr Colour background{0.102F, 0.106F, 0.118F};
 constexpr Colour panel{0.145F, 0.149F, 0.165F};
 constexpr Colour gridLine{0.23F, 0.235F, 0.255F};
 constexpr Colour identityLine{0.45F, 0.46F, 0.49F};
-constexpr Colour brightText{0.93F, 0.935F, 0.945F};
-constexpr Colour plainText{0.66F, 0.67F, 0.70F};
 constexpr std::array<Colour, 3> channelLines{Colour{0.95F, 0.36F, 0.34F}, Colour{0.40F, 0.80F, 0.42F},
                                              Colour{0.36F, 0.62F, 0.98F}};
-
-class Canvas
-{
-public:
-    Canvas() : picture_{width, height, std::vector<std::uint8_t>(std::size_t{4} * width * height, 255)}
-    {
-        fill({0, 0, width, height}, background);
-    }
-
-    void blend(int x, int y, const Colour& colour, float alpha)
-    {
-        if (x < 0 || y < 0 || x >= width || y >= height || alpha <= 0.0F) {
-            return;
-        }
-        std::uint8_t* texel =
-            &picture_.bytes[4 * (static_cast<std::size_t>(y) * width + static_cast<std::size_t>(x))];
-        for (std::size_t c = 0; c < 3; ++c) {
-            const float old = static_cast<float>(texel[c + 1]) / 255.0F;
-            const float mixed = old + std::min(alpha, 1.0F) * (std::clamp(colour[c], 0.0F, 1.0F) - old);
-            texel[c + 1] = static_cast<std::uint8_t>(std::lround(mixed * 255.0F));
-        }
-    }
-
-    void fill(const Box& box, const Colour& colour)
-    {
-        for (int y = box.y; y < box.y + box.height; ++y) {
-            for (int x = box.x; x < box.x + box.width; ++x) {
-                blend(x, y, colour, 1.0F);
-            }
-        }
-    }
-
-    LutPicture take() { return std::move(picture_); }
-
-private:
-    LutPicture picture_;
-};
 
 /// Every hue, from dark over full to bright, above patches and a grey ramp: u and v run over the chart.
 Colour chartAt(float u, float v)
@@ -205,37 +156,6 @@ GreyCurve greyThrough(const Host::LUTSteps& steps)
     return curve;
 }
 
-/// Writes on the canvas; does nothing if there is no typeface.
-class Writer
-{
-public:
-    Writer(Canvas& canvas, int size, int style)
-        : canvas_(canvas), painter_(Host::Text::TextPainter::open("sans", size, style))
-    {
-    }
-
-    XY<int> measure(const std::string& text) const
-    {
-        return painter_ == nullptr ? XY<int>{0, 0} : painter_->measure(text);
-    }
-
-    /// Returns where the text ends.
-    int write(const std::string& text, int x, int y, const Colour& colour, int mostWidth = width)
-    {
-        if (painter_ == nullptr) {
-            return x;
-        }
-        const std::string seen = painter_->fitted(text, mostWidth);
-        painter_->paint(seen, {x, y},
-                        [&](int px, int py, float coverage) { canvas_.blend(px, py, colour, coverage); });
-        return x + painter_->measure(seen).x;
-    }
-
-private:
-    Canvas& canvas_;
-    std::unique_ptr<Host::Text::TextPainter> painter_;
-};
-
 /// The lines of the grid, with a number at each: quarters, or fewer where these would be crowded.
 std::vector<float> gridOf(const Scale& scale)
 {
@@ -253,7 +173,7 @@ void drawGrid(Canvas& canvas, const Scale& scale)
 {
     constexpr int numberSize = 13;
     constexpr int gap = 6;
-    Writer writer(canvas, numberSize, 0);
+    CanvasWriter writer(canvas, numberSize, 0);
     for (const float at : gridOf(scale)) {
         const float thickness = at == 0.0F || at == 1.0F ? 1.6F : 1.0F;
         const float x = scale.x(at);
@@ -262,9 +182,10 @@ void drawGrid(Canvas& canvas, const Scale& scale)
         drawLine(canvas, curves, {{x, scale.y(scale.low)}, {x, scale.y(scale.high)}}, gridLine, thickness);
         const std::string number = fmt::format("{:g}", at);
         const XY<int> size = writer.measure(number);
-        writer.write(number, scale.inside.x - gap - size.x, static_cast<int>(y) - size.y / 2, plainText);
+        writer.write(number, scale.inside.x - gap - size.x, static_cast<int>(y) - size.y / 2, plainText,
+                     width);
         writer.write(number, static_cast<int>(x) - size.x / 2, scale.inside.y + scale.inside.height + gap,
-                     plainText);
+                     plainText, width);
     }
 }
 
@@ -317,26 +238,26 @@ void drawRamps(Canvas& canvas, const Host::LUTSteps& steps)
 
 void drawTitles(Canvas& canvas, const std::string& name, const std::string& contents)
 {
-    Writer head(canvas, 26, iFont::Bold);
+    CanvasWriter head(canvas, 26, iFont::Bold);
     const int end = head.write(name, margin, 18, brightText, width / 2);
-    Writer plain(canvas, titleSize, 0);
+    CanvasWriter plain(canvas, titleSize, 0);
     plain.write(contents, end + 18, 26, plainText, width - margin - end - 18);
     constexpr int above = 25;
-    plain.write("Before", before.x, before.y - above, plainText);
-    plain.write("After", after.x, after.y - above, plainText);
-    int x = plain.write("Curves of grey:", curves.x, curves.y - above, plainText) + 8;
+    plain.write("Before", before.x, before.y - above, plainText, width);
+    plain.write("After", after.x, after.y - above, plainText, width);
+    int x = plain.write("Curves of grey:", curves.x, curves.y - above, plainText, width) + 8;
     constexpr std::array names{"red", "green", "blue"};
     for (std::size_t c = 0; c < names.size(); ++c) {
-        x = plain.write(names[c], x, curves.y - above, channelLines[c]) + 8;
+        x = plain.write(names[c], x, curves.y - above, channelLines[c], width) + 8;
     }
-    plain.write("Ramps: before above, after below", ramps.x, ramps.y - above, plainText);
+    plain.write("Ramps: before above, after below", ramps.x, ramps.y - above, plainText, width);
 }
 
 } // namespace
 
-LutPicture drawLut(const Host::LUTSteps& steps, const std::string& name, const std::string& contents)
+MemoryPicture drawLut(const Host::LUTSteps& steps, const std::string& name, const std::string& contents)
 {
-    Canvas canvas;
+    Canvas canvas(width, height);
     drawTitles(canvas, name, contents);
     paint(canvas, before, chartAt);
     paint(canvas, after, [&](float u, float v) { return Host::apply(steps, chartAt(u, v)); });

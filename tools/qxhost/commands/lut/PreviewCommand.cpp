@@ -3,7 +3,6 @@
 #include "tools/qxhost/commands/lut/LutPicture.h"
 #include "tools/qxhost/commands/lut/WithoutDevice.h"
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
 
@@ -31,27 +30,9 @@ ExitCode preview(const PreviewOptions& options, Console& console)
     requireOnePicture(options.output, "a preview");
     const Host::LUTReading reading = readLut(options.file.string());
     const std::string name = options.file.filename().string();
-    const LutPicture picture = drawLut(reading.steps, name, reading.facts.contents);
-    Media::OutputSettings settings;
-    settings.width = picture.width;
-    settings.height = picture.height;
-    settings.force = options.force;
     const auto kept = std::make_shared<Media::FileSet>();
     kept->add(lutPath(options.file.string()));
-    settings.kept = kept;
-    settings.expectedFrames = 1;
-    auto writer = Media::openWriter(options.output, settings);
-    if (!writer) {
-        throw Failure(ExitCode::output, writer.text());
-    }
-    Media::Status status =
-        writer.value()->write(picture.bytes.data(), std::ptrdiff_t{4} * picture.width, {0, 1, {}});
-    if (status) {
-        status = writer.value()->finish();
-    }
-    if (!status) {
-        throw Failure(ExitCode::output, status.text());
-    }
+    writePicture(drawLut(reading.steps, name, reading.facts.contents), options.output, options.force, kept);
     console.note(options.output.string() + ": before and after, curves of grey, and ramps of " +
                  reading.facts.contents);
     return ExitCode::ok;

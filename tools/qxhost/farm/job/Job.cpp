@@ -279,10 +279,7 @@ void checkFormat(const fs::path& manifest, const Json& json)
 
 void writeWhole(const fs::path& file, const std::string& text)
 {
-    auto out = Media::OutputFile::create(file, true);
-    Media::Status status = out ? out.value().write(text.data(), text.size()) : Media::Status(out.error());
-    status = status ? out.value().commit() : status;
-    if (!status) {
+    if (const Media::Status status = Media::OutputFile::writeWhole(file, text, true); !status) {
         throw Failure(ExitCode::output, status.text());
     }
 }

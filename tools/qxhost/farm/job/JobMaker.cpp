@@ -218,13 +218,10 @@ private:
             fs::path("assets") / fmt::format("look-{}-{}", ++taken_, file.filename().string());
         Look look = readLook(file);
         std::erase_if(look.links, [](const LookLink& link) { return !link.on; });
+        settleNames(look, file);
         for (LookLink& link : look.links) {
-            std::vector<EffectRequest> request{effectRequest(link)};
-            request.front().look = file;
-            settleNamesOfLooks(request);
             const bool isLut = link.kind == LookLink::Kind::lut;
-            link.file = held(isLut ? takeFile("LUT", lutPath(request.front().lut))
-                                   : takeEffect(request.front().file));
+            link.file = held(isLut ? takeFile("LUT", link.file) : takeEffect(link.file));
             for (LookTexture& texture : link.textures) {
                 textures_.push_back(texture.file.native());
                 texture.file = held(takeFile("texture", texture.file));

@@ -78,6 +78,14 @@ Result<fs::path> followed(const fs::path& file)
 
 } // namespace
 
+Status OutputFile::writeWhole(const std::filesystem::path& file, std::string_view text, bool force,
+                              std::shared_ptr<const FileSet> kept)
+{
+    auto out = create(file, force, std::move(kept));
+    const Status written = out ? out.value().write(text.data(), text.size()) : Status(out.error());
+    return written ? out.value().commit() : written;
+}
+
 OutputFile OutputFile::standardOutput(int descriptor, std::size_t kept)
 {
     OutputFile output(standardName, false, nullptr);

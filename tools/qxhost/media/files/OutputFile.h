@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace Qx::Media {
 
@@ -19,6 +20,10 @@ namespace Qx::Media {
 class OutputFile
 {
 public:
+    /// Writes a small file at once. Fails as create() and commit() do.
+    static Status writeWhole(const std::filesystem::path& file, std::string_view text, bool force,
+                             std::shared_ptr<const FileSet> kept = nullptr);
+
     /// Creates the part file, empty. Fails if the file exists and force is off, if its directory does not
     /// exist or is not writable, or if the file exists and is not a regular file or is one of those to keep
     /// (null for none).

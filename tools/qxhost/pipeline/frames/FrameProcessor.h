@@ -85,6 +85,9 @@ public:
     /// What a user should know, a line each.
     const std::vector<std::string>& warnings() const { return warnings_; }
 
+    /// The effects, for what they ask for.
+    const EffectChain& effects() const { return *effects_; }
+
     /// What the n-th effect was compiled to.
     const Host::CompiledEffect& compiled(std::size_t n) const { return effects_->compiled(n); }
 

@@ -111,6 +111,18 @@ std::vector<EffectRequest> effectRequests(const Look& look)
     return requests;
 }
 
+Look frozenAt(const Look& look, std::int64_t frame)
+{
+    Look frozen = look;
+    for (LookLink& link : frozen.links) {
+        for (LookParameter& parameter : link.parameters) {
+            parameter.values = parameter.valuesAt(frame);
+            parameter.keys.clear();
+        }
+    }
+    return frozen;
+}
+
 void resolveTimeCodes(Look& look, const std::optional<TimeCode>& code, const std::string& clip)
 {
     for (LookLink& link : look.links) {

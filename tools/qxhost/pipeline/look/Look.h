@@ -78,6 +78,9 @@ std::vector<EffectRequest> effectRequests(const Look& look);
 /// What the pipeline runs of one step, whether it is on or not.
 EffectRequest effectRequest(const LookLink& link);
 
+/// The look with the values of one frame instead of key frames, which must be resolved.
+Look frozenAt(const Look& look, std::int64_t frame);
+
 /// Sets the frames of key frames that are given by time code, and puts the key frames of each parameter into
 /// their order. A label that is up to half a day before the clip's first one becomes a negative number.
 /// `code` is the clip's time code, empty if it has none; `clip` names it in messages. Throws Failure (input)

@@ -76,7 +76,7 @@ std::vector<EffectRequest> withStepsOfLooks(const std::vector<EffectRequest>& re
 void settleNamesOfLooks(std::vector<EffectRequest>& requests)
 {
     for (EffectRequest& request : requests) {
-        if (request.look.empty()) {
+        if (request.look.empty() || request.isLook()) {
             continue;
         }
         if (!request.lut.empty() && isBareName(request.lut)) {
@@ -87,6 +87,19 @@ void settleNamesOfLooks(std::vector<EffectRequest>& requests)
                                       "effects list' shows what is there",
                                       request.look.string(), request.file));
         }
+    }
+}
+
+void settleNames(Look& look, const std::filesystem::path& file)
+{
+    for (LookLink& link : look.links) {
+        if (!link.on) {
+            continue;
+        }
+        std::vector<EffectRequest> request{effectRequest(link)};
+        request.front().look = file;
+        settleNamesOfLooks(request);
+        link.file = link.kind == LookLink::Kind::lut ? request.front().lut : link.file;
     }
 }
 

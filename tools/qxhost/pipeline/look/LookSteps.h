@@ -20,4 +20,7 @@ std::vector<EffectRequest> withStepsOfLooks(const std::vector<EffectRequest>& re
 /// the working directory. The host must have started. Throws Failure (effect) if the catalogue has none.
 void settleNamesOfLooks(std::vector<EffectRequest>& requests);
 
+/// The same for the steps of a look that are on; `file` is the look's, for messages.
+void settleNames(Look& look, const std::filesystem::path& file);
+
 } // namespace Qx::Program

@@ -198,10 +198,7 @@ std::string lookText(const Look& look, const fs::path& folder)
 void writeLook(const Look& look, const fs::path& file, bool replace)
 {
     const std::string text = lookText(look, fs::absolute(file).parent_path());
-    auto out = Media::OutputFile::create(file, replace);
-    Media::Status status = out ? out.value().write(text.data(), text.size()) : Media::Status(out.error());
-    status = status ? out.value().commit() : status;
-    if (!status) {
+    if (const Media::Status status = Media::OutputFile::writeWhole(file, text, replace); !status) {
         throw Failure(ExitCode::output, status.text());
     }
 }

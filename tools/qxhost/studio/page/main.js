@@ -4,6 +4,7 @@ import {isTextFocused, startAuthor, writeFile} from './text/author.js';
 import {redo, startChain, toggleSelected, undo} from './grade/chain.js';
 import {isDialogOpen, openHelp, saveLook, startDialogs} from './grade/dialogs.js';
 import {byId, element, setText} from './base/dom.js';
+import {remembered} from './base/memory.js';
 import {pan, startPicture, toggleFullScreen, zoomStep, zoomToFit, zoomToPixels} from './picture/picture.js';
 import {moveProbe, startProbe, toggleHold} from './picture/probe.js';
 import {startScopes} from './picture/scopes.js';
@@ -97,7 +98,7 @@ function watchKeys() {
         if (isPressed || isMoved)
             return;
         const isSingle = event.key.length === 1;
-        if (isSingle && localStorage.getItem('single-keys') === 'off')
+        if (isSingle && remembered('single-keys') === 'off')
             return;
         const found = keys.find(([, , key]) => key === event.key || (key === '+' && event.key === '=') ||
             (isSingle && key === event.key.toLowerCase()));
@@ -158,7 +159,6 @@ function watchConnection() {
         wasOpen = true;
         banner.hidden = true;
         document.body.dataset.connection = 'open';
-        studio.tell('catalogue');
     });
     studio.on('close', (delay) => {
         banner.hidden = false;
@@ -169,7 +169,6 @@ function watchConnection() {
     });
     byId('connection-retry').addEventListener('click', () => studio.connection.open());
     studio.on('problem', (problem) => showProblem(problem));
-    studio.on('session', () => studio.tell('catalogue'));
 }
 
 startTabs();

@@ -124,6 +124,7 @@ void ChainDrawing::compile(Link& link, const LookLink& wanted)
 {
     link.made = wanted;
     link.made.parameters.clear();
+    link.isSure = true;
     examine(link);
     if (link.status.error) {
         return;
@@ -145,6 +146,18 @@ void ChainDrawing::compile(Link& link, const LookLink& wanted)
         }
         link.status.error = LinkError{failure.what(), {}};
     }
+    // The files are read twice. Who writes in between would else see what they held before.
+    link.isSure = areFilesSame(link);
+}
+
+bool ChainDrawing::areFilesSame(const Link& link)
+{
+    if (link.inputs.empty()) {
+        return stampOf(fileOf(link.made)) == link.stamp;
+    }
+    return std::all_of(link.inputs.begin(), link.inputs.end(), [](const Host::EffectInput& input) {
+        return Host::isUnchanged(input, std::filesystem::path());
+    });
 }
 
 void ChainDrawing::fit(const Look& look)
@@ -162,14 +175,7 @@ bool ChainDrawing::recompileChanged()
 {
     bool changed = false;
     for (auto& [id, link] : links_) {
-        const std::filesystem::path file = fileOf(link.made);
-        const bool isSame =
-            link.inputs.empty()
-                ? stampOf(file) == link.stamp
-                : std::all_of(link.inputs.begin(), link.inputs.end(), [](const Host::EffectInput& input) {
-                      return Host::isUnchanged(input, std::filesystem::path());
-                  });
-        if (!isSame) {
+        if (!link.isSure || !areFilesSame(link)) {
             compile(link, LookLink(link.made));
             changed = true;
         }

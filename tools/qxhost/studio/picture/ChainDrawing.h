@@ -73,11 +73,13 @@ private:
         std::map<std::string, std::vector<float>> applied; ///< values set since
         std::vector<Host::EffectInput> inputs;
         std::uint64_t stamp = 0;
+        bool isSure = true; ///< the files did not change while they were compiled
         LinkStatus status;
     };
 
     static void compile(Link& link, const LookLink& wanted);
     static void examine(Link& link);
+    static bool areFilesSame(const Link& link);
     static void apply(Link& link, const LookLink& wanted, std::int64_t frame);
 
     std::map<std::uint64_t, Link> links_;

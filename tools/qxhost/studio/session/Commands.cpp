@@ -78,6 +78,20 @@ void setKey(LookParameter& parameter, KeyFrame key, std::optional<KeyCurve> curv
     parameter.values.clear();
 }
 
+/// What the only key of a parameter said stays.
+void removeKey(LookParameter* parameter, const std::string& name, std::int64_t frame)
+{
+    const auto is = [&](const KeyFrame& key) { return key.frame == frame; };
+    if (parameter == nullptr || std::none_of(parameter->keys.begin(), parameter->keys.end(), is)) {
+        throw Failure(ExitCode::usage, fmt::format("\"frame\": \"{}\" has no key in frame {}", name, frame));
+    }
+    const std::vector<float> last = parameter->keys.front().values;
+    std::erase_if(parameter->keys, is);
+    if (parameter->keys.empty()) {
+        parameter->values = last;
+    }
+}
+
 Region regionIn(const std::vector<std::int64_t>& numbers, const Media::StreamInfo& info)
 {
     Region region{};
@@ -121,7 +135,8 @@ const std::map<std::string, Session::Worker::Handler, std::less<>>& Session::Wor
                                                                    {"write", &Worker::doWrite},
                                                                    {"save", &Worker::doSave},
                                                                    {"open", &Worker::doOpen},
-                                                                   {"looks", &Worker::doLooks}};
+                                                                   {"looks", &Worker::doLooks},
+                                                                   {"export", &Worker::doExport}};
     return table;
 }
 
@@ -306,6 +321,7 @@ Json Session::Worker::doProxy(Client&, const Message& message)
         }
     }
     if (proxy_ != proxy) {
+        projector_.setProxy(proxy);
         proxy_ = proxy;
         ++pictureVersion_;
         changed();
@@ -339,29 +355,35 @@ const Host::CompiledEffect::Parameter& Session::Worker::parameterOf(const Messag
 std::vector<float> Session::Worker::valuesOf(const Message& message,
                                              const Host::CompiledEffect::Parameter& parameter) const
 {
-    std::vector<float> values = message.numbers("values", parameter.columns);
-    if (values.size() != parameter.columns && values.size() != 1) {
-        throw Failure(ExitCode::usage,
-                      fmt::format("\"values\": expected {} numbers, or one for all", parameter.columns));
+    const std::uint32_t size = controlSize(parameter);
+    std::vector<float> values = message.numbers("values", size);
+    if (values.size() != size && values.size() != 1) {
+        throw Failure(ExitCode::usage, fmt::format("\"values\": expected {} numbers, or one for all", size));
     }
-    values.resize(parameter.columns, values.front());
+    values.resize(size, values.front());
     return values;
 }
 
 Json Session::Worker::doSet(Client&, const Message& message)
 {
     const std::uint64_t id = linkOf(message);
-    const Host::CompiledEffect::Parameter& parameter = parameterOf(message);
-    const std::vector<float> values = valuesOf(message, parameter);
     const bool commits = !message.has("commit") || message.flag("commit");
-    const std::string gesture = fmt::format("{} {}", id, parameter.name);
+    std::string gesture = std::to_string(id);
+    std::vector<std::pair<std::string, std::vector<float>>> changes;
+    for (const Message& part : message.parts("parameters", "name", "values")) {
+        const Host::CompiledEffect::Parameter& parameter = parameterOf(part);
+        gesture += " " + parameter.name;
+        changes.emplace_back(parameter.name, valuesOf(part, parameter));
+    }
     const bool isNew = editor_.change(
         [&](Look& look) {
-            LookParameter& set = parameterIn(*look.link(id), parameter.name);
-            if (set.keys.empty()) {
-                set.values = values;
-            } else {
-                setKey(set, {.frame = playback_.frame(), .timeCode = {}, .values = values, .curve = {}}, {});
+            for (const auto& [name, values] : changes) {
+                LookParameter& set = parameterIn(*look.link(id), name);
+                if (set.keys.empty()) {
+                    set.values = values;
+                } else {
+                    setKey(set, {.frame = number(), .timeCode = {}, .values = values, .curve = {}}, {});
+                }
             }
         },
         gesture);
@@ -377,14 +399,20 @@ Json Session::Worker::doSet(Client&, const Message& message)
 Json Session::Worker::doKey(Client&, const Message& message)
 {
     const std::uint64_t id = linkOf(message);
-    const Host::CompiledEffect::Parameter& parameter = parameterOf(message);
-    const std::vector<float> values = valuesOf(message, parameter);
     const std::int64_t frame = message.integer("frame", 0, mostFrames);
     const std::optional<KeyCurve> curve = curveOf(message);
-    if (editor_.change([&](Look& look) {
-            LookParameter& set = parameterIn(*look.link(id), parameter.name);
+    std::vector<std::pair<std::string, std::vector<float>>> keys;
+    for (const Message& part : message.parts("parameters", "name", "values")) {
+        const Host::CompiledEffect::Parameter& parameter = parameterOf(part);
+        keys.emplace_back(parameter.name, valuesOf(part, parameter));
+    }
+    const bool isNew = editor_.change([&](Look& look) {
+        for (const auto& [name, values] : keys) {
+            LookParameter& set = parameterIn(*look.link(id), name);
             setKey(set, {.frame = frame, .timeCode = {}, .values = values, .curve = {}}, curve);
-        })) {
+        }
+    });
+    if (isNew) {
         lookChanged();
     }
     return {};
@@ -393,19 +421,13 @@ Json Session::Worker::doKey(Client&, const Message& message)
 Json Session::Worker::doUnkey(Client&, const Message& message)
 {
     const std::uint64_t id = linkOf(message);
-    const std::string name = message.text("name");
     const std::int64_t frame = message.integer("frame", 0, mostFrames);
+    constexpr std::size_t mostNames = 16;
+    const std::vector<std::string> names =
+        message.has("names") ? message.texts("names", mostNames) : std::vector{message.text("name")};
     const bool isNew = editor_.change([&](Look& look) {
-        LookParameter* const set = look.link(id)->parameter(name);
-        const auto is = [&](const KeyFrame& key) { return key.frame == frame; };
-        if (set == nullptr || std::none_of(set->keys.begin(), set->keys.end(), is)) {
-            throw Failure(ExitCode::usage,
-                          fmt::format("\"frame\": \"{}\" has no key in frame {}", name, frame));
-        }
-        const std::vector<float> last = set->keys.front().values;
-        std::erase_if(set->keys, is);
-        if (set->keys.empty()) {
-            set->values = last; // what the only key said stays
+        for (const std::string& name : names) {
+            removeKey(look.link(id)->parameter(name), name, frame);
         }
     });
     if (isNew) {

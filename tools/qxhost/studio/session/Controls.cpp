@@ -78,7 +78,7 @@ std::string widgetOf(const Parameter& parameter, const std::string& label, const
     if (widget == "color") {
         widget = "colour";
     }
-    for (const char* known : {"slider", "colour", "angle", "choice", "check", "wheel", "text"}) {
+    for (const char* known : {"slider", "colour", "angle", "choice", "check", "curve", "wheel", "text"}) {
         if (widget == known && (widget != "choice" || !choices.empty())) {
             return widget;
         }
@@ -88,6 +88,9 @@ std::string widgetOf(const Parameter& parameter, const std::string& label, const
     }
     if (!choices.empty() && parameter.columns == 1) {
         return "choice";
+    }
+    if (parameter.elements > 0) {
+        return "curve";
     }
     return parameter.columns >= 3 && speaksOfColour(parameter, label) ? "colour" : "slider";
 }
@@ -146,19 +149,20 @@ Json controlOf(const CompiledEffect& effect, const Parameter& parameter, const L
     const std::vector<double> step = Host::Effects::numbersIn(noteOf(parameter, {"step", "uistep"}));
     const std::string unit = noteOf(parameter, {"unit", "uiunit"});
     const LookParameter* const set = link.parameter(parameter.name);
+    const std::uint32_t size = controlSize(parameter);
     Json control{{"name", parameter.name},
                  {"label", label},
                  {"group", noteOf(parameter, {"group", "uigroup"})},
                  {"type", typeName(parameter)},
-                 {"size", parameter.columns}};
+                 {"size", size}};
     control["default"] = defaultOf(parameter);
     std::vector<float> values = set != nullptr ? set->valuesAt(frame) : std::vector<float>{};
     if (values.size() == 1) {
-        values.assign(parameter.columns, values.front());
+        values.assign(size, values.front());
     }
-    control["values"] = values.size() == parameter.columns ? Json(values) : control["default"];
-    control["minimum"] = repeated(range.least, parameter.columns);
-    control["maximum"] = repeated(range.most, parameter.columns);
+    control["values"] = values.size() == size ? Json(values) : control["default"];
+    control["minimum"] = repeated(range.least, size);
+    control["maximum"] = repeated(range.most, size);
     control["step"] = step.size() == 1 && step.front() > 0 ? Json(step.front()) : Json();
     control["unit"] = unit.empty() ? Json() : Json(unit);
     control["widget"] = widgetOf(parameter, label, choices);
@@ -170,10 +174,17 @@ Json controlOf(const CompiledEffect& effect, const Parameter& parameter, const L
 
 } // namespace
 
+std::uint32_t controlSize(const Parameter& parameter)
+{
+    return parameter.columns * std::max(parameter.elements, 1U);
+}
+
 bool isControl(const Parameter& parameter)
 {
-    return parameter.semantic == CompiledEffect::Semantic::None && parameter.rows == 1 &&
-           parameter.elements == 0 && parameter.columns <= 4 &&
+    constexpr std::uint32_t mostPoints = 16; // of a curve
+    const bool fits = parameter.elements == 0 ? parameter.columns <= 4
+                                              : parameter.columns == 1 && parameter.elements <= mostPoints;
+    return parameter.semantic == CompiledEffect::Semantic::None && parameter.rows == 1 && fits &&
            Host::supplyOf(parameter) == Host::Supply::None;
 }
 

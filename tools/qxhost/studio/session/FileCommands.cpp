@@ -1,6 +1,7 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/burnin/TimeCode.h"
 #include "tools/qxhost/pipeline/look/LookFile.h"
+#include "tools/qxhost/pipeline/look/LookTable.h"
 #include "tools/qxhost/studio/session/NamedLinks.h"
 #include "tools/qxhost/studio/session/TextFiles.h"
 #include "tools/qxhost/studio/session/Worker.h"
@@ -147,6 +148,32 @@ Json Session::Worker::doOpen(Client&, const Message& message)
 Json Session::Worker::doLooks(Client&, const Message&)
 {
     return {{"files", looksIn(looks_)}};
+}
+
+/// Key frames count with their values in the current frame.
+Json Session::Worker::doExport(Client&, const Message& message)
+{
+    const std::string name = message.text("file");
+    const std::filesystem::path file = beneath(looks_, name, ".cube");
+    const auto size = static_cast<int>(message.integer("size", fewestTablePoints, mostTablePoints));
+    const bool overwrites = message.has("overwrite") && message.flag("overwrite");
+    std::error_code error;
+    if (!overwrites && std::filesystem::exists(file, error)) {
+        throw Conflict(ExitCode::output, name + ": exists already; choose another name, or replace it");
+    }
+    Look look = editor_.look();
+    for (LookLink& link : look.links) {
+        for (LookParameter& parameter : link.parameters) {
+            parameter.values = parameter.valuesAt(number());
+            parameter.keys.clear();
+        }
+    }
+    const LookExport made = exportCube(look, size, file, overwrites);
+    if (!made.obstacle.empty()) {
+        throw Failure(ExitCode::effect,
+                      "the look is no mapping of colours, and is not exported: " + made.obstacle);
+    }
+    return {{"file", name}, {"pure", true}, {"error", made.largestError}, {"errorText", made.errorInWords}};
 }
 
 } // namespace Qx::Program::Studio

@@ -159,4 +159,26 @@ std::vector<std::string> Message::texts(const char* name, std::size_t most) cons
     return values;
 }
 
+std::vector<Message> Message::parts(const char* name, const char* key, const char* value) const
+{
+    if (!has(name)) {
+        return {*this};
+    }
+    const Json& object = field(name);
+    constexpr std::size_t most = 256;
+    if (!object.is_object() || object.empty() || object.size() > most) {
+        refuseField(name, fmt::format("an object with 1 to {} members", most));
+    }
+    Json common = fields_;
+    common.erase(name);
+    std::vector<Message> parts;
+    for (const auto& [member, content] : object.items()) {
+        Json fields = common;
+        fields[key] = member;
+        fields[value] = content;
+        parts.push_back(Message(std::move(fields)));
+    }
+    return parts;
+}
+
 } // namespace Qx::Program::Studio

@@ -36,6 +36,10 @@ public:
     std::vector<std::int64_t> integers(const char* name, std::size_t count) const;
     std::vector<std::string> texts(const char* name, std::size_t most) const;
 
+    /// For each member of the object `name` this message with the member's name as `key` and its value as
+    /// `value`; this message alone if there is no such object.
+    std::vector<Message> parts(const char* name, const char* key, const char* value) const;
+
 private:
     explicit Message(Json fields) : fields_(std::move(fields)) {}
     const Json& field(const char* name) const;

@@ -60,6 +60,9 @@ LookLink catalogueLink(LookLink::Kind kind, const std::string& name)
 
 std::filesystem::path fileOfLink(const LookLink& link)
 {
+    if (std::filesystem::path(link.file).is_absolute()) {
+        return link.file;
+    }
     return link.kind == LookLink::Kind::lut ? lutPath(link.file) : effectPath(link.file);
 }
 

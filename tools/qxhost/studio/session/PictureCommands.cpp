@@ -1,3 +1,4 @@
+#include "host/gpu/GPUService.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/studio/session/NamedLinks.h"
 #include "tools/qxhost/studio/session/Probe.h"
@@ -183,6 +184,50 @@ std::optional<std::string> Session::Worker::smallPicture(const std::string& path
         }
     }
     return {};
+}
+
+Json Session::Worker::doScopes(Client& client, const Message& message)
+{
+    ScopeWish wish;
+    wish.kinds = scopeKinds(message.texts("kinds", 8));
+    const std::string of = message.has("of") ? message.text("of", 16) : "after";
+    if (of != "after" && of != "before") {
+        throw Failure(ExitCode::usage, "\"of\": expected after or before");
+    }
+    wish.ofBefore = of == "before";
+    wish.rate = message.has("rate") ? message.number("rate", 0.1, 60) : wish.rate;
+    client.scopes = wish;
+    return {};
+}
+
+void Session::Worker::sendScopes(Client& client)
+{
+    ScopeWish& wish = client.scopes;
+    wish.stamp = pictureVersion_;
+    wish.at = std::chrono::steady_clock::now();
+    const Image::Surface& picture = wish.ofBefore ? projector_.before() : projector_.after();
+    if (!picture.getGPUSurface()) {
+        return; // nothing has been drawn yet
+    }
+    const ClipFrames& clip = projector_.clip();
+    const Scene& scene = projector_.scene();
+    ScopeSignal signal{.colour = clip.info().colour,
+                       .bits = clip.info().bitsPerComponent,
+                       .pictureRange = scene.range(),
+                       .pictureBits = scene.bits()};
+    signal.colour.matrix = clip.colour().matrix;
+    signal.colour.range = clip.colour().range;
+    const Host::ScopeRequest request = scopeRequest(signal, scopeSizes(wish.kinds));
+    const std::optional<Host::ScopeCounts> counts =
+        Host::gpuService().countScopes(picture.getGPUSurface(), request);
+    if (!counts) {
+        wish.kinds = {};
+        throw Failure(ExitCode::device,
+                      device_ + ": cannot count the codes of pictures; there are no scopes");
+    }
+    Json scopes{{"is", "scopes"}, {"frame", projector_.frame()}, {"of", wish.ofBefore ? "before" : "after"}};
+    scopes.update(scopeMessage(wish.kinds, signal, request, *counts));
+    tell(client, scopes, iWindow::Kind::scopes);
 }
 
 } // namespace Qx::Program::Studio

@@ -1,14 +1,19 @@
+#include "host/effects/TextureSources.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/studio/session/Controls.h"
 #include "tools/qxhost/studio/session/NamedLinks.h"
 #include "tools/qxhost/studio/session/Worker.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace Qx::Program::Studio {
 
 namespace {
+
+/// For a clip whose end is unknown: JavaScript counts so far exactly.
+constexpr std::int64_t largestFrame = std::int64_t{1} << 40;
 
 const char* wordOf(Media::Matrix matrix)
 {
@@ -35,6 +40,24 @@ Json messagesOf(const LinkError& error)
              {"text", each.text}});
     }
     return messages;
+}
+
+/// The passes of the technique that is drawn. One alone takes the time of the step; several are not told
+/// apart.
+Json passesOf(const LinkStatus& status)
+{
+    Json passes = Json::array();
+    const Host::CompiledEffect::Technique* const technique =
+        status.compiled != nullptr ? Host::techniqueNamed(*status.compiled, status.technique) : nullptr;
+    if (technique == nullptr) {
+        return passes;
+    }
+    const bool isKnown = technique->passes.size() == 1 && status.milliseconds.has_value();
+    for (const Host::CompiledEffect::Pass& pass : technique->passes) {
+        passes.push_back(
+            {{"name", pass.name}, {"milliseconds", isKnown ? Json(*status.milliseconds) : Json()}});
+    }
+    return passes;
 }
 
 Json numberOrNull(const std::optional<std::int64_t>& number)
@@ -68,18 +91,12 @@ Json Session::Worker::linkState(const LookLink& link) const
 {
     const LinkStatus& status = projector_.chain().status(link.id);
     Json techniques = Json::array();
-    Json passes = Json::array();
     Json parameters = Json::array();
     if (status.compiled != nullptr) {
         for (const Host::CompiledEffect::Technique& technique : status.compiled->techniques) {
             techniques.push_back(technique.name);
-            for (const Host::CompiledEffect::Pass& pass : technique.passes) {
-                if (technique.name == status.technique) {
-                    passes.push_back({{"name", pass.name}, {"milliseconds", nullptr}});
-                }
-            }
         }
-        parameters = controlsOf(*status.compiled, link, playback_.frame());
+        parameters = controlsOf(*status.compiled, link, number());
     }
     const bool isLut = link.kind == LookLink::Kind::lut;
     Json state{{"id", link.id},
@@ -94,7 +111,7 @@ Json Session::Worker::linkState(const LookLink& link) const
         status.error ? Json{{"text", status.error->text}, {"messages", messagesOf(*status.error)}} : Json();
     state["warnings"] = status.warnings;
     state["milliseconds"] = status.milliseconds ? Json(*status.milliseconds) : Json();
-    state["passes"] = passes;
+    state["passes"] = passesOf(status);
     state["parameters"] = parameters;
     return state;
 }
@@ -114,12 +131,13 @@ Json Session::Worker::state() const
         problems.push_back(problem_);
     }
     Json state{{"is", "state"},
+               {"session", start_},
                {"clip", clipState()},
                {"frame", playback_.frame()},
                {"playing", playback_.isPlaying()},
                {"loop", playback_.loops()},
                {"in", playback_.in()},
-               {"out", playback_.out()},
+               {"out", std::min(playback_.out(), largestFrame)},
                {"canUndo", editor_.canUndo()},
                {"canRedo", editor_.canRedo()},
                {"changed", editor_.isChanged()},

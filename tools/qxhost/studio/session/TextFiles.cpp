@@ -70,6 +70,15 @@ std::string writeText(const std::filesystem::path& file, const std::string& text
     if (!output) {
         throw Failure(ExitCode::output, output.text());
     }
+    std::error_code error;
+    const std::filesystem::perms mode = std::filesystem::status(file, error).permissions();
+    if (!error) {
+        std::filesystem::permissions(output.value().part(), mode, error);
+    }
+    if (error) {
+        throw Failure(ExitCode::output,
+                      fmt::format("{}: cannot be written with its mode: {}", file.string(), error.message()));
+    }
     require(output.value().write(text.data(), text.size()));
     require(output.value().commit());
     return digestOfText(text);

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/studio/server/Guard.h"
 #include "tools/qxhost/studio/session/NamedLinks.h"
 
 #include <algorithm>
@@ -25,6 +26,11 @@ constexpr int mostUnderWay = 2;
 
 /// Bytes that may wait for a window before it gets no more pictures and states.
 constexpr std::size_t mostWaitingBytes = std::size_t{4} << 20U;
+
+Clock::time_point scopesDue(Clock::time_point last, double rate)
+{
+    return last + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / rate));
+}
 
 /// Four bytes of the header's length, the header, and a JPEG.
 std::shared_ptr<const std::string> framed(const Json& header, const std::string& jpeg)
@@ -64,7 +70,9 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
       projector_(options.clip),
       playback_(projector_.clip().info().isStill ? 0 : projector_.clip().info().frameRate.toDouble(),
                 projector_.clip().count()),
-      device_(deviceName())
+      device_(deviceName()),
+      isSoftware_(deviceIsSoftware()),
+      start_(makeToken().substr(0, 16))
 {
     std::error_code error;
     looks_ = options.looks.empty() ? std::filesystem::current_path(error) : options.looks;
@@ -74,9 +82,8 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
     Look look = options.look.empty() ? Look() : readLookOfClip(options.look);
     for (const std::string& word : options.effects) {
         look.links.push_back(linkNamed(word));
-        const LookLink& link = look.links.back();
-        const std::filesystem::path file = fileOfLink(link);
-        if (link.kind == LookLink::Kind::effect && link.file == file) {
+        const std::filesystem::path file = look.links.back().file;
+        if (look.links.back().kind == LookLink::Kind::effect && file.is_absolute()) {
             editable_.insert(file);
         }
     }
@@ -124,17 +131,17 @@ void Session::Worker::post(std::function<void()> task)
 
 std::chrono::steady_clock::time_point Session::Worker::wakeUp() const
 {
-    const bool isWanted = std::any_of(clients_.begin(), clients_.end(),
-                                      [&](const Client& client) { return wantsPicture(client); });
-    if (isWanted) {
-        return Clock::now();
-    }
     Clock::time_point next = filesAt_ + filesPeriod;
+    for (const Client& client : clients_) {
+        if (wantsPicture(client)) {
+            return Clock::now();
+        }
+        if (wantsScopes(client)) {
+            next = std::min(next, scopesDue(client.scopes.at, client.scopes.rate));
+        }
+    }
     if (playback_.isPlaying()) {
         next = std::min(next, playback_.nextDue());
-    }
-    if (const auto scopes = nextScopes()) {
-        next = std::min(next, *scopes);
     }
     if (isStateNew_ || !waiting_.empty()) {
         next = Clock::now();
@@ -153,22 +160,39 @@ std::deque<std::function<void()>> Session::Worker::waitForTasks()
 void Session::Worker::run()
 {
     while (true) {
-        for (const std::function<void()>& task : waitForTasks()) {
-            task();
-        }
+        const std::deque<std::function<void()>> tasks = waitForTasks();
         {
             const std::lock_guard lock(mutex_);
             if (stops_) {
                 return;
             }
         }
-        lookAtFiles();
-        advance();
-        present();
-        presentScopes();
-        sendState(false);
-        answerNextPicture();
+        try {
+            for (const std::function<void()>& task : tasks) {
+                task();
+            }
+            work();
+        } catch (const std::exception& error) { // such as exhausted memory, which may pass
+            problem_ = error.what();
+            changed();
+            std::this_thread::sleep_for(filesPeriod);
+        }
     }
+}
+
+void Session::Worker::work()
+{
+    lookAtFiles();
+    advance();
+    present();
+    sendState(false);
+    answerNextPicture();
+}
+
+/// The number of the current frame, as effects and key frames count.
+std::int64_t Session::Worker::number() const
+{
+    return projector_.frame() == playback_.frame() ? projector_.number() : playback_.frame();
 }
 
 void Session::Worker::advance()
@@ -248,9 +272,8 @@ void Session::Worker::drawFrame()
     }
     std::string problem;
     try {
-        projector_.show(
-            {.frame = playback_.frame(), .proxy = proxy_, .version = drawVersion_, .measures = measures},
-            editor_.look());
+        projector_.show({.frame = playback_.frame(), .version = drawVersion_, .measures = measures},
+                        editor_.look());
     } catch (const Failure& failure) {
         problem = failure.what();
         playback_.pause();
@@ -259,33 +282,56 @@ void Session::Worker::drawFrame()
         problem_ = problem;
         changed();
     }
-    const std::optional<std::int64_t> count = projector_.clip().count();
+    const std::optional<std::int64_t> count = projector_.count();
     if (problem_.empty() && projector_.frame() < playback_.frame()) { // the clip is shorter than it says
         playback_.setCount(count);
         changed();
     }
 }
 
+bool Session::Worker::wantsScopes(const Client& client) const
+{
+    return client.scopes.kinds.any() && client.scopes.stamp != pictureVersion_ &&
+           client.window->backlog() <= mostWaitingBytes;
+}
+
 void Session::Worker::present()
 {
-    const bool isWanted = std::any_of(clients_.begin(), clients_.end(),
-                                      [&](const Client& client) { return wantsPicture(client); });
-    if (!isWanted) {
+    const Clock::time_point now = Clock::now();
+    const auto isServed = [&](const Client& client) {
+        return wantsPicture(client) ||
+               (wantsScopes(client) && scopesDue(client.scopes.at, client.scopes.rate) <= now);
+    };
+    std::vector<Client*> served;
+    for (Client& client : clients_) {
+        if (isServed(client)) {
+            served.push_back(&client);
+        }
+    }
+    if (served.empty()) {
         return;
     }
     drawFrame();
-    for (Client& client : clients_) {
-        if (!wantsPicture(client)) {
-            continue;
-        }
-        try {
+    for (Client* const client : served) {
+        serve(*client);
+    }
+}
+
+void Session::Worker::serve(Client& client)
+{
+    try {
+        if (wantsPicture(client)) {
             sendPictures(client);
-        } catch (const Failure& failure) {
-            problem_ = failure.what();
-            changed();
-            for (const std::string& kind : kindsFor(*client.view)) {
-                client.channels[kind].stamp = stampFor(client);
-            }
+        }
+        if (wantsScopes(client) && scopesDue(client.scopes.at, client.scopes.rate) <= Clock::now()) {
+            sendScopes(client);
+        }
+    } catch (const Failure& failure) {
+        problem_ = failure.what();
+        changed();
+        client.scopes.stamp = pictureVersion_;
+        for (const std::string& kind : client.view ? kindsFor(*client.view) : std::vector<std::string>()) {
+            client.channels[kind].stamp = stampFor(client);
         }
     }
 }
@@ -329,14 +375,32 @@ Pixels Session::Worker::against(const View& view, const PictureSize& size) const
         const bool isLarger = size.width <= own.width && size.height <= own.height;
         const HostPixels read =
             projector_.scene().bytes(isLarger ? Scene::shrunk(kept->picture, size) : kept->picture);
-        return resized(read.view, size.width, size.height);
+        const int n = isSoftware_ ? reductionFor(size) : 1;
+        const PictureSize whole = isSoftware_ ? pictureSize() : size;
+        return resized(read.view, whole.width / n, whole.height / n);
     }
-    return copyOf(projector_.scene().bytes(Scene::shrunk(projector_.before(), size)).view);
+    return pixelsOf(projector_.before(), size);
 }
 
 bool Session::Worker::isEditable(const LookLink& link) const
 {
-    return link.kind == LookLink::Kind::effect && editable_.contains(fileOfLink(link));
+    return link.kind == LookLink::Kind::effect && editable_.contains(link.file);
+}
+
+/// By how much pictures are reduced here for that size: to it, or to something somewhat larger, since a
+/// device that is the CPU takes longer to reduce a picture than the browser does.
+int Session::Worker::reductionFor(const PictureSize& size) const
+{
+    const PictureSize whole = pictureSize();
+    return std::max(1, std::min(whole.width / size.width, whole.height / size.height));
+}
+
+/// A picture in host memory at that size, or somewhat larger.
+Pixels Session::Worker::pixelsOf(const Image::Surface& picture, const PictureSize& size) const
+{
+    const Scene& scene = projector_.scene();
+    return isSoftware_ ? reduced(scene.bytes(picture).view, reductionFor(size))
+                       : copyOf(scene.bytes(Scene::shrunk(picture, size)).view);
 }
 
 void Session::Worker::sendPicture(Client& client, const std::string& kind)
@@ -350,20 +414,13 @@ void Session::Worker::sendPicture(Client& client, const std::string& kind)
         {1.0, view.place.width / (region.width * proxied), view.place.height / (region.height * proxied)});
     const PictureSize size{std::min(scaled(whole.width, scale), whole.width),
                            std::min(scaled(whole.height, scale), whole.height)};
-    const Region part = scaledRegion(region, scale * proxied, size);
 
     const Clock::time_point begin = Clock::now();
-    Pixels held;
-    HostPixels read;
-    PixelView shown;
-    if (kind != "before") {
-        read = projector_.scene().bytes(Scene::shrunk(projector_.after(), size));
-        shown = read.view.part(part);
-    }
-    if (kind == "before") {
-        held = against(view, size);
-        shown = held.view().part(part);
-    } else if (kind == "difference") {
+    Pixels held = kind == "before" ? against(view, size) : pixelsOf(projector_.after(), size);
+    const Region part =
+        scaledRegion(region, static_cast<double>(held.width) / info.width, {held.width, held.height});
+    PixelView shown = held.view().part(part);
+    if (kind == "difference") {
         const Pixels other = against(view, size);
         held = differenceOf(shown, other.view().part(part), view.times);
         shown = held.view();

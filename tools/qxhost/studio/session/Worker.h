@@ -82,26 +82,26 @@ private:
         std::uint64_t stamp = 0; ///< of what the last one shows
     };
 
-    /// What a window wants to have counted, and what it has been sent of that.
-    struct Scopes
+    /// The scopes that a window wants.
+    struct ScopeWish
     {
         ScopeKinds kinds;
-        bool ofBefore = false;              ///< the picture before the look
-        std::chrono::milliseconds period{}; ///< between two messages, at least
-        std::uint64_t version = 0;          ///< of the picture that was counted last; 0: none
-        std::chrono::steady_clock::time_point sentAt;
+        bool ofBefore = false;
+        double rate = 10;        ///< a second, at most
+        std::uint64_t stamp = 0; ///< of the picture that was counted last
+        std::chrono::steady_clock::time_point at;
     };
 
     struct Client
     {
         WindowPtr window;
-        Scopes scopes;
         std::optional<View> view;
         std::uint64_t viewVersion = 0;
         std::int64_t change = 0; ///< the highest number of its messages
         std::map<std::string, Channel> channels;
         std::set<std::filesystem::path> read; ///< effect files whose text it has
         bool wantsCatalogue = false;
+        ScopeWish scopes;
     };
 
     /// A file is not as a window believes.
@@ -116,26 +116,29 @@ private:
 
     // The loop.
     void run();
+    void work();
     std::deque<std::function<void()>> waitForTasks();
     std::chrono::steady_clock::time_point wakeUp() const;
     void advance();
+    std::int64_t number() const;
     void lookAtFiles();
     void lookForConflicts();
     void answerNextPicture();
 
     // Pictures.
     bool wantsPicture(const Client& client) const;
+    bool wantsScopes(const Client& client) const;
+    void sendScopes(Client& client);
     std::vector<std::string> kindsFor(const View& view) const;
     std::uint64_t stampFor(const Client& client) const;
     void present();
     void drawFrame();
+    void serve(Client& client);
     void sendPictures(Client& client);
     void sendPicture(Client& client, const std::string& kind);
-    bool wantsScopes(const Client& client) const;
-    std::optional<std::chrono::steady_clock::time_point> nextScopes() const;
-    void presentScopes();
-    void sendScopes(Client& client);
     Image::Surface surfaceOf(const std::string& kind) const;
+    int reductionFor(const PictureSize& size) const;
+    Pixels pixelsOf(const Image::Surface& picture, const PictureSize& size) const;
     Pixels against(const View& view, const PictureSize& size) const;
     const Still* still(std::int64_t id) const;
     PictureSize pictureSize() const;
@@ -181,6 +184,7 @@ private:
     Json doSave(Client&, const Message&);
     Json doOpen(Client&, const Message&);
     Json doLooks(Client&, const Message&);
+    Json doExport(Client&, const Message&);
     Json doUndo(Client&, const Message&);
     Json doRedo(Client&, const Message&);
 
@@ -216,6 +220,8 @@ private:
     ChainDrawing thumbnails_;
     Survey::Result drawable_;
     std::string device_;
+    const bool isSoftware_;
+    std::string start_; ///< tells this start of the program from others
     bool isStateNew_ = false;
     std::int64_t toldFrame_ = -1;
     std::chrono::steady_clock::time_point toldAt_;

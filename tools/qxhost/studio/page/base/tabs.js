@@ -1,6 +1,7 @@
 // The parts below the picture, one at a time; at phone width the chain is one of them.
 
 import {byId} from './dom.js';
+import {remember, remembered} from './memory.js';
 import {studio} from './studio.js';
 
 const tabs = [...document.querySelectorAll('[role=tab]')];
@@ -42,7 +43,7 @@ function watchSplit() {
         document.documentElement.style.setProperty('--dock', `${to}px`);
         split.setAttribute('aria-valuenow', to);
         split.setAttribute('aria-valuemax', Math.round(most));
-        localStorage.setItem('dock', to);
+        remember('dock', to);
     };
     const now = () => document.querySelector('.dock').clientHeight;
     split.addEventListener('pointerdown', (event) => {
@@ -61,8 +62,8 @@ function watchSplit() {
         event.stopPropagation();
         set(now() + by);
     });
-    if (localStorage.getItem('dock'))
-        set(Number(localStorage.getItem('dock')));
+    if (remembered('dock'))
+        set(Number(remembered('dock')));
 }
 
 export function startTabs() {

@@ -47,7 +47,9 @@ export class Binding {
         const {parameters, commit} = this.#pending;
         this.#pending = null;
         this.#underWay++;
-        studio.tell('set', {link: this.link, parameters, commit, change: studio.nextChange()}).then(() => {
+        const all = Object.entries(parameters);
+        const what = all.length === 1 ? {name: all[0][0], values: all[0][1]} : {parameters};
+        studio.tell('set', {link: this.link, ...what, commit, change: studio.nextChange()}).then(() => {
             this.#underWay--;
             if (!this.isHeld)
                 this.#refresh();

@@ -240,7 +240,7 @@ class WheelControl extends Control {
             const range = rangeOf(parameter, i);
             const label = parameter.size > 1 ? `${parameter.label}, ${i + 1}` : parameter.label;
             const field = numberField({
-                label, range, step: stepOf(parameter), drag: (value) => this.drag(set(value)), commit: (value) => this.commit(set(value))
+                label, range, step: stepOf(parameter), places: 3, drag: (value) => this.drag(set(value)), commit: (value) => this.commit(set(value))
             });
             return {parameter, i, field};
         }));

@@ -4,7 +4,7 @@ import {clamp, element, followPointer} from '../base/dom.js';
 import {numberField, rangeOf, stepOf, written} from './numbers.js';
 
 const width = 240;
-const height = 150;
+const height = 120;
 
 function svg(tag, attributes = {}) {
     const made = document.createElementNS('http://www.w3.org/2000/svg', tag);

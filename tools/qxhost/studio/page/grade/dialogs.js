@@ -1,6 +1,7 @@
 // What is asked in a dialog: the catalogue, looks, and the keys.
 
 import {announce, byId, element} from '../base/dom.js';
+import {remember, remembered} from '../base/memory.js';
 import {studio} from '../base/studio.js';
 
 const dialog = byId('dialog');
@@ -11,7 +12,7 @@ export function openDialog(title, className, ...contents) {
     dialog.replaceChildren(
         element('div', {class: 'dialog-head'}, element('h2', {id: 'dialog-title', text: title}),
             element('button', {type: 'button', 'aria-label': 'Close', text: '×', class: 'small', onclick: () => dialog.close()})),
-        ...contents);
+        ...contents.filter(Boolean));
     if (!dialog.open)
         dialog.showModal();
     dialog.querySelector('[data-first]')?.focus();
@@ -143,27 +144,29 @@ export async function openLook() {
     }
 }
 
-/** Exports the chain as a .cube, and says whether it says the same. */
+/** Exports the chain as a .cube, and says how well it says the same. */
 export function exportLook() {
     const status = statusLine();
     const stem = (studio.state?.look || 'untitled').split('/').at(-1).replace(/\.look\.toml$/, '');
-    const name = element('input', {type: 'text', required: true, value: `${stem}.cube`, spellcheck: 'false', 'data-first': ''});
+    const name = element('input', {type: 'text', required: true, value: `${stem}.cube`, spellcheck: 'false', 'data-first': '', id: 'export-file'});
     const size = element('select', {}, ...[17, 33, 65].map((count) => element('option', {value: count, text: `${count} points a side`})));
     size.value = 33;
+    const replace = element('input', {type: 'checkbox'});
     const form = element('form', {
         onsubmit: async (event) => {
             event.preventDefault();
             status.say('Computing …');
             try {
-                const answer = await studio.request('export', {file: withEnding(name.value.trim(), '.cube'), size: Number(size.value)});
-                const error = typeof answer.error === 'number' ? ` The largest error is ${Number(answer.error.toPrecision(3))}.` : '';
-                status.say((answer.pure === false ? 'Written, but the chain is more than a mapping of colours: the .cube leaves the rest out.' :
-                    `Written to ${answer.file ?? name.value}.`) + error, answer.pure === false);
+                const answer = await studio.request('export',
+                    {file: withEnding(name.value.trim(), '.cube'), size: Number(size.value), overwrite: replace.checked});
+                status.say(`Written: ${answer.file}. The largest error is ${answer.errorText}.`);
             } catch (error) {
                 status.say([error.message, ...(error.details ?? [])].join('\n'), true);
             }
         }
     }, element('label', {}, 'File', name), element('label', {}, 'Size', size),
+    element('label', {class: 'inline'}, replace, 'replace a file that is there'),
+    element('p', {class: 'quiet', text: 'Parameters with key frames have their values of this frame.'}),
     element('div', {class: 'bar'}, element('button', {type: 'submit', class: 'main', text: 'Export'})));
     openDialog('Export a .cube', 'narrow', form, status.root);
     name.select();
@@ -172,13 +175,15 @@ export function exportLook() {
 /** The keys, and whether those of one letter are on. */
 export function openHelp(keys) {
     const single = element('input', {
-        type: 'checkbox', onchange: ({target}) => localStorage.setItem('single-keys', target.checked ? 'on' : 'off')
+        type: 'checkbox', onchange: ({target}) => remember('single-keys', target.checked ? 'on' : 'off')
     });
-    single.checked = localStorage.getItem('single-keys') !== 'off';
+    single.checked = remembered('single-keys') !== 'off';
     const rows = keys.map(([key, text]) => element('tr', {}, element('th', {scope: 'row'}, ...key.split(' ').map((part) => element('kbd', {text: part}))),
         element('td', {text})));
     openDialog('Keys', 'narrow', element('label', {class: 'inline'}, single, 'keys without Control are on'),
-        element('table', {class: 'keys-table'}, element('tbody', {}, ...rows)));
+        element('table', {class: 'keys-table'}, element('tbody', {}, ...rows)),
+    window.CodeMirror ? element('p', {class: 'quiet notice'}, 'The text editor is CodeMirror 5: ',
+        element('a', {href: 'codemirror/copyright.txt', target: '_blank', text: 'its licence'}), '.') : null);
 }
 
 export function startDialogs() {

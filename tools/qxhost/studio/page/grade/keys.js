@@ -20,10 +20,14 @@ export function keyFrames(link, ...names) {
     const here = () => all().find((key) => key.frame === studio.frame);
 
     // Without a curve a new key has that of the one before.
-    const setAll = (curve) => Promise.all(found().map(({name, values}) =>
-        studio.tell('key', {link, name, frame: studio.frame, values, curve, change: studio.nextChange()})));
-    const removeAll = () => Promise.all(found().filter(({keys}) => keys.some((key) => key.frame === studio.frame))
-        .map(({name}) => studio.tell('unkey', {link, name, frame: studio.frame, change: studio.nextChange()})));
+    const setAll = (curve) => studio.tell('key', {
+        link, frame: studio.frame, parameters: Object.fromEntries(found().map(({name, values}) => [name, values])), curve,
+        change: studio.nextChange()
+    });
+    const removeAll = () => studio.tell('unkey', {
+        link, frame: studio.frame, names: found().filter(({keys}) => keys.some((key) => key.frame === studio.frame)).map(({name}) => name),
+        change: studio.nextChange()
+    });
 
     const mark = element('button', {
         type: 'button', class: 'key', 'aria-pressed': 'false',

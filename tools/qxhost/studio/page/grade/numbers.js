@@ -2,15 +2,15 @@
 
 import {clamp, element} from '../base/dom.js';
 
-/** How a number is written: as many places as its step has, more if the value has them. */
-export function written(value, step) {
+/** How a number is written: as many places as its step has, more if the value has them, at most `most`. */
+export function written(value, step, most = 6) {
     if (value === undefined || value === null || !Number.isFinite(value))
         return '–';
     const rounded = Number(value.toPrecision(7));
     const places = step ? Math.min(6, Math.max(0, -Math.floor(Math.log10(step) + 1e-9))) : 0;
     const shortest = String(rounded);
     const has = shortest.includes('e') ? 0 : (shortest.split('.')[1] ?? '').length;
-    return has > places ? shortest : rounded.toFixed(places);
+    return has > places && has <= most ? shortest : rounded.toFixed(Math.max(places, Math.min(has, most)));
 }
 
 /** The step of a parameter: its own, 1 of whole numbers, a hundredth of the range or of 1. */
@@ -89,19 +89,19 @@ function watchKeys(target, {value, range, step, drag, commit, only}) {
  * A field for one number. `drag(value)` is called for each change while a key is held, `commit(value)` at the end. What is
  * no number is marked and not taken; Escape brings the old value back.
  */
-export function numberField({label, range, step, isWhole, drag, commit}) {
+export function numberField({label, range, step, isWhole, places, drag, commit}) {
     const [low, high] = range;
     let value = 0;
     const field = element('input', {
         type: 'text', inputmode: 'decimal', class: 'number', 'aria-label': label, autocomplete: 'off', spellcheck: 'false'
     });
     const show = () => {
-        field.value = written(value, step);
+        field.value = written(value, step, places);
         field.removeAttribute('aria-invalid');
         field.title = '';
     };
     const take = () => {
-        if (field.value === written(value, step))
+        if (field.value === written(value, step, places))
             return true;
         const typed = Number(field.value.trim().replace(',', '.'));
         const isGood = field.value.trim() !== '' && Number.isFinite(typed) && (!isWhole || Number.isInteger(typed)) &&
@@ -137,7 +137,7 @@ export function numberField({label, range, step, isWhole, drag, commit}) {
             show();
     });
     const update = (newValue) => {
-        const isTyping = document.activeElement === field && field.value !== written(value, step);
+        const isTyping = document.activeElement === field && field.value !== written(value, step, places);
         value = newValue;
         if (!isTyping)
             show();

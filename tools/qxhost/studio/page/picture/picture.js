@@ -18,6 +18,12 @@ const listeners = [];
 
 const clipSize = () => ({width: studio.state.clip.width, height: studio.state.clip.height});
 
+// How much wider than high a pixel of the clip is.
+function pixelAspect() {
+    const [width, height] = studio.state.clip.aspect ?? [1, 1];
+    return width / height;
+}
+
 // The places of the pictures on the canvas: one, or two beside or above each other, whichever is larger.
 function panes() {
     const {width, height} = canvas;
@@ -29,7 +35,7 @@ function panes() {
     const clip = clipSize();
     const beside = {width: (width - gap) / 2, height};
     const above = {width, height: (height - gap) / 2};
-    const fits = (place) => Math.min(place.width / clip.width, place.height / clip.height);
+    const fits = (place) => Math.min(place.width / clip.width / pixelAspect(), place.height / clip.height);
     if (fits(beside) >= fits(above)) {
         return [{of: 'before', x: 0, y: 0, ...beside}, {of: 'after', x: beside.width + gap, y: 0, ...beside}];
     }
@@ -39,22 +45,23 @@ function panes() {
 function fittingScale() {
     const place = panes()[0];
     const clip = clipSize();
-    return Math.min(place.width / clip.width, place.height / clip.height);
+    return Math.min(place.width / clip.width / pixelAspect(), place.height / clip.height);
 }
 
+// Device pixels per pixel of the clip, down and across.
 const scaleNow = () => view.scale ?? fittingScale();
+const scaleAcross = () => scaleNow() * pixelAspect();
 
 // Keeps the picture in its place: centred where it is smaller, without a gap where it is larger.
 function settle() {
     const place = panes()[0];
     const clip = clipSize();
-    const scale = scaleNow();
-    const within = (at, size, room) => {
+    const within = (at, size, room, scale) => {
         const half = room / scale / 2;
         return half * 2 >= size ? size / 2 : clamp(at, half, size - half);
     };
-    view.x = within(view.x, clip.width, place.width);
-    view.y = within(view.y, clip.height, place.height);
+    view.x = within(view.x, clip.width, place.width, scaleAcross());
+    view.y = within(view.y, clip.height, place.height, scaleNow());
 }
 
 // The part of the clip that is seen, in whole pixels; null if all of it is.
@@ -63,9 +70,9 @@ function region() {
         return null;
     const place = panes()[0];
     const clip = clipSize();
-    const left = clamp(Math.floor(view.x - place.width / view.scale / 2), 0, clip.width - 1);
+    const left = clamp(Math.floor(view.x - place.width / scaleAcross() / 2), 0, clip.width - 1);
     const top = clamp(Math.floor(view.y - place.height / view.scale / 2), 0, clip.height - 1);
-    const right = clamp(Math.ceil(view.x + place.width / view.scale / 2), left + 1, clip.width);
+    const right = clamp(Math.ceil(view.x + place.width / scaleAcross() / 2), left + 1, clip.width);
     const bottom = clamp(Math.ceil(view.y + place.height / view.scale / 2), top + 1, clip.height);
     const all = left === 0 && top === 0 && right === clip.width && bottom === clip.height;
     return all ? null : [left, top, right - left, bottom - top];
@@ -77,7 +84,7 @@ const sendView = oncePerDrawing(() => {
     const place = panes()[0];
     const message = {
         width: Math.max(1, Math.floor(place.width)), height: Math.max(1, Math.floor(place.height)), region: region(),
-        compare: studio.compare.way, times: studio.compare.times, against: studio.compare.against,
+        compare: studio.compare.way, times: studio.compare.times, against: studio.compare.against === 'before' ? 'before' : Number(studio.compare.against),
         quality: studio.quality
     };
     const text = JSON.stringify(message);
@@ -90,12 +97,13 @@ const sendView = oncePerDrawing(() => {
 function place(context, pane, picture) {
     const scale = scaleNow();
     const [x, y, width, height] = picture.header.region;
-    const left = pane.x + pane.width / 2 + (x - view.x) * scale;
+    const across = scaleAcross();
+    const left = pane.x + pane.width / 2 + (x - view.x) * across;
     const top = pane.y + pane.height / 2 + (y - view.y) * scale;
     // Pixels are shown as squares as soon as one is seen as more than one.
     context.imageSmoothingEnabled = !(scale > 1 && picture.header.width >= width);
     context.imageSmoothingQuality = 'high';
-    context.drawImage(picture.bitmap, Math.round(left), Math.round(top), Math.round(width * scale), Math.round(height * scale));
+    context.drawImage(picture.bitmap, Math.round(left), Math.round(top), Math.round(width * across), Math.round(height * scale));
 }
 
 function drawPane(context, pane, clipTo) {
@@ -161,8 +169,7 @@ function drawNames(context) {
 // The wipe's place on the canvas, which lies on the picture and moves with it.
 function wipePlace() {
     const clip = clipSize();
-    const scale = scaleNow();
-    return clamp(canvas.width / 2 + (wipeAt * clip.width - view.x) * scale, 0, canvas.width);
+    return clamp(canvas.width / 2 + (wipeAt * clip.width - view.x) * scaleAcross(), 0, canvas.width);
 }
 
 function setWipe(at) {
@@ -181,7 +188,7 @@ export function clipPlace(clientX, clientY) {
         return null;
     const clip = clipSize();
     const at = {
-        x: view.x + (x - pane.x - pane.width / 2) / scaleNow(), y: view.y + (y - pane.y - pane.height / 2) / scaleNow()
+        x: view.x + (x - pane.x - pane.width / 2) / scaleAcross(), y: view.y + (y - pane.y - pane.height / 2) / scaleNow()
     };
     return at.x >= 0 && at.y >= 0 && at.x < clip.width && at.y < clip.height ? at : null;
 }
@@ -191,7 +198,7 @@ export function stagePlace(x, y) {
     const pane = panes().at(-1);
     const scale = canvas.clientWidth / canvas.width;
     return {
-        x: (pane.x + pane.width / 2 + (x - view.x) * scaleNow()) * scale,
+        x: (pane.x + pane.width / 2 + (x - view.x) * scaleAcross()) * scale,
         y: (pane.y + pane.height / 2 + (y - view.y) * scaleNow()) * scale,
         pixel: scaleNow() * scale
     };
@@ -229,7 +236,7 @@ export const zoomToPixels = (around = null) => zoomTo(1, around);
 /** Moves the picture by parts of its place. */
 export function pan(x, y) {
     const pane = panes()[0];
-    view.x += x * pane.width / scaleNow();
+    view.x += x * pane.width / scaleAcross();
     view.y += y * pane.height / scaleNow();
     changed();
 }
@@ -379,7 +386,7 @@ function watchPointers() {
         const now = gathered();
         const scale = canvas.width / canvas.clientWidth / scaleNow();
         if (view.scale !== null) {
-            view.x -= (now.x - last.x) * scale;
+            view.x -= (now.x - last.x) * scale / pixelAspect();
             view.y -= (now.y - last.y) * scale;
         }
         if (now.spread && last.spread)
@@ -409,7 +416,7 @@ function watchWipe() {
         move: (event) => {
             const box = canvas.getBoundingClientRect();
             const x = (event.clientX - box.left) * canvas.width / box.width;
-            setWipe((view.x + (x - canvas.width / 2) / scaleNow()) / clipSize().width);
+            setWipe((view.x + (x - canvas.width / 2) / scaleAcross()) / clipSize().width);
         }
     });
     wipe.addEventListener('keydown', (event) => {

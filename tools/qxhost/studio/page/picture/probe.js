@@ -48,7 +48,7 @@ function showDepths(exact) {
     for (const option of cells.depth.options)
         option.textContent = `${option.value} bits${Number(option.value) === exact ? ', exact' : ''}`;
     if (depth === null)
-        cells.depth.value = exact;
+        cells.depth.value = depths.find((bits) => bits >= studio.state.clip.bits) ?? 16;
 }
 
 function show(answer) {

@@ -1,6 +1,7 @@
 // Scopes, drawn from the counts that the server makes on the device.
 
 import {byId, element, fitCanvas, oncePerDrawing, setText} from '../base/dom.js';
+import {remember, remembered} from '../base/memory.js';
 import {shownTab} from '../base/tabs.js';
 import {studio} from '../base/studio.js';
 
@@ -8,23 +9,26 @@ const kinds = [
     ['waveform', 'Waveform'], ['parade', 'Parade'], ['vectorscope', 'Vectorscope'], ['histogram', 'Histogram'],
     ['chromaticity', 'Chromaticity']
 ];
-const chosen = new Set(JSON.parse(localStorage.getItem('scopes') ?? '["waveform","parade","vectorscope","histogram"]'));
+const chosen = new Set(JSON.parse(remembered('scopes') ?? '["waveform","parade","vectorscope","histogram"]'));
 const boxes = new Map();
 let counts = null; // the newest message
 let sent = null;
 
 /** Counts of a message: 16 bits each, little endian, in base64. */
 export function decodeCounts(text) {
-    const bytes = Uint8Array.from(atob(text), (c) => c.charCodeAt(0));
-    const view = new DataView(bytes.buffer);
-    return Uint16Array.from({length: bytes.length / 2}, (_, i) => view.getUint16(2 * i, true));
+    const bytes = atob(text);
+    const counts = new Uint16Array(bytes.length / 2);
+    for (let i = 0; i < counts.length; ++i)
+        counts[i] = bytes.charCodeAt(2 * i) | bytes.charCodeAt(2 * i + 1) << 8;
+    return counts;
 }
 
 // The brightness of a count: by its logarithm, so that single pixels are seen beside thousands.
 function brightness(full) {
     const gain = 2 ** Number(byId('scope-gain').value);
     const scale = 255 / Math.log1p(full);
-    return (count) => (count === 0 ? 0 : Math.min(255, 40 + scale * Math.log1p(count * gain)));
+    return Uint8Array.from({length: full + 1}, (_, count) =>
+        (count === 0 ? 0 : Math.min(255, 40 + scale * Math.log1p(count * gain))));
 }
 
 // An image of counts, level 0 at the bottom; `colours` says which of red, green and blue each array lights.
@@ -32,14 +36,15 @@ function imageOf(arrays, columns, rows) {
     const image = new ImageData(columns, rows);
     let most = 1;
     for (const {values} of arrays)
-        most = Math.max(most, values.reduce((a, b) => Math.max(a, b), 0));
+        most = values.reduce((a, b) => (a > b ? a : b), most);
     const light = brightness(most);
     for (const {values, colour} of arrays) {
         for (let row = 0; row < rows; ++row) {
             for (let column = 0; column < columns; ++column) {
-                const bright = light(values[row * columns + column]);
-                if (!bright)
+                const count = values[row * columns + column];
+                if (count === 0)
                     continue;
+                const bright = light[count];
                 const at = 4 * ((rows - 1 - row) * columns + column);
                 image.data[at] = Math.max(image.data[at], bright * colour[0]);
                 image.data[at + 1] = Math.max(image.data[at + 1], bright * colour[1]);
@@ -207,7 +212,7 @@ function drawHistogram({context, width, height, scale}, {bits, histogram, black,
     for (const part of [0, 0.25, 0.5, 0.75, 1]) {
         const code = Math.round(last * part);
         mark(code, inks.line, []);
-        if (!marks.some((m) => Math.abs(toX(m) - toX(code)) < 22 * scale))
+        if (!marks.some((m) => Math.abs(toX(m) - toX(code)) < 40 * scale))
             text(context, scale, String(code), toX(code), place.y + place.height + 9 * scale, part === 0 ? 'left' : part === 1 ? 'right' : 'center');
     }
     for (const code of marks) {
@@ -259,6 +264,9 @@ const drawers = {
 };
 
 const draw = oncePerDrawing(() => {
+    // Where they are scrolled, which is at phone width, the keyboard must get there.
+    const place = byId('scopes');
+    place.tabIndex = place.scrollHeight > place.clientHeight ? 0 : -1;
     for (const [kind, {canvas}] of boxes) {
         if (!canvas.clientWidth)
             continue;
@@ -280,7 +288,8 @@ function ask() {
         return;
     const wanted = {
         kinds: shownTab() === 'scopes' && document.visibilityState === 'visible' ? kinds.map(([kind]) => kind).filter((kind) => chosen.has(kind)) : [],
-        of: byId('scope-of').value, rate: 12
+        // Those of 10 bits are four times as large.
+        of: byId('scope-of').value, rate: studio.state?.clip.bits > 8 ? 5 : 12
     };
     const asked = JSON.stringify(wanted);
     if (sent === asked)
@@ -314,7 +323,7 @@ export function startScopes() {
                     chosen.add(kind);
                 else
                     chosen.delete(kind);
-                localStorage.setItem('scopes', JSON.stringify([...chosen]));
+                remember('scopes', JSON.stringify([...chosen]));
                 fill();
                 ask();
             }

@@ -28,7 +28,7 @@ function show() {
         element('span', {class: 'quiet', text: `frame ${still.frame}`})),
         element('button', {
             type: 'button', class: 'small', text: '×', 'aria-label': `Remove the still ${still.name}`, title: 'Remove',
-            onclick: () => studio.tell('unstill', {id: still.id})
+            onclick: () => studio.tell('unstill', {still: still.id})
         }))));
     if (focused)
         list.querySelector(`[data-still="${CSS.escape(focused)}"]`)?.focus();

@@ -35,13 +35,15 @@ function plainEditor() {
 
 function codeMirror() {
     const mirror = window.CodeMirror(byId('text-place'), {
-        mode: hlsl, lineNumbers: true, matchBrackets: true, indentUnit: 4, gutters: ['messages', 'CodeMirror-linenumbers'],
+        mode: hlsl, lineNumbers: true, matchBrackets: true, inputStyle: 'contenteditable', indentUnit: 4, gutters: ['messages', 'CodeMirror-linenumbers'],
         extraKeys: {
             // Tab moves on, as everywhere else on the page; indenting has keys of its own.
             'Tab': false, 'Shift-Tab': false, 'Ctrl-]': 'indentMore', 'Ctrl-[': 'indentLess', 'Ctrl-/': 'toggleComment'
         }
     });
-    mirror.getInputField().setAttribute('aria-label', 'Text of the effect');
+    const input = mirror.getInputField();
+    for (const [name, value] of [['role', 'textbox'], ['aria-multiline', 'true'], ['aria-label', 'Text of the effect']])
+        input.setAttribute(name, value);
     mirror.on('change', showStatus);
     return {
         text: () => mirror.getValue(),
@@ -118,7 +120,10 @@ function messagesOf(file) {
     const errors = link?.error ? (link.error.messages?.length ? link.error.messages :
         [{line: 0, column: 0, severity: 'error', text: link.error.text}]) : [];
     const warnings = (link?.warnings ?? []).map((w) => (typeof w === 'string' ? {line: 0, column: 0, severity: 'warning', text: w} : w));
-    return [...errors, ...warnings];
+    return [...errors, ...warnings].map((message) => {
+        const isElsewhere = message.file && message.file !== file;
+        return isElsewhere ? {...message, line: 0, text: `${message.file}:${message.line}:${message.column}: ${message.text}`} : message;
+    });
 }
 
 function showStatus() {

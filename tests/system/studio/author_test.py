@@ -1,0 +1,137 @@
+"""The author's side of the studio's page: the text of an effect, its messages, and writing it."""
+
+import unittest
+
+import support
+
+TEXT = """// Leaves a part of the picture.
+texture Input;
+sampler InputSampler = sampler_state { Texture = <Input>; };
+float amount < string Label = "Amount"; float Min = 0; float Max = 1; > = 0.5;
+float4 part(float2 uv : TEXCOORD0) : COLOR
+{
+    float4 picture = tex2D(InputSampler, uv);
+    return float4(picture.rgb * amount, picture.a);
+}
+technique Part { pass P0 { PixelShader = compile ps_3_0 part(); } }
+"""
+BROKEN = TEXT.replace("picture.rgb * amount", "picture.rgb * amuont")
+WHITE = TEXT.replace("picture.rgb * amount", "float3(1, 1, 1)")
+
+
+class AuthorTest(support.StudioTest):
+    @classmethod
+    def effects(cls):
+        cls.file = cls.folder / "mine.fx"
+        cls.file.write_text(TEXT)
+        return [cls.file]
+
+    def setUp(self):
+        if self.file.read_text() != TEXT:
+            self.file.write_text(TEXT)
+        self.page.click("#tab-text")
+        self.page.wait(lambda: self.editor_text() == TEXT, "the text is not that of the file")
+        self.page.wait(lambda: self.page.studio("studio.state.chain[0].error") is None, "the effect does not compile")
+
+    def editor_text(self):
+        return self.page.run("""
+            const mirror = document.querySelector('.CodeMirror')?.CodeMirror;
+            return mirror ? mirror.getValue() : document.querySelector('#text-place textarea').value;""")
+
+    def type_text(self, text):
+        """As the editor takes it from its user."""
+        self.page.run("""
+            const mirror = document.querySelector('.CodeMirror')?.CodeMirror;
+            const field = document.querySelector('#text-place textarea');
+            if (mirror) {
+                mirror.setValue(arguments[0]);
+            } else {
+                field.value = arguments[0];
+                field.dispatchEvent(new Event('input'));
+            }""", text)
+
+    def error_is_shown(self):
+        self.page.wait(lambda: self.page.studio("studio.state.chain[0].error") is not None, "there is no error")
+        messages = self.page.wait(
+            lambda: self.browser.find_elements(support.By.CSS_SELECTOR, "#text-messages li.error"), "no message is shown")
+        self.assertIn("amuont", messages[0].text)
+        line = 1 + next(i for i, text in enumerate(BROKEN.split("\n")) if "amuont" in text)
+        place = messages[0].find_element(support.By.CSS_SELECTOR, "button")
+        self.assertTrue(place.text.startswith("%d:" % line), place.text)
+        # The message stands at its line in the text too, and its place leads there.
+        if self.page.run("return Boolean(document.querySelector('.CodeMirror'))"):
+            marked = self.page.run("""
+                const mirror = document.querySelector('.CodeMirror').CodeMirror;
+                return mirror.lineInfo(arguments[0]).gutterMarkers?.messages?.title ?? ''""", line - 1)
+            self.assertIn("amuont", marked)
+            place.click()
+            self.assertEqual(self.page.run("return document.querySelector('.CodeMirror').CodeMirror.getCursor().line"), line - 1)
+        self.assertIn("mine.fx", self.page.text(".link-error") + self.page.text(".link-name"))
+
+    def test_a_broken_save_shows_its_message_at_its_line_and_keeps_the_picture(self):
+        before = self.page.codes(300, 200)["after"]
+        self.assertNotEqual(before, self.page.codes(300, 200)["before"])
+        self.file.write_text(BROKEN)
+        self.error_is_shown()
+        self.assertEqual(self.page.codes(300, 200)["after"], before)
+        self.assertEqual(self.editor_text(), BROKEN)
+        self.file.write_text(TEXT)
+        self.page.wait(lambda: not self.browser.find_elements(support.By.CSS_SELECTOR, "#text-messages li"), "the message stays")
+
+    def test_a_text_that_is_written_here_changes_the_file_and_the_picture(self):
+        self.type_text(WHITE)
+        self.page.wait(lambda: self.page.text("#text-status") == "changed, not written", "the change is not said")
+        self.page.click("#text-write")
+        self.page.wait(lambda: self.file.read_text() == WHITE, "the file was not written")
+        self.page.wait(lambda: self.page.codes(300, 200)["after"][:3] == [255, 255, 255], "the picture is not white")
+        self.assertEqual([path.name for path in self.folder.iterdir() if path.name.startswith(".")], [])
+
+    def test_a_broken_text_that_is_written_here_shows_its_message(self):
+        self.type_text(BROKEN)
+        self.page.click("#text-write")
+        self.error_is_shown()
+        self.assertEqual(self.file.read_text(), BROKEN)
+
+    def test_a_file_that_was_changed_outside_is_not_overwritten(self):
+        outside = TEXT.replace("// Leaves", "// Keeps")
+        self.type_text(WHITE)
+        self.file.write_text(outside)
+        self.page.wait(lambda: self.page.find("#text-conflict").is_displayed(), "the conflict is not shown")
+        self.assertIn("// Keeps", self.page.text(".theirs"))
+        self.page.click("#text-write")
+        self.page.wait(lambda: self.page.find("#text-conflict").is_displayed(), "the conflict is gone")
+        self.assertEqual(self.file.read_text(), outside)
+        self.assertEqual(self.editor_text(), WHITE)
+        # Mine over it, as I say so.
+        self.page.click("#text-conflict button:last-of-type")
+        self.page.wait(lambda: self.file.read_text() == WHITE, "it was not written")
+        self.page.wait(lambda: not self.page.find("#text-conflict").is_displayed(), "the conflict stays")
+
+    def test_the_text_of_the_file_may_be_taken_in_a_conflict(self):
+        outside = TEXT.replace("// Leaves", "// Keeps")
+        self.type_text(WHITE)
+        self.file.write_text(outside)
+        self.page.wait(lambda: self.page.find("#text-conflict").is_displayed(), "the conflict is not shown")
+        self.page.click("#text-conflict .bar button:first-of-type")
+        self.page.wait(lambda: self.editor_text() == outside, "the text was not taken")
+        self.assertEqual(self.file.read_text(), outside)
+
+    def test_quick_writes_by_two_end_with_what_was_written_last(self):
+        for _ in range(4):
+            self.type_text(WHITE)
+            self.page.click("#text-write")
+            self.page.wait(lambda: self.file.read_text() == WHITE, "the file was not written")
+            self.setUp()
+        self.type_text(WHITE)
+        self.page.click("#text-write")
+        self.page.wait(lambda: self.page.codes(300, 200)["after"][:3] == [255, 255, 255], "the picture is not white")
+
+    def test_the_tab_key_goes_through_the_text_and_on(self):
+        self.page.find(".CodeMirror [contenteditable], #text-place textarea").send_keys(support.Keys.TAB)
+        where = self.page.run("return document.activeElement.closest('#text-place') === null")
+        self.assertTrue(where, "the text keeps the focus")
+        self.assertEqual(self.editor_text(), TEXT)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,213 @@
+"""The picture on the studio's page: which frame it shows, how close it is, and what of it."""
+
+import base64
+import unittest
+
+import numpy
+import support
+
+# The compressed picture against the codes that it is made of, at the quality that the page begins with.
+LEAST_PSNR = 44
+
+
+class PictureTest(support.StudioTest):
+    def setUp(self):
+        self.page.click("#zoom-fit")
+        self.page.studio("studio.setCompare({way: 'none', against: 'before'})")
+        self.page.go_to(0)
+
+    def test_opening_shows_the_clip_and_its_first_frame(self):
+        self.assertEqual(self.page.text("#clip-name"), "clip.mp4")
+        self.assertIn("640 × 360", self.page.text("#clip-facts"))
+        self.assertEqual(self.page.text("#frame"), "frame 0 of 60")
+        self.assertEqual(self.page.text(".link-name"), "cc3.fx")
+        self.assertEqual(self.page.picture()["region"], [0, 0, support.WIDTH, support.HEIGHT])
+
+    def test_the_compressed_picture_is_close_to_the_frame(self):
+        self.page.go_to(7)
+        shown = self.page.pixels()
+        self.assertGreater(support.psnr(shown, support.convert(self.clip, 7)), LEAST_PSNR)
+
+    def test_scrubbing_shows_the_frame_that_it_stops_at(self):
+        # As fast as a hand moves: the server draws some of them, and the last one always.
+        places = [*range(0, 60, 7), 3, 44, 12, 58, 31]
+        self.page.run("""
+            const scrub = document.getElementById('scrub');
+            for (const frame of arguments[0]) {
+                scrub.value = frame;
+                scrub.dispatchEvent(new Event('input'));
+            }
+            scrub.dispatchEvent(new Event('change'));
+            """, places)
+        self.page.wait(lambda: self.page.picture()["frame"] == 31, "the last frame was not shown")
+        self.assertEqual(self.page.text("#frame"), "frame 31 of 60")
+        self.assertEqual(self.page.codes(20, 20)["before"][3], support.luma_of(31))
+
+    def test_every_frame_that_is_gone_to_is_exact(self):
+        for frame in (59, 1, 30, 29, 28, 2):
+            self.page.go_to(frame)
+            self.assertEqual(self.page.codes(20, 20)["before"][3], support.luma_of(frame))
+            # What is seen tells it too: a patch of one colour loses nothing much in the compression.
+            patch = self.page.pixels()[8:56, 8:56].mean()
+            expected = support.convert(self.clip, frame)[8:56, 8:56].mean()
+            self.assertAlmostEqual(patch, expected, delta=1)
+
+    def test_the_keyboard_steps_by_frames(self):
+        self.page.go_to(10)
+        self.page.find("#stage").send_keys(support.Keys.ARROW_RIGHT, support.Keys.ARROW_RIGHT, support.Keys.ARROW_LEFT)
+        self.page.wait(lambda: self.page.picture()["frame"] == 11, "frame 11 was not shown")
+        self.assertEqual(self.page.find("#time").get_attribute("value"), "00:00:00:11")
+
+    def test_a_time_code_goes_to_its_frame_and_nonsense_goes_nowhere(self):
+        self.page.type_number("#time", "00:00:01:05")
+        self.page.wait(lambda: self.page.picture()["frame"] == 30, "frame 30 was not shown")
+        self.page.type_number("#time", "00:00:09:99")
+        self.assertIn("Expected a frame from 0 to 59", self.page.find("#time").get_property("validationMessage"))
+        self.assertEqual(self.page.studio("studio.state.frame"), 30)
+
+    def test_playing_stays_between_the_in_and_the_out_point(self):
+        self.page.go_to(20)
+        self.page.find("#stage").send_keys("i")
+        self.page.go_to(24)
+        self.page.find("#stage").send_keys("o")
+        self.page.wait(lambda: self.page.studio("[studio.state.in, studio.state.out]") == [20, 24], "the range was not set")
+        self.page.run("""
+            window.seen = [];
+            new MutationObserver(() => window.seen.push(JSON.parse(document.getElementById('picture').dataset.after).frame))
+                .observe(document.getElementById('picture'), {attributeFilter: ['data-after']});""")
+        if not self.page.studio("studio.state.loop"):
+            self.page.click("#loop")
+        self.page.click("#play")
+        self.page.wait(lambda: len(self.page.run("return window.seen")) > 8, "nothing was played")
+        self.page.click("#play")
+        self.page.wait(lambda: not self.page.studio("studio.state.playing"), "it plays on")
+        seen = self.page.run("return window.seen")
+        self.page.click("#clear-range")
+        self.assertTrue(set(seen) <= set(range(20, 25)), seen)
+        self.page.wait(lambda: self.page.studio("[studio.state.in, studio.state.out]") == [0, 59], "the range was not cleared")
+
+    def test_zooming_shows_pixels_of_the_clip(self):
+        self.page.click("#zoom-one")
+        for _ in range(7):
+            self.page.click("#zoom-in")
+        header = self.page.wait(
+            lambda: (h := self.page.picture())["region"][2] < 120 and h["width"] == h["region"][2] and h,
+            "no part of the picture came, or not its pixels")
+        x, y, width, height = header["region"]
+        self.assertLessEqual(x + width, support.WIDTH)
+        self.assertLessEqual(y + height, support.HEIGHT)
+        self.assertEqual(header["height"], height)
+        # Pixels are squares on the screen: the clip's pixel under the pointer is the one that is asked about.
+        middle = (x + width // 2, y + height // 2)
+        expected = support.convert(self.clip, 0)[middle[1], middle[0]]
+        self.assertEqual(self.page.codes(*middle)["before"][:3], list(expected))
+
+    def test_the_difference_of_an_unchanged_picture_is_grey(self):
+        self.page.run("document.querySelector('#compare input[value=difference]').click()")
+        self.page.wait(lambda: self.page.picture("difference"), "no difference came")
+        self.page.wait(lambda: self.page.run("""
+            const canvas = document.getElementById('picture');
+            const data = canvas.getContext('2d').getImageData(canvas.width / 2 - 20, canvas.height / 2 - 20, 40, 40).data;
+            return data.every((code, i) => i % 4 === 3 || Math.abs(code - 128) <= 1);"""), "the difference is not grey")
+
+    def test_side_by_side_and_wipe_show_the_clip_and_the_result(self):
+        for way in ("side", "wipe"):
+            self.page.run("delete document.getElementById('picture').dataset.before")
+            self.page.run("document.querySelector('#compare input[value=%s]').click()" % way)
+            self.page.wait(lambda: self.page.picture("before"), "the clip was not shown")
+        wipe = self.page.find("#wipe")
+        self.assertTrue(wipe.is_displayed())
+        wipe.send_keys(support.Keys.ARROW_LEFT, support.Keys.ARROW_LEFT)
+        self.assertEqual(wipe.get_attribute("aria-valuenow"), "48")
+
+    def test_a_still_is_compared_with(self):
+        self.page.go_to(5)
+        self.page.find("#stage").send_keys("s")
+        self.page.wait(lambda: len(self.page.studio("studio.state.stills")) == 1, "no still was kept")
+        self.page.go_to(40)
+        self.page.click("#tab-stills")
+        self.page.click(".still")
+        self.page.wait(lambda: (self.page.picture("before") or {}).get("frame") is not None, "the still was not shown")
+        # At the left of the wipe is the still's patch, whatever frame is shown at its right.
+        self.page.click("#zoom-one")
+        left = self.page.wait(lambda: abs((seen := self.patch()) - support.convert(self.clip, 5)[8:56, 8:56].mean()) < 2 and seen,
+                              "the still is not at the left of the wipe")
+        self.assertTrue(left)
+        self.page.click(".stills .small")
+        self.page.wait(lambda: not self.page.studio("studio.state.stills"), "the still was not removed")
+        self.page.click("#tab-scopes")
+
+    def patch(self):
+        """The mean of the patch as it is seen at one to one."""
+        return self.page.run("""
+            const canvas = document.getElementById('picture');
+            const data = canvas.getContext('2d').getImageData(Math.round(canvas.width / 2 - arguments[0] / 2) + 8,
+                Math.round(canvas.height / 2 - arguments[1] / 2) + 8, 48, 48).data;
+            return data.reduce((sum, code, i) => i % 4 === 3 ? sum : sum + code, 0) / (data.length * 3 / 4);
+            """, support.WIDTH, support.HEIGHT)
+
+    def test_two_windows_share_the_chain_and_have_views_of_their_own(self):
+        self.page.click("#zoom-fit")
+        first = self.browser.current_window_handle
+        self.browser.switch_to.new_window("window")
+        self.browser.set_window_size(900, 700)
+        second = support.Page(self.browser, self.server.address)
+        try:
+            second.click("#zoom-one")
+            second.click("#zoom-in")
+            second.set_slider("saturation", 0)
+            shown_there = second.picture()
+            self.browser.switch_to.window(first)
+            self.page.wait(lambda: self.page.parameter("saturation")["values"] == [0], "the other window does not know")
+            self.page.wait(lambda: self.page.find("[data-parameter=saturation] input.number").get_attribute("value") == "0.00",
+                           "the other window's control does not show it")
+            red, green, blue = self.page.codes(300, 200)["after"][:3]
+            self.assertLessEqual(max(red, green, blue) - min(red, green, blue), 1)
+            self.assertEqual(self.page.picture()["region"], [0, 0, support.WIDTH, support.HEIGHT])
+            self.assertNotEqual(shown_there["width"], self.page.picture()["width"])
+            self.page.click("#undo")
+            self.browser.switch_to.window(second.window)
+            second.wait(lambda: second.parameter("saturation")["values"] == [1], "undoing was not told")
+        finally:
+            self.browser.switch_to.window(second.window)
+            self.browser.close()
+            self.browser.switch_to.window(first)
+
+    def counts(self, text):
+        """Counts as a scope's message has them."""
+        return numpy.frombuffer(base64.b64decode(text), "<u2").astype(int)
+
+    def test_scopes_are_a_direct_count_of_the_frame(self):
+        self.page.click("#tab-scopes")
+        for kind in self.browser.find_elements(support.By.CSS_SELECTOR, "#scope-kinds input:not(:checked)"):
+            self.page.run("arguments[0].click()", kind)
+        self.page.go_to(11)
+        self.page.set_slider("saturation", 0.6)
+        picture = support.convert(self.clip, 11, "--effect", "cc3.fx", "--set", "saturation=0.6").astype(int)
+        expected = [numpy.bincount(picture[..., channel].ravel(), minlength=256).tolist() for channel in range(3)]
+
+        def counted():
+            scopes = self.page.studio("studio.scopes ?? null")
+            return scopes if scopes and scopes["frame"] == 11 and scopes["histogram"]["r"] == expected[0] else None
+
+        scopes = self.page.wait(counted, "the histogram of red is not that of the frame")
+        self.assertEqual([scopes["histogram"][channel] for channel in "rgb"], expected)
+        # Luma of the signal: BT.709-6, 3.2 and 3.4, in codes of 8 bits.
+        luma = numpy.floor(16 + 219 / 255 * (picture @ numpy.array([0.2126, 0.7152, 0.0722])) + 0.5).astype(int)
+        self.assertEqual(scopes["histogram"]["luma"], numpy.bincount(luma.ravel(), minlength=256).tolist())
+        self.assertEqual((scopes["black"], scopes["white"]), (16, 235))
+        # A waveform's columns share those of the picture evenly.
+        columns = scopes["waveform"]["columns"]
+        place = numpy.arange(support.WIDTH) * columns // support.WIDTH
+        for name, codes in (("luma", luma), ("r", picture[..., 0]), ("g", picture[..., 1]), ("b", picture[..., 2])):
+            scope = scopes["waveform"] if name == "luma" else scopes["parade"]
+            direct = numpy.bincount((codes * columns + place).ravel(), minlength=256 * columns)
+            numpy.testing.assert_array_equal(self.counts(scope[name]), direct, name)
+        # Each pixel is a point of the vectorscope: 65535 stands for more, which no cell of this frame has.
+        self.assertEqual(self.counts(scopes["vectorscope"]["counts"]).sum(), support.WIDTH * support.HEIGHT)
+        self.page.wait(lambda: self.page.find("#scopes").get_attribute("data-frame") == "11", "the scopes were not drawn")
+        self.page.click("#undo")
+
+
+if __name__ == "__main__":
+    unittest.main()

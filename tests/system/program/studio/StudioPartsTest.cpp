@@ -187,6 +187,19 @@ TEST(StudioMessage, reads_fields_with_their_limits)
     EXPECT_THROW(static_cast<void>(Message::parse("{\"a\":1} x")), Failure);
 }
 
+TEST(StudioPixels, averages_what_it_reduces)
+{
+    Pixels whole{5, 2, {}};
+    for (const int code : {0, 10, 20, 30, 99, 1, 11, 21, 31, 99}) {
+        whole.bytes.insert(whole.bytes.end(), 4, static_cast<std::uint8_t>(code));
+    }
+    const Pixels half = reduced(whole.view(), 2);
+    EXPECT_EQ(half.width, 2);
+    EXPECT_EQ(half.height, 1);
+    EXPECT_EQ(half.bytes, (std::vector<std::uint8_t>{6, 6, 6, 6, 26, 26, 26, 26})); // 5.5 and 25.5
+    EXPECT_EQ(reduced(whole.view(), 1).bytes, whole.bytes);
+}
+
 TEST(StudioPixels, shows_differences_around_grey)
 {
     Pixels one{2, 1, {255, 10, 20, 30, 255, 200, 0, 255}};

@@ -908,8 +908,8 @@ TEST_F(Studio, shows_a_picture)
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=102x58", "-frames:v", "1", "-pix_fmt", "rgb24", "photo.png"});
     start({"photo.png", "cc3.fx"});
     Browser browser = window();
-    browser.send(view(40, 40));
-    EXPECT_EQ(browser.picture().header["width"], 40);
+    browser.send(view(51, 51));
+    EXPECT_EQ(browser.picture().header["width"], 51);
     const Json state = browser.state([](const Json&) { return true; });
     EXPECT_EQ(state["clip"]["still"], true);
     EXPECT_EQ(state["clip"]["frames"], 1);

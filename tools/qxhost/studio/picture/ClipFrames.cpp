@@ -31,10 +31,10 @@ std::size_t framesKept(const Media::StreamInfo& info)
 
 } // namespace
 
-ClipFrames::ClipFrames(const std::filesystem::path& file)
+ClipFrames::ClipFrames(const std::filesystem::path& file, std::string filters) : filters_(std::move(filters))
 {
     options_.input = file;
-    packing_ = openFrameInput(options_, false);
+    packing_ = opened(0);
     reader_ = packing_;
     colour_ = chooseColour(options_, info());
     mostKept_ = framesKept(info());
@@ -75,13 +75,21 @@ void ClipFrames::keep(std::int64_t index, Media::Frame frame)
     order_.push_back(index);
 }
 
-void ClipFrames::open(std::int64_t index)
+void ClipFrames::forgetFrames()
 {
-    reader_ = openFrameInput(options_, false);
-    next_ = 0;
-    if (index > 0) {
-        next_ = reader_->skipTo({.frame = index, .pts = {}}).frame;
+    kept_.clear();
+    order_.clear();
+}
+
+/// A reader that gives that frame next, or the end.
+std::shared_ptr<iFrameInput> ClipFrames::opened(std::int64_t index)
+{
+    std::shared_ptr<iFrameInput> reader = openFrameInput(options_, false);
+    next_ = index > 0 ? reader->skipTo({.frame = index, .pts = {}}).frame : 0;
+    if (!filters_.empty()) {
+        static_cast<void>(reader->filter(filters_, "the proxy", {}));
     }
+    return reader;
 }
 
 /// Returns false if the clip ends before.
@@ -116,7 +124,7 @@ ClipFrames::Found ClipFrames::at(std::int64_t index)
     }
     if (index < next_ || index - next_ > nearEnough) {
         const bool isBackward = step < 0 && -step <= nearEnough;
-        open(isBackward ? std::max<std::int64_t>(index - runUp, 0) : index);
+        reader_ = opened(isBackward ? std::max<std::int64_t>(index - runUp, 0) : index);
     }
     if (!decodeTo(index)) {
         if (!end_ || *end_ == 0) {

@@ -21,7 +21,8 @@ class ClipFrames
 {
 public:
     /// Opens the clip. Throws Failure (input) if it cannot be read, or its colours need a decision.
-    explicit ClipFrames(const std::filesystem::path& file);
+    /// `filters` is a graph of FFmpeg's filters that keeps the number of frames; empty for none.
+    explicit ClipFrames(const std::filesystem::path& file, std::string filters = {});
 
     const std::filesystem::path& file() const { return options_.input; }
     const Media::StreamInfo& info() const { return packing_->info(); }
@@ -45,6 +46,9 @@ public:
     /// Whether at() gives it without decoding.
     bool isKept(std::int64_t index) const { return kept_.contains(index); }
 
+    /// Lets go of the frames that were kept.
+    void forgetFrames();
+
     /// For preparing and placing the frames that at() gives.
     iFrameInput& packing() { return *packing_; }
 
@@ -52,12 +56,13 @@ public:
     std::vector<std::string> problems() const;
 
 private:
-    void open(std::int64_t index);
+    std::shared_ptr<iFrameInput> opened(std::int64_t index);
     void keep(std::int64_t index, Media::Frame frame);
     bool decodeTo(std::int64_t index);
     Found found(const Media::Frame& frame, std::int64_t index) const;
 
     ConvertOptions options_;
+    std::string filters_;
     std::shared_ptr<iFrameInput> packing_; ///< opened first
     std::shared_ptr<iFrameInput> reader_;
     std::int64_t next_ = 0; ///< that the reader gives next

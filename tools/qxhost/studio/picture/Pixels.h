@@ -50,6 +50,10 @@ Pixels copyOf(const PixelView& view);
 /// The picture at another size, of its nearest pixels; a copy at its own.
 Pixels resized(const PixelView& view, int width, int height);
 
+/// The picture with sides of an n-th: each pixel is the average of n x n, and what is left over at the right
+/// and the bottom is left out.
+Pixels reduced(const PixelView& view, int n);
+
 /// The difference of the codes of two pictures of the same size, so many times, around 128; opaque.
 Pixels differenceOf(const PixelView& one, const PixelView& other, double times);
 

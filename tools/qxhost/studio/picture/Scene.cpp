@@ -116,13 +116,13 @@ Surface Scene::whole(const ClipFrames::Found& found)
                : uploaded;
 }
 
-Surface Scene::picture(const ClipFrames::Found& frame, const std::optional<PictureSize>& proxy)
+Surface Scene::picture(const ClipFrames::Found& frame)
 {
     Surface made = whole(frame);
     if (straight_) {
         made = straight_->apply(made, format_, {});
     }
-    return proxy ? shrunk(made, *proxy) : made;
+    return made;
 }
 
 Surface Scene::shrunk(const Surface& picture, const PictureSize& size)

@@ -47,8 +47,8 @@ public:
     /// Bits of a component of the pictures: 8 or 16.
     int bits() const;
 
-    /// The frame's picture; of that size if there is one. Throws Failure (device, input).
-    Image::Surface picture(const ClipFrames::Found& frame, const std::optional<PictureSize>& proxy);
+    /// The frame's picture. Throws Failure (device, input).
+    Image::Surface picture(const ClipFrames::Found& frame);
 
     /// The picture at that size, which is at most its own.
     static Image::Surface shrunk(const Image::Surface& picture, const PictureSize& size);
@@ -58,9 +58,6 @@ public:
 
     /// The codes of a pixel of a picture as they are: A R G B, of bits().
     std::array<unsigned, 4> codes(const Image::Surface& picture, int x, int y) const;
-
-    /// Keeps what probes read of a picture until another one is probed.
-    void forgetProbed() { probed_ = {}; }
 
 private:
     Media::FramePacker::Target target(const ClipFrames& clip) const;

@@ -321,6 +321,7 @@ Json Session::Worker::doProxy(Client&, const Message& message)
         }
     }
     if (proxy_ != proxy) {
+        projector_.setProxy(proxy);
         proxy_ = proxy;
         ++pictureVersion_;
         changed();

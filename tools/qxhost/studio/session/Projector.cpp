@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fmt/format.h>
+#include <utility>
 
 namespace Qx::Program::Studio {
 
@@ -18,6 +20,35 @@ double millisecondsSince(Clock::time_point begin)
 
 Projector::Projector(const std::filesystem::path& clip) : clip_(clip), scene_(clip_) {}
 
+std::optional<std::int64_t> Projector::count() const
+{
+    const std::optional<std::int64_t> whole = clip_.count();
+    const std::optional<std::int64_t> small = proxy_ ? proxy_->clip.count() : whole;
+    return whole && small ? std::min(*whole, *small) : whole;
+}
+
+void Projector::setProxy(const std::optional<PictureSize>& size)
+{
+    std::unique_ptr<Proxy> made;
+    if (size) {
+        made = std::make_unique<Proxy>(clip_.file(),
+                                       fmt::format("zscale=w={}:h={}:f=bilinear", size->width, size->height));
+    }
+    proxy_ = std::move(made);
+    clip_.forgetFrames();
+    last_.reset();
+}
+
+ClipFrames::Found Projector::frameAt(std::int64_t index)
+{
+    return proxy_ ? proxy_->clip.at(index) : clip_.at(index);
+}
+
+Image::Surface Projector::pictureOf(const ClipFrames::Found& found)
+{
+    return proxy_ ? proxy_->scene.picture(found) : scene_.picture(found);
+}
+
 Host::FrameFacts Projector::factsOf(const ClipFrames::Found& found) const
 {
     const Media::Rational rate = clip_.info().frameRate;
@@ -29,8 +60,7 @@ Host::FrameFacts Projector::factsOf(const ClipFrames::Found& found) const
 /// Whether the frame follows the last one, drawn with the same look.
 bool Projector::isNext(const Wish& wish) const
 {
-    return last_ && wish.frame == last_->frame + 1 && wish.version == last_->version &&
-           wish.proxy == last_->proxy;
+    return last_ && wish.frame == last_->frame + 1 && wish.version == last_->version;
 }
 
 /// Draws the frames before that the look reads.
@@ -39,14 +69,14 @@ void Projector::runUp(const Wish& wish, const Look& look)
     chain_.forgetFrames();
     const std::int64_t before = chain_.framesBefore(look);
     for (std::int64_t i = std::max<std::int64_t>(wish.frame - before, 0); i < wish.frame; ++i) {
-        const ClipFrames::Found found = clip_.at(i);
-        chain_.draw(look, scene_.picture(found, wish.proxy), factsOf(found), false);
+        const ClipFrames::Found found = frameAt(i);
+        chain_.draw(look, pictureOf(found), factsOf(found), false);
     }
 }
 
 void Projector::show(const Wish& wish, const Look& look)
 {
-    const bool isSamePicture = last_ && last_->frame == wish.frame && last_->proxy == wish.proxy;
+    const bool isSamePicture = last_ && last_->frame == wish.frame;
     times_ = {};
     if (isSamePicture && last_->version == wish.version) {
         return;
@@ -59,9 +89,9 @@ void Projector::show(const Wish& wish, const Look& look)
     }
     const Clock::time_point begin = Clock::now();
     if (!isSamePicture) {
-        shown_ = clip_.at(wish.frame);
+        shown_ = frameAt(wish.frame);
         times_.decode = millisecondsSince(begin);
-        before_ = scene_.picture(shown_, wish.proxy);
+        before_ = pictureOf(shown_);
     }
     after_ = chain_.draw(look, before_, factsOf(shown_), wish.measures);
     times_.draw = millisecondsSince(begin) - times_.decode;

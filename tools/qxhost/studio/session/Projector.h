@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 
 namespace Qx::Program::Studio {
@@ -20,7 +21,15 @@ public:
 
     ClipFrames& clip() { return clip_; }
     const ClipFrames& clip() const { return clip_; }
-    const Scene& scene() const { return scene_; }
+    /// For reading pictures back.
+    const Scene& scene() const { return proxy_ ? proxy_->scene : scene_; }
+
+    /// Frames of the clip; empty while that is not known.
+    std::optional<std::int64_t> count() const;
+
+    /// Draws frames of that size, which is less than the clip's, from now on; of the clip's own without one.
+    /// FFmpeg reduces them. Throws Failure (usage, input, device).
+    void setProxy(const std::optional<PictureSize>& size);
     ChainDrawing& chain() { return chain_; }
     const ChainDrawing& chain() const { return chain_; }
 
@@ -28,7 +37,6 @@ public:
     struct Wish
     {
         std::int64_t frame = 0;
-        std::optional<PictureSize> proxy;
         std::uint64_t version = 0; ///< of the look and what it is compiled to
         bool measures = false;     ///< the time of each step
     };
@@ -54,12 +62,27 @@ public:
     Image::Surface sample(ChainDrawing& chain, const Look& look, const PictureSize& size);
 
 private:
+    /// Smaller frames of the clip.
+    struct Proxy
+    {
+        Proxy(const std::filesystem::path& file, const std::string& filters)
+            : clip(file, filters), scene(clip)
+        {
+        }
+
+        ClipFrames clip;
+        Scene scene;
+    };
+
+    ClipFrames::Found frameAt(std::int64_t index);
+    Image::Surface pictureOf(const ClipFrames::Found& found);
     Host::FrameFacts factsOf(const ClipFrames::Found& found) const;
     bool isNext(const Wish& wish) const;
     void runUp(const Wish& wish, const Look& look);
 
     ClipFrames clip_;
     Scene scene_;
+    std::unique_ptr<Proxy> proxy_; ///< null: frames have their own size
     ChainDrawing chain_;
     ClipFrames::Found shown_;
     std::optional<Wish> last_; ///< that before_ and after_ show; empty if they show none

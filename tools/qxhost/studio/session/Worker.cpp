@@ -71,6 +71,7 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
       playback_(projector_.clip().info().isStill ? 0 : projector_.clip().info().frameRate.toDouble(),
                 projector_.clip().count()),
       device_(deviceName()),
+      isSoftware_(deviceIsSoftware()),
       start_(makeToken().substr(0, 16))
 {
     std::error_code error;
@@ -271,9 +272,8 @@ void Session::Worker::drawFrame()
     }
     std::string problem;
     try {
-        projector_.show(
-            {.frame = playback_.frame(), .proxy = proxy_, .version = drawVersion_, .measures = measures},
-            editor_.look());
+        projector_.show({.frame = playback_.frame(), .version = drawVersion_, .measures = measures},
+                        editor_.look());
     } catch (const Failure& failure) {
         problem = failure.what();
         playback_.pause();
@@ -282,7 +282,7 @@ void Session::Worker::drawFrame()
         problem_ = problem;
         changed();
     }
-    const std::optional<std::int64_t> count = projector_.clip().count();
+    const std::optional<std::int64_t> count = projector_.count();
     if (problem_.empty() && projector_.frame() < playback_.frame()) { // the clip is shorter than it says
         playback_.setCount(count);
         changed();
@@ -375,14 +375,32 @@ Pixels Session::Worker::against(const View& view, const PictureSize& size) const
         const bool isLarger = size.width <= own.width && size.height <= own.height;
         const HostPixels read =
             projector_.scene().bytes(isLarger ? Scene::shrunk(kept->picture, size) : kept->picture);
-        return resized(read.view, size.width, size.height);
+        const int n = isSoftware_ ? reductionFor(size) : 1;
+        const PictureSize whole = isSoftware_ ? pictureSize() : size;
+        return resized(read.view, whole.width / n, whole.height / n);
     }
-    return copyOf(projector_.scene().bytes(Scene::shrunk(projector_.before(), size)).view);
+    return pixelsOf(projector_.before(), size);
 }
 
 bool Session::Worker::isEditable(const LookLink& link) const
 {
     return link.kind == LookLink::Kind::effect && editable_.contains(link.file);
+}
+
+/// By how much pictures are reduced here for that size: to it, or to something somewhat larger, since a
+/// device that is the CPU takes longer to reduce a picture than the browser does.
+int Session::Worker::reductionFor(const PictureSize& size) const
+{
+    const PictureSize whole = pictureSize();
+    return std::max(1, std::min(whole.width / size.width, whole.height / size.height));
+}
+
+/// A picture in host memory at that size, or somewhat larger.
+Pixels Session::Worker::pixelsOf(const Image::Surface& picture, const PictureSize& size) const
+{
+    const Scene& scene = projector_.scene();
+    return isSoftware_ ? reduced(scene.bytes(picture).view, reductionFor(size))
+                       : copyOf(scene.bytes(Scene::shrunk(picture, size)).view);
 }
 
 void Session::Worker::sendPicture(Client& client, const std::string& kind)
@@ -396,20 +414,13 @@ void Session::Worker::sendPicture(Client& client, const std::string& kind)
         {1.0, view.place.width / (region.width * proxied), view.place.height / (region.height * proxied)});
     const PictureSize size{std::min(scaled(whole.width, scale), whole.width),
                            std::min(scaled(whole.height, scale), whole.height)};
-    const Region part = scaledRegion(region, scale * proxied, size);
 
     const Clock::time_point begin = Clock::now();
-    Pixels held;
-    HostPixels read;
-    PixelView shown;
-    if (kind != "before") {
-        read = projector_.scene().bytes(Scene::shrunk(projector_.after(), size));
-        shown = read.view.part(part);
-    }
-    if (kind == "before") {
-        held = against(view, size);
-        shown = held.view().part(part);
-    } else if (kind == "difference") {
+    Pixels held = kind == "before" ? against(view, size) : pixelsOf(projector_.after(), size);
+    const Region part =
+        scaledRegion(region, static_cast<double>(held.width) / info.width, {held.width, held.height});
+    PixelView shown = held.view().part(part);
+    if (kind == "difference") {
         const Pixels other = against(view, size);
         held = differenceOf(shown, other.view().part(part), view.times);
         shown = held.view();

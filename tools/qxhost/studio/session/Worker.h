@@ -137,6 +137,8 @@ private:
     void sendPictures(Client& client);
     void sendPicture(Client& client, const std::string& kind);
     Image::Surface surfaceOf(const std::string& kind) const;
+    int reductionFor(const PictureSize& size) const;
+    Pixels pixelsOf(const Image::Surface& picture, const PictureSize& size) const;
     Pixels against(const View& view, const PictureSize& size) const;
     const Still* still(std::int64_t id) const;
     PictureSize pictureSize() const;
@@ -218,6 +220,7 @@ private:
     ChainDrawing thumbnails_;
     Survey::Result drawable_;
     std::string device_;
+    const bool isSoftware_;
     std::string start_; ///< tells this start of the program from others
     bool isStateNew_ = false;
     std::int64_t toldFrame_ = -1;

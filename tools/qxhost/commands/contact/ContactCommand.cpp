@@ -106,11 +106,32 @@ std::vector<EffectRequest> cataloguedRequests()
     return requests;
 }
 
+/// What an effect needs beyond one picture; empty if nothing.
+std::string needsOf(const EffectRequest& request)
+{
+    if (!request.lut.empty()) {
+        return {};
+    }
+    for (const TechniqueUse& use : techniqueUses(*obtainEffect(request.file), effectPath(request.file))) {
+        if (request.technique.empty() || use.name == request.technique) {
+            return listed(use.needs);
+        }
+    }
+    return {};
+}
+
 /// A request's cell; or why there is none. A lost device ends everything.
 void drawCell(const ContactDrawing& drawing, const EffectRequest& request, std::vector<ContactCell>& cells,
               std::vector<LeftOut>& leftOut)
 {
     try {
+        if (const std::string needs = needsOf(request); !needs.empty()) {
+            leftOut.push_back(
+                {labelOf(request), fmt::format("{}: needs more than the frame: 'qxhost convert' "
+                                               "draws it with {}",
+                                               labelOf(request), needs)});
+            return;
+        }
         cells.push_back({labelOf(request), drawing.draw({request})});
     } catch (const Failure& failure) {
         if (failure.code() != ExitCode::effect) {

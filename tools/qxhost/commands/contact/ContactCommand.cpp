@@ -11,6 +11,7 @@
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
+#include "tools/qxhost/pipeline/output/SmallFile.h"
 
 #include <algorithm>
 #include <array>
@@ -185,6 +186,8 @@ ExitCode contact(const ContactOptions& options, Console& console)
     const HostSession host(conversion.device, &console);
     const bool isNamed = !options.effects.empty() || !options.luts.empty();
     const std::vector<EffectRequest> requests = isNamed ? namedRequests(options) : cataloguedRequests();
+    const std::shared_ptr<const Media::FileSet> kept = filesRead(options, requests);
+    checkWritable(conversion.output, conversion.force, kept);
     const ContactDrawing drawing(convertToMemory(conversion, console), options.layout);
     std::vector<ContactCell> cells{{"The frame itself", drawing.draw({})}};
     std::vector<LeftOut> leftOut;
@@ -201,7 +204,7 @@ ExitCode contact(const ContactOptions& options, Console& console)
     const std::string heading =
         conversion.readsStandardInput() ? "Standard input" : conversion.input.filename().string();
     const MemoryPicture sheet = drawSheet(cells, options.layout, heading, lastLineOf(leftOut));
-    writePicture(sheet, conversion.output, conversion.force, filesRead(options, requests));
+    writePicture(sheet, conversion.output, conversion.force, kept);
     for (const LeftOut& each : leftOut) {
         console.note("not drawn: " + each.why);
     }

@@ -400,6 +400,43 @@ TEST_F(LookFiles, that_are_missing_or_cut_anywhere_are_refused)
     }
 }
 
+TEST_F(LookFiles, that_are_damaged_anyhow_are_read_or_refused)
+{
+    const std::string text = lookText(manyThings(temporary_.path()), temporary_.path());
+    std::mt19937 random(3);
+    int refused = 0;
+    constexpr int rounds = 3000;
+    for (int round = 0; round < rounds; ++round) {
+        std::string damaged = text;
+        for (unsigned i = 0; i <= random() % 3; ++i) {
+            const std::size_t place = random() % damaged.size();
+            switch (random() % 3) {
+            case 0:
+                damaged[place] = static_cast<char>(random());
+                break;
+            case 1:
+                damaged.erase(place, random() % 20);
+                break;
+            default:
+                damaged.insert(place, text.substr(random() % text.size(), random() % 20));
+            }
+        }
+        try {
+            const Look look = readLookText(damaged, at("a.look.toml"));
+            for (const LookLink& link : look.links) {
+                static_cast<void>(effectRequest(link));
+            }
+            // What reads can be written, if names of the file system allow it.
+            EXPECT_NO_THROW(lookText(look, temporary_.path())) << damaged;
+        } catch (const Failure& failure) {
+            EXPECT_EQ(failure.code(), ExitCode::input) << failure.what();
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, rounds / 4);
+    EXPECT_LT(refused, rounds);
+}
+
 TEST(Looks, give_the_pipeline_the_steps_that_are_on)
 {
     const Look look = manyThings("/folder");

@@ -11,6 +11,7 @@
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/output/PictureOutput.h"
+#include "tools/qxhost/pipeline/output/SmallFile.h"
 
 #include <algorithm>
 #include <array>
@@ -106,11 +107,32 @@ std::vector<EffectRequest> cataloguedRequests()
     return requests;
 }
 
+/// What an effect needs beyond one picture; empty if nothing.
+std::string needsOf(const EffectRequest& request)
+{
+    if (!request.lut.empty()) {
+        return {};
+    }
+    for (const TechniqueUse& use : techniqueUses(*obtainEffect(request.file), effectPath(request.file))) {
+        if (request.technique.empty() || use.name == request.technique) {
+            return listed(use.needs);
+        }
+    }
+    return {};
+}
+
 /// A request's cell; or why there is none. A lost device ends everything.
 void drawCell(const ContactDrawing& drawing, const EffectRequest& request, std::vector<ContactCell>& cells,
               std::vector<LeftOut>& leftOut)
 {
     try {
+        if (const std::string needs = needsOf(request); !needs.empty()) {
+            leftOut.push_back(
+                {labelOf(request), fmt::format("{}: needs more than the frame: 'qxhost convert' "
+                                               "draws it with {}",
+                                               labelOf(request), needs)});
+            return;
+        }
         cells.push_back({labelOf(request), drawing.draw({request})});
     } catch (const Failure& failure) {
         if (failure.code() != ExitCode::effect) {
@@ -164,6 +186,8 @@ ExitCode contact(const ContactOptions& options, Console& console)
     const HostSession host(conversion.device, &console);
     const bool isNamed = !options.effects.empty() || !options.luts.empty();
     const std::vector<EffectRequest> requests = isNamed ? namedRequests(options) : cataloguedRequests();
+    const std::shared_ptr<const Media::FileSet> kept = filesRead(options, requests);
+    checkWritable(conversion.output, conversion.force, kept);
     const ContactDrawing drawing(convertToMemory(conversion, console), options.layout);
     std::vector<ContactCell> cells{{"The frame itself", drawing.draw({})}};
     std::vector<LeftOut> leftOut;
@@ -180,7 +204,7 @@ ExitCode contact(const ContactOptions& options, Console& console)
     const std::string heading =
         conversion.readsStandardInput() ? "Standard input" : conversion.input.filename().string();
     const MemoryPicture sheet = drawSheet(cells, options.layout, heading, lastLineOf(leftOut));
-    writePicture(sheet, conversion.output, conversion.force, filesRead(options, requests));
+    writePicture(sheet, conversion.output, conversion.force, kept);
     for (const LeftOut& each : leftOut) {
         console.note("not drawn: " + each.why);
     }

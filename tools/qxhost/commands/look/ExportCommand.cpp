@@ -10,6 +10,7 @@
 #include "tools/qxhost/pipeline/look/LookMapping.h"
 #include "tools/qxhost/pipeline/look/LookSteps.h"
 #include "tools/qxhost/pipeline/look/LookTable.h"
+#include "tools/qxhost/pipeline/output/SmallFile.h"
 
 #include <algorithm>
 #include <fmt/format.h>

@@ -3,9 +3,8 @@
 #include "Qx/Ptr.h"
 #include "host/luts/LUTReader.h"
 #include "host/luts/LUTSteps.h"
-#include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/pipeline/look/LookMapping.h"
+#include "tools/qxhost/pipeline/output/SmallFile.h"
 
 #include <algorithm>
 #include <cmath>
@@ -145,22 +144,6 @@ std::string cubeText(const LookTable& table, const std::string& title)
 std::string titleOf(const Look& look, const std::filesystem::path& file)
 {
     return look.about.empty() ? file.stem().string() : look.about;
-}
-
-void writeText(const std::filesystem::path& file, const std::string& text, bool replace,
-               const std::shared_ptr<const Media::FileSet>& kept)
-{
-    if (const Media::Status status = Media::OutputFile::writeWhole(file, text, replace, kept); !status) {
-        throw Failure(ExitCode::output, status.text());
-    }
-}
-
-void checkWritable(const std::filesystem::path& file, bool replace,
-                   const std::shared_ptr<const Media::FileSet>& kept)
-{
-    if (const auto out = Media::OutputFile::create(file, replace, kept); !out) {
-        throw Failure(ExitCode::output, out.text());
-    }
 }
 
 LookExport exportCube(const Look& look, int size, const std::filesystem::path& file, bool replace,

@@ -52,14 +52,6 @@ LookExport exportCube(const Look& look, int size, const std::filesystem::path& f
 /// What a file made of the look is called in it.
 std::string titleOf(const Look& look, const std::filesystem::path& file);
 
-/// Writes a file aside and renames it. Throws Failure (output).
-void writeText(const std::filesystem::path& file, const std::string& text, bool replace,
-               const std::shared_ptr<const Media::FileSet>& kept);
-
-/// Throws what writeText() would, before there is anything to write.
-void checkWritable(const std::filesystem::path& file, bool replace,
-                   const std::shared_ptr<const Media::FileSet>& kept);
-
 /// Colours that no table of usual sizes has as its points.
 const std::vector<DeepColour>& coloursBetween();
 

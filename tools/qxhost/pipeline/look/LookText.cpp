@@ -1,8 +1,7 @@
 #include "tools/qxhost/console/Failure.h"
-#include "tools/qxhost/media/files/Names.h"
-#include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/pipeline/look/LookFile.h"
 #include "tools/qxhost/pipeline/look/LookKeys.h"
+#include "tools/qxhost/pipeline/output/SmallFile.h"
 
 #include <algorithm>
 #include <charconv>
@@ -198,9 +197,7 @@ std::string lookText(const Look& look, const fs::path& folder)
 void writeLook(const Look& look, const fs::path& file, bool replace)
 {
     const std::string text = lookText(look, fs::absolute(file).parent_path());
-    if (const Media::Status status = Media::OutputFile::writeWhole(file, text, replace); !status) {
-        throw Failure(ExitCode::output, status.text());
-    }
+    writeText(file, text, replace, nullptr);
 }
 
 } // namespace Qx::Program

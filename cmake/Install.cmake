@@ -67,6 +67,16 @@ foreach(header IN LISTS headers)
 endforeach()
 install(FILES ${PROJECT_BINARY_DIR}/generated/Qx/Version.h DESTINATION ${QX_HEADER_DIR}/Qx COMPONENT development)
 
+# The component HostTests of the package: in a file of its own, since it needs GoogleTest.
+if(QX_HOST_TESTS)
+    install(TARGETS QxHostTests EXPORT QxFxResourcesHostTestsTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/tests/hosts/include/hosttests DESTINATION ${QX_HEADER_DIR}
+        COMPONENT development)
+    install(EXPORT QxFxResourcesHostTestsTargets NAMESPACE QxFxResources:: DESTINATION ${QX_PACKAGE_DIR}
+        COMPONENT development)
+endif()
+
 install(EXPORT QxFxResourcesTargets NAMESPACE QxFxResources:: DESTINATION ${QX_PACKAGE_DIR} COMPONENT development)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/QxFxResourcesConfig.cmake.in
     ${PROJECT_BINARY_DIR}/QxFxResourcesConfig.cmake INSTALL_DESTINATION ${QX_PACKAGE_DIR})

@@ -283,9 +283,9 @@ LightweightString<wchar_t> Qx::WStringFromInteger(long value)
 }
 LightweightString<wchar_t> getExtension(const Text& path)
 {
-    const std::wstring text(path.view());
-    const std::size_t dot = text.rfind(L'.');
-    return dot == std::wstring::npos ? Text() : Text(text.substr(dot + 1).c_str());
+    const std::wstring name(stripPath(path).view()); // a directory may have a dot, too
+    const std::size_t dot = name.rfind(L'.');
+    return dot == std::wstring::npos ? Text() : Text(name.substr(dot + 1).c_str());
 }
 LightweightString<wchar_t> stripPath(const Text& path)
 {

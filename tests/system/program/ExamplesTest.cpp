@@ -46,6 +46,17 @@ TEST_F(Examples, a_host_of_its_own_draws_a_technique)
     EXPECT_NE(libraries.out.find("libQxFxResources"), std::string::npos) << libraries.out;
 }
 
+#ifdef QX_HOST_TESTS
+TEST_F(Examples, a_host_of_its_own_passes_the_conformance_tests)
+{
+    builtByCMake("minimal-host");
+    const Outcome outcome = run({at("minimal-host/minimal-host-tests").string()});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+    EXPECT_NE(outcome.out.find("[       OK ] Locks.AreReEntrant"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("[  SKIPPED ] Fonts.Draw"), std::string::npos) << outcome.out;
+}
+#endif
+
 TEST_F(Examples, they_build_with_the_flags_of_pkg_config)
 {
     const std::string examples = std::string(QX_SOURCE_FOLDER) + "/examples/";

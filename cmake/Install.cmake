@@ -23,7 +23,7 @@ install(FILES ${PROJECT_BINARY_DIR}/reference/qxhost.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT program)
 # What users read, without what only developers do.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qxhost COMPONENT program
-    PATTERN decisions.md EXCLUDE PATTERN development.md EXCLUDE PATTERN mutation.md EXCLUDE)
+    PATTERN api-reference EXCLUDE PATTERN decisions.md EXCLUDE PATTERN development.md EXCLUDE PATTERN mutation.md EXCLUDE)
 # The host starts it; nobody else does.
 install(TARGETS qxfxc RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/qx COMPONENT program)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/shaders/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qx/shaders COMPONENT program
@@ -61,6 +61,7 @@ list(APPEND headers
     host/settings/Directories.h
     host/surfaces/FormatTable.h
     host/surfaces/RowGeometry.h)
+include(cmake/ApiReference.cmake) # describes the same headers
 foreach(header IN LISTS headers)
     cmake_path(GET header PARENT_PATH folder)
     install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${QX_HEADER_DIR}/${folder} COMPONENT development)

@@ -16,10 +16,11 @@ class iReclaimable;
 /// otherwise.
 namespace Qx::Host {
 
+/// What a program tells the host at its start.
 struct StartOptions
 {
-    int argc = 0; ///< as passed to main; StartEnv answers from them
-    const char* const* argv = nullptr;
+    int argc = 0;                      ///< as passed to main; StartEnv answers from them
+    const char* const* argv = nullptr; ///< as passed to main; may be null if argc is 0
 
     /// The GPU to use: its index or a part of its name. Null: the setting `device`; if that is not set, a GPU
     /// is preferred to a software device.
@@ -46,9 +47,9 @@ QX_HOST_API void stop(Shutdown::eExitType exitType = Shutdown::NormalExit);
 /// A command that can be invoked by name.
 struct CommandInfo
 {
-    LightweightString<char> name;
-    LightweightString<wchar_t> displayText;
-    LightweightString<wchar_t> description;
+    LightweightString<char> name;           ///< what runCommand() takes
+    LightweightString<wchar_t> displayText; ///< for menus
+    LightweightString<wchar_t> description; ///< for the user
 };
 
 /// Returns all commands in registration order.
@@ -60,6 +61,7 @@ QX_HOST_API bool runCommand(const char* name);
 /// The state of a background task.
 struct TaskInfo
 {
+    /// What became of a task so far.
     enum eState
     {
         Queued,
@@ -68,11 +70,11 @@ struct TaskInfo
         Failed
     };
 
-    LightweightString<char> id;
-    LightweightString<wchar_t> description;
-    eState state = Queued;
-    LightweightString<wchar_t> step; ///< current step
-    double fraction = 0;             ///< completed fraction, 0 to 1
+    LightweightString<char> id;             ///< as iBackgroundTask::getID()
+    LightweightString<wchar_t> description; ///< as iBackgroundTask::getDescription()
+    eState state = Queued;                  ///< at the time of the call
+    LightweightString<wchar_t> step;        ///< current step
+    double fraction = 0;                    ///< completed fraction, 0 to 1
 };
 
 /// Returns the tasks of the process-wide queue: those that are done and still listed, the running one, and
@@ -105,9 +107,9 @@ struct CacheInfo
     LightweightString<char> problem;   ///< why the directory cannot be used; empty if it can
     std::uint64_t limitBytes = 0;      ///< limit on the size of all files, from the setting `cache_mib`
     std::uint64_t effects = 0;         ///< number of compiled effects
-    std::uint64_t effectBytes = 0;
-    std::uint64_t pipelines = 0; ///< number of devices and drivers with stored pipelines
-    std::uint64_t pipelineBytes = 0;
+    std::uint64_t effectBytes = 0;     ///< size of their files
+    std::uint64_t pipelines = 0;       ///< number of devices and drivers with stored pipelines
+    std::uint64_t pipelineBytes = 0;   ///< size of their files
 };
 
 /// Reads the state of the disk cache.
@@ -132,6 +134,7 @@ QX_HOST_API void reportMemory();
 class QX_HOST_API WatchedThread
 {
 public:
+    /// Begins to watch. `name` is copied; `seconds` is the longest time between two reports.
     WatchedThread(const char* name, unsigned seconds);
     ~WatchedThread();
     WatchedThread(const WatchedThread&) = delete;

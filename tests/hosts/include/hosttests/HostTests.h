@@ -77,10 +77,11 @@ struct HostUnderTest
     /// Shuts the host down. Called by the last tests, once.
     std::function<void(Shutdown::eExitType)> shutDown;
 
+    /// A setting and its value.
     struct IntegerSetting
     {
-        std::string name;
-        int value = 0;
+        std::string name; ///< as config_int() takes it
+        int value = 0;    ///< as config_int() returns it
     };
     /// A setting that is set, and to what.
     std::optional<IntegerSetting> setting;

@@ -22,8 +22,8 @@ class Lock
 {
 public:
     virtual ~Lock() = default;
-    virtual void enter() = 0;
-    virtual void leave() = 0;
+    virtual void enter() = 0; ///< As CriticalSection::enter().
+    virtual void leave() = 0; ///< As CriticalSection::leave().
     /// Returns another handle to the same lock: a copy of the critical section.
     virtual std::unique_ptr<Lock> copy() = 0;
     /// Makes this a handle to the lock of `other`, which makeLock() or copy() of the same services returned.
@@ -35,8 +35,10 @@ class NotificationSource
 {
 public:
     virtual ~NotificationSource() = default;
-    virtual void addListener(Notifier::Listener listener, void* context) = 0;
+    virtual void addListener(Notifier::Listener listener, void* context) = 0; ///< As Notifier::addListener().
+    /// As Notifier::removeListener().
     virtual void removeListener(Notifier::Listener listener, void* context) = 0;
+    /// As Notifier::issueNotification() without flags.
     virtual void issueNotification(const NotifyMsg& message) = 0;
 };
 
@@ -63,6 +65,8 @@ class Services
 public:
     virtual ~Services() = default;
 
+    ///@{
+    /// As the function of platform/.
     virtual iOS& os();
     virtual std::unique_ptr<Lock> makeLock();
 
@@ -85,10 +89,13 @@ public:
     virtual LightweightString<wchar_t> resourceStrW(int resource);
     virtual LightweightString<wchar_t> stringFromFloat(double value, char decimals, bool keepTrailingZeros);
     virtual LightweightString<wchar_t> stringFromInteger(long value);
+    ///@}
 
     /// Writes with a format that takes an int, a double and a text, in this order.
     virtual void log(LogFunction function, const char* format, int number, double fraction, const char* text);
 
+    ///@{
+    /// As the function of platform/.
     virtual bool isRGB(Image::Format format);
     virtual bool isYUV(Image::Format format);
     virtual bool allocateHost(Image::Surface& surface);
@@ -113,6 +120,7 @@ public:
     virtual NotifyMsgType lutListChanged();
     virtual NotifyMsgType lookUpMessageType(const LightweightString<char>& name);
     virtual std::unique_ptr<NotificationSource> makeNotifier();
+    ///@}
 };
 
 } // namespace Qx::HostTests

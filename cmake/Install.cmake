@@ -10,7 +10,7 @@ set(QX_HEADER_DIR ${CMAKE_INSTALL_INCLUDEDIR}/qx)
 
 install(TARGETS qx_platform QxFxResources EXPORT QxFxResourcesTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
-install(TARGETS QxHost EXPORT QxFxResourcesTargets
+install(TARGETS QxHostGPU QxHostSurfaces QxHost EXPORT QxFxResourcesTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT host NAMELINK_COMPONENT development)
 install(TARGETS qxhost RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
 install(FILES ${PROJECT_BINARY_DIR}/reference/qxhost.1.gz
@@ -90,7 +90,7 @@ install(FILES ${PROJECT_BINARY_DIR}/QxFxResourcesConfig.cmake
 set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH QX_PKGCONFIG_TO_PREFIX ${CMAKE_INSTALL_PREFIX}/${pkgconfig_dir} ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" QX_PKGCONFIG_TO_PREFIX "${QX_PKGCONFIG_TO_PREFIX}")
-foreach(package qxfxresources qxhost)
+foreach(package qxfxresources qxhost qxhostgpu qxhostsurfaces)
     configure_file(${PROJECT_SOURCE_DIR}/cmake/${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 endforeach()

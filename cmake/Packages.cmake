@@ -113,12 +113,15 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
 # depend on. Until 1.0 any version may change the interface without a new soname: see docs/packages.md.
 set(control ${PROJECT_BINARY_DIR}/control)
 foreach(component LIBRARY HOST)
-    set(library QxFxResources)
+    set(libraries QxFxResources)
     if(component STREQUAL HOST)
-        set(library QxHost)
+        set(libraries QxHost QxHostGPU QxHostSurfaces)
     endif()
-    file(WRITE ${control}/${component}/shlibs
-        "lib${library} ${QX_SOVERSION} ${CPACK_DEBIAN_${component}_PACKAGE_NAME} (= ${version})\n")
+    file(WRITE ${control}/${component}/shlibs "")
+    foreach(library IN LISTS libraries)
+        file(APPEND ${control}/${component}/shlibs
+            "lib${library} ${QX_SOVERSION} ${CPACK_DEBIAN_${component}_PACKAGE_NAME} (= ${version})\n")
+    endforeach()
     file(WRITE ${control}/${component}/triggers "activate-noawait ldconfig\n")
     set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${control}/${component}/shlibs ${control}/${component}/triggers)
 endforeach()

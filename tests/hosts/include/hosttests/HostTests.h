@@ -1,6 +1,7 @@
 #pragma once
 
 #include <hosttests/Services.h>
+#include <platform/Api.h>
 #include <platform/Shutdown.h>
 
 #include <chrono>
@@ -103,6 +104,6 @@ struct HostUnderTest
 /// Returns 0 if every promise that was tested is kept. If a call of the host did not return within
 /// `patience`, ends the process with exit code 1 after the last test, because a thread still waits inside the
 /// host.
-int run(int argc, char** argv, const HostUnderTest& host);
+QX_LOCAL int run(int argc, char** argv, const HostUnderTest& host);
 
 } // namespace Qx::HostTests

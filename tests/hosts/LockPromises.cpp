@@ -46,7 +46,9 @@ bool excludes(const SharedLock& first, const SharedLock& second, int entries = 1
     while (!begun) {
         std::this_thread::yield();
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    for (int i = 0; i < 200 && !entered; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     const bool wasOut = !entered;
     for (int i = leavesBefore; i < entries; ++i) {
         first->leave();

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <latch>
 #include <limits>
 #include <thread>
 #include <vector>
@@ -125,10 +126,12 @@ void countersAreAtomic(const Kit& kit)
     constexpr std::uint32_t turns = 100'000;
     std::uint32_t counter = 0;
     std::array<std::vector<std::uint32_t>, 4> seen;
+    std::latch start(static_cast<std::ptrdiff_t>(seen.size()));
     std::vector<std::thread> threads;
     for (std::vector<std::uint32_t>& values : seen) {
-        threads.emplace_back([&kit, &counter, &values] {
+        threads.emplace_back([&kit, &counter, &values, &start] {
             values.reserve(turns);
+            start.arrive_and_wait(); // so that they count at the same time
             for (std::uint32_t i = 0; i < turns; ++i) {
                 values.push_back(atomicsOf(kit).atomicIncrement(counter));
             }

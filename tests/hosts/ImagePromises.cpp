@@ -1,5 +1,6 @@
 #include "Pixels.h"
 
+#include <platform/GPUService.h>
 #include <platform/GraphicPrimitives.h>
 
 #include <gtest/gtest.h>

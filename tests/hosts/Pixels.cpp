@@ -1,5 +1,7 @@
 #include "Pixels.h"
 
+#include <platform/GPUService.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>

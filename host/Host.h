@@ -5,8 +5,17 @@
 #include "platform/Shutdown.h"
 
 #include <cstdint>
+#include <functional>
+#include <string_view>
 
+class iClock;
+class iFileManager;
+class iGPUService;
+class iMessageService;
 class iReclaimable;
+class iSystemInformation;
+class iThreadService;
+class iUserService;
 
 /// Marks what the reference host exports to the program that embeds it, beside the platform's interfaces.
 #define QX_HOST_API __attribute__((visibility("default")))
@@ -15,6 +24,25 @@ class iReclaimable;
 /// The services themselves also work before and after that. All functions are thread-safe unless stated
 /// otherwise.
 namespace Qx::Host {
+
+/// Services of the program's own, each in the place of the host's: OS() returns them from start() on. Null:
+/// the host's own. A service must keep what its header in platform/ promises and live as long as the process.
+/// The allocator and the counters are the host's, since they work before start().
+struct OwnServices
+{
+    iGPUService* gpu = nullptr;                      ///< the host then opens no device
+    iFileManager* files = nullptr;                   ///< directories and files
+    iClock* clock = nullptr;                         ///< the time
+    iMessageService* messages = nullptr;             ///< messages to the user
+    iSystemInformation* systemInformation = nullptr; ///< memory and processors
+    iThreadService* threads = nullptr;               ///< sleeps
+    iUserService* users = nullptr;                   ///< the user's rights
+
+    /// Receives what Log() and LogBoth() write, and what the host logs, instead of the log file: the same
+    /// pieces of text in UTF-8, with their line ends. Called on any thread, one at a time. Must not log and
+    /// must not throw.
+    std::function<void(std::string_view text)> log{};
+};
 
 /// What a program tells the host at its start.
 struct StartOptions
@@ -31,6 +59,9 @@ struct StartOptions
 
     /// Create all pipelines when an effect is loaded. If false, create each on its first draw.
     bool effectsReadyWhenLoaded = true;
+
+    /// The program's own services in place of the host's.
+    OwnServices services{};
 };
 
 /// Configures the host: program arguments, debug output, device, and by variables of this process where the

@@ -15,14 +15,16 @@ namespace Qx {
 template <class T>
 struct HostAllocator
 {
-    using value_type = T;
+    using value_type = T; ///< the type of the elements
 
     HostAllocator() = default;
+    /// All instances are equal, so this copies nothing.
     template <class U>
     HostAllocator(const HostAllocator<U>&) noexcept // NOLINT(google-explicit-constructor): allocators convert
     {
     }
 
+    /// Returns room for n elements. Throws std::bad_alloc if out of memory.
     T* allocate(std::size_t n)
     {
         if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
@@ -34,8 +36,10 @@ struct HostAllocator
         throw std::bad_alloc();
     }
 
+    /// Frees what allocate() returned.
     void deallocate(T* block, std::size_t) noexcept { OS().allocator().deallocate(block); }
 
+    /// Always true.
     template <class U>
     friend bool operator==(const HostAllocator&, const HostAllocator<U>&) noexcept
     {

@@ -48,7 +48,7 @@ template <class CharT>
 class LightweightString
 {
 public:
-    using View = std::basic_string_view<CharT>;
+    using View = std::basic_string_view<CharT>; ///< a text that somebody else owns
 
     /// The capacity, the next power of two, must fit 32 bits.
     static constexpr std::uint32_t maxLength = 0x7fffffffU;
@@ -58,10 +58,11 @@ public:
     /// A null pointer or an empty text yields the null string.
     LightweightString(const CharT* s) { assign(s); } // NOLINT(google-explicit-constructor): texts are strings
 
-    explicit LightweightString(View text) { append(text.data(), text.size()); }
+    explicit LightweightString(View text) { append(text.data(), text.size()); } ///< Copies the text.
 
-    LightweightString& operator=(const CharT* s) { return assign(s); }
+    LightweightString& operator=(const CharT* s) { return assign(s); } ///< As assign().
 
+    /// Replaces the text by a copy of a null-terminated one. A null pointer yields the null string.
     LightweightString& assign(const CharT* s)
     {
         const std::size_t n = lengthOf(s);
@@ -116,10 +117,14 @@ public:
         return *this;
     }
 
+    /// Appends a text. A null pointer appends nothing.
     LightweightString& operator+=(const CharT* s) { return append(s, lengthOf(s)); }
+    /// Appends a text.
     LightweightString& operator+=(const LightweightString& s) { return append(s.c_str(), s.length()); }
 
+    /// Returns both texts, one after the other.
     LightweightString operator+(const CharT* s) const { return concatenated(s, lengthOf(s)); }
+    /// Returns both texts, one after the other.
     LightweightString operator+(const LightweightString& s) const
     {
         return concatenated(s.c_str(), s.length());
@@ -127,12 +132,12 @@ public:
 
     /// Never null: the null string yields a static empty text.
     const CharT* c_str() const noexcept { return buffer_ ? buffer_->text : emptyText; }
-    std::uint32_t length() const noexcept { return buffer_ ? buffer_->length : 0; }
+    std::uint32_t length() const noexcept { return buffer_ ? buffer_->length : 0; } ///< in characters
 
     /// Returns the number of characters that fit the buffer, including the terminator; 0 without a buffer.
     std::uint32_t capacity() const noexcept { return buffer_ ? buffer_->capacity : 0; }
-    bool empty() const noexcept { return length() == 0; }
-    View view() const noexcept { return View(c_str(), length()); }
+    bool empty() const noexcept { return length() == 0; }          ///< Whether the text has no characters.
+    View view() const noexcept { return View(c_str(), length()); } ///< valid until the string changes
 
     /// Returns the characters for writing after resizeFor(), or null for the null string. The buffer must not
     /// be shared.
@@ -150,6 +155,7 @@ public:
     {
         return a.view() == b.view();
     }
+    /// Compares code unit by code unit.
     friend bool operator<(const LightweightString& a, const LightweightString& b) noexcept
     {
         return a.view() < b.view();

@@ -16,14 +16,14 @@ class LightweightVector
 public:
     LightweightVector() : shared_(makePtr<Shared>()) {}
 
-    std::size_t size() const noexcept { return shared_->items.size(); }
-    bool empty() const noexcept { return shared_->items.empty(); }
-    void push_back(T item) { shared_->items.push_back(std::move(item)); }
-    void clear() noexcept { Vector<T>().swap(shared_->items); } ///< also frees the storage
+    std::size_t size() const noexcept { return shared_->items.size(); }   ///< number of items
+    bool empty() const noexcept { return shared_->items.empty(); }        ///< whether there are none
+    void push_back(T item) { shared_->items.push_back(std::move(item)); } ///< appends an item
+    void clear() noexcept { Vector<T>().swap(shared_->items); }           ///< also frees the storage
 
-    const T& operator[](std::size_t i) const noexcept { return shared_->items[i]; }
-    auto begin() const noexcept { return shared_->items.cbegin(); }
-    auto end() const noexcept { return shared_->items.cend(); }
+    const T& operator[](std::size_t i) const noexcept { return shared_->items[i]; } ///< i less than size()
+    auto begin() const noexcept { return shared_->items.cbegin(); }                 ///< the first item
+    auto end() const noexcept { return shared_->items.cend(); }                     ///< behind the last item
 
 private:
     struct Shared : iObject

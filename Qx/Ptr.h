@@ -17,11 +17,13 @@ namespace Qx {
 /// Reference counting with a counter inside the object.
 struct InternalCounting
 {
+    /// Returns the counter inside the object.
     template <class T>
     static std::uint32_t* attach(T* object) noexcept
     {
         return &object->referenceCount();
     }
+    /// Deletes the object.
     template <class T>
     static void destroy(std::uint32_t*, T* object) noexcept
     {
@@ -32,6 +34,7 @@ struct InternalCounting
 /// Reference counting with a separately allocated counter.
 struct ExternalCounting
 {
+    /// Allocates the counter. Deletes the object and throws std::bad_alloc if out of memory.
     template <class T>
     static std::uint32_t* attach(T* object)
     {
@@ -42,6 +45,7 @@ struct ExternalCounting
         }
         return new (word) std::uint32_t(0);
     }
+    /// Deletes the object and frees the counter.
     template <class T>
     static void destroy(std::uint32_t* count, T* object) noexcept
     {
@@ -61,6 +65,7 @@ class Ptr
 {
 public:
     Ptr() noexcept = default;
+    /// An empty pointer.
     Ptr(std::nullptr_t) noexcept {} // NOLINT(google-explicit-constructor): null is a handle like any other
 
     /// Shares ownership of an object: increments its count. With external counting, deletes the object and
@@ -70,7 +75,9 @@ public:
         incRef();
     }
 
+    /// Shares the object: increments its count.
     Ptr(const Ptr& other) noexcept : count_(other.count_), object_(other.object_) { incRef(); }
+    /// Takes the reference over; `other` becomes empty.
     Ptr(Ptr&& other) noexcept
         : count_(std::exchange(other.count_, nullptr)), object_(std::exchange(other.object_, nullptr))
     {
@@ -87,6 +94,7 @@ public:
 
     ~Ptr() { decRef(); }
 
+    /// Shares the object of `other`, and releases the old one.
     Ptr& operator=(const Ptr& other) noexcept // NOLINT(bugprone-unhandled-self-assignment): handled first
     {
         if (object_ == other.object_ && count_ == other.count_) {
@@ -96,12 +104,14 @@ public:
         return *this;
     }
 
+    /// Takes the reference of `other` over, and releases the old one.
     Ptr& operator=(Ptr&& other) noexcept
     {
         Ptr(std::move(other)).swap(*this);
         return *this;
     }
 
+    /// Exchanges two pointers; no count changes.
     void swap(Ptr& other) noexcept
     {
         std::swap(count_, other.count_);
@@ -111,12 +121,14 @@ public:
     /// Releases the reference and leaves this pointer empty.
     void reset() noexcept { decRef(); }
 
-    T* get() const noexcept { return object_; }
-    T* operator->() const noexcept { return object_; }
-    T& operator*() const noexcept { return *object_; }
-    explicit operator bool() const noexcept { return object_ != nullptr; }
+    T* get() const noexcept { return object_; }                            ///< the object, or null
+    T* operator->() const noexcept { return object_; }                     ///< the object; not null
+    T& operator*() const noexcept { return *object_; }                     ///< the object; not null
+    explicit operator bool() const noexcept { return object_ != nullptr; } ///< whether there is an object
 
+    /// Whether both refer to one object.
     friend bool operator==(const Ptr& a, const Ptr& b) noexcept { return a.object_ == b.object_; }
+    /// Whether there is no object.
     friend bool operator==(const Ptr& a, std::nullptr_t) noexcept { return a.object_ == nullptr; }
 
     /// Returns whether this pointer is the only owner. If so, writes by former owners are visible to the

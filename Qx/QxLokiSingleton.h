@@ -33,6 +33,7 @@ template <class T>
 class LokiSingleton
 {
 public:
+    /// What holds the object.
     using Holder = Loki::SingletonHolder<T, Loki::CreateUsingNew, Loki::DeletableSingleton>;
 
     /// Returns the object, creating it if necessary.

@@ -6,9 +6,10 @@ namespace Qx {
 template <class T>
 struct XY
 {
-    T x{};
-    T y{};
+    T x{}; ///< width, or the distance from the left
+    T y{}; ///< height, or the distance from the top
 
+    /// Compares all members.
     friend bool operator==(const XY&, const XY&) = default;
 };
 

@@ -19,8 +19,8 @@ public:
 
 protected:
     InternalRefCount() = default;
-    InternalRefCount(const InternalRefCount&) noexcept {}
-    InternalRefCount& operator=(const InternalRefCount&) noexcept { return *this; }
+    InternalRefCount(const InternalRefCount&) noexcept {} ///< A copy has a count of its own, 0.
+    InternalRefCount& operator=(const InternalRefCount&) noexcept { return *this; } ///< Each keeps its count.
     ~InternalRefCount() = default;
 
 private:
@@ -33,16 +33,22 @@ class QX_PLATFORM_API iObject : public virtual InternalRefCount
 {
 public:
     iObject() = default;
+    /// The copy has a count of its own.
     iObject(const iObject&) = default;
+    /// Each keeps its count.
     iObject& operator=(const iObject&) = default;
     virtual ~iObject() = default;
 
+    /// Allocates from the host. Throws std::bad_alloc if out of memory.
     static void* operator new(std::size_t bytes) { return allocate(bytes, alignof(std::max_align_t)); }
+    /// Allocates from the host, aligned. Throws std::bad_alloc if out of memory.
     static void* operator new(std::size_t bytes, std::align_val_t alignment)
     {
         return allocate(bytes, static_cast<std::size_t>(alignment));
     }
+    /// Returns the block to the host.
     static void operator delete(void* block) noexcept { OS().allocator().deallocate(block); }
+    /// Returns the block to the host.
     static void operator delete(void* block, std::align_val_t) noexcept
     {
         OS().allocator().deallocate(block);

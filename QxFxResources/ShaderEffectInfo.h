@@ -18,7 +18,9 @@ namespace Qx::FxResources {
 struct QX_API ShaderEffectInfo
 {
     ShaderEffectInfo() = default;
+    /// Shares the lock, and takes references to the effect and the strings.
     ShaderEffectInfo(const ShaderEffectInfo& other) noexcept;
+    /// As the copy constructor. The lock becomes that of `other`.
     ShaderEffectInfo& operator=(const ShaderEffectInfo& other) noexcept;
     ~ShaderEffectInfo() = default;
 

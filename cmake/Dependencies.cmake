@@ -71,9 +71,15 @@ if(QX_STUDIO AND NOT studio_found)
     message(FATAL_ERROR "QX_STUDIO: a package is missing; install libboost-dev and libturbojpeg0-dev")
 endif()
 
+# The conformance tests for hosts are tests in the form of GoogleTest.
+find_package(GTest QUIET)
+option(QX_HOST_TESTS "Build the conformance tests for hosts" ${GTest_FOUND})
+if(QX_HOST_TESTS AND NOT GTest_FOUND)
+    message(FATAL_ERROR "QX_HOST_TESTS: GTest is not found; install libgtest-dev")
+endif()
+
 # The program needs none of what tests and benchmarks need.
 if(QX_BUILD_TESTS OR QX_BUILD_BENCHMARKS)
-    find_package(GTest QUIET)
     find_package(PNG QUIET)
     find_package(benchmark QUIET)
     if(NOT GTest_FOUND OR NOT PNG_FOUND OR NOT benchmark_FOUND)

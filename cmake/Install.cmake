@@ -10,7 +10,7 @@ set(QX_HEADER_DIR ${CMAKE_INSTALL_INCLUDEDIR}/qx)
 
 install(TARGETS qx_platform QxFxResources EXPORT QxFxResourcesTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
-install(TARGETS QxHost EXPORT QxFxResourcesTargets
+install(TARGETS QxHostGPU QxHostSurfaces QxHost EXPORT QxFxResourcesTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT host NAMELINK_COMPONENT development)
 install(TARGETS qxhost RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
 install(FILES ${PROJECT_BINARY_DIR}/reference/qxhost.1.gz
@@ -23,7 +23,7 @@ install(FILES ${PROJECT_BINARY_DIR}/reference/qxhost.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT program)
 # What users read, without what only developers do.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qxhost COMPONENT program
-    PATTERN decisions.md EXCLUDE PATTERN development.md EXCLUDE PATTERN mutation.md EXCLUDE)
+    PATTERN api-reference EXCLUDE PATTERN decisions.md EXCLUDE PATTERN development.md EXCLUDE PATTERN mutation.md EXCLUDE)
 # The host starts it; nobody else does.
 install(TARGETS qxfxc RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/qx COMPONENT program)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/shaders/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qx/shaders COMPONENT program
@@ -61,11 +61,22 @@ list(APPEND headers
     host/settings/Directories.h
     host/surfaces/FormatTable.h
     host/surfaces/RowGeometry.h)
+include(cmake/ApiReference.cmake) # describes the same headers
 foreach(header IN LISTS headers)
     cmake_path(GET header PARENT_PATH folder)
     install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${QX_HEADER_DIR}/${folder} COMPONENT development)
 endforeach()
 install(FILES ${PROJECT_BINARY_DIR}/generated/Qx/Version.h DESTINATION ${QX_HEADER_DIR}/Qx COMPONENT development)
+
+# The component HostTests of the package: in a file of its own, since it needs GoogleTest.
+if(QX_HOST_TESTS)
+    install(TARGETS QxHostTests EXPORT QxFxResourcesHostTestsTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/tests/hosts/include/hosttests DESTINATION ${QX_HEADER_DIR}
+        COMPONENT development)
+    install(EXPORT QxFxResourcesHostTestsTargets NAMESPACE QxFxResources:: DESTINATION ${QX_PACKAGE_DIR}
+        COMPONENT development)
+endif()
 
 install(EXPORT QxFxResourcesTargets NAMESPACE QxFxResources:: DESTINATION ${QX_PACKAGE_DIR} COMPONENT development)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/QxFxResourcesConfig.cmake.in
@@ -79,7 +90,7 @@ install(FILES ${PROJECT_BINARY_DIR}/QxFxResourcesConfig.cmake
 set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH QX_PKGCONFIG_TO_PREFIX ${CMAKE_INSTALL_PREFIX}/${pkgconfig_dir} ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" QX_PKGCONFIG_TO_PREFIX "${QX_PKGCONFIG_TO_PREFIX}")
-foreach(package qxfxresources qxhost)
+foreach(package qxfxresources qxhost qxhostgpu qxhostsurfaces)
     configure_file(${PROJECT_SOURCE_DIR}/cmake/${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 endforeach()

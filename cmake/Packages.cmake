@@ -79,9 +79,12 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library host)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libloki-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "qxhost (= ${version})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libgtest-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "GPU image services for video editing (development files)
 Headers of QxFxResources and of its reference host, and what CMake and
-pkg-config need to find both.")
+pkg-config need to find both.
+.
+The conformance tests for hosts of one's own need libgtest-dev.")
 
 math(EXPR python_after "${Python3_VERSION_MINOR} + 1")
 set(CPACK_DEBIAN_MLT_PACKAGE_NAME mlt-qxfx)
@@ -110,12 +113,15 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
 # depend on. Until 1.0 any version may change the interface without a new soname: see docs/packages.md.
 set(control ${PROJECT_BINARY_DIR}/control)
 foreach(component LIBRARY HOST)
-    set(library QxFxResources)
+    set(libraries QxFxResources)
     if(component STREQUAL HOST)
-        set(library QxHost)
+        set(libraries QxHost QxHostGPU QxHostSurfaces)
     endif()
-    file(WRITE ${control}/${component}/shlibs
-        "lib${library} ${QX_SOVERSION} ${CPACK_DEBIAN_${component}_PACKAGE_NAME} (= ${version})\n")
+    file(WRITE ${control}/${component}/shlibs "")
+    foreach(library IN LISTS libraries)
+        file(APPEND ${control}/${component}/shlibs
+            "lib${library} ${QX_SOVERSION} ${CPACK_DEBIAN_${component}_PACKAGE_NAME} (= ${version})\n")
+    endforeach()
     file(WRITE ${control}/${component}/triggers "activate-noawait ldconfig\n")
     set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${control}/${component}/shlibs ${control}/${component}/triggers)
 endforeach()

@@ -13,6 +13,7 @@
 template <std::size_t Limit>
 struct SizeLimit
 {
+    /// Whether a new entry evicts one.
     static constexpr bool isReached(std::size_t entries) { return entries >= Limit; }
 };
 
@@ -41,6 +42,7 @@ public:
     class Result : public iObject
     {
     public:
+        /// For the cache alone, which counts the use.
         Result(Qx::Ptr<State> cache, Value value, Key key)
             : cache_(std::move(cache)), value_(std::move(value)), key_(std::move(key))
         {
@@ -54,8 +56,8 @@ public:
             }
         }
 
-        const Value& value() const { return value_; }
-        const Key& key() const { return key_; }
+        const Value& value() const { return value_; } ///< the value, as long as the handle lives
+        const Key& key() const { return key_; }       ///< the key that it was asked for by
 
     private:
         Qx::Ptr<State> cache_;

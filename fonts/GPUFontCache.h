@@ -16,6 +16,7 @@ struct FontDefinition
     float size = 0;                  ///< em size in pixels; rounded toward zero when the font is created
     std::uint8_t style = 0;          ///< iFont::eStyle; other bits only distinguish keys
 
+    /// The order of a cache, of no other meaning.
     friend bool operator<(const FontDefinition& a, const FontDefinition& b) noexcept
     {
         // std::weak_order also orders NaN; a map needs a strict weak ordering.

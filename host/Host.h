@@ -5,8 +5,17 @@
 #include "platform/Shutdown.h"
 
 #include <cstdint>
+#include <functional>
+#include <string_view>
 
+class iClock;
+class iFileManager;
+class iGPUService;
+class iMessageService;
 class iReclaimable;
+class iSystemInformation;
+class iThreadService;
+class iUserService;
 
 /// Marks what the reference host exports to the program that embeds it, beside the platform's interfaces.
 #define QX_HOST_API __attribute__((visibility("default")))
@@ -16,10 +25,30 @@ class iReclaimable;
 /// otherwise.
 namespace Qx::Host {
 
+/// Services of the program's own, each in the place of the host's: OS() returns them from start() on. Null:
+/// the host's own. A service must keep what its header in platform/ promises and live as long as the process.
+/// The allocator and the counters are the host's, since they work before start().
+struct OwnServices
+{
+    iGPUService* gpu = nullptr;                      ///< the host then opens no device
+    iFileManager* files = nullptr;                   ///< directories and files
+    iClock* clock = nullptr;                         ///< the time
+    iMessageService* messages = nullptr;             ///< messages to the user
+    iSystemInformation* systemInformation = nullptr; ///< memory and processors
+    iThreadService* threads = nullptr;               ///< sleeps
+    iUserService* users = nullptr;                   ///< the user's rights
+
+    /// Receives what Log() and LogBoth() write, and what the host logs, instead of the log file: the same
+    /// pieces of text in UTF-8, with their line ends. Called on any thread, one at a time. Must not log and
+    /// must not throw.
+    std::function<void(std::string_view text)> log{};
+};
+
+/// What a program tells the host at its start.
 struct StartOptions
 {
-    int argc = 0; ///< as passed to main; StartEnv answers from them
-    const char* const* argv = nullptr;
+    int argc = 0;                      ///< as passed to main; StartEnv answers from them
+    const char* const* argv = nullptr; ///< as passed to main; may be null if argc is 0
 
     /// The GPU to use: its index or a part of its name. Null: the setting `device`; if that is not set, a GPU
     /// is preferred to a software device.
@@ -30,6 +59,9 @@ struct StartOptions
 
     /// Create all pipelines when an effect is loaded. If false, create each on its first draw.
     bool effectsReadyWhenLoaded = true;
+
+    /// The program's own services in place of the host's.
+    OwnServices services{};
 };
 
 /// Configures the host: program arguments, debug output, device, and by variables of this process where the
@@ -46,9 +78,9 @@ QX_HOST_API void stop(Shutdown::eExitType exitType = Shutdown::NormalExit);
 /// A command that can be invoked by name.
 struct CommandInfo
 {
-    LightweightString<char> name;
-    LightweightString<wchar_t> displayText;
-    LightweightString<wchar_t> description;
+    LightweightString<char> name;           ///< what runCommand() takes
+    LightweightString<wchar_t> displayText; ///< for menus
+    LightweightString<wchar_t> description; ///< for the user
 };
 
 /// Returns all commands in registration order.
@@ -60,6 +92,7 @@ QX_HOST_API bool runCommand(const char* name);
 /// The state of a background task.
 struct TaskInfo
 {
+    /// What became of a task so far.
     enum eState
     {
         Queued,
@@ -68,11 +101,11 @@ struct TaskInfo
         Failed
     };
 
-    LightweightString<char> id;
-    LightweightString<wchar_t> description;
-    eState state = Queued;
-    LightweightString<wchar_t> step; ///< current step
-    double fraction = 0;             ///< completed fraction, 0 to 1
+    LightweightString<char> id;             ///< as iBackgroundTask::getID()
+    LightweightString<wchar_t> description; ///< as iBackgroundTask::getDescription()
+    eState state = Queued;                  ///< at the time of the call
+    LightweightString<wchar_t> step;        ///< current step
+    double fraction = 0;                    ///< completed fraction, 0 to 1
 };
 
 /// Returns the tasks of the process-wide queue: those that are done and still listed, the running one, and
@@ -105,9 +138,9 @@ struct CacheInfo
     LightweightString<char> problem;   ///< why the directory cannot be used; empty if it can
     std::uint64_t limitBytes = 0;      ///< limit on the size of all files, from the setting `cache_mib`
     std::uint64_t effects = 0;         ///< number of compiled effects
-    std::uint64_t effectBytes = 0;
-    std::uint64_t pipelines = 0; ///< number of devices and drivers with stored pipelines
-    std::uint64_t pipelineBytes = 0;
+    std::uint64_t effectBytes = 0;     ///< size of their files
+    std::uint64_t pipelines = 0;       ///< number of devices and drivers with stored pipelines
+    std::uint64_t pipelineBytes = 0;   ///< size of their files
 };
 
 /// Reads the state of the disk cache.
@@ -132,6 +165,7 @@ QX_HOST_API void reportMemory();
 class QX_HOST_API WatchedThread
 {
 public:
+    /// Begins to watch. `name` is copied; `seconds` is the longest time between two reports.
     WatchedThread(const char* name, unsigned seconds);
     ~WatchedThread();
     WatchedThread(const WatchedThread&) = delete;

@@ -57,7 +57,7 @@ public:
     /// another empties the cache first.
     Qx::Ptr<iGPUImage3D> load(const LightweightString<wchar_t>& path) noexcept;
 
-    static constexpr std::size_t cacheLimit = 5;
+    static constexpr std::size_t cacheLimit = 5; ///< entries from which on a new one evicts one
 
     /// Empties the cache. LUTs in use remain valid.
     void purge() noexcept override;

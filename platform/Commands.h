@@ -6,17 +6,17 @@
 /// A text of the user interface: a literal, or a string resource by number.
 struct UIString
 {
-    static constexpr int noResource = 999999;
+    static constexpr int noResource = 999999; ///< `resource` of a literal
 
-    LightweightString<wchar_t> text;
-    int resource = noResource;
+    LightweightString<wchar_t> text; ///< the literal; used if there is no resource
+    int resource = noResource;       ///< number for resourceStrW()
 };
 
 /// A key binding. The default is no key.
 struct MapItem
 {
-    int key = 0;
-    int modifiers = 0;
+    int key = 0;       ///< code of the key; 0 is none
+    int modifiers = 0; ///< bits of the keys that are held; 0 is none
 };
 
 /// Where a command is available.
@@ -32,8 +32,9 @@ enum eCmdScope
 class QX_PLATFORM_API CommandRegistrar
 {
 public:
-    using Handler = void (*)();
+    using Handler = void (*)(); ///< What a command does.
 
+    /// Registers the command.
     CommandRegistrar(const char* name, Handler handler, const UIString& displayText,
                      const UIString& description, eCmdScope scope, const MapItem& binding);
     ~CommandRegistrar();

@@ -9,7 +9,8 @@ class QX_PLATFORM_API CriticalSection
 {
 public:
     CriticalSection();
-    CriticalSection(const CriticalSection& other);
+    CriticalSection(const CriticalSection& other); ///< Another handle to the same lock.
+    /// Becomes a handle to the lock of `other`, and drops its own.
     CriticalSection& operator=(const CriticalSection& other);
     ~CriticalSection();
 
@@ -27,6 +28,7 @@ private:
 class CriticalSectionScope
 {
 public:
+    /// Enters; blocks as enter() does.
     explicit CriticalSectionScope(const CriticalSection& section) : section_(section) { section_.enter(); }
     ~CriticalSectionScope() { section_.leave(); }
     CriticalSectionScope(const CriticalSectionScope&) = delete;

@@ -10,11 +10,12 @@
 class QX_PLATFORM_API iFileManager
 {
 public:
+    /// An entry of a directory.
     struct DirectoryItem
     {
         LightweightString<wchar_t> name; ///< without the directory
         std::uint64_t size = 0;          ///< in bytes
-        bool isDirectory = false;
+        bool isDirectory = false;        ///< whether it is a directory
 
         /// A different value whenever the contents that the file stands for may have changed. For an effect
         /// file this covers the files that it includes. Only equality is meaningful.

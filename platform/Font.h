@@ -17,6 +17,7 @@
 class QX_PLATFORM_API iFont : public iObject
 {
 public:
+    /// Flags of createFont(). They may be combined.
     enum eStyle
     {
         Bold = 1,

@@ -24,6 +24,7 @@ class QX_PLATFORM_API iGPUResource : public iObject
 class QX_PLATFORM_API iGPUImage : public iGPUResource
 {
 public:
+    /// The depth of an image.
     enum eFormat
     {
         eARGB8 = 0,        ///< 8 bits per component
@@ -32,8 +33,8 @@ public:
                            ///< each of r, g, b
     };
 
-    virtual XY<int> getSize() const = 0; ///< in texels
-    virtual eFormat getFormat() const = 0;
+    virtual XY<int> getSize() const = 0;          ///< in texels
+    virtual eFormat getFormat() const = 0;        ///< as created
     virtual unsigned getBitsPerTexel() const = 0; ///< 32 or 64
 
     /// Returns a renderer that draws into this image, or an empty pointer if the image is not a render
@@ -46,15 +47,16 @@ public:
 class QX_PLATFORM_API iHostImage : public iObject
 {
 public:
+    /// What map() is for.
     enum eAccess
     {
         Read,  ///< blocks until the device has finished writing this image
         Write, ///< blocks until the device has finished reading and writing it
     };
 
-    virtual XY<int> getSize() const = 0; ///< in texels
-    virtual iGPUImage::eFormat getFormat() const = 0;
-    virtual std::size_t getPitch() const = 0; ///< bytes per row
+    virtual XY<int> getSize() const = 0;              ///< in texels
+    virtual iGPUImage::eFormat getFormat() const = 0; ///< as created
+    virtual std::size_t getPitch() const = 0;         ///< bytes per row
 
     /// Blocks as `access` says and returns the address of the first row, or null if the device is lost. The
     /// address is valid for the lifetime of the image. Call map() again before accessing the memory after the
@@ -74,9 +76,9 @@ struct TableDomain
 class QX_PLATFORM_API iHostImage3D : public iObject
 {
 public:
-    virtual int getSize() const = 0; ///< entries along each axis
-    virtual const float* getData() const = 0;
-    virtual float* getData() = 0;
+    virtual int getSize() const = 0;          ///< entries along each axis
+    virtual const float* getData() const = 0; ///< the first entry; valid as long as the image
+    virtual float* getData() = 0;             ///< the first entry; valid as long as the image
 
     /// Returns the colours of the first and last entries. The default is 0 to 1.
     virtual TableDomain getDomain() const { return {}; }
@@ -86,7 +88,7 @@ public:
 class QX_PLATFORM_API iGPUImage3D : public iGPUResource
 {
 public:
-    virtual int getSize() const = 0;
+    virtual int getSize() const = 0; ///< entries along each axis
 
     /// Returns the domain of the host image that this image was uploaded from. Shaders see the entries only,
     /// so the caller passes the domain to the effect.

@@ -16,7 +16,7 @@
 class QX_PLATFORM_API iGPUService
 {
 public:
-    using Definitions = Qx::Vector<iShaderEffect::CompilerDefinition>;
+    using Definitions = Qx::Vector<iShaderEffect::CompilerDefinition>; ///< macros for the compiler, in order
 
     /// Compiles all techniques of an effect file. Blocks until the compilation has finished. Returns an empty
     /// pointer if any of them fails to compile, and at once for an empty path, which names no file: the

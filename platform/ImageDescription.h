@@ -12,22 +12,21 @@ namespace Qx::Image {
 class FrameDescription
 {
 public:
-    TransparencyType getTransparency() const { return transparency_; }
-    void setTransparency(TransparencyType v) { transparency_ = v; }
-    /// Width of a pixel over its height.
-    float getPixelAspect() const { return pixelAspect_; }
-    void setPixelAspect(float v) { pixelAspect_ = v; }
-    Raster getRaster() const { return raster_; }
-    void setRaster(Raster v) { raster_ = v; }
-    /// 1 if the picture repeats the previous one.
-    std::uint8_t getRepeated() const { return repeated_; }
-    void setRepeated(std::uint8_t v) { repeated_ = v; }
+    TransparencyType getTransparency() const { return transparency_; } ///< the meaning of alpha
+    void setTransparency(TransparencyType v) { transparency_ = v; }    ///< See getTransparency().
+    float getPixelAspect() const { return pixelAspect_; }              ///< width of a pixel over its height
+    void setPixelAspect(float v) { pixelAspect_ = v; }                 ///< See getPixelAspect().
+    Raster getRaster() const { return raster_; }                       ///< the lines that it consists of
+    void setRaster(Raster v) { raster_ = v; }                          ///< See getRaster().
+    std::uint8_t getRepeated() const { return repeated_; } ///< 1 if the picture repeats the previous one
+    void setRepeated(std::uint8_t v) { repeated_ = v; }    ///< See getRepeated().
 
-    std::uint32_t frameNumber = 0;
+    std::uint32_t frameNumber = 0;        ///< in the clip, from 0
     std::uint32_t frameRateNumerator = 0; ///< frames per second are numerator / denominator; 0 / 0 is unknown
-    std::uint32_t frameRateDenominator = 0;
-    bool dropFrame = false; ///< the time code uses drop-frame counting (SMPTE ST 12-1)
+    std::uint32_t frameRateDenominator = 0; ///< see the numerator
+    bool dropFrame = false;                 ///< the time code uses drop-frame counting (SMPTE ST 12-1)
 
+    /// Compares all members.
     friend bool operator==(const FrameDescription&, const FrameDescription&) = default;
 
 private:
@@ -41,22 +40,24 @@ private:
 class SignalDescription
 {
 public:
-    Polarity getPolarity() const { return polarity_; }
-    void setPolarity(Polarity v) { polarity_ = v; }
-    ColourSpace getColourSpace() const { return colourSpace_; }
-    void setColourSpace(ColourSpace v) { colourSpace_ = v; }
-    GamutScaling getGamutScaling() const { return gamutScaling_; }
-    void setGamutScaling(GamutScaling v) { gamutScaling_ = v; }
+    Polarity getPolarity() const { return polarity_; }             ///< the field order
+    void setPolarity(Polarity v) { polarity_ = v; }                ///< See getPolarity().
+    ColourSpace getColourSpace() const { return colourSpace_; }    ///< the matrix of YCrCb
+    void setColourSpace(ColourSpace v) { colourSpace_ = v; }       ///< See getColourSpace().
+    GamutScaling getGamutScaling() const { return gamutScaling_; } ///< the range of codes
+    void setGamutScaling(GamutScaling v) { gamutScaling_ = v; }    ///< See getGamutScaling().
+
     /// 1 if colour space and gamut scaling were guessed and not read from the material.
     std::uint8_t getGuessed() const { return guessed_; }
-    void setGuessed(std::uint8_t v) { guessed_ = v; }
+    void setGuessed(std::uint8_t v) { guessed_ = v; } ///< See getGuessed().
 
     /// Code points of Rec. ITU-T H.273, tables 2, 3 and 4. 2 is unspecified.
     std::uint32_t colourPrimaries = 2;
-    std::uint32_t transferCharacteristics = 2;
-    std::uint32_t matrixCoefficients = 2;
-    bool interlacedChroma = false; ///< chroma is subsampled within each field
+    std::uint32_t transferCharacteristics = 2; ///< table 3
+    std::uint32_t matrixCoefficients = 2;      ///< table 4
+    bool interlacedChroma = false;             ///< chroma is subsampled within each field
 
+    /// Compares all members.
     friend bool operator==(const SignalDescription&, const SignalDescription&) = default;
 
 private:
@@ -69,9 +70,10 @@ private:
 /// Both records. They are copied together when a surface is derived from another.
 struct ImageDescriptions
 {
-    FrameDescription frame;
-    SignalDescription signal;
+    FrameDescription frame;   ///< the picture in time
+    SignalDescription signal; ///< the video signal
 
+    /// Compares all members.
     friend bool operator==(const ImageDescriptions&, const ImageDescriptions&) = default;
 };
 
@@ -82,22 +84,24 @@ class Data
 {
 public:
     Data() = default;
+    /// All other members have their defaults.
     Data(std::uint32_t w, std::uint32_t h, Format f, std::uint16_t perComponent, std::uint16_t perPixel)
         : width(w), height(h), bitsPerComponent(perComponent), bitsPerPixel(perPixel), format(f)
     {
     }
 
-    Format getDataFormat() const { return format; }
-    std::uint16_t getBitsPerComponent() const { return bitsPerComponent; }
+    Format getDataFormat() const { return format; }                        ///< as `format`
+    std::uint16_t getBitsPerComponent() const { return bitsPerComponent; } ///< as `bitsPerComponent`
 
-    std::uint32_t width = 0;  ///< in pixels
-    std::uint32_t height = 0; ///< in lines
-    std::uint16_t bitsPerComponent = 0;
-    std::uint16_t bitsPerPixel = 0; ///< 0: derived from the format
-    Format format = UnknownFormat;
-    std::uint8_t topDown = 1;   ///< 1: the first row in memory is the top line of the picture
-    std::uint32_t rowPitch = 0; ///< bytes from one row to the next; 0: rows have no padding
+    std::uint32_t width = 0;            ///< in pixels
+    std::uint32_t height = 0;           ///< in lines
+    std::uint16_t bitsPerComponent = 0; ///< 1 to 16
+    std::uint16_t bitsPerPixel = 0;     ///< 0: derived from the format
+    Format format = UnknownFormat;      ///< the pixel format
+    std::uint8_t topDown = 1;           ///< 1: the first row in memory is the top line of the picture
+    std::uint32_t rowPitch = 0;         ///< bytes from one row to the next; 0: rows have no padding
 
+    /// Compares all members.
     friend bool operator==(const Data&, const Data&) = default;
 };
 

@@ -97,6 +97,6 @@ enum class TransparencyType : std::uint32_t
 
 /// Returns whether a format is RGB, or YCrCb, in any component order. Both return false for an unknown code.
 QX_PLATFORM_API bool isRGB(Format format);
-QX_PLATFORM_API bool isYUV(Format format);
+QX_PLATFORM_API bool isYUV(Format format); ///< As isRGB(), for YCrCb.
 
 } // namespace Qx::Image

@@ -22,7 +22,7 @@ namespace Qx {
 class QX_PLATFORM_API ErrorLogLogger
 {
 public:
-    static bool loggingEnabled_;
+    static bool loggingEnabled_; ///< whether the lines are printed
 };
 
 } // namespace Qx

@@ -7,10 +7,12 @@
 class QX_PLATFORM_API iMessageService
 {
 public:
+    /// The buttons of a message.
     enum eButtons
     {
         OkButton = 1
     };
+    /// How grave a message is.
     enum eSeverity
     {
         Information = 1,

@@ -10,8 +10,9 @@
 /// The type of a notification.
 struct NotifyMsgType
 {
-    std::uint32_t id = 0;
+    std::uint32_t id = 0; ///< 0 is no type
 
+    /// Compares all members.
     friend bool operator==(const NotifyMsgType&, const NotifyMsgType&) = default;
 };
 
@@ -19,7 +20,7 @@ struct NotifyMsgType
 class QX_PLATFORM_API NotifyMsgTypeDictionary
 {
 public:
-    static NotifyMsgTypeDictionary& instance();
+    static NotifyMsgTypeDictionary& instance(); ///< Returns the dictionary of the process.
 
     /// Returns the type that is reserved for changes of the list of LUTs.
     NotifyMsgType lutListChanged() const;
@@ -32,14 +33,15 @@ public:
 /// The message that a listener receives.
 struct NotifyMsg
 {
-    NotifyMsgType type;
-    LightweightString<wchar_t> text;
+    NotifyMsgType type;              ///< what has happened
+    LightweightString<wchar_t> text; ///< about it; may be empty
 };
 
 /// A source of notifications. Thread-safe.
 class QX_PLATFORM_API Notifier
 {
 public:
+    /// What is called with a message. `context` is that of addListener().
     using Listener = void (*)(void* context, const NotifyMsg& message);
 
     Notifier();

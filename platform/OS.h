@@ -31,15 +31,15 @@ class iUserService;
 class QX_PLATFORM_API iOS
 {
 public:
-    virtual iAllocator& allocator() = 0;
-    virtual iAtomics& atomics() = 0;
-    virtual iClock& clock() = 0;
-    virtual iFileManager& files() = 0;
-    virtual iGPUService& gpu() = 0;
-    virtual iMessageService& messages() = 0;
-    virtual iSystemInformation& systemInformation() = 0;
-    virtual iThreadService& threads() = 0;
-    virtual iUserService& users() = 0;
+    virtual iAllocator& allocator() = 0;                 ///< memory; never destroyed
+    virtual iAtomics& atomics() = 0;                     ///< counters; never destroyed
+    virtual iClock& clock() = 0;                         ///< the time
+    virtual iFileManager& files() = 0;                   ///< directories and files
+    virtual iGPUService& gpu() = 0;                      ///< the device; fails once it is shut down
+    virtual iMessageService& messages() = 0;             ///< messages to the user
+    virtual iSystemInformation& systemInformation() = 0; ///< memory and processors
+    virtual iThreadService& threads() = 0;               ///< sleeps
+    virtual iUserService& users() = 0;                   ///< the user's rights
 
 protected:
     ~iOS() = default;

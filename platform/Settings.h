@@ -7,6 +7,7 @@
 class QX_PLATFORM_API iSettings
 {
 public:
+    /// Whose settings and data.
     enum eType
     {
         User = 0,    ///< per user

@@ -35,20 +35,21 @@ public:
     /// A macro that is defined before the first line of an effect.
     struct CompilerDefinition
     {
-        LightweightString<char> name;
-        LightweightString<char> value;
+        LightweightString<char> name;  ///< an identifier
+        LightweightString<char> value; ///< what replaces it; may be empty
     };
 
     /// One bound input.
     struct Source
     {
+        /// Binds `input` under a name, with the whole picture as its rectangle.
         Source(const LightweightString<char>& inputName, Qx::Ptr<iGPUResource> input)
             : resource(std::move(input)), name(inputName)
         {
         }
 
-        Qx::Ptr<iGPUResource> resource;
-        LightweightString<char> name; ///< name of the effect's texture parameter
+        Qx::Ptr<iGPUResource> resource; ///< the input
+        LightweightString<char> name;   ///< name of the effect's texture parameter
 
         /// Left, top, right, bottom: the normalised rectangle of the input that maps to the whole target.
         std::array<float, 4> texCoords{0.0F, 0.0F, 1.0F, 1.0F};

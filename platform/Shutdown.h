@@ -6,13 +6,14 @@
 class QX_PLATFORM_API Shutdown
 {
 public:
+    /// Why the host shuts down.
     enum eExitType
     {
         NormalExit = 0,
         FatalExit = 1, ///< after an error; the process ends regardless
     };
 
-    using Callback = void (*)(eExitType);
+    using Callback = void (*)(eExitType); ///< What is called at the shutdown, on the thread that shuts down.
 
     /// Registers a callback for the host's shutdown. Each registration is called once. Callbacks run in
     /// descending order; equal orders run in the reverse order of registration. The task queue is closed

@@ -32,6 +32,8 @@ public:
     void init(unsigned width, unsigned height, Format format, bool bottomUp, unsigned short bitsPerComponent,
               unsigned short bitsPerPixel, unsigned short rowPitch);
 
+    ///@{
+    /// A number of the description.
     std::uint32_t getWidth() const { return data_.width; }
     std::uint32_t getHeight() const { return data_.height; }
     Format getDataFormat() const { return data_.format; }
@@ -39,7 +41,10 @@ public:
     std::uint16_t getBitsPerPixel() const { return data_.bitsPerPixel; }
     std::uint32_t getRowPitch() const { return data_.rowPitch; } ///< bytes from one row to the next
     bool isTopDown() const { return data_.topDown != 0; }
+    ///@}
 
+    ///@{
+    /// Replaces a number of the description. Pixels that the surface has stay as they are.
     void setWidth(std::uint32_t v) { data_.width = v; }
     void setHeight(std::uint32_t v) { data_.height = v; }
     void setDataFormat(Format v) { data_.format = v; }
@@ -47,7 +52,10 @@ public:
     void setBitsPerPixel(std::uint16_t v) { data_.bitsPerPixel = v; }
     void setRowPitch(std::uint32_t v) { data_.rowPitch = v; }
     void setTopDown(bool v) { data_.topDown = v ? 1 : 0; }
+    ///@}
 
+    ///@{
+    /// The whole description, or a part of it. Pixels stay as they are.
     const Core::Data& getData() const { return data_; }
     void setData(const Core::Data& data) { data_ = data; }
 
@@ -57,7 +65,10 @@ public:
     const SignalDescription& signal() const { return descriptions_.signal; }
     const ImageDescriptions& getDescriptions() const { return descriptions_; }
     void setDescriptions(const ImageDescriptions& descriptions) { descriptions_ = descriptions; }
+    ///@}
 
+    ///@{
+    /// An attribute of the two records.
     ColourSpace getColourSpace() const { return descriptions_.signal.getColourSpace(); }
     void setColourSpace(ColourSpace v) { descriptions_.signal.setColourSpace(v); }
     GamutScaling getGamutScaling() const { return descriptions_.signal.getGamutScaling(); }
@@ -66,13 +77,16 @@ public:
     void setPolarity(Polarity v) { descriptions_.signal.setPolarity(v); }
     TransparencyType getTransparency() const { return descriptions_.frame.getTransparency(); }
     void setTransparency(TransparencyType v) { descriptions_.frame.setTransparency(v); }
+    ///@}
 
     /// Returns the GPU image, or an empty pointer.
     Qx::Ptr<iGPUImage> getGPUSurface() const { return gpuImage_; }
+    /// Replaces the GPU image. The description stays as it is.
     void setGPUSurface(Qx::Ptr<iGPUImage> image) { gpuImage_ = std::move(image); }
 
     /// Returns the host image, or an empty pointer.
     Qx::Ptr<iHostImage> getHostImage() const { return hostImage_; }
+    /// Replaces the host image. The description stays as it is.
     void setHostImage(Qx::Ptr<iHostImage> image) { hostImage_ = std::move(image); }
 
     /// Allocates host memory for the rows of the description and releases a GPU image. The contents are

@@ -8,5 +8,5 @@ class QX_PLATFORM_API SystemWatchdog
 public:
     /// Suspends the watchdog for the calling thread until the matching endLifeSupport(). Pairs nest.
     static void beginLifeSupport();
-    static void endLifeSupport();
+    static void endLifeSupport(); ///< Ends what the last beginLifeSupport() of this thread began.
 };

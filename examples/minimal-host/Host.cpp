@@ -1,40 +1,28 @@
-// Every function and service of platform/ that the library refers to, as little as it needs. What is not
-// offered (fonts, LUTs, messages) fails as platform/ says that it may.
+// The services of this host, as little as the library needs. What is not offered (fonts, LUTs, messages)
+// fails as platform/ says that it may. Log.cpp and Platform.cpp have the rest of what the library refers to.
 
+#include "Host.h"
 #include "Pictures.h"
 
 #include <platform/Allocator.h>
 #include <platform/Atomics.h>
-#include <platform/BackgroundTasks.h>
 #include <platform/Clock.h>
-#include <platform/Commands.h>
-#include <platform/CriticalSection.h>
 #include <platform/CubeLUT.h>
 #include <platform/FileManager.h>
 #include <platform/ImageConverter.h>
 #include <platform/Log.h>
 #include <platform/Messages.h>
-#include <platform/Notifications.h>
 #include <platform/OS.h>
 #include <platform/Settings.h>
-#include <platform/Shutdown.h>
-#include <platform/StartEnv.h>
 #include <platform/Surface.h>
 #include <platform/SystemInformation.h>
-#include <platform/SystemWatchdog.h>
 #include <platform/Text.h>
 #include <platform/Threads.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
-#include <mutex>
-#include <string>
-#include <string_view>
 #include <thread>
-#include <vector>
 
 using Text = LightweightString<wchar_t>;
 
@@ -195,41 +183,6 @@ iOS& OS()
     return services;
 }
 
-// Locks: a copy is another handle to the same lock, which its thread may take again.
-
-class CriticalSection::Impl
-{
-public:
-    std::recursive_mutex mutex;
-    std::atomic<int> handles{1};
-};
-
-CriticalSection::CriticalSection() : impl_(new Impl) {}
-CriticalSection::CriticalSection(const CriticalSection& other) : impl_(other.impl_)
-{
-    ++impl_->handles;
-}
-CriticalSection& CriticalSection::operator=(const CriticalSection& other)
-{
-    CriticalSection copy(other);
-    std::swap(impl_, copy.impl_);
-    return *this;
-}
-CriticalSection::~CriticalSection()
-{
-    if (--impl_->handles == 0) {
-        delete impl_;
-    }
-}
-void CriticalSection::enter() const
-{
-    impl_->mutex.lock();
-}
-void CriticalSection::leave() const
-{
-    impl_->mutex.unlock();
-}
-
 // Settings
 
 LightweightString<wchar_t> getShadersDir()
@@ -249,91 +202,6 @@ int config_int(const char*, int defaultValue)
     return defaultValue;
 }
 void getDirectoryContents(const Text&, const Text&, Qx::Vector<Text>&, unsigned) {}
-
-// Texts and paths
-
-LightweightString<char> toUTF8(const Text& text) // of ASCII, which is all that this host says
-{
-    std::string narrow;
-    for (const wchar_t character : text.view()) {
-        narrow += static_cast<char>(character);
-    }
-    return LightweightString<char>(std::string_view(narrow));
-}
-LightweightString<wchar_t> fromUTF8(const LightweightString<char>& text)
-{
-    const std::wstring wide(text.view().begin(), text.view().end());
-    return wide.c_str();
-}
-LightweightString<wchar_t> resourceStrW(int)
-{
-    return {};
-}
-LightweightString<wchar_t> bytesAsString(unsigned long bytes, bool)
-{
-    return (std::to_wstring(bytes) + L" bytes").c_str();
-}
-LightweightString<wchar_t> Qx::WStringFromFloat(double value, char, bool)
-{
-    return std::to_wstring(value).c_str();
-}
-LightweightString<wchar_t> Qx::WStringFromInteger(long value)
-{
-    return std::to_wstring(value).c_str();
-}
-LightweightString<wchar_t> getExtension(const Text& path)
-{
-    const std::wstring text(path.view());
-    const std::size_t dot = text.rfind(L'.');
-    return dot == std::wstring::npos ? Text() : Text(text.substr(dot + 1).c_str());
-}
-LightweightString<wchar_t> stripPath(const Text& path)
-{
-    const std::wstring text(path.view());
-    return text.substr(text.rfind(L'/') + 1).c_str();
-}
-LightweightString<wchar_t> joinPaths(const Text& directory, const Text& name)
-{
-    std::wstring path(directory.view());
-    if (!path.empty() && path.back() != L'/') {
-        path += L'/';
-    }
-    return (path + std::wstring(name.view())).c_str();
-}
-
-// The log goes to standard error.
-
-namespace {
-
-void logLine(const char* format, std::va_list arguments)
-{
-    std::vfprintf(stderr, format, arguments);
-}
-
-} // namespace
-
-void vexo_printf(const char* format, ...)
-{
-    std::va_list arguments;
-    va_start(arguments, format);
-    logLine(format, arguments);
-    va_end(arguments);
-}
-void Log(const char* format, ...)
-{
-    std::va_list arguments;
-    va_start(arguments, format);
-    logLine(format, arguments);
-    va_end(arguments);
-}
-void LogBoth(const char* format, ...)
-{
-    std::va_list arguments;
-    va_start(arguments, format);
-    logLine(format, arguments);
-    va_end(arguments);
-}
-bool Qx::ErrorLogLogger::loggingEnabled_ = false;
 
 // Surfaces: A R G B of 8 bits alone.
 
@@ -417,98 +285,4 @@ Qx::Ptr<iHostImage3D> CubeLUT::load(const Text&)
 }
 void CubeLUT::getSupportedFileTypes(Qx::Vector<Text>&) {}
 
-// Life cycle
-
-StartEnv& StartEnv::programEnv()
-{
-    static StartEnv environment;
-    return environment;
-}
-int StartEnv::arg(const wchar_t* name) const
-{
-    return std::wstring_view(name) == L"-transcode" ? 1 : 0; // effects are compiled when they are asked for
-}
-
-namespace {
-
-std::vector<Shutdown::Callback>& shutdownCallbacks()
-{
-    static auto& callbacks = *new std::vector<Shutdown::Callback>;
-    return callbacks;
-}
-
-} // namespace
-
-void Shutdown::addCallback(Callback callback, int)
-{
-    shutdownCallbacks().push_back(callback);
-}
-void stopHost()
-{
-    while (!shutdownCallbacks().empty()) { // one may add others
-        const Shutdown::Callback callback = shutdownCallbacks().back();
-        shutdownCallbacks().pop_back();
-        callback(Shutdown::NormalExit);
-    }
-}
-void SystemWatchdog::beginLifeSupport() {}
-void SystemWatchdog::endLifeSupport() {}
-CommandRegistrar::CommandRegistrar(const char* name, Handler, const UIString&, const UIString&, eCmdScope,
-                                   const MapItem&)
-    : name_(name)
-{
-}
-CommandRegistrar::~CommandRegistrar() = default;
-
-// Background tasks are dropped, as by a closed queue: what they would compile is compiled when it is asked
-// for.
-
-namespace {
-
-class TaskLog final : public iTaskLog
-{
-public:
-    void setStep(const Text&, int) override {}
-    void setProgress(const Text&, double) override {}
-};
-
-class Queue final : public UIBackgroundTasksQueue
-{
-public:
-    void queue(Qx::Ptr<iBackgroundTask>, bool) override {}
-};
-
-} // namespace
-
-BackgroundTaskBase::BackgroundTaskBase() : log_(Qx::makePtr<TaskLog>()) {}
-BackgroundTaskBase::~BackgroundTaskBase() = default;
-BackgroundTaskQueueBase::eTaskStatus BackgroundTaskQueueBase::getCurrentTaskStatus()
-{
-    return Running;
-}
-UIBackgroundTasksQueue& UIBackgroundTasksQueue::instance()
-{
-    static auto& only = *new Queue;
-    return only;
-}
-
-// Notifications: nobody listens.
-
-Notifier::Notifier() = default;
-Notifier::~Notifier() = default;
-void Notifier::addListener(Listener, void*) {}
-void Notifier::removeListener(Listener, void*) {}
-void Notifier::issueNotification(const NotifyMsg&, int) const {}
-NotifyMsgTypeDictionary& NotifyMsgTypeDictionary::instance()
-{
-    static NotifyMsgTypeDictionary dictionary;
-    return dictionary;
-}
-NotifyMsgType NotifyMsgTypeDictionary::lutListChanged() const
-{
-    return {1};
-}
-NotifyMsgType NotifyMsgTypeDictionary::lookUp(const LightweightString<char>&)
-{
-    return {2};
-}
+void endServices() {} // they have nothing that must end

@@ -1,13 +1,13 @@
 // The library on a host of its own: a picture through the technique "Negative" of the effect "negative.fx".
 
+#include "Host.h"
+
 #include <QxFxResources/Manager.h>
 #include <image/TechniqueApplication.h>
 #include <platform/OS.h>
 #include <platform/Surface.h>
 
 #include <cstdio>
-
-void stopHost();
 
 int main()
 {

@@ -12,7 +12,7 @@ namespace Qx::Host {
 /// A line of a diagnostic suite, with its category and test.
 struct TestLine
 {
-    static constexpr int noTest = -1;
+    static constexpr int noTest = -1; ///< `test` of a line outside all tests
 
     std::string text; ///< UTF-8, without a line end
     int category = 0; ///< see LoggerBase
@@ -31,7 +31,7 @@ public:
     void endTests() override { test_ = TestLine::noTest; }
     void endTest() override { ++test_; }
 
-    const std::vector<TestLine>& lines() const { return lines_; }
+    const std::vector<TestLine>& lines() const { return lines_; } ///< all lines so far, in order
 
 private:
     std::function<void(const TestLine&)> listener_;

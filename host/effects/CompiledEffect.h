@@ -27,7 +27,7 @@ struct CompiledEffect
     /// Each entry is one float4, so that the layout is the same in C++ and in the shader.
     struct SystemUniforms
     {
-        static constexpr std::size_t maxTexCoords = 8;
+        static constexpr std::size_t maxTexCoords = 8; ///< TEXCOORD0 to TEXCOORD7
 
         /// x, y: the top left corner of the drawn area in the target, in pixels; z, w: 1 / its size.
         std::array<float, 4> area{0.0F, 0.0F, 1.0F, 1.0F};
@@ -47,6 +47,7 @@ struct CompiledEffect
         std::array<float, 2> size{}; ///< width and height in texels
     };
 
+    /// The type of a component of a parameter.
     enum class ScalarType : std::uint8_t
     {
         Float,
@@ -67,10 +68,11 @@ struct CompiledEffect
         ShaderNumber,   ///< nobody: its default has chosen the shader of a pass
     };
 
+    /// A note that the file gives to a parameter, a texture or a technique.
     struct Annotation
     {
-        std::string type; ///< as written: "string", "float", "int", "bool"
-        std::string name;
+        std::string type;  ///< as written: "string", "float", "int", "bool"
+        std::string name;  ///< its name in the file
         std::string value; ///< text without its quotes, or the number as written
     };
 
@@ -78,20 +80,20 @@ struct CompiledEffect
     /// buffer.
     struct Parameter
     {
-        std::string name;
-        ScalarType type = ScalarType::Float;
-        std::uint32_t rows = 1;     ///< more than 1 for matrices
-        std::uint32_t columns = 1;  ///< components of a scalar or vector, columns of a matrix
-        std::uint32_t elements = 0; ///< of an array; 0 if it is not one
-        std::uint32_t offset = 0;   ///< in the uniform buffer, in bytes
+        std::string name;                    ///< its name in the file
+        ScalarType type = ScalarType::Float; ///< of a component
+        std::uint32_t rows = 1;              ///< more than 1 for matrices
+        std::uint32_t columns = 1;           ///< components of a scalar or vector, columns of a matrix
+        std::uint32_t elements = 0;          ///< of an array; 0 if it is not one
+        std::uint32_t offset = 0;            ///< in the uniform buffer, in bytes
         std::uint32_t bytes = 0; ///< its size there, including padding between array elements and matrix rows
         std::vector<std::byte>
             defaultValue; ///< `bytes` bytes, laid out as in the uniform buffer; zeros without one
-        Semantic semantic = Semantic::None;
-        std::string semanticName;    ///< as written; empty without one
-        std::string semanticTexture; ///< the texture of a texture semantic
-        std::string place;           ///< "c4": the register that the file gives it; it has no effect
-        std::vector<Annotation> annotations;
+        Semantic semantic = Semantic::None;  ///< who sets it
+        std::string semanticName;            ///< as written; empty without one
+        std::string semanticTexture;         ///< the texture of a texture semantic
+        std::string place;                   ///< "c4": the register that the file gives it; it has no effect
+        std::vector<Annotation> annotations; ///< in the file's order
     };
 
     /// A component of a texture that passes draw into.
@@ -107,12 +109,12 @@ struct CompiledEffect
     /// How large a texture that passes draw into is.
     struct TargetSize
     {
-        static constexpr std::uint32_t whole = 65536;
+        static constexpr std::uint32_t whole = 65536; ///< a ratio of 1
 
-        std::uint32_t width = 0; ///< in texels; 0: by the ratio
-        std::uint32_t height = 0;
+        std::uint32_t width = 0;      ///< in texels; 0: by the ratio
+        std::uint32_t height = 0;     ///< in texels; 0: by the ratio
         std::uint32_t ratioX = whole; ///< of the caller's target, in 65536ths
-        std::uint32_t ratioY = whole;
+        std::uint32_t ratioY = whole; ///< as ratioX, of the height
     };
 
     /// A texture that the effect declares, or what a sampler without a texture reads: that has the sampler's
@@ -121,16 +123,17 @@ struct CompiledEffect
     {
         static constexpr std::uint32_t mostLevels = 16; ///< of a side of 32768 texels
 
-        std::string name;     ///< the name that iShaderEffect::Source::name binds
-        std::string semantic; ///< as written; empty without one
-        std::vector<Annotation> annotations;
-        TargetSize targetSize{}; ///< if a pass draws into it
-        TargetFormat targetFormat = TargetFormat::Same;
+        std::string name;                               ///< the name that iShaderEffect::Source::name binds
+        std::string semantic;                           ///< as written; empty without one
+        std::vector<Annotation> annotations;            ///< in the file's order
+        TargetSize targetSize{};                        ///< if a pass draws into it
+        TargetFormat targetFormat = TargetFormat::Same; ///< if a pass draws into it
         /// How many levels samplers read, its own size included, and fewer where one texel is reached before.
         /// The host makes them: each texel is the average of four of the level above.
         std::uint32_t levels = 1;
     };
 
+    /// How a sampler reads between texels.
     enum class Filter : std::uint8_t
     {
         Point,
@@ -143,6 +146,7 @@ struct CompiledEffect
         Point, ///< the nearest one
         Linear ///< mixes two
     };
+    /// What a sampler reads outside a texture.
     enum class Address : std::uint8_t
     {
         Clamp,
@@ -151,11 +155,12 @@ struct CompiledEffect
         Border
     };
 
+    /// One sampler of the effect.
     struct Sampler
     {
-        static constexpr std::uint32_t noRegister = 0xFFFFFFFF;
+        static constexpr std::uint32_t noRegister = 0xFFFFFFFF; ///< the file gives it no register
 
-        std::string name;
+        std::string name;                         ///< its name in the file
         std::uint32_t texture = 0;                ///< index into textures
         std::uint32_t registerIndex = noRegister; ///< N of its register(sN), or its texture's tN
         std::uint32_t dimensions = 2;             ///< of its texture: 2, or 3 for a volume
@@ -163,8 +168,8 @@ struct CompiledEffect
         Filter filter =
             Filter::Point;   ///< of a sampler with a Mip the shaders filter: the device takes points
         Mip mip = Mip::None; ///< another only if its texture has levels
-        Address addressU = Address::Clamp;
-        Address addressV = Address::Clamp;
+        Address addressU = Address::Clamp; ///< across
+        Address addressV = Address::Clamp; ///< down
     };
 
     /// A pass whose fragments draw packed texels: each writes 16 bytes of the target, several neighbouring
@@ -187,16 +192,17 @@ struct CompiledEffect
         /// Bits of a component, 8 or 16.
         struct Depths
         {
-            std::uint32_t source = 0;
-            std::uint32_t target = 0;
+            std::uint32_t source = 0; ///< of what it reads
+            std::uint32_t target = 0; ///< of what it draws into
 
+            /// Compares all members.
             friend bool operator==(const Depths&, const Depths&) = default;
 
-            bool areMixed() const { return source != target; }
+            bool areMixed() const { return source != target; } ///< whether they differ
         };
 
-        Depths depths;
-        std::vector<std::uint32_t> spirv;
+        Depths depths;                         ///< for which the shader is
+        std::vector<std::uint32_t> spirv;      ///< a module of one entry point, "main"
         std::vector<std::uint32_t> samplers;   ///< as in Pass
         std::vector<std::uint32_t> texelBytes; ///< of each sampler that is a buffer
         std::vector<std::uint32_t> rows;       ///< of the uniform buffer, by the location of the input
@@ -205,9 +211,10 @@ struct CompiledEffect
         /// whole of a texture of the target's size.
         std::vector<std::uint32_t> places;
 
-        static constexpr std::uint32_t noPlace = 0xFFFFFFFF;
+        static constexpr std::uint32_t noPlace = 0xFFFFFFFF; ///< reads at computed places
 
-        static constexpr std::size_t mostRows = 8;
+        static constexpr std::size_t mostRows = 8; ///< of `rows`
+        /// Returns how many texels 16 bytes are.
         static constexpr std::uint32_t texelsOf(std::uint32_t componentBits) { return 32 / componentBits; }
     };
 
@@ -218,26 +225,30 @@ struct CompiledEffect
         std::vector<std::uint32_t>
             spirv;               ///< what Spirv::tryCorners() runs; empty if parameters change nothing
         std::uint32_t count = 4; ///< 3 for a triangle that is continued
+        /// What the coordinates of corners count.
         enum class Positions : std::uint8_t
         {
             OfSpace,
             MayBePixels ///< as those of sprites are
         };
-        Positions positions = Positions::OfSpace;
+        Positions positions = Positions::OfSpace; ///< what its results are
     };
 
+    /// One pass of a technique.
     struct Pass
     {
+        /// `target` of a pass that draws into the caller's target.
         static constexpr std::uint32_t callersTarget = 0xFFFFFFFF;
         static constexpr std::size_t results = 4; ///< COLOR0 to COLOR3
 
+        /// All results into the caller's target.
         static constexpr std::array<std::uint32_t, results> noTargets()
         {
             return {callersTarget, callersTarget, callersTarget, callersTarget};
         }
 
-        std::string name;
-        std::vector<std::uint32_t> spirv;
+        std::string name;                    ///< its name in the file; may be empty
+        std::vector<std::uint32_t> spirv;    ///< a module of one entry point, "main"
         std::vector<std::uint32_t> samplers; ///< indices of the samplers that the pass reads, ascending
         /// At most one without and, after them, one with `places` for each pair of depths.
         std::vector<PackedShader> packed;
@@ -249,12 +260,13 @@ struct CompiledEffect
         Corners corners; ///< of its vertex shader, if it has one
     };
 
+    /// One technique of the effect.
     struct Technique
     {
-        std::string name;
+        std::string name; ///< case-sensitive
         std::vector<Pass>
             passes; ///< drawn one after the other; at least one, the last into the caller's target
-        std::vector<Annotation> annotations;
+        std::vector<Annotation> annotations; ///< in the file's order
     };
 
     /// Whether a picture of that size can be what the sampler reads: a cube is about six times as wide as
@@ -266,11 +278,11 @@ struct CompiledEffect
         return sampler.faces != 6 || (wide * 10 >= high * 55 && wide * 10 <= high * 65);
     }
 
-    std::vector<Parameter> parameters;
-    std::vector<Texture> textures;
-    std::vector<Sampler> samplers;
+    std::vector<Parameter> parameters; ///< in the file's order
+    std::vector<Texture> textures;     ///< in the file's order
+    std::vector<Sampler> samplers;     ///< by binding
     std::vector<Technique> techniques; ///< in the file's order; the first is the current one at first
-    std::uint32_t uniformBytes = 0;
+    std::uint32_t uniformBytes = 0;    ///< of the uniform buffer
     std::uint32_t textureUniforms = 0; ///< offset of the TextureUniforms in the uniform buffer
 };
 

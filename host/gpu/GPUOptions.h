@@ -72,10 +72,10 @@ struct GPUOptions
 /// One Vulkan device of this machine.
 struct DeviceDescription
 {
-    std::string name;
-    std::string type;   ///< "discrete GPU", "integrated GPU", "virtual GPU", "software" or "other"
-    std::string driver; ///< the driver's name and version
-    std::uint32_t index = 0;
+    std::string name;        ///< as the driver says it
+    std::string type;        ///< "discrete GPU", "integrated GPU", "virtual GPU", "software" or "other"
+    std::string driver;      ///< the driver's name and version
+    std::uint32_t index = 0; ///< in GPUService::listDevices()
     std::uint32_t largestImage = 0; ///< the largest width and height of an image
     bool software = false;          ///< it runs on the processor
     bool chosen = false;            ///< the service uses it

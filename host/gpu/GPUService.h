@@ -58,6 +58,7 @@ class QX_API GPUService final : public iGPUService
 {
 public:
     GPUService() = default;
+    /// A service of the caller's own. Starts nothing.
     explicit GPUService(GPUOptions options) : options_(std::move(options)) {}
     ~GPUService(); ///< ends the worker processes; see above
     GPUService(const GPUService&) = delete;
@@ -66,7 +67,7 @@ public:
     /// Sets the options. Returns false if the service has started already.
     bool configure(const GPUOptions& options);
 
-    GPUOptions options();
+    GPUOptions options(); ///< Returns the options that apply.
 
     /// Starts the service unless it has started. Returns false if there is no usable device.
     bool start();
@@ -80,7 +81,7 @@ public:
     /// Waits for callers and the device, at most for GPUOptions::shutdownLimit, and closes the device.
     void shutdown();
 
-    GPUStatistics statistics();
+    GPUStatistics statistics(); ///< Returns the counters. Starts nothing.
 
     /// Starts measuring the device time of everything that any thread records from now on. Returns false if
     /// there is no device, the device has no timer or a measurement is under way.

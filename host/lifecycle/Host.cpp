@@ -52,6 +52,8 @@ TaskInfo::eState stateOf(TaskState state)
 void start(const StartOptions& options)
 {
     HostLog::instance().setDebugOutput(!options.quiet);
+    HostLog::instance().setReceiver(options.services.log);
+    replaceServices(options.services);
     setStartArguments(options.argc, options.argv);
     if (!taskQueue().report().empty()) {
         HostLog::instance().complain("the host was started after background tasks; those run without the "

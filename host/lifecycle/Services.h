@@ -11,6 +11,11 @@ class iUserService;
 /// destroyed.
 namespace Qx::Host {
 
+struct OwnServices;
+
+/// From now on OS() returns these services where they are not null. Thread-safe.
+void replaceServices(const OwnServices& services);
+
 iClock& hostClock();
 iMessageService& hostMessages();
 iSystemInformation& hostSystemInformation();

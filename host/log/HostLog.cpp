@@ -105,11 +105,12 @@ HostLog::HostLog() = default;
 void HostLog::open(std::unique_lock<std::mutex>& lock)
 {
     state_ = State::Opening;
+    const bool receives = static_cast<bool>(receiver_);
     lock.unlock();
     const Settings& settings = Settings::unreported();
     const bool alsoStandardError = settings.flag("log.stderr").value_or(false);
     std::string problem;
-    const bool wanted = settings.flag("log.file").value_or(true);
+    const bool wanted = !receives && settings.flag("log.file").value_or(true);
     std::shared_ptr<spdlog::logger> file = wanted ? openFile(problem) : nullptr;
     lock.lock();
     alsoStandardError_ = alsoStandardError;
@@ -122,6 +123,10 @@ void HostLog::open(std::unique_lock<std::mutex>& lock)
 
 void HostLog::writeToFile(std::string_view text)
 {
+    if (receiver_) {
+        receiver_(text);
+        return;
+    }
     unfinishedLine_ += text;
     if (state_ == State::Opening) {
         return;
@@ -214,6 +219,15 @@ void HostLog::setDebugOutput(bool shown)
 {
     const std::lock_guard lock(mutex_);
     debugOutput_ = shown;
+}
+
+void HostLog::setReceiver(std::function<void(std::string_view)> receiver)
+{
+    const std::lock_guard lock(mutex_);
+    receiver_ = std::move(receiver);
+    if (!receiver_ && file_ == nullptr && state_ == State::Open) {
+        state_ = State::Closed; // the file was not opened while nobody needed it
+    }
 }
 
 void HostLog::flush()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -46,6 +47,10 @@ public:
     /// Shows or hides debug output. It is shown from the start.
     void setDebugOutput(bool shown);
 
+    /// Gives what would be written to the file to a function instead, piece by piece; null: to the file. The
+    /// function is called under the log's lock, so it must not log.
+    void setReceiver(std::function<void(std::string_view)> receiver);
+
     /// Writes an unfinished last line to the file.
     void flush();
 
@@ -72,6 +77,7 @@ private:
 
     std::mutex mutex_;
     std::shared_ptr<spdlog::logger> file_;
+    std::function<void(std::string_view)> receiver_; ///< instead of the file
     std::string unfinishedLine_;
     std::vector<std::string> complaints_;
     State state_ = State::Closed;

@@ -16,10 +16,11 @@ struct ColourSpaceChange
 {
     std::filesystem::path config; ///< a .ocio file
     std::string from;             ///< a colour space, a role or an alias
-    std::string to;
-    std::string display;
-    std::string view; ///< empty: the display's default
+    std::string to;               ///< a colour space, a role or an alias
+    std::string display;          ///< a display of the configuration; empty for none
+    std::string view;             ///< empty: the display's default
 
+    /// Compares all members.
     bool operator==(const ColourSpaceChange&) const = default;
 };
 
@@ -46,26 +47,28 @@ QX_HOST_API ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& ch
 /// What a configuration offers.
 struct ColourSpaceList
 {
+    /// A colour space.
     struct Space
     {
-        std::string name;
-        std::string family;
+        std::string name;        ///< what ColourSpaceChange takes
+        std::string family;      ///< its group in menus; may be empty
         std::string description; ///< its first line
     };
+    /// A display with its views.
     struct Display
     {
-        std::string name;
+        std::string name;               ///< what ColourSpaceChange::display takes
         std::vector<std::string> views; ///< the default first
     };
 
-    std::string description; ///< of the configuration, its first line
-    std::vector<Space> spaces;
+    std::string description;        ///< of the configuration, its first line
+    std::vector<Space> spaces;      ///< in the configuration's order
     std::vector<std::string> roles; ///< "scene_linear: ACEScg"
     std::vector<Display> displays;  ///< the default first
     std::string failure;            ///< why nothing could be read
 };
 
-/// Thread-safe; throws nothing.
+/// Returns what a configuration offers, or why it cannot be read. Thread-safe; throws nothing.
 QX_HOST_API ColourSpaceList listColourSpaces(const std::filesystem::path& config);
 
 } // namespace Qx::Host

@@ -23,7 +23,7 @@ struct LUTFacts
 struct LUTReading
 {
     LUTSteps steps; ///< empty if reading failed
-    LUTFacts facts;
+    LUTFacts facts; ///< what the file says of itself
 
     /// The largest difference from the file's own result, where black is 0 and white is 1, for codes of 10
     /// and 16 bits: at most largestLUTError. For curves alone every code was tried; otherwise it is 1.5 times
@@ -38,7 +38,7 @@ struct LUTReading
 struct LUTTableReading
 {
     Qx::Ptr<iHostImage3D> table; ///< empty if reading failed
-    LUTFacts facts;
+    LUTFacts facts;              ///< what the file says of itself
 
     /// Whether the table was baked: made by evaluating the file on a grid.
     bool baked = false;
@@ -53,7 +53,7 @@ struct LUTTableReading
 
 /// The limits on files.
 inline constexpr std::size_t mostLUTBytes = std::size_t{128} << 20U;
-inline constexpr int mostTableEdge = 129;
+inline constexpr int mostTableEdge = 129;     ///< entries along each axis
 inline constexpr int mostCurvePoints = 65536; ///< of .cube files; others may have up to 1048576
 
 /// A quarter of a 10-bit code.

@@ -34,13 +34,15 @@ struct LUTCurves
 /// Three rows: what red, green and blue are multiplied by, then what is added.
 struct LUTMatrix
 {
+    /// For red, green and blue.
     std::array<std::array<double, 4>, 3> rows{{{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}}};
 };
 
+/// A table with the way between its entries.
 struct LUTTable
 {
-    Qx::Ptr<iHostImage3D> table;
-    bool trilinear = false; ///< interpolated in cubes; otherwise in tetrahedra
+    Qx::Ptr<iHostImage3D> table; ///< never empty in a reading without failure
+    bool trilinear = false;      ///< interpolated in cubes; otherwise in tetrahedra
 };
 
 /// The inverse of a table: the colour that the table, interpolated in tetrahedra, turns into the given one.
@@ -57,8 +59,8 @@ struct LUTInverse
     std::vector<std::array<std::uint8_t, 3>> cells; ///< by the entry of their dark corner
 };
 
-using LUTStep = std::variant<LUTCurves, LUTMatrix, LUTTable, LUTInverse>;
-using LUTSteps = std::vector<LUTStep>;
+using LUTStep = std::variant<LUTCurves, LUTMatrix, LUTTable, LUTInverse>; ///< one step
+using LUTSteps = std::vector<LUTStep>; ///< in the order in which a colour goes through
 
 /// The colour after all steps, computed as LUT.fx does.
 QX_HOST_API std::array<float, 3> apply(const LUTSteps& steps, const std::array<float, 3>& colour);

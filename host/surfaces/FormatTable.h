@@ -25,14 +25,15 @@ enum class Packing
 /// How the pixels of a row lie in memory at one depth.
 struct RowLayout
 {
-    unsigned blockPixels = 0;  ///< pixels that are packed together
-    unsigned blockBytes = 0;   ///< bytes of such a block; 0: the format does not exist at this depth
-    unsigned rowAlignment = 1; ///< bytes that a row is filled up to a multiple of
-    std::uint16_t bitsPerPixel = 0;
+    unsigned blockPixels = 0;       ///< pixels that are packed together
+    unsigned blockBytes = 0;        ///< bytes of such a block; 0: the format does not exist at this depth
+    unsigned rowAlignment = 1;      ///< bytes that a row is filled up to a multiple of
+    std::uint16_t bitsPerPixel = 0; ///< on average
     iGPUImage::eFormat texels = iGPUImage::eARGB8; ///< of the GPU image that holds such rows
-    Packing packing = Packing::Samples;
+    Packing packing = Packing::Samples;            ///< how the bits of a block lie
 };
 
+/// Which components a format has.
 enum class FormatKind
 {
     RGB,
@@ -53,21 +54,22 @@ using Depths = std::array<std::uint16_t, 3>;
 /// One pixel format. The layouts are those of a row of the first plane.
 struct FormatInfo
 {
-    Image::Format format;
-    const char* name;
-    const char* word;  ///< its name on a command line: lower case, unique
-    const char* order; ///< its components in memory, or its planes: "Y0 Cb Y1 Cr"
-    FormatKind kind;
-    Planes planes;
+    Image::Format format;     ///< the code
+    const char* name;         ///< for people; lives for ever
+    const char* word;         ///< its name on a command line: lower case, unique
+    const char* order;        ///< its components in memory, or its planes: "Y0 Cb Y1 Cr"
+    FormatKind kind;          ///< RGB or YCrCb
+    Planes planes;            ///< how many
     std::uint16_t usualDepth; ///< bits per component that a description without any means
-    RowLayout upTo8Bits;
-    RowLayout at10Bits;
-    RowLayout otherDepths; ///< 9 to 16 bits, in 16-bit words
-    Depths depths;
-    const char* note; ///< peculiarities, such as a code that means something else in other software
+    RowLayout upTo8Bits;      ///< at 1 to 8 bits per component
+    RowLayout at10Bits;       ///< at 10 bits per component
+    RowLayout otherDepths;    ///< 9 to 16 bits, in 16-bit words
+    Depths depths;            ///< at which it is read and written
+    const char* note;         ///< peculiarities, such as a code that means something else in other software
 
+    /// Returns the layout at a depth; blockBytes is 0 if there is none.
     QX_API const RowLayout& layout(unsigned bitsPerComponent) const;
-    QX_API bool hasDepth(unsigned bitsPerComponent) const;
+    QX_API bool hasDepth(unsigned bitsPerComponent) const; ///< Returns whether the format exists at a depth.
 };
 
 /// Bits of one component in a block of pixels, or, where a component is split, a part of them.
@@ -75,7 +77,7 @@ struct ComponentBits
 {
     std::string component; ///< "R", "Y0", "Cb": numbered if a block has several pairs
     unsigned bit = 0;      ///< the lowest, counted from bit 0 of the block's first byte on
-    unsigned bits = 0;
+    unsigned bits = 0;     ///< how many
     unsigned valueBit = 0; ///< which bit of the component's value the lowest is
 };
 

@@ -15,8 +15,8 @@ struct RowGeometry
 {
     std::uint64_t rowBytes = 0; ///< what the pixels of a row need
     std::uint64_t pitch = 0;    ///< from a row to the next: the description's, rounded up to whole texels
-    std::uint64_t rows = 0;
-    iGPUImage::eFormat texels = iGPUImage::eARGB8;
+    std::uint64_t rows = 0;     ///< of all planes
+    iGPUImage::eFormat texels = iGPUImage::eARGB8; ///< of the image that holds the rows
 
     /// The image that holds these rows, in texels.
     QX_API XY<int> imageSize() const;

@@ -12,6 +12,7 @@ namespace Qx::Host {
 /// names of files are the bytes that the system has.
 struct Diagnostic
 {
+    /// Whether the effect is refused.
     enum class Severity : std::uint8_t
     {
         Error,
@@ -21,30 +22,30 @@ struct Diagnostic
     /// Lines and columns count from 1, columns in characters: a tab is one. The place of a whole file is 1:1.
     struct Place
     {
-        std::string file;
-        std::uint32_t line = 1;
-        std::uint32_t column = 1;
+        std::string file;         ///< path of the file
+        std::uint32_t line = 1;   ///< from 1
+        std::uint32_t column = 1; ///< from 1, in characters
     };
 
-    Severity severity = Severity::Error;
-    Place at;
-    std::string text;
+    Severity severity = Severity::Error; ///< an error, or a warning after which the effect may be good
+    Place at;                            ///< the place that it is about
+    std::string text;                    ///< one line
 
     /// The first technique and pass that it concerns, both empty for none; the name of an unnamed pass is
     /// empty. `otherPasses` is the number of further passes with the same message.
     std::string technique;
-    std::string pass;
-    std::uint32_t otherPasses = 0;
+    std::string pass;              ///< of the technique; see above
+    std::uint32_t otherPasses = 0; ///< see above
 
     /// The author's line around the place in UTF-8: tabs as blanks, bytes of another encoding as Latin-1,
     /// unprintable characters as '?', a long line cut at "...". `caret` is the place in it, in terminal cells
     /// from 0. Empty for a blank line.
     std::string excerpt;
-    std::uint32_t caret = 0;
+    std::uint32_t caret = 0; ///< see above
 
     /// The macro whose body the token came from, and where in the body. Empty for none.
     std::string macro;
-    Place macroBody;
+    Place macroBody; ///< see above
 
     /// Where the file was included, nearest first; empty for the effect itself.
     std::vector<Place> includedFrom;

@@ -15,7 +15,7 @@ struct ParameterRange
     std::optional<double> most;  ///< Max or UIMax
     std::string label;           ///< Label or UIName; empty without one
 
-    bool hasLimits() const { return least || most; }
+    bool hasLimits() const { return least || most; } ///< Whether there is a least or a largest value.
 
     /// Whether no value lies in it.
     bool isEmpty() const { return least && most && *least > *most; }

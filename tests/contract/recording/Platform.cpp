@@ -129,6 +129,12 @@ LightweightString<char> toUTF8(const LightweightString<wchar_t>& wide)
     return text(wide).c_str();
 }
 
+// Texts that come to this host are ASCII.
+LightweightString<wchar_t> fromUTF8(const LightweightString<char>& ascii)
+{
+    return wide(std::string(ascii.view()));
+}
+
 // Log
 
 namespace {

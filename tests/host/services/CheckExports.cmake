@@ -1,10 +1,18 @@
-# Fails when the host's library offers something of the libraries inside it.
-execute_process(COMMAND ${NM} -D -C --defined-only ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
-if(NOT symbols MATCHES " T OS\\(\\)")
-    message(FATAL_ERROR "${LIBRARY} does not offer the platform's OS()")
+# Fails when a library of the host offers something of the libraries inside it, does not offer OFFERED, or takes something of
+# the host's own from another module: a host of one's own has only the platform's services.
+execute_process(COMMAND ${NM} -D -C ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
+if(NOT symbols MATCHES " T ${OFFERED}\\(")
+    message(FATAL_ERROR "${LIBRARY} does not offer ${OFFERED}()")
 endif()
-string(REGEX MATCHALL "[^\n]*(spdlog|fmt::|toml::|glslang|spvtools|spv::)[^\n]*" foreign "${symbols}")
+string(REGEX MATCHALL "[0-9a-f]+ [A-TV-Za-z] [^\n]*(spdlog|fmt::|toml::|glslang|spvtools|spv::)[^\n]*" foreign "${symbols}")
 if(foreign)
     list(JOIN foreign "\n" foreign)
     message(FATAL_ERROR "${LIBRARY} offers what is not its own:\n${foreign}")
+endif()
+if(ALONE)
+    string(REGEX MATCHALL " U [^\n]*Qx::Host::[^\n]*" taken "${symbols}")
+    if(taken)
+        list(JOIN taken "\n" taken)
+        message(FATAL_ERROR "${LIBRARY} needs what no host but the reference host has:\n${taken}")
+    endif()
 endif()

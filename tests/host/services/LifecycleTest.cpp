@@ -5,8 +5,11 @@
 #include "host/lifecycle/ShutdownSequence.h"
 #include "host/lifecycle/StartArguments.h"
 #include "host/lifecycle/Watchdog.h"
+#include "host/log/HostLog.h"
 #include "platform/Clock.h"
 #include "platform/Commands.h"
+#include "platform/FileManager.h"
+#include "platform/Log.h"
 #include "platform/OS.h"
 #include "platform/StartEnv.h"
 #include "platform/SystemInformation.h"
@@ -27,6 +30,7 @@
 #include <optional>
 #include <sched.h>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -601,4 +605,70 @@ TEST(Threads, ASleeperLeavesWhenTheHostShutsDown)
     Qx::Host::wakeSleepers();
     sleeper.join();
     OS().threads().sleepMilliseconds(std::numeric_limits<unsigned>::max());
+}
+
+// What a program puts in the place of the host's services.
+
+namespace {
+
+class OneFileManager final : public iFileManager
+{
+public:
+    void listDirectory(const LightweightString<wchar_t>&, Qx::Vector<DirectoryItem>& items, eKind,
+                       int) override
+    {
+        items.assign(1, DirectoryItem{L"the only one", 0, false, 0});
+    }
+    bool copyFile(const LightweightString<wchar_t>&, const LightweightString<wchar_t>&, int) override
+    {
+        return false;
+    }
+};
+
+class StoppedClock final : public iClock
+{
+public:
+    double millisecondsPrecise() override { return 42.0; }
+};
+
+/// The host's own services again, at the end of a test.
+struct HostsOwnAgain
+{
+    ~HostsOwnAgain()
+    {
+        Qx::Host::replaceServices({});
+        Qx::Host::HostLog::instance().setReceiver(nullptr);
+    }
+};
+
+} // namespace
+
+TEST(OwnServices, TakeThePlaceOfTheHosts)
+{
+    const HostsOwnAgain atTheEnd;
+    iGPUService* const device = &OS().gpu();
+    OneFileManager files;
+    StoppedClock clock;
+    Qx::Host::start({.quiet = true, .services = {.files = &files, .clock = &clock}});
+    EXPECT_EQ(&OS().files(), &files);
+    EXPECT_EQ(service_get_msecs_precise(), 42.0);
+    Qx::Vector<iFileManager::DirectoryItem> items;
+    OS().files().listDirectory(L"/anywhere/*.fx", items, iFileManager::FilesOnly, 0);
+    ASSERT_EQ(items.size(), 1U);
+    EXPECT_TRUE(items[0].name == L"the only one");
+    EXPECT_EQ(&OS().gpu(), device) << "what the program has not replaced is the host's";
+}
+
+TEST(OwnServices, ReceiveTheLogInsteadOfTheFile)
+{
+    const HostsOwnAgain atTheEnd;
+    std::string received;
+    Qx::Host::start({.quiet = true, .services = {.log = [&](std::string_view text) { received += text; }}});
+    const std::string before = Qx::Host::Test::contentsOf(Qx::Host::Test::logFile());
+    Log("piece %d, ", 1);
+    LogBoth("piece %d\n", 2);
+    vexo_printf("debug output\n");
+    EXPECT_NE(received.find("piece 1, piece 2\n"), std::string::npos) << received;
+    EXPECT_EQ(received.find("debug output"), std::string::npos) << received;
+    EXPECT_EQ(Qx::Host::Test::contentsOf(Qx::Host::Test::logFile()), before);
 }

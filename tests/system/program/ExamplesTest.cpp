@@ -46,6 +46,31 @@ TEST_F(Examples, a_host_of_its_own_draws_a_technique)
     EXPECT_NE(libraries.out.find("libQxFxResources"), std::string::npos) << libraries.out;
 }
 
+#ifdef QX_HOST_TESTS
+TEST_F(Examples, a_host_of_its_own_passes_the_conformance_tests)
+{
+    builtByCMake("minimal-host");
+    const Outcome outcome = run({at("minimal-host/minimal-host-tests").string()});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+    EXPECT_NE(outcome.out.find("[       OK ] Locks.AreReEntrant"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("[  SKIPPED ] Fonts.Draw"), std::string::npos) << outcome.out;
+}
+#endif
+
+TEST_F(Examples, a_host_with_services_of_its_own_draws_with_ours)
+{
+    const Outcome outcome = builtByCMake("own-services");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find("1 effect, first pixel 0 245 235 225\n"), std::string::npos) << outcome.out;
+    const std::string log = read(at("application.log"));
+    EXPECT_NE(log.find("application: "), std::string::npos) << log;
+    EXPECT_NE(log.find(" blocks came from the application's allocator"), std::string::npos) << log;
+    EXPECT_EQ(log.find("application: 0 blocks"), std::string::npos) << log;
+    const Outcome libraries = run({"ldd", at("own-services/own-services").string()});
+    EXPECT_EQ(libraries.out.find("libQxHost.so"), std::string::npos) << libraries.out;
+    EXPECT_NE(libraries.out.find("libQxHostGPU.so"), std::string::npos) << libraries.out;
+}
+
 TEST_F(Examples, they_build_with_the_flags_of_pkg_config)
 {
     const std::string examples = std::string(QX_SOURCE_FOLDER) + "/examples/";

@@ -133,7 +133,8 @@ TEST_F(Installed, every_header_compiles_alone)
 TEST_F(Installed, every_exported_symbol_is_declared_by_a_header)
 {
     Naming naming;
-    for (const char* library : {"libQxFxResources.so", "libQxHost.so"}) {
+    for (const char* library :
+         {"libQxFxResources.so", "libQxHostGPU.so", "libQxHostSurfaces.so", "libQxHost.so"}) {
         const Outcome symbols = run(
             {QX_NM, "--dynamic", "--defined-only", "--format=posix", (libraryFolder() / library).string()});
         ASSERT_EQ(symbols.exitCode, 0) << symbols.err;

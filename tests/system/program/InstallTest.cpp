@@ -59,7 +59,8 @@ TEST_F(Installation, the_documentation_for_users_is_installed)
 
 TEST_F(Installation, libraries_carry_a_soname)
 {
-    for (const char* library : {"libQxFxResources.so", "libQxHost.so"}) {
+    for (const char* library :
+         {"libQxFxResources.so", "libQxHostGPU.so", "libQxHostSurfaces.so", "libQxHost.so"}) {
         const Outcome outcome = run({"readelf", "-d", (libraryFolder() / library).string()});
         EXPECT_NE(outcome.out.find("SONAME"), std::string::npos) << library;
         EXPECT_NE(outcome.out.find(std::string(library) + ".0"), std::string::npos) << outcome.out;

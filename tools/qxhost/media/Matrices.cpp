@@ -2,6 +2,10 @@
 
 #include "tools/qxhost/media/Ffmpeg.h"
 
+extern "C" {
+#include <libavutil/csp.h>
+}
+
 #include <algorithm>
 #include <tuple>
 #include <zimg.h>
@@ -49,6 +53,13 @@ const MatrixInfo& infoOf(Matrix matrix)
         return std::get<2>(table);
     }
     return std::get<0>(table);
+}
+
+std::array<double, 3> lumaWeights(Matrix matrix)
+{
+    const auto tag = static_cast<AVColorSpace>(infoOf(matrix).tags[0]);
+    const AVLumaCoefficients* weights = av_csp_luma_coeffs_from_avcsp(tag);
+    return {av_q2d(weights->cr), av_q2d(weights->cg), av_q2d(weights->cb)};
 }
 
 std::vector<std::pair<std::string, Matrix>> matrixWords()

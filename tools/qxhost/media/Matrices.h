@@ -32,6 +32,9 @@ std::span<const MatrixInfo> matrices();
 
 const MatrixInfo& infoOf(Matrix matrix);
 
+/// What red, green and blue count in luma: Kr, Kg and Kb, the sum of which is 1.
+std::array<double, 3> lumaWeights(Matrix matrix);
+
 /// Their words on a command line.
 std::vector<std::pair<std::string, Matrix>> matrixWords();
 

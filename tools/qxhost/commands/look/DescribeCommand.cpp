@@ -2,6 +2,7 @@
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/pipeline/look/LookFile.h"
+#include "tools/qxhost/pipeline/look/LookKeys.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -33,19 +34,6 @@ bool isMissing(const std::filesystem::path& file)
     return file.has_parent_path() && !std::filesystem::is_regular_file(file, error);
 }
 
-const char* wordOf(KeyCurve curve)
-{
-    switch (curve) {
-    case KeyCurve::smooth:
-        return "smooth";
-    case KeyCurve::hold:
-        return "hold";
-    case KeyCurve::linear:
-        break;
-    }
-    return "linear";
-}
-
 /// With the digits that a person has written: 0.8, not the float's 0.800000011920929.
 Json describe(const std::vector<float>& numbers)
 {
@@ -60,7 +48,7 @@ Json describe(const KeyFrame& key)
 {
     return {{"at", key.timeCode.empty() ? Json(key.frame) : Json(key.timeCode)},
             {"value", describe(key.values)},
-            {"curve", wordOf(key.curve)}};
+            {"curve", std::string(wordOf(key.curve))}};
 }
 
 Json describe(const LookLink& link)

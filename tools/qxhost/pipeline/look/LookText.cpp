@@ -90,12 +90,10 @@ std::string fileText(const std::string& file, const fs::path& folder)
 
 std::string keyText(const KeyFrame& key)
 {
-    const auto* const word = std::find_if(curveWords.begin(), curveWords.end(),
-                                          [&](const auto& each) { return each.second == key.curve; });
-    return fmt::format("{{ at = {}, value = {}{} }}",
-                       key.timeCode.empty() ? fmt::format("{}", key.frame) : tomlText(key.timeCode),
-                       tomlNumbers(key.values),
-                       key.curve == KeyCurve::linear ? "" : fmt::format(", curve = \"{}\"", word->first));
+    return fmt::format(
+        "{{ at = {}, value = {}{} }}",
+        key.timeCode.empty() ? fmt::format("{}", key.frame) : tomlText(key.timeCode), tomlNumbers(key.values),
+        key.curve == KeyCurve::linear ? "" : fmt::format(", curve = \"{}\"", wordOf(key.curve)));
 }
 
 std::string keysText(const LookParameter& parameter)

@@ -22,13 +22,6 @@ double number(AVRational value)
     return av_q2d(value);
 }
 
-Row lumaWeights(Media::Matrix matrix)
-{
-    const auto tag = static_cast<AVColorSpace>(Media::infoOf(matrix).tags[0]);
-    const AVLumaCoefficients* weights = av_csp_luma_coeffs_from_avcsp(tag);
-    return {number(weights->cr), number(weights->cg), number(weights->cb)};
-}
-
 /// The primaries that the signal says, or that its matrix goes with.
 const AVColorPrimariesDesc& primariesOf(const Media::Colour& colour)
 {
@@ -162,7 +155,7 @@ Host::ScopeRequest scopeRequest(const ScopeSignal& signal, const ScopeSizes& siz
     const double unit = request.levels / 256.0;
     const double largest = request.levels - 1.0;
     const double middle = request.levels / 2.0;
-    const Row luma = lumaWeights(signal.colour.matrix);
+    const Row luma = Media::lumaWeights(signal.colour.matrix);
     request.luma = signalCode(luma, video ? 16 * unit : 0, video ? 219 * unit : largest);
     request.red = signalCode({1, 0, 0}, 0, largest);
     request.green = signalCode({0, 1, 0}, 0, largest);

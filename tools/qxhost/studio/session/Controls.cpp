@@ -5,6 +5,7 @@
 #include "host/effects/framework/AnnotationNumbers.h"
 #include "host/effects/framework/ParameterRange.h"
 #include "tools/qxhost/pipeline/effects/EffectData.h"
+#include "tools/qxhost/pipeline/look/LookKeys.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -100,25 +101,13 @@ Json repeated(const std::optional<double>& number, std::uint32_t times)
     return number ? Json(std::vector<double>(times, *number)) : Json();
 }
 
-const char* nameOf(KeyCurve curve)
-{
-    switch (curve) {
-    case KeyCurve::smooth:
-        return "smooth";
-    case KeyCurve::hold:
-        return "hold";
-    case KeyCurve::linear:
-        break;
-    }
-    return "linear";
-}
-
 Json keysOf(const LookParameter* set)
 {
     Json keys = Json::array();
     if (set != nullptr) {
         for (const KeyFrame& key : set->keys) {
-            keys.push_back({{"frame", key.frame}, {"values", key.values}, {"curve", nameOf(key.curve)}});
+            keys.push_back(
+                {{"frame", key.frame}, {"values", key.values}, {"curve", std::string(wordOf(key.curve))}});
         }
     }
     return keys;

@@ -1,5 +1,6 @@
 #include "tools/qxhost/studio/session/Probe.h"
 
+#include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/media/rows/Levels.h"
 
 #include <algorithm>
@@ -11,26 +12,6 @@ namespace Qx::Program::Studio {
 namespace {
 
 constexpr std::array depths{8, 10, 16};
-
-struct LumaShares
-{
-    double red;
-    double blue;
-};
-
-/// Kr and Kb: BT.601-7, 2.5.1; BT.709-6, 3.2; BT.2020-2, table 4.
-LumaShares sharesOf(Media::Matrix matrix)
-{
-    switch (matrix) {
-    case Media::Matrix::bt601:
-        return {0.299, 0.114};
-    case Media::Matrix::bt2020:
-        return {0.2627, 0.0593};
-    case Media::Matrix::bt709:
-        break;
-    }
-    return {0.2126, 0.0722};
-}
 
 /// 0 for black, 1 for white.
 double levelOf(unsigned code, int bits, Media::Range range)
@@ -46,10 +27,10 @@ long rounded(double code, int bits)
 
 Json ycbcrOf(const std::array<double, 3>& rgb, Media::Matrix matrix, int bits)
 {
-    const LumaShares shares = sharesOf(matrix);
-    const double luma = shares.red * rgb[0] + (1 - shares.red - shares.blue) * rgb[1] + shares.blue * rgb[2];
-    const double blue = (rgb[2] - luma) / (2 * (1 - shares.blue));
-    const double red = (rgb[0] - luma) / (2 * (1 - shares.red));
+    const auto [kr, kg, kb] = Media::lumaWeights(matrix);
+    const double luma = kr * rgb[0] + kg * rgb[1] + kb * rgb[2];
+    const double blue = (rgb[2] - luma) / (2 * (1 - kb));
+    const double red = (rgb[0] - luma) / (2 * (1 - kr));
     const double scale = std::exp2(bits - 8);
     return {rounded(scale * (16 + 219 * luma), bits), rounded(scale * (128 + 224 * blue), bits),
             rounded(scale * (128 + 224 * red), bits)};

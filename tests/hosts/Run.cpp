@@ -149,7 +149,12 @@ int run(int argc, char** argv, const HostUnderTest& host)
     const Kit kit{host, host.services != nullptr ? *host.services : own,
                   made.empty() ? host.directory : made};
     registerAll(kit);
-    const int result = RUN_ALL_TESTS();
+    int result = RUN_ALL_TESTS();
+    if (testing::UnitTest::GetInstance()->test_to_run_count() == 0 && !GTEST_FLAG_GET(list_tests)) {
+        std::cerr << "hosttests: no promise has a name like " << GTEST_FLAG_GET(filter)
+                  << "; --gtest_list_tests lists them\n";
+        result = 2;
+    }
     std::error_code ignored;
     if (!made.empty()) {
         std::filesystem::remove_all(made, ignored);

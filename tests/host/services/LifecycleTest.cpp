@@ -638,6 +638,7 @@ struct HostsOwnAgain
     {
         Qx::Host::replaceServices({});
         Qx::Host::HostLog::instance().setReceiver(nullptr);
+        Qx::Host::HostLog::instance().setDebugOutput(true);
     }
 };
 

@@ -6,10 +6,13 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <ostream>
 #include <set>
 #include <sstream>
 #include <string>
+#include <system_error>
 
 namespace Qx::HostTests {
 
@@ -55,8 +58,18 @@ std::set<std::string> failedIn(const std::string& output)
     return failed;
 }
 
+/// The program's files of one test lie in a folder of their own: one that hangs leaves them behind.
 class Conformance : public testing::TestWithParam<Fault>
 {
+protected:
+    Conformance() { EXPECT_NE(mkdtemp(folder_.data()), nullptr) << folder_; }
+    ~Conformance() override
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder_, ignored);
+    }
+
+    std::string folder_ = (std::filesystem::temp_directory_path() / "conformance-XXXXXX").string();
 };
 
 /// Of the tests of the service fails the one with the promise's name, and what it carries along.
@@ -64,9 +77,9 @@ TEST_P(Conformance, a_broken_promise_fails_by_its_name)
 {
     const std::string promise = GetParam().promise;
     const std::string service = promise.substr(0, promise.find('.'));
-    const Result result = outputOf("env -u GTEST_TOTAL_SHARDS -u GTEST_SHARD_INDEX -u GTEST_OUTPUT " +
-                                   std::string(QX_HOST_CONFORMANCE) + " --fault " + GetParam().name +
-                                   " '--gtest_filter=" + service + ".*'");
+    const Result result = outputOf("env -u GTEST_TOTAL_SHARDS -u GTEST_SHARD_INDEX -u GTEST_OUTPUT TMPDIR='" +
+                                   folder_ + "' " + std::string(QX_HOST_CONFORMANCE) + " --fault " +
+                                   GetParam().name + " '--gtest_filter=" + service + ".*'");
     EXPECT_NE(result.status, 0) << result.output;
     std::set<std::string> expected = GetParam().also;
     expected.insert(promise);
@@ -80,6 +93,13 @@ std::string nameOfFault(const testing::TestParamInfo<Fault>& info)
         character = character == '-' ? '_' : character;
     }
     return name;
+}
+
+TEST(ConformanceProgram, a_filter_that_no_promise_matches_is_an_error)
+{
+    const Result result = outputOf(std::string(QX_HOST_CONFORMANCE) + " '--gtest_filter=Lock.*'");
+    EXPECT_NE(result.status, 0);
+    EXPECT_NE(result.output.find("Running 0 tests"), std::string::npos) << result.output;
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, Conformance, testing::ValuesIn(allFaults()), nameOfFault);

@@ -101,9 +101,9 @@ struct HostUnderTest
 /// Tests are named SERVICE.PROMISE and run in a fixed order in one process. A promise of a feature that the
 /// host has not got is reported as skipped.
 ///
-/// Returns 0 if every promise that was tested is kept. If a call of the host did not return within
-/// `patience`, ends the process with exit code 1 after the last test, because a thread still waits inside the
-/// host.
+/// Returns 0 if every promise that was tested is kept, 1 if one is not, and 2 for an argument that is not
+/// known or a filter that no name matches. If a call of the host did not return within `patience`, ends the
+/// process with exit code 1 after the last test, because a thread still waits inside the host.
 QX_LOCAL int run(int argc, char** argv, const HostUnderTest& host);
 
 } // namespace Qx::HostTests

@@ -728,7 +728,12 @@ TEST_F(Studio, saves_looks_that_convert_applies)
     stop();
     start({"clip.mp4", "--look", "mine.look.toml"});
     Browser again = window();
-    EXPECT_EQ(again.state([](const Json&) { return true; })["chain"].size(), 0U);
+    const Json opened = again.state([](const Json&) { return true; });
+    EXPECT_EQ(opened["chain"].size(), 0U);
+    EXPECT_EQ(opened["look"], "mine.look.toml");
+    succeed(again, {{"do", "add"}, {"kind", "effect"}, {"name", "cc3.fx"}});
+    succeed(again, {{"do", "save"}});
+    EXPECT_NE(read(at("mine.look.toml")).find("cc3.fx"), std::string::npos);
     stop();
 }
 

@@ -280,6 +280,7 @@ void Session::Worker::drawFrame()
     if (measures) {
         measuredAt_ = now;
     }
+    const std::uint64_t news = projector_.chain().news();
     std::string problem;
     try {
         projector_.show({.frame = playback_.frame(), .version = drawVersion_, .measures = measures},
@@ -288,7 +289,7 @@ void Session::Worker::drawFrame()
         problem = failure.what();
         playback_.pause();
     }
-    if (problem != problem_) {
+    if (problem != problem_ || projector_.chain().news() != news) {
         problem_ = problem;
         changed();
     }

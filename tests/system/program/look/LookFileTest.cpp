@@ -381,7 +381,9 @@ TEST_F(LookFiles, that_are_wrong_are_refused_with_the_line)
     EXPECT_EQ(failureOf(begin + "lut = \"a.cube\"\nset = { amount = 1 }\n"),
               "4: set: belongs to an effect, and this step is a LUT");
     EXPECT_EQ(failureOf(begin + "lut = \"a.cube\"\non = 1\n"), "4: on: expected true or false");
-    EXPECT_NE(failureOf("look = 1\nabout = \"open\n"), "none"); // TOML's own words
+    for (const char* noToml : {"about = \"open\n", "[.a]\n", "[[=]]\n", "a = [", "[a.]\n", "a..b = 1\n"}) {
+        EXPECT_NE(failureOf(std::string("look = 1\n") + noToml), "none") << noToml; // TOML's own words
+    }
     EXPECT_EQ(failureOf("look = 1\n" + std::string(2U << 20U, '#')),
               " is too large for a look; expected at most 1 MiB of TOML");
 }

@@ -268,6 +268,14 @@ TEST_F(LookFiles, keep_every_float)
     EXPECT_EQ(std::memcmp(values.data(), parameter.values.data(), values.size() * sizeof(float)), 0);
 }
 
+/// For streams, as a German locale has it.
+class CommaAsPoint : public std::numpunct<char>
+{
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
 TEST_F(LookFiles, are_the_same_in_any_locale)
 {
     const Look look = manyThings(temporary_.path());
@@ -276,7 +284,7 @@ TEST_F(LookFiles, are_the_same_in_any_locale)
     ::setenv("LOCPATH", QX_TEST_LOCALES, 1);
     ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr) << "is it in " QX_TEST_LOCALES "?";
     ASSERT_STREQ(std::localeconv()->decimal_point, ",");
-    std::locale::global(std::locale("de_DE.UTF-8"));
+    std::locale::global(std::locale(before, new CommaAsPoint));
     const std::string german = lookText(look, temporary_.path());
     const Look read = readLookText(text, temporary_.path() / "a.look.toml");
     std::locale::global(before);
@@ -381,7 +389,9 @@ TEST_F(LookFiles, that_are_wrong_are_refused_with_the_line)
     EXPECT_EQ(failureOf(begin + "lut = \"a.cube\"\nset = { amount = 1 }\n"),
               "4: set: belongs to an effect, and this step is a LUT");
     EXPECT_EQ(failureOf(begin + "lut = \"a.cube\"\non = 1\n"), "4: on: expected true or false");
-    EXPECT_NE(failureOf("look = 1\nabout = \"open\n"), "none"); // TOML's own words
+    for (const char* noToml : {"about = \"open\n", "[.a]\n", "[[=]]\n", "a = [", "[a.]\n", "a..b = 1\n"}) {
+        EXPECT_NE(failureOf(std::string("look = 1\n") + noToml), "none") << noToml; // TOML's own words
+    }
     EXPECT_EQ(failureOf("look = 1\n" + std::string(2U << 20U, '#')),
               " is too large for a look; expected at most 1 MiB of TOML");
 }

@@ -1,4 +1,5 @@
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/TomlFile.h"
 #include "tools/qxhost/pipeline/look/LookFile.h"
 #include "tools/qxhost/pipeline/look/LookKeys.h"
 #include "tools/qxhost/pipeline/output/SmallFile.h"
@@ -9,7 +10,6 @@
 #include <locale>
 #include <sstream>
 #include <string_view>
-#include <toml++/toml.h>
 
 namespace Qx::Program {
 

@@ -11,7 +11,18 @@ import {startScopes} from './picture/scopes.js';
 import {keepStill, startStills} from './picture/stills.js';
 import {studio} from './base/studio.js';
 import {startTabs} from './base/tabs.js';
-import {clearRange, setIn, setOut, startTransport, step, stepSecond, toggleLoop, togglePlay, toIn, toOut} from './picture/transport.js';
+import {
+    clearRange,
+    setIn,
+    setOut,
+    startTransport,
+    step,
+    stepSecond,
+    toggleLoop,
+    togglePlay,
+    toIn,
+    toOut
+} from './picture/transport.js';
 
 const compare = (way) => () => studio.setCompare({way: studio.compare.way === way ? 'none' : way});
 
@@ -44,27 +55,29 @@ const keys = [
 ];
 const shownKeys = [
     ...keys.filter(([shown]) => shown).map(([shown, text]) => [shown, text]),
-    ['Ctrl+Z', 'undo'], ['Ctrl+Shift+Z', 'redo'], ['Ctrl+S', 'save the look; in the text, write the file'],
-    ['Shift+arrows', 'on the picture: move the probe'], ['Ctrl+arrows', 'on the picture: move the picture'],
+    ['Ctrl+Z', 'undo'],
+    ['Ctrl+Shift+Z', 'redo'],
+    ['Ctrl+S', 'save the look; in the text, write the file'],
+    ['Shift+arrows', 'on the picture: move the probe'],
+    ['Ctrl+arrows', 'on the picture: move the picture'],
     ['arrows', 'on a control: a step; with Shift ten']
 ];
 
-const isTyping = (target) => target.closest('input:not([type=range],[type=checkbox],[type=radio],[type=color]),textarea,select,.CodeMirror');
+const isTyping = (target) =>
+    target.closest(
+        'input:not([type=range],[type=checkbox],[type=radio],[type=color]),textarea,select,.CodeMirror'
+    );
 
 function withControl(event) {
     const key = event.key.toLowerCase();
     if (key === 's') {
         event.preventDefault();
-        if (isTextFocused())
-            writeFile();
-        else
-            saveLook();
+        if (isTextFocused()) writeFile();
+        else saveLook();
     } else if ((key === 'z' || key === 'y') && !isTyping(event.target)) {
         event.preventDefault();
-        if (key === 'y' || event.shiftKey)
-            redo();
-        else
-            undo();
+        if (key === 'y' || event.shiftKey) redo();
+        else undo();
     } else if (event.target === byId('stage')) {
         const by = {arrowleft: [-0.1, 0], arrowright: [0.1, 0], arrowup: [0, -0.1], arrowdown: [0, 0.1]}[key];
         if (by) {
@@ -76,15 +89,13 @@ function withControl(event) {
 
 function watchKeys() {
     document.addEventListener('keydown', (event) => {
-        if (isDialogOpen() || event.defaultPrevented || !studio.state || event.altKey)
-            return;
+        if (isDialogOpen() || event.defaultPrevented || !studio.state || event.altKey) return;
         if (event.ctrlKey || event.metaKey) {
             withControl(event);
             return;
         }
         const target = event.target;
-        if (isTyping(target))
-            return;
+        if (isTyping(target)) return;
         if (target === byId('stage') && event.shiftKey) {
             const by = {ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1]}[event.key];
             if (by) {
@@ -94,14 +105,18 @@ function watchKeys() {
             }
         }
         const isPressed = event.key === ' ' && target.closest('button,input,summary,[role=slider]');
-        const isMoved = /^(Arrow|Page|Home|End)/.test(event.key) && target.closest('input,[role=slider],[role=separator],[role=tab]');
-        if (isPressed || isMoved)
-            return;
+        const isMoved =
+            /^(Arrow|Page|Home|End)/.test(event.key) &&
+            target.closest('input,[role=slider],[role=separator],[role=tab]');
+        if (isPressed || isMoved) return;
         const isSingle = event.key.length === 1;
-        if (isSingle && remembered('single-keys') === 'off')
-            return;
-        const found = keys.find(([, , key]) => key === event.key || (key === '+' && event.key === '=') ||
-            (isSingle && key === event.key.toLowerCase()));
+        if (isSingle && remembered('single-keys') === 'off') return;
+        const found = keys.find(
+            ([, , key]) =>
+                key === event.key ||
+                (key === '+' && event.key === '=') ||
+                (isSingle && key === event.key.toLowerCase())
+        );
         if (found) {
             event.preventDefault();
             found[3]();
@@ -114,7 +129,10 @@ function showHead() {
     setText(byId('clip-name'), clip.name);
     const rate = clip.still ? 'still' : `${Number((clip.rate[0] / clip.rate[1]).toFixed(3))} fps`;
     const colour = clip.isRgb ? 'RGB' : clip.matrix.replace('bt', 'BT.');
-    setText(byId('clip-facts'), `${clip.width} × ${clip.height} · ${rate} · ${clip.bits} bits · ${colour} ${clip.range} · ${device}`);
+    setText(
+        byId('clip-facts'),
+        `${clip.width} × ${clip.height} · ${rate} · ${clip.bits} bits · ${colour} ${clip.range} · ${device}`
+    );
     byId('clip-facts').title = byId('clip-facts').textContent;
     const name = look ? look.split('/').at(-1) : 'no look';
     setText(byId('look-name'), changed ? `${name} *` : name);
@@ -127,16 +145,22 @@ const shownProblems = new Map();
 // A problem stays until it is put away; the server's own go when the server no longer has them.
 function showProblem(problem, isOfServer = false) {
     const text = typeof problem === 'string' ? problem : [problem.text, ...(problem.details ?? [])].join('\n');
-    if (shownProblems.has(text))
-        return text;
-    const root = element('div', {class: 'problem'}, element('span', {text}), element('button', {
-        type: 'button', class: 'small', 'aria-label': 'Put the message away', text: '×',
-        onclick: () => {
-            root.remove();
-            if (!isOfServer)
-                shownProblems.delete(text);
-        }
-    }));
+    if (shownProblems.has(text)) return text;
+    const root = element(
+        'div',
+        {class: 'problem'},
+        element('span', {text}),
+        element('button', {
+            type: 'button',
+            class: 'small',
+            'aria-label': 'Put the message away',
+            text: '×',
+            onclick: () => {
+                root.remove();
+                if (!isOfServer) shownProblems.delete(text);
+            }
+        })
+    );
     shownProblems.set(text, {root, isOfServer});
     byId('problems').append(root);
     return text;
@@ -164,8 +188,12 @@ function watchConnection() {
         banner.hidden = false;
         document.body.dataset.connection = 'closed';
         const next = delay < 1000 ? 'Trying again' : `The next attempt is in ${Math.round(delay / 1000)} s`;
-        setText(byId('connection-text'), wasOpen ? `The connection to the server is lost. What is shown is the last picture. ${next}.` :
-            `The server does not answer. ${next}.`);
+        setText(
+            byId('connection-text'),
+            wasOpen
+                ? `The connection to the server is lost. What is shown is the last picture. ${next}.`
+                : `The server does not answer. ${next}.`
+        );
     });
     byId('connection-retry').addEventListener('click', () => studio.connection.open());
     studio.on('problem', (problem) => showProblem(problem));

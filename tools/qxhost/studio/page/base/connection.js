@@ -30,8 +30,7 @@ export class Connection extends EventTarget {
 
     open() {
         clearTimeout(this.#timer);
-        if (this.#socket && this.#socket.readyState <= WebSocket.OPEN)
-            return;
+        if (this.#socket && this.#socket.readyState <= WebSocket.OPEN) return;
         const socket = new WebSocket(this.address);
         socket.binaryType = 'arraybuffer';
         this.#socket = socket;
@@ -41,15 +40,13 @@ export class Connection extends EventTarget {
         });
         socket.addEventListener('message', ({data}) => this.#received(data));
         socket.addEventListener('close', () => {
-            if (socket === this.#socket)
-                this.#closed();
+            if (socket === this.#socket) this.#closed();
         });
     }
 
     /** Sends a request; the promise gives its answer, or fails with an Error that has `details` and `kind`. */
     request(name, fields = {}) {
-        if (!this.isOpen)
-            return Promise.reject(new Error('there is no connection to the server'));
+        if (!this.isOpen) return Promise.reject(new Error('there is no connection to the server'));
         const id = this.#next++;
         this.#socket.send(JSON.stringify({do: name, id, ...fields}));
         return new Promise((resolve, reject) => this.#waiting.set(id, {resolve, reject}));
@@ -58,8 +55,7 @@ export class Connection extends EventTarget {
     /** Sends a request whose failure is shown, and whose answer nobody needs. */
     tell(name, fields = {}) {
         return this.request(name, fields).catch((error) => {
-            if (this.isOpen)
-                this.#tell('problem', {text: error.message, details: error.details});
+            if (this.isOpen) this.#tell('problem', {text: error.message, details: error.details});
         });
     }
 
@@ -68,8 +64,7 @@ export class Connection extends EventTarget {
     }
 
     #closed() {
-        for (const {reject} of this.#waiting.values())
-            reject(new Error('the connection to the server was lost'));
+        for (const {reject} of this.#waiting.values()) reject(new Error('the connection to the server was lost'));
         this.#waiting.clear();
         this.#tell('close', this.#delay);
         this.#timer = setTimeout(() => this.open(), this.#delay);
@@ -80,7 +75,10 @@ export class Connection extends EventTarget {
         if (typeof data !== 'string') {
             const length = new DataView(data).getUint32(0, true);
             const header = JSON.parse(new TextDecoder().decode(new Uint8Array(data, 4, length)));
-            this.#tell('picture', {header, jpeg: new Blob([new Uint8Array(data, 4 + length)], {type: 'image/jpeg'})});
+            this.#tell('picture', {
+                header,
+                jpeg: new Blob([new Uint8Array(data, 4 + length)], {type: 'image/jpeg'})
+            });
             return;
         }
         const message = JSON.parse(data);
@@ -90,10 +88,8 @@ export class Connection extends EventTarget {
             waiting?.resolve(message);
         } else if (message.is === 'error') {
             const error = Object.assign(new Error(message.text), {details: message.details, kind: message.kind});
-            if (waiting)
-                waiting.reject(error);
-            else
-                this.#tell('problem', message);
+            if (waiting) waiting.reject(error);
+            else this.#tell('problem', message);
         } else {
             this.#tell('message', message);
         }

@@ -7,14 +7,10 @@ export const byId = (id) => document.getElementById(id);
 export function element(tag, attributes = {}, ...children) {
     const made = document.createElement(tag);
     for (const [name, value] of Object.entries(attributes)) {
-        if (value === null || value === undefined || value === false)
-            continue;
-        if (name === 'text')
-            made.textContent = value;
-        else if (name.startsWith('on'))
-            made.addEventListener(name.slice(2), value);
-        else
-            made.setAttribute(name, value === true ? '' : value);
+        if (value === null || value === undefined || value === false) continue;
+        if (name === 'text') made.textContent = value;
+        else if (name.startsWith('on')) made.addEventListener(name.slice(2), value);
+        else made.setAttribute(name, value === true ? '' : value);
     }
     made.append(...children.filter((child) => child !== null && child !== undefined));
     return made;
@@ -33,8 +29,7 @@ export function icon(path) {
 
 /** Sets text only where it differs, so that a screen reader and a selection are left alone. */
 export function setText(target, text) {
-    if (target.textContent !== text)
-        target.textContent = text;
+    if (target.textContent !== text) target.textContent = text;
 }
 
 /** Tells a screen reader what else only the eye would see. */
@@ -51,8 +46,7 @@ export function clamp(value, low, high) {
 export function oncePerDrawing(work) {
     let asked = false;
     return () => {
-        if (asked)
-            return;
+        if (asked) return;
         asked = true;
         requestAnimationFrame(() => {
             asked = false;
@@ -64,13 +58,11 @@ export function oncePerDrawing(work) {
 /** Follows a pointer from its press on `target` until it is let go: `start(event)` may return false to leave it. */
 export function followPointer(target, {start, move, end}) {
     target.addEventListener('pointerdown', (event) => {
-        if (event.button !== 0 || start(event) === false)
-            return;
+        if (event.button !== 0 || start(event) === false) return;
         target.setPointerCapture(event.pointerId);
         const moved = (e) => e.pointerId === event.pointerId && move(e);
         const ended = (e) => {
-            if (e.pointerId !== event.pointerId)
-                return;
+            if (e.pointerId !== event.pointerId) return;
             target.removeEventListener('pointermove', moved);
             target.removeEventListener('pointerup', ended);
             target.removeEventListener('pointercancel', ended);

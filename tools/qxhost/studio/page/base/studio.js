@@ -20,7 +20,9 @@ class Studio extends EventTarget {
         this.change = 0; // the number of the last change that this window asked for
         this.compare = {way: 'none', against: 'before', times: 8};
         this.quality = 90;
-        this.connection.addEventListener('open', () => { this.#isNew = true; });
+        this.connection.addEventListener('open', () => {
+            this.#isNew = true;
+        });
         for (const name of ['open', 'close', 'problem', 'picture'])
             this.connection.addEventListener(name, ({detail}) => this.emit(name, detail));
         this.connection.addEventListener('message', ({detail}) => this.#received(detail));
@@ -52,8 +54,7 @@ class Studio extends EventTarget {
     }
 
     setFrame(frame) {
-        if (this.frame === frame)
-            return;
+        if (this.frame === frame) return;
         this.frame = frame;
         this.emit('frame');
     }
@@ -71,14 +72,12 @@ class Studio extends EventTarget {
     #received(message) {
         if (message.is === 'state') {
             this.state = message;
-            if (this.selected !== '' && !this.link(this.selected))
-                this.selected = message.chain[0]?.id ?? null;
+            if (this.selected !== '' && !this.link(this.selected)) this.selected = message.chain[0]?.id ?? null;
             if (this.#isNew) {
                 this.#isNew = false;
                 this.emit('session');
             }
-            if (!message.playing)
-                this.setFrame(message.frame);
+            if (!message.playing) this.setFrame(message.frame);
         } else if (message.is === 'catalogue') {
             this.catalogue = message;
         }

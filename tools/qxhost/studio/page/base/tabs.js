@@ -19,8 +19,7 @@ export function showTab(name) {
         const isShown = tab.dataset.tab === name;
         tab.setAttribute('aria-selected', String(isShown));
         tab.tabIndex = isShown ? 0 : -1;
-        if (tab.dataset.tab !== 'grade')
-            byId(`panel-${tab.dataset.tab}`).hidden = !isShown;
+        if (tab.dataset.tab !== 'grade') byId(`panel-${tab.dataset.tab}`).hidden = !isShown;
     }
     studio.emit('tab', name);
 }
@@ -28,10 +27,8 @@ export function showTab(name) {
 function adapt() {
     // The chain is a tab's panel only where there is a tab for it.
     byId('side').setAttribute('role', narrow.matches ? 'tabpanel' : 'region');
-    if (narrow.matches)
-        showTab('grade');
-    else
-        showTab(shownTab() === 'grade' ? 'scopes' : shownTab());
+    if (narrow.matches) showTab('grade');
+    else showTab(shownTab() === 'grade' ? 'scopes' : shownTab());
 }
 
 // The line between picture and parts, by pointer and arrow keys.
@@ -52,18 +49,18 @@ function watchSplit() {
         split.setPointerCapture(event.pointerId);
         const moved = (e) => set(height + from - e.clientY);
         split.addEventListener('pointermove', moved);
-        split.addEventListener('lostpointercapture', () => split.removeEventListener('pointermove', moved), {once: true});
+        split.addEventListener('lostpointercapture', () => split.removeEventListener('pointermove', moved), {
+            once: true
+        });
     });
     split.addEventListener('keydown', (event) => {
         const by = {ArrowUp: 16, ArrowDown: -16, PageUp: 80, PageDown: -80}[event.key];
-        if (!by)
-            return;
+        if (!by) return;
         event.preventDefault();
         event.stopPropagation();
         set(now() + by);
     });
-    if (remembered('dock'))
-        set(Number(remembered('dock')));
+    if (remembered('dock')) set(Number(remembered('dock')));
 }
 
 export function startTabs() {
@@ -71,8 +68,7 @@ export function startTabs() {
         tab.addEventListener('click', () => showTab(tab.dataset.tab));
         tab.addEventListener('keydown', (event) => {
             const by = {ArrowLeft: -1, ArrowRight: 1}[event.key];
-            if (!by)
-                return;
+            if (!by) return;
             event.preventDefault();
             event.stopPropagation();
             const all = visible();

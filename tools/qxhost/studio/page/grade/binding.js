@@ -37,8 +37,7 @@ export class Binding {
     }
 
     #flush = oncePerDrawing(() => {
-        if (this.#pending === null)
-            return;
+        if (this.#pending === null) return;
         // What is dragged waits for the connection; what is let go does not.
         if (!this.#pending.commit && (this.#underWay > 1 || studio.connection.unsent > 0)) {
             this.#flush();
@@ -51,8 +50,7 @@ export class Binding {
         const what = all.length === 1 ? {name: all[0][0], values: all[0][1]} : {parameters};
         studio.tell('set', {link: this.link, ...what, commit, change: studio.nextChange()}).then(() => {
             this.#underWay--;
-            if (!this.isHeld)
-                this.#refresh();
+            if (!this.isHeld) this.#refresh();
         });
     });
 }

@@ -7,14 +7,24 @@ import {studio} from '../base/studio.js';
 const dialog = byId('dialog');
 
 /** Opens the dialog with a title and contents; Escape and a click beside it close it. */
-export function openDialog(title, className, ...contents) {
+function openDialog(title, className, ...contents) {
     dialog.className = className;
     dialog.replaceChildren(
-        element('div', {class: 'dialog-head'}, element('h2', {id: 'dialog-title', text: title}),
-            element('button', {type: 'button', 'aria-label': 'Close', text: '×', class: 'small', onclick: () => dialog.close()})),
-        ...contents.filter(Boolean));
-    if (!dialog.open)
-        dialog.showModal();
+        element(
+            'div',
+            {class: 'dialog-head'},
+            element('h2', {id: 'dialog-title', text: title}),
+            element('button', {
+                type: 'button',
+                'aria-label': 'Close',
+                text: '×',
+                class: 'small',
+                onclick: () => dialog.close()
+            })
+        ),
+        ...contents.filter(Boolean)
+    );
+    if (!dialog.open) dialog.showModal();
     dialog.querySelector('[data-first]')?.focus();
 }
 
@@ -34,10 +44,23 @@ function statusLine() {
 
 function thumbnail(kind, name) {
     const address = `thumbnail/${kind}/${encodeURIComponent(name)}.jpg`;
-    return element('img', {src: address, alt: '', loading: 'lazy', width: 160, height: 90, onerror: ({target}) => target.classList.add('missing')});
+    return element('img', {
+        src: address,
+        alt: '',
+        loading: 'lazy',
+        width: 160,
+        height: 90,
+        onerror: ({target}) => target.classList.add('missing')
+    });
 }
 
-function catalogueList(kind, entries, search, say) {
+// `pictures` are the thumbnails that are there already, so that none is drawn twice.
+function catalogueList(kind, entries, search, say, pictures) {
+    const pictureOf = (name) => {
+        const key = `${kind}/${name}`;
+        if (!pictures.has(key)) pictures.set(key, thumbnail(kind, name));
+        return pictures.get(key);
+    };
     const found = entries.filter(({name}) => name.toLowerCase().includes(search));
     const add = async (entry) => {
         const chosen = studio.state.chain.findIndex((link) => link.id === studio.selected);
@@ -51,23 +74,51 @@ function catalogueList(kind, entries, search, say) {
             say([error.message, ...(error.details ?? [])].join('\n'), true);
         }
     };
-    return element('ul', {class: 'catalogue'}, ...found.map((entry) => element('li', {},
-        element('button', {
-            type: 'button', title: entry.file, onclick: () => add(entry), disabled: entry.ok === false,
-            'aria-label': entry.ok === false ? `${entry.name}, does not compile` : entry.name
-        }, thumbnail(kind, entry.name), element('span', {text: entry.name})))));
+    return element(
+        'ul',
+        {class: 'catalogue'},
+        ...found.map((entry) =>
+            element(
+                'li',
+                {},
+                element(
+                    'button',
+                    {
+                        type: 'button',
+                        onclick: () => add(entry),
+                        disabled: entry.ok === false,
+                        title:
+                            entry.ok === false
+                                ? `${entry.file}\ncannot be drawn on one picture, or does not compile`
+                                : entry.file,
+                        'aria-label': entry.ok === false ? `${entry.name}, cannot be drawn here` : entry.name
+                    },
+                    pictureOf(entry.name),
+                    element('span', {text: entry.name})
+                )
+            )
+        )
+    );
 }
 
 /** The catalogue of effects and LUTs, each with the current frame drawn through it. */
-export function openCatalogue() {
+function openCatalogue() {
     const status = statusLine();
-    const search = element('input', {type: 'search', 'aria-label': 'Search', placeholder: 'Search', 'data-first': ''});
+    const search = element('input', {
+        type: 'search',
+        'aria-label': 'Search',
+        placeholder: 'Search',
+        'data-first': ''
+    });
     const place = element('div', {class: 'catalogue-place'});
+    const pictures = new Map();
     const fill = () => {
         const text = search.value.trim().toLowerCase();
         const {effects, luts} = studio.catalogue;
-        const part = (title, kind, entries) => (entries.length ?
-            [element('h3', {text: title}), catalogueList(kind, entries, text, status.say)] : []);
+        const part = (title, kind, entries) =>
+            entries.length
+                ? [element('h3', {text: title}), catalogueList(kind, entries, text, status.say, pictures)]
+                : [];
         place.replaceChildren(...part('Effects', 'effect', effects), ...part('LUTs', 'lut', luts));
         if (!effects.length && !luts.length)
             place.append(element('p', {class: 'quiet', text: 'Nothing is there to add.'}));
@@ -86,42 +137,54 @@ const withEnding = (name, ending) => (name.endsWith(ending) ? name : name + endi
 /** Saves the look under the name that it has; asks for one where it has none. */
 export function saveLook() {
     if (studio.state?.look)
-        studio.request('save').then(() => announce('The look is saved')).catch((error) => askLookName(error.message));
-    else
-        askLookName();
+        studio
+            .request('save')
+            .then(() => announce('The look is saved'))
+            .catch((error) => askLookName(error.message));
+    else askLookName();
 }
 
 /** Asks for the name of a look and saves it. */
-export function askLookName(problem = '') {
+function askLookName(problem = '') {
     const status = statusLine();
     const name = element('input', {
-        type: 'text', required: true, 'data-first': '', spellcheck: 'false', id: 'look-file',
-        value: (studio.state?.look.split('/').at(-1) || 'untitled.look.toml')
+        type: 'text',
+        required: true,
+        'data-first': '',
+        spellcheck: 'false',
+        id: 'look-file',
+        value: studio.state?.look.split('/').at(-1) || 'untitled.look.toml'
     });
     const replace = element('input', {type: 'checkbox', id: 'look-replace'});
-    const form = element('form', {
-        onsubmit: async (event) => {
-            event.preventDefault();
-            try {
-                const answer = await studio.request('save', {file: withEnding(name.value.trim(), '.look.toml'), overwrite: replace.checked});
-                announce(`The look is saved as ${answer.file ?? name.value}`);
-                dialog.close();
-            } catch (error) {
-                status.say([error.message, ...(error.details ?? [])].join('\n'), true);
+    const form = element(
+        'form',
+        {
+            onsubmit: async (event) => {
+                event.preventDefault();
+                try {
+                    const answer = await studio.request('save', {
+                        file: withEnding(name.value.trim(), '.look.toml'),
+                        overwrite: replace.checked
+                    });
+                    announce(`The look is saved as ${answer.file ?? name.value}`);
+                    dialog.close();
+                } catch (error) {
+                    status.say([error.message, ...(error.details ?? [])].join('\n'), true);
+                }
             }
-        }
-    }, element('label', {}, 'File', name),
-    element('label', {class: 'inline'}, replace, 'replace a file that is there'),
-    element('p', {class: 'quiet', text: 'qxhost convert --look FILE applies it.'}),
-    element('div', {class: 'bar'}, element('button', {type: 'submit', class: 'main', text: 'Save'})));
+        },
+        element('label', {}, 'File', name),
+        element('label', {class: 'inline'}, replace, 'replace a file that is there'),
+        element('p', {class: 'quiet', text: 'qxhost convert --look FILE applies it.'}),
+        element('div', {class: 'bar'}, element('button', {type: 'submit', class: 'main', text: 'Save'}))
+    );
     openDialog('Save the look', 'narrow', form, status.root);
     name.select();
-    if (problem)
-        status.say(problem, true);
+    if (problem) status.say(problem, true);
 }
 
 /** Lists the looks and opens one in place of the chain. */
-export async function openLook() {
+async function openLook() {
     const status = statusLine();
     const list = element('ul', {class: 'files'});
     openDialog('Open a look', 'narrow', list, status.root);
@@ -135,9 +198,12 @@ export async function openLook() {
     };
     try {
         const {files} = await studio.request('looks');
-        list.append(...files.map((file) => element('li', {}, element('button', {type: 'button', text: file, onclick: () => open(file)}))));
-        if (!files.length)
-            status.say('There is no *.look.toml in the folder of looks.');
+        list.append(
+            ...files.map((file) =>
+                element('li', {}, element('button', {type: 'button', text: file, onclick: () => open(file)}))
+            )
+        );
+        if (!files.length) status.say('There is no *.look.toml in the folder of looks.');
         list.querySelector('button')?.focus();
     } catch (error) {
         status.say(error.message, true);
@@ -145,29 +211,51 @@ export async function openLook() {
 }
 
 /** Exports the chain as a .cube, and says how well it says the same. */
-export function exportLook() {
+function exportLook() {
     const status = statusLine();
-    const stem = (studio.state?.look || 'untitled').split('/').at(-1).replace(/\.look\.toml$/, '');
-    const name = element('input', {type: 'text', required: true, value: `${stem}.cube`, spellcheck: 'false', 'data-first': '', id: 'export-file'});
-    const size = element('select', {}, ...[17, 33, 65].map((count) => element('option', {value: count, text: `${count} points a side`})));
+    const stem = (studio.state?.look || 'untitled')
+        .split('/')
+        .at(-1)
+        .replace(/\.look\.toml$/, '');
+    const name = element('input', {
+        type: 'text',
+        required: true,
+        value: `${stem}.cube`,
+        spellcheck: 'false',
+        'data-first': '',
+        id: 'export-file'
+    });
+    const size = element(
+        'select',
+        {},
+        ...[17, 33, 65].map((count) => element('option', {value: count, text: `${count} points a side`}))
+    );
     size.value = 33;
     const replace = element('input', {type: 'checkbox'});
-    const form = element('form', {
-        onsubmit: async (event) => {
-            event.preventDefault();
-            status.say('Computing …');
-            try {
-                const answer = await studio.request('export',
-                    {file: withEnding(name.value.trim(), '.cube'), size: Number(size.value), overwrite: replace.checked});
-                status.say(`Written: ${answer.file}. The largest error is ${answer.errorText}.`);
-            } catch (error) {
-                status.say([error.message, ...(error.details ?? [])].join('\n'), true);
+    const form = element(
+        'form',
+        {
+            onsubmit: async (event) => {
+                event.preventDefault();
+                status.say('Computing …');
+                try {
+                    const answer = await studio.request('export', {
+                        file: withEnding(name.value.trim(), '.cube'),
+                        size: Number(size.value),
+                        overwrite: replace.checked
+                    });
+                    status.say(`Written: ${answer.file}. The largest error is ${answer.errorText}.`);
+                } catch (error) {
+                    status.say([error.message, ...(error.details ?? [])].join('\n'), true);
+                }
             }
-        }
-    }, element('label', {}, 'File', name), element('label', {}, 'Size', size),
-    element('label', {class: 'inline'}, replace, 'replace a file that is there'),
-    element('p', {class: 'quiet', text: 'Parameters with key frames have their values of this frame.'}),
-    element('div', {class: 'bar'}, element('button', {type: 'submit', class: 'main', text: 'Export'})));
+        },
+        element('label', {}, 'File', name),
+        element('label', {}, 'Size', size),
+        element('label', {class: 'inline'}, replace, 'replace a file that is there'),
+        element('p', {class: 'quiet', text: 'Parameters with key frames have their values of this frame.'}),
+        element('div', {class: 'bar'}, element('button', {type: 'submit', class: 'main', text: 'Export'}))
+    );
     openDialog('Export a .cube', 'narrow', form, status.root);
     name.select();
 }
@@ -175,15 +263,33 @@ export function exportLook() {
 /** The keys, and whether those of one letter are on. */
 export function openHelp(keys) {
     const single = element('input', {
-        type: 'checkbox', onchange: ({target}) => remember('single-keys', target.checked ? 'on' : 'off')
+        type: 'checkbox',
+        onchange: ({target}) => remember('single-keys', target.checked ? 'on' : 'off')
     });
     single.checked = remembered('single-keys') !== 'off';
-    const rows = keys.map(([key, text]) => element('tr', {}, element('th', {scope: 'row'}, ...key.split(' ').map((part) => element('kbd', {text: part}))),
-        element('td', {text})));
-    openDialog('Keys', 'narrow', element('label', {class: 'inline'}, single, 'keys without Control are on'),
+    const rows = keys.map(([key, text]) =>
+        element(
+            'tr',
+            {},
+            element('th', {scope: 'row'}, ...key.split(' ').map((part) => element('kbd', {text: part}))),
+            element('td', {text})
+        )
+    );
+    openDialog(
+        'Keys',
+        'narrow',
+        element('label', {class: 'inline'}, single, 'keys without Control are on'),
         element('table', {class: 'keys-table'}, element('tbody', {}, ...rows)),
-    window.CodeMirror ? element('p', {class: 'quiet notice'}, 'The text editor is CodeMirror 5: ',
-        element('a', {href: 'codemirror/copyright.txt', target: '_blank', text: 'its licence'}), '.') : null);
+        window.CodeMirror
+            ? element(
+                  'p',
+                  {class: 'quiet notice'},
+                  'The text editor is CodeMirror 5: ',
+                  element('a', {href: 'codemirror/copyright.txt', target: '_blank', text: 'its licence'}),
+                  '.'
+              )
+            : null
+    );
 }
 
 export function startDialogs() {
@@ -192,7 +298,6 @@ export function startDialogs() {
     byId('look-save').addEventListener('click', () => askLookName());
     byId('look-export').addEventListener('click', exportLook);
     dialog.addEventListener('click', (event) => {
-        if (event.target === dialog)
-            dialog.close();
+        if (event.target === dialog) dialog.close();
     });
 }

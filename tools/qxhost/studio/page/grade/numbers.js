@@ -4,8 +4,7 @@ import {clamp, element} from '../base/dom.js';
 
 /** How a number is written: as many places as its step has, more if the value has them, at most `most`. */
 export function written(value, step, most = 6) {
-    if (value === undefined || value === null || !Number.isFinite(value))
-        return '–';
+    if (value === undefined || value === null || !Number.isFinite(value)) return '–';
     const rounded = Number(value.toPrecision(7));
     const places = step ? Math.min(6, Math.max(0, -Math.floor(Math.log10(step) + 1e-9))) : 0;
     const shortest = String(rounded);
@@ -15,10 +14,8 @@ export function written(value, step, most = 6) {
 
 /** The step of a parameter: its own, 1 of whole numbers, a hundredth of the range or of 1. */
 export function stepOf(parameter) {
-    if (parameter.step)
-        return Array.isArray(parameter.step) ? parameter.step[0] : parameter.step;
-    if (parameter.type === 'int')
-        return 1;
+    if (parameter.step) return Array.isArray(parameter.step) ? parameter.step[0] : parameter.step;
+    if (parameter.type === 'int') return 1;
     const [low, high] = rangeOf(parameter, 0);
     return low !== null && high !== null ? 10 ** Math.floor(Math.log10((high - low) / 100)) : 0.01;
 }
@@ -26,9 +23,8 @@ export function stepOf(parameter) {
 /** The least and the largest value of a component, each null if there is none. */
 export function rangeOf(parameter, index) {
     const of = (limit) => {
-        if (limit === null || limit === undefined)
-            return null;
-        return Array.isArray(limit) ? limit[Math.min(index, limit.length - 1)] ?? null : limit;
+        if (limit === null || limit === undefined) return null;
+        return Array.isArray(limit) ? (limit[Math.min(index, limit.length - 1)] ?? null) : limit;
     };
     return [of(parameter.minimum), of(parameter.maximum)];
 }
@@ -43,22 +39,22 @@ function onStep(value, low, step) {
 function valueOfKey(event, value, [low, high], step) {
     const by = event.shiftKey ? 10 * step : step;
     switch (event.key) {
-    case 'ArrowUp':
-    case 'ArrowRight':
-        return clamp(onStep(value + by, low, step), low, high);
-    case 'ArrowDown':
-    case 'ArrowLeft':
-        return clamp(onStep(value - by, low, step), low, high);
-    case 'PageUp':
-        return clamp(onStep(value + 10 * step, low, step), low, high);
-    case 'PageDown':
-        return clamp(onStep(value - 10 * step, low, step), low, high);
-    case 'Home':
-        return low;
-    case 'End':
-        return high;
-    default:
-        return null;
+        case 'ArrowUp':
+        case 'ArrowRight':
+            return clamp(onStep(value + by, low, step), low, high);
+        case 'ArrowDown':
+        case 'ArrowLeft':
+            return clamp(onStep(value - by, low, step), low, high);
+        case 'PageUp':
+            return clamp(onStep(value + 10 * step, low, step), low, high);
+        case 'PageDown':
+            return clamp(onStep(value - 10 * step, low, step), low, high);
+        case 'Home':
+            return low;
+        case 'End':
+            return high;
+        default:
+            return null;
     }
 }
 
@@ -66,19 +62,16 @@ function valueOfKey(event, value, [low, high], step) {
 function watchKeys(target, {value, range, step, drag, commit, only}) {
     let isHeld = false;
     target.addEventListener('keydown', (event) => {
-        if (event.ctrlKey || event.altKey || event.metaKey || (only && !only.includes(event.key)))
-            return;
+        if (event.ctrlKey || event.altKey || event.metaKey || (only && !only.includes(event.key))) return;
         const wanted = valueOfKey(event, value(), range, step);
-        if (wanted === null)
-            return;
+        if (wanted === null) return;
         event.preventDefault();
         event.stopPropagation();
         isHeld = true;
         drag(wanted);
     });
     const release = () => {
-        if (isHeld)
-            commit(value());
+        if (isHeld) commit(value());
         isHeld = false;
     };
     target.addEventListener('keyup', release);
@@ -93,7 +86,12 @@ export function numberField({label, range, step, isWhole, places, drag, commit})
     const [low, high] = range;
     let value = 0;
     const field = element('input', {
-        type: 'text', inputmode: 'decimal', class: 'number', 'aria-label': label, autocomplete: 'off', spellcheck: 'false'
+        type: 'text',
+        inputmode: 'decimal',
+        class: 'number',
+        'aria-label': label,
+        autocomplete: 'off',
+        spellcheck: 'false'
     });
     const show = () => {
         field.value = written(value, step, places);
@@ -101,15 +99,20 @@ export function numberField({label, range, step, isWhole, places, drag, commit})
         field.title = '';
     };
     const take = () => {
-        if (field.value === written(value, step, places))
-            return true;
+        if (field.value === written(value, step, places)) return true;
         const typed = Number(field.value.trim().replace(',', '.'));
-        const isGood = field.value.trim() !== '' && Number.isFinite(typed) && (!isWhole || Number.isInteger(typed)) &&
-            (low === null || typed >= low) && (high === null || typed <= high);
+        const isGood =
+            field.value.trim() !== '' &&
+            Number.isFinite(typed) &&
+            (!isWhole || Number.isInteger(typed)) &&
+            (low === null || typed >= low) &&
+            (high === null || typed <= high);
         if (!isGood) {
             field.setAttribute('aria-invalid', 'true');
-            field.title = `Expected a ${isWhole ? 'whole ' : ''}number` +
-                (low !== null ? ` from ${low}` : '') + (high !== null ? ` to ${high}` : '');
+            field.title =
+                `Expected a ${isWhole ? 'whole ' : ''}number` +
+                (low !== null ? ` from ${low}` : '') +
+                (high !== null ? ` to ${high}` : '');
             return false;
         }
         value = typed;
@@ -119,13 +122,15 @@ export function numberField({label, range, step, isWhole, places, drag, commit})
     };
     field.addEventListener('focus', () => field.select());
     field.addEventListener('keydown', (event) => {
-        if (event.key === 'Enter' && take())
-            field.select();
-        if (event.key === 'Escape')
-            show();
+        if (event.key === 'Enter' && take()) field.select();
+        if (event.key === 'Escape') show();
     });
     watchKeys(field, {
-        value: () => value, range, step, commit, only: ['ArrowUp', 'ArrowDown', 'PageUp', 'PageDown'],
+        value: () => value,
+        range,
+        step,
+        commit,
+        only: ['ArrowUp', 'ArrowDown', 'PageUp', 'PageDown'],
         drag: (wanted) => {
             value = wanted;
             show();
@@ -133,14 +138,12 @@ export function numberField({label, range, step, isWhole, places, drag, commit})
         }
     });
     field.addEventListener('blur', () => {
-        if (!take())
-            show();
+        if (!take()) show();
     });
     const update = (newValue) => {
         const isTyping = document.activeElement === field && field.value !== written(value, step, places);
         value = newValue;
-        if (!isTyping)
-            show();
+        if (!isTyping) show();
     };
     return {root: field, update};
 }
@@ -167,7 +170,10 @@ export function slider({label, range, step, drag, commit, reset}) {
         commit(value);
     });
     watchKeys(input, {
-        value: () => value, range, step, commit,
+        value: () => value,
+        range,
+        step,
+        commit,
         drag: (wanted) => {
             value = wanted;
             show();

@@ -34,7 +34,8 @@ export function wheelMapping(parameters, role) {
     const read = (values) => (colours ? names.map((name) => values[name][0]) : values[single.name].slice(0, 3));
     const neutral = colours ? colours.map((parameter) => parameter.default[0]) : single.default.slice(0, 3);
     const isFactor = role !== 'lift' && neutral.every((value) => value !== 0);
-    const pushFrom = (values) => read(values).map((value, i) => (isFactor ? value / neutral[i] - 1 : value - neutral[i]));
+    const pushFrom = (values) =>
+        read(values).map((value, i) => (isFactor ? value / neutral[i] - 1 : value - neutral[i]));
     return {
         point: (values) => pointOf(pushFrom(values)),
         values: (point, old) => {
@@ -45,15 +46,15 @@ export function wheelMapping(parameters, role) {
                 const limit = (which) => (Array.isArray(which) ? which[colours ? 0 : i] : which);
                 return Number(clamp(value, limit(limits[i].minimum), limit(limits[i].maximum)).toFixed(5));
             });
-            return colours ? Object.fromEntries(names.map((name, i) => [name, [made[i]]])) :
-                {[single.name]: [...made, ...old[single.name].slice(3)]};
+            return colours
+                ? Object.fromEntries(names.map((name, i) => [name, [made[i]]]))
+                : {[single.name]: [...made, ...old[single.name].slice(3)]};
         }
     };
 }
 
 function paint(canvas, point) {
-    if (!canvas.clientWidth)
-        return;
+    if (!canvas.clientWidth) return;
     const {context, width, scale} = fitCanvas(canvas);
     const radius = width / 2 - 2 * scale;
     const middle = width / 2;
@@ -61,8 +62,10 @@ function paint(canvas, point) {
     const ring = context.createConicGradient(0, middle, middle);
     for (let i = 0; i <= 12; ++i) {
         // Angles of the gradient run clockwise, those of the vectorscope against it.
-        const angle = -i / 12 * 2 * Math.PI;
-        const [red, green, blue] = pushOf([Math.cos(angle), Math.sin(angle)]).map((v) => Math.round((0.5 + v) * 255));
+        const angle = (-i / 12) * 2 * Math.PI;
+        const [red, green, blue] = pushOf([Math.cos(angle), Math.sin(angle)]).map((v) =>
+            Math.round((0.5 + v) * 255)
+        );
         ring.addColorStop(i / 12, `rgb(${red} ${green} ${blue})`);
     }
     context.lineWidth = 5 * scale;
@@ -98,11 +101,22 @@ export function disc({label, step, drag, commit, reset}) {
     let point = [0, 0];
     let isHeld = false;
     const canvas = element('canvas', {'aria-hidden': 'true'});
-    const root = element('div', {
-        class: 'disc', role: 'slider', tabindex: '0', 'aria-label': label, 'aria-valuemin': '0', 'aria-valuemax': '100',
-        'aria-roledescription': 'colour wheel', title: 'Arrow keys move the point; Shift is finer with the pointer, coarser with keys;' +
-            ' a double click resets'
-    }, canvas);
+    const root = element(
+        'div',
+        {
+            class: 'disc',
+            role: 'slider',
+            tabindex: '0',
+            'aria-label': label,
+            'aria-valuemin': '0',
+            'aria-valuemax': '100',
+            'aria-roledescription': 'colour wheel',
+            title:
+                'Arrow keys move the point; Shift is finer with the pointer, coarser with keys;' +
+                ' a double click resets'
+        },
+        canvas
+    );
     const show = () => {
         paint(canvas, point);
         root.setAttribute('aria-valuenow', Math.round(Math.min(1, Math.hypot(...point)) * 100));
@@ -114,21 +128,21 @@ export function disc({label, step, drag, commit, reset}) {
     };
     let from = null;
     followPointer(root, {
-        start: (event) => { from = {x: event.clientX, y: event.clientY}; },
+        start: (event) => {
+            from = {x: event.clientX, y: event.clientY};
+        },
         move: (event) => {
-            const scale = (event.shiftKey ? 0.2 : 1) * 2 / root.clientWidth;
+            const scale = ((event.shiftKey ? 0.2 : 1) * 2) / root.clientWidth;
             const moved = [(event.clientX - from.x) * scale, -(event.clientY - from.y) * scale];
             from = {x: event.clientX, y: event.clientY};
-            if (!moved[0] && !moved[1])
-                return;
+            if (!moved[0] && !moved[1]) return;
             isHeld = true;
             point = inside([point[0] + moved[0], point[1] + moved[1]]);
             show();
             drag(point);
         },
         end: () => {
-            if (isHeld)
-                commit(point);
+            if (isHeld) commit(point);
             isHeld = false;
         }
     });
@@ -136,8 +150,7 @@ export function disc({label, step, drag, commit, reset}) {
     root.addEventListener('keydown', (event) => {
         const ways = {ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, 1], ArrowDown: [0, -1]};
         const way = ways[event.key];
-        if (!way || event.ctrlKey || event.altKey || event.metaKey)
-            return;
+        if (!way || event.ctrlKey || event.altKey || event.metaKey) return;
         event.preventDefault();
         event.stopPropagation();
         const by = (event.shiftKey ? 10 : 1) * step;
@@ -147,8 +160,7 @@ export function disc({label, step, drag, commit, reset}) {
         drag(point);
     });
     const release = () => {
-        if (isHeld)
-            commit(point);
+        if (isHeld) commit(point);
         isHeld = false;
     };
     root.addEventListener('keyup', release);

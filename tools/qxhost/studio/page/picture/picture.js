@@ -27,19 +27,23 @@ function pixelAspect() {
 // The places of the pictures on the canvas: one, or two beside or above each other, whichever is larger.
 function panes() {
     const {width, height} = canvas;
-    if (studio.compare.way === 'difference')
-        return [{of: 'difference', x: 0, y: 0, width, height}];
-    if (studio.compare.way !== 'side')
-        return [{of: 'after', x: 0, y: 0, width, height}];
+    if (studio.compare.way === 'difference') return [{of: 'difference', x: 0, y: 0, width, height}];
+    if (studio.compare.way !== 'side') return [{of: 'after', x: 0, y: 0, width, height}];
     const gap = 2;
     const clip = clipSize();
     const beside = {width: (width - gap) / 2, height};
     const above = {width, height: (height - gap) / 2};
     const fits = (place) => Math.min(place.width / clip.width / pixelAspect(), place.height / clip.height);
     if (fits(beside) >= fits(above)) {
-        return [{of: 'before', x: 0, y: 0, ...beside}, {of: 'after', x: beside.width + gap, y: 0, ...beside}];
+        return [
+            {of: 'before', x: 0, y: 0, ...beside},
+            {of: 'after', x: beside.width + gap, y: 0, ...beside}
+        ];
     }
-    return [{of: 'before', x: 0, y: 0, ...above}, {of: 'after', x: 0, y: above.height + gap, ...above}];
+    return [
+        {of: 'before', x: 0, y: 0, ...above},
+        {of: 'after', x: 0, y: above.height + gap, ...above}
+    ];
 }
 
 function fittingScale() {
@@ -66,8 +70,7 @@ function settle() {
 
 // The part of the clip that is seen, in whole pixels; null if all of it is.
 function region() {
-    if (view.scale === null)
-        return null;
+    if (view.scale === null) return null;
     const place = panes()[0];
     const clip = clipSize();
     const left = clamp(Math.floor(view.x - place.width / scaleAcross() / 2), 0, clip.width - 1);
@@ -79,17 +82,19 @@ function region() {
 }
 
 const sendView = oncePerDrawing(() => {
-    if (!studio.state || !studio.connection.isOpen)
-        return;
+    if (!studio.state || !studio.connection.isOpen) return;
     const place = panes()[0];
     const message = {
-        width: Math.max(1, Math.floor(place.width)), height: Math.max(1, Math.floor(place.height)), region: region(),
-        compare: studio.compare.way, times: studio.compare.times, against: studio.compare.against === 'before' ? 'before' : Number(studio.compare.against),
+        width: Math.max(1, Math.floor(place.width)),
+        height: Math.max(1, Math.floor(place.height)),
+        region: region(),
+        compare: studio.compare.way,
+        times: studio.compare.times,
+        against: studio.compare.against === 'before' ? 'before' : Number(studio.compare.against),
         quality: studio.quality
     };
     const text = JSON.stringify(message);
-    if (text === rate.sent)
-        return;
+    if (text === rate.sent) return;
     rate.sent = text;
     studio.tell('view', message);
 });
@@ -103,7 +108,13 @@ function place(context, pane, picture) {
     // Pixels are shown as squares as soon as one is seen as more than one.
     context.imageSmoothingEnabled = !(scale > 1 && picture.header.width >= width);
     context.imageSmoothingQuality = 'high';
-    context.drawImage(picture.bitmap, Math.round(left), Math.round(top), Math.round(width * across), Math.round(height * scale));
+    context.drawImage(
+        picture.bitmap,
+        Math.round(left),
+        Math.round(top),
+        Math.round(width * across),
+        Math.round(height * scale)
+    );
 }
 
 function drawPane(context, pane, clipTo) {
@@ -114,8 +125,7 @@ function drawPane(context, pane, clipTo) {
     context.clip();
     const newest = shown[pane.of];
     if (newest) {
-        if (whole[pane.of] && whole[pane.of] !== newest)
-            place(context, pane, whole[pane.of]);
+        if (whole[pane.of] && whole[pane.of] !== newest) place(context, pane, whole[pane.of]);
         place(context, pane, newest);
     }
     context.restore();
@@ -124,23 +134,26 @@ function drawPane(context, pane, clipTo) {
 const draw = oncePerDrawing(() => {
     const context = canvas.getContext('2d');
     context.clearRect(0, 0, canvas.width, canvas.height);
-    if (!studio.state)
-        return;
+    if (!studio.state) return;
     settle();
-    for (const pane of panes())
-        drawPane(context, pane);
+    for (const pane of panes()) drawPane(context, pane);
     if (studio.compare.way === 'wipe') {
         const all = panes()[0];
-        drawPane(context, {...all, of: 'before'}, {x: 0, y: 0, width: Math.round(wipePlace()), height: canvas.height});
+        drawPane(
+            context,
+            {...all, of: 'before'},
+            {x: 0, y: 0, width: Math.round(wipePlace()), height: canvas.height}
+        );
     }
-    if (studio.compare.way === 'side' || studio.compare.way === 'wipe')
-        drawNames(context);
+    if (studio.compare.way === 'side' || studio.compare.way === 'wipe') drawNames(context);
     wipe.hidden = studio.compare.way !== 'wipe';
-    wipe.style.left = `${wipePlace() / canvas.width * 100}%`;
-    const text = view.scale === null ? 'fit' : `${view.scale >= 1 ? Math.round(view.scale * 100) : (view.scale * 100).toFixed(0)} %`;
+    wipe.style.left = `${(wipePlace() / canvas.width) * 100}%`;
+    const text =
+        view.scale === null
+            ? 'fit'
+            : `${view.scale >= 1 ? Math.round(view.scale * 100) : (view.scale * 100).toFixed(0)} %`;
     setText(byId('zoom'), text);
-    for (const listener of listeners)
-        listener();
+    for (const listener of listeners) listener();
 });
 
 // Says in the lower corners which picture is which.
@@ -181,14 +194,14 @@ function setWipe(at) {
 /** The clip's place under a place of the window in CSS pixels, with fractions; null outside the picture. */
 export function clipPlace(clientX, clientY) {
     const box = canvas.getBoundingClientRect();
-    const x = (clientX - box.left) * canvas.width / box.width;
-    const y = (clientY - box.top) * canvas.height / box.height;
+    const x = ((clientX - box.left) * canvas.width) / box.width;
+    const y = ((clientY - box.top) * canvas.height) / box.height;
     const pane = panes().find((p) => x >= p.x && y >= p.y && x < p.x + p.width && y < p.y + p.height);
-    if (!pane)
-        return null;
+    if (!pane) return null;
     const clip = clipSize();
     const at = {
-        x: view.x + (x - pane.x - pane.width / 2) / scaleAcross(), y: view.y + (y - pane.y - pane.height / 2) / scaleNow()
+        x: view.x + (x - pane.x - pane.width / 2) / scaleAcross(),
+        y: view.y + (y - pane.y - pane.height / 2) / scaleNow()
     };
     return at.x >= 0 && at.y >= 0 && at.x < clip.width && at.y < clip.height ? at : null;
 }
@@ -212,11 +225,10 @@ function zoomTo(scale, around = null) {
     const from = scaleNow();
     const fit = fittingScale();
     let to = scale === null ? null : clamp(scale, Math.min(fit, 0.1), 64);
-    if (to !== null && to <= fit && scale !== 1)
-        to = null;
+    if (to !== null && to <= fit && scale !== 1) to = null;
     if (around && to !== null) {
-        view.x = around.x + (view.x - around.x) * from / to;
-        view.y = around.y + (view.y - around.y) * from / to;
+        view.x = around.x + ((view.x - around.x) * from) / to;
+        view.y = around.y + ((view.y - around.y) * from) / to;
     }
     view.scale = to;
     changed();
@@ -225,7 +237,8 @@ function zoomTo(scale, around = null) {
 export function zoomStep(direction, around = null) {
     const steps = [0.125, 0.25, 0.5, 0.75, 1, 1.5, 2, 3, 4, 6, 8, 12, 16, 24, 32, 48, 64];
     const from = scaleNow();
-    const to = direction > 0 ? steps.find((step) => step > from * 1.01) : steps.findLast((step) => step < from * 0.99);
+    const to =
+        direction > 0 ? steps.find((step) => step > from * 1.01) : steps.findLast((step) => step < from * 0.99);
     zoomTo(to ?? (direction > 0 ? 64 : null), around);
     announce(`Zoom ${byId('zoom').textContent}`);
 }
@@ -236,8 +249,8 @@ export const zoomToPixels = (around = null) => zoomTo(1, around);
 /** Moves the picture by parts of its place. */
 export function pan(x, y) {
     const pane = panes()[0];
-    view.x += x * pane.width / scaleAcross();
-    view.y += y * pane.height / scaleNow();
+    view.x += (x * pane.width) / scaleAcross();
+    view.y += (y * pane.height) / scaleNow();
     changed();
 }
 
@@ -249,18 +262,15 @@ function changed() {
 
 export function toggleFullScreen() {
     const viewer = document.querySelector('.viewer');
-    if (document.fullscreenElement)
-        document.exitFullscreen();
-    else
-        viewer.requestFullscreen?.().catch(() => announce('The browser does not allow full screen here'));
+    if (document.fullscreenElement) document.exitFullscreen();
+    else viewer.requestFullscreen?.().catch(() => announce('The browser does not allow full screen here'));
 }
 
 // Pictures are decoded one after the other; one that came while another was decoded replaces those that wait.
 const arrived = {waiting: new Map(), busy: false};
 
 async function decodeAll() {
-    if (arrived.busy)
-        return;
+    if (arrived.busy) return;
     arrived.busy = true;
     while (arrived.waiting.size) {
         const [[of, picture]] = arrived.waiting;
@@ -281,16 +291,14 @@ function show(header, bitmap) {
     const old = shown[header.of];
     shown[header.of] = picture;
     const isWhole = header.region[2] >= clip.width && header.region[3] >= clip.height;
-    if (old && old !== whole[header.of])
-        old.bitmap.close();
+    if (old && old !== whole[header.of]) old.bitmap.close();
     if (isWhole) {
         whole[header.of]?.bitmap.close();
         whole[header.of] = picture;
     }
     byId('stage-text').hidden = true;
     canvas.dataset[header.of] = JSON.stringify(header);
-    if (header.of !== 'before')
-        studio.setFrame(header.frame);
+    if (header.of !== 'before') studio.setFrame(header.frame);
     countSpeed(header);
     draw();
 }
@@ -302,7 +310,8 @@ function countSpeed(header) {
     const part = (name) => `${name} ${(spent[name] ?? 0).toFixed(1)}`;
     const sum = Object.values(spent).reduce((a, b) => a + b, 0);
     setText(byId('speed'), `${sum.toFixed(0)} ms` + (studio.state.playing ? ` · ${rate.times.length}/s` : ''));
-    byId('speed').title = `The last picture: ${['decode', 'draw', 'encode'].map(part).join(', ')} milliseconds` +
+    byId('speed').title =
+        `The last picture: ${['decode', 'draw', 'encode'].map(part).join(', ')} milliseconds` +
         ' on the server; pictures in the last second';
 }
 
@@ -310,13 +319,11 @@ function countSpeed(header) {
 function forget() {
     rate.sent = null;
     const clip = JSON.stringify(studio.state.clip);
-    if (canvas.dataset.clip === clip)
-        return;
+    if (canvas.dataset.clip === clip) return;
     canvas.dataset.clip = clip;
     for (const of of Object.keys(shown)) {
         shown[of]?.bitmap.close();
-        if (whole[of] !== shown[of])
-            whole[of]?.bitmap.close();
+        if (whole[of] !== shown[of]) whole[of]?.bitmap.close();
         shown[of] = whole[of] = null;
         delete canvas.dataset[of];
     }
@@ -329,12 +336,22 @@ function shortened(text) {
 }
 
 function fillCompare() {
-    const ways = [['none', 'Off', 'A'], ['wipe', 'Wipe', 'W'], ['side', 'Side by side', 'B'], ['difference', 'Difference', 'D']];
+    const ways = [
+        ['none', 'Off', 'A'],
+        ['wipe', 'Wipe', 'W'],
+        ['side', 'Side by side', 'B'],
+        ['difference', 'Difference', 'D']
+    ];
     for (const [way, text, key] of ways) {
         const input = element('input', {
-            type: 'radio', name: 'compare', value: way, onchange: () => studio.setCompare({way})
+            type: 'radio',
+            name: 'compare',
+            value: way,
+            onchange: () => studio.setCompare({way})
         });
-        byId('compare').append(element('label', {title: `${text} (${key})`}, input, element('span', {}, ...shortened(text))));
+        byId('compare').append(
+            element('label', {title: `${text} (${key})`}, input, element('span', {}, ...shortened(text)))
+        );
     }
     byId('against').addEventListener('change', ({target}) => studio.setCompare({against: target.value}));
     byId('times').addEventListener('change', ({target}) => {
@@ -356,8 +373,7 @@ function showCompare() {
         chosen.dataset.names = wanted;
         chosen.replaceChildren(...names.map(([value, text]) => element('option', {value, text})));
     }
-    if (!names.some(([id]) => String(id) === String(studio.compare.against)))
-        studio.compare.against = 'before';
+    if (!names.some(([id]) => String(id) === String(studio.compare.against))) studio.compare.against = 'before';
     chosen.value = studio.compare.against;
 }
 
@@ -373,24 +389,21 @@ function watchPointers() {
         return {x, y, spread};
     };
     stage.addEventListener('pointerdown', (event) => {
-        if (event.target === wipe || event.button !== 0)
-            return;
+        if (event.target === wipe || event.button !== 0) return;
         down.set(event.pointerId, {x: event.clientX, y: event.clientY});
         stage.setPointerCapture(event.pointerId);
         last = gathered();
     });
     stage.addEventListener('pointermove', (event) => {
-        if (!down.has(event.pointerId))
-            return;
+        if (!down.has(event.pointerId)) return;
         down.set(event.pointerId, {x: event.clientX, y: event.clientY});
         const now = gathered();
         const scale = canvas.width / canvas.clientWidth / scaleNow();
         if (view.scale !== null) {
-            view.x -= (now.x - last.x) * scale / pixelAspect();
+            view.x -= ((now.x - last.x) * scale) / pixelAspect();
             view.y -= (now.y - last.y) * scale;
         }
-        if (now.spread && last.spread)
-            zoomTo(scaleNow() * now.spread / last.spread, clipPlace(now.x, now.y));
+        if (now.spread && last.spread) zoomTo((scaleNow() * now.spread) / last.spread, clipPlace(now.x, now.y));
         last = now;
         changed();
     });
@@ -401,13 +414,16 @@ function watchPointers() {
     stage.addEventListener('pointerup', up);
     stage.addEventListener('pointercancel', up);
     stage.addEventListener('dblclick', (event) => {
-        if (event.target !== wipe)
-            zoomTo(view.scale === null ? 1 : null, clipPlace(event.clientX, event.clientY));
+        if (event.target !== wipe) zoomTo(view.scale === null ? 1 : null, clipPlace(event.clientX, event.clientY));
     });
-    stage.addEventListener('wheel', (event) => {
-        event.preventDefault();
-        zoomTo(scaleNow() * Math.exp(-event.deltaY / 300), clipPlace(event.clientX, event.clientY));
-    }, {passive: false});
+    stage.addEventListener(
+        'wheel',
+        (event) => {
+            event.preventDefault();
+            zoomTo(scaleNow() * Math.exp(-event.deltaY / 300), clipPlace(event.clientX, event.clientY));
+        },
+        {passive: false}
+    );
 }
 
 function watchWipe() {
@@ -415,14 +431,20 @@ function watchWipe() {
         start: (event) => event.stopPropagation(),
         move: (event) => {
             const box = canvas.getBoundingClientRect();
-            const x = (event.clientX - box.left) * canvas.width / box.width;
+            const x = ((event.clientX - box.left) * canvas.width) / box.width;
             setWipe((view.x + (x - canvas.width / 2) / scaleAcross()) / clipSize().width);
         }
     });
     wipe.addEventListener('keydown', (event) => {
-        const by = {ArrowLeft: -0.01, ArrowDown: -0.01, ArrowRight: 0.01, ArrowUp: 0.01, PageUp: 0.1, PageDown: -0.1}[event.key];
-        if (by === undefined && event.key !== 'Home' && event.key !== 'End')
-            return;
+        const by = {
+            ArrowLeft: -0.01,
+            ArrowDown: -0.01,
+            ArrowRight: 0.01,
+            ArrowUp: 0.01,
+            PageUp: 0.1,
+            PageDown: -0.1
+        }[event.key];
+        if (by === undefined && event.key !== 'Home' && event.key !== 'End') return;
         event.preventDefault();
         event.stopPropagation();
         setWipe(by === undefined ? (event.key === 'Home' ? 0 : 1) : wipeAt + by);

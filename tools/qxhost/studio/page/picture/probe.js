@@ -19,27 +19,49 @@ function build() {
         const swatch = element('span', {class: 'swatch', 'aria-hidden': 'true'});
         cells[name] = {swatch};
         const numbers = ['r', 'g', 'b', 'y', 'cb', 'cr'].map((channel) => {
-            cells[name][channel] = element('td', {class: `number ${channel}`, 'data-probe': `${name}-${channel}`, text: '–'});
+            cells[name][channel] = element('td', {
+                class: `number ${channel}`,
+                'data-probe': `${name}-${channel}`,
+                text: '–'
+            });
             return cells[name][channel];
         });
         return element('tr', {}, element('th', {scope: 'row'}, text, swatch), ...numbers);
     };
     cells.place = element('output', {class: 'probe-place', 'data-probe': 'place', text: 'x –  y –'});
-    cells.depth = element('select', {
-        'aria-label': 'Bits of the codes', onchange: ({target}) => {
-            depth = Number(target.value);
-            ask();
-        }
-    }, ...depths.map((bits) => element('option', {value: bits, text: `${bits} bits`})));
+    cells.depth = element(
+        'select',
+        {
+            'aria-label': 'Bits of the codes',
+            onchange: ({target}) => {
+                depth = Number(target.value);
+                ask();
+            }
+        },
+        ...depths.map((bits) => element('option', {value: bits, text: `${bits} bits`}))
+    );
     cells.hold = element('button', {
-        type: 'button', 'aria-pressed': 'false', title: 'Keep the probe where it is (P)', text: 'Hold',
+        type: 'button',
+        'aria-pressed': 'false',
+        title: 'Keep the probe where it is (P)',
+        text: 'Hold',
         onclick: toggleHold
     });
-    const table = element('table', {},
+    const table = element(
+        'table',
+        {},
         element('thead', {}, element('tr', {}, element('td'), ...['R', 'G', 'B', 'Y', 'Cb', 'Cr'].map(head))),
-        element('tbody', {}, row('before', 'clip'), row('after', 'result')));
-    byId('probe').append(element('div', {class: 'probe-tools'}, cells.place,
-        element('div', {class: 'probe-choice'}, cells.depth, cells.hold)), table);
+        element('tbody', {}, row('before', 'clip'), row('after', 'result'))
+    );
+    byId('probe').append(
+        element(
+            'div',
+            {class: 'probe-tools'},
+            cells.place,
+            element('div', {class: 'probe-choice'}, cells.depth, cells.hold)
+        ),
+        table
+    );
     cells.cross = element('div', {class: 'cross', hidden: true, 'aria-hidden': 'true'});
     stage.append(cells.cross);
 }
@@ -47,8 +69,7 @@ function build() {
 function showDepths(exact) {
     for (const option of cells.depth.options)
         option.textContent = `${option.value} bits${Number(option.value) === exact ? ', exact' : ''}`;
-    if (depth === null)
-        cells.depth.value = depths.find((bits) => bits >= studio.state.clip.bits) ?? 16;
+    if (depth === null) cells.depth.value = depths.find((bits) => bits >= studio.state.clip.bits) ?? 16;
 }
 
 function show(answer) {
@@ -56,7 +77,8 @@ function show(answer) {
     const bits = Number(cells.depth.value);
     for (const name of ['before', 'after']) {
         const codes = answer[name];
-        const write = (channels, values) => channels.forEach((channel, i) => setText(cells[name][channel], String(values[i])));
+        const write = (channels, values) =>
+            channels.forEach((channel, i) => setText(cells[name][channel], String(values[i])));
         write(['r', 'g', 'b'], codes[`rgb${bits}`]);
         write(['y', 'cb', 'cr'], codes[`ycbcr${bits}`]);
         cells[name].swatch.style.background = `rgb(${codes.rgb8.join(' ')})`;
@@ -66,8 +88,7 @@ function show(answer) {
 
 // One question at a time; the newest place is asked for next.
 const ask = oncePerDrawing(async () => {
-    if (!at || !studio.state || !studio.connection.isOpen || asked)
-        return;
+    if (!at || !studio.state || !studio.connection.isOpen || asked) return;
     setText(cells.place, `x ${at.x}  y ${at.y}`);
     asked = {...at};
     try {
@@ -78,8 +99,7 @@ const ask = oncePerDrawing(async () => {
     }
     const again = at && (at.x !== asked.x || at.y !== asked.y);
     asked = null;
-    if (again)
-        ask();
+    if (again) ask();
 });
 
 function moveTo(x, y) {
@@ -92,12 +112,14 @@ function moveTo(x, y) {
 
 function placeCross() {
     cells.cross.hidden = !isHeld || !at || !studio.state;
-    if (cells.cross.hidden)
-        return;
+    if (cells.cross.hidden) return;
     const place = stagePlace(at.x + 0.5, at.y + 0.5);
     const size = Math.max(9, place.pixel + 2);
     Object.assign(cells.cross.style, {
-        left: `${place.x}px`, top: `${place.y}px`, width: `${size}px`, height: `${size}px`
+        left: `${place.x}px`,
+        top: `${place.y}px`,
+        width: `${size}px`,
+        height: `${size}px`
     });
 }
 
@@ -109,29 +131,24 @@ function setHeld(held) {
 
 /** Keeps the probe where it is, or lets it follow the pointer again. */
 export function toggleHold() {
-    if (!at && studio.state)
-        moveTo(studio.state.clip.width / 2, studio.state.clip.height / 2);
+    if (!at && studio.state) moveTo(studio.state.clip.width / 2, studio.state.clip.height / 2);
     setHeld(!isHeld);
 }
 
 /** Moves the probe by pixels, from the middle if it is nowhere yet. */
 export function moveProbe(x, y) {
-    if (!studio.state)
-        return;
+    if (!studio.state) return;
     const from = at ?? {x: Math.floor(studio.state.clip.width / 2), y: Math.floor(studio.state.clip.height / 2)};
-    if (!isHeld)
-        setHeld(true);
+    if (!isHeld) setHeld(true);
     moveTo(from.x + x, from.y + y);
 }
 
 export function startProbe() {
     build();
     const follow = (event) => {
-        if (isHeld || !studio.state)
-            return;
+        if (isHeld || !studio.state) return;
         const place = clipPlace(event.clientX, event.clientY);
-        if (place)
-            moveTo(place.x, place.y);
+        if (place) moveTo(place.x, place.y);
     };
     stage.addEventListener('pointermove', follow);
     stage.addEventListener('pointerdown', follow);

@@ -6,7 +6,10 @@ import {shownTab} from '../base/tabs.js';
 import {studio} from '../base/studio.js';
 
 const kinds = [
-    ['waveform', 'Waveform'], ['parade', 'Parade'], ['vectorscope', 'Vectorscope'], ['histogram', 'Histogram'],
+    ['waveform', 'Waveform'],
+    ['parade', 'Parade'],
+    ['vectorscope', 'Vectorscope'],
+    ['histogram', 'Histogram'],
     ['chromaticity', 'Chromaticity']
 ];
 const chosen = new Set(JSON.parse(remembered('scopes') ?? '["waveform","parade","vectorscope","histogram"]'));
@@ -15,11 +18,11 @@ let counts = null; // the newest message
 let sent = null;
 
 /** Counts of a message: 16 bits each, little endian, in base64. */
-export function decodeCounts(text) {
+function decodeCounts(text) {
     const bytes = atob(text);
     const counts = new Uint16Array(bytes.length / 2);
     for (let i = 0; i < counts.length; ++i)
-        counts[i] = bytes.charCodeAt(2 * i) | bytes.charCodeAt(2 * i + 1) << 8;
+        counts[i] = bytes.charCodeAt(2 * i) | (bytes.charCodeAt(2 * i + 1) << 8);
     return counts;
 }
 
@@ -28,22 +31,21 @@ function brightness(full) {
     const gain = 2 ** Number(byId('scope-gain').value);
     const scale = 255 / Math.log1p(full);
     return Uint8Array.from({length: full + 1}, (_, count) =>
-        (count === 0 ? 0 : Math.min(255, 40 + scale * Math.log1p(count * gain))));
+        count === 0 ? 0 : Math.min(255, 40 + scale * Math.log1p(count * gain))
+    );
 }
 
 // An image of counts, level 0 at the bottom; `colours` says which of red, green and blue each array lights.
 function imageOf(arrays, columns, rows) {
     const image = new ImageData(columns, rows);
     let most = 1;
-    for (const {values} of arrays)
-        most = values.reduce((a, b) => (a > b ? a : b), most);
+    for (const {values} of arrays) most = values.reduce((a, b) => (a > b ? a : b), most);
     const light = brightness(most);
     for (const {values, colour} of arrays) {
         for (let row = 0; row < rows; ++row) {
             for (let column = 0; column < columns; ++column) {
                 const count = values[row * columns + column];
-                if (count === 0)
-                    continue;
+                if (count === 0) continue;
                 const bright = light[count];
                 const at = 4 * ((rows - 1 - row) * columns + column);
                 image.data[at] = Math.max(image.data[at], bright * colour[0]);
@@ -101,8 +103,7 @@ function levelLines(context, scale, place, levels, bits, legal) {
         const code = Math.round(last * part);
         line(code, inks.line, []);
         const isNear = isMarked && legal.some((mark) => Math.abs(toY(mark) - toY(code)) < 11 * scale);
-        if (!isNear)
-            text(context, scale, String(code), place.x - 4 * scale, toY(code), 'right');
+        if (!isNear) text(context, scale, String(code), place.x - 4 * scale, toY(code), 'right');
     }
     if (isMarked) {
         for (const code of legal) {
@@ -112,11 +113,20 @@ function levelLines(context, scale, place, levels, bits, legal) {
     }
 }
 
-const margins = (width, height, scale) => ({x: 32 * scale, y: 8 * scale, width: width - 38 * scale, height: height - 16 * scale});
+const margins = (width, height, scale) => ({
+    x: 32 * scale,
+    y: 8 * scale,
+    width: width - 38 * scale,
+    height: height - 16 * scale
+});
 
 function drawWaveform({context, width, height, scale}, {bits, waveform, black, white: top}) {
     const place = margins(width, height, scale);
-    const image = imageOf([{values: decodeCounts(waveform.luma), colour: white}], waveform.columns, waveform.levels);
+    const image = imageOf(
+        [{values: decodeCounts(waveform.luma), colour: white}],
+        waveform.columns,
+        waveform.levels
+    );
     drawImage(context, image, place.x, place.y, place.width, place.height);
     levelLines(context, scale, place, waveform.levels, bits, [black, top]);
 }
@@ -124,7 +134,11 @@ function drawWaveform({context, width, height, scale}, {bits, waveform, black, w
 function drawParade({context, width, height, scale}, {bits, parade}) {
     const place = margins(width, height, scale);
     const part = place.width / 3;
-    [['r', red], ['g', green], ['b', blue]].forEach(([channel, colour], i) => {
+    [
+        ['r', red],
+        ['g', green],
+        ['b', blue]
+    ].forEach(([channel, colour], i) => {
         const image = imageOf([{values: decodeCounts(parade[channel]), colour}], parade.columns, parade.levels);
         drawImage(context, image, place.x + i * part + scale, place.y, part - 2 * scale, place.height);
     });
@@ -136,15 +150,19 @@ function drawVectorscope({context, width, height, scale}, {vectorscope}) {
     const left = (width - side) / 2;
     const top = (height - side) / 2;
     const middle = {x: left + side / 2, y: top + side / 2};
-    const image = imageOf([{values: decodeCounts(vectorscope.counts), colour: white}], vectorscope.size, vectorscope.size);
+    const image = imageOf(
+        [{values: decodeCounts(vectorscope.counts), colour: white}],
+        vectorscope.size,
+        vectorscope.size
+    );
     drawImage(context, image, left, top, side, side);
     const {levels} = vectorscope;
-    const toX = (cb) => left + (cb + 0.5) / levels * side;
-    const toY = (cr) => top + side - (cr + 0.5) / levels * side;
+    const toX = (cb) => left + ((cb + 0.5) / levels) * side;
+    const toY = (cr) => top + side - ((cr + 0.5) / levels) * side;
     context.lineWidth = scale;
     context.strokeStyle = inks.line;
     context.beginPath();
-    context.arc(middle.x, middle.y, side * 0.5 * 224 / 256, 0, 2 * Math.PI);
+    context.arc(middle.x, middle.y, (side * 0.5 * 224) / 256, 0, 2 * Math.PI);
     context.moveTo(left, middle.y);
     context.lineTo(left + side, middle.y);
     context.moveTo(middle.x, top);
@@ -155,7 +173,10 @@ function drawVectorscope({context, width, height, scale}, {vectorscope}) {
     context.setLineDash([4 * scale, 3 * scale]);
     context.beginPath();
     context.moveTo(middle.x, middle.y);
-    context.lineTo(middle.x + Math.cos(123 / 180 * Math.PI) * side * 0.44, middle.y - Math.sin(123 / 180 * Math.PI) * side * 0.44);
+    context.lineTo(
+        middle.x + Math.cos((123 / 180) * Math.PI) * side * 0.44,
+        middle.y - Math.sin((123 / 180) * Math.PI) * side * 0.44
+    );
     context.stroke();
     context.setLineDash([]);
     context.strokeStyle = inks.target;
@@ -175,14 +196,14 @@ function drawHistogram({context, width, height, scale}, {bits, histogram, black,
     const channels = ['r', 'g', 'b', 'luma'].filter((name) => histogram[name]);
     const most = Math.sqrt(Math.max(1, ...channels.flatMap((name) => histogram[name])));
     const gain = 2 ** Number(byId('scope-gain').value);
-    const toX = (code) => place.x + (code + 0.5) / levels * place.width;
+    const toX = (code) => place.x + ((code + 0.5) / levels) * place.width;
     const colours = {r: '#ff5050', g: '#46d860', b: '#5a8cff', luma: '#dde2e0'};
     context.globalCompositeOperation = 'lighter';
     for (const name of channels) {
         context.beginPath();
         context.moveTo(place.x, place.y + place.height);
         histogram[name].forEach((count, code) => {
-            const y = place.y + place.height * (1 - Math.min(1, gain * Math.sqrt(count) / most));
+            const y = place.y + place.height * (1 - Math.min(1, (gain * Math.sqrt(count)) / most));
             context.lineTo(toX(code), y);
         });
         context.lineTo(place.x + place.width, place.y + place.height);
@@ -213,7 +234,14 @@ function drawHistogram({context, width, height, scale}, {bits, histogram, black,
         const code = Math.round(last * part);
         mark(code, inks.line, []);
         if (!marks.some((m) => Math.abs(toX(m) - toX(code)) < 40 * scale))
-            text(context, scale, String(code), toX(code), place.y + place.height + 9 * scale, part === 0 ? 'left' : part === 1 ? 'right' : 'center');
+            text(
+                context,
+                scale,
+                String(code),
+                toX(code),
+                place.y + place.height + 9 * scale,
+                part === 0 ? 'left' : part === 1 ? 'right' : 'center'
+            );
     }
     for (const code of marks) {
         mark(code, inks.legal, [4 * scale, 3 * scale]);
@@ -230,7 +258,11 @@ function drawChromaticity({context, width, height, scale}, {chromaticity}) {
     const top = (height - shown.height * unit) / 2;
     const toX = (x) => left + (x - shown.left) * unit;
     const toY = (y) => top + (shown.height - (y - shown.bottom)) * unit;
-    const image = imageOf([{values: decodeCounts(chromaticity.counts), colour: white}], chromaticity.size, chromaticity.size);
+    const image = imageOf(
+        [{values: decodeCounts(chromaticity.counts), colour: white}],
+        chromaticity.size,
+        chromaticity.size
+    );
     context.lineWidth = scale;
     context.strokeStyle = inks.line;
     for (let i = 0; i <= 8; ++i) {
@@ -253,14 +285,16 @@ function drawChromaticity({context, width, height, scale}, {chromaticity}) {
         context.closePath();
         context.stroke();
     };
-    if (chromaticity.locus?.length)
-        outline(chromaticity.locus, inks.target);
-    if (chromaticity.gamut?.length)
-        outline(chromaticity.gamut, inks.legal);
+    if (chromaticity.locus?.length) outline(chromaticity.locus, inks.target);
+    if (chromaticity.gamut?.length) outline(chromaticity.gamut, inks.legal);
 }
 
 const drawers = {
-    waveform: drawWaveform, parade: drawParade, vectorscope: drawVectorscope, histogram: drawHistogram, chromaticity: drawChromaticity
+    waveform: drawWaveform,
+    parade: drawParade,
+    vectorscope: drawVectorscope,
+    histogram: drawHistogram,
+    chromaticity: drawChromaticity
 };
 
 const draw = oncePerDrawing(() => {
@@ -268,12 +302,10 @@ const draw = oncePerDrawing(() => {
     const place = byId('scopes');
     place.tabIndex = place.scrollHeight > place.clientHeight ? 0 : -1;
     for (const [kind, {canvas}] of boxes) {
-        if (!canvas.clientWidth)
-            continue;
+        if (!canvas.clientWidth) continue;
         const place = fitCanvas(canvas);
         place.context.clearRect(0, 0, place.width, place.height);
-        if (counts?.[kind])
-            drawers[kind](place, counts);
+        if (counts?.[kind]) drawers[kind](place, counts);
     }
     if (counts) {
         const range = studio.state?.clip.range === 'video' ? ', marks at the ends of the video range' : '';
@@ -284,16 +316,18 @@ const draw = oncePerDrawing(() => {
 
 // Scopes cost work on the device: only those that are seen are asked for.
 function ask() {
-    if (!studio.connection.isOpen)
-        return;
+    if (!studio.connection.isOpen) return;
     const wanted = {
-        kinds: shownTab() === 'scopes' && document.visibilityState === 'visible' ? kinds.map(([kind]) => kind).filter((kind) => chosen.has(kind)) : [],
+        kinds:
+            shownTab() === 'scopes' && document.visibilityState === 'visible'
+                ? kinds.map(([kind]) => kind).filter((kind) => chosen.has(kind))
+                : [],
         // Those of 10 bits are four times as large.
-        of: byId('scope-of').value, rate: studio.state?.clip.bits > 8 ? 5 : 12
+        of: byId('scope-of').value,
+        rate: studio.state?.clip.bits > 8 ? 5 : 12
     };
     const asked = JSON.stringify(wanted);
-    if (sent === asked)
-        return;
+    if (sent === asked) return;
     sent = asked;
     studio.tell('scopes', wanted);
 }
@@ -318,11 +352,11 @@ function fill() {
 export function startScopes() {
     for (const [kind, name] of kinds) {
         const input = element('input', {
-            type: 'checkbox', value: kind, onchange: () => {
-                if (input.checked)
-                    chosen.add(kind);
-                else
-                    chosen.delete(kind);
+            type: 'checkbox',
+            value: kind,
+            onchange: () => {
+                if (input.checked) chosen.add(kind);
+                else chosen.delete(kind);
                 remember('scopes', JSON.stringify([...chosen]));
                 fill();
                 ask();

@@ -15,12 +15,10 @@ const outPoint = () => studio.state.out ?? lastFrame() ?? studio.frame;
 
 /** Goes to a frame; of many that are asked for while the server seeks, the newest counts. */
 export async function seek(frame) {
-    if (!studio.state)
-        return;
+    if (!studio.state) return;
     seeking.wanted = clamp(Math.round(frame), 0, lastFrame());
     showFrame(seeking.wanted);
-    if (seeking.busy)
-        return;
+    if (seeking.busy) return;
     seeking.busy = true;
     while (seeking.wanted !== null) {
         const wanted = seeking.wanted;
@@ -31,7 +29,8 @@ export async function seek(frame) {
 }
 
 export const step = (by) => studio.tell('step', {by});
-export const stepSecond = (by) => studio.tell('step', {by: by * Math.round(studio.state.clip.rate[0] / studio.state.clip.rate[1])});
+export const stepSecond = (by) =>
+    studio.tell('step', {by: by * Math.round(studio.state.clip.rate[0] / studio.state.clip.rate[1])});
 export const toIn = () => seek(inPoint());
 export const toOut = () => seek(outPoint());
 export const togglePlay = () => studio.tell(studio.state?.playing ? 'pause' : 'play');
@@ -43,8 +42,7 @@ export const clearRange = () => studio.tell('range', {in: null, out: null});
 function showFrame(frame) {
     const clip = studio.state.clip;
     const code = timeCodeOf(frame, clip);
-    if (document.activeElement !== time || !time.dataset.typed)
-        time.value = code;
+    if (document.activeElement !== time || !time.dataset.typed) time.value = code;
     setText(byId('frame'), clip.frames === null ? `frame ${frame}` : `frame ${frame} of ${clip.frames}`);
     scrub.value = frame;
     scrub.setAttribute('aria-valuetext', `${code}, frame ${frame}`);
@@ -55,14 +53,18 @@ function showFrame(frame) {
 const drawMarks = oncePerDrawing(() => {
     const {context, width, height, scale} = fitCanvas(byId('marks'));
     context.clearRect(0, 0, width, height);
-    if (!studio.state || !studio.state.clip.frames)
-        return;
+    if (!studio.state || !studio.state.clip.frames) return;
     const count = Math.max(1, studio.state.clip.frames - 1);
     // The middle of the thumb of a range lies half a thumb inside its ends.
     const margin = 7 * scale;
-    const at = (frame) => margin + frame / count * (width - 2 * margin);
+    const at = (frame) => margin + (frame / count) * (width - 2 * margin);
     context.fillStyle = themeColour('--range');
-    context.fillRect(at(inPoint()), height / 2 - scale, Math.max(scale, at(outPoint()) - at(inPoint())), 4 * scale);
+    context.fillRect(
+        at(inPoint()),
+        height / 2 - scale,
+        Math.max(scale, at(outPoint()) - at(inPoint())),
+        4 * scale
+    );
     context.fillStyle = themeColour('--key');
     const link = studio.link(studio.selected);
     for (const key of (link?.parameters ?? []).flatMap((parameter) => parameter.keys ?? [])) {
@@ -80,9 +82,8 @@ function fillSizes() {
     const {width, height} = studio.state.clip;
     const sizes = [[null, `full, ${width} × ${height}`]];
     for (const lines of [1080, 720, 540, 360]) {
-        if (lines >= height)
-            continue;
-        const wide = Math.max(2, Math.round(width * lines / height / 2) * 2);
+        if (lines >= height) continue;
+        const wide = Math.max(2, Math.round((width * lines) / height / 2) * 2);
         sizes.push([[wide, lines], `${wide} × ${lines}`]);
     }
     const now = studio.state.proxy;
@@ -105,13 +106,14 @@ function showState() {
     for (const id of ['play', 'back', 'on', 'to-in', 'to-out', 'loop', 'set-in', 'set-out', 'clear-range'])
         byId(id).disabled = clip.still || clip.frames === 1;
     fillSizes();
-    if (!isScrubbing && seeking.wanted === null && !seeking.busy)
-        showFrame(studio.frame);
+    if (!isScrubbing && seeking.wanted === null && !seeking.busy) showFrame(studio.frame);
     drawMarks();
 }
 
 function watchTime() {
-    time.addEventListener('input', () => { time.dataset.typed = 'yes'; });
+    time.addEventListener('input', () => {
+        time.dataset.typed = 'yes';
+    });
     const forget = () => {
         delete time.dataset.typed;
         time.setCustomValidity('');
@@ -126,7 +128,9 @@ function watchTime() {
             const frame = frameOf(time.value, studio.state.clip);
             const last = lastFrame();
             if (frame === null || frame < 0 || (last !== null && frame > last)) {
-                time.setCustomValidity(`Expected a frame${last === null ? '' : ` from 0 to ${last}`} or a time code of the clip`);
+                time.setCustomValidity(
+                    `Expected a frame${last === null ? '' : ` from 0 to ${last}`} or a time code of the clip`
+                );
                 time.reportValidity();
                 return;
             }
@@ -138,16 +142,24 @@ function watchTime() {
 
 export function startTransport() {
     const actions = {
-        'play': togglePlay, 'back': () => step(-1), 'on': () => step(1), 'to-in': toIn, 'to-out': toOut, 'loop': toggleLoop,
-        'set-in': setIn, 'set-out': setOut, 'clear-range': clearRange
+        'play': togglePlay,
+        'back': () => step(-1),
+        'on': () => step(1),
+        'to-in': toIn,
+        'to-out': toOut,
+        'loop': toggleLoop,
+        'set-in': setIn,
+        'set-out': setOut,
+        'clear-range': clearRange
     };
-    for (const [id, action] of Object.entries(actions))
-        byId(id).addEventListener('click', action);
+    for (const [id, action] of Object.entries(actions)) byId(id).addEventListener('click', action);
     scrub.addEventListener('input', () => {
         isScrubbing = true;
         seek(Number(scrub.value));
     });
-    scrub.addEventListener('change', () => { isScrubbing = false; });
+    scrub.addEventListener('change', () => {
+        isScrubbing = false;
+    });
     byId('proxy').addEventListener('change', ({target}) => studio.tell('proxy', {size: JSON.parse(target.value)}));
     watchTime();
     new ResizeObserver(drawMarks).observe(byId('marks'));
@@ -155,7 +167,6 @@ export function startTransport() {
     studio.on('selected', drawMarks);
     onTheme(drawMarks);
     studio.on('frame', () => {
-        if (!isScrubbing && seeking.wanted === null)
-            showFrame(studio.frame);
+        if (!isScrubbing && seeking.wanted === null) showFrame(studio.frame);
     });
 }

@@ -583,6 +583,31 @@ TEST_F(Studio, keeps_the_last_good_picture_when_a_save_is_broken)
     stop();
 }
 
+TEST_F(Studio, draws_the_rest_when_a_parameter_is_gone)
+{
+    makeClip();
+    write("dim.fx", dimming());
+    start({"clip.mp4", "dim.fx"});
+    Browser browser = window();
+    browser.send(view());
+    succeed(browser, {{"do", "set"}, {"link", link(browser)}, {"name", "amount"}, {"values", {0.5}}});
+    std::string text = dimming("level * 0");
+    text.replace(text.find("float amount"), 12, "float level");
+    write("dim.fx", text);
+    const Json state = browser.state([](const Json& each) { return !each["chain"][0]["warnings"].empty(); });
+    EXPECT_NE(state["chain"][0]["warnings"].dump().find("amount"), std::string::npos);
+    EXPECT_TRUE(state["chain"][0]["error"].is_null());
+    EXPECT_EQ(succeed(browser, {{"do", "probe"}, {"x", 50}, {"y", 50}})["after"]["rgb8"], Json({0, 0, 0}));
+    write("dim.fx", dimming()); // its value is there still
+    browser.state([](const Json& each) { return each["chain"][0]["warnings"].empty(); });
+    const Json codes = succeed(browser, {{"do", "probe"}, {"x", 50}, {"y", 50}});
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_NEAR(codes["after"]["rgb8"][i].get<double>(), codes["before"]["rgb8"][i].get<double>() / 2,
+                    0.51);
+    }
+    stop();
+}
+
 TEST_F(Studio, begins_with_an_effect_that_does_not_compile)
 {
     makeClip();
@@ -728,7 +753,12 @@ TEST_F(Studio, saves_looks_that_convert_applies)
     stop();
     start({"clip.mp4", "--look", "mine.look.toml"});
     Browser again = window();
-    EXPECT_EQ(again.state([](const Json&) { return true; })["chain"].size(), 0U);
+    const Json opened = again.state([](const Json&) { return true; });
+    EXPECT_EQ(opened["chain"].size(), 0U);
+    EXPECT_EQ(opened["look"], "mine.look.toml");
+    succeed(again, {{"do", "add"}, {"kind", "effect"}, {"name", "cc3.fx"}});
+    succeed(again, {{"do", "save"}});
+    EXPECT_NE(read(at("mine.look.toml")).find("cc3.fx"), std::string::npos);
     stop();
 }
 

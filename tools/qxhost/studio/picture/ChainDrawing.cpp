@@ -104,7 +104,9 @@ void ChainDrawing::examine(Link& link)
     link.inputs.clear();
     link.stamp = stampOf(file);
     link.status.error.reset();
+    link.status.failure.reset();
     link.status.warnings.clear();
+    link.status.refused.clear();
     if (link.made.kind == LookLink::Kind::lut) {
         return;
     }
@@ -183,6 +185,17 @@ bool ChainDrawing::recompileChanged()
     return changed;
 }
 
+/// Sets a parameter, which the file may have lost since the look has a value for it: the rest is drawn then.
+void ChainDrawing::set(Link& link, const std::string& name, const std::vector<float>& values)
+{
+    try {
+        link.chain->set(0, {name, values});
+        news_ += link.status.refused.erase(name);
+    } catch (const WrongOption& refusal) {
+        news_ += link.status.refused.emplace(name, refusal.what()).second ? 1U : 0U;
+    }
+}
+
 /// Gives the parameters their values in that frame.
 void ChainDrawing::apply(Link& link, const LookLink& wanted, std::int64_t frame)
 {
@@ -196,15 +209,16 @@ void ChainDrawing::apply(Link& link, const LookLink& wanted, std::int64_t frame)
             break;
         }
         if (parameter != nullptr) {
-            link.chain->set(0, {name, defaultValues(*parameter)});
+            set(link, name, defaultValues(*parameter));
         }
+        news_ += link.status.refused.erase(name);
         link.applied.erase(name);
     }
     for (const LookParameter& parameter : wanted.parameters) {
         std::vector<float> values = parameter.valuesAt(frame);
         std::vector<float>& applied = link.applied[parameter.name];
         if (applied != values) {
-            link.chain->set(0, {parameter.name, values});
+            set(link, parameter.name, values);
             applied = std::move(values);
         }
     }
@@ -226,11 +240,14 @@ Image::Surface ChainDrawing::draw(const Look& look, const Image::Surface& pictur
             if (measures) {
                 link.status.milliseconds = time.end();
             }
+            news_ += link.status.failure ? 1U : 0U;
+            link.status.failure.reset();
         } catch (const Failure& failure) {
             if (failure.code() == ExitCode::device) {
                 throw;
             }
-            link.status.error = LinkError{failure.what(), {}};
+            news_ += link.status.failure == failure.what() ? 0U : 1U;
+            link.status.failure = failure.what();
         }
     }
     return current;
@@ -268,7 +285,7 @@ void ChainDrawing::forgetFrames()
 bool ChainDrawing::isDrawn(std::uint64_t id) const
 {
     const Link& link = links_.at(id);
-    return link.chain && !link.status.error;
+    return link.chain && !link.status.error && !link.status.failure;
 }
 
 const LinkStatus& ChainDrawing::status(std::uint64_t id) const

@@ -31,8 +31,10 @@ struct LinkStatus
     const Host::CompiledEffect* compiled = nullptr;
     std::string technique; ///< that is drawn
     std::optional<LinkError> error;
+    std::optional<std::string> failure; ///< of the last draw
     std::vector<std::string> warnings;
-    std::optional<double> milliseconds; ///< of the device, for the last draw that was measured
+    std::map<std::string, std::string> refused; ///< parameters that could not be set, each with the reason
+    std::optional<double> milliseconds;         ///< of the device, for the last draw that was measured
 };
 
 /// Draws a look: each step by itself, so that a change to one compiles no other. For the thread that draws.
@@ -62,6 +64,9 @@ public:
     /// Whether the step has been compiled, and its last draw succeeded.
     bool isDrawn(std::uint64_t id) const;
 
+    /// Grows when a draw finds something out that the status of a step says.
+    std::uint64_t news() const { return news_; }
+
     /// Compiles the steps again whose files have changed since. Returns whether there were any.
     bool recompileChanged();
 
@@ -80,9 +85,11 @@ private:
     static void compile(Link& link, const LookLink& wanted);
     static void examine(Link& link);
     static bool areFilesSame(const Link& link);
-    static void apply(Link& link, const LookLink& wanted, std::int64_t frame);
+    void apply(Link& link, const LookLink& wanted, std::int64_t frame);
+    void set(Link& link, const std::string& name, const std::vector<float>& values);
 
     std::map<std::uint64_t, Link> links_;
+    std::uint64_t news_ = 0;
 };
 
 } // namespace Qx::Program::Studio

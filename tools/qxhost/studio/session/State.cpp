@@ -42,6 +42,14 @@ Json messagesOf(const LinkError& error)
     return messages;
 }
 
+Json errorOf(const LinkStatus& status)
+{
+    if (status.error) {
+        return {{"text", status.error->text}, {"messages", messagesOf(*status.error)}};
+    }
+    return status.failure ? Json{{"text", *status.failure}, {"messages", Json::array()}} : Json();
+}
+
 /// The passes of the technique that is drawn. One alone takes the time of the step; several are not told
 /// apart.
 Json passesOf(const LinkStatus& status)
@@ -107,9 +115,11 @@ Json Session::Worker::linkState(const LookLink& link) const
                {"on", link.on},
                {"technique", isLut ? "" : status.technique},
                {"techniques", isLut ? Json::array() : techniques}};
-    state["error"] =
-        status.error ? Json{{"text", status.error->text}, {"messages", messagesOf(*status.error)}} : Json();
+    state["error"] = errorOf(status);
     state["warnings"] = status.warnings;
+    for (const auto& [name, reason] : status.refused) {
+        state["warnings"].push_back(reason);
+    }
     state["milliseconds"] = status.milliseconds ? Json(*status.milliseconds) : Json();
     state["passes"] = passesOf(status);
     state["parameters"] = parameters;

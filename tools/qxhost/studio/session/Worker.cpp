@@ -2,8 +2,10 @@
 
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/pipeline/look/LookFile.h"
 #include "tools/qxhost/studio/server/Guard.h"
 #include "tools/qxhost/studio/session/NamedLinks.h"
+#include "tools/qxhost/studio/session/TextFiles.h"
 
 #include <algorithm>
 #include <cmath>
@@ -79,7 +81,15 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
     if (!std::filesystem::is_directory(looks_, error)) {
         throw Failure(ExitCode::usage, "--looks " + looks_.string() + ": is no folder");
     }
-    Look look = options.look.empty() ? Look() : readLookOfClip(options.look);
+    Look look;
+    if (!options.look.empty()) {
+        look = readLookOfClip(options.look);
+        const std::string name = options.look.filename().string();
+        if (name.ends_with(lookEnding) && std::filesystem::equivalent(looks_ / name, options.look, error)) {
+            lookFile_ = name; // which saving writes
+            lookDigest_ = readText(options.look).digest;
+        }
+    }
     for (const std::string& word : options.effects) {
         look.links.push_back(linkNamed(word));
         const std::filesystem::path file = look.links.back().file;
@@ -270,6 +280,7 @@ void Session::Worker::drawFrame()
     if (measures) {
         measuredAt_ = now;
     }
+    const std::uint64_t news = projector_.chain().news();
     std::string problem;
     try {
         projector_.show({.frame = playback_.frame(), .version = drawVersion_, .measures = measures},
@@ -278,7 +289,7 @@ void Session::Worker::drawFrame()
         problem = failure.what();
         playback_.pause();
     }
-    if (problem != problem_) {
+    if (problem != problem_ || projector_.chain().news() != news) {
         problem_ = problem;
         changed();
     }

@@ -27,7 +27,7 @@ class AuthorTest(support.StudioTest):
         return [cls.file]
 
     def setUp(self):
-        if self.file.read_text() != TEXT:
+        if self.file.read_bytes() != TEXT.encode():
             self.file.write_text(TEXT)
         self.page.click("#tab-text")
         self.page.wait(lambda: self.editor_text() == TEXT, "the text is not that of the file")
@@ -115,6 +115,17 @@ class AuthorTest(support.StudioTest):
         self.page.click("#text-conflict .bar button:first-of-type")
         self.page.wait(lambda: self.editor_text() == outside, "the text was not taken")
         self.assertEqual(self.file.read_text(), outside)
+
+    def test_a_file_keeps_its_line_ends(self):
+        outside = TEXT.replace("// Leaves", "// Keeps")
+        self.file.write_bytes(outside.replace("\n", "\r\n").encode())
+        self.page.wait(lambda: self.editor_text() == outside, "the file was not read again")
+        self.assertFalse(self.page.find("#text-write").is_enabled())
+        self.type_text(WHITE)
+        self.page.click("#text-write")
+        written = WHITE.replace("\n", "\r\n").encode()
+        self.page.wait(lambda: self.file.read_bytes() == written, "the line ends are others")
+        self.page.wait(lambda: self.page.text("#text-status") == "written", "it is not said that it was written")
 
     def test_quick_writes_by_two_end_with_what_was_written_last(self):
         for _ in range(4):

@@ -81,7 +81,8 @@ public:
         app.add_option("EFFECT", options_.session.effects,
                        "Effects and LUTs to begin with, by file or by the name in the catalogue")
             ->option_text("...");
-        app.add_option("--look", options_.session.look, "A look to begin with; effects come behind it")->option_text("FILE");
+        app.add_option("--look", options_.session.look, "A look to begin with; effects come behind it")
+            ->option_text("FILE");
         app.add_option("--looks", options_.session.looks,
                        "Where the page saves and opens looks.\nDefault: the current directory")
             ->option_text("DIR");

@@ -375,7 +375,7 @@ TEST_F(StudioServer, keeps_descriptors_and_memory_over_thousands_of_requests)
                 browser.ask({{"do", "probe"}, {"x", i}, {"y", i}});
                 browser.ask({{"do", "nothing"}});
             }
-            get("thumbnail/effect/cc3.fx.jpg");
+            get("thumbnail/effect/qx-vignette.fx.jpg");
             get("index.html");
         }
     };

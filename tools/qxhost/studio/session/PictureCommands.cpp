@@ -123,6 +123,7 @@ Json Session::Worker::catalogue() const
 Json Session::Worker::doCatalogue(Client& client, const Message&)
 {
     client.wantsCatalogue = true;
+    thumbnails_.recompileChanged();
     tell(client, catalogue(), iWindow::Kind::catalogue);
     survey_.start([this](Survey::Result result) {
         post([this, result = std::move(result)] {
@@ -157,6 +158,28 @@ void Session::Worker::answerNextPicture()
     }
 }
 
+/// The step of a thumbnail. Effects stay compiled, since that takes longer than drawing them; of the LUTs,
+/// whose tables are large, the last one.
+const LookLink& Session::Worker::thumbnailLink(LookLink::Kind kind, const std::string& name)
+{
+    constexpr std::size_t mostKept = 64;
+    LookLink link = catalogueLink(kind, name);
+    std::vector<LookLink>& links = thumbnailSteps_.links;
+    const auto known = std::find_if(links.begin(), links.end(), [&](const LookLink& each) {
+        return each.kind == kind && each.file == link.file;
+    });
+    if (known != links.end()) {
+        return *known;
+    }
+    std::erase_if(links, [](const LookLink& each) { return each.kind == LookLink::Kind::lut; });
+    if (links.size() >= mostKept) {
+        links.erase(links.begin());
+    }
+    link.id = editor_.newId();
+    links.push_back(std::move(link));
+    return links.back();
+}
+
 std::optional<std::string> Session::Worker::smallPicture(const std::string& path)
 {
     const auto jpegOf = [&](const Image::Surface& picture, int side) {
@@ -174,12 +197,11 @@ std::optional<std::string> Session::Worker::smallPicture(const std::string& path
     for (const auto& [folder, kind] : {std::pair("thumbnail/effect/", LookLink::Kind::effect),
                                        std::pair("thumbnail/lut/", LookLink::Kind::lut)}) {
         if (const std::string_view name = nameIn(path, folder); !name.empty()) {
-            Look look;
-            look.links.push_back(catalogueLink(kind, std::string(name)));
-            look.links.back().id = editor_.newId();
-            const Image::Surface picture =
-                projector_.sample(thumbnails_, look, fitted(pictureSize(), thumbnailSide));
-            const bool isDrawn = thumbnails_.isDrawn(look.links.back().id);
+            const LookLink& link = thumbnailLink(kind, std::string(name));
+            thumbnails_.fit(thumbnailSteps_);
+            const Image::Surface picture = projector_.sample(thumbnails_, Look{.about = {}, .links = {link}},
+                                                             fitted(pictureSize(), thumbnailSide));
+            const bool isDrawn = thumbnails_.isDrawn(link.id);
             return isDrawn ? std::optional(jpegOf(picture, thumbnailSide)) : std::nullopt;
         }
     }

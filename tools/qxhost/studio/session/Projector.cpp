@@ -100,7 +100,6 @@ void Projector::show(const Wish& wish, const Look& look)
 
 Image::Surface Projector::sample(ChainDrawing& chain, const Look& look, const PictureSize& size)
 {
-    chain.fit(look);
     return chain.draw(look, Scene::shrunk(before_, size), factsOf(shown_), false);
 }
 

@@ -58,7 +58,8 @@ public:
     std::int64_t frame() const { return shown_.index; }
     const Times& times() const { return times_; }
 
-    /// The picture of the shown frame after another look, of that size. Throws Failure.
+    /// The picture of the shown frame after another look, to which `chain` has been fitted, of that size.
+    /// Throws Failure (device).
     Image::Surface sample(ChainDrawing& chain, const Look& look, const PictureSize& size);
 
 private:

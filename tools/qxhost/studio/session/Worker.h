@@ -188,6 +188,7 @@ private:
     Json doUndo(Client&, const Message&);
     Json doRedo(Client&, const Message&);
 
+    const LookLink& thumbnailLink(LookLink::Kind kind, const std::string& name);
     std::optional<std::string> smallPicture(const std::string& path);
     std::filesystem::path editableFile(const Message& message) const;
     Look readLookOfClip(const std::filesystem::path& file) const;
@@ -218,6 +219,7 @@ private:
     std::map<std::filesystem::path, std::string> known_;   ///< digests of effect files that windows have read
     std::deque<std::pair<std::string, TakeJpeg>> waiting_; ///< pictures that are asked for by their addresses
     ChainDrawing thumbnails_;
+    Look thumbnailSteps_; ///< that thumbnails_ has compiled
     Survey::Result drawable_;
     std::string device_;
     const bool isSoftware_;

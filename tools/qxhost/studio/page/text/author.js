@@ -9,7 +9,8 @@ const status = byId('text-status');
 const conflictBox = byId('text-conflict');
 
 // The open file: its digest when it was read, and the text that was read or written last.
-let open = {file: '', digest: '', text: null};
+// Editors know one kind of line end; the file keeps its own.
+let open = {file: '', digest: '', text: null, lineEnd: '\n'};
 let editor = null;
 let marked = [];
 
@@ -143,6 +144,8 @@ async function loadEditor() {
     return codeMirror();
 }
 
+const withPlainEnds = (text) => text.replace(/\r\n?/g, '\n');
+
 const editable = () => (studio.state?.chain ?? []).filter((link) => link.editable);
 const isChanged = () => open.text !== null && editor.text() !== open.text;
 
@@ -237,7 +240,7 @@ async function read(file) {
         chosen.value = open.file;
         return;
     }
-    open = {file, digest: '', text: null};
+    open = {file, digest: '', text: null, lineEnd: '\n'};
     hideConflict();
     if (!file) {
         editor.setText('');
@@ -254,9 +257,10 @@ async function read(file) {
 function take({file, text, digest}) {
     if (file !== undefined && file !== open.file) return;
     open.digest = digest;
-    open.text = text;
+    open.lineEnd = text.includes('\r\n') ? '\r\n' : '\n';
+    open.text = withPlainEnds(text);
     // Without the check a read would move the cursor of a text that is the same.
-    if (editor.text() !== text) editor.setText(text);
+    if (editor.text() !== open.text) editor.setText(open.text);
     showStatus();
     showMessages();
     showPasses();
@@ -268,7 +272,12 @@ export async function writeFile(digest = open.digest) {
     if (!open.file) return;
     const text = editor.text();
     try {
-        const answer = await studio.request('write', {file: open.file, text, digest, change: studio.nextChange()});
+        const answer = await studio.request('write', {
+            file: open.file,
+            text: text.replaceAll('\n', open.lineEnd),
+            digest,
+            change: studio.nextChange()
+        });
         open.digest = answer.digest;
         open.text = text;
         hideConflict();
@@ -288,7 +297,7 @@ function hideConflict() {
 // A text that nobody changed here follows the file; one that was is never overwritten without a word.
 function conflicted({file, text, digest}) {
     if (file !== open.file || !editor) return;
-    if (!isChanged() || editor.text() === text) {
+    if (!isChanged() || editor.text() === withPlainEnds(text)) {
         take({file, text, digest});
         setText(status, 'read again: the file was changed outside');
         return;

@@ -33,15 +33,27 @@ float tangent(float before, float after)
     return before * after > 0.0 ? 2.0 * before * after / (before + after) : 0.0;
 }
 
+// The points on both sides of the i-th quarter, and those before and after them, or the first and the last again. Chosen,
+// not indexed: an array that is indexed by a computed number lies in memory, which devices draw slowly from.
+float4 around(float points[5], int i)
+{
+    float4 first = float4(points[0], points[0], points[1], points[2]);
+    float4 second = float4(points[0], points[1], points[2], points[3]);
+    float4 third = float4(points[1], points[2], points[3], points[4]);
+    float4 fourth = float4(points[2], points[3], points[4], points[4]);
+    return i < 1 ? first : i < 2 ? second : i < 3 ? third : fourth;
+}
+
 float curve(float points[5], float value)
 {
     float place = saturate(value) * 4.0;
     int i = min(int(place), 3);
     float t = place - float(i);
-    float from = points[i];
-    float slope = points[i + 1] - from;
-    float before = i > 0 ? from - points[max(i - 1, 0)] : slope;
-    float after = i < 3 ? points[min(i + 2, 4)] - points[i + 1] : slope;
+    float4 near = around(points, i);
+    float from = near.y;
+    float slope = near.z - from;
+    float before = i > 0 ? from - near.x : slope;
+    float after = i < 3 ? near.w - near.z : slope;
     float m = tangent(before, slope);
     float n = tangent(slope, after);
     return from + t * (m + t * (3.0 * slope - 2.0 * m - n + t * (m + n - 2.0 * slope)));

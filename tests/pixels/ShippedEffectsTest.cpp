@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <vector>
 
 namespace Qx::Pixels {
 namespace {
@@ -34,6 +35,37 @@ TEST(ShippedEffects, CompileWithoutAWordWithAndWithoutTheDefinitionsOfTheStart)
             EXPECT_TRUE(compilation.effect) << entry.path();
             EXPECT_EQ(compilation.messages, "") << entry.path();
         }
+    }
+}
+
+/// Variables of a shader's own that are arrays: they are left where an array is indexed by a computed number.
+std::size_t arraysInMemory(const std::vector<std::uint32_t>& spirv)
+{
+    std::set<std::uint32_t> arrays;
+    std::set<std::uint32_t> toArrays;
+    std::size_t count = 0;
+    Host::Effects::Spirv::forEach(spirv, [&](const Host::Effects::Spirv::Instruction& i) {
+        if (i.op() == spv::OpTypeArray) {
+            arrays.insert(i[1]);
+        } else if (i.op() == spv::OpTypePointer && arrays.contains(i[3])) {
+            toArrays.insert(i[1]);
+        } else if (i.op() == spv::OpVariable && toArrays.contains(i[1])) {
+            count += i[3] == spv::StorageClassFunction || i[3] == spv::StorageClassPrivate ? 1U : 0U;
+        }
+    });
+    return count;
+}
+
+TEST(ShippedEffects, KeepNoArraysInMemory)
+{
+    for (const auto& entry : std::filesystem::directory_iterator(QX_SHADERS_FOLDER)) {
+        if (entry.path().extension() != ".fx")
+            continue;
+        const auto compilation = compileShipped(entry.path().filename());
+        ASSERT_TRUE(compilation.effect) << compilation.messages;
+        for (const auto& technique : compilation.effect->techniques)
+            for (const auto& pass : technique.passes)
+                EXPECT_EQ(arraysInMemory(pass.spirv), 0U) << entry.path() << " " << technique.name;
     }
 }
 

@@ -274,7 +274,8 @@ void FramePipeline::countWritten(const Media::FrameTime& time)
 void FramePipeline::encodeDecoded()
 {
     while (std::optional<Decoded> decoded = decoded_.pop()) {
-        const Media::Status status = writer_->writeDecoded(decoded->frame, job_.source.rangeOf(decoded->frame));
+        const Media::Status status =
+            writer_->writeDecoded(decoded->frame, job_.source.rangeOf(decoded->frame));
         if (!status) {
             throw Failure(ExitCode::output, status.text());
         }

@@ -55,6 +55,7 @@ list(APPEND headers
     host/fonts/TextPainter.h
     host/gpu/GPUOptions.h
     host/gpu/GPUService.h
+    host/gpu/scopes/Scopes.h
     host/luts/ColourSpaces.h
     host/luts/LUTReader.h
     host/luts/LUTSteps.h

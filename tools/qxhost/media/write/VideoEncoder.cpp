@@ -8,6 +8,7 @@
 #include "tools/qxhost/media/write/EncoderChoice.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace Qx::Media {
 
@@ -140,18 +141,24 @@ FramePtr VideoEncoder::makeFrame(AVPixelFormat format) const
     return av_frame_get_buffer(frame.get(), 0) < 0 ? FramePtr() : std::move(frame);
 }
 
-/// The same picture, without what the decoder knew of its packet. Null if memory is exhausted.
-FramePtr VideoEncoder::reference(const AVFrame& picture) const
+/// The same samples, without what the decoder knew of them. Null if memory is exhausted.
+FramePtr VideoEncoder::reference(const AVFrame& picture)
 {
     FramePtr frame(av_frame_alloc());
-    if (!frame || av_frame_ref(frame.get(), &picture) < 0) {
+    if (!frame) {
         return {};
     }
-    while (frame->nb_side_data > 0) {
-        av_frame_remove_side_data(frame.get(), frame->side_data[0]->type);
+    frame->format = picture.format;
+    frame->width = picture.width;
+    frame->height = picture.height;
+    for (std::size_t i = 0; i < std::size(picture.buf) && picture.buf[i] != nullptr; ++i) {
+        frame->buf[i] = av_buffer_ref(picture.buf[i]);
+        if (frame->buf[i] == nullptr) {
+            return {};
+        }
     }
-    frame->pict_type = AV_PICTURE_TYPE_NONE;
-    frame->quality = 0;
+    std::copy(std::begin(picture.data), std::end(picture.data), std::begin(frame->data));
+    std::copy(std::begin(picture.linesize), std::end(picture.linesize), std::begin(frame->linesize));
     return frame;
 }
 

@@ -44,7 +44,7 @@ private:
     void tagColours(const OutputSettings& settings);
     Status openCodec(const AVCodec& codec, const OutputSettings& settings);
     FramePtr makeFrame(AVPixelFormat format) const;
-    FramePtr reference(const AVFrame& picture) const;
+    static FramePtr reference(const AVFrame& picture);
     zimg_chroma_location_e outputLocation() const;
     bool isEncodable(const AVFrame& picture, Range range) const;
     Status send(FramePtr frame, const FrameTime& time, const Sink& sink);

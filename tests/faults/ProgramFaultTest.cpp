@@ -251,7 +251,8 @@ private:
     bool isOldTurn_ = false;
 };
 
-const Work clip{"clip", {"convert", "in.mkv", "out.mov", "--force", "--quiet"}, {"out.mov"}};
+// Drawn: frames that nothing is done to need no device.
+const Work clip{"clip", {"convert", "in.mkv", "out.mov", "--depth", "8", "--force", "--quiet"}, {"out.mov"}};
 const Work rawFrames{
     "raw", {"convert", "in.mkv", "out.raw", "--format", "v210", "--force", "--quiet"}, {"out.raw"}};
 const Work sequence{"sequence",

@@ -56,6 +56,7 @@ list(APPEND headers
     host/gpu/GPUOptions.h
     host/gpu/GPUService.h
     host/gpu/scopes/Scopes.h
+    host/luts/ColourDecision.h
     host/luts/ColourSpaces.h
     host/luts/LUTReader.h
     host/luts/LUTSteps.h

@@ -12,10 +12,10 @@ namespace Qx::Host {
 /// (in * slope + offset) ^ power for each channel, and then saturation about the luma of BT.709.
 struct ColourDecision
 {
-    std::array<double, 3> slope{1, 1, 1};
-    std::array<double, 3> offset{0, 0, 0};
-    std::array<double, 3> power{1, 1, 1};
-    double saturation = 1;
+    std::array<double, 3> slope{1, 1, 1};  ///< red first, as of the others
+    std::array<double, 3> offset{0, 0, 0}; ///< of levels from 0 to 1
+    std::array<double, 3> power{1, 1, 1};  ///< more than 0
+    double saturation = 1;                 ///< 1: as it was; 0: grey
 };
 
 /// What is done to values outside 0 to 1 on their way.

@@ -83,7 +83,11 @@ TEST_P(Conformance, a_broken_promise_fails_by_its_name)
     EXPECT_NE(result.status, 0) << result.output;
     std::set<std::string> expected = GetParam().also;
     expected.insert(promise);
-    EXPECT_EQ(failedIn(result.output), expected) << result.output;
+    std::set<std::string> failed = failedIn(result.output);
+    for (const std::string& test : GetParam().perhaps) {
+        failed.erase(test);
+    }
+    EXPECT_EQ(failed, expected) << result.output;
 }
 
 std::string nameOfFault(const testing::TestParamInfo<Fault>& info)

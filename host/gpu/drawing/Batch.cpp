@@ -375,6 +375,13 @@ void Batch::copyTo(HostBuffer& buffer)
     }
 }
 
+void Batch::order(VkPipelineStageFlags2 stage, VkAccessFlags2 written, VkPipelineStageFlags2 nextStage,
+                  VkAccessFlags2 nextAccess)
+{
+    memoryBarriers_.push_back(memoryBarrier(stage, written, nextStage, nextAccess));
+    flush();
+}
+
 void Batch::publish(HostBuffer& buffer)
 {
     VkBufferMemoryBarrier2 barrier = bufferBarrier(buffer);

@@ -56,6 +56,10 @@ public:
     void copyTo(HostBuffer& buffer);
     void flush();
 
+    /// Orders what follows after earlier uses of memory that has no UseState, such as scratch buffers.
+    void order(VkPipelineStageFlags2 stage, VkAccessFlags2 written, VkPipelineStageFlags2 nextStage,
+               VkAccessFlags2 nextAccess);
+
     /// Makes what was copied to the buffer visible to the host and to later copies.
     void publish(HostBuffer& buffer);
 

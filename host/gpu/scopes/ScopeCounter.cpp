@@ -125,23 +125,6 @@ std::optional<RequestWords> wordsOf(const ScopeRequest& request, const TextureKe
     return words;
 }
 
-/// Orders what follows after what was done with the counts before.
-void order(VkCommandBuffer commands, VkPipelineStageFlags2 before, VkAccessFlags2 written,
-           VkPipelineStageFlags2 next, VkAccessFlags2 access)
-{
-    VkMemoryBarrier2 barrier{};
-    barrier.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER_2;
-    barrier.srcStageMask = before;
-    barrier.srcAccessMask = written;
-    barrier.dstStageMask = next;
-    barrier.dstAccessMask = access;
-    VkDependencyInfo info{};
-    info.sType = VK_STRUCTURE_TYPE_DEPENDENCY_INFO;
-    info.memoryBarrierCount = 1;
-    info.pMemoryBarriers = &barrier;
-    vkCmdPipelineBarrier2(commands, &info);
-}
-
 ScopeCounts countsFrom(const std::uint32_t* from, const ScopeRequest& request)
 {
     ScopeCounts counts;
@@ -306,14 +289,14 @@ bool ScopeCounter::record(Context& context, Batch& batch, Work& work) const
     constexpr VkAccessFlags2 write = VK_ACCESS_2_TRANSFER_WRITE_BIT;
     constexpr VkAccessFlags2 counting =
         VK_ACCESS_2_SHADER_STORAGE_READ_BIT | VK_ACCESS_2_SHADER_STORAGE_WRITE_BIT;
-    order(commands, copy, VK_ACCESS_2_NONE, clear, write);
+    batch.order(copy, VK_ACCESS_2_NONE, clear, write);
     vkCmdFillBuffer(commands, counts_.buffer, 0, work.bytes, 0);
-    order(commands, clear, write, compute, counting);
+    batch.order(clear, write, compute, counting);
     vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_COMPUTE, pipeline_);
     vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_COMPUTE, layout_, 0, 1, &set, 0, nullptr);
     vkCmdDispatch(commands, (work.words.size[0] + groupWidth - 1) / groupWidth,
                   (work.words.size[1] + rowsEach - 1) / rowsEach, 1);
-    order(commands, compute, VK_ACCESS_2_SHADER_STORAGE_WRITE_BIT, copy, VK_ACCESS_2_TRANSFER_READ_BIT);
+    batch.order(compute, VK_ACCESS_2_SHADER_STORAGE_WRITE_BIT, copy, VK_ACCESS_2_TRANSFER_READ_BIT);
     const VkBufferCopy region{0, 0, work.bytes};
     vkCmdCopyBuffer(commands, counts_.buffer, work.result.buffer, 1, &region);
     batch.publish(work.result);

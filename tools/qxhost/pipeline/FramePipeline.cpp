@@ -215,7 +215,7 @@ bool FramePipeline::convertFrame(const Packed& frame)
                                                {.seconds = frame.moment.seconds,
                                                 .frameSeconds = rate.num > 0 ? 1 / rate.toDouble() : 0,
                                                 .number = frame.moment.number});
-    if (job_.writeFrom && frame.time.pts < *job_.writeFrom) {
+    if (isRunUp(frame.time)) {
         return true;
     }
     const Media::Range range =
@@ -263,6 +263,12 @@ void FramePipeline::encode()
     }
 }
 
+/// Whether the frame is not written, but only has what comes after it know it.
+bool FramePipeline::isRunUp(const Media::FrameTime& time) const
+{
+    return job_.writeFrom && time.pts < *job_.writeFrom;
+}
+
 void FramePipeline::countWritten(const Media::FrameTime& time)
 {
     firstTime_ = written_ == 0 ? time : firstTime_;
@@ -274,6 +280,9 @@ void FramePipeline::countWritten(const Media::FrameTime& time)
 void FramePipeline::encodeDecoded()
 {
     while (std::optional<Decoded> decoded = decoded_.pop()) {
+        if (isRunUp(decoded->frame.time())) {
+            continue;
+        }
         const Media::Status status =
             writer_->writeDecoded(decoded->frame, job_.source.rangeOf(decoded->frame));
         if (!status) {

@@ -119,6 +119,7 @@ private:
     void convert();
     void encode();
     void encodeDecoded();
+    bool isRunUp(const Media::FrameTime& time) const;
     void countWritten(const Media::FrameTime& time);
 
     void makeHostImages();

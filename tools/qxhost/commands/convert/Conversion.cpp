@@ -1103,6 +1103,7 @@ private:
 HeldFrame convertToMemory(const ConvertOptions& options, Console& console)
 {
     Conversion conversion = decide(options);
+    conversion.keepFrames = false; // a picture is wanted, whatever the output is
     prepareConversion(conversion);
     EffectChain effects(conversion.options.effects, options.date);
     conversion.effectWarnings = effects.warnings();

@@ -2,6 +2,7 @@
 
 #include "hosttests/HostTests.h"
 
+#include <chrono>
 #include <memory>
 #include <set>
 #include <string>
@@ -22,6 +23,14 @@ struct Fault
 };
 
 using Faults = std::vector<Fault>;
+
+/// The maker of a fault by which a call or an event never comes: the test waits for it no longer than this.
+template <auto makeServices>
+std::unique_ptr<Services> impatient(HostUnderTest& host)
+{
+    host.patience = std::chrono::seconds(3);
+    return makeServices(host);
+}
 
 Faults memoryFaults();
 Faults textFaults();

@@ -304,7 +304,7 @@ Faults memoryFaults()
           "Locks.LiveAsLongAsAnyHandle"}},
         {"locks-are-not-re-entrant",
          "Locks.AreReEntrant",
-         overriding<ServicesWithLock<LockWithoutReEntry>>,
+         impatient<overriding<ServicesWithLock<LockWithoutReEntry>>>,
          {"Locks.NeedALeaveForEachEnter"}},
         {"one-leave-leaves-all", "Locks.NeedALeaveForEachEnter",
          overriding<ServicesWithLock<LockLeavesAtOnce>>},

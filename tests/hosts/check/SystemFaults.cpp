@@ -328,7 +328,8 @@ Faults systemFaults()
         {"the-clock-counts-whole-milliseconds", "Clock.ShowsMicroseconds",
          servicesOf<OSWithClock<CountsWholeMilliseconds>>},
         {"sleeps-are-short", "Threads.SleepsLast", servicesOf<OSWithShortSleeps>},
-        {"messages-wait-for-the-user", "Messages.DoNotWaitForTheUser", servicesOf<OSWithModalMessages>},
+        {"messages-wait-for-the-user", "Messages.DoNotWaitForTheUser",
+         impatient<servicesOf<OSWithModalMessages>>},
         {"there-are-no-processors", "System.CountsProcessors",
          servicesOf<OSWithInformation<HasNoProcessors>>},
         {"more-memory-than-all", "System.KnowsTheMemory", servicesOf<OSWithInformation<HasMoreThanAll>>},
@@ -356,8 +357,8 @@ Faults systemFaults()
         {"listeners-are-not-removed", "Notifications.RemovedListenersHearNothing",
          overriding<ServicesWithNotifier<NeverRemoves>>},
         {"listeners-are-called-under-a-lock", "Notifications.ListenersMayChangeTheList",
-         overriding<ServicesWithNotifier<TellsUnderALock>>},
-        {"sleeps-outlast-the-host", "Shutdown.WakesSleepers", servicesOf<OSWithDeepSleep>},
+         impatient<overriding<ServicesWithNotifier<TellsUnderALock>>>},
+        {"sleeps-outlast-the-host", "Shutdown.WakesSleepers", impatient<servicesOf<OSWithDeepSleep>>},
     };
 }
 

@@ -7,7 +7,6 @@
 #include "tests/hosts/check/ReferenceHost.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -68,7 +67,6 @@ int main(int argc, char** argv)
             return 2;
         }
         host.services = broken.get();
-        host.patience = std::chrono::seconds(3);
     }
     arguments.push_back(nullptr);
     const int result = run(static_cast<int>(arguments.size()) - 1, arguments.data(), host);

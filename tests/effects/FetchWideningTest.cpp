@@ -170,17 +170,6 @@ technique T { pass { PixelShader = compile ps_3_0 entry(); } }
     }
 }
 
-std::vector<std::uint32_t> assembled(const std::string& text)
-{
-    std::vector<std::uint32_t> spirv;
-    std::string problems;
-    spvtools::SpirvTools tools(SPV_ENV_VULKAN_1_1);
-    tools.SetMessageConsumer([&](spv_message_level_t, const char*, const spv_position_t&,
-                                 const char* message) { problems += message; });
-    EXPECT_TRUE(tools.Assemble(text, &spirv)) << problems;
-    return spirv;
-}
-
 /// Assembly that writes the texel of the number `index`, which `code` computes.
 std::vector<std::uint32_t> moduleThatFetches(const std::string& code, const std::string& isSigned = "1",
                                              const std::string& index = "%index")

@@ -133,4 +133,15 @@ std::string problemsOf(const std::vector<std::uint32_t>& spirv)
     return problems;
 }
 
+std::vector<std::uint32_t> assembled(const std::string& text)
+{
+    std::vector<std::uint32_t> spirv;
+    std::string problems;
+    spvtools::SpirvTools tools(SPV_ENV_VULKAN_1_1);
+    tools.SetMessageConsumer([&](spv_message_level_t, const char*, const spv_position_t&,
+                                 const char* message) { problems += message; });
+    EXPECT_TRUE(tools.Assemble(text, &spirv)) << problems;
+    return spirv;
+}
+
 } // namespace Qx::Host::Tests

@@ -46,4 +46,7 @@ std::size_t fetchesIn(const std::vector<std::uint32_t>& spirv);
 /// The errors that SPIRV-Tools finds; empty if the shader is valid.
 std::string problemsOf(const std::vector<std::uint32_t>& spirv);
 
+/// The module of a text in SPIR-V's assembly language; with a failed expectation if it is wrong.
+std::vector<std::uint32_t> assembled(const std::string& text);
+
 } // namespace Qx::Host::Tests

@@ -57,6 +57,13 @@ bool rewriteFetches(Spirv::Words& spirv);
 /// SPIRV-Tools' legalization and performance passes. Strips names.
 bool optimize(Spirv::Words& spirv, std::string& problem);
 
+/// Reads an array that is a copy of one in the uniform buffer, element by element, there, if a computed
+/// number picks from it: an array that is a function's argument is such a copy. One of a function would lie
+/// in memory, which Mesa 22.3's software device takes anew for each draw and keeps. Must not change an array
+/// of which any element is stored to from elsewhere. Returns false if there was nothing to do. tidyUp drops
+/// the copies.
+bool readCopiedArraysInPlace(Spirv::Words& spirv);
+
 // 2. For shaders that draw packed texels, after the optimizer. After a pass that leaves work, tidyUp runs.
 
 /// Rewrites what the shader computes from its fragment's column in whole numbers: sums, products, shifts and

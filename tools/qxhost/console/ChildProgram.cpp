@@ -7,11 +7,13 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <string_view>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Qx::Program {
 
@@ -49,6 +51,41 @@ private:
     int file_;
 };
 
+/// Leads to the standard input of a process.
+class ChildProgram::Pipe
+{
+public:
+    explicit Pipe(const std::string& what)
+    {
+        if (::pipe2(ends_.data(), O_CLOEXEC) != 0) {
+            throw Failure(ExitCode::failed, "cannot start " + what + ": " + Host::systemProblem(errno));
+        }
+    }
+    ~Pipe()
+    {
+        closeReadingEnd();
+        ::close(ends_[1]);
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    int readingEnd() const { return ends_[0]; }
+    void closeReadingEnd()
+    {
+        if (ends_[0] >= 0) {
+            ::close(std::exchange(ends_[0], -1));
+        }
+    }
+    void write(const std::string& text) const
+    {
+        while (::write(ends_[1], text.data(), text.size()) < 0 && errno == EINTR) {
+        }
+    }
+
+private:
+    std::array<int, 2> ends_{-1, -1};
+};
+
 ChildProgram::ChildProgram() = default;
 ChildProgram::~ChildProgram()
 {
@@ -58,9 +95,11 @@ ChildProgram::~ChildProgram()
 ChildProgram::ChildProgram(ChildProgram&&) noexcept = default;
 ChildProgram& ChildProgram::operator=(ChildProgram&&) noexcept = default;
 
-ChildProgram ChildProgram::start(const char* file, std::vector<std::string> words, const std::string& what)
+ChildProgram ChildProgram::start(const char* file, std::vector<std::string> words, const std::string& what,
+                                 std::unique_ptr<Pipe> in)
 {
     ChildProgram child;
+    child.in_ = std::move(in);
     child.out_ = std::make_unique<Caught>(what);
     child.err_ = std::make_unique<Caught>(what);
     std::vector<char*> command;
@@ -75,27 +114,46 @@ ChildProgram ChildProgram::start(const char* file, std::vector<std::string> word
     }
     if (child.process_ == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-        if (::getppid() != parent || ::dup2(child.out_->file(), 1) < 0 || ::dup2(child.err_->file(), 2) < 0) {
+        if (::getppid() != parent || (child.in_ && ::dup2(child.in_->readingEnd(), 0) < 0) ||
+            ::dup2(child.out_->file(), 1) < 0 || ::dup2(child.err_->file(), 2) < 0) {
             ::_exit(notStarted);
         }
         ::execvp(file, command.data());
         ::_exit(notStarted);
     }
+    if (child.in_) {
+        child.in_->closeReadingEnd();
+    }
     return child;
 }
 
+namespace {
+
+constexpr const char* ownFile = "/proc/self/exe";
+
+std::vector<std::string> withName(const std::string& name, const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> words{name};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+}
+
+} // namespace
+
 ChildProgram ChildProgram::ownProgram(const std::vector<std::string>& arguments, const std::string& what)
 {
-    std::vector<std::string> words{"qxhost"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    return start("/proc/self/exe", std::move(words), what);
+    return start(ownFile, withName("qxhost", arguments), what);
+}
+
+ChildProgram ChildProgram::ownProgramThatListens(const std::vector<std::string>& arguments,
+                                                 const std::string& what)
+{
+    return start(ownFile, withName("qxhost", arguments), what, std::make_unique<Pipe>(what));
 }
 
 ChildProgram ChildProgram::named(const std::string& name, const std::vector<std::string>& arguments)
 {
-    std::vector<std::string> words{name};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    return start(name.c_str(), std::move(words), name);
+    return start(name.c_str(), withName(name, arguments), name);
 }
 
 bool ChildProgram::reap(int options)
@@ -134,6 +192,28 @@ void ChildProgram::stop() const
     if (isRunning()) {
         ::kill(process_, SIGTERM);
     }
+}
+
+void ChildProgram::tell(const std::string& line) const
+{
+    if (in_) {
+        in_->write(line + '\n');
+    }
+}
+
+void ChildProgram::endInput()
+{
+    in_.reset();
+}
+
+std::string ChildProgram::outputSoFar() const
+{
+    return out_ ? out_->text() : output_;
+}
+
+std::string ChildProgram::errorsSoFar() const
+{
+    return err_ ? err_->text() : errors_;
 }
 
 void repeatLines(const std::string& messages, Console& console)

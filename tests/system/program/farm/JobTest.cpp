@@ -179,6 +179,28 @@ TEST_F(Jobs, a_piece_that_fails_is_named_with_the_reason_and_leaves_the_others_a
     expectGradedIsOneRun(large);
 }
 
+TEST_F(Jobs, one_program_makes_the_pieces_that_standard_input_names)
+{
+    makeJob({"--segments", "4"});
+    write("numbers", "3\n0\n7\n1\n");
+    const Outcome outcome =
+        run({"sh", "-c", "exec \"$0\" farm run-piece film.job - --quiet < numbers", programPath()});
+    EXPECT_EQ(outcome.out, "3 0\n0 0\n7 2\n1 0\n") << outcome.err;
+    EXPECT_EQ(outcome.exitCode, 2) << "there is no piece 7";
+    EXPECT_NE(outcome.err.find("there is no piece 7"), std::string::npos) << outcome.err;
+    EXPECT_EQ(status()["done"], 3);
+    write("numbers", "2\ntwo\n0\n");
+    const Outcome wrong =
+        run({"sh", "-c", "exec \"$0\" farm run-piece film.job - --quiet < numbers", programPath()});
+    EXPECT_EQ(wrong.exitCode, 2);
+    EXPECT_EQ(wrong.out, "2 0\n");
+    EXPECT_NE(wrong.err.find("standard input: "), std::string::npos) << wrong.err;
+    EXPECT_NE(wrong.err.find("\"two\""), std::string::npos) << wrong.err;
+    EXPECT_EQ(status()["done"], 4);
+    ASSERT_EQ(qxhost({"farm", "join", "film.job"}).exitCode, 0);
+    expectGradedIsOneRun({});
+}
+
 TEST_F(Jobs, the_same_piece_made_twice_at_a_time_is_whole)
 {
     makeJob({"--segments", "2"});

@@ -884,7 +884,6 @@ ConvertedSegment convertSegment(const ConvertOptions& options, Console& console)
 {
     console.setQuiet(options.quiet);
     Conversion conversion = decide(options);
-    const HostSession host(options.device, &console);
     perform(conversion, console);
     ConvertedSegment made{.frames = conversion.frames,
                           .first = conversion.firstTime,

@@ -30,8 +30,8 @@ struct ConvertedSegment
     std::vector<std::string> remarks;  ///< what there is to say in the end, a line each
 };
 
-/// Converts options.segment, without audio if the caller leaves it out of the options, as runConversion()
-/// does. Throws Failure.
+/// Converts options.segment on the host that is running, without audio if the caller leaves it out of the
+/// options, as runConversion() does. Throws Failure.
 ConvertedSegment convertSegment(const ConvertOptions& options, Console& console);
 
 /// What is known of a conversion before it is split.

@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <fmt/format.h>
+#include <iostream>
+#include <string>
 
 namespace Qx::Program {
 
@@ -17,8 +19,14 @@ class RunPieceCommand : public JobCommand
 public:
     void addMore(CLI::App& app) override
     {
-        const auto set = [this](const std::string& word) { options_.piece = parseCount("PIECE", word, 0); };
-        app.add_option_function<std::string>("PIECE", set, "The number of the piece, from 0")
+        const auto set = [this](const std::string& word) {
+            readsNumbers_ = word == "-";
+            options_.piece = readsNumbers_ ? 0 : parseCount("PIECE", word, 0);
+        };
+        app.add_option_function<std::string>("PIECE", set,
+                                             "The number of the piece, from 0; or -: numbers from\n"
+                                             "standard input, a line each. Each is answered by a line\n"
+                                             "with the number and its exit code")
             ->option_text(" ");
         addDevice(app, options_.device);
         addQuiet(app);
@@ -35,15 +43,51 @@ public:
     ExitCode run(Console& console) override
     {
         const Farm::Job job = Farm::readJob(options_.job);
-        const auto count = static_cast<std::int64_t>(job.pieces.size());
-        if (options_.piece >= count) {
-            throw Failure(ExitCode::usage, fmt::format("{}: there is no piece {}; the pieces are 0 to {}",
-                                                       job.manifest().string(), options_.piece, count - 1));
+        Farm::PieceMaker maker(job, options_.device, options_.quiet, console);
+        if (!readsNumbers_) {
+            maker.make(existing(job, options_.piece));
+            return ExitCode::ok;
         }
-        Farm::runPiece(job, static_cast<std::size_t>(options_.piece), options_.device, options_.quiet,
-                       console);
-        return ExitCode::ok;
+        ExitCode first = ExitCode::ok;
+        for (std::string word; std::getline(std::cin, word);) {
+            const ExitCode code = makeAndAnswer(maker, job, word, console);
+            first = first == ExitCode::ok ? code : first;
+        }
+        return first;
     }
+
+private:
+    static std::size_t existing(const Farm::Job& job, std::int64_t piece)
+    {
+        const auto count = static_cast<std::int64_t>(job.pieces.size());
+        if (piece >= count) {
+            throw Failure(ExitCode::usage, fmt::format("{}: there is no piece {}; the pieces are 0 to {}",
+                                                       job.manifest().string(), piece, count - 1));
+        }
+        return static_cast<std::size_t>(piece);
+    }
+
+    /// Throws Failure (interrupted).
+    static ExitCode makeAndAnswer(Farm::PieceMaker& maker, const Farm::Job& job, const std::string& word,
+                                  Console& console)
+    {
+        ExitCode code = ExitCode::ok;
+        try {
+            maker.make(existing(job, parseCount("PIECE", word, 0)));
+        } catch (const Failure& failure) {
+            if (failure.code() == ExitCode::interrupted) {
+                throw;
+            }
+            console.error(failure.what(), failure.details());
+            code = failure.code();
+        } catch (const CLI::ParseError& error) {
+            throw Failure(ExitCode::usage, std::string("standard input: ") + error.what());
+        }
+        console.data(fmt::format("{} {}\n", word, static_cast<int>(code)));
+        return code;
+    }
+
+    bool readsNumbers_ = false;
 };
 
 class JoinCommand : public JobCommand

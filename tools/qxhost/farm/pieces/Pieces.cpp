@@ -182,35 +182,6 @@ void requireJoinable(const fs::path& file, std::int64_t frames)
     }
 }
 
-void makePiece(const Job& job, std::size_t piece, const std::string& device, bool quiet, Console& console)
-{
-    checkContents(job, Reading::whatChanged);
-    ConvertOptions options = optionsOfPiece(job, piece);
-    const OutputKind kind = kindOf(options);
-    Attempt attempt(job, piece, kind);
-    options.output = attempt.output();
-    options.device = device;
-    options.quiet = quiet;
-    const ConvertedSegment made = convertSegment(options, console);
-    if (kind == OutputKind::clip) {
-        requireJoinable(options.output, made.frames);
-    }
-    PieceRecord record{.files = attempt.files(),
-                       .frames = made.frames,
-                       .first = made.first,
-                       .last = made.last,
-                       .problems = made.problems,
-                       .remarks = made.remarks};
-    if (const auto other = readRecord(job, piece); other && problemWith(job, *other, true).empty()) {
-        console.note(fmt::format("piece {} has been made by somebody else meanwhile", piece));
-        return;
-    }
-    writeWhole(recordFile(job, piece), jsonText(describe(record, piece)));
-    attempt.keep();
-    std::error_code ignored;
-    fs::remove(failureFile(job, piece), ignored);
-}
-
 void keepFailure(const Job& job, std::size_t piece, const Failure& failure)
 {
     try {
@@ -300,29 +271,66 @@ std::string numbersText(const std::vector<std::size_t>& numbers)
     return text;
 }
 
-void runPiece(const Job& job, std::size_t piece, const std::string& device, bool quiet, Console& console)
+PieceMaker::PieceMaker(const Job& job, std::string device, bool quiet, Console& console)
+    : job_(job), device_(std::move(device)), quiet_(quiet), console_(console)
 {
-    console.setQuiet(quiet);
-    if (const auto record = readRecord(job, piece)) {
-        const std::string problem = problemWith(job, *record, true);
+    console_.setQuiet(quiet_);
+}
+
+void PieceMaker::make(std::size_t piece)
+{
+    if (const auto record = readRecord(job_, piece)) {
+        const std::string problem = problemWith(job_, *record, true);
         if (problem.empty()) {
-            console.note(fmt::format("piece {} is done", piece));
+            console_.note(fmt::format("piece {} is done", piece));
             return;
         }
-        console.note(fmt::format("piece {} is made again: {}", piece, problem));
+        console_.note(fmt::format("piece {} is made again: {}", piece, problem));
     }
     try {
-        makePiece(job, piece, device, quiet, console);
+        makeAnew(piece);
     } catch (const Failure& failure) {
         if (failure.code() != ExitCode::interrupted) {
-            keepFailure(job, piece, failure);
+            keepFailure(job_, piece, failure);
         }
         throw;
     } catch (const fs::filesystem_error& error) {
         const Failure failure(ExitCode::output, error.what());
-        keepFailure(job, piece, failure);
+        keepFailure(job_, piece, failure);
         throw failure;
     }
+}
+
+void PieceMaker::makeAnew(std::size_t piece)
+{
+    checkContents(job_, Reading::whatChanged);
+    ConvertOptions options = optionsOfPiece(job_, piece);
+    const OutputKind kind = kindOf(options);
+    Attempt attempt(job_, piece, kind);
+    options.output = attempt.output();
+    options.device = device_;
+    options.quiet = quiet_;
+    if (!host_) {
+        host_.emplace(device_, &console_);
+    }
+    const ConvertedSegment made = convertSegment(options, console_);
+    if (kind == OutputKind::clip) {
+        requireJoinable(options.output, made.frames);
+    }
+    PieceRecord record{.files = attempt.files(),
+                       .frames = made.frames,
+                       .first = made.first,
+                       .last = made.last,
+                       .problems = made.problems,
+                       .remarks = made.remarks};
+    if (const auto other = readRecord(job_, piece); other && problemWith(job_, *other, true).empty()) {
+        console_.note(fmt::format("piece {} has been made by somebody else meanwhile", piece));
+        return;
+    }
+    writeWhole(recordFile(job_, piece), jsonText(describe(record, piece)));
+    attempt.keep();
+    std::error_code ignored;
+    fs::remove(failureFile(job_, piece), ignored);
 }
 
 void removeLeftovers(const Job& job)

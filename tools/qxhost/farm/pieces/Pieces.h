@@ -3,6 +3,7 @@
 #include "tools/qxhost/console/Console.h"
 #include "tools/qxhost/farm/job/Job.h"
 #include "tools/qxhost/media/MediaTypes.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -60,9 +61,26 @@ std::vector<std::size_t> missingPieces(const Job& job);
 /// "3, 5-7".
 std::string numbersText(const std::vector<std::size_t>& numbers);
 
-/// Makes a piece, unless it is done: then nothing happens. Throws Failure; why it failed is also kept beside
-/// the pieces, if that is possible.
-void runPiece(const Job& job, std::size_t piece, const std::string& device, bool quiet, Console& console);
+/// Makes pieces, one after the other, on one host, which it starts for the first that is not done.
+class PieceMaker
+{
+public:
+    /// `device` is the value of the option --device.
+    PieceMaker(const Job& job, std::string device, bool quiet, Console& console);
+
+    /// Makes a piece, unless it is done: then nothing happens. Throws Failure; why it failed is also kept
+    /// beside the pieces, if that is possible. The next piece can be made nevertheless.
+    void make(std::size_t piece);
+
+private:
+    void makeAnew(std::size_t piece);
+
+    const Job& job_;
+    std::string device_;
+    bool quiet_;
+    Console& console_;
+    std::optional<HostSession> host_;
+};
 
 /// Removes from the folder of pieces what no record names. No piece may be running.
 void removeLeftovers(const Job& job);

@@ -85,12 +85,14 @@ std::int64_t workersFor(const Job& job, const WorkerOptions& options, std::size_
     return std::min(workers, static_cast<std::int64_t>(pieces));
 }
 
-/// A piece that is being made.
+/// A process that makes pieces, one after the other.
 struct Worker
 {
-    std::size_t piece;
-    std::size_t place; ///< among the devices
+    std::optional<std::size_t> piece; ///< that it makes now
+    std::size_t place;                ///< among the devices
     ChildProgram process;
+    std::size_t answersRead = 0; ///< bytes of its output
+    std::size_t errorsRead = 0;  ///< bytes of its messages
 };
 
 class Crew
@@ -108,24 +110,24 @@ public:
             done_ -= job.pieces[piece].frames;
         }
         devices_ = devicesFor(options.device);
-        workers_ = workersFor(job, options, devices_.size(), waiting_.size(), console);
+        mostWorkers_ = workersFor(job, options, devices_.size(), waiting_.size(), console);
     }
 
     void run(const std::atomic<bool>& stopped)
     {
         constexpr std::chrono::milliseconds between{20};
         ProgressDisplay progress(console_, total_);
-        bool isStopping = false;
-        while (!running_.empty() || (!waiting_.empty() && !stopped)) {
-            while (!stopped && !waiting_.empty() && static_cast<std::int64_t>(running_.size()) < workers_) {
+        while (!workers_.empty() || (!waiting_.empty() && !stopped)) {
+            while (!stopped && !waiting_.empty() &&
+                   static_cast<std::int64_t>(workers_.size()) < mostWorkers_) {
                 start();
             }
-            if (stopped && !std::exchange(isStopping, true)) {
-                for (const auto& worker : running_) {
+            if (stopped && !std::exchange(isStopping_, true)) {
+                for (const auto& worker : workers_) {
                     worker->process.stop();
                 }
             }
-            std::erase_if(running_, [&](const auto& worker) { return hasEnded(*worker); });
+            std::erase_if(workers_, [&](const auto& worker) { return hasEnded(*worker); });
             progress.update(done_);
             std::this_thread::sleep_for(between);
         }
@@ -136,11 +138,9 @@ public:
 private:
     void start()
     {
-        const std::size_t piece = waiting_.back();
-        waiting_.pop_back();
         std::size_t place = 0;
         const auto load = [&](std::size_t which) {
-            return std::count_if(running_.begin(), running_.end(),
+            return std::count_if(workers_.begin(), workers_.end(),
                                  [&](const auto& worker) { return worker->place == which; });
         };
         for (std::size_t i = 1; i < devices_.size(); ++i) {
@@ -150,43 +150,95 @@ private:
         if (!devices_[place].empty()) {
             words.push_back("--device=" + devices_[place]);
         }
-        words.insert(words.end(), {"--", job_.manifest().native(), std::to_string(piece)});
-        running_.push_back(
-            std::make_unique<Worker>(Worker{piece, place, ChildProgram::ownProgram(words, "a piece")}));
+        words.insert(words.end(), {"--", job_.manifest().native(), "-"});
+        workers_.push_back(std::make_unique<Worker>(
+            Worker{{}, place, ChildProgram::ownProgramThatListens(words, "a worker")}));
+        giveNext(*workers_.back());
+    }
+
+    void giveNext(Worker& worker)
+    {
+        if (waiting_.empty()) {
+            worker.process.endInput();
+            return;
+        }
+        worker.piece = waiting_.back();
+        waiting_.pop_back();
+        worker.process.tell(std::to_string(*worker.piece));
     }
 
     bool hasEnded(Worker& worker)
     {
-        if (!worker.process.hasEnded()) {
-            return false;
+        const bool ended = worker.process.hasEnded();
+        const bool answered = takeAnswer(worker);
+        if (ended && worker.piece) {
+            takeEnd(*worker.piece, worker.process);
+        } else if (answered && !ended && !isStopping_) {
+            giveNext(worker);
         }
-        repeatLines(worker.process.errors(), console_);
+        return ended;
+    }
+
+    /// Returns whether the worker has made its piece, or failed to.
+    bool takeAnswer(Worker& worker)
+    {
+        const std::string output = worker.process.outputSoFar();
+        const std::size_t end = output.find('\n', worker.answersRead);
+        const bool answered = worker.piece && end != std::string::npos;
+        if (answered || !worker.process.isRunning()) {
+            const std::string errors = worker.process.errorsSoFar();
+            repeatLines(errors.substr(worker.errorsRead), console_);
+            worker.errorsRead = errors.size();
+        }
+        if (answered) {
+            const std::string answer = output.substr(worker.answersRead, end - worker.answersRead);
+            worker.answersRead = end + 1;
+            keepResult(*worker.piece, std::atoi(answer.substr(answer.find(' ') + 1).c_str()));
+            worker.piece.reset();
+        }
+        return answered;
+    }
+
+    /// A worker has ended while it made a piece.
+    void takeEnd(std::size_t piece, const ChildProgram& process)
+    {
         // Out of memory, say: it may have been the fault of others.
         constexpr int attempts = 3;
-        const int signal = worker.process.signal();
-        if (signal == SIGKILL && ++killed_[worker.piece] < attempts) {
-            console_.note(fmt::format("piece {} was killed; it is made again", worker.piece));
-            waiting_.insert(waiting_.begin(), worker.piece);
-        } else if (signal != 0) {
-            console_.error(fmt::format("piece {} was ended by signal {}", worker.piece, signal));
-            failed_[worker.piece] = static_cast<int>(ExitCode::failed);
-        } else if (worker.process.exitCode() != 0) {
-            failed_[worker.piece] = worker.process.exitCode();
-        } else {
-            done_ += job_.pieces[worker.piece].frames;
+        const int signal = process.signal();
+        if (isStopping_) {
+            return;
         }
-        return true;
+        if (signal == SIGKILL && ++killed_[piece] < attempts) {
+            console_.note(fmt::format("piece {} was killed; it is made again", piece));
+            waiting_.insert(waiting_.begin(), piece);
+        } else if (signal != 0) {
+            console_.error(fmt::format("piece {} was ended by signal {}", piece, signal));
+            keepResult(piece, static_cast<int>(ExitCode::failed));
+        } else {
+            keepResult(piece,
+                       process.exitCode() != 0 ? process.exitCode() : static_cast<int>(ExitCode::failed));
+        }
+    }
+
+    void keepResult(std::size_t piece, int exitCode)
+    {
+        if (exitCode == 0) {
+            done_ += job_.pieces[piece].frames;
+        } else {
+            failed_[piece] = exitCode;
+        }
     }
 
     const Job& job_;
     const WorkerOptions& options_;
     Console& console_;
     std::vector<std::size_t> waiting_; ///< the next one last
-    std::vector<std::unique_ptr<Worker>> running_;
+    std::vector<std::unique_ptr<Worker>> workers_;
     std::vector<std::string> devices_;
     std::map<std::size_t, int> failed_; ///< with their exit codes
     std::map<std::size_t, int> killed_;
-    std::int64_t workers_ = 1;
+    std::int64_t mostWorkers_ = 1;
+    bool isStopping_ = false;
     std::int64_t total_ = 0; ///< frames
     std::int64_t done_ = 0;
 };

@@ -4,8 +4,7 @@
 #include "host/files/ReadFile.h"
 #include "host/log/HostLog.h"
 #include "host/settings/Directories.h"
-
-#include <toml++/toml.h>
+#include "host/settings/Toml.h"
 
 #include <algorithm>
 #include <charconv>

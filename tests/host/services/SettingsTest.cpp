@@ -49,6 +49,15 @@ TEST(Settings, ABrokenFileIsOneMessageWithItsLineAndEverySettingHasItsDefault)
     EXPECT_FALSE(settings.integer("good"));
 }
 
+TEST(Settings, HeadersWithoutANameAreProblems)
+{
+    for (const char* header :
+         {"[.a]", "[a..b]", "[a.]", "[]", "[[.a]]", "[", "[.", "= 1", ".a = 1", "a. = 1"}) {
+        const Settings settings("settings.toml", std::string("good = 1\n") + header + "\n");
+        EXPECT_EQ(settings.fileProblem().find("settings.toml:2:"), 0U) << header << settings.fileProblem();
+    }
+}
+
 TEST(Settings, AKeyOfManyPartsIsAProblemAndNoOverflow)
 {
     std::string key = "a";

@@ -1,17 +1,12 @@
 #pragma once
 
+#include "host/settings/Toml.h"
 #include "tools/qxhost/console/ExitCode.h"
 
 #include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
-
-// The library asserts what it then checks: a header such as "[.a]" would end a build with assertions.
-#ifndef TOML_ASSERT
-#define TOML_ASSERT(condition) static_cast<void>(0)
-#endif
-#include <toml++/toml.h>
 
 namespace Qx::Program {
 

@@ -222,7 +222,7 @@ std::unique_ptr<Job> makeEmptyDraw()
 void offerLimits(std::vector<Offer>& offers)
 {
     for (const Work& work : allWorks()) {
-        if (work.place == Place::Device) {
+        if (work.place == Place::Device && work.content == Content::Scattered) {
             offers.push_back({work.key(), "pass-through", "bytes moved, nothing computed",
                               [work] { return makePassThrough(work); }});
         }

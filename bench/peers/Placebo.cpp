@@ -750,7 +750,7 @@ int main()
         }
     }
     for (const Work& work : allWorks()) {
-        if (work.place != Place::Device) {
+        if (work.place != Place::Device || work.content != Content::Scattered) {
             continue;
         }
         participant.offers.push_back({work.key(), "pass-through of 128-bit texels",

@@ -1,6 +1,8 @@
 #include "bench/peers/Works.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstring>
 #include <random>
 
@@ -102,6 +104,7 @@ std::vector<Work> makeWorks()
         works.push_back({V210ToRGB, 16, Point, place});
         for (const unsigned depth : {8U, 16U}) {
             works.push_back({Look, depth, None, place});
+            works.push_back({Look, depth, None, place, Content::Photograph});
             works.push_back({Grade, depth, None, place});
         }
     }
@@ -162,17 +165,137 @@ std::vector<std::byte> colourFrame(unsigned depth)
     return bytes;
 }
 
+/// Random values on a grid of square cells; between them, values are interpolated.
+class Clouds
+{
+public:
+    Clouds(Random& random, int cell) : cell_(cell), columns_(frameWidth / cell + 2)
+    {
+        values_.resize(static_cast<std::size_t>(columns_) * static_cast<std::size_t>(frameHeight / cell + 2));
+        for (float& value : values_) {
+            value = std::uniform_real_distribution(-1.0F, 1.0F)(random);
+        }
+    }
+
+    float at(int x, int y) const
+    {
+        const auto scale = static_cast<float>(cell_);
+        const float right = static_cast<float>(x % cell_) / scale;
+        const float down = static_cast<float>(y % cell_) / scale;
+        const auto first = static_cast<std::size_t>(y / cell_ * columns_ + x / cell_);
+        const auto below = first + static_cast<std::size_t>(columns_);
+        return std::lerp(std::lerp(values_[first], values_[first + 1], right),
+                         std::lerp(values_[below], values_[below + 1], right), down);
+    }
+
+private:
+    int cell_;
+    int columns_;
+    std::vector<float> values_;
+};
+
+/// Discs of all sizes that hide each other, each of its own colour, under soft light: the "dead leaves" that
+/// have the statistics of photographs (Lee, Mumford and Huang, 2001).
+class Scene
+{
+public:
+    explicit Scene(Random& random)
+        : discOf_(static_cast<std::size_t>(frameWidth) * static_cast<std::size_t>(frameHeight))
+    {
+        constexpr int discs = 12000; // they cover the frame
+        constexpr float smallest = 6;
+        constexpr float largest = 500;
+        std::uniform_real_distribution<float> unit(0.0F, 1.0F);
+        for (int i = 0; i < discs; ++i) {
+            // Sizes are as frequent as their cube is small.
+            const float least = smallest * smallest / (largest * largest);
+            const float radius = smallest / std::sqrt(1 - unit(random) * (1 - least));
+            const auto x = static_cast<float>(random() % frameWidth);
+            const auto y = static_cast<float>(random() % frameHeight);
+            colours_.push_back({unit(random), unit(random), unit(random)});
+            paint(x, y, radius);
+        }
+        for (int cell = 16; cell <= 256; cell *= 4) {
+            light_.emplace_back(random, cell);
+        }
+    }
+
+    /// From 0 to 1.
+    std::array<float, 3> at(int x, int y) const
+    {
+        float light = 0.75F;
+        for (const Clouds& clouds : light_) {
+            light += 0.08F * clouds.at(x, y);
+        }
+        std::array<float, 3> colour = colours_[discOf_[placeOf(x, y)]];
+        for (float& component : colour) {
+            component *= light;
+        }
+        return colour;
+    }
+
+private:
+    static std::size_t placeOf(int x, int y)
+    {
+        return static_cast<std::size_t>(y) * frameWidth + static_cast<std::size_t>(x);
+    }
+
+    /// The newest colour hides what is under it.
+    void paint(float atX, float atY, float radius)
+    {
+        const auto first = [&](float at) { return std::max(static_cast<int>(at - radius), 0); };
+        const auto end = [&](float at, int most) {
+            return std::min(static_cast<int>(at + radius) + 1, most);
+        };
+        for (int y = first(atY); y < end(atY, frameHeight); ++y) {
+            for (int x = first(atX); x < end(atX, frameWidth); ++x) {
+                if (std::hypot(static_cast<float>(x) - atX, static_cast<float>(y) - atY) < radius) {
+                    discOf_[placeOf(x, y)] = colours_.size() - 1;
+                }
+            }
+        }
+    }
+
+    std::vector<std::array<float, 3>> colours_;
+    std::vector<std::size_t> discOf_; ///< the topmost at each pixel
+    std::vector<Clouds> light_;
+};
+
+std::vector<std::byte> photograph(unsigned depth)
+{
+    Random random(1);
+    const Scene scene(random);
+    std::normal_distribution<float> noise(0.0F, 1.0F / 255);
+    std::vector<std::byte> bytes(frameBytes(FrameLayout::Colour, depth));
+    const std::size_t component = depth / 8;
+    const auto most = static_cast<float>((1U << depth) - 1);
+    std::byte* to = bytes.data();
+    for (int y = 0; y < frameHeight; ++y) {
+        for (int x = 0; x < frameWidth; ++x) {
+            const std::array<float, 3> colour = scene.at(x, y);
+            for (std::size_t i = 0; i < 4; ++i, to += component) {
+                const float value = i == 3 ? 1.0F : std::clamp(colour.at(i) + noise(random), 0.0F, 1.0F);
+                const auto code = static_cast<std::uint32_t>(std::lround(value * most));
+                std::memcpy(to, &code, component); // the lowest bytes
+            }
+        }
+    }
+    return bytes;
+}
+
 } // namespace
 
 std::string Work::key() const
 {
     return nameOf(kind) + std::to_string(depth) + '.' + nameOf(filter) +
-           (place == Place::Device ? ".device" : ".memory");
+           (place == Place::Device ? ".device" : ".memory") +
+           (content == Content::Photograph ? ".photograph" : "");
 }
 
 std::string Work::text() const
 {
-    return std::string(textOf(kind)) + ", " + std::to_string(depth) + " bits" + textOf(filter);
+    return std::string(textOf(kind)) + ", " + std::to_string(depth) + " bits" + textOf(filter) +
+           (content == Content::Photograph ? ", as in a photograph" : "");
 }
 
 const std::vector<Work>& allWorks()
@@ -252,7 +375,7 @@ std::vector<std::byte> sourceFrame(const Work& work)
     case FrameLayout::Colour:
         break;
     }
-    return colourFrame(work.depth);
+    return work.content == Content::Photograph ? photograph(work.depth) : colourFrame(work.depth);
 }
 
 } // namespace Qx::Bench

@@ -21,7 +21,7 @@ enum class WorkKind
     FromV210,  ///< v210 to 16-bit 4:2:2
     ToV210,    ///< 16-bit 4:2:2 to v210
     V210ToRGB, ///< v210 to 16-bit RGB
-    Look,      ///< RGB through a table of 33 points an edge, tetrahedral
+    Look,      ///< RGB through a table of 33 points an edge, tetrahedral; of either content
     Grade,     ///< RGB through three-way colour correction with lift, gamma, gain and saturation
 };
 
@@ -32,6 +32,13 @@ enum class ChromaFilter
     CatmullRom,
     Mitchell,
     Lanczos,
+};
+
+/// What a test frame shows.
+enum class Content
+{
+    Scattered,  ///< codes that have nothing to do with each other
+    Photograph, ///< computed: shapes of all sizes that hide each other, and a camera's noise
 };
 
 /// The location of the frames before and after.
@@ -47,6 +54,7 @@ struct Work
     unsigned depth = 8; ///< bits of a component of RGB or 4:2:2
     ChromaFilter filter = ChromaFilter::None;
     Place place = Place::Device;
+    Content content = Content::Scattered;
 
     bool operator==(const Work&) const = default;
 
@@ -78,7 +86,7 @@ FrameLayout resultLayout(WorkKind kind);
 std::size_t rowBytes(FrameLayout layout, unsigned depth);
 std::size_t frameBytes(FrameLayout layout, unsigned depth);
 
-/// The test frame: scattered codes that video allows, or scattered colours, opaque. Always the same.
+/// The test frame: codes that video allows, or colours, opaque. Always the same.
 std::vector<std::byte> sourceFrame(const Work& work);
 
 } // namespace Qx::Bench

@@ -6,8 +6,6 @@ import math
 import os
 import pathlib
 import shutil
-import signal
-import socket
 import subprocess
 import tempfile
 import unittest
@@ -20,11 +18,10 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import WebDriverWait
 
+from server import PATIENCE, Server, free_port
+
 PROGRAM = os.environ["QX_PROGRAM"]
 SOURCE = pathlib.Path(os.environ["QX_SOURCE_FOLDER"])
-# Long enough for a loaded machine with sanitizers; nothing waits that long unless it fails.
-PATIENCE = 60
-
 WIDTH, HEIGHT, FRAMES = 640, 360, 60
 # The patch at the top left tells the frame: its luma is FIRST_LUMA + LUMA_STEP times the frame.
 FIRST_LUMA, LUMA_STEP, PATCH = 20, 3, 64
@@ -69,43 +66,6 @@ def psnr(one, other):
     """The peak signal-to-noise ratio of two pictures of 8 bits, in decibels."""
     error = numpy.mean((one.astype(float) - other.astype(float)) ** 2)
     return math.inf if error == 0 else 10 * math.log10(255 ** 2 / error)
-
-
-class Server:
-    """`qxhost studio` in a process of its own."""
-
-    def __init__(self, clip, *effects, looks, port=None, token=None, home=None):
-        environment = dict(os.environ)
-        if token:
-            environment["QXHOST_STUDIO_TOKEN"] = token
-        command = [PROGRAM, "studio", str(clip), *map(str, effects), "--looks", str(looks)]
-        if port:
-            command += ["--port", str(port)]
-        self.process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=environment,
-                                        cwd=home or looks, text=True)
-        self.address = self.process.stdout.readline().strip()
-        if not self.address.startswith("http://"):
-            self.process.kill()
-            raise AssertionError("the server did not start: " + self.process.stderr.read())
-
-    def stop(self):
-        """Ends the server as Ctrl-C does; its exit code."""
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGINT)
-        try:
-            _, self.messages = self.process.communicate(timeout=PATIENCE)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            self.process.communicate()
-            raise
-        return self.process.returncode
-
-
-def free_port():
-    """A port that nobody listens on now."""
-    with socket.socket() as taken:
-        taken.bind(("127.0.0.1", 0))
-        return taken.getsockname()[1]
 
 
 def start_browser():

@@ -20,6 +20,11 @@ constexpr int thumbnailSide = 240; ///< of thumbnails, and of stills in their ga
 constexpr int stillSide = 640;
 constexpr int smallQuality = 80;
 
+using Clock = std::chrono::steady_clock;
+
+/// Scopes take at most one part of so many of the time, so that pictures do not wait for them.
+constexpr int scopesShare = 4;
+
 /// Effects that the program draws itself with.
 constexpr std::array ownEffects{
     "ColourConvert.fx", "ColourConvert2020.fx", "ColourConvert444.fx", "LUT.fx", "Alpha.fx", "null.fx"};
@@ -226,7 +231,9 @@ void Session::Worker::sendScopes(Client& client)
 {
     ScopeWish& wish = client.scopes;
     wish.stamp = pictureVersion_;
-    wish.at = std::chrono::steady_clock::now();
+    const Clock::time_point begin = Clock::now();
+    wish.due =
+        begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / wish.rate));
     const Image::Surface& picture = wish.ofBefore ? projector_.before() : projector_.after();
     if (!picture.getGPUSurface()) {
         return; // nothing has been drawn yet
@@ -250,6 +257,7 @@ void Session::Worker::sendScopes(Client& client)
     Json scopes{{"is", "scopes"}, {"frame", projector_.frame()}, {"of", wish.ofBefore ? "before" : "after"}};
     scopes.update(scopeMessage(wish.kinds, signal, request, *counts));
     tell(client, scopes, iWindow::Kind::scopes);
+    wish.due = std::max(wish.due, begin + scopesShare * (Clock::now() - begin));
 }
 
 } // namespace Qx::Program::Studio

@@ -29,11 +29,6 @@ constexpr int mostUnderWay = 2;
 /// Bytes that may wait for a window before it gets no more pictures and states.
 constexpr std::size_t mostWaitingBytes = std::size_t{4} << 20U;
 
-Clock::time_point scopesDue(Clock::time_point last, double rate)
-{
-    return last + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / rate));
-}
-
 /// Four bytes of the header's length, the header, and a JPEG.
 std::shared_ptr<const std::string> framed(const Json& header, const std::string& jpeg)
 {
@@ -147,7 +142,7 @@ std::chrono::steady_clock::time_point Session::Worker::wakeUp() const
             return Clock::now();
         }
         if (wantsScopes(client)) {
-            next = std::min(next, scopesDue(client.scopes.at, client.scopes.rate));
+            next = std::min(next, client.scopes.due);
         }
     }
     if (playback_.isPlaying()) {
@@ -310,8 +305,7 @@ void Session::Worker::present()
 {
     const Clock::time_point now = Clock::now();
     const auto isServed = [&](const Client& client) {
-        return wantsPicture(client) ||
-               (wantsScopes(client) && scopesDue(client.scopes.at, client.scopes.rate) <= now);
+        return wantsPicture(client) || (wantsScopes(client) && client.scopes.due <= now);
     };
     std::vector<Client*> served;
     for (Client& client : clients_) {
@@ -334,7 +328,7 @@ void Session::Worker::serve(Client& client)
         if (wantsPicture(client)) {
             sendPictures(client);
         }
-        if (wantsScopes(client) && scopesDue(client.scopes.at, client.scopes.rate) <= Clock::now()) {
+        if (wantsScopes(client) && client.scopes.due <= Clock::now()) {
             sendScopes(client);
         }
     } catch (const Failure& failure) {

@@ -89,7 +89,7 @@ private:
         bool ofBefore = false;
         double rate = 10;        ///< a second, at most
         std::uint64_t stamp = 0; ///< of the picture that was counted last
-        std::chrono::steady_clock::time_point at;
+        std::chrono::steady_clock::time_point due;
     };
 
     struct Client

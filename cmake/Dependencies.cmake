@@ -78,6 +78,18 @@ if(QX_HOST_TESTS AND NOT GTest_FOUND)
     message(FATAL_ERROR "QX_HOST_TESTS: GTest is not found; install libgtest-dev")
 endif()
 
+# examples/window, which tests build and run on a display of their own.
+pkg_check_modules(SDL2 QUIET sdl2)
+find_program(QX_XVFB Xvfb)
+set(window_found OFF)
+if(SDL2_FOUND AND QX_XVFB)
+    set(window_found ON)
+endif()
+option(QX_WINDOW "Test examples/window" ${window_found})
+if(QX_WINDOW AND NOT window_found)
+    message(FATAL_ERROR "QX_WINDOW: a package is missing; install libsdl2-dev and xvfb")
+endif()
+
 # The program needs none of what tests and benchmarks need.
 if(QX_BUILD_TESTS OR QX_BUILD_BENCHMARKS)
     find_package(PNG QUIET)

@@ -53,6 +53,7 @@ list(APPEND headers
     host/effects/framework/EffectInput.h
     host/effects/framework/ParameterRange.h
     host/fonts/TextPainter.h
+    host/gpu/DeviceSharing.h
     host/gpu/GPUOptions.h
     host/gpu/GPUService.h
     host/gpu/scopes/Scopes.h

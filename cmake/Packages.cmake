@@ -79,12 +79,13 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library host)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libloki-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "qxhost (= ${version})")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libgtest-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libgtest-dev, libvulkan-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "GPU image services for video editing (development files)
 Headers of QxFxResources and of its reference host, and what CMake and
 pkg-config need to find both.
 .
-The conformance tests for hosts of one's own need libgtest-dev.")
+The conformance tests for hosts of one's own need libgtest-dev, and sharing a
+Vulkan device of one's own needs libvulkan-dev.")
 
 math(EXPR python_after "${Python3_VERSION_MINOR} + 1")
 set(CPACK_DEBIAN_MLT_PACKAGE_NAME mlt-qxfx)

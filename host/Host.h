@@ -44,6 +44,8 @@ struct OwnServices
     std::function<void(std::string_view text)> log{};
 };
 
+struct ApplicationDevice;
+
 /// What a program tells the host at its start.
 struct StartOptions
 {
@@ -62,6 +64,12 @@ struct StartOptions
 
     /// The program's own services in place of the host's.
     OwnServices services{};
+
+    /// The program's own Vulkan device for the host to use, see host/gpu/DeviceSharing.h. It is copied. Null:
+    /// the host makes one of its own. What the device lacks is said on first use, in the log and by
+    /// GPUService::failure(). The driver then keeps its cache where it did: it has started already. Call
+    /// stop() before destroying the device.
+    const ApplicationDevice* sharedDevice = nullptr;
 };
 
 /// Configures the host: program arguments, debug output, device, and by variables of this process where the

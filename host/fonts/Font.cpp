@@ -57,9 +57,10 @@ bool Font::draw(Qx::Ptr<iGPUImage> target, const LightweightString<wchar_t>& tex
         if (!operation) {
             return false;
         }
-        auto* image = dynamic_cast<Vulkan::GPUImage*>(target.get());
-        if (image == nullptr || &image->context() != &context) {
-            return complain(1, "text cannot be drawn: the target is missing or belongs to another device");
+        Vulkan::GPUImage* const image = Vulkan::usableImage(context, target.get());
+        if (image == nullptr) {
+            return complain(
+                1, "text cannot be drawn: the target is missing, belongs to another device or is given away");
         }
         if (!isColour(colour)) {
             return complain(2, "text cannot be drawn: its colour is not a number");

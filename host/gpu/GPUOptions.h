@@ -3,10 +3,13 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace Qx::Host {
+
+struct ApplicationDevice;
 
 /// Options of the GPU service. A number of zero stands for the default named here.
 struct GPUOptions
@@ -17,6 +20,10 @@ struct GPUOptions
 
     /// The origin of `device`, for the message that no device matches.
     std::string deviceSource = "the options";
+
+    /// The application's Vulkan device, which the service then uses in the place of one of its own; see
+    /// host/gpu/DeviceSharing.h. `device` and `validation` have no effect then. Null: a device of its own.
+    std::shared_ptr<const ApplicationDevice> sharedDevice{};
 
     /// Enables Vulkan's validation layer, whose messages are logged and counted. The environment variable
     /// QX_VULKAN_VALIDATION=1 enables it too.

@@ -2,37 +2,16 @@
 
 #include "host/fonts/Font.h"
 #include "host/fonts/Typeface.h"
-#include "host/gpu/device/DeviceChoice.h"
 #include "host/gpu/device/PipelineCache.h"
 #include "host/gpu/effects/EffectFiles.h"
 #include "host/gpu/effects/Prewarm.h"
 #include "host/gpu/effects/ShaderEffect.h"
 #include "host/gpu/images/Images.h"
-
-#include <cstdlib>
+#include "host/gpu/sharing/OpenDevice.h"
 
 namespace Qx::Host {
 
 namespace {
-
-std::string environment(const char* name)
-{
-    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): no thread sets variables
-    return value != nullptr ? value : "";
-}
-
-/// Runs `function` with a context whose device works, as one operation; `Result()` if there is none.
-template <class Result, class Function>
-Result operate(const std::shared_ptr<Vulkan::Context>& context, Function&& function)
-{
-    return Vulkan::guarded(Result(), [&]() -> Result {
-        if (context == nullptr) {
-            return {};
-        }
-        const Vulkan::Operation operation(*context);
-        return operation ? function(*context) : Result();
-    });
-}
 
 /// The library passes an empty path for an effect that it does not know. That is no reason to open the
 /// device, to start a worker or to look into the working directory.
@@ -43,10 +22,10 @@ EffectCompilation refusedEmptyPath()
     return compilation;
 }
 
-std::string announcement(const DeviceDescription& device)
+std::string announcement(const DeviceDescription& device, bool isShared)
 {
-    const std::string name =
-        "GPU: using \"" + device.name + "\" (" + device.type + ", " + device.driver + ")";
+    const std::string name = std::string("GPU: using ") + (isShared ? "the application's device " : "") +
+                             "\"" + device.name + "\" (" + device.type + ", " + device.driver + ")";
     return device.software ? name + ". This is a SOFTWARE device: everything runs on the processor, slowly"
                            : name;
 }
@@ -85,39 +64,22 @@ void GPUService::startLocked()
 {
     started_ = true;
     openCacheLocked();
-    const bool validation = options_.validation || environment("QX_VULKAN_VALIDATION") == "1";
-    auto instance = Vulkan::Instance::create(validation, failure_);
-    if (instance == nullptr) {
-        return;
-    }
-    const std::vector<Vulkan::PhysicalDevice> physical = instance->physicalDevices(failure_);
-    if (!failure_.empty()) {
-        return;
-    }
-    for (std::uint32_t i = 0; i < physical.size(); ++i) {
-        devices_.push_back(Vulkan::describe(physical[i], i));
-    }
-    const DeviceChoice choice = options_.device.empty()
-                                    ? chooseDevice(devices_, environment("QX_DEVICE"), "QX_DEVICE")
-                                    : chooseDevice(devices_, options_.device, options_.deviceSource);
-    if (!choice.index) {
-        failure_ = choice.failure;
-        return;
-    }
-    auto device = Vulkan::Device::create(physical[*choice.index], failure_);
-    if (device == nullptr) {
+    Vulkan::OpenedDevice opened = Vulkan::openDevice(options_, failure_);
+    devices_ = std::move(opened.devices);
+    if (opened.device == nullptr) {
         return;
     }
     if (cache_ != nullptr) {
         effects_ =
-            std::make_shared<const EffectCache>(cache_, Vulkan::driverIdentity(physical[*choice.index]));
-        pipelines_ = std::make_shared<Vulkan::PipelineCache>(*device, cache_);
+            std::make_shared<const EffectCache>(cache_, Vulkan::driverIdentity(opened.device->physical()));
+        pipelines_ = std::make_shared<Vulkan::PipelineCache>(*opened.device, cache_);
         pipelines_->load();
     }
-    context_ = Vulkan::Context::create(std::move(instance), std::move(device), options_, failure_);
+    context_ =
+        Vulkan::Context::create(std::move(opened.instance), std::move(opened.device), options_, failure_);
     if (context_ != nullptr) {
-        devices_[*choice.index].chosen = true;
-        Vulkan::report(announcement(devices_[*choice.index]));
+        devices_[opened.chosen].chosen = true;
+        Vulkan::report(announcement(devices_[opened.chosen], options_.sharedDevice != nullptr));
     } else {
         pipelines_ = nullptr;
     }
@@ -196,7 +158,7 @@ void GPUService::savePipelines(const std::shared_ptr<Vulkan::Context>& context)
         const std::lock_guard lock(mutex_);
         pipelines = pipelines_;
     }
-    operate<bool>(context, [&](Vulkan::Context&) {
+    Vulkan::operate<bool>(context, [&](Vulkan::Context&) {
         if (pipelines != nullptr) {
             pipelines->save();
         }
@@ -245,18 +207,19 @@ GPUStatistics GPUService::statistics()
 
 bool GPUService::startTimer()
 {
-    return operate<bool>(context(), [](Vulkan::Context& context) { return context.recorder().startTimer(); });
+    return Vulkan::operate<bool>(context(),
+                                 [](Vulkan::Context& context) { return context.recorder().startTimer(); });
 }
 
 std::optional<GPUTime> GPUService::stopTimer()
 {
-    return operate<std::optional<GPUTime>>(
+    return Vulkan::operate<std::optional<GPUTime>>(
         context(), [](Vulkan::Context& context) { return context.recorder().stopTimer(); });
 }
 
 void GPUService::trim()
 {
-    operate<bool>(context(), [](Vulkan::Context& context) {
+    Vulkan::operate<bool>(context(), [](Vulkan::Context& context) {
         const std::uint64_t completed = context.recorder().completed();
         context.textures().trim(0, completed);
         context.hostBuffers().trim(0, completed);
@@ -359,16 +322,17 @@ GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context,
         pipelines = pipelines_;
         prewarm = options_.readyWhenLoaded;
     }
-    auto program = operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
-        auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
-        if (made != nullptr && prewarm && !made->createPipelines(refusal)) {
-            made.reset();
-        }
-        if (pipelines != nullptr) {
-            pipelines->countEffect();
-        }
-        return made;
-    });
+    auto program =
+        Vulkan::operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
+            auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
+            if (made != nullptr && prewarm && !made->createPipelines(refusal)) {
+                made.reset();
+            }
+            if (pipelines != nullptr) {
+                pipelines->countEffect();
+            }
+            return made;
+        });
     if (program != nullptr && prewarm) {
         Vulkan::Prewarm(program).drawAll();
     }
@@ -416,7 +380,7 @@ EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)
 
 Qx::Ptr<iGPUComputeContext> GPUService::createComputeContext(int kind)
 {
-    return operate<Qx::Ptr<iGPUComputeContext>>(
+    return Vulkan::operate<Qx::Ptr<iGPUComputeContext>>(
         context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUComputeContext> {
             if (kind != 0) {
                 return {};
@@ -427,83 +391,82 @@ Qx::Ptr<iGPUComputeContext> GPUService::createComputeContext(int kind)
 
 Qx::Ptr<iGPUImage> GPUService::createGPUImage(XY<int> size, iGPUImage::eFormat format)
 {
-    return operate<Qx::Ptr<iGPUImage>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage> {
-        return Vulkan::makeGPUImage(context, size, format);
-    });
+    return Vulkan::operate<Qx::Ptr<iGPUImage>>(context(),
+                                               [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage> {
+                                                   return Vulkan::makeGPUImage(context, size, format);
+                                               });
 }
 
 Qx::Ptr<iHostImage> GPUService::createHostImage(XY<int> size, iGPUImage::eFormat format)
 {
-    return operate<Qx::Ptr<iHostImage>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage> {
-        return Vulkan::makeHostImage(context, size, format);
-    });
+    return Vulkan::operate<Qx::Ptr<iHostImage>>(context(),
+                                                [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage> {
+                                                    return Vulkan::makeHostImage(context, size, format);
+                                                });
 }
 
 Qx::Ptr<iGPUImage> GPUService::uploadImage(Qx::Ptr<iHostImage> image, int)
 {
-    return operate<Qx::Ptr<iGPUImage>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage> {
-        auto* source = dynamic_cast<Vulkan::HostImage*>(image.get());
-        if (source == nullptr || &source->context() != &context) {
-            return {};
-        }
-        return source->upload();
-    });
+    return Vulkan::operate<Qx::Ptr<iGPUImage>>(
+        context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage> {
+            auto* source = dynamic_cast<Vulkan::HostImage*>(image.get());
+            if (source == nullptr || &source->context() != &context) {
+                return {};
+            }
+            return source->upload();
+        });
 }
 
 Qx::Ptr<iHostImage> GPUService::downloadImage(Qx::Ptr<iGPUImage> image)
 {
-    return operate<Qx::Ptr<iHostImage>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage> {
-        auto* source = dynamic_cast<Vulkan::GPUImage*>(image.get());
-        if (source == nullptr || &source->context() != &context) {
-            return {};
-        }
-        return Vulkan::download(context, *source);
-    });
+    return Vulkan::operate<Qx::Ptr<iHostImage>>(
+        context(), [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage> {
+            Vulkan::GPUImage* const source = Vulkan::usableImage(context, image.get());
+            return source != nullptr ? Vulkan::download(context, *source) : Qx::Ptr<iHostImage>();
+        });
 }
 
 std::optional<ScopeCounts> GPUService::countScopes(const Qx::Ptr<iGPUImage>& picture,
                                                    const ScopeRequest& request)
 {
-    return operate<std::optional<ScopeCounts>>(
+    return Vulkan::operate<std::optional<ScopeCounts>>(
         context(), [&](Vulkan::Context& context) -> std::optional<ScopeCounts> {
-            auto* image = dynamic_cast<Vulkan::GPUImage*>(picture.get());
-            if (image == nullptr || &image->context() != &context) {
-                return {};
-            }
-            return context.scopes().count(context, *image, request);
+            Vulkan::GPUImage* const image = Vulkan::usableImage(context, picture.get());
+            return image != nullptr ? context.scopes().count(context, *image, request) : std::nullopt;
         });
 }
 
 bool GPUService::copyImage(const Qx::Ptr<iGPUImage>& source, const Qx::Ptr<iGPUImage>& target)
 {
-    return operate<bool>(context(), [&](Vulkan::Context& context) {
-        auto* from = dynamic_cast<Vulkan::GPUImage*>(source.get());
-        auto* to = dynamic_cast<Vulkan::GPUImage*>(target.get());
-        const bool fits = from != nullptr && to != nullptr && from != to && &from->context() == &context &&
-                          &to->context() == &context && from->getSize() == to->getSize() &&
-                          from->getFormat() == to->getFormat();
+    return Vulkan::operate<bool>(context(), [&](Vulkan::Context& context) {
+        Vulkan::GPUImage* const from = Vulkan::usableImage(context, source.get());
+        Vulkan::GPUImage* const to = Vulkan::usableImage(context, target.get());
+        const bool fits = from != nullptr && to != nullptr && from != to &&
+                          from->getSize() == to->getSize() && from->getFormat() == to->getFormat();
         return fits && Vulkan::copy(context, *from, *to);
     });
 }
 
 Qx::Ptr<iHostImage3D> GPUService::createHostImage3D(int size)
 {
-    return operate<Qx::Ptr<iHostImage3D>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage3D> {
-        if (!Vulkan::isSupported3D(context, size)) {
-            return {};
-        }
-        return Vulkan::HostImage3D::create(size);
-    });
+    return Vulkan::operate<Qx::Ptr<iHostImage3D>>(context(),
+                                                  [&](Vulkan::Context& context) -> Qx::Ptr<iHostImage3D> {
+                                                      if (!Vulkan::isSupported3D(context, size)) {
+                                                          return {};
+                                                      }
+                                                      return Vulkan::HostImage3D::create(size);
+                                                  });
 }
 
 Qx::Ptr<iGPUImage3D> GPUService::upload3DImage(Qx::Ptr<iHostImage3D> image)
 {
-    return operate<Qx::Ptr<iGPUImage3D>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage3D> {
-        if (!image || !Vulkan::isSupported3D(context, image->getSize())) {
-            return {};
-        }
-        return Vulkan::upload(context, *image);
-    });
+    return Vulkan::operate<Qx::Ptr<iGPUImage3D>>(
+        context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage3D> {
+            if (!image || !Vulkan::isSupported3D(context, image->getSize())) {
+                return {};
+            }
+            return Vulkan::upload(context, *image);
+        });
 }
 
 std::shared_ptr<Text::TextRenderer> GPUService::textRenderer(Vulkan::Context& context)
@@ -517,7 +480,7 @@ std::shared_ptr<Text::TextRenderer> GPUService::textRenderer(Vulkan::Context& co
 
 Qx::Ptr<iFont> GPUService::createFont(const LightweightString<wchar_t>& typeface, int size, int style)
 {
-    return operate<Qx::Ptr<iFont>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iFont> {
+    return Vulkan::operate<Qx::Ptr<iFont>>(context(), [&](Vulkan::Context& context) -> Qx::Ptr<iFont> {
         auto shaper = Text::openTypeface(typeface, size, style);
         auto renderer = shaper != nullptr ? textRenderer(context) : nullptr;
         if (renderer == nullptr) {

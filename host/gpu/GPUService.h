@@ -16,6 +16,7 @@
 namespace Qx::Host {
 
 class EffectCache;
+class ImageSharing;
 struct CompiledEffect;
 struct ParameterRange;
 struct EffectCompilation;
@@ -100,6 +101,11 @@ public:
     /// Whether the device was lost. Every operation fails from then on.
     bool isLost();
 
+    /// Whether objects of the service are left on its device. An application that shares its device destroys
+    /// it when shutdown() has returned and this is false. If it is true then, host images that were mapped are
+    /// still held: release them and call shutdown() again. Or the device did not finish in time.
+    bool holdsDevice();
+
     /// For tests: the next `before` allocations of device memory succeed, then `failures` of them fail.
     void failAllocations(std::uint64_t before, std::uint64_t failures);
     /// For tests: loses the device.
@@ -133,6 +139,8 @@ public:
     Qx::Ptr<iFont> createFont(const LightweightString<wchar_t>& typeface, int size, int style) override;
 
 private:
+    friend class ImageSharing;
+
     std::shared_ptr<Vulkan::Context> context();
     std::shared_ptr<Worker::EffectWorkers> workers();
     void startLocked();

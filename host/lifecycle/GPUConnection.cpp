@@ -1,6 +1,7 @@
 #include "host/lifecycle/GPUConnection.h"
 
 #include "host/Host.h"
+#include "host/gpu/DeviceSharing.h"
 #include "host/gpu/GPUService.h"
 #include "host/lifecycle/CachePlace.h"
 #include "host/settings/Settings.h"
@@ -47,6 +48,9 @@ void configureGPU(const StartOptions& start)
     const bool onDemandOnly = StartEnv::programEnv().arg(L"-transcode") != 0;
     options.compileAhead = settings.flag("effects.ahead").value_or(true) && !onDemandOnly;
     options.readyWhenLoaded = start.effectsReadyWhenLoaded;
+    if (start.sharedDevice != nullptr) {
+        options.sharedDevice = std::make_shared<const ApplicationDevice>(*start.sharedDevice);
+    }
     if (!gpuService().configure(options)) {
         Log("The GPU service has started already and keeps its options\n");
     }

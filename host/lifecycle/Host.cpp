@@ -59,7 +59,9 @@ void start(const StartOptions& options)
         HostLog::instance().complain("the host was started after background tasks; those run without the "
                                      "arguments and the device that the program chose");
     }
-    placeDriverCache(configuredCachePlace());
+    if (options.sharedDevice == nullptr) { // or the driver has read its variables, and has threads that may
+        placeDriverCache(configuredCachePlace());
+    }
     ErrorLogLogger::loggingEnabled_ = Settings::instance().flag("timing_lines").value_or(false);
     configureGPU(options);
 }

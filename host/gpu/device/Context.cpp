@@ -119,6 +119,9 @@ void Context::retire(DeviceObject& object, std::function<void()> destroy)
 void Context::shutdown(std::chrono::milliseconds limit)
 {
     const std::lock_guard shutdownLock(shutdownMutex_);
+    if (state_ == State::HostImagesHeld) {
+        destroyImages();
+    }
     if (state_ != State::Running) {
         return;
     }
@@ -138,6 +141,11 @@ void Context::shutdown(std::chrono::milliseconds limit)
     scopes_.destroy();
     primitives_.destroy();
     samplers_.destroy();
+    destroyImages();
+}
+
+void Context::destroyImages()
+{
     // Addresses that callers hold must stay valid as long as their images, which may outlive the service.
     const auto isHeld = [](const auto& resource) { return resource.givenOut.load(); };
     const std::size_t kept = textures_.destroyAll(isHeld) + hostBuffers_.destroyAll(isHeld);
@@ -150,6 +158,12 @@ void Context::shutdown(std::chrono::milliseconds limit)
     device_->close();
     instance_->close();
     state_ = State::Closed;
+}
+
+bool Context::holdsDevice()
+{
+    const std::lock_guard lock(shutdownMutex_);
+    return state_ != State::Closed;
 }
 
 Context::~Context()

@@ -73,8 +73,11 @@ public:
 
     /// Destroys everything, the device last. What is still in use when the limit passes is left as it is, and
     /// so are the device and the memory of host images whose addresses callers may hold: the system frees
-    /// them when the process ends.
+    /// them when the process ends. Another call destroys what was held and is so no longer.
     void shutdown(std::chrono::milliseconds limit);
+
+    /// Whether Vulkan objects are left on the device.
+    bool holdsDevice();
 
     GPUStatistics statistics();
     std::atomic<std::uint64_t> draws{0};
@@ -82,6 +85,8 @@ public:
     std::atomic<std::uint64_t> sharedTransfers{0};
 
 private:
+    void destroyImages();
+
     Context(std::unique_ptr<Instance> instance, std::unique_ptr<Device> device, const GPUOptions& options);
 
     std::unique_ptr<Instance> instance_;
@@ -216,6 +221,19 @@ Result guarded(Result failure, Function&& function) noexcept
         return failure;
     }
     return failure;
+}
+
+/// Runs `function` with a context whose device works, as one operation; `Result()` if there is none.
+template <class Result, class Function>
+Result operate(const std::shared_ptr<Context>& context, Function&& function)
+{
+    return guarded(Result(), [&]() -> Result {
+        if (context == nullptr) {
+            return {};
+        }
+        const Operation operation(*context);
+        return operation ? function(*context) : Result();
+    });
 }
 
 } // namespace Qx::Host::Vulkan

@@ -1,6 +1,7 @@
 #include "host/gpu/device/Device.h"
 
 #include "host/gpu/device/DrawingPath.h"
+#include "host/gpu/sharing/Features.h"
 
 #include <algorithm>
 
@@ -49,42 +50,68 @@ std::unique_ptr<Device> Device::create(const PhysicalDevice& physical, std::stri
     queue.pQueuePriorities = &priority;
 
     Features features;
-    if (self->path_ != nullptr) {
-        self->path_->enableFeatures(features.core.features);
-    }
-    features.v12.timelineSemaphore = VK_TRUE;
-    features.v13.dynamicRendering = VK_TRUE;
-    features.v13.synchronization2 = VK_TRUE;
-    features.v13.maintenance4 = VK_TRUE;      // one vertex shader for fragment shaders that take less
-    features.v13.robustImageAccess = VK_TRUE; // effects may read texels outside an image
+    enableFeatures(physical, features.core);
+    const std::vector<const char*> extensions = usableExtensions(physical.handle);
     VkDeviceCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_DEVICE_CREATE_INFO;
     info.pNext = &features.core;
     info.queueCreateInfoCount = 1;
     info.pQueueCreateInfos = &queue;
-    const VkResult result = vkCreateDevice(physical.handle, &info, nullptr, &self->device_);
+    info.enabledExtensionCount = static_cast<std::uint32_t>(extensions.size());
+    info.ppEnabledExtensionNames = extensions.data();
+    VkDevice device = nullptr;
+    const VkResult result = vkCreateDevice(physical.handle, &info, nullptr, &device);
     if (result != VK_SUCCESS) {
-        self->device_ = nullptr;
         failure = "the Vulkan device could not be opened (result " + std::to_string(result) + ")";
         return nullptr;
     }
-    vkGetDeviceQueue(self->device_, self->queueFamily_.index, 0, &self->queue_);
+    self->open(device, 0);
+    self->sharesByDescriptor_ = !extensions.empty();
+    return self;
+}
 
+std::unique_ptr<Device> Device::take(const PhysicalDevice& physical, const ApplicationDevice& application)
+{
+    std::unique_ptr<Device> self(new Device(physical));
+    self->application_ = std::make_shared<const ApplicationDevice>(application);
+    self->open(application.device, application.queueIndex);
+    const std::vector<std::string>& enabled = application.abilities.extensions;
+    self->sharesByDescriptor_ =
+        std::find(enabled.begin(), enabled.end(), VK_KHR_EXTERNAL_MEMORY_FD_EXTENSION_NAME) != enabled.end();
+    return self;
+}
+
+void Device::open(VkDevice device, std::uint32_t queueIndex)
+{
+    device_ = device;
+    vkGetDeviceQueue(device_, queueFamily_.index, queueIndex, &queue_);
     VkPipelineCacheCreateInfo cache{};
     cache.sType = VK_STRUCTURE_TYPE_PIPELINE_CACHE_CREATE_INFO;
-    if (vkCreatePipelineCache(self->device_, &cache, nullptr, &self->pipelineCache_) != VK_SUCCESS) {
-        self->pipelineCache_ = nullptr;
+    if (vkCreatePipelineCache(device_, &cache, nullptr, &pipelineCache_) != VK_SUCCESS) {
+        pipelineCache_ = nullptr;
     }
-    return self;
 }
 
 void Device::close()
 {
     if (device_ != nullptr) {
         vkDestroyPipelineCache(device_, pipelineCache_, nullptr);
-        vkDestroyDevice(device_, nullptr);
+        if (application_ == nullptr) {
+            vkDestroyDevice(device_, nullptr);
+        }
         device_ = nullptr;
     }
+}
+
+VkResult Device::submit(const VkSubmitInfo2& info)
+{
+    if (application_ == nullptr || !application_->lockQueue) {
+        return vkQueueSubmit2(queue_, 1, &info, nullptr);
+    }
+    application_->lockQueue();
+    const VkResult result = vkQueueSubmit2(queue_, 1, &info, nullptr);
+    application_->unlockQueue();
+    return result;
 }
 
 std::uint64_t Device::largestHeap() const

@@ -10,6 +10,10 @@
 #include <memory>
 #include <string>
 
+namespace Qx::Host {
+struct ApplicationDevice;
+}
+
 namespace Qx::Host::Vulkan {
 
 /// Faults that tests inject. Thread-safe.
@@ -27,23 +31,34 @@ struct FaultInjection
 
 class DrawingPath;
 
-/// The logical device. Thread-safe, but only the recorder may use the queue.
+/// The logical device: one of our own, or the application's. Thread-safe, but only the recorder may submit.
 class Device
 {
 public:
     /// Null, with the reason in `failure`, if the driver refuses. The device must lack nothing: see
     /// PhysicalDevice::missingFeatures().
     static std::unique_ptr<Device> create(const PhysicalDevice& physical, std::string& failure);
+    /// The application's device, which stays its own. It must lack nothing: see
+    /// sharing/OpenDevice.h.
+    static std::unique_ptr<Device> take(const PhysicalDevice& physical, const ApplicationDevice& application);
+
     ~Device();
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
-    /// Destroys the Vulkan device. The object can still be asked for its properties.
+    /// Destroys the Vulkan device unless it is the application's. The object can still be asked for its
+    /// properties.
     void close();
 
     VkDevice handle() const { return device_; }
     const PhysicalDevice& physical() const { return physical_; }
-    VkQueue queue() const { return queue_; }
+
+    /// Submits to the queue, under the application's lock if it uses the queue too.
+    VkResult submit(const VkSubmitInfo2& info);
+
+    /// Whether memory can be exported and imported: VK_KHR_external_memory_fd is enabled.
+    bool sharesMemoryByDescriptor() const { return sharesByDescriptor_; }
+
     std::uint32_t queueFamily() const { return queueFamily_.index; }
     VkPipelineCache pipelineCache() const { return pipelineCache_; }
     /// The bits of a timestamp that are valid; 0 if the device has no timestamps.
@@ -66,12 +81,15 @@ public:
 
 private:
     explicit Device(const PhysicalDevice& physical);
+    void open(VkDevice device, std::uint32_t queueIndex);
 
     const PhysicalDevice physical_;
     const PhysicalDevice::QueueFamily queueFamily_;
     VkDevice device_ = nullptr;
     VkQueue queue_ = nullptr;
     VkPipelineCache pipelineCache_ = nullptr;
+    std::shared_ptr<const ApplicationDevice> application_; // null if the device is our own
+    bool sharesByDescriptor_ = false;
     std::unique_ptr<const DrawingPath> path_;
     std::atomic<bool> lost_{false};
     FaultInjection faults_;

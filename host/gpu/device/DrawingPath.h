@@ -27,9 +27,6 @@ class DrawingPath
 public:
     virtual ~DrawingPath() = default;
 
-    /// Enables the features that the path needs, before the device is created.
-    virtual void enableFeatures(VkPhysicalDeviceFeatures& features) const = 0;
-
     /// How the texels of such an image are arranged in memory.
     virtual VkImageTiling tilingOf(const TextureKey& key) const = 0;
 

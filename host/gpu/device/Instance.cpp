@@ -127,6 +127,14 @@ std::unique_ptr<Instance> Instance::create(bool validation, std::string& failure
     return self;
 }
 
+std::unique_ptr<Instance> Instance::take(VkInstance instance)
+{
+    std::unique_ptr<Instance> self(new Instance);
+    self->instance_ = instance;
+    self->isOurs_ = false;
+    return self;
+}
+
 void Instance::close()
 {
     if (messenger_ != nullptr) {
@@ -135,10 +143,10 @@ void Instance::close()
         destroy(instance_, messenger_, nullptr);
         messenger_ = nullptr;
     }
-    if (instance_ != nullptr) {
+    if (instance_ != nullptr && isOurs_) {
         vkDestroyInstance(instance_, nullptr);
-        instance_ = nullptr;
     }
+    instance_ = nullptr;
 }
 
 std::vector<PhysicalDevice> Instance::physicalDevices(std::string& failure) const

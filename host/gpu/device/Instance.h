@@ -10,17 +10,20 @@
 
 namespace Qx::Host::Vulkan {
 
-/// The Vulkan instance, with or without the validation layer.
+/// The Vulkan instance: one of our own, with or without the validation layer, or the application's.
 class Instance
 {
 public:
     /// Null, with the reason in `failure`, if this machine has no usable Vulkan.
     static std::unique_ptr<Instance> create(bool validation, std::string& failure);
+    /// The application's instance, which stays its own.
+    static std::unique_ptr<Instance> take(VkInstance instance);
+
     ~Instance() { close(); }
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
 
-    /// Destroys the Vulkan instance. The count of messages can still be read.
+    /// Destroys the Vulkan instance unless it is the application's. The count of messages can still be read.
     void close();
 
     VkInstance handle() const { return instance_; }
@@ -38,6 +41,7 @@ private:
                                          const VkDebugUtilsMessengerCallbackDataEXT* data, void* self);
 
     VkInstance instance_ = nullptr;
+    bool isOurs_ = true;
     VkDebugUtilsMessengerEXT messenger_ = nullptr;
     std::atomic<std::uint64_t> validationMessages_{0};
 };

@@ -101,6 +101,7 @@ PhysicalDevice::PhysicalDevice(VkPhysicalDevice device, const Withheld& without)
     driverName = driver.driverName;
     driverInfo = driver.driverInfo;
     std::memcpy(uuid.data(), identity.deviceUUID, uuid.size());
+    std::memcpy(driverUuid.data(), identity.driverUUID, driverUuid.size());
     vkGetPhysicalDeviceMemoryProperties(device, &memory);
     largestAllocation = sizes.maxMemoryAllocationSize;
     convertsSlowly = withheld.conversions || convertsOneByOne(driver.driverID, driverInfo);
@@ -111,6 +112,21 @@ PhysicalDevice::PhysicalDevice(VkPhysicalDevice device, const Withheld& without)
     if (withheld.timer && graphics) {
         graphics->timerBits = 0;
     }
+}
+
+PhysicalDevice PhysicalDevice::withFamily(std::uint32_t index) const
+{
+    const std::vector<VkQueueFamilyProperties> families = queueFamilies(handle);
+    PhysicalDevice device = *this;
+    device.graphics.reset();
+    if (index < families.size()) {
+        device.graphics = drawingFamily(std::span(families).subspan(index, 1));
+    }
+    if (device.graphics) {
+        device.graphics->index = index;
+        device.graphics->timerBits = withheld.timer ? 0 : device.graphics->timerBits;
+    }
+    return device;
 }
 
 VkFormatProperties PhysicalDevice::uses(VkFormat format) const

@@ -51,12 +51,16 @@ struct PhysicalDevice
     VkPhysicalDeviceProperties properties{};
     VkPhysicalDeviceMemoryProperties memory{};
     std::string driverName;
-    std::string driverInfo;                     ///< its version
-    std::array<std::byte, VK_UUID_SIZE> uuid{}; ///< the same in every process, other than any other's
-    std::uint64_t largestAllocation = 0;        ///< bytes of one allocation of memory
-    bool conformant = false;                    ///< its driver has passed Vulkan's conformance tests
-    bool convertsSlowly = false;                ///< floats to whole numbers; see convertsOneByOne()
-    std::optional<QueueFamily> graphics{};      ///< see drawingFamily()
+    std::string driverInfo;                           ///< its version
+    std::array<std::byte, VK_UUID_SIZE> uuid{};       ///< the same in every process, other than any other's
+    std::array<std::byte, VK_UUID_SIZE> driverUuid{}; ///< of the driver's build: which memory it can import
+    std::uint64_t largestAllocation = 0;              ///< bytes of one allocation of memory
+    bool conformant = false;                          ///< its driver has passed Vulkan's conformance tests
+    bool convertsSlowly = false;                      ///< floats to whole numbers; see convertsOneByOne()
+    std::optional<QueueFamily> graphics{};            ///< see drawingFamily()
+
+    /// The same device, with the queue family of that index to draw with. Without one if it does not draw.
+    PhysicalDevice withFamily(std::uint32_t index) const;
 
     bool isSoftware() const { return properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU; }
 

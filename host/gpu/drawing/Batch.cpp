@@ -20,6 +20,10 @@ constexpr std::uint32_t firstStamp = 0;
 constexpr std::uint32_t lastStamp = 1;
 constexpr std::uint32_t stampsPerBatch = 2;
 
+/// An image that another process passed on is acquired from GENERAL into this layout. Layouts that are equal
+/// would be no transition, which validation layers lose track of.
+constexpr VkImageLayout layoutOfReceived = VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL;
+
 constexpr VkPipelineStageFlags2 copyStage = VK_PIPELINE_STAGE_2_COPY_BIT;
 constexpr VkPipelineStageFlags2 levelStages =
     VK_PIPELINE_STAGE_2_FRAGMENT_SHADER_BIT | VK_PIPELINE_STAGE_2_COLOR_ATTACHMENT_OUTPUT_BIT;
@@ -75,6 +79,7 @@ bool Batch::begin(std::uint64_t value, bool timed)
 {
     timed_ = timed;
     value_ = value;
+    waits.clear();
     bytes = 0;
     operations = 0;
     barriers = 0;
@@ -354,6 +359,39 @@ void Batch::copyInto(Texture& texture)
 {
     use(texture,
         {VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, copyStage, VK_ACCESS_2_TRANSFER_WRITE_BIT, true, false});
+}
+
+void Batch::giveAway(Texture& texture, VkImageLayout layout, bool external)
+{
+    use(texture, {texture.layoutFor(layout), VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT,
+                  VK_ACCESS_2_MEMORY_READ_BIT | VK_ACCESS_2_MEMORY_WRITE_BIT, true, false});
+    flush();
+    if (external) {
+        passOn(texture, device_.queueFamily(), VK_QUEUE_FAMILY_EXTERNAL);
+    }
+}
+
+void Batch::takeBack(Texture& texture, VkImageLayout layout, bool external)
+{
+    texture.lastUse.store(value_, std::memory_order_relaxed);
+    texture.lastWrite.store(value_, std::memory_order_relaxed);
+    texture.use = {layout, VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT, VK_ACCESS_2_MEMORY_WRITE_BIT};
+    if (external) {
+        passOn(texture, VK_QUEUE_FAMILY_EXTERNAL, device_.queueFamily());
+        texture.use.layout = layoutOfReceived;
+    }
+}
+
+/// The same barrier is recorded on both sides: see ExportedImage.
+void Batch::passOn(const Texture& texture, std::uint32_t from, std::uint32_t to)
+{
+    VkImageMemoryBarrier2 barrier = imageBarrier(texture.image, texture.use, layoutOfReceived);
+    barrier.srcQueueFamilyIndex = from;
+    barrier.dstQueueFamilyIndex = to;
+    barrier.dstStageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
+    barrier.dstAccessMask = VK_ACCESS_2_MEMORY_READ_BIT | VK_ACCESS_2_MEMORY_WRITE_BIT;
+    imageBarriers_.push_back(barrier);
+    flush();
 }
 
 void Batch::copyFrom(HostBuffer& buffer)

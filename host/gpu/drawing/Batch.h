@@ -52,6 +52,11 @@ public:
     void copyFrom(Texture& texture);
     void copyTo(Texture& texture);
     void copyInto(Texture& texture); ///< a part of it; the rest is kept
+    /// The application uses it from the end of the batch on, in the layout, or in the one that layoutFor()
+    /// says. With `external` its memory is another process's too.
+    void giveAway(Texture& texture, VkImageLayout layout, bool external);
+    /// The application has used it, before the batch begins, and has left it in that layout.
+    void takeBack(Texture& texture, VkImageLayout layout, bool external);
     void copyFrom(HostBuffer& buffer);
     void copyTo(HostBuffer& buffer);
     void flush();
@@ -63,7 +68,8 @@ public:
     /// Makes what was copied to the buffer visible to the host and to later copies.
     void publish(HostBuffer& buffer);
 
-    std::uint64_t bytes = 0; ///< of images in flight
+    std::vector<VkSemaphoreSubmitInfo> waits; ///< before the device begins
+    std::uint64_t bytes = 0;                  ///< of images in flight
     std::uint32_t operations = 0;
     std::uint64_t barriers = 0; ///< recorded in this batch
 
@@ -85,6 +91,7 @@ private:
 
     void use(Texture& texture, const Use& next);
     void useMemory(Texture& texture, const Use& next);
+    void passOn(const Texture& texture, std::uint32_t from, std::uint32_t to);
     bool addUniformChunk(VkDeviceSize bytes);
     bool addDescriptorPool();
     void showToHost();

@@ -124,11 +124,16 @@ std::array<float, 4> normalised(const RectangleOf<float>& r, const GPUImage& ima
 
 } // namespace
 
+bool PrimitivesRenderer::mayDraw() const
+{
+    return usableImage(context(), target_.get()) != nullptr;
+}
+
 bool PrimitivesRenderer::draw(const RectDescription& description, int layer)
 {
     return guarded(false, [&] {
         const Operation operation(context());
-        if (!operation || layer != 1) {
+        if (!operation || layer != 1 || !mayDraw()) {
             return false;
         }
         std::vector<VkRect2D> areas;
@@ -188,8 +193,8 @@ bool PrimitivesRenderer::draw(const ImageDescription& d, int layer)
 {
     return guarded(false, [&] {
         const Operation operation(context());
-        auto* image = dynamic_cast<GPUImage*>(d.image.get());
-        if (!operation || layer != 1 || image == nullptr || &image->context() != &context()) {
+        GPUImage* const image = usableImage(context(), d.image.get());
+        if (!operation || layer != 1 || image == nullptr || !mayDraw()) {
             return false;
         }
         return drawImage({image->picture(), target_->picture(), toFloat(d.source), toFloat(d.destination),
@@ -201,8 +206,8 @@ bool PrimitivesRenderer::draw(const ImageDescriptionEx& d, int layer)
 {
     return guarded(false, [&] {
         const Operation operation(context());
-        auto* image = dynamic_cast<GPUImage*>(d.image.get());
-        if (!operation || layer != 1 || image == nullptr || &image->context() != &context()) {
+        GPUImage* const image = usableImage(context(), d.image.get());
+        if (!operation || layer != 1 || image == nullptr || !mayDraw()) {
             return false;
         }
         if (d.effect) {

@@ -49,6 +49,7 @@ private:
     bool drawImage(const ImageDraw& draw);
     bool drawThroughEffect(const ImageDescriptionEx& description, GPUImage& image);
     Context& context() const { return target_->context(); }
+    bool mayDraw() const;
 
     const Qx::Ptr<GPUImage> target_;
 };

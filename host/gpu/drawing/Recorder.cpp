@@ -109,6 +109,24 @@ Batch* Recorder::openBatch()
     return open_.get();
 }
 
+/// Work that was recorded before goes ahead, in a batch of its own.
+Batch* Recorder::batchAfter(const DevicePoint& point)
+{
+    if (open_ != nullptr && open_->operations > 0 && !submitOpen()) {
+        return nullptr;
+    }
+    Batch* const batch = openBatch();
+    if (batch != nullptr && point.semaphore != nullptr) {
+        VkSemaphoreSubmitInfo wait{};
+        wait.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SUBMIT_INFO;
+        wait.semaphore = point.semaphore;
+        wait.value = point.value;
+        wait.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
+        batch->waits.push_back(wait);
+    }
+    return batch;
+}
+
 std::uint64_t Recorder::recorded(std::uint64_t bytes, Submit submit)
 {
     open_->bytes += bytes;
@@ -150,11 +168,13 @@ bool Recorder::submitOpen()
     signal.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
     VkSubmitInfo2 info{};
     info.sType = VK_STRUCTURE_TYPE_SUBMIT_INFO_2;
+    info.waitSemaphoreInfoCount = static_cast<std::uint32_t>(batch->waits.size());
+    info.pWaitSemaphoreInfos = batch->waits.data();
     info.commandBufferInfoCount = 1;
     info.pCommandBufferInfos = &commands;
     info.signalSemaphoreInfoCount = 1;
     info.pSignalSemaphoreInfos = &signal;
-    if (!device_.succeeded(vkQueueSubmit2(device_.queue(), 1, &info, nullptr), "submitting work")) {
+    if (!device_.succeeded(device_.submit(info), "submitting work")) {
         device_.markLost("work could not be submitted");
         inFlightBytes_ -= batch->bytes;
         free_.push_back(std::move(batch));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/gpu/DeviceSharing.h"
 #include "host/gpu/GPUOptions.h"
 #include "host/gpu/drawing/Batch.h"
 
@@ -50,6 +51,23 @@ public:
         }
         return recorded(bytes, submit);
     }
+
+    /// The same, submitted at once; the device waits for `point` before this and everything later. Its
+    /// function must not fail.
+    template <class Function>
+    std::uint64_t recordAfter(const DevicePoint& point, Function&& function)
+    {
+        const std::lock_guard lock(mutex_);
+        Batch* batch = batchAfter(point);
+        if (batch == nullptr) {
+            return 0;
+        }
+        function(*batch);
+        return recorded(0, Submit::Now);
+    }
+
+    /// The moment at which the device has finished everything up to that value.
+    DevicePoint pointOf(std::uint64_t value) const { return {timeline_, value}; }
 
     /// Calls `function` under the lock under which everything is recorded.
     template <class Function>
@@ -110,6 +128,7 @@ private:
 
     bool makeRoom(std::uint64_t bytes);
     Batch* openBatch();
+    Batch* batchAfter(const DevicePoint& point);
     std::uint64_t recorded(std::uint64_t bytes, Submit submit);
     bool isDue(const Batch& batch) const;
     bool submitOpen();

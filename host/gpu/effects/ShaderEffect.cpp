@@ -270,7 +270,7 @@ bool ShaderEffect::fail(const std::string& reason)
 bool ShaderEffect::render(Qx::Ptr<iGPUImage> target, const Qx::Vector<Source>& sources)
 {
     return guarded(false, [&] {
-        auto* image = dynamic_cast<GPUImage*>(target.get());
+        GPUImage* const image = usableImage(state_->program().context(), target.get());
         if (image == nullptr) {
             return false;
         }

@@ -210,9 +210,23 @@ bool isSupported3D(Context& context, int size)
                std::min(context.device().largestHeap(), context.device().physical().largestAllocation);
 }
 
+GPUImage* usableImage(Context& context, iGPUResource* resource)
+{
+    auto* image = dynamic_cast<GPUImage*>(resource);
+    if (image == nullptr || &image->context() != &context) {
+        return nullptr;
+    }
+    if (image->given) {
+        report("GPU: an image cannot be used while the application has it: takeImage() gives it back to the "
+               "service");
+        return nullptr;
+    }
+    return image;
+}
+
 Picture* pictureOf(Context& context, iGPUResource* resource)
 {
-    if (auto* image = dynamic_cast<GPUImage*>(resource); image != nullptr && &image->context() == &context) {
+    if (GPUImage* const image = usableImage(context, resource)) {
         return &image->picture();
     }
     if (auto* table = dynamic_cast<GPUImage3D*>(resource);

@@ -22,6 +22,9 @@ public:
     Picture& picture() { return picture_; }
     Context& context() const { return picture_.context(); }
 
+    /// Whether the application has the image: see sharing/SharedPictures.h.
+    std::atomic<bool> given{false};
+
 private:
     Picture picture_;
     const XY<int> size_;
@@ -115,7 +118,11 @@ bool copy(Context& context, GPUImage& source, GPUImage& target);
 /// Whether a table of that size is supported.
 bool isSupported3D(Context& context, int size);
 
-/// The contents of a resource that a shader can read; null if it belongs to another context.
+/// The image, if it is one of that context and the application has not got it; else null, and the log says
+/// so of the latter.
+GPUImage* usableImage(Context& context, iGPUResource* resource);
+
+/// The contents of a resource that a shader can read; null as usableImage().
 Picture* pictureOf(Context& context, iGPUResource* resource);
 
 } // namespace Qx::Host::Vulkan

@@ -56,22 +56,36 @@ public:
         auto fresh = std::make_unique<Resource>();
         const VkResult result = Resource::create(device_, memory_, key, *fresh);
         if (result == VK_SUCCESS) {
-            const std::lock_guard lock(mutex_);
-            all_.insert(fresh.get());
-            liveBytes_ += fresh->memoryBytes();
-            ++created_;
+            adopt(*fresh);
             resource = std::move(fresh);
         }
         return result;
     }
 
-    /// Returns a resource to the pool. After destroyAll() nothing is left of it but what the device owns.
+    /// Knows from now on a resource that was not created here.
+    void adopt(Resource& resource)
+    {
+        const std::lock_guard lock(mutex_);
+        all_.insert(&resource);
+        liveBytes_ += resource.memoryBytes();
+        ++created_;
+    }
+
+    /// Returns a resource to the pool. After destroyAll() it is only kept if it survived that.
     void give(std::unique_ptr<Resource> resource)
     {
         const std::lock_guard lock(mutex_);
         liveBytes_ -= resource->memoryBytes();
         if (destroyed_) {
-            all_.erase(resource.get());
+            if (resource->exists()) {
+                retired_.push_back(std::move(resource));
+            } else {
+                all_.erase(resource.get());
+            }
+            return;
+        }
+        if (!resource->isReusable()) {
+            retired_.push_back(std::move(resource));
             return;
         }
         idleBytes_ += resource->memoryBytes();
@@ -87,17 +101,20 @@ public:
     }
 
     /// Destroys the Vulkan objects of every resource; the owners of those in use then hold empty shells.
-    /// Resources for which `keep` returns true survive and are never destroyed. Returns their number.
+    /// Resources for which `keep` returns true survive; the next call destroys those that were released
+    /// since. Returns their number.
     template <class Keep>
     std::size_t destroyAll(Keep keep)
     {
         const std::lock_guard lock(mutex_);
         std::size_t kept = 0;
-        for (auto& resource : idle_) {
-            all_.erase(resource.get());
-            resource->destroy(device_, memory_);
+        for (auto* list : {&idle_, &retired_}) {
+            for (auto& resource : *list) {
+                all_.erase(resource.get());
+                resource->destroy(device_, memory_);
+            }
+            list->clear();
         }
-        idle_.clear();
         idleBytes_ = 0;
         destroyed_ = true;
         for (Resource* resource : all_) {
@@ -126,13 +143,23 @@ private:
                 i = idle_.erase(i);
             }
         }
+        for (auto i = retired_.begin(); i != retired_.end();) {
+            if ((*i)->lastUse > completed || (*i)->isGiven()) {
+                ++i;
+                continue;
+            }
+            all_.erase(i->get());
+            (*i)->destroy(device_, memory_);
+            i = retired_.erase(i);
+        }
     }
 
     Device& device_;
     DeviceMemory& memory_;
     const std::uint64_t idleLimit_;
     std::mutex mutex_;
-    std::list<std::unique_ptr<Resource>> idle_; // the latest released first
+    std::list<std::unique_ptr<Resource>> idle_;    // the latest released first
+    std::list<std::unique_ptr<Resource>> retired_; // released, and not for reuse
     std::unordered_set<Resource*> all_;
     bool destroyed_ = false;
     std::atomic<std::uint64_t> idleBytes_{0};

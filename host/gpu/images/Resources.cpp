@@ -23,11 +23,7 @@ VkImageTiling tilingOf(const Device& device, const TextureKey& key)
 
 VkResult createImage(Device& device, const TextureKey& key, VkImage& image)
 {
-    VkImageUsageFlags usage = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT;
-    if (key.depth == 0) {
-        usage |= VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT;
-    }
-    const VkImageCreateInfo info = imageInfo(key, tilingOf(device, key), usage);
+    const VkImageCreateInfo info = imageInfo(key, tilingOf(device, key), usageOf(key));
     VkImageFormatProperties properties;
     const VkResult supported = vkGetPhysicalDeviceImageFormatProperties(
         device.physical().handle, info.format, info.imageType, info.tiling, info.usage, 0, &properties);
@@ -43,6 +39,15 @@ VkResult createImage(Device& device, const TextureKey& key, VkImage& image)
 }
 
 } // namespace
+
+VkImageUsageFlags usageOf(const TextureKey& key)
+{
+    VkImageUsageFlags usage = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT;
+    if (key.depth == 0) {
+        usage |= VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT;
+    }
+    return usage;
+}
 
 VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImageUsageFlags usage)
 {
@@ -172,7 +177,9 @@ void Texture::destroy(Device& device, DeviceMemory& deviceMemory)
         vkDestroyImageView(device.handle(), level, nullptr);
     }
     smaller.clear();
-    vkDestroyImage(device.handle(), image, nullptr);
+    if (origin != Origin::Application) {
+        vkDestroyImage(device.handle(), image, nullptr);
+    }
     deviceMemory.release(memory);
     sampled = nullptr;
     target = nullptr;

@@ -34,12 +34,21 @@ struct TextureKey
     std::uint64_t bytes() const;    ///< of the texels of the first level
 };
 
+/// Who made a texture's image, and who else has it.
+enum class Origin
+{
+    Service,     ///< we made it, and reuse it
+    Application, ///< the application made it and keeps it; the views are ours
+    Exchanged,   ///< its memory is shared by a file descriptor: not for reuse
+};
+
 /// An image on the device with its memory and views.
 struct Texture
 {
     using Key = TextureKey;
 
     Key key;
+    Origin origin = Origin::Service;
     VkImage image = nullptr;
     Allocation memory;
     VkImageView sampled = nullptr;             ///< as effects see it, with all levels
@@ -53,8 +62,14 @@ struct Texture
     std::atomic<std::uint32_t> holders{0};   ///< handles; see Pooled
     std::atomic<bool> hosted{false};         ///< a host image shares this memory; one at most
     std::atomic<bool> givenOut{false};       ///< somebody may hold its address
+    std::atomic<bool> given{false};          ///< the application may use it: it stays as it is
 
-    std::uint64_t memoryBytes() const { return key.bytes() + (key.levels > 1 ? key.bytes() / 3 : 0); }
+    std::uint64_t memoryBytes() const
+    {
+        return origin == Origin::Application ? 0 : key.bytes() + (key.levels > 1 ? key.bytes() / 3 : 0);
+    }
+    bool isGiven() const { return given; }
+    bool isReusable() const { return origin == Origin::Service && !isGiven(); }
     bool exists() const { return image != nullptr; }
 
     /// The layout in which the image is used where `best` would be best: an image with companion views keeps
@@ -67,12 +82,14 @@ struct Texture
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, Texture& texture);
     void destroy(Device& device, DeviceMemory& memory);
 
+    /// Creates the views of an image that exists.
+    VkResult createViews(Device& device);
+
     /// Swaps the contents with a texture of the same key. The handles keep their textures.
     void exchange(Texture& other);
 
 private:
     VkResult allocate(Device& device, DeviceMemory& memory);
-    VkResult createViews(Device& device);
     bool liesAsHostImage(const Device& device) const;
 };
 
@@ -91,6 +108,8 @@ struct HostBuffer
     std::atomic<bool> givenOut{false};       ///< somebody may hold its address
 
     std::uint64_t memoryBytes() const { return key; }
+    static constexpr bool isGiven() { return false; }
+    static constexpr bool isReusable() { return true; }
     bool exists() const { return buffer != nullptr; }
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, HostBuffer& buffer);
     void destroy(Device& device, DeviceMemory& memory);
@@ -111,6 +130,9 @@ float maxCode(VkFormat format);
 
 /// The largest codes of a texel's red, green, blue and alpha.
 std::array<float, 4> maxCodes(VkFormat format);
+
+/// What images are used for.
+VkImageUsageFlags usageOf(const TextureKey& key);
 
 /// An image of that key, of one layer and one sample.
 VkImageCreateInfo imageInfo(const TextureKey& key, VkImageTiling tiling, VkImageUsageFlags usage);

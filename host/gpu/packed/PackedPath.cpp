@@ -41,11 +41,6 @@ class PackedPath final : public DrawingPath
 public:
     explicit PackedPath(bool readsVolumes) : readsVolumes_(readsVolumes) {}
 
-    void enableFeatures(VkPhysicalDeviceFeatures& features) const override
-    {
-        features.robustBufferAccess = VK_TRUE; // shaders may read texels outside a buffer
-    }
-
     VkImageTiling tilingOf(const TextureKey& key) const override
     {
         const bool isPicture = key.depth == 0 && key.levels == 1 && packedBits(key.format) != 0;

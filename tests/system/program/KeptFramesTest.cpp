@@ -29,6 +29,31 @@ protected:
         return read(at("codes.raw"));
     }
 
+    static std::vector<unsigned> wordsOf(const std::string& bytes)
+    {
+        std::vector<unsigned> words;
+        for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+            words.push_back(static_cast<std::uint8_t>(bytes[i]) |
+                            static_cast<unsigned>(static_cast<std::uint8_t>(bytes[i + 1])) << 8U);
+        }
+        return words;
+    }
+
+    /// Planes of makeClip()'s size, as Cb Y0 Cr Y1.
+    static std::vector<unsigned> uyvyOf(const std::vector<unsigned>& planes)
+    {
+        constexpr std::size_t luma = std::size_t{70} * 46;
+        std::vector<unsigned> pairs;
+        for (std::size_t frame = 0; frame < planes.size(); frame += 2 * luma) {
+            for (std::size_t i = 0; i < luma / 2; ++i) {
+                pairs.insert(pairs.end(),
+                             {planes.at(frame + luma + i), planes.at(frame + 2 * i),
+                              planes.at(frame + luma * 3 / 2 + i), planes.at(frame + 2 * i + 1)});
+            }
+        }
+        return pairs;
+    }
+
     nlohmann::json report(std::vector<std::string> arguments) const
     {
         arguments.emplace_back("--json");
@@ -153,6 +178,64 @@ TEST_F(KeptFrames, FramesThatWereFilteredBeforeAreEncodedAsTheFiltersMadeThem)
     convert({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", "yuv422p10le", "--before", "vflip",
              "--start", "1"});
     EXPECT_EQ(codes("out.mkv", "null"), codes("in.mkv", "trim=start_frame=1,setpts=PTS-STARTPTS,vflip"));
+}
+
+TEST_F(KeptFrames, PairsOfEveryOrderHaveTheCodesThatWereDecoded)
+{
+    makeClip("yuv422p");
+    for (const auto& [ours, theirs] :
+         {std::pair<std::string, std::string>{"yuy2", "yuyv422"}, {"uyvy", "uyvy422"}, {"yvyu", "yvyu422"}}) {
+        EXPECT_EQ(report({"in.mkv", "out.raw", "--format", ours})["codesKept"], true);
+        EXPECT_TRUE(read(at("out.raw")) == codes("in.mkv", "format=" + theirs)) << ours;
+    }
+    convert({"in.mkv", "out.raw", "--format", "vyuy"}); // whole pairs read backwards
+    std::string reversed = codes("in.mkv", "format=yuyv422");
+    for (auto pair = reversed.begin(); pair != reversed.end(); pair += 4) {
+        std::reverse(pair, pair + 4);
+    }
+    EXPECT_TRUE(read(at("out.raw")) == reversed);
+}
+
+TEST_F(KeptFrames, PairsOfOtherSamplesAndBitsAreThoseOfZimg)
+{
+    for (const std::string from : {"yuv420p", "yuv420p10le", "yuv444p12le"}) {
+        makeClip(from);
+        convert({"in.mkv", "out.raw", "--format", "uyvy"});
+        EXPECT_TRUE(read(at("out.raw")) ==
+                    codes("in.mkv", "zscale=filter=bicubic:dither=none,format=yuv422p,format=uyvy422"))
+            << from;
+        convert({"in.mkv", "out.raw", "--format", "uyvy:16"});
+        EXPECT_EQ(wordsOf(read(at("out.raw"))),
+                  uyvyOf(wordsOf(codes("in.mkv", "zscale=filter=bicubic:dither=none,format=yuv422p16le"))))
+            << from;
+    }
+}
+
+TEST_F(KeptFrames, PairsOfFewerBitsAreTheNearestCodes)
+{
+    makeClip("yuv422p10le");
+    convert({"in.mkv", "out.raw", "--format", "uyvy"});
+    std::string wanted;
+    for (const unsigned code : uyvyOf(wordsOf(codes("in.mkv", "null")))) {
+        wanted += static_cast<char>(std::min((code + 2) / 4, 255U));
+    }
+    EXPECT_TRUE(read(at("out.raw")) == wanted);
+}
+
+TEST_F(KeptFrames, WhatIsNotDrawnNeedsNoDevice)
+{
+    makeClip("yuv422p10le");
+    ::setenv("VK_ICD_FILENAMES", "/nonexistent.json", 1);
+    ::setenv("VK_DRIVER_FILES", "/nonexistent.json", 1);
+    const nlohmann::json run = report({"in.mkv", "out.mov"});
+    EXPECT_EQ(run["codesKept"], true);
+    EXPECT_TRUE(run["device"].is_null());
+    EXPECT_NE(convert({"in.mkv", "out.raw", "--format", "uyvy"}).err.find("on the processor"),
+              std::string::npos);
+    convert({"in.mkv", "out.png"}, 5);
+    convert({"in.mkv", "out.mov", "--device", "llvmpipe"}, 5); // who names one wants it to be there
+    ::unsetenv("VK_ICD_FILENAMES");
+    ::unsetenv("VK_DRIVER_FILES");
 }
 
 } // namespace Qx::System

@@ -35,6 +35,13 @@ int StoredLayout::rows() const
     return count;
 }
 
+bool StoredLayout::liesTheSame(std::ptrdiff_t pitch) const
+{
+    return std::all_of(planes.begin(), planes.end(), [&](const Plane& plane) {
+        return plane.rowBytes == static_cast<std::size_t>(pitch) && plane.usedBytes == plane.rowBytes;
+    });
+}
+
 void StoredLayout::gather(const void* rows, std::ptrdiff_t pitch, std::byte* frame) const
 {
     const auto* from = static_cast<const std::byte*>(rows);

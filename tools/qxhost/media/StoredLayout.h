@@ -33,6 +33,9 @@ struct StoredLayout
     std::size_t frameBytes() const;
     int rows() const; ///< of all planes
 
+    /// Whether a frame in memory, with rows of that pitch, is what gather() would make of it.
+    bool liesTheSame(std::ptrdiff_t pitch) const;
+
     /// Copies a frame from memory to `frame`, which has frameBytes(). Row padding is zeroed.
     void gather(const void* rows, std::ptrdiff_t pitch, std::byte* frame) const;
 

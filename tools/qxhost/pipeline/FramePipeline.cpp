@@ -21,7 +21,7 @@ std::size_t framesInFlight(int width, int height, Media::Depth depth)
 {
     constexpr std::size_t budget = std::size_t{256} << 20U;
     constexpr std::size_t fewest = 2;
-    constexpr std::size_t most = 6;
+    constexpr std::size_t most = 3;
     const std::size_t componentBytes = depth == Media::Depth::bits8 ? 1 : 2;
     const std::size_t frame =
         static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4 * componentBytes;
@@ -62,7 +62,7 @@ void FramePipeline::startStage(std::vector<std::thread>& threads, Stage stage)
 std::int64_t FramePipeline::run(Media::iFrameWriter& writer)
 {
     writer_ = &writer;
-    if (!job_.keepFrames) {
+    if (needsDevice()) {
         makeHostImages();
     }
     std::vector<std::thread> threads;
@@ -70,6 +70,8 @@ std::int64_t FramePipeline::run(Media::iFrameWriter& writer)
         startStage(threads, &FramePipeline::decode);
         if (job_.keepFrames) {
             startStage(threads, &FramePipeline::encodeDecoded);
+        } else if (job_.packOnly) {
+            startStage(threads, &FramePipeline::encodePacked);
         } else {
             startStage(threads, &FramePipeline::pack);
             startStage(threads, &FramePipeline::convert);
@@ -289,6 +291,28 @@ void FramePipeline::encodeDecoded()
             throw Failure(ExitCode::output, status.text());
         }
         countWritten(decoded->frame.time());
+    }
+}
+
+void FramePipeline::encodePacked()
+{
+    const std::size_t pitch = Media::FramePacker::rowBytes(width_, job_.source.depth);
+    std::vector<std::byte> rows(pitch * static_cast<std::size_t>(height_));
+    while (std::optional<Decoded> decoded = decoded_.pop()) {
+        const Media::Frame& frame = decoded->frame;
+        if (isRunUp(frame.time())) {
+            continue;
+        }
+        const Media::Status packed = job_.input.place(frame, rows.data(), static_cast<std::ptrdiff_t>(pitch));
+        if (!packed) {
+            throw Failure(ExitCode::input, packed.text());
+        }
+        const Media::Status status =
+            writer_->write(rows.data(), static_cast<std::ptrdiff_t>(pitch), frame.time());
+        if (!status) {
+            throw Failure(ExitCode::output, status.text());
+        }
+        countWritten(frame.time());
     }
 }
 

@@ -45,6 +45,7 @@ struct ConversionJob
     const FrameDelivery* delivery = nullptr;            ///< how pictures are read back; null: as A R G B
     bool keepCodes = false;  ///< YCrCb goes from the input to the delivery without becoming RGB
     bool keepFrames = false; ///< frames go from the input to the writer as they were decoded
+    bool packOnly = false;   ///< frames go to the writer as they are packed for the GPU, without it
 
     std::int64_t start = 0;                  ///< number of the frame that the input gives first
     FrameRange range{};                      ///< where to end
@@ -52,7 +53,8 @@ struct ConversionJob
 };
 
 /// Converts a clip: one thread each decodes, packs into the device's memory, drives the GPU, and encodes.
-/// Frames keep their order, and the queues between the threads bound how many are in memory.
+/// What needs no GPU is packed and encoded by one thread, and touches no device. Frames keep their order, and
+/// the queues between the threads bound how many are in memory.
 class FramePipeline
 {
 public:
@@ -119,9 +121,11 @@ private:
     void convert();
     void encode();
     void encodeDecoded();
+    void encodePacked();
     bool isRunUp(const Media::FrameTime& time) const;
     void countWritten(const Media::FrameTime& time);
 
+    bool needsDevice() const { return !job_.keepFrames && !job_.packOnly; }
     void makeHostImages();
     Image::Surface decoded(const Image::Surface& frame, const Media::FramePacker::CodeForm& form) const;
     bool convertFrame(const Packed& frame);

@@ -23,6 +23,7 @@
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/effects/ToneMap.h"
 #include "tools/qxhost/pipeline/effects/WideEffect.h"
+#include "tools/qxhost/pipeline/formats/FormatWay.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
 #include "tools/qxhost/pipeline/input/Rotation.h"
@@ -53,6 +54,7 @@ struct Conversion
     std::optional<FrameDelivery> delivery; ///< to the pixel format asked for
     bool keepCodes = false;                ///< YCrCb codes pass through unchanged
     bool keepFrames = false;               ///< decoded frames are encoded; nothing is drawn
+    bool packOnly = false;                 ///< codes are kept, and packed in the order that is written
     Media::OutputSettings settings;
     std::vector<std::string> effectWarnings; ///< known before the first frame
     WriterPtr writer;
@@ -73,6 +75,7 @@ struct Conversion
     {
         return keepCodes && static_cast<int>(options.format->bits) == info().bitsPerComponent;
     }
+    bool needsDevice() const { return !keepFrames && !packOnly; }
     /// No part of what was asked for was lost.
     bool complete() const { return input->problemCount() == 0 && !endedEarly; }
     double framesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
@@ -290,6 +293,13 @@ std::filesystem::path namedOutput(const ConvertOptions& options)
                                           : options.output;
 }
 
+/// Whether packing the frames for the GPU would make what is written, so that nothing is left for it.
+bool onlyPacks(const Conversion& conversion)
+{
+    const ConvertOptions& options = conversion.options;
+    return conversion.keepCodes && !options.raw.format && pairOrderOf(*options.format);
+}
+
 void fillSettings(Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
@@ -333,6 +343,7 @@ void fillSettings(Conversion& conversion)
     }
     settings.rgbRange = rgbRange(conversion);
     conversion.keepFrames = passesFrames(conversion);
+    conversion.packOnly = onlyPacks(conversion);
 }
 
 WriterPtr openOutput(Conversion& conversion)
@@ -361,10 +372,18 @@ bool drawsWide(const Conversion& conversion)
     return !conversion.keepCodes && (decodes || encodes);
 }
 
+/// The host, with a device only where it draws, or is to be a certain one.
+std::unique_ptr<HostSession> startHost(const Conversion& conversion, Console& console)
+{
+    const std::string& device = conversion.options.device;
+    return conversion.needsDevice() || !device.empty() ? std::make_unique<HostSession>(device, &console)
+                                                       : std::make_unique<HostSession>(console);
+}
+
 /// Lets the library obtain its effect now, so that a failure is reported before any frame is lost.
 void prepareConversion(Conversion& conversion)
 {
-    if (conversion.keepFrames) {
+    if (!conversion.needsDevice()) {
         return;
     }
     settleNamesOfLooks(conversion.options.effects);
@@ -405,7 +424,7 @@ void noteDecisions(const Conversion& conversion, Console& console)
     for (const std::string& warning : conversion.effectWarnings) {
         console.note(warning);
     }
-    if (deviceIsSoftware() && !conversion.keepFrames) {
+    if (conversion.needsDevice() && deviceIsSoftware()) {
         console.note("converting on " + deviceName() +
                      ", a software device that runs on the CPU; expect it to be slow");
     }
@@ -465,8 +484,10 @@ Json describeRun(const Conversion& conversion)
     run["codesKept"] = conversion.keepCodes || conversion.keepFrames;
     run["outputRange"] =
         conversion.keepCodes || conversion.keepFrames ? Json() : Json(nameOf(conversion.settings.rgbRange));
-    run["device"]["name"] = deviceName();
-    run["device"]["software"] = deviceIsSoftware();
+    run["device"] = Json();
+    if (conversion.needsDevice()) {
+        run["device"] = {{"name", deviceName()}, {"software", deviceIsSoftware()}};
+    }
     run["seconds"] = conversion.seconds;
     run["framesPerSecond"] = conversion.framesPerSecond();
     std::vector<std::string> warnings = conversion.effectWarnings;
@@ -507,7 +528,7 @@ std::string summary(const Conversion& conversion)
                        conversion.frames, conversion.frames == 1 ? "frame" : "frames",
                        conversion.writer->description(), audioSummary(conversion.writer->audio()),
                        conversion.seconds, conversion.framesPerSecond(),
-                       conversion.keepFrames ? "the processor" : deviceName());
+                       conversion.needsDevice() ? deviceName() : "the processor");
 }
 
 /// What several have in common, such as a typeface that is missing, is noted once.
@@ -554,7 +575,8 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, const Bu
                    .bits = uploadBits(conversion),
                    .followTags = !options.range,
                    .anyForm = !conversion.keepCodes,
-                   .fullChroma = uploadsFullChroma(conversion)},
+                   .fullChroma = uploadsFullChroma(conversion),
+                   .order = conversion.packOnly ? *pairOrderOf(*options.format) : Media::PairOrder::yuyv},
         .depth = conversion.settings.depth,
         .tenBits = makesTenBits(conversion),
         .outputRange = conversion.settings.rgbRange == Media::Range::video ? Image::GamutScaling::Video
@@ -565,6 +587,7 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, const Bu
         .delivery = conversion.delivery ? &*conversion.delivery : nullptr,
         .keepCodes = conversion.keepCodes,
         .keepFrames = conversion.keepFrames,
+        .packOnly = conversion.packOnly,
         .start = conversion.start.frame,
         .range = conversion.range,
         .writeFrom = options.segment && options.segment->preroll ? options.segment->begin : std::nullopt};
@@ -775,6 +798,7 @@ Conversion decide(const ConvertOptions& options, int standardOutput = -1)
                           .delivery = {},
                           .keepCodes = false,
                           .keepFrames = false,
+                          .packOnly = false,
                           .settings = {},
                           .effectWarnings = {},
                           .writer = {},
@@ -849,7 +873,7 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
 {
     console.setQuiet(options.quiet);
     Conversion conversion = decide(options, options.writesStandardOutput() ? console.binaryOutput() : -1);
-    const HostSession host(options.device, &console);
+    const std::unique_ptr<HostSession> host = startHost(conversion, console);
     perform(conversion, console);
     for (const std::string& warning : conversion.writer->warnings()) {
         console.note(warning);
@@ -880,10 +904,14 @@ ExitCode runConversion(const ConvertOptions& options, Console& console)
     return ExitCode::ok;
 }
 
-ConvertedSegment convertSegment(const ConvertOptions& options, Console& console)
+ConvertedSegment convertSegment(const ConvertOptions& options, std::unique_ptr<HostSession>& host,
+                                Console& console)
 {
     console.setQuiet(options.quiet);
     Conversion conversion = decide(options);
+    if (!host) {
+        host = startHost(conversion, console);
+    }
     perform(conversion, console);
     ConvertedSegment made{.frames = conversion.frames,
                           .first = conversion.firstTime,

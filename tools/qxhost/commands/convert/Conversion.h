@@ -5,11 +5,13 @@
 #include "tools/qxhost/console/ExitCode.h"
 #include "tools/qxhost/media/pieces/PieceJoiner.h"
 #include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/options/ConvertOptions.h"
 
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,9 +32,10 @@ struct ConvertedSegment
     std::vector<std::string> remarks;  ///< what there is to say in the end, a line each
 };
 
-/// Converts options.segment on the host that is running, without audio if the caller leaves it out of the
-/// options, as runConversion() does. Throws Failure.
-ConvertedSegment convertSegment(const ConvertOptions& options, Console& console);
+/// Converts options.segment, without audio if the caller leaves it out of the options, as runConversion()
+/// does. Starts `host` if it is null; it serves further segments of the same conversion. Throws Failure.
+ConvertedSegment convertSegment(const ConvertOptions& options, std::unique_ptr<HostSession>& host,
+                                Console& console);
 
 /// What is known of a conversion before it is split.
 struct ConversionPlan

@@ -310,10 +310,7 @@ void PieceMaker::makeAnew(std::size_t piece)
     options.output = attempt.output();
     options.device = device_;
     options.quiet = quiet_;
-    if (!host_) {
-        host_.emplace(device_, &console_);
-    }
-    const ConvertedSegment made = convertSegment(options, console_);
+    const ConvertedSegment made = convertSegment(options, host_, console_);
     if (kind == OutputKind::clip) {
         requireJoinable(options.output, made.frames);
     }

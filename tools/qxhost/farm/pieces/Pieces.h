@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -79,7 +80,7 @@ private:
     std::string device_;
     bool quiet_;
     Console& console_;
-    std::optional<HostSession> host_;
+    std::unique_ptr<HostSession> host_;
 };
 
 /// Removes from the folder of pieces what no record names. No piece may be running.

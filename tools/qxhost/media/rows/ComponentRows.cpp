@@ -158,6 +158,42 @@ void scatter16(const std::uint16_t* from, std::uint8_t* to, int count, const Str
     }
 }
 
+/// Three of four components at once: the compiler turns it into vector shuffles.
+template <class Code>
+void gatherColours(const std::uint8_t* from, const std::array<void*, 3>& to, int count)
+{
+    auto* const __restrict red = static_cast<Code*>(to[0]);
+    auto* const __restrict green = static_cast<Code*>(to[1]);
+    auto* const __restrict blue = static_cast<Code*>(to[2]);
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+        std::array<Code, 4> pixel;
+        std::memcpy(pixel.data(), from + i * static_cast<std::ptrdiff_t>(sizeof pixel), sizeof pixel);
+        red[i] = pixel[0];
+        green[i] = pixel[1];
+        blue[i] = pixel[2];
+    }
+}
+
+/// The words R G B x of one pixel in the other order of bytes.
+constexpr std::uint64_t swappedWords(std::uint64_t pixel)
+{
+    constexpr std::uint64_t lower = 0x00FF00FF00FF00FF;
+    return (pixel & lower) << 8 | (pixel >> 8 & lower);
+}
+
+/// Pixels of four words become pixels of three. Each is stored with its fourth word, which the next replaces.
+template <bool bigEndian>
+void dropFourth(const std::uint16_t* from, std::uint8_t* to, int count)
+{
+    constexpr std::ptrdiff_t size = 6;
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+        std::uint64_t pixel;
+        std::memcpy(&pixel, from + i * 4, sizeof pixel);
+        pixel = bigEndian ? swappedWords(pixel) : pixel;
+        std::memcpy(to + i * size, &pixel, i + 1 < count ? sizeof pixel : size);
+    }
+}
+
 bool isGreyFormat(const AVPixFmtDescriptor& desc)
 {
     return desc.nb_components <= 2 && !(desc.flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL));
@@ -278,6 +314,15 @@ void ComponentRows::read(const AVFrame& frame, int component, int row, int first
     stride.bigEndian ? gather16<true>(from, to, count, stride) : gather16<false>(from, to, count, stride);
 }
 
+void ComponentRows::readColours(const AVFrame& frame, int row, int first, int count,
+                                const std::array<void*, 3>& codes) const
+{
+    const std::uint8_t* from = frame.data[0] + static_cast<std::ptrdiff_t>(row) * frame.linesize[0] +
+                               static_cast<std::ptrdiff_t>(first) * (wide() ? 8 : 4);
+    wide() ? gatherColours<std::uint16_t>(from, codes, count)
+           : gatherColours<std::uint8_t>(from, codes, count);
+}
+
 void ComponentRows::readPalette(const AVFrame& frame, int component, int row, int first, int count,
                                 std::uint8_t* codes) const
 {
@@ -334,6 +379,21 @@ void ComponentRows::write(AVFrame& frame, int component, int row, int first, int
     const Stride stride{c.step, c.shift, (desc_->flags & AV_PIX_FMT_FLAG_BE) != 0, 0};
     const auto* from = static_cast<const std::uint16_t*>(codes);
     stride.bigEndian ? scatter16<true>(from, to, count, stride) : scatter16<false>(from, to, count, stride);
+}
+
+bool ComponentRows::writePixelsOfFour(AVFrame& frame, int row, int count, const std::uint16_t* pixels) const
+{
+    std::uint8_t* to = frame.data[0] + static_cast<std::ptrdiff_t>(row) * frame.linesize[0];
+    switch (format_) {
+    case AV_PIX_FMT_RGB48BE:
+        dropFourth<true>(pixels, to, count);
+        return true;
+    case AV_PIX_FMT_RGB48LE:
+        dropFourth<false>(pixels, to, count);
+        return true;
+    default:
+        return false;
+    }
 }
 
 } // namespace Qx::Media

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/Ffmpeg.h"
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -38,8 +39,19 @@ public:
     /// Y Cb Cr, 3 is alpha; grey is returned for each of 0 to 2.
     void read(const AVFrame& frame, int component, int row, int first, int count, void* codes) const;
 
-    /// The reverse; for writable formats.
+    /// Whether pixels are four samples in the machine's order, R G B x, as those that pictures are read as.
+    bool hasPixelsOfFour() const { return format_ == AV_PIX_FMT_RGBA || format_ == AV_PIX_FMT_RGBA64; }
+
+    /// read() of R, G and B at once, for pixels of four.
+    void readColours(const AVFrame& frame, int row, int first, int count,
+                     const std::array<void*, 3>& codes) const;
+
+    /// The reverse of read(); for writable formats.
     void write(AVFrame& frame, int component, int row, int first, int count, const void* codes) const;
+
+    /// Copies `count` pixels of four words, R G B x, to the beginning of a row. Returns false, and does
+    /// nothing, if this format is not R G B in words without anything between.
+    bool writePixelsOfFour(AVFrame& frame, int row, int count, const std::uint16_t* pixels) const;
 
 private:
     void readPalette(const AVFrame& frame, int component, int row, int first, int count,

@@ -311,19 +311,22 @@ void FramePacker::Impl::repack(const AVFrame& frame, const Output& out)
 void FramePacker::Impl::repackRow(const void* y, const void* cb, const void* cr, void* to, int pairs) const
 {
     if (!isShift()) {
-        packRowByTables(y, cb, cr, components->wide(), to, target.depth == Depth::bits16, pairs, tables);
+        packRowByTables(y, cb, cr, components->wide(), to, target.depth == Depth::bits16, pairs, tables,
+                        target.order);
         return;
     }
     const int shift = static_cast<int>(target.depth) - components->bits();
     if (components->wide()) {
         packRow16(static_cast<const std::uint16_t*>(y), static_cast<const std::uint16_t*>(cb),
-                  static_cast<const std::uint16_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift);
+                  static_cast<const std::uint16_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift,
+                  target.order);
     } else if (target.depth == Depth::bits16) {
         packRow8To16(static_cast<const std::uint8_t*>(y), static_cast<const std::uint8_t*>(cb),
-                     static_cast<const std::uint8_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift);
+                     static_cast<const std::uint8_t*>(cr), static_cast<std::uint16_t*>(to), pairs, shift,
+                     target.order);
     } else {
         packRow8(static_cast<const std::uint8_t*>(y), static_cast<const std::uint8_t*>(cb),
-                 static_cast<const std::uint8_t*>(cr), static_cast<std::uint8_t*>(to), pairs);
+                 static_cast<const std::uint8_t*>(cr), static_cast<std::uint8_t*>(to), pairs, target.order);
     }
 }
 
@@ -412,12 +415,13 @@ Status FramePacker::Impl::convertField(const AVFrame& frame, const Output& out, 
                 packRow8(static_cast<const std::uint8_t*>(window.row(0, row)) + first * 2,
                          static_cast<const std::uint8_t*>(window.row(1, row)) + first,
                          static_cast<const std::uint8_t*>(window.row(2, row)) + first,
-                         reinterpret_cast<std::uint8_t*>(to8) + first * 4, pairs);
+                         reinterpret_cast<std::uint8_t*>(to8) + first * 4, pairs, target.order);
             } else {
                 packRow16(static_cast<const std::uint16_t*>(window.row(0, row)) + first * 2,
                           static_cast<const std::uint16_t*>(window.row(1, row)) + first,
                           static_cast<const std::uint16_t*>(window.row(2, row)) + first,
-                          reinterpret_cast<std::uint16_t*>(to8) + first * 4, pairs, unusedBits());
+                          reinterpret_cast<std::uint16_t*>(to8) + first * 4, pairs, unusedBits(),
+                          target.order);
             }
         });
 }

@@ -3,6 +3,7 @@
 #include "tools/qxhost/media/Frame.h"
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/media/Result.h"
+#include "tools/qxhost/media/rows/PackRows.h"
 
 #include <cstddef>
 #include <memory>
@@ -11,8 +12,8 @@ struct AVFrame;
 
 namespace Qx::Media {
 
-/// Writes frames as packed 4:2:2: for every pair of pixels Y0 Cb Y1 Cr, chroma sited on the even pixel. Or,
-/// if the target says so, as 4:4:4 with alpha.
+/// Writes frames as packed 4:2:2: for every pair of pixels Y0 Cb Y1 Cr, or these in another order, chroma
+/// sited on the even pixel. Or, if the target says so, as 4:4:4 with alpha.
 ///
 /// - A 4:2:2 source in any order of its samples is only repacked. Each code becomes the one of the same level
 ///   at the target's bits (Levels.h): with as many bits it stays the same.
@@ -46,6 +47,8 @@ public:
         /// Packs A Y Cb Cr of every pixel instead of 4:2:2: codes of the frame's own bits in the upper ones
         /// of a sample, alpha of full range. Chroma that is subsampled is computed, at all bits of a sample.
         bool fullChroma = false;
+        /// Of the samples of 4:2:2.
+        PairOrder order = PairOrder::yuyv;
 
         int codeBits() const { return bits != 0 ? bits : static_cast<int>(depth); }
     };

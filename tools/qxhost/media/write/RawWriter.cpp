@@ -19,7 +19,7 @@ Result<std::unique_ptr<iFrameWriter>> RawWriter::open(const std::filesystem::pat
 }
 
 RawWriter::RawWriter(OutputFile part, const OutputSettings& settings)
-    : part_(std::move(part)), layout_(*settings.stored), frame_(layout_.frameBytes())
+    : part_(std::move(part)), layout_(*settings.stored)
 {
     if (settings.audio && !settings.audio->tracks().empty()) {
         warnings_.emplace_back("audio is left out: raw files cannot hold it; --no-audio omits this warning");
@@ -35,8 +35,12 @@ RawWriter::RawWriter(OutputFile part, const OutputSettings& settings)
 
 Status RawWriter::write(const void* rows, std::ptrdiff_t pitch, const FrameTime& /*time*/)
 {
-    layout_.gather(rows, pitch, frame_.data());
-    if (Status status = part_.write(frame_.data(), frame_.size()); !status) {
+    const bool isReady = layout_.liesTheSame(pitch);
+    if (!isReady) {
+        frame_.resize(layout_.frameBytes());
+        layout_.gather(rows, pitch, frame_.data());
+    }
+    if (Status status = part_.write(isReady ? rows : frame_.data(), layout_.frameBytes()); !status) {
         return status;
     }
     ++frames_;

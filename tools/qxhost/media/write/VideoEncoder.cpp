@@ -298,6 +298,11 @@ void VideoEncoder::copyRows(const AVFrame& from, AVFrame& to)
     const int width = context_->width;
     scratch_.resize(static_cast<std::size_t>(width));
     for (int row = 0; row < context_->height; ++row) {
+        const auto* pixels = reinterpret_cast<const std::uint16_t*>(
+            from.data[0] + static_cast<std::ptrdiff_t>(row) * from.linesize[0]);
+        if (input_->wide() && output_->writePixelsOfFour(to, row, width, pixels)) {
+            continue;
+        }
         for (int component = 0; component < 3; ++component) {
             input_->read(from, component, row, 0, width, scratch_.data());
             output_->write(to, component, row, 0, width, scratch_.data());
@@ -379,9 +384,17 @@ Status VideoEncoder::convertField(const AVFrame& from, Range range, AVFrame& to,
         cached.emplace(Graph{source, target, std::move(graph.value())});
     }
     const auto fill = [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
-        given.fill(window, row, left, right, input_->wide() ? 2 : 1,
+        const std::ptrdiff_t codeSize = input_->wide() ? 2 : 1;
+        given.fill(window, row, left, right, codeSize,
                    [&](int plane, int at, int first, int end, std::byte* codes) {
-                       input_->read(from, plane, at, first, end - first, codes);
+                       if (!input_->hasPixelsOfFour()) {
+                           input_->read(from, plane, at, first, end - first, codes);
+                       } else if (plane == 0) { // and the others with it
+                           const auto others = [&](int other) {
+                               return static_cast<std::byte*>(window.row(other, row)) + first * codeSize;
+                           };
+                           input_->readColours(from, at, first, end - first, {codes, others(1), others(2)});
+                       }
                    });
     };
     const auto take = [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {

@@ -1,5 +1,10 @@
 #include "tools/qxhost/pipeline/formats/FormatWay.h"
 
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
 namespace Qx::Program {
 
 namespace {
@@ -81,6 +86,24 @@ FormatWay wayOf(Format format, unsigned bits)
         break;
     }
     return {};
+}
+
+std::optional<Media::PairOrder> pairOrderOf(const PixelFormat& format)
+{
+    const Host::RowLayout& rows = format.info->layout(format.bits);
+    if (!format.isYCrCb() || format.info->planes != Host::Planes::One ||
+        rows.packing != Host::Packing::Samples) {
+        return {};
+    }
+    using Media::PairOrder;
+    constexpr std::array<std::pair<std::string_view, PairOrder>, 4> orders{
+        {{"Y0 Cb Y1 Cr", PairOrder::yuyv},
+         {"Cb Y0 Cr Y1", PairOrder::uyvy},
+         {"Y0 Cr Y1 Cb", PairOrder::yvyu},
+         {"Cr Y1 Cb Y0", PairOrder::vyuy}}};
+    const auto* found = std::find_if(orders.begin(), orders.end(),
+                                     [&](const auto& order) { return order.first == format.info->order; });
+    return found != orders.end() ? std::optional(found->second) : std::nullopt;
 }
 
 } // namespace Qx::Program

@@ -1,6 +1,10 @@
 #pragma once
 
 #include "platform/ImageFormat.h"
+#include "tools/qxhost/media/rows/PackRows.h"
+#include "tools/qxhost/pipeline/formats/PixelFormat.h"
+
+#include <optional>
 
 namespace Qx::Program {
 
@@ -37,5 +41,9 @@ struct FormatWay
 
 /// The way of a format at a depth, in bits per component.
 FormatWay wayOf(Image::Format format, unsigned bits);
+
+/// The order of the samples of a format whose rows are nothing but pairs of bytes or words; empty for all
+/// others.
+std::optional<Media::PairOrder> pairOrderOf(const PixelFormat& format);
 
 } // namespace Qx::Program

@@ -106,6 +106,70 @@ TEST_F(Jobs, a_damaged_or_missing_piece_is_told_and_made_again)
     expectGradedIsOneRun({});
 }
 
+TEST_F(Jobs, resume_makes_a_piece_again_whose_bytes_have_changed)
+{
+    makeJob({"--segments", "2"});
+    const auto damage = [this](const std::string& file) {
+        std::string bytes = read(at(file));
+        bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] + 1);
+        write(file, bytes);
+    };
+    for (const char* piece : {"0", "1"}) {
+        ASSERT_EQ(qxhost({"farm", "run-piece", "film.job", piece}).exitCode, 0);
+    }
+    damage("film.job/pieces/" + pieceFile(1));
+    EXPECT_EQ(qxhost({"farm", "join", "film.job"}).exitCode, 3);
+    EXPECT_EQ(qxhost({"farm", "resume", "film.job"}).exitCode, 0);
+    EXPECT_EQ(qxhost({"farm", "verify", "film.job"}).exitCode, 0);
+    damage("film.job/pieces/" + pieceFile(0));
+    EXPECT_EQ(qxhost({"farm", "verify", "film.job"}).exitCode, 1) << "though it is joined";
+    EXPECT_EQ(qxhost({"farm", "resume", "film.job"}).exitCode, 0);
+    EXPECT_EQ(qxhost({"farm", "verify", "film.job"}).exitCode, 0);
+    expectGradedIsOneRun({});
+}
+
+TEST_F(Jobs, verify_reads_what_was_joined)
+{
+    makeJob({"--segments", "2"});
+    ASSERT_EQ(qxhost({"farm", "run", "film.job"}).exitCode, 0);
+    const auto expectFound = [this](const std::string& job, const std::string& file) {
+        const Outcome found = qxhost({"farm", "verify", job});
+        EXPECT_EQ(found.exitCode, 1) << found.err;
+        EXPECT_NE(found.err.find(file + ": is "), std::string::npos) << found.err;
+        EXPECT_NE(found.err.find("farm join --force"), std::string::npos) << found.err;
+        EXPECT_EQ(qxhost({"farm", "join", job, "--force"}).exitCode, 0);
+        EXPECT_EQ(qxhost({"farm", "verify", job}).exitCode, 0);
+    };
+    const std::string good = read(at("film.job/graded.mov"));
+    std::string bad = good;
+    bad[bad.size() / 2] = static_cast<char>(bad[bad.size() / 2] + 1);
+    for (const std::string& bytes : {bad, good.substr(0, 1000)}) {
+        write("film.job/graded.mov", bytes);
+        expectFound("film.job", "graded.mov");
+        EXPECT_EQ(read(at("film.job/graded.mov")), good);
+    }
+    const Outcome made = qxhost({"farm", "make", "clip.mov", "shot_%04d.png", "--job", "shots.job",
+                                 "--segments", "2", "--frames", "4"});
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+    ASSERT_EQ(qxhost({"farm", "run", "shots.job"}).exitCode, 0);
+    const std::string picture = read(at("shots.job/shot_0003.png"));
+    fs::remove(at("shots.job/shot_0003.png"));
+    expectFound("shots.job", "shot_0003.png");
+    fs::remove(at("shots.job/shot_0003.png")); // a name of the piece's file
+    write("shots.job/shot_0003.png", picture + "x");
+    expectFound("shots.job", "shot_0003.png");
+}
+
+TEST_F(Jobs, nothing_is_submitted_once_it_is_joined)
+{
+    makeJob({"--segments", "2"});
+    ASSERT_EQ(qxhost({"farm", "run", "film.job"}).exitCode, 0);
+    const Outcome outcome = qxhost({"farm", "submit", "film.job", "--slurm", "--json"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.err.find("is joined already; nothing is submitted"), std::string::npos) << outcome.err;
+    EXPECT_EQ(nlohmann::json::parse(outcome.out)["joined"], true);
+}
+
 TEST_F(Jobs, a_job_goes_on_after_all_of_it_was_killed_and_in_another_directory)
 {
     using namespace std::chrono_literals;
@@ -249,6 +313,22 @@ TEST_F(Jobs, a_folder_is_made_whole_or_not_at_all)
     EXPECT_EQ(qxhost({"farm", "make", "absent.mov", "graded.mov", "--job", "film.job"}).exitCode, 3);
     EXPECT_EQ(qxhost({"farm", "make", "clip.mov", "out/graded.mov", "--job", "film.job"}).exitCode, 2);
     EXPECT_EQ(qxhost({"farm", "make", "clip.mov", "graded.mov"}).exitCode, 2);
+    for (const Words& files : {Words{"-", "graded.mov"}, Words{"clip.mov", "-"}}) {
+        const Outcome pipe = qxhost({"farm", "make", files[0], files[1], "--job", "film.job"});
+        EXPECT_EQ(pipe.exitCode, 2);
+        EXPECT_NE(pipe.err.find("standard input and output (-) cannot be split"), std::string::npos)
+            << pipe.err;
+    }
+    const Outcome unmade = qxhost({"farm", "make", "clip.mov", "graded.mov", "--job", "/proc/film.job"});
+    EXPECT_EQ(unmade.exitCode, 4);
+    EXPECT_NE(unmade.err.find("cannot make \"/proc/film.job\": "), std::string::npos) << unmade.err;
+    const Outcome spaces = qxhost({"farm", "make", "clip.mov", "graded.mov", "--job", "film.job", "--ocio",
+                                   "c.ocio", "--from", "a", "--to", "b"});
+    EXPECT_EQ(spaces.exitCode, 6) << spaces.err;
+    const Outcome alone =
+        qxhost({"farm", "make", "clip.mov", "graded.mov", "--job", "film.job", "--to", "{name}.mov"});
+    EXPECT_EQ(alone.exitCode, 2);
+    EXPECT_NE(alone.err.find("belongs to an --ocio before it"), std::string::npos) << alone.err;
     ffmpeg({"-i", "clip.mov", "-frames:v", "2", "shot_%d.png"});
     const Outcome folder = qxhost({"farm", "make", "shot_%d.png", "graded.mov", "--job", "a%20b"});
     EXPECT_EQ(folder.exitCode, 4) << folder.err;

@@ -132,7 +132,10 @@ TEST_F(Manifest, another_version_and_a_malformed_one_are_refused)
     expectRefusalOf([](auto& job) { job["program"] = "9.9.9"; },
                     {"was made by qxhost \"9.9.9\"", "every machine"});
     expectRefusalOf([](auto& job) { job.erase("pieces"); }, {"is malformed", "pieces"});
-    expectRefusalOf([](auto& job) { job["pieces"][1]["frames"] = "many"; }, {"is malformed"});
+    expectRefusalOf([](auto& job) { job["pieces"][1]["frames"] = "many"; },
+                    {"is malformed: \"frames\" is missing, or is not what it should be"});
+    expectRefusalOf([](auto& job) { job["pieces"][0].erase("end"); }, {"is malformed: \"end\""});
+    expectRefusalOf([](auto& job) { job["files"] = 1; }, {"is malformed: \"files\""});
     expectRefusalOf([](auto& job) { job["pieces"][1]["first"] = 7; },
                     {"piece 1 does not follow the one before it"});
     expectRefusalOf([](auto& job) { job["pieces"][1]["begin"] = 7; }, {"piece 1 does not follow"});
@@ -149,6 +152,8 @@ TEST_F(Manifest, another_version_and_a_malformed_one_are_refused)
         expectRefusal({"film.job/job.json"});
     }
     fs::remove(at("film.job/job.json"));
+    expectRefusal({"film.job", "cannot be read"});
+    ASSERT_EQ(run({"mkfifo", "film.job/job.json"}).exitCode, 0);
     expectRefusal({"film.job", "cannot be read"});
 }
 
@@ -170,6 +175,12 @@ TEST_F(Manifest, a_path_that_leaves_the_folder_is_refused)
     expectRefusalOf([](auto& job) { job["arguments"].push_back("--lut={job}/job.json"); },
                     {"--lut={job}/job.json is not among its files"});
     expectRefusalOf([](auto& job) { job["arguments"].push_back("/etc/passwd"); }, {"is no option"});
+    for (const char* argument : {"--before=signalstats,metadata=print:file=pwned.txt", "--after=hflip",
+                                 "--preset=/etc/passwd", "--ocio=/etc/passwd", "--segments=2"}) {
+        expectRefusalOf([&](auto& job) { job["arguments"].push_back(argument); },
+                        {argument + std::string(" may not be in a job")});
+    }
+    EXPECT_FALSE(fs::exists(at("pwned.txt")));
     const std::string lut = held("film.cube");
     fs::rename(at("film.job/" + lut), at("outside.cube"));
     fs::create_symlink(at("outside.cube"), at("film.job/" + lut));

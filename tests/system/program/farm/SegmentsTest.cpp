@@ -374,7 +374,7 @@ TEST_F(Segments, an_interruption_leaves_nothing_and_what_a_kill_left_is_removed_
         EXPECT_EQ(outcome.exitCode, signal == SIGINT ? 130 : 128 + SIGKILL) << outcome.err;
         EXPECT_EQ(filesBeside({"clip.mov", "long.mov"}).size(), signal == SIGINT ? 0U : 1U);
     }
-    convert("clip.mov", "out.mov", {"--segments", "2"});
+    convert("clip.mov", "out.mov", {"--frames", "2"});
     EXPECT_EQ(filesBeside({"clip.mov", "long.mov", "out.mov"}), Words());
 }
 

@@ -406,11 +406,16 @@ void ConvertCommand::addOptions(CLI::App& app)
     app.formatter(std::make_shared<HelpFormatter>(rareOptions(), shortFooter));
 }
 
+std::optional<std::string> ConvertCommand::takeSteps(const CLI::App& app)
+{
+    std::optional<std::string> to;
+    options_.effects = groupEffects(app, to);
+    return to;
+}
+
 void ConvertCommand::checkConversion(const CLI::App& app)
 {
     checkFiles(app, options_);
-    std::optional<std::string> unused;
-    options_.effects = groupEffects(app, unused);
     options_.burnIns = groupBurnIns(app);
     checkRange(app);
     options_.filters.deinterlace = shortFilters_.deinterlace;
@@ -426,8 +431,7 @@ void ConvertCommand::checkConversion(const CLI::App& app)
 
 void ConvertCommand::check(const CLI::App& app)
 {
-    std::optional<std::string> to;
-    groupEffects(app, to);
+    const std::optional<std::string> to = takeSteps(app);
     collectInputs(app, to);
     checkConversion(app);
     if (segments_ && to) {
@@ -482,14 +486,15 @@ std::vector<std::string> ConvertCommand::conversionArguments(const CLI::App& app
                               "--device", "--no-progress"});
 }
 
+CLI::Option* ConvertCommand::addTo(CLI::App& app, const char* value, const char* about)
+{
+    return app.add_option("--to", texts_, about)->option_text(value)->allow_extra_args(false)->take_all();
+}
+
 void ConvertCommand::addMany(CLI::App& app)
 {
     const std::string group = severalGroup;
-    app.add_option("--to", texts_, "Convert each INPUT to this name; fields: {name}, {folder}")
-        ->option_text("NAME")
-        ->allow_extra_args(false)
-        ->take_all()
-        ->group(group);
+    addTo(app, "NAME", "Convert each INPUT to this name; fields: {name}, {folder}")->group(group);
     addCount(app, "--jobs", many_.jobs, 1, "Inputs or pieces to convert at a time. Default: 1, or 2")
         ->group(group);
     app.add_option("MORE", many_.inputs)->group("");

@@ -26,7 +26,12 @@ public:
 protected:
     /// Adds the options of a conversion, but for those that say how it is run.
     void addConversion(CLI::App& app);
-    /// Checks these.
+    /// The option "--to"; the caller gives it a group.
+    CLI::Option* addTo(CLI::App& app, const char* value, const char* about);
+    /// Takes the effects and LUTs in their order. Returns the value of the "--to" that belongs to none of
+    /// them.
+    std::optional<std::string> takeSteps(const CLI::App& app);
+    /// Checks the options of a conversion, once its steps are taken.
     void checkConversion(const CLI::App& app);
 
     /// Adds "--preset".

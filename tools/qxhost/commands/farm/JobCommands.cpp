@@ -97,19 +97,25 @@ public:
         Farm::checkContents(job, Farm::Reading::everything);
         bool isWhole = true;
         for (std::size_t i = 0; i < job.pieces.size(); ++i) {
-            const auto record = Farm::readRecord(job, i);
-            const std::string problem = record ? Farm::problemWith(job, *record, true) : "is not done";
-            if (!problem.empty()) {
+            if (const std::string problem = Farm::problemWithPiece(job, i); !problem.empty()) {
                 console.error(fmt::format("piece {}: {}", i, problem));
                 isWhole = false;
             }
         }
         if (!isWhole) {
             console.error(job.manifest().string() + ": 'qxhost farm resume' makes these pieces");
+        }
+        if (const std::string problem = Farm::problemWithJoined(job); !problem.empty()) {
+            console.error(problem);
+            console.error(job.manifest().string() + ": 'qxhost farm join --force' joins the pieces again");
+            isWhole = false;
+        }
+        if (!isWhole) {
             return ExitCode::failed;
         }
-        console.note(fmt::format("{}: {} files and {} pieces are as they were written",
-                                 job.manifest().string(), job.files.size(), job.pieces.size()));
+        console.note(fmt::format("{}: {} files, {} pieces{} are as they were written",
+                                 job.manifest().string(), job.files.size(), job.pieces.size(),
+                                 Farm::isJoined(job) ? " and the joined output" : ""));
         return ExitCode::ok;
     }
 };

@@ -32,6 +32,7 @@ public:
         app.add_flag("--copy-input", copiesInput_, "Copy the input into the folder. Default: a link to it")
             ->group("Pieces");
         addConversion(app);
+        addTo(app, "SPACE", "The colour space to make, after --ocio")->group("Effects");
         addPreset(app);
         addOther(app, options_);
         app.footer(makeFooter);
@@ -39,8 +40,14 @@ public:
 
     void check(const CLI::App& app) override
     {
+        if (const std::optional<std::string> to = takeSteps(app)) {
+            complain(app, fmt::format("--to {} belongs to an --ocio before it, and there is none", *to));
+        }
         checkConversion(app);
         requireValue(app, folder_, "--job");
+        if (options_.input == Media::standardName || options_.output == Media::standardName) {
+            complain(app, "a job needs files: standard input and output (-) cannot be split");
+        }
         if (options_.output.has_parent_path()) {
             complain(app,
                      fmt::format("{}: the output of a job lies in the job's folder; give its name alone, and "

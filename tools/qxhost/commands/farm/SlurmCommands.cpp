@@ -1,5 +1,6 @@
 #include "tools/qxhost/commands/farm/JobCommand.h"
 #include "tools/qxhost/console/Json.h"
+#include "tools/qxhost/farm/pieces/Joining.h"
 #include "tools/qxhost/farm/run/Slurm.h"
 
 #include <fmt/format.h>
@@ -41,7 +42,15 @@ public:
     ExitCode run(Console& console) override
     {
         console.setQuiet(options_.quiet);
-        const Farm::SlurmNumbers numbers = Farm::submitToSlurm(Farm::readJob(options_.job), request_);
+        const Farm::Job job = Farm::readJob(options_.job);
+        if (Farm::isJoined(job)) {
+            console.note(job.manifest().string() + ": is joined already; nothing is submitted");
+            if (options_.json) {
+                console.data(jsonText({{"joined", true}}));
+            }
+            return ExitCode::ok;
+        }
+        const Farm::SlurmNumbers numbers = Farm::submitToSlurm(job, request_);
         console.note(fmt::format("pieces are job {}, the join is job {}", numbers.pieces, numbers.join));
         if (options_.json) {
             console.data(jsonText({{"pieces", numbers.pieces}, {"join", numbers.join}}));

@@ -7,6 +7,7 @@
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/OutputFile.h"
+#include "tools/qxhost/media/filter/FrameDependence.h"
 #include "tools/qxhost/pipeline/look/LookFile.h"
 
 #include <algorithm>
@@ -25,6 +26,12 @@ namespace fs = std::filesystem;
 constexpr const char* formatName = "qxhost job";
 constexpr int formatVersion = 1;
 constexpr const char* makeAnew = "make the job anew with 'qxhost farm make'";
+
+/// What is wrong with a manifest.
+struct Malformed
+{
+    std::string problem;
+};
 
 [[noreturn]] void refuse(const fs::path& manifest, const std::string& text)
 {
@@ -91,32 +98,44 @@ Json describe(const Job& job)
     return json;
 }
 
+/// A value of a manifest. Throws Malformed.
+template <class Value>
+Value valueOf(const Json& json, const char* key)
+{
+    try {
+        return json.at(key).get<Value>();
+    } catch (const Json::exception&) {
+        throw Malformed{fmt::format("\"{}\" is missing, or is not what it should be", key)};
+    }
+}
+
 std::optional<std::int64_t> timeIn(const Json& json, const char* key)
 {
-    return json.at(key).is_null() ? std::nullopt : std::optional(json.at(key).get<std::int64_t>());
+    return json.contains(key) && json.at(key).is_null() ? std::nullopt
+                                                        : std::optional(valueOf<std::int64_t>(json, key));
 }
 
 void take(Job& job, const Json& json)
 {
-    job.program = json.at("program").get<std::string>();
-    job.input = json.at("input").get<std::string>();
-    job.output = json.at("output").get<std::string>();
-    job.arguments = json.at("arguments").get<std::vector<std::string>>();
-    job.frames = json.at("frames").get<std::int64_t>();
-    job.frameBytes = json.at("frameBytes").get<std::int64_t>();
-    for (const Json& each : json.at("files")) {
-        job.files.push_back({each.at("kind").get<std::string>(), each.at("path").get<std::string>(),
-                             each.at("bytes").get<std::uintmax_t>(), each.at("sha256").get<std::string>(),
-                             each.at("from").get<std::string>()});
+    job.program = valueOf<std::string>(json, "program");
+    job.input = valueOf<std::string>(json, "input");
+    job.output = valueOf<std::string>(json, "output");
+    job.arguments = valueOf<std::vector<std::string>>(json, "arguments");
+    job.frames = valueOf<std::int64_t>(json, "frames");
+    job.frameBytes = valueOf<std::int64_t>(json, "frameBytes");
+    for (const Json& each : valueOf<Json::array_t>(json, "files")) {
+        job.files.push_back({valueOf<std::string>(each, "kind"), valueOf<std::string>(each, "path"),
+                             valueOf<std::uintmax_t>(each, "bytes"), valueOf<std::string>(each, "sha256"),
+                             valueOf<std::string>(each, "from")});
     }
-    for (const Json& each : json.at("pieces")) {
-        PlannedPiece piece{each.at("first").get<std::int64_t>(), each.at("frames").get<std::int64_t>(), {}};
+    for (const Json& each : valueOf<Json::array_t>(json, "pieces")) {
+        PlannedPiece piece{valueOf<std::int64_t>(each, "first"), valueOf<std::int64_t>(each, "frames"), {}};
         piece.segment = {.begin = timeIn(each, "begin"),
                          .end = timeIn(each, "end"),
                          .preroll = timeIn(each, "preroll"),
                          .frames = piece.frames,
-                         .firstOfAll = json.at("firstTime").get<std::int64_t>(),
-                         .origin = json.at("origin").get<std::int64_t>()};
+                         .firstOfAll = valueOf<std::int64_t>(json, "firstTime"),
+                         .origin = valueOf<std::int64_t>(json, "origin")};
         job.pieces.push_back(piece);
     }
 }
@@ -203,12 +222,33 @@ void checkLook(const Job& job, const fs::path& path)
     }
 }
 
+/// Options that reach beyond the job's folder, and that 'farm make' has never written.
+void refuseWhatReaches(const Job& job, const std::string& argument)
+{
+    constexpr std::string_view before = "--before=";
+    const std::string filter =
+        argument.starts_with(before) ? Media::dependentFilter(argument.substr(before.size())) : "";
+    const std::string option = argument.substr(0, argument.find('='));
+    constexpr std::array<std::string_view, 4> others{"--after", "--preset", "--segments", "--jobs"};
+    // A job that lives for one run only has no digests; its pieces may read where it was made.
+    const bool isKept = std::any_of(job.files.begin(), job.files.end(),
+                                    [](const HeldFile& file) { return !file.digest.empty(); });
+    if (!filter.empty() || (isKept && option == "--ocio") ||
+        std::find(others.begin(), others.end(), option) != others.end()) {
+        refuse(job.manifest(),
+               fmt::format("{} may not be in a job: what {} does may depend on other files, or "
+                           "write them; {}",
+                           argument, filter.empty() ? option : "the filter " + filter, makeAnew));
+    }
+}
+
 void checkArguments(const Job& job)
 {
     for (const std::string& argument : job.arguments) {
         if (!argument.starts_with("--")) {
             refuse(job.manifest(), "\"" + argument + "\" is no option of 'qxhost convert'; " + makeAnew);
         }
+        refuseWhatReaches(job, argument);
         const std::string_view file = fileIn(argument);
         // A typeface that is in no file of its own is named.
         if (file.empty() || (argument.starts_with("--font=") && file.find('/') == std::string_view::npos)) {
@@ -246,16 +286,20 @@ void check(const Job& job)
 
 Json parse(const fs::path& manifest)
 {
-    std::ifstream stream(manifest, std::ios::binary);
+    std::error_code error;
+    std::ifstream stream;
+    if (fs::is_regular_file(manifest, error)) { // others may keep the reader waiting
+        stream.open(manifest, std::ios::binary);
+    }
     const std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream) {
+    if (!stream.is_open() || stream.bad()) {
         refuse(manifest,
                "cannot be read; give the job.json that 'qxhost farm make' has written, or its folder");
     }
     try {
         return Json::parse(text);
-    } catch (const Json::exception& error) {
-        refuse(manifest, fmt::format("is malformed: {}; {}", error.what(), makeAnew));
+    } catch (const Json::exception& problem) {
+        refuse(manifest, fmt::format("is malformed: {}; {}", problem.what(), makeAnew));
     }
 }
 
@@ -295,8 +339,8 @@ Job readJob(const fs::path& file)
     checkFormat(manifest, json);
     try {
         take(job, json);
-    } catch (const Json::exception& problem) {
-        refuse(manifest, fmt::format("is malformed: {}; {}", problem.what(), makeAnew));
+    } catch (const Malformed& malformed) {
+        refuse(manifest, fmt::format("is malformed: {}; {}", malformed.problem, makeAnew));
     }
     check(job);
     return job;

@@ -45,8 +45,10 @@ public:
         std::random_device random;
         draft_ =
             place_.parent_path() / fmt::format(".{}.making-{:08x}", place_.filename().string(), random());
-        if (!fs::create_directory(draft_)) {
-            throw Failure(ExitCode::output, draft_.string() + ": exists");
+        std::error_code error;
+        fs::create_directory(draft_, error);
+        if (error) {
+            throw Failure(ExitCode::output, "cannot make " + Media::quoted(place_) + ": " + error.message());
         }
     }
     ~Draft()
@@ -374,9 +376,17 @@ Job makeJob(const JobRequest& request, const std::atomic<bool>& stopped, Console
     if (!fs::is_directory(folder.parent_path(), error)) {
         throw Failure(ExitCode::output, folder.parent_path().string() + ": is no directory; make it first");
     }
+    const HostSession host(request.options.device, &console);
+    Draft draft(folder);
+    // The draft's name says nothing to the user.
+    const auto asSeen = [&, name = draft.folder().native()](std::string text) {
+        for (std::size_t at = 0; (at = text.find(name, at)) != std::string::npos;
+             at += folder.native().size()) {
+            text.replace(at, name.size(), folder.native());
+        }
+        return text;
+    };
     try {
-        const HostSession host(request.options.device, &console);
-        Draft draft(folder);
         Job job = Maker(request, stopped).make(draft.folder(), console);
         writeJob(job);
         draft.finish();
@@ -386,8 +396,12 @@ Job makeJob(const JobRequest& request, const std::atomic<bool>& stopped, Console
             noteContents(job);
         }
         return job;
+    } catch (const Failure& failure) {
+        throw Failure(failure.code(), asSeen(failure.what()), asSeen(failure.details()));
     } catch (const fs::filesystem_error& problem) {
-        throw Failure(ExitCode::output, problem.what());
+        throw Failure(ExitCode::output,
+                      fmt::format("cannot write {}: {}", Media::quoted(asSeen(problem.path1().native())),
+                                  problem.code().message()));
     }
 }
 

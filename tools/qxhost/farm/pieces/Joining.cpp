@@ -45,13 +45,11 @@ Records wholePieces(const Job& job)
     std::vector<std::size_t> bad;
     std::string why;
     for (std::size_t i = 0; i < job.pieces.size(); ++i) {
-        const auto record = readRecord(job, i);
-        const std::string problem = record ? problemWith(job, *record, true) : "is not done";
-        if (!problem.empty()) {
+        if (const std::string problem = problemWithPiece(job, i); !problem.empty()) {
             bad.push_back(i);
             why += fmt::format("piece {}: {}\n", i, problem);
         } else {
-            records.push_back(*record);
+            records.push_back(*readRecord(job, i));
         }
     }
     if (!bad.empty()) {
@@ -137,6 +135,33 @@ void takeName(const fs::path& from, const fs::path& to)
     }
 }
 
+/// What joined.json says.
+struct Joined
+{
+    fs::path file; ///< of pictures, the first
+    std::uintmax_t bytes = 0;
+    std::string digest; ///< empty where an earlier version has joined
+
+    bool hasItsSize() const
+    {
+        std::error_code error;
+        const std::uintmax_t now = fs::file_size(file, error);
+        return !error && now == bytes;
+    }
+};
+
+std::optional<Joined> readJoined(const Job& job)
+{
+    std::ifstream stream(joinedFile(job), std::ios::binary);
+    const Json json = Json::parse(stream, nullptr, false);
+    try {
+        return Joined{job.folder / json.at("file").get<std::string>(), json.at("bytes").get<std::uintmax_t>(),
+                      json.value("sha256", "")};
+    } catch (const Json::exception&) {
+        return std::nullopt;
+    }
+}
+
 /// A picture takes its name in the sequence: the same file where the file system can do that, else a copy.
 /// What had the name before stays until then.
 void place(const fs::path& from, const fs::path& to, bool force, const std::atomic<bool>& stopped)
@@ -177,33 +202,71 @@ std::vector<long> pictureNumbers(const Records& records)
     return numbers;
 }
 
+/// Of each picture of the pieces, its name in the sequence.
+class PictureNames
+{
+public:
+    PictureNames(const Records& records, const fs::path& output)
+        : output_(output), names_(output), numbers_(pictureNumbers(records)), next_(numbers_.begin())
+    {
+    }
+
+    const std::vector<long>& numbers() const { return numbers_; }
+    fs::path of(long number) const
+    {
+        const bool isOne = numbers_.size() == 1 && !names_.isPattern();
+        return isOne ? output_ : names_.name(number);
+    }
+    fs::path first() const { return of(numbers_.front()); }
+    fs::path takeNext() { return of(*next_++); }
+
+private:
+    fs::path output_;
+    Media::NumberedNames names_;
+    std::vector<long> numbers_;
+    std::vector<long>::const_iterator next_;
+};
+
+/// What is wrong with the first joined picture that is not the piece's.
+std::string problemWithPictures(const Records& records, const fs::path& output)
+{
+    PictureNames names(records, output);
+    for (const PieceRecord& record : records) {
+        for (const PieceFile& file : record.files) {
+            const fs::path name = names.takeNext();
+            std::error_code error;
+            if (!fs::is_regular_file(name, error) || digestOf(name) != file.digest) {
+                return name.filename().string() + ": is missing or damaged: it is not what was written";
+            }
+        }
+    }
+    return {};
+}
+
 void joinPictures(const Job& job, const Records& records, const ConvertOptions& options,
                   const std::atomic<bool>& stopped)
 {
-    const Media::NumberedNames names(options.output);
-    const std::vector<long> numbers = pictureNumbers(records);
-    const bool isOne = numbers.size() == 1 && !names.isPattern();
-    const auto nameOf = [&](long number) { return isOne ? options.output : names.name(number); };
+    PictureNames names(records, options.output);
     const auto kept = filesRead(job);
     std::error_code error;
-    for (const long number : numbers) {
-        if (kept->contains(nameOf(number))) {
-            throw Failure(ExitCode::output, Media::OutputFile::wouldReplaceInput(nameOf(number), *kept).text);
+    for (const long number : names.numbers()) {
+        const fs::path name = names.of(number);
+        if (kept->contains(name)) {
+            throw Failure(ExitCode::output, Media::OutputFile::wouldReplaceInput(name, *kept).text);
         }
-        if (!options.force && fs::exists(nameOf(number), error)) {
-            throw Failure(ExitCode::output, nameOf(number).string() + ": exists; --force replaces it");
+        if (!options.force && fs::exists(name, error)) {
+            throw Failure(ExitCode::output, name.string() + ": exists; --force replaces it");
         }
     }
-    auto number = numbers.begin();
     for (const PieceRecord& record : records) {
         for (const PieceFile& file : record.files) {
-            place(job.pieceFolder() / file.path, nameOf(*number++), options.force, stopped);
+            place(job.pieceFolder() / file.path, names.takeNext(), options.force, stopped);
             if (stopped) {
                 throwStopped(options.output);
             }
         }
     }
-    require(Media::OutputFile::syncDirectory(nameOf(numbers.front())));
+    require(Media::OutputFile::syncDirectory(names.first()));
 }
 
 std::vector<Media::Piece> clipPieces(const Job& job, const Records& records)
@@ -256,26 +319,41 @@ ExitCode tellProblems(const Job& job, const Records& records, const fs::path& ou
 
 fs::path firstFile(OutputKind kind, const fs::path& output, const Records& records)
 {
-    const Media::NumberedNames names(output);
-    if (kind != OutputKind::pictures) {
-        return output;
-    }
-    const std::vector<long> numbers = pictureNumbers(records);
-    return numbers.size() > 1 || names.isPattern() ? names.name(numbers.front()) : output;
+    return kind != OutputKind::pictures ? output : PictureNames(records, output).first();
 }
 
 } // namespace
 
 bool isJoined(const Job& job)
 {
-    std::ifstream stream(joinedFile(job), std::ios::binary);
-    const Json json = Json::parse(stream, nullptr, false);
-    if (!json.is_object() || !json.contains("file") || !json["file"].is_string()) {
-        return false;
+    const std::optional<Joined> joined = readJoined(job);
+    return joined && joined->hasItsSize();
+}
+
+std::string problemWithJoined(const Job& job)
+{
+    const std::optional<Joined> joined = readJoined(job);
+    if (!joined) {
+        return {};
     }
-    std::error_code error;
-    const std::uintmax_t bytes = fs::file_size(job.folder / json["file"].get<std::string>(), error);
-    return !error && json.value("bytes", Json()) == bytes;
+    if (!joined->hasItsSize()) {
+        return joined->file.filename().string() + ": is missing, or not of the size that it was written with";
+    }
+    const ConvertOptions options = optionsOf(job);
+    if (kindOf(options) != OutputKind::pictures) {
+        return joined->digest.empty() || digestOf(joined->file) == joined->digest
+                   ? ""
+                   : joined->file.filename().string() + ": is damaged: it is not what was written";
+    }
+    Records records;
+    for (std::size_t i = 0; i < job.pieces.size(); ++i) {
+        const auto record = readRecord(job, i);
+        if (!record) {
+            return {};
+        }
+        records.push_back(*record);
+    }
+    return problemWithPictures(records, options.output);
 }
 
 ExitCode joinJob(const Job& job, const JoinOptions& wanted, const std::atomic<bool>& stopped,
@@ -303,8 +381,9 @@ ExitCode joinJob(const Job& job, const JoinOptions& wanted, const std::atomic<bo
     joinAs(kind, job, records, options, stopped, console);
     if (wanted.output.empty()) {
         const fs::path first = firstFile(kind, options.output, records);
-        writeWhole(joinedFile(job),
-                   jsonText({{"file", first.filename().native()}, {"bytes", fs::file_size(first)}}));
+        writeWhole(joinedFile(job), jsonText({{"file", first.filename().native()},
+                                              {"bytes", fs::file_size(first)},
+                                              {"sha256", digestOf(first)}}));
     }
     removeLeftovers(job);
     return tellProblems(job, records, options.output, console);

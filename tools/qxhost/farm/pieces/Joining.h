@@ -26,4 +26,8 @@ ExitCode joinJob(const Job& job, const JoinOptions& options, const std::atomic<b
 /// Whether the output in the job's folder is there, of the size that it was written with.
 bool isJoined(const Job& job);
 
+/// What is wrong with the output in the job's folder, which is read; empty if it is as it was written, or has
+/// not been written yet.
+std::string problemWithJoined(const Job& job);
+
 } // namespace Qx::Program::Farm

@@ -256,6 +256,23 @@ std::vector<std::size_t> missingPieces(const Job& job)
     return missing;
 }
 
+std::string problemWithPiece(const Job& job, std::size_t piece)
+{
+    const auto record = readRecord(job, piece);
+    return record ? problemWith(job, *record, true) : "is not done";
+}
+
+std::vector<std::size_t> piecesToMake(const Job& job)
+{
+    std::vector<std::size_t> pieces;
+    for (std::size_t i = 0; i < job.pieces.size(); ++i) {
+        if (!problemWithPiece(job, i).empty()) {
+            pieces.push_back(i);
+        }
+    }
+    return pieces;
+}
+
 std::string numbersText(const std::vector<std::size_t>& numbers)
 {
     std::string text;

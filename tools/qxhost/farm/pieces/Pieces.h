@@ -59,6 +59,12 @@ bool seemsDone(const Job& job, std::size_t piece);
 /// The pieces that are not.
 std::vector<std::size_t> missingPieces(const Job& job);
 
+/// What is wrong with a piece, whose files are read; empty if it is done.
+std::string problemWithPiece(const Job& job, std::size_t piece);
+
+/// The pieces that are missing or damaged; the files of the others are read.
+std::vector<std::size_t> piecesToMake(const Job& job);
+
 /// "3, 5-7".
 std::string numbersText(const std::vector<std::size_t>& numbers);
 

@@ -16,7 +16,6 @@
 #include <atomic>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <random>
 #include <system_error>
 
 namespace Qx::Program::Farm {
@@ -25,53 +24,28 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* middleOfName = ".pieces-";
-constexpr const char* lockName = "lock";
-
-Media::HeldFile openLock(const fs::path& folder, int flags)
-{
-    constexpr int mode = 0600;
-    return Media::HeldFile(::open((folder / lockName).c_str(), O_RDWR | O_CLOEXEC | flags, mode));
-}
-
-/// Removes the folders that runs left behind: those whose lock nobody holds.
-void clearAbandonedFolders(const fs::path& directory)
-{
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
-        const std::string name = entry.path().filename().native();
-        if (!name.starts_with(".") || name.find(middleOfName) == std::string::npos) {
-            continue;
-        }
-        const Media::HeldFile lock = openLock(entry.path(), 0);
-        if (lock.descriptor() >= 0 && lock.hold(entry.path() / lockName)) {
-            std::error_code ignored;
-            fs::remove_all(entry.path(), ignored);
-        }
-    }
-}
-
 /// The folder that the pieces lie in, while this object lives.
 class Folder
 {
 public:
     explicit Folder(const fs::path& output)
     {
-        std::random_device random;
         directory_ = output.parent_path().empty() ? "." : output.parent_path();
         std::error_code error;
         if (!fs::is_directory(directory_, error)) {
             throw Failure(ExitCode::output, "cannot write " + Media::quoted(output) + ": " +
                                                 directory_.string() + " is no directory; make it first");
         }
-        clearAbandonedFolders(directory_);
+        Media::clearAbandoned(directory_);
         // A sequence is not found below a folder whose name looks like a pattern.
         std::string name = output.filename().string();
         std::replace(name.begin(), name.end(), '%', '_');
-        path_ = directory_ / fmt::format(".{}{}{:08x}", name, middleOfName, random());
+        path_ = Media::unfinishedName(directory_ / name);
         fs::create_directory(path_);
-        lock_ = openLock(path_, O_CREAT | O_EXCL);
-        static_cast<void>(lock_.descriptor() >= 0 && lock_.hold(path_ / lockName));
+        constexpr int mode = 0600;
+        const fs::path lock = path_ / Media::folderLock;
+        lock_ = Media::HeldFile(::open(lock.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+        static_cast<void>(lock_.descriptor() >= 0 && lock_.hold(lock));
     }
     ~Folder()
     {

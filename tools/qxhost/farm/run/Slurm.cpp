@@ -205,7 +205,7 @@ SlurmNumbers submitToSlurm(const Job& job, const SlurmRequest& request)
         }
     }
     checkContents(job, Reading::whatChanged);
-    const std::vector<std::size_t> missing = missingPieces(job);
+    const std::vector<std::size_t> missing = piecesToMake(job);
     SlurmNumbers numbers;
     numbers.pieces = missing.empty() ? "" : submitPieces(job, request, missing);
     try {

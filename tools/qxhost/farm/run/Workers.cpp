@@ -98,8 +98,8 @@ struct Worker
 class Crew
 {
 public:
-    Crew(const Job& job, const WorkerOptions& options, Console& console)
-        : job_(job), options_(options), console_(console), waiting_(missingPieces(job))
+    Crew(const Job& job, std::vector<std::size_t> pieces, const WorkerOptions& options, Console& console)
+        : job_(job), options_(options), console_(console), waiting_(std::move(pieces))
     {
         std::reverse(waiting_.begin(), waiting_.end());
         for (const PlannedPiece& piece : job.pieces) {
@@ -258,10 +258,11 @@ ExitCode makePieces(const Job& job, const WorkerOptions& options, const std::ato
 {
     console.setQuiet(options.quiet);
     checkContents(job, Reading::whatChanged, &stopped);
-    if (missingPieces(job).empty()) {
+    std::vector<std::size_t> pieces = piecesToMake(job);
+    if (pieces.empty()) {
         return ExitCode::ok;
     }
-    Crew crew(job, options, console);
+    Crew crew(job, std::move(pieces), options, console);
     crew.run(stopped);
     if (stopped) {
         throw Failure(

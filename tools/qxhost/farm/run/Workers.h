@@ -11,7 +11,7 @@
 
 namespace Qx::Program::Farm {
 
-/// Makes the pieces of a job that are missing, in processes of this machine.
+/// Makes the pieces of a job that are missing or damaged, in processes of this machine.
 struct WorkerOptions
 {
     std::optional<std::int64_t> jobs; ///< at a time; empty: by the machine's devices. Memory may allow fewer

@@ -72,8 +72,11 @@ std::string systemOf(const std::string& name)
 
 void clearIfAbandoned(const fs::path& file, const std::string& system)
 {
+    std::error_code ignored;
+    const bool isFolder = fs::is_directory(fs::symlink_status(file, ignored));
+    const fs::path locked = isFolder ? file / folderLock : file;
     // Open for writing: network file systems lock exclusively only such files.
-    const HeldFile part(::open(file.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const HeldFile part(::open(locked.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat status = {};
     if (part.descriptor() < 0 || ::fstat(part.descriptor(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return;
@@ -83,7 +86,7 @@ void clearIfAbandoned(const fs::path& file, const std::string& system)
         return;
     }
     if (::flock(part.descriptor(), LOCK_EX | LOCK_NB) == 0) {
-        ::unlink(file.c_str());
+        fs::remove_all(file, ignored);
     }
 }
 

@@ -6,11 +6,14 @@
 namespace Qx::Media {
 
 // Unfinished files carry a lock (flock(2)) while their run lives. The kernel releases it however the run
-// ends, so a file without a lock was left behind, by SIGKILL or a power cut.
+// ends, so a file without a lock was left behind, by SIGKILL or a power cut. An unfinished folder holds a
+// file of its own for the lock, folderLock.
 
 /// A name for an unfinished file beside `file`, one that no other run chooses: ".NAME.part-SYSTEM-RANDOM",
 /// where SYSTEM stands for the running kernel.
 std::filesystem::path unfinishedName(const std::filesystem::path& file);
+
+constexpr const char* folderLock = "lock";
 
 /// A descriptor, closed in the end, and with it the lock released.
 class HeldFile
@@ -36,9 +39,9 @@ private:
     int descriptor_ = -1;
 };
 
-/// Removes the unfinished files of this directory that runs left behind: those that nobody holds. Locks may
-/// not be seen by another machine that shares the directory: a file of another kernel, or of this machine
-/// before its restart, must also be a day old.
+/// Removes the unfinished files and folders of this directory that runs left behind: those that nobody holds.
+/// Locks may not be seen by another machine that shares the directory: a file of another kernel, or of this
+/// machine before its restart, must also be a day old.
 void clearAbandoned(const std::filesystem::path& directory);
 
 } // namespace Qx::Media

@@ -56,10 +56,48 @@ std::string optionOf(const AVFilterContext& filter, const char* name)
     return value;
 }
 
+bool isKnown(std::string_view name)
+{
+    return std::find(known.begin(), known.end(), name) != known.end();
+}
+
+/// The place of the first character of `ends` from `at` on that is neither quoted nor escaped.
+std::size_t findPlain(std::string_view text, std::size_t at, std::string_view ends)
+{
+    for (; at < text.size() && ends.find(text[at]) == std::string_view::npos; ++at) {
+        if (text[at] == '\\') {
+            ++at;
+        } else if (text[at] == '\'') {
+            at = std::min(text.find('\'', at + 1), text.size());
+        }
+    }
+    return std::min(at, text.size());
+}
+
+/// The name of the first filter in the text that is not known; empty if there is none. A filter may open
+/// files as soon as it is made, so its name is looked at before.
+std::string unknownName(std::string_view graph)
+{
+    for (std::size_t at = 0; at < graph.size();) {
+        at = std::min(graph.find_first_not_of(" \t\r\n,;", at), graph.size());
+        if (at < graph.size() && graph[at] == '[') {
+            at = std::min(graph.find(']', at), graph.size() - 1) + 1;
+            continue;
+        }
+        const std::size_t end = findPlain(graph, at, "=@,;[ \t\r\n");
+        const std::string_view name = graph.substr(at, end - at);
+        if (!name.empty() && !isKnown(name)) {
+            return std::string(name);
+        }
+        at = findPlain(graph, end, ",;[");
+    }
+    return {};
+}
+
 bool looksAtOneFrame(const AVFilterContext& filter)
 {
     const std::string_view name = filter.filter->name;
-    if (std::find(known.begin(), known.end(), name) == known.end()) {
+    if (!isKnown(name)) {
         return false;
     }
     if (name == "crop") {
@@ -76,6 +114,9 @@ bool looksAtOneFrame(const AVFilterContext& filter)
 
 std::string dependentFilter(const std::string& graph)
 {
+    if (std::string name = unknownName(graph); !name.empty()) {
+        return name;
+    }
     if (graph.empty()) {
         return {};
     }

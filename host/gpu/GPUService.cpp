@@ -245,12 +245,25 @@ GPUStatistics GPUService::statistics()
 
 bool GPUService::startTimer()
 {
-    return operate<bool>(context(), [](Vulkan::Context& context) { return context.recorder().startTimer(); });
+    return operate<bool>(context(),
+                         [](Vulkan::Context& context) { return context.recorder().startTimer(false); });
 }
 
 std::optional<GPUTime> GPUService::stopTimer()
 {
-    return operate<std::optional<GPUTime>>(
+    const std::optional<GPUPassTimes> times = stopPassTimer();
+    return times ? std::optional(times->whole) : std::nullopt;
+}
+
+bool GPUService::startPassTimer()
+{
+    return operate<bool>(context(),
+                         [](Vulkan::Context& context) { return context.recorder().startTimer(true); });
+}
+
+std::optional<GPUPassTimes> GPUService::stopPassTimer()
+{
+    return operate<std::optional<GPUPassTimes>>(
         context(), [](Vulkan::Context& context) { return context.recorder().stopTimer(); });
 }
 

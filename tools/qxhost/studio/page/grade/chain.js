@@ -140,7 +140,12 @@ class Row {
 
     #showError(link) {
         const texts = [...(link.error ? [link.error.text] : []), ...(link.warnings ?? [])];
-        const wanted = JSON.stringify(link.error ?? link.warnings ?? '');
+        if (link.since > 0)
+            texts.push(
+                `Draws over its own result of the frame before, and has been drawn since frame ${link.since}. ` +
+                    'A conversion draws it from its first frame on: play from there to see the same.'
+            );
+        const wanted = JSON.stringify([link.error, texts]);
         if (this.error.dataset.shown === wanted) return;
         this.error.dataset.shown = wanted;
         this.error.hidden = texts.length === 0;

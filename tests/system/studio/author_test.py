@@ -174,6 +174,22 @@ class AuthorTest(support.StudioTest):
             page.click("#text-write")
             page.wait(lambda: page.codes(300, 200)["after"][:3] == [255, 255, 255], "the picture is not white")
 
+    def test_an_effect_that_draws_over_its_own_result_says_since_when(self):
+        trail = self.folder / "trail.fx"
+        trail.write_text(TEXT.replace("texture Input;", "texture Input;\ntexture Trail : PREVIOUSRESULT;\n"
+                                      "sampler TrailSampler = sampler_state { Texture = <Trail>; };")
+                         .replace("picture.rgb * amount", "lerp(tex2D(TrailSampler, uv).rgb, picture.rgb, amount)"))
+        with self.another(self.clip, trail) as page:
+            self.assertFalse(page.find(".link-note").is_displayed())
+            page.go_to(12)
+            page.wait(lambda: page.find(".link-note").is_displayed(), "it is not said")
+            self.assertIn("since frame 12.", page.text(".link-note"))
+            page.click("#on")
+            page.wait(lambda: page.picture()["frame"] == 13, "frame 13 was not shown")
+            self.assertIn("since frame 12.", page.text(".link-note"))
+            page.go_to(40)
+            page.wait(lambda: "since frame 40." in page.text(".link-note"), "the new place is not said")
+
     def test_the_time_of_each_pass_stands_beside_the_text(self):
         rows = self.page.wait(lambda: self.page.run(
             "return [...document.querySelectorAll('#text-passes tbody tr')].map((row) => row.textContent)"), "there are no times")

@@ -104,6 +104,13 @@ struct GPUTime
     std::uint64_t batches = 0;   ///< submissions of the work; 0 if nothing was recorded
 };
 
+/// The device's time for a piece of work, and for each pass of the effects in it.
+struct GPUPassTimes
+{
+    GPUTime whole;
+    std::vector<double> milliseconds; ///< busy, of each pass in the order of drawing
+};
+
 /// Resources and counters of the service. A snapshot: other threads continue while it is taken.
 struct GPUStatistics
 {

@@ -207,13 +207,25 @@ GPUStatistics GPUService::statistics()
 
 bool GPUService::startTimer()
 {
-    return Vulkan::operate<bool>(context(),
-                                 [](Vulkan::Context& context) { return context.recorder().startTimer(); });
+    return Vulkan::operate<bool>(
+        context(), [](Vulkan::Context& context) { return context.recorder().startTimer(false); });
 }
 
 std::optional<GPUTime> GPUService::stopTimer()
 {
-    return Vulkan::operate<std::optional<GPUTime>>(
+    const std::optional<GPUPassTimes> times = stopPassTimer();
+    return times ? std::optional(times->whole) : std::nullopt;
+}
+
+bool GPUService::startPassTimer()
+{
+    return Vulkan::operate<bool>(
+        context(), [](Vulkan::Context& context) { return context.recorder().startTimer(true); });
+}
+
+std::optional<GPUPassTimes> GPUService::stopPassTimer()
+{
+    return Vulkan::operate<std::optional<GPUPassTimes>>(
         context(), [](Vulkan::Context& context) { return context.recorder().stopTimer(); });
 }
 

@@ -92,6 +92,11 @@ public:
     /// startTimer() returned false or the device failed.
     std::optional<GPUTime> stopTimer();
 
+    /// The same, for the passes of effects too, each of which is submitted by itself meanwhile. For a program
+    /// in which one thread draws: what others record counts to the passes.
+    bool startPassTimer();
+    std::optional<GPUPassTimes> stopPassTimer();
+
     /// Destroys the released images that are kept for reuse.
     void trim();
 

@@ -283,13 +283,19 @@ void Recorder::addTo(Timing& timing, const Batch& batch) const
         timing.whole = false;
         return;
     }
-    timing.busy += ticksBetween(stamps->begin, stamps->end);
+    const std::uint64_t busy = ticksBetween(stamps->begin, stamps->end);
+    timing.busy += busy;
+    for (PassTiming& pass : timing.passes) {
+        if (batch.value() > pass.after && batch.value() <= pass.upTo) {
+            pass.busy += busy;
+        }
+    }
     timing.first = timing.batches == 0 ? stamps->begin : timing.first;
     timing.last = stamps->end;
     ++timing.batches;
 }
 
-bool Recorder::startTimer()
+bool Recorder::startTimer(bool tellsPasses)
 {
     const std::lock_guard lock(mutex_);
     if (device_.timerBits() == 0 || timing_ || (open_ != nullptr && !submitOpen())) {
@@ -297,11 +303,42 @@ bool Recorder::startTimer()
     }
     Timing timing;
     timing.after = lastValue_;
+    timing.tellsPasses = tellsPasses;
     timing_ = timing;
     return true;
 }
 
-std::optional<GPUTime> Recorder::stopTimer()
+bool Recorder::timesPasses()
+{
+    const std::lock_guard lock(mutex_);
+    return timing_ && timing_->tellsPasses;
+}
+
+bool Recorder::beginPass()
+{
+    const std::lock_guard lock(mutex_);
+    if (open_ != nullptr && !submitOpen()) {
+        return false;
+    }
+    if (timing_) {
+        timing_->passes.push_back({lastValue_, ~std::uint64_t{0}, 0});
+    }
+    return true;
+}
+
+bool Recorder::endPass()
+{
+    const std::lock_guard lock(mutex_);
+    if (open_ != nullptr && !submitOpen()) {
+        return false;
+    }
+    if (timing_ && !timing_->passes.empty()) {
+        timing_->passes.back().upTo = lastValue_;
+    }
+    return true;
+}
+
+std::optional<GPUPassTimes> Recorder::stopTimer()
 {
     const bool finished = waitForAll();
     const std::lock_guard lock(mutex_);
@@ -315,8 +352,13 @@ std::optional<GPUTime> Recorder::stopTimer()
     const auto milliseconds = [this](std::uint64_t ticks) {
         return static_cast<double>(ticks) * static_cast<double>(device_.limits().timestampPeriod) / 1e6;
     };
-    return GPUTime{milliseconds(timing->busy), milliseconds(ticksBetween(timing->first, timing->last)),
-                   timing->batches};
+    GPUPassTimes times{{milliseconds(timing->busy), milliseconds(ticksBetween(timing->first, timing->last)),
+                        timing->batches},
+                       {}};
+    for (const PassTiming& pass : timing->passes) {
+        times.milliseconds.push_back(milliseconds(pass.busy));
+    }
+    return times;
 }
 
 void Recorder::later(std::function<void()> destroy)

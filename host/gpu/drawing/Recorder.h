@@ -94,8 +94,14 @@ public:
 
     /// Measures the work recorded between the two calls: see GPUService. Returns false, or nothing, if that
     /// is not possible.
-    bool startTimer();
-    std::optional<GPUTime> stopTimer();
+    bool startTimer(bool tellsPasses);
+    std::optional<GPUPassTimes> stopTimer();
+
+    /// Whether the timer runs and tells passes apart. Each pass is then recorded between the next two calls,
+    /// which return false if the device is lost.
+    bool timesPasses();
+    bool beginPass();
+    bool endPass();
 
     /// Calls `destroy` once the device has finished everything recorded so far. Makes no Vulkan call itself.
     void later(std::function<void()> destroy);
@@ -115,6 +121,14 @@ private:
         std::function<void()> destroy;
     };
 
+    /// The measured time of one pass, in ticks.
+    struct PassTiming
+    {
+        std::uint64_t after = 0; // its batches follow that value
+        std::uint64_t upTo = 0;
+        std::uint64_t busy = 0;
+    };
+
     /// The measured time of finished batches, in ticks.
     struct Timing
     {
@@ -124,6 +138,8 @@ private:
         std::uint64_t last = 0;
         std::uint64_t batches = 0;
         bool whole = true; // every batch had its timestamps
+        bool tellsPasses = false;
+        std::vector<PassTiming> passes{};
     };
 
     bool makeRoom(std::uint64_t bytes);

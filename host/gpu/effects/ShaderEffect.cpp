@@ -200,6 +200,52 @@ private:
     std::vector<std::unique_ptr<Picture>> pictures_;
 };
 
+enum class StageResult
+{
+    Recorded,
+    Failed,
+    NoLevels
+};
+
+/// Records the passes, and after the last of them the levels of what they drew into.
+StageResult recordPasses(Context& context, const TechniqueDrawing& drawing, const Draw& draw,
+                         PassRange passes)
+{
+    Recorder& recorder = context.recorder();
+    const std::uint64_t bytes = draw.target.key.bytes();
+    if (recorder.record(bytes, Recorder::Submit::WhenDue,
+                        [&](Batch& batch) { return drawing.record(batch, draw, passes); }) == 0) {
+        return StageResult::Failed;
+    }
+    const bool needsLevels = draw.target.key.levels > 1 && passes.end == drawing.passCount();
+    if (needsLevels && recorder.record(bytes, Recorder::Submit::WhenDue, [&](Batch& batch) {
+            return recordLevels(batch, context, *draw.target.texture());
+        }) == 0) {
+        return StageResult::NoLevels;
+    }
+    return StageResult::Recorded;
+}
+
+/// Records a stage: at once, or pass by pass while the time of each is measured.
+StageResult recordStage(Context& context, const TechniqueDrawing& drawing, const Draw& draw)
+{
+    Recorder& recorder = context.recorder();
+    if (!recorder.timesPasses()) {
+        return recordPasses(context, drawing, draw, {0, drawing.passCount()});
+    }
+    StageResult result = StageResult::Recorded;
+    for (std::size_t p = 0; p < drawing.passCount() && result == StageResult::Recorded; ++p) {
+        if (!recorder.beginPass()) {
+            return StageResult::Failed;
+        }
+        result = recordPasses(context, drawing, draw, {p, p + 1});
+        if (!recorder.endPass()) {
+            return StageResult::Failed;
+        }
+    }
+    return result;
+}
+
 } // namespace
 
 bool NumberParameter::setValue(float value)
@@ -357,16 +403,13 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
         // A texture that passes draw into stands for the whole input, whatever part the caller draws.
         fillUniforms(draw);
         note(tells_ ? emptyPassOf(draw, effect.techniques[technique], stage) : std::string());
-        const TechniqueDrawing& drawing = stage.drawingFor(draw);
-        if (context.recorder().record(draw.target.key.bytes(), Recorder::Submit::WhenDue,
-                                      [&](Batch& batch) { return drawing.record(batch, draw); }) == 0) {
+        switch (recordStage(context, stage.drawingFor(draw), draw)) {
+        case StageResult::Failed:
             return false;
-        }
-        if (draw.target.key.levels > 1 &&
-            context.recorder().record(draw.target.key.bytes(), Recorder::Submit::WhenDue, [&](Batch& batch) {
-                return recordLevels(batch, context, *draw.target.texture());
-            }) == 0) {
+        case StageResult::NoLevels:
             return because("there is not enough memory for the levels of its textures");
+        case StageResult::Recorded:
+            break;
         }
     }
     return true;

@@ -99,27 +99,28 @@ VkResult TechniqueDrawing::createPipelines(std::size_t pass, VkShaderModule frag
     return Vulkan::createPipelines(context_.device(), fragment, program(pass).layout, pipelines, formats_);
 }
 
-bool TechniqueDrawing::record(Batch& batch, const Draw& draw) const
+bool TechniqueDrawing::record(Batch& batch, const Draw& draw, PassRange passes) const
 {
     VkDescriptorBufferInfo uniforms;
     if (!batch.uniform(draw.uniforms, uniforms)) {
         return false;
     }
     auto sets = draw.memory.list<VkDescriptorSet>(passes_.size());
-    for (std::size_t p = 0; p < passes_.size(); ++p) {
+    for (std::size_t p = passes.first; p < passes.end; ++p) {
         sets[p] = describe(batch, draw, p, uniforms);
         if (sets[p] == nullptr) {
             return false;
         }
     }
-    const bool replacesAll = draw.coversTarget() && (draw.clears || !passes_.front().program.discards);
+    const bool replacesAll =
+        passes.first == 0 && draw.coversTarget() && (draw.clears || !passes_.front().program.discards);
     Texture* const target = draw.target.forWriting(batch, replacesAll);
     if (target == nullptr) {
         return false;
     }
-    announce(batch, draw, *target, replacesAll);
+    announce(batch, draw, passes, *target, replacesAll);
     begin(batch.commands(), *target, draw, replacesAll);
-    for (std::size_t p = 0; p < passes_.size(); ++p) {
+    for (std::size_t p = passes.first; p < passes.end; ++p) {
         vkCmdBindPipeline(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS,
                           pipelineFor(passes_[p].pipelines, draw.target.key.format));
         vkCmdBindDescriptorSets(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, program(p).layout, 0, 1,
@@ -128,7 +129,7 @@ bool TechniqueDrawing::record(Batch& batch, const Draw& draw) const
         vkCmdDraw(batch.commands(), 3, 1, 0, 0);
     }
     vkCmdEndRendering(batch.commands());
-    context_.draws += passes_.size();
+    context_.draws += passes.end - passes.first;
     return true;
 }
 
@@ -167,10 +168,11 @@ void TechniqueDrawing::bind(std::size_t pass, std::size_t binding, const Texture
     write.pImageInfo = &image;
 }
 
-void TechniqueDrawing::announce(Batch& batch, const Draw& draw, Texture& target, bool replacesAll) const
+void TechniqueDrawing::announce(Batch& batch, const Draw& draw, PassRange passes, Texture& target,
+                                bool replacesAll) const
 {
-    for (const Pass& pass : passes_) {
-        for (const std::uint32_t sampler : pass.program.bindings) {
+    for (std::size_t p = passes.first; p < passes.end; ++p) {
+        for (const std::uint32_t sampler : program(p).bindings) {
             batch.sample(*draw.pictureOf(sampler)->texture());
         }
     }

@@ -65,6 +65,13 @@ struct Draw
     }
 };
 
+/// Some of the passes of a drawing, one after the other.
+struct PassRange
+{
+    std::size_t first = 0;
+    std::size_t end = 0;
+};
+
 /// The index of a texture of that name; the number of textures if the effect has none.
 std::size_t textureIndex(const CompiledEffect& effect, std::string_view name);
 
@@ -108,8 +115,9 @@ public:
     /// Whether this way is for sources of another depth than the target's.
     virtual bool mixesDepths() const { return false; }
 
-    /// Records a draw that canDraw() accepts and whose pipelines exist. Returns false if memory is exhausted.
-    virtual bool record(Batch& batch, const Draw& draw) const;
+    /// Records passes of a draw that canDraw() accepts and whose pipelines exist. Those from the first to the
+    /// last are recorded, together or in parts. Returns false if memory is exhausted.
+    virtual bool record(Batch& batch, const Draw& draw, PassRange passes) const;
 
 protected:
     Context& context() const { return context_; }
@@ -140,7 +148,7 @@ private:
     bool createMissing(std::size_t pass);
     VkDescriptorSet describe(Batch& batch, const Draw& draw, std::size_t pass,
                              const VkDescriptorBufferInfo& uniforms) const;
-    void announce(Batch& batch, const Draw& draw, Texture& target, bool replacesAll) const;
+    void announce(Batch& batch, const Draw& draw, PassRange passes, Texture& target, bool replacesAll) const;
 
     Context& context_;
     const CompiledEffect& effect_;

@@ -104,13 +104,13 @@ bool PackedDrawing::canDraw(const Draw& draw) const
     });
 }
 
-bool PackedDrawing::record(Batch& batch, const Draw& draw) const
+bool PackedDrawing::record(Batch& batch, const Draw& draw, PassRange passes) const
 {
     fillRows(draw);
-    if (!TechniqueDrawing::record(batch, draw)) {
+    if (!TechniqueDrawing::record(batch, draw, passes)) {
         return false;
     }
-    context().pathDraws += passCount();
+    context().pathDraws += passes.end - passes.first;
     return true;
 }
 

@@ -24,7 +24,7 @@ public:
 
     bool canDraw(const Draw& draw) const override;
     bool mixesDepths() const override { return depths_.areMixed(); }
-    bool record(Batch& batch, const Draw& draw) const override;
+    bool record(Batch& batch, const Draw& draw, PassRange passes) const override;
 
 private:
     bool add(const std::vector<const CompiledEffect::PackedShader*>& shaders);

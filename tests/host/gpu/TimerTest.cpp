@@ -133,6 +133,102 @@ TEST_F(Timer, CountsAMeasurementsOwnBatchesOnly)
     EXPECT_EQ(one->batches, 1U) << "batches that were timed before are used again";
 }
 
+/// An effect whose passes draw into a texture, into the target, and over a part of it. The second takes
+/// longest.
+class PassTimer : public Timer, public testing::WithParamInterface<iGPUImage::eFormat>
+{
+protected:
+    static constexpr const char* text = R"(
+        texture Input;
+        texture Half;
+        sampler InputSampler = sampler_state { Texture = <Input>; };
+        sampler HalfSampler = sampler_state { Texture = <Half>; };
+        float4 halved(float2 uv : TEXCOORD0) : COLOR { return tex2D(InputSampler, uv) * 0.5; }
+        float4 slow(float2 uv : TEXCOORD0, uniform sampler from) : COLOR
+        {
+            float4 sum = 0;
+            for (int i = 0; i < 200; ++i)
+                sum += tex2D(from, uv + float2(i * 0.003, 0));
+            return sum / 200;
+        }
+        float4 part(float2 uv : TEXCOORD0, uniform sampler from) : COLOR
+        {
+            clip(uv.x - 0.5);
+            return 1 - tex2D(from, uv);
+        }
+        technique ByTexture
+        {
+            pass Halved < string Target = "Half"; > { PixelShader = compile ps_3_0 halved(); }
+            pass Slow { PixelShader = compile ps_3_0 slow(HalfSampler); }
+            pass Part { PixelShader = compile ps_3_0 part(HalfSampler); }
+        }
+        technique AtOnce
+        {
+            pass Halved { PixelShader = compile ps_3_0 halved(); }
+            pass Slow { PixelShader = compile ps_3_0 slow(InputSampler); }
+            pass Part { PixelShader = compile ps_3_0 part(InputSampler); }
+        })";
+
+    void SetUp() override
+    {
+        Timer::SetUp();
+        target_ = gpu().createGPUImage(size_, GetParam());
+        picture_ = upload(size_, GetParam(), noise(bytesOf(size_, GetParam())));
+        ASSERT_TRUE(target_ && picture_);
+    }
+
+    void TearDown() override
+    {
+        picture_.reset();
+        Timer::TearDown();
+    }
+
+    Bytes drawn(const Qx::Ptr<iShaderEffect>& by)
+    {
+        Qx::Vector<iShaderEffect::Source> sources;
+        sources.emplace_back("Input", picture_);
+        EXPECT_TRUE(by->render(target_, sources));
+        return download(target_);
+    }
+
+    Qx::Ptr<iGPUImage> picture_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Formats, PassTimer, testing::Values(iGPUImage::eARGB8, iGPUImage::eARGB16));
+
+TEST_P(PassTimer, TellsThePassesOfAnEffectApartAndDrawsTheSame)
+{
+    const Qx::Ptr<iShaderEffect> passes = effect(text);
+    ASSERT_TRUE(passes);
+    for (const char* const technique : {"ByTexture", "AtOnce"}) {
+        SCOPED_TRACE(technique);
+        ASSERT_TRUE(passes->setTechnique(technique));
+        const Bytes together = drawn(passes);
+        ASSERT_TRUE(gpu().startPassTimer());
+        EXPECT_TRUE(drawn(passes) == together);
+        const std::optional<Host::GPUPassTimes> times = gpu().stopPassTimer();
+        ASSERT_TRUE(times);
+        const std::vector<double>& each = times->milliseconds;
+        ASSERT_EQ(each.size(), 3U);
+        EXPECT_GT(each[0], 0.0);
+        EXPECT_GT(each[2], 0.0);
+        EXPECT_GT(each[1], each[0] + each[2]) << "it samples two hundred times as often";
+        EXPECT_LE(each[0] + each[1] + each[2], times->whole.busyMilliseconds * 1.000001);
+    }
+}
+
+TEST_P(PassTimer, TellsNoPassesApartUnlessAsked)
+{
+    const Qx::Ptr<iShaderEffect> passes = effect(text);
+    ASSERT_TRUE(passes);
+    ASSERT_TRUE(gpu().startTimer());
+    drawn(passes);
+    const std::optional<Host::GPUPassTimes> times = gpu().stopPassTimer();
+    ASSERT_TRUE(times);
+    EXPECT_GT(times->whole.busyMilliseconds, 0.0);
+    EXPECT_TRUE(times->milliseconds.empty());
+}
+
 TEST_F(Timer, WhatALostDeviceDidIsNotMeasured)
 {
     ASSERT_TRUE(gpu().startTimer());

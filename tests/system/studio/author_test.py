@@ -1,5 +1,6 @@
 """The author's side of the studio's page: the text of an effect, its messages, and writing it."""
 
+import shutil
 import unittest
 
 import support
@@ -136,6 +137,64 @@ class AuthorTest(support.StudioTest):
         self.type_text(WHITE)
         self.page.click("#text-write")
         self.page.wait(lambda: self.page.codes(300, 200)["after"][:3] == [255, 255, 255], "the picture is not white")
+
+    def test_a_full_disk_keeps_the_old_file_and_the_new_text(self):
+        self.type_text(WHITE)
+        with self.server.full_disk():
+            self.page.click("#text-write")
+            self.page.wait(lambda: "not written" in self.page.text("#text-status") and "too large" in self.page.text("#text-status"),
+                           "nothing is said")
+        self.assertEqual(self.file.read_text(), TEXT)
+        self.assertEqual(self.editor_text(), WHITE)
+        self.assertEqual([path.name for path in self.folder.iterdir() if path.name.startswith(".")], [])
+        self.page.click("#text-write")
+        self.page.wait(lambda: self.file.read_text() == WHITE, "it is not written when there is room again")
+
+    def test_without_the_editor_the_text_is_a_plain_field(self):
+        # What the page finds where the editor was not compiled in.
+        folder = self.folder / "page"
+        shutil.copytree(support.SOURCE / "tools/qxhost/studio/page", folder)
+        (folder / "codemirror/lib").mkdir(parents=True)
+        (folder / "codemirror/lib/codemirror.js").write_text("")
+        with self.another(self.clip, self.file, page=folder) as page:
+            page.click("#tab-text")
+            field = page.wait(lambda: page.find("#text-place textarea"), "there is no field")
+            self.assertFalse(page.run("return Boolean(document.querySelector('.CodeMirror'))"))
+            page.wait(lambda: field.get_property("value") == TEXT, "the text is not that of the file")
+            field.send_keys(support.Keys.CONTROL, "a", support.Keys.NULL, BROKEN)
+            field.send_keys(support.Keys.CONTROL, "s")
+            page.wait(lambda: self.file.read_text() == BROKEN, "the file was not written")
+            place = page.wait(lambda: page.find("#text-messages li.error button"), "no message is shown")
+            line = 1 + next(i for i, text in enumerate(BROKEN.split("\n")) if "amuont" in text)
+            self.assertTrue(place.text.startswith("%d:" % line), place.text)
+            place.click()
+            before = page.run("const field = arguments[0]; return field.value.slice(0, field.selectionStart)", field)
+            self.assertEqual(before.count("\n") + 1, line)
+            field.send_keys(support.Keys.CONTROL, "a", support.Keys.NULL, WHITE)
+            page.click("#text-write")
+            page.wait(lambda: page.codes(300, 200)["after"][:3] == [255, 255, 255], "the picture is not white")
+
+    def test_an_effect_that_draws_over_its_own_result_says_since_when(self):
+        trail = self.folder / "trail.fx"
+        trail.write_text(TEXT.replace("texture Input;", "texture Input;\ntexture Trail : PREVIOUSRESULT;\n"
+                                      "sampler TrailSampler = sampler_state { Texture = <Trail>; };")
+                         .replace("picture.rgb * amount", "lerp(tex2D(TrailSampler, uv).rgb, picture.rgb, amount)"))
+        with self.another(self.clip, trail) as page:
+            self.assertFalse(page.find(".link-note").is_displayed())
+            page.go_to(12)
+            page.wait(lambda: page.find(".link-note").is_displayed(), "it is not said")
+            self.assertIn("since frame 12.", page.text(".link-note"))
+            page.click("#on")
+            page.wait(lambda: page.picture()["frame"] == 13, "frame 13 was not shown")
+            self.assertIn("since frame 12.", page.text(".link-note"))
+            page.go_to(40)
+            page.wait(lambda: "since frame 40." in page.text(".link-note"), "the new place is not said")
+
+    def test_the_time_of_each_pass_stands_beside_the_text(self):
+        rows = self.page.wait(lambda: self.page.run(
+            "return [...document.querySelectorAll('#text-passes tbody tr')].map((row) => row.textContent)"), "there are no times")
+        self.assertEqual(len(rows), 1)
+        self.assertRegex(rows[0], r"^P0\d+\.\d\d ms$")
 
     def test_the_tab_key_goes_through_the_text_and_on(self):
         self.page.find(".CodeMirror [contenteditable], #text-place textarea").send_keys(support.Keys.TAB)

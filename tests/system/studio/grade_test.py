@@ -199,6 +199,29 @@ class GradeTest(support.StudioTest):
         by_effect = support.convert(self.clip, 4, "--effect", "cc3.fx", "--set", "saturation=0.7")
         self.assertLessEqual(abs(by_table - by_effect).max(), 1)
 
+    def test_saving_on_a_full_disk_keeps_the_old_look(self):
+        page = self.page
+        page.set_slider("saturation", 1.2)
+        page.studio("studio.request('save', {file: 'full.look.toml'})")
+        page.wait(lambda: page.text("#look-name") == "full.look.toml", "the look was not saved")
+        look = self.folder / "full.look.toml"
+        saved = look.read_bytes()
+        page.set_slider("saturation", 0.8)
+        before = sorted(path.name for path in self.folder.iterdir())
+        with self.server.full_disk():
+            page.click("#look-save")
+            page.click("#look-replace")
+            page.type_number("#look-file", "full.look.toml")
+            page.wait(lambda: "too large" in page.text(".dialog-status"), "nothing is said")
+            page.type_number("#look-file", "new.look.toml")
+            page.wait(lambda: "new.look.toml" in page.text(".dialog-status"), "nothing is said of the new file")
+        self.assertEqual(look.read_bytes(), saved)
+        self.assertEqual(sorted(path.name for path in self.folder.iterdir()), before)
+        self.assertEqual(page.text("#look-name"), "full.look.toml *")
+        page.type_number("#look-file", "new.look.toml")
+        page.wait(lambda: page.text("#look-name") == "new.look.toml", "it is not saved when there is room again")
+        self.assertEqual(look.read_bytes(), saved)
+
 
 if __name__ == "__main__":
     unittest.main()

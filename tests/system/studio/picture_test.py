@@ -173,9 +173,133 @@ class PictureTest(support.StudioTest):
             self.browser.close()
             self.browser.switch_to.window(first)
 
+    def test_the_picture_fills_the_screen(self):
+        small = self.page.run("return document.getElementById('stage').getBoundingClientRect().width")
+        self.page.find("#stage").send_keys("f")
+        self.addCleanup(self.page.run, "if (document.fullscreenElement) return document.exitFullscreen()")
+        self.page.wait(lambda: self.page.run("return document.fullscreenElement?.classList.contains('viewer') ?? false"),
+                       "the picture does not fill the screen")
+        self.page.wait(lambda: self.page.run("""
+            const viewer = document.querySelector('.viewer').getBoundingClientRect();
+            const canvas = document.getElementById('picture');
+            const fits = Math.abs(canvas.width - document.getElementById('stage').clientWidth) <= 1;
+            return fits && viewer.width === innerWidth && viewer.height === innerHeight;"""), "something is beside the picture")
+        # Its controls are there too.
+        self.assertTrue(self.page.find("#play").is_displayed())
+        self.page.find("#stage").send_keys(support.Keys.ARROW_RIGHT)
+        self.page.wait(lambda: self.page.picture()["frame"] == 1, "the keyboard does nothing")
+        self.page.find("#full-screen").click()
+        self.page.wait(lambda: self.page.run("return document.fullscreenElement === null"), "the picture stays")
+        self.page.wait(lambda: self.page.run("return document.getElementById('stage').getBoundingClientRect().width") == small,
+                       "the picture has not its old size")
+
+    def touch(self, kind, *places):
+        """Fingers at places of the window."""
+        self.browser.execute_cdp_cmd("Input.dispatchTouchEvent", {"type": kind, "touchPoints": [
+            {"x": x, "y": y, "id": number} for number, (x, y) in enumerate(places)]})
+
+    def clip_place(self, x, y):
+        """The clip's place that is seen at a place of the window."""
+        return self.browser.execute_async_script("""
+            const [x, y, done] = arguments;
+            import(new URL('picture/picture.js', location.href)).then(({clipPlace}) => done(clipPlace(x, y)));""", x, y)
+
+    def test_two_fingers_zoom_and_one_moves_the_picture(self):
+        box = self.page.run("return document.getElementById('stage').getBoundingClientRect().toJSON()")
+        x, y = box["left"] + box["width"] * 0.6, box["top"] + box["height"] * 0.45
+        fitting = self.page.picture()["region"]
+        self.assertEqual(fitting, [0, 0, support.WIDTH, support.HEIGHT])
+        before = self.clip_place(x, y)
+        scale = support.WIDTH / box["width"]  # of the clip's pixels in one of the window, at most
+        self.touch("touchStart", (x - 30, y))
+        self.touch("touchStart", (x - 30, y), (x + 30, y))
+        for spread in range(40, 130, 10):
+            self.touch("touchMove", (x - spread, y), (x + spread, y))
+        self.touch("touchEnd")
+        zoomed = self.page.wait(lambda: (place := self.clip_place(x, y)) and self.page.text("#zoom") != "fit" and place,
+                                "the picture was not zoomed")
+        # What lay between the fingers lies there still, four times as large; but at first the picture stays in its place.
+        self.assertAlmostEqual(zoomed["x"], before["x"], delta=15 * scale)
+        self.assertAlmostEqual(zoomed["y"], before["y"], delta=15 * scale)
+        beside = self.clip_place(x + 100, y)
+        self.assertLess(beside["x"] - zoomed["x"], 100 * scale / 3)
+        self.touch("touchStart", (x, y))
+        for way in range(0, 60, 10):
+            self.touch("touchMove", (x - way, y - way / 2))
+        self.touch("touchEnd")
+        moved = self.clip_place(x - 50, y - 25)
+        self.assertAlmostEqual(moved["x"], zoomed["x"], delta=1)
+        self.assertAlmostEqual(moved["y"], zoomed["y"], delta=1)
+        self.page.wait(lambda: self.page.picture()["region"] != fitting, "the part that is seen did not come")
+
+    def test_time_codes_that_drop_numbers_count_as_the_clips(self):
+        clip = self.folder / "dropping.mp4"
+        support.make_clip(clip, "30000/1001", "1", "-timecode", "00:00:59;20")
+        with self.another(clip) as page:
+            value = lambda: page.find("#time").get_attribute("value")
+            self.assertEqual(value(), "00:00:59;20")
+            page.go_to(9)
+            self.assertEqual(value(), "00:00:59;29")
+            page.click("#on")
+            page.wait(lambda: page.picture()["frame"] == 10, "frame 10 was not shown")
+            # SMPTE ST 12-1: the numbers 0 and 1 are left out in the first second of a minute.
+            self.assertEqual(value(), "00:01:00;02")
+            page.type_number("#time", "00:01:01;05")
+            page.wait(lambda: page.picture()["frame"] == 43, "frame 43 was not shown")
+            self.assertEqual(page.codes(20, 20)["before"][3], support.luma_of(43))
+            page.type_number("#time", "00:01:00;01")
+            self.assertIn("Expected a frame", page.find("#time").get_property("validationMessage"))
+            self.assertEqual(page.studio("studio.state.frame"), 43)
+
+    def test_a_clip_without_a_time_code_counts_as_text_in_conversions_does(self):
+        clip = self.folder / "uncounted.mp4"
+        support.make_clip(clip, "30000/1001")
+        with self.another(clip) as page:
+            self.assertEqual(page.find("#time").get_attribute("value"), "00:00:00;00")
+
+    def test_pixels_that_are_no_squares_are_shown_as_wide_as_they_are(self):
+        clip = self.folder / "wide.mp4"
+        support.make_clip(clip, "25", "3/2")
+        with self.another(clip, "cc3.fx") as page:
+            places = self.browser.execute_async_script("""
+                const [width, height, done] = arguments;
+                import(new URL('picture/picture.js', location.href))
+                    .then(({stagePlace}) => done([stagePlace(0, 0), stagePlace(width, height)]));""", support.WIDTH, support.HEIGHT)
+            width, height = (places[1][axis] - places[0][axis] for axis in "xy")
+            self.assertAlmostEqual(width / height, support.WIDTH / support.HEIGHT * 3 / 2, places=3)
+            # The picture lies there, and nowhere else.
+            seen = page.run("""
+                const canvas = document.getElementById('picture');
+                const data = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;
+                const opaque = (x, y) => data[4 * (y * canvas.width + x) + 3] === 255;
+                const across = [...Array(canvas.width).keys()].filter((x) => opaque(x, canvas.height >> 1));
+                const down = [...Array(canvas.height).keys()].filter((y) => opaque(canvas.width >> 1, y));
+                return [across[0], across.at(-1) + 1, down[0], down.at(-1) + 1];""")
+            for edge, place in zip(seen, (places[0]["x"], places[1]["x"], places[0]["y"], places[1]["y"])):
+                self.assertAlmostEqual(edge, place, delta=1)
+            # Codes are those of the clip's own pixels.
+            for x, y in ((support.PATCH - 1, 9), (support.PATCH, 9), (500, 300)):
+                self.assertEqual(page.codes(x, y)["before"][:3], list(support.convert(clip, 0)[y, x]))
+
     def counts(self, text):
         """Counts as a scope's message has them."""
         return numpy.frombuffer(base64.b64decode(text), "<u2").astype(int)
+
+    def assert_chromaticity_is_counted(self, scope, picture):
+        """Light by BT.1886, and X, Y and Z of BT.709-6's primaries, as IEC 61966-2-1 prints them."""
+        xyz = (picture / 255) ** 2.4 @ numpy.array([[0.4124, 0.3576, 0.1805], [0.2126, 0.7152, 0.0722], [0.0193, 0.1192, 0.9505]]).T
+        size = scope["size"]
+        bright = xyz[xyz[..., 1] > 1 / 1024]
+        places = (bright[:, :2] / bright.sum(axis=1, keepdims=True) * size / scope["end"]).astype(int)
+        direct = numpy.bincount(places[:, 1] * size + places[:, 0], minlength=size * size).reshape(size, size)
+        counted = self.counts(scope["counts"]).reshape(size, size)
+        self.assertLessEqual(abs(counted.sum() - direct.sum()), 0.001 * direct.sum())
+        # The device reckons with the light of 1024 levels: what lies at the edge of a cell may count to the next.
+        for one, other in ((direct, counted), (counted, direct)):
+            padded = numpy.pad(other, 1)
+            around = sum(padded[y:y + size, x:x + size] for y in range(3) for x in range(3))
+            self.assertTrue((one <= around).all())
+        self.assertGreater(numpy.minimum(direct, counted).sum(), 0.9 * direct.sum())
 
     def test_scopes_are_a_direct_count_of_the_frame(self):
         self.page.click("#tab-scopes")
@@ -205,6 +329,7 @@ class PictureTest(support.StudioTest):
             numpy.testing.assert_array_equal(self.counts(scope[name]), direct, name)
         # Each pixel is a point of the vectorscope: 65535 stands for more, which no cell of this frame has.
         self.assertEqual(self.counts(scopes["vectorscope"]["counts"]).sum(), support.WIDTH * support.HEIGHT)
+        self.assert_chromaticity_is_counted(scopes["chromaticity"], picture)
         self.page.wait(lambda: self.page.find("#scopes").get_attribute("data-frame") == "11", "the scopes were not drawn")
         self.page.click("#undo")
 

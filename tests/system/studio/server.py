@@ -1,6 +1,8 @@
 """`qxhost studio` in a process of its own."""
 
+import contextlib
 import os
+import resource
 import signal
 import socket
 import subprocess
@@ -10,12 +12,15 @@ PATIENCE = 60
 
 
 class Server:
-    """Starts with a clip and effects; `program` is the path of qxhost, QX_PROGRAM without one."""
+    """Starts with a clip and effects; `program` is the path of qxhost, QX_PROGRAM without one. `page` is a folder that the
+    files of the page are read from."""
 
-    def __init__(self, clip, *effects, looks, port=None, token=None, home=None, program=None):
+    def __init__(self, clip, *effects, looks, port=None, token=None, home=None, program=None, page=None):
         environment = dict(os.environ)
         if token:
             environment["QXHOST_STUDIO_TOKEN"] = token
+        if page:
+            environment["QXHOST_STUDIO_PAGE"] = str(page)
         command = [program or os.environ["QX_PROGRAM"], "studio", str(clip), *map(str, effects), "--looks", str(looks)]
         if port:
             command += ["--port", str(port)]
@@ -25,6 +30,17 @@ class Server:
         if not self.address.startswith("http://"):
             self.process.kill()
             raise AssertionError("the server did not start: " + self.process.stderr.read())
+
+    @contextlib.contextmanager
+    def full_disk(self, size=40):
+        """Meanwhile files of the server cannot grow beyond so many bytes: writing fails in the middle, as on a full disk."""
+        process = self.process.pid
+        before = resource.prlimit(process, resource.RLIMIT_FSIZE)
+        resource.prlimit(process, resource.RLIMIT_FSIZE, (size, before[1]))
+        try:
+            yield
+        finally:
+            resource.prlimit(process, resource.RLIMIT_FSIZE, before)
 
     def stop(self):
         """Ends the server as Ctrl-C does; its exit code."""

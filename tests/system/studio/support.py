@@ -1,6 +1,7 @@
 """What the tests of the studio's page share: a clip whose codes tell the frame, the server, and a browser."""
 
 import base64
+import contextlib
 import json
 import math
 import os
@@ -27,8 +28,9 @@ WIDTH, HEIGHT, FRAMES = 640, 360, 60
 FIRST_LUMA, LUMA_STEP, PATCH = 20, 3, 64
 
 
-def make_clip(path):
-    """A clip without loss, whose frames depend on others before and after them, so that seeking has work to do."""
+def make_clip(path, rate="25", aspect="1", *options):
+    """A clip without loss, whose frames depend on others before and after them, so that seeking has work to do. `aspect`
+    is that of a pixel; the options are FFmpeg's for the output."""
     luma = "if(lt(X,%d)*lt(Y,%d),%d+%d*N,16+mod(X/4+Y/2+N,220))" % (PATCH, PATCH, FIRST_LUMA, LUMA_STEP)
     chroma = "if(lt(X,%d)*lt(Y,%d),128,128+%s)"
     picture = "geq=lum='%s':cb='%s':cr='%s'" % (
@@ -36,12 +38,12 @@ def make_clip(path):
         chroma % (PATCH // 2, PATCH, "48*sin(X/41+Y/67)"),
         chroma % (PATCH // 2, PATCH, "40*cos(X/53-Y/39)"),
     )
-    tags = "setparams=colorspace=bt709:color_primaries=bt709:color_trc=bt709:range=tv"
+    tags = f"setsar={aspect},setparams=colorspace=bt709:color_primaries=bt709:color_trc=bt709:range=tv"
     subprocess.run(
         ["ffmpeg", "-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i",
-         "nullsrc=size=%dx%d:rate=25,format=yuv422p,%s,%s" % (WIDTH, HEIGHT, picture, tags), "-frames:v", str(FRAMES),
+         "nullsrc=size=%dx%d:rate=%s,format=yuv422p,%s,%s" % (WIDTH, HEIGHT, rate, picture, tags), "-frames:v", str(FRAMES),
          "-c:v", "libx264", "-qp", "0", "-preset", "ultrafast", "-g", "250", "-bf", "3", "-colorspace", "bt709",
-         "-color_range", "tv", str(path)], check=True)
+         "-color_range", "tv", *options, str(path)], check=True)
 
 
 def luma_of(frame):
@@ -223,6 +225,22 @@ class StudioTest(unittest.TestCase):
         cls.browser = start_browser()
         cls.addClassCleanup(cls.browser.quit)
         cls.page = Page(cls.browser, cls.server.address)
+
+    @contextlib.contextmanager
+    def another(self, clip, *effects, page=None):
+        """A server of its own, and its page in a window of the same browser. `page` is as Server has it."""
+        server = Server(clip, *effects, looks=self.folder, page=page)
+        try:
+            self.browser.switch_to.new_window("window")
+            try:
+                opened = Page(self.browser, server.address)
+                opened.server = server
+                yield opened
+            finally:
+                self.browser.close()
+                self.browser.switch_to.window(self.page.window)
+        finally:
+            server.stop()
 
     def tearDown(self):
         complaints = self.page.complaints()

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <optional>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -54,6 +56,23 @@ struct Browser::Impl
 {
     asio::io_context context;
     websocket::stream<Tcp::socket> stream{context};
+
+    /// Reads a message. Pings, which the server sends to who is silent, prolong nothing.
+    void read(beast::flat_buffer& buffer)
+    {
+        std::optional<Error> ended;
+        stream.async_read(buffer, [&](Error error, std::size_t) { ended = error; });
+        context.restart();
+        context.run_for(std::chrono::milliseconds(patience));
+        if (!ended) {
+            stream.next_layer().close();
+            context.run();
+            throw std::runtime_error("the studio sends nothing that this window waits for");
+        }
+        if (*ended) {
+            throw boost::system::system_error(*ended);
+        }
+    }
 };
 
 Browser::Browser(const std::string& text, const std::string& origin) : impl_(std::make_unique<Impl>())
@@ -92,7 +111,7 @@ void Browser::sendText(const std::string& text, bool isBinary)
 void Browser::receive()
 {
     beast::flat_buffer buffer;
-    impl_->stream.read(buffer);
+    impl_->read(buffer);
     const std::string bytes = beast::buffers_to_string(buffer.data());
     if (impl_->stream.got_text()) {
         Json message = Json::parse(bytes);

@@ -860,6 +860,74 @@ TEST_F(Studio, gives_effects_the_frames_before_that_they_read)
     stop();
 }
 
+TEST_F(Studio, says_from_which_frame_on_an_effect_draws_over_its_own_results)
+{
+    makeCountingClip("long.mp4", {"-c:v", "libx264", "-crf", "0", "-pix_fmt", "yuv420p"});
+    write("trail.fx",
+          "texture Input;\ntexture Trail : PREVIOUSRESULT;\n"
+          "sampler T = sampler_state { Texture = <Trail>; };\n"
+          "float step = 4;\n"
+          "float4 f(float2 uv : TEXCOORD0) : COLOR { return float4(tex2D(T, uv).rgb + step / 255, 1); }\n"
+          "technique T { pass P { PixelShader = compile ps_3_0 f(); } }\n");
+    start({"long.mp4", "trail.fx"});
+    Browser browser = window();
+    // How many frames the effect has drawn, if it began with that one.
+    const auto drawn = [&](int frame, int since) {
+        succeed(browser, {{"do", "seek"}, {"frame", frame}});
+        const Json probe = succeed(browser, {{"do", "probe"}, {"x", 9}, {"y", 9}});
+        browser.state([&](const Json& state) {
+            return state["frame"] == frame && state["chain"][0]["since"] == since;
+        });
+        const double begin =
+            std::round((4 + 2 * since) * 255 / 219.0); // the luma of the frame, in full range
+        return (probe["after"]["rgb8"][1].get<int>() - begin) / 4.0;
+    };
+    EXPECT_EQ(drawn(10, 10), 1);
+    EXPECT_EQ(drawn(11, 10), 2);
+    EXPECT_EQ(drawn(15, 10), 6) << "frames that were left out are drawn, as while it plays slowly";
+    EXPECT_EQ(drawn(40, 40), 1) << "so many are not";
+    EXPECT_EQ(drawn(39, 39), 1);
+    succeed(browser, {{"do", "set"}, {"link", link(browser)}, {"name", "step"}, {"values", {8}}});
+    EXPECT_EQ(drawn(39, 39), 2) << "a change draws its frame alone";
+    EXPECT_EQ(drawn(0, 0), 2);
+    stop();
+}
+
+TEST_F(Studio, tells_the_time_of_each_pass)
+{
+    makeClip();
+    write("split.fx", "texture Input;\ntexture Light;\ntexture Dark;\n"
+                      "sampler S = sampler_state { Texture = <Input>; };\n"
+                      "sampler L = sampler_state { Texture = <Light>; };\n"
+                      "sampler D = sampler_state { Texture = <Dark>; };\n"
+                      "struct Parts { float4 light : COLOR0; float4 dark : COLOR1; };\n"
+                      "Parts split(float2 uv : TEXCOORD0)\n"
+                      "{ Parts p; p.light = tex2D(S, uv); p.dark = p.light * 0.5; return p; }\n"
+                      "float4 join(float2 uv : TEXCOORD0) : COLOR { return tex2D(L, uv) - tex2D(D, uv); }\n"
+                      "technique T {\n"
+                      "    pass Split < string Target = \"Light\"; string Target1 = \"Dark\"; >\n"
+                      "    { PixelShader = compile ps_3_0 split(); }\n"
+                      "    pass Join { PixelShader = compile ps_3_0 join(); }\n"
+                      "}\n");
+    start({"clip.mp4", "qx-glow.fx", "split.fx"});
+    Browser browser = window();
+    const auto namesOf = [&](const Json& step) {
+        std::string names;
+        double sum = 0;
+        for (const Json& pass : step["passes"]) {
+            names += pass["name"].get<std::string>() + " ";
+            EXPECT_GT(pass["milliseconds"].get<double>(), 0.0) << step.dump();
+            sum += pass["milliseconds"].get<double>();
+        }
+        EXPECT_LE(sum, step["milliseconds"].get<double>() * 1.000001);
+        return names;
+    };
+    const Json state = browser.state([](const Json& each) { return each["chain"].size() == 2; });
+    EXPECT_EQ(namesOf(state["chain"][0]), "Bright Across Down Glow ");
+    EXPECT_EQ(namesOf(state["chain"][1]), "Split Join ") << "a pass with two results is one";
+    stop();
+}
+
 TEST_F(Studio, counts_scopes_of_the_frame_that_is_shown)
 {
     makeCountingClip("long.mp4", {"-c:v", "libx264", "-crf", "0", "-pix_fmt", "yuv420p"});

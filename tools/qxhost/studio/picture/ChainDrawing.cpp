@@ -65,24 +65,26 @@ std::vector<float> defaultValues(const Host::CompiledEffect::Parameter& paramete
 class DeviceTime
 {
 public:
-    explicit DeviceTime(bool measures) : isRunning_(measures && Host::gpuService().startTimer()) {}
+    explicit DeviceTime(bool measures) : isRunning_(measures && Host::gpuService().startPassTimer()) {}
     ~DeviceTime() { static_cast<void>(end()); }
     DeviceTime(const DeviceTime&) = delete;
     DeviceTime& operator=(const DeviceTime&) = delete;
 
-    /// In milliseconds; nothing if it cannot be measured.
-    std::optional<double> end()
+    /// Nothing if it cannot be measured.
+    std::optional<Host::GPUPassTimes> end()
     {
-        if (!std::exchange(isRunning_, false)) {
-            return {};
-        }
-        const std::optional<Host::GPUTime> time = Host::gpuService().stopTimer();
-        return time ? std::optional(time->busyMilliseconds) : std::nullopt;
+        return std::exchange(isRunning_, false) ? Host::gpuService().stopPassTimer() : std::nullopt;
     }
 
 private:
     bool isRunning_;
 };
+
+void takeTime(LinkStatus& status, std::optional<Host::GPUPassTimes> times)
+{
+    status.milliseconds = times ? std::optional(times->whole.busyMilliseconds) : std::nullopt;
+    status.passMilliseconds = times ? std::move(times->milliseconds) : std::vector<double>();
+}
 
 /// What the step is compiled from: its parameters are set later. Names without a folder are the catalogue's.
 std::vector<EffectRequest> requestsOf(LookLink link)
@@ -238,7 +240,7 @@ Image::Surface ChainDrawing::draw(const Look& look, const Image::Surface& pictur
             DeviceTime time(measures);
             current = link.chain->apply(current, current.getGPUSurface()->getFormat(), facts);
             if (measures) {
-                link.status.milliseconds = time.end();
+                takeTime(link.status, time.end());
             }
             news_ += link.status.failure ? 1U : 0U;
             link.status.failure.reset();
@@ -266,11 +268,15 @@ int ChainDrawing::framesBefore(const Look& look) const
 
 bool ChainDrawing::isRecursive(const Look& look) const
 {
-    return std::any_of(look.links.begin(), look.links.end(), [&](const LookLink& link) {
-        const auto found = links_.find(link.id);
-        return link.on && found != links_.end() && found->second.chain &&
-               !found->second.chain->recursiveEffect().empty();
-    });
+    return std::any_of(look.links.begin(), look.links.end(),
+                       [this](const LookLink& link) { return isRecursive(link); });
+}
+
+bool ChainDrawing::isRecursive(const LookLink& link) const
+{
+    const auto found = links_.find(link.id);
+    return link.on && found != links_.end() && found->second.chain &&
+           !found->second.chain->recursiveEffect().empty();
 }
 
 void ChainDrawing::forgetFrames()

@@ -35,6 +35,7 @@ struct LinkStatus
     std::vector<std::string> warnings;
     std::map<std::string, std::string> refused; ///< parameters that could not be set, each with the reason
     std::optional<double> milliseconds;         ///< of the device, for the last draw that was measured
+    std::vector<double> passMilliseconds;       ///< the same for each pass; empty if they are not known
 };
 
 /// Draws a look: each step by itself, so that a change to one compiles no other. For the thread that draws.
@@ -53,8 +54,9 @@ public:
     /// How many frames before a frame the look needs.
     int framesBefore(const Look& look) const;
 
-    /// Whether it draws over its own results, and so needs all frames before.
+    /// Whether the look, or a step of it, draws over its own results, and so needs all frames before.
     bool isRecursive(const Look& look) const;
+    bool isRecursive(const LookLink& link) const;
 
     /// The next frame is not the one after the last.
     void forgetFrames();

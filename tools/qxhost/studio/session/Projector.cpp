@@ -11,9 +11,20 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// Frames that are drawn though they are not shown, so that effects that draw over their own results miss
+/// none while it plays slowly.
+constexpr std::int64_t mostCaughtUp = 8;
+
 double millisecondsSince(Clock::time_point begin)
 {
     return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+/// How many frames are between the last one, drawn with the same look, and this; -1 if it does not follow.
+std::int64_t framesMissed(const Projector::Wish& wish, const std::optional<Projector::Wish>& last)
+{
+    return last && wish.frame > last->frame && wish.version == last->version ? wish.frame - last->frame - 1
+                                                                             : -1;
 }
 
 } // namespace
@@ -57,18 +68,22 @@ Host::FrameFacts Projector::factsOf(const ClipFrames::Found& found) const
             .number = found.number};
 }
 
-/// Whether the frame follows the last one, drawn with the same look.
-bool Projector::isNext(const Wish& wish) const
-{
-    return last_ && wish.frame == last_->frame + 1 && wish.version == last_->version;
-}
-
 /// Draws the frames before that the look reads.
-void Projector::runUp(const Wish& wish, const Look& look)
+void Projector::runUp(const Wish& wish, const std::optional<Wish>& last, const Look& look)
 {
-    chain_.forgetFrames();
+    const bool isRecursive = chain_.isRecursive(look);
     const std::int64_t before = chain_.framesBefore(look);
-    for (std::int64_t i = std::max<std::int64_t>(wish.frame - before, 0); i < wish.frame; ++i) {
+    if (!isRecursive && before == 0) {
+        return;
+    }
+    const std::int64_t missed = framesMissed(wish, last);
+    std::int64_t first = wish.frame - missed;
+    if (missed < 0 || missed > (isRecursive ? mostCaughtUp : 0)) {
+        chain_.forgetFrames();
+        first = std::max<std::int64_t>(wish.frame - before, 0);
+        since_ = first;
+    }
+    for (std::int64_t i = first; i < wish.frame; ++i) {
         const ClipFrames::Found found = frameAt(i);
         chain_.draw(look, pictureOf(found), factsOf(found), false);
     }
@@ -81,12 +96,8 @@ void Projector::show(const Wish& wish, const Look& look)
     if (isSamePicture && last_->version == wish.version) {
         return;
     }
-    const bool looksBack = chain_.framesBefore(look) > 0 || chain_.isRecursive(look);
-    const bool needsRunUp = looksBack && !isNext(wish);
-    last_.reset(); // until everything has succeeded
-    if (needsRunUp) {
-        runUp(wish, look);
-    }
+    const std::optional<Wish> last = std::exchange(last_, std::nullopt); // until everything has succeeded
+    runUp(wish, last, look);
     const Clock::time_point begin = Clock::now();
     if (!isSamePicture) {
         shown_ = frameAt(wish.frame);

@@ -57,6 +57,8 @@ public:
     std::int64_t number() const { return shown_.number; }
     std::int64_t frame() const { return shown_.index; }
     const Times& times() const { return times_; }
+    /// The frame that effects which draw over their own results have been drawn from, without a gap.
+    std::int64_t since() const { return since_; }
 
     /// The picture of the shown frame after another look, to which `chain` has been fitted, of that size.
     /// Throws Failure (device).
@@ -78,8 +80,7 @@ private:
     ClipFrames::Found frameAt(std::int64_t index);
     Image::Surface pictureOf(const ClipFrames::Found& found);
     Host::FrameFacts factsOf(const ClipFrames::Found& found) const;
-    bool isNext(const Wish& wish) const;
-    void runUp(const Wish& wish, const Look& look);
+    void runUp(const Wish& wish, const std::optional<Wish>& last, const Look& look);
 
     ClipFrames clip_;
     Scene scene_;
@@ -87,6 +88,7 @@ private:
     ChainDrawing chain_;
     ClipFrames::Found shown_;
     std::optional<Wish> last_; ///< that before_ and after_ show; empty if they show none
+    std::int64_t since_ = 0;
     Image::Surface before_;
     Image::Surface after_;
     Times times_;

@@ -50,8 +50,8 @@ Json errorOf(const LinkStatus& status)
     return status.failure ? Json{{"text", *status.failure}, {"messages", Json::array()}} : Json();
 }
 
-/// The passes of the technique that is drawn. One alone takes the time of the step; several are not told
-/// apart.
+/// The passes of the technique that is drawn, as the file has them: one that draws several results was
+/// compiled to as many, that of the first colour last.
 Json passesOf(const LinkStatus& status)
 {
     Json passes = Json::array();
@@ -60,10 +60,16 @@ Json passesOf(const LinkStatus& status)
     if (technique == nullptr) {
         return passes;
     }
-    const bool isKnown = technique->passes.size() == 1 && status.milliseconds.has_value();
-    for (const Host::CompiledEffect::Pass& pass : technique->passes) {
-        passes.push_back(
-            {{"name", pass.name}, {"milliseconds", isKnown ? Json(*status.milliseconds) : Json()}});
+    const std::vector<double>& times = status.passMilliseconds;
+    const bool isKnown = times.size() == technique->passes.size();
+    double milliseconds = 0;
+    for (std::size_t i = 0; i < technique->passes.size(); ++i) {
+        const Host::CompiledEffect::Pass& pass = technique->passes[i];
+        milliseconds += isKnown ? times[i] : 0;
+        if (pass.result == 0) {
+            passes.push_back({{"name", pass.name}, {"milliseconds", isKnown ? Json(milliseconds) : Json()}});
+            milliseconds = 0;
+        }
     }
     return passes;
 }
@@ -122,6 +128,7 @@ Json Session::Worker::linkState(const LookLink& link) const
     }
     state["milliseconds"] = status.milliseconds ? Json(*status.milliseconds) : Json();
     state["passes"] = passesOf(status);
+    state["since"] = projector_.chain().isRecursive(link) ? Json(projector_.since()) : Json();
     state["parameters"] = parameters;
     return state;
 }

@@ -276,6 +276,7 @@ void Session::Worker::drawFrame()
         measuredAt_ = now;
     }
     const std::uint64_t news = projector_.chain().news();
+    const std::int64_t since = projector_.since();
     std::string problem;
     try {
         projector_.show({.frame = playback_.frame(), .version = drawVersion_, .measures = measures},
@@ -284,7 +285,7 @@ void Session::Worker::drawFrame()
         problem = failure.what();
         playback_.pause();
     }
-    if (problem != problem_ || projector_.chain().news() != news) {
+    if (problem != problem_ || projector_.chain().news() != news || projector_.since() != since) {
         problem_ = problem;
         changed();
     }

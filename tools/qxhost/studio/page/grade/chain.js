@@ -67,6 +67,7 @@ class Row {
             onclick: () => studio.tell('remove', {link: this.id, change: studio.nextChange()})
         });
         this.error = element('div', {class: 'link-error', role: 'alert', hidden: true});
+        this.note = element('p', {class: 'link-note quiet', hidden: true});
         this.body = element('div', {class: 'link-body', id: `link-${link.id}`, hidden: true});
         this.open.setAttribute('aria-controls', this.body.id);
         this.root = element(
@@ -74,6 +75,7 @@ class Row {
             {class: 'link', 'data-link': link.id},
             element('div', {class: 'link-head'}, this.grip, this.on, this.open, this.time, this.remove),
             this.error,
+            this.note,
             this.body
         );
         this.#watchDragging();
@@ -131,6 +133,12 @@ class Row {
             .map((pass) => `${pass.name}: ${pass.milliseconds.toFixed(2)} ms`)
             .join('\n');
         this.#showError(link);
+        this.note.hidden = !(link.since > 0);
+        setText(
+            this.note,
+            `Draws over its own result of the frame before, and has been drawn since frame ${link.since}. ` +
+                'A conversion draws it from its first frame on: play from there to see the same.'
+        );
         this.body.hidden = !isOpen;
         if (!isOpen) return;
         if (!this.controls) this.#fill(link);
@@ -140,7 +148,7 @@ class Row {
 
     #showError(link) {
         const texts = [...(link.error ? [link.error.text] : []), ...(link.warnings ?? [])];
-        const wanted = JSON.stringify(link.error ?? link.warnings ?? '');
+        const wanted = JSON.stringify([link.error, texts]);
         if (this.error.dataset.shown === wanted) return;
         this.error.dataset.shown = wanted;
         this.error.hidden = texts.length === 0;

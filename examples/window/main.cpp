@@ -1,6 +1,6 @@
 // Plays a clip through an effect in a window. The application makes its own Vulkan device and lends it to the
-// host; the library decodes and grades on it, and the swapchain copies from the result. After the upload of a
-// decoded frame no picture leaves the device.
+// host; the library converts and grades on it, and the swapchain copies from the result. After the upload of
+// a decoded frame no picture leaves the device.
 //
 //   window CLIP [EFFECT.fx] [--frames N] [--hold]
 //

@@ -466,6 +466,35 @@ TEST_F(DeviceSharingTest, AServiceThatStillHasHostImagesSaysThatItHoldsTheDevice
     EXPECT_FALSE(service->holdsDevice());
 }
 
+TEST_F(DeviceSharingTest, ASemaphoreThatIsNotSignalledDelaysTheShutdownNoLongerThanItsLimit)
+{
+    const Application lender;
+    VkDevice device = lender.shared().device;
+    VkSemaphore semaphore = semaphoreOn(device, VK_SEMAPHORE_TYPE_TIMELINE);
+    GPUOptions options;
+    options.sharedDevice = std::make_shared<const ApplicationDevice>(lender.shared());
+    options.shutdownLimit = std::chrono::milliseconds(50);
+    GPUService service(options);
+    const Qx::Ptr<iGPUImage> image = service.createGPUImage(oddSize, iGPUImage::eARGB8);
+    ImageSharing sharing(service);
+    const auto given = sharing.giveImage(image, VK_IMAGE_LAYOUT_GENERAL);
+    ASSERT_TRUE(given && sharing.wait(*given));
+    ASSERT_TRUE(sharing.takeImage(image, given->layout, {semaphore, 1}));
+    service.shutdown();
+    EXPECT_TRUE(service.holdsDevice());
+    EXPECT_NE(takeLog().find("did not finish within 50 ms"), std::string::npos);
+
+    VkSemaphoreSignalInfo signal{};
+    signal.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SIGNAL_INFO;
+    signal.semaphore = semaphore;
+    signal.value = 1;
+    ASSERT_EQ(vkSignalSemaphore(device, &signal), VK_SUCCESS);
+    ASSERT_EQ(vkDeviceWaitIdle(device), VK_SUCCESS);
+    service.shutdown();
+    EXPECT_FALSE(service.holdsDevice());
+    vkDestroySemaphore(device, semaphore, nullptr);
+}
+
 TEST_F(DeviceSharingTest, TwoServicesShareOneDevice)
 {
     const std::unique_ptr<GPUService> second = serviceOn(application().shared());

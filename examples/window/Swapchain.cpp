@@ -159,7 +159,8 @@ bool Swapchain::make(VkExtent2D wanted, std::string& failure)
     for (std::uint32_t i = 0; i < count; ++i) {
         drawn_.push_back(makeSemaphore(vulkan_.device, VK_SEMAPHORE_TYPE_BINARY));
     }
-    return true;
+    failure = "the device has no memory for a window";
+    return std::find(drawn_.begin(), drawn_.end(), nullptr) == drawn_.end();
 }
 
 bool Swapchain::waitFor(std::uint64_t value)

@@ -1,6 +1,6 @@
 // Plays a clip through an effect in a window. The application makes its own Vulkan device and lends it to the
-// host; the library decodes and grades on it, and the swapchain copies from the result. After the upload of a
-// decoded frame no picture leaves the device.
+// host; the library converts and grades on it, and the swapchain copies from the result. After the upload of
+// a decoded frame no picture leaves the device.
 //
 //   window CLIP [EFFECT.fx] [--frames N] [--hold]
 //
@@ -24,6 +24,7 @@
 #include <cstdio>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -102,13 +103,18 @@ public:
         while (SDL_PollEvent(&event) != 0) {
             const bool escape = event.type == SDL_KEYDOWN && event.key.keysym.sym == SDLK_ESCAPE;
             isOpen_ = isOpen_ && event.type != SDL_QUIT && !escape;
+            isStale_ = isStale_ || event.type == SDL_WINDOWEVENT;
         }
         return isOpen_;
     }
 
+    /// Whether it was resized or uncovered since the last call.
+    bool takeStale() { return std::exchange(isStale_, false); }
+
 private:
     SDL_Window* window_ = nullptr;
     bool isOpen_ = true;
+    bool isStale_ = false;
 };
 
 /// What happens to a decoded frame on the device.
@@ -174,36 +180,64 @@ private:
     Qx::Ptr<iShaderEffect> order_;
 };
 
-/// Shows frame after frame. Returns the number of those shown; -1, with the reason, if the device failed.
-long play(const Arguments& arguments, Clip& clip, Grading& grading, Window& window, Swapchain& swapchain,
-          std::string& failure)
+/// The clip in the window.
+class Player
 {
-    Qx::Host::ImageSharing sharing(Qx::Host::gpuService());
-    const VkExtent2D size{clip.width(), clip.height()};
-    const std::chrono::duration<double> period(1.0 / clip.framesPerSecond());
-    const auto start = std::chrono::steady_clock::now();
-    long shown = 0;
-    while (shown != arguments.frames && window.isOpen()) {
-        const Qx::Ptr<iGPUImage> picture = grading.next(clip);
-        if (!picture) {
-            break;
-        }
-        // The picture is the application's until the window has it.
-        const auto given = sharing.giveImage(picture, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
-        const auto read = given ? swapchain.show(*given, size) : std::nullopt;
-        if (!read || !sharing.takeImage(picture, given->layout, *read)) {
-            failure = "a frame could not be shown; see the host's log";
-            return -1;
-        }
-        ++shown;
-        std::this_thread::sleep_until(start + shown * period);
+public:
+    Player(Clip& clip, Window& window, Swapchain& swapchain)
+        : clip_(clip), window_(window), swapchain_(swapchain), sharing_(Qx::Host::gpuService())
+    {
     }
-    if (Qx::Host::gpuService().isLost()) {
-        failure = "the device was lost; see the host's log";
-        return -1;
+
+    /// Shows frame after frame, `frames` at most unless it is negative. Returns the number of those shown;
+    /// -1 if the device failed.
+    long play(Grading& grading, long frames)
+    {
+        const std::chrono::duration<double> period(1.0 / clip_.framesPerSecond());
+        const auto start = std::chrono::steady_clock::now();
+        long shown = 0;
+        while (shown != frames && window_.isOpen()) {
+            Qx::Ptr<iGPUImage> picture = grading.next(clip_);
+            if (!picture) {
+                break;
+            }
+            last_ = picture;
+            if (!show()) {
+                return -1;
+            }
+            ++shown;
+            std::this_thread::sleep_until(start + shown * period);
+        }
+        return Qx::Host::gpuService().isLost() ? -1 : shown;
     }
-    return shown;
-}
+
+    /// Keeps the last frame in the window until that is closed. False if the device failed.
+    bool hold()
+    {
+        while (last_ && window_.isOpen()) {
+            if (window_.takeStale() && !show()) {
+                return false;
+            }
+            SDL_Delay(20);
+        }
+        return true;
+    }
+
+private:
+    /// The picture is the application's until the window has it.
+    bool show()
+    {
+        const auto given = sharing_.giveImage(last_, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
+        const auto read = given ? swapchain_.show(*given, {clip_.width(), clip_.height()}) : std::nullopt;
+        return read && sharing_.takeImage(last_, given->layout, *read);
+    }
+
+    Clip& clip_;
+    Window& window_;
+    Swapchain& swapchain_;
+    Qx::Host::ImageSharing sharing_;
+    Qx::Ptr<iGPUImage> last_;
+};
 
 int run(int argc, char** argv, const Arguments& arguments)
 {
@@ -230,14 +264,16 @@ int run(int argc, char** argv, const Arguments& arguments)
             failure = Qx::Host::gpuService().failure();
         } else if (grading.load(arguments.effect, failure) &&
                    swapchain.open({clip->width(), clip->height()}, failure)) {
-            shown = play(arguments, *clip, grading, window, swapchain, failure);
-        }
-        if (shown >= 0) {
-            std::printf("%ld frames shown, %u x %u\n", shown, clip->width(), clip->height());
-            std::fflush(stdout);
-        }
-        while (shown > 0 && arguments.holds && window.isOpen()) {
-            SDL_Delay(20);
+            Player player(*clip, window, swapchain);
+            shown = player.play(grading, arguments.frames);
+            if (shown >= 0) {
+                std::printf("%ld frames shown, %u x %u\n", shown, clip->width(), clip->height());
+                std::fflush(stdout);
+            }
+            if (shown < 0 || (arguments.holds && !player.hold())) {
+                failure = "a frame could not be shown; see the host's log";
+                shown = -1;
+            }
         }
     }
     Qx::Host::stop(); // before the device is destroyed

@@ -174,7 +174,8 @@ public:
 
     /// Gives an exportable image away with its memory, for another process or interface to import: blocks
     /// until the device has finished it. takeImage() takes it back, in the layout GENERAL, when the other one
-    /// has finished and has passed it on in turn. Ownership of the descriptor passes to the caller. Empty on failure.
+    /// has finished and has passed it on in turn. Ownership of the descriptor passes to the caller. Empty on
+    /// failure.
     std::optional<ExportedImage> exportImage(const Qx::Ptr<iGPUImage>& image);
 
     /// Returns an image in memory that was exported, by this process or another, from the same device and

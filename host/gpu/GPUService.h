@@ -107,8 +107,9 @@ public:
     bool isLost();
 
     /// Whether objects of the service are left on its device. An application that shares its device destroys
-    /// it when shutdown() has returned and this is false. If it is true then, host images that were mapped are
-    /// still held: release them and call shutdown() again. Or the device did not finish in time.
+    /// it when shutdown() has returned and this is false. If it is true then, host images that were mapped
+    /// are still held, or the device did not finish in time: release them, signal what it waits for, and call
+    /// shutdown() again.
     bool holdsDevice();
 
     /// For tests: the next `before` allocations of device memory succeed, then `failures` of them fail.

@@ -98,7 +98,7 @@ TEST_F(WindowExample, shows_the_frame_that_convert_gives)
 
     Running program(command(display, {"clip.mkv", "negative.fx", "--frames", "3", "--hold"}),
                     temporary_.path());
-    for (int i = 0; i < 1200 && program.isRunning() && program.outputSoFar().empty(); ++i) {
+    for (int i = 0; i < 6000 && program.isRunning() && program.outputSoFar().empty(); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     EXPECT_EQ(program.outputSoFar(), "3 frames shown, 160 x 96\n") << program.errorSoFar();

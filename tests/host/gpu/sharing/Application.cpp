@@ -301,7 +301,7 @@ Host::ApplicationImage Application::makeImage(XY<int> size, VkFormat format, VkI
 }
 
 std::uint64_t Application::submit(const std::function<void(VkCommandBuffer)>& record,
-                                  const Host::DevicePoint& after)
+                                  const Host::DevicePoint& after, VkSemaphore binary)
 {
     VkCommandPoolCreateInfo poolInfo{};
     poolInfo.sType = VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO;
@@ -325,8 +325,9 @@ std::uint64_t Application::submit(const std::function<void(VkCommandBuffer)>& re
     wait.semaphore = after.semaphore;
     wait.value = after.value;
     wait.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
-    VkSemaphoreSubmitInfo signal = wait;
-    signal.semaphore = timeline_;
+    std::array<VkSemaphoreSubmitInfo, 2> signals{wait, wait};
+    signals[0].semaphore = timeline_;
+    signals[1].semaphore = binary;
     VkCommandBufferSubmitInfo buffer{};
     buffer.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_SUBMIT_INFO;
     buffer.commandBuffer = commands;
@@ -336,12 +337,12 @@ std::uint64_t Application::submit(const std::function<void(VkCommandBuffer)>& re
     info.pWaitSemaphoreInfos = &wait;
     info.commandBufferInfoCount = 1;
     info.pCommandBufferInfos = &buffer;
-    info.signalSemaphoreInfoCount = 1;
-    info.pSignalSemaphoreInfos = &signal;
+    info.signalSemaphoreInfoCount = binary != nullptr ? 2 : 1;
+    info.pSignalSemaphoreInfos = signals.data();
     const std::lock_guard queueLock(queueMutex_);
     const std::lock_guard lock(mutex_);
     pools_.push_back(pool);
-    signal.value = ++value_;
+    signals[0].value = ++value_;
     check(vkQueueSubmit2(queue_, 1, &info, nullptr), "submitting");
     return value_;
 }
@@ -357,7 +358,7 @@ void Application::wait(std::uint64_t value)
 }
 
 Host::DevicePoint Application::write(const Host::ApplicationImage& image, const Bytes& bytes,
-                                     VkImageLayout layout)
+                                     VkImageLayout layout, VkSemaphore binary)
 {
     const Buffer buffer = makeBuffer(bytes.size());
     std::memcpy(buffer.mapped, bytes.data(), bytes.size());
@@ -372,7 +373,7 @@ Host::DevicePoint Application::write(const Host::ApplicationImage& image, const 
                 changeLayout(commands, image.image, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, layout);
             }
         },
-        {});
+        {}, binary);
     return {timeline_, value};
 }
 

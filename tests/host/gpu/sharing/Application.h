@@ -45,8 +45,9 @@ public:
     Host::ApplicationImage makeImage(XY<int> size, VkFormat format, VkImageCreateFlags flags = 0);
 
     /// Copies texels into an image on the device and leaves it in that layout; what it held is lost. The
-    /// device need not have finished: the result says when it has.
-    Host::DevicePoint write(const Host::ApplicationImage& image, const Bytes& bytes, VkImageLayout layout);
+    /// device need not have finished: the result says when it has, and a binary semaphore if one is given.
+    Host::DevicePoint write(const Host::ApplicationImage& image, const Bytes& bytes, VkImageLayout layout,
+                            VkSemaphore binary = nullptr);
 
     /// Waits on the device until the image is ready, and reads its texels. It is left in its layout.
     Bytes read(const Host::GivenImage& given, XY<int> size, std::size_t bytesPerTexel);
@@ -70,7 +71,8 @@ private:
     Buffer makeBuffer(VkDeviceSize bytes);
     VkDeviceMemory allocate(const VkMemoryRequirements& requirements, VkMemoryPropertyFlags wanted);
     /// Records and submits; returns the value that the application's timeline has once it is done.
-    std::uint64_t submit(const std::function<void(VkCommandBuffer)>& record, const Host::DevicePoint& after);
+    std::uint64_t submit(const std::function<void(VkCommandBuffer)>& record, const Host::DevicePoint& after,
+                         VkSemaphore binary = nullptr);
     void wait(std::uint64_t value);
 
     Host::ApplicationDevice shared_;

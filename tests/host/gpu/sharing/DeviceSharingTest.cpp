@@ -106,6 +106,19 @@ private:
     std::unique_ptr<GPUService> theirs_;
 };
 
+VkSemaphore semaphoreOn(VkDevice device, VkSemaphoreType kind)
+{
+    VkSemaphoreTypeCreateInfo type{};
+    type.sType = VK_STRUCTURE_TYPE_SEMAPHORE_TYPE_CREATE_INFO;
+    type.semaphoreType = kind;
+    VkSemaphoreCreateInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO;
+    info.pNext = &type;
+    VkSemaphore semaphore = nullptr;
+    EXPECT_EQ(vkCreateSemaphore(device, &info, nullptr, &semaphore), VK_SUCCESS);
+    return semaphore;
+}
+
 struct Kind
 {
     VkFormat vulkan;
@@ -229,16 +242,8 @@ TEST_F(DeviceSharingTest, AnotherThreadOfTheApplicationSubmitsToTheSameQueue)
 TEST_F(DeviceSharingTest, WorkWaitsForTheApplicationsSemaphore)
 {
     // Signalled by the host after the service's work was submitted: nothing is drawn before.
-    VkSemaphoreTypeCreateInfo type{};
-    type.sType = VK_STRUCTURE_TYPE_SEMAPHORE_TYPE_CREATE_INFO;
-    type.semaphoreType = VK_SEMAPHORE_TYPE_TIMELINE;
-    VkSemaphoreCreateInfo info{};
-    info.sType = VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO;
-    info.pNext = &type;
-    VkSemaphore semaphore = nullptr;
     VkDevice device = application().shared().device;
-    ASSERT_EQ(vkCreateSemaphore(device, &info, nullptr, &semaphore), VK_SUCCESS);
-
+    VkSemaphore semaphore = semaphoreOn(device, VK_SEMAPHORE_TYPE_TIMELINE);
     const Qx::Ptr<iShaderEffect> light = lightOf(theirs());
     const ApplicationImage image = application().makeImage(fittingSize, VK_FORMAT_R8G8B8A8_UNORM);
     const Bytes texels = noise(bytesOf(fittingSize, iGPUImage::eARGB8));
@@ -258,6 +263,32 @@ TEST_F(DeviceSharingTest, WorkWaitsForTheApplicationsSemaphore)
     signal.value = 7;
     ASSERT_EQ(vkSignalSemaphore(device, &signal), VK_SUCCESS);
     EXPECT_EQ(application().read(*given, fittingSize, 4), unshared(fittingSize, iGPUImage::eARGB8, texels));
+    theirs().shutdown();
+    vkDestroySemaphore(device, semaphore, nullptr);
+}
+
+TEST_F(DeviceSharingTest, ABinarySemaphoreCanBeUsedAgainAfterTheHandover)
+{
+    const Qx::Ptr<iShaderEffect> light = lightOf(theirs());
+    VkDevice device = application().shared().device;
+    VkSemaphore semaphore = semaphoreOn(device, VK_SEMAPHORE_TYPE_BINARY);
+    const ApplicationImage image = application().makeImage(oddSize, VK_FORMAT_R8G8B8A8_UNORM);
+    const Qx::Ptr<iGPUImage> target = theirs().createGPUImage(oddSize, iGPUImage::eARGB8);
+    Qx::Ptr<iGPUImage> source;
+    for (std::uint32_t round = 0; round < 3; ++round) {
+        const Bytes texels = noise(bytesOf(oddSize, iGPUImage::eARGB8), round);
+        application().write(image, texels, VK_IMAGE_LAYOUT_GENERAL, semaphore);
+        if (!source) {
+            source = sharing().wrapImage(image, VK_IMAGE_LAYOUT_GENERAL, {semaphore, 0});
+        } else {
+            ASSERT_TRUE(sharing().takeImage(source, VK_IMAGE_LAYOUT_GENERAL, {semaphore, 0}));
+        }
+        ASSERT_TRUE(draw(light, source, target));
+        const auto given = sharing().giveImage(target, VK_IMAGE_LAYOUT_GENERAL);
+        EXPECT_EQ(application().read(*given, oddSize, 4), unshared(oddSize, iGPUImage::eARGB8, texels));
+        ASSERT_TRUE(sharing().takeImage(target, given->layout, {}));
+        ASSERT_TRUE(sharing().wait(*sharing().giveImage(source, VK_IMAGE_LAYOUT_GENERAL)));
+    }
     theirs().shutdown();
     vkDestroySemaphore(device, semaphore, nullptr);
 }
@@ -433,6 +464,35 @@ TEST_F(DeviceSharingTest, AServiceThatStillHasHostImagesSaysThatItHoldsTheDevice
     EXPECT_TRUE(service->holdsDevice());
     service->shutdown();
     EXPECT_FALSE(service->holdsDevice());
+}
+
+TEST_F(DeviceSharingTest, ASemaphoreThatIsNotSignalledDelaysTheShutdownNoLongerThanItsLimit)
+{
+    const Application lender;
+    VkDevice device = lender.shared().device;
+    VkSemaphore semaphore = semaphoreOn(device, VK_SEMAPHORE_TYPE_TIMELINE);
+    GPUOptions options;
+    options.sharedDevice = std::make_shared<const ApplicationDevice>(lender.shared());
+    options.shutdownLimit = std::chrono::milliseconds(50);
+    GPUService service(options);
+    const Qx::Ptr<iGPUImage> image = service.createGPUImage(oddSize, iGPUImage::eARGB8);
+    ImageSharing sharing(service);
+    const auto given = sharing.giveImage(image, VK_IMAGE_LAYOUT_GENERAL);
+    ASSERT_TRUE(given && sharing.wait(*given));
+    ASSERT_TRUE(sharing.takeImage(image, given->layout, {semaphore, 1}));
+    service.shutdown();
+    EXPECT_TRUE(service.holdsDevice());
+    EXPECT_NE(takeLog().find("did not finish within 50 ms"), std::string::npos);
+
+    VkSemaphoreSignalInfo signal{};
+    signal.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SIGNAL_INFO;
+    signal.semaphore = semaphore;
+    signal.value = 1;
+    ASSERT_EQ(vkSignalSemaphore(device, &signal), VK_SUCCESS);
+    ASSERT_EQ(vkDeviceWaitIdle(device), VK_SUCCESS);
+    service.shutdown();
+    EXPECT_FALSE(service.holdsDevice());
+    vkDestroySemaphore(device, semaphore, nullptr);
 }
 
 TEST_F(DeviceSharingTest, TwoServicesShareOneDevice)

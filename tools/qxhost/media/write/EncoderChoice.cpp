@@ -309,7 +309,7 @@ std::string noPixelFormat(const std::string& name)
 std::string ditherIsIdle(const AVCodecContext& encoder, const OutputSettings& settings)
 {
     const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(encoder.pix_fmt);
-    if (!settings.dither || settings.stored || !format || format->comp[0].depth <= 8) {
+    if (settings.dither == Dither::none || settings.stored || !format || format->comp[0].depth <= 8) {
         return {};
     }
     return "nothing is dithered: the codes of " + std::string(format->name) +

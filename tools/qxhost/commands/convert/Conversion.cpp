@@ -958,11 +958,6 @@ void refuseUnsplittable(const Conversion& conversion, const EffectChain& effects
 {
     const ConvertOptions& options = conversion.options;
     const auto fail = [](const std::string& text) { throw Failure(ExitCode::usage, text); };
-    if (options.sequence.missing == Media::MissingPictures::hold ||
-        options.sequence.missing == Media::MissingPictures::black) {
-        fail("--missing: gaps cannot be filled where the conversion is split; leave out --segments, or "
-             "--missing");
-    }
     if (!options.filters.after.empty()) {
         fail("--after: what its filters make of a frame may depend on others, so the conversion cannot be "
              "split; leave out --segments, or use --resize, --crop or --pad");

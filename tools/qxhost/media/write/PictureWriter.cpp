@@ -151,6 +151,9 @@ PictureWriter::PictureWriter(const std::filesystem::path& file, const OutputSett
     if (std::string idle = ditherIsIdle(encoder_.context(), settings); !idle.empty()) {
         warnings_.push_back(std::move(idle));
     }
+    if (std::string steps = highDynamicRangeSteps(encoder_.context(), settings); !steps.empty()) {
+        warnings_.push_back(std::move(steps));
+    }
     if (settings.rgbRange == Range::video && ComponentRows(encoder_.context().pix_fmt).isRgb()) {
         warnings_.push_back("colour tags (range video) are left out: " + encoder_.description() +
                             " does not hold them, and readers assume full range; read it with --range video");

@@ -222,6 +222,59 @@ TEST_F(KeptFrames, PairsOfFewerBitsAreTheNearestCodes)
     EXPECT_TRUE(read(at("out.raw")) == wanted);
 }
 
+TEST_F(KeptFrames, AlphaIsKeptBesideTheCodesThatWereDecoded)
+{
+    const std::string opacity = ",format=yuva444p10le,geq=lum='lum(X,Y)':cb='cb(X,Y)':cr='cr(X,Y)':"
+                                "a='mod(X*15+Y*33,1024)',setparams=range=tv:colorspace=bt709";
+    makeClip("yuv444p10le", "null" + opacity);
+    const nlohmann::json run =
+        report({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", "yuva444p10le"});
+    EXPECT_EQ(run["codesKept"], true);
+    EXPECT_EQ(run["alpha"], "straight");
+    EXPECT_TRUE(codes("out.mkv", "null") == codes("in.mkv", "null"));
+    // ProRes of it is that of ffmpeg, and again the same.
+    ffmpeg({"-i", "in.mkv", "-c:v", "prores_ks", "-profile:v", "4444", "-vendor", "apl0", "theirs.mov"});
+    EXPECT_EQ(report({"in.mkv", "ours.mov"})["codesKept"], true);
+    EXPECT_TRUE(codes("ours.mov", "null") == codes("theirs.mov", "null"));
+    EXPECT_NE(probe("ours.mov", "pix_fmt").find("yuva444p"), std::string::npos)
+        << probe("ours.mov", "pix_fmt");
+}
+
+TEST_F(KeptFrames, AlphaOfOtherBitsHasTheNearestLevel)
+{
+    makeClip("yuv420p", "format=yuva420p,geq=lum='lum(X,Y)':cb='cb(X,Y)':cr='cr(X,Y)':a='mod(X+Y*5,256)',"
+                        "setparams=range=tv:colorspace=bt709");
+    EXPECT_EQ(report({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", "yuva444p10le"})["codesKept"],
+              true);
+    EXPECT_TRUE(codes("out.mkv", "format=yuv444p10le") ==
+                codes("in.mkv", "format=yuv420p,zscale=filter=bicubic:dither=none,format=yuv444p10le"));
+    const std::string given = codes("in.mkv", "extractplanes=a,format=gray");
+    const std::vector<unsigned> made = wordsOf(codes("out.mkv", "extractplanes=a,format=gray10le"));
+    ASSERT_EQ(made.size(), given.size());
+    for (std::size_t i = 0; i < made.size(); ++i) {
+        const unsigned code = static_cast<std::uint8_t>(given[i]);
+        EXPECT_EQ(made[i], (code * 1023 + 127) / 255) << i;
+    }
+}
+
+TEST_F(KeptFrames, AlphaThatTheOutputCannotHoldIsLeftOutAndTheCodesStay)
+{
+    makeClip("yuv420p", "format=yuva420p,setparams=range=tv:colorspace=bt709");
+    const Outcome outcome =
+        convert({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", "yuv420p", "--json"});
+    EXPECT_EQ(nlohmann::json::parse(outcome.out)["codesKept"], true);
+    EXPECT_NE(outcome.err.find("alpha is left out"), std::string::npos) << outcome.err;
+    EXPECT_TRUE(codes("out.mkv", "null") == codes("in.mkv", "format=yuv420p"));
+    const Outcome none =
+        convert({"in.mkv", "none.mkv", "--codec", "ffv1", "--pixel-format", "yuv420p", "--alpha", "none"});
+    EXPECT_EQ(none.err.find("alpha is left out"), std::string::npos) << none.err;
+    EXPECT_TRUE(codes("none.mkv", "null") == codes("in.mkv", "format=yuv420p"));
+    // What is multiplied by its alpha is divided by it, for which it is drawn.
+    EXPECT_EQ(report({"in.mkv", "out.mkv", "--codec", "ffv1", "--pixel-format", "yuva420p", "--alpha",
+                      "premultiplied"})["codesKept"],
+              false);
+}
+
 TEST_F(KeptFrames, WhatIsNotDrawnNeedsNoDevice)
 {
     makeClip("yuv422p10le");

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <tuple>
 
 namespace Qx::System {
 
@@ -263,7 +264,7 @@ TEST_F(Pipes, what_cannot_be_piped_is_refused)
         EXPECT_EQ(read(at("refused.out")), "");
     };
     expect("clip.mkv - --container mp4", "2", "mov is written in fragments");
-    expect("clip.mkv - --container avi", "2", "expected nut, mkv, mov, webm, ts, y4m or raw");
+    expect("clip.mkv - --container avi", "2", "expected nut, mkv, mov, webm, ts, y4m, raw, png, tif,");
     expect("clip.mkv out.mov --container mov", "2", "--container is for standard output");
     expect("clip.mkv - --container raw", "2", "add --format NAME");
     expect("clip.mkv - --json", "2", "both go to standard output");
@@ -298,6 +299,58 @@ TEST_F(Pipes, info_reads_standard_input)
     const nlohmann::json info = nlohmann::json::parse(outcome.out);
     EXPECT_EQ(info["input"], std::string("-"));
     EXPECT_EQ(info["video"]["pixelFormat"], std::string("yuv422p10le"));
+}
+
+TEST_F(Pipes, pictures_come_one_after_the_other)
+{
+    makeClip("clip.mkv", "yuv422p10le", ffv1);
+    for (const auto& [container, decoder, format] :
+         {std::tuple<std::string, std::string, std::string>{"png", "png_pipe", "rgb48be"},
+          {"ppm", "ppm_pipe", "rgb48be"},
+          {"dpx", "dpx_pipe", "gbrp16be"},
+          {"jpg", "jpeg_pipe", "yuvj420p"}}) {
+        const Outcome outcome = shell("qxhost convert clip.mkv - --container " + container + " | tee piped." +
+                                      container + " | ffmpeg -nostdin -v error -y -f " + decoder +
+                                      " -i - -pix_fmt " + format + " -f rawvideo piped.raw");
+        expectHas(outcome.err, "codes 0 0 0");
+        expectHas(outcome.err, "standard output: 10 frames");
+        convert({"clip.mkv", "file_%02d." + container});
+        ffmpeg({"-y", "-start_number", "1", "-i", "file_%02d." + container, "-pix_fmt", format, "-f",
+                "rawvideo", "files.raw"});
+        EXPECT_TRUE(read(at("piped.raw")) == read(at("files.raw"))) << container;
+        EXPECT_FALSE(read(at("piped.raw")).empty());
+        // And to the byte, what the files hold.
+        std::string all;
+        for (int i = 1; i <= 10; ++i) {
+            all += read(at("file_" + std::string(i < 10 ? "0" : "") + std::to_string(i) + "." + container));
+        }
+        EXPECT_TRUE(read(at("piped." + container)) == all) << container;
+    }
+}
+
+TEST_F(Pipes, a_picture_has_the_bytes_of_its_file)
+{
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames:v", "1", "-vf",
+            "format=rgba64le,colorchannelmixer=aa=0.5", "in.png"});
+    for (const std::string kind : {"png", "tif", "bmp", "dpx", "exr", "tga", "webp"}) {
+        shell("qxhost convert in.png - --quiet --container " + kind + " > piped." + kind);
+        convert({"in.png", "file." + kind});
+        EXPECT_TRUE(read(at("piped." + kind)) == read(at("file." + kind))) << kind;
+        EXPECT_FALSE(read(at("piped." + kind)).empty()) << kind;
+    }
+}
+
+TEST_F(Pipes, a_thumbnail_comes_as_a_picture)
+{
+    makeClip("clip.mkv", "yuv422p10le", ffv1);
+    expectHas(shell("qxhost thumbnail clip.mkv - --size 32x32 --container png > small.png").err, "codes 0");
+    EXPECT_EQ(qxhost({"thumbnail", "clip.mkv", "file.png", "--size", "32x32"}).exitCode, 0);
+    EXPECT_TRUE(read(at("small.png")) == read(at("file.png")));
+    const Outcome none = shell("qxhost thumbnail clip.mkv - --size 32x32 | cat");
+    expectHas(none.err, "codes 2 0");
+    expectHas(none.err, "--container png");
+    expectHas(shell("qxhost convert clip.mkv - --container png | head -c 100 >/dev/null").err, "codes 4 0");
+    expectHas(shell("qxhost convert clip.mkv - --container gif | cat").err, "codes 2 0");
 }
 
 } // namespace

@@ -196,6 +196,24 @@ TEST_F(WideColours, high_dynamic_range_is_h264_of_ten_bits)
     }
 }
 
+TEST_F(WideColours, high_dynamic_range_of_eight_bits_is_said)
+{
+    for (const auto& [transfer, name] :
+         {std::pair<std::string, std::string>{"smpte2084", "PQ"}, {"arib-std-b67", "HLG"}, {"bt709", ""}}) {
+        makeClip("deep.mkv", transfer);
+        const auto isSaid = [&](std::vector<std::string> arguments) {
+            arguments.insert(arguments.begin(), "deep.mkv");
+            const std::string said = convert(arguments).err;
+            return said.find("the codes of " + name + " become 8 bits") != std::string::npos;
+        };
+        EXPECT_EQ(isSaid({"out.mp4", "--profile", "high"}), !name.empty()) << transfer;
+        EXPECT_EQ(isSaid({"out.jpg", "--frames", "1"}), !name.empty()) << transfer;
+        EXPECT_FALSE(isSaid({"out.mp4"})); // which has 10 bits
+        EXPECT_FALSE(isSaid({"out.png", "--frames", "1"}));
+        EXPECT_FALSE(isSaid({"out.mp4", "--profile", "high", "--tone-map", "bt2390"}));
+    }
+}
+
 } // namespace
 
 } // namespace Qx::System

@@ -4,6 +4,7 @@
 #include "host/core/Suggestion.h"
 #include "tools/qxhost/commands/HelpFormatter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
+#include "tools/qxhost/commands/convert/ConversionArguments.h"
 #include "tools/qxhost/console/Failure.h"
 
 #include <CLI/CLI.hpp>
@@ -97,6 +98,9 @@ public:
 
     std::unique_ptr<Command> parse(std::vector<std::string> arguments)
     {
+        if (!arguments.empty() && (arguments.front() == "convert" || arguments.front() == "farm")) {
+            settleDither(arguments);
+        }
         std::reverse(arguments.begin(), arguments.end()); // as the library wants a vector
         try {
             app_.parse(arguments);

@@ -134,13 +134,35 @@ TEST_F(Segments, numbers_of_sequences_are_those_of_one_run)
     EXPECT_EQ(kept.front(), "086400.png");
     EXPECT_EQ(numbers({"--segments", "3"}), kept);
     EXPECT_EQ(numbers({"--segments", "3", "--renumber", "7"}), numbers({"--renumber", "7"}));
+}
 
-    const Outcome filled =
-        qxhost({"convert", "in/shot_%06d.dpx", "out.mov", "--missing", "hold", "--segments", "3"});
-    EXPECT_EQ(filled.exitCode, 2) << filled.err;
-    EXPECT_NE(filled.err.find("--missing: gaps cannot be filled where the conversion is split"),
-              std::string::npos)
-        << filled.err;
+TEST_F(Segments, gaps_are_filled_as_in_one_run_wherever_the_pieces_begin)
+{
+    fs::create_directory(at("in"));
+    ffmpeg({"-i", "clip.mov", "-frames:v", "16", "-start_number", "1001", "-pix_fmt", "gbrp10be",
+            "in/shot_%04d.dpx"});
+    for (const char* gone : {"1004", "1008", "1009", "1010"}) {
+        fs::remove(at("in/shot_" + std::string(gone) + ".dpx"));
+    }
+    const auto expectSame = [&](const Words& options, int exitCode) {
+        Words words{"convert", "in/shot_%04d.dpx", "one.mov", "--force"};
+        words.insert(words.end(), options.begin(), options.end());
+        const Outcome one = qxhost(words);
+        EXPECT_EQ(one.exitCode, exitCode) << one.err;
+        words[2] = "many.mov";
+        words.insert(words.end(), {"--segments", "5"}); // which begin in gaps and at damaged ones too
+        const Outcome many = qxhost(words);
+        EXPECT_EQ(many.exitCode, exitCode) << many.err;
+        EXPECT_TRUE(packets("many.mov") == packets("one.mov")) << options.back();
+    };
+    expectSame({"--start-number", "1003", "--missing", "hold"}, 0);
+    expectSame({"--missing", "black"}, 0);
+    // Damaged ones are replaced too, also where a piece begins with them.
+    for (const char* damaged : {"1012", "1013"}) {
+        write("in/shot_" + std::string(damaged) + ".dpx", "SDPX");
+    }
+    expectSame({"--missing", "hold"}, 3);
+    expectSame({"--missing", "black"}, 3);
 }
 
 TEST_F(Segments, several_texts_and_presets_are_those_of_one_run)
@@ -151,9 +173,31 @@ TEST_F(Segments, several_texts_and_presets_are_those_of_one_run)
                                "--date", "2026-11-23"});
 }
 
-TEST_F(Segments, pipes_and_configurations_of_colours_are_refused)
+TEST_F(Segments, colour_spaces_are_changed_as_in_one_run)
 {
-    expectRefusal({"--ocio", "studio.ocio", "--from", "a", "--to", "b"}, 6, {"studio.ocio"});
+    // A table that the configuration opens, from where it lies itself.
+    fs::create_directories(at("colours/luts"));
+    write("colours/luts/film.cube",
+          "LUT_3D_SIZE 2\n0.1 0 0\n1 0 0\n0 0.9 0\n1 1 0\n0 0 1\n1 0 0.8\n0 1 1\n1 1 1\n");
+    write("colours/studio.ocio", "ocio_profile_version: 2\nsearch_path: luts\nroles: {default: a}\n"
+                                 "file_rules:\n  - !<Rule> {name: Default, colorspace: default}\n"
+                                 "displays:\n  M:\n    - !<View> {name: V, colorspace: b}\n"
+                                 "colorspaces:\n  - !<ColorSpace> {name: a}\n  - !<ColorSpace>\n    name: b\n"
+                                 "    from_scene_reference: !<FileTransform> {src: film.cube}\n");
+    const Words change{"--ocio", "colours/studio.ocio", "--from", "a", "--to", "b"};
+    convertBoth("clip.mov", ".mov", change);
+    EXPECT_EQ(packets("many.mov"), packets("one.mov"));
+    convert("clip.mov", "plain.mov", {});
+    EXPECT_TRUE(packets("one.mov") != packets("plain.mov"));
+    // A job is to hold what it needs, and does not hold what a configuration opens.
+    const Outcome job = qxhost({"farm", "make", "clip.mov", "graded.mov", "--job", "film.job", "--ocio",
+                                "colours/studio.ocio", "--from", "a", "--display", "M"});
+    EXPECT_EQ(job.exitCode, 6) << job.err;
+    EXPECT_NE(job.err.find("opens files of its own"), std::string::npos) << job.err;
+}
+
+TEST_F(Segments, pipes_are_refused)
+{
     const Outcome pipe = qxhost({"convert", "-", "out.mov", "--segments", "2"});
     EXPECT_EQ(pipe.exitCode, 2) << pipe.err;
     EXPECT_NE(pipe.err.find("standard input and output (-) cannot be split"), std::string::npos) << pipe.err;

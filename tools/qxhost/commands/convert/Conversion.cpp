@@ -92,7 +92,7 @@ void refuseSameFile(const ConvertOptions& options)
 
 InputPtr openInput(const ConvertOptions& options)
 {
-    const bool keepAudio = options.audio && !Media::writesPictures(options.output);
+    const bool keepAudio = options.audio && !Media::writesPictures(options.namedOutput());
     return openFrameInput(options, keepAudio);
 }
 
@@ -116,9 +116,9 @@ bool passesFrames(const Conversion& conversion)
     const ConvertOptions& options = conversion.options;
     const Media::StreamInfo& info = conversion.info();
     const bool isPlain = !options.format && !options.raw.format && !drawsPictures(options) &&
-                         !options.outputRange && !options.depth && !options.dithers &&
+                         !options.outputRange && !options.depth && !options.dithers() &&
                          options.filters.after.empty() && options.filter == Image::Filter::CatmullRom;
-    const bool isCoded = !holdsRgb(info) && !info.colour.fromRgb && !info.hasAlpha;
+    const bool isCoded = !holdsRgb(info) && !info.colour.fromRgb;
     return isPlain && isCoded && Media::takesDecoded(options.output, conversion.settings);
 }
 
@@ -128,7 +128,7 @@ Media::Depth depthOf(const Conversion& conversion)
     const ConvertOptions& options = conversion.options;
     if (!options.format) {
         // There is nothing to dither in what has been rounded.
-        const Media::Depth least = options.dithers ? Media::Depth::bits16 : Media::Depth::bits8;
+        const Media::Depth least = options.dithers() ? Media::Depth::bits16 : Media::Depth::bits8;
         return options.depth.value_or(std::max(least, conversion.info().naturalDepth));
     }
     const Media::Depth formats = options.format->isDeep() ? Media::Depth::bits16 : Media::Depth::bits8;
@@ -286,13 +286,6 @@ void checkEncoding(const ConvertOptions& options, int standardOutput)
     }
 }
 
-/// With what standard output is called by its container.
-std::filesystem::path namedOutput(const ConvertOptions& options)
-{
-    return options.writesStandardOutput() ? std::filesystem::path("standard output." + options.container)
-                                          : options.output;
-}
-
 /// Whether packing the frames for the GPU would make what is written, so that nothing is left for it.
 bool onlyPacks(const Conversion& conversion)
 {
@@ -324,8 +317,8 @@ void fillSettings(Conversion& conversion)
         settings.firstNumber += conversion.firstNumber;
     }
     settings.alpha = keepsAlpha(options, conversion.info());
-    settings.dither = options.dithers;
-    settings.prefersEightBits = options.dithers && info.naturalDepth == Media::Depth::bits8;
+    settings.dither = options.dither;
+    settings.prefersEightBits = options.dithers() && info.naturalDepth == Media::Depth::bits8;
     settings.force = options.force;
     settings.expectedFrames = conversion.range.expected * picturesEach(options.step);
     settings.audio = conversion.input->audio();
@@ -336,7 +329,7 @@ void fillSettings(Conversion& conversion)
         settings.origin = options.segment->origin;
     }
     if (options.format) {
-        settings.stored = writtenLayout(*options.format, namedOutput(options),
+        settings.stored = writtenLayout(*options.format, options.namedOutput(),
                                         static_cast<unsigned>(info.width), static_cast<unsigned>(info.height),
                                         static_cast<std::size_t>(options.outputRowBytes));
         settings.colour = storedColour(conversion);
@@ -480,7 +473,8 @@ Json describeRun(const Conversion& conversion)
     run["bitsPerComponent"] = conversion.options.format ? static_cast<int>(conversion.options.format->bits)
                                                         : static_cast<int>(conversion.settings.depth);
     run["source"] = describeSource(conversion);
-    run["alpha"] = conversion.settings.alpha ? Json(nameOf(alphaFor(conversion.options.output))) : Json();
+    run["alpha"] =
+        conversion.settings.alpha ? Json(nameOf(alphaFor(conversion.options.namedOutput()))) : Json();
     run["codesKept"] = conversion.keepCodes || conversion.keepFrames;
     run["outputRange"] =
         conversion.keepCodes || conversion.keepFrames ? Json() : Json(nameOf(conversion.settings.rgbRange));
@@ -672,7 +666,7 @@ void fitColours(Conversion& conversion)
             fmt::format("{}: is {}; the picture is made BT.709", input, beyond));
     }
     if (step == effects.end()) {
-        if (isHighDynamicRange(colour) && Media::writesPictures(conversion.options.output)) {
+        if (isHighDynamicRange(colour) && Media::writesPictures(conversion.options.namedOutput())) {
             conversion.colour.notes.push_back(fmt::format(
                 "{}: is {}, and its codes are kept; --tone-map bt2390 makes BT.709 of them", input, beyond));
         }
@@ -788,7 +782,12 @@ Conversion decide(const ConvertOptions& options, int standardOutput = -1)
 {
     refuseSameFile(options);
     if (std::holds_alternative<ShrinkPicture>(options.step) && !options.format) {
-        requirePicture(options.output, "a thumbnail");
+        if (options.writesStandardOutput() && !Media::writesPictures(options.namedOutput())) {
+            throw Failure(ExitCode::usage,
+                          "a thumbnail is a picture; for standard output add --container png "
+                          "or another ending of pictures");
+        }
+        requirePicture(options.namedOutput(), "a thumbnail");
     }
     checkEncoding(options, standardOutput);
     checkFilters(options.filters);
@@ -962,11 +961,6 @@ void refuseUnsplittable(const Conversion& conversion, const EffectChain& effects
 {
     const ConvertOptions& options = conversion.options;
     const auto fail = [](const std::string& text) { throw Failure(ExitCode::usage, text); };
-    if (options.sequence.missing == Media::MissingPictures::hold ||
-        options.sequence.missing == Media::MissingPictures::black) {
-        fail("--missing: gaps cannot be filled where the conversion is split; leave out --segments, or "
-             "--missing");
-    }
     if (!options.filters.after.empty()) {
         fail("--after: what its filters make of a frame may depend on others, so the conversion cannot be "
              "split; leave out --segments, or use --resize, --crop or --pad");

@@ -49,6 +49,10 @@ const Names<Media::AlphaKind> alphaKinds{{"straight", Media::AlphaKind::straight
                                          {"premultiplied", Media::AlphaKind::premultiplied},
                                          {"none", Media::AlphaKind::none}};
 
+const Names<Media::Dither> ditherWords{{"none", Media::Dither::none},
+                                       {"error-diffusion", Media::Dither::errorDiffusion},
+                                       {"blue-noise", Media::Dither::blueNoise}};
+
 const Names<Media::MissingPictures> missingWords{{"hold", Media::MissingPictures::hold},
                                                  {"black", Media::MissingPictures::black},
                                                  {"fail", Media::MissingPictures::fail}};
@@ -146,8 +150,29 @@ void addAlphaAndDither(CLI::App& app, ConvertOptions& options)
               "Whether colours of the input are multiplied by their\nalpha, or that it has none. Default: "
               "straight;\npremultiplied for OpenEXR")
         ->group(group);
-    app.add_flag("--dither", options.dithers, "Diffuse the error where codes of 8 bits are made")
+    addChoice(app, "--dither", options.dither, ditherWords,
+              "Where codes of 8 bits are made, keep the mean of what\nrounding would lose. Default: none; "
+              "without a word:\nerror-diffusion")
+        ->option_text("[WORD]")
         ->group(group);
+}
+
+void settleDither(std::vector<std::string>& words)
+{
+    const auto isKind = [](const std::string& word) {
+        return std::any_of(ditherWords.begin(), ditherWords.end(),
+                           [&](const auto& each) { return each.first == CLI::detail::to_lower(word); });
+    };
+    for (std::size_t i = 0; i < words.size() && words[i] != "--"; ++i) {
+        if (words[i] != "--dither") {
+            continue;
+        }
+        const bool hasKind = i + 1 < words.size() && isKind(words[i + 1]);
+        words[i] += "=" + (hasKind ? words[i + 1] : "error-diffusion");
+        if (hasKind) {
+            words.erase(words.begin() + static_cast<std::ptrdiff_t>(i) + 1);
+        }
+    }
 }
 
 void addRawInput(CLI::App& app, RawInputOptions& raw, SizeOption sizeOption)
@@ -192,8 +217,8 @@ void addOutput(CLI::App& app, ConvertOptions& options)
     addOutputRowBytes(app, options.outputRowBytes)->group(group);
     app.add_option_function<std::string>(
            "--container", [&options](const std::string& word) { options.container = containerNamed(word); },
-           "Container of standard output (OUTPUT -): nut, mkv, mov,\nwebm, ts, y4m, or raw with --format. "
-           "Default: nut")
+           "Container of standard output (OUTPUT -): nut, mkv, mov,\nwebm, ts, y4m, or raw with --format; or "
+           "pictures, one\nafter the other: png, dpx, exr, ... Default: nut")
         ->option_text("NAME")
         ->group(group);
     app.add_option("--codec", options.codec, "FFmpeg's name of the encoder. Default: by the output's name")

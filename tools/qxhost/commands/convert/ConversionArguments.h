@@ -22,6 +22,10 @@ void addColour(CLI::App& app, ConvertOptions& options);
 
 void addAlphaAndDither(CLI::App& app, ConvertOptions& options);
 
+/// "--dither" may stand without its word: such ones get the usual one, and words that follow it are joined to
+/// it. Other words stay as they are.
+void settleDither(std::vector<std::string>& words);
+
 /// What "--size" stands for in a command.
 enum class SizeOption
 {

@@ -368,7 +368,9 @@ void ConvertCommand::checkPreset(const Preset& preset)
                              "convert has no option " + key + Host::didYouMean(key, known));
         }
         try {
-            app.parse(std::vector<std::string>{option.word});
+            std::vector<std::string> word{option.word};
+            settleDither(word);
+            app.parse(word);
         } catch (const CLI::ParseError& error) {
             complainOfPreset(preset.file, option.line, error.what());
         }
@@ -420,7 +422,7 @@ void ConvertCommand::checkConversion(const CLI::App& app)
     checkRange(app);
     options_.filters.deinterlace = shortFilters_.deinterlace;
     options_.filters.shortForms = graphOf(shortFilters_);
-    if (options_.format && options_.dithers) {
+    if (options_.format && options_.dithers()) {
         complain(app, "--dither is for pictures that are encoded; it cannot be combined with --format");
     }
     if (options_.format && !options_.filters.after.empty()) {

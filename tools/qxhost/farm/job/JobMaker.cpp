@@ -250,6 +250,9 @@ private:
                                                 : std::nullopt;
         };
         if (const auto config = valueOf("--ocio=")) {
+            if (!request_.keepsDigests) { // the pieces are made here and now, from where it lies
+                return "--ocio=" + fs::absolute(*config).lexically_normal().native();
+            }
             throw Failure(ExitCode::effect,
                           "--ocio " + *config +
                               ": opens files of its own, which a job cannot hold; make a LUT of "
@@ -326,8 +329,13 @@ private:
                               "choose another folder");
         }
         const Media::NumberedNames names(input);
+        const SequenceOptions& sequence = request_.options.sequence;
+        const bool isFilled = sequence.missing == Media::MissingPictures::hold ||
+                              sequence.missing == Media::MissingPictures::black;
         std::vector<long> numbers = names.existing();
-        for (std::size_t i = 0; i < numbers.size() && (i == 0 || numbers[i] == numbers[i - 1] + 1); ++i) {
+        std::erase_if(numbers, [&](long number) { return number < sequence.startNumber.value_or(0); });
+        for (std::size_t i = 0;
+             i < numbers.size() && (i == 0 || isFilled || numbers[i] == numbers[i - 1] + 1); ++i) {
             takeInputFile(names.name(numbers[i]));
         }
     }

@@ -329,6 +329,7 @@ struct ClipReader::Impl
     void readAudioUpTo(std::int64_t pts);
     Result<std::vector<ShownFrame>> readTimes();
     bool skipTo(const SeekTarget& target);
+    bool dropPlacesBefore(const SeekTarget& target);
     int readPacket();
 
     /// Decodes on; null at the end, and after a failure that `failure` describes.
@@ -1406,18 +1407,25 @@ Result<std::vector<ShownFrame>> ClipReader::Impl::readTimes()
 }
 
 /// Returns false if it got lost: the input must be opened again, and its frames decoded from the start.
+/// Of a sequence that is filled. What is put in counts too: a frame's place is its time. Returns false if the
+/// picture that is held there is not known.
+bool ClipReader::Impl::dropPlacesBefore(const SeekTarget& target)
+{
+    due = target.pts.value_or(target.frame);
+    const bool isThere = dropFramesBefore({.frame = due, .pts = due}, {});
+    framesGiven = due;
+    pendingPts = due;
+    const bool isInGap = !pending || pending->best_effort_timestamp > due;
+    return isThere && (!isInGap || filler || sequence->fillsWithBlack());
+}
+
 bool ClipReader::Impl::skipTo(const SeekTarget& target)
 {
     if (sequence) {
         if (!sequence->isFilled()) {
             return jumpInSequence(target) && dropFramesBefore(target, {});
         }
-        // What is put in counts too: a frame's place is its time.
-        due = target.pts.value_or(target.frame);
-        const bool isThere = jumpInSequence(target) && dropFramesBefore({.frame = due, .pts = due}, {});
-        framesGiven = due;
-        pendingPts = due;
-        return isThere;
+        return jumpInSequence(target) && dropPlacesBefore(target);
     }
     if (isPipe()) {
         return dropFramesBefore(target, {});
@@ -1453,7 +1461,8 @@ ClipPlace ClipReader::skipTo(const SeekTarget& target)
         again.value()->info = impl_->info;
         again.value()->packetsBefore = packetsDecoded();
         impl_ = std::move(again.value());
-        impl_->dropFramesBefore(target, {});
+        const bool isFilled = impl_->sequence && impl_->sequence->isFilled();
+        isFilled ? impl_->dropPlacesBefore(target) : impl_->dropFramesBefore(target, {});
     }
     return {impl_->framesGiven, impl_->pendingPts};
 }

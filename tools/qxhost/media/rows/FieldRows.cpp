@@ -64,20 +64,10 @@ void FieldRows::take(const RowGraph::Window& window, unsigned row, unsigned left
                      AVFrame& to) const
 {
     const std::ptrdiff_t codeSize = components.wide() ? 2 : 1;
-    for (int plane = 0; plane < 3; ++plane) {
-        const int first = static_cast<int>(left) >> shiftX(plane);
-        const int count =
-            std::min(ceilShift(static_cast<int>(right), shiftX(plane)), columnsOf(plane)) - first;
-        for (int line = 0; line < linesOf(plane) && count > 0; ++line) {
-            const int index = (static_cast<int>(row) >> shiftY(plane)) + line;
-            const int at = index * fields + field;
-            if (at < rowsOf(plane)) {
-                const auto* codes =
-                    static_cast<const std::byte*>(window.row(plane, static_cast<unsigned>(index)));
-                components.write(to, plane, at, first, count, codes + first * codeSize);
-            }
-        }
-    }
+    each(row, left, right, [&](int plane, int index, int at, int first, int count) {
+        const auto* codes = static_cast<const std::byte*>(window.row(plane, static_cast<unsigned>(index)));
+        components.write(to, plane, at, first, count, codes + first * codeSize);
+    });
 }
 
 } // namespace Qx::Media

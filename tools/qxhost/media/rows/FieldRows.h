@@ -71,6 +71,25 @@ struct FieldRows
         }
     }
 
+    /// Calls `visit` for each row of each plane that a window has of the picture: with the plane, the row in
+    /// the window, the row of the picture's plane, its first column and how many there are.
+    template <class Visit>
+    void each(unsigned row, unsigned left, unsigned right, Visit&& visit) const
+    {
+        for (int plane = 0; plane < 3; ++plane) {
+            const int first = static_cast<int>(left) >> shiftX(plane);
+            const int count =
+                std::min(ceilShift(static_cast<int>(right), shiftX(plane)), columnsOf(plane)) - first;
+            for (int line = 0; line < linesOf(plane) && count > 0; ++line) {
+                const int index = (static_cast<int>(row) >> shiftY(plane)) + line;
+                const int at = index * fields + field;
+                if (at < rowsOf(plane)) {
+                    visit(plane, index, at, first, count);
+                }
+            }
+        }
+    }
+
     /// Writes a window into the picture.
     void take(const RowGraph::Window& window, unsigned row, unsigned left, unsigned right, AVFrame& to) const;
 };

@@ -246,6 +246,9 @@ void ClipWriter::warnAboutAlpha()
     if (std::string idle = ditherIsIdle(encoder_->context(), settings_); !idle.empty()) {
         warnings_.push_back(std::move(idle));
     }
+    if (std::string steps = highDynamicRangeSteps(encoder_->context(), settings_); !steps.empty()) {
+        warnings_.push_back(std::move(steps));
+    }
 }
 
 /// A container may refuse a codec only when it is written.

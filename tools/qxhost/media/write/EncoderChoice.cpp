@@ -309,11 +309,26 @@ std::string noPixelFormat(const std::string& name)
 std::string ditherIsIdle(const AVCodecContext& encoder, const OutputSettings& settings)
 {
     const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(encoder.pix_fmt);
-    if (!settings.dither || settings.stored || !format || format->comp[0].depth <= 8) {
+    if (settings.dither == Dither::none || settings.stored || !format || format->comp[0].depth <= 8) {
         return {};
     }
     return "nothing is dithered: the codes of " + std::string(format->name) +
            " have more than 8 bits; --pixel-format chooses others";
+}
+
+std::string highDynamicRangeSteps(const AVCodecContext& encoder, const OutputSettings& settings)
+{
+    const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(encoder.pix_fmt);
+    const int transfer = settings.colour.transferTag;
+    const bool isHigh = transfer == AVCOL_TRC_SMPTE2084 || transfer == AVCOL_TRC_ARIB_STD_B67;
+    if (!isHigh || settings.stored || settings.depth == Depth::bits8 || !format ||
+        format->comp[0].depth > 8) {
+        return {};
+    }
+    return "the codes of " + std::string(transfer == AVCOL_TRC_SMPTE2084 ? "PQ" : "HLG") +
+           " become 8 bits (" + format->name +
+           "), in which gradients show steps; another --profile or --pixel-format keeps more bits, "
+           "--tone-map bt2390 makes BT.709 of them";
 }
 
 Matrix encodedMatrix(AVCodecID codec, AVPixelFormat format, Matrix wanted)

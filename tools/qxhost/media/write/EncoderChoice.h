@@ -11,6 +11,9 @@ namespace Qx::Media {
 /// Why a wish for dither changes nothing with this encoder, whose codes have more than 8 bits; else empty.
 std::string ditherIsIdle(const AVCodecContext& encoder, const OutputSettings& settings);
 
+/// The remark if this encoder gets deeper codes of high dynamic range in 8 bits; else empty.
+std::string highDynamicRangeSteps(const AVCodecContext& encoder, const OutputSettings& settings);
+
 /// The encoder for a clip by its name's extension (lower case), or of the name the settings give.
 Result<const AVCodec*> chooseClipEncoder(const std::string& extension, const AVOutputFormat& container,
                                          const OutputSettings& settings);

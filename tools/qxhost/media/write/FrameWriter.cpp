@@ -138,7 +138,10 @@ std::string orientationIsLost(const Orientation& orientation)
 
 std::vector<std::string> pipeContainers()
 {
-    return {"nut", "mkv", "mov", "webm", "ts", "y4m", "raw"};
+    std::vector<std::string> names{"nut", "mkv", "mov", "webm", "ts", "y4m", "raw"};
+    const std::vector<std::string> pictures = pictureExtensions();
+    names.insert(names.end(), pictures.begin(), pictures.end());
+    return names;
 }
 
 bool writesPictures(const std::filesystem::path& file)
@@ -157,10 +160,10 @@ namespace {
 std::optional<std::pair<const AVCodec*, AVPixelFormat>> encodingOf(const std::filesystem::path& file,
                                                                    const OutputSettings& settings)
 {
-    if (settings.stored || writesPictures(file)) {
+    const std::string extension = kindOf(file, settings);
+    if (settings.stored || isPictureExtension(extension)) {
         return {};
     }
-    const std::string extension = kindOf(file, settings);
     const AVOutputFormat* container = av_guess_format(nullptr, ("name." + extension).c_str(), nullptr);
     if (!container) {
         return {};
@@ -182,7 +185,8 @@ bool takesDecoded(const std::filesystem::path& file, const OutputSettings& setti
         return false;
     }
     const ComponentRows rows(encoding->second);
-    return !rows.isRgb() && !rows.isGrey() && !rows.hasAlpha() &&
+    const bool hasItsAlpha = settings.alpha || !rows.hasAlpha();
+    return !rows.isRgb() && !rows.isGrey() && hasItsAlpha &&
            encodedMatrix(encoding->first->id, encoding->second, settings.colour.matrix) ==
                settings.colour.matrix;
 }

@@ -26,6 +26,14 @@ struct RateWish
     std::int64_t bitRate = 0;      ///< bits a second
 };
 
+/// What becomes of what codes of 8 bits cannot hold. The result is the same each time.
+enum class Dither
+{
+    none,           ///< it is rounded away
+    errorDiffusion, ///< it is passed on to the pixels beside and below
+    blueNoise       ///< it decides how many pixels of a surface have the next code, by a fixed pattern
+};
+
 /// What to write, and how.
 struct OutputSettings
 {
@@ -66,8 +74,8 @@ struct OutputSettings
     std::map<std::string, std::string> encoderOptions;
     /// Encoding threads; 0 is one for each processor.
     int threads = 0;
-    /// Codes of 8 bits that are computed from deeper ones are dithered, by error diffusion.
-    bool dither = false;
+    /// What becomes of the rest where codes of 8 bits are computed from deeper ones.
+    Dither dither = Dither::none;
     /// Encoders are given 8 bits where they take deeper codes too, although the frames are deeper.
     bool prefersEightBits = false;
     /// The number of the first picture of a sequence.
@@ -152,7 +160,8 @@ public:
 ///   HQ, mkv, avi and nut FFV1 in RGB (lossless), mp4, m4v and ts H.264 4:2:0, webm VP9, mxf DNxHR, else what
 ///   FFmpeg prefers.
 ///
-/// - "-" is standard output: a clip in a container that needs no seeking (pipeContainers()), or raw frames.
+/// - "-" is standard output: a clip in a container that needs no seeking, or pictures one after the other
+///   (pipeContainers()), or raw frames.
 ///   What has been written stays written, also after a failure.
 ///
 /// With settings.stored: clips whose container knows such frames, or a raw file for .raw, .yuv, .rgb, .bin,
@@ -170,7 +179,7 @@ Status checkEncoding(const std::filesystem::path& file, const OutputSettings& se
 /// The remark if the file format has no orientation.
 std::string orientationIsLost(const Orientation& orientation);
 
-/// The containers for standard output, by their extensions; "raw" is none.
+/// The containers for standard output, by their extensions, and those of pictures; "raw" is none.
 std::vector<std::string> pipeContainers();
 
 /// Whether openWriter() would write pictures to that file, not a clip.
@@ -179,8 +188,8 @@ bool writesPictures(const std::filesystem::path& file);
 /// Whether openWriter() would write that file raw, as frames without a container.
 bool writesRawFrames(const std::filesystem::path& file, const StoredLayout& layout);
 
-/// Whether openWriter() would encode YCbCr of settings.colour's matrix, without alpha, into a clip: what
-/// writeDecoded() is for.
+/// Whether openWriter() would encode YCbCr of settings.colour's matrix into a clip, with alpha only if the
+/// frames have it: what writeDecoded() is for.
 bool takesDecoded(const std::filesystem::path& file, const OutputSettings& settings);
 
 /// The range in which RGB codes lose least on their way into that file, whatever settings.rgbRange says:

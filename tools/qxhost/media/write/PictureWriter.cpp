@@ -62,11 +62,34 @@ Status checkKept(const NumberedNames& names, const OutputSettings& settings)
     return {};
 }
 
+/// Created before there is a frame, so that an unwritable directory is reported before the work starts.
+Result<OutputFile> openFirst(const std::filesystem::path& file, const OutputSettings& settings)
+{
+    if (settings.standardOutput >= 0) {
+        return OutputFile::standardOutput(settings.standardOutput, 0);
+    }
+    const NumberedNames names(file);
+    if (Status status = checkKept(names, settings); !status) {
+        return Error{status.text()};
+    }
+    return OutputFile::create(names.isPattern() ? names.name(settings.firstNumber) : file, settings.force,
+                              settings.kept);
+}
+
 } // namespace
 
 bool isPictureExtension(const std::string& extension)
 {
     return kindOf(extension) != nullptr;
+}
+
+std::vector<std::string> pictureExtensions()
+{
+    std::vector<std::string> extensions;
+    for (const PictureKind& kind : kinds) {
+        extensions.emplace_back(kind.extension);
+    }
+    return extensions;
 }
 
 Result<const AVCodec*> choosePictureEncoder(const std::string& extension, const OutputSettings& settings)
@@ -90,19 +113,13 @@ Result<std::unique_ptr<iFrameWriter>> PictureWriter::open(const std::filesystem:
 {
     const auto codec = choosePictureEncoder(extension, settings);
     if (!codec) {
-        return Error{"cannot write " + quoted(file) + ": " + codec.text()};
+        return Error{"cannot write " + quotedOutput(file) + ": " + codec.text()};
     }
     auto made = VideoEncoder::make(*codec.value(), settings, toAv(settings.timeBase), false);
     if (!made) {
-        return Error{"cannot write " + quoted(file) + ": " + made.text()};
+        return Error{"cannot write " + quotedOutput(file) + ": " + made.text()};
     }
-    const NumberedNames names(file);
-    if (Status status = checkKept(names, settings); !status) {
-        return Error{status.text()};
-    }
-    // Created now, so that an unwritable directory is reported before the work starts.
-    auto first = OutputFile::create(names.isPattern() ? names.name(settings.firstNumber) : file,
-                                    settings.force, settings.kept);
+    auto first = openFirst(file, settings);
     if (!first) {
         return first.error();
     }
@@ -133,6 +150,9 @@ PictureWriter::PictureWriter(const std::filesystem::path& file, const OutputSett
     }
     if (std::string idle = ditherIsIdle(encoder_.context(), settings); !idle.empty()) {
         warnings_.push_back(std::move(idle));
+    }
+    if (std::string steps = highDynamicRangeSteps(encoder_.context(), settings); !steps.empty()) {
+        warnings_.push_back(std::move(steps));
     }
     if (settings.rgbRange == Range::video && ComponentRows(encoder_.context().pix_fmt).isRgb()) {
         warnings_.push_back("colour tags (range video) are left out: " + encoder_.description() +
@@ -199,6 +219,9 @@ Status PictureWriter::take(const AVPacket& packet)
     ++taken_;
     number_ = numberFor(packet);
     const auto size = static_cast<std::size_t>(packet.size);
+    if (first_ && first_->isStandardOutput()) {
+        return first_->write(packet.data, size);
+    }
     if (taken_ == 1) {
         if (Status status = first_->write(packet.data, size); !status || !names_.isPattern()) {
             return status;
@@ -229,7 +252,10 @@ Status PictureWriter::finish()
         return status;
     }
     if (taken_ == 0) {
-        return Error{"cannot write " + quoted(file_) + ": there was no frame to write"};
+        return Error{"cannot write " + quotedOutput(file_) + ": there was no frame to write"};
+    }
+    if (first_ && first_->isStandardOutput()) {
+        return {};
     }
     if (taken_ == 1 && !names_.isPattern()) {
         if (Status status = complete(std::move(*first_)); !status) {

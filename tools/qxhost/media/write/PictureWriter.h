@@ -17,10 +17,13 @@ namespace Qx::Media {
 /// Whether this extension (lower case) is one of pictures.
 bool isPictureExtension(const std::string& extension);
 
+/// All of these.
+std::vector<std::string> pictureExtensions();
+
 /// The encoder of that kind of picture, or the one that the settings name for it.
 Result<const AVCodec*> choosePictureEncoder(const std::string& extension, const OutputSettings& settings);
 
-/// One picture, or a numbered sequence of them.
+/// One picture, or a numbered sequence of them. Standard output gets them one after the other.
 class PictureWriter final : public iFrameWriter
 {
 public:

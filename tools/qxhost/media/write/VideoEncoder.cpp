@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/Matrices.h"
+#include "tools/qxhost/media/rows/BlueNoise.h"
 #include "tools/qxhost/media/rows/FieldRows.h"
 #include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/rows/Levels.h"
@@ -174,8 +175,12 @@ Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameT
     view->data[1] = static_cast<std::uint8_t*>(const_cast<void*>(rows));
     view->data[0] = view->data[1] + (input_->wide() ? 2 : 1);
     view->linesize[0] = static_cast<int>(pitch);
-    if (output_->hasAlpha()) {
-        alpha_ ? writeAlpha(*view, *frame) : fillAlpha(*frame);
+    if (output_->hasAlpha() && alpha_) {
+        AVFrame alpha = *view;
+        alpha.data[0] = view->data[1];
+        writeAlpha(alpha, 0, *frame);
+    } else if (output_->hasAlpha()) {
+        fillAlpha(*frame);
     }
     if (output_->isRgb() && output_->bits() == input_->bits()) {
         copyRows(*view, *frame);
@@ -218,6 +223,10 @@ Status VideoEncoder::encodeDecoded(const Frame& decoded, Range range, const Fram
         if (decoded_ != format) {
             input_.emplace(format);
             decoded_ = format;
+        }
+        if (output_->hasAlpha()) {
+            constexpr int alpha = 3;
+            input_->hasAlpha() ? writeAlpha(*picture, alpha, *frame) : fillAlpha(*frame);
         }
         if (Status status = convertRows(*picture, range, *frame, time.fieldOrder); !status) {
             return status;
@@ -311,17 +320,15 @@ void VideoEncoder::copyRows(const AVFrame& from, AVFrame& to)
 }
 
 /// Opacity is of full range at every depth.
-void VideoEncoder::writeAlpha(const AVFrame& from, AVFrame& to)
+void VideoEncoder::writeAlpha(const AVFrame& from, int component, AVFrame& to)
 {
     const int width = context_->width;
     const Coding given{input_->bits(), Range::full};
     const Coding made{output_->bits(), Range::full};
     scratch_.resize(static_cast<std::size_t>(width));
     auto* bytes = reinterpret_cast<std::uint8_t*>(scratch_.data());
-    AVFrame alpha = from;
-    alpha.data[0] = from.data[1];
     for (int row = 0; row < context_->height; ++row) {
-        input_->read(alpha, 0, row, 0, width, scratch_.data());
+        input_->read(from, component, row, 0, width, scratch_.data());
         if (given.bits != made.bits) {
             // Samples may become wider or narrower in their place.
             std::vector<std::uint16_t>& codes = alphaCodes_;
@@ -372,7 +379,9 @@ Status VideoEncoder::convertField(const AVFrame& from, Range range, AVFrame& to,
     source.chromaLocation = chromaLocation(from);
     target.range = target.rgb ? rgbRange_ : range_;
     target.matrix = source.matrix = matrix_;
-    target.dither = dither_ && target.bits == 8;
+    const bool narrows = dither_ == Dither::blueNoise && target.bits == 8 && source.bits > 8;
+    target.bits = narrows ? 16 : target.bits;
+    target.dither = dither_ == Dither::errorDiffusion && target.bits == 8;
     target.chromaLocation = outputLocation();
 
     auto& cached = graphs_[static_cast<std::size_t>(field)];
@@ -398,7 +407,19 @@ Status VideoEncoder::convertField(const AVFrame& from, Range range, AVFrame& to,
                    });
     };
     const auto take = [&](const RowGraph::Window& window, unsigned row, unsigned left, unsigned right) {
-        made.take(window, row, left, right, to);
+        if (!narrows) {
+            made.take(window, row, left, right, to);
+            return;
+        }
+        scratch_.resize(static_cast<std::size_t>(target.width));
+        auto* bytes = reinterpret_cast<std::uint8_t*>(scratch_.data());
+        made.each(row, left, right, [&](int plane, int index, int at, int first, int count) {
+            const auto* codes = static_cast<const std::uint16_t*>(
+                static_cast<const void*>(window.row(plane, static_cast<unsigned>(index))));
+            narrowWithBlueNoise(codes + first, bytes, at, first, count,
+                                {target.range, !target.rgb && plane > 0, plane});
+            output_->write(to, plane, at, first, count, bytes);
+        });
     };
     return cached->graph.run(fill, take);
 }

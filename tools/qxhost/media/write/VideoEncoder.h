@@ -50,7 +50,7 @@ private:
     Status send(FramePtr frame, const FrameTime& time, const Sink& sink);
     Status drain(const Sink& sink);
     void fillAlpha(AVFrame& to);
-    void writeAlpha(const AVFrame& from, AVFrame& to);
+    void writeAlpha(const AVFrame& from, int component, AVFrame& to);
     void copyRows(const AVFrame& from, AVFrame& to);
     Status convertRows(const AVFrame& from, Range range, AVFrame& to, FieldOrder order);
     Status convertField(const AVFrame& from, Range range, AVFrame& to, int field, int fields);
@@ -76,7 +76,7 @@ private:
     Range range_ = Range::video;
     Matrix matrix_ = Matrix::bt709;
     bool alpha_ = false;
-    bool dither_ = false;
+    Dither dither_ = Dither::none;
     bool dropsAlpha_ = false;
     bool makesFloats_ = false;              // of the codes
     bool makesHalves_ = false;              // of the floats

@@ -47,7 +47,7 @@ std::vector<std::string> fitAlpha(ConvertOptions& options, const Media::StreamIn
     std::vector<std::string> notes;
     std::vector<EffectRequest>& effects = options.effects;
     const AlphaKind given = options.alpha.value_or(alphaOf(info));
-    const AlphaKind wanted = alphaFor(options.output);
+    const AlphaKind wanted = alphaFor(options.namedOutput());
     if (given == wanted && effects.empty()) {
         return notes;
     }

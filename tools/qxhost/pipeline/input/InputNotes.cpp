@@ -18,7 +18,7 @@ bool keepsAlpha(const ConvertOptions& options, const Media::StreamInfo& info)
 std::vector<std::string> inputNotes(const ConvertOptions& options, const Media::StreamInfo& info)
 {
     std::vector<std::string> notes = info.remarks;
-    if (!info.timeCode.empty() && !Media::writesPictures(options.output) &&
+    if (!info.timeCode.empty() && !Media::writesPictures(options.namedOutput()) &&
         !TimeCode::startingAt(info.timeCode, info.frameRate)) {
         notes.push_back("time code " + info.timeCode +
                         " is left out: it is invalid at the clip's frame rate");

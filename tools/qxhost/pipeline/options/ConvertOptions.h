@@ -140,9 +140,9 @@ struct ConvertOptions
 
     bool rotates = false;                  ///< shows pictures as players would
     std::optional<Media::AlphaKind> alpha; ///< of the input; empty: as is usual for its kind
-    bool dithers = false;                  ///< to 8 bits
+    Media::Dither dither = Media::Dither::none;
 
-    std::string container; ///< of standard output, by its extension; empty: nut
+    std::string container; ///< of standard output, or its pictures, by their extension; empty: nut
     std::string codec;
     std::string pixelFormat;
     std::string profile;                             ///< of the codec; empty: by the pixel format
@@ -160,6 +160,12 @@ struct ConvertOptions
 
     bool readsStandardInput() const { return input == Media::standardName; }
     bool writesStandardOutput() const { return output == Media::standardName; }
+    bool dithers() const { return dither != Media::Dither::none; }
+    /// The output with an extension that says what it is, also for standard output.
+    std::filesystem::path namedOutput() const
+    {
+        return writesStandardOutput() ? std::filesystem::path("standard output." + container) : output;
+    }
     /// For messages.
     std::string inputName() const { return readsStandardInput() ? "standard input" : input.string(); }
     std::string outputName() const { return writesStandardOutput() ? "standard output" : output.string(); }

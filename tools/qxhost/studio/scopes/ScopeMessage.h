@@ -19,6 +19,8 @@ struct ScopeKinds
 
     bool operator==(const ScopeKinds&) const = default;
     bool any() const { return waveform || parade || vectorscope || histogram || chromaticity; }
+    /// Some count red, green and blue.
+    bool needPicture() const { return parade || histogram || chromaticity; }
 };
 
 /// What the window says. Throws Failure (usage) for a name that no scope has.

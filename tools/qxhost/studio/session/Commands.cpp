@@ -92,6 +92,13 @@ void removeKey(LookParameter* parameter, const std::string& name, std::int64_t f
     }
 }
 
+/// Sides that every subsampling of chroma divides.
+PictureSize proxySize(double width, double height)
+{
+    return {std::max(4, static_cast<int>(width + 0.5) / 4 * 4),
+            std::max(2, static_cast<int>(height + 0.5) / 2 * 2)};
+}
+
 Region regionIn(const std::vector<std::int64_t>& numbers, const Media::StreamInfo& info)
 {
     Region region{};
@@ -316,8 +323,7 @@ Json Session::Worker::doProxy(Client&, const Message& message)
             throw Failure(ExitCode::usage, "\"size\": expected a width and a height of at least 16");
         }
         if (scale < 1) {
-            proxy = PictureSize{std::max(1, static_cast<int>(info.width * scale + 0.5)),
-                                std::max(1, static_cast<int>(info.height * scale + 0.5))};
+            proxy = proxySize(info.width * scale, info.height * scale);
         }
     }
     if (proxy_ != proxy) {

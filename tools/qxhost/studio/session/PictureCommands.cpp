@@ -1,5 +1,6 @@
 #include "host/gpu/GPUService.h"
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/studio/scopes/ClipScopes.h"
 #include "tools/qxhost/studio/session/NamedLinks.h"
 #include "tools/qxhost/studio/session/Probe.h"
 #include "tools/qxhost/studio/session/Worker.h"
@@ -36,6 +37,13 @@ PictureSize fitted(const PictureSize& size, int side)
             std::max(1, static_cast<int>(size.height * scale + 0.5))};
 }
 
+/// Nothing if the clip holds no YCbCr there.
+std::optional<ProbedSample> sampleAt(const std::optional<Media::FrameCodes>& codes, int x, int y)
+{
+    const bool isThere = codes && x < codes->width() && y < codes->height();
+    return isThere ? std::optional(ProbedSample{codes->at(x, y), codes->coding()}) : std::nullopt;
+}
+
 /// "NAME" of "still/NAME.jpg"; empty for any other path.
 std::string_view nameIn(std::string_view path, std::string_view folder)
 {
@@ -61,16 +69,23 @@ Json Session::Worker::doProbe(Client&, const Message& message)
     const auto atX = static_cast<int>(x * size.width / info.width);
     const auto atY = static_cast<int>(y * size.height / info.height);
     const Scene& scene = projector_.scene();
-    const auto codesOf = [&](const Image::Surface& picture) {
-        return probed(scene.codes(picture, atX, atY), scene.bits(), scene.range(),
-                      projector_.clip().colour().matrix);
+    const ColourChoice& colour = projector_.clip().colour();
+    const std::optional<ProbedSample> sample = sampleAt(projector_.clipCodes(), atX, atY);
+    const ProbedSignal signal{.matrix = colour.matrix,
+                              .range = holdsRgb(info) ? Media::Range::video : colour.range,
+                              .bits = sample ? sample->coding.bits : info.bitsPerComponent};
+    const auto codesOf = [&](const Image::Surface& picture, bool isOfClip) {
+        return probed({scene.codes(picture, atX, atY), scene.bits(), scene.range()}, signal,
+                      isOfClip ? sample : std::nullopt);
     };
+    const bool isExact = !proxy_ && (sample || holdsRgb(info));
     return {{"x", x},
             {"y", y},
             {"frame", projector_.frame()},
-            {"exact", scene.bits()},
-            {"before", codesOf(projector_.before())},
-            {"after", codesOf(projector_.after())}};
+            {"exact", isExact ? Json(signal.bits) : Json()},
+            {"drawn", scene.bits()},
+            {"before", codesOf(projector_.before(), true)},
+            {"after", codesOf(projector_.after(), projector_.isUnchanged())}};
 }
 
 Json Session::Worker::doStill(Client&, const Message& message)
@@ -247,14 +262,24 @@ void Session::Worker::sendScopes(Client& client)
     signal.colour.matrix = clip.colour().matrix;
     signal.colour.range = clip.colour().range;
     const Host::ScopeRequest request = scopeRequest(signal, scopeSizes(wish.kinds));
-    const std::optional<Host::ScopeCounts> counts =
-        Host::gpuService().countScopes(picture.getGPUSurface(), request);
+    const bool isOfClip = wish.ofBefore || projector_.isUnchanged();
+    const std::optional<Media::FrameCodes> own = isOfClip ? projector_.clipCodes() : std::nullopt;
+    std::optional<Host::ScopeCounts> counts{std::in_place};
+    if (!own || wish.kinds.needPicture()) {
+        counts = Host::gpuService().countScopes(picture.getGPUSurface(), request);
+    }
     if (!counts) {
         wish.kinds = {};
         throw Failure(ExitCode::device,
                       device_ + ": cannot count the codes of pictures; there are no scopes");
     }
-    Json scopes{{"is", "scopes"}, {"frame", projector_.frame()}, {"of", wish.ofBefore ? "before" : "after"}};
+    if (own) {
+        countClip(*own, request, signal.colour.range, *counts);
+    }
+    Json scopes{{"is", "scopes"},
+                {"frame", projector_.frame()},
+                {"of", wish.ofBefore ? "before" : "after"},
+                {"own", own.has_value()}};
     scopes.update(scopeMessage(wish.kinds, signal, request, *counts));
     tell(client, scopes, iWindow::Kind::scopes);
     wish.due = std::max(wish.due, begin + scopesShare * (Clock::now() - begin));

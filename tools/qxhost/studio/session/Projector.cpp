@@ -42,8 +42,12 @@ void Projector::setProxy(const std::optional<PictureSize>& size)
 {
     std::unique_ptr<Proxy> made;
     if (size) {
+        // zimg takes no odd sides where chroma has fewer samples.
+        const bool isOdd = clip_.info().width % 2 != 0 || clip_.info().height % 2 != 0;
         made = std::make_unique<Proxy>(clip_.file(),
-                                       fmt::format("zscale=w={}:h={}:f=bilinear", size->width, size->height));
+                                       fmt::format("{}zscale=w={}:h={}:f=bilinear",
+                                                   isOdd ? "crop=iw-mod(iw\\,2):ih-mod(ih\\,2):0:0," : "",
+                                                   size->width, size->height));
     }
     proxy_ = std::move(made);
     clip_.forgetFrames();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/qxhost/media/rows/FrameCodes.h"
 #include "tools/qxhost/studio/picture/ChainDrawing.h"
 #include "tools/qxhost/studio/picture/ClipFrames.h"
 #include "tools/qxhost/studio/picture/Scene.h"
@@ -53,6 +54,10 @@ public:
 
     const Image::Surface& before() const { return before_; }
     const Image::Surface& after() const { return after_; }
+    /// The look has changed nothing of what is shown.
+    bool isUnchanged() const { return after_.getGPUSurface() == before_.getGPUSurface(); }
+    /// The codes that the clip holds, at the size that is drawn; nothing if they are not YCbCr.
+    std::optional<Media::FrameCodes> clipCodes() const { return Media::FrameCodes::of(shown_.frame); }
     /// Of the frame that is shown.
     std::int64_t number() const { return shown_.number; }
     std::int64_t frame() const { return shown_.index; }

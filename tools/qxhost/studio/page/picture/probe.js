@@ -5,7 +5,6 @@ import {afterDrawing, clipPlace, stagePlace} from './picture.js';
 import {studio} from '../base/studio.js';
 
 const stage = byId('stage');
-const depths = [8, 10, 16];
 
 let at = null; // the pixel that is probed
 let isHeld = false; // it stays where it is when the pointer moves
@@ -37,9 +36,9 @@ function build() {
                 depth = Number(target.value);
                 ask();
             }
-        },
-        ...depths.map((bits) => element('option', {value: bits, text: `${bits} bits`}))
+        }
     );
+    showDepths(null);
     cells.hold = element('button', {
         type: 'button',
         'aria-pressed': 'false',
@@ -66,10 +65,15 @@ function build() {
     stage.append(cells.cross);
 }
 
+// The depths that codes are shown with; `exact` is that of the clip's own codes, which may be another than the usual.
 function showDepths(exact) {
-    for (const option of cells.depth.options)
-        option.textContent = `${option.value} bits${Number(option.value) === exact ? ', exact' : ''}`;
-    if (depth === null) cells.depth.value = depths.find((bits) => bits >= studio.state.clip.bits) ?? 16;
+    const depths = [...new Set([8, 10, 16, exact ?? 8])].sort((a, b) => a - b);
+    const shown = depths.map((bits) => [bits, `${bits} bits${bits === exact ? ', exact' : ''}`]);
+    if (JSON.stringify(shown) === cells.depth.dataset.shown) return;
+    cells.depth.dataset.shown = JSON.stringify(shown);
+    cells.depth.replaceChildren(...shown.map(([value, text]) => element('option', {value, text})));
+    const ofClip = exact ?? studio.state?.clip.bits ?? 8;
+    cells.depth.value = depths.includes(depth) ? depth : (depths.find((bits) => bits >= ofClip) ?? 16);
 }
 
 function show(answer) {

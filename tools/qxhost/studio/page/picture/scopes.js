@@ -309,7 +309,10 @@ const draw = oncePerDrawing(() => {
     }
     if (counts) {
         const range = studio.state?.clip.range === 'video' ? ', marks at the ends of the video range' : '';
-        setText(byId('scope-note'), `${counts.bits} bits, frame ${counts.frame}${range}`);
+        const from = counts.own ? "the clip's own codes" : 'luma and chroma computed from red, green and blue';
+        const isCut = counts.own && (counts.parade || counts.histogram);
+        const cut = isCut ? `; red, green and blue are cut off at 0 and ${2 ** counts.bits - 1}` : '';
+        setText(byId('scope-note'), `${counts.bits} bits, frame ${counts.frame}, ${from}${range}${cut}`);
         byId('scopes').dataset.frame = counts.frame;
     }
 });

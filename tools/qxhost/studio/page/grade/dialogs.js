@@ -57,8 +57,8 @@ function thumbnail(kind, name) {
 // `pictures` are the thumbnails that are there already, so that none is drawn twice.
 function catalogueList(kind, entries, search, say, pictures) {
     // What cannot be drawn has no thumbnail, and of effects it is not known at once whether they can.
-    const pictureOf = ({name, ok}) => {
-        if (kind === 'effect' && ok !== true) return element('span', {class: 'no-thumbnail', 'aria-hidden': 'true'});
+    const pictureOf = ({name, ok, reason}) => {
+        if (kind === 'effect' && ok !== true) return element('span', {class: 'no-thumbnail reason', text: reason});
         const key = `${kind}/${name}`;
         if (!pictures.has(key)) pictures.set(key, thumbnail(kind, name));
         return pictures.get(key);
@@ -94,8 +94,7 @@ function catalogueList(kind, entries, search, say, pictures) {
                         'aria-label': entry.ok === false ? `${entry.name}, cannot be added: ${entry.reason}` : entry.name
                     },
                     pictureOf(entry),
-                    element('span', {text: entry.name}),
-                    entry.ok === false ? element('span', {class: 'reason', text: entry.reason}) : null
+                    element('span', {text: entry.name})
                 )
             )
         )

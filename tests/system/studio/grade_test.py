@@ -103,7 +103,7 @@ class GradeTest(support.StudioTest):
         page.click("#chain-add")
         page.find("dialog input[type=search]").send_keys("curves")
         page.wait(lambda: page.run("return document.querySelectorAll('.catalogue button').length") == 1, "the search found nothing")
-        page.wait(lambda: page.run("return document.querySelector('.catalogue img').naturalWidth") > 0, "there is no thumbnail")
+        page.wait(lambda: (page.run("return document.querySelector('.catalogue img')?.naturalWidth") or 0) > 0, "there is no thumbnail")
         page.click(".catalogue button")
         page.wait(lambda: names() == ["cc3.fx", "qx-curves.fx", "qx-vignette.fx"], "nothing was added")
         page.click(".link.open .link-head .small")
@@ -221,6 +221,61 @@ class GradeTest(support.StudioTest):
         page.type_number("#look-file", "new.look.toml")
         page.wait(lambda: page.text("#look-name") == "new.look.toml", "it is not saved when there is room again")
         self.assertEqual(look.read_bytes(), saved)
+
+    def boxes(self, selector):
+        """Where elements are that are shown: left, top, right and bottom."""
+        return self.page.run("""
+            return [...document.querySelectorAll(arguments[0])].filter((each) => each.checkVisibility()).map((each) => {
+                const {left, top, right, bottom} = each.getBoundingClientRect();
+                return [left, top, right, bottom];
+            });""", selector)
+
+    def test_the_catalogue_says_why_an_effect_cannot_be_added(self):
+        page = self.page
+        page.click("#chain-add")
+        page.find("dialog input[type=search]").send_keys("dissolve")
+        reason = ".catalogue [data-entry='effect/qx-dissolve.fx'][disabled] .reason"
+        page.wait(lambda: page.run("return Boolean(document.querySelector(arguments[0]))", reason), "there is no reason")
+        self.assertIn("second picture for To", page.text(reason))
+        self.assertIn("second picture for To", page.find(".catalogue button").get_attribute("title"))
+        asked = page.run("return performance.getEntriesByType('resource').map(({name}) => name)")
+        self.assertEqual([name for name in asked if "thumbnail/effect/qx-dissolve" in name], [])
+        page.click(".dialog-head button")
+
+    def test_the_parts_of_a_wheel_lie_apart_and_its_key_frames_on_one_line(self):
+        page = self.page
+        page.run("document.querySelector('.wheel .key').click()")
+        page.wait(lambda: len(self.boxes(".wheel .key-places")) > 0, "there are no key frames")
+        slider, = self.boxes(".wheel:first-child .number-row input[type=range]")
+        field, = self.boxes(".wheel:first-child .number-row input.number")
+        self.assertGreaterEqual(slider[3] - slider[1], 16) # the height of its thumb
+        self.assertGreaterEqual(field[1], slider[3])
+        row = self.boxes(".wheel .key-places > *")
+        self.assertEqual(len(row), 3)
+        self.assertLess(max(top for _, top, _, _ in row), min(bottom for *_, bottom in row))
+        page.run("document.querySelector('.wheel .key').click()")
+        page.wait(lambda: not self.boxes(".wheel .key-places"), "the key frame stays")
+
+    def test_nothing_is_missing_at_phone_width(self):
+        page = self.page
+        page.point_at(20, 20)
+        shown = ["#time", "#frame", "#play", "#probe td.number", "[role=tab]"]
+        for width in (390, 320):
+            self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                         {"width": width, "height": 844, "deviceScaleFactor": 1, "mobile": False})
+            page.wait(lambda: self.boxes("#tab-more"), "there is no tab for more")
+            page.click("#tab-more")
+            for selector in shown + ["#proxy", "#quality", "#speed", "#clip-facts", "#look-name"]:
+                boxes = self.boxes(selector)
+                self.assertNotEqual(boxes, [], selector)
+                for left, _, right, _ in boxes:
+                    self.assertGreaterEqual(left, 0, selector)
+                    self.assertLessEqual(right, width, selector)
+            self.assertEqual(len(self.boxes("#probe td.number")), 12)
+            self.assertFalse(page.run("const probe = document.getElementById('probe');"
+                                      "return probe.scrollWidth > probe.clientWidth || probe.scrollHeight > probe.clientHeight"))
+        self.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+        page.wait(lambda: self.boxes(".transport #proxy") and self.boxes(".top #look-name"), "they are not back in their places")
 
 
 if __name__ == "__main__":

@@ -197,11 +197,10 @@ class Page:
         return numpy.frombuffer(base64.b64decode(numbers), "uint8").reshape(HEIGHT, WIDTH, 3)
 
     def complaints(self):
-        """What the browser's console has of errors since the last call. Of some things it is no error that they are missing:
-        thumbnails of effects that need a second picture, and an editor that was not compiled in."""
+        """What the browser's console has of errors since the last call. It is no error that an editor is missing that was not
+        compiled in."""
         return [entry["message"] for entry in self.browser.get_log("browser")
-                if entry["level"] == "SEVERE" and not ("404" in entry["message"] and
-                                                       ("/thumbnail/" in entry["message"] or "/codemirror/" in entry["message"]))]
+                if entry["level"] == "SEVERE" and not ("404" in entry["message"] and "/codemirror/" in entry["message"])]
 
 
 class StudioTest(unittest.TestCase):

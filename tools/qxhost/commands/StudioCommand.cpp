@@ -7,6 +7,8 @@
 #include "tools/qxhost/studio/server/Server.h"
 #include "tools/qxhost/studio/session/Session.h"
 
+#include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <fmt/format.h>
 
@@ -31,6 +33,16 @@ struct StudioOptions
     Studio::ServerOptions server;
     std::string device;
 };
+
+std::uint16_t parsePort(const std::string& word)
+{
+    std::uint16_t port = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), port);
+    if (error != std::errc() || end != word.data() + word.size()) {
+        throw invalidValue("--port", word, "0 to 65535; 0 is any that is free");
+    }
+    return port;
+}
 
 std::string fromEnvironment(const char* name)
 {
@@ -64,7 +76,8 @@ ExitCode studio(StudioOptions options, Console& console)
     }
     if (deviceIsSoftware()) {
         console.note("drawing on " + deviceName() +
-                     ", a software device that runs on the CPU; a proxy makes it quicker");
+                     ", a software device that runs on the CPU; a smaller \"size\", below the picture, makes "
+                     "it quicker");
     }
     console.data(server.address() + "\n");
     server.run();
@@ -86,7 +99,9 @@ public:
         app.add_option("--looks", options_.session.looks,
                        "Where the page saves and opens looks.\nDefault: the current directory")
             ->option_text("DIR");
-        app.add_option("--port", options_.server.port, "The port of the address. Default: any that is free")
+        app.add_option_function<std::string>(
+               "--port", [this](const std::string& word) { options_.server.port = parsePort(word); },
+               "The port of the address. Default: any that is free")
             ->option_text("N");
         app.add_option("--host", options_.server.host,
                        "The address to listen on; anything but the default lets other machines in.\n"

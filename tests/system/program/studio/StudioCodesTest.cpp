@@ -20,12 +20,14 @@ struct HeldClip
     int chromaHeight;
     const char* range;
     const char* codec;
+    bool isInterlaced = false;
 };
 
 const std::vector<HeldClip> heldClips{
     {"tv8.mkv", "yuv420p", 8, 319, 177, 160, 89, "tv", "ffv1"},
     {"full8.mkv", "yuv420p", 8, 64, 48, 32, 24, "pc", "ffv1"},
     {"quarter.mkv", "yuv411p", 8, 64, 48, 16, 48, "tv", "ffv1"},
+    {"fields.mkv", "yuv420p", 8, 64, 48, 32, 24, "tv", "ffv1", true},
     {"v210.mov", "yuv422p10le", 10, 318, 178, 159, 178, "tv", "v210"},
     {"alpha.mkv", "yuva444p10le", 10, 64, 48, 64, 48, "tv", "ffv1"},
     {"tv12.mkv", "yuv444p12le", 12, 64, 48, 64, 48, "tv", "ffv1"},
@@ -69,10 +71,10 @@ protected:
                     ":rate=25:duration=0.04,format=" + clip.format + ",geq=lum='" + from + span +
                     "*X/(W-1)':cb='" + from + span + "*Y/(H-1)':cr='" + from + span +
                     "*(1-X*Y/(W-1)/(H-1))',crop=" + std::to_string(clip.width) + ":" +
-                    std::to_string(clip.height) +
-                    ":0:0:exact=1,setparams=colorspace=bt709:range=" + clip.range,
-                "-c:v", clip.codec, "-pix_fmt", clip.format, "-colorspace", "bt709", "-color_range",
-                clip.range, clip.name});
+                    std::to_string(clip.height) + ":0:0:exact=1,setfield=" +
+                    (clip.isInterlaced ? "tff" : "prog") + ",setparams=colorspace=bt709:range=" + clip.range,
+                "-c:v", clip.codec, "-field_order", clip.isInterlaced ? "tt" : "progressive", "-pix_fmt",
+                clip.format, "-colorspace", "bt709", "-color_range", clip.range, clip.name});
     }
 
     /// Y, Cb and Cr of a pixel, from FFmpeg's planes.
@@ -88,7 +90,8 @@ protected:
         const int chroma = clip.chromaWidth * clip.chromaHeight;
         const int across = (clip.width + clip.chromaWidth - 1) / clip.chromaWidth;
         const int down = (clip.height + clip.chromaHeight - 1) / clip.chromaHeight;
-        const int at = luma + y / down * clip.chromaWidth + x / across;
+        const int row = clip.isInterlaced ? y / 2 / down * 2 + y % 2 : y / down;
+        const int at = luma + row * clip.chromaWidth + x / across;
         return {sample(y * clip.width + x), sample(at), sample(at + chroma)};
     }
 };

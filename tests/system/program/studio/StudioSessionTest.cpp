@@ -579,7 +579,7 @@ TEST_F(Studio, keeps_the_last_good_picture_when_a_save_is_broken)
     write("dim.fx", dimming("amount * 2"));
     browser.state([](const Json& state) { return state["chain"][0]["error"].is_null(); });
     const Json mended = succeed(browser, {{"do", "probe"}, {"x", 50}, {"y", 50}});
-    EXPECT_EQ(mended["after"], mended["before"]); // 0.5 * 2
+    EXPECT_EQ(mended["after"]["rgb16"], mended["before"]["rgb16"]); // 0.5 * 2
     stop();
 }
 
@@ -819,7 +819,8 @@ TEST_F(Studio, lists_the_catalogue_with_what_can_be_drawn)
     Browser browser = window();
     succeed(browser, {{"do", "catalogue"}});
     Json list = browser.message("catalogue");
-    while (list["effects"][0]["ok"].is_null()) {
+    while (std::any_of(list["effects"].begin(), list["effects"].end(),
+                       [](const Json& each) { return each["ok"].is_null(); })) {
         list = browser.message("catalogue");
     }
     bool hasGrade = false;

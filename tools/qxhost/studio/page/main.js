@@ -50,7 +50,7 @@ const keys = [
     [null, null, 'a', () => studio.setCompare({way: 'none'})],
     ['S', 'keep a still', 's', keepStill],
     ['P', 'hold the probe', 'p', toggleHold],
-    ['E', 'switch the open link on or off', 'e', toggleSelected],
+    ['E', 'switch the open effect on or off', 'e', toggleSelected],
     ['?', 'these keys', '?', () => openHelp(shownKeys)]
 ];
 const shownKeys = [
@@ -128,10 +128,12 @@ function showHead() {
     const {clip, device, look, changed} = studio.state;
     setText(byId('clip-name'), clip.name);
     const rate = clip.still ? 'still' : `${Number((clip.rate[0] / clip.rate[1]).toFixed(3))} fps`;
-    const colour = clip.isRgb ? 'RGB' : clip.matrix.replace('bt', 'BT.');
+    const guessed = (isGuessed) => (isGuessed ? ' (guessed)' : '');
+    const matrix = clip.isRgb ? 'RGB' : clip.matrix.replace('bt', 'BT.') + guessed(clip.matrixGuessed);
+    const colour = `${matrix} ${clip.range}${guessed(clip.rangeGuessed)}`;
     setText(
         byId('clip-facts'),
-        `${clip.width} × ${clip.height} · ${rate} · ${clip.bits} bits · ${colour} ${clip.range} · ${device}`
+        `${clip.width} × ${clip.height} · ${rate} · ${clip.bits} bits · ${colour} · ${device}`
     );
     byId('clip-facts').title = byId('clip-facts').textContent;
     const name = look ? look.split('/').at(-1) : 'no look';

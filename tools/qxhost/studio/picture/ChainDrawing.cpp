@@ -10,6 +10,7 @@
 #include "tools/qxhost/pipeline/look/LookSteps.h"
 
 #include <algorithm>
+#include <regex>
 #include <sys/stat.h>
 #include <utility>
 
@@ -86,6 +87,13 @@ void takeTime(LinkStatus& status, std::optional<Host::GPUPassTimes> times)
     status.passMilliseconds = times ? std::move(times->milliseconds) : std::vector<double>();
 }
 
+/// Options of other commands, as keys of a look's step.
+std::string saidOfLooks(const std::string& text)
+{
+    static const std::regex option(R"(--texture (\w+)=FILE)");
+    return std::regex_replace(text, option, "texture = { $1 = \"FILE\" } to the step in the look's file");
+}
+
 /// What the step is compiled from: its parameters are set later. Names without a folder are the catalogue's.
 std::vector<EffectRequest> requestsOf(LookLink link)
 {
@@ -109,6 +117,11 @@ void ChainDrawing::examine(Link& link)
     link.status.failure.reset();
     link.status.warnings.clear();
     link.status.refused.clear();
+    if (link.stamp == 0 && std::filesystem::path(link.made.file).is_absolute()) {
+        link.status.error =
+            LinkError{link.made.file + ": there is no such file; put it there, or take the step away", {}};
+        return;
+    }
     if (link.made.kind == LookLink::Kind::lut) {
         return;
     }
@@ -148,7 +161,7 @@ void ChainDrawing::compile(Link& link, const LookLink& wanted)
         if (failure.code() == ExitCode::device) {
             throw;
         }
-        link.status.error = LinkError{failure.what(), {}};
+        link.status.error = LinkError{saidOfLooks(failure.what()), {}};
     }
     // The files are read twice. Who writes in between would else see what they held before.
     link.isSure = areFilesSame(link);

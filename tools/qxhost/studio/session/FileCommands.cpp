@@ -56,7 +56,9 @@ Json Session::Worker::doWrite(Client& client, const Message& message)
     const std::filesystem::path file = editableFile(message);
     const std::string text = message.text("text", largestText);
     const std::string digest = message.text("digest", 64);
-    const TextFile now = readText(file);
+    std::error_code error;
+    const bool isGone = !std::filesystem::exists(file, error) && !error; // what the page has is all there is
+    const TextFile now = isGone ? TextFile{{}, digest} : readText(file);
     if (now.digest != digest) {
         client.read.insert(file);
         known_[file] = now.digest;

@@ -6,7 +6,23 @@
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 
+#include <fstream>
+
 namespace Qx::Program::Studio {
+
+namespace {
+
+/// Text has no bytes of 0. Clips and pictures have.
+bool isText(const std::filesystem::path& file)
+{
+    constexpr std::size_t enough = 65536;
+    std::string bytes(enough, ' ');
+    std::ifstream in(file, std::ios::binary);
+    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes.find('\0') == std::string::npos;
+}
+
+} // namespace
 
 LookLink linkNamed(const std::string& word)
 {
@@ -19,6 +35,12 @@ LookLink linkNamed(const std::string& word)
     if (isPath) {
         if (!isLut && !std::filesystem::is_regular_file(word, error)) {
             static_cast<void>(obtainEffect(word)); // says which there are
+        }
+        if (!isLut && !isText(word)) {
+            throw Failure(
+                ExitCode::effect,
+                word + ": is no effect and no LUT; expected the text of an effect, such as cc3.fx, or a "
+                       "LUT, such as film.cube. One clip is shown, the first that is named");
         }
         link.file = std::filesystem::absolute(word).lexically_normal().string();
     } else if (isLut && !std::filesystem::is_regular_file(lutPath(word), error)) {

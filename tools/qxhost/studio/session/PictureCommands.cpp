@@ -131,7 +131,8 @@ Json Session::Worker::catalogue() const
         const auto found = drawable_.find(file.string());
         effects.push_back({{"name", name},
                            {"file", file.string()},
-                           {"ok", found == drawable_.end() ? Json() : Json(found->second)}});
+                           {"ok", found == drawable_.end() ? Json() : Json(found->second.empty())},
+                           {"reason", found == drawable_.end() ? "" : found->second}});
     }
     Json luts = Json::array();
     for (const std::filesystem::path& file : cataloguedFiles(LookLink::Kind::lut)) {

@@ -42,10 +42,16 @@ Json messagesOf(const LinkError& error)
     return messages;
 }
 
-Json errorOf(const LinkStatus& status)
+/// A step that is off needs no file, as in a conversion. `look` is the file of the chain, if it has one.
+Json errorOf(const LinkStatus& status, bool isOn, const std::string& look)
 {
+    if (status.error && status.error->messages.empty() && !isOn) {
+        return {};
+    }
     if (status.error) {
-        return {{"text", status.error->text}, {"messages", messagesOf(*status.error)}};
+        const bool isOfFile = !look.empty() && status.error->messages.empty();
+        return {{"text", (isOfFile ? look + ": " : "") + status.error->text},
+                {"messages", messagesOf(*status.error)}};
     }
     return status.failure ? Json{{"text", *status.failure}, {"messages", Json::array()}} : Json();
 }
@@ -97,6 +103,8 @@ Json Session::Worker::clipState() const
             {"bits", info.bitsPerComponent},
             {"matrix", wordOf(clip.colour().matrix)},
             {"range", clip.colour().range == Media::Range::video ? "video" : "full"},
+            {"matrixGuessed", clip.colour().matrixGuessed},
+            {"rangeGuessed", clip.colour().rangeGuessed},
             {"isRgb", holdsRgb(info)},
             {"still", info.isStill}};
 }
@@ -121,7 +129,7 @@ Json Session::Worker::linkState(const LookLink& link) const
                {"on", link.on},
                {"technique", isLut ? "" : status.technique},
                {"techniques", isLut ? Json::array() : techniques}};
-    state["error"] = errorOf(status);
+    state["error"] = errorOf(status, link.on, lookFile_);
     state["warnings"] = status.warnings;
     for (const auto& [name, reason] : status.refused) {
         state["warnings"].push_back(reason);

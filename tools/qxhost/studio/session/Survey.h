@@ -13,8 +13,8 @@ namespace Qx::Program::Studio {
 class Survey
 {
 public:
-    /// By the effects' files.
-    using Result = std::map<std::string, bool>;
+    /// By the effects' files: why it cannot be drawn; empty if it can.
+    using Result = std::map<std::string, std::string>;
 
     Survey() = default;
     /// Waits for the effect that is being compiled.
@@ -22,8 +22,9 @@ public:
     Survey(const Survey&) = delete;
     Survey& operator=(const Survey&) = delete;
 
-    /// Calls `done` on that thread. Does nothing if it has been started.
-    void start(std::function<void(Result)> done);
+    /// Calls `found` on that thread after each effect, with those up to it. Does nothing if it has been
+    /// started.
+    void start(std::function<void(Result)> found);
 
 private:
     std::atomic<bool> stops_{false};

@@ -13,6 +13,9 @@ namespace Qx::Program::Studio {
 
 namespace {
 
+/// Of file systems, less what a file that is written aside has behind its name.
+constexpr std::size_t longestName = 200;
+
 bool isUtf8(const std::string& text)
 {
     try {
@@ -71,8 +74,11 @@ std::string writeText(const std::filesystem::path& file, const std::string& text
         throw Failure(ExitCode::output, output.text());
     }
     std::error_code error;
-    const std::filesystem::perms mode = std::filesystem::status(file, error).permissions();
-    if (!error) {
+    const std::filesystem::file_status before = std::filesystem::status(file, error);
+    const std::filesystem::perms mode = before.permissions();
+    if (before.type() == std::filesystem::file_type::not_found) {
+        error.clear(); // a file that is gone has left no mode
+    } else if (!error) {
         std::filesystem::permissions(output.value().part(), mode, error);
     }
     if (error) {
@@ -95,6 +101,12 @@ std::filesystem::path beneath(const std::filesystem::path& folder, const std::st
         std::none_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; });
     if (!isNamed) {
         throw Failure(ExitCode::usage, fmt::format("\"file\": expected a name that ends in {}", ending));
+    }
+    const bool isLong = std::any_of(path.begin(), path.end(),
+                                    [](const auto& part) { return part.native().size() > longestName; });
+    if (isLong) {
+        throw Failure(ExitCode::usage, fmt::format("\"{}\": is too long; expected a name of at most {} bytes",
+                                                   name, longestName));
     }
     std::filesystem::path file = folder / path;
     if (path.is_absolute() || isHidden || !isBeneath(file, folder)) {

@@ -1,6 +1,7 @@
 #include "tools/qxhost/studio/session/Worker.h"
 
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/look/LookFile.h"
 #include "tools/qxhost/studio/server/Guard.h"
@@ -39,6 +40,26 @@ std::shared_ptr<const std::string> framed(const Json& header, const std::string&
         bytes->push_back(static_cast<char>((text.size() >> shift) & 0xFFU));
     }
     return (*bytes += text) += jpeg, bytes;
+}
+
+/// What nobody says of the clip's colours, for people; empty if they are known.
+std::string guessNote(const ClipFrames& clip)
+{
+    const ColourChoice& colour = clip.colour();
+    std::vector<std::string> tags;
+    std::vector<std::string> guesses;
+    if (colour.matrixGuessed) {
+        tags.emplace_back("matrix");
+        guesses.emplace_back(nameOf(colour.matrix));
+    }
+    if (colour.rangeGuessed) {
+        tags.emplace_back("range");
+        guesses.push_back(std::string(nameOf(colour.range)) + " range");
+    }
+    return tags.empty()
+               ? ""
+               : clip.file().string() + ": has no tag for its " + listed(tags, "and") + "; assuming " +
+                     listed(guesses, "and") + "; 'qxhost convert' takes others with --matrix and --range";
 }
 
 int scaled(int value, double scale)
@@ -97,6 +118,9 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
     drawFrame();
     if (!problem_.empty()) {
         throw Failure(ExitCode::input, problem_);
+    }
+    if (const std::string note = guessNote(projector_.clip()); !note.empty()) {
+        console_.note(note);
     }
     thread_ = std::thread([this] { run(); });
 }

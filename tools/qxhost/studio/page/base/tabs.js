@@ -1,4 +1,4 @@
-// The parts below the picture, one at a time; at phone width the chain is one of them.
+// The parts below the picture, one at a time; at phone width the chain is one of them, and what has no room else another.
 
 import {byId} from './dom.js';
 import {remember, remembered} from './memory.js';
@@ -12,7 +12,7 @@ const visible = () => tabs.filter((tab) => narrow.matches || !tab.classList.cont
 /** The name of the part that is shown. */
 export const shownTab = () => document.body.dataset.tab;
 
-/** Shows a part: grade, scopes, stills or text. */
+/** Shows a part: grade, scopes, stills, text or more. */
 export function showTab(name) {
     document.body.dataset.tab = name;
     for (const tab of tabs) {
@@ -24,11 +24,22 @@ export function showTab(name) {
     studio.emit('tab', name);
 }
 
+// What the head and the line below the picture have no room for at phone width, with its place at others.
+const more = [...document.querySelectorAll('[data-more]')].map((item) => {
+    const place = document.createComment('');
+    item.before(place);
+    return {item, place};
+});
+
 function adapt() {
+    for (const {item, place} of more) {
+        if (narrow.matches) byId('panel-more').append(item);
+        else place.after(item);
+    }
     // The chain is a tab's panel only where there is a tab for it.
     byId('side').setAttribute('role', narrow.matches ? 'tabpanel' : 'region');
     if (narrow.matches) showTab('grade');
-    else showTab(shownTab() === 'grade' ? 'scopes' : shownTab());
+    else showTab(['grade', 'more'].includes(shownTab()) ? 'scopes' : shownTab());
 }
 
 // The line between picture and parts, by pointer and arrow keys.

@@ -56,7 +56,9 @@ function thumbnail(kind, name) {
 
 // `pictures` are the thumbnails that are there already, so that none is drawn twice.
 function catalogueList(kind, entries, search, say, pictures) {
-    const pictureOf = (name) => {
+    // What cannot be drawn has no thumbnail, and of effects it is not known at once whether they can.
+    const pictureOf = ({name, ok, reason}) => {
+        if (kind === 'effect' && ok !== true) return element('span', {class: 'no-thumbnail reason', text: reason});
         const key = `${kind}/${name}`;
         if (!pictures.has(key)) pictures.set(key, thumbnail(kind, name));
         return pictures.get(key);
@@ -85,15 +87,13 @@ function catalogueList(kind, entries, search, say, pictures) {
                     'button',
                     {
                         type: 'button',
+                        'data-entry': `${kind}/${entry.name}`,
                         onclick: () => add(entry),
                         disabled: entry.ok === false,
-                        title:
-                            entry.ok === false
-                                ? `${entry.file}\ncannot be drawn on one picture, or does not compile`
-                                : entry.file,
-                        'aria-label': entry.ok === false ? `${entry.name}, cannot be drawn here` : entry.name
+                        title: entry.ok === false ? `${entry.file}\n${entry.reason}` : entry.file,
+                        'aria-label': entry.ok === false ? `${entry.name}, cannot be added: ${entry.reason}` : entry.name
                     },
-                    pictureOf(entry.name),
+                    pictureOf(entry),
                     element('span', {text: entry.name})
                 )
             )
@@ -126,7 +126,12 @@ function openCatalogue() {
     search.addEventListener('input', fill);
     openDialog('Add to the chain', 'wide', search, status.root, place);
     fill();
-    const again = () => dialog.open && place.isConnected && fill();
+    const again = () => {
+        if (!dialog.open || !place.isConnected) return;
+        const entry = place.contains(document.activeElement) && document.activeElement.dataset.entry;
+        fill();
+        if (entry) place.querySelector(`[data-entry="${CSS.escape(entry)}"]`)?.focus();
+    };
     studio.addEventListener('catalogue', again);
     dialog.addEventListener('close', () => studio.removeEventListener('catalogue', again), {once: true});
     studio.tell('catalogue');

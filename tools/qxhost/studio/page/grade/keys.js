@@ -78,7 +78,7 @@ export function keyFrames(link, ...names) {
         {'aria-label': 'Course from this key frame to the next', onchange: ({target}) => setAll(target.value)},
         ...curves.map(([value, text]) => element('option', {value, text}))
     );
-    const list = element('div', {class: 'keys', hidden: true}, back, place, on, way);
+    const list = element('div', {class: 'keys', hidden: true}, element('span', {class: 'key-places'}, back, place, on), way);
 
     const update = () => {
         const keys = all();

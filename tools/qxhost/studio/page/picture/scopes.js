@@ -35,9 +35,11 @@ function brightness(full) {
     );
 }
 
-// An image of counts, level 0 at the bottom; `colours` says which of red, green and blue each array lights.
-function imageOf(arrays, columns, rows) {
-    const image = new ImageData(columns, rows);
+// An image of counts, level 0 at the bottom; `colours` says which of red, green and blue each array lights. Each of its rows
+// stands for `levels` of theirs, and is as bright as the brightest of these.
+function imageOf(arrays, columns, rows, levels = 1) {
+    const last = Math.ceil(rows / levels) - 1;
+    const image = new ImageData(columns, last + 1);
     let most = 1;
     for (const {values} of arrays) most = values.reduce((a, b) => (a > b ? a : b), most);
     const light = brightness(most);
@@ -47,7 +49,7 @@ function imageOf(arrays, columns, rows) {
                 const count = values[row * columns + column];
                 if (count === 0) continue;
                 const bright = light[count];
-                const at = 4 * ((rows - 1 - row) * columns + column);
+                const at = 4 * ((last - Math.floor(row / levels)) * columns + column);
                 image.data[at] = Math.max(image.data[at], bright * colour[0]);
                 image.data[at + 1] = Math.max(image.data[at + 1], bright * colour[1]);
                 image.data[at + 2] = Math.max(image.data[at + 2], bright * colour[2]);
@@ -67,6 +69,15 @@ function drawImage(context, image, x, y, width, height) {
     context.imageSmoothingEnabled = true;
     context.imageSmoothingQuality = 'high';
     context.drawImage(spare, x, y, width, height);
+}
+
+// Draws counts of levels into a place. Levels that share a line of the screen are not averaged: a flat picture has one bright
+// level among hundreds of dark ones.
+function drawLevels(context, values, colour, {columns, levels}, place) {
+    const each = Math.max(1, Math.ceil((2 * levels) / place.height));
+    const image = imageOf([{values, colour}], columns, levels, each);
+    const height = (place.height * image.height * each) / levels;
+    drawImage(context, image, place.x, place.y + place.height - height, place.width, height);
 }
 
 // Scopes are dark in both themes, as their traces are light.
@@ -122,12 +133,7 @@ const margins = (width, height, scale) => ({
 
 function drawWaveform({context, width, height, scale}, {bits, waveform, black, white: top}) {
     const place = margins(width, height, scale);
-    const image = imageOf(
-        [{values: decodeCounts(waveform.luma), colour: white}],
-        waveform.columns,
-        waveform.levels
-    );
-    drawImage(context, image, place.x, place.y, place.width, place.height);
+    drawLevels(context, decodeCounts(waveform.luma), white, waveform, place);
     levelLines(context, scale, place, waveform.levels, bits, [black, top]);
 }
 
@@ -139,8 +145,8 @@ function drawParade({context, width, height, scale}, {bits, parade}) {
         ['g', green],
         ['b', blue]
     ].forEach(([channel, colour], i) => {
-        const image = imageOf([{values: decodeCounts(parade[channel]), colour}], parade.columns, parade.levels);
-        drawImage(context, image, place.x + i * part + scale, place.y, part - 2 * scale, place.height);
+        const third = {...place, x: place.x + i * part + scale, width: part - 2 * scale};
+        drawLevels(context, decodeCounts(parade[channel]), colour, parade, third);
     });
     levelLines(context, scale, place, parade.levels, bits, null);
 }

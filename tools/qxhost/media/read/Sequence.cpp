@@ -28,11 +28,12 @@ public:
         while (first <= last) {
             const bool isEmpty = next != empty.end() && *next == first;
             long end = first;
-            for (; isEmpty && ++next != empty.end() && *next == end + 1 && end < last;) {
-                ++end;
-            }
             if (!isEmpty) {
                 end = next != empty.end() && *next <= last ? *next - 1 : last;
+            } else {
+                while (++next != empty.end() && *next == end + 1 && end < last) {
+                    ++end;
+                }
             }
             addOne(numbersText(first, end) + (isEmpty ? " empty" : " missing"));
             first = end + 1;

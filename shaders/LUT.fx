@@ -177,25 +177,35 @@ float3 throughTable(float3 colour, int row, int layer, float last, bool trilinea
     return trilinear ? inCubes(at, last, layer) : inTetrahedra(at, last, layer);
 }
 
-// The shares of three edges that add up to a colour, and how far these are inside the tetrahedron of the edges.
+// The shares of three edges that come nearest to a colour, and how far they are from it: 0 if the colour is in
+// the tetrahedron of the edges, up to rounding. The shares of a flat tetrahedron may be anything, so they count
+// only if they add up to the colour.
 float4 inTetrahedron(float3 missing, float3 first, float3 second, float3 third)
 {
     float3 across = cross(second, third);
     float volume = dot(first, across);
     if (volume == 0.0)
-        return float4(0.0, 0.0, 0.0, -1.0);
+        return float4(0.0, 0.0, 0.0, 1e30);
     float3 f = float3(dot(missing, across), dot(missing, cross(third, first)),
                       dot(missing, cross(first, second))) / volume;
-    return float4(f, min(min(1.0 - f.x, f.x - f.y), min(f.y - f.z, f.z)));
+    float depth = min(min(1.0 - f.x, f.x - f.y), min(f.y - f.z, f.z));
+    f.x = clamp(f.x, 0.0, 1.0);
+    f.y = clamp(f.y, 0.0, f.x);
+    f.z = clamp(f.z, 0.0, f.y);
+    float3 rest = abs(missing - first * f.x - second * f.y - third * f.z);
+    float3 sizes = abs(first) + abs(second) + abs(third);
+    float off = max(rest.r, max(rest.g, rest.b));
+    float rounding = 2e-6 * (1.0 + max(sizes.r, max(sizes.g, sizes.b)));
+    return float4(f, depth >= -1e-6 && off <= rounding ? 0.0 : max(off, 1e-30));
 }
 
-// The first place that is inside, up to rounding; else the one that is nearest.
+// The first place that has the colour; else the one that is nearest to it.
 float4 better(float4 best, float4 other)
 {
-    return best.w < -1e-6 && other.w > best.w ? other : best;
+    return other.w < best.w ? other : best;
 }
 
-// The place in a cell where the table has the colour, and how far inside its tetrahedron it is.
+// The place in a cell where the table comes nearest to the colour, and how far it is from it.
 float4 inCell(float3 wanted, int3 corner)
 {
     float3 dark = entry(corner);
@@ -223,15 +233,15 @@ float3 throughInverse(float3 colour, int row, int layer, float last)
     int ranges = int(search.r + 0.5);
     int cells = int(search.g + 0.5);
     float3 range = entry(inLayers(bucket.r + search.b * (bucket.g + search.b * bucket.b), ranges));
-    float4 best = float4(0.0, 0.0, 0.0, -1.0);
-    for (float i = 0.0; i < range.g && best.w < -1e-6; i += 1.0)
+    float4 best = float4(0.0, 0.0, 0.0, 1e30);
+    for (float i = 0.0; i < range.g && best.w > 0.0; i += 1.0)
     {
         float3 cell = entry(inLayers(range.r + i, cells));
         float4 found = inCell(wanted, int3(cell + 0.5) + int3(0, 0, layer));
-        if (found.w > best.w)
+        if (found.w < best.w)
             best = float4(found.xyz + cell, found.w);
     }
-    return best.w < -1e-4 ? float3(0.0, 0.0, 0.0) : clamp((best.xyz - 1.0) / (last - 2.0), 0.0, 1.0);
+    return best.w > 1e-3 ? float3(0.0, 0.0, 0.0) : clamp((best.xyz - 1.0) / (last - 2.0), 0.0, 1.0);
 }
 
 float3 throughSteps(float3 colour)

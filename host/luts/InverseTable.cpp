@@ -50,6 +50,14 @@ std::size_t rank(const Place& cell)
     return result;
 }
 
+/// Whether a cell is beyond two or three faces of the source. All its corners are then in one plane, which
+/// the cells beyond one face cover from both sides; a colour in it would be at any place along that edge.
+bool isFlat(const Place& cell, std::size_t cellsAlong)
+{
+    return std::count_if(cell.begin(), cell.end(),
+                         [&](std::size_t at) { return at == 0 || at + 1 == cellsAlong; }) > 1;
+}
+
 struct Bounds
 {
     Place first{};
@@ -111,7 +119,10 @@ std::optional<LUTInverse> inverseOf(const iHostImage3D& table)
     const auto cellsAlong = static_cast<std::size_t>(wide->getSize() - 1);
     std::vector<Place> cells;
     for (std::size_t i = 0; i < cellsAlong * cellsAlong * cellsAlong; ++i) {
-        cells.push_back({i % cellsAlong, i / cellsAlong % cellsAlong, i / cellsAlong / cellsAlong});
+        const Place cell{i % cellsAlong, i / cellsAlong % cellsAlong, i / cellsAlong / cellsAlong};
+        if (!isFlat(cell, cellsAlong)) {
+            cells.push_back(cell);
+        }
     }
     std::sort(cells.begin(), cells.end(), [](const Place& a, const Place& b) { return rank(a) < rank(b); });
     std::vector<std::size_t> counts(entriesOf(inverse.buckets), 0);

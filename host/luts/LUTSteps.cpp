@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <string>
 
 namespace Qx::Host {
@@ -147,17 +148,55 @@ Colour difference(const float* a, const float* b)
 }
 
 constexpr float insideEnough = -1e-6F; // rounding between two cells
-constexpr float nearEnough = -1e-4F;   // if no cell has the colour
+constexpr float sameColour = 2e-6F;    // rounding, as a share of the numbers that it comes from
+constexpr float nearEnough = 1e-3F;    // if no cell has the colour
+constexpr float nowhere = 1e30F;
 
-/// A place in a cell, and how far inside its tetrahedron it is: negative outside.
+/// A place in a cell, and how far the table's colour there is from the wanted one: 0 up to rounding.
 struct Candidate
 {
     Colour place{};
-    float depth = -1.0F;
+    float off = nowhere;
 };
 
-/// The place in a cell of the table where it has the colour. The tetrahedra are told apart by the order in
-/// which their axes lead from the dark to the bright corner; OpenColorIO tries them in this sequence too.
+using Edges = std::array<Colour, 3>; ///< of a tetrahedron, from its dark corner to the bright one
+
+/// The shares of the edges that come nearest to a colour. The shares of a flat tetrahedron may be anything,
+/// so they count only if they add up to the colour.
+Candidate placeInTetrahedron(const Colour& missing, const Edges& edges)
+{
+    const auto& [first, second, third] = edges;
+    const Colour across = cross(second, third);
+    const float volume = dot(first, across);
+    if (volume == 0.0F) {
+        return {};
+    }
+    const float a = dot(missing, across) / volume;
+    const float b = dot(missing, cross(third, first)) / volume;
+    const float c = dot(missing, cross(first, second)) / volume;
+    const float depth = std::min(std::min(1.0F - a, a - b), std::min(b - c, c));
+    Candidate candidate;
+    float most = 1.0F;
+    for (std::size_t i = 0; i < 3; ++i) {
+        const float share = i == 0 ? a : (i == 1 ? b : c);
+        most = share > 0.0F ? std::min(share, most) : 0.0F;
+        candidate.place[i] = most;
+    }
+    float off = 0.0F;
+    float sizes = 0.0F;
+    for (std::size_t i = 0; i < 3; ++i) {
+        off = std::max(off, std::abs(missing[i] - first[i] * candidate.place[0] -
+                                     second[i] * candidate.place[1] - third[i] * candidate.place[2]));
+        sizes = std::max(sizes, std::abs(first[i]) + std::abs(second[i]) + std::abs(third[i]));
+    }
+    const bool has = depth >= insideEnough && off <= sameColour * (1.0F + sizes);
+    candidate.off = has ? 0.0F : std::max(off, std::numeric_limits<float>::min());
+    return candidate;
+}
+
+/// The place in a cell of the table where it comes nearest to the colour. The tetrahedra are told apart by
+/// the order in which their axes lead from the dark to the bright corner; OpenColorIO tries them in this
+/// sequence too.
 Candidate placeInCell(const iHostImage3D& table, const std::array<std::uint8_t, 3>& cell,
                       const Colour& wanted)
 {
@@ -171,7 +210,7 @@ Candidate placeInCell(const iHostImage3D& table, const std::array<std::uint8_t, 
     const Colour missing = difference(wanted.data(), dark);
     Candidate best;
     for (const auto& order : orders) {
-        if (best.depth >= insideEnough) {
+        if (best.off == 0.0F) {
             break;
         }
         std::array<std::size_t, 3> upper{};
@@ -179,23 +218,13 @@ Candidate placeInCell(const iHostImage3D& table, const std::array<std::uint8_t, 
         const float* one = corner(upper);
         upper[order[1]] = 1;
         const float* two = corner(upper);
-        const Colour first = difference(one, dark);
-        const Colour second = difference(two, one);
-        const Colour third = difference(bright, two);
-        const Colour across = cross(second, third);
-        const float volume = dot(first, across);
-        if (volume == 0.0F) {
-            continue;
-        }
-        const float a = dot(missing, across) / volume;
-        const float b = dot(missing, cross(third, first)) / volume;
-        const float c = dot(missing, cross(first, second)) / volume;
-        const float depth = std::min(std::min(1.0F - a, a - b), std::min(b - c, c));
-        if (depth > best.depth) {
-            best.depth = depth;
-            best.place[order[0]] = a;
-            best.place[order[1]] = b;
-            best.place[order[2]] = c;
+        const Candidate found = placeInTetrahedron(
+            missing, {difference(one, dark), difference(two, one), difference(bright, two)});
+        if (found.off < best.off) {
+            best.off = found.off;
+            for (std::size_t i = 0; i < 3; ++i) {
+                best.place[order[i]] = found.place[i];
+            }
         }
     }
     for (std::size_t c = 0; c < 3; ++c) {
@@ -217,14 +246,14 @@ Colour through(const LUTInverse& inverse, const Colour& in)
     Candidate best;
     for (std::uint32_t i = inverse.firsts[bucket]; i < inverse.firsts[bucket + 1]; ++i) {
         const Candidate candidate = placeInCell(*inverse.table, inverse.cells[i], wanted);
-        best = candidate.depth > best.depth ? candidate : best;
-        if (best.depth >= insideEnough) {
+        best = candidate.off < best.off ? candidate : best;
+        if (best.off == 0.0F) {
             break;
         }
     }
     const float last = static_cast<float>(inverse.table->getSize() - 3);
     Colour out{};
-    for (std::size_t c = 0; c < 3 && best.depth >= nearEnough; ++c) {
+    for (std::size_t c = 0; c < 3 && best.off <= nearEnough; ++c) {
         out[c] = std::clamp((best.place[c] - 1.0F) / last, 0.0F, 1.0F);
     }
     return out;

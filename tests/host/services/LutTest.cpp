@@ -4,6 +4,7 @@
 #include "tests/host/services/Support.h"
 
 #include <OpenColorIO/OpenColorIO.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -680,6 +681,98 @@ TEST_F(LutTest, TheNumberOfStepsIsLimited)
     EXPECT_EQ(most.steps.size(), 1U) << most.failure;
     EXPECT_EQ(most.facts.contents.substr(most.facts.contents.rfind(", then ")), ", then 56 more steps");
     EXPECT_LT(most.facts.contents.size(), 400U);
+}
+
+/// What a table of 33 points an edge has at a place, between its entries in tetrahedra.
+class FilmTable
+{
+public:
+    FilmTable()
+    {
+        for (std::size_t i = 0; i < entries_.size(); ++i) {
+            const double r = static_cast<double>(i / edge / edge) / (edge - 1);
+            const double g = static_cast<double>(i / edge % edge) / (edge - 1);
+            const double b = static_cast<double>(i % edge) / (edge - 1);
+            entries_[i] = {std::pow(r, 0.9) * 0.95 + 0.05 * g, g, std::pow(b, 1.2)};
+        }
+    }
+
+    std::string text() const // blue runs fastest, as in CLF
+    {
+        std::string all =
+            fmt::format("<InverseLUT3D{}><Array dim=\"{} {} {} 3\">\n", floatDepths, edge, edge, edge);
+        for (const std::array<double, 3>& entry : entries_) {
+            all += fmt::format("{:.9g} {:.9g} {:.9g}\n", entry[0], entry[1], entry[2]);
+        }
+        return all + "</Array></InverseLUT3D>";
+    }
+
+    Colour at(const std::array<double, 3>& place) const
+    {
+        std::array<std::size_t, 3> cell{};
+        std::array<double, 3> part{};
+        std::array<std::size_t, 3> order{0, 1, 2};
+        for (std::size_t c = 0; c < 3; ++c) {
+            const double scaled = place[c] * (edge - 1);
+            cell[c] = std::min<std::size_t>(static_cast<std::size_t>(scaled), edge - 2);
+            part[c] = scaled - static_cast<double>(cell[c]);
+        }
+        std::sort(order.begin(), order.end(),
+                  [&](std::size_t a, std::size_t b) { return part[a] > part[b]; });
+        std::array<double, 3> sum = entry(cell);
+        for (const std::size_t axis : order) {
+            const std::array<double, 3> before = entry(cell);
+            ++cell[axis];
+            for (std::size_t c = 0; c < 3; ++c) {
+                sum[c] += part[axis] * (entry(cell)[c] - before[c]);
+            }
+        }
+        return {static_cast<float>(sum[0]), static_cast<float>(sum[1]), static_cast<float>(sum[2])};
+    }
+
+private:
+    static constexpr std::size_t edge = 33;
+
+    const std::array<double, 3>& entry(const std::array<std::size_t, 3>& at) const
+    {
+        return entries_[(at[0] * edge + at[1]) * edge + at[2]];
+    }
+
+    std::vector<std::array<double, 3>> entries_ = std::vector<std::array<double, 3>>(edge * edge * edge);
+};
+
+TEST_F(LutTest, TheInverseOfATableNeverLeavesThePlaceOfAColourAtItsEdge)
+{
+    const FilmTable film;
+    const LUTReading reading = readLUT(directory_.write("film.ctf", ctf(film.text())));
+    ASSERT_EQ(reading.steps.size(), 1U) << reading.failure;
+    std::mt19937 random(3);
+    std::uniform_real_distribution<double> any(0.0, 1.0);
+    for (const double codes : {255.0, 65535.0, 0.0}) { // rounded to codes, or not
+        double worst = 0.0;
+        std::array<double, 3> where{};
+        for (int i = 0; i < 8000; ++i) {
+            std::array<double, 3> place{any(random), any(random), any(random)};
+            for (std::size_t c = 0; c < 3; ++c) {
+                const int kind = static_cast<int>(random() % 4); // at either end, or beside it
+                place[c] = kind == 0 ? 0.0 : kind == 1 ? 1.0 : kind == 2 ? 1.0 - place[c] * 1e-4 : place[c];
+            }
+            Colour wanted = film.at(place);
+            for (float& value : wanted) {
+                value = codes > 0.0 ? static_cast<float>(std::round(value * codes) / codes) : value;
+            }
+            const Colour found = Host::apply(reading.steps, wanted);
+            for (std::size_t c = 0; c < 3; ++c) {
+                const double off = std::abs(static_cast<double>(found[c]) - place[c]);
+                where = off > worst ? place : where;
+                worst = std::max(worst, off);
+            }
+        }
+        // Rounding to codes moves a colour by half a code, perhaps out of the table, whence it comes back by
+        // another half on the way to mid-grey. The table is at least half as steep as the identity.
+        EXPECT_LE(worst, codes > 0.0 ? 2.2 / codes : 4e-6)
+            << codes << " codes: " << where[0] << ' ' << where[1] << ' ' << where[2];
+    }
 }
 
 TEST_F(LutTest, AnInverseWhoseSearchHasNoEndIsRefused)

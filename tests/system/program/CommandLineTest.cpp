@@ -219,6 +219,19 @@ TEST_F(CommandLine, wrong_values_are_answered_with_the_right_ones)
                      {"--start", "expected a whole number, 0 or more"});
 }
 
+TEST_F(CommandLine, options_that_contradict_each_other_are_refused)
+{
+    expectUsageError({"convert", "in.mov", "out.mov", "--audio-codec", "aac", "--no-audio"},
+                     {"--audio-codec aac encodes what --no-audio leaves out"});
+    expectUsageError({"formats", "--json", "--markdown"}, {"--json and --markdown print different things"});
+}
+
+TEST_F(CommandLine, a_look_that_is_given_as_a_lut_is_answered_with_the_option_for_looks)
+{
+    expectUsageError({"convert", "in.mov", "out.mov", "--lut", "warm.look.toml"},
+                     {"which is no LUT; give --look warm.look.toml"});
+}
+
 TEST_F(CommandLine, frames_are_picked_in_one_way)
 {
     for (const char* word : {"1:60", "1:2:3:4:5", "5sec", "1.5", "-3s", "1:-2", "1.5:30", ":30", "5.s",

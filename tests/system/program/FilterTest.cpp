@@ -165,6 +165,43 @@ TEST_F(Filters, short_forms_are_graphs_and_say_so)
     EXPECT_EQ(convert({"clip.mkv", "out.mov", "--pad", "10x10+2+2"}, 2).out, "");
 }
 
+TEST_F(Filters, a_crop_that_reaches_out_of_the_picture_is_refused)
+{
+    makeClip("clip.mkv", "yuv422p10le", "64x48", 0.04, lossless);
+    const auto expectOut = [&](const std::vector<std::string>& options, const std::string& what) {
+        std::vector<std::string> arguments{"clip.mkv", "out.mov"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        expectHas(convert(arguments, 2).err, what);
+        EXPECT_FALSE(fs::exists(at("out.mov")));
+    };
+    expectOut({"--crop", "10x10+1000+0"},
+              "crop: 10x10 pixels at 1000 across, 0 down, reach out of the picture of "
+              "64x48; the largest place is 54 across, 38 down");
+    expectOut({"--crop", "32x24+33+0"}, "crop: 32x24 pixels at 33 across, 0 down, reach out");
+    expectOut({"--crop", "32x24+0+25"}, "crop: 32x24 pixels at 0 across, 25 down, reach out");
+    expectOut({"--crop", "500x10"}, "'500'");
+    expectOut({"--before", "crop=10:10:60:(ih-oh)/2"}, "at 60 across, a formula down, reach out");
+    convert({"clip.mkv", "out.mov", "--crop", "32x24+32+24"});
+}
+
+TEST_F(Filters, a_size_that_cuts_a_chroma_sample_is_refused_with_the_sizes_beside_it)
+{
+    makeClip("clip.mkv", "yuv422p10le", "64x48", 0.04, lossless);
+    const Outcome odd = convert({"clip.mkv", "out.mov", "--resize", "33x25"}, 2);
+    expectHas(odd.err,
+              "zscale: yuv422p10le has one chroma sample for 2 pixels across and 1 down, so it cannot be "
+              "33x25; use a width of 32 or 34 and a height of 25");
+    EXPECT_EQ(odd.err.find("1027"), std::string::npos) << odd.err;
+    EXPECT_FALSE(fs::exists(at("out.mov")));
+    convert({"clip.mkv", "out.png", "--resize", "34x25"});
+    expectHas(probe("out.png", "width,height"), "width=34\nheight=25\n");
+    const Outcome cut = convert({"clip.mkv", "out.mov", "--crop", "33x24+0+0", "--resize", "32x24"}, 2);
+    expectHas(cut.err, "so it cannot take 33x24; use a width of 32 or 34 and a height of 24");
+    makeClip("half.mkv", "yuv420p", "64x48", 0.04, lossless);
+    expectHas(convert({"half.mkv", "out.mkv", "--resize", "1x25"}, 2).err,
+              "use a width of 2 and a height of 24 or 26");
+}
+
 TEST_F(Filters, resizing_keeps_the_displayed_shape)
 {
     makeClip("wide.mkv", "yuv422p10le", "72x58", 0.04, {"-aspect", "16:9", "-c:v", "ffv1"});

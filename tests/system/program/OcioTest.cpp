@@ -3,7 +3,10 @@
 #include "tests/system/program/Program.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstring>
+#include <fmt/format.h>
 
 namespace Qx::System {
 
@@ -243,6 +246,87 @@ TEST_F(Ocio, formulas_that_mix_channels_are_computed_where_a_table_would_be_off)
               0);
     EXPECT_EQ(codes("none.png"), codes("in.png"));
     EXPECT_NE(whole, codes("in.png"));
+}
+
+/// Colours on every edge and on every face of the cube of colours and a little inside, with all codes of a
+/// ramp of 512 and with colours without a pattern: 512 pixels a row.
+std::vector<std::uint16_t> coloursAtTheEdges()
+{
+    constexpr std::uint32_t ramp = 512;
+    constexpr std::uint16_t most = 65535;
+    std::vector<std::uint16_t> all;
+    std::uint32_t state = 1;
+    const auto any = [&] {
+        state = state * 1664525U + 1013904223U;
+        return static_cast<std::uint16_t>(state >> 16U);
+    };
+    for (std::size_t along = 0; along < 3; ++along) {
+        for (unsigned rest = 0; rest < 4 * 5; ++rest) {
+            for (std::uint32_t i = 0; i < ramp; ++i) {
+                std::array<std::uint16_t, 3> colour{};
+                const std::array<std::uint16_t, 2> ends{static_cast<std::uint16_t>(rest & 1U ? most : 0),
+                                                        static_cast<std::uint16_t>(rest & 2U ? most : 0)};
+                const auto beside = static_cast<std::uint16_t>(any() % 12);
+                const unsigned kind = rest / 4; // an edge, a face, and each with what is beside it
+                colour[along] = kind == 4 ? any() : static_cast<std::uint16_t>(i * most / (ramp - 1));
+                colour[(along + 1) % 3] = ends[0];
+                colour[(along + 2) % 3] = kind == 0 || kind == 2 ? ends[1] : any();
+                if (kind >= 2) {
+                    std::uint16_t& end = colour[(along + 1) % 3];
+                    end = static_cast<std::uint16_t>(end == 0 ? beside : end - beside);
+                }
+                all.insert(all.end(), colour.begin(), colour.end());
+            }
+        }
+    }
+    return all;
+}
+
+TEST_F(Ocio, the_inverse_of_a_table_finds_colours_on_its_edges_and_faces_where_they_came_from)
+{
+    constexpr int edge = 33;
+    std::string table = "LUT_3D_SIZE 33\n";
+    for (int i = 0; i < edge * edge * edge; ++i) {
+        const double r = i % edge / 32.0;
+        const double g = i / edge % edge / 32.0;
+        const double b = i / edge / edge / 32.0;
+        table +=
+            fmt::format("{:.6f} {:.6f} {:.6f}\n", std::pow(r, 0.9) * 0.95 + 0.05 * g, g, std::pow(b, 1.2));
+    }
+    write("luts/film.cube", table);
+    write("film.ocio",
+          "ocio_profile_version: 2\nsearch_path: luts\nroles: {default: a}\n"
+          "displays: {M: [!<View> {name: V, colorspace: a}]}\ncolorspaces:\n"
+          "  - !<ColorSpace> {name: a}\n  - !<ColorSpace>\n    name: b\n"
+          "    from_scene_reference: !<FileTransform> {src: film.cube, interpolation: tetrahedral}\n");
+    const std::vector<std::uint16_t> wanted = coloursAtTheEdges();
+    const auto* bytes = reinterpret_cast<const char*>(wanted.data());
+    write("wanted.rgb", std::string(bytes, 2 * wanted.size()));
+    const std::string size = fmt::format("512x{}", wanted.size() / 3 / 512);
+    for (const auto& [depth, format] : {std::pair(16, "rgb48be"), std::pair(8, "rgb24")}) {
+        ffmpeg({"-f", "rawvideo", "-pix_fmt", "rgb48le", "-s", size, "-i", "wanted.rgb", "-pix_fmt", format,
+                "wanted.png"});
+        // The table itself is drawn by the program that made the format.
+        const Outcome drawn = run(
+            {"env", "OCIO=" + at("film.ocio").string(), "ocioconvert", "wanted.png", "a", "drawn.png", "b"});
+        ASSERT_EQ(drawn.exitCode, 0) << drawn.out << drawn.err;
+        convert({"drawn.png", "back.png", "--ocio", "film.ocio", "--from", "b", "--to", "a"});
+        const std::vector<std::uint16_t> got = codes("back.png");
+        const std::vector<std::uint16_t> source = codes("wanted.png");
+        ASSERT_EQ(got.size(), source.size());
+        int worst = 0;
+        std::size_t where = 0;
+        for (std::size_t i = 0; i < got.size(); ++i) {
+            const int off = std::abs(int{got[i]} - int{source[i]});
+            where = off > worst ? i / 3 : where;
+            worst = std::max(worst, off);
+        }
+        // Blue's first cells are half as steep as the identity, so that what rounding moves counts twice.
+        EXPECT_LE(worst, depth == 16 ? 3 : 3 * 257)
+            << depth << " bits: " << source[3 * where] << ' ' << source[3 * where + 1] << ' '
+            << source[3 * where + 2] << " came back as " << got[3 * where] << ' ' << got[3 * where + 1] << ' '
+            << got[3 * where + 2];
+    }
 }
 
 TEST_F(Ocio, formulas_beside_tables_are_refused_where_they_would_be_off_by_a_code)

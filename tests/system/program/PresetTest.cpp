@@ -136,8 +136,26 @@ TEST_F(Presets, mistakes_are_named_with_file_and_line)
     expectRefused("[[burn-in]]\ntext = \"a\"\nsize = 3\n", {"bad.toml:3: [[burn-in]]: there is no key size"});
     expectRefused("preset = \"web\"\n", {"bad.toml:1: preset: cannot stand in a preset"});
     expectRefused("[[step]]\neffect = \"cc3.fx\"\nset = { gain = \"a lot\" }\n",
-                  {"--set gain=a lot: invalid value"});
-    expectRefused("[[burn-in]]\ntext = \"{clp}\"\n", {"there is no field {clp} (did you mean clip?)"});
+                  {"bad.toml:3: --set gain=a lot: invalid value"});
+    expectRefused("[[burn-in]]\ntext = \"{clp}\"\n",
+                  {"bad.toml:2: ", "there is no field {clp} (did you mean clip?)"});
+    expectRefused("about = 3\n", {"bad.toml:1: about: expected text in quotes"});
+}
+
+TEST_F(Presets, mistakes_that_show_among_other_options_are_named_with_file_and_line)
+{
+    expectRefused("frames = 1\n[[step]]\nlut = \"film.cube\"\namount = 2\n",
+                  {"bad.toml:4: --amount: invalid value \"2\""});
+    expectRefused("quality = 60\nframes = 1\nbitrate = \"3M\"\n", {"bad.toml:3: ", "--quality", "--bitrate"});
+    expectRefused("frames = 1\njobs = 3\n", {"bad.toml:2: --jobs is for several inputs"});
+    expectRefused("[[step]]\nocio = \"a.ocio\"\nfrom = \"x\"\n",
+                  {"bad.toml:2: --ocio a.ocio: expected two of"});
+    // A mistake of the command line is no mistake of the preset.
+    write("good.toml", "frames = 1\n");
+    const Outcome outcome = convert({"out.mov", "--preset", "good.toml", "--jobs", "3"});
+    EXPECT_EQ(outcome.exitCode, 2);
+    EXPECT_EQ(outcome.err.find("good.toml"), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.err.find("--jobs is for several inputs"), std::string::npos) << outcome.err;
 }
 
 TEST_F(Presets, that_cannot_be_read_are_refused)
@@ -172,6 +190,7 @@ TEST_F(Presets, of_the_user_come_before_the_installed)
     fs::create_directories(own);
     write(".config/qxhost/presets/dailies.toml", "about = \"Ours\"\nframes = 1\ncodec = \"ffv1\"\n");
     write(".config/qxhost/presets/broken.toml", "frames\n");
+    write(".config/qxhost/presets/warm.look.toml", "look = 1\n"); // lies beside them, and is none
     const Outcome listed = qxhost({"presets", "--json"});
     const nlohmann::json after = nlohmann::json::parse(listed.out);
     EXPECT_EQ(after.size(), before.size() + 1) << "one is hidden by the user's, and one is new";

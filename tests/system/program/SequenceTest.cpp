@@ -148,8 +148,32 @@ TEST_F(Sequences, gaps_end_fill_or_refuse_a_sequence)
     expectHas(nlohmann::json::parse(dark.out)["warnings"].dump(), "black is put in");
 
     const Outcome refused = convert({"in_%06d.png", "fail_%06d.png", "--missing", "fail"}, 3);
-    expectHas(refused.err, "pictures 86402 to 86403 are missing; --missing hold or black fills the gap");
+    expectHas(refused.err,
+              "picture 86402 is missing, picture 86403 is empty; --missing hold or black fills the gaps");
     EXPECT_TRUE(made("fail_").empty());
+
+    const Outcome described = qxhost({"info", "in_%06d.png"});
+    expectHas(described.out,
+              "in_%06d.png: ends at a gap after picture 86401; --missing hold or black goes on to "
+              "picture 86405");
+
+    // All of them are named, and empty files as such.
+    fs::copy(at("in_086401.png"), at("in_086407.png"));
+    write("in_086408.png", "");
+    write("in_086409.png", "");
+    fs::copy(at("in_086401.png"), at("in_086411.png"));
+    const Outcome several = convert({"in_%06d.png", "fail_%06d.png", "--missing", "fail"}, 3);
+    expectHas(several.err,
+              "picture 86402 is missing, picture 86403 is empty, picture 86406 is missing, pictures 86408 to "
+              "86409 are empty, picture 86410 is missing; --missing hold");
+    for (int number = 86413; number < 86433; number += 2) {
+        fs::copy(at("in_086401.png"), at(fmt::format("in_{:06}.png", number)));
+    }
+    const Outcome many = convert({"in_%06d.png", "fail_%06d.png", "--missing", "fail"}, 3);
+    expectHas(many.err, "picture 86420 is missing, and 5 more gaps; --missing hold");
+    for (int number = 86407; number < 86433; ++number) {
+        fs::remove(at(fmt::format("in_{:06}.png", number)));
+    }
 
     const Outcome ended = convert({"in_%06d.png", "end_%06d.png"}, 3);
     expectHas(ended.err, "picture 86402 is missing");

@@ -161,6 +161,15 @@ TEST_F(WideColours, a_tone_map_says_when_it_has_nothing_to_do_and_is_given_once)
     EXPECT_NE(idle.err.find("usual.mkv: is tagged as BT.709 already; --tone-map changes nothing"),
               std::string::npos)
         << idle.err;
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x64:rate=5:duration=0.2", "-pix_fmt", "yuv420p", "-c:v",
+            "ffv1", "untagged.mkv"});
+    const Outcome untagged = qxhost({"convert", "untagged.mkv", "untagged.png", "--tone-map", "bt2390"});
+    EXPECT_EQ(untagged.exitCode, 0) << untagged.err;
+    EXPECT_NE(untagged.err.find(
+                  "untagged.mkv: has no tag that says PQ, HLG or BT.2020, so --tone-map changes nothing"),
+              std::string::npos)
+        << untagged.err;
+    EXPECT_EQ(untagged.err.find("tagged as BT.709"), std::string::npos) << untagged.err;
     const Outcome twice =
         qxhost({"convert", "usual.mkv", "a.png", "--tone-map", "bt2390", "--tone-map", "bt2446a"});
     EXPECT_EQ(twice.exitCode, 2);

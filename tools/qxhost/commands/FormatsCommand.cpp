@@ -218,6 +218,13 @@ public:
         app.add_flag("--markdown", options_.markdown, "Print a page with drawings of the layouts");
     }
 
+    void check(const CLI::App& app) override
+    {
+        if (options_.json && options_.markdown) {
+            complain(app, "--json and --markdown print different things; give one of them");
+        }
+    }
+
     ExitCode run(Console& console) override
     {
         if (options_.json) {

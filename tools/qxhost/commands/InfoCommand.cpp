@@ -4,6 +4,7 @@
 #include "tools/qxhost/console/Json.h"
 #include "tools/qxhost/media/read/ClipDescription.h"
 #include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/media/read/Sequence.h"
 #include "tools/qxhost/pipeline/burnin/TimeCode.h"
 #include "tools/qxhost/pipeline/effects/AlphaSteps.h"
 #include "tools/qxhost/pipeline/effects/ToneMap.h"
@@ -52,6 +53,17 @@ struct ClipReport
     std::string lastTimeCode; ///< empty if it is not known
 };
 
+/// Where a sequence of pictures ends before its last one; empty if it does not.
+std::string gapIn(const std::filesystem::path& file)
+{
+    const auto sequence = Media::sequenceOf(file, {}, Media::MissingPictures::hold);
+    if (!sequence || !sequence.value() || sequence.value()->runs().size() < 2) {
+        return {};
+    }
+    return fmt::format("ends at a gap after picture {}; --missing hold or black goes on to picture {}",
+                       sequence.value()->runs().front().last, sequence.value()->last());
+}
+
 ClipReport inspect(const std::filesystem::path& file)
 {
     auto reader = Media::ClipReader::open(file, {.threads = 1, .mayBeStandardInput = true});
@@ -67,6 +79,9 @@ ClipReport inspect(const std::filesystem::path& file)
         clip.notes = clip.colour->notes;
         const std::vector<std::string> lost = inputNotes(options, clip.info);
         clip.notes.insert(clip.notes.end(), lost.begin(), lost.end());
+        if (const std::string gap = gapIn(file); !gap.empty()) {
+            clip.notes.push_back(options.inputName() + ": " + gap);
+        }
         if (isHighDynamicRange(clip.info.colour)) {
             clip.notes.push_back(options.inputName() + ": is " + beyondBt709(clip.info.colour) +
                                  ", and its codes are kept; --tone-map bt2390 makes BT.709 of them");

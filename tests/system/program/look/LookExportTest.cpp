@@ -215,6 +215,8 @@ TEST_F(LookExports, are_refused_where_more_counts_than_the_colour)
     const auto expectPart = [](const std::string& text, const std::string& part) {
         EXPECT_NE(text.find(part), std::string::npos) << text;
     };
+    expectPart(refusal("look = 1\n[[step]]\neffect = \"qx-dissolve.fx\"\n", "b.cube"),
+               "add texture = { To = \"FILE\" } to this step of ");
     const std::string begin = "is no pure mapping of colours: step 2, e.fx: ";
     const std::string place =
         failureOf("float4 f(float2 uv : TEXCOORD0) : COLOR0 { return tex2D(s, uv) * (1 - "

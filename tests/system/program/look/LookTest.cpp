@@ -217,6 +217,8 @@ TEST_F(ConvertedLooks, that_cannot_be_drawn_are_refused_before_anything_is_writt
     expectRefused(begin + "keys.gain = [{ at = \"01:00:00;05\", value = 1 }]\n", 3,
                   {"bad.look.toml: cc3.fx: gain: the key frame at 01:00:00;05: clip.mov has no such label",
                    "non-drop"});
+    expectRefused("look = 1\n[[step]]\neffect = \"qx-dissolve.fx\"\n", 6,
+                  {"add texture = { To = \"FILE\" } to this step of ", "bad.look.toml"});
     const Outcome none = qxhost({"convert", "clip.mov", "x.mkv", "--look", "none.look.toml"});
     EXPECT_EQ(none.exitCode, 6);
     EXPECT_NE(none.err.find("none.look.toml: there is no such file"), std::string::npos) << none.err;

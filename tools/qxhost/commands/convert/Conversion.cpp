@@ -673,8 +673,11 @@ void fitColours(Conversion& conversion)
         return;
     }
     if (beyond.empty() && step->settings.empty()) {
-        conversion.colour.notes.push_back(input +
-                                          ": is tagged as BT.709 already; --tone-map changes nothing");
+        conversion.colour.notes.push_back(
+            input + (saysWhichColours(colour)
+                         ? ": is tagged as BT.709 already; --tone-map changes nothing"
+                         : ": has no tag that says PQ, HLG or BT.2020, so --tone-map changes nothing; "
+                           "--set transfer=1 --set primaries=1 after it says so of PQ"));
         effects.erase(step);
         return;
     }

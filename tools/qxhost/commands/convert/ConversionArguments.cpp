@@ -279,6 +279,10 @@ void checkFiles(const CLI::App& app, ConvertOptions& options)
     if (!options.container.empty() && !options.writesStandardOutput()) {
         complain(app, "--container is for standard output (OUTPUT -); the name of a file says what it is");
     }
+    if (!options.audio && !options.audioCodec.empty()) {
+        complain(app, fmt::format("--audio-codec {} encodes what --no-audio leaves out; give one of them",
+                                  options.audioCodec));
+    }
     if (options.container == "raw" && !options.format) {
         complain(app, "--container raw needs the format of its frames; add --format NAME ('qxhost formats')");
     }

@@ -1,6 +1,7 @@
 #include "tools/qxhost/commands/convert/ConvertCommand.h"
 
 #include "host/core/Suggestion.h"
+#include "tools/qxhost/commands/CommandLine.h"
 #include "tools/qxhost/commands/HelpFormatter.h"
 #include "tools/qxhost/commands/OptionHelpers.h"
 #include "tools/qxhost/commands/convert/BurnInArguments.h"
@@ -9,12 +10,14 @@
 #include "tools/qxhost/commands/convert/FilterArguments.h"
 #include "tools/qxhost/commands/convert/ManyConversions.h"
 #include "tools/qxhost/commands/convert/Preset.h"
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/farm/run/PiecesOfOneRun.h"
 #include "tools/qxhost/pipeline/effects/ToneMap.h"
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <functional>
 #include <map>
 #include <optional>
 
@@ -230,6 +233,9 @@ std::optional<EffectRequest> beginStep(const CLI::App& app, const std::string& n
         if (value.empty()) {
             complain(app, "--lut is empty; give a LUT file");
         }
+        if (value.ends_with(".look.toml")) {
+            complain(app, fmt::format("--lut {0} names a look, which is no LUT; give --look {0}", value));
+        }
         return EffectRequest{tableEffect, "", {}, value};
     }
     if (name == "--ocio") {
@@ -314,6 +320,33 @@ std::vector<std::string> argumentsBut(const CLI::App& app, const std::vector<std
     return arguments;
 }
 
+/// What is wrong with a command line; empty if nothing is.
+std::string complaintAbout(const std::vector<std::string>& words)
+{
+    try {
+        parseCommandLine(words);
+        return {};
+    } catch (const Failure& failure) {
+        return failure.what();
+    }
+}
+
+/// If a preset makes a command line wrong, throws Failure (usage) with the line of the first option with
+/// which it is. `withFirst` gives the command line with so many of the preset's options.
+void complainByLine(const Preset& preset,
+                    const std::function<std::vector<std::string>(std::size_t)>& withFirst)
+{
+    const std::string complaint = complaintAbout(withFirst(preset.options.size()));
+    if (complaint.empty() || complaintAbout(withFirst(0)) == complaint) {
+        return;
+    }
+    for (std::size_t i = 0; i < preset.options.size(); ++i) {
+        if (complaintAbout(withFirst(i + 1)) == complaint) {
+            complainOfPreset(preset.file, preset.options[i].line, complaint);
+        }
+    }
+}
+
 } // namespace
 
 /// The preset's options come first, so that those of the command line have the last word.
@@ -332,21 +365,27 @@ std::optional<std::vector<std::string>> ConvertCommand::expanded(const CLI::App&
             words.push_back(each.isFlag() ? each.name : each.name + "=" + each.value);
         }
     }
-    std::vector<std::string> all = CLI::detail::split(commandName(app), ' ');
-    for (Preset::Option& option : givingWayTo(given, std::move(preset.options))) {
-        all.push_back(std::move(option.word));
-    }
-    all.insert(all.end(), words.begin(), words.end());
-    all.emplace_back("--");
+    words.emplace_back("--");
     for (const fs::path& file : {options_.input, options_.output}) {
         if (!file.empty()) {
-            all.push_back(file.string());
+            words.push_back(file.string());
         }
     }
     for (const fs::path& file : many_.inputs) {
-        all.push_back(file.string());
+        words.push_back(file.string());
     }
-    return all;
+    preset.options = givingWayTo(given, std::move(preset.options));
+    const std::vector<std::string> name = CLI::detail::split(commandName(app), ' ');
+    const auto withFirst = [&](std::size_t count) {
+        std::vector<std::string> all = name;
+        for (std::size_t i = 0; i < count; ++i) {
+            all.push_back(preset.options[i].word);
+        }
+        all.insert(all.end(), words.begin(), words.end());
+        return all;
+    };
+    complainByLine(preset, withFirst);
+    return withFirst(preset.options.size());
 }
 
 /// Throws Failure (usage), which names the line, for an option that the command has not, or a value that the

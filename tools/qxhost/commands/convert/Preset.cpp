@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* presetEnding = ".toml";
+constexpr const char* lookMark = ".look"; // before the ending: a look, which may lie beside presets
 
 /// Keys of a step, those that begin one first.
 constexpr std::array<std::string_view, 13> stepKeys{"effect",    "lut",     "tone-map", "ocio",   "look",
@@ -49,6 +50,9 @@ public:
         // By their lines: the library sorts the keys.
         for (const auto& [key, node] : entriesInOrder(root)) {
             if (key == "about") {
+                if (!node->is_string()) {
+                    fail(*node, "about: expected text in quotes");
+                }
                 preset_.about = textOf(key, *node);
             } else if (key != "step" && key != "burn-in") {
                 addOption(key, *node);
@@ -241,7 +245,7 @@ std::vector<fs::path> listedPresets()
         std::error_code error;
         for (fs::directory_iterator at(directory, error); !error && at != fs::directory_iterator();
              at.increment(error)) {
-            if (at->path().extension() == presetEnding) {
+            if (at->path().extension() == presetEnding && at->path().stem().extension() != lookMark) {
                 here.insert(at->path());
             }
         }

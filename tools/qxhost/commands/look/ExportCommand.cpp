@@ -152,7 +152,7 @@ public:
         const Look look = drawnLook(options_);
         const auto kept = filesOf(look, options_.file);
         checkWritable(options_.output, options_.force, kept);
-        const MappingVerdict verdict = examineMapping(look);
+        const MappingVerdict verdict = examineMapping(look, options_.file);
         if (!verdict.isMapping()) {
             refuseExport(options_, verdict.obstacle, "is no pure mapping of colours");
         }

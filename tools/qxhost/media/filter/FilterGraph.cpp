@@ -13,7 +13,11 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -118,6 +122,96 @@ bool loses(AVPixelFormat from, AVPixelFormat to)
     return b.bits() < a.bits() || b.chromaShiftX() > a.chromaShiftX() ||
            b.chromaShiftY() > a.chromaShiftY() || (a.hasAlpha() && !b.hasAlpha()) ||
            (b.isGrey() && !a.isGrey());
+}
+
+/// A filter's option; empty if it is no whole number but a formula.
+std::optional<int> numberIn(const AVFilterContext& filter, const char* option)
+{
+    std::uint8_t* written = nullptr;
+    if (av_opt_get(filter.priv, option, 0, &written) < 0) {
+        return {};
+    }
+    const std::string text = reinterpret_cast<const char*>(written);
+    av_free(written);
+    int number = 0;
+    const char* end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
+}
+
+std::string sizeText(int width, int height)
+{
+    return std::to_string(width) + "x" + std::to_string(height);
+}
+
+/// What is wrong with the place of a crop, which the filter itself moves into the picture without a word.
+std::string faultOfCrop(const AVFilterContext& crop)
+{
+    const AVFilterLink& in = *crop.inputs[0];
+    const AVFilterLink& out = *crop.outputs[0];
+    const std::optional<int> x = numberIn(crop, "x");
+    const std::optional<int> y = numberIn(crop, "y");
+    const auto fits = [](std::optional<int> place, int size, int whole) {
+        return !place || (*place >= 0 && *place <= whole - size);
+    };
+    if (fits(x, out.w, in.w) && fits(y, out.h, in.h)) {
+        return {};
+    }
+    const auto placeText = [](std::optional<int> place) {
+        return place ? std::to_string(*place) : std::string("a formula");
+    };
+    return "crop: " + sizeText(out.w, out.h) + " pixels at " + placeText(x) + " across, " + placeText(y) +
+           " down, reach out of the picture of " + sizeText(in.w, in.h) + "; the largest place is " +
+           std::to_string(in.w - out.w) + " across, " + std::to_string(in.h - out.h) + " down";
+}
+
+/// The sizes around one that whole chroma samples allow: "320 or 322".
+std::string allowedSizes(int size, int unit)
+{
+    const int below = size / unit * unit;
+    return size % unit == 0
+               ? std::to_string(size)
+               : (below > 0 ? std::to_string(below) + " or " : "") + std::to_string(below + unit);
+}
+
+/// What is wrong with the size of frames before or behind zscale, which itself says a code at the first
+/// frame.
+std::string faultOfSize(const AVFilterLink& link, const char* verb)
+{
+    const auto format = static_cast<AVPixelFormat>(link.format);
+    const ComponentRows rows(format);
+    const int across = 1 << rows.chromaShiftX();
+    const int down = 1 << rows.chromaShiftY();
+    if (link.w % across == 0 && link.h % down == 0) {
+        return {};
+    }
+    return "zscale: " + formatName(format) + " has one chroma sample for " + std::to_string(across) +
+           " pixels across and " + std::to_string(down) + " down, so it cannot " + verb + " " +
+           sizeText(link.w, link.h) + "; use a width of " + allowedSizes(link.w, across) +
+           " and a height of " + allowedSizes(link.h, down);
+}
+
+/// What is wrong with the size that a filter is to make.
+std::string faultOfResize(const AVFilterContext& zscale)
+{
+    const AVFilterLink& in = *zscale.inputs[0];
+    const AVFilterLink& out = *zscale.outputs[0];
+    return in.w == out.w && in.h == out.h ? "" : faultOfSize(out, "be");
+}
+
+/// What a failed graph has said, in plain words if it is that zscale gets frames of such a size.
+std::string plainFailure(const AVFilterGraph& graph, int error, const std::string& messages)
+{
+    const bool isSize = messages.find("divisible by subsampling") != std::string::npos;
+    for (unsigned i = 0; isSize && i < graph.nb_filters; ++i) {
+        const AVFilterContext& filter = *graph.filters[i];
+        const bool scales = std::string_view(filter.filter->name) == "zscale";
+        const std::string fault = scales ? faultOfSize(*filter.inputs[0], "take") : "";
+        if (!fault.empty()) {
+            return fault;
+        }
+    }
+    return errorText(error) + (messages.empty() ? "" : ": " + plainText(messages));
 }
 
 } // namespace
@@ -277,6 +371,12 @@ Status FilterGraph::configure()
     }
     for (unsigned i = 0; i < graph_->nb_filters; ++i) {
         const std::string_view name = graph_->filters[i]->filter->name;
+        const std::string fault = name == "crop"     ? faultOfCrop(*graph_->filters[i])
+                                  : name == "zscale" ? faultOfResize(*graph_->filters[i])
+                                                     : "";
+        if (!fault.empty()) {
+            return Error{option_ + " \"" + text_ + "\": " + fault};
+        }
         if (name == "scale" || name == "scale2ref") {
             notes_.push_back(option_ + ": " + std::string(name) +
                              " rounds more than need be (two codes in the mean); zscale is more exact");
@@ -380,8 +480,8 @@ Status FilterGraph::push(FramePtr frame)
     end_ = frame ? av_sat_add64(frame->pts, durationOf(*frame)) : end_;
     const int added = frame ? av_buffersrc_add_frame(in_, frame.get()) : av_buffersrc_close(in_, end_, 0);
     return added < 0 && added != AVERROR_EOF
-               ? Status(Error{option_ + " \"" + text_ + "\": " + errorText(added) +
-                              (collector.text().empty() ? "" : ": " + plainText(collector.text()))})
+               ? Status(
+                     Error{option_ + " \"" + text_ + "\": " + plainFailure(*graph_, added, collector.text())})
                : Status();
 }
 
@@ -401,8 +501,7 @@ Result<std::optional<FilterGraph::Made>> FilterGraph::pull()
             return held_ ? timed(nullptr) : std::optional<Made>();
         }
         if (error < 0) {
-            return Error{option_ + " \"" + text_ + "\": " + errorText(error) +
-                         (collector.text().empty() ? "" : ": " + plainText(collector.text()))};
+            return Error{option_ + " \"" + text_ + "\": " + plainFailure(*graph_, error, collector.text())};
         }
         if (std::optional<Made> made = timed(std::move(frame))) {
             return made;

@@ -17,6 +17,52 @@ std::string numbersText(long first, long last)
                          : "pictures " + std::to_string(first) + " to " + std::to_string(last) + " are";
 }
 
+/// The gaps in a sequence, for people: the first ones, and how many more there are. Of a gap, pictures whose
+/// files are there but empty are told apart.
+class GapList
+{
+public:
+    void add(long first, long last, const std::vector<long>& empty)
+    {
+        auto next = std::lower_bound(empty.begin(), empty.end(), first);
+        while (first <= last) {
+            const bool isEmpty = next != empty.end() && *next == first;
+            long end = first;
+            if (!isEmpty) {
+                end = next != empty.end() && *next <= last ? *next - 1 : last;
+            } else {
+                while (++next != empty.end() && *next == end + 1 && end < last) {
+                    ++end;
+                }
+            }
+            addOne(numbersText(first, end) + (isEmpty ? " empty" : " missing"));
+            first = end + 1;
+        }
+    }
+
+    bool any() const { return count_ > 0; }
+
+    std::string text() const
+    {
+        return count_ <= most ? text_
+                              : text_ + ", and " + std::to_string(count_ - most) + " more gap" +
+                                    (count_ - most == 1 ? "" : "s");
+    }
+
+private:
+    static constexpr std::size_t most = 10;
+
+    void addOne(const std::string& gap)
+    {
+        if (++count_ <= most) {
+            text_ += (text_.empty() ? "" : ", ") + gap;
+        }
+    }
+
+    std::string text_;
+    std::size_t count_ = 0;
+};
+
 } // namespace
 
 bool isPatternOfPictures(const fs::path& file)
@@ -42,25 +88,36 @@ Result<std::optional<Sequence>> sequenceOf(const fs::path& file, std::optional<s
         }
         numbers.erase(numbers.begin(), first);
     }
+    std::vector<long> empty; // files without a byte
     const bool endsAtGap = missing == MissingPictures::end;
     if (!endsAtGap) {
         std::error_code error;
-        std::erase_if(numbers, [&](long number) { return fs::file_size(names.name(number), error) == 0; });
+        std::erase_if(numbers, [&](long number) {
+            const bool isEmpty = fs::file_size(names.name(number), error) == 0;
+            if (isEmpty) {
+                empty.push_back(number);
+            }
+            return isEmpty;
+        });
     }
     if (numbers.empty()) {
         return std::optional<Sequence>();
     }
     Sequence sequence(numbers.front(), missing);
+    GapList gaps;
     for (const long number : numbers) {
         if (sequence.last() + 1 < number && endsAtGap) {
             sequence.endAtGap();
             break;
         }
-        if (sequence.last() + 1 < number && missing == MissingPictures::fail) {
-            return Error{"cannot read " + quoted(file) + ": " + numbersText(sequence.last() + 1, number - 1) +
-                         " missing; --missing hold or black fills the gap"};
+        if (sequence.last() + 1 < number) {
+            gaps.add(sequence.last() + 1, number - 1, empty);
         }
         sequence.add(number);
+    }
+    if (missing == MissingPictures::fail && gaps.any()) {
+        return Error{"cannot read " + quoted(file) + ": " + gaps.text() +
+                     "; --missing hold or black fills the gaps"};
     }
     return std::optional(sequence);
 }

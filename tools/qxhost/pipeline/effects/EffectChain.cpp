@@ -15,6 +15,7 @@
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <utility>
 
 namespace Qx::Program {
@@ -238,6 +239,20 @@ bool reads(const std::vector<TextureBinding>& bindings, TextureBinding::Kind kin
                        [kind](const TextureBinding& each) { return each.kind == kind; });
 }
 
+/// Why a texture has no picture. In a look, what the command line would be given belongs to the step.
+std::string obstacleFor(const EffectRequest& request, const TextureBinding& binding)
+{
+    std::string text = binding.obstacle;
+    const std::string option = fmt::format("--texture {}=FILE", binding.texture);
+    const std::size_t at = request.look.empty() ? std::string::npos : text.find(option);
+    if (at != std::string::npos) {
+        text.replace(at, option.size(),
+                     fmt::format("texture = {{ {} = \"FILE\" }} to this step of {}", binding.texture,
+                                 request.look.string()));
+    }
+    return text;
+}
+
 } // namespace
 
 EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin,
@@ -351,7 +366,7 @@ void EffectChain::takeTextures(Link& link, const EffectRequest& request)
         } else if (binding.kind == TextureBinding::Kind::missing) {
             throw Failure(ExitCode::effect, request.file + ": technique \"" + technique.name +
                                                 "\" reads the texture \"" + binding.texture + "\", " +
-                                                binding.obstacle);
+                                                obstacleFor(request, binding));
         } else if (binding.kind == TextureBinding::Kind::file) {
             link.files.emplace_back(lightweight(binding.texture), openGiven(request, binding));
             if (!binding.file.empty()) {

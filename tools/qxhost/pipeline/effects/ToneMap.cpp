@@ -43,6 +43,11 @@ bool isHighDynamicRange(const Media::Colour& colour)
     return colour.transferTag == AVCOL_TRC_SMPTE2084 || colour.transferTag == AVCOL_TRC_ARIB_STD_B67;
 }
 
+bool saysWhichColours(const Media::Colour& colour)
+{
+    return colour.transferTag != AVCOL_TRC_UNSPECIFIED || colour.primariesTag != AVCOL_PRI_UNSPECIFIED;
+}
+
 std::string beyondBt709(const Media::Colour& colour)
 {
     if (colour.transferTag == AVCOL_TRC_SMPTE2084) {

@@ -20,6 +20,9 @@ EffectRequest toneMapRequest(ToneMap method);
 /// Whether the codes stand for high dynamic range: PQ or HLG.
 bool isHighDynamicRange(const Media::Colour& colour);
 
+/// Whether a tag names a curve or primaries.
+bool saysWhichColours(const Media::Colour& colour);
+
 /// Why these colours differ from BT.709: "PQ (SMPTE ST 2084)", "BT.2020"; empty if they do not.
 std::string beyondBt709(const Media::Colour& colour);
 

@@ -177,10 +177,14 @@ std::string culprit(const Look& look, const std::vector<DeepColour>& colours)
 
 } // namespace
 
-MappingVerdict examineMapping(const Look& look)
+MappingVerdict examineMapping(const Look& look, const std::filesystem::path& file)
 {
     constexpr std::size_t tried = 16'000;
-    ColourDrawing drawing(effectRequests(look));
+    std::vector<EffectRequest> requests = effectRequests(look);
+    for (EffectRequest& request : requests) {
+        request.look = file;
+    }
+    ColourDrawing drawing(requests);
     MappingVerdict verdict;
     verdict.obstacle = knownObstacle(look, drawing.effects());
     if (!verdict.isMapping()) {

@@ -3,6 +3,7 @@
 #include "tools/qxhost/pipeline/look/ColourDrawing.h"
 #include "tools/qxhost/pipeline/look/Look.h"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -21,9 +22,9 @@ struct MappingVerdict
 
 /// Decides it by what the effects ask for, and by drawing many colours at different places, in pictures of
 /// different sizes, among different neighbours and at different times. Key frames must be resolved. Steps
-/// that are off do not count. Needs a HostSession with a device; see ColourDrawing. Throws Failure (effect,
-/// device).
-MappingVerdict examineMapping(const Look& look);
+/// that are off do not count. `file` is the look's, for messages. Needs a HostSession with a device; see
+/// ColourDrawing. Throws Failure (effect, device).
+MappingVerdict examineMapping(const Look& look, const std::filesystem::path& file = {});
 
 /// The largest difference between drawings that counts as rounding, in codes of 16 bits.
 constexpr int roundingOfDrawings = 2;

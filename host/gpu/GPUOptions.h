@@ -107,7 +107,7 @@ struct GPUTime
 /// The device's time for a piece of work, and for each pass of the effects in it.
 struct GPUPassTimes
 {
-    GPUTime whole;
+    GPUTime whole;                    ///< everything that was recorded
     std::vector<double> milliseconds; ///< busy, of each pass in the order of drawing
 };
 

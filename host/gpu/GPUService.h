@@ -95,6 +95,8 @@ public:
     /// The same, for the passes of effects too, each of which is submitted by itself meanwhile. For a program
     /// in which one thread draws: what others record counts to the passes.
     bool startPassTimer();
+
+    /// Ends that measurement as stopTimer() does its own.
     std::optional<GPUPassTimes> stopPassTimer();
 
     /// Destroys the released images that are kept for reuse.

@@ -236,8 +236,8 @@ class GradeTest(support.StudioTest):
         page.find("dialog input[type=search]").send_keys("dissolve")
         reason = ".catalogue [data-entry='effect/qx-dissolve.fx'][disabled] .reason"
         page.wait(lambda: page.run("return Boolean(document.querySelector(arguments[0]))", reason), "there is no reason")
-        self.assertIn("second picture for To", page.text(reason))
-        self.assertIn("second picture for To", page.find(".catalogue button").get_attribute("title"))
+        self.assertIn("second picture: texture = { To = ", page.text(reason))
+        self.assertIn("second picture: texture = { To = ", page.find(".catalogue button").get_attribute("title"))
         asked = page.run("return performance.getEntriesByType('resource').map(({name}) => name)")
         self.assertEqual([name for name in asked if "thumbnail/effect/qx-dissolve" in name], [])
         page.click(".dialog-head button")

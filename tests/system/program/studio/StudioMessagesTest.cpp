@@ -150,7 +150,7 @@ TEST_F(StudioMessages, say_why_an_effect_cannot_be_added)
         EXPECT_EQ(each["ok"], each["reason"] == "") << each.dump();
         if (each["name"] == "qx-dissolve.fx") {
             isFound = true;
-            EXPECT_TRUE(holds(each["reason"], "second picture for To")) << each.dump();
+            EXPECT_TRUE(holds(each["reason"], "second picture: texture = { To = ")) << each.dump();
             EXPECT_FALSE(holds(each["reason"], "--texture")) << each.dump();
         }
     }

@@ -242,15 +242,8 @@ bool reads(const std::vector<TextureBinding>& bindings, TextureBinding::Kind kin
 /// Why a texture has no picture. In a look, what the command line would be given belongs to the step.
 std::string obstacleFor(const EffectRequest& request, const TextureBinding& binding)
 {
-    std::string text = binding.obstacle;
-    const std::string option = fmt::format("--texture {}=FILE", binding.texture);
-    const std::size_t at = request.look.empty() ? std::string::npos : text.find(option);
-    if (at != std::string::npos) {
-        text.replace(at, option.size(),
-                     fmt::format("texture = {{ {} = \"FILE\" }} to this step of {}", binding.texture,
-                                 request.look.string()));
-    }
-    return text;
+    return request.look.empty() ? binding.obstacle
+                                : asInLooks(binding.obstacle, "to this step of " + request.look.string());
 }
 
 } // namespace

@@ -362,6 +362,19 @@ std::string obstacleTo(const CompiledEffect& effect, const CompiledEffect::Techn
     return {};
 }
 
+std::string asInLooks(const std::string& text, const std::string& place)
+{
+    constexpr std::string_view option = "--texture ";
+    const std::size_t begin = text.find(option);
+    const std::size_t end = begin == std::string::npos ? begin : text.find("=FILE", begin);
+    if (end == std::string::npos) {
+        return text;
+    }
+    const std::size_t name = begin + option.size();
+    return fmt::format("{}texture = {{ {} = \"FILE\" }} {}{}", text.substr(0, begin),
+                       text.substr(name, end - name), place, text.substr(end + std::strlen("=FILE")));
+}
+
 std::vector<std::string> neededBy(const CompiledEffect& effect, const CompiledEffect::Technique& technique,
                                   const path& effectFile)
 {

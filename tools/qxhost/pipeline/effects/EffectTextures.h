@@ -43,6 +43,10 @@ std::vector<TextureBinding> bindingsOf(const Host::CompiledEffect& effect,
 std::string obstacleTo(const Host::CompiledEffect& effect, const Host::CompiledEffect::Technique& technique,
                        const std::filesystem::path& effectFile, const std::vector<TextureFile>& given = {});
 
+/// The text with the option "--texture NAME=FILE" in it, if it has that, as a step of a look has it:
+/// `texture = { NAME = "FILE" }` and `place`.
+std::string asInLooks(const std::string& text, const std::string& place);
+
 /// The options without which `convert` cannot draw the technique: "--texture To=FILE". Empty if it can.
 std::vector<std::string> neededBy(const Host::CompiledEffect& effect,
                                   const Host::CompiledEffect::Technique& technique,

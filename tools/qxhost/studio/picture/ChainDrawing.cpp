@@ -6,11 +6,11 @@
 #include "tools/qxhost/pipeline/device/HostText.h"
 #include "tools/qxhost/pipeline/effects/EffectData.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
+#include "tools/qxhost/pipeline/effects/EffectTextures.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/look/LookSteps.h"
 
 #include <algorithm>
-#include <regex>
 #include <sys/stat.h>
 #include <utility>
 
@@ -87,13 +87,6 @@ void takeTime(LinkStatus& status, std::optional<Host::GPUPassTimes> times)
     status.passMilliseconds = times ? std::move(times->milliseconds) : std::vector<double>();
 }
 
-/// Options of other commands, as keys of a look's step.
-std::string saidOfLooks(const std::string& text)
-{
-    static const std::regex option(R"(--texture (\w+)=FILE)");
-    return std::regex_replace(text, option, "texture = { $1 = \"FILE\" } to the step in the look's file");
-}
-
 /// What the step is compiled from: its parameters are set later. Names without a folder are the catalogue's.
 std::vector<EffectRequest> requestsOf(LookLink link)
 {
@@ -161,7 +154,7 @@ void ChainDrawing::compile(Link& link, const LookLink& wanted)
         if (failure.code() == ExitCode::device) {
             throw;
         }
-        link.status.error = LinkError{saidOfLooks(failure.what()), {}};
+        link.status.error = LinkError{asInLooks(failure.what(), "to the step in the look's file"), {}};
     }
     // The files are read twice. Who writes in between would else see what they held before.
     link.isSure = areFilesSame(link);

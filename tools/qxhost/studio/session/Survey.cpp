@@ -3,9 +3,9 @@
 #include "QxFxResources/Manager.h"
 #include "tools/qxhost/pipeline/device/HostText.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
+#include "tools/qxhost/pipeline/effects/EffectTextures.h"
 
 #include <algorithm>
-#include <regex>
 #include <utility>
 
 namespace Qx::Program::Studio {
@@ -23,13 +23,10 @@ std::string whyNotDrawn(const FxResources::ShaderEffectInfo& info)
     if (uses.empty()) {
         return "has no technique";
     }
-    static const std::regex option(R"(--texture (\w+)=FILE)");
     std::string needs;
     for (const std::string& need : uses.front().needs) {
-        needs += (needs.empty() ? "needs " : " and ") +
-                 std::regex_replace(
-                     need, option,
-                     "a second picture for $1, which a look's file can name: texture = { $1 = \"FILE\" }");
+        needs += (needs.empty() ? "needs a second picture: " : " and ") +
+                 asInLooks(need, "in the step of a look's file");
     }
     return needs;
 }

@@ -158,19 +158,28 @@ void scatter16(const std::uint16_t* from, std::uint8_t* to, int count, const Str
     }
 }
 
-/// Three of four components at once: the compiler turns it into vector shuffles.
+/// Three of four components at once: the compiler turns it into vector shuffles. After the last pixel's three
+/// the row may end: its fourth component may lie before them.
 template <class Code>
 void gatherColours(const std::uint8_t* from, const std::array<void*, 3>& to, int count)
 {
     auto* const __restrict red = static_cast<Code*>(to[0]);
     auto* const __restrict green = static_cast<Code*>(to[1]);
     auto* const __restrict blue = static_cast<Code*>(to[2]);
-    for (std::ptrdiff_t i = 0; i < count; ++i) {
-        std::array<Code, 4> pixel;
-        std::memcpy(pixel.data(), from + i * static_cast<std::ptrdiff_t>(sizeof pixel), sizeof pixel);
+    std::array<Code, 4> pixel{};
+    const auto put = [&](std::ptrdiff_t i) {
         red[i] = pixel[0];
         green[i] = pixel[1];
         blue[i] = pixel[2];
+    };
+    const std::ptrdiff_t last = count - 1;
+    for (std::ptrdiff_t i = 0; i < last; ++i) {
+        std::memcpy(pixel.data(), from + i * static_cast<std::ptrdiff_t>(sizeof pixel), sizeof pixel);
+        put(i);
+    }
+    if (last >= 0) {
+        std::memcpy(pixel.data(), from + last * static_cast<std::ptrdiff_t>(sizeof pixel), 3 * sizeof(Code));
+        put(last);
     }
 }
 
@@ -181,16 +190,23 @@ constexpr std::uint64_t swappedWords(std::uint64_t pixel)
     return (pixel & lower) << 8 | (pixel >> 8 & lower);
 }
 
-/// Pixels of four words become pixels of three. Each is stored with its fourth word, which the next replaces.
+/// Pixels of four words become pixels of three. Each is stored with its fourth word, which the next replaces;
+/// that of the last is neither read nor stored.
 template <bool bigEndian>
 void dropFourth(const std::uint16_t* from, std::uint8_t* to, int count)
 {
     constexpr std::ptrdiff_t size = 6;
-    for (std::ptrdiff_t i = 0; i < count; ++i) {
-        std::uint64_t pixel;
+    std::uint64_t pixel = 0;
+    const std::ptrdiff_t last = count - 1;
+    for (std::ptrdiff_t i = 0; i < last; ++i) {
         std::memcpy(&pixel, from + i * 4, sizeof pixel);
         pixel = bigEndian ? swappedWords(pixel) : pixel;
-        std::memcpy(to + i * size, &pixel, i + 1 < count ? sizeof pixel : size);
+        std::memcpy(to + i * size, &pixel, sizeof pixel);
+    }
+    if (last >= 0) {
+        std::memcpy(&pixel, from + last * 4, size);
+        pixel = bigEndian ? swappedWords(pixel) : pixel;
+        std::memcpy(to + last * size, &pixel, size);
     }
 }
 

@@ -139,6 +139,7 @@ class PictureTest(support.StudioTest):
 
     def patch(self):
         """The mean of the patch as it is seen at one to one."""
+        self.page.wait_until_drawn()
         return self.page.run("""
             const canvas = document.getElementById('picture');
             const data = canvas.getContext('2d').getImageData(Math.round(canvas.width / 2 - arguments[0] / 2) + 8,
@@ -268,6 +269,7 @@ class PictureTest(support.StudioTest):
             width, height = (places[1][axis] - places[0][axis] for axis in "xy")
             self.assertAlmostEqual(width / height, support.WIDTH / support.HEIGHT * 3 / 2, places=3)
             # The picture lies there, and nowhere else.
+            page.wait_until_drawn()
             seen = page.run("""
                 const canvas = document.getElementById('picture');
                 const data = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;

@@ -179,11 +179,16 @@ class Page:
         return {name: [cells["%s-%s" % (name, channel)] for channel in ("r", "g", "b", "y", "cb", "cr")]
                 for name in ("before", "after")}
 
+    def wait_until_drawn(self):
+        """The page draws what has come at the next frame of the screen."""
+        self.browser.execute_async_script("requestAnimationFrame(() => requestAnimationFrame(arguments[0]));")
+
     def pixels(self):
         """The whole clip as the page shows it, at one pixel of the screen for one of the clip."""
         self.click("#zoom-one")
         self.wait(lambda: self.picture()["width"] == WIDTH and self.picture()["region"] == [0, 0, WIDTH, HEIGHT],
                   "the picture did not come in full size")
+        self.wait_until_drawn()
         numbers = self.run("""
             const canvas = document.getElementById('picture');
             const left = Math.round(canvas.width / 2 - arguments[0] / 2);

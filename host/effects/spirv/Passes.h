@@ -58,10 +58,9 @@ bool rewriteFetches(Spirv::Words& spirv);
 bool optimize(Spirv::Words& spirv, std::string& problem);
 
 /// Reads an array that is a copy of one in the uniform buffer, element by element, there, if a computed
-/// number picks from it: an array that is a function's argument is such a copy. One of a function would lie
-/// in memory, which Mesa 22.3's software device takes anew for each draw and keeps. Must not change an array
-/// of which any element is stored to from elsewhere. Returns false if there was nothing to do. tidyUp drops
-/// the copies.
+/// number picks from it: an array that is a function's argument is such a copy. Mesa 22.3's software device
+/// keeps memory for each draw of a shader with several of them. Must not change an array of which any element
+/// is stored to from elsewhere. Returns false if there was nothing to do. tidyUp drops the copies.
 bool readCopiedArraysInPlace(Spirv::Words& spirv);
 
 // 2. For shaders that draw packed texels, after the optimizer. After a pass that leaves work, tidyUp runs.

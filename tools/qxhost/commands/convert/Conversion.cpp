@@ -966,7 +966,7 @@ void refuseUnsplittable(const Conversion& conversion, const EffectChain& effects
     const auto fail = [](const std::string& text) { throw Failure(ExitCode::usage, text); };
     if (!options.filters.after.empty()) {
         fail("--after: what its filters make of a frame may depend on others, so the conversion cannot be "
-             "split; leave out --segments, or use --resize, --crop or --pad");
+             "split; use --resize, --crop or --pad instead, or convert in one run");
     }
     for (const auto& [graph, option] : {std::pair(options.filters.before, "--before "),
                                         {options.filters.deinterlace, "the filter "},
@@ -974,13 +974,13 @@ void refuseUnsplittable(const Conversion& conversion, const EffectChain& effects
         if (const std::string filter = Media::dependentFilter(graph); !filter.empty()) {
             fail(option + filter +
                  ": this filter may look at other frames than the one that it makes, or at files, so the "
-                 "conversion cannot be split; leave out the filter, or --segments");
+                 "conversion cannot be split; leave out the filter, or convert in one run");
         }
     }
     if (const std::string effect = effects.recursiveEffect(); !effect.empty()) {
         fail("--effect " + effect +
              ": draws over its own result of the frame before, so the conversion "
-             "cannot be split; leave out --segments");
+             "cannot be split; convert in one run");
     }
     const bool isClip =
         !Media::writesPictures(options.output) &&
@@ -997,10 +997,9 @@ std::vector<Media::ShownFrame> timesOf(iFrameInput& input)
     try {
         return input.readTimes();
     } catch (const Failure& failure) {
-        throw Failure(failure.code(),
-                      std::string(failure.what()) +
-                          ", so the conversion cannot be split; leave out --segments, or copy "
-                          "the clip into a .mov or .mkv first");
+        throw Failure(failure.code(), std::string(failure.what()) +
+                                          ", so the conversion cannot be split; copy the clip into a .mov or "
+                                          ".mkv first, or convert in one run");
     }
 }
 

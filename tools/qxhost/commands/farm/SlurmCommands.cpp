@@ -16,16 +16,20 @@ public:
     {
         app.add_flag("--slurm", slurm_, "To Slurm, as an array job and a job that joins");
         const auto add = [&](const char* option, const char* value, std::string& target, const char* about) {
-            app.add_option(option, target, about)
+            return app.add_option(option, target, about)
                 ->option_text(value)
                 ->group("For each piece, as sbatch takes it");
         };
-        add("--partition", "NAME", request_.partition, "Slurm's partition");
-        add("--account", "NAME", request_.account, "Slurm's account");
+        add("--partition", "NAME", request_.partition, "Slurm's partition, of the join too");
+        add("--account", "NAME", request_.account, "Slurm's account, of the join too");
         add("--gres", "LIST", request_.gres, "Resources, such as gpu:1");
         add("--cpus", "N", request_.cpus, "Processors");
         add("--mem", "SIZE", request_.memory, "Memory, such as 8G");
         add("--time", "TIME", request_.time, "Time at most, such as 02:00:00");
+        add("--join-partition", "NAME", request_.joinPartition, "Another partition for the join")
+            ->group("For the join");
+        add("--join-time", "TIME", request_.joinTime, "Time at most. Default: the partition's")
+            ->group("For the join");
         app.add_flag("--json", options_.json, "Print the jobs' numbers as JSON");
         addQuiet(app);
     }

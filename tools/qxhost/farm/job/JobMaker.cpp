@@ -23,8 +23,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <ctime>
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <random>
 #include <string_view>
@@ -115,7 +113,7 @@ public:
 
     Job make(const fs::path& folder, Console& console)
     {
-        const ConversionPlan plan = planConversion(withDate(), console);
+        const ConversionPlan plan = planConversion(request_.options, console);
         refuseLists(plan.container);
         job_.folder = folder;
         job_.program = QX_VERSION;
@@ -124,6 +122,7 @@ public:
         job_.frameBytes = plan.frameBytes;
         job_.pieces = splitFrames(plan, request_.pieces.value_or(usualPieces(job_.frames)));
         takeInput();
+        setDate();
         for (const std::string& argument : request_.arguments) {
             job_.arguments.push_back(take(argument));
         }
@@ -137,17 +136,13 @@ public:
     }
 
 private:
-    /// Without a date, the pieces would each have their own.
-    ConvertOptions withDate()
+    /// Without a date, the pieces would each have their own. It is the local one, as in a single run.
+    void setDate()
     {
-        ConvertOptions options = request_.options;
+        const ConvertOptions& options = request_.options;
         if (!options.date && !(options.effects.empty() && options.burnIns.empty())) {
-            const std::time_t now = std::time(nullptr);
-            std::tm local{};
-            ::localtime_r(&now, &local);
-            job_.arguments.push_back(fmt::format("--date={:%Y-%m-%dT%H:%M:%S}", local));
+            job_.arguments.push_back("--date=" + localTime().dateAndTime());
         }
-        return options;
     }
 
     void refuseLists(const std::string& container) const

@@ -8,10 +8,13 @@
 #include "tools/qxhost/farm/pieces/Pieces.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <cstdlib>
 #include <fmt/format.h>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 namespace Qx::Program::Farm {
 
@@ -117,10 +120,28 @@ std::string numberIn(const std::string& output)
     return number;
 }
 
+/// The words of a request, by their names in slurm.json.
+template <class Request>
+auto wordsOf(Request& request)
+{
+    using Word = decltype(&request.partition);
+    return std::array<std::pair<const char*, Word>, 8>{{{"partition", &request.partition},
+                                                        {"gres", &request.gres},
+                                                        {"cpus", &request.cpus},
+                                                        {"memory", &request.memory},
+                                                        {"time", &request.time},
+                                                        {"account", &request.account},
+                                                        {"joinPartition", &request.joinPartition},
+                                                        {"joinTime", &request.joinTime}}};
+}
+
 Json describe(const SlurmRequest& request)
 {
-    return {{"partition", request.partition}, {"gres", request.gres}, {"cpus", request.cpus},
-            {"memory", request.memory},       {"time", request.time}, {"account", request.account}};
+    Json json;
+    for (const auto& [name, value] : wordsOf(request)) {
+        json[name] = *value;
+    }
+    return json;
 }
 
 /// Throws Failure (input).
@@ -152,8 +173,9 @@ std::string join(const Job& job, const SlurmRequest& request, const std::string&
     if (!pieces.empty()) {
         words.insert(words.end(), {"--dependency=afterok:" + pieces, "--kill-on-invalid-dep=yes"});
     }
-    addOption(words, "partition", request.partition);
+    addOption(words, "partition", request.joinPartition.empty() ? request.partition : request.joinPartition);
     addOption(words, "account", request.account);
+    addOption(words, "time", request.joinTime);
     words.push_back(writeScript(job, "join.sh", "join " + quotedForShell(job.manifest().native())).native());
     return numberIn(ask("sbatch", words));
 }
@@ -201,7 +223,8 @@ SlurmNumbers submitToSlurm(const Job& job, const SlurmRequest& request)
                 fmt::format("{}: {} of it is still queued or running; wait for it, or end it with 'qxhost "
                             "farm cancel'",
                             job.manifest().string(),
-                            queued.front().first == "join" ? "the join" : "piece " + queued.front().first));
+                            queued.front().piece ? fmt::format("piece {}", *queued.front().piece)
+                                                 : "the join"));
         }
     }
     checkContents(job, Reading::whatChanged);
@@ -226,32 +249,39 @@ SlurmNumbers submitToSlurm(const Job& job, const SlurmRequest& request)
 SlurmNumbers resubmitToSlurm(const Job& job)
 {
     const Json json = readSubmission(job);
-    const Json request = json.value("request", Json::object());
-    const auto word = [&](const char* key) {
-        const auto found = request.find(key);
-        return found != request.end() && found->is_string() ? found->get<std::string>() : std::string();
-    };
-    return submitToSlurm(job, {.partition = word("partition"),
-                               .gres = word("gres"),
-                               .cpus = word("cpus"),
-                               .memory = word("memory"),
-                               .time = word("time"),
-                               .account = word("account")});
+    const Json last = json.value("request", Json::object());
+    SlurmRequest request;
+    for (const auto& [name, value] : wordsOf(request)) {
+        const auto found = last.find(name);
+        if (found != last.end() && found->is_string()) {
+            *value = found->get<std::string>();
+        }
+    }
+    return submitToSlurm(job, request);
 }
 
-std::vector<std::pair<std::string, std::string>> queueOf(const Job& job)
+std::vector<Queued> queueOf(const Job& job)
 {
     const Json json = readSubmission(job);
     const auto pieces = json["pieces"].get<std::string>();
     const auto joined = json["join"].get<std::string>();
     // Without numbers, since Slurm complains of those that it has forgotten.
-    std::istringstream lines(ask("squeue", {"--noheader", "--array", "--me", "--format=%F %K %i %T"}));
-    std::vector<std::pair<std::string, std::string>> queued;
-    for (std::string array, task, number, state; lines >> array >> task >> number >> state;) {
+    std::istringstream lines(ask("squeue", {"--noheader", "--array", "--me", "--format=%F %K %i %T %r"}));
+    std::vector<Queued> queued;
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string array;
+        std::string task;
+        std::string number;
+        Queued each;
+        words >> array >> task >> number >> each.state;
+        std::getline(words >> std::ws, each.reason);
+        each.reason = each.state != "PENDING" || each.reason == "None" ? "" : trimmed(each.reason);
         if (number == joined) {
-            queued.emplace_back("join", state);
+            queued.push_back(each);
         } else if (array == pieces) {
-            queued.emplace_back(task, state);
+            each.piece = std::strtoul(task.c_str(), nullptr, 10);
+            queued.push_back(each);
         }
     }
     return queued;

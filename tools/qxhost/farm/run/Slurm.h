@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace Qx::Program::Farm {
@@ -20,6 +19,16 @@ struct SlurmRequest
     std::string memory; ///< for each piece: "8G"
     std::string time;   ///< for each piece: "02:00:00"
     std::string account;
+    std::string joinPartition; ///< empty: that of the pieces
+    std::string joinTime;
+};
+
+/// What Slurm has of a job.
+struct Queued
+{
+    std::optional<std::size_t> piece; ///< empty: the join
+    std::string state;                ///< in Slurm's word: "PENDING"
+    std::string reason;               ///< why it waits, in Slurm's words; empty if it does not
 };
 
 /// The numbers under which Slurm knows a job.
@@ -39,9 +48,8 @@ SlurmNumbers submitToSlurm(const Job& job, const SlurmRequest& request);
 /// The same with the request of the last submission.
 SlurmNumbers resubmitToSlurm(const Job& job);
 
-/// What is queued or running of the last submission: pieces, or "join", with Slurm's word for the state.
-/// Throws Failure if Slurm does not answer.
-std::vector<std::pair<std::string, std::string>> queueOf(const Job& job);
+/// What is queued or running of the last submission. Throws Failure if Slurm does not answer.
+std::vector<Queued> queueOf(const Job& job);
 
 /// Ends what is queued or running. Throws Failure if there was no submission, or Slurm does not answer.
 void cancelInSlurm(const Job& job);

@@ -45,8 +45,10 @@ void addQueue(const Job& job, Json& status)
     status["slurm"] = {{"pieces", numbers->pieces}, {"join", numbers->join}};
     try {
         status["slurm"]["queue"] = Json::array();
-        for (const auto& [what, state] : queueOf(job)) {
-            status["slurm"]["queue"].push_back({{"what", what}, {"state", state}});
+        for (const Queued& each : queueOf(job)) {
+            status["slurm"]["queue"].push_back({{"what", each.piece ? std::to_string(*each.piece) : "join"},
+                                                {"state", each.state},
+                                                {"reason", each.reason}});
         }
     } catch (const Failure& failure) {
         status["slurm"]["problem"] = failure.what();
@@ -64,7 +66,9 @@ std::string queueText(const Json& status)
     }
     std::map<std::string, std::vector<std::string>> byState;
     for (const Json& each : (*slurm)["queue"]) {
-        byState[each["state"].get<std::string>()].push_back(each["what"].get<std::string>());
+        const auto reason = each["reason"].get<std::string>();
+        byState[each["state"].get<std::string>() + (reason.empty() ? "" : " (" + reason + ")")].push_back(
+            each["what"].get<std::string>());
     }
     std::string text;
     for (const auto& [state, what] : byState) {

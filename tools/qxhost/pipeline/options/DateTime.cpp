@@ -13,6 +13,12 @@ std::string DateTime::date() const
                        static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
 }
 
+std::string DateTime::dateAndTime() const
+{
+    const auto whole = static_cast<int>(seconds);
+    return fmt::format("{}T{:02}:{:02}:{:02}", date(), whole / 3600, whole / 60 % 60, whole % 60);
+}
+
 DateTime localTime()
 {
     const std::time_t now = std::time(nullptr);

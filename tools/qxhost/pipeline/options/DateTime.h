@@ -13,6 +13,9 @@ struct DateTime
 
     /// "2026-11-22".
     std::string date() const;
+
+    /// "2026-11-22T18:30:15", as the option --date takes it.
+    std::string dateAndTime() const;
 };
 
 /// Now, by the clock and the time zone of this machine.

@@ -335,6 +335,11 @@ TEST_F(Jobs, a_folder_is_made_whole_or_not_at_all)
     EXPECT_NE(folder.err.find("a folder with % in its name"), std::string::npos) << folder.err;
     fs::remove(at("shot_1.png"));
     fs::remove(at("shot_2.png"));
+    const Outcome unsplit =
+        qxhost({"farm", "make", "clip.mov", "graded.mov", "--job", "film.job", "--after", "hflip"});
+    EXPECT_EQ(unsplit.exitCode, 2) << unsplit.err;
+    EXPECT_NE(unsplit.err.find("--after: "), std::string::npos) << unsplit.err;
+    EXPECT_EQ(unsplit.err.find("--segments"), std::string::npos) << "nobody has given it: " << unsplit.err;
     write("list.ffconcat", "ffconcat version 1.0\nfile clip.mov\n");
     const Outcome list = qxhost({"farm", "make", "list.ffconcat", "graded.mov", "--job", "film.job"});
     EXPECT_EQ(list.exitCode, 3) << list.err;

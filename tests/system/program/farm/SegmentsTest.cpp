@@ -296,7 +296,7 @@ TEST_F(Segments, what_needs_all_frames_before_is_refused_by_name)
                       "float4 f(float2 uv : TEXCOORD0) : COLOR { return max(tex2D(s, uv), tex2D(r, uv)); }\n"
                       "technique T { pass { PixelShader = compile ps_3_0 f(); } }\n");
     expectRefusal({"--effect", "trail.fx"}, 2,
-                  {"--effect ", "trail.fx: draws over its own result", "--segments"});
+                  {"--effect ", "trail.fx: draws over its own result", "convert in one run"});
     expectRefusal({"--deinterlace"}, 2, {"the filter bwdif", "cannot be split"});
     expectRefusal({"--before", "hqdn3d"}, 2, {"--before hqdn3d", "cannot be split"});
     expectRefusal({"--before", "crop=w=64:h=64:x=n"}, 2, {"--before crop"});
@@ -318,7 +318,7 @@ TEST_F(Segments, frames_without_times_are_refused_with_what_to_do)
     EXPECT_EQ(outcome.exitCode, 3) << outcome.err;
     EXPECT_NE(
         outcome.err.find("\"bare.h264\" has frames without a time of their own, so the conversion cannot be "
-                         "split; leave out --segments"),
+                         "split; copy the clip into a .mov or .mkv first, or convert in one run"),
         std::string::npos)
         << outcome.err;
 }

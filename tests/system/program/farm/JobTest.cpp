@@ -28,6 +28,19 @@ protected:
         return record["files"][0]["path"];
     }
 
+    /// Waits until an unfinished file lies in a folder; false if the program ends before.
+    bool waitForPart(Running& program, const std::string& folder) const
+    {
+        while (program.isRunning()) {
+            for (const auto& entry : fs::directory_iterator(at(folder))) {
+                if (entry.path().filename().string().find(".part-") != std::string::npos) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
     void expectGradedIsOneRun(const Words& arguments, const std::string& job = "film.job") const
     {
         convert("clip.mov", "one.mov", arguments);
@@ -199,22 +212,11 @@ TEST_F(Jobs, a_job_goes_on_after_all_of_it_was_killed_and_in_another_directory)
 
 TEST_F(Jobs, a_worker_that_is_killed_is_tried_again)
 {
-    using namespace std::chrono_literals;
     ffmpeg({"-stream_loop", "10", "-i", "clip.mov", "-c", "copy", "-an", "long.mov"});
     fs::rename(at("long.mov"), at("clip.mov"));
     makeJob({"--segments", "4"});
     Running running({programPath(), "farm", "run", "film.job", "--jobs", "2"}, directory_);
-    const auto isWriting = [&] {
-        for (const auto& entry : fs::directory_iterator(at("film.job/pieces"))) {
-            if (entry.path().filename().string().find(".part-") != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    };
-    for (int i = 0; i < 2400 && running.isRunning() && !isWriting(); ++i) {
-        std::this_thread::sleep_for(10ms);
-    }
+    EXPECT_TRUE(waitForPart(running, "film.job/pieces"));
     EXPECT_GT(running.signalChildren(SIGKILL), 0);
     const Outcome outcome = running.wait();
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
@@ -280,6 +282,69 @@ TEST_F(Jobs, the_same_piece_made_twice_at_a_time_is_whole)
         files += entry.path().extension() == ".mov" ? 1 : 0;
     }
     EXPECT_EQ(files, 2);
+}
+
+TEST_F(Jobs, a_worker_that_was_stopped_finds_that_others_have_made_its_piece_and_joined)
+{
+    ffmpeg({"-stream_loop", "10", "-i", "clip.mov", "-c", "copy", "-an", "long.mov"});
+    fs::rename(at("long.mov"), at("clip.mov"));
+    makeJob({"--segments", "2"});
+    Running stopped({programPath(), "farm", "run-piece", "film.job", "0"}, directory_);
+    ASSERT_TRUE(waitForPart(stopped, "film.job/pieces"));
+    stopped.signal(SIGSTOP);
+    const Outcome others = qxhost({"farm", "run", "film.job"});
+    EXPECT_EQ(others.exitCode, 0) << others.err;
+    stopped.signal(SIGCONT);
+    const Outcome outcome = stopped.wait();
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_NE(outcome.err.find("has been made by somebody else"), std::string::npos) << outcome.err;
+    EXPECT_FALSE(fs::exists(at("film.job/pieces/0000.failed.json")));
+    EXPECT_EQ(qxhost({"farm", "verify", "film.job"}).exitCode, 0);
+    expectGradedIsOneRun({});
+}
+
+TEST_F(Jobs, a_piece_that_is_cut_while_it_is_joined_is_told)
+{
+    ffmpeg({"-stream_loop", "7", "-i", "clip.mov", "-c", "copy", "-an", "long.mov"});
+    const Outcome made = qxhost({"farm", "make", "long.mov", "graded.uyvy", "--job", "film.job", "--segments",
+                                 "3", "--resize", "320x"});
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+    ASSERT_EQ(qxhost({"farm", "run", "film.job"}).exitCode, 0);
+    const fs::path last = at("film.job/pieces") / pieceFile(2);
+    const std::uintmax_t bytes = fs::file_size(last);
+    bool isCut = false;
+    for (int attempt = 0; attempt < 10 && !isCut; ++attempt) {
+        fs::remove(at("film.job/graded.uyvy"));
+        Running join({programPath(), "farm", "join", "film.job", "--force"}, directory_);
+        isCut = waitForPart(join, "film.job"); // all pieces have been compared with their digests
+        join.signal(SIGSTOP);
+        fs::resize_file(last, bytes - 100);
+        join.signal(SIGCONT);
+        const Outcome outcome = join.wait();
+        isCut = isCut && outcome.exitCode != 0; // else it was too fast
+        if (isCut) {
+            EXPECT_EQ(outcome.exitCode, 3) << outcome.err;
+            EXPECT_NE(outcome.err.find("it has changed while the pieces were joined"), std::string::npos)
+                << outcome.err;
+            EXPECT_FALSE(fs::exists(at("film.job/graded.uyvy")));
+        }
+        fs::resize_file(last, bytes);
+    }
+    EXPECT_TRUE(isCut);
+}
+
+TEST_F(Jobs, a_clock_that_is_ahead_removes_nothing_that_other_machines_write)
+{
+    makeJob({"--segments", "2"});
+    const std::string part = "film.job/pieces/.0001-1234.mov.part-00000000-0123456789abcdef";
+    write(part, "what another machine writes");
+    const Outcome ahead =
+        run({"env", "LD_PRELOAD=" QX_CLOCK_AHEAD, programPath(), "farm", "run-piece", "film.job", "0"});
+    EXPECT_EQ(ahead.exitCode, 0) << ahead.err;
+    EXPECT_TRUE(fs::exists(at(part)));
+    fs::last_write_time(at(part), fs::file_time_type::clock::now() - std::chrono::hours(25));
+    EXPECT_EQ(qxhost({"farm", "run-piece", "film.job", "1"}).exitCode, 0);
+    EXPECT_FALSE(fs::exists(at(part))) << "it is abandoned";
 }
 
 TEST_F(Jobs, pictures_are_joined_in_the_folder_or_elsewhere)

@@ -94,20 +94,28 @@ std::shared_ptr<const Media::FileSet> filesRead(const Job& job)
     return files;
 }
 
-/// Appends a file. Throws Failure.
-void append(const fs::path& from, Media::OutputFile& to, const std::atomic<bool>& stopped)
+/// Appends a file of a piece, which has just been read. Throws Failure.
+void append(const Job& job, const PieceFile& file, Media::OutputFile& to, const std::atomic<bool>& stopped)
 {
+    const fs::path from = job.pieceFolder() / file.path;
+    std::uintmax_t left = file.bytes;
     std::ifstream stream(from, std::ios::binary);
     std::vector<char> part(std::size_t{4} << 20U);
     while (stream) {
         stream.read(part.data(), static_cast<std::streamsize>(part.size()));
-        require(to.write(part.data(), static_cast<std::size_t>(stream.gcount())));
+        const auto count = static_cast<std::size_t>(stream.gcount());
+        if (count > left) {
+            break;
+        }
+        left -= count;
+        require(to.write(part.data(), count));
         if (stopped) {
             throwStopped(to.file());
         }
     }
-    if (!stream.eof()) {
-        throw Failure(ExitCode::input, "cannot read " + Media::quoted(from) + " to its end");
+    if (!stream.eof() || left > 0) {
+        throw Failure(ExitCode::input, "cannot read " + Media::quoted(from) +
+                                           " as it was written: it has changed while the pieces were joined");
     }
 }
 
@@ -119,7 +127,7 @@ void joinRaw(const Job& job, const Records& records, const ConvertOptions& optio
         throw Failure(ExitCode::output, out.text());
     }
     for (const PieceRecord& record : records) {
-        append(job.pieceFolder() / record.files.front().path, out.value(), stopped);
+        append(job, record.files.front(), out.value(), stopped);
     }
     require(out.value().commit());
 }
@@ -164,8 +172,10 @@ std::optional<Joined> readJoined(const Job& job)
 
 /// A picture takes its name in the sequence: the same file where the file system can do that, else a copy.
 /// What had the name before stays until then.
-void place(const fs::path& from, const fs::path& to, bool force, const std::atomic<bool>& stopped)
+void place(const Job& job, const PieceFile& file, const fs::path& to, bool force,
+           const std::atomic<bool>& stopped)
 {
+    const fs::path from = job.pieceFolder() / file.path;
     const fs::path name = force ? Media::unfinishedName(to) : to;
     if (::link(from.c_str(), name.c_str()) == 0) {
         if (force) {
@@ -180,7 +190,7 @@ void place(const fs::path& from, const fs::path& to, bool force, const std::atom
     if (!out) {
         throw Failure(ExitCode::output, out.text());
     }
-    append(from, out.value(), stopped);
+    append(job, file, out.value(), stopped);
     require(out.value().commit(Media::OutputFile::DirectorySync::Later));
 }
 
@@ -260,7 +270,7 @@ void joinPictures(const Job& job, const Records& records, const ConvertOptions& 
     }
     for (const PieceRecord& record : records) {
         for (const PieceFile& file : record.files) {
-            place(job.pieceFolder() / file.path, names.takeNext(), options.force, stopped);
+            place(job, file, names.takeNext(), options.force, stopped);
             if (stopped) {
                 throwStopped(options.output);
             }

@@ -307,12 +307,29 @@ void PieceMaker::make(std::size_t piece)
     try {
         makeAnew(piece);
     } catch (const Failure& failure) {
-        if (failure.code() != ExitCode::interrupted) {
-            keepFailure(job_, piece, failure);
-        }
-        throw;
+        settle(piece, failure);
     } catch (const fs::filesystem_error& error) {
-        const Failure failure(ExitCode::output, error.what());
+        settle(piece, Failure(ExitCode::output, error.what()));
+    }
+}
+
+bool PieceMaker::othersHaveMade(std::size_t piece)
+{
+    const auto record = readRecord(job_, piece);
+    const bool isDone = record && problemWith(job_, *record, true).empty();
+    if (isDone) {
+        console_.note(fmt::format("piece {} has been made by somebody else meanwhile", piece));
+    }
+    return isDone;
+}
+
+void PieceMaker::settle(std::size_t piece, const Failure& failure)
+{
+    if (failure.code() == ExitCode::interrupted) {
+        throw failure;
+    }
+    // Their join has removed what was written here, say.
+    if (!othersHaveMade(piece)) {
         keepFailure(job_, piece, failure);
         throw failure;
     }
@@ -337,8 +354,7 @@ void PieceMaker::makeAnew(std::size_t piece)
                        .last = made.last,
                        .problems = made.problems,
                        .remarks = made.remarks};
-    if (const auto other = readRecord(job_, piece); other && problemWith(job_, *other, true).empty()) {
-        console_.note(fmt::format("piece {} has been made by somebody else meanwhile", piece));
+    if (othersHaveMade(piece)) {
         return;
     }
     writeWhole(recordFile(job_, piece), jsonText(describe(record, piece)));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/qxhost/console/Console.h"
+#include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/farm/job/Job.h"
 #include "tools/qxhost/media/MediaTypes.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
@@ -75,12 +76,15 @@ public:
     /// `device` is the value of the option --device.
     PieceMaker(const Job& job, std::string device, bool quiet, Console& console);
 
-    /// Makes a piece, unless it is done: then nothing happens. Throws Failure; why it failed is also kept
-    /// beside the pieces, if that is possible. The next piece can be made nevertheless.
+    /// Makes a piece, unless it is done: then nothing happens. Throws Failure, unless somebody else has made
+    /// the piece meanwhile; why it failed is also kept beside the pieces, if that is possible. The next piece
+    /// can be made nevertheless.
     void make(std::size_t piece);
 
 private:
     void makeAnew(std::size_t piece);
+    bool othersHaveMade(std::size_t piece);
+    void settle(std::size_t piece, const Failure& failure);
 
     const Job& job_;
     std::string device_;

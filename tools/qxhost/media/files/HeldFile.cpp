@@ -8,6 +8,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <fstream>
+#include <optional>
 #include <random>
 #include <string>
 #include <string_view>
@@ -70,6 +71,26 @@ std::string systemOf(const std::string& name)
     return matches ? std::string(system) : std::string();
 }
 
+/// Now, by the clock that gives files their times: on shared storage it is not this machine's. Empty if
+/// nothing can be written.
+std::optional<std::time_t> timeOfNewFile(const fs::path& directory)
+{
+    const fs::path name = unfinishedName(directory / "time");
+    constexpr int mode = 0600;
+    const HeldFile file(::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    struct stat status = {};
+    const bool isKnown = file.descriptor() >= 0 && ::fstat(file.descriptor(), &status) == 0;
+    ::unlink(name.c_str());
+    return isKnown ? std::optional(status.st_mtime) : std::nullopt;
+}
+
+bool isDayOld(const fs::path& file, const struct stat& status)
+{
+    constexpr std::time_t day = 24 * 60 * 60;
+    const auto now = timeOfNewFile(file.parent_path());
+    return now && status.st_mtime <= *now - day;
+}
+
 void clearIfAbandoned(const fs::path& file, const std::string& system)
 {
     std::error_code ignored;
@@ -81,8 +102,7 @@ void clearIfAbandoned(const fs::path& file, const std::string& system)
     if (part.descriptor() < 0 || ::fstat(part.descriptor(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return;
     }
-    constexpr std::time_t day = 24 * 60 * 60;
-    if (system != systemWord() && status.st_mtime > std::time(nullptr) - day) {
+    if (system != systemWord() && !isDayOld(file, status)) {
         return;
     }
     if (::flock(part.descriptor(), LOCK_EX | LOCK_NB) == 0) {

@@ -41,7 +41,7 @@ private:
 
 /// Removes the unfinished files and folders of this directory that runs left behind: those that nobody holds.
 /// Locks may not be seen by another machine that shares the directory: a file of another kernel, or of this
-/// machine before its restart, must also be a day old.
+/// machine before its restart, must also be a day old, by the clock of the file system.
 void clearAbandoned(const std::filesystem::path& directory);
 
 } // namespace Qx::Media

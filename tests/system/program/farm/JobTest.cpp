@@ -245,6 +245,30 @@ TEST_F(Jobs, a_piece_that_fails_is_named_with_the_reason_and_leaves_the_others_a
     expectGradedIsOneRun(large);
 }
 
+TEST_F(Jobs, the_end_of_a_log_tells_why_a_piece_is_missing)
+{
+    makeJob({"--segments", "3"});
+    EXPECT_EQ(qxhost({"farm", "status", "film.job"}).out.find("logs/"), std::string::npos);
+    write("film.job/logs/piece-0.log",
+          std::string(9000, 'x') + "\nqxhost: converting\nkilled, attempt 3 of 3\n\n");
+    write("film.job/logs/piece-2.log", "qxhost: converting\nslurmstepd: error: *** JOB 7 ON n1 CANCELLED DUE "
+                                       "TO TIME LIMIT ***\nqxhost: interrupted\n");
+    const Outcome outcome = qxhost({"farm", "status", "film.job"});
+    EXPECT_NE(outcome.out.find("not done: piece 0; logs/piece-0.log says: killed, attempt 3 of 3\n"),
+              std::string::npos)
+        << outcome.out;
+    EXPECT_NE(
+        outcome.out.find(
+            "not done: piece 2; logs/piece-2.log says: slurmstepd: error: *** JOB 7 ON n1 CANCELLED DUE "
+            "TO TIME LIMIT ***\n"),
+        std::string::npos)
+        << outcome.out;
+    EXPECT_NE(outcome.out.find("\nnot done: 0-2\n"), std::string::npos) << outcome.out;
+    EXPECT_EQ(status()["pieces"][0]["log"], "killed, attempt 3 of 3");
+    write("film.job/logs/piece-1.log", "\xff\xfe\n");
+    EXPECT_FALSE(status().is_discarded()) << "it is JSON whatever a log holds";
+}
+
 TEST_F(Jobs, one_program_makes_the_pieces_that_standard_input_names)
 {
     makeJob({"--segments", "4"});

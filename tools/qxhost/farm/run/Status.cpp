@@ -5,18 +5,49 @@
 #include "tools/qxhost/farm/pieces/Pieces.h"
 #include "tools/qxhost/farm/run/Slurm.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <fstream>
 #include <map>
+#include <set>
 #include <vector>
 
 namespace Qx::Program::Farm {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr const char* done = "done";
 constexpr const char* failed = "failed";
 constexpr const char* missing = "missing";
+
+/// The line of a piece's log that says why it ended: what Slurm wrote of it last, or else the last one. Empty
+/// if there is none.
+std::string endOfLog(const fs::path& log)
+{
+    constexpr std::streamoff longest = 4096;
+    std::ifstream stream(log, std::ios::binary | std::ios::ate);
+    const std::streamoff size = stream ? static_cast<std::streamoff>(stream.tellg()) : 0;
+    stream.seekg(std::max<std::streamoff>(size - longest, 0));
+    std::string end;
+    bool isSlurms = false;
+    for (std::string line; std::getline(stream, line);) {
+        const bool isOfSlurm = line.starts_with("slurmstepd: ");
+        if (!line.empty() && (isOfSlurm || !isSlurms)) {
+            end = line;
+            isSlurms = isOfSlurm;
+        }
+    }
+    return end;
+}
+
+fs::path logOf(std::size_t piece)
+{
+    return fs::path("logs") / fmt::format("piece-{}.log", piece);
+}
 
 Json describePiece(const Job& job, std::size_t piece)
 {
@@ -31,6 +62,9 @@ Json describePiece(const Job& job, std::size_t piece)
         json["message"] = failure->message;
     } else {
         json["state"] = missing;
+        if (const std::string end = endOfLog(job.folder / logOf(piece)); !end.empty()) {
+            json["log"] = end;
+        }
     }
     return json;
 }
@@ -53,6 +87,16 @@ void addQueue(const Job& job, Json& status)
     } catch (const Failure& failure) {
         status["slurm"]["problem"] = failure.what();
     }
+}
+
+/// What is queued or running: numbers of pieces, and "join".
+std::set<std::string> queuedIn(const Json& status)
+{
+    std::set<std::string> queued;
+    for (const Json& each : status.value("slurm", Json::object()).value("queue", Json::array())) {
+        queued.insert(each["what"].get<std::string>());
+    }
+    return queued;
 }
 
 std::string queueText(const Json& status)
@@ -101,6 +145,7 @@ std::string statusText(const Job& job)
         "{}: {} of {} pieces are done, {}\n", job.manifest().string(), status["done"].get<std::size_t>(),
         job.pieces.size(), status["joined"].get<bool>() ? job.output.string() + " is joined" : "not joined");
     std::vector<std::size_t> absent;
+    const std::set<std::string> queued = queuedIn(status);
     for (const Json& piece : status["pieces"]) {
         const auto number = piece["piece"].get<std::size_t>();
         if (piece["state"] == failed) {
@@ -109,6 +154,10 @@ std::string statusText(const Job& job)
                                 piece["message"].get<std::string>());
         } else if (piece["state"] == missing) {
             absent.push_back(number);
+            if (piece.contains("log") && !queued.contains(std::to_string(number))) {
+                text += fmt::format("not done: piece {}; {} says: {}\n", number, logOf(number).string(),
+                                    piece["log"].get<std::string>());
+            }
         }
     }
     return text + (absent.empty() ? "" : "not done: " + numbersText(absent) + "\n") + queueText(status);

@@ -175,27 +175,40 @@ VKAPI_ATTR VkResult VKAPI_CALL listExtensions(VkPhysicalDevice physical, const c
     return copied == all.size() ? VK_SUCCESS : VK_INCOMPLETE;
 }
 
-VKAPI_ATTR void VKAPI_CALL describeFormat(VkPhysicalDevice physical, VkFormat format,
-                                          VkFormatProperties2* properties)
+/// Makes a list of modifiers what the layer offers. `room` is what its caller said, which drivers change.
+template <class Modifier, class List>
+void offerModifiers(List* list, std::uint32_t room, VkFormatFeatureFlags features)
 {
-    nextOf(physical).get<PFN_vkGetPhysicalDeviceFormatProperties2>("vkGetPhysicalDeviceFormatProperties2")(
-        physical, format, properties);
-    auto* const list =
-        const_cast<VkDrmFormatModifierPropertiesListEXT*>(find<VkDrmFormatModifierPropertiesListEXT>(
-            properties->pNext, VK_STRUCTURE_TYPE_DRM_FORMAT_MODIFIER_PROPERTIES_LIST_EXT));
-    if (list == nullptr) {
-        return;
-    }
-    const VkFormatFeatureFlags features = properties->formatProperties.linearTilingFeatures;
-    const std::array<VkDrmFormatModifierPropertiesEXT, 3> all{{
+    const std::array<Modifier, 3> all{{
         {0x0100000000000004, 2, features},                            // a second plane
         {0x0100000000000001, 1, VK_FORMAT_FEATURE_SAMPLED_IMAGE_BIT}, // is not drawn into
         {0, 1, features},
     }};
-    if (list->pDrmFormatModifierProperties != nullptr) {
-        std::copy_n(all.begin(), list->drmFormatModifierCount, list->pDrmFormatModifierProperties);
+    if (list != nullptr) {
+        if (list->pDrmFormatModifierProperties != nullptr) {
+            std::copy_n(all.begin(), std::min<std::size_t>(room, all.size()),
+                        list->pDrmFormatModifierProperties);
+        }
+        list->drmFormatModifierCount = static_cast<std::uint32_t>(all.size());
     }
-    list->drmFormatModifierCount = static_cast<std::uint32_t>(all.size());
+}
+
+VKAPI_ATTR void VKAPI_CALL describeFormat(VkPhysicalDevice physical, VkFormat format,
+                                          VkFormatProperties2* properties)
+{
+    using List = VkDrmFormatModifierPropertiesListEXT;
+    using List2 = VkDrmFormatModifierPropertiesList2EXT; // newer validation layers read this one
+    auto* const list = const_cast<List*>(
+        find<List>(properties->pNext, VK_STRUCTURE_TYPE_DRM_FORMAT_MODIFIER_PROPERTIES_LIST_EXT));
+    auto* const list2 = const_cast<List2*>(
+        find<List2>(properties->pNext, VK_STRUCTURE_TYPE_DRM_FORMAT_MODIFIER_PROPERTIES_LIST_2_EXT));
+    const std::uint32_t room = list != nullptr ? list->drmFormatModifierCount : 0;
+    const std::uint32_t room2 = list2 != nullptr ? list2->drmFormatModifierCount : 0;
+    nextOf(physical).get<PFN_vkGetPhysicalDeviceFormatProperties2>("vkGetPhysicalDeviceFormatProperties2")(
+        physical, format, properties);
+    const VkFormatFeatureFlags features = properties->formatProperties.linearTilingFeatures;
+    offerModifiers<VkDrmFormatModifierPropertiesEXT>(list, room, features);
+    offerModifiers<VkDrmFormatModifierProperties2EXT>(list2, room2, features);
 }
 
 VKAPI_ATTR VkResult VKAPI_CALL describeImage(VkPhysicalDevice physical,

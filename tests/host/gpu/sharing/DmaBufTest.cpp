@@ -27,6 +27,9 @@ protected:
         ::setenv("VK_INSTANCE_LAYERS", "VK_LAYER_KHRONOS_validation:VK_LAYER_QX_test_dmabuf", 1);
         offer(GetParam());
         ExchangeTest::SetUp();
+        if (!drawsPacked()) {
+            GTEST_SKIP() << "the driver below draws into no image that has rows in order";
+        }
     }
 
     void TearDown() override

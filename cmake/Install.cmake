@@ -24,6 +24,8 @@ install(FILES ${PROJECT_BINARY_DIR}/reference/qxhost.fish
 # What users read, without what only developers do.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qxhost COMPONENT program
     PATTERN api-reference EXCLUDE PATTERN decisions.md EXCLUDE PATTERN development.md EXCLUDE PATTERN mutation.md EXCLUDE)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libqxfxresources-dev
+    COMPONENT development)
 # The host starts it; nobody else does.
 install(TARGETS qxfxc RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/qx COMPONENT program)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/shaders/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qx/shaders COMPONENT program

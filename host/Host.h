@@ -76,11 +76,16 @@ struct StartOptions
 /// GPU's driver keeps its cache. Copies the strings of `options`. Does not open the device. Call it once,
 /// before other threads start and before the library is used: its first use queues a background task, which
 /// may open the device. A call that comes later is a complaint (takeComplaints()).
+///
+/// Parts of a program that know nothing of each other, such as two plugins, each call it, and stop() at their
+/// end: the first call decides, and later ones change nothing. After stop() the host stays stopped, and a
+/// call is a complaint; so it is in a plugin that was unloaded and loaded again, since the libraries stay
+/// loaded.
 QX_HOST_API void start(const StartOptions& options);
 
 /// Shuts the host down: drops waiting background tasks, calls the shutdown callbacks, waits for a running
-/// task to finish, and shuts the GPU service down. Only the first call has an effect. Call it on the main
-/// thread.
+/// task to finish, and shuts the GPU service down. After several calls of start() the last of as many calls
+/// does so, and no later one. Call it on the main thread.
 QX_HOST_API void stop(Shutdown::eExitType exitType = Shutdown::NormalExit);
 
 /// A command that can be invoked by name.

@@ -1,5 +1,7 @@
 #include "Swapchain.h"
 
+#include "ImageLayout.h"
+
 #include <algorithm>
 
 namespace {
@@ -24,27 +26,6 @@ VkSemaphoreSubmitInfo moment(VkSemaphore semaphore, std::uint64_t value)
     info.value = value;
     info.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
     return info;
-}
-
-void changeLayout(VkCommandBuffer commands, VkImage image, VkImageLayout before, VkImageLayout after)
-{
-    VkImageMemoryBarrier2 barrier{};
-    barrier.sType = VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER_2;
-    barrier.srcStageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
-    barrier.srcAccessMask = VK_ACCESS_2_MEMORY_WRITE_BIT;
-    barrier.dstStageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
-    barrier.dstAccessMask = VK_ACCESS_2_MEMORY_READ_BIT | VK_ACCESS_2_MEMORY_WRITE_BIT;
-    barrier.oldLayout = before;
-    barrier.newLayout = after;
-    barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-    barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-    barrier.image = image;
-    barrier.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
-    VkDependencyInfo info{};
-    info.sType = VK_STRUCTURE_TYPE_DEPENDENCY_INFO;
-    info.imageMemoryBarrierCount = 1;
-    info.pImageMemoryBarriers = &barrier;
-    vkCmdPipelineBarrier2(commands, &info);
 }
 
 } // namespace

@@ -121,23 +121,43 @@ struct GivenImage
     DevicePoint ready{}; ///< of the service: wait for it on the device or the host, never signal it
 };
 
-/// Memory of an image as a file descriptor (VK_KHR_external_memory_fd, opaque), and what another process or
-/// interface must know to import it: an image of two dimensions, one level, one layer and one sample, with
-/// optimal tiling and requiredImageUsage, bound at offset 0 to memory of its own (a dedicated allocation).
-/// Plain data but for `descriptor`, so that it can be sent through a socket.
+/// What the file descriptor of an image's memory is.
+enum class MemoryHandle : std::uint32_t
+{
+    Opaque, ///< for the same device and driver alone: VK_KHR_external_memory_fd
+    DmaBuf, ///< for other devices, drivers and interfaces of Linux too: VK_EXT_external_memory_dma_buf
+};
+
+/// Where a dma-buf has the texels, in the words of those who import one (EGL, V4L2, DRM).
+struct DmaBufLayout
+{
+    /// DRM_FORMAT_ABGR8888, DRM_FORMAT_ABGR16161616 or DRM_FORMAT_ARGB2101010. importImage() does not read
+    /// it.
+    std::uint32_t fourcc = 0;
+    std::uint64_t modifier = 0; ///< the order of the texels; 0, DRM_FORMAT_MOD_LINEAR: row after row
+    std::uint64_t offset = 0;   ///< bytes before the first row
+    std::uint64_t pitch = 0;    ///< bytes from one row to the next
+};
+
+/// Memory of an image as a file descriptor, and what another process or interface must know to import it: an
+/// image of two dimensions, one level, one layer, one sample and one plane, with requiredImageUsage, bound at
+/// offset 0 to memory of its own (a dedicated allocation). Opaque memory has optimal tiling. Plain data but
+/// for `descriptor`, so that it can be sent through a socket.
 ///
 /// Whoever passes the image on, and whoever receives it, records one and the same barrier: from the layout
-/// GENERAL to SHADER_READ_ONLY_OPTIMAL, with VK_QUEUE_FAMILY_EXTERNAL as the other queue family. ImageSharing
-/// does so.
+/// GENERAL to SHADER_READ_ONLY_OPTIMAL. The other queue family is VK_QUEUE_FAMILY_EXTERNAL; for a dma-buf,
+/// VK_QUEUE_FAMILY_FOREIGN_EXT on devices with VK_EXT_queue_family_foreign. ImageSharing does so.
 struct ExportedImage
 {
     int descriptor = -1;                             ///< owned by whoever holds this
-    std::uint64_t bytes = 0;                         ///< size of the memory
+    MemoryHandle handle = MemoryHandle::Opaque;      ///< what the descriptor is
+    std::uint64_t bytes = 0;                         ///< size of the memory; of a dma-buf, it need not be set
     XY<int> size;                                    ///< in texels
     iGPUImage::eFormat format = iGPUImage::eARGB8;   ///< of the texels
     VkFormat vulkanFormat = VK_FORMAT_UNDEFINED;     ///< the same for Vulkan
     std::array<std::uint8_t, VK_UUID_SIZE> device{}; ///< VkPhysicalDeviceIDProperties::deviceUUID
     std::array<std::uint8_t, VK_UUID_SIZE> driver{}; ///< VkPhysicalDeviceIDProperties::driverUUID
+    DmaBufLayout layout{};                           ///< of a dma-buf
 };
 
 /// Images of a service that an application uses too, by turns, or other processes.
@@ -168,9 +188,18 @@ public:
     /// GENERAL without having been asked for, else in any. Returns false on failure.
     bool takeImage(const Qx::Ptr<iGPUImage>& image, VkImageLayout layout, const DevicePoint& ready);
 
-    /// Creates an image whose memory can be exported. Empty on failure, and on devices without
-    /// VK_KHR_external_memory_fd.
-    Qx::Ptr<iGPUImage> createExportableImage(XY<int> size, iGPUImage::eFormat format);
+    /// Whether the device makes images of that format that can be exported with such a descriptor. Logs
+    /// nothing.
+    bool canExport(MemoryHandle handle, iGPUImage::eFormat format);
+
+    /// Whether the device can have images of that format in memory with such a descriptor. It can without
+    /// exporting any, as Mesa's software device does where there is no /dev/udmabuf. Logs nothing.
+    bool canImport(MemoryHandle handle, iGPUImage::eFormat format);
+
+    /// Creates an image whose memory can be exported with such a descriptor. Empty on failure, and if
+    /// canExport() returns false.
+    Qx::Ptr<iGPUImage> createExportableImage(XY<int> size, iGPUImage::eFormat format,
+                                             MemoryHandle handle = MemoryHandle::Opaque);
 
     /// Gives an exportable image away with its memory, for another process or interface to import: blocks
     /// until the device has finished it. takeImage() takes it back, in the layout GENERAL, when the other one
@@ -178,8 +207,9 @@ public:
     /// failure.
     std::optional<ExportedImage> exportImage(const Qx::Ptr<iGPUImage>& image);
 
-    /// Returns an image in memory that was exported, by this process or another, from the same device and
-    /// driver. It is the service's from now on; giveImage() gives it back, and GivenImage::ready says when
+    /// Returns an image in memory that was exported, by this process or another: opaque memory from the same
+    /// device and driver, a dma-buf from any device or driver that has finished with it. It is the service's
+    /// from now on; giveImage() gives it back, and GivenImage::ready says when
     /// the other process may use it. The descriptor stays the caller's, who may close it afterwards. Empty on
     /// failure.
     Qx::Ptr<iGPUImage> importImage(const ExportedImage& exported);

@@ -47,10 +47,23 @@ TaskInfo::eState stateOf(TaskState state)
     return TaskInfo::Failed;
 }
 
+std::atomic<int> startsWithoutStop = 0;
+std::atomic<bool> isStopped = false;
+
 } // namespace
 
 void start(const StartOptions& options)
 {
+    if (isStopped) {
+        HostLog::instance().complain("the host has been stopped and cannot be started again in this process; "
+                                     "stop it when nothing needs it any more");
+        return;
+    }
+    if (startsWithoutStop.fetch_add(1) > 0) {
+        HostLog::instance().write("another part of this program has started the host, which keeps its "
+                                  "arguments, services and device\n");
+        return;
+    }
     HostLog::instance().setDebugOutput(!options.quiet);
     HostLog::instance().setReceiver(options.services.log);
     replaceServices(options.services);
@@ -68,8 +81,7 @@ void start(const StartOptions& options)
 
 void stop(Shutdown::eExitType exitType)
 {
-    static std::atomic<bool> stopped = false;
-    if (stopped.exchange(true)) {
+    if (startsWithoutStop.fetch_sub(1) > 1 || isStopped.exchange(true)) {
         return;
     }
     wakeSleepers();

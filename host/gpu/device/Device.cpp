@@ -66,7 +66,7 @@ std::unique_ptr<Device> Device::create(const PhysicalDevice& physical, std::stri
         return nullptr;
     }
     self->open(device, 0);
-    self->sharesByDescriptor_ = !extensions.empty();
+    self->exchange_ = exchangeBy({extensions.begin(), extensions.end()});
     return self;
 }
 
@@ -75,9 +75,7 @@ std::unique_ptr<Device> Device::take(const PhysicalDevice& physical, const Appli
     std::unique_ptr<Device> self(new Device(physical));
     self->application_ = std::make_shared<const ApplicationDevice>(application);
     self->open(application.device, application.queueIndex);
-    const std::vector<std::string>& enabled = application.abilities.extensions;
-    self->sharesByDescriptor_ =
-        std::find(enabled.begin(), enabled.end(), VK_KHR_EXTERNAL_MEMORY_FD_EXTENSION_NAME) != enabled.end();
+    self->exchange_ = exchangeBy(application.abilities.extensions);
     return self;
 }
 

@@ -31,6 +31,15 @@ struct FaultInjection
 
 class DrawingPath;
 
+/// The enabled extensions by which memory is exchanged.
+struct ExchangeExtensions
+{
+    bool descriptors = false;   ///< VK_KHR_external_memory_fd
+    bool dmaBuf = false;        ///< VK_EXT_external_memory_dma_buf
+    bool modifiers = false;     ///< VK_EXT_image_drm_format_modifier
+    bool foreignQueues = false; ///< VK_EXT_queue_family_foreign
+};
+
 /// The logical device: one of our own, or the application's. Thread-safe, but only the recorder may submit.
 class Device
 {
@@ -56,8 +65,7 @@ public:
     /// Submits to the queue, under the application's lock if it uses the queue too.
     VkResult submit(const VkSubmitInfo2& info);
 
-    /// Whether memory can be exported and imported: VK_KHR_external_memory_fd is enabled.
-    bool sharesMemoryByDescriptor() const { return sharesByDescriptor_; }
+    const ExchangeExtensions& exchange() const { return exchange_; }
 
     std::uint32_t queueFamily() const { return queueFamily_.index; }
     VkPipelineCache pipelineCache() const { return pipelineCache_; }
@@ -89,7 +97,7 @@ private:
     VkQueue queue_ = nullptr;
     VkPipelineCache pipelineCache_ = nullptr;
     std::shared_ptr<const ApplicationDevice> application_; // null if the device is our own
-    bool sharesByDescriptor_ = false;
+    ExchangeExtensions exchange_;
     std::unique_ptr<const DrawingPath> path_;
     std::atomic<bool> lost_{false};
     FaultInjection faults_;

@@ -361,23 +361,23 @@ void Batch::copyInto(Texture& texture)
         {VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, copyStage, VK_ACCESS_2_TRANSFER_WRITE_BIT, true, false});
 }
 
-void Batch::giveAway(Texture& texture, VkImageLayout layout, bool external)
+void Batch::giveAway(Texture& texture, VkImageLayout layout)
 {
     use(texture, {texture.layoutFor(layout), VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT,
                   VK_ACCESS_2_MEMORY_READ_BIT | VK_ACCESS_2_MEMORY_WRITE_BIT, true, false});
     flush();
-    if (external) {
-        passOn(texture, device_.queueFamily(), VK_QUEUE_FAMILY_EXTERNAL);
+    if (texture.partner != VK_QUEUE_FAMILY_IGNORED) {
+        passOn(texture, device_.queueFamily(), texture.partner);
     }
 }
 
-void Batch::takeBack(Texture& texture, VkImageLayout layout, bool external)
+void Batch::takeBack(Texture& texture, VkImageLayout layout)
 {
     texture.lastUse.store(value_, std::memory_order_relaxed);
     texture.lastWrite.store(value_, std::memory_order_relaxed);
     texture.use = {layout, VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT, VK_ACCESS_2_MEMORY_WRITE_BIT};
-    if (external) {
-        passOn(texture, VK_QUEUE_FAMILY_EXTERNAL, device_.queueFamily());
+    if (texture.partner != VK_QUEUE_FAMILY_IGNORED) {
+        passOn(texture, texture.partner, device_.queueFamily());
         texture.use.layout = layoutOfReceived;
     }
 }

@@ -53,10 +53,10 @@ public:
     void copyTo(Texture& texture);
     void copyInto(Texture& texture); ///< a part of it; the rest is kept
     /// The application uses it from the end of the batch on, in the layout, or in the one that layoutFor()
-    /// says. With `external` its memory is another process's too.
-    void giveAway(Texture& texture, VkImageLayout layout, bool external);
+    /// says.
+    void giveAway(Texture& texture, VkImageLayout layout);
     /// The application has used it, before the batch begins, and has left it in that layout.
-    void takeBack(Texture& texture, VkImageLayout layout, bool external);
+    void takeBack(Texture& texture, VkImageLayout layout);
     void copyFrom(HostBuffer& buffer);
     void copyTo(HostBuffer& buffer);
     void flush();

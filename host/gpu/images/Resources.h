@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/gpu/DeviceSharing.h"
 #include "host/gpu/device/DeviceMemory.h"
 #include "host/gpu/images/CompanionViews.h"
 #include "platform/GPUImage.h"
@@ -49,6 +50,9 @@ struct Texture
 
     Key key;
     Origin origin = Origin::Service;
+    /// The queue family of those who have its memory too: VK_QUEUE_FAMILY_EXTERNAL or FOREIGN; none: IGNORED.
+    std::uint32_t partner = VK_QUEUE_FAMILY_IGNORED;
+    MemoryHandle handle = MemoryHandle::Opaque; ///< by which its memory is exchanged
     VkImage image = nullptr;
     Allocation memory;
     VkImageView sampled = nullptr;             ///< as effects see it, with all levels

@@ -1,5 +1,6 @@
 #include "host/gpu/sharing/Features.h"
 
+#include "host/gpu/device/Device.h"
 #include "host/gpu/device/DrawingPath.h"
 #include "host/gpu/device/PhysicalDevice.h"
 
@@ -90,7 +91,9 @@ std::vector<const char*> usableExtensions(VkPhysicalDevice device)
         return {};
     }
     std::vector<const char*> usable;
-    for (const char* used : {VK_KHR_EXTERNAL_MEMORY_FD_EXTENSION_NAME}) {
+    for (const char* used :
+         {VK_KHR_EXTERNAL_MEMORY_FD_EXTENSION_NAME, VK_EXT_EXTERNAL_MEMORY_DMA_BUF_EXTENSION_NAME,
+          VK_EXT_IMAGE_DRM_FORMAT_MODIFIER_EXTENSION_NAME, VK_EXT_QUEUE_FAMILY_FOREIGN_EXTENSION_NAME}) {
         if (std::any_of(offered.begin(), offered.end(), [used](const VkExtensionProperties& each) {
                 return std::strcmp(each.extensionName, used) == 0;
             })) {
@@ -98,6 +101,19 @@ std::vector<const char*> usableExtensions(VkPhysicalDevice device)
         }
     }
     return usable;
+}
+
+ExchangeExtensions exchangeBy(const std::vector<std::string>& enabled)
+{
+    const auto has = [&](const char* name) {
+        return std::find(enabled.begin(), enabled.end(), name) != enabled.end();
+    };
+    ExchangeExtensions extensions;
+    extensions.descriptors = has(VK_KHR_EXTERNAL_MEMORY_FD_EXTENSION_NAME);
+    extensions.dmaBuf = extensions.descriptors && has(VK_EXT_EXTERNAL_MEMORY_DMA_BUF_EXTENSION_NAME);
+    extensions.modifiers = has(VK_EXT_IMAGE_DRM_FORMAT_MODIFIER_EXTENSION_NAME);
+    extensions.foreignQueues = has(VK_EXT_QUEUE_FAMILY_FOREIGN_EXTENSION_NAME);
+    return extensions;
 }
 
 namespace {

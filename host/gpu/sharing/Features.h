@@ -7,6 +7,7 @@
 
 namespace Qx::Host::Vulkan {
 
+struct ExchangeExtensions;
 struct PhysicalDevice;
 
 /// A feature that the service enables on every device or on some.
@@ -34,5 +35,8 @@ std::vector<std::string> enableFeatures(const PhysicalDevice& device, VkPhysical
 
 /// The extensions that the service uses, of those that the device has.
 std::vector<const char*> usableExtensions(VkPhysicalDevice device);
+
+/// What the extensions of those names let the service exchange.
+ExchangeExtensions exchangeBy(const std::vector<std::string>& enabled);
 
 } // namespace Qx::Host::Vulkan

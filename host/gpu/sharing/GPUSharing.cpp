@@ -1,4 +1,5 @@
 #include "host/gpu/GPUService.h"
+#include "host/gpu/sharing/ExchangedMemory.h"
 #include "host/gpu/sharing/SharedPictures.h"
 
 // The service's images that an application uses too.
@@ -38,12 +39,27 @@ bool ImageSharing::takeImage(const Qx::Ptr<iGPUImage>& image, VkImageLayout layo
     });
 }
 
-Qx::Ptr<iGPUImage> ImageSharing::createExportableImage(XY<int> size, iGPUImage::eFormat format)
+bool ImageSharing::canExport(MemoryHandle handle, iGPUImage::eFormat format)
 {
-    return Vulkan::operate<Qx::Ptr<iGPUImage>>(service_.context(),
-                                               [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage> {
-                                                   return Vulkan::makeExportable(context, size, format);
-                                               });
+    return Vulkan::operate<bool>(service_.context(), [&](Vulkan::Context& context) {
+        return Vulkan::canExchange(context, handle, format, VK_EXTERNAL_MEMORY_FEATURE_EXPORTABLE_BIT);
+    });
+}
+
+bool ImageSharing::canImport(MemoryHandle handle, iGPUImage::eFormat format)
+{
+    return Vulkan::operate<bool>(service_.context(), [&](Vulkan::Context& context) {
+        return Vulkan::canExchange(context, handle, format, VK_EXTERNAL_MEMORY_FEATURE_IMPORTABLE_BIT);
+    });
+}
+
+Qx::Ptr<iGPUImage> ImageSharing::createExportableImage(XY<int> size, iGPUImage::eFormat format,
+                                                       MemoryHandle handle)
+{
+    return Vulkan::operate<Qx::Ptr<iGPUImage>>(
+        service_.context(), [&](Vulkan::Context& context) -> Qx::Ptr<iGPUImage> {
+            return Vulkan::makeExportable(context, size, format, handle);
+        });
 }
 
 std::optional<ExportedImage> ImageSharing::exportImage(const Qx::Ptr<iGPUImage>& image)

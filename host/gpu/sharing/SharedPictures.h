@@ -3,7 +3,9 @@
 #include "host/gpu/DeviceSharing.h"
 #include "host/gpu/images/Images.h"
 
+#include <memory>
 #include <optional>
+#include <string>
 
 namespace Qx::Host::Vulkan {
 
@@ -20,13 +22,15 @@ std::optional<GivenImage> give(Context& context, GPUImage& image, VkImageLayout 
 /// Takes an image back that the application has. Returns false on failure.
 bool takeBack(Context& context, GPUImage& image, VkImageLayout layout, const DevicePoint& ready);
 
-/// An image whose memory can be exported. Empty on failure.
-Qx::Ptr<GPUImage> makeExportable(Context& context, XY<int> size, iGPUImage::eFormat format);
+/// Whether the image's memory is others' too: see ExchangedMemory.h.
+bool isExchanged(Context& context, GPUImage& image);
 
-/// Hands an exportable image to the application with its memory, and waits for the device. Empty on failure.
-std::optional<ExportedImage> exportMemory(Context& context, GPUImage& image);
+/// A picture around a texture whose image is not of the service's pools.
+Pooled<Texture> adopted(Context& context, std::unique_ptr<Texture> texture);
 
-/// An image in memory that was exported. Empty on failure. The descriptor stays the caller's.
-Qx::Ptr<GPUImage> importMemory(Context& context, const ExportedImage& exported);
+TextureKey keyOf(XY<int> size, VkFormat format);
+
+/// Logs why images are not shared.
+void refuseSharing(const std::string& reason);
 
 } // namespace Qx::Host::Vulkan

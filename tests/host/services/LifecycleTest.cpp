@@ -631,45 +631,60 @@ public:
     double millisecondsPrecise() override { return 42.0; }
 };
 
-/// The host's own services again, at the end of a test.
-struct HostsOwnAgain
+/// A program that starts the host, once in its process, with services of its own.
+class OwnServices : public testing::Test
 {
-    ~HostsOwnAgain()
+protected:
+    static void SetUpTestSuite()
+    {
+        device_ = &OS().gpu();
+        Qx::Host::start({.quiet = true, .services = {.files = &files(), .clock = &clock_, .log = receive}});
+    }
+
+    static void TearDownTestSuite()
     {
         Qx::Host::replaceServices({});
         Qx::Host::HostLog::instance().setReceiver(nullptr);
         Qx::Host::HostLog::instance().setDebugOutput(true);
     }
+
+    static OneFileManager& files()
+    {
+        static OneFileManager own;
+        return own;
+    }
+
+    static iGPUService* hostsDevice() { return device_; }
+    static const std::string& received() { return received_; }
+
+private:
+    static void receive(std::string_view text) { received_ += text; }
+
+    static inline StoppedClock clock_;
+    static inline iGPUService* device_ = nullptr;
+    static inline std::string received_;
 };
 
 } // namespace
 
-TEST(OwnServices, TakeThePlaceOfTheHosts)
+TEST_F(OwnServices, TakeThePlaceOfTheHosts)
 {
-    const HostsOwnAgain atTheEnd;
-    iGPUService* const device = &OS().gpu();
-    OneFileManager files;
-    StoppedClock clock;
-    Qx::Host::start({.quiet = true, .services = {.files = &files, .clock = &clock}});
-    EXPECT_EQ(&OS().files(), &files);
+    EXPECT_EQ(&OS().files(), &files());
     EXPECT_EQ(service_get_msecs_precise(), 42.0);
     Qx::Vector<iFileManager::DirectoryItem> items;
     OS().files().listDirectory(L"/anywhere/*.fx", items, iFileManager::FilesOnly, 0);
     ASSERT_EQ(items.size(), 1U);
     EXPECT_TRUE(items[0].name == L"the only one");
-    EXPECT_EQ(&OS().gpu(), device) << "what the program has not replaced is the host's";
+    EXPECT_EQ(&OS().gpu(), hostsDevice()) << "what the program has not replaced is the host's";
 }
 
-TEST(OwnServices, ReceiveTheLogInsteadOfTheFile)
+TEST_F(OwnServices, ReceiveTheLogInsteadOfTheFile)
 {
-    const HostsOwnAgain atTheEnd;
-    std::string received;
-    Qx::Host::start({.quiet = true, .services = {.log = [&](std::string_view text) { received += text; }}});
     const std::string before = Qx::Host::Test::contentsOf(Qx::Host::Test::logFile());
     Log("piece %d, ", 1);
     LogBoth("piece %d\n", 2);
     vexo_printf("debug output\n");
-    EXPECT_NE(received.find("piece 1, piece 2\n"), std::string::npos) << received;
-    EXPECT_EQ(received.find("debug output"), std::string::npos) << received;
+    EXPECT_NE(received().find("piece 1, piece 2\n"), std::string::npos) << received();
+    EXPECT_EQ(received().find("debug output"), std::string::npos) << received();
     EXPECT_EQ(Qx::Host::Test::contentsOf(Qx::Host::Test::logFile()), before);
 }

@@ -51,10 +51,30 @@ struct BeforeAndAfter
     CommandRegistrar command;
 } beforeAndAfter;
 
+/// Two parts of the program start and stop the host; later there is a third.
+int runParts()
+{
+    Qx::Host::start({.quiet = true});
+    Qx::Host::start({.device = "a device that is not there", .quiet = false});
+    Shutdown::addCallback([](Shutdown::eExitType) { std::puts("shut down"); }, 450);
+    Qx::Host::stop();
+    std::puts("one part has stopped");
+    Qx::Host::stop();
+    Qx::Host::stop();
+    Qx::Host::start({.quiet = true});
+    for (const LightweightString<char>& complaint : Qx::Host::takeComplaints()) {
+        std::printf("%s\n", complaint.c_str());
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    if (argc > 1) {
+        return runParts();
+    }
     Qx::Host::start({.argc = argc, .argv = argv, .quiet = true});
     Shutdown::addCallback([](Shutdown::eExitType) { std::puts("order 450"); }, 450);
     Shutdown::addCallback(

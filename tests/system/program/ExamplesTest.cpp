@@ -4,13 +4,13 @@ namespace Qx::System {
 
 namespace {
 
-/// The programs of examples/, built against an installation as their readers build them.
+/// The examples of an installation, built against it as their readers build them.
 class Examples : public Installation
 {
 protected:
     Outcome builtByCMake(const std::string& name) const
     {
-        configure(name, {}, "examples");
+        configure(name, {}, examples());
         build(name);
         return run({at(name + "/" + name).string()});
     }
@@ -73,10 +73,10 @@ TEST_F(Examples, a_host_with_services_of_its_own_draws_with_ours)
 
 TEST_F(Examples, they_build_with_the_flags_of_pkg_config)
 {
-    const std::string examples = std::string(QX_SOURCE_FOLDER) + "/examples/";
-    EXPECT_EQ(builtByPkgConfig(examples + "convert-frame/main.cpp", "qxfxresources qxhost").out,
+    const std::string folder = examples().string() + "/";
+    EXPECT_EQ(builtByPkgConfig(folder + "convert-frame/main.cpp", "qxfxresources qxhost").out,
               "1920 x 1080, first pixel 255 191 191 191\n");
-    const Outcome host = builtByPkgConfig("-rdynamic " + examples + "minimal-host/*.cpp", "qxfxresources");
+    const Outcome host = builtByPkgConfig("-rdynamic " + folder + "minimal-host/*.cpp", "qxfxresources");
     EXPECT_NE(host.out.find("first pixel 0 245 235 225\n"), std::string::npos) << host.out << host.err;
 }
 

@@ -18,13 +18,13 @@ protected:
 
     /// Configures a project of tests/system/, or of another folder, against the installation.
     void configure(const std::string& project, const std::vector<std::string>& options = {},
-                   const std::string& folder = "tests/system") const
+                   const fs::path& folder = fs::path(QX_SOURCE_FOLDER) / "tests/system") const
     {
         std::vector<std::string> command{QX_CMAKE,
                                          "-G",
                                          "Ninja",
                                          "-S",
-                                         std::string(QX_SOURCE_FOLDER) + "/" + folder + "/" + project,
+                                         (folder / project).string(),
                                          "-B",
                                          at(project).string(),
                                          "-DCMAKE_PREFIX_PATH=" + at("prefix").string()};
@@ -38,6 +38,9 @@ protected:
         const Outcome built = run({QX_CMAKE, "--build", at(project).string(), "--target", target});
         ASSERT_EQ(built.exitCode, 0) << built.out << built.err;
     }
+
+    /// The examples of the installation.
+    fs::path examples() const { return at("prefix/share/doc/libqxfxresources-dev/examples"); }
 
     fs::path libraryFolder() const { return at("prefix/" QX_LIBRARY_FOLDER); }
 };

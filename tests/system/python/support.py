@@ -23,3 +23,8 @@ def converted(frame, source, target, size, *options):
         command = [os.environ["QX_PROGRAM"], "convert", str(raw), str(result), "--raw", source, "--format", target]
         subprocess.run(command + ["--size", "%dx%d" % size, *options], check=True, capture_output=True)
         return result.read_bytes()
+
+
+def sanitized():
+    """Whether AddressSanitizer watches this process."""
+    return "/libasan" in pathlib.Path("/proc/self/maps").read_text()

@@ -19,7 +19,7 @@ protected:
     void SetUp() override
     {
         Installation::SetUp();
-        configure("window", {}, "examples");
+        configure("window", {}, examples());
         build("window");
         program_ = at("window/window").string();
         ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=160x96:r=25:d=0.4", "-vf",

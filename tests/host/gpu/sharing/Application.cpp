@@ -1,5 +1,7 @@
 #include "tests/host/gpu/sharing/Application.h"
 
+#include "examples/window/ImageLayout.h"
+
 #include <vulkan/vulkan.h>
 
 #include <algorithm>
@@ -46,27 +48,6 @@ std::uint32_t drawingFamilyOf(VkPhysicalDevice device)
         return (family.queueFlags & VK_QUEUE_GRAPHICS_BIT) != 0;
     });
     return static_cast<std::uint32_t>(found - families.begin());
-}
-
-void changeLayout(VkCommandBuffer commands, VkImage image, VkImageLayout before, VkImageLayout after)
-{
-    VkImageMemoryBarrier2 barrier{};
-    barrier.sType = VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER_2;
-    barrier.srcStageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
-    barrier.srcAccessMask = VK_ACCESS_2_MEMORY_WRITE_BIT;
-    barrier.dstStageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
-    barrier.dstAccessMask = VK_ACCESS_2_MEMORY_READ_BIT | VK_ACCESS_2_MEMORY_WRITE_BIT;
-    barrier.oldLayout = before;
-    barrier.newLayout = after;
-    barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-    barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-    barrier.image = image;
-    barrier.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
-    VkDependencyInfo info{};
-    info.sType = VK_STRUCTURE_TYPE_DEPENDENCY_INFO;
-    info.imageMemoryBarrierCount = 1;
-    info.pImageMemoryBarriers = &barrier;
-    vkCmdPipelineBarrier2(commands, &info);
 }
 
 VkBufferImageCopy wholeOf(XY<int> size)

@@ -1,180 +1,48 @@
-// Images whose memory is passed on as a file descriptor, to another device of this process and to another
-// process.
+// Images whose memory is passed on as an opaque file descriptor, to another device of this process and to
+// another process.
 
 #include "tests/host/gpu/sharing/Application.h"
-
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-extern char** environ;
+#include "tests/host/gpu/sharing/Exchange.h"
 
 namespace Qx::GpuTests {
 
-namespace {
-
 using Host::ExportedImage;
 using Host::ImageSharing;
-
-constexpr XY<int> sharedSize{61, 37};
+using Host::MemoryHandle;
 
 /// A test of a device that exports memory. On others only the refusal is tested.
-class MemorySharingTest : public GpuTest
-{
-protected:
-    /// Why this device shares no memory between processes; empty if it does.
-    std::string reason()
-    {
-        takeLog();
-        const Qx::Ptr<iGPUImage> image = sharing().createExportableImage(sharedSize, iGPUImage::eARGB8);
-        return image ? std::string() : takeLog();
-    }
-
-    ImageSharing sharing() { return ImageSharing(gpu()); }
-
-    /// An exportable image that holds these bytes.
-    Qx::Ptr<iGPUImage> exportable(iGPUImage::eFormat format, const Bytes& bytes)
-    {
-        const Qx::Ptr<iGPUImage> image = sharing().createExportableImage(sharedSize, format);
-        return image && gpu().copyImage(upload(sharedSize, format, bytes), image) ? image
-                                                                                  : Qx::Ptr<iGPUImage>();
-    }
-
-    static Bytes contentOf(GPUService& service, const Qx::Ptr<iGPUImage>& image, std::size_t count)
-    {
-        const Qx::Ptr<iHostImage> host = service.downloadImage(image);
-        const auto* const bytes =
-            host ? static_cast<const std::uint8_t*>(host->map(iHostImage::Read)) : nullptr;
-        return bytes != nullptr ? Bytes(bytes, bytes + count) : Bytes();
-    }
-};
-
-/// A descriptor that is closed at the end.
-class Closing
-{
-public:
-    explicit Closing(int descriptor) : descriptor_(descriptor) {}
-    ~Closing() { ::close(descriptor_); }
-    Closing(const Closing&) = delete;
-    Closing& operator=(const Closing&) = delete;
-
-private:
-    int descriptor_;
-};
-
-struct ProbeResult
-{
-    int exitCode = -1;
-    std::string out;
-};
-
-/// Runs the probe with the description as its input and the memory as its descriptor 3.
-ProbeResult probe(const ExportedImage& exported, const std::filesystem::path& folder)
-{
-    const std::string in = folder / "description";
-    const std::string out = folder / "printed";
-    if (FILE* const file = std::fopen(in.c_str(), "wb")) {
-        std::fwrite(&exported, sizeof exported, 1, file);
-        std::fclose(file);
-    }
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, in.c_str(), O_RDONLY, 0);
-    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT, 0600);
-    ::posix_spawn_file_actions_adddup2(&actions, exported.descriptor, 3);
-    std::string program = QX_IMPORT_PROBE;
-    char* const arguments[] = {program.data(), nullptr};
-    ::setenv("QX_VULKAN_VALIDATION", "1", 1);
-    pid_t process = 0;
-    ProbeResult result;
-    if (::posix_spawn(&process, program.c_str(), &actions, nullptr, arguments, environ) == 0) {
-        int status = 0;
-        ::waitpid(process, &status, 0);
-        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    }
-    ::unsetenv("QX_VULKAN_VALIDATION");
-    ::posix_spawn_file_actions_destroy(&actions);
-    if (FILE* const file = std::fopen(out.c_str(), "rb")) {
-        char text[64] = {};
-        result.out.assign(text, std::fread(text, 1, sizeof text, file));
-        std::fclose(file);
-    }
-    return result;
-}
-
-} // namespace
+using MemorySharingTest = ExchangeTest;
 
 TEST_F(MemorySharingTest, AnotherDeviceOfTheProcessSeesTheSameTexels)
 {
-    if (const std::string why = reason(); !why.empty()) {
+    if (const std::string why = reason(MemoryHandle::Opaque); !why.empty()) {
         GTEST_SKIP() << why;
     }
-    GPUOptions options;
-    options.validation = true;
-    GPUService second(options);
     for (const iGPUImage::eFormat format : {iGPUImage::eARGB8, iGPUImage::eARGB16, iGPUImage::eARGB10}) {
-        const Bytes bytes = noise(bytesOf(sharedSize, format));
-        const Qx::Ptr<iGPUImage> image = exportable(format, bytes);
-        ASSERT_TRUE(image) << takeLog();
-        const auto exported = sharing().exportImage(image);
-        ASSERT_TRUE(exported) << takeLog();
-        const Closing closing(exported->descriptor);
-        EXPECT_FALSE(gpu().downloadImage(image)); // it is the other one's now
-        const Qx::Ptr<iGPUImage> imported = ImageSharing(second).importImage(*exported);
-        ASSERT_TRUE(imported) << takeLog();
-        EXPECT_EQ(contentOf(second, imported, bytes.size()), bytes) << "format " << format;
-        ASSERT_TRUE(second.copyImage(imported, second.createGPUImage(sharedSize, format)));
-        const auto given = ImageSharing(second).giveImage(imported, VK_IMAGE_LAYOUT_GENERAL);
-        ASSERT_TRUE(given && ImageSharing(second).wait(*given));
-        EXPECT_TRUE(sharing().takeImage(image, given->layout, {}));
-        EXPECT_EQ(download(image), bytes);
+        EXPECT_TRUE(sharing().canExport(MemoryHandle::Opaque, format));
+        EXPECT_TRUE(sharing().canImport(MemoryHandle::Opaque, format));
+        passToAnotherDevice(format, MemoryHandle::Opaque);
     }
-    second.shutdown();
-    EXPECT_EQ(second.statistics().validationMessages, 0U) << takeLog();
 }
 
 TEST_F(MemorySharingTest, AnotherProcessReadsTheImageAndDrawsIntoIt)
 {
-    if (const std::string why = reason(); !why.empty()) {
+    if (const std::string why = reason(MemoryHandle::Opaque); !why.empty()) {
         GTEST_SKIP() << why;
     }
-    const Bytes bytes = noise(bytesOf(sharedSize, iGPUImage::eARGB8));
-    const Qx::Ptr<iGPUImage> image = exportable(iGPUImage::eARGB8, bytes);
-    const auto exported = sharing().exportImage(image);
-    ASSERT_TRUE(exported) << takeLog();
-    const Closing closing(exported->descriptor);
-    const ProbeResult result = probe(*exported, folder());
-    EXPECT_EQ(result.exitCode, 0) << result.out;
-    unsigned long sum = 0;
-    for (const std::uint8_t byte : bytes) {
-        sum = sum * 31 + byte;
-    }
-    EXPECT_EQ(result.out, std::to_string(sum) + "\n");
-    ASSERT_TRUE(sharing().takeImage(image, VK_IMAGE_LAYOUT_GENERAL, {}));
-    Bytes wanted = bytes;
-    const Bytes drawn{0, 255, 0, 255}; // alpha, red, green, blue
-    std::copy(drawn.begin(), drawn.end(), wanted.begin());
-    EXPECT_EQ(download(image), wanted);
+    passToAnotherProcess(MemoryHandle::Opaque);
 }
 
 TEST_F(MemorySharingTest, WhatCannotBeImportedIsRefusedByName)
 {
-    if (const std::string why = reason(); !why.empty()) {
+    if (const std::string why = reason(MemoryHandle::Opaque); !why.empty()) {
         GTEST_SKIP() << why;
     }
     const Qx::Ptr<iGPUImage> image =
-        exportable(iGPUImage::eARGB8, noise(bytesOf(sharedSize, iGPUImage::eARGB8)));
+        exportable(iGPUImage::eARGB8, noise(bytesOf(sharedSize, iGPUImage::eARGB8)), MemoryHandle::Opaque);
     const auto exported = sharing().exportImage(image);
     ASSERT_TRUE(exported);
     const Closing closing(exported->descriptor);
-    const auto refusal = [&](const ExportedImage& bad) {
-        takeLog();
-        EXPECT_FALSE(sharing().importImage(bad));
-        return takeLog();
-    };
     ExportedImage bad = *exported;
     bad.descriptor = 9999;
     EXPECT_NE(refusal(bad).find("descriptor 9999 is not open"), std::string::npos);
@@ -183,7 +51,7 @@ TEST_F(MemorySharingTest, WhatCannotBeImportedIsRefusedByName)
     EXPECT_NE(refusal(bad).find("another device or driver"), std::string::npos);
     bad = *exported;
     bad.bytes = 16;
-    EXPECT_NE(refusal(bad).find("creating an image in shared memory failed"), std::string::npos);
+    EXPECT_NE(refusal(bad).find("the memory has 16 bytes"), std::string::npos);
     bad = *exported;
     bad.size = {-1, 4};
     EXPECT_NE(refusal(bad).find("-1 x 4"), std::string::npos);
@@ -202,6 +70,9 @@ TEST_F(MemorySharingTest, ADeviceWithoutTheExtensionSaysSo)
     GPUService service(options);
     ASSERT_TRUE(service.start()) << service.failure();
     takeLog();
+    EXPECT_FALSE(ImageSharing(service).canExport(MemoryHandle::Opaque, iGPUImage::eARGB8));
+    EXPECT_FALSE(ImageSharing(service).canImport(MemoryHandle::Opaque, iGPUImage::eARGB8));
+    EXPECT_EQ(takeLog(), "");
     EXPECT_FALSE(ImageSharing(service).createExportableImage(sharedSize, iGPUImage::eARGB8));
     EXPECT_NE(takeLog().find("VK_KHR_external_memory_fd"), std::string::npos);
     service.shutdown();

@@ -32,6 +32,8 @@ PARTS = {
     "scopes": "document.getElementById('tab-scopes').click()",
     "stills": "document.getElementById('tab-stills').click()",
     "the effect's text": "document.getElementById('tab-text').click()",
+    "more": "document.getElementById('tab-more').checkVisibility() && document.getElementById('tab-more').click()",
+    "a problem": "studio.emit('problem', {text: 'a picture could not be decoded', details: []})",
     "the wipe": "studio.setCompare({way: 'wipe'})",
     "the difference": "studio.setCompare({way: 'difference'})",
     "the catalogue": "document.getElementById('chain-add').click()",
@@ -93,18 +95,18 @@ def check(folder, axe):
         # And with an effect that does not compile.
         effect.write_text(BROKEN.replace("amount * tint", "amuont"))
         page.wait(lambda: page.studio("studio.state.chain[2].error") is not None, "the effect compiles")
-        for theme in THEMES:
-            narrow_or_wide(browser, *WIDTHS["desktop"], theme)
+        for width, theme in ((width, theme) for width in WIDTHS.values() for theme in THEMES):
+            narrow_or_wide(browser, *width, theme)
             page.studio("(document.getElementById('tab-text').click(), 0)")
             for violation in look_at(browser, axe):
                 findings += len(violation["nodes"])
-                print("%s, a broken effect: %s (%s)" % (theme, violation["help"], violation["id"]))
+                print("%d pixels, %s, a broken effect: %s (%s)" % (width[0], theme, violation["help"], violation["id"]))
                 for node in violation["nodes"]:
                     print("    %s\n        %s" % (node["target"], node["failureSummary"]))
     finally:
         browser.quit()
         server.stop()
-    count = len(WIDTHS) * len(THEMES) * len(PARTS) + len(THEMES)
+    count = len(WIDTHS) * len(THEMES) * (len(PARTS) + 1)
     print("%d parts of the page were looked at: %s" % (count, "nothing found" if findings == 0 else "%d findings" % findings))
     return 0 if findings == 0 else 1
 

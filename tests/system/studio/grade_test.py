@@ -261,8 +261,7 @@ class GradeTest(support.StudioTest):
         page.point_at(20, 20)
         shown = ["#time", "#frame", "#play", "#probe td.number", "[role=tab]"]
         for width in (390, 320):
-            self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
-                                         {"width": width, "height": 844, "deviceScaleFactor": 1, "mobile": False})
+            self.browser.set_viewport(width, 844)
             page.wait(lambda: self.boxes("#tab-more"), "there is no tab for more")
             page.click("#tab-more")
             for selector in shown + ["#proxy", "#quality", "#speed", "#clip-facts", "#look-name"]:
@@ -274,7 +273,7 @@ class GradeTest(support.StudioTest):
             self.assertEqual(len(self.boxes("#probe td.number")), 12)
             self.assertFalse(page.run("const probe = document.getElementById('probe');"
                                       "return probe.scrollWidth > probe.clientWidth || probe.scrollHeight > probe.clientHeight"))
-        self.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+        self.browser.set_viewport(None, None)
         page.wait(lambda: self.boxes(".transport #proxy") and self.boxes(".top #look-name"), "they are not back in their places")
 
 

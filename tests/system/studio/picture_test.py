@@ -194,10 +194,15 @@ class PictureTest(support.StudioTest):
         self.page.wait(lambda: self.page.run("return document.getElementById('stage').getBoundingClientRect().width") == small,
                        "the picture has not its old size")
 
-    def touch(self, kind, *places):
-        """Fingers at places of the window."""
-        self.browser.execute_cdp_cmd("Input.dispatchTouchEvent", {"type": kind, "touchPoints": [
-            {"x": x, "y": y, "id": number} for number, (x, y) in enumerate(places)]})
+    def touch(self, *fingers):
+        """Each finger is put down at the first of its places in the window, goes to the others, and is lifted."""
+        def moves(places):
+            return [{"type": "pointerMove", "duration": 0, "x": round(x), "y": round(y)} for x, y in places]
+
+        self.browser.execute(support.Command.W3C_ACTIONS, {"actions": [
+            {"type": "pointer", "id": "finger %d" % number, "parameters": {"pointerType": "touch"},
+             "actions": [*moves(places[:1]), {"type": "pointerDown", "button": 0}, *moves(places[1:]),
+                         {"type": "pointerUp", "button": 0}]} for number, places in enumerate(fingers)]})
 
     def clip_place(self, x, y):
         """The clip's place that is seen at a place of the window."""
@@ -212,11 +217,8 @@ class PictureTest(support.StudioTest):
         self.assertEqual(fitting, [0, 0, support.WIDTH, support.HEIGHT])
         before = self.clip_place(x, y)
         scale = support.WIDTH / box["width"]  # of the clip's pixels in one of the window, at most
-        self.touch("touchStart", (x - 30, y))
-        self.touch("touchStart", (x - 30, y), (x + 30, y))
-        for spread in range(40, 130, 10):
-            self.touch("touchMove", (x - spread, y), (x + spread, y))
-        self.touch("touchEnd")
+        spreads = range(30, 130, 10)
+        self.touch([(x - spread, y) for spread in spreads], [(x + spread, y) for spread in spreads])
         zoomed = self.page.wait(lambda: (place := self.clip_place(x, y)) and self.page.text("#zoom") != "fit" and place,
                                 "the picture was not zoomed")
         # What lay between the fingers lies there still, four times as large; but at first the picture stays in its place.
@@ -224,10 +226,7 @@ class PictureTest(support.StudioTest):
         self.assertAlmostEqual(zoomed["y"], before["y"], delta=15 * scale)
         beside = self.clip_place(x + 100, y)
         self.assertLess(beside["x"] - zoomed["x"], 100 * scale / 3)
-        self.touch("touchStart", (x, y))
-        for way in range(0, 60, 10):
-            self.touch("touchMove", (x - way, y - way / 2))
-        self.touch("touchEnd")
+        self.touch([(x - way, y - way / 2) for way in range(0, 60, 10)])
         moved = self.clip_place(x - 50, y - 25)
         self.assertAlmostEqual(moved["x"], zoomed["x"], delta=1)
         self.assertAlmostEqual(moved["y"], zoomed["y"], delta=1)

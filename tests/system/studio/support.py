@@ -17,8 +17,10 @@ from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.remote.command import Command
 from selenium.webdriver.support.ui import WebDriverWait
 
+from firefox import Firefox
 from server import PATIENCE, Server, free_port
 
 PROGRAM = os.environ["QX_PROGRAM"]
@@ -70,14 +72,29 @@ def psnr(one, other):
     return math.inf if error == 0 else 10 * math.log10(255 ** 2 / error)
 
 
+class Chromium(webdriver.Chrome):
+    """Chromium without a window."""
+
+    def __init__(self, width, height):
+        options = Options()
+        for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu", "--hide-scrollbars",
+                         "--force-device-scale-factor=1", "--window-size=%d,%d" % (width, height)):
+            options.add_argument(argument)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        super().__init__(options=options, service=Service(shutil.which("chromedriver")))
+
+    def set_viewport(self, width, height):
+        """The size of the page in its window; None gives it the window's again."""
+        if width is None:
+            self.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+        else:
+            self.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                 {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
+
+
 def start_browser():
-    """A browser without a window of its own, of 1440 by 1080 pixels."""
-    options = Options()
-    for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu", "--hide-scrollbars",
-                     "--force-device-scale-factor=1", "--window-size=1440,1080"):
-        options.add_argument(argument)
-    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    browser = webdriver.Chrome(options=options, service=Service(shutil.which("chromedriver")))
+    """A browser without a window of its own, of 1440 by 1080 pixels: Chromium, or what QX_BROWSER names."""
+    browser = {"chromium": Chromium, "firefox": Firefox}[os.environ.get("QX_BROWSER", "chromium")](1440, 1080)
     browser.set_script_timeout(PATIENCE)
     return browser
 
@@ -143,7 +160,7 @@ class Page:
         """Types a number into a field."""
         field = self.find(selector)
         field.click()
-        field.send_keys(Keys.CONTROL, "a", Keys.NULL, "%s\n" % value)
+        field.send_keys(Keys.CONTROL, "a", Keys.NULL, str(value), Keys.ENTER)
 
     def go_to(self, frame):
         """Types a frame into the field of the time code."""

@@ -1,6 +1,7 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "tools/qxhost/studio/scopes/ScopeMessage.h"
+#include "tools/qxhost/studio/scopes/ScopePace.h"
 
 #include <gtest/gtest.h>
 
@@ -155,6 +156,25 @@ TEST(ScopeMessage, HoldsTheKindsThatWereAskedFor)
     EXPECT_EQ(message["histogram"]["luma"][16], 7);
     EXPECT_EQ(message["vectorscope"]["counts"], "AAABAP//NBI=");
     EXPECT_TRUE(scopeMessage(scopeKinds({"chromaticity"}), signal, request, counts).contains("chromaticity"));
+}
+
+TEST(ScopePace, CountsAsOftenAsIsWanted)
+{
+    const ScopePace::Clock::time_point begin{std::chrono::seconds(1)};
+    ScopePace pace(10);
+    EXPECT_LT(pace.due(), begin); // the first time at once
+    pace.counted(begin, begin + std::chrono::milliseconds(3));
+    EXPECT_EQ(pace.due(), begin + std::chrono::milliseconds(100));
+}
+
+TEST(ScopePace, TakesAQuarterOfTheTimeAtMost)
+{
+    const ScopePace::Clock::time_point begin{std::chrono::seconds(1)};
+    ScopePace pace(10);
+    pace.counted(begin, begin + std::chrono::milliseconds(25));
+    EXPECT_EQ(pace.due(), begin + std::chrono::milliseconds(100));
+    pace.counted(begin, begin + std::chrono::milliseconds(70));
+    EXPECT_EQ(pace.due(), begin + std::chrono::milliseconds(280));
 }
 
 TEST(ScopeMessage, AnUnknownScopeIsRefusedByName)

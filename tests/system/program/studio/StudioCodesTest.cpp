@@ -50,8 +50,8 @@ std::vector<unsigned> wordsOf(const std::string& base64)
     }
     std::vector<unsigned> words;
     for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-        words.push_back(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1])
-                                                                   << 8U);
+        words.push_back(static_cast<unsigned char>(bytes[i]) |
+                        unsigned{static_cast<unsigned char>(bytes[i + 1])} << 8U);
     }
     return words;
 }

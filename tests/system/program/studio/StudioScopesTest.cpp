@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <numeric>
+#include <set>
 
 namespace Qx::System {
 
@@ -41,6 +42,16 @@ protected:
         std::vector<std::array<int, 3>> result;
         for (std::size_t i = 0; i + 2 < bytes.size(); i += 3) {
             result.push_back({bytes[i], bytes[i + 1], bytes[i + 2]});
+        }
+        return result;
+    }
+
+    /// How often each code of red is in a picture.
+    std::vector<unsigned> reds(const std::string& file) const
+    {
+        std::vector<unsigned> result(256);
+        for (const std::array<int, 3>& pixel : pixels(file)) {
+            ++result[static_cast<std::size_t>(pixel[0])];
         }
         return result;
     }
@@ -138,6 +149,35 @@ TEST_F(StudioScopes, count_the_codes_that_convert_writes)
     EXPECT_EQ(counts(found["parade"]["r"]), reds);
     EXPECT_EQ(counts(found["vectorscope"]["counts"]), vectors);
     EXPECT_FALSE(found.contains("chromaticity"));
+    stop();
+}
+
+// While it plays they are counted less often, but no less exactly.
+TEST_F(StudioScopes, count_all_pixels_of_the_frames_that_they_name_while_it_plays)
+{
+    makeClip();
+    ASSERT_EQ(qxhost({"convert", "clip.mp4", "want_%02d.png", "--effect", "cc3.fx"}).exitCode, 0);
+    const auto wanted = [&](int frame) {
+        const std::string number = std::to_string(frame + 1);
+        return Json(reds("want_" + std::string(2 - number.size(), '0') + number + ".png"));
+    };
+    start({"clip.mp4", "cc3.fx"});
+    Browser browser = window();
+    browser.ask({{"do", "scopes"}, {"kinds", {"histogram"}}, {"of", "after"}, {"rate", 60}});
+    browser.ask({{"do", "play"}});
+    std::set<int> seen;
+    while (seen.size() < 8) {
+        const Json found = browser.message("scopes");
+        const int frame = found["frame"];
+        seen.insert(frame);
+        ASSERT_EQ(found["histogram"]["r"], wanted(frame)) << frame;
+    }
+    browser.ask({{"do", "pause"}});
+    // Where it stops, the frame that is shown is counted, however short the time since the one before.
+    browser.ask({{"do", "scopes"}, {"kinds", {"histogram"}}, {"of", "after"}, {"rate", 0.5}});
+    browser.ask({{"do", "seek"}, {"frame", 3}});
+    browser.ask({{"do", "seek"}, {"frame", 9}});
+    EXPECT_EQ(ofFrame(browser, 9)["histogram"]["r"], wanted(9));
     stop();
 }
 

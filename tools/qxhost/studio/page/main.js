@@ -136,8 +136,9 @@ function showHead() {
         `${clip.width} × ${clip.height} · ${rate} · ${clip.bits} bits · ${colour} · ${device}`
     );
     byId('clip-facts').title = byId('clip-facts').textContent;
-    const name = look ? look.split('/').at(-1) : 'no look';
-    setText(byId('look-name'), changed ? `${name} *` : name);
+    const file = look ? look.split('/').at(-1) : '';
+    const unsaved = file ? `${file} *` : 'not saved';
+    setText(byId('look-name'), changed ? unsaved : file || 'no look');
     byId('look-name').title = changed ? `${look || 'The chain'} has changes that are not saved` : look;
     document.title = `${clip.name}: studio`;
 }

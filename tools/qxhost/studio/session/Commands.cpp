@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <limits>
+#include <malloc.h>
 #include <utility>
 
 namespace Qx::Program::Studio {
@@ -180,6 +181,10 @@ void Session::Worker::open(const WindowPtr& window)
 void Session::Worker::close(const WindowPtr& window)
 {
     std::erase_if(clients_, [&](const Client& client) { return client.window == window; });
+    if (clients_.empty()) {
+        // Frames and pictures of many sizes come and go, and leave pages that the allocator keeps.
+        ::malloc_trim(0);
+    }
 }
 
 void Session::Worker::take(const WindowPtr& window, const std::string& text)

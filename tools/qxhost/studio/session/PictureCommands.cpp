@@ -21,11 +21,6 @@ constexpr int thumbnailSide = 240; ///< of thumbnails, and of stills in their ga
 constexpr int stillSide = 640;
 constexpr int smallQuality = 80;
 
-using Clock = std::chrono::steady_clock;
-
-/// Scopes take at most one part of so many of the time, so that pictures do not wait for them.
-constexpr int scopesShare = 4;
-
 /// Effects that the program draws itself with.
 constexpr std::array ownEffects{
     "ColourConvert.fx", "ColourConvert2020.fx", "ColourConvert444.fx", "LUT.fx", "Alpha.fx", "null.fx"};
@@ -238,7 +233,9 @@ Json Session::Worker::doScopes(Client& client, const Message& message)
         throw Failure(ExitCode::usage, "\"of\": expected after or before");
     }
     wish.ofBefore = of == "before";
-    wish.rate = message.has("rate") ? message.number("rate", 0.1, 60) : wish.rate;
+    if (message.has("rate")) {
+        wish.pace = ScopePace(message.number("rate", 0.1, 60));
+    }
     client.scopes = wish;
     return {};
 }
@@ -247,9 +244,7 @@ void Session::Worker::sendScopes(Client& client)
 {
     ScopeWish& wish = client.scopes;
     wish.stamp = pictureVersion_;
-    const Clock::time_point begin = Clock::now();
-    wish.due =
-        begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / wish.rate));
+    const auto begin = ScopePace::Clock::now();
     const Image::Surface& picture = wish.ofBefore ? projector_.before() : projector_.after();
     if (!picture.getGPUSurface()) {
         return; // nothing has been drawn yet
@@ -283,7 +278,7 @@ void Session::Worker::sendScopes(Client& client)
                 {"own", own.has_value()}};
     scopes.update(scopeMessage(wish.kinds, signal, request, *counts));
     tell(client, scopes, iWindow::Kind::scopes);
-    wish.due = std::max(wish.due, begin + scopesShare * (Clock::now() - begin));
+    wish.pace.counted(begin, ScopePace::Clock::now());
 }
 
 } // namespace Qx::Program::Studio

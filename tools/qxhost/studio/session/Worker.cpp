@@ -166,7 +166,7 @@ std::chrono::steady_clock::time_point Session::Worker::wakeUp() const
             return Clock::now();
         }
         if (wantsScopes(client)) {
-            next = std::min(next, client.scopes.due);
+            next = std::min(next, client.scopes.pace.due());
         }
     }
     if (playback_.isPlaying()) {
@@ -330,7 +330,7 @@ void Session::Worker::present()
 {
     const Clock::time_point now = Clock::now();
     const auto isServed = [&](const Client& client) {
-        return wantsPicture(client) || (wantsScopes(client) && client.scopes.due <= now);
+        return wantsPicture(client) || (wantsScopes(client) && client.scopes.pace.due() <= now);
     };
     std::vector<Client*> served;
     for (Client& client : clients_) {
@@ -353,7 +353,7 @@ void Session::Worker::serve(Client& client)
         if (wantsPicture(client)) {
             sendPictures(client);
         }
-        if (wantsScopes(client) && client.scopes.due <= Clock::now()) {
+        if (wantsScopes(client) && client.scopes.pace.due() <= Clock::now()) {
             sendScopes(client);
         }
     } catch (const Failure& failure) {

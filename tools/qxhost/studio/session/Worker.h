@@ -3,6 +3,7 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/studio/picture/Jpeg.h"
 #include "tools/qxhost/studio/scopes/ScopeMessage.h"
+#include "tools/qxhost/studio/scopes/ScopePace.h"
 #include "tools/qxhost/studio/session/Editor.h"
 #include "tools/qxhost/studio/session/Message.h"
 #include "tools/qxhost/studio/session/Playback.h"
@@ -87,9 +88,8 @@ private:
     {
         ScopeKinds kinds;
         bool ofBefore = false;
-        double rate = 10;        ///< a second, at most
         std::uint64_t stamp = 0; ///< of the picture that was counted last
-        std::chrono::steady_clock::time_point due;
+        ScopePace pace{};
     };
 
     struct Client

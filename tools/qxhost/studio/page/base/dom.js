@@ -16,6 +16,12 @@ export function element(tag, attributes = {}, ...children) {
     return made;
 }
 
+/** A text of which, where there is little room, only so many letters are shown. */
+export const shortened = (text, length) => [
+    text.slice(0, length),
+    ...(length < text.length ? [element('span', {class: 'only-wide', text: text.slice(length)})] : [])
+];
+
 /** A drawing of one path in a square of 16 units. */
 export function icon(path) {
     const svg = document.createElementNS('http://www.w3.org/2000/svg', 'svg');

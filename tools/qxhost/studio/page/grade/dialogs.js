@@ -91,7 +91,7 @@ function catalogueList(kind, entries, search, say, pictures) {
                         onclick: () => add(entry),
                         disabled: entry.ok === false,
                         title: entry.ok === false ? `${entry.file}\n${entry.reason}` : entry.file,
-                        'aria-label': entry.ok === false ? `${entry.name}, cannot be added: ${entry.reason}` : entry.name
+                        'aria-label': entry.ok === false ? null : entry.name
                     },
                     pictureOf(entry),
                     element('span', {text: entry.name})

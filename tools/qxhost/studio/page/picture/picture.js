@@ -1,6 +1,6 @@
 // The picture: what the server sends, at its place; zoom, comparing, full screen.
 
-import {announce, byId, clamp, element, followPointer, oncePerDrawing, setText} from '../base/dom.js';
+import {announce, byId, clamp, element, followPointer, oncePerDrawing, setText, shortened} from '../base/dom.js';
 import {studio} from '../base/studio.js';
 
 const canvas = byId('picture');
@@ -162,14 +162,15 @@ function drawNames(context) {
     const all = panes();
     const names = [byId('against').selectedOptions[0]?.textContent ?? '', 'the result'];
     context.font = `${11 * scale}px system-ui, sans-serif`;
+    context.textAlign = 'left';
     context.textBaseline = 'bottom';
     const write = (name, x, y, align) => {
-        context.textAlign = align;
-        context.lineWidth = 3 * scale;
-        context.strokeStyle = 'rgb(0 0 0 / 70%)';
-        context.strokeText(name, x, y);
+        const width = context.measureText(name).width;
+        const left = align === 'left' ? x : x - width;
+        context.fillStyle = 'rgb(0 0 0 / 60%)';
+        context.fillRect(left - 5 * scale, y - 15 * scale, width + 10 * scale, 18 * scale);
         context.fillStyle = '#fff';
-        context.fillText(name, x, y);
+        context.fillText(name, left, y);
     };
     if (all.length === 2) {
         all.forEach((pane, i) => write(names[i], pane.x + 8 * scale, pane.y + pane.height - 6 * scale, 'left'));
@@ -329,20 +330,14 @@ function forget() {
     }
 }
 
-// What is left out where there is little room stands in an element of its own.
-function shortened(text) {
-    const parts = {'Side by side': ['Side', ' by side'], 'Difference': ['Diff', 'erence']}[text];
-    return parts ? [parts[0], element('span', {class: 'only-wide', text: parts[1]})] : [text];
-}
-
 function fillCompare() {
     const ways = [
-        ['none', 'Off', 'A'],
-        ['wipe', 'Wipe', 'W'],
-        ['side', 'Side by side', 'B'],
-        ['difference', 'Difference', 'D']
+        ['none', 'Off', 3, 'A'],
+        ['wipe', 'Wipe', 4, 'W'],
+        ['side', 'Side by side', 4, 'B'],
+        ['difference', 'Difference', 4, 'D']
     ];
-    for (const [way, text, key] of ways) {
+    for (const [way, text, length, key] of ways) {
         const input = element('input', {
             type: 'radio',
             name: 'compare',
@@ -350,7 +345,7 @@ function fillCompare() {
             onchange: () => studio.setCompare({way})
         });
         byId('compare').append(
-            element('label', {title: `${text} (${key})`}, input, element('span', {}, ...shortened(text)))
+            element('label', {title: `${text} (${key})`}, input, element('span', {}, ...shortened(text, length)))
         );
     }
     byId('against').addEventListener('change', ({target}) => studio.setCompare({against: target.value}));

@@ -1,16 +1,17 @@
 // Scopes, drawn from the counts that the server makes on the device.
 
-import {byId, element, fitCanvas, oncePerDrawing, setText} from '../base/dom.js';
+import {byId, element, fitCanvas, oncePerDrawing, setText, shortened} from '../base/dom.js';
 import {remember, remembered} from '../base/memory.js';
 import {shownTab} from '../base/tabs.js';
 import {studio} from '../base/studio.js';
 
+// With how many letters of the name are shown where there is little room.
 const kinds = [
-    ['waveform', 'Waveform'],
-    ['parade', 'Parade'],
-    ['vectorscope', 'Vectorscope'],
-    ['histogram', 'Histogram'],
-    ['chromaticity', 'Chromaticity']
+    ['waveform', 'Waveform', 4],
+    ['parade', 'Parade', 6],
+    ['vectorscope', 'Vectorscope', 6],
+    ['histogram', 'Histogram', 5],
+    ['chromaticity', 'Chromaticity', 6]
 ];
 const chosen = new Set(JSON.parse(remembered('scopes') ?? '["waveform","parade","vectorscope","histogram"]'));
 const boxes = new Map();
@@ -198,9 +199,12 @@ function drawHistogram({context, width, height, scale}, {bits, histogram, black,
     const place = {x: 8 * scale, y: 8 * scale, width: width - 16 * scale, height: height - 26 * scale};
     const {levels} = histogram;
     const last = 2 ** bits - 1;
-    // A single code of a flat picture does not flatten the rest: heights are roots.
+    // A single code of a flat picture does not flatten the rest: heights are roots. Nor do the codes at the ends, where
+    // all is gathered that is clipped; they may go beyond the top.
     const channels = ['r', 'g', 'b', 'luma'].filter((name) => histogram[name]);
-    const most = Math.sqrt(Math.max(1, ...channels.flatMap((name) => histogram[name])));
+    const ends = new Set([0, last, black, top]);
+    const inner = channels.flatMap((name) => histogram[name].filter((_, code) => !ends.has(code)));
+    const most = Math.sqrt(inner.reduce((a, b) => Math.max(a, b), 1));
     const gain = 2 ** Number(byId('scope-gain').value);
     const toX = (code) => place.x + ((code + 0.5) / levels) * place.width;
     const colours = {r: '#ff5050', g: '#46d860', b: '#5a8cff', luma: '#dde2e0'};
@@ -314,11 +318,14 @@ const draw = oncePerDrawing(() => {
         if (counts?.[kind]) drawers[kind](place, counts);
     }
     if (counts) {
-        const range = studio.state?.clip.range === 'video' ? ', marks at the ends of the video range' : '';
-        const from = counts.own ? "the clip's own codes" : 'luma and chroma computed from red, green and blue';
+        const from = counts.own ? "the clip's own codes" : 'computed from RGB';
         const isCut = counts.own && (counts.parade || counts.histogram);
-        const cut = isCut ? `; red, green and blue are cut off at 0 and ${2 ** counts.bits - 1}` : '';
-        setText(byId('scope-note'), `${counts.bits} bits, frame ${counts.frame}, ${from}${range}${cut}`);
+        setText(byId('scope-note'), `${counts.bits} bits, frame ${counts.frame}, ${from}`);
+        byId('scope-note').title = [
+            counts.own ? "Luma and chroma are the clip's own codes" : 'Luma and chroma are computed from red, green and blue',
+            ...(isCut ? [`red, green and blue are cut off at 0 and ${2 ** counts.bits - 1}`] : []),
+            ...(studio.state?.clip.range === 'video' ? ['dashed lines mark the ends of the video range'] : [])
+        ].join('; ');
         byId('scopes').dataset.frame = counts.frame;
     }
 });
@@ -359,7 +366,7 @@ function fill() {
 }
 
 export function startScopes() {
-    for (const [kind, name] of kinds) {
+    for (const [kind, name, length] of kinds) {
         const input = element('input', {
             type: 'checkbox',
             value: kind,
@@ -372,7 +379,7 @@ export function startScopes() {
             }
         });
         input.checked = chosen.has(kind);
-        byId('scope-kinds').append(element('label', {}, input, element('span', {text: name})));
+        byId('scope-kinds').append(element('label', {title: name}, input, element('span', {}, ...shortened(name, length))));
     }
     byId('scope-of').addEventListener('change', ask);
     byId('scope-gain').addEventListener('input', draw);

@@ -58,10 +58,11 @@ const drawMarks = oncePerDrawing(() => {
     // The middle of the thumb of a range lies half a thumb inside its ends.
     const margin = 7 * scale;
     const at = (frame) => margin + (frame / count) * (width - 2 * margin);
+    const middle = (scrub.offsetTop + scrub.offsetHeight / 2) * scale;
     context.fillStyle = themeColour('--range');
     context.fillRect(
         at(inPoint()),
-        height / 2 - scale,
+        middle - 2 * scale,
         Math.max(scale, at(outPoint()) - at(inPoint())),
         4 * scale
     );

@@ -41,7 +41,7 @@ std::optional<float> number(std::string_view word)
     double value = 0.0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     const bool isWhole = end == text.data() + text.size() && error != std::errc::invalid_argument;
-    if (!isWhole || !std::isfinite(value)) {
+    if (!isWhole || (error == std::errc() && !std::isfinite(value))) {
         return namesNoFinite(word) ? std::optional(std::numeric_limits<float>::quiet_NaN()) : std::nullopt;
     }
     if (error == std::errc::result_out_of_range) {

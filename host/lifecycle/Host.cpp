@@ -3,6 +3,7 @@
 
 #include "host/cache/FileStore.h"
 #include "host/core/EffectIncludes.h"
+#include "host/lifecycle/AbsentDrivers.h"
 #include "host/lifecycle/CachePlace.h"
 #include "host/lifecycle/Commands.h"
 #include "host/lifecycle/DriverCache.h"
@@ -74,6 +75,7 @@ void start(const StartOptions& options)
     }
     if (options.sharedDevice == nullptr) { // or the driver has read its variables, and has threads that may
         placeDriverCache(configuredCachePlace());
+        leaveOutAbsentDrivers();
     }
     ErrorLogLogger::loggingEnabled_ = Settings::instance().flag("timing_lines").value_or(false);
     configureGPU(options);

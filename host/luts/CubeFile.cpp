@@ -17,20 +17,30 @@ std::string inQuotes(std::string_view text)
     return '"' + printable(text.substr(0, most)) + (text.size() > most ? "...\"" : "\"");
 }
 
-/// The words of a line up to its comment.
-std::vector<std::string_view> words(std::string_view line)
+constexpr bool isBlank(char c)
 {
-    constexpr std::string_view blanks = " \t\v\f";
-    std::vector<std::string_view> result;
-    for (std::size_t begin = line.find_first_not_of(blanks); begin < line.size();) {
-        const std::size_t end = std::min(line.find_first_of(blanks, begin), line.size());
-        if (line[begin] == '#') {
+    return c == ' ' || c == '\t' || c == '\v' || c == '\f';
+}
+
+/// Puts the words of a line up to its comment into `found`. Called for each entry: a search for one of
+/// several characters takes several times as long as these loops.
+void findWords(std::string_view line, std::vector<std::string_view>& found)
+{
+    found.clear();
+    for (std::size_t at = 0; at < line.size();) {
+        if (isBlank(line[at])) {
+            ++at;
+            continue;
+        }
+        if (line[at] == '#') {
             break; // a comment to the end of the line; inside a word '#' belongs to it, as in 1.#INF
         }
-        result.push_back(line.substr(begin, end - begin));
-        begin = line.find_first_not_of(blanks, end);
+        const std::size_t begin = at;
+        while (at < line.size() && !isBlank(line[at])) {
+            ++at;
+        }
+        found.push_back(line.substr(begin, at - begin));
     }
-    return result;
 }
 
 /// Lines that end in LF, CR LF or CR.
@@ -44,7 +54,10 @@ public:
         if (rest_.empty()) {
             return false;
         }
-        const std::size_t end = std::min(rest_.find_first_of("\r\n"), rest_.size());
+        std::size_t end = 0;
+        while (end < rest_.size() && rest_[end] != '\r' && rest_[end] != '\n') {
+            ++end;
+        }
         line = rest_.substr(0, end);
         const bool both = rest_.substr(end, 2) == "\r\n";
         rest_.remove_prefix(std::min(end + (both ? 2 : 1), rest_.size()));
@@ -96,8 +109,9 @@ public:
     CubeFile parse()
     {
         std::string_view line;
+        std::vector<std::string_view> found;
         while (lines_.next(line)) {
-            const std::vector<std::string_view> found = words(line);
+            findWords(line, found);
             if (found.empty()) {
                 continue;
             }

@@ -37,14 +37,12 @@ bool beginsNumber(std::string_view word)
 
 std::optional<float> number(std::string_view word)
 {
-    if (namesNoFinite(word)) {
-        return std::numeric_limits<float>::quiet_NaN();
-    }
     const std::string_view text = withoutPlus(word);
     double value = 0.0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (end != text.data() + text.size() || error == std::errc::invalid_argument) {
-        return std::nullopt;
+    const bool isWhole = end == text.data() + text.size() && error != std::errc::invalid_argument;
+    if (!isWhole || (error == std::errc() && !std::isfinite(value))) {
+        return namesNoFinite(word) ? std::optional(std::numeric_limits<float>::quiet_NaN()) : std::nullopt;
     }
     if (error == std::errc::result_out_of_range) {
         const bool tiny =

@@ -1,4 +1,5 @@
 #include "host/Host.h"
+#include "host/lifecycle/AbsentDrivers.h"
 #include "host/lifecycle/DriverCache.h"
 #include "host/lifecycle/ProcessorQuota.h"
 #include "host/lifecycle/Services.h"
@@ -106,11 +107,30 @@ private:
                                        "__GL_SHADER_DISK_CACHE_PATH",
                                        "__GL_SHADER_DISK_CACHE_SIZE",
                                        "VK_DRIVER_FILES",
-                                       "VK_ICD_FILENAMES"};
+                                       "VK_ICD_FILENAMES",
+                                       "VK_LOADER_DRIVERS_DISABLE"};
     std::array<std::optional<std::string>, names_.size()> values_;
 };
 
 } // namespace
+
+using AbsentDrivers = DriverCache;
+
+TEST_F(AbsentDrivers, AreLeftOutWhereNoDeviceHasANode)
+{
+    Qx::Host::leaveOutAbsentDrivers(directory_ / "dri");
+    EXPECT_EQ(variable("VK_LOADER_DRIVERS_DISABLE"), "intel_icd*,intel_hasvk_icd*,radeon_icd*,nouveau_icd*");
+}
+
+TEST_F(AbsentDrivers, AreAskedWhereThereAreNodesAndWhereTheUserSaysSo)
+{
+    std::filesystem::create_directory(directory_ / "dri");
+    Qx::Host::leaveOutAbsentDrivers(directory_ / "dri");
+    EXPECT_EQ(std::getenv("VK_LOADER_DRIVERS_DISABLE"), nullptr);
+    ::setenv("VK_LOADER_DRIVERS_DISABLE", "", 1);
+    Qx::Host::leaveOutAbsentDrivers(directory_ / "none");
+    EXPECT_EQ(variable("VK_LOADER_DRIVERS_DISABLE"), "");
+}
 
 TEST_F(DriverCache, IsBesideOurOwnWithOurLimit)
 {

@@ -201,6 +201,33 @@ TEST_F(Alpha, prores_4444_keeps_it)
               codes("sub.mkv", "gray", "select=eq(n\\,0),alphaextract"));
 }
 
+TEST_F(Alpha, effects_and_luts_leave_it_to_the_code)
+{
+    makeAlpha();
+    write("warm.cube",
+          "LUT_3D_SIZE 2\n0.1 0 0\n1 0 0\n0.1 1 0\n1 1 0\n0.1 0 0.8\n1 0 0.8\n0.1 1 0.8\n1 1 0.8\n");
+    const std::vector<std::string> steps{"--effect", "cc3.fx", "--set", "gain=0.5", "--lut", "warm.cube"};
+    const auto through = [&](std::vector<std::string> words) {
+        words.insert(words.end(), steps.begin(), steps.end());
+        return convert(words);
+    };
+    const std::vector<int> alpha = codes("alpha.mkv", "gray16le", "select=eq(n\\,0),alphaextract");
+    const auto alphaOf = [&](const std::string& picture) {
+        EXPECT_EQ(run({"oiiotool", picture, "--ch", "A", "-d", "uint16", "-o", "as.tif"}).exitCode, 0);
+        return codes("as.tif", "gray16le");
+    };
+    for (const std::string kind : {"png", "tif", "exr"}) {
+        through({"alpha.mkv", "out." + kind, "--frames", "1"});
+        EXPECT_EQ(alphaOf("out." + kind), alpha) << kind;
+        through({"out." + kind, "again." + kind});
+        EXPECT_EQ(alphaOf("again." + kind), alpha) << kind;
+        EXPECT_NE(codes("again." + kind, "rgb48le"), codes("out." + kind, "rgb48le")) << kind;
+    }
+    convert({"alpha.mkv", "plain.mov"});
+    through({"plain.mov", "out.mov"});
+    EXPECT_EQ(codes("out.mov", "gray16le", "alphaextract"), codes("plain.mov", "gray16le", "alphaextract"));
+}
+
 TEST_F(Alpha, what_effects_make_of_it_is_written_where_it_is_asked_for)
 {
     makeClip("yuv444p10le", "bt709", "tv");

@@ -254,6 +254,23 @@ TEST_F(Pipes, ranges_of_a_pipe_are_decoded_from_its_beginning)
     expectHas(lost.err, " 3\n");
 }
 
+TEST_F(Pipes, pipes_that_have_names_are_read_once)
+{
+    makeClip("clip.mkv", "yuv422p10le", {"-c:v", "libx264", "-g", "4", "-bf", "2"});
+    ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=320x240", "-t", "2", "-qp", "1", "-c:v", "libx264",
+            "large.mov"});
+    const auto named = [&](const std::string& clip, const std::string& arguments) {
+        return shell("rm -f named; mkfifo named; (cat " + clip + " > named &); timeout 60 bash -c 'exec \"" +
+                     programPath() + "\" convert named " + arguments + "'");
+    };
+    expectHas(named("clip.mkv", "piped.mkv --start 6 --frames 3").err, "codes 0");
+    shell("qxhost convert clip.mkv file.mkv --start 6 --frames 3");
+    EXPECT_EQ(frameSums("piped.mkv"), frameSums("file.mkv"));
+    const Outcome lost = named("large.mov", "lost.mkv");
+    expectHas(lost.err, "MOV and MP4 are read from a pipe only in fragments, or with their index first");
+    expectHas(lost.err, "codes 3");
+}
+
 TEST_F(Pipes, what_cannot_be_piped_is_refused)
 {
     makeClip("clip.mkv", "yuv422p10le", ffv1);

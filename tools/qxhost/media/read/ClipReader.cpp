@@ -473,11 +473,10 @@ fs::path ClipReader::Impl::place() const
     return file == standardName ? "/proc/self/fd/0" : file;
 }
 
-/// It can be read once only.
+/// It can be read once only: standard input, or a pipe that has a name.
 bool ClipReader::Impl::isPipe() const
 {
-    return file == standardName &&
-           (input->pb == nullptr || (input->pb->seekable & AVIO_SEEKABLE_NORMAL) == 0);
+    return input->pb == nullptr ? file == standardName : (input->pb->seekable & AVIO_SEEKABLE_NORMAL) == 0;
 }
 
 std::optional<SequencePart> ClipReader::Impl::sequencePart() const
@@ -501,6 +500,11 @@ Status ClipReader::Impl::openRun(std::size_t index)
 
 Status ClipReader::Impl::findStreams()
 {
+    const bool hasHeader = (input->ctx_flags & AVFMTCTX_NOHEADER) == 0;
+    if (options.isBrief && hasHeader) {
+        constexpr std::int64_t leastProbed = 32;
+        input->probesize = leastProbed; // decodes one packet rather than those that tell the order of frames
+    }
     if (const int error = avformat_find_stream_info(input.get(), nullptr); error < 0) {
         return Error{"cannot read " + quotedInput(file) + ": " + errorText(error) + ffmpegHint()};
     }

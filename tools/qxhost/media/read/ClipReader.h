@@ -104,6 +104,8 @@ public:
         std::optional<Rational> sequenceRate = std::nullopt;
         std::optional<std::int64_t> startNumber = std::nullopt;
         MissingPictures missing = MissingPictures::end;
+        /// Whether the file's header and first frame say enough: frame rates and lengths may be estimates.
+        bool isBrief = false;
     };
 
     enum class Next

@@ -158,28 +158,21 @@ void scatter16(const std::uint16_t* from, std::uint8_t* to, int count, const Str
     }
 }
 
-/// Three of four components at once: the compiler turns it into vector shuffles. After the last pixel's three
-/// the row may end: its fourth component may lie before them.
+/// Three of four components at once, of pixels at any address. The compiler turns the loop into vector
+/// shuffles, which GCC does only if samples are read one by one; after the last pixel's three the row may
+/// end.
 template <class Code>
 void gatherColours(const std::uint8_t* from, const std::array<void*, 3>& to, int count)
 {
+    using Sample [[gnu::aligned(1), gnu::may_alias]] = Code;
+    const auto* const pixels = reinterpret_cast<const Sample*>(from);
     auto* const __restrict red = static_cast<Code*>(to[0]);
     auto* const __restrict green = static_cast<Code*>(to[1]);
     auto* const __restrict blue = static_cast<Code*>(to[2]);
-    std::array<Code, 4> pixel{};
-    const auto put = [&](std::ptrdiff_t i) {
-        red[i] = pixel[0];
-        green[i] = pixel[1];
-        blue[i] = pixel[2];
-    };
-    const std::ptrdiff_t last = count - 1;
-    for (std::ptrdiff_t i = 0; i < last; ++i) {
-        std::memcpy(pixel.data(), from + i * static_cast<std::ptrdiff_t>(sizeof pixel), sizeof pixel);
-        put(i);
-    }
-    if (last >= 0) {
-        std::memcpy(pixel.data(), from + last * static_cast<std::ptrdiff_t>(sizeof pixel), 3 * sizeof(Code));
-        put(last);
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+        red[i] = pixels[4 * i];
+        green[i] = pixels[4 * i + 1];
+        blue[i] = pixels[4 * i + 2];
     }
 }
 

@@ -108,7 +108,7 @@ std::string rangeHolder(const OutputSettings& settings, const std::string& range
 std::vector<std::string> lostDescription(const std::filesystem::path& clip, const OutputSettings& settings,
                                          const AVCodecContext& video, const std::string& extension)
 {
-    const auto reader = ClipReader::open(clip, {.threads = 1, .keepAudio = false});
+    const auto reader = ClipReader::open(clip, {.threads = 1, .keepAudio = false, .isBrief = true});
     if (!reader) {
         return {};
     }

@@ -129,19 +129,6 @@ std::string VideoEncoder::description() const
     return std::string(context_->codec->name) + ", " + av_get_pix_fmt_name(context_->pix_fmt);
 }
 
-/// Null if memory is exhausted.
-FramePtr VideoEncoder::makeFrame(AVPixelFormat format) const
-{
-    FramePtr frame(av_frame_alloc());
-    if (!frame) {
-        return {};
-    }
-    frame->format = format;
-    frame->width = context_->width;
-    frame->height = context_->height;
-    return av_frame_get_buffer(frame.get(), 0) < 0 ? FramePtr() : std::move(frame);
-}
-
 /// The same samples, without what the decoder knew of them. Null if memory is exhausted.
 FramePtr VideoEncoder::reference(const AVFrame& picture)
 {
@@ -161,6 +148,29 @@ FramePtr VideoEncoder::reference(const AVFrame& picture)
     std::copy(std::begin(picture.data), std::end(picture.data), std::begin(frame->data));
     std::copy(std::begin(picture.linesize), std::end(picture.linesize), std::begin(frame->linesize));
     return frame;
+}
+
+/// A frame to be filled; null if memory is exhausted. The memory of one that the encoder no longer needs is
+/// used again: new memory costs the kernel's time for each of its pages.
+FramePtr VideoEncoder::makeFrame(AVPixelFormat format)
+{
+    for (const FramePtr& known : made_) {
+        if (known->format == format && av_frame_is_writable(known.get()) > 0) {
+            return reference(*known);
+        }
+    }
+    FramePtr frame(av_frame_alloc());
+    if (!frame) {
+        return {};
+    }
+    frame->format = format;
+    frame->width = context_->width;
+    frame->height = context_->height;
+    if (av_frame_get_buffer(frame.get(), 0) < 0) {
+        return {};
+    }
+    made_.push_back(std::move(frame));
+    return reference(*made_.back());
 }
 
 Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink)

@@ -43,7 +43,7 @@ private:
                      bool globalHeader);
     void tagColours(const OutputSettings& settings);
     Status openCodec(const AVCodec& codec, const OutputSettings& settings);
-    FramePtr makeFrame(AVPixelFormat format) const;
+    FramePtr makeFrame(AVPixelFormat format);
     static FramePtr reference(const AVFrame& picture);
     zimg_chroma_location_e outputLocation() const;
     bool isEncodable(const AVFrame& picture, Range range) const;
@@ -68,6 +68,7 @@ private:
     AVPixelFormat decoded_ = AV_PIX_FMT_NONE; // of input_, if frames are given as they were decoded
     std::optional<ComponentRows> output_;
     std::array<std::optional<Graph>, 2> graphs_; // one for each field
+    std::vector<FramePtr> made_;                 // of makeFrame(), whose memory is used again
     std::vector<std::uint16_t> scratch_;
     std::vector<std::uint16_t> alphaCodes_;
     std::map<std::int64_t, std::int64_t> durations_; // by time of the frame, until its packet comes

@@ -5,9 +5,11 @@
 #include "tools/qxhost/console/Wording.h"
 #include "tools/qxhost/media/Matrices.h"
 
+#include <algorithm>
 #include <cstring>
 #include <dlpack/dlpack.h>
 #include <fmt/format.h>
+#include <limits>
 #include <numeric>
 #include <utility>
 
@@ -87,6 +89,27 @@ void copyStrided(const DLTensor& tensor, int dimension, const std::byte* from, s
     }
 }
 
+/// The shape of a tensor whose elements this process can address.
+std::vector<std::size_t> shapeOf(const DLTensor& tensor, std::size_t itemBytes)
+{
+    std::vector<std::size_t> shape;
+    std::size_t bytes = itemBytes;
+    bool isPossible = true;
+    for (int i = 0; i < tensor.ndim; ++i) {
+        const std::int64_t length = tensor.shape[i];
+        const auto count = static_cast<std::size_t>(length);
+        isPossible = isPossible && length >= 0 &&
+                     (count == 0 || bytes <= std::numeric_limits<std::ptrdiff_t>::max() / count);
+        bytes *= std::max<std::size_t>(count, 1);
+        shape.push_back(count);
+    }
+    if (!isPossible || (tensor.data == nullptr && productOf(shape) != 0)) {
+        throw py::value_error("the array's shape is impossible: a length is negative, its memory larger than "
+                              "any, or there is none");
+    }
+    return shape;
+}
+
 Elements elementsOfTensor(const py::object& array)
 {
     const py::capsule capsule = array.attr("__dlpack__")();
@@ -99,11 +122,13 @@ Elements elementsOfTensor(const py::object& array)
         throw py::type_error("the array is in the memory of a device; copy it to the processor's first");
     }
     Elements elements;
-    elements.itemBytes = (tensor.dtype.bits + 7U) / 8U * tensor.dtype.lanes;
-    elements.isWhole = tensor.dtype.code == kDLUInt && tensor.dtype.lanes == 1 && elements.itemBytes <= 2;
-    for (int i = 0; i < tensor.ndim; ++i) {
-        elements.shape.push_back(static_cast<std::size_t>(tensor.shape[i]));
+    const DLDataType& type = tensor.dtype;
+    elements.isWhole = type.code == kDLUInt && type.lanes == 1 && (type.bits == 8 || type.bits == 16);
+    if (!elements.isWhole) {
+        return elements; // nothing reads the others
     }
+    elements.itemBytes = type.bits / 8U;
+    elements.shape = shapeOf(tensor, elements.itemBytes);
     elements.bytes.resize(productOf(elements.shape) * elements.itemBytes);
     std::byte* to = elements.bytes.data();
     if (!elements.bytes.empty()) {

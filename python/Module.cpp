@@ -1,4 +1,5 @@
 #include "python/Frame.h"
+#include "python/OthersRun.h"
 #include "python/Steps.h"
 
 #include "Qx/Version.h"
@@ -112,7 +113,7 @@ std::shared_ptr<Frame> processed(Chain& chain, const std::shared_ptr<Frame>& fra
                                  const std::vector<std::shared_ptr<Frame>>& more,
                                  const Program::FrameForm& form, const Chain::Moment& moment)
 {
-    const py::gil_scoped_release others; // run while the device works
+    const OthersRun others; // run while the device works
     return chain.process(*frame, more, form, moment);
 }
 
@@ -156,14 +157,14 @@ std::shared_ptr<Frame> convert(const py::object& array, const std::string& targe
     Program::FrameSteps steps;
     steps.filter = filterNamed(filter);
     const Program::FrameForm form = resultForm(*frame, target, targetRange, targetMatrix, false);
-    const py::gil_scoped_release others;
+    const OthersRun others;
     Chain chain(std::move(steps));
     return chain.process(*frame, {}, form, {});
 }
 
 std::shared_ptr<Chain> chainOf(Program::FrameSteps steps)
 {
-    const py::gil_scoped_release others;
+    const OthersRun others;
     return std::make_shared<Chain>(std::move(steps));
 }
 
@@ -345,7 +346,7 @@ void bindSteps(py::module_& module)
             "__setitem__",
             [](const Effect& effect, const std::string& name, const py::object& value) {
                 std::vector<float> values = valuesOf(name, value);
-                const py::gil_scoped_release others;
+                const OthersRun others;
                 effect.chain->set(0, name, std::move(values));
             },
             "name"_a, "value"_a, "Sets a parameter for the frames that follow.");
@@ -367,7 +368,7 @@ void bindSteps(py::module_& module)
                 if (effect >= steps.chain->steps().effects.size()) {
                     throw py::index_error("the chain has no effect " + std::to_string(effect));
                 }
-                const py::gil_scoped_release others;
+                const OthersRun others;
                 steps.chain->set(effect, name, std::move(values));
             },
             "effect"_a, "name"_a, "value"_a,
@@ -378,7 +379,7 @@ void bindDevice(py::module_& module)
 {
     py::class_<Device>(module, "Device", "The GPU, or the software device, that draws for this process.")
         .def(py::init([](const std::string& name) {
-                 const py::gil_scoped_release others;
+                 const OthersRun others;
                  openDevice(name);
                  return Device{Program::frameDeviceName(), Program::frameDeviceIsSoftware()};
              }),
@@ -413,7 +414,8 @@ PYBIND11_MODULE(_qxfx, module)
                "`format`,\n"
                "`width`, `height`, `range` and `matrix` describe an array as in Frame().");
     py::module_::import("atexit").attr("register")(py::cpp_function([] {
-        const py::gil_scoped_release others;
+        keepOthersOut();
+        const OthersRun others;
         Qx::Program::stopFrameHost();
     }));
 }

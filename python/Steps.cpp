@@ -40,8 +40,11 @@ void translating(const std::function<void()>& work)
         case ExitCode::effect:
         case ExitCode::input:
             throw EffectError(whole(failure));
-        case ExitCode::device:
-            throw DeviceError(whole(failure));
+        case ExitCode::device: {
+            // The interpreter ends, and a thread goes on: the device has nothing to do with it.
+            const std::string stopped = Program::startFrameHost({});
+            throw DeviceError(stopped.empty() ? whole(failure) : stopped);
+        }
         case ExitCode::usage:
             throw std::invalid_argument(whole(failure));
         default:

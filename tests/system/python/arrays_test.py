@@ -1,4 +1,5 @@
 import array
+import ctypes
 import unittest
 
 import numpy
@@ -17,6 +18,36 @@ class Tensor:
 
     def __dlpack_device__(self):
         return self.values.__dlpack_device__()
+
+
+class Described(ctypes.Structure):
+    """DLManagedTensor, as a library describes its memory; what it says of it may be anything."""
+
+    _fields_ = [("data", ctypes.c_void_p), ("device", ctypes.c_int32), ("device_id", ctypes.c_int32), ("dimensions", ctypes.c_int32),
+                ("code", ctypes.c_uint8), ("bits", ctypes.c_uint8), ("lanes", ctypes.c_uint16),
+                ("shape", ctypes.POINTER(ctypes.c_int64)), ("strides", ctypes.POINTER(ctypes.c_int64)), ("offset", ctypes.c_uint64),
+                ("context", ctypes.c_void_p), ("deleter", ctypes.c_void_p)]
+
+    def __init__(self, values, shape=None, strides=None, offset=0, device=1, code=1, bits=8, lanes=1, name=b"dltensor"):
+        shape = values.shape if shape is None else shape
+        self.values, self.name = values, name
+        super().__init__(values.ctypes.data if values is not None else None, device, 0, len(shape), code, bits, lanes,
+                         (ctypes.c_int64 * len(shape))(*shape), (ctypes.c_int64 * len(shape))(*strides) if strides else None, offset)
+
+    def __dlpack__(self, **options):
+        new = ctypes.pythonapi.PyCapsule_New
+        new.restype, new.argtypes = ctypes.py_object, [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_void_p]
+        return new(ctypes.addressof(self), self.name, None)
+
+
+class Capsules:
+    """What a library answers in __dlpack__, without the buffer protocol that ctypes gives structures."""
+
+    def __init__(self, *arguments, **options):
+        self.described = Described(*arguments, **options)
+
+    def __dlpack__(self, **options):
+        return self.described.__dlpack__(**options)
 
 
 class Arrays(unittest.TestCase):
@@ -52,6 +83,40 @@ class Arrays(unittest.TestCase):
         for view in (values[::2, ::-1], values[:, :, ::-1], values.transpose(1, 0, 2), values[2:5, 3:8]):
             numpy.testing.assert_array_equal(qxfx.Frame(view), view)
             numpy.testing.assert_array_equal(qxfx.Frame(Tensor(view)), view)
+
+    def test_strides_of_any_sign_and_none_are_followed(self):
+        values = codes((8, 12, 4))
+        flat = values.reshape(-1)
+        rows = 12 * 4
+        for shape, strides, offset, expected in (
+                ((8, 12, 4), None, 0, values),
+                ((7, 12, 4), None, rows, values[1:]),
+                ((8, 12, 4), (0, 4, 1), rows, numpy.broadcast_to(values[1], values.shape)),
+                ((8, 12, 4), (-rows, -4, 1), flat.size - 4, values[::-1, ::-1]),
+                ((1, 12, 4), (12345678901234, 4, 1), 0, values[:1]),
+                ((6, 12, 3), (rows + 4, 4, 1), 1, numpy.lib.stride_tricks.as_strided(flat[1:], (6, 12, 3), (rows + 4, 4, 1)))):
+            numpy.testing.assert_array_equal(qxfx.Frame(Capsules(flat, shape, strides, offset)), expected)
+
+    def test_tensors_that_cannot_be_are_refused(self):
+        values = codes((4, 6, 4))
+        for options, kind, text in (
+                ({"shape": (4, -6, 4)}, ValueError, "impossible"),
+                ({"shape": (2**40, 2**40, 4)}, ValueError, "impossible"),
+                ({"shape": (2**62, 2, 4)}, ValueError, "impossible"),
+                ({"shape": (0, 6, 4)}, ValueError, "a frame has pixels"),
+                ({"shape": ()}, ValueError, "expected (height, width, 3)"),
+                ({"bits": 4}, TypeError, "not codes"),
+                ({"bits": 0}, TypeError, "not codes"),
+                ({"lanes": 4}, TypeError, "not codes"),
+                ({"code": 0}, TypeError, "not codes"),
+                ({"code": 2, "bits": 16}, TypeError, "not codes"),
+                ({"device": 2}, TypeError, "memory of a device"),
+                ({"name": b"used_dltensor"}, ValueError, "PyCapsule_GetPointer")):
+            with self.assertRaises(kind, msg=options) as raised:
+                qxfx.Frame(Capsules(values, **options))
+            self.assertIn(text, str(raised.exception))
+        with self.assertRaises(ValueError):
+            qxfx.Frame(Capsules(None, (4, 6, 4)))
 
     def test_tensors_are_arrays(self):
         values = codes((4, 6, 3), "uint16")

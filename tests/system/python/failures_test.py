@@ -79,6 +79,21 @@ class Failures(unittest.TestCase):
         done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, env=os.environ)
         self.assertEqual((done.returncode, done.stderr, done.stdout), (0, "", ""))
 
+    def ended(self, code):
+        drawing = "import atexit, numpy, threading, time\nimport qxfx\nkept = qxfx.Effect('cc3.fx')\nframe = kept(numpy.zeros((9, 9, 4), 'uint8'))\n"
+        done = subprocess.run([sys.executable, "-c", code[0] + drawing + code[1]], capture_output=True, text=True, env=os.environ, timeout=300)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done
+
+    def test_threads_that_draw_to_the_end_do_not_abort_the_process(self):
+        loop = "def draw():\n  while True: kept(frame)\n[threading.Thread(target=draw, daemon=True).start() for _ in range(3)]\ntime.sleep(0.2)\n"
+        for _ in range(3):
+            self.assertNotIn("memory", self.ended(("", loop)).stderr)
+
+    def test_what_draws_after_the_end_is_told_that_it_is_the_end(self):
+        late = "import atexit\ndef late():\n  try: kept(frame)\n  except qxfx.DeviceError as error: print(error)\natexit.register(late)\n"
+        self.assertIn("the host has been stopped", self.ended((late, "")).stdout)
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -251,15 +251,16 @@ TEST_F(Jobs, the_end_of_a_log_tells_why_a_piece_is_missing)
     EXPECT_EQ(qxhost({"farm", "status", "film.job"}).out.find("logs/"), std::string::npos);
     write("film.job/logs/piece-0.log",
           std::string(9000, 'x') + "\nqxhost: converting\nkilled, attempt 3 of 3\n\n");
-    write("film.job/logs/piece-2.log", "qxhost: converting\nslurmstepd: error: *** JOB 7 ON n1 CANCELLED DUE "
-                                       "TO TIME LIMIT ***\nqxhost: interrupted\n");
+    write("film.job/logs/piece-2.log",
+          "qxhost: converting\nslurmstepd-n1: error: *** JOB 7 ON n1 CANCELLED DUE "
+          "TO TIME LIMIT ***\nqxhost: interrupted\n");
     const Outcome outcome = qxhost({"farm", "status", "film.job"});
     EXPECT_NE(outcome.out.find("not done: piece 0; logs/piece-0.log says: killed, attempt 3 of 3\n"),
               std::string::npos)
         << outcome.out;
     EXPECT_NE(
         outcome.out.find(
-            "not done: piece 2; logs/piece-2.log says: slurmstepd: error: *** JOB 7 ON n1 CANCELLED DUE "
+            "not done: piece 2; logs/piece-2.log says: slurmstepd-n1: error: *** JOB 7 ON n1 CANCELLED DUE "
             "TO TIME LIMIT ***\n"),
         std::string::npos)
         << outcome.out;

@@ -245,6 +245,22 @@ TEST_F(Jobs, a_piece_that_fails_is_named_with_the_reason_and_leaves_the_others_a
     expectGradedIsOneRun(large);
 }
 
+TEST_F(Jobs, the_date_is_the_local_one_of_its_making)
+{
+    // A day apart.
+    for (const char* zone : {"TZ=AAA-14", "TZ=BBB+10"}) {
+        const auto today = [&] { return run({"env", zone, "date", "+--date=%FT"}).out.substr(0, 18); };
+        const std::string before = today();
+        const Outcome made = run({"env", zone, programPath(), "farm", "make", "clip.mov", "graded.mov",
+                                  "--job", zone, "--burn-in", "{date}"});
+        ASSERT_EQ(made.exitCode, 0) << made.err;
+        const auto manifest = nlohmann::json::parse(std::ifstream(at(zone) / "job.json"));
+        const std::string date = manifest["arguments"][0];
+        EXPECT_TRUE(date.substr(0, 18) == before || date.substr(0, 18) == today()) << date << " " << before;
+        EXPECT_EQ(date.size(), before.size() + 8) << date;
+    }
+}
+
 TEST_F(Jobs, the_end_of_a_log_tells_why_a_piece_is_missing)
 {
     makeJob({"--segments", "3"});

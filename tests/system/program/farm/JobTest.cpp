@@ -245,21 +245,38 @@ TEST_F(Jobs, a_piece_that_fails_is_named_with_the_reason_and_leaves_the_others_a
     expectGradedIsOneRun(large);
 }
 
+TEST_F(Jobs, the_date_is_the_local_one_of_its_making)
+{
+    // A day apart.
+    for (const char* zone : {"TZ=AAA-14", "TZ=BBB+10"}) {
+        const auto today = [&] { return run({"env", zone, "date", "+--date=%FT"}).out.substr(0, 18); };
+        const std::string before = today();
+        const Outcome made = run({"env", zone, programPath(), "farm", "make", "clip.mov", "graded.mov",
+                                  "--job", zone, "--burn-in", "{date}"});
+        ASSERT_EQ(made.exitCode, 0) << made.err;
+        const auto manifest = nlohmann::json::parse(std::ifstream(at(zone) / "job.json"));
+        const std::string date = manifest["arguments"][0];
+        EXPECT_TRUE(date.substr(0, 18) == before || date.substr(0, 18) == today()) << date << " " << before;
+        EXPECT_EQ(date.size(), before.size() + 8) << date;
+    }
+}
+
 TEST_F(Jobs, the_end_of_a_log_tells_why_a_piece_is_missing)
 {
     makeJob({"--segments", "3"});
     EXPECT_EQ(qxhost({"farm", "status", "film.job"}).out.find("logs/"), std::string::npos);
     write("film.job/logs/piece-0.log",
           std::string(9000, 'x') + "\nqxhost: converting\nkilled, attempt 3 of 3\n\n");
-    write("film.job/logs/piece-2.log", "qxhost: converting\nslurmstepd: error: *** JOB 7 ON n1 CANCELLED DUE "
-                                       "TO TIME LIMIT ***\nqxhost: interrupted\n");
+    write("film.job/logs/piece-2.log",
+          "qxhost: converting\nslurmstepd-n1: error: *** JOB 7 ON n1 CANCELLED DUE "
+          "TO TIME LIMIT ***\nqxhost: interrupted\n");
     const Outcome outcome = qxhost({"farm", "status", "film.job"});
     EXPECT_NE(outcome.out.find("not done: piece 0; logs/piece-0.log says: killed, attempt 3 of 3\n"),
               std::string::npos)
         << outcome.out;
     EXPECT_NE(
         outcome.out.find(
-            "not done: piece 2; logs/piece-2.log says: slurmstepd: error: *** JOB 7 ON n1 CANCELLED DUE "
+            "not done: piece 2; logs/piece-2.log says: slurmstepd-n1: error: *** JOB 7 ON n1 CANCELLED DUE "
             "TO TIME LIMIT ***\n"),
         std::string::npos)
         << outcome.out;

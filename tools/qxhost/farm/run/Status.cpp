@@ -33,9 +33,9 @@ std::string endOfLog(const fs::path& log)
     const std::streamoff size = stream ? static_cast<std::streamoff>(stream.tellg()) : 0;
     stream.seekg(std::max<std::streamoff>(size - longest, 0));
     std::string end;
-    bool isSlurms = false;
+    bool isSlurms = false; // "slurmstepd: error: ...", or "slurmstepd-NODE: ..."
     for (std::string line; std::getline(stream, line);) {
-        const bool isOfSlurm = line.starts_with("slurmstepd: ");
+        const bool isOfSlurm = line.starts_with("slurmstepd");
         if (!line.empty() && (isOfSlurm || !isSlurms)) {
             end = line;
             isSlurms = isOfSlurm;

@@ -38,6 +38,7 @@ class GradeTest(support.StudioTest):
         for link in page.studio("studio.state.chain.map(({id}) => id)"):
             page.studio("studio.request('reset', {link: %d})" % link)
             page.studio("studio.request('switch', {link: %d, on: true})" % link)
+        page.wait(lambda: all(page.studio("studio.state.chain.map(({on}) => on)")), "an effect is off still")
         page.studio("studio.select(studio.state.chain.find(({name}) => name === 'cc3.fx').id)")
         page.go_to(4)
 

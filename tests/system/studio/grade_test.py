@@ -3,11 +3,29 @@
 import subprocess
 import unittest
 
+import numpy
 import support
 from selenium.webdriver import ActionChains
 
 # Pixels in different parts of the picture, beside the edges of its pattern.
 PLACES = [(100, 100), (321, 77), (402, 301), (600, 200), (30, 30)]
+
+# A control of each kind.
+KINDS = """texture Input;
+sampler InputSampler = sampler_state { Texture = <Input>; };
+bool invert < string Label = "Invert"; > = false;
+int mode < string Label = "Mode"; string Choices = "Off;Soft;Hard=5"; > = 0;
+float3 tint < string Label = "Tint"; string Widget = "colour"; float Min = 0; float Max = 1; > = float3(1, 1, 1);
+float angle < string Label = "Angle"; string Widget = "angle"; float Min = -180; float Max = 180; > = 0;
+float master[5] < string Label = "Master curve"; float Min = 0; float Max = 1; float Step = 0.01; > = { 0, 0.25, 0.5, 0.75, 1 };
+float4 kinds(float2 uv : TEXCOORD0) : COLOR
+{
+    float4 picture = tex2D(InputSampler, uv);
+    float sum = angle / 1000 + mode / 100.0 + master[0] + master[2] / 100;
+    return float4((invert ? 1 - picture.rgb : picture.rgb) * tint + sum, picture.a);
+}
+technique Kinds { pass P0 { PixelShader = compile ps_3_0 kinds(); } }
+"""
 
 
 class GradeTest(support.StudioTest):
@@ -20,6 +38,7 @@ class GradeTest(support.StudioTest):
         for link in page.studio("studio.state.chain.map(({id}) => id)"):
             page.studio("studio.request('reset', {link: %d})" % link)
             page.studio("studio.request('switch', {link: %d, on: true})" % link)
+        page.wait(lambda: all(page.studio("studio.state.chain.map(({on}) => on)")), "an effect is off still")
         page.studio("studio.select(studio.state.chain.find(({name}) => name === 'cc3.fx').id)")
         page.go_to(4)
 
@@ -255,6 +274,37 @@ class GradeTest(support.StudioTest):
         self.assertLess(max(top for _, top, _, _ in row), min(bottom for *_, bottom in row))
         page.run("document.querySelector('.wheel .key').click()")
         page.wait(lambda: not self.boxes(".wheel .key-places"), "the key frame stays")
+
+    def test_every_kind_of_control_sets_its_parameter(self):
+        file = self.folder / "kinds.fx"
+        file.write_text(KINDS)
+        with self.another(self.clip, file) as page:
+            def becomes(name, values):
+                page.wait(lambda: numpy.allclose(page.parameter(name)["values"], values, atol=1e-5), "%s was not set" % name)
+
+            page.click("[data-parameter=invert] input[type=checkbox]")
+            becomes("invert", [1])
+            page.find("[data-parameter=mode] select").send_keys("Hard")
+            becomes("mode", [5])
+            page.run("""
+                const field = document.querySelector('[data-parameter=tint] input[type=color]');
+                field.value = '#ff8000';
+                field.dispatchEvent(new Event('input'));
+                field.dispatchEvent(new Event('change'));""")
+            becomes("tint", [1, 128 / 255, 0])
+            page.type_number("[data-parameter=angle] input.number", "45")
+            becomes("angle", [45])
+            self.assertIn("rotate(45deg)", page.find("[data-parameter=angle] .dial-hand").get_attribute("style"))
+            # The third of five points, a step up.
+            page.find("[data-parameter=master] .curve-point:nth-of-type(3)").send_keys(support.Keys.ARROW_UP)
+            becomes("master", [0, 0.25, 0.51, 0.75, 1])
+            # Each was one step, and all can be undone.
+            page.find("#stage").send_keys(support.Keys.CONTROL, "z")
+            becomes("master", [0, 0.25, 0.5, 0.75, 1])
+            page.find("#stage").send_keys(support.Keys.CONTROL, "z")
+            becomes("angle", [0])
+            page.find("#stage").send_keys(support.Keys.CONTROL, support.Keys.SHIFT, "z")
+            becomes("angle", [45])
 
     def test_nothing_is_missing_at_phone_width(self):
         page = self.page

@@ -23,6 +23,22 @@ class PictureTest(support.StudioTest):
         self.assertEqual(self.page.text(".link-name"), "cc3.fx")
         self.assertEqual(self.page.picture()["region"], [0, 0, support.WIDTH, support.HEIGHT])
 
+    def test_the_page_asks_nobody_but_its_server(self):
+        asked = self.page.run("return performance.getEntriesByType('resource').map(({name}) => name)")
+        self.assertGreater(len(asked), 10)
+        self.assertEqual([name for name in asked if not name.startswith((self.server.address, "data:", "blob:"))], [])
+
+    def test_the_page_has_the_theme_of_the_system(self):
+        self.addCleanup(self.browser.set_theme, "light")
+        grounds = []
+        for theme in ("light", "dark"):
+            self.browser.set_theme(theme)
+            self.page.wait(lambda: self.page.run("return matchMedia(`(prefers-color-scheme: ${arguments[0]})`).matches", theme),
+                           "the theme was not set")
+            grounds.append(self.page.run("return getComputedStyle(document.documentElement).backgroundColor.match(/\\d+/g).map(Number)"))
+        self.assertGreater(min(grounds[0]), 128)
+        self.assertLess(max(grounds[1]), 64)
+
     def test_the_compressed_picture_is_close_to_the_frame(self):
         self.page.go_to(7)
         shown = self.page.pixels()

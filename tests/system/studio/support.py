@@ -91,6 +91,10 @@ class Chromium(webdriver.Chrome):
             self.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                                  {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
 
+    def set_theme(self, theme):
+        """What the system is said to wish for: light or dark."""
+        self.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [{"name": "prefers-color-scheme", "value": theme}]})
+
 
 def start_browser():
     """A browser without a window of its own, of 1440 by 1080 pixels: Chromium, or what QX_BROWSER names."""

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <iomanip>
 #include <random>
+#include <sstream>
 
 namespace Qx::System {
 
@@ -331,6 +334,28 @@ TEST_F(StudioServer, says_that_a_port_is_taken)
     EXPECT_EQ(outcome.exitCode, 2);
     EXPECT_NE(outcome.err.find(std::to_string(parts_.port) + ": cannot be listened on"), std::string::npos)
         << outcome.err;
+    stop();
+}
+
+TEST_F(StudioServer, listens_on_the_loopback_alone)
+{
+    std::ostringstream port;
+    port << std::uppercase << std::hex << std::setw(4) << std::setfill('0') << parts_.port;
+    std::vector<std::string> listening; // addresses in hexadecimal
+    for (const char* table : {"tcp", "tcp6"}) {
+        std::ifstream lines("/proc/net/" + std::string(table));
+        std::string number;
+        std::string local;
+        std::string remote;
+        std::string state;
+        for (std::string line; std::getline(lines, line);) {
+            std::istringstream(line) >> number >> local >> remote >> state;
+            if (state == "0A" && local.ends_with(":" + port.str())) {
+                listening.push_back(local.substr(0, local.find(':')));
+            }
+        }
+    }
+    EXPECT_EQ(listening, std::vector<std::string>{"0100007F"}); // 127.0.0.1
     stop();
 }
 

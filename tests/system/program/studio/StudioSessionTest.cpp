@@ -678,6 +678,38 @@ TEST_F(Studio, keeps_the_mode_and_the_link_of_a_file_that_it_writes)
     stop();
 }
 
+TEST_F(Studio, replaces_no_file_that_is_protected_from_writing)
+{
+    constexpr auto readable = fs::perms::owner_read | fs::perms::group_read;
+    makeClip();
+    write("dim.fx", dimming());
+    start({"clip.mp4", "dim.fx"});
+    Browser browser = window();
+    succeed(browser, {{"do", "save"}, {"file", "kept.look.toml"}});
+    const std::string saved = read(at("kept.look.toml"));
+    fs::permissions(at("kept.look.toml"), readable);
+    fs::permissions(at("dim.fx"), readable);
+    succeed(browser, {{"do", "set"}, {"link", link(browser)}, {"name", "amount"}, {"values", {0.7}}});
+    const Json text = succeed(browser, {{"do", "read"}, {"file", at("dim.fx").string()}});
+    for (const Json& message :
+         {Json{{"do", "save"}}, Json{{"do", "save"}, {"file", "kept.look.toml"}, {"overwrite", true}},
+          Json{{"do", "write"},
+               {"file", at("dim.fx").string()},
+               {"text", dimming("0.5")},
+               {"digest", text["digest"]}}}) {
+        const std::string reason = browser.ask(message)["text"];
+        EXPECT_NE(reason.find("is protected from writing"), std::string::npos) << message.dump() << reason;
+    }
+    EXPECT_EQ(read(at("kept.look.toml")), saved);
+    EXPECT_EQ(read(at("dim.fx")), dimming());
+    // A look keeps the mode that its owner gave it.
+    fs::permissions(at("kept.look.toml"), readable | fs::perms::owner_write);
+    succeed(browser, {{"do", "save"}});
+    EXPECT_NE(read(at("kept.look.toml")), saved);
+    EXPECT_EQ(fs::status(at("kept.look.toml")).permissions(), readable | fs::perms::owner_write);
+    stop();
+}
+
 TEST_F(Studio, writes_nothing_else)
 {
     makeClip();

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <deque>
 #include <fmt/format.h>
+#include <memory>
 #include <set>
 #include <utility>
 
@@ -74,6 +75,16 @@ public:
 private:
     SharedPtr shared_;
 };
+
+/// An object of the server that another thread may be the last to let go: it ends on the server's own.
+template <class T, class... More>
+std::shared_ptr<T> madeForServer(Tcp::socket&& socket, More&&... more)
+{
+    const Tcp::socket::executor_type server = socket.get_executor();
+    return std::shared_ptr<T>(new T(std::move(socket), std::forward<More>(more)...), [server](T* made) {
+        asio::dispatch(server, [owned = std::unique_ptr<T>(made)] {});
+    });
+}
 
 void setHeaders(http::fields& fields)
 {
@@ -354,7 +365,7 @@ private:
             return refuse(http::status::forbidden);
         }
         stream_.expires_never();
-        std::make_shared<Window>(stream_.release_socket(), shared_, std::move(place_))->accept(request);
+        madeForServer<Window>(stream_.release_socket(), shared_, std::move(place_))->accept(request);
     }
 
     void answerPicture(const std::string& path)
@@ -524,7 +535,7 @@ struct Server::Impl
             Error ignored;
             socket.set_option(Tcp::no_delay(true), ignored);
             if (shared->connections < mostConnections) {
-                std::make_shared<Connection>(std::move(socket), shared)->read();
+                madeForServer<Connection>(std::move(socket), shared)->read();
             } else if (*refused < mostRefused) {
                 std::make_shared<Refusal>(std::move(socket), refused)->tell();
             }

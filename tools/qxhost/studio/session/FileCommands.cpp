@@ -114,7 +114,11 @@ Json Session::Worker::doSave(Client&, const Message& message)
     if (!overwrites && std::filesystem::exists(file, error)) {
         throw Conflict(ExitCode::output, name + ": exists already; choose another name, or replace it");
     }
-    writeLook(editor_.look(), file, overwrites);
+    if (std::filesystem::exists(file, error)) {
+        writeText(file, lookText(editor_.look(), std::filesystem::absolute(file).parent_path()));
+    } else {
+        writeLook(editor_.look(), file, overwrites);
+    }
     editor_.markSaved();
     lookFile_ = name;
     lookDigest_ = digestNow(file);

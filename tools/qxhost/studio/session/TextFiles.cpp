@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <unistd.h>
 
 namespace Qx::Program::Studio {
 
@@ -31,6 +32,20 @@ void require(const Media::Status& status)
     if (!status) {
         throw Failure(ExitCode::output, status.text());
     }
+}
+
+/// Whether the file is not to be written, which renaming another over it would not ask. The user root may
+/// write every file; here the mode counts.
+bool isProtected(const std::filesystem::path& file)
+{
+    using std::filesystem::perms;
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(file, error);
+    if (error || !std::filesystem::exists(status)) {
+        return false;
+    }
+    constexpr perms writing = perms::owner_write | perms::group_write | perms::others_write;
+    return (status.permissions() & writing) == perms::none || ::access(file.c_str(), W_OK) != 0;
 }
 
 /// Whether the path leads to the folder or into it, through whatever links there are.
@@ -68,6 +83,11 @@ std::string writeText(const std::filesystem::path& file, const std::string& text
 {
     if (text.size() > largestText) {
         throw Failure(ExitCode::usage, fmt::format("\"text\": expected at most {} bytes", largestText));
+    }
+    if (isProtected(file)) {
+        throw Failure(ExitCode::output,
+                      file.string() +
+                          ": is protected from writing; allow it (chmod u+w), or choose another name");
     }
     auto output = Media::OutputFile::create(file, true);
     if (!output) {

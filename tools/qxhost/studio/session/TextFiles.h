@@ -21,7 +21,8 @@ std::string digestOfText(const std::string& text);
 /// UTF-8, which would not survive being edited.
 TextFile readText(const std::filesystem::path& file);
 
-/// Replaces a file by the text: aside, synced and renamed. Returns the digest. Throws Failure (output).
+/// Replaces a file by the text: aside, synced and renamed. Its mode stays. Returns the digest. Throws Failure
+/// (output), also if the file is protected from writing.
 std::string writeText(const std::filesystem::path& file, const std::string& text);
 
 /// The file of that name beneath the folder. Throws Failure (usage) if the name does not end so, leads out

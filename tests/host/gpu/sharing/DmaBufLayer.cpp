@@ -234,11 +234,10 @@ VKAPI_ATTR VkResult VKAPI_CALL describeImage(VkPhysicalDevice physical,
     translated.pNext = &external;
     translated.tiling = VK_IMAGE_TILING_LINEAR;
     const VkResult result = ask(physical, &translated, properties);
-    auto* const external2 =
-        const_cast<VkExternalImageFormatProperties*>(find<VkExternalImageFormatProperties>(
-            properties->pNext, VK_STRUCTURE_TYPE_EXTERNAL_IMAGE_FORMAT_PROPERTIES));
-    if (external2 != nullptr) {
-        VkExternalMemoryProperties& memory = external2->externalMemoryProperties;
+    auto* const answer = const_cast<VkExternalImageFormatProperties*>(find<VkExternalImageFormatProperties>(
+        properties->pNext, VK_STRUCTURE_TYPE_EXTERNAL_IMAGE_FORMAT_PROPERTIES));
+    if (answer != nullptr) {
+        VkExternalMemoryProperties& memory = answer->externalMemoryProperties;
         memory.compatibleHandleTypes = dmaBuf;
         memory.exportFromImportedHandleTypes = 0;
         memory.externalMemoryFeatures &=

@@ -111,10 +111,11 @@ Json Session::Worker::doSave(Client&, const Message& message)
                        name + ": has been changed since; save it with another name, or over it");
     }
     std::error_code error;
-    if (!overwrites && std::filesystem::exists(file, error)) {
+    const bool exists = std::filesystem::exists(file, error);
+    if (exists && !overwrites) {
         throw Conflict(ExitCode::output, name + ": exists already; choose another name, or replace it");
     }
-    if (std::filesystem::exists(file, error)) {
+    if (exists) { // keeps its mode
         writeText(file, lookText(editor_.look(), std::filesystem::absolute(file).parent_path()));
     } else {
         writeLook(editor_.look(), file, overwrites);

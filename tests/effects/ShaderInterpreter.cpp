@@ -99,12 +99,12 @@ private:
             }
             break;
         case spv::OpVariable:
-            if (functions_ == 0) {
-                pointers_[i[2]] = {i[2], types_.at(i[1])[3], 0};
-                classes_[i[2]] = i[3];
-                return;
+            pointers_[i[2]] = {i[2], types_.at(i[1])[3], 0};
+            classes_[i[2]] = i[3];
+            if (i.size() > 4) {
+                initial_[i[2]] = values_.at(i[4]);
             }
-            break;
+            return;
         case spv::OpFunction:
             ++functions_;
             return;
@@ -145,6 +145,9 @@ private:
         case spv::OpStore: {
             const Value& value = values_.at(i[2]);
             const Pointer& to = pointers_.at(i[1]);
+            if (classes_.at(to.variable) != spv::StorageClassOutput) {
+                throw std::runtime_error("the shader stores to a variable");
+            }
             std::copy(value.begin(), value.end(), output_.begin() + to.offset / 4);
             return;
         }
@@ -350,7 +353,10 @@ private:
                 pointer.offset += offsets_.at({pointer.type, index});
                 pointer.type = type[2 + index];
             } else if (type.op() == spv::OpTypeArray) {
-                pointer.offset += index * decorations_.at({pointer.type, spv::DecorationArrayStride});
+                const auto stride = decorations_.find({pointer.type, spv::DecorationArrayStride});
+                pointer.offset += index * (stride != decorations_.end()
+                                               ? stride->second
+                                               : static_cast<std::uint32_t>(4 * componentsOf(type[2])));
                 pointer.type = type[2];
             } else {
                 pointer.offset += index * 4;
@@ -367,6 +373,8 @@ private:
         std::span<const std::byte> from = std::as_bytes(std::span(position));
         if (classes_.at(pointer.variable) == spv::StorageClassUniform) {
             from = inputs_.uniforms;
+        } else if (const auto initial = initial_.find(pointer.variable); initial != initial_.end()) {
+            from = std::as_bytes(std::span(initial->second));
         } else if (decorations_.count({pointer.variable, spv::DecorationLocation}) != 0) {
             if (decorations_.count({pointer.variable, spv::DecorationFlat}) == 0) {
                 throw std::runtime_error("an input is not flat");
@@ -403,6 +411,7 @@ private:
     std::map<std::pair<Id, std::uint32_t>, std::uint32_t> offsets_;
     std::map<Id, Instruction> types_;
     std::map<Id, std::uint32_t> classes_; ///< of variables
+    std::map<Id, Value> initial_;         ///< what variables hold, if they have a value from the beginning
     std::map<Id, Value> values_;
     std::map<Id, Pointer> pointers_;
     std::map<Id, std::uint32_t> images_; ///< their bindings

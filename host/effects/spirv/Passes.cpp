@@ -44,6 +44,7 @@ constexpr Pass passes[] = {
     {Shaders::All, [](ShaderModule& m, std::string&) { return doneIf(rewriteFetches(m.words)); }},
     {Shaders::All, [](ShaderModule& m, std::string& problem) { return doneIf(optimize(m.words, problem)); }},
     {Shaders::All, [](ShaderModule& m, std::string&) { return untidyIf(readCopiedArraysInPlace(m.words)); }},
+    {Shaders::All, [](ShaderModule& m, std::string&) { return untidyIf(shareConstantArrays(m.words)); }},
     {Shaders::Packed,
      [](ShaderModule& m, std::string&) { return untidyIf(simplifyColumnArithmetic(m.words)); }},
     {Shaders::Packed,

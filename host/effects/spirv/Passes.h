@@ -63,6 +63,12 @@ bool optimize(Spirv::Words& spirv, std::string& problem);
 /// is stored to from elsewhere. Returns false if there was nothing to do. tidyUp drops the copies.
 bool readCopiedArraysInPlace(Spirv::Words& spirv);
 
+/// Keeps each constant array from which a computed number picks in one variable of a function, which is
+/// filled once: the front end fills one for each place that picks, there, even within a loop, and drivers
+/// compile all of those stores. Must not change an array that anything else is stored to. Returns false if
+/// there was nothing to do.
+bool shareConstantArrays(Spirv::Words& spirv);
+
 // 2. For shaders that draw packed texels, after the optimizer. After a pass that leaves work, tidyUp runs.
 
 /// Rewrites what the shader computes from its fragment's column in whole numbers: sums, products, shifts and

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <regex>
+
 namespace Qx::System {
 
 namespace {
@@ -55,6 +57,25 @@ TEST_F(Installation, the_documentation_for_users_is_installed)
         EXPECT_TRUE(fs::exists(at("prefix/share/doc/qxhost") / page)) << page;
     }
     EXPECT_FALSE(fs::exists(at("prefix/share/doc/qxhost/development.md")));
+}
+
+TEST_F(Installation, links_of_installed_pages_lead_to_what_is_installed)
+{
+    const std::regex link(R"(\]\(([\w./-]+\.\w+)(#[^)]*)?\))");
+    std::size_t links = 0;
+    for (const fs::directory_entry& page : fs::directory_iterator(at("prefix/share/doc/qxhost"))) {
+        if (page.path().extension() != ".md") {
+            continue;
+        }
+        const std::string text = read(page.path());
+        for (auto each = std::sregex_iterator(text.begin(), text.end(), link); each != std::sregex_iterator();
+             ++each) {
+            const std::string target = (*each)[1];
+            EXPECT_TRUE(fs::exists(page.path().parent_path() / target)) << page.path() << ": " << target;
+            ++links;
+        }
+    }
+    EXPECT_GT(links, 50U);
 }
 
 TEST_F(Installation, libraries_carry_a_soname)

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <map>
 #include <regex>
 
 namespace Qx::System {
@@ -86,6 +87,28 @@ TEST_F(Installation, libraries_carry_a_soname)
         EXPECT_NE(outcome.out.find("SONAME"), std::string::npos) << library;
         EXPECT_NE(outcome.out.find(std::string(library) + ".0"), std::string::npos) << outcome.out;
     }
+}
+
+TEST_F(Installation, pkg_config_knows_each_library_and_the_effects)
+{
+    const auto asked = [&](const std::vector<std::string>& arguments) {
+        std::vector<std::string> command{"env", "PKG_CONFIG_PATH=" + (libraryFolder() / "pkgconfig").string(),
+                                         "pkg-config"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const Outcome outcome = run(command);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return outcome.out;
+    };
+    const std::map<std::string, std::string> libraries{{"qxfxresources", "-lQxFxResources "},
+                                                       {"qxhost", "-lQxHost "},
+                                                       {"qxhostgpu", "-lQxHostGPU "},
+                                                       {"qxhostsurfaces", "-lQxHostSurfaces "}};
+    for (const auto& [package, flag] : libraries) {
+        EXPECT_NE(asked({"--libs", package}).find(flag), std::string::npos) << package;
+    }
+    std::string shaders = asked({"--variable=shadersdir", "qxfxresources"});
+    shaders.resize(shaders.find_last_not_of('\n') + 1);
+    EXPECT_TRUE(fs::exists(fs::path(shaders) / "ColourConvert.fx")) << shaders;
 }
 
 TEST_F(Installation, a_project_of_somebody_else_builds_against_it)

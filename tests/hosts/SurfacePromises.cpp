@@ -130,6 +130,30 @@ void nothingIsUploadedFromNothing(const Kit& kit)
     EXPECT_FALSE(kit.services.copyToHost(surface).getHostImage()) << "there is no GPU image";
 }
 
+/// What is in host memory already is there after copyToHost(), too.
+void copiesOfHostSurfacesKeepTheirPixels(const Kit& kit)
+{
+    Surface surface(7, 5, Image::ARGB, false, 8, 0, 0);
+    describeUnusually(surface);
+    const std::vector<unsigned char> bytes = fillSurface(kit, surface);
+    const Surface copy = kit.services.copyToHost(surface);
+    ASSERT_TRUE(copy.getHostImage()) << "a surface without a GPU image yields a copy of itself";
+    EXPECT_TRUE(copy.getDescriptions() == surface.getDescriptions()) << "the same description";
+    const auto* const memory = static_cast<const unsigned char*>(copy.getHostImage()->map(iHostImage::Read));
+    ASSERT_NE(memory, nullptr);
+    EXPECT_TRUE(std::memcmp(memory, bytes.data(), bytes.size()) == 0) << "other bytes";
+}
+
+void targetsHaveTheirDepth(const Kit& kit)
+{
+    const Surface surface(8, 4, Image::ARGB, false, 8, 0, 0);
+    for (const iGPUImage::eFormat format : {iGPUImage::eARGB8, iGPUImage::eARGB16, iGPUImage::eARGB10}) {
+        const Surface made = kit.services.createDestARGBGPUSurface(surface, format);
+        ASSERT_TRUE(made.getGPUSurface()) << "format " << format;
+        EXPECT_EQ(made.getGPUSurface()->getFormat(), format);
+    }
+}
+
 void targetsOfARGB(const Kit& kit)
 {
     Surface surface(7, 5, Image::ARGB, true, 8, 0, 0);
@@ -252,6 +276,16 @@ Promises surfacePromises()
          "HaveTargetsOfARGB",
          targetsOfARGB,
          "platform/Surface.h: createDestARGBGPUSurface()",
+         {}},
+        {"Surfaces",
+         "HaveTargetsOfEachDepth",
+         targetsHaveTheirDepth,
+         "platform/Surface.h: createDestARGBGPUSurface(): a new GPU image of `format`",
+         {}},
+        {"Surfaces",
+         "AreCopiedInHostMemory",
+         copiesOfHostSurfacesKeepTheirPixels,
+         "platform/Surface.h: copyToHost(): a surface without a GPU image yields a copy of itself",
          {}},
         {"Surfaces", "HaveTargetsOfYUY2", targetsOfYUY2, "platform/Surface.h: createDestYUY2GPUSurface()",
          Feature::Formats},

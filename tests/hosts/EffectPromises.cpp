@@ -202,8 +202,9 @@ void theWholeTargetIsDrawn(const Kit& kit)
     const Ptr<iShaderEffect> effect = loaded(kit);
     const Ptr<iGPUImage> image = target(kit, {4, 3});
     const Ptr<iGPUImage> input = uploaded(kit, {2, 1}, {255, 40, 40, 40, 255, 240, 240, 240});
-    ASSERT_TRUE(effect && effect->render(image, inputs(input)));
+    ASSERT_TRUE(effect && effect->setTechnique("Scaled") && effect->render(image, inputs(input)));
     const std::vector<unsigned char> bytes = downloaded(kit, image);
+    ASSERT_EQ(bytes.size(), 4U * 12U);
     for (std::size_t texel = 0; texel < 12; ++texel) {
         const int grey = texel % 4 < 2 ? 40 : 240;
         expectTexel(bytes, texel, {255, grey, grey, grey}, "the picture of 2 x 1 covers 4 x 3");

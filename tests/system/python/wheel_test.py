@@ -40,6 +40,11 @@ class Wheel(unittest.TestCase):
                     (site / each.filename).chmod(each.external_attr >> 16 & 0o777)
             (work / "moved").rename(work / "gone")
             self.assertEqual(drawn(site, work), (0, str(site / "qxfx/__init__.py"), ""))
+            (site / "qxfx/lib/libQxHost.so.0").rename(work / "libQxHost.so.0")
+            code, _, error = drawn(site, work)
+            self.assertEqual(code, 1)
+            self.assertIn("ImportError: libQxHost.so.0: cannot open shared object file: No such file or directory; "
+                          "a wheel needs Debian's packages of FFmpeg, ", error)
 
     def test_says_what_it_expects_of_an_installation(self):
         script = pathlib.Path(os.environ["QX_SOURCE_FOLDER"], "scripts/make-wheel")

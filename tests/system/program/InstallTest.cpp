@@ -120,6 +120,18 @@ TEST_F(Installation, a_project_of_somebody_else_builds_against_it)
     EXPECT_NE(ran.out.find("copy right"), std::string::npos) << ran.out;
 }
 
+TEST_F(Installation, find_package_says_why_it_lacks_a_component)
+{
+    fs::create_directory(at("wrong"));
+    write("wrong/CMakeLists.txt", "cmake_minimum_required(VERSION 3.25)\n"
+                                  "project(Wrong LANGUAGES CXX)\n"
+                                  "find_package(QxFxResources 0.1 REQUIRED COMPONENTS QxHost)\n");
+    const Outcome outcome = run({QX_CMAKE, "-S", at("wrong").string(), "-B", at("wrong/build").string(),
+                                 "-DCMAKE_PREFIX_PATH=" + at("prefix").string()});
+    EXPECT_NE(outcome.exitCode, 0);
+    EXPECT_NE(outcome.err.find("There is no component QxHost."), std::string::npos) << outcome.err;
+}
+
 } // namespace
 
 } // namespace Qx::System

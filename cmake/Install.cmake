@@ -24,6 +24,10 @@ install(FILES ${PROJECT_BINARY_DIR}/reference/qxhost.fish
 # What users read, without what only developers do.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qxhost COMPONENT program
     PATTERN api-reference EXCLUDE PATTERN decisions.md EXCLUDE PATTERN development.md EXCLUDE PATTERN mutation.md EXCLUDE)
+install(FILES ${PROJECT_SOURCE_DIR}/shaders/README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qxhost
+    RENAME shipped-effects.md COMPONENT program)
+install(CODE "set(pages \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/doc/qxhost\")" COMPONENT program)
+install(SCRIPT cmake/InstalledPages.cmake COMPONENT program)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libqxfxresources-dev
     COMPONENT development)
 # The host starts it; nobody else does.

@@ -15,7 +15,7 @@ constexpr std::uint32_t fourCharacterCode(char a, char b, char c, char d)
            static_cast<std::uint32_t>(static_cast<unsigned char>(d)) << 24;
 }
 
-/// Pixel formats in host memory. The comments give the order of components in memory.
+/// Pixel formats, as rows lie in memory: the order of components. All planes have the pitch of the first.
 enum Format : std::uint32_t
 {
     UnknownFormat = 0,

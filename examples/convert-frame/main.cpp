@@ -2,11 +2,13 @@
 
 #include <QxFxResources/GPUColourConverter.h>
 #include <host/Host.h>
+#include <host/gpu/GPUService.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace {
@@ -64,7 +66,9 @@ int main(int argc, char** argv)
             exitCode = 0;
         }
     } else {
-        std::fprintf(stderr, "the frame could not be converted; see the host's log\n");
+        const std::string reason = Qx::Host::gpuService().failure(); // empty if there is a device
+        std::fprintf(stderr, "the frame could not be converted: %s\n",
+                     reason.empty() ? "the host's log says why" : reason.c_str());
     }
     Qx::Host::stop(); // before anything of the library is destroyed
     return exitCode;

@@ -174,6 +174,43 @@ void parametersReachTheShader(const Kit& kit)
     expectTexel(downloaded(kit, image), 3, {100, 50, 0, 0}, "values are in the order r, g, b, a");
 }
 
+void oneValueSetsAllComponents(const Kit& kit)
+{
+    const Ptr<iShaderEffect> effect = loaded(kit);
+    const Ptr<iGPUImage> image = target(kit);
+    ASSERT_TRUE(effect);
+    EXPECT_TRUE(effect->setFloat("tint", 0.5F));
+    ASSERT_TRUE(effect->render(image, inputs(greyInput(kit))));
+    expectTexel(downloaded(kit, image), 0, {100, 50, 30, 10}, "all four components of tint are 0.5");
+}
+
+void techniquesShareParameters(const Kit& kit)
+{
+    const Ptr<iShaderEffect> effect = loaded(kit);
+    const Ptr<iGPUImage> image = target(kit);
+    ASSERT_TRUE(effect && effect->setTechnique("Shade"));
+    const Ptr<iShaderParam> factor = effect->getParam("factor");
+    ASSERT_TRUE(factor && factor->setValue(0.5F));
+    ASSERT_TRUE(effect->setTechnique("Scaled") && effect->render(image, inputs(greyInput(kit))));
+    expectTexel(downloaded(kit, image), 0, {100, 50, 30, 10}, "set while another technique was current");
+    ASSERT_TRUE(factor->setValue(0.25F) && effect->render(image, inputs(greyInput(kit))));
+    expectTexel(downloaded(kit, image), 0, {50, 25, 15, 5}, "the handle remains valid");
+}
+
+void theWholeTargetIsDrawn(const Kit& kit)
+{
+    const Ptr<iShaderEffect> effect = loaded(kit);
+    const Ptr<iGPUImage> image = target(kit, {4, 3});
+    const Ptr<iGPUImage> input = uploaded(kit, {2, 1}, {255, 40, 40, 40, 255, 240, 240, 240});
+    ASSERT_TRUE(effect && effect->setTechnique("Scaled") && effect->render(image, inputs(input)));
+    const std::vector<unsigned char> bytes = downloaded(kit, image);
+    ASSERT_EQ(bytes.size(), 4U * 12U);
+    for (std::size_t texel = 0; texel < 12; ++texel) {
+        const int grey = texel % 4 < 2 ? 40 : 240;
+        expectTexel(bytes, texel, {255, grey, grey, grey}, "the picture of 2 x 1 covers 4 x 3");
+    }
+}
+
 void texturesAreNoNumbers(const Kit& kit)
 {
     const Ptr<iShaderEffect> effect = loaded(kit);
@@ -252,6 +289,13 @@ Promises effectPromises()
          "platform/ShaderEffect.h: getParam(), getComponentCount(), setValues()", Feature::Effects},
         {"Effects", "TakeParameters", parametersReachTheShader,
          "platform/ShaderEffect.h: setValue() and setValues()", Feature::Effects},
+        {"Effects", "SetAllComponentsToOneValue", oneValueSetsAllComponents,
+         "platform/ShaderEffect.h: setValue() sets all components to one value", Feature::Effects},
+        {"Effects", "ShareParametersAmongTechniques", techniquesShareParameters,
+         "platform/ShaderEffect.h: techniques, their shared parameters; a handle remains valid",
+         Feature::Effects},
+        {"Effects", "DrawOverTheWholeTarget", theWholeTargetIsDrawn,
+         "platform/ShaderEffect.h: render() draws over the whole target", Feature::Effects},
         {"Effects", "TakeNoNumbersForTextures", texturesAreNoNumbers,
          "platform/ShaderEffect.h: false if the parameter is not numeric", Feature::Effects},
         {"Effects", "NeedATarget", drawingNeedsATarget,

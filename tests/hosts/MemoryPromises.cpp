@@ -118,6 +118,8 @@ void countersWrap(const Kit& kit)
     std::uint32_t counter = std::numeric_limits<std::uint32_t>::max();
     EXPECT_EQ(atomicsOf(kit).atomicIncrement(counter), 0U);
     EXPECT_EQ(counter, 0U);
+    EXPECT_EQ(atomicsOf(kit).atomicDecrement(counter), std::numeric_limits<std::uint32_t>::max());
+    EXPECT_EQ(counter, std::numeric_limits<std::uint32_t>::max());
 }
 
 /// Four threads count in one counter; no value may be returned twice.

@@ -130,6 +130,27 @@ void nothingIsUploadedFromNothing(const Kit& kit)
     EXPECT_FALSE(kit.services.copyToHost(surface).getHostImage()) << "there is no GPU image";
 }
 
+void copiesOfHostSurfacesShareTheirPixels(const Kit& kit)
+{
+    Surface surface(7, 5, Image::ARGB, false, 8, 0, 0);
+    describeUnusually(surface);
+    ASSERT_TRUE(kit.services.allocateHost(surface) && surface.getHostImage());
+    const Surface copy = kit.services.copyToHost(surface);
+    EXPECT_TRUE(copy.getHostImage() == surface.getHostImage()) << "copies share the pixels";
+    EXPECT_TRUE(copy.getData() == surface.getData()) << "the same description";
+    EXPECT_TRUE(copy.getDescriptions() == surface.getDescriptions()) << "the same description";
+}
+
+void targetsHaveTheirDepth(const Kit& kit)
+{
+    const Surface surface(8, 4, Image::ARGB, false, 8, 0, 0);
+    for (const iGPUImage::eFormat format : {iGPUImage::eARGB8, iGPUImage::eARGB16, iGPUImage::eARGB10}) {
+        const Surface made = kit.services.createDestARGBGPUSurface(surface, format);
+        ASSERT_TRUE(made.getGPUSurface()) << "format " << format;
+        EXPECT_EQ(made.getGPUSurface()->getFormat(), format);
+    }
+}
+
 void targetsOfARGB(const Kit& kit)
 {
     Surface surface(7, 5, Image::ARGB, true, 8, 0, 0);
@@ -252,6 +273,16 @@ Promises surfacePromises()
          "HaveTargetsOfARGB",
          targetsOfARGB,
          "platform/Surface.h: createDestARGBGPUSurface()",
+         {}},
+        {"Surfaces",
+         "HaveTargetsOfEachDepth",
+         targetsHaveTheirDepth,
+         "platform/Surface.h: createDestARGBGPUSurface(): a new GPU image of `format`",
+         {}},
+        {"Surfaces",
+         "AreCopiedInHostMemory",
+         copiesOfHostSurfacesShareTheirPixels,
+         "platform/Surface.h: copyToHost(): a surface without a GPU image yields a copy of itself",
          {}},
         {"Surfaces", "HaveTargetsOfYUY2", targetsOfYUY2, "platform/Surface.h: createDestYUY2GPUSurface()",
          Feature::Formats},

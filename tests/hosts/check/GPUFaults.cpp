@@ -330,10 +330,51 @@ struct TakesNothing final : WrappedParam
     }
 };
 
+struct TakesOneComponent final : WrappedParam
+{
+    using WrappedParam::WrappedParam;
+    bool setValue(float value) override
+    {
+        std::vector<float> values(getComponentCount(), 1.0F);
+        if (values.empty()) {
+            return WrappedParam::setValue(value);
+        }
+        values[0] = value;
+        return setValues(values.data(), values.size());
+    }
+};
+
 struct TakesNumbersForTextures final : WrappedParam
 {
     using WrappedParam::WrappedParam;
     bool setValue(float value) override { return WrappedParam::setValue(value) || true; }
+};
+
+struct ForgetsParameters final : WrappedEffect
+{
+    using WrappedEffect::WrappedEffect;
+    bool setTechnique(const LightweightString<char>& name) override
+    {
+        setFloat("factor", 1.0F);
+        return WrappedEffect::setTechnique(name);
+    }
+};
+
+/// A texel of the input for each texel of the target.
+struct KeepsTheSizeOfPictures final : WrappedEffect
+{
+    using WrappedEffect::WrappedEffect;
+    bool render(Ptr<iGPUImage> target, const Vector<Source>& sources) override
+    {
+        Vector<Source> stretched = sources;
+        for (Source& source : stretched) {
+            if (const auto input = dynamicCast<iGPUImage>(source.resource); input && target) {
+                source.texCoords[2] *=
+                    static_cast<float>(target->getSize().x) / static_cast<float>(input->getSize().x);
+            }
+        }
+        return WrappedEffect::render(target, stretched);
+    }
 };
 
 struct DrawsWithoutTarget final : WrappedEffect
@@ -505,8 +546,16 @@ Faults gpuFaults()
          withGPU<GPUWithEffect<BeginsWithTheLast>>},
         {"parameters-take-any-count", "Effects.HaveParameters",
          withGPU<GPUWithEffect<EffectWithParam<TakesAnyCount>>>},
-        {"parameters-take-nothing", "Effects.TakeParameters",
-         withGPU<GPUWithEffect<EffectWithParam<TakesNothing>>>},
+        {"parameters-take-nothing",
+         "Effects.TakeParameters",
+         withGPU<GPUWithEffect<EffectWithParam<TakesNothing>>>,
+         {"Effects.ShareParametersAmongTechniques"}},
+        {"parameters-take-one-component", "Effects.SetAllComponentsToOneValue",
+         withGPU<GPUWithEffect<EffectWithParam<TakesOneComponent>>>},
+        {"techniques-forget-parameters", "Effects.ShareParametersAmongTechniques",
+         withGPU<GPUWithEffect<ForgetsParameters>>},
+        {"pictures-keep-their-size", "Effects.DrawOverTheWholeTarget",
+         withGPU<GPUWithEffect<KeepsTheSizeOfPictures>>},
         {"textures-take-numbers", "Effects.TakeNoNumbersForTextures",
          withGPU<GPUWithEffect<EffectWithParam<TakesNumbersForTextures>>>},
         {"drawing-without-a-target", "Effects.NeedATarget", withGPU<GPUWithEffect<DrawsWithoutTarget>>},

@@ -98,6 +98,15 @@ public:
     }
 };
 
+/// So that an object is not released twice.
+struct StopsAtZero final : GoodAtomics
+{
+    std::uint32_t atomicDecrement(std::uint32_t& counter) override
+    {
+        return counter == 0 ? 0 : GoodAtomics::atomicDecrement(counter);
+    }
+};
+
 template <class Atomics>
 class OSWithAtomics final : public WrappedOS
 {
@@ -292,10 +301,13 @@ Faults memoryFaults()
          "Atomics.IncrementReturnsTheNewValue",
          servicesOf<OSWithAtomics<IncrementReturnsTheOldValue>>,
          {"Atomics.Wrap"}},
-        {"decrement-returns-the-old-value", "Atomics.DecrementReturnsTheNewValue",
-         servicesOf<OSWithAtomics<DecrementReturnsTheOldValue>>},
+        {"decrement-returns-the-old-value",
+         "Atomics.DecrementReturnsTheNewValue",
+         servicesOf<OSWithAtomics<DecrementReturnsTheOldValue>>,
+         {"Atomics.Wrap"}},
         {"counters-stop-at-the-largest-number", "Atomics.Wrap",
          servicesOf<OSWithAtomics<StopsAtTheLargestNumber>>},
+        {"counters-stop-at-zero", "Atomics.Wrap", servicesOf<OSWithAtomics<StopsAtZero>>},
         {"counters-are-not-atomic", "Atomics.AreAtomic", servicesOf<OSWithAtomics<CountsWithoutCare>>},
         {"locks-let-everybody-in",
          "Locks.ExcludeOtherThreads",

@@ -53,6 +53,27 @@ struct BottomUpTargets final : Services
     }
 };
 
+struct TargetsOf8Bits final : Services
+{
+    Surface createDestARGBGPUSurface(const Surface& surface, iGPUImage::eFormat) override
+    {
+        return Services::createDestARGBGPUSurface(surface, iGPUImage::eARGB8);
+    }
+};
+
+/// What it did not download itself is not there.
+struct LosesHostPixels final : Services
+{
+    Surface copyToHost(const Surface& surface) override
+    {
+        Surface result = Services::copyToHost(surface);
+        if (!surface.getGPUSurface()) {
+            result.setHostImage({});
+        }
+        return result;
+    }
+};
+
 struct ATexelForEachPixel final : Services
 {
     Surface createDestYUY2GPUSurface(const Surface& surface, iGPUImage::eFormat format) override
@@ -166,6 +187,8 @@ Faults surfaceFaults()
          {"Surfaces.KeepRowsAsTheyAre"}},
         {"rows-are-rewritten", "Surfaces.KeepRowsAsTheyAre", overriding<DropsPadding>},
         {"targets-are-bottom-up", "Surfaces.HaveTargetsOfARGB", overriding<BottomUpTargets>},
+        {"targets-of-8-bits", "Surfaces.HaveTargetsOfEachDepth", overriding<TargetsOf8Bits>},
+        {"copies-lose-host-pixels", "Surfaces.AreCopiedInHostMemory", overriding<LosesHostPixels>},
         {"a-texel-for-each-pixel-of-4-2-2", "Surfaces.HaveTargetsOfYUY2", overriding<ATexelForEachPixel>},
         {"wrappers-have-8-bits", "Surfaces.WrapImagesOfEachDepth", overriding<WrapsWithoutDepth>},
         {"nothing-is-wrapped", "Surfaces.WrapImages", overriding<WrapsNothing>},

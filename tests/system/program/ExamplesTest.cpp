@@ -36,6 +36,17 @@ TEST_F(Examples, a_frame_in_memory_becomes_rgb)
     EXPECT_EQ(outcome.out, "1920 x 1080, first pixel 255 191 191 191\n");
 }
 
+TEST_F(Examples, without_a_device_it_says_why_no_frame_is_converted)
+{
+    builtByCMake("convert-frame");
+    const Outcome outcome = run({"env", "VK_DRIVER_FILES=/nowhere", "VK_ICD_FILENAMES=/nowhere",
+                                 at("convert-frame/convert-frame").string()});
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_NE(outcome.err.find("the frame could not be converted: no Vulkan driver was found; install "),
+              std::string::npos)
+        << outcome.err;
+}
+
 TEST_F(Examples, a_host_of_its_own_draws_a_technique)
 {
     const Outcome outcome = builtByCMake("minimal-host");

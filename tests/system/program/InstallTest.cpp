@@ -2,6 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <map>
+#include <regex>
+
 namespace Qx::System {
 
 namespace {
@@ -57,6 +60,25 @@ TEST_F(Installation, the_documentation_for_users_is_installed)
     EXPECT_FALSE(fs::exists(at("prefix/share/doc/qxhost/development.md")));
 }
 
+TEST_F(Installation, links_of_installed_pages_lead_to_what_is_installed)
+{
+    const std::regex link(R"(\]\(([\w./-]+\.\w+)(#[^)]*)?\))");
+    std::size_t links = 0;
+    for (const fs::directory_entry& page : fs::directory_iterator(at("prefix/share/doc/qxhost"))) {
+        if (page.path().extension() != ".md") {
+            continue;
+        }
+        const std::string text = read(page.path());
+        for (auto each = std::sregex_iterator(text.begin(), text.end(), link); each != std::sregex_iterator();
+             ++each) {
+            const std::string target = (*each)[1];
+            EXPECT_TRUE(fs::exists(page.path().parent_path() / target)) << page.path() << ": " << target;
+            ++links;
+        }
+    }
+    EXPECT_GT(links, 50U);
+}
+
 TEST_F(Installation, libraries_carry_a_soname)
 {
     for (const char* library :
@@ -67,6 +89,28 @@ TEST_F(Installation, libraries_carry_a_soname)
     }
 }
 
+TEST_F(Installation, pkg_config_knows_each_library_and_the_effects)
+{
+    const auto asked = [&](const std::vector<std::string>& arguments) {
+        std::vector<std::string> command{"env", "PKG_CONFIG_PATH=" + (libraryFolder() / "pkgconfig").string(),
+                                         "pkg-config"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const Outcome outcome = run(command);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return outcome.out;
+    };
+    const std::map<std::string, std::string> libraries{{"qxfxresources", "-lQxFxResources "},
+                                                       {"qxhost", "-lQxHost "},
+                                                       {"qxhostgpu", "-lQxHostGPU "},
+                                                       {"qxhostsurfaces", "-lQxHostSurfaces "}};
+    for (const auto& [package, flag] : libraries) {
+        EXPECT_NE(asked({"--libs", package}).find(flag), std::string::npos) << package;
+    }
+    std::string shaders = asked({"--variable=shadersdir", "qxfxresources"});
+    shaders.resize(shaders.find_last_not_of('\n') + 1);
+    EXPECT_TRUE(fs::exists(fs::path(shaders) / "ColourConvert.fx")) << shaders;
+}
+
 TEST_F(Installation, a_project_of_somebody_else_builds_against_it)
 {
     configure("consumer");
@@ -74,6 +118,18 @@ TEST_F(Installation, a_project_of_somebody_else_builds_against_it)
     const Outcome ran = run({at("consumer/consumer").string()});
     EXPECT_EQ(ran.exitCode, 0) << ran.out << ran.err;
     EXPECT_NE(ran.out.find("copy right"), std::string::npos) << ran.out;
+}
+
+TEST_F(Installation, find_package_says_why_it_lacks_a_component)
+{
+    fs::create_directory(at("wrong"));
+    write("wrong/CMakeLists.txt", "cmake_minimum_required(VERSION 3.25)\n"
+                                  "project(Wrong LANGUAGES CXX)\n"
+                                  "find_package(QxFxResources 0.1 REQUIRED COMPONENTS QxHost)\n");
+    const Outcome outcome = run({QX_CMAKE, "-S", at("wrong").string(), "-B", at("wrong/build").string(),
+                                 "-DCMAKE_PREFIX_PATH=" + at("prefix").string()});
+    EXPECT_NE(outcome.exitCode, 0);
+    EXPECT_NE(outcome.err.find("There is no component QxHost."), std::string::npos) << outcome.err;
 }
 
 } // namespace

@@ -40,6 +40,25 @@ class Wheel(unittest.TestCase):
                     (site / each.filename).chmod(each.external_attr >> 16 & 0o777)
             (work / "moved").rename(work / "gone")
             self.assertEqual(drawn(site, work), (0, str(site / "qxfx/__init__.py"), ""))
+            (site / "qxfx/lib/libQxHost.so.0").rename(work / "libQxHost.so.0")
+            code, _, error = drawn(site, work)
+            self.assertEqual(code, 1)
+            self.assertIn("ImportError: libQxHost.so.0: cannot open shared object file: No such file or directory; "
+                          "a wheel needs Debian's packages of FFmpeg, ", error)
+
+    def test_says_what_it_expects_of_an_installation(self):
+        script = pathlib.Path(os.environ["QX_SOURCE_FOLDER"], "scripts/make-wheel")
+        with tempfile.TemporaryDirectory() as work:
+            program = pathlib.Path(work, "bin/qxhost")
+            made = subprocess.run([sys.executable, script, work, work], capture_output=True, text=True)
+            self.assertEqual((made.returncode, made.stderr), (
+                1, f"make-wheel: {program}: No such file or directory; expected an installation, see docs/python.md\n"))
+            program.parent.mkdir()
+            program.write_text("#!/bin/sh\necho no library >&2\nexit 127\n")
+            program.chmod(0o755)
+            made = subprocess.run([sys.executable, script, work, work], capture_output=True, text=True)
+            self.assertEqual((made.returncode, made.stderr.splitlines()[0]), (
+                1, f"make-wheel: {program} does not run: no library"))
 
 
 if __name__ == "__main__":

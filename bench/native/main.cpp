@@ -1,0 +1,429 @@
+#include "bench/LookFile.h"
+#include "bench/native/NativeShader.h"
+#include "host/Host.h"
+#include "host/effects/EffectCompiler.h"
+#include "lut/LUTManager.h"
+#include "platform/FileManager.h"
+#include "platform/GPUService.h"
+#include "platform/OS.h"
+#include "platform/Settings.h"
+#include "platform/Text.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <time.h>
+#include <vector>
+
+// Shaders for packed texels as native code, beside the driver's drawing of the same frames.
+
+namespace Qx::Bench {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+using Host::CompiledEffect;
+using Clock = std::chrono::steady_clock;
+
+constexpr int width = 1920;
+constexpr int height = 1080;
+constexpr std::uint32_t packedBytes = 16;
+
+struct Work
+{
+    const char* name;
+    const char* file;
+    const char* technique;
+    std::uint32_t sourceBits;
+    std::uint32_t targetBits;
+    int sourceWidth; ///< in texels
+    int targetWidth;
+    std::uint32_t period; ///< texels of the target that a lane computes
+    std::vector<std::pair<const char*, float>> settings{};
+};
+
+constexpr int pairs = width / 2;
+constexpr int v210 = width / 6 * 4;
+constexpr int m101 = width / 16 * 10;
+
+const std::vector<Work>& works()
+{
+    static const std::vector<Work> all{
+        {"4:2:2 to RGB, 8 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 8, 8, pairs, width, 2},
+        {"4:2:2 to RGB, 8 bits, Catmull-Rom", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 8, 8, pairs, width, 2},
+        {"4:2:2 to RGB, 8 bits, Mitchell", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 8, 8, pairs, width, 2},
+        {"4:2:2 to RGB, 16 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 16, 16, pairs, width, 2},
+        {"4:2:2 to RGB, 16 bits, Catmull-Rom", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 16, 16, pairs, width, 2},
+        {"4:2:2 to RGB, 16 bits, Mitchell", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 16, 16, pairs, width, 2},
+        {"RGB to 4:2:2, 8 bits, Point", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Point", 8, 8, width, pairs, 1},
+        {"RGB to 4:2:2, 8 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos", 8, 8, width, pairs, 1},
+        {"RGB to 4:2:2, 16 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos", 16, 16, width, pairs, 1},
+        {"BGRA to ARGB, 8 bits", "null.fx", "ReverseComponentOrder", 8, 8, width, width, 1},
+        {"BGRA to ARGB, 16 bits", "null.fx", "ReverseComponentOrder", 16, 16, width, width, 1},
+        {"v210 to 4:2:2, 16 bits", "null.fx", "V210toYUYV", 8, 16, v210, pairs, 3},
+        {"4:2:2 to v210, 16 bits", "null.fx", "YUYVtoV210", 16, 8, pairs, v210, 4, {{"_Width", width}}},
+        {"4:2:2 to M101, 16 bits", "ColourConvert.fx", "PackMatrox10Bit", 16, 8, pairs, m101, 20, {{"pSourceImageTotalWidthInDWORDs", pairs}, {"DestImageWidth", m101}}},
+        {"M101 to 4:2:2, 16 bits", "ColourConvert.fx", "UnpackMatrox10Bit", 8, 16, m101, pairs, 8, {{"pSourceImageTotalWidthInDWORDs", m101}}},
+        {"LUT of 33 points, 8 bits", "LUT.fx", "LUT", 8, 8, width, width, 1},
+        {"LUT of 33 points, 16 bits", "LUT.fx", "LUT", 16, 16, width, width, 1},
+    };
+    return all;
+}
+
+struct Way
+{
+    const char* name;
+    NativeOptions options;
+};
+
+constexpr Way ways[] = {
+    {"8 lanes", {8, 1, false, false, 2}},
+    {"8 lanes, gathers", {8, 1, true, false, 2}},
+    {"8 lanes, AVX-512", {8, 1, false, true, 2}},
+    {"16 lanes", {16, 1, false, true, 2}},
+    {"16 lanes, gathers", {16, 1, true, true, 2}},
+};
+
+constexpr int points = 33;
+
+iGPUImage::eFormat formatOf(std::uint32_t bits)
+{
+    return bits == 8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16;
+}
+
+Bytes scattered(std::size_t count)
+{
+    std::mt19937 random(1);
+    Bytes bytes(count);
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::byte>(random() & 255U); });
+    return bytes;
+}
+
+/// The entries of the look as floats, red running fastest.
+std::vector<float> entries()
+{
+    std::ifstream text(lookFile());
+    std::string line;
+    std::getline(text, line); // its size
+    std::vector<float> all;
+    float r = 0;
+    float g = 0;
+    float b = 0;
+    while (text >> r >> g >> b) {
+        all.insert(all.end(), {r, g, b, 1.0F});
+    }
+    return all;
+}
+
+struct Native
+{
+    std::unique_ptr<NativeShader> shader;
+    Bytes uniforms;
+    Bytes source;
+    Bytes target;
+    std::vector<float> table;
+    NativeFrame frame;
+
+    void draw() { shader->draw(frame, 0, height); }
+};
+
+template <class T>
+void put(Bytes& to, std::size_t at, const T& value)
+{
+    std::memcpy(to.data() + at, &value, sizeof value);
+}
+
+const CompiledEffect::PackedShader& shaderOf(const CompiledEffect& effect, const Work& work)
+{
+    for (const CompiledEffect::Technique& technique : effect.techniques) {
+        if (technique.name != work.technique) {
+            continue;
+        }
+        const auto& packed = technique.passes.front().packed;
+        for (auto shader = packed.rbegin(); shader != packed.rend(); ++shader) { // with places first
+            if (shader->depths.source == work.sourceBits && shader->depths.target == work.targetBits) {
+                return *shader;
+            }
+        }
+    }
+    throw std::runtime_error("no shader");
+}
+
+float mostOf(std::uint32_t bits)
+{
+    return bits == 8 ? 255.0F : 65535.0F;
+}
+
+void fillUniforms(Native& native, const CompiledEffect& effect, const Work& work)
+{
+    const std::array<float, 2> sourceSize{static_cast<float>(work.sourceWidth), height};
+    const std::array<float, 2> targetSize{static_cast<float>(work.targetWidth), height};
+    native.uniforms.resize(effect.uniformBytes);
+    CompiledEffect::SystemUniforms system;
+    system.area = {0.0F, 0.0F, 1.0F / targetSize[0], 1.0F / targetSize[1]};
+    system.texCoords.fill({0.0F, 0.0F, 1.0F, 1.0F});
+    system.target[0] = mostOf(work.targetBits);
+    put(native.uniforms, 0, system);
+    using Semantic = CompiledEffect::Semantic;
+    for (const CompiledEffect::Parameter& parameter : effect.parameters) {
+        std::copy(parameter.defaultValue.begin(), parameter.defaultValue.end(), native.uniforms.begin() + parameter.offset);
+        const bool isTable = parameter.semanticTexture == "LUT";
+        const std::array<float, 2> tableSize{points, points};
+        switch (parameter.semantic) {
+        case Semantic::TextureSize:
+            put(native.uniforms, parameter.offset, isTable ? tableSize : sourceSize);
+            break;
+        case Semantic::TargetSize:
+            put(native.uniforms, parameter.offset, targetSize);
+            break;
+        case Semantic::TextureMaxCode:
+            put(native.uniforms, parameter.offset, mostOf(work.sourceBits));
+            break;
+        case Semantic::TargetMaxCode:
+            put(native.uniforms, parameter.offset, mostOf(work.targetBits));
+            break;
+        default:
+            break;
+        }
+        for (const auto& [name, value] : work.settings) {
+            if (parameter.name == name) {
+                put(native.uniforms, parameter.offset, value);
+            }
+        }
+    }
+    for (std::size_t i = 0; i < effect.textures.size(); ++i) {
+        const bool isTable = effect.textures[i].name == "LUT";
+        CompiledEffect::TextureUniforms texture;
+        texture.rowPacked = isTable ? points : static_cast<float>(work.sourceWidth) * static_cast<float>(work.sourceBits / 2) / packedBytes;
+        texture.maxCode = isTable ? points : mostOf(work.sourceBits);
+        texture.size = isTable ? std::array<float, 2>{points, points} : sourceSize;
+        put(native.uniforms, effect.textureUniforms + i * sizeof texture, texture);
+    }
+}
+
+Native nativeOf(const CompiledEffect& effect, const Work& work, NativeOptions options)
+{
+    const CompiledEffect::PackedShader& packed = shaderOf(effect, work);
+    const std::uint32_t texelBytes = work.sourceBits / 2;
+    Native native;
+    native.source = scattered(std::size_t(work.sourceWidth) * height * texelBytes);
+    native.target.resize(std::size_t(work.targetWidth) * height * work.targetBits / 2);
+    native.table = entries();
+    fillUniforms(native, effect, work);
+    std::vector<NativeTexels> texels(effect.samplers.size());
+    for (const std::uint32_t sampler : packed.samplers) {
+        const bool isTable = effect.samplers[sampler].dimensions == 3;
+        texels.at(sampler) = {isTable ? packedBytes : texelBytes, isTable ? 32 : work.sourceBits};
+        const auto all = isTable ? std::as_bytes(std::span(native.table)) : std::span<const std::byte>(native.source);
+        native.frame.buffers[sampler] = {all.data(), all.size() / texels[sampler].bytes};
+    }
+    options.period = work.period;
+    native.shader = std::make_unique<NativeShader>(packed.spirv, texels, work.targetBits, native.uniforms, work.targetWidth, options);
+    native.frame.uniforms = native.uniforms.data();
+    native.frame.target = native.target.data();
+    native.frame.pitch = std::uint64_t(work.targetWidth) * work.targetBits / 2;
+    native.frame.width = static_cast<std::uint32_t>(work.targetWidth);
+    return native;
+}
+
+/// The driver's drawing.
+struct Drawn
+{
+    Qx::Ptr<iShaderEffect> effect;
+    Qx::Ptr<iGPUImage> source;
+    Qx::Ptr<iGPUImage> target;
+    Qx::Vector<iShaderEffect::Source> sources;
+
+    Drawn(const Work& work, const Bytes& bytes)
+    {
+        effect = OS().gpu().loadEffectFile(joinPaths(getShadersDir(), fromUTF8(work.file)), {});
+        if (!effect || !effect->setTechnique(work.technique)) {
+            throw std::runtime_error("the effect is not there");
+        }
+        for (const auto& [name, value] : work.settings) {
+            effect->setFloat(name, value);
+        }
+        const Qx::Ptr<iHostImage> image = OS().gpu().createHostImage({work.sourceWidth, height}, formatOf(work.sourceBits));
+        auto* const to = static_cast<std::byte*>(image->map(iHostImage::Write));
+        const std::size_t row = std::size_t(work.sourceWidth) * work.sourceBits / 2;
+        for (std::size_t y = 0; y < height; ++y) {
+            std::memcpy(to + y * image->getPitch(), bytes.data() + y * row, row);
+        }
+        source = OS().gpu().uploadImage(image, 0);
+        target = OS().gpu().createGPUImage({work.targetWidth, height}, formatOf(work.targetBits));
+        const bool isLook = std::string(work.file) == "LUT.fx";
+        const bool isConversion = std::string(work.file) == "ColourConvert.fx";
+        sources.emplace_back(isConversion ? "gSourceImage" : "Input", source);
+        if (isLook) {
+            sources.emplace_back("LUT", LUTManager::instance().load(fromUTF8(lookFile().c_str())));
+        }
+    }
+
+    void draw(int frames)
+    {
+        for (int i = 0; i < frames; ++i) {
+            if (!effect->render(target, sources)) {
+                throw std::runtime_error("it cannot be drawn");
+            }
+        }
+        OS().gpu().downloadImage(target)->map(iHostImage::Read);
+    }
+
+    Bytes pixels(const Work& work)
+    {
+        draw(1);
+        const Qx::Ptr<iHostImage> image = OS().gpu().downloadImage(target);
+        const auto* const from = static_cast<const std::byte*>(image->map(iHostImage::Read));
+        const std::size_t row = std::size_t(work.targetWidth) * work.targetBits / 2;
+        Bytes bytes;
+        for (std::size_t y = 0; y < height; ++y) {
+            bytes.insert(bytes.end(), from + y * image->getPitch(), from + y * image->getPitch() + row);
+        }
+        return bytes;
+    }
+};
+
+double processorSeconds()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+/// Milliseconds of all processors, for a frame.
+double timeOf(const std::function<void(int)>& draw)
+{
+    const double used = processorSeconds();
+    int frames = 0;
+    double seconds = 0;
+    while (seconds < 0.12) {
+        draw(4);
+        frames += 4;
+        seconds = processorSeconds() - used;
+    }
+    return seconds * 1000 / frames;
+}
+
+struct Quartiles
+{
+    double low;
+    double middle;
+    double high;
+};
+
+Quartiles quartilesOf(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return {values.at(values.size() / 4), values.at(values.size() / 2), values.at(values.size() * 3 / 4)};
+}
+
+struct Made
+{
+    const Way* way;
+    Native native;
+    std::vector<double> times{};
+    std::vector<double> ratios{};
+};
+
+std::size_t differing(const Bytes& a, const Bytes& b)
+{
+    std::size_t different = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        different += a[i] != b.at(i) ? 1U : 0U;
+    }
+    return different;
+}
+
+const Host::EffectCompilation& compiledFile(const std::string& file)
+{
+    static std::map<std::string, Host::EffectCompilation> known;
+    const auto found = known.find(file);
+    if (found != known.end()) {
+        return found->second;
+    }
+    Host::EffectCompilerOptions options;
+    options.packed = true;
+    options.singleTexels = true;
+    Host::EffectCompilation compiled = Host::compileEffect(std::string(QX_SHADERS_FOLDER) + "/" + file, options);
+    if (!compiled.effect) {
+        throw std::runtime_error(compiled.messages);
+    }
+    return known[file] = std::move(compiled);
+}
+
+void compare(const Work& work, int rounds)
+{
+    const Host::EffectCompilation& compiled = compiledFile(work.file);
+    const bool isLook = std::string(work.file) == "LUT.fx";
+    std::vector<Made> all;
+    for (const Way& way : ways) {
+        if (isLook || !way.options.gathers) {
+            all.push_back({&way, nativeOf(*compiled.effect, work, way.options)});
+        }
+    }
+    Drawn drawn(work, all.front().native.source);
+    const Bytes expected = drawn.pixels(work);
+    std::vector<double> theirs;
+    for (int i = 0; i < rounds; ++i) {
+        theirs.push_back(timeOf([&](int n) { drawn.draw(n); }));
+        for (Made& made : all) {
+            made.times.push_back(timeOf([&](int n) {
+                for (int k = 0; k < n; ++k) {
+                    made.native.draw();
+                }
+            }));
+            made.ratios.push_back(theirs.back() / made.times.back());
+        }
+    }
+    for (Made& made : all) {
+        const NativeCost& cost = made.native.shader->cost();
+        const Quartiles ratio = quartilesOf(made.ratios);
+        std::printf("| %s | %s | %.2f | %.2f | %.2f (%.2f to %.2f) | %zu | %.0f + %.0f + %.0f | %.1f |\n", work.name,
+                    made.way->name, quartilesOf(theirs).middle, quartilesOf(made.times).middle, ratio.middle, ratio.low,
+                    ratio.high, differing(expected, made.native.target), cost.translation, cost.optimisation,
+                    cost.generation, static_cast<double>(cost.bytes) / 1024);
+    }
+    std::fflush(stdout);
+}
+
+} // namespace
+} // namespace Qx::Bench
+
+/// qx_bench_native [ROUNDS [PART OF A NAME]]
+int main(int argc, char** argv)
+{
+    setenv("QX_SHADERS_DIR", QX_SHADERS_FOLDER, 0);
+    const char* const arguments[] = {"qx_bench_native", "-transcode"}; // no background compilation
+    Qx::Host::StartOptions options;
+    options.argc = 2;
+    options.argv = arguments;
+    Qx::Host::start(options);
+    int result = 0;
+    std::printf("| work | way | driver, ms | native, ms | ratio | bytes that differ | translated, optimised, generated in ms | KiB |\n|---|---|---:|---:|---:|---:|---:|---:|\n");
+    for (const Qx::Bench::Work& work : Qx::Bench::works()) {
+        if (argc > 2 && std::string(work.name).find(argv[2]) == std::string::npos) {
+            continue;
+        }
+        try {
+            Qx::Bench::compare(work, argc > 1 ? std::atoi(argv[1]) : 7);
+        } catch (const std::exception& problem) {
+            std::fprintf(stderr, "%s: %s\n", work.name, problem.what());
+            result = 1;
+        }
+    }
+    Qx::Host::stop();
+    return result;
+}

@@ -474,7 +474,11 @@ private:
         }
         switch (i.op()) {
         case spv::OpSelectionMerge:
+        case spv::OpLoopMerge: // one that comes round is refused by branch()
         case spv::OpReturn:
+            return;
+        case spv::OpSwitch: // around returns in between
+            branch(caseOf(i), mask_);
             return;
         case spv::OpBranch:
             branch(i[1], mask_);
@@ -501,6 +505,21 @@ private:
             compute(i);
             return;
         }
+    }
+
+    /// Where a switch over a constant leads.
+    Id caseOf(const Instruction& i) const
+    {
+        const std::optional<std::uint32_t> selector = values_.at(i[1]).at(0).constant;
+        if (!selector) {
+            refuse("a switch over a number that is computed");
+        }
+        for (std::size_t k = 3; k + 1 < i.size(); k += 2) {
+            if (i[k] == *selector) {
+                return i[k + 1];
+            }
+        }
+        return i[2];
     }
 
     Component both(const Component& a, const Component& b) { return binary(LLVMAnd, a, b); }
@@ -556,10 +575,13 @@ private:
     {
         const Pointer& to = pointers_.at(i[1]);
         const Value& value = values_.at(i[2]);
-        if (classes_.at(to.variable) != spv::StorageClassOutput || mask_) {
-            refuse("a store in between");
+        if (classes_.at(to.variable) != spv::StorageClassOutput) {
+            refuse("a store elsewhere");
         }
-        std::copy(value.begin(), value.end(), output_.begin() + to.offset / 4);
+        for (std::size_t c = 0; c < value.size(); ++c) {
+            Component& out = output_.at(to.offset / 4 + c);
+            out = mask_ && out.value != nullptr ? select(*mask_, value[c], out) : value[c];
+        }
     }
 
     // ---- values

@@ -128,12 +128,30 @@ std::vector<float> entries()
     return all;
 }
 
+/// A picture in memory of the same kind as that which the device draws from and into.
+struct Picture
+{
+    Qx::Ptr<iHostImage> image;
+    std::byte* bytes = nullptr;
+    std::size_t pitch = 0;
+    std::size_t row = 0; ///< bytes of it
+
+    Picture() = default;
+    Picture(int width, std::uint32_t bits)
+        : image(OS().gpu().createHostImage({width, height}, formatOf(bits))),
+          bytes(static_cast<std::byte*>(image->map(iHostImage::Write))),
+          pitch(static_cast<std::size_t>(image->getPitch())),
+          row(std::size_t(width) * bits / 2)
+    {
+    }
+};
+
 struct Native
 {
     std::unique_ptr<NativeShader> shader;
     Bytes uniforms;
-    Bytes source;
-    Bytes target;
+    Picture source;
+    Picture target;
     std::vector<float> table;
     NativeFrame frame;
 
@@ -207,7 +225,7 @@ void fillUniforms(Native& native, const CompiledEffect& effect, const Work& work
     for (std::size_t i = 0; i < effect.textures.size(); ++i) {
         const bool isTable = effect.textures[i].name == "LUT";
         CompiledEffect::TextureUniforms texture;
-        texture.rowPacked = isTable ? points : static_cast<float>(work.sourceWidth) * static_cast<float>(work.sourceBits / 2) / packedBytes;
+        texture.rowPacked = isTable ? points : static_cast<float>(native.source.pitch) / packedBytes;
         texture.maxCode = isTable ? points : mostOf(work.sourceBits);
         texture.size = isTable ? std::array<float, 2>{points, points} : sourceSize;
         put(native.uniforms, effect.textureUniforms + i * sizeof texture, texture);
@@ -219,22 +237,24 @@ Native nativeOf(const CompiledEffect& effect, const Work& work, NativeOptions op
     const CompiledEffect::PackedShader& packed = shaderOf(effect, work);
     const std::uint32_t texelBytes = work.sourceBits / 2;
     Native native;
-    native.source = scattered(std::size_t(work.sourceWidth) * height * texelBytes);
-    native.target.resize(std::size_t(work.targetWidth) * height * work.targetBits / 2);
+    native.source = Picture(work.sourceWidth, work.sourceBits);
+    native.target = Picture(work.targetWidth, work.targetBits);
+    const Bytes noise = scattered(native.source.pitch * height);
+    std::copy(noise.begin(), noise.end(), native.source.bytes);
     native.table = entries();
     fillUniforms(native, effect, work);
     std::vector<NativeTexels> texels(effect.samplers.size());
     for (const std::uint32_t sampler : packed.samplers) {
         const bool isTable = effect.samplers[sampler].dimensions == 3;
         texels.at(sampler) = {isTable ? packedBytes : texelBytes, isTable ? 32 : work.sourceBits};
-        const auto all = isTable ? std::as_bytes(std::span(native.table)) : std::span<const std::byte>(native.source);
+        const auto all = isTable ? std::as_bytes(std::span(native.table)) : std::span<const std::byte>(native.source.bytes, native.source.pitch * height);
         native.frame.buffers[sampler] = {all.data(), all.size() / texels[sampler].bytes};
     }
     options.period = work.period;
     native.shader = std::make_unique<NativeShader>(packed.spirv, texels, work.targetBits, native.uniforms, work.targetWidth, options);
     native.frame.uniforms = native.uniforms.data();
-    native.frame.target = native.target.data();
-    native.frame.pitch = std::uint64_t(work.targetWidth) * work.targetBits / 2;
+    native.frame.target = native.target.bytes;
+    native.frame.pitch = native.target.pitch;
     native.frame.width = static_cast<std::uint32_t>(work.targetWidth);
     return native;
 }
@@ -247,7 +267,7 @@ struct Drawn
     Qx::Ptr<iGPUImage> target;
     Qx::Vector<iShaderEffect::Source> sources;
 
-    Drawn(const Work& work, const Bytes& bytes)
+    Drawn(const Work& work, const Picture& from)
     {
         effect = OS().gpu().loadEffectFile(joinPaths(getShadersDir(), fromUTF8(work.file)), {});
         if (!effect || !effect->setTechnique(work.technique)) {
@@ -256,13 +276,11 @@ struct Drawn
         for (const auto& [name, value] : work.settings) {
             effect->setFloat(name, value);
         }
-        const Qx::Ptr<iHostImage> image = OS().gpu().createHostImage({work.sourceWidth, height}, formatOf(work.sourceBits));
-        auto* const to = static_cast<std::byte*>(image->map(iHostImage::Write));
-        const std::size_t row = std::size_t(work.sourceWidth) * work.sourceBits / 2;
+        const Picture picture(work.sourceWidth, work.sourceBits);
         for (std::size_t y = 0; y < height; ++y) {
-            std::memcpy(to + y * image->getPitch(), bytes.data() + y * row, row);
+            std::memcpy(picture.bytes + y * picture.pitch, from.bytes + y * from.pitch, picture.row);
         }
-        source = OS().gpu().uploadImage(image, 0);
+        source = OS().gpu().uploadImage(picture.image, 0);
         target = OS().gpu().createGPUImage({work.targetWidth, height}, formatOf(work.targetBits));
         const bool isLook = std::string(work.file) == "LUT.fx";
         const bool isConversion = std::string(work.file) == "ColourConvert.fx";
@@ -282,17 +300,19 @@ struct Drawn
         OS().gpu().downloadImage(target)->map(iHostImage::Read);
     }
 
-    Bytes pixels(const Work& work)
+    /// How many bytes of the native picture differ.
+    std::size_t differing(const Picture& native)
     {
         draw(1);
         const Qx::Ptr<iHostImage> image = OS().gpu().downloadImage(target);
-        const auto* const from = static_cast<const std::byte*>(image->map(iHostImage::Read));
-        const std::size_t row = std::size_t(work.targetWidth) * work.targetBits / 2;
-        Bytes bytes;
+        const auto* const drawn = static_cast<const std::byte*>(image->map(iHostImage::Read));
+        std::size_t different = 0;
         for (std::size_t y = 0; y < height; ++y) {
-            bytes.insert(bytes.end(), from + y * image->getPitch(), from + y * image->getPitch() + row);
+            for (std::size_t x = 0; x < native.row; ++x) {
+                different += drawn[y * image->getPitch() + x] != native.bytes[y * native.pitch + x] ? 1U : 0U;
+            }
         }
-        return bytes;
+        return different;
     }
 };
 
@@ -338,15 +358,6 @@ struct Made
     std::vector<double> ratios{};
 };
 
-std::size_t differing(const Bytes& a, const Bytes& b)
-{
-    std::size_t different = 0;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        different += a[i] != b.at(i) ? 1U : 0U;
-    }
-    return different;
-}
-
 const Host::EffectCompilation& compiledFile(const std::string& file)
 {
     static std::map<std::string, Host::EffectCompilation> known;
@@ -375,7 +386,6 @@ void compare(const Work& work, int rounds)
         }
     }
     Drawn drawn(work, all.front().native.source);
-    const Bytes expected = drawn.pixels(work);
     std::vector<double> theirs;
     for (int i = 0; i < rounds; ++i) {
         theirs.push_back(timeOf([&](int n) { drawn.draw(n); }));
@@ -393,7 +403,7 @@ void compare(const Work& work, int rounds)
         const Quartiles ratio = quartilesOf(made.ratios);
         std::printf("| %s | %s | %.2f | %.2f | %.2f (%.2f to %.2f) | %zu | %.0f + %.0f + %.0f | %.1f |\n", work.name,
                     made.way->name, quartilesOf(theirs).middle, quartilesOf(made.times).middle, ratio.middle, ratio.low,
-                    ratio.high, differing(expected, made.native.target), cost.translation, cost.optimisation,
+                    ratio.high, drawn.differing(made.native.target), cost.translation, cost.optimisation,
                     cost.generation, static_cast<double>(cost.bytes) / 1024);
     }
     std::fflush(stdout);

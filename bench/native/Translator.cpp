@@ -441,6 +441,8 @@ private:
         for (std::size_t i = 2; i < table.size() && isLine; ++i) {
             isLine = whole(i) == *first + static_cast<std::int64_t>(i) * (*second - *first);
         }
+        const std::uint32_t sample =
+            table[std::min<std::size_t>(source_.likelyWidth / period_ / 2, table.size() - 1)];
         Component c;
         if (isLine) {
             c = line(number(static_cast<std::uint32_t>(*first)), *second - *first);
@@ -448,9 +450,12 @@ private:
                 c.value = LLVMBuildSIToFP(builder_, c.value, vectorOf(float_), "");
             }
         } else {
-            c = general();
+            c = general(sample);
+            if (c.constant) {
+                return c;
+            }
         }
-        c.sample = table[std::min<std::size_t>(source_.likelyWidth / period_ / 2, table.size() - 1)];
+        c.sample = sample;
         c.table = std::make_shared<const std::vector<std::uint32_t>>(std::move(table));
         return c;
     }
@@ -898,7 +903,7 @@ private:
                 table[n] = result.value_or(0);
             }
             if (isKnown) {
-                return isTable ? fromTable(std::move(table), type, [&] { return result(i, of, std::nullopt); })
+                return isTable ? fromTable(std::move(table), type, [&](std::uint32_t sample) { return result(i, of, sample); })
                                : constant(table[0], type);
             }
         }
@@ -1097,7 +1102,7 @@ private:
             for (std::uint32_t n = 0; n < table.size(); ++n) {
                 table[n] = std::bit_cast<std::uint32_t>(static_cast<float>(n * period_ + place_) + 0.5F);
             }
-            x = fromTable(std::move(table), float_, [&] { return x; });
+            x = fromTable(std::move(table), float_, [&](std::uint32_t) { return x; });
         }
         Component y;
         y.value = LLVMBuildFAdd(rows_, LLVMBuildUIToFP(rows_, row_, float_, ""), half, "");
@@ -1295,7 +1300,7 @@ private:
         require(index, true, wide64(0));
         require(index, false, LLVMBuildSub(rows_, texelCounts_[buffer], wide64(index.slope), ""));
         const std::uint32_t count = texels.bytes / 4;
-        const auto distance = static_cast<std::uint32_t>(index.slope) * count;
+        auto distance = static_cast<std::uint32_t>(index.slope) * count;
         LLVMValueRef item = LLVMBuildSExt(builder_, item_, i64_, "");
         LLVMValueRef begin = LLVMBuildMul(rows_, LLVMBuildSExt(rows_, index.base, i64_, ""), wide64(texels.bytes), "");
         LLVMValueRef place = LLVMBuildAdd(
@@ -1314,6 +1319,12 @@ private:
             return words;
         }
         LLVMValueRef all = load(builder_, LLVMVectorType(i32_, lanes_ * distance), from, 4);
+        if (count == 2 && index.slope > 1) { // whole texels first: fewer shuffles
+            const auto slope = static_cast<std::uint32_t>(index.slope);
+            LLVMValueRef whole = LLVMBuildBitCast(builder_, all, LLVMVectorType(i64_, lanes_ * slope), "");
+            all = LLVMBuildBitCast(builder_, strided(whole, 1, slope).front(), LLVMVectorType(i32_, lanes_ * 2), "");
+            distance = count;
+        }
         for (LLVMValueRef word : strided(all, count, distance)) {
             words.push_back(lanesOf(word));
         }

@@ -375,13 +375,13 @@ const Host::EffectCompilation& compiledFile(const std::string& file)
     return known[file] = std::move(compiled);
 }
 
-void compare(const Work& work, int rounds)
+void compare(const Work& work, int rounds, const std::string& wanted)
 {
     const Host::EffectCompilation& compiled = compiledFile(work.file);
     const bool isLook = std::string(work.file) == "LUT.fx";
     std::vector<Made> all;
     for (const Way& way : ways) {
-        if (isLook || !way.options.gathers) {
+        if (wanted.empty() ? isLook || !way.options.gathers : wanted == way.name) {
             all.push_back({&way, nativeOf(*compiled.effect, work, way.options)});
         }
     }
@@ -412,7 +412,7 @@ void compare(const Work& work, int rounds)
 } // namespace
 } // namespace Qx::Bench
 
-/// qx_bench_native [ROUNDS [PART OF A NAME]]
+/// qx_bench_native [ROUNDS [PART OF A WORK'S NAME [NAME OF A WAY]]]
 int main(int argc, char** argv)
 {
     setenv("QX_SHADERS_DIR", QX_SHADERS_FOLDER, 0);
@@ -428,7 +428,7 @@ int main(int argc, char** argv)
             continue;
         }
         try {
-            Qx::Bench::compare(work, argc > 1 ? std::atoi(argv[1]) : 7);
+            Qx::Bench::compare(work, argc > 1 ? std::atoi(argv[1]) : 7, argc > 3 ? argv[3] : "");
         } catch (const std::exception& problem) {
             std::fprintf(stderr, "%s: %s\n", work.name, problem.what());
             result = 1;

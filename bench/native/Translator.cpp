@@ -61,14 +61,15 @@ struct Pointer
 class Translator
 {
 public:
-    Translator(const NativeSource& source, std::uint32_t lanes, std::uint32_t period, bool isInner, bool gathers)
+    Translator(const NativeSource& source, const NativeOptions& options, bool isInner)
         : source_(source),
           context_(source.context),
           module_(source.module),
-          lanes_(lanes),
-          period_(period),
+          lanes_(options.lanes),
+          period_(options.period),
           isInner_(isInner),
-          gathers_(gathers),
+          gathers_(options.gathers),
+          isWide_(options.wide),
           builder_(LLVMCreateBuilderInContext(context_)),
           rows_(LLVMCreateBuilderInContext(context_)),
           i1_(LLVMInt1TypeInContext(context_)),
@@ -1319,7 +1320,7 @@ private:
             return words;
         }
         LLVMValueRef all = load(builder_, LLVMVectorType(i32_, lanes_ * distance), from, 4);
-        if (count == 2 && index.slope > 1) { // whole texels first: fewer shuffles
+        if (count == 2 && index.slope > 1 && !isWide_) { // whole texels first: fewer shuffles with AVX2
             const auto slope = static_cast<std::uint32_t>(index.slope);
             LLVMValueRef whole = LLVMBuildBitCast(builder_, all, LLVMVectorType(i64_, lanes_ * slope), "");
             all = LLVMBuildBitCast(builder_, strided(whole, 1, slope).front(), LLVMVectorType(i32_, lanes_ * 2), "");
@@ -1435,6 +1436,7 @@ private:
     const std::uint32_t period_;
     const bool isInner_; ///< computes what is not at a border
     const bool gathers_;
+    const bool isWide_;
     LLVMBuilderRef builder_; ///< in the loop over items
     LLVMBuilderRef rows_;    ///< before it
     LLVMTypeRef i1_, i8_, i32_, i64_, float_, bytes_;
@@ -1479,12 +1481,12 @@ private:
 
 void writeBorder(const NativeSource& source)
 {
-    Translator(source, borderLanes, 1, false, false).writeBorder();
+    Translator(source, {borderLanes}, false).writeBorder();
 }
 
 void writeDraw(const NativeSource& source, const NativeOptions& options)
 {
-    Translator(source, options.lanes, options.period, true, options.gathers).writeDraw();
+    Translator(source, options, true).writeDraw();
 }
 
 } // namespace Qx::Bench

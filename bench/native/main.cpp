@@ -38,8 +38,6 @@ using Bytes = std::vector<std::byte>;
 using Host::CompiledEffect;
 using Clock = std::chrono::steady_clock;
 
-constexpr int width = 1920;
-constexpr int height = 1080;
 constexpr std::uint32_t packedBytes = 16;
 
 struct Work
@@ -51,36 +49,38 @@ struct Work
     std::uint32_t targetBits;
     int sourceWidth; ///< in texels
     int targetWidth;
+    int height;
     std::uint32_t period; ///< texels of the target that a lane computes
     std::vector<std::pair<const char*, float>> settings{};
 };
 
-constexpr int pairs = width / 2;
-constexpr int v210 = width / 6 * 4;
-constexpr int m101 = width / 16 * 10;
-
-const std::vector<Work>& works()
+/// What is compared, of pictures that are so many pixels wide.
+std::vector<Work> worksFor(int width, int height)
 {
-    static const std::vector<Work> all{
-        {"4:2:2 to RGB, 8 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 8, 8, pairs, width, 2},
-        {"4:2:2 to RGB, 8 bits, Catmull-Rom", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 8, 8, pairs, width, 2},
-        {"4:2:2 to RGB, 8 bits, Mitchell", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 8, 8, pairs, width, 2},
-        {"4:2:2 to RGB, 16 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 16, 16, pairs, width, 2},
-        {"4:2:2 to RGB, 16 bits, Catmull-Rom", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 16, 16, pairs, width, 2},
-        {"4:2:2 to RGB, 16 bits, Mitchell", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 16, 16, pairs, width, 2},
-        {"RGB to 4:2:2, 8 bits, Point", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Point", 8, 8, width, pairs, 1},
-        {"RGB to 4:2:2, 8 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos", 8, 8, width, pairs, 1},
-        {"RGB to 4:2:2, 16 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos", 16, 16, width, pairs, 1},
-        {"BGRA to ARGB, 8 bits", "null.fx", "ReverseComponentOrder", 8, 8, width, width, 1},
-        {"BGRA to ARGB, 16 bits", "null.fx", "ReverseComponentOrder", 16, 16, width, width, 1},
-        {"v210 to 4:2:2, 16 bits", "null.fx", "V210toYUYV", 8, 16, v210, pairs, 3},
-        {"4:2:2 to v210, 16 bits", "null.fx", "YUYVtoV210", 16, 8, pairs, v210, 4, {{"_Width", width}}},
-        {"4:2:2 to M101, 16 bits", "ColourConvert.fx", "PackMatrox10Bit", 16, 8, pairs, m101, 20, {{"pSourceImageTotalWidthInDWORDs", pairs}, {"DestImageWidth", m101}}},
-        {"M101 to 4:2:2, 16 bits", "ColourConvert.fx", "UnpackMatrox10Bit", 8, 16, m101, pairs, 8, {{"pSourceImageTotalWidthInDWORDs", m101}}},
-        {"LUT of 33 points, 8 bits", "LUT.fx", "LUT", 8, 8, width, width, 1},
-        {"LUT of 33 points, 16 bits", "LUT.fx", "LUT", 16, 16, width, width, 1},
+    const int pairs = (width + 1) / 2;
+    const int v210 = (width + 5) / 6 * 4;
+    const int m101 = (width + 15) / 16 * 10;
+    const auto wide = static_cast<float>(width);
+    const auto words = static_cast<float>(m101);
+    return {
+        {"4:2:2 to RGB, 8 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 8, 8, pairs, width, height, 2},
+        {"4:2:2 to RGB, 8 bits, Catmull-Rom", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 8, 8, pairs, width, height, 2},
+        {"4:2:2 to RGB, 8 bits, Mitchell", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 8, 8, pairs, width, height, 2},
+        {"4:2:2 to RGB, 16 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 16, 16, pairs, width, height, 2},
+        {"4:2:2 to RGB, 16 bits, Catmull-Rom", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 16, 16, pairs, width, height, 2},
+        {"4:2:2 to RGB, 16 bits, Mitchell", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 16, 16, pairs, width, height, 2},
+        {"RGB to 4:2:2, 8 bits, Point", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Point", 8, 8, width, pairs, height, 1},
+        {"RGB to 4:2:2, 8 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos", 8, 8, width, pairs, height, 1},
+        {"RGB to 4:2:2, 16 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos", 16, 16, width, pairs, height, 1},
+        {"BGRA to ARGB, 8 bits", "null.fx", "ReverseComponentOrder", 8, 8, width, width, height, 1},
+        {"BGRA to ARGB, 16 bits", "null.fx", "ReverseComponentOrder", 16, 16, width, width, height, 1},
+        {"v210 to 4:2:2, 16 bits", "null.fx", "V210toYUYV", 8, 16, v210, pairs, height, 3},
+        {"4:2:2 to v210, 16 bits", "null.fx", "YUYVtoV210", 16, 8, pairs, v210, height, 4, {{"_Width", wide}}},
+        {"4:2:2 to M101, 16 bits", "ColourConvert.fx", "PackMatrox10Bit", 16, 8, pairs, m101, height, 20, {{"pSourceImageTotalWidthInDWORDs", 0.5F * wide}, {"DestImageWidth", words}}},
+        {"M101 to 4:2:2, 16 bits", "ColourConvert.fx", "UnpackMatrox10Bit", 8, 16, m101, pairs, height, 8, {{"pSourceImageTotalWidthInDWORDs", words}}},
+        {"LUT of 33 points, 8 bits", "LUT.fx", "LUT", 8, 8, width, width, height, 1},
+        {"LUT of 33 points, 16 bits", "LUT.fx", "LUT", 16, 16, width, width, height, 1},
     };
-    return all;
 }
 
 struct Way
@@ -137,8 +137,8 @@ struct Picture
     std::size_t row = 0; ///< bytes of it
 
     Picture() = default;
-    Picture(int width, std::uint32_t bits)
-        : image(OS().gpu().createHostImage({width, height}, formatOf(bits))),
+    Picture(int width, int height, std::uint32_t bits)
+        : image(OS().gpu().createHostImage({(width + 3) / 4 * 4, height}, formatOf(bits))),
           bytes(static_cast<std::byte*>(image->map(iHostImage::Write))),
           pitch(static_cast<std::size_t>(image->getPitch())),
           row(std::size_t(width) * bits / 2)
@@ -148,7 +148,7 @@ struct Picture
 
 struct Native
 {
-    std::unique_ptr<NativeShader> shader;
+    std::shared_ptr<const NativeShader> shader;
     Bytes uniforms;
     Picture source;
     Picture target;
@@ -156,6 +156,8 @@ struct Native
     NativeFrame frame;
 
     void draw() { shader->draw(frame, 0, height); }
+
+    std::uint32_t height = 0;
 };
 
 template <class T>
@@ -187,8 +189,8 @@ float mostOf(std::uint32_t bits)
 
 void fillUniforms(Native& native, const CompiledEffect& effect, const Work& work)
 {
-    const std::array<float, 2> sourceSize{static_cast<float>(work.sourceWidth), height};
-    const std::array<float, 2> targetSize{static_cast<float>(work.targetWidth), height};
+    const std::array<float, 2> sourceSize{static_cast<float>(work.sourceWidth), static_cast<float>(work.height)};
+    const std::array<float, 2> targetSize{static_cast<float>(work.targetWidth), static_cast<float>(work.height)};
     native.uniforms.resize(effect.uniformBytes);
     CompiledEffect::SystemUniforms system;
     system.area = {0.0F, 0.0F, 1.0F / targetSize[0], 1.0F / targetSize[1]};
@@ -232,13 +234,17 @@ void fillUniforms(Native& native, const CompiledEffect& effect, const Work& work
     }
 }
 
-Native nativeOf(const CompiledEffect& effect, const Work& work, NativeOptions options)
+/// Without a shader one is made.
+Native nativeOf(const CompiledEffect& effect, const Work& work, NativeOptions options,
+                std::shared_ptr<const NativeShader> shader = nullptr)
 {
     const CompiledEffect::PackedShader& packed = shaderOf(effect, work);
     const std::uint32_t texelBytes = work.sourceBits / 2;
     Native native;
-    native.source = Picture(work.sourceWidth, work.sourceBits);
-    native.target = Picture(work.targetWidth, work.targetBits);
+    const auto height = static_cast<std::size_t>(work.height);
+    native.height = static_cast<std::uint32_t>(work.height);
+    native.source = Picture(work.sourceWidth, work.height, work.sourceBits);
+    native.target = Picture(work.targetWidth, work.height, work.targetBits);
     const Bytes noise = scattered(native.source.pitch * height);
     std::copy(noise.begin(), noise.end(), native.source.bytes);
     native.table = entries();
@@ -251,7 +257,7 @@ Native nativeOf(const CompiledEffect& effect, const Work& work, NativeOptions op
         native.frame.buffers[sampler] = {all.data(), all.size() / texels[sampler].bytes};
     }
     options.period = work.period;
-    native.shader = std::make_unique<NativeShader>(packed.spirv, texels, work.targetBits, native.uniforms, work.targetWidth, options);
+    native.shader = shader ? std::move(shader) : std::make_shared<const NativeShader>(packed.spirv, texels, work.targetBits, native.uniforms, work.targetWidth, options);
     native.frame.uniforms = native.uniforms.data();
     native.frame.target = native.target.bytes;
     native.frame.pitch = native.target.pitch;
@@ -276,12 +282,12 @@ struct Drawn
         for (const auto& [name, value] : work.settings) {
             effect->setFloat(name, value);
         }
-        const Picture picture(work.sourceWidth, work.sourceBits);
-        for (std::size_t y = 0; y < height; ++y) {
+        const Picture picture(work.sourceWidth, work.height, work.sourceBits);
+        for (std::size_t y = 0; y < static_cast<std::size_t>(work.height); ++y) {
             std::memcpy(picture.bytes + y * picture.pitch, from.bytes + y * from.pitch, picture.row);
         }
         source = OS().gpu().uploadImage(picture.image, 0);
-        target = OS().gpu().createGPUImage({work.targetWidth, height}, formatOf(work.targetBits));
+        target = OS().gpu().createGPUImage({work.targetWidth, work.height}, formatOf(work.targetBits));
         const bool isLook = std::string(work.file) == "LUT.fx";
         const bool isConversion = std::string(work.file) == "ColourConvert.fx";
         sources.emplace_back(isConversion ? "gSourceImage" : "Input", source);
@@ -301,13 +307,13 @@ struct Drawn
     }
 
     /// How many bytes of the native picture differ.
-    std::size_t differing(const Picture& native)
+    std::size_t differing(const Picture& native, int height)
     {
         draw(1);
         const Qx::Ptr<iHostImage> image = OS().gpu().downloadImage(target);
         const auto* const drawn = static_cast<const std::byte*>(image->map(iHostImage::Read));
         std::size_t different = 0;
-        for (std::size_t y = 0; y < height; ++y) {
+        for (std::size_t y = 0; y < static_cast<std::size_t>(height); ++y) {
             for (std::size_t x = 0; x < native.row; ++x) {
                 different += drawn[y * image->getPitch() + x] != native.bytes[y * native.pitch + x] ? 1U : 0U;
             }
@@ -403,10 +409,45 @@ void compare(const Work& work, int rounds, const std::string& wanted)
         const Quartiles ratio = quartilesOf(made.ratios);
         std::printf("| %s | %s | %.2f | %.2f | %.2f (%.2f to %.2f) | %zu | %.0f + %.0f + %.0f | %.1f |\n", work.name,
                     made.way->name, quartilesOf(theirs).middle, quartilesOf(made.times).middle, ratio.middle, ratio.low,
-                    ratio.high, drawn.differing(made.native.target), cost.translation, cost.optimisation,
+                    ratio.high, drawn.differing(made.native.target, work.height), cost.translation, cost.optimisation,
                     cost.generation, static_cast<double>(cost.bytes) / 1024);
     }
     std::fflush(stdout);
+}
+
+constexpr int checkedWidths[] = {1, 2, 3, 4, 5, 6, 7, 8, 15, 16, 17, 31, 33, 47, 64, 65, 97, 130, 251, 719, 1279, 1922, 4097, 16383, 16384};
+
+/// Whether both draw the same bytes, of pictures of many widths, by code that was made for one.
+bool check(const std::string& part)
+{
+    bool isGood = true;
+    const std::vector<Work> usual = worksFor(1920, 1080);
+    for (std::size_t w = 0; w < usual.size(); ++w) {
+        if (std::string(usual[w].name).find(part) == std::string::npos) {
+            continue;
+        }
+        const CompiledEffect& effect = *compiledFile(usual[w].file).effect;
+        for (const Way& way : ways) {
+            if (way.options.gathers && std::string(usual[w].file) != "LUT.fx") {
+                continue;
+            }
+            const std::shared_ptr<const NativeShader> shader = nativeOf(effect, usual[w], way.options).shader;
+            for (const int width : checkedWidths) {
+                const Work work = worksFor(width, 3)[w];
+                Native native = nativeOf(effect, work, way.options, shader);
+                Drawn drawn(work, native.source);
+                native.draw();
+                const std::size_t different = drawn.differing(native.target, work.height);
+                if (different != 0) {
+                    std::printf("%s, %s, %d pixels wide: %zu bytes differ\n", work.name, way.name, width, different);
+                    isGood = false;
+                }
+            }
+        }
+        std::printf("%s: compared\n", usual[w].name);
+        std::fflush(stdout);
+    }
+    return isGood;
 }
 
 } // namespace
@@ -422,8 +463,18 @@ int main(int argc, char** argv)
     options.argv = arguments;
     Qx::Host::start(options);
     int result = 0;
+    if (argc > 1 && std::string(argv[1]) == "check") {
+        try {
+            result = Qx::Bench::check(argc > 2 ? argv[2] : "") ? 0 : 1;
+        } catch (const std::exception& problem) {
+            std::fprintf(stderr, "%s\n", problem.what());
+            result = 1;
+        }
+        Qx::Host::stop();
+        return result;
+    }
     std::printf("| work | way | driver, ms | native, ms | ratio | bytes that differ | translated, optimised, generated in ms | KiB |\n|---|---|---:|---:|---:|---:|---:|---:|\n");
-    for (const Qx::Bench::Work& work : Qx::Bench::works()) {
+    for (const Qx::Bench::Work& work : Qx::Bench::worksFor(1920, 1080)) {
         if (argc > 2 && std::string(work.name).find(argv[2]) == std::string::npos) {
             continue;
         }

@@ -2,10 +2,9 @@
 
 #include "bench/native/Translator.h"
 
-#include <chrono>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
+#include <time.h>
 
 #include <llvm-c/Analysis.h>
 #include <llvm-c/LLJIT.h>
@@ -18,11 +17,12 @@
 namespace Qx::Bench {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double millisecondsSince(Clock::time_point begin)
+/// Of this thread's processor time.
+double milliseconds()
 {
-    return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return 1e3 * static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_nsec);
 }
 
 /// Frees what LLVM's C interface allocates.
@@ -98,7 +98,7 @@ NativeShader::NativeShader(const std::vector<std::uint32_t>& spirv, std::span<co
                            std::uint32_t likelyWidth, const NativeOptions& options)
     : owner_(std::make_unique<Code>())
 {
-    const auto begin = Clock::now();
+    const double begin = milliseconds();
     LLVMTargetMachineRef machine = machineFor(options);
     LLVMContextRef context = LLVMContextCreate();
     LLVMModuleRef module = LLVMModuleCreateWithNameInContext("shader", context);
@@ -116,25 +116,20 @@ NativeShader::NativeShader(const std::vector<std::uint32_t>& spirv, std::span<co
         throw std::runtime_error(taken(message));
     }
     LLVMDisposeMessage(message);
-    cost_.translation = millisecondsSince(begin);
+    cost_.translation = milliseconds() - begin;
 
-    const auto optimising = Clock::now();
+    const double optimising = milliseconds();
     LLVMPassBuilderOptionsRef passes = LLVMCreatePassBuilderOptions();
     const std::string pipeline = options.level == 0 ? "function(sroa,early-cse,instcombine,early-cse)"
-                                                    : "default<O" + std::to_string(options.level) + ">";
+                                                    : "default<O" + std::to_string(options.level) + '>';
     check(LLVMRunPasses(module, pipeline.c_str(), machine, passes));
     LLVMDisposePassBuilderOptions(passes);
-    cost_.optimisation = millisecondsSince(optimising);
+    cost_.optimisation = milliseconds() - optimising;
 
-    const auto generating = Clock::now();
+    const double generating = milliseconds();
     LLVMMemoryBufferRef object = nullptr;
     if (LLVMTargetMachineEmitToMemoryBuffer(machine, module, LLVMObjectFile, &message, &object) != 0) {
         throw std::runtime_error(taken(message));
-    }
-    if (const char* folder = std::getenv("QX_NATIVE_DUMP"); folder != nullptr) {
-        LLVMPrintModuleToFile(module, (std::string(folder) + "/shader.ll").c_str(), nullptr);
-        LLVMTargetMachineEmitToFile(machine, module, (std::string(folder) + "/shader.s").data(), LLVMAssemblyFile,
-                                    &message);
     }
     cost_.bytes = bytesOf(object, context);
     LLVMDisposeModule(module);
@@ -147,7 +142,7 @@ NativeShader::NativeShader(const std::vector<std::uint32_t>& spirv, std::span<co
     check(LLVMOrcLLJITLookup(owner_->jit, &address, "draw"));
     LLVMContextDispose(context);
     code_ = reinterpret_cast<decltype(code_)>(address);
-    cost_.generation = millisecondsSince(generating);
+    cost_.generation = milliseconds() - generating;
 }
 
 NativeShader::~NativeShader() = default;

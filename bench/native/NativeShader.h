@@ -41,26 +41,26 @@ struct NativeOptions
     std::uint32_t period = 1; ///< neighbouring texels that one lane computes, one after the other
     bool gathers = false;     ///< reads at scattered places are gathers of words, instead of loads of texels
     bool wide = false;        ///< with AVX-512
-    int level = 2;            ///< of optimisation
+    int level = 0;            ///< of optimisation; 0 for the few passes that gain
 };
 
 /// What making the code took.
 struct NativeCost
 {
-    double translation = 0; ///< milliseconds
+    double translation = 0; ///< milliseconds of processor time
     double optimisation = 0;
     double generation = 0; ///< of machine code, and linking
     std::size_t bytes = 0; ///< of machine code
 };
 
-/// A shader that gives the codes of one texel, as code of this machine's processor. A lane of its vectors is a
-/// texel, or `period` neighbouring ones.
+/// A shader that gives the codes of one texel, as code of this machine's processor. A lane of its vectors is
+/// a texel, or `period` neighbouring ones.
 class NativeShader
 {
 public:
-    /// `texels` are those of each binding, from 1 on. `likely` are uniforms of a usual frame: they decide what is
-    /// taken as the rule away from a picture's edges, and not what is drawn. Throws std::runtime_error if the
-    /// shader has an instruction that is not supported.
+    /// `texels` are those of each binding, from 1 on. `likely` are uniforms of a usual frame: they decide
+    /// what is taken as the rule away from a picture's edges, and not what is drawn. Throws
+    /// std::runtime_error if the shader has an instruction that is not supported.
     NativeShader(const std::vector<std::uint32_t>& spirv, std::span<const NativeTexels> texels,
                  std::uint32_t targetBits, std::span<const std::byte> likely, std::uint32_t likelyWidth,
                  const NativeOptions& options);
@@ -69,7 +69,10 @@ public:
     NativeShader& operator=(const NativeShader&) = delete;
 
     /// Draws the rows from `first` to the one before `end`. Thread-safe.
-    void draw(const NativeFrame& frame, std::uint32_t first, std::uint32_t end) const { code_(&frame, first, end); }
+    void draw(const NativeFrame& frame, std::uint32_t first, std::uint32_t end) const
+    {
+        code_(&frame, first, end);
+    }
 
     const NativeCost& cost() const { return cost_; }
 

@@ -24,7 +24,7 @@ using Host::Effects::Spirv::Id;
 using Host::Effects::Spirv::Instruction;
 
 constexpr std::uint32_t mostColumns = 1U << 14U; ///< of targets that "draw" computes; wider ones are border
-constexpr std::uint32_t longestRun = 16;         ///< texels from one lane to the next that are read in one run
+constexpr std::uint32_t longestRun = 16; ///< texels from one lane to the next that are read in one run
 constexpr std::uint32_t borderLanes = 4;
 
 [[noreturn]] void refuse(const std::string& what)
@@ -136,20 +136,23 @@ public:
         at(rowHead);
         row_ = LLVMBuildPhi(builder_, i32_, "");
         addIncoming(row_, LLVMGetParam(function_, 1), entry);
-        LLVMBuildCondBr(builder_, LLVMBuildICmp(builder_, LLVMIntULT, row_, LLVMGetParam(function_, 2), ""), rowBody,
-                        done);
+        LLVMBuildCondBr(builder_, LLVMBuildICmp(builder_, LLVMIntULT, row_, LLVMGetParam(function_, 2), ""),
+                        rowBody, done);
 
         LLVMPositionBuilderAtEnd(rows_, rowBody);
         line_ = lineOf(rows_);
-        LLVMValueRef items = LLVMBuildUDiv(rows_, LLVMBuildZExt(rows_, width_, i64_, ""), wide64(period_), "");
+        LLVMValueRef items =
+            LLVMBuildUDiv(rows_, LLVMBuildZExt(rows_, width_, i64_, ""), wide64(period_), "");
         low_ = wide64(0);
         high_ = smaller64(items, wide64(mostColumns / period_));
         at(head);
         LLVMValueRef next = LLVMBuildPhi(builder_, i32_, "");
-        LLVMBuildCondBr(builder_, LLVMBuildICmp(builder_, LLVMIntULT, next, read(endSlot_), ""), body, rowEnd);
+        LLVMBuildCondBr(builder_, LLVMBuildICmp(builder_, LLVMIntULT, next, read(endSlot_), ""), body,
+                        rowEnd);
         at(body);
         LLVMValueRef last = LLVMBuildSub(builder_, read(endSlot_), number(lanes_), "");
-        item_ = LLVMBuildSelect(builder_, LLVMBuildICmp(builder_, LLVMIntULT, next, last, ""), next, last, "");
+        item_ =
+            LLVMBuildSelect(builder_, LLVMBuildICmp(builder_, LLVMIntULT, next, last, ""), next, last, "");
         for (std::uint32_t k = 0; k < period_; ++k) {
             computeItem(k);
         }
@@ -189,14 +192,18 @@ private:
         LLVMAddIncoming(phi, &value, &from, 1);
     }
     LLVMValueRef number(std::uint32_t value) const { return LLVMConstInt(i32_, value, 0); }
-    LLVMValueRef wide64(std::int64_t value) const { return LLVMConstInt(i64_, static_cast<std::uint64_t>(value), 1); }
+    LLVMValueRef wide64(std::int64_t value) const
+    {
+        return LLVMConstInt(i64_, static_cast<std::uint64_t>(value), 1);
+    }
     LLVMTypeRef vectorOf(LLVMTypeRef element) const { return LLVMVectorType(element, lanes_); }
 
     /// Ends the row's part before the loop: what is computed as in the middle is from low_ to high_.
     void finishRow(LLVMValueRef phi, LLVMBasicBlockRef rowBody, LLVMBasicBlockRef head)
     {
         LLVMValueRef low = larger64(low_, wide64(0));
-        LLVMValueRef fits = LLVMBuildICmp(rows_, LLVMIntSGE, high_, LLVMBuildAdd(rows_, low, wide64(lanes_), ""), "");
+        LLVMValueRef fits =
+            LLVMBuildICmp(rows_, LLVMIntSGE, high_, LLVMBuildAdd(rows_, low, wide64(lanes_), ""), "");
         LLVMValueRef zero = number(0);
         LLVMValueRef low32 = LLVMBuildSelect(rows_, fits, LLVMBuildTrunc(rows_, low, i32_, ""), zero, "");
         LLVMValueRef high32 = LLVMBuildSelect(rows_, fits, LLVMBuildTrunc(rows_, high_, i32_, ""), zero, "");
@@ -327,7 +334,8 @@ private:
 
     // ---- memory of the frame
 
-    static LLVMValueRef offset(LLVMBuilderRef builder, LLVMTypeRef byte, LLVMValueRef pointer, LLVMValueRef bytes)
+    static LLVMValueRef offset(LLVMBuilderRef builder, LLVMTypeRef byte, LLVMValueRef pointer,
+                               LLVMValueRef bytes)
     {
         return LLVMBuildGEP2(builder, byte, pointer, &bytes, 1, "");
     }
@@ -561,7 +569,8 @@ private:
         Value value;
         const auto& from = entries_.at(block_);
         for (std::size_t k = 3; k + 1 < i.size(); k += 2) {
-            const auto entry = std::find_if(from.begin(), from.end(), [&](const Entry& e) { return e.from == i[k + 1]; });
+            const auto entry =
+                std::find_if(from.begin(), from.end(), [&](const Entry& e) { return e.from == i[k + 1]; });
             if (entry == from.end()) {
                 continue;
             }
@@ -623,7 +632,8 @@ private:
         const Component& factor = a.constant ? a : b;
         const Component& other = a.constant ? b : a;
         if (op == LLVMMul && factor.constant && *factor.constant != 0) {
-            return line(LLVMBuildMul(rows_, x, y, ""), other.slope * static_cast<std::int32_t>(*factor.constant));
+            return line(LLVMBuildMul(rows_, x, y, ""),
+                        other.slope * static_cast<std::int32_t>(*factor.constant));
         }
         if (op == LLVMShl && b.constant && *b.constant < 16) {
             return line(LLVMBuildShl(rows_, x, y, ""), a.slope * (std::int64_t{1} << *b.constant));
@@ -699,15 +709,16 @@ private:
         }
     }
 
-    /// A line beside what is the same for the row is taken to be as it is in the middle; the items for which it is
-    /// not are left to the border.
+    /// A line beside what is the same for the row is taken to be as it is in the middle; the items for which
+    /// it is not are left to the border.
     std::optional<Component> supposed(const Comparison& how, const Component& a, const Component& b,
                                       std::optional<std::uint32_t> sample)
     {
         const bool left = a.varies;
         const Component& moving = left ? a : b;
         const Component& fixed = left ? b : a;
-        if (!isInner_ || how.atLeast == 0 || !sample || fixed.varies || moving.base == nullptr || moving.slope <= 0) {
+        if (!isInner_ || how.atLeast == 0 || !sample || fixed.varies || moving.base == nullptr ||
+            moving.slope <= 0) {
             return std::nullopt;
         }
         const bool isTrue = *sample != 0;
@@ -722,7 +733,8 @@ private:
             LLVMValueRef near = LLVMBuildFPToSI(rows_, f, i64_, "");
             bound = LLVMBuildAdd(rows_, near, wide64(atLeast ? 2 : -2), "");
         } else {
-            bound = LLVMBuildAdd(rows_, LLVMBuildSExt(rows_, fixed.value, i64_, ""), wide64(atLeast ? 1 : -1), "");
+            bound = LLVMBuildAdd(rows_, LLVMBuildSExt(rows_, fixed.value, i64_, ""), wide64(atLeast ? 1 : -1),
+                                 "");
         }
         require(moving, atLeast, bound);
         return constant(*sample, i1_);
@@ -757,7 +769,8 @@ private:
         const Comparison how = *comparisonOf(op);
         std::optional<std::uint32_t> sample;
         if (a.sample && b.sample) {
-            const std::array<std::uint32_t, 1> word{1U << spv::WordCountShift | static_cast<std::uint32_t>(op)};
+            const std::array<std::uint32_t, 1> word{1U << spv::WordCountShift |
+                                                    static_cast<std::uint32_t>(op)};
             sample = evaluated(Instruction{word}, {*a.sample, *b.sample, 0});
         }
         const std::optional<Component> known = supposed(how, a, b, sample);
@@ -904,7 +917,8 @@ private:
                 table[n] = result.value_or(0);
             }
             if (isKnown) {
-                return isTable ? fromTable(std::move(table), type, [&](std::uint32_t sample) { return result(i, of, sample); })
+                return isTable ? fromTable(std::move(table), type,
+                                           [&](std::uint32_t sample) { return result(i, of, sample); })
                                : constant(table[0], type);
             }
         }
@@ -1097,7 +1111,8 @@ private:
         Component column = line(number(place_), period_);
         Component x;
         x.varies = true;
-        x.value = LLVMBuildFAdd(builder_, LLVMBuildSIToFP(builder_, column.value, vectorOf(float_), ""), splat(half), "");
+        x.value = LLVMBuildFAdd(builder_, LLVMBuildSIToFP(builder_, column.value, vectorOf(float_), ""),
+                                splat(half), "");
         if (isInner_) {
             std::vector<std::uint32_t> table(items());
             for (std::uint32_t n = 0; n < table.size(); ++n) {
@@ -1110,7 +1125,8 @@ private:
         y.sample = std::bit_cast<std::uint32_t>(100.5F);
         const Value all{x, y, constant(0, float_), constant(std::bit_cast<std::uint32_t>(1.0F), float_)};
         const auto first = static_cast<std::ptrdiff_t>(pointer.offset / 4);
-        return {all.begin() + first, all.begin() + first + static_cast<std::ptrdiff_t>(componentsOf(pointer.type))};
+        return {all.begin() + first,
+                all.begin() + first + static_cast<std::ptrdiff_t>(componentsOf(pointer.type))};
     }
 
     Value fetch(std::uint32_t binding, const Component& index, bool floats)
@@ -1162,7 +1178,8 @@ private:
         LLVMValueRef isInside = LLVMBuildICmp(rows_, LLVMIntULT, wide, texelCounts_[buffer], "");
         LLVMValueRef safe = LLVMBuildSelect(rows_, isInside, wide, wide64(0), "");
         LLVMValueRef texel = load(
-            rows_, type, offset(rows_, i8_, buffers_[buffer], LLVMBuildMul(rows_, safe, wide64(texels.bytes), "")), 4);
+            rows_, type,
+            offset(rows_, i8_, buffers_[buffer], LLVMBuildMul(rows_, safe, wide64(texels.bytes), "")), 4);
         std::vector<Component> words(texels.bytes / 4);
         for (std::uint32_t w = 0; w < words.size(); ++w) {
             words[w].value = LLVMBuildExtractElement(rows_, texel, number(w), "");
@@ -1178,12 +1195,14 @@ private:
         return c;
     }
 
-    std::vector<Component> scatteredTexels(std::size_t buffer, const NativeTexels& texels, LLVMValueRef indices)
+    std::vector<Component> scatteredTexels(std::size_t buffer, const NativeTexels& texels,
+                                           LLVMValueRef indices)
     {
-        LLVMValueRef last = LLVMBuildTrunc(rows_, LLVMBuildSub(rows_, texelCounts_[buffer], wide64(1), ""), i32_, "");
+        LLVMValueRef last =
+            LLVMBuildTrunc(rows_, LLVMBuildSub(rows_, texelCounts_[buffer], wide64(1), ""), i32_, "");
         LLVMValueRef most = splat(last);
-        LLVMValueRef safe = LLVMBuildSelect(
-            builder_, LLVMBuildICmp(builder_, LLVMIntULT, indices, most, ""), indices, most, "");
+        LLVMValueRef safe = LLVMBuildSelect(builder_, LLVMBuildICmp(builder_, LLVMIntULT, indices, most, ""),
+                                            indices, most, "");
         const std::uint32_t count = texels.bytes / 4;
         std::vector<Component> words;
         if (gathers_) {
@@ -1194,9 +1213,11 @@ private:
         }
         std::vector<LLVMValueRef> each;
         for (std::uint32_t l = 0; l < lanes_; ++l) {
-            LLVMValueRef index = LLVMBuildZExt(builder_, LLVMBuildExtractElement(builder_, safe, number(l), ""), i64_, "");
+            LLVMValueRef index =
+                LLVMBuildZExt(builder_, LLVMBuildExtractElement(builder_, safe, number(l), ""), i64_, "");
             LLVMValueRef place = LLVMBuildMul(builder_, index, wide64(texels.bytes), "");
-            each.push_back(load(builder_, LLVMVectorType(i32_, count), offset(builder_, i8_, buffers_[buffer], place), 4));
+            each.push_back(load(builder_, LLVMVectorType(i32_, count),
+                                offset(builder_, i8_, buffers_[buffer], place), 4));
         }
         for (LLVMValueRef word : count == 4 ? transposedFours(each) : joined(each, count)) {
             words.push_back(lanesOf(word));
@@ -1208,11 +1229,14 @@ private:
     {
         LLVMValueRef places = LLVMBuildMul(builder_, indices, splat(number(count)), "");
         LLVMValueRef begin = offset(builder_, i8_, buffers_[buffer], wide64(4 * word));
-        const auto declared = [&](const char* name, std::span<LLVMTypeRef> overloads, std::span<LLVMValueRef> arguments) {
+        const auto declared = [&](const char* name, std::span<LLVMTypeRef> overloads,
+                                  std::span<LLVMValueRef> arguments) {
             const unsigned id = LLVMLookupIntrinsicID(name, std::strlen(name));
-            LLVMValueRef function = LLVMGetIntrinsicDeclaration(module_, id, overloads.data(), overloads.size());
+            LLVMValueRef function =
+                LLVMGetIntrinsicDeclaration(module_, id, overloads.data(), overloads.size());
             LLVMTypeRef type = LLVMIntrinsicGetType(context_, id, overloads.data(), overloads.size());
-            return LLVMBuildCall2(builder_, type, function, arguments.data(), static_cast<unsigned>(arguments.size()), "");
+            return LLVMBuildCall2(builder_, type, function, arguments.data(),
+                                  static_cast<unsigned>(arguments.size()), "");
         };
         if (lanes_ == 8) {
             std::array<LLVMValueRef, 5> arguments{LLVMGetUndef(vectorOf(i32_)), begin, places,
@@ -1281,7 +1305,8 @@ private:
         return {merged(a, b, first), merged(a, b, second), merged(c, d, first), merged(c, d, second)};
     }
 
-    /// For each of `count` words of a texel, the words at that place of texels that are `distance` words apart.
+    /// For each of `count` words of a texel, the words at that place of texels that are `distance` words
+    /// apart.
     std::vector<LLVMValueRef> strided(LLVMValueRef all, std::uint32_t count, std::uint32_t distance)
     {
         std::vector<LLVMValueRef> result;
@@ -1295,7 +1320,8 @@ private:
         return result;
     }
 
-    /// Texels at equal distances are read together: the items for which all are inside are those in the middle.
+    /// Texels at equal distances are read together: the items for which all are inside are those in the
+    /// middle.
     std::vector<Component> texelsInRun(std::size_t buffer, const NativeTexels& texels, const Component& index)
     {
         require(index, true, wide64(0));
@@ -1303,7 +1329,8 @@ private:
         const std::uint32_t count = texels.bytes / 4;
         auto distance = static_cast<std::uint32_t>(index.slope) * count;
         LLVMValueRef item = LLVMBuildSExt(builder_, item_, i64_, "");
-        LLVMValueRef begin = LLVMBuildMul(rows_, LLVMBuildSExt(rows_, index.base, i64_, ""), wide64(texels.bytes), "");
+        LLVMValueRef begin =
+            LLVMBuildMul(rows_, LLVMBuildSExt(rows_, index.base, i64_, ""), wide64(texels.bytes), "");
         LLVMValueRef place = LLVMBuildAdd(
             builder_, begin, LLVMBuildMul(builder_, item, wide64(index.slope * texels.bytes), ""), "");
         LLVMValueRef from = offset(builder_, i8_, buffers_[buffer], place);
@@ -1323,7 +1350,8 @@ private:
         if (count == 2 && index.slope > 1 && !isWide_) { // whole texels first: fewer shuffles with AVX2
             const auto slope = static_cast<std::uint32_t>(index.slope);
             LLVMValueRef whole = LLVMBuildBitCast(builder_, all, LLVMVectorType(i64_, lanes_ * slope), "");
-            all = LLVMBuildBitCast(builder_, strided(whole, 1, slope).front(), LLVMVectorType(i32_, lanes_ * 2), "");
+            all = LLVMBuildBitCast(builder_, strided(whole, 1, slope).front(),
+                                   LLVMVectorType(i32_, lanes_ * 2), "");
             distance = count;
         }
         for (LLVMValueRef word : strided(all, count, distance)) {
@@ -1409,8 +1437,8 @@ private:
     void storeSome(LLVMValueRef end)
     {
         const std::uint32_t count = wordsOfTexel();
-        LLVMValueRef place =
-            LLVMBuildMul(builder_, LLVMBuildZExt(builder_, item_, i64_, ""), wide64(std::int64_t{4} * count), "");
+        LLVMValueRef place = LLVMBuildMul(builder_, LLVMBuildZExt(builder_, item_, i64_, ""),
+                                          wide64(std::int64_t{4} * count), "");
         LLVMValueRef to = offset(builder_, i8_, line_, place);
         LLVMValueRef all = interleaved(targetWords_);
         for (std::uint32_t l = 0; l < lanes_; ++l) {
@@ -1472,8 +1500,8 @@ private:
     LLVMValueRef row_ = nullptr;
     LLVMValueRef item_ = nullptr;
     LLVMValueRef line_ = nullptr;
-    LLVMValueRef low_ = nullptr; ///< items that are computed here: from this one,
-    LLVMValueRef high_ = nullptr; ///< to the one before
+    LLVMValueRef low_ = nullptr;     ///< items that are computed here: from this one,
+    LLVMValueRef high_ = nullptr;    ///< to the one before
     LLVMValueRef endSlot_ = nullptr; ///< high_, for the loop, which is written before it is known
 };
 

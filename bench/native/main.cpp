@@ -63,21 +63,57 @@ std::vector<Work> worksFor(int width, int height)
     const auto wide = static_cast<float>(width);
     const auto words = static_cast<float>(m101);
     return {
-        {"4:2:2 to RGB, 8 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 8, 8, pairs, width, height, 2},
-        {"4:2:2 to RGB, 8 bits, Catmull-Rom", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 8, 8, pairs, width, height, 2},
-        {"4:2:2 to RGB, 8 bits, Mitchell", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 8, 8, pairs, width, height, 2},
-        {"4:2:2 to RGB, 16 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 16, 16, pairs, width, height, 2},
-        {"4:2:2 to RGB, 16 bits, Catmull-Rom", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 16, 16, pairs, width, height, 2},
-        {"4:2:2 to RGB, 16 bits, Mitchell", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 16, 16, pairs, width, height, 2},
-        {"RGB to 4:2:2, 8 bits, Point", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Point", 8, 8, width, pairs, height, 1},
-        {"RGB to 4:2:2, 8 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos", 8, 8, width, pairs, height, 1},
-        {"RGB to 4:2:2, 16 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos", 16, 16, width, pairs, height, 1},
+        {"4:2:2 to RGB, 8 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 8,
+         8, pairs, width, height, 2},
+        {"4:2:2 to RGB, 8 bits, Catmull-Rom", "ColourConvert.fx",
+         "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 8, 8, pairs, width, height, 2},
+        {"4:2:2 to RGB, 8 bits, Mitchell", "ColourConvert.fx",
+         "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 8, 8, pairs, width, height, 2},
+        {"4:2:2 to RGB, 16 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 16,
+         16, pairs, width, height, 2},
+        {"4:2:2 to RGB, 16 bits, Catmull-Rom", "ColourConvert.fx",
+         "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 16, 16, pairs, width, height, 2},
+        {"4:2:2 to RGB, 16 bits, Mitchell", "ColourConvert.fx",
+         "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 16, 16, pairs, width, height, 2},
+        {"RGB to 4:2:2, 8 bits, Point", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Point", 8,
+         8, width, pairs, height, 1},
+        {"RGB to 4:2:2, 8 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos",
+         8, 8, width, pairs, height, 1},
+        {"RGB to 4:2:2, 16 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos",
+         16, 16, width, pairs, height, 1},
         {"BGRA to ARGB, 8 bits", "null.fx", "ReverseComponentOrder", 8, 8, width, width, height, 1},
         {"BGRA to ARGB, 16 bits", "null.fx", "ReverseComponentOrder", 16, 16, width, width, height, 1},
         {"v210 to 4:2:2, 16 bits", "null.fx", "V210toYUYV", 8, 16, v210, pairs, height, 3},
-        {"4:2:2 to v210, 16 bits", "null.fx", "YUYVtoV210", 16, 8, pairs, v210, height, 4, {{"_Width", wide}}},
-        {"4:2:2 to M101, 16 bits", "ColourConvert.fx", "PackMatrox10Bit", 16, 8, pairs, m101, height, 20, {{"pSourceImageTotalWidthInDWORDs", 0.5F * wide}, {"DestImageWidth", words}}},
-        {"M101 to 4:2:2, 16 bits", "ColourConvert.fx", "UnpackMatrox10Bit", 8, 16, m101, pairs, height, 8, {{"pSourceImageTotalWidthInDWORDs", words}}},
+        {"4:2:2 to v210, 16 bits",
+         "null.fx",
+         "YUYVtoV210",
+         16,
+         8,
+         pairs,
+         v210,
+         height,
+         4,
+         {{"_Width", wide}}},
+        {"4:2:2 to M101, 16 bits",
+         "ColourConvert.fx",
+         "PackMatrox10Bit",
+         16,
+         8,
+         pairs,
+         m101,
+         height,
+         20,
+         {{"pSourceImageTotalWidthInDWORDs", 0.5F * wide}, {"DestImageWidth", words}}},
+        {"M101 to 4:2:2, 16 bits",
+         "ColourConvert.fx",
+         "UnpackMatrox10Bit",
+         8,
+         16,
+         m101,
+         pairs,
+         height,
+         8,
+         {{"pSourceImageTotalWidthInDWORDs", words}}},
         {"LUT of 33 points, 8 bits", "LUT.fx", "LUT", 8, 8, width, width, height, 1},
         {"LUT of 33 points, 16 bits", "LUT.fx", "LUT", 16, 16, width, width, height, 1},
     };
@@ -90,11 +126,9 @@ struct Way
 };
 
 constexpr Way ways[] = {
-    {"8 lanes", {8, 1, false, false, 2}},
-    {"8 lanes, gathers", {8, 1, true, false, 2}},
-    {"8 lanes, AVX-512", {8, 1, false, true, 2}},
-    {"16 lanes", {16, 1, false, true, 2}},
-    {"16 lanes, gathers", {16, 1, true, true, 2}},
+    {"8 lanes", {8, 1, false, false, 0}},          {"8 lanes, gathers", {8, 1, true, false, 0}},
+    {"8 lanes, AVX-512", {8, 1, false, true, 0}},  {"16 lanes", {16, 1, false, true, 0}},
+    {"16 lanes, gathers", {16, 1, true, true, 0}},
 };
 
 constexpr int points = 33;
@@ -189,8 +223,10 @@ float mostOf(std::uint32_t bits)
 
 void fillUniforms(Native& native, const CompiledEffect& effect, const Work& work)
 {
-    const std::array<float, 2> sourceSize{static_cast<float>(work.sourceWidth), static_cast<float>(work.height)};
-    const std::array<float, 2> targetSize{static_cast<float>(work.targetWidth), static_cast<float>(work.height)};
+    const std::array<float, 2> sourceSize{static_cast<float>(work.sourceWidth),
+                                          static_cast<float>(work.height)};
+    const std::array<float, 2> targetSize{static_cast<float>(work.targetWidth),
+                                          static_cast<float>(work.height)};
     native.uniforms.resize(effect.uniformBytes);
     CompiledEffect::SystemUniforms system;
     system.area = {0.0F, 0.0F, 1.0F / targetSize[0], 1.0F / targetSize[1]};
@@ -199,7 +235,8 @@ void fillUniforms(Native& native, const CompiledEffect& effect, const Work& work
     put(native.uniforms, 0, system);
     using Semantic = CompiledEffect::Semantic;
     for (const CompiledEffect::Parameter& parameter : effect.parameters) {
-        std::copy(parameter.defaultValue.begin(), parameter.defaultValue.end(), native.uniforms.begin() + parameter.offset);
+        std::copy(parameter.defaultValue.begin(), parameter.defaultValue.end(),
+                  native.uniforms.begin() + parameter.offset);
         const bool isTable = parameter.semanticTexture == "LUT";
         const std::array<float, 2> tableSize{points, points};
         switch (parameter.semantic) {
@@ -253,11 +290,15 @@ Native nativeOf(const CompiledEffect& effect, const Work& work, NativeOptions op
     for (const std::uint32_t sampler : packed.samplers) {
         const bool isTable = effect.samplers[sampler].dimensions == 3;
         texels.at(sampler) = {isTable ? packedBytes : texelBytes, isTable ? 32 : work.sourceBits};
-        const auto all = isTable ? std::as_bytes(std::span(table)) : std::span<const std::byte>(native.source.bytes, native.source.pitch * height);
+        const auto all = isTable
+                             ? std::as_bytes(std::span(table))
+                             : std::span<const std::byte>(native.source.bytes, native.source.pitch * height);
         native.frame.buffers[sampler] = {all.data(), all.size() / texels[sampler].bytes};
     }
     options.period = work.period;
-    native.shader = shader ? std::move(shader) : std::make_shared<const NativeShader>(packed.spirv, texels, work.targetBits, native.uniforms, work.targetWidth, options);
+    native.shader = shader ? std::move(shader)
+                           : std::make_shared<const NativeShader>(packed.spirv, texels, work.targetBits,
+                                                                  native.uniforms, work.targetWidth, options);
     native.frame.uniforms = native.uniforms.data();
     native.frame.target = native.target.bytes;
     native.frame.pitch = native.target.pitch;
@@ -385,21 +426,24 @@ const Host::EffectCompilation& compiledFile(const std::string& file)
     Host::EffectCompilerOptions options;
     options.packed = true;
     options.singleTexels = true;
-    Host::EffectCompilation compiled = Host::compileEffect(std::string(QX_SHADERS_FOLDER) + "/" + file, options);
+    Host::EffectCompilation compiled =
+        Host::compileEffect(std::string(QX_SHADERS_FOLDER) + "/" + file, options);
     if (!compiled.effect) {
         throw std::runtime_error(compiled.messages);
     }
     return known[file] = std::move(compiled);
 }
 
-void compare(const Work& work, int rounds, const std::string& wanted)
+void compare(const Work& work, int rounds, const std::string& wanted, int level)
 {
     const Host::EffectCompilation& compiled = compiledFile(work.file);
     const bool isLook = std::string(work.file) == "LUT.fx";
     std::vector<Made> all;
     for (const Way& way : ways) {
         if (wanted.empty() ? isLook || !way.options.gathers : wanted == way.name) {
-            all.push_back({&way, nativeOf(*compiled.effect, work, way.options)});
+            NativeOptions options = way.options;
+            options.level = level;
+            all.push_back({&way, nativeOf(*compiled.effect, work, options)});
         }
     }
     Drawn drawn(work, all.front().native.source);
@@ -418,10 +462,11 @@ void compare(const Work& work, int rounds, const std::string& wanted)
     for (Made& made : all) {
         const NativeCost& cost = made.native.shader->cost();
         const Quartiles ratio = quartilesOf(made.ratios);
-        std::printf("| %s | %s | %.2f | %.2f | %.2f (%.2f to %.2f) | %zu | %.0f + %.0f + %.0f | %.1f |\n", work.name,
-                    made.way->name, quartilesOf(theirs).middle, quartilesOf(made.times).middle, ratio.middle, ratio.low,
-                    ratio.high, drawn.differing(made.native.target, work.height), cost.translation, cost.optimisation,
-                    cost.generation, static_cast<double>(cost.bytes) / 1024);
+        std::printf("| %s | %s | %.2f | %.2f | %.2f (%.2f to %.2f) | %zu | %.0f + %.0f + %.0f | %.1f |\n",
+                    work.name, made.way->name, quartilesOf(theirs).middle, quartilesOf(made.times).middle,
+                    ratio.middle, ratio.low, ratio.high, drawn.differing(made.native.target, work.height),
+                    cost.translation, cost.optimisation, cost.generation,
+                    static_cast<double>(cost.bytes) / 1024);
     }
     std::fflush(stdout);
 }
@@ -450,7 +495,8 @@ bool check(const std::string& part)
                 native.draw();
                 const std::size_t different = drawn.differing(native.target, work.height);
                 if (different != 0) {
-                    std::printf("%s, %s, %d pixels wide: %zu bytes differ\n", work.name, way.name, width, different);
+                    std::printf("%s, %s, %d pixels wide: %zu bytes differ\n", work.name, way.name, width,
+                                different);
                     isGood = false;
                 }
             }
@@ -464,7 +510,7 @@ bool check(const std::string& part)
 } // namespace
 } // namespace Qx::Bench
 
-/// qx_bench_native [ROUNDS [PART OF A WORK'S NAME [NAME OF A WAY]]]
+/// qx_bench_native [ROUNDS [PART OF A WORK'S NAME [NAME OF A WAY [LEVEL]]]]
 int main(int argc, char** argv)
 {
     setenv("QX_SHADERS_DIR", QX_SHADERS_FOLDER, 0);
@@ -485,13 +531,15 @@ int main(int argc, char** argv)
         Qx::Host::stop();
         return result;
     }
-    std::printf("| work | way | driver, ms | native, ms | ratio | bytes that differ | translated, optimised, generated in ms | KiB |\n|---|---|---:|---:|---:|---:|---:|---:|\n");
+    std::printf("| work | way | driver, ms | native, ms | ratio | bytes that differ | translated, optimised, "
+                "generated in ms | KiB |\n|---|---|---:|---:|---:|---:|---:|---:|\n");
     for (const Qx::Bench::Work& work : Qx::Bench::worksFor(1920, 1080)) {
         if (argc > 2 && std::string(work.name).find(argv[2]) == std::string::npos) {
             continue;
         }
         try {
-            Qx::Bench::compare(work, argc > 1 ? std::atoi(argv[1]) : 7, argc > 3 ? argv[3] : "");
+            Qx::Bench::compare(work, argc > 1 ? std::atoi(argv[1]) : 7, argc > 3 ? argv[3] : "",
+                               argc > 4 ? std::atoi(argv[4]) : 0);
         } catch (const std::exception& problem) {
             std::fprintf(stderr, "%s: %s\n", work.name, problem.what());
             result = 1;

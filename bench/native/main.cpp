@@ -434,7 +434,8 @@ const Host::EffectCompilation& compiledFile(const std::string& file)
     return known[file] = std::move(compiled);
 }
 
-void compare(const Work& work, int rounds, const std::string& wanted, int level)
+/// Whether every way draws the driver's bytes.
+bool compare(const Work& work, int rounds, const std::string& wanted, int level)
 {
     const Host::EffectCompilation& compiled = compiledFile(work.file);
     const bool isLook = std::string(work.file) == "LUT.fx";
@@ -459,22 +460,25 @@ void compare(const Work& work, int rounds, const std::string& wanted, int level)
             made.ratios.push_back(theirs.back() / made.times.back());
         }
     }
+    bool isEqual = true;
     for (Made& made : all) {
+        const std::size_t different = drawn.differing(made.native.target, work.height);
+        isEqual = isEqual && different == 0;
         const NativeCost& cost = made.native.shader->cost();
         const Quartiles ratio = quartilesOf(made.ratios);
         std::printf("| %s | %s | %.2f | %.2f | %.2f (%.2f to %.2f) | %zu | %.0f + %.0f + %.0f | %.1f |\n",
                     work.name, made.way->name, quartilesOf(theirs).middle, quartilesOf(made.times).middle,
-                    ratio.middle, ratio.low, ratio.high, drawn.differing(made.native.target, work.height),
-                    cost.translation, cost.optimisation, cost.generation,
-                    static_cast<double>(cost.bytes) / 1024);
+                    ratio.middle, ratio.low, ratio.high, different, cost.translation, cost.optimisation,
+                    cost.generation, static_cast<double>(cost.bytes) / 1024);
     }
     std::fflush(stdout);
+    return isEqual;
 }
 
 constexpr int checkedWidths[] = {1, 2, 3, 7, 16, 33, 65, 130, 251, 1279, 1922};
 
 /// Whether both draw the same bytes, of pictures of many widths, by code that was made for one.
-bool check(const std::string& part)
+bool checkWidths(const std::string& part)
 {
     bool isGood = true;
     const std::vector<Work> usual = worksFor(1920, 1080);
@@ -522,7 +526,7 @@ int main(int argc, char** argv)
     int result = 0;
     if (argc > 1 && std::string(argv[1]) == "check") {
         try {
-            result = Qx::Bench::check(argc > 2 ? argv[2] : "") ? 0 : 1;
+            result = Qx::Bench::checkWidths(argc > 2 ? argv[2] : "") ? 0 : 1;
         } catch (const std::exception& problem) {
             std::fprintf(stderr, "%s\n", problem.what());
             result = 1;
@@ -538,8 +542,10 @@ int main(int argc, char** argv)
             continue;
         }
         try {
-            Qx::Bench::compare(work, argc > 1 ? std::atoi(argv[1]) : 7, argc > 3 ? argv[3] : "",
-                               argc > 4 ? std::atoi(argv[4]) : 0);
+            const bool isEqual =
+                Qx::Bench::compare(work, argc > 1 ? std::atoi(argv[1]) : 7, argc > 3 ? argv[3] : "",
+                                   argc > 4 ? std::atoi(argv[4]) : 0);
+            result = isEqual ? result : 1;
         } catch (const std::exception& problem) {
             std::fprintf(stderr, "%s: %s\n", work.name, problem.what());
             result = 1;

@@ -78,6 +78,22 @@ if(QX_HOST_TESTS AND NOT GTest_FOUND)
     message(FATAL_ERROR "QX_HOST_TESTS: GTest is not found; install libgtest-dev")
 endif()
 
+# bench/native makes code of shaders with LLVM, whose own package for CMake needs C: its program is asked instead.
+find_program(QX_LLVM_CONFIG llvm-config)
+set(native_found OFF)
+if(QX_LLVM_CONFIG)
+    execute_process(COMMAND ${QX_LLVM_CONFIG} --includedir OUTPUT_VARIABLE QX_LLVM_INCLUDES OUTPUT_STRIP_TRAILING_WHITESPACE)
+    execute_process(COMMAND ${QX_LLVM_CONFIG} --libdir OUTPUT_VARIABLE llvm_folder OUTPUT_STRIP_TRAILING_WHITESPACE)
+    find_library(QX_LLVM_LIBRARY LLVM HINTS ${llvm_folder})
+    if(QX_LLVM_LIBRARY AND EXISTS ${QX_LLVM_INCLUDES}/llvm-c/LLJIT.h)
+        set(native_found ON)
+    endif()
+endif()
+option(QX_NATIVE_BENCH "Build bench/native, which needs LLVM" ${native_found})
+if(QX_NATIVE_BENCH AND NOT native_found)
+    message(FATAL_ERROR "QX_NATIVE_BENCH: LLVM is not found; install llvm-dev")
+endif()
+
 # examples/window, which tests build and run on a display of their own.
 pkg_check_modules(SDL2 QUIET sdl2)
 find_program(QX_XVFB Xvfb)

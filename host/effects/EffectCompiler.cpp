@@ -85,12 +85,14 @@ private:
         compilePasses(writer);
         checkTargets(syntax_, effect_, problems_);
         if (options.packed && !problems_.failed()) {
+            const PassWriter::Gives gives =
+                options.singleTexels ? PassWriter::Gives::OneTexel : PassWriter::Gives::PackedTexel;
             for (const PackedShader::Depths depths :
                  {PackedShader::Depths{8, 8}, {16, 16}, {8, 16}, {16, 8}}) {
-                addPackedShaders(writer, depths, PassWriter::Reads::AnyPlace);
+                addPackedShaders(writer, depths, PassWriter::Reads::AnyPlace, gives);
             }
             for (const PackedShader::Depths depths : {PackedShader::Depths{8, 8}, {16, 16}}) {
-                addPackedShaders(writer, depths, PassWriter::Reads::OwnPlace);
+                addPackedShaders(writer, depths, PassWriter::Reads::OwnPlace, gives);
             }
         }
         if (!problems_.failed()) {
@@ -245,7 +247,8 @@ private:
     }
 
     /// A shader that does not compile is left out: no pass needs one.
-    void addPackedShaders(const PassWriter& writer, PackedShader::Depths depths, PassWriter::Reads reads)
+    void addPackedShaders(const PassWriter& writer, PackedShader::Depths depths, PassWriter::Reads reads,
+                          PassWriter::Gives gives)
     {
         std::map<std::string, std::size_t> known;
         std::vector<std::string> texts;
@@ -261,7 +264,7 @@ private:
                 !writer.canBePacked(pass)) {
                 continue;
             }
-            PassText text = writer.writePacked(pass, depths, reads);
+            PassText text = writer.writePacked(pass, depths, reads, gives);
             if (own && text.places.empty()) {
                 continue;
             }
@@ -272,7 +275,8 @@ private:
             places.push_back({place.technique, place.pass, found->second});
             ownPlaces.push_back(std::move(text.places));
         }
-        const std::vector<CompiledShader> shaders = compileTexts(texts, places, depths.source);
+        const bool single = gives == PassWriter::Gives::OneTexel; // without the passes for wider texels
+        const std::vector<CompiledShader> shaders = compileTexts(texts, places, single ? 0 : depths.source);
         for (std::size_t i = 0; i < places.size(); ++i) {
             const CompiledShader& shader = shaders[places[i].text];
             if (shader.error || shader.minglesPixels) {

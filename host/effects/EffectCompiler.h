@@ -14,6 +14,11 @@ struct EffectCompilerOptions : PreprocessorOptions
 {
     /// Also compiles a CompiledEffect::PackedShader of each pass that can have one.
     bool packed = false;
+
+    /// Those shaders give the codes of one texel instead: four numbers of 32 bits, in the order of memory.
+    /// They read texels as large as the picture's, and all uniforms from the buffer. No device draws with
+    /// them.
+    bool singleTexels = false;
 };
 
 /// What a compilation says while it goes on, so that one that does not end can be described.

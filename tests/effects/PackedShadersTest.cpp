@@ -111,6 +111,28 @@ TEST(PackedShaders, ReadBuffersWhereTexelsAreReadByTheirNumbersOnly)
     EXPECT_EQ(sampledImages("return through(V, int3(uv, 1));"), 1U);
 }
 
+TEST(PackedShaders, GiveTheCodesOfOneTexelWhereThatIsAskedFor)
+{
+    const Qx::Test::TemporaryDirectory directory;
+    EffectCompilerOptions options;
+    options.packed = true;
+    options.singleTexels = true;
+    const EffectCompilation result = compileEffect(directory.write("effect.fx", R"(
+texture Input;
+sampler S = sampler_state { Texture = <Input>; };
+float4 entry(int2 pos : VPOS) : COLORCODE { return tex2Dcodes(S, pos) + tex2Dcodes(S, pos + int2(1, 0)); }
+technique T { pass { PixelShader = compile ps_3_0 entry(); } }
+)"),
+                                                   options);
+    ASSERT_NE(result.effect, nullptr) << result.messages;
+    const auto& packed = result.effect->techniques[0].passes[0].packed;
+    ASSERT_EQ(packed.size(), 2U); // of 8 and of 16 bits
+    for (const CompiledEffect::PackedShader& shader : packed) {
+        EXPECT_EQ(fetchesIn(shader.spirv), 2U); // of one texel, not of the neighbours that 16 bytes have
+        EXPECT_TRUE(shader.rows.empty());
+    }
+}
+
 /// The places of the shaders of a pass, one after the other.
 std::vector<std::vector<std::uint32_t>> placesIn(const std::string& states, const std::string& body)
 {

@@ -210,6 +210,10 @@ int4 qxfx_codesAt(int x, int y) {
 float4 c = qxfx_colourAt(int2(x, y), float2(float(x), float(y)) + 0.5) * qxfx_scale;
 return int4(qxfx_rounded(clamp(c, 0.0, qxfx_maxCode))).wxyz; }
 )";
+inline constexpr std::string_view mainForOne = R"(
+uint4 main(float4 qxfx_position : SV_Position) : SV_Target0 {
+return uint4(qxfx_codesAt(int(qxfx_position.x), int(qxfx_position.y))); }
+)";
 inline constexpr std::string_view mainForFour = R"(
 uint qxfx_texel(int x, int y) { int4 c = qxfx_codesAt(x, y); return uint(c.x | c.y << 8 | c.z << 16 | c.w << 24); }
 uint4 main(float4 qxfx_position : SV_Position) : SV_Target0 {

@@ -447,7 +447,8 @@ public:
     /// `packed` is given for the text of a PackedShader.
     Writing(const EffectSyntax& syntax, const CompiledEffect& effect, const CallGraph& calls,
             const std::unordered_set<std::string_view>& assigned, const EffectSyntax::Pass& pass,
-            std::optional<Depths> packed, std::vector<std::uint32_t> places = {})
+            std::optional<Depths> packed, std::vector<std::uint32_t> places = {},
+            PassWriter::Gives gives = PassWriter::Gives::PackedTexel)
         : syntax_(syntax),
           effect_(effect),
           calls_(calls),
@@ -455,6 +456,7 @@ public:
           pass_(pass),
           packed_(packed),
           places_(std::move(places)),
+          gives_(gives),
           names_(calls.namesReachedBy(pass)),
           samplers_(syntax, effect, packed ? readAsBuffers() : std::vector<bool>(effect.samplers.size()),
                     readsLevels(names_, effect)),
@@ -767,7 +769,8 @@ private:
         if (packed_) {
             const bool four = CompiledEffect::PackedShader::texelsOf(packed_->target) == 4;
             addLines(codesAt);
-            addLines(four ? mainForFour : mainForTwo);
+            const std::string_view several = four ? mainForFour : mainForTwo;
+            addLines(gives_ == PassWriter::Gives::OneTexel ? mainForOne : several);
             return;
         }
         addLines(mainForTexel);
@@ -784,6 +787,7 @@ private:
     const EffectSyntax::Pass& pass_;
     const std::optional<Depths> packed_;
     const std::vector<std::uint32_t> places_; ///< as PassText::places
+    const PassWriter::Gives gives_;           ///< what a packed main() does
     std::optional<VertexCall> vertex_;
     std::unordered_set<std::string_view> names_;
     const SamplerNames samplers_;
@@ -872,7 +876,8 @@ std::set<std::size_t> PassWriter::resultsOf(const EffectSyntax::Pass& pass) cons
     return Writing(syntax_, effect_, calls_, assigned_, pass, std::nullopt).entryCall().results();
 }
 
-PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths, Reads reads) const
+PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths, Reads reads,
+                                 Gives gives) const
 {
     std::vector<std::uint32_t> places;
     if (reads == Reads::OwnPlace) {
@@ -881,7 +886,7 @@ PassText PassWriter::writePacked(const EffectSyntax::Pass& pass, Depths depths, 
             return {};
         }
     }
-    return Writing(syntax_, effect_, calls_, assigned_, pass, depths, std::move(places))
+    return Writing(syntax_, effect_, calls_, assigned_, pass, depths, std::move(places), gives)
         .run(formOf(pass), {});
 }
 

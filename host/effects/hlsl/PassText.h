@@ -64,9 +64,16 @@ public:
         OwnPlace  ///< at the fragment's own place; without any, the text has no `places`
     };
 
+    /// What one call of a PackedShader's main() gives.
+    enum class Gives
+    {
+        PackedTexel, ///< 16 bytes: several texels
+        OneTexel     ///< the four codes of one texel, in the order of memory
+    };
+
     /// The text of the PackedShader for these depths, of a pass for which write() succeeded.
     PassText writePacked(const EffectSyntax::Pass& pass, CompiledEffect::PackedShader::Depths depths,
-                         Reads reads) const;
+                         Reads reads, Gives gives = Gives::PackedTexel) const;
 
     /// The names that vertex shaders reach.
     std::unordered_set<std::string_view> namesOfVertices() const;

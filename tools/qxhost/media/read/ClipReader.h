@@ -100,6 +100,8 @@ public:
         bool keepAudio = false;
         /// Whether the name "-" is standard input.
         bool mayBeStandardInput = false;
+        /// What is said of a pipe that holds no clip, behind the reason: "; ...".
+        std::string ofPipesWithoutClip = {};
         /// Of a numbered sequence: frames a second, its first picture, and what is done about missing ones.
         std::optional<Rational> sequenceRate = std::nullopt;
         std::optional<std::int64_t> startNumber = std::nullopt;

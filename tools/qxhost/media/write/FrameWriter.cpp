@@ -107,6 +107,9 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
     if (file == standardName && settings.standardOutput < 0) {
         return Error{"cannot write to standard output here; give a file's name"};
     }
+    if (std::error_code unknown; settings.standardOutput < 0 && std::filesystem::is_fifo(file, unknown)) {
+        return OutputFile::isPipe(file); // whatever its name ends in
+    }
     if (extension.empty()) {
         return Error{"cannot write " + quotedOutput(file) +
                      ": its name has no extension: expected .png, .mov, .mkv, .mp4 or another"};

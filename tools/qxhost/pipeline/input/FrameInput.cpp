@@ -333,6 +333,13 @@ void refuseSequenceOptions(const ConvertOptions& options)
     }
 }
 
+/// What to do if a pipe that holds no clip holds raw frames.
+std::string ofRawFrames(const RawInputOptions& raw)
+{
+    return fmt::format("; raw frames need --raw FORMAT and {0} WxH, as in --raw uyvy {0} 1920x1080",
+                       raw.sizeOption);
+}
+
 } // namespace
 
 bool holdsRgb(const Media::StreamInfo& info)
@@ -355,6 +362,7 @@ std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool 
     auto reader = Media::ClipReader::open(options.input, {.threads = 0,
                                                           .keepAudio = keepAudio,
                                                           .mayBeStandardInput = true,
+                                                          .ofPipesWithoutClip = ofRawFrames(options.raw),
                                                           .sequenceRate = options.raw.frameRate,
                                                           .startNumber = options.sequence.startNumber,
                                                           .missing = options.sequence.missing});

@@ -386,7 +386,7 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
             !doubt.empty() && state_->isNews(doubt)) {
             report("GPU: technique \"" + effect.techniques[technique].name + "\": " + doubt);
         }
-        if (!isEmpty(draw.pixels) && !stage.drawingFor(draw).createPipelines()) {
+        if (!isEmpty(draw.pixels) && !stage.drawingFor(draw).createPipelinesFor(draw.target.key.format)) {
             return because("its pipelines cannot be created");
         }
     }

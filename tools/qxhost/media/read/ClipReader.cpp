@@ -617,6 +617,7 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     info.sampleAspect =
         fromAv(av_guess_sample_aspect_ratio(input.get(), stream, const_cast<AVFrame*>(&first)));
     describePicture(first, info);
+    info.hasFloats = floatsOf(first) != nullptr;
     info.colour = colourOf(first, *stream->codecpar);
     info.colour.brightness = brightnessOf(first, *stream);
     info.orientation = orientationOf(*stream, first);
@@ -1042,7 +1043,7 @@ FramePtr ClipReader::Impl::decode()
         if (error >= 0) {
             damageInARow = 0;
             if (codesOfFloats(static_cast<AVPixelFormat>(frame->format)) != AV_PIX_FMT_NONE) {
-                frame = codesFrom(*frame, clipped);
+                frame = codesFrom(*frame, clipped, options.keepsFloats);
                 failure = frame ? "" : "out of memory for a frame";
             }
             return frame;
@@ -1375,6 +1376,7 @@ std::shared_ptr<const AVFrame> ClipReader::Impl::blackLike(const AVFrame& pictur
     if (av_frame_get_buffer(black.get(), 0) < 0 || av_frame_copy_props(black.get(), &picture) < 0) {
         return nullptr;
     }
+    forgetFloats(*black);
     std::copy_n(std::begin(black->linesize), pitches.size(), pitches.begin());
     const AVColorRange range = toAv(rangeOf(picture));
     if (av_image_fill_black(black->data, pitches.data(), static_cast<AVPixelFormat>(black->format), range,
@@ -1649,6 +1651,11 @@ std::int64_t ClipReader::problemCount() const
 const std::vector<std::string>& ClipReader::problems() const
 {
     return impl_->problems;
+}
+
+std::vector<std::string> ClipReader::remarksOnTimes() const
+{
+    return impl_->remarksOnTimes();
 }
 
 std::vector<std::string> ClipReader::remarks() const

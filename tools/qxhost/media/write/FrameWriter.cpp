@@ -5,6 +5,7 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/write/AudioChoice.h"
 #include "tools/qxhost/media/write/ClipWriter.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
@@ -192,6 +193,21 @@ bool takesDecoded(const std::filesystem::path& file, const OutputSettings& setti
     return !rows.isRgb() && !rows.isGrey() && hasItsAlpha &&
            encodedMatrix(encoding->first->id, encoding->second, settings.colour.matrix) ==
                settings.colour.matrix;
+}
+
+bool takesFloats(const std::filesystem::path& file, const OutputSettings& settings)
+{
+    const std::string extension = kindOf(file, settings);
+    if (settings.stored || !isPictureExtension(extension)) {
+        const auto encoding = encodingOf(file, settings);
+        return encoding && codesOfFloats(encoding->second) != AV_PIX_FMT_NONE;
+    }
+    const auto codec = choosePictureEncoder(extension, settings);
+    if (!codec) {
+        return false;
+    }
+    const auto format = choosePixelFormat(*codec.value(), settings);
+    return format && codesOfFloats(format.value()) != AV_PIX_FMT_NONE;
 }
 
 Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& settings)

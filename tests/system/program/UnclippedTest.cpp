@@ -218,6 +218,14 @@ TEST_F(Unclipped, alpha_is_divided_and_multiplied_without_clipping)
     expectNear("alpha.exr", "same.exr", "0.000002");
 }
 
+TEST_F(Unclipped, textures_that_an_effect_draws_into_clip_nothing)
+{
+    judge({"oiiotool", "--pattern", "constant:color=7.5,-0.25,0.5", "61x37", "3", "-d", "float", "-o",
+           "even.exr"});
+    convert({"even.exr", "blurred.exr", "--effect", "qx-blur.fx"});
+    expectNear("even.exr", "blurred.exr", "0.00001");
+}
+
 TEST_F(Unclipped, what_is_clipped_is_said)
 {
     expectHas(convert({"float.exr", "plain.png"}).err,

@@ -1,4 +1,4 @@
-// Colours times their opacity, and back. Codes of full range; opacity stays.
+// Colours times their opacity, and back. Codes of full range, or floats; opacity stays.
 
 texture Input;
 
@@ -14,12 +14,18 @@ sampler SourceSampler = sampler_state
 float inputMax : TEXTUREMAXCODE < string Texture = "Input"; >;
 float targetMax : TARGETMAXCODE;
 
+// Codes of floats have no largest one, and what is between two of them counts.
+float4 nearest(float4 codes)
+{
+    return targetMax > 65535.0 ? codes : floor(codes + 0.5);
+}
+
 // To the nearest code; codes of the source's depth at the target's.
 float4 premultiplied(int2 pixel : VPOS) : COLORCODE
 {
     float4 own = tex2Dcodes(SourceSampler, pixel);
     float scale = targetMax / inputMax;
-    return floor(float4(own.rgb * (own.a / inputMax), own.a) * scale + 0.5);
+    return nearest(float4(own.rgb * (own.a / inputMax), own.a) * scale);
 }
 
 // A colour without opacity stays: it is light that is added. So does the part of one that is more than its opacity
@@ -28,8 +34,9 @@ float4 unpremultiplied(int2 pixel : VPOS) : COLORCODE
 {
     float4 own = tex2Dcodes(SourceSampler, pixel);
     float scale = targetMax / inputMax;
-    float3 colour = own.a > 0.0 ? min(own.rgb * (inputMax / own.a), inputMax) : own.rgb;
-    return floor(float4(colour, own.a) * scale + 0.5);
+    float most = inputMax > 65535.0 ? 3.0e38 : inputMax;
+    float3 colour = own.a > 0.0 ? min(own.rgb * (inputMax / own.a), most) : own.rgb;
+    return nearest(float4(colour, own.a) * scale);
 }
 
 technique Premultiply

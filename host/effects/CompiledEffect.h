@@ -34,7 +34,8 @@ struct CompiledEffect
         /// TEXCOORDi runs over the drawn area from (x, y) at its top left to (z, w) at its bottom right
         /// corner.
         std::array<std::array<float, 4>, maxTexCoords> texCoords{};
-        /// x: the largest code of a component of the target.
+        /// Of codes that are a result: x the largest code of a component of the target, y and z what they are
+        /// clamped to; w: 0 if they are truncated, else 1.
         std::array<float, 4> target{};
     };
 

@@ -212,7 +212,7 @@ std::string failureOf(const std::filesystem::path& config, const std::string& ca
 
 } // namespace
 
-ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& change)
+ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& change, LUTInput input)
 {
     ColourSpaceReading reading;
     try {
@@ -221,7 +221,7 @@ ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& change)
         const OCIO::ConstProcessorRcPtr processor = processorFor(config, change);
         const std::optional<Source> source = sourceOf(processor, Wanted::Steps, refusal);
         std::optional<LUTReading> steps =
-            source ? readingOf(*source, largestViewError, refusal) : std::nullopt;
+            source ? readingOf(*source, {largestViewError, input}, refusal) : std::nullopt;
         if (steps && steps->error <= largestLUTError) {
             reading.steps = *std::move(steps);
             return reading;
@@ -240,6 +240,11 @@ ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& change)
         reading.steps.failure = failureOf(change.config, failure.what());
     }
     return reading;
+}
+
+ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& change)
+{
+    return readColourSpaceChange(change, LUTInput::Codes);
 }
 
 ColourSpaceList listColourSpaces(const std::filesystem::path& config)

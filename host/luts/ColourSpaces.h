@@ -42,7 +42,9 @@ struct ColourSpaceReading
 /// given where formulas stand beside tables, up to largestViewError; what would be off by more is refused.
 /// The failure, in `steps`, names the configuration, and the names that there are. Thread-safe; throws
 /// nothing.
-QX_HOST_API ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& change);
+QX_HOST_API ColourSpaceReading readColourSpaceChange(const ColourSpaceChange& change, LUTInput input);
+QX_HOST_API ColourSpaceReading
+readColourSpaceChange(const ColourSpaceChange& change); ///< The same for codes.
 
 /// What a configuration offers.
 struct ColourSpaceList

@@ -130,7 +130,12 @@ std::optional<Source> readAny(const std::filesystem::path& file, Wanted wanted, 
 
 std::optional<LUTReading> asSteps(const Source& source, Refusal& refusal)
 {
-    return readingOf(source, largestLUTError, refusal);
+    return readingOf(source, {largestLUTError, LUTInput::Codes}, refusal);
+}
+
+std::optional<LUTReading> asStepsOfFloats(const Source& source, Refusal& refusal)
+{
+    return readingOf(source, {largestLUTError, LUTInput::Floats}, refusal);
 }
 
 std::optional<LUTTableReading> asTable(const Source& source, Refusal& refusal)
@@ -184,9 +189,14 @@ Reading readInto(const std::filesystem::path& file, Wanted wanted,
 
 } // namespace
 
+LUTReading readLUT(const std::filesystem::path& file, LUTInput input)
+{
+    return readInto(file, Wanted::Steps, input == LUTInput::Codes ? asSteps : asStepsOfFloats);
+}
+
 LUTReading readLUT(const std::filesystem::path& file)
 {
-    return readInto(file, Wanted::Steps, asSteps);
+    return readLUT(file, LUTInput::Codes);
 }
 
 LUTTableReading readLUTTable(const std::filesystem::path& file)

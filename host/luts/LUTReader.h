@@ -19,6 +19,13 @@ struct LUTFacts
     std::vector<std::string> remarks; ///< what was ignored, a line each
 };
 
+/// What goes through a LUT.
+enum class LUTInput
+{
+    Codes,  ///< of 10 and 16 bits: 0 to 1
+    Floats, ///< of pictures of floats: -65504 to 65504, the numbers that halves hold
+};
+
 /// A LUT as steps, or why it could not be read.
 struct LUTReading
 {
@@ -27,7 +34,9 @@ struct LUTReading
 
     /// The largest difference from the file's own result, where black is 0 and white is 1, for codes of 10
     /// and 16 bits: at most largestLUTError. For curves alone every code was tried; otherwise it is 1.5 times
-    /// the worst of many thousand colours. 0 for .cube files, whose steps are their own numbers.
+    /// the worst of many thousand colours. 0 for .cube files, whose steps are their own numbers. For floats
+    /// every number of a half is tried, or many thousand colours; a difference between two numbers beyond 1
+    /// is counted as a part of these.
     double error = 0.0;
 
     /// Why it failed, one line that names the file and, if known, the line in it: "FILE:LINE: CAUSE".
@@ -63,8 +72,10 @@ inline constexpr double largestLUTError = 0.25 / 1023.0;
 ///
 /// Tables, matrices and the points of curves are kept unchanged. Other curves get 65536 points: one for each
 /// code of 16 bits if they come first. What is neither is evaluated on a grid. A file whose steps are off by
-/// more than largestLUTError is refused, and the failure says by how much and where.
-QX_HOST_API LUTReading readLUT(const std::filesystem::path& file);
+/// more than largestLUTError is refused, and the failure says by how much and where. For floats, the points
+/// of curves that the file does not have lie ever closer towards 0. What the file itself clips stays clipped.
+QX_HOST_API LUTReading readLUT(const std::filesystem::path& file, LUTInput input);
+QX_HOST_API LUTReading readLUT(const std::filesystem::path& file); ///< The same for codes.
 
 /// Reads the same files as one table, the best that there is, for those who draw nothing else.
 ///

@@ -13,6 +13,7 @@ namespace {
 constexpr std::size_t sampledPoints = 65536; // a code of 16 bits each
 constexpr int mostRoots = 3;
 constexpr float largest = 1e30F; // beyond, sums would overflow
+constexpr double largestHalf = 65504;
 
 /// The values that the channels can have between two steps.
 struct Extent
@@ -33,6 +34,16 @@ struct Extent
         return result;
     }
 };
+
+Extent extentOf(LUTInput input)
+{
+    Extent extent;
+    if (input == LUTInput::Floats) {
+        extent.low.fill(-largestHalf);
+        extent.high.fill(largestHalf);
+    }
+    return extent;
+}
 
 Extent extentOf(const std::vector<Colour>& colours)
 {
@@ -150,16 +161,17 @@ LUTTable tabulated(const Formula& formula, const Extent& extent)
     return {table, false};
 }
 
-LUTSteps stepsOf(const std::vector<Part>& parts, int roots)
+LUTSteps stepsOf(const std::vector<Part>& parts, int roots, LUTInput input)
 {
     LUTSteps steps;
-    Extent extent;
+    Extent extent = extentOf(input);
+    const bool hasCodes = input == LUTInput::Codes;
     for (const Part& part : parts) {
         if (!part.isFormula()) {
             steps.push_back(part.step);
         } else if (part.formula.separable) {
             // The first curves get a point for every code; later ones as the distribution has it.
-            steps.emplace_back(sampled(part.formula, extent, steps.empty() ? 0 : roots));
+            steps.emplace_back(sampled(part.formula, extent, steps.empty() && hasCodes ? 0 : roots));
         } else {
             steps.emplace_back(tabulated(part.formula, extent));
         }
@@ -169,9 +181,10 @@ LUTSteps stepsOf(const std::vector<Part>& parts, int roots)
 }
 
 /// Whether the distribution of points matters.
-bool hasLaterCurves(const std::vector<Part>& parts)
+bool hasCurvesToDistribute(const std::vector<Part>& parts, LUTInput input)
 {
-    return std::any_of(parts.begin() + (parts.empty() ? 0 : 1), parts.end(),
+    const bool isFirstFixed = !parts.empty() && input == LUTInput::Codes;
+    return std::any_of(parts.begin() + (isFirstFixed ? 1 : 0), parts.end(),
                        [](const Part& part) { return part.isFormula() && part.formula.separable; });
 }
 
@@ -188,6 +201,42 @@ bool areTriedWhole(const std::vector<Part>& parts)
 float codeOf(std::size_t code, std::size_t most)
 {
     return static_cast<float>(static_cast<double>(code) / static_cast<double>(most));
+}
+
+/// The number of a half with these bits.
+float half(unsigned bits)
+{
+    constexpr unsigned significant = 10;
+    const unsigned exponent = bits >> significant & 0x1fU;
+    const auto digits = static_cast<float>(bits & 0x3ffU);
+    const float number = exponent == 0 ? std::ldexp(digits, -24)
+                                       : std::ldexp(1024.0F + digits, static_cast<int>(exponent) - 25);
+    return (bits & 0x8000U) != 0 ? -number : number;
+}
+
+/// Every number of a half as grey, or many of them, and other colours of such numbers: of one brightness, as
+/// pictures have them, and of any.
+std::vector<Colour> trialsOfFloats(bool whole)
+{
+    constexpr unsigned infinity = 0x7c00;
+    constexpr unsigned negative = 0x8000;
+    std::vector<Colour> result;
+    for (unsigned bits = 0; bits < infinity; bits += whole ? 1 : 7) {
+        for (const float number : {half(bits), half(bits | negative)}) {
+            result.push_back({number, number, number});
+        }
+    }
+    std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same colours are wanted every time
+    constexpr std::size_t scattered = 8192;
+    for (std::size_t i = 0; i < (whole ? 0 : scattered); ++i) {
+        const auto any = [&] { return half(static_cast<unsigned>(random()) % 0x5c00U); }; // up to 256
+        const auto share = [&] { return static_cast<float>(random() % 4096) / 2048.0F; };
+        const float brightness = i % 2 == 0 ? any() : share();
+        const float r = brightness * share();
+        const float g = brightness * share();
+        result.push_back({r, g, brightness * share()});
+    }
+    return result;
 }
 
 /// Codes of 10 and of 16 bits: every grey, channels alone and against the others, colours near grey, and
@@ -236,12 +285,24 @@ double shown(float value)
     return std::clamp(static_cast<double>(value), 0.0, 1.0); // leaves what is no number
 }
 
-void compare(BuiltSteps& built, const std::vector<Colour>& places, const std::vector<Colour>& exact)
+double differenceOf(float got, float exact, LUTInput input)
+{
+    if (input == LUTInput::Codes) {
+        return std::abs(shown(got) - shown(exact));
+    }
+    // What no half holds is not told apart.
+    const double wanted = std::clamp(static_cast<double>(exact), -largestHalf, largestHalf);
+    const double made = std::clamp(static_cast<double>(got), -largestHalf, largestHalf);
+    return std::abs(made - wanted) / std::max(1.0, std::abs(wanted));
+}
+
+void compare(BuiltSteps& built, const std::vector<Colour>& places, const std::vector<Colour>& exact,
+             LUTInput input)
 {
     for (std::size_t i = 0; i < places.size(); ++i) {
         const Colour got = Host::apply(built.steps, places[i]);
         for (std::size_t c = 0; c < 3; ++c) {
-            const double difference = std::abs(shown(got[c]) - shown(exact[i][c]));
+            const double difference = differenceOf(got[c], exact[i][c], input);
             if (!(difference <= built.error)) {
                 built.error =
                     std::isfinite(difference) ? difference : std::numeric_limits<double>::infinity();
@@ -252,19 +313,19 @@ void compare(BuiltSteps& built, const std::vector<Colour>& places, const std::ve
 }
 
 /// The best steps for these parts.
-BuiltSteps bestOf(const std::vector<Part>& parts, const Evaluation& evaluate)
+BuiltSteps bestOf(const std::vector<Part>& parts, const Evaluation& evaluate, LUTInput input)
 {
     const bool whole = areTriedWhole(parts);
-    const std::vector<Colour> places = trials(whole);
+    const std::vector<Colour> places = input == LUTInput::Codes ? trials(whole) : trialsOfFloats(whole);
     std::vector<Colour> exact = places;
     evaluate(exact.data(), exact.size());
     const double margin = whole ? 1.0 : untriedMargin;
     BuiltSteps best;
     best.error = std::numeric_limits<double>::infinity();
-    const int most = hasLaterCurves(parts) ? mostRoots : 0;
+    const int most = hasCurvesToDistribute(parts, input) ? mostRoots : 0;
     for (int roots = 0; roots <= most && best.error > largestLUTError; ++roots) {
-        BuiltSteps built{stepsOf(parts, roots), 0.0, Colour{}};
-        compare(built, places, exact);
+        BuiltSteps built{stepsOf(parts, roots, input), 0.0, Colour{}};
+        compare(built, places, exact, input);
         built.error *= margin;
         if (built.error < best.error || best.steps.empty()) {
             best = std::move(built);
@@ -275,27 +336,28 @@ BuiltSteps bestOf(const std::vector<Part>& parts, const Evaluation& evaluate)
 
 } // namespace
 
-BuiltSteps buildSteps(const Source& source)
+BuiltSteps buildSteps(const Source& source, LUTInput input)
 {
     if (!source.judged || source.parts.empty()) {
-        return {stepsOf(source.parts, 0), 0.0, Colour{}};
+        return {stepsOf(source.parts, 0, input), 0.0, Colour{}};
     }
     // Curves alone are best merged: every code of them is tried.
     BuiltSteps merged;
     merged.error = std::numeric_limits<double>::infinity();
     if (!source.merged.empty() && areTriedWhole(source.merged)) {
-        merged = bestOf(source.merged, source.evaluate);
+        merged = bestOf(source.merged, source.evaluate, input);
         if (merged.error <= largestLUTError) {
             return merged;
         }
     }
-    BuiltSteps apart = bestOf(source.parts, source.evaluate);
+    BuiltSteps apart = bestOf(source.parts, source.evaluate, input);
     return apart.error <= merged.error ? apart : merged;
 }
 
-std::optional<LUTReading> readingOf(const Source& source, double largestError, Refusal& refusal)
+std::optional<LUTReading> readingOf(const Source& source, const StepsWanted& wanted, Refusal& refusal)
 {
-    BuiltSteps built = buildSteps(source);
+    const double largestError = wanted.largestError;
+    BuiltSteps built = buildSteps(source, wanted.input);
     if (!std::isfinite(built.error)) {
         refusal.cause = "some of its colours are not finite";
         return std::nullopt;

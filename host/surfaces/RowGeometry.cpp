@@ -1,5 +1,6 @@
 #include "host/surfaces/RowGeometry.h"
 
+#include "host/gpu/FloatImages.h"
 #include "host/surfaces/FormatTable.h"
 
 #include <limits>
@@ -63,7 +64,7 @@ XY<int> RowGeometry::imageSize() const
 
 unsigned bytesPerTexel(iGPUImage::eFormat format)
 {
-    return format == iGPUImage::eARGB16 ? 8 : 4;
+    return format == floatTexels ? 16 : format == iGPUImage::eARGB16 ? 8 : 4;
 }
 
 std::uint16_t bitsPerPixelOf(const Image::Core::Data& data)

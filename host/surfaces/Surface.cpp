@@ -1,5 +1,6 @@
 #include "platform/Surface.h"
 
+#include "host/gpu/FloatImages.h"
 #include "host/surfaces/RowGeometry.h"
 #include "platform/GPUService.h"
 #include "platform/Log.h"
@@ -77,6 +78,13 @@ Ptr<iHostImage> copyRows(iHostImage& from, const Rows& rows, XY<int> size)
 
 Surface describeARGB(unsigned width, unsigned height, iGPUImage::eFormat texels)
 {
+    if (texels == Host::floatTexels) {
+        constexpr std::uint64_t bytes = 16;
+        constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
+        Surface floats(width, height, ARGB, false, 32, 128, 0);
+        floats.setRowPitch(static_cast<std::uint32_t>(std::min(width * bytes, most)));
+        return floats;
+    }
     switch (texels) {
     case iGPUImage::eARGB16:
         return {width, height, ARGB, false, 16, 0, 0};

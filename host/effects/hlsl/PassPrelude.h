@@ -185,7 +185,8 @@ float2 qxfx_pixel = qxfx_position.xy - qxfx_area.xy;
 float4 qxfx_colour = qxfx_colourAt(int2(floor(qxfx_pixel)), qxfx_pixel);
 )";
 inline constexpr std::string_view colourOfCodes =
-    "qxfx_colour = floor(clamp(qxfx_colour, 0.0, qxfx_target.x)) * (1.0 / qxfx_target.x);";
+    "qxfx_colour = clamp(qxfx_colour, qxfx_target.y, qxfx_target.z);\n"
+    "qxfx_colour = (qxfx_target.w > 0.0 ? qxfx_colour : floor(qxfx_colour)) * (1.0 / qxfx_target.x);";
 inline constexpr std::string_view returnColour = "return qxfx_rotate ? qxfx_colour.wxyz : qxfx_colour; }";
 
 // Textures as rows of texels a, r, g, b. The numbers are signed, since their conversions are cheaper. The

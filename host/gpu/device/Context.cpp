@@ -225,7 +225,9 @@ bool isSupported(Context& context, XY<int> size, iGPUImage::eFormat format)
     const VkPhysicalDeviceLimits& limits = context.device().limits();
     const std::uint32_t largestWidth = std::min(limits.maxImageDimension2D, limits.maxFramebufferWidth);
     const std::uint32_t largestHeight = std::min(limits.maxImageDimension2D, limits.maxFramebufferHeight);
-    return vulkanFormat(format) != VK_FORMAT_UNDEFINED && size.x > 0 && size.y > 0 &&
+    const VkFormat texels = vulkanFormat(format);
+    const bool isDrawn = texels != floatFormat || context.device().physical().drawsFloats();
+    return texels != VK_FORMAT_UNDEFINED && isDrawn && size.x > 0 && size.y > 0 &&
            static_cast<std::uint32_t>(size.x) <= largestWidth &&
            static_cast<std::uint32_t>(size.y) <= largestHeight;
 }

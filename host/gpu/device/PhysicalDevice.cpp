@@ -146,6 +146,13 @@ bool PhysicalDevice::canDrawInto(VkFormat format) const
     return (uses(format).optimalTilingFeatures & wanted) == wanted;
 }
 
+bool PhysicalDevice::drawsFloats() const
+{
+    constexpr VkFormat format = VK_FORMAT_R32G32B32A32_SFLOAT;
+    constexpr VkFormatFeatureFlags filtered = VK_FORMAT_FEATURE_SAMPLED_IMAGE_FILTER_LINEAR_BIT;
+    return canDrawInto(format) && (uses(format).optimalTilingFeatures & filtered) != 0;
+}
+
 std::string PhysicalDevice::missingFeatures() const
 {
     if (properties.apiVersion < VK_API_VERSION_1_3) {
@@ -185,6 +192,11 @@ std::vector<std::string> nextWays(const PhysicalDevice& device)
     }
     if (device.convertsSlowly) {
         ways.emplace_back("it converts floats to whole numbers slowly: shaders add instead");
+    }
+    if (!device.drawsFloats()) {
+        ways.emplace_back(
+            "it cannot draw into images of floats: numbers beyond 0 and 1 are clipped when they "
+            "are read");
     }
     if (!device.isSoftware()) {
         return ways;

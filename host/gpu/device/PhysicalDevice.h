@@ -70,6 +70,9 @@ struct PhysicalDevice
     /// Whether images of that format can be drawn into, with blending, and sampled.
     bool canDrawInto(VkFormat format) const;
 
+    /// Whether images of floats are drawn into and sampled as others are.
+    bool drawsFloats() const;
+
     /// What the service needs and the device lacks; empty if the device can be used.
     std::string missingFeatures() const;
 };

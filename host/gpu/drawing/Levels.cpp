@@ -9,10 +9,10 @@ namespace Qx::Host::Vulkan {
 
 namespace {
 
-/// The codes of a texel's components as they lie in memory; 0 for half floats.
+/// The codes of a texel's components as they lie in memory; 0 for floats.
 std::array<float, 4> codesInMemory(VkFormat format)
 {
-    return format == VK_FORMAT_R16G16B16A16_SFLOAT ? std::array<float, 4>{} : maxCodes(format);
+    return holdsFloats(format) ? std::array<float, 4>{} : maxCodes(format);
 }
 
 VkExtent2D levelSize(const TextureKey& key, std::uint32_t level)

@@ -8,12 +8,15 @@
 namespace Qx::Host::Vulkan {
 
 /// The target formats for which pipelines are created.
-constexpr std::array<VkFormat, 4> targetFormats{VK_FORMAT_R8G8B8A8_UNORM, VK_FORMAT_R16G16B16A16_UNORM,
+constexpr std::array<VkFormat, 5> targetFormats{VK_FORMAT_R8G8B8A8_UNORM, VK_FORMAT_R16G16B16A16_UNORM,
                                                 VK_FORMAT_A2R10G10B10_UNORM_PACK32,
-                                                VK_FORMAT_R16G16B16A16_SFLOAT};
+                                                VK_FORMAT_R16G16B16A16_SFLOAT, floatFormat};
 
-/// Those that callers' targets have; the others are of textures that an effect draws into.
+/// Those that callers' targets usually have.
 constexpr std::span<const VkFormat> callersFormats = std::span(targetFormats).first<3>();
+
+/// That of chains of floats.
+constexpr std::span<const VkFormat> floatFormats = std::span(targetFormats).last<1>();
 
 /// A pipeline for each of targetFormats; null if it was not created.
 using FormatPipelines = std::array<VkPipeline, targetFormats.size()>;

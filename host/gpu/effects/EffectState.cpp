@@ -67,7 +67,7 @@ std::array<float, 3> sizeOf(const Picture& picture)
 
 std::array<float, 3> codesOf(const Picture& picture)
 {
-    const float code = maxCode(picture.key.format);
+    const float code = picture.key.depth > 0 ? 1.0F : maxCode(picture.key.format); // tables have no codes
     return {code, code, code};
 }
 
@@ -102,7 +102,10 @@ void fillSystem(const Draw& draw)
 {
     const RectangleOf<float>& area = draw.area;
     SystemUniforms system;
-    system.target = {maxCode(draw.target.key.format)};
+    const VkFormat format = draw.target.key.format;
+    constexpr float farthest = std::numeric_limits<float>::max();
+    system.target = holdsFloats(format) ? std::array<float, 4>{maxCode(format), -farthest, farthest, 1.0F}
+                                        : std::array<float, 4>{maxCode(format), 0.0F, maxCode(format), 0.0F};
     system.area = {area.x0, area.y0, 1.0F / (area.x1 - area.x0), 1.0F / (area.y1 - area.y0)};
     system.texCoords.fill({0.0F, 0.0F, 1.0F, 1.0F});
     for (std::size_t i = 0; i < std::min(draw.sources.size(), SystemUniforms::maxTexCoords); ++i) {
@@ -117,7 +120,7 @@ void fillTextures(const Draw& draw)
         if (draw.textures[i] != nullptr) {
             CompiledEffect::TextureUniforms texture;
             const TextureKey& key = draw.textures[i]->key;
-            texture.maxCode = maxCode(key.format);
+            texture.maxCode = key.depth > 0 ? 1.0F : maxCode(key.format);
             texture.size = {static_cast<float>(key.width), static_cast<float>(key.height)};
             std::memcpy(draw.uniforms.data() + draw.textureUniforms(i), &texture, sizeof texture);
         }

@@ -155,7 +155,9 @@ private:
         const VkFormat own = ownFormat(context.device(), texture.targetFormat);
         const std::uint32_t width = side(size.width, callers.width, size.ratioX);
         const std::uint32_t height = side(size.height, callers.height, size.ratioY);
-        return {own == VK_FORMAT_UNDEFINED ? callers.format : own, width, height, 0,
+        // Codes would clip what a chain of floats keeps.
+        const bool wouldClip = callers.format == floatFormat && !holdsFloats(own);
+        return {own == VK_FORMAT_UNDEFINED || wouldClip ? callers.format : own, width, height, 0,
                 levelsOf(width, height, texture.levels)};
     }
 
@@ -386,7 +388,7 @@ bool ShaderEffect::draw(GPUImage& target, const RectangleOf<float>& area, const 
             !doubt.empty() && state_->isNews(doubt)) {
             report("GPU: technique \"" + effect.techniques[technique].name + "\": " + doubt);
         }
-        if (!isEmpty(draw.pixels) && !stage.drawingFor(draw).createPipelines()) {
+        if (!isEmpty(draw.pixels) && !stage.drawingFor(draw).createPipelinesFor(draw.target.key.format)) {
             return because("its pipelines cannot be created");
         }
     }

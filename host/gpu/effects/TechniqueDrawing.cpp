@@ -47,6 +47,7 @@ void TechniqueDrawing::destroy(Device& device)
 {
     for (Pass& pass : passes_) {
         destroyPipelines(device, pass.pipelines);
+        destroyPipelines(device, pass.ofFloats);
         destroyShaderProgram(device, pass.program);
     }
 }
@@ -93,10 +94,46 @@ bool TechniqueDrawing::createMissing(std::size_t index)
     return true;
 }
 
+bool TechniqueDrawing::createPipelinesFor(VkFormat format)
+{
+    if (format != floatFormat) {
+        return createPipelines();
+    }
+    const std::lock_guard lock(creating_);
+    for (std::size_t p = 0; p < passes_.size(); ++p) {
+        if (!createMissingOfFloats(p)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool TechniqueDrawing::createMissingOfFloats(std::size_t index)
+{
+    Pass& pass = passes_[index];
+    if (pass.hasOfFloats) {
+        return true;
+    }
+    Device& device = context_.device();
+    VkShaderModule module = nullptr;
+    VkResult result = createShaderModule(device, pass.spirv, module);
+    if (result == VK_SUCCESS) {
+        result = Vulkan::createPipelines(device, module, pass.program.layout, pass.ofFloats, floatFormats);
+        vkDestroyShaderModule(device.handle(), module, nullptr);
+    }
+    pass.hasOfFloats = device.succeeded(result, "creating an effect's pipeline");
+    return pass.hasOfFloats;
+}
+
 VkResult TechniqueDrawing::createPipelines(std::size_t pass, VkShaderModule fragment,
                                            FormatPipelines& pipelines) const
 {
     return Vulkan::createPipelines(context_.device(), fragment, program(pass).layout, pipelines, formats_);
+}
+
+VkPipeline TechniqueDrawing::pipelineOf(const Pass& pass, VkFormat format)
+{
+    return pipelineFor(format == floatFormat ? pass.ofFloats : pass.pipelines, format);
 }
 
 bool TechniqueDrawing::record(Batch& batch, const Draw& draw, PassRange passes) const
@@ -122,7 +159,7 @@ bool TechniqueDrawing::record(Batch& batch, const Draw& draw, PassRange passes) 
     begin(batch.commands(), *target, draw, replacesAll);
     for (std::size_t p = passes.first; p < passes.end; ++p) {
         vkCmdBindPipeline(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS,
-                          pipelineFor(passes_[p].pipelines, draw.target.key.format));
+                          pipelineOf(passes_[p], draw.target.key.format));
         vkCmdBindDescriptorSets(batch.commands(), VK_PIPELINE_BIND_POINT_GRAPHICS, program(p).layout, 0, 1,
                                 &sets[p], 0, nullptr);
         pushConstants(batch.commands(), p, draw);

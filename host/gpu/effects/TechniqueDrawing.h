@@ -109,6 +109,9 @@ public:
     bool createPipelines(std::size_t pass);
     bool createPipelines();
 
+    /// As createPipelines(), for targets of that format, which may be that of floats.
+    bool createPipelinesFor(VkFormat format);
+
     /// Whether that draw can be done this way.
     virtual bool canDraw(const Draw&) const { return true; }
 
@@ -142,10 +145,14 @@ private:
         std::span<const std::uint32_t> spirv;
         ShaderProgram program;
         FormatPipelines pipelines{};
+        FormatPipelines ofFloats{};            // apart, since few targets have them
         std::atomic<bool> hasPipelines{false}; // so that a draw need not wait while others are created
+        std::atomic<bool> hasOfFloats{false};
     };
 
+    static VkPipeline pipelineOf(const Pass& pass, VkFormat format);
     bool createMissing(std::size_t pass);
+    bool createMissingOfFloats(std::size_t pass);
     VkDescriptorSet describe(Batch& batch, const Draw& draw, std::size_t pass,
                              const VkDescriptorBufferInfo& uniforms) const;
     void announce(Batch& batch, const Draw& draw, PassRange passes, Texture& target, bool replacesAll) const;

@@ -1,5 +1,6 @@
 #include "host/gpu/images/Images.h"
 
+#include "host/gpu/FloatImages.h"
 #include "host/gpu/drawing/PrimitivesRenderer.h"
 #include "host/gpu/images/SharedImage.h"
 
@@ -68,7 +69,7 @@ Qx::Ptr<CopiedImage> makeCopiedImage(Context& context, XY<int> size, iGPUImage::
 Qx::Ptr<iGraphicPrimitivesRenderer> GPUImage::getPrimitivesRenderer(int layer)
 {
     return guarded(Qx::Ptr<iGraphicPrimitivesRenderer>(), [&]() -> Qx::Ptr<iGraphicPrimitivesRenderer> {
-        if (layer != 1) {
+        if (layer != 1 || format_ == floatTexels) {
             return {};
         }
         return Qx::makePtr<PrimitivesRenderer>(Qx::Ptr<GPUImage>(this));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/gpu/images/Picture.h"
+#include "host/gpu/images/Resources.h"
 #include "platform/GPUImage.h"
 
 namespace Qx::Host::Vulkan {
@@ -16,7 +17,7 @@ public:
 
     XY<int> getSize() const override { return size_; }
     eFormat getFormat() const override { return format_; }
-    unsigned getBitsPerTexel() const override { return format_ == eARGB16 ? 64 : 32; }
+    unsigned getBitsPerTexel() const override { return 8 * bytesPerTexel(vulkanFormat(format_)); }
     Qx::Ptr<iGraphicPrimitivesRenderer> getPrimitivesRenderer(int layer) override;
 
     Picture& picture() { return picture_; }

@@ -1,5 +1,6 @@
 #include "host/gpu/images/Resources.h"
 
+#include "host/gpu/FloatImages.h"
 #include "host/gpu/device/DrawingPath.h"
 
 #include <algorithm>
@@ -74,7 +75,7 @@ VkResult createView(Device& device, const TextureKey& key, VkImage image, Swizzl
     info.viewType = key.depth > 0 ? VK_IMAGE_VIEW_TYPE_3D : VK_IMAGE_VIEW_TYPE_2D;
     info.format = key.format;
     info.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, levels.first, levels.count, 0, 1};
-    if (swizzle == Swizzle::ForEffects && isRotated(key.format)) {
+    if (swizzle == Swizzle::ForEffects && key.depth == 0 && isRotated(key.format)) {
         info.components = {VK_COMPONENT_SWIZZLE_G, VK_COMPONENT_SWIZZLE_B, VK_COMPONENT_SWIZZLE_A,
                            VK_COMPONENT_SWIZZLE_R};
     }
@@ -232,6 +233,9 @@ void HostBuffer::destroy(Device& device, DeviceMemory& deviceMemory)
 
 VkFormat vulkanFormat(iGPUImage::eFormat format)
 {
+    if (format == floatTexels) {
+        return floatFormat;
+    }
     switch (format) {
     case iGPUImage::eARGB8:
         return VK_FORMAT_R8G8B8A8_UNORM;
@@ -258,7 +262,13 @@ std::uint32_t bytesPerTexel(VkFormat format)
 
 bool isRotated(VkFormat format)
 {
-    return format == VK_FORMAT_R8G8B8A8_UNORM || format == VK_FORMAT_R16G16B16A16_UNORM;
+    return format == VK_FORMAT_R8G8B8A8_UNORM || format == VK_FORMAT_R16G16B16A16_UNORM ||
+           format == floatFormat;
+}
+
+bool holdsFloats(VkFormat format)
+{
+    return format == floatFormat || format == VK_FORMAT_R16G16B16A16_SFLOAT;
 }
 
 float maxCode(VkFormat format)
@@ -270,6 +280,9 @@ float maxCode(VkFormat format)
         return 65535.0F;
     case VK_FORMAT_A2R10G10B10_UNORM_PACK32:
         return 1023.0F;
+    case VK_FORMAT_R16G16B16A16_SFLOAT:
+    case floatFormat:
+        return codesOfFloats;
     default:
         return 1.0F;
     }

@@ -122,12 +122,19 @@ struct HostBuffer
 VkResult createBuffer(Device& device, DeviceMemory& memory, VkDeviceSize bytes, VkBufferUsageFlags usage,
                       MemoryUse use, VkBuffer& buffer, Allocation& allocation);
 
+/// Of two-dimensional images of floatTexels; also that of tables.
+constexpr VkFormat floatFormat = VK_FORMAT_R32G32B32A32_SFLOAT;
+
 /// The Vulkan format of an image format; VK_FORMAT_UNDEFINED for an invalid number.
 VkFormat vulkanFormat(iGPUImage::eFormat format);
 std::uint32_t bytesPerTexel(VkFormat format);
 
-/// Whether the memory order is a, r, g, b for effects, so that views are swizzled and results rotated.
+/// Whether the memory order of two-dimensional images is a, r, g, b for effects, so that views are swizzled
+/// and results rotated.
 bool isRotated(VkFormat format);
+
+/// Whether the components are floats, which are neither clamped nor rounded.
+bool holdsFloats(VkFormat format);
 
 /// The largest code of a component.
 float maxCode(VkFormat format);

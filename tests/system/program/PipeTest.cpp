@@ -271,6 +271,67 @@ TEST_F(Pipes, pipes_that_have_names_are_read_once)
     expectHas(lost.err, "codes 3");
 }
 
+TEST_F(Pipes, raw_frames_come_through_pipes_that_have_names)
+{
+    makeClip("clip.mkv", "yuv422p", ffv1);
+    ffmpeg({"-i", "clip.mkv", "-f", "rawvideo", "-pix_fmt", "uyvy422", "in.raw"});
+    const auto named = [&](const std::string& feeder, const std::string& arguments) {
+        return shell("rm -f named; mkfifo named; (" + feeder + " > named &); timeout 60 bash -c 'exec \"" +
+                     programPath() + "\" convert " + arguments + "'");
+    };
+    expectHas(named("cat in.raw", "named out.raw --raw uyvy --size 64x48 --format uyvy").err, "codes 0");
+    EXPECT_EQ(read(at("out.raw")), read(at("in.raw")));
+    const Outcome cut =
+        named("head -c 10000 in.raw", "named out.raw --force --raw uyvy --size 64x48 --format uyvy");
+    expectHas(cut.err, "\"named\": ends within a frame; a frame of 64x48 uyvy has 6144 bytes, and the last "
+                       "one has 3856");
+    expectHas(cut.err, "codes 3");
+    EXPECT_EQ(read(at("out.raw")), read(at("in.raw")).substr(0, 6144));
+}
+
+TEST_F(Pipes, raw_frames_that_nothing_describes_are_told_from_a_clip)
+{
+    // Grey, which FFmpeg takes for nothing, and noise, which it may take for something.
+    shell("head -c 200000 /dev/zero | tr '\\0' '\\200' > grey.raw");
+    ffmpeg({"-f", "lavfi", "-i", "nullsrc=size=320x240,format=uyvy422,geq=random(1)*255:128:128", "-frames:v",
+            "3", "-f", "rawvideo", "noise.raw"});
+    for (const std::string file : {"grey.raw", "noise.raw"}) {
+        for (const std::string& reading :
+             {"cat " + file + " | qxhost convert - out.mov",
+              "rm -f named; mkfifo named; (cat " + file + " > named &); qxhost convert named out.mov"}) {
+            const Outcome outcome = shell(reading);
+            expectHas(outcome.err,
+                      "raw frames need --raw FORMAT and --size WxH, as in --raw uyvy --size 1920x1080");
+            EXPECT_TRUE(outcome.err.ends_with(" 3\n")) << outcome.err;
+            EXPECT_FALSE(fs::exists(at("out.mov")));
+        }
+    }
+    expectHas(shell("cat grey.raw | qxhost thumbnail - out.png --size 64x48").err, "and --raw-size WxH");
+    const Outcome empty = shell("true | qxhost convert - out.mov");
+    expectHas(empty.err, "it is empty; the program that should write it may have failed");
+    EXPECT_EQ(empty.err.find("--raw"), std::string::npos) << empty.err;
+}
+
+TEST_F(Pipes, an_output_that_is_a_pipe_is_refused_with_what_to_do)
+{
+    makeClip("clip.mkv", "yuv422p", ffv1);
+    for (const std::string name : {"out.mov", "out.raw", "out_1.png", "out.fifo", "out"}) {
+        ASSERT_EQ(::mkfifo(at(name).c_str(), 0600), 0);
+        const std::string format = name == "out.raw" ? " --format uyvy" : "";
+        const Outcome outcome = shell("qxhost convert clip.mkv " + name + format + " --force");
+        expectHas(outcome.err, "cannot write \"" + name +
+                                   "\": it is a pipe, and files are written aside and renamed; give - as the "
+                                   "output and send standard output there (> " +
+                                   name + ")");
+        expectHas(outcome.err, "codes 4");
+    }
+    const Outcome sent =
+        shell("(cat out.fifo > got.raw &); qxhost convert clip.mkv - --format uyvy --container "
+              "raw > out.fifo; sleep 1; md5sum < got.raw; qxhost convert clip.mkv - --format "
+              "uyvy --container raw | md5sum");
+    EXPECT_EQ(sent.out.substr(0, 32), sent.out.substr(36, 32)) << sent.out << sent.err;
+}
+
 TEST_F(Pipes, what_cannot_be_piped_is_refused)
 {
     makeClip("clip.mkv", "yuv422p10le", ffv1);

@@ -1,9 +1,11 @@
 #include "tools/qxhost/pipeline/FramePipeline.h"
 
+#include "host/gpu/FloatImages.h"
 #include "platform/GPUService.h"
 #include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
+#include "tools/qxhost/pipeline/effects/NullEffect.h"
 #include "tools/qxhost/pipeline/input/PairsToPicture.h"
 
 #include <algorithm>
@@ -17,12 +19,11 @@ namespace {
 using Image::Surface;
 
 /// Frames between two stages: enough to decouple the stages, within a memory budget.
-std::size_t framesInFlight(int width, int height, Media::Depth depth)
+std::size_t framesInFlight(int width, int height, std::size_t componentBytes)
 {
     constexpr std::size_t budget = std::size_t{256} << 20U;
     constexpr std::size_t fewest = 2;
     constexpr std::size_t most = 3;
-    const std::size_t componentBytes = depth == Media::Depth::bits8 ? 1 : 2;
     const std::size_t frame =
         static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4 * componentBytes;
     return std::clamp(budget / std::max<std::size_t>(frame, 1), fewest, most);
@@ -35,10 +36,14 @@ FramePipeline::FramePipeline(const ConversionJob& job, std::function<void(std::i
       onFrame_(std::move(onFrame)),
       width_(job.input.info().width),
       height_(job.input.info().height),
-      format_(job.tenBits                        ? iGPUImage::eARGB10
+      format_(job.floats                         ? Host::floatTexels
+              : job.tenBits                      ? iGPUImage::eARGB10
               : job.depth == Media::Depth::bits8 ? iGPUImage::eARGB8
                                                  : iGPUImage::eARGB16),
-      inFlight_(framesInFlight(width_, height_, job.source.depth)),
+      inFlight_(framesInFlight(width_, height_,
+                               job.floats                                ? sizeof(float)
+                               : job.source.depth == Media::Depth::bits8 ? 1
+                                                                         : 2)),
       upload_(job.input.prepare(job.source), job.source, job.input.codeBits(job.source)),
       decoded_(inFlight_),
       free_(inFlight_),
@@ -114,10 +119,16 @@ void FramePipeline::cancel()
     converted_.cancel();
 }
 
+Qx::Ptr<iHostImage> FramePipeline::makeHostImage() const
+{
+    return job_.floats ? OS().gpu().createHostImage({width_, height_}, Host::floatTexels)
+                       : upload_.makeHostImage();
+}
+
 void FramePipeline::makeHostImages()
 {
     for (std::size_t i = 0; i < inFlight_; ++i) {
-        Qx::Ptr<iHostImage> image = upload_.makeHostImage();
+        Qx::Ptr<iHostImage> image = makeHostImage();
         if (!image) {
             failOnDevice(width_, height_);
         }
@@ -182,8 +193,13 @@ void FramePipeline::pack()
         if (rows == nullptr) {
             failOnDevice(width_, height_);
         }
-        const Media::Status packed =
-            job_.input.place(frame, rows, static_cast<std::ptrdiff_t>((*image)->getPitch()));
+        const auto pitch = static_cast<std::ptrdiff_t>((*image)->getPitch());
+        Media::Status packed;
+        if (job_.floats) {
+            job_.input.placeFloats(frame, rows, pitch);
+        } else {
+            packed = job_.input.place(frame, rows, pitch);
+        }
         if (!packed) {
             throw Failure(ExitCode::input, packed.text());
         }
@@ -194,9 +210,26 @@ void FramePipeline::pack()
     packed_.close();
 }
 
+Surface FramePipeline::uploaded(const Packed& frame) const
+{
+    if (!job_.floats) {
+        return job_.source.fullChroma ? upload_.uploadAsIs(frame.image, frame.time)
+                                      : upload_.upload(frame.image, frame.time, format_);
+    }
+    Surface picture = Image::makeWrapper(OS().gpu().uploadImage(frame.image, 0));
+    if (!picture.getGPUSurface()) {
+        failOnDevice(width_, height_);
+    }
+    picture.setGamutScaling(Image::GamutScaling::Unscaled);
+    return picture;
+}
+
 Surface FramePipeline::decoded(const Surface& frame, const Media::FramePacker::CodeForm& form) const
 {
     const Media::FramePacker::Target& source = job_.source;
+    if (job_.floats) {
+        return frame;
+    }
     if (source.fullChroma) {
         return fullChromaToPicture(frame, form, source, format_, job_.outputRange);
     }
@@ -206,9 +239,7 @@ Surface FramePipeline::decoded(const Surface& frame, const Media::FramePacker::C
 
 bool FramePipeline::convertFrame(const Packed& frame)
 {
-    const bool full = job_.source.fullChroma;
-    const Surface uploaded =
-        full ? upload_.uploadAsIs(frame.image, frame.time) : upload_.upload(frame.image, frame.time, format_);
+    const Surface uploaded = this->uploaded(frame);
     if (job_.keepCodes) {
         return converted_.push({job_.delivery->fromPairs(uploaded), frame.time});
     }
@@ -227,8 +258,10 @@ bool FramePipeline::convertFrame(const Packed& frame)
     }
     bool going = true;
     runStep(job_.step, picture, frame.time, [&](const Surface& made, const Media::FrameTime& time) {
+        const bool becomesCodes = job_.floats && job_.delivery != nullptr;
+        const Surface codes = becomesCodes ? atDepth(made, iGPUImage::eARGB16, range) : made;
         Surface result =
-            job_.delivery != nullptr ? job_.delivery->fromPicture(made, range) : made.copyToHost();
+            job_.delivery != nullptr ? job_.delivery->fromPicture(codes, range) : codes.copyToHost();
         if (!result.getHostImage()) {
             failOnDevice(width_, height_);
         }
@@ -256,13 +289,24 @@ void FramePipeline::encode()
         if (rows == nullptr) {
             failOnDevice(width_, height_);
         }
-        const Media::Status status =
-            writer_->write(rows, static_cast<std::ptrdiff_t>(image->getPitch()), frame->time);
+        const Media::Status status = write(*frame, rows, static_cast<std::ptrdiff_t>(image->getPitch()));
         if (!status) {
             throw Failure(ExitCode::output, status.text());
         }
         countWritten(frame->time);
     }
+}
+
+Media::Status FramePipeline::write(const Converted& frame, const void* rows, std::ptrdiff_t pitch)
+{
+    if (!job_.floats || job_.writesFloats || job_.delivery != nullptr) {
+        return writer_->write(rows, pitch, frame.time);
+    }
+    const auto codesOfRow = std::size_t{4} * static_cast<std::size_t>(width_);
+    const auto codesPitch = static_cast<std::ptrdiff_t>(codesOfRow * sizeof(std::uint16_t));
+    codes_.resize(codesOfRow * static_cast<std::size_t>(height_));
+    Media::codesFrom({rows, pitch, width_, height_}, codes_.data(), codesPitch, clipped_);
+    return writer_->write(codes_.data(), codesPitch, frame.time);
 }
 
 /// Whether the frame is not written, but only has what comes after it know it.

@@ -4,6 +4,7 @@
 #include "platform/GPUImage.h"
 #include "platform/Surface.h"
 #include "tools/qxhost/media/Frame.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/rows/FramePacker.h"
 #include "tools/qxhost/media/write/FrameWriter.h"
 #include "tools/qxhost/pipeline/BoundedQueue.h"
@@ -47,8 +48,10 @@ struct ConversionJob
     bool keepFrames = false; ///< frames go from the input to the writer as they were decoded
     bool packOnly = false;   ///< frames go to the writer as they are packed for the GPU, without it
 
-    std::int64_t start = 0;                  ///< number of the frame that the input gives first
-    FrameRange range{};                      ///< where to end
+    std::int64_t start = 0;    ///< number of the frame that the input gives first
+    FrameRange range{};        ///< where to end
+    bool floats = false;       ///< pictures are of floats, and nothing of them is clipped on the way
+    bool writesFloats = false; ///< the writer takes them; else the nearest codes of 16 bits are written
     std::optional<std::int64_t> writeFrom{}; ///< frames before that time run through the effects alone
 };
 
@@ -75,6 +78,9 @@ public:
     /// The times of the first and the last frame that was written, in the input's units. After run().
     const Media::FrameTime& firstTime() const { return firstTime_; }
     const Media::FrameTime& lastTime() const { return lastTime_; }
+
+    /// What the codes that are written could not hold of pictures of floats. After run().
+    const Media::ClippedNumbers& clipped() const { return clipped_; }
 
     /// Ends run() early, from any thread.
     void stop();
@@ -127,6 +133,9 @@ private:
 
     bool needsDevice() const { return !job_.keepFrames && !job_.packOnly; }
     void makeHostImages();
+    Qx::Ptr<iHostImage> makeHostImage() const;
+    Image::Surface uploaded(const Packed& frame) const;
+    Media::Status write(const Converted& frame, const void* rows, std::ptrdiff_t pitch);
     Image::Surface decoded(const Image::Surface& frame, const Media::FramePacker::CodeForm& form) const;
     bool convertFrame(const Packed& frame);
 
@@ -150,6 +159,8 @@ private:
     bool endedEarly_ = false;
     std::atomic<bool> stopped_{false};
     std::int64_t written_ = 0;
+    Media::ClippedNumbers clipped_;
+    std::vector<std::uint16_t> codes_; ///< of a frame of floats
     Media::FrameTime firstTime_;
     Media::FrameTime lastTime_;
 };

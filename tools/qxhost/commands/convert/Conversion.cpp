@@ -1,6 +1,9 @@
 #include "tools/qxhost/commands/convert/Conversion.h"
 
 #include "QxFxResources/GPUColourConverter.h"
+#include "host/gpu/FloatImages.h"
+#include "platform/GPUService.h"
+#include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/FailureReport.h"
 #include "tools/qxhost/console/Interruption.h"
@@ -55,6 +58,7 @@ struct Conversion
     bool keepCodes = false;                ///< YCrCb codes pass through unchanged
     bool keepFrames = false;               ///< decoded frames are encoded; nothing is drawn
     bool packOnly = false;                 ///< codes are kept, and packed in the order that is written
+    bool floats = false;                   ///< pictures are of floats up to the output
     Media::OutputSettings settings;
     std::vector<std::string> effectWarnings; ///< known before the first frame
     WriterPtr writer;
@@ -337,6 +341,12 @@ void fillSettings(Conversion& conversion)
     settings.rgbRange = rgbRange(conversion);
     conversion.keepFrames = passesFrames(conversion);
     conversion.packOnly = onlyPacks(conversion);
+    settings.floats = conversion.info().hasFloats && options.filters.after.empty() &&
+                      Media::takesFloats(options.output, settings);
+    // Where nothing is done to them, what codes of the output cannot hold is clipped at once.
+    conversion.floats = conversion.info().hasFloats && holdsRgb(conversion.info()) &&
+                        (settings.floats || !options.effects.empty());
+    settings.floats = settings.floats && conversion.floats;
 }
 
 WriterPtr openOutput(Conversion& conversion)
@@ -380,6 +390,11 @@ void prepareConversion(Conversion& conversion)
         return;
     }
     settleNamesOfLooks(conversion.options.effects);
+    if (conversion.floats && !OS().gpu().createGPUImage({1, 1}, Host::floatTexels)) {
+        conversion.floats = conversion.settings.floats = false;
+        conversion.colour.notes.push_back(conversion.options.inputName() +
+                                          ": the device cannot draw into pictures of floats");
+    }
     if (uploadsFullChroma(conversion)) {
         static_cast<void>(obtainEffect(fullChromaEffect));
     } else if (drawsWide(conversion)) {
@@ -389,6 +404,11 @@ void prepareConversion(Conversion& conversion)
         static_cast<void>(obtainEffect("ColourConvert.fx")); // for its messages
         throw Failure(ExitCode::effect, "ColourConvert.fx: cannot be used; see the log (qxhost.log)");
     }
+}
+
+Host::LUTInput lutInput(const Conversion& conversion)
+{
+    return conversion.floats ? Host::LUTInput::Floats : Host::LUTInput::Codes;
 }
 
 void noteDecisions(const Conversion& conversion, Console& console)
@@ -584,6 +604,8 @@ ConversionJob jobOf(const Conversion& conversion, EffectChain& effects, const Bu
         .packOnly = conversion.packOnly,
         .start = conversion.start.frame,
         .range = conversion.range,
+        .floats = conversion.floats,
+        .writesFloats = conversion.settings.floats,
         .writeFrom = options.segment && options.segment->preroll ? options.segment->begin : std::nullopt};
     if (auto* target = std::get_if<ShrinkPicture>(&job.step)) {
         target->width = static_cast<unsigned>(conversion.settings.width);
@@ -608,6 +630,16 @@ std::string interruptedText(const ConvertOptions& options)
         text += " and is written: " + writtenFiles(conversion.writer->files(), conversion.options.output);
     }
     throw Failure(ExitCode::input, text);
+}
+
+void noteClipped(Conversion& conversion, const Media::ClippedNumbers& clipped)
+{
+    if (clipped.pictures > 0) {
+        conversion.remarks.push_back(fmt::format(
+            "{}: {} {} values beyond 0 and 1 (from {:g} to {:g}), which are clipped; .exr keeps them",
+            conversion.options.outputName(), clipped.pictures,
+            clipped.pictures == 1 ? "frame has" : "frames have", clipped.least, clipped.greatest));
+    }
 }
 
 /// Runs the pipeline. Returns false if interrupted.
@@ -644,6 +676,7 @@ bool convertFrames(Conversion& conversion, const ConversionJob& job, SlowStart& 
     if (const Media::Status finished = conversion.writer->finish(); !finished) {
         throw Failure(ExitCode::output, finished.text());
     }
+    noteClipped(conversion, pipeline.clipped());
     conversion.firstTime = pipeline.firstTime();
     conversion.lastTime = pipeline.lastTime();
     conversion.endedEarly = pipeline.endedEarly();
@@ -801,6 +834,7 @@ Conversion decide(const ConvertOptions& options, int standardOutput = -1)
                           .keepCodes = false,
                           .keepFrames = false,
                           .packOnly = false,
+                          .floats = false,
                           .settings = {},
                           .effectWarnings = {},
                           .writer = {},
@@ -849,7 +883,8 @@ void perform(Conversion& conversion, Console& console)
     const ConvertOptions& options = conversion.options;
     SlowStart slowStart(console);
     prepareConversion(conversion);
-    EffectChain effects(conversion.options.effects, options.date);
+    EffectChain effects(conversion.options.effects, options.date, EffectChain::Parameters::shared,
+                        lutInput(conversion));
     keepTexturesOf(effects, *conversion.input);
     conversion.effectWarnings = effects.warnings();
     noteDecisions(conversion, console);
@@ -1074,7 +1109,8 @@ QuietConversion convertQuietly(const ConvertOptions& options)
 {
     Conversion conversion = decide(options);
     prepareConversion(conversion);
-    EffectChain effects(conversion.options.effects, options.date);
+    EffectChain effects(conversion.options.effects, options.date, EffectChain::Parameters::shared,
+                        lutInput(conversion));
     keepTexturesOf(effects, *conversion.input);
     conversion.writer = openOutput(conversion);
     FramePipeline pipeline(jobOf(conversion, effects, BurnIns()), [](std::int64_t) {});
@@ -1127,6 +1163,7 @@ HeldFrame convertToMemory(const ConvertOptions& options, Console& console)
 {
     Conversion conversion = decide(options);
     conversion.keepFrames = false; // a picture is wanted, whatever the output is
+    conversion.floats = false;
     prepareConversion(conversion);
     EffectChain effects(conversion.options.effects, options.date);
     conversion.effectWarnings = effects.warnings();

@@ -45,8 +45,11 @@ Status checkPlace(const fs::path& file, bool force, const FileSet* kept)
     if (fs::is_directory(file, error)) {
         return cannotWrite(file, "it is a directory");
     }
+    if (fs::is_fifo(status)) {
+        return OutputFile::isPipe(file);
+    }
     if (!fs::is_regular_file(status)) {
-        return cannotWrite(file, "it is not a regular file");
+        return cannotWrite(file, "it is not a regular file; choose another name");
     }
     if (kept && kept->contains(file)) {
         return OutputFile::wouldReplaceInput(file, *kept);
@@ -122,6 +125,13 @@ Error OutputFile::wouldReplaceInput(const fs::path& file, const FileSet& kept)
                                  ? "this run may read it: the input is a DASH manifest, which does not "
                                    "name its files; choose a name that does not exist"
                                  : "this run reads it; choose another name");
+}
+
+Error OutputFile::isPipe(const fs::path& file)
+{
+    return cannotWrite(file, "it is a pipe, and files are written aside and renamed; give - as the output "
+                             "and send standard output there (> " +
+                                 Host::printable(file.native()) + ")");
 }
 
 Result<OutputFile> OutputFile::create(const fs::path& file, bool force, std::shared_ptr<const FileSet> kept)

@@ -40,6 +40,9 @@ public:
     /// The error if a file to keep would be replaced.
     static Error wouldReplaceInput(const std::filesystem::path& file, const FileSet& kept);
 
+    /// The error of an output that is a pipe with a name.
+    static Error isPipe(const std::filesystem::path& file);
+
     OutputFile(OutputFile&& other) noexcept;
     OutputFile& operator=(OutputFile&& other) noexcept;
     ~OutputFile();

@@ -6,6 +6,7 @@
 #include "tools/qxhost/media/files/NumberedNames.h"
 #include "tools/qxhost/media/read/AudioPreroll.h"
 #include "tools/qxhost/media/read/ClipTimeCode.h"
+#include "tools/qxhost/media/read/ClockJumps.h"
 #include "tools/qxhost/media/read/EntrySearch.h"
 #include "tools/qxhost/media/read/OpenedFiles.h"
 #include "tools/qxhost/media/read/PictureDescription.h"
@@ -150,8 +151,9 @@ std::string urlOfStandardInput()
     return isFile && ::lseek(STDIN_FILENO, 0, SEEK_CUR) == 0 ? "file:/proc/self/fd/0" : "pipe:0";
 }
 
+/// `ofPipes` is what is said of a pipe that holds no clip.
 Result<InputPtr> openInput(const fs::path& file, const std::optional<SequencePart>& part, OpenedFiles& opened,
-                           EditLists editLists = EditLists::followed)
+                           EditLists editLists = EditLists::followed, const std::string& ofPipes = {})
 {
     const bool isStandard = file == standardName;
     bool exists = isStandard;
@@ -189,7 +191,8 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<SequencePar
     const int error = avformat_open_input(&raw, url.c_str(), nullptr, &options);
     av_dict_free(&options);
     if (error < 0) {
-        const bool isEmpty = isStandard && own && own->pos == 0;
+        const bool isPiped = own && (own->seekable & AVIO_SEEKABLE_NORMAL) == 0;
+        const bool isEmpty = (isStandard || isPiped) && own && own->pos == 0;
         avio_closep(&own);
         const std::string why =
             isEmpty ? "it is empty; the program that should write it may have failed"
@@ -200,7 +203,8 @@ Result<InputPtr> openInput(const fs::path& file, const std::optional<SequencePar
         return Error{"cannot read " + quotedInput(file) + ": " + why +
                      (isEmpty           ? ""
                       : message.empty() ? ffmpegHint()
-                                        : ": " + message)};
+                                        : ": " + message) +
+                     (isPiped && !isEmpty ? ofPipes : "")};
     }
     opened.take(); // what the demuxer went on after
     return InputPtr(raw);
@@ -336,6 +340,9 @@ struct ClipReader::Impl
     FramePtr decode();
     bool feed();
     FrameTime timeOf(const AVFrame& frame);
+    void mendTime(AVFrame& picture);
+    void noteMoved(std::int64_t told, std::int64_t given);
+    std::vector<std::string> remarksOnTimes() const;
     Range rangeOf(const AVFrame& frame) const;
     long indexOf(const AVFrame& frame) const;
     long lastDecoded() const;
@@ -345,9 +352,14 @@ struct ClipReader::Impl
     const fs::path file;
     Options options;
     std::optional<Sequence> sequence;
-    std::size_t run = 0;                   // of the sequence, that is being read
-    std::int64_t due = 0;                  // of a sequence that is filled: the place of the next frame
-    ClippedNumbers clipped;                // of frames of floats
+    std::size_t run = 0;         // of the sequence, that is being read
+    std::int64_t due = 0;        // of a sequence that is filled: the place of the next frame
+    ClippedNumbers clipped;      // of frames of floats
+    ClockJumps clock;            // of a stream whose clock may start anew
+    std::int64_t moved = 0;      // frames whose times did not follow the frame before
+    std::int64_t firstMoved = 0; // the time that the first of them came with
+    std::string gap;             // the longest, if it is long
+    std::int64_t longestGap = 0;
     std::shared_ptr<const AVFrame> filler; // what gaps are filled with
     std::deque<FedPacket> fed;             // the last ones; outlives the decoder
     OpenedFiles opened;                    // outlives the input
@@ -421,13 +433,16 @@ Result<std::unique_ptr<ClipReader::Impl>> ClipReader::Impl::start(const fs::path
         return sequence.error();
     }
     impl->sequence = sequence.value();
-    auto input = openInput(file, impl->sequencePart(), impl->opened);
+    auto input =
+        openInput(file, impl->sequencePart(), impl->opened, EditLists::followed, options.ofPipesWithoutClip);
     if (!input) {
         return input.error();
     }
     impl->input = std::move(input.value());
+    // What FFmpeg takes raw frames for has no pictures that can be decoded.
+    const std::string ofPipe = impl->isPipe() ? options.ofPipesWithoutClip : "";
     if (const Status status = impl->findStreams(); !status) {
-        return Error{status.text()};
+        return Error{status.text() + ofPipe};
     }
     if (const Status status = impl->openDecoder(); !status) {
         return Error{status.text()};
@@ -444,8 +459,8 @@ Result<std::unique_ptr<ClipReader::Impl>> ClipReader::Impl::start(const fs::path
         const std::string why =
             needsSeeking ? ": MOV and MP4 are read from a pipe only in fragments, or with their index first "
                            "(ffmpeg -movflags +faststart); NUT and Matroska always are"
-            : impl->problems.empty() ? ""
-                                     : ": " + impl->problems.front();
+            : impl->problems.empty() ? ofPipe
+                                     : ": " + impl->problems.front() + ofPipe;
         return Error{quotedInput(file) + " holds no frame that can be decoded" + why};
     }
     return impl;
@@ -602,6 +617,7 @@ Status ClipReader::Impl::describe(const AVFrame& first)
     info.sampleAspect =
         fromAv(av_guess_sample_aspect_ratio(input.get(), stream, const_cast<AVFrame*>(&first)));
     describePicture(first, info);
+    info.hasFloats = floatsOf(first) != nullptr;
     info.colour = colourOf(first, *stream->codecpar);
     info.colour.brightness = brightnessOf(first, *stream);
     info.orientation = orientationOf(*stream, first);
@@ -948,6 +964,13 @@ int ClipReader::Impl::readPacket()
         }
         error = av_read_frame(input.get(), packet.get());
     }
+    if (error >= 0 && (input->iformat->flags & AVFMT_TS_DISCONT) != 0) {
+        const AVStream& of = *input->streams[packet->stream_index];
+        const AVMediaType type = of.codecpar->codec_type;
+        if (type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO) {
+            clock.follow(*packet, of.time_base);
+        }
+    }
     if (error >= 0 && sequence) {
         const std::int64_t before = sequence->runs()[run].first - sequence->first();
         packet->pts += before;
@@ -1020,7 +1043,7 @@ FramePtr ClipReader::Impl::decode()
         if (error >= 0) {
             damageInARow = 0;
             if (codesOfFloats(static_cast<AVPixelFormat>(frame->format)) != AV_PIX_FMT_NONE) {
-                frame = codesFrom(*frame, clipped);
+                frame = codesFrom(*frame, clipped, options.keepsFloats);
                 failure = frame ? "" : "out of memory for a frame";
             }
             return frame;
@@ -1074,6 +1097,66 @@ FrameTime ClipReader::Impl::timeOf(const AVFrame& frame)
     lastPts = time.pts;
     lastDuration = time.duration;
     return time;
+}
+
+/// A frame that comes long after the one before it, and after the next one too, has a wrong time: it gets the
+/// one that is due. What follows it would come as late otherwise.
+void ClipReader::Impl::mendTime(AVFrame& picture)
+{
+    constexpr int longGap = 10; // seconds
+    const std::int64_t told = picture.best_effort_timestamp;
+    if (sequence || info.isStill || !lastPts || told == AV_NOPTS_VALUE) {
+        return;
+    }
+    const std::int64_t due = av_sat_add64(*lastPts, std::max<std::int64_t>(lastDuration, 1));
+    const std::int64_t late = av_sat_sub64(told, due);
+    if (late <= av_rescale_q(longGap, {1, 1}, stream->time_base)) {
+        return;
+    }
+    pending = decode();
+    const std::int64_t next = pending ? pending->best_effort_timestamp : AV_NOPTS_VALUE;
+    if (next != AV_NOPTS_VALUE && next > *lastPts && next < told) {
+        picture.best_effort_timestamp = due;
+        noteMoved(told, due);
+    } else if (late > longestGap) {
+        longestGap = late;
+        gap = "there is no frame between " + seconds(due, stream->time_base) + " and " +
+              seconds(told, stream->time_base);
+    }
+}
+
+/// A frame came with one time, and is given with another.
+void ClipReader::Impl::noteMoved(std::int64_t told, std::int64_t given)
+{
+    if (told != AV_NOPTS_VALUE && told != given) {
+        firstMoved = moved == 0 ? told : firstMoved;
+        ++moved;
+    }
+}
+
+std::vector<std::string> ClipReader::Impl::remarksOnTimes() const
+{
+    const std::string name = quotedInput(file) + ": ";
+    std::vector<std::string> remarks;
+    if (clock.count() > 0) {
+        remarks.push_back(name + "its clock jumps " +
+                          (clock.count() == 1 ? "once" : std::to_string(clock.count()) + " times") +
+                          ", as where streams are joined; what follows a jump is put right after what is "
+                          "before it");
+    }
+    if (moved > 0) {
+        const std::string first = seconds(firstMoved, stream->time_base);
+        remarks.push_back(name +
+                          (moved == 1 ? "the time of one frame, " + first + ", does not follow"
+                                      : "the times of " + std::to_string(moved) + " frames, the first " +
+                                            first + ", do not follow") +
+                          " that of the frame before; " + (moved == 1 ? "it is" : "each of them is") +
+                          " shown right after that frame");
+    }
+    if (!gap.empty()) {
+        remarks.push_back(name + gap + "; the frame before is shown as long");
+    }
+    return remarks;
 }
 
 /// A clip may change its range: each frame's own tag holds.
@@ -1293,6 +1376,7 @@ std::shared_ptr<const AVFrame> ClipReader::Impl::blackLike(const AVFrame& pictur
     if (av_frame_get_buffer(black.get(), 0) < 0 || av_frame_copy_props(black.get(), &picture) < 0) {
         return nullptr;
     }
+    forgetFloats(*black);
     std::copy_n(std::begin(black->linesize), pitches.size(), pitches.begin());
     const AVColorRange range = toAv(rangeOf(picture));
     if (av_image_fill_black(black->data, pitches.data(), static_cast<AVPixelFormat>(black->format), range,
@@ -1509,7 +1593,9 @@ ClipReader::Next ClipReader::next(Frame& frame)
         return self.failure.empty() ? Next::end : Next::failed;
     }
     const bool damaged = picture->decode_error_flags != 0 || (picture->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+    self.mendTime(*picture);
     const FrameTime time = self.timeOf(*picture);
+    self.noteMoved(picture->best_effort_timestamp, time.pts);
     ++self.framesGiven;
     self.noteDamage(*picture, time, damaged);
     const Range range = self.rangeOf(*picture);
@@ -1567,18 +1653,25 @@ const std::vector<std::string>& ClipReader::problems() const
     return impl_->problems;
 }
 
+std::vector<std::string> ClipReader::remarksOnTimes() const
+{
+    return impl_->remarksOnTimes();
+}
+
 std::vector<std::string> ClipReader::remarks() const
 {
     const ClippedNumbers& clipped = impl_->clipped;
+    std::vector<std::string> remarks = impl_->remarksOnTimes();
     if (clipped.pictures == 0) {
-        return {};
+        return remarks;
     }
     std::array<char, 128> span{};
     std::snprintf(span.data(), span.size(), "from %g to %g", static_cast<double>(clipped.least),
                   static_cast<double>(clipped.greatest));
-    return {quotedInput(impl_->file) + ": " + std::to_string(clipped.pictures) +
-            (clipped.pictures == 1 ? " frame has" : " frames have") + " values beyond 0 and 1 (" +
-            span.data() + "), which are clipped"};
+    remarks.push_back(quotedInput(impl_->file) + ": " + std::to_string(clipped.pictures) +
+                      (clipped.pictures == 1 ? " frame has" : " frames have") + " values beyond 0 and 1 (" +
+                      span.data() + "), which are clipped");
+    return remarks;
 }
 
 std::shared_ptr<AudioQueue> ClipReader::audio() const

@@ -66,6 +66,8 @@ struct StreamInfo
     /// Packing to 4:2:2 only rearranges the codes.
     bool packsCodes = false;
     bool hasAudio = false;
+    /// Frames are of floats, which Options::keepsFloats has kept: see floatsOf().
+    bool hasFloats = false;
     /// Frames say how opaque they are.
     bool hasAlpha = false;
     /// Colour at the full width (RGB, 4:4:4), of which packing to 4:2:2 keeps half.
@@ -100,6 +102,10 @@ public:
         bool keepAudio = false;
         /// Whether the name "-" is standard input.
         bool mayBeStandardInput = false;
+        /// What is said of a pipe that holds no clip, behind the reason: "; ...".
+        std::string ofPipesWithoutClip = {};
+        /// Whether frames of floats are kept as such beside their codes, since they are converted as floats.
+        bool keepsFloats = false;
         /// Of a numbered sequence: frames a second, its first picture, and what is done about missing ones.
         std::optional<Rational> sequenceRate = std::nullopt;
         std::optional<std::int64_t> startNumber = std::nullopt;
@@ -168,6 +174,9 @@ public:
 
     /// What else is to be said of the frames given so far, a line each.
     std::vector<std::string> remarks() const;
+
+    /// Those of remarks() that are about times.
+    std::vector<std::string> remarksOnTimes() const;
 
     /// The audio packets, in file order; without tracks if the file has none or keepAudio is off. next()
     /// fills it; it is complete once next() has returned end or failed.

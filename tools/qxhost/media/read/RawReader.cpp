@@ -37,7 +37,7 @@ RawReader::RawReader(std::filesystem::path file, int descriptor, StoredLayout la
 
 RawReader::~RawReader()
 {
-    if (!isPipe_) {
+    if (descriptor_ != STDIN_FILENO) {
         ::close(descriptor_);
     }
 }
@@ -45,23 +45,31 @@ RawReader::~RawReader()
 Result<std::unique_ptr<RawReader>> RawReader::open(const std::filesystem::path& file,
                                                    const StoredLayout& layout, int width, int height)
 {
-    if (file == standardName) {
-        if (::isatty(STDIN_FILENO) == 1) {
-            return cannotRead(file, "it is a terminal");
-        }
-        std::unique_ptr<RawReader> reader(new RawReader(file, STDIN_FILENO, layout));
+    const bool isStandard = file == standardName;
+    if (isStandard && ::isatty(STDIN_FILENO) == 1) {
+        return cannotRead(file, "it is a terminal");
+    }
+    struct stat status = {};
+    if (!isStandard && ::stat(file.c_str(), &status) != 0) {
+        return cannotRead(file, errno == ENOENT ? "there is no such file" : Host::systemProblem(errno));
+    }
+    const bool isNamedPipe = S_ISFIFO(status.st_mode);
+    // Only a pipe is waited for, as every reader of one waits for its writer.
+    const int flags = O_RDONLY | O_CLOEXEC | (isNamedPipe ? 0 : O_NONBLOCK);
+    const int descriptor = isStandard ? STDIN_FILENO : ::open(file.c_str(), flags);
+    if (descriptor < 0) {
+        return cannotRead(file, Host::systemProblem(errno));
+    }
+    std::unique_ptr<RawReader> reader(new RawReader(file, descriptor, layout));
+    if (isStandard || isNamedPipe) {
         reader->isPipe_ = true;
         reader->sizeOfFrame_ = frameText(layout, width, height);
-        reader->files_->add("/proc/self/fd/0");
+        if (isStandard) {
+            reader->files_->add("/proc/self/fd/0");
+        }
         reader->frame_.resize(layout.frameBytes());
         return reader;
     }
-    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); // a pipe must not hang
-    if (descriptor < 0) {
-        return cannotRead(file, errno == ENOENT ? "there is no such file" : Host::systemProblem(errno));
-    }
-    std::unique_ptr<RawReader> reader(new RawReader(file, descriptor, layout));
-    struct stat status = {};
     if (::fstat(descriptor, &status) != 0) {
         return cannotRead(file, Host::systemProblem(errno));
     }

@@ -13,23 +13,24 @@
 
 namespace Qx::Media {
 
-/// Reads frames from a file that holds nothing else, in any order, or from standard input ("-"), one after
-/// the other. One thread at a time.
+/// Reads frames from a file that holds nothing else, in any order, or from a pipe, standard input ("-") or
+/// one that has a name, one after the other. One thread at a time.
 class RawReader
 {
 public:
-    /// Fails if there is no such file, if it cannot be read, or if it does not hold one whole frame.
+    /// Fails if there is no such file, if it cannot be read, or if it does not hold one whole frame. Blocks
+    /// until a pipe that has a name is written to.
     static Result<std::unique_ptr<RawReader>> open(const std::filesystem::path& file,
                                                    const StoredLayout& layout, int width, int height);
     ~RawReader();
     RawReader(const RawReader&) = delete;
     RawReader& operator=(const RawReader&) = delete;
 
-    /// Whole frames in the file; 0 for standard input, which shows how many when it ends.
+    /// Whole frames in the file; 0 for a pipe, which shows how many when it ends.
     std::int64_t frameCount() const { return frames_; }
     bool isPipe() const { return isPipe_; }
 
-    /// The next frame of standard input, for scatter(); empty at its end, and after a failure. remainder()
+    /// The next frame of a pipe, for scatter(); empty at its end, and after a failure. remainder()
     /// and failure() are then complete.
     std::shared_ptr<const std::vector<std::byte>> readNext();
 
@@ -39,7 +40,7 @@ public:
         layout_.scatter(frame.data(), rows, pitch);
     }
 
-    /// Why standard input could not be read to its end; empty if it could.
+    /// Why a pipe could not be read to its end; empty if it could.
     const std::string& failure() const { return failure_; }
 
     /// A description of what follows the last whole frame; empty if nothing does.

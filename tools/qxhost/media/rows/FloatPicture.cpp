@@ -1,6 +1,7 @@
 #include "tools/qxhost/media/rows/FloatPicture.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -18,12 +19,16 @@ float numberAt(const std::uint8_t* from, bool isSwapped)
     return std::bit_cast<float>(isSwapped ? __builtin_bswap32(bits) : bits);
 }
 
-/// The nearest number of IEEE 754's binary16, of a number from 0 to 1.
+/// The nearest number of IEEE 754's binary16; the largest, not infinity, of one beyond these.
 float nearestHalf(float number)
 {
     constexpr float leastNormal = 0x1p-14F;
     constexpr float leastStep = 0x1p-24F;
-    if (number < leastNormal) {
+    constexpr float largest = 65504;
+    if (!(std::abs(number) < largest)) {
+        return std::copysign(largest, number);
+    }
+    if (std::abs(number) < leastNormal) {
         return std::nearbyint(number / leastStep) * leastStep;
     }
     constexpr std::uint32_t cut = 13; // digits that binary32 has more
@@ -63,7 +68,127 @@ AVPixelFormat codesOfFloats(AVPixelFormat format)
     }
 }
 
-FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped)
+namespace {
+
+/// A number as a code, as far as one holds it. Returns whether it does.
+bool takeCode(float number, std::uint16_t& code, ClippedNumbers& clipped)
+{
+    const bool isHeld = number >= 0 && number <= 1;
+    if (!isHeld) {
+        clipped.least = std::min(clipped.least, number);
+        clipped.greatest = std::max(clipped.greatest, number);
+    }
+    // What is no number is black.
+    const float within = number > 0 ? std::min(number, 1.0F) : 0.0F;
+    code = static_cast<std::uint16_t>(std::lround(within * largestOf16));
+    return isHeld;
+}
+
+void freeFloats(void* /*opaque*/, std::uint8_t* data)
+{
+    FramePtr frame(reinterpret_cast<AVFrame*>(data));
+}
+
+/// Has the picture of codes hold a reference to that of floats. Returns false if memory lacks.
+bool keepFloats(const AVFrame& floats, AVFrame& codes)
+{
+    FramePtr kept(av_frame_clone(&floats));
+    if (!kept) {
+        return false;
+    }
+    av_buffer_unref(&codes.opaque_ref);
+    codes.opaque_ref = av_buffer_create(reinterpret_cast<std::uint8_t*>(kept.get()), sizeof(AVFrame),
+                                        freeFloats, nullptr, AV_BUFFER_FLAG_READONLY);
+    if (codes.opaque_ref != nullptr) {
+        static_cast<void>(kept.release()); // the buffer has it
+    }
+    return codes.opaque_ref != nullptr;
+}
+
+/// The place of a component in a pixel of A R G B, of the planes of FFmpeg's RGB: green, blue, red, alpha.
+constexpr std::array<std::size_t, 4> placeOfPlane{2, 3, 1, 0};
+
+} // namespace
+
+const AVFrame* floatsOf(const AVFrame& codes)
+{
+    const auto* floats = codes.opaque_ref != nullptr && codes.opaque_ref->size == sizeof(AVFrame)
+                             ? reinterpret_cast<const AVFrame*>(codes.opaque_ref->data)
+                             : nullptr;
+    const bool isTheirs = floats != nullptr &&
+                          codesOfFloats(static_cast<AVPixelFormat>(floats->format)) == codes.format &&
+                          floats->width == codes.width && floats->height == codes.height;
+    return isTheirs ? floats : nullptr;
+}
+
+void forgetFloats(AVFrame& codes)
+{
+    av_buffer_unref(&codes.opaque_ref);
+}
+
+void placeFloats(const AVFrame& codes, void* rows, std::ptrdiff_t pitch)
+{
+    const AVFrame* floats = floatsOf(codes);
+    const AVFrame& from = floats != nullptr ? *floats : codes;
+    const AVPixFmtDescriptor& format = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(from.format));
+    const bool isSwapped = floats != nullptr && (format.flags & AV_PIX_FMT_FLAG_BE) != 0;
+    const int planes = av_pix_fmt_count_planes(static_cast<AVPixelFormat>(from.format));
+    for (int y = 0; y < from.height; ++y) {
+        auto* row = reinterpret_cast<float*>(static_cast<std::byte*>(rows) + y * pitch);
+        for (std::size_t plane = 0; plane < placeOfPlane.size(); ++plane) {
+            const bool isThere = plane < static_cast<std::size_t>(planes) || (planes == 1 && plane < 3);
+            const std::size_t source = planes == 1 ? 0 : plane; // grey stands for all three
+            const std::uint8_t* line =
+                isThere ? from.data[source] + std::ptrdiff_t{y} * from.linesize[source] : nullptr;
+            for (int x = 0; x < from.width; ++x) {
+                float number = 1;
+                if (isThere && floats != nullptr) {
+                    number = numberAt(line + std::ptrdiff_t{x} * 4, isSwapped);
+                } else if (isThere) {
+                    std::uint16_t code = 0;
+                    std::memcpy(&code, line + std::ptrdiff_t{x} * 2, sizeof code);
+                    number = static_cast<float>(code) / largestOf16;
+                }
+                row[4 * static_cast<std::size_t>(x) + placeOfPlane.at(plane)] =
+                    std::isnan(number) ? 0.0F : number;
+            }
+        }
+    }
+}
+
+void codesFrom(const FloatRows& from, void* rows, std::ptrdiff_t pitch, ClippedNumbers& clipped)
+{
+    bool isHeld = true;
+    for (int y = 0; y < from.height; ++y) {
+        const auto* numbers =
+            reinterpret_cast<const float*>(static_cast<const std::byte*>(from.rows) + y * from.pitch);
+        auto* codes = reinterpret_cast<std::uint16_t*>(static_cast<std::byte*>(rows) + y * pitch);
+        for (std::size_t i = 0; i < 4 * static_cast<std::size_t>(from.width); ++i) {
+            isHeld = takeCode(numbers[i], codes[i], clipped) && isHeld;
+        }
+    }
+    clipped.pictures += isHeld ? 0 : 1;
+}
+
+void planesFrom(const FloatRows& from, AVFrame& floats, bool asHalves)
+{
+    const int planes = av_pix_fmt_count_planes(static_cast<AVPixelFormat>(floats.format));
+    for (int y = 0; y < from.height; ++y) {
+        const auto* numbers =
+            reinterpret_cast<const float*>(static_cast<const std::byte*>(from.rows) + y * from.pitch);
+        for (int plane = 0; plane < planes; ++plane) {
+            auto* line =
+                reinterpret_cast<float*>(floats.data[plane] + std::ptrdiff_t{y} * floats.linesize[plane]);
+            const std::size_t place = placeOfPlane.at(static_cast<std::size_t>(plane));
+            for (int x = 0; x < from.width; ++x) {
+                const float number = numbers[4 * static_cast<std::size_t>(x) + place];
+                line[x] = asHalves ? nearestHalf(number) : number;
+            }
+        }
+    }
+}
+
+FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped, bool keepsFloats)
 {
     const auto format = static_cast<AVPixelFormat>(floats.format);
     const bool isSwapped = (av_pix_fmt_desc_get(format)->flags & AV_PIX_FMT_FLAG_BE) != 0;
@@ -78,6 +203,10 @@ FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped)
         return nullptr;
     }
     codes->color_range = AVCOL_RANGE_JPEG;
+    const bool isGrey = av_pix_fmt_count_planes(format) < 3; // which becomes YCbCr
+    if (keepsFloats && !isGrey && !keepFloats(floats, *codes)) {
+        return nullptr;
+    }
     bool isClipped = false;
     for (int plane = 0; plane < av_pix_fmt_count_planes(format); ++plane) {
         for (int y = 0; y < floats.height; ++y) {
@@ -86,14 +215,7 @@ FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped)
                                                         std::ptrdiff_t{y} * codes->linesize[plane]);
             for (int x = 0; x < floats.width; ++x) {
                 const float number = numberAt(from + std::ptrdiff_t{x} * 4, isSwapped);
-                if (!(number >= 0 && number <= 1)) {
-                    isClipped = true;
-                    clipped.least = std::min(clipped.least, number);
-                    clipped.greatest = std::max(clipped.greatest, number);
-                }
-                // What is no number is black.
-                const float within = number > 0 ? std::min(number, 1.0F) : 0.0F;
-                to[x] = static_cast<std::uint16_t>(std::lround(within * largestOf16));
+                isClipped = !takeCode(number, to[x], clipped) || isClipped;
             }
         }
     }

@@ -3,6 +3,7 @@
 #include "tools/qxhost/media/Ffmpeg.h"
 #include "tools/qxhost/media/Result.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace Qx::Media {
@@ -22,8 +23,33 @@ struct ClippedNumbers
     float greatest = 1;
 };
 
-/// The same picture in codes of 16 bits, to the nearest. Null if memory lacks.
-FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped);
+/// The same picture in codes of 16 bits, to the nearest. Null if memory lacks. With `keepsFloats`, floatsOf()
+/// gives the picture of floats, which stays as long as the one of codes.
+FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped, bool keepsFloats);
+
+/// The picture of floats that one of codes was made from; null if there is none, or it was not kept.
+const AVFrame* floatsOf(const AVFrame& codes);
+
+/// Forgets the picture of floats, of a picture whose codes have become others.
+void forgetFloats(AVFrame& codes);
+
+/// Writes a picture as rows of A R G B, four floats a pixel, rows beginning at rows, rows + pitch, ...: its
+/// floats if it has them, otherwise its codes of 16 bits as parts of 65535. It holds RGB or grey. What is no
+/// number is black, and without alpha it is opaque.
+void placeFloats(const AVFrame& codes, void* rows, std::ptrdiff_t pitch);
+
+/// Rows of A R G B as codes of 16 bits of a picture, to the nearest.
+struct FloatRows
+{
+    const void* rows = nullptr;
+    std::ptrdiff_t pitch = 0; ///< bytes
+    int width = 0;
+    int height = 0;
+};
+void codesFrom(const FloatRows& from, void* rows, std::ptrdiff_t pitch, ClippedNumbers& clipped);
+
+/// Rows of A R G B as the planes of a picture of floats, which has its memory; see floatsFrom().
+void planesFrom(const FloatRows& from, AVFrame& floats, bool asHalves);
 
 /// The planes of codes of 8 or 16 bits as those of a picture of floats, which has its memory; for files of
 /// halves as the nearest of these, since FFmpeg's encoder cuts off the digits that halves lack.

@@ -5,6 +5,7 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/files/OutputFile.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/write/AudioChoice.h"
 #include "tools/qxhost/media/write/ClipWriter.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
@@ -107,6 +108,9 @@ Result<std::unique_ptr<iFrameWriter>> openWriter(const std::filesystem::path& fi
     if (file == standardName && settings.standardOutput < 0) {
         return Error{"cannot write to standard output here; give a file's name"};
     }
+    if (std::error_code unknown; settings.standardOutput < 0 && std::filesystem::is_fifo(file, unknown)) {
+        return OutputFile::isPipe(file); // whatever its name ends in
+    }
     if (extension.empty()) {
         return Error{"cannot write " + quotedOutput(file) +
                      ": its name has no extension: expected .png, .mov, .mkv, .mp4 or another"};
@@ -189,6 +193,21 @@ bool takesDecoded(const std::filesystem::path& file, const OutputSettings& setti
     return !rows.isRgb() && !rows.isGrey() && hasItsAlpha &&
            encodedMatrix(encoding->first->id, encoding->second, settings.colour.matrix) ==
                settings.colour.matrix;
+}
+
+bool takesFloats(const std::filesystem::path& file, const OutputSettings& settings)
+{
+    const std::string extension = kindOf(file, settings);
+    if (settings.stored || !isPictureExtension(extension)) {
+        const auto encoding = encodingOf(file, settings);
+        return encoding && codesOfFloats(encoding->second) != AV_PIX_FMT_NONE;
+    }
+    const auto codec = choosePictureEncoder(extension, settings);
+    if (!codec) {
+        return false;
+    }
+    const auto format = choosePixelFormat(*codec.value(), settings);
+    return format && codesOfFloats(format.value()) != AV_PIX_FMT_NONE;
 }
 
 Range bestRgbRange(const std::filesystem::path& file, const OutputSettings& settings)

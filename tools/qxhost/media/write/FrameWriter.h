@@ -42,6 +42,9 @@ struct OutputSettings
     int height = 0;
     /// Of the frames given: four components a pixel in memory order A R G B.
     Depth depth = Depth::bits8;
+    /// Frames are given as four 32-bit floats a pixel in that order; `depth` is 16 bits. For outputs for
+    /// which takesFloats() is true.
+    bool floats = false;
     /// If set, frames have this layout instead and are written unconverted; depth and alpha above are
     /// ignored. `colour`, including its range, goes into the file's tags.
     std::optional<StoredLayout> stored;
@@ -191,6 +194,9 @@ bool writesRawFrames(const std::filesystem::path& file, const StoredLayout& layo
 /// Whether openWriter() would encode YCbCr of settings.colour's matrix into a clip, with alpha only if the
 /// frames have it: what writeDecoded() is for.
 bool takesDecoded(const std::filesystem::path& file, const OutputSettings& settings);
+
+/// Whether openWriter() would write pictures of floats.
+bool takesFloats(const std::filesystem::path& file, const OutputSettings& settings);
 
 /// The range in which RGB codes lose least on their way into that file, whatever settings.rgbRange says:
 /// video for YCbCr in video range, full for everything else, and for what openWriter() would refuse.

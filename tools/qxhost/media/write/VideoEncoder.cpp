@@ -52,6 +52,7 @@ Status VideoEncoder::configure(const AVCodec& codec, const OutputSettings& setti
     input_.emplace(settings.depth == Depth::bits8 ? AV_PIX_FMT_RGBA : AV_PIX_FMT_RGBA64);
     codes_ = codesOfFloats(format.value());
     makesFloats_ = codes_ != AV_PIX_FMT_NONE;
+    takesFloats_ = makesFloats_ && settings.floats;
     if (makesFloats_ && settings.depth == Depth::bits8) {
         codes_ = codes_ == AV_PIX_FMT_GBRAP16 ? AV_PIX_FMT_GBRAP : AV_PIX_FMT_GBRP;
     }
@@ -173,8 +174,30 @@ FramePtr VideoEncoder::makeFrame(AVPixelFormat format)
     return reference(*made_.back());
 }
 
+Status VideoEncoder::encodeFloats(const void* rows, std::ptrdiff_t pitch, const FrameTime& time,
+                                  const Sink& sink)
+{
+    FramePtr frame = makeFrame(context_->pix_fmt);
+    if (!frame) {
+        return Error{"out of memory for a frame"};
+    }
+    planesFrom({rows, pitch, context_->width, context_->height}, *frame, makesHalves_);
+    if (output_->hasAlpha() && !alpha_) {
+        constexpr int alpha = 3;
+        for (int y = 0; y < context_->height; ++y) {
+            auto* line =
+                reinterpret_cast<float*>(frame->data[alpha] + std::ptrdiff_t{y} * frame->linesize[alpha]);
+            std::fill_n(line, context_->width, 1.0F);
+        }
+    }
+    return send(std::move(frame), time, sink);
+}
+
 Status VideoEncoder::encode(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink)
 {
+    if (takesFloats_) {
+        return encodeFloats(rows, pitch, time, sink);
+    }
     FramePtr frame = makeFrame(codes_);
     FramePtr view(av_frame_alloc());
     if (!frame || !view) {

@@ -37,6 +37,7 @@ public:
     std::int64_t movedFrames() const override { return times_.moved(); }
 
 private:
+    Status encodeFloats(const void* rows, std::ptrdiff_t pitch, const FrameTime& time, const Sink& sink);
     VideoEncoder() = default;
 
     Status configure(const AVCodec& codec, const OutputSettings& settings, AVRational timeBase,
@@ -79,6 +80,7 @@ private:
     bool alpha_ = false;
     Dither dither_ = Dither::none;
     bool dropsAlpha_ = false;
+    bool takesFloats_ = false;              // as they are
     bool makesFloats_ = false;              // of the codes
     bool makesHalves_ = false;              // of the floats
     AVPixelFormat codes_ = AV_PIX_FMT_NONE; // what is made before floats, or the encoder's format

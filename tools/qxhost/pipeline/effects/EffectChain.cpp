@@ -249,8 +249,8 @@ std::string obstacleFor(const EffectRequest& request, const TextureBinding& bind
 } // namespace
 
 EffectChain::EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin,
-                         Parameters parameters)
-    : begin_(begin ? *begin : localTime()), parameters_(parameters)
+                         Parameters parameters, Host::LUTInput input)
+    : begin_(begin ? *begin : localTime()), parameters_(parameters), input_(input)
 {
     for (const EffectRequest& request : requests) {
         try {
@@ -293,7 +293,7 @@ void EffectChain::takeLut(Link& link, const std::string& lut) const
         link.technique = same->technique;
         return;
     }
-    takeTable(link, obtainLut(lut));
+    takeTable(link, obtainLut(lut, input_));
 }
 
 void EffectChain::takeTable(Link& link, LutOnGpu table)
@@ -307,7 +307,7 @@ EffectChain::Link EffectChain::makeLink(const EffectRequest& request)
     if (!request.ocio) {
         return makeLink(request, {});
     }
-    ColourSpaceDrawing drawing = obtainColourSpaceChange(*request.ocio, warnings_);
+    ColourSpaceDrawing drawing = obtainColourSpaceChange(*request.ocio, warnings_, input_);
     if (auto* table = std::get_if<LutOnGpu>(&drawing)) {
         return makeLink(request, std::move(*table));
     }

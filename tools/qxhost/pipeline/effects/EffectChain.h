@@ -31,10 +31,11 @@ public:
     };
 
     /// Finds or compiles the effects, reads the LUTs and checks techniques and parameters. `begin` is the
-    /// date of the clip's beginning; now without it. Throws Failure (effect), a WrongOption for what the
-    /// effect has not.
+    /// date of the clip's beginning; now without it. `input` is what pictures consist of. Throws Failure
+    /// (effect), a WrongOption for what the effect has not.
     explicit EffectChain(const std::vector<EffectRequest>& requests, std::optional<DateTime> begin = {},
-                         Parameters parameters = Parameters::shared);
+                         Parameters parameters = Parameters::shared,
+                         Host::LUTInput input = Host::LUTInput::Codes);
 
     std::size_t size() const { return links_.size(); }
 
@@ -110,6 +111,7 @@ private:
 
     const DateTime begin_;
     const Parameters parameters_;
+    const Host::LUTInput input_;
     std::vector<Link> links_;
     std::vector<std::filesystem::path> textureFiles_;
     std::vector<std::string> warnings_;

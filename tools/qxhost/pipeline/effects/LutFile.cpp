@@ -98,16 +98,16 @@ std::filesystem::path lutPath(const std::string& nameOrPath)
     return nameOrPath;
 }
 
-LutOnGpu obtainLut(const std::string& nameOrPath)
+LutOnGpu obtainLut(const std::string& nameOrPath, Host::LUTInput input)
 {
     const std::filesystem::path file = lutPath(nameOrPath);
-    return uploaded(Host::readLUT(file), "--lut ", file.string());
+    return uploaded(Host::readLUT(file, input), "--lut ", file.string());
 }
 
 ColourSpaceDrawing obtainColourSpaceChange(const Host::ColourSpaceChange& change,
-                                           std::vector<std::string>& warnings)
+                                           std::vector<std::string>& warnings, Host::LUTInput input)
 {
-    const Host::ColourSpaceReading reading = Host::readColourSpaceChange(change);
+    const Host::ColourSpaceReading reading = Host::readColourSpaceChange(change, input);
     if (!reading.effect.empty()) {
         return keptEffect(reading.effect);
     }

@@ -25,7 +25,7 @@ struct LutOnGpu
 };
 
 /// Reads the LUT and uploads it. Throws Failure (effect), with the reason.
-LutOnGpu obtainLut(const std::string& nameOrPath);
+LutOnGpu obtainLut(const std::string& nameOrPath, Host::LUTInput input = Host::LUTInput::Codes);
 
 /// What draws a change of colour spaces: a LUT, or an effect's file.
 using ColourSpaceDrawing = std::variant<LutOnGpu, std::filesystem::path>;
@@ -33,7 +33,8 @@ using ColourSpaceDrawing = std::variant<LutOnGpu, std::filesystem::path>;
 /// Reads the change. Appends a warning if the result may be off by more than a LUT may. Throws Failure
 /// (effect).
 ColourSpaceDrawing obtainColourSpaceChange(const Host::ColourSpaceChange& change,
-                                           std::vector<std::string>& warnings);
+                                           std::vector<std::string>& warnings,
+                                           Host::LUTInput input = Host::LUTInput::Codes);
 
 /// A change of colour spaces for people: "studio.ocio: ACEScg to sRGB, Film".
 std::string wordsOf(const Host::ColourSpaceChange& change);

@@ -3,6 +3,7 @@
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/media/filter/FilteredClip.h"
 #include "tools/qxhost/media/read/RawReader.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/rows/RgbPacker.h"
 
 #include <algorithm>
@@ -86,13 +87,23 @@ public:
                                 : packer_->pack(frame, rows, pitch);
     }
 
+    void placeFloats(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
+    {
+        placesFloats_ = true;
+        Media::placeFloats(*frame.picture(), rows, pitch);
+    }
+
     const std::string& failure() const override
     {
         return filtered_ && !filtered_->failure().empty() ? filtered_->failure() : reader_->failure();
     }
     std::int64_t problemCount() const override { return reader_->problemCount(); }
     const std::vector<std::string>& problems() const override { return reader_->problems(); }
-    std::vector<std::string> remarks() const override { return reader_->remarks(); }
+    /// What was placed as floats was not clipped.
+    std::vector<std::string> remarks() const override
+    {
+        return placesFloats_ ? reader_->remarksOnTimes() : reader_->remarks();
+    }
     std::shared_ptr<Media::FileSet> files() const override { return reader_->files(); }
     std::shared_ptr<Media::AudioQueue> audio() const override { return reader_->audio(); }
 
@@ -119,6 +130,7 @@ private:
     std::unique_ptr<Media::FilteredClip> filtered_; ///< null: frames are as they are decoded
     RangeLimit limit_;                              ///< of the frames that are filtered
     bool hasEndedEarly_ = false;
+    bool placesFloats_ = false;
     Media::FramePacker::Target source_;
     std::optional<Media::FramePacker> packer_;
 };
@@ -333,6 +345,23 @@ void refuseSequenceOptions(const ConvertOptions& options)
     }
 }
 
+/// Whether pictures of floats may be converted as such. The filters, the steps and the texts that are left
+/// out here know codes alone.
+bool mayKeepFloats(const ConvertOptions& options)
+{
+    const FilterOptions& filters = options.filters;
+    return !options.depth && filters.before.empty() && filters.deinterlace.empty() &&
+           filters.shortForms.empty() && !options.rotates && options.burnIns.empty() &&
+           std::holds_alternative<std::monostate>(options.step);
+}
+
+/// What to do if a pipe that holds no clip holds raw frames.
+std::string ofRawFrames(const RawInputOptions& raw)
+{
+    return fmt::format("; raw frames need --raw FORMAT and {0} WxH, as in --raw uyvy {0} 1920x1080",
+                       raw.sizeOption);
+}
+
 } // namespace
 
 bool holdsRgb(const Media::StreamInfo& info)
@@ -355,6 +384,8 @@ std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool 
     auto reader = Media::ClipReader::open(options.input, {.threads = 0,
                                                           .keepAudio = keepAudio,
                                                           .mayBeStandardInput = true,
+                                                          .ofPipesWithoutClip = ofRawFrames(options.raw),
+                                                          .keepsFloats = mayKeepFloats(options),
                                                           .sequenceRate = options.raw.frameRate,
                                                           .startNumber = options.sequence.startNumber,
                                                           .missing = options.sequence.missing});

@@ -59,6 +59,10 @@ public:
     /// Writes a frame to memory in the layout that prepare() returned; rows begin at rows, rows + pitch, ...
     virtual Media::Status place(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) = 0;
 
+    /// As place(), but four floats a pixel, A R G B. For inputs whose info().hasFloats is true, which are
+    /// RGB.
+    virtual void placeFloats(const Media::Frame& /*frame*/, void* /*rows*/, std::ptrdiff_t /*pitch*/) {}
+
     /// Why next() returned failed.
     virtual const std::string& failure() const = 0;
     /// Damage found so far: the number of cases, and a line for each of the first few.

@@ -1,0 +1,259 @@
+// Pictures of floats, whose numbers beyond 0 and 1 are kept up to the output: OpenImageIO and OpenColorIO
+// judge.
+
+#include "tests/system/program/Program.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+namespace Qx::System {
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string scenes = R"(ocio_profile_version: 2
+roles: {default: ACES, scene_linear: ACES}
+file_rules:
+  - !<Rule> {name: Default, colorspace: default}
+displays:
+  Monitor:
+    - !<View> {name: Film, colorspace: sRGB}
+  Cinema:
+    - !<View> {name: SDR, view_transform: aces, display_colorspace: BT.1886}
+view_transforms:
+  - !<ViewTransform>
+    name: aces
+    from_scene_reference: !<BuiltinTransform> {style: ACES-OUTPUT - ACES2065-1_to_CIE-XYZ-D65 - SDR-VIDEO_1.0}
+display_colorspaces:
+  - !<ColorSpace>
+    name: BT.1886
+    from_display_reference: !<BuiltinTransform> {style: DISPLAY - CIE-XYZ-D65_to_REC.1886-REC.709}
+colorspaces:
+  - !<ColorSpace> {name: ACES}
+  - !<ColorSpace>
+    name: grading
+    to_scene_reference: !<BuiltinTransform> {style: ACEScct_to_ACES2065-1}
+  - !<ColorSpace>
+    name: camera log
+    to_scene_reference: !<BuiltinTransform> {style: ARRI_ALEXA-LOGC-EI800-AWG_to_ACES2065-1}
+  - !<ColorSpace>
+    name: sRGB
+    from_scene_reference: !<GroupTransform>
+      children:
+        - !<MatrixTransform> {matrix: [2.52169, -1.13413, -0.38756, 0, -0.27648, 1.37272, -0.09624, 0, -0.01538, -0.15298, 1.16835, 0, 0, 0, 0, 1]}
+        - !<ExponentWithLinearTransform> {gamma: 2.4, offset: 0.055, direction: inverse}
+)";
+
+const std::string gain = R"(texture Input;
+sampler InputSampler = sampler_state { Texture = <Input>; MinFilter = Point; MagFilter = Point; };
+float by = 2;
+float4 multiplied(float2 uv : TEXCOORD0) : COLOR { float4 c = tex2D(InputSampler, uv); return float4(c.rgb * by, c.a); }
+technique Gain { pass P { PixelShader = compile ps_3_0 multiplied(); } }
+)";
+
+/// A linear picture with numbers from -0.1 to 16, in many combinations.
+class Unclipped : public ProgramTest
+{
+protected:
+    void SetUp() override
+    {
+        ProgramTest::SetUp();
+        write("scenes.ocio", scenes);
+        write("gain.fx", gain);
+        ffmpeg({"-f", "lavfi", "-i",
+                "nullsrc=s=257x143,format=rgb48,geq=r='65535*pow(mod(X*17+Y*31\\,253)/252\\,3)':"
+                "g='65535*pow(mod(X*7+Y*13\\,241)/240\\,3)':b='65535*pow(mod(X*3+Y*29\\,251)/250\\,3)'",
+                "-frames:v", "1", "codes.png"});
+        for (const std::string type : {"float", "half"}) {
+            judge({"oiiotool", "codes.png", "-d", type, "--mulc", "16.1", "--subc", "0.1", "-o",
+                   type + ".exr"});
+        }
+    }
+
+    void judge(const Lines& words) const
+    {
+        const Outcome judged = run(words);
+        ASSERT_EQ(judged.exitCode, 0) << judged.out << judged.err;
+    }
+
+    Outcome convert(Lines words) const
+    {
+        words.insert(words.begin(), "convert");
+        words.emplace_back("--force");
+        Outcome outcome = qxhost(words);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return outcome;
+    }
+
+    std::vector<std::uint16_t> codes(const std::string& file) const
+    {
+        const std::vector<std::uint8_t> bytes = decoded(file, "rgb48le");
+        std::vector<std::uint16_t> all(bytes.size() / 2);
+        std::memcpy(all.data(), bytes.data(), 2 * all.size());
+        return all;
+    }
+
+    /// In codes of 16 bits.
+    int largestDifference(const std::string& one, const std::string& other) const
+    {
+        const std::vector<std::uint16_t> a = codes(one);
+        const std::vector<std::uint16_t> b = codes(other);
+        EXPECT_EQ(a.size(), 3U * 257 * 143);
+        EXPECT_EQ(a.size(), b.size());
+        int largest = 0;
+        for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
+            largest = std::max(largest, std::abs(int{a[i]} - int{b[i]}));
+        }
+        return largest;
+    }
+
+    void expectNear(const std::string& one, const std::string& other, const std::string& tolerance) const
+    {
+        const Outcome outcome =
+            run({"oiiotool", "--fail", tolerance, "--hardfail", tolerance, "--diff", one, other});
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+    }
+
+    static void expectHas(const std::string& text, const std::string& part)
+    {
+        EXPECT_NE(text.find(part), std::string::npos) << text << "\nlacks " << part;
+    }
+};
+
+constexpr int quarterOfTenBitCode = 16;
+constexpr int halfOfTenBitCode = 32;
+
+TEST_F(Unclipped, linear_pictures_become_log_and_display_as_ocioconvert_has_them)
+{
+    for (const std::string input : {"float.exr", "half.exr"}) {
+        judge({"oiiotool", input, "-d", "float", "-o", "judged.exr"}); // ocioconvert writes what it reads
+        for (const std::string to : {"grading", "camera log", "sRGB"}) {
+            convert({input, "ours.png", "--ocio", "scenes.ocio", "--from", "ACES", "--to", to});
+            judge({"env", "OCIO=" + at("scenes.ocio").string(), "ocioconvert", "judged.exr", "ACES",
+                   "theirs.exr", to});
+            judge({"oiiotool", "theirs.exr", "-d", "uint16", "-o", "theirs.png"});
+            EXPECT_LE(largestDifference("ours.png", "theirs.png"), quarterOfTenBitCode)
+                << input << " to " << to;
+        }
+    }
+}
+
+TEST_F(Unclipped, view_transforms_see_the_highlights)
+{
+    convert({"float.exr", "ours.png", "--ocio", "scenes.ocio", "--from", "ACES", "--display", "Cinema",
+             "--view", "SDR"});
+    judge({"env", "OCIO=" + at("scenes.ocio").string(), "ocioconvert", "--view", "float.exr", "ACES",
+           "theirs.exr", "Cinema", "SDR"});
+    judge({"oiiotool", "theirs.exr", "-d", "uint16", "-o", "theirs.png"});
+    EXPECT_LE(largestDifference("ours.png", "theirs.png"), halfOfTenBitCode);
+}
+
+TEST_F(Unclipped, ten_bits_are_the_nearest_codes)
+{
+    convert({"float.exr", "ours.dpx", "--pixel-format", "gbrp10le", "--ocio", "scenes.ocio", "--from", "ACES",
+             "--to", "grading"});
+    judge({"env", "OCIO=" + at("scenes.ocio").string(), "ocioconvert", "float.exr", "ACES", "theirs.exr",
+           "grading"});
+    judge({"oiiotool", "theirs.exr", "-d", "uint10", "-o", "theirs.dpx"});
+    const std::vector<std::uint8_t> mine = decoded("ours.dpx", "gbrp10le");
+    const std::vector<std::uint8_t> reference = decoded("theirs.dpx", "gbrp10le");
+    ASSERT_EQ(mine.size(), reference.size());
+    int largest = 0;
+    for (std::size_t i = 0; i + 1 < mine.size(); i += 2) {
+        const int a = mine[i] | mine[i + 1] << 8;
+        const int b = reference[i] | reference[i + 1] << 8;
+        largest = std::max(largest, std::abs(a - b));
+    }
+    EXPECT_LE(largest, 1);
+}
+
+TEST_F(Unclipped, steps_one_after_the_other_lose_nothing)
+{
+    convert({"float.exr", "back.exr", "--ocio", "scenes.ocio", "--from", "ACES", "--to", "grading", "--ocio",
+             "scenes.ocio", "--from", "grading", "--to", "ACES"});
+    expectNear("float.exr", "back.exr", "0.004"); // at 16; the judge's own numbers are
+    convert({"float.exr", "twice.exr", "--effect", "gain.fx", "--effect", "gain.fx", "--set", "by=0.25"});
+    judge({"oiiotool", "float.exr", "--mulc", "0.5", "-o", "theirs.exr"});
+    expectNear("twice.exr", "theirs.exr", "0.000001");
+}
+
+TEST_F(Unclipped, openexr_keeps_the_numbers)
+{
+    const Outcome same = convert({"float.exr", "same.exr"});
+    EXPECT_EQ(same.err.find("beyond 0 and 1"), std::string::npos) << same.err;
+    expectNear("float.exr", "same.exr", "0");
+    convert({"half.exr", "half_same.exr", "--video-option", "format=half"});
+    expectNear("half.exr", "half_same.exr", "0");
+    convert({"float.exr", "doubled.exr", "--effect", "gain.fx", "--video-option", "format=half"});
+    judge({"oiiotool", "float.exr", "--mulc", "2", "-d", "half", "-o", "theirs.exr"});
+    expectNear("doubled.exr", "theirs.exr", "0.000001");
+    // A number that no half holds becomes the largest one.
+    convert({"float.exr", "huge.exr", "--effect", "gain.fx", "--set", "by=100000", "--video-option",
+             "format=half"});
+    expectHas(run({"oiiotool", "--stats", "huge.exr"}).out,
+              "Stats Max: 65504.000000 65504.000000 65504.000000");
+}
+
+TEST_F(Unclipped, a_lut_gets_the_numbers_that_its_domain_has)
+{
+    std::string curve = "LUT_1D_SIZE 65\nDOMAIN_MIN 0 0 0\nDOMAIN_MAX 16 16 16\n";
+    for (int i = 0; i < 65; ++i) {
+        const std::string value = std::to_string(std::sqrt(i / 64.0));
+        curve += value + " " + value + " " + value + "\n";
+    }
+    write("roots.cube", curve);
+    convert({"float.exr", "ours.png", "--lut", "roots.cube"});
+    judge({"env", "OCIO=" + at("scenes.ocio").string(), "oiiotool", "float.exr", "--ociofiletransform",
+           "roots.cube", "-d", "uint16", "-o", "theirs.png"});
+    EXPECT_LE(largestDifference("ours.png", "theirs.png"), 1);
+}
+
+TEST_F(Unclipped, alpha_is_divided_and_multiplied_without_clipping)
+{
+    judge({"oiiotool", "float.exr", "--ch", "R,G,B,A=0.125", "-o", "alpha.exr"});
+    convert({"alpha.exr", "same.exr", "--effect", "gain.fx", "--set", "by=1"});
+    expectNear("alpha.exr", "same.exr", "0.000002");
+}
+
+TEST_F(Unclipped, textures_that_an_effect_draws_into_clip_nothing)
+{
+    judge({"oiiotool", "--pattern", "constant:color=7.5,-0.25,0.5", "61x37", "3", "-d", "float", "-o",
+           "even.exr"});
+    convert({"even.exr", "blurred.exr", "--effect", "qx-blur.fx"});
+    expectNear("even.exr", "blurred.exr", "0.00001");
+}
+
+TEST_F(Unclipped, what_is_clipped_is_said)
+{
+    expectHas(convert({"float.exr", "plain.png"}).err,
+              "\"float.exr\": 1 frame has values beyond 0 and 1 (from -0.1 to 16), which are clipped");
+    expectHas(convert({"float.exr", "gained.png", "--effect", "gain.fx"}).err,
+              "gained.png: 1 frame has values beyond 0 and 1 (from -0.2 to 32), which are clipped; .exr "
+              "keeps them");
+    const Outcome written = convert({"float.exr", "text.exr", "--burn-in", "text", "--effect", "gain.fx"});
+    expectHas(written.err,
+              "\"float.exr\": 1 frame has values beyond 0 and 1 (from -0.1 to 16), which are clipped");
+    write("within.cube", "LUT_1D_SIZE 2\nDOMAIN_MAX 16 16 16\n0 0 0\n1 1 1\n");
+    const Outcome within = convert({"float.exr", "within.png", "--lut", "within.cube"});
+    EXPECT_EQ(within.err.find("beyond 0 and 1"), std::string::npos) << within.err;
+}
+
+TEST_F(Unclipped, sequences_keep_the_numbers_where_pictures_are_missing)
+{
+    fs::copy(at("float.exr"), at("shot_1.exr"));
+    fs::copy(at("float.exr"), at("shot_3.exr"));
+    convert({"shot_%d.exr", "held_%d.exr", "--missing", "hold", "--effect", "gain.fx", "--set", "by=1"});
+    for (const std::string number : {"1", "2", "3"}) {
+        expectNear("float.exr", "held_" + number + ".exr", "0");
+    }
+    convert({"shot_%d.exr", "black_%d.exr", "--missing", "black", "--effect", "gain.fx", "--set", "by=1"});
+    expectHas(run({"oiiotool", "--stats", "black_2.exr"}).out, "Stats Max: 0.000000 0.000000 0.000000");
+    expectNear("float.exr", "black_3.exr", "0");
+}
+
+} // namespace
+
+} // namespace Qx::System

@@ -416,7 +416,7 @@ struct Made
     std::vector<double> ratios{};
 };
 
-const Host::EffectCompilation& compiledFile(const std::string& file)
+const Host::EffectCompilation& compiledFile(const char* file)
 {
     static std::map<std::string, Host::EffectCompilation> known;
     const auto found = known.find(file);
@@ -427,7 +427,7 @@ const Host::EffectCompilation& compiledFile(const std::string& file)
     options.packed = true;
     options.singleTexels = true;
     Host::EffectCompilation compiled =
-        Host::compileEffect(std::string(QX_SHADERS_FOLDER) + "/" + file, options);
+        Host::compileEffect(std::string(QX_SHADERS_FOLDER "/") + file, options);
     if (!compiled.effect) {
         throw std::runtime_error(compiled.messages);
     }

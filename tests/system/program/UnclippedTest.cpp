@@ -151,7 +151,7 @@ TEST_F(Unclipped, view_transforms_see_the_highlights)
     EXPECT_LE(largestDifference("ours.png", "theirs.png"), halfOfTenBitCode);
 }
 
-TEST_F(Unclipped, ten_bits_are_the_nearest_codes)
+TEST_F(Unclipped, ten_bits_are_within_a_code_of_those_that_ocioconvert_gives)
 {
     convert({"float.exr", "ours.dpx", "--pixel-format", "gbrp10le", "--ocio", "scenes.ocio", "--from", "ACES",
              "--to", "grading"});

@@ -73,25 +73,30 @@ bool TechniqueDrawing::createPipelines(std::size_t pass)
     return createMissing(pass);
 }
 
-bool TechniqueDrawing::createMissing(std::size_t index)
+template <class Create>
+bool TechniqueDrawing::createOnce(std::span<const std::uint32_t> spirv, FormatPipelines& pipelines,
+                                  std::atomic<bool>& exist, Create create)
 {
-    Pass& pass = passes_[index];
-    if (pass.hasPipelines) {
+    if (exist) {
         return true;
     }
     Device& device = context_.device();
-    destroyPipelines(device, pass.pipelines); // of an attempt that failed
+    destroyPipelines(device, pipelines); // of an attempt that failed
     VkShaderModule module = nullptr;
-    VkResult result = createShaderModule(device, pass.spirv, module);
+    VkResult result = createShaderModule(device, spirv, module);
     if (result == VK_SUCCESS) {
-        result = createPipelines(index, module, pass.pipelines);
+        result = create(module);
         vkDestroyShaderModule(device.handle(), module, nullptr);
     }
-    if (!device.succeeded(result, "creating an effect's pipeline")) {
-        return false;
-    }
-    pass.hasPipelines = true;
-    return true;
+    exist = device.succeeded(result, "creating an effect's pipeline");
+    return exist;
+}
+
+bool TechniqueDrawing::createMissing(std::size_t index)
+{
+    Pass& pass = passes_[index];
+    return createOnce(pass.spirv, pass.pipelines, pass.hasPipelines,
+                      [&](VkShaderModule module) { return createPipelines(index, module, pass.pipelines); });
 }
 
 bool TechniqueDrawing::createPipelinesFor(VkFormat format)
@@ -111,18 +116,10 @@ bool TechniqueDrawing::createPipelinesFor(VkFormat format)
 bool TechniqueDrawing::createMissingOfFloats(std::size_t index)
 {
     Pass& pass = passes_[index];
-    if (pass.hasOfFloats) {
-        return true;
-    }
-    Device& device = context_.device();
-    VkShaderModule module = nullptr;
-    VkResult result = createShaderModule(device, pass.spirv, module);
-    if (result == VK_SUCCESS) {
-        result = Vulkan::createPipelines(device, module, pass.program.layout, pass.ofFloats, floatFormats);
-        vkDestroyShaderModule(device.handle(), module, nullptr);
-    }
-    pass.hasOfFloats = device.succeeded(result, "creating an effect's pipeline");
-    return pass.hasOfFloats;
+    return createOnce(pass.spirv, pass.ofFloats, pass.hasOfFloats, [&](VkShaderModule module) {
+        return Vulkan::createPipelines(context_.device(), module, pass.program.layout, pass.ofFloats,
+                                       floatFormats);
+    });
 }
 
 VkResult TechniqueDrawing::createPipelines(std::size_t pass, VkShaderModule fragment,

@@ -151,6 +151,9 @@ private:
     };
 
     static VkPipeline pipelineOf(const Pass& pass, VkFormat format);
+    template <class Create>
+    bool createOnce(std::span<const std::uint32_t> spirv, FormatPipelines& pipelines,
+                    std::atomic<bool>& exist, Create create);
     bool createMissing(std::size_t pass);
     bool createMissingOfFloats(std::size_t pass);
     VkDescriptorSet describe(Batch& batch, const Draw& draw, std::size_t pass,

@@ -78,7 +78,7 @@ if(QX_HOST_TESTS AND NOT GTest_FOUND)
     message(FATAL_ERROR "QX_HOST_TESTS: GTest is not found; install libgtest-dev")
 endif()
 
-# bench/native makes code of shaders with LLVM, whose own package for CMake needs C: its program is asked instead.
+# Shaders as native code need LLVM, whose own package for CMake needs C: its program is asked instead.
 find_program(QX_LLVM_CONFIG llvm-config)
 set(native_found OFF)
 if(QX_LLVM_CONFIG)
@@ -89,9 +89,9 @@ if(QX_LLVM_CONFIG)
         set(native_found ON)
     endif()
 endif()
-option(QX_NATIVE_BENCH "Build bench/native, which needs LLVM" ${native_found})
-if(QX_NATIVE_BENCH AND NOT native_found)
-    message(FATAL_ERROR "QX_NATIVE_BENCH: LLVM is not found; install llvm-dev")
+option(QX_NATIVE "Let processors draw in the place of software devices, by code of LLVM" ${native_found})
+if(QX_NATIVE AND NOT native_found)
+    message(FATAL_ERROR "QX_NATIVE: LLVM is not found; install llvm-dev")
 endif()
 
 # examples/window, which tests build and run on a display of their own.

@@ -1,5 +1,5 @@
 #include "bench/LookFile.h"
-#include "bench/native/NativeShader.h"
+#include "host/native/NativeCode.h"
 #include "host/Host.h"
 #include "host/effects/EffectCompiler.h"
 #include "lut/LUTManager.h"
@@ -122,7 +122,7 @@ std::vector<Work> worksFor(int width, int height)
 struct Way
 {
     const char* name;
-    NativeOptions options;
+    Host::Native::Options options;
 };
 
 constexpr Way ways[] = {
@@ -181,15 +181,47 @@ struct Picture
     }
 };
 
+/// A shader's code, and what making it took.
+struct NativeShader
+{
+    std::unique_ptr<Host::Native::Code> code;
+    Host::Native::Cost cost;
+};
+
+const Host::Native::Library& nativeLibrary()
+{
+    std::string problem;
+    const Host::Native::Library* const library = Host::Native::library(QX_NATIVE_FOLDER, problem);
+    if (library == nullptr) {
+        throw std::runtime_error(problem);
+    }
+    return *library;
+}
+
+/// Throws std::runtime_error if the shader is refused.
+NativeShader nativeShaderOf(const Host::Native::Shader& shader, const Host::Native::Options& options)
+{
+    Host::Native::Made made = nativeLibrary().make(shader, options);
+    NativeShader native;
+    if (made.problem.empty()) {
+        native.code = nativeLibrary().load(made.object, made.problem);
+    }
+    if (native.code == nullptr) {
+        throw std::runtime_error(made.problem);
+    }
+    native.cost = made.cost;
+    return native;
+}
+
 struct Native
 {
     std::shared_ptr<const NativeShader> shader;
     Bytes uniforms;
     Picture source;
     Picture target;
-    NativeFrame frame;
+    Host::Native::Frame frame;
 
-    void draw() { shader->draw(frame, 0, height); }
+    void draw() { shader->code->draw(frame, 0, height); }
 
     std::uint32_t height = 0;
 };
@@ -272,7 +304,7 @@ void fillUniforms(Native& native, const CompiledEffect& effect, const Work& work
 }
 
 /// Without a shader one is made.
-Native nativeOf(const CompiledEffect& effect, const Work& work, NativeOptions options,
+Native nativeOf(const CompiledEffect& effect, const Work& work, Host::Native::Options options,
                 std::shared_ptr<const NativeShader> shader = nullptr)
 {
     const CompiledEffect::PackedShader& packed = shaderOf(effect, work);
@@ -286,7 +318,7 @@ Native nativeOf(const CompiledEffect& effect, const Work& work, NativeOptions op
     std::copy(noise.begin(), noise.end(), native.source.bytes);
     static const std::vector<float> table = entries();
     fillUniforms(native, effect, work);
-    std::vector<NativeTexels> texels(effect.samplers.size());
+    std::vector<Host::Native::Texels> texels(effect.samplers.size());
     for (const std::uint32_t sampler : packed.samplers) {
         const bool isTable = effect.samplers[sampler].dimensions == 3;
         texels.at(sampler) = {isTable ? packedBytes : texelBytes, isTable ? 32 : work.sourceBits};
@@ -297,8 +329,10 @@ Native nativeOf(const CompiledEffect& effect, const Work& work, NativeOptions op
     }
     options.period = work.period;
     native.shader = shader ? std::move(shader)
-                           : std::make_shared<const NativeShader>(packed.spirv, texels, work.targetBits,
-                                                                  native.uniforms, work.targetWidth, options);
+                           : std::make_shared<const NativeShader>(nativeShaderOf(
+                                 {packed.spirv, texels, work.targetBits, native.uniforms,
+                                  static_cast<std::uint32_t>(work.targetWidth)},
+                                 options));
     native.frame.uniforms = native.uniforms.data();
     native.frame.target = native.target.bytes;
     native.frame.pitch = native.target.pitch;
@@ -442,7 +476,7 @@ bool compare(const Work& work, int rounds, const std::string& wanted, int level)
     std::vector<Made> all;
     for (const Way& way : ways) {
         if (wanted.empty() ? isLook || !way.options.gathers : wanted == way.name) {
-            NativeOptions options = way.options;
+            Host::Native::Options options = way.options;
             options.level = level;
             all.push_back({&way, nativeOf(*compiled.effect, work, options)});
         }
@@ -464,7 +498,7 @@ bool compare(const Work& work, int rounds, const std::string& wanted, int level)
     for (Made& made : all) {
         const std::size_t different = drawn.differing(made.native.target, work.height);
         isEqual = isEqual && different == 0;
-        const NativeCost& cost = made.native.shader->cost();
+        const Host::Native::Cost& cost = made.native.shader->cost;
         const Quartiles ratio = quartilesOf(made.ratios);
         std::printf("| %s | %s | %.2f | %.2f | %.2f (%.2f to %.2f) | %zu | %.0f + %.0f + %.0f | %.1f |\n",
                     work.name, made.way->name, quartilesOf(theirs).middle, quartilesOf(made.times).middle,

@@ -212,6 +212,12 @@ struct CompiledEffect
         /// whole of a texture of the target's size.
         std::vector<std::uint32_t> places;
 
+        /// An object file of native code that draws the same (host/native/NativeCode.h), if that was asked
+        /// for: then `spirv` gives single texels and reads all uniforms from the buffer, and there are no
+        /// `rows`. Without the code, the reason.
+        std::vector<std::byte> code{};
+        std::string codeProblem{};
+
         static constexpr std::uint32_t noPlace = 0xFFFFFFFF; ///< reads at computed places
 
         static constexpr std::size_t mostRows = 8; ///< of `rows`

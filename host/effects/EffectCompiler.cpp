@@ -73,6 +73,11 @@ private:
         if (!tokens || !parse(*tokens)) {
             return;
         }
+        if (options.native) {
+            std::erase_if(syntax_.techniques, [&](const EffectSyntax::Technique& technique) {
+                return technique.name.text != options.native->technique;
+            });
+        }
         keepRemainders(syntax_);
         layOutParameters(syntax_, effect_, problems_);
         const PassWriter writer(syntax_, effect_,
@@ -84,7 +89,12 @@ private:
         writePasses(writer);
         compilePasses(writer);
         checkTargets(syntax_, effect_, problems_);
-        if (options.packed && !problems_.failed()) {
+        if (options.native && !problems_.failed()) {
+            addPackedShaders(writer, options.native->depths,
+                             options.native->isOwnPlace ? PassWriter::Reads::OwnPlace
+                                                        : PassWriter::Reads::AnyPlace,
+                             PassWriter::Gives::OneTexel);
+        } else if (options.packed && !problems_.failed()) {
             const PassWriter::Gives gives =
                 options.singleTexels ? PassWriter::Gives::OneTexel : PassWriter::Gives::PackedTexel;
             for (const PackedShader::Depths depths :
@@ -283,6 +293,9 @@ private:
                 continue;
             }
             PackedShader packed{depths, shader.spirv, samplersOf(shader), shader.texelBytes, shader.rows, {}};
+            if (single) {
+                packed.texelBytes.assign(packed.samplers.size(), depths.source / 2);
+            }
             for (const std::uint32_t sampler : packed.samplers) {
                 if (!ownPlaces[i].empty()) {
                     packed.places.push_back(ownPlaces[i][sampler]);

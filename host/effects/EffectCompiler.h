@@ -5,10 +5,23 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace Qx::Host {
+
+/// One of a technique's shaders for packed texels that is wanted as native code.
+struct NativeWish
+{
+    std::string technique;
+    CompiledEffect::PackedShader::Depths depths;
+    bool isOwnPlace = false;      ///< the shader with PackedShader::places
+    std::string target;           ///< for which code is wanted: Native::Library::target()
+    std::vector<std::byte> usual; ///< uniforms of a usual frame: see Native::Shader
+    std::uint32_t usualWidth = 0;
+};
 
 struct EffectCompilerOptions : PreprocessorOptions
 {
@@ -19,6 +32,10 @@ struct EffectCompilerOptions : PreprocessorOptions
     /// They read texels as large as the picture's, and all uniforms from the buffer. No device draws with
     /// them.
     bool singleTexels = false;
+
+    /// Compiles that technique alone, and of its shaders for packed texels that one alone, as with
+    /// `singleTexels`.
+    std::optional<NativeWish> native{};
 };
 
 /// What a compilation says while it goes on, so that one that does not end can be described.

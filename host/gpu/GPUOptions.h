@@ -68,6 +68,9 @@ struct GPUOptions
     /// Draw effects by packed texels on software devices, which is faster. If false, draw single texels.
     bool packedTexels = true;
 
+    /// Let the processors draw in the place of software devices, where code of their own draws the same.
+    bool nativeCode = false;
+
     /// Create all pipelines of an effect when it is loaded, and draw each technique once. If false, create
     /// each pipeline on its first draw.
     bool readyWhenLoaded = true;

@@ -4,6 +4,7 @@
 #include "host/fonts/Typeface.h"
 #include "host/gpu/device/PipelineCache.h"
 #include "host/gpu/effects/EffectFiles.h"
+#include "host/gpu/effects/NativeRequests.h"
 #include "host/gpu/effects/Prewarm.h"
 #include "host/gpu/effects/ShaderEffect.h"
 #include "host/gpu/images/Images.h"
@@ -123,6 +124,10 @@ void GPUService::startWorkersLocked()
         options.hello.validation = context_->instance().isValidating();
     }
     workers_ = std::make_shared<Worker::EffectWorkers>(std::move(options));
+    const bool isOwn = options_.sharedDevice == nullptr;
+    if (options_.nativeCode && isOwn && context_ != nullptr && context_->device().drawingPath() != nullptr) {
+        native_ = std::make_shared<NativeQueue>(workers_);
+    }
 }
 
 std::shared_ptr<Worker::EffectWorkers> GPUService::workers()
@@ -170,12 +175,14 @@ void GPUService::shutdown()
 {
     std::shared_ptr<Vulkan::Context> context;
     std::shared_ptr<Worker::EffectWorkers> workers;
+    std::shared_ptr<NativeQueue> native;
     std::chrono::milliseconds limit{};
     {
         const std::lock_guard lock(mutex_);
         shutDown_ = true;
         context = context_;
         workers = workers_;
+        native = native_;
         limit = options_.shutdownLimit;
     }
     if (workers != nullptr) {
@@ -183,6 +190,9 @@ void GPUService::shutdown()
             workers->close();
             return true;
         });
+    }
+    if (native != nullptr) {
+        native->stop();
     }
     if (context != nullptr) {
         savePipelines(context);
@@ -325,18 +335,24 @@ void GPUService::compileBeside(const Worker::CompileRequest& request)
 
 std::shared_ptr<Vulkan::EffectProgram>
 GPUService::makeProgram(const std::shared_ptr<Vulkan::Context>& context,
-                        const std::shared_ptr<const CompiledEffect>& effect, Vulkan::PassRefusal& refusal)
+                        const std::shared_ptr<const CompiledEffect>& effect,
+                        const Worker::CompileRequest& request, Vulkan::PassRefusal& refusal)
 {
     std::shared_ptr<Vulkan::PipelineCache> pipelines;
     bool prewarm = true;
+    std::shared_ptr<Vulkan::NativeMaker> native;
     {
         const std::lock_guard lock(mutex_);
         pipelines = pipelines_;
+        native = native_ != nullptr ? native_->makerFor(request, effect) : nullptr;
         prewarm = options_.readyWhenLoaded;
     }
     auto program =
         Vulkan::operate<std::shared_ptr<Vulkan::EffectProgram>>(context, [&](Vulkan::Context& device) {
             auto made = Vulkan::EffectProgram::create(device.shared_from_this(), effect, refusal);
+            if (made != nullptr && native != nullptr) {
+                made->useNative(native);
+            }
             if (made != nullptr && prewarm && !made->createPipelines(refusal)) {
                 made.reset();
             }
@@ -377,7 +393,7 @@ EffectCompileResult GPUService::compile(const Worker::CompileRequest& request)
     EffectCompilation compilation = examine(request);
     if (compilation.effect != nullptr) {
         Vulkan::PassRefusal refusal;
-        const auto program = makeProgram(context, compilation.effect, refusal);
+        const auto program = makeProgram(context, compilation.effect, request, refusal);
         if (program != nullptr) {
             result.effect = Qx::makePtr<Vulkan::ShaderEffect>(program);
         } else if (refusal.technique.empty()) {

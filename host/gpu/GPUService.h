@@ -17,6 +17,7 @@ namespace Qx::Host {
 
 class EffectCache;
 class ImageSharing;
+class NativeQueue;
 struct CompiledEffect;
 struct ParameterRange;
 struct EffectCompilation;
@@ -157,6 +158,7 @@ private:
     EffectCompileResult compile(const Worker::CompileRequest& request);
     std::shared_ptr<Vulkan::EffectProgram> makeProgram(const std::shared_ptr<Vulkan::Context>& context,
                                                        const std::shared_ptr<const CompiledEffect>& effect,
+                                                       const Worker::CompileRequest& request,
                                                        Vulkan::PassRefusal& refusal);
     Worker::CompileRequest requestFor(const LightweightString<wchar_t>& path, const Definitions& definitions);
     void compileBeside(const Worker::CompileRequest& request);
@@ -176,6 +178,7 @@ private:
     std::shared_ptr<Vulkan::Context> context_;
     std::shared_ptr<Text::TextRenderer> textRenderer_; ///< null until the first font
     std::shared_ptr<Worker::EffectWorkers> workers_;
+    std::shared_ptr<NativeQueue> native_; ///< null unless the host's processors may draw
     std::set<std::string> compiledAhead_; ///< directories, each with the definitions
 };
 

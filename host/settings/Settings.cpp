@@ -116,6 +116,7 @@ void Settings::reportMistakes() const
         {"effects.seconds", Kind::Integer},
         {"effects.memory", Kind::Integer},
         {"effects.ahead", Kind::Flag},
+        {"effects.native", Kind::Flag},
         {"log.file", Kind::Flag},
         {"log.stderr", Kind::Flag},
         {"timing_lines", Kind::Flag},

@@ -3,6 +3,7 @@
 #include "host/effects/archive/EffectArchive.h"
 #include "host/effects/worker/Protocol.h"
 #include "tools/qxfxc/Device.h"
+#include "tools/qxfxc/NativeMaking.h"
 #include "tools/qxfxc/TestAid.h"
 
 #include <cstdio>
@@ -92,7 +93,9 @@ public:
             }
         };
         EffectCompilation compilation = compileEffect(request.file, request.options, {whenRead, whenShader});
-        if (compilation.effect != nullptr && device_ != nullptr) {
+        if (request.options.native) {
+            makeNativeCode(compilation, *request.options.native);
+        } else if (compilation.effect != nullptr && device_ != nullptr) {
             device_->tryOut(compilation, request.file, step);
         }
         // A directory in use cannot be unmounted.

@@ -59,6 +59,17 @@ Digest EffectCache::keyOf(const std::filesystem::path& file, const Digest& conte
         }
     }
     to.number(static_cast<std::uint8_t>(options.packed ? 1 : 0));
+    if (options.native) {
+        const NativeWish& wish = *options.native;
+        to.text(wish.target);
+        to.text(wish.technique);
+        to.number(wish.depths.source);
+        to.number(wish.depths.target);
+        to.number(static_cast<std::uint8_t>(wish.isOwnPlace ? 1 : 0));
+        to.number(wish.usualWidth);
+        to.count(wish.usual.size());
+        to.raw(wish.usual);
+    }
     return Cache::digestOf(to.bytes());
 }
 

@@ -81,7 +81,7 @@ template <class Visit>
 void fields(Visit& visit, Archive::Of<Visit, CompiledEffect::PackedShader>& shader)
 {
     visit(shader.depths.source, shader.depths.target, shader.spirv, shader.samplers, shader.texelBytes,
-          shader.rows, shader.places);
+          shader.rows, shader.places, shader.code, shader.codeProblem);
 }
 
 template <class Visit>

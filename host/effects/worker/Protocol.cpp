@@ -87,6 +87,18 @@ std::vector<std::byte> encode(const CompileRequest& request)
         writer.text(directory.native());
     }
     writer.number(static_cast<std::uint8_t>(request.options.packed ? 1 : 0));
+    writer.number(static_cast<std::uint8_t>(request.options.native ? 1 : 0));
+    if (request.options.native) {
+        const NativeWish& wish = *request.options.native;
+        writer.text(wish.technique);
+        writer.text(wish.target);
+        writer.number(wish.depths.source);
+        writer.number(wish.depths.target);
+        writer.number(static_cast<std::uint8_t>(wish.isOwnPlace ? 1 : 0));
+        writer.count(wish.usual.size());
+        writer.raw(wish.usual);
+        writer.number(wish.usualWidth);
+    }
     return writer.take();
 }
 
@@ -105,6 +117,18 @@ std::optional<CompileRequest> decodeRequest(std::span<const std::byte> bytes)
         request.options.includeDirectories.emplace_back(reader.text());
     }
     request.options.packed = reader.number<std::uint8_t>() != 0;
+    if (reader.number<std::uint8_t>() != 0) {
+        NativeWish wish;
+        wish.technique = reader.text();
+        wish.target = reader.text();
+        wish.depths.source = reader.number<std::uint32_t>();
+        wish.depths.target = reader.number<std::uint32_t>();
+        wish.isOwnPlace = reader.number<std::uint8_t>() != 0;
+        const std::span<const std::byte> usual = reader.raw(reader.count(1));
+        wish.usual.assign(usual.begin(), usual.end());
+        wish.usualWidth = reader.number<std::uint32_t>();
+        request.options.native = std::move(wish);
+    }
     return checked(reader, std::move(request));
 }
 

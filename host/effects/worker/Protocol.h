@@ -14,7 +14,7 @@
 namespace Qx::Host::Worker {
 
 /// Raised with every change of a frame's contents. Both ends must have the same version.
-constexpr std::uint32_t protocolVersion = 6;
+constexpr std::uint32_t protocolVersion = 7;
 
 /// A physical device, the same in every process of this machine (VkPhysicalDeviceIDProperties::deviceUUID).
 using DeviceUUID = std::array<std::byte, 16>;

@@ -75,14 +75,26 @@ VkDeviceSize alignedUp(VkDeviceSize value, VkDeviceSize alignment)
 
 } // namespace
 
-bool Batch::begin(std::uint64_t value, bool timed)
+void Batch::beginEmpty(std::uint64_t value)
 {
-    timed_ = timed;
     value_ = value;
     waits.clear();
     bytes = 0;
     operations = 0;
     barriers = 0;
+}
+
+void Batch::beginOnHost(std::uint64_t value)
+{
+    beginEmpty(value);
+    isHosts_ = true;
+}
+
+bool Batch::begin(std::uint64_t value, bool timed)
+{
+    beginEmpty(value);
+    isHosts_ = false;
+    timed_ = timed;
     chunk_ = 0;
     chunkUsed_ = 0;
     descriptorPool_ = 0;
@@ -152,6 +164,9 @@ void Batch::stamp(std::uint32_t query)
 
 std::optional<Batch::Stamps> Batch::stamps() const
 {
+    if (isHosts_) {
+        return Stamps{hostStamps_.begin, hostStamps_.end};
+    }
     std::array<std::uint64_t, stampsPerBatch> ticks{};
     const VkResult result = vkGetQueryPoolResults(device_.handle(), queries_, 0, stampsPerBatch, sizeof ticks,
                                                   ticks.data(), sizeof ticks[0], VK_QUERY_RESULT_64_BIT);
@@ -310,6 +325,25 @@ void Batch::useMemory(Texture& texture, const Use& next)
             memoryBarrier(texture.use.stage, texture.use.written, next.stage, next.access));
     }
     texture.use = {VK_IMAGE_LAYOUT_GENERAL, next.stage, written};
+}
+
+void Batch::bringToHost(Texture& texture)
+{
+    use(texture, {VK_IMAGE_LAYOUT_GENERAL, VK_PIPELINE_STAGE_2_HOST_BIT,
+                  VK_ACCESS_2_HOST_READ_BIT | VK_ACCESS_2_HOST_WRITE_BIT, true, false});
+}
+
+void Batch::readOnHost(Texture& texture)
+{
+    texture.lastUse.store(value_, std::memory_order_relaxed);
+}
+
+/// What the device does later is ordered after all that the host has written before.
+void Batch::writeOnHost(Texture& texture)
+{
+    texture.lastUse.store(value_, std::memory_order_relaxed);
+    texture.lastWrite.store(value_, std::memory_order_relaxed);
+    texture.use = {VK_IMAGE_LAYOUT_GENERAL, VK_PIPELINE_STAGE_2_HOST_BIT, VK_ACCESS_2_HOST_WRITE_BIT};
 }
 
 void Batch::sample(Texture& texture)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/gpu/drawing/HostQueue.h"
 #include "host/gpu/images/Resources.h"
 
 #include <cstddef>
@@ -21,6 +22,12 @@ public:
     /// Starts recording. The device must have finished what was recorded before. A timed batch writes
     /// timestamps at its beginning and end.
     bool begin(std::uint64_t value, bool timed);
+
+    /// Starts a batch that the host computes: it has no commands, and only the calls for the host may be
+    /// used.
+    void beginOnHost(std::uint64_t value);
+    HostStamps& hostStamps() { return hostStamps_; }
+
     bool end();
     void destroy();
 
@@ -61,6 +68,13 @@ public:
     void copyTo(HostBuffer& buffer);
     void flush();
 
+    /// Brings a texture with companion views into the layout in which the host may use its memory.
+    void bringToHost(Texture& texture);
+
+    /// For batches of the host: it uses the memory of a texture that was brought to it.
+    void readOnHost(Texture& texture);
+    void writeOnHost(Texture& texture);
+
     /// Orders what follows after earlier uses of memory that has no UseState, such as scratch buffers.
     void order(VkPipelineStageFlags2 stage, VkAccessFlags2 written, VkPipelineStageFlags2 nextStage,
                VkAccessFlags2 nextAccess);
@@ -89,6 +103,7 @@ private:
         bool discard;
     };
 
+    void beginEmpty(std::uint64_t value);
     void use(Texture& texture, const Use& next);
     void useMemory(Texture& texture, const Use& next);
     void passOn(const Texture& texture, std::uint32_t from, std::uint32_t to);
@@ -105,6 +120,8 @@ private:
     VkCommandBuffer commands_ = nullptr;
     VkQueryPool queries_ = nullptr; // none before the first timed use
     bool timed_ = false;
+    bool isHosts_ = false;
+    HostStamps hostStamps_;
     std::vector<UniformChunk> chunks_;
     std::size_t chunk_ = 0;
     VkDeviceSize chunkUsed_ = 0;

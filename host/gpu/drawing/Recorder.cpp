@@ -16,6 +16,16 @@ constexpr std::uint64_t dueBytesWhenIdle = 256U << 10;
 
 using Clock = std::chrono::steady_clock;
 
+VkSemaphoreSubmitInfo waitFor(const DevicePoint& point)
+{
+    VkSemaphoreSubmitInfo wait{};
+    wait.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SUBMIT_INFO;
+    wait.semaphore = point.semaphore;
+    wait.value = point.value;
+    wait.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
+    return wait;
+}
+
 } // namespace
 
 bool Recorder::create()
@@ -92,13 +102,7 @@ Batch* Recorder::openBatch()
     }
     if (open_ == nullptr) {
         retire();
-        std::unique_ptr<Batch> batch;
-        if (free_.empty()) {
-            batch = std::make_unique<Batch>(device_, memory_);
-        } else {
-            batch = std::move(free_.back());
-            free_.pop_back();
-        }
+        std::unique_ptr<Batch> batch = takeBatch();
         if (!batch->begin(lastValue_ + 1, timing_.has_value())) {
             batch->destroy();
             return nullptr;
@@ -109,6 +113,66 @@ Batch* Recorder::openBatch()
     return open_.get();
 }
 
+/// One that is not in use.
+std::unique_ptr<Batch> Recorder::takeBatch()
+{
+    if (free_.empty()) {
+        return std::make_unique<Batch>(device_, memory_);
+    }
+    std::unique_ptr<Batch> batch = std::move(free_.back());
+    free_.pop_back();
+    return batch;
+}
+
+/// Everything that was recorded before goes ahead, with what the textures need. Null on failure.
+std::unique_ptr<Batch> Recorder::batchOnHost(std::span<Texture* const> textures)
+{
+    if (device_.isLost() || textures.empty()) {
+        return nullptr;
+    }
+    for (Texture* const texture : textures) {
+        if (texture->use.layout == VK_IMAGE_LAYOUT_GENERAL) {
+            continue;
+        }
+        Batch* const before = openBatch();
+        if (before == nullptr) {
+            return nullptr;
+        }
+        before->bringToHost(*texture);
+        before->flush();
+        ++before->operations;
+    }
+    if (open_ != nullptr && !submitOpen()) {
+        return nullptr;
+    }
+    retire();
+    std::unique_ptr<Batch> batch = takeBatch();
+    batch->beginOnHost(lastValue_ + 1);
+    return batch;
+}
+
+std::uint64_t Recorder::recordedOnHost(std::unique_ptr<Batch> batch, HostWork work, std::uint64_t bytes)
+{
+    const std::uint64_t value = batch->value();
+    pending_.push_back(std::move(batch));
+    try {
+        hostQueue_.push(timeline_, value, std::move(work), &pending_.back()->hostStamps());
+    } catch (...) {
+        // Resources remember uses that will never happen.
+        device_.markLost("the host has no memory or thread for its work");
+        free_.push_back(std::move(pending_.back()));
+        pending_.pop_back();
+        return 0;
+    }
+    pending_.back()->bytes = bytes;
+    inFlightBytes_ += bytes;
+    lastValue_ = value;
+    lastSubmitted_ = value;
+    lastOnHost_ = value;
+    ++submitted_;
+    return value;
+}
+
 /// Work that was recorded before goes ahead, in a batch of its own.
 Batch* Recorder::batchAfter(const DevicePoint& point)
 {
@@ -117,12 +181,7 @@ Batch* Recorder::batchAfter(const DevicePoint& point)
     }
     Batch* const batch = openBatch();
     if (batch != nullptr && point.semaphore != nullptr) {
-        VkSemaphoreSubmitInfo wait{};
-        wait.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SUBMIT_INFO;
-        wait.semaphore = point.semaphore;
-        wait.value = point.value;
-        wait.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
-        batch->waits.push_back(wait);
+        batch->waits.push_back(waitFor(point));
     }
     return batch;
 }
@@ -157,6 +216,9 @@ bool Recorder::submitOpen()
         inFlightBytes_ -= batch->bytes;
         free_.push_back(std::move(batch));
         return false;
+    }
+    if (lastOnHost_ > completed_.load()) {
+        batch->waits.push_back(waitFor({timeline_, lastOnHost_}));
     }
     VkCommandBufferSubmitInfo commands{};
     commands.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_SUBMIT_INFO;
@@ -369,6 +431,7 @@ void Recorder::later(std::function<void()> destroy)
 
 void Recorder::destroy()
 {
+    hostQueue_.stop();
     const std::lock_guard lock(mutex_);
     for (Deferred& deferred : deferred_) {
         deferred.destroy();

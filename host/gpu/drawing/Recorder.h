@@ -10,6 +10,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
+#include <utility>
 
 namespace Qx::Host::Vulkan {
 
@@ -29,7 +31,11 @@ public:
 
     Recorder(Device& device, DeviceMemory& memory, std::uint64_t inFlightLimit,
              std::chrono::milliseconds stallLimit)
-        : device_(device), memory_(memory), inFlightLimit_(inFlightLimit), stallLimit_(stallLimit)
+        : device_(device),
+          memory_(memory),
+          inFlightLimit_(inFlightLimit),
+          stallLimit_(stallLimit),
+          hostQueue_(device)
     {
     }
 
@@ -64,6 +70,25 @@ public:
         }
         function(*batch);
         return recorded(0, Submit::Now);
+    }
+
+    /// Has the host compute in the place of the device, which waits for it with everything later. `textures`
+    /// is called first and returns a list of those that it uses, which have companion views; an empty one is a
+    /// failure. `function` is called with the batch to announce their uses, and returns the HostWork.
+    /// Otherwise as record(); submitted at once.
+    template <class Textures, class Function>
+    std::uint64_t recordOnHost(std::uint64_t bytes, Textures&& textures, Function&& function)
+    {
+        if (!makeRoom(bytes)) {
+            return 0;
+        }
+        const std::lock_guard lock(mutex_);
+        std::unique_ptr<Batch> batch = batchOnHost(textures());
+        if (batch == nullptr) {
+            return 0;
+        }
+        HostWork work = function(*batch);
+        return recordedOnHost(std::move(batch), std::move(work), bytes);
     }
 
     /// The moment at which the device has finished everything up to that value.
@@ -145,6 +170,9 @@ private:
     bool makeRoom(std::uint64_t bytes);
     Batch* openBatch();
     Batch* batchAfter(const DevicePoint& point);
+    std::unique_ptr<Batch> takeBatch();
+    std::unique_ptr<Batch> batchOnHost(std::span<Texture* const> textures);
+    std::uint64_t recordedOnHost(std::unique_ptr<Batch> batch, HostWork work, std::uint64_t bytes);
     std::uint64_t recorded(std::uint64_t bytes, Submit submit);
     bool isDue(const Batch& batch) const;
     bool submitOpen();
@@ -167,11 +195,14 @@ private:
     std::deque<Deferred> deferred_;
     std::uint64_t lastValue_ = 0;
     std::uint64_t lastSubmitted_ = 0;
+    std::uint64_t lastOnHost_ = 0; ///< the last value that the host reaches
     std::optional<Timing> timing_; // while the timer runs
 
     std::atomic<std::uint64_t> inFlightBytes_{0};
     std::atomic<std::uint64_t> submitted_{0};
     std::atomic<std::uint64_t> barriers_{0};
+
+    HostQueue hostQueue_; // ends before the batches that it writes to
 };
 
 } // namespace Qx::Host::Vulkan

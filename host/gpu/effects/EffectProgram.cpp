@@ -136,6 +136,17 @@ bool EffectProgram::createPipelines(std::size_t index, std::size_t pass)
                        [own](const auto& drawing) { return drawing->createPipelines(own); });
 }
 
+void EffectProgram::useNative(const std::shared_ptr<NativeMaker>& maker)
+{
+    for (std::size_t t = 0; t < techniques_->size(); ++t) {
+        for (const StageProgram& stage : technique(t).stages) {
+            for (const auto& drawing : stage.faster) {
+                drawing->useNative(maker, effect_->techniques[t].name);
+            }
+        }
+    }
+}
+
 EffectProgram::~EffectProgram()
 {
     // The device may still be drawing with it, and this may be a static destructor.

@@ -60,6 +60,10 @@ public:
     /// the usual pipelines, which few draws need, are left to the first of them. Returns false, with the
     /// refusal, if the device refuses. Thread-safe; inside an Operation.
     bool createPipelines(PassRefusal& refusal, const Observer& observer = {});
+
+    /// Lets the host's processors draw where that is possible. Before any draw.
+    void useNative(const std::shared_ptr<NativeMaker>& maker);
+
     ~EffectProgram();
     EffectProgram(const EffectProgram&) = delete;
     EffectProgram& operator=(const EffectProgram&) = delete;

@@ -10,9 +10,11 @@
 #include <atomic>
 #include <cstddef>
 #include <deque>
+#include <memory>
 #include <memory_resource>
 #include <mutex>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -64,6 +66,9 @@ struct Draw
         return effect.textureUniforms + texture * sizeof(CompiledEffect::TextureUniforms);
     }
 };
+
+class NativeDrawing;
+class NativeMaker;
 
 /// Some of the passes of a drawing, one after the other.
 struct PassRange
@@ -117,6 +122,10 @@ public:
 
     /// Whether this way is for sources of another depth than the target's.
     virtual bool mixesDepths() const { return false; }
+
+    /// Lets the host's processors draw in the place of the device, where that is possible. Before any draw.
+    virtual void useNative(const std::shared_ptr<NativeMaker>&, const std::string&) {}
+    virtual NativeDrawing* native() const { return nullptr; }
 
     /// Records passes of a draw that canDraw() accepts and whose pipelines exist. Those from the first to the
     /// last are recorded, together or in parts. Returns false if memory is exhausted.

@@ -6,13 +6,23 @@ namespace Qx::Host::Vulkan {
 
 Texture* Picture::forWriting(Batch& batch, bool replacesAll)
 {
+    if (replacesAll || !texture_.isShared()) {
+        return forReplacing();
+    }
+    const Pooled<Texture> before = texture_;
+    Texture* const own = forReplacing();
+    if (own != nullptr) {
+        recordCopy(batch, *before, *own);
+    }
+    return own;
+}
+
+Texture* Picture::forReplacing()
+{
     if (texture_.isShared()) {
         Pooled<Texture> own = acquireTextureAtOnce(context(), key);
         if (!own || (own->companion != nullptr) != hasCompanion) {
             return nullptr;
-        }
-        if (!replacesAll) {
-            recordCopy(batch, *texture_, *own);
         }
         texture_ = std::move(own);
     }

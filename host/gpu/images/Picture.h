@@ -28,6 +28,9 @@ public:
     /// announced.
     Texture* forWriting(Batch& batch, bool replacesAll);
 
+    /// The same for what replaces all contents, without a batch.
+    Texture* forReplacing();
+
 private:
     Pooled<Texture> texture_; // guarded by the recorder's lock
 };

@@ -106,7 +106,7 @@ bool PackedDrawing::canDraw(const Draw& draw) const
 
 bool PackedDrawing::record(Batch& batch, const Draw& draw, PassRange passes) const
 {
-    fillRows(draw);
+    fillPackedRows(draw);
     if (!TechniqueDrawing::record(batch, draw, passes)) {
         return false;
     }
@@ -114,7 +114,18 @@ bool PackedDrawing::record(Batch& batch, const Draw& draw, PassRange passes) con
     return true;
 }
 
-void PackedDrawing::fillRows(const Draw& draw) const
+void PackedDrawing::useNative(const std::shared_ptr<NativeMaker>& maker, const std::string& technique)
+{
+    if (passCount() == 1) {
+        NativeWish wish;
+        wish.technique = technique;
+        wish.depths = depths_;
+        wish.isOwnPlace = !shaders_.front()->places.empty();
+        native_ = std::make_unique<NativeDrawing>(context(), maker, std::move(wish));
+    }
+}
+
+void fillPackedRows(const Draw& draw)
 {
     for (std::size_t i = 0; i < draw.textures.size(); ++i) {
         const PackedViews* views =

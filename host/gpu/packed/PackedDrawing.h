@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/gpu/effects/TechniqueDrawing.h"
+#include "host/gpu/packed/NativeDrawing.h"
 
 #include <memory>
 #include <vector>
@@ -25,11 +26,12 @@ public:
     bool canDraw(const Draw& draw) const override;
     bool mixesDepths() const override { return depths_.areMixed(); }
     bool record(Batch& batch, const Draw& draw, PassRange passes) const override;
+    void useNative(const std::shared_ptr<NativeMaker>& maker, const std::string& technique) override;
+    NativeDrawing* native() const override { return native_.get(); }
 
 private:
     bool add(const std::vector<const CompiledEffect::PackedShader*>& shaders);
     bool hasSourceDepth(const Picture* picture) const;
-    void fillRows(const Draw& draw) const;
 
     VkResult createPipelines(std::size_t pass, VkShaderModule fragment,
                              FormatPipelines& pipelines) const override;
@@ -41,6 +43,10 @@ private:
 
     const CompiledEffect::PackedShader::Depths depths_;
     std::vector<const CompiledEffect::PackedShader*> shaders_; ///< of each pass
+    std::unique_ptr<NativeDrawing> native_;
 };
+
+/// Fills in what shaders for packed texels know of the textures' rows.
+void fillPackedRows(const Draw& draw);
 
 } // namespace Qx::Host::Vulkan

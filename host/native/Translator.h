@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bench/native/NativeShader.h"
+#include "host/native/NativeCode.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,25 +9,25 @@
 
 #include <llvm-c/Core.h>
 
-namespace Qx::Bench {
+namespace Qx::Host::Native {
 
 /// A shader to be written as functions of an LLVM module.
-struct NativeSource
+struct Source
 {
     LLVMContextRef context;
     LLVMModuleRef module;
     const std::vector<std::uint32_t>& spirv;
-    std::span<const NativeTexels> texels;
+    std::span<const Texels> texels;
     std::uint32_t targetBits;
     std::span<const std::byte> likely;
     std::uint32_t likelyWidth;
 };
 
 /// Adds "border": void(frame, row, first texel, end). It computes texels anywhere, four at a time.
-void writeBorder(const NativeSource& source);
+void writeBorder(const Source& source);
 
 /// Adds "draw": void(frame, first row, end row). Where reads and comparisons go as they do in the middle of a
 /// picture, it computes as many texels at a time as the options say; the rest is left to "border".
-void writeDraw(const NativeSource& source, const NativeOptions& options);
+void writeDraw(const Source& source, const Options& options);
 
-} // namespace Qx::Bench
+} // namespace Qx::Host::Native

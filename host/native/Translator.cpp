@@ -1,6 +1,6 @@
-#include "bench/native/Translator.h"
+#include "host/native/Translator.h"
 
-#include "bench/native/Evaluation.h"
+#include "host/native/Evaluation.h"
 #include "host/effects/spirv/SpirvModule.h"
 
 #include <algorithm>
@@ -17,11 +17,11 @@
 
 #include <spirv/unified1/GLSL.std.450.h>
 
-namespace Qx::Bench {
+namespace Qx::Host::Native {
 namespace {
 
-using Host::Effects::Spirv::Id;
-using Host::Effects::Spirv::Instruction;
+using Effects::Spirv::Id;
+using Effects::Spirv::Instruction;
 
 constexpr std::uint32_t mostColumns = 1U << 14U; ///< of targets that "draw" computes; wider ones are border
 constexpr std::uint32_t longestRun = 16; ///< texels from one lane to the next that are read in one run
@@ -61,7 +61,7 @@ struct Pointer
 class Translator
 {
 public:
-    Translator(const NativeSource& source, const NativeOptions& options, bool isInner)
+    Translator(const Source& source, const Options& options, bool isInner)
         : source_(source),
           context_(source.context),
           module_(source.module),
@@ -79,7 +79,7 @@ public:
           float_(LLVMFloatTypeInContext(context_)),
           bytes_(LLVMPointerType(i8_, 0))
     {
-        if (!Host::Effects::Spirv::forEach(source.spirv, [this](const Instruction& i) { declare(i); })) {
+        if (!Effects::Spirv::forEach(source.spirv, [this](const Instruction& i) { declare(i); })) {
             refuse("not a module");
         }
     }
@@ -309,7 +309,7 @@ private:
         case spv::OpFunctionEnd:
             return;
         default:
-            if (Host::Effects::Spirv::isType(i.op())) {
+            if (Effects::Spirv::isType(i.op())) {
                 types_.emplace(i[1], i);
             } else if (inFunction_) {
                 body_.push_back(i);
@@ -358,15 +358,15 @@ private:
         const auto member = [&](LLVMTypeRef type, std::size_t place) {
             return load(builder, type, offset(builder, i8_, frame, LLVMConstInt(i64_, place, 0)), 4);
         };
-        for (std::size_t b = 0; b < NativeFrame::mostBuffers; ++b) {
-            const std::size_t place = offsetof(NativeFrame, buffers) + b * sizeof(NativeFrame::Buffer);
-            buffers_[b] = member(bytes_, place + offsetof(NativeFrame::Buffer, bytes));
-            texelCounts_[b] = member(i64_, place + offsetof(NativeFrame::Buffer, texels));
+        for (std::size_t b = 0; b < Frame::mostBuffers; ++b) {
+            const std::size_t place = offsetof(Frame, buffers) + b * sizeof(Frame::Buffer);
+            buffers_[b] = member(bytes_, place + offsetof(Frame::Buffer, bytes));
+            texelCounts_[b] = member(i64_, place + offsetof(Frame::Buffer, texels));
         }
-        uniforms_ = member(bytes_, offsetof(NativeFrame, uniforms));
-        target_ = member(bytes_, offsetof(NativeFrame, target));
-        pitch_ = member(i64_, offsetof(NativeFrame, pitch));
-        width_ = member(i32_, offsetof(NativeFrame, width));
+        uniforms_ = member(bytes_, offsetof(Frame, uniforms));
+        target_ = member(bytes_, offsetof(Frame, target));
+        pitch_ = member(i64_, offsetof(Frame, pitch));
+        width_ = member(i32_, offsetof(Frame, width));
     }
 
     // ---- components
@@ -1134,7 +1134,7 @@ private:
         if (binding == 0 || binding - 1 >= source_.texels.size() || source_.texels[binding - 1].bytes == 0) {
             refuse("an image that is not a buffer");
         }
-        const NativeTexels& texels = source_.texels[binding - 1];
+        const Texels& texels = source_.texels[binding - 1];
         std::vector<Component> words;
         if (!index.varies) {
             words = sameTexel(binding - 1, texels, index);
@@ -1153,7 +1153,7 @@ private:
     }
 
     /// Takes the components of texels apart: `words` are those of 32 bits that a texel has, for each lane.
-    Value apart(const NativeTexels& texels, const std::vector<Component>& words)
+    Value apart(const Texels& texels, const std::vector<Component>& words)
     {
         Value value;
         const std::uint32_t bits = texels.componentBits;
@@ -1171,7 +1171,7 @@ private:
         return value;
     }
 
-    std::vector<Component> sameTexel(std::size_t buffer, const NativeTexels& texels, const Component& index)
+    std::vector<Component> sameTexel(std::size_t buffer, const Texels& texels, const Component& index)
     {
         LLVMTypeRef type = LLVMVectorType(i32_, texels.bytes / 4);
         LLVMValueRef wide = LLVMBuildZExt(rows_, index.value, i64_, "");
@@ -1195,7 +1195,7 @@ private:
         return c;
     }
 
-    std::vector<Component> scatteredTexels(std::size_t buffer, const NativeTexels& texels,
+    std::vector<Component> scatteredTexels(std::size_t buffer, const Texels& texels,
                                            LLVMValueRef indices)
     {
         LLVMValueRef last =
@@ -1322,7 +1322,7 @@ private:
 
     /// Texels at equal distances are read together: the items for which all are inside are those in the
     /// middle.
-    std::vector<Component> texelsInRun(std::size_t buffer, const NativeTexels& texels, const Component& index)
+    std::vector<Component> texelsInRun(std::size_t buffer, const Texels& texels, const Component& index)
     {
         require(index, true, wide64(0));
         require(index, false, LLVMBuildSub(rows_, texelCounts_[buffer], wide64(index.slope), ""));
@@ -1457,7 +1457,7 @@ private:
         }
     }
 
-    const NativeSource& source_;
+    const Source& source_;
     LLVMContextRef context_;
     LLVMModuleRef module_;
     const std::uint32_t lanes_;
@@ -1491,8 +1491,8 @@ private:
     std::vector<LLVMValueRef> targetWords_;
 
     LLVMValueRef function_ = nullptr;
-    std::array<LLVMValueRef, NativeFrame::mostBuffers> buffers_{};
-    std::array<LLVMValueRef, NativeFrame::mostBuffers> texelCounts_{};
+    std::array<LLVMValueRef, Frame::mostBuffers> buffers_{};
+    std::array<LLVMValueRef, Frame::mostBuffers> texelCounts_{};
     LLVMValueRef uniforms_ = nullptr;
     LLVMValueRef target_ = nullptr;
     LLVMValueRef pitch_ = nullptr;
@@ -1507,14 +1507,14 @@ private:
 
 } // namespace
 
-void writeBorder(const NativeSource& source)
+void writeBorder(const Source& source)
 {
     Translator(source, {borderLanes}, false).writeBorder();
 }
 
-void writeDraw(const NativeSource& source, const NativeOptions& options)
+void writeDraw(const Source& source, const Options& options)
 {
     Translator(source, options, true).writeDraw();
 }
 
-} // namespace Qx::Bench
+} // namespace Qx::Host::Native

@@ -1,4 +1,4 @@
-#include "bench/native/Evaluation.h"
+#include "host/native/Evaluation.h"
 
 #include <algorithm>
 #include <bit>
@@ -6,7 +6,7 @@
 
 #include <spirv/unified1/GLSL.std.450.h>
 
-namespace Qx::Bench {
+namespace Qx::Host::Native {
 namespace {
 
 using Operands = std::array<std::uint32_t, 3>;
@@ -122,7 +122,7 @@ std::optional<std::uint32_t> ofFloats(spv::Op op, const Operands& o)
 
 } // namespace
 
-std::optional<std::uint32_t> evaluated(const Host::Effects::Spirv::Instruction& i, const Operands& o)
+std::optional<std::uint32_t> evaluated(const Effects::Spirv::Instruction& i, const Operands& o)
 {
     const std::int32_t a = signedOf(o[0]);
     const std::int32_t b = signedOf(o[1]);
@@ -188,4 +188,4 @@ std::optional<std::uint32_t> evaluated(const Host::Effects::Spirv::Instruction& 
     }
 }
 
-} // namespace Qx::Bench
+} // namespace Qx::Host::Native

@@ -1,0 +1,165 @@
+#include "host/gpu/effects/NativeRequests.h"
+
+#include "host/effects/worker/WorkerProgram.h"
+#include "host/gpu/device/Report.h"
+#include "host/native/NativeCode.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+namespace Qx::Host {
+
+namespace {
+
+/// Whether the uniforms, textures and samplers of both are the same.
+bool areAlike(const CompiledEffect& a, const CompiledEffect& b)
+{
+    const auto alike = [](const auto& some, const auto& others, auto same) {
+        return std::equal(some.begin(), some.end(), others.begin(), others.end(), same);
+    };
+    return a.uniformBytes == b.uniformBytes && a.textureUniforms == b.textureUniforms &&
+           alike(a.parameters, b.parameters,
+                 [](const CompiledEffect::Parameter& p, const CompiledEffect::Parameter& q) {
+                     return p.name == q.name && p.offset == q.offset && p.bytes == q.bytes;
+                 }) &&
+           alike(a.textures, b.textures, [](const auto& t, const auto& u) { return t.name == u.name; }) &&
+           alike(a.samplers, b.samplers, [](const CompiledEffect::Sampler& s, const CompiledEffect::Sampler& t) {
+               return s.texture == t.texture && s.dimensions == t.dimensions;
+           });
+}
+
+/// The shader that was wished for; null if there is none.
+const CompiledEffect::PackedShader* shaderIn(const CompiledEffect& effect)
+{
+    const bool isOne = effect.techniques.size() == 1 && effect.techniques[0].passes.size() == 1 &&
+                       effect.techniques[0].passes[0].packed.size() == 1;
+    return isOne ? effect.techniques[0].passes[0].packed.data() : nullptr;
+}
+
+} // namespace
+
+struct NativeQueue::Requests
+{
+    std::mutex mutex; // guards all below
+    std::condition_variable changed;
+    std::deque<std::function<void()>> waiting;
+    std::thread thread;
+    bool isStopped = false;
+
+    void add(std::function<void()> request)
+    {
+        const std::lock_guard lock(mutex);
+        if (isStopped) {
+            return;
+        }
+        if (!thread.joinable()) {
+            thread = std::thread([this] { run(); });
+        }
+        waiting.push_back(std::move(request));
+        changed.notify_one();
+    }
+
+    void run()
+    {
+        for (;;) {
+            std::unique_lock lock(mutex);
+            changed.wait(lock, [this] { return isStopped || !waiting.empty(); });
+            if (isStopped) {
+                return;
+            }
+            const std::function<void()> request = std::move(waiting.front());
+            waiting.pop_front();
+            lock.unlock();
+            request();
+        }
+    }
+};
+
+class NativeQueue::Maker final : public Vulkan::NativeMaker
+{
+public:
+    Maker(const Native::Library& library, std::shared_ptr<Worker::EffectWorkers> workers,
+          std::shared_ptr<Requests> requests, Worker::CompileRequest request,
+          std::shared_ptr<const CompiledEffect> effect)
+        : library_(library),
+          workers_(std::move(workers)),
+          requests_(std::move(requests)),
+          request_(std::move(request)),
+          effect_(std::move(effect))
+    {
+    }
+
+    void make(NativeWish wish, Done done) override
+    {
+        Worker::CompileRequest request = request_;
+        wish.target = library_.target();
+        request.options.native = std::move(wish);
+        try {
+            requests_->add([library = &library_, workers = workers_, effect = effect_,
+                            request = std::move(request), done = std::move(done)] {
+                std::string problem;
+                std::shared_ptr<const Native::Code> code;
+                try {
+                    code = made(*library, *workers, *effect, request, problem);
+                } catch (const std::exception& failure) {
+                    problem = failure.what();
+                }
+                done(code, problem);
+            });
+        } catch (const std::system_error&) {
+            return; // no thread: the device draws on
+        }
+    }
+
+private:
+    static std::shared_ptr<const Native::Code> made(const Native::Library& library, Worker::EffectWorkers& workers,
+                                                    const CompiledEffect& effect,
+                                                    const Worker::CompileRequest& request, std::string& problem)
+    {
+        const EffectCompilation compilation = workers.compile(request);
+        if (compilation.effect == nullptr) {
+            problem = compilation.messages;
+            return nullptr;
+        }
+        const CompiledEffect::PackedShader* const shader = shaderIn(*compilation.effect);
+        if (shader == nullptr || !areAlike(effect, *compilation.effect)) {
+            problem = shader == nullptr ? "it has no shader of that kind" : "the file has changed";
+            return nullptr;
+        }
+        problem = shader->codeProblem;
+        return shader->code.empty() ? nullptr : library.load(shader->code, problem);
+    }
+
+    const Native::Library& library_;
+    const std::shared_ptr<Worker::EffectWorkers> workers_;
+    const std::shared_ptr<Requests> requests_;
+    const Worker::CompileRequest request_;
+    const std::shared_ptr<const CompiledEffect> effect_;
+};
+
+std::shared_ptr<Vulkan::NativeMaker> NativeQueue::makerFor(const Worker::CompileRequest& request,
+                                                           std::shared_ptr<const CompiledEffect> effect)
+{
+    std::string problem;
+    const Native::Library* const library = Native::library(Worker::installedWorker().parent_path(), problem);
+    if (library == nullptr) {
+        return nullptr;
+    }
+    return std::make_shared<Maker>(*library, workers_, requests_, request, std::move(effect));
+}
+
+void NativeQueue::stop()
+{
+    {
+        const std::lock_guard lock(requests_->mutex);
+        requests_->isStopped = true;
+        requests_->waiting.clear();
+    }
+    requests_->changed.notify_all();
+    if (requests_->thread.joinable()) {
+        requests_->thread.join();
+    }
+}
+
+} // namespace Qx::Host

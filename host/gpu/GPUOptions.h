@@ -129,6 +129,7 @@ struct GPUStatistics
     std::uint64_t batchesSubmitted = 0;   ///< submissions to the device's queue
     std::uint64_t draws = 0;              ///< passes and primitives recorded
     std::uint64_t packedDraws = 0;        ///< of these, the passes drawn by packed texels
+    std::uint64_t nativeDraws = 0;        ///< of these, the passes that the processors drew by native code
     std::uint64_t barriers = 0;           ///< image and buffer barriers recorded
     std::uint64_t sharedTransfers = 0;    ///< uploads and downloads that copied nothing
     std::uint64_t glyphPageBytes = 0;     ///< GPU images that hold glyphs

@@ -190,6 +190,7 @@ GPUStatistics Context::statistics()
     statistics.batchesSubmitted = recorder_.batchesSubmitted();
     statistics.draws = draws;
     statistics.packedDraws = pathDraws;
+    statistics.nativeDraws = nativeDraws;
     statistics.sharedTransfers = sharedTransfers;
     statistics.barriers = recorder_.barriers();
     statistics.validationMessages = instance_->validationMessages();

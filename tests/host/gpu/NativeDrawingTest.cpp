@@ -1,0 +1,179 @@
+#include "tests/host/gpu/GpuFixture.h"
+
+#include "platform/Text.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+// Native code draws in the place of a software device what that draws: every test compares with the same device, which draws
+// alone.
+
+namespace Qx::GpuTests {
+
+namespace {
+
+GPUOptions withNativeCode()
+{
+    GPUOptions options;
+    options.nativeCode = true;
+    return options;
+}
+
+/// Reads neighbours, the table and places beyond the edges.
+const char* const effectText = R"(
+texture Input;
+texture Table;
+sampler S = sampler_state { Texture = <Input>; AddressU = Clamp; AddressV = Clamp; };
+sampler3D T = sampler_state { Texture = <Table>; };
+float2 size : TEXTURESIZE < string Texture = "Input"; >;
+float gain = 1.0;
+float4 at(int x, int y) { return tex2Dfetch(S, clamp(int2(x, y), int2(0, 0), int2(size) - 1)); }
+float4 mix(int2 pos : VPOS) : COLOR { return at(pos.x - 1, pos.y) * 0.75 * gain + at(pos.x + 2, pos.y + 1).gbar * 0.25; }
+float4 table(int2 pos : VPOS) : COLOR { return tex3Dfetch(T, int3(pos.x % 5, pos.y % 5, (pos.x + pos.y) % 5)); }
+float4 powers(int2 pos : VPOS) : COLOR { return pow(at(pos.x, pos.y), 1.7); }
+technique Mix { pass { PixelShader = compile ps_3_0 mix(); } }
+technique Table { pass { PixelShader = compile ps_3_0 table(); } }
+technique Powers { pass { PixelShader = compile ps_3_0 powers(); } }
+)";
+
+class NativeDrawingTest : public GpuTest
+{
+protected:
+    NativeDrawingTest() : GpuTest(withNativeCode()) {}
+
+    void SetUp() override
+    {
+        GpuTest::SetUp();
+        if (!drawsPacked()) {
+            GTEST_SKIP() << "the device does not draw packed texels";
+        }
+    }
+
+    Bytes drawn(const Qx::Ptr<iShaderEffect>& effect, const Qx::Ptr<iGPUImage>& source, XY<int> size,
+                iGPUImage::eFormat format)
+    {
+        const Qx::Ptr<iGPUImage> target = gpu().createGPUImage(size, format);
+        Qx::Vector<iShaderEffect::Source> sources;
+        sources.emplace_back("Input", source);
+        sources.emplace_back("Table", table());
+        return effect->render(target, sources) ? download(target) : Bytes();
+    }
+
+    /// Draws until the processors draw, or not within some seconds. Returns whether they do.
+    bool drawsNatively(const Qx::Ptr<iShaderEffect>& effect, const Qx::Ptr<iGPUImage>& source, XY<int> size,
+                       iGPUImage::eFormat format, std::chrono::seconds within)
+    {
+        const auto end = std::chrono::steady_clock::now() + within;
+        const std::uint64_t before = gpu().statistics().nativeDraws;
+        while (std::chrono::steady_clock::now() < end) {
+            if (drawn(effect, source, size, format).empty()) {
+                return false;
+            }
+            if (gpu().statistics().nativeDraws > before) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return false;
+    }
+
+    Qx::Ptr<iGPUImage3D> table()
+    {
+        if (!table_) {
+            const Qx::Ptr<iHostImage3D> host = gpu().createHostImage3D(5);
+            for (int i = 0; i < 4 * 125; ++i) {
+                host->getData()[i] = static_cast<float>(i % 251) / 250.0F;
+            }
+            table_ = gpu().upload3DImage(host);
+        }
+        return table_;
+    }
+
+private:
+    Qx::Ptr<iGPUImage3D> table_;
+};
+
+constexpr XY<int> pictureSize{601, 67};
+constexpr std::chrono::seconds ample{120};
+
+} // namespace
+
+TEST_F(NativeDrawingTest, TheProcessorsDrawWhatTheDeviceDraws)
+{
+    const Qx::Ptr<iShaderEffect> mix = effect(effectText);
+    for (const iGPUImage::eFormat format : {iGPUImage::eARGB8, iGPUImage::eARGB16}) {
+        const Qx::Ptr<iGPUImage> source =
+            upload(pictureSize, format, noise(bytesOf(pictureSize, format)));
+        for (const char* technique : {"Mix", "Table"}) {
+            ASSERT_TRUE(mix->setTechnique(technique));
+            const Bytes byDevice = drawn(mix, source, pictureSize, format);
+            ASSERT_FALSE(byDevice.empty());
+            ASSERT_TRUE(drawsNatively(mix, source, pictureSize, format, ample)) << technique << takeLog();
+            EXPECT_TRUE(drawn(mix, source, pictureSize, format) == byDevice) << technique << ", format " << format;
+        }
+    }
+}
+
+TEST_F(NativeDrawingTest, DrawsOfBothAreInTheirOrder)
+{
+    const Qx::Ptr<iShaderEffect> mix = effect(effectText);
+    const Qx::Ptr<iGPUImage> source =
+        upload(pictureSize, iGPUImage::eARGB8, noise(bytesOf(pictureSize, iGPUImage::eARGB8)));
+    ASSERT_TRUE(mix->setTechnique("Mix"));
+    ASSERT_TRUE(drawsNatively(mix, source, pictureSize, iGPUImage::eARGB8, ample));
+    // The device draws Powers, the processors Mix: each reads what the other has drawn.
+    const auto chain = [&](const Qx::Ptr<iShaderEffect>& effect) {
+        Qx::Ptr<iGPUImage> picture = source;
+        for (int i = 0; i < 12; ++i) {
+            const Qx::Ptr<iGPUImage> target = gpu().createGPUImage(pictureSize, iGPUImage::eARGB8);
+            Qx::Vector<iShaderEffect::Source> sources;
+            sources.emplace_back("Input", picture);
+            sources.emplace_back("Table", table());
+            EXPECT_TRUE(effect->setTechnique(i % 2 == 0 ? "Mix" : "Powers") && effect->render(target, sources));
+            picture = target;
+        }
+        return download(picture);
+    };
+    const std::uint64_t before = gpu().statistics().nativeDraws;
+    const Bytes both = chain(mix);
+    EXPECT_EQ(gpu().statistics().nativeDraws - before, 6U);
+    const Qx::Ptr<iShaderEffect> alone = effect(effectText); // too new for native code
+    EXPECT_TRUE(chain(alone) == both);
+}
+
+TEST_F(NativeDrawingTest, ParametersThatChangeAreThoseOfTheirDraw)
+{
+    const Qx::Ptr<iShaderEffect> mix = effect(effectText);
+    const Qx::Ptr<iGPUImage> source =
+        upload(pictureSize, iGPUImage::eARGB8, noise(bytesOf(pictureSize, iGPUImage::eARGB8)));
+    ASSERT_TRUE(mix->setTechnique("Mix"));
+    std::vector<Bytes> byDevice;
+    for (const float gain : {0.5F, 1.5F}) {
+        mix->setFloat("gain", gain);
+        byDevice.push_back(drawn(mix, source, pictureSize, iGPUImage::eARGB8));
+    }
+    ASSERT_TRUE(drawsNatively(mix, source, pictureSize, iGPUImage::eARGB8, ample));
+    std::vector<Bytes> native;
+    for (const float gain : {0.5F, 1.5F}) {
+        mix->setFloat("gain", gain);
+        native.push_back(drawn(mix, source, pictureSize, iGPUImage::eARGB8));
+    }
+    EXPECT_TRUE(native == byDevice);
+    EXPECT_FALSE(native[0] == native[1]);
+}
+
+TEST_F(NativeDrawingTest, WhatDriversApproximateStaysTheDevices)
+{
+    const Qx::Ptr<iShaderEffect> powers = effect(effectText);
+    const Qx::Ptr<iGPUImage> source =
+        upload(pictureSize, iGPUImage::eARGB8, noise(bytesOf(pictureSize, iGPUImage::eARGB8)));
+    ASSERT_TRUE(powers->setTechnique("Powers"));
+    EXPECT_FALSE(drawsNatively(powers, source, pictureSize, iGPUImage::eARGB8, std::chrono::seconds(5)));
+    EXPECT_FALSE(drawn(powers, source, pictureSize, iGPUImage::eARGB8).empty());
+}
+
+} // namespace Qx::GpuTests

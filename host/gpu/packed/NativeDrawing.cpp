@@ -88,7 +88,10 @@ void NativeDrawing::ask(const Draw& draw)
     NativeWish wish = wish_;
     wish.usual.assign(draw.uniforms.begin(), draw.uniforms.end());
     wish.usualWidth = draw.target.key.width;
-    maker_->make(std::move(wish), [shared = shared_](std::shared_ptr<const Native::Code> code, const std::string&) {
+    maker_->make(std::move(wish), [shared = shared_, name = wish_.technique](std::shared_ptr<const Native::Code> code, const std::string& problem) {
+        if (code == nullptr) {
+            report("GPU: technique \"" + name + "\" has no native code: " + problem);
+        }
         shared->code = std::move(code);
         shared->state = shared->code != nullptr ? State::Made : State::Refused;
     });

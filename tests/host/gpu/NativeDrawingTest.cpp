@@ -24,7 +24,7 @@ GPUOptions withNativeCode()
 }
 
 /// Reads neighbours, the table and places beyond the edges.
-const char* const effectText = R"(
+const char* const nativeEffect = R"(
 texture Input;
 texture Table;
 sampler S = sampler_state { Texture = <Input>; AddressU = Clamp; AddressV = Clamp; };
@@ -97,39 +97,39 @@ private:
     Qx::Ptr<iGPUImage3D> table_;
 };
 
-constexpr XY<int> pictureSize{601, 67};
+constexpr XY<int> nativeSize{601, 67};
 constexpr std::chrono::seconds ample{120};
 
 } // namespace
 
 TEST_F(NativeDrawingTest, TheProcessorsDrawWhatTheDeviceDraws)
 {
-    const Qx::Ptr<iShaderEffect> mix = effect(effectText);
+    const Qx::Ptr<iShaderEffect> mix = effect(nativeEffect);
     for (const iGPUImage::eFormat format : {iGPUImage::eARGB8, iGPUImage::eARGB16}) {
         const Qx::Ptr<iGPUImage> source =
-            upload(pictureSize, format, noise(bytesOf(pictureSize, format)));
+            upload(nativeSize, format, noise(bytesOf(nativeSize, format)));
         for (const char* technique : {"Mix", "Table"}) {
             ASSERT_TRUE(mix->setTechnique(technique));
-            const Bytes byDevice = drawn(mix, source, pictureSize, format);
+            const Bytes byDevice = drawn(mix, source, nativeSize, format);
             ASSERT_FALSE(byDevice.empty());
-            ASSERT_TRUE(drawsNatively(mix, source, pictureSize, format, ample)) << technique << takeLog();
-            EXPECT_TRUE(drawn(mix, source, pictureSize, format) == byDevice) << technique << ", format " << format;
+            ASSERT_TRUE(drawsNatively(mix, source, nativeSize, format, ample)) << technique << takeLog();
+            EXPECT_TRUE(drawn(mix, source, nativeSize, format) == byDevice) << technique << ", format " << format;
         }
     }
 }
 
 TEST_F(NativeDrawingTest, DrawsOfBothAreInTheirOrder)
 {
-    const Qx::Ptr<iShaderEffect> mix = effect(effectText);
+    const Qx::Ptr<iShaderEffect> mix = effect(nativeEffect);
     const Qx::Ptr<iGPUImage> source =
-        upload(pictureSize, iGPUImage::eARGB8, noise(bytesOf(pictureSize, iGPUImage::eARGB8)));
+        upload(nativeSize, iGPUImage::eARGB8, noise(bytesOf(nativeSize, iGPUImage::eARGB8)));
     ASSERT_TRUE(mix->setTechnique("Mix"));
-    ASSERT_TRUE(drawsNatively(mix, source, pictureSize, iGPUImage::eARGB8, ample));
+    ASSERT_TRUE(drawsNatively(mix, source, nativeSize, iGPUImage::eARGB8, ample));
     // The device draws Powers, the processors Mix: each reads what the other has drawn.
     const auto chain = [&](const Qx::Ptr<iShaderEffect>& effect) {
         Qx::Ptr<iGPUImage> picture = source;
         for (int i = 0; i < 12; ++i) {
-            const Qx::Ptr<iGPUImage> target = gpu().createGPUImage(pictureSize, iGPUImage::eARGB8);
+            const Qx::Ptr<iGPUImage> target = gpu().createGPUImage(nativeSize, iGPUImage::eARGB8);
             Qx::Vector<iShaderEffect::Source> sources;
             sources.emplace_back("Input", picture);
             sources.emplace_back("Table", table());
@@ -141,26 +141,26 @@ TEST_F(NativeDrawingTest, DrawsOfBothAreInTheirOrder)
     const std::uint64_t before = gpu().statistics().nativeDraws;
     const Bytes both = chain(mix);
     EXPECT_EQ(gpu().statistics().nativeDraws - before, 6U);
-    const Qx::Ptr<iShaderEffect> alone = effect(effectText); // too new for native code
+    const Qx::Ptr<iShaderEffect> alone = effect(nativeEffect); // too new for native code
     EXPECT_TRUE(chain(alone) == both);
 }
 
 TEST_F(NativeDrawingTest, ParametersThatChangeAreThoseOfTheirDraw)
 {
-    const Qx::Ptr<iShaderEffect> mix = effect(effectText);
+    const Qx::Ptr<iShaderEffect> mix = effect(nativeEffect);
     const Qx::Ptr<iGPUImage> source =
-        upload(pictureSize, iGPUImage::eARGB8, noise(bytesOf(pictureSize, iGPUImage::eARGB8)));
+        upload(nativeSize, iGPUImage::eARGB8, noise(bytesOf(nativeSize, iGPUImage::eARGB8)));
     ASSERT_TRUE(mix->setTechnique("Mix"));
     std::vector<Bytes> byDevice;
     for (const float gain : {0.5F, 1.5F}) {
         mix->setFloat("gain", gain);
-        byDevice.push_back(drawn(mix, source, pictureSize, iGPUImage::eARGB8));
+        byDevice.push_back(drawn(mix, source, nativeSize, iGPUImage::eARGB8));
     }
-    ASSERT_TRUE(drawsNatively(mix, source, pictureSize, iGPUImage::eARGB8, ample));
+    ASSERT_TRUE(drawsNatively(mix, source, nativeSize, iGPUImage::eARGB8, ample));
     std::vector<Bytes> native;
     for (const float gain : {0.5F, 1.5F}) {
         mix->setFloat("gain", gain);
-        native.push_back(drawn(mix, source, pictureSize, iGPUImage::eARGB8));
+        native.push_back(drawn(mix, source, nativeSize, iGPUImage::eARGB8));
     }
     EXPECT_TRUE(native == byDevice);
     EXPECT_FALSE(native[0] == native[1]);
@@ -168,12 +168,12 @@ TEST_F(NativeDrawingTest, ParametersThatChangeAreThoseOfTheirDraw)
 
 TEST_F(NativeDrawingTest, WhatDriversApproximateStaysTheDevices)
 {
-    const Qx::Ptr<iShaderEffect> powers = effect(effectText);
+    const Qx::Ptr<iShaderEffect> powers = effect(nativeEffect);
     const Qx::Ptr<iGPUImage> source =
-        upload(pictureSize, iGPUImage::eARGB8, noise(bytesOf(pictureSize, iGPUImage::eARGB8)));
+        upload(nativeSize, iGPUImage::eARGB8, noise(bytesOf(nativeSize, iGPUImage::eARGB8)));
     ASSERT_TRUE(powers->setTechnique("Powers"));
-    EXPECT_FALSE(drawsNatively(powers, source, pictureSize, iGPUImage::eARGB8, std::chrono::seconds(5)));
-    EXPECT_FALSE(drawn(powers, source, pictureSize, iGPUImage::eARGB8).empty());
+    EXPECT_FALSE(drawsNatively(powers, source, nativeSize, iGPUImage::eARGB8, std::chrono::seconds(5)));
+    EXPECT_FALSE(drawn(powers, source, nativeSize, iGPUImage::eARGB8).empty());
 }
 
 } // namespace Qx::GpuTests

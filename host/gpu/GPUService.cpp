@@ -125,7 +125,7 @@ void GPUService::startWorkersLocked()
     }
     workers_ = std::make_shared<Worker::EffectWorkers>(std::move(options));
     const bool isOwn = options_.sharedDevice == nullptr;
-    if (options_.nativeCode && isOwn && context_ != nullptr && context_->device().drawingPath() != nullptr) {
+    if (options_.nativeCode && isOwn && context_ != nullptr && context_->device().sharesMemory()) {
         native_ = std::make_shared<NativeQueue>(workers_);
     }
 }
@@ -184,6 +184,9 @@ void GPUService::shutdown()
         workers = workers_;
         native = native_;
         limit = options_.shutdownLimit;
+    }
+    if (native != nullptr) {
+        native->close();
     }
     if (workers != nullptr) {
         Vulkan::guarded(false, [&] {

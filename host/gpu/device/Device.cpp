@@ -112,6 +112,16 @@ VkResult Device::submit(const VkSubmitInfo2& info)
     return result;
 }
 
+bool Device::sharesMemory() const
+{
+    constexpr VkMemoryPropertyFlags shared =
+        VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT | VK_MEMORY_PROPERTY_HOST_COHERENT_BIT;
+    const std::span types(memory().memoryTypes, memory().memoryTypeCount);
+    return physical_.isSoftware() && std::all_of(types.begin(), types.end(), [](const VkMemoryType& type) {
+               return (type.propertyFlags & shared) == shared;
+           });
+}
+
 std::uint64_t Device::largestHeap() const
 {
     std::uint64_t largest = 0;

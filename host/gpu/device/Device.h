@@ -75,6 +75,9 @@ public:
     const VkPhysicalDeviceMemoryProperties& memory() const { return physical_.memory; }
     std::uint64_t largestHeap() const;
 
+    /// Whether the host sees all memory of the device as the device does, and so may draw in its place.
+    bool sharesMemory() const;
+
     /// The faster way of drawing that this kind of device has; null if it has none.
     const DrawingPath* drawingPath() const { return path_.get(); }
 

@@ -87,7 +87,13 @@ public:
         if (batch == nullptr) {
             return 0;
         }
-        HostWork work = function(*batch);
+        HostWork work;
+        try {
+            work = function(*batch);
+        } catch (...) {
+            free_.push_back(std::move(batch));
+            throw;
+        }
         return recordedOnHost(std::move(batch), std::move(work), bytes);
     }
 

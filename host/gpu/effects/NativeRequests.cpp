@@ -5,7 +5,13 @@
 #include "host/native/NativeCode.h"
 
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace Qx::Host {
@@ -41,16 +47,16 @@ const CompiledEffect::PackedShader* shaderIn(const CompiledEffect& effect)
 
 struct NativeQueue::Requests
 {
+    std::atomic<bool> isClosed{false};
     std::mutex mutex; // guards all below
     std::condition_variable changed;
     std::deque<std::function<void()>> waiting;
     std::thread thread;
-    bool isStopped = false;
 
     void add(std::function<void()> request)
     {
         const std::lock_guard lock(mutex);
-        if (isStopped) {
+        if (isClosed) {
             return;
         }
         if (!thread.joinable()) {
@@ -64,8 +70,8 @@ struct NativeQueue::Requests
     {
         for (;;) {
             std::unique_lock lock(mutex);
-            changed.wait(lock, [this] { return isStopped || !waiting.empty(); });
-            if (isStopped) {
+            changed.wait(lock, [this] { return isClosed || !waiting.empty(); });
+            if (isClosed) {
                 return;
             }
             const std::function<void()> request = std::move(waiting.front());
@@ -79,11 +85,9 @@ struct NativeQueue::Requests
 class NativeQueue::Maker final : public Vulkan::NativeMaker
 {
 public:
-    Maker(const Native::Library& library, std::shared_ptr<Worker::EffectWorkers> workers,
-          std::shared_ptr<Requests> requests, Worker::CompileRequest request,
-          std::shared_ptr<const CompiledEffect> effect)
-        : library_(library),
-          workers_(std::move(workers)),
+    Maker(std::shared_ptr<Worker::EffectWorkers> workers, std::shared_ptr<Requests> requests,
+          Worker::CompileRequest request, std::shared_ptr<const CompiledEffect> effect)
+        : workers_(std::move(workers)),
           requests_(std::move(requests)),
           request_(std::move(request)),
           effect_(std::move(effect))
@@ -93,19 +97,11 @@ public:
     void make(NativeWish wish, Done done) override
     {
         Worker::CompileRequest request = request_;
-        wish.target = library_.target();
         request.options.native = std::move(wish);
         try {
-            requests_->add([library = &library_, workers = workers_, effect = effect_,
-                            request = std::move(request), done = std::move(done)] {
-                std::string problem;
-                std::shared_ptr<const Native::Code> code;
-                try {
-                    code = made(*library, *workers, *effect, request, problem);
-                } catch (const std::exception& failure) {
-                    problem = failure.what();
-                }
-                done(code, problem);
+            requests_->add([requests = requests_.get(), workers = workers_, effect = effect_,
+                            request = std::move(request), done = std::move(done)]() mutable {
+                done(made(*requests, *workers, *effect, request));
             });
         } catch (const std::system_error&) {
             return; // no thread: the device draws on
@@ -113,25 +109,37 @@ public:
     }
 
 private:
-    static std::shared_ptr<const Native::Code> made(const Native::Library& library, Worker::EffectWorkers& workers,
+    /// Null if there is no such code.
+    static std::shared_ptr<const Native::Code> made(const Requests& requests, Worker::EffectWorkers& workers,
                                                     const CompiledEffect& effect,
-                                                    const Worker::CompileRequest& request, std::string& problem)
+                                                    Worker::CompileRequest& request)
     {
-        const EffectCompilation compilation = workers.compile(request);
-        if (compilation.effect == nullptr) {
+        std::string problem;
+        NativeWish& wish = *request.options.native;
+        try {
+            const Native::Library* const library =
+                Native::library(Worker::installedWorker().parent_path(), problem);
+            if (library == nullptr) {
+                return nullptr;
+            }
+            wish.target = library->target();
+            const EffectCompilation compilation = workers.compile(request);
+            if (compilation.effect != nullptr) {
+                const CompiledEffect::PackedShader* const shader = shaderIn(*compilation.effect);
+                const bool isUsable =
+                    shader != nullptr && !shader->code.empty() && areAlike(effect, *compilation.effect);
+                return isUsable ? library->load(shader->code, problem) : nullptr;
+            }
             problem = compilation.messages;
-            return nullptr;
+        } catch (const std::exception& failure) {
+            problem = failure.what();
         }
-        const CompiledEffect::PackedShader* const shader = shaderIn(*compilation.effect);
-        if (shader == nullptr || !areAlike(effect, *compilation.effect)) {
-            problem = shader == nullptr ? "it has no shader of that kind" : "the file has changed";
-            return nullptr;
+        if (!requests.isClosed) {
+            report("GPU: technique \"" + wish.technique + "\": native code could not be made: " + problem);
         }
-        problem = shader->codeProblem;
-        return shader->code.empty() ? nullptr : library.load(shader->code, problem);
+        return nullptr;
     }
 
-    const Native::Library& library_;
     const std::shared_ptr<Worker::EffectWorkers> workers_;
     const std::shared_ptr<Requests> requests_;
     const Worker::CompileRequest request_;
@@ -141,22 +149,22 @@ private:
 std::shared_ptr<Vulkan::NativeMaker> NativeQueue::makerFor(const Worker::CompileRequest& request,
                                                            std::shared_ptr<const CompiledEffect> effect)
 {
-    std::string problem;
-    const Native::Library* const library = Native::library(Worker::installedWorker().parent_path(), problem);
-    if (library == nullptr) {
-        return nullptr;
+    return std::make_shared<Maker>(workers_, requests_, request, std::move(effect));
+}
+
+void NativeQueue::close()
+{
+    {
+        const std::lock_guard lock(requests_->mutex);
+        requests_->isClosed = true;
+        requests_->waiting.clear();
     }
-    return std::make_shared<Maker>(*library, workers_, requests_, request, std::move(effect));
+    requests_->changed.notify_all();
 }
 
 void NativeQueue::stop()
 {
-    {
-        const std::lock_guard lock(requests_->mutex);
-        requests_->isStopped = true;
-        requests_->waiting.clear();
-    }
-    requests_->changed.notify_all();
+    close();
     if (requests_->thread.joinable()) {
         requests_->thread.join();
     }

@@ -3,12 +3,7 @@
 #include "host/effects/worker/EffectWorkers.h"
 #include "host/gpu/packed/NativeDrawing.h"
 
-#include <condition_variable>
-#include <deque>
-#include <functional>
 #include <memory>
-#include <mutex>
-#include <thread>
 
 namespace Qx::Host {
 
@@ -22,11 +17,14 @@ public:
     NativeQueue(const NativeQueue&) = delete;
     NativeQueue& operator=(const NativeQueue&) = delete;
 
-    /// The maker of an effect's code; null if this build or installation has none. `request` is what compiled the effect.
+    /// The maker of an effect's code. `request` is what compiled the effect.
     std::shared_ptr<Vulkan::NativeMaker> makerFor(const Worker::CompileRequest& request,
                                                   std::shared_ptr<const CompiledEffect> effect);
 
-    /// Drops what waits, and ends the thread. The workers must have been closed.
+    /// Drops what waits. What is being made is made in vain.
+    void close();
+
+    /// Ends the thread, after close(). The workers must have been closed.
     void stop();
 
 private:

@@ -216,18 +216,17 @@ StageResult recordPasses(Context& context, const TechniqueDrawing& drawing, cons
 {
     Recorder& recorder = context.recorder();
     const std::uint64_t bytes = draw.target.key.bytes();
-    NativeDrawing* const native = drawing.native();
     using Way = NativeDrawing::Way;
-    const Way way = native != nullptr ? native->wayOf(draw, drawing.program(0)) : Way::Device;
-    if (way == Way::Host) {
-        return native->record(draw, drawing.program(0)) ? StageResult::Recorded : StageResult::Failed;
-    }
-    if (recorder.record(bytes, Recorder::Submit::WhenDue,
-                        [&](Batch& batch) { return drawing.record(batch, draw, passes); }) == 0) {
+    NativeDrawing* const native = drawing.native();
+    const Way way = native != nullptr ? native->wayOf(draw, drawing) : Way::Device;
+    const auto record = [&](Batch& batch) { return drawing.record(batch, draw, passes); };
+    const bool isRecorded = way == Way::Host ? native->record(draw, drawing)
+                                             : recorder.record(bytes, Recorder::Submit::WhenDue, record) != 0;
+    if (!isRecorded) {
         return StageResult::Failed;
     }
-    if (way == Way::DeviceAndCheck && !native->check(draw, drawing.program(0))) {
-        return StageResult::Failed;
+    if (way == Way::DeviceAndCheck) {
+        native->check(draw, drawing);
     }
     const bool needsLevels = draw.target.key.levels > 1 && passes.end == drawing.passCount();
     if (needsLevels && recorder.record(bytes, Recorder::Submit::WhenDue, [&](Batch& batch) {

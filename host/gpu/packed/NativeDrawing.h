@@ -18,14 +18,15 @@ class NativeMaker
 public:
     virtual ~NativeMaker() = default;
 
-    /// Calls `done` once, from any thread: with the code, or with null and the reason. Does not block.
-    using Done = std::function<void(std::shared_ptr<const Native::Code>, const std::string& problem)>;
+    /// Calls `done` at most once, from any thread: with the code, or with null if there is none. Does not
+    /// block.
+    using Done = std::function<void(std::shared_ptr<const Native::Code>)>;
     virtual void make(NativeWish wish, Done done) = 0;
 };
 
-/// A technique of one pass, drawn by the host's processors in the place of a software device's. Its code is
-/// asked for once the technique has drawn some pictures. The first draw with the code is only a check: the
-/// device draws too, and what differs by one byte is never drawn by the code.
+/// A technique of one pass, drawn by the host's processors in the place of a software device. Its code is
+/// asked for once the technique has drawn some pictures. The first draw with the code is only a check: both
+/// draw that picture and one of random codes, and code that differs from the device by one byte is not used.
 class NativeDrawing
 {
 public:
@@ -42,13 +43,14 @@ public:
         DeviceAndCheck, ///< check() is to follow
         Host
     };
-    Way wayOf(const Draw& draw, const ShaderProgram& program);
+    Way wayOf(const Draw& draw, const TechniqueDrawing& drawing);
 
     /// Records the draw. Returns false if memory is exhausted or the device is lost.
-    bool record(const Draw& draw, const ShaderProgram& program) const;
+    bool record(const Draw& draw, const TechniqueDrawing& drawing) const;
 
-    /// Records the comparison with what the device has drawn. The same.
-    bool check(const Draw& draw, const ShaderProgram& program) const;
+    /// Records the comparisons with what the device draws, `draw` being the last that it was given. Without
+    /// memory for them the device draws on.
+    void check(const Draw& draw, const TechniqueDrawing& drawing) const;
 
 private:
     enum class State
@@ -56,12 +58,12 @@ private:
         Waiting, ///< for draws
         Asked,
         Made,
-        Checked, ///< asked for, that is
+        Compared, ///< soon
         Good,
         Refused
     };
 
-    /// What the callers of make() and of works write to; it may outlive the drawing.
+    /// What code and comparisons are told to; they may outlive the drawing.
     struct Shared
     {
         std::atomic<State> state{State::Waiting};
@@ -69,10 +71,10 @@ private:
     };
 
     struct Job;
-    using Textures = std::pmr::vector<Texture*>;
-    Textures texturesOf(const Draw& draw, const ShaderProgram& program, Texture& target) const;
-    std::shared_ptr<Job> jobOf(const Draw& draw, const ShaderProgram& program, const Texture& target) const;
     void ask(const Draw& draw);
+    std::shared_ptr<Job> jobOf(const Draw& draw, const ShaderProgram& program, const Texture& target) const;
+    bool checkNoise(const Draw& draw, const TechniqueDrawing& drawing) const;
+    bool compare(const Draw& draw, const ShaderProgram& program, bool isLast) const;
 
     Context& context_;
     const std::shared_ptr<NativeMaker> maker_;

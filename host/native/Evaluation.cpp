@@ -51,10 +51,17 @@ std::optional<std::uint32_t> ofFunction(std::uint32_t function, const Operands& 
         return bitsOf(std::ceil(a));
     case GLSLstd450Trunc:
         return bitsOf(std::trunc(a));
+    case GLSLstd450Round:
     case GLSLstd450RoundEven:
         return bitsOf(std::nearbyint(a));
+    case GLSLstd450Fract:
+        return bitsOf(a - std::floor(a));
     case GLSLstd450FAbs:
         return bitsOf(std::abs(a));
+    case GLSLstd450FSign:
+        return bitsOf(a == 0 ? 0.0F : a < 0 ? -1.0F : 1.0F);
+    case GLSLstd450SSign:
+        return static_cast<std::uint32_t>(std::clamp(signedOf(o[0]), -1, 1));
     case GLSLstd450FMin:
     case GLSLstd450NMin:
         return bitsOf(a < b ? a : b);

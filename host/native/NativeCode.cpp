@@ -79,9 +79,9 @@ struct Work
         }
         const std::string processor = options.wide ? taken(LLVMGetHostCPUName()) : "haswell";
         const std::string features = options.wide ? taken(LLVMGetHostCPUFeatures()) : "";
-        machine = LLVMCreateTargetMachine(
-            found, triple.c_str(), processor.c_str(), features.c_str(),
-            options.level >= 2 ? LLVMCodeGenLevelDefault : LLVMCodeGenLevelLess, LLVMRelocPIC, LLVMCodeModelSmall);
+        machine = LLVMCreateTargetMachine(found, triple.c_str(), processor.c_str(), features.c_str(),
+                                          options.level >= 2 ? LLVMCodeGenLevelDefault : LLVMCodeGenLevelLess,
+                                          LLVMRelocPIC, LLVMCodeModelSmall);
         LLVMSetTarget(module, triple.c_str());
         LLVMTargetDataRef layout = LLVMCreateTargetDataLayout(machine);
         LLVMSetModuleDataLayout(module, layout);
@@ -126,7 +126,8 @@ std::vector<std::byte> emitted(const Work& work)
 {
     char* message = nullptr;
     LLVMMemoryBufferRef buffer = nullptr;
-    if (LLVMTargetMachineEmitToMemoryBuffer(work.machine, work.module, LLVMObjectFile, &message, &buffer) != 0) {
+    if (LLVMTargetMachineEmitToMemoryBuffer(work.machine, work.module, LLVMObjectFile, &message, &buffer) !=
+        0) {
         throw std::runtime_error(taken(message));
     }
     const auto* const begin = reinterpret_cast<const std::byte*>(LLVMGetBufferStart(buffer));
@@ -143,8 +144,8 @@ Made make(const Shader& shader, const Options& options)
         const double begin = milliseconds();
         const Work work(options);
         const std::vector<std::uint32_t> spirv(shader.spirv.begin(), shader.spirv.end());
-        const Source source{work.context,      work.module,  spirv,           shader.texels,
-                            shader.targetBits, shader.usual, shader.usualWidth};
+        const Source source{work.context, work.module,      spirv, shader.texels, shader.targetBits,
+                            shader.usual, shader.usualWidth};
         writeBorder(source);
         writeDraw(source, options);
         verify(work.module);
@@ -152,7 +153,8 @@ Made make(const Shader& shader, const Options& options)
         optimize(work, options.level);
         const double optimised = milliseconds();
         made.object = emitted(work);
-        made.cost = {translated - begin, optimised - translated, milliseconds() - optimised, made.object.size()};
+        made.cost = {translated - begin, optimised - translated, milliseconds() - optimised,
+                     made.object.size()};
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& problem) {

@@ -1,7 +1,7 @@
 #include "host/native/Translator.h"
 
-#include "host/native/Evaluation.h"
 #include "host/effects/spirv/SpirvModule.h"
+#include "host/native/Evaluation.h"
 
 #include <algorithm>
 #include <array>
@@ -1017,8 +1017,23 @@ private:
     Component resultOfFunction(std::uint32_t function, const Operands& of)
     {
         switch (function) {
+        case GLSLstd450Round: // drivers choose the even one of two equally near
         case GLSLstd450RoundEven:
             return call("llvm.nearbyint", *of[0]);
+        case GLSLstd450Fract:
+            return binary(LLVMFSub, *of[0], call("llvm.floor", *of[0]));
+        case GLSLstd450FSign: {
+            const Component zero = constant(0, float_);
+            const Component one = constant(std::bit_cast<std::uint32_t>(1.0F), float_);
+            const Component minus = constant(std::bit_cast<std::uint32_t>(-1.0F), float_);
+            const Component signOf =
+                select(compare(*comparisonOf(spv::OpFOrdLessThan), *of[0], zero), minus, one);
+            return select(compare(*comparisonOf(spv::OpFOrdEqual), *of[0], zero), zero, signOf);
+        }
+        case GLSLstd450SSign: {
+            const Component most = chosen(spv::OpSGreaterThan, *of[0], constant(0xFFFFFFFF, i32_));
+            return chosen(spv::OpSLessThan, most, constant(1, i32_));
+        }
         case GLSLstd450Trunc:
             return call("llvm.trunc", *of[0]);
         case GLSLstd450Floor:
@@ -1195,8 +1210,7 @@ private:
         return c;
     }
 
-    std::vector<Component> scatteredTexels(std::size_t buffer, const Texels& texels,
-                                           LLVMValueRef indices)
+    std::vector<Component> scatteredTexels(std::size_t buffer, const Texels& texels, LLVMValueRef indices)
     {
         LLVMValueRef last =
             LLVMBuildTrunc(rows_, LLVMBuildSub(rows_, texelCounts_[buffer], wide64(1), ""), i32_, "");

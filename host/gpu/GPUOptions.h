@@ -69,7 +69,7 @@ struct GPUOptions
     bool packedTexels = true;
 
     /// Let the processors draw in the place of software devices, where code of their own draws the same.
-    bool nativeCode = false;
+    bool nativeCode = true;
 
     /// Create all pipelines of an effect when it is loaded, and draw each technique once. If false, create
     /// each pipeline on its first draw.

@@ -47,7 +47,7 @@ void configureGPU(const StartOptions& start)
     // With this start argument the library compiles effects on demand only.
     const bool onDemandOnly = StartEnv::programEnv().arg(L"-transcode") != 0;
     options.compileAhead = settings.flag("effects.ahead").value_or(true) && !onDemandOnly;
-    options.nativeCode = settings.flag("effects.native").value_or(false);
+    options.nativeCode = settings.flag("effects.native").value_or(true);
     options.readyWhenLoaded = start.effectsReadyWhenLoaded;
     if (start.sharedDevice != nullptr) {
         options.sharedDevice = std::make_shared<const ApplicationDevice>(*start.sharedDevice);

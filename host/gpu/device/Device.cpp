@@ -4,6 +4,7 @@
 #include "host/gpu/sharing/Features.h"
 
 #include <algorithm>
+#include <span>
 
 namespace Qx::Host::Vulkan {
 

@@ -70,40 +70,35 @@ void HostQueue::stop()
         helper.join();
     }
     helpers_.clear();
-    items_.clear();
+    {
+        const std::lock_guard lock(mutex_);
+        items_.clear();
+    }
+    signaled_.notify_all();
+}
+
+bool HostQueue::wait(std::uint64_t value, std::chrono::nanoseconds limit)
+{
+    std::unique_lock lock(mutex_);
+    return signaled_.wait_for(lock, limit, [&] { return items_.empty() || items_.front().value > value; });
 }
 
 void HostQueue::run()
 {
+    std::unique_lock lock(mutex_);
     for (;;) {
-        std::unique_lock lock(mutex_);
         pushed_.wait(lock, [this] { return stopping_ || !items_.empty(); });
         if (stopping_) {
             return;
         }
-        const Item item = std::move(items_.front());
-        items_.pop_front();
+        const Item& item = items_.front(); // stays in its place while others are added
         lock.unlock();
-        if (!isReached(item)) {
-            continue;
+        if (isReached(item)) {
+            compute(item);
         }
-        if (item.stamps != nullptr) {
-            item.stamps->begin = ticks(device_);
-        }
-        compute(item.work);
-        if (item.work.finish) {
-            item.work.finish();
-        }
-        if (item.stamps != nullptr) {
-            item.stamps->end = ticks(device_);
-        }
-        VkSemaphoreSignalInfo signal{};
-        signal.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SIGNAL_INFO;
-        signal.semaphore = item.timeline;
-        signal.value = item.value;
-        if (!device_.succeeded(vkSignalSemaphore(device_.handle(), &signal), "telling the device of work")) {
-            device_.markLost("it cannot be told of work that the host has done");
-        }
+        lock.lock();
+        items_.pop_front();
+        signaled_.notify_all();
     }
 }
 
@@ -128,6 +123,27 @@ bool HostQueue::isReached(const Item& item)
         }
     }
     return false;
+}
+
+void HostQueue::compute(const Item& item)
+{
+    if (item.stamps != nullptr) {
+        item.stamps->begin = ticks(device_);
+    }
+    compute(item.work);
+    if (item.work.finish) {
+        item.work.finish();
+    }
+    if (item.stamps != nullptr) {
+        item.stamps->end = ticks(device_);
+    }
+    VkSemaphoreSignalInfo signal{};
+    signal.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SIGNAL_INFO;
+    signal.semaphore = item.timeline;
+    signal.value = item.value;
+    if (!device_.succeeded(vkSignalSemaphore(device_.handle(), &signal), "telling the device of work")) {
+        device_.markLost("it cannot be told of work that the host has done");
+    }
 }
 
 void HostQueue::compute(const HostWork& work)

@@ -3,6 +3,7 @@
 #include "host/gpu/device/Device.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -50,6 +51,11 @@ public:
     /// Throws std::bad_alloc, or std::system_error if no thread can start: then nothing is done.
     void push(VkSemaphore timeline, std::uint64_t value, HostWork work, HostStamps* stamps);
 
+    /// Waits until the device has been told of all works up to that value. Returns false if that takes longer
+    /// than `limit`. Call it before waiting for the timeline: Vulkan's validation layer keeps threads that
+    /// wait and threads that signal from one another.
+    bool wait(std::uint64_t value, std::chrono::nanoseconds limit);
+
     /// Drops what is not being computed, and ends the threads.
     void stop();
 
@@ -64,6 +70,7 @@ private:
 
     void start();
     void run();
+    void compute(const Item& item);
     bool isReached(const Item& item);
     void compute(const HostWork& work);
     void help();
@@ -74,7 +81,8 @@ private:
 
     std::mutex mutex_; // guards the queue and the threads
     std::condition_variable pushed_;
-    std::deque<Item> items_;
+    std::condition_variable signaled_;
+    std::deque<Item> items_; ///< the first of them is being computed
     std::thread thread_;
 
     std::mutex partsMutex_; // guards what helpers are told

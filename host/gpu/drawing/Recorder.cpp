@@ -262,7 +262,12 @@ VkResult Recorder::waitOnce(std::uint64_t value, std::chrono::nanoseconds limit)
     info.semaphoreCount = 1;
     info.pSemaphores = &timeline_;
     info.pValues = &value;
-    return vkWaitSemaphores(device_.handle(), &info, static_cast<std::uint64_t>(limit.count()));
+    const auto end = Clock::now() + limit;
+    if (!hostQueue_.wait(value, limit)) {
+        return VK_TIMEOUT;
+    }
+    const auto left = std::max<std::chrono::nanoseconds>(end - Clock::now(), std::chrono::nanoseconds(0));
+    return vkWaitSemaphores(device_.handle(), &info, static_cast<std::uint64_t>(left.count()));
 }
 
 bool Recorder::wait(std::uint64_t value)

@@ -135,7 +135,7 @@ private:
             problem = failure.what();
         }
         if (!requests.isClosed) {
-            report("GPU: technique \"" + wish.technique + "\": native code could not be made: " + problem);
+            Vulkan::report("GPU: technique \"" + wish.technique + "\": native code could not be made: " + problem);
         }
         return nullptr;
     }

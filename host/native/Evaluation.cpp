@@ -77,12 +77,40 @@ std::optional<std::uint32_t> ofFunction(std::uint32_t function, const Operands& 
         return signedOf(o[0]) < signedOf(o[1]) ? o[0] : o[1];
     case GLSLstd450SMax:
         return signedOf(o[0]) > signedOf(o[1]) ? o[0] : o[1];
+    case GLSLstd450SClamp:
+        return static_cast<std::uint32_t>(std::min(std::max(signedOf(o[0]), signedOf(o[1])), signedOf(o[2])));
+    case GLSLstd450UClamp:
+        return std::min(std::max(o[0], o[1]), o[2]);
+    case GLSLstd450SAbs:
+        return signedOf(o[0]) < 0 ? 0U - o[0] : o[0];
+    case GLSLstd450Sqrt:
+        return bitsOf(std::sqrt(a));
+    case GLSLstd450Step:
+        return bitsOf(b >= a ? 1.0F : 0.0F);
     case GLSLstd450UMin:
         return std::min(o[0], o[1]);
     case GLSLstd450UMax:
         return std::max(o[0], o[1]);
     default:
         return std::nullopt;
+    }
+}
+
+/// Of a division by 0 nothing, and neither of one that leaves 32 bits.
+std::optional<std::uint32_t> quotientOf(spv::Op op, std::uint32_t a, std::uint32_t b)
+{
+    if (b == 0 || b == 0xFFFFFFFF) {
+        return std::nullopt;
+    }
+    switch (op) {
+    case spv::OpSDiv:
+        return static_cast<std::uint32_t>(signedOf(a) / signedOf(b));
+    case spv::OpSRem:
+        return static_cast<std::uint32_t>(signedOf(a) % signedOf(b));
+    case spv::OpUDiv:
+        return a / b;
+    default: // OpUMod
+        return a % b;
     }
 }
 
@@ -112,8 +140,11 @@ std::optional<std::uint32_t> ofFloats(spv::Op op, const Operands& o)
     case spv::OpFOrdEqual:
         return truth(a == b);
     case spv::OpFUnordNotEqual:
-    case spv::OpFOrdNotEqual:
         return truth(a != b);
+    case spv::OpFOrdNotEqual:
+        return truth(a < b || a > b);
+    case spv::OpFUnordEqual:
+        return truth(!(a < b || a > b));
     case spv::OpFOrdLessThan:
         return truth(a < b);
     case spv::OpFOrdGreaterThan:
@@ -122,6 +153,14 @@ std::optional<std::uint32_t> ofFloats(spv::Op op, const Operands& o)
         return truth(a <= b);
     case spv::OpFOrdGreaterThanEqual:
         return truth(a >= b);
+    case spv::OpFUnordLessThan:
+        return truth(!(a >= b));
+    case spv::OpFUnordGreaterThan:
+        return truth(!(a <= b));
+    case spv::OpFUnordLessThanEqual:
+        return truth(!(a > b));
+    case spv::OpFUnordGreaterThanEqual:
+        return truth(!(a < b));
     default:
         return std::nullopt;
     }
@@ -146,6 +185,11 @@ std::optional<std::uint32_t> evaluated(const Effects::Spirv::Instruction& i, con
         return o[0] - o[1];
     case spv::OpIMul:
         return o[0] * o[1];
+    case spv::OpSDiv:
+    case spv::OpSRem:
+    case spv::OpUDiv:
+    case spv::OpUMod:
+        return quotientOf(i.op(), o[0], o[1]);
     case spv::OpShiftLeftLogical:
         return o[0] << shift;
     case spv::OpShiftRightLogical:

@@ -1,8 +1,10 @@
 #include "host/native/NativeCode.h"
 
+#include "host/effects/spirv/ShaderChecks.h"
+#include "host/native/ParsedShader.h"
 #include "host/native/Translator.h"
 
-#include <cstring>
+#include <algorithm>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -18,6 +20,8 @@
 
 namespace Qx::Host::Native {
 namespace {
+
+constexpr std::uint32_t mostPeriod = 64;
 
 /// Frees what LLVM's C interface allocates.
 std::string taken(char* message)
@@ -136,18 +140,45 @@ std::vector<std::byte> emitted(const Work& work)
     return object;
 }
 
+void checkInput(const Shader& shader, const std::vector<std::uint32_t>& spirv, const Options& options)
+{
+    std::string problem;
+    if (!Effects::validate(spirv, problem)) {
+        refuse("it is no valid shader: " + problem);
+    }
+    if (shader.texels.size() > Frame::mostBuffers) {
+        refuse("it has more than " + std::to_string(Frame::mostBuffers) + " bindings");
+    }
+    const auto isKnown = [](const Texels& t) {
+        const bool hasFour = t.componentBits * 4 == t.bytes * 8; // components
+        return t.bytes == 0 ||
+               (hasFour && (t.componentBits == 8 || t.componentBits == 16 || t.componentBits == 32));
+    };
+    if (!std::all_of(shader.texels.begin(), shader.texels.end(), isKnown) ||
+        (shader.targetBits != 8 && shader.targetBits != 16)) {
+        refuse("texels have four components of 8 or 16 bits, those that are read also of 32");
+    }
+    if ((options.lanes != 8 && options.lanes != 16) || options.period == 0 || options.period > mostPeriod) {
+        refuse("8 or 16 lanes and periods from 1 to " + std::to_string(mostPeriod) + " are possible, not " +
+               std::to_string(options.lanes) + " and " + std::to_string(options.period));
+    }
+}
+
 Made make(const Shader& shader, const Options& options)
 {
     initialize();
     Made made;
     try {
         const double begin = milliseconds();
-        const Work work(options);
         const std::vector<std::uint32_t> spirv(shader.spirv.begin(), shader.spirv.end());
-        const Source source{work.context, work.module,      spirv, shader.texels, shader.targetBits,
-                            shader.usual, shader.usualWidth};
+        checkInput(shader, spirv, options);
+        const ParsedShader parsed(spirv);
+        const Work work(options);
+        const Source source{work.context,      work.module,  parsed,           shader.texels,
+                            shader.targetBits, shader.usual, shader.usualWidth};
+        writeDraws(source);
         writeBorder(source);
-        writeDraw(source, options);
+        made.repetitions = writeDraw(source, options);
         verify(work.module);
         const double translated = milliseconds();
         optimize(work, options.level);
@@ -184,19 +215,24 @@ public:
         check(LLVMOrcCreateLLJIT(&jit_, nullptr));
         LLVMMemoryBufferRef buffer = LLVMCreateMemoryBufferWithMemoryRangeCopy(
             reinterpret_cast<const char*>(object.data()), object.size(), "shader");
-        LLVMOrcExecutorAddress address = 0;
         try {
             check(LLVMOrcLLJITAddObjectFile(jit_, LLVMOrcLLJITGetMainJITDylib(jit_), buffer));
-            check(LLVMOrcLLJITLookup(jit_, &address, "draw"));
+            draw_ = reinterpret_cast<decltype(draw_)>(addressOf("draw"));
+            draws_ = reinterpret_cast<decltype(draws_)>(addressOf("draws"));
         } catch (...) {
             dispose();
             throw;
         }
-        code_ = reinterpret_cast<decltype(code_)>(address);
     }
     ~LoadedCode() override { dispose(); }
 
 private:
+    LLVMOrcExecutorAddress addressOf(const char* name) const
+    {
+        LLVMOrcExecutorAddress address = 0;
+        check(LLVMOrcLLJITLookup(jit_, &address, name));
+        return address;
+    }
     void dispose() const { LLVMConsumeError(LLVMOrcDisposeLLJIT(jit_)); }
 
     LLVMOrcLLJITRef jit_ = nullptr;

@@ -61,19 +61,23 @@ struct Cost
 struct Shader
 {
     std::span<const std::uint32_t> spirv;
-    std::span<const Texels> texels;  ///< of each binding
-    std::uint32_t targetBits = 8;    ///< of a component: 8 or 16
-    std::span<const std::byte> usual; ///< uniforms of a usual frame: they decide what is taken as the rule away
-                                      ///< from a picture's edges, and not what is drawn
-    std::uint32_t usualWidth = 0;     ///< of that frame's target
+    std::span<const Texels> texels; ///< of each binding
+    std::uint32_t targetBits = 8;   ///< of a component: 8 or 16
+    std::span<const std::byte>
+        usual;                    ///< uniforms of a usual frame, as large as every frame's: they decide what
+                                  ///< is taken as the rule away from a picture's edges, not what is drawn
+    std::uint32_t usualWidth = 0; ///< of that frame's target
 };
 
 /// Machine code, as an object file for this machine.
 struct Made
 {
     std::vector<std::byte> object;
-    std::string problem; ///< why there is none; else empty
+    std::string problem; ///< why there is none, as a phrase that begins with the shader as "it"; else empty
     Cost cost{};
+    /// With a period of 1: after how many texels what depends on the column alone repeats itself; different
+    /// numbers from 2 on, ascending. Each of them may be a faster period.
+    std::vector<std::uint32_t> repetitions{};
 };
 
 /// Code in memory, ready to be run.
@@ -84,13 +88,23 @@ public:
     Code(const Code&) = delete;
     Code& operator=(const Code&) = delete;
 
+    /// Whether draw() draws what the shader does with these uniforms: not if they lead to something that
+    /// drivers approximate. Thread-safe.
+    bool draws(const std::byte* uniforms) const
+    {
+        Frame frame;
+        frame.uniforms = uniforms;
+        return draws_(&frame) != 0;
+    }
+
     /// Draws the rows from `first` to the one before `end`. Every read is within the frame's buffers.
     /// Thread-safe.
-    void draw(const Frame& frame, std::uint32_t first, std::uint32_t end) const { code_(&frame, first, end); }
+    void draw(const Frame& frame, std::uint32_t first, std::uint32_t end) const { draw_(&frame, first, end); }
 
 protected:
     Code() = default;
-    void (*code_)(const Frame*, std::uint32_t, std::uint32_t) = nullptr;
+    void (*draw_)(const Frame*, std::uint32_t, std::uint32_t) = nullptr;
+    std::uint32_t (*draws_)(const Frame*) = nullptr;
 };
 
 /// What makes and loads code. It is a module of its own, which links LLVM and is loaded when it is needed.
@@ -98,8 +112,8 @@ protected:
 struct Library
 {
     /// Makes code of a shader. It draws what the shader draws, to the last bit: shaders are refused if they
-    /// have loops, or functions that drivers approximate. LLVM may end the process on what it cannot do: a
-    /// worker's process makes it.
+    /// have loops whose rounds are not known, or always need functions that drivers approximate. LLVM may end
+    /// the process on what it cannot do: a worker's process makes it.
     Made (*make)(const Shader& shader, const Options& options);
 
     /// The processor and LLVM, for which code is made: code of other ones is not to be loaded.

@@ -125,11 +125,14 @@ NativeDrawing::Way NativeDrawing::wayOf(const Draw& draw, const TechniqueDrawing
         }
         return Way::Device;
     case State::Made: {
+        if (!shared_->code->draws(draw.uniforms.data())) {
+            return Way::Device;
+        }
         State made = State::Made;
         return shared_->state.compare_exchange_strong(made, State::Compared) ? Way::DeviceAndCheck : Way::Device;
     }
     case State::Good:
-        return Way::Host;
+        return shared_->code->draws(draw.uniforms.data()) ? Way::Host : Way::Device;
     case State::Asked:
     case State::Compared:
     case State::Refused:

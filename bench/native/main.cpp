@@ -1,7 +1,8 @@
 #include "bench/LookFile.h"
-#include "host/native/NativeCode.h"
 #include "host/Host.h"
 #include "host/effects/EffectCompiler.h"
+#include "host/native/NativeCode.h"
+#include "host/native/Periods.h"
 #include "lut/LUTManager.h"
 #include "platform/FileManager.h"
 #include "platform/GPUService.h"
@@ -50,7 +51,6 @@ struct Work
     int sourceWidth; ///< in texels
     int targetWidth;
     int height;
-    std::uint32_t period; ///< texels of the target that a lane computes
     std::vector<std::pair<const char*, float>> settings{};
 };
 
@@ -64,36 +64,27 @@ std::vector<Work> worksFor(int width, int height)
     const auto words = static_cast<float>(m101);
     return {
         {"4:2:2 to RGB, 8 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 8,
-         8, pairs, width, height, 2},
+         8, pairs, width, height},
         {"4:2:2 to RGB, 8 bits, Catmull-Rom", "ColourConvert.fx",
-         "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 8, 8, pairs, width, height, 2},
+         "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 8, 8, pairs, width, height},
         {"4:2:2 to RGB, 8 bits, Mitchell", "ColourConvert.fx",
-         "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 8, 8, pairs, width, height, 2},
+         "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 8, 8, pairs, width, height},
         {"4:2:2 to RGB, 16 bits, Point", "ColourConvert.fx", "YCrCb422_Video_BT709_To_RGB_Unscaled_Point", 16,
-         16, pairs, width, height, 2},
+         16, pairs, width, height},
         {"4:2:2 to RGB, 16 bits, Catmull-Rom", "ColourConvert.fx",
-         "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 16, 16, pairs, width, height, 2},
+         "YCrCb422_Video_BT709_To_RGB_Unscaled_CatmullRom", 16, 16, pairs, width, height},
         {"4:2:2 to RGB, 16 bits, Mitchell", "ColourConvert.fx",
-         "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 16, 16, pairs, width, height, 2},
+         "YCrCb422_Video_BT709_To_RGB_Unscaled_Mitchell", 16, 16, pairs, width, height},
         {"RGB to 4:2:2, 8 bits, Point", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Point", 8,
-         8, width, pairs, height, 1},
+         8, width, pairs, height},
         {"RGB to 4:2:2, 8 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos",
-         8, 8, width, pairs, height, 1},
+         8, 8, width, pairs, height},
         {"RGB to 4:2:2, 16 bits, Lanczos", "ColourConvert.fx", "RGB_Unscaled_To_YCrCb422_Video_BT709_Lanczos",
-         16, 16, width, pairs, height, 1},
-        {"BGRA to ARGB, 8 bits", "null.fx", "ReverseComponentOrder", 8, 8, width, width, height, 1},
-        {"BGRA to ARGB, 16 bits", "null.fx", "ReverseComponentOrder", 16, 16, width, width, height, 1},
-        {"v210 to 4:2:2, 16 bits", "null.fx", "V210toYUYV", 8, 16, v210, pairs, height, 3},
-        {"4:2:2 to v210, 16 bits",
-         "null.fx",
-         "YUYVtoV210",
-         16,
-         8,
-         pairs,
-         v210,
-         height,
-         4,
-         {{"_Width", wide}}},
+         16, 16, width, pairs, height},
+        {"BGRA to ARGB, 8 bits", "null.fx", "ReverseComponentOrder", 8, 8, width, width, height},
+        {"BGRA to ARGB, 16 bits", "null.fx", "ReverseComponentOrder", 16, 16, width, width, height},
+        {"v210 to 4:2:2, 16 bits", "null.fx", "V210toYUYV", 8, 16, v210, pairs, height},
+        {"4:2:2 to v210, 16 bits", "null.fx", "YUYVtoV210", 16, 8, pairs, v210, height, {{"_Width", wide}}},
         {"4:2:2 to M101, 16 bits",
          "ColourConvert.fx",
          "PackMatrox10Bit",
@@ -102,7 +93,6 @@ std::vector<Work> worksFor(int width, int height)
          pairs,
          m101,
          height,
-         20,
          {{"pSourceImageTotalWidthInDWORDs", 0.5F * wide}, {"DestImageWidth", words}}},
         {"M101 to 4:2:2, 16 bits",
          "ColourConvert.fx",
@@ -112,10 +102,9 @@ std::vector<Work> worksFor(int width, int height)
          m101,
          pairs,
          height,
-         8,
          {{"pSourceImageTotalWidthInDWORDs", words}}},
-        {"LUT of 33 points, 8 bits", "LUT.fx", "LUT", 8, 8, width, width, height, 1},
-        {"LUT of 33 points, 16 bits", "LUT.fx", "LUT", 16, 16, width, width, height, 1},
+        {"LUT of 33 points, 8 bits", "LUT.fx", "LUT", 8, 8, width, width, height},
+        {"LUT of 33 points, 16 bits", "LUT.fx", "LUT", 16, 16, width, width, height},
     };
 }
 
@@ -186,6 +175,7 @@ struct NativeShader
 {
     std::unique_ptr<Host::Native::Code> code;
     Host::Native::Cost cost;
+    std::uint32_t period = 1;
 };
 
 const Host::Native::Library& nativeLibrary()
@@ -199,10 +189,15 @@ const Host::Native::Library& nativeLibrary()
 }
 
 /// Throws std::runtime_error if the shader is refused.
-NativeShader nativeShaderOf(const Host::Native::Shader& shader, const Host::Native::Options& options)
+NativeShader nativeShaderOf(const Host::Native::Shader& shader, const Host::Native::Options& options,
+                            const Host::Native::Frame& usual)
 {
-    Host::Native::Made made = nativeLibrary().make(shader, options);
+    constexpr std::uint32_t rows = 64; // as in the worker
+    Host::Native::FastestCode fastest =
+        Host::Native::makeFastest(nativeLibrary(), shader, options, usual, rows);
+    Host::Native::Made& made = fastest.made;
     NativeShader native;
+    native.period = fastest.period;
     if (made.problem.empty()) {
         native.code = nativeLibrary().load(made.object, made.problem);
     }
@@ -304,7 +299,7 @@ void fillUniforms(Native& native, const CompiledEffect& effect, const Work& work
 }
 
 /// Without a shader one is made.
-Native nativeOf(const CompiledEffect& effect, const Work& work, Host::Native::Options options,
+Native nativeOf(const CompiledEffect& effect, const Work& work, const Host::Native::Options& options,
                 std::shared_ptr<const NativeShader> shader = nullptr)
 {
     const CompiledEffect::PackedShader& packed = shaderOf(effect, work);
@@ -327,16 +322,15 @@ Native nativeOf(const CompiledEffect& effect, const Work& work, Host::Native::Op
                              : std::span<const std::byte>(native.source.bytes, native.source.pitch * height);
         native.frame.buffers[sampler] = {all.data(), all.size() / texels[sampler].bytes};
     }
-    options.period = work.period;
-    native.shader = shader ? std::move(shader)
-                           : std::make_shared<const NativeShader>(nativeShaderOf(
-                                 {packed.spirv, texels, work.targetBits, native.uniforms,
-                                  static_cast<std::uint32_t>(work.targetWidth)},
-                                 options));
     native.frame.uniforms = native.uniforms.data();
     native.frame.target = native.target.bytes;
     native.frame.pitch = native.target.pitch;
     native.frame.width = static_cast<std::uint32_t>(work.targetWidth);
+    native.shader = shader ? std::move(shader)
+                           : std::make_shared<const NativeShader>(
+                                 nativeShaderOf({packed.spirv, texels, work.targetBits, native.uniforms,
+                                                 static_cast<std::uint32_t>(work.targetWidth)},
+                                                options, native.frame));
     return native;
 }
 
@@ -500,10 +494,11 @@ bool compare(const Work& work, int rounds, const std::string& wanted, int level)
         isEqual = isEqual && different == 0;
         const Host::Native::Cost& cost = made.native.shader->cost;
         const Quartiles ratio = quartilesOf(made.ratios);
-        std::printf("| %s | %s | %.2f | %.2f | %.2f (%.2f to %.2f) | %zu | %.0f + %.0f + %.0f | %.1f |\n",
-                    work.name, made.way->name, quartilesOf(theirs).middle, quartilesOf(made.times).middle,
-                    ratio.middle, ratio.low, ratio.high, different, cost.translation, cost.optimisation,
-                    cost.generation, static_cast<double>(cost.bytes) / 1024);
+        std::printf(
+            "| %s | %s | %u | %.2f | %.2f | %.2f (%.2f to %.2f) | %zu | %.0f + %.0f + %.0f | %.1f |\n",
+            work.name, made.way->name, made.native.shader->period, quartilesOf(theirs).middle,
+            quartilesOf(made.times).middle, ratio.middle, ratio.low, ratio.high, different, cost.translation,
+            cost.optimisation, cost.generation, static_cast<double>(cost.bytes) / 1024);
     }
     std::fflush(stdout);
     return isEqual;
@@ -569,8 +564,9 @@ int main(int argc, char** argv)
         Qx::Host::stop();
         return result;
     }
-    std::printf("| work | way | driver, ms | native, ms | ratio | bytes that differ | translated, optimised, "
-                "generated in ms | KiB |\n|---|---|---:|---:|---:|---:|---:|---:|\n");
+    std::printf("| work | way | texels a lane | driver, ms | native, ms | ratio | bytes that differ | "
+                "translated, optimised, "
+                "generated in ms | KiB |\n|---|---|---:|---:|---:|---:|---:|---:|---:|\n");
     for (const Qx::Bench::Work& work : Qx::Bench::worksFor(1920, 1080)) {
         if (argc > 2 && std::string(work.name).find(argv[2]) == std::string::npos) {
             continue;

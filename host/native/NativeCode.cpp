@@ -196,7 +196,7 @@ Made make(const Shader& shader, const Options& options)
 
 std::string target()
 {
-    return std::string("LLVM ") + LLVM_VERSION_STRING + " " + taken(LLVMGetHostCPUName()) + " " +
+    return std::string("code 2, LLVM ") + LLVM_VERSION_STRING + " " + taken(LLVMGetHostCPUName()) + " " +
            taken(LLVMGetHostCPUFeatures());
 }
 

@@ -55,6 +55,8 @@ struct Cost
     double optimisation = 0;
     double generation = 0; ///< of machine code
     std::size_t bytes = 0; ///< of the object file
+
+    double milliseconds() const { return translation + optimisation + generation; }
 };
 
 /// A shader that gives the codes of one texel.

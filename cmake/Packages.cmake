@@ -20,6 +20,9 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_COMPONENTS_ALL program library host development)
+if(QX_NATIVE)
+    list(APPEND CPACK_COMPONENTS_ALL native)
+endif()
 if(QX_MLT)
     list(APPEND CPACK_COMPONENTS_ALL mlt)
 endif()
@@ -43,6 +46,7 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME qxhost)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION video)
 set(CPACK_COMPONENT_PROGRAM_DEPENDS library host)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "mesa-vulkan-drivers | vulkan-icd")
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS "qxhost-native (= ${version})")
 set(CPACK_DEBIAN_PROGRAM_DESCRIPTION "converts clips and pictures on the GPU and runs effects on them
 The program qxhost converts video between YCbCr and RGB at 8 to 16 bits, each
 result the nearest code, between the pixel formats of cameras and capture
@@ -50,6 +54,14 @@ cards, and through pixel shaders and look-up tables (LUTs).
 .
 This package also has the shipped effects, and the process in which effects
 are compiled.")
+
+set(CPACK_DEBIAN_NATIVE_PACKAGE_NAME qxhost-native)
+set(CPACK_DEBIAN_NATIVE_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_NATIVE_PACKAGE_DEPENDS "qxhost (= ${version})")
+set(CPACK_DEBIAN_NATIVE_DESCRIPTION "faster effects and conversions without a GPU
+A module of qxhost. On a machine without a GPU it has the processors draw by
+code of their own, made by LLVM, where that draws the same pictures as the
+driver, and about twice as fast or faster. With a GPU it does nothing.")
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libqxfxresources${QX_SOVERSION})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
@@ -185,6 +197,9 @@ those of the Debian packages that it was taken from.
 endfunction()
 qx_package_documents(program
     glslang-dev libcli11-dev libfmt-dev libloki-dev libvulkan-dev nlohmann-json3-dev spirv-tools)
+if(QX_NATIVE)
+    qx_package_documents(native spirv-tools)
+endif()
 qx_package_documents(library libloki-dev)
 qx_package_documents(host
     glslang-dev libfmt-dev libloki-dev libspdlog-dev libtomlplusplus-dev libvulkan-dev spirv-tools)

@@ -93,6 +93,10 @@ struct DeviceDescription
     bool hasTimer = false;          ///< it writes timestamps: see GPUService::startTimer()
     bool conformant = false;        ///< its driver has passed Vulkan's conformance tests
 
+    /// Of the software device in use: what makes the code by which the processors draw in its place, or why
+    /// nothing does. Empty for others.
+    std::string nativeCode{};
+
     /// What the device lacks of what the service would use and what the service does instead, a sentence each
     /// for people. None of it makes the device unusable.
     std::vector<std::string> nextWays{};

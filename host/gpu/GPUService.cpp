@@ -152,8 +152,19 @@ std::string GPUService::failure()
 std::vector<DeviceDescription> GPUService::listDevices()
 {
     context();
-    const std::lock_guard lock(mutex_);
-    return devices_;
+    std::shared_ptr<NativeQueue> native;
+    std::vector<DeviceDescription> devices;
+    {
+        const std::lock_guard lock(mutex_);
+        native = native_;
+        devices = devices_;
+    }
+    for (DeviceDescription& device : devices) {
+        if (device.chosen && native != nullptr) {
+            device.nativeCode = NativeQueue::description();
+        }
+    }
+    return devices;
 }
 
 void GPUService::savePipelines(const std::shared_ptr<Vulkan::Context>& context)

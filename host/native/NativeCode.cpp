@@ -200,6 +200,11 @@ std::string target()
            taken(LLVMGetHostCPUFeatures());
 }
 
+std::string compiler()
+{
+    return "LLVM " LLVM_VERSION_STRING;
+}
+
 std::uint32_t lanes()
 {
     static const bool isWide = hasFeature("+avx512f") && hasFeature("+avx512bw") && hasFeature("+avx512vl");
@@ -256,4 +261,5 @@ std::unique_ptr<Code> load(std::span<const std::byte> object, std::string& probl
 
 extern "C" [[gnu::visibility("default")]] const Qx::Host::Native::Library qx_native_library;
 const Qx::Host::Native::Library qx_native_library{&Qx::Host::Native::make, &Qx::Host::Native::target,
-                                                  &Qx::Host::Native::lanes, &Qx::Host::Native::load};
+                                                  &Qx::Host::Native::compiler, &Qx::Host::Native::lanes,
+                                                  &Qx::Host::Native::load};

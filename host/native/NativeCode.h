@@ -121,6 +121,9 @@ struct Library
     /// The processor and LLVM, for which code is made: code of other ones is not to be loaded.
     std::string (*target)();
 
+    /// LLVM and its version, for people.
+    std::string (*compiler)();
+
     /// How many lanes suit the processor.
     std::uint32_t (*lanes)();
 

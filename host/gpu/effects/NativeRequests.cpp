@@ -35,6 +35,11 @@ bool areAlike(const CompiledEffect& a, const CompiledEffect& b)
            });
 }
 
+const Native::Library* installedLibrary(std::string& problem)
+{
+    return Native::library(Worker::installedWorker().parent_path(), problem);
+}
+
 /// The shader that was wished for; null if there is none.
 const CompiledEffect::PackedShader* shaderIn(const CompiledEffect& effect)
 {
@@ -117,8 +122,7 @@ private:
         std::string problem;
         NativeWish& wish = *request.options.native;
         try {
-            const Native::Library* const library =
-                Native::library(Worker::installedWorker().parent_path(), problem);
+            const Native::Library* const library = installedLibrary(problem);
             if (library == nullptr) {
                 return nullptr;
             }
@@ -150,6 +154,15 @@ std::shared_ptr<Vulkan::NativeMaker> NativeQueue::makerFor(const Worker::Compile
                                                            std::shared_ptr<const CompiledEffect> effect)
 {
     return std::make_shared<Maker>(workers_, requests_, request, std::move(effect));
+}
+
+std::string NativeQueue::description()
+{
+    std::string problem;
+    const Native::Library* const library = installedLibrary(problem);
+    return library != nullptr
+               ? library->compiler() + ", " + std::to_string(library->lanes()) + " texels at a time"
+               : "none (" + problem + ")";
 }
 
 void NativeQueue::close()

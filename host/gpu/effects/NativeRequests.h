@@ -4,6 +4,7 @@
 #include "host/gpu/packed/NativeDrawing.h"
 
 #include <memory>
+#include <string>
 
 namespace Qx::Host {
 
@@ -20,6 +21,9 @@ public:
     /// The maker of an effect's code. `request` is what compiled the effect.
     std::shared_ptr<Vulkan::NativeMaker> makerFor(const Worker::CompileRequest& request,
                                                   std::shared_ptr<const CompiledEffect> effect);
+
+    /// What makes the code, or why nothing does, for people.
+    static std::string description();
 
     /// Drops what waits. What is being made is made in vain.
     void close();

@@ -29,6 +29,7 @@ Json describe(const Devices& devices)
         entry["usable"] = device.unsupported.empty();
         entry["lacks"] = device.unsupported;
         entry["conformant"] = device.conformant;
+        entry["nativeCode"] = device.nativeCode;
         entry["notes"] = device.nextWays;
         list.push_back(entry);
     }
@@ -41,6 +42,9 @@ std::string describe(const Host::DeviceDescription& device)
                                    device.name, device.type, device.driver);
     if (device.software) {
         line += "       computes on the CPU: correct, but slow\n";
+    }
+    if (!device.nativeCode.empty()) {
+        line += "       native code: " + device.nativeCode + "\n";
     }
     for (const std::string& way : device.nextWays) {
         line += "       " + way + "\n";

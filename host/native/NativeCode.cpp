@@ -140,6 +140,16 @@ std::vector<std::byte> emitted(const Work& work)
     return object;
 }
 
+/// Code without `Options::wide` is for all processors with AVX2, the first of which had these.
+void checkProcessor()
+{
+    for (const char* feature : {"+avx2", "+bmi", "+bmi2", "+f16c", "+fma", "+lzcnt", "+movbe"}) {
+        if (!hasFeature(feature)) {
+            refuse(std::string("it needs a processor with ") + (feature + 1) + ", which this one lacks");
+        }
+    }
+}
+
 void checkInput(const Shader& shader, const std::vector<std::uint32_t>& spirv, const Options& options)
 {
     std::string problem;
@@ -171,6 +181,7 @@ Made make(const Shader& shader, const Options& options)
     try {
         const double begin = milliseconds();
         const std::vector<std::uint32_t> spirv(shader.spirv.begin(), shader.spirv.end());
+        checkProcessor();
         checkInput(shader, spirv, options);
         const ParsedShader parsed(spirv);
         const Work work(options);

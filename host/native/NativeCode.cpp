@@ -228,8 +228,8 @@ public:
             reinterpret_cast<const char*>(object.data()), object.size(), "shader");
         try {
             check(LLVMOrcLLJITAddObjectFile(jit_, LLVMOrcLLJITGetMainJITDylib(jit_), buffer));
-            draw_ = reinterpret_cast<decltype(draw_)>(addressOf("draw"));
-            draws_ = reinterpret_cast<decltype(draws_)>(addressOf("draws"));
+            find("draw", draw_);
+            find("draws", draws_);
         } catch (...) {
             dispose();
             throw;
@@ -238,11 +238,13 @@ public:
     ~LoadedCode() override { dispose(); }
 
 private:
-    LLVMOrcExecutorAddress addressOf(const char* name) const
+    template <class Function>
+    void find(const char* name, Function*& function) const
     {
         LLVMOrcExecutorAddress address = 0;
         check(LLVMOrcLLJITLookup(jit_, &address, name));
-        return address;
+        function =
+            reinterpret_cast<Function*>(address); // NOLINT(performance-no-int-to-ptr): as LLVM gives it
     }
     void dispose() const { LLVMConsumeError(LLVMOrcDisposeLLJIT(jit_)); }
 

@@ -186,7 +186,8 @@ std::vector<std::byte> uniformsOf(const NativeDraw& draw)
     for (std::size_t i = 0; i < draw.pictures.size(); ++i) {
         const NativePicture& picture = draw.pictures[i];
         CompiledEffect::TextureUniforms texture;
-        texture.rowPacked = static_cast<float>(pitchOf(picture.rowBytes()) / rowAlignment);
+        const std::size_t rowPacked = pitchOf(picture.rowBytes()) / rowAlignment;
+        texture.rowPacked = static_cast<float>(rowPacked);
         texture.maxCode = picture.depth > 0 ? static_cast<float>(picture.height) : mostOf(picture.bits);
         texture.size = {static_cast<float>(picture.width), static_cast<float>(picture.height)};
         put(uniforms, draw.effect.textureUniforms + i * sizeof texture, texture);

@@ -17,6 +17,9 @@ constexpr std::size_t mostOperands = 3; // of what is computed here
 
 std::string reasonOf(const Instruction& i)
 {
+    if (i.op() == spv::OpImageSampleExplicitLod || i.op() == spv::OpImageSampleImplicitLod) {
+        return "it reads between texels, which drivers do";
+    }
     if (i.op() != spv::OpExtInst) {
         return "it has the instruction " + nameOf(i.op());
     }
@@ -33,6 +36,8 @@ std::string reasonOf(const Instruction& i)
     case GLSLstd450Distance:
     case GLSLstd450Normalize:
         return "it has lengths of vectors, which drivers approximate";
+    case GLSLstd450FMix:
+        return "it has mixtures, whose terms each driver adds in its own way";
     default:
         return i[4] >= GLSLstd450Sin && i[4] <= GLSLstd450Atan2
                    ? "it has trigonometric functions, which drivers approximate"

@@ -102,9 +102,9 @@ void Emitter::noteRepetition(const std::vector<std::uint32_t>& table, LLVMTypeRe
     };
     for (std::uint32_t after = 2; after <= longestRepetition; ++after) {
         if (repeats(after)) {
-            const auto place = std::lower_bound(repetitions_.begin(), repetitions_.end(), after);
-            if (place == repetitions_.end() || *place != after) {
-                repetitions_.insert(place, after);
+            const auto next = std::lower_bound(repetitions_.begin(), repetitions_.end(), after);
+            if (next == repetitions_.end() || *next != after) {
+                repetitions_.insert(next, after);
             }
             return;
         }

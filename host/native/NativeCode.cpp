@@ -140,6 +140,16 @@ std::vector<std::byte> emitted(const Work& work)
     return object;
 }
 
+/// Code without `Options::wide` is for all processors with AVX2, the first of which had these.
+void checkProcessor()
+{
+    for (const char* feature : {"+avx2", "+bmi", "+bmi2", "+f16c", "+fma", "+lzcnt", "+movbe"}) {
+        if (!hasFeature(feature)) {
+            refuse(std::string("it needs a processor with ") + (feature + 1) + ", which this one lacks");
+        }
+    }
+}
+
 void checkInput(const Shader& shader, const std::vector<std::uint32_t>& spirv, const Options& options)
 {
     std::string problem;
@@ -171,6 +181,7 @@ Made make(const Shader& shader, const Options& options)
     try {
         const double begin = milliseconds();
         const std::vector<std::uint32_t> spirv(shader.spirv.begin(), shader.spirv.end());
+        checkProcessor();
         checkInput(shader, spirv, options);
         const ParsedShader parsed(spirv);
         const Work work(options);
@@ -222,8 +233,8 @@ public:
             reinterpret_cast<const char*>(object.data()), object.size(), "shader");
         try {
             check(LLVMOrcLLJITAddObjectFile(jit_, LLVMOrcLLJITGetMainJITDylib(jit_), buffer));
-            draw_ = reinterpret_cast<decltype(draw_)>(addressOf("draw"));
-            draws_ = reinterpret_cast<decltype(draws_)>(addressOf("draws"));
+            find("draw", draw_);
+            find("draws", draws_);
         } catch (...) {
             dispose();
             throw;
@@ -232,11 +243,13 @@ public:
     ~LoadedCode() override { dispose(); }
 
 private:
-    LLVMOrcExecutorAddress addressOf(const char* name) const
+    template <class Function>
+    void find(const char* name, Function*& function) const
     {
         LLVMOrcExecutorAddress address = 0;
         check(LLVMOrcLLJITLookup(jit_, &address, name));
-        return address;
+        function =
+            reinterpret_cast<Function*>(address); // NOLINT(performance-no-int-to-ptr): as LLVM gives it
     }
     void dispose() const { LLVMConsumeError(LLVMOrcDisposeLLJIT(jit_)); }
 

@@ -2,6 +2,7 @@
 
 #include "host/native/NativeCode.h"
 #include "host/native/Periods.h"
+#include "tools/qxfxc/TestAid.h"
 
 #include <algorithm>
 #include <bit>
@@ -119,7 +120,8 @@ void make(const Native::Library& library, const CompiledEffect& effect, const Na
         shader.codeProblem = "it has too many samplers";
         return;
     }
-    const Native::Shader source{shader.spirv, texels, shader.depths.target, wish.usual, wish.usualWidth};
+    const std::vector<std::uint32_t> spirv = mistaken(shader.spirv);
+    const Native::Shader source{spirv, texels, shader.depths.target, wish.usual, wish.usualWidth};
     const TrialFrame trial = usualFrame(effect, shader, source, wish);
     const Native::Options options{library.lanes(), 1, false, library.lanes() > 8, 0};
     Native::Made made = Native::makeFastest(library, source, options, trial.frame, trial.rows).made;

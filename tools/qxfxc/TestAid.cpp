@@ -16,6 +16,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include <spirv/unified1/spirv.hpp>
+
 namespace Qx::Host::Worker {
 
 namespace {
@@ -94,11 +96,29 @@ void overrun()
     FaultInjection::stall();
 }
 
+const FaultInjection::Fault& wantedFault()
+{
+    static const auto& fault = *new FaultInjection::Fault(FaultInjection::faultFrom("QXFXC_TEST"));
+    return fault;
+}
+
 } // namespace
+
+std::vector<std::uint32_t> mistaken(std::vector<std::uint32_t> spirv)
+{
+    constexpr std::size_t headerWords = 5;
+    const bool errs = wantedFault().where == "native" && wantedFault().action == "err";
+    for (std::size_t i = headerWords; errs && i < spirv.size(); i += spirv[i] >> spv::WordCountShift) {
+        if ((spirv[i] & spv::OpCodeMask) == spv::OpFAdd) {
+            spirv[i] ^= static_cast<std::uint32_t>(spv::OpFAdd ^ spv::OpFSub);
+        }
+    }
+    return spirv;
+}
 
 void injectFault(std::string_view stage, const std::filesystem::path& file)
 {
-    static const auto& fault = *new FaultInjection::Fault(FaultInjection::faultFrom("QXFXC_TEST"));
+    const FaultInjection::Fault& fault = wantedFault();
     const std::string& action = fault.action;
     if (fault.where != stage || (!fault.which.empty() && file.filename() != fault.which)) {
         return;

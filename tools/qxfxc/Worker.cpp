@@ -94,6 +94,7 @@ public:
         };
         EffectCompilation compilation = compileEffect(request.file, request.options, {whenRead, whenShader});
         if (request.options.native) {
+            injectFault("native", request.file);
             makeNativeCode(compilation, *request.options.native);
         } else if (compilation.effect != nullptr && device_ != nullptr) {
             device_->tryOut(compilation, request.file, step);

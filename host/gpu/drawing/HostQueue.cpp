@@ -77,6 +77,12 @@ void HostQueue::stop()
     signaled_.notify_all();
 }
 
+VkResult HostQueue::valueOf(VkSemaphore timeline, std::uint64_t& value)
+{
+    const std::lock_guard lock(tellingMutex_);
+    return vkGetSemaphoreCounterValue(device_.handle(), timeline, &value);
+}
+
 bool HostQueue::wait(std::uint64_t value, std::chrono::nanoseconds limit)
 {
     std::unique_lock lock(mutex_);
@@ -141,7 +147,11 @@ void HostQueue::compute(const Item& item)
     signal.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SIGNAL_INFO;
     signal.semaphore = item.timeline;
     signal.value = item.value;
-    if (!device_.succeeded(vkSignalSemaphore(device_.handle(), &signal), "telling the device of work")) {
+    const auto tell = [&] {
+        const std::lock_guard lock(tellingMutex_);
+        return vkSignalSemaphore(device_.handle(), &signal);
+    };
+    if (!device_.succeeded(tell(), "telling the device of work")) {
         device_.markLost("it cannot be told of work that the host has done");
     }
 }

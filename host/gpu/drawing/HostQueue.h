@@ -51,9 +51,12 @@ public:
     /// Throws std::bad_alloc, or std::system_error if no thread can start: then nothing is done.
     void push(VkSemaphore timeline, std::uint64_t value, HostWork work, HostStamps* stamps);
 
+    /// The value of the timeline. Vulkan's validation layer keeps a thread that asks for a timeline's value, or
+    /// waits for it, and one that signals it from each other: ask here, and call wait() before waiting.
+    VkResult valueOf(VkSemaphore timeline, std::uint64_t& value);
+
     /// Waits until the device has been told of all works up to that value. Returns false if that takes longer
-    /// than `limit`. Call it before waiting for the timeline: Vulkan's validation layer keeps threads that
-    /// wait and threads that signal from one another.
+    /// than `limit`.
     bool wait(std::uint64_t value, std::chrono::nanoseconds limit);
 
     /// Drops what is not being computed, and ends the threads.
@@ -84,6 +87,8 @@ private:
     std::condition_variable signaled_;
     std::deque<Item> items_; ///< the first of them is being computed
     std::thread thread_;
+
+    std::mutex tellingMutex_; // held while the timeline is signaled
 
     std::mutex partsMutex_; // guards what helpers are told
     std::condition_variable told_;

@@ -43,7 +43,7 @@ bool Recorder::create()
 std::uint64_t Recorder::completed()
 {
     std::uint64_t value = 0;
-    const VkResult result = vkGetSemaphoreCounterValue(device_.handle(), timeline_, &value);
+    const VkResult result = hostQueue_.valueOf(timeline_, value);
     if (result != VK_SUCCESS) {
         device_.succeeded(result, "asking for the device's progress");
         return completed_;

@@ -73,8 +73,8 @@ public:
     }
 
     /// Has the host compute in the place of the device, which waits for it with everything later. `textures`
-    /// is called first and returns a list of those that it uses, which have companion views; an empty one is a
-    /// failure. `function` is called with the batch to announce their uses, and returns the HostWork.
+    /// is called first and returns a list of those that it uses, which have companion views; an empty one is
+    /// a failure. `function` is called with the batch to announce their uses, and returns the HostWork.
     /// Otherwise as record(); submitted at once.
     template <class Textures, class Function>
     std::uint64_t recordOnHost(std::uint64_t bytes, Textures&& textures, Function&& function)

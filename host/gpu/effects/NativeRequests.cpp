@@ -30,9 +30,10 @@ bool areAlike(const CompiledEffect& a, const CompiledEffect& b)
                      return p.name == q.name && p.offset == q.offset && p.bytes == q.bytes;
                  }) &&
            alike(a.textures, b.textures, [](const auto& t, const auto& u) { return t.name == u.name; }) &&
-           alike(a.samplers, b.samplers, [](const CompiledEffect::Sampler& s, const CompiledEffect::Sampler& t) {
-               return s.texture == t.texture && s.dimensions == t.dimensions;
-           });
+           alike(a.samplers, b.samplers,
+                 [](const CompiledEffect::Sampler& s, const CompiledEffect::Sampler& t) {
+                     return s.texture == t.texture && s.dimensions == t.dimensions;
+                 });
 }
 
 const Native::Library* installedLibrary(std::string& problem)
@@ -139,7 +140,8 @@ private:
             problem = failure.what();
         }
         if (!requests.isClosed) {
-            Vulkan::report("GPU: technique \"" + wish.technique + "\": native code could not be made: " + problem);
+            Vulkan::report("GPU: technique \"" + wish.technique +
+                           "\": native code could not be made: " + problem);
         }
         return nullptr;
     }

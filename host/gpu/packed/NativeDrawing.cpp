@@ -100,8 +100,9 @@ struct NativeDrawing::Job
         for (std::uint32_t y = 0; y < rows; ++y) {
             if (std::memcmp(drawn.data() + y * frame.pitch, target + y * frame.pitch, rowBytes) != 0) {
                 shared->state = State::Refused;
-                report("GPU: technique \"" + technique + "\": native code draws something else than the device in line " +
-                       std::to_string(y) + "; it is not used");
+                report("GPU: technique \"" + technique +
+                       "\": native code draws something else than the device in line " + std::to_string(y) +
+                       "; it is not used");
                 return;
             }
         }
@@ -129,7 +130,8 @@ NativeDrawing::Way NativeDrawing::wayOf(const Draw& draw, const TechniqueDrawing
             return Way::Device;
         }
         State made = State::Made;
-        return shared_->state.compare_exchange_strong(made, State::Compared) ? Way::DeviceAndCheck : Way::Device;
+        return shared_->state.compare_exchange_strong(made, State::Compared) ? Way::DeviceAndCheck
+                                                                             : Way::Device;
     }
     case State::Good:
         return shared_->code->draws(draw.uniforms.data()) ? Way::Host : Way::Device;
@@ -192,9 +194,8 @@ bool NativeDrawing::record(const Draw& draw, const TechniqueDrawing& drawing) co
         batch.writeOnHost(*target);
         std::shared_ptr<Job> job = jobOf(draw, program, *target);
         const std::uint32_t rows = job->rows;
-        return HostWork{rows, [job = std::move(job)](std::uint32_t first, std::uint32_t end) {
-                            job->draw(first, end);
-                        }};
+        return HostWork{
+            rows, [job = std::move(job)](std::uint32_t first, std::uint32_t end) { job->draw(first, end); }};
     };
     if (context_.recorder().recordOnHost(draw.target.key.bytes(), textures, work) == 0) {
         return false;

@@ -5,12 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
 
-// Native code draws in the place of a software device what that draws: every test compares with the same device, which draws
-// alone.
+// Native code draws in the place of a software device what that draws: every test compares with the same
+// device, which draws alone.
 
 namespace Qx::GpuTests {
 
@@ -35,6 +36,9 @@ float4 at(int x, int y) { return tex2Dfetch(S, clamp(int2(x, y), int2(0, 0), int
 float4 mix(int2 pos : VPOS) : COLOR { return at(pos.x - 1, pos.y) * 0.75 * gain + at(pos.x + 2, pos.y + 1).gbar * 0.25; }
 float4 table(int2 pos : VPOS) : COLOR { return tex3Dfetch(T, int3(pos.x % 5, pos.y % 5, (pos.x + pos.y) % 5)); }
 float4 powers(int2 pos : VPOS) : COLOR { return pow(at(pos.x, pos.y), 1.7); }
+float gamma = 1.0;
+float4 led(int2 pos : VPOS) : COLOR { float4 c = at(pos.x, pos.y); if (gamma != 1.0) c = pow(c, gamma); return c * gain; }
+technique Led { pass { PixelShader = compile ps_3_0 led(); } }
 technique Mix { pass { PixelShader = compile ps_3_0 mix(); } }
 technique Table { pass { PixelShader = compile ps_3_0 table(); } }
 technique Powers { pass { PixelShader = compile ps_3_0 powers(); } }
@@ -51,6 +55,12 @@ protected:
         if (!drawsPacked()) {
             GTEST_SKIP() << "the device does not draw packed texels";
         }
+    }
+
+    void TearDown() override
+    {
+        ::unsetenv("QXFXC_TEST");
+        GpuTest::TearDown();
     }
 
     Bytes drawn(const Qx::Ptr<iShaderEffect>& effect, const Qx::Ptr<iGPUImage>& source, XY<int> size,
@@ -106,14 +116,14 @@ TEST_F(NativeDrawingTest, TheProcessorsDrawWhatTheDeviceDraws)
 {
     const Qx::Ptr<iShaderEffect> mix = effect(nativeEffect);
     for (const iGPUImage::eFormat format : {iGPUImage::eARGB8, iGPUImage::eARGB16}) {
-        const Qx::Ptr<iGPUImage> source =
-            upload(nativeSize, format, noise(bytesOf(nativeSize, format)));
+        const Qx::Ptr<iGPUImage> source = upload(nativeSize, format, noise(bytesOf(nativeSize, format)));
         for (const char* technique : {"Mix", "Table"}) {
             ASSERT_TRUE(mix->setTechnique(technique));
             const Bytes byDevice = drawn(mix, source, nativeSize, format);
             ASSERT_FALSE(byDevice.empty());
             ASSERT_TRUE(drawsNatively(mix, source, nativeSize, format, ample)) << technique << takeLog();
-            EXPECT_TRUE(drawn(mix, source, nativeSize, format) == byDevice) << technique << ", format " << format;
+            EXPECT_TRUE(drawn(mix, source, nativeSize, format) == byDevice)
+                << technique << ", format " << format;
         }
     }
 }
@@ -133,7 +143,8 @@ TEST_F(NativeDrawingTest, DrawsOfBothAreInTheirOrder)
             Qx::Vector<iShaderEffect::Source> sources;
             sources.emplace_back("Input", picture);
             sources.emplace_back("Table", table());
-            EXPECT_TRUE(effect->setTechnique(i % 2 == 0 ? "Mix" : "Powers") && effect->render(target, sources));
+            EXPECT_TRUE(effect->setTechnique(i % 2 == 0 ? "Mix" : "Powers") &&
+                        effect->render(target, sources));
             picture = target;
         }
         return download(picture);
@@ -164,6 +175,73 @@ TEST_F(NativeDrawingTest, ParametersThatChangeAreThoseOfTheirDraw)
     }
     EXPECT_TRUE(native == byDevice);
     EXPECT_FALSE(native[0] == native[1]);
+}
+
+TEST_F(NativeDrawingTest, CodeThatDrawsSomethingElseIsNotUsed)
+{
+    ::setenv("QXFXC_TEST", "native:err", 1);
+    const Qx::Ptr<iShaderEffect> mix = effect(nativeEffect);
+    const Qx::Ptr<iGPUImage> source =
+        upload(nativeSize, iGPUImage::eARGB8, noise(bytesOf(nativeSize, iGPUImage::eARGB8)));
+    ASSERT_TRUE(mix->setTechnique("Mix"));
+    const Bytes byDevice = drawn(mix, source, nativeSize, iGPUImage::eARGB8);
+    takeLog();
+    std::string log;
+    const auto end = std::chrono::steady_clock::now() + ample;
+    while (log.empty() && std::chrono::steady_clock::now() < end) {
+        EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        log = takeLog();
+    }
+    EXPECT_NE(
+        log.find(
+            "technique \"Mix\": native code draws something else than the device in line 0; it is not used"),
+        std::string::npos)
+        << log;
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
+    }
+    EXPECT_EQ(gpu().statistics().nativeDraws, 0U);
+}
+
+TEST_F(NativeDrawingTest, AWorkerThatEndsWhileItMakesCodeLeavesTheDrawingToTheDevice)
+{
+    ::setenv("QXFXC_TEST", "native:crash", 1);
+    const Qx::Ptr<iShaderEffect> mix = effect(nativeEffect);
+    const Qx::Ptr<iGPUImage> source =
+        upload(nativeSize, iGPUImage::eARGB8, noise(bytesOf(nativeSize, iGPUImage::eARGB8)));
+    ASSERT_TRUE(mix->setTechnique("Mix"));
+    const Bytes byDevice = drawn(mix, source, nativeSize, iGPUImage::eARGB8);
+    takeLog();
+    std::string log;
+    const auto end = std::chrono::steady_clock::now() + ample;
+    while (log.empty() && std::chrono::steady_clock::now() < end) {
+        EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        log = takeLog();
+    }
+    EXPECT_NE(log.find("technique \"Mix\": native code could not be made: "), std::string::npos) << log;
+    EXPECT_NE(log.find("the worker process crashed"), std::string::npos) << log;
+    EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
+    EXPECT_EQ(gpu().statistics().nativeDraws, 0U);
+}
+
+TEST_F(NativeDrawingTest, WhatUniformsLeadRoundIsDrawnByTheProcessors)
+{
+    const Qx::Ptr<iShaderEffect> mix = effect(nativeEffect);
+    const Qx::Ptr<iGPUImage> source =
+        upload(nativeSize, iGPUImage::eARGB8, noise(bytesOf(nativeSize, iGPUImage::eARGB8)));
+    ASSERT_TRUE(mix->setTechnique("Led"));
+    const Bytes byDevice = drawn(mix, source, nativeSize, iGPUImage::eARGB8);
+    ASSERT_TRUE(drawsNatively(mix, source, nativeSize, iGPUImage::eARGB8, ample));
+    EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
+    const std::uint64_t before = gpu().statistics().nativeDraws;
+    mix->setFloat("gamma", 2.0F);
+    EXPECT_FALSE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
+    EXPECT_EQ(gpu().statistics().nativeDraws, before) << "powers are the device's";
+    mix->setFloat("gamma", 1.0F);
+    EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
+    EXPECT_EQ(gpu().statistics().nativeDraws, before + 1);
 }
 
 TEST_F(NativeDrawingTest, WhatDriversApproximateStaysTheDevices)

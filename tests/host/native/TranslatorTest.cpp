@@ -2,6 +2,7 @@
 
 #include "tests/effects/BrokenModules.h"
 #include "tests/effects/PackedDrawing.h"
+#include "tests/host/native/GuardedBytes.h"
 #include "tests/host/native/NativeFrames.h"
 
 #include <gtest/gtest.h>
@@ -173,13 +174,17 @@ std::vector<std::uint32_t> drawnWords(const Native::Code& code, const SmallUnifo
         source.push_back(texelAt(x));
     }
     std::vector<std::uint32_t> words(columns);
-    Native::Frame frame;
-    frame.buffers[0] = {reinterpret_cast<const std::byte*>(source.data()), texels};
-    frame.uniforms = reinterpret_cast<const std::byte*>(&uniforms);
-    frame.target = reinterpret_cast<std::byte*>(words.data());
-    frame.pitch = words.size() * sizeof(std::uint32_t);
-    frame.width = columns;
-    code.draw(frame, 0, 1);
+    for (const GuardedBytes::At at : {GuardedBytes::At::Begin, GuardedBytes::At::End}) {
+        const GuardedBytes guarded(std::as_bytes(std::span(source)), at);
+        const GuardedBytes numbers(std::as_bytes(std::span(&uniforms, 1)), at);
+        Native::Frame frame;
+        frame.buffers[0] = {guarded.data(), texels};
+        frame.uniforms = numbers.data();
+        frame.target = reinterpret_cast<std::byte*>(words.data());
+        frame.pitch = words.size() * sizeof(std::uint32_t);
+        frame.width = columns;
+        code.draw(frame, 0, 1);
+    }
     return words;
 }
 
@@ -534,6 +539,24 @@ TEST(NativeTranslator, BuffersWithoutTexelsAreReadAsZeros)
         const auto code = shader.code(options);
         ASSERT_NE(code, nullptr);
         EXPECT_EQ(drawnWords(*code, {}, 0), std::vector<std::uint32_t>(columns));
+    }
+}
+
+TEST(NativeTranslator, ReadsAreWithinBuffersOfAnySize)
+{
+    // A run, places in a row, scattered ones, one for all, and all of them outside.
+    for (const char* index : {"%x", "OpIMul %int %x %int_3", "OpIMul %int %x %x", "%number",
+                              "OpISub %int %x %int_30", "OpISub %int %number %x", "OpNot %int %x"}) {
+        const std::string name = index[0] == '%' ? "OpCopyObject %int " + std::string(index) : index;
+        const SmallShader shader("%y = " + name + "\n%other = OpImageFetch %v4uint %loaded %y\n" +
+                                 "%s = OpCompositeExtract %uint %other 0\n%w = OpBitwiseOr %uint %s %u\n");
+        for (const Native::Options& options : allOptions) {
+            const auto code = shader.code(options);
+            ASSERT_NE(code, nullptr);
+            for (const std::size_t texels : {0U, 1U, 2U, 7U, 16U, 60U, 61U, 200U}) {
+                drawnWords(*code, {}, texels); // reads beside them end the test
+            }
+        }
     }
 }
 

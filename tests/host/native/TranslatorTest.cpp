@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <limits>
 
 namespace Qx::Host::Tests {
 namespace {
@@ -539,6 +540,79 @@ TEST(NativeTranslator, BuffersWithoutTexelsAreReadAsZeros)
         const auto code = shader.code(options);
         ASSERT_NE(code, nullptr);
         EXPECT_EQ(drawnWords(*code, {}, 0), std::vector<std::uint32_t>(columns));
+    }
+}
+
+/// What a comparison of floats gives, by its name.
+bool compared(const std::string& name, float a, float b)
+{
+    const bool isOrdered = name.find("FOrd") != std::string::npos;
+    const std::string what = name.substr(name.find("rd") + 2);
+    if (std::isnan(a) || std::isnan(b)) {
+        return !isOrdered;
+    }
+    return what == "Equal"           ? a == b
+           : what == "NotEqual"      ? a != b
+           : what == "LessThan"      ? a < b
+           : what == "GreaterThan"   ? a > b
+           : what == "LessThanEqual" ? a <= b
+                                     : a >= b;
+}
+
+TEST(NativeTranslator, ComparisonsOfColumnsHoldForAllOfThem)
+{
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    for (const char* kind : {"FOrd", "FUnord"}) {
+        for (const char* what :
+             {"Equal", "NotEqual", "LessThan", "GreaterThan", "LessThanEqual", "GreaterThanEqual"}) {
+            for (const bool isFirst : {true, false}) {
+                const std::string name = std::string("Op") + kind + what;
+                const SmallShader shader("%column = OpConvertSToF %float %x\n%is = " + name + " %bool " +
+                                         (isFirst ? "%column %many" : "%many %column") +
+                                         "\n%w = OpSelect %uint %is %uint_1 %u\n");
+                const auto code = shader.code({8, 1, false, false, 0});
+                ASSERT_NE(code, nullptr);
+                for (const float many : {1000.0F, 30.0F, 30.5F, 0.0F, -0.5F, 60.0F, 61.0F, -7.0F, 1e30F,
+                                         -1e30F, infinity, -infinity, std::nanf("")}) {
+                    SmallUniforms uniforms;
+                    uniforms.many = many;
+                    std::vector<std::uint32_t> expected;
+                    for (std::uint32_t x = 0; x < columns; ++x) {
+                        const auto column = static_cast<float>(x);
+                        const bool is = isFirst ? compared(name, column, many) : compared(name, many, column);
+                        expected.push_back(is ? 1 : texelAt(x));
+                    }
+                    EXPECT_EQ(drawnWords(*code, uniforms), expected) << name << " and " << many;
+                }
+            }
+        }
+    }
+}
+
+TEST(NativeTranslator, ComparisonsOfWholeColumnsHoldForAllOfThem)
+{
+    for (const char* op : {"OpSLessThan", "OpSGreaterThan", "OpSLessThanEqual", "OpSGreaterThanEqual"}) {
+        for (const std::int32_t usual : {-1, 1000}) {
+            SmallShader shader("%twice = OpIMul %int %x %int_2\n%is = " + std::string(op) +
+                               " %bool %twice %number\n%w = OpSelect %uint %is %uint_1 %u\n");
+            shader.usual.number = usual;
+            const auto code = shader.code({8, 1, false, false, 0});
+            ASSERT_NE(code, nullptr);
+            for (const std::int32_t number : {-2147483647 - 1, -1, 0, 1, 29, 30, 31, 120, 121, 2147483647}) {
+                SmallUniforms uniforms;
+                uniforms.number = number;
+                std::vector<std::uint32_t> expected;
+                for (std::uint32_t x = 0; x < columns; ++x) {
+                    const std::int64_t twice = 2 * std::int64_t{x};
+                    const std::string name = op;
+                    const bool isLess =
+                        name.find("Less") != std::string::npos ? twice < number : twice > number;
+                    const bool orEqual = name.find("Equal") != std::string::npos && twice == number;
+                    expected.push_back(isLess || orEqual ? 1 : texelAt(x));
+                }
+                EXPECT_EQ(drawnWords(*code, uniforms), expected) << op << " and " << number;
+            }
+        }
     }
 }
 

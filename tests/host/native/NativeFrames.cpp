@@ -1,6 +1,7 @@
 #include "tests/host/native/NativeFrames.h"
 
 #include "host/effects/EffectCompiler.h"
+#include "tests/host/native/GuardedBytes.h"
 
 #include <gtest/gtest.h>
 
@@ -195,15 +196,17 @@ std::vector<std::byte> uniformsOf(const NativeDraw& draw)
     return uniforms;
 }
 
-std::vector<std::byte> drawnBy(const Native::Code& code, const NativeDraw& draw)
+namespace {
+
+std::vector<std::byte> drawnFrom(GuardedBytes::At at, const Native::Code& code, const NativeDraw& draw)
 {
-    const Uniforms uniforms = uniformsOf(draw);
-    std::vector<std::vector<std::byte>> buffers(draw.effect.samplers.size());
+    const GuardedBytes uniforms(uniformsOf(draw), at);
+    std::vector<std::unique_ptr<const GuardedBytes>> buffers;
     Native::Frame frame;
     for (const std::uint32_t sampler : draw.shader.samplers) {
         const NativePicture& picture = draw.pictures.at(draw.effect.samplers[sampler].texture);
-        buffers[sampler] = aligned(picture);
-        frame.buffers[sampler] = {buffers[sampler].data(), buffers[sampler].size() / picture.texelBytes()};
+        buffers.push_back(std::make_unique<const GuardedBytes>(aligned(picture), at));
+        frame.buffers[sampler] = {buffers.back()->data(), buffers.back()->size() / picture.texelBytes()};
     }
     const std::size_t row = std::size_t{draw.width} * draw.shader.depths.target / 2;
     const std::size_t pitch = pitchOf(row) + rowAlignment;
@@ -224,6 +227,15 @@ std::vector<std::byte> drawnBy(const Native::Code& code, const NativeDraw& draw)
                                          [](std::byte b) { return b == untouched; });
     }
     EXPECT_TRUE(isClean) << "something beside the picture is written, " << draw.width << " texels wide";
+    return drawn;
+}
+
+} // namespace
+
+std::vector<std::byte> drawnBy(const Native::Code& code, const NativeDraw& draw)
+{
+    std::vector<std::byte> drawn = drawnFrom(GuardedBytes::At::End, code, draw);
+    EXPECT_TRUE(drawnFrom(GuardedBytes::At::Begin, code, draw) == drawn) << draw.width << " texels wide";
     return drawn;
 }
 

@@ -63,7 +63,7 @@ std::vector<Native::Texels> texelsOf(const CompiledEffect& effect,
 std::vector<std::byte> uniformsOf(const NativeDraw& draw);
 
 /// The bytes of the picture that native code draws, without padding. A test fails if anything beside it is
-/// written.
+/// written, and ends if anything beside the buffers is read.
 std::vector<std::byte> drawnBy(const Native::Code& code, const NativeDraw& draw);
 
 } // namespace Qx::Host::Tests

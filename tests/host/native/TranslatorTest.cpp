@@ -2,6 +2,7 @@
 
 #include "tests/effects/BrokenModules.h"
 #include "tests/effects/PackedDrawing.h"
+#include "tests/host/native/GuardedBytes.h"
 #include "tests/host/native/NativeFrames.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <limits>
 
 namespace Qx::Host::Tests {
 namespace {
@@ -173,13 +175,17 @@ std::vector<std::uint32_t> drawnWords(const Native::Code& code, const SmallUnifo
         source.push_back(texelAt(x));
     }
     std::vector<std::uint32_t> words(columns);
-    Native::Frame frame;
-    frame.buffers[0] = {reinterpret_cast<const std::byte*>(source.data()), texels};
-    frame.uniforms = reinterpret_cast<const std::byte*>(&uniforms);
-    frame.target = reinterpret_cast<std::byte*>(words.data());
-    frame.pitch = words.size() * sizeof(std::uint32_t);
-    frame.width = columns;
-    code.draw(frame, 0, 1);
+    for (const GuardedBytes::At at : {GuardedBytes::At::Begin, GuardedBytes::At::End}) {
+        const GuardedBytes guarded(std::as_bytes(std::span(source)), at);
+        const GuardedBytes numbers(std::as_bytes(std::span(&uniforms, 1)), at);
+        Native::Frame frame;
+        frame.buffers[0] = {guarded.data(), texels};
+        frame.uniforms = numbers.data();
+        frame.target = reinterpret_cast<std::byte*>(words.data());
+        frame.pitch = words.size() * sizeof(std::uint32_t);
+        frame.width = columns;
+        code.draw(frame, 0, 1);
+    }
     return words;
 }
 
@@ -534,6 +540,97 @@ TEST(NativeTranslator, BuffersWithoutTexelsAreReadAsZeros)
         const auto code = shader.code(options);
         ASSERT_NE(code, nullptr);
         EXPECT_EQ(drawnWords(*code, {}, 0), std::vector<std::uint32_t>(columns));
+    }
+}
+
+/// What a comparison of floats gives, by its name.
+bool compared(const std::string& name, float a, float b)
+{
+    const bool isOrdered = name.find("FOrd") != std::string::npos;
+    const std::string what = name.substr(name.find("rd") + 2);
+    if (std::isnan(a) || std::isnan(b)) {
+        return !isOrdered;
+    }
+    return what == "Equal"           ? a == b
+           : what == "NotEqual"      ? a != b
+           : what == "LessThan"      ? a < b
+           : what == "GreaterThan"   ? a > b
+           : what == "LessThanEqual" ? a <= b
+                                     : a >= b;
+}
+
+TEST(NativeTranslator, ComparisonsOfColumnsHoldForAllOfThem)
+{
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    for (const char* kind : {"FOrd", "FUnord"}) {
+        for (const char* what :
+             {"Equal", "NotEqual", "LessThan", "GreaterThan", "LessThanEqual", "GreaterThanEqual"}) {
+            for (const bool isFirst : {true, false}) {
+                const std::string name = std::string("Op") + kind + what;
+                const SmallShader shader("%column = OpConvertSToF %float %x\n%is = " + name + " %bool " +
+                                         (isFirst ? "%column %many" : "%many %column") +
+                                         "\n%w = OpSelect %uint %is %uint_1 %u\n");
+                const auto code = shader.code({8, 1, false, false, 0});
+                ASSERT_NE(code, nullptr);
+                for (const float many : {1000.0F, 30.0F, 30.5F, 0.0F, -0.5F, 60.0F, 61.0F, -7.0F, 1e30F,
+                                         -1e30F, infinity, -infinity, std::nanf("")}) {
+                    SmallUniforms uniforms;
+                    uniforms.many = many;
+                    std::vector<std::uint32_t> expected;
+                    for (std::uint32_t x = 0; x < columns; ++x) {
+                        const auto column = static_cast<float>(x);
+                        const bool is = isFirst ? compared(name, column, many) : compared(name, many, column);
+                        expected.push_back(is ? 1 : texelAt(x));
+                    }
+                    EXPECT_EQ(drawnWords(*code, uniforms), expected) << name << " and " << many;
+                }
+            }
+        }
+    }
+}
+
+TEST(NativeTranslator, ComparisonsOfWholeColumnsHoldForAllOfThem)
+{
+    for (const char* op : {"OpSLessThan", "OpSGreaterThan", "OpSLessThanEqual", "OpSGreaterThanEqual"}) {
+        for (const std::int32_t usual : {-1, 1000}) {
+            SmallShader shader("%twice = OpIMul %int %x %int_2\n%is = " + std::string(op) +
+                               " %bool %twice %number\n%w = OpSelect %uint %is %uint_1 %u\n");
+            shader.usual.number = usual;
+            const auto code = shader.code({8, 1, false, false, 0});
+            ASSERT_NE(code, nullptr);
+            for (const std::int32_t number : {-2147483647 - 1, -1, 0, 1, 29, 30, 31, 120, 121, 2147483647}) {
+                SmallUniforms uniforms;
+                uniforms.number = number;
+                std::vector<std::uint32_t> expected;
+                for (std::uint32_t x = 0; x < columns; ++x) {
+                    const std::int64_t twice = 2 * std::int64_t{x};
+                    const std::string name = op;
+                    const bool isLess =
+                        name.find("Less") != std::string::npos ? twice < number : twice > number;
+                    const bool orEqual = name.find("Equal") != std::string::npos && twice == number;
+                    expected.push_back(isLess || orEqual ? 1 : texelAt(x));
+                }
+                EXPECT_EQ(drawnWords(*code, uniforms), expected) << op << " and " << number;
+            }
+        }
+    }
+}
+
+TEST(NativeTranslator, ReadsAreWithinBuffersOfAnySize)
+{
+    // A run, places in a row, scattered ones, one for all, and all of them outside.
+    for (const char* index : {"%x", "OpIMul %int %x %int_3", "OpIMul %int %x %x", "%number",
+                              "OpISub %int %x %int_30", "OpISub %int %number %x", "OpNot %int %x"}) {
+        const std::string name = index[0] == '%' ? "OpCopyObject %int " + std::string(index) : index;
+        const SmallShader shader("%y = " + name + "\n%other = OpImageFetch %v4uint %loaded %y\n" +
+                                 "%s = OpCompositeExtract %uint %other 0\n%w = OpBitwiseOr %uint %s %u\n");
+        for (const Native::Options& options : allOptions) {
+            const auto code = shader.code(options);
+            ASSERT_NE(code, nullptr);
+            for (const std::size_t texels : {0U, 1U, 2U, 7U, 16U, 60U, 61U, 200U}) {
+                drawnWords(*code, {}, texels); // reads beside them end the test
+            }
+        }
     }
 }
 

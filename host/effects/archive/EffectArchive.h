@@ -11,7 +11,7 @@
 namespace Qx::Host {
 
 /// Raised with every change to the format, and whenever the compiler's result for the same text changes.
-inline constexpr std::uint32_t effectArchiveVersion = 23;
+inline constexpr std::uint32_t effectArchiveVersion = 24;
 
 /// Writes the result of a compilation as bytes, the same on every machine: to store it, or to send it to
 /// another process. Throws std::bad_alloc only.

@@ -81,7 +81,7 @@ public:
 
     GPUStatistics statistics();
     std::atomic<std::uint64_t> draws{0};
-    std::atomic<std::uint64_t> pathDraws{0}; ///< those of `draws` that the device's DrawingPath recorded
+    std::atomic<std::uint64_t> pathDraws{0};   ///< those of `draws` that the device's DrawingPath recorded
     std::atomic<std::uint64_t> nativeDraws{0}; ///< those of `pathDraws` that the host's processors computed
     std::atomic<std::uint64_t> sharedTransfers{0};
 

@@ -51,8 +51,8 @@ public:
     /// Throws std::bad_alloc, or std::system_error if no thread can start: then nothing is done.
     void push(VkSemaphore timeline, std::uint64_t value, HostWork work, HostStamps* stamps);
 
-    /// The value of the timeline. Vulkan's validation layer keeps a thread that asks for a timeline's value, or
-    /// waits for it, and one that signals it from each other: ask here, and call wait() before waiting.
+    /// The value of the timeline. Vulkan's validation layer keeps a thread that asks for a timeline's value,
+    /// or waits for it, and one that signals it from each other: ask here, and call wait() before waiting.
     VkResult valueOf(VkSemaphore timeline, std::uint64_t& value);
 
     /// Waits until the device has been told of all works up to that value. Returns false if that takes longer

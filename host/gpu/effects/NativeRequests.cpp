@@ -83,7 +83,10 @@ struct NativeQueue::Requests
             const std::function<void()> request = std::move(waiting.front());
             waiting.pop_front();
             lock.unlock();
-            request();
+            Vulkan::guarded(false, [&] {
+                request();
+                return true;
+            });
         }
     }
 };

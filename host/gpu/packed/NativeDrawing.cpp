@@ -95,7 +95,8 @@ struct NativeDrawing::Job
 
     void draw(std::uint32_t first, std::uint32_t end) const { shared->code->draw(frame, first, end); }
 
-    void compare() const
+    /// Returns whether all is equal.
+    bool compare() const
     {
         for (std::uint32_t y = 0; y < rows; ++y) {
             if (std::memcmp(drawn.data() + y * frame.pitch, target + y * frame.pitch, rowBytes) != 0) {
@@ -103,13 +104,14 @@ struct NativeDrawing::Job
                 report("GPU: technique \"" + technique +
                        "\": native code draws something else than the device in line " + std::to_string(y) +
                        "; it is not used");
-                return;
+                return false;
             }
         }
         State compared = State::Compared;
         if (isLast) {
             shared->state.compare_exchange_strong(compared, State::Good);
         }
+        return true;
     }
 };
 
@@ -258,7 +260,7 @@ bool NativeDrawing::compare(const Draw& draw, const ShaderProgram& program, bool
         job->isLast = isLast;
         const std::uint32_t rows = job->rows;
         return HostWork{rows, [job](std::uint32_t first, std::uint32_t end) { job->draw(first, end); },
-                        [job] { job->compare(); }};
+                        [job] { guarded(false, [&] { return job->compare(); }); }};
     };
     return context_.recorder().recordOnHost(draw.target.key.bytes(), textures, work) != 0;
 }

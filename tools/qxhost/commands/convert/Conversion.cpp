@@ -341,8 +341,13 @@ void fillSettings(Conversion& conversion)
     settings.rgbRange = rgbRange(conversion);
     conversion.keepFrames = passesFrames(conversion);
     conversion.packOnly = onlyPacks(conversion);
-    settings.floats = conversion.info().hasFloats && options.filters.after.empty() &&
-                      Media::takesFloats(options.output, settings);
+    settings.floats = conversion.info().hasFloats && Media::takesFloats(options.output, settings);
+    if (settings.floats && !options.filters.after.empty() &&
+        !Media::filtersTakeFloats(settings, options.filters.after)) {
+        settings.floats = false;
+        conversion.filterNotes.emplace_back(
+            "--after: these filters take no floats, so numbers beyond 0 and 1 are clipped before them");
+    }
     // Where nothing is done to them, what codes of the output cannot hold is clipped at once.
     conversion.floats = conversion.info().hasFloats && holdsRgb(conversion.info()) &&
                         (settings.floats || !options.effects.empty());
@@ -634,11 +639,8 @@ std::string interruptedText(const ConvertOptions& options)
 
 void noteClipped(Conversion& conversion, const Media::ClippedNumbers& clipped)
 {
-    if (clipped.pictures > 0) {
-        conversion.remarks.push_back(fmt::format(
-            "{}: {} {} values beyond 0 and 1 (from {:g} to {:g}), which are clipped; .exr keeps them",
-            conversion.options.outputName(), clipped.pictures,
-            clipped.pictures == 1 ? "frame has" : "frames have", clipped.least, clipped.greatest));
+    if (const std::string text = Media::clippedText(clipped); !text.empty()) {
+        conversion.remarks.push_back(conversion.options.outputName() + ": " + text + "; .exr keeps them");
     }
 }
 

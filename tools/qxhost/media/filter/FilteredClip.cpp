@@ -60,7 +60,9 @@ Result<std::unique_ptr<FilteredClip>> FilteredClip::make(const std::string& text
             return made.error();
         }
         if (made.value()) {
-            clip->made_.push_back(std::move(*made.value()));
+            if (Status given = clip->give(std::move(*made.value())); !given) {
+                return Error{given.text()};
+            }
         } else if (clip->hasEnded_) {
             return Error{option + " \"" + text + "\": no frame comes out"};
         }
@@ -98,7 +100,9 @@ FilteredClip::Next FilteredClip::next(Frame& frame)
             return fail(made.text());
         }
         if (made.value()) {
-            made_.push_back(std::move(*made.value()));
+            if (Status given = give(std::move(*made.value())); !given) {
+                return fail(given.text());
+            }
         } else if (hasEnded_) {
             return Next::end;
         } else if (feed() == Next::failed) {
@@ -119,11 +123,7 @@ FilteredClip::Next FilteredClip::feed()
     hasEnded_ = next == Next::end;
     FramePtr picture;
     if (!hasEnded_) {
-        picture = forGraph(frame);
-        if (!picture) {
-            return fail("out of memory");
-        }
-        if (Status status = startGraph(*picture); !status) {
+        if (Status status = prepare(frame, picture); !status) {
             return fail(status.text());
         }
         if (planar_ != AV_PIX_FMT_NONE) {
@@ -142,18 +142,85 @@ FilteredClip::Next FilteredClip::feed()
     return Next::frame;
 }
 
-/// With its time, and with all tags that filters convert by.
-FramePtr FilteredClip::forGraph(const Frame& frame) const
+/// Takes what the graph has made.
+Status FilteredClip::give(FilterGraph::Made made)
 {
-    FramePtr copy(av_frame_clone(frame.picture()));
+    if (isOfFloats(*made.frame)) {
+        made.frame = codesFrom(*made.frame, clipped_, true);
+        if (!made.frame) {
+            return Error{"out of memory for a frame"};
+        }
+    }
+    made_.push_back(std::move(made));
+    return {};
+}
+
+/// Makes a picture for the graph, and the graph for the first one: of floats if it has them and the filters
+/// take them.
+Status FilteredClip::prepare(const Frame& frame, FramePtr& picture)
+{
+    const Error noMemory{"out of memory for a frame"};
+    const bool hasFloats = clip_.hasFloats;
+    if (hasFloats && takesFloats_) {
+        picture = forGraph(frame, true);
+        if (!picture) {
+            return noMemory;
+        }
+        if (startGraph(*picture)) {
+            return {};
+        }
+        takesFloats_ = false;
+    }
+    picture = forGraph(frame, false);
+    if (!picture) {
+        return noMemory;
+    }
+    const bool isFirst = !graph_;
+    Status status = startGraph(*picture);
+    if (status && hasFloats && isFirst) {
+        notes_.push_back(option_ + ": these filters take no floats, so numbers beyond 0 and 1 are clipped before "
+                                   "them; crop, zscale, hflip, vflip and transpose alone keep them");
+    }
+    return status;
+}
+
+namespace {
+
+/// Codes of 16 bits as floats.
+FramePtr inFloats(const AVFrame& codes)
+{
+    FramePtr floats(av_frame_alloc());
+    if (!floats) {
+        return nullptr;
+    }
+    floats->format = codes.format == AV_PIX_FMT_GBRAP16 ? AV_PIX_FMT_GBRAPF32 : AV_PIX_FMT_GBRPF32;
+    floats->width = codes.width;
+    floats->height = codes.height;
+    if (av_frame_get_buffer(floats.get(), 0) < 0 || av_frame_copy_props(floats.get(), &codes) < 0) {
+        return nullptr;
+    }
+    floatsFrom(codes, *floats, false);
+    return floats;
+}
+
+} // namespace
+
+/// With its time, and with all tags that filters convert by.
+FramePtr FilteredClip::forGraph(const Frame& frame, bool asFloats) const
+{
+    const AVFrame* floats = floatsOf(*frame.picture());
+    FramePtr copy(!asFloats           ? av_frame_clone(frame.picture())
+                  : floats != nullptr ? av_frame_clone(floats)
+                                      : inFloats(*frame.picture()).release());
     if (!copy) {
         return nullptr;
     }
+    forgetFloats(*copy); // they are not filtered
     copy->pts = frame.time().pts;
     setDuration(*copy, frame.time().duration);
     const bool isRgb = ComponentRows(static_cast<AVPixelFormat>(copy->format)).isRgb();
-    if (copy->color_range == AVCOL_RANGE_UNSPECIFIED) {
-        copy->color_range = toAv(frame.range());
+    if (copy->color_range == AVCOL_RANGE_UNSPECIFIED || asFloats) {
+        copy->color_range = toAv(asFloats ? Range::full : frame.range());
     }
     if (copy->colorspace == AVCOL_SPC_UNSPECIFIED && !isRgb) {
         copy->colorspace = static_cast<AVColorSpace>(writtenTag(clip_.colour.matrix, clip_.colour.matrixTag));
@@ -209,7 +276,8 @@ Status FilteredClip::startGraph(const AVFrame& frame)
     planar_ = AV_PIX_FMT_NONE;
     if (!made) {
         FilterGraph::Form planes = form;
-        planes.format = planarFormatOf(form.format, clip_.hasAlpha);
+        planes.format =
+            isOfFloats(frame) ? AV_PIX_FMT_NONE : planarFormatOf(form.format, clip_.hasAlpha);
         auto other = planes.format == AV_PIX_FMT_NONE
                          ? Result<std::unique_ptr<FilterGraph>>(made.error())
                          : FilterGraph::make(text_, option_, planes, AV_PIX_FMT_NONE);
@@ -235,8 +303,9 @@ Status FilteredClip::startGraph(const AVFrame& frame)
                 return Error{rest.text()};
             }
             hasMore = rest.value().has_value();
-            if (hasMore) {
-                made_.push_back(std::move(*rest.value()));
+            Status given = hasMore ? give(std::move(*rest.value())) : Status();
+            if (!given) {
+                return given;
             }
         }
         const FilterGraph::Form& before = graph_->form();
@@ -254,6 +323,7 @@ void FilteredClip::describe(const AVFrame& first)
 {
     const FilterGraph::Form& form = graph_->form();
     describePicture(first, info_);
+    info_.hasFloats = floatsOf(first) != nullptr;
     const bool sameRate = form.frameRate == clip_.frameRate || form.frameRate.num <= 0;
     info_.timeBase = form.timeBase;
     info_.sampleAspect = form.sampleAspect;

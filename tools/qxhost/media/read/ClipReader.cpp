@@ -1660,17 +1660,10 @@ std::vector<std::string> ClipReader::remarksOnTimes() const
 
 std::vector<std::string> ClipReader::remarks() const
 {
-    const ClippedNumbers& clipped = impl_->clipped;
     std::vector<std::string> remarks = impl_->remarksOnTimes();
-    if (clipped.pictures == 0) {
-        return remarks;
+    if (const std::string text = clippedText(impl_->clipped); !text.empty()) {
+        remarks.push_back(quotedInput(impl_->file) + ": " + text);
     }
-    std::array<char, 128> span{};
-    std::snprintf(span.data(), span.size(), "from %g to %g", static_cast<double>(clipped.least),
-                  static_cast<double>(clipped.greatest));
-    remarks.push_back(quotedInput(impl_->file) + ": " + std::to_string(clipped.pictures) +
-                      (clipped.pictures == 1 ? " frame has" : " frames have") + " values beyond 0 and 1 (" +
-                      span.data() + "), which are clipped");
     return remarks;
 }
 

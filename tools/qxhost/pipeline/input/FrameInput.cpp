@@ -99,10 +99,21 @@ public:
     }
     std::int64_t problemCount() const override { return reader_->problemCount(); }
     const std::vector<std::string>& problems() const override { return reader_->problems(); }
-    /// What was placed as floats was not clipped.
+    /// What was placed as floats was not clipped, and what was filtered as floats was clipped behind the
+    /// filters.
     std::vector<std::string> remarks() const override
     {
-        return placesFloats_ ? reader_->remarksOnTimes() : reader_->remarks();
+        const bool isFiltered = filtered_ && filtered_->info().hasFloats;
+        if (!placesFloats_ && !isFiltered) {
+            return reader_->remarks();
+        }
+        std::vector<std::string> remarks = reader_->remarksOnTimes();
+        const std::string text =
+            isFiltered && !placesFloats_ ? Media::clippedText(filtered_->clipped()) : std::string();
+        if (!text.empty()) {
+            remarks.push_back("behind the filters: " + text);
+        }
+        return remarks;
     }
     std::shared_ptr<Media::FileSet> files() const override { return reader_->files(); }
     std::shared_ptr<Media::AudioQueue> audio() const override { return reader_->audio(); }
@@ -345,16 +356,6 @@ void refuseSequenceOptions(const ConvertOptions& options)
     }
 }
 
-/// Whether pictures of floats may be converted as such. The filters, the steps and the texts that are left
-/// out here know codes alone.
-bool mayKeepFloats(const ConvertOptions& options)
-{
-    const FilterOptions& filters = options.filters;
-    return !options.depth && filters.before.empty() && filters.deinterlace.empty() &&
-           filters.shortForms.empty() && !options.rotates && options.burnIns.empty() &&
-           std::holds_alternative<std::monostate>(options.step);
-}
-
 /// What to do if a pipe that holds no clip holds raw frames.
 std::string ofRawFrames(const RawInputOptions& raw)
 {
@@ -385,7 +386,7 @@ std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool 
                                                           .keepAudio = keepAudio,
                                                           .mayBeStandardInput = true,
                                                           .ofPipesWithoutClip = ofRawFrames(options.raw),
-                                                          .keepsFloats = mayKeepFloats(options),
+                                                          .keepsFloats = !options.depth, // which asks for codes
                                                           .sequenceRate = options.raw.frameRate,
                                                           .startNumber = options.sequence.startNumber,
                                                           .missing = options.sequence.missing});

@@ -7,8 +7,8 @@
 namespace Qx::Host::Vulkan {
 
 /// The pipelines of the service's own drawing: gradients, images and levels of textures. Created with the
-/// device and constant afterwards, but for those that few need, which are created for the first drawing: those
-/// of levels, and all for targets of floats.
+/// device and constant afterwards, but for those that few need, which are created for the first drawing:
+/// those of levels, and all for targets of floats.
 class PrimitivePipelines
 {
 public:

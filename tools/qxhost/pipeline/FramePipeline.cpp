@@ -121,8 +121,7 @@ void FramePipeline::cancel()
 
 Qx::Ptr<iHostImage> FramePipeline::makeHostImage() const
 {
-    return job_.floats ? OS().gpu().createHostImage({width_, height_}, Host::floatTexels)
-                       : upload_.makeHostImage();
+    return job_.floats ? makeFloatImage(width_, height_) : upload_.makeHostImage();
 }
 
 void FramePipeline::makeHostImages()
@@ -216,12 +215,7 @@ Surface FramePipeline::uploaded(const Packed& frame) const
         return job_.source.fullChroma ? upload_.uploadAsIs(frame.image, frame.time)
                                       : upload_.upload(frame.image, frame.time, format_);
     }
-    Surface picture = Image::makeWrapper(OS().gpu().uploadImage(frame.image, 0));
-    if (!picture.getGPUSurface()) {
-        failOnDevice(width_, height_);
-    }
-    picture.setGamutScaling(Image::GamutScaling::Unscaled);
-    return picture;
+    return uploadFloats(frame.image);
 }
 
 Surface FramePipeline::decoded(const Surface& frame, const Media::FramePacker::CodeForm& form) const
@@ -289,10 +283,10 @@ void FramePipeline::encode()
         if (rows == nullptr) {
             failOnDevice(width_, height_);
         }
-        const Media::Status status = write({rows, static_cast<std::ptrdiff_t>(image->getPitch()),
-                                            static_cast<int>(frame->picture.getWidth()),
-                                            static_cast<int>(frame->picture.getHeight())},
-                                           frame->time);
+        const Media::Status status =
+            write({rows, static_cast<std::ptrdiff_t>(image->getPitch()),
+                   static_cast<int>(frame->picture.getWidth()), static_cast<int>(frame->picture.getHeight())},
+                  frame->time);
         if (!status) {
             throw Failure(ExitCode::output, status.text());
         }

@@ -178,8 +178,9 @@ Status FilteredClip::prepare(const Frame& frame, FramePtr& picture)
     const bool isFirst = !graph_;
     Status status = startGraph(*picture);
     if (status && hasFloats && isFirst) {
-        notes_.push_back(option_ + ": these filters take no floats, so numbers beyond 0 and 1 are clipped before "
-                                   "them; crop, zscale, hflip, vflip and transpose alone keep them");
+        notes_.push_back(option_ +
+                         ": these filters take no floats, so numbers beyond 0 and 1 are clipped before "
+                         "them; crop, zscale, hflip, vflip and transpose alone keep them");
     }
     return status;
 }
@@ -276,8 +277,7 @@ Status FilteredClip::startGraph(const AVFrame& frame)
     planar_ = AV_PIX_FMT_NONE;
     if (!made) {
         FilterGraph::Form planes = form;
-        planes.format =
-            isOfFloats(frame) ? AV_PIX_FMT_NONE : planarFormatOf(form.format, clip_.hasAlpha);
+        planes.format = isOfFloats(frame) ? AV_PIX_FMT_NONE : planarFormatOf(form.format, clip_.hasAlpha);
         auto other = planes.format == AV_PIX_FMT_NONE
                          ? Result<std::unique_ptr<FilterGraph>>(made.error())
                          : FilterGraph::make(text_, option_, planes, AV_PIX_FMT_NONE);

@@ -136,7 +136,9 @@ private:
             }
             const FrameTime time = made.value()->time;
             const std::shared_ptr<const AVFrame> picture(made.value()->frame.release(), FreeFrame());
-            const std::size_t texel = made_.floats ? 4 * sizeof(float) : made_.depth == Depth::bits8 ? 4U : 8U;
+            const std::size_t texel = made_.floats                  ? 4 * sizeof(float)
+                                      : made_.depth == Depth::bits8 ? 4U
+                                                                    : 8U;
             const std::size_t pitch = static_cast<std::size_t>(made_.width) * texel;
             rows_.resize(pitch * static_cast<std::size_t>(made_.height));
             Status status;
@@ -171,8 +173,7 @@ bool filtersTakeFloats(const OutputSettings& settings, const std::string& text)
 {
     OutputSettings ofFloats = settings;
     ofFloats.floats = true;
-    return static_cast<bool>(
-        FilterGraph::make(text, "--after", formOf(ofFloats), planarFormat(ofFloats)));
+    return static_cast<bool>(FilterGraph::make(text, "--after", formOf(ofFloats), planarFormat(ofFloats)));
 }
 
 Result<std::unique_ptr<iFrameWriter>> openFilteredWriter(const std::filesystem::path& file,

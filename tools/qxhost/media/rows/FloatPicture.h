@@ -31,8 +31,9 @@ struct ClippedNumbers
 /// Empty if there are none.
 std::string clippedText(const ClippedNumbers& clipped);
 
-/// The same picture in codes of 16 bits, to the nearest; of grey, red, green and blue alike. Null if memory lacks. With `keepsFloats`, floatsOf()
-/// gives the picture of floats, which stays as long as the one of codes.
+/// The same picture in codes of 16 bits, to the nearest; of grey, red, green and blue alike. Null if memory
+/// lacks. With `keepsFloats`, floatsOf() gives the picture of floats, which stays as long as the one of
+/// codes.
 FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped, bool keepsFloats);
 
 /// The picture of floats that one of codes was made from; null if there is none, or it was not kept.

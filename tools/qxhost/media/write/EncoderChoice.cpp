@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/write/EncoderProfiles.h"
 #include "tools/qxhost/media/write/EncoderRate.h"
 
@@ -141,11 +142,18 @@ int distance(AVPixelFormat format, const Wish& wish, bool alpha)
     return cost;
 }
 
+/// Whether frames of the format can be made here: of codes, or floats of RGB.
+bool isMadeHere(AVPixelFormat format)
+{
+    const bool isOfFloats = codesOfFloats(format) != AV_PIX_FMT_NONE;
+    return isOfFloats ? av_pix_fmt_count_planes(format) >= 3 : ComponentRows::writable(format);
+}
+
 std::string listOf(std::span<const AVPixelFormat> formats)
 {
     std::string text;
     for (const AVPixelFormat each : formats) {
-        if (ComponentRows::writable(each)) {
+        if (isMadeHere(each)) {
             text += (text.empty() ? "" : ", ") + std::string(av_get_pix_fmt_name(each));
         }
     }
@@ -167,7 +175,7 @@ Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& se
     }
     const std::span<const AVPixelFormat> taken = pixelFormatsOf(codec);
     const bool known = taken.empty() || std::find(taken.begin(), taken.end(), format) != taken.end();
-    if (!known || !ComponentRows::writable(format)) {
+    if (!known || !isMadeHere(format)) {
         return Error{"encoder " + std::string(codec.name) + " cannot be given pixel format " + name +
                      (taken.empty() ? "" : "; it takes " + listOf(taken))};
     }

@@ -382,14 +382,15 @@ std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool 
     }
     refuseRawOptions(options.raw, Media::ClipReader::isSequence(options.input));
     refuseSequenceOptions(options);
-    auto reader = Media::ClipReader::open(options.input, {.threads = 0,
-                                                          .keepAudio = keepAudio,
-                                                          .mayBeStandardInput = true,
-                                                          .ofPipesWithoutClip = ofRawFrames(options.raw),
-                                                          .keepsFloats = !options.depth, // which asks for codes
-                                                          .sequenceRate = options.raw.frameRate,
-                                                          .startNumber = options.sequence.startNumber,
-                                                          .missing = options.sequence.missing});
+    auto reader =
+        Media::ClipReader::open(options.input, {.threads = 0,
+                                                .keepAudio = keepAudio,
+                                                .mayBeStandardInput = true,
+                                                .ofPipesWithoutClip = ofRawFrames(options.raw),
+                                                .keepsFloats = !options.depth, // which asks for codes
+                                                .sequenceRate = options.raw.frameRate,
+                                                .startNumber = options.sequence.startNumber,
+                                                .missing = options.sequence.missing});
     if (!reader) {
         throw Failure(ExitCode::input, reader.text());
     }

@@ -346,6 +346,50 @@ TEST_F(Unclipped, grey_pictures_keep_the_numbers)
     EXPECT_EQ(largestDifference("ours.png", "theirs.png"), 0);
 }
 
+TEST_F(Unclipped, tiff_with_floats_is_refused_with_what_to_do)
+{
+    judge({"oiiotool", "codes.png", "-d", "float", "-o", "float.tif"});
+    judge({"oiiotool", "codes.png", "-d", "half", "--attrib", "tiff:half", "1", "-o", "half.tif"});
+    judge({"oiiotool", "codes.png", "-d", "double", "-o", "double.tif"});
+    judge({"oiiotool", "codes.png", "-d", "int16", "-o", "signed.tif"});
+    judge({"oiiotool", "codes.png", "-d", "uint32", "-o", "long.tif"});
+    judge({"oiiotool", "codes.png", "--ch", "R", "-d", "float", "-o", "grey.tif"});
+    for (const auto& [file, samples] : {std::pair("float.tif", "32-bit floats"),
+                                        {"half.tif", "16-bit floats"},
+                                        {"double.tif", "64-bit floats"},
+                                        {"signed.tif", "16-bit signed whole numbers"},
+                                        {"long.tif", "32-bit whole numbers"},
+                                        {"grey.tif", "32-bit floats"}}) {
+        const Outcome outcome = qxhost({"convert", file, "out.png"});
+        EXPECT_EQ(outcome.exitCode, 3) << outcome.err;
+        EXPECT_EQ(outcome.err,
+                  "qxhost: \"" + std::string(file) + "\" holds " + samples +
+                      ", and TIFF is read with whole numbers of up to 16 bits; make OpenEXR of it, "
+                      "as with 'oiiotool IN.tif -d float -o OUT.exr'\n");
+    }
+    judge({"oiiotool", "float.tif", "-d", "float", "-o", "advised.exr"});
+    convert({"advised.exr", "ours.exr"});
+    judge({"oiiotool", "float.tif", "-o", "theirs.exr"});
+    expectNear("ours.exr", "theirs.exr", "0");
+    fs::copy(at("half.tif"), at("shot_2.tif"));
+    judge({"oiiotool", "codes.png", "-o", "shot_1.tif"});
+    const Outcome sequence = qxhost({"convert", "shot_%d.tif", "out_%d.png"});
+    EXPECT_EQ(sequence.exitCode, 3);
+    expectHas(sequence.err, "picture 2 (\"shot_2.tif\") holds 16-bit floats");
+    EXPECT_EQ(decoded("out_1.png", "rgb48le"), decoded("codes.png", "rgb48le"));
+}
+
+TEST_F(Unclipped, encoders_name_the_floats_that_they_take)
+{
+    judge({"oiiotool", "float.exr", "--ch", "R,G,B,A=1", "-o", "theirs.exr"});
+    convert({"theirs.exr", "ours.exr", "--pixel-format", "gbrapf32le"});
+    expectNear("ours.exr", "theirs.exr", "0");
+    const Outcome refused = qxhost({"convert", "float.exr", "grey.exr", "--pixel-format", "grayf32le"});
+    EXPECT_EQ(refused.exitCode, 4);
+    expectHas(refused.err,
+              "encoder exr cannot be given pixel format grayf32le; it takes gbrpf32le, gbrapf32le");
+}
+
 TEST_F(Unclipped, fields_keep_the_numbers)
 {
     const Outcome outcome = qxhost({"fields", "float.exr", "field_%d.exr"});

@@ -6,6 +6,7 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
 #include "tools/qxhost/media/write/LostDescription.h"
+#include "tools/qxhost/media/write/RawTrial.h"
 #include "tools/qxhost/media/write/StoredVideo.h"
 #include "tools/qxhost/media/write/VideoEncoder.h"
 
@@ -303,7 +304,10 @@ Status ClipWriter::describeVideo()
         return Error{"out of memory"};
     }
     if (!like_) {
-        return {};
+        const RawTrial trial = settings_.stored ? RawTrial() : tryRawFrames(*output_->oformat, video);
+        output_->strict_std_compliance = trial.compliance;
+        return trial.why.empty() ? Status()
+                                 : Status(Error{"cannot write " + part_.name() + ": " + trial.why});
     }
     if (like_->codec_id != video.codec_id || like_->width != video.width || like_->height != video.height) {
         return Error{"cannot write " + quoted(part_.file()) + ": its pieces are " +

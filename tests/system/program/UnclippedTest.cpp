@@ -314,6 +314,25 @@ TEST_F(Unclipped, filters_get_black_and_held_pictures_of_a_sequence)
     expectNear("theirs.exr", "black_3.exr", "0");
 }
 
+TEST_F(Unclipped, whole_numbers_among_the_pictures_of_a_sequence_stay_what_they_are)
+{
+    fs::copy(at("float.exr"), at("shot_1.exr"));
+    judge({"oiiotool", "codes.png", "-d", "uint32", "-o",
+           "shot_2.exr"}); // which FFmpeg reads as codes of 16 bits
+    fs::copy(at("float.exr"), at("shot_3.exr"));
+    judge({"oiiotool", "codes.png", "-d", "float", "-o", "whole.exr"});
+    convert({"shot_%d.exr", "ours_%d.exr"});
+    expectNear("ours_1.exr", "float.exr", "0");
+    expectNear("ours_2.exr", "whole.exr", "0.00002");
+    expectNear("ours_3.exr", "float.exr", "0");
+    judge({"oiiotool", "whole.exr", "--flop", "-o", "whole.exr"});
+    judge({"oiiotool", "float.exr", "--flop", "-o", "flopped.exr"});
+    convert({"shot_%d.exr", "ours_%d.exr", "--before", "hflip"});
+    expectNear("ours_1.exr", "flopped.exr", "0");
+    expectNear("ours_2.exr", "whole.exr", "0.00002");
+    expectNear("ours_3.exr", "flopped.exr", "0");
+}
+
 TEST_F(Unclipped, text_is_drawn_over_the_numbers)
 {
     paint("bright.exr", "10,-0.5,0.25", "320x180");

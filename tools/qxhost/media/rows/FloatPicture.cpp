@@ -159,6 +159,12 @@ const AVFrame* floatsOf(const AVFrame& codes)
     return isTheirs ? floats : nullptr;
 }
 
+bool hasFloatPlanes(const AVFrame& picture)
+{
+    return floatsOf(picture) != nullptr || isOfFloats(picture) || picture.format == AV_PIX_FMT_GBRP16 ||
+           picture.format == AV_PIX_FMT_GBRAP16;
+}
+
 void forgetFloats(AVFrame& codes)
 {
     av_buffer_unref(&codes.opaque_ref);

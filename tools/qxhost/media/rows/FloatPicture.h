@@ -39,12 +39,15 @@ FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped, bool keepsFlo
 /// The picture of floats that one of codes was made from; null if there is none, or it was not kept.
 const AVFrame* floatsOf(const AVFrame& codes);
 
+/// Whether a picture has floats, or codes of 16 bits in the planes of one.
+bool hasFloatPlanes(const AVFrame& picture);
+
 /// Forgets the picture of floats, of a picture whose codes have become others.
 void forgetFloats(AVFrame& codes);
 
 /// Writes a picture as rows of A R G B, four floats a pixel, rows beginning at rows, rows + pitch, ...: its
-/// floats if it is of these or has them, otherwise its codes of 16 bits as parts of 65535. It holds RGB. What
-/// is no number is black, and without alpha it is opaque.
+/// floats if it is of these or has them, otherwise its codes of 16 bits as parts of 65535. hasFloatPlanes()
+/// is true of it. What is no number is black, and without alpha it is opaque.
 void placeFloats(const AVFrame& codes, void* rows, std::ptrdiff_t pitch);
 
 /// Rows of A R G B as codes of 16 bits of a picture, to the nearest.

@@ -90,7 +90,22 @@ public:
     void placeFloats(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {
         placesFloats_ = true;
-        Media::placeFloats(*frame.picture(), rows, pitch);
+        if (Media::hasFloatPlanes(*frame.picture())) {
+            Media::placeFloats(*frame.picture(), rows, pitch);
+            return;
+        }
+        // A picture of whole numbers among those of floats.
+        const std::size_t codesOfRow = std::size_t{4} * static_cast<std::size_t>(info().width);
+        std::vector<std::uint16_t> codes(codesOfRow * static_cast<std::size_t>(info().height));
+        const Media::FramePacker::Target target{.depth = Media::Depth::bits16, .range = source_.range};
+        static_cast<void>(Media::packRgb(frame, target, codes.data(),
+                                         static_cast<std::ptrdiff_t>(codesOfRow * sizeof codes[0])));
+        for (std::size_t i = 0; i < codes.size(); ++i) {
+            constexpr float white = 65535;
+            auto* const row = reinterpret_cast<float*>(static_cast<std::byte*>(rows) +
+                                                       static_cast<std::ptrdiff_t>(i / codesOfRow) * pitch);
+            row[i % codesOfRow] = static_cast<float>(codes[i]) / white;
+        }
     }
 
     const std::string& failure() const override

@@ -679,6 +679,19 @@ TEST_F(PixelFormats, raw_frames_of_an_encoder_are_read_as_what_they_are_or_refus
     EXPECT_EQ(piped.out, "");
 }
 
+TEST_F(PixelFormats, what_a_container_does_not_take_is_no_fault_of_the_disk)
+{
+    makeClip("rgb.mkv", "gbrp");
+    const Outcome outcome =
+        qxhost({"convert", "rgb.mkv", "out.y4m", "--codec", "wrapped_avframe", "--pixel-format", "gbrp"});
+    EXPECT_EQ(outcome.exitCode, 4);
+    EXPECT_NE(outcome.err.find("cannot write \"out.y4m\": yuv4mpegpipe does not take such frames: "),
+              std::string::npos)
+        << outcome.err;
+    EXPECT_EQ(outcome.err.find("disk"), std::string::npos) << outcome.err;
+    EXPECT_FALSE(fs::exists(at("out.y4m")));
+}
+
 } // namespace
 
 } // namespace Qx::System

@@ -198,7 +198,7 @@ Status FilteredClip::prepare(const Frame& frame, FramePtr& picture)
     if (status && hasFloats && isFirst) {
         notes_.push_back(option_ +
                          ": these filters take no floats, so numbers beyond 0 and 1 are clipped before "
-                         "them; crop, zscale, hflip, vflip and transpose alone keep them");
+                         "them; crop, zscale, hflip, vflip and transpose keep them");
     }
     return status;
 }

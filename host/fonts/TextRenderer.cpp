@@ -145,6 +145,7 @@ struct TextRenderer::Drawing
     Pooled<Texture> layer;
     Pooled<Texture> under;
     Segment segment;
+    VkPipeline pipeline = nullptr; ///< draws the layer over the target
 
     VkRect2D onTarget() const
     {
@@ -184,6 +185,7 @@ void TextRenderer::destroy(Device& device, Objects& objects)
 {
     vkDestroyPipeline(device.handle(), objects.glyph, nullptr);
     Vulkan::destroyPipelines(device, objects.layer);
+    Vulkan::destroyPipelines(device, objects.ofFloats);
     vkDestroyPipelineLayout(device.handle(), objects.glyphLayout, nullptr);
     vkDestroyPipelineLayout(device.handle(), objects.layerLayout, nullptr);
     vkDestroyDescriptorSetLayout(device.handle(), objects.glyphSet, nullptr);
@@ -236,6 +238,26 @@ bool TextRenderer::createPipelines()
     return device.succeeded(result, "setting up text");
 }
 
+/// That draws layers over targets of the format; null if the device refuses. With the lock.
+VkPipeline TextRenderer::layerPipeline(VkFormat format)
+{
+    if (format != Vulkan::floatFormat) {
+        return Vulkan::pipelineFor(objects_.layer, format);
+    }
+    if (Vulkan::pipelineFor(objects_.ofFloats, format) == nullptr) {
+        Device& device = context_->device();
+        VkShaderModule layer = nullptr;
+        VkResult result = Vulkan::createShaderModule(device, textOverShader, layer);
+        if (result == VK_SUCCESS) {
+            result = Vulkan::createPipelines(device, layer, objects_.layerLayout, objects_.ofFloats,
+                                             Vulkan::floatFormats);
+        }
+        vkDestroyShaderModule(device.handle(), layer, nullptr);
+        device.succeeded(result, "setting up text");
+    }
+    return Vulkan::pipelineFor(objects_.ofFloats, format);
+}
+
 bool TextRenderer::draw(Picture& target, const Line& line, XY<int> baseline, const NormalisedRGB& colour,
                         iFont::eAlpha alpha)
 {
@@ -256,11 +278,16 @@ bool TextRenderer::draw(Picture& target, const Line& line, XY<int> baseline, con
                     area,
                     Vulkan::acquireScratch(*context_, layerFormat, size),
                     Vulkan::acquireScratch(*context_, target.key.format, size),
-                    {}};
+                    {},
+                    nullptr};
     if (!drawing.layer || !drawing.under) {
         return false;
     }
     const std::lock_guard lock(mutex_);
+    drawing.pipeline = layerPipeline(target.key.format);
+    if (drawing.pipeline == nullptr) {
+        return false;
+    }
     if (!drawLine(drawing, line, baseline)) {
         forgetGlyphs();
         return false;
@@ -499,7 +526,7 @@ void TextRenderer::recordLayer(Batch& batch, const Drawing& drawing, Texture& ta
     batch.flush();
     const VkFormat format = target.key.format;
     Vulkan::beginDrawing(commands, target, area, VK_ATTACHMENT_LOAD_OP_LOAD);
-    vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, Vulkan::pipelineFor(objects_.layer, format));
+    vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, drawing.pipeline);
     vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, objects_.layerLayout, 0, 1, &set, 0,
                             nullptr);
     const LayerParameters parameters{Vulkan::maxCodes(format),

@@ -70,6 +70,7 @@ private:
     explicit TextRenderer(std::shared_ptr<Vulkan::Context> context);
     bool createPipelines();
     bool createLayouts();
+    VkPipeline layerPipeline(VkFormat format);
 
     bool drawLine(Drawing& drawing, const Line& line, XY<int> baseline);
     bool collect(Drawing& drawing, const PlacedGlyph& glyph, XY<int> baseline);
@@ -93,11 +94,12 @@ private:
         VkPipelineLayout layerLayout = nullptr;
         VkPipeline glyph = nullptr; ///< draws on layers, whose components are not rotated
         Vulkan::FormatPipelines layer{};
+        Vulkan::FormatPipelines ofFloats{}; ///< the same for targets of floats, once one is drawn on
     };
     static void destroy(Vulkan::Device& device, Objects& objects);
-    Objects objects_; ///< constant once made
+    Objects objects_; ///< constant once made, but for `ofFloats`
 
-    std::mutex mutex_; // guards all below; held while a line is drawn
+    std::mutex mutex_; // guards that and all below; held while a line is drawn
     GlyphAtlas atlas_;
     std::vector<std::optional<Vulkan::Pooled<Vulkan::Texture>>> pages_;
     std::uint64_t uploads_ = 0;

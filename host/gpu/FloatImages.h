@@ -9,7 +9,8 @@ namespace Qx::Host {
 /// The format of images with four 32-bit floats a texel, A R G B. Black is 0 and white is 1. Effects read and
 /// write them as they do others, but results are neither clamped nor rounded. iGPUService creates them,
 /// copies them from and to host images of the same format, and returns an empty pointer for them where the
-/// device cannot draw into them. They have no renderer of graphic primitives.
+/// device cannot draw into them. Rectangles, images and text are drawn over them without clipping or rounding
+/// what is there; what is drawn has colours of 0 to 1.
 inline constexpr auto floatTexels = static_cast<iGPUImage::eFormat>(4 * 32);
 
 /// The largest code of such an image for effects that ask for it (TARGETMAXCODE, TEXTUREMAXCODE), and what

@@ -3,6 +3,7 @@
 // The layer of a line of text over a copy of what is in the target.
 
 layout(constant_id = 0) const bool rotated = false;
+layout(constant_id = 1) const bool ofFloats = false; // the target's numbers are not clipped
 
 layout(set = 0, binding = 0) uniform sampler2D layer; // premultiplied
 layout(set = 0, binding = 1) uniform sampler2D under;
@@ -28,7 +29,9 @@ void main()
         mixed = premultiplied != 0
                     ? text + below * (1.0 - text.a)
                     : vec4((text.rgb + below.rgb * below.a * (1.0 - text.a)) / alpha, alpha);
-        mixed = floor(clamp(mixed, 0.0, 1.0) * largest + 0.5) / largest;
+        if (!ofFloats) {
+            mixed = floor(clamp(mixed, 0.0, 1.0) * largest + 0.5) / largest;
+        }
     }
     result = rotated ? mixed.argb : mixed;
 }

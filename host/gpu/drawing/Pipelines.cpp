@@ -88,9 +88,12 @@ VkResult createPipeline(Device& device, VkShaderModule vertex, VkShaderModule fr
                         VkPipelineLayout layout, Blending blending, VkFormat format, VkPipeline& pipeline)
 {
     const FixedState fixed(blending);
-    const VkBool32 rotated = isRotated(format) ? VK_TRUE : VK_FALSE;
-    const VkSpecializationMapEntry entry{0, 0, sizeof rotated};
-    const VkSpecializationInfo specialization{1, &entry, sizeof rotated, &rotated};
+    const std::array<VkBool32, 2> constants{isRotated(format) ? VK_TRUE : VK_FALSE,
+                                            format == floatFormat ? VK_TRUE : VK_FALSE};
+    const std::array<VkSpecializationMapEntry, 2> entries{
+        {{0, 0, sizeof constants[0]}, {1, sizeof constants[0], sizeof constants[1]}}};
+    const VkSpecializationInfo specialization{static_cast<std::uint32_t>(entries.size()), entries.data(),
+                                              sizeof constants, constants.data()};
     std::array<VkPipelineShaderStageCreateInfo, 2> stages{stage(VK_SHADER_STAGE_VERTEX_BIT, vertex),
                                                           stage(VK_SHADER_STAGE_FRAGMENT_BIT, fragment)};
     stages[1].pSpecializationInfo = &specialization;

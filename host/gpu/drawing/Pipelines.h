@@ -34,7 +34,7 @@ VkResult createShaderModule(Device& device, std::span<const std::uint32_t> spirv
 
 /// Creates the pipelines of a fragment shader that replace what a triangle over the whole target covers, for
 /// those of `formats`, each one of targetFormats, that the device can draw into. Specialization constant 0 is
-/// set for targets with rotated components.
+/// set for targets with rotated components, 1 for those of 32-bit floats.
 VkResult createPipelines(Device& device, VkShaderModule fragment, VkPipelineLayout layout,
                          FormatPipelines& pipelines, std::span<const VkFormat> formats = callersFormats);
 void destroyPipelines(Device& device, FormatPipelines& pipelines);

@@ -11,6 +11,16 @@
 
 namespace Qx::Host::Vulkan {
 
+PrimitivePipelines::PrimitivePipelines(Device& device)
+    : device_(device),
+      gradient_{.spirv = gradientShader},
+      image_{.spirv = imageShader},
+      imageOver_{.spirv = imageOverShader},
+      texels_{.spirv = texelsShader},
+      texelsOver_{.spirv = texelsOverShader}
+{
+}
+
 bool PrimitivePipelines::createLayouts()
 {
     std::array<VkDescriptorSetLayoutBinding, 2> bindings{};
@@ -54,22 +64,35 @@ bool PrimitivePipelines::createPipelinesOf(std::span<const std::uint32_t> spirv,
 
 bool PrimitivePipelines::create()
 {
-    return createLayouts() && createPipelinesOf(gradientShader, gradient_) &&
-           createPipelinesOf(imageShader, image_) && createPipelinesOf(imageOverShader, imageOver_) &&
-           createPipelinesOf(texelsShader, texels_) && createPipelinesOf(texelsOverShader, texelsOver_);
+    const auto all = shaders();
+    return createLayouts() && std::ranges::all_of(all, [this](Shader* shader) {
+               return createPipelinesOf(shader->spirv, shader->pipelines);
+           });
 }
 
-VkPipeline PrimitivePipelines::image(VkFormat format, Sampling sampling, Over over) const
+VkPipeline PrimitivePipelines::pipelineOf(Shader& shader, VkFormat format)
+{
+    if (format != floatFormat) {
+        return pipelineFor(shader.pipelines, format);
+    }
+    const std::lock_guard lock(mutex_);
+    if (pipelineFor(shader.ofFloats, format) == nullptr) {
+        createPipelinesOf(shader.spirv, shader.ofFloats, floatFormats);
+    }
+    return pipelineFor(shader.ofFloats, format);
+}
+
+VkPipeline PrimitivePipelines::image(VkFormat format, Sampling sampling, Over over)
 {
     if (sampling == Sampling::Unfiltered) {
-        return pipelineFor(over == Over::Replace ? texels_ : texelsOver_, format);
+        return pipelineOf(over == Over::Replace ? texels_ : texelsOver_, format);
     }
-    return pipelineFor(over == Over::Replace ? image_ : imageOver_, format);
+    return pipelineOf(over == Over::Replace ? image_ : imageOver_, format);
 }
 
 VkPipeline PrimitivePipelines::level(VkFormat format)
 {
-    const std::lock_guard lock(levelsMutex_);
+    const std::lock_guard lock(mutex_);
     hasLevels_ = hasLevels_ || createPipelinesOf(levelsShader, levels_, targetFormats);
     return pipelineFor(levels_, format);
 }
@@ -77,11 +100,10 @@ VkPipeline PrimitivePipelines::level(VkFormat format)
 void PrimitivePipelines::destroy()
 {
     destroyPipelines(device_, levels_);
-    destroyPipelines(device_, gradient_);
-    destroyPipelines(device_, image_);
-    destroyPipelines(device_, imageOver_);
-    destroyPipelines(device_, texels_);
-    destroyPipelines(device_, texelsOver_);
+    for (Shader* shader : shaders()) {
+        destroyPipelines(device_, shader->pipelines);
+        destroyPipelines(device_, shader->ofFloats);
+    }
     vkDestroyPipelineLayout(device_.handle(), layout_, nullptr);
     vkDestroyDescriptorSetLayout(device_.handle(), setLayout_, nullptr);
     layout_ = nullptr;

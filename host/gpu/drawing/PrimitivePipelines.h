@@ -7,8 +7,8 @@
 namespace Qx::Host::Vulkan {
 
 /// The pipelines of the service's own drawing: gradients, images and levels of textures. Created with the
-/// device and constant afterwards, but for those of levels, which few effects need: they are created for the
-/// first of them.
+/// device and constant afterwards, but for those that few need, which are created for the first drawing:
+/// those of levels, and all for targets of floats.
 class PrimitivePipelines
 {
 public:
@@ -52,33 +52,43 @@ public:
         Unfiltered, ///< the one texel that a pixel's centre falls on
     };
 
-    explicit PrimitivePipelines(Device& device) : device_(device) {}
+    explicit PrimitivePipelines(Device& device);
 
     bool create();
     void destroy();
 
     VkDescriptorSetLayout setLayout() const { return setLayout_; }
     VkPipelineLayout layout() const { return layout_; }
-    VkPipeline gradient(VkFormat format) const { return pipelineFor(gradient_, format); }
-    VkPipeline image(VkFormat format, Sampling sampling, Over over) const;
 
-    /// Null if the device refuses or cannot draw into the format. Thread-safe.
+    // Null if the device refuses or cannot draw into the format. Thread-safe.
+    VkPipeline gradient(VkFormat format) { return pipelineOf(gradient_, format); }
+    VkPipeline image(VkFormat format, Sampling sampling, Over over);
     VkPipeline level(VkFormat format);
 
 private:
+    /// A fragment shader with its pipelines.
+    struct Shader
+    {
+        std::span<const std::uint32_t> spirv;
+        FormatPipelines pipelines{};
+        FormatPipelines ofFloats{}; ///< guarded by the mutex
+    };
+
     bool createLayouts();
+    VkPipeline pipelineOf(Shader& shader, VkFormat format);
+    std::array<Shader*, 5> shaders() { return {&gradient_, &image_, &imageOver_, &texels_, &texelsOver_}; }
     bool createPipelinesOf(std::span<const std::uint32_t> spirv, FormatPipelines& pipelines,
                            std::span<const VkFormat> formats = callersFormats);
 
     Device& device_;
     VkDescriptorSetLayout setLayout_ = nullptr;
     VkPipelineLayout layout_ = nullptr;
-    FormatPipelines gradient_{};
-    FormatPipelines image_{};
-    FormatPipelines imageOver_{};
-    FormatPipelines texels_{};
-    FormatPipelines texelsOver_{};
-    std::mutex levelsMutex_;
+    Shader gradient_;
+    Shader image_;
+    Shader imageOver_;
+    Shader texels_;
+    Shader texelsOver_;
+    std::mutex mutex_;
     bool hasLevels_ = false; // guarded by the mutex, as the next
     FormatPipelines levels_{};
 };

@@ -152,7 +152,11 @@ bool PrimitivesRenderer::drawRectangles(const std::vector<VkRect2D>& areas, cons
     Picture& picture = target_->picture();
     const bool replacesAll = areas.size() == 1 && coversAll(areas.front(), picture.key);
     const bool flat = isFlat(d);
-    const PrimitivePipelines& pipelines = context().primitives();
+    PrimitivePipelines& pipelines = context().primitives();
+    VkPipeline pipeline = flat ? nullptr : pipelines.gradient(picture.key.format);
+    if (!flat && pipeline == nullptr) {
+        return false;
+    }
     const auto height = static_cast<float>(static_cast<std::int64_t>(d.area.y1) - d.area.y0);
     const PrimitivePipelines::Gradient gradient{
         {d.colour.red, d.colour.green, d.colour.blue, d.colour.alpha},
@@ -176,8 +180,7 @@ bool PrimitivesRenderer::drawRectangles(const std::vector<VkRect2D>& areas, cons
                                        : VK_ATTACHMENT_LOAD_OP_LOAD,
                          clearValue(d.colour, target.key.format));
             if (!flat) {
-                vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS,
-                                  pipelines.gradient(target.key.format));
+                vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, pipeline);
                 vkCmdPushConstants(commands, pipelines.layout(), VK_SHADER_STAGE_FRAGMENT_BIT, 0,
                                    sizeof gradient, &gradient);
                 vkCmdDraw(commands, 3, 1, 0, 0);
@@ -270,7 +273,13 @@ bool PrimitivesRenderer::recordImage(const ImageDraw& d, const VkRect2D& pixels,
 {
     const bool replaces = !d.byAlpha && d.weight == 1.0F;
     const bool replacesAll = replaces && coversAll(pixels, d.target.key);
-    const PrimitivePipelines& pipelines = context().primitives();
+    PrimitivePipelines& pipelines = context().primitives();
+    VkPipeline pipeline =
+        pipelines.image(d.target.key.format, mapping.sampling,
+                        replaces ? PrimitivePipelines::Over::Replace : PrimitivePipelines::Over::Mix);
+    if (pipeline == nullptr) {
+        return false;
+    }
     // Mixed by the shader with a copy of what is there: the blending of devices has no way for an alpha that
     // is not the last component, and each rounds its own way.
     Pooled<Texture> under;
@@ -300,10 +309,7 @@ bool PrimitivesRenderer::recordImage(const ImageDraw& d, const VkRect2D& pixels,
         VkCommandBuffer commands = batch.commands();
         beginDrawing(commands, *target, pixels,
                      replacesAll ? VK_ATTACHMENT_LOAD_OP_DONT_CARE : VK_ATTACHMENT_LOAD_OP_LOAD);
-        vkCmdBindPipeline(
-            commands, VK_PIPELINE_BIND_POINT_GRAPHICS,
-            pipelines.image(d.target.key.format, mapping.sampling,
-                            replaces ? PrimitivePipelines::Over::Replace : PrimitivePipelines::Over::Mix));
+        vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, pipeline);
         vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, pipelines.layout(), 0, 1, &set, 0,
                                 nullptr);
         vkCmdPushConstants(commands, pipelines.layout(), VK_SHADER_STAGE_FRAGMENT_BIT, 0, sizeof constants,

@@ -69,7 +69,7 @@ Qx::Ptr<CopiedImage> makeCopiedImage(Context& context, XY<int> size, iGPUImage::
 Qx::Ptr<iGraphicPrimitivesRenderer> GPUImage::getPrimitivesRenderer(int layer)
 {
     return guarded(Qx::Ptr<iGraphicPrimitivesRenderer>(), [&]() -> Qx::Ptr<iGraphicPrimitivesRenderer> {
-        if (layer != 1 || format_ == floatTexels) {
+        if (layer != 1) {
             return {};
         }
         return Qx::makePtr<PrimitivesRenderer>(Qx::Ptr<GPUImage>(this));

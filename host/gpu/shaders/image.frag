@@ -7,9 +7,10 @@
 // is in the target.
 //
 // The result is rounded to the target's codes here, and without the last bits in which devices may differ, so that
-// every device draws the same.
+// every device draws the same. A target of floats gets the numbers as they are.
 
 layout(constant_id = 0) const bool rotated = false;
+layout(constant_id = 1) const bool ofFloats = false;
 
 layout(set = 0, binding = 0) uniform sampler2D image;
 #ifdef OVER
@@ -68,6 +69,17 @@ vec4 averaged(vec2 centre)
 }
 #endif
 
+#ifdef OVER
+// What the image's texel makes of the target's one. `opaque` is the alpha of an opaque texel.
+vec4 mixedWith(vec4 own, vec4 below, float opaque)
+{
+    const vec4 colour = byAlpha != 0 ? vec4(own.rgb, opaque) : own;
+    precise float coverage = byAlpha != 0 ? weight * own.a * (1.0 / opaque) : weight;
+    precise vec4 mixed = below + (colour - below) * coverage;
+    return mixed;
+}
+#endif
+
 void main()
 {
     const vec2 centre = mapping.xy + gl_FragCoord.xy * mapping.zw;
@@ -76,12 +88,19 @@ void main()
 #else
     const vec4 texel = averaged(centre);
 #endif
+    if (ofFloats) {
+#ifdef OVER
+        const vec4 numbers = mixedWith(texel, texelFetch(under, ivec2(floor(gl_FragCoord.xy)) - corner, 0), 1.0);
+#else
+        const vec4 numbers = texel;
+#endif
+        result = rotated ? numbers.argb : numbers;
+        return;
+    }
     const vec4 own = settled(texel);
 #ifdef OVER
     const vec4 below = settled(texelFetch(under, ivec2(floor(gl_FragCoord.xy)) - corner, 0));
-    const vec4 colour = byAlpha != 0 ? vec4(own.rgb, steps) : own;
-    precise float coverage = byAlpha != 0 ? weight * own.a * (1.0 / steps) : weight;
-    precise vec4 mixed = below + (colour - below) * coverage;
+    precise vec4 mixed = mixedWith(own, below, steps);
 #else
     precise vec4 mixed = own;
 #endif

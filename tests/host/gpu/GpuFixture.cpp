@@ -1,5 +1,6 @@
 #include "tests/host/gpu/GpuFixture.h"
 
+#include "host/gpu/FloatImages.h"
 #include "platform/Text.h"
 
 #include <unistd.h>
@@ -94,7 +95,9 @@ Bytes noise(std::size_t count, std::uint32_t seed)
 std::size_t bytesOf(XY<int> size, iGPUImage::eFormat format)
 {
     return static_cast<std::size_t>(size.x) * static_cast<std::size_t>(size.y) *
-           (format == iGPUImage::eARGB16 ? 8U : 4U);
+           (format == Host::floatTexels    ? 16U
+            : format == iGPUImage::eARGB16 ? 8U
+                                           : 4U);
 }
 
 Bytes filled(XY<int> size, const std::vector<std::uint8_t>& texel)

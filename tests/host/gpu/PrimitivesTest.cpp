@@ -1,7 +1,9 @@
+#include "host/gpu/FloatImages.h"
 #include "tests/host/gpu/GpuFixture.h"
 
 #include <array>
 #include <cmath>
+#include <cstring>
 
 namespace Qx::GpuTests {
 
@@ -443,6 +445,57 @@ TEST_F(PrimitivesTest, RectanglesThatAreNoNumbersDrawNothing)
     EXPECT_TRUE(draw(target, precise(source, {0, 0, 4, 4}, {0, 0, INFINITY, 4}, false)));
     EXPECT_TRUE(draw(target, precise(source, {1, 1, 1, 1}, {0, 0, 4, 4}, false)));
     EXPECT_EQ(download(target), filled(size, {1, 2, 3, 4}));
+}
+
+TEST_F(PrimitivesTest, ATargetOfFloatsIsNeitherClippedNorRounded)
+{
+    const XY<int> size{4, 2};
+    const auto bytesOfFloats = [](const std::vector<float>& numbers) {
+        Bytes bytes(numbers.size() * sizeof(float));
+        std::memcpy(bytes.data(), numbers.data(), bytes.size());
+        return bytes;
+    };
+    const auto colours = [](const std::array<float, 4>& texel) {
+        std::vector<float> all;
+        for (int i = 0; i < 8; ++i) {
+            all.insert(all.end(), texel.begin(), texel.end());
+        }
+        return all;
+    };
+    const auto numbersOf = [&](const Qx::Ptr<iGPUImage>& image) {
+        const Bytes bytes = download(image);
+        std::vector<float> numbers(bytes.size() / sizeof(float));
+        std::memcpy(numbers.data(), bytes.data(), numbers.size() * sizeof(float));
+        return numbers;
+    };
+    // A R G B. A third is no code of 16 bits.
+    const std::array<float, 4> below{1, 10, -0.5F, 1.0F / 3};
+    const Qx::Ptr<iGPUImage> target = upload(size, Host::floatTexels, bytesOfFloats(colours(below)));
+    ASSERT_TRUE(target);
+    const Qx::Ptr<iGPUImage> half = upload({1, 1}, Host::floatTexels, bytesOfFloats({0.5F, 3, 7.25F, -1}));
+    ASSERT_TRUE(half);
+
+    ImageDescription over = stretched(half, {0, 0, 1, 1}, {1, 0, 2, 1});
+    over.blend = true;
+    ASSERT_TRUE(draw(target, over)); // by its alpha, which is a half
+    ASSERT_TRUE(draw(target, stretched(half, {0, 0, 1, 1}, {2, 0, 3, 1})));
+    ASSERT_TRUE(draw(target, rectangle({3, 0, 4, 1}, {0.25F, 0.5F, 0.75F, 1}, {0.25F, 0.5F, 0.75F, 1})));
+    std::vector<float> expected = colours(below);
+    const std::array<float, 12> drawn{1, 6.5F, 3.375F, -1.0F / 3, 0.5F, 3, 7.25F, -1, 1, 0.25F, 0.5F, 0.75F};
+    std::copy(drawn.begin(), drawn.end(), expected.begin() + 4);
+    const std::vector<float> result = numbersOf(target);
+    ASSERT_EQ(result.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_FLOAT_EQ(result[i], expected[i]) << i;
+    }
+
+    // Smaller, the mean; and a copy is exact.
+    const Qx::Ptr<iGPUImage> small = upload({2, 1}, Host::floatTexels, Bytes(32));
+    ASSERT_TRUE(draw(small, stretched(target, {0, 0, 4, 2}, {0, 0, 2, 1})));
+    EXPECT_FLOAT_EQ(numbersOf(small)[1], (3 * 10 + 6.5F) / 4);
+    const Qx::Ptr<iGPUImage> copy = upload(size, Host::floatTexels, bytesOfFloats(colours({0, 0, 0, 0})));
+    ASSERT_TRUE(draw(copy, stretched(target, {0, 0, 4, 2}, {0, 0, 4, 2})));
+    EXPECT_EQ(download(copy), download(target));
 }
 
 } // namespace Qx::GpuTests

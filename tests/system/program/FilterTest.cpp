@@ -240,6 +240,52 @@ TEST_F(Filters, packed_rgb_is_laid_out_in_planes_for_filters_that_want_them)
     EXPECT_EQ(decoded("out.png", "rgb24"), decoded("judge.png", "rgb24"));
 }
 
+TEST_F(Filters, deep_clips_with_alpha_are_filtered_at_16_bits)
+{
+    // What ProRes 4444 with alpha is decoded as, which zscale does not take.
+    ffmpeg({"-f", "lavfi", "-i",
+            "testsrc2=size=64x48:rate=25,format=yuva444p10le,geq=lum='lum(X,Y)':cb='cb(X,Y)':cr='cr(X,Y)':a="
+            "16*X,"
+            "setparams=colorspace=bt709:range=tv",
+            "-frames:v", "2", "-c:v", "prores_ks", "-profile:v", "4444", "clip.mov"});
+    const Outcome told = convert(
+        {"clip.mov", "out.mkv", "--resize", "32x24", "--codec", "ffv1", "--pixel-format", "yuva444p16le"});
+    expectHas(told.err,
+              "frames of yuva444p12le are laid out as yuva444p16le for the filters, with the same levels");
+    ffmpeg({"-i", "clip.mov", "-vf", "format=yuva444p16le,zscale=w=32:h=24:f=spline36", "-c:v", "ffv1",
+            "judge.mkv"});
+    const std::vector<std::uint8_t> ours = decoded("out.mkv", "yuva444p16le");
+    const std::vector<std::uint8_t> judged = decoded("judge.mkv", "yuva444p16le");
+    constexpr std::size_t plane = 32UL * 24 * 2;
+    ASSERT_EQ(ours.size(), 2 * 4 * plane);
+    ASSERT_EQ(judged.size(), ours.size());
+    for (std::size_t i = 0; i < ours.size(); i += 2) {
+        const int a = ours[i] | ours[i + 1] << 8;
+        const int b = judged[i] | judged[i + 1] << 8;
+        const bool isAlpha = i / plane % 4 == 3; // swscale repeats the digits of 12 bits, and does not divide
+        ASSERT_LE(std::abs(a - b), isAlpha ? 1 : 0) << i;
+    }
+    convert({"clip.mov", "out.mov", "--deinterlace", "--crop", "32x24", "--pad", "64x48"});
+    expectHas(probe("out.mov", "pix_fmt"), "yuva444p12le");
+}
+
+TEST_F(Filters, grey_pictures_are_filtered_as_rgb)
+{
+    for (const auto& [grey, rgb, same] : {std::tuple("gray", "gbrp", "codes"),
+                                          {"gray16be", "gbrp16le", "codes"},
+                                          {"ya8", "gbrap", "codes"},
+                                          {"monob", "gbrp", "codes"}}) {
+        ffmpeg(
+            {"-y", "-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames:v", "1", "-pix_fmt", grey, "in.png"});
+        const Outcome told = convert({"in.png", "out.png", "--resize", "32x24", "--force"});
+        expectHas(told.err, "frames of " + std::string(grey) + " are laid out as " + rgb +
+                                " for the filters, with the same " + same);
+        ffmpeg({"-y", "-i", "in.png", "-vf", "format=" + std::string(rgb) + ",zscale=w=32:h=24:f=spline36",
+                "judge.png"});
+        EXPECT_EQ(decoded("out.png", "rgb48le"), decoded("judge.png", "rgb48le")) << grey;
+    }
+}
+
 TEST_F(Filters, sound_stays_with_the_picture)
 {
     ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=64x48:rate=25", "-f", "lavfi", "-i",

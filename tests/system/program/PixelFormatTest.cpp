@@ -641,6 +641,57 @@ TEST_F(PixelFormats, what_cannot_be_is_refused_with_what_can)
     EXPECT_EQ(fs::file_size(at("whole.uyvy")), 2U * 48 * 3 * 2);
 }
 
+TEST_F(PixelFormats, raw_frames_of_an_encoder_are_read_as_what_they_are_or_refused)
+{
+    makeClip("rgb.mkv", "gbrp");
+    const Bytes source = decoded("rgb.mkv", "rgb24");
+    // The formats that a container holds are FFmpeg's knowledge; these are read and refused by all versions.
+    const std::map<std::string, std::pair<std::vector<std::string>, std::vector<std::string>>> known{
+        {"nut", {{"rgb24", "gbrp", "bgra", "rgb48le", "gbrp16le"}, {"nv24", "yuv440p10le"}}},
+        {"mov", {{"rgb24", "bgr24", "rgb48be", "argb"}, {"gbrp16le", "nv24", "yuv444p"}}},
+        {"avi", {{"bgr24", "bgra"}, {"rgb48le", "nv24", "yuv444p"}}},
+    };
+    for (const auto& [container, formats] : known) {
+        const std::string file = "raw." + container;
+        for (const std::string& format : formats.first) {
+            succeed({"convert", "rgb.mkv", file, "--codec", "rawvideo", "--pixel-format", format, "--force"});
+            const Outcome probed = run({"ffprobe", "-v", "error", "-show_entries", "stream=pix_fmt", "-of",
+                                        "csv=p=0", at(file).string()});
+            EXPECT_EQ(probed.out, format + "\n") << file;
+            const bool isDeep =
+                format.find("48") != std::string::npos || format.find("16") != std::string::npos;
+            Bytes pixels = decoded(file, isDeep ? "rgb48le" : "rgb24");
+            for (std::size_t i = 0; isDeep && 2 * i + 1 < pixels.size(); ++i) {
+                pixels[i] = pixels[2 * i + 1]; // swscale rounds 16 bits its own way to 8
+            }
+            pixels.resize(source.size());
+            EXPECT_EQ(pixels, source) << file << " " << format;
+        }
+        fs::remove(at(file));
+        for (const std::string& format : formats.second) {
+            expectFailure({"convert", "rgb.mkv", file, "--codec", "rawvideo", "--pixel-format", format}, 4,
+                          {"raw frames of " + format + " have no name in " + container, "--format", "ffv1"});
+            EXPECT_FALSE(fs::exists(at(file)));
+        }
+    }
+    const Outcome piped = qxhost({"convert", "rgb.mkv", "-", "--pixel-format", "nv24"});
+    EXPECT_EQ(piped.exitCode, 4);
+    EXPECT_EQ(piped.out, "");
+}
+
+TEST_F(PixelFormats, what_a_container_does_not_take_is_no_fault_of_the_disk)
+{
+    makeClip("rgb.mkv", "gbrp");
+    const Outcome outcome =
+        qxhost({"convert", "rgb.mkv", "out.y4m", "--codec", "wrapped_avframe", "--pixel-format", "gbrp"});
+    EXPECT_EQ(outcome.exitCode, 4);
+    EXPECT_NE(outcome.err.find("cannot write \"out.y4m\": yuv4mpegpipe does not take such frames: "),
+              std::string::npos)
+        << outcome.err;
+    EXPECT_EQ(outcome.err.find("disk"), std::string::npos) << outcome.err;
+    EXPECT_FALSE(fs::exists(at("out.y4m")));
+}
+
 } // namespace
 
 } // namespace Qx::System

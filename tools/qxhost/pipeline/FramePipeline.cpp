@@ -121,8 +121,7 @@ void FramePipeline::cancel()
 
 Qx::Ptr<iHostImage> FramePipeline::makeHostImage() const
 {
-    return job_.floats ? OS().gpu().createHostImage({width_, height_}, Host::floatTexels)
-                       : upload_.makeHostImage();
+    return job_.floats ? makeFloatImage(width_, height_) : upload_.makeHostImage();
 }
 
 void FramePipeline::makeHostImages()
@@ -216,12 +215,7 @@ Surface FramePipeline::uploaded(const Packed& frame) const
         return job_.source.fullChroma ? upload_.uploadAsIs(frame.image, frame.time)
                                       : upload_.upload(frame.image, frame.time, format_);
     }
-    Surface picture = Image::makeWrapper(OS().gpu().uploadImage(frame.image, 0));
-    if (!picture.getGPUSurface()) {
-        failOnDevice(width_, height_);
-    }
-    picture.setGamutScaling(Image::GamutScaling::Unscaled);
-    return picture;
+    return uploadFloats(frame.image);
 }
 
 Surface FramePipeline::decoded(const Surface& frame, const Media::FramePacker::CodeForm& form) const
@@ -289,7 +283,10 @@ void FramePipeline::encode()
         if (rows == nullptr) {
             failOnDevice(width_, height_);
         }
-        const Media::Status status = write(*frame, rows, static_cast<std::ptrdiff_t>(image->getPitch()));
+        const Media::Status status =
+            write({rows, static_cast<std::ptrdiff_t>(image->getPitch()),
+                   static_cast<int>(frame->picture.getWidth()), static_cast<int>(frame->picture.getHeight())},
+                  frame->time);
         if (!status) {
             throw Failure(ExitCode::output, status.text());
         }
@@ -297,16 +294,16 @@ void FramePipeline::encode()
     }
 }
 
-Media::Status FramePipeline::write(const Converted& frame, const void* rows, std::ptrdiff_t pitch)
+Media::Status FramePipeline::write(const Media::FloatRows& frame, const Media::FrameTime& time)
 {
     if (!job_.floats || job_.writesFloats || job_.delivery != nullptr) {
-        return writer_->write(rows, pitch, frame.time);
+        return writer_->write(frame.rows, frame.pitch, time);
     }
-    const auto codesOfRow = std::size_t{4} * static_cast<std::size_t>(width_);
+    const auto codesOfRow = std::size_t{4} * static_cast<std::size_t>(frame.width);
     const auto codesPitch = static_cast<std::ptrdiff_t>(codesOfRow * sizeof(std::uint16_t));
-    codes_.resize(codesOfRow * static_cast<std::size_t>(height_));
-    Media::codesFrom({rows, pitch, width_, height_}, codes_.data(), codesPitch, clipped_);
-    return writer_->write(codes_.data(), codesPitch, frame.time);
+    codes_.resize(codesOfRow * static_cast<std::size_t>(frame.height));
+    Media::codesFrom(frame, codes_.data(), codesPitch, clipped_);
+    return writer_->write(codes_.data(), codesPitch, time);
 }
 
 /// Whether the frame is not written, but only has what comes after it know it.

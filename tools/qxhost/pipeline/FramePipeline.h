@@ -135,7 +135,7 @@ private:
     void makeHostImages();
     Qx::Ptr<iHostImage> makeHostImage() const;
     Image::Surface uploaded(const Packed& frame) const;
-    Media::Status write(const Converted& frame, const void* rows, std::ptrdiff_t pitch);
+    Media::Status write(const Media::FloatRows& frame, const Media::FrameTime& time);
     Image::Surface decoded(const Image::Surface& frame, const Media::FramePacker::CodeForm& form) const;
     bool convertFrame(const Packed& frame);
 

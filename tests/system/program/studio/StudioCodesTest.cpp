@@ -134,6 +134,25 @@ TEST_F(StudioCodes, of_the_result_are_of_the_clips_range)
     stop();
 }
 
+TEST_F(StudioCodes, of_pictures_of_floats_are_made_behind_the_look)
+{
+    const Outcome judged = run({"oiiotool", "--pattern", "constant:color=4,1,-1", "64x48", "3", "-d", "float",
+                                "-o", at("even.exr").string()});
+    ASSERT_EQ(judged.exitCode, 0) << judged.err;
+    write("quarter.cube", "LUT_1D_SIZE 2\nDOMAIN_MIN -16 -16 -16\nDOMAIN_MAX 16 16 16\n-4 -4 -4\n4 4 4\n");
+    write("half.fx", dimming("0.5"));
+    for (const std::string step : {"quarter.cube", "half.fx"}) {
+        start({"even.exr", step});
+        Browser browser = window();
+        const Json answer = browser.ask({{"do", "probe"}, {"x", 9}, {"y", 9}});
+        EXPECT_EQ(answer["before"]["rgb8"], Json({255, 255, 0}));
+        EXPECT_EQ(answer["after"]["rgb8"], step == "half.fx" ? Json({255, 128, 0}) : Json({255, 64, 0}));
+        browser.send({{"do", "scopes"}, {"kinds", {"histogram"}}, {"of", "after"}});
+        EXPECT_EQ(browser.message("scopes")["own"], false);
+        stop();
+    }
+}
+
 TEST_F(StudioCodes, of_the_clip_are_counted_by_scopes)
 {
     for (const HeldClip& clip : heldClips) {

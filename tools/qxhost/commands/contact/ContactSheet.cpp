@@ -1,5 +1,6 @@
 #include "tools/qxhost/commands/contact/ContactSheet.h"
 
+#include "host/gpu/FloatImages.h"
 #include "platform/Font.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
@@ -9,6 +10,7 @@
 #include "tools/qxhost/pipeline/input/FrameUpload.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <fmt/format.h>
 
@@ -24,9 +26,11 @@ constexpr int lastLineHeight = 40;
 constexpr std::int64_t usualColumns = 5;
 constexpr std::int64_t largestSheet = 16384;
 
-iGPUImage::eFormat gpuFormat(Media::Depth depth)
+iGPUImage::eFormat gpuFormat(const HeldFrame& frame)
 {
-    return depth == Media::Depth::bits8 ? iGPUImage::eARGB8 : iGPUImage::eARGB16;
+    return frame.isOfFloats                     ? Host::floatTexels
+           : frame.depth == Media::Depth::bits8 ? iGPUImage::eARGB8
+                                                : iGPUImage::eARGB16;
 }
 
 Media::FramePacker::Target sourceOf(const HeldFrame& frame)
@@ -39,10 +43,15 @@ PixelFormat formatOf(const HeldFrame& frame)
     return parsePixelFormat("", frame.depth == Media::Depth::bits8 ? "argb" : "argb:16");
 }
 
-/// A component of 8 bits.
-std::uint8_t eightBits(const std::byte* row, std::size_t i, Media::Depth depth)
+/// A component of 8 bits; of floats the nearest one, which clips them.
+std::uint8_t eightBits(const std::byte* row, std::size_t i, iGPUImage::eFormat texels)
 {
-    if (depth == Media::Depth::bits8) {
+    if (texels == Host::floatTexels) {
+        float number = 0;
+        std::memcpy(&number, row + sizeof number * i, sizeof number);
+        return static_cast<std::uint8_t>(std::lround(number > 0 ? std::min(number, 1.0F) * 255 : 0.0F));
+    }
+    if (texels == iGPUImage::eARGB8) {
         return static_cast<std::uint8_t>(row[i]);
     }
     std::uint16_t code = 0;
@@ -50,7 +59,7 @@ std::uint8_t eightBits(const std::byte* row, std::size_t i, Media::Depth depth)
     return static_cast<std::uint8_t>((code * 255U + 32767U) / 65535U);
 }
 
-MemoryPicture readBack(const Image::Surface& picture, Media::Depth depth)
+MemoryPicture readBack(const Image::Surface& picture)
 {
     const Image::Surface onHost = picture.copyToHost();
     const Qx::Ptr<iHostImage> image = onHost.getHostImage();
@@ -64,7 +73,7 @@ MemoryPicture readBack(const Image::Surface& picture, Media::Depth depth)
         const auto* const row =
             static_cast<const std::byte*>(rows) + y * static_cast<std::ptrdiff_t>(image->getPitch());
         for (std::size_t i = 0; i < components; ++i) {
-            made.bytes.push_back(eightBits(row, i, depth));
+            made.bytes.push_back(eightBits(row, i, image->getFormat()));
         }
     }
     return made;
@@ -99,30 +108,41 @@ ContactDrawing::ContactDrawing(HeldFrame frame, const ContactLayout& layout)
 
 Image::Surface ContactDrawing::uploaded() const
 {
+    if (frame_.isOfFloats) {
+        const Qx::Ptr<iHostImage> image = makeFloatImage(frame_.width, frame_.height);
+        fill(image);
+        return uploadFloats(image);
+    }
     const FrameUpload upload(describeFrame(formatOf(frame_), static_cast<unsigned>(frame_.width),
                                            static_cast<unsigned>(frame_.height)),
                              sourceOf(frame_));
     const Qx::Ptr<iHostImage> image = upload.makeHostImage();
+    fill(image);
+    return upload.upload(image, {}, gpuFormat(frame_));
+}
+
+/// Copies the frame into a host image; fails if there is none.
+void ContactDrawing::fill(const Qx::Ptr<iHostImage>& image) const
+{
     auto* const rows = image ? static_cast<std::byte*>(image->map(iHostImage::Write)) : nullptr;
     if (rows == nullptr) {
         failOnDevice(frame_.width, frame_.height);
     }
-    const std::size_t rowBytes = frame_.bytes.size() / static_cast<std::size_t>(frame_.height);
+    const std::size_t rowBytes = frame_.rowBytes();
     for (int y = 0; y < frame_.height; ++y) {
         std::memcpy(rows + y * static_cast<std::ptrdiff_t>(image->getPitch()),
                     &frame_.bytes[rowBytes * static_cast<std::size_t>(y)], rowBytes);
     }
-    return upload.upload(image, {}, gpuFormat(frame_.depth));
 }
 
 MemoryPicture ContactDrawing::draw(const std::vector<EffectRequest>& effects) const
 {
-    EffectChain chain(effects);
-    const Image::Surface drawn = chain.apply(uploaded(), gpuFormat(frame_.depth), frame_.facts);
+    EffectChain chain(effects, {}, EffectChain::Parameters::shared,
+                      frame_.isOfFloats ? Host::LUTInput::Floats : Host::LUTInput::Codes);
+    const Image::Surface drawn = chain.apply(uploaded(), gpuFormat(frame_), frame_.facts);
     MemoryPicture made;
-    runStep(cell_, drawn, {}, [&](const Image::Surface& picture, const Media::FrameTime&) {
-        made = readBack(picture, frame_.depth);
-    });
+    runStep(cell_, drawn, {},
+            [&](const Image::Surface& picture, const Media::FrameTime&) { made = readBack(picture); });
     return made;
 }
 

@@ -45,6 +45,7 @@ public:
 
 private:
     Image::Surface uploaded() const;
+    void fill(const Qx::Ptr<iHostImage>& image) const;
 
     HeldFrame frame_;
     ShrinkPicture cell_; ///< of exactly the size of a cell's picture

@@ -1,9 +1,6 @@
 #include "tools/qxhost/commands/convert/Conversion.h"
 
 #include "QxFxResources/GPUColourConverter.h"
-#include "host/gpu/FloatImages.h"
-#include "platform/GPUService.h"
-#include "platform/OS.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/console/FailureReport.h"
 #include "tools/qxhost/console/Interruption.h"
@@ -28,6 +25,7 @@
 #include "tools/qxhost/pipeline/effects/WideEffect.h"
 #include "tools/qxhost/pipeline/formats/FormatWay.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
+#include "tools/qxhost/pipeline/input/FrameUpload.h"
 #include "tools/qxhost/pipeline/input/InputNotes.h"
 #include "tools/qxhost/pipeline/input/Rotation.h"
 #include "tools/qxhost/pipeline/input/UploadChoice.h"
@@ -341,8 +339,13 @@ void fillSettings(Conversion& conversion)
     settings.rgbRange = rgbRange(conversion);
     conversion.keepFrames = passesFrames(conversion);
     conversion.packOnly = onlyPacks(conversion);
-    settings.floats = conversion.info().hasFloats && options.filters.after.empty() &&
-                      Media::takesFloats(options.output, settings);
+    settings.floats = conversion.info().hasFloats && Media::takesFloats(options.output, settings);
+    if (settings.floats && !options.filters.after.empty() &&
+        !Media::filtersTakeFloats(settings, options.filters.after)) {
+        settings.floats = false;
+        conversion.filterNotes.emplace_back(
+            "--after: these filters take no floats, so numbers beyond 0 and 1 are clipped before them");
+    }
     // Where nothing is done to them, what codes of the output cannot hold is clipped at once.
     conversion.floats = conversion.info().hasFloats && holdsRgb(conversion.info()) &&
                         (settings.floats || !options.effects.empty());
@@ -390,7 +393,7 @@ void prepareConversion(Conversion& conversion)
         return;
     }
     settleNamesOfLooks(conversion.options.effects);
-    if (conversion.floats && !OS().gpu().createGPUImage({1, 1}, Host::floatTexels)) {
+    if (conversion.floats && !deviceDrawsFloats()) {
         conversion.floats = conversion.settings.floats = false;
         conversion.colour.notes.push_back(conversion.options.inputName() +
                                           ": the device cannot draw into pictures of floats");
@@ -634,11 +637,8 @@ std::string interruptedText(const ConvertOptions& options)
 
 void noteClipped(Conversion& conversion, const Media::ClippedNumbers& clipped)
 {
-    if (clipped.pictures > 0) {
-        conversion.remarks.push_back(fmt::format(
-            "{}: {} {} values beyond 0 and 1 (from {:g} to {:g}), which are clipped; .exr keeps them",
-            conversion.options.outputName(), clipped.pictures,
-            clipped.pictures == 1 ? "frame has" : "frames have", clipped.least, clipped.greatest));
+    if (const std::string text = Media::clippedText(clipped); !text.empty()) {
+        conversion.remarks.push_back(conversion.options.outputName() + ": " + text + "; .exr keeps them");
     }
 }
 
@@ -1138,8 +1138,7 @@ public:
 
     Media::Status write(const void* rows, std::ptrdiff_t pitch, const Media::FrameTime&) override
     {
-        const std::size_t rowBytes =
-            static_cast<std::size_t>(frame_.width) * (frame_.depth == Media::Depth::bits8 ? 4 : 8);
+        const std::size_t rowBytes = frame_.rowBytes();
         frame_.bytes.resize(rowBytes * static_cast<std::size_t>(frame_.height));
         for (int y = 0; y < frame_.height; ++y) {
             std::memcpy(&frame_.bytes[rowBytes * static_cast<std::size_t>(y)],
@@ -1163,9 +1162,11 @@ HeldFrame convertToMemory(const ConvertOptions& options, Console& console)
 {
     Conversion conversion = decide(options);
     conversion.keepFrames = false; // a picture is wanted, whatever the output is
-    conversion.floats = false;
+    conversion.floats = conversion.info().hasFloats && holdsRgb(conversion.info());
     prepareConversion(conversion);
-    EffectChain effects(conversion.options.effects, options.date);
+    conversion.settings.floats = conversion.floats;
+    EffectChain effects(conversion.options.effects, options.date, EffectChain::Parameters::shared,
+                        lutInput(conversion));
     conversion.effectWarnings = effects.warnings();
     noteDecisions(conversion, console);
     const Media::Rational rate = conversion.info().frameRate;
@@ -1173,6 +1174,7 @@ HeldFrame convertToMemory(const ConvertOptions& options, Console& console)
         .width = conversion.settings.width,
         .height = conversion.settings.height,
         .depth = conversion.settings.depth,
+        .isOfFloats = conversion.floats,
         .range = conversion.settings.rgbRange,
         .bytes = {},
         .facts = {.seconds = static_cast<double>(conversion.start.pts - conversion.info().firstPts) *

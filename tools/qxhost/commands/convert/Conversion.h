@@ -69,15 +69,22 @@ struct QuietConversion
 /// Converts on the host that is running, without output to the console. Throws Failure.
 QuietConversion convertQuietly(const ConvertOptions& options);
 
-/// A frame in memory, as A R G B, rows without padding; words of 16 bits are native.
+/// A frame in memory, as A R G B, rows without padding; words of 16 bits and floats are native.
 struct HeldFrame
 {
     int width = 0; ///< pixels
     int height = 0;
-    Media::Depth depth = Media::Depth::bits8;
+    Media::Depth depth = Media::Depth::bits8; ///< of codes
+    bool isOfFloats = false;                  ///< of 32 bits, where 0 is black and 1 is white
     Media::Range range = Media::Range::full;
     std::vector<std::uint8_t> bytes;
     Host::FrameFacts facts; ///< its place in the clip
+
+    std::size_t rowBytes() const
+    {
+        const std::size_t component = isOfFloats ? sizeof(float) : depth == Media::Depth::bits8 ? 1 : 2;
+        return static_cast<std::size_t>(width) * 4 * component;
+    }
 };
 
 /// Converts the first frame that the options pick, on the host that is running, without writing it; the

@@ -4,6 +4,7 @@
 #include "tools/qxhost/media/Matrices.h"
 #include "tools/qxhost/media/filter/MessageCollector.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/write/EncoderOptions.h"
 
 extern "C" {
@@ -377,7 +378,12 @@ Status FilterGraph::configure()
         if (!fault.empty()) {
             return Error{option_ + " \"" + text_ + "\": " + fault};
         }
-        if (name == "scale" || name == "scale2ref") {
+        const bool isScale = name == "scale" || name == "scale2ref";
+        if (isScale && codesOfFloats(source_.format) != AV_PIX_FMT_NONE) {
+            return Error{option_ + " \"" + text_ + "\": " + std::string(name) +
+                         " clips floats to 0 to 1 inside; zscale does not"};
+        }
+        if (isScale) {
             notes_.push_back(option_ + ": " + std::string(name) +
                              " rounds more than need be (two codes in the mean); zscale is more exact");
         }
@@ -388,7 +394,8 @@ Status FilterGraph::configure()
     form_.timeBase = fromAv(av_buffersink_get_time_base(out_));
     form_.frameRate = fromAv(av_buffersink_get_frame_rate(out_));
     form_.sampleAspect = fromAv(av_buffersink_get_sample_aspect_ratio(out_));
-    if (const std::string why = ComponentRows::unreadable(form_.format); !why.empty()) {
+    const bool isOfFloats = codesOfFloats(form_.format) != AV_PIX_FMT_NONE;
+    if (const std::string why = isOfFloats ? "" : ComponentRows::unreadable(form_.format); !why.empty()) {
         return Error{option_ + " \"" + text_ + "\": frames of " + formatName(form_.format) +
                      " come out, which cannot be converted: " + why};
     }

@@ -5,6 +5,7 @@
 #include "tools/qxhost/media/read/PictureDescription.h"
 #include "tools/qxhost/media/read/StreamColour.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/Levels.h"
 
 #include <array>
 #include <cmath>
@@ -14,26 +15,42 @@ namespace Qx::Media {
 
 namespace {
 
-/// The same codes in planes, which more filters take; AV_PIX_FMT_NONE if there is no such format, or the
-/// format is one.
-AVPixelFormat planarFormatOf(AVPixelFormat packed, bool hasAlpha)
+/// A format for frames that filters do not take as they are: the same codes in planes, which more filters
+/// take; else, of more than 8 bits, 16 bits in planes, since few filters take 10 and 12 bits with alpha. Grey
+/// becomes RGB whose components are alike.
+/// AV_PIX_FMT_NONE if there is no such format.
+AVPixelFormat planarFormatOf(AVPixelFormat given, bool hasAlpha)
 {
     static constexpr std::array formats{
-        AV_PIX_FMT_GBRP,        AV_PIX_FMT_GBRAP,       AV_PIX_FMT_GBRP10LE,    AV_PIX_FMT_GBRAP10LE,
-        AV_PIX_FMT_GBRP12LE,    AV_PIX_FMT_GBRAP12LE,   AV_PIX_FMT_GBRP16LE,    AV_PIX_FMT_GBRAP16LE,
-        AV_PIX_FMT_YUV420P,     AV_PIX_FMT_YUV422P,     AV_PIX_FMT_YUV444P,     AV_PIX_FMT_YUV420P10LE,
-        AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV444P10LE, AV_PIX_FMT_YUV422P12LE, AV_PIX_FMT_YUV444P12LE,
-        AV_PIX_FMT_YUV422P16LE, AV_PIX_FMT_YUV444P16LE};
-    const ComponentRows from(packed);
-    for (const AVPixelFormat each : formats) {
-        const ComponentRows to(each);
-        if (each != packed && !from.isGrey() && to.isRgb() == from.isRgb() && to.bits() == from.bits() &&
-            to.chromaShiftX() == from.chromaShiftX() && to.chromaShiftY() == from.chromaShiftY() &&
-            to.hasAlpha() == hasAlpha) {
-            return each;
+        AV_PIX_FMT_GBRP,         AV_PIX_FMT_GBRAP,        AV_PIX_FMT_GBRP10LE,     AV_PIX_FMT_GBRAP10LE,
+        AV_PIX_FMT_GBRP12LE,     AV_PIX_FMT_GBRAP12LE,    AV_PIX_FMT_GBRP16LE,     AV_PIX_FMT_GBRAP16LE,
+        AV_PIX_FMT_YUV420P,      AV_PIX_FMT_YUV422P,      AV_PIX_FMT_YUV444P,      AV_PIX_FMT_YUV420P10LE,
+        AV_PIX_FMT_YUV422P10LE,  AV_PIX_FMT_YUV444P10LE,  AV_PIX_FMT_YUV422P12LE,  AV_PIX_FMT_YUV444P12LE,
+        AV_PIX_FMT_YUV422P16LE,  AV_PIX_FMT_YUV444P16LE,  AV_PIX_FMT_YUVA422P,     AV_PIX_FMT_YUVA444P,
+        AV_PIX_FMT_YUVA422P16LE, AV_PIX_FMT_YUVA444P16LE, AV_PIX_FMT_YUVA420P16LE, AV_PIX_FMT_YUV420P16LE};
+    constexpr int most = 16;
+    const ComponentRows from(given);
+    const bool toRgb = from.isRgb() || from.isGrey();
+    const int shiftX = toRgb ? 0 : from.chromaShiftX();
+    const int shiftY = toRgb ? 0 : from.chromaShiftY();
+    for (const int bits : {from.bits(), from.wide() ? most : from.bits()}) {
+        for (const AVPixelFormat each : formats) {
+            const ComponentRows to(each);
+            if (each != given && to.isRgb() == toRgb && to.bits() == bits && to.chromaShiftX() == shiftX &&
+                to.chromaShiftY() == shiftY && to.hasAlpha() == hasAlpha) {
+                return each;
+            }
         }
     }
     return AV_PIX_FMT_NONE;
+}
+
+/// Turns codes of more than 8 bits into those of the same level of other bits.
+void bringToDepth(std::vector<std::uint16_t>& codes, int from, int to, Range range, bool isChroma)
+{
+    for (std::uint16_t& code : codes) {
+        code = isChroma ? chromaAtDepth(code, from, to, range) : codeAtDepth(code, from, to, range);
+    }
 }
 
 } // namespace
@@ -60,7 +77,9 @@ Result<std::unique_ptr<FilteredClip>> FilteredClip::make(const std::string& text
             return made.error();
         }
         if (made.value()) {
-            clip->made_.push_back(std::move(*made.value()));
+            if (Status given = clip->give(std::move(*made.value())); !given) {
+                return Error{given.text()};
+            }
         } else if (clip->hasEnded_) {
             return Error{option + " \"" + text + "\": no frame comes out"};
         }
@@ -98,7 +117,9 @@ FilteredClip::Next FilteredClip::next(Frame& frame)
             return fail(made.text());
         }
         if (made.value()) {
-            made_.push_back(std::move(*made.value()));
+            if (Status given = give(std::move(*made.value())); !given) {
+                return fail(given.text());
+            }
         } else if (hasEnded_) {
             return Next::end;
         } else if (feed() == Next::failed) {
@@ -119,11 +140,7 @@ FilteredClip::Next FilteredClip::feed()
     hasEnded_ = next == Next::end;
     FramePtr picture;
     if (!hasEnded_) {
-        picture = forGraph(frame);
-        if (!picture) {
-            return fail("out of memory");
-        }
-        if (Status status = startGraph(*picture); !status) {
+        if (Status status = prepare(frame, picture); !status) {
             return fail(status.text());
         }
         if (planar_ != AV_PIX_FMT_NONE) {
@@ -142,18 +159,87 @@ FilteredClip::Next FilteredClip::feed()
     return Next::frame;
 }
 
-/// With its time, and with all tags that filters convert by.
-FramePtr FilteredClip::forGraph(const Frame& frame) const
+/// Takes what the graph has made.
+Status FilteredClip::give(FilterGraph::Made made)
 {
-    FramePtr copy(av_frame_clone(frame.picture()));
+    if (isOfFloats(*made.frame)) {
+        made.frame = codesFrom(*made.frame, clipped_, true);
+        if (!made.frame) {
+            return Error{"out of memory for a frame"};
+        }
+    }
+    made_.push_back(std::move(made));
+    return {};
+}
+
+/// Makes a picture for the graph, and the graph for the first one: of floats if it has them and the filters
+/// take them.
+Status FilteredClip::prepare(const Frame& frame, FramePtr& picture)
+{
+    const Error noMemory{"out of memory for a frame"};
+    const bool hasFloats = clip_.hasFloats;
+    if (hasFloats && takesFloats_ && hasFloatPlanes(*frame.picture())) {
+        picture = forGraph(frame, true);
+        if (!picture) {
+            return noMemory;
+        }
+        if (startGraph(*picture)) {
+            return {};
+        }
+        takesFloats_ = false;
+    }
+    // Whole numbers, also those of a picture among others of floats.
+    picture = forGraph(frame, false);
+    if (!picture) {
+        return noMemory;
+    }
+    const bool isFirst = !graph_;
+    Status status = startGraph(*picture);
+    if (status && hasFloats && isFirst) {
+        notes_.push_back(option_ +
+                         ": these filters take no floats, so numbers beyond 0 and 1 are clipped before "
+                         "them; crop, zscale, hflip, vflip and transpose keep them");
+    }
+    return status;
+}
+
+namespace {
+
+/// Codes of 16 bits as floats.
+FramePtr inFloats(const AVFrame& codes)
+{
+    FramePtr floats(av_frame_alloc());
+    if (!floats) {
+        return nullptr;
+    }
+    floats->format = codes.format == AV_PIX_FMT_GBRAP16 ? AV_PIX_FMT_GBRAPF32 : AV_PIX_FMT_GBRPF32;
+    floats->width = codes.width;
+    floats->height = codes.height;
+    if (av_frame_get_buffer(floats.get(), 0) < 0 || av_frame_copy_props(floats.get(), &codes) < 0) {
+        return nullptr;
+    }
+    floatsFrom(codes, *floats, false);
+    return floats;
+}
+
+} // namespace
+
+/// With its time, and with all tags that filters convert by.
+FramePtr FilteredClip::forGraph(const Frame& frame, bool asFloats) const
+{
+    const AVFrame* floats = floatsOf(*frame.picture());
+    FramePtr copy(!asFloats           ? av_frame_clone(frame.picture())
+                  : floats != nullptr ? av_frame_clone(floats)
+                                      : inFloats(*frame.picture()).release());
     if (!copy) {
         return nullptr;
     }
+    forgetFloats(*copy); // they are not filtered
     copy->pts = frame.time().pts;
     setDuration(*copy, frame.time().duration);
     const bool isRgb = ComponentRows(static_cast<AVPixelFormat>(copy->format)).isRgb();
-    if (copy->color_range == AVCOL_RANGE_UNSPECIFIED) {
-        copy->color_range = toAv(frame.range());
+    if (copy->color_range == AVCOL_RANGE_UNSPECIFIED || asFloats) {
+        copy->color_range = toAv(asFloats ? Range::full : frame.range());
     }
     if (copy->colorspace == AVCOL_SPC_UNSPECIFIED && !isRgb) {
         copy->colorspace = static_cast<AVColorSpace>(writtenTag(clip_.colour.matrix, clip_.colour.matrixTag));
@@ -175,15 +261,21 @@ FramePtr FilteredClip::inPlanes(const AVFrame& frame) const
     }
     const ComponentRows from(static_cast<AVPixelFormat>(frame.format));
     const ComponentRows to(planar_);
+    made->colorspace = to.isRgb() ? AVCOL_SPC_RGB : made->colorspace;
+    const Range range = frame.color_range == AVCOL_RANGE_JPEG ? Range::full : Range::video;
     std::vector<std::uint16_t> codes(static_cast<std::size_t>(frame.width));
     for (int component = 0; component < (to.hasAlpha() ? 4 : 3); ++component) {
         const bool isChroma = component == 1 || component == 2;
-        const int shiftX = isChroma ? from.chromaShiftX() : 0;
-        const int shiftY = isChroma ? from.chromaShiftY() : 0;
+        const int shiftX = isChroma ? to.chromaShiftX() : 0;
+        const int shiftY = isChroma ? to.chromaShiftY() : 0;
         const int width = -((-frame.width) >> shiftX);
         const int height = -((-frame.height) >> shiftY);
         for (int y = 0; y < height; ++y) {
             from.read(frame, component, y, 0, width, codes.data());
+            if (from.bits() != to.bits()) {
+                bringToDepth(codes, from.bits(), to.bits(), component == 3 ? Range::full : range,
+                             isChroma && !to.isRgb());
+            }
             to.write(*made, component, y, 0, width, codes.data());
         }
     }
@@ -209,7 +301,10 @@ Status FilteredClip::startGraph(const AVFrame& frame)
     planar_ = AV_PIX_FMT_NONE;
     if (!made) {
         FilterGraph::Form planes = form;
-        planes.format = planarFormatOf(form.format, clip_.hasAlpha);
+        planes.format = isOfFloats(frame) ? AV_PIX_FMT_NONE : planarFormatOf(form.format, clip_.hasAlpha);
+        if (planes.format != AV_PIX_FMT_NONE && ComponentRows(planes.format).isRgb()) {
+            planes.matrixTag = AVCOL_SPC_RGB;
+        }
         auto other = planes.format == AV_PIX_FMT_NONE
                          ? Result<std::unique_ptr<FilterGraph>>(made.error())
                          : FilterGraph::make(text_, option_, planes, AV_PIX_FMT_NONE);
@@ -221,9 +316,11 @@ Status FilteredClip::startGraph(const AVFrame& frame)
     }
     notes_ = made.value()->notes();
     if (planar_ != AV_PIX_FMT_NONE) {
-        notes_.insert(notes_.begin(), option_ + ": frames of " + av_get_pix_fmt_name(form.format) +
-                                          " are laid out as " + av_get_pix_fmt_name(planar_) +
-                                          " for the filters, with the same codes");
+        notes_.insert(
+            notes_.begin(),
+            option_ + ": frames of " + av_get_pix_fmt_name(form.format) + " are laid out as " +
+                av_get_pix_fmt_name(planar_) + " for the filters, with the same " +
+                (ComponentRows(planar_).bits() == ComponentRows(form.format).bits() ? "codes" : "levels"));
     }
     if (graph_) {
         if (Status status = graph_->push(nullptr); !status) {
@@ -235,8 +332,9 @@ Status FilteredClip::startGraph(const AVFrame& frame)
                 return Error{rest.text()};
             }
             hasMore = rest.value().has_value();
-            if (hasMore) {
-                made_.push_back(std::move(*rest.value()));
+            Status given = hasMore ? give(std::move(*rest.value())) : Status();
+            if (!given) {
+                return given;
             }
         }
         const FilterGraph::Form& before = graph_->form();
@@ -254,6 +352,7 @@ void FilteredClip::describe(const AVFrame& first)
 {
     const FilterGraph::Form& form = graph_->form();
     describePicture(first, info_);
+    info_.hasFloats = floatsOf(first) != nullptr;
     const bool sameRate = form.frameRate == clip_.frameRate || form.frameRate.num <= 0;
     info_.timeBase = form.timeBase;
     info_.sampleAspect = form.sampleAspect;

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/filter/FilterGraph.h"
 #include "tools/qxhost/media/read/ClipReader.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 
 #include <deque>
 #include <functional>
@@ -11,7 +12,9 @@
 
 namespace Qx::Media {
 
-/// The frames of a clip through a graph of filters, from the reader's next frame on.
+/// The frames of a clip through a graph of filters, from the reader's next frame on. Frames of floats go
+/// through as such if the graph takes them, and else as codes, which a note says; those that come out have
+/// codes, and floats beside them, as the reader's have.
 class FilteredClip
 {
 public:
@@ -29,6 +32,9 @@ public:
 
     const std::vector<std::string>& notes() const { return notes_; }
 
+    /// What codes could not hold of frames of floats that have come out.
+    const ClippedNumbers& clipped() const { return clipped_; }
+
     /// The next frame that comes out. What failed, if not the source, failure() says.
     Next next(Frame& frame);
 
@@ -38,7 +44,9 @@ public:
 private:
     FilteredClip(std::string text, std::string option, const StreamInfo& info, Source source);
     Next feed();
-    FramePtr forGraph(const Frame& frame) const;
+    Status give(FilterGraph::Made made);
+    Status prepare(const Frame& frame, FramePtr& picture);
+    FramePtr forGraph(const Frame& frame, bool asFloats) const;
     FramePtr inPlanes(const AVFrame& frame) const;
     Status startGraph(const AVFrame& frame);
     void describe(const AVFrame& first);
@@ -56,6 +64,8 @@ private:
     std::vector<std::string> notes_;
     std::deque<FilterGraph::Made> made_; ///< of a graph that another one has followed, or the first
     bool hasEnded_ = false;              ///< the source
+    bool takesFloats_ = true;            ///< the graph, of frames of floats
+    ClippedNumbers clipped_;
     std::string failure_;
 };
 

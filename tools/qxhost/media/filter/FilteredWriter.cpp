@@ -3,6 +3,7 @@
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/filter/FilterGraph.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/rows/RgbPacker.h"
 
 #include <cstddef>
@@ -16,10 +17,27 @@ namespace {
 
 AVPixelFormat planarFormat(const OutputSettings& settings)
 {
+    if (settings.floats) {
+        return settings.alpha ? AV_PIX_FMT_GBRAPF32 : AV_PIX_FMT_GBRPF32;
+    }
     if (settings.depth == Depth::bits8) {
         return settings.alpha ? AV_PIX_FMT_GBRAP : AV_PIX_FMT_GBRP;
     }
     return settings.alpha ? AV_PIX_FMT_GBRAP16 : AV_PIX_FMT_GBRP16;
+}
+
+/// Of frames on their way to the encoder.
+FilterGraph::Form formOf(const OutputSettings& given)
+{
+    return {.width = given.width,
+            .height = given.height,
+            .format = planarFormat(given),
+            .timeBase = given.timeBase,
+            .frameRate = given.frameRate,
+            .sampleAspect = given.sampleAspect,
+            .matrix = given.colour.matrix,
+            .range = given.rgbRange,
+            .matrixTag = AVCOL_SPC_RGB};
 }
 
 class FilteredWriter final : public iFrameWriter
@@ -58,7 +76,9 @@ public:
         frame->color_range = toAv(given_.rgbRange);
         frame->colorspace = AVCOL_SPC_RGB;
         setFieldOrder(*frame, time.fieldOrder);
-        if (given_.depth == Depth::bits8) {
+        if (given_.floats) {
+            planesFrom({rows, pitch, given_.width, given_.height}, *frame, false);
+        } else if (given_.depth == Depth::bits8) {
             takeApart<std::uint8_t>(rows, pitch, *frame);
         } else {
             takeApart<std::uint16_t>(rows, pitch, *frame);
@@ -116,12 +136,19 @@ private:
             }
             const FrameTime time = made.value()->time;
             const std::shared_ptr<const AVFrame> picture(made.value()->frame.release(), FreeFrame());
-            const std::size_t pitch =
-                static_cast<std::size_t>(made_.width) * (made_.depth == Depth::bits8 ? 4U : 8U);
+            const std::size_t texel = made_.floats                  ? 4 * sizeof(float)
+                                      : made_.depth == Depth::bits8 ? 4U
+                                                                    : 8U;
+            const std::size_t pitch = static_cast<std::size_t>(made_.width) * texel;
             rows_.resize(pitch * static_cast<std::size_t>(made_.height));
-            const FramePacker::Target target{.depth = made_.depth, .range = made_.rgbRange};
-            Status status = packRgb(Frame(picture, time, false, made_.rgbRange), target, rows_.data(),
-                                    static_cast<std::ptrdiff_t>(pitch));
+            Status status;
+            if (made_.floats) {
+                placeFloats(*picture, rows_.data(), static_cast<std::ptrdiff_t>(pitch));
+            } else {
+                const FramePacker::Target target{.depth = made_.depth, .range = made_.rgbRange};
+                status = packRgb(Frame(picture, time, false, made_.rgbRange), target, rows_.data(),
+                                 static_cast<std::ptrdiff_t>(pitch));
+            }
             if (status) {
                 status = writer_->write(rows_.data(), static_cast<std::ptrdiff_t>(pitch), time);
             }
@@ -142,22 +169,19 @@ private:
 
 } // namespace
 
+bool filtersTakeFloats(const OutputSettings& settings, const std::string& text)
+{
+    OutputSettings ofFloats = settings;
+    ofFloats.floats = true;
+    return static_cast<bool>(FilterGraph::make(text, "--after", formOf(ofFloats), planarFormat(ofFloats)));
+}
+
 Result<std::unique_ptr<iFrameWriter>> openFilteredWriter(const std::filesystem::path& file,
                                                          OutputSettings& settings, const std::string& text,
                                                          const std::string& option)
 {
     const OutputSettings given = settings;
-    auto graph = FilterGraph::make(text, option,
-                                   {.width = given.width,
-                                    .height = given.height,
-                                    .format = planarFormat(given),
-                                    .timeBase = given.timeBase,
-                                    .frameRate = given.frameRate,
-                                    .sampleAspect = given.sampleAspect,
-                                    .matrix = given.colour.matrix,
-                                    .range = given.rgbRange,
-                                    .matrixTag = AVCOL_SPC_RGB},
-                                   planarFormat(given));
+    auto graph = FilterGraph::make(text, option, formOf(given), planarFormat(given));
     if (!graph) {
         return graph.error();
     }

@@ -12,6 +12,7 @@
 #include "tools/qxhost/media/read/PictureDescription.h"
 #include "tools/qxhost/media/read/Sequence.h"
 #include "tools/qxhost/media/read/StreamColour.h"
+#include "tools/qxhost/media/read/TiffSamples.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
 #include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/rows/FramePacker.h"
@@ -339,6 +340,7 @@ struct ClipReader::Impl
     /// Decodes on; null at the end, and after a failure that `failure` describes.
     FramePtr decode();
     bool feed();
+    bool refusesSamples();
     FrameTime timeOf(const AVFrame& frame);
     void mendTime(AVFrame& picture);
     void noteMoved(std::int64_t told, std::int64_t given);
@@ -979,6 +981,29 @@ int ClipReader::Impl::readPacket()
     return error;
 }
 
+/// Whether the packet is a picture that FFmpeg does not read, or takes for another. Says so then.
+bool ClipReader::Impl::refusesSamples()
+{
+    if (decoder->codec_id != AV_CODEC_ID_TIFF) {
+        return false;
+    }
+    const std::string samples =
+        unreadableSamples({packet->data, static_cast<std::size_t>(std::max(packet->size, 0))});
+    if (samples.empty()) {
+        return false;
+    }
+    const std::string why = " holds " + samples +
+                            ", and TIFF is read with whole numbers of up to 16 bits; make OpenEXR of it, as "
+                            "with 'oiiotool IN.tif -d float -o OUT.exr'";
+    if (sequence) {
+        problemOf(packetsFed, pictureName(packetsFed) + why + "; the sequence ends there");
+        stopped = true;
+    } else {
+        failure = quotedInput(file) + why;
+    }
+    return true;
+}
+
 bool ClipReader::Impl::feed()
 {
     while (!inputEnded) {
@@ -997,6 +1022,11 @@ bool ClipReader::Impl::feed()
             }
             av_packet_unref(packet.get());
             continue;
+        }
+        if (refusesSamples()) {
+            av_packet_unref(packet.get());
+            inputEnded = true;
+            break;
         }
         FedPacket& packetOf = fed.emplace_back();
         if (fed.size() > packetsRemembered) {
@@ -1660,17 +1690,10 @@ std::vector<std::string> ClipReader::remarksOnTimes() const
 
 std::vector<std::string> ClipReader::remarks() const
 {
-    const ClippedNumbers& clipped = impl_->clipped;
     std::vector<std::string> remarks = impl_->remarksOnTimes();
-    if (clipped.pictures == 0) {
-        return remarks;
+    if (const std::string text = clippedText(impl_->clipped); !text.empty()) {
+        remarks.push_back(quotedInput(impl_->file) + ": " + text);
     }
-    std::array<char, 128> span{};
-    std::snprintf(span.data(), span.size(), "from %g to %g", static_cast<double>(clipped.least),
-                  static_cast<double>(clipped.greatest));
-    remarks.push_back(quotedInput(impl_->file) + ": " + std::to_string(clipped.pictures) +
-                      (clipped.pictures == 1 ? " frame has" : " frames have") + " values beyond 0 and 1 (" +
-                      span.data() + "), which are clipped");
     return remarks;
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 namespace Qx::Media {
@@ -68,7 +69,44 @@ AVPixelFormat codesOfFloats(AVPixelFormat format)
     }
 }
 
+std::string clippedText(const ClippedNumbers& clipped)
+{
+    if (clipped.pictures == 0) {
+        return {};
+    }
+    std::array<char, 128> span{};
+    std::snprintf(span.data(), span.size(), "from %g to %g", static_cast<double>(clipped.least),
+                  static_cast<double>(clipped.greatest));
+    return std::to_string(clipped.pictures) + (clipped.pictures == 1 ? " frame has" : " frames have") +
+           " values beyond 0 and 1 (" + span.data() + "), which are clipped";
+}
+
+bool isOfFloats(const AVFrame& picture)
+{
+    return codesOfFloats(static_cast<AVPixelFormat>(picture.format)) != AV_PIX_FMT_NONE;
+}
+
 namespace {
+
+/// Grey as red, green and blue that are alike, which share its memory. Null if memory lacks.
+FramePtr inRgb(const AVFrame& grey)
+{
+    FramePtr rgb(av_frame_clone(&grey));
+    if (!rgb) {
+        return nullptr;
+    }
+    rgb->format = grey.format == AV_PIX_FMT_GRAYF32BE ? AV_PIX_FMT_GBRPF32BE : AV_PIX_FMT_GBRPF32LE;
+    for (std::size_t plane = 1; plane < 3; ++plane) {
+        // A reference each, so that nobody takes a plane for the only one there and writes on it.
+        rgb->buf[plane] = av_buffer_ref(rgb->buf[0]);
+        if (rgb->buf[plane] == nullptr) {
+            return nullptr;
+        }
+        rgb->data[plane] = rgb->data[0];
+        rgb->linesize[plane] = rgb->linesize[0];
+    }
+    return rgb;
+}
 
 /// A number as a code, as far as one holds it. Returns whether it does.
 bool takeCode(float number, std::uint16_t& code, ClippedNumbers& clipped)
@@ -121,6 +159,12 @@ const AVFrame* floatsOf(const AVFrame& codes)
     return isTheirs ? floats : nullptr;
 }
 
+bool hasFloatPlanes(const AVFrame& picture)
+{
+    return floatsOf(picture) != nullptr || isOfFloats(picture) || picture.format == AV_PIX_FMT_GBRP16 ||
+           picture.format == AV_PIX_FMT_GBRAP16;
+}
+
 void forgetFloats(AVFrame& codes)
 {
     av_buffer_unref(&codes.opaque_ref);
@@ -128,7 +172,7 @@ void forgetFloats(AVFrame& codes)
 
 void placeFloats(const AVFrame& codes, void* rows, std::ptrdiff_t pitch)
 {
-    const AVFrame* floats = floatsOf(codes);
+    const AVFrame* floats = isOfFloats(codes) ? &codes : floatsOf(codes);
     const AVFrame& from = floats != nullptr ? *floats : codes;
     const AVPixFmtDescriptor& format = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(from.format));
     const bool isSwapped = floats != nullptr && (format.flags & AV_PIX_FMT_FLAG_BE) != 0;
@@ -136,10 +180,9 @@ void placeFloats(const AVFrame& codes, void* rows, std::ptrdiff_t pitch)
     for (int y = 0; y < from.height; ++y) {
         auto* row = reinterpret_cast<float*>(static_cast<std::byte*>(rows) + y * pitch);
         for (std::size_t plane = 0; plane < placeOfPlane.size(); ++plane) {
-            const bool isThere = plane < static_cast<std::size_t>(planes) || (planes == 1 && plane < 3);
-            const std::size_t source = planes == 1 ? 0 : plane; // grey stands for all three
+            const bool isThere = plane < static_cast<std::size_t>(planes);
             const std::uint8_t* line =
-                isThere ? from.data[source] + std::ptrdiff_t{y} * from.linesize[source] : nullptr;
+                isThere ? from.data[plane] + std::ptrdiff_t{y} * from.linesize[plane] : nullptr;
             for (int x = 0; x < from.width; ++x) {
                 float number = 1;
                 if (isThere && floats != nullptr) {
@@ -191,6 +234,10 @@ void planesFrom(const FloatRows& from, AVFrame& floats, bool asHalves)
 FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped, bool keepsFloats)
 {
     const auto format = static_cast<AVPixelFormat>(floats.format);
+    if (av_pix_fmt_count_planes(format) == 1) {
+        const FramePtr rgb = inRgb(floats);
+        return rgb ? codesFrom(*rgb, clipped, keepsFloats) : nullptr;
+    }
     const bool isSwapped = (av_pix_fmt_desc_get(format)->flags & AV_PIX_FMT_FLAG_BE) != 0;
     FramePtr codes(av_frame_alloc());
     if (!codes) {
@@ -203,8 +250,7 @@ FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped, bool keepsFlo
         return nullptr;
     }
     codes->color_range = AVCOL_RANGE_JPEG;
-    const bool isGrey = av_pix_fmt_count_planes(format) < 3; // which becomes YCbCr
-    if (keepsFloats && !isGrey && !keepFloats(floats, *codes)) {
+    if (keepsFloats && !keepFloats(floats, *codes)) {
         return nullptr;
     }
     bool isClipped = false;

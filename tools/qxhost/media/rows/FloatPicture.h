@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace Qx::Media {
 
@@ -15,6 +16,9 @@ namespace Qx::Media {
 /// AV_PIX_FMT_NONE.
 AVPixelFormat codesOfFloats(AVPixelFormat format);
 
+/// Whether a picture itself is of such a format.
+bool isOfFloats(const AVFrame& picture);
+
 /// The numbers of a picture that codes cannot hold.
 struct ClippedNumbers
 {
@@ -23,19 +27,27 @@ struct ClippedNumbers
     float greatest = 1;
 };
 
-/// The same picture in codes of 16 bits, to the nearest. Null if memory lacks. With `keepsFloats`, floatsOf()
-/// gives the picture of floats, which stays as long as the one of codes.
+/// What is to be said of them: "2 frames have values beyond 0 and 1 (from -0.1 to 16), which are clipped".
+/// Empty if there are none.
+std::string clippedText(const ClippedNumbers& clipped);
+
+/// The same picture in codes of 16 bits, to the nearest; of grey, red, green and blue alike. Null if memory
+/// lacks. With `keepsFloats`, floatsOf() gives the picture of floats, which stays as long as the one of
+/// codes.
 FramePtr codesFrom(const AVFrame& floats, ClippedNumbers& clipped, bool keepsFloats);
 
 /// The picture of floats that one of codes was made from; null if there is none, or it was not kept.
 const AVFrame* floatsOf(const AVFrame& codes);
 
+/// Whether a picture has floats, or codes of 16 bits in the planes of one.
+bool hasFloatPlanes(const AVFrame& picture);
+
 /// Forgets the picture of floats, of a picture whose codes have become others.
 void forgetFloats(AVFrame& codes);
 
 /// Writes a picture as rows of A R G B, four floats a pixel, rows beginning at rows, rows + pitch, ...: its
-/// floats if it has them, otherwise its codes of 16 bits as parts of 65535. It holds RGB or grey. What is no
-/// number is black, and without alpha it is opaque.
+/// floats if it is of these or has them, otherwise its codes of 16 bits as parts of 65535. hasFloatPlanes()
+/// is true of it. What is no number is black, and without alpha it is opaque.
 void placeFloats(const AVFrame& codes, void* rows, std::ptrdiff_t pitch);
 
 /// Rows of A R G B as codes of 16 bits of a picture, to the nearest.

@@ -6,6 +6,7 @@
 #include "tools/qxhost/media/files/Names.h"
 #include "tools/qxhost/media/write/EncoderChoice.h"
 #include "tools/qxhost/media/write/LostDescription.h"
+#include "tools/qxhost/media/write/RawTrial.h"
 #include "tools/qxhost/media/write/StoredVideo.h"
 #include "tools/qxhost/media/write/VideoEncoder.h"
 
@@ -303,7 +304,10 @@ Status ClipWriter::describeVideo()
         return Error{"out of memory"};
     }
     if (!like_) {
-        return {};
+        const RawTrial trial = settings_.stored ? RawTrial() : tryRawFrames(*output_->oformat, video);
+        output_->strict_std_compliance = trial.compliance;
+        return trial.why.empty() ? Status()
+                                 : Status(Error{"cannot write " + part_.name() + ": " + trial.why});
     }
     if (like_->codec_id != video.codec_id || like_->width != video.width || like_->height != video.height) {
         return Error{"cannot write " + quoted(part_.file()) + ": its pieces are " +
@@ -365,12 +369,28 @@ Status ClipWriter::makeHeader(const AVOutputFormat& container)
         av_dict_set(&options, "movflags", muxerFlags(settings_).c_str(), 0);
         error = avformat_write_header(output_.get(), &options);
         av_dict_free(&options);
+        const std::string why = error < 0 && output_->pb->error >= 0 ? ffmpegHint() : "";
+        if (!why.empty() && pipeError_.empty()) {
+            return refusal(why); // the number beside it is one of files, which are not at fault
+        }
     }
     return fileStatus(error);
 }
 
+/// The muxer refuses what it is given; `why` is empty or FFmpeg's message, as ffmpegHint() has it.
+Error ClipWriter::refusal(const std::string& why) const
+{
+    return {"cannot write " + part_.name() + ": " + output_->oformat->name + " does not take such frames" +
+            why + "; choose another --codec or --pixel-format, or another kind of file (.mov, .mkv)"};
+}
+
 Status ClipWriter::fileStatus(int error) const
 {
+    constexpr int withoutNumber = -1; // FFmpeg's for "no", which reads as EPERM
+    const bool isFiles = !output_->pb || output_->pb->error < 0 || !pipeError_.empty();
+    if (error == withoutNumber && !isFiles) {
+        return refusal(ffmpegHint());
+    }
     if (error >= 0 && output_->pb && output_->pb->error < 0) {
         error = output_->pb->error;
     }
@@ -390,8 +410,10 @@ void ClipWriter::begin(const FrameTime& first)
     if (settings_.origin && !fixedRate_) {
         shift_ = *settings_.origin;
     }
-    audio_->begin(first.pts, shift_,
-                  [this](AVPacket& packet) { return av_interleaved_write_frame(output_.get(), &packet); });
+    audio_->begin(first.pts, shift_, [this](AVPacket& packet) {
+        audioError_ = av_interleaved_write_frame(output_.get(), &packet);
+        return audioError_;
+    });
 }
 
 std::int64_t ClipWriter::packetTime(std::int64_t pts) const
@@ -450,6 +472,9 @@ Status ClipWriter::writeDecoded(const Frame& frame, Range range)
 
 Status ClipWriter::audioStatus(const Status& status) const
 {
+    if (!status && audioError_ < 0) {
+        return fileStatus(audioError_); // which may be that of a frame that was held back until now
+    }
     return status ? Status() : Error{"cannot write " + part_.name() + ": " + status.text()};
 }
 

@@ -82,6 +82,7 @@ private:
     FrameTime timeInClip(const FrameTime& time);
     Status writeVideo(AVPacket& packet);
     Status fileStatus(int error) const;
+    Error refusal(const std::string& why) const;
     Status audioStatus(const Status& status) const;
 
     OutputFile part_;
@@ -91,6 +92,7 @@ private:
     OutputPtr output_;
     AVStream* video_ = nullptr;
     std::unique_ptr<AudioWriter> audio_;
+    int audioError_ = 0; ///< of the last packet that it gave
     std::vector<std::string> warnings_;
     std::int64_t shift_ = 0; // subtracted from all times, in the source's time base
     std::string extension_;

@@ -2,6 +2,7 @@
 
 #include "tools/qxhost/media/FfmpegVersions.h"
 #include "tools/qxhost/media/rows/ComponentRows.h"
+#include "tools/qxhost/media/rows/FloatPicture.h"
 #include "tools/qxhost/media/write/EncoderProfiles.h"
 #include "tools/qxhost/media/write/EncoderRate.h"
 
@@ -141,11 +142,20 @@ int distance(AVPixelFormat format, const Wish& wish, bool alpha)
     return cost;
 }
 
-std::string listOf(std::span<const AVPixelFormat> formats)
+/// Whether frames of the format can be made here for the encoder: of codes, or for OpenEXR floats of RGB. Raw
+/// frames of floats have no name in NUT, whose readers take them for others.
+bool isMadeFor(const AVCodec& codec, AVPixelFormat format)
+{
+    const bool isOfFloats = codesOfFloats(format) != AV_PIX_FMT_NONE;
+    return isOfFloats ? codec.id == AV_CODEC_ID_EXR && av_pix_fmt_count_planes(format) >= 3
+                      : ComponentRows::writable(format);
+}
+
+std::string listOf(const AVCodec& codec)
 {
     std::string text;
-    for (const AVPixelFormat each : formats) {
-        if (ComponentRows::writable(each)) {
+    for (const AVPixelFormat each : pixelFormatsOf(codec)) {
+        if (isMadeFor(codec, each)) {
             text += (text.empty() ? "" : ", ") + std::string(av_get_pix_fmt_name(each));
         }
     }
@@ -167,9 +177,11 @@ Result<AVPixelFormat> namedFormat(const AVCodec& codec, const OutputSettings& se
     }
     const std::span<const AVPixelFormat> taken = pixelFormatsOf(codec);
     const bool known = taken.empty() || std::find(taken.begin(), taken.end(), format) != taken.end();
-    if (!known || !ComponentRows::writable(format)) {
+    if (!known || !isMadeFor(codec, format)) {
         return Error{"encoder " + std::string(codec.name) + " cannot be given pixel format " + name +
-                     (taken.empty() ? "" : "; it takes " + listOf(taken))};
+                     (!taken.empty()                             ? "; it takes " + listOf(codec)
+                      : codesOfFloats(format) != AV_PIX_FMT_NONE ? "; choose .exr, which holds floats"
+                                                                 : "")};
     }
     if (profile && !holdsFormat(*profile, format)) {
         return Error{"profile " + std::string(profile->word) + " of encoder " + codec.name +

@@ -137,7 +137,9 @@ std::string orientationIsLost(const Orientation& orientation)
                                 ? "flipped"
                                 : "turned by " + std::to_string(orientation.degrees) + " degrees";
     return "the clip is marked to be shown " + how +
-           ", which this kind of file cannot hold; the pictures are written as they are stored";
+           ", which this kind of file cannot hold; the pictures are written as they are stored; 'qxhost "
+           "convert --rotate' "
+           "turns them";
 }
 
 std::vector<std::string> pipeContainers()

@@ -90,7 +90,22 @@ public:
     void placeFloats(const Media::Frame& frame, void* rows, std::ptrdiff_t pitch) override
     {
         placesFloats_ = true;
-        Media::placeFloats(*frame.picture(), rows, pitch);
+        if (Media::hasFloatPlanes(*frame.picture())) {
+            Media::placeFloats(*frame.picture(), rows, pitch);
+            return;
+        }
+        // A picture of whole numbers among those of floats.
+        const std::size_t codesOfRow = std::size_t{4} * static_cast<std::size_t>(info().width);
+        std::vector<std::uint16_t> codes(codesOfRow * static_cast<std::size_t>(info().height));
+        const Media::FramePacker::Target target{.depth = Media::Depth::bits16, .range = source_.range};
+        static_cast<void>(Media::packRgb(frame, target, codes.data(),
+                                         static_cast<std::ptrdiff_t>(codesOfRow * sizeof codes[0])));
+        for (std::size_t i = 0; i < codes.size(); ++i) {
+            constexpr float white = 65535;
+            auto* const row = reinterpret_cast<float*>(static_cast<std::byte*>(rows) +
+                                                       static_cast<std::ptrdiff_t>(i / codesOfRow) * pitch);
+            row[i % codesOfRow] = static_cast<float>(codes[i]) / white;
+        }
     }
 
     const std::string& failure() const override
@@ -99,10 +114,21 @@ public:
     }
     std::int64_t problemCount() const override { return reader_->problemCount(); }
     const std::vector<std::string>& problems() const override { return reader_->problems(); }
-    /// What was placed as floats was not clipped.
+    /// What was placed as floats was not clipped, and what was filtered as floats was clipped behind the
+    /// filters.
     std::vector<std::string> remarks() const override
     {
-        return placesFloats_ ? reader_->remarksOnTimes() : reader_->remarks();
+        const bool isFiltered = filtered_ && filtered_->info().hasFloats;
+        if (!placesFloats_ && !isFiltered) {
+            return reader_->remarks();
+        }
+        std::vector<std::string> remarks = reader_->remarksOnTimes();
+        const std::string text =
+            isFiltered && !placesFloats_ ? Media::clippedText(filtered_->clipped()) : std::string();
+        if (!text.empty()) {
+            remarks.push_back("behind the filters: " + text);
+        }
+        return remarks;
     }
     std::shared_ptr<Media::FileSet> files() const override { return reader_->files(); }
     std::shared_ptr<Media::AudioQueue> audio() const override { return reader_->audio(); }
@@ -345,16 +371,6 @@ void refuseSequenceOptions(const ConvertOptions& options)
     }
 }
 
-/// Whether pictures of floats may be converted as such. The filters, the steps and the texts that are left
-/// out here know codes alone.
-bool mayKeepFloats(const ConvertOptions& options)
-{
-    const FilterOptions& filters = options.filters;
-    return !options.depth && filters.before.empty() && filters.deinterlace.empty() &&
-           filters.shortForms.empty() && !options.rotates && options.burnIns.empty() &&
-           std::holds_alternative<std::monostate>(options.step);
-}
-
 /// What to do if a pipe that holds no clip holds raw frames.
 std::string ofRawFrames(const RawInputOptions& raw)
 {
@@ -381,14 +397,15 @@ std::unique_ptr<iFrameInput> openFrameInput(const ConvertOptions& options, bool 
     }
     refuseRawOptions(options.raw, Media::ClipReader::isSequence(options.input));
     refuseSequenceOptions(options);
-    auto reader = Media::ClipReader::open(options.input, {.threads = 0,
-                                                          .keepAudio = keepAudio,
-                                                          .mayBeStandardInput = true,
-                                                          .ofPipesWithoutClip = ofRawFrames(options.raw),
-                                                          .keepsFloats = mayKeepFloats(options),
-                                                          .sequenceRate = options.raw.frameRate,
-                                                          .startNumber = options.sequence.startNumber,
-                                                          .missing = options.sequence.missing});
+    auto reader =
+        Media::ClipReader::open(options.input, {.threads = 0,
+                                                .keepAudio = keepAudio,
+                                                .mayBeStandardInput = true,
+                                                .ofPipesWithoutClip = ofRawFrames(options.raw),
+                                                .keepsFloats = !options.depth, // which asks for codes
+                                                .sequenceRate = options.raw.frameRate,
+                                                .startNumber = options.sequence.startNumber,
+                                                .missing = options.sequence.missing});
     if (!reader) {
         throw Failure(ExitCode::input, reader.text());
     }

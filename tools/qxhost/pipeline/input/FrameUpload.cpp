@@ -1,6 +1,7 @@
 #include "tools/qxhost/pipeline/input/FrameUpload.h"
 
 #include "QxFxResources/GPUColourConverter.h"
+#include "host/gpu/FloatImages.h"
 #include "host/surfaces/RowGeometry.h"
 #include "image/SurfaceUtilities.h"
 #include "platform/GPUService.h"
@@ -48,6 +49,26 @@ void describePairs(Surface& pairs, std::uint32_t width)
 }
 
 } // namespace
+
+Qx::Ptr<iHostImage> makeFloatImage(int width, int height)
+{
+    return OS().gpu().createHostImage({width, height}, Host::floatTexels);
+}
+
+Surface uploadFloats(const Qx::Ptr<iHostImage>& image)
+{
+    Surface picture = Image::makeWrapper(OS().gpu().uploadImage(image, 0));
+    if (!picture.getGPUSurface()) {
+        failOnDevice(image->getSize().x, image->getSize().y);
+    }
+    picture.setGamutScaling(GamutScaling::Unscaled);
+    return picture;
+}
+
+bool deviceDrawsFloats()
+{
+    return static_cast<bool>(OS().gpu().createGPUImage({1, 1}, Host::floatTexels));
+}
 
 FrameUpload::FrameUpload(const Image::Core::Data& layout, const Media::FramePacker::Target& source,
                          int codeBits)

@@ -8,6 +8,15 @@
 
 namespace Qx::Program {
 
+/// A host image for a frame of floats, A R G B; empty if out of memory.
+Qx::Ptr<iHostImage> makeFloatImage(int width, int height);
+
+/// That frame on the GPU. Throws Failure (device).
+Image::Surface uploadFloats(const Qx::Ptr<iHostImage>& image);
+
+/// Whether the device can draw into images of floats.
+bool deviceDrawsFloats();
+
 /// Uploads frames of any format in the form that conversions start from: YCrCb as pixel pairs in YUY2 order,
 /// RGB as A R G B.
 class FrameUpload

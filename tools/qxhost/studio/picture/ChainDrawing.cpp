@@ -130,7 +130,7 @@ void ChainDrawing::examine(Link& link)
     }
 }
 
-void ChainDrawing::compile(Link& link, const LookLink& wanted)
+void ChainDrawing::compile(Link& link, const LookLink& wanted) const
 {
     link.made = wanted;
     link.made.parameters.clear();
@@ -140,8 +140,8 @@ void ChainDrawing::compile(Link& link, const LookLink& wanted)
         return;
     }
     try {
-        auto chain =
-            std::make_unique<EffectChain>(requestsOf(wanted), std::nullopt, EffectChain::Parameters::own);
+        auto chain = std::make_unique<EffectChain>(requestsOf(wanted), std::nullopt,
+                                                   EffectChain::Parameters::own, input_);
         link.chain = std::move(chain);
         link.applied.clear();
         link.status.compiled = &link.chain->compiled(0);

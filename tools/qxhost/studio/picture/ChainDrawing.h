@@ -42,6 +42,9 @@ struct LinkStatus
 class ChainDrawing
 {
 public:
+    /// `input` is what pictures consist of.
+    explicit ChainDrawing(Host::LUTInput input) : input_(input) {}
+
     /// Compiles what is new in the look and forgets what has left it. A step that cannot be compiled stays
     /// as it was, or is left out.
     void fit(const Look& look);
@@ -84,12 +87,13 @@ private:
         LinkStatus status;
     };
 
-    static void compile(Link& link, const LookLink& wanted);
+    void compile(Link& link, const LookLink& wanted) const;
     static void examine(Link& link);
     static bool areFilesSame(const Link& link);
     void apply(Link& link, const LookLink& wanted, std::int64_t frame);
     void set(Link& link, const std::string& name, const std::vector<float>& values);
 
+    Host::LUTInput input_;
     std::map<std::uint64_t, Link> links_;
     std::uint64_t news_ = 0;
 };

@@ -23,7 +23,8 @@ std::size_t framesKept(const Media::StreamInfo& info)
     constexpr std::size_t budget = std::size_t{384} << 20U;
     constexpr std::size_t fewest = 4;
     constexpr std::size_t most = 250;
-    const std::size_t sample = info.bitsPerComponent > 8 ? 2 : 1;
+    const std::size_t floats = info.hasFloats ? sizeof(float) : 0; // beside codes
+    const std::size_t sample = (info.bitsPerComponent > 8 ? 2 : 1) + floats;
     const std::size_t bytes =
         static_cast<std::size_t>(info.width) * static_cast<std::size_t>(info.height) * 4 * sample;
     return std::clamp(budget / std::max<std::size_t>(bytes, 1), fewest, most);

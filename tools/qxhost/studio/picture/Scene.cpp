@@ -1,10 +1,12 @@
 #include "tools/qxhost/studio/picture/Scene.h"
 
 #include "QxFxResources/GPUColourConverter.h"
+#include "host/gpu/FloatImages.h"
 #include "tools/qxhost/console/Failure.h"
 #include "tools/qxhost/pipeline/device/HostSession.h"
 #include "tools/qxhost/pipeline/effects/AlphaSteps.h"
 #include "tools/qxhost/pipeline/effects/EffectFile.h"
+#include "tools/qxhost/pipeline/effects/NullEffect.h"
 #include "tools/qxhost/pipeline/effects/PictureSteps.h"
 #include "tools/qxhost/pipeline/effects/WideEffect.h"
 #include "tools/qxhost/pipeline/input/PairsToPicture.h"
@@ -59,20 +61,26 @@ std::unique_ptr<EffectChain> straightening(const Media::StreamInfo& info)
 Scene::Scene(ClipFrames& clip)
     : clip_(clip),
       range_(holdsRgb(clip.info()) ? clip.colour().range : Media::Range::full),
-      format_(pictureFormatOf(clip.info())),
+      isOfFloats_(clip.info().hasFloats && holdsRgb(clip.info()) && deviceDrawsFloats()),
+      format_(isOfFloats_ ? Host::floatTexels : pictureFormatOf(clip.info())),
       source_(target(clip)),
       upload_(clip.packing().prepare(source_), source_, clip.packing().codeBits(source_)),
       display_(bytesFormat())
 {
     prepareColours(clip);
     straight_ = straightening(clip.info());
-    staging_ = upload_.makeHostImage();
+    staging_ = isOfFloats_ ? makeFloatImage(clip.info().width, clip.info().height) : upload_.makeHostImage();
     if (!staging_) {
         failOnDevice(clip.info().width, clip.info().height);
     }
 }
 
 Scene::~Scene() = default;
+
+Surface Scene::inCodes(const Surface& picture) const
+{
+    return isOfFloats_ ? atDepth(picture, iGPUImage::eARGB16, range_) : picture;
+}
 
 int Scene::bits() const
 {
@@ -98,8 +106,12 @@ Surface Scene::whole(const ClipFrames::Found& found)
     if (rows == nullptr) {
         failOnDevice(clip_.info().width, clip_.info().height);
     }
-    const Media::Status placed =
-        clip_.packing().place(found.frame, rows, static_cast<std::ptrdiff_t>(staging_->getPitch()));
+    const auto pitch = static_cast<std::ptrdiff_t>(staging_->getPitch());
+    if (isOfFloats_) {
+        clip_.packing().placeFloats(found.frame, rows, pitch);
+        return uploadFloats(staging_);
+    }
+    const Media::Status placed = clip_.packing().place(found.frame, rows, pitch);
     if (!placed) {
         throw Failure(ExitCode::input, placed.text());
     }
@@ -139,7 +151,7 @@ Surface Scene::shrunk(const Surface& picture, const PictureSize& size)
 
 HostPixels Scene::bytes(const Surface& picture) const
 {
-    const Qx::Ptr<iHostImage> image = display_.fromPicture(picture, range_).getHostImage();
+    const Qx::Ptr<iHostImage> image = display_.fromPicture(inCodes(picture), range_).getHostImage();
     const void* const rows = image ? image->map(iHostImage::Read) : nullptr;
     if (rows == nullptr) {
         failOnDevice(picture);
@@ -152,7 +164,7 @@ HostPixels Scene::bytes(const Surface& picture) const
 std::array<unsigned, 4> Scene::codes(const Surface& picture, int x, int y) const
 {
     if (probed_ != picture.getGPUSurface()) {
-        probedCodes_ = picture.copyToHost().getHostImage();
+        probedCodes_ = inCodes(picture).copyToHost().getHostImage();
         probed_ = picture.getGPUSurface();
     }
     const void* const rows = probedCodes_ ? probedCodes_->map(iHostImage::Read) : nullptr;

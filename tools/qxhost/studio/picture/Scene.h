@@ -44,8 +44,14 @@ public:
     /// Of the codes of pictures: video for RGB clips that say so.
     Media::Range range() const { return range_; }
 
-    /// Bits of a component of the pictures: 8 or 16.
+    /// Bits of a component of the pictures: 8 or 16, and of their codes if they are of floats.
     int bits() const;
+
+    /// Whether pictures are of floats, as the clip's are.
+    bool isOfFloats() const { return isOfFloats_; }
+
+    /// A picture in codes of bits(): itself, but of floats the nearest ones, which clips them.
+    Image::Surface inCodes(const Image::Surface& picture) const;
 
     /// The frame's picture. Throws Failure (device, input).
     Image::Surface picture(const ClipFrames::Found& frame);
@@ -65,7 +71,8 @@ private:
 
     ClipFrames& clip_;
     Media::Range range_;
-    iGPUImage::eFormat format_;
+    bool isOfFloats_;
+    iGPUImage::eFormat format_; ///< of pictures
     Media::FramePacker::Target source_;
     FrameUpload upload_;
     FrameDelivery display_;

@@ -262,7 +262,7 @@ void Session::Worker::sendScopes(Client& client)
     const std::optional<Media::FrameCodes> own = isOfClip ? projector_.clipCodes() : std::nullopt;
     std::optional<Host::ScopeCounts> counts{std::in_place};
     if (!own || wish.kinds.needPicture()) {
-        counts = Host::gpuService().countScopes(picture.getGPUSurface(), request);
+        counts = Host::gpuService().countScopes(scene.inCodes(picture).getGPUSurface(), request);
     }
     if (!counts) {
         wish.kinds = {};

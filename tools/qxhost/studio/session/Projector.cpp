@@ -29,7 +29,7 @@ std::int64_t framesMissed(const Projector::Wish& wish, const std::optional<Proje
 
 } // namespace
 
-Projector::Projector(const std::filesystem::path& clip) : clip_(clip), scene_(clip_) {}
+Projector::Projector(const std::filesystem::path& clip) : clip_(clip), scene_(clip_), chain_(input()) {}
 
 std::optional<std::int64_t> Projector::count() const
 {

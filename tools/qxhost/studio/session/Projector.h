@@ -33,6 +33,11 @@ public:
     void setProxy(const std::optional<PictureSize>& size);
     ChainDrawing& chain() { return chain_; }
     const ChainDrawing& chain() const { return chain_; }
+    /// What pictures consist of.
+    Host::LUTInput input() const
+    {
+        return scene_.isOfFloats() ? Host::LUTInput::Floats : Host::LUTInput::Codes;
+    }
 
     /// What is to be shown.
     struct Wish

@@ -88,6 +88,7 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
       projector_(options.clip),
       playback_(projector_.clip().info().isStill ? 0 : projector_.clip().info().frameRate.toDouble(),
                 projector_.clip().count()),
+      thumbnails_(projector_.input()),
       device_(deviceName()),
       isSoftware_(deviceIsSoftware()),
       start_(makeToken().substr(0, 16))

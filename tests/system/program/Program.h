@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -84,6 +85,12 @@ protected:
 
     static std::string read(const fs::path& file);
     void write(const std::string& name, const std::string& text) const;
+
+    /// Part of a display matrix: a, b, c, d of ISO/IEC 14496-12, 8.2.2.3, in units of 1.
+    using MatrixPart = std::array<int, 4>;
+    /// Copies a clip in MOV or MP4, with a display matrix.
+    void turn(const std::string& from, const std::string& to, const MatrixPart& part,
+              int unit = 1 << 16) const;
 
     /// What `qxhost devices --json` says of the device that is chosen.
     nlohmann::json chosenDevice() const;

@@ -1,7 +1,9 @@
 #include "tools/qxhost/studio/picture/ClipFrames.h"
 
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/media/filter/FilterGraph.h"
 #include "tools/qxhost/pipeline/input/FrameRange.h"
+#include "tools/qxhost/pipeline/input/Rotation.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -31,9 +33,11 @@ std::size_t framesKept(const Media::StreamInfo& info)
 
 } // namespace
 
-ClipFrames::ClipFrames(const std::filesystem::path& file, std::string filters) : filters_(std::move(filters))
+ClipFrames::ClipFrames(const std::filesystem::path& file, bool rotates, std::string filters)
+    : filters_(std::move(filters))
 {
     options_.input = file;
+    options_.rotates = rotates;
     packing_ = opened(0);
     reader_ = packing_;
     colour_ = chooseColour(options_, info());
@@ -86,8 +90,12 @@ std::shared_ptr<iFrameInput> ClipFrames::opened(std::int64_t index)
 {
     std::shared_ptr<iFrameInput> reader = openFrameInput(options_, false);
     next_ = index > 0 ? reader->skipTo({.frame = index, .pts = {}}).frame : 0;
-    if (!filters_.empty()) {
-        static_cast<void>(reader->filter(filters_, "the proxy", {}));
+    const std::string rotation = options_.rotates
+                                     ? rotationOf(reader->info(), file().string(),
+                                                  {.oddTurns = "leave it out", .fields = "leave it out"})
+                                     : std::string();
+    if (const std::string graph = Media::joinGraphs(rotation, filters_); !graph.empty()) {
+        static_cast<void>(reader->filter(graph, filters_.empty() ? "--rotate" : "the proxy", {}));
     }
     return reader;
 }

@@ -21,12 +21,16 @@ class ClipFrames
 {
 public:
     /// Opens the clip. Throws Failure (input) if it cannot be read, or its colours need a decision.
-    /// `filters` is a graph of FFmpeg's filters that keeps the number of frames; empty for none.
-    explicit ClipFrames(const std::filesystem::path& file, std::string filters = {});
+    /// `rotates`: frames are turned and flipped as players do. `filters` is a graph of FFmpeg's filters
+    /// behind that, which keeps the number of frames; empty for none.
+    ClipFrames(const std::filesystem::path& file, bool rotates, std::string filters = {});
 
     const std::filesystem::path& file() const { return options_.input; }
     const Media::StreamInfo& info() const { return packing_->info(); }
     const ColourChoice& colour() const { return colour_; }
+    bool rotates() const { return options_.rotates; }
+    /// Players turn or flip the frames, and these are as they lie in the file.
+    bool isLeftUnturned() const { return info().orientation && !rotates(); }
 
     /// How many there are; empty while that is not known. Becomes exact when the end has been seen.
     std::optional<std::int64_t> count() const;

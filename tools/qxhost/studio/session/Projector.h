@@ -17,8 +17,8 @@ namespace Qx::Program::Studio {
 class Projector
 {
 public:
-    /// Throws Failure (input, device, effect).
-    explicit Projector(const std::filesystem::path& clip);
+    /// `rotates` is as ClipFrames has it. Throws Failure (input, device, effect).
+    Projector(const std::filesystem::path& clip, bool rotates);
 
     ClipFrames& clip() { return clip_; }
     const ClipFrames& clip() const { return clip_; }
@@ -73,8 +73,8 @@ private:
     /// Smaller frames of the clip.
     struct Proxy
     {
-        Proxy(const std::filesystem::path& file, const std::string& filters)
-            : clip(file, filters), scene(clip)
+        Proxy(const ClipFrames& whole, const std::string& filters)
+            : clip(whole.file(), whole.rotates(), filters), scene(clip)
         {
         }
 
@@ -82,6 +82,7 @@ private:
         Scene scene;
     };
 
+    std::unique_ptr<Proxy> madeProxy(const PictureSize& size) const;
     ClipFrames::Found frameAt(std::int64_t index);
     Image::Surface pictureOf(const ClipFrames::Found& found);
     Host::FrameFacts factsOf(const ClipFrames::Found& found) const;

@@ -35,6 +35,21 @@ protected:
         }
     }
 
+    /// A clip of one grey.
+    void makeFlat(const std::string& name, const std::string& size, int luma, int frames)
+    {
+        ffmpeg({"-f", "lavfi", "-i", "color=black:size=" + size + ":rate=25", "-vf",
+                "format=yuv420p,geq=lum=" + std::to_string(luma) +
+                    ":cb=128:cr=128,setparams=colorspace=bt709:range=tv",
+                "-frames:v", std::to_string(frames), "-c:v", "ffv1", "-colorspace", "bt709", "-color_range",
+                "tv", name});
+    }
+
+    static Json luma(Browser& browser)
+    {
+        return browser.ask({{"do", "probe"}, {"x", 10}, {"y", 10}})["before"]["ycbcr8"][0];
+    }
+
     void makeTurned(const std::string& name, const MatrixPart& part = {0, 1, -1, 0},
                     const std::vector<std::string>& options = {})
     {
@@ -136,6 +151,73 @@ TEST_F(StudioClips, of_any_format_are_shown_smaller)
         }
         stop();
     }
+}
+
+TEST_F(StudioClips, that_are_replaced_are_read_again)
+{
+    makeFlat("clip.mkv", "64x48", 60, 50);
+    makeFlat("later.mkv", "64x48", 180, 20);
+    start({"clip.mkv"});
+    Browser browser = window();
+    browser.send({{"do", "view"}, {"width", 64}, {"height", 48}});
+    browser.ask({{"do", "seek"}, {"frame", 40}});
+    EXPECT_EQ(luma(browser), 60);
+    fs::rename(at("later.mkv"), at("clip.mkv"));
+    const Json state =
+        browser.state([](const Json& each) { return each["clip"]["frames"] == 20 && each["frame"] == 19; });
+    EXPECT_EQ(state["problems"], Json::array());
+    EXPECT_EQ(luma(browser), 180);
+    browser.ask({{"do", "seek"}, {"frame", 3}});
+    EXPECT_EQ(luma(browser), 180);
+    stop();
+}
+
+TEST_F(StudioClips, that_are_replaced_by_others_are_refused_until_they_are_back)
+{
+    makeFlat("clip.mkv", "64x48", 60, 50);
+    makeFlat("larger.mkv", "640x480", 180, 50);
+    fs::copy_file(at("clip.mkv"), at("kept.mkv"));
+    const auto problemOf = [](const Json& state) {
+        return state["problems"].empty() ? std::string() : state["problems"].back().get<std::string>();
+    };
+    start({"clip.mkv"});
+    Browser browser = window();
+    browser.send({{"do", "view"}, {"width", 64}, {"height", 48}});
+    browser.ask({{"do", "play"}});
+    browser.picture([](const Json& header) { return header["frame"] > 3; });
+    fs::rename(at("larger.mkv"), at("clip.mkv"));
+    const Json refused = browser.state([&](const Json& state) { return !problemOf(state).empty(); });
+    EXPECT_NE(problemOf(refused).find("is another clip than when the studio was started (640x480"),
+              std::string::npos)
+        << problemOf(refused);
+    EXPECT_EQ(refused["playing"], false);
+    EXPECT_EQ(browser.ask({{"do", "probe"}, {"x", 3}, {"y", 3}})["is"], "error");
+    // A file that is gone is on its way, and what is written is not read before it is whole.
+    fs::remove(at("clip.mkv"));
+    write("clip.mkv", "no clip");
+    browser.state(
+        [&](const Json& state) { return problemOf(state).find("cannot read") != std::string::npos; });
+    fs::rename(at("kept.mkv"), at("clip.mkv"));
+    browser.state([&](const Json& state) { return problemOf(state).empty(); });
+    EXPECT_EQ(luma(browser), 60);
+    stop();
+}
+
+TEST_F(StudioClips, are_shown_though_the_folder_of_looks_is_gone)
+{
+    makeClip();
+    fs::create_directory(at("looks"));
+    start({"clip.mp4", "cc3.fx", "--looks", "looks"});
+    Browser browser = window();
+    fs::remove(at("looks"));
+    const Json answer = browser.ask({{"do", "save"}, {"file", "a.look.toml"}});
+    EXPECT_EQ(answer["is"], "error");
+    EXPECT_NE(answer["text"].get<std::string>().find("the folder of looks is gone"), std::string::npos)
+        << answer.dump();
+    fs::create_directory(at("looks"));
+    EXPECT_EQ(browser.ask({{"do", "save"}, {"file", "a.look.toml"}})["is"], "answer");
+    EXPECT_TRUE(fs::exists(at("looks/a.look.toml")));
+    stop();
 }
 
 } // namespace Qx::System

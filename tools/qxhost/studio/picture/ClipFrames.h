@@ -53,6 +53,10 @@ public:
     /// Lets go of the frames that were kept.
     void forgetFrames();
 
+    /// Whether the clip's file has been replaced or written since it was read; its frames are read again
+    /// then. While it is being written, or gone, it has not. To be asked now and then.
+    bool forgetIfChanged();
+
     /// For preparing and placing the frames that at() gives.
     iFrameInput& packing() { return *packing_; }
 
@@ -61,6 +65,7 @@ public:
 
 private:
     std::shared_ptr<iFrameInput> opened(std::int64_t index);
+    void begin();
     void keep(std::int64_t index, Media::Frame frame);
     bool decodeTo(std::int64_t index);
     Found found(const Media::Frame& frame, std::int64_t index) const;
@@ -72,6 +77,8 @@ private:
     std::int64_t next_ = 0; ///< that the reader gives next
     std::int64_t last_ = 0; ///< asked for last
     std::optional<std::int64_t> end_;
+    std::uint64_t read_ = 0; ///< the stamp of the file that is read; 0: it is no file
+    std::uint64_t seen_ = 0; ///< that it had when it was looked at last
     ColourChoice colour_;
     std::size_t mostKept_;
     std::map<std::int64_t, Media::Frame> kept_;

@@ -67,6 +67,16 @@ void Projector::setProxy(const std::optional<PictureSize>& size)
     last_.reset();
 }
 
+bool Projector::forgetIfChanged()
+{
+    const bool isSmallChanged = proxy_ && proxy_->clip.forgetIfChanged();
+    const bool isChanged = clip_.forgetIfChanged() || isSmallChanged;
+    if (isChanged) {
+        last_.reset();
+    }
+    return isChanged;
+}
+
 ClipFrames::Found Projector::frameAt(std::int64_t index)
 {
     return proxy_ ? proxy_->clip.at(index) : clip_.at(index);

@@ -31,6 +31,9 @@ public:
     /// Draws frames of that size, which is less than the clip's, from now on; of the clip's own without one.
     /// FFmpeg reduces them. Throws Failure (usage, input, device).
     void setProxy(const std::optional<PictureSize>& size);
+
+    /// Whether the clip's file has changed; its frames are drawn anew then.
+    bool forgetIfChanged();
     ChainDrawing& chain() { return chain_; }
     const ChainDrawing& chain() const { return chain_; }
 

@@ -259,6 +259,11 @@ void Session::Worker::lookAtFiles()
         ++pictureVersion_;
         changed();
     }
+    if (projector_.forgetIfChanged()) {
+        playback_.setCount(projector_.count());
+        ++pictureVersion_;
+        changed();
+    }
     lookForConflicts();
     filesAt_ = Clock::now();
 }

@@ -252,7 +252,8 @@ class GradeTest(support.StudioTest):
     def test_an_entry_of_the_catalogue_stays_while_others_become_known(self):
         page = self.page
         page.click("#chain-add")
-        page.wait(lambda: page.studio("studio.catalogue.effects.every(({ok}) => ok !== null)"), "it stays unknown what can be drawn")
+        known = "studio.catalogue.effects.length > 0 && studio.catalogue.effects.every(({ok}) => ok !== null)"
+        page.wait(lambda: page.studio(known), "it stays unknown what can be drawn")
         kept = self.browser.execute_async_script("""
             const done = arguments[0];
             import(new URL('base/studio.js', location.href)).then(({studio}) => {

@@ -137,6 +137,11 @@ void ClipFrames::forgetFrames()
 std::shared_ptr<iFrameInput> ClipFrames::opened(std::int64_t index)
 {
     std::shared_ptr<iFrameInput> reader = openFrameInput(options_, false);
+    if (packing_) {
+        requireSameKind(unfiltered_, reader->info(), file());
+    } else {
+        unfiltered_ = reader->info();
+    }
     const std::int64_t next = index > 0 ? reader->skipTo({.frame = index, .pts = {}}).frame : 0;
     const std::string rotation = options_.rotates
                                      ? rotationOf(reader->info(), file().string(),
@@ -144,9 +149,6 @@ std::shared_ptr<iFrameInput> ClipFrames::opened(std::int64_t index)
                                      : std::string();
     if (const std::string graph = Media::joinGraphs(rotation, filters_); !graph.empty()) {
         static_cast<void>(reader->filter(graph, filters_.empty() ? "--rotate" : "the proxy", {}));
-    }
-    if (packing_) {
-        requireSameKind(info(), reader->info(), file());
     }
     next_ = next;
     return reader;

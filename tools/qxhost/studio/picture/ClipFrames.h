@@ -72,6 +72,7 @@ private:
 
     ConvertOptions options_;
     std::string filters_;
+    Media::StreamInfo unfiltered_;         ///< when it was opened first
     std::shared_ptr<iFrameInput> packing_; ///< opened first
     std::shared_ptr<iFrameInput> reader_;
     std::int64_t next_ = 0; ///< that the reader gives next

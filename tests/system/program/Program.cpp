@@ -219,6 +219,20 @@ std::string ProgramTest::read(const fs::path& file)
     return textOf(file);
 }
 
+void ProgramTest::turn(const std::string& from, const std::string& to, const MatrixPart& part, int unit) const
+{
+    std::string bytes = read(at(from));
+    const std::size_t header = bytes.find("tkhd");
+    ASSERT_NE(header, std::string::npos);
+    std::size_t place = header + 4 + 4 + 20 + 16; // version 0: times, layer and volume before the matrix
+    for (const int value : {part[0] * unit, part[1] * unit, 0, part[2] * unit, part[3] * unit, 0}) {
+        for (const int shift : {24, 16, 8, 0}) {
+            bytes[place++] = static_cast<char>(static_cast<unsigned>(value) >> shift);
+        }
+    }
+    write(to, bytes);
+}
+
 nlohmann::json ProgramTest::chosenDevice() const
 {
     for (const nlohmann::json& device : nlohmann::json::parse(qxhost({"devices", "--json"}).out)) {

@@ -2,13 +2,9 @@
 
 #include "tests/system/program/Program.h"
 
-#include <array>
-
 namespace Qx::System {
 
 namespace {
-
-using MatrixPart = std::array<int, 4>; ///< a, b, c, d of ISO/IEC 14496-12, 8.2.2.3, in units of 1
 
 class Rotation : public ProgramTest
 {
@@ -21,16 +17,7 @@ protected:
         arguments.insert(arguments.end(), encoding.begin(), encoding.end());
         arguments.insert(arguments.end(), {"-colorspace", "bt709", "-color_range", "tv", "plain.mov"});
         ffmpeg(arguments);
-        std::string bytes = read(at("plain.mov"));
-        const std::size_t header = bytes.find("tkhd");
-        ASSERT_NE(header, std::string::npos);
-        std::size_t place = header + 4 + 4 + 20 + 16; // version 0: times, layer and volume before the matrix
-        for (const int value : {part[0] * unit, part[1] * unit, 0, part[2] * unit, part[3] * unit, 0}) {
-            for (const int shift : {24, 16, 8, 0}) {
-                bytes[place++] = static_cast<char>(static_cast<unsigned>(value) >> shift);
-            }
-        }
-        write(name, bytes);
+        turn("plain.mov", name, part, unit);
     }
 
     static void expectHas(const std::string& text, const std::string& part)

@@ -249,6 +249,27 @@ class GradeTest(support.StudioTest):
                 return [left, top, right, bottom];
             });""", selector)
 
+    def test_an_entry_of_the_catalogue_stays_while_others_become_known(self):
+        page = self.page
+        page.click("#chain-add")
+        known = "studio.catalogue.effects.length > 0 && studio.catalogue.effects.every(({ok}) => ok !== null)"
+        page.wait(lambda: page.studio(known), "it stays unknown what can be drawn")
+        kept = self.browser.execute_async_script("""
+            const done = arguments[0];
+            import(new URL('base/studio.js', location.href)).then(({studio}) => {
+                const entry = (name) => document.querySelector(`[data-entry="effect/${name}"]`);
+                const names = ['qx-blur.fx', 'qx-curves.fx'];
+                const [blur, curves] = names.map(entry);
+                entry('qx-blur.fx').focus();
+                // As if nothing were known of one of them yet.
+                const unknown = (each) => each.name === 'qx-curves.fx' ? {...each, ok: null} : each;
+                studio.catalogue = {...studio.catalogue, effects: studio.catalogue.effects.map(unknown)};
+                studio.dispatchEvent(new Event('catalogue'));
+                done([entry('qx-blur.fx') === blur, entry('qx-curves.fx') === curves, document.activeElement === blur]);
+            });""")
+        self.assertEqual(kept, [True, False, True])
+        page.find("dialog").send_keys(support.Keys.ESCAPE)
+
     def test_the_catalogue_says_why_an_effect_cannot_be_added(self):
         page = self.page
         page.click("#chain-add")

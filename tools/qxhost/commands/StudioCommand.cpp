@@ -99,6 +99,7 @@ public:
         app.add_option("--looks", options_.session.looks,
                        "Where the page saves and opens looks.\nDefault: the current directory")
             ->option_text("DIR");
+        app.add_flag("--rotate", options_.session.rotates, "Turn and flip pictures as players would");
         app.add_option_function<std::string>(
                "--port", [this](const std::string& word) { options_.server.port = parsePort(word); },
                "The port of the address. Default: any that is free")

@@ -731,38 +731,22 @@ void checkFilters(const FilterOptions& filters)
 }
 
 /// What "--rotate" stands for with this input.
-std::string rotationOf(const Conversion& conversion)
+std::string rotationFor(const Conversion& conversion)
 {
     const ConvertOptions& options = conversion.options;
-    const Media::StreamInfo& info = conversion.info();
-    if (!options.rotates || !info.orientation) {
-        return {};
-    }
-    const std::optional<std::string> graph = rotationGraph(*info.orientation);
-    if (!graph) {
-        throw Failure(
-            ExitCode::input,
-            fmt::format("--rotate: {} is shown turned by {} degrees, and only quarters of a turn are "
-                        "applied; leave it out, or use --before rotate=...",
-                        options.inputName(), info.orientation->degrees));
-    }
-    const bool mixesFields = graph->starts_with("transpose") &&
-                             info.fieldOrder != Media::FieldOrder::progressive &&
-                             options.filters.deinterlace.empty();
-    if (mixesFields) {
-        throw Failure(ExitCode::input,
-                      "--rotate: " + options.inputName() +
-                          " is interlaced, and its lines would become columns; add --deinterlace");
-    }
-    return *graph;
+    return !options.rotates ? std::string()
+                            : rotationOf(conversion.info(), options.inputName(),
+                                         {.oddTurns = "leave it out, or use --before rotate=...",
+                                          .fields = "add --deinterlace"},
+                                         !options.filters.deinterlace.empty());
 }
 
 /// Has the frames of the range filtered.
 void filterInput(Conversion& conversion)
 {
     const FilterOptions& filters = conversion.options.filters;
-    const std::string shortForms =
-        Media::joinGraphs(Media::joinGraphs(filters.deinterlace, rotationOf(conversion)), filters.shortForms);
+    const std::string shortForms = Media::joinGraphs(
+        Media::joinGraphs(filters.deinterlace, rotationFor(conversion)), filters.shortForms);
     if (filters.before.empty() && shortForms.empty()) {
         return;
     }

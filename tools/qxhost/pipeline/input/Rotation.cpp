@@ -1,6 +1,9 @@
 #include "tools/qxhost/pipeline/input/Rotation.h"
 
+#include "tools/qxhost/console/Failure.h"
+
 #include <array>
+#include <fmt/format.h>
 
 namespace Qx::Program {
 
@@ -42,6 +45,30 @@ std::optional<std::string> rotationGraph(const Media::Orientation& orientation)
         }
     }
     return std::nullopt;
+}
+
+std::string rotationOf(const Media::StreamInfo& info, const std::string& name, const RotationAdvice& advice,
+                       bool isDeinterlaced)
+{
+    if (!info.orientation) {
+        return {};
+    }
+    const std::optional<std::string> graph = rotationGraph(*info.orientation);
+    if (!graph) {
+        throw Failure(
+            ExitCode::input,
+            fmt::format("--rotate: {} is shown turned by {} degrees, and only quarters of a turn are "
+                        "applied; {}",
+                        name, info.orientation->degrees, advice.oddTurns));
+    }
+    const bool mixesFields = graph->starts_with("transpose") &&
+                             info.fieldOrder != Media::FieldOrder::progressive && !isDeinterlaced;
+    if (mixesFields) {
+        throw Failure(ExitCode::input, "--rotate: " + name +
+                                           " is interlaced, and its lines would become columns; " +
+                                           advice.fields);
+    }
+    return *graph;
 }
 
 } // namespace Qx::Program

@@ -131,9 +131,10 @@ function showHead() {
     const guessed = (isGuessed) => (isGuessed ? ' (guessed)' : '');
     const matrix = clip.isRgb ? 'RGB' : clip.matrix.replace('bt', 'BT.') + guessed(clip.matrixGuessed);
     const colour = `${matrix} ${clip.range}${guessed(clip.rangeGuessed)}`;
+    const turned = clip.unturned ? ' · players turn it' : '';
     setText(
         byId('clip-facts'),
-        `${clip.width} × ${clip.height} · ${rate} · ${clip.bits} bits · ${colour} · ${device}`
+        `${clip.width} × ${clip.height} · ${rate} · ${clip.bits} bits · ${colour}${turned} · ${device}`
     );
     byId('clip-facts').title = byId('clip-facts').textContent;
     const file = look ? look.split('/').at(-1) : '';

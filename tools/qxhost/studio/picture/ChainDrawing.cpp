@@ -9,9 +9,9 @@
 #include "tools/qxhost/pipeline/effects/EffectTextures.h"
 #include "tools/qxhost/pipeline/effects/LutFile.h"
 #include "tools/qxhost/pipeline/look/LookSteps.h"
+#include "tools/qxhost/studio/picture/FileStamp.h"
 
 #include <algorithm>
-#include <sys/stat.h>
 #include <utility>
 
 namespace Qx::Program::Studio {
@@ -27,22 +27,6 @@ bool isSameMake(const LookLink& one, const LookLink& other)
 std::filesystem::path fileOf(const LookLink& link)
 {
     return link.kind == LookLink::Kind::lut ? lutPath(link.file) : effectPath(link.file);
-}
-
-/// Changes when the file does.
-std::uint64_t stampOf(const std::filesystem::path& file)
-{
-    struct stat status = {};
-    if (::stat(file.c_str(), &status) != 0) {
-        return 0;
-    }
-    const auto mix = [](std::uint64_t a, std::uint64_t b) {
-        return (a ^ b) * 0x9E3779B97F4A7C15U + (a >> 7U);
-    };
-    std::uint64_t stamp = mix(1, static_cast<std::uint64_t>(status.st_mtim.tv_sec));
-    stamp = mix(stamp, static_cast<std::uint64_t>(status.st_mtim.tv_nsec));
-    stamp = mix(stamp, static_cast<std::uint64_t>(status.st_size));
-    return mix(stamp, static_cast<std::uint64_t>(status.st_ino)) | 1U;
 }
 
 const Host::CompiledEffect::Parameter* parameterOf(const Host::CompiledEffect& effect,

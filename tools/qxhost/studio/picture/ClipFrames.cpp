@@ -1,10 +1,14 @@
 #include "tools/qxhost/studio/picture/ClipFrames.h"
 
 #include "tools/qxhost/console/Failure.h"
+#include "tools/qxhost/media/filter/FilterGraph.h"
 #include "tools/qxhost/pipeline/input/FrameRange.h"
+#include "tools/qxhost/pipeline/input/Rotation.h"
+#include "tools/qxhost/studio/picture/FileStamp.h"
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <limits>
 #include <utility>
 
 namespace Qx::Program::Studio {
@@ -30,25 +34,73 @@ std::size_t framesKept(const Media::StreamInfo& info)
     return std::clamp(budget / std::max<std::size_t>(bytes, 1), fewest, most);
 }
 
+std::string clipKind(const Media::StreamInfo& info)
+{
+    return fmt::format("{}x{}, {}, {}, {}/{} frames/s", info.width, info.height, info.pixelFormat,
+                       nameOf(info.colour.matrix), info.frameRate.num, info.frameRate.den);
+}
+
+/// Memory and effects are prepared for the clip as it was.
+void requireSameKind(const Media::StreamInfo& before, const Media::StreamInfo& now,
+                     const std::filesystem::path& file)
+{
+    const bool isSame = clipKind(before) == clipKind(now) && before.timeBase == now.timeBase &&
+                        before.firstPts == now.firstPts && before.colour.range == now.colour.range &&
+                        before.fieldOrder == now.fieldOrder && before.hasAlpha == now.hasAlpha;
+    if (!isSame) {
+        throw Failure(ExitCode::input,
+                      fmt::format("{}: is another clip than when the studio was started ({}; it was {}); "
+                                  "start it again to see this one",
+                                  file.string(), clipKind(now), clipKind(before)));
+    }
+}
+
 } // namespace
 
-ClipFrames::ClipFrames(const std::filesystem::path& file, std::string filters) : filters_(std::move(filters))
+ClipFrames::ClipFrames(const std::filesystem::path& file, bool rotates, std::string filters)
+    : filters_(std::move(filters))
 {
     options_.input = file;
+    options_.rotates = rotates;
+    read_ = seen_ = stampOf(file);
     packing_ = opened(0);
     reader_ = packing_;
     colour_ = chooseColour(options_, info());
     mostKept_ = framesKept(info());
-    if (info().isStill) {
-        end_ = 1;
-    } else if (info().frameCountIsExact) {
-        end_ = info().frameCount;
+    begin();
+}
+
+/// Takes the end from what the reader says.
+void ClipFrames::begin()
+{
+    const Media::StreamInfo& info = reader_->info();
+    end_ = info.isStill             ? std::optional<std::int64_t>(1)
+           : info.frameCountIsExact ? std::optional(info.frameCount)
+                                    : std::nullopt;
+}
+
+bool ClipFrames::forgetIfChanged()
+{
+    const std::uint64_t now = stampOf(file());
+    const bool isWritten = std::exchange(seen_, now) != now;
+    if (isWritten || now == 0 || now == read_) {
+        return false;
     }
+    read_ = now;
+    forgetFrames();
+    try {
+        reader_ = opened(0);
+        begin();
+    } catch (const Failure&) {
+        next_ = std::numeric_limits<std::int64_t>::max(); // at() opens it again, and says why it cannot
+    }
+    return true;
 }
 
 std::optional<std::int64_t> ClipFrames::count() const
 {
-    return end_ ? end_ : info().frameCount > 0 ? std::optional(info().frameCount) : std::nullopt;
+    const std::int64_t said = reader_->info().frameCount;
+    return end_ ? end_ : said > 0 ? std::optional(said) : std::nullopt;
 }
 
 std::vector<std::string> ClipFrames::problems() const
@@ -86,10 +138,20 @@ void ClipFrames::forgetFrames()
 std::shared_ptr<iFrameInput> ClipFrames::opened(std::int64_t index)
 {
     std::shared_ptr<iFrameInput> reader = openFrameInput(options_, false);
-    next_ = index > 0 ? reader->skipTo({.frame = index, .pts = {}}).frame : 0;
-    if (!filters_.empty()) {
-        static_cast<void>(reader->filter(filters_, "the proxy", {}));
+    if (packing_) {
+        requireSameKind(unfiltered_, reader->info(), file());
+    } else {
+        unfiltered_ = reader->info();
     }
+    const std::int64_t next = index > 0 ? reader->skipTo({.frame = index, .pts = {}}).frame : 0;
+    const std::string rotation = options_.rotates
+                                     ? rotationOf(reader->info(), file().string(),
+                                                  {.oddTurns = "leave it out", .fields = "leave it out"})
+                                     : std::string();
+    if (const std::string graph = Media::joinGraphs(rotation, filters_); !graph.empty()) {
+        static_cast<void>(reader->filter(graph, filters_.empty() ? "--rotate" : "the proxy", {}));
+    }
+    next_ = next;
     return reader;
 }
 

@@ -21,12 +21,16 @@ class ClipFrames
 {
 public:
     /// Opens the clip. Throws Failure (input) if it cannot be read, or its colours need a decision.
-    /// `filters` is a graph of FFmpeg's filters that keeps the number of frames; empty for none.
-    explicit ClipFrames(const std::filesystem::path& file, std::string filters = {});
+    /// `rotates`: frames are turned and flipped as players do. `filters` is a graph of FFmpeg's filters
+    /// behind that, which keeps the number of frames; empty for none.
+    ClipFrames(const std::filesystem::path& file, bool rotates, std::string filters = {});
 
     const std::filesystem::path& file() const { return options_.input; }
     const Media::StreamInfo& info() const { return packing_->info(); }
     const ColourChoice& colour() const { return colour_; }
+    bool rotates() const { return options_.rotates; }
+    /// Players turn or flip the frames, and these are as they lie in the file.
+    bool isLeftUnturned() const { return info().orientation && !rotates(); }
 
     /// How many there are; empty while that is not known. Becomes exact when the end has been seen.
     std::optional<std::int64_t> count() const;
@@ -49,6 +53,10 @@ public:
     /// Lets go of the frames that were kept.
     void forgetFrames();
 
+    /// Whether the clip's file has been replaced or written since it was read; its frames are read again
+    /// then. While it is being written, or gone, it has not. To be asked now and then.
+    bool forgetIfChanged();
+
     /// For preparing and placing the frames that at() gives.
     iFrameInput& packing() { return *packing_; }
 
@@ -57,17 +65,21 @@ public:
 
 private:
     std::shared_ptr<iFrameInput> opened(std::int64_t index);
+    void begin();
     void keep(std::int64_t index, Media::Frame frame);
     bool decodeTo(std::int64_t index);
     Found found(const Media::Frame& frame, std::int64_t index) const;
 
     ConvertOptions options_;
     std::string filters_;
+    Media::StreamInfo unfiltered_;         ///< when it was opened first
     std::shared_ptr<iFrameInput> packing_; ///< opened first
     std::shared_ptr<iFrameInput> reader_;
     std::int64_t next_ = 0; ///< that the reader gives next
     std::int64_t last_ = 0; ///< asked for last
     std::optional<std::int64_t> end_;
+    std::uint64_t read_ = 0; ///< the stamp of the file that is read; 0: it is no file
+    std::uint64_t seen_ = 0; ///< that it had when it was looked at last
     ColourChoice colour_;
     std::size_t mostKept_;
     std::map<std::int64_t, Media::Frame> kept_;

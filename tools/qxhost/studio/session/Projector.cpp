@@ -1,5 +1,7 @@
 #include "tools/qxhost/studio/session/Projector.h"
 
+#include "tools/qxhost/console/Failure.h"
+
 #include <algorithm>
 #include <chrono>
 #include <fmt/format.h>
@@ -29,7 +31,10 @@ std::int64_t framesMissed(const Projector::Wish& wish, const std::optional<Proje
 
 } // namespace
 
-Projector::Projector(const std::filesystem::path& clip) : clip_(clip), scene_(clip_), chain_(input()) {}
+Projector::Projector(const std::filesystem::path& clip, bool rotates)
+    : clip_(clip, rotates), scene_(clip_), chain_(input())
+{
+}
 
 std::optional<std::int64_t> Projector::count() const
 {
@@ -38,20 +43,41 @@ std::optional<std::int64_t> Projector::count() const
     return whole && small ? std::min(*whole, *small) : whole;
 }
 
-void Projector::setProxy(const std::optional<PictureSize>& size)
+std::unique_ptr<Projector::Proxy> Projector::madeProxy(const PictureSize& size) const
 {
-    std::unique_ptr<Proxy> made;
-    if (size) {
-        // zimg takes no odd sides where chroma has fewer samples.
-        const bool isOdd = clip_.info().width % 2 != 0 || clip_.info().height % 2 != 0;
-        made = std::make_unique<Proxy>(clip_.file(),
+    // zimg takes no odd sides where chroma has fewer samples.
+    const bool isOdd = clip_.info().width % 2 != 0 || clip_.info().height % 2 != 0;
+    try {
+        return std::make_unique<Proxy>(clip_,
                                        fmt::format("{}zscale=w={}:h={}:f=bilinear",
                                                    isOdd ? "crop=iw-mod(iw\\,2):ih-mod(ih\\,2):0:0," : "",
-                                                   size->width, size->height));
+                                                   size.width, size.height));
+    } catch (const Failure& failure) {
+        if (failure.code() != ExitCode::usage) {
+            throw;
+        }
     }
+    // It takes neither grey nor alpha of 12 bits. These keep their format, so that no colour is converted.
+    return std::make_unique<Proxy>(clip_,
+                                   fmt::format("scale=w={}:h={}:flags=bilinear", size.width, size.height));
+}
+
+void Projector::setProxy(const std::optional<PictureSize>& size)
+{
+    std::unique_ptr<Proxy> made = size ? madeProxy(*size) : nullptr;
     proxy_ = std::move(made);
     clip_.forgetFrames();
     last_.reset();
+}
+
+bool Projector::forgetIfChanged()
+{
+    const bool isSmallChanged = proxy_ && proxy_->clip.forgetIfChanged();
+    const bool isChanged = clip_.forgetIfChanged() || isSmallChanged;
+    if (isChanged) {
+        last_.reset();
+    }
+    return isChanged;
 }
 
 ClipFrames::Found Projector::frameAt(std::int64_t index)

@@ -17,8 +17,8 @@ namespace Qx::Program::Studio {
 class Projector
 {
 public:
-    /// Throws Failure (input, device, effect).
-    explicit Projector(const std::filesystem::path& clip);
+    /// `rotates` is as ClipFrames has it. Throws Failure (input, device, effect).
+    Projector(const std::filesystem::path& clip, bool rotates);
 
     ClipFrames& clip() { return clip_; }
     const ClipFrames& clip() const { return clip_; }
@@ -31,6 +31,9 @@ public:
     /// Draws frames of that size, which is less than the clip's, from now on; of the clip's own without one.
     /// FFmpeg reduces them. Throws Failure (usage, input, device).
     void setProxy(const std::optional<PictureSize>& size);
+
+    /// Whether the clip's file has changed; its frames are drawn anew then.
+    bool forgetIfChanged();
     ChainDrawing& chain() { return chain_; }
     const ChainDrawing& chain() const { return chain_; }
     /// What pictures consist of.
@@ -78,8 +81,8 @@ private:
     /// Smaller frames of the clip.
     struct Proxy
     {
-        Proxy(const std::filesystem::path& file, const std::string& filters)
-            : clip(file, filters), scene(clip)
+        Proxy(const ClipFrames& whole, const std::string& filters)
+            : clip(whole.file(), whole.rotates(), filters), scene(clip)
         {
         }
 
@@ -87,6 +90,7 @@ private:
         Scene scene;
     };
 
+    std::unique_ptr<Proxy> madeProxy(const PictureSize& size) const;
     ClipFrames::Found frameAt(std::int64_t index);
     Image::Surface pictureOf(const ClipFrames::Found& found);
     Host::FrameFacts factsOf(const ClipFrames::Found& found) const;

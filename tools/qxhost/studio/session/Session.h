@@ -17,6 +17,7 @@ struct SessionOptions
     std::vector<std::string> effects; ///< and LUTs, as named on the command line, in their order
     std::filesystem::path look;       ///< to begin with; empty: the effects
     std::filesystem::path looks;      ///< the folder of looks; empty: the current directory
+    bool rotates = false;             ///< shows pictures as players would
 };
 
 /// What all windows of the page share: the clip, the look, the place in the clip, whether it plays. Draws on

@@ -106,6 +106,7 @@ Json Session::Worker::clipState() const
             {"matrixGuessed", clip.colour().matrixGuessed},
             {"rangeGuessed", clip.colour().rangeGuessed},
             {"isRgb", holdsRgb(info)},
+            {"unturned", clip.isLeftUnturned()},
             {"still", info.isStill}};
 }
 

@@ -116,6 +116,12 @@ std::filesystem::path beneath(const std::filesystem::path& folder, const std::st
     const std::filesystem::path path(name);
     const bool isHidden = std::any_of(path.begin(), path.end(),
                                       [](const auto& part) { return part.native().starts_with('.'); });
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error)) {
+        throw Failure(ExitCode::output,
+                      folder.string() + ": the folder of looks is gone; make it again, or start the studio "
+                                        "with another --looks");
+    }
     const bool isNamed =
         name.size() > ending.size() && name.ends_with(ending) &&
         std::none_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; });

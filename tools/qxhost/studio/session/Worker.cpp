@@ -62,6 +62,15 @@ std::string guessNote(const ClipFrames& clip)
                      listed(guesses, "and") + "; 'qxhost convert' takes others with --matrix and --range";
 }
 
+/// What is not done that the clip asks players for; empty if it asks for nothing.
+std::string turnNote(const ClipFrames& clip)
+{
+    return !clip.isLeftUnturned()
+               ? ""
+               : clip.file().string() + ": players turn or flip it, and here it is as it lies in the file; "
+                                        "--rotate shows it as they do";
+}
+
 int scaled(int value, double scale)
 {
     return std::max(1, static_cast<int>(std::lround(value * scale)));
@@ -85,7 +94,7 @@ Region scaledRegion(const Region& region, double scale, const PictureSize& size)
 Session::Worker::Worker(const SessionOptions& options, Console& console)
     : options_(options),
       console_(console),
-      projector_(options.clip),
+      projector_(options.clip, options.rotates),
       playback_(projector_.clip().info().isStill ? 0 : projector_.clip().info().frameRate.toDouble(),
                 projector_.clip().count()),
       thumbnails_(projector_.input()),
@@ -120,8 +129,10 @@ Session::Worker::Worker(const SessionOptions& options, Console& console)
     if (!problem_.empty()) {
         throw Failure(ExitCode::input, problem_);
     }
-    if (const std::string note = guessNote(projector_.clip()); !note.empty()) {
-        console_.note(note);
+    for (const std::string& note : {guessNote(projector_.clip()), turnNote(projector_.clip())}) {
+        if (!note.empty()) {
+            console_.note(note);
+        }
     }
     thread_ = std::thread([this] { run(); });
 }
@@ -246,6 +257,11 @@ void Session::Worker::lookAtFiles()
     }
     if (projector_.chain().recompileChanged()) {
         ++drawVersion_;
+        ++pictureVersion_;
+        changed();
+    }
+    if (projector_.forgetIfChanged()) {
+        playback_.setCount(projector_.count());
         ++pictureVersion_;
         changed();
     }

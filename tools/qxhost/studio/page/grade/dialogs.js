@@ -54,8 +54,8 @@ function thumbnail(kind, name) {
     });
 }
 
-// `pictures` are the thumbnails that are there already, so that none is drawn twice.
-function catalogueList(kind, entries, search, say, pictures) {
+// An effect or a LUT to add. `pictures` are the thumbnails that are there already, so that none is drawn twice.
+function catalogueItem(kind, entry, say, pictures) {
     // What cannot be drawn has no thumbnail, and of effects it is not known at once whether they can.
     const pictureOf = ({name, ok, reason}) => {
         if (kind === 'effect' && ok !== true) return element('span', {class: 'no-thumbnail reason', text: reason});
@@ -63,8 +63,7 @@ function catalogueList(kind, entries, search, say, pictures) {
         if (!pictures.has(key)) pictures.set(key, thumbnail(kind, name));
         return pictures.get(key);
     };
-    const found = entries.filter(({name}) => name.toLowerCase().includes(search));
-    const add = async (entry) => {
+    const add = async () => {
         const chosen = studio.state.chain.findIndex((link) => link.id === studio.selected);
         const at = chosen < 0 ? studio.state.chain.length : chosen + 1;
         try {
@@ -77,26 +76,20 @@ function catalogueList(kind, entries, search, say, pictures) {
         }
     };
     return element(
-        'ul',
-        {class: 'catalogue'},
-        ...found.map((entry) =>
-            element(
-                'li',
-                {},
-                element(
-                    'button',
-                    {
-                        type: 'button',
-                        'data-entry': `${kind}/${entry.name}`,
-                        onclick: () => add(entry),
-                        disabled: entry.ok === false,
-                        title: entry.ok === false ? `${entry.file}\n${entry.reason}` : entry.file,
-                        'aria-label': entry.ok === false ? null : entry.name
-                    },
-                    pictureOf(entry),
-                    element('span', {text: entry.name})
-                )
-            )
+        'li',
+        {},
+        element(
+            'button',
+            {
+                type: 'button',
+                'data-entry': `${kind}/${entry.name}`,
+                onclick: add,
+                disabled: entry.ok === false,
+                title: entry.ok === false ? `${entry.file}\n${entry.reason}` : entry.file,
+                'aria-label': entry.ok === false ? null : entry.name
+            },
+            pictureOf(entry),
+            element('span', {text: entry.name})
         )
     );
 }
@@ -112,13 +105,26 @@ function openCatalogue() {
     });
     const place = element('div', {class: 'catalogue-place'});
     const pictures = new Map();
+    // By kind and name: what is listed, and what it was made from.
+    const items = new Map();
+    const itemOf = (kind, entry) => {
+        const key = `${kind}/${entry.name}`;
+        const told = JSON.stringify(entry);
+        if (items.get(key)?.told !== told) {
+            const item = catalogueItem(kind, entry, status.say, pictures);
+            items.set(key, {told, item});
+        }
+        return items.get(key).item;
+    };
     const fill = () => {
         const text = search.value.trim().toLowerCase();
         const {effects, luts} = studio.catalogue;
-        const part = (title, kind, entries) =>
-            entries.length
-                ? [element('h3', {text: title}), catalogueList(kind, entries, text, status.say, pictures)]
-                : [];
+        const part = (title, kind, entries) => {
+            const all = entries.map((entry) => ({name: entry.name.toLowerCase(), item: itemOf(kind, entry)}));
+            const found = all.filter(({name}) => name.includes(text)).map(({item}) => item);
+            const list = element('ul', {class: 'catalogue'}, ...found);
+            return entries.length ? [element('h3', {text: title}), list] : [];
+        };
         place.replaceChildren(...part('Effects', 'effect', effects), ...part('LUTs', 'lut', luts));
         if (!effects.length && !luts.length)
             place.append(element('p', {class: 'quiet', text: 'Nothing is there to add.'}));
@@ -126,11 +132,24 @@ function openCatalogue() {
     search.addEventListener('input', fill);
     openDialog('Add to the chain', 'wide', search, status.root, place);
     fill();
+    // What is learnt of one entry leaves the others alone, one of which may be pressed just now.
     const again = () => {
         if (!dialog.open || !place.isConnected) return;
-        const entry = place.contains(document.activeElement) && document.activeElement.dataset.entry;
-        fill();
-        if (entry) place.querySelector(`[data-entry="${CSS.escape(entry)}"]`)?.focus();
+        const {effects, luts} = studio.catalogue;
+        const listed = [...effects.map((entry) => ['effect', entry]), ...luts.map((entry) => ['lut', entry])];
+        if (listed.length !== items.size || listed.some(([kind, {name}]) => !items.has(`${kind}/${name}`))) {
+            items.clear();
+            fill();
+            return;
+        }
+        for (const [kind, entry] of listed) {
+            const {item} = items.get(`${kind}/${entry.name}`);
+            const isChosen = item.contains(document.activeElement);
+            const now = itemOf(kind, entry);
+            if (now === item) continue;
+            item.replaceWith(now);
+            if (isChosen) now.querySelector('button').focus();
+        }
     };
     studio.addEventListener('catalogue', again);
     dialog.addEventListener('close', () => studio.removeEventListener('catalogue', again), {once: true});

@@ -214,9 +214,9 @@ struct CompiledEffect
 
         /// An object file of native code that draws the same (host/native/NativeCode.h), if that was asked
         /// for: then `spirv` gives single texels and reads all uniforms from the buffer, and there are no
-        /// `rows`. Without the code, the reason.
+        /// `rows`.
         std::vector<std::byte> code{};
-        std::string codeProblem{};
+        std::string codeProblem{}; ///< why there is no `code`, if that was asked for
 
         static constexpr std::uint32_t noPlace = 0xFFFFFFFF; ///< reads at computed places
 

@@ -71,7 +71,8 @@ TEST(NativePeriods, ALongerOneHasToBeClearlyFaster)
 
 TEST(NativePeriods, WhatIsMadeDrawsTheSameWhicheverIsChosen)
 {
-    const CompiledEffect& effect = shippedEffect("null");
+    const std::string file = "null";
+    const CompiledEffect& effect = shippedEffect(file);
     const auto technique = std::find_if(effect.techniques.begin(), effect.techniques.end(),
                                         [](const auto& t) { return t.name == "V210toYUYV"; });
     ASSERT_NE(technique, effect.techniques.end());

@@ -44,6 +44,9 @@ technique Table { pass { PixelShader = compile ps_3_0 table(); } }
 technique Powers { pass { PixelShader = compile ps_3_0 powers(); } }
 )";
 
+constexpr XY<int> nativeSize{601, 67};
+constexpr std::chrono::seconds ample{120};
+
 class NativeDrawingTest : public GpuTest
 {
 protected:
@@ -91,6 +94,21 @@ protected:
         return false;
     }
 
+    /// What the log says first while the device's picture is drawn again and again.
+    std::string logWhileDrawing(const Qx::Ptr<iShaderEffect>& effect, const Qx::Ptr<iGPUImage>& source,
+                                const Bytes& byDevice)
+    {
+        takeLog();
+        std::string log;
+        const auto end = std::chrono::steady_clock::now() + ample;
+        while (log.empty() && std::chrono::steady_clock::now() < end) {
+            EXPECT_TRUE(drawn(effect, source, nativeSize, iGPUImage::eARGB8) == byDevice);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            log = takeLog();
+        }
+        return log;
+    }
+
     Qx::Ptr<iGPUImage3D> table()
     {
         if (!table_) {
@@ -106,9 +124,6 @@ protected:
 private:
     Qx::Ptr<iGPUImage3D> table_;
 };
-
-constexpr XY<int> nativeSize{601, 67};
-constexpr std::chrono::seconds ample{120};
 
 } // namespace
 
@@ -185,14 +200,7 @@ TEST_F(NativeDrawingTest, CodeThatDrawsSomethingElseIsNotUsed)
         upload(nativeSize, iGPUImage::eARGB8, noise(bytesOf(nativeSize, iGPUImage::eARGB8)));
     ASSERT_TRUE(mix->setTechnique("Mix"));
     const Bytes byDevice = drawn(mix, source, nativeSize, iGPUImage::eARGB8);
-    takeLog();
-    std::string log;
-    const auto end = std::chrono::steady_clock::now() + ample;
-    while (log.empty() && std::chrono::steady_clock::now() < end) {
-        EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        log = takeLog();
-    }
+    const std::string log = logWhileDrawing(mix, source, byDevice);
     EXPECT_NE(
         log.find(
             "technique \"Mix\": native code draws something else than the device in line 0; it is not used"),
@@ -212,14 +220,7 @@ TEST_F(NativeDrawingTest, AWorkerThatEndsWhileItMakesCodeLeavesTheDrawingToTheDe
         upload(nativeSize, iGPUImage::eARGB8, noise(bytesOf(nativeSize, iGPUImage::eARGB8)));
     ASSERT_TRUE(mix->setTechnique("Mix"));
     const Bytes byDevice = drawn(mix, source, nativeSize, iGPUImage::eARGB8);
-    takeLog();
-    std::string log;
-    const auto end = std::chrono::steady_clock::now() + ample;
-    while (log.empty() && std::chrono::steady_clock::now() < end) {
-        EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        log = takeLog();
-    }
+    const std::string log = logWhileDrawing(mix, source, byDevice);
     EXPECT_NE(log.find("technique \"Mix\": native code could not be made: "), std::string::npos) << log;
     EXPECT_NE(log.find("the worker process crashed"), std::string::npos) << log;
     EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);

@@ -365,6 +365,7 @@ private:
             fmt::format("--benchmark_repetitions={}", options_.rounds),
             "--benchmark_enable_random_interleaving=true",
             fmt::format("--benchmark_min_time={}{}", options_.quick ? 0.02 : 0.2, QX_BENCHMARK_SECONDS),
+            "--benchmark_min_warmup_time=1.5", // native code is asked for after some pictures
             "--benchmark_report_aggregates_only=true"};
         if (!runProgram(arguments, {}, scratch_.file("console"))) {
             std::fprintf(stderr, "the absolute figures could not be measured\n");

@@ -1,6 +1,7 @@
 #include "QxFxResources/GPUColourConverter.h"
 #include "bench/Grade.h"
 #include "bench/Look.h"
+#include "bench/peers/DrawingJob.h"
 #include "bench/peers/OurFrames.h"
 #include "bench/peers/Ours.h"
 #include "image/TechniqueApplication.h"
@@ -87,7 +88,7 @@ private:
     std::unique_ptr<Grade> grade_;
 };
 
-class OnDevice : public Job
+class OnDevice : public DrawingJob
 {
 public:
     explicit OnDevice(const Work& work)
@@ -124,7 +125,7 @@ private:
 };
 
 /// Uploads, converts and reads back, with three frames in flight.
-class ThereAndBack : public Job
+class ThereAndBack : public DrawingJob
 {
 public:
     explicit ThereAndBack(const Work& work) : work_(work), converter_(work)

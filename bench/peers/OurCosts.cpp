@@ -1,5 +1,6 @@
 #include "QxFxResources/GPUColourConverter.h"
 #include "bench/peers/Allocations.h"
+#include "bench/peers/DrawingJob.h"
 #include "bench/peers/OurFrames.h"
 #include "bench/peers/Ours.h"
 #include "image/TechniqueApplication.h"
@@ -89,7 +90,7 @@ private:
 };
 
 /// Eight surfaces, each converted into its own target, by one thread or by eight.
-class EightSurfaces : public Job
+class EightSurfaces : public DrawingJob
 {
 public:
     explicit EightSurfaces(bool manyThreads) : manyThreads_(manyThreads)
@@ -140,7 +141,7 @@ private:
 };
 
 /// A conversion of frames of another size.
-class Lines : public Job
+class Lines : public DrawingJob
 {
 public:
     explicit Lines(int lines)

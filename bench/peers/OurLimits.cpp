@@ -1,3 +1,4 @@
+#include "bench/peers/DrawingJob.h"
 #include "bench/peers/OurFrames.h"
 #include "bench/peers/Ours.h"
 #include "host/gpu/GPUService.h"
@@ -148,7 +149,7 @@ private:
 };
 
 /// A technique of an effect on images of these sizes.
-class Pass : public Job
+class Pass : public DrawingJob
 {
 public:
     Pass(Qx::Ptr<iShaderEffect> effect, const char* technique, Surface source,

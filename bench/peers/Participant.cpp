@@ -65,8 +65,7 @@ private:
         for (const Offer& offer : participant_.offers) {
             if (offer.work == work && offer.method == method) {
                 job_ = offer.prepare();
-                // The first frames create pipelines, tables and pages.
-                say(job_ && job_->frames() > 0 && job_->settle() ? "ready" : "refused\tit cannot be set up");
+                say(job_ && job_->warmUp() ? "ready" : "refused\tit cannot be set up");
                 return;
             }
         }

@@ -51,6 +51,10 @@ public:
     /// Blocks until everything that frames() started has finished. Returns false if some of it failed.
     virtual bool settle() { return true; }
 
+    /// Runs until nothing that is made meanwhile, as pipelines, tables and pages are, is still to come.
+    /// Returns false on failure.
+    virtual bool warmUp() { return frames() > 0 && settle(); }
+
     /// Returns the result for the test frame; empty for work without one.
     virtual std::vector<std::byte> result() { return {}; }
 

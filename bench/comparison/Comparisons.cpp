@@ -7,6 +7,8 @@ namespace {
 constexpr const char* handWritten = "hand-written pass";
 constexpr const char* renderer = "renderer";
 constexpr const char* oneThread = "one thread";
+constexpr const char* allThreads = "all threads";
+constexpr const char* allThreadsPlanes = "all threads, planes";
 
 std::string titleOf(const Work& work)
 {
@@ -44,6 +46,17 @@ bool isMethod(const Result& result, const char* program, const std::string& meth
     return theirs.program == program && theirs.method.starts_with(method);
 }
 
+bool isConversion(const Result& result)
+{
+    const auto work = workOf(result.comparison.ours.work);
+    return work && (work->kind == WorkKind::Decode || work->kind == WorkKind::Encode);
+}
+
+bool isZimg(const Result& result, std::string_view method)
+{
+    return isMethod(result, "zimg", "") && result.comparison.theirs.method == method && isConversion(result);
+}
+
 Place placeOf(const Result& result)
 {
     return result.comparison.work ? result.comparison.work->place : Place::Device;
@@ -53,12 +66,6 @@ bool isFiltered(const Result& result)
 {
     const auto work = workOf(result.comparison.ours.work);
     return work && work->filter != ChromaFilter::Point && work->filter != ChromaFilter::None;
-}
-
-bool isConversion(const Result& result)
-{
-    const auto work = workOf(result.comparison.ours.work);
-    return work && (work->kind == WorkKind::Decode || work->kind == WorkKind::Encode);
 }
 
 void addBesideOthers(const std::vector<Result>& peers, std::vector<Bar>& bars)
@@ -73,13 +80,19 @@ void addBesideOthers(const std::vector<Result>& peers, std::vector<Bar>& bars)
     add("every conversion: 4 times libplacebo's renderer", 4,
         [](const Result& r) { return isMethod(r, "placebo", renderer); });
     add("every conversion: 4 times Movit", 4, [](const Result& r) { return isMethod(r, "movit", ""); });
-    add("upload, conversion and read back: ahead of zimg on one core", 1,
-        [](const Result& r) { return isMethod(r, "zimg", oneThread) && isConversion(r); });
+    add("upload, conversion and read back: 1.25 times zimg on one core", 1.25,
+        [](const Result& r) { return isZimg(r, oneThread); });
+    add("upload, conversion and read back: ahead of zimg on all cores", 1,
+        [](const Result& r) { return isZimg(r, allThreads); });
+    add("the same beside zimg between planes, packing left out: 80 % of it on all cores", 0.8,
+        [](const Result& r) { return isZimg(r, allThreadsPlanes); });
     add("upload, conversion and read back: ahead of accurate swscale on all cores", 1,
-        [](const Result& r) { return isMethod(r, "swscale", "all threads"); });
+        [](const Result& r) { return isMethod(r, "swscale", allThreads); });
+    add("v210 to 4:2:2 and back: half of FFmpeg's v210 codec between planes, on all cores", 0.5,
+        [](const Result& r) { return isMethod(r, "v210", allThreads); });
     const auto look = [](const char* program) {
         return [program](const Result& r) {
-            return isMethod(r, program, "all threads") && placeOf(r) == Place::Memory;
+            return isMethod(r, program, allThreads) && placeOf(r) == Place::Memory;
         };
     };
     add("look of 33 points, there and back: 3 times FFmpeg's lut3d on as many threads", 3, look("lut3d"));

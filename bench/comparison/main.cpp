@@ -412,6 +412,30 @@ bool writeFile(const fs::path& file, const std::string& text)
 }
 
 /// To the file, with the plot beside it, or to standard output.
+bool isHeading(const std::string& line)
+{
+    return line.starts_with("## ");
+}
+
+/// The sections of the page so far that other programs wrote: those whose headings `text` lacks.
+std::string sectionsOfOthers(const std::string& file, const std::string& text)
+{
+    std::ifstream page(file);
+    std::string sections;
+    bool isTheirs = false;
+    for (std::string line; std::getline(page, line);) {
+        isTheirs = isHeading(line) ? text.find(line + '\n') == std::string::npos : isTheirs;
+        const bool isSecondBlank = line.empty() && (sections.empty() || sections.ends_with("\n\n"));
+        if (isTheirs && !isSecondBlank) {
+            sections += (isHeading(line) && !sections.ends_with("\n\n") ? "\n" : "") + line + '\n';
+        }
+    }
+    while (sections.ends_with("\n\n")) {
+        sections.pop_back();
+    }
+    return sections;
+}
+
 bool publish(Page& page, const std::string& output)
 {
     if (output.empty()) {
@@ -422,7 +446,9 @@ bool publish(Page& page, const std::string& output)
     plot.replace_extension(".svg");
     const bool drawn = !page.peers.empty() || !page.limits.empty();
     page.plotName = drawn ? plot.filename().string() : "";
-    return (!drawn || writeFile(plot, plotOf(page))) && writeFile(output, markdownOf(page));
+    const std::string text = markdownOf(page);
+    return (!drawn || writeFile(plot, plotOf(page))) &&
+           writeFile(output, text + sectionsOfOthers(output, text));
 }
 
 int compareAll(const Options& options)

@@ -185,19 +185,23 @@ void EffectWorkers::run(Lock& lock, const std::string& key, Job& job)
     changed_.notify_all();
 }
 
+std::optional<EffectCompilation> EffectWorkers::known(const CompileRequest& request) const
+{
+    return options_.cache != nullptr ? options_.cache->find(request.file, request.options) : std::nullopt;
+}
+
 EffectCompilation EffectWorkers::find(const CompileRequest& request)
 {
     if (std::optional<EffectCompilation> refusal = refusalOf(request)) {
         return *std::move(refusal);
     }
-    if (options_.cache == nullptr) {
-        return work(request);
-    }
-    if (std::optional<EffectCompilation> known = options_.cache->find(request.file, request.options)) {
-        return *std::move(known);
+    if (std::optional<EffectCompilation> found = known(request)) {
+        return *std::move(found);
     }
     EffectCompilation compilation = work(request);
-    options_.cache->keep(request.file, request.options, compilation);
+    if (options_.cache != nullptr) {
+        options_.cache->keep(request.file, request.options, compilation);
+    }
     return compilation;
 }
 

@@ -48,6 +48,9 @@ public:
     /// worker, or exceeded its limits, is not tried again before such a change.
     EffectCompilation compile(const CompileRequest& request);
 
+    /// Returns the effect if the cache has it. Starts nothing and waits for nothing else.
+    std::optional<EffectCompilation> known(const CompileRequest& request) const;
+
     /// Compiles these on free cores, in their order, and keeps the results for compile(). Does not block.
     void compileAhead(const std::vector<CompileRequest>& requests);
 

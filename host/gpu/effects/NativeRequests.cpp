@@ -10,6 +10,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -105,23 +106,42 @@ public:
 
     void make(NativeWish wish, Done done) override
     {
+        add(std::move(wish), std::move(done),
+            [](Worker::EffectWorkers& workers, const Worker::CompileRequest& request) {
+                return std::optional(workers.compile(request));
+            });
+    }
+
+    void find(NativeWish wish, Done done) override
+    {
+        add(std::move(wish), std::move(done),
+            [](Worker::EffectWorkers& workers, const Worker::CompileRequest& request) {
+                return workers.known(request);
+            });
+    }
+
+private:
+    using Get = std::optional<EffectCompilation> (*)(Worker::EffectWorkers&, const Worker::CompileRequest&);
+
+    void add(NativeWish wish, Done done, Get get)
+    {
         Worker::CompileRequest request = request_;
         request.options.native = std::move(wish);
         try {
-            requests_->add([requests = requests_.get(), workers = workers_, effect = effect_,
+            requests_->add([requests = requests_.get(), workers = workers_, effect = effect_, get,
                             request = std::move(request), done = std::move(done)]() mutable {
-                done(made(*requests, *workers, *effect, request));
+                done(codeOf(*requests, *workers, *effect, request, get));
             });
         } catch (const std::system_error&) {
             return; // no thread: the device draws on
         }
     }
 
-private:
     /// Null if there is no such code.
-    static std::shared_ptr<const Native::Code> made(const Requests& requests, Worker::EffectWorkers& workers,
-                                                    const CompiledEffect& effect,
-                                                    Worker::CompileRequest& request)
+    static std::shared_ptr<const Native::Code> codeOf(const Requests& requests,
+                                                      Worker::EffectWorkers& workers,
+                                                      const CompiledEffect& effect,
+                                                      Worker::CompileRequest& request, Get get)
     {
         std::string problem;
         NativeWish& wish = *request.options.native;
@@ -131,14 +151,17 @@ private:
                 return nullptr;
             }
             wish.target = library->target();
-            const EffectCompilation compilation = workers.compile(request);
-            if (compilation.effect != nullptr) {
-                const CompiledEffect::PackedShader* const shader = shaderIn(*compilation.effect);
+            const std::optional<EffectCompilation> compilation = get(workers, request);
+            if (!compilation) {
+                return nullptr;
+            }
+            if (compilation->effect != nullptr) {
+                const CompiledEffect::PackedShader* const shader = shaderIn(*compilation->effect);
                 const bool isUsable =
-                    shader != nullptr && !shader->code.empty() && areAlike(effect, *compilation.effect);
+                    shader != nullptr && !shader->code.empty() && areAlike(effect, *compilation->effect);
                 return isUsable ? library->load(shader->code, problem) : nullptr;
             }
-            problem = compilation.messages;
+            problem = compilation->messages;
         } catch (const std::exception& failure) {
             problem = failure.what();
         }

@@ -15,9 +15,11 @@ namespace Qx::Host::Vulkan {
 namespace {
 
 // A picture of a few lines is not worth code, nor is a technique that draws for less than two seconds: code
-// takes as much of the processors to be made as it saves in about a hundred pictures of 1080p.
+// takes as much of the processors to be made as it saves in about a hundred pictures of 1080p. Loading what
+// is known takes as much as some pictures.
 constexpr std::uint64_t fewestBytes = 64U << 10U;
-constexpr unsigned fewestDraws = 50;
+constexpr unsigned drawsBeforeFinding = 5;
+constexpr unsigned drawsBeforeMaking = 50;
 
 std::uint64_t bytesInMemory(const Texture& texture, const PackedViews& views)
 {
@@ -120,12 +122,8 @@ NativeDrawing::Way NativeDrawing::wayOf(const Draw& draw, const TechniqueDrawing
 {
     switch (shared_->state.load()) {
     case State::Waiting:
-        if (draw.target.key.bytes() >= fewestBytes && ++draws_ == fewestDraws) {
-            const std::vector<std::uint32_t>& bindings = drawing.program(0).bindings;
-            const bool canAsk = std::all_of(bindings.begin(), bindings.end(), [](std::uint32_t sampler) {
-                return sampler < Native::Frame::mostBuffers;
-            });
-            canAsk ? ask(draw) : shared_->state.store(State::Refused);
+        if (draw.target.key.bytes() >= fewestBytes) {
+            ask(draw, drawing);
         }
         return Way::Device;
     case State::Made: {
@@ -146,17 +144,30 @@ NativeDrawing::Way NativeDrawing::wayOf(const Draw& draw, const TechniqueDrawing
     return Way::Device;
 }
 
-void NativeDrawing::ask(const Draw& draw)
+void NativeDrawing::ask(const Draw& draw, const TechniqueDrawing& drawing)
 {
-    shared_->state = State::Asked;
+    const unsigned draws = ++draws_;
+    const bool makes = draws >= drawsBeforeMaking;
+    State waiting = State::Waiting;
+    if ((!makes && draws != drawsBeforeFinding) ||
+        !shared_->state.compare_exchange_strong(waiting, State::Asked)) {
+        return;
+    }
+    const std::vector<std::uint32_t>& bindings = drawing.program(0).bindings;
+    if (!std::all_of(bindings.begin(), bindings.end(),
+                     [](std::uint32_t sampler) { return sampler < Native::Frame::mostBuffers; })) {
+        shared_->state = State::Refused;
+        return;
+    }
     fillPackedRows(draw);
     NativeWish wish = wish_;
     wish.usual.assign(draw.uniforms.begin(), draw.uniforms.end());
     wish.usualWidth = draw.target.key.width;
-    maker_->make(std::move(wish), [shared = shared_](std::shared_ptr<const Native::Code> code) {
+    const auto done = [shared = shared_, makes](std::shared_ptr<const Native::Code> code) {
         shared->code = std::move(code);
-        shared->state = shared->code != nullptr ? State::Made : State::Refused;
-    });
+        shared->state = shared->code != nullptr ? State::Made : makes ? State::Refused : State::Waiting;
+    };
+    makes ? maker_->make(std::move(wish), done) : maker_->find(std::move(wish), done);
 }
 
 std::shared_ptr<NativeDrawing::Job> NativeDrawing::jobOf(const Draw& draw, const ShaderProgram& program,

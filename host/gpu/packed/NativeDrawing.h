@@ -18,15 +18,19 @@ class NativeMaker
 public:
     virtual ~NativeMaker() = default;
 
-    /// Calls `done` at most once, from any thread: with the code, or with null if there is none. Does not
-    /// block.
+    /// Each calls `done` at most once, from any thread: with the code, or with null if there is none. They do
+    /// not block.
     using Done = std::function<void(std::shared_ptr<const Native::Code>)>;
     virtual void make(NativeWish wish, Done done) = 0;
+
+    /// Code that an earlier run has left in the cache.
+    virtual void find(NativeWish wish, Done done) = 0;
 };
 
 /// A technique of one pass, drawn by the host's processors in the place of a software device. Its code is
-/// asked for once the technique has drawn some pictures. The first draw with the code is only a check: both
-/// draw that picture and one of random codes, and code that differs from the device by one byte is not used.
+/// looked for in the cache after a few pictures, and made once the technique has drawn some more. The first
+/// draw with the code is only a check: both draw that picture and one of random codes, and code that differs
+/// from the device by one byte is not used.
 class NativeDrawing
 {
 public:
@@ -56,7 +60,7 @@ private:
     enum class State
     {
         Waiting, ///< for draws
-        Asked,
+        Asked,   ///< for code that is known, or to be made
         Made,
         Compared, ///< soon
         Good,
@@ -71,7 +75,7 @@ private:
     };
 
     struct Job;
-    void ask(const Draw& draw);
+    void ask(const Draw& draw, const TechniqueDrawing& drawing);
     std::shared_ptr<Job> jobOf(const Draw& draw, const ShaderProgram& program, const Texture& target) const;
     bool checkNoise(const Draw& draw, const TechniqueDrawing& drawing) const;
     bool compare(const Draw& draw, const ShaderProgram& program, bool isLast) const;

@@ -29,6 +29,16 @@ void GpuTest::SetUp()
     std::filesystem::create_directories(folder_);
 }
 
+void GpuTest::restart(GPUOptions options)
+{
+    gpu().shutdown();
+    EXPECT_EQ(gpu().statistics().validationMessages, 0U) << takeLog();
+    options.validation = true;
+    gpu_ = std::make_unique<GPUService>(options);
+    files_ = 0;
+    ASSERT_TRUE(gpu().start()) << gpu().failure();
+}
+
 void GpuTest::TearDown()
 {
     gpu().shutdown();

@@ -27,6 +27,9 @@ protected:
 
     GPUService& gpu() { return *gpu_; }
 
+    /// Ends the service and starts another one, as the next run of a program does.
+    void restart(GPUOptions options);
+
     /// Whether the device draws whole pictures by packed texels, which few do; see docs/gpu.md.
     bool drawsPacked() { return !copiesBecause("row by row") && isSoftware(); }
 

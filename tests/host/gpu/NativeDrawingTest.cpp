@@ -121,6 +121,9 @@ protected:
         return table_;
     }
 
+    /// Lets go of the table, which is the service's.
+    void forgetTable() { table_ = {}; }
+
 private:
     Qx::Ptr<iGPUImage3D> table_;
 };
@@ -141,6 +144,34 @@ TEST_F(NativeDrawingTest, TheProcessorsDrawWhatTheDeviceDraws)
                 << technique << ", format " << format;
         }
     }
+}
+
+TEST_F(NativeDrawingTest, CodeOfAnEarlierRunDrawsAfterAFewPictures)
+{
+    constexpr int beforeCodeIsMade = 49;
+    GPUOptions options = withNativeCode();
+    options.cacheDirectory = folder() / "cache";
+    options.cacheBytes = 64U << 20U;
+    const Bytes bytes = noise(bytesOf(nativeSize, iGPUImage::eARGB8));
+    {
+        restart(options);
+        const Qx::Ptr<iShaderEffect> mix = effect(nativeEffect);
+        ASSERT_TRUE(mix->setTechnique("Mix"));
+        const Qx::Ptr<iGPUImage> source = upload(nativeSize, iGPUImage::eARGB8, bytes);
+        ASSERT_TRUE(drawsNatively(mix, source, nativeSize, iGPUImage::eARGB8, ample)) << takeLog();
+        forgetTable();
+    }
+    restart(options);
+    const Qx::Ptr<iShaderEffect> mix = effect(nativeEffect);
+    ASSERT_TRUE(mix->setTechnique("Mix"));
+    const Qx::Ptr<iGPUImage> source = upload(nativeSize, iGPUImage::eARGB8, bytes);
+    const Bytes byDevice = drawn(mix, source, nativeSize, iGPUImage::eARGB8);
+    for (int i = 1; i < beforeCodeIsMade && gpu().statistics().nativeDraws == 0; ++i) {
+        EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    EXPECT_GT(gpu().statistics().nativeDraws, 0U) << takeLog();
+    EXPECT_TRUE(drawn(mix, source, nativeSize, iGPUImage::eARGB8) == byDevice);
 }
 
 TEST_F(NativeDrawingTest, DrawsOfBothAreInTheirOrder)

@@ -103,7 +103,7 @@ struct DeviceDescription
 };
 
 /// The device's own time for a piece of work, without the time to submit it. A software device's time is
-/// wall-clock time, the share of other programs included.
+/// wall-clock time, the share of other programs included. Copies on queues of their own do not count.
 struct GPUTime
 {
     double busyMilliseconds = 0; ///< busy, without idle gaps
@@ -130,7 +130,8 @@ struct GPUStatistics
     std::uint64_t imagesCreated = 0;      ///< GPU images that did not come from the pool
     std::uint64_t hostImagesCreated = 0;  ///< host images that did not come from the pool
     std::uint64_t memoryAllocations = 0;  ///< allocations of device memory since the start
-    std::uint64_t batchesSubmitted = 0;   ///< submissions to the device's queue
+    std::uint64_t batchesSubmitted = 0;   ///< submissions to the device's queue that draws
+    std::uint64_t transferBatches = 0;    ///< submissions to its queues that only copy, where it has them
     std::uint64_t draws = 0;              ///< passes and primitives recorded
     std::uint64_t packedDraws = 0;        ///< of these, the passes drawn by packed texels
     std::uint64_t nativeDraws = 0;        ///< of these, the passes that the processors drew by native code

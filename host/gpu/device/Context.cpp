@@ -188,6 +188,7 @@ GPUStatistics Context::statistics()
     statistics.hostImagesCreated = hostBuffers_.created();
     statistics.memoryAllocations = memory_.allocationCount();
     statistics.batchesSubmitted = recorder_.batchesSubmitted();
+    statistics.transferBatches = recorder_.transferBatches();
     statistics.draws = draws;
     statistics.packedDraws = pathDraws;
     statistics.nativeDraws = nativeDraws;
@@ -200,6 +201,12 @@ GPUStatistics Context::statistics()
 Pooled<Texture> acquireTexture(Context& context, const TextureKey& key)
 {
     return acquire<Texture>(context, key, {.what = "creating a GPU image", .mayBePending = true});
+}
+
+Pooled<Texture> acquireTextureForUpload(Context& context, const TextureKey& key)
+{
+    const bool mayBePending = !context.device().has(Lane::Uploads);
+    return acquire<Texture>(context, key, {.what = "creating a GPU image", .mayBePending = mayBePending});
 }
 
 Pooled<Texture> acquireTextureAtOnce(Context& context, const TextureKey& key)

@@ -198,6 +198,10 @@ Pooled<Texture> acquireTexture(Context& context, const TextureKey& key);
 /// The same without waiting for the device, for holders of the recorder's lock.
 Pooled<Texture> acquireTextureAtOnce(Context& context, const TextureKey& key);
 
+/// The same for an upload. Where uploads have a queue of their own, one that the device no longer uses: they
+/// would wait for its drawing.
+Pooled<Texture> acquireTextureForUpload(Context& context, const TextureKey& key);
+
 /// A texture that the device no longer uses, for the host to write to.
 Pooled<Texture> acquireIdleTexture(Context& context, const TextureKey& key);
 

@@ -43,12 +43,21 @@ Device::~Device()
 std::unique_ptr<Device> Device::create(const PhysicalDevice& physical, std::string& failure)
 {
     std::unique_ptr<Device> self(new Device(physical));
-    const float priority = 1.0F;
-    VkDeviceQueueCreateInfo queue{};
-    queue.sType = VK_STRUCTURE_TYPE_DEVICE_QUEUE_CREATE_INFO;
-    queue.queueFamilyIndex = self->queueFamily_.index;
-    queue.queueCount = 1;
-    queue.pQueuePriorities = &priority;
+    const std::array priorities{1.0F, 1.0F};
+    const auto queuesOf = [&](std::uint32_t family, std::uint32_t count) {
+        VkDeviceQueueCreateInfo queues{};
+        queues.sType = VK_STRUCTURE_TYPE_DEVICE_QUEUE_CREATE_INFO;
+        queues.queueFamilyIndex = family;
+        queues.queueCount = count;
+        queues.pQueuePriorities = priorities.data();
+        return queues;
+    };
+    const std::uint32_t copyQueues =
+        physical.copying ? std::min<std::uint32_t>(physical.copying->queues, priorities.size()) : 0;
+    std::vector queues{queuesOf(self->queueFamily_.index, 1)};
+    if (copyQueues > 0) {
+        queues.push_back(queuesOf(physical.copying->index, copyQueues));
+    }
 
     Features features;
     enableFeatures(physical, features.core);
@@ -56,8 +65,8 @@ std::unique_ptr<Device> Device::create(const PhysicalDevice& physical, std::stri
     VkDeviceCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_DEVICE_CREATE_INFO;
     info.pNext = &features.core;
-    info.queueCreateInfoCount = 1;
-    info.pQueueCreateInfos = &queue;
+    info.queueCreateInfoCount = static_cast<std::uint32_t>(queues.size());
+    info.pQueueCreateInfos = queues.data();
     info.enabledExtensionCount = static_cast<std::uint32_t>(extensions.size());
     info.ppEnabledExtensionNames = extensions.data();
     VkDevice device = nullptr;
@@ -67,6 +76,9 @@ std::unique_ptr<Device> Device::create(const PhysicalDevice& physical, std::stri
         return nullptr;
     }
     self->open(device, 0);
+    for (std::uint32_t i = 0; i < copyQueues; ++i) {
+        vkGetDeviceQueue(device, physical.copying->index, i, &self->queues_.at(i + 1));
+    }
     self->exchange_ = exchangeBy({extensions.begin(), extensions.end()});
     return self;
 }
@@ -83,7 +95,7 @@ std::unique_ptr<Device> Device::take(const PhysicalDevice& physical, const Appli
 void Device::open(VkDevice device, std::uint32_t queueIndex)
 {
     device_ = device;
-    vkGetDeviceQueue(device_, queueFamily_.index, queueIndex, &queue_);
+    vkGetDeviceQueue(device_, queueFamily_.index, queueIndex, queues_.data());
     VkPipelineCacheCreateInfo cache{};
     cache.sType = VK_STRUCTURE_TYPE_PIPELINE_CACHE_CREATE_INFO;
     if (vkCreatePipelineCache(device_, &cache, nullptr, &pipelineCache_) != VK_SUCCESS) {
@@ -102,13 +114,14 @@ void Device::close()
     }
 }
 
-VkResult Device::submit(const VkSubmitInfo2& info)
+VkResult Device::submit(Lane lane, const VkSubmitInfo2& info)
 {
+    VkQueue queue = queues_.at(static_cast<std::size_t>(lane));
     if (application_ == nullptr || !application_->lockQueue) {
-        return vkQueueSubmit2(queue_, 1, &info, nullptr);
+        return vkQueueSubmit2(queue, 1, &info, nullptr);
     }
     application_->lockQueue();
-    const VkResult result = vkQueueSubmit2(queue_, 1, &info, nullptr);
+    const VkResult result = vkQueueSubmit2(queue, 1, &info, nullptr);
     application_->unlockQueue();
     return result;
 }

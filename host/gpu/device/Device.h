@@ -5,6 +5,7 @@
 
 #include <vulkan/vulkan_core.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -30,6 +31,14 @@ struct FaultInjection
 };
 
 class DrawingPath;
+
+/// The queues of a device. Only the first is always there.
+enum class Lane
+{
+    Drawing,
+    Uploads,
+    Downloads,
+};
 
 /// The enabled extensions by which memory is exchanged.
 struct ExchangeExtensions
@@ -62,12 +71,19 @@ public:
     VkDevice handle() const { return device_; }
     const PhysicalDevice& physical() const { return physical_; }
 
-    /// Submits to the queue, under the application's lock if it uses the queue too.
-    VkResult submit(const VkSubmitInfo2& info);
+    /// Submits to a queue, under the application's lock if it uses the queue too.
+    VkResult submit(Lane lane, const VkSubmitInfo2& info);
+
+    /// Whether there is a queue of its own for that: see PhysicalDevice::copying. Of one queue, uploads have
+    /// it.
+    bool has(Lane lane) const { return queues_.at(static_cast<std::size_t>(lane)) != nullptr; }
 
     const ExchangeExtensions& exchange() const { return exchange_; }
 
-    std::uint32_t queueFamily() const { return queueFamily_.index; }
+    std::uint32_t queueFamily(Lane lane = Lane::Drawing) const
+    {
+        return lane == Lane::Drawing ? queueFamily_.index : physical_.copying->index;
+    }
     VkPipelineCache pipelineCache() const { return pipelineCache_; }
     /// The bits of a timestamp that are valid; 0 if the device has no timestamps.
     std::uint32_t timerBits() const { return faults_.withoutTimer ? 0 : queueFamily_.timerBits; }
@@ -97,7 +113,7 @@ private:
     const PhysicalDevice physical_;
     const PhysicalDevice::QueueFamily queueFamily_;
     VkDevice device_ = nullptr;
-    VkQueue queue_ = nullptr;
+    std::array<VkQueue, 3> queues_{}; // by lane
     VkPipelineCache pipelineCache_ = nullptr;
     std::shared_ptr<const ApplicationDevice> application_; // null if the device is our own
     ExchangeExtensions exchange_;

@@ -70,6 +70,17 @@ std::optional<PhysicalDevice::QueueFamily> drawingFamily(std::span<const VkQueue
     return found;
 }
 
+std::optional<PhysicalDevice::CopyFamily> copyingFamily(std::span<const VkQueueFamilyProperties> families)
+{
+    constexpr VkQueueFlags harmless = VK_QUEUE_SPARSE_BINDING_BIT | VK_QUEUE_PROTECTED_BIT;
+    for (std::uint32_t i = 0; i < families.size(); ++i) {
+        if ((families[i].queueFlags & ~harmless) == VK_QUEUE_TRANSFER_BIT) {
+            return PhysicalDevice::CopyFamily{i, families[i].queueCount};
+        }
+    }
+    return std::nullopt;
+}
+
 bool convertsOneByOne(VkDriverId driver, std::string_view version)
 {
     constexpr std::string_view mesa = "Mesa ";
@@ -112,6 +123,10 @@ PhysicalDevice::PhysicalDevice(VkPhysicalDevice device, const Withheld& without)
     if (withheld.timer && graphics) {
         graphics->timerBits = 0;
     }
+    // The images of a DrawingPath have one layout, and the host's processors may use their memory.
+    if (!withheld.transferQueue && createDrawingPath(*this) == nullptr) {
+        copying = copyingFamily(queueFamilies(device));
+    }
 }
 
 PhysicalDevice PhysicalDevice::withFamily(std::uint32_t index) const
@@ -119,6 +134,7 @@ PhysicalDevice PhysicalDevice::withFamily(std::uint32_t index) const
     const std::vector<VkQueueFamilyProperties> families = queueFamilies(handle);
     PhysicalDevice device = *this;
     device.graphics.reset();
+    device.copying.reset();
     if (index < families.size()) {
         device.graphics = drawingFamily(std::span(families).subspan(index, 1));
     }

@@ -44,6 +44,13 @@ struct PhysicalDevice
         bool computes = false;
     };
 
+    /// Queues that copy and do nothing else.
+    struct CopyFamily
+    {
+        std::uint32_t index = 0;
+        std::uint32_t queues = 0;
+    };
+
     PhysicalDevice(VkPhysicalDevice device, const Withheld& without);
 
     VkPhysicalDevice handle = nullptr;
@@ -58,8 +65,10 @@ struct PhysicalDevice
     bool conformant = false;                          ///< its driver has passed Vulkan's conformance tests
     bool convertsSlowly = false;                      ///< floats to whole numbers; see convertsOneByOne()
     std::optional<QueueFamily> graphics{};            ///< see drawingFamily()
+    std::optional<CopyFamily> copying{};              ///< see copyingFamily(); none beside a DrawingPath
 
-    /// The same device, with the queue family of that index to draw with. Without one if it does not draw.
+    /// The same device, with the queue family of that index to draw with, and none that only copies. Without
+    /// one if it does not draw.
     PhysicalDevice withFamily(std::uint32_t index) const;
 
     bool isSoftware() const { return properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU; }
@@ -80,6 +89,9 @@ struct PhysicalDevice
 /// The queue family to draw with: the first that draws and has a timer, else the first that draws. Every
 /// family that draws also copies (Vulkan 1.3, VkQueueFlagBits).
 std::optional<PhysicalDevice::QueueFamily> drawingFamily(std::span<const VkQueueFamilyProperties> families);
+
+/// The first queue family that copies and neither draws, computes, nor deals with video.
+std::optional<PhysicalDevice::CopyFamily> copyingFamily(std::span<const VkQueueFamilyProperties> families);
 
 /// Whether that driver converts the floats of a vector to whole numbers one after the other, so that shaders
 /// that add instead (Effects::convertByAdding) are three to five times as fast: llvmpipe does so in

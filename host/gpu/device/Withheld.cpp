@@ -9,13 +9,14 @@ namespace Qx::Host::Vulkan {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, bool Withheld::*>, 6> names{
+constexpr std::array<std::pair<std::string_view, bool Withheld::*>, 7> names{
     {{"timer", &Withheld::timer},
      {"rows", &Withheld::rows},
      {"shared-memory", &Withheld::sharedMemory},
      {"large-limits", &Withheld::largeLimits},
      {"conversions", &Withheld::conversions},
-     {"conformance", &Withheld::conformance}}};
+     {"conformance", &Withheld::conformance},
+     {"transfer-queue", &Withheld::transferQueue}}};
 
 } // namespace
 

@@ -14,8 +14,9 @@ struct Withheld
     bool sharedMemory = false; ///< "shared-memory": host images in the memory of GPU images
     bool largeLimits =
         false; ///< "large-limits": 4096 texels a side, 128 MiB an allocation, 65536 texels a buffer
-    bool conversions = false; ///< "conversions": fast ones of floats to whole numbers
-    bool conformance = false; ///< "conformance": a driver that has passed Vulkan's tests
+    bool conversions = false;   ///< "conversions": fast ones of floats to whole numbers
+    bool conformance = false;   ///< "conformance": a driver that has passed Vulkan's tests
+    bool transferQueue = false; ///< "transfer-queue": queues that only copy
 };
 
 /// Reads the list. Empty, with the reason in `failure`, if it has another name.

@@ -30,44 +30,6 @@ constexpr VkPipelineStageFlags2 levelStages =
 constexpr VkAccessFlags2 levelAccesses =
     VK_ACCESS_2_SHADER_SAMPLED_READ_BIT | VK_ACCESS_2_COLOR_ATTACHMENT_WRITE_BIT;
 
-VkImageMemoryBarrier2 imageBarrier(VkImage image, const UseState& before, VkImageLayout layout)
-{
-    VkImageMemoryBarrier2 barrier{};
-    barrier.sType = VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER_2;
-    barrier.srcStageMask = before.stage;
-    barrier.srcAccessMask = before.written;
-    barrier.oldLayout = before.layout;
-    barrier.newLayout = layout;
-    barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-    barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-    barrier.image = image;
-    barrier.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, VK_REMAINING_MIP_LEVELS, 0, 1};
-    return barrier;
-}
-
-VkMemoryBarrier2 memoryBarrier(VkPipelineStageFlags2 stage, VkAccessFlags2 written,
-                               VkPipelineStageFlags2 nextStage, VkAccessFlags2 nextAccess)
-{
-    VkMemoryBarrier2 barrier{};
-    barrier.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER_2;
-    barrier.srcStageMask = stage;
-    barrier.srcAccessMask = written;
-    barrier.dstStageMask = nextStage;
-    barrier.dstAccessMask = nextAccess;
-    return barrier;
-}
-
-VkBufferMemoryBarrier2 bufferBarrier(const HostBuffer& buffer)
-{
-    VkBufferMemoryBarrier2 barrier{};
-    barrier.sType = VK_STRUCTURE_TYPE_BUFFER_MEMORY_BARRIER_2;
-    barrier.srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-    barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-    barrier.buffer = buffer.buffer;
-    barrier.size = VK_WHOLE_SIZE;
-    return barrier;
-}
-
 VkDeviceSize alignedUp(VkDeviceSize value, VkDeviceSize alignment)
 {
     return (value + alignment - 1) / alignment * alignment;
@@ -79,6 +41,10 @@ void Batch::beginEmpty(std::uint64_t value)
 {
     value_ = value;
     waits.clear();
+    uploadsAfter = 0;
+    drawsAfterDownloads = 0;
+    hasUploads_ = false;
+    hasDownloads_ = false;
     bytes = 0;
     operations = 0;
     barriers = 0;
@@ -101,39 +67,16 @@ bool Batch::begin(std::uint64_t value, bool timed)
     for (VkDescriptorPool pool : descriptorPools_) {
         vkResetDescriptorPool(device_.handle(), pool, 0);
     }
-    if (pool_ == nullptr) {
-        VkCommandPoolCreateInfo info{};
-        info.sType = VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO;
-        info.flags = VK_COMMAND_POOL_CREATE_TRANSIENT_BIT;
-        info.queueFamilyIndex = device_.queueFamily();
-        if (!device_.succeeded(vkCreateCommandPool(device_.handle(), &info, nullptr, &pool_),
-                               "creating a command pool")) {
-            pool_ = nullptr;
-            return false;
-        }
-    } else if (!device_.succeeded(vkResetCommandPool(device_.handle(), pool_, 0), "resetting commands")) {
+    if (!drawing_.begin()) {
         return false;
     }
-    if (commands_ == nullptr) {
-        VkCommandBufferAllocateInfo info{};
-        info.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_ALLOCATE_INFO;
-        info.commandPool = pool_;
-        info.level = VK_COMMAND_BUFFER_LEVEL_PRIMARY;
-        info.commandBufferCount = 1;
-        if (!device_.succeeded(vkAllocateCommandBuffers(device_.handle(), &info, &commands_),
-                               "allocating a command buffer")) {
-            commands_ = nullptr;
+    for (CommandList* const copies : {&uploads_, &downloads_}) {
+        if (device_.has(copies->lane()) && !copies->begin()) {
             return false;
         }
-    }
-    VkCommandBufferBeginInfo info{};
-    info.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO;
-    info.flags = VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT;
-    if (!device_.succeeded(vkBeginCommandBuffer(commands_, &info), "beginning commands")) {
-        return false;
     }
     if (const DrawingPath* path = device_.drawingPath()) {
-        path->beginCommands(commands_);
+        path->beginCommands(commands());
     }
     return !timed_ || beginStamps();
 }
@@ -151,7 +94,7 @@ bool Batch::beginStamps()
             return false;
         }
     }
-    vkCmdResetQueryPool(commands_, queries_, 0, stampsPerBatch);
+    vkCmdResetQueryPool(commands(), queries_, 0, stampsPerBatch);
     stamp(firstStamp);
     return true;
 }
@@ -159,7 +102,7 @@ bool Batch::beginStamps()
 void Batch::stamp(std::uint32_t query)
 {
     // After all earlier work, so that the time of an earlier batch does not count twice.
-    vkCmdWriteTimestamp2(commands_, VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT, queries_, query);
+    vkCmdWriteTimestamp2(commands(), VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT, queries_, query);
 }
 
 std::optional<Batch::Stamps> Batch::stamps() const
@@ -176,9 +119,9 @@ std::optional<Batch::Stamps> Batch::stamps() const
 /// For images that share memory with the host: it reads them without a command that could be a barrier.
 void Batch::showToHost()
 {
-    memoryBarriers_.push_back(memoryBarrier(VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT,
-                                            VK_ACCESS_2_MEMORY_WRITE_BIT, VK_PIPELINE_STAGE_2_HOST_BIT,
-                                            VK_ACCESS_2_HOST_READ_BIT));
+    barriers_.memory.push_back(memoryBarrier(VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT,
+                                             VK_ACCESS_2_MEMORY_WRITE_BIT, VK_PIPELINE_STAGE_2_HOST_BIT,
+                                             VK_ACCESS_2_HOST_READ_BIT));
     flush();
 }
 
@@ -190,7 +133,7 @@ bool Batch::end()
     if (timed_) {
         stamp(lastStamp);
     }
-    return device_.succeeded(vkEndCommandBuffer(commands_), "ending commands");
+    return drawing_.end() && (!hasUploads_ || uploads_.end()) && (!hasDownloads_ || downloads_.end());
 }
 
 void Batch::destroy()
@@ -203,12 +146,12 @@ void Batch::destroy()
         vkDestroyDescriptorPool(device_.handle(), pool, nullptr);
     }
     vkDestroyQueryPool(device_.handle(), queries_, nullptr);
-    vkDestroyCommandPool(device_.handle(), pool_, nullptr);
+    for (CommandList* const list : {&drawing_, &uploads_, &downloads_}) {
+        list->destroy();
+    }
     chunks_.clear();
     descriptorPools_.clear();
     queries_ = nullptr;
-    pool_ = nullptr;
-    commands_ = nullptr;
 }
 
 bool Batch::addUniformChunk(VkDeviceSize bytes_)
@@ -291,6 +234,9 @@ void Batch::use(Texture& texture, const Use& next)
     if (next.writes) {
         texture.lastWrite.store(value_, std::memory_order_relaxed);
     }
+    if (texture.downloadedBy != 0) {
+        takeFromDownloads(texture, next.discard);
+    }
     if (texture.companion != nullptr) {
         useMemory(texture, next);
         return;
@@ -302,7 +248,7 @@ void Batch::use(Texture& texture, const Use& next)
     barrier.oldLayout = next.discard ? VK_IMAGE_LAYOUT_UNDEFINED : barrier.oldLayout;
     barrier.dstStageMask = next.stage;
     barrier.dstAccessMask = next.access;
-    imageBarriers_.push_back(barrier);
+    barriers_.images.push_back(barrier);
     texture.use = {next.layout, next.stage, next.writes ? next.access : VK_ACCESS_2_NONE};
 }
 
@@ -318,10 +264,10 @@ void Batch::useMemory(Texture& texture, const Use& next)
             VkImageMemoryBarrier2 barrier = imageBarrier(image, texture.use, VK_IMAGE_LAYOUT_GENERAL);
             barrier.dstStageMask = next.stage;
             barrier.dstAccessMask = next.access;
-            imageBarriers_.push_back(barrier);
+            barriers_.images.push_back(barrier);
         }
     } else if (next.writes || texture.use.written != VK_ACCESS_2_NONE || texture.use.stage != next.stage) {
-        memoryBarriers_.push_back(
+        barriers_.memory.push_back(
             memoryBarrier(texture.use.stage, texture.use.written, next.stage, next.access));
     }
     texture.use = {VK_IMAGE_LAYOUT_GENERAL, next.stage, written};
@@ -348,8 +294,7 @@ void Batch::writeOnHost(Texture& texture)
 
 void Batch::sample(Texture& texture)
 {
-    use(texture, {VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL, VK_PIPELINE_STAGE_2_FRAGMENT_SHADER_BIT,
-                  VK_ACCESS_2_SHADER_SAMPLED_READ_BIT, false, false});
+    use(texture, sampled_);
 }
 
 void Batch::count(Texture& texture)
@@ -372,7 +317,7 @@ void Batch::beginLevels(Texture& texture)
 
 void Batch::nextLevel()
 {
-    memoryBarriers_.push_back(
+    barriers_.memory.push_back(
         memoryBarrier(VK_PIPELINE_STAGE_2_COLOR_ATTACHMENT_OUTPUT_BIT, VK_ACCESS_2_COLOR_ATTACHMENT_WRITE_BIT,
                       VK_PIPELINE_STAGE_2_FRAGMENT_SHADER_BIT, VK_ACCESS_2_SHADER_SAMPLED_READ_BIT));
 }
@@ -401,7 +346,7 @@ void Batch::giveAway(Texture& texture, VkImageLayout layout)
                   VK_ACCESS_2_MEMORY_READ_BIT | VK_ACCESS_2_MEMORY_WRITE_BIT, true, false});
     flush();
     if (texture.partner != VK_QUEUE_FAMILY_IGNORED) {
-        passOn(texture, device_.queueFamily(), texture.partner);
+        passToPartner(texture, {device_.queueFamily(), texture.partner});
     }
 }
 
@@ -411,20 +356,18 @@ void Batch::takeBack(Texture& texture, VkImageLayout layout)
     texture.lastWrite.store(value_, std::memory_order_relaxed);
     texture.use = {layout, VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT, VK_ACCESS_2_MEMORY_WRITE_BIT};
     if (texture.partner != VK_QUEUE_FAMILY_IGNORED) {
-        passOn(texture, texture.partner, device_.queueFamily());
+        passToPartner(texture, {texture.partner, device_.queueFamily()});
         texture.use.layout = layoutOfReceived;
     }
 }
 
 /// The same barrier is recorded on both sides: see ExportedImage.
-void Batch::passOn(const Texture& texture, std::uint32_t from, std::uint32_t to)
+void Batch::passToPartner(const Texture& texture, const Passing& passing)
 {
-    VkImageMemoryBarrier2 barrier = imageBarrier(texture.image, texture.use, layoutOfReceived);
-    barrier.srcQueueFamilyIndex = from;
-    barrier.dstQueueFamilyIndex = to;
+    VkImageMemoryBarrier2 barrier = imageBarrier(texture.image, texture.use, layoutOfReceived, passing);
     barrier.dstStageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
     barrier.dstAccessMask = VK_ACCESS_2_MEMORY_READ_BIT | VK_ACCESS_2_MEMORY_WRITE_BIT;
-    imageBarriers_.push_back(barrier);
+    barriers_.images.push_back(barrier);
     flush();
 }
 
@@ -443,48 +386,27 @@ void Batch::copyTo(HostBuffer& buffer)
         barrier.srcStageMask = copyStage;
         barrier.dstStageMask = copyStage;
         barrier.dstAccessMask = VK_ACCESS_2_TRANSFER_WRITE_BIT;
-        bufferBarriers_.push_back(barrier);
+        barriers_.buffers.push_back(barrier);
     }
 }
 
 void Batch::order(VkPipelineStageFlags2 stage, VkAccessFlags2 written, VkPipelineStageFlags2 nextStage,
                   VkAccessFlags2 nextAccess)
 {
-    memoryBarriers_.push_back(memoryBarrier(stage, written, nextStage, nextAccess));
+    barriers_.memory.push_back(memoryBarrier(stage, written, nextStage, nextAccess));
     flush();
 }
 
 void Batch::publish(HostBuffer& buffer)
 {
-    VkBufferMemoryBarrier2 barrier = bufferBarrier(buffer);
-    barrier.srcStageMask = copyStage;
-    barrier.srcAccessMask = VK_ACCESS_2_TRANSFER_WRITE_BIT;
-    barrier.dstStageMask = VK_PIPELINE_STAGE_2_HOST_BIT | copyStage;
-    barrier.dstAccessMask =
-        VK_ACCESS_2_HOST_READ_BIT | VK_ACCESS_2_TRANSFER_READ_BIT | VK_ACCESS_2_TRANSFER_WRITE_BIT;
-    bufferBarriers_.push_back(barrier);
+    barriers_.buffers.push_back(publishingBarrier(buffer));
     buffer.use.stage = VK_PIPELINE_STAGE_2_NONE;
     flush();
 }
 
 void Batch::flush()
 {
-    if (memoryBarriers_.empty() && imageBarriers_.empty() && bufferBarriers_.empty()) {
-        return;
-    }
-    VkDependencyInfo info{};
-    info.sType = VK_STRUCTURE_TYPE_DEPENDENCY_INFO;
-    info.memoryBarrierCount = static_cast<std::uint32_t>(memoryBarriers_.size());
-    info.pMemoryBarriers = memoryBarriers_.data();
-    info.imageMemoryBarrierCount = static_cast<std::uint32_t>(imageBarriers_.size());
-    info.pImageMemoryBarriers = imageBarriers_.data();
-    info.bufferMemoryBarrierCount = static_cast<std::uint32_t>(bufferBarriers_.size());
-    info.pBufferMemoryBarriers = bufferBarriers_.data();
-    vkCmdPipelineBarrier2(commands_, &info);
-    barriers += memoryBarriers_.size() + imageBarriers_.size() + bufferBarriers_.size();
-    memoryBarriers_.clear();
-    imageBarriers_.clear();
-    bufferBarriers_.clear();
+    barriers += barriers_.record(commands());
 }
 
 } // namespace Qx::Host::Vulkan

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "host/gpu/drawing/Barriers.h"
+#include "host/gpu/drawing/CommandList.h"
 #include "host/gpu/drawing/HostQueue.h"
-#include "host/gpu/images/Resources.h"
 
 #include <cstddef>
 #include <optional>
@@ -10,12 +11,23 @@
 
 namespace Qx::Host::Vulkan {
 
-/// One command buffer, with everything that it needs until the device has finished it. Used under the
-/// recorder's lock only.
+/// The commands of one submission, with everything that they need until the device has finished them. Used
+/// under the recorder's lock only.
+///
+/// Where the device has queues of their own for that, the uploads come before all drawing of the batch and
+/// the downloads after it: drawing waits for the uploads of its batch, and downloads wait for the drawing.
+/// Batches overlap.
 class Batch
 {
 public:
-    Batch(Device& device, DeviceMemory& memory) : device_(device), memory_(memory) {}
+    Batch(Device& device, DeviceMemory& memory)
+        : device_(device),
+          memory_(memory),
+          drawing_(device, Lane::Drawing),
+          uploads_(device, Lane::Uploads),
+          downloads_(device, Lane::Downloads)
+    {
+    }
     Batch(const Batch&) = delete;
     Batch& operator=(const Batch&) = delete;
 
@@ -31,7 +43,11 @@ public:
     bool end();
     void destroy();
 
-    VkCommandBuffer commands() const { return commands_; }
+    VkCommandBuffer commands() const { return drawing_.handle(); }
+
+    /// The commands for the queue of uploads or downloads; null if there are none.
+    VkCommandBuffer uploads() const { return hasUploads_ ? uploads_.handle() : nullptr; }
+    VkCommandBuffer downloads() const { return hasDownloads_ ? downloads_.handle() : nullptr; }
     std::uint64_t value() const { return value_; } ///< of the timeline, once the device has finished it
 
     /// The timestamps of a timed batch that the device has finished, in ticks; empty if there are none.
@@ -68,6 +84,11 @@ public:
     void copyTo(HostBuffer& buffer);
     void flush();
 
+    /// Copies all texels. `target` of an upload, or of a download, is one that no batch uses any more. The
+    /// last operation of a batch with a download.
+    void upload(HostBuffer& source, Texture& target);
+    void download(Texture& source, HostBuffer& target);
+
     /// Brings a texture with companion views into the layout in which the host may use its memory.
     void bringToHost(Texture& texture);
 
@@ -82,7 +103,9 @@ public:
     /// Makes what was copied to the buffer visible to the host and to later copies.
     void publish(HostBuffer& buffer);
 
-    std::vector<VkSemaphoreSubmitInfo> waits; ///< before the device begins
+    std::vector<VkSemaphoreSubmitInfo> waits; ///< before the device begins to draw
+    std::uint64_t uploadsAfter = 0;           ///< the batch that must be finished before uploads begin
+    std::uint64_t drawsAfterDownloads = 0;    ///< the batch whose downloads must be finished before drawing
     std::uint64_t bytes = 0;                  ///< of images in flight
     std::uint32_t operations = 0;
     std::uint64_t barriers = 0; ///< recorded in this batch
@@ -102,11 +125,14 @@ private:
         bool writes;
         bool discard;
     };
+    static const Use sampled_;
 
     void beginEmpty(std::uint64_t value);
     void use(Texture& texture, const Use& next);
     void useMemory(Texture& texture, const Use& next);
-    void passOn(const Texture& texture, std::uint32_t from, std::uint32_t to);
+    void passToPartner(const Texture& texture, const Passing& passing);
+    void passOn(Texture& texture, const CommandList& from, const CommandList& to, const Use& next);
+    void takeFromDownloads(Texture& texture, bool discard);
     bool addUniformChunk(VkDeviceSize bytes);
     bool addDescriptorPool();
     void showToHost();
@@ -116,8 +142,11 @@ private:
     Device& device_;
     DeviceMemory& memory_;
     std::uint64_t value_ = 0;
-    VkCommandPool pool_ = nullptr;
-    VkCommandBuffer commands_ = nullptr;
+    CommandList drawing_;
+    CommandList uploads_;
+    CommandList downloads_;
+    bool hasUploads_ = false;
+    bool hasDownloads_ = false;
     VkQueryPool queries_ = nullptr; // none before the first timed use
     bool timed_ = false;
     bool isHosts_ = false;
@@ -127,9 +156,7 @@ private:
     VkDeviceSize chunkUsed_ = 0;
     std::vector<VkDescriptorPool> descriptorPools_;
     std::size_t descriptorPool_ = 0;
-    std::vector<VkMemoryBarrier2> memoryBarriers_;
-    std::vector<VkImageMemoryBarrier2> imageBarriers_;
-    std::vector<VkBufferMemoryBarrier2> bufferBarriers_;
+    Barriers barriers_; // announced and not recorded yet
 };
 
 } // namespace Qx::Host::Vulkan

@@ -1,6 +1,7 @@
 #include "host/gpu/drawing/Recorder.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace Qx::Host::Vulkan {
@@ -16,19 +17,26 @@ constexpr std::uint64_t dueBytesWhenIdle = 256U << 10;
 
 using Clock = std::chrono::steady_clock;
 
-VkSemaphoreSubmitInfo waitFor(const DevicePoint& point)
+/// A point that a submission waits for before it begins, or signals at its end.
+VkSemaphoreSubmitInfo submitInfo(const DevicePoint& point)
 {
-    VkSemaphoreSubmitInfo wait{};
-    wait.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SUBMIT_INFO;
-    wait.semaphore = point.semaphore;
-    wait.value = point.value;
-    wait.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
-    return wait;
+    VkSemaphoreSubmitInfo info{};
+    info.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SUBMIT_INFO;
+    info.semaphore = point.semaphore;
+    info.value = point.value;
+    info.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
+    return info;
 }
 
 } // namespace
 
 bool Recorder::create()
+{
+    return createTimeline(timeline_) && (!device_.has(Lane::Uploads) || createTimeline(uploadTimeline_)) &&
+           (!device_.has(Lane::Downloads) || createTimeline(downloadTimeline_));
+}
+
+bool Recorder::createTimeline(VkSemaphore& timeline)
 {
     VkSemaphoreTypeCreateInfo type{};
     type.sType = VK_STRUCTURE_TYPE_SEMAPHORE_TYPE_CREATE_INFO;
@@ -36,18 +44,23 @@ bool Recorder::create()
     VkSemaphoreCreateInfo info{};
     info.sType = VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO;
     info.pNext = &type;
-    return device_.succeeded(vkCreateSemaphore(device_.handle(), &info, nullptr, &timeline_),
+    return device_.succeeded(vkCreateSemaphore(device_.handle(), &info, nullptr, &timeline),
                              "creating the timeline");
 }
 
 std::uint64_t Recorder::completed()
 {
     std::uint64_t value = 0;
-    const VkResult result = hostQueue_.valueOf(timeline_, value);
+    std::uint64_t downloaded = 0;
+    VkResult result = hostQueue_.valueOf(timeline_, value);
+    if (result == VK_SUCCESS && downloadTimeline_ != nullptr) {
+        result = hostQueue_.valueOf(downloadTimeline_, downloaded);
+    }
     if (result != VK_SUCCESS) {
         device_.succeeded(result, "asking for the device's progress");
         return completed_;
     }
+    value = downloads_.finished(value, downloaded);
     std::uint64_t known = completed_.load();
     while (known < value && !completed_.compare_exchange_weak(known, value)) {
     }
@@ -181,7 +194,7 @@ Batch* Recorder::batchAfter(const DevicePoint& point)
     }
     Batch* const batch = openBatch();
     if (batch != nullptr && point.semaphore != nullptr) {
-        batch->waits.push_back(waitFor(point));
+        batch->waits.push_back(submitInfo(point));
     }
     return batch;
 }
@@ -218,25 +231,15 @@ bool Recorder::submitOpen()
         return false;
     }
     if (lastOnHost_ > completed_.load()) {
-        batch->waits.push_back(waitFor({timeline_, lastOnHost_}));
+        batch->waits.push_back(submitInfo({timeline_, lastOnHost_}));
     }
-    VkCommandBufferSubmitInfo commands{};
-    commands.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_SUBMIT_INFO;
-    commands.commandBuffer = batch->commands();
-    VkSemaphoreSubmitInfo signal{};
-    signal.sType = VK_STRUCTURE_TYPE_SEMAPHORE_SUBMIT_INFO;
-    signal.semaphore = timeline_;
-    signal.value = batch->value();
-    signal.stageMask = VK_PIPELINE_STAGE_2_ALL_COMMANDS_BIT;
-    VkSubmitInfo2 info{};
-    info.sType = VK_STRUCTURE_TYPE_SUBMIT_INFO_2;
-    info.waitSemaphoreInfoCount = static_cast<std::uint32_t>(batch->waits.size());
-    info.pWaitSemaphoreInfos = batch->waits.data();
-    info.commandBufferInfoCount = 1;
-    info.pCommandBufferInfos = &commands;
-    info.signalSemaphoreInfoCount = 1;
-    info.pSignalSemaphoreInfos = &signal;
-    if (!device_.succeeded(device_.submit(info), "submitting work")) {
+    if (batch->uploads() != nullptr) {
+        batch->waits.push_back(submitInfo({uploadTimeline_, batch->value()}));
+    }
+    if (batch->drawsAfterDownloads != 0) {
+        batch->waits.push_back(submitInfo({downloadTimeline_, batch->drawsAfterDownloads}));
+    }
+    if (!submitParts(*batch)) {
         device_.markLost("work could not be submitted");
         inFlightBytes_ -= batch->bytes;
         free_.push_back(std::move(batch));
@@ -249,6 +252,52 @@ bool Recorder::submitOpen()
     return true;
 }
 
+/// Every part is submitted after those that it waits for.
+bool Recorder::submitParts(const Batch& batch)
+{
+    const std::uint64_t value = batch.value();
+    if (batch.uploads() != nullptr) {
+        std::vector waits{submitInfo({timeline_, batch.uploadsAfter})};
+        if (downloadTimeline_ != nullptr) {
+            waits.push_back(submitInfo({downloadTimeline_, downloads_.upTo(batch.uploadsAfter)}));
+        }
+        if (!submitPart(Lane::Uploads, batch.uploads(), {uploadTimeline_, value}, waits)) {
+            return false;
+        }
+    }
+    if (batch.downloads() != nullptr) {
+        downloads_.add(value); // before anybody can see that the batch is drawn
+    }
+    if (!submitPart(Lane::Drawing, batch.commands(), {timeline_, value}, batch.waits)) {
+        return false;
+    }
+    const VkSemaphoreSubmitInfo drawn = submitInfo({timeline_, value});
+    return batch.downloads() == nullptr ||
+           submitPart(Lane::Downloads, batch.downloads(), {downloadTimeline_, value}, {&drawn, 1});
+}
+
+bool Recorder::submitPart(Lane lane, VkCommandBuffer commandBuffer, const DevicePoint& end,
+                          std::span<const VkSemaphoreSubmitInfo> waits)
+{
+    VkCommandBufferSubmitInfo commands{};
+    commands.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_SUBMIT_INFO;
+    commands.commandBuffer = commandBuffer;
+    const VkSemaphoreSubmitInfo signal = submitInfo(end);
+    VkSubmitInfo2 info{};
+    info.sType = VK_STRUCTURE_TYPE_SUBMIT_INFO_2;
+    info.waitSemaphoreInfoCount = static_cast<std::uint32_t>(waits.size());
+    info.pWaitSemaphoreInfos = waits.data();
+    info.commandBufferInfoCount = 1;
+    info.pCommandBufferInfos = &commands;
+    info.signalSemaphoreInfoCount = 1;
+    info.pSignalSemaphoreInfos = &signal;
+    if (!device_.succeeded(device_.submit(lane, info), "submitting work")) {
+        return false;
+    }
+    transfers_ += lane != Lane::Drawing ? 1 : 0;
+    return true;
+}
+
 bool Recorder::submit(std::uint64_t value)
 {
     const std::lock_guard lock(mutex_);
@@ -257,11 +306,13 @@ bool Recorder::submit(std::uint64_t value)
 
 VkResult Recorder::waitOnce(std::uint64_t value, std::chrono::nanoseconds limit)
 {
+    const std::array timelines{timeline_, downloadTimeline_};
+    const std::array values{value, downloads_.upTo(value)};
     VkSemaphoreWaitInfo info{};
     info.sType = VK_STRUCTURE_TYPE_SEMAPHORE_WAIT_INFO;
-    info.semaphoreCount = 1;
-    info.pSemaphores = &timeline_;
-    info.pValues = &value;
+    info.semaphoreCount = downloadTimeline_ != nullptr ? 2 : 1;
+    info.pSemaphores = timelines.data();
+    info.pValues = values.data();
     const auto end = Clock::now() + limit;
     if (!hostQueue_.wait(value, limit)) {
         return VK_TIMEOUT;
@@ -455,8 +506,10 @@ void Recorder::destroy()
     free_.clear();
     open_.reset();
     inFlightBytes_ = 0;
-    vkDestroySemaphore(device_.handle(), timeline_, nullptr);
-    timeline_ = nullptr;
+    for (VkSemaphore* const timeline : {&timeline_, &uploadTimeline_, &downloadTimeline_}) {
+        vkDestroySemaphore(device_.handle(), *timeline, nullptr);
+        *timeline = nullptr;
+    }
 }
 
 } // namespace Qx::Host::Vulkan

@@ -3,6 +3,7 @@
 #include "host/gpu/DeviceSharing.h"
 #include "host/gpu/GPUOptions.h"
 #include "host/gpu/drawing/Batch.h"
+#include "host/gpu/drawing/Downloads.h"
 
 #include <chrono>
 #include <deque>
@@ -20,6 +21,9 @@ namespace Qx::Host::Vulkan {
 /// Everything recorded has a value on one timeline: the device has finished it once the timeline has reached
 /// the value. A batch is submitted when a caller waits for it, when it is large enough, and at once if the
 /// device is idle.
+///
+/// Uploads and downloads that have queues of their own have timelines too, on which their queues reach the
+/// values of their batches. The device has finished a value when it has finished the downloads too.
 class Recorder
 {
 public:
@@ -143,6 +147,7 @@ public:
     std::uint64_t inFlightBytes() const { return inFlightBytes_; }
     std::uint64_t inFlightLimit() const { return inFlightLimit_; }
     std::uint64_t batchesSubmitted() const { return submitted_; }
+    std::uint64_t transferBatches() const { return transfers_; }
     std::uint64_t barriers() const { return barriers_; }
 
 private:
@@ -182,6 +187,10 @@ private:
     std::uint64_t recorded(std::uint64_t bytes, Submit submit);
     bool isDue(const Batch& batch) const;
     bool submitOpen();
+    bool submitParts(const Batch& batch);
+    bool submitPart(Lane lane, VkCommandBuffer commandBuffer, const DevicePoint& end,
+                    std::span<const VkSemaphoreSubmitInfo> waits);
+    bool createTimeline(VkSemaphore& timeline);
     void retire();
     void addTo(Timing& timing, const Batch& batch) const;
     std::uint64_t ticksBetween(std::uint64_t begin, std::uint64_t end) const;
@@ -191,7 +200,10 @@ private:
     DeviceMemory& memory_;
     const std::uint64_t inFlightLimit_;
     const std::chrono::milliseconds stallLimit_;
-    VkSemaphore timeline_ = nullptr;
+    VkSemaphore timeline_ = nullptr;         // of drawing, and of the host's work
+    VkSemaphore uploadTimeline_ = nullptr;   // null without a queue for them
+    VkSemaphore downloadTimeline_ = nullptr; // likewise
+    Downloads downloads_;
     std::atomic<std::uint64_t> completed_{0};
 
     std::mutex mutex_; // guards all below; not held while waiting for the device
@@ -206,6 +218,7 @@ private:
 
     std::atomic<std::uint64_t> inFlightBytes_{0};
     std::atomic<std::uint64_t> submitted_{0};
+    std::atomic<std::uint64_t> transfers_{0};
     std::atomic<std::uint64_t> barriers_{0};
 
     HostQueue hostQueue_; // ends before the batches that it writes to

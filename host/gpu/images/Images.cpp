@@ -26,12 +26,7 @@ TextureKey tableKey(int size)
 bool recordUpload(Context& context, HostBuffer& source, Texture& target)
 {
     return context.recorder().record(target.key.bytes(), Recorder::Submit::WhenDue, [&](Batch& batch) {
-        batch.copyFrom(source);
-        batch.copyTo(target);
-        batch.flush();
-        const VkBufferImageCopy region = wholeImage(target.key);
-        vkCmdCopyBufferToImage(batch.commands(), source.buffer, target.image,
-                               target.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL), 1, &region);
+        batch.upload(source, target);
         return true;
     }) != 0;
 }
@@ -99,11 +94,11 @@ void* CopiedImage::map(eAccess access)
 
 Qx::Ptr<GPUImage> CopiedImage::upload()
 {
-    Qx::Ptr<GPUImage> image = makeGPUImage(context(), getSize(), getFormat());
-    if (!image || !recordUpload(context(), *buffer_, *image->picture().texture())) {
+    Pooled<Texture> texture = acquireTextureForUpload(context(), keyOf(getSize(), getFormat()));
+    if (!texture || !recordUpload(context(), *buffer_, *texture)) {
         return {};
     }
-    return image;
+    return Qx::makePtr<GPUImage>(std::move(texture), getSize(), getFormat());
 }
 
 Qx::Ptr<HostImage3D> HostImage3D::create(int size)
@@ -161,15 +156,7 @@ Qx::Ptr<HostImage> download(Context& context, GPUImage& source)
     HostBuffer& buffer = image->buffer();
     const auto value =
         context.recorder().record(source.picture().key.bytes(), Recorder::Submit::Now, [&](Batch& batch) {
-            Texture& texture = *source.picture().texture();
-            batch.copyFrom(texture);
-            batch.copyTo(buffer);
-            batch.flush();
-            const VkBufferImageCopy region = wholeImage(texture.key);
-            vkCmdCopyImageToBuffer(batch.commands(), texture.image,
-                                   texture.layoutFor(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL), buffer.buffer, 1,
-                                   &region);
-            batch.publish(buffer);
+            batch.download(*source.picture().texture(), buffer);
             return true;
         });
     return value != 0 ? Qx::Ptr<HostImage>(image) : Qx::Ptr<HostImage>();
@@ -192,7 +179,7 @@ Qx::Ptr<GPUImage3D> upload(Context& context, const iHostImage3D& source)
 {
     const int size = source.getSize();
     const TextureKey key = tableKey(size);
-    Pooled<Texture> texture = acquireTexture(context, key);
+    Pooled<Texture> texture = acquireTextureForUpload(context, key);
     const Pooled<HostBuffer> staging = acquireHostBuffer(context, key.bytes());
     if (!texture || !staging) {
         return {};

@@ -27,14 +27,16 @@ public:
     }
 
     /// Takes a released resource of that key. One that the device no longer uses (lastUse is at most
-    /// `completed`) is preferred; any other only if `orPending`. Null if there is none.
+    /// `completed`) is preferred; any other only if `orPending`, and none that is being downloaded. Null if
+    /// there is none.
     std::unique_ptr<Resource> take(const Key& key, std::uint64_t completed, bool orPending)
     {
         const std::lock_guard lock(mutex_);
         destroyIdle(idleLimit_, completed);
         auto found = idle_.end();
         for (auto i = idle_.begin(); i != idle_.end(); ++i) {
-            if ((*i)->key == key && ((*i)->lastUse <= completed || (orPending && found == idle_.end()))) {
+            const bool mayBePending = orPending && found == idle_.end() && !(*i)->isDownloading(completed);
+            if ((*i)->key == key && ((*i)->lastUse <= completed || mayBePending)) {
                 found = i;
                 if ((*i)->lastUse <= completed) {
                     break;

@@ -162,6 +162,7 @@ void Texture::exchange(Texture& other)
     std::swap(use, other.use);
     swapValues(lastUse, other.lastUse);
     swapValues(lastWrite, other.lastWrite);
+    swapValues(downloadedBy, other.downloadedBy);
     swapValues(hosted, other.hosted);
     swapValues(givenOut, other.givenOut);
 }
@@ -195,6 +196,13 @@ VkResult createBuffer(Device& device, DeviceMemory& memory, VkDeviceSize bytes, 
     info.sType = VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO;
     info.size = bytes;
     info.usage = usage;
+    std::array<std::uint32_t, 2> families{};
+    if (use == MemoryUse::HostRead && device.has(Lane::Uploads)) {
+        families = {device.queueFamily(Lane::Drawing), device.queueFamily(Lane::Uploads)};
+        info.sharingMode = VK_SHARING_MODE_CONCURRENT;
+        info.queueFamilyIndexCount = static_cast<std::uint32_t>(families.size());
+        info.pQueueFamilyIndices = families.data();
+    }
     VkResult result = vkCreateBuffer(device.handle(), &info, nullptr, &buffer);
     if (result != VK_SUCCESS) {
         buffer = nullptr;

@@ -63,16 +63,21 @@ struct Texture
     UseState use;
     std::atomic<std::uint64_t> lastUse{0};   ///< timeline value after which the device is done with it
     std::atomic<std::uint64_t> lastWrite{0}; ///< timeline value after which its texels are written
-    std::atomic<std::uint32_t> holders{0};   ///< handles; see Pooled
-    std::atomic<bool> hosted{false};         ///< a host image shares this memory; one at most
-    std::atomic<bool> givenOut{false};       ///< somebody may hold its address
-    std::atomic<bool> given{false};          ///< the application may use it: it stays as it is
+    /// The batch that has downloaded it on the queue of downloads, which has the image since; 0: that for
+    /// drawing has it.
+    std::atomic<std::uint64_t> downloadedBy{0};
+    std::atomic<std::uint32_t> holders{0}; ///< handles; see Pooled
+    std::atomic<bool> hosted{false};       ///< a host image shares this memory; one at most
+    std::atomic<bool> givenOut{false};     ///< somebody may hold its address
+    std::atomic<bool> given{false};        ///< the application may use it: it stays as it is
 
     std::uint64_t memoryBytes() const
     {
         return origin == Origin::Application ? 0 : key.bytes() + (key.levels > 1 ? key.bytes() / 3 : 0);
     }
     bool isGiven() const { return given; }
+    /// Whether drawing into it would wait for a download.
+    bool isDownloading(std::uint64_t completed) const { return downloadedBy > completed; }
     bool isReusable() const { return origin == Origin::Service && !isGiven(); }
     bool exists() const { return image != nullptr; }
 
@@ -113,6 +118,7 @@ struct HostBuffer
 
     std::uint64_t memoryBytes() const { return key; }
     static constexpr bool isGiven() { return false; }
+    static constexpr bool isDownloading(std::uint64_t) { return false; }
     static constexpr bool isReusable() { return true; }
     bool exists() const { return buffer != nullptr; }
     static VkResult create(Device& device, DeviceMemory& memory, const Key& key, HostBuffer& buffer);

@@ -201,8 +201,9 @@ TEST(WithheldNamesTest, AnUnknownNameIsAFailureThatListsTheKnownOnes)
     GPUService service;
     EXPECT_FALSE(service.start());
     EXPECT_THAT(service.failure(), HasSubstr("\"colour\""));
-    EXPECT_THAT(service.failure(),
-                HasSubstr("timer, rows, shared-memory, large-limits, conversions, conformance"));
+    EXPECT_THAT(
+        service.failure(),
+        HasSubstr("timer, rows, shared-memory, large-limits, conversions, conformance, transfer-queue"));
     ::unsetenv("QX_DEVICE_WITHOUT");
 }
 
@@ -232,6 +233,21 @@ TEST(QueueFamilyTest, TheFirstThatDrawsWithATimerIsTaken)
     EXPECT_EQ(index({draws, copies, drawsTimed}), 2);
     EXPECT_EQ(index({drawsTimed, draws, drawsTimed}), 0);
     EXPECT_EQ(drawingFamily(std::vector{copies, drawsTimed})->timerBits, 36U);
+}
+
+TEST(QueueFamilyTest, TheFirstThatDoesNothingButCopyIsTakenForCopies)
+{
+    const auto copies = family(VK_QUEUE_TRANSFER_BIT | VK_QUEUE_SPARSE_BINDING_BIT, 0);
+    const auto computes = family(VK_QUEUE_COMPUTE_BIT | VK_QUEUE_TRANSFER_BIT, 64);
+    const auto draws = family(VK_QUEUE_GRAPHICS_BIT | VK_QUEUE_COMPUTE_BIT | VK_QUEUE_TRANSFER_BIT, 64);
+    const auto decodes = family(VK_QUEUE_VIDEO_DECODE_BIT_KHR | VK_QUEUE_TRANSFER_BIT, 0);
+    const auto index = [](std::vector<VkQueueFamilyProperties> families) {
+        const auto found = Host::Vulkan::copyingFamily(families);
+        return found ? static_cast<int>(found->index) : -1;
+    };
+    EXPECT_EQ(index({draws}), -1);
+    EXPECT_EQ(index({draws, computes, decodes}), -1);
+    EXPECT_EQ(index({draws, decodes, copies, copies}), 2);
 }
 
 } // namespace

@@ -7,6 +7,8 @@
 //     rows        images with rows in order alone
 //     import      the same, and nothing is exported
 
+#include "tests/host/gpu/layers/Layer.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -14,12 +16,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <map>
-#include <mutex>
 #include <string_view>
 #include <sys/stat.h>
 #include <vector>
-#include <vulkan/vk_layer.h>
-#include <vulkan/vulkan.h>
+
+namespace Qx::GpuTests {
 
 namespace {
 
@@ -32,105 +33,6 @@ std::string_view mode()
     return value != nullptr ? value : "";
 }
 
-/// The functions of what comes next, by what the loader gives every handle of an instance or a device.
-struct Next
-{
-    PFN_vkGetInstanceProcAddr instance = nullptr;
-    PFN_vkGetDeviceProcAddr device = nullptr;
-    VkInstance instanceHandle = nullptr;
-    VkDevice deviceHandle = nullptr;
-    VkPhysicalDevice physical = nullptr;
-
-    template <class Function>
-    Function get(const char* name) const
-    {
-        return reinterpret_cast<Function>(deviceHandle != nullptr ? device(deviceHandle, name)
-                                                                  : instance(instanceHandle, name));
-    }
-};
-
-std::mutex mutex;
-std::map<void*, Next> nexts;
-
-template <class Handle>
-void* keyOf(Handle handle)
-{
-    void* key = nullptr;
-    std::memcpy(&key, reinterpret_cast<const void*>(handle), sizeof key);
-    return key;
-}
-
-template <class Handle>
-Next nextOf(Handle handle)
-{
-    const std::lock_guard lock(mutex);
-    return nexts.at(keyOf(handle));
-}
-
-/// The structure of that type in a chain; null if there is none.
-template <class Structure>
-const Structure* find(const void* chain, VkStructureType type)
-{
-    for (const auto* each = static_cast<const VkBaseInStructure*>(chain); each != nullptr;
-         each = each->pNext) {
-        if (each->sType == type) {
-            return reinterpret_cast<const Structure*>(each);
-        }
-    }
-    return nullptr;
-}
-
-/// What comes next, in the list that the loader has left in the information for a new instance or device.
-template <class Info>
-Info* linkOf(const void* chain, VkStructureType type)
-{
-    for (const void* each = chain; each != nullptr;) {
-        const auto* const found = find<Info>(each, type);
-        if (found == nullptr || found->function == VK_LAYER_LINK_INFO) {
-            return const_cast<Info*>(found); // it is the loader's, for layers to advance
-        }
-        each = found->pNext;
-    }
-    return nullptr;
-}
-
-VKAPI_ATTR VkResult VKAPI_CALL createInstance(const VkInstanceCreateInfo* info,
-                                              const VkAllocationCallbacks* allocator, VkInstance* instance)
-{
-    auto* const link =
-        linkOf<VkLayerInstanceCreateInfo>(info->pNext, VK_STRUCTURE_TYPE_LOADER_INSTANCE_CREATE_INFO);
-    Next next;
-    next.instance = link->u.pLayerInfo->pfnNextGetInstanceProcAddr;
-    link->u.pLayerInfo = link->u.pLayerInfo->pNext;
-    const VkResult result = next.get<PFN_vkCreateInstance>("vkCreateInstance")(info, allocator, instance);
-    if (result == VK_SUCCESS) {
-        next.instanceHandle = *instance;
-        const std::lock_guard lock(mutex);
-        nexts[keyOf(*instance)] = next;
-    }
-    return result;
-}
-
-VKAPI_ATTR VkResult VKAPI_CALL createDevice(VkPhysicalDevice physical, const VkDeviceCreateInfo* info,
-                                            const VkAllocationCallbacks* allocator, VkDevice* device)
-{
-    auto* const link =
-        linkOf<VkLayerDeviceCreateInfo>(info->pNext, VK_STRUCTURE_TYPE_LOADER_DEVICE_CREATE_INFO);
-    Next next = nextOf(physical);
-    const auto create = reinterpret_cast<PFN_vkCreateDevice>(
-        link->u.pLayerInfo->pfnNextGetInstanceProcAddr(next.instanceHandle, "vkCreateDevice"));
-    next.device = link->u.pLayerInfo->pfnNextGetDeviceProcAddr;
-    link->u.pLayerInfo = link->u.pLayerInfo->pNext;
-    const VkResult result = create(physical, info, allocator, device);
-    if (result == VK_SUCCESS) {
-        next.deviceHandle = *device;
-        next.physical = physical;
-        const std::lock_guard lock(mutex);
-        nexts[keyOf(*device)] = next;
-    }
-    return result;
-}
-
 std::vector<VkExtensionProperties> offered()
 {
     std::vector<const char*> names{VK_EXT_EXTERNAL_MEMORY_DMA_BUF_EXTENSION_NAME,
@@ -140,7 +42,7 @@ std::vector<VkExtensionProperties> offered()
     }
     std::vector<VkExtensionProperties> extensions(names.size());
     for (std::size_t i = 0; i < names.size(); ++i) {
-        std::strcpy(extensions[i].extensionName, names[i]);
+        std::string_view(names[i]).copy(extensions[i].extensionName, VK_MAX_EXTENSION_NAME_SIZE - 1);
         extensions[i].specVersion = 1;
     }
     return extensions;
@@ -340,17 +242,17 @@ VKAPI_ATTR VkResult VKAPI_CALL describeDescriptor(VkDevice device, VkExternalMem
     }
     const Next next = nextOf(device);
     VkPhysicalDeviceMemoryProperties memory{};
-    reinterpret_cast<PFN_vkGetPhysicalDeviceMemoryProperties>(
-        next.instance(next.instanceHandle, "vkGetPhysicalDeviceMemoryProperties"))(next.physical, &memory);
+    next.get<PFN_vkGetPhysicalDeviceMemoryProperties>("vkGetPhysicalDeviceMemoryProperties")(next.physical,
+                                                                                             &memory);
     properties->memoryTypeBits = (1U << memory.memoryTypeCount) - 1U;
     return VK_SUCCESS;
 }
 
-PFN_vkVoidFunction ours(std::string_view name)
+} // namespace
+
+PFN_vkVoidFunction functionOfLayer(std::string_view name)
 {
     static const std::map<std::string_view, PFN_vkVoidFunction> table{
-        {"vkCreateInstance", reinterpret_cast<PFN_vkVoidFunction>(createInstance)},
-        {"vkCreateDevice", reinterpret_cast<PFN_vkVoidFunction>(createDevice)},
         {"vkEnumerateDeviceExtensionProperties", reinterpret_cast<PFN_vkVoidFunction>(listExtensions)},
         {"vkGetPhysicalDeviceFormatProperties2", reinterpret_cast<PFN_vkVoidFunction>(describeFormat)},
         {"vkGetPhysicalDeviceImageFormatProperties2", reinterpret_cast<PFN_vkVoidFunction>(describeImage)},
@@ -365,38 +267,4 @@ PFN_vkVoidFunction ours(std::string_view name)
     return found != table.end() ? found->second : nullptr;
 }
 
-VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL deviceFunction(VkDevice device, const char* name)
-{
-    if (std::string_view(name) == "vkGetDeviceProcAddr") {
-        return reinterpret_cast<PFN_vkVoidFunction>(deviceFunction);
-    }
-    const PFN_vkVoidFunction found = ours(name);
-    return found != nullptr ? found : nextOf(device).device(device, name);
-}
-
-VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL instanceFunction(VkInstance instance, const char* name)
-{
-    if (std::string_view(name) == "vkGetInstanceProcAddr") {
-        return reinterpret_cast<PFN_vkVoidFunction>(instanceFunction);
-    }
-    if (std::string_view(name) == "vkGetDeviceProcAddr") {
-        return reinterpret_cast<PFN_vkVoidFunction>(deviceFunction);
-    }
-    const PFN_vkVoidFunction found = ours(name);
-    if (found != nullptr || instance == nullptr) {
-        return found;
-    }
-    return nextOf(instance).instance(instance, name);
-}
-
-} // namespace
-
-extern "C" __attribute__((visibility("default"))) VKAPI_ATTR VkResult VKAPI_CALL
-vkNegotiateLoaderLayerInterfaceVersion(VkNegotiateLayerInterface* negotiated)
-{
-    negotiated->loaderLayerInterfaceVersion = 2;
-    negotiated->pfnGetInstanceProcAddr = instanceFunction;
-    negotiated->pfnGetDeviceProcAddr = deviceFunction;
-    negotiated->pfnGetPhysicalDeviceProcAddr = nullptr;
-    return VK_SUCCESS;
-}
+} // namespace Qx::GpuTests

@@ -1,6 +1,7 @@
 // Images whose memory is passed on as a dma-buf. Drivers without it refuse; what the service does where a
 // driver has it is tried on DmaBufLayer.cpp, under the validation layer.
 
+#include "tests/host/gpu/layers/AddLayer.h"
 #include "tests/host/gpu/sharing/Exchange.h"
 
 #include <cstdlib>
@@ -23,8 +24,7 @@ class LayeredDmaBufTest : public ExchangeTest, public testing::WithParamInterfac
 protected:
     void SetUp() override
     {
-        ::setenv("VK_ADD_LAYER_PATH", QX_DMABUF_LAYER_FOLDER, 1);
-        ::setenv("VK_INSTANCE_LAYERS", "VK_LAYER_KHRONOS_validation:VK_LAYER_QX_test_dmabuf", 1);
+        addLayer("VK_LAYER_QX_test_dmabuf");
         offer(GetParam());
         ExchangeTest::SetUp();
         if (!drawsPacked()) {
@@ -35,9 +35,8 @@ protected:
     void TearDown() override
     {
         ExchangeTest::TearDown();
-        for (const char* name : {"VK_ADD_LAYER_PATH", "VK_INSTANCE_LAYERS", "QX_TEST_DMABUF"}) {
-            ::unsetenv(name);
-        }
+        removeLayer();
+        ::unsetenv("QX_TEST_DMABUF");
     }
 
     static void offer(const char* what) { ::setenv("QX_TEST_DMABUF", what, 1); }

@@ -15,8 +15,6 @@ namespace {
 // As in scopes.comp.
 constexpr std::uint32_t groupWidth = 64;
 constexpr std::uint32_t rowsEach = 16;
-constexpr double xyzOne = 1 << 14;
-constexpr double lightOne = 65535;
 constexpr double largestWeight = 15; // codes for a step of a component of 8 bits
 
 struct SignalWords
@@ -30,7 +28,6 @@ struct RequestWords
 {
     std::array<SignalWords, 6> signals;
     std::array<std::array<std::uint32_t, 4>, 3> toXYZ{};
-    std::array<std::uint32_t, ScopeRequest::tones / 2> light{};
     std::array<std::uint32_t, 2> size{};
     std::uint32_t columns = 0;
     std::uint32_t levels = 0;
@@ -73,39 +70,32 @@ std::optional<SignalWords> wordsOf(const SignalCode& code, std::uint32_t largest
 
 bool takeColours(const ScopeRequest& request, RequestWords& words)
 {
-    if (request.chromaticity == 0) {
-        return true;
-    }
     for (std::size_t row = 0; row < words.toXYZ.size(); ++row) {
         for (std::size_t i = 0; i < request.toXYZ.at(row).size(); ++i) {
             const double part = request.toXYZ.at(row).at(i);
             if (!(part >= 0 && part <= 1.1)) {
                 return false;
             }
-            words.toXYZ.at(i).at(row) = static_cast<std::uint32_t>(std::lround(part * xyzOne));
+            words.toXYZ.at(i).at(row) =
+                static_cast<std::uint32_t>(std::llround(std::ldexp(part, ScopeRequest::xyzBits)));
         }
     }
-    if (request.light.size() != ScopeRequest::tones) {
-        return false;
-    }
-    for (std::size_t i = 0; i < request.light.size(); ++i) {
-        if (!(request.light[i] >= 0 && request.light[i] <= 1)) {
-            return false;
-        }
-        const auto part = static_cast<std::uint32_t>(std::lround(request.light[i] * lightOne));
-        words.light.at(i / 2) |= part << (i % 2 * 16);
-    }
-    return true;
+    return request.light.size() == words.largest + std::size_t{1} &&
+           std::all_of(request.light.begin(), request.light.end(),
+                       [](double part) { return part >= 0 && part <= 1; });
 }
 
 std::optional<RequestWords> wordsOf(const ScopeRequest& request, const TextureKey& picture)
 {
     RequestWords words;
     if (request.columns < 1 || request.columns > 4096 || request.levels < 2 || request.levels > 1024 ||
-        request.vectorscope > 1024 || request.chromaticity > 512 || !takeColours(request, words)) {
+        request.vectorscope > 1024 || request.chromaticity > 512) {
         return {};
     }
     words.largest = static_cast<std::uint32_t>(maxCode(picture.format));
+    if (request.chromaticity > 0 && !takeColours(request, words)) {
+        return {};
+    }
     const std::array<const SignalCode*, 6> codes{&request.luma, &request.red, &request.green,
                                                  &request.blue, &request.cb,  &request.cr};
     for (std::size_t i = 0; i < codes.size(); ++i) {
@@ -149,6 +139,20 @@ VkDeviceSize bytesOf(const ScopeRequest& request)
     return count * sizeof(std::uint32_t);
 }
 
+/// Of the light of codes, which lies behind the counts.
+VkDeviceSize lightBytesOf(const ScopeRequest& request)
+{
+    return request.chromaticity > 0 ? request.light.size() * sizeof(std::uint32_t) : 0;
+}
+
+void writeLight(const ScopeRequest& request, void* to)
+{
+    auto* const words = static_cast<std::uint32_t*>(to);
+    std::transform(request.light.begin(), request.light.end(), words, [](double part) {
+        return static_cast<std::uint32_t>(std::llround(std::ldexp(part, ScopeRequest::lightBits)));
+    });
+}
+
 } // namespace
 
 /// One picture that is counted.
@@ -159,6 +163,8 @@ struct ScopeCounter::Work
     VkSampler sampler;
     HostBuffer& result;
     VkDeviceSize bytes;
+    HostBuffer* light; ///< null without a chromaticity diagram
+    VkDeviceSize lightBytes;
 };
 
 bool ScopeCounter::createLayouts()
@@ -254,7 +260,7 @@ VkDescriptorSet ScopeCounter::describe(Context& context, Batch& batch, const Wor
     }
     Texture& texture = *work.picture.picture().texture();
     const VkDescriptorImageInfo image{work.sampler, texture.sampled, VK_IMAGE_LAYOUT_GENERAL};
-    const VkDescriptorBufferInfo counts{counts_.buffer, 0, work.bytes};
+    const VkDescriptorBufferInfo counts{counts_.buffer, 0, work.bytes + work.lightBytes};
     std::array<VkWriteDescriptorSet, 3> writes{};
     for (std::uint32_t i = 0; i < writes.size(); ++i) {
         writes.at(i).sType = VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET;
@@ -291,6 +297,10 @@ bool ScopeCounter::record(Context& context, Batch& batch, Work& work) const
         VK_ACCESS_2_SHADER_STORAGE_READ_BIT | VK_ACCESS_2_SHADER_STORAGE_WRITE_BIT;
     batch.order(copy, VK_ACCESS_2_NONE, clear, write);
     vkCmdFillBuffer(commands, counts_.buffer, 0, work.bytes, 0);
+    if (work.light != nullptr) {
+        const VkBufferCopy table{0, work.bytes, work.lightBytes};
+        vkCmdCopyBuffer(commands, work.light->buffer, counts_.buffer, 1, &table);
+    }
     batch.order(clear, write, compute, counting);
     vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_COMPUTE, pipeline_);
     vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_COMPUTE, layout_, 0, 1, &set, 0, nullptr);
@@ -312,7 +322,16 @@ std::optional<ScopeCounts> ScopeCounter::count(Context& context, GPUImage& pictu
         return {};
     }
     const VkDeviceSize bytes = bytesOf(request);
+    const VkDeviceSize lightBytes = lightBytesOf(request);
     const Pooled<HostBuffer> result = acquireHostBuffer(context, bytes);
+    Pooled<HostBuffer> light;
+    if (lightBytes > 0) {
+        light = acquireHostBuffer(context, lightBytes);
+        if (!light) {
+            return {};
+        }
+        writeLight(request, light->memory.mapped);
+    }
     VkSampler sampler = context.samplers().get(CompiledEffect::Filter::Point, CompiledEffect::Address::Clamp,
                                                CompiledEffect::Address::Clamp);
     if (!result || sampler == nullptr) {
@@ -321,10 +340,10 @@ std::optional<ScopeCounts> ScopeCounter::count(Context& context, GPUImage& pictu
     std::uint64_t value = 0;
     {
         const std::lock_guard lock(mutex_);
-        if (!createPipeline() || !makeRoom(context, bytes)) {
+        if (!createPipeline() || !makeRoom(context, bytes + lightBytes)) {
             return {};
         }
-        Work work{picture, *words, sampler, *result, bytes};
+        Work work{picture, *words, sampler, *result, bytes, light ? &*light : nullptr, lightBytes};
         value = context.recorder().record(key.bytes(), Recorder::Submit::Now,
                                           [&](Batch& batch) { return record(context, batch, work); });
     }

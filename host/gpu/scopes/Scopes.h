@@ -31,12 +31,14 @@ struct ScopeRequest
     unsigned vectorscope = 0;
     /// Columns and rows of the chromaticity diagram: 1 to 512; 0: none.
     unsigned chromaticity = 0;
-    /// X, Y and Z of the light of red, green and blue: not negative, and at most 1.1.
+    /// X, Y and Z of the light of red, green and blue: not negative, and at most 1.1. Rounded to multiples of
+    /// 2^-xyzBits.
     std::array<std::array<double, 3>, 3> toXYZ{};
-    /// The number of levels, at even distances from 0 to 1, whose light is told.
-    static constexpr unsigned tones = 1024;
-    /// Their light, 0 to 1. Unread without a chromaticity diagram.
+    static constexpr int xyzBits = 20; ///< after the point of toXYZ
+    /// The light of each code of the picture, from 0 to the largest: 256, 1024 or 65536 numbers from 0 to 1.
+    /// Rounded to multiples of 2^-lightBits. Unread without a chromaticity diagram.
     std::vector<double> light;
+    static constexpr int lightBits = 26; ///< after the point of light
 };
 
 /// How many pixels there are of each code. Rows follow each other.
@@ -50,8 +52,9 @@ struct ScopeCounts
     Counts blue;  ///< the same of blue
     /// Cb to the right, Cr in the rows, both from 0 on. Empty if there is none.
     Counts vectorscope;
-    /// x of CIE 1931 to the right and y in the rows, both from 0 to chromaticityEnd. Pixels of less than
-    /// 1/1024 of the light of white, whose colour is not to be told, do not count. Empty if there is none.
+    /// x of CIE 1931 to the right and y in the rows, both from 0 to chromaticityEnd, each column and row
+    /// without its upper edge. Counted without any error but the rounding of the request's numbers. Pixels
+    /// whose Y is below 1/1024, whose colour is not to be told, do not count. Empty if there is none.
     Counts chromaticity;
     /// Where the chromaticity diagram ends to the right and above: all light lies within.
     static constexpr double chromaticityEnd = 0.9;

@@ -25,9 +25,8 @@ const uint cr = 5;
 layout(set = 0, binding = 1) uniform Request
 {
     Signal signals[6];
-    uvec4 toXYZ[3];   // times 2^14; columns are of red, green and blue
-    uvec4 light[128]; // 1024 numbers of 16 bits, the lower half of a word first
-    uvec2 size;       // of the picture
+    uvec4 toXYZ[3]; // times 2^20; columns are of red, green and blue
+    uvec2 size;     // of the picture
     uint columns;
     uint levels;
     uint vectorscope;
@@ -37,6 +36,7 @@ layout(set = 0, binding = 1) uniform Request
     uint fraction; // 28 to 36
 };
 
+// Behind the counts, the light of each code, times 2^26.
 layout(set = 0, binding = 2) buffer Counts
 {
     uint counts[];
@@ -57,23 +57,53 @@ uint codeOf(uint which, uvec3 pixel)
     return min(code, levels - 1);
 }
 
-uint lightOf(uint code)
+// Numbers of 64 bits: the low word, and the high one.
+uvec2 sum(uvec2 a, uvec2 b)
 {
-    uint tone = (code * 1023 + largest / 2) / largest;
-    uint word = light[tone >> 3][tone >> 1 & 3];
-    return (tone & 1) != 0 ? word >> 16 : word & 0xffff;
+    uint carry;
+    uint low = uaddCarry(a.x, b.x, carry);
+    return uvec2(low, a.y + b.y + carry);
+}
+
+uvec2 product(uvec2 a, uint b)
+{
+    uint high, low;
+    umulExtended(a.x, b, high, low);
+    return uvec2(low, high + a.y * b);
+}
+
+bool isLess(uvec2 a, uvec2 b)
+{
+    return a.y < b.y || (a.y == b.y && a.x < b.x);
+}
+
+// The cell of part / whole, of which 0.9 is at the end of the last: the largest with
+// cell * 9 * whole <= chromaticity * 10 * part. Both numbers have 48 bits at most.
+uint cellOf(uvec2 part, uvec2 whole)
+{
+    uvec2 share = product(part, chromaticity * 10);
+    // Floats give it, or one beside it.
+    float ratio = (float(part.y) * 4294967296.0 + float(part.x)) / (float(whole.y) * 4294967296.0 + float(whole.x));
+    uint cell = uint(ratio * float(chromaticity) / 0.9);
+    cell -= cell > 0 && isLess(share, product(whole, cell * 9)) ? 1 : 0;
+    cell += isLess(share, product(whole, (cell + 1) * 9)) ? 0 : 1;
+    return cell;
 }
 
 void countChromaticity(uvec3 pixel, uint begin)
 {
-    uvec3 linear = uvec3(lightOf(pixel.r), lightOf(pixel.g), lightOf(pixel.b));
-    uvec3 xyz = toXYZ[0].xyz * linear.r + toXYZ[1].xyz * linear.g + toXYZ[2].xyz * linear.b;
-    uint sum = (xyz.x + xyz.y + xyz.z) >> 11;
-    if (xyz.y < 1u << 20) {
-        return; // 1/1024 of white's
+    uvec2 xyz[3] = uvec2[3](uvec2(0), uvec2(0), uvec2(0));
+    for (int i = 0; i < 3; ++i) {
+        uint light = counts[begin + chromaticity * chromaticity + pixel[i]];
+        for (int row = 0; row < 3; ++row) {
+            xyz[row] = sum(xyz[row], product(uvec2(light, 0), toXYZ[i][row]));
+        }
     }
-    // 0 to 0.9 of the sum.
-    uvec2 cell = (xyz.xy >> 11) * (chromaticity * 10) / (sum * 9);
+    if (xyz[1].y < 1u << 4) {
+        return; // 2^-10 of white's, which has 2^46
+    }
+    uvec2 whole = sum(sum(xyz[0], xyz[1]), xyz[2]);
+    uvec2 cell = uvec2(cellOf(xyz[0], whole), cellOf(xyz[1], whole));
     if (cell.x < chromaticity && cell.y < chromaticity) {
         atomicAdd(counts[begin + cell.y * chromaticity + cell.x], 1);
     }

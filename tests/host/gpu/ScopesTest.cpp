@@ -113,6 +113,51 @@ ScopeCounts::Counts vectorscopeOf(const Picture& picture, const ScopeRequest& re
     return counts;
 }
 
+/// BT.709: ITU-R BT.709-6, item 1.3, whose primaries and white these are the light of; light by BT.1886.
+ScopeRequest colourRequest(unsigned cells, std::size_t codes)
+{
+    ScopeRequest request = videoRequest(256);
+    request.chromaticity = cells;
+    request.toXYZ = {{{0.4123908, 0.3575843, 0.1804808},
+                      {0.2126390, 0.7151687, 0.0721923},
+                      {0.0193308, 0.1191948, 0.9505322}}};
+    for (std::size_t i = 0; i < codes; ++i) {
+        request.light.push_back(std::pow(static_cast<double>(i) / static_cast<double>(codes - 1), 2.4));
+    }
+    return request;
+}
+
+/// By whole numbers, from the request's numbers in units of 2^-26 of light and 2^-20 of the matrix.
+ScopeCounts::Counts chromaticityOf(const Picture& picture, const ScopeRequest& request)
+{
+    using Whole = unsigned long long;
+    const auto units = [](double number, double unit) { return static_cast<Whole>(number / unit + 0.5); };
+    ScopeCounts::Counts counts(std::size_t{request.chromaticity} * request.chromaticity);
+    for (int y = 0; y < picture.size.y; ++y) {
+        for (int x = 0; x < picture.size.x; ++x) {
+            const Levels levels = picture.at(x, y);
+            std::array<Whole, 3> xyz{};
+            for (std::size_t row = 0; row < 3; ++row) {
+                for (std::size_t c = 0; c < 3; ++c) {
+                    const double code = levels.at(c) * static_cast<double>(request.light.size() - 1) + 0.5;
+                    xyz.at(row) += units(request.toXYZ.at(row).at(c), 1.0 / (1U << 20U)) *
+                                   units(request.light[static_cast<std::size_t>(code)], 1.0 / (1U << 26U));
+                }
+            }
+            const Whole whole = xyz[0] + xyz[1] + xyz[2];
+            if (xyz[1] * 1024 < Whole{1} << 46U) {
+                continue;
+            }
+            const Whole column = xyz[0] * 10 * request.chromaticity / (whole * 9);
+            const Whole row = xyz[1] * 10 * request.chromaticity / (whole * 9);
+            if (column < request.chromaticity && row < request.chromaticity) {
+                ++counts[row * request.chromaticity + column];
+            }
+        }
+    }
+    return counts;
+}
+
 class ScopesTest : public GpuTest
 {
 protected:
@@ -146,17 +191,46 @@ TEST_F(ScopesTest, WaveformsAndVectorscopeAreThoseOfADirectCount)
     }
 }
 
+TEST_F(ScopesTest, ChromaticityIsThatOfADirectCountInEveryCell)
+{
+    for (const auto& [format, codes] :
+         {std::pair{iGPUImage::eARGB8, 256U}, {iGPUImage::eARGB10, 1024U}, {iGPUImage::eARGB16, 65536U}}) {
+        for (const unsigned cells : {1U, 9U, 90U, 256U, 511U, 512U}) {
+            for (const XY<int> size : {XY<int>{1, 1}, XY<int>{129, 77}, XY<int>{640, 333}}) {
+                const Picture picture = noisePicture(size, format);
+                const ScopeRequest request = colourRequest(cells, codes);
+                const std::optional<ScopeCounts> counts = count(picture, request);
+                ASSERT_TRUE(counts);
+                EXPECT_EQ(counts->chromaticity, chromaticityOf(picture, request)) << codes << " " << cells;
+            }
+        }
+    }
+}
+
+TEST_F(ScopesTest, ChromaticityAtTheEdgeOfACellBelongsToTheNext)
+{
+    // X is 3/10 of the sum and Y 6/10: exactly at edges of cells.
+    for (const unsigned cells : {9U, 90U, 450U}) {
+        ScopeRequest request = colourRequest(cells, 256);
+        request.toXYZ[0].fill(0.1875);
+        request.toXYZ[1].fill(0.375);
+        request.toXYZ[2].fill(0.0625);
+        const XY<int> size{30, 20};
+        const Picture picture{size, iGPUImage::eARGB8, filled(size, {255, 240, 9, 77})};
+        const auto cellOf = [&](std::size_t column, std::size_t row) {
+            const std::optional<ScopeCounts> counts = count(picture, request);
+            return counts ? counts->chromaticity.at(row * cells + column) : 0U;
+        };
+        EXPECT_EQ(cellOf(cells / 3, cells * 2 / 3), 600U) << cells;
+        request.toXYZ[2].fill(0.0625 +
+                              std::ldexp(1, -ScopeRequest::xyzBits)); // the least that it can have more
+        EXPECT_EQ(cellOf(cells / 3 - 1, cells * 2 / 3 - 1), 600U) << cells;
+    }
+}
+
 TEST_F(ScopesTest, ChromaticityIsWhereTheLightLies)
 {
-    ScopeRequest request = videoRequest(256);
-    request.chromaticity = 90;
-    // BT.709: ITU-R BT.709-6, item 1.3, whose primaries and white these are the light of.
-    request.toXYZ = {{{0.4123908, 0.3575843, 0.1804808},
-                      {0.2126390, 0.7151687, 0.0721923},
-                      {0.0193308, 0.1191948, 0.9505322}}};
-    for (unsigned i = 0; i < ScopeRequest::tones; ++i) {
-        request.light.push_back(std::pow(i / (ScopeRequest::tones - 1.0), 2.4));
-    }
+    const ScopeRequest request = colourRequest(90, 256);
     struct Colour
     {
         std::vector<std::uint8_t> texel;
@@ -237,6 +311,18 @@ TEST_F(ScopesTest, RequestsOutOfTheirLimitsAreRefused)
     EXPECT_FALSE(isCounted([](ScopeRequest& request) { request.luma.weights[0] = NAN; }));
     EXPECT_FALSE(isCounted([](ScopeRequest& request) { request.luma.offset = INFINITY; }));
     EXPECT_FALSE(isCounted([](ScopeRequest& request) { request.chromaticity = 90; })) << "without light";
+    const auto withLight = [&](const std::function<void(ScopeRequest&)>& change) {
+        return isCounted([&](ScopeRequest& request) {
+            request = colourRequest(90, 256);
+            change(request);
+        });
+    };
+    EXPECT_TRUE(withLight([](ScopeRequest&) {}));
+    EXPECT_FALSE(withLight([](ScopeRequest& request) { request.light.push_back(1); }));
+    EXPECT_FALSE(withLight([](ScopeRequest& request) { request.light[7] = 1.01; }));
+    EXPECT_FALSE(withLight([](ScopeRequest& request) { request.light[7] = NAN; }));
+    EXPECT_FALSE(withLight([](ScopeRequest& request) { request.toXYZ[1][2] = 1.11; }));
+    EXPECT_FALSE(withLight([](ScopeRequest& request) { request.chromaticity = 513; }));
     EXPECT_FALSE(gpu().countScopes({}, videoRequest(256)));
 }
 

@@ -54,6 +54,11 @@ class Server:
             raise
         return self.process.returncode
 
+    def kill(self):
+        """Ends the server as nothing that it can prepare for."""
+        self.process.kill()
+        self.process.communicate()
+
 
 def free_port():
     """A port that nobody listens on now."""

@@ -33,6 +33,32 @@ class SessionTest(support.StudioTest):
         expected = support.convert(self.clip, 31, "--effect", "cc3.fx", "--set", "saturation=2")
         self.assertEqual(page.codes(301, 99)["after"][:3], list(expected[99, 301]))
 
+    def test_the_page_outlives_a_server_that_is_killed_while_it_plays(self):
+        page = self.page
+        page.set_slider("saturation", 2)
+        before = sorted(self.folder.rglob("*"))
+        page.click("#play")
+        page.wait(lambda: page.studio("studio.state.playing") and page.picture()["frame"] > 5, "it does not play")
+        self.server.kill()
+        page.wait(lambda: page.find("#connection").is_displayed(), "it is not said that the server is gone")
+        self.assertIn("The connection to the server is lost. What is shown is the last picture.", page.text("#connection-text"))
+        drawn = page.run("""
+            const canvas = document.getElementById('picture');
+            const codes = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;
+            return new Set(codes).size;""")
+        self.assertGreater(drawn, 100, "the last picture is gone")
+        self.assertEqual(sorted(self.folder.rglob("*")), before)
+        page.complaints()
+        type(self).server = support.Server(self.clip, "cc3.fx", looks=self.folder, port=self.port, token=self.token)
+        page.wait(lambda: not page.find("#connection").is_displayed(), "the page did not come back")
+        page.complaints()
+        page.wait(lambda: page.studio("studio.state.playing") is False, "the new server's state is not shown")
+        page.wait(lambda: page.picture()["frame"] == 0, "the new server's frame is not shown")
+        page.click("#play")
+        page.wait(lambda: page.picture()["frame"] > 5, "it does not play again")
+        page.click("#play")
+        page.wait(lambda: not page.studio("studio.state.playing"), "it plays on")
+
 
 if __name__ == "__main__":
     unittest.main()

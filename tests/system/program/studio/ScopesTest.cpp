@@ -108,6 +108,28 @@ TEST(ScopeSignals, LightIsWhatTheRecommendationsSay)
     }
 }
 
+TEST(ScopeSignals, CodesHaveLightBetweenBlackAndWhiteOfThePicture)
+{
+    ScopeSignal signal = signalOf(8);
+    EXPECT_EQ(scopeRequest(signal, {}).light.size(), 256U);
+    EXPECT_EQ(scopeRequest(signal, {}).light[255], 1);
+    EXPECT_GT(scopeRequest(signal, {}).light[1], 0);
+    signal.pictureRange = Media::Range::video;
+    for (const int bits : {8, 10, 16}) {
+        signal.pictureBits = bits;
+        const std::vector<double> light = scopeRequest(signal, {}).light;
+        const std::size_t unit = std::size_t{1} << static_cast<unsigned>(bits - 8);
+        ASSERT_EQ(light.size(), 256 * unit);
+        EXPECT_EQ(light[0], 0);
+        EXPECT_EQ(light[16 * unit], 0) << bits;
+        EXPECT_GT(light[16 * unit + 1], 0) << bits;
+        EXPECT_LT(light[235 * unit - 1], 1) << bits;
+        EXPECT_EQ(light[235 * unit], 1) << bits;
+        EXPECT_EQ(light.back(), 1);
+        EXPECT_NEAR(light[70 * unit], std::pow(54.0 / 219, 2.4), 1e-12) << bits;
+    }
+}
+
 TEST(ScopeSignals, TheLightOfPrimariesIsThatOfTheirRecommendation)
 {
     // What SMPTE RP 177 computes of their chromaticities, to 4 digits.

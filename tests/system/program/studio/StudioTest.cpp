@@ -90,6 +90,11 @@ void StudioTest::makeClip(const std::string& name, const std::string& size, cons
             "12", "-colorspace", "bt709", "-color_range", "tv", name});
 }
 
+std::string StudioTest::problemOf(const Json& state)
+{
+    return state["problems"].empty() ? std::string() : state["problems"].back().get<std::string>();
+}
+
 std::string StudioTest::dimming(const std::string& factor)
 {
     return "texture Input;\n"

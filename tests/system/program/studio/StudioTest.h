@@ -46,6 +46,9 @@ protected:
     void makeClip(const std::string& name = "clip.mp4", const std::string& size = "320x180",
                   const std::string& pixelFormat = "yuv420p");
 
+    /// The last problem of a state; empty without one.
+    static std::string problemOf(const Json& state);
+
     /// An effect that multiplies by a parameter.
     static std::string dimming(const std::string& factor = "amount");
 

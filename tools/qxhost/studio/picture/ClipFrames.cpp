@@ -4,7 +4,6 @@
 #include "tools/qxhost/media/filter/FilterGraph.h"
 #include "tools/qxhost/pipeline/input/FrameRange.h"
 #include "tools/qxhost/pipeline/input/Rotation.h"
-#include "tools/qxhost/studio/picture/FileStamp.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -58,11 +57,11 @@ void requireSameKind(const Media::StreamInfo& before, const Media::StreamInfo& n
 } // namespace
 
 ClipFrames::ClipFrames(const std::filesystem::path& file, bool rotates, std::string filters)
-    : filters_(std::move(filters))
+    : files_(file), filters_(std::move(filters))
 {
     options_.input = file;
     options_.rotates = rotates;
-    read_ = seen_ = stampOf(file);
+    options_.sequence.startNumber = files_.firstNumber(); // also when that picture is gone
     packing_ = opened(0);
     reader_ = packing_;
     colour_ = chooseColour(options_, info());
@@ -70,23 +69,21 @@ ClipFrames::ClipFrames(const std::filesystem::path& file, bool rotates, std::str
     begin();
 }
 
-/// Takes the end from what the reader says.
+/// Takes the end from what the reader says. Pictures of a sequence that are gone are not its end.
 void ClipFrames::begin()
 {
     const Media::StreamInfo& info = reader_->info();
     end_ = info.isStill             ? std::optional<std::int64_t>(1)
+           : files_.isSequence()    ? std::optional(files_.count())
            : info.frameCountIsExact ? std::optional(info.frameCount)
                                     : std::nullopt;
 }
 
 bool ClipFrames::forgetIfChanged()
 {
-    const std::uint64_t now = stampOf(file());
-    const bool isWritten = std::exchange(seen_, now) != now;
-    if (isWritten || now == 0 || now == read_) {
+    if (!files_.look()) {
         return false;
     }
-    read_ = now;
     forgetFrames();
     try {
         reader_ = opened(0);
@@ -95,6 +92,44 @@ bool ClipFrames::forgetIfChanged()
         next_ = std::numeric_limits<std::int64_t>::max(); // at() opens it again, and says why it cannot
     }
     return true;
+}
+
+/// The reader is not gone on with: at() opens the clip again.
+void ClipFrames::refuse(const std::string& text)
+{
+    next_ = std::numeric_limits<std::int64_t>::max();
+    throw Failure(ExitCode::input, text);
+}
+
+void ClipFrames::requireFile(std::int64_t index)
+{
+    if (files_.isLost(index)) {
+        refuse(files_.losses());
+    }
+}
+
+/// Throws if the picture of a sequence that comes next is damaged and was not when the clip was opened.
+/// `isWhole`: the reader has given it. It leaves out those that cannot be decoded.
+void ClipFrames::requirePicture(bool isWhole)
+{
+    if (files_.isSequence() && !isWhole && next_ < files_.count() && files_.isOther(next_)) {
+        refuse(fmt::format("{}: is damaged or cut short; write it again, and the studio goes on",
+                           files_.fileOf(next_).string()));
+    }
+}
+
+/// Throws if the clip ends here for the reason that it is not as it was.
+void ClipFrames::requireEnd()
+{
+    if (files_.isSequence()) {
+        requireFile(next_);
+        requirePicture(false);
+        if (!files_.losses().empty()) {
+            refuse(files_.losses());
+        }
+    } else if (next_ < unfiltered_.frameCount && files_.isOther(0) && !reader_->problems().empty()) {
+        refuse(reader_->problems().back() + "; put the whole file back, and the studio goes on");
+    }
 }
 
 std::optional<std::int64_t> ClipFrames::count() const
@@ -137,6 +172,9 @@ void ClipFrames::forgetFrames()
 /// A reader that gives that frame next, or the end.
 std::shared_ptr<iFrameInput> ClipFrames::opened(std::int64_t index)
 {
+    if (!files_.isSequence()) {
+        requireFile(index);
+    }
     std::shared_ptr<iFrameInput> reader = openFrameInput(options_, false);
     if (packing_) {
         requireSameKind(unfiltered_, reader->info(), file());
@@ -165,9 +203,11 @@ bool ClipFrames::decodeTo(std::int64_t index)
             throw Failure(ExitCode::input, reader_->failure());
         }
         if (next == iFrameInput::Next::end) {
+            requireEnd();
             end_ = next_;
             return false;
         }
+        requirePicture(!frame.damaged() && frame.time().pts - info().firstPts <= next_);
         keep(next_++, std::move(frame));
     }
     return true;
@@ -184,6 +224,9 @@ ClipFrames::Found ClipFrames::at(std::int64_t index)
     if (known != kept_.end()) {
         order_.splice(order_.end(), order_, std::find(order_.begin(), order_.end(), index));
         return found(known->second, index);
+    }
+    if (files_.isSequence()) {
+        requireFile(index);
     }
     if (index < next_ || index - next_ > nearEnough) {
         const bool isBackward = step < 0 && -step <= nearEnough;

@@ -3,6 +3,7 @@
 #include "tools/qxhost/media/Frame.h"
 #include "tools/qxhost/pipeline/input/ColourChoice.h"
 #include "tools/qxhost/pipeline/input/FrameInput.h"
+#include "tools/qxhost/studio/picture/ClipFiles.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -53,9 +54,13 @@ public:
     /// Lets go of the frames that were kept.
     void forgetFrames();
 
-    /// Whether the clip's file has been replaced or written since it was read; its frames are read again
-    /// then. While it is being written, or gone, it has not. To be asked now and then.
+    /// Whether a file of the clip has been replaced or written since it was read, or has returned; frames
+    /// are read again then. While it is being written, or gone, it has not. To be asked now and then.
     bool forgetIfChanged();
+
+    /// Which files of the clip cannot be read, for people; empty if all can. forgetIfChanged() finds them,
+    /// and at() those that it needs.
+    std::string losses() const { return files_.losses(); }
 
     /// For preparing and placing the frames that at() gives.
     iFrameInput& packing() { return *packing_; }
@@ -68,8 +73,13 @@ private:
     void begin();
     void keep(std::int64_t index, Media::Frame frame);
     bool decodeTo(std::int64_t index);
+    void requireFile(std::int64_t index);
+    void requirePicture(bool isWhole);
+    void requireEnd();
+    [[noreturn]] void refuse(const std::string& text);
     Found found(const Media::Frame& frame, std::int64_t index) const;
 
+    ClipFiles files_;
     ConvertOptions options_;
     std::string filters_;
     Media::StreamInfo unfiltered_;         ///< when it was opened first
@@ -78,8 +88,6 @@ private:
     std::int64_t next_ = 0; ///< that the reader gives next
     std::int64_t last_ = 0; ///< asked for last
     std::optional<std::int64_t> end_;
-    std::uint64_t read_ = 0; ///< the stamp of the file that is read; 0: it is no file
-    std::uint64_t seen_ = 0; ///< that it had when it was looked at last
     ColourChoice colour_;
     std::size_t mostKept_;
     std::map<std::int64_t, Media::Frame> kept_;

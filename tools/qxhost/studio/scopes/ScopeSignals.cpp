@@ -122,6 +122,23 @@ void readVideoRange(Host::SignalCode& code, int bits)
     code.offset = std::abs(code.offset) < roundedAway ? 0 : code.offset;
 }
 
+/// The light of each code of the picture. Codes beyond its range have that of its end.
+std::vector<double> lightOfCodes(const ScopeSignal& signal)
+{
+    const double unit = std::exp2(signal.pictureBits - 8);
+    const double largest = std::exp2(signal.pictureBits) - 1;
+    const bool isVideo = signal.pictureRange == Media::Range::video;
+    const double black = isVideo ? 16 * unit : 0;
+    const double white = isVideo ? 235 * unit : largest;
+    std::vector<double> light;
+    light.reserve(static_cast<std::size_t>(largest) + 1);
+    for (double code = 0; code <= largest; ++code) {
+        const double level = std::clamp((code - black) / (white - black), 0.0, 1.0);
+        light.push_back(std::clamp(lightOfLevel(level, signal.colour.transferTag), 0.0, 1.0));
+    }
+    return light;
+}
+
 } // namespace
 
 double lightOfLevel(double level, int transferTag)
@@ -170,10 +187,7 @@ Host::ScopeRequest scopeRequest(const ScopeSignal& signal, const ScopeSizes& siz
     }
     if (request.chromaticity > 0) {
         request.toXYZ = xyzOf(primariesOf(signal.colour));
-        for (unsigned i = 0; i < Host::ScopeRequest::tones; ++i) {
-            request.light.push_back(
-                lightOfLevel(i / (Host::ScopeRequest::tones - 1.0), signal.colour.transferTag));
-        }
+        request.light = lightOfCodes(signal);
     }
     return request;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace Qx::Program::Studio {
 
@@ -47,11 +48,27 @@ void Playback::begin(std::int64_t frame, Clock::time_point now)
 
 void Playback::seek(std::int64_t frame, Clock::time_point now)
 {
+    holds_ = false;
     begin(frame, now);
+}
+
+void Playback::hold()
+{
+    holds_ = holds_ || playing_;
+    playing_ = false;
+}
+
+void Playback::resume(Clock::time_point now)
+{
+    if (std::exchange(holds_, false)) {
+        playing_ = rate_ > 0 && out() > in_;
+        begin(frame_, now);
+    }
 }
 
 void Playback::play(Clock::time_point now)
 {
+    holds_ = false;
     playing_ = rate_ > 0 && out() > in_;
     begin(frame_ >= out() || frame_ < in_ ? in_ : frame_, now);
 }

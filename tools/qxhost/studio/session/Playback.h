@@ -29,7 +29,10 @@ public:
     void seek(std::int64_t frame, Clock::time_point now);
     /// Plays from the current frame on, or from the first of the range at its end.
     void play(Clock::time_point now);
-    void pause() { playing_ = false; }
+    void pause() { playing_ = holds_ = false; }
+    /// Pauses until resume(), unless something else is asked for meanwhile.
+    void hold();
+    void resume(Clock::time_point now);
 
     /// Moves to the frame that is due. Frames that could not be shown in time are left out, but a machine
     /// that is slower than the clip plays it slower. Returns whether the frame is another one.
@@ -48,6 +51,7 @@ private:
     std::int64_t in_ = 0;
     std::optional<std::int64_t> out_;
     bool playing_ = false;
+    bool holds_ = false; ///< it plays again after resume()
     bool loops_ = true;
     std::int64_t from_ = 0; ///< the frame of since_
     Clock::time_point since_;

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace Qx::Program::Studio {
 
@@ -34,6 +35,8 @@ public:
 
     /// Whether the clip's file has changed; its frames are drawn anew then.
     bool forgetIfChanged();
+    /// As ClipFrames has it.
+    std::string losses() const { return proxy_ ? proxy_->clip.losses() : clip_.losses(); }
     ChainDrawing& chain() { return chain_; }
     const ChainDrawing& chain() const { return chain_; }
     /// What pictures consist of.

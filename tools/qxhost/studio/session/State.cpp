@@ -153,7 +153,10 @@ Json Session::Worker::state() const
         stills.push_back({{"id", still.id}, {"name", still.name}, {"frame", still.frame}});
     }
     Json problems = projector_.clip().problems();
-    if (!problem_.empty()) {
+    if (!losses_.empty()) {
+        problems.push_back(losses_);
+    }
+    if (!problem_.empty() && problem_ != losses_) {
         problems.push_back(problem_);
     }
     Json state{{"is", "state"},

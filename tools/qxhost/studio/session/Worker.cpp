@@ -265,8 +265,21 @@ void Session::Worker::lookAtFiles()
         ++pictureVersion_;
         changed();
     }
+    noteLosses();
     lookForConflicts();
     filesAt_ = Clock::now();
+}
+
+void Session::Worker::noteLosses()
+{
+    const std::string losses = projector_.losses();
+    if (losses != losses_) {
+        if (!problem_.empty() && problem_ == losses_) { // there is one more, or one less
+            problem_ = losses;
+        }
+        losses_ = losses;
+        changed();
+    }
 }
 
 void Session::Worker::lookChanged()
@@ -324,12 +337,18 @@ void Session::Worker::drawFrame()
                         editor_.look());
     } catch (const Failure& failure) {
         problem = failure.what();
-        playback_.pause();
+        playback_.hold();
+    }
+    if (problem.empty()) {
+        const bool wasPlaying = playback_.isPlaying();
+        playback_.resume(now);
+        isStateNew_ = isStateNew_ || playback_.isPlaying() != wasPlaying;
     }
     if (problem != problem_ || projector_.chain().news() != news || projector_.since() != since) {
         problem_ = problem;
         changed();
     }
+    noteLosses();
     const std::optional<std::int64_t> count = projector_.count();
     if (problem_.empty() && projector_.frame() < playback_.frame()) { // the clip is shorter than it says
         playback_.setCount(count);

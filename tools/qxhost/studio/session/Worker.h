@@ -123,6 +123,7 @@ private:
     std::int64_t number() const;
     void lookAtFiles();
     void lookForConflicts();
+    void noteLosses();
     void answerNextPicture();
 
     // Pictures.
@@ -212,6 +213,7 @@ private:
     std::vector<Still> stills_;
     std::int64_t lastStill_ = 0;
     std::string problem_;                                  ///< of the last drawing; empty if it succeeded
+    std::string losses_;                                   ///< what of the clip cannot be read
     std::filesystem::path looks_;                          ///< the folder of looks
     std::string lookFile_;                                 ///< in it; empty before the look is saved
     std::string lookDigest_;                               ///< of the file when it was read or written

@@ -1,5 +1,6 @@
 #include "tests/system/program/Program.h"
 
+#include <algorithm>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -105,6 +106,23 @@ TEST_F(Reference, manual_page_has_every_command_and_option_of_the_help)
         }
     }
     EXPECT_EQ(page.find("qxhost reference"), std::string::npos) << "hidden commands stay hidden";
+}
+
+TEST_F(Reference, long_help_for_converting_has_every_option_of_the_parser)
+{
+    // The page is made of the parser's options, not of the help.
+    const std::string page = reference("man");
+    const std::size_t begin = page.find("\n.SS qxhost convert ");
+    ASSERT_NE(begin, std::string::npos);
+    const std::string section = page.substr(begin, page.find("\n.SS ", begin + 1) - begin);
+    const std::vector<std::string> inHelp = options("convert");
+    static const std::regex name(R"(\\-\\-((?:\w|\\-)+)\\fR)");
+    std::size_t count = 0;
+    for (std::sregex_iterator each(section.begin(), section.end(), name), end; each != end; ++each, ++count) {
+        const std::string option = std::regex_replace((*each)[1].str(), std::regex(R"(\\-)"), "-");
+        EXPECT_NE(std::find(inHelp.begin(), inHelp.end(), option), inHelp.end()) << option;
+    }
+    EXPECT_GT(count, 50U);
 }
 
 TEST_F(Reference, manual_page_is_roff_without_complaints)

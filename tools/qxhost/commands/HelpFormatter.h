@@ -6,16 +6,17 @@
 
 namespace Qx::Program {
 
-/// Lays out the help of a command: a usage line that names what it needs, then its options in groups. Rare
-/// options are in "--help-all" only.
+/// Lays out the help of a command: a usage line that names what it needs, then its options in groups. A long
+/// command shows its usual options in "--help" and every option in "--help-all".
 class HelpFormatter : public CLI::Formatter
 {
 public:
     HelpFormatter();
 
-    /// `rare`: names of options that "--help" leaves out; `shortFooter`: what stands there in place of the
-    /// command's footer. The command must have "--help-all".
-    HelpFormatter(std::vector<std::string> rare, std::string shortFooter);
+    /// `usual`: names of the arguments and options that "--help" shows, in groups without empty lines between
+    /// them; `shortFooter`: what stands there in place of the command's footer. The command must have
+    /// "--help-all".
+    HelpFormatter(std::vector<std::string> usual, std::string shortFooter);
 
     std::string make_usage(const CLI::App* app, std::string name) const override;
     std::string make_group(std::string group, bool isPositional,
@@ -23,9 +24,9 @@ public:
     std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override;
 
 private:
-    std::vector<std::string> rare_;
+    std::vector<std::string> usual_; ///< empty: all
     std::string shortFooter_;
-    mutable bool showsAll_ = false; ///< while make_help() runs, which does not tell make_group()
+    mutable bool isShort_ = false; ///< while make_help() runs, which does not tell make_group()
 };
 
 } // namespace Qx::Program

@@ -227,9 +227,8 @@ void addOutput(CLI::App& app, ConvertOptions& options)
     app.add_option("--pixel-format", options.pixelFormat, "FFmpeg's name of a format that the encoder takes")
         ->option_text("NAME")
         ->group(group);
-    app.add_option(
-           "--profile", options.profile,
-           "Profile of the codec: hq or 4444 (ProRes), hqx (DNxHR),\nhigh10 (H.264), main10 (H.265), ...")
+    app.add_option("--profile", options.profile,
+                   "Of the codec: hq or 4444 (ProRes), hqx (DNxHR), main10 (H.265), ...")
         ->option_text("NAME")
         ->group(group);
     addNumber(app, "--quality", options.rate.quality, 0, 100,
@@ -251,8 +250,7 @@ void addAudio(CLI::App& app, ConvertOptions& options)
                options.audio = word != "none";
                options.audioCodec = options.audio ? word : "";
            },
-           "What tracks become: copy, none, or FFmpeg's name of an\nencoder. Default: copied if the output "
-           "can hold them")
+           "Copy, none or FFmpeg's name of an encoder. Default: copy if it fits")
         ->option_text("NAME")
         ->group(group);
     addEncoderOption(app, "--audio-option", options.audioOptions,

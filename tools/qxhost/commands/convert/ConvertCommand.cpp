@@ -41,7 +41,7 @@ constexpr const char* convertFooter = R"(Examples:
   qxhost convert tape.raw tape.mov --raw uyvy --size 720x576 --fps 25
       Reads such frames from a file that holds nothing else.
   qxhost convert clip.mov graded.mov --effect cc3.fx --set gain=1.2 --set saturation=0.8
-      Through an effect. Several run in the order given; --technique, --set and --texture belong to
+      Through an effect. Effects and LUTs run in the order given; --technique, --set and --texture belong to
       the --effect before them.
   qxhost convert clip.mov shot.mov --in 10:00:05:00 --out 10:00:09:24
       The frames of these time codes and those between them, with their audio.
@@ -63,27 +63,16 @@ Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input missing or damaged (
 is then written), 4 output, 5 GPU device, 6 effect, LUT or font, 130 interrupted.
 No incomplete file is left under the output's name.)";
 
-constexpr const char* shortFooter = R"(Examples:
-  qxhost convert clip.mov shot_%05d.png            every frame as a picture
-  qxhost convert clip.mov web.mp4 --resize 1280x --lut film.cube
-  qxhost convert clip.mov tape.mov --format v210   unencoded frames in a pixel format
+constexpr const char* shortFooter =
+    "'qxhost convert --help-all' shows every option, examples and the exit codes.";
 
-Exit codes: 0 done, 1 failed, 2 wrong command line, 3 input, 4 output, 5 GPU device, 6 effect, LUT or
-font, 130 interrupted. 'qxhost convert --help-all' shows the rare options and more examples.)";
-
-/// Those that "--help" leaves out.
-std::vector<std::string> rareOptions()
+/// Those that "--help" shows, at most what fits a screen and a half; "--help-all" has every one.
+std::vector<std::string> usualOptions()
 {
-    return {"--output-range", "--filter",       "--depth",
-            "--technique",    "--texture",      "--amount",
-            "--from",         "--display",      "--view",
-            "--date",         "--font",         "--font-size",
-            "--position",     "--raw",          "--size",
-            "--fps",          "--row-bytes",    "--output-row-bytes",
-            "--pixel-format", "--no-audio",     "--audio-option",
-            "--video-option", "--start-number", "--missing",
-            "--renumber",     "--container",    "--rotate",
-            "--alpha",        "--dither"};
+    return {"INPUT",         "OUTPUT",   "--range",  "--matrix",  "--effect",  "--set",
+            "--lut",         "--look",   "--resize", "--start",   "--in",      "--frames",
+            "--out",         "--format", "--codec",  "--profile", "--quality", "--force",
+            "--audio-codec", "--to",     "--preset", "--json",    "--help",    "--help-all"};
 }
 
 float parseAmount(const CLI::App& app, const std::string& word)
@@ -441,10 +430,9 @@ void ConvertCommand::addOptions(CLI::App& app)
     addPreset(app);
     addOther(app, options_);
     app.add_flag_callback("--no-progress", [this] { options_.progress = false; })->group("");
-    app.set_help_all_flag("--help-all", "Show the rare options and more examples too")
-        ->group("Other options");
+    app.set_help_all_flag("--help-all", "Show every option, with examples")->group("Other options");
     app.footer(convertFooter);
-    app.formatter(std::make_shared<HelpFormatter>(rareOptions(), shortFooter));
+    app.formatter(std::make_shared<HelpFormatter>(usualOptions(), shortFooter));
 }
 
 std::optional<std::string> ConvertCommand::takeSteps(const CLI::App& app)
@@ -589,9 +577,7 @@ void ConvertCommand::addEffects(CLI::App& app)
     addText("--technique", "NAME", "The effect's technique. Default: its first");
     addText("--set", "NAME=V[,V...]", "A parameter of the effect; several values for a vector");
     addText("--texture", "NAME=FILE", "A picture or clip for another texture of the effect");
-    addText("--lut", "FILE",
-            "Apply a LUT: a name of 'qxhost lut list' or a path.\nEffects and LUTs run in the "
-            "order given");
+    addText("--lut", "FILE", "Apply a LUT: a name of 'qxhost lut list' or a path");
     addText("--look", "FILE", "The steps of a look, a .look.toml file");
     addText("--tone-map", CLI::detail::join(namesOf(toneMaps), "|"), "Make BT.709 of PQ, HLG or BT.2020");
     addText("--amount", "A", "How far the LUT before it changes the picture,\nfrom 0 to 1. Default: 1");

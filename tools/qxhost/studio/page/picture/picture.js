@@ -192,18 +192,30 @@ function setWipe(at) {
     draw();
 }
 
+// A place of the window in CSS pixels as one of the canvas, in device pixels.
+function canvasPlace(clientX, clientY) {
+    const box = canvas.getBoundingClientRect();
+    return {
+        x: ((clientX - box.left) * canvas.width) / box.width,
+        y: ((clientY - box.top) * canvas.height) / box.height
+    };
+}
+
+const isIn = ({x, y}, pane) => x >= pane.x && y >= pane.y && x < pane.x + pane.width && y < pane.y + pane.height;
+
+// The clip's place, perhaps outside the picture, that a pane shows at a place of the canvas.
+const placeIn = (pane, {x, y}) => ({
+    x: view.x + (x - pane.x - pane.width / 2) / scaleAcross(),
+    y: view.y + (y - pane.y - pane.height / 2) / scaleNow()
+});
+
 /** The clip's place under a place of the window in CSS pixels, with fractions; null outside the picture. */
 export function clipPlace(clientX, clientY) {
-    const box = canvas.getBoundingClientRect();
-    const x = ((clientX - box.left) * canvas.width) / box.width;
-    const y = ((clientY - box.top) * canvas.height) / box.height;
-    const pane = panes().find((p) => x >= p.x && y >= p.y && x < p.x + p.width && y < p.y + p.height);
+    const seen = canvasPlace(clientX, clientY);
+    const pane = panes().find((one) => isIn(seen, one));
     if (!pane) return null;
     const clip = clipSize();
-    const at = {
-        x: view.x + (x - pane.x - pane.width / 2) / scaleAcross(),
-        y: view.y + (y - pane.y - pane.height / 2) / scaleNow()
-    };
+    const at = placeIn(pane, seen);
     return at.x >= 0 && at.y >= 0 && at.x < clip.width && at.y < clip.height ? at : null;
 }
 
@@ -372,39 +384,48 @@ function showCompare() {
     chosen.value = studio.compare.against;
 }
 
-// Two fingers zoom, one moves the picture where it is larger than its place.
+// Two fingers zoom, one moves the picture where it is larger than its place. Each move counts from the place of the clip
+// that lay between the fingers when the last of them came or went: it stays between them, whichever finger's move comes
+// first, also after the picture has met the edges of its place.
 function watchPointers() {
     const down = new Map();
-    let last = null;
+    let start = null;
     const gathered = () => {
         const points = [...down.values()];
         const x = points.reduce((sum, p) => sum + p.x, 0) / points.length;
         const y = points.reduce((sum, p) => sum + p.y, 0) / points.length;
         const spread = points.length < 2 ? 0 : Math.hypot(points[0].x - points[1].x, points[0].y - points[1].y);
-        return {x, y, spread};
+        return {middle: canvasPlace(x, y), spread};
+    };
+    const begin = () => {
+        start = null;
+        if (!down.size) return;
+        const {middle, spread} = gathered();
+        const pane = Math.max(
+            0,
+            panes().findIndex((one) => isIn(middle, one))
+        );
+        start = {pane, spread, scale: scaleNow(), place: placeIn(panes()[pane], middle)};
     };
     stage.addEventListener('pointerdown', (event) => {
         if (event.target === wipe || event.button !== 0) return;
         down.set(event.pointerId, {x: event.clientX, y: event.clientY});
         stage.setPointerCapture(event.pointerId);
-        last = gathered();
+        begin();
     });
     stage.addEventListener('pointermove', (event) => {
         if (!down.has(event.pointerId)) return;
         down.set(event.pointerId, {x: event.clientX, y: event.clientY});
-        const now = gathered();
-        const scale = canvas.width / canvas.clientWidth / scaleNow();
-        if (view.scale !== null) {
-            view.x -= ((now.x - last.x) * scale) / pixelAspect();
-            view.y -= (now.y - last.y) * scale;
-        }
-        if (now.spread && last.spread) zoomTo((scaleNow() * now.spread) / last.spread, clipPlace(now.x, now.y));
-        last = now;
+        const {middle, spread} = gathered();
+        if (spread && start.spread) zoomTo((start.scale * spread) / start.spread);
+        const seen = placeIn(panes()[start.pane] ?? panes()[0], middle);
+        view.x += start.place.x - seen.x;
+        view.y += start.place.y - seen.y;
         changed();
     });
     const up = (event) => {
         down.delete(event.pointerId);
-        last = down.size ? gathered() : null;
+        begin();
     };
     stage.addEventListener('pointerup', up);
     stage.addEventListener('pointercancel', up);
@@ -425,8 +446,7 @@ function watchWipe() {
     followPointer(wipe, {
         start: (event) => event.stopPropagation(),
         move: (event) => {
-            const box = canvas.getBoundingClientRect();
-            const x = ((event.clientX - box.left) * canvas.width) / box.width;
+            const {x} = canvasPlace(event.clientX, event.clientY);
             setWipe((view.x + (x - canvas.width / 2) / scaleAcross()) / clipSize().width);
         }
     });

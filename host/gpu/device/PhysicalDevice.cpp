@@ -214,11 +214,16 @@ std::vector<std::string> nextWays(const PhysicalDevice& device)
             "it cannot draw into images of floats: numbers beyond 0 and 1 are clipped when they "
             "are read");
     }
+    const bool copiesPictures = createDrawingPath(device) == nullptr;
+    if (copiesPictures && !device.copying) {
+        ways.emplace_back(
+            "it has no queue that only copies: uploads and downloads take turns with the drawing");
+    }
     if (!device.isSoftware()) {
         return ways;
     }
     const std::uint32_t texels = device.properties.limits.maxTexelBufferElements;
-    if (createDrawingPath(device) == nullptr) {
+    if (copiesPictures) {
         ways.emplace_back(
             "it cannot draw into images stored row by row: texels are drawn one by one, and pictures "
             "copied in and out");

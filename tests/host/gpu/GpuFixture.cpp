@@ -47,9 +47,9 @@ void GpuTest::TearDown()
     std::filesystem::remove_all(folder_, ignored);
 }
 
-Host::DeviceDescription GpuTest::device()
+Host::DeviceDescription GpuTest::chosenDevice(GPUService& service)
 {
-    const std::vector<Host::DeviceDescription> devices = gpu().listDevices();
+    const std::vector<Host::DeviceDescription> devices = service.listDevices();
     const auto chosen =
         std::find_if(devices.begin(), devices.end(), [](const auto& each) { return each.chosen; });
     return chosen != devices.end() ? *chosen : Host::DeviceDescription();

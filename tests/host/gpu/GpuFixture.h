@@ -48,8 +48,10 @@ protected:
     /// An effect from its text. A failure to compile fails the test with the messages.
     Qx::Ptr<iShaderEffect> effect(const std::string& text);
 
+    static Host::DeviceDescription chosenDevice(GPUService& service); ///< Empty if none is chosen.
+
 private:
-    Host::DeviceDescription device();
+    Host::DeviceDescription device() { return chosenDevice(gpu()); }
     bool isSoftware() { return device().software; }
     bool copiesBecause(const char* reason);
 

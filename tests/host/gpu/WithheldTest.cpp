@@ -50,21 +50,11 @@ protected:
 
     GPUService& less() { return *less_; }
 
-    static Host::DeviceDescription chosen(GPUService& service)
-    {
-        for (const Host::DeviceDescription& device : service.listDevices()) {
-            if (device.chosen) {
-                return device;
-            }
-        }
-        return {};
-    }
-
     /// Whether the way is told of the device without the feature, and not of the whole one.
     void expectTold(const char* part)
     {
-        EXPECT_THAT(chosen(less()).nextWays, Contains(HasSubstr(part)));
-        EXPECT_THAT(chosen(gpu()).nextWays, Not(Contains(HasSubstr(part))));
+        EXPECT_THAT(chosenDevice(less()).nextWays, Contains(HasSubstr(part)));
+        EXPECT_THAT(chosenDevice(gpu()).nextWays, Not(Contains(HasSubstr(part))));
     }
 
 private:
@@ -75,7 +65,7 @@ TEST_F(WithheldTest, WithoutATimerItsTimeIsNotMeasured)
 {
     drawWithout("timer");
     EXPECT_FALSE(less().startTimer());
-    EXPECT_FALSE(chosen(less()).hasTimer);
+    EXPECT_FALSE(chosenDevice(less()).hasTimer);
     expectTold("no timer");
 }
 
@@ -111,7 +101,7 @@ TEST_F(WithheldTest, WithoutSharedMemoryPicturesAreCopied)
 TEST_F(WithheldTest, WithoutFastConversionsShadersAdd)
 {
     drawWithout("conversions");
-    EXPECT_THAT(chosen(less()).nextWays, Contains(HasSubstr("shaders add instead")));
+    EXPECT_THAT(chosenDevice(less()).nextWays, Contains(HasSubstr("shaders add instead")));
 }
 
 TEST(ConversionsOfFloats, AreSlowOnLlvmpipeSinceMesa23)
@@ -127,7 +117,7 @@ TEST(ConversionsOfFloats, AreSlowOnLlvmpipeSinceMesa23)
 TEST_F(WithheldTest, WithSmallLimitsSmallPicturesAreDrawnAndLargerOnesRefused)
 {
     drawWithout("large-limits");
-    EXPECT_EQ(chosen(less()).largestImage, 4096U);
+    EXPECT_EQ(chosenDevice(less()).largestImage, 4096U);
     EXPECT_TRUE(less().createGPUImage({4096, 2}, iGPUImage::eARGB8));
     EXPECT_FALSE(less().createGPUImage({4097, 2}, iGPUImage::eARGB8));
     EXPECT_FALSE(less().createHostImage({2, 4097}, iGPUImage::eARGB8));
@@ -183,7 +173,7 @@ technique Turned { pass { PixelShader = compile ps_3_0 turned(); } }
 TEST_F(WithheldTest, ADriverThatIsNotConformantIsUsedAndSaysSo)
 {
     drawWithout("conformance");
-    EXPECT_FALSE(chosen(less()).conformant);
+    EXPECT_FALSE(chosenDevice(less()).conformant);
     expectTold("conformance tests");
 }
 

@@ -4,6 +4,8 @@
 #include "tests/host/gpu/Drawn.h"
 #include "tests/host/gpu/layers/AddLayer.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -343,6 +345,16 @@ TEST_F(TransferQueueTest, DownloadsHaveAQueueIfThereAreTwo)
     expectTexels(frame(noise(bytesOf(frameSize, iGPUImage::eARGB8))),
                  noise(bytesOf(frameSize, iGPUImage::eARGB8)));
     EXPECT_EQ(gpu().statistics().transferBatches, 2U);
+}
+
+TEST_F(TransferQueueTest, ADeviceWithoutSuchAQueueSaysWhatThatMeans)
+{
+    using testing::Contains;
+    using testing::HasSubstr;
+    using testing::Not;
+    constexpr const char* way = "no queue that only copies";
+    EXPECT_THAT(chosenDevice(gpu()).nextWays, Not(Contains(HasSubstr(way))));
+    EXPECT_THAT(chosenDevice(plain()).nextWays, Contains(HasSubstr(way)));
 }
 
 namespace {

@@ -59,6 +59,18 @@ TEST_F(StudioMessages, refuse_a_clip_in_place_of_an_effect)
     EXPECT_EQ(outcome.out, "");
 }
 
+TEST_F(StudioMessages, say_that_a_clip_is_empty_as_conversions_do)
+{
+    write("empty.mov", "");
+    write("dim.fx", dimming());
+    const Outcome studio = qxhost({"studio", "empty.mov", "dim.fx"});
+    EXPECT_EQ(studio.exitCode, 3) << studio.err;
+    EXPECT_EQ(studio.err, "qxhost: cannot read \"empty.mov\": the file is empty\n");
+    const Outcome converted = qxhost({"convert", "empty.mov", "result.mov"});
+    EXPECT_EQ(converted.exitCode, studio.exitCode);
+    EXPECT_EQ(converted.err, studio.err);
+}
+
 TEST_F(StudioMessages, name_the_ports_that_there_are)
 {
     makeClip();

@@ -172,8 +172,8 @@ void ClipFrames::forgetFrames()
 /// A reader that gives that frame next, or the end.
 std::shared_ptr<iFrameInput> ClipFrames::opened(std::int64_t index)
 {
-    if (!files_.isSequence()) {
-        requireFile(index);
+    if (packing_ && !files_.isSequence()) {
+        requireFile(index); // at the start the reader says what is wrong: no studio goes on then
     }
     std::shared_ptr<iFrameInput> reader = openFrameInput(options_, false);
     if (packing_) {
